@@ -1,0 +1,51 @@
+// The plugin, the tap and a platform, loaded into this process: what dtv-host and dtvctl --local stand on.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "dtv_tap.h"
+
+struct StackOptions {
+  std::string plugin;         // path of libdtv_js_plugin.so
+  std::string tap;            // path of libdtv_tap.so; empty: no tap in front of the platform
+  std::string platform;       // path of the platform's library, for example libdtv_tv.so
+  std::string state_folder;   // where the virtual television keeps its state; made when missing
+};
+
+// The paths of the libraries as built or installed beside this program, and the XDG state folder.
+StackOptions stack_defaults();
+
+struct Stack {
+  // The plugin's entry points (see "dtv_js_plugin.h").
+  std::int32_t (*get)(const char* uri, const char* param, void* pv_content);
+  std::int32_t (*set)(const char* uri, const char* param);
+  std::int32_t (*add_listener)(const char* uri);
+  std::int32_t (*remove_listener)(const char* uri);
+  std::int32_t (*fetch)(const char* uri, void* buffer, std::int32_t length);
+  char* (*describe)();
+
+  // The tap's (see "dtv_tap.h"); null without a tap.
+  void (*watch)(dtv_tap_line_fct fct, void* context);
+  void (*on_event)(dtv_tap_event_fct fct, void* context);
+  std::int32_t (*fault)(const char* function, const dtv_tap_fault_t* fault);
+  char* (*contract)();
+
+  // The virtual television's (see "dtv_tv.h"); null with another platform.
+  char* (*tv_control)(const char* command);
+  void (*tv_stop)();
+};
+
+// Loads and starts everything: tap, platform, plugin, both start-up functions. Once per process.
+// Returns false with a message that says what is missing or failed.
+bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error);
+
+// Stops the platform's threads.
+void stack_stop(Stack& stack);
+
+// Carries out one control command, a JSON array of words such as ["volume","up"], and returns a JSON object.
+// Beside the virtual television's own commands it knows, through the tap:
+//   fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback]   sets a fault
+//   fault FUNCTION --clear | fault --clear                            clears one, or all
+//   faults                                                            lists them
+std::string stack_control(const Stack& stack, const std::string& command);

@@ -1,0 +1,66 @@
+/* dtv_js_plugin: the entry points that a television's web-application server calls.
+ *
+ * Order: a_dtv_jsp_init_res, then a_dtv_jsp_init, both from one thread; then gets, sets and listener calls from any
+ * threads. All texts are NUL-terminated. A result of 0 is success, a negative one a failure (VEX_RET_VALUE in
+ * "vex_tv_ctrl.h"). */
+#ifndef DTV_JS_PLUGIN_H
+#define DTV_JS_PLUGIN_H
+
+#include <stdint.h>
+
+#ifndef TVC_EXPORT
+#define TVC_EXPORT __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Bytes of a response that a_dtv_jsp_get copies at the most; a buffer of one byte more, cleared, reads as a text. */
+#define DTV_JSP_RESPONSE_MAX 16383
+
+/* Makes the resources ready, once: log level, empty listener list, content buffer. Always 0. */
+TVC_EXPORT int32_t a_dtv_jsp_init_res(void);
+
+/* Starts the control core, once. Always 0, also when the platform refused; it is not tried again. */
+TVC_EXPORT int32_t a_dtv_jsp_init(void);
+
+/* Reads an item.
+ * param: JSON text {"PARAMETER": {"REQUEST": ..., ...}}, or null or empty for a plain get.
+ * pv_content: receives at most DTV_JSP_RESPONSE_MAX bytes of {"URI", "STATUS", "ITEMS"}, without a terminator;
+ * clear it beforehand. Untouched when the URI is unknown or the parameters do not decode.
+ * Returns the handler's code, which is also the response's "STATUS", or -1. */
+TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content);
+
+/* Changes an item or triggers an action.
+ * param: JSON text {"PARAMETER": {"REQUEST": "ACTION" | "MODIFY" | "SET" | "ASSOCIATE", ...}}.
+ * Returns the handler's code, or -1. */
+TVC_EXPORT int32_t a_dtv_jsp_set(const char* uri, const char* param);
+
+/* Subscribes to a notification URI; a repeated subscription is counted. 0, or -1 for a null pointer. */
+TVC_EXPORT int32_t a_dtv_jsp_add_listener_buffer(const char* ps_uri);
+
+/* Takes one subscription back; with the last one a pending notification is lost. 0, or -1 for a null pointer. */
+TVC_EXPORT int32_t a_dtv_jsp_remove_listener_buffer(const char* ps_uri);
+
+/* Hands over the pending notification of a subscribed URI and forgets it.
+ * pv_buffer: receives at most buffer_len bytes, without a terminator; what does not fit is lost. Untouched when
+ * nothing is pending.
+ * Returns 0 for a subscribed URI, else -1 (also for a null pointer or a length below 1). */
+TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_buffer, int32_t buffer_len);
+
+/* Describes every URI and item type, for tools that make forms, documents or tests of it.
+ * Returns a JSON text that the caller frees with free(), or null without memory:
+ *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify"}, ...],
+ *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
+ *                             "response": [field...] | null,
+ *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...}}
+ * A field is {"key", "kind", "limit", "unit", "help", "value", "fields"}: "limit" is the longest text in bytes,
+ * "value" stands for a constant text, "fields" for the members of an object. */
+TVC_EXPORT char* a_dtv_jsp_describe(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

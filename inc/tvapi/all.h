@@ -1,0 +1,3 @@
+/* Every area of the TV API that the plugin calls, in one include; it can be included more than once. */
+#include "tvapi/playback.h"
+#include "tvapi/volctrl.h"

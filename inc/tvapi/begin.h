@@ -1,0 +1,15 @@
+/* Opens the statements of a contract header: plain prototypes, unless the includer expands them himself. */
+#include "tvapi/contract.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#ifndef TVAPI_FN
+#define TVAPI_FN(...) TVAPI_PROTOTYPE(__VA_ARGS__)
+#define TVAPI_FN_IS_PROTOTYPE
+#endif
+#ifndef TVAPI_CALLBACK
+#define TVAPI_CALLBACK(...) TVAPI_CALLBACK_TYPE(__VA_ARGS__)
+#define TVAPI_CALLBACK_IS_TYPE
+#endif
