@@ -1,0 +1,83 @@
+// The generic content records: one value, text, list or time with a name.
+#ifndef VEX_TV_CTRL_GENERIC_H
+#define VEX_TV_CTRL_GENERIC_H
+
+#include "tvapi/types.h"
+
+// The fields that every generic record begins with.
+#define TVC_HEADER                                                       \
+  int id;         /* the item's identifier, as the handler sets it */    \
+  int size;       /* size of the record, or 0 */                         \
+  void* pt_next;  /* unused, null */                                     \
+  char name[32];  /* display name, NUL-terminated */                     \
+  int group;      /* group number */                                     \
+  int state;      /* 1: available */
+
+struct T_ACTION {
+  TVC_HEADER
+};
+
+struct T_VALUE {
+  TVC_HEADER
+  int min_value;
+  int max_value;
+  int increment;
+  int value;
+};
+
+struct T_INTEGER {
+  TVC_HEADER
+  int value;
+};
+
+struct T_TINT {
+  TVC_HEADER
+  int min_value;
+  int max_value;
+  int increment;
+  int center;
+  int value;
+};
+
+struct T_TEXT {
+  TVC_HEADER
+  char value[1024];
+};
+
+struct T_TEXT_16 {
+  TVC_HEADER
+  UINT16 value[1024];
+};
+
+struct T_OPTION_LIST {
+  TVC_HEADER
+  char element[1024];  // the option texts
+  int value;           // index of the selected option
+};
+
+struct T_TIME_DTG {
+  UINT16 ui2_yr;
+  UINT8 ui1_mo;
+  UINT8 ui1_day;
+  UINT8 ui1_dow;  // day of week
+  UINT8 ui1_hr;
+  UINT8 ui1_min;
+  UINT8 ui1_sec;
+  int b_gmt;  // flag
+  int b_dst;  // flag
+};
+
+struct T_TIME {
+  TVC_HEADER
+  INT64 value;  // seconds, or the platform's unit for the item
+  T_TIME_DTG dtg;
+};
+
+struct T_BANNER_ITEM {
+  TVC_HEADER
+  int item_id;
+  int item_state;
+  char item_content[1024];
+};
+
+#endif

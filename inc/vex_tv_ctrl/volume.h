@@ -1,0 +1,12 @@
+// Volume changes.
+#ifndef VEX_TV_CTRL_VOLUME_H
+#define VEX_TV_CTRL_VOLUME_H
+
+#include "tvapi/types.h"
+
+struct T_VOL_CTRL_NOTIFY {
+  INT32 vol_value;    // the platform's scale
+  INT32 mute_status;  // 0: not muted
+};
+
+#endif
