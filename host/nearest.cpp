@@ -1,0 +1,46 @@
+#include "nearest.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace {
+
+// Longer names than these are no slips of the pen, and comparing them would cost the I/O thread time.
+constexpr std::size_t longest_compared = 128;
+
+// Letters to insert, delete or exchange to make b of a.
+std::size_t edit_distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = row[0];
+    row[0] = i;
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t exchanged = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({exchanged, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row[b.size()];
+}
+
+}  // namespace
+
+std::vector<std::string> nearest(std::string_view name, std::span<const std::string> names, std::size_t count) {
+  struct Candidate {
+    std::size_t distance;
+    const std::string* name;
+  };
+  std::vector<Candidate> candidates;
+  if (name.empty() || name.size() > longest_compared) return {};
+  for (const std::string& known : names) {
+    const bool contains = name.size() >= 3 && known.find(name) != std::string::npos;
+    const std::size_t distance = contains ? 1 : edit_distance(name, known);
+    if (distance <= std::max<std::size_t>(2, name.size() / 3)) candidates.push_back({distance, &known});
+  }
+  std::ranges::stable_sort(candidates, {}, &Candidate::distance);
+  std::vector<std::string> found;
+  for (const Candidate& candidate : candidates)
+    if (found.size() < count) found.push_back(*candidate.name);
+  return found;
+}

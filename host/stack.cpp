@@ -1,0 +1,247 @@
+#include "stack.h"
+
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <charconv>
+#include <filesystem>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "dtv_js_plugin.h"
+#include "dtv_tv.h"
+#include "nearest.h"
+
+namespace fs = std::filesystem;
+namespace json = boost::json;
+
+namespace {
+
+// Folder of the running program; empty where /proc tells nothing.
+fs::path program_folder() {
+  std::error_code ignored;
+  return fs::read_symlink("/proc/self/exe", ignored).parent_path();
+}
+
+// The library beside the program, in the first of the folders that has it; else the first folder's path, so that the
+// message of a failed load names a place.
+std::string library_path(const fs::path& program, const char* name) {
+  const fs::path folders[] = {program / "../lib", program / ".." / DTV_INSTALL_LIBDIR};
+  for (const fs::path& folder : folders) {
+    std::error_code ignored;
+    if (fs::exists(folder / name, ignored)) return (folder / name).lexically_normal();
+  }
+  return (folders[0] / name).lexically_normal();
+}
+
+std::string state_folder() {
+  if (const char* base = getenv("XDG_STATE_HOME"); base != nullptr && *base == '/')
+    return fs::path(base) / "dtv_js_plugin";
+  const char* home = getenv("HOME");
+  return fs::path(home != nullptr && *home != '\0' ? home : "/tmp") / ".local/state/dtv_js_plugin";
+}
+
+// Text returned by one of the libraries, which their caller frees.
+std::string take_text(char* text) {
+  std::string taken = text != nullptr ? text : "";
+  free(text);
+  return taken;
+}
+
+void* load(const char* what, const std::string& path, int mode, std::string& ret_error) {
+  void* library = dlopen(path.c_str(), RTLD_NOW | mode);
+  if (library == nullptr) ret_error = std::string("cannot load the ") + what + ": " + dlerror();
+  return library;
+}
+
+// Fills a function pointer from a library; false, with a message, where the library does not define it.
+template <typename Function>
+bool find(void* library, const std::string& path, const char* name, Function*& ret_function, std::string& ret_error) {
+  void* symbol = dlsym(library, name);
+  if (symbol == nullptr) {
+    ret_error = path + " does not define " + name;
+    return false;
+  }
+  ret_function = reinterpret_cast<Function*>(symbol);
+  return true;
+}
+
+bool start_platform(void* library, const StackOptions& options, Stack& stack, std::string& ret_error) {
+  auto* start = reinterpret_cast<decltype(&dtv_tv_start)>(dlsym(library, "dtv_tv_start"));
+  if (start == nullptr) return true;  // a platform that is no virtual television starts by itself
+  if (!find(library, options.platform, "dtv_tv_control", stack.tv_control, ret_error) ||
+      !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
+    return false;
+
+  std::error_code failure;
+  fs::create_directories(options.state_folder, failure);
+  if (failure) {
+    ret_error = "cannot make the state folder " + options.state_folder + ": " + failure.message();
+    return false;
+  }
+  char* text = nullptr;
+  if (start(options.state_folder.c_str(), &text) != 0) {
+    stack.tv_stop = nullptr;
+    ret_error = "the virtual television does not start: " + take_text(text);
+    return false;
+  }
+  return true;
+}
+
+std::string error_object(std::string text) { return json::serialize(json::object{{"error", std::move(text)}}); }
+
+bool read_number(std::string_view word, std::int32_t& ret_value) {
+  std::int32_t value = 0;
+  const auto [end, failure] = std::from_chars(word.data(), word.data() + word.size(), value);
+  if (failure != std::errc() || end != word.data() + word.size()) return false;
+  ret_value = value;
+  return true;
+}
+
+std::vector<std::string> contract_functions(const Stack& stack) {
+  std::vector<std::string> names;
+  const json::value contract = json::parse(take_text(stack.contract()));
+  for (const json::value& function : contract.as_array()) names.emplace_back(function.at("name").as_string());
+  return names;
+}
+
+constexpr const char* fault_usage =
+    "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] | fault FUNCTION --clear | fault --clear";
+
+// Reads the words after "fault FUNCTION"; returns what is wrong with them, or an empty text.
+std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_fault) {
+  dtv_tap_fault_t fault{};
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const std::string_view value = i + 1 < words.size() ? words[i + 1] : std::string_view();
+    if (words[i] == "--delay") {
+      if (!read_number(value, fault.delay_ms) || fault.delay_ms < 0) return "--delay wants milliseconds, 0 or more";
+      ++i;
+    } else if (words[i] == "--fail") {
+      fault.fails = 1;
+      fault.result = -1;
+      if (read_number(value, fault.result)) ++i;
+    } else if (words[i] == "--drop-callback") {
+      fault.drop_callback = 1;
+    } else {
+      return "\"" + words[i] + "\" is no fault; " + fault_usage;
+    }
+  }
+  if (words.empty()) return std::string("no fault given; ") + fault_usage;
+  ret_fault = fault;
+  return {};
+}
+
+std::string control_fault(const Stack& stack, std::span<const std::string> words) {
+  if (stack.fault == nullptr) return error_object("faults need the tap, and this process runs without it");
+  if (words.size() == 1 && words[0] == "--clear") {
+    stack.fault(nullptr, nullptr);
+    return "{}";
+  }
+  if (words.empty() || words[0].starts_with("--")) return error_object(fault_usage);
+
+  const std::string& function = words[0];
+  const bool clears = words.size() == 2 && words[1] == "--clear";
+  dtv_tap_fault_t fault{};
+  if (!clears)
+    if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return error_object(std::move(wrong));
+  if (stack.fault(function.c_str(), clears ? nullptr : &fault) == 0) return "{}";
+
+  std::string text = "the TV API has no function \"" + function + "\"; nearest:";
+  for (const std::string& name : nearest(function, contract_functions(stack), 3)) text += " " + name;
+  return error_object(std::move(text));
+}
+
+std::string list_faults(const Stack& stack) {
+  if (stack.contract == nullptr) return error_object("faults need the tap, and this process runs without it");
+  json::object faults;
+  const json::value contract = json::parse(take_text(stack.contract()));
+  for (const json::value& function : contract.as_array())
+    if (const json::value& fault = function.at("fault"); !fault.is_null())
+      faults.emplace(function.at("name").as_string(), fault);
+  return json::serialize(json::object{{"faults", std::move(faults)}});
+}
+
+}  // namespace
+
+StackOptions stack_defaults() {
+  const fs::path program = program_folder();
+  return {.plugin = library_path(program, "libdtv_js_plugin.so"),
+          .tap = library_path(program, "libdtv_tap.so"),
+          .platform = library_path(program, "libdtv_tv.so"),
+          .state_folder = state_folder()};
+}
+
+bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error) {
+  Stack stack{};
+  decltype(&dtv_tap_platform) tap_platform = nullptr;
+  const bool tapped = !options.tap.empty();
+
+  // The tap comes first and for everyone: the plugin's calls then bind to it, not to the platform.
+  if (tapped) {
+    void* tap = load("tap", options.tap, RTLD_GLOBAL, ret_error);
+    if (tap == nullptr || !find(tap, options.tap, "dtv_tap_platform", tap_platform, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_watch", stack.watch, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_on_event", stack.on_event, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_fault", stack.fault, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error))
+      return false;
+  }
+
+  void* platform = load("platform", options.platform, tapped ? RTLD_LOCAL : RTLD_GLOBAL, ret_error);
+  if (platform == nullptr || !start_platform(platform, options, stack, ret_error)) return false;
+  const auto give_up = [&stack] {
+    stack_stop(stack);
+    return false;
+  };
+  if (char* text = nullptr; tapped && tap_platform(platform, &text) != 0) {
+    ret_error = options.platform + " is not a whole platform: " + take_text(text);
+    return give_up();
+  }
+
+  void* plugin = load("plugin", options.plugin, RTLD_LOCAL, ret_error);
+  decltype(&a_dtv_jsp_init_res) init_res = nullptr;
+  decltype(&a_dtv_jsp_init) init = nullptr;
+  if (plugin == nullptr || !find(plugin, options.plugin, "a_dtv_jsp_init_res", init_res, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_init", init, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_get", stack.get, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_set", stack.set, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_add_listener_buffer", stack.add_listener, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_remove_listener_buffer", stack.remove_listener, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_get_listener_buffer", stack.fetch, ret_error) ||
+      !find(plugin, options.plugin, "a_dtv_jsp_describe", stack.describe, ret_error))
+    return give_up();
+  init_res();
+  init();
+
+  ret_stack = stack;
+  return true;
+}
+
+void stack_stop(Stack& stack) {
+  if (stack.on_event != nullptr) stack.on_event(nullptr, nullptr);
+  if (stack.watch != nullptr) stack.watch(nullptr, nullptr);
+  if (stack.tv_stop != nullptr) stack.tv_stop();
+  stack.tv_stop = nullptr;
+}
+
+std::string stack_control(const Stack& stack, const std::string& command) {
+  std::vector<std::string> words;
+  try {
+    const json::value parsed = json::parse(command);
+    for (const json::value& word : parsed.as_array()) words.emplace_back(word.as_string());
+  } catch (const std::exception&) {
+    return error_object("a command is a JSON array of words, such as [\"volume\",\"up\"]");
+  }
+  try {
+    const std::span<const std::string> arguments = std::span(words).subspan(words.empty() ? 0 : 1);
+    if (!words.empty() && words[0] == "fault") return control_fault(stack, arguments);
+    if (!words.empty() && words[0] == "faults") return list_faults(stack);
+  } catch (const std::exception& failure) {
+    return error_object(std::string("the tap's list of functions cannot be read: ") + failure.what());
+  }
+  if (stack.tv_control == nullptr) return error_object("this platform is no virtual television");
+  return take_text(stack.tv_control(command.c_str()));
+}
