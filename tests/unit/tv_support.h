@@ -1,0 +1,42 @@
+// A state folder of its own for each test, and the set that runs in it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "dtv_tv.h"
+#include "tvapi/all.h"
+
+struct TvFolder {
+  std::string path;
+  TvFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "tv_test_XXXXXX").string();
+    path = mkdtemp(name.data());
+  }
+  ~TvFolder() {
+    dtv_tv_stop();
+    std::filesystem::remove_all(path);
+  }
+  TvFolder(const TvFolder&) = delete;
+  TvFolder& operator=(const TvFolder&) = delete;
+  std::string database() const { return path + "/tv.sqlite"; }
+};
+
+// What is wrong with the start, or an empty text.
+inline std::string tv_start(const std::string& folder) {
+  char* error = nullptr;
+  const int32_t result = dtv_tv_start(folder.c_str(), &error);
+  std::string text = error == nullptr ? "" : error;
+  free(error);
+  EXPECT_EQ(result, text.empty() ? 0 : -1);
+  return text;
+}
+
+inline std::string tv_control(const std::string& command) {
+  const std::unique_ptr<char, decltype(&free)> answer(dtv_tv_control(command.c_str()), free);
+  return answer == nullptr ? "null" : answer.get();
+}

@@ -1,0 +1,3 @@
+#include "defaults.h"
+
+#include "tvapi/all.h"

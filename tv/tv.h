@@ -1,0 +1,83 @@
+// What the rooms of the virtual television share. A room is one area of the TV API: one file that defines the area's
+// functions, keeps its state under a lock of its own and has a row in kRooms (tv.cpp) and in the command table
+// (control.cpp).
+//
+// Lock order: a room's lock, then the store's or the event queue's. Callbacks run on the event thread with no lock
+// held, so they may call any function of the TV API.
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "dtv_tv.h"
+
+// The contract's functions are exports of this library, whatever the build's default visibility is.
+#pragma GCC visibility push(default)
+#include "tvapi/all.h"
+#pragma GCC visibility pop
+
+// ---- store.cpp: the set's memory, a SQLite database in the state folder ----
+
+struct Setting {
+  const char* key;
+  std::int64_t factory;  // the value of a new set
+  std::int64_t minimum;
+  std::int64_t maximum;
+};
+
+struct SettingValue {
+  const Setting* setting;
+  std::int64_t value;
+};
+
+// Opens or creates the database and holds it alone until store_close. A damaged file is moved aside, and the call
+// fails.
+bool store_open(const std::string& folder, std::string& ret_error);
+void store_close();
+bool store_is_open();
+
+// The kept value; the factory's where none is kept or where it is out of its limits, which is said on stderr.
+std::int64_t store_read(const Setting& setting);
+
+// Keeps all values or none; they are on the disk when it returns true. A failure is said on stderr.
+bool store_write(std::span<const SettingValue> values);
+
+// ---- events.cpp: the thread that calls the platform callbacks ----
+
+void events_start();
+
+// Runs what is still queued, takes nothing more, and ends the thread. Not from a callback.
+void events_stop();
+
+// Calls event on the event thread, after all that were posted before. The caller may hold its room's lock: that makes
+// the order of the callbacks the order of the changes. Dropped when the set is off.
+void events_post(std::function<void()> event);
+
+// ---- the rooms ----
+
+struct Room {
+  const char* name;
+  void (*load)();                               // takes the state from the store
+  void (*reset)();                              // back to the factory's state; callbacks as for any other change
+  void (*report)(boost::json::object& answer);  // adds the members of the control command "state"
+};
+
+std::span<const Room> rooms();
+
+void volume_load();
+void volume_reset();
+void volume_report(boost::json::object& answer);
+
+// ---- control.cpp: what a viewer does ----
+
+using Words = std::span<const std::string_view>;
+
+boost::json::object control_error(std::string text);
+
+// The arguments after the command's name. The answer is what the command reports, or control_error.
+boost::json::object volume_command(Words arguments);
+boost::json::object mute_command(Words arguments);

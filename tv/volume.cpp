@@ -1,0 +1,149 @@
+// Volume and mute. The scale is 0 to 100, a step is 1. The TV API changes what it names and nothing else; the remote
+// control, as on any set, also unmutes when it raises the volume.
+#include <algorithm>
+#include <boost/json.hpp>
+#include <charconv>
+#include <cstdio>
+#include <mutex>
+
+#include "tv.h"
+
+namespace {
+
+constexpr Setting kLevel{.key = "volume", .factory = 20, .minimum = 0, .maximum = 100};
+constexpr Setting kMute{.key = "mute", .factory = 0, .minimum = 0, .maximum = 1};
+
+struct Volume {
+  INT32 level;
+  INT32 mute;  // 0 not muted, 1 muted
+  bool operator==(const Volume&) const = default;
+};
+
+constexpr Volume kFactory{.level = kLevel.factory, .mute = kMute.factory};
+
+std::mutex lock;  // guards all that follow
+Volume volume = kFactory;
+a_vextvapi_volctrl_nfy_fct callback = nullptr;
+void* callback_tag = nullptr;
+
+void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
+
+// Keeps the wanted state, then tells of it; nothing at all when it is the present one. The caller holds the lock.
+INT32 change(const Volume& wanted) {
+  if (wanted == volume) return 0;
+  const SettingValue values[] = {{&kLevel, wanted.level}, {&kMute, wanted.mute}};
+  if (!store_write(values)) return -1;
+  volume = wanted;
+  if (callback != nullptr) {
+    events_post([fct = callback, tag = callback_tag, wanted] {
+      fct(0, tag, word(wanted.level), word(wanted.mute), nullptr, nullptr);
+    });
+  }
+  return 0;
+}
+
+INT32 step(INT32 by) {
+  const std::lock_guard guard(lock);
+  return change({.level = std::clamp<INT32>(volume.level + by, kLevel.minimum, kLevel.maximum), .mute = volume.mute});
+}
+
+// What the volume keys do. The caller holds the lock.
+INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.mute}); }
+
+boost::json::object answer(INT32 result) {
+  if (result != 0) return control_error("the change could not be kept; the set's log says why");
+  boost::json::object report;
+  volume_report(report);
+  return report;
+}
+
+}  // namespace
+
+INT32 a_vextvapi_volctrl_getVolume() {
+  const std::lock_guard guard(lock);
+  return volume.level;
+}
+
+INT32 a_vextvapi_volctrl_getMute() {
+  const std::lock_guard guard(lock);
+  return volume.mute;
+}
+
+INT32 a_vextvapi_volctrl_setVolume(INT16 wanted) {
+  if (wanted < kLevel.minimum || wanted > kLevel.maximum) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setVolume: %d is not within %d to %d\n", wanted,
+                 static_cast<int>(kLevel.minimum), static_cast<int>(kLevel.maximum));
+    return -1;
+  }
+  const std::lock_guard guard(lock);
+  return change({.level = wanted, .mute = volume.mute});
+}
+
+INT32 a_vextvapi_volctrl_incrVolume() { return step(1); }
+
+INT32 a_vextvapi_volctrl_decrVolume() { return step(-1); }
+
+INT32 a_vextvapi_volctrl_setMute(UINT8 wanted) {
+  if (wanted > kMute.maximum) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setMute: %d is neither 0 nor 1\n", wanted);
+    return -1;
+  }
+  const std::lock_guard guard(lock);
+  return change({.level = volume.level, .mute = wanted});
+}
+
+INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct fct, void* tag) {
+  const std::lock_guard guard(lock);
+  callback = fct;
+  callback_tag = tag;
+  return 0;
+}
+
+void volume_load() {
+  const std::lock_guard guard(lock);
+  volume = {.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
+}
+
+void volume_reset() {
+  const std::lock_guard guard(lock);
+  change(kFactory);
+}
+
+void volume_report(boost::json::object& answer) {
+  const std::lock_guard guard(lock);
+  answer["volume"] = volume.level;
+  answer["mute"] = volume.mute != 0;
+}
+
+boost::json::object volume_command(Words arguments) {
+  if (arguments.empty()) return answer(0);
+  const std::string_view wanted = arguments[0];
+  INT32 level = 0;
+  std::unique_lock guard(lock);
+  if (wanted == "up" || wanted == "down") {
+    level = std::clamp<INT32>(volume.level + (wanted == "up" ? 1 : -1), kLevel.minimum, kLevel.maximum);
+  } else {
+    const auto [end, failed] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), level);
+    if (failed != std::errc() || end != wanted.data() + wanted.size() || level < kLevel.minimum ||
+        level > kLevel.maximum) {
+      return control_error("volume takes up, down or a number from " + std::to_string(kLevel.minimum) + " to " +
+                           std::to_string(kLevel.maximum) + ", not \"" + std::string(wanted) + "\"");
+    }
+  }
+  const INT32 result = turn_to(level, wanted == "up" || level > volume.level);
+  guard.unlock();
+  return answer(result);
+}
+
+boost::json::object mute_command(Words arguments) {
+  if (arguments.empty()) return answer(0);
+  const std::string_view wanted = arguments[0];
+  if (wanted != "on" && wanted != "off" && wanted != "toggle") {
+    return control_error("mute takes on, off or toggle, not \"" + std::string(wanted) + "\"");
+  }
+  std::unique_lock guard(lock);
+  const bool mute = wanted == "toggle" ? volume.mute == 0 : wanted == "on";
+  const INT32 result = change({.level = volume.level, .mute = mute ? 1 : 0});
+  guard.unlock();
+  return answer(result);
+}
