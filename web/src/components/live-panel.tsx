@@ -1,0 +1,164 @@
+import { useSignal } from "@preact/signals";
+import type { ComponentChildren } from "preact";
+import { isObject } from "../model/json";
+import { clock, type Log } from "../model/log";
+import { calls, list, notifications, setTracing, setWatched, tracing, watched, type LogValue } from "../model/session";
+import { CallLine } from "./call-list";
+import { ClearIcon, PauseIcon, PlayIcon } from "./icons";
+
+// The URIs that carry notifications stand under one name.
+const notifyPrefix = "/tv/ws/notify/";
+const nameOf = (uri: string): string => (uri.startsWith(notifyPrefix) ? uri.slice(notifyPrefix.length) : uri);
+
+type Feed = "notifications" | "calls";
+
+export function LivePanel() {
+  const feed = useSignal<Feed>("notifications");
+  const tab = (id: Feed, text: string, log: Log<LogValue> | typeof calls) => (
+    <button type="button" aria-pressed={feed.value === id} onClick={() => (feed.value = id)}>
+      {text} <span class="count">{log.total.value}</span>
+    </button>
+  );
+  return (
+    <section class="panel live" aria-label="Live">
+      <div class="segments" role="group" aria-label="Live log">
+        {tab("notifications", "Notifications", notifications)}
+        {tab("calls", "Platform calls", calls)}
+      </div>
+      {feed.value === "notifications" ? <Notifications /> : <PlatformCalls />}
+    </section>
+  );
+}
+
+function Notifications() {
+  const sources = list.value?.uris.filter((row) => row.uri.startsWith(notifyPrefix)) ?? [];
+  return (
+    <>
+      <details class="sources">
+        <summary>
+          Subscriptions{" "}
+          <span class="count">
+            {watched.value.size} of {sources.length}
+          </span>
+        </summary>
+        <ul>
+          {sources.map((row) => (
+            <li key={row.id} data-served={row.notify}>
+              <label class="check">
+                <input
+                  type="checkbox"
+                  checked={watched.value.has(row.uri)}
+                  onChange={(event) => setWatched(row.uri, event.currentTarget.checked)}
+                />
+                <span class="source-name">{nameOf(row.uri)}</span>
+                {!row.notify && <span class="quiet">not served</span>}
+              </label>
+            </li>
+          ))}
+        </ul>
+      </details>
+      <LogView
+        log={notifications}
+        label="Notifications"
+        empty={
+          watched.value.size > 0
+            ? "Waiting for the first notification. Change the volume to see one."
+            : "Nothing is subscribed."
+        }
+        title={(value) => ("uri" in value ? nameOf(value.uri) : "")}
+        render={(value) => <NotificationLine value={value} />}
+      />
+    </>
+  );
+}
+
+function NotificationLine({ value }: { value: LogValue }) {
+  if ("warning" in value) return <p class="warning">{value.warning}</p>;
+  const { notification } = value;
+  const body = isObject(notification) ? (notification["ITEMS"] ?? notification["PARAMETER"] ?? notification) : notification;
+  const items = Array.isArray(body) ? body : [body];
+  return (
+    <details class="notification">
+      <summary>
+        {items.map((item, index) => (
+          <span class="payload" key={index}>
+            {isObject(item)
+              ? Object.entries(item).map(([key, member]) => (
+                  <span class="arg" key={key}>
+                    <span class="j-key">{key}</span> <span class="j-number">{JSON.stringify(member)}</span>
+                  </span>
+                ))
+              : JSON.stringify(item)}
+          </span>
+        ))}
+      </summary>
+      <pre class="code">{JSON.stringify(notification)}</pre>
+    </details>
+  );
+}
+
+const PlatformCalls = () => (
+  <>
+    <div class="switch-line">
+      <label class="switch">
+        <input
+          type="checkbox"
+          role="switch"
+          checked={tracing.value}
+          onChange={(event) => setTracing(event.currentTarget.checked)}
+        />
+        <span>Trace every platform call</span>
+      </label>
+    </div>
+    <LogView
+      log={calls}
+      label="Platform calls"
+      empty={tracing.value ? "Waiting for the first call." : "The trace is off."}
+      title={() => ""}
+      render={(line) => <CallLine line={line} />}
+    />
+  </>
+);
+
+interface LogViewProps<T> {
+  log: Log<T>;
+  label: string;
+  empty: string;
+  /** Stands beside the time. */
+  title: (value: T) => string;
+  render: (value: T) => ComponentChildren;
+}
+
+function LogView<T>({ log, label, empty, title, render }: LogViewProps<T>) {
+  const paused = log.paused.value;
+  return (
+    <>
+      <div class="log-bar">
+        <span role="status">
+          {paused ? `Paused · ${log.held.value} waiting` : `${log.total.value} received`}
+        </span>
+        <button type="button" class="button small" aria-pressed={paused} onClick={() => log.setPaused(!paused)}>
+          {paused ? <PlayIcon /> : <PauseIcon />}
+          {paused ? "Resume" : "Pause"}
+        </button>
+        <button type="button" class="button small" onClick={() => log.clear()}>
+          <ClearIcon />
+          Clear
+        </button>
+      </div>
+      <ol class="log" aria-label={label}>
+        {log.entries.value.map((entry) => (
+          <li key={entry.number}>
+            <span class="when">
+              <time>{clock(entry.at)}</time>
+              <span class="source-name">{title(entry.value)}</span>
+              <span>#{entry.number}</span>
+            </span>
+            {render(entry.value)}
+          </li>
+        ))}
+        {log.entries.value.length === 0 && <li class="empty">{empty}</li>}
+      </ol>
+    </>
+  );
+}

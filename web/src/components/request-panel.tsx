@@ -1,0 +1,152 @@
+import { useSignal } from "@preact/signals";
+import { hexId, shortType } from "../model/catalogue";
+import { groups, list, outcomes, selectedRow, selectedType, selectedUri, setWatched, watched } from "../model/session";
+import type { ItemType, UriRow } from "../rpc";
+import { CopyButton } from "./copy-button";
+import { GetForm, SetForm } from "./request-form";
+import { ResponseView } from "./response-view";
+import { Sample } from "./sample";
+
+export function RequestPanel() {
+  const row = selectedRow.value;
+  return (
+    <main class="panel request" aria-label="Request">
+      {row ? (
+        <Selected key={row.uri} row={row} type={selectedType.value} />
+      ) : selectedUri.value && list.value ? (
+        <p class="empty">
+          The registry has no URI <code>{selectedUri.value}</code>.
+        </p>
+      ) : (
+        <Start />
+      )}
+    </main>
+  );
+}
+
+type Ability = "get" | "set" | "notify";
+const tabNames: Record<Ability, string> = { get: "Get", set: "Set", notify: "Notifications" };
+
+function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
+  const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
+  const chosen = useSignal<Ability | undefined>(abilities[0]);
+  const outcome = outcomes.value.get(row.uri);
+  const cut = row.uri.lastIndexOf("/") + 1;
+  return (
+    <>
+      <div class="request-head">
+        <h1>
+          <span class="quiet">{row.uri.slice(0, cut)}</span>
+          <wbr />
+          {row.uri.slice(cut)}
+        </h1>
+        <CopyButton text={row.uri} label="Copy the URI" />
+        <dl class="facts">
+          <div>
+            <dt>Type</dt>
+            <dd>{shortType(row.type)}</dd>
+          </div>
+          <div>
+            <dt>Identifier</dt>
+            <dd>{hexId(row.id)}</dd>
+          </div>
+          <div>
+            <dt>Group</dt>
+            <dd>{row.group}</dd>
+          </div>
+          <div>
+            <dt>Record</dt>
+            <dd>{row.record}</dd>
+          </div>
+        </dl>
+      </div>
+      {abilities.length === 0 ? (
+        <p class="card not-served">
+          <b>Not served.</b> The URI is registered, but nothing in the plugin answers it yet: requests for it fail.
+        </p>
+      ) : (
+        <div class="request-cards">
+          <section class="card" aria-label="Make a request">
+            <div class="segments" role="group" aria-label="Kind of request">
+              {abilities.map((ability) => (
+                <button
+                  type="button"
+                  key={ability}
+                  aria-pressed={chosen.value === ability}
+                  onClick={() => (chosen.value = ability)}
+                >
+                  {tabNames[ability]}
+                </button>
+              ))}
+            </div>
+            {chosen.value === "get" && <GetForm row={row} type={type} />}
+            {chosen.value === "set" && <SetForm row={row} type={type} />}
+            {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
+          </section>
+          {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} />}
+        </div>
+      )}
+    </>
+  );
+}
+
+function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
+  const on = watched.value.has(row.uri);
+  const notify = type?.notify;
+  return (
+    <>
+      <p class="hint">
+        {notify?.form === "queued"
+          ? `Notifications wait in a queue until they are fetched${notify.bound ? `; a queue that has grown past ${notify.bound} characters starts anew` : ""}.`
+          : "Only the newest notification waits to be fetched."}
+      </p>
+      {notify && notify.fields.length > 0 && (
+        <dl class="members">
+          {notify.fields.map((field) => (
+            <div key={field.key}>
+              <dt>{field.key}</dt>
+              <dd>
+                <span class="quiet">{field.kind}</span> {field.help}
+              </dd>
+            </div>
+          ))}
+        </dl>
+      )}
+      <div class="actions">
+        <button type="button" class={on ? "button" : "button primary"} onClick={() => setWatched(row.uri, !on)}>
+          {on ? "Unsubscribe" : "Subscribe"}
+        </button>
+        <span class="quiet">{on ? "Notifications appear in the live log." : ""}</span>
+      </div>
+      <Sample call={{ method: "subscribe", params: { uri: row.uri } }} />
+    </>
+  );
+}
+
+function Start() {
+  const served = groups.value.flatMap((group) => group.rows).filter((row) => row.served);
+  return (
+    <div class="start">
+      <h1>Talk to the television</h1>
+      <p>
+        Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to
+        it; the page shows the request, the answer and the platform calls that it caused.
+      </p>
+      {served.length > 0 && (
+        <>
+          <h2>Start with</h2>
+          <ul class="start-list">
+            {served.slice(0, 6).map((row) => (
+              <li key={row.id}>
+                <a href={`#${row.uri}`}>{row.uri}</a>
+              </li>
+            ))}
+          </ul>
+        </>
+      )}
+      <p class="hint">
+        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
+      </p>
+    </div>
+  );
+}

@@ -1,0 +1,111 @@
+import { isObject } from "../model/json";
+import type { Outcome } from "../model/session";
+import { meaningOf } from "../model/status";
+import { RpcError, type Field, type Json, type JsonObject } from "../rpc";
+import { CallList } from "./call-list";
+import { JsonBlock } from "./json-view";
+
+export function ResponseView({ outcome, fields }: { outcome: Outcome | undefined; fields: Field[] }) {
+  return (
+    <section class="card response" aria-label="Response" aria-live="polite">
+      <h2>Response</h2>
+      {outcome ? (
+        <Answer key={outcome.number} outcome={outcome} fields={fields} />
+      ) : (
+        <p class="empty">Nothing has been sent yet.</p>
+      )}
+    </section>
+  );
+}
+
+function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
+  const { answer, method, millis } = outcome;
+  const time = `${method} · ${millis < 10 ? millis.toFixed(1) : millis.toFixed(0)} ms`;
+  if ("error" in answer) {
+    const { error } = answer;
+    return (
+      <>
+        <p class="verdict">
+          <span class="badge bad">{error instanceof RpcError ? `error ${error.code}` : "no answer"}</span>
+          <span>{error.message}</span>
+          <span class="quiet">{time}</span>
+        </p>
+        {error instanceof RpcError && error.data !== undefined && <JsonBlock value={error.data} label="Error data" />}
+      </>
+    );
+  }
+  const response = "response" in answer ? answer.response : undefined;
+  const items = isObject(response) && Array.isArray(response["ITEMS"]) ? response["ITEMS"].filter(isObject) : [];
+  return (
+    <>
+      <p class="verdict">
+        <span class={answer.ret === 0 ? "badge good" : "badge bad"}>ret {answer.ret}</span>
+        <span>{meaningOf(answer.ret)}</span>
+        <span class="quiet">{time}</span>
+      </p>
+      {items.map((item, index) => (
+        <ItemTable key={index} item={item} fields={fields} title={items.length > 1 ? `Item ${index + 1}` : ""} />
+      ))}
+      {response !== undefined && (
+        <details class="raw">
+          <summary>Raw JSON</summary>
+          <JsonBlock value={response} label="Raw response" />
+        </details>
+      )}
+      <h3>
+        Platform calls <span class="count">{answer.calls?.length ?? 0}</span>
+      </h3>
+      {answer.calls && answer.calls.length > 0 ? (
+        <CallList lines={answer.calls} label="Platform calls of this request" />
+      ) : (
+        <p class="hint">This request made no call to the platform.</p>
+      )}
+    </>
+  );
+}
+
+interface TableRow {
+  path: string;
+  depth: number;
+  key: string;
+  value: Json | undefined;
+  field: Field | undefined;
+}
+
+function rowsOf(item: JsonObject, fields: Field[], prefix = "", depth = 0): TableRow[] {
+  return Object.entries(item).flatMap(([key, value]) => {
+    const field = fields.find((each) => each.key === key);
+    const path = prefix + key;
+    if (!isObject(value)) return [{ path, depth, key, value, field }];
+    return [
+      { path, depth, key, value: undefined, field },
+      ...rowsOf(value, field?.fields ?? [], `${path}.`, depth + 1),
+    ];
+  });
+}
+
+function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[]; title: string }) {
+  const rows = rowsOf(item, fields);
+  if (rows.length === 0) return <p class="hint">The item is empty.</p>;
+  return (
+    <table class="item">
+      {title && <caption>{title}</caption>}
+      <tbody>
+        {rows.map(({ path, depth, key, value, field }) => (
+          <tr key={path} data-depth={Math.min(depth, 3)}>
+            <th scope="row">{key}</th>
+            <td>
+              {value !== undefined && (
+                <span class={typeof value === "number" ? "value number" : "value"}>
+                  {typeof value === "string" ? value : JSON.stringify(value)}
+                  {field?.unit && <span class="unit"> {field.unit}</span>}
+                </span>
+              )}
+              {field?.help && <span class="about">{field.help}</span>}
+            </td>
+          </tr>
+        ))}
+      </tbody>
+    </table>
+  );
+}

@@ -1,0 +1,176 @@
+import { Fragment } from "preact";
+import { useComputed, useSignal } from "@preact/signals";
+import { useEffect, useRef } from "preact/hooks";
+import { filterGroups, markWords, searchWords, shortType, type Group, type Row } from "../model/catalogue";
+import { groups, list, selectedUri, setWatched, view, watched } from "../model/session";
+import { BellIcon, BellOnIcon, SearchIcon } from "./icons";
+
+const linksIn = (element: HTMLElement): HTMLAnchorElement[] =>
+  // What a closed group hides has no boxes.
+  [...element.querySelectorAll<HTMLAnchorElement>("a.uri")].filter((link) => link.checkVisibility());
+
+export function UriList() {
+  const search = useSignal("");
+  const servedOnly = useSignal(false);
+  const words = useComputed(() => searchWords(search.value));
+  const shown = useComputed(() => filterGroups(groups.value, words.value, servedOnly.value));
+  const count = useComputed(() => shown.value.reduce((sum, group) => sum + group.rows.length, 0));
+  const input = useRef<HTMLInputElement>(null);
+  const panel = useRef<HTMLElement>(null);
+
+  useEffect(() => {
+    const focusSearch = (event: KeyboardEvent) => {
+      const target = event.target as HTMLElement;
+      if (event.key !== "/" || target.closest("input, textarea, select") || event.ctrlKey || event.metaKey) return;
+      event.preventDefault();
+      view.value = "uris";
+      input.current?.focus();
+      input.current?.select();
+    };
+    document.addEventListener("keydown", focusSearch);
+    return () => document.removeEventListener("keydown", focusSearch);
+  }, []);
+
+  // From the search with the arrow keys into the rows and back; Enter takes the first hit.
+  function moveFocus(event: KeyboardEvent) {
+    if (!panel.current) return;
+    const links = linksIn(panel.current);
+    const at = links.indexOf(document.activeElement as HTMLAnchorElement);
+    let next: number;
+    if (event.key === "ArrowDown") next = at + 1;
+    else if (event.key === "ArrowUp") next = at - 1;
+    else if (event.key === "Home" && at >= 0) next = 0;
+    else if (event.key === "End" && at >= 0) next = links.length - 1;
+    else if (event.key === "Enter" && event.target === input.current) {
+      links[0]?.click();
+      return;
+    } else if (event.key === "Escape" && search.value !== "") {
+      search.value = "";
+      input.current?.focus();
+      return;
+    } else return;
+    event.preventDefault();
+    if (next < 0) input.current?.focus();
+    else links[Math.min(next, links.length - 1)]?.focus();
+  }
+
+  const total = list.value?.uris.length ?? 0;
+  return (
+    <section class="panel list" aria-label="URIs" ref={panel} onKeyDown={moveFocus}>
+      <div class="list-head">
+        <label class="search">
+          <SearchIcon />
+          <input
+            ref={input}
+            type="search"
+            aria-label="Search URIs"
+            placeholder="Search, e.g. volume mute"
+            autocomplete="off"
+            spellcheck={false}
+            value={search.value}
+            onInput={(event) => (search.value = event.currentTarget.value)}
+          />
+          <kbd aria-hidden="true">/</kbd>
+        </label>
+        <div class="list-bar">
+          <span role="status">
+            {count.value === total ? `${total} URIs` : `${count.value} of ${total} URIs`}
+          </span>
+          <label class="check">
+            <input
+              type="checkbox"
+              checked={servedOnly.value}
+              onChange={(event) => (servedOnly.value = event.currentTarget.checked)}
+            />
+            Served only
+          </label>
+        </div>
+      </div>
+      <nav class="list-body" aria-label="URIs by group">
+        {shown.value.map((group) => (
+          <GroupView key={group.key} group={group} words={words.value} />
+        ))}
+        {total > 0 && count.value === 0 && <p class="empty">No URI holds all of these words.</p>}
+      </nav>
+    </section>
+  );
+}
+
+function GroupView({ group, words }: { group: Group; words: string[] }) {
+  const holdsSelected = group.rows.some((row) => row.uri === selectedUri.value);
+  return (
+    <details class="group" open={group.served || holdsSelected || words.length > 0} data-served={group.served}>
+      <summary>
+        <span class="group-name">
+          <Marked text={group.prefix} words={words} />
+        </span>
+        {!group.served && <span class="quiet">not served</span>}
+        <span class="count">{group.rows.length}</span>
+      </summary>
+      <ul>
+        {group.rows.map((row, index) => (
+          <Fragment key={row.id}>
+            {!row.served && group.rows[index - 1]?.served && (
+              <li class="not-served-line">Not served</li>
+            )}
+            <RowView row={row} words={words} />
+          </Fragment>
+        ))}
+      </ul>
+    </details>
+  );
+}
+
+const Marked = ({ text, words }: { text: string; words: string[] }) => (
+  <>{markWords(text, words).map((piece) => (piece.hit ? <mark>{piece.text}</mark> : piece.text))}</>
+);
+
+function RowView({ row, words }: { row: Row; words: string[] }) {
+  const selected = row.uri === selectedUri.value;
+  const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
+  return (
+    <li class="row" data-served={row.served} data-selected={selected}>
+      <a
+        class="uri"
+        href={`#${row.uri}`}
+        aria-current={selected ? "true" : undefined}
+        aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : "not served"}`}
+        // The view changes also when the row was selected before, which changes no hash.
+        onClick={() => (view.value = "request")}
+      >
+        <span class="names">
+          <span class="tail">
+            <Marked text={row.tail} words={words} />
+          </span>
+          <span class="type" title={row.type}>
+            <Marked text={shortType(row.type)} words={words} />
+          </span>
+        </span>
+        <span class="abilities">
+          {abilities.map((ability) => (
+            <span key={ability} class={`ability ${ability}`}>
+              {ability}
+            </span>
+          ))}
+        </span>
+      </a>
+      {row.notify && <WatchBell uri={row.uri} />}
+    </li>
+  );
+}
+
+function WatchBell({ uri }: { uri: string }) {
+  const on = watched.value.has(uri);
+  return (
+    <button
+      type="button"
+      class="icon-button bell"
+      aria-pressed={on}
+      aria-label={`Subscribe to ${uri}`}
+      title={on ? "Subscribed; click to end it" : "Subscribe"}
+      onClick={() => setWatched(uri, !on)}
+    >
+      {on ? <BellOnIcon /> : <BellIcon />}
+    </button>
+  );
+}

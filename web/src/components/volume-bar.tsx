@@ -1,0 +1,46 @@
+import { useLayoutEffect, useRef } from "preact/hooks";
+import { volume } from "../model/session";
+import { MutedIcon, SpeakerIcon } from "./icons";
+
+export function VolumeBar() {
+  const level = volume.volume.value;
+  const muted = volume.muted.value === true;
+  const slider = useRef<HTMLInputElement>(null);
+
+  // The filled part of the track.
+  useLayoutEffect(() => {
+    slider.current?.style.setProperty("--filled", `${level ?? 0}%`);
+  }, [level]);
+
+  return (
+    <div class="volume" role="group" aria-label="Volume" data-muted={muted}>
+      <button
+        type="button"
+        class="icon-button"
+        aria-label="Mute"
+        title={muted ? "Sound is off" : "Sound is on"}
+        aria-pressed={muted}
+        disabled={level === null}
+        onClick={() => volume.toggleMute()}
+      >
+        {muted ? <MutedIcon /> : <SpeakerIcon />}
+      </button>
+      <input
+        ref={slider}
+        type="range"
+        min={0}
+        max={100}
+        step={1}
+        aria-label="Volume"
+        value={level ?? 0}
+        disabled={level === null}
+        onPointerDown={() => volume.grab()}
+        onPointerUp={() => volume.release()}
+        onPointerCancel={() => volume.release()}
+        onBlur={() => volume.release()}
+        onInput={(event) => volume.slide(event.currentTarget.valueAsNumber)}
+      />
+      <output aria-hidden="true">{level ?? "–"}</output>
+    </div>
+  );
+}

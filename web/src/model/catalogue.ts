@@ -1,0 +1,80 @@
+import type { UriRow } from "../rpc";
+
+export interface Row extends UriRow {
+  /** The URI without its group's prefix. */
+  tail: string;
+  served: boolean;
+  /** What a search looks at, in lower case. */
+  haystack: string;
+}
+
+export interface Group {
+  key: string;
+  /** What the URIs of the group begin with, up to a slash. */
+  prefix: string;
+  rows: Row[];
+  served: boolean;
+}
+
+export const hexId = (id: number): string => `0x${id.toString(16).toUpperCase().padStart(4, "0")}`;
+
+export const shortType = (type: string): string => type.replace(/^TYPE_/, "");
+
+function commonPrefix(uris: string[]): string {
+  let prefix = uris[0] ?? "";
+  for (const uri of uris) {
+    while (!uri.startsWith(prefix)) prefix = prefix.slice(0, -1);
+  }
+  return prefix.slice(0, prefix.lastIndexOf("/") + 1);
+}
+
+const isServed = (row: UriRow): boolean => row.get || row.set || row.notify;
+
+const servedFirst = (a: { served: boolean }, b: { served: boolean }) => Number(b.served) - Number(a.served);
+
+/** The registry by group, what answers today first; else the registry's own order holds. */
+export function groupRows(uris: UriRow[]): Group[] {
+  const byGroup = new Map<string, UriRow[]>();
+  for (const row of uris) {
+    const key = String(row.group);
+    const rows = byGroup.get(key);
+    if (rows) rows.push(row);
+    else byGroup.set(key, [row]);
+  }
+  const groups = [...byGroup].map(([key, members]): Group => {
+    const prefix = commonPrefix(members.map((row) => row.uri));
+    const rows = members.map((row) => ({
+      ...row,
+      tail: row.uri.slice(prefix.length),
+      served: isServed(row),
+      haystack: `${row.uri} ${row.type} ${hexId(row.id)}`.toLowerCase(),
+    }));
+    return { key, prefix, rows: rows.sort(servedFirst), served: rows.some((row) => row.served) };
+  });
+  return groups.sort(servedFirst);
+}
+
+export const searchWords = (text: string): string[] => text.toLowerCase().split(/\s+/).filter(Boolean);
+
+/** The rows that hold every word; groups without one are left out. */
+export function filterGroups(groups: Group[], words: string[], servedOnly: boolean): Group[] {
+  if (words.length === 0 && !servedOnly) return groups;
+  const ret: Group[] = [];
+  for (const group of groups) {
+    const rows = group.rows.filter(
+      (row) => (!servedOnly || row.served) && words.every((word) => row.haystack.includes(word)),
+    );
+    if (rows.length > 0) ret.push({ ...group, rows });
+  }
+  return ret;
+}
+
+/** Cuts a text into pieces that do and do not match one of the words. */
+export function markWords(text: string, words: string[]): { text: string; hit: boolean }[] {
+  if (words.length === 0) return [{ text, hit: false }];
+  const escaped = words.map((word) => word.replace(/[.*+?^${}()|[\]\\]/g, "\\$&"));
+  return text
+    .split(new RegExp(`(${escaped.join("|")})`, "i"))
+    .map((piece, index) => ({ text: piece, hit: index % 2 === 1 }))
+    .filter((piece) => piece.text !== "");
+}

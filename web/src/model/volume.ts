@@ -1,0 +1,137 @@
+import { batch, computed, signal, type ReadonlySignal } from "@preact/signals";
+
+export interface VolumeState {
+  volume: number;
+  muted: boolean;
+}
+
+/** How the control reaches the television; each rejects on failure. */
+export interface VolumeActions {
+  read: () => Promise<VolumeState>;
+  setVolume: (volume: number) => Promise<void>;
+  setMute: (muted: boolean) => Promise<void>;
+  onError: (error: unknown) => void;
+}
+
+export interface VolumeControl {
+  /** What the slider shows; null until it is known. */
+  volume: ReadonlySignal<number | null>;
+  muted: ReadonlySignal<boolean | null>;
+  refresh(): void;
+  /** The connection is gone: what is shown may be out of date. */
+  forget(): void;
+  heard(state: VolumeState): void;
+  grab(): void;
+  slide(volume: number): void;
+  release(): void;
+  toggleMute(): void;
+}
+
+// How long the slider stays where it was let go while its own echo is still on the way.
+const settleMs = 400;
+
+/**
+ * The slider's logic. While it is held, at most one set is in flight and the last position wins; what the television
+ * tells meanwhile is remembered, not shown. After the last set the slider waits for the echo of its own value, so that
+ * echoes of earlier ones do not pull it back.
+ */
+export function createVolume(actions: VolumeActions): VolumeControl {
+  const actual = signal<VolumeState | null>(null);
+  const wanted = signal<number | null>(null);
+  const pendingMute = signal<boolean | null>(null);
+  let held = false;
+  let inFlight = false;
+  let sent: number | null = null;
+  let settleTimer: ReturnType<typeof setTimeout> | undefined;
+  let changes = 0;
+
+  function yieldToActual() {
+    clearTimeout(settleTimer);
+    wanted.value = null;
+    sent = null;
+  }
+
+  function read() {
+    const before = changes;
+    return actions.read().then((state) => {
+      // A notification that came after the question is newer than its answer.
+      if (changes === before) actual.value = state;
+    }, actions.onError);
+  }
+
+  function settle() {
+    if (held || inFlight || wanted.value === null) return;
+    if (wanted.value === actual.value?.volume) {
+      yieldToActual();
+      return;
+    }
+    clearTimeout(settleTimer);
+    settleTimer = setTimeout(() => {
+      // No echo came: ask before letting go.
+      void read().finally(() => {
+        if (!held && !inFlight) yieldToActual();
+      });
+    }, settleMs);
+  }
+
+  async function pump() {
+    if (inFlight) return;
+    inFlight = true;
+    try {
+      while (wanted.value !== null && wanted.value !== sent) {
+        sent = wanted.value;
+        await actions.setVolume(sent);
+      }
+    } catch (error) {
+      // Back to what the television says; the hand, if it still holds the slider, starts anew with its next move.
+      yieldToActual();
+      actions.onError(error);
+    } finally {
+      inFlight = false;
+    }
+    settle();
+  }
+
+  return {
+    volume: computed(() => wanted.value ?? actual.value?.volume ?? null),
+    muted: computed(() => pendingMute.value ?? actual.value?.muted ?? null),
+    refresh: () => void read(),
+    forget() {
+      batch(() => {
+        yieldToActual();
+        actual.value = null;
+      });
+    },
+    heard(state) {
+      changes++;
+      actual.value = state;
+      settle();
+    },
+    grab() {
+      held = true;
+    },
+    slide(volume) {
+      clearTimeout(settleTimer);
+      wanted.value = volume;
+      void pump();
+    },
+    release() {
+      held = false;
+      settle();
+    },
+    toggleMute() {
+      if (!actual.value || pendingMute.value !== null) return;
+      const muted = !actual.value.muted;
+      pendingMute.value = muted;
+      actions
+        .setMute(muted)
+        .then(() => {
+          if (actual.value) actual.value = { ...actual.value, muted };
+        })
+        .catch(actions.onError)
+        .finally(() => {
+          pendingMute.value = null;
+        });
+    },
+  };
+}
