@@ -1,0 +1,224 @@
+// The entry points of the host: start-up, get and set.
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_api/listener.h"
+#include "tv_ctrl_api/request.h"
+#include "tv_ctrl_api/response.h"
+#include "tv_ctrl_util/log.h"
+#include "tv_ctrl_util/text.h"
+
+// Once-only flags: the host calls both start-up functions from one thread, before any request.
+static int dtv_jsp_init_res;
+static int dtv_jsp_init;
+
+// Makes a whole request exclusive, and with it the content buffer and the texts below. Outermost lock.
+static std::mutex mutex_recv;
+static void* _pt_content;     // one record, of whatever type the request's URI has; allocated once
+static INT32 _z_content_size;  // bytes cleared before each request
+static char _s_uri[256];      // the request's URI, cut, as the response repeats it
+
+// The request word that belongs to what is done.
+static constexpr const char* kWordQuery = "QUERY";
+static constexpr const char* kWordAction = "ACTION";
+static constexpr const char* kWordModify = "MODIFY";
+static constexpr const char* kWordSet = "SET";
+static constexpr const char* kWordAssociate = "ASSOCIATE";
+
+// True when there is a content buffer.
+static bool allocate_content(const char* entry) {
+  if (!_pt_content) _pt_content = tv_ctrl_malloc_content_max(&_z_content_size);
+  if (!_pt_content) TVC_LOG_AS(LOG_ERROR, entry, "error: No enough memory to malloc _pt_content!");
+  return _pt_content != nullptr;
+}
+
+// True when there is a content buffer; it is then cleared.
+static bool clear_content(const char* entry) {
+  if (!allocate_content(entry)) return false;
+  memset(_pt_content, 0, static_cast<std::size_t>(_z_content_size));
+  return true;
+}
+
+int32_t a_dtv_jsp_init_res(void) {
+  if (dtv_jsp_init_res > 0) return VEXTVCTRLR_OK;
+  vex_tvc_read_log_lvl();
+  _jsp_empty_slist();
+  allocate_content(__func__);
+  dtv_jsp_init_res = 1;
+  return VEXTVCTRLR_OK;
+}
+
+int32_t a_dtv_jsp_init(void) {
+  if (dtv_jsp_init > 0) return VEXTVCTRLR_OK;
+  tv_ctrl_init(tv_ctrl_api_notify_func);
+  dtv_jsp_init = 1;  // also after a failure: the host is not made to try again
+  return VEXTVCTRLR_OK;
+}
+
+// Looks the request's URI up and clears the content buffer for it.
+struct Target {
+  UINT16 id = 0;
+  UINT8 type = TYPE_INVALID;
+  const ItemType* item = nullptr;  // null for types without a record
+};
+
+static bool find_target(const char* entry, const char* uri, Target& ret_target) {
+  UINT16 id = 0;
+  UINT8 type = TYPE_INVALID;
+  if (tv_ctrl_get_info_with_uri(uri, &id, &type) != VEXTVCTRLR_OK) return false;
+  TVC_LOG_AS(LOG_VALUE, entry, "uri id: %d, type:%d!\n", id, type);
+  ret_target = {.id = id, .type = type, .item = tvc_item_type(type)};
+  return true;
+}
+
+// --- Get ---
+
+// Copies the response, without a terminator, to the host.
+static void copy_response(const char* entry, void* pv_content) {
+  if (!_ps_send_buff) {
+    TVC_LOG_AS(LOG_TRACE, entry, "[WARNING] Send buffer is NULL!!!\n");
+    return;
+  }
+  TVC_LOG_AS(LOG_TRACE, entry, "buff_len: %d.\n", _z_send_buff_len);
+  TVC_LOG_AS(LOG_TRACE, entry, "--> \n%s\n", _ps_send_buff);
+  _z_send_buff_len = std::min(_z_send_buff_len, DTV_JSP_RESPONSE_MAX);
+  memcpy(pv_content, _ps_send_buff, static_cast<std::size_t>(_z_send_buff_len));
+}
+
+// The caller holds mutex_recv and deletes the request's root.
+static INT32 get_item(const char* entry, const char* uri, const char* param, void* pv_content, Request& request) {
+  Target target;
+  if (!find_target(entry, uri, target)) return VEXTVCTRLR_FAIL;
+  if (!clear_content(entry)) return VEXTVCTRLR_FAIL;
+  if (param && *param) {
+    TVC_LOG_AS(LOG_TRACE, entry, "param: %s.\n", param);
+    if (!tvc_parse_request(entry, param, false, request)) return VEXTVCTRLR_FAIL;
+  }
+  if (strcmp(request.word, kWordQuery) == 0 &&
+      !tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content)) {
+    TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
+    tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_REQ_TYPE_NOT_MATCH);
+    return VEXTVCTRLR_FAIL;
+  }
+  const INT32 ret = tv_ctrl_get(target.id, _pt_content);
+  tv_ctrl_response_get(_s_uri, target.type, _pt_content, ret);
+  copy_response(entry, pv_content);
+  return ret;
+}
+
+int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
+  if (!pv_content || !uri) return VEXTVCTRLR_FAIL;
+  TVC_LOG(LOG_TRACE, "uri: %s.\n", uri);
+  INT32 ret;
+  {
+    const std::lock_guard guard(mutex_recv);
+    tvc_copy_text(_s_uri, uri);
+    Request request;
+    ret = get_item(__func__, uri, param, pv_content, request);
+    cJSON_Delete(request.root);
+  }
+  TVC_LOG(LOG_TRACE, "uri: %s - ret: %d.\n", uri, ret);
+  return ret;
+}
+
+// --- Set ---
+
+// What becomes of a set: told to the response hook, and returned to the host.
+struct Outcome {
+  INT32 status;
+  INT32 ret;
+};
+
+static Outcome call_handler(const Target& target, void* record, INT32 failed_status) {
+  const INT32 ret = tv_ctrl_set(target.id, record);
+  return {.status = ret == VEXTVCTRLR_OK ? static_cast<INT32>(VEX_OK) : failed_status, .ret = ret};
+}
+
+static Outcome set_action(const char*, const Target& target, const Request&) {
+  if (target.type != TYPE_ACTION) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
+  return call_handler(target, nullptr, VEX_ACTION_FAIL);
+}
+
+static Outcome set_modify(const char* entry, const Target& target, const Request& request) {
+  const cJSON* const value = cJSON_GetObjectItemCaseSensitive(request.parameter, "VALUE");
+  if (!value) {
+    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", "");
+    return {.status = VEX_MODIFY_FAIL, .ret = VEXTVCTRLR_FAIL};
+  }
+  if (!tvc_modify_record(entry, target.item, value, _pt_content))
+    return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
+  return call_handler(target, _pt_content, VEX_MODIFY_FAIL);
+}
+
+static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
+  if (!tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content)) {
+    TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
+    return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
+  }
+  if (target.type == TYPE_OPTION_LIST && static_cast<const T_OPTION_LIST*>(_pt_content)->value < 0) {
+    tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_INVALID_PARAM);
+    return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
+  }
+  const Outcome outcome = call_handler(target, _pt_content, VEX_SET_FAIL);
+  if (target.type == TYPE_CHANNEL_INFO && outcome.ret == VEXTVCTRLR_DUPLICATE)
+    return {.status = VEX_DUPLICATE, .ret = outcome.ret};
+  if (target.type == TYPE_UPDATE_EPG) {
+    // The guide's update is an event request as well: the same parameters are decoded once more, as that, over the
+    // same record, and the handler is called again.
+    tv_ctrl_response_set(target.type, request.root, outcome.status);
+    const Target event = {.id = target.id, .type = TYPE_EVENT_INFO, .item = tvc_item_type(TYPE_EVENT_INFO)};
+    return set_specialised(entry, event, request);
+  }
+  return outcome;
+}
+
+static Outcome set_associate(const char* entry, const Target& target, const Request& request) {
+  if (!tvc_decode_parameter(entry, target.item, kAssociate, request.parameter, _pt_content))
+    return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
+  tv_ctrl_response_set(target.type, request.root, VEX_ASSOCIATE_BEGIN);
+  return call_handler(target, _pt_content, VEX_ASSOCIATE_FAIL);
+}
+
+struct SetWord {
+  const char* word;
+  Outcome (*carry_out)(const char* entry, const Target& target, const Request& request);
+};
+static constexpr SetWord set_words[] = {
+    {kWordAction, set_action},
+    {kWordModify, set_modify},
+    {kWordSet, set_specialised},
+    {kWordAssociate, set_associate},
+};
+
+// The caller holds mutex_recv and deletes the request's root.
+static Outcome set_item(const char* entry, const Target& target, const char* param, Request& request) {
+  if (!clear_content(entry) || !tvc_parse_request(entry, param, true, request))
+    return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
+  TVC_LOG_AS(LOG_VALUE, entry, "request: %s!\n", request.word);
+  for (const SetWord& row : set_words)
+    if (strcmp(row.word, request.word) == 0) return row.carry_out(entry, target, request);
+  TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in REQUEST!");
+  return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
+}
+
+int32_t a_dtv_jsp_set(const char* uri, const char* param) {
+  if (!param || !uri) return VEXTVCTRLR_FAIL;
+  TVC_LOG(LOG_TRACE, "uri: %s.\n", uri);
+  TVC_LOG(LOG_TRACE, "param: %s.\n", param);
+  Outcome outcome = {.status = VEX_INVALID_URI, .ret = VEXTVCTRLR_FAIL};
+  {
+    const std::lock_guard guard(mutex_recv);
+    tvc_copy_text(_s_uri, uri);
+    Target target;
+    Request request;
+    if (find_target(__func__, uri, target)) outcome = set_item(__func__, target, param, request);
+    tv_ctrl_response_set(target.type, request.root, outcome.status);
+    cJSON_Delete(request.root);
+  }
+  TVC_LOG(LOG_TRACE, "uri: %s - ret: %d.\n", uri, outcome.ret);
+  return outcome.ret;
+}

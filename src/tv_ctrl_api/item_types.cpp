@@ -1,0 +1,185 @@
+#include "tv_ctrl_api/item_types.h"
+
+#include <array>
+#include <iterator>
+
+static constexpr UINT32 kQueueBound = 1024;
+static constexpr UINT32 kServerQueueBound = 10240;  // home networks announce many servers at once
+
+static constexpr NotifyRule kBaseTypeNotify = {.form = NotifyForm::kSingleParameter,
+                                               .log_name = "_json_print_base_type_notify"};
+
+static constexpr NotifyRule queued(const char* log_name, UINT32 bound = kQueueBound) {
+  return {.form = NotifyForm::kQueued, .bound = bound, .log_name = log_name, .traces_text = true};
+}
+
+// Sorted by type.
+static const ItemType item_types[] = {
+    {.type = TYPE_VALUE,
+     .record_size = sizeof(T_VALUE),
+     .allocated_size = sizeof(T_VALUE),
+     .fields = value_fields,
+     .notify = kBaseTypeNotify},
+    {.type = TYPE_TEXT,
+     .record_size = sizeof(T_TEXT),
+     .allocated_size = sizeof(T_TEXT),
+     .fields = text_fields,
+     .notify = kBaseTypeNotify},
+    {.type = TYPE_TINT,
+     .record_size = sizeof(T_TINT),
+     .allocated_size = sizeof(T_TINT),
+     .fields = tint_fields,
+     .notify = kBaseTypeNotify},
+    {.type = TYPE_ACTION,
+     .record_size = sizeof(T_ACTION),
+     .allocated_size = sizeof(T_ACTION),
+     .fields = action_fields},
+    {.type = TYPE_OPTION_LIST,
+     .record_size = sizeof(T_OPTION_LIST),
+     .allocated_size = sizeof(T_OPTION_LIST),
+     .fields = option_list_fields,
+     .notify = kBaseTypeNotify},
+    {.type = TYPE_NW_NOTIFY,
+     .record_size = sizeof(T_NW_NOTIFY),
+     .fields = nw_notify_fields,
+     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_network_notify", .traces_text = true}},
+    {.type = TYPE_WLAN_ASSOCIATE,
+     .record_size = sizeof(T_WLAN_ASSOCIATE),
+     .allocated_size = sizeof(T_WLAN_ASSOCIATE),
+     .error_word = "wlan associate",
+     .fields = wlan_associate_fields,
+     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_nw_associate_notify"}},
+    {.type = TYPE_TUNER_SCAN,
+     .record_size = sizeof(T_TUNER_SCAN),
+     .allocated_size = sizeof(T_TUNER_SCAN),
+     .error_word = "tuner scan",
+     .fields = tuner_scan_fields},
+    {.type = TYPE_INTEGER,
+     .record_size = sizeof(T_INTEGER),
+     .allocated_size = sizeof(T_INTEGER),
+     .fields = integer_fields},
+    {.type = TYPE_TUNER_SCAN_NOTIFY,
+     .record_size = sizeof(T_TUNER_SCAN_NOTIFY),
+     .allocated_size = sizeof(T_TUNER_SCAN_NOTIFY),
+     .fields = tuner_scan_notify_fields,
+     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_tuner_scan_notify"}},
+    {.type = TYPE_TEXT_16,
+     .record_size = sizeof(T_TEXT_16),
+     .fields = text_16_fields,
+     .notify = kBaseTypeNotify},
+    {.type = TYPE_CI_DATA,
+     .record_size = sizeof(T_CI_DATA),
+     .allocated_size = sizeof(T_CI_DATA),
+     .fields = ci_data_fields,
+     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_ci_data_notify"}},
+    {.type = TYPE_TIME,
+     .record_size = sizeof(T_TIME),
+     .allocated_size = sizeof(T_TIME),
+     .error_word = "time",
+     .fields = time_fields},
+    {.type = TYPE_BANNER_ITEM,
+     .record_size = sizeof(T_BANNER_ITEM),
+     .allocated_size = sizeof(T_BANNER_ITEM),
+     .fields = banner_item_fields},
+    {.type = TYPE_CBROWSER_PB_NOTIFY,
+     .record_size = sizeof(T_CBROWSER_PB_NOTIFY),
+     .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),
+     .fields = cbrowser_pb_notify_fields,
+     .notify = {.form = NotifyForm::kQueued,
+                .bound = kQueueBound,
+                .log_name = "_json_print_cbrowser_playback_notify",
+                .traces_text = true,
+                .restarts_unusable = true}},
+    {.type = TYPE_DLNA_DMS_NOTIFY,
+     .record_size = sizeof(T_DLNA_DMS_NOTIFY),
+     .allocated_size = sizeof(T_DLNA_DMS_NOTIFY),
+     .fields = dlna_dms_notify_fields,
+     .notify = queued("_json_print_dlna_dms_notify", kServerQueueBound)},
+    {.type = TYPE_DLNA_DMR_NOTIFY,
+     .record_size = sizeof(T_DLNA_DMR_NOTIFY),
+     .fields = dlna_dmr_notify_fields,
+     .notify = queued("_json_print_dlna_dmr_notify")},
+    {.type = TYPE_PUS_NOTIFY,
+     .record_size = sizeof(T_PUS_NOTIFY),
+     .fields = pus_notify_fields,
+     .notify = queued("_json_print_cbrowser_pus_notify")},
+    {.type = TYPE_USB_DETECT_NOTIFY,
+     .record_size = sizeof(T_USB_DETECT_NOTIFY),
+     .allocated_size = sizeof(T_USB_DETECT_NOTIFY),
+     .fields = usb_detect_notify_fields,
+     .notify = queued("_json_print_usb_detect_notify")},
+    {.type = TYPE_INPUT_DEV_INFO,
+     .record_size = sizeof(T_VALUE),
+     .allocated_size = sizeof(T_VALUE)},
+    {.type = TYPE_CHANNEL_INFO_NOTIFY,
+     .record_size = sizeof(T_CHANNEL_LIST_NOTIFY),
+     .fields = channel_info_notify_fields,
+     .notify = queued("_json_print_channel_info_notify")},
+    {.type = TYPE_ACTIVE_WINDOW_INFO_NOTIFY,
+     .record_size = sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY),
+     .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),  // shared with the playback notification
+     .fields = active_window_info_notify_fields,
+     .notify = queued("_json_print_active_window_info_notify")},
+    {.type = TYPE_ACTIVE_WINDOW_TIME_NOTIFY,
+     .record_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
+     .allocated_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
+     .fields = active_window_time_notify_fields,
+     .notify = queued("_json_print_active_window_time_notify")},
+    {.type = TYPE_CHANNEL_SELECT,
+     .record_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
+     .allocated_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},  // shared with the active window's time
+    {.type = TYPE_CONFIG_UPDATE_NOTIFY,
+     .record_size = sizeof(T_CONFIG_NOTIFY),
+     .fields = config_update_notify_fields,
+     .notify = queued("_json_print_config_update_notify")},
+    {.type = TYPE_VOL_CTRL_NOTIFY,
+     .record_size = sizeof(T_VOL_CTRL_NOTIFY),
+     .fields = vol_ctrl_notify_fields,
+     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_vol_ctrl_notify", .traces_text = true}},
+};
+static_assert(sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY) == sizeof(T_CBROWSER_PB_NOTIFY));
+
+std::span<const ItemType> tvc_item_types() { return item_types; }
+
+const ItemType* tvc_item_type(UINT8 type) {
+  // One look into an index by type instead of a search; made at the first use, the same by every thread.
+  static const auto index = [] {
+    std::array<const ItemType*, TYPE_INVALID + 1> rows{};
+    for (const ItemType& item : item_types) rows[item.type] = &item;
+    return rows;
+  }();
+  return index[type];
+}
+
+const char* tvc_item_type_name(UINT8 type) {
+  switch (type) {
+#define TVC_ITEM_TYPE(name, number) \
+  case number:                      \
+    return "TYPE_" #name;
+#include "vex_tv_ctrl/item_types.def"
+#undef TVC_ITEM_TYPE
+    default:
+      return "";
+  }
+}
+
+bool tvc_item_has(const ItemType& item, FieldUse use) {
+  for (const Field& field : item.fields)
+    if (field.use & use) return true;
+  return false;
+}
+
+cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record) {
+  cJSON* const object = cJSON_CreateObject();
+  if (object && tvc_render_fields(item.fields, use, record, object)) return object;
+  cJSON_Delete(object);
+  return nullptr;
+}
+
+cJSON* tvc_make_items(cJSON* item) {
+  cJSON* const items = cJSON_CreateArray();
+  if (items && cJSON_AddItemToArray(items, item)) return items;
+  cJSON_Delete(items);
+  cJSON_Delete(item);
+  return nullptr;
+}

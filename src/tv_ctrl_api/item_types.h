@@ -1,0 +1,63 @@
+// The item-type table: one row per item type that has a record, with everything that depends on the type.
+#pragma once
+
+#include <span>
+
+#include "tv_ctrl_main.h"
+#include "tv_ctrl_util/json_field.h"
+
+enum class NotifyForm : UINT8 {
+  kNone,
+  kSingleParameter,  // {"URI", "REQUEST", "PARAMETER": {...}}; each replaces the one before
+  kSingleItems,      // {"URI", "REQUEST", "ITEMS": [{...}]}; each replaces the one before
+  kQueued,           // {"URI", "REQUEST", "ITEMS": [{...}, ...]}; each is appended until the host fetches
+};
+
+struct NotifyRule {
+  NotifyForm form = NotifyForm::kNone;
+  UINT32 bound = 0;              // kQueued: a longer pending text is discarded before appending, in characters
+  const char* log_name = "";     // operation that the messages name
+  bool traces_text = false;      // the text made is traced
+  bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; else the notification is dropped
+};
+
+struct ItemType {
+  UINT8 type;
+  UINT32 record_size;           // of the record that the content buffer holds
+  UINT32 allocated_size = 0;    // of a record made by tv_ctrl_malloc_content; 0: none is made
+  const char* error_word = "";  // in "error: parse ... param!"
+  std::span<const Field> fields = {};
+  NotifyRule notify = {};
+};
+
+// The row of an item type, or null.
+const ItemType* tvc_item_type(UINT8 type);
+
+// Every row.
+std::span<const ItemType> tvc_item_types();
+
+// "TYPE_VALUE" and so on, as in TV_CTRL_ITEM_TYPE; empty for a number that is none.
+const char* tvc_item_type_name(UINT8 type);
+
+// Whether any field of the type takes part in this use.
+bool tvc_item_has(const ItemType& item, FieldUse use);
+
+// The JSON object of a record, with the fields of one use. Null without memory.
+cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record);
+
+// An array of one item, which it takes over. Null without memory, or when the item is null.
+cJSON* tvc_make_items(cJSON* item);
+
+// Field tables of the records, by area.
+extern const std::span<const Field> value_fields, text_fields, tint_fields, action_fields, option_list_fields,
+    integer_fields, text_16_fields, time_fields, banner_item_fields;
+extern const std::span<const Field> tuner_scan_fields, tuner_scan_notify_fields;
+extern const std::span<const Field> ci_data_fields;
+extern const std::span<const Field> nw_notify_fields, wlan_associate_fields;
+extern const std::span<const Field> cbrowser_pb_notify_fields, dlna_dms_notify_fields, dlna_dmr_notify_fields,
+    pus_notify_fields;
+extern const std::span<const Field> usb_detect_notify_fields;
+extern const std::span<const Field> config_update_notify_fields;
+extern const std::span<const Field> channel_info_notify_fields;
+extern const std::span<const Field> active_window_info_notify_fields, active_window_time_notify_fields;
+extern const std::span<const Field> vol_ctrl_notify_fields;

@@ -1,0 +1,60 @@
+// Field tables of media playback, home network and recording file events.
+#include <string.h>
+
+#include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_util/log.h"
+
+static constexpr Field cbrowser_pb_notify_table[] = {
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type), .use = kNotify, .help = "kind of player event"},
+    {.key = "TAG", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, tag), .use = kNotify},
+    {.key = "ARG1", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify},
+    {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify},
+    {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify},
+};
+constinit const std::span<const Field> cbrowser_pb_notify_fields = cbrowser_pb_notify_table;
+
+static constexpr Field dlna_dms_notify_table[] = {
+    {.key = "TYPE", TVC_MEMBER(T_DLNA_DMS_NOTIFY, type), .use = kNotify, .help = "kind of server event"},
+    {.key = "TAG", TVC_MEMBER(T_DLNA_DMS_NOTIFY, tag), .use = kNotify},
+    {.key = "SERVER_NAME", TVC_MEMBER(T_DLNA_DMS_NOTIFY, server_name), .use = kNotify},
+    {.key = "DEV_ID", TVC_MEMBER(T_DLNA_DMS_NOTIFY, dev_id), .use = kNotify, .help = "server's device"},
+    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg2), .use = kNotify},
+};
+constinit const std::span<const Field> dlna_dms_notify_fields = dlna_dms_notify_table;
+
+static constexpr Field dlna_dmr_notify_table[] = {
+    {.key = "TYPE", TVC_MEMBER(T_DLNA_DMR_NOTIFY, type), .use = kNotify, .help = "kind of renderer event"},
+    {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify},
+    {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "what is to be played"},
+    {.key = "PROTOCOL_INFO", TVC_MEMBER(T_DLNA_DMR_NOTIFY, protocolinfo), .use = kNotify},
+    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg2), .use = kNotify},
+};
+constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_table;
+
+// A number, but for the start command: there the value is the address of the file's path.
+static cJSON* render_pus_value(const Field&, const void* record) {
+  const T_PUS_NOTIFY& notify = *static_cast<const T_PUS_NOTIFY*>(record);
+  if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_json_number(static_cast<INT32>(notify.value));
+  const char* const path = reinterpret_cast<const char*>(notify.value);
+  constexpr const char* kOperation = "_json_print_cbrowser_pus_notify";
+  if (!path) {
+    TVC_LOG_AS(LOG_TRACE, kOperation, "pt_content->value is NULL\n");
+    return tvc_json_number(0);
+  }
+  TVC_LOG_AS(LOG_TRACE, kOperation, "FilePath: %s\n", path);
+  return cJSON_CreateString(path);
+}
+
+static constexpr Field pus_notify_table[] = {
+    {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify},
+    {.key = "playCmd", TVC_MEMBER(T_PUS_NOTIFY, play_cmd), .use = kNotify, .help = "1: start"},
+    {.key = "value",
+     TVC_WORD(T_PUS_NOTIFY, value),
+     .use = kNotify,
+     .render = render_pus_value,
+     .help = "argument of the command; the file's path for start"},
+};
+constinit const std::span<const Field> pus_notify_fields = pus_notify_table;

@@ -1,0 +1,60 @@
+// Field tables of channel scan.
+#include "tv_ctrl_api/item_types.h"
+
+// Only the block of the record's own broadcast system is rendered.
+template <int... types>
+static bool scan_is(const void* record) {
+  const int type = static_cast<const T_TUNER_SCAN*>(record)->scan_type;
+  return ((type == types) || ...);
+}
+static constexpr auto kPal = scan_is<0>;
+static constexpr auto kDvbt = scan_is<1>;
+static constexpr auto kDvbc = scan_is<2>;
+static constexpr auto kNtsc = scan_is<3>;
+static constexpr auto kAtsc = scan_is<4, 6, 10>;
+static constexpr auto kIsdb = scan_is<5, 11>;
+
+#define SCAN(json_key, member, uses, ...) {.key = json_key, TVC_MEMBER(T_TUNER_SCAN, member), .use = uses, __VA_ARGS__}
+
+static constexpr Field tuner_scan_table[] = {
+    {.key = "NAME", .use = kResponse, .text = "Tuner Scan", .help = "display name"},
+    {.key = "TYPE", .use = kResponse, .text = "TYPE_TUNER_SCAN", .help = "item type"},
+    SCAN("GROUP", group, kResponse, .help = "group number"),
+    SCAN("STATE", state, kResponse, .help = "1: available"),
+    SCAN("SCAN_TYPE", scan_type, kSet | kResponse,
+         .help = "0 PAL/SECAM, 1 DVB-T, 2 DVB-C, 3 NTSC, 4, 6 or 10 ATSC, 5 or 11 ISDB"),
+    SCAN("SCAN_MODE", scan_mode, kSet | kResponse, .help = "the platform's mode of scanning"),
+    SCAN("SCAN_DEFAULT_SETTING", scan_default_setting, kSet | kResponse, .help = "1: with default settings"),
+    SCAN("SCAN_SKIP_FAKE", skip_fake, kSet | kResponse, .help = "1: skip fake channels"),
+    SCAN("ATSC_FIRST_SCAN_IDX", atsc_scan_data.first_scan_index, kSet | kResponse, .when = kAtsc),
+    SCAN("ATSC_LAST_SCAN_IDX", atsc_scan_data.last_scan_index, kSet | kResponse, .when = kAtsc),
+    SCAN("ATSC_MOD_MASK", atsc_scan_data.mod_mask, kSet | kResponse, .when = kAtsc, .help = "modulations, bit mask"),
+    SCAN("ATSC_FREQ_PLAN", atsc_scan_data.freq_plan, kSet | kResponse, .when = kAtsc),
+    SCAN("ISDB_FIRST_SCAN_IDX", isdb_scan_data.first_scan_index, kSet | kResponse, .when = kIsdb),
+    SCAN("ISDB_LAST_SCAN_IDX", isdb_scan_data.last_scan_index, kSet | kResponse, .when = kIsdb),
+    SCAN("ISDB_CFG_FLAG", isdb_scan_data.config_flag, kSet | kResponse, .when = kIsdb),
+    SCAN("NTSC_FIRST_SCAN_IDX", ntsc_scan_data.first_scan_index, kSet | kResponse, .when = kNtsc),
+    SCAN("NTSC_LAST_SCAN_IDX", ntsc_scan_data.last_scan_index, kSet | kResponse, .when = kNtsc),
+    SCAN("DVBT_FIRST_SCAN_IDX", dvbt_scan_data.first_scan_index, kSet),
+    SCAN("DVBT_LAST_SCAN_IDX", dvbt_scan_data.last_scan_index, kSet),
+    SCAN("DVBT_MANUAL_FREQ", dvbt_scan_data.freq, kSet, .help = "frequency of a manual scan"),
+    SCAN("DVBT_SCAN_IDX", dvbt_scan_data.scan_index, kResponse, .when = kDvbt),
+    SCAN("DVBT_FREQ", dvbt_scan_data.freq, kResponse, .when = kDvbt),
+    SCAN("DVBT_BANDWIDTH", dvbt_scan_data.bandwidth, kResponse, .when = kDvbt),
+    SCAN("DVBT_CHANNEL_NAME", dvbt_scan_data.channel_name, kResponse, .when = kDvbt),
+    SCAN("DVBC_NW_ID", dvbc_scan_data.network_id, kSet | kResponse, .when = kDvbc),
+    SCAN("DVBC_START_FREQ", dvbc_scan_data.start_freq, kSet | kResponse, .when = kDvbc),
+    SCAN("DVBC_END_FREQ", dvbc_scan_data.end_freq, kSet | kResponse, .when = kDvbc),
+    SCAN("DVBC_CFG_FLAG", dvbc_scan_data.config_flag, kSet | kResponse, .when = kDvbc),
+    SCAN("PAL_START_FREQ", pal_scan_data.start_freq, kSet | kResponse, .when = kPal),
+    SCAN("PAL_END_FREQ", pal_scan_data.end_freq, kSet | kResponse, .when = kPal),
+};
+constinit const std::span<const Field> tuner_scan_fields = tuner_scan_table;
+
+static constexpr Field tuner_scan_notify_table[] = {
+    {.key = "MSG_ID", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, msg_id), .use = kNotify},
+    {.key = "PROGRESS", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, progress), .use = kNotify, .unit = "%"},
+    {.key = "CHAN_NUM", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, chan_num), .use = kNotify, .help = "channels found"},
+    {.key = "RESERVED", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, reserved), .use = kNotify},
+};
+constinit const std::span<const Field> tuner_scan_notify_fields = tuner_scan_notify_table;

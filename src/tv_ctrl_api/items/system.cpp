@@ -1,0 +1,46 @@
+// Field tables of events of the set itself: USB, configuration, channel list, guide, volume.
+#include "tv_ctrl_api/item_types.h"
+
+static constexpr Field usb_detect_notify_table[] = {
+    {.key = "TYPE", TVC_MEMBER(T_USB_DETECT_NOTIFY, type), .use = kNotify, .help = "kind of event"},
+    {.key = "TAG", TVC_MEMBER(T_USB_DETECT_NOTIFY, tag), .use = kNotify},
+    {.key = "DEV", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.dev), .use = kNotify, .help = "device"},
+    {.key = "PATH", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.path), .use = kNotify, .help = "mount point"},
+    {.key = "LABEL", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.label), .use = kNotify, .help = "volume label"},
+    {.key = "PORT", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.port), .use = kNotify, .help = "USB port"},
+};
+constinit const std::span<const Field> usb_detect_notify_fields = usb_detect_notify_table;
+
+static constexpr Field config_update_notify_table[] = {
+    {.key = "ID", TVC_MEMBER(T_CONFIG_NOTIFY, id), .use = kNotify, .help = "-1: a value changed"},
+    {.key = "TAG", TVC_MEMBER(T_CONFIG_NOTIFY, tag), .use = kNotify},
+    {.key = "ARG1", TVC_MEMBER(T_CONFIG_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "the changed key"},
+};
+constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;
+
+// The channel list and the guide report alike.
+#define SERVICE_LIST_EVENT_FIELDS(record)                                                      \
+  {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},          \
+      {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify},                                 \
+      {.key = "SVL_HANDLE", TVC_MEMBER(record, h_svl), .use = kNotify, .help = "service list"}
+
+#define SERVICE_LIST_CHANGE_FIELDS(record)                                                     \
+  SERVICE_LIST_EVENT_FIELDS(record), {.key = "CONDITIONS", TVC_MEMBER(record, conditions), .use = kNotify},  \
+      {.key = "REASON", TVC_MEMBER(record, reason), .use = kNotify},                           \
+      {.key = "DATA", TVC_MEMBER(record, data), .use = kNotify}
+
+static constexpr Field channel_info_notify_table[] = {SERVICE_LIST_CHANGE_FIELDS(T_CHANNEL_LIST_NOTIFY)};
+constinit const std::span<const Field> channel_info_notify_fields = channel_info_notify_table;
+
+static constexpr Field active_window_info_notify_table[] = {SERVICE_LIST_CHANGE_FIELDS(T_ACTIVE_WINDOW_INFO_NOTIFY)};
+constinit const std::span<const Field> active_window_info_notify_fields = active_window_info_notify_table;
+
+static constexpr Field active_window_time_notify_table[] = {SERVICE_LIST_EVENT_FIELDS(T_ACTIVE_WINDOW_TIME_NOTIFY)};
+constinit const std::span<const Field> active_window_time_notify_fields = active_window_time_notify_table;
+
+static constexpr Field vol_ctrl_notify_table[] = {
+    {.key = "volValue", TVC_MEMBER(T_VOL_CTRL_NOTIFY, vol_value), .use = kNotify, .help = "volume level"},
+    {.key = "muteStatus", TVC_MEMBER(T_VOL_CTRL_NOTIFY, mute_status), .use = kNotify, .help = "0: not muted"},
+};
+constinit const std::span<const Field> vol_ctrl_notify_fields = vol_ctrl_notify_table;

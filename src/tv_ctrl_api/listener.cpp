@@ -1,0 +1,116 @@
+#include "tv_ctrl_api/listener.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+
+#include "tv_ctrl_util/log.h"
+#include "tv_ctrl_util/text.h"
+
+std::shared_mutex t_nfy_rw_lock;
+
+static struct {
+  TV_CTRL_NOTIFY_BUFFER_T* pt_head;
+} _tv_ctrl_notify_buffer;
+
+TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri) {
+  if (!uri || !*uri) return nullptr;
+  TV_CTRL_NOTIFY_BUFFER_T* entry = _tv_ctrl_notify_buffer.pt_head;
+  while (entry && strcmp(entry->uri, uri) != 0) entry = entry->t_link.pt_next;
+  return entry;
+}
+
+char* _jsp_exchange_buffer(TV_CTRL_NOTIFY_BUFFER_T& entry, char* text) {
+  return std::atomic_ref(entry.buffer).exchange(text);
+}
+
+static void free_entry(TV_CTRL_NOTIFY_BUFFER_T* entry) {
+  *entry->t_link.pt_prev = entry->t_link.pt_next;
+  if (entry->t_link.pt_next) entry->t_link.pt_next->t_link.pt_prev = entry->t_link.pt_prev;
+  free(entry->buffer);
+  free(entry);
+}
+
+void _jsp_empty_slist() {
+  const std::lock_guard guard(t_nfy_rw_lock);
+  while (_tv_ctrl_notify_buffer.pt_head) free_entry(_tv_ctrl_notify_buffer.pt_head);
+}
+
+// The caller holds the write lock.
+static void _jsp_dump_buffer_in_slist() {
+  if (!_tv_ctrl_notify_buffer.pt_head || vex_tvc_debug_level() < LOG_VALUE) return;
+  TVC_LOG(LOG_VALUE, "BEGIN DUMP ------  !!! \r\n");
+  for (const auto* entry = _tv_ctrl_notify_buffer.pt_head; entry; entry = entry->t_link.pt_next) {
+    if (entry->buffer)
+      TVC_LOG(LOG_VALUE, "uri: [%s], stack count [%d], buffer: [%s]\r\n", entry->uri, entry->num, entry->buffer);
+    else
+      TVC_LOG(LOG_VALUE, "uri: [%s], stack count [%d], buffer is empty\r\n", entry->uri, entry->num);
+  }
+  TVC_LOG(LOG_VALUE, "END DUMP ------ !!! \r\n");
+}
+
+static INT32 _jsp_add_uri_into_slist(const char* ps_uri) {
+  if (!ps_uri) {
+    TVC_LOG(LOG_ERROR, "ps_uri is null!!!\n");
+    return VEXTVCTRLR_FAIL;
+  }
+  const std::lock_guard guard(t_nfy_rw_lock);
+  if (!*ps_uri) return VEXTVCTRLR_OK;
+  if (TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(ps_uri)) {
+    ++entry->num;
+    TVC_LOG(LOG_TRACE, "exist entry for url [%s], stack count [%d]\n", ps_uri, entry->num);
+    return VEXTVCTRLR_OK;
+  }
+  auto* const entry = static_cast<TV_CTRL_NOTIFY_BUFFER_T*>(calloc(1, sizeof(TV_CTRL_NOTIFY_BUFFER_T)));
+  if (!entry) return VEXTVCTRLR_OK;  // callers are not told: the URI simply stays silent
+  entry->num = 1;
+  tvc_copy_text(entry->uri, ps_uri);
+  TVC_LOG(LOG_TRACE, "insert new entry for url [%s]\n", ps_uri);
+  entry->t_link.pt_next = _tv_ctrl_notify_buffer.pt_head;
+  entry->t_link.pt_prev = &_tv_ctrl_notify_buffer.pt_head;
+  if (entry->t_link.pt_next) entry->t_link.pt_next->t_link.pt_prev = &entry->t_link.pt_next;
+  _tv_ctrl_notify_buffer.pt_head = entry;
+  _jsp_dump_buffer_in_slist();
+  return VEXTVCTRLR_OK;
+}
+
+static INT32 _jsp_remove_uri_from_slist(const char* ps_uri) {
+  if (!ps_uri) {
+    TVC_LOG(LOG_ERROR, "ps_uri is null!!!\n");
+    return VEXTVCTRLR_FAIL;
+  }
+  const std::lock_guard guard(t_nfy_rw_lock);
+  if (!*ps_uri || !_tv_ctrl_notify_buffer.pt_head) return VEXTVCTRLR_OK;
+  _jsp_dump_buffer_in_slist();
+  TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(ps_uri);
+  if (!entry) return VEXTVCTRLR_OK;
+  TVC_LOG(LOG_TRACE, "remove entry for url [%s], stack count [%d]\n", ps_uri, entry->num);
+  if (entry->num < 2)
+    free_entry(entry);
+  else
+    --entry->num;
+  return VEXTVCTRLR_OK;
+}
+
+int32_t a_dtv_jsp_add_listener_buffer(const char* ps_uri) { return _jsp_add_uri_into_slist(ps_uri); }
+
+int32_t a_dtv_jsp_remove_listener_buffer(const char* ps_uri) { return _jsp_remove_uri_from_slist(ps_uri); }
+
+int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_buffer, int32_t buffer_len) {
+  TVC_LOG(LOG_CALL, "call %s.\n", __func__);
+  if (!ps_uri || !pv_buffer || buffer_len < 1) return VEXTVCTRLR_FAIL;
+  const std::shared_lock guard(t_nfy_rw_lock);
+  TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(ps_uri);
+  if (!entry) return VEXTVCTRLR_FAIL;
+  char* const text = _jsp_exchange_buffer(*entry, nullptr);
+  if (!text) {
+    TVC_LOG(LOG_CALL, "nfy buff is empty!\n");
+    return VEXTVCTRLR_OK;
+  }
+  memcpy(pv_buffer, text, std::min(strlen(text), static_cast<std::size_t>(buffer_len)));
+  free(text);
+  return VEXTVCTRLR_OK;
+}

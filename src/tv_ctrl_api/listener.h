@@ -1,0 +1,30 @@
+// Listener buffers: one entry per subscribed URI, with a count and at most one pending notification text.
+#pragma once
+
+#include <shared_mutex>
+
+#include "tvapi/types.h"
+
+struct TV_CTRL_NOTIFY_BUFFER_T {
+  INT32 num;       // subscriptions
+  char uri[256];   // at most 255 characters are kept
+  char* buffer;    // pending text, owned by the entry, or null; exchanged atomically, see jsp_exchange_buffer
+  struct {
+    TV_CTRL_NOTIFY_BUFFER_T* pt_next;
+    TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // where the entry before, or the head, points at this one
+  } t_link;
+};
+
+// Guards the list and every entry's lifetime. Two threads may fetch at once under the read lock, so a pending text is
+// looked at only by whoever has taken it out of its entry, or under the write lock. Taken after mutex_send.
+extern std::shared_mutex t_nfy_rw_lock;
+
+// The entry of a URI, or null. The caller holds the lock.
+TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri);
+
+// Puts a text (or null) into an entry and takes what was there; the caller then owns that. The caller holds the lock,
+// for reading at least.
+char* _jsp_exchange_buffer(TV_CTRL_NOTIFY_BUFFER_T& entry, char* text);
+
+// Frees every entry. For start-up.
+void _jsp_empty_slist();

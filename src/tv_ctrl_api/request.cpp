@@ -1,0 +1,75 @@
+#include "tv_ctrl_api/request.h"
+
+#include <string.h>
+
+#include "tv_ctrl_util/json_parse.h"
+#include "tv_ctrl_util/json_scalar.h"
+#include "tv_ctrl_util/log.h"
+#include "tv_ctrl_util/number.h"
+#include "tv_ctrl_util/text.h"
+
+bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Request& ret_request) {
+  const JsonParse parsed = tvc_json_parse(text);
+  if (!parsed.root) {
+    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", parsed.error_at);
+    return false;
+  }
+  ret_request.root = parsed.root;
+  const cJSON* const parameter = cJSON_GetObjectItemCaseSensitive(parsed.root, "PARAMETER");
+  if (!parameter) {
+    TVC_LOG_AS(LOG_ERROR, entry, "Param do NOT has PARAMETER.\n");
+    return false;
+  }
+  if (!cJSON_IsObject(parameter)) return true;
+  ret_request.parameter = parameter;
+  const cJSON* const word = cJSON_GetObjectItemCaseSensitive(parameter, "REQUEST");
+  if (!word && needs_word) {
+    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", parsed.error_at);
+    return false;
+  }
+  if (cJSON_IsString(word)) tvc_copy_text(ret_request.word, word->valuestring);
+  return true;
+}
+
+bool tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter, void* record) {
+  if (!item || !tvc_item_has(*item, use)) return false;
+  tvc_decode_fields(item->fields, use, parameter, record, entry);
+  return true;
+}
+
+static const Field* modified_field(const ItemType* item) {
+  if (item)
+    for (const Field& field : item->fields)
+      if (field.use & kModify) return &field;
+  return nullptr;
+}
+
+bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* value, void* record) {
+  const Field* const field = modified_field(item);
+  if (!field) return false;
+  switch (field->kind) {
+    case FieldKind::kInt32: {
+      INT32& number = field_at<INT32>(record, *field);
+      number = tvc_json_integer(value);  // a text is not converted here
+      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %d!\n", number);
+      return true;
+    }
+    case FieldKind::kInt64: {
+      INT64& number = field_at<INT64>(record, *field);
+      number = cJSON_IsNumber(value) ? tvc_double_to<INT64>(value->valuedouble) : tvc_json_integer(value);
+      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %lld!\n", static_cast<long long>(number));
+      return true;
+    }
+    case FieldKind::kText: {
+      if (!cJSON_IsString(value)) return false;
+      char* const text = &field_at<char>(record, *field);
+      const std::size_t length = strnlen(value->valuestring, field->size - 1);
+      memcpy(text, value->valuestring, length);
+      text[length] = '\0';
+      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %s!\n", text);
+      return true;
+    }
+    default:
+      return false;
+  }
+}

@@ -1,0 +1,12 @@
+// The URI registry: constant rows in table order.
+#pragma once
+
+#include <span>
+
+#include "tv_ctrl_main.h"
+
+// Every row, in table order.
+std::span<const TV_CTRL_URI_ID_MAP_T> tvc_registry();
+
+// The name of a group, TV_CTRL_GRPID_<name>, or null.
+const char* tvc_group_name(int group);

@@ -1,0 +1,83 @@
+#include "tv_ctrl_util/json_scalar.h"
+
+#include <string.h>
+
+#include "tv_ctrl_util/log.h"
+#include "tv_ctrl_util/number.h"
+
+// The double of a number, 1 for true, else 0.
+static double json_double(const cJSON* value) {
+  if (cJSON_IsNumber(value)) return value->valuedouble;
+  return cJSON_IsTrue(value) ? 1 : 0;
+}
+
+INT32 tvc_json_integer(const cJSON* value) { return tvc_double_to<INT32>(json_double(value)); }
+
+// Finds a member for the decoder named `decoder`; null, with the message that belongs to it, when there is none.
+static const cJSON* find_member(const char* decoder, const cJSON* object, const char* key) {
+  if (!object || !key) {
+    TVC_LOG_AS(LOG_ERROR, decoder, "param is NULL!\n");
+    return nullptr;
+  }
+  const cJSON* const member = cJSON_GetObjectItemCaseSensitive(object, key);
+  if (!member) TVC_LOG_AS(LOG_MISSING, decoder, "Can not find [%s]!\n", key);
+  return member;
+}
+
+// Reads a member as `Wide`, narrows it to the field and traces it as `Trace`, under the decoder's name.
+template <typename Trace, typename Field, typename Wide>
+static INT32 unpackage(const char* decoder, const char* trace, const cJSON* object, const char* key, Field* ret_value,
+                       Wide (*from_text)(const char*)) {
+  const cJSON* const member = find_member(decoder, object, key);
+  if (!member) return VEXTVCTRLR_FAIL;
+  const Wide wide = cJSON_IsString(member) ? from_text(member->valuestring) : tvc_double_to<Wide>(json_double(member));
+  *ret_value = static_cast<Field>(wide);
+  TVC_LOG_AS(LOG_VALUE, decoder, trace, key, static_cast<Trace>(*ret_value));
+  return VEXTVCTRLR_OK;
+}
+
+INT32 _unpackage_json_int(const cJSON* object, const char* key, INT32* ret_value) {
+  return unpackage<int>(__func__, "%s: %d!\n", object, key, ret_value, tvc_text_to_int32);
+}
+
+INT32 _unpackage_json_ushort(const cJSON* object, const char* key, UINT16* ret_value) {
+  return unpackage<int>(__func__, "%s: %d!\n", object, key, ret_value, tvc_text_to_int32);
+}
+
+INT32 _unpackage_json_uschar(const cJSON* object, const char* key, UINT8* ret_value) {
+  return unpackage<int>(__func__, "%s: %d!\n", object, key, ret_value, tvc_text_to_int32);
+}
+
+INT32 _unpackage_json_usint(const cJSON* object, const char* key, UINT32* ret_value) {
+  return unpackage<unsigned>(__func__, "%s: %u!\n", object, key, ret_value, tvc_text_to_uint32);
+}
+
+INT32 _unpackage_json_uslong(const cJSON* object, const char* key, UINT32* ret_value) {
+  return unpackage<unsigned long>(__func__, "%s: %lu!\n", object, key, ret_value, tvc_text_to_uint32);
+}
+
+INT32 _unpackage_json_longlong(const cJSON* object, const char* key, INT64* ret_value) {
+  return unpackage<long long>(__func__, "%s: %lld!\n", object, key, ret_value, tvc_text_to_int64);
+}
+
+INT32 _unpackage_json_uslonglong(const cJSON* object, const char* key, UINT64* ret_value) {
+  return unpackage<unsigned long long>(__func__, "%s: %llu!\n", object, key, ret_value, tvc_text_to_uint64);
+}
+
+INT32 _unpackage_json_string(const cJSON* object, const char* key, char* ret_text, std::size_t limit) {
+  if (!ret_text || limit == 0) {
+    TVC_LOG(LOG_ERROR, "param is NULL!\n");
+    return VEXTVCTRLR_FAIL;
+  }
+  const cJSON* const member = find_member(__func__, object, key);
+  if (!member) return VEXTVCTRLR_FAIL;
+  if (!cJSON_IsString(member)) {
+    TVC_LOG(LOG_ERROR, "Error before: [%s]\n", "");
+    return VEXTVCTRLR_FAIL;
+  }
+  const std::size_t length = strnlen(member->valuestring, limit);
+  memcpy(ret_text, member->valuestring, length);
+  if (length < limit) ret_text[length] = '\0';
+  TVC_LOG(LOG_VALUE, "%s: %.*s!\n", key, static_cast<int>(length), member->valuestring);
+  return VEXTVCTRLR_OK;
+}

@@ -1,0 +1,45 @@
+#include "tv_ctrl_util/log.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "tv_ctrl_util/number.h"
+
+// Written once, at resource start-up and before any request; read without a lock afterwards.
+static INT32 vex_tvc_log_lvl;
+
+static constexpr const char* kLevelFile = "/3rd_rw/tvc_debug";
+static constexpr int kPieceSize = 31;  // 30 characters of a line are seen at a time
+
+void vex_tvc_read_log_lvl(void) {
+  vex_tvc_log_lvl = 0;
+  FILE* file = fopen(kLevelFile, "re");
+  if (!file) return;
+  char piece[kPieceSize];
+  while (fgets(piece, sizeof piece, file)) {
+    if (strncmp(piece, "log=", 4) != 0) continue;
+    vex_tvc_log_lvl = tvc_text_to_int32(piece + 4);
+    fprintf(stderr, "[TVC_MAIN][%s][%d] -- tvc log level: %d.\n", __func__, __LINE__, vex_tvc_log_lvl);
+    fflush(stderr);
+  }
+  fclose(file);
+}
+
+INT32 vex_tvc_debug_level(void) { return vex_tvc_log_lvl; }
+
+void tvc_log(const char* function, int line, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  flockfile(stdout);
+  printf("[TVC_API][%s][%d] --> ", function, line);
+  vprintf(format, arguments);
+  fflush(stdout);
+  funlockfile(stdout);
+  va_end(arguments);
+}
+
+void tvc_log_fail(const char* function, int line, INT32 code) {
+  printf("[TVC_MAIN]:Return fail:%s:%d:%d\r\n", function, line, code);
+  fflush(stdout);
+}

@@ -1,0 +1,31 @@
+// The diagnostics log: every message of the plugin, on the host's standard output.
+#pragma once
+
+#include "tv_ctrl_main.h"
+
+// Prints "[TVC_API][<function>][<line>] --> " and the message, as one piece even when several threads print, and
+// flushes. The caller has asked for the level.
+[[gnu::format(printf, 3, 4)]] void tvc_log(const char* function, int line, const char* format, ...);
+
+// Prints "[TVC_MAIN]:Return fail:<function>:<line>:<code>" whatever the level.
+void tvc_log_fail(const char* function, int line, INT32 code);
+
+// A message of the plugin interface, printed when the log level is `level` or above.
+#define TVC_LOG(level, ...) TVC_LOG_AS(level, __func__, __VA_ARGS__)
+
+// The same under the name of the operation that the message belongs to.
+#define TVC_LOG_AS(level, function, ...)                                            \
+  do {                                                                              \
+    if (vex_tvc_debug_level() >= (level)) tvc_log(function, __LINE__, __VA_ARGS__); \
+  } while (0)
+
+#define TVC_LOG_FAIL(code) tvc_log_fail(__func__, __LINE__, code)
+
+// Levels from which on a message is printed.
+enum : INT32 {
+  LOG_ERROR = 0,    // errors; a negative level silences even these
+  LOG_TRACE = 1,    // requests and responses
+  LOG_VALUE = 2,    // identifiers and decoded values
+  LOG_MISSING = 5,  // optional members that are not there
+  LOG_CALL = 10,    // calls and empty fetches
+};

@@ -1,0 +1,26 @@
+// Conversions from text and double to integers, as the 32-bit ARM target makes them on every machine: truncated and
+// saturated, NaN to 0.
+#pragma once
+
+#include <concepts>
+#include <limits>
+
+#include "tvapi/types.h"
+
+template <std::integral T>
+constexpr T tvc_double_to(double value) {
+  // 2^n is exact as a double; the largest value of a 64-bit type is not.
+  constexpr double below = static_cast<double>(std::numeric_limits<T>::min());
+  constexpr double above = 2.0 * static_cast<double>(std::numeric_limits<T>::max() / 2 + 1);
+  if (!(value == value)) return 0;
+  if (value >= above) return std::numeric_limits<T>::max();
+  if (value <= below) return std::numeric_limits<T>::min();
+  return static_cast<T>(value);
+}
+
+// Leading blanks and a sign are allowed; conversion stops at the first character that does not belong to the number;
+// no digits give 0.
+INT32 tvc_text_to_int32(const char* text);    // decimal
+UINT32 tvc_text_to_uint32(const char* text);  // "0x" hexadecimal, leading "0" octal, else decimal; "-1" is 4294967295
+INT64 tvc_text_to_int64(const char* text);    // base as above
+UINT64 tvc_text_to_uint64(const char* text);  // base as above
