@@ -1,0 +1,333 @@
+#include "tap/engine.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "tap/state.h"
+
+namespace tap {
+namespace {
+
+std::vector<Function*>& function_list() {
+  static auto& list = *new std::vector<Function*>;
+  return list;
+}
+
+// A pointer argument: what args[i] points at is the pointer.
+template <class T>
+T* pointer_argument(void* arg) {
+  void* pointer = nullptr;
+  std::memcpy(&pointer, arg, sizeof pointer);
+  return static_cast<T*>(pointer);
+}
+
+// The elements that a parameter's array holds now: the count may be an in/out parameter that the platform has changed.
+std::size_t count_now(const Signature& signature, const Param& param, void* const* args, std::size_t room) {
+  std::size_t position = 0;
+  const Param* counter = find_param(signature, param.count, position);
+  if (counter == nullptr || counter->kind != Kind::inout || counter->type->shape != Shape::integer) return room;
+  const void* value = pointer_argument<void>(args[position]);
+  if (value == nullptr) return room;
+  const Json json(value_to_json(*counter->type, value));
+  Integer count;
+  if (!json_to_integer(json.get(), count) || count.negative) return 0;
+  return std::min<std::uint64_t>(room, count.bits);
+}
+
+cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
+  switch (param.kind) {
+    case Kind::in:
+    case Kind::tag: return value_to_json(*param.type, arg);
+    case Kind::in_text: {
+      const char* text = pointer_argument<const char>(arg);
+      return text == nullptr ? cJSON_CreateNull() : json_text(text);
+    }
+    case Kind::in_record:
+    case Kind::inout: {
+      const void* value = pointer_argument<void>(arg);
+      return value == nullptr ? cJSON_CreateNull() : value_to_json(*param.type, value);
+    }
+    case Kind::in_array: return array_to_json(*param.type, pointer_argument<void>(arg), size);
+    // An address of the plugin's says nothing to a reader; that there is one does.
+    case Kind::callback: return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
+    case Kind::out:
+    case Kind::out_text:
+    case Kind::out_array: break;
+  }
+  return nullptr;
+}
+
+Json arguments_in(const Signature& signature, void* const* args, const std::size_t* sizes) {
+  Json in(cJSON_CreateObject());
+  for (std::size_t i = 0; i < signature.params.size(); ++i) {
+    cJSON* value = argument_in(signature.params[i], args[i], sizes[i]);
+    if (value != nullptr) cJSON_AddItemToObjectCS(in.get(), signature.params[i].name, value);
+  }
+  return in;
+}
+
+cJSON* argument_out(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
+  const Param& param = signature.params[i];
+  const void* value = pointer_argument<void>(args[i]);
+  if (value == nullptr) return cJSON_CreateNull();
+  if (param.kind == Kind::out_text) return text_to_json(static_cast<const char*>(value), size);
+  if (param.kind == Kind::out_array) return array_to_json(*param.type, value, count_now(signature, param, args, size));
+  return value_to_json(*param.type, value);
+}
+
+void add_result(cJSON* line, const Signature& signature, const void* ret) {
+  if (signature.result->shape != Shape::none) {
+    cJSON_AddItemToObjectCS(line, "ret", value_to_json(*signature.result, ret));
+  }
+}
+
+void add_outputs(cJSON* line, const Signature& signature, void* const* args, const std::size_t* sizes) {
+  cJSON* out = nullptr;
+  for (std::size_t i = 0; i < signature.params.size(); ++i) {
+    if (!is_output(signature.params[i])) continue;
+    if (out == nullptr) out = cJSON_AddObjectToObject(line, "out");
+    cJSON_AddItemToObjectCS(out, signature.params[i].name, argument_out(signature, i, args, sizes[i]));
+  }
+}
+
+// Notes the callback and its tag, and gives the platform the trampoline instead.
+void keep_callbacks(Function& function, void* const* args) {
+  for (std::size_t i = 0; i < function.signature.params.size(); ++i) {
+    const Param& param = function.signature.params[i];
+    if (param.kind != Kind::callback) continue;
+    Registration& registration = *param.registration;
+    void* fct = pointer_argument<void>(args[i]);
+    Integer tag;
+    for (std::size_t k = 0; k < function.signature.params.size(); ++k) {
+      // The tag that follows the callback is its own.
+      if (function.signature.params[k].kind != Kind::tag) continue;
+      const Json json(value_to_json(*function.signature.params[k].type, args[k]));
+      json_to_integer(json.get(), tag);
+      if (k > i) break;
+    }
+    registration.function.store(&function, std::memory_order_release);
+    registration.param.store(&param, std::memory_order_release);
+    std::size_t slot = 0;
+    {
+      const std::lock_guard guard(state_lock());
+      registration.tag = tag;
+      if (fct == nullptr) {
+        registration.slot = SLOTS;
+        continue;
+      }
+      while (slot + 1 < SLOTS) {
+        void* kept = registration.fct[slot].load(std::memory_order_acquire);
+        if (kept == nullptr || kept == fct) break;
+        ++slot;
+      }
+      registration.fct[slot].store(fct, std::memory_order_release);
+      registration.slot = slot;
+    }
+    void* const trampoline = param.trampoline(slot);
+    std::memcpy(args[i], &trampoline, sizeof trampoline);
+  }
+}
+
+bool fault_of(Function& function, dtv_tap_fault_t& ret_fault) {
+  if ((g_active.load(std::memory_order_acquire) & FAULTY) == 0) return false;
+  const std::lock_guard guard(state_lock());
+  if (function.has_fault) ret_fault = function.fault;
+  return function.has_fault;
+}
+
+void store_result(const Signature& signature, std::int64_t number, void* ret) {
+  if (signature.result->shape != Shape::integer && signature.result->shape != Shape::word) return;
+  integer_store(*signature.result, {.negative = number < 0, .bits = static_cast<std::uint64_t>(number)}, ret);
+}
+
+// The next definition after the tap's own, looked up once.
+void* next_definition(Function& function) {
+  void* next = function.next.load(std::memory_order_acquire);
+  if (next == nullptr) {
+    next = dlsym(RTLD_NEXT, function.signature.name);
+    if (next == function.own()) next = nullptr;
+    if (next != nullptr) function.next.store(next, std::memory_order_release);
+  }
+  return next;
+}
+
+void forward(Function& function, void* ret, void* const* args, const std::size_t* sizes) {
+  if (void* next = next_definition(function); next != nullptr) {
+    function.signature.invoke(next, ret, args);
+    return;
+  }
+  if (!function.missing_said.exchange(true)) {
+    std::fprintf(stderr, "tap: no platform defines %s; it fails with -1\n", function.signature.name);
+  }
+  clear_outputs(function.signature, args, sizes);
+  if (function.signature.result->is_signed) store_result(function.signature, -1, ret);
+}
+
+}  // namespace
+
+int know_function(Function& function) {
+  function_list().push_back(&function);
+  return 0;
+}
+
+std::span<Function* const> functions() { return function_list(); }
+
+Function* find_function(std::string_view name) {
+  for (Function* function : function_list()) {
+    if (name == function->signature.name) return function;
+  }
+  return nullptr;
+}
+
+void call(Function& function, void* ret, void* const* args, const std::size_t* sizes) {
+  const Signature& signature = function.signature;
+  const unsigned active = g_active.load(std::memory_order_acquire);
+  const Start start = start_now();
+  Json in;
+  if ((active & (WATCHED | RECORDED | SCRIPTED | REPLAYED)) != 0) in = arguments_in(signature, args, sizes);
+  keep_callbacks(function, args);
+
+  dtv_tap_fault_t fault{};
+  const bool faulty = fault_of(function, fault);
+  if (faulty && fault.delay_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay_ms));
+  if (faulty && fault.fails != 0) {
+    clear_outputs(signature, args, sizes);
+    store_result(signature, fault.result, ret);
+  } else if (!((active & SCRIPTED) != 0 && script_answer(function, in.get(), ret, args, sizes)) &&
+             !((active & REPLAYED) != 0 && replay_answer(function, in.get(), ret, args, sizes))) {
+    forward(function, ret, args, sizes);
+  }
+
+  if ((active & (WATCHED | RECORDED)) == 0) return;
+  const std::int64_t duration = now_us() - start.t;
+  const Json line = new_line(start);
+  cJSON_AddItemToObjectCS(line.get(), "call", cJSON_CreateStringReference(signature.name));
+  cJSON_AddItemToObjectCS(line.get(), "in", in.release());
+  add_result(line.get(), signature, ret);
+  add_outputs(line.get(), signature, args, sizes);
+  if (duration >= 1000) cJSON_AddItemToObjectCS(line.get(), "duration", json_integer(duration));
+  emit(line.get());
+}
+
+void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes) {
+  Function& function = *registration.function.load(std::memory_order_acquire);
+  const Signature& callback = *registration.param.load(std::memory_order_acquire)->callback;
+  const bool lines = (g_active.load(std::memory_order_acquire) & (WATCHED | RECORDED)) != 0;
+  const Start start = start_now();
+  // Read before the plugin runs, which may change what the arguments point at.
+  Json in;
+  if (lines) in = arguments_in(callback, args, sizes);
+
+  dtv_tap_fault_t fault{};
+  const bool dropped = fault_of(function, fault) && fault.drop_callback != 0;
+  if (!dropped) callback.invoke(registration.fct[slot].load(std::memory_order_acquire), ret, args);
+
+  if (lines) {
+    const Json line = new_line(start);
+    cJSON_AddItemToObjectCS(line.get(), "event", cJSON_CreateStringReference(function.signature.name));
+    cJSON_AddItemToObjectCS(line.get(), "in", in.release());
+    if (dropped) {
+      cJSON_AddTrueToObject(line.get(), "dropped");
+    } else {
+      add_result(line.get(), callback, ret);
+    }
+    emit(line.get());
+  }
+  if (!dropped) run_event_hook();
+}
+
+bool is_output(const Param& param) {
+  return param.kind == Kind::out || param.kind == Kind::inout || param.kind == Kind::out_text ||
+         param.kind == Kind::out_array;
+}
+
+void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes) {
+  for (std::size_t i = 0; i < signature.params.size(); ++i) {
+    const Param& param = signature.params[i];
+    if (!is_output(param)) continue;
+    void* value = pointer_argument<void>(args[i]);
+    const bool sized = param.kind == Kind::out_text || param.kind == Kind::out_array;
+    if (value != nullptr) std::memset(value, 0, sized ? sizes[i] * param.type->size : param.type->size);
+  }
+}
+
+void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size) {
+  void* value = pointer_argument<void>(arg);
+  if (value == nullptr || cJSON_IsNull(json)) return;
+  std::string error;
+  if (param.kind == Kind::out_text) {
+    text_from_json(json, static_cast<char*>(value), size, error);
+  } else if (param.kind == Kind::out_array) {
+    array_from_json(*param.type, json, value, size, error);
+  } else {
+    value_from_json(*param.type, json, value, error);
+  }
+}
+
+bool output_fits(const Param& param, const cJSON* json, std::string& ret_error) {
+  if (cJSON_IsNull(json)) return true;
+  if (param.kind == Kind::out_text) return text_from_json(json, nullptr, 0, ret_error);
+  if (param.kind == Kind::out_array) return array_from_json(*param.type, json, nullptr, 0, ret_error);
+  return value_fits(*param.type, json, ret_error);
+}
+
+void write_result(const Signature& signature, const cJSON* json, void* ret) {
+  std::string error;
+  if (json != nullptr && ret != nullptr) value_from_json(*signature.result, json, ret, error);
+}
+
+const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position) {
+  for (std::size_t i = 0; i < signature.params.size(); ++i) {
+    if (name != signature.params[i].name) continue;
+    ret_position = i;
+    return &signature.params[i];
+  }
+  return nullptr;
+}
+
+bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values, std::string& ret_error) {
+  std::size_t position = 0;
+  const cJSON* item = nullptr;
+  cJSON_ArrayForEach(item, json) {
+    std::size_t at = position++;
+    if (cJSON_IsObject(json)) {
+      const std::string_view key = item->string;
+      Integer number;
+      const Json digits(cJSON_CreateString(item->string));
+      if (find_param(signature, key, at) != nullptr) {
+      } else if (json_to_integer(digits.get(), number) && !number.negative && number.bits < signature.params.size()) {
+        at = static_cast<std::size_t>(number.bits);
+      } else {
+        at = signature.params.size();
+      }
+    }
+    if (at >= signature.params.size()) {
+      ret_error = cJSON_IsObject(json) ? "no argument \"" + std::string(item->string) + "\"" : "too many arguments";
+      ret_error += "; the arguments are";
+      for (const Param& param : signature.params) ret_error += std::string(" ") + param.name;
+      if (signature.params.empty()) ret_error += " none";
+      return false;
+    }
+    ret_values[at] = item;
+  }
+  return true;
+}
+
+bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came) {
+  if (json_matches(expected, came)) return true;
+  if (param.type->shape != Shape::word) return false;
+  Integer left;
+  Integer right;
+  if (!json_to_integer(expected, left) || !json_to_integer(came, right)) return false;
+  return static_cast<std::uintptr_t>(left.bits) == static_cast<std::uintptr_t>(right.bits);
+}
+
+std::string describe_call(const Signature& signature, const cJSON* in) { return signature.name + json_print(in); }
+
+}  // namespace tap

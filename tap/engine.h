@@ -1,0 +1,163 @@
+// What happens to every call and every callback. The macros of "tap/expand.h" make a few lines per contract function
+// that collect the addresses of its arguments and come here; nothing here knows a function by name.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "dtv_tap.h"
+#include "tap/json.h"
+#include "tap/value.h"
+
+namespace tap {
+
+// The kinds of parameters of "tvapi/contract.h".
+enum class Kind : std::uint8_t { in, in_text, in_record, in_array, out, inout, out_text, out_array, callback, tag };
+
+struct Param;
+struct Function;
+
+// A function or a callback type. invoke calls fct with the arguments that args points at, one address per argument.
+struct Signature {
+  const char* name;
+  const Type* result;
+  std::span<const Param> params;
+  void (*invoke)(void* fct, void* ret, void* const* args);
+};
+
+// The callbacks that the plugin registered through one parameter of one function. Each gets a trampoline of its own
+// (a slot), since a platform may keep several at once; the last slot is shared by all further ones.
+constexpr std::size_t SLOTS = 4;
+struct Registration {
+  std::atomic<Function*> function{nullptr};
+  std::atomic<const Param*> param{nullptr};
+  std::atomic<void*> fct[SLOTS]{};
+  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is SLOTS while there is none.
+  std::size_t slot = SLOTS;
+  Integer tag;
+};
+
+struct Param {
+  Kind kind = Kind::in;
+  const char* name = "";
+  const char* type_name = "";
+  const Type* type = nullptr;   // of the value: the record, the array's element, the character
+  const char* count = "";       // the contract's word for the size of a text or an array
+  const Signature* callback = nullptr;
+  Registration* registration = nullptr;
+  void* (*trampoline)(std::size_t slot) = nullptr;
+};
+
+struct Function {
+  Signature signature;
+  void* (*own)();                                     // the tap's definition of it
+  std::atomic<void*> next{nullptr};                   // the platform's definition, once looked up
+  std::atomic<bool> missing_said{false};
+  bool has_fault = false;                             // under the tap's lock, as is fault
+  dtv_tap_fault_t fault{};
+};
+
+// The functions of the contract, in its order, each known before main or as the library is loaded.
+int know_function(Function& function);
+std::span<Function* const> functions();
+Function* find_function(std::string_view name);
+
+// Why a call must take the long way.
+enum Active : unsigned { WATCHED = 1, RECORDED = 2, FAULTY = 4, SCRIPTED = 8, REPLAYED = 16 };
+extern std::atomic<unsigned> g_active;
+inline bool passive() { return g_active.load(std::memory_order_acquire) == 0; }
+void set_active(Active reason, bool on);
+
+void call(Function& function, void* ret, void* const* args, const std::size_t* sizes);
+void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes);
+
+template <class Result>
+Result call(Function& function, void* const* args, const std::size_t* sizes) {
+  if constexpr (std::is_void_v<Result>) {
+    call(function, nullptr, args, sizes);
+  } else {
+    Result result{};
+    call(function, &result, args, sizes);
+    return result;
+  }
+}
+
+template <class Result>
+Result deliver(Registration& registration, std::size_t slot, void* const* args, const std::size_t* sizes) {
+  if constexpr (std::is_void_v<Result>) {
+    deliver(registration, slot, nullptr, args, sizes);
+  } else {
+    Result result{};
+    deliver(registration, slot, &result, args, sizes);
+    return result;
+  }
+}
+
+template <class Result, class... Args, std::size_t... I>
+void invoke_with(Result (*fct)(Args...), void* ret, [[maybe_unused]] void* const* args, std::index_sequence<I...>) {
+  if constexpr (std::is_void_v<Result>) {
+    fct(*static_cast<std::remove_cv_t<Args>*>(args[I])...);
+  } else {
+    *static_cast<Result*>(ret) = fct(*static_cast<std::remove_cv_t<Args>*>(args[I])...);
+  }
+}
+template <class Result, class... Args>
+void invoke_as(Result (*fct)(Args...), void* ret, void* const* args) {
+  invoke_with(fct, ret, args, std::index_sequence_for<Args...>{});
+}
+template <class Fct>
+void invoke(void* fct, void* ret, void* const* args) {
+  invoke_as(reinterpret_cast<Fct>(fct), ret, args);
+}
+
+// How many elements the parameter that names a size gives room for.
+template <class T>
+std::size_t count_of(T value) {
+  if constexpr (std::is_pointer_v<T>) {
+    return value == nullptr ? 0 : count_of(*value);
+  } else {
+    return std::cmp_greater(value, 0) ? static_cast<std::size_t>(value) : 0;
+  }
+}
+
+// For the other files of the tap.
+
+// Whether two JSON values stand for the same argument: as json_matches, and a word as its pointer width sees it.
+bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came);
+const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position);
+// Turns {"2": value, "name": value} or [value, ...] into one value or null per parameter, owned by json.
+bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values, std::string& ret_error);
+bool is_output(const Param& param);  // written by the platform: out, inout, out_text, out_array
+void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes);
+void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size);
+void write_result(const Signature& signature, const cJSON* json, void* ret);
+bool output_fits(const Param& param, const cJSON* json, std::string& ret_error);
+std::string describe_call(const Signature& signature, const cJSON* in);
+
+// A callback to raise, with its arguments checked.
+struct Raise {
+  Function* function = nullptr;
+  Registration* registration = nullptr;
+  const Signature* callback = nullptr;
+  const cJSON* args = nullptr;  // borrowed; an array by position, or an object by name
+};
+bool prepare_raise(const char* function, const cJSON* args, Raise& ret_raise, std::string& ret_error);
+// Raises it on another thread and waits. False when nothing is registered.
+bool raise_and_wait(const Raise& raise, std::int64_t& ret_result, std::string& ret_error);
+// Raises it on this thread.
+bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error);
+
+// Answer in the platform's place; true when they did. in: the arguments by name.
+bool script_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
+bool replay_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
+
+// Tells a watcher of something that went wrong inside the tap, as {"t", "seq", "thread", "error"}.
+void say_error(const std::string& text);
+
+}  // namespace tap

@@ -1,0 +1,203 @@
+#include "tap/json.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace tap {
+namespace {
+
+constexpr std::uint64_t EXACT_IN_DOUBLE = std::uint64_t{1} << 53;
+
+int hex_digit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool is_continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
+
+bool valid_utf8(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 && lead < 0xF0 ? 3
+                               : lead >= 0xC2 && lead < 0xE0 ? 2 : 0;
+    if (length == 0 || i + length > text.size()) return false;
+    for (std::size_t k = 1; k < length; ++k) {
+      if (!is_continuation(static_cast<unsigned char>(text[i + k]))) return false;
+    }
+    if (length >= 3) {
+      const auto second = static_cast<unsigned char>(text[i + 1]);
+      if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) || (lead == 0xF0 && second < 0x90) ||
+          (lead == 0xF4 && second > 0x8F)) {
+        return false;
+      }
+    }
+    i += length;
+  }
+  return true;
+}
+
+bool decimal_to_integer(const char* text, Integer& ret_value) {
+  const bool negative = *text == '-';
+  const char* digit = negative ? text + 1 : text;
+  if (*digit == '\0') return false;
+  std::uint64_t magnitude = 0;
+  for (; *digit != '\0'; ++digit) {
+    if (*digit < '0' || *digit > '9') return false;
+    const auto value = static_cast<std::uint64_t>(*digit - '0');
+    if (magnitude > (UINT64_MAX - value) / 10) return false;
+    magnitude = magnitude * 10 + value;
+  }
+  if (negative && magnitude > std::uint64_t{1} << 63) return false;
+  ret_value = {.negative = negative && magnitude != 0, .bits = negative ? ~magnitude + 1 : magnitude};
+  return true;
+}
+
+bool is_zero(const cJSON* json) {
+  if (cJSON_IsNull(json)) return true;
+  if (cJSON_IsString(json) && json->valuestring[0] == '\0') return true;
+  if (Integer value; json_to_integer(json, value)) return value.bits == 0;
+  if (!cJSON_IsObject(json) && !cJSON_IsArray(json)) return false;
+  const cJSON* child = nullptr;
+  cJSON_ArrayForEach(child, json) {
+    if (!is_zero(child)) return false;
+  }
+  return true;
+}
+
+bool bytes_match(std::string_view expected, const cJSON* came) {
+  std::string bytes;
+  if (json_to_bytes(came, bytes)) return expected == bytes;
+  if (cJSON_IsString(came)) return expected == came->valuestring;
+  if (!cJSON_IsArray(came)) return false;
+  const cJSON* element = nullptr;
+  cJSON_ArrayForEach(element, came) {
+    Integer value;
+    if (!json_to_integer(element, value)) return false;
+    bytes.push_back(static_cast<char>(value.bits));
+  }
+  return bytes.size() >= expected.size() && bytes.compare(0, expected.size(), expected) == 0 &&
+         bytes.find_first_not_of('\0', expected.size()) == std::string::npos;
+}
+
+}  // namespace
+
+Json json_parse(std::string_view text, std::string& ret_error) {
+  const std::string terminated(text);
+  const char* end = nullptr;
+  Json json(cJSON_ParseWithOpts(terminated.c_str(), &end, 1));
+  if (!json) {
+    const std::size_t at = end == nullptr ? 0 : static_cast<std::size_t>(end - terminated.c_str());
+    std::size_t line = 1;
+    for (std::size_t i = 0; i < at && i < terminated.size(); ++i) line += terminated[i] == '\n';
+    ret_error = "not JSON from line " + std::to_string(line) + ", byte " + std::to_string(at) + " on: \"" +
+                terminated.substr(std::min(at, terminated.size()), 40) + "\"";
+  }
+  return json;
+}
+
+std::string json_print(const cJSON* json) {
+  const std::unique_ptr<char, decltype(&std::free)> text(cJSON_PrintUnformatted(json), std::free);
+  return text ? text.get() : "";
+}
+
+cJSON* json_integer(std::int64_t value) {
+  if (value >= 0) return json_unsigned(static_cast<std::uint64_t>(value));
+  const std::string digits = std::to_string(value);
+  return value < -static_cast<std::int64_t>(EXACT_IN_DOUBLE) ? cJSON_CreateString(digits.c_str())
+                                                             : cJSON_CreateRaw(digits.c_str());
+}
+
+cJSON* json_unsigned(std::uint64_t value) {
+  const std::string digits = std::to_string(value);
+  return value > EXACT_IN_DOUBLE ? cJSON_CreateString(digits.c_str()) : cJSON_CreateRaw(digits.c_str());
+}
+
+bool json_to_integer(const cJSON* json, Integer& ret_value) {
+  // Raw items are the digits that json_integer made.
+  if (cJSON_IsString(json) || cJSON_IsRaw(json)) return decimal_to_integer(json->valuestring, ret_value);
+  if (cJSON_IsBool(json)) {
+    ret_value = {.negative = false, .bits = cJSON_IsTrue(json) ? 1U : 0U};
+    return true;
+  }
+  if (!cJSON_IsNumber(json)) return false;
+  const double value = json->valuedouble;
+  if (!(value >= -9223372036854775808.0 && value < 18446744073709551616.0) || std::trunc(value) != value) return false;
+  if (value < 0) {
+    ret_value = {.negative = true, .bits = static_cast<std::uint64_t>(static_cast<std::int64_t>(value))};
+  } else {
+    ret_value = {.negative = false, .bits = static_cast<std::uint64_t>(value)};
+  }
+  return true;
+}
+
+bool json_to_bytes(const cJSON* json, std::string& ret_bytes) {
+  if (!cJSON_IsObject(json) || json->child == nullptr || json->child->next != nullptr) return false;
+  const cJSON* digits = json->child;
+  if (std::strcmp(digits->string, "bytes") != 0 && std::strcmp(digits->string, "hex") != 0) return false;
+  if (!cJSON_IsString(digits)) return false;
+  const std::string_view text = digits->valuestring;
+  if (text.size() % 2 != 0) return false;
+  std::string bytes;
+  for (std::size_t i = 0; i < text.size(); i += 2) {
+    const int high = hex_digit(text[i]);
+    const int low = hex_digit(text[i + 1]);
+    if (high < 0 || low < 0) return false;
+    bytes.push_back(static_cast<char>(high * 16 + low));
+  }
+  ret_bytes = std::move(bytes);
+  return true;
+}
+
+cJSON* json_bytes(std::string_view bytes) {
+  static constexpr char DIGITS[] = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    text.push_back(DIGITS[byte >> 4]);
+    text.push_back(DIGITS[byte & 15]);
+  }
+  cJSON* json = cJSON_CreateObject();
+  cJSON_AddStringToObject(json, "bytes", text.c_str());
+  return json;
+}
+
+cJSON* json_text(std::string_view text) {
+  return valid_utf8(text) ? cJSON_CreateString(std::string(text).c_str()) : json_bytes(text);
+}
+
+bool json_matches(const cJSON* expected, const cJSON* came) {
+  if (expected == nullptr || cJSON_IsNull(expected)) return true;
+  if (came == nullptr) return false;
+  if (std::string bytes; json_to_bytes(expected, bytes)) return bytes_match(bytes, came);
+  if (cJSON_IsString(expected) && cJSON_IsString(came)) {
+    return std::strcmp(expected->valuestring, came->valuestring) == 0;
+  }
+  if (cJSON_IsObject(expected)) {
+    if (!cJSON_IsObject(came)) return false;
+    const cJSON* member = nullptr;
+    cJSON_ArrayForEach(member, expected) {
+      const cJSON* other = cJSON_GetObjectItemCaseSensitive(came, member->string);
+      if (other == nullptr || !json_matches(member, other)) return false;
+    }
+    return true;
+  }
+  if (cJSON_IsArray(expected)) {
+    if (!cJSON_IsArray(came) || cJSON_GetArraySize(came) < cJSON_GetArraySize(expected)) return false;
+    const cJSON* other = came->child;
+    for (const cJSON* element = expected->child; element != nullptr; element = element->next, other = other->next) {
+      if (!json_matches(element, other)) return false;
+    }
+    for (; other != nullptr; other = other->next) {
+      if (!is_zero(other)) return false;
+    }
+    return true;
+  }
+  Integer left;
+  Integer right;
+  return json_to_integer(expected, left) && json_to_integer(came, right) && left == right;
+}
+
+}  // namespace tap

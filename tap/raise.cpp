@@ -1,0 +1,172 @@
+// Callbacks that a script, a recording or dtv_tap_raise calls in the platform's place.
+#include <cstring>
+#include <deque>
+#include <thread>
+#include <vector>
+
+#include "tap/state.h"
+
+namespace tap {
+namespace {
+
+// What a callback may write to through an address of ours.
+constexpr std::size_t OUTPUT_ROOM = 65536;
+
+// Memory of the arguments while the callback runs. A deque, since addresses must stay.
+struct Arguments {
+  std::deque<std::vector<std::max_align_t>> memory;
+  std::vector<std::uint64_t> values;  // one per argument, as wide as the widest
+  std::vector<void*> addresses;
+  std::vector<std::size_t> sizes;
+};
+
+void* room(Arguments& arguments, std::size_t bytes) {
+  arguments.memory.emplace_back(bytes / sizeof(std::max_align_t) + 1);
+  return arguments.memory.back().data();
+}
+
+// A pointer-sized word: a number, or the address of a text, of bytes, or of the record that has the object's fields.
+// A text of digits is a number.
+bool make_word(const Param& param, const cJSON* json, std::size_t i, Arguments& arguments, std::string& ret_error) {
+  void* memory = nullptr;
+  std::string bytes;
+  Integer number;
+  if (json_to_integer(json, number)) return value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  if (cJSON_IsString(json) || json_to_bytes(json, bytes)) {
+    if (cJSON_IsString(json)) bytes = json->valuestring;
+    memory = room(arguments, bytes.size() + 1);
+    std::memcpy(memory, bytes.data(), bytes.size());
+  } else if (cJSON_IsObject(json)) {
+    const Type* record = guess_record(json);
+    if (record == nullptr) {
+      ret_error = "no record, or more than one, has the fields of " + json_print(json);
+      return false;
+    }
+    memory = room(arguments, record->size);
+    if (!value_from_json(*record, json, memory, ret_error)) return false;
+  } else {
+    return value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  }
+  std::memcpy(&arguments.values[i], &memory, sizeof memory);
+  return true;
+}
+
+bool make_argument(const Param& param, const cJSON* json, std::size_t i, Arguments& arguments, std::string& ret_error) {
+  const bool given = json != nullptr && !cJSON_IsNull(json);
+  void* memory = nullptr;
+  switch (param.kind) {
+    case Kind::tag:
+    case Kind::in:
+    case Kind::callback:
+      if (!given) return true;
+      return param.type->shape == Shape::word ? make_word(param, json, i, arguments, ret_error)
+                                              : value_from_json(*param.type, json, &arguments.values[i], ret_error);
+    case Kind::in_text: {
+      if (!given) return true;
+      const std::size_t length = cJSON_IsString(json) ? std::strlen(json->valuestring) : json_print(json).size();
+      memory = room(arguments, length + 1);
+      if (!text_from_json(json, static_cast<char*>(memory), length + 1, ret_error)) return false;
+      break;
+    }
+    case Kind::in_array: {
+      if (!given) return true;
+      const auto count = static_cast<std::size_t>(cJSON_GetArraySize(json));
+      memory = room(arguments, count * param.type->size);
+      arguments.sizes[i] = count;
+      if (!array_from_json(*param.type, json, memory, count, ret_error)) return false;
+      break;
+    }
+    case Kind::in_record:
+    case Kind::inout:
+      if (!given) return true;
+      memory = room(arguments, param.type->size);
+      if (!value_from_json(*param.type, json, memory, ret_error)) return false;
+      break;
+    case Kind::out:
+    case Kind::out_text:
+    case Kind::out_array:
+      memory = room(arguments, OUTPUT_ROOM);
+      arguments.sizes[i] = OUTPUT_ROOM / param.type->size;
+      break;
+  }
+  std::memcpy(&arguments.values[i], &memory, sizeof memory);
+  return true;
+}
+
+bool make_arguments(const Signature& callback, const cJSON* json, const Integer* tag, Arguments& ret_arguments,
+                    std::string& ret_error) {
+  const std::size_t count = callback.params.size();
+  std::vector<const cJSON*> given(count, nullptr);
+  if (!by_position(callback, json, given, ret_error)) return false;
+  ret_arguments.values.assign(count, 0);
+  ret_arguments.sizes.assign(count, 0);
+  for (std::size_t i = 0; i < count; ++i) {
+    const Param& param = callback.params[i];
+    if (!make_argument(param, given[i], i, ret_arguments, ret_error)) {
+      ret_error = "argument " + std::to_string(i) + " (" + param.name + "): " + ret_error;
+      return false;
+    }
+    const bool wants_tag = param.kind == Kind::tag && (given[i] == nullptr || cJSON_IsNull(given[i]));
+    if (wants_tag && tag != nullptr) integer_store(*param.type, *tag, &ret_arguments.values[i]);
+  }
+  for (std::uint64_t& value : ret_arguments.values) ret_arguments.addresses.push_back(&value);
+  return true;
+}
+
+}  // namespace
+
+bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::string& ret_error) {
+  Function* function = find_function(name);
+  if (function == nullptr) {
+    ret_error = "the contract has no function \"" + std::string(name) + "\"";
+    return false;
+  }
+  for (const Param& param : function->signature.params) {
+    if (param.kind != Kind::callback) continue;
+    if (args != nullptr && !cJSON_IsNull(args) && !cJSON_IsArray(args) && !cJSON_IsObject(args)) {
+      ret_error = "the arguments of a callback are an array";
+      return false;
+    }
+    const Raise raise{.function = function, .registration = param.registration, .callback = param.callback, .args = args};
+    Arguments checked;
+    if (!make_arguments(*raise.callback, args, nullptr, checked, ret_error)) return false;
+    ret_raise = raise;
+    return true;
+  }
+  ret_error = std::string(name) + " registers no callback";
+  return false;
+}
+
+bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error) {
+  Integer tag;
+  std::size_t slot = SLOTS;
+  {
+    const std::lock_guard guard(state_lock());
+    slot = raise.registration->slot;
+    tag = raise.registration->tag;
+  }
+  if (slot == SLOTS) {
+    ret_error = "no callback is registered through " + std::string(raise.function->signature.name);
+    return false;
+  }
+  Arguments arguments;
+  if (!make_arguments(*raise.callback, raise.args, &tag, arguments, ret_error)) return false;
+  std::uint64_t result = 0;
+  deliver(*raise.registration, slot, &result, arguments.addresses.data(), arguments.sizes.data());
+  const Type& type = *raise.callback->result;
+  ret_result = 0;
+  if (type.shape == Shape::integer || type.shape == Shape::word) {
+    const Json json(value_to_json(type, &result));
+    Integer number;
+    if (json_to_integer(json.get(), number)) ret_result = static_cast<std::int64_t>(number.bits);
+  }
+  return true;
+}
+
+bool raise_and_wait(const Raise& raise, std::int64_t& ret_result, std::string& ret_error) {
+  bool done = false;
+  std::thread([&] { done = raise_here(raise, ret_result, ret_error); }).join();
+  return done;
+}
+
+}  // namespace tap

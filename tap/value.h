@@ -1,0 +1,106 @@
+// The types of the TV API as data: how a value of each stands in JSON, and how it gets from there into memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "tap/json.h"
+
+namespace tap {
+
+enum class Shape : std::uint8_t {
+  none,     // void
+  integer,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
+  word,     // pointer-sized word: a number, signed
+  string,   // char*: a text, or null
+  text,     // char[count]: a text
+  array,    // T[count]: an array
+  record,   // described by DTV_RECORD: an object
+};
+
+struct Field;
+
+struct Type {
+  Shape shape = Shape::none;
+  bool is_signed = false;
+  std::size_t size = 0;             // bytes
+  std::size_t count = 0;            // elements of a text or an array
+  const Type* element = nullptr;    // of an array
+  const char* name = "";            // of a record
+  std::span<const Field> fields{};  // of a record, in memory order; those of a union overlap
+};
+
+struct Field {
+  const char* name;
+  std::size_t offset;
+  const Type* type;
+};
+
+// Specialised by DTV_RECORD ("tap/record.h").
+template <class T>
+struct RecordOf;
+
+template <class T>
+constexpr Type make_type();
+
+template <class T>
+inline constexpr Type type_of = make_type<std::remove_cv_t<T>>();
+
+template <class T>
+constexpr Type make_type() {
+  if constexpr (std::is_void_v<T>) {
+    return {};
+  } else if constexpr (std::is_array_v<T>) {
+    using Element = std::remove_cv_t<std::remove_extent_t<T>>;
+    if constexpr (std::is_same_v<Element, char>) {
+      return {.shape = Shape::text, .size = sizeof(T), .count = sizeof(T)};
+    } else {
+      return {.shape = Shape::array, .size = sizeof(T), .count = std::extent_v<T>, .element = &type_of<Element>};
+    }
+  } else if constexpr (std::is_enum_v<T>) {
+    return {.shape = Shape::integer, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
+  } else if constexpr (std::is_integral_v<T>) {
+    return {.shape = Shape::integer, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
+  } else if constexpr (std::is_same_v<T, char*> || std::is_same_v<T, const char*>) {
+    return {.shape = Shape::string, .size = sizeof(T)};
+  } else if constexpr (std::is_pointer_v<T>) {
+    return {.shape = Shape::word, .is_signed = true, .size = sizeof(T)};
+  } else {
+    return {.shape = Shape::record,
+            .size = sizeof(T),
+            .name = RecordOf<T>::name,
+            .fields = std::span<const Field>(RecordOf<T>::fields)};
+  }
+}
+
+// The records that DTV_RECORD described in this library or program.
+int know_record(const Type& record);
+std::span<const Type* const> known_records();
+const Type* find_record(std::string_view name);
+// The one record that has all the members of an object; null when there is none or more than one.
+const Type* guess_record(const cJSON* object);
+
+cJSON* value_to_json(const Type& type, const void* value);
+cJSON* text_to_json(const char* text, std::size_t size);
+cJSON* array_to_json(const Type& element, const void* values, std::size_t count);
+
+// Write into memory that was cleared before; what JSON leaves out stays cleared. A text is cut to size with its
+// terminator, {"bytes": ...} is cut to size and has none. False with ret_error when JSON does not fit the type.
+bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error);
+bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
+bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);
+
+// Whether JSON fits the type, without a place to write it to.
+bool value_fits(const Type& type, const cJSON* json, std::string& ret_error);
+
+// Writes a whole number into an integer or a word, cut to its width.
+void integer_store(const Type& type, Integer number, void* value);
+
+// A copy that is never freed, since nobody says when the receiver is done with it; equal texts share one.
+const char* keep_text(std::string_view text);
+
+}  // namespace tap
