@@ -1,0 +1,50 @@
+# A thin front of the CMake presets: `make run` and `make test` install what is missing and do the rest.
+
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+
+.PHONY: all run test bench fuzz install packages test-packages build web
+
+all: build web
+
+# Builds and starts the host with the virtual television; ARGS go to dtv-host, for example ARGS="--listen 127.0.0.1:9000".
+run: build web
+	@build/bin/dtv-host $(ARGS)
+
+# Builds and runs every test; STAGE=name runs one stage of it.
+test: test-packages
+	@python3 tests/run.py --jobs $(JOBS) $(STAGE)
+
+# Measures, beside a floor in the same run; also writes build/bench.json.
+bench: build
+	@cmake --build --preset release --parallel $(JOBS) -- --quiet
+	@python3 bench/run.py --build build --out build/bench.json
+
+# Fuzzes every target for SECONDS each.
+SECONDS ?= 60
+fuzz: test-packages
+	@cmake --preset asan >/dev/null
+	@cmake --build --preset asan --parallel $(JOBS) -- --quiet
+	@tests/fuzz/run.sh $(SECONDS)
+
+install: build web
+	@cmake --install build --prefix $(PREFIX)
+
+packages:
+	@tools/install_packages.sh build
+
+test-packages:
+	@tools/install_packages.sh test
+
+build: packages
+	@cmake --preset release >/dev/null
+	@cmake --build --preset release --parallel $(JOBS) --target dtv_js_plugin dtv_tap dtv_tv dtv_host dtvctl -- --quiet
+
+web: web/dist/index.html
+
+web/node_modules/.package-lock.json: web/package-lock.json
+	@cd web && npm ci --no-audit --no-fund --loglevel=error
+
+web/dist/index.html: web/node_modules/.package-lock.json $(shell find web/src web/public -type f 2>/dev/null) \
+                     web/index.html web/package.json web/vite.config.ts
+	@cd web && npm run --silent build

@@ -1,0 +1,151 @@
+#!/usr/bin/env python3
+"""Runs every test, stage by stage, and ends with "N passed, N failed".
+
+usage: tests/run.py [--jobs N] [--list] [STAGE...]
+
+A stage is a list of commands. Each command's own closing line says how many passed and failed; a command without one
+counts as one test that passes when it exits with 0. Output of a command is shown when it failed.
+"""
+
+import argparse
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+UNIT_TESTS = ["unit_test", "tap_test", "tv_test", "host_test"]
+
+# Closing lines of the test programs: (passed, failed), the last match counts.
+COUNTS = [
+    re.compile(r"^(?P<passed>\d+) passed, (?P<failed>\d+) failed", re.M),  # our own
+    re.compile(r"^\[  PASSED  \] (?P<passed>\d+) tests?\.(?:.*?^\s*(?P<failed>\d+) FAILED TESTS?)?", re.M | re.S),
+    re.compile(r"^# pass (?P<passed>\d+)$.*?^# fail (?P<failed>\d+)$", re.M | re.S),  # node --test (TAP)
+    re.compile(r"^ℹ pass (?P<passed>\d+)$.*?^ℹ fail (?P<failed>\d+)$", re.M | re.S),  # node --test (spec reporter)
+    re.compile(r"(?:^\s*(?P<failed>\d+) failed$.*?)?^\s*(?P<passed>\d+) passed \(", re.M | re.S),  # Playwright
+    re.compile(r"^\s*(?P<failed>\d+) failed$", re.M),  # Playwright, nothing passed
+]
+
+
+def build(preset, jobs):
+    return [["cmake", "--preset", preset],
+            ["cmake", "--build", "--preset", preset, "--parallel", str(jobs), "--", "--quiet"]]
+
+
+def node_modules(folder):
+    return ["npm", "--prefix", folder, "ci", "--no-audit", "--no-fund", "--loglevel=error"]
+
+
+def native(folder):
+    """The tests that every build of the native programs runs."""
+    tests = [[f"{folder}/bin/{name}"] for name in UNIT_TESTS]
+    tests.append([f"{folder}/bin/conformance", "--require-coverage", "tests/conformance/cases"])
+    return tests
+
+
+def system(folder):
+    return [["node", "--test", "--test-reporter=tap", "tests/system/"], {"DTV_BUILD": str(ROOT / folder)}]
+
+
+def stages(jobs):
+    """Name, commands. A command may be [arguments, environment]."""
+    asan = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
+    # Debian's libraries are not instrumented; what they do between themselves is not looked at.
+    tsan = {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66"}
+    with_environment = lambda commands, more: [
+        [c[0], {**c[1], **more}] if isinstance(c[-1], dict) else [c, more] for c in commands]
+    return [
+        ("rules", [["python3", "tests/check_includes.py", "--selftest"], ["python3", "tests/check_includes.py"]]),
+        ("build", build("release", jobs)),
+        ("web", [["make", "--silent", "web"], ["npm", "--prefix", "web", "run", "--silent", "check"]]),
+        ("unit", [[f"build/bin/{name}"] for name in UNIT_TESTS] +
+                 [["python3", "tests/check_symbols.py", "build/lib/libdtv_js_plugin.so"]]),
+        ("conformance", [["python3", "tests/conformance/selftest.py"], native("build")[-1]]),
+        ("install", [["python3", "tests/package/check.py", "build"]]),
+        ("system", [node_modules("tests/system"), system("build")]),
+        ("browser", [node_modules("tests/browser"),
+                     [["npm", "--prefix", "tests/browser", "test", "--silent"], {"DTV_BUILD": str(ROOT / "build")}]]),
+        ("asan build", build("asan", jobs)),
+        ("asan", with_environment(native("build-asan") + [system("build-asan")], asan)),
+        ("fuzz corpus", with_environment([["tests/fuzz/run.sh", "replay"]], asan)),
+        ("tsan build", build("tsan", jobs)),
+        ("tsan", with_environment(native("build-tsan") + [system("build-tsan")], tsan)),
+    ]
+
+
+def count(output, exit_code):
+    """Tests passed and failed by a command, as its own closing line says."""
+    found = [m for pattern in COUNTS for m in pattern.finditer(output)]
+    if not found:
+        return (1, 0) if exit_code == 0 else (0, 1)
+    last = max(found, key=lambda m: m.end())
+    groups = last.groupdict()
+    passed, failed = int(groups.get("passed") or 0), int(groups.get("failed") or 0)
+    if exit_code != 0 and failed == 0:
+        failed = 1  # it failed after its tests, for example by a leak
+    return passed, failed
+
+
+def run(command):
+    arguments, environment = command if isinstance(command[-1], dict) else (command, {})
+    process = subprocess.run(arguments, cwd=ROOT, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace", check=False)
+    return arguments, process.returncode, process.stdout
+
+
+def run_stage(name, commands):
+    """Runs one stage; returns its counts. A stage that only prepares does not go on after a failure."""
+    begun = time.monotonic()
+    passed = failed = 0
+    prepares = name == "build" or name.endswith(" build")
+    for command in commands:
+        arguments, exit_code, output = run(command)
+        preparation = prepares or arguments[0] == "npm" and "ci" in arguments
+        if preparation:
+            command_passed, command_failed = 0, int(exit_code != 0)
+        else:
+            command_passed, command_failed = count(output, exit_code)
+        passed += command_passed
+        failed += command_failed
+        if command_failed:
+            print(f"--- {' '.join(arguments)} (exit {exit_code})\n{output[-20000:]}\n---", flush=True)
+            if preparation:
+                break
+    seconds = time.monotonic() - begun
+    print(f"{name:<12} {seconds:7.1f} s  {passed:5} passed  {failed:3} failed", flush=True)
+    return passed, failed
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--jobs", type=int, default=os.cpu_count())
+    parser.add_argument("--list", action="store_true", help="print the stages' names")
+    parser.add_argument("stage", nargs="*", help="stages to run (all)")
+    options = parser.parse_args()
+    table = stages(options.jobs)
+    if options.list:
+        print("\n".join(name for name, _ in table))
+        return 0
+    unknown = set(options.stage) - {name for name, _ in table}
+    if unknown:
+        parser.error(f"no stage {', '.join(sorted(unknown))}; --list names them")
+    begun = time.monotonic()
+    passed = failed = 0
+    for name, commands in table:
+        if options.stage and name not in options.stage:
+            continue
+        stage_passed, stage_failed = run_stage(name, commands)
+        passed += stage_passed
+        failed += stage_failed
+        if stage_failed and name == "build":
+            break
+    print(f"{'all':<12} {time.monotonic() - begun:7.1f} s")
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed or not passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
