@@ -1,0 +1,366 @@
+// The commands: what each sends, and what it prints of the answer.
+#include <algorithm>
+#include <boost/json.hpp>
+#include <cctype>
+
+#include "dtvctl.h"
+
+namespace json = boost::json;
+
+namespace {
+
+// The longest that a command inside watch and trace is followed for what it causes, unless --for or --count says.
+constexpr std::chrono::milliseconds kAftermath{200};
+
+std::string quoted(std::string_view text) { return json::serialize(json::string(text)); }
+
+bool describe(Session& session, json::value& ret_description, Failure& ret_failure) {
+  std::string text;
+  if (!session.call("list", "{}", text, ret_failure)) return false;
+  if (json_parse(text, ret_description)) return true;
+  ret_failure = {kExitProtocol, "the list of URIs is no JSON text"};
+  return false;
+}
+
+Describe describer(Session& session) {
+  return [&session](json::value& ret_description, Failure& ret_failure) {
+    return describe(session, ret_description, ret_failure);
+  };
+}
+
+bool take_result(const std::string& answer, std::int64_t& ret_result, Failure& ret_failure) {
+  json::value value;
+  const std::optional<std::string_view> text = json_member(answer, {"ret"});
+  if (text && json_parse(*text, value) && value.is_int64()) {
+    ret_result = value.get_int64();
+    return true;
+  }
+  ret_failure = {kExitProtocol, "the answer has no \"ret\": " + answer.substr(0, 200)};
+  return false;
+}
+
+// What a result other than 0 is reported as.
+int refused(Session& session, const std::string& uri, std::int64_t result, Failure& ret_failure) {
+  json::value description;
+  Failure ignored;
+  const bool unknown = describe(session, description, ignored) && find_uri(description, uri) == nullptr;
+  ret_failure = {kExitRefused, unknown ? unknown_uri(description, uri) : "the set answered " + result_meaning(result)};
+  return kExitRefused;
+}
+
+int run_get(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  const std::string& uri = words[0];
+  std::string parameter;
+  if (!build_get_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
+    return ret_failure.exit_code;
+  }
+  std::string params = R"({"uri":)" + quoted(uri);
+  if (!parameter.empty()) params += R"(,"parameter":)" + parameter;
+  std::string answer;
+  std::int64_t result = 0;
+  if (!session.call("get", params + "}", answer, ret_failure) || !take_result(answer, result, ret_failure)) {
+    return ret_failure.exit_code;
+  }
+  if (options.json) {
+    print_line(answer);
+  } else if (const auto text = json_member(answer, {"response"}); text) {
+    json::value response;
+    if (json_parse(*text, response) && response.is_object()) print_response(response.get_object());
+  }
+  return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
+}
+
+int run_set(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  const std::string& uri = words[0];
+  std::string parameter;
+  if (!build_set_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
+    return ret_failure.exit_code;
+  }
+  std::string answer;
+  std::int64_t result = 0;
+  if (!session.call("set", R"({"uri":)" + quoted(uri) + R"(,"parameter":)" + parameter + "}", answer, ret_failure) ||
+      !take_result(answer, result, ret_failure)) {
+    return ret_failure.exit_code;
+  }
+  if (options.json) {
+    print_line(answer);
+  } else if (result == 0) {
+    print_line("ok");
+  }
+  return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
+}
+
+int run_tv(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  const json::object params{{"words", json::array(words.begin(), words.end())}};
+  std::string answer;
+  if (!session.call("tv", json::serialize(params), answer, ret_failure)) return ret_failure.exit_code;
+  json::value value;
+  if (options.json) {
+    print_line(answer);
+  } else if (json_parse(answer, value) && value.is_object()) {
+    print_object(value.get_object());
+  }
+  return kExitOk;
+}
+
+bool contains(std::string_view text, std::string_view part) {
+  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+  return !std::ranges::search(text, part, same).empty() || part.empty();
+}
+
+std::string cell(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  if (value == nullptr || value->is_null()) return "";
+  return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
+}
+
+// The identifier as documents write it.
+std::string hex_cell(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  if (value == nullptr || !value->is_int64()) return cell(row, key);
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%04llX", static_cast<unsigned long long>(value->get_int64()));
+  return text;
+}
+
+bool is_on(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  return value != nullptr && !value->is_null() && !(value->is_bool() && !value->get_bool());
+}
+
+int run_list(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  json::value description;
+  if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
+  const json::value* uris = description.is_object() ? description.get_object().if_contains("uris") : nullptr;
+  if (uris == nullptr || !uris->is_array()) {
+    ret_failure = {kExitProtocol, "the list of URIs has no member \"uris\""};
+    return ret_failure.exit_code;
+  }
+  std::vector<Row> rows;
+  for (const json::value& value : uris->get_array()) {
+    const json::object& row = value.as_object();
+    std::string can;
+    for (const char* key : {"get", "set", "notify"}) {
+      if (is_on(row, key)) can += (can.empty() ? "" : " ") + std::string(key);
+    }
+    const Row shown{cell(row, "uri"), cell(row, "type"), can, hex_cell(row, "id")};
+    const bool wanted = std::ranges::all_of(words, [&](const std::string& word) {
+      return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
+    });
+    if (!wanted) continue;
+    if (options.json) {
+      print_line(json::serialize(row));
+    } else {
+      rows.push_back(shown);
+    }
+  }
+  if (!options.json && !rows.empty()) print_table({"URI", "TYPE", "CAN", "ID"}, rows);
+  return kExitOk;
+}
+
+// The words before "--", and the command that stands behind it.
+struct Split {
+  Words before;
+  Words command;
+};
+
+Split split_command(Words words) {
+  const auto dashes = static_cast<std::size_t>(std::ranges::find(words, "--") - words.begin());
+  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : Words()};
+}
+
+std::string check_inner_command(Words words) {
+  if (words.empty()) return "";
+  if (words[0] != "get" && words[0] != "set" && words[0] != "tv") {
+    return "behind -- stands get, set or tv, not \"" + words[0] + "\"";
+  }
+  const auto command = std::ranges::find(commands(), words[0], &Command::name);
+  return command->check(words.subspan(1));
+}
+
+// Runs the command behind "--", then hands every notification of the method to print until the count or the time is
+// reached, or nobody reads any more.
+template <typename Print>
+int follow(const Options& options, Session& session, Words command, std::string_view method, Print print,
+           Failure& ret_failure) {
+  int result = kExitOk;
+  std::optional<Clock::time_point> until;
+  const auto limit = [&](auto duration) {
+    until = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
+  };
+  if (options.seconds) limit(std::chrono::duration<double>(*options.seconds));
+  if (!command.empty()) {
+    const auto inner = std::ranges::find(commands(), command[0], &Command::name);
+    std::FILE* const lines = output;  // they are for what follows; the command's own answer goes beside them
+    output = stderr;
+    result = inner->run(options, session, command.subspan(1), ret_failure);
+    output = lines;
+    if (result > kExitRefused) return result;
+    if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
+  }
+  for (std::int64_t printed = 0; !options.count || printed < *options.count;) {
+    Message message;
+    const Waited waited = session.wait(until, message, ret_failure);
+    if (waited == Waited::kTimeout) break;
+    if (waited == Waited::kFailed) return ret_failure.exit_code;
+    if (message.method == "overflow") {
+      const std::string dropped(json_member(message.params, {"dropped"}).value_or("some"));
+      std::fprintf(stderr, "dtvctl: %s messages were dropped; this program reads too slowly\n", dropped.c_str());
+    } else if (message.method == method) {
+      if (!print(message.params)) break;
+      ++printed;
+    }
+  }
+  return result;
+}
+
+int run_watch(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  const auto [uris, command] = split_command(words);
+  json::value description;
+  if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
+  for (const std::string& uri : uris) {
+    const json::object* row = find_uri(description, uri);
+    if (row == nullptr || !is_on(*row, "notify")) {
+      if (row == nullptr) {
+        ret_failure = {kExitRefused, unknown_uri(description, uri)};
+      } else {
+        ret_failure = {kExitUsage, uri + " never notifies; \"dtvctl list notify\" shows those that do"};
+      }
+      return ret_failure.exit_code;
+    }
+  }
+  for (const std::string& uri : uris) {
+    std::string answer;
+    if (!session.call("subscribe", R"({"uri":)" + quoted(uri) + "}", answer, ret_failure)) return ret_failure.exit_code;
+  }
+  const auto print = [](const std::string& params) {
+    if (const auto text = json_member(params, {"notification"}); text) return print_line(*text);
+    std::fprintf(stderr, "dtvctl: a notification that cannot be shown: %s\n", params.c_str());
+    return true;
+  };
+  return follow(options, session, command, "notify", print, ret_failure);
+}
+
+int run_trace(const Options& options, Session& session, Words words, Failure& ret_failure) {
+  const Words command = split_command(words).command;
+  std::string answer;
+  if (!session.call("trace", R"({"on":true})", answer, ret_failure)) return ret_failure.exit_code;
+  const auto print = [&](const std::string& params) {
+    json::value line;
+    if (options.json || !json_parse(params, line) || !line.is_object()) return print_line(params);
+    return print_line(trace_line(line.get_object()));
+  };
+  return follow(options, session, command, "trace", print, ret_failure);
+}
+
+std::string check_uri(Words words) {
+  if (words.empty()) return "which URI? \"dtvctl list TEXT\" searches";
+  if (!words[0].starts_with('/'))
+    return "a URI begins with a slash, not \"" + words[0] + "\"; \"dtvctl list TEXT\" searches";
+  return "";
+}
+
+std::string check_watch(Words words) {
+  const auto [uris, command] = split_command(words);
+  if (uris.empty()) return "which URI? \"dtvctl list notify\" shows those that notify";
+  for (const std::string& uri : uris) {
+    if (std::string wrong = check_uri({&uri, 1}); !wrong.empty()) return wrong;
+  }
+  return check_inner_command(command);
+}
+
+std::string check_trace(Words words) {
+  const auto [others, command] = split_command(words);
+  if (!others.empty()) return "trace takes no words but a command behind --, not \"" + others[0] + "\"";
+  return check_inner_command(command);
+}
+
+std::string check_tv(Words words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
+
+std::string check_nothing(Words) { return ""; }
+
+constexpr Command kCommands[] = {
+    {.name = "get",
+     .arguments = "URI [PARAMETER-JSON | KEY=VALUE...]",
+     .summary = "Reads an item",
+     .help = "Without further words the item is read plainly. KEY=VALUE words make a QUERY of them; a JSON object is\n"
+             "sent as it stands and must say its REQUEST itself.\n"
+             "\n"
+             "  dtvctl get /tv/cast/volume/volume\n"
+             "  dtvctl --json get /tv/cast/volume/volume | jq .response.ITEMS[0].VALUE\n"
+             "  dtvctl get /tv/menu/tuner/... '{\"REQUEST\":\"QUERY\",\"INDEX\":2}'\n",
+     .passes_words = false,
+     .run = run_get,
+     .check = check_uri},
+    {.name = "set",
+     .arguments = "URI [PARAMETER-JSON | VALUE | KEY=VALUE...]",
+     .summary = "Changes an item, or triggers an action",
+     .help =
+         "A single value goes into the item's VALUE; KEY=VALUE words name several members; the request word follows\n"
+         "from the item's type unless REQUEST=... says otherwise. An action takes no value. A JSON object is sent as\n"
+         "it stands.\n"
+         "\n"
+         "  dtvctl set /tv/cast/volume/volume 23\n"
+         "  dtvctl set /tv/cast/volume/mute VALUE=1\n"
+         "  dtvctl set /tv/cast/volume/volume '{\"REQUEST\":\"MODIFY\",\"VALUE\":23}'\n",
+     .passes_words = false,
+     .run = run_set,
+     .check = check_uri},
+    {.name = "watch",
+     .arguments = "URI... [-- COMMAND...]",
+     .summary = "Prints notifications as they come",
+     .help =
+         "Each notification is one line, exactly as the set wrote it. Runs until Ctrl-C, --count or --for. A command\n"
+         "behind -- (get, set or tv) runs once the subscription stands; what it causes is waited for.\n"
+         "\n"
+         "  dtvctl watch /tv/ws/notify/volume_ctrl\n"
+         "  dtvctl watch --count 1 /tv/ws/notify/volume_ctrl -- tv volume up\n",
+     .passes_words = false,
+     .run = run_watch,
+     .check = check_watch},
+    {.name = "list",
+     .arguments = "[TEXT...]",
+     .summary = "Lists URIs",
+     .help =
+         "Shows the URIs whose name, type, identifier or abilities (get, set, notify) contain every TEXT, in capitals\n"
+         "or not. With --json one object per line, as the set describes it.\n"
+         "\n"
+         "  dtvctl list volume\n"
+         "  dtvctl list notify\n",
+     .passes_words = false,
+     .run = run_list,
+     .check = check_nothing},
+    {.name = "trace",
+     .arguments = "[-- COMMAND...]",
+     .summary = "Shows the platform calls live",
+     .help =
+         "-> is a call of the TV API with its result, <- a callback of the platform. Runs until Ctrl-C, --count or\n"
+         "--for. With a command behind -- (get, set or tv) it shows what that command causes.\n"
+         "\n"
+         "  dtvctl trace\n"
+         "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
+     .passes_words = false,
+     .run = run_trace,
+     .check = check_trace},
+    {.name = "tv",
+     .arguments = "COMMAND...",
+     .summary = "Does to the virtual television what a viewer or the world does",
+     .help =
+         "The words go to the virtual television as they stand; \"dtvctl tv help\" lists its commands. Faults can be\n"
+         "set on any function of the TV API.\n"
+         "\n"
+         "  dtvctl tv volume up\n"
+         "  dtvctl tv state\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
+         "  dtvctl tv faults\n"
+         "  dtvctl tv fault --clear\n",
+     .passes_words = true,
+     .run = run_tv,
+     .check = check_tv},
+};
+
+}  // namespace
+
+std::span<const Command> commands() { return kCommands; }

@@ -1,0 +1,67 @@
+# bash completion for dtvctl: commands, options, URIs, the virtual television's commands and the TV API's functions.
+# What only a set can tell is asked from the running host, else from a set in a process of its own with a state folder
+# that is thrown away, and is kept for the next time.
+
+_dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, kept under NAME
+  local kept="${XDG_CACHE_HOME:-$HOME/.cache}/dtvctl/$1" pattern=$2 answer folder
+  shift 2
+  if [[ -s $kept && -z $(find "$kept" -mmin +1440 2>/dev/null) ]]; then
+    cat "$kept"
+    return
+  fi
+  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4)
+  if [[ -z $answer ]] && folder=$(mktemp -d 2>/dev/null); then
+    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4)
+    rm -rf "$folder"
+  fi
+  [[ -z $answer ]] && return
+  mkdir -p "${kept%/*}" 2>/dev/null && printf '%s\n' "$answer" >"$kept" 2>/dev/null
+  printf '%s\n' "$answer"
+}
+
+_dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list $1; }
+
+_dtvctl() {
+  local commands='get set watch list trace tv'
+  local options='--host --local --state --json --count --for --timeout --help --version'
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 i
+
+  case $previous in
+    --state) COMPREPLY=($(compgen -d -- "$current")); return ;;
+    --host) COMPREPLY=($(compgen -W '127.0.0.1:8080' -- "$current")); return ;;
+    --count | --for | --timeout) COMPREPLY=(); return ;;
+  esac
+
+  # The command, and how many words of it stand before the cursor. Behind "--" another command begins.
+  for ((i = 1; i < COMP_CWORD; ++i)); do
+    case ${COMP_WORDS[i]} in
+      --) command='' first=0 ;;
+      --host | --state | --count | --for | --timeout) [[ $command == tv ]] || ((++i)) ;;
+      -*) ;;
+      *) if [[ -z $command ]]; then command=${COMP_WORDS[i]} first=$i; fi ;;
+    esac
+  done
+
+  if [[ $current == -* && $command != tv ]]; then
+    COMPREPLY=($(compgen -W "$options" -- "$current"))
+    return
+  fi
+  case $command in
+    '') COMPREPLY=($(compgen -W "$commands" -- "$current")) ;;
+    get | set) ((COMP_CWORD == first + 1)) && COMPREPLY=($(compgen -W "$(_dtvctl_uris)" -- "$current")) ;;
+    watch) COMPREPLY=($(compgen -W "$(_dtvctl_uris notify)" -- "$current")) ;;
+    tv)
+      case $((COMP_CWORD - first)) in
+        1) COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help) fault faults" -- "$current")) ;;
+        2) case $previous in
+             volume) COMPREPLY=($(compgen -W 'up down' -- "$current")) ;;
+             mute) COMPREPLY=($(compgen -W 'on off toggle' -- "$current")) ;;
+             fault) COMPREPLY=($(compgen -W '--clear' -- "$current")) ;;
+           esac ;;
+        *) [[ ${COMP_WORDS[first+1]} == fault ]] &&
+             COMPREPLY=($(compgen -W '--delay --fail --drop-callback --clear' -- "$current")) ;;
+      esac ;;
+  esac
+}
+
+complete -F _dtvctl dtvctl

@@ -1,0 +1,122 @@
+// What the parts of dtvctl share.
+#pragma once
+
+#include <boost/json/fwd.hpp>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// ---- exit codes and failures ----
+
+enum ExitCode : int {
+  kExitOk = 0,
+  kExitRefused = 1,      // the set answered a result other than 0
+  kExitUsage = 2,        // the command line is wrong
+  kExitUnreachable = 3,  // no host, or with --local no set
+  kExitProtocol = 4,     // the host, or the plugin, answered what cannot be used
+};
+
+struct Failure {
+  int exit_code = kExitOk;
+  std::string text;
+};
+
+// ---- options ----
+
+struct Options {
+  std::string host = "127.0.0.1:8080";
+  bool local = false;
+  std::string state;  // empty: the usual folder
+  bool json = false;
+  double timeout = 30;                // seconds that an answer may take
+  std::optional<std::int64_t> count;  // lines of watch and trace
+  std::optional<double> seconds;      // duration of watch and trace
+};
+
+using Words = std::span<const std::string>;
+using Clock = std::chrono::steady_clock;
+
+// ---- session: the way to a set, through a host (remote.cpp) or in this process (local.cpp) ----
+
+struct Message {
+  std::string method;
+  std::string params;  // JSON text
+};
+
+enum class Waited { kMessage, kTimeout, kFailed };
+
+// The methods are the host's: get, set, subscribe, unsubscribe, list, trace, tv. Texts are JSON exactly as the set or
+// the host wrote them. All functions are called from one thread.
+struct Session {
+  std::function<bool(std::string_view method, const std::string& params, std::string& ret_result, Failure& ret_failure)>
+      call;
+  // Takes the next notification; without a time limit it waits as long as it takes.
+  std::function<Waited(std::optional<Clock::time_point> until, Message& ret_message, Failure& ret_failure)> wait;
+  std::function<void()> close;
+};
+
+bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
+bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
+
+// ---- commands.cpp ----
+
+struct Command {
+  std::string_view name;
+  std::string_view arguments;
+  std::string_view summary;
+  std::string_view help;
+  bool passes_words;  // what follows the name is not searched for options
+  int (*run)(const Options& options, Session& session, Words words, Failure& ret_failure);
+  // Says what is wrong with the words before anything is opened; an empty text: nothing.
+  std::string (*check)(Words words);
+};
+
+std::span<const Command> commands();
+
+// ---- request.cpp: the "PARAMETER" object from the words of the command line ----
+
+// description: the host's list, asked for only when a word needs it.
+using Describe = std::function<bool(boost::json::value& ret_description, Failure& ret_failure)>;
+
+bool build_get_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+                         Failure& ret_failure);
+bool build_set_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+                         Failure& ret_failure);
+
+// The row of a URI in a description; null where there is none.
+const boost::json::object* find_uri(const boost::json::value& description, std::string_view uri);
+
+// "there is no URI ...", with the nearest ones.
+std::string unknown_uri(const boost::json::value& description, const std::string& uri);
+
+// ---- json_text.cpp ----
+
+// The text of a member, as it stands in a valid JSON object's text: found by the path of keys. Nothing where there is
+// none.
+std::optional<std::string_view> json_member(std::string_view object, std::initializer_list<std::string_view> path);
+
+bool json_parse(std::string_view text, boost::json::value& ret_value);
+
+// ---- render.cpp: for people ----
+
+// Where results go. With --local the plugin's own log keeps standard output, which is then standard error.
+extern std::FILE* output;
+
+enum class Paint { kPlain, kTitle, kFaint, kError };
+std::string paint(Paint paint, std::string_view text, std::FILE* to);
+
+// Writes a line and hands it over at once. False when nobody reads any more.
+bool print_line(std::string_view line);
+
+using Row = std::vector<std::string>;
+void print_table(const Row& titles, std::span<const Row> rows);
+void print_response(const boost::json::object& response);
+void print_object(const boost::json::object& object);
+std::string trace_line(const boost::json::object& line);
+std::string result_meaning(std::int64_t result);

@@ -1,0 +1,231 @@
+// dtvctl: reads and drives a television from a shell.
+#include <unistd.h>
+
+#include <algorithm>
+#include <boost/json.hpp>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "dtvctl.h"
+#include "nearest.h"
+
+namespace {
+
+enum class Parsed { kRun, kHelp, kVersion, kWrong };
+
+struct Invocation {
+  Options options;
+  const Command* command = nullptr;
+  std::vector<std::string> words;
+};
+
+bool read_count(const std::string& text, Options& options) {
+  std::int64_t count = 0;
+  const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (failed != std::errc() || end != text.data() + text.size() || count < 1) return false;
+  options.count = count;
+  return true;
+}
+
+bool read_seconds(const std::string& text, double& ret_seconds) {
+  double seconds = 0;
+  const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
+  if (failed != std::errc() || end != text.data() + text.size() || !(seconds >= 0 && seconds <= 1e7)) return false;
+  ret_seconds = seconds;
+  return true;
+}
+
+struct OptionRow {
+  std::string_view name;
+  std::string_view argument;  // empty: it takes none
+  std::string_view help;
+  bool (*take)(const std::string& argument, Options& options);  // null: -h, --version
+};
+
+constexpr OptionRow kOptions[] = {
+    {"--host", "ADDR:PORT", "The host to talk to; also DTV_HOST in the environment (default 127.0.0.1:8080)",
+     [](const std::string& argument, Options& options) {
+       options.host = argument;
+       return !argument.empty();
+     }},
+    {"--local", "", "No host: the plugin and a virtual television run in this process, for this command",
+     [](const std::string&, Options& options) { return options.local = true; }},
+    {"--state", "FOLDER", "With --local: where the virtual television keeps its state (default: the XDG state folder)",
+     [](const std::string& argument, Options& options) {
+       options.state = argument;
+       return !argument.empty();
+     }},
+    {"--json", "", "JSON lines instead of tables",
+     [](const std::string&, Options& options) { return options.json = true; }},
+    {"--count", "N", "watch, trace: end after N lines", read_count},
+    {"--for", "SECONDS", "watch, trace: end after so long",
+     [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
+    {"--timeout", "SECONDS", "How long an answer may take (default 30)",
+     [](const std::string& argument, Options& options) { return read_seconds(argument, options.timeout); }},
+    {"--help", "", "This help, or with a command the command's; also -h", nullptr},
+    {"--version", "", "The version", nullptr},
+};
+
+constexpr std::string_view kAfterOptions =
+    "Exit codes: 0 done; 1 the set refused (a result other than 0); 2 wrong command line; 3 no host, or the local set\n"
+    "does not start; 4 an answer that cannot be used. Ctrl-C ends watch and trace.\n"
+    "\n"
+    "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words; "
+    "all\n"
+    "words behind tv are the television's.\n"
+    "\n"
+    "First steps:\n"
+    "  make run                                   start a host with a virtual television\n"
+    "  dtvctl list volume                         find the URI\n"
+    "  dtvctl get /tv/cast/volume/volume          read it\n"
+    "  dtvctl set /tv/cast/volume/volume 23       change it\n"
+    "  dtvctl watch /tv/ws/notify/volume_ctrl     be told of changes; in another shell:\n"
+    "  dtvctl tv volume up                        press a key of the remote control\n";
+
+void print_help(const Command* command) {
+  if (command != nullptr) {
+    std::printf("Usage: dtvctl [OPTIONS] %s %s\n\n%s.\n\n%s", command->name.data(), command->arguments.data(),
+                command->summary.data(), command->help.data());
+    return;
+  }
+  std::vector<Row> rows;
+  std::puts("Usage: dtvctl [OPTIONS] COMMAND ...\n\nReads and drives a television from a shell.\n\nCommands:");
+  for (const Command& each : commands()) {
+    rows.push_back({"  " + std::string(each.name) + " " + std::string(each.arguments), std::string(each.summary)});
+  }
+  print_table({}, rows);
+  rows.clear();
+  std::puts("\nOptions:");
+  for (const OptionRow& option : kOptions) {
+    rows.push_back({"  " + std::string(option.name) + " " + std::string(option.argument), std::string(option.help)});
+  }
+  print_table({}, rows);
+  std::printf("\n\"dtvctl COMMAND --help\" tells more, with examples.\n\n%s", kAfterOptions.data());
+}
+
+template <typename Table>
+std::string suggestion(const std::string& name, const Table& table) {
+  std::vector<std::string> names;
+  for (const auto& row : table) names.emplace_back(row.name);
+  const std::vector<std::string> near = nearest(name, names, 1);
+  return near.empty() ? "" : "; did you mean " + near[0] + "?";
+}
+
+// Takes the option at words[index], with its argument. kRun: the caller goes on behind it.
+Parsed take_option(const std::vector<std::string>& words, std::size_t& index, Options& options,
+                   std::string& ret_wrong) {
+  std::string name = words[index] == "-h" ? "--help" : words[index];
+  std::optional<std::string> argument;
+  if (const std::size_t equals = name.find('='); equals != std::string::npos) {
+    argument = name.substr(equals + 1);
+    name.resize(equals);
+  }
+  const auto* const option = std::ranges::find(kOptions, name, &OptionRow::name);
+  if (option == std::end(kOptions)) {
+    ret_wrong = "there is no option " + name + suggestion(name, kOptions);
+    return Parsed::kWrong;
+  }
+  if (name == "--help") return Parsed::kHelp;
+  if (name == "--version") return Parsed::kVersion;
+  if (option->argument.empty() && argument) {
+    ret_wrong = name + " takes no value";
+    return Parsed::kWrong;
+  }
+  if (!option->argument.empty() && !argument) {
+    if (index + 1 >= words.size()) {
+      ret_wrong = name + " wants " + std::string(option->argument);
+      return Parsed::kWrong;
+    }
+    argument = words[++index];
+  }
+  if (!option->take(argument.value_or(""), options)) {
+    ret_wrong = name + " wants " + std::string(option->argument) + ", not \"" + argument.value_or("") + "\"";
+    return Parsed::kWrong;
+  }
+  return Parsed::kRun;
+}
+
+// "-5" is a number; "--" and what stands behind it are words.
+bool is_option(const std::string& word) {
+  return word.size() > 1 && word[0] == '-' && word != "--" && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
+}
+
+Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocation, std::string& ret_wrong) {
+  bool behind_dashes = false;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& word = arguments[i];
+    const Command* const command = ret_invocation.command;
+    const bool passes = command != nullptr && command->passes_words &&
+                        (!ret_invocation.words.empty() || word != "-h") &&
+                        (!ret_invocation.words.empty() || word != "--help");
+    if (!behind_dashes && !passes && is_option(word)) {
+      const Parsed parsed = take_option(arguments, i, ret_invocation.options, ret_wrong);
+      if (parsed != Parsed::kRun) return parsed;
+      continue;
+    }
+    if (command == nullptr) {
+      const auto found = std::ranges::find(commands(), word, &Command::name);
+      if (found == commands().end()) {
+        ret_wrong = "there is no command \"" + word + "\"" + suggestion(word, commands());
+        return Parsed::kWrong;
+      }
+      ret_invocation.command = &*found;
+      continue;
+    }
+    if (word == "--") behind_dashes = true;
+    const bool keeps_dashes = command->name == "watch" || command->name == "trace" || command->passes_words;
+    if (word != "--" || keeps_dashes) ret_invocation.words.push_back(word);
+  }
+  if (ret_invocation.command == nullptr) {
+    ret_wrong = "which command? \"dtvctl --help\" lists them";
+    return Parsed::kWrong;
+  }
+  if (!ret_invocation.options.state.empty() && !ret_invocation.options.local) {
+    ret_wrong = "--state goes with --local; a host has a state folder of its own";
+    return Parsed::kWrong;
+  }
+  ret_wrong = ret_invocation.command->check(ret_invocation.words);
+  return ret_wrong.empty() ? Parsed::kRun : Parsed::kWrong;
+}
+
+int complain(const Failure& failure) {
+  const std::string text = paint(Paint::kError, "dtvctl:", stderr) + " " + failure.text;
+  std::fprintf(stderr, "%s\n", text.c_str());
+  return failure.exit_code;
+}
+
+}  // namespace
+
+int main(int count, char** values) {
+  Invocation invocation;
+  if (const char* host = std::getenv("DTV_HOST"); host != nullptr && *host != '\0') invocation.options.host = host;
+  std::string wrong;
+  switch (parse({values + 1, values + count}, invocation, wrong)) {
+    case Parsed::kHelp:
+      print_help(invocation.command);
+      return kExitOk;
+    case Parsed::kVersion:
+      std::printf("dtvctl %s\n", DTV_VERSION);
+      return kExitOk;
+    case Parsed::kWrong: {
+      const std::string command = invocation.command == nullptr ? "" : std::string(invocation.command->name) + ": ";
+      return complain({kExitUsage, command + wrong});
+    }
+    case Parsed::kRun:
+      break;
+  }
+  try {
+    Session session;
+    Failure failure;
+    const auto open = invocation.options.local ? session_open_local : session_open_remote;
+    if (!open(invocation.options, session, failure)) return complain(failure);
+    const int result = invocation.command->run(invocation.options, session, invocation.words, failure);
+    if (!failure.text.empty()) complain(failure);
+    session.close();
+    return std::fflush(output) == 0 ? result : kExitProtocol;
+  } catch (const std::exception& unexpected) {  // without memory, or a description of another form than agreed
+    return complain({kExitProtocol, std::string("an answer that cannot be used: ") + unexpected.what()});
+  }
+}
