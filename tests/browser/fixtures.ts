@@ -1,0 +1,57 @@
+import { expect, test as base, type Locator, type Page } from "@playwright/test";
+import { createHost, type Host } from "./host";
+
+/** What every test runs with: a host of its own, and a browser whose complaints fail the test. */
+
+interface Fixtures {
+  host: Host;
+  /** Console messages that this test provokes. */
+  allowedErrors: RegExp[];
+  open: (path?: string) => Promise<Page>;
+}
+
+export const test = base.extend<Fixtures>({
+  allowedErrors: [[], { option: true }],
+
+  host: async ({}, use) => {
+    const host = await createHost();
+    await use(host);
+    await host.dispose();
+  },
+
+  // A new page of the host, which has its own storage like another device.
+  open: async ({ browser, host, allowedErrors, viewport }, use) => {
+    const complaints: string[] = [];
+    const pages: Page[] = [];
+    await use(async (path = "/") => {
+      const context = await browser.newContext({ viewport });
+      await context.grantPermissions(["clipboard-read", "clipboard-write"], { origin: host.origin });
+      const page = await context.newPage();
+      pages.push(page);
+      page.on("console", (message) => {
+        if (!["error", "warning"].includes(message.type())) return;
+        if (!allowedErrors.some((allowed) => allowed.test(message.text()))) complaints.push(message.text());
+      });
+      page.on("pageerror", (error) => complaints.push(String(error)));
+      const foreign = (address: string) => {
+        if (new URL(address).host !== new URL(host.origin).host) complaints.push(`request to ${address}`);
+      };
+      page.on("request", (request) => foreign(request.url()));
+      page.on("websocket", (socket) => foreign(socket.url()));
+      await page.goto(host.origin + path);
+      await expect(page.getByText("Connected", { exact: true })).toBeAttached();
+      await expect(slider(page)).toBeEnabled();
+      return page;
+    });
+    for (const page of pages) await page.context().close();
+    expect(complaints, "console errors and requests to other origins").toEqual([]);
+  },
+});
+
+export const slider = (page: Page): Locator => page.getByRole("slider", { name: "Volume" });
+export const muteButton = (page: Page): Locator => page.getByRole("button", { name: "Mute", exact: true });
+export const connection = (page: Page): Locator => page.locator(".connection");
+export const logRows = (page: Page, name: "Notifications" | "Platform calls"): Locator =>
+  page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");
+
+export { expect };

@@ -1,0 +1,145 @@
+import { spawn, type ChildProcess } from "node:child_process";
+import { once } from "node:events";
+import { mkdtemp, rm } from "node:fs/promises";
+import { createServer } from "node:net";
+import { tmpdir } from "node:os";
+import { join, resolve } from "node:path";
+import { createInterface } from "node:readline";
+
+/** The real host with a virtual television of its own, and dtvctl that talks to it. */
+
+const here = import.meta.dirname;
+const bin = resolve(here, process.env["DTV_BUILD"] ?? "../../build", "bin");
+const web = resolve(here, "../../web/dist");
+
+export const volumeUri = "/tv/cast/volume/volume";
+export const muteUri = "/tv/cast/volume/mute";
+export const volumeNotifyUri = "/tv/ws/notify/volume_ctrl";
+
+interface Item {
+  VALUE: number;
+}
+
+interface ItemResponse {
+  URI: string;
+  STATUS: number;
+  ITEMS: Item[];
+}
+
+export interface Output {
+  code: number | null;
+  stdout: string;
+  stderr: string;
+}
+
+/** A program that goes on printing. */
+export interface Printing {
+  lines: string[];
+  stop(): Promise<void>;
+}
+
+export interface Host {
+  origin: string;
+  /** Ends the host as a power cut would, and starts it again at the same address. */
+  kill(): Promise<void>;
+  start(): Promise<void>;
+  /** Ends everything and removes the state. */
+  dispose(): Promise<void>;
+  read(uri: string): Promise<number>;
+  write(uri: string, value: number): Promise<void>;
+  dtvctl(...args: string[]): Promise<Output>;
+  printing(...args: string[]): Printing;
+}
+
+async function freePort(): Promise<number> {
+  const server = createServer().listen(0, "127.0.0.1");
+  await once(server, "listening");
+  const address = server.address();
+  server.close();
+  await once(server, "close");
+  if (typeof address !== "object" || !address) throw new Error("no port");
+  return address.port;
+}
+
+async function end(child: ChildProcess, signal: NodeJS.Signals) {
+  if (child.exitCode !== null || child.signalCode !== null) return;
+  const exited = once(child, "exit");
+  child.kill(signal);
+  await exited;
+}
+
+export async function createHost(): Promise<Host> {
+  const state = await mkdtemp(join(tmpdir(), "dtv-browser-"));
+  const address = `127.0.0.1:${await freePort()}`;
+  const origin = `http://${address}`;
+  const children = new Set<ChildProcess>();
+  let host: ChildProcess | undefined;
+
+  function run(program: string, args: string[]): ChildProcess {
+    const child = spawn(join(bin, program), args, {
+      stdio: ["ignore", "pipe", "pipe"],
+      env: { ...process.env, DTV_HOST: address, NO_COLOR: "1" },
+    });
+    children.add(child);
+    child.once("exit", () => children.delete(child));
+    return child;
+  }
+
+  async function start() {
+    const child = run("dtv-host", ["--listen", address, "--state", state, "--web", web]);
+    host = child;
+    let said = "";
+    child.stdout?.on("data", (data: Buffer) => (said += data.toString()));
+    child.stderr?.on("data", (data: Buffer) => (said += data.toString()));
+    const deadline = Date.now() + 10_000;
+    for (;;) {
+      const answers = await fetch(origin).then(
+        (reply) => reply.ok,
+        () => false,
+      );
+      if (answers) return;
+      if (child.exitCode !== null || Date.now() > deadline) throw new Error(`dtv-host does not serve the page:\n${said}`);
+      await new Promise((done) => setTimeout(done, 20));
+    }
+  }
+
+  await start();
+
+  return {
+    origin,
+    start,
+    async kill() {
+      if (host) await end(host, "SIGKILL");
+    },
+    async dispose() {
+      for (const child of children) await end(child, "SIGKILL");
+      await rm(state, { recursive: true, force: true });
+    },
+    async read(uri) {
+      const reply = await fetch(origin + uri);
+      if (!reply.ok) throw new Error(`GET ${uri}: ${reply.status}`);
+      const { ITEMS } = (await reply.json()) as ItemResponse;
+      return ITEMS[0]!.VALUE;
+    },
+    async write(uri, value) {
+      const body = JSON.stringify({ REQUEST: "MODIFY", VALUE: value });
+      const reply = await fetch(origin + uri, { method: "PUT", body });
+      if (!reply.ok) throw new Error(`PUT ${uri}: ${reply.status}`);
+    },
+    async dtvctl(...args) {
+      const child = run("dtvctl", args);
+      const output: Output = { code: null, stdout: "", stderr: "" };
+      child.stdout?.on("data", (data: Buffer) => (output.stdout += data.toString()));
+      child.stderr?.on("data", (data: Buffer) => (output.stderr += data.toString()));
+      await once(child, "close");
+      output.code = child.exitCode;
+      return output;
+    },
+    printing(...args) {
+      const child = run("dtvctl", args);
+      const lines: string[] = [];
+      if (child.stdout) createInterface({ input: child.stdout }).on("line", (line) => lines.push(line));
+      return { lines, stop: () => end(child, "SIGKILL") };
+    },
+  };
+}

@@ -1,0 +1,80 @@
+import type { Page } from "@playwright/test";
+import { expect, test } from "./fixtures";
+
+const links = (page: Page) => page.getByRole("navigation", { name: "URIs by group" }).getByRole("link");
+const search = (page: Page) => page.getByRole("searchbox", { name: "Search URIs" });
+
+test("every URI of the registry is listed, with type and abilities", async ({ host, open }) => {
+  const page = await open();
+  const reply = await fetch(`${host.origin}/jsonrpc`, {
+    method: "POST",
+    headers: { "content-type": "application/json" },
+    body: JSON.stringify({ jsonrpc: "2.0", id: 1, method: "list" }),
+  });
+  const { result } = (await reply.json()) as { result: { uris: { uri: string }[] } };
+  expect(result.uris.length).toBeGreaterThan(400);
+  await expect(page.getByText(`${result.uris.length} URIs`, { exact: true })).toBeVisible();
+  await expect(page.locator("a.uri")).toHaveCount(result.uris.length);
+
+  await expect(links(page).and(page.getByLabel("/tv/cast/volume/volume, VALUE, get, set", { exact: true }))).toBeVisible();
+  await expect(
+    page.getByLabel("/tv/ws/notify/volume_ctrl, VOL_CTRL_NOTIFY, notify", { exact: true }),
+  ).toBeVisible();
+});
+
+test("the search takes several words in any order", async ({ open }) => {
+  const page = await open();
+  await search(page).fill("MUTE cast");
+  await expect(links(page)).toHaveCount(1);
+  await expect(links(page)).toHaveAttribute("href", "#/tv/cast/volume/mute");
+
+  await search(page).fill("olume_inc");
+  await expect(links(page)).toHaveAttribute("href", "#/tv/cast/volume/volume_increase");
+
+  await search(page).fill("volume nosuchword");
+  await expect(links(page)).toHaveCount(0);
+  await expect(page.getByText("No URI holds all of these words.")).toBeVisible();
+});
+
+test("list and search work by keyboard", async ({ open }) => {
+  const page = await open();
+  await page.keyboard.press("/");
+  await expect(search(page)).toBeFocused();
+  await page.keyboard.type("cast volume");
+  await expect(links(page)).toHaveCount(4);
+  await page.keyboard.press("ArrowDown");
+  await expect(links(page).first()).toBeFocused();
+  await page.keyboard.press("ArrowDown");
+  await expect(links(page).nth(1)).toBeFocused();
+  const chosen = await links(page).nth(1).getAttribute("href");
+  await page.keyboard.press("Enter");
+  await expect(page).toHaveURL(new RegExp(`${chosen}$`));
+  await expect(page.getByRole("heading", { level: 1 })).toHaveText(chosen!.slice(1));
+
+  await page.keyboard.press("Escape");
+  await expect(search(page)).toHaveValue("");
+  await expect(search(page)).toBeFocused();
+});
+
+test("a URI that nothing serves says so", async ({ open }) => {
+  const page = await open();
+  await search(page).fill("factory_setting/flip");
+  await expect(links(page)).toHaveAccessibleName("/tv/menu/factory_setting/flip, VALUE, not served");
+  await links(page).click();
+  await expect(page.getByText("Not served.", { exact: true })).toBeVisible();
+  await expect(page.getByRole("form")).toHaveCount(0);
+});
+
+test("a deep link selects its URI, and the browser's history works", async ({ open }) => {
+  const page = await open("/#/tv/cast/volume/mute");
+  await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/mute");
+  await expect(page.locator('a.uri[aria-current="true"]')).toHaveAttribute("href", "#/tv/cast/volume/mute");
+
+  await page.getByLabel("/tv/cast/volume/volume, VALUE, get, set", { exact: true }).click();
+  await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/volume");
+  await page.goBack();
+  await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/mute");
+
+  await page.goto(`${new URL(page.url()).origin}/#/tv/no/such/uri`);
+  await expect(page.getByText("The registry has no URI /tv/no/such/uri.")).toBeVisible();
+});

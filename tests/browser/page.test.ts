@@ -1,0 +1,103 @@
+import { connection, expect, logRows, slider, test } from "./fixtures";
+import { volumeNotifyUri, volumeUri } from "./host";
+
+test("the page comes with a policy that forbids other origins", async ({ host }) => {
+  const reply = await fetch(host.origin);
+  const text = await reply.text();
+  expect(reply.headers.get("content-security-policy")).toContain("default-src 'self'");
+  expect(text).not.toMatch(/<script(?![^>]*\bsrc=)/);
+  expect(text).not.toMatch(/(src|href)="(https?:)?\/\//);
+});
+
+test.describe("a host that goes away", () => {
+  test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
+
+  test("comes back with its state, and page and subscriptions follow", async ({ host, open }) => {
+    await host.write(volumeUri, 26);
+    const page = await open();
+    await expect(slider(page)).toHaveValue("26");
+    await page.getByRole("button", { name: "Platform calls" }).click();
+    await page.getByRole("switch").check();
+
+    await host.kill();
+    await expect(connection(page)).toContainText("Disconnected");
+    await expect(slider(page)).toBeDisabled();
+
+    await host.start();
+    await host.write(volumeUri, 68);
+    await expect(connection(page)).toContainText("Connected", { timeout: 10_000 });
+    await expect(slider(page)).toHaveValue("68");
+
+    // What was subscribed and traced is so again.
+    await expect(async () => {
+      await host.write(volumeUri, 71);
+      await host.write(volumeUri, 70);
+      await expect(logRows(page, "Platform calls").first()).toBeVisible({ timeout: 500 });
+    }).toPass();
+    await expect(slider(page)).toHaveValue("70");
+    await page.getByRole("button", { name: "Notifications" }).first().click();
+    await expect(logRows(page, "Notifications").first()).toContainText("volValue 70");
+  });
+});
+
+for (const width of [360, 390]) {
+  test.describe(`at a width of ${width}`, () => {
+    test.use({ viewport: { width, height: 740 } });
+
+    test("nothing scrolls sideways and everything can be reached", async ({ host, open }) => {
+      const page = await open();
+      const tabs = page.getByRole("navigation", { name: "Views" });
+
+      const fits = async (what: string) => {
+        const wide = await page.evaluate(() => {
+          const ret: string[] = [];
+          if (document.documentElement.scrollWidth > innerWidth) ret.push("page");
+          for (const element of document.querySelectorAll<HTMLElement>("#app *")) {
+            if (!element.checkVisibility() || element.closest('[role="status"]')) continue;
+            const { right, left, width } = element.getBoundingClientRect();
+            if (width > 0 && (right > innerWidth + 0.5 || left < -0.5)) ret.push(`${element.tagName}.${element.className}`);
+          }
+          return ret;
+        });
+        expect(wide, what).toEqual([]);
+      };
+
+      await fits("list");
+      await page.getByRole("searchbox").fill("active_window_info cast");
+      await fits("empty search");
+      await page.getByRole("searchbox").fill("volume");
+      await fits("search");
+      await page.getByLabel("/tv/cast/volume/volume, VALUE, get, set", { exact: true }).click();
+      await expect(page.getByRole("heading", { level: 1 })).toBeVisible();
+      await page.getByRole("button", { name: "Get", exact: true }).last().click();
+      await expect(page.getByRole("region", { name: "Response" })).toContainText("ret 0");
+      await fits("get");
+      await page.getByRole("group", { name: "Kind of request" }).getByRole("button", { name: "Set" }).click();
+      await page.getByRole("button", { name: "JavaScript" }).click();
+      await fits("set");
+      await slider(page).fill("55");
+      await tabs.getByRole("button", { name: "Live" }).click();
+      await expect(logRows(page, "Notifications").first()).toContainText("volValue 55");
+      await page.getByText("Subscriptions").click();
+      await fits("live");
+      await page.getByRole("button", { name: "Platform calls" }).click();
+      await page.getByRole("switch").check();
+      await host.write(volumeUri, 56);
+      await expect(logRows(page, "Platform calls").first()).toBeVisible();
+      await fits("platform calls");
+      await page.goto(`${host.origin}/#${volumeNotifyUri}`);
+      await expect(page.getByRole("heading", { level: 1 })).toBeVisible();
+      await fits("notification");
+    });
+  });
+}
+
+test("every control has a name", async ({ open }) => {
+  const page = await open(`/#${volumeUri}`);
+  for (const role of ["button", "textbox", "searchbox", "slider", "checkbox", "link"] as const) {
+    for (const control of await page.getByRole(role).all()) {
+      await expect(control).toHaveAccessibleName(/\S/);
+    }
+  }
+  expect(await page.getByRole("button").count()).toBeGreaterThan(10);
+});

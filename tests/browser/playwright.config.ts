@@ -1,0 +1,28 @@
+import { defineConfig } from "@playwright/test";
+
+export default defineConfig({
+  testDir: ".",
+  testMatch: "*.test.ts",
+  outputDir: "test-results",
+  workers: 1,
+  timeout: 30_000,
+  globalTimeout: 8 * 60_000,
+  expect: { timeout: 5_000 },
+  reporter: "line",
+  use: {
+    viewport: { width: 1280, height: 800 },
+    trace: "retain-on-failure",
+    launchOptions: {
+      executablePath: process.env["DTV_CHROMIUM"] ?? "/usr/bin/chromium",
+      // No service of the browser's own may look for the network.
+      args: [
+        "--disable-gpu",
+        "--disable-quic",
+        "--no-first-run",
+        "--disable-background-networking",
+        "--disable-component-update",
+        "--disable-sync",
+      ],
+    },
+  },
+});

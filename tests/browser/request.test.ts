@@ -1,0 +1,131 @@
+import { execFile } from "node:child_process";
+import { promisify } from "node:util";
+import type { Page } from "@playwright/test";
+import { expect, slider, test } from "./fixtures";
+import { volumeNotifyUri, volumeUri } from "./host";
+
+const run = promisify(execFile);
+const response = (page: Page) => page.getByRole("region", { name: "Response" });
+const member = (page: Page, name: string) => response(page).getByRole("row").filter({ has: page.getByRole("rowheader", { name, exact: true }) });
+const sample = (page: Page) => page.getByLabel("The request that will be sent");
+const choose = (page: Page, name: string) => page.getByRole("group", { name: "Kind of request" }).getByRole("button", { name }).click();
+
+async function copied(page: Page): Promise<string> {
+  await page.getByRole("button", { name: "Copy the request" }).click();
+  return page.evaluate(() => navigator.clipboard.readText());
+}
+
+test("a get shows the item's members, the raw text and the platform call", async ({ host, open }) => {
+  await host.write(volumeUri, 64);
+  const page = await open(`/#${volumeUri}`);
+  await page.getByRole("button", { name: "Get", exact: true }).last().click();
+
+  await expect(response(page)).toContainText("ret 0");
+  await expect(response(page)).toContainText("OK");
+  await expect(member(page, "NAME")).toContainText("Volume");
+  await expect(member(page, "TYPE")).toContainText("TYPE_VALUE");
+  await expect(member(page, "INCREMENT").locator(".value")).toHaveText("1");
+  await expect(member(page, "VALUE").locator(".value")).toHaveText("64");
+
+  const raw = page.getByLabel("Raw response");
+  await expect(raw).toBeHidden();
+  await page.getByText("Raw JSON").click();
+  await expect(raw).toBeVisible();
+  expect(JSON.parse(await raw.innerText())).toEqual({
+    URI: volumeUri,
+    STATUS: 0,
+    ITEMS: [
+      { NAME: "Volume", TYPE: "TYPE_VALUE", GROUP: 4, STATE: 1, MINIMUM: 0, MAXIMUM: 0, INCREMENT: 1, VALUE: 64 },
+    ],
+  });
+
+  const calls = page.getByRole("list", { name: "Platform calls of this request" }).getByRole("listitem");
+  await expect(calls).toHaveCount(1);
+  await expect(calls).toContainText("a_vextvapi_volctrl_getVolume() → 64");
+});
+
+test("a set is made from the item type's description, and shows the platform call", async ({ host, open }) => {
+  await host.write(volumeUri, 5);
+  const page = await open(`/#${volumeUri}`);
+  await choose(page, "Set");
+  await page.getByRole("textbox", { name: "VALUE" }).fill("37");
+  expect(JSON.parse(await sample(page).innerText())).toEqual({
+    jsonrpc: "2.0",
+    id: 1,
+    method: "set",
+    params: { uri: volumeUri, parameter: { REQUEST: "MODIFY", VALUE: 37 } },
+  });
+  await page.getByRole("form").getByRole("button", { name: "Set", exact: true }).click();
+
+  await expect(response(page)).toContainText("ret 0");
+  const calls = page.getByRole("list", { name: "Platform calls of this request" }).getByRole("listitem");
+  await expect(calls).toContainText(["a_vextvapi_volctrl_setVolume(volume: 37) → 0"]);
+  await expect(slider(page)).toHaveValue("37");
+  expect(await host.read(volumeUri)).toBe(37);
+});
+
+test("a field refuses what its kind cannot hold", async ({ open }) => {
+  const page = await open(`/#${volumeUri}`);
+  await choose(page, "Set");
+  const field = page.getByRole("textbox", { name: "VALUE" });
+  const send = page.getByRole("form").getByRole("button", { name: "Set", exact: true });
+  await expect(send).toBeDisabled();
+  for (const wrong of ["abc", "1.5", "2147483648", "-2147483649"]) {
+    await field.fill(wrong);
+    await expect(field).toHaveAttribute("aria-invalid", "true");
+    await expect(send).toBeDisabled();
+  }
+  await field.fill("2147483647");
+  await expect(send).toBeEnabled();
+  await field.fill("0x10");
+  await expect(send).toBeEnabled();
+  expect(await sample(page).innerText()).toContain('"VALUE": 16');
+});
+
+test("a refused action shows its result's meaning", async ({ open }) => {
+  // An action passes no record, which the volume group requires.
+  const page = await open("/#/tv/cast/volume/volume_increase");
+  await page.getByRole("button", { name: "Run" }).click();
+  await expect(response(page)).toContainText("ret -2");
+  await expect(response(page)).toContainText("Bad argument");
+  await expect(response(page)).toContainText("This request made no call to the platform.");
+});
+
+test("the curl text can be run as it is copied", async ({ host, open }) => {
+  await host.write(volumeUri, 12);
+  const page = await open(`/#${volumeUri}`);
+  await page.getByRole("button", { name: "curl" }).click();
+  const get = await run("sh", ["-c", await copied(page)]);
+  expect(JSON.parse(get.stdout)).toMatchObject({ URI: volumeUri, STATUS: 0, ITEMS: [{ VALUE: 12 }] });
+
+  await choose(page, "Set");
+  await page.getByRole("textbox", { name: "VALUE" }).fill("77");
+  const set = await run("sh", ["-c", await copied(page)]);
+  expect(JSON.parse(set.stdout)).toEqual({ ret: 0 });
+  expect(await host.read(volumeUri)).toBe(77);
+  await expect(slider(page)).toHaveValue("77");
+});
+
+test("the JavaScript text can be run as it is copied", async ({ host, open }) => {
+  const page = await open(`/#${volumeUri}`);
+  await page.getByRole("button", { name: "JavaScript" }).click();
+  await choose(page, "Set");
+  await page.getByRole("textbox", { name: "VALUE" }).fill("81");
+  const logged = page.waitForEvent("console");
+  await page.evaluate(`(async () => { ${await copied(page)} })()`);
+  expect(await (await logged).args()[0]!.jsonValue()).toMatchObject({ id: 1, result: { ret: 0 } });
+  expect(await host.read(volumeUri)).toBe(81);
+
+  await page.goto(`${host.origin}/#${volumeNotifyUri}`);
+  await expect(sample(page)).toContainText("new WebSocket");
+  const code = await copied(page);
+  const subscribed = page.waitForEvent("console");
+  await page.evaluate(`{ ${code} }`);
+  expect(await (await subscribed).args()[0]!.jsonValue()).toMatchObject({ id: 1, result: {} });
+  const notified = page.waitForEvent("console");
+  await host.write(volumeUri, 33);
+  expect(await (await notified).args()[0]!.jsonValue()).toMatchObject({
+    method: "notify",
+    params: { uri: volumeNotifyUri, notification: { REQUEST: "NOTIFY", ITEMS: [{ volValue: 33 }] } },
+  });
+});

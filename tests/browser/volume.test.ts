@@ -1,0 +1,137 @@
+import { expect, muteButton, slider, test } from "./fixtures";
+import { muteUri, volumeNotifyUri, volumeUri } from "./host";
+
+test("a volume set on one page reaches another page, dtvctl watch and an HTTP client", async ({ host, open }) => {
+  await host.write(muteUri, 0);
+  const watch = host.printing("watch", volumeNotifyUri);
+  // The subscription is there once something has been printed.
+  await expect(async () => {
+    await host.dtvctl("tv", "volume", "up");
+    expect(watch.lines.length).toBeGreaterThan(0);
+  }).toPass({ timeout: 10_000 });
+
+  const one = await open();
+  const other = await open();
+  await slider(one).fill("23");
+
+  await expect(slider(other)).toHaveValue("23");
+  await expect(slider(one)).toHaveValue("23");
+  expect(await host.read(volumeUri)).toBe(23);
+  await expect
+    .poll(() => watch.lines.at(-1))
+    .toBe('{"URI":"/tv/ws/notify/volume_ctrl","REQUEST":"NOTIFY","ITEMS":[{"volValue":23,"muteStatus":0}]}');
+});
+
+test("the remote control of the television moves the slider", async ({ host, open }) => {
+  await host.write(volumeUri, 40);
+  const page = await open();
+  await expect(slider(page)).toHaveValue("40");
+
+  const up = await host.dtvctl("tv", "volume", "up");
+  expect(up.code, up.stderr).toBe(0);
+  await expect(slider(page)).toHaveValue("41");
+  expect(await host.read(volumeUri)).toBe(41);
+
+  await page.getByRole("button", { name: "Remote control: volume down" }).click();
+  await page.getByRole("button", { name: "Remote control: volume down" }).click();
+  await expect(slider(page)).toHaveValue("39");
+  await page.getByRole("button", { name: "Remote control: volume up" }).click();
+  await expect(slider(page)).toHaveValue("40");
+  expect(await host.read(volumeUri)).toBe(40);
+});
+
+test("mute follows and is followed", async ({ host, open }) => {
+  await host.write(muteUri, 0);
+  const one = await open();
+  const other = await open();
+  await expect(muteButton(one)).toHaveAttribute("aria-pressed", "false");
+
+  await muteButton(one).click();
+  await expect(muteButton(one)).toHaveAttribute("aria-pressed", "true");
+  await expect(muteButton(other)).toHaveAttribute("aria-pressed", "true");
+  expect(await host.read(muteUri)).toBe(1);
+
+  await other.getByRole("button", { name: "Remote control: mute" }).click();
+  await expect(muteButton(one)).toHaveAttribute("aria-pressed", "false");
+  expect(await host.read(muteUri)).toBe(0);
+});
+
+test("the slider works by keyboard", async ({ host, open }) => {
+  await host.write(volumeUri, 50);
+  const page = await open();
+  await slider(page).focus();
+  await page.keyboard.press("ArrowRight");
+  await page.keyboard.press("ArrowRight");
+  await expect.poll(() => host.read(volumeUri)).toBe(52);
+  await page.keyboard.press("End");
+  await expect.poll(() => host.read(volumeUri)).toBe(100);
+  await expect(slider(page)).toHaveValue("100");
+});
+
+test("dragging keeps one set in flight, the last position wins, and no echo moves the slider", async ({ host, open }) => {
+  await host.write(volumeUri, 10);
+  // Slow enough for many positions to pass while one set is on its way.
+  const slow = await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_setVolume", "--delay", "120");
+  expect(slow.code, slow.stderr).toBe(0);
+  const page = await open("/");
+
+  const sent: number[] = [];
+  const inFlight = new Set<number>();
+  let most = 0;
+  await page.reload();
+  const socket = await page.waitForEvent("websocket");
+  socket.on("framesent", ({ payload }) => {
+    const { id, method, params } = JSON.parse(String(payload));
+    if (method !== "set") return;
+    sent.push(params.parameter.VALUE);
+    inFlight.add(id);
+    most = Math.max(most, inFlight.size);
+  });
+  socket.on("framereceived", ({ payload }) => {
+    inFlight.delete(JSON.parse(String(payload)).id);
+  });
+  await expect(slider(page)).toHaveValue("10");
+
+  const box = (await slider(page).boundingBox())!;
+  const y = box.y + box.height / 2;
+  await page.mouse.move(box.x + box.width * 0.1, y);
+  await page.mouse.down();
+  for (let step = 1; step <= 40; step++) {
+    await page.mouse.move(box.x + box.width * (0.1 + step * 0.018), y);
+  }
+  const held = await slider(page).inputValue();
+  expect(Number(held)).toBeGreaterThan(60);
+  // The echoes of all sets come in while the slider is held.
+  for (let look = 0; look < 25; look++) {
+    expect(await slider(page).inputValue()).toBe(held);
+    await page.waitForTimeout(20);
+  }
+  await page.mouse.up();
+  for (let look = 0; look < 40; look++) {
+    expect(await slider(page).inputValue()).toBe(held);
+    await page.waitForTimeout(20);
+  }
+
+  expect(most).toBe(1);
+  expect(sent.length).toBeGreaterThan(1);
+  expect(sent.length).toBeLessThan(20);
+  expect(sent.at(-1)).toBe(Number(held));
+  expect(await host.read(volumeUri)).toBe(Number(held));
+
+  // Let go, it follows again.
+  await host.dtvctl("tv", "volume", "5");
+  await expect(slider(page)).toHaveValue("5");
+});
+
+test("a refused set puts the slider back and says so", async ({ host, open }) => {
+  await host.write(volumeUri, 30);
+  const page = await open();
+  await expect(slider(page)).toHaveValue("30");
+  const fault = await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_setVolume", "--fail");
+  expect(fault.code, fault.stderr).toBe(0);
+
+  await slider(page).fill("80");
+  await expect(slider(page)).toHaveValue("30");
+  await expect(page.locator(".notice")).toContainText("/tv/cast/volume/volume was not set (ret -1)");
+  expect(await host.read(volumeUri)).toBe(30);
+});
