@@ -1,0 +1,41 @@
+#include "calls.h"
+
+#include <cstring>
+
+#include "dtv_js_plugin.h"
+#include "json_text.h"
+
+namespace {
+
+// The plugin writes into a cleared buffer and no terminator; what a call wrote is cleared behind it.
+void run_get(const Stack& stack, const Call& call, Outcome& outcome) {
+  static thread_local char buffer[DTV_JSP_RESPONSE_MAX + 1];
+  outcome.ret = stack.get(call.uri, call.text.empty() ? nullptr : call.text.c_str(), buffer);
+  const std::size_t length = strnlen(buffer, sizeof buffer);
+  outcome.text.assign(buffer, length);
+  memset(buffer, 0, length);
+  outcome.broken = length > 0 && !json_is_whole(outcome.text);
+}
+
+}  // namespace
+
+void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret_outcome) {
+  ret_outcome.ret = 0;
+  ret_outcome.broken = false;
+  ret_outcome.text.clear();
+  ret_outcome.lines.clear();
+  if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
+  switch (call.kind) {
+    case CallKind::get:
+      run_get(stack, call, ret_outcome);
+      break;
+    case CallKind::set:
+      ret_outcome.ret = stack.set(call.uri, call.text.c_str());
+      break;
+    case CallKind::control:
+      ret_outcome.text = stack_control(stack, call.text);
+      ret_outcome.broken = !json_is_whole(ret_outcome.text);
+      break;
+  }
+  if (call.traced) tracer_capture(tracer, nullptr);
+}

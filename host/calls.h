@@ -1,0 +1,28 @@
+// One call of the plugin or of the virtual television's control, and what came of it. Knows no JSON-RPC and no sockets.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "stack.h"
+#include "tracer.h"
+
+enum class CallKind { get, set, control };
+
+struct Call {
+  CallKind kind = CallKind::get;
+  const char* uri = nullptr;  // the catalogue's; null for control
+  std::string text = {};           // get, set: {"PARAMETER": ...}, empty for none; control: array of words
+  bool traced = false;        // whether the platform calls are wanted
+};
+
+struct Outcome {
+  std::int32_t ret = 0;
+  std::string text;     // get: the plugin's response, empty when it gave none; control: the reply
+  bool broken = false;  // the text is not whole, valid JSON
+  std::string lines;    // traced: the platform calls' lines, separated by commas
+};
+
+// Makes the call on this thread, which may take as long as the platform does. get and set are for one thread at a
+// time; control may run beside them.
+void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret_outcome);

@@ -1,0 +1,194 @@
+#include "json_text.h"
+
+#include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/parse.hpp>
+#include <cstdint>
+
+namespace json = boost::json;
+
+namespace {
+
+// Boost.JSON's parser tells its findings to such a handler; this one only wants to know that there was no error.
+struct NullHandler {
+  static constexpr std::size_t max_object_size = SIZE_MAX;
+  static constexpr std::size_t max_array_size = SIZE_MAX;
+  static constexpr std::size_t max_key_size = SIZE_MAX;
+  static constexpr std::size_t max_string_size = SIZE_MAX;
+
+  bool on_document_begin(json::error_code&) { return true; }
+  bool on_document_end(json::error_code&) { return true; }
+  bool on_object_begin(json::error_code&) { return true; }
+  bool on_object_end(std::size_t, json::error_code&) { return true; }
+  bool on_array_begin(json::error_code&) { return true; }
+  bool on_array_end(std::size_t, json::error_code&) { return true; }
+  bool on_key_part(json::string_view, std::size_t, json::error_code&) { return true; }
+  bool on_key(json::string_view, std::size_t, json::error_code&) { return true; }
+  bool on_string_part(json::string_view, std::size_t, json::error_code&) { return true; }
+  bool on_string(json::string_view, std::size_t, json::error_code&) { return true; }
+  bool on_number_part(json::string_view, json::error_code&) { return true; }
+  bool on_int64(std::int64_t, json::string_view, json::error_code&) { return true; }
+  bool on_uint64(std::uint64_t, json::string_view, json::error_code&) { return true; }
+  bool on_double(double, json::string_view, json::error_code&) { return true; }
+  bool on_bool(bool, json::error_code&) { return true; }
+  bool on_null(json::error_code&) { return true; }
+  bool on_comment_part(json::string_view, json::error_code&) { return true; }
+  bool on_comment(json::string_view, json::error_code&) { return true; }
+};
+
+json::parse_options options() {
+  json::parse_options options;
+  options.max_depth = json_max_depth;
+  return options;
+}
+
+bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
+
+void skip_spaces(std::string_view& text) {
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+}
+
+std::size_t string_length(std::string_view text) {
+  std::size_t i = 1;
+  while (i < text.size() && text[i] != '"') i += text[i] == '\\' ? 2 : 1;
+  return i + 1;
+}
+
+// Length of the value that the text starts with.
+std::size_t value_length(std::string_view text) {
+  if (text.front() == '"') return string_length(text);
+  std::size_t i = 0;
+  if (text.front() != '{' && text.front() != '[') {
+    while (i < text.size() && text[i] != ',' && text[i] != ']' && text[i] != '}' && !is_space(text[i])) ++i;
+    return i;
+  }
+  std::size_t depth = 0;
+  do {
+    const char c = text[i];
+    if (c == '"') {
+      i += string_length(text.substr(i));
+      continue;
+    }
+    if (c == '{' || c == '[') ++depth;
+    if (c == '}' || c == ']') --depth;
+    ++i;
+  } while (depth > 0 && i < text.size());
+  return i;
+}
+
+std::string_view take(std::string_view& text, std::size_t length) {
+  const std::string_view taken = text.substr(0, length);
+  text.remove_prefix(taken.size());
+  return taken;
+}
+
+// Moves from the opening bracket, or from behind a value, to the next value; false at the closing bracket.
+bool move_to_next(std::string_view& rest) {
+  skip_spaces(rest);
+  if (rest.empty() || rest.front() == '}' || rest.front() == ']') return false;
+  rest.remove_prefix(1);
+  skip_spaces(rest);
+  return !rest.empty() && rest.front() != '}' && rest.front() != ']';
+}
+
+// Length of the valid UTF-8 sequence that the text starts with; 0 where it is none.
+std::size_t utf8_length(std::string_view text) {
+  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return 1;
+  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4) return 0;
+  for (std::size_t i = 1; i < length; ++i)
+    if ((byte(i) & 0xC0) != 0x80) return 0;
+  const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
+  const bool surrogate = lead == 0xED && byte(1) > 0x9F;
+  const bool beyond = lead == 0xF4 && byte(1) > 0x8F;
+  return overlong || surrogate || beyond ? 0 : length;
+}
+
+}  // namespace
+
+bool json_is_whole(std::string_view text, std::string* ret_error) {
+  static thread_local json::basic_parser<NullHandler> parser(options());
+  parser.reset();
+  json::error_code failure;
+  const std::size_t read = parser.write_some(false, text.data(), text.size(), failure);
+  if (!failure && read < text.size()) failure = json::error::extra_data;
+  if (!failure) return true;
+  if (ret_error == nullptr) return false;
+  *ret_error = "at byte " + std::to_string(read) + ": ";
+  if (failure == json::error::too_deep)
+    *ret_error += "nested deeper than " + std::to_string(json_max_depth) + " levels";
+  else
+    *ret_error += text.empty() ? "the text is empty" : failure.message();
+  return false;
+}
+
+JsonKind json_kind(std::string_view value) {
+  skip_spaces(value);
+  switch (value.front()) {
+    case '{':
+      return JsonKind::object;
+    case '[':
+      return JsonKind::array;
+    case '"':
+      return JsonKind::string;
+    case 't':
+    case 'f':
+      return JsonKind::boolean;
+    case 'n':
+      return JsonKind::null;
+    default:
+      return JsonKind::number;
+  }
+}
+
+std::optional<JsonMember> json_next_member(std::string_view& rest) {
+  if (!move_to_next(rest)) return std::nullopt;
+  JsonMember member{};
+  member.key = take(rest, string_length(rest));
+  skip_spaces(rest);
+  rest.remove_prefix(1);
+  skip_spaces(rest);
+  member.value = take(rest, value_length(rest));
+  return member;
+}
+
+std::optional<std::string_view> json_next_element(std::string_view& rest) {
+  if (!move_to_next(rest)) return std::nullopt;
+  return take(rest, value_length(rest));
+}
+
+std::string json_string(std::string_view value) {
+  const std::string_view inner = value.substr(1, value.size() - 2);
+  if (inner.find('\\') == std::string_view::npos) return std::string(inner);
+  const json::value parsed = json::parse(json::string_view(value.data(), value.size()));
+  return std::string(parsed.get_string());
+}
+
+bool json_string_is(std::string_view value, std::string_view text) {
+  const std::string_view inner = value.substr(1, value.size() - 2);
+  return inner == text || (inner.find('\\') != std::string_view::npos && json_string(value) == text);
+}
+
+std::string json_quote(std::string_view text) {
+  static constexpr char hex[] = "0123456789abcdef";
+  std::string quoted = "\"";
+  while (!text.empty()) {
+    const std::size_t length = utf8_length(text);
+    const char c = text.front();
+    if (length == 0) {
+      quoted += "\xEF\xBF\xBD";
+    } else if (c == '"' || c == '\\') {
+      quoted += '\\';
+      quoted += c;
+    } else if (length == 1 && static_cast<unsigned char>(c) < 0x20) {
+      quoted += "\\u00";
+      quoted += hex[c >> 4];
+      quoted += hex[c & 15];
+    } else {
+      quoted += text.substr(0, length);
+    }
+    text.remove_prefix(length == 0 ? 1 : length);
+  }
+  return quoted += '"';
+}

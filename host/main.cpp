@@ -1,0 +1,222 @@
+// dtv-host: offers the plugin, on a set or on a virtual television, to JavaScript applications.
+#include <getopt.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <thread>
+
+#include "server.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* help_text =
+    R"(usage: dtv-host [OPTION...]
+
+Serves the TV-control plugin: JSON-RPC 2.0 by WebSocket and POST at /jsonrpc, GET and PUT on every URI, and the page at /.
+
+  --listen ADDR:PORT      where to listen (default 127.0.0.1:8080; port 0 takes a free one)
+  --allow-origin ORIGIN   let pages from ORIGIN, such as http://localhost:5173, use this server; repeatable
+  --web FOLDER            the built page
+  --state FOLDER          where the virtual television keeps its state
+  --plugin FILE           the plugin's library
+  --platform FILE         the platform's library, instead of the virtual television
+  --tap FILE              the tap's library
+  --no-tap                nothing between plugin and platform: no traces, no faults; notifications are polled for
+  --max-message BYTES     longest request message (default 16777216)
+  --max-connections N     connections at a time (default 256)
+  --max-subscriptions N   notification URIs per client (default 1000)
+  --max-requests N        requests waiting for the platform, of all clients (default 16384)
+  --quiet                 do not print the address
+  --help, --version
+
+Try:  curl http://127.0.0.1:8080/tv/cast/volume/volume
+      curl -X PUT -d '{"REQUEST":"MODIFY","VALUE":20}' http://127.0.0.1:8080/tv/cast/volume/volume
+)";
+
+struct Options {
+  ServerOptions server;
+  StackOptions stack;
+  bool quiet = false;
+};
+
+// The page as installed, else as built beside the build tree.
+std::string default_web_folder() {
+  std::error_code failure;
+  const fs::path program = fs::read_symlink("/proc/self/exe", failure).parent_path();
+  const fs::path installed = (program / "../share/dtv_js_plugin/web").lexically_normal();
+  return fs::exists(installed, failure) ? installed : (program / "../../web/dist").lexically_normal();
+}
+
+bool read_count(const char* text, std::size_t& ret_count) {
+  std::size_t count = 0;
+  const char* end = text + strlen(text);
+  const auto [stopped, failure] = std::from_chars(text, end, count);
+  if (failure != std::errc() || stopped != end || count == 0) return false;
+  ret_count = count;
+  return true;
+}
+
+enum Option {
+  option_listen = 1,
+  option_allow_origin,
+  option_web,
+  option_state,
+  option_plugin,
+  option_platform,
+  option_tap,
+  option_no_tap,
+  option_max_message,
+  option_max_connections,
+  option_max_subscriptions,
+  option_max_requests,
+  option_quiet,
+  option_help,
+  option_version,
+};
+
+constexpr option long_options[] = {{"listen", required_argument, nullptr, option_listen},
+                                   {"allow-origin", required_argument, nullptr, option_allow_origin},
+                                   {"web", required_argument, nullptr, option_web},
+                                   {"state", required_argument, nullptr, option_state},
+                                   {"plugin", required_argument, nullptr, option_plugin},
+                                   {"platform", required_argument, nullptr, option_platform},
+                                   {"tap", required_argument, nullptr, option_tap},
+                                   {"no-tap", no_argument, nullptr, option_no_tap},
+                                   {"max-message", required_argument, nullptr, option_max_message},
+                                   {"max-connections", required_argument, nullptr, option_max_connections},
+                                   {"max-subscriptions", required_argument, nullptr, option_max_subscriptions},
+                                   {"max-requests", required_argument, nullptr, option_max_requests},
+                                   {"quiet", no_argument, nullptr, option_quiet},
+                                   {"help", no_argument, nullptr, option_help},
+                                   {"version", no_argument, nullptr, option_version},
+                                   {}};
+
+// Carries out one option; returns what is wrong with it, or an empty text.
+std::string take_option(int number, const char* value, Options& options) {
+  std::string wrong;
+  const auto count = [&](std::size_t& ret_count) {
+    return read_count(value, ret_count) ? std::string() : "\"" + std::string(value) + "\" is no number above 0";
+  };
+  switch (number) {
+    case option_listen:
+      policy_read_listen(value, options.server.policy, wrong);
+      return wrong;
+    case option_allow_origin:
+      options.server.policy.allowed_origins.emplace_back(value);
+      return {};
+    case option_web:
+      options.server.web_folder = value;
+      return {};
+    case option_state:
+      options.stack.state_folder = value;
+      return {};
+    case option_plugin:
+      options.stack.plugin = value;
+      return {};
+    case option_platform:
+      options.stack.platform = value;
+      return {};
+    case option_tap:
+      options.stack.tap = value;
+      return {};
+    case option_no_tap:
+      options.stack.tap.clear();
+      return {};
+    case option_max_message:
+      return count(options.server.max_message);
+    case option_max_connections:
+      return count(options.server.max_connections);
+    case option_max_subscriptions:
+      return count(options.server.max_subscriptions);
+    case option_max_requests:
+      return count(options.server.max_requests);
+    case option_quiet:
+      options.quiet = true;
+      return {};
+    default:
+      return "see dtv-host --help";
+  }
+}
+
+// Returns the exit code where the program is done with its options.
+std::optional<int> read_options(int argc, char** argv, Options& options) {
+  int number = 0;
+  while ((number = getopt_long(argc, argv, "", long_options, nullptr)) != -1) {
+    if (number == option_help) {
+      fputs(help_text, stdout);
+      return 0;
+    }
+    if (number == option_version) {
+      puts("dtv-host " DTV_VERSION);
+      return 0;
+    }
+    if (const std::string wrong = take_option(number, optarg, options); !wrong.empty()) {
+      fprintf(stderr, "dtv-host: %s\n", wrong.c_str());
+      return 2;
+    }
+  }
+  if (optind == argc) return std::nullopt;
+  fprintf(stderr, "dtv-host: \"%s\" is no option; see dtv-host --help\n", argv[optind]);
+  return 2;
+}
+
+// On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, or the
+// signal comes again, the process ends without it; nothing is lost, since the television's state is on disk.
+void wait_for_signal(Server& server, const sigset_t& signals) {
+  int number = 0;
+  sigwait(&signals, &number);
+  server_stop(server);
+  const timespec patience = {.tv_sec = 5, .tv_nsec = 0};
+  sigtimedwait(&signals, nullptr, &patience);
+  fputs("dtv-host: a platform call does not return; leaving without it\n", stderr);
+  _exit(0);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  options.stack = stack_defaults();
+  options.server.policy = {.address = "127.0.0.1", .port = 8080, .allowed_origins = {}};
+  options.server.web_folder = default_web_folder();
+  if (const std::optional<int> code = read_options(argc, argv, options)) return *code;
+
+  // Before any other thread is made: all of them leave the signals to the one that waits for them.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+
+  Stack stack;
+  std::string error;
+  if (!stack_start(options.stack, stack, error)) {
+    fprintf(stderr, "dtv-host: %s\n", error.c_str());
+    return 1;
+  }
+  static Server server;
+  if (!server_start(server, options.server, stack, error)) {
+    stack_stop(stack);
+    fprintf(stderr, "dtv-host: %s\n", error.c_str());
+    return 1;
+  }
+  if (!options.quiet) {
+    printf("dtv-host: http://%s/\n", policy_authority(server.options.policy).c_str());
+    fflush(stdout);
+  }
+  std::thread(wait_for_signal, std::ref(server), signals).detach();
+  server_run(server);
+  server_say_goodbye(server);
+  stack_stop(stack);
+  server_end(server);
+  return 0;
+}

@@ -1,0 +1,104 @@
+#include "policy.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace {
+
+bool is_loopback(std::string_view address) {
+  return address.starts_with("127.") || address == "::1" || address == "localhost";
+}
+
+bool is_any(std::string_view address) { return address == "0.0.0.0" || address == "::"; }
+
+// An address, not a name: a name of a foreign site could have been pointed at this machine.
+bool is_address(std::string_view name) {
+  const bool v4 = !name.empty() && name.find_first_not_of("0123456789.") == std::string_view::npos;
+  const bool v6 = name.find(':') != std::string_view::npos &&
+                  name.find_first_not_of("0123456789abcdefABCDEF:.") == std::string_view::npos;
+  return v4 || v6;
+}
+
+std::string lower(std::string_view text) {
+  std::string lowered(text);
+  for (char& c : lowered)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return lowered;
+}
+
+bool read_port(std::string_view text, int& ret_port) {
+  int port = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (text.empty() || failure != std::errc() || end != text.data() + text.size() || port < 0 || port > 65535)
+    return false;
+  ret_port = port;
+  return true;
+}
+
+// Splits "name:port", "[v6]:port" or a bare name. Without a port ret_port stays.
+bool split_authority(std::string_view text, std::string_view& ret_name, int& ret_port) {
+  std::string_view name = text;
+  std::string_view port;
+  if (text.starts_with('[')) {
+    const std::size_t end = text.find(']');
+    if (end == std::string_view::npos) return false;
+    name = text.substr(1, end - 1);
+    port = text.substr(end + 1);
+  } else if (const std::size_t colon = text.find(':'); colon != std::string_view::npos) {
+    name = text.substr(0, colon);
+    port = text.substr(colon);
+  }
+  if (!port.empty() && (port.front() != ':' || !read_port(port.substr(1), ret_port))) return false;
+  ret_name = name;
+  return true;
+}
+
+bool names_this_host(const Policy& policy, std::string_view host) {
+  std::string_view name;
+  int port = 80;
+  const std::string lowered = lower(host);
+  if (!split_authority(lowered, name, port) || port != policy.port || name.empty()) return false;
+  if (name == lower(policy.address)) return true;
+  if (is_any(policy.address)) return name == "localhost" || is_address(name);
+  return is_loopback(policy.address) && (name == "localhost" || name == "127.0.0.1" || name == "::1");
+}
+
+}  // namespace
+
+bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& ret_error) {
+  const bool only_port = !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+  std::string_view name;
+  int port = -1;
+  const bool read = only_port ? read_port(text, port) : split_authority(text, name, port);
+  if (!read || port < 0) {
+    ret_error = "\"" + std::string(text) + "\" is no ADDR:PORT, such as 127.0.0.1:8080";
+    return false;
+  }
+  if (name.empty()) name = "127.0.0.1";
+  if (name == "localhost") name = "127.0.0.1";
+  if (!is_address(name)) {
+    ret_error = "\"" + std::string(name) + "\" is no address; give one of this machine's, such as 127.0.0.1";
+    return false;
+  }
+  ret_policy.address = name;
+  ret_policy.port = port;
+  return true;
+}
+
+std::string policy_authority(const Policy& policy) {
+  const bool v6 = policy.address.find(':') != std::string::npos;
+  return (v6 ? "[" + policy.address + "]" : policy.address) + ":" + std::to_string(policy.port);
+}
+
+std::string policy_refuses(const Policy& policy, std::string_view host, std::string_view origin) {
+  if (!names_this_host(policy, host))
+    return "Host \"" + std::string(host) + "\" is not this server; use http://" + policy_authority(policy) + "/";
+  if (origin.empty() || policy_is_foreign(policy, origin)) return {};
+  if (lower(origin) == "http://" + lower(host)) return {};
+  return "pages from \"" + std::string(origin) + "\" may not use this server; start dtv-host with --allow-origin " +
+         std::string(origin) + " to let them";
+}
+
+bool policy_is_foreign(const Policy& policy, std::string_view origin) {
+  return std::ranges::find(policy.allowed_origins, origin) != policy.allowed_origins.end();
+}

@@ -1,0 +1,26 @@
+// Who may talk to this host: the program on this machine that names it, and pages that it serves or that were allowed.
+// A page of another site can make a browser connect to a loopback address, but cannot choose the Origin that the
+// browser sends; a name that was pointed at this machine shows in Host.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct Policy {
+  std::string address;  // listening address, without brackets
+  int port;
+  std::vector<std::string> allowed_origins;  // as browsers write them: "http://localhost:5173"
+};
+
+// Reads "ADDR:PORT", "[ADDR6]:PORT", ":PORT" or "PORT". Port 0 takes any free one.
+bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& ret_error);
+
+// How the listening address is written in a URL.
+std::string policy_authority(const Policy& policy);
+
+// Why a request with these headers is refused; empty: it is not. Absent headers are empty texts.
+std::string policy_refuses(const Policy& policy, std::string_view host, std::string_view origin);
+
+// Whether the origin is one of another site that was allowed, which then needs cross-origin headers.
+bool policy_is_foreign(const Policy& policy, std::string_view origin);

@@ -1,0 +1,329 @@
+#include "rpc.h"
+
+#include <algorithm>
+#include <span>
+
+#include "dtv_js_plugin.h"
+#include "json_text.h"
+#include "nearest.h"
+
+namespace {
+
+enum class ParamKind { uri, object, object_or_null, boolean, words };
+
+struct ParamRow {
+  std::string_view name;
+  ParamKind kind;
+  bool required;
+};
+
+struct MethodRow {
+  std::string_view name;
+  RpcMethod method;
+  std::span<const ParamRow> params;
+};
+
+constexpr ParamRow get_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
+                                   {.name = "parameter", .kind = ParamKind::object_or_null, .required = false},
+                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
+constexpr ParamRow set_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
+                                   {.name = "parameter", .kind = ParamKind::object, .required = true},
+                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
+constexpr ParamRow uri_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
+constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true}};
+constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true}};
+
+constexpr MethodRow methods[] = {
+    {.name = "get", .method = RpcMethod::get, .params = get_params},
+    {.name = "set", .method = RpcMethod::set, .params = set_params},
+    {.name = "subscribe", .method = RpcMethod::subscribe, .params = uri_params},
+    {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = uri_params},
+    {.name = "list", .method = RpcMethod::list, .params = {}},
+    {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
+    {.name = "tv", .method = RpcMethod::tv, .params = tv_params},
+};
+
+constexpr std::string_view wanted(ParamKind kind) {
+  switch (kind) {
+    case ParamKind::uri:
+      return "a string";
+    case ParamKind::object:
+      return "an object";
+    case ParamKind::object_or_null:
+      return "an object, or null";
+    case ParamKind::boolean:
+      return "true or false";
+    case ParamKind::words:
+      return "an array of strings";
+  }
+  return {};
+}
+
+bool is_wanted(ParamKind kind, std::string_view value) {
+  const JsonKind given = json_kind(value);
+  switch (kind) {
+    case ParamKind::uri:
+      return given == JsonKind::string;
+    case ParamKind::object:
+      return given == JsonKind::object;
+    case ParamKind::object_or_null:
+      return given == JsonKind::object || given == JsonKind::null;
+    case ParamKind::boolean:
+      return given == JsonKind::boolean;
+    case ParamKind::words:
+      if (given != JsonKind::array) return false;
+      while (const auto word = json_next_element(value))
+        if (json_kind(*word) != JsonKind::string) return false;
+      return true;
+  }
+  return false;
+}
+
+std::string method_names(std::string_view separator, bool quoted) {
+  std::string names;
+  for (const MethodRow& row : methods) {
+    if (!names.empty()) names += separator;
+    names += quoted ? json_quote(row.name) : std::string(row.name);
+  }
+  return names;
+}
+
+std::string refuse_params(std::string_view id, std::string_view member, std::string_view is_wanted_to_be,
+                          std::string_view method) {
+  std::string message = std::string(member) + " must be ";
+  message.append(is_wanted_to_be).append(", in ").append(method);
+  return rpc_error(id, RpcError::invalid_params, message,
+                   "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
+}
+
+void plugin_text(std::string_view parameter, std::string& ret_text) {
+  ret_text.reserve(parameter.size() + 14);
+  ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
+}
+
+void take_param(const ParamRow& row, std::string_view value, const Catalogue& catalogue, RpcRequest& request) {
+  switch (row.kind) {
+    case ParamKind::uri: {
+      const std::string_view inner = value.substr(1, value.size() - 2);
+      request.call.uri = catalogue_find(catalogue, inner);
+      if (request.call.uri != nullptr) return;
+      const std::string uri = json_string(value);
+      request.call.uri = catalogue_find(catalogue, uri);
+      if (request.call.uri != nullptr) return;
+      std::string message;
+      const std::string data = rpc_unknown_uri(catalogue, uri, message);
+      request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
+      return;
+    }
+    case ParamKind::object:
+    case ParamKind::object_or_null:
+      if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
+      return;
+    case ParamKind::boolean:
+      (row.name == "trace" ? request.call.traced : request.on) = value.front() == 't';
+      return;
+    case ParamKind::words:
+      request.call.text = value;
+      return;
+  }
+}
+
+void read_params(const MethodRow& row, std::string_view params, const Catalogue& catalogue, RpcRequest& request) {
+  constexpr std::size_t most = 3;
+  std::string_view values[most];
+  if (!params.empty() && json_kind(params) != JsonKind::object) {
+    request.error = refuse_params(request.id, "params", "an object", row.name);
+    return;
+  }
+  while (const auto member = params.empty() ? std::nullopt : json_next_member(params)) {
+    const auto param = std::ranges::find_if(
+        row.params, [&](const ParamRow& known) { return json_string_is(member->key, known.name); });
+    if (param != row.params.end()) {
+      values[param - row.params.begin()] = member->value;
+      continue;
+    }
+    std::string message = std::string(row.name) + " knows no member " + std::string(member->key.substr(0, 100)) + "; ";
+    for (const ParamRow& known : row.params) message.append(&known == row.params.data() ? "" : ", ").append(known.name);
+    message += row.params.empty() ? "it takes none" : " are its members";
+    request.error = rpc_error(request.id, RpcError::invalid_params, message);
+    return;
+  }
+  for (std::size_t i = 0; i < row.params.size(); ++i) {
+    const ParamRow& param = row.params[i];
+    if (values[i].empty() ? param.required : !is_wanted(param.kind, values[i])) {
+      request.error = refuse_params(request.id, param.name, wanted(param.kind), row.name);
+      return;
+    }
+  }
+  for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i)
+    if (!values[i].empty()) take_param(row.params[i], values[i], catalogue, request);
+}
+
+RpcRequest read_request(std::string_view text, const Catalogue& catalogue) {
+  RpcRequest request;
+  request.id = "null";
+  const auto refuse = [&request](std::string_view message) {
+    request.error = rpc_error(request.id, RpcError::invalid_request, message);
+    return std::move(request);
+  };
+  if (json_kind(text) != JsonKind::object) return refuse("a request is an object with jsonrpc, id, method and params");
+
+  std::string_view version, id, method, params;
+  while (const auto member = json_next_member(text)) {
+    if (json_string_is(member->key, "jsonrpc")) version = member->value;
+    if (json_string_is(member->key, "id")) id = member->value;
+    if (json_string_is(member->key, "method")) method = member->value;
+    if (json_string_is(member->key, "params")) params = member->value;
+  }
+  if (!id.empty()) {
+    const JsonKind kind = json_kind(id);
+    if (kind != JsonKind::string && kind != JsonKind::number && kind != JsonKind::null)
+      return refuse("id must be a string or a number");
+    request.id = id;
+  }
+  if (version.empty() || json_kind(version) != JsonKind::string || !json_string_is(version, "2.0"))
+    return refuse("jsonrpc must be \"2.0\"");
+  if (method.empty() || json_kind(method) != JsonKind::string) return refuse("method must be a string");
+
+  // From here on the request is one; without an id it is a notification, which is not even told of errors.
+  if (id.empty()) request.id.clear();
+  const auto row =
+      std::ranges::find_if(methods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
+  if (row == std::end(methods)) {
+    request.error = rpc_error(request.id, RpcError::unknown_method,
+                              "there is no such method; there are " + method_names(", ", false),
+                              "{\"methods\":[" + method_names(",", true) + "]}");
+    return request;
+  }
+  request.method = row->method;
+  request.call.kind = row->method == RpcMethod::set  ? CallKind::set
+                      : row->method == RpcMethod::tv ? CallKind::control
+                                                     : CallKind::get;
+  read_params(*row, params, catalogue, request);
+  return request;
+}
+
+void append_number(std::string& text, std::int64_t number) { text += std::to_string(number); }
+
+}  // namespace
+
+void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret_message) {
+  ret_message.batch = false;
+  ret_message.requests.clear();
+  const auto refuse = [&](RpcError code, std::string_view message) {
+    RpcRequest request;
+    request.id = "null";
+    request.error = rpc_error("null", code, message);
+    ret_message.requests.assign(1, std::move(request));
+  };
+  if (std::string wrong; !json_is_whole(text, &wrong)) return refuse(RpcError::parse, "not JSON, " + wrong);
+  if (json_kind(text) != JsonKind::array) {
+    text.remove_prefix(text.find_first_not_of(" \t\r\n"));
+    ret_message.requests.push_back(read_request(text, catalogue));
+    return;
+  }
+  text.remove_prefix(text.find('['));
+  while (const auto element = json_next_element(text)) {
+    if (ret_message.requests.size() == rpc_batch_max)
+      return refuse(RpcError::limit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
+    ret_message.requests.push_back(read_request(*element, catalogue));
+  }
+  if (ret_message.requests.empty()) return refuse(RpcError::invalid_request, "the batch is empty");
+  ret_message.batch = true;
+}
+
+bool rpc_plugin_text(std::string_view parameter, std::string& ret_text, std::string& ret_error) {
+  if (std::string wrong; !json_is_whole(parameter, &wrong)) {
+    ret_error = "not JSON, " + wrong;
+    return false;
+  }
+  if (json_kind(parameter) != JsonKind::object) {
+    ret_error = "the parameter must be an object, such as {\"REQUEST\":\"MODIFY\",\"VALUE\":20}";
+    return false;
+  }
+  plugin_text(parameter, ret_text);
+  return true;
+}
+
+std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data) {
+  std::string reply = "{\"jsonrpc\":\"2.0\",\"id\":";
+  reply.append(id.empty() ? "null" : id).append(",\"error\":{\"code\":");
+  append_number(reply, static_cast<std::int64_t>(code));
+  reply.append(",\"message\":").append(json_quote(message));
+  if (!data.empty()) reply.append(",\"data\":").append(data);
+  return reply += "}}";
+}
+
+std::string rpc_result(std::string_view id, std::string_view result) {
+  std::string reply;
+  reply.reserve(id.size() + result.size() + 40);
+  reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":").append(result);
+  return reply += '}';
+}
+
+std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome) {
+  if (outcome.broken)
+    return rpc_error(id, RpcError::broken_text, rpc_broken_message(outcome),
+                     "{\"length\":" + std::to_string(outcome.text.size()) + "}");
+  if (call.kind == CallKind::control) {
+    std::string_view rest = outcome.text;
+    while (const auto member =
+               json_kind(outcome.text) == JsonKind::object ? json_next_member(rest) : std::optional<JsonMember>())
+      if (json_string_is(member->key, "error"))
+        return rpc_error(
+            id, RpcError::platform,
+            json_kind(member->value) == JsonKind::string ? json_string(member->value) : std::string(member->value));
+    return rpc_result(id, outcome.text);
+  }
+
+  std::string reply;
+  reply.reserve(id.size() + outcome.text.size() + outcome.lines.size() + 100);
+  reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":{\"ret\":");
+  append_number(reply, outcome.ret);
+  if (call.kind == CallKind::get)
+    reply.append(",\"response\":").append(outcome.text.empty() ? "null" : std::string_view(outcome.text));
+  if (call.traced) reply.append(",\"calls\":[").append(outcome.lines).append("]");
+  return reply += "}}";
+}
+
+std::string rpc_unknown_uri(const Catalogue& catalogue, std::string_view uri, std::string& ret_message) {
+  std::string known;
+  for (const std::string& near : nearest(uri, catalogue.uris, 5)) {
+    if (!known.empty()) known += ',';
+    known += json_quote(near);
+  }
+  const std::string_view shown = uri.substr(0, 256);
+  ret_message = "\"" + std::string(shown) + "\" is not registered" +
+                (known.empty() ? "; the method list tells all URIs" : "; did you mean " + known + "?");
+  return "{\"uri\":" + json_quote(shown) + ",\"nearest\":[" + known + "]}";
+}
+
+std::string rpc_broken_message(const Outcome& outcome) {
+  std::string wrong;
+  json_is_whole(outcome.text, &wrong);
+  return std::string("the plugin's text is ") +
+         (outcome.text.size() >= DTV_JSP_RESPONSE_MAX ? "cut at its longest" : "not JSON") + ", " + wrong;
+}
+
+std::string rpc_notify(std::string_view uri, std::string_view text) {
+  std::string notification;
+  notification.reserve(uri.size() + text.size() + 80);
+  notification.append("{\"jsonrpc\":\"2.0\",\"method\":\"notify\",\"params\":{\"uri\":\"").append(uri);
+  if (std::string wrong; json_is_whole(text, &wrong))
+    notification.append("\",\"notification\":").append(text);
+  else
+    notification.append("\",\"error\":{\"code\":-32002,\"message\":")
+        .append(json_quote("the plugin's text is not JSON, " + wrong))
+        .append(",\"data\":{\"length\":")
+        .append(std::to_string(text.size()))
+        .append("}}");
+  return notification += "}}";
+}
+
+std::string rpc_trace(std::string_view line) {
+  return std::string("{\"jsonrpc\":\"2.0\",\"method\":\"trace\",\"params\":").append(line).append("}");
+}
+
+std::string rpc_overflow(std::uint64_t dropped) {
+  return "{\"jsonrpc\":\"2.0\",\"method\":\"overflow\",\"params\":{\"dropped\":" + std::to_string(dropped) + "}}";
+}

@@ -1,0 +1,35 @@
+#include "subscriptions.h"
+
+#include <cstring>
+
+namespace {
+
+// A pending text is at most a queue's bound and one more item; this is far beyond every type's.
+constexpr std::size_t longest_text = 256 * 1024;
+
+}  // namespace
+
+void subscriptions_add(Subscriptions& subscriptions, const char* uri, std::uint64_t client) {
+  std::vector<std::uint64_t>& clients = subscriptions.clients[uri];
+  if (clients.empty()) subscriptions.stack->add_listener(uri);
+  clients.push_back(client);
+}
+
+void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::uint64_t client) {
+  const auto found = subscriptions.clients.find(uri);
+  if (found == subscriptions.clients.end() || std::erase(found->second, client) == 0 || !found->second.empty()) return;
+  subscriptions.stack->remove_listener(uri);
+  subscriptions.clients.erase(found);
+}
+
+void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context) {
+  // The plugin writes no terminator; what was read is cleared behind it. The last byte is never written.
+  static thread_local std::vector<char> buffer(longest_text + 1);
+  for (const auto& [uri, clients] : subscriptions.clients) {
+    subscriptions.stack->fetch(uri, buffer.data(), longest_text);
+    const std::size_t length = strlen(buffer.data());
+    if (length == 0) continue;
+    deliver(context, uri, clients, {buffer.data(), length});
+    memset(buffer.data(), 0, length);
+  }
+}

@@ -1,0 +1,63 @@
+#include "tracer.h"
+
+#include <utility>
+
+namespace {
+
+constexpr std::size_t most_waiting = 65536;
+
+thread_local std::string* captured = nullptr;
+
+// On the thread that made the call, which may be any of the platform's.
+void on_line(void* context, const char* line) {
+  auto& tracer = *static_cast<Tracer*>(context);
+  if (captured != nullptr) {
+    if (!captured->empty()) *captured += ',';
+    *captured += line;
+  }
+  bool first = false;
+  {
+    const std::lock_guard lock(tracer.lines_mutex);
+    if (!tracer.following) return;
+    if (tracer.lines.size() >= most_waiting) {
+      ++tracer.lost;
+      return;
+    }
+    first = tracer.lines.empty();
+    tracer.lines.emplace_back(line);
+  }
+  if (first) tracer.wake(tracer.context);
+}
+
+void want(Tracer& tracer, int change) {
+  if (tracer.stack->watch == nullptr) return;
+  const std::lock_guard lock(tracer.watch_mutex);
+  const bool watched = tracer.wanted > 0;
+  tracer.wanted += change;
+  if (tracer.wanted > 0 && !watched) tracer.stack->watch(on_line, &tracer);
+  if (tracer.wanted == 0 && watched) tracer.stack->watch(nullptr, nullptr);
+}
+
+}  // namespace
+
+void tracer_capture(Tracer& tracer, std::string* lines) {
+  captured = lines;
+  want(tracer, lines != nullptr ? 1 : -1);
+}
+
+void tracer_follow(Tracer& tracer, bool on) {
+  {
+    const std::lock_guard lock(tracer.lines_mutex);
+    if (tracer.following == on) return;
+    tracer.following = on;
+    tracer.lines.clear();
+  }
+  want(tracer, on ? 1 : -1);
+}
+
+std::size_t tracer_take(Tracer& tracer, std::vector<std::string>& ret_lines) {
+  ret_lines.clear();
+  const std::lock_guard lock(tracer.lines_mutex);
+  ret_lines.swap(tracer.lines);
+  return std::exchange(tracer.lost, 0);
+}
