@@ -5,7 +5,7 @@
 #include "tvapi/types.h"
 
 struct T_CONFIG_NOTIFY {
-  INT32 id;       // the platform's notify id
+  INT32 id;  // the platform's notify id
   INT32 tag;
   INT32 arg1;
   char arg2[65];  // the changed key

@@ -5,13 +5,13 @@
 #include "tvapi/types.h"
 
 // The fields that every generic record begins with.
-#define TVC_HEADER                                                       \
-  int id;         /* the item's identifier, as the handler sets it */    \
-  int size;       /* size of the record, or 0 */                         \
-  void* pt_next;  /* unused, null */                                     \
-  char name[32];  /* display name, NUL-terminated */                     \
-  int group;      /* group number */                                     \
-  int state;      /* 1: available */
+#define TVC_HEADER                                                   \
+  int id;        /* the item's identifier, as the handler sets it */ \
+  int size;      /* size of the record, or 0 */                      \
+  void* pt_next; /* unused, null */                                  \
+  char name[32]; /* display name, NUL-terminated */                  \
+  int group;     /* group number */                                  \
+  int state;     /* 1: available */
 
 struct T_ACTION {
   TVC_HEADER

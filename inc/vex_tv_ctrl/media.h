@@ -36,8 +36,8 @@ enum TVAPI_PUS_PLAY_CMD_T : INT32 { TVAPI_PUS_PLAY_CMD_START = 1 };
 
 struct T_PUS_NOTIFY {
   UINT32 instance;
-  INT32 play_cmd;   // a TVAPI_PUS_PLAY_CMD_T
-  intptr_t value;   // for TVAPI_PUS_PLAY_CMD_START the address of the file's path, owned by the caller
+  INT32 play_cmd;  // a TVAPI_PUS_PLAY_CMD_T
+  intptr_t value;  // for TVAPI_PUS_PLAY_CMD_START the address of the file's path, owned by the caller
 };
 
 #endif

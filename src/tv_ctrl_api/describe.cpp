@@ -118,8 +118,9 @@ static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
   tvc_json_add(object, "type", cJSON_CreateStringReference(tvc_item_type_name(row.ui1_type)));
   tvc_json_add(object, "get", cJSON_CreateBool(route->get && !refused && !action));
   tvc_json_add(object, "set", cJSON_CreateBool(route->set && item && find_set_use(*item, set)));
-  tvc_json_add(object, "notify", cJSON_CreateBool(route->group == TV_CTRL_GRPID_WS_NFY && item &&
-                                                  item->notify.form != NotifyForm::kNone));
+  tvc_json_add(
+      object, "notify",
+      cJSON_CreateBool(route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone));
   return object;
 }
 

@@ -18,9 +18,9 @@ static int dtv_jsp_init;
 
 // Makes a whole request exclusive, and with it the content buffer and the texts below. Outermost lock.
 static std::mutex mutex_recv;
-static void* _pt_content;     // one record, of whatever type the request's URI has; allocated once
+static void* _pt_content;      // one record, of whatever type the request's URI has; allocated once
 static INT32 _z_content_size;  // bytes cleared before each request
-static char _s_uri[256];      // the request's URI, cut, as the response repeats it
+static char _s_uri[256];       // the request's URI, cut, as the response repeats it
 
 // The request word that belongs to what is done.
 static constexpr const char* kWordQuery = "QUERY";
@@ -59,13 +59,14 @@ int32_t a_dtv_jsp_init(void) {
   return VEXTVCTRLR_OK;
 }
 
-// Looks the request's URI up and clears the content buffer for it.
+// What a request is about.
 struct Target {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
   const ItemType* item = nullptr;  // null for types without a record
 };
 
+// False for an unknown URI.
 static bool find_target(const char* entry, const char* uri, Target& ret_target) {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
@@ -98,11 +99,13 @@ static INT32 get_item(const char* entry, const char* uri, const char* param, voi
     TVC_LOG_AS(LOG_TRACE, entry, "param: %s.\n", param);
     if (!tvc_parse_request(entry, param, false, request)) return VEXTVCTRLR_FAIL;
   }
-  if (strcmp(request.word, kWordQuery) == 0 &&
-      !tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content)) {
-    TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
-    tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_REQ_TYPE_NOT_MATCH);
-    return VEXTVCTRLR_FAIL;
+  if (strcmp(request.word, kWordQuery) == 0) {
+    const Decoded decoded = tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content);
+    if (decoded == Decoded::kNotTaken) {
+      TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
+      tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_REQ_TYPE_NOT_MATCH);
+    }
+    if (decoded != Decoded::kDone) return VEXTVCTRLR_FAIL;
   }
   const INT32 ret = tv_ctrl_get(target.id, _pt_content);
   tv_ctrl_response_get(_s_uri, target.type, _pt_content, ret);
@@ -155,10 +158,12 @@ static Outcome set_modify(const char* entry, const Target& target, const Request
 }
 
 static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
-  if (!tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content)) {
+  const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content);
+  if (decoded == Decoded::kNotTaken) {
     TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
     return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
   }
+  if (decoded == Decoded::kFailed) return {.status = VEX_SET_FAIL, .ret = VEXTVCTRLR_FAIL};
   if (target.type == TYPE_OPTION_LIST && static_cast<const T_OPTION_LIST*>(_pt_content)->value < 0) {
     tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_INVALID_PARAM);
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
@@ -177,8 +182,9 @@ static Outcome set_specialised(const char* entry, const Target& target, const Re
 }
 
 static Outcome set_associate(const char* entry, const Target& target, const Request& request) {
-  if (!tvc_decode_parameter(entry, target.item, kAssociate, request.parameter, _pt_content))
-    return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
+  const Decoded decoded = tvc_decode_parameter(entry, target.item, kAssociate, request.parameter, _pt_content);
+  if (decoded == Decoded::kNotTaken) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
+  if (decoded == Decoded::kFailed) return {.status = VEX_ASSOCIATE_FAIL, .ret = VEXTVCTRLR_FAIL};
   tv_ctrl_response_set(target.type, request.root, VEX_ASSOCIATE_BEGIN);
   return call_handler(target, _pt_content, VEX_ASSOCIATE_FAIL);
 }

@@ -15,9 +15,9 @@ enum class NotifyForm : UINT8 {
 
 struct NotifyRule {
   NotifyForm form = NotifyForm::kNone;
-  UINT32 bound = 0;              // kQueued: a longer pending text is discarded before appending, in characters
-  const char* log_name = "";     // operation that the messages name
-  bool traces_text = false;      // the text made is traced
+  UINT32 bound = 0;                // kQueued: a longer pending text is discarded before appending, in characters
+  const char* log_name = "";       // operation that the messages name
+  bool traces_text = false;        // the text made is traced
   bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; else the notification is dropped
 };
 

@@ -12,9 +12,7 @@
 
 std::shared_mutex t_nfy_rw_lock;
 
-static struct {
-  TV_CTRL_NOTIFY_BUFFER_T* pt_head;
-} _tv_ctrl_notify_buffer;
+static struct { TV_CTRL_NOTIFY_BUFFER_T* pt_head; } _tv_ctrl_notify_buffer;
 
 TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri) {
   if (!uri || !*uri) return nullptr;

@@ -6,9 +6,9 @@
 #include "tvapi/types.h"
 
 struct TV_CTRL_NOTIFY_BUFFER_T {
-  INT32 num;       // subscriptions
-  char uri[256];   // at most 255 characters are kept
-  char* buffer;    // pending text, owned by the entry, or null; exchanged atomically, see jsp_exchange_buffer
+  INT32 num;      // subscriptions
+  char uri[256];  // at most 255 characters are kept
+  char* buffer;   // pending text, owned by the entry, or null; exchanged atomically, see jsp_exchange_buffer
   struct {
     TV_CTRL_NOTIFY_BUFFER_T* pt_next;
     TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // where the entry before, or the head, points at this one

@@ -47,9 +47,8 @@ static bool is_subscribed(const char* uri) {
 static void notify_single(const ItemType& item, const char* uri, const void* pv_content) {
   if (!is_subscribed(uri)) return;
   cJSON* const object = tvc_make_item(item, kNotify, pv_content);
-  cJSON* const root = item.notify.form == NotifyForm::kSingleItems
-                          ? make_envelope(uri, "ITEMS", tvc_make_items(object))
-                          : make_envelope(uri, "PARAMETER", object);
+  cJSON* const root = item.notify.form == NotifyForm::kSingleItems ? make_envelope(uri, "ITEMS", tvc_make_items(object))
+                                                                   : make_envelope(uri, "PARAMETER", object);
   if (!root) {
     TVC_LOG_AS(LOG_ERROR, item.notify.log_name, "Create root object failed!!!\n");
     return;

@@ -31,10 +31,12 @@ bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Req
   return true;
 }
 
-bool tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter, void* record) {
-  if (!item || !tvc_item_has(*item, use)) return false;
-  tvc_decode_fields(item->fields, use, parameter, record, entry);
-  return true;
+Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter,
+                             void* record) {
+  if (!item || !tvc_item_has(*item, use)) return Decoded::kNotTaken;
+  if (tvc_decode_fields(item->fields, use, parameter, record, entry) == VEXTVCTRLR_OK) return Decoded::kDone;
+  TVC_LOG_AS(LOG_ERROR, entry, "error: parse %s param!", item->error_word);
+  return Decoded::kFailed;
 }
 
 static const Field* modified_field(const ItemType* item) {

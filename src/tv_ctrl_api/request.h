@@ -16,8 +16,15 @@ struct Request {
 // `root` in every case.
 bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Request& ret_request);
 
-// Decodes the parameter object into the record, with the fields of one use. False when the item type has none.
-bool tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter, void* record);
+enum class Decoded : UINT8 {
+  kDone,
+  kNotTaken,  // the item type decodes nothing in this use
+  kFailed,    // told as "error: parse ... param!"
+};
+
+// Decodes the parameter object into the record, with the fields of one use.
+Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter,
+                             void* record);
 
 // Stores the value of a "MODIFY" in the record. False when the type has no value, or its value is of another kind.
 bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* value, void* record);

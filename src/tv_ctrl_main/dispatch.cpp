@@ -3,8 +3,8 @@
 #include <atomic>
 #include <iterator>
 
-#include "tvapi/playback.h"
 #include "tv_ctrl_util/log.h"
+#include "tvapi/playback.h"
 
 // The groups that only the miscellaneous handler answers cannot be read: it refuses them.
 static constexpr GroupRoute routes[] = {

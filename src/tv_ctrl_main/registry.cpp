@@ -86,9 +86,8 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
 }
 
 static const TV_CTRL_URI_ID_MAP_T* row_by_id(UINT16 ui2_id) {
-  const auto found = std::lower_bound(by_id.begin(), by_id.end(), ui2_id, [](RowIndex row, UINT16 id) {
-    return at_uri_mapping_id_table[row].ui2_id < id;
-  });
+  const auto found = std::lower_bound(by_id.begin(), by_id.end(), ui2_id,
+                                      [](RowIndex row, UINT16 id) { return at_uri_mapping_id_table[row].ui2_id < id; });
   if (found == by_id.end() || at_uri_mapping_id_table[*found].ui2_id != ui2_id) return nullptr;
   return &at_uri_mapping_id_table[*found];
 }

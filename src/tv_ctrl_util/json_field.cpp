@@ -86,10 +86,15 @@ static void decode_field(const Field& field, const cJSON* parameter, void* recor
   }
 }
 
-void tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
-                       const char* entry) {
+INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
+                        const char* entry) {
+  if (!parameter || !record) {
+    TVC_LOG(LOG_ERROR, "param is NULL!\n");
+    return VEXTVCTRLR_FAIL;
+  }
   for (const Field& field : fields)
     if (use == kEverywhere || (field.use & use)) decode_field(field, parameter, record, entry);
+  return VEXTVCTRLR_OK;
 }
 
 // Null without memory.

@@ -50,25 +50,33 @@ struct Field {
   UINT32 offset = 0;  // of the field within the record
   UINT32 size = 0;    // of the field, in bytes
   FieldUse use = kEverywhere;
-  const char* text = nullptr;                   // kConstant: the text; a custom decode: the word of its trace
-  std::span<const Field> fields = {};           // kObject
-  bool (*when)(const void* record) = nullptr;   // rendered only in records that satisfy it
-  FieldDecode decode = nullptr;                 // where the kind does not say how
-  FieldRender render = nullptr;                 // likewise
+  const char* text = nullptr;                  // kConstant: the text; a custom decode: the word of its trace
+  std::span<const Field> fields = {};          // kObject
+  bool (*when)(const void* record) = nullptr;  // rendered only in records that satisfy it
+  FieldDecode decode = nullptr;                // where the kind does not say how
+  FieldRender render = nullptr;                // likewise
   const char* unit = "";
   const char* help = "";
 };
 
 template <typename T>
 consteval FieldKind field_kind() {
-  if constexpr (std::is_same_v<T, INT32>) return FieldKind::kInt32;
-  else if constexpr (std::is_same_v<T, UINT8>) return FieldKind::kUint8;
-  else if constexpr (std::is_same_v<T, UINT16>) return FieldKind::kUint16;
-  else if constexpr (std::is_same_v<T, UINT32>) return FieldKind::kUint32;
-  else if constexpr (std::is_same_v<T, INT64>) return FieldKind::kInt64;
-  else if constexpr (std::is_same_v<T, UINT64>) return FieldKind::kUint64;
-  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, char>) return FieldKind::kText;
-  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, UINT16>) return FieldKind::kText16;
+  if constexpr (std::is_same_v<T, INT32>)
+    return FieldKind::kInt32;
+  else if constexpr (std::is_same_v<T, UINT8>)
+    return FieldKind::kUint8;
+  else if constexpr (std::is_same_v<T, UINT16>)
+    return FieldKind::kUint16;
+  else if constexpr (std::is_same_v<T, UINT32>)
+    return FieldKind::kUint32;
+  else if constexpr (std::is_same_v<T, INT64>)
+    return FieldKind::kInt64;
+  else if constexpr (std::is_same_v<T, UINT64>)
+    return FieldKind::kUint64;
+  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, char>)
+    return FieldKind::kText;
+  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, UINT16>)
+    return FieldKind::kText16;
   else {
     static_assert(std::is_class_v<T>, "no kind of field fits this type");
     return FieldKind::kObject;
@@ -78,11 +86,11 @@ consteval FieldKind field_kind() {
 // The part of a row that follows from the record: .key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = ...
 // A nested field is named as member.member. A field that carries an address takes TVC_WORD instead, since its type
 // has the width of another kind on either machine.
-#define TVC_MEMBER(record, member)                                        \
-  .kind = field_kind<decltype(std::declval<record&>().member)>(),         \
-  .offset = static_cast<UINT32>(offsetof(record, member)),                \
+#define TVC_MEMBER(record, member)                                \
+  .kind = field_kind<decltype(std::declval<record&>().member)>(), \
+  .offset = static_cast<UINT32>(offsetof(record, member)),        \
   .size = static_cast<UINT32>(sizeof(std::declval<record&>().member))
-#define TVC_WORD(record, member)                                          \
+#define TVC_WORD(record, member) \
   .kind = FieldKind::kWord, .offset = static_cast<UINT32>(offsetof(record, member)), .size = sizeof(uintptr_t)
 
 template <typename T>
@@ -95,8 +103,9 @@ const T& field_at(const void* record, const Field& field) {
 }
 
 // Reads every field of this use from the parameter object; a missing member leaves its field as it is.
-void tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
-                       const char* entry);
+// 0, or -1 ("param is NULL!") without an object or a record.
+INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
+                        const char* entry);
 
 // Adds every field of this use to an object, in the table's order. False without memory (the object is then partly
 // filled).

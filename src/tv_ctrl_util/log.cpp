@@ -13,9 +13,11 @@ static constexpr const char* kLevelFile = "/3rd_rw/tvc_debug";
 static constexpr int kPieceSize = 31;  // 30 characters of a line are seen at a time
 
 void vex_tvc_read_log_lvl(void) {
-  vex_tvc_log_lvl = 0;
-  FILE* file = fopen(kLevelFile, "re");
-  if (!file) return;
+  FILE* const file = fopen(kLevelFile, "re");
+  if (!file) {
+    vex_tvc_log_lvl = 0;
+    return;
+  }
   char piece[kPieceSize];
   while (fgets(piece, sizeof piece, file)) {
     if (strncmp(piece, "log=", 4) != 0) continue;

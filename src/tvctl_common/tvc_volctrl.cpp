@@ -18,8 +18,7 @@ static INT32 _tv_ctrl_volctrl_nfy_fct(INT32, void*, void* pv_arg1, void* pv_arg2
 }
 
 INT32 tv_ctrl_volctrl_init(void) {
-  const INT32 ret =
-      a_vextvapi_volctrl_reg_callback(_tv_ctrl_volctrl_nfy_fct, reinterpret_cast<void*>(kCallbackTag));
+  const INT32 ret = a_vextvapi_volctrl_reg_callback(_tv_ctrl_volctrl_nfy_fct, reinterpret_cast<void*>(kCallbackTag));
   if (ret >= 0) return VEXTVCTRLR_OK;
   TVC_LOG_FAIL(ret);
   return VEXTVCTRLR_FAIL;

@@ -1,7 +1,8 @@
 // Field table of common interface data: numbers only, its 16-bit texts are not rendered.
 #include "tv_ctrl_api/item_types.h"
 
-#define CI(json_key, member) {.key = json_key, TVC_MEMBER(T_CI_DATA, member), .use = kResponse | kNotify}
+#define CI(json_key, member) \
+  { .key = json_key, TVC_MEMBER(T_CI_DATA, member), .use = kResponse | kNotify }
 
 static constexpr Field ci_data_table[] = {
     CI("NAME", name),

@@ -1,11 +1,12 @@
 // Field tables of the generic records.
 #include "tv_ctrl_api/item_types.h"
 
-#define HEADER_FIELDS(record, type_text)                                                                            \
-  {.key = "NAME", TVC_MEMBER(record, name), .use = kResponse, .help = "display name"},                              \
-      {.key = "TYPE", .use = kResponse, .text = type_text, .help = "item type"},                                    \
-      {.key = "GROUP", TVC_MEMBER(record, group), .use = kResponse, .help = "group number"},                        \
-      {.key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"}
+#define HEADER_FIELDS(record, type_text)                                                       \
+  {.key = "NAME", TVC_MEMBER(record, name), .use = kResponse, .help = "display name"},         \
+      {.key = "TYPE", .use = kResponse, .text = type_text, .help = "item type"},               \
+      {.key = "GROUP", TVC_MEMBER(record, group), .use = kResponse, .help = "group number"}, { \
+    .key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"        \
+  }
 
 static constexpr Field value_table[] = {
     HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),

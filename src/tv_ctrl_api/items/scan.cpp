@@ -14,7 +14,8 @@ static constexpr auto kNtsc = scan_is<3>;
 static constexpr auto kAtsc = scan_is<4, 6, 10>;
 static constexpr auto kIsdb = scan_is<5, 11>;
 
-#define SCAN(json_key, member, uses, ...) {.key = json_key, TVC_MEMBER(T_TUNER_SCAN, member), .use = uses, __VA_ARGS__}
+#define SCAN(json_key, member, uses, ...) \
+  { .key = json_key, TVC_MEMBER(T_TUNER_SCAN, member), .use = uses, __VA_ARGS__ }
 
 static constexpr Field tuner_scan_table[] = {
     {.key = "NAME", .use = kResponse, .text = "Tuner Scan", .help = "display name"},

@@ -20,15 +20,17 @@ static constexpr Field config_update_notify_table[] = {
 constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;
 
 // The channel list and the guide report alike.
-#define SERVICE_LIST_EVENT_FIELDS(record)                                                      \
-  {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},          \
-      {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify},                                 \
-      {.key = "SVL_HANDLE", TVC_MEMBER(record, h_svl), .use = kNotify, .help = "service list"}
+#define SERVICE_LIST_EVENT_FIELDS(record)                                                  \
+  {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},      \
+      {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify}, {                           \
+    .key = "SVL_HANDLE", TVC_MEMBER(record, h_svl), .use = kNotify, .help = "service list" \
+  }
 
-#define SERVICE_LIST_CHANGE_FIELDS(record)                                                     \
-  SERVICE_LIST_EVENT_FIELDS(record), {.key = "CONDITIONS", TVC_MEMBER(record, conditions), .use = kNotify},  \
-      {.key = "REASON", TVC_MEMBER(record, reason), .use = kNotify},                           \
-      {.key = "DATA", TVC_MEMBER(record, data), .use = kNotify}
+#define SERVICE_LIST_CHANGE_FIELDS(record)                                                                  \
+  SERVICE_LIST_EVENT_FIELDS(record), {.key = "CONDITIONS", TVC_MEMBER(record, conditions), .use = kNotify}, \
+      {.key = "REASON", TVC_MEMBER(record, reason), .use = kNotify}, {                                      \
+    .key = "DATA", TVC_MEMBER(record, data), .use = kNotify                                                 \
+  }
 
 static constexpr Field channel_info_notify_table[] = {SERVICE_LIST_CHANGE_FIELDS(T_CHANNEL_LIST_NOTIFY)};
 constinit const std::span<const Field> channel_info_notify_fields = channel_info_notify_table;
