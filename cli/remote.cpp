@@ -99,6 +99,9 @@ Clock::time_point in_seconds(double seconds) {
 }
 
 Failure unreachable(const std::string& host, const std::string& reason) {
+  if (reason.starts_with("HS:")) {  // the library's mark for a failed handshake: somebody is there
+    return {kExitProtocol, "what answers at " + host + " is no dtv-host, or it refuses that name (" + reason + ")"};
+  }
   return {kExitUnreachable, "no host at " + host + (reason.empty() ? "" : " (" + reason + ")") +
                                 ". Start one with \"make run\", name another with --host ADDR:PORT, or use --local."};
 }

@@ -1,0 +1,270 @@
+// dtvctl against a host that is played: what is sent, and what becomes of answers right and wrong.
+import assert from 'node:assert/strict';
+import { test } from 'node:test';
+
+import { ctl, dtvctl, fakeHost, notification, result, start } from './cli_support.mjs';
+
+const volume = '/tv/cast/volume/volume';
+const volumeNotify = '/tv/ws/notify/volume_ctrl';
+const description = JSON.stringify({
+  uris: [
+    { uri: volume, id: 0x401, group: 'VOLUME', record: 1, type: 'TYPE_VALUE', get: true, set: true, notify: false },
+    { uri: '/tv/act', id: 0x1001, group: 'X', record: 1, type: 'TYPE_ACTION', get: false, set: true, notify: false },
+    { uri: '/tv/text', id: 0x1002, group: 'X', record: 2, type: 'TYPE_TEXT', get: true, set: true, notify: false },
+    { uri: '/tv/time', id: 0x1003, group: 'X', record: 3, type: 'TYPE_TIME', get: true, set: true, notify: false },
+    { uri: '/tv/wlan', id: 0x1004, group: 'X', record: 4, type: 'TYPE_WLAN_ASSOCIATE', get: false, set: true, notify: false },
+    { uri: volumeNotify, id: 0x160e, group: 'WS_NFY', record: 14, type: 'TYPE_VOL_CTRL_NOTIFY', get: false, set: false, notify: true },
+  ],
+  types: {
+    TYPE_VALUE: { query: null, set: { request: 'MODIFY', fields: [{ key: 'VALUE', kind: 'int32' }] }, response: [], notify: null },
+    TYPE_ACTION: { query: null, set: { request: 'ACTION', fields: [] }, response: [], notify: null },
+    TYPE_TEXT: {
+      query: [{ key: 'VALUE', kind: 'text', limit: 1023 }],
+      set: { request: 'MODIFY', fields: [{ key: 'VALUE', kind: 'text', limit: 1023 }] },
+      response: [],
+      notify: null,
+    },
+    TYPE_TIME: {
+      query: [
+        { key: 'VALUE', kind: 'int64' },
+        { key: 'DTG', kind: 'object', fields: [{ key: 'YEAR', kind: 'uint16' }, { key: 'MONTH', kind: 'uint8' }] },
+      ],
+      set: { request: 'MODIFY', fields: [{ key: 'VALUE', kind: 'int64' }] },
+      response: [],
+      notify: null,
+    },
+    TYPE_WLAN_ASSOCIATE: {
+      query: null,
+      set: { request: 'ASSOCIATE', fields: [{ key: 'BSSID', kind: 'text' }, { key: 'SSID', kind: 'text' }] },
+      response: null,
+      notify: null,
+    },
+  },
+});
+
+// Answers list, and everything else with a success.
+const friendly = (request, send) => send(result(request.id, request.method === 'list' ? description : '{"ret":0}'));
+
+test('requests are JSON-RPC 2.0 at /jsonrpc', async (t) => {
+  const host = await fakeHost(t, friendly);
+  const { code, stderr } = await ctl(['--host', host.address, 'get', volume]);
+  assert.equal(code, 0, stderr);
+  assert.equal(host.seen.headers.path, '/jsonrpc');
+  assert.equal(host.seen.headers.host, host.address);
+  assert.equal(host.seen.headers.origin, undefined);
+  assert.deepEqual(JSON.parse(host.seen.requests[0]), { jsonrpc: '2.0', id: 1, method: 'get', params: { uri: volume } });
+});
+
+test('DTV_HOST names the host, --host goes before it', async (t) => {
+  const host = await fakeHost(t, friendly);
+  assert.equal((await ctl(['get', volume], { env: { DTV_HOST: host.address } })).code, 0);
+  assert.equal((await ctl(['--host', host.address, 'get', volume], { env: { DTV_HOST: '127.0.0.1:1' } })).code, 0);
+});
+
+test('words become parameters by the type of the item', async (t) => {
+  const host = await fakeHost(t, friendly);
+  const cases = [
+    ['get', ['/tv/text', 'VALUE=3'], '{"REQUEST":"QUERY","VALUE":"3"}'],
+    ['get', ['/tv/time', 'VALUE=5', 'DTG.YEAR=2024', 'DTG.MONTH=2'], '{"REQUEST":"QUERY","VALUE":5,"DTG":{"YEAR":2024,"MONTH":2}}'],
+    ['get', ['/tv/text', '{ "REQUEST" : "OTHER", "x":1.50 }'], '{ "REQUEST" : "OTHER", "x":1.50 }'],
+    ['set', ['/tv/act'], '{"REQUEST":"ACTION"}'],
+    ['set', [volume, '23'], '{"REQUEST":"MODIFY","VALUE":23}'],
+    ['set', [volume, '-5'], '{"REQUEST":"MODIFY","VALUE":-5}'],
+    ['set', [volume, '1.5'], '{"REQUEST":"MODIFY","VALUE":1.5E0}'],
+    ['set', ['/tv/text', '23'], '{"REQUEST":"MODIFY","VALUE":"23"}'],
+    ['set', ['/tv/text', 'say "ä"'], '{"REQUEST":"MODIFY","VALUE":"say \\"ä\\""}'],
+    ['set', ['/tv/text', 'a=b'], '{"REQUEST":"MODIFY","VALUE":"a=b"}'],
+    ['set', ['/tv/text', 'VALUE=a=b'], '{"REQUEST":"MODIFY","VALUE":"a=b"}'],
+    ['set', ['/tv/wlan', 'SSID=home', 'BSSID=00:11'], '{"REQUEST":"ASSOCIATE","SSID":"home","BSSID":"00:11"}'],
+    ['set', [volume, 'REQUEST=SET', 'INDEX=2', 'WORD=x'], '{"REQUEST":"SET","INDEX":2,"WORD":"x"}'],
+  ];
+  for (const [command, words, parameter] of cases) {
+    host.seen.requests.length = 0;
+    const { code, stderr } = await ctl(['--host', host.address, command, ...words]);
+    assert.equal(code, 0, `${words}: ${stderr}`);
+    const sent = host.seen.requests.at(-1);
+    assert.ok(sent.endsWith(`,"method":"${command}","params":{"uri":"${words[0]}","parameter":${parameter}}}`), sent);
+  }
+});
+
+test('the words of tv go out one by one', async (t) => {
+  const host = await fakeHost(t, (request, send) => send(result(request.id, '{}')));
+  const { code, stdout } = await ctl(['--host', host.address, 'tv', 'fault', 'f', '--delay', '5', '--json', '-x']);
+  assert.equal(code, 0);
+  assert.equal(stdout, 'ok\n');
+  assert.deepEqual(JSON.parse(host.seen.requests[0]).params, { words: ['fault', 'f', '--delay', '5', '--json', '-x'] });
+});
+
+test('texts pass byte for byte, also in pieces and with blanks', async (t) => {
+  const text = '{"URI":"/x" , "STATUS":0,"ITEMS":[{"a":1e+15,"b":9.00719925474099e+15,"c":"\\u0001/\\/ä]}\\\\\\"","d":[1.0,{}]}]}';
+  const host = await fakeHost(t, (request, send) => send(result(request.id, `{"ret":0, "response" :${text}}`), 7));
+  const { stdout } = await ctl(['--host', host.address, '--json', 'get', volume]);
+  assert.equal(stdout, `{"ret":0, "response" :${text}}\n`);
+});
+
+test('long answers', async (t) => {
+  const long = JSON.stringify({ ret: 0, response: { URI: volume, STATUS: 0, ITEMS: [{ TEXT: 'x'.repeat(300000) }] } });
+  const host = await fakeHost(t, (request, send) => send(result(request.id, long)));
+  const { code, stdout } = await ctl(['--host', host.address, '--json', 'get', volume]);
+  assert.equal(code, 0);
+  assert.equal(stdout, long + '\n');
+});
+
+test('tables: several items below each other, inner objects by dots, wide items as lists', async (t) => {
+  const items = [
+    { NAME: 'Time', VALUE: 1, DTG: { YEAR: 2024 } },
+    { NAME: 'Zweite Ä', VALUE: 2, DTG: { YEAR: 2025 } },
+  ];
+  const wide = [{ NAME: 'n', ...Object.fromEntries(Array.from({ length: 30 }, (_, i) => [`MEMBER_${i}`, i])) }];
+  let answer = items;
+  const host = await fakeHost(t, (request, send) =>
+    send(result(request.id, JSON.stringify({ ret: 0, response: { URI: volume, STATUS: 0, ITEMS: answer } }))),
+  );
+  assert.equal(
+    (await ctl(['--host', host.address, 'get', volume])).stdout,
+    'NAME      VALUE  DTG.YEAR\nTime      1      2024\nZweite Ä  2      2025\n',
+  );
+  answer = wide;
+  assert.match((await ctl(['--host', host.address, 'get', volume])).stdout, /^NAME +n\nMEMBER_0 +0\nMEMBER_1 +1\n/);
+  answer = [{}];
+  assert.equal((await ctl(['--host', host.address, 'get', volume])).stdout, '(no item)\n');
+  answer = [{ NAME: '\u001b[31mred\u0007' }];
+  assert.equal((await ctl(['--host', host.address, 'get', volume])).stdout, 'NAME\n\\x1b[31mred\\x07\n');
+});
+
+test('watch subscribes to each URI and prints notifications; other messages are not lines', async (t) => {
+  const texts = ['{"URI":"a","REQUEST":"NOTIFY","ITEMS":[{"volValue":23,"muteStatus":0}]}', '{"z":1,"a":2,"n":1E5}'];
+  const host = await fakeHost(t, (request, send) => {
+    friendly(request, send);
+    if (request.method !== 'subscribe') return;
+    send(notification('overflow', '{"dropped":17}'));
+    send(notification('trace', '{"call":"x"}'));
+    for (const text of texts) send(notification('notify', `{"uri":"${volumeNotify}","notification":${text}}`));
+    send(notification('notify', `{"uri":"${volumeNotify}","error":{"code":-32002,"message":"cut"}}`));
+  });
+  const { code, stdout, stderr } = await ctl(['--host', host.address, 'watch', volumeNotify, '--for', '0.5']);
+  assert.equal(code, 0);
+  assert.equal(stdout, texts.join('\n') + '\n');
+  assert.match(stderr, /17 messages were dropped/);
+  assert.match(stderr, /cannot be shown.*cut/);
+  const counted = await ctl(['--host', host.address, 'watch', volumeNotify, '--count', '1']);
+  assert.equal(counted.stdout, texts[0] + '\n');
+});
+
+test('trace asks for it, and prints each line', async (t) => {
+  const line = '{"t":10423,"thread":2,"call":"a_vextvapi_volctrl_setVolume","in":{"volume":23},"ret":0}';
+  const event = '{"t":1000000,"thread":3,"event":"reg","in":{"pv_arg1":23}}';
+  const slow = '{"t":2000000,"thread":3,"call":"get_it","in":{},"out":{"count":2},"ret":-1,"duration":1500}';
+  const host = await fakeHost(t, (request, send) => {
+    send(result(request.id, '{}'));
+    for (const text of [line, event, slow]) send(notification('trace', text));
+  });
+  const json = await ctl(['--host', host.address, '--json', 'trace', '--count', '3']);
+  assert.equal(json.stdout, [line, event, slow, ''].join('\n'));
+  assert.deepEqual(JSON.parse(host.seen.requests[0]).params, { on: true });
+  const readable = await ctl(['--host', host.address, 'trace', '--count', '3']);
+  assert.equal(
+    readable.stdout,
+    '    0.010423  [2]  -> a_vextvapi_volctrl_setVolume(volume=23) = 0\n' +
+      '    1.000000  [3]  <- reg(pv_arg1=23)\n' +
+      '    2.000000  [3]  -> get_it() = -1  out: count=2  1.5 ms\n',
+  );
+});
+
+test('no host: exit code 3, and how to start one', async () => {
+  const { code, stdout, stderr } = await ctl(['--host', '127.0.0.1:1', 'get', volume]);
+  assert.equal(code, 3);
+  assert.equal(stdout, '');
+  assert.match(stderr, /127\.0\.0\.1:1.*make run/);
+});
+
+test('a host that refuses the connection', async (t) => {
+  const host = await fakeHost(t, friendly, { status: 403 });
+  const { code, stderr } = await ctl(['--host', host.address, 'get', volume]);
+  assert.equal(code, 4);
+  assert.match(stderr, /is no dtv-host, or it refuses/);
+});
+
+test('errors and broken answers', async (t) => {
+  const error = (code, message) => (request, send) =>
+    send(`{"jsonrpc":"2.0","id":${request.id},"error":{"code":${code},"message":"${message}","data":{"x":1}}}`);
+  const cases = [
+    [error(-32001, 'not registered'), 1, /^dtvctl: not registered\n$/],
+    [error(-32004, 'the set says no'), 1, /^dtvctl: the set says no\n$/],
+    [error(-32602, 'wrong member'), 4, /^dtvctl: wrong member\n$/],
+    [error(-32002, 'the text is cut'), 4, /^dtvctl: the text is cut\n$/],
+    [(request, send) => send('not JSON'), 4, /no JSON object: not JSON/],
+    [(request, send) => send('[]'), 4, /no JSON object/],
+    [(request, send) => send(`{"jsonrpc":"2.0","id":${request.id}}`), 4, /neither a result nor an error/],
+    [(request, send) => send(result(request.id, '{}')), 4, /no "ret"/],
+    [(request, send) => send(result(request.id, '{"ret":"0"}')), 4, /no "ret"/],
+    [(request, send) => send(`{"jsonrpc":"2.0","id":null,"error":{"code":-32700,"message":"not JSON"}}`), 4, /not JSON/],
+    [(request, send, socket) => socket.destroy(), 3, /closed the connection/],
+  ];
+  for (const [answer, expected, says] of cases) {
+    const host = await fakeHost(t, answer);
+    const { code, stdout, stderr } = await ctl(['--host', host.address, 'get', volume]);
+    assert.equal(code, expected, stderr);
+    assert.equal(stdout, '');
+    assert.match(stderr, says);
+  }
+});
+
+test('a list that is not as agreed is exit code 4, never a crash', async (t) => {
+  for (const list of ['{}', '[]', '{"uris":[1]}', '{"uris":{}}', 'null']) {
+    const host = await fakeHost(t, (request, send) => send(result(request.id, list)));
+    const { code, stderr } = await ctl(['--host', host.address, 'list']);
+    assert.equal(code, 4, list);
+    assert.match(stderr, /^dtvctl: /);
+    assert.equal((await ctl(['--host', host.address, 'set', volume, '3'])).code === 0, false);
+  }
+});
+
+test('an answer that does not come ends by --timeout', async (t) => {
+  const host = await fakeHost(t, () => {});
+  const begun = Date.now();
+  const { code, stderr } = await ctl(['--host', host.address, '--timeout', '0.3', 'get', volume]);
+  assert.equal(code, 4);
+  assert.match(stderr, /--timeout/);
+  assert.ok(Date.now() - begun < 5000);
+});
+
+test('an answer to another request is not taken for ours', async (t) => {
+  const host = await fakeHost(t, (request, send) => {
+    send(result(999, '{"ret":-7}'));
+    send(result(request.id, '{"ret":0}'));
+  });
+  assert.equal((await ctl(['--host', host.address, 'get', volume])).code, 0);
+});
+
+test('watch ends with exit code 3 when the host goes away', async (t) => {
+  let socket;
+  const host = await fakeHost(t, (request, send, theSocket) => {
+    socket = theSocket;
+    friendly(request, send);
+  });
+  const watching = start(dtvctl, ['--host', host.address, 'watch', volumeNotify]);
+  while (host.seen.requests.length < 2) await new Promise((resolve) => setTimeout(resolve, 20));
+  await new Promise((resolve) => setTimeout(resolve, 100));
+  socket.destroy();
+  const { code, stderr } = await watching.ended;
+  assert.equal(code, 3);
+  assert.match(stderr, /closed the connection/);
+});
+
+test('watch ends when nobody reads its lines any more', async (t) => {
+  const host = await fakeHost(t, (request, send) => {
+    friendly(request, send);
+    if (request.method === 'subscribe') {
+      const timer = setInterval(() => send(notification('notify', `{"uri":"${volumeNotify}","notification":{}}`)), 20);
+      t.after(() => clearInterval(timer));
+    }
+  });
+  const watching = start(dtvctl, ['--host', host.address, 'watch', volumeNotify]);
+  assert.equal(await watching.line(), '{}');
+  watching.child.stdout.destroy();
+  const late = setTimeout(() => watching.child.kill('SIGKILL'), 10000);
+  const { code } = await new Promise((resolve) => watching.child.on('exit', (code, signal) => resolve({ code: code ?? signal })));
+  clearTimeout(late);
+  assert.notEqual(code, 'SIGKILL');
+});
