@@ -1,0 +1,96 @@
+// Fuzzes the platform's side: records of arbitrary bytes for every type that notifies, between subscriptions and
+// fetches, some of them on other threads.
+#include <stdlib.h>
+#include <string.h>
+
+#include <memory>
+#include <thread>
+
+#include "platform.h"
+#include "plugin.h"
+#include "tv_ctrl_api/item_types.h"
+
+static constexpr int kMostOperations = 64;
+
+// A record exactly as large as its type's, of one repeated byte with some places written over.
+static std::unique_ptr<char[]> take_record(Bytes& bytes, UINT8 type, const std::string& path) {
+  const ItemType* const item = tvc_item_type(type);
+  const std::size_t size = item && item->record_size > 0 ? item->record_size : 1;
+  std::unique_ptr<char[]> record(new char[size]);
+  memset(record.get(), take_byte(bytes), size);
+  for (std::size_t patches = take_below(bytes, 4); patches > 0; --patches) {
+    const std::size_t offset = take_below(bytes, size);
+    const std::string patch = take_text(bytes);
+    memcpy(record.get() + offset, patch.data(), std::min(patch.size(), size - offset));
+  }
+  if (type == TYPE_PUS_NOTIFY) {  // the start command carries an address: a path's, or none
+    T_PUS_NOTIFY notify;
+    memcpy(&notify, record.get(), sizeof notify);
+    if (take_chance(bytes, 2)) notify.play_cmd = TVAPI_PUS_PLAY_CMD_START;
+    if (notify.play_cmd == TVAPI_PUS_PLAY_CMD_START)
+      notify.value = take_chance(bytes, 4) ? 0 : reinterpret_cast<std::intptr_t>(path.c_str());
+    memcpy(record.get(), &notify, sizeof notify);
+  }
+  return record;
+}
+
+// How many notifications of each URI can be pending at the most.
+using Raised = std::map<std::string, std::size_t>;
+
+static void notify(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri,
+                   Raised& raised) {
+  const UriInfo* const row = plugin_find(tables, uri);
+  const std::string path = take_text(bytes).c_str();
+  const std::unique_ptr<char[]> record = take_record(bytes, row ? row->type : static_cast<UINT8>(TYPE_INVALID), path);
+  void* const content = take_chance(bytes, 64) ? nullptr : record.get();
+  if (row && take_chance(bytes, 2)) {
+    require(tv_ctrl_notify_content(row->id, content) == (content ? 0 : -2), "a known identifier is passed on");
+  } else if (take_chance(bytes, 16)) {
+    const auto id = static_cast<UINT16>(take_number<UINT16>(bytes) | 0x8000);  // groups that do not exist
+    require(tv_ctrl_notify_content(id, content) == (content ? -1 : -2), "an unknown identifier is refused");
+    return;
+  } else {
+    tv_ctrl_api_notify_func(uri, content);
+  }
+  if (uri && content && is_subscribed(subscriptions, uri)) ++raised[uri];
+}
+
+static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, Raised& raised) {
+  const std::size_t operation = take_below(bytes, 10);
+  std::string text;
+  const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
+  if (operation < 6) return notify(bytes, tables, subscriptions, uri.get(), raised);
+  if (operation == 6) return subscribe(subscriptions, uri.get());
+  if (operation == 7) return unsubscribe(subscriptions, uri.get());
+  const std::size_t items = fetch(bytes, tables, subscriptions, uri.get());
+  // An item may come twice only when a fetch and a notification meet, that is, when other threads fetch.
+  require(items <= raised[text], "no item is delivered that was not raised, or twice", text);
+  if (items > 0) raised[text] = 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const Tables& tables = plugin_start();
+  Bytes bytes = {.next = data, .left = size};
+  static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
+  plugin_log_level(levels[take_below(bytes, std::size(levels))]);
+  const UriInfo& watched = tables.uris[tables.active[take_below(bytes, tables.active.size())]];
+  const bool concurrent = take_chance(bytes, 16);
+
+  Subscriptions subscriptions;
+  Raised raised;
+  subscribe(subscriptions, watched.uri.c_str());
+  std::thread beside[2];
+  if (concurrent) {
+    raised[watched.uri] = SIZE_MAX / 2;
+    for (std::thread& thread : beside) thread = std::thread([&watched] { fetch_meanwhile(watched); });
+  }
+  for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) {
+    operate(bytes, tables, subscriptions, raised);
+    if (concurrent) raised[watched.uri] = SIZE_MAX / 2;
+  }
+  for (std::thread& thread : beside)
+    if (thread.joinable()) thread.join();
+  unsubscribe_all(subscriptions);
+  return 0;
+}

@@ -1,0 +1,311 @@
+#include "plugin.h"
+
+#include <cjson/cJSON.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <array>
+#include <memory>
+#include <set>
+
+#include "platform.h"
+
+using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;
+
+static Json parse(std::string_view text) {
+  const std::string terminated(text);
+  return {cJSON_ParseWithOpts(terminated.c_str(), nullptr, true), cJSON_Delete};
+}
+
+static const cJSON* member(const cJSON* object, const char* key) {
+  return cJSON_GetObjectItemCaseSensitive(object, key);
+}
+
+static std::string member_text(const cJSON* object, const char* key) {
+  const char* const text = cJSON_GetStringValue(member(object, key));
+  return text ? text : "";
+}
+
+// --- Start and tables ---
+
+static std::vector<FieldInfo> read_fields(const cJSON* array) {
+  std::vector<FieldInfo> fields;
+  const cJSON* field;
+  cJSON_ArrayForEach(field, array) {
+    const cJSON* const limit = member(field, "limit");
+    fields.push_back({.key = member_text(field, "key"),
+                      .kind = member_text(field, "kind"),
+                      .limit = limit ? static_cast<std::size_t>(limit->valueint) : 0,
+                      .fields = read_fields(member(field, "fields"))});
+  }
+  return fields;
+}
+
+static TypeInfo read_type(const cJSON* type) {
+  const cJSON* const set = member(type, "set");
+  const cJSON* const notify = member(type, "notify");
+  return {.query = read_fields(member(type, "query")),
+          .set = read_fields(member(set, "fields")),
+          .response = read_fields(member(type, "response")),
+          .notify = read_fields(member(notify, "fields")),
+          .set_word = member_text(set, "request"),
+          .notify_member = member_text(notify, "member"),
+          .queued = member_text(notify, "form") == "queued"};
+}
+
+static Tables read_tables() {
+  char* const text = a_dtv_jsp_describe();
+  require(text != nullptr, "the plugin describes itself");
+  const Json root = parse(text);
+  require(root != nullptr, "the description is JSON", text);
+  free(text);
+
+  Tables tables;
+  const cJSON* row;
+  cJSON_ArrayForEach(row, member(root.get(), "types")) tables.types[row->string] = read_type(row);
+  cJSON_ArrayForEach(row, member(root.get(), "uris")) {
+    const auto id = static_cast<UINT16>(member(row, "id")->valueint);
+    const bool active = cJSON_IsTrue(member(row, "get")) || cJSON_IsTrue(member(row, "set")) ||
+                        cJSON_IsTrue(member(row, "notify"));
+    if (active) tables.active.push_back(tables.uris.size());
+    // A type that is not built yet has no description: it gets an empty one.
+    tables.uris.push_back({.uri = member_text(row, "uri"),
+                           .id = id,
+                           .type = tv_ctrl_get_type_by_id(id),
+                           .info = &tables.types[member_text(row, "type")],
+                           .active = active});
+  }
+  require(!tables.active.empty(), "some URIs are served");
+  return tables;
+}
+
+static int wanted_log_level;
+
+// Stands in for the level file alone. Linked with --wrap=fopen.
+extern "C" FILE* __real_fopen(const char* path, const char* mode);
+extern "C" FILE* __wrap_fopen(const char* path, const char* mode);
+FILE* __wrap_fopen(const char* path, const char* mode) {
+  if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return __real_fopen(path, mode);
+  static std::array<char, 32> line;
+  const int length = snprintf(line.data(), line.size(), "log=%d\n", wanted_log_level);
+  return fmemopen(line.data(), static_cast<std::size_t>(length), "r");
+}
+
+void plugin_log_level(int level) {
+  if (level == vex_tvc_debug_level()) return;
+  wanted_log_level = level;
+  // The plugin reports the level on stderr, which is the fuzzer's own.
+  const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  const int kept = dup(STDERR_FILENO);
+  dup2(null, STDERR_FILENO);
+  vex_tvc_read_log_lvl();
+  dup2(kept, STDERR_FILENO);
+  close(kept);
+  close(null);
+  require(vex_tvc_debug_level() == level, "the log level is the one in the file");
+}
+
+const Tables& plugin_start() {
+  static const Tables tables = [] {
+    require(freopen("/dev/null", "w", stdout) != nullptr, "the log is silenced");
+    platform_answers(std::string(1, '\0'));  // everything succeeds
+    a_dtv_jsp_init_res();
+    a_dtv_jsp_init();
+    return read_tables();
+  }();
+  return tables;
+}
+
+const UriInfo* plugin_find(const Tables& tables, const char* uri) {
+  static const auto index = [&tables] {
+    std::map<std::string_view, const UriInfo*> rows;
+    for (const UriInfo& row : tables.uris) rows.emplace(row.uri, &row);  // the first of equal ones stays
+    return rows;
+  }();
+  const auto found = uri ? index.find(uri) : index.end();
+  return found == index.end() ? nullptr : found->second;
+}
+
+// --- Checks ---
+
+void require(bool holds, const char* what, std::string_view text) {
+  if (holds) return;
+  fprintf(stderr, "does not hold: %s\n  text: %.*s\n", what, static_cast<int>(text.size()), text.data());
+  abort();
+}
+
+// Whether an object has exactly these members in this order.
+static bool has_members(const cJSON* object, std::initializer_list<const char*> keys) {
+  if (!cJSON_IsObject(object)) return false;
+  const cJSON* item = object->child;
+  for (const char* key : keys) {
+    if (!item || strcmp(item->string, key) != 0) return false;
+    item = item->next;
+  }
+  return item == nullptr;
+}
+
+// Items hold fields of the type's table, each at most once, in the table's order; some may be left out.
+static bool has_fields_of(const cJSON* object, const std::vector<FieldInfo>& fields) {
+  if (!cJSON_IsObject(object)) return false;
+  auto field = fields.begin();
+  const cJSON* item;
+  cJSON_ArrayForEach(item, object) {
+    while (field != fields.end() && field->key != item->string) ++field;
+    if (field == fields.end()) return false;
+    ++field;
+  }
+  return true;
+}
+
+void check_response(const UriInfo& row, INT32 ret, std::string_view text) {
+  require(text.size() <= DTV_JSP_RESPONSE_MAX, "a response keeps to its limit", text);
+  if (text.size() == DTV_JSP_RESPONSE_MAX) return;
+  const Json root = parse(text);
+  require(root != nullptr, "a response is JSON", text);
+  require(has_members(root.get(), {"URI", "STATUS", "ITEMS"}), "a response is URI, STATUS, ITEMS", text);
+  require(member_text(root.get(), "URI") == row.uri, "a response names its URI", text);
+  const cJSON* const status = member(root.get(), "STATUS");
+  const cJSON* const items = member(root.get(), "ITEMS");
+  require(cJSON_IsNumber(status) && cJSON_IsArray(items), "STATUS is a number, ITEMS an array", text);
+  if (row.info->response.empty()) {
+    require(status->valueint == 0 && cJSON_GetArraySize(items) == 1 && has_members(items->child, {}),
+            "a type without a renderer has status 0 and an empty item", text);
+    return;
+  }
+  require(status->valueint == ret, "STATUS is what the get returned", text);
+  const cJSON* item;
+  cJSON_ArrayForEach(item, items) require(has_fields_of(item, row.info->response), "items have known members", text);
+}
+
+std::size_t check_notification(const UriInfo& row, std::string_view text) {
+  const std::string& key = row.info->notify_member;
+  require(!key.empty(), "only types that notify leave a text", text);
+  const Json root = parse(text);
+  require(root != nullptr, "a notification is JSON", text);
+  require(has_members(root.get(), {"URI", "REQUEST", key.c_str()}), "a notification is URI, REQUEST and its content",
+          text);
+  require(member_text(root.get(), "URI") == row.uri, "a notification names its URI", text);
+  require(member_text(root.get(), "REQUEST") == "NOTIFY", "the request word is NOTIFY", text);
+  const cJSON* const content = member(root.get(), key.c_str());
+  if (key == "PARAMETER") {
+    require(has_fields_of(content, row.info->notify), "PARAMETER has known members", text);
+    return 1;
+  }
+  const int count = cJSON_GetArraySize(content);
+  require(cJSON_IsArray(content) && (row.info->queued ? count >= 1 : count == 1), "ITEMS has as many items as its form",
+          text);
+  const cJSON* item;
+  cJSON_ArrayForEach(item, content) require(has_fields_of(item, row.info->notify), "items have known members", text);
+  return static_cast<std::size_t>(count);
+}
+
+// --- URIs and listeners ---
+
+Owned own_text(const std::string* text) { return {text ? strdup(text->c_str()) : nullptr, free}; }
+
+static std::string damage(Bytes& bytes, std::string text) {
+  switch (take_below(bytes, 4)) {
+    case 0:
+      return text.substr(0, take_below(bytes, text.size()));
+    case 1:
+      return text + take_text(bytes);
+    case 2:
+      for (char& letter : text)
+        if (letter >= 'a' && letter <= 'z' && take_chance(bytes, 4)) letter = static_cast<char>(letter - 'a' + 'A');
+      return text;
+    default:
+      text[take_below(bytes, text.size())] = static_cast<char>(take_byte(bytes));
+      return text;
+  }
+}
+
+bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
+  const std::uint8_t choice = take_byte(bytes);
+  if (choice == 0xFF) return false;
+  if (choice < 0xA0)
+    ret_uri = tables.uris[tables.active[take_below(bytes, tables.active.size())]].uri;
+  else if (choice < 0xE0)
+    ret_uri = tables.uris[take_below(bytes, tables.uris.size())].uri;
+  else if (choice < 0xF4)
+    ret_uri = damage(bytes, tables.uris[take_below(bytes, tables.uris.size())].uri);
+  else if (choice < 0xFA)
+    ret_uri = take_text(bytes);
+  else  // around the length that is kept, which is 255
+    ret_uri = std::string(250 + take_below(bytes, 16), static_cast<char>('a' + take_below(bytes, 2)));
+  ret_uri = ret_uri.c_str();  // a text ends at its first NUL
+  return true;
+}
+
+static constexpr std::size_t kKeptUri = 255;  // characters of a subscribed URI that are kept
+
+void subscribe(Subscriptions& subscriptions, const char* uri) {
+  require(a_dtv_jsp_add_listener_buffer(uri) == (uri ? 0 : -1), "a subscription succeeds but for null");
+  if (!uri || !*uri) return;
+  const std::string text = uri;
+  std::vector<int>& counts = subscriptions.counts[text.substr(0, kKeptUri)];
+  if (text.size() > kKeptUri || counts.empty())
+    counts.push_back(1);
+  else
+    ++counts.back();
+}
+
+void unsubscribe(Subscriptions& subscriptions, const char* uri) {
+  require(a_dtv_jsp_remove_listener_buffer(uri) == (uri ? 0 : -1), "an unsubscription succeeds but for null");
+  const auto found = subscriptions.counts.find(uri ? uri : "");
+  if (found == subscriptions.counts.end() || found->second.empty()) return;
+  if (--found->second.back() == 0) found->second.pop_back();
+}
+
+bool is_subscribed(const Subscriptions& subscriptions, const char* uri) {
+  const auto found = subscriptions.counts.find(uri ? uri : "");
+  return found != subscriptions.counts.end() && !found->second.empty();
+}
+
+void unsubscribe_all(Subscriptions& subscriptions) {
+  for (const auto& [uri, counts] : subscriptions.counts)
+    while (is_subscribed(subscriptions, uri.c_str())) unsubscribe(subscriptions, uri.c_str());
+}
+
+static constexpr INT32 kWholeText = 20000;  // above every bound of a pending text
+static constexpr char kUntouched = '\xA5';  // no byte of a fetched text stands where this was not overwritten
+
+static INT32 take_length(Bytes& bytes) {
+  static constexpr INT32 lengths[] = {kWholeText, kWholeText, kWholeText, 1, 10, 0, -1, INT32_MIN};
+  const std::size_t choice = take_below(bytes, 10);
+  return choice < std::size(lengths) ? lengths[choice] : take_byte(bytes);
+}
+
+std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri) {
+  const INT32 length = take_length(bytes);
+  const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 1;
+  const std::unique_ptr<char[]> buffer(new char[size]);
+  memset(buffer.get(), 0, size);
+  if (length < 1) buffer[0] = kUntouched;
+  const bool no_buffer = take_chance(bytes, 32);
+  const INT32 ret = a_dtv_jsp_get_listener_buffer(uri, no_buffer ? nullptr : buffer.get(), length);
+  const bool valid = !no_buffer && length > 0 && is_subscribed(subscriptions, uri);
+  require(ret == (valid ? 0 : -1), "a fetch succeeds for subscribed URIs", uri ? uri : "");
+  if (!valid) {
+    require(buffer[0] == (length < 1 ? kUntouched : '\0'), "a failed fetch writes nothing");
+    return 0;
+  }
+  const std::size_t end = strnlen(buffer.get(), size);
+  if (end == 0 || end == size) return 0;
+  const UriInfo* const row = plugin_find(tables, uri);
+  require(row != nullptr, "only registered URIs have a text", {buffer.get(), end});
+  return check_notification(*row, {buffer.get(), end});
+}
+
+void fetch_meanwhile(const UriInfo& row) {
+  const std::unique_ptr<char[]> buffer(new char[kWholeText]);
+  for (int i = 0; i < 4; ++i) {
+    memset(buffer.get(), 0, kWholeText);
+    a_dtv_jsp_get_listener_buffer(row.uri.c_str(), buffer.get(), kWholeText);
+    const std::size_t end = strnlen(buffer.get(), kWholeText);
+    if (end > 0 && end < kWholeText) check_notification(row, {buffer.get(), end});
+  }
+}

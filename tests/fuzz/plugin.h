@@ -1,0 +1,81 @@
+// What both fuzz targets need: the started plugin, its tables as it describes them itself, and the checks of what it
+// gives out.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bytes.h"
+#include "tv_ctrl_main.h"
+
+struct FieldInfo {
+  std::string key;
+  std::string kind;       // "int32", "text", "object" ...
+  std::size_t limit = 0;  // longest text, in bytes
+  std::vector<FieldInfo> fields;
+};
+
+struct TypeInfo {
+  std::vector<FieldInfo> query, set, response, notify;
+  std::string set_word;       // request word of a set; empty: no set
+  std::string notify_member;  // "ITEMS" or "PARAMETER"; empty: no notification
+  bool queued = false;
+};
+
+struct UriInfo {
+  std::string uri;
+  UINT16 id = 0;
+  UINT8 type = TYPE_INVALID;
+  const TypeInfo* info = nullptr;  // never null
+  bool active = false;             // somebody reads, sets or raises it
+};
+
+struct Tables {
+  std::vector<UriInfo> uris;
+  std::vector<std::size_t> active;  // indices of the active URIs
+  std::map<std::string, TypeInfo> types;
+};
+
+// Starts the plugin on the fuzz platform, once, with its log silenced.
+const Tables& plugin_start();
+
+// Sets the log level, through the level file that the plugin reads. No other thread uses the plugin meanwhile.
+void plugin_log_level(int level);
+
+// The row of a URI, or null. `uri` may be null.
+const UriInfo* plugin_find(const Tables& tables, const char* uri);
+
+// Ends the process with a message that says what does not hold, and for which text.
+void require(bool holds, const char* what, std::string_view text = {});
+
+// Checks what a get of this URI copied: whole JSON with "URI", "STATUS" and "ITEMS" in this order, the status that the
+// get returned, items with keys of the type's response. A text as long as the limit may be cut and is not looked at.
+void check_response(const UriInfo& row, INT32 ret, std::string_view text);
+
+// Checks a fetched notification text; returns the number of its items.
+std::size_t check_notification(const UriInfo& row, std::string_view text);
+
+// A copy whose bytes end where the text ends, so that the address sanitizer sees a read beyond it. Null for no text.
+using Owned = std::unique_ptr<char, void (*)(void*)>;
+Owned own_text(const std::string* text);
+
+// A URI: mostly of the registry, else a damaged one, any text, an overlong one or null (false).
+bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri);
+
+// The subscriptions made by one input, to know what the plugin must answer and to take them back at its end.
+struct Subscriptions {
+  std::map<std::string, std::vector<int>> counts;  // by the URI as kept; several entries only for overlong URIs
+};
+void subscribe(Subscriptions& subscriptions, const char* uri);
+void unsubscribe(Subscriptions& subscriptions, const char* uri);
+bool is_subscribed(const Subscriptions& subscriptions, const char* uri);
+void unsubscribe_all(Subscriptions& subscriptions);
+
+// Fetches with a length from the input and checks the result; returns the number of items, 0 for none or a cut text.
+std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri);
+
+// Fetches a URI a few times, from any thread, and checks each whole text.
+void fetch_meanwhile(const UriInfo& row);
