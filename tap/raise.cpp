@@ -14,14 +14,14 @@ constexpr std::size_t OUTPUT_ROOM = 65536;
 
 // Memory of the arguments while the callback runs. A deque, since addresses must stay.
 struct Arguments {
-  std::deque<std::vector<std::max_align_t>> memory;
+  std::deque<std::vector<std::uint64_t>> memory;
   std::vector<std::uint64_t> values;  // one per argument, as wide as the widest
   std::vector<void*> addresses;
   std::vector<std::size_t> sizes;
 };
 
 void* room(Arguments& arguments, std::size_t bytes) {
-  arguments.memory.emplace_back(bytes / sizeof(std::max_align_t) + 1);
+  arguments.memory.emplace_back(bytes / sizeof(std::uint64_t) + 1);
   return arguments.memory.back().data();
 }
 

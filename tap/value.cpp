@@ -45,6 +45,12 @@ std::string shown(const cJSON* json) {
 
 bool integer_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   Integer number;
+  if (cJSON_IsString(json) && type.size == sizeof(void*) && !json_to_integer(json, number)) {
+    // A number that carries an address, where the address of a text is wanted.
+    const char* text = keep_text(json->valuestring);
+    std::memcpy(value, &text, sizeof text);
+    return true;
+  }
   if (!json_to_integer(json, number)) {
     ret_error = shown(json) + " is not a whole number";
     return false;
@@ -231,7 +237,7 @@ bool array_from_json(const Type& element, const cJSON* json, void* values, std::
 }
 
 bool value_fits(const Type& type, const cJSON* json, std::string& ret_error) {
-  std::vector<std::max_align_t> scratch(type.size / sizeof(std::max_align_t) + 1);
+  std::vector<std::uint64_t> scratch(type.size / sizeof(std::uint64_t) + 1);
   return value_from_json(type, json, scratch.data(), ret_error);
 }
 

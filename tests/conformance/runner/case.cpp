@@ -1,0 +1,366 @@
+#include "runner/case.h"
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <span>
+#include <sstream>
+
+#include "runner/device.h"
+#include "runner/exports.h"
+#include "runner/language.h"
+#include "runner/raw_json.h"
+
+namespace runner {
+namespace {
+
+enum class Value { ANY, TEXT, TEXT_OR_NULL, NUMBER, WHOLE, FLAG, OBJECT, ARRAY, TEXTS, NOTHING };
+
+struct Member {
+  std::string_view name;
+  Value value;
+};
+
+const char* value_name(Value value) {
+  switch (value) {
+    case Value::ANY: return "any value";
+    case Value::TEXT: return "a text";
+    case Value::TEXT_OR_NULL: return "a text or null";
+    case Value::NUMBER: return "a whole number";
+    case Value::WHOLE: return "a whole number from 0 on";
+    case Value::FLAG: return "true or false";
+    case Value::OBJECT: return "an object";
+    case Value::ARRAY: return "an array";
+    case Value::TEXTS: return "an array of texts";
+    case Value::NOTHING: return "null";
+  }
+  return "";
+}
+
+bool is_value(const cJSON* json, Value value) {
+  tap::Integer number;
+  switch (value) {
+    case Value::ANY: return true;
+    case Value::TEXT: return cJSON_IsString(json);
+    case Value::TEXT_OR_NULL: return cJSON_IsString(json) || cJSON_IsNull(json);
+    case Value::NUMBER: return !cJSON_IsBool(json) && tap::json_to_integer(json, number);
+    case Value::WHOLE: return cJSON_IsNumber(json) && tap::json_to_integer(json, number) && !number.negative;
+    case Value::FLAG: return cJSON_IsBool(json);
+    case Value::OBJECT: return cJSON_IsObject(json);
+    case Value::ARRAY: return cJSON_IsArray(json);
+    case Value::NOTHING: return cJSON_IsNull(json);
+    case Value::TEXTS: {
+      const cJSON* element = nullptr;
+      cJSON_ArrayForEach(element, json) {
+        if (!cJSON_IsString(element)) return false;
+      }
+      return cJSON_IsArray(json);
+    }
+  }
+  return false;
+}
+
+constexpr Member CASE_MEMBERS[] = {{"name", Value::TEXT},       {"files", Value::OBJECT},   {"device", Value::FLAG},
+                                   {"libraries", Value::OBJECT}, {"start", Value::FLAG},     {"platform", Value::ARRAY},
+                                   {"steps", Value::ARRAY},      {"calls", Value::ARRAY}};
+
+// What every step may check.
+constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY},   {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
+                                     {"err", Value::TEXTS},     {"err_has", Value::TEXTS}, {"device", Value::TEXT}};
+
+constexpr Member BUFFER_CHECKS[] = {{"ret", Value::NUMBER},  {"text", Value::TEXT},   {"json", Value::ANY},
+                                    {"absent", Value::FLAG}, {"bytes", Value::WHOLE}};
+constexpr Member RET_CHECK[] = {{"ret", Value::NUMBER}};
+constexpr Member CALL_CHECKS[] = {{"ret", Value::NUMBER}, {"after", Value::ARRAY}};
+
+constexpr Member GET_MEMBERS[] = {{"param", Value::ANY}, {"buffer", Value::NOTHING}};
+constexpr Member SET_MEMBERS[] = {{"param", Value::ANY}};
+constexpr Member FETCH_MEMBERS[] = {{"length", Value::NUMBER}, {"buffer", Value::NOTHING}};
+constexpr Member RAISE_MEMBERS[] = {{"args", Value::ARRAY}};
+constexpr Member CALL_MEMBERS[] = {{"in", Value::ARRAY}};
+
+struct StepKind {
+  std::string_view name;
+  Value value;
+  std::span<const Member> members;
+  std::span<const Member> checks;
+};
+
+constexpr StepKind STEP_KINDS[] = {
+    {"get", Value::TEXT_OR_NULL, GET_MEMBERS, BUFFER_CHECKS}, {"set", Value::TEXT_OR_NULL, SET_MEMBERS, RET_CHECK},
+    {"subscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},        {"unsubscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
+    {"fetch", Value::TEXT_OR_NULL, FETCH_MEMBERS, BUFFER_CHECKS}, {"raise", Value::TEXT, RAISE_MEMBERS, RET_CHECK},
+    {"call", Value::TEXT, CALL_MEMBERS, CALL_CHECKS},
+};
+
+const StepKind* kind_named(std::string_view name) {
+  const auto found = std::find_if(std::begin(STEP_KINDS), std::end(STEP_KINDS), [&](const StepKind& k) { return k.name == name; });
+  return found == std::end(STEP_KINDS) ? nullptr : found;
+}
+
+const Member* member_named(std::span<const Member> members, std::string_view name) {
+  const auto found = std::find_if(members.begin(), members.end(), [&](const Member& m) { return m.name == name; });
+  return found == members.end() ? nullptr : &*found;
+}
+
+std::string names(std::span<const Member> members) {
+  std::string text;
+  for (const Member& member : members) text += (text.empty() ? "" : ", ") + std::string(member.name);
+  return text;
+}
+
+std::string wrong_value(std::string_view name, Value value) {
+  return "\"" + std::string(name) + "\" must be " + value_name(value);
+}
+
+std::string duplicate_member(const cJSON* object) {
+  std::set<std::string_view> seen;
+  const cJSON* member = nullptr;
+  cJSON_ArrayForEach(member, object) {
+    if (!seen.insert(member->string).second) return "\"" + std::string(member->string) + "\" stands twice";
+  }
+  return {};
+}
+
+std::string check_calls(const cJSON* calls, const Contract& contract) {
+  const cJSON* call = nullptr;
+  cJSON_ArrayForEach(call, calls) {
+    if (!cJSON_IsArray(call) || !cJSON_IsString(call->child)) {
+      return "\"calls\": an entry is an array of a platform function's name and its arguments";
+    }
+    const auto function = contract.find(std::string_view(call->child->valuestring));
+    if (function == contract.end()) {
+      return "\"calls\": the contract has no function \"" + std::string(call->child->valuestring) + "\"";
+    }
+    if (static_cast<std::size_t>(cJSON_GetArraySize(call)) > function->second.params.size() + 1) {
+      return "\"calls\": " + function->first + " has only " + std::to_string(function->second.params.size()) + " arguments";
+    }
+  }
+  return {};
+}
+
+std::string check_call_step(const cJSON* step, const cJSON* action) {
+  const Export* exported = find_export(action->valuestring);
+  if (exported == nullptr) return "there is no exported function \"" + std::string(action->valuestring) + "\"";
+  if (!exported->has_result && cJSON_GetObjectItemCaseSensitive(step, "ret") != nullptr) {
+    return std::string(exported->name) + " returns nothing, so that \"ret\" cannot be checked";
+  }
+  return {};
+}
+
+std::string check_step(const cJSON* step, const Contract& contract, int& checks) {
+  if (!cJSON_IsObject(step)) return "is not an object";
+  if (std::string twice = duplicate_member(step); !twice.empty()) return twice;
+  const cJSON* action = step_action(step);
+  if (action == nullptr) return "does nothing: it needs one of get, set, subscribe, unsubscribe, fetch, raise, call";
+  const StepKind& kind = *kind_named(action->string);
+  if (!is_value(action, kind.value)) return wrong_value(kind.name, kind.value);
+  const cJSON* member = nullptr;
+  cJSON_ArrayForEach(member, step) {
+    if (member == action) continue;
+    const Member* allowed = member_named(kind.members, member->string);
+    if (allowed == nullptr) {
+      allowed = member_named(kind.checks, member->string);
+      if (allowed == nullptr) allowed = member_named(GENERAL_CHECKS, member->string);
+      ++checks;
+    }
+    if (allowed == nullptr) {
+      return "unknown member \"" + std::string(member->string) + "\"; a " + std::string(kind.name) + " step can have " +
+             names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " + names(GENERAL_CHECKS);
+    }
+    if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
+  }
+  if (kind.name == "raise") {
+    const auto function = contract.find(std::string_view(action->valuestring));
+    if (function == contract.end()) return "the contract has no function \"" + std::string(action->valuestring) + "\"";
+    if (!function->second.has_callback) return function->first + " registers no callback";
+  }
+  if (kind.name == "call") {
+    if (std::string problem = check_call_step(step, action); !problem.empty()) return problem;
+  }
+  if (kind.name == "fetch" && cJSON_GetObjectItemCaseSensitive(step, "length") == nullptr) {
+    return "a fetch needs a \"length\"";
+  }
+  const bool null_buffer = cJSON_GetObjectItemCaseSensitive(step, "buffer") != nullptr;
+  for (const char* check : {"text", "json", "bytes"}) {
+    if (null_buffer && cJSON_GetObjectItemCaseSensitive(step, check) != nullptr) {
+      return std::string("\"") + check + "\" cannot be checked without a buffer";
+    }
+  }
+  return check_calls(cJSON_GetObjectItemCaseSensitive(step, "calls"), contract);
+}
+
+std::string check_paths(const cJSON* json) {
+  const cJSON* file = nullptr;
+  cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(json, "files")) {
+    const std::string_view path = file->string;
+    if (!path.starts_with("/")) return "\"files\": \"" + std::string(path) + "\" is not an absolute path";
+    if (!is_value(file, Value::TEXT_OR_NULL)) return "\"files\": the content of " + std::string(path) + " is a text or null";
+    if (path.ends_with("/") && cJSON_IsString(file) && *file->valuestring != '\0') {
+      return "\"files\": " + std::string(path) + " is a folder, which has no content";
+    }
+  }
+  const cJSON* library = nullptr;
+  cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(json, "libraries")) {
+    if (*library->string != '/') return "\"libraries\": \"" + std::string(library->string) + "\" is not an absolute path";
+    const cJSON* text = nullptr;
+    cJSON_ArrayForEach(text, library) {
+      if (!cJSON_IsString(text)) return "\"libraries\": the texts of " + std::string(library->string) + " are texts by string id";
+    }
+    if (!cJSON_IsObject(library)) return "\"libraries\": " + std::string(library->string) + " is an object of string id and text";
+  }
+  return {};
+}
+
+std::string language_library(std::string_view language_template, const cJSON* texts) {
+  std::string bytes(language_template);
+  const std::size_t begin = bytes.size();
+  const cJSON* text = nullptr;
+  cJSON_ArrayForEach(text, texts) {
+    bytes.append(text->string).push_back('\0');
+    bytes.append(text->valuestring).push_back('\0');
+  }
+  std::uint64_t length = bytes.size() - begin;
+  for (int i = 0; i < 8; ++i, length >>= 8) bytes.push_back(static_cast<char>(length & 0xFF));
+  return bytes.append(LANGUAGE_MARK);
+}
+
+std::string clean_path(std::string_view path) {
+  std::string clean;
+  for (const char c : path) {
+    if (c != '/' || clean.empty() || clean.back() != '/') clean.push_back(c);
+  }
+  while (clean.size() > 1 && clean.back() == '/') clean.pop_back();
+  return clean;
+}
+
+}  // namespace
+
+const cJSON* step_action(const cJSON* step) {
+  for (const StepKind& kind : STEP_KINDS) {
+    const cJSON* action = cJSON_GetObjectItemCaseSensitive(step, std::string(kind.name).c_str());
+    if (action != nullptr) return action;
+  }
+  return nullptr;
+}
+
+CaseFile read_case_file(const std::string& path) {
+  CaseFile file;
+  file.path = path;
+  std::ifstream stream(path, std::ios::binary);
+  std::ostringstream content;
+  content << stream.rdbuf();
+  if (!stream) {
+    file.refusal = "cannot be read";
+    return file;
+  }
+  file.text = content.str();
+  file.json = tap::json_parse(file.text, file.refusal);
+  if (!file.json) return file;
+  const cJSON* cases = cJSON_GetObjectItemCaseSensitive(file.json.get(), "cases");
+  if (!cJSON_IsArray(cases) || cases->child == nullptr || file.json->child->next != nullptr) {
+    file.refusal = R"(a file is {"cases": [case, ...]}, with nothing else in it)";
+    return file;
+  }
+  std::set<std::string> seen;
+  const auto raw_cases = raw_children(raw_member(file.text, "cases"));
+  std::size_t number = 0;
+  const cJSON* json = nullptr;
+  cJSON_ArrayForEach(json, cases) {
+    Case test;
+    test.file = path;
+    test.json = json;
+    const cJSON* name = cJSON_GetObjectItemCaseSensitive(json, "name");
+    test.name = cJSON_IsString(name) ? name->valuestring : "";
+    if (test.name.empty()) {
+      test.refusal = "it has no \"name\"";
+      test.name = "number " + std::to_string(number + 1);
+    }
+    if (!seen.insert(test.name).second) test.refusal = "another case of this file has the same name";
+    for (const auto& [key, step] : raw_children(raw_member(raw_cases[number].second, "steps"))) {
+      test.step_params.push_back(raw_minified(raw_member(step, "param")));
+    }
+    ++number;
+    file.cases.push_back(std::move(test));
+  }
+  return file;
+}
+
+Contract read_contract(const char* list) {
+  Contract contract;
+  std::string error;
+  const tap::Json json = tap::json_parse(list, error);
+  const auto texts = [](const cJSON* entry, const char* key) {
+    std::vector<std::string> result;
+    const cJSON* text = nullptr;
+    cJSON_ArrayForEach(text, cJSON_GetObjectItemCaseSensitive(entry, key)) {
+      result.emplace_back(cJSON_IsString(text) ? text->valuestring : "");
+    }
+    return result;
+  };
+  const cJSON* entry = nullptr;
+  cJSON_ArrayForEach(entry, json.get()) {
+    const cJSON* name = cJSON_GetObjectItemCaseSensitive(entry, "name");
+    if (!cJSON_IsString(name)) continue;
+    contract[name->valuestring] = {.params = texts(entry, "params"),
+                                   .kinds = texts(entry, "kinds"),
+                                   .types = texts(entry, "types"),
+                                   .has_callback = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(entry, "callback")) != 0};
+  }
+  return contract;
+}
+
+std::string check_case(const Case& test, const Contract& contract) {
+  if (!test.refusal.empty()) return test.refusal;
+  if (!cJSON_IsObject(test.json)) return "it is not an object";
+  if (std::string twice = duplicate_member(test.json); !twice.empty()) return twice;
+  const cJSON* member = nullptr;
+  cJSON_ArrayForEach(member, test.json) {
+    const Member* allowed = member_named(CASE_MEMBERS, member->string);
+    if (allowed == nullptr) {
+      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS);
+    }
+    if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
+  }
+  if (std::string problem = check_paths(test.json); !problem.empty()) return problem;
+  const cJSON* startup_calls = cJSON_GetObjectItemCaseSensitive(test.json, "calls");
+  if (std::string problem = check_calls(startup_calls, contract); !problem.empty()) return problem;
+  int checks = startup_calls != nullptr ? 1 : 0;
+  const cJSON* steps = cJSON_GetObjectItemCaseSensitive(test.json, "steps");
+  if (steps == nullptr) return "it has no \"steps\"";
+  int number = 0;
+  const cJSON* step = nullptr;
+  cJSON_ArrayForEach(step, steps) {
+    ++number;
+    if (std::string problem = check_step(step, contract, checks); !problem.empty()) {
+      return "step " + std::to_string(number) + ": " + problem;
+    }
+  }
+  return checks == 0 ? "it checks nothing" : "";
+}
+
+WantedPaths wanted_paths(const Case& test, std::string_view language_template) {
+  WantedPaths wanted;
+  const cJSON* file = nullptr;
+  cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(test.json, "files")) {
+    const std::string_view path = file->string;
+    WantedPath& entry = wanted[clean_path(path)];
+    if (cJSON_IsNull(file)) {
+      entry.what = WantedPath::ABSENT;
+    } else if (path.ends_with("/")) {
+      entry.what = WantedPath::FOLDER;
+    } else {
+      entry = {.what = WantedPath::FILE, .content = file->valuestring};
+    }
+  }
+  const cJSON* library = nullptr;
+  cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json, "libraries")) {
+    wanted[clean_path(library->string)] = {.what = WantedPath::FILE, .content = language_library(language_template, library)};
+  }
+  if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json, "device"))) {
+    wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = ""};
+  }
+  return wanted;
+}
+
+}  // namespace runner

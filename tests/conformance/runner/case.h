@@ -1,0 +1,52 @@
+// A conformance case as read from its file, and what stands in it that must not.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "runner/sandbox.h"
+#include "tap/json.h"
+
+namespace runner {
+
+struct Case {
+  std::string file;
+  std::string name;
+  const cJSON* json = nullptr;           // owned by its CaseFile
+  std::vector<std::string> step_params;  // per step, "param" as it stands in the file, without white space
+  std::string refusal;                   // why it cannot be run; empty when it can
+};
+
+struct CaseFile {
+  std::string path;
+  std::string text;
+  tap::Json json;
+  std::vector<Case> cases;
+  std::string refusal;  // of the whole file
+};
+
+// Reads a file; what is wrong stands in the refusals.
+CaseFile read_case_file(const std::string& path);
+
+// A platform function, from dtv_tap_list.
+struct ContractFunction {
+  std::vector<std::string> params;
+  std::vector<std::string> kinds;
+  std::vector<std::string> types;
+  bool has_callback = false;
+};
+using Contract = std::map<std::string, ContractFunction, std::less<>>;
+Contract read_contract(const char* list);
+
+// Why a case cannot be run: unknown members, functions, wrong kinds of values, no check. Empty when it can.
+std::string check_case(const Case& test, const Contract& contract);
+
+// The paths that a case wants. language_template: the bytes of the language library.
+WantedPaths wanted_paths(const Case& test, std::string_view language_template);
+
+// The step's kind: the first of its members that names one; null when there is none.
+const cJSON* step_action(const cJSON* step);
+
+}  // namespace runner

@@ -1,0 +1,201 @@
+#include "runner/child.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "runner/session.h"
+
+namespace runner {
+namespace {
+
+template <class Fct>
+bool find_symbol(void* library, const char* name, Fct& ret_fct, std::string& ret_error) {
+  void* found = dlsym(library, name);
+  if (found == nullptr) {
+    ret_error = std::string(name) + " is not exported";
+    return false;
+  }
+  ret_fct = reinterpret_cast<Fct>(found);
+  return true;
+}
+
+void add_line(void* context, const char* line) {
+  Session& session = *static_cast<Session*>(context);
+  const std::lock_guard guard(session.lines_lock);
+  session.lines.emplace_back(line);
+}
+
+std::map<std::int64_t, std::string> read_ids(const Session& session) {
+  std::map<std::int64_t, std::string> ids;
+  if (session.describe == nullptr) return ids;
+  char* text = session.describe();
+  if (text == nullptr) return ids;
+  std::string error;
+  const tap::Json json = tap::json_parse(text, error);
+  std::free(text);
+  const cJSON* row = nullptr;
+  cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(json.get(), "uris")) {
+    const cJSON* id = cJSON_GetObjectItemCaseSensitive(row, "id");
+    const cJSON* uri = cJSON_GetObjectItemCaseSensitive(row, "uri");
+    if (cJSON_IsNumber(id) && cJSON_IsString(uri)) ids[id->valueint] = uri->valuestring;
+  }
+  return ids;
+}
+
+bool give_script(Session& session, std::string& ret_error) {
+  const cJSON* platform = cJSON_GetObjectItemCaseSensitive(session.test->json, "platform");
+  char* error = nullptr;
+  const std::string answers = platform == nullptr ? "[]" : tap::json_print(platform);
+  if (session.script(answers.c_str(), &error) == 0) return true;
+  ret_error = "\"platform\": " + std::string(error == nullptr ? "" : error);
+  std::free(error);
+  return false;
+}
+
+void run_steps(Session& session) {
+  report_step(session, 0);
+  const cJSON* start = cJSON_GetObjectItemCaseSensitive(session.test->json, "start");
+  if (!cJSON_IsFalse(start)) {
+    const std::int32_t resources = session.init_res();
+    const std::int32_t controls = session.init();
+    if (resources != 0) report_fail(session, "start-up: a_dtv_jsp_init_res returned " + std::to_string(resources));
+    if (controls != 0) report_fail(session, "start-up: a_dtv_jsp_init returned " + std::to_string(controls));
+  }
+  finish_startup(session);
+  int number = 0;
+  const cJSON* step = nullptr;
+  cJSON_ArrayForEach(step, cJSON_GetObjectItemCaseSensitive(session.test->json, "steps")) {
+    ++number;
+    report_step(session, number);
+    run_step(session, step, number);
+  }
+}
+
+void report_end(Session& session) {
+  const tap::Json line(cJSON_CreateObject());
+  const auto add = [&](const char* key, const std::map<std::string, int>& counts) {
+    cJSON* object = cJSON_AddObjectToObject(line.get(), key);
+    for (const auto& [name, count] : counts) cJSON_AddNumberToObject(object, name.c_str(), count);
+  };
+  add("functions", session.functions);
+  add("uris", session.uris);
+  cJSON_AddTrueToObject(line.get(), "done");
+  report_line(session.report, line.get());
+}
+
+void take_streams(const ChildFiles& files) {
+  dup2(files.out, STDOUT_FILENO);
+  dup2(files.err, STDERR_FILENO);
+  // A sanitizer writes its report without the C library's buffers, and so does a crash lose them.
+  setvbuf(stderr, nullptr, _IONBF, 0);
+}
+
+}  // namespace
+
+bool session_load(Session& session, const Libraries& libraries, std::string& ret_error) {
+  session.tap = dlopen(libraries.tap.c_str(), RTLD_NOW | RTLD_GLOBAL);
+  if (session.tap != nullptr) session.plugin = dlopen(libraries.plugin.c_str(), RTLD_NOW);
+  if (session.plugin == nullptr) {
+    ret_error = dlerror();
+    return false;
+  }
+  session.describe = reinterpret_cast<char* (*)()>(dlsym(session.plugin, "a_dtv_jsp_describe"));
+  return find_symbol(session.tap, "dtv_tap_list", session.list, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_script", session.script, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_watch", session.watch, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_raise", session.raise, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_init_res", session.init_res, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_init", session.init, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_get", session.get, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_set", session.set, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_add_listener_buffer", session.subscribe, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_remove_listener_buffer", session.unsubscribe, ret_error) &&
+         find_symbol(session.plugin, "a_dtv_jsp_get_listener_buffer", session.fetch, ret_error);
+}
+
+void report_line(int file, const cJSON* line) {
+  const std::string text = tap::json_print(line) + "\n";
+  if (write(file, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
+}
+
+void report_step(Session& session, int number) {
+  const tap::Json line(cJSON_CreateObject());
+  cJSON_AddNumberToObject(line.get(), "step", number);
+  report_line(session.report, line.get());
+}
+
+void report_fail(Session& session, const std::string& text) {
+  session.failed = true;
+  const tap::Json line(cJSON_CreateObject());
+  cJSON_AddStringToObject(line.get(), "fail", text.c_str());
+  report_line(session.report, line.get());
+}
+
+void report_note(Session& session, const std::string& text) {
+  const tap::Json line(cJSON_CreateObject());
+  cJSON_AddStringToObject(line.get(), "note", text.c_str());
+  report_line(session.report, line.get());
+}
+
+void child_run(const Case& test, const Libraries& libraries, const ChildFiles& files) {
+  // Lives as long as the process: the tap's watcher points at it.
+  static Session session;
+  session.test = &test;
+  session.report = files.report;
+  session.out.file = files.out;
+  session.err.file = files.err;
+  take_streams(files);
+  std::string error;
+  std::string refusal = test.refusal;
+  // The members are checked before anything of the case is done.
+  if (refusal.empty() && !sandbox_enter(wanted_paths(test, libraries.language_template), error)) {
+    report_fail(session, "no private file system: " + error);
+  } else if (refusal.empty() && !session_load(session, libraries, error)) {
+    report_fail(session, "cannot load: " + error);
+  } else {
+    if (refusal.empty()) {
+      char* list = session.list();
+      session.contract = read_contract(list);
+      std::free(list);
+      refusal = check_case(test, session.contract);
+    }
+    if (refusal.empty() && !give_script(session, error)) refusal = error;
+    if (!refusal.empty()) {
+      report_fail(session, "refused: " + refusal);
+    } else {
+      session.uri_of_id = read_ids(session);
+      session.watch(add_line, &session);
+      run_steps(session);
+    }
+  }
+  report_end(session);
+  // Not _exit, so that a leak sanitizer looks.
+  std::exit(session.failed ? 1 : 0);
+}
+
+void child_inventory(const Libraries& libraries, const ChildFiles& files) {
+  take_streams(files);
+  static Session session;
+  session.report = files.report;
+  std::string error;
+  if (session_load(session, libraries, error)) {
+    const tap::Json line(cJSON_CreateObject());
+    char* contract = session.list();
+    cJSON_AddItemToObject(line.get(), "contract", cJSON_Parse(contract));
+    std::free(contract);
+    char* registry = session.describe == nullptr ? nullptr : session.describe();
+    cJSON_AddItemToObject(line.get(), "registry", registry == nullptr ? cJSON_CreateNull() : cJSON_Parse(registry));
+    std::free(registry);
+    report_line(session.report, line.get());
+    report_end(session);
+  } else {
+    report_fail(session, "cannot load: " + error);
+  }
+  std::exit(session.failed ? 1 : 0);
+}
+
+}  // namespace runner

@@ -1,0 +1,30 @@
+// One case in a process of its own.
+#pragma once
+
+#include <string>
+
+#include "runner/case.h"
+
+namespace runner {
+
+struct Libraries {
+  std::string plugin;             // absolute paths
+  std::string tap;
+  std::string language_template;  // bytes of the language library
+};
+
+// The memory files through which the child tells what happened; its parent reads them when it has ended.
+struct ChildFiles {
+  int report = -1;  // JSON lines, see report_*
+  int out = -1;     // standard output
+  int err = -1;     // standard error
+};
+
+// Lines of the report: {"step": number} as each begins (0: start-up), {"fail": text}, {"note": text} for -v,
+// {"functions": {name: count}, "uris": {uri: count}} and {"done": true} at the end.
+[[noreturn]] void child_run(const Case& test, const Libraries& libraries, const ChildFiles& files);
+
+// Writes {"contract": [...], "registry": {...}} (what dtv_tap_list and a_dtv_jsp_describe say) instead of a case.
+[[noreturn]] void child_inventory(const Libraries& libraries, const ChildFiles& files);
+
+}  // namespace runner

@@ -1,0 +1,56 @@
+// The "call" step: exported functions by name, with their arguments from JSON.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tap/value.h"
+
+namespace runner {
+
+// What an argument is, by the parameter's C type.
+struct ArgumentKind {
+  enum Form {
+    NUMBER,    // passed by value
+    TEXT,      // const char*
+    BYTES,     // char*: a buffer
+    UNTYPED,   // void*: a record by name, a buffer, or null
+    VARIABLE,  // T*: one number
+    RECORD,    // T*: one record
+    FUNCTION,  // the name of an exported function, or null
+  } form = NUMBER;
+  const tap::Type* type = nullptr;  // of the number, the variable, the record
+};
+
+struct Argument {
+  std::uint64_t bits = 0;                  // as it is passed
+  std::vector<std::uint64_t> backing;   // what it points at, where that has room for any record
+  std::vector<char> buffer;                // what it points at, where the case gave the size
+  std::string text;
+  const tap::Type* type = nullptr;         // of what it points at, where that is a record or a variable
+};
+
+struct Export {
+  const char* name;
+  std::vector<ArgumentKind> arguments;
+  bool has_result;
+  std::int64_t (*run)(void* fct, const Argument* arguments);
+};
+
+// Null for a name that is not an exported function.
+const Export* find_export(std::string_view name);
+
+// Makes the arguments of a call; library resolves the names of functions. False with ret_error when a value does not
+// fit its argument.
+bool make_arguments(const Export& exported, const cJSON* in, void* library, std::vector<Argument>& ret_arguments,
+                    std::string& ret_error);
+
+// Compares the arguments afterwards with "after" and gives what differs; empty when nothing does. With check_only
+// nothing is compared, but "after" must fit the function and "in".
+std::string compare_after(const Export& exported, const std::vector<Argument>& arguments, const cJSON* after,
+                          bool check_only);
+
+}  // namespace runner

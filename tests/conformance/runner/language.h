@@ -1,0 +1,8 @@
+// What the runner and the language library that it writes agree on.
+#pragma once
+
+namespace runner {
+
+constexpr char LANGUAGE_MARK[] = "language-texts-1";
+
+}  // namespace runner

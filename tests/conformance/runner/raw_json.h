@@ -1,0 +1,21 @@
+// JSON as it stands in a case file: what a request hands over must not pass through a parser that rounds numbers,
+// merges members or decodes escapes.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace runner {
+
+// The members of an object, with their keys as written, or the elements of an array, with empty keys; of valid JSON.
+std::vector<std::pair<std::string_view, std::string_view>> raw_children(std::string_view json);
+
+// The value of a member; empty when there is none.
+std::string_view raw_member(std::string_view object, std::string_view key);
+
+// Without white space outside of texts.
+std::string raw_minified(std::string_view json);
+
+}  // namespace runner
