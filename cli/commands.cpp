@@ -30,7 +30,7 @@ Describe describer(Session& session) {
 
 bool take_result(const std::string& answer, std::int64_t& ret_result, Failure& ret_failure) {
   json::value value;
-  const std::optional<std::string_view> text = json_member(answer, {"ret"});
+  const std::optional<std::string_view> text = json_member(answer, "ret");
   if (text && json_parse(*text, value) && value.is_int64()) {
     ret_result = value.get_int64();
     return true;
@@ -63,7 +63,7 @@ int run_get(const Options& options, Session& session, Words words, Failure& ret_
   }
   if (options.json) {
     print_line(answer);
-  } else if (const auto text = json_member(answer, {"response"}); text) {
+  } else if (const auto text = json_member(answer, "response"); text) {
     json::value response;
     if (json_parse(*text, response) && response.is_object()) print_response(response.get_object());
   }
@@ -105,7 +105,7 @@ int run_tv(const Options& options, Session& session, Words words, Failure& ret_f
 
 bool contains(std::string_view text, std::string_view part) {
   const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-  return !std::ranges::search(text, part, same).empty() || part.empty();
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
 }
 
 std::string cell(const json::object& row, std::string_view key) {
@@ -204,7 +204,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
     if (waited == Waited::kTimeout) break;
     if (waited == Waited::kFailed) return ret_failure.exit_code;
     if (message.method == "overflow") {
-      const std::string dropped(json_member(message.params, {"dropped"}).value_or("some"));
+      const std::string dropped(json_member(message.params, "dropped").value_or("some"));
       std::fprintf(stderr, "dtvctl: %s messages were dropped; this program reads too slowly\n", dropped.c_str());
     } else if (message.method == method) {
       if (!print(message.params)) break;
@@ -234,7 +234,7 @@ int run_watch(const Options& options, Session& session, Words words, Failure& re
     if (!session.call("subscribe", R"({"uri":)" + quoted(uri) + "}", answer, ret_failure)) return ret_failure.exit_code;
   }
   const auto print = [](const std::string& params) {
-    if (const auto text = json_member(params, {"notification"}); text) return print_line(*text);
+    if (const auto text = json_member(params, "notification"); text) return print_line(*text);
     std::fprintf(stderr, "dtvctl: a notification that cannot be shown: %s\n", params.c_str());
     return true;
   };

@@ -95,11 +95,10 @@ const boost::json::object* find_uri(const boost::json::value& description, std::
 // "there is no URI ...", with the nearest ones.
 std::string unknown_uri(const boost::json::value& description, const std::string& uri);
 
-// ---- json_text.cpp ----
+// ---- json.cpp ----
 
-// The text of a member, as it stands in a valid JSON object's text: found by the path of keys. Nothing where there is
-// none.
-std::optional<std::string_view> json_member(std::string_view object, std::initializer_list<std::string_view> path);
+// A member's text, as it stands in the text of a valid JSON object; nothing where there is none.
+std::optional<std::string_view> json_member(std::string_view object, std::string_view key);
 
 bool json_parse(std::string_view text, boost::json::value& ret_value);
 

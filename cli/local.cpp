@@ -106,7 +106,7 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
     return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
   };
   const std::string uri = text("uri");
-  const std::optional<std::string_view> parameter = json_member(params, {"parameter"});
+  const std::optional<std::string_view> parameter = json_member(params, "parameter");
   const std::string param = parameter ? R"({"PARAMETER":)" + std::string(*parameter) + "}" : "";
 
   if (method == "get") return get(set, uri, param, ret_result, ret_failure);

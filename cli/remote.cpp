@@ -135,7 +135,7 @@ std::optional<std::string> take_answer(Connection& connection, std::uint64_t id,
     }
     if (const json::value* method = message->if_contains("method"); method != nullptr && method->is_string()) {
       connection.notifications.push_back(
-          {std::string(method->get_string()), std::string(json_member(text, {"params"}).value_or("{}"))});
+          {std::string(method->get_string()), std::string(json_member(text, "params").value_or("{}"))});
       continue;
     }
     const json::value* answered = message->if_contains("id");
@@ -174,7 +174,7 @@ bool call(Connection& connection, std::string_view method, const std::string& pa
     ret_failure = rpc_failure(error->get_object());
     return false;
   }
-  const std::optional<std::string_view> result = json_member(*answer, {"result"});
+  const std::optional<std::string_view> result = json_member(*answer, "result");
   if (!result) {
     ret_failure = {kExitProtocol, "the host's answer has neither a result nor an error: " + answer->substr(0, 200)};
     return false;

@@ -253,7 +253,7 @@ std::string unknown_uri(const json::value& description, const std::string& uri) 
   if (const json::value* rows = member(&description, "uris"); rows != nullptr && rows->is_array()) {
     for (const json::value& row : rows->get_array()) uris.push_back(text_of(member(&row, "uri")));
     std::ranges::sort(uris);
-    uris.erase(std::ranges::unique(uris).begin(), uris.end());  // some are registered twice
+    uris.erase(std::unique(uris.begin(), uris.end()), uris.end());  // some are registered twice
   }
   std::string text = "there is no URI " + uri;
   const std::vector<std::string> near = nearest(uri, uris, 3);

@@ -194,7 +194,7 @@ test('watch: a change that changes nothing is not told of', async (t) => {
 
 test('trace shows the calls and callbacks that a command causes', async (t) => {
   const folder = stateFolder(t);
-  const { code, stdout } = await local(folder, '--json', 'trace', '--', 'set', volume, '33');
+  const { code, stdout } = await local(folder, '--json', 'trace', '--count', '2', '--', 'set', volume, '33');
   assert.equal(code, 0);
   const lines = stdout.trim().split('\n').map(JSON.parse);
   assert.equal(lines.length, 2);

@@ -1,0 +1,155 @@
+// dtvctl against the running host: what one shell changes, another one sees.
+import assert from 'node:assert/strict';
+import { join } from 'node:path';
+import { test } from 'node:test';
+
+import { build, ctl, dtvctl, start, stateFolder } from './cli_support.mjs';
+
+const volume = '/tv/cast/volume/volume';
+const volumeNotify = '/tv/ws/notify/volume_ctrl';
+const notifyText = (value, muted) =>
+  `{"URI":"${volumeNotify}","REQUEST":"NOTIFY","ITEMS":[{"volValue":${value},"muteStatus":${muted}}]}`;
+
+// A host on a free port with a set of its own, and dtvctl bound to it.
+async function host(t, state = stateFolder(t)) {
+  const server = start(join(build, 'bin/dtv-host'), ['--listen', '127.0.0.1:0', '--state', state]);
+  t.after(() => server.stop('SIGKILL'));
+  const address = (await server.line()).match(/127\.0\.0\.1:\d+/)[0];
+  const env = { DTV_HOST: address };
+  return {
+    server,
+    address,
+    ctl: (...words) => ctl(words, { env }),
+    start: (...words) => start(dtvctl, words, { env }),
+  };
+}
+
+async function done(promise) {
+  const { code, stdout, stderr } = await promise;
+  assert.equal(code, 0, stderr);
+  return stdout;
+}
+
+// Subscribed or not cannot be seen from outside: press a key until the first line comes.
+async function ready(set, watching) {
+  for (let i = 0; i < 100 && watching.more() === 0; ++i) {
+    await done(set.ctl('tv', 'volume', i % 2 ? 'down' : 'up'));
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+  await new Promise((resolve) => setTimeout(resolve, 100));
+  while (watching.more() > 0) await watching.line();
+}
+
+test('set in one shell, get in the next', async (t) => {
+  const set = await host(t);
+  assert.equal(await done(set.ctl('set', volume, '23')), 'ok\n');
+  const { ret, response } = JSON.parse(await done(set.ctl('--json', 'get', volume)));
+  assert.equal(ret, 0);
+  assert.deepEqual(response.ITEMS[0].VALUE, 23);
+  assert.equal(await done(set.ctl('--json', 'tv', 'state')), '{"volume":23,"mute":false}\n');
+});
+
+test('watch prints what the remote control and another shell change', async (t) => {
+  const set = await host(t);
+  const watching = set.start('watch', volumeNotify);
+  await ready(set, watching);
+  await done(set.ctl('tv', 'volume', '50'));
+  assert.equal(await watching.line(), notifyText(50, 0));
+  await done(set.ctl('set', '/tv/cast/volume/mute', '1'));
+  assert.equal(await watching.line(), notifyText(50, 1));
+  assert.equal((await watching.stop('SIGINT')).code, 'SIGINT');
+});
+
+test('several watchers each get every notification', async (t) => {
+  const set = await host(t);
+  const watchers = [set.start('watch', volumeNotify), set.start('watch', volumeNotify), set.start('watch', volumeNotify)];
+  for (const watching of watchers) await ready(set, watching);
+  await new Promise((resolve) => setTimeout(resolve, 200));
+  for (const watching of watchers) while (watching.more() > 0) await watching.line();
+  await done(set.ctl('tv', 'volume', '77'));
+  for (const watching of watchers) assert.equal(await watching.line(), notifyText(77, 0));
+  for (const watching of watchers) await watching.stop();
+});
+
+test('watch with a command, in one', async (t) => {
+  const set = await host(t);
+  assert.equal((await set.ctl('watch', '--count', '1', volumeNotify, '--', 'tv', 'volume', 'up')).stdout, notifyText(21, 0) + '\n');
+});
+
+test('trace shows the platform calls that another shell causes', async (t) => {
+  const set = await host(t);
+  const tracing = set.start('--json', 'trace');
+  for (let i = 0; i < 100 && tracing.more() === 0; ++i) {
+    await done(set.ctl('get', volume));
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+  while (tracing.more() > 0) assert.equal(JSON.parse(await tracing.line()).call, 'a_vextvapi_volctrl_getVolume');
+  await done(set.ctl('set', volume, '33'));
+  const lines = [JSON.parse(await tracing.line()), JSON.parse(await tracing.line())];
+  assert.deepEqual(lines.find((line) => line.call === 'a_vextvapi_volctrl_setVolume').in, { volume: 33 });
+  assert.equal(lines.find((line) => line.event === 'a_vextvapi_volctrl_reg_callback').in.pv_arg1, 33);
+  await tracing.stop();
+});
+
+test('list is the same as that of a local set', async (t) => {
+  const set = await host(t);
+  const folder = stateFolder(t);
+  assert.equal(await done(set.ctl('--json', 'list')), await done(ctl(['--local', '--state', folder, '--json', 'list'])));
+});
+
+test('faults: a failing, a slow and a silent platform', async (t) => {
+  const set = await host(t);
+  const setVolume = 'a_vextvapi_volctrl_setVolume';
+  await done(set.ctl('tv', 'fault', setVolume, '--fail', '-3'));
+  const refused = await set.ctl('set', volume, '40');
+  assert.equal(refused.code, 1);
+  assert.match(refused.stderr, /-3/);
+  assert.match(await done(set.ctl('tv', 'faults')), new RegExp(setVolume));
+  await done(set.ctl('tv', 'fault', setVolume, '--delay', '400'));
+  const begun = Date.now();
+  await done(set.ctl('set', volume, '40'));
+  assert.ok(Date.now() - begun >= 400);
+  await done(set.ctl('tv', 'fault', '--clear'));
+  await done(set.ctl('tv', 'fault', 'a_vextvapi_volctrl_reg_callback', '--drop-callback'));
+  assert.equal((await set.ctl('watch', '--for', '0.5', volumeNotify, '--', 'tv', 'volume', 'up')).stdout, '');
+  await done(set.ctl('tv', 'fault', '--clear'));
+  assert.equal(
+    (await set.ctl('watch', '--count', '1', volumeNotify, '--', 'tv', 'volume', 'up')).stdout,
+    notifyText(42, 0) + '\n',
+  );
+});
+
+test('refusals are exit code 1', async (t) => {
+  const set = await host(t);
+  for (const [words, says] of [
+    [['get', '/tv/cast/volume/volum'], /\/tv\/cast\/volume\/volume/],
+    [['set', volume, '101'], /-1/],
+    [['tv', 'dance'], /dance/],
+    [['tv', 'fault', 'no_function', '--fail'], /no_function/],
+  ]) {
+    const { code, stderr } = await set.ctl(...words);
+    assert.equal(code, 1, stderr);
+    assert.match(stderr, says);
+  }
+});
+
+test('a host that is killed loses nothing', async (t) => {
+  const state = stateFolder(t);
+  const first = await host(t, state);
+  await done(first.ctl('set', volume, '61'));
+  assert.equal((await first.server.stop('SIGKILL')).code, 'SIGKILL');
+  const gone = await first.ctl('get', volume);
+  assert.equal(gone.code, 3);
+  assert.match(gone.stderr, /make run/);
+  const second = await host(t, state);
+  assert.equal(await done(second.ctl('--json', 'tv', 'state')), '{"volume":61,"mute":false}\n');
+});
+
+test('a local set does not share the folder of a running one', async (t) => {
+  const state = stateFolder(t);
+  const set = await host(t, state);
+  const { code, stderr } = await ctl(['--local', '--state', state, 'get', volume]);
+  assert.equal(code, 3);
+  assert.match(stderr, /another process/);
+  await done(set.ctl('get', volume));
+});
