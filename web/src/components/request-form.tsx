@@ -182,7 +182,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
           <span class={shown.level}>{shown.text}</span>
         ) : (
           <>
-            {field.help && <span>{field.help} </span>}
+            {field.help && `${field.help} · `}
             <span class="quiet">{describeKind(field)}</span>
           </>
         )}

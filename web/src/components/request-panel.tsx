@@ -2,6 +2,7 @@ import { useSignal } from "@preact/signals";
 import { hexId, shortType } from "../model/catalogue";
 import { groups, list, outcomes, selectedRow, selectedType, selectedUri, setWatched, watched } from "../model/session";
 import type { ItemType, UriRow } from "../rpc";
+import { Breakable } from "./breakable";
 import { CopyButton } from "./copy-button";
 import { GetForm, SetForm } from "./request-form";
 import { ResponseView } from "./response-view";
@@ -13,10 +14,12 @@ export function RequestPanel() {
     <main class="panel request" aria-label="Request">
       {row ? (
         <Selected key={row.uri} row={row} type={selectedType.value} />
-      ) : selectedUri.value && list.value ? (
-        <p class="empty">
-          The registry has no URI <code>{selectedUri.value}</code>.
-        </p>
+      ) : selectedUri.value ? (
+        list.value && (
+          <p class="empty">
+            The registry has no URI <code>{selectedUri.value}</code>.
+          </p>
+        )
       ) : (
         <Start />
       )}
@@ -36,9 +39,11 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
     <>
       <div class="request-head">
         <h1>
-          <span class="quiet">{row.uri.slice(0, cut)}</span>
+          <span class="quiet">
+            <Breakable text={row.uri.slice(0, cut)} />
+          </span>
           <wbr />
-          {row.uri.slice(cut)}
+          <Breakable text={row.uri.slice(cut)} />
         </h1>
         <CopyButton text={row.uri} label="Copy the URI" />
         <dl class="facts">
@@ -62,23 +67,27 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
       </div>
       {abilities.length === 0 ? (
         <p class="card not-served">
-          <b>Not served.</b> The URI is registered, but nothing in the plugin answers it yet: requests for it fail.
+          <b>Not served.</b> The URI is registered, but nothing in the plugin serves it yet.
         </p>
       ) : (
         <div class="request-cards">
           <section class="card" aria-label="Make a request">
-            <div class="segments" role="group" aria-label="Kind of request">
-              {abilities.map((ability) => (
-                <button
-                  type="button"
-                  key={ability}
-                  aria-pressed={chosen.value === ability}
-                  onClick={() => (chosen.value = ability)}
-                >
-                  {tabNames[ability]}
-                </button>
-              ))}
-            </div>
+            {abilities.length === 1 ? (
+              <h2>{chosen.value && tabNames[chosen.value]}</h2>
+            ) : (
+              <div class="segments" role="group" aria-label="Kind of request">
+                {abilities.map((ability) => (
+                  <button
+                    type="button"
+                    key={ability}
+                    aria-pressed={chosen.value === ability}
+                    onClick={() => (chosen.value = ability)}
+                  >
+                    {tabNames[ability]}
+                  </button>
+                ))}
+              </div>
+            )}
             {chosen.value === "get" && <GetForm row={row} type={type} />}
             {chosen.value === "set" && <SetForm row={row} type={type} />}
             {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
@@ -124,7 +133,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
 }
 
 function Start() {
-  const served = groups.value.flatMap((group) => group.rows).filter((row) => row.served);
+  const served = groups.value.flatMap((group) => group.rows).filter((row) => row.get || row.set);
   return (
     <div class="start">
       <h1>Talk to the television</h1>
@@ -132,21 +141,23 @@ function Start() {
         Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to
         it; the page shows the request, the answer and the platform calls that it caused.
       </p>
+      <p class="hint">
+        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
+      </p>
       {served.length > 0 && (
         <>
           <h2>Start with</h2>
           <ul class="start-list">
             {served.slice(0, 6).map((row) => (
               <li key={row.id}>
-                <a href={`#${row.uri}`}>{row.uri}</a>
+                <a href={`#${row.uri}`}>
+                  <Breakable text={row.uri} />
+                </a>
               </li>
             ))}
           </ul>
         </>
       )}
-      <p class="hint">
-        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
-      </p>
     </div>
   );
 }

@@ -3,11 +3,12 @@ import { useComputed, useSignal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
 import { filterGroups, markWords, searchWords, shortType, type Group, type Row } from "../model/catalogue";
 import { groups, list, selectedUri, setWatched, view, watched } from "../model/session";
+import { Breakable } from "./breakable";
 import { BellIcon, BellOnIcon, SearchIcon } from "./icons";
 
-const linksIn = (element: HTMLElement): HTMLAnchorElement[] =>
-  // What a closed group hides has no boxes.
-  [...element.querySelectorAll<HTMLAnchorElement>("a.uri")].filter((link) => link.checkVisibility());
+/** What the arrow keys visit: groups and URIs, without those that a closed group hides. */
+const stopsIn = (panel: HTMLElement): HTMLElement[] =>
+  [...panel.querySelectorAll<HTMLElement>(".list-body summary, a.uri")].filter((stop) => stop.checkVisibility());
 
 export function UriList() {
   const search = useSignal("");
@@ -15,6 +16,11 @@ export function UriList() {
   const words = useComputed(() => searchWords(search.value));
   const shown = useComputed(() => filterGroups(groups.value, words.value, servedOnly.value));
   const count = useComputed(() => shown.value.reduce((sum, group) => sum + group.rows.length, 0));
+  // The whole list is one stop of the Tab key.
+  const tabStop = useComputed(() => {
+    const uris = shown.value.flatMap((group) => group.rows.map((row) => row.uri));
+    return uris.includes(selectedUri.value) ? selectedUri.value : (uris[0] ?? "");
+  });
   const input = useRef<HTMLInputElement>(null);
   const panel = useRef<HTMLElement>(null);
 
@@ -34,15 +40,16 @@ export function UriList() {
   // From the search with the arrow keys into the rows and back; Enter takes the first hit.
   function moveFocus(event: KeyboardEvent) {
     if (!panel.current) return;
-    const links = linksIn(panel.current);
-    const at = links.indexOf(document.activeElement as HTMLAnchorElement);
+    const stops = stopsIn(panel.current);
+    const at = stops.indexOf(document.activeElement as HTMLElement);
+    const firstUri = Math.max(0, stops.findIndex((stop) => stop.matches("a")));
     let next: number;
-    if (event.key === "ArrowDown") next = at + 1;
+    if (event.key === "ArrowDown") next = at < 0 ? firstUri : at + 1;
     else if (event.key === "ArrowUp") next = at - 1;
     else if (event.key === "Home" && at >= 0) next = 0;
-    else if (event.key === "End" && at >= 0) next = links.length - 1;
+    else if (event.key === "End" && at >= 0) next = stops.length - 1;
     else if (event.key === "Enter" && event.target === input.current) {
-      links[0]?.click();
+      stops[firstUri]?.click();
       return;
     } else if (event.key === "Escape" && search.value !== "") {
       search.value = "";
@@ -51,7 +58,7 @@ export function UriList() {
     } else return;
     event.preventDefault();
     if (next < 0) input.current?.focus();
-    else links[Math.min(next, links.length - 1)]?.focus();
+    else stops[Math.min(next, stops.length - 1)]?.focus();
   }
 
   const total = list.value?.uris.length ?? 0;
@@ -88,7 +95,7 @@ export function UriList() {
       </div>
       <nav class="list-body" aria-label="URIs by group">
         {shown.value.map((group) => (
-          <GroupView key={group.key} group={group} words={words.value} />
+          <GroupView key={group.key} group={group} words={words.value} tabStop={tabStop.value} />
         ))}
         {total > 0 && count.value === 0 && <p class="empty">No URI holds all of these words.</p>}
       </nav>
@@ -96,11 +103,11 @@ export function UriList() {
   );
 }
 
-function GroupView({ group, words }: { group: Group; words: string[] }) {
+function GroupView({ group, words, tabStop }: { group: Group; words: string[]; tabStop: string }) {
   const holdsSelected = group.rows.some((row) => row.uri === selectedUri.value);
   return (
     <details class="group" open={group.served || holdsSelected || words.length > 0} data-served={group.served}>
-      <summary>
+      <summary tabIndex={-1}>
         <span class="group-name">
           <Marked text={group.prefix} words={words} />
         </span>
@@ -113,7 +120,7 @@ function GroupView({ group, words }: { group: Group; words: string[] }) {
             {!row.served && group.rows[index - 1]?.served && (
               <li class="not-served-line">Not served</li>
             )}
-            <RowView row={row} words={words} />
+            <RowView row={row} words={words} tabStop={tabStop} />
           </Fragment>
         ))}
       </ul>
@@ -122,10 +129,20 @@ function GroupView({ group, words }: { group: Group; words: string[] }) {
 }
 
 const Marked = ({ text, words }: { text: string; words: string[] }) => (
-  <>{markWords(text, words).map((piece) => (piece.hit ? <mark>{piece.text}</mark> : piece.text))}</>
+  <>
+    {markWords(text, words).map((piece, index) =>
+      piece.hit ? (
+        <mark key={index}>
+          <Breakable text={piece.text} />
+        </mark>
+      ) : (
+        <Breakable key={index} text={piece.text} />
+      ),
+    )}
+  </>
 );
 
-function RowView({ row, words }: { row: Row; words: string[] }) {
+function RowView({ row, words, tabStop }: { row: Row; words: string[]; tabStop: string }) {
   const selected = row.uri === selectedUri.value;
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
   return (
@@ -133,6 +150,7 @@ function RowView({ row, words }: { row: Row; words: string[] }) {
       <a
         class="uri"
         href={`#${row.uri}`}
+        tabIndex={row.uri === tabStop ? 0 : -1}
         aria-current={selected ? "true" : undefined}
         aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : "not served"}`}
         // The view changes also when the row was selected before, which changes no hash.
@@ -165,6 +183,8 @@ function WatchBell({ uri }: { uri: string }) {
     <button
       type="button"
       class="icon-button bell"
+      // By keyboard the same is done in the request panel and in the list of subscriptions.
+      tabIndex={-1}
       aria-pressed={on}
       aria-label={`Subscribe to ${uri}`}
       title={on ? "Subscribed; click to end it" : "Subscribe"}

@@ -2,6 +2,19 @@ import { useLayoutEffect, useRef } from "preact/hooks";
 import { volume } from "../model/session";
 import { MutedIcon, SpeakerIcon } from "./icons";
 
+// A hand may leave the slider before it lets go.
+function hold() {
+  const ended = new AbortController();
+  const release = () => {
+    ended.abort();
+    volume.release();
+  };
+  volume.grab();
+  for (const type of ["pointerup", "pointercancel", "blur"]) {
+    window.addEventListener(type, release, { signal: ended.signal });
+  }
+}
+
 export function VolumeBar() {
   const level = volume.volume.value;
   const muted = volume.muted.value === true;
@@ -34,10 +47,7 @@ export function VolumeBar() {
         aria-label="Volume"
         value={level ?? 0}
         disabled={level === null}
-        onPointerDown={() => volume.grab()}
-        onPointerUp={() => volume.release()}
-        onPointerCancel={() => volume.release()}
-        onBlur={() => volume.release()}
+        onPointerDown={hold}
         onInput={(event) => volume.slide(event.currentTarget.valueAsNumber)}
       />
       <output aria-hidden="true">{level ?? "–"}</output>

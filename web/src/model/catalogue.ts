@@ -28,11 +28,11 @@ function commonPrefix(uris: string[]): string {
   return prefix.slice(0, prefix.lastIndexOf("/") + 1);
 }
 
-const isServed = (row: UriRow): boolean => row.get || row.set || row.notify;
+// What can be asked comes before what only tells, and that before what nothing serves yet.
+const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : 2);
+const rankOfGroup = (group: Group): number => Math.min(...group.rows.map(rank));
 
-const servedFirst = (a: { served: boolean }, b: { served: boolean }) => Number(b.served) - Number(a.served);
-
-/** The registry by group, what answers today first; else the registry's own order holds. */
+/** The registry by group, ranked; else the registry's own order holds. */
 export function groupRows(uris: UriRow[]): Group[] {
   const byGroup = new Map<string, UriRow[]>();
   for (const row of uris) {
@@ -46,12 +46,12 @@ export function groupRows(uris: UriRow[]): Group[] {
     const rows = members.map((row) => ({
       ...row,
       tail: row.uri.slice(prefix.length),
-      served: isServed(row),
+      served: rank(row) < 2,
       haystack: `${row.uri} ${row.type} ${hexId(row.id)}`.toLowerCase(),
     }));
-    return { key, prefix, rows: rows.sort(servedFirst), served: rows.some((row) => row.served) };
+    return { key, prefix, rows: rows.sort((a, b) => rank(a) - rank(b)), served: rows.some((row) => row.served) };
   });
-  return groups.sort(servedFirst);
+  return groups.sort((a, b) => rankOfGroup(a) - rankOfGroup(b));
 }
 
 export const searchWords = (text: string): string[] => text.toLowerCase().split(/\s+/).filter(Boolean);

@@ -13,9 +13,13 @@ const shellQuote = (text: string): string => `'${text.replaceAll("'", `'\\''`)}'
 const message = (call: Call): JsonObject => ({ jsonrpc: "2.0", id: 1, method: call.method, params: call.params });
 
 function curl(call: Call, origin: string): string {
-  const uri = String(call.params["uri"]);
-  if (call.method === "get" && call.params["parameter"] === undefined) return `curl ${origin}${uri}`;
-  return `curl ${origin}/jsonrpc \\\n  -H 'content-type: application/json' \\\n  -d ${shellQuote(JSON.stringify(message(call)))}`;
+  const address = origin + String(call.params["uri"]);
+  const parameter = call.params["parameter"];
+  if (parameter === undefined) return `curl ${address}`;
+  const text = JSON.stringify(parameter);
+  return call.method === "set"
+    ? `curl -X PUT ${address} \\\n  -d ${shellQuote(text)}`
+    : `curl -G ${address} \\\n  --data-urlencode ${shellQuote(`parameter=${text}`)}`;
 }
 
 function javascript(call: Call, origin: string, width: number): string {

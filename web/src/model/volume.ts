@@ -27,8 +27,10 @@ export interface VolumeControl {
   toggleMute(): void;
 }
 
-// How long the slider stays where it was let go while its own echo is still on the way.
-const settleMs = 400;
+// How long the slider stays where it was let go: while its own echo is on the way, and after that echo has come, since
+// echoes of earlier positions may still follow.
+const awaitEchoMs = 400;
+const afterEchoMs = 80;
 
 /**
  * The slider's logic. While it is held, at most one set is in flight and the last position wins; what the television
@@ -42,11 +44,16 @@ export function createVolume(actions: VolumeActions): VolumeControl {
   let held = false;
   let inFlight = false;
   let sent: number | null = null;
-  let settleTimer: ReturnType<typeof setTimeout> | undefined;
+  let letGo: { timer: ReturnType<typeof setTimeout>; echoed: boolean } | undefined;
   let changes = 0;
 
+  function keepHold() {
+    clearTimeout(letGo?.timer);
+    letGo = undefined;
+  }
+
   function yieldToActual() {
-    clearTimeout(settleTimer);
+    keepHold();
     wanted.value = null;
     sent = null;
   }
@@ -61,17 +68,18 @@ export function createVolume(actions: VolumeActions): VolumeControl {
 
   function settle() {
     if (held || inFlight || wanted.value === null) return;
-    if (wanted.value === actual.value?.volume) {
-      yieldToActual();
-      return;
-    }
-    clearTimeout(settleTimer);
-    settleTimer = setTimeout(() => {
+    const echoed = wanted.value === actual.value?.volume;
+    if (letGo && (letGo.echoed || !echoed)) return;
+    keepHold();
+    const then = () => {
+      if (echoed) yieldToActual();
       // No echo came: ask before letting go.
-      void read().finally(() => {
-        if (!held && !inFlight) yieldToActual();
-      });
-    }, settleMs);
+      else
+        void read().finally(() => {
+          if (!held && !inFlight) yieldToActual();
+        });
+    };
+    letGo = { timer: setTimeout(then, echoed ? afterEchoMs : awaitEchoMs), echoed };
   }
 
   async function pump() {
@@ -109,9 +117,10 @@ export function createVolume(actions: VolumeActions): VolumeControl {
     },
     grab() {
       held = true;
+      keepHold();
     },
     slide(volume) {
-      clearTimeout(settleTimer);
+      keepHold();
       wanted.value = volume;
       void pump();
     },
