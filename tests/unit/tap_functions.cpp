@@ -1,0 +1,13 @@
+// The made-up contract, expanded by the tap's own macros.
+#include "tap_contract.h"
+
+#include "tap/record.h"
+
+DTV_RECORD(DEMO_POINT, x, y)
+DTV_RECORD(DEMO_BOX, corner, name, wide_name, bytes, size, colour, marks, comment, link)
+DTV_UNION(DEMO_CODE, opcode, reason)
+DTV_RECORD(DEMO_EVENT, type, u_code, u_data)
+
+#include "tap/expand.h"
+
+#include "tap_contract.h"

@@ -1,0 +1,66 @@
+// Lines of the tap, and a clean tap, for its tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "dtv_tap.h"
+#include "tap/json.h"
+#include "tap_contract.h"
+
+struct TapLines {
+  std::mutex lock;
+  std::vector<std::string> lines;
+};
+
+inline void tap_add_line(void* context, const char* line) {
+  TapLines& lines = *static_cast<TapLines*>(context);
+  const std::lock_guard guard(lines.lock);
+  lines.lines.emplace_back(line);
+}
+
+// A line without what differs from run to run: the time, the order, the thread, the duration.
+inline std::string tap_plain(const std::string& line) {
+  std::string error;
+  const tap::Json json = tap::json_parse(line, error);
+  for (const char* key : {"t", "seq", "thread", "duration"}) cJSON_DeleteItemFromObjectCaseSensitive(json.get(), key);
+  return tap::json_print(json.get());
+}
+
+// A test begins and ends with a tap that forwards, with nobody watching.
+struct TapTest : testing::Test {
+  TapLines seen;
+  void SetUp() override { reset(); }
+  void TearDown() override { reset(); }
+  static void reset() {
+    dtv_tap_watch(nullptr, nullptr);
+    dtv_tap_on_event(nullptr, nullptr);
+    dtv_tap_fault(nullptr, nullptr);
+    dtv_tap_script(nullptr, nullptr);
+    dtv_tap_replay(nullptr, nullptr);
+  }
+  void watch() { dtv_tap_watch(tap_add_line, &seen); }
+  std::vector<std::string> plain_lines() {
+    const std::lock_guard guard(seen.lock);
+    std::vector<std::string> plain;
+    for (const std::string& line : seen.lines) plain.push_back(tap_plain(line));
+    return plain;
+  }
+  static void script(const char* answers) {
+    char* error = nullptr;
+    EXPECT_EQ(dtv_tap_script(answers, &error), 0) << (error == nullptr ? "" : error);
+    std::free(error);
+  }
+  // The error of a script that must be refused.
+  static std::string script_error(const char* answers) {
+    char* error = nullptr;
+    EXPECT_EQ(dtv_tap_script(answers, &error), -1) << answers;
+    const std::string text = error == nullptr ? "" : error;
+    std::free(error);
+    return text;
+  }
+};
