@@ -12,7 +12,7 @@ enum class CallKind { get, set, control };
 struct Call {
   CallKind kind = CallKind::get;
   const char* uri = nullptr;  // the catalogue's; null for control
-  std::string text = {};           // get, set: {"PARAMETER": ...}, empty for none; control: array of words
+  std::string text = {};      // get, set: {"PARAMETER": ...}, empty for none; control: array of words
   bool traced = false;        // whether the platform calls are wanted
 };
 

@@ -7,18 +7,22 @@
 namespace json = boost::json;
 
 bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::string& ret_error) {
-  std::vector<std::string> uris;
-  std::vector<std::string> notifying;
   if (std::string wrong; !json_is_whole(description, &wrong)) {
     ret_error = "the plugin's description of its URIs is not JSON, " + wrong;
     return false;
   }
+  std::vector<std::string> uris;
+  std::unordered_map<std::string, bool> notifies;
   try {
     const json::value parsed = json::parse(description);
     for (const json::value& row : parsed.at("uris").as_array()) {
-      uris.emplace_back(row.at("uri").as_string());
+      const std::string uri(row.at("uri").as_string());
+      // A URI of the notification group stays one where the plugin cannot render its notifications yet.
+      const json::value* group = row.as_object().if_contains("group");
       const json::value* notify = row.as_object().if_contains("notify");
-      if (notify != nullptr && notify->is_bool() && notify->get_bool()) notifying.push_back(uris.back());
+      const bool can = (notify != nullptr && notify->is_bool() && notify->get_bool()) ||
+                       (group != nullptr && group->is_string() && group->get_string() == "WS_NFY");
+      if (notifies.emplace(uri, can).second) uris.push_back(uri);
     }
   } catch (const std::exception& failure) {
     ret_error = std::string("the plugin's description of its URIs cannot be read: ") + failure.what();
@@ -26,13 +30,18 @@ bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::stri
   }
   ret_catalogue.description = std::move(description);
   ret_catalogue.uris = std::move(uris);
-  ret_catalogue.notifying = std::move(notifying);
-  ret_catalogue.find.clear();
-  for (const std::string& uri : ret_catalogue.uris) ret_catalogue.find.emplace(uri, uri.c_str());
+  ret_catalogue.rows.clear();
+  for (const std::string& uri : ret_catalogue.uris)
+    ret_catalogue.rows.emplace(uri, CatalogueRow{.uri = uri.c_str(), .notifies = notifies[uri]});
   return true;
 }
 
 const char* catalogue_find(const Catalogue& catalogue, std::string_view uri) {
-  const auto found = catalogue.find.find(uri);
-  return found != catalogue.find.end() ? found->second : nullptr;
+  const auto found = catalogue.rows.find(uri);
+  return found != catalogue.rows.end() ? found->second.uri : nullptr;
+}
+
+bool catalogue_notifies(const Catalogue& catalogue, std::string_view uri) {
+  const auto found = catalogue.rows.find(uri);
+  return found != catalogue.rows.end() && found->second.notifies;
 }

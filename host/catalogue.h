@@ -6,11 +6,15 @@
 #include <unordered_map>
 #include <vector>
 
+struct CatalogueRow {
+  const char* uri;  // NUL-terminated, in Catalogue::uris
+  bool notifies;    // whether notifications can come from it
+};
+
 struct Catalogue {
-  std::string description;                                 // the plugin's own text, for the method "list"
-  std::vector<std::string> uris;                           // in the plugin's order
-  std::vector<std::string> notifying;                      // those that notifications come from
-  std::unordered_map<std::string_view, const char*> find;  // URI to its NUL-terminated text; views into uris
+  std::string description;        // the plugin's own text, for the method "list"
+  std::vector<std::string> uris;  // each once, in the plugin's order
+  std::unordered_map<std::string_view, CatalogueRow> rows;  // by URI; views into uris
 };
 
 // Reads the plugin's description. Returns false, with a message, where it is not what "dtv_js_plugin.h" says.
@@ -19,3 +23,6 @@ bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::stri
 
 // The registered text of a URI, which lives as long as the catalogue; null for an unknown one.
 const char* catalogue_find(const Catalogue& catalogue, std::string_view uri);
+
+// Whether it makes sense to subscribe to a registered URI.
+bool catalogue_notifies(const Catalogue& catalogue, std::string_view uri);

@@ -1,6 +1,7 @@
 #include "rpc.h"
 
 #include <algorithm>
+#include <optional>
 #include <span>
 
 #include "dtv_js_plugin.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-enum class ParamKind { uri, object, object_or_null, boolean, words };
+enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words };
 
 struct ParamRow {
   std::string_view name;
@@ -29,15 +30,16 @@ constexpr ParamRow get_params[] = {{.name = "uri", .kind = ParamKind::uri, .requ
 constexpr ParamRow set_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
                                    {.name = "parameter", .kind = ParamKind::object, .required = true},
                                    {.name = "trace", .kind = ParamKind::boolean, .required = false}};
-constexpr ParamRow uri_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
+constexpr ParamRow subscribe_params[] = {{.name = "uri", .kind = ParamKind::notifying_uri, .required = true}};
+constexpr ParamRow unsubscribe_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
 constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true}};
 constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true}};
 
 constexpr MethodRow methods[] = {
     {.name = "get", .method = RpcMethod::get, .params = get_params},
     {.name = "set", .method = RpcMethod::set, .params = set_params},
-    {.name = "subscribe", .method = RpcMethod::subscribe, .params = uri_params},
-    {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = uri_params},
+    {.name = "subscribe", .method = RpcMethod::subscribe, .params = subscribe_params},
+    {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = unsubscribe_params},
     {.name = "list", .method = RpcMethod::list, .params = {}},
     {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
     {.name = "tv", .method = RpcMethod::tv, .params = tv_params},
@@ -47,6 +49,8 @@ constexpr std::string_view wanted(ParamKind kind) {
   switch (kind) {
     case ParamKind::uri:
       return "a string";
+    case ParamKind::notifying_uri:
+      return "a URI that notifies, such as /tv/ws/notify/volume_ctrl";
     case ParamKind::object:
       return "an object";
     case ParamKind::object_or_null:
@@ -63,6 +67,7 @@ bool is_wanted(ParamKind kind, std::string_view value) {
   const JsonKind given = json_kind(value);
   switch (kind) {
     case ParamKind::uri:
+    case ParamKind::notifying_uri:
       return given == JsonKind::string;
     case ParamKind::object:
       return given == JsonKind::object;
@@ -101,20 +106,31 @@ void plugin_text(std::string_view parameter, std::string& ret_text) {
   ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
 }
 
-void take_param(const ParamRow& row, std::string_view value, const Catalogue& catalogue, RpcRequest& request) {
+// Finds the registered URI, or refuses the request.
+void take_uri(const ParamRow& row, std::string_view method, std::string_view value, const Catalogue& catalogue,
+              RpcRequest& request) {
+  std::string unescaped;
+  std::string_view uri = value.substr(1, value.size() - 2);
+  if (uri.find('\\') != std::string_view::npos) uri = unescaped = json_string(value);
+  const char* found = catalogue_find(catalogue, uri);
+  if (found == nullptr) {
+    std::string message;
+    const std::string data = rpc_unknown_uri(catalogue, uri, message);
+    request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
+  } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(catalogue, uri)) {
+    request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
+  } else {
+    request.call.uri = found;
+  }
+}
+
+void take_param(const ParamRow& row, std::string_view method, std::string_view value, const Catalogue& catalogue,
+                RpcRequest& request) {
   switch (row.kind) {
-    case ParamKind::uri: {
-      const std::string_view inner = value.substr(1, value.size() - 2);
-      request.call.uri = catalogue_find(catalogue, inner);
-      if (request.call.uri != nullptr) return;
-      const std::string uri = json_string(value);
-      request.call.uri = catalogue_find(catalogue, uri);
-      if (request.call.uri != nullptr) return;
-      std::string message;
-      const std::string data = rpc_unknown_uri(catalogue, uri, message);
-      request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
+    case ParamKind::uri:
+    case ParamKind::notifying_uri:
+      take_uri(row, method, value, catalogue, request);
       return;
-    }
     case ParamKind::object:
     case ParamKind::object_or_null:
       if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
@@ -156,7 +172,7 @@ void read_params(const MethodRow& row, std::string_view params, const Catalogue&
     }
   }
   for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i)
-    if (!values[i].empty()) take_param(row.params[i], values[i], catalogue, request);
+    if (!values[i].empty()) take_param(row.params[i], row.name, values[i], catalogue, request);
 }
 
 RpcRequest read_request(std::string_view text, const Catalogue& catalogue) {

@@ -22,7 +22,7 @@ struct Job {
   std::uint64_t client = 0;  // whom the outcome is for
   std::uint64_t batch = 0;   // and in which of its batches, 0: none,
   std::size_t slot = 0;      // at which place
-  std::string id = {};            // JSON-RPC id, see RpcRequest
+  std::string id = {};       // JSON-RPC id, see RpcRequest
   Call call = {};
 };
 

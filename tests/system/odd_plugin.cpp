@@ -1,0 +1,62 @@
+// A plugin that answers what no plugin should, for the tests of the host: cut and broken texts, slow fetches.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "dtv_js_plugin.h"
+
+namespace {
+
+// What is pending for the listener of /odd/notify; given once.
+bool pending = false;
+
+struct OddRow {
+  std::string_view uri;
+  std::string_view text;
+};
+
+constexpr OddRow rows[] = {
+    {.uri = "/odd/broken", .text = "{\"URI\":\"/odd/broken\",\"ITEMS\":[}"},
+    {.uri = "/odd/latin1", .text = "{\"TEXT\":\"gr\xfc\xdf\"}"},
+    {.uri = "/odd/spaced", .text = "{ \"a\" : 1e2 , \"b\":\"\\u00e4\" }"},
+};
+
+void copy(std::string_view text, void* target) {
+  memcpy(target, text.data(), text.size() < DTV_JSP_RESPONSE_MAX ? text.size() : DTV_JSP_RESPONSE_MAX);
+}
+
+}  // namespace
+
+int32_t a_dtv_jsp_init_res() { return 0; }
+
+int32_t a_dtv_jsp_init() { return 0; }
+
+int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
+  for (const OddRow& row : rows)
+    if (row.uri == uri) copy(row.text, pv_content);
+  if (std::string_view(uri) == "/odd/echo" && param != nullptr) copy(param, pv_content);
+  if (std::string_view(uri) == "/odd/cut") copy("{\"TEXT\":\"" + std::string(20000, 'x') + "\"}", pv_content);
+  return 0;
+}
+
+int32_t a_dtv_jsp_set(const char*, const char*) { return 0; }
+
+int32_t a_dtv_jsp_add_listener_buffer(const char*) {
+  pending = true;
+  return 0;
+}
+
+int32_t a_dtv_jsp_remove_listener_buffer(const char*) { return 0; }
+
+int32_t a_dtv_jsp_get_listener_buffer(const char*, void* pv_buffer, int32_t) {
+  if (pending) memcpy(pv_buffer, "{\"ITEMS\":[1,", 12);
+  pending = false;
+  return 0;
+}
+
+char* a_dtv_jsp_describe() {
+  return strdup(R"({"uris":[{"uri":"/odd/broken"},{"uri":"/odd/latin1"},{"uri":"/odd/spaced"},{"uri":"/odd/echo"},)"
+                R"({"uri":"/odd/cut"},{"uri":"/odd/notify","notify":true}],"types":{}})");
+}

@@ -1,0 +1,9 @@
+# The host without its sockets; and the plugin that its system tests load to see what it does with broken texts.
+find_package(GTest REQUIRED)
+
+add_executable(host_test host_rpc_test.cpp host_policy_test.cpp host_text_test.cpp host_runner_test.cpp)
+target_link_libraries(host_test PRIVATE dtv_host_core GTest::gtest_main)
+add_test(NAME host_test COMMAND host_test)
+
+add_library(odd_plugin MODULE ${CMAKE_SOURCE_DIR}/tests/system/odd_plugin.cpp)
+target_link_libraries(odd_plugin PRIVATE dtv_options)

@@ -1,0 +1,89 @@
+// Who may talk to the host.
+#include <gtest/gtest.h>
+
+#include "policy.h"
+
+namespace {
+
+Policy loopback() { return {.address = "127.0.0.1", .port = 8080, .allowed_origins = {"http://localhost:5173"}}; }
+
+TEST(Policy, TheHostMustBeThisServer) {
+  const Policy policy = loopback();
+  for (const char* host : {"127.0.0.1:8080", "localhost:8080", "LocalHost:8080", "[::1]:8080"})
+    EXPECT_EQ(policy_refuses(policy, host, ""), "") << host;
+  for (const char* host :
+       {"", "127.0.0.1", "localhost", "127.0.0.1:80", "127.0.0.1:8081", "evil.example:8080",
+        "127.0.0.1.evil.example:8080", "localhost.evil.example:8080", "127.0.0.1:8080:8080", "[::1:8080",
+        "127.0.0.1:", ":8080", "127.0.0.2:8080", "127.0.0.1:8080 ", "user@localhost:8080"})
+    EXPECT_NE(policy_refuses(policy, host, ""), "") << host;
+}
+
+TEST(Policy, WithoutAPortTheHostMeansPort80) {
+  Policy policy = loopback();
+  policy.port = 80;
+  EXPECT_EQ(policy_refuses(policy, "localhost", ""), "");
+  EXPECT_EQ(policy_refuses(policy, "localhost:80", ""), "");
+}
+
+TEST(Policy, AnotherAddressIsItsOwnName) {
+  const Policy policy{.address = "192.168.1.5", .port = 8080, .allowed_origins = {}};
+  EXPECT_EQ(policy_refuses(policy, "192.168.1.5:8080", ""), "");
+  EXPECT_NE(policy_refuses(policy, "localhost:8080", ""), "");
+  const Policy v6{.address = "::1", .port = 8080, .allowed_origins = {}};
+  EXPECT_EQ(policy_refuses(v6, "[::1]:8080", "http://[::1]:8080"), "");
+}
+
+TEST(Policy, OnAllAddressesOnlyNamesAreRefused) {
+  const Policy policy{.address = "0.0.0.0", .port = 8080, .allowed_origins = {}};
+  EXPECT_EQ(policy_refuses(policy, "192.168.1.5:8080", ""), "");
+  EXPECT_EQ(policy_refuses(policy, "[fe80::1]:8080", ""), "");
+  EXPECT_EQ(policy_refuses(policy, "localhost:8080", ""), "");
+  EXPECT_NE(policy_refuses(policy, "evil.example:8080", ""), "");
+}
+
+TEST(Policy, TheOriginMustBeTheSameOrAllowed) {
+  const Policy policy = loopback();
+  EXPECT_EQ(policy_refuses(policy, "127.0.0.1:8080", "http://127.0.0.1:8080"), "");
+  EXPECT_EQ(policy_refuses(policy, "localhost:8080", "http://localhost:8080"), "");
+  EXPECT_EQ(policy_refuses(policy, "127.0.0.1:8080", "http://localhost:5173"), "");
+  for (const char* origin :
+       {"null", "http://localhost:8080", "https://127.0.0.1:8080", "http://127.0.0.1:80801", "http://127.0.0.1",
+        "http://evil.example", "http://localhost:5173.evil.example", "http://LOCALHOST:5173"})
+    EXPECT_NE(policy_refuses(policy, "127.0.0.1:8080", origin), "") << origin;
+  EXPECT_TRUE(policy_is_foreign(policy, "http://localhost:5173"));
+  EXPECT_FALSE(policy_is_foreign(policy, "http://127.0.0.1:8080"));
+}
+
+TEST(Policy, ARefusalSaysWhatWouldHelp) {
+  EXPECT_NE(policy_refuses(loopback(), "evil.example:8080", "").find("http://127.0.0.1:8080/"), std::string::npos);
+  EXPECT_NE(policy_refuses(loopback(), "localhost:8080", "http://a.example").find("--allow-origin http://a.example"),
+            std::string::npos);
+}
+
+TEST(Policy, ReadsWhereToListen) {
+  struct Row {
+    const char* text;
+    const char* address;
+    int port;
+  };
+  constexpr Row rows[] = {
+      {"127.0.0.1:9000", "127.0.0.1", 9000}, {"9000", "127.0.0.1", 9000},   {":0", "127.0.0.1", 0},
+      {"localhost:1", "127.0.0.1", 1},       {"[::1]:65535", "::1", 65535}, {"0.0.0.0:80", "0.0.0.0", 80}};
+  for (const Row& row : rows) {
+    Policy policy{};
+    std::string error;
+    EXPECT_TRUE(policy_read_listen(row.text, policy, error)) << row.text << ": " << error;
+    EXPECT_EQ(policy.address, row.address) << row.text;
+    EXPECT_EQ(policy.port, row.port) << row.text;
+  }
+  for (const char* text :
+       {"", "65536", "127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:-1", "[::1", "name:80", "[::1]80"}) {
+    Policy policy = loopback();
+    std::string error;
+    EXPECT_FALSE(policy_read_listen(text, policy, error)) << text;
+    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(policy.port, 8080) << "untouched";
+  }
+}
+
+}  // namespace

@@ -1,0 +1,254 @@
+// JSON-RPC and plain HTTP, without sockets and without a plugin.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "http.h"
+#include "rpc.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* volume = "/tv/cast/volume/volume";
+constexpr const char* events = "/tv/ws/notify/volume_ctrl";
+
+const Catalogue& catalogue() {
+  static Catalogue known;
+  static const bool read = [] {
+    std::string error;
+    return catalogue_read(R"({"uris":[{"uri":"/tv/cast/volume/volume","group":"VOLUME","notify":false},)"
+                          R"({"uri":"/tv/ws/notify/volume_ctrl","group":"WS_NFY","notify":true},)"
+                          R"({"uri":"/tv/cast/volume/volume","group":"VOLUME","notify":false}],"types":{}})",
+                          known, error);
+  }();
+  EXPECT_TRUE(read);
+  return known;
+}
+
+RpcRequest read_one(std::string_view text) {
+  RpcMessage message;
+  rpc_read(text, catalogue(), message);
+  EXPECT_FALSE(message.batch);
+  EXPECT_EQ(message.requests.size(), 1u);
+  return message.requests.front();
+}
+
+int code_of(const RpcRequest& request) {
+  const std::size_t at = request.error.find("\"code\":");
+  return at == std::string::npos ? 0 : std::stoi(request.error.substr(at + 7));
+}
+
+TEST(Catalogue, KeepsTheFirstOfTwoRows) {
+  EXPECT_EQ(catalogue().uris.size(), 2u);
+  EXPECT_STREQ(catalogue_find(catalogue(), volume), volume);
+  EXPECT_EQ(catalogue_find(catalogue(), "/tv"), nullptr);
+  EXPECT_TRUE(catalogue_notifies(catalogue(), events));
+  EXPECT_FALSE(catalogue_notifies(catalogue(), volume));
+}
+
+TEST(Catalogue, RefusesWhatIsNoDescription) {
+  for (const char* text : {"", "{", "[]", "{}", R"({"uris":1})", R"({"uris":[{}]})", R"({"uris":[{"uri":1}]})"}) {
+    Catalogue known;
+    std::string error;
+    EXPECT_FALSE(catalogue_read(text, known, error)) << text;
+    EXPECT_FALSE(error.empty());
+  }
+}
+
+TEST(RpcRead, AGetWithoutParameterHasNoText) {
+  const RpcRequest request =
+      read_one(R"({"jsonrpc":"2.0","id":7,"method":"get","params":{"uri":"/tv/cast/volume/volume"}})");
+  EXPECT_EQ(request.error, "");
+  EXPECT_EQ(request.id, "7");
+  EXPECT_EQ(request.method, RpcMethod::get);
+  EXPECT_STREQ(request.call.uri, volume);
+  EXPECT_EQ(request.call.text, "");
+  EXPECT_FALSE(request.call.traced);
+}
+
+TEST(RpcRead, TheParameterIsPassedOnAsItIs) {
+  const RpcRequest request = read_one(
+      " {\"params\" : {\"parameter\": { \"REQUEST\" :\"MODIFY\",\"VALUE\":1.0 , \"VALUE\":[ ] } , \"trace\":true,"
+      "\"uri\":\"/tv/cast/volume/volume\"},\"method\":\"set\",\"id\":\"a\\\"b\",\"jsonrpc\":\"2.0\"}\n");
+  EXPECT_EQ(request.error, "");
+  EXPECT_EQ(request.id, "\"a\\\"b\"");
+  EXPECT_EQ(request.call.kind, CallKind::set);
+  EXPECT_EQ(request.call.text, "{\"PARAMETER\":{ \"REQUEST\" :\"MODIFY\",\"VALUE\":1.0 , \"VALUE\":[ ] }}");
+  EXPECT_TRUE(request.call.traced);
+}
+
+TEST(RpcRead, EveryErrorHasItsCode) {
+  struct Row {
+    int code;
+    const char* text;
+  };
+  constexpr Row rows[] = {
+      {-32700, ""},
+      {-32700, "{\"jsonrpc\":\"2.0\""},
+      {-32600, "5"},
+      {-32600, "[]"},
+      {-32600, R"({"jsonrpc":"2.0","id":[],"method":"list"})"},
+      {-32600, R"({"jsonrpc":2.0,"id":1,"method":"list"})"},
+      {-32600, R"({"jsonrpc":"2.0","id":1,"method":null})"},
+      {-32601, R"({"jsonrpc":"2.0","id":1,"method":"nothing"})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"get"})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"get","params":["/tv"]})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"get","params":{"uri":"/tv/cast/volume/volume","odd":1}})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":"/tv/cast/volume/volume"}})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"subscribe","params":{"uri":"/tv/cast/volume/volume"}})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"list","params":{"uri":"/tv/cast/volume/volume"}})"},
+      {-32602, R"({"jsonrpc":"2.0","id":1,"method":"tv","params":{"words":["a",[]]}})"},
+      {-32001, R"({"jsonrpc":"2.0","id":1,"method":"get","params":{"uri":"/tv/cast/volume/volum"}})"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(code_of(read_one(row.text)), row.code) << row.text;
+}
+
+TEST(RpcRead, RequestsWithoutAnIdAreNotifications) {
+  EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","method":"list"})").id, "");
+  EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","id":null,"method":"list"})").id, "null");
+  EXPECT_EQ(read_one(R"({"method":"list"})").id, "null") << "not even a request: told of without an id";
+}
+
+TEST(RpcRead, BatchesKeepTheirOrder) {
+  RpcMessage message;
+  rpc_read(R"( [ {"jsonrpc":"2.0","id":1,"method":"list"}, 5 ,{"jsonrpc":"2.0","method":"list"}])", catalogue(),
+           message);
+  EXPECT_TRUE(message.batch);
+  ASSERT_EQ(message.requests.size(), 3u);
+  EXPECT_EQ(message.requests[0].id, "1");
+  EXPECT_EQ(code_of(message.requests[1]), -32600);
+  EXPECT_EQ(message.requests[2].id, "");
+
+  std::string many = "[1";
+  for (std::size_t i = 1; i <= rpc_batch_max; ++i) many += ",1";
+  rpc_read(many + "]", catalogue(), message);
+  EXPECT_FALSE(message.batch);
+  ASSERT_EQ(message.requests.size(), 1u);
+  EXPECT_EQ(code_of(message.requests[0]), -32003);
+}
+
+TEST(RpcReply, CarriesThePluginsText) {
+  const Call get{.kind = CallKind::get, .uri = volume};
+  Outcome outcome{.ret = -2, .text = "{ \"a\":1.0}", .broken = false, .lines = {}};
+  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":{ "a":1.0}}})");
+  outcome.text.clear();
+  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":null}})");
+  const Call set{.kind = CallKind::set, .uri = volume, .text = "{}", .traced = true};
+  outcome.lines = R"({"call":"a"},{"call":"b"})";
+  EXPECT_EQ(rpc_outcome("\"x\"", set, outcome),
+            R"({"jsonrpc":"2.0","id":"x","result":{"ret":-2,"calls":[{"call":"a"},{"call":"b"}]}})");
+}
+
+TEST(RpcReply, BrokenTextsAreErrors) {
+  const Call get{.kind = CallKind::get, .uri = volume};
+  const std::string reply = rpc_outcome("1", get, {.ret = 0, .text = "{\"a\":", .broken = true, .lines = {}});
+  EXPECT_NE(reply.find("-32002"), std::string::npos);
+  EXPECT_NE(reply.find("\"data\":{\"length\":5}"), std::string::npos);
+}
+
+TEST(RpcReply, ControlErrorsAreErrors) {
+  const Call control{.kind = CallKind::control};
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "{\"volume\":5}", .broken = false, .lines = {}}),
+            R"({"jsonrpc":"2.0","id":1,"result":{"volume":5}})");
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = R"({"error":"no \"x\""})", .broken = false, .lines = {}}),
+            R"({"jsonrpc":"2.0","id":1,"error":{"code":-32004,"message":"no \"x\""}})");
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "[]", .broken = false, .lines = {}}),
+            R"({"jsonrpc":"2.0","id":1,"result":[]})");
+}
+
+TEST(RpcReply, NotificationsCarryThePluginsText) {
+  EXPECT_EQ(rpc_notify(events, "{ }"),
+            R"({"jsonrpc":"2.0","method":"notify","params":{"uri":"/tv/ws/notify/volume_ctrl","notification":{ }}})");
+  const std::string broken = rpc_notify(events, "{\"a");
+  EXPECT_NE(broken.find("-32002"), std::string::npos);
+  EXPECT_NE(broken.find("\"length\":3"), std::string::npos);
+}
+
+// A folder with a page, and a secret beside it.
+struct Site {
+  fs::path folder = fs::temp_directory_path() / ("host_test-" + std::to_string(getpid()));
+  std::string web = (folder / "web").string();
+  Site() {
+    fs::create_directories(folder / "web/assets");
+    std::ofstream(folder / "web/index.html") << "page";
+    std::ofstream(folder / "web/assets/a.js") << "script";
+    std::ofstream(folder / "secret.txt") << "secret";
+    fs::create_symlink(folder / "secret.txt", folder / "web/link.txt");
+  }
+  ~Site() { fs::remove_all(folder); }
+};
+
+HttpAnswer answer_to(const std::string& method, const std::string& path, const std::string& web) {
+  HttpAnswer answer;
+  Call call;
+  EXPECT_EQ(http_route({.method = method, .path = path, .host = "localhost:8080"}, catalogue(), web, answer, call),
+            HttpRoute::answer)
+      << path;
+  return answer;
+}
+
+TEST(Http, ServesFilesOfTheFolderOnly) {
+  const Site site;
+  EXPECT_EQ(answer_to("GET", "/", site.web).body, "page");
+  const HttpAnswer script = answer_to("GET", "/assets/a.js", site.web);
+  EXPECT_EQ(script.body, "script");
+  EXPECT_EQ(script.type, "text/javascript; charset=utf-8");
+  EXPECT_TRUE(answer_to("GET", "/", site.web).policy.starts_with("default-src 'self'"));
+  for (const char* path : {"/../secret.txt", "/link.txt", "/assets/../../secret.txt", "//etc/passwd", "/assets",
+                           "/nothing", "/..", "/assets/"}) {
+    const HttpAnswer answer = answer_to("GET", path, site.web);
+    EXPECT_EQ(answer.status, 404u) << path;
+    EXPECT_EQ(answer.body.find("secret"), std::string::npos);
+  }
+  EXPECT_EQ(answer_to("POST", "/", site.web).status, 405u);
+}
+
+TEST(Http, SaysHowToBuildAMissingPage) {
+  const HttpAnswer answer = answer_to("GET", "/", "/nonexistent/folder");
+  EXPECT_EQ(answer.status, 404u);
+  EXPECT_NE(answer.body.find("npm run build"), std::string::npos);
+}
+
+TEST(Http, RoutesUris) {
+  HttpAnswer answer;
+  Call call;
+  EXPECT_EQ(http_route({.method = "GET", .path = volume}, catalogue(), "", answer, call), HttpRoute::call);
+  EXPECT_EQ(call.kind, CallKind::get);
+  EXPECT_EQ(call.text, "");
+  EXPECT_EQ(http_route({.method = "GET", .path = volume, .has_parameter = true, .parameter = "{\"A\":1}"}, catalogue(),
+                       "", answer, call),
+            HttpRoute::call);
+  EXPECT_EQ(call.text, "{\"PARAMETER\":{\"A\":1}}");
+  EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = " {}"}, catalogue(), "", answer, call),
+            HttpRoute::call);
+  EXPECT_EQ(call.kind, CallKind::set);
+  EXPECT_EQ(http_route({.method = "POST", .path = "/jsonrpc"}, catalogue(), "", answer, call), HttpRoute::rpc);
+
+  EXPECT_EQ(answer_to("DELETE", volume, "").status, 405u);
+  EXPECT_EQ(answer_to("GET", "/jsonrpc", "").status, 405u);
+  EXPECT_EQ(answer_to("GET", "/tv/nothing", "").status, 404u);
+  for (const char* body : {"", "{", "5", "[]", "\"a\""}) {
+    EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = body}, catalogue(), "", answer, call),
+              HttpRoute::answer);
+    EXPECT_EQ(answer.status, 400u) << body;
+  }
+}
+
+TEST(Http, OutcomesBecomeStatuses) {
+  const Call get{.kind = CallKind::get, .uri = volume};
+  const Call set{.kind = CallKind::set, .uri = volume};
+  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{}", .broken = false, .lines = {}}).body, "{}");
+  const HttpAnswer failed = http_outcome(get, {.ret = -2, .text = "{}", .broken = false, .lines = {}});
+  EXPECT_EQ(failed.status, 422u);
+  EXPECT_EQ(failed.body, R"({"ret":-2,"response":{}})");
+  EXPECT_EQ(http_outcome(get, {.ret = -1, .text = "", .broken = false, .lines = {}}).body,
+            R"({"ret":-1,"response":null})");
+  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = "", .broken = false, .lines = {}}).status, 200u);
+  EXPECT_EQ(http_outcome(set, {.ret = 13, .text = "", .broken = false, .lines = {}}).body, R"({"ret":13})");
+  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{", .broken = true, .lines = {}}).status, 502u);
+}
+
+}  // namespace
