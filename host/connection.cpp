@@ -73,7 +73,7 @@ bool write_answer(const Server& server, lws* wsi, const HttpAnswer& answer, cons
       !add_header(wsi, "referrer-policy:", "no-referrer", &at, end) ||
       lws_finalize_write_http_header(wsi, headers + LWS_PRE, &at, end) != 0)
     return false;
-  if (answer.body.empty()) return true;
+  if (answer.body.empty() || lws_hdr_total_length(wsi, WSI_TOKEN_HEAD_URI) > 0) return true;
   std::string padded(LWS_PRE, '\0');
   padded += answer.body;
   return lws_write(wsi, reinterpret_cast<unsigned char*>(padded.data()) + LWS_PRE, answer.body.size(),

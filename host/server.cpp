@@ -13,7 +13,7 @@ void wake(void* context) {
   if (!server.woken.exchange(true)) lws_cancel_service(server.context);
 }
 
-// On the platform's thread that called back.
+// On the platform's thread that called back, or the leader's by its timer.
 void on_event(void* context) {
   auto& server = *static_cast<Server*>(context);
   server.event.store(true);
@@ -57,8 +57,7 @@ void keep_polling(Server& server) {
 void on_poll_timer(lws_sorted_usec_list_t* timer) {
   Server& server = *lws_container_of(timer, Server, poll_timer);
   server.polling = false;
-  server.event.store(true);
-  server.woken.store(true);
+  on_event(&server);
 }
 
 // Leads until another thread has taken the lead over, or stop.

@@ -1,0 +1,194 @@
+// Plain HTTP: the URIs for curl, the page's files, who may ask, and what is refused.
+import assert from 'node:assert/strict';
+import { mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { test } from 'node:test';
+import { connect, dial, folder, modify, mute, post, request, startHost, valueOf, volume } from './host_support.mjs';
+
+const set = (host, value, options = {}) => request(host, 'PUT', volume, { body: JSON.stringify(modify(value)), ...options });
+const get = (host, options = {}) => request(host, 'GET', volume, options);
+
+test('GET and PUT on a URI', async (t) => {
+  const host = await startHost(t);
+  const changed = await set(host, 42);
+  assert.equal(changed.status, 200);
+  assert.equal(changed.text, '{"ret":0}');
+  const answer = await get(host);
+  assert.equal(answer.status, 200);
+  assert.equal(answer.headers['content-type'], 'application/json');
+  assert.equal(
+    answer.text,
+    `{"URI":"${volume}","STATUS":0,"ITEMS":[{"NAME":"Volume","TYPE":"TYPE_VALUE","GROUP":4,"STATE":1,"MINIMUM":0,"MAXIMUM":0,"INCREMENT":1,"VALUE":42}]}`,
+  );
+  const other = encodeURIComponent(JSON.stringify({ REQUEST: 'OTHER', 'a+b': '&=%' }));
+  assert.equal((await request(host, 'GET', `${volume}?parameter=${other}`)).json.ITEMS[0].VALUE, 42);
+});
+
+test("a handler's failure is 422", async (t) => {
+  const host = await startHost(t);
+  const step = await request(host, 'GET', '/tv/cast/volume/volume_increase');
+  assert.equal(step.status, 422);
+  assert.equal(step.json.ret, -2);
+  assert.equal(step.json.response.STATUS, -2);
+  const query = await request(host, 'GET', `${volume}?parameter=${encodeURIComponent('{"REQUEST":"QUERY"}')}`);
+  assert.equal(query.status, 422);
+  assert.equal(query.text, '{"ret":-1,"response":null}');
+  const none = await request(host, 'PUT', volume, { body: '{}' });
+  assert.equal(none.status, 422);
+  assert.equal(none.text, '{"ret":-1}');
+});
+
+test('what is wrong with a request', async (t) => {
+  const host = await startHost(t, ['--max-message', '50000']);
+  for (const body of ['', '{', 'text', '5', '[]', '{"a":1}}']) {
+    const answer = await request(host, 'PUT', volume, { body });
+    assert.equal(answer.status, 400, body);
+    assert.ok(answer.json.error.length > 0);
+  }
+  assert.equal((await request(host, 'GET', `${volume}?parameter=%7B`)).status, 400);
+  assert.equal((await request(host, 'GET', `${volume}?parameter=`)).status, 400);
+  const unknown = await request(host, 'GET', '/tv/cast/volume/volumee');
+  assert.equal(unknown.status, 404);
+  assert.match(unknown.json.error, /did you mean/);
+  assert.equal(unknown.json.data.nearest[0], volume);
+  assert.equal((await request(host, 'PUT', '/tv/nothing', { body: '{}' })).status, 404);
+  for (const method of ['POST', 'DELETE', 'PATCH', 'HEAD']) {
+    const answer = await request(host, method, volume, { body: method === 'HEAD' ? undefined : '{}' });
+    assert.equal(answer.status, 405, method);
+    assert.equal(answer.headers.allow, 'GET, PUT', method);
+  }
+  assert.equal((await request(host, 'GET', '/jsonrpc')).status, 405);
+  assert.equal((await set(host, 'x'.repeat(60000))).status, 413);
+  const chunked = await request(host, 'PUT', volume, { headers: { 'Transfer-Encoding': 'chunked' }, body: '{}' }).catch((error) => error);
+  assert.ok(chunked.status === 411 || chunked.code === 'ECONNRESET', `${chunked.status ?? chunked.code}`);
+  assert.equal((await get(host)).status, 200);
+});
+
+test('Host and Origin are checked on HTTP', async (t) => {
+  const host = await startHost(t, ['--allow-origin', 'http://app.example', '--allow-origin', 'http://localhost:5173']);
+  const own = `127.0.0.1:${host.port}`;
+  for (const name of ['evil.example', `evil.example:${host.port}`, '127.0.0.1', `127.0.0.1:${host.port + 1}`, `localhost.evil.example:${host.port}`]) {
+    const answer = await get(host, { headers: { Host: name } });
+    assert.equal(answer.status, 403, name);
+    assert.match(answer.json.error, /is not this server/);
+  }
+  for (const name of [own, `localhost:${host.port}`, `[::1]:${host.port}`]) assert.equal((await get(host, { headers: { Host: name } })).status, 200, name);
+  for (const origin of ['null', 'http://evil.example', `https://${own}`, `http://localhost:${host.port}`, 'http://app.example.evil.example'])
+    for (const ask of [get(host, { headers: { Host: own, Origin: origin } }), set(host, 99, { headers: { Host: own, Origin: origin } }), post(host, '{}', { headers: { Host: own, Origin: origin } })]) {
+      const answer = await ask;
+      assert.equal(answer.status, 403, origin);
+      assert.equal(answer.headers['access-control-allow-origin'], undefined);
+      assert.match(answer.json.error, /--allow-origin/);
+    }
+  assert.notEqual((await get(host)).json.ITEMS[0].VALUE, 99);
+
+  const same = await get(host, { headers: { Host: own, Origin: `http://${own}` } });
+  assert.equal(same.status, 200);
+  assert.equal(same.headers['access-control-allow-origin'], undefined);
+  for (const origin of ['http://app.example', 'http://localhost:5173']) {
+    const answer = await set(host, 7, { headers: { Host: own, Origin: origin } });
+    assert.equal(answer.status, 200);
+    assert.equal(answer.headers['access-control-allow-origin'], origin);
+    assert.match(answer.headers.vary, /Origin/);
+    const preflight = await request(host, 'OPTIONS', volume, { headers: { Host: own, Origin: origin, 'Access-Control-Request-Method': 'PUT' } });
+    assert.equal(preflight.status, 204);
+    assert.equal(preflight.headers['access-control-allow-origin'], origin);
+    assert.match(preflight.headers['access-control-allow-methods'], /PUT/);
+  }
+  const foreign = await request(host, 'OPTIONS', volume, { headers: { Host: own, Origin: 'http://evil.example' } });
+  assert.equal(foreign.status, 403);
+});
+
+test('Host, Origin and path are checked on the upgrade', async (t) => {
+  const host = await startHost(t, ['--allow-origin', 'http://app.example']);
+  const own = `127.0.0.1:${host.port}`;
+  const refused = async (options, status) => assert.rejects(connect(t, host, options), (error) => error.status === status, JSON.stringify(options));
+  await refused({ headers: { Host: 'evil.example' } }, 403);
+  await refused({ headers: { Host: `evil.example:${host.port}` } }, 403);
+  await refused({ headers: { Origin: 'http://evil.example' } }, 403);
+  await refused({ headers: { Origin: 'null' } }, 403);
+  await refused({ path: '/' }, 404);
+  await refused({ path: volume }, 404);
+  for (const headers of [{}, { Host: `localhost:${host.port}`, Origin: `http://localhost:${host.port}` }, { Origin: `http://${own}` }, { Origin: 'http://app.example' }])
+    assert.equal((await (await connect(t, host, { headers })).call('get', { uri: volume })).ret, 0);
+});
+
+test('the page and its files, and nothing else', async (t) => {
+  const web = folder(t);
+  const site = join(web, 'dist');
+  mkdirSync(join(site, 'assets'), { recursive: true });
+  const page = '<!doctype html><title>page</title>';
+  writeFileSync(join(site, 'index.html'), page);
+  writeFileSync(join(site, 'assets/app-1.js'), 'let x = 1;\n'.repeat(50000));
+  for (const name of ['a.css', 'a.svg', 'a.woff2', 'a.json', 'a.odd']) writeFileSync(join(site, name), 'x');
+  writeFileSync(join(web, 'secret.txt'), 'secret');
+  symlinkSync(join(web, 'secret.txt'), join(site, 'link.txt'));
+  const host = await startHost(t, ['--web', site]);
+
+  const index = await request(host, 'GET', '/');
+  assert.equal(index.status, 200);
+  assert.equal(index.text, page);
+  assert.match(index.headers['content-type'], /^text\/html/);
+  assert.match(index.headers['content-security-policy'], /^default-src 'self';/);
+  assert.equal(index.headers['x-content-type-options'], 'nosniff');
+  assert.equal((await request(host, 'GET', '/index.html?x=1')).text, page);
+  const script = await request(host, 'GET', '/assets/app-1.js');
+  assert.equal(script.text.length, 550000);
+  for (const [name, type] of [['assets/app-1.js', /^text\/javascript/], ['a.css', /^text\/css/], ['a.svg', /^image\/svg\+xml$/], ['a.woff2', /^font\/woff2$/], ['a.json', /^application\/json$/], ['a.odd', /^application\/octet-stream$/]])
+    assert.match((await request(host, 'GET', `/${name}`)).headers['content-type'], type, name);
+
+  for (const path of ['/../secret.txt', '/%2e%2e/secret.txt', '/assets/..%2f..%2fsecret.txt', '/assets/../../secret.txt', '/..%5csecret.txt', '/link.txt', '//etc/passwd', '/etc/passwd', '/assets', '/none.html']) {
+    const answer = await request(host, 'GET', path).catch((error) => ({ status: error.code, text: '' }));
+    assert.ok([404, 403, 400, 'ECONNRESET'].includes(answer.status), `${path}: ${answer.status}`);
+    assert.ok(!answer.text.includes('secret') && !answer.text.includes('root:'), path);
+  }
+  assert.equal((await request(host, 'POST', '/', { body: 'x' })).status, 405);
+});
+
+test('a page that is not built says how to build it', async (t) => {
+  const host = await startHost(t, ['--web', join(folder(t), 'nothing')]);
+  const answer = await request(host, 'GET', '/');
+  assert.equal(answer.status, 404);
+  assert.match(answer.text, /npm run build/);
+});
+
+test('one connection serves many requests, in pieces or at once', async (t) => {
+  const host = await startHost(t);
+  const line = await dial(t, host);
+  const head = `Host: 127.0.0.1:${host.port}\r\n`;
+  for (let i = 1; i <= 3; ++i) {
+    const body = JSON.stringify(modify(i));
+    const text = `PUT ${volume} HTTP/1.1\r\n${head}Content-Length: ${body.length}\r\n\r\n${body}`;
+    for (const piece of text.match(/[^]{1,40}/g)) line.socket.write(piece);
+    await line.until((bytes) => bytes.toString().split('{"ret":0}').length === i + 1, `answer ${i}`);
+  }
+  line.socket.write(`GET ${volume} HTTP/1.1\r\n${head}\r\nGET ${mute} HTTP/1.1\r\n${head}\r\n`);
+  await line.until((bytes) => bytes.includes('"VALUE":3') && bytes.includes('"Mute"'), 'answers to two requests sent at once');
+});
+
+test('malformed HTTP is answered or closed, and harms nobody else', async (t) => {
+  const host = await startHost(t);
+  for (const text of ['\r\n\r\n\r\n', 'GET\r\n\r\n', 'NONSENSE / HTTP/1.1\r\n\r\n', `GET / HTTP/1.1\r\nHost: ${'x'.repeat(70000)}\r\n\r\n`, '\u0016\u0003\u0001\u0002', `PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: -5\r\n\r\n`, `PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: 99999999999999999999\r\n\r\nx`]) {
+    const line = await dial(t, host);
+    line.socket.write(text);
+    line.socket.end();
+    await line.closed();
+  }
+  assert.equal(valueOf({ response: (await get(host)).json }), 20);
+});
+
+test('connections beyond the maximum are told so', async (t) => {
+  const host = await startHost(t, ['--max-connections', '3']);
+  const clients = [];
+  for (let i = 0; i < 3; ++i) clients.push(await connect(t, host));
+  const answer = await get(host);
+  assert.equal(answer.status, 503);
+  assert.match(answer.json.error, /--max-connections/);
+  await assert.rejects(connect(t, host), (error) => error.status === 503);
+  clients[0].socket.terminate();
+  for (let i = 0; ; ++i) {
+    if ((await get(host)).status === 200) break;
+    assert.ok(i < 100, 'the place of a closed connection is free again');
+    await new Promise((resolve) => setTimeout(resolve, 20));
+  }
+});
