@@ -173,23 +173,22 @@ void platform_raise() {
 #define FUZZ_PARAM_INOUT(type, name) read_memory(name, sizeof *name), write_values(name, 1)
 #define FUZZ_PARAM_OUT_TEXT(name, size) write_text(name, count_of(size))
 #define FUZZ_PARAM_OUT_ARRAY(type, name, count) write_values(name, count_of(count))
-#define FUZZ_PARAM_CALLBACK(type, name)                             \
-  fuzz_registration.callback = reinterpret_cast<RawCallback>(name), \
-  fuzz_registration.raise = raise_##type
+#define FUZZ_PARAM_CALLBACK(type, name) \
+  fuzz_registration.callback = reinterpret_cast<RawCallback>(name), fuzz_registration.raise = raise_##type
 #define FUZZ_PARAM_TAG(type, name) fuzz_registration.tag = tag_word(name)
 
-#define TVAPI_CALLBACK(ret, type, ...)                                                    \
+#define TVAPI_CALLBACK(ret, type, ...)                                                       \
   static void raise_##type(RawCallback callback, [[maybe_unused]] std::uintptr_t fuzz_tag) { \
-    (void)reinterpret_cast<type>(callback)(TVAPI_EACH(FUZZ_ARGUMENT, __VA_ARGS__));       \
+    (void)reinterpret_cast<type>(callback)(TVAPI_EACH(FUZZ_ARGUMENT, __VA_ARGS__));          \
   }
 
-#define TVAPI_FN(ret, fct, ...)                       \
-  ret fct(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {   \
-    Registration fuzz_registration;                   \
-    __VA_OPT__(TVAPI_EACH(FUZZ_PARAM, __VA_ARGS__);)  \
-    register_callback(#fct, fuzz_registration);       \
-    act_mid_call();                                   \
-    return answer<ret>();                             \
+#define TVAPI_FN(ret, fct, ...)                      \
+  ret fct(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {  \
+    Registration fuzz_registration;                  \
+    __VA_OPT__(TVAPI_EACH(FUZZ_PARAM, __VA_ARGS__);) \
+    register_callback(#fct, fuzz_registration);      \
+    act_mid_call();                                  \
+    return answer<ret>();                            \
   }
 
 #include "tvapi/all.h"

@@ -68,8 +68,8 @@ static Tables read_tables() {
   cJSON_ArrayForEach(row, member(root.get(), "types")) tables.types[row->string] = read_type(row);
   cJSON_ArrayForEach(row, member(root.get(), "uris")) {
     const auto id = static_cast<UINT16>(member(row, "id")->valueint);
-    const bool active = cJSON_IsTrue(member(row, "get")) || cJSON_IsTrue(member(row, "set")) ||
-                        cJSON_IsTrue(member(row, "notify"));
+    const bool active =
+        cJSON_IsTrue(member(row, "get")) || cJSON_IsTrue(member(row, "set")) || cJSON_IsTrue(member(row, "notify"));
     if (active) tables.active.push_back(tables.uris.size());
     // A type that is not built yet has no description: it gets an empty one.
     tables.uris.push_back({.uri = member_text(row, "uri"),

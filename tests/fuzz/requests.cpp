@@ -5,20 +5,47 @@
 static constexpr const char* kWords[] = {"QUERY", "ACTION", "MODIFY", "SET", "ASSOCIATE", "GET", "", "query"};
 
 // Numbers at the edges of every integer width, of doubles, and of the grammar.
-static constexpr const char* kNumbers[] = {
-    "0",          "1",           "-1",         "127",         "255",        "256",
-    "65535",      "65536",       "-32769",     "2147483647",  "2147483648", "-2147483649",
-    "4294967296", "1e15",        "1e16",       "-1e16",       "1e999",      "-1e999",
-    "0.5",        "-0.5",        "1e-400",     "9007199254740993", "9223372036854775807", "-9223372036854775808",
-    "18446744073709551615", "18446744073709551616", "1e308", "01", "1.", "-",
-    "0x10",       "1e",          "NaN"};
+static constexpr const char* kNumbers[] = {"0",
+                                           "1",
+                                           "-1",
+                                           "127",
+                                           "255",
+                                           "256",
+                                           "65535",
+                                           "65536",
+                                           "-32769",
+                                           "2147483647",
+                                           "2147483648",
+                                           "-2147483649",
+                                           "4294967296",
+                                           "1e15",
+                                           "1e16",
+                                           "-1e16",
+                                           "1e999",
+                                           "-1e999",
+                                           "0.5",
+                                           "-0.5",
+                                           "1e-400",
+                                           "9007199254740993",
+                                           "9223372036854775807",
+                                           "-9223372036854775808",
+                                           "18446744073709551615",
+                                           "18446744073709551616",
+                                           "1e308",
+                                           "01",
+                                           "1.",
+                                           "-",
+                                           "0x10",
+                                           "1e",
+                                           "NaN"};
 
 // Texts that a number may be written as.
-static constexpr const char* kNumberTexts[] = {"", "7", "-7", "0x10", "010", "-0x80000000", "4294967295",
-                                               "18446744073709551616", "99999999999999999999", " 5", "5x"};
+static constexpr const char* kNumberTexts[] = {
+    "",   "7", "-7", "0x10", "010", "-0x80000000", "4294967295", "18446744073709551616", "99999999999999999999",
+    " 5", "5x"};
 
-static constexpr const char* kEscapes[] = {"\\u0000", "\\ud800", "\\ud83d\\ude00", "\\uzzzz", "\\\"", "\\q", "\\n", "\xC3",
-                                           "\xF0\x9F"};
+static constexpr const char* kEscapes[] = {"\\u0000", "\\ud800", "\\ud83d\\ude00", "\\uzzzz", "\\\"",
+                                           "\\q",     "\\n",     "\xC3",           "\xF0\x9F"};
 
 // A JSON string of any bytes; what would end it early is written as an escape.
 static void add_string(std::string& text, std::string_view content) {
@@ -44,7 +71,8 @@ static void add_text_value(Bytes& bytes, std::size_t limit, std::string& text) {
     case 3:
       return add_string(text, std::string(limit * take_below(bytes, 8), 'x'));
     default:  // one less than the field takes, as much, one more
-      return add_string(text, std::string(limit + take_below(bytes, 3), static_cast<char>('a' + take_below(bytes, 26))));
+      return add_string(text,
+                        std::string(limit + take_below(bytes, 3), static_cast<char>('a' + take_below(bytes, 26))));
   }
 }
 
@@ -61,7 +89,8 @@ static void add_nested(Bytes& bytes, std::string& text) {
 static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text);
 
 static void add_any_value(Bytes& bytes, std::string& text) {
-  static constexpr const char* values[] = {"null", "true", "false", "[]", "{}", "[1,\"2\",null]", "{\"VALUE\":1}", "nul"};
+  static constexpr const char* values[] = {"null", "true",           "false",         "[]",
+                                           "{}",   "[1,\"2\",null]", "{\"VALUE\":1}", "nul"};
   const std::size_t choice = take_below(bytes, std::size(values) + 3);
   if (choice < std::size(values))
     text += values[choice];
@@ -118,7 +147,7 @@ static void add_parameter(Bytes& bytes, const UriInfo* row, std::string& text) {
   switch (take_below(bytes, 10)) {
     case 0: {  // any word with any type's fields
       const std::string word = take_chance(bytes, 4) ? std::string(28 + take_below(bytes, 8), 'M')
-                                                      : kWords[take_below(bytes, std::size(kWords))];
+                                                     : kWords[take_below(bytes, std::size(kWords))];
       return add_object(bytes, take_chance(bytes, 2) ? type.query : type.set, word, text);
     }
     case 1:  // a request word of any kind
