@@ -1,6 +1,7 @@
 // Volume and mute. The scale is 0 to 100, a step is 1. The TV API changes what it names and nothing else; the remote
 // control, as on any set, also unmutes when it raises the volume.
 #include <algorithm>
+#include <atomic>
 #include <boost/json.hpp>
 #include <charconv>
 #include <cstdio>
@@ -13,7 +14,7 @@ namespace {
 constexpr Setting kLevel{.key = "volume", .factory = 20, .minimum = 0, .maximum = 100};
 constexpr Setting kMute{.key = "mute", .factory = 0, .minimum = 0, .maximum = 1};
 
-struct Volume {
+struct alignas(8) Volume {  // read and written in one piece
   INT32 level;
   INT32 mute;  // 0 not muted, 1 muted
   bool operator==(const Volume&) const = default;
@@ -21,8 +22,9 @@ struct Volume {
 
 constexpr Volume kFactory{.level = kLevel.factory, .mute = kMute.factory};
 
-std::mutex lock;  // guards all that follow
-Volume volume = kFactory;
+std::atomic<Volume> volume = kFactory;  // changed under the lock only; read without, so that no read waits for the disk
+
+std::mutex lock;  // makes changes one after the other; guards all that follow
 a_vextvapi_volctrl_nfy_fct callback = nullptr;
 void* callback_tag = nullptr;
 
@@ -30,7 +32,7 @@ void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intpt
 
 // Keeps the wanted state, then tells of it; nothing at all when it is the present one. The caller holds the lock.
 INT32 change(const Volume& wanted) {
-  if (wanted == volume) return 0;
+  if (wanted == volume.load()) return 0;
   const SettingValue values[] = {{&kLevel, wanted.level}, {&kMute, wanted.mute}};
   if (!store_write(values)) return -1;
   volume = wanted;
@@ -44,11 +46,12 @@ INT32 change(const Volume& wanted) {
 
 INT32 step(INT32 by) {
   const std::lock_guard guard(lock);
-  return change({.level = std::clamp<INT32>(volume.level + by, kLevel.minimum, kLevel.maximum), .mute = volume.mute});
+  const auto [level, mute] = volume.load();
+  return change({.level = std::clamp<INT32>(level + by, kLevel.minimum, kLevel.maximum), .mute = mute});
 }
 
 // What the volume keys do. The caller holds the lock.
-INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.mute}); }
+INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.load().mute}); }
 
 boost::json::object answer(INT32 result) {
   if (result != 0) return control_error("the change could not be kept; the set's log says why");
@@ -59,15 +62,9 @@ boost::json::object answer(INT32 result) {
 
 }  // namespace
 
-INT32 a_vextvapi_volctrl_getVolume() {
-  const std::lock_guard guard(lock);
-  return volume.level;
-}
+INT32 a_vextvapi_volctrl_getVolume() { return volume.load().level; }
 
-INT32 a_vextvapi_volctrl_getMute() {
-  const std::lock_guard guard(lock);
-  return volume.mute;
-}
+INT32 a_vextvapi_volctrl_getMute() { return volume.load().mute; }
 
 INT32 a_vextvapi_volctrl_setVolume(INT16 wanted) {
   if (wanted < kLevel.minimum || wanted > kLevel.maximum) {
@@ -76,7 +73,7 @@ INT32 a_vextvapi_volctrl_setVolume(INT16 wanted) {
     return -1;
   }
   const std::lock_guard guard(lock);
-  return change({.level = wanted, .mute = volume.mute});
+  return change({.level = wanted, .mute = volume.load().mute});
 }
 
 INT32 a_vextvapi_volctrl_incrVolume() { return step(1); }
@@ -89,7 +86,7 @@ INT32 a_vextvapi_volctrl_setMute(UINT8 wanted) {
     return -1;
   }
   const std::lock_guard guard(lock);
-  return change({.level = volume.level, .mute = wanted});
+  return change({.level = volume.load().level, .mute = wanted});
 }
 
 INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct fct, void* tag) {
@@ -101,7 +98,7 @@ INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct fct, void* tag)
 
 void volume_load() {
   const std::lock_guard guard(lock);
-  volume = {.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
+  volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
 }
 
 void volume_reset() {
@@ -110,9 +107,9 @@ void volume_reset() {
 }
 
 void volume_report(boost::json::object& answer) {
-  const std::lock_guard guard(lock);
-  answer["volume"] = volume.level;
-  answer["mute"] = volume.mute != 0;
+  const auto [level, mute] = volume.load();
+  answer["volume"] = level;
+  answer["mute"] = mute != 0;
 }
 
 boost::json::object volume_command(Words arguments) {
@@ -121,7 +118,7 @@ boost::json::object volume_command(Words arguments) {
   INT32 level = 0;
   std::unique_lock guard(lock);
   if (wanted == "up" || wanted == "down") {
-    level = std::clamp<INT32>(volume.level + (wanted == "up" ? 1 : -1), kLevel.minimum, kLevel.maximum);
+    level = std::clamp<INT32>(volume.load().level + (wanted == "up" ? 1 : -1), kLevel.minimum, kLevel.maximum);
   } else {
     const auto [end, failed] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), level);
     if (failed != std::errc() || end != wanted.data() + wanted.size() || level < kLevel.minimum ||
@@ -130,7 +127,7 @@ boost::json::object volume_command(Words arguments) {
                            std::to_string(kLevel.maximum) + ", not \"" + std::string(wanted) + "\"");
     }
   }
-  const INT32 result = turn_to(level, wanted == "up" || level > volume.level);
+  const INT32 result = turn_to(level, wanted == "up" || level > volume.load().level);
   guard.unlock();
   return answer(result);
 }
@@ -142,8 +139,8 @@ boost::json::object mute_command(Words arguments) {
     return control_error("mute takes on, off or toggle, not \"" + std::string(wanted) + "\"");
   }
   std::unique_lock guard(lock);
-  const bool mute = wanted == "toggle" ? volume.mute == 0 : wanted == "on";
-  const INT32 result = change({.level = volume.level, .mute = mute ? 1 : 0});
+  const bool mute = wanted == "toggle" ? volume.load().mute == 0 : wanted == "on";
+  const INT32 result = change({.level = volume.load().level, .mute = mute ? 1 : 0});
   guard.unlock();
   return answer(result);
 }
