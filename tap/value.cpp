@@ -31,7 +31,7 @@ Integer integer_load(const Type& type, const void* value) {
 // A number fits a width when it can be read as a signed or as an unsigned value of it.
 bool integer_fits(const Type& type, Integer number) {
   const unsigned width = static_cast<unsigned>(type.size) * 8;
-  if (number.negative) return static_cast<std::int64_t>(number.bits) >= -(std::int64_t{1} << (width - 1));
+  if (number.negative) return static_cast<std::int64_t>(number.bits) >= INT64_MIN >> (64 - width);
   return width == 64 || number.bits >> width == 0;
 }
 

@@ -1,0 +1,196 @@
+#!/usr/bin/env python3
+"""Checks the conformance runner itself, with a stand-in for the plugin: good cases pass, and every bad case fails for
+the reason that is listed here, and for no other.
+
+usage: selftest.py RUNNER STAND_IN_LIBRARY
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "selftest")
+
+# Name of a bad case, and what must stand in its failure.
+REASONS = {
+    "ret differs": ["step 1 of 1", "ret: expected 9, came 8"],
+    "ret of a set differs": ["ret: expected 0, came -1"],
+    "ret of a raise differs": ["ret: expected 16, came 17"],
+    "ret of a subscription differs": ["ret: expected 1, came 0"],
+    "text is shorter": ['text: expected "ab"', 'came     "abc"'],
+    "text is longer": ['text: expected "abcd"'],
+    "text is absent": ['text: expected "x"', 'came     ""'],
+    "bytes differ": ["bytes: expected 2, came 3"],
+    "not absent": ["absent: expected an untouched buffer"],
+    "absent": ["absent: expected bytes"],
+    "JSON value differs": ['json: expected "1" at /a, came "0"'],
+    "JSON order differs": ['json: expected the member "b", came "a"'],
+    "JSON member too few": ["json: expected 1 members or elements, came 2"],
+    "JSON element too many": ["json: expected 3 members or elements at /b, came 2"],
+    "JSON kind differs": ["json: expected", "at /a"],
+    "no JSON": ["json: not JSON"],
+    "calls left out": ["calls: expected", '["a_vextvapi_volctrl_setMute",1]'],
+    "calls expected": ["calls: expected", "came no calls"],
+    "calls in another order": ["calls: expected"],
+    "calls with another argument": ["calls: expected", '["a_vextvapi_volctrl_setVolume",2]'],
+    "start-up calls differ": ["start-up", "calls: expected", '["a_vextvapi_volctrl_reg_callback",1,42]'],
+    "log differs": ["log: expected exactly", '"[B]y"', '"[B]x"'],
+    "log without its carriage return": ["log_has: expected"],
+    "log has more": ["log: expected exactly", '"last"'],
+    "log in another order": ["log_has: expected"],
+    "a line number is digits only": ["log_has: expected"],
+    "log not empty": ["log: expected exactly no lines"],
+    "err differs": ["err: expected exactly no lines"],
+    "err lacks": ["err_has: expected"],
+    "device differs": ['device: expected "a", came "ab"'],
+    "no device": ["ret: expected 0, came -1"],
+    "after differs": ["after: argument 1: expected", '{"value":1}'],
+    "after of a number differs": ["after: argument 1: expected 5, came 1029"],
+    "after of a buffer differs": ["after: argument 1: expected", '"/volume"'],
+    "returned pointer is not null": ["ret: expected 0, came 1"],
+    "the second of two steps fails": ["step 2 of 2", "ret: expected 7, came 8"],
+    "a crash": ["signal 6", "in step 2"],
+    "an early end": ["ended with status 0 in step 1"],
+    "a hang": ["hung and was ended in step 1"],
+    "no callback is registered": ["raise: no callback is registered through a_vextvapi_volctrl_reg_callback"],
+    "an answer raises what is not registered": ["platform: ", "no callback is registered"],
+    "no check": ["refused: it checks nothing"],
+    "no steps": ['refused: it has no "steps"'],
+    "unknown member of a case": ['refused: unknown member "step"', "platform"],
+    "unknown member of a step": ['refused: step 1: unknown member "rte"', "log_has"],
+    "a check that the step cannot have": ['refused: step 1: unknown member "text"'],
+    "a step that does nothing": ["refused: step 1: does nothing"],
+    "a step that does two things": ['refused: step 1: unknown member "set"'],
+    "a wrong kind of value": ['refused: step 1: "log" must be an array of texts'],
+    "unknown platform function": ["refused: ", "answer 1", "a_vextvapi_volctrl_getVolum"],
+    "unknown member of an answer": ["refused: ", 'unknown member "return"'],
+    "an argument too many in an answer": ["refused: ", "too many arguments"],
+    "an argument that does not fit": ["refused: ", "256 does not fit 8 bits"],
+    "unknown function in calls": ['refused: step 1: "calls": the contract has no function'],
+    "an argument too many in calls": ['refused: step 1: "calls": a_vextvapi_volctrl_setMute has only 1'],
+    "unknown function in a raise": ["refused: step 1: the contract has no function"],
+    "a raise of what registers nothing": ["refused: step 1: a_vextvapi_volctrl_getMute registers no callback"],
+    "arguments too many in a raise": ["raise: too many arguments"],
+    "unknown exported function": ["refused: step 1: there is no exported function"],
+    "not exported by this library": ["refused: tv_ctrl_set: the library does not export it"],
+    "unknown record": ['refused: tv_ctrl_get: argument 1: there is no record "T_VALEU"'],
+    "unknown field": ['refused: tv_ctrl_get: argument 1: T_VALUE has no field "valeu"', "min_value"],
+    "unknown field afterwards": ['T_VALUE has no field "valeu"'],
+    "after of what goes by value": ['refused: "after"', "is passed by value"],
+    "after of a null pointer": ['refused: "after"', "was null"],
+    "arguments too many": ["refused: tv_ctrl_get: tv_ctrl_get takes 2 arguments"],
+    "ret of what returns nothing": ["refused: step 1: tv_ctrl_api_notify_func returns nothing"],
+    "a path that is not absolute": ['refused: "files": "etc/x" is not an absolute path'],
+    "a fetch without a length": ['refused: step 1: a fetch needs a "length"'],
+    "text without a buffer": ['refused: step 1: "text" cannot be checked without a buffer'],
+    "twice": ["refused: another case of this file has the same name"],
+    "number 73": ['refused: it has no "name"'],
+}
+
+# The good ones among the bad: the first of two cases with one name.
+PASSING_AMONG_BAD = 1
+
+# Whole files that cannot be used, and what must be said about them.
+BAD_FILES = {
+    "{": "not JSON",
+    '{"case":[]}': "a file is",
+    '{"cases":[]}': "a file is",
+    '{"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}],"more":1}': "a file is",
+}
+
+problems = []
+
+
+def check(good, text):
+    if not good:
+        problems.append(text)
+
+
+def run(*args):
+    result = subprocess.run([RUNNER, *args, "--library", LIBRARY], capture_output=True, text=True, errors="replace",
+                            timeout=300, check=False)
+    return result.returncode, result.stdout + result.stderr
+
+
+def failures(output):
+    """The text of each failed case, by name."""
+    found = {}
+    for part in re.split(r"^FAIL ", output, flags=re.M)[1:]:
+        head, _, body = part.partition("\n")
+        name = head.split(".json: ", 1)[1] if ".json: " in head else head
+        found[name] = re.split(r"^PASS |^\d+ passed", body, flags=re.M)[0]
+    return found
+
+
+def main():
+    before = {path for path in ("/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start", "/etc/brand_new") if os.path.lexists(path)}
+
+    status, output = run(os.path.join(FOLDER, "good.json"))
+    check(status == 0 and re.search(r"^\d+ passed, 0 failed$", output, re.M), "good cases fail:\n" + output)
+    check("FAIL" not in output, "a good case is shown as failed:\n" + output)
+
+    status, output = run(os.path.join(FOLDER, "bad.json"), "--timeout", "2")
+    found = failures(output)
+    check(status == 1, f"status {status} after bad cases")
+    check(output.rstrip().endswith(f"{PASSING_AMONG_BAD} passed, {len(REASONS)} failed"), "wrong count: " + output[-200:])
+    for name, parts in REASONS.items():
+        if name not in found:
+            problems.append(f'"{name}" did not fail')
+            continue
+        for part in parts:
+            check(part in found[name], f'"{name}" lacks {part!r}:\n{found[name]}')
+        # One difference gives one complaint.
+        checks = re.findall(r"^    (?:ret|text|json|absent|bytes|after|calls|log|log_has|err|err_has|device): ", found[name], re.M)
+        check(len(checks) <= 1, f'"{name}" fails for more than one reason:\n{found[name]}')
+    for name in found.keys() - REASONS.keys():
+        problems.append(f'"{name}" failed and is not listed')
+
+    with tempfile.TemporaryDirectory() as folder:
+        path = os.path.join(folder, "file.json")
+        for content, reason in BAD_FILES.items():
+            with open(path, "w", encoding="utf-8") as file:
+                file.write(content)
+            status, output = run(path)
+            check(status == 1 and reason in output and "0 passed, 1 failed" in output, f"{content}: {output}")
+        os.remove(path)
+        status, output = run(folder)
+        check(status == 1 and "0 passed, 0 failed" in output, "an empty folder succeeds: " + output)
+        status, output = run(path)
+        check(status == 1 and "cannot be read" in output, "a missing file succeeds: " + output)
+
+        good = os.path.join(FOLDER, "good.json")
+        status, output = run(good, "--filter", "the marker")
+        check(status == 0 and "1 passed, 0 failed" in output, "--filter: " + output)
+        status, output = run(good, "--filter", "the marker", "-v")
+        check("PASS" in output and 'bytes: "m"' in output, "-v: " + output)
+        status, output = run(good, "--filter", "no such case")
+        check(status == 1, "a filter that picks nothing succeeds")
+
+        counts = os.path.join(folder, "coverage")
+        status, output = run(good, "--require-coverage", "--coverage", counts)
+        check(status == 1, "--require-coverage succeeds with a row that nobody uses")
+        missing = set(re.findall(r"^no case exercises (.*)$", output, re.M))
+        check("URI /nobody" in missing, "--require-coverage misses /nobody: " + output)
+        check("platform function a_vextvapi_volctrl_incrVolume" in missing, "it misses a function: " + output)
+        check(not missing & {"URI /unused", "URI /volume", "URI /told", "platform function a_vextvapi_volctrl_getVolume"},
+              "--require-coverage names what is used or needs no use: " + output)
+        with open(counts, encoding="utf-8") as file:
+            text = file.read()
+        check('"a_vextvapi_volctrl_setVolume":3' in text and '"/started":4' in text, "--coverage: " + text)
+        status, output = run(good, "--list-unexercised")
+        check(status == 0 and "no case exercises URI /nobody" in output, "--list-unexercised: " + output)
+
+    after = {path for path in ("/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start", "/etc/brand_new") if os.path.lexists(path)}
+    check(before == after, f"the machine was changed: {after - before}")
+    for problem in problems:
+        print(problem)
+    print(f"{len(REASONS) + len(BAD_FILES)} bad and all good cases looked at, {len(problems)} problems")
+    return 1 if problems else 0
+
+
+if len(sys.argv) != 3:
+    sys.exit(__doc__)
+RUNNER, LIBRARY = sys.argv[1:]
+sys.exit(main())
