@@ -20,7 +20,7 @@ test.describe("a host that goes away", () => {
     await page.getByRole("switch").check();
 
     await host.kill();
-    await expect(connection(page)).toContainText("Disconnected");
+    await expect(connection(page)).toContainText("Offline");
     await expect(slider(page)).toBeDisabled();
 
     await host.start();

@@ -1,5 +1,3 @@
-import { useSignal } from "@preact/signals";
-import { useEffect } from "preact/hooks";
 import { connection, reconnectNow, remote } from "../model/session";
 import { MinusIcon, PlusIcon } from "./icons";
 import { VolumeBar } from "./volume-bar";
@@ -48,27 +46,17 @@ const Remote = () => (
   </div>
 );
 
+const stateNames = { open: "Connected", connecting: "Connecting…", waiting: "Offline" } as const;
+
 function Connection() {
-  const state = connection.value;
-  const seconds = useSignal(0);
-
-  useEffect(() => {
-    if (state.name !== "waiting") return;
-    const show = () => (seconds.value = Math.max(1, Math.ceil((state.retryAt - Date.now()) / 1000)));
-    show();
-    const timer = setInterval(show, 250);
-    return () => clearInterval(timer);
-  }, [state]);
-
+  const { name } = connection.value;
   return (
-    <div class="connection" data-state={state.name}>
+    <div class="connection" data-state={name}>
       <span class="dot" aria-hidden="true" />
-      <span role="status">
-        {state.name === "open" ? "Connected" : state.name === "connecting" ? "Connecting…" : "Disconnected"}
-      </span>
-      {state.name === "waiting" && (
+      <span role="status">{stateNames[name]}</span>
+      {name === "waiting" && (
         <button type="button" class="link-button" onClick={reconnectNow}>
-          Retry<span aria-hidden="true"> ({seconds.value} s)</span>
+          Retry
         </button>
       )}
     </div>
