@@ -1,0 +1,28 @@
+// A stand-in for the television's platform: it answers what a test tells it and remembers what it was asked.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tvapi/all.h"
+
+struct PlatformCall {
+  std::string name;
+  std::vector<std::int64_t> arguments;  // integers as they are, addresses as numbers
+  bool operator==(const PlatformCall&) const = default;
+};
+
+// Forgets everything: results are 0 again, no calls, and the callback registered stays known.
+void platform_reset();
+
+// What a function returns from now on.
+void platform_answer(const std::string& name, std::int32_t result);
+
+// The calls since the last reset.
+std::vector<PlatformCall> platform_calls();
+
+// The volume callback that the plugin registered last, and its tag; null when it has not.
+a_vextvapi_volctrl_nfy_fct platform_volume_callback();
+void* platform_volume_tag();

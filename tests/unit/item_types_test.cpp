@@ -1,0 +1,300 @@
+// The item-type table and the content records, walked whole.
+#include "tv_ctrl_api/item_types.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+
+#include "support.h"
+#include "tv_ctrl_main/registry.h"
+
+namespace {
+
+constexpr FieldUse kUses[] = {kQuery, kModify, kSet, kAssociate, kResponse, kNotify};
+
+std::size_t size_of_kind(FieldKind kind) {
+  switch (kind) {
+    case FieldKind::kUint8:
+      return 1;
+    case FieldKind::kUint16:
+      return 2;
+    case FieldKind::kInt32:
+    case FieldKind::kUint32:
+      return 4;
+    case FieldKind::kInt64:
+    case FieldKind::kUint64:
+      return 8;
+    case FieldKind::kWord:
+      return sizeof(void*);
+    default:
+      return 0;  // of any size
+  }
+}
+
+void check_fields(std::span<const Field> fields, std::size_t record_size, const std::string& where) {
+  for (const Field& field : fields) {
+    const std::string name = where + "." + field.key;
+    if (field.kind == FieldKind::kConstant) {
+      EXPECT_NE(field.text, nullptr) << name;
+      continue;
+    }
+    EXPECT_LE(field.offset + field.size, record_size) << name;
+    EXPECT_GT(field.size, 0u) << name;
+    if (const std::size_t size = size_of_kind(field.kind)) EXPECT_EQ(field.size, size) << name;
+    if (field.kind == FieldKind::kText) EXPECT_GE(field.size, 2u) << name << " has room for no text";
+    EXPECT_EQ(field.kind == FieldKind::kObject, !field.fields.empty()) << name;
+    if (field.kind == FieldKind::kObject) check_fields(field.fields, field.size, name);
+  }
+}
+
+TEST(ItemTypes, FieldsLieInTheirRecords) {
+  for (const ItemType& item : tvc_item_types())
+    check_fields(item.fields, item.record_size, tvc_item_type_name(item.type));
+}
+
+void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
+  std::set<std::string> keys;
+  for (const Field& field : fields) {
+    if (use != kEverywhere && !(field.use & use)) continue;
+    EXPECT_NE(field.key, nullptr);
+    EXPECT_TRUE(*field.key) << where;
+    EXPECT_TRUE(keys.insert(field.key).second) << where << "." << field.key << " stands twice";
+    check_keys(field.fields, kEverywhere, where + "." + field.key);
+  }
+}
+
+TEST(ItemTypes, KeysAreUniqueWithinAUse) {
+  for (const ItemType& item : tvc_item_types())
+    for (const FieldUse use : kUses) check_keys(item.fields, use, tvc_item_type_name(item.type));
+}
+
+TEST(ItemTypes, FieldsTakePartSomewhere) {
+  for (const ItemType& item : tvc_item_types())
+    for (const Field& field : item.fields) EXPECT_NE(field.use, kEverywhere) << field.key;
+}
+
+TEST(ItemTypes, OnlyOneFieldIsModified) {
+  for (const ItemType& item : tvc_item_types()) {
+    const auto modified =
+        std::count_if(item.fields.begin(), item.fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
+    const bool can = std::set<int>{TYPE_VALUE, TYPE_TEXT,    TYPE_TINT,
+                                   TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME}.contains(item.type);
+    EXPECT_EQ(modified, can ? 1 : 0) << tvc_item_type_name(item.type);
+  }
+}
+
+TEST(ItemTypes, EveryNumberFindsItsRow) {
+  std::map<int, const ItemType*> rows;
+  for (const ItemType& item : tvc_item_types()) EXPECT_TRUE(rows.emplace(item.type, &item).second) << int{item.type};
+  for (int type = 0; type <= 255; ++type)
+    EXPECT_EQ(tvc_item_type(static_cast<UINT8>(type)), rows.contains(type) ? rows[type] : nullptr) << type;
+  EXPECT_FALSE(rows.contains(TYPE_NONE));
+  EXPECT_FALSE(rows.contains(TYPE_INVALID));
+}
+
+TEST(ItemTypes, NamesFollowTheNumbers) {
+  const char* const names[] = {
+      "NONE",            "VALUE",           "TEXT",
+      "TINT",            "ACTION",          "OPTION_LIST",
+      "CONFIG",          "LANG_STRING",     "NW_NOTIFY",
+      "WLAN_ASSOCIATE",  "TUNER_SCAN",      "CHANNEL_INFO",
+      "SATL_INFO",       "LOL_INFO",        "INTEGER",
+      "FAV_CHANNEL_INFO", "EVENT_INFO",     "ACTIVE_WINDOW_INFO",
+      "UPDATE_EPG",      "TUNER_SCAN_NOTIFY", "TEXT_16",
+      "CI_DATA",         "NET_IP_INFO",     "NET_IPV6_INFO",
+      "TIME",            "BANNER_ITEM",     "MULTIVIEW",
+      "CBROWSER",        "CBROWSER_PB",     "CBROWSER_PB_NOTIFY",
+      "CBROWSER_IMG",    "DLNA_DMP",        "DLNA_DMS_NOTIFY",
+      "DLNA_DMR",        "DLNA_DMR_NOTIFY", "PUS",
+      "PUS_NOTIFY",      "USB_DETECT_NOTIFY", "PVR_REC_LIST_INFO",
+      "PVR_RMDR_EVENT",  "PVR_REC_PAIRED_DISK_INFO", "PVR_FILE_INFO",
+      "PVR_UI_STATUS",   "INPUT_SRC",       "INPUT_DEV_INFO",
+      "MOUNT_INFO",      "HBBTV",           "PORTAL",
+      "CEC_DETECT_NOTIFY", "CHANNEL_INFO_NOTIFY", "ACTIVE_WINDOW_INFO_NOTIFY",
+      "ACTIVE_WINDOW_TIME_NOTIFY", "CHANNEL_SELECT", "CECM_CFG",
+      "CONFIG_UPDATE_NOTIFY", "VOL_CTRL_NOTIFY",
+  };
+  static_assert(std::size(names) == 56);
+  for (int type = 0; type < 255; ++type)
+    EXPECT_STREQ(tvc_item_type_name(static_cast<UINT8>(type)),
+                 type < 56 ? (std::string("TYPE_") + names[type]).c_str() : "");
+  EXPECT_STREQ(tvc_item_type_name(255), "TYPE_INVALID");
+}
+
+// --- Notification rules ---
+
+TEST(ItemTypes, NotificationFormsAndBounds) {
+  struct Rule {
+    NotifyForm form;
+    UINT32 bound;
+    const char* log_name;
+  };
+  constexpr auto kBase = "_json_print_base_type_notify";
+  const std::map<int, Rule> rules = {
+      {TYPE_VALUE, {NotifyForm::kSingleParameter, 0, kBase}},
+      {TYPE_TEXT, {NotifyForm::kSingleParameter, 0, kBase}},
+      {TYPE_TINT, {NotifyForm::kSingleParameter, 0, kBase}},
+      {TYPE_OPTION_LIST, {NotifyForm::kSingleParameter, 0, kBase}},
+      {TYPE_TEXT_16, {NotifyForm::kSingleParameter, 0, kBase}},
+      {TYPE_NW_NOTIFY, {NotifyForm::kSingleItems, 0, "_json_print_network_notify"}},
+      {TYPE_WLAN_ASSOCIATE, {NotifyForm::kSingleParameter, 0, "_json_print_nw_associate_notify"}},
+      {TYPE_TUNER_SCAN_NOTIFY, {NotifyForm::kSingleParameter, 0, "_json_print_tuner_scan_notify"}},
+      {TYPE_CI_DATA, {NotifyForm::kSingleParameter, 0, "_json_print_ci_data_notify"}},
+      {TYPE_CEC_DETECT_NOTIFY, {NotifyForm::kSingleItems, 0, "_json_print_cec_detect_notify"}},
+      {TYPE_VOL_CTRL_NOTIFY, {NotifyForm::kSingleItems, 0, "_json_print_vol_ctrl_notify"}},
+      {TYPE_CBROWSER_PB_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_cbrowser_playback_notify"}},
+      {TYPE_DLNA_DMS_NOTIFY, {NotifyForm::kQueued, 10240, "_json_print_dlna_dms_notify"}},
+      {TYPE_DLNA_DMR_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_dlna_dmr_notify"}},
+      {TYPE_PUS_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_cbrowser_pus_notify"}},
+      {TYPE_USB_DETECT_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_usb_detect_notify"}},
+      {TYPE_CONFIG_UPDATE_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_config_update_notify"}},
+      {TYPE_CHANNEL_INFO_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_channel_info_notify"}},
+      {TYPE_ACTIVE_WINDOW_INFO_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_active_window_info_notify"}},
+      {TYPE_ACTIVE_WINDOW_TIME_NOTIFY, {NotifyForm::kQueued, 1024, "_json_print_active_window_time_notify"}},
+  };
+  for (int type = 0; type <= 255; ++type) {
+    const ItemType* const item = tvc_item_type(static_cast<UINT8>(type));
+    if (!item) continue;  // its record comes with its own area
+    const auto rule = rules.find(type);
+    const Rule expected = rule == rules.end() ? Rule{NotifyForm::kNone, 0, ""} : rule->second;
+    EXPECT_EQ(item->notify.form, expected.form) << type;
+    EXPECT_EQ(item->notify.bound, expected.bound) << type;
+    EXPECT_STREQ(item->notify.log_name, expected.log_name) << type;
+    EXPECT_EQ(item->notify.restarts_unusable, type == TYPE_CBROWSER_PB_NOTIFY) << type;
+    EXPECT_EQ(tvc_item_has(*item, kNotify), expected.form != NotifyForm::kNone) << type;
+  }
+}
+
+// --- Records and their allocation ---
+
+struct Freed {
+  void operator()(void* block) const { std::free(block); }
+};
+using Block = std::unique_ptr<void, Freed>;
+
+// Types above 53, TYPE_NONE, and those that are never allocated.
+const std::set<int> never_allocated = {
+    TYPE_LANG_STRING,      TYPE_NW_NOTIFY,     TYPE_TEXT_16,
+    TYPE_DLNA_DMR_NOTIFY,  TYPE_PUS,           TYPE_PUS_NOTIFY,
+    TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_REC_PAIRED_DISK_INFO,
+    TYPE_PVR_FILE_INFO,    TYPE_PVR_UI_STATUS, TYPE_MOUNT_INFO,
+    TYPE_HBBTV,            TYPE_PORTAL,        TYPE_CHANNEL_INFO_NOTIFY,
+};
+
+// Records that other areas bring: their types are allocated from then on.
+const std::set<int> brought_later = {
+    TYPE_CONFIG,       TYPE_CHANNEL_INFO, TYPE_SATL_INFO,   TYPE_LOL_INFO,     TYPE_FAV_CHANNEL_INFO,
+    TYPE_EVENT_INFO,   TYPE_ACTIVE_WINDOW_INFO, TYPE_UPDATE_EPG, TYPE_NET_IP_INFO, TYPE_NET_IPV6_INFO,
+    TYPE_MULTIVIEW,    TYPE_CBROWSER,     TYPE_CBROWSER_PB, TYPE_CBROWSER_IMG, TYPE_DLNA_DMP,
+    TYPE_DLNA_DMR,     TYPE_INPUT_SRC,    TYPE_CEC_DETECT_NOTIFY, TYPE_CECM_CFG,
+};
+
+TEST(Content, EveryTypeIsAllocatedAsItsRule) {
+  for (int type = 0; type <= 255; ++type) {
+    const Block block(tv_ctrl_malloc_content(static_cast<UINT8>(type)));
+    const bool never = type == TYPE_NONE || type > TYPE_CECM_CFG || never_allocated.contains(type);
+    if (never) {
+      EXPECT_EQ(block, nullptr) << type;
+    } else if (block || !brought_later.contains(type)) {
+      EXPECT_NE(block, nullptr) << type;
+      EXPECT_NE(tvc_item_type(static_cast<UINT8>(type)), nullptr) << type;
+    }
+    if (!block) continue;
+    const std::size_t size = last_calloc_size();
+    EXPECT_GE(malloc_usable_size(block.get()), size);
+    const auto* const bytes = static_cast<const char*>(block.get());
+    EXPECT_TRUE(std::all_of(bytes, bytes + size, [](char byte) { return byte == 0; })) << type;
+    std::memset(block.get(), 0xFF, size);  // all of it is the caller's
+  }
+}
+
+TEST(Content, AllocatedSizesAreTheRecords) {
+  const std::pair<UINT8, std::size_t> sizes[] = {
+      {TYPE_VALUE, sizeof(T_VALUE)},
+      {TYPE_TEXT, sizeof(T_TEXT)},
+      {TYPE_TINT, sizeof(T_TINT)},
+      {TYPE_ACTION, sizeof(T_ACTION)},
+      {TYPE_OPTION_LIST, sizeof(T_OPTION_LIST)},
+      {TYPE_WLAN_ASSOCIATE, sizeof(T_WLAN_ASSOCIATE)},
+      {TYPE_TUNER_SCAN, sizeof(T_TUNER_SCAN)},
+      {TYPE_TUNER_SCAN_NOTIFY, sizeof(T_TUNER_SCAN_NOTIFY)},
+      {TYPE_CI_DATA, sizeof(T_CI_DATA)},
+      {TYPE_TIME, sizeof(T_TIME)},
+      {TYPE_BANNER_ITEM, sizeof(T_BANNER_ITEM)},
+      {TYPE_CBROWSER_PB_NOTIFY, sizeof(T_CBROWSER_PB_NOTIFY)},
+      {TYPE_DLNA_DMS_NOTIFY, sizeof(T_DLNA_DMS_NOTIFY)},
+      {TYPE_USB_DETECT_NOTIFY, sizeof(T_USB_DETECT_NOTIFY)},
+      {TYPE_INPUT_DEV_INFO, sizeof(T_VALUE)},
+      {TYPE_ACTIVE_WINDOW_INFO_NOTIFY, sizeof(T_CBROWSER_PB_NOTIFY)},
+      {TYPE_ACTIVE_WINDOW_TIME_NOTIFY, sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},
+      {TYPE_CHANNEL_SELECT, sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},
+  };
+  for (const auto& [type, size] : sizes) {
+    const Block block(tv_ctrl_malloc_content(type));
+    ASSERT_NE(block, nullptr) << int{type};
+    EXPECT_EQ(last_calloc_size(), size) << int{type};
+  }
+  // What is told is a record's whole size, or the size of the record whose allocation it shares.
+  const Block integer(tv_ctrl_malloc_content(TYPE_INTEGER));
+  ASSERT_NE(integer, nullptr);
+  EXPECT_GE(last_calloc_size(), sizeof(int));
+}
+
+TEST(Content, SharedBufferHoldsEveryRegisteredRecord) {
+  INT32 size = -1;
+  const Block block(tv_ctrl_malloc_content_max(&size));
+  ASSERT_NE(block, nullptr);
+  ASSERT_GT(size, 0);
+  EXPECT_EQ(last_calloc_size(), static_cast<std::size_t>(size) + 1);  // one byte more stays zero
+  const auto* const bytes = static_cast<const char*>(block.get());
+  EXPECT_TRUE(std::all_of(bytes, bytes + size + 1, [](char byte) { return byte == 0; }));
+  for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) {
+    const ItemType* const item = tvc_item_type(row.ui1_type);
+    if (item && item->type <= TYPE_CECM_CFG)
+      EXPECT_LE(item->record_size, static_cast<UINT32>(size)) << tvc_item_type_name(item->type);
+  }
+  EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_INTEGER));
+  EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_OPTION_LIST));
+  EXPECT_EQ(tv_ctrl_malloc_content_max(nullptr), nullptr);
+}
+
+TEST(Content, WithoutMemoryThereIsNoRecord) {
+  const MemoryWatch memory(1, true);
+  INT32 size = 77;
+  EXPECT_EQ(tv_ctrl_malloc_content_max(&size), nullptr);
+  EXPECT_EQ(size, 77);
+  EXPECT_EQ(tv_ctrl_malloc_content(TYPE_VALUE), nullptr);
+}
+
+TEST(Content, ConfigurationBackedItems) {
+  const std::string name40(40, 'n');
+  T_VALUE value;
+  std::memset(&value, 0x55, sizeof value);
+  EXPECT_EQ(tvc_util_fill_t_value_content_by_config_type(0x0901, "g_any__thing", name40.c_str(), &value), 0);
+  EXPECT_EQ(value.id, 0x0901);
+  EXPECT_EQ(std::string(value.name), name40.substr(0, 31));
+  EXPECT_EQ(value.group, 0);
+  EXPECT_EQ(value.state, 1);
+  EXPECT_EQ(value.value, 0);
+  EXPECT_EQ(value.min_value, 0);
+  EXPECT_EQ(value.max_value, 0);
+  EXPECT_EQ(value.increment, 1);
+  T_OPTION_LIST list = {};
+  list.value = 9;
+  EXPECT_EQ(tvc_util_fill_t_option_list_content_by_config_type(0x0902, nullptr, "Country", &list), 0);
+  EXPECT_EQ(list.id, 0x0902);
+  EXPECT_STREQ(list.name, "Country");
+  EXPECT_EQ(list.group, 0);
+  EXPECT_EQ(list.state, 1);
+  EXPECT_EQ(list.value, 0);
+  EXPECT_EQ(tvc_util_fill_t_value_content_by_config_type(1, nullptr, "x", nullptr), -2);
+  EXPECT_EQ(tvc_util_fill_t_option_list_content_by_config_type(1, nullptr, "x", nullptr), -2);
+  EXPECT_EQ(tv_util_init(), 0);
+}
+
+}  // namespace

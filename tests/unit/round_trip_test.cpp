@@ -1,0 +1,272 @@
+// Every item type that a request decodes: decode, compare with the record meant, render, decode again.
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "support.h"
+#include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_api/request.h"
+
+namespace {
+
+constexpr int kVariants = 6;
+
+// A made-up value of a number field, at its limits for the first variants.
+template <typename T>
+T number_of(int variant) {
+  switch (variant) {
+    case 0:
+      return std::numeric_limits<T>::min();
+    case 1:
+      return std::numeric_limits<T>::max();
+    case 2:
+      return 0;
+    case 3:
+      return static_cast<T>(-1);
+    case 4:
+      return sizeof(T) == 8 ? static_cast<T>(1LL << 53) : static_cast<T>(1) << (sizeof(T) * 8 - 2);
+    default:
+      return 42;
+  }
+}
+
+// At most `size` minus one bytes.
+std::string text_of(int variant, std::size_t size) {
+  std::string text;
+  switch (variant) {
+    case 0:
+      return "";
+    case 1:
+      return std::string(size - 1, 'x');
+    case 2:
+      return std::string(size - 1, '"');
+    case 3:
+      text = "\\\b\f\n\r\t\x01\x1F/";
+      break;
+    case 4:
+      text = "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x93\xBA";  // characters of two, three and four bytes
+      break;
+    default:
+      text = "plain";
+  }
+  return text.substr(0, size - 1);
+}
+
+template <typename T>
+cJSON* put_number(void* record, const Field& field, int variant) {
+  const T value = number_of<T>(variant);
+  std::memcpy(static_cast<char*>(record) + field.offset, &value, sizeof value);
+  // Beyond 2^53 a JSON number is not exact; a text is.
+  return sizeof(T) == 8 ? cJSON_CreateString(std::to_string(value).c_str())
+                        : cJSON_CreateNumber(static_cast<double>(value));
+}
+
+cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, int variant);
+
+// Puts a field's value into the record meant and returns the JSON that asks for it.
+cJSON* put_field(const Field& field, void* record, int variant) {
+  char* const place = static_cast<char*>(record) + field.offset;
+  switch (field.kind) {
+    case FieldKind::kUint8:
+      return put_number<UINT8>(record, field, variant);
+    case FieldKind::kUint16:
+      return put_number<UINT16>(record, field, variant);
+    case FieldKind::kInt32:
+      return put_number<INT32>(record, field, variant);
+    case FieldKind::kUint32:
+      return put_number<UINT32>(record, field, variant);
+    case FieldKind::kInt64:
+      return put_number<INT64>(record, field, variant);
+    case FieldKind::kUint64:
+      return put_number<UINT64>(record, field, variant);
+    case FieldKind::kText: {
+      const std::string text = text_of(variant, field.size);
+      std::memcpy(place, text.c_str(), text.size() + 1);
+      return cJSON_CreateString(text.c_str());
+    }
+    case FieldKind::kObject:
+      return put_fields(field.fields, kEverywhere, place, variant);
+    default:
+      ADD_FAILURE() << field.key << " is of a kind that no request decodes";
+      return cJSON_CreateNull();
+  }
+}
+
+cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, int variant) {
+  cJSON* const object = cJSON_CreateObject();
+  for (const Field& field : fields)
+    if (use == kEverywhere || (field.use & use)) cJSON_AddItemToObject(object, field.key, put_field(field, record, variant));
+  return object;
+}
+
+// What is rendered for the record, decoded again, is the record in every field that has the same key both ways.
+void expect_same_again(const ItemType& item, FieldUse use, const void* record, const std::string& where) {
+  const Json rendered(tvc_make_item(item, kResponse, record), cJSON_Delete);
+  ASSERT_TRUE(rendered) << where;
+  const std::string text = print_json(rendered.get());
+  const Json parsed = parse_json(text);
+  ASSERT_TRUE(parsed) << where << ": " << text;
+  std::vector<char> again(item.record_size, 0);
+  tvc_decode_fields(item.fields, use, parsed.get(), again.data(), "");
+  for (const Field& field : item.fields) {
+    if (!(field.use & use) || !(field.use & kResponse)) continue;
+    const bool shown = !field.when || field.when(record);
+    EXPECT_EQ(cJSON_HasObjectItem(parsed.get(), field.key), shown) << where << "." << field.key;
+    if (shown)
+      EXPECT_EQ(std::memcmp(again.data() + field.offset, static_cast<const char*>(record) + field.offset, field.size), 0)
+          << where << "." << field.key << " in " << text;
+  }
+}
+
+TEST(RoundTrip, DecodedRecordIsTheOneMeant) {
+  int uses = 0;
+  for (const ItemType& item : tvc_item_types()) {
+    for (const FieldUse use : {kQuery, kSet, kAssociate}) {
+      if (!tvc_item_has(item, use)) continue;
+      ++uses;
+      for (int variant = 0; variant < kVariants; ++variant) {
+        const std::string where = std::string(tvc_item_type_name(item.type)) + " variant " + std::to_string(variant);
+        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+        const Json parameter(put_fields(item.fields, use, meant.data(), variant), cJSON_Delete);
+        const Json parsed = parse_json(print_json(parameter.get()));
+        ASSERT_TRUE(parsed) << where;
+        EXPECT_EQ(tvc_decode_fields(item.fields, use, parsed.get(), decoded.data(), ""), 0) << where;
+        EXPECT_EQ(decoded, meant) << where;
+        if (tvc_item_has(item, kResponse)) expect_same_again(item, use, decoded.data(), where);
+      }
+    }
+  }
+  EXPECT_GE(uses, 7) << "text, integer, time, banner item, option list, tuner scan, association";
+}
+
+TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
+  for (const ItemType& item : tvc_item_types()) {
+    for (const Field& field : item.fields) {
+      if (!(field.use & kModify)) continue;
+      for (int variant = 0; variant < kVariants; ++variant) {
+        const std::string where = std::string(tvc_item_type_name(item.type)) + " variant " + std::to_string(variant);
+        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+        Json value(put_field(field, meant.data(), variant), cJSON_Delete);
+        if (field.kind == FieldKind::kInt64)  // texts are not converted here
+          value = Json(cJSON_CreateNumber(static_cast<double>(number_of<INT64>(variant))), cJSON_Delete);
+        EXPECT_TRUE(tvc_modify_record("", &item, value.get(), decoded.data())) << where;
+        EXPECT_EQ(decoded, meant) << where;
+      }
+    }
+  }
+}
+
+TEST(RoundTrip, TextOfAnyLengthStaysInItsField) {
+  for (const ItemType& item : tvc_item_types()) {
+    for (const Field& field : item.fields) {
+      if (field.kind != FieldKind::kText) continue;
+      for (const FieldUse use : {kQuery, kSet, kAssociate}) {
+        if (!(field.use & use)) continue;
+        const Json parameter(cJSON_CreateObject(), cJSON_Delete);
+        cJSON_AddStringToObject(parameter.get(), field.key, std::string(100'000, 'y').c_str());
+        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+        std::memset(meant.data() + field.offset, 'y', field.size - 1);
+        tvc_decode_fields(item.fields, use, parameter.get(), decoded.data(), "");
+        EXPECT_EQ(decoded, meant) << tvc_item_type_name(item.type) << "." << field.key;
+      }
+    }
+  }
+}
+
+// The blocks of a scan's record: which keys each scan type shows beside the eight common ones.
+TEST(RoundTrip, TunerScanShowsTheBlockOfItsType) {
+  const ItemType& item = *tvc_item_type(TYPE_TUNER_SCAN);
+  const auto keys_of = [](int type) -> std::vector<std::string> {
+    switch (type) {
+      case 4:
+      case 6:
+      case 10:
+        return {"ATSC_FIRST_SCAN_IDX", "ATSC_LAST_SCAN_IDX", "ATSC_MOD_MASK", "ATSC_FREQ_PLAN"};
+      case 5:
+      case 11:
+        return {"ISDB_FIRST_SCAN_IDX", "ISDB_LAST_SCAN_IDX", "ISDB_CFG_FLAG"};
+      case 3:
+        return {"NTSC_FIRST_SCAN_IDX", "NTSC_LAST_SCAN_IDX"};
+      case 1:
+        return {"DVBT_SCAN_IDX", "DVBT_FREQ", "DVBT_BANDWIDTH", "DVBT_CHANNEL_NAME"};
+      case 2:
+        return {"DVBC_NW_ID", "DVBC_START_FREQ", "DVBC_END_FREQ", "DVBC_CFG_FLAG"};
+      case 0:
+        return {"PAL_START_FREQ", "PAL_END_FREQ"};
+      default:
+        return {};
+    }
+  };
+  const std::vector<std::string> common = {
+      "NAME", "TYPE", "GROUP", "STATE", "SCAN_TYPE", "SCAN_MODE", "SCAN_DEFAULT_SETTING", "SCAN_SKIP_FAKE"};
+  for (int type = -2; type <= 20; ++type) {
+    for (int variant = 0; variant < kVariants; ++variant) {
+      T_TUNER_SCAN record = {};
+      for (const Field& field : item.fields)
+        if (field.kind != FieldKind::kConstant) cJSON_Delete(put_field(field, &record, variant));
+      record.scan_type = type;
+      const Json rendered(tvc_make_item(item, kResponse, &record), cJSON_Delete);
+      std::vector<std::string> expected = common, found;
+      for (const std::string& key : keys_of(type)) expected.push_back(key);
+      for (const cJSON* member = rendered->child; member; member = member->next) found.emplace_back(member->string);
+      EXPECT_EQ(found, expected) << "scan type " << type;
+      EXPECT_STREQ(cJSON_GetObjectItem(rendered.get(), "NAME")->valuestring, "Tuner Scan");
+      expect_same_again(item, kSet, &record, "scan type " + std::to_string(type));
+    }
+  }
+}
+
+TEST(RoundTrip, TunerScanMembersReachTheirFields) {
+  const Json parameter = parse_json(
+      R"({"SCAN_TYPE":-1,"SCAN_MODE":-2,"SCAN_DEFAULT_SETTING":-3,"SCAN_SKIP_FAKE":-4,"ATSC_FIRST_SCAN_IDX":1,)"
+      R"("ATSC_LAST_SCAN_IDX":2,"ATSC_MOD_MASK":3,"ATSC_FREQ_PLAN":4,"ISDB_FIRST_SCAN_IDX":5,"ISDB_LAST_SCAN_IDX":6,)"
+      R"("ISDB_CFG_FLAG":7,"NTSC_FIRST_SCAN_IDX":8,"NTSC_LAST_SCAN_IDX":9,"DVBT_FIRST_SCAN_IDX":10,)"
+      R"("DVBT_LAST_SCAN_IDX":11,"DVBT_MANUAL_FREQ":12,"DVBC_NW_ID":-13,"DVBC_START_FREQ":-14,"DVBC_END_FREQ":-15,)"
+      R"("DVBC_CFG_FLAG":-16,"PAL_START_FREQ":17,"PAL_END_FREQ":18,"DVBT_SCAN_IDX":99,"DVBT_BANDWIDTH":99,)"
+      R"("DVBT_CHANNEL_NAME":"no","DVBT_FREQ":99,"GROUP":99,"STATE":99,"NAME":"no"})");
+  T_TUNER_SCAN expected = {};
+  expected.scan_type = -1;
+  expected.scan_mode = -2;
+  expected.scan_default_setting = -3;
+  expected.skip_fake = -4;
+  expected.atsc_scan_data = {1, 2, 3, 4};
+  expected.isdb_scan_data = {5, 6, 7};
+  expected.ntsc_scan_data = {8, 9};
+  expected.dvbt_scan_data.first_scan_index = 10;
+  expected.dvbt_scan_data.last_scan_index = 11;
+  expected.dvbt_scan_data.freq = 12;
+  expected.dvbc_scan_data = {-13, -14, -15, -16};
+  expected.pal_scan_data = {17, 18};
+  T_TUNER_SCAN record = {};
+  tvc_decode_fields(tvc_item_type(TYPE_TUNER_SCAN)->fields, kSet, parameter.get(), &record, "");
+  EXPECT_EQ(std::memcmp(&record, &expected, sizeof record), 0);
+}
+
+TEST(RoundTrip, TimeReadsItsMembers) {
+  const Json parameter = parse_json(
+      R"({"VALUE":"0x10","DTG":{"YEAR":2026,"MONTH":1,"DAY":"2","WEEK":3,"HOUR":4,"MINUTE":5,"SECOND":6,"GMT":7,"DST":8}})");
+  T_TIME record = {};
+  tvc_decode_fields(tvc_item_type(TYPE_TIME)->fields, kQuery, parameter.get(), &record, "");
+  EXPECT_EQ(record.value, 16);
+  EXPECT_EQ(record.dtg.ui2_yr, 2026);
+  EXPECT_EQ(record.dtg.ui1_mo, 1);
+  EXPECT_EQ(record.dtg.ui1_day, 2);
+  EXPECT_EQ(record.dtg.ui1_dow, 3);
+  EXPECT_EQ(record.dtg.ui1_hr, 4);
+  EXPECT_EQ(record.dtg.ui1_min, 5);
+  EXPECT_EQ(record.dtg.ui1_sec, 6);
+  EXPECT_EQ(record.dtg.b_gmt, 7);
+  EXPECT_EQ(record.dtg.b_dst, 8);
+}
+
+TEST(RoundTrip, DecodingWithoutObjectOrRecordFails) {
+  const ItemType& item = *tvc_item_type(TYPE_TEXT);
+  T_TEXT record = {};
+  const Json object = parse_json("{\"VALUE\":\"x\"}");
+  EXPECT_EQ(tvc_decode_fields(item.fields, kQuery, nullptr, &record, "f"), -1);
+  EXPECT_EQ(tvc_decode_fields(item.fields, kQuery, object.get(), nullptr, "f"), -1);
+  EXPECT_EQ(record.value[0], '\0');
+}
+
+}  // namespace

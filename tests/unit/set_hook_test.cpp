@@ -1,0 +1,316 @@
+// What a set tells the response hook and the handler, and item types that no registry row has so far.
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "fake_platform.h"
+#include "support.h"
+#include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_api/response.h"
+
+namespace {
+
+class SetHook : public PluginTest {
+ protected:
+  void SetUp() override {
+    PluginTest::SetUp();
+    set_handler = [this](UINT16, void* record) {
+      if (record) std::memcpy(seen_, record, sizeof seen_);
+      return handler_result_;
+    };
+  }
+
+  // Sets, forgetting what went before.
+  INT32 set(const std::string& uri, const std::string& parameter) {
+    set_events.clear();
+    std::memset(seen_, 0, sizeof seen_);
+    INT32 ret = 99;
+    printed_ = printed_by([&] { ret = a_dtv_jsp_set(uri.c_str(), parameter.c_str()); });
+    return ret;
+  }
+
+  static std::string request(const std::string& word, const std::string& more = "") {
+    return R"({"PARAMETER":{"REQUEST":")" + word + "\"" + (more.empty() ? "" : "," + more) + "}}";
+  }
+
+  static int handler_calls() {
+    int calls = 0;
+    for (const SetEvent& event : set_events) calls += event.kind == SetEvent::kHandler;
+    return calls;
+  }
+
+  // The record that the handler saw.
+  template <typename Record>
+  const Record& seen() const {
+    static_assert(sizeof(Record) <= sizeof seen_);
+    return *reinterpret_cast<const Record*>(seen_);
+  }
+
+  INT32 handler_result_ = 0;
+  std::string printed_;
+
+ private:
+  alignas(16) char seen_[sizeof(T_OPTION_LIST)];
+};
+
+using Statuses = std::vector<int>;
+
+TEST_F(SetHook, UnknownUri) {
+  EXPECT_EQ(set("/tv/nowhere", request("MODIFY", "\"VALUE\":1")), -1);
+  EXPECT_EQ(hook_statuses(), Statuses{VEX_INVALID_URI});
+  EXPECT_EQ(handler_calls(), 0);
+}
+
+TEST_F(SetHook, Action) {
+  const std::string uri = made_up_uri(TYPE_ACTION);
+  EXPECT_EQ(set(uri, request("ACTION")), 0);
+  EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
+  ASSERT_EQ(set_events.size(), 2u);
+  EXPECT_EQ(set_events[0].kind, SetEvent::kHandler);
+  EXPECT_FALSE(set_events[0].has_tree) << "an action passes no record";
+  EXPECT_EQ(set_events[1].type, TYPE_ACTION);
+  EXPECT_TRUE(set_events[1].has_tree);
+  for (const INT32 code : {-1, -2, -7}) {
+    handler_result_ = code;
+    EXPECT_EQ(set(uri, request("ACTION")), code);
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_ACTION_FAIL});
+  }
+}
+
+TEST_F(SetHook, ActionOnAnyOtherType) {
+  for (int type = 0; type <= 255; ++type) {
+    if (type == TYPE_ACTION) continue;
+    EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("ACTION")), 0) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_INVALID_PARAM}) << type;
+    EXPECT_EQ(handler_calls(), 0) << type;
+  }
+}
+
+const std::set<int> modifiable = {TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME};
+
+TEST_F(SetHook, Modify) {
+  for (const int type : modifiable) {
+    const std::string uri = made_up_uri(static_cast<UINT8>(type));
+    const std::string word = request("MODIFY", type == TYPE_TEXT ? "\"VALUE\":\"23\"" : "\"VALUE\":23");
+    handler_result_ = 0;
+    EXPECT_EQ(set(uri, word), 0) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_OK}) << type;
+    EXPECT_EQ(handler_calls(), 1) << type;
+    EXPECT_EQ(set_events[0].kind, SetEvent::kHandler) << type;
+    handler_result_ = -1;
+    EXPECT_EQ(set(uri, word), -1) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_MODIFY_FAIL}) << type;
+  }
+}
+
+TEST_F(SetHook, ModifyOfAnyOtherType) {
+  for (int type = 0; type <= 255; ++type) {
+    if (modifiable.contains(type)) continue;
+    EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("MODIFY", "\"VALUE\":1")), -1) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_REQ_TYPE_NOT_MATCH}) << type;
+    EXPECT_EQ(handler_calls(), 0) << type;
+  }
+}
+
+TEST_F(SetHook, ModifyStoresInTheRecord) {
+  set(made_up_uri(TYPE_VALUE), request("MODIFY", "\"VALUE\":-5"));
+  EXPECT_EQ(seen<T_VALUE>().value, -5);
+  set(made_up_uri(TYPE_VALUE), request("MODIFY", "\"VALUE\":\"7\""));
+  EXPECT_EQ(seen<T_VALUE>().value, 0);
+  set(made_up_uri(TYPE_TINT), request("MODIFY", "\"VALUE\":31"));
+  EXPECT_EQ(seen<T_TINT>().value, 31);
+  set(made_up_uri(TYPE_INTEGER), request("MODIFY", "\"VALUE\":3000000000"));
+  EXPECT_EQ(seen<T_INTEGER>().value, 2147483647);
+  set(made_up_uri(TYPE_OPTION_LIST), request("MODIFY", "\"VALUE\":2"));
+  EXPECT_EQ(seen<T_OPTION_LIST>().value, 2);
+  set(made_up_uri(TYPE_TIME), request("MODIFY", "\"VALUE\":1.9e9"));
+  EXPECT_EQ(seen<T_TIME>().value, 1900000000);
+  set(made_up_uri(TYPE_TEXT), request("MODIFY", "\"VALUE\":\"" + std::string(2000, 't') + "\""));
+  EXPECT_EQ(std::string(seen<T_TEXT>().value), std::string(1023, 't'));
+}
+
+TEST_F(SetHook, ModifyOfATextWithAnotherKind) {
+  for (const char* const value : {"1", "null", "true", "[\"a\"]", "{}"}) {
+    EXPECT_EQ(set(made_up_uri(TYPE_TEXT), request("MODIFY", "\"VALUE\":" + std::string(value))), -1) << value;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_REQ_TYPE_NOT_MATCH}) << value;
+    EXPECT_EQ(handler_calls(), 0) << value;
+  }
+}
+
+TEST_F(SetHook, ModifyWithoutValue) {
+  EXPECT_EQ(set(made_up_uri(TYPE_VALUE), request("MODIFY", "\"value\":1")), -1);
+  EXPECT_EQ(printed_, "<a_dtv_jsp_set> Error before: []\n");
+  EXPECT_EQ(hook_statuses().size(), 1u);
+  EXPECT_EQ(handler_calls(), 0);
+}
+
+TEST_F(SetHook, Set) {
+  for (const UINT8 type : {TYPE_OPTION_LIST, TYPE_TUNER_SCAN}) {
+    handler_result_ = 0;
+    EXPECT_EQ(set(made_up_uri(type), request("SET", "\"INDEX\":3,\"SCAN_MODE\":4")), 0);
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
+    EXPECT_EQ(handler_calls(), 1);
+    for (const INT32 code : {-1, -6}) {  // a duplicate is told as such for channels only
+      handler_result_ = code;
+      EXPECT_EQ(set(made_up_uri(type), request("SET", "\"INDEX\":3")), code);
+      EXPECT_EQ(hook_statuses(), Statuses{VEX_SET_FAIL});
+    }
+  }
+  handler_result_ = 0;
+  set(made_up_uri(TYPE_OPTION_LIST), request("SET", "\"INDEX\":3"));
+  EXPECT_EQ(seen<T_OPTION_LIST>().value, 3);
+  set(made_up_uri(TYPE_TUNER_SCAN), request("SET", "\"SCAN_MODE\":4"));
+  EXPECT_EQ(seen<T_TUNER_SCAN>().scan_mode, 4);
+}
+
+TEST_F(SetHook, SetOfANegativeIndexRendersNone) {
+  const std::string uri = made_up_uri(TYPE_OPTION_LIST);
+  EXPECT_EQ(set(uri, request("SET", "\"INDEX\":-1")), 0);
+  EXPECT_EQ(hook_statuses(), Statuses{VEX_INVALID_PARAM});
+  EXPECT_EQ(handler_calls(), 0);
+  EXPECT_STREQ(_ps_send_buff, ("{\"URI\":\"" + uri + "\",\"STATUS\":0,\"ITEMS\":[{}]}").c_str());
+}
+
+TEST_F(SetHook, SetOfATypeWithoutDecoding) {
+  // Types that a "SET" decodes; those whose records come with other areas are left out until they are there.
+  const std::set<int> settable = {
+      TYPE_OPTION_LIST, TYPE_CONFIG,        TYPE_TUNER_SCAN,         TYPE_CHANNEL_INFO,   TYPE_FAV_CHANNEL_INFO,
+      TYPE_CHANNEL_SELECT, TYPE_EVENT_INFO, TYPE_ACTIVE_WINDOW_INFO, TYPE_UPDATE_EPG,     TYPE_INPUT_SRC,
+      TYPE_MULTIVIEW,   TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_FILE_INFO,  TYPE_PVR_UI_STATUS,
+      TYPE_CBROWSER,    TYPE_CBROWSER_PB,   TYPE_CBROWSER_IMG,       TYPE_DLNA_DMP,       TYPE_DLNA_DMR,
+      TYPE_PUS,         TYPE_HBBTV,         TYPE_PORTAL,             TYPE_CECM_CFG};
+  for (int type = 0; type <= 255; ++type) {
+    if (settable.contains(type)) continue;
+    EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("SET", "\"INDEX\":1,\"VALUE\":1")), -1) << type;
+    EXPECT_EQ(printed_, "<a_dtv_jsp_set> ERROR: something wrong in param!") << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_REQ_TYPE_NOT_MATCH}) << type;
+    EXPECT_EQ(handler_calls(), 0) << type;
+  }
+}
+
+TEST_F(SetHook, AssociateBeginsBeforeTheHandler) {
+  const std::string uri = made_up_uri(TYPE_WLAN_ASSOCIATE);
+  const std::string members = "\"BSSID\":\"" + std::string(20, 'b') + "\",\"SSID\":\"" + std::string(40, 's') +
+                              "\",\"CAPABILITIES\":\"" + std::string(130, 'c') + "\",\"PASSWORD\":\"" +
+                              std::string(70, 'p') + "\"";
+  EXPECT_EQ(set(uri, request("ASSOCIATE", members)), 0);
+  ASSERT_EQ(set_events.size(), 3u);
+  EXPECT_EQ(set_events[0].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[0].status, VEX_ASSOCIATE_BEGIN);
+  EXPECT_EQ(set_events[1].kind, SetEvent::kHandler);
+  EXPECT_EQ(set_events[2].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[2].status, VEX_OK);
+  const auto& record = seen<T_WLAN_ASSOCIATE>();
+  EXPECT_EQ(std::string(record.bssid), std::string(17, 'b'));
+  EXPECT_EQ(std::string(record.ssid), std::string(32, 's'));
+  EXPECT_EQ(std::string(record.capabilities), std::string(127, 'c'));
+  EXPECT_EQ(std::string(record.password), std::string(64, 'p'));
+  handler_result_ = -1;
+  EXPECT_EQ(set(uri, request("ASSOCIATE", members)), -1);
+  EXPECT_EQ(hook_statuses(), (Statuses{VEX_ASSOCIATE_BEGIN, VEX_ASSOCIATE_FAIL}));
+}
+
+TEST_F(SetHook, AssociateOnAnyOtherType) {
+  for (int type = 0; type <= 255; ++type) {
+    if (type == TYPE_WLAN_ASSOCIATE) continue;
+    EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("ASSOCIATE", "\"SSID\":\"a\"")), -1) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_INVALID_PARAM}) << type;
+    EXPECT_EQ(handler_calls(), 0) << type;
+  }
+}
+
+TEST_F(SetHook, OtherWords) {
+  for (const std::string word : {"", "GET", "QUERY", "set", "SET ", "MODIFYX", "MODIF", "NOTIFY", "\\u0000"}) {
+    EXPECT_EQ(set(made_up_uri(TYPE_VALUE), request(word, "\"VALUE\":1")), -1) << word;
+    EXPECT_EQ(printed_, "<a_dtv_jsp_set> ERROR: something wrong in REQUEST!") << word;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_INVALID_PARAM}) << word;
+    EXPECT_EQ(handler_calls(), 0) << word;
+  }
+}
+
+TEST_F(SetHook, ToldOnceAtEveryFailure) {
+  for (const char* const text : {"", "{", "{}", "{\"PARAMETER\":{}}", "{\"PARAMETER\":5}", "{\"PARAMETER\":{\"REQUEST\":5}}"}) {
+    EXPECT_EQ(set(made_up_uri(TYPE_VALUE), text), -1) << text;
+    EXPECT_EQ(hook_statuses().size(), 1u) << text;
+    EXPECT_EQ(handler_calls(), 0) << text;
+  }
+}
+
+TEST_F(SetHook, NullArgumentsTellNobody) {
+  set_events.clear();
+  EXPECT_EQ(a_dtv_jsp_set(nullptr, "{}"), -1);
+  EXPECT_EQ(a_dtv_jsp_set("/tv/cast/volume/volume", nullptr), -1);
+  EXPECT_TRUE(set_events.empty());
+}
+
+// --- Queries of types that no row has ---
+
+class Query : public PluginTest {};
+
+TEST_F(Query, DecodedTypes) {
+  const std::set<int> queried = {TYPE_TEXT, TYPE_INTEGER, TYPE_TIME, TYPE_BANNER_ITEM};
+  const std::set<int> brought_later = {
+      TYPE_CONFIG,    TYPE_LANG_STRING,   TYPE_CHANNEL_INFO,  TYPE_SATL_INFO,      TYPE_LOL_INFO,
+      TYPE_FAV_CHANNEL_INFO, TYPE_EVENT_INFO, TYPE_UPDATE_EPG, TYPE_INPUT_SRC,     TYPE_INPUT_DEV_INFO,
+      TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_FILE_INFO, TYPE_CBROWSER, TYPE_CBROWSER_PB,
+      TYPE_CBROWSER_IMG, TYPE_DLNA_DMP,   TYPE_DLNA_DMR,      TYPE_PUS};
+  int calls = 0;
+  get_handler = [&calls](UINT16, void*) { return ++calls, 0; };
+  for (int type = 0; type <= 255; ++type) {
+    if (brought_later.contains(type)) continue;
+    const std::string uri = made_up_uri(static_cast<UINT8>(type));
+    char response[DTV_JSP_RESPONSE_MAX + 1] = {};
+    const int before = calls;
+    INT32 ret = 99;
+    const std::string printed = printed_by([&] {
+      ret = a_dtv_jsp_get(uri.c_str(), R"({"PARAMETER":{"REQUEST":"QUERY","VALUE":"1"}})", response);
+    });
+    if (queried.contains(type)) {
+      EXPECT_EQ(ret, 0) << type;
+      EXPECT_EQ(calls, before + 1) << type;
+    } else {
+      EXPECT_EQ(ret, -1) << type;
+      EXPECT_EQ(calls, before) << type;
+      EXPECT_EQ(printed, "<a_dtv_jsp_get> ERROR: something wrong in param!") << type;
+      EXPECT_STREQ(response, "") << type;
+      EXPECT_EQ(std::string(_ps_send_buff), "{\"URI\":\"" + uri + "\",\"STATUS\":0,\"ITEMS\":[{}]}");
+    }
+  }
+}
+
+TEST_F(Query, BannerItemTakesItsValueAsInteger) {
+  int item_id = -1;
+  get_handler = [&item_id](UINT16, void* record) { return item_id = static_cast<T_BANNER_ITEM*>(record)->item_id, 0; };
+  set_log_level(2);
+  char response[DTV_JSP_RESPONSE_MAX + 1] = {};
+  const std::string printed = printed_by([&] {
+    a_dtv_jsp_get(made_up_uri(TYPE_BANNER_ITEM).c_str(), R"({"PARAMETER":{"REQUEST":"QUERY","VALUE":12}})", response);
+  });
+  EXPECT_EQ(item_id, 12);
+  EXPECT_NE(printed.find("<a_dtv_jsp_get> item_id: 12!\n"), std::string::npos) << printed;
+}
+
+// --- Start-up ---
+
+class StartUp : public PluginTest {};
+
+TEST_F(StartUp, RunsOnce) {
+  ASSERT_NE(platform_volume_callback(), nullptr);
+  EXPECT_EQ(platform_volume_tag(), reinterpret_cast<void*>(0x129CA8));
+  platform_reset();
+  EXPECT_EQ(a_dtv_jsp_init_res(), 0);
+  EXPECT_EQ(a_dtv_jsp_init(), 0);
+  EXPECT_EQ(tv_ctrl_init(nullptr), 0);
+  EXPECT_TRUE(platform_calls().empty());
+}
+
+TEST_F(StartUp, RefusedVolumeCallbackIsToldAndFails) {
+  platform_answer("a_vextvapi_volctrl_reg_callback", -4);
+  INT32 ret = 99;
+  const std::string printed = printed_by([&] { ret = tv_ctrl_volctrl_init(); });
+  EXPECT_EQ(ret, -1);
+  EXPECT_TRUE(printed.starts_with("[TVC_MAIN]:Return fail:tv_ctrl_volctrl_init:")) << printed;
+  EXPECT_TRUE(printed.ends_with(":-4\r\n")) << printed;
+}
+
+}  // namespace

@@ -1,0 +1,88 @@
+// What the unit tests share: a log level, captured output, and hands on what stands between the plugin's own parts.
+#pragma once
+
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tv_ctrl_main.h"
+
+// --- Log ---
+
+// Makes /3rd_rw/tvc_debug look to the plugin as if it held this text; null: as if it were missing.
+void set_level_file(std::optional<std::string> text);
+
+// Lets the plugin read this level; its own line about it is swallowed.
+void set_log_level(int level);
+
+// What `action` prints on standard output, with each "[TVC_API][name][line] --> " as "<name> ".
+std::string printed_by(const std::function<void()>& action);
+
+// --- JSON ---
+
+using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;
+Json parse_json(std::string_view text);
+std::string print_json(const cJSON* json);
+
+// --- Interposed calls ---
+
+// What the set response hook was told, and the handler calls, in order.
+struct SetEvent {
+  enum Kind { kHook, kHandler } kind;
+  int type;       // kHook: item type
+  int status;     // kHook: status
+  bool has_tree;  // kHook: the parsed parameter tree was there; kHandler: a record was
+};
+extern std::vector<SetEvent> set_events;
+
+// Statuses that the hook was told, in order.
+std::vector<int> hook_statuses();
+
+// Instead of the router; empty: the plugin's own.
+extern std::function<INT32(UINT16 id, void* record)> get_handler;
+extern std::function<INT32(UINT16 id, void* record)> set_handler;
+
+// Makes a URI known under an item type of the test's choice, with an identifier that no registry row has.
+inline constexpr UINT16 kMadeUpId = 0x04FF;
+void make_up_uri(const std::string& uri, UINT8 type);
+std::string made_up_uri(UINT8 type);  // makes "/tv/made/up/<type>" known and returns it
+
+// Bytes of the last calloc.
+std::size_t last_calloc_size();
+
+// --- Memory failures ---
+
+// Lets the n-th allocation that the JSON library or the plugin's calloc makes fail, counted from 1, and all after it
+// when `persistent`; 0: none. Counts the allocations, and the blocks that are not freed yet. Single-threaded.
+struct MemoryWatch {
+  explicit MemoryWatch(int fail_at = 0, bool persistent = false);
+  ~MemoryWatch();
+  MemoryWatch(const MemoryWatch&) = delete;
+  MemoryWatch& operator=(const MemoryWatch&) = delete;
+  int allocations() const;
+  std::size_t live_blocks() const;
+  // Called with the number of each allocation, before it is made.
+  void on_allocation(std::function<void(int)> action);
+};
+
+// --- Listener entries ---
+
+// A fetch into a cleared buffer: the text, empty when nothing is pending, nothing when the URI is not subscribed.
+std::optional<std::string> fetch(const std::string& uri, int size = 65536);
+
+// Puts a text into a subscribed entry behind the plugin's back.
+void poke_pending(const std::string& uri, const std::string& text);
+
+// Starts the plugin; forgets interposed answers, events, subscriptions and pending texts; log level 0.
+class PluginTest : public testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+};
