@@ -5,6 +5,9 @@
 
 namespace {
 
+// A batch's replies are held until the last one is there.
+constexpr std::size_t longest_batch_reply = std::size_t{16} << 20;
+
 // A whole reply, or an empty text where nothing is to be said.
 void send_reply(Server& server, Client& client, std::string text) {
   if (client.websocket) {
@@ -25,6 +28,11 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
   const auto found = client.batches.find(batch_id);
   if (found == client.batches.end()) return;
   Batch& batch = found->second;
+  if (batch.bytes + text.size() > longest_batch_reply)
+    text = rpc_error(id, RpcError::limit,
+                     "the replies of a batch may have " + std::to_string(longest_batch_reply) + " bytes together",
+                     "{\"limit\":" + std::to_string(longest_batch_reply) + "}");
+  batch.bytes += text.size();
   batch.replies[slot] = std::move(text);
   if (--batch.waiting > 0) return;
   std::string all;
@@ -149,7 +157,7 @@ void server_handle_message(Server& server, Client& client, std::string_view text
   if (server.message.batch) {
     batch = client.next_batch++;
     const std::size_t size = server.message.requests.size();
-    client.batches.emplace(batch, Batch{.replies = std::vector<std::string>(size), .waiting = size});
+    client.batches.emplace(batch, Batch{.replies = std::vector<std::string>(size), .waiting = size, .bytes = 0});
   }
   for (std::size_t slot = 0; slot < server.message.requests.size(); ++slot)
     handle_request(server, client, server.message.requests[slot], batch, slot);

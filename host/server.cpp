@@ -153,6 +153,8 @@ void server_stop(Server& server) {
   server.stopping.store(true);
   runner_stop(server.runner);
   lws_cancel_service(server.context);
+  server.stop_told.store(true);
+  server.stop_told.notify_one();
 }
 
 void server_say_goodbye(Server& server) {
@@ -164,6 +166,7 @@ void server_say_goodbye(Server& server) {
 }
 
 void server_end(Server& server) {
+  server.stop_told.wait(false);
   lws_context_destroy(server.context);
   server.context = nullptr;
 }

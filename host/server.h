@@ -39,6 +39,7 @@ struct ServerOptions {
 struct Batch {
   std::vector<std::string> replies;  // empty: a notification's place
   std::size_t waiting;
+  std::size_t bytes = 0;  // of all replies so far
 };
 
 // One connection, HTTP at first and perhaps WebSocket from its upgrade on. Lives as long as the socket.
@@ -87,6 +88,7 @@ struct Server {
   std::atomic<bool> woken{false};  // the leader has been told to look at its inboxes
   std::atomic<bool> event{false};  // a platform callback has returned: listener buffers may be filled
   std::atomic<bool> stopping{false};
+  std::atomic<bool> stop_told{false};  // server_stop is through with the context
   std::vector<std::thread> threads;  // those that stand by
 };
 

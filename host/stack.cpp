@@ -164,6 +164,22 @@ std::string list_faults(const Stack& stack) {
   return json::serialize(json::object{{"faults", std::move(faults)}});
 }
 
+// The television's list of commands, and this library's own.
+std::string with_fault_help(std::string help) {
+  json::error_code failure;
+  json::value parsed = json::parse(help, failure);
+  json::object* object = failure ? nullptr : parsed.if_object();
+  json::value* commands = object != nullptr ? object->if_contains("commands") : nullptr;
+  if (commands == nullptr || !commands->is_array()) return help;
+  const auto add = [commands](const char* name, const char* arguments, const char* text) {
+    commands->get_array().push_back(json::object{{"name", name}, {"arguments", arguments}, {"help", text}});
+  };
+  add("fault", "FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback]", "Makes a function of the TV API misbehave");
+  add("fault", "[FUNCTION] --clear", "Lets one function, or all, behave again");
+  add("faults", "", "Lists the faults that are set");
+  return json::serialize(parsed);
+}
+
 }  // namespace
 
 StackOptions stack_defaults() {
@@ -243,5 +259,7 @@ std::string stack_control(const Stack& stack, const std::string& command) {
     return error_object(std::string("the tap's list of functions cannot be read: ") + failure.what());
   }
   if (stack.tv_control == nullptr) return error_object("this platform is no virtual television");
-  return take_text(stack.tv_control(command.c_str()));
+  std::string reply = take_text(stack.tv_control(command.c_str()));
+  const bool asks_help = words.size() == 1 && words[0] == "help";
+  return asks_help && stack.fault != nullptr ? with_fault_help(std::move(reply)) : reply;
 }
