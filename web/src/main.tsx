@@ -1,7 +1,10 @@
 import { render } from "preact";
 import { App } from "./app";
 import "./styles/base.css";
-import "./styles/parts.css";
+import "./styles/header.css";
+import "./styles/list.css";
+import "./styles/request.css";
+import "./styles/live.css";
 import "./styles/layout.css";
 
 const root = document.getElementById("app");
