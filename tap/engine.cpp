@@ -43,7 +43,8 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
 cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
   switch (param.kind) {
     case Kind::in:
-    case Kind::tag: return value_to_json(*param.type, arg);
+    case Kind::tag:
+      return value_to_json(*param.type, arg);
     case Kind::in_text: {
       const char* text = pointer_argument<const char>(arg);
       return text == nullptr ? cJSON_CreateNull() : json_text(text);
@@ -53,12 +54,15 @@ cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
       const void* value = pointer_argument<void>(arg);
       return value == nullptr ? cJSON_CreateNull() : value_to_json(*param.type, value);
     }
-    case Kind::in_array: return array_to_json(*param.type, pointer_argument<void>(arg), size);
+    case Kind::in_array:
+      return array_to_json(*param.type, pointer_argument<void>(arg), size);
     // An address of the plugin's says nothing to a reader; that there is one does.
-    case Kind::callback: return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
+    case Kind::callback:
+      return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
     case Kind::out:
     case Kind::out_text:
-    case Kind::out_array: break;
+    case Kind::out_array:
+      break;
   }
   return nullptr;
 }
@@ -291,7 +295,8 @@ const Param* find_param(const Signature& signature, std::string_view name, std::
   return nullptr;
 }
 
-bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values, std::string& ret_error) {
+bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,
+                 std::string& ret_error) {
   std::size_t position = 0;
   const cJSON* item = nullptr;
   cJSON_ArrayForEach(item, json) {

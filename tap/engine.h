@@ -47,8 +47,8 @@ struct Param {
   Kind kind = Kind::in;
   const char* name = "";
   const char* type_name = "";
-  const Type* type = nullptr;   // of the value: the record, the array's element, the character
-  const char* count = "";       // the contract's word for the size of a text or an array
+  const Type* type = nullptr;  // of the value: the record, the array's element, the character
+  const char* count = "";      // the contract's word for the size of a text or an array
   const Signature* callback = nullptr;
   Registration* registration = nullptr;
   void* (*trampoline)(std::size_t slot) = nullptr;
@@ -56,10 +56,10 @@ struct Param {
 
 struct Function {
   Signature signature;
-  void* (*own)();                                     // the tap's definition of it
-  std::atomic<void*> next{nullptr};                   // the platform's definition, once looked up
+  void* (*own)();                    // the tap's definition of it
+  std::atomic<void*> next{nullptr};  // the platform's definition, once looked up
   std::atomic<bool> missing_said{false};
-  bool has_fault = false;                             // under the tap's lock, as is fault
+  bool has_fault = false;  // under the tap's lock, as is fault
   dtv_tap_fault_t fault{};
 };
 
@@ -132,7 +132,8 @@ std::size_t count_of(T value) {
 bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came);
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position);
 // Turns {"2": value, "name": value} or [value, ...] into one value or null per parameter, owned by json.
-bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values, std::string& ret_error);
+bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,
+                 std::string& ret_error);
 bool is_output(const Param& param);  // written by the platform: out, inout, out_text, out_array
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes);
 void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size);

@@ -13,56 +13,65 @@
 // TVAPI_EACH over one description or address per parameter; each ends with an entry of its own, so that no array is
 // empty.
 #define TAP_PARAM(p) TAP_PARAM_##p
-#define TAP_PARAM_IN(t, n) ::tap::Param{.kind = ::tap::Kind::in, .name = #n, .type_name = #t, .type = &::tap::type_of<t>}
+#define TAP_PARAM_IN(t, n) \
+  ::tap::Param { .kind = ::tap::Kind::in, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
 #define TAP_PARAM_IN_TEXT(n) \
-  ::tap::Param{.kind = ::tap::Kind::in_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>}
+  ::tap::Param { .kind = ::tap::Kind::in_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char> }
 #define TAP_PARAM_IN_RECORD(t, n) \
-  ::tap::Param{.kind = ::tap::Kind::in_record, .name = #n, .type_name = #t, .type = &::tap::type_of<t>}
+  ::tap::Param { .kind = ::tap::Kind::in_record, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
 #define TAP_PARAM_IN_ARRAY(t, n, c) \
-  ::tap::Param{.kind = ::tap::Kind::in_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c}
-#define TAP_PARAM_OUT(t, n) ::tap::Param{.kind = ::tap::Kind::out, .name = #n, .type_name = #t, .type = &::tap::type_of<t>}
+  ::tap::Param { .kind = ::tap::Kind::in_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
+#define TAP_PARAM_OUT(t, n) \
+  ::tap::Param { .kind = ::tap::Kind::out, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
 #define TAP_PARAM_INOUT(t, n) \
-  ::tap::Param{.kind = ::tap::Kind::inout, .name = #n, .type_name = #t, .type = &::tap::type_of<t>}
-#define TAP_PARAM_OUT_TEXT(n, c) \
-  ::tap::Param{.kind = ::tap::Kind::out_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c}
+  ::tap::Param { .kind = ::tap::Kind::inout, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
+#define TAP_PARAM_OUT_TEXT(n, c)                                                                               \
+  ::tap::Param {                                                                                               \
+    .kind = ::tap::Kind::out_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c \
+  }
 #define TAP_PARAM_OUT_ARRAY(t, n, c) \
-  ::tap::Param{.kind = ::tap::Kind::out_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c}
-#define TAP_PARAM_TAG(t, n) ::tap::Param{.kind = ::tap::Kind::tag, .name = #n, .type_name = #t, .type = &::tap::type_of<t>}
-#define TAP_PARAM_CALLBACK(t, n)                                                         \
-  ::tap::Param{.kind = ::tap::Kind::callback,                                            \
-               .name = #n,                                                               \
-               .type_name = #t,                                                          \
-               .type = &::tap::type_of<t>,                                               \
-               .callback = &t##_tap::signature,                                          \
-               .registration = &::tap::registration<Self, ::tap::name_number(#n)>,       \
-               .trampoline = &t##_tap::trampoline<Self, ::tap::name_number(#n)>}
+  ::tap::Param { .kind = ::tap::Kind::out_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
+#define TAP_PARAM_TAG(t, n) \
+  ::tap::Param { .kind = ::tap::Kind::tag, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
+#define TAP_PARAM_CALLBACK(t, n)                                                                         \
+  ::tap::Param {                                                                                         \
+    .kind = ::tap::Kind::callback, .name = #n, .type_name = #t, .type = &::tap::type_of<t>,              \
+    .callback = &t##_tap::signature, .registration = &::tap::registration<Self, ::tap::name_number(#n)>, \
+    .trampoline = &t##_tap::trampoline<Self, ::tap::name_number(#n)>                                     \
+  }
 
 #define TAP_ADDRESS(p) const_cast<void*>(static_cast<const void*>(&TVAPI_NAME_##p))
 
 #define TAP_SIZE(p) TAP_SIZE_##p
-#define TAP_SIZE_IN(t, n) std::size_t{0}
-#define TAP_SIZE_IN_TEXT(n) std::size_t{0}
-#define TAP_SIZE_IN_RECORD(t, n) std::size_t{0}
+#define TAP_SIZE_IN(t, n) \
+  std::size_t { 0 }
+#define TAP_SIZE_IN_TEXT(n) \
+  std::size_t { 0 }
+#define TAP_SIZE_IN_RECORD(t, n) \
+  std::size_t { 0 }
 #define TAP_SIZE_IN_ARRAY(t, n, c) ::tap::count_of(c)
-#define TAP_SIZE_OUT(t, n) std::size_t{0}
-#define TAP_SIZE_INOUT(t, n) std::size_t{0}
+#define TAP_SIZE_OUT(t, n) \
+  std::size_t { 0 }
+#define TAP_SIZE_INOUT(t, n) \
+  std::size_t { 0 }
 #define TAP_SIZE_OUT_TEXT(n, c) ::tap::count_of(c)
 #define TAP_SIZE_OUT_ARRAY(t, n, c) ::tap::count_of(c)
-#define TAP_SIZE_TAG(t, n) std::size_t{0}
-#define TAP_SIZE_CALLBACK(t, n) std::size_t{0}
+#define TAP_SIZE_TAG(t, n) \
+  std::size_t { 0 }
+#define TAP_SIZE_CALLBACK(t, n) \
+  std::size_t { 0 }
 
-#define TAP_ARGUMENTS(...)                                                                     \
-  void* const tap_args[] = {TVAPI_EACH(TAP_ADDRESS, __VA_ARGS__) __VA_OPT__(, ) nullptr};     \
+#define TAP_ARGUMENTS(...)                                                                \
+  void* const tap_args[] = {TVAPI_EACH(TAP_ADDRESS, __VA_ARGS__) __VA_OPT__(, ) nullptr}; \
   const std::size_t tap_sizes[] = {TVAPI_EACH(TAP_SIZE, __VA_ARGS__) __VA_OPT__(, ) std::size_t{0}};
 
 #define TAP_PARAMS(...) \
   static constexpr ::tap::Param params[] = {TVAPI_EACH(TAP_PARAM, __VA_ARGS__) __VA_OPT__(, )::tap::Param{}};
 
-#define TAP_SIGNATURE(ret, fct, text)                                       \
-  ::tap::Signature {                                                        \
-    .name = text, .result = &::tap::type_of<ret>,                           \
-    .params = std::span<const ::tap::Param>(params, std::size(params) - 1), \
-    .invoke = &::tap::invoke<fct>                                           \
+#define TAP_SIGNATURE(ret, fct, text)                                                                     \
+  ::tap::Signature {                                                                                      \
+    .name = text, .result = &::tap::type_of<ret>,                                                         \
+    .params = std::span<const ::tap::Param>(params, std::size(params) - 1), .invoke = &::tap::invoke<fct> \
   }
 
 namespace tap {
@@ -79,46 +88,46 @@ consteval unsigned name_number(std::string_view name) {
 
 }  // namespace tap
 
-#define TVAPI_CALLBACK(ret, type, ...)                                                                   \
-  extern "C++" {                                                                                         \
-  struct type##_tap {                                                                                    \
-    TAP_PARAMS(__VA_ARGS__)                                                                              \
-    static constexpr ::tap::Signature signature = TAP_SIGNATURE(ret, type, #type);                       \
-    template <class Owner, unsigned Name, std::size_t Slot>                                              \
-    static ret arrive(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                          \
-      TAP_ARGUMENTS(__VA_ARGS__)                                                                         \
-      return ::tap::deliver<ret>(::tap::registration<Owner, Name>, Slot, tap_args, tap_sizes);           \
-    }                                                                                                    \
-    template <class Owner, unsigned Name>                                                                \
-    static void* trampoline(std::size_t slot) {                                                          \
-      static_assert(::tap::SLOTS == 4);                                                                  \
-      static constexpr type slots[] = {&arrive<Owner, Name, 0>, &arrive<Owner, Name, 1>,                 \
-                                       &arrive<Owner, Name, 2>, &arrive<Owner, Name, 3>};                \
-      return reinterpret_cast<void*>(slots[slot]);                                                       \
-    }                                                                                                    \
-  };                                                                                                     \
+#define TVAPI_CALLBACK(ret, type, ...)                                                                            \
+  extern "C++" {                                                                                                  \
+  struct type##_tap {                                                                                             \
+    TAP_PARAMS(__VA_ARGS__)                                                                                       \
+    static constexpr ::tap::Signature signature = TAP_SIGNATURE(ret, type, #type);                                \
+    template <class Owner, unsigned Name, std::size_t Slot>                                                       \
+    static ret arrive(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                                   \
+      TAP_ARGUMENTS(__VA_ARGS__)                                                                                  \
+      return ::tap::deliver<ret>(::tap::registration<Owner, Name>, Slot, tap_args, tap_sizes);                    \
+    }                                                                                                             \
+    template <class Owner, unsigned Name>                                                                         \
+    static void* trampoline(std::size_t slot) {                                                                   \
+      static_assert(::tap::SLOTS == 4);                                                                           \
+      static constexpr type slots[] = {&arrive<Owner, Name, 0>, &arrive<Owner, Name, 1>, &arrive<Owner, Name, 2>, \
+                                       &arrive<Owner, Name, 3>};                                                  \
+      return reinterpret_cast<void*>(slots[slot]);                                                                \
+    }                                                                                                             \
+  };                                                                                                              \
   }
 
-#define TVAPI_FN(ret, fct, ...)                                                                          \
-  extern "C++" {                                                                                         \
-  struct fct##_tap {                                                                                     \
-    using Self = fct##_tap;                                                                              \
-    using Fct = decltype(&::fct);                                                                        \
-    TAP_PARAMS(__VA_ARGS__)                                                                              \
-    static void* own() { return reinterpret_cast<void*>(&::fct); }                                       \
-    static constexpr bool registers = ::tap::has_callback(params);                                       \
+#define TVAPI_FN(ret, fct, ...)                                                                                \
+  extern "C++" {                                                                                               \
+  struct fct##_tap {                                                                                           \
+    using Self = fct##_tap;                                                                                    \
+    using Fct = decltype(&::fct);                                                                              \
+    TAP_PARAMS(__VA_ARGS__)                                                                                    \
+    static void* own() { return reinterpret_cast<void*>(&::fct); }                                             \
+    static constexpr bool registers = ::tap::has_callback(params);                                             \
     static inline constinit ::tap::Function function{.signature = TAP_SIGNATURE(ret, Fct, #fct), .own = &own}; \
-  };                                                                                                     \
-  }                                                                                                      \
-  __attribute__((visibility("default"))) ret fct(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {               \
-    if (!fct##_tap::registers && ::tap::passive()) {                                                     \
-      if (void* tap_next = fct##_tap::function.next.load(std::memory_order_acquire); tap_next != nullptr) { \
-        return reinterpret_cast<fct##_tap::Fct>(tap_next)(TVAPI_EACH(TVAPI_NAME, __VA_ARGS__));          \
-      }                                                                                                  \
-    }                                                                                                    \
-    TAP_ARGUMENTS(__VA_ARGS__)                                                                           \
-    return ::tap::call<ret>(fct##_tap::function, tap_args, tap_sizes);                                   \
-  }                                                                                                      \
+  };                                                                                                           \
+  }                                                                                                            \
+  __attribute__((visibility("default"))) ret fct(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                     \
+    if (!fct##_tap::registers && ::tap::passive()) {                                                           \
+      if (void* tap_next = fct##_tap::function.next.load(std::memory_order_acquire); tap_next != nullptr) {    \
+        return reinterpret_cast<fct##_tap::Fct>(tap_next)(TVAPI_EACH(TVAPI_NAME, __VA_ARGS__));                \
+      }                                                                                                        \
+    }                                                                                                          \
+    TAP_ARGUMENTS(__VA_ARGS__)                                                                                 \
+    return ::tap::call<ret>(fct##_tap::function, tap_args, tap_sizes);                                         \
+  }                                                                                                            \
   [[maybe_unused]] static const int fct##_known = ::tap::know_function(fct##_tap::function);
 
 namespace tap {

@@ -127,7 +127,8 @@ bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::s
       ret_error = "the arguments of a callback are an array";
       return false;
     }
-    const Raise raise{.function = function, .registration = param.registration, .callback = param.callback, .args = args};
+    const Raise raise{
+        .function = function, .registration = param.registration, .callback = param.callback, .args = args};
     Arguments checked;
     if (!make_arguments(*raise.callback, args, nullptr, checked, ret_error)) return false;
     ret_raise = raise;

@@ -32,31 +32,33 @@ consteval bool covers(std::span<const Field> fields, std::size_t size, std::size
 
 }  // namespace tap
 
-#define DTV_RECORD_FIELD(field) ::tap::Field{#field, offsetof(Self, field), &::tap::type_of<decltype(Self::field)>}
+#define DTV_RECORD_FIELD(field) \
+  ::tap::Field { #field, offsetof(Self, field), &::tap::type_of < decltype(Self::field)> }
 #define DTV_RECORD_JOIN(a, b) DTV_RECORD_JOIN_(a, b)
 #define DTV_RECORD_JOIN_(a, b) a##b
 
-#define DTV_RECORD_FIELDS(type, ...)                                                            \
-  using Self = type;                                                                            \
-  static constexpr const char* name = #type;                                                    \
-  static constexpr ::tap::Field fields[] = {TVAPI_EACH(DTV_RECORD_FIELD, __VA_ARGS__)};         \
+#define DTV_RECORD_FIELDS(type, ...)                                                    \
+  using Self = type;                                                                    \
+  static constexpr const char* name = #type;                                            \
+  static constexpr ::tap::Field fields[] = {TVAPI_EACH(DTV_RECORD_FIELD, __VA_ARGS__)}; \
   static_assert(::tap::covers(fields, sizeof(Self), alignof(Self)), "a field is missing");
 
-#define DTV_RECORD_KNOWN(type)                                                                  \
-  [[maybe_unused]] static const int DTV_RECORD_JOIN(dtv_record_, __COUNTER__) = ::tap::know_record(::tap::type_of<type>);
+#define DTV_RECORD_KNOWN(type)                                                  \
+  [[maybe_unused]] static const int DTV_RECORD_JOIN(dtv_record_, __COUNTER__) = \
+      ::tap::know_record(::tap::type_of<type>);
 
-#define DTV_RECORD(type, ...)                                                                   \
-  template <>                                                                                   \
-  struct tap::RecordOf<type> {                                                                  \
-    DTV_RECORD_FIELDS(type, __VA_ARGS__)                                                        \
-    static_assert(::tap::ascending(fields), "fields are not in the record's order");            \
+#define DTV_RECORD(type, ...)                                                                         \
+  template <>                                                                                         \
+  struct tap::RecordOf<type> {                                                                        \
+    DTV_RECORD_FIELDS(type, __VA_ARGS__)                                                              \
+    static_assert(::tap::ascending(fields), "fields are not in the record's order");                  \
     static void count_fields(Self& dtv_record) { [[maybe_unused]] auto& [__VA_ARGS__] = dtv_record; } \
-  };                                                                                            \
+  };                                                                                                  \
   DTV_RECORD_KNOWN(type)
 
-#define DTV_UNION(type, ...)                                                                    \
-  template <>                                                                                   \
-  struct tap::RecordOf<type> {                                                                  \
-    DTV_RECORD_FIELDS(type, __VA_ARGS__)                                                        \
-  };                                                                                            \
+#define DTV_UNION(type, ...)             \
+  template <>                            \
+  struct tap::RecordOf<type> {           \
+    DTV_RECORD_FIELDS(type, __VA_ARGS__) \
+  };                                     \
   DTV_RECORD_KNOWN(type)

@@ -22,7 +22,7 @@ struct Entry {
   bool is_event = false;
   double seq = 0;
   Json json;
-  Raise raise;        // of an event
+  Raise raise;  // of an event
   bool used = false;
 };
 
@@ -185,8 +185,8 @@ bool replay_load(const char* lines, std::string& ret_error) {
   {
     const std::lock_guard guard(state_lock());
     current().swap(replay);
+    set_active(REPLAYED, current() != nullptr);
   }
-  set_active(REPLAYED, lines != nullptr);
   return true;
 }
 

@@ -17,7 +17,7 @@ struct Answer {
   std::vector<const cJSON*> in;   // per argument; null matches anything
   std::vector<const cJSON*> out;  // per argument; null is cleared
   const cJSON* ret = nullptr;
-  std::int64_t uses_left = -1;    // -1: unlimited; under the tap's lock
+  std::int64_t uses_left = -1;  // -1: unlimited; under the tap's lock
   std::int64_t delay_ms = 0;
   std::vector<Raise> raises;
 };
@@ -197,7 +197,8 @@ bool script_load(const char* text, std::string& ret_error) {
       Answer answer;
       ++number;
       if (!read_answer(entry, answer, ret_error)) {
-        const std::string name = answer.function == nullptr ? "" : std::string(" (") + answer.function->signature.name + ")";
+        const std::string name =
+            answer.function == nullptr ? "" : std::string(" (") + answer.function->signature.name + ")";
         ret_error = "answer " + std::to_string(number) + name + ": " + ret_error;
         return false;
       }
@@ -207,8 +208,8 @@ bool script_load(const char* text, std::string& ret_error) {
   {
     const std::lock_guard guard(state_lock());
     current().swap(script);
+    set_active(SCRIPTED, current() != nullptr);
   }
-  set_active(SCRIPTED, text != nullptr);
   return true;
 }
 
@@ -236,7 +237,8 @@ bool script_answer(Function& function, const cJSON* in, void* ret, void* const* 
   for (const Raise& raise : taken->raises) {
     std::int64_t result = 0;
     std::string error;
-    if (!raise_and_wait(raise, result, error)) say_error("an answer of " + std::string(function.signature.name) + ": " + error);
+    if (!raise_and_wait(raise, result, error))
+      say_error("an answer of " + std::string(function.signature.name) + ": " + error);
   }
   return true;
 }

@@ -74,9 +74,8 @@ Json new_line(const Start& start) {
 
 void emit(const cJSON* line) {
   std::string text = json_print(line);
-  hook_run(watcher(), watcher_depth, [&](void (*fct)(), void* context) {
-    reinterpret_cast<dtv_tap_line_fct>(fct)(context, text.c_str());
-  });
+  hook_run(watcher(), watcher_depth,
+           [&](void (*fct)(), void* context) { reinterpret_cast<dtv_tap_line_fct>(fct)(context, text.c_str()); });
   if (const int file = record_file.load(std::memory_order_acquire); file >= 0) {
     text.push_back('\n');
     // One write per line: with O_APPEND, lines of different threads and processes do not mix.
@@ -92,14 +91,16 @@ void hook_set(Hook& hook, int& depth, void (*fct)(), void* context) {
 }
 
 void watch(dtv_tap_line_fct fct, void* context) {
-  if (fct != nullptr) set_active(WATCHED, true);
   hook_set(watcher(), watcher_depth, reinterpret_cast<void (*)()>(fct), context);
-  if (fct == nullptr) set_active(WATCHED, false);
+  // What the hook holds now, since another thread may have replaced it meanwhile.
+  const std::lock_guard guard(watcher().lock);
+  set_active(WATCHED, watcher().fct != nullptr);
 }
 
 void on_event(dtv_tap_event_fct fct, void* context) {
-  if (fct != nullptr) has_event_hook.store(true, std::memory_order_release);
   hook_set(event_hook(), event_depth, reinterpret_cast<void (*)()>(fct), context);
+  const std::lock_guard guard(event_hook().lock);
+  has_event_hook.store(event_hook().fct != nullptr, std::memory_order_release);
 }
 
 void run_event_hook() {

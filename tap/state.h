@@ -31,9 +31,10 @@ struct Hook {
   std::condition_variable idle;
   void (*fct)() = nullptr;  // as a generic function pointer; null: none
   void* context = nullptr;
-  int running = 0;          // on all threads
+  int running = 0;  // on all threads
 };
-// Replaces the hook's function and waits until the earlier one no longer runs; called from inside it, does not wait.
+// Replaces the hook's function and waits until the earlier one no longer runs on any thread. From inside that function
+// it does not wait, since it would wait for itself. The caller must hold no lock that the function takes.
 void hook_set(Hook& hook, int& depth, void (*fct)(), void* context);
 // Calls run(fct, context) outside of the lock when there is a function.
 template <class Run>

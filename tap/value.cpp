@@ -17,10 +17,24 @@ std::vector<const Type*>& records() {
 Integer integer_load(const Type& type, const void* value) {
   std::uint64_t bits = 0;
   switch (type.size) {
-    case 1: bits = *static_cast<const std::uint8_t*>(value); break;
-    case 2: { std::uint16_t part; std::memcpy(&part, value, 2); bits = part; break; }
-    case 4: { std::uint32_t part; std::memcpy(&part, value, 4); bits = part; break; }
-    default: std::memcpy(&bits, value, 8); break;
+    case 1:
+      bits = *static_cast<const std::uint8_t*>(value);
+      break;
+    case 2: {
+      std::uint16_t part;
+      std::memcpy(&part, value, 2);
+      bits = part;
+      break;
+    }
+    case 4: {
+      std::uint32_t part;
+      std::memcpy(&part, value, 4);
+      bits = part;
+      break;
+    }
+    default:
+      std::memcpy(&bits, value, 8);
+      break;
   }
   const unsigned width = static_cast<unsigned>(type.size) * 8;
   const bool negative = type.is_signed && (bits >> (width - 1)) != 0;
@@ -75,8 +89,9 @@ bool record_from_json(const Type& type, const cJSON* json, void* value, std::str
   }
   const cJSON* member = nullptr;
   cJSON_ArrayForEach(member, json) {
-    const auto field = std::find_if(type.fields.begin(), type.fields.end(),
-                                    [&](const Field& candidate) { return std::strcmp(candidate.name, member->string) == 0; });
+    const auto field = std::find_if(type.fields.begin(), type.fields.end(), [&](const Field& candidate) {
+      return std::strcmp(candidate.name, member->string) == 0;
+    });
     if (field == type.fields.end()) {
       ret_error = std::string(type.name) + " has no field \"" + member->string + "\"; it has";
       for (const Field& known : type.fields) ret_error += std::string(" ") + known.name;
@@ -100,7 +115,8 @@ int know_record(const Type& record) {
 std::span<const Type* const> known_records() { return records(); }
 
 const Type* find_record(std::string_view name) {
-  const auto found = std::find_if(records().begin(), records().end(), [&](const Type* type) { return name == type->name; });
+  const auto found =
+      std::find_if(records().begin(), records().end(), [&](const Type* type) { return name == type->name; });
   return found == records().end() ? nullptr : *found;
 }
 
@@ -123,7 +139,8 @@ const Type* guess_record(const cJSON* object) {
 
 cJSON* value_to_json(const Type& type, const void* value) {
   switch (type.shape) {
-    case Shape::none: return cJSON_CreateNull();
+    case Shape::none:
+      return cJSON_CreateNull();
     case Shape::integer:
     case Shape::word: {
       const Integer number = integer_load(type, value);
@@ -134,8 +151,10 @@ cJSON* value_to_json(const Type& type, const void* value) {
       std::memcpy(&text, value, sizeof text);
       return text == nullptr ? cJSON_CreateNull() : json_text(text);
     }
-    case Shape::text: return text_to_json(static_cast<const char*>(value), type.count);
-    case Shape::array: return array_to_json(*type.element, value, type.count);
+    case Shape::text:
+      return text_to_json(static_cast<const char*>(value), type.count);
+    case Shape::array:
+      return array_to_json(*type.element, value, type.count);
     case Shape::record: {
       cJSON* object = cJSON_CreateObject();
       for (const Field& field : type.fields) {
@@ -167,9 +186,12 @@ cJSON* array_to_json(const Type& element, const void* values, std::size_t count)
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   if (cJSON_IsNull(json)) return true;
   switch (type.shape) {
-    case Shape::none: ret_error = "nothing is returned, so nothing can be given"; return false;
+    case Shape::none:
+      ret_error = "nothing is returned, so nothing can be given";
+      return false;
     case Shape::integer:
-    case Shape::word: return integer_from_json(type, json, value, ret_error);
+    case Shape::word:
+      return integer_from_json(type, json, value, ret_error);
     case Shape::string: {
       if (!cJSON_IsString(json)) {
         ret_error = shown(json) + " is not a text";
@@ -179,15 +201,18 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
       std::memcpy(value, &text, sizeof text);
       return true;
     }
-    case Shape::text: return text_from_json(json, static_cast<char*>(value), type.count, ret_error);
+    case Shape::text:
+      return text_from_json(json, static_cast<char*>(value), type.count, ret_error);
     case Shape::array: {
       if (cJSON_IsArray(json) && static_cast<std::size_t>(cJSON_GetArraySize(json)) > type.count) {
-        ret_error = std::to_string(cJSON_GetArraySize(json)) + " elements, where the array has " + std::to_string(type.count);
+        ret_error =
+            std::to_string(cJSON_GetArraySize(json)) + " elements, where the array has " + std::to_string(type.count);
         return false;
       }
       return array_from_json(*type.element, json, value, type.count, ret_error);
     }
-    case Shape::record: return record_from_json(type, json, value, ret_error);
+    case Shape::record:
+      return record_from_json(type, json, value, ret_error);
   }
   return false;
 }
@@ -225,8 +250,9 @@ bool array_from_json(const Type& element, const cJSON* json, void* values, std::
   const cJSON* item = nullptr;
   cJSON_ArrayForEach(item, json) {
     const bool has_place = values != nullptr && i < count;
-    const bool good = has_place ? value_from_json(element, item, static_cast<char*>(values) + i * element.size, ret_error)
-                                : value_fits(element, item, ret_error);
+    const bool good = has_place
+                          ? value_from_json(element, item, static_cast<char*>(values) + i * element.size, ret_error)
+                          : value_fits(element, item, ret_error);
     if (!good) {
       ret_error = "element " + std::to_string(i) + ": " + ret_error;
       return false;
@@ -243,10 +269,22 @@ bool value_fits(const Type& type, const cJSON* json, std::string& ret_error) {
 
 void integer_store(const Type& type, Integer number, void* value) {
   switch (type.size) {
-    case 1: *static_cast<std::uint8_t*>(value) = static_cast<std::uint8_t>(number.bits); break;
-    case 2: { const auto part = static_cast<std::uint16_t>(number.bits); std::memcpy(value, &part, 2); break; }
-    case 4: { const auto part = static_cast<std::uint32_t>(number.bits); std::memcpy(value, &part, 4); break; }
-    default: std::memcpy(value, &number.bits, 8); break;
+    case 1:
+      *static_cast<std::uint8_t*>(value) = static_cast<std::uint8_t>(number.bits);
+      break;
+    case 2: {
+      const auto part = static_cast<std::uint16_t>(number.bits);
+      std::memcpy(value, &part, 2);
+      break;
+    }
+    case 4: {
+      const auto part = static_cast<std::uint32_t>(number.bits);
+      std::memcpy(value, &part, 4);
+      break;
+    }
+    default:
+      std::memcpy(value, &number.bits, 8);
+      break;
   }
 }
 

@@ -83,10 +83,13 @@ REASONS = {
     "arguments too many": ["refused: tv_ctrl_get: tv_ctrl_get takes 2 arguments"],
     "ret of what returns nothing": ["refused: step 1: tv_ctrl_api_notify_func returns nothing"],
     "a path that is not absolute": ['refused: "files": "etc/x" is not an absolute path'],
+    "content that is no text": ['refused: "files": the content of /etc/x is a text or null'],
+    "a library that is no object": ['refused: "libraries": /3rd/x.so is an object'],
+    "a library with a text that is none": ['refused: "libraries": the texts of /3rd/x.so are texts'],
     "a fetch without a length": ['refused: step 1: a fetch needs a "length"'],
     "text without a buffer": ['refused: step 1: "text" cannot be checked without a buffer'],
     "twice": ["refused: another case of this file has the same name"],
-    "number 73": ['refused: it has no "name"'],
+    "number 76": ['refused: it has no "name"'],
 }
 
 # The good ones among the bad: the first of two cases with one name.

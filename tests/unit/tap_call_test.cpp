@@ -83,17 +83,16 @@ TEST_F(TapTest, calls_are_forwarded_and_recorded_with_the_contracts_names) {
   DEMO_POINT points[4];
   INT32 count = 4;
   demo_list(points, &count);
-  EXPECT_EQ(plain_lines(), (Lines{
-      R"({"call":"demo_set","in":{"value":-3,"flag":2},"ret":-1})",
-      R"({"call":"demo_wide","in":{"value":"18446744073709551615"},"ret":-2})",
-      R"({"call":"demo_open","in":{"path":"a\"b"},"ret":3})",
-      R"({"call":"demo_nothing","in":{}})",
-      R"({"call":"demo_title","in":{"handle":4},"ret":"title"})",
-      R"({"call":"demo_get_text","in":{"key":"key","length":8},"ret":0,"out":{"text":"key","length":3}})",
-      R"({"call":"demo_get_short_text","in":{},"ret":0,"out":{"text":{"bytes":"4142434445464748"}}})",
-      R"({"call":"demo_sum","in":{"values":[4,5],"count":2},"ret":9})",
-      R"({"call":"demo_count","in":{"number":41},"ret":0,"out":{"number":42}})",
-      R"({"call":"demo_list","in":{"count":4},"ret":0,"out":{"points":[{"x":3,"y":4}],"count":1}})"}));
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_set","in":{"value":-3,"flag":2},"ret":-1})",
+                   R"({"call":"demo_wide","in":{"value":"18446744073709551615"},"ret":-2})",
+                   R"({"call":"demo_open","in":{"path":"a\"b"},"ret":3})", R"({"call":"demo_nothing","in":{}})",
+                   R"({"call":"demo_title","in":{"handle":4},"ret":"title"})",
+                   R"({"call":"demo_get_text","in":{"key":"key","length":8},"ret":0,"out":{"text":"key","length":3}})",
+                   R"({"call":"demo_get_short_text","in":{},"ret":0,"out":{"text":{"bytes":"4142434445464748"}}})",
+                   R"({"call":"demo_sum","in":{"values":[4,5],"count":2},"ret":9})",
+                   R"({"call":"demo_count","in":{"number":41},"ret":0,"out":{"number":42}})",
+                   R"({"call":"demo_list","in":{"count":4},"ret":0,"out":{"points":[{"x":3,"y":4}],"count":1}})"}));
 }
 
 TEST_F(TapTest, records_are_written_field_by_field) {
@@ -107,12 +106,12 @@ TEST_F(TapTest, records_are_written_field_by_field) {
   demo_open("\xc3\x28");
   const std::string record =
       R"({"corner":{"x":1,"y":-2},"name":"box","wide_name":[0,0,0,0],"bytes":[0,0,0],"size":"3458764513820540928","colour":0,)";
-  EXPECT_EQ(plain_lines(), (Lines{
-      R"({"call":"demo_get_box","in":{"id":3},"ret":0,"out":{"box":)" + record +
-          R"("marks":[{"x":0,"y":0},{"x":0,"y":0}],"comment":null,"link":0}}})",
-      R"({"call":"demo_put_box","in":{"box":)" + record +
-          R"("marks":[{"x":0,"y":0},{"x":0,"y":6}],"comment":{"bytes":"ff"},"link":0}},"ret":6})",
-      R"({"call":"demo_open","in":{"path":{"bytes":"c328"}},"ret":2})"}));
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_get_box","in":{"id":3},"ret":0,"out":{"box":)" + record +
+                       R"("marks":[{"x":0,"y":0},{"x":0,"y":0}],"comment":null,"link":0}}})",
+                   R"({"call":"demo_put_box","in":{"box":)" + record +
+                       R"("marks":[{"x":0,"y":0},{"x":0,"y":6}],"comment":{"bytes":"ff"},"link":0}},"ret":6})",
+                   R"({"call":"demo_open","in":{"path":{"bytes":"c328"}},"ret":2})"}));
 }
 
 TEST_F(TapTest, callbacks_are_recorded_and_get_their_tag_and_the_hook_runs_after_them) {
@@ -134,9 +133,11 @@ TEST_F(TapTest, callbacks_are_recorded_and_get_their_tag_and_the_hook_runs_after
   EXPECT_EQ(order, (Lines{"callback 100 1219752", "hook", "hook", "callback 1 1219752", "hook", "hook"}));
   const Lines lines = plain_lines();
   ASSERT_EQ(lines.size(), 6U);
-  EXPECT_EQ(lines[0], R"({"event":"demo_register","in":{"callback_type":100,"pv_tag":1219752,"pv_arg1":0,"pv_arg2":0},"ret":4})");
+  EXPECT_EQ(lines[0],
+            R"({"event":"demo_register","in":{"callback_type":100,"pv_tag":1219752,"pv_arg1":0,"pv_arg2":0},"ret":4})");
   EXPECT_EQ(lines[1], R"({"call":"demo_register","in":{"callback":1,"tag":1219752},"ret":0})");
-  EXPECT_EQ(lines[4], R"({"event":"demo_register","in":{"callback_type":1,"pv_tag":1219752,"pv_arg1":-5,"pv_arg2":0},"ret":4})");
+  EXPECT_EQ(lines[4],
+            R"({"event":"demo_register","in":{"callback_type":1,"pv_tag":1219752,"pv_arg1":-5,"pv_arg2":0},"ret":4})");
   // The latest one is what a raise calls.
   EXPECT_EQ(raise("demo_register", "[1,null,0,0]"), 5);
   EXPECT_EQ(demo_register(nullptr, nullptr), 0);
@@ -149,8 +150,9 @@ TEST_F(TapTest, raised_arguments_of_every_kind_arrive) {
   demo_register_item(
       1,
       [](UINT32 tag, const char* name, const DEMO_BOX* box, const INT16* values, INT32 count) -> INT32 {
-        got = std::to_string(tag) + " " + (name == nullptr ? "null" : name) + " " + (box == nullptr ? "null" : box->name) + " " +
-              (values == nullptr ? "null" : std::to_string(values[1])) + " " + std::to_string(count);
+        got = std::to_string(tag) + " " + (name == nullptr ? "null" : name) + " " +
+              (box == nullptr ? "null" : box->name) + " " + (values == nullptr ? "null" : std::to_string(values[1])) +
+              " " + std::to_string(count);
         return -7;
       },
       4000000000U);
@@ -272,7 +274,8 @@ TEST_F(TapTest, a_recording_answers_as_it_was) {
 
   // From here on nothing was recorded.
   EXPECT_EQ(demo_set(5, 1), 0);
-  EXPECT_NE(replay_report().find(R"(after the end of the recording came demo_set{"value":5,"flag":1})"), std::string::npos);
+  EXPECT_NE(replay_report().find(R"(after the end of the recording came demo_set{"value":5,"flag":1})"),
+            std::string::npos);
 }
 
 TEST_F(TapTest, a_call_that_differs_from_the_recording_is_told) {
@@ -296,7 +299,8 @@ TEST_F(TapTest, a_wrong_recording_is_refused_with_its_line) {
   EXPECT_NE(replay_error("{\"call\":\"demo_set\",\"in\":{}}\n{").find("line 2"), std::string::npos);
   EXPECT_NE(replay_error("{\"call\":\"demo_sit\"}").find("demo_sit"), std::string::npos);
   EXPECT_NE(replay_error("{\"t\":1}").find("neither"), std::string::npos);
-  EXPECT_NE(replay_error("{\"call\":\"demo_get_number\",\"out\":{\"number\":\"x\"}}").find("number"), std::string::npos);
+  EXPECT_NE(replay_error("{\"call\":\"demo_get_number\",\"out\":{\"number\":\"x\"}}").find("number"),
+            std::string::npos);
 }
 
 TEST_F(TapTest, order_thread_and_duration_stand_in_a_line) {

@@ -23,16 +23,26 @@ struct Member {
 
 const char* value_name(Value value) {
   switch (value) {
-    case Value::ANY: return "any value";
-    case Value::TEXT: return "a text";
-    case Value::TEXT_OR_NULL: return "a text or null";
-    case Value::NUMBER: return "a whole number";
-    case Value::WHOLE: return "a whole number from 0 on";
-    case Value::FLAG: return "true or false";
-    case Value::OBJECT: return "an object";
-    case Value::ARRAY: return "an array";
-    case Value::TEXTS: return "an array of texts";
-    case Value::NOTHING: return "null";
+    case Value::ANY:
+      return "any value";
+    case Value::TEXT:
+      return "a text";
+    case Value::TEXT_OR_NULL:
+      return "a text or null";
+    case Value::NUMBER:
+      return "a whole number";
+    case Value::WHOLE:
+      return "a whole number from 0 on";
+    case Value::FLAG:
+      return "true or false";
+    case Value::OBJECT:
+      return "an object";
+    case Value::ARRAY:
+      return "an array";
+    case Value::TEXTS:
+      return "an array of texts";
+    case Value::NOTHING:
+      return "null";
   }
   return "";
 }
@@ -40,15 +50,24 @@ const char* value_name(Value value) {
 bool is_value(const cJSON* json, Value value) {
   tap::Integer number;
   switch (value) {
-    case Value::ANY: return true;
-    case Value::TEXT: return cJSON_IsString(json);
-    case Value::TEXT_OR_NULL: return cJSON_IsString(json) || cJSON_IsNull(json);
-    case Value::NUMBER: return !cJSON_IsBool(json) && tap::json_to_integer(json, number);
-    case Value::WHOLE: return cJSON_IsNumber(json) && tap::json_to_integer(json, number) && !number.negative;
-    case Value::FLAG: return cJSON_IsBool(json);
-    case Value::OBJECT: return cJSON_IsObject(json);
-    case Value::ARRAY: return cJSON_IsArray(json);
-    case Value::NOTHING: return cJSON_IsNull(json);
+    case Value::ANY:
+      return true;
+    case Value::TEXT:
+      return cJSON_IsString(json);
+    case Value::TEXT_OR_NULL:
+      return cJSON_IsString(json) || cJSON_IsNull(json);
+    case Value::NUMBER:
+      return !cJSON_IsBool(json) && tap::json_to_integer(json, number);
+    case Value::WHOLE:
+      return cJSON_IsNumber(json) && tap::json_to_integer(json, number) && !number.negative;
+    case Value::FLAG:
+      return cJSON_IsBool(json);
+    case Value::OBJECT:
+      return cJSON_IsObject(json);
+    case Value::ARRAY:
+      return cJSON_IsArray(json);
+    case Value::NOTHING:
+      return cJSON_IsNull(json);
     case Value::TEXTS: {
       const cJSON* element = nullptr;
       cJSON_ArrayForEach(element, json) {
@@ -60,16 +79,19 @@ bool is_value(const cJSON* json, Value value) {
   return false;
 }
 
-constexpr Member CASE_MEMBERS[] = {{"name", Value::TEXT},       {"files", Value::OBJECT},   {"device", Value::FLAG},
-                                   {"libraries", Value::OBJECT}, {"start", Value::FLAG},     {"platform", Value::ARRAY},
+constexpr Member CASE_MEMBERS[] = {{"name", Value::TEXT},        {"files", Value::OBJECT}, {"device", Value::FLAG},
+                                   {"libraries", Value::OBJECT}, {"start", Value::FLAG},   {"platform", Value::ARRAY},
                                    {"steps", Value::ARRAY},      {"calls", Value::ARRAY}};
 
 // What every step may check.
-constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY},   {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
-                                     {"err", Value::TEXTS},     {"err_has", Value::TEXTS}, {"device", Value::TEXT}};
+constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY}, {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
+                                     {"err", Value::TEXTS},   {"err_has", Value::TEXTS}, {"device", Value::TEXT}};
 
-constexpr Member BUFFER_CHECKS[] = {{"ret", Value::NUMBER},  {"text", Value::TEXT},   {"json", Value::ANY},
-                                    {"absent", Value::FLAG}, {"bytes", Value::WHOLE}};
+constexpr Member BUFFER_CHECKS[] = {{"ret", Value::NUMBER},
+                                    {"text", Value::TEXT},
+                                    {"json", Value::ANY},
+                                    {"absent", Value::FLAG},
+                                    {"bytes", Value::WHOLE}};
 constexpr Member RET_CHECK[] = {{"ret", Value::NUMBER}};
 constexpr Member CALL_CHECKS[] = {{"ret", Value::NUMBER}, {"after", Value::ARRAY}};
 
@@ -87,14 +109,18 @@ struct StepKind {
 };
 
 constexpr StepKind STEP_KINDS[] = {
-    {"get", Value::TEXT_OR_NULL, GET_MEMBERS, BUFFER_CHECKS}, {"set", Value::TEXT_OR_NULL, SET_MEMBERS, RET_CHECK},
-    {"subscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},        {"unsubscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
-    {"fetch", Value::TEXT_OR_NULL, FETCH_MEMBERS, BUFFER_CHECKS}, {"raise", Value::TEXT, RAISE_MEMBERS, RET_CHECK},
+    {"get", Value::TEXT_OR_NULL, GET_MEMBERS, BUFFER_CHECKS},
+    {"set", Value::TEXT_OR_NULL, SET_MEMBERS, RET_CHECK},
+    {"subscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
+    {"unsubscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
+    {"fetch", Value::TEXT_OR_NULL, FETCH_MEMBERS, BUFFER_CHECKS},
+    {"raise", Value::TEXT, RAISE_MEMBERS, RET_CHECK},
     {"call", Value::TEXT, CALL_MEMBERS, CALL_CHECKS},
 };
 
 const StepKind* kind_named(std::string_view name) {
-  const auto found = std::find_if(std::begin(STEP_KINDS), std::end(STEP_KINDS), [&](const StepKind& k) { return k.name == name; });
+  const auto found =
+      std::find_if(std::begin(STEP_KINDS), std::end(STEP_KINDS), [&](const StepKind& k) { return k.name == name; });
   return found == std::end(STEP_KINDS) ? nullptr : found;
 }
 
@@ -133,7 +159,8 @@ std::string check_calls(const cJSON* calls, const Contract& contract) {
       return "\"calls\": the contract has no function \"" + std::string(call->child->valuestring) + "\"";
     }
     if (static_cast<std::size_t>(cJSON_GetArraySize(call)) > function->second.params.size() + 1) {
-      return "\"calls\": " + function->first + " has only " + std::to_string(function->second.params.size()) + " arguments";
+      return "\"calls\": " + function->first + " has only " + std::to_string(function->second.params.size()) +
+             " arguments";
     }
   }
   return {};
@@ -166,7 +193,8 @@ std::string check_step(const cJSON* step, const Contract& contract, int& checks)
     }
     if (allowed == nullptr) {
       return "unknown member \"" + std::string(member->string) + "\"; a " + std::string(kind.name) + " step can have " +
-             names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " + names(GENERAL_CHECKS);
+             names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " +
+             names(GENERAL_CHECKS);
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }
@@ -195,19 +223,23 @@ std::string check_paths(const cJSON* json) {
   cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(json, "files")) {
     const std::string_view path = file->string;
     if (!path.starts_with("/")) return "\"files\": \"" + std::string(path) + "\" is not an absolute path";
-    if (!is_value(file, Value::TEXT_OR_NULL)) return "\"files\": the content of " + std::string(path) + " is a text or null";
+    if (!is_value(file, Value::TEXT_OR_NULL))
+      return "\"files\": the content of " + std::string(path) + " is a text or null";
     if (path.ends_with("/") && cJSON_IsString(file) && *file->valuestring != '\0') {
       return "\"files\": " + std::string(path) + " is a folder, which has no content";
     }
   }
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(json, "libraries")) {
-    if (*library->string != '/') return "\"libraries\": \"" + std::string(library->string) + "\" is not an absolute path";
+    if (!cJSON_IsObject(library))
+      return "\"libraries\": " + std::string(library->string) + " is an object of string id and text";
+    if (*library->string != '/')
+      return "\"libraries\": \"" + std::string(library->string) + "\" is not an absolute path";
     const cJSON* text = nullptr;
     cJSON_ArrayForEach(text, library) {
-      if (!cJSON_IsString(text)) return "\"libraries\": the texts of " + std::string(library->string) + " are texts by string id";
+      if (!cJSON_IsString(text))
+        return "\"libraries\": the texts of " + std::string(library->string) + " are texts by string id";
     }
-    if (!cJSON_IsObject(library)) return "\"libraries\": " + std::string(library->string) + " is an object of string id and text";
   }
   return {};
 }
@@ -302,10 +334,11 @@ Contract read_contract(const char* list) {
   cJSON_ArrayForEach(entry, json.get()) {
     const cJSON* name = cJSON_GetObjectItemCaseSensitive(entry, "name");
     if (!cJSON_IsString(name)) continue;
-    contract[name->valuestring] = {.params = texts(entry, "params"),
-                                   .kinds = texts(entry, "kinds"),
-                                   .types = texts(entry, "types"),
-                                   .has_callback = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(entry, "callback")) != 0};
+    contract[name->valuestring] = {
+        .params = texts(entry, "params"),
+        .kinds = texts(entry, "kinds"),
+        .types = texts(entry, "types"),
+        .has_callback = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(entry, "callback")) != 0};
   }
   return contract;
 }
@@ -355,7 +388,8 @@ WantedPaths wanted_paths(const Case& test, std::string_view language_template) {
   }
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json, "libraries")) {
-    wanted[clean_path(library->string)] = {.what = WantedPath::FILE, .content = language_library(language_template, library)};
+    wanted[clean_path(library->string)] = {.what = WantedPath::FILE,
+                                           .content = language_library(language_template, library)};
   }
   if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json, "device"))) {
     wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = ""};

@@ -46,14 +46,19 @@ std::map<std::int64_t, std::string> read_ids(const Session& session) {
   return ids;
 }
 
-bool give_script(Session& session, std::string& ret_error) {
+// Why the case cannot be run, before anything of it is done; empty when it can. Gives its answers to the tap.
+std::string refuse(Session& session) {
+  char* list = session.list();
+  session.contract = read_contract(list);
+  std::free(list);
+  if (std::string problem = check_case(*session.test, session.contract); !problem.empty()) return problem;
   const cJSON* platform = cJSON_GetObjectItemCaseSensitive(session.test->json, "platform");
   char* error = nullptr;
   const std::string answers = platform == nullptr ? "[]" : tap::json_print(platform);
-  if (session.script(answers.c_str(), &error) == 0) return true;
-  ret_error = "\"platform\": " + std::string(error == nullptr ? "" : error);
+  if (session.script(answers.c_str(), &error) == 0) return {};
+  const std::string problem = "\"platform\": " + std::string(error == nullptr ? "" : error);
   std::free(error);
-  return false;
+  return problem;
 }
 
 void run_steps(Session& session) {
@@ -96,19 +101,26 @@ void take_streams(const ChildFiles& files) {
 
 }  // namespace
 
-bool session_load(Session& session, const Libraries& libraries, std::string& ret_error) {
+bool session_load_tap(Session& session, const Libraries& libraries, std::string& ret_error) {
   session.tap = dlopen(libraries.tap.c_str(), RTLD_NOW | RTLD_GLOBAL);
-  if (session.tap != nullptr) session.plugin = dlopen(libraries.plugin.c_str(), RTLD_NOW);
+  if (session.tap == nullptr) {
+    ret_error = dlerror();
+    return false;
+  }
+  return find_symbol(session.tap, "dtv_tap_list", session.list, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_script", session.script, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_watch", session.watch, ret_error) &&
+         find_symbol(session.tap, "dtv_tap_raise", session.raise, ret_error);
+}
+
+bool session_load_plugin(Session& session, const Libraries& libraries, std::string& ret_error) {
+  session.plugin = dlopen(libraries.plugin.c_str(), RTLD_NOW);
   if (session.plugin == nullptr) {
     ret_error = dlerror();
     return false;
   }
   session.describe = reinterpret_cast<char* (*)()>(dlsym(session.plugin, "a_dtv_jsp_describe"));
-  return find_symbol(session.tap, "dtv_tap_list", session.list, ret_error) &&
-         find_symbol(session.tap, "dtv_tap_script", session.script, ret_error) &&
-         find_symbol(session.tap, "dtv_tap_watch", session.watch, ret_error) &&
-         find_symbol(session.tap, "dtv_tap_raise", session.raise, ret_error) &&
-         find_symbol(session.plugin, "a_dtv_jsp_init_res", session.init_res, ret_error) &&
+  return find_symbol(session.plugin, "a_dtv_jsp_init_res", session.init_res, ret_error) &&
          find_symbol(session.plugin, "a_dtv_jsp_init", session.init, ret_error) &&
          find_symbol(session.plugin, "a_dtv_jsp_get", session.get, ret_error) &&
          find_symbol(session.plugin, "a_dtv_jsp_set", session.set, ret_error) &&
@@ -150,27 +162,18 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
   session.err.file = files.err;
   take_streams(files);
   std::string error;
-  std::string refusal = test.refusal;
-  // The members are checked before anything of the case is done.
-  if (refusal.empty() && !sandbox_enter(wanted_paths(test, libraries.language_template), error)) {
+  if (!session_load_tap(session, libraries, error)) {
+    report_fail(session, "cannot load: " + error);
+  } else if (const std::string refusal = refuse(session); !refusal.empty()) {
+    report_fail(session, "refused: " + refusal);
+  } else if (!sandbox_enter(wanted_paths(test, libraries.language_template), error)) {
     report_fail(session, "no private file system: " + error);
-  } else if (refusal.empty() && !session_load(session, libraries, error)) {
+  } else if (!session_load_plugin(session, libraries, error)) {
     report_fail(session, "cannot load: " + error);
   } else {
-    if (refusal.empty()) {
-      char* list = session.list();
-      session.contract = read_contract(list);
-      std::free(list);
-      refusal = check_case(test, session.contract);
-    }
-    if (refusal.empty() && !give_script(session, error)) refusal = error;
-    if (!refusal.empty()) {
-      report_fail(session, "refused: " + refusal);
-    } else {
-      session.uri_of_id = read_ids(session);
-      session.watch(add_line, &session);
-      run_steps(session);
-    }
+    session.uri_of_id = read_ids(session);
+    session.watch(add_line, &session);
+    run_steps(session);
   }
   report_end(session);
   // Not _exit, so that a leak sanitizer looks.
@@ -182,7 +185,7 @@ void child_inventory(const Libraries& libraries, const ChildFiles& files) {
   static Session session;
   session.report = files.report;
   std::string error;
-  if (session_load(session, libraries, error)) {
+  if (session_load_tap(session, libraries, error) && session_load_plugin(session, libraries, error)) {
     const tap::Json line(cJSON_CreateObject());
     char* contract = session.list();
     cJSON_AddItemToObject(line.get(), "contract", cJSON_Parse(contract));

@@ -8,7 +8,7 @@
 namespace runner {
 
 struct Libraries {
-  std::string plugin;             // absolute paths
+  std::string plugin;  // absolute paths
   std::string tap;
   std::string language_template;  // bytes of the language library
 };

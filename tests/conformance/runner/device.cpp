@@ -22,7 +22,8 @@ bool is_device(int fd) {
   char path[64];
   std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
   const ssize_t length = readlink(link, path, sizeof path);
-  return length == static_cast<ssize_t>(std::strlen(DEVICE_PATH)) && std::memcmp(path, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
+  return length == static_cast<ssize_t>(std::strlen(DEVICE_PATH)) &&
+         std::memcmp(path, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
 }
 
 }  // namespace

@@ -74,8 +74,11 @@ struct Caller<Result (*)(Args...)> {
   }
 };
 
-#define EXPORT(name) {#name, Caller<decltype(&::name)>::kinds(), Caller<decltype(&::name)>::has_result, \
-                      &Caller<decltype(&::name)>::run}
+#define EXPORT(name)                                                                        \
+  {                                                                                         \
+#name, Caller < decltype(&::name)> ::kinds(), Caller < decltype(&::name)> ::has_result, \
+        &Caller < decltype(&::name)> ::run                                                  \
+  }
 
 const std::vector<Export>& exports() {
   static const std::vector<Export> list = {
@@ -160,7 +163,8 @@ bool make_buffer(const cJSON* json, Argument& argument, std::string& ret_error) 
   return true;
 }
 
-bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, Argument& argument, std::string& ret_error) {
+bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, Argument& argument,
+                   std::string& ret_error) {
   if (json == nullptr || cJSON_IsNull(json)) return true;
   const bool is_buffer = cJSON_GetObjectItemCaseSensitive(json, "buffer") != nullptr && cJSON_IsObject(json);
   if (kind.form == ArgumentKind::NUMBER) return tap::value_from_json(*kind.type, json, &argument.bits, ret_error);
@@ -168,15 +172,18 @@ bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, A
     return make_buffer(json, argument, ret_error);
   }
   switch (kind.form) {
-    case ArgumentKind::NUMBER: break;
+    case ArgumentKind::NUMBER:
+      break;
     case ArgumentKind::TEXT:
     case ArgumentKind::BYTES:
     case ArgumentKind::UNTYPED:
-      if (kind.form == ArgumentKind::UNTYPED && cJSON_IsObject(json)) return make_record(json, nullptr, argument, ret_error);
+      if (kind.form == ArgumentKind::UNTYPED && cJSON_IsObject(json))
+        return make_record(json, nullptr, argument, ret_error);
       if (cJSON_IsString(json)) {
         argument.text = json->valuestring;
       } else if (!tap::json_to_bytes(json, argument.text)) {
-        ret_error = tap::json_print(json) + (kind.form == ArgumentKind::UNTYPED ? " is neither a record nor a buffer" : " is not a text");
+        ret_error = tap::json_print(json) +
+                    (kind.form == ArgumentKind::UNTYPED ? " is neither a record nor a buffer" : " is not a text");
         return false;
       }
       if (kind.form == ArgumentKind::TEXT) {
@@ -188,7 +195,8 @@ bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, A
     case ArgumentKind::VARIABLE:
       argument.type = kind.type;
       return tap::value_from_json(*kind.type, json, room(argument, kind.type->size), ret_error);
-    case ArgumentKind::RECORD: return make_record(json, kind.type, argument, ret_error);
+    case ArgumentKind::RECORD:
+      return make_record(json, kind.type, argument, ret_error);
     case ArgumentKind::FUNCTION: {
       void* fct = cJSON_IsString(json) ? dlsym(library, json->valuestring) : nullptr;
       if (fct == nullptr) ret_error = tap::json_print(json) + " is not the name of an exported function";
@@ -210,8 +218,10 @@ std::size_t memory_size(const Argument& argument) {
 }
 
 // One argument afterwards; empty when it is as expected.
-std::string compare_argument(const ArgumentKind& kind, const Argument& argument, const cJSON* expected, bool check_only) {
-  if (kind.form == ArgumentKind::NUMBER || kind.form == ArgumentKind::FUNCTION) return "is passed by value and cannot change";
+std::string compare_argument(const ArgumentKind& kind, const Argument& argument, const cJSON* expected,
+                             bool check_only) {
+  if (kind.form == ArgumentKind::NUMBER || kind.form == ArgumentKind::FUNCTION)
+    return "is passed by value and cannot change";
   const char* memory = memory_of(argument);
   if (memory == nullptr) return "was null, so that nothing can stand there afterwards";
   tap::Json came;

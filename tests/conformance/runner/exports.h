@@ -26,11 +26,11 @@ struct ArgumentKind {
 };
 
 struct Argument {
-  std::uint64_t bits = 0;                  // as it is passed
-  std::vector<std::uint64_t> backing;   // what it points at, where that has room for any record
-  std::vector<char> buffer;                // what it points at, where the case gave the size
+  std::uint64_t bits = 0;              // as it is passed
+  std::vector<std::uint64_t> backing;  // what it points at, where that has room for any record
+  std::vector<char> buffer;            // what it points at, where the case gave the size
   std::string text;
-  const tap::Type* type = nullptr;         // of what it points at, where that is a record or a variable
+  const tap::Type* type = nullptr;  // of what it points at, where that is a record or a variable
 };
 
 struct Export {

@@ -24,7 +24,8 @@ static std::map<std::string, std::string> read_texts() {
   constexpr std::size_t MARK = sizeof runner::LANGUAGE_MARK - 1;
   if (bytes.size() < MARK + 8 || bytes.compare(bytes.size() - MARK, MARK, runner::LANGUAGE_MARK) != 0) return texts;
   std::uint64_t length = 0;
-  for (std::size_t i = 8; i-- > 0;) length = length << 8 | static_cast<unsigned char>(bytes[bytes.size() - MARK - 8 + i]);
+  for (std::size_t i = 8; i-- > 0;)
+    length = length << 8 | static_cast<unsigned char>(bytes[bytes.size() - MARK - 8 + i]);
   const char* at = bytes.c_str() + bytes.size() - MARK - 8 - length;
   for (const char* end = at + length; at < end;) {
     const std::string id = at;

@@ -89,7 +89,8 @@ bool parse_options(int argc, char** argv, Options& ret_options) {
     if (text != nullptr || number != nullptr) {
       ++i;
       if (value == nullptr || (number != nullptr && !parse_number(value, *number))) {
-        std::fprintf(stderr, "conformance: %s needs a %s\n", argv[i - 1], number != nullptr ? "number from 1 on" : "value");
+        std::fprintf(stderr, "conformance: %s needs a %s\n", argv[i - 1],
+                     number != nullptr ? "number from 1 on" : "value");
         return false;
       }
       if (text != nullptr) *text = value;
@@ -142,7 +143,8 @@ Libraries find_libraries(const Options& options) {
   std::error_code error;
   const std::filesystem::path bin = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
   const auto path = [&](const std::string& given, const char* name) {
-    return std::filesystem::absolute(given.empty() ? bin.parent_path() / "lib" / name : std::filesystem::path(given)).string();
+    return std::filesystem::absolute(given.empty() ? bin.parent_path() / "lib" / name : std::filesystem::path(given))
+        .string();
   };
   return {.plugin = path(options.plugin, "libdtv_js_plugin.so"),
           .tap = path(options.tap, "libdtv_tap.so"),
@@ -158,7 +160,8 @@ std::chrono::milliseconds own_delays(const cJSON* json) {
     const cJSON* times = cJSON_GetObjectItemCaseSensitive(answer, "times");
     const int steps = cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(json, "steps")) + 1;
     if (cJSON_IsNumber(delay) && delay->valuedouble > 0) {
-      sum += std::min(delay->valuedouble, 600000.0) * (cJSON_IsNumber(times) ? std::max(1.0, times->valuedouble) : steps);
+      sum +=
+          std::min(delay->valuedouble, 600000.0) * (cJSON_IsNumber(times) ? std::max(1.0, times->valuedouble) : steps);
     }
   }
   return std::chrono::milliseconds(static_cast<std::int64_t>(std::min(sum, 3600000.0)));
@@ -227,7 +230,10 @@ void finish(Job& job, int status, bool verbose, Coverage& coverage) {
   }
   const bool ended_badly = !done || !WIFEXITED(status) || WEXITSTATUS(status) != (failed ? 1 : 0);
   if (ended_badly) {
-    const std::string place = step < 0 ? "before its first step" : step == 0 ? "during start-up" : done ? "after its last step" : "in step " + std::to_string(step);
+    const std::string place = step < 0    ? "before its first step"
+                              : step == 0 ? "during start-up"
+                              : done      ? "after its last step"
+                                          : "in step " + std::to_string(step);
     const std::string how = job.hung              ? "hung and was ended"
                             : WIFSIGNALED(status) ? "was ended by signal " + std::to_string(WTERMSIG(status)) + " (" +
                                                         strsignal(WTERMSIG(status)) + ")"
@@ -266,7 +272,8 @@ void wait_for_one(std::vector<Job*>& running, bool verbose, Coverage& coverage) 
 
 void print_job(const Job& job, bool verbose) {
   if (job.passed && !verbose) return;
-  std::printf("%s %s: %s\n%s", job.passed ? "PASS" : "FAIL", job.test->file.c_str(), job.test->name.c_str(), job.text.c_str());
+  std::printf("%s %s: %s\n%s", job.passed ? "PASS" : "FAIL", job.test->file.c_str(), job.test->name.c_str(),
+              job.text.c_str());
   std::fflush(stdout);
 }
 
@@ -282,9 +289,11 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   std::string error;
   const tap::Json json = tap::json_parse(report.substr(0, report.find('\n')), error);
   const cJSON* contract = cJSON_GetObjectItemCaseSensitive(json.get(), "contract");
-  const cJSON* rows = cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(json.get(), "registry"), "uris");
+  const cJSON* rows =
+      cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(json.get(), "registry"), "uris");
   if (!cJSON_IsArray(contract) || !cJSON_IsArray(rows)) {
-    std::printf("coverage: the libraries do not list their functions and URIs: %s%s", report.c_str(), read_memory(job.files.err).c_str());
+    std::printf("coverage: the libraries do not list their functions and URIs: %s%s", report.c_str(),
+                read_memory(job.files.err).c_str());
     return std::nullopt;
   }
   std::vector<std::string> missing;

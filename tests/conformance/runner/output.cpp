@@ -77,7 +77,8 @@ std::string compare_json(const cJSON* expected, const cJSON* came, const std::st
   };
   if ((expected->type & 0xFF) != (came->type & 0xFF)) return difference();
   if (cJSON_IsNumber(expected)) {
-    return !(expected->valuedouble < came->valuedouble || expected->valuedouble > came->valuedouble) ? "" : difference();
+    return !(expected->valuedouble < came->valuedouble || expected->valuedouble > came->valuedouble) ? ""
+                                                                                                     : difference();
   }
   if (cJSON_IsString(expected)) return std::strcmp(expected->valuestring, came->valuestring) == 0 ? "" : difference();
   const cJSON* left = expected->child;

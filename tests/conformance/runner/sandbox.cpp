@@ -73,18 +73,21 @@ bool build_entry(const Node& node, const std::string& old_path, const std::strin
     return build(node, fresh ? "" : old_path, path, ret_error);
   }
   switch (node.wanted->what) {
-    case WantedPath::FILE: return write_text(path, node.wanted->content, ret_error);
+    case WantedPath::FILE:
+      return write_text(path, node.wanted->content, ret_error);
     case WantedPath::DEVICE:
       return write_text(path, "", ret_error) && bind(std::string(OLD_ROOT) + "/dev/null", path, ret_error);
     case WantedPath::FOLDER:
-    case WantedPath::ABSENT: break;
+    case WantedPath::ABSENT:
+      break;
   }
   return true;
 }
 
 // Fills a folder of the new root with the entries of the old one, changed as node says.
 bool build(const Node& node, const std::string& old_folder, const std::string& folder, std::string& ret_error) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(old_folder.empty() ? nullptr : opendir(old_folder.c_str()), closedir);
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(old_folder.empty() ? nullptr : opendir(old_folder.c_str()),
+                                                    closedir);
   while (listing) {
     const dirent* entry = readdir(listing.get());
     if (entry == nullptr) break;

@@ -47,8 +47,9 @@ struct Session {
   std::map<std::string, int> uris;
 };
 
-// Loads tap and plugin. False with ret_error.
-bool session_load(Session& session, const Libraries& libraries, std::string& ret_error);
+// Load and look up. False with ret_error.
+bool session_load_tap(Session& session, const Libraries& libraries, std::string& ret_error);
+bool session_load_plugin(Session& session, const Libraries& libraries, std::string& ret_error);
 
 void report_fail(Session& session, const std::string& text);
 void report_note(Session& session, const std::string& text);

@@ -56,7 +56,8 @@ std::int64_t number_of(const cJSON* json) {
 const char* parameter(const Session& session, const cJSON* step, int number) {
   const cJSON* param = member(step, "param");
   if (param == nullptr) return nullptr;
-  return cJSON_IsString(param) ? param->valuestring : session.test->step_params[static_cast<std::size_t>(number - 1)].c_str();
+  return cJSON_IsString(param) ? param->valuestring
+                               : session.test->step_params[static_cast<std::size_t>(number - 1)].c_str();
 }
 
 void use_uri(Session& session, const char* uri) {
@@ -67,7 +68,8 @@ void do_get(Session& session, const cJSON* step, int number, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "get"));
   use_uri(session, uri);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(BUFFER_SIZE);
-  outcome.ret = session.get(uri, parameter(session, step, number), outcome.buffer.empty() ? nullptr : outcome.buffer.data());
+  outcome.ret =
+      session.get(uri, parameter(session, step, number), outcome.buffer.empty() ? nullptr : outcome.buffer.data());
 }
 
 void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
@@ -111,7 +113,8 @@ void do_call(Session& session, const cJSON* step, Outcome& outcome) {
   const std::string_view function = name;
   const cJSON* first = in == nullptr ? nullptr : in->child;
   if (function == "tv_ctrl_get" || function == "tv_ctrl_set" || function == "tv_ctrl_notify_content") {
-    if (const auto uri = session.uri_of_id.find(number_of(first)); uri != session.uri_of_id.end()) use_uri(session, uri->second.c_str());
+    if (const auto uri = session.uri_of_id.find(number_of(first)); uri != session.uri_of_id.end())
+      use_uri(session, uri->second.c_str());
   } else if (function.starts_with("a_dtv_jsp_") || function == "tv_ctrl_api_notify_func") {
     use_uri(session, text_or_null(first));
   }
@@ -132,10 +135,12 @@ void check_buffer(const cJSON* step, Outcome& outcome) {
     if (parsed && !outcome.wrong.empty()) outcome.wrong.back() += "\n      in " + quoted(came);
   }
   if (const cJSON* absent = member(step, "absent"); absent != nullptr && cJSON_IsTrue(absent) != (written == 0)) {
-    expect(outcome, "absent", cJSON_IsTrue(absent) ? "expected an untouched buffer, came " + quoted(came)
-                                                   : "expected bytes, came an untouched buffer");
+    expect(outcome, "absent",
+           cJSON_IsTrue(absent) ? "expected an untouched buffer, came " + quoted(came)
+                                : "expected bytes, came an untouched buffer");
   }
-  if (const cJSON* bytes = member(step, "bytes"); bytes != nullptr && number_of(bytes) != static_cast<std::int64_t>(written)) {
+  if (const cJSON* bytes = member(step, "bytes");
+      bytes != nullptr && number_of(bytes) != static_cast<std::int64_t>(written)) {
     expect(outcome, "bytes", "expected " + std::to_string(number_of(bytes)) + ", came " + std::to_string(written));
   }
 }
@@ -236,11 +241,13 @@ void check_streams(Session& session, const cJSON* step, Outcome& outcome, std::s
   const std::string err = capture_take(session.err);
   const std::vector<std::string> out_lines = split_lines(out);
   const std::vector<std::string> err_lines = split_lines(err);
-  if (const cJSON* log = member(step, "log"); log != nullptr) expect(outcome, "log", compare_lines(log, out_lines, true));
+  if (const cJSON* log = member(step, "log"); log != nullptr)
+    expect(outcome, "log", compare_lines(log, out_lines, true));
   if (const cJSON* log = member(step, "log_has"); log != nullptr) {
     expect(outcome, "log_has", compare_lines(log, out_lines, false));
   }
-  if (const cJSON* log = member(step, "err"); log != nullptr) expect(outcome, "err", compare_lines(log, err_lines, true));
+  if (const cJSON* log = member(step, "err"); log != nullptr)
+    expect(outcome, "err", compare_lines(log, err_lines, true));
   if (const cJSON* log = member(step, "err_has"); log != nullptr) {
     expect(outcome, "err_has", compare_lines(log, err_lines, false));
   }
@@ -305,10 +312,12 @@ void run_step(Session& session, const cJSON* step, int number) {
     expect(outcome, "device", "expected " + quoted(expected->valuestring) + ", came " + quoted(device));
   }
 
-  std::string text = "step " + std::to_string(number) + " of " + std::to_string(cJSON_GetArraySize(member(session.test->json, "steps"))) +
-                     ": " + shortened(tap::json_print(step));
+  std::string text = "step " + std::to_string(number) + " of " +
+                     std::to_string(cJSON_GetArraySize(member(session.test->json, "steps"))) + ": " +
+                     shortened(tap::json_print(step));
   std::string note = text + "\n      ret: " + std::to_string(outcome.ret);
-  if (!outcome.buffer.empty()) note += "\n      bytes: " + quoted({outcome.buffer.data(), bytes_written(outcome.buffer)});
+  if (!outcome.buffer.empty())
+    note += "\n      bytes: " + quoted({outcome.buffer.data(), bytes_written(outcome.buffer)});
   for (const PlatformCall& call : calls) note += "\n      call: " + show_call(session, call.line.get());
   report_note(session, note + shown);
   if (outcome.wrong.empty()) return;
