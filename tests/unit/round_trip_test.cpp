@@ -25,7 +25,7 @@ T number_of(int variant) {
     case 3:
       return static_cast<T>(-1);
     case 4:
-      return sizeof(T) == 8 ? static_cast<T>(1LL << 53) : static_cast<T>(1) << (sizeof(T) * 8 - 2);
+      return sizeof(T) == 8 ? static_cast<T>(1LL << 49) : static_cast<T>(1) << (sizeof(T) * 8 - 2);
     default:
       return 42;
   }

@@ -21,6 +21,9 @@ constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";
 constexpr char kUsbNotify[] = "/tv/ws/notify/usb_detect";
 constexpr auto kDuration = std::chrono::milliseconds(1000);
 
+// Hosts poll with a pause. Without one, readers would keep the lock from the notifications, which write.
+void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
+
 class Threads : public PluginTest {
  protected:
   // Runs each body again and again, on a thread of its own, until the time is up.
@@ -88,8 +91,8 @@ TEST_F(Threads, EverythingAtOnce) {
     if (a_dtv_jsp_set("/tv/cast/volume/volume", R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":5}})") != 0)
       failures.add("set");
   };
-  const std::function<void()> fetch_volume = [&] { fetch_into(kVolumeNotify, volume_texts); };
-  const std::function<void()> fetch_player = [&] { fetch_into(kPlayerNotify, player_texts); };
+  const std::function<void()> fetch_volume = [&] { fetch_into(kVolumeNotify, volume_texts), poll_pause(); };
+  const std::function<void()> fetch_player = [&] { fetch_into(kPlayerNotify, player_texts), poll_pause(); };
   const std::function<void()> toggle = [] {
     a_dtv_jsp_add_listener_buffer(kUsbNotify);
     a_dtv_jsp_add_listener_buffer(kUsbNotify);
@@ -114,6 +117,7 @@ TEST_F(Threads, EverythingAtOnce) {
       toggle,
       [&] {
         if (const auto text = fetch(kUsbNotify); text && !text->empty()) usb_texts.add(*text);
+        poll_pause();
       },
       fetch_volume,
       fetch_volume,
@@ -137,7 +141,7 @@ TEST_F(Threads, EverythingAtOnce) {
 // One notification after the other, each awaited: with two threads that fetch, exactly one of them gets each text.
 TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
   a_dtv_jsp_add_listener_buffer(kVolumeNotify);
-  constexpr int kNotifications = 3000;
+  constexpr int kNotifications = 2000;
   std::atomic<int> taken = 0;
   std::atomic<bool> stop = false;
   std::vector<std::string> texts[2];
@@ -148,7 +152,10 @@ TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
       while (!stop) {
         std::memset(buffer, 0, sizeof buffer);
         a_dtv_jsp_get_listener_buffer(kVolumeNotify, buffer, sizeof buffer - 1);
-        if (!buffer[0]) continue;
+        if (!buffer[0]) {
+          poll_pause();
+          continue;
+        }
         own.emplace_back(buffer);
         ++taken;
       }
