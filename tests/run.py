@@ -16,6 +16,7 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
+TIME_LIMIT = 1500  # seconds for one command; a test that hangs fails
 UNIT_TESTS = ["unit_test", "tap_test", "tv_test", "host_test"]
 
 # Closing lines of the test programs: (passed, failed), the last match counts.
@@ -90,8 +91,12 @@ def count(output, exit_code):
 
 def run(command):
     arguments, environment = command if isinstance(command[-1], dict) else (command, {})
-    process = subprocess.run(arguments, cwd=ROOT, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
-                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace", check=False)
+    try:
+        process = subprocess.run(arguments, cwd=ROOT, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace", check=False,
+                                 timeout=TIME_LIMIT)
+    except subprocess.TimeoutExpired as expired:
+        return arguments, 124, f"{(expired.stdout or b'').decode(errors='replace')}\nstill running after {TIME_LIMIT} s"
     return arguments, process.returncode, process.stdout
 
 
