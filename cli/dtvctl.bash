@@ -9,9 +9,9 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
     cat "$kept"
     return
   fi
-  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4)
+  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4 | sort -u)
   if [[ -z $answer ]] && folder=$(mktemp -d 2>/dev/null); then
-    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4)
+    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4 | sort -u)
     rm -rf "$folder"
   fi
   [[ -z $answer ]] && return
@@ -52,7 +52,7 @@ _dtvctl() {
     watch) COMPREPLY=($(compgen -W "$(_dtvctl_uris notify)" -- "$current")) ;;
     tv)
       case $((COMP_CWORD - first)) in
-        1) COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help) fault faults" -- "$current")) ;;
+        1) COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help)" -- "$current")) ;;
         2) case $previous in
              volume) COMPREPLY=($(compgen -W 'up down' -- "$current")) ;;
              mute) COMPREPLY=($(compgen -W 'on off toggle' -- "$current")) ;;

@@ -13,6 +13,15 @@ namespace json = boost::json;
 
 namespace {
 
+// Ends the library's sleep at a deadline. A timer that is due before the sleep begins is spent by then, so it also
+// asks that the sleep be cancelled.
+struct Alarm {
+  lws_sorted_usec_list_t timer;  // first: the library hands its address back
+  lws_context* context;
+};
+
+void ring(lws_sorted_usec_list_t* timer) { lws_cancel_service(reinterpret_cast<Alarm*>(timer)->context); }
+
 struct Connection {
   lws_context* context = nullptr;
   lws* socket = nullptr;
@@ -24,7 +33,7 @@ struct Connection {
   std::string outbox;  // one message, behind LWS_PRE bytes that the library wants
   std::deque<Message> notifications;
   std::uint64_t last_id = 0;
-  lws_sorted_usec_list_t timer{};
+  Alarm alarm{};
   std::string host;
   double timeout = 0;
 
@@ -85,9 +94,8 @@ bool run_until(Connection& connection, std::optional<Clock::time_point> until, D
     if (until) {
       const auto left = std::chrono::duration_cast<std::chrono::microseconds>(*until - Clock::now()).count();
       if (left <= 0) return false;
-      // The library sleeps until there is something to do: give it something at the deadline.
-      lws_sul_schedule(
-          connection.context, 0, &connection.timer, [](lws_sorted_usec_list_t*) {}, left);
+      connection.alarm.context = connection.context;
+      lws_sul_schedule(connection.context, 0, &connection.alarm.timer, ring, left);
     }
     lws_service(connection.context, 0);
   }
