@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -175,7 +176,8 @@ void wait_for_signal(Server& server, const sigset_t& signals) {
   sigwait(&signals, &number);
   server_stop(server);
   const timespec patience = {.tv_sec = 5, .tv_nsec = 0};
-  sigtimedwait(&signals, nullptr, &patience);
+  while (sigtimedwait(&signals, nullptr, &patience) < 0 && errno == EINTR)
+    continue;  // a debugger's doing, not a signal
   fputs("dtv-host: a platform call does not return; leaving without it\n", stderr);
   _exit(0);
 }
