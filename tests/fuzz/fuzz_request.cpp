@@ -43,13 +43,12 @@ static void set(Bytes& bytes, const Tables& tables, const char* uri) {
   if (!row || !parameter) require(ret == -1, "a set of an unknown URI, or without parameters, fails", uri ? uri : "");
 }
 
-static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions) {
+static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, std::string& text) {
   const std::size_t operation = take_below(bytes, 13);
   if (operation == 0) return platform_answers(take_text(bytes));
   if (operation == 1) return platform_raise();
   if (operation == 2) return platform_mid_call(static_cast<MidCall>(take_below(bytes, 3)));
 
-  std::string text;
   const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
   if (operation < 7) return get(bytes, tables, uri.get());
   if (operation < 10) return set(bytes, tables, uri.get());
@@ -74,7 +73,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       for (int i = 0; i < 8; ++i) platform_raise();
     });
   Subscriptions subscriptions;
-  for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) operate(bytes, tables, subscriptions);
+  std::string uri;
+  for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) operate(bytes, tables, subscriptions, uri);
   if (beside.joinable()) beside.join();
   unsubscribe_all(subscriptions);
   return 0;

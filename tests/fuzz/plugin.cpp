@@ -89,6 +89,7 @@ extern "C" FILE* __real_fopen(const char* path, const char* mode);
 extern "C" FILE* __wrap_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode) {
   if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return __real_fopen(path, mode);
+  if (wanted_log_level == 0) return nullptr;  // no file, level 0
   static std::array<char, 32> line;
   const int length = snprintf(line.data(), line.size(), "log=%d\n", wanted_log_level);
   return fmemopen(line.data(), static_cast<std::size_t>(length), "r");
@@ -226,6 +227,7 @@ static std::string damage(Bytes& bytes, std::string text) {
 bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
   const std::uint8_t choice = take_byte(bytes);
   if (choice == 0xFF) return false;
+  if (choice < 0x60 && !ret_uri.empty()) return true;
   if (choice < 0xA0)
     ret_uri = tables.uris[tables.active[take_below(bytes, tables.active.size())]].uri;
   else if (choice < 0xE0)
@@ -268,6 +270,8 @@ bool is_subscribed(const Subscriptions& subscriptions, const char* uri) {
 void unsubscribe_all(Subscriptions& subscriptions) {
   for (const auto& [uri, counts] : subscriptions.counts)
     while (is_subscribed(subscriptions, uri.c_str())) unsubscribe(subscriptions, uri.c_str());
+  if (const char* const shared = subscriptions.shared.c_str(); *shared)
+    for (char byte; a_dtv_jsp_get_listener_buffer(shared, &byte, 1) == 0;) a_dtv_jsp_remove_listener_buffer(shared);
 }
 
 static constexpr INT32 kWholeText = 20000;  // above every bound of a pending text
@@ -287,7 +291,8 @@ std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subsc
   if (length < 1) buffer[0] = kUntouched;
   const bool no_buffer = take_chance(bytes, 32);
   const INT32 ret = a_dtv_jsp_get_listener_buffer(uri, no_buffer ? nullptr : buffer.get(), length);
-  const bool valid = !no_buffer && length > 0 && is_subscribed(subscriptions, uri);
+  bool valid = !no_buffer && length > 0 && is_subscribed(subscriptions, uri);
+  if (uri && subscriptions.shared == uri) valid = ret == 0;
   require(ret == (valid ? 0 : -1), "a fetch succeeds for subscribed URIs", uri ? uri : "");
   if (!valid) {
     require(buffer[0] == (length < 1 ? kUntouched : '\0'), "a failed fetch writes nothing");
@@ -307,5 +312,12 @@ void fetch_meanwhile(const UriInfo& row) {
     a_dtv_jsp_get_listener_buffer(row.uri.c_str(), buffer.get(), kWholeText);
     const std::size_t end = strnlen(buffer.get(), kWholeText);
     if (end > 0 && end < kWholeText) check_notification(row, {buffer.get(), end});
+  }
+}
+
+void resubscribe_meanwhile(const UriInfo& row) {
+  for (int i = 0; i < 8; ++i) {
+    a_dtv_jsp_remove_listener_buffer(row.uri.c_str());
+    a_dtv_jsp_add_listener_buffer(row.uri.c_str());
   }
 }

@@ -62,12 +62,14 @@ std::size_t check_notification(const UriInfo& row, std::string_view text);
 using Owned = std::unique_ptr<char, void (*)(void*)>;
 Owned own_text(const std::string* text);
 
-// A URI: mostly of the registry, else a damaged one, any text, an overlong one or null (false).
+// A URI: often the one that ret_uri holds from before, mostly one of the registry, else a damaged one, any text, an
+// overlong one or null (false).
 bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri);
 
 // The subscriptions made by one input, to know what the plugin must answer and to take them back at its end.
 struct Subscriptions {
   std::map<std::string, std::vector<int>> counts;  // by the URI as kept; several entries only for overlong URIs
+  std::string shared;                              // another thread subscribes this URI as well: nothing is known of it
 };
 void subscribe(Subscriptions& subscriptions, const char* uri);
 void unsubscribe(Subscriptions& subscriptions, const char* uri);
@@ -77,5 +79,6 @@ void unsubscribe_all(Subscriptions& subscriptions);
 // Fetches with a length from the input and checks the result; returns the number of items, 0 for none or a cut text.
 std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri);
 
-// Fetches a URI a few times, from any thread, and checks each whole text.
+// For other threads: fetches a URI a few times and checks each whole text; takes subscriptions back and renews them.
 void fetch_meanwhile(const UriInfo& row);
+void resubscribe_meanwhile(const UriInfo& row);
