@@ -99,7 +99,7 @@ static int measure_requests(int port, char** words) {
     epoll_event event = {.events = EPOLLIN, .data = {.ptr = &client}};
     epoll_ctl(events, EPOLL_CTL_ADD, client.connection.socket, &event);
   }
-  static constexpr std::int64_t kWarmUpNs = 200'000'000;
+  static constexpr std::int64_t kWarmUpNs = 100'000'000;
   load.start = now_ns() + kWarmUpNs;
   load.end = load.start + static_cast<std::int64_t>(seconds * 1e9);
   for (Client& client : clients) send_requests(load, client, in_flight);
