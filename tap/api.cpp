@@ -1,10 +1,9 @@
-#include "dtv_tap.h"
-
 #include <dlfcn.h>
 
 #include <cstring>
 #include <vector>
 
+#include "dtv_tap.h"
 #include "tap/modes.h"
 #include "tap/state.h"
 

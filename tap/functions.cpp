@@ -1,5 +1,8 @@
-// The tap's definition of every function of the contract: types and prototypes first, then the definitions.
+// The tap's definition of every function of the contract. The order matters: types and prototypes first, then the
+// definitions.
+// clang-format off
 #include "tap/records.h"
+
 #include "tap/expand.h"
 
 #include "tvapi/all.h"

@@ -1,4 +1,5 @@
-// The made-up contract, expanded by the tap's own macros.
+// The made-up contract, expanded by the tap's own macros. The order matters: types, records, definitions.
+// clang-format off
 #include "tap_contract.h"
 
 #include "tap/record.h"

@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
