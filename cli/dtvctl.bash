@@ -9,9 +9,10 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
     cat "$kept"
     return
   fi
-  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4 | sort -u)
+  local -a texts=(grep -o "$pattern")
+  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
   if [[ -z $answer ]] && folder=$(mktemp -d 2>/dev/null); then
-    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | grep -o "$pattern" | cut -d'"' -f4 | sort -u)
+    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
     rm -rf "$folder"
   fi
   [[ -z $answer ]] && return

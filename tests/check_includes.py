@@ -34,7 +34,8 @@ RULES = {
     "tap/": (["inc/"], "the tap sees only inc/"),
     "tv/": (["inc/"], "the virtual television sees only inc/"),
     "host/": (["inc/"], "the host sees only inc/"),
-    "cli/": (["inc/", "host/stack.h"], "the command line sees only inc/ and host/stack.h"),
+    "cli/": (["inc/", "host/stack.h", "host/nearest.h", "host/json_text.h"],
+             "the command line sees only inc/, host/stack.h and the host's two text helpers"),
 }
 TOP_FOLDERS = ["src", "inc", ".", "tap", "tv", "host", "cli", "bench", "tests"]
 
