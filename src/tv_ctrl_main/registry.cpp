@@ -2,11 +2,8 @@
 
 #include <string.h>
 
-#include <algorithm>
 #include <array>
-#include <string_view>
-
-#include "tv_ctrl_util/text.h"
+#include <iterator>
 
 static constexpr TV_CTRL_URI_ID_MAP_T at_uri_mapping_id_table[] = {
 #define TVC_GROUP(group, number, enumeration)
@@ -18,37 +15,45 @@ static constexpr TV_CTRL_URI_ID_MAP_T at_uri_mapping_id_table[] = {
 #undef TVC_GROUP_END
 };
 
+static constexpr std::size_t row_length[] = {
+#define TVC_GROUP(group, number, enumeration)
+#define TVC_URI(group, record, name, uri, type) sizeof(uri) - 1,
+#define TVC_GROUP_END(group)
+#include "vex_tv_ctrl/uris.def"
+#undef TVC_GROUP
+#undef TVC_URI
+#undef TVC_GROUP_END
+};
+
 static constexpr std::size_t kRows = std::size(at_uri_mapping_id_table);
 static constexpr std::size_t kLengths = sizeof(TV_CTRL_URI_ID_MAP_T::s_uri);
 
 using RowIndex = UINT16;
-static_assert(kRows <= UINT16_MAX);
+static constexpr RowIndex kNoRow = UINT16_MAX;
+static_assert(kRows < kNoRow);
 
-// Row numbers sorted by a key of the row; rows of equal key stay in table order.
-template <typename Key>
-static consteval std::array<RowIndex, kRows> sorted_rows(Key key) {
-  std::array<RowIndex, kRows> rows{};
-  for (std::size_t i = 0; i < kRows; ++i) rows[i] = static_cast<RowIndex>(i);
-  // std::stable_sort is not constexpr; the row number as the last key gives the same order.
-  std::sort(rows.begin(), rows.end(), [key](RowIndex a, RowIndex b) {
-    const auto key_a = key(at_uri_mapping_id_table[a]), key_b = key(at_uri_mapping_id_table[b]);
-    return key_a != key_b ? key_a < key_b : a < b;
-  });
-  return rows;
-}
-
-static constexpr auto row_length = [](const TV_CTRL_URI_ID_MAP_T& row) { return std::string_view(row.s_uri).size(); };
-static constexpr auto row_id = [](const TV_CTRL_URI_ID_MAP_T& row) { return row.ui2_id; };
-
-// Rows of equal length stand together, in table order; by_length[length_start[n]] is the first of length n.
-static constexpr auto by_length = sorted_rows(row_length);
-static constexpr auto length_start = [] {
-  std::array<RowIndex, kLengths + 1> start{};
-  for (const TV_CTRL_URI_ID_MAP_T& row : at_uri_mapping_id_table)
-    for (std::size_t length = row_length(row) + 1; length <= kLengths; ++length) ++start[length];
-  return start;
+// Rows of equal length stand together, in table order: rows[start[n]] up to, not including, rows[start[n + 1]].
+struct LengthIndex {
+  std::array<RowIndex, kLengths + 1> start;
+  std::array<RowIndex, kRows> rows;
+};
+static constexpr LengthIndex by_length = [] {
+  LengthIndex index{};
+  for (const std::size_t length : row_length) ++index.start[length + 1];
+  for (std::size_t length = 0; length < kLengths; ++length)
+    index.start[length + 1] = static_cast<RowIndex>(index.start[length + 1] + index.start[length]);
+  std::array<RowIndex, kLengths + 1> next = index.start;
+  for (std::size_t row = 0; row < kRows; ++row) index.rows[next[row_length[row]]++] = static_cast<RowIndex>(row);
+  return index;
 }();
-static constexpr auto by_id = sorted_rows(row_id);
+
+// The row of each identifier; identifiers are unique.
+static constexpr auto by_id = [] {
+  std::array<RowIndex, (TV_CTRL_GRPID_CONFIG + 1) << 8> index{};
+  index.fill(kNoRow);
+  for (std::size_t row = 0; row < kRows; ++row) index[at_uri_mapping_id_table[row].ui2_id] = static_cast<RowIndex>(row);
+  return index;
+}();
 
 std::span<const TV_CTRL_URI_ID_MAP_T> tvc_registry() { return at_uri_mapping_id_table; }
 
@@ -72,8 +77,8 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
   if (!uri || !ret_id || !ret_type) return VEXTVCTRLR_INV_ARG;
   const std::size_t length = strnlen(uri, kLengths);
   if (length < kLengths) {
-    for (RowIndex i = length_start[length]; i < length_start[length + 1]; ++i) {
-      const TV_CTRL_URI_ID_MAP_T& row = at_uri_mapping_id_table[by_length[i]];
+    for (RowIndex i = by_length.start[length]; i < by_length.start[length + 1]; ++i) {
+      const TV_CTRL_URI_ID_MAP_T& row = at_uri_mapping_id_table[by_length.rows[i]];
       if (memcmp(row.s_uri, uri, length) != 0) continue;
       *ret_id = row.ui2_id;
       *ret_type = row.ui1_type;
@@ -85,11 +90,10 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
   return VEXTVCTRLR_INV_URI;
 }
 
+// Null for an unknown identifier.
 static const TV_CTRL_URI_ID_MAP_T* row_by_id(UINT16 ui2_id) {
-  const auto found = std::lower_bound(by_id.begin(), by_id.end(), ui2_id,
-                                      [](RowIndex row, UINT16 id) { return at_uri_mapping_id_table[row].ui2_id < id; });
-  if (found == by_id.end() || at_uri_mapping_id_table[*found].ui2_id != ui2_id) return nullptr;
-  return &at_uri_mapping_id_table[*found];
+  if (ui2_id >= by_id.size() || by_id[ui2_id] == kNoRow) return nullptr;
+  return &at_uri_mapping_id_table[by_id[ui2_id]];
 }
 
 UINT8 tv_ctrl_get_type_by_id(UINT16 ui2_id) {
