@@ -192,12 +192,12 @@ TEST_F(Response, RootThatCannotBeCreatedIsToldByTheRenderersName) {
       {TYPE_NONE, "_json_print_none_type"},
   };
   const std::vector<char> record(1 << 16, 0);
-  for (const auto& [type, name] : names) {
+  for (const auto& row : names) {
     const std::string printed = printed_by([&] {
       const MemoryWatch memory(1, true);
-      tv_ctrl_response_get("/tv/x", type, record.data(), 0);
+      tv_ctrl_response_get("/tv/x", row.first, record.data(), 0);
     });
-    EXPECT_EQ(printed, "<" + std::string(name) + "> Create root object failed!!!\n");
+    EXPECT_EQ(printed, "<" + std::string(row.second) + "> Create root object failed!!!\n");
     EXPECT_EQ(_ps_send_buff, nullptr);
     EXPECT_EQ(_z_send_buff_len, 0);
   }
