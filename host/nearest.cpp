@@ -1,6 +1,7 @@
 #include "nearest.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace {
@@ -8,18 +9,21 @@ namespace {
 // Longer names than these are no slips of the pen, and comparing them would cost the I/O thread time.
 constexpr std::size_t longest_compared = 128;
 
-// Letters to insert, delete or exchange to make b of a.
-std::size_t edit_distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
+// Letters to insert, delete or exchange to make b of a; anything above limit where it is above limit.
+std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
+  if (std::max(a.size(), b.size()) - std::min(a.size(), b.size()) > limit) return limit + 1;
+  std::array<std::size_t, longest_compared + 1> row;
+  std::iota(row.begin(), row.begin() + static_cast<std::ptrdiff_t>(b.size()) + 1, std::size_t{0});
   for (std::size_t i = 1; i <= a.size(); ++i) {
     std::size_t diagonal = row[0];
-    row[0] = i;
+    std::size_t least = row[0] = i;
     for (std::size_t j = 1; j <= b.size(); ++j) {
       const std::size_t exchanged = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
       diagonal = row[j];
       row[j] = std::min({exchanged, row[j] + 1, row[j - 1] + 1});
+      least = std::min(least, row[j]);
     }
+    if (least > limit) return limit + 1;
   }
   return row[b.size()];
 }
@@ -33,10 +37,13 @@ std::vector<std::string> nearest(std::string_view name, std::span<const std::str
   };
   std::vector<Candidate> candidates;
   if (name.empty() || name.size() > longest_compared) return {};
+  const std::size_t limit = std::max<std::size_t>(2, name.size() / 4);
   for (const std::string& known : names) {
     const bool contains = name.size() >= 3 && known.find(name) != std::string::npos;
-    const std::size_t distance = contains ? 1 : edit_distance(name, known);
-    if (distance <= std::max<std::size_t>(2, name.size() / 3)) candidates.push_back({distance, &known});
+    const std::size_t distance = contains                           ? 1
+                                 : known.size() <= longest_compared ? edit_distance(name, known, limit)
+                                                                    : limit + 1;
+    if (distance <= limit) candidates.push_back({distance, &known});
   }
   std::ranges::stable_sort(candidates, {}, &Candidate::distance);
   std::vector<std::string> found;

@@ -116,6 +116,36 @@ test('slow calls one after another, from many clients', async (t) => {
   assert.deepEqual(results.map(valueOf), Array(18).fill(5));
 });
 
+test('calls about as long as a slow one begins to be, from clients that come and go', async (t) => {
+  const host = await startHost(t);
+  const stays = await connect(t, host);
+  await stays.call('tv', { words: ['fault', slowCall, '--delay', '2'] });
+  await stays.call('subscribe', { uri: volumeEvents });
+  const work = async (client, round) => {
+    const results = await Promise.all([
+      client.call('get', { uri: volume }),
+      client.call('get', { uri: mute }),
+      client.call('set', { uri: volume, parameter: modify(round) }),
+      client.call('tv', { words: ['state'] }),
+      client.call('get', { uri: volume, trace: true }),
+    ]);
+    assert.equal(results[4].calls.length, 1);
+    assert.equal(valueOf(results[4]), results[4].calls[0].ret);
+  };
+  for (let round = 1; round <= 15; ++round) {
+    const others = await Promise.all(Array.from({ length: 4 }, () => connect(t, host)));
+    for (const client of others) client.call('subscribe', { uri: volumeEvents }).catch(() => {});
+    await Promise.all([stays, ...others].map((client) => work(client, round)));
+    for (const client of others) {
+      client.send(JSON.stringify({ jsonrpc: '2.0', id: 'unread', method: 'get', params: { uri: volume } }));
+      client.socket.terminate();
+    }
+  }
+  await stays.call('tv', { words: ['fault', '--clear'] });
+  await stays.call('tv', { words: ['volume', '99'] });
+  await volumeTold(stays, 99);
+});
+
 test('a client that goes while its call runs', async (t) => {
   const host = await startHost(t);
   const tv = await connect(t, host);
