@@ -2,7 +2,9 @@
 #include "tv_ctrl_util/number.h"
 
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <thread>
@@ -195,6 +197,35 @@ TEST(JsonParse, ThreadsSeeTheirOwnPosition) {
   first.join();
   second.join();
   EXPECT_EQ(foreign, 0);
+}
+
+// The library keeps its error position in one variable, so a second parse waits until the first has ended.
+std::atomic<bool> parsed_second, parsed_second_meanwhile;
+std::thread second_parse;
+
+// At its first call, in the midst of the first parse, lets another thread parse.
+void* malloc_beside_a_parse(std::size_t size) {
+  if (!second_parse.joinable()) {
+    second_parse = std::thread([] {
+      tvc_json_parse("{");
+      parsed_second = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    parsed_second_meanwhile = parsed_second.load();
+  }
+  return std::malloc(size);
+}
+
+TEST(JsonParse, ParsesExcludeEachOther) {
+  cJSON_Hooks hooks = {.malloc_fn = malloc_beside_a_parse, .free_fn = std::free};
+  cJSON_InitHooks(&hooks);
+  cJSON* const first = tvc_json_parse("7").root;
+  second_parse.join();
+  cJSON_InitHooks(nullptr);
+  EXPECT_NE(first, nullptr);
+  cJSON_Delete(first);
+  EXPECT_FALSE(parsed_second_meanwhile);
+  EXPECT_TRUE(parsed_second);
 }
 
 }  // namespace
