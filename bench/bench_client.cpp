@@ -1,7 +1,8 @@
 // Loads a WebSocket server and prints what it measured as one JSON line.
 //
-//   bench_client PORT requests CONNECTIONS IN-FLIGHT SECONDS TEXT EXPECTED
-//     keeps IN-FLIGHT requests unanswered on each connection; every reply must hold EXPECTED
+//   bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED
+//     keeps IN-FLIGHT requests unanswered on each connection; every reply must hold EXPECTED; sleeps PAUSE us between
+//     a reply and the next request, so that the server falls asleep as well
 //   bench_client PORT notifications COUNT
 //     has the benchmark's platform raise COUNT volume callbacks, which carry their time, and receives them elsewhere
 //   bench_client PORT subscribed SECONDS
@@ -48,9 +49,10 @@ static std::string_view receive(Connection& connection) {
 // --- Requests ---
 
 struct Load {
-  std::string frames;               // as many of one request as may be in flight
-  std::size_t frame_size = 0;       // of one of them
-  std::string expected;             // in every reply
+  std::string frames;          // as many of one request as may be in flight
+  std::size_t frame_size = 0;  // of one of them
+  std::string expected;        // in every reply
+  useconds_t pause_us = 0;
   std::int64_t start = 0, end = 0;  // of what is counted; replies before are warm-up
   std::vector<std::int64_t> times;
   std::size_t reply_size = 0;
@@ -79,18 +81,21 @@ static void exchange(Load& load, Client& client) {
     client.sent.pop_front();
     load.reply_size = text.size();
   }
-  if (now < load.end) send_requests(load, client, replies);
+  if (now >= load.end) return;
+  if (load.pause_us > 0) usleep(load.pause_us);
+  send_requests(load, client, replies);
 }
 
 static int measure_requests(int port, char** words) {
   const auto connections = static_cast<std::size_t>(atoi(words[0]));
   const auto in_flight = static_cast<std::size_t>(atoi(words[1]));
-  const double seconds = atof(words[2]);
+  const double seconds = atof(words[3]);
   Load load;
-  const std::string frame = websocket_frame(words[3]);
+  load.pause_us = static_cast<useconds_t>(atoi(words[2]));
+  const std::string frame = websocket_frame(words[4]);
   for (std::size_t i = 0; i < in_flight; ++i) load.frames += frame;
   load.frame_size = frame.size();
-  load.expected = words[4];
+  load.expected = words[5];
 
   std::vector<Client> clients(connections);
   const int events = epoll_create1(EPOLL_CLOEXEC);
@@ -118,7 +123,7 @@ static int measure_requests(int port, char** words) {
   }
   printf("{\"count\":%zu,\"per_second\":%.1f,\"p50\":%.3f,\"p99\":%.3f,\"request_size\":%zu,\"reply_size\":%zu}\n",
          load.times.size(), static_cast<double>(load.times.size()) / seconds, quantile(load.times, 0.5),
-         quantile(load.times, 0.99), strlen(words[3]), load.reply_size);
+         quantile(load.times, 0.99), strlen(words[4]), load.reply_size);
   return 0;
 }
 
@@ -177,14 +182,14 @@ int main(int argc, char** argv) {
     const char* name;
     int words;
     int (*run)(int port, char** words);
-  } commands[] = {{"requests", 5, measure_requests},
+  } commands[] = {{"requests", 6, measure_requests},
                   {"notifications", 1, measure_notifications},
                   {"subscribed", 1, stay_subscribed}};
   for (const auto& command : commands)
     if (argc >= 3 && strcmp(argv[2], command.name) == 0 && argc == 3 + command.words)
       return command.run(atoi(argv[1]), argv + 3);
   fprintf(stderr,
-          "usage: bench_client PORT requests CONNECTIONS IN-FLIGHT SECONDS TEXT EXPECTED\n"
+          "usage: bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED\n"
           "       bench_client PORT notifications COUNT\n"
           "       bench_client PORT subscribed SECONDS\n");
   return 2;

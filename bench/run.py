@@ -112,8 +112,8 @@ class Bench:
     def echo(self):
         return server([self.bin / "bench_echo", ECHO_REPLY_SIZE], self.scratch / "echo.log")
 
-    def requests(self, port, connections, in_flight, seconds, text, expected):
-        words = [self.bin / "bench_client", port, "requests", connections, in_flight, seconds, text, expected]
+    def requests(self, port, connections, in_flight, seconds, text, expected, pause_us=0):
+        words = [self.bin / "bench_client", port, "requests", connections, in_flight, pause_us, seconds, text, expected]
         return run_json(words, seconds + 20)[0]
 
     def measure_plugin(self):
@@ -137,13 +137,19 @@ class Bench:
               f"echo: {len(ECHO_REQUEST)} and {ECHO_REPLY_SIZE}")
 
     def measure_notifications(self, host_port, echo_port):
-        """From just before the platform's callback to the client's receipt; the floor is the echo's round trip."""
-        floor, ours, count = [], [], 400
+        """From just before the platform's callback to the client's receipt; the floor is the echo's round trip.
+
+        Callbacks come a millisecond apart, so that host and client have gone to sleep. What that alone costs is told by
+        the echo's round trip with a millisecond's pause between requests.
+        """
+        floor, asleep, ours, count = [], [], [], 400
         for _ in range(ROUNDS):
+            asleep.append(self.requests(echo_port, 1, 1, 0.3, ECHO_REQUEST, "x", pause_us=1000))
             floor.append(self.requests(echo_port, 1, 1, 0.3, ECHO_REQUEST, "x"))
             ours.append(run_json([self.bin / "bench_client", host_port, "notifications", count], 30)[0])
         for part in ("p50", "p99"):
             self.add_medians(f"host_notification_{part}", "us", part, ours, floor)
+        self.add_medians("echo_after_pause_p50", "us", "p50", asleep, floor)
         lost = ROUNDS * count - sum(run["count"] for run in ours)
         if lost:
             print(f"notifications: {lost} of {ROUNDS * count} were replaced by the next before they were fetched")
