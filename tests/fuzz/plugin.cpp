@@ -7,9 +7,9 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <memory>
-#include <set>
 
 #include "platform.h"
 
@@ -79,6 +79,16 @@ static Tables read_tables() {
                            .active = active});
   }
   require(!tables.active.empty(), "some URIs are served");
+  std::map<const TypeInfo*, std::vector<std::size_t>> by_type;
+  for (std::size_t i = 0; i < tables.uris.size(); ++i) {
+    const TypeInfo* const info = tables.uris[i].info;
+    const bool built =
+        !info->response.empty() || !info->query.empty() || !info->set_word.empty() || !info->notify_member.empty();
+    by_type[built ? info : nullptr].push_back(i);
+  }
+  for (auto& [info, indices] : by_type) tables.by_type.push_back(std::move(indices));
+  // The order must not depend on addresses: an input has to mean the same in every process.
+  std::ranges::sort(tables.by_type);
   return tables;
 }
 
@@ -228,10 +238,13 @@ bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
   const std::uint8_t choice = take_byte(bytes);
   if (choice == 0xFF) return false;
   if (choice < 0x60 && !ret_uri.empty()) return true;
+  const auto take_one_of = [&](const std::vector<std::size_t>& indices) {
+    return tables.uris[indices[take_below(bytes, indices.size())]].uri;
+  };
   if (choice < 0xA0)
-    ret_uri = tables.uris[tables.active[take_below(bytes, tables.active.size())]].uri;
-  else if (choice < 0xE0)
-    ret_uri = tables.uris[take_below(bytes, tables.uris.size())].uri;
+    ret_uri = take_one_of(tables.active);
+  else if (choice < 0xE0)  // a few types have most of the URIs
+    ret_uri = take_one_of(tables.by_type[take_below(bytes, tables.by_type.size())]);
   else if (choice < 0xF4)
     ret_uri = damage(bytes, tables.uris[take_below(bytes, tables.uris.size())].uri);
   else if (choice < 0xFA)

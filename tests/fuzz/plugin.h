@@ -35,7 +35,8 @@ struct UriInfo {
 
 struct Tables {
   std::vector<UriInfo> uris;
-  std::vector<std::size_t> active;  // indices of the active URIs
+  std::vector<std::size_t> active;                // indices of the active URIs
+  std::vector<std::vector<std::size_t>> by_type;  // indices by type; all that are not built yet are one type
   std::map<std::string, TypeInfo> types;
 };
 

@@ -159,9 +159,9 @@ static void add_parameter(Bytes& bytes, const UriInfo* row, std::string& text) {
       return;
     case 2:
       return add_any_value(bytes, text);
-    case 3:  // what is modified or asked for, in any kind
-      text += take_chance(bytes, 2) ? "{\"REQUEST\":\"MODIFY\",\"VALUE\":" : "{\"REQUEST\":\"SET\",\"INDEX\":";
-      add_any_value(bytes, text);
+    case 3:  // the two words that integers come with, whatever the type takes
+      text += take_chance(bytes, 2) ? R"({"REQUEST":"MODIFY","VALUE":)" : R"({"REQUEST":"SET","INDEX":)";
+      add_value(bytes, {.key = "", .kind = "int32", .limit = 0, .fields = {}}, text);
       text += '}';
       return;
     case 4:
