@@ -33,7 +33,7 @@ fuzz() {
     found=$build/corpus/$target
     mkdir -p "$found"
     echo "== $target, $1 s"
-    nice -n 10 "$build/bin/$target" -max_total_time="$1" -timeout=20 -rss_limit_mb=1500 -max_len=1024 \
+    nice -n 10 "$build/bin/$target" -max_total_time="$1" -timeout=20 -report_slow_units=20 -rss_limit_mb=1500 -max_len=1024 \
       -print_final_stats=1 -artifact_prefix="$here/corpus/$target/" \
       "$found" "$here/corpus/$target" 2>"$build/$target.log" || result=1
     # The summary, or the report of what failed; not the progress.
