@@ -24,6 +24,7 @@ GET_REPLY = '"ret":0'
 ECHO_REQUEST = "x" * 100
 ECHO_REPLY_SIZE = 200
 IDLE_SECONDS = 5.0
+UNSTEADY = 1.5  # between the quartiles of the rounds; beyond it a figure says more about the machine's other work
 
 # What must hold of a figure's ratio to its floor, or of its value where it has no floor.
 AT_MOST, AT_LEAST = "at most", "at least"
@@ -91,6 +92,7 @@ class Bench:
     def __init__(self, build, scratch):
         self.bin, self.lib, self.scratch = build / "bin", build / "lib", scratch
         self.figures = {}
+        self.unsteady = set()  # names of figures whose rounds, or whose floor's, differ much
         for name in ("bench_plugin", "bench_client", "bench_echo", "dtv-host"):
             if not (self.bin / name).exists():
                 raise Failed(f"{self.bin / name} is missing: build first")
@@ -102,6 +104,10 @@ class Bench:
 
     def add_medians(self, name, unit, key, ours, floor):
         self.add(name, unit, statistics.median(run[key] for run in ours), statistics.median(run[key] for run in floor))
+        for rounds in (ours, floor):
+            lower, _, upper = statistics.quantiles((run[key] for run in rounds), n=4)
+            if upper > UNSTEADY * lower:
+                self.unsteady.add(name)
 
     def host(self, name, *more):
         state = self.scratch / name
@@ -185,7 +191,7 @@ def verdict(name, figure):
     return f"{bound} {limit}{unit}: {'met' if met else 'MISSED'}"
 
 
-def print_table(figures):
+def print_table(figures, unsteady):
     def number(value):
         return "" if value is None else f"{value:,.0f}" if value >= 1000 else f"{value:.3g}" if value < 1 else f"{value:.1f}"
 
@@ -193,7 +199,7 @@ def print_table(figures):
     for name, figure in figures.items():
         ratio = "" if figure["ratio"] is None else f"{figure['ratio']:.2f}"
         print(f"{name:28} {number(figure['value']):>10} {number(figure['floor']):>10} {figure['unit']:10} {ratio:>6}  "
-              f"{verdict(name, figure)}")
+              f"{verdict(name, figure)}{' (unsteady)' if name in unsteady else ''}")
 
 
 def main():
@@ -210,7 +216,7 @@ def main():
         except (Failed, subprocess.TimeoutExpired, OSError) as failure:
             print(f"bench: {failure}", file=sys.stderr)
             return 1
-    print_table(bench.figures)
+    print_table(bench.figures, bench.unsteady)
     arguments.out.write_text(json.dumps(bench.figures, indent=2) + "\n", encoding="utf-8")
     print(f"{time.monotonic() - start:.0f} s, load {os.getloadavg()[0]:.1f} on {os.cpu_count()} processors; "
           f"written to {arguments.out}")
