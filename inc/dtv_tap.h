@@ -7,6 +7,8 @@
  *   {"t":10423,"thread":2,"call":"a_vextvapi_volctrl_setVolume","in":{"volume":23},"ret":0}
  *   {"t":10977,"thread":3,"event":"a_vextvapi_volctrl_reg_callback","in":{"callback_type":0,"pv_tag":1219752,...}}
  *
+ * "seq": order in which calls and events of the process started; an event also has "ret", or "dropped": true where a
+ * fault kept it from the plugin; {"error": text} lines tell of the tap's own trouble.
  * "t": microseconds since the tap was loaded; "thread": a small number per thread; "out" (in a call): what the
  * function wrote; "duration": microseconds, where the call took 1 ms or more. Names are the contract's.
  * Environment: DTV_TAP_RECORD=PATH appends every line to a file from the start on.
@@ -49,7 +51,8 @@ typedef struct {
  * all. Returns 0, or -1 for a name that is not in the contract. */
 DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t* fault);
 
-/* Lists the contract: a JSON array of {"name", "params": [...], "fault": {...} | null}. */
+/* Lists the contract: a JSON array of {"name", "params", "kinds", "types": [...] in the function's order, "callback": the
+ * callback's parameter names | null, "fault": {...} | null}. */
 DTV_TAP_EXPORT char* dtv_tap_list(void);
 
 /* Answers every call from a script, a JSON array in the form of the conformance cases' "platform", instead of

@@ -33,6 +33,7 @@ enum TVC_GROUP_ID : UINT8 {
 // TV_CTRL_RECID_<name>: one enumeration of record numbers per group.
 #define TVC_GROUP(group, number, enumeration) enum enumeration : UINT8 {
 #define TVC_URI(group, record, name, uri, type) TV_CTRL_RECID_##name = record,
+#define TVC_NAME(group, record, name) TV_CTRL_RECID_##name = record,
 #define TVC_GROUP_END(group) \
   }                          \
   ;

@@ -101,8 +101,24 @@ Json json_parse(std::string_view text, std::string& ret_error) {
   return json;
 }
 
+// From 10^15 on the library prints an exponent and rounds; an integer that a double holds is written out instead.
+static void spell_out_integers(cJSON* json) {
+  for (cJSON* item = json; item != nullptr; item = item->next) {
+    spell_out_integers(item->child);
+    const double value = item->valuedouble;
+    if (!cJSON_IsNumber(item) || std::abs(value) < 1e15 || std::abs(value) > static_cast<double>(EXACT_IN_DOUBLE))
+      continue;
+    const std::string digits = std::to_string(static_cast<std::int64_t>(value));
+    if (value != std::trunc(value)) continue;
+    item->type = cJSON_Raw;
+    item->valuestring = strdup(digits.c_str());
+  }
+}
+
 std::string json_print(const cJSON* json) {
-  const std::unique_ptr<char, decltype(&std::free)> text(cJSON_PrintUnformatted(json), std::free);
+  const Json copy(cJSON_Duplicate(json, 1));
+  spell_out_integers(copy.get());
+  const std::unique_ptr<char, decltype(&std::free)> text(cJSON_PrintUnformatted(copy.get()), std::free);
   return text ? text.get() : "";
 }
 

@@ -41,7 +41,7 @@ def node_modules(folder):
 
 def native(folder):
     """The tests that every build of the native programs runs."""
-    tests = [[f"{folder}/bin/{name}"] for name in UNIT_TESTS]
+    tests = [[f"{folder}/bin/{name}", "--gtest_brief=1"] for name in UNIT_TESTS]
     tests.append([f"{folder}/bin/conformance", "--require-coverage", "tests/conformance/cases"])
     return tests
 
@@ -61,9 +61,10 @@ def stages(jobs):
         ("rules", [["python3", "tests/check_includes.py", "--selftest"], ["python3", "tests/check_includes.py"]]),
         ("build", build("release", jobs)),
         ("web", [["make", "--silent", "web"], ["npm", "--prefix", "web", "run", "--silent", "check"]]),
-        ("unit", [[f"build/bin/{name}"] for name in UNIT_TESTS] +
+        ("unit", [[f"build/bin/{name}", "--gtest_brief=1"] for name in UNIT_TESTS] +
                  [["python3", "tests/check_symbols.py", "build/lib/libdtv_js_plugin.so"]]),
-        ("conformance", [["python3", "tests/conformance/selftest.py"], native("build")[-1]]),
+        ("conformance", [["python3", "tests/conformance/selftest.py", "build/bin/conformance",
+                          "build/lib/libconformance_selftest_plugin.so"], native("build")[-1]]),
         ("install", [["python3", "tests/package/check.py", "build"]]),
         ("system", [node_modules("tests/system"), system("build")]),
         ("browser", [node_modules("tests/browser"),

@@ -1,8 +1,6 @@
 // Describes the registry and the item types, from their tables.
-#include <cstdlib>
-#include <string>
-
 #include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
 #include "tv_ctrl_main/registry.h"
 
@@ -32,107 +30,132 @@ static const char* kind_name(FieldKind kind) {
   return "";
 }
 
+// The object when everything was added to it; else null, and it is deleted.
+static cJSON* whole(cJSON* object, bool added_all) {
+  if (object && added_all) return object;
+  cJSON_Delete(object);
+  return nullptr;
+}
+
+static bool append(cJSON* array, cJSON* value) {
+  if (cJSON_AddItemToArray(array, value)) return true;
+  cJSON_Delete(value);
+  return false;
+}
+
+// Every describe_ function returns null without memory.
+
+static cJSON* describe_text(const char* text) { return cJSON_CreateStringReference(text); }
+
+static cJSON* describe_fields(std::span<const Field> fields, FieldUse use);
+
+static cJSON* describe_field(const Field& field) {
+  cJSON* const object = cJSON_CreateObject();
+  bool added = tvc_json_add(object, "key", describe_text(field.key)) &&
+               tvc_json_add(object, "kind", describe_text(kind_name(field.kind)));
+  if (field.kind == FieldKind::kText) added = added && tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
+  if (*field.unit) added = added && tvc_json_add(object, "unit", describe_text(field.unit));
+  if (*field.help) added = added && tvc_json_add(object, "help", describe_text(field.help));
+  if (field.kind == FieldKind::kConstant) added = added && tvc_json_add(object, "value", describe_text(field.text));
+  if (field.kind == FieldKind::kObject)
+    added = added && tvc_json_add(object, "fields", describe_fields(field.fields, kEverywhere));
+  return whole(object, added);
+}
+
 static cJSON* describe_fields(std::span<const Field> fields, FieldUse use) {
   cJSON* const array = cJSON_CreateArray();
-  for (const Field& field : fields) {
-    if (use != kEverywhere && !(field.use & use)) continue;
-    cJSON* const object = cJSON_CreateObject();
-    cJSON_AddItemToArray(array, object);
-    tvc_json_add(object, "key", cJSON_CreateStringReference(field.key));
-    tvc_json_add(object, "kind", cJSON_CreateStringReference(kind_name(field.kind)));
-    if (field.kind == FieldKind::kText) tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
-    if (*field.unit) tvc_json_add(object, "unit", cJSON_CreateStringReference(field.unit));
-    if (*field.help) tvc_json_add(object, "help", cJSON_CreateStringReference(field.help));
-    if (field.kind == FieldKind::kConstant) tvc_json_add(object, "value", cJSON_CreateStringReference(field.text));
-    if (field.kind == FieldKind::kObject) tvc_json_add(object, "fields", describe_fields(field.fields, kEverywhere));
-  }
-  return array;
+  bool added = true;
+  for (const Field& field : fields)
+    if (added && (use == kEverywhere || (field.use & use))) added = append(array, describe_field(field));
+  return whole(array, added);
 }
 
 static cJSON* describe_fields_or_null(const ItemType& item, FieldUse use) {
   return tvc_item_has(item, use) ? describe_fields(item.fields, use) : cJSON_CreateNull();
 }
 
-// The request word that a set of this type takes, and the fields that it decodes; null for a type that cannot be set.
+// The request word that a set of this type takes, and the fields that it decodes.
 struct SetUse {
-  const char* word;
+  const char* word;  // null: the type cannot be set
   FieldUse use;
 };
 
-static bool find_set_use(const ItemType& item, SetUse& ret_use) {
-  if (item.type == TYPE_ACTION) {
-    ret_use = {"ACTION", 0};
-    return true;
-  }
-  for (const SetUse candidate : {SetUse{"MODIFY", kModify}, {"SET", kSet}, {"ASSOCIATE", kAssociate}}) {
-    if (!tvc_item_has(item, candidate.use)) continue;
-    ret_use = candidate;
-    return true;
-  }
-  return false;
+static SetUse set_use(const ItemType& item) {
+  if (item.type == TYPE_ACTION) return {kWordAction, 0};
+  for (const SetUse candidate : {SetUse{kWordModify, kModify}, {kWordSet, kSet}, {kWordAssociate, kAssociate}})
+    if (tvc_item_has(item, candidate.use)) return candidate;
+  return {nullptr, 0};
 }
 
 static cJSON* describe_set(const ItemType& item) {
-  SetUse set;
-  if (!find_set_use(item, set)) return cJSON_CreateNull();
+  const SetUse set = set_use(item);
+  if (!set.word) return cJSON_CreateNull();
   cJSON* const object = cJSON_CreateObject();
-  tvc_json_add(object, "request", cJSON_CreateStringReference(set.word));
-  tvc_json_add(object, "fields", set.use ? describe_fields(item.fields, set.use) : cJSON_CreateArray());
-  return object;
+  return whole(object, tvc_json_add(object, "request", describe_text(set.word)) &&
+                           tvc_json_add(object, "fields",
+                                        set.use ? describe_fields(item.fields, set.use) : cJSON_CreateArray()));
 }
 
 static cJSON* describe_notify(const ItemType& item) {
   const NotifyForm form = item.notify.form;
   if (form == NotifyForm::kNone) return cJSON_CreateNull();
-  cJSON* const object = cJSON_CreateObject();
   const bool queued = form == NotifyForm::kQueued;
-  tvc_json_add(object, "form", cJSON_CreateStringReference(queued ? "queued" : "single"));
-  tvc_json_add(object, "member",
-               cJSON_CreateStringReference(form == NotifyForm::kSingleParameter ? "PARAMETER" : "ITEMS"));
-  tvc_json_add(object, "bound", queued ? tvc_json_number(item.notify.bound) : cJSON_CreateNull());
-  tvc_json_add(object, "fields", describe_fields(item.fields, kNotify));
-  return object;
+  const bool in_parameter = form == NotifyForm::kSingleParameter;
+  cJSON* const object = cJSON_CreateObject();
+  return whole(object,
+               tvc_json_add(object, "form", describe_text(queued ? "queued" : "single")) &&
+                   tvc_json_add(object, "member", describe_text(in_parameter ? "PARAMETER" : "ITEMS")) &&
+                   tvc_json_add(object, "bound", queued ? tvc_json_number(item.notify.bound) : cJSON_CreateNull()) &&
+                   tvc_json_add(object, "fields", describe_fields(item.fields, kNotify)));
 }
 
 static cJSON* describe_type(const ItemType& item) {
   cJSON* const object = cJSON_CreateObject();
-  tvc_json_add(object, "query", describe_fields_or_null(item, kQuery));
-  tvc_json_add(object, "set", describe_set(item));
-  tvc_json_add(object, "response", describe_fields_or_null(item, kResponse));
-  tvc_json_add(object, "notify", describe_notify(item));
-  return object;
+  return whole(object, tvc_json_add(object, "query", describe_fields_or_null(item, kQuery)) &&
+                           tvc_json_add(object, "set", describe_set(item)) &&
+                           tvc_json_add(object, "response", describe_fields_or_null(item, kResponse)) &&
+                           tvc_json_add(object, "notify", describe_notify(item)));
 }
 
 static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
   const ItemType* const item = tvc_item_type(row.ui1_type);
   const GroupRoute* const route = tvc_route(tvc_group(row.ui2_id));
-  // The groups that only the miscellaneous handler answers are refused by it.
-  const bool refused = route->get == tv_ctrl_get_misc && route->group != TV_CTRL_GRPID_MISC;
   const bool action = row.ui1_type == TYPE_ACTION;
-  SetUse set;
+  const bool get = route->get && !route->get_refuses && !action;  // an action has nothing to read
+  // An action carries no record, so that it cannot get past a route that needs one.
+  const bool set = route->set && item && set_use(*item).word && !(action && route->set_needs_record);
+  const bool notify = route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone;
   cJSON* const object = cJSON_CreateObject();
-  tvc_json_add(object, "uri", cJSON_CreateStringReference(row.s_uri));
-  tvc_json_add(object, "id", tvc_json_number(row.ui2_id));
-  tvc_json_add(object, "group", cJSON_CreateStringReference(tvc_group_name(route->group)));
-  tvc_json_add(object, "record", tvc_json_number(tvc_record(row.ui2_id)));
-  tvc_json_add(object, "type", cJSON_CreateStringReference(tvc_item_type_name(row.ui1_type)));
-  tvc_json_add(object, "get", cJSON_CreateBool(route->get && !refused && !action));
-  tvc_json_add(object, "set", cJSON_CreateBool(route->set && item && find_set_use(*item, set)));
-  tvc_json_add(
-      object, "notify",
-      cJSON_CreateBool(route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone));
-  return object;
+  return whole(object, tvc_json_add(object, "uri", describe_text(row.s_uri)) &&
+                           tvc_json_add(object, "id", tvc_json_number(row.ui2_id)) &&
+                           tvc_json_add(object, "group", describe_text(tvc_group_name(route->group))) &&
+                           tvc_json_add(object, "record", tvc_json_number(tvc_record(row.ui2_id))) &&
+                           tvc_json_add(object, "type", describe_text(tvc_item_type_name(row.ui1_type))) &&
+                           tvc_json_add(object, "get", cJSON_CreateBool(get)) &&
+                           tvc_json_add(object, "set", cJSON_CreateBool(set)) &&
+                           tvc_json_add(object, "notify", cJSON_CreateBool(notify)));
+}
+
+static cJSON* describe_uris() {
+  cJSON* const array = cJSON_CreateArray();
+  bool added = true;
+  for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) added = added && append(array, describe_uri(row));
+  return whole(array, added);
+}
+
+static cJSON* describe_types() {
+  cJSON* const object = cJSON_CreateObject();
+  bool added = true;
+  for (const ItemType& item : tvc_item_types())
+    added = added && tvc_json_add(object, tvc_item_type_name(item.type), describe_type(item));
+  return whole(object, added);
 }
 
 char* a_dtv_jsp_describe(void) {
-  cJSON* const root = cJSON_CreateObject();
-  cJSON* const uris = cJSON_CreateArray();
-  tvc_json_add(root, "uris", uris);
-  for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) cJSON_AddItemToArray(uris, describe_uri(row));
-  cJSON* const types = cJSON_CreateObject();
-  tvc_json_add(root, "types", types);
-  for (const ItemType& item : tvc_item_types()) tvc_json_add(types, tvc_item_type_name(item.type), describe_type(item));
-  char* const text = cJSON_PrintUnformatted(root);
+  cJSON* const object = cJSON_CreateObject();
+  cJSON* const root =
+      whole(object, tvc_json_add(object, "uris", describe_uris()) && tvc_json_add(object, "types", describe_types()));
+  char* const text = root ? cJSON_PrintUnformatted(root) : nullptr;
   cJSON_Delete(root);
   return text;
 }

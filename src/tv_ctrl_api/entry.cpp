@@ -22,13 +22,6 @@ static void* _pt_content;      // one record, of whatever type the request's URI
 static INT32 _z_content_size;  // bytes cleared before each request
 static char _s_uri[256];       // the request's URI, cut, as the response repeats it
 
-// The request word that belongs to what is done.
-static constexpr const char* kWordQuery = "QUERY";
-static constexpr const char* kWordAction = "ACTION";
-static constexpr const char* kWordModify = "MODIFY";
-static constexpr const char* kWordSet = "SET";
-static constexpr const char* kWordAssociate = "ASSOCIATE";
-
 // True when there is a content buffer.
 static bool allocate_content(const char* entry) {
   if (!_pt_content) _pt_content = tv_ctrl_malloc_content_max(&_z_content_size);

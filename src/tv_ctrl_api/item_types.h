@@ -26,6 +26,7 @@ struct ItemType {
   UINT32 record_size;           // of the record that the content buffer holds
   UINT32 allocated_size = 0;    // of a record made by tv_ctrl_malloc_content; 0: none is made
   const char* error_word = "";  // in "error: parse ... param!"
+  const char* renderer = "";    // operation that messages of the response's rendering name
   std::span<const Field> fields = {};
   NotifyRule notify = {};
 };

@@ -6,11 +6,12 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <shared_mutex>
 
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 
-std::shared_mutex t_nfy_rw_lock;
+constinit RwLock t_nfy_rw_lock;
 
 static struct { TV_CTRL_NOTIFY_BUFFER_T* pt_head; } _tv_ctrl_notify_buffer;
 

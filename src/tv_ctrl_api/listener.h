@@ -1,14 +1,24 @@
 // Listener buffers: one entry per subscribed URI, with a count and at most one pending notification text.
 #pragma once
 
-#include <shared_mutex>
+#include <pthread.h>
 
 #include "tvapi/types.h"
+
+// A read-write lock for std::lock_guard and std::shared_lock. A waiting writer goes first: hosts that fetch without a
+// pause would otherwise hold up the platform's threads.
+struct RwLock {
+  pthread_rwlock_t lock_ = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+  void lock() { pthread_rwlock_wrlock(&lock_); }
+  void unlock() { pthread_rwlock_unlock(&lock_); }
+  void lock_shared() { pthread_rwlock_rdlock(&lock_); }
+  void unlock_shared() { pthread_rwlock_unlock(&lock_); }
+};
 
 struct TV_CTRL_NOTIFY_BUFFER_T {
   INT32 num;      // subscriptions
   char uri[256];  // at most 255 characters are kept
-  char* buffer;   // pending text, owned by the entry, or null; exchanged atomically, see jsp_exchange_buffer
+  char* buffer;   // pending text, owned by the entry, or null; exchanged atomically, see _jsp_exchange_buffer
   struct {
     TV_CTRL_NOTIFY_BUFFER_T* pt_next;
     TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // where the entry before, or the head, points at this one
@@ -17,7 +27,7 @@ struct TV_CTRL_NOTIFY_BUFFER_T {
 
 // Guards the list and every entry's lifetime. Two threads may fetch at once under the read lock, so a pending text is
 // looked at only by whoever has taken it out of its entry, or under the write lock. Taken after mutex_send.
-extern std::shared_mutex t_nfy_rw_lock;
+extern RwLock t_nfy_rw_lock;
 
 // The entry of a URI, or null. The caller holds the lock.
 TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri);

@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <mutex>
+#include <shared_mutex>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
@@ -83,7 +84,6 @@ static bool read_pending(const NotifyRule& rule, TV_CTRL_NOTIFY_BUFFER_T& entry,
   else
     TVC_LOG_AS(LOG_ERROR, rule.log_name, "Items type is NOT array!\n");
   cJSON_Delete(parsed.root);
-  if (rule.restarts_unusable) free(_jsp_exchange_buffer(entry, nullptr));
   return rule.restarts_unusable;
 }
 

@@ -1,7 +1,5 @@
 #include "tv_ctrl_api/request.h"
 
-#include <string.h>
-
 #include "tv_ctrl_util/json_parse.h"
 #include "tv_ctrl_util/json_scalar.h"
 #include "tv_ctrl_util/log.h"
@@ -58,16 +56,14 @@ bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* val
     }
     case FieldKind::kInt64: {
       INT64& number = field_at<INT64>(record, *field);
-      number = cJSON_IsNumber(value) ? tvc_double_to<INT64>(value->valuedouble) : tvc_json_integer(value);
+      number = tvc_double_to<INT64>(value->valuedouble);
       TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %lld!\n", static_cast<long long>(number));
       return true;
     }
     case FieldKind::kText: {
       if (!cJSON_IsString(value)) return false;
       char* const text = &field_at<char>(record, *field);
-      const std::size_t length = strnlen(value->valuestring, field->size - 1);
-      memcpy(text, value->valuestring, length);
-      text[length] = '\0';
+      tvc_copy_text(text, field->size, value->valuestring);
       TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %s!\n", text);
       return true;
     }

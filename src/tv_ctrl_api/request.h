@@ -5,6 +5,13 @@
 
 #include "tv_ctrl_api/item_types.h"
 
+// The request words.
+inline constexpr const char* kWordQuery = "QUERY";
+inline constexpr const char* kWordAction = "ACTION";
+inline constexpr const char* kWordModify = "MODIFY";
+inline constexpr const char* kWordSet = "SET";
+inline constexpr const char* kWordAssociate = "ASSOCIATE";
+
 struct Request {
   cJSON* root = nullptr;             // the parsed text, owned
   const cJSON* parameter = nullptr;  // its "PARAMETER" object; null when it is no object, or there was no text

@@ -31,7 +31,7 @@ void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, I
   if (item && (!pv_content || !tvc_item_has(*item, kResponse))) item = nullptr;
   cJSON* const root = make_response(uri, item, pv_content, item ? status : static_cast<INT32>(VEX_OK));
   if (!root) {
-    TVC_LOG(LOG_ERROR, "Create root object failed!!!\n");
+    TVC_LOG_AS(LOG_ERROR, item ? item->renderer : "_json_print_none_type", "Create root object failed!!!\n");
     return;
   }
   _ps_send_buff = cJSON_PrintUnformatted(root);

@@ -6,17 +6,17 @@
 #include "tv_ctrl_util/log.h"
 #include "tvapi/playback.h"
 
-// The groups that only the miscellaneous handler answers cannot be read: it refuses them.
+// Seven groups are routed to the miscellaneous handler, which refuses them: they cannot be read.
 static constexpr GroupRoute routes[] = {
     {.group = 0, .get = nullptr, .set = nullptr, .set_needs_record = false},
-    {TV_CTRL_GRPID_VIDEO, tv_ctrl_get_misc, nullptr, false},
-    {TV_CTRL_GRPID_AUDIO, tv_ctrl_get_misc, nullptr, false},
-    {TV_CTRL_GRPID_AUD_LANG, tv_ctrl_get_misc, nullptr, false},
+    {TV_CTRL_GRPID_VIDEO, tv_ctrl_get_misc, nullptr, false, true},
+    {TV_CTRL_GRPID_AUDIO, tv_ctrl_get_misc, nullptr, false, true},
+    {TV_CTRL_GRPID_AUD_LANG, tv_ctrl_get_misc, nullptr, false, true},
     {TV_CTRL_GRPID_VOLUME, tv_ctrl_get_volctrl, tv_ctrl_set_volctrl, true},
-    {TV_CTRL_GRPID_NETWORK, tv_ctrl_get_misc, nullptr, false},
-    {TV_CTRL_GRPID_TIME, tv_ctrl_get_misc, nullptr, false},
-    {TV_CTRL_GRPID_TUNER, tv_ctrl_get_misc, nullptr, false},
-    {TV_CTRL_GRPID_RATING, tv_ctrl_get_misc, nullptr, false},
+    {TV_CTRL_GRPID_NETWORK, tv_ctrl_get_misc, nullptr, false, true},
+    {TV_CTRL_GRPID_TIME, tv_ctrl_get_misc, nullptr, false, true},
+    {TV_CTRL_GRPID_TUNER, tv_ctrl_get_misc, nullptr, false, true},
+    {TV_CTRL_GRPID_RATING, tv_ctrl_get_misc, nullptr, false, true},
     {TV_CTRL_GRPID_COMMON_SETTING, nullptr, nullptr, true},
     {TV_CTRL_GRPID_FACTORY_SETTING, nullptr, nullptr, false},
     {TV_CTRL_GRPID_CHANNEL_INFO, nullptr, nullptr, false},

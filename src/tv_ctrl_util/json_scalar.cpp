@@ -2,16 +2,21 @@
 
 #include <string.h>
 
+#include <type_traits>
+
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/number.h"
 
-// The double of a number, 1 for true, else 0.
-static double json_double(const cJSON* value) {
-  if (cJSON_IsNumber(value)) return value->valuedouble;
-  return cJSON_IsTrue(value) ? 1 : 0;
-}
+INT32 tvc_json_integer(const cJSON* value) { return value->valueint; }
 
-INT32 tvc_json_integer(const cJSON* value) { return tvc_double_to<INT32>(json_double(value)); }
+// What the library made of a value that is no text: its integer, or for wider fields its double.
+template <typename Wide>
+static Wide from_value(const cJSON* value) {
+  if constexpr (std::is_same_v<Wide, INT32>)
+    return tvc_json_integer(value);
+  else
+    return tvc_double_to<Wide>(value->valuedouble);
+}
 
 // Finds a member for the decoder named `decoder`; null, with the message that belongs to it, when there is none.
 static const cJSON* find_member(const char* decoder, const cJSON* object, const char* key) {
@@ -30,7 +35,7 @@ static INT32 unpackage(const char* decoder, const char* trace, const cJSON* obje
                        Wide (*from_text)(const char*)) {
   const cJSON* const member = find_member(decoder, object, key);
   if (!member) return VEXTVCTRLR_FAIL;
-  const Wide wide = cJSON_IsString(member) ? from_text(member->valuestring) : tvc_double_to<Wide>(json_double(member));
+  const Wide wide = cJSON_IsString(member) ? from_text(member->valuestring) : from_value<Wide>(member);
   *ret_value = static_cast<Field>(wide);
   TVC_LOG_AS(LOG_VALUE, decoder, trace, key, static_cast<Trace>(*ret_value));
   return VEXTVCTRLR_OK;

@@ -2,8 +2,9 @@
 //
 // Each returns 0 when the member was found and stored, else -1 with the destination untouched: a null object or key
 // ("param is NULL!"), or a missing member ("Can not find [%s]!", level 5). A text is converted, a number taken over
-// (truncated to the field's width for 8 and 16 bits, saturated for wider ones), true is 1, anything else 0. Names are
-// matched exactly. The value stored is traced at level 2.
+// (truncated to the field's width for 8 and 16 bits, saturated for wider ones). Of anything else the field gets what
+// the library holds: its integer for fields of up to 32 signed bits, where true is 1, else its double; 0 for the rest.
+// Names are matched exactly. The value stored is traced at level 2.
 #pragma once
 
 #include <cjson/cJSON.h>

@@ -6,9 +6,12 @@
 #include <cstddef>
 
 // Copies a NUL-terminated text into an array, cut to the array's size minus one, always terminated.
-template <std::size_t N>
-void tvc_copy_text(char (&ret_array)[N], const char* text) {
-  const std::size_t length = strnlen(text, N - 1);
+inline void tvc_copy_text(char* ret_array, std::size_t size, const char* text) {
+  const std::size_t length = strnlen(text, size - 1);
   memcpy(ret_array, text, length);
   ret_array[length] = '\0';
+}
+template <std::size_t N>
+void tvc_copy_text(char (&ret_array)[N], const char* text) {
+  tvc_copy_text(ret_array, N, text);
 }

@@ -206,9 +206,6 @@ std::string check_step(const cJSON* step, const Contract& contract, int& checks)
   if (kind.name == "call") {
     if (std::string problem = check_call_step(step, action); !problem.empty()) return problem;
   }
-  if (kind.name == "fetch" && cJSON_GetObjectItemCaseSensitive(step, "length") == nullptr) {
-    return "a fetch needs a \"length\"";
-  }
   const bool null_buffer = cJSON_GetObjectItemCaseSensitive(step, "buffer") != nullptr;
   for (const char* check : {"text", "json", "bytes"}) {
     if (null_buffer && cJSON_GetObjectItemCaseSensitive(step, check) != nullptr) {

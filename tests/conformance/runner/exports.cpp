@@ -168,6 +168,9 @@ bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, A
   if (json == nullptr || cJSON_IsNull(json)) return true;
   const bool is_buffer = cJSON_GetObjectItemCaseSensitive(json, "buffer") != nullptr && cJSON_IsObject(json);
   if (kind.form == ArgumentKind::NUMBER) return tap::value_from_json(*kind.type, json, &argument.bits, ret_error);
+  // 0 is a null pointer; another number is an address that the function only looks at as a number.
+  if (cJSON_IsNumber(json) && kind.form != ArgumentKind::VARIABLE)
+    return tap::value_from_json(tap::type_of<std::uintptr_t>, json, &argument.bits, ret_error);
   if (is_buffer && kind.form != ArgumentKind::TEXT && kind.form != ArgumentKind::FUNCTION) {
     return make_buffer(json, argument, ret_error);
   }

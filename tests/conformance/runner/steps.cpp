@@ -14,6 +14,7 @@ namespace runner {
 namespace {
 
 constexpr std::size_t BUFFER_SIZE = 65536;
+constexpr std::size_t LARGEST_FETCH = 1 << 20;
 
 // What a buffer holds before a call. These bytes stand in no UTF-8 text, so that a text never ends in its mark by
 // chance, and neighbours differ, so that a run of one byte is seen for what it is.
@@ -75,8 +76,11 @@ void do_get(Session& session, const cJSON* step, int number, Outcome& outcome) {
 void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "fetch"));
   use_uri(session, uri);
-  const auto length = static_cast<std::int32_t>(number_of(member(step, "length")));
-  const std::size_t size = std::max(BUFFER_SIZE, length > 0 ? static_cast<std::size_t>(length) : 0);
+  const cJSON* stated = member(step, "length");
+  const auto length = stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE)
+                                        : static_cast<std::int32_t>(number_of(stated));
+  // No pending text is as long as the largest lengths that a case may claim.
+  const std::size_t size = std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(size);
   outcome.ret = session.fetch(uri, outcome.buffer.empty() ? nullptr : outcome.buffer.data(), length);
 }
