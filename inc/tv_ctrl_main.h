@@ -7,6 +7,7 @@
 #include <stddef.h>
 
 #include "dtv_js_plugin.h"
+#include "tv_ctrl_log.h"
 #include "vex_tv_ctrl.h"
 
 extern "C" {
@@ -71,14 +72,6 @@ TVC_EXPORT INT32 tvc_util_fill_t_option_list_content_by_config_type(UINT16 ui2_i
 
 // Always 0.
 TVC_EXPORT INT32 tv_util_init(void);
-
-// --- Log level -------------------------------------------------------------------------------------------------------
-
-// Reads the level from the last "log=" line of /3rd_rw/tvc_debug; 0 without the file.
-TVC_EXPORT void vex_tvc_read_log_lvl(void);
-
-// The level read. A message of level n is printed when the level is n or above.
-TVC_EXPORT INT32 vex_tvc_debug_level(void);
 
 // --- Handlers: start, get and set of one group ----------------------------------------------------------------------
 

@@ -10,6 +10,7 @@
 
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
+#include "vex_tv_ctrl/status.h"
 
 constinit RwLock t_nfy_rw_lock;
 

@@ -9,6 +9,7 @@
 
 #include "tv_ctrl_util/json_scalar.h"
 #include "tv_ctrl_util/log.h"
+#include "vex_tv_ctrl/status.h"
 
 bool tvc_json_add(cJSON* object, const char* key, cJSON* value) {
   if (cJSON_AddItemToObjectCS(object, key, value)) return true;

@@ -6,6 +6,7 @@
 
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/number.h"
+#include "vex_tv_ctrl/status.h"
 
 INT32 tvc_json_integer(const cJSON* value) { return value->valueint; }
 

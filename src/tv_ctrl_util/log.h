@@ -1,7 +1,7 @@
 // The diagnostics log: every message of the plugin, on the host's standard output.
 #pragma once
 
-#include "tv_ctrl_main.h"
+#include "tv_ctrl_log.h"
 
 // Prints "[TVC_API][<function>][<line>] --> " and the message, as one piece even when several threads print, and
 // flushes. The caller has asked for the level.
