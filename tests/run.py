@@ -23,8 +23,7 @@ UNIT_TESTS = ["unit_test", "tap_test", "tv_test", "host_test"]
 COUNTS = [
     re.compile(r"^(?P<passed>\d+) passed, (?P<failed>\d+) failed", re.M),  # our own
     re.compile(r"^\[  PASSED  \] (?P<passed>\d+) tests?\.(?:.*?^\s*(?P<failed>\d+) FAILED TESTS?)?", re.M | re.S),
-    re.compile(r"^# pass (?P<passed>\d+)$.*?^# fail (?P<failed>\d+)$", re.M | re.S),  # node --test (TAP)
-    re.compile(r"^ℹ pass (?P<passed>\d+)$.*?^ℹ fail (?P<failed>\d+)$", re.M | re.S),  # node --test (spec reporter)
+    re.compile(r"^# pass (?P<passed>\d+)$.*?^# fail (?P<failed>\d+)$", re.M | re.S),  # node --test, TAP
     re.compile(r"(?:^\s*(?P<failed>\d+) failed$.*?)?^\s*(?P<passed>\d+) passed \(", re.M | re.S),  # Playwright
     re.compile(r"^\s*(?P<failed>\d+) failed$", re.M),  # Playwright, nothing passed
 ]
