@@ -67,7 +67,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
       </div>
       {abilities.length === 0 ? (
         <p class="card not-served">
-          <b>Not served.</b> The URI is registered, but nothing in the plugin serves it yet.
+          <b>Not served.</b> The URI is registered, but the plugin serves no request of it.
         </p>
       ) : (
         <div class="request-cards">
