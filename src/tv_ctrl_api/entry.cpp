@@ -179,7 +179,9 @@ static Outcome set_associate(const char* entry, const Target& target, const Requ
   if (decoded == Decoded::kNotTaken) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
   if (decoded == Decoded::kFailed) return {.status = VEX_ASSOCIATE_FAIL, .ret = VEXTVCTRLR_FAIL};
   tv_ctrl_response_set(target.type, request.root, VEX_ASSOCIATE_BEGIN);
-  return call_handler(target, _pt_content, VEX_ASSOCIATE_FAIL);
+  const Outcome outcome = call_handler(target, _pt_content, VEX_ASSOCIATE_FAIL);
+  clear_content(entry);  // the password is not kept beyond the request
+  return outcome;
 }
 
 struct SetWord {

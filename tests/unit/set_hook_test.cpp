@@ -210,6 +210,21 @@ TEST_F(SetHook, AssociateBeginsBeforeTheHandler) {
   EXPECT_EQ(hook_statuses(), (Statuses{VEX_ASSOCIATE_BEGIN, VEX_ASSOCIATE_FAIL}));
 }
 
+TEST_F(SetHook, ThePasswordIsNotKeptBeyondTheRequest) {
+  const T_WLAN_ASSOCIATE* record = nullptr;
+  std::string password;
+  set_handler = [&](UINT16, void* content) {
+    record = static_cast<const T_WLAN_ASSOCIATE*>(content);
+    password = record->password;
+    return 0;
+  };
+  EXPECT_EQ(set(made_up_uri(TYPE_WLAN_ASSOCIATE), request("ASSOCIATE", R"("SSID":"home","PASSWORD":"secret")")), 0);
+  EXPECT_EQ(password, "secret");
+  ASSERT_NE(record, nullptr);
+  // The record lives in the plugin's content buffer, which stays for the next request.
+  EXPECT_EQ(std::string_view(record->password, sizeof record->password), std::string(sizeof record->password, '\0'));
+}
+
 TEST_F(SetHook, AssociateOnAnyOtherType) {
   for (int type = 0; type <= 255; ++type) {
     if (type == TYPE_WLAN_ASSOCIATE) continue;
