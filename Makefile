@@ -5,7 +5,9 @@ PREFIX ?= /usr/local
 
 .PHONY: all run test bench fuzz install packages test-packages build web
 
+# Everything, the tests' programs included.
 all: build web
+	@cmake --build --preset release --parallel $(JOBS) -- --quiet
 
 # Builds and starts the host with the virtual television; ARGS go to dtv-host, for example ARGS="--listen 127.0.0.1:9000".
 run: build web
@@ -16,8 +18,7 @@ test: test-packages
 	@python3 tests/run.py --jobs $(JOBS) $(STAGE)
 
 # Measures, beside a floor in the same run; also writes build/bench.json.
-bench: build
-	@cmake --build --preset release --parallel $(JOBS) -- --quiet
+bench: all
 	@python3 bench/run.py --build build --out build/bench.json
 
 # Fuzzes every target for SECONDS each.
@@ -27,7 +28,9 @@ fuzz: test-packages
 	@cmake --build --preset asan --parallel $(JOBS) -- --quiet
 	@tests/fuzz/run.sh $(SECONDS)
 
-install: build web
+inst# Everything, the tests' programs included.
+all: build web
+	@cmake --build --preset release --parallel $(JOBS) -- --quiet
 	@cmake --install build --prefix $(PREFIX)
 
 packages:
