@@ -28,9 +28,7 @@ fuzz: test-packages
 	@cmake --build --preset asan --parallel $(JOBS) -- --quiet
 	@tests/fuzz/run.sh $(SECONDS)
 
-inst# Everything, the tests' programs included.
-all: build web
-	@cmake --build --preset release --parallel $(JOBS) -- --quiet
+install: build web
 	@cmake --install build --prefix $(PREFIX)
 
 packages:
