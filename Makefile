@@ -7,7 +7,7 @@ PREFIX ?= /usr/local
 
 # Everything, the tests' programs included.
 all: build web
-	@cmake --build --preset release --parallel $(JOBS) -- --quiet
+	@cmake --build --preset release --parallel $(JOBS)
 
 # Builds and starts the host with the virtual television; ARGS go to dtv-host, for example ARGS="--listen 127.0.0.1:9000".
 run: build web
@@ -39,7 +39,7 @@ test-packages:
 
 build: packages
 	@cmake --preset release >/dev/null
-	@cmake --build --preset release --parallel $(JOBS) --target dtv_js_plugin dtv_tap dtv_tv dtv_host dtvctl -- --quiet
+	@cmake --build --preset release --parallel $(JOBS) --target dtv_js_plugin dtv_tap dtv_tv dtv_host dtvctl
 
 web: web/dist/index.html
 
