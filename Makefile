@@ -32,9 +32,11 @@ install: build web
 	@cmake --install build --prefix $(PREFIX)
 
 packages:
+	@tools/check_node.sh
 	@tools/install_packages.sh build
 
 test-packages:
+	@tools/check_node.sh
 	@tools/install_packages.sh test
 
 build: packages
@@ -47,5 +49,5 @@ web/node_modules/.package-lock.json: web/package-lock.json
 	@cd web && npm ci --no-audit --no-fund --loglevel=error
 
 web/dist/index.html: web/node_modules/.package-lock.json $(shell find web/src web/public -type f 2>/dev/null) \
-                     web/index.html web/package.json web/vite.config.ts
+                     web/index.html web/package.json web/vite.config.ts web/tsconfig.json
 	@cd web && npm run --silent build

@@ -4,7 +4,7 @@ set -eu
 
 build="g++ cmake ninja-build ccache pkg-config libcjson-dev libwebsockets-dev libboost1.81-dev libboost-json1.81-dev
        libsqlite3-dev libgtest-dev libgmock-dev"
-test="clang libclang-rt-14-dev llvm-14 chromium bash-completion binutils curl"
+test="clang libclang-rt-14-dev llvm chromium bash-completion binutils curl"
 
 case "${1-}" in
   build) wanted=$build ;;
