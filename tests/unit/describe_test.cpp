@@ -45,7 +45,8 @@ int number_of(const cJSON* object, const char* key) {
 
 std::vector<std::string> keys_of(const cJSON* object) {
   std::vector<std::string> keys;
-  for (const cJSON* child = object ? object->child : nullptr; child; child = child->next) keys.emplace_back(child->string);
+  for (const cJSON* child = object ? object->child : nullptr; child; child = child->next)
+    keys.emplace_back(child->string);
   return keys;
 }
 
@@ -63,7 +64,8 @@ TEST_F(Describe, EveryRowOfTheRegistry) {
     EXPECT_EQ(text_of(object, "group"), tvc_group_name(row.ui2_id >> 8));
     EXPECT_EQ(number_of(object, "record"), row.ui2_id & 0xFF);
     EXPECT_EQ(text_of(object, "type"), tvc_item_type_name(row.ui1_type));
-    for (const char* const flag : {"get", "set", "notify"}) EXPECT_TRUE(cJSON_IsBool(member(object, flag))) << row.s_uri;
+    for (const char* const flag : {"get", "set", "notify"})
+      EXPECT_TRUE(cJSON_IsBool(member(object, flag))) << row.s_uri;
     object = object->next;
   }
 }
@@ -76,9 +78,9 @@ TEST_F(Describe, SaysWhatAUriIsGoodFor) {
   };
   std::map<std::string, Use> found;
   for (const cJSON* object = uris_->child; object; object = object->next)
-    found.emplace(text_of(object, "uri"), Use{cJSON_IsTrue(member(object, "get")) != 0,
-                                              cJSON_IsTrue(member(object, "set")) != 0,
-                                              cJSON_IsTrue(member(object, "notify")) != 0});
+    found.emplace(text_of(object, "uri"),
+                  Use{cJSON_IsTrue(member(object, "get")) != 0, cJSON_IsTrue(member(object, "set")) != 0,
+                      cJSON_IsTrue(member(object, "notify")) != 0});
   EXPECT_EQ(found.at("/tv/cast/volume/volume"), (Use{true, true, false}));
   EXPECT_EQ(found.at("/tv/cast/volume/mute"), (Use{true, true, false}));
   EXPECT_FALSE(found.at("/tv/cast/volume/volume_increase").get) << "refused";
@@ -184,10 +186,10 @@ TEST_F(Describe, TypesAgreeWithTheirTables) {
 // The request word of a set: "MODIFY" for values, "ACTION" for actions, "ASSOCIATE" for the association, else "SET".
 TEST_F(Describe, SetsNameTheirRequestWord) {
   const std::map<std::string, std::pair<std::string, FieldUse>> words = {
-      {"TYPE_VALUE", {"MODIFY", kModify}},       {"TYPE_TEXT", {"MODIFY", kModify}},
-      {"TYPE_TINT", {"MODIFY", kModify}},        {"TYPE_INTEGER", {"MODIFY", kModify}},
-      {"TYPE_TIME", {"MODIFY", kModify}},        {"TYPE_ACTION", {"ACTION", 0}},
-      {"TYPE_TUNER_SCAN", {"SET", kSet}},        {"TYPE_WLAN_ASSOCIATE", {"ASSOCIATE", kAssociate}},
+      {"TYPE_VALUE", {"MODIFY", kModify}}, {"TYPE_TEXT", {"MODIFY", kModify}},
+      {"TYPE_TINT", {"MODIFY", kModify}},  {"TYPE_INTEGER", {"MODIFY", kModify}},
+      {"TYPE_TIME", {"MODIFY", kModify}},  {"TYPE_ACTION", {"ACTION", 0}},
+      {"TYPE_TUNER_SCAN", {"SET", kSet}},  {"TYPE_WLAN_ASSOCIATE", {"ASSOCIATE", kAssociate}},
   };
   for (const ItemType& item : tvc_item_types()) {
     const std::string name = tvc_item_type_name(item.type);

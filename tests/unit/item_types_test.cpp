@@ -82,8 +82,8 @@ TEST(ItemTypes, OnlyOneFieldIsModified) {
   for (const ItemType& item : tvc_item_types()) {
     const auto modified =
         std::count_if(item.fields.begin(), item.fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
-    const bool can = std::set<int>{TYPE_VALUE, TYPE_TEXT,    TYPE_TINT,
-                                   TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME}.contains(item.type);
+    const bool can =
+        std::set<int>{TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME}.contains(item.type);
     EXPECT_EQ(modified, can ? 1 : 0) << tvc_item_type_name(item.type);
   }
 }
@@ -99,25 +99,62 @@ TEST(ItemTypes, EveryNumberFindsItsRow) {
 
 TEST(ItemTypes, NamesFollowTheNumbers) {
   const char* const names[] = {
-      "NONE",            "VALUE",           "TEXT",
-      "TINT",            "ACTION",          "OPTION_LIST",
-      "CONFIG",          "LANG_STRING",     "NW_NOTIFY",
-      "WLAN_ASSOCIATE",  "TUNER_SCAN",      "CHANNEL_INFO",
-      "SATL_INFO",       "LOL_INFO",        "INTEGER",
-      "FAV_CHANNEL_INFO", "EVENT_INFO",     "ACTIVE_WINDOW_INFO",
-      "UPDATE_EPG",      "TUNER_SCAN_NOTIFY", "TEXT_16",
-      "CI_DATA",         "NET_IP_INFO",     "NET_IPV6_INFO",
-      "TIME",            "BANNER_ITEM",     "MULTIVIEW",
-      "CBROWSER",        "CBROWSER_PB",     "CBROWSER_PB_NOTIFY",
-      "CBROWSER_IMG",    "DLNA_DMP",        "DLNA_DMS_NOTIFY",
-      "DLNA_DMR",        "DLNA_DMR_NOTIFY", "PUS",
-      "PUS_NOTIFY",      "USB_DETECT_NOTIFY", "PVR_REC_LIST_INFO",
-      "PVR_RMDR_EVENT",  "PVR_REC_PAIRED_DISK_INFO", "PVR_FILE_INFO",
-      "PVR_UI_STATUS",   "INPUT_SRC",       "INPUT_DEV_INFO",
-      "MOUNT_INFO",      "HBBTV",           "PORTAL",
-      "CEC_DETECT_NOTIFY", "CHANNEL_INFO_NOTIFY", "ACTIVE_WINDOW_INFO_NOTIFY",
-      "ACTIVE_WINDOW_TIME_NOTIFY", "CHANNEL_SELECT", "CECM_CFG",
-      "CONFIG_UPDATE_NOTIFY", "VOL_CTRL_NOTIFY",
+      "NONE",
+      "VALUE",
+      "TEXT",
+      "TINT",
+      "ACTION",
+      "OPTION_LIST",
+      "CONFIG",
+      "LANG_STRING",
+      "NW_NOTIFY",
+      "WLAN_ASSOCIATE",
+      "TUNER_SCAN",
+      "CHANNEL_INFO",
+      "SATL_INFO",
+      "LOL_INFO",
+      "INTEGER",
+      "FAV_CHANNEL_INFO",
+      "EVENT_INFO",
+      "ACTIVE_WINDOW_INFO",
+      "UPDATE_EPG",
+      "TUNER_SCAN_NOTIFY",
+      "TEXT_16",
+      "CI_DATA",
+      "NET_IP_INFO",
+      "NET_IPV6_INFO",
+      "TIME",
+      "BANNER_ITEM",
+      "MULTIVIEW",
+      "CBROWSER",
+      "CBROWSER_PB",
+      "CBROWSER_PB_NOTIFY",
+      "CBROWSER_IMG",
+      "DLNA_DMP",
+      "DLNA_DMS_NOTIFY",
+      "DLNA_DMR",
+      "DLNA_DMR_NOTIFY",
+      "PUS",
+      "PUS_NOTIFY",
+      "USB_DETECT_NOTIFY",
+      "PVR_REC_LIST_INFO",
+      "PVR_RMDR_EVENT",
+      "PVR_REC_PAIRED_DISK_INFO",
+      "PVR_FILE_INFO",
+      "PVR_UI_STATUS",
+      "INPUT_SRC",
+      "INPUT_DEV_INFO",
+      "MOUNT_INFO",
+      "HBBTV",
+      "PORTAL",
+      "CEC_DETECT_NOTIFY",
+      "CHANNEL_INFO_NOTIFY",
+      "ACTIVE_WINDOW_INFO_NOTIFY",
+      "ACTIVE_WINDOW_TIME_NOTIFY",
+      "CHANNEL_SELECT",
+      "CECM_CFG",
+      "CONFIG_UPDATE_NOTIFY",
+      "VOL_CTRL_NOTIFY",
   };
   static_assert(std::size(names) == 56);
   for (int type = 0; type < 255; ++type)
@@ -179,19 +216,29 @@ using Block = std::unique_ptr<void, Freed>;
 
 // Types above 53, TYPE_NONE, and those that are never allocated.
 const std::set<int> never_allocated = {
-    TYPE_LANG_STRING,      TYPE_NW_NOTIFY,     TYPE_TEXT_16,
-    TYPE_DLNA_DMR_NOTIFY,  TYPE_PUS,           TYPE_PUS_NOTIFY,
-    TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_REC_PAIRED_DISK_INFO,
-    TYPE_PVR_FILE_INFO,    TYPE_PVR_UI_STATUS, TYPE_MOUNT_INFO,
-    TYPE_HBBTV,            TYPE_PORTAL,        TYPE_CHANNEL_INFO_NOTIFY,
+    TYPE_LANG_STRING,
+    TYPE_NW_NOTIFY,
+    TYPE_TEXT_16,
+    TYPE_DLNA_DMR_NOTIFY,
+    TYPE_PUS,
+    TYPE_PUS_NOTIFY,
+    TYPE_PVR_REC_LIST_INFO,
+    TYPE_PVR_RMDR_EVENT,
+    TYPE_PVR_REC_PAIRED_DISK_INFO,
+    TYPE_PVR_FILE_INFO,
+    TYPE_PVR_UI_STATUS,
+    TYPE_MOUNT_INFO,
+    TYPE_HBBTV,
+    TYPE_PORTAL,
+    TYPE_CHANNEL_INFO_NOTIFY,
 };
 
 // Records that other areas bring: their types are allocated from then on.
 const std::set<int> brought_later = {
-    TYPE_CONFIG,       TYPE_CHANNEL_INFO, TYPE_SATL_INFO,   TYPE_LOL_INFO,     TYPE_FAV_CHANNEL_INFO,
-    TYPE_EVENT_INFO,   TYPE_ACTIVE_WINDOW_INFO, TYPE_UPDATE_EPG, TYPE_NET_IP_INFO, TYPE_NET_IPV6_INFO,
-    TYPE_MULTIVIEW,    TYPE_CBROWSER,     TYPE_CBROWSER_PB, TYPE_CBROWSER_IMG, TYPE_DLNA_DMP,
-    TYPE_DLNA_DMR,     TYPE_INPUT_SRC,    TYPE_CEC_DETECT_NOTIFY, TYPE_CECM_CFG,
+    TYPE_CONFIG,     TYPE_CHANNEL_INFO,       TYPE_SATL_INFO,         TYPE_LOL_INFO,     TYPE_FAV_CHANNEL_INFO,
+    TYPE_EVENT_INFO, TYPE_ACTIVE_WINDOW_INFO, TYPE_UPDATE_EPG,        TYPE_NET_IP_INFO,  TYPE_NET_IPV6_INFO,
+    TYPE_MULTIVIEW,  TYPE_CBROWSER,           TYPE_CBROWSER_PB,       TYPE_CBROWSER_IMG, TYPE_DLNA_DMP,
+    TYPE_DLNA_DMR,   TYPE_INPUT_SRC,          TYPE_CEC_DETECT_NOTIFY, TYPE_CECM_CFG,
 };
 
 TEST(Content, EveryTypeIsAllocatedAsItsRule) {

@@ -36,9 +36,13 @@ TEST_F(LevelFile, LastLineWinsAndEachIsTold) {
 
 TEST_F(LevelFile, ConvertsAsDecimal) {
   const std::pair<const char*, int> rows[] = {
-      {"log=abc\n", 0},  {"log=-1\n", -1},     {"log= \t5\n", 5},  {"log=+5\n", 5},           {"log=2x3\n", 2},
-      {"log=0x10\n", 0}, {"log=010\n", 10},    {"log=\n", 0},      {"log=", 0},               {"log=4", 4},
-      {"log=4\r\n", 4},  {"log=10log=7\n", 10}, {"log=-\n", 0},    {"log=99999999999\n", 2147483647},
+      {"log=abc\n", 0},  {"log=-1\n", -1},
+      {"log= \t5\n", 5}, {"log=+5\n", 5},
+      {"log=2x3\n", 2},  {"log=0x10\n", 0},
+      {"log=010\n", 10}, {"log=\n", 0},
+      {"log=", 0},       {"log=4", 4},
+      {"log=4\r\n", 4},  {"log=10log=7\n", 10},
+      {"log=-\n", 0},    {"log=99999999999\n", 2147483647},
   };
   for (const auto& [text, level] : rows) {
     set_log_level(3);

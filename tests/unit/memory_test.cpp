@@ -147,7 +147,8 @@ TEST_P(Memory, NotificationWithNothingPending) {
 }
 
 // Notifies over a pending text with one old item; after a failure that text is found, or another acceptable one.
-void notify_over_pending(const Raised& what, bool persistent, const std::function<bool(const std::string&)>& acceptable) {
+void notify_over_pending(const Raised& what, bool persistent,
+                         const std::function<bool(const std::string&)>& acceptable) {
   const std::string uri = what.uri;
   a_dtv_jsp_add_listener_buffer(what.uri);
   const std::string pending = "{\"URI\":\"" + uri + "\",\"REQUEST\":\"NOTIFY\",\"ITEMS\":[{\"OLD\":1}]}";

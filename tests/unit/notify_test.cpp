@@ -72,8 +72,9 @@ TEST_F(Notify, CiData) {
   record.state = 1;
   record.t_ci_mmi_menu_ans.ui1_answer = 200;
   const std::string text = delivered(TYPE_CI_DATA, record);
-  EXPECT_TRUE(text.starts_with(envelope(TYPE_CI_DATA, "").substr(0, envelope(TYPE_CI_DATA, "").size() - 1) +
-                               R"("PARAMETER":{"NAME":"CAM","TYPE":"TYPE_CI_DATA","GROUP":5,"STATE":1,"CI_REQ_QUERY":0,)"))
+  EXPECT_TRUE(
+      text.starts_with(envelope(TYPE_CI_DATA, "").substr(0, envelope(TYPE_CI_DATA, "").size() - 1) +
+                       R"("PARAMETER":{"NAME":"CAM","TYPE":"TYPE_CI_DATA","GROUP":5,"STATE":1,"CI_REQ_QUERY":0,)"))
       << text;
   EXPECT_TRUE(text.ends_with(R"("CI_MMI_MENU_ANS":200,"CI_MMI_MENU_ANS_ID":0}})")) << text;
   const Json json = parse_json(text);
@@ -244,7 +245,8 @@ TEST_P(NotifyQueued, TextThatDoesNotParseIsToldWithItsPosition) {
 TEST_P(NotifyQueued, PendingItemsOfAnyKindAreKept) {
   poke_pending(GetParam().uri, R"({"ITEMS":[1,null,{"a":[]},"x"],"MORE":true})");
   raise();
-  EXPECT_EQ(fetch(GetParam().uri), R"({"ITEMS":[1,null,{"a":[]},"x",)" + std::string(GetParam().item) + R"(],"MORE":true})");
+  EXPECT_EQ(fetch(GetParam().uri),
+            R"({"ITEMS":[1,null,{"a":[]},"x",)" + std::string(GetParam().item) + R"(],"MORE":true})");
 }
 
 // --- Entries that change while a notification is rendered ---

@@ -92,7 +92,9 @@ constexpr TextCase text_cases[] = {
     {"- 7", 0, 0, 0, 0},
     {"--7", 0, 0, 0, 0},
     {"+-7", 0, 0, 0, 0},
-    {"\xC2\xA0" "7", 0, 0, 0, 0},
+    {"\xC2\xA0"
+     "7",
+     0, 0, 0, 0},
     {"010", 10, 8, 8, 8},
     {"-010", -10, kAll32 - 7, -8, kAll64 - 7},
     {"08", 8, 0, 0, 0},
@@ -158,9 +160,9 @@ TEST(CopyText, FillsTheSmallestArray) {
   EXPECT_EQ(text[0], '\0');
 }
 
-const char* const malformed[] = {"",      " ",       "{",         "{\"A\":}",     "{\"A\":1,}", "[1,2",       "nul",
-                                 "\"abc", "{A:1}",   "{\"A\" 1}", "[1 2]",        "\\",         "{\"A\":{\"B\":]}}",
-                                 "-",     "\"\\q\"", "\"\\uD800\"", "\xEF\xBB\xBF", "}"};
+const char* const malformed[] = {
+    "",          " ",     "{",  "{\"A\":}",          "{\"A\":1,}", "[1,2",    "nul",         "\"abc",        "{A:1}",
+    "{\"A\" 1}", "[1 2]", "\\", "{\"A\":{\"B\":]}}", "-",          "\"\\q\"", "\"\\uD800\"", "\xEF\xBB\xBF", "}"};
 
 TEST(JsonParse, TellsWhereTheParserStopped) {
   for (const char* const text : malformed) {
@@ -189,7 +191,9 @@ TEST(JsonParse, ThreadsSeeTheirOwnPosition) {
       cJSON_Delete(parsed.root);
     }
   };
-  const auto offset_of = [](const char* text) { return static_cast<std::size_t>(tvc_json_parse(text).error_at - text); };
+  const auto offset_of = [](const char* text) {
+    return static_cast<std::size_t>(tvc_json_parse(text).error_at - text);
+  };
   const char* const early = "{\"A\":?}";
   const char* const late = "{\"A\":[1,2,3,4,5,6,7,8,9,{\"B\":\"text\",\"C\":?}]}";
   std::thread first(parse_often, early, offset_of(early));

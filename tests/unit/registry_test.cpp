@@ -213,8 +213,9 @@ TEST(Registry, EveryIdentifierAnswersAsAScan) {
 TEST(Registry, NearMissesAnswerAsAScan) {
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) {
     const std::string uri = row.s_uri;
-    std::vector<std::string> misses = {uri + "x", uri + "/", uri + " ", uri + "?a=1", uri.substr(0, uri.size() - 1),
-                                       uri.substr(1), "/" + uri, "x" + uri, "/TV" + uri.substr(3)};
+    std::vector<std::string> misses = {
+        uri + "x",     uri + "/", uri + " ", uri + "?a=1",         uri.substr(0, uri.size() - 1),
+        uri.substr(1), "/" + uri, "x" + uri, "/TV" + uri.substr(3)};
     for (std::size_t i = 0; i < uri.size(); ++i) {
       std::string changed = uri;
       changed[i] = static_cast<char>(changed[i] ^ 0x20);  // a letter's case
@@ -234,7 +235,8 @@ TEST(Registry, OtherLengthsAreUnknown) {
   EXPECT_EQ(look_up(""), kUnknown);
   EXPECT_EQ(look_up("/"), kUnknown);
   EXPECT_EQ(look_up("/tv/"), kUnknown);
-  for (std::size_t length = 1; length <= 600; ++length) EXPECT_EQ(look_up(std::string(length, '/')), kUnknown) << length;
+  for (std::size_t length = 1; length <= 600; ++length)
+    EXPECT_EQ(look_up(std::string(length, '/')), kUnknown) << length;
   for (const std::size_t length : {254u, 255u, 256u, 257u, 300u, 100000u}) {
     std::string uri = k3dItem;
     uri.resize(length, 'x');

@@ -83,8 +83,7 @@ TEST_F(Response, Text16IsReadAsBytes) {
   auto record = headed<T_TEXT_16>("Name");
   record.value[0] = 'A';
   record.value[1] = 'B';
-  EXPECT_EQ(render(TYPE_TEXT_16, record),
-            item(R"("NAME":"Name","TYPE":"TYPE_TEXT","GROUP":9,"STATE":-1,"TEXT":"A")"));
+  EXPECT_EQ(render(TYPE_TEXT_16, record), item(R"("NAME":"Name","TYPE":"TYPE_TEXT","GROUP":9,"STATE":-1,"TEXT":"A")"));
   record.value[0] = 'A' | 'B' << 8;
   record.value[1] = 'C';
   EXPECT_EQ(render(TYPE_TEXT_16, record),
@@ -107,8 +106,15 @@ TEST_F(Response, Action) {
 TEST_F(Response, Time) {
   auto record = headed<T_TIME>("Clock");
   record.value = 1900000000123;
-  record.dtg = {.ui2_yr = 65535, .ui1_mo = 255, .ui1_day = 3, .ui1_dow = 4, .ui1_hr = 5, .ui1_min = 6, .ui1_sec = 7,
-                .b_gmt = -8, .b_dst = 9};
+  record.dtg = {.ui2_yr = 65535,
+                .ui1_mo = 255,
+                .ui1_day = 3,
+                .ui1_dow = 4,
+                .ui1_hr = 5,
+                .ui1_min = 6,
+                .ui1_sec = 7,
+                .b_gmt = -8,
+                .b_dst = 9};
   EXPECT_EQ(render(TYPE_TIME, record),
             item(R"("NAME":"Clock","TYPE":"TYPE_TIME","GROUP":9,"STATE":-1,"VALUE":1900000000123,"DTG":{"YEAR":65535,)"
                  R"("MONTH":255,"DAY":3,"WEEK":4,"HOUR":5,"MINUTE":6,"SECOND":7,"GMT":-8,"DST":9})"));
@@ -117,20 +123,31 @@ TEST_F(Response, Time) {
 // Large values read as the library prints their doubles.
 TEST_F(Response, TimeValuesAreTheLibrarysDoubles) {
   auto record = headed<T_TIME>("Clock");
-  for (const INT64 value : {INT64{0}, INT64{-1}, INT64{999999999999999}, INT64{1000000000000000}, INT64{-999999999999999},
-                            INT64{-1000000000000000}, INT64{1} << 53, (INT64{1} << 53) + 1, INT64{1234567890123456789},
-                            std::numeric_limits<INT64>::max(), std::numeric_limits<INT64>::min()}) {
+  for (const INT64 value :
+       {INT64{0}, INT64{-1}, INT64{999999999999999}, INT64{1000000000000000}, INT64{-999999999999999},
+        INT64{-1000000000000000}, INT64{1} << 53, (INT64{1} << 53) + 1, INT64{1234567890123456789},
+        std::numeric_limits<INT64>::max(), std::numeric_limits<INT64>::min()}) {
     record.value = value;
     const Json number(cJSON_CreateNumber(static_cast<double>(value)), cJSON_Delete);
-    EXPECT_NE(render(TYPE_TIME, record).find("\"VALUE\":" + print_json(number.get()) + ","), std::string::npos) << value;
+    EXPECT_NE(render(TYPE_TIME, record).find("\"VALUE\":" + print_json(number.get()) + ","), std::string::npos)
+        << value;
   }
 }
 
 // Every member shows its own field: each field holds a number of its own.
 TEST_F(Response, CiData) {
   auto record = headed<T_CI_DATA>("CAM");
-  record.t_ci_cam_scan_req_data = {.ui1_slot_id = 10, .t_scan_req_type = 9, .b_req_query = 1, .mjd = 60000, .year = 2026,
-                                   .month = 7, .day = 2, .hour = 3, .minute = 5, .second = 8, .hundredth = 4};
+  record.t_ci_cam_scan_req_data = {.ui1_slot_id = 10,
+                                   .t_scan_req_type = 9,
+                                   .b_req_query = 1,
+                                   .mjd = 60000,
+                                   .year = 2026,
+                                   .month = 7,
+                                   .day = 2,
+                                   .hour = 3,
+                                   .minute = 5,
+                                   .second = 8,
+                                   .hundredth = 4};
   record.t_ci_cam_upgrade_data = {.ui1_slot_id = 12, .ui1_upgrade_type = 13, .ui2_download_time = 65535};
   record.t_ci_cam_upgrade_progress_data = {.ui1_slot_id = 16, .ui1_download_progress_status = 15};
   record.t_ci_mmi_enq_ans.b_answer = -17;
@@ -157,14 +174,14 @@ TEST_F(Response, TextsEndWithTheirArrays) {
   T_TEXT record;
   std::memset(&record, 'z', sizeof record);
   record.group = record.state = 0;
-  EXPECT_EQ(render(TYPE_TEXT, record), item("\"NAME\":\"" + std::string(32, 'z') +
-                                            "\",\"TYPE\":\"TYPE_TEXT\",\"GROUP\":0,\"STATE\":0,\"TEXT\":\"" +
-                                            std::string(1024, 'z') + "\""));
+  EXPECT_EQ(render(TYPE_TEXT, record),
+            item("\"NAME\":\"" + std::string(32, 'z') +
+                 "\",\"TYPE\":\"TYPE_TEXT\",\"GROUP\":0,\"STATE\":0,\"TEXT\":\"" + std::string(1024, 'z') + "\""));
 }
 
 TEST_F(Response, TypesWithoutARendererGiveNone) {
-  const std::set<int> rendered = {1,  2,  3,  4,  5,  6,  7,  10, 11, 12, 13, 14, 15, 16, 18, 20, 21, 22, 23,
-                                  24, 27, 28, 30, 31, 33, 35, 38, 39, 40, 41, 43, 44, 45, 47, 53};
+  const std::set<int> rendered = {1,  2,  3,  4,  5,  6,  7,  10, 11, 12, 13, 14, 15, 16, 18, 20, 21, 22,
+                                  23, 24, 27, 28, 30, 31, 33, 35, 38, 39, 40, 41, 43, 44, 45, 47, 53};
   const std::vector<char> record(1 << 20, 0);
   for (int type = 0; type <= 255; ++type) {
     if (rendered.contains(type)) continue;
@@ -185,10 +202,10 @@ TEST_F(Response, UriIsEscaped) {
 // A renderer without memory names itself.
 TEST_F(Response, RootThatCannotBeCreatedIsToldByTheRenderersName) {
   const std::pair<UINT8, const char*> names[] = {
-      {TYPE_VALUE, "_json_print_value_type"},       {TYPE_INTEGER, "_json_print_integer_type"},
-      {TYPE_TEXT, "_json_print_text_type"},         {TYPE_TEXT_16, "_json_print_text_16_type"},
-      {TYPE_TINT, "_json_print_tint_type"},         {TYPE_OPTION_LIST, "_json_print_option_list_type"},
-      {TYPE_ACTION, "_json_print_action_type"},     {TYPE_TIME, "_json_print_time_type"},
+      {TYPE_VALUE, "_json_print_value_type"},   {TYPE_INTEGER, "_json_print_integer_type"},
+      {TYPE_TEXT, "_json_print_text_type"},     {TYPE_TEXT_16, "_json_print_text_16_type"},
+      {TYPE_TINT, "_json_print_tint_type"},     {TYPE_OPTION_LIST, "_json_print_option_list_type"},
+      {TYPE_ACTION, "_json_print_action_type"}, {TYPE_TIME, "_json_print_time_type"},
       {TYPE_NONE, "_json_print_none_type"},
   };
   const std::vector<char> record(1 << 16, 0);

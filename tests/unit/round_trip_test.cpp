@@ -96,7 +96,8 @@ cJSON* put_field(const Field& field, void* record, int variant) {
 cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, int variant) {
   cJSON* const object = cJSON_CreateObject();
   for (const Field& field : fields)
-    if (use == kEverywhere || (field.use & use)) cJSON_AddItemToObject(object, field.key, put_field(field, record, variant));
+    if (use == kEverywhere || (field.use & use))
+      cJSON_AddItemToObject(object, field.key, put_field(field, record, variant));
   return object;
 }
 
@@ -114,7 +115,8 @@ void expect_same_again(const ItemType& item, FieldUse use, const void* record, c
     const bool shown = !field.when || field.when(record);
     EXPECT_EQ(cJSON_HasObjectItem(parsed.get(), field.key), shown) << where << "." << field.key;
     if (shown)
-      EXPECT_EQ(std::memcmp(again.data() + field.offset, static_cast<const char*>(record) + field.offset, field.size), 0)
+      EXPECT_EQ(std::memcmp(again.data() + field.offset, static_cast<const char*>(record) + field.offset, field.size),
+                0)
           << where << "." << field.key << " in " << text;
   }
 }

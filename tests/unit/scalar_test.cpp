@@ -1,11 +1,10 @@
 // The scalar decoders, with every kind of JSON value.
-#include "tv_ctrl_util/json_scalar.h"
-
 #include <cstring>
 #include <limits>
 #include <utility>
 
 #include "support.h"
+#include "tv_ctrl_util/json_scalar.h"
 
 namespace {
 
@@ -56,7 +55,8 @@ void expect_rows(const Decoder<T>& decoder, const Row<T> (&rows)[N]) {
 }
 
 // Kinds that are neither text nor number have no value.
-#define NO_VALUE {"false", 0}, {"null", 0}, {"[3]", 0}, {"[]", 0}, {"{\"KEY\":3}", 0}, {"{}", 0}
+#define NO_VALUE \
+  {"false", 0}, {"null", 0}, {"[3]", 0}, {"[]", 0}, {"{\"KEY\":3}", 0}, { "{}", 0 }
 
 constexpr Row<INT32> int_rows[] = {
     {"5", 5},
@@ -218,10 +218,8 @@ void expect_absence(const Decoder<T>& decoder) {
     std::string message;
     int level;  // from which on it is printed
   } cases[] = {
-      {nullptr, "KEY", name + "param is NULL!\n", 0},
-      {object.get(), nullptr, name + "param is NULL!\n", 0},
-      {nullptr, nullptr, name + "param is NULL!\n", 0},
-      {object.get(), "KEY", name + "Can not find [KEY]!\n", 5},
+      {nullptr, "KEY", name + "param is NULL!\n", 0},     {object.get(), nullptr, name + "param is NULL!\n", 0},
+      {nullptr, nullptr, name + "param is NULL!\n", 0},   {object.get(), "KEY", name + "Can not find [KEY]!\n", 5},
       {object.get(), "", name + "Can not find []!\n", 5},
   };
   for (const auto& absent : cases) {
@@ -364,8 +362,8 @@ TEST_F(Scalar, MissingTextIsToldFromLevelFive) {
 
 TEST(LibraryInteger, TakesTextsAsZero) {
   const std::pair<const char*, INT32> rows[] = {
-      {"7", 7},          {"-7", -7},       {"7.9", 7},    {"2147483648", kMax32}, {"-2147483649", kMin32},
-      {"1e300", kMax32}, {"\"7\"", 0},     {"true", 1},   {"false", 0},           {"null", 0},
+      {"7", 7},          {"-7", -7},       {"7.9", 7},  {"2147483648", kMax32}, {"-2147483649", kMin32},
+      {"1e300", kMax32}, {"\"7\"", 0},     {"true", 1}, {"false", 0},           {"null", 0},
       {"[7]", 0},        {"{\"a\":7}", 0},
   };
   for (const auto& [text, value] : rows) EXPECT_EQ(tvc_json_integer(parse_json(text).get()), value) << text;

@@ -173,12 +173,30 @@ TEST_F(SetHook, SetOfANegativeIndexRendersNone) {
 
 TEST_F(SetHook, SetOfATypeWithoutDecoding) {
   // Types that a "SET" decodes; those whose records come with other areas are left out until they are there.
-  const std::set<int> settable = {
-      TYPE_OPTION_LIST, TYPE_CONFIG,        TYPE_TUNER_SCAN,         TYPE_CHANNEL_INFO,   TYPE_FAV_CHANNEL_INFO,
-      TYPE_CHANNEL_SELECT, TYPE_EVENT_INFO, TYPE_ACTIVE_WINDOW_INFO, TYPE_UPDATE_EPG,     TYPE_INPUT_SRC,
-      TYPE_MULTIVIEW,   TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_FILE_INFO,  TYPE_PVR_UI_STATUS,
-      TYPE_CBROWSER,    TYPE_CBROWSER_PB,   TYPE_CBROWSER_IMG,       TYPE_DLNA_DMP,       TYPE_DLNA_DMR,
-      TYPE_PUS,         TYPE_HBBTV,         TYPE_PORTAL,             TYPE_CECM_CFG};
+  const std::set<int> settable = {TYPE_OPTION_LIST,
+                                  TYPE_CONFIG,
+                                  TYPE_TUNER_SCAN,
+                                  TYPE_CHANNEL_INFO,
+                                  TYPE_FAV_CHANNEL_INFO,
+                                  TYPE_CHANNEL_SELECT,
+                                  TYPE_EVENT_INFO,
+                                  TYPE_ACTIVE_WINDOW_INFO,
+                                  TYPE_UPDATE_EPG,
+                                  TYPE_INPUT_SRC,
+                                  TYPE_MULTIVIEW,
+                                  TYPE_PVR_REC_LIST_INFO,
+                                  TYPE_PVR_RMDR_EVENT,
+                                  TYPE_PVR_FILE_INFO,
+                                  TYPE_PVR_UI_STATUS,
+                                  TYPE_CBROWSER,
+                                  TYPE_CBROWSER_PB,
+                                  TYPE_CBROWSER_IMG,
+                                  TYPE_DLNA_DMP,
+                                  TYPE_DLNA_DMR,
+                                  TYPE_PUS,
+                                  TYPE_HBBTV,
+                                  TYPE_PORTAL,
+                                  TYPE_CECM_CFG};
   for (int type = 0; type <= 255; ++type) {
     if (settable.contains(type)) continue;
     EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("SET", "\"INDEX\":1,\"VALUE\":1")), -1) << type;
@@ -244,7 +262,8 @@ TEST_F(SetHook, OtherWords) {
 }
 
 TEST_F(SetHook, ToldOnceAtEveryFailure) {
-  for (const char* const text : {"", "{", "{}", "{\"PARAMETER\":{}}", "{\"PARAMETER\":5}", "{\"PARAMETER\":{\"REQUEST\":5}}"}) {
+  for (const char* const text :
+       {"", "{", "{}", "{\"PARAMETER\":{}}", "{\"PARAMETER\":5}", "{\"PARAMETER\":{\"REQUEST\":5}}"}) {
     EXPECT_EQ(set(made_up_uri(TYPE_VALUE), text), -1) << text;
     EXPECT_EQ(hook_statuses().size(), 1u) << text;
     EXPECT_EQ(handler_calls(), 0) << text;
@@ -264,11 +283,25 @@ class Query : public PluginTest {};
 
 TEST_F(Query, DecodedTypes) {
   const std::set<int> queried = {TYPE_TEXT, TYPE_INTEGER, TYPE_TIME, TYPE_BANNER_ITEM};
-  const std::set<int> brought_later = {
-      TYPE_CONFIG,    TYPE_LANG_STRING,   TYPE_CHANNEL_INFO,  TYPE_SATL_INFO,      TYPE_LOL_INFO,
-      TYPE_FAV_CHANNEL_INFO, TYPE_EVENT_INFO, TYPE_UPDATE_EPG, TYPE_INPUT_SRC,     TYPE_INPUT_DEV_INFO,
-      TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT, TYPE_PVR_FILE_INFO, TYPE_CBROWSER, TYPE_CBROWSER_PB,
-      TYPE_CBROWSER_IMG, TYPE_DLNA_DMP,   TYPE_DLNA_DMR,      TYPE_PUS};
+  const std::set<int> brought_later = {TYPE_CONFIG,
+                                       TYPE_LANG_STRING,
+                                       TYPE_CHANNEL_INFO,
+                                       TYPE_SATL_INFO,
+                                       TYPE_LOL_INFO,
+                                       TYPE_FAV_CHANNEL_INFO,
+                                       TYPE_EVENT_INFO,
+                                       TYPE_UPDATE_EPG,
+                                       TYPE_INPUT_SRC,
+                                       TYPE_INPUT_DEV_INFO,
+                                       TYPE_PVR_REC_LIST_INFO,
+                                       TYPE_PVR_RMDR_EVENT,
+                                       TYPE_PVR_FILE_INFO,
+                                       TYPE_CBROWSER,
+                                       TYPE_CBROWSER_PB,
+                                       TYPE_CBROWSER_IMG,
+                                       TYPE_DLNA_DMP,
+                                       TYPE_DLNA_DMR,
+                                       TYPE_PUS};
   int calls = 0;
   get_handler = [&calls](UINT16, void*) { return ++calls, 0; };
   for (int type = 0; type <= 255; ++type) {
@@ -277,9 +310,8 @@ TEST_F(Query, DecodedTypes) {
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     const int before = calls;
     INT32 ret = 99;
-    const std::string printed = printed_by([&] {
-      ret = a_dtv_jsp_get(uri.c_str(), R"({"PARAMETER":{"REQUEST":"QUERY","VALUE":"1"}})", response);
-    });
+    const std::string printed = printed_by(
+        [&] { ret = a_dtv_jsp_get(uri.c_str(), R"({"PARAMETER":{"REQUEST":"QUERY","VALUE":"1"}})", response); });
     if (queried.contains(type)) {
       EXPECT_EQ(ret, 0) << type;
       EXPECT_EQ(calls, before + 1) << type;

@@ -177,9 +177,7 @@ std::string printed_by(const std::function<void()>& action) {
   return std::regex_replace(testing::internal::GetCapturedStdout(), prefix, "<$1> ");
 }
 
-Json parse_json(std::string_view text) {
-  return {cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete};
-}
+Json parse_json(std::string_view text) { return {cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete}; }
 
 std::string print_json(const cJSON* json) {
   char* const text = cJSON_PrintUnformatted(json);

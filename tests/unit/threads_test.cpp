@@ -126,7 +126,8 @@ TEST_F(Threads, EverythingAtOnce) {
       [] { std::free(a_dtv_jsp_describe()); },
   });
   EXPECT_TRUE(failures.texts.empty()) << failures.texts.begin()->first;
-  volumes.expect_all_match(R"(\{"URI":"/tv/cast/volume/volume","STATUS":0,"ITEMS":\[\{"NAME":"Volume",.*"VALUE":17\}\]\})");
+  volumes.expect_all_match(
+      R"(\{"URI":"/tv/cast/volume/volume","STATUS":0,"ITEMS":\[\{"NAME":"Volume",.*"VALUE":17\}\]\})");
   mutes.expect_all_match(R"(\{"URI":"/tv/cast/volume/mute","STATUS":0,"ITEMS":\[\{"NAME":"Mute",.*"VALUE":0\}\]\})");
   volume_texts.expect_all_match(
       R"(\{"URI":"/tv/ws/notify/volume_ctrl","REQUEST":"NOTIFY","ITEMS":\[\{"volValue":\d+,"muteStatus":0\}\]\})");
@@ -209,7 +210,8 @@ TEST_F(Threads, TheLastTextIsNotLost) {
     EXPECT_TRUE(known.contains(text)) << text;
   }
   for (const auto& own : texts)
-    EXPECT_TRUE(std::is_sorted(own.begin(), own.end(), [&](const auto& a, const auto& b) { return known[a] < known[b]; }));
+    EXPECT_TRUE(
+        std::is_sorted(own.begin(), own.end(), [&](const auto& a, const auto& b) { return known[a] < known[b]; }));
 }
 
 }  // namespace
