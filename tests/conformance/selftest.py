@@ -184,6 +184,10 @@ def main():
         status, output = run(good, "--list-unexercised")
         check(status == 0 and "no case exercises URI /nobody" in output, "--list-unexercised: " + output)
 
+    usage = subprocess.run([RUNNER, "--help"], capture_output=True, text=True, timeout=60, check=False)
+    check(usage.returncode == 0 and usage.stdout.startswith("usage: ") and usage.stderr == "",
+          f"--help prints the usage on standard output: {usage}")
+
     after = {path for path in ("/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start", "/etc/brand_new") if os.path.lexists(path)}
     check(before == after, f"the machine was changed: {after - before}")
     for problem in problems:

@@ -37,7 +37,8 @@ constexpr const char* USAGE =
     "  --timeout SECONDS     for one case, beside its own delays (30)\n"
     "  --list-unexercised    names the platform functions and registry rows that no case used\n"
     "  --require-coverage    the same, and fails if there is one\n"
-    "  --coverage FILE       writes {\"functions\": {name: count}, \"uris\": {uri: count}}\n";
+    "  --coverage FILE       writes {\"functions\": {name: count}, \"uris\": {uri: count}}\n"
+    "  -h, --help            this text\n";
 
 struct Options {
   std::vector<std::string> paths;
@@ -45,6 +46,7 @@ struct Options {
   std::string plugin;
   std::string tap;
   std::string coverage;
+  bool help = false;
   bool verbose = false;
   bool list_unexercised = false;
   bool require_coverage = false;
@@ -76,6 +78,7 @@ bool parse_number(const char* text, int& ret_number) {
   return true;
 }
 
+// False, after a message, when the words are wrong.
 bool parse_options(int argc, char** argv, Options& ret_options) {
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
@@ -94,6 +97,9 @@ bool parse_options(int argc, char** argv, Options& ret_options) {
         return false;
       }
       if (text != nullptr) *text = value;
+    } else if (word == "-h" || word == "--help") {
+      ret_options.help = true;
+      return true;
     } else if (word == "-v" || word == "--verbose") {
       ret_options.verbose = true;
     } else if (word == "--list-unexercised") {
@@ -331,6 +337,7 @@ bool write_coverage(const std::string& path, const Coverage& coverage) {
 int main(int argc, char** argv) {
   Options options;
   if (!parse_options(argc, argv, options)) return 2;
+  if (options.help) return std::fputs(USAGE, stdout) < 0 || std::fflush(stdout) != 0 ? 2 : 0;
   const Libraries libraries = find_libraries(options);
   sigset_t child_ended;
   sigemptyset(&child_ended);
