@@ -9,9 +9,6 @@ namespace json = boost::json;
 
 namespace {
 
-// The longest that a command inside watch and trace is followed for what it causes, unless --for or --count says.
-constexpr std::chrono::milliseconds kAftermath{200};
-
 std::string quoted(std::string_view text) { return json::serialize(json::string(text)); }
 
 bool describe(Session& session, json::value& ret_description, Failure& ret_failure) {
@@ -90,10 +87,34 @@ int run_set(const Options& options, Session& session, Words words, Failure& ret_
   return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
 }
 
+// Where the television refused a command that its help does not list, the help's commands are those to choose from.
+void explain_unknown(Session& session, const std::string& name, Failure& failure) {
+  std::string answer;
+  Failure ignored;
+  json::value help;
+  if (!session.call("tv", R"({"words":["help"]})", answer, ignored) || !json_parse(answer, help)) return;
+  const json::value* const commands = help.is_object() ? help.get_object().if_contains("commands") : nullptr;
+  if (commands == nullptr || !commands->is_array()) return;
+  std::vector<std::string> names;
+  for (const json::value& row : commands->get_array()) {
+    const json::value* const listed = row.is_object() ? row.get_object().if_contains("name") : nullptr;
+    if (listed == nullptr || !listed->is_string()) return;
+    if (*listed == json::value(name)) return;
+    const std::string text(listed->get_string());
+    if (std::ranges::find(names, text) == names.end()) names.push_back(text);
+  }
+  if (std::ranges::find(names, "fault") == names.end()) return;  // without a tap the television has named them all
+  failure.text = "there is no command \"" + name + "\"; there are:";
+  for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
+}
+
 int run_tv(const Options& options, Session& session, Words words, Failure& ret_failure) {
   const json::object params{{"words", json::array(words.begin(), words.end())}};
   std::string answer;
-  if (!session.call("tv", json::serialize(params), answer, ret_failure)) return ret_failure.exit_code;
+  if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
+    if (ret_failure.exit_code == kExitRefused) explain_unknown(session, words[0], ret_failure);
+    return ret_failure.exit_code;
+  }
   json::value value;
   if (options.json) {
     print_line(answer);
@@ -128,6 +149,13 @@ bool is_on(const json::object& row, std::string_view key) {
   return value != nullptr && !value->is_null() && !(value->is_bool() && !value->get_bool());
 }
 
+// A list that comes out empty; it says so beside the results.
+void say_none(std::string_view what, Words words) {
+  std::string text = "dtvctl: there is no " + std::string(what);
+  for (const std::string& word : words) text += (&word == words.data() ? " with \"" : " and \"") + word + "\"";
+  std::fprintf(stderr, "%s\n", text.c_str());
+}
+
 int run_list(const Options& options, Session& session, Words words, Failure& ret_failure) {
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
@@ -137,6 +165,7 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
     return ret_failure.exit_code;
   }
   std::vector<Row> rows;
+  bool any = false;
   for (const json::value& value : uris->get_array()) {
     const json::object& row = value.as_object();
     std::string can;
@@ -148,13 +177,46 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
       return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
     });
     if (!wanted) continue;
+    any = true;
     if (options.json) {
       print_line(json::serialize(row));
     } else {
       rows.push_back(shown);
     }
   }
-  if (!options.json && !rows.empty()) print_table({"URI", "TYPE", "CAN", "ID"}, rows);
+  if (!rows.empty()) print_table({"URI", "TYPE", "CAN", "ID"}, rows);
+  if (!any) say_none("URI", words);
+  return kExitOk;
+}
+
+// The functions of the TV API, as the tap beside this program knows them: no set is needed.
+int run_functions(const Options& options, Session&, Words words, Failure& ret_failure) {
+  std::string text;
+  if (!contract_list(text, ret_failure)) return ret_failure.exit_code;
+  json::value list;
+  if (!json_parse(text, list) || !list.is_array()) {
+    ret_failure = {kExitProtocol, "the tap's list of functions is no JSON array"};
+    return ret_failure.exit_code;
+  }
+  std::vector<Row> rows;
+  bool any = false;
+  for (const json::value& value : list.get_array()) {
+    const json::object& row = value.as_object();
+    std::string parameters;
+    for (const json::value& name : row.at("params").as_array()) {
+      parameters += (parameters.empty() ? "" : ", ") + std::string(name.as_string());
+    }
+    const Row shown{cell(row, "name"), parameters};
+    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains(shown[0], word); })) continue;
+    any = true;
+    if (options.json) {
+      print_line(json::serialize(row));
+    } else {
+      rows.push_back(shown);
+    }
+  }
+  if (!rows.empty()) print_table({"FUNCTION", "PARAMETERS"}, rows);
+  if (!any) say_none("function", words);
   return kExitOk;
 }
 
@@ -176,42 +238,6 @@ std::string check_inner_command(Words words) {
   }
   const auto command = std::ranges::find(commands(), words[0], &Command::name);
   return command->check(words.subspan(1));
-}
-
-// Runs the command behind "--", then hands every notification of the method to print until the count or the time is
-// reached, or nobody reads any more.
-template <typename Print>
-int follow(const Options& options, Session& session, Words command, std::string_view method, Print print,
-           Failure& ret_failure) {
-  int result = kExitOk;
-  std::optional<Clock::time_point> until;
-  const auto limit = [&](auto duration) {
-    until = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
-  };
-  if (options.seconds) limit(std::chrono::duration<double>(*options.seconds));
-  if (!command.empty()) {
-    const auto inner = std::ranges::find(commands(), command[0], &Command::name);
-    std::FILE* const lines = output;  // they are for what follows; the command's own answer goes beside them
-    output = stderr;
-    result = inner->run(options, session, command.subspan(1), ret_failure);
-    output = lines;
-    if (result > kExitRefused) return result;
-    if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
-  }
-  for (std::int64_t printed = 0; !options.count || printed < *options.count;) {
-    Message message;
-    const Waited waited = session.wait(until, message, ret_failure);
-    if (waited == Waited::kTimeout) break;
-    if (waited == Waited::kFailed) return ret_failure.exit_code;
-    if (message.method == "overflow") {
-      const std::string dropped(json_member(message.params, "dropped").value_or("some"));
-      std::fprintf(stderr, "dtvctl: %s messages were dropped; this program reads too slowly\n", dropped.c_str());
-    } else if (message.method == method) {
-      if (!print(message.params)) break;
-      ++printed;
-    }
-  }
-  return result;
 }
 
 int run_watch(const Options& options, Session& session, Words words, Failure& ret_failure) {
@@ -323,19 +349,34 @@ constexpr Command kCommands[] = {
      .summary = "Lists URIs",
      .help =
          "Shows the URIs whose name, type, identifier or abilities (get, set, notify) contain every TEXT, in capitals\n"
-         "or not. With --json one object per line, as the set describes it.\n"
+         "or not. With --json one object per line, as the set describes it. Where none matches, standard error says\n"
+         "so, and the exit code is 0.\n"
          "\n"
          "  dtvctl list volume\n"
          "  dtvctl list notify\n",
      .passes_words = false,
      .run = run_list,
      .check = check_nothing},
+    {.name = "functions",
+     .arguments = "[TEXT...]",
+     .summary = "Lists the functions of the TV API",
+     .help =
+         "Shows the functions that trace may show and that tv fault takes, those whose name contains every TEXT. They\n"
+         "are read from the tap beside this program, without a host. With --json one object per line, as the tap\n"
+         "describes it.\n"
+         "\n"
+         "  dtvctl functions volctrl\n",
+     .passes_words = false,
+     .needs_set = false,
+     .run = run_functions,
+     .check = check_nothing},
     {.name = "trace",
      .arguments = "[-- COMMAND...]",
      .summary = "Shows the platform calls live",
      .help =
          "-> is a call of the TV API with its result, <- a callback of the platform. Runs until Ctrl-C, --count or\n"
-         "--for. With a command behind -- (get, set or tv) it shows what that command causes.\n"
+         "--for. With a command behind -- (get, set or tv) it shows what that command causes. Lines stand in the\n"
+         "order in which calls and callbacks began (their \"seq\"); a line waits up to 0.1 s for an earlier one.\n"
          "\n"
          "  dtvctl trace\n"
          "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
@@ -347,7 +388,7 @@ constexpr Command kCommands[] = {
      .summary = "Does to the virtual television what a viewer or the world does",
      .help =
          "The words go to the virtual television as they stand; \"dtvctl tv help\" lists its commands. Faults can be\n"
-         "set on any function of the TV API.\n"
+         "set on any function of the TV API; \"dtvctl functions\" lists them.\n"
          "\n"
          "  dtvctl tv volume up\n"
          "  dtvctl tv state\n"

@@ -1,6 +1,8 @@
 # bash completion for dtvctl: commands, options, URIs, the virtual television's commands and the TV API's functions.
 # What only a set can tell is asked from the running host, else from a set in a process of its own with a state folder
 # that is thrown away, and is kept for the next time.
+#
+# In a shell, or in ~/.bashrc: source cli/dtvctl.bash. "make install" puts it where bash finds it.
 
 _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, kept under NAME
   local kept="${XDG_CACHE_HOME:-$HOME/.cache}/dtvctl/$1" pattern=$2 answer folder
@@ -23,9 +25,9 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
 _dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list $1; }
 
 _dtvctl() {
-  local commands='get set watch list trace tv'
+  local commands='get set watch list functions trace tv'
   local options='--host --local --state --json --count --for --timeout --help --version'
-  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 i
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 inner='' i
 
   case $previous in
     --state) COMPREPLY=($(compgen -d -- "$current")); return ;;
@@ -33,18 +35,21 @@ _dtvctl() {
     --count | --for | --timeout) COMPREPLY=(); return ;;
   esac
 
-  # The command, and how many words of it stand before the cursor. Behind "--" another command begins.
+  # The command, and how many words of it stand before the cursor. Behind "--" in watch and trace another one begins;
+  # no word behind it is an option.
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
-      --) command='' first=0 ;;
-      --host | --state | --count | --for | --timeout) [[ $command == tv ]] || ((++i)) ;;
+      --)
+        if [[ -z $inner && $command == @(watch|trace) ]]; then commands='get set tv' command='' first=0; fi
+        inner=yes ;;
+      --host | --state | --count | --for | --timeout) [[ $command == tv || -n $inner ]] || ((++i)) ;;
       -*) ;;
       *) if [[ -z $command ]]; then command=${COMP_WORDS[i]} first=$i; fi ;;
     esac
   done
 
   if [[ $current == -* && $command != tv ]]; then
-    COMPREPLY=($(compgen -W "$options" -- "$current"))
+    [[ -z $inner ]] && COMPREPLY=($(compgen -W "$options" -- "$current"))
     return
   fi
   case $command in
@@ -57,7 +62,7 @@ _dtvctl() {
         2) case $previous in
              volume) COMPREPLY=($(compgen -W 'up down' -- "$current")) ;;
              mute) COMPREPLY=($(compgen -W 'on off toggle' -- "$current")) ;;
-             fault) COMPREPLY=($(compgen -W '--clear' -- "$current")) ;;
+             fault) COMPREPLY=($(compgen -W "--clear $(_dtvctl_ask functions '"name":"[^"]*"' functions)" -- "$current")) ;;
            esac ;;
         *) [[ ${COMP_WORDS[first+1]} == fault ]] &&
              COMPREPLY=($(compgen -W '--delay --fail --drop-callback --clear' -- "$current")) ;;

@@ -20,6 +20,7 @@ enum ExitCode : int {
   kExitUsage = 2,        // the command line is wrong
   kExitUnreachable = 3,  // no host, or with --local no set
   kExitProtocol = 4,     // the host, or the plugin, answered what cannot be used
+  kExitOutput = 5,       // the results could not be written
 };
 
 struct Failure {
@@ -64,6 +65,9 @@ struct Session {
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
 
+// The tap's list of the TV API's functions (see dtv_tap_list), from the tap's library alone.
+bool contract_list(std::string& ret_list, Failure& ret_failure);
+
 // ---- commands.cpp ----
 
 struct Command {
@@ -71,13 +75,24 @@ struct Command {
   std::string_view arguments;
   std::string_view summary;
   std::string_view help;
-  bool passes_words;  // what follows the name is not searched for options
+  bool passes_words;      // what follows the name is not searched for options
+  bool needs_set = true;  // false: run gets a session that is not open
   int (*run)(const Options& options, Session& session, Words words, Failure& ret_failure);
   // Says what is wrong with the words before anything is opened; an empty text: nothing.
   std::string (*check)(Words words);
 };
 
 std::span<const Command> commands();
+
+// ---- follow.cpp ----
+
+// Shows one message's parameters. False when nobody reads any more.
+using Print = std::function<bool(const std::string& params)>;
+
+// Runs the command behind "--", then hands every notification of the method to print until the count or the time is
+// reached, or print says that it is enough. Lines of a trace come in the order of their "seq"; Ctrl-C loses none.
+int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+           Failure& ret_failure);
 
 // ---- request.cpp: the "PARAMETER" object from the words of the command line ----
 
@@ -110,8 +125,11 @@ extern std::FILE* output;
 enum class Paint { kPlain, kTitle, kFaint, kError };
 std::string paint(Paint paint, std::string_view text, std::FILE* to);
 
-// Writes a line and hands it over at once. False when nobody reads any more.
+// Writes a line and hands it over at once. False when it, or an earlier one, could not be written.
 bool print_line(std::string_view line);
+
+// The first failed write's error number; 0: none.
+int output_error();
 
 using Row = std::vector<std::string>;
 void print_table(const Row& titles, std::span<const Row> rows);

@@ -1,5 +1,6 @@
 // The session in this process: plugin, tap and virtual television through the host's stack, with the answers that the
 // host would give.
+#include <dlfcn.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -147,6 +148,18 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
 }
 
 }  // namespace
+
+bool contract_list(std::string& ret_list, Failure& ret_failure) {
+  void* const tap = dlopen(stack_defaults().tap.c_str(), RTLD_NOW | RTLD_LOCAL);  // stays until the program ends
+  const auto list = tap == nullptr ? nullptr : reinterpret_cast<decltype(&dtv_tap_list)>(dlsym(tap, "dtv_tap_list"));
+  if (list == nullptr) {
+    ret_failure = {kExitUnreachable, std::string("cannot load the tap: ") + dlerror()};
+    return false;
+  }
+  const std::unique_ptr<char, decltype(&free)> text(list(), free);
+  ret_list = text == nullptr ? "" : text.get();
+  return true;
+}
 
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure) {
   // The plugin logs to standard output: that becomes standard error, so that results stay clean.

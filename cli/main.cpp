@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -70,11 +72,12 @@ constexpr OptionRow kOptions[] = {
 
 constexpr std::string_view kAfterOptions =
     "Exit codes: 0 done; 1 the set refused (a result other than 0); 2 wrong command line; 3 no host, or the local set\n"
-    "does not start; 4 an answer that cannot be used. Ctrl-C ends watch and trace.\n"
+    "does not start; 4 an answer that cannot be used; 5 the results could not be written.\n"
+    "Ctrl-C ends watch and trace.\n"
     "\n"
-    "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words; "
-    "all\n"
-    "words behind tv are the television's.\n"
+    "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words;\n"
+    "all words behind tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\";\n"
+    "\"make install\" puts that file where bash finds it.\n"
     "\n"
     "First steps:\n"
     "  make run                                   start a host with a virtual television\n"
@@ -84,25 +87,28 @@ constexpr std::string_view kAfterOptions =
     "  dtvctl watch /tv/ws/notify/volume_ctrl     be told of changes; in another shell:\n"
     "  dtvctl tv volume up                        press a key of the remote control\n";
 
+// Text that ends with a line feed.
+void print_text(std::string_view text) { print_line(text.substr(0, text.size() - 1)); }
+
 void print_help(const Command* command) {
   if (command != nullptr) {
-    std::printf("Usage: dtvctl [OPTIONS] %s %s\n\n%s.\n\n%s", command->name.data(), command->arguments.data(),
-                command->summary.data(), command->help.data());
+    print_text("Usage: dtvctl [OPTIONS] " + std::string(command->name) + " " + std::string(command->arguments) +
+               "\n\n" + std::string(command->summary) + ".\n\n" + std::string(command->help));
     return;
   }
   std::vector<Row> rows;
-  std::puts("Usage: dtvctl [OPTIONS] COMMAND ...\n\nReads and drives a television from a shell.\n\nCommands:");
+  print_text("Usage: dtvctl [OPTIONS] COMMAND ...\n\nReads and drives a television from a shell.\n\nCommands:\n");
   for (const Command& each : commands()) {
     rows.push_back({"  " + std::string(each.name) + " " + std::string(each.arguments), std::string(each.summary)});
   }
   print_table({}, rows);
   rows.clear();
-  std::puts("\nOptions:");
+  print_text("\nOptions:\n");
   for (const OptionRow& option : kOptions) {
     rows.push_back({"  " + std::string(option.name) + " " + std::string(option.argument), std::string(option.help)});
   }
   print_table({}, rows);
-  std::printf("\n\"dtvctl COMMAND --help\" tells more, with examples.\n\n%s", kAfterOptions.data());
+  print_text("\n\"dtvctl COMMAND --help\" tells more, with examples.\n\n" + std::string(kAfterOptions));
 }
 
 template <typename Table>
@@ -196,6 +202,17 @@ int complain(const Failure& failure) {
   return failure.exit_code;
 }
 
+// The exit code for a result whose text has been printed. A pipe that nobody reads ends the program as a pipe does.
+int finish(int result) {
+  const int error = output_error();
+  if (error == EPIPE) {
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+  }
+  return error == 0 ? result
+                    : complain({kExitOutput, std::string("cannot write the results: ") + std::strerror(error)});
+}
+
 }  // namespace
 
 int main(int count, char** values) {
@@ -205,10 +222,10 @@ int main(int count, char** values) {
   switch (parse({values + 1, values + count}, invocation, wrong)) {
     case Parsed::kHelp:
       print_help(invocation.command);
-      return kExitOk;
+      return finish(kExitOk);
     case Parsed::kVersion:
-      std::printf("dtvctl %s\n", DTV_VERSION);
-      return kExitOk;
+      print_line("dtvctl " DTV_VERSION);
+      return finish(kExitOk);
     case Parsed::kWrong: {
       const std::string command = invocation.command == nullptr ? "" : std::string(invocation.command->name) + ": ";
       return complain({kExitUsage, command + wrong});
@@ -220,11 +237,12 @@ int main(int count, char** values) {
     Session session;
     Failure failure;
     const auto open = invocation.options.local ? session_open_local : session_open_remote;
-    if (!open(invocation.options, session, failure)) return complain(failure);
+    const bool opens = invocation.command->needs_set;
+    if (opens && !open(invocation.options, session, failure)) return complain(failure);
     const int result = invocation.command->run(invocation.options, session, invocation.words, failure);
     if (!failure.text.empty()) complain(failure);
-    session.close();
-    return std::fflush(output) == 0 ? result : kExitProtocol;
+    if (opens) session.close();
+    return finish(result);
   } catch (const std::exception& unexpected) {  // without memory, or a description of another form than agreed
     return complain({kExitProtocol, std::string("an answer that cannot be used: ") + unexpected.what()});
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdlib>
 
@@ -14,6 +15,8 @@ namespace json = boost::json;
 std::FILE* output = stdout;
 
 namespace {
+
+int write_error = 0;  // of the first write that failed
 
 bool paints(std::FILE* to) {
   const char* const no_color = std::getenv("NO_COLOR");
@@ -114,7 +117,7 @@ void print_objects(std::span<const json::value> objects) {
     return;
   }
   for (const std::vector<Cell>& item : items) {
-    if (&item != &items.front()) std::fputc('\n', output);
+    if (&item != &items.front()) print_line("");
     std::vector<Row> lines;
     for (const Cell& cell : item) lines.push_back({cell.key, cell.value});
     print_table({}, lines);
@@ -130,10 +133,13 @@ std::string paint(Paint paint, std::string_view text, std::FILE* to) {
 }
 
 bool print_line(std::string_view line) {
-  std::fwrite(line.data(), 1, line.size(), output);
-  std::fputc('\n', output);
-  return std::fflush(output) == 0;
+  const bool written = std::fwrite(line.data(), 1, line.size(), output) == line.size() &&
+                       std::fputc('\n', output) != EOF && std::fflush(output) == 0;
+  if (!written && write_error == 0) write_error = errno;
+  return write_error == 0;
 }
+
+int output_error() { return write_error; }
 
 void print_table(const Row& titles, std::span<const Row> rows) {
   std::vector<std::size_t> widths;

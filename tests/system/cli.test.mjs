@@ -28,15 +28,15 @@ async function done(promise) {
 
 test('--help names every command, option and exit code', async () => {
   const text = await done(ctl(['--help']));
-  for (const word of ['get', 'set', 'watch', 'list', 'trace', 'tv', '--host', 'DTV_HOST', '--local', '--state', '--json', '--count', '--for', '--version', 'make run']) {
+  for (const word of ['get', 'set', 'watch', 'list', 'functions', 'trace', 'tv', '--host', 'DTV_HOST', '--local', '--state', '--json', '--count', '--for', '--version', 'make run', 'dtvctl.bash']) {
     assert.ok(text.includes(word), `${word} is missing`);
   }
-  for (const code of ['0', '1', '2', '3', '4']) assert.match(text, new RegExp(`Exit codes:[^]*\\b${code} `));
+  for (const code of ['0', '1', '2', '3', '4', '5']) assert.match(text, new RegExp(`Exit codes:[^]*\\b${code} `));
   assert.equal(await done(ctl(['-h'])), text);
 });
 
 test('each command has a help of its own, with an example', async () => {
-  for (const command of ['get', 'set', 'watch', 'list', 'trace', 'tv']) {
+  for (const command of ['get', 'set', 'watch', 'list', 'functions', 'trace', 'tv']) {
     const text = await done(ctl([command, '-h']));
     assert.match(text, new RegExp(`^Usage: dtvctl \\[OPTIONS\\] ${command} `));
     assert.match(text, new RegExp(`\n  dtvctl .*${command}`));
@@ -111,7 +111,7 @@ test('get and set: what the set refuses is exit code 1', async (t) => {
     [['set', '/tv/cast/volume/volum', '3'], /there is no URI .*nearest: \/tv\/cast\/volume\/volume/],
     [['set', '/tv/cast/volume/volum', '{"REQUEST":"MODIFY","VALUE":3}'], /there is no URI/],
     [['watch', '/tv/ws/notify/volume_ctr'], /there is no URI .*volume_ctrl/],
-    [['tv', 'dance'], /dance.*volume, mute, state, reset, help/],
+    [['tv', 'dance'], /dance.*volume, mute, state, reset, help, fault, faults\n/], // as "tv help" lists them
     [['tv', 'volume', 'loud'], /up, down or a number from 0 to 100/],
     [['tv', 'fault', 'no_function', '--fail'], /no_function/],
   ];
@@ -198,8 +198,10 @@ test('trace shows the calls and callbacks that a command causes', async (t) => {
   assert.equal(code, 0);
   const lines = stdout.trim().split('\n').map(JSON.parse);
   assert.equal(lines.length, 2);
-  const call = lines.find((line) => line.call === 'a_vextvapi_volctrl_setVolume');
-  const event = lines.find((line) => line.event === 'a_vextvapi_volctrl_reg_callback'); // may return before the call does
+  const [call, event] = lines; // the callback may return before the call that caused it
+  assert.equal(call.call, 'a_vextvapi_volctrl_setVolume');
+  assert.equal(event.event, 'a_vextvapi_volctrl_reg_callback');
+  assert.ok(call.seq < event.seq);
   assert.equal(call.ret, 0);
   assert.equal(event.in.pv_arg1, 33);
   assert.notEqual(call.thread, event.thread);
@@ -220,9 +222,56 @@ test('list finds URIs by name, type, identifier and ability', async (t) => {
   assert.deepEqual((await uris('VOLUME', 'notify')).map((row) => row.uri), [volumeNotify]);
   assert.ok((await uris('type_action')).every((row) => row.type === 'TYPE_ACTION'));
   assert.equal((await uris()).length, 402);
-  assert.deepEqual(await uris('no such thing'), []);
+  const none = await local(folder, 'list', 'volume', 'no such thing');
+  assert.deepEqual([none.code, none.stdout], [0, '']);
+  assert.match(none.stderr, /^dtvctl: there is no URI with "volume" and "no such thing"\n$/);
   const table = (await done(local(folder, 'list', volume))).split('\n')[0];
   assert.deepEqual(table.split(/ +/), ['URI', 'TYPE', 'CAN', 'ID']);
+});
+
+test('functions lists the TV API, without a set', async () => {
+  const functions = async (...words) => (await done(ctl(['--json', 'functions', ...words]))).trim().split('\n').map(JSON.parse);
+  const [setVolume, ...others] = await functions('volctrl', 'setvol');
+  assert.deepEqual(others, []);
+  assert.deepEqual([setVolume.name, setVolume.params], ['a_vextvapi_volctrl_setVolume', ['volume']]);
+  const names = (await functions()).map((row) => row.name);
+  assert.ok(names.includes('a_vextvapi_volctrl_reg_callback'));
+  assert.match(await done(ctl(['functions', 'setVolume'])), /^FUNCTION +PARAMETERS\na_vextvapi_volctrl_setVolume +volume\n$/);
+  const none = await ctl(['functions', 'nothing']);
+  assert.deepEqual([none.code, none.stdout], [0, '']);
+  assert.match(none.stderr, /no function with "nothing"/);
+});
+
+// Runs dtvctl with its output into a file or a pipe of the shell's.
+const shell = (script, ...words) => run('bash', ['-c', script, dtvctl, ...words]);
+
+test('results that cannot be written are exit code 5, with a message', async (t) => {
+  const folder = stateFolder(t);
+  const local = ['--local', '--state', folder];
+  for (const words of [
+    ['--help'],
+    ['get', '--help'],
+    ['--version'],
+    ['functions'],
+    [...local, 'list'],
+    [...local, '--json', 'get', volume],
+    [...local, 'set', volume, '30'],
+    [...local, 'watch', volumeNotify, '--count', '1', '--', 'tv', 'volume', 'up'],
+    [...local, 'trace', '--', 'get', volume],
+  ]) {
+    const { code, stderr } = await shell('"$0" "$@" >/dev/full', ...words);
+    assert.equal(code, 5, `${words.join(' ')}: ${stderr}`);
+    assert.match(stderr, /dtvctl: cannot write the results: No space left on device\n$/);
+  }
+});
+
+test('a pipe that nobody reads ends quietly', async (t) => {
+  // Its reader is gone before dtvctl begins. Ended by SIGPIPE, as every program of a pipe: 128 + 13.
+  const script = '{ sleep 0.2; "$0" "$@"; echo "code $?" >&2; } | true';
+  for (const words of [['--help'], ['--local', '--state', stateFolder(t), 'list']]) {
+    const { stderr } = await shell(script, ...words);
+    assert.equal(stderr.replace(/^bash: .*Broken pipe.*\n/m, ''), 'code 141\n', words.join(' '));
+  }
 });
 
 test('tv: the words go to the virtual television as they stand', async (t) => {
@@ -273,13 +322,23 @@ test('bash completes commands, options, URIs and the virtual television', async 
     assert.equal(stderr, '');
     return stdout.split('\n').filter(Boolean).sort();
   };
-  assert.deepEqual(await complete(''), ['get', 'list', 'set', 'trace', 'tv', 'watch']);
+  assert.deepEqual(await complete(''), ['functions', 'get', 'list', 'set', 'trace', 'tv', 'watch']);
   assert.deepEqual(await complete('t'), ['trace', 'tv']);
   assert.deepEqual(await complete('--j'), ['--json']);
   assert.deepEqual(await complete('get', '/tv/cast/volume/vol'), [volume, '/tv/cast/volume/volume_decrease', '/tv/cast/volume/volume_increase']);
   assert.deepEqual(await complete('--host', '127.0.0.1:1', 'watch', '/tv/ws/notify/vol'), [volumeNotify]);
-  assert.deepEqual(await complete('watch', volumeNotify, '--', ''), ['get', 'list', 'set', 'trace', 'tv', 'watch']);
+  // Behind "--" stands get, set or tv, and no option.
+  assert.deepEqual(await complete('watch', volumeNotify, '--', ''), ['get', 'set', 'tv']);
+  assert.deepEqual(await complete('trace', '--count', '1', '--', ''), ['get', 'set', 'tv']);
+  assert.deepEqual(await complete('trace', '--', '--j'), []);
+  assert.deepEqual(await complete('trace', '--', 'get', '/tv/cast/volume/m'), [mute]);
+  assert.deepEqual(await complete('trace', '--', 'tv', 'volume', ''), ['down', 'up']);
+  assert.deepEqual(await complete('set', volume, '--', ''), []);
   assert.deepEqual(await complete('tv', ''), ['fault', 'faults', 'help', 'mute', 'reset', 'state', 'volume']);
   assert.deepEqual(await complete('tv', 'volume', ''), ['down', 'up']);
+  const setVolume = 'a_vextvapi_volctrl_setVolume';
+  assert.deepEqual(await complete('tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
+  assert.deepEqual(await complete('trace', '--', 'tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
+  assert.deepEqual(await complete('tv', 'fault', '--'), ['--clear']);
   assert.deepEqual(await complete('tv', 'fault', 'f', '--d'), ['--delay', '--drop-callback']);
 });

@@ -85,9 +85,9 @@ test('trace shows the platform calls that another shell causes', async (t) => {
   }
   while (tracing.more() > 0) assert.equal(JSON.parse(await tracing.line()).call, 'a_vextvapi_volctrl_getVolume');
   await done(set.ctl('set', volume, '33'));
-  const lines = [JSON.parse(await tracing.line()), JSON.parse(await tracing.line())];
-  assert.deepEqual(lines.find((line) => line.call === 'a_vextvapi_volctrl_setVolume').in, { volume: 33 });
-  assert.equal(lines.find((line) => line.event === 'a_vextvapi_volctrl_reg_callback').in.pv_arg1, 33);
+  const [call, event] = [JSON.parse(await tracing.line()), JSON.parse(await tracing.line())];
+  assert.deepEqual([call.call, call.in], ['a_vextvapi_volctrl_setVolume', { volume: 33 }]);
+  assert.deepEqual([event.event, event.in.pv_arg1], ['a_vextvapi_volctrl_reg_callback', 33]);
   await tracing.stop();
 });
 

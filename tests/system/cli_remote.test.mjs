@@ -171,6 +171,73 @@ test('trace asks for it, and prints each line', async (t) => {
   );
 });
 
+// A trace line with its place in the order of beginnings.
+const begun = (seq) => `{"t":${seq * 10},"seq":${seq},"thread":1,"call":"f${seq}","in":{},"ret":0}`;
+const numbers = (stdout) => stdout.trim().split('\n').map((line) => JSON.parse(line).seq);
+
+// Answers the request for a trace, then sends groups of lines, one group every 20 ms.
+const traces = (t, ...groups) =>
+  fakeHost(t, async (request, send) => {
+    send(result(request.id, '{}'));
+    for (const group of groups) {
+      for (const seq of group) send(notification('trace', begun(seq)));
+      await new Promise((resolve) => setTimeout(resolve, 20));
+    }
+  });
+
+test('trace: lines stand in the order in which calls and callbacks began', async (t) => {
+  const host = await traces(t, [12, 11], [14, 15], [13], [16, 18, 17]);
+  const json = await ctl(['--host', host.address, '--json', 'trace', '--count', '8']);
+  assert.deepEqual(numbers(json.stdout), [11, 12, 13, 14, 15, 16, 17, 18]);
+  const readable = await ctl(['--host', host.address, 'trace', '--count', '8']);
+  assert.deepEqual(readable.stdout.match(/f\d+/g), ['f11', 'f12', 'f13', 'f14', 'f15', 'f16', 'f17', 'f18']);
+});
+
+test('trace: a call that does not return holds nothing up, and is shown when it does', async (t) => {
+  let last;
+  const host = await fakeHost(t, (request, send) => {
+    send(result(request.id, '{}'));
+    for (const seq of [1, 3, 4]) send(notification('trace', begun(seq)));
+    last = () => send(notification('trace', begun(2)));
+  });
+  const tracing = start(dtvctl, ['--host', host.address, '--json', 'trace', '--count', '4']);
+  for (const seq of [1, 3, 4]) assert.equal(JSON.parse(await tracing.line()).seq, seq);
+  last();
+  assert.equal(JSON.parse(await tracing.line()).seq, 2);
+  assert.equal((await tracing.ended).code, 0);
+});
+
+test('trace: the end loses no line, whatever ends it', async (t) => {
+  const counted = await ctl(['--host', (await traces(t, [9, 7])).address, '--json', 'trace', '--count', '2']);
+  assert.deepEqual(numbers(counted.stdout), [7, 9]);
+  const timed = await ctl(['--host', (await traces(t, [9, 7])).address, '--json', 'trace', '--for', '0.05']);
+  assert.equal(timed.code, 0);
+  assert.deepEqual(numbers(timed.stdout), [7, 9]);
+  for (const signal of ['SIGINT', 'SIGTERM']) {
+    let sent;
+    const all = new Promise((resolve) => (sent = resolve));
+    const host = await fakeHost(t, (request, send) => {
+      send(result(request.id, '{}'));
+      for (const seq of [9, 7]) send(notification('trace', begun(seq)));
+      sent();
+    });
+    const tracing = start(dtvctl, ['--host', host.address, '--json', 'trace']);
+    await all;
+    await new Promise((resolve) => setTimeout(resolve, 40)); // arrived, and still waiting for 8
+    const lines = [tracing.line(), tracing.line()];
+    assert.equal((await tracing.stop(signal)).code, signal);
+    assert.deepEqual((await Promise.all(lines)).map((line) => JSON.parse(line).seq), [7, 9]);
+  }
+  const lost = await fakeHost(t, (request, send, socket) => {
+    send(result(request.id, '{}'));
+    for (const seq of [9, 7]) send(notification('trace', begun(seq)));
+    setTimeout(() => socket.destroy(), 30);
+  });
+  const { code, stdout } = await ctl(['--host', lost.address, '--json', 'trace']);
+  assert.equal(code, 3);
+  assert.deepEqual(numbers(stdout), [7, 9]);
+});
+
 test('no host: exit code 3, and how to start one', async () => {
   const { code, stdout, stderr } = await ctl(['--host', '127.0.0.1:1', 'get', volume]);
   assert.equal(code, 3);

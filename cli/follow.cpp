@@ -1,0 +1,148 @@
+// Follows what a set tells of: the notifications of watch, the lines of trace.
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
+#include <csignal>
+#include <deque>
+#include <map>
+
+#include "dtvctl.h"
+
+namespace json = boost::json;
+
+namespace {
+
+// The longest that a command inside watch and trace is followed for what it causes, unless --for or --count says.
+constexpr std::chrono::milliseconds kAftermath{200};
+
+// How long a line waits for one that began before it. A call of the platform that takes longer is shown when it
+// returns, behind what began after it: what is live must not stand still for it.
+constexpr std::chrono::milliseconds kPatience{100};
+
+// Lines that wait for an earlier one. The tap writes a call's line as the call returns, often after the lines of what
+// the call caused; "seq" counts how they began, without a gap.
+struct Sorter {
+  struct Arrival {
+    Clock::time_point due;
+    std::uint64_t seq;
+  };
+  std::multimap<std::uint64_t, std::string> held;  // by seq; 0: stands in no order, and is due at once
+  std::deque<Arrival> arrivals;
+  std::uint64_t due = 0;  // lines up to this seq wait no longer
+};
+
+std::uint64_t sequence_of(const std::string& line) {
+  json::value seq;
+  const std::optional<std::string_view> text = json_member(line, "seq");
+  if (!text || !json_parse(*text, seq) || !seq.is_int64() || seq.get_int64() < 0) return 0;
+  return static_cast<std::uint64_t>(seq.get_int64());
+}
+
+void put(Sorter& sorter, std::uint64_t seq, std::string line) {
+  sorter.held.emplace(seq, std::move(line));
+  if (seq > sorter.due) sorter.arrivals.push_back({Clock::now() + kPatience, seq});
+}
+
+// The next line that is due; with all set, the next one.
+std::optional<std::string> take(Sorter& sorter, bool all) {
+  while (!sorter.arrivals.empty() && sorter.arrivals.front().due <= Clock::now()) {
+    sorter.due = std::max(sorter.due, sorter.arrivals.front().seq);
+    sorter.arrivals.pop_front();
+  }
+  const auto first = sorter.held.begin();
+  if (first == sorter.held.end() || (first->first > sorter.due && !all)) return std::nullopt;
+  std::string line = std::move(first->second);
+  // Nothing can begin between this line and its follower.
+  sorter.due = std::max(sorter.due, first->first + 1);
+  sorter.held.erase(first);
+  while (!sorter.arrivals.empty() && sorter.arrivals.front().seq < sorter.due) sorter.arrivals.pop_front();
+  return line;
+}
+
+// Ctrl-C (or what timeout sends) ends the program at once, unless lines are held: these are printed first.
+constexpr int kNone = 0;
+constexpr int kSome = -1;
+std::atomic<int> g_held{kNone};  // or the signal that came while lines were held
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler uses it");
+
+void end_by(int number) {
+  std::signal(number, SIG_DFL);
+  std::raise(number);
+}
+
+void on_signal(int number) {
+  int held = kSome;
+  if (!g_held.compare_exchange_strong(held, number)) end_by(number);
+}
+
+// Returns the signal that has come while lines were held; 0: none.
+int tell_held(bool some) {
+  int before = some ? kNone : kSome;
+  g_held.compare_exchange_strong(before, some ? kSome : kNone);
+  return before == kSome ? 0 : before;
+}
+
+void catch_signals() {
+  for (const int number : {SIGINT, SIGTERM}) {
+    // A shell has its background programs ignore Ctrl-C: so it stays.
+    if (std::signal(number, on_signal) == SIG_IGN) std::signal(number, SIG_IGN);
+  }
+}
+
+}  // namespace
+
+int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+           Failure& ret_failure) {
+  int result = kExitOk;
+  std::optional<Clock::time_point> until;
+  const auto limit = [&](auto duration) {
+    until = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
+  };
+  if (options.seconds) limit(std::chrono::duration<double>(*options.seconds));
+  if (!command.empty()) {
+    const auto inner = std::ranges::find(commands(), command[0], &Command::name);
+    std::FILE* const lines = output;  // they are for what follows; the command's own answer goes beside them
+    output = stderr;
+    result = inner->run(options, session, command.subspan(1), ret_failure);
+    output = lines;
+    if (result > kExitRefused) return result;
+    if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
+  }
+  Sorter sorter;
+  int signal = 0;  // that ends it
+  bool ended = false;
+  catch_signals();
+  for (std::int64_t printed = 0; !options.count || printed < *options.count;) {
+    if (const std::optional<std::string> line = take(sorter, ended); line) {
+      if (!print(*line)) break;
+      ++printed;
+      continue;
+    }
+    if (ended) break;
+    if (signal == 0) {
+      signal = tell_held(!sorter.held.empty());
+      if (signal != 0) until = Clock::now();
+    }
+    std::optional<Clock::time_point> wake = until;
+    if (!sorter.arrivals.empty())
+      wake = std::min(until.value_or(Clock::time_point::max()), sorter.arrivals.front().due);
+    Message message;
+    const Waited waited = session.wait(wake, message, ret_failure);
+    if (waited == Waited::kFailed) result = ret_failure.exit_code;
+    // What has arrived by the end is still shown; a set that never pauses must not keep it from coming.
+    const auto now = Clock::now();
+    ended = waited == Waited::kFailed ||
+            (until && now >= *until && (waited == Waited::kTimeout || now >= *until + kPatience));
+    if (waited != Waited::kMessage) continue;
+    if (message.method == "overflow") {
+      const std::string dropped(json_member(message.params, "dropped").value_or("some"));
+      std::fprintf(stderr, "dtvctl: %s messages were dropped; this program reads too slowly\n", dropped.c_str());
+    } else if (message.method == method) {
+      const std::uint64_t seq = method == "trace" ? sequence_of(message.params) : 0;
+      put(sorter, seq, std::move(message.params));
+    }
+  }
+  if (signal == 0) signal = tell_held(false);
+  if (signal != 0) end_by(signal);
+  return result;
+}
