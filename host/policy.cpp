@@ -53,6 +53,14 @@ bool split_authority(std::string_view text, std::string_view& ret_name, int& ret
   return true;
 }
 
+bool is_scheme(std::string_view text) {
+  return !text.empty() && text.front() >= 'a' && text.front() <= 'z' &&
+         text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789+-.") == std::string_view::npos;
+}
+
+// -1: the scheme has none that browsers leave out.
+int default_port(std::string_view scheme) { return scheme == "http" ? 80 : scheme == "https" ? 443 : -1; }
+
 bool names_this_host(const Policy& policy, std::string_view host) {
   std::string_view name;
   int port = 80;
@@ -82,6 +90,29 @@ bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& 
   }
   ret_policy.address = name;
   ret_policy.port = port;
+  return true;
+}
+
+bool policy_allow_origin(std::string_view text, Policy& ret_policy, std::string& ret_error) {
+  std::string origin = lower(text.ends_with('/') ? text.substr(0, text.size() - 1) : text);
+  const std::size_t scheme_end = origin.find("://");
+  const std::string_view scheme = std::string_view(origin).substr(0, scheme_end);
+  std::string_view name;
+  std::string_view authority;
+  int port = default_port(scheme);
+  if (scheme_end != std::string::npos) authority = std::string_view(origin).substr(scheme_end + 3);
+  const bool read = is_scheme(scheme) && authority.find_first_of("/?#@*\\ \t") == std::string_view::npos &&
+                    !authority.ends_with(':') && split_authority(authority, name, port) && !name.empty();
+  if (!read) {
+    ret_error = "\"" + std::string(text) +
+                "\" is no origin; give scheme, name and port of the page's address, such as "
+                "http://localhost:5173";
+    return false;
+  }
+  // Browsers leave the scheme's own port out.
+  if (port == default_port(scheme) && !authority.ends_with(']'))
+    if (const std::size_t colon = origin.rfind(':'); colon > scheme_end) origin.resize(colon);
+  ret_policy.allowed_origins.push_back(std::move(origin));
   return true;
 }
 

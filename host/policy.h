@@ -16,6 +16,9 @@ struct Policy {
 // Reads "ADDR:PORT", "[ADDR6]:PORT", ":PORT" or "PORT". Port 0 takes any free one.
 bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& ret_error);
 
+// Adds an origin, such as "http://localhost:5173", in the form in which browsers write it.
+bool policy_allow_origin(std::string_view text, Policy& ret_policy, std::string& ret_error);
+
 // How the listening address is written in a URL.
 std::string policy_authority(const Policy& policy);
 

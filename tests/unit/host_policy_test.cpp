@@ -60,6 +60,39 @@ TEST(Policy, ARefusalSaysWhatWouldHelp) {
             std::string::npos);
 }
 
+TEST(Policy, AllowsOriginsAsBrowsersWriteThem) {
+  struct Row {
+    const char* text;
+    const char* origin;
+  };
+  constexpr Row rows[] = {{"http://localhost:5173", "http://localhost:5173"},
+                          {"http://localhost:5173/", "http://localhost:5173"},
+                          {"HTTP://LocalHost:5173", "http://localhost:5173"},
+                          {"http://a.example:80", "http://a.example"},
+                          {"https://a.example:443/", "https://a.example"},
+                          {"https://a.example:80", "https://a.example:80"},
+                          {"http://a.example", "http://a.example"},
+                          {"http://[::1]", "http://[::1]"},
+                          {"http://[::1]:80", "http://[::1]"},
+                          {"chrome-extension://abc", "chrome-extension://abc"}};
+  for (const Row& row : rows) {
+    Policy policy{};
+    std::string error;
+    EXPECT_TRUE(policy_allow_origin(row.text, policy, error)) << row.text << ": " << error;
+    ASSERT_EQ(policy.allowed_origins.size(), 1u) << row.text;
+    EXPECT_TRUE(policy_is_foreign(policy, row.origin)) << row.text << ": " << policy.allowed_origins[0];
+  }
+  for (const char* text : {"", "/", "foo", "null", "*", "localhost:5173", "http:", "http://", "http:///", "://a",
+                           "http://a/b", "http://a//", "http://a?b", "http://u@a", "http://a:", "http://a:x",
+                           "http://a:65536", "http://*.a", "http://a b"}) {
+    Policy policy{};
+    std::string error;
+    EXPECT_FALSE(policy_allow_origin(text, policy, error)) << text;
+    EXPECT_NE(error.find("http://localhost:5173"), std::string::npos) << "says what one looks like";
+    EXPECT_TRUE(policy.allowed_origins.empty()) << "untouched";
+  }
+}
+
 TEST(Policy, ReadsWhereToListen) {
   struct Row {
     const char* text;
