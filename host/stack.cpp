@@ -40,8 +40,9 @@ std::string library_path(const fs::path& program, const char* name) {
 std::string state_folder() {
   if (const char* base = getenv("XDG_STATE_HOME"); base != nullptr && *base == '/')
     return fs::path(base) / "dtv_js_plugin";
-  const char* home = getenv("HOME");
-  return fs::path(home != nullptr && *home != '\0' ? home : "/tmp") / ".local/state/dtv_js_plugin";
+  if (const char* home = getenv("HOME"); home != nullptr && *home != '\0')
+    return fs::path(home) / ".local/state/dtv_js_plugin";
+  return {};  // no folder that anybody could foretell, as one below /tmp
 }
 
 // Text returned by one of the libraries, which their caller frees.
@@ -76,6 +77,10 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
       !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
     return false;
 
+  if (options.state_folder.empty()) {
+    ret_error = "no folder for the virtual television's state: HOME is not set; give one with --state";
+    return false;
+  }
   std::error_code failure;
   fs::create_directories(options.state_folder, failure);
   if (failure) {

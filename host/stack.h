@@ -13,7 +13,7 @@ struct StackOptions {
   std::string state_folder;   // where the virtual television keeps its state; made when missing
 };
 
-// The paths of the libraries as built or installed beside this program, and the XDG state folder.
+// The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).
 StackOptions stack_defaults();
 
 struct Stack {
