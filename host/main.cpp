@@ -3,8 +3,8 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -111,8 +111,8 @@ std::string take_option(int number, const char* value, Options& options) {
       policy_read_listen(value, options.server.policy, wrong);
       return wrong;
     case option_allow_origin:
-      options.server.policy.allowed_origins.emplace_back(value);
-      return {};
+      policy_allow_origin(value, options.server.policy, wrong);
+      return wrong;
     case option_web:
       options.server.web_folder = value;
       return {};
@@ -169,16 +169,26 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
   return 2;
 }
 
-// On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, or the
-// signal comes again, the process ends without it; nothing is lost, since the television's state is on disk.
+// On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
+// process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
+// wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
 void wait_for_signal(Server& server, const sigset_t& signals) {
+  using namespace std::chrono;
+  constexpr milliseconds patience = 5s;
+  constexpr milliseconds burst = 1s;
   int number = 0;
   sigwait(&signals, &number);
+  const auto begin = steady_clock::now();
   server_stop(server);
-  const timespec patience = {.tv_sec = 5, .tv_nsec = 0};
-  while (sigtimedwait(&signals, nullptr, &patience) < 0 && errno == EINTR)
-    continue;  // a debugger's doing, not a signal
-  fputs("dtv-host: a platform call does not return; leaving without it\n", stderr);
+  const char* reason = "a platform call does not return; leaving without it";
+  for (auto left = patience; left > 0ms; left = patience - duration_cast<milliseconds>(steady_clock::now() - begin)) {
+    const timespec wait = {.tv_sec = left.count() / 1000, .tv_nsec = left.count() % 1000 * 1'000'000};
+    if (sigtimedwait(&signals, nullptr, &wait) < 0) continue;  // time is up, or a debugger's doing
+    if (steady_clock::now() - begin < burst) continue;
+    reason = "told again to stop; leaving without waiting for a platform call";
+    break;
+  }
+  fprintf(stderr, "dtv-host: %s\n", reason);
   _exit(0);
 }
 

@@ -264,6 +264,39 @@ for (const signal of ['SIGINT', 'SIGTERM'])
     assert.doesNotMatch(output, /ERROR|leaving without/);
   });
 
+test('a signal that comes twice is one wish', async (t) => {
+  for (const pause of [0, 1, 3, 10]) {
+    const host = await startHost(t);
+    const client = await connect(t, host);
+    host.child.kill('SIGINT');
+    if (pause > 0) await sleep(pause);
+    host.child.kill('SIGINT');
+    const { code, output } = await within(host.ended, 'end of the host');
+    assert.equal(code, 0);
+    assert.equal(await client.closed(), 1001);
+    assert.doesNotMatch(output, /leaving without/);
+  }
+});
+
+test('twice during a slow call waits for it as well; again later on does not', async (t) => {
+  const host = await startHost(t, [], { env: { TSAN_OPTIONS: `${process.env.TSAN_OPTIONS ?? ''} report_thread_leaks=0` } });
+  const client = await connect(t, host);
+  await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });
+  client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
+  await sleep(100);
+  const begun = performance.now();
+  host.child.kill('SIGINT');
+  await sleep(20);
+  host.child.kill('SIGINT');
+  await sleep(1500);
+  assert.equal(host.child.exitCode, null);
+  const { code, output } = await host.stop('SIGINT');
+  assert.equal(code, 0, output);
+  assert.match(output, /told again to stop/);
+  assert.doesNotMatch(output, /does not return/);
+  assert.ok(performance.now() - begun < 4500);
+});
+
 test('stopping during a slow call waits for it', async (t) => {
   const host = await startHost(t);
   const client = await connect(t, host);
@@ -304,7 +337,7 @@ test('a port that is taken is said to be', async (t) => {
 });
 
 test('options that are wrong, and what is missing', (t) => {
-  for (const args of [['--no-such-option'], ['--listen'], ['--listen', 'nowhere'], ['--max-connections', 'many'], ['--max-message', '0'], ['left over']]) {
+  for (const args of [['--no-such-option'], ['--listen'], ['--listen', 'nowhere'], ['--allow-origin', 'foo'], ['--max-connections', 'many'], ['--max-message', '0'], ['left over']]) {
     const { status, stderr } = tryHost(t, args);
     assert.equal(status, 2, args.join(' '));
     assert.ok(stderr.length > 0);
@@ -314,6 +347,10 @@ test('options that are wrong, and what is missing', (t) => {
     assert.equal(status, 1, option);
     assert.match(stderr, new RegExp(`${option.slice(2)}.*/nonexistent/lib.so`));
   }
+  const { HOME, XDG_STATE_HOME, ...homeless } = process.env;
+  const { status, stderr } = spawnSync(dtvHost, ['--listen', '127.0.0.1:0'], { encoding: 'utf8', timeout: 60_000, env: homeless });
+  assert.equal(status, 1);
+  assert.match(stderr, /HOME.*--state/);
   const help = tryHost(t, ['--help']);
   assert.equal(help.status, 0);
   for (const option of ['--listen', '--allow-origin', '--web', '--state', '--plugin', '--platform', '--tap', '--no-tap', '--quiet']) assert.match(help.stdout, new RegExp(option));
