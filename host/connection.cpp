@@ -98,6 +98,29 @@ std::string method_of(lws* wsi) {
   return "the method";
 }
 
+// The first word of a request is no method that the socket library knows.
+void on_unknown_method(lws* wsi) {
+  HttpAnswer answer = http_error(405, "the method is not served here, but GET, PUT and POST are");
+  answer.allow = "GET, PUT, POST";
+  server_last_word(lws_get_socket_fd(wsi), answer);
+}
+
+// The connection is about to be closed: what came on it without becoming a request is told why.
+void on_leaving(const Server& server, lws* wsi) {
+  const int socket = lws_get_socket_fd(wsi);
+  const Client* client = client_of(wsi);
+  if (client != nullptr && client->websocket) return;
+  // The end of the client's stream counts as one byte.
+  const std::uint64_t nothing = (client != nullptr ? client->heard : 0) + 1;
+  if (server_received(socket) <= nothing || server.stopping.load()) return;
+  if (client != nullptr && client->reading)
+    server_last_word(socket, http_error(408, "the body did not come whole"));
+  else
+    server_last_word(socket, http_error(400,
+                                        "the headers did not end, or have a name that this server cannot read, "
+                                        "such as one of a single letter"));
+}
+
 // What speaks against a request, whatever it wants; status 0: nothing.
 HttpAnswer refusal(const Server& server, const std::string& host, const std::string& origin) {
   if (std::string reason = policy_refuses(server.options.policy, host, origin); !reason.empty())
@@ -138,6 +161,7 @@ int on_http(Server& server, lws* wsi, std::string_view path) {
   client.answer = {};
   client.request = {.method = method_of(wsi), .path = std::string(path), .host = header(wsi, WSI_TOKEN_HOST)};
   client.origin = header(wsi, WSI_TOKEN_ORIGIN);
+  client.heard = server_received(lws_get_socket_fd(wsi));
   read_parameter(wsi, client.request);
 
   std::size_t length = 0;
@@ -148,7 +172,11 @@ int on_http(Server& server, lws* wsi, std::string_view path) {
     refused = http_error(411, "send the body with a Content-Length");
   if (refused.status == 0 && length > server.options.max_message)
     refused = http_error(413, "a message may have " + std::to_string(server.options.max_message) + " bytes");
-  if (length > longest_refused) return -1;
+  if (length > longest_refused) {
+    if (refused.status == 0) refused = http_error(413, "the body is too long");
+    server_last_word(lws_get_socket_fd(wsi), refused);
+    return -1;
+  }
 
   client.reading = length > 0;
   if (refused.status != 0) {
@@ -169,6 +197,7 @@ void on_body(const Server& server, Client& client, std::string_view piece) {
 void on_body_end(Server& server, Client& client) {
   if (!client.reading) return;
   client.reading = false;
+  client.heard = server_received(lws_get_socket_fd(client.wsi));
   if (client.answer.status != 0)
     lws_callback_on_writable(client.wsi);
   else
@@ -193,6 +222,7 @@ int on_upgrade(Server& server, lws* wsi, std::string_view protocol) {
   if (refused.status == 0 && protocol != "websocket")
     refused = http_error(400, "this server speaks HTTP/1.1 and WebSocket");
   if (refused.status == 0 && path != "/jsonrpc") refused = http_error(404, "WebSocket connections are at /jsonrpc");
+  make_client(server, wsi).heard = server_received(lws_get_socket_fd(wsi));
   if (refused.status == 0) return 0;
   return write_answer(server, wsi, refused, origin) ? 1 : -1;
 }
@@ -242,6 +272,13 @@ int server_callback(lws* wsi, lws_callback_reasons reason, void*, void* in, std:
       --server_of(wsi).connections;
       forget_client(server_of(wsi), wsi);
       return 0;
+
+    case LWS_CALLBACK_CLOSED_HTTP:
+      on_leaving(server_of(wsi), wsi);
+      return 0;
+    case LWS_CALLBACK_RAW_RX:
+      on_unknown_method(wsi);
+      return -1;
 
     case LWS_CALLBACK_HTTP:
       return on_http(server_of(wsi), wsi, text);

@@ -119,10 +119,15 @@ bool server_start(Server& server, const ServerOptions& options, const Stack& sta
   info.max_http_header_data = server_header_bytes;
   info.keepalive_timeout = 30;
   info.timeout_secs = 20;
+  info.timeout_secs_ah_idle = 3;  // for the headers, from their first byte on
   info.ka_time = 30;
   info.ka_probes = 3;
   info.ka_interval = 5;
-  info.options = LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND | LWS_SERVER_OPTION_SKIP_SERVER_CANONICAL_NAME;
+  // What does not begin with a known method is handed over as it is.
+  info.listen_accept_role = "raw-skt";
+  info.listen_accept_protocol = protocols[0].name;
+  info.options = LWS_SERVER_OPTION_FALLBACK_TO_APPLY_LISTEN_ACCEPT_CONFIG | LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND |
+                 LWS_SERVER_OPTION_SKIP_SERVER_CANONICAL_NAME;
   if (policy.address.find(':') == std::string::npos) info.options |= LWS_SERVER_OPTION_DISABLE_IPV6;
 
   static int bind_errno;

@@ -61,8 +61,9 @@ struct Client {
 
   HttpRequest request;
   std::string origin;
-  HttpAnswer answer;     // status 0: not yet
-  bool reading = false;  // the body is still to come
+  HttpAnswer answer;        // status 0: not yet
+  bool reading = false;     // the body is still to come
+  std::uint64_t heard = 0;  // bytes of the connection until the last whole headers or body
 };
 
 struct Server {
@@ -118,3 +119,7 @@ void server_mark(Server& server, Client& client);  // has something to send
 void server_flush(Server& server, Client& client);
 void server_pace(Client& client);  // stops or resumes reading
 void server_answer(Server& server, Client& client, HttpAnswer answer);
+
+// last_word.cpp: answers past the socket library, on a connection that ends with them.
+std::uint64_t server_received(int socket);  // bytes so far
+void server_last_word(int socket, const HttpAnswer& answer);

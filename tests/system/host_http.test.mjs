@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { connect, dial, folder, modify, mute, post, request, startHost, valueOf, volume } from './host_support.mjs';
+import { connect, dial, folder, modify, mute, post, request, sleep, slowCall, startHost, valueOf, volume } from './host_support.mjs';
 
 const set = (host, value, options = {}) => request(host, 'PUT', volume, { body: JSON.stringify(modify(value)), ...options });
 const get = (host, options = {}) => request(host, 'GET', volume, options);
@@ -57,8 +57,20 @@ test('what is wrong with a request', async (t) => {
     assert.equal(answer.status, 405, method);
     assert.equal(answer.headers.allow, 'GET, PUT', method);
   }
+  for (const method of ['TRACE', 'PROPFIND', 'FOO']) {
+    const line = await dial(t, host);
+    line.socket.write(`${method} ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
+    await line.closed();
+    const [head, text] = line.received().toString().split('\r\n\r\n');
+    assert.match(head, /^HTTP\/1\.1 405 /, method);
+    assert.match(head, /\r\nallow: GET, PUT/, method);
+    assert.match(JSON.parse(text).error, /GET, PUT/, method);
+  }
   assert.equal((await request(host, 'GET', '/jsonrpc')).status, 405);
   assert.equal((await set(host, 'x'.repeat(60000))).status, 413);
+  const huge = await dial(t, host);
+  huge.socket.write(`PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: 1000000000\r\n\r\nx`);
+  await huge.until((bytes) => bytes.toString().startsWith('HTTP/1.1 413 '), 'answer to a huge body');
   const chunked = await request(host, 'PUT', volume, { headers: { 'Transfer-Encoding': 'chunked' }, body: '{}' }).catch((error) => error);
   assert.ok(chunked.status === 411 || chunked.code === 'ECONNRESET', `${chunked.status ?? chunked.code}`);
   assert.equal((await get(host)).status, 200);
@@ -175,6 +187,54 @@ test('malformed HTTP is answered or closed, and harms nobody else', async (t) =>
     await line.closed();
   }
   assert.equal(valueOf({ response: (await get(host)).json }), 20);
+});
+
+// Names with which a name that the parser knows begins leave it waiting; it is not waited with.
+test('headers that do not end are answered', async (t) => {
+  const host = await startHost(t);
+  for (const name of ['X', 'h', 'Ho', 'X-']) {
+    const begun = performance.now();
+    const line = await dial(t, host);
+    line.socket.write(`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n${name}: a\r\n\r\n`);
+    await line.closed();
+    const [head, body] = line.received().toString().split('\r\n\r\n');
+    assert.match(head, /^HTTP\/1\.1 400 /, name);
+    assert.match(JSON.parse(body).error, /headers/);
+    assert.ok(performance.now() - begun < 8000, `${name}: ${performance.now() - begun} ms`);
+  }
+  assert.equal((await get(host, { headers: { q: 'a', 'X-Foo': 'a' } })).status, 200);
+  // What was answered is not answered again when the client ends.
+  for (const text of [`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`, `GET /no HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n`]) {
+    const line = await dial(t, host);
+    line.socket.write(text);
+    await line.until((bytes) => bytes.includes('\r\n\r\n{'), 'answer');
+    line.socket.end();
+    await line.closed();
+    assert.equal(line.received().toString().split('HTTP/1.').length, 2, line.received().toString());
+  }
+  // A connection on which nothing was asked is not answered.
+  const silent = await dial(t, host);
+  const kept = await dial(t, host);
+  kept.socket.write(`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
+  await kept.until((bytes) => bytes.includes('"VALUE"'), 'answer');
+  await sleep(5000);
+  assert.equal(silent.received().length, 0);
+  assert.equal(kept.received().toString().split('HTTP/1.1').length, 2);
+  kept.socket.write(`GET ${mute} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
+  await kept.until((bytes) => bytes.includes('"Mute"'), 'answer after a pause');
+});
+
+test('a body and an answer may take longer than headers', async (t) => {
+  const host = await startHost(t);
+  const line = await dial(t, host);
+  const body = JSON.stringify(modify(44));
+  line.socket.write(`PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: ${body.length}\r\n\r\n${body.slice(0, 5)}`);
+  await sleep(5000);
+  line.socket.write(body.slice(5));
+  await line.until((bytes) => bytes.includes('{"ret":0}'), 'answer');
+  const tv = await connect(t, host);
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '5000'] });
+  assert.equal((await get(host)).json.ITEMS[0].VALUE, 44);
 });
 
 test('connections beyond the maximum are told so', async (t) => {
