@@ -12,8 +12,8 @@ struct CatalogueRow {
 };
 
 struct Catalogue {
-  std::string description;        // the plugin's own text, for the method "list"
-  std::vector<std::string> uris;  // each once, in the plugin's order
+  std::string description;                                  // the plugin's own text, for the method "list"
+  std::vector<std::string> uris;                            // each once, in the plugin's order
   std::unordered_map<std::string_view, CatalogueRow> rows;  // by URI; views into uris
 };
 

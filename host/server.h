@@ -90,7 +90,7 @@ struct Server {
   std::atomic<bool> event{false};  // a platform callback has returned: listener buffers may be filled
   std::atomic<bool> stopping{false};
   std::atomic<bool> stop_told{false};  // server_stop is through with the context
-  std::vector<std::thread> threads;  // those that stand by
+  std::vector<std::thread> threads;    // those that stand by
 };
 
 // Listens. Returns false with a message; the port that was taken stands in options.policy afterwards.

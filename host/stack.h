@@ -7,10 +7,10 @@
 #include "dtv_tap.h"
 
 struct StackOptions {
-  std::string plugin;         // path of libdtv_js_plugin.so
-  std::string tap;            // path of libdtv_tap.so; empty: no tap in front of the platform
-  std::string platform;       // path of the platform's library, for example libdtv_tv.so
-  std::string state_folder;   // where the virtual television keeps its state; made when missing
+  std::string plugin;        // path of libdtv_js_plugin.so
+  std::string tap;           // path of libdtv_tap.so; empty: no tap in front of the platform
+  std::string platform;      // path of the platform's library, for example libdtv_tv.so
+  std::string state_folder;  // where the virtual television keeps its state; made when missing
 };
 
 // The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).

@@ -77,10 +77,11 @@ void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "fetch"));
   use_uri(session, uri);
   const cJSON* stated = member(step, "length");
-  const auto length = stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE)
-                                        : static_cast<std::int32_t>(number_of(stated));
+  const auto length =
+      stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE) : static_cast<std::int32_t>(number_of(stated));
   // No pending text is as long as the largest lengths that a case may claim.
-  const std::size_t size = std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
+  const std::size_t size =
+      std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(size);
   outcome.ret = session.fetch(uri, outcome.buffer.empty() ? nullptr : outcome.buffer.data(), length);
 }
