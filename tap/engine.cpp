@@ -37,7 +37,7 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   const Json json(value_to_json(*counter->type, value));
   Integer count;
   if (!json_to_integer(json.get(), count) || count.negative) return 0;
-  return std::min<std::uint64_t>(room, count.bits);
+  return static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
 cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
