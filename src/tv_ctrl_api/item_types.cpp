@@ -118,7 +118,7 @@ static const ItemType item_types[] = {
      .allocated_size = sizeof(T_USB_DETECT_NOTIFY),
      .fields = usb_detect_notify_fields,
      .notify = queued("_json_print_usb_detect_notify")},
-    {.type = TYPE_INPUT_DEV_INFO, .record_size = sizeof(T_VALUE), .allocated_size = sizeof(T_VALUE)},
+    {.type = TYPE_INPUT_DEV_INFO, .allocated_size = sizeof(T_VALUE)},
     {.type = TYPE_CHANNEL_INFO_NOTIFY,
      .record_size = sizeof(T_CHANNEL_LIST_NOTIFY),
      .fields = channel_info_notify_fields,
@@ -134,7 +134,6 @@ static const ItemType item_types[] = {
      .fields = active_window_time_notify_fields,
      .notify = queued("_json_print_active_window_time_notify")},
     {.type = TYPE_CHANNEL_SELECT,
-     .record_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
      .allocated_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},  // shared with the active window's time
     {.type = TYPE_CONFIG_UPDATE_NOTIFY,
      .record_size = sizeof(T_CONFIG_NOTIFY),

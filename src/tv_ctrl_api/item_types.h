@@ -23,7 +23,7 @@ struct NotifyRule {
 
 struct ItemType {
   UINT8 type;
-  UINT32 record_size;           // of the record that the content buffer holds
+  UINT32 record_size = 0;       // of the record that the content buffer holds; 0: the record is not defined yet
   UINT32 allocated_size = 0;    // of a record made by tv_ctrl_malloc_content; 0: none is made
   const char* error_word = "";  // in "error: parse ... param!"
   const char* renderer = "";    // operation that messages of the response's rendering name

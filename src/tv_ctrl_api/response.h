@@ -4,7 +4,6 @@
 #include <cjson/cJSON.h>
 
 #include <mutex>
-#include <span>
 
 #include "tv_ctrl_main.h"
 
