@@ -51,8 +51,8 @@ typedef struct {
  * all. Returns 0, or -1 for a name that is not in the contract. */
 DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t* fault);
 
-/* Lists the contract: a JSON array of {"name", "params", "kinds", "types": [...] in the function's order, "callback": the
- * callback's parameter names | null, "fault": {...} | null}. */
+/* Lists the contract: a JSON array of {"name", "params", "kinds", "types": [...] in the function's order, "callback":
+ * the callback's parameter names | null, "fault": {...} | null}. */
 DTV_TAP_EXPORT char* dtv_tap_list(void);
 
 /* Answers every call from a script, a JSON array in the form of the conformance cases' "platform", instead of

@@ -299,8 +299,7 @@ TEST_F(TapTest, a_wrong_recording_is_refused_with_its_line) {
   EXPECT_NE(replay_error("{\"call\":\"demo_set\",\"in\":{}}\n{").find("line 2"), std::string::npos);
   EXPECT_NE(replay_error("{\"call\":\"demo_sit\"}").find("demo_sit"), std::string::npos);
   EXPECT_NE(replay_error("{\"t\":1}").find("neither"), std::string::npos);
-  EXPECT_NE(replay_error("{\"call\":\"demo_get_number\",\"out\":{\"number\":[]}}").find("number"),
-            std::string::npos);
+  EXPECT_NE(replay_error("{\"call\":\"demo_get_number\",\"out\":{\"number\":[]}}").find("number"), std::string::npos);
 }
 
 TEST_F(TapTest, order_thread_and_duration_stand_in_a_line) {

@@ -1,0 +1,63 @@
+#!/usr/bin/env python3
+"""Checks that every C and C++ file is laid out as .clang-format says.
+
+usage: tests/check_format.py [--selftest]
+
+A table whose layout is deliberate says "clang-format off" itself. Prints each place that differs and ends with
+"N passed, N failed"; one file is one test. `clang-format -i FILE` puts a file right.
+--selftest checks the check: a made-up file is refused, and accepted after clang-format laid it out.
+"""
+
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+SOURCES = ["*.c", "*.cpp", "*.h", "*.def"]
+
+
+def tracked(patterns):
+    listed = subprocess.run(["git", "ls-files", "-z", "--", *patterns], cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True)
+    return [ROOT / name for name in listed.stdout.split("\0") if name and (ROOT / name).is_file()]
+
+
+def complaint(file):
+    """What clang-format says against the file's layout, an empty text when nothing."""
+    # The style is named: a file outside of the project, as the self-test's, is to have the project's too.
+    checked = subprocess.run(["clang-format", f"--style=file:{ROOT}/.clang-format", "--dry-run", "-Werror", file],
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return checked.stdout or (f"{file}: clang-format exits with {checked.returncode}\n" if checked.returncode else "")
+
+
+def selftest():
+    """(passed, failed). The texts are right but for the width of the first, the indent of the second."""
+    wrong = ["int a = " + " + ".join(["1000"] * 17) + ";\n", "int f() {\n    return 1;\n}\n", "int  a;\n"]
+    right = ["int a = " + " + ".join(["1000"] * 16) + ";\n", "int f() { return 1; }\n", "// clang-format off\nint  a;\n"]
+    results = []
+    with tempfile.TemporaryDirectory() as folder:
+        file = Path(folder) / "a.cpp"
+        for text, expected in [(text, True) for text in wrong] + [(text, False) for text in right]:
+            file.write_text(text, encoding="utf-8")
+            results.append(bool(complaint(file)) == expected)
+            if not results[-1]:
+                print(f"{text!r}: expected {'a complaint' if expected else 'none'}")
+    return results.count(True), results.count(False)
+
+
+def main():
+    if sys.argv[1:] == ["--selftest"]:
+        passed, failed = selftest()
+    elif sys.argv[1:]:
+        print(__doc__)
+        return 2
+    else:
+        complaints = [complaint(file) for file in tracked(SOURCES)]
+        print("".join(complaints), end="")
+        passed, failed = sum(not text for text in complaints), sum(bool(text) for text in complaints)
+    print(f"{passed} passed, {failed} failed")
+    return 1 if failed or not passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
