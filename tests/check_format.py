@@ -18,7 +18,8 @@ SOURCES = ["*.c", "*.cpp", "*.h", "*.def"]
 
 
 def tracked(patterns):
-    listed = subprocess.run(["git", "ls-files", "-z", "--", *patterns], cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True)
+    command = ["git", "ls-files", "-z", "--", *patterns]
+    listed = subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True)
     return [ROOT / name for name in listed.stdout.split("\0") if name and (ROOT / name).is_file()]
 
 
@@ -33,7 +34,8 @@ def complaint(file):
 def selftest():
     """(passed, failed). The texts are right but for the width of the first, the indent of the second."""
     wrong = ["int a = " + " + ".join(["1000"] * 17) + ";\n", "int f() {\n    return 1;\n}\n", "int  a;\n"]
-    right = ["int a = " + " + ".join(["1000"] * 16) + ";\n", "int f() { return 1; }\n", "// clang-format off\nint  a;\n"]
+    right = ["int a = " + " + ".join(["1000"] * 16) + ";\n", "int f() { return 1; }\n",
+             "// clang-format off\nint  a;\n"]
     results = []
     with tempfile.TemporaryDirectory() as folder:
         file = Path(folder) / "a.cpp"
