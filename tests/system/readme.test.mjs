@@ -1,0 +1,175 @@
+// Does what README.md says, in its order, as a reader would: its code blocks are run as they stand there, but for the
+// address and the build folder. What this test does not know how to run fails.
+import assert from 'node:assert/strict';
+import { readFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { test } from 'node:test';
+import vm from 'node:vm';
+import WebSocket from 'ws';
+import { dtvctl, run, start } from './cli_support.mjs';
+import { build, connect, dtvHost, root, sleep, startHost, valueOf, within } from './host_support.mjs';
+
+const readme = readFileSync(join(root, 'README.md'), 'utf8');
+const blocks = [...readme.matchAll(/^```(\w*)\n(.*?)^```$/gms)].map(([whole, language, text]) => ({
+  language,
+  text,
+  line: readme.slice(0, readme.indexOf(whole)).split('\n').length,
+}));
+
+// Where the host listens unless it is told otherwise: what a reader types.
+async function defaultAddress() {
+  const { stdout } = await run(dtvHost, ['--help']);
+  return /--listen ADDR:PORT .*\(default (\S+?);/.exec(stdout)[1];
+}
+
+// Runs a shell line of README.md, which must succeed: what it printed.
+async function shell(reader, line) {
+  const { code, stdout, stderr } = await run('bash', ['-c', reader.translated(line)], { env: reader.env });
+  assert.equal(code, 0, `${line}\n${stdout}${stderr}`);
+  return stdout;
+}
+
+const read = (reader, uri) => reader.client.call('get', { uri });
+
+// Whether watch has subscribed cannot be seen from outside: the remote control is used until watch tells of it.
+async function subscribed(reader, watching) {
+  for (let value = 40; value < 90; ++value) {
+    await reader.client.call('tv', { words: ['volume', String(value)] });
+    for (let waits = 0; waits < 20; ++waits) {
+      while (watching.more() > 0) if (JSON.parse(await watching.line()).ITEMS[0].volValue === value) return;
+      await sleep(25);
+    }
+  }
+  assert.fail('watch tells nothing');
+}
+
+// By the first word of a shell line. What each does is also what README.md promises of it.
+const commands = {
+  // Not run for real: `make run` ends with what startHost does, `make test` runs this. A folder is no target.
+  make: async (reader, line) => {
+    const script = line.replace(/^make/, 'LC_ALL=C make --dry-run -C "$0"');
+    const { code, stdout, stderr } = await run('bash', ['-c', script, root]);
+    assert.equal(code, 0, `${line}\n${stderr}`);
+    assert.doesNotMatch(stdout, /Nothing to be done/, line);
+  },
+  curl: async (reader, line) => {
+    assert.ok(line.includes(reader.readmeAddress), `${line}: not the host's address, ${reader.readmeAddress}`);
+    const answer = JSON.parse(await shell(reader, line.replace(/^curl/, 'curl --fail-with-body --silent --show-error')));
+    const uri = line.split(reader.readmeAddress)[1];
+    const sent = /-X PUT -d '(.*?)'/.exec(line);
+    if (sent) {
+      assert.deepEqual(answer, { ret: 0 }, line);
+      assert.equal(valueOf(await read(reader, uri)), JSON.parse(sent[1]).VALUE, line);
+    } else {
+      assert.deepEqual({ ret: 0, response: answer }, await read(reader, uri), line);
+    }
+  },
+  'build/bin/dtvctl': async (reader, line) => {
+    const words = line.replace(/\s+#.*$/, '').split(/\s+/).slice(1);
+    if (words[0] === 'watch') {
+      assert.ok(reader.watching === null, 'README.md does not show what the watch before prints');
+      reader.watching = start(dtvctl, words, { env: reader.env });
+      reader.t.after(() => reader.watching?.stop('SIGKILL'));
+      await subscribed(reader, reader.watching);
+    } else {
+      await shell(reader, line);
+      if (words[0] === 'set') assert.equal(String(valueOf(await read(reader, words[1]))), words[2], line);
+    }
+  },
+};
+
+// By the language of a block.
+const languages = {
+  sh: async (reader, text) => {
+    const lines = text.split('\n').filter((line) => line.trim() && !line.startsWith('#'));
+    assert.ok(lines.length > 0, 'an empty block');
+    for (const line of lines) {
+      const [word] = line.split(' ');
+      assert.ok(Object.hasOwn(commands, word), `this test does not know how to run: ${line}`);
+      await commands[word](reader, line);
+    }
+  },
+
+  // What the watch before prints for the commands since.
+  json: async (reader, text) => {
+    assert.ok(reader.watching, 'no command before this block prints lines');
+    for (const expected of text.trimEnd().split('\n')) assert.equal(await reader.watching.line(), expected);
+    assert.equal(reader.watching.more(), 0, 'more lines than README.md shows');
+    await reader.watching.stop();
+    reader.watching = null;
+  },
+
+  // A script for the page's console: what it logs are the replies to what it sends, and notifications.
+  js: async (reader, text) => {
+    const logged = [];
+    let sockets = 0;
+    const requests = [];
+    class PageSocket extends WebSocket {
+      constructor(url) {
+        super(url, { origin: reader.host.url });
+        sockets += 1;
+        reader.t.after(() => this.terminate());
+      }
+      send(message) {
+        requests.push(JSON.parse(message));
+        super.send(message);
+      }
+    }
+    assert.ok(text.includes(`ws://${reader.readmeAddress}/`), 'not the address of the host');
+    const ended = new Promise((resolve) => {
+      const log = (line) => {
+        logged.push(JSON.parse(line));
+        const replies = logged.filter((message) => 'id' in message).length;
+        if (requests.length > 0 && replies === requests.length && logged.length > replies) resolve();
+      };
+      vm.runInNewContext(reader.translated(text), { WebSocket: PageSocket, console: { log } });
+    });
+    await within(ended, 'replies and a notification');
+    assert.equal(sockets, 1);
+
+    // "`get` answers `{...}`, `set` `{...}`; notifications arrive as method `...` with `{...}`"
+    const promise = /`get` answers `{(?<get>.*?)}`, `set` `{(?<set>.*?)}`;\s+notifications\s+arrive\s+as\s+method\s+`(?<method>\w+)`\s+with\s+`{(?<notification>.*?)}`/.exec(readme);
+    assert.ok(promise, 'README.md says nothing about the answers');
+    const { method, notification } = promise.groups;
+    const shapes = { get: promise.groups.get.split(', '), set: promise.groups.set.split(', '), subscribe: [] };
+    for (const request of requests) {
+      const { result, error } = logged.find((message) => message.id === request.id);
+      assert.equal(error, undefined, JSON.stringify(request));
+      assert.ok(Object.hasOwn(shapes, request.method), `this test does not know the reply to ${request.method}`);
+      assert.deepEqual(Object.keys(result), shapes[request.method], JSON.stringify(result));
+      if ('ret' in result) assert.equal(result.ret, 0);
+    }
+    const { uri, parameter } = requests.find((request) => request.method === 'set').params;
+    const get = requests.find((request) => request.method === 'get');
+    assert.equal(get.params.uri, uri);
+    assert.equal(valueOf(logged.find((message) => message.id === get.id).result), parameter.VALUE);
+    assert.equal(valueOf(await read(reader, uri)), parameter.VALUE);
+    const told = logged.filter((message) => !('id' in message));
+    assert.deepEqual(told.map((message) => message.method), [method]);
+    assert.deepEqual(Object.keys(told[0].params), notification.split(', '));
+    assert.equal(told[0].params.notification.ITEMS[0].volValue, parameter.VALUE);
+  },
+};
+
+test('README.md does what it says', async (t) => {
+  const host = await startHost(t);
+  const address = `127.0.0.1:${host.port}`;
+  const readmeAddress = await defaultAddress();
+  const reader = {
+    t,
+    host,
+    client: await connect(t, host),
+    env: { DTV_HOST: address },
+    readmeAddress,
+    translated: (text) => text.replaceAll(readmeAddress, address).replaceAll('build/bin/', `${build}/bin/`),
+    watching: null, // the watch whose lines README.md has not shown yet
+  };
+  assert.ok(blocks.length > 0, 'no code blocks');
+  for (const { language, text, line } of blocks) {
+    await t.test(`README.md:${line} ${text.split('\n')[0]}`, async () => {
+      assert.ok(Object.hasOwn(languages, language), `this test does not know how to run a block of "${language}"`);
+      await languages[language](reader, text);
+    });
+  }
+  assert.ok(reader.watching === null, 'README.md does not show what watch prints');
+});
