@@ -4,11 +4,14 @@
 
 #include "tvapi/types.h"
 
+// Callback type of the player whose first argument is a text: a thumbnail has been made.
+inline constexpr INT32 PLAYER_EVENT_THUMBNAIL = 19;
+
 // The player callback's arguments, unchanged.
 struct T_CBROWSER_PB_NOTIFY {
-  INT32 type;  // the player's callback type
-  UINT32 tag;  // registered at initialisation
-  INT32 arg1;
+  INT32 type;     // the player's callback type
+  UINT32 tag;     // registered at initialisation
+  intptr_t arg1;  // for PLAYER_EVENT_THUMBNAIL the address of the picture's path, owned by the caller
   UINT32 arg2;
   UINT32 arg3;
   UINT32 arg4;

@@ -144,7 +144,7 @@ static const ItemType item_types[] = {
      .fields = vol_ctrl_notify_fields,
      .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_vol_ctrl_notify", .traces_text = true}},
 };
-static_assert(sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY) == sizeof(T_CBROWSER_PB_NOTIFY));
+static_assert(sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY) <= sizeof(T_CBROWSER_PB_NOTIFY));
 
 std::span<const ItemType> tvc_item_types() { return item_types; }
 

@@ -87,8 +87,10 @@ REASONS = {
     "a library that is no object": ['refused: "libraries": /3rd/x.so is an object'],
     "a library with a text that is none": ['refused: "libraries": the texts of /3rd/x.so are texts'],
     "text without a buffer": ['refused: step 1: "text" cannot be checked without a buffer'],
+    "a word size that no set has": ['refused: "word_bits" must be 32 or 64'],
+    "a word size as a text": ['refused: "word_bits" must be 32 or 64'],
     "twice": ["refused: another case of this file has the same name"],
-    "number 75": ['refused: it has no "name"'],
+    "number 77": ['refused: it has no "name"'],
 }
 
 # The good ones among the bad: the first of two cases with one name.
@@ -170,6 +172,10 @@ def main():
         status, output = run(good, "--filter", "no such case")
         check(status == 1, "a filter that picks nothing succeeds")
 
+        # Two cases, one for each word size, of which only one fits this machine.
+        status, output = run(good, "--filter", "with words of")
+        check(status == 0 and "1 left out" in output and "1 passed, 0 failed" in output, "word_bits: " + output)
+
         counts = os.path.join(folder, "coverage")
         status, output = run(good, "--require-coverage", "--coverage", counts)
         check(status == 1, "--require-coverage succeeds with a row that nobody uses")
@@ -180,7 +186,7 @@ def main():
               "--require-coverage names what is used or needs no use: " + output)
         with open(counts, encoding="utf-8") as file:
             text = file.read()
-        check('"a_vextvapi_volctrl_setVolume":3' in text and '"/started":4' in text, "--coverage: " + text)
+        check('"a_vextvapi_volctrl_setVolume":3' in text and '"/started":5' in text, "--coverage: " + text)
         status, output = run(good, "--list-unexercised")
         check(status == 0 and "no case exercises URI /nobody" in output, "--list-unexercised: " + output)
 

@@ -4,10 +4,40 @@
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_util/log.h"
 
+struct AddressLog {
+  const char* operation;
+  const char* label;    // before the text
+  const char* missing;  // instead of it, for a null address
+};
+
+// The text that lies at an address, owned by who raised the event; 0 for none.
+static cJSON* render_text_at(intptr_t address, const AddressLog& log) {
+  const char* const text = reinterpret_cast<const char*>(address);
+  if (!text) {
+    TVC_LOG_AS(LOG_TRACE, log.operation, "%s\n", log.missing);
+    return tvc_json_number(0);
+  }
+  TVC_LOG_AS(LOG_TRACE, log.operation, "%s%s\n", log.label, text);
+  return cJSON_CreateString(text);
+}
+
+// A number, but for a finished thumbnail: there the argument is the address of the picture's path.
+static cJSON* render_pb_arg1(const Field&, const void* record) {
+  const T_CBROWSER_PB_NOTIFY& notify = *static_cast<const T_CBROWSER_PB_NOTIFY*>(record);
+  if (notify.type != PLAYER_EVENT_THUMBNAIL) return tvc_json_number(static_cast<INT32>(notify.arg1));
+  return render_text_at(notify.arg1, {.operation = "_json_print_cbrowser_playback_notify",
+                                      .label = "thumbnail path:",
+                                      .missing = "pt_content->arg1 == NULL"});
+}
+
 static constexpr Field cbrowser_pb_notify_table[] = {
     {.key = "TYPE", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type), .use = kNotify, .help = "kind of player event"},
     {.key = "TAG", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, tag), .use = kNotify},
-    {.key = "ARG1", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG1",
+     TVC_WORD(T_CBROWSER_PB_NOTIFY, arg1),
+     .use = kNotify,
+     .render = render_pb_arg1,
+     .help = "argument of the event; the picture's path for a thumbnail"},
     {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify},
     {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify},
     {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify},
@@ -38,14 +68,9 @@ constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_
 static cJSON* render_pus_value(const Field&, const void* record) {
   const T_PUS_NOTIFY& notify = *static_cast<const T_PUS_NOTIFY*>(record);
   if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_json_number(static_cast<INT32>(notify.value));
-  const char* const path = reinterpret_cast<const char*>(notify.value);
-  constexpr const char* kOperation = "_json_print_cbrowser_pus_notify";
-  if (!path) {
-    TVC_LOG_AS(LOG_TRACE, kOperation, "pt_content->value is NULL\n");
-    return tvc_json_number(0);
-  }
-  TVC_LOG_AS(LOG_TRACE, kOperation, "FilePath: %s\n", path);
-  return cJSON_CreateString(path);
+  return render_text_at(notify.value, {.operation = "_json_print_cbrowser_pus_notify",
+                                       .label = "FilePath: ",
+                                       .missing = "pt_content->value is NULL"});
 }
 
 static constexpr Field pus_notify_table[] = {

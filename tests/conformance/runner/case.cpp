@@ -14,7 +14,7 @@
 namespace runner {
 namespace {
 
-enum class Value { ANY, TEXT, TEXT_OR_NULL, NUMBER, WHOLE, FLAG, OBJECT, ARRAY, TEXTS, NOTHING };
+enum class Value { ANY, TEXT, TEXT_OR_NULL, NUMBER, WHOLE, FLAG, OBJECT, ARRAY, TEXTS, NOTHING, WORD_BITS };
 
 struct Member {
   std::string_view name;
@@ -43,6 +43,8 @@ const char* value_name(Value value) {
       return "an array of texts";
     case Value::NOTHING:
       return "null";
+    case Value::WORD_BITS:
+      return "32 or 64";
   }
   return "";
 }
@@ -68,6 +70,8 @@ bool is_value(const cJSON* json, Value value) {
       return cJSON_IsArray(json);
     case Value::NOTHING:
       return cJSON_IsNull(json);
+    case Value::WORD_BITS:
+      return is_word_bits(json);
     case Value::TEXTS: {
       const cJSON* element = nullptr;
       cJSON_ArrayForEach(element, json) {
@@ -81,7 +85,7 @@ bool is_value(const cJSON* json, Value value) {
 
 constexpr Member CASE_MEMBERS[] = {{"name", Value::TEXT},        {"files", Value::OBJECT}, {"device", Value::FLAG},
                                    {"libraries", Value::OBJECT}, {"start", Value::FLAG},   {"platform", Value::ARRAY},
-                                   {"steps", Value::ARRAY},      {"calls", Value::ARRAY}};
+                                   {"steps", Value::ARRAY},      {"calls", Value::ARRAY},   {"word_bits", Value::WORD_BITS}};
 
 // What every step may check.
 constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY}, {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
@@ -338,6 +342,10 @@ Contract read_contract(const char* list) {
         .has_callback = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(entry, "callback")) != 0};
   }
   return contract;
+}
+
+bool is_word_bits(const cJSON* json) {
+  return cJSON_IsNumber(json) && (json->valuedouble == 32 || json->valuedouble == 64);
 }
 
 std::string check_case(const Case& test, const Contract& contract) {

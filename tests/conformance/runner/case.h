@@ -43,6 +43,9 @@ Contract read_contract(const char* list);
 // Why a case cannot be run: unknown members, functions, wrong kinds of values, no check. Empty when it can.
 std::string check_case(const Case& test, const Contract& contract);
 
+// Whether a case's "word_bits" is a number of bits that sets' addresses have.
+bool is_word_bits(const cJSON* json);
+
 // The paths that a case wants. language_template: the bytes of the language library.
 WantedPaths wanted_paths(const Case& test, std::string_view language_template);
 
