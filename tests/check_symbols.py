@@ -3,8 +3,9 @@
 
 usage: tests/check_symbols.py LIBRARY | --selftest
 
-It exports exactly what src/libdtv_js_plugin.map lists, the entry points exactly as inc/dtv_js_plugin.h declares them;
-it imports only cJSON, the C and C++ runtime and functions of the TV API contract, and every one of the latter.
+It exports exactly the functions that inc/*.h declares with TVC_EXPORT: the entry points, the core's functions and the
+handlers' entry points; src/libdtv_js_plugin.map, the linker's list, names no other. It imports only cJSON, the C and C++
+runtime and functions of the TV API contract, and every one of the latter. Works on libraries of any machine.
 Ends with "N passed, N failed"; one symbol is one test.
 """
 
@@ -35,8 +36,8 @@ def contract_names(headers):
             for name in re.findall(r"\bTVAPI_FN\(\s*[\w ]+[\s*]*,\s*(\w+)", without_comments(text))}
 
 
-def entry_names(text):
-    return set(re.findall(r"TVC_EXPORT[^;(]*?\b(\w+)\s*\(", without_comments(text)))
+def declared_names(headers):
+    return {name for text in headers for name in re.findall(r"TVC_EXPORT[^;(]*?\b(\w+)\s*\(", without_comments(text))}
 
 
 def symbols(nm_output):
@@ -51,41 +52,41 @@ def symbols(nm_output):
     return defined, undefined
 
 
-def check(nm_output, exported_patterns, entries, contract):
+def check(nm_output, listed, declared, contract):
     """(number of tests, violations)."""
     defined, undefined = symbols(nm_output)
-    patterns = [p for p in exported_patterns if "*" in p]
-    required = {p for p in exported_patterns if "*" not in p} | entries
-    violations = [f"{name} is not exported" for name in sorted(required - defined)]
-    for name in sorted(defined - required):
-        fits = any(fnmatch.fnmatchcase(name, p) for p in patterns)
-        violations.append(f"{name} is exported, but declared as an entry point nowhere" if fits
-                          else f"{name} is exported, but not listed")
+    violations = [f"{name} is declared, but not exported" for name in sorted(declared - defined)]
+    violations += [f"{name} is exported, but declared in no header" for name in sorted(defined - declared)]
+    violations += [f"{pattern} stands in the linker's list, but is declared in no header"
+                   for pattern in listed if not fnmatch.filter(declared, pattern)]
     imported_contract = undefined & contract
     violations += [f"{name} of the contract is never called" for name in sorted(contract - imported_contract)]
     foreign = sorted(name for name in undefined - contract - RUNTIME_NAMES
                      if not RUNTIME_VERSION.search(name) and not name.startswith("cJSON_"))
     violations += [f"{name} is imported, but is neither cJSON, runtime nor contract" for name in foreign]
-    return len(required | defined) + len(undefined | contract), violations
+    return len(declared | defined) + len(listed) + len(undefined | contract), violations
 
 
 def selftest():
     good = ("0001 T a_dtv_jsp_get@@DTV\n0002 T tv_ctrl_get@@DTV\n0000 A DTV@@DTV\n     U cJSON_Delete\n"
             "     U free@GLIBC_2.2.5\n     U _ZSt4cout@GLIBCXX_3.4\n     w __gmon_start__\n     U a_vextvapi_x\n")
-    patterns = map_names("X {\n global: # c; omment\n a_dtv_jsp_*;\n tv_ctrl_get;\n local: *;\n};")
-    entries = entry_names("TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri);\n/* TVC_EXPORT int a_dtv_jsp_no(void); */")
+    listed = map_names("X {\n global: # c; omment\n a_dtv_jsp_*;\n tv_ctrl_get;\n local: *;\n};")
+    declared = declared_names(["TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri);\n/* TVC_EXPORT int a_dtv_jsp_no(void); */",
+                               "TVC_EXPORT INT32\ntv_ctrl_get(UINT16 id, void* content);"])
     contract = contract_names(["#define TVAPI_FN(...) x\n * TVAPI_FN(INT32, real)\nTVAPI_FN(INT32, a_vextvapi_x, IN(A, b))"
                                .replace(" * TVAPI_FN(INT32, real)", "/* TVAPI_FN(INT32, a_comment) */")])
-    cases = [(good, None),
-             (good.replace("tv_ctrl_get@", "tv_ctrl_got@"), "tv_ctrl_get is not exported"),
-             (good + "0003 T tvc_log@@DTV\n", "tvc_log is exported, but not listed"),
-             (good + "0003 T a_dtv_jsp_more@@DTV\n", "a_dtv_jsp_more is exported, but declared"),
-             (good.replace("     U a_vextvapi_x\n", ""), "a_vextvapi_x of the contract is never called"),
-             (good + "     U a_vextvapi_y\n", "a_vextvapi_y is imported"),
-             (good + "     U sqlite3_open\n", "sqlite3_open is imported")]
+    cases = [(good, listed, None),
+             (good.replace("tv_ctrl_get@", "tv_ctrl_got@"), listed, "tv_ctrl_get is declared, but not exported"),
+             (good + "0003 T tvc_log@@DTV\n", listed, "tvc_log is exported, but declared in no header"),
+             (good + "0003 T a_dtv_jsp_more@@DTV\n", listed, "a_dtv_jsp_more is exported, but declared in no header"),
+             (good + "0003 u _ZN1xE@@DTV\n", listed, "_ZN1xE is exported, but declared in no header"),
+             (good, listed + ["tv_ctrl_old"], "tv_ctrl_old stands in the linker's list"),
+             (good.replace("     U a_vextvapi_x\n", ""), listed, "a_vextvapi_x of the contract is never called"),
+             (good + "     U a_vextvapi_y\n", listed, "a_vextvapi_y is imported"),
+             (good + "     U sqlite3_open\n", listed, "sqlite3_open is imported")]
     failed = 0
-    for nm_output, expected in cases:
-        _, found = check(nm_output, patterns, entries, contract)
+    for nm_output, names, expected in cases:
+        _, found = check(nm_output, names, declared, contract)
         as_expected = not found if expected is None else any(v.startswith(expected) for v in found)
         failed += not as_expected
         if not as_expected:
@@ -102,7 +103,7 @@ def main():
     else:
         nm_output = subprocess.run(["nm", "-D", sys.argv[1]], check=True, capture_output=True, text=True).stdout
         tests, violations = check(nm_output, map_names((ROOT / "src/libdtv_js_plugin.map").read_text()),
-                                  entry_names((ROOT / "inc/dtv_js_plugin.h").read_text()),
+                                  declared_names(h.read_text() for h in (ROOT / "inc").glob("*.h")),
                                   contract_names(h.read_text() for h in (ROOT / "inc/tvapi").glob("*.h")))
         print("".join(f"{text}\n" for text in violations), end="")
         passed, failed = tests - len(violations), len(violations)
