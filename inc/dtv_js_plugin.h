@@ -2,7 +2,12 @@
  *
  * Order: a_dtv_jsp_init_res, then a_dtv_jsp_init, both from one thread; then gets, sets and listener calls from any
  * threads. All texts are NUL-terminated. A result of 0 is success, a negative one a failure (VEX_RET_VALUE in
- * "vex_tv_ctrl.h"). */
+ * "vex_tv_ctrl.h").
+ *
+ * The library can be closed with dlclose: it frees all that it holds, and once loaded again it is not started and
+ * nobody is subscribed. Before it closes the library the host sees to it that no thread is inside one of the functions,
+ * and that the platform no longer calls the callbacks that a_dtv_jsp_init registered: the plugin cannot take them back.
+ * A process may exit at any time, also while threads are inside or go on calling. */
 #ifndef DTV_JS_PLUGIN_H
 #define DTV_JS_PLUGIN_H
 

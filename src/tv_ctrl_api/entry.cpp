@@ -1,9 +1,10 @@
-// The entry points of the host: start-up, get and set.
+// The entry points of the host: start-up, get and set; and what unloading frees.
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
@@ -39,7 +40,10 @@ static bool clear_content(const char* entry) {
 int32_t a_dtv_jsp_init_res(void) {
   if (dtv_jsp_init_res > 0) return VEXTVCTRLR_OK;
   vex_tvc_read_log_lvl();
-  _jsp_empty_slist();
+  {
+    const std::lock_guard guard(t_nfy_rw_lock);
+    _jsp_empty_slist();
+  }
   allocate_content(__func__);
   dtv_jsp_init_res = 1;
   return VEXTVCTRLR_OK;
@@ -222,4 +226,21 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
   }
   TVC_LOG(LOG_TRACE, "uri: %s - ret: %d.\n", uri, outcome.ret);
   return outcome.ret;
+}
+
+// --- Unloading ---
+
+// Runs when the library is closed, when nobody is inside, and when the process exits, when others may be inside and go
+// on calling. So it waits for no lock, since who holds it may be blocked in the platform for good; what it cannot lock
+// it leaves to the process's end. Afterwards nobody is subscribed, and the next request allocates anew.
+[[gnu::destructor]] static void unload() {
+  if (const std::unique_lock request(mutex_recv, std::try_to_lock); request) {
+    free(std::exchange(_pt_content, nullptr));
+    // A get reads the response text after mutex_send is free again, so that both are needed.
+    if (const std::unique_lock rendering(mutex_send, std::try_to_lock); rendering) {
+      free(std::exchange(_ps_send_buff, nullptr));
+      _z_send_buff_len = 0;
+    }
+  }
+  if (const std::unique_lock listeners(t_nfy_rw_lock, std::try_to_lock); listeners) _jsp_empty_slist();
 }

@@ -35,7 +35,6 @@ static void free_entry(TV_CTRL_NOTIFY_BUFFER_T* entry) {
 }
 
 void _jsp_empty_slist() {
-  const std::lock_guard guard(t_nfy_rw_lock);
   while (_tv_ctrl_notify_buffer.pt_head) free_entry(_tv_ctrl_notify_buffer.pt_head);
 }
 

@@ -10,6 +10,7 @@
 struct RwLock {
   pthread_rwlock_t lock_ = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
   void lock() { pthread_rwlock_wrlock(&lock_); }
+  bool try_lock() { return pthread_rwlock_trywrlock(&lock_) == 0; }
   void unlock() { pthread_rwlock_unlock(&lock_); }
   void lock_shared() { pthread_rwlock_rdlock(&lock_); }
   void unlock_shared() { pthread_rwlock_unlock(&lock_); }
@@ -36,5 +37,5 @@ TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri);
 // for reading at least.
 char* _jsp_exchange_buffer(TV_CTRL_NOTIFY_BUFFER_T& entry, char* text);
 
-// Frees every entry. For start-up.
+// Frees every entry. The caller holds the write lock.
 void _jsp_empty_slist();

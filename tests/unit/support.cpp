@@ -213,5 +213,6 @@ void PluginTest::TearDown() {
   set_events.clear();
   made_up_uris.clear();
   set_log_level(0);
+  const std::lock_guard guard(t_nfy_rw_lock);
   _jsp_empty_slist();
 }
