@@ -1,5 +1,6 @@
 // Reads decisions from the front of a fuzzer's input. An input that has ended gives zeros, so that every prefix of an
-// input is an input and the fuzzer may cut and extend it anywhere.
+// input is an input and the fuzzer may cut and extend it anywhere. The functions read from anything that has a
+// take_byte; the platform's answers are another such source.
 #pragma once
 
 #include <algorithm>
@@ -22,7 +23,7 @@ inline std::uint8_t take_byte(Bytes& bytes) {
 }
 
 template <std::integral T>
-T take_number(Bytes& bytes) {
+T take_number(auto& bytes) {
   std::uint8_t raw[sizeof(T)];
   for (std::uint8_t& byte : raw) byte = take_byte(bytes);
   T value;
@@ -31,11 +32,11 @@ T take_number(Bytes& bytes) {
 }
 
 // 0 to count - 1; count is not 0.
-inline std::size_t take_below(Bytes& bytes, std::size_t count) {
+inline std::size_t take_below(auto& bytes, std::size_t count) {
   return (count <= 256 ? take_byte(bytes) : take_number<std::uint16_t>(bytes)) % count;
 }
 
-inline bool take_chance(Bytes& bytes, std::size_t one_in) { return take_below(bytes, one_in) == 1; }
+inline bool take_chance(auto& bytes, std::size_t one_in) { return take_below(bytes, one_in) == 1; }
 
 // Up to 255 bytes of any value.
 inline std::string take_text(Bytes& bytes) {
@@ -48,7 +49,7 @@ inline std::string take_text(Bytes& bytes) {
 
 // An integer that is often at an edge.
 template <std::integral T>
-T take_integer(Bytes& bytes) {
+T take_integer(auto& bytes) {
   switch (take_below(bytes, 8)) {
     case 0:
       return 0;
@@ -65,4 +66,21 @@ T take_integer(Bytes& bytes) {
     default:
       return take_number<T>(bytes);
   }
+}
+
+// Fills an array of characters as senders do: not at all, empty, whole without a terminator, whole with one, anyhow.
+void take_characters(auto& bytes, char* ret_text, std::size_t size) {
+  if (size == 0) return;
+  const std::size_t form = take_below(bytes, 6);
+  if (form == 0) return;
+  if (form == 1) {
+    ret_text[0] = '\0';
+    return;
+  }
+  const bool whole = form == 2 || form == 3;
+  for (std::size_t i = 0; i < size; ++i) {
+    const auto character = static_cast<char>(take_byte(bytes));
+    ret_text[i] = whole && character == '\0' ? 'x' : character;
+  }
+  if (form == 3) ret_text[size - 1] = '\0';
 }

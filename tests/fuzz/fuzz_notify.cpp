@@ -9,31 +9,10 @@
 
 #include "platform.h"
 #include "plugin.h"
-#include "tv_ctrl_api/item_types.h"
+#include "records.h"
+#include "seeds.h"
 
 static constexpr int kMostOperations = 64;
-
-// A record exactly as large as its type's, of one repeated byte with some places written over.
-static std::unique_ptr<char[]> take_record(Bytes& bytes, UINT8 type, const std::string& path) {
-  const ItemType* const item = tvc_item_type(type);
-  const std::size_t size = item && item->record_size > 0 ? item->record_size : 1;
-  std::unique_ptr<char[]> record(new char[size]);
-  memset(record.get(), take_byte(bytes), size);
-  for (std::size_t patches = take_below(bytes, 4); patches > 0; --patches) {
-    const std::size_t offset = take_below(bytes, size);
-    const std::string patch = take_text(bytes);
-    memcpy(record.get() + offset, patch.data(), std::min(patch.size(), size - offset));
-  }
-  if (type == TYPE_PUS_NOTIFY) {  // the start command carries an address: a path's, or none
-    T_PUS_NOTIFY notify;
-    memcpy(&notify, record.get(), sizeof notify);
-    if (take_chance(bytes, 2)) notify.play_cmd = TVAPI_PUS_PLAY_CMD_START;
-    if (notify.play_cmd == TVAPI_PUS_PLAY_CMD_START)
-      notify.value = take_chance(bytes, 4) ? 0 : reinterpret_cast<std::intptr_t>(path.c_str());
-    memcpy(record.get(), &notify, sizeof notify);
-  }
-  return record;
-}
 
 // How many notifications of each URI can be pending at the most.
 using Raised = std::map<std::string, std::size_t>;
@@ -42,7 +21,8 @@ static void notify(Bytes& bytes, const Tables& tables, const Subscriptions& subs
                    Raised& raised) {
   const UriInfo* const row = plugin_find(tables, uri);
   const std::string path = take_text(bytes).c_str();
-  const std::unique_ptr<char[]> record = take_record(bytes, row ? row->type : static_cast<UINT8>(TYPE_INVALID), path);
+  const std::unique_ptr<char[]> record =
+      take_record(bytes, row ? row->type : static_cast<UINT8>(TYPE_INVALID), kNotify, path);
   void* const content = take_chance(bytes, 64) ? nullptr : record.get();
   if (row && take_chance(bytes, 2)) {
     require(tv_ctrl_notify_content(row->id, content) == (content ? 0 : -2), "a known identifier is passed on");
@@ -67,6 +47,15 @@ static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscript
   // An item may come twice only when a fetch and a notification meet, that is, when other threads fetch.
   require(items <= raised[text], "no item is delivered that was not raised, or twice", text);
   if (items > 0 && text != subscriptions.shared) raised[text] = 0;
+  if (items > 0) seed_reached(plugin_find(tables, text.c_str())->type_name);
+}
+
+// Each type that notifies is delivered and fetched.
+std::set<std::string> seed_goals() {
+  std::set<std::string> goals;
+  for (const UriInfo& row : plugin_start().uris)
+    if (!row.info->notify_member.empty()) goals.insert(row.type_name);
+  return goals;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);

@@ -1,20 +1,24 @@
 // Fuzzes the host's side: sequences of gets, sets, subscriptions and fetches, with platform answers and callbacks that
-// arrive before, within and beside them.
+// arrive before, within and beside them; and the core's own functions with records of any content.
 #include <stdlib.h>
 #include <string.h>
 
+#include <functional>
 #include <memory>
 #include <thread>
 
 #include "platform.h"
 #include "plugin.h"
+#include "records.h"
 #include "requests.h"
+#include "seeds.h"
+#include "tv_ctrl_api/request.h"
 
 static constexpr int kMostOperations = 32;
 
 static void get(Bytes& bytes, const Tables& tables, const char* uri) {
   const UriInfo* const row = plugin_find(tables, uri);
-  const std::string text = take_parameter(bytes, row);
+  const std::string text = take_parameter(bytes, tables, row);
   const Owned parameter = own_text(take_chance(bytes, 4) ? nullptr : &text);
   // Exactly as long as what may be copied. Known URIs find it cleared, so that the text has an end.
   const std::unique_ptr<char[]> buffer(new char[DTV_JSP_RESPONSE_MAX]);
@@ -28,6 +32,7 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
     const std::size_t length = strnlen(buffer.get(), DTV_JSP_RESPONSE_MAX);
     if (length > 0) check_response(*row, ret, {buffer.get(), length});
     require(length > 0 || ret == -1, "a get that succeeds has a response", row->uri);
+    if (length > 0) seed_reached(row->type_name);
     return;
   }
   require(ret == -1, "a get of an unknown URI fails");
@@ -37,24 +42,53 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
 
 static void set(Bytes& bytes, const Tables& tables, const char* uri) {
   const UriInfo* const row = plugin_find(tables, uri);
-  const std::string text = take_parameter(bytes, row);
+  const std::string text = take_parameter(bytes, tables, row);
   const Owned parameter = own_text(take_chance(bytes, 32) ? nullptr : &text);
   const INT32 ret = a_dtv_jsp_set(uri, parameter.get());
   if (!row || !parameter) require(ret == -1, "a set of an unknown URI, or without parameters, fails", uri ? uri : "");
 }
 
+// The core's functions take a record of the URI's type, whatever is in it.
+static void call_core(Bytes& bytes, const Tables& tables, const char* uri) {
+  const UriInfo* const row = plugin_find(tables, uri);
+  const UINT8 type = row ? row->type : static_cast<UINT8>(TYPE_INVALID);
+  const UINT16 id = row ? row->id : take_number<UINT16>(bytes);
+  const std::string text = take_text(bytes);
+  const ItemType* const item = tvc_item_type(type);
+  const bool has_record = item && item->record_size > 0 && !take_chance(bytes, 16);
+  const std::unique_ptr<char[]> record = has_record ? take_record(bytes, type, kEverywhere, text) : nullptr;
+  // Without a null record, which some sets take, what has no record yet stays out.
+  if (!has_record && row && !item) return;
+  if (take_chance(bytes, 2))
+    tv_ctrl_set(id, record.get());
+  else
+    require(tv_ctrl_get(id, record.get()) < 0 || record, "a get without a record fails", row ? row->uri : "");
+}
+
 static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, std::string& text) {
-  const std::size_t operation = take_below(bytes, 13);
+  const std::size_t operation = take_below(bytes, 14);
   if (operation == 0) return platform_answers(take_text(bytes));
   if (operation == 1) return platform_raise();
-  if (operation == 2) return platform_mid_call(static_cast<MidCall>(take_below(bytes, 3)));
+  if (operation == 2) return platform_mid_call(static_cast<MidCall>(take_below(bytes, kMidCalls)));
 
   const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
   if (operation < 7) return get(bytes, tables, uri.get());
   if (operation < 10) return set(bytes, tables, uri.get());
   if (operation == 10) return subscribe(subscriptions, uri.get());
   if (operation == 11) return unsubscribe(subscriptions, uri.get());
+  if (operation == 12) return call_core(bytes, tables, uri.get());
   fetch(bytes, tables, subscriptions, uri.get());
+}
+
+// Another thread of the host reads, while the platform raises callbacks.
+static void read_beside(const UriInfo& row) {
+  const std::unique_ptr<char[]> buffer(new char[DTV_JSP_RESPONSE_MAX]);
+  for (int i = 0; i < 4; ++i) {
+    memset(buffer.get(), 0, DTV_JSP_RESPONSE_MAX);
+    const INT32 ret = a_dtv_jsp_get(row.uri.c_str(), nullptr, buffer.get());
+    check_response(row, ret, {buffer.get(), strnlen(buffer.get(), DTV_JSP_RESPONSE_MAX)});
+    platform_raise();
+  }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -64,18 +98,28 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
   plugin_log_level(levels[take_below(bytes, std::size(levels))]);
   const bool concurrent = take_chance(bytes, 16);
-  platform_answers(take_text(bytes));
-  platform_mid_call(MidCall::kNothing);
+  platform_begin(take_text(bytes));
 
   std::thread beside;
   if (concurrent)
-    beside = std::thread([] {
-      for (int i = 0; i < 8; ++i) platform_raise();
-    });
+    beside = std::thread(read_beside, std::cref(tables.uris[tables.active[take_below(bytes, tables.active.size())]]));
   Subscriptions subscriptions;
   std::string uri;
   for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) operate(bytes, tables, subscriptions, uri);
   if (beside.joinable()) beside.join();
+  platform_end();
   unsubscribe_all(subscriptions);
   return 0;
+}
+
+// Each type is read, and each of its request words comes with its fields.
+std::set<std::string> seed_goals() {
+  std::set<std::string> goals;
+  for (const UriInfo& row : plugin_start().uris) {
+    if (row.type_name.empty()) continue;
+    goals.insert(row.type_name);
+    if (!row.info->query.empty()) goals.insert(row.type_name + " " + kWordQuery);
+    if (!row.info->set_word.empty()) goals.insert(row.type_name + " " + row.info->set_word);
+  }
+  return goals;
 }

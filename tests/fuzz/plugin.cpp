@@ -10,8 +10,10 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <set>
 
 #include "platform.h"
+#include "tv_ctrl_api/request.h"
 
 using Json = std::unique_ptr<cJSON, void (*)(cJSON*)>;
 
@@ -75,10 +77,15 @@ static Tables read_tables() {
     tables.uris.push_back({.uri = member_text(row, "uri"),
                            .id = id,
                            .type = tv_ctrl_get_type_by_id(id),
+                           .type_name = member_text(row, "type"),
                            .info = &tables.types[member_text(row, "type")],
                            .active = active});
   }
   require(!tables.active.empty(), "some URIs are served");
+  std::set<std::string> words = {kWordQuery};
+  for (const auto& [name, type] : tables.types) words.insert(type.set_word);
+  words.erase("");
+  tables.words.assign(words.begin(), words.end());
   std::map<const TypeInfo*, std::vector<std::size_t>> by_type;
   for (std::size_t i = 0; i < tables.uris.size(); ++i) {
     const TypeInfo* const info = tables.uris[i].info;
@@ -122,7 +129,8 @@ void plugin_log_level(int level) {
 const Tables& plugin_start() {
   static const Tables tables = [] {
     require(freopen("/dev/null", "w", stdout) != nullptr, "the log is silenced");
-    platform_answers(std::string(1, '\0'));  // everything succeeds
+    platform_begin(std::string(1, '\0'));    // everything succeeds
+    platform_mid_call(MidCall::kRaiseHere);  // and calls back as soon as a callback is registered
     a_dtv_jsp_init_res();
     a_dtv_jsp_init();
     return read_tables();
@@ -218,7 +226,7 @@ std::size_t check_notification(const UriInfo& row, std::string_view text) {
 
 Owned own_text(const std::string* text) { return {text ? strdup(text->c_str()) : nullptr, free}; }
 
-static std::string damage(Bytes& bytes, std::string text) {
+static std::string damage_uri(Bytes& bytes, std::string text) {
   switch (take_below(bytes, 4)) {
     case 0:
       return text.substr(0, take_below(bytes, text.size()));
@@ -246,7 +254,7 @@ bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
   else if (choice < 0xE0)  // a few types have most of the URIs
     ret_uri = take_one_of(tables.by_type[take_below(bytes, tables.by_type.size())]);
   else if (choice < 0xF4)
-    ret_uri = damage(bytes, tables.uris[take_below(bytes, tables.uris.size())].uri);
+    ret_uri = damage_uri(bytes, tables.uris[take_below(bytes, tables.uris.size())].uri);
   else if (choice < 0xFA)
     ret_uri = take_text(bytes);
   else  // around the length that is kept, which is 255

@@ -29,6 +29,7 @@ struct UriInfo {
   std::string uri;
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
+  std::string type_name;
   const TypeInfo* info = nullptr;  // never null
   bool active = false;             // somebody reads, sets or raises it
 };
@@ -38,6 +39,7 @@ struct Tables {
   std::vector<std::size_t> active;                // indices of the active URIs
   std::vector<std::vector<std::size_t>> by_type;  // indices by type; all that are not built yet are one type
   std::map<std::string, TypeInfo> types;
+  std::vector<std::string> words;  // every request word, each once
 };
 
 // Starts the plugin on the fuzz platform, once, with its log silenced.

@@ -4,4 +4,4 @@
 #include "plugin.h"
 
 // A parameter text for this URI; `row` is null for an unknown one.
-std::string take_parameter(Bytes& bytes, const UriInfo* row);
+std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row);

@@ -1,0 +1,22 @@
+// Messages to the host made of the fuzzer's input. What there is to ask for, the host tells itself.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "bytes.h"
+#include "catalogue.h"
+
+struct Method {
+  std::string name;
+  std::vector<std::string> members;  // of its params
+};
+
+// The methods and their members, as the host's refusals name them.
+std::vector<Method> host_methods(const Catalogue& catalogue);
+
+// A registered URI, mostly.
+std::string take_host_uri(Bytes& bytes, const Catalogue& catalogue);
+
+// A JSON-RPC message, mostly whole.
+std::string take_message(Bytes& bytes, const Catalogue& catalogue, const std::vector<Method>& methods);
