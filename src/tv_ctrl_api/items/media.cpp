@@ -68,9 +68,9 @@ constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_
 static cJSON* render_pus_value(const Field&, const void* record) {
   const T_PUS_NOTIFY& notify = *static_cast<const T_PUS_NOTIFY*>(record);
   if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_json_number(static_cast<INT32>(notify.value));
-  return render_text_at(notify.value, {.operation = "_json_print_cbrowser_pus_notify",
-                                       .label = "FilePath: ",
-                                       .missing = "pt_content->value is NULL"});
+  return render_text_at(
+      notify.value,
+      {.operation = "_json_print_cbrowser_pus_notify", .label = "FilePath: ", .missing = "pt_content->value is NULL"});
 }
 
 static constexpr Field pus_notify_table[] = {

@@ -83,9 +83,10 @@ bool is_value(const cJSON* json, Value value) {
   return false;
 }
 
-constexpr Member CASE_MEMBERS[] = {{"name", Value::TEXT},        {"files", Value::OBJECT}, {"device", Value::FLAG},
-                                   {"libraries", Value::OBJECT}, {"start", Value::FLAG},   {"platform", Value::ARRAY},
-                                   {"steps", Value::ARRAY},      {"calls", Value::ARRAY},   {"word_bits", Value::WORD_BITS}};
+constexpr Member CASE_MEMBERS[] = {
+    {"name", Value::TEXT},        {"files", Value::OBJECT}, {"device", Value::FLAG},
+    {"libraries", Value::OBJECT}, {"start", Value::FLAG},   {"platform", Value::ARRAY},
+    {"steps", Value::ARRAY},      {"calls", Value::ARRAY},  {"word_bits", Value::WORD_BITS}};
 
 // What every step may check.
 constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY}, {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
