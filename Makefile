@@ -3,7 +3,7 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 
-.PHONY: all run test bench fuzz install packages test-packages build web
+.PHONY: all run test arm bench fuzz install packages test-packages arm-packages build web
 
 # Everything, the tests' programs included.
 all: build web
@@ -17,9 +17,15 @@ run: build web
 test: test-packages
 	@python3 tests/run.py --jobs $(JOBS) $(STAGE)
 
-# Measures, beside a floor in the same run; also writes build/bench.json.
-bench: all
+# Builds the plugin for the set's machine, 32-bit ARM, and runs its tests there, under emulation.
+arm: arm-packages
+	@python3 tests/run.py --jobs $(JOBS) arm-build arm
+
+# Measures, beside a floor in the same run, and what the plugin takes of a set; also writes build/bench.json.
+bench: test-packages all
 	@python3 bench/run.py --build build --out build/bench.json
+	@python3 tests/run.py --jobs $(JOBS) arm-build >/dev/null
+	@python3 bench/budgets.py --build build --arm build-arm
 
 # Fuzzes every target for SECONDS each.
 SECONDS ?= 60
@@ -38,6 +44,9 @@ packages:
 test-packages:
 	@tools/check_node.sh
 	@tools/install_packages.sh test
+
+arm-packages:
+	@tools/install_packages.sh arm
 
 build: packages
 	@cmake --preset release >/dev/null

@@ -17,7 +17,10 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TIME_LIMIT = 1500  # seconds for one command; a test that hangs fails
-UNIT_TESTS = ["unit_test", "tap_test", "tv_test", "host_test"]
+# What runs in every build; `make arm` has these. The others need the virtual television and the host.
+PLUGIN_TESTS = ["unit_test", "tap_test", "load_test", "race_test"]
+DESK_TESTS = ["tv_test", "host_test"]
+SANITIZED_RACE = {"DTV_RACE_SECONDS": "60"}  # elsewhere a few seconds
 
 # Closing lines of the test programs: (passed, failed), the last match counts.
 COUNTS = [
@@ -38,11 +41,23 @@ def node_modules(folder):
     return ["npm", "--prefix", folder, "ci", "--no-audit", "--no-fund", "--loglevel=error"]
 
 
-def native(folder):
-    """The tests that every build of the native programs runs."""
-    tests = [[f"{folder}/bin/{name}", "--gtest_brief=1"] for name in UNIT_TESTS]
-    tests.append([f"{folder}/bin/conformance", "--require-coverage", "tests/conformance/cases"])
-    return tests
+def unit(folder, names, runner=()):
+    return [[*runner, f"{folder}/bin/{name}", "--gtest_brief=1"] for name in names]
+
+
+def conformance(folder, runner=()):
+    return [*runner, f"{folder}/bin/conformance", "--require-coverage", "tests/conformance/cases"]
+
+
+def library(folder, *more):
+    """The checks of what was built, for the set or for the desk."""
+    plugin = f"{folder}/lib/libdtv_js_plugin.so"
+    return [["python3", "tests/check_symbols.py", plugin],
+            ["python3", "tests/check_hardening.py", plugin, f"{folder}/lib/libdtv_tap.so", *more]]
+
+
+def sanitized(folder):
+    return unit(folder, PLUGIN_TESTS + DESK_TESTS) + [conformance(folder), system(folder)]
 
 
 def system(folder):
@@ -52,28 +67,37 @@ def system(folder):
 
 def stages(jobs):
     """Name, commands. A command may be [arguments, environment]."""
-    asan = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1"}
+    asan = {"ASAN_OPTIONS": "detect_leaks=1:abort_on_error=0", "UBSAN_OPTIONS": "print_stacktrace=1", **SANITIZED_RACE}
     # Debian's libraries are not instrumented; what they do between themselves is not looked at.
-    tsan = {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66"}
+    tsan = {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66", **SANITIZED_RACE}
     with_environment = lambda commands, more: [
         [c[0], {**c[1], **more}] if isinstance(c[-1], dict) else [c, more] for c in commands]
+    check = lambda name, *arguments: ["python3", f"tests/check_{name}.py", *arguments]
     return [
-        ("rules", [["python3", "tests/check_includes.py", "--selftest"], ["python3", "tests/check_includes.py"]]),
+        ("rules", [check("includes", "--selftest"), check("includes"), check("symbols", "--selftest"),
+                   check("hardening", "--selftest"), check("format", "--selftest"), check("format"),
+                   ["python3", "bench/budgets.py", "--selftest"]]),
         ("build", build("release", jobs)),
         ("web", [["make", "--silent", "web"], ["npm", "--prefix", "web", "run", "--silent", "check"]]),
-        ("unit", [[f"build/bin/{name}", "--gtest_brief=1"] for name in UNIT_TESTS] +
-                 [["python3", "tests/check_symbols.py", "build/lib/libdtv_js_plugin.so"]]),
+        ("unit", unit("build", PLUGIN_TESTS + DESK_TESTS) +
+                 library("build", "build/lib/libdtv_tv.so", "build/bin/dtv-host", "build/bin/dtvctl")),
         ("conformance", [["python3", "tests/conformance/selftest.py", "build/bin/conformance",
-                          "build/lib/libconformance_selftest_plugin.so"], native("build")[-1]]),
+                          "build/lib/libconformance_selftest_plugin.so"], conformance("build")]),
+        ("documents", [check("docs", "--selftest"), check("docs", "build")]),
         ("install", [["python3", "tests/package/check.py", "build"]]),
         ("system", [node_modules("tests/system"), system("build")]),
         ("browser", [node_modules("tests/browser"),
                      [["npm", "--prefix", "tests/browser", "test", "--silent"], {"DTV_BUILD": str(ROOT / "build")}]]),
-        ("asan build", build("asan", jobs)),
-        ("asan", with_environment(native("build-asan") + [system("build-asan")], asan)),
-        ("fuzz corpus", with_environment([["tests/fuzz/run.sh", "replay"]], asan)),
-        ("tsan build", build("tsan", jobs)),
-        ("tsan", with_environment(native("build-tsan") + [system("build-tsan")], tsan)),
+        ("arm-build", build("arm", jobs)),
+        ("arm", unit("build-arm", PLUGIN_TESTS, ["qemu-arm"]) + [conformance("build-arm", ["qemu-arm"])] +
+                library("build-arm")),
+        ("budgets", [["python3", "bench/budgets.py", "--build", "build", "--arm", "build-arm", "--check"]]),
+        ("asan-build", build("asan", jobs)),
+        ("asan", with_environment(sanitized("build-asan"), asan)),
+        ("fuzz-corpus", with_environment([["tests/fuzz/run.sh", "replay"]], asan)),
+        ("tsan-build", build("tsan", jobs)),
+        ("tsan", with_environment(sanitized("build-tsan"), tsan)),
+        ("tidy", [check("tidy", "--selftest"), check("tidy", "build", "--jobs", str(jobs))]),
     ]
 
 
@@ -101,11 +125,25 @@ def run(command):
     return arguments, process.returncode, process.stdout
 
 
-def run_stage(name, commands):
+def note_run(ret_runs, arguments, output, tests):
+    """Remembers how many tests a program of a build ran. Those left out for another word size are counted too."""
+    for path in map(Path, arguments):
+        if path.parts[0].startswith("build") and path.parent.name == "bin":
+            left_out = re.search(r"^(\d+) left out", output, re.M)
+            ret_runs.setdefault(path.name, {})[path.parts[0]] = tests + int(left_out[1] if left_out else 0)
+
+
+def differing_runs(runs):
+    """One line for each program that did not run the same tests in every build."""
+    return [f"{program} ran " + ", ".join(f"{tests} tests in {folder}" for folder, tests in by_folder.items())
+            for program, by_folder in runs.items() if len(set(by_folder.values())) > 1]
+
+
+def run_stage(name, commands, ret_runs):
     """Runs one stage; returns its counts. A stage that only prepares does not go on after a failure."""
     begun = time.monotonic()
     passed = failed = 0
-    prepares = name == "build" or name.endswith(" build")
+    prepares = name.endswith("build")
     for command in commands:
         arguments, exit_code, output = run(command)
         preparation = prepares or arguments[0] == "npm" and "ci" in arguments
@@ -113,6 +151,7 @@ def run_stage(name, commands):
             command_passed, command_failed = 0, int(exit_code != 0)
         else:
             command_passed, command_failed = count(output, exit_code)
+            note_run(ret_runs, arguments, output, command_passed + command_failed)
         passed += command_passed
         failed += command_failed
         if command_failed:
@@ -139,14 +178,18 @@ def main():
         parser.error(f"no stage {', '.join(sorted(unknown))}; --list names them")
     begun = time.monotonic()
     passed = failed = 0
+    runs = {}  # program -> build folder -> tests
     for name, commands in table:
         if options.stage and name not in options.stage:
             continue
-        stage_passed, stage_failed = run_stage(name, commands)
+        stage_passed, stage_failed = run_stage(name, commands, runs)
         passed += stage_passed
         failed += stage_failed
         if stage_failed and name == "build":
             break
+    for difference in differing_runs(runs):
+        failed += 1
+        print(difference)
     print(f"{'all':<12} {time.monotonic() - begun:7.1f} s")
     print(f"{passed} passed, {failed} failed")
     return 1 if failed or not passed else 0
