@@ -153,16 +153,14 @@ void run(std::deque<Worker>& workers, std::chrono::seconds duration, Findings& f
   }
   stop = true;
   const auto deadline = std::chrono::steady_clock::now() + kJoinPatience;
-  for (std::size_t i = 0; i < workers.size(); ++i) {
-    while (!workers[i].ended) {
-      poll_pause();
-      if (std::chrono::steady_clock::now() > deadline) {
-        std::fprintf(stderr, "hangs: %s\n0 passed, 1 failed\n", workers[i].name);
-        _exit(1);
-      }
-    }
-    threads[i].join();
+  const auto ended = [](const Worker& worker) { return worker.ended.load(); };
+  while (!std::ranges::all_of(workers, ended) && std::chrono::steady_clock::now() < deadline) poll_pause();
+  if (!std::ranges::all_of(workers, ended)) {
+    for (const Worker& worker : workers)
+      if (!worker.ended) std::fprintf(stderr, "hangs: %s\n", worker.name);
+    _exit(1);
   }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(Race, EverythingAtOnce) {
