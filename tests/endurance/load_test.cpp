@@ -110,6 +110,7 @@ Footprint footprint_after(int rounds) {
 }
 
 TEST(Load, AThousandTimesLeavesNothingBehind) {
+  std::thread([] {}).join();  // with the first one a sanitizer may start a thread of its own
   const int threads = entries(kThreads);
   const Footprint early = footprint_after(kEarlyRounds);
   const Footprint late = footprint_after(kRounds - kEarlyRounds);
@@ -118,7 +119,7 @@ TEST(Load, AThousandTimesLeavesNothingBehind) {
   // A thread that has been joined is listed for a moment still.
   for (int i = 0; i < 1000 && entries(kThreads) > threads; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  EXPECT_EQ(entries(kThreads), threads);
+  EXPECT_LE(entries(kThreads), threads);
 #ifdef LEAK_SANITIZER
   EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0);
 #endif
