@@ -7,8 +7,8 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <string>
+#include <system_error>
 
 #include "dtvctl.h"
 #include "nearest.h"
@@ -210,7 +210,7 @@ int finish(int result) {
     std::raise(SIGPIPE);
   }
   return error == 0 ? result
-                    : complain({kExitOutput, std::string("cannot write the results: ") + std::strerror(error)});
+                    : complain({kExitOutput, "cannot write the results: " + std::generic_category().message(error)});
 }
 
 }  // namespace

@@ -292,7 +292,7 @@ int server_callback(lws* wsi, lws_callback_reasons reason, void*, void* in, std:
       return on_http_writable(server_of(wsi), wsi);
 
     case LWS_CALLBACK_HTTP_CONFIRM_UPGRADE:
-      return on_upgrade(server_of(wsi), wsi, static_cast<const char*>(in));
+      return on_upgrade(server_of(wsi), wsi, in != nullptr ? static_cast<const char*>(in) : "");
     case LWS_CALLBACK_ESTABLISHED:
       make_client(server_of(wsi), wsi).websocket = true;
       return 0;

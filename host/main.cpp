@@ -150,6 +150,7 @@ std::string take_option(int number, const char* value, Options& options) {
 // Returns the exit code where the program is done with its options.
 std::optional<int> read_options(int argc, char** argv, Options& options) {
   int number = 0;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
   while ((number = getopt_long(argc, argv, "", long_options, nullptr)) != -1) {
     if (number == option_help) {
       fputs(help_text, stdout);

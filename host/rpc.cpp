@@ -227,10 +227,10 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
   ret_message.batch = false;
   ret_message.requests.clear();
   const auto refuse = [&](RpcError code, std::string_view message) {
-    RpcRequest request;
+    ret_message.requests.clear();
+    RpcRequest& request = ret_message.requests.emplace_back();
     request.id = "null";
     request.error = rpc_error("null", code, message);
-    ret_message.requests.assign(1, std::move(request));
   };
   if (std::string wrong; !json_is_whole(text, &wrong)) return refuse(RpcError::parse, "not JSON, " + wrong);
   if (json_kind(text) != JsonKind::array) {

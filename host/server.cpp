@@ -1,6 +1,6 @@
 #include "server.h"
 
-#include <cstring>
+#include <system_error>
 
 namespace {
 
@@ -139,7 +139,8 @@ bool server_start(Server& server, const ServerOptions& options, const Stack& sta
   lws_set_log_level(LLL_ERR, [](int, const char* line) { fprintf(stderr, "dtv-host: %s", line); });
   if (server.context == nullptr) {
     ret_error = "cannot listen on " + policy_authority(policy) + ": " +
-                (bind_errno != 0 ? strerror(bind_errno) : "the address is not this machine's, or the port is taken");
+                (bind_errno != 0 ? std::generic_category().message(bind_errno)
+                                 : "the address is not this machine's, or the port is taken");
     return false;
   }
   policy.port = lws_get_vhost_listen_port(lws_get_vhost_by_name(server.context, "default"));

@@ -148,7 +148,7 @@ struct Raise {
   const Signature* callback = nullptr;
   const cJSON* args = nullptr;  // borrowed; an array by position, or an object by name
 };
-bool prepare_raise(const char* function, const cJSON* args, Raise& ret_raise, std::string& ret_error);
+bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::string& ret_error);
 // Raises it on another thread and waits. False when nothing is registered.
 bool raise_and_wait(const Raise& raise, std::int64_t& ret_result, std::string& ret_error);
 // Raises it on this thread.

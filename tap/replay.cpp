@@ -103,7 +103,7 @@ std::vector<Raise> due_events(Replay& replay) {
   return due;
 }
 
-void raise_events(std::shared_ptr<Replay> replay, std::vector<Raise> events) {
+void raise_events(const std::shared_ptr<Replay>& replay, const std::vector<Raise>& events) {
   raises_events = true;
   for (const Raise& raise : events) {
     std::int64_t result = 0;

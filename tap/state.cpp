@@ -5,7 +5,7 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 
 namespace tap {
 namespace {
@@ -112,7 +112,7 @@ void run_event_hook() {
 void record_to(const char* path) {
   const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (file < 0) {
-    std::fprintf(stderr, "tap: cannot record to %s: %s\n", path, std::strerror(errno));
+    std::fprintf(stderr, "tap: cannot record to %s: %s\n", path, std::generic_category().message(errno).c_str());
     return;
   }
   record_file.store(file, std::memory_order_release);

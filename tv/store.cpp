@@ -55,7 +55,7 @@ std::string settle(sqlite3* db, bool& ret_damaged) {
   if (execute(db, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL") != SQLITE_OK) {
     return problem();
   }
-  const std::string check = first_text(db, "PRAGMA quick_check(1)");
+  std::string check = first_text(db, "PRAGMA quick_check(1)");
   if (check != "ok") {
     if (check.empty()) return problem();
     ret_damaged = true;

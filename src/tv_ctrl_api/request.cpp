@@ -25,7 +25,7 @@ bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Req
     TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", parsed.error_at);
     return false;
   }
-  if (cJSON_IsString(word)) tvc_copy_text(ret_request.word, word->valuestring);
+  if (word && cJSON_IsString(word)) tvc_copy_text(ret_request.word, word->valuestring);
   return true;
 }
 

@@ -56,7 +56,7 @@ std::string refuse(Session& session) {
   char* error = nullptr;
   const std::string answers = platform == nullptr ? "[]" : tap::json_print(platform);
   if (session.script(answers.c_str(), &error) == 0) return {};
-  const std::string problem = "\"platform\": " + std::string(error == nullptr ? "" : error);
+  std::string problem = "\"platform\": " + std::string(error == nullptr ? "" : error);
   std::free(error);
   return problem;
 }

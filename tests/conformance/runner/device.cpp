@@ -18,12 +18,12 @@ std::mutex received_lock;
 std::string received;
 
 bool is_device(int fd) {
-  char link[64];
   char path[64];
-  std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-  const ssize_t length = readlink(link, path, sizeof path);
+  char target[64];
+  std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+  const ssize_t length = readlink(path, target, sizeof target);
   return length == static_cast<ssize_t>(std::strlen(DEVICE_PATH)) &&
-         std::memcmp(path, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
+         std::memcmp(target, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
 }
 
 }  // namespace

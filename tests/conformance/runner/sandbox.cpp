@@ -10,8 +10,8 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 namespace runner {
 namespace {
@@ -28,7 +28,7 @@ struct Node {
 };
 
 bool fail(const std::string& what, std::string& ret_error) {
-  ret_error = what + ": " + std::strerror(errno);
+  ret_error = what + ": " + std::generic_category().message(errno);
   return false;
 }
 
@@ -66,7 +66,7 @@ bool pass_through(const std::string& old_path, const std::string& path, std::str
 bool build(const Node& node, const std::string& old_folder, const std::string& folder, std::string& ret_error);
 
 bool build_entry(const Node& node, const std::string& old_path, const std::string& path, std::string& ret_error) {
-  if (!node.children.empty() || (node.wanted != nullptr && node.wanted->what == WantedPath::FOLDER)) {
+  if (!node.children.empty() || node.wanted == nullptr || node.wanted->what == WantedPath::FOLDER) {
     if (mkdir(path.c_str(), 0755) != 0) return fail("mkdir " + path, ret_error);
     // A folder that is wanted is empty but for what else is wanted in it.
     const bool fresh = node.wanted != nullptr;

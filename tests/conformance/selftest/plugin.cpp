@@ -41,7 +41,7 @@ static std::string language_text(const std::string& param) {
   if (library == nullptr) return "no library";
   const auto look_up = reinterpret_cast<const char* (*)(const char*)>(dlsym(library, "vexuiGetLangStr"));
   const char* text = look_up == nullptr ? nullptr : look_up(param.substr(blank + 1).c_str());
-  const std::string result = text == nullptr ? "no text" : text;
+  std::string result = text == nullptr ? "no text" : text;
   dlclose(library);
   return result;
 }
@@ -76,7 +76,7 @@ int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
   if (what == "/param") text = param == nullptr ? "none" : param;
   if (what == "/started") text = std::to_string(started);
   if (what == "/file") text = file_content(param);
-  if (what == "/language") text = language_text(param);
+  if (what == "/language" && param != nullptr) text = language_text(param);
   if (what == "/volume") text = "{\"a\":" + std::to_string(a_vextvapi_volctrl_getVolume()) + ",\"b\":[1,\"x\"]}";
   if (what == "/print") std::printf("[A][f][%d] --> one\r\n[B]%s\nlast", __LINE__, param);
   if (what == "/complain") std::fprintf(stderr, "[E][%d] %s\n", __LINE__, param);
