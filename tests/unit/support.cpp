@@ -153,7 +153,7 @@ std::vector<int> hook_statuses() {
 void make_up_uri(const std::string& uri, UINT8 type) { made_up_uris[uri] = type; }
 
 std::string made_up_uri(UINT8 type) {
-  const std::string uri = "/tv/made/up/" + std::to_string(type);
+  std::string uri = "/tv/made/up/" + std::to_string(type);
   make_up_uri(uri, type);
   return uri;
 }
@@ -181,7 +181,7 @@ Json parse_json(std::string_view text) { return {cJSON_ParseWithLength(text.data
 
 std::string print_json(const cJSON* json) {
   char* const text = cJSON_PrintUnformatted(json);
-  const std::string copy = text ? text : "";
+  std::string copy = text ? text : "";
   cJSON_free(text);
   return copy;
 }

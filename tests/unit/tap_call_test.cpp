@@ -31,14 +31,14 @@ INT32 fire(INT32 type, void* arg) {
 std::string replay_error(const char* lines) {
   char* error = nullptr;
   EXPECT_EQ(dtv_tap_replay(lines, &error), -1);
-  const std::string text = error == nullptr ? "" : error;
+  std::string text = error == nullptr ? "" : error;
   std::free(error);
   return text;
 }
 
 std::string replay_report() {
   char* report = dtv_tap_replay_report();
-  const std::string text = report == nullptr ? "" : report;
+  std::string text = report == nullptr ? "" : report;
   std::free(report);
   return text;
 }
@@ -54,7 +54,7 @@ std::int64_t raise(const char* function, const char* args) {
 std::string raise_error(const char* function, const char* args) {
   char* error = nullptr;
   EXPECT_EQ(dtv_tap_raise(function, args, nullptr, &error), -1);
-  const std::string text = error == nullptr ? "" : error;
+  std::string text = error == nullptr ? "" : error;
   std::free(error);
   return text;
 }

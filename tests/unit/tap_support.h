@@ -59,7 +59,7 @@ struct TapTest : testing::Test {
   static std::string script_error(const char* answers) {
     char* error = nullptr;
     EXPECT_EQ(dtv_tap_script(answers, &error), -1) << answers;
-    const std::string text = error == nullptr ? "" : error;
+    std::string text = error == nullptr ? "" : error;
     std::free(error);
     return text;
   }
