@@ -14,8 +14,12 @@
 
 static constexpr int kMostOperations = 64;
 
-// How many notifications of each URI can be pending at the most.
-using Raised = std::map<std::string, std::size_t>;
+// What was raised of a URI since it was last fetched.
+struct Since {
+  std::size_t most = 0;  // items that can be pending
+  bool some = false;     // a text must be pending
+};
+using Raised = std::map<std::string, Since>;
 
 static void notify(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri,
                    Raised& raised) {
@@ -33,7 +37,9 @@ static void notify(Bytes& bytes, const Tables& tables, const Subscriptions& subs
   } else {
     tv_ctrl_api_notify_func(uri, content);
   }
-  if (uri && content && is_subscribed(subscriptions, uri)) ++raised[uri];
+  if (!uri || !content || !is_subscribed(subscriptions, uri)) return;
+  ++raised[uri].most;
+  if (row && !row->info->notify_member.empty()) raised[uri].some = true;
 }
 
 static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, Raised& raised,
@@ -42,12 +48,18 @@ static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscript
   const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
   if (operation < 6) return notify(bytes, tables, subscriptions, uri.get(), raised);
   if (operation == 6) return subscribe(subscriptions, uri.get());
-  if (operation == 7) return unsubscribe(subscriptions, uri.get());
-  const std::size_t items = fetch(bytes, tables, subscriptions, uri.get());
-  // An item may come twice only when a fetch and a notification meet, that is, when other threads fetch.
-  require(items <= raised[text], "no item is delivered that was not raised, or twice", text);
-  if (items > 0 && text != subscriptions.shared) raised[text] = 0;
-  if (items > 0) seed_reached(plugin_find(tables, text.c_str())->type_name);
+  if (operation == 7) {
+    unsubscribe(subscriptions, uri.get());
+    if (!is_subscribed(subscriptions, uri.get())) raised[text].some = false;
+    return;
+  }
+  const Fetched fetched = fetch(bytes, tables, subscriptions, uri.get());
+  if (!fetched.subscribed || text == subscriptions.shared) return;  // what other threads fetch does not come here
+  Since& since = raised[text];
+  require(fetched.items <= since.most, "no item is delivered that was not raised, or twice", text);
+  require(fetched.came || !since.some, "what was raised is delivered", text);
+  since = {};
+  if (fetched.items > 0) seed_reached(plugin_find(tables, text.c_str())->type_name);
 }
 
 // Each type that notifies is delivered and fetched.
@@ -64,7 +76,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Bytes bytes = {.next = data, .left = size};
   static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
   plugin_log_level(levels[take_below(bytes, std::size(levels))]);
-  const UriInfo& watched = tables.uris[tables.active[take_below(bytes, tables.active.size())]];
+  const std::vector<std::size_t>& rows = tables.notifying[take_below(bytes, tables.notifying.size())];
+  const UriInfo& watched = tables.uris[rows[take_below(bytes, rows.size())]];
   const bool concurrent = take_chance(bytes, 16);
 
   Subscriptions subscriptions;
@@ -73,7 +86,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::vector<std::thread> beside;
   if (concurrent) {
     subscriptions.shared = watched.uri;
-    raised[watched.uri] = SIZE_MAX / 2;
     for (const auto meanwhile : {fetch_meanwhile, fetch_meanwhile, resubscribe_meanwhile})
       beside.emplace_back(meanwhile, std::cref(watched));
   }

@@ -16,10 +16,19 @@
 
 static constexpr int kMostOperations = 32;
 
+// A request as the URI's type takes it.
+static void reached_word(const UriInfo& row, const std::string& word) {
+  if (word.empty()) return;
+  seed_reached(row.type_name + " " + word);
+  if (word != kWordQuery && row.sets) seed_reached("set " + row.uri);
+}
+
 static void get(Bytes& bytes, const Tables& tables, const char* uri) {
   const UriInfo* const row = plugin_find(tables, uri);
-  const std::string text = take_parameter(bytes, tables, row);
+  std::string word;
+  const std::string text = take_parameter(bytes, tables, row, false, word);
   const Owned parameter = own_text(take_chance(bytes, 4) ? nullptr : &text);
+  if (row && parameter) reached_word(*row, word);
   // Exactly as long as what may be copied. Known URIs find it cleared, so that the text has an end.
   const std::unique_ptr<char[]> buffer(new char[DTV_JSP_RESPONSE_MAX]);
   memset(buffer.get(), row ? 0 : '\xA5', DTV_JSP_RESPONSE_MAX);
@@ -33,6 +42,7 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
     if (length > 0) check_response(*row, ret, {buffer.get(), length});
     require(length > 0 || ret == -1, "a get that succeeds has a response", row->uri);
     if (length > 0) seed_reached(row->type_name);
+    if (length > 0 && row->gets) seed_reached("get " + row->uri);
     return;
   }
   require(ret == -1, "a get of an unknown URI fails");
@@ -42,8 +52,10 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
 
 static void set(Bytes& bytes, const Tables& tables, const char* uri) {
   const UriInfo* const row = plugin_find(tables, uri);
-  const std::string text = take_parameter(bytes, tables, row);
+  std::string word;
+  const std::string text = take_parameter(bytes, tables, row, true, word);
   const Owned parameter = own_text(take_chance(bytes, 32) ? nullptr : &text);
+  if (row && parameter) reached_word(*row, word);
   const INT32 ret = a_dtv_jsp_set(uri, parameter.get());
   if (!row || !parameter) require(ret == -1, "a set of an unknown URI, or without parameters, fails", uri ? uri : "");
 }
@@ -112,10 +124,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Each type is read, and each of its request words comes with its fields.
+// Each type is read, each of its request words comes with its fields, and each URI that is served is asked.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {
+    if (row.gets) goals.insert("get " + row.uri);
+    if (row.sets) goals.insert("set " + row.uri);
     if (row.type_name.empty()) continue;
     goals.insert(row.type_name);
     if (!row.info->query.empty()) goals.insert(row.type_name + " " + kWordQuery);

@@ -70,16 +70,19 @@ static Tables read_tables() {
   cJSON_ArrayForEach(row, member(root.get(), "types")) tables.types[row->string] = read_type(row);
   cJSON_ArrayForEach(row, member(root.get(), "uris")) {
     const auto id = static_cast<UINT16>(member(row, "id")->valueint);
-    const bool active =
-        cJSON_IsTrue(member(row, "get")) || cJSON_IsTrue(member(row, "set")) || cJSON_IsTrue(member(row, "notify"));
-    if (active) tables.active.push_back(tables.uris.size());
+    const bool gets = cJSON_IsTrue(member(row, "get"));
+    const bool sets = cJSON_IsTrue(member(row, "set"));
+    const bool notifies = cJSON_IsTrue(member(row, "notify"));
+    if (gets || sets || notifies) tables.active.push_back(tables.uris.size());
     // A type that is not built yet has no description: it gets an empty one.
     tables.uris.push_back({.uri = member_text(row, "uri"),
                            .id = id,
                            .type = tv_ctrl_get_type_by_id(id),
                            .type_name = member_text(row, "type"),
                            .info = &tables.types[member_text(row, "type")],
-                           .active = active});
+                           .gets = gets,
+                           .sets = sets,
+                           .notifies = notifies});
   }
   require(!tables.active.empty(), "some URIs are served");
   std::set<std::string> words = {kWordQuery};
@@ -93,9 +96,13 @@ static Tables read_tables() {
         !info->response.empty() || !info->query.empty() || !info->set_word.empty() || !info->notify_member.empty();
     by_type[built ? info : nullptr].push_back(i);
   }
-  for (auto& [info, indices] : by_type) tables.by_type.push_back(std::move(indices));
+  for (auto& [info, indices] : by_type) {
+    if (info && !info->notify_member.empty()) tables.notifying.push_back(indices);
+    tables.by_type.push_back(std::move(indices));
+  }
   // The order must not depend on addresses: an input has to mean the same in every process.
   std::ranges::sort(tables.by_type);
+  std::ranges::sort(tables.notifying);
   return tables;
 }
 
@@ -304,7 +311,7 @@ static INT32 take_length(Bytes& bytes) {
   return choice < std::size(lengths) ? lengths[choice] : take_byte(bytes);
 }
 
-std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri) {
+Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri) {
   const INT32 length = take_length(bytes);
   const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 1;
   const std::unique_ptr<char[]> buffer(new char[size]);
@@ -317,13 +324,13 @@ std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subsc
   require(ret == (valid ? 0 : -1), "a fetch succeeds for subscribed URIs", uri ? uri : "");
   if (!valid) {
     require(buffer[0] == (length < 1 ? kUntouched : '\0'), "a failed fetch writes nothing");
-    return 0;
+    return {};
   }
   const std::size_t end = strnlen(buffer.get(), size);
-  if (end == 0 || end == size) return 0;
+  if (end == 0 || end == size) return {.subscribed = true, .came = end > 0};
   const UriInfo* const row = plugin_find(tables, uri);
   require(row != nullptr, "only registered URIs have a text", {buffer.get(), end});
-  return check_notification(*row, {buffer.get(), end});
+  return {.subscribed = true, .came = true, .items = check_notification(*row, {buffer.get(), end})};
 }
 
 void fetch_meanwhile(const UriInfo& row) {

@@ -31,13 +31,14 @@ struct UriInfo {
   UINT8 type = TYPE_INVALID;
   std::string type_name;
   const TypeInfo* info = nullptr;  // never null
-  bool active = false;             // somebody reads, sets or raises it
+  bool gets = false, sets = false, notifies = false;
 };
 
 struct Tables {
   std::vector<UriInfo> uris;
-  std::vector<std::size_t> active;                // indices of the active URIs
-  std::vector<std::vector<std::size_t>> by_type;  // indices by type; all that are not built yet are one type
+  std::vector<std::size_t> active;                  // indices of the active URIs
+  std::vector<std::vector<std::size_t>> by_type;    // indices by type; all that are not built yet are one type
+  std::vector<std::vector<std::size_t>> notifying;  // indices by type, of the types that notify
   std::map<std::string, TypeInfo> types;
   std::vector<std::string> words;  // every request word, each once
 };
@@ -79,8 +80,13 @@ void unsubscribe(Subscriptions& subscriptions, const char* uri);
 bool is_subscribed(const Subscriptions& subscriptions, const char* uri);
 void unsubscribe_all(Subscriptions& subscriptions);
 
-// Fetches with a length from the input and checks the result; returns the number of items, 0 for none or a cut text.
-std::size_t fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri);
+// Fetches with a length from the input and checks the result.
+struct Fetched {
+  bool subscribed = false;  // the fetch succeeded
+  bool came = false;        // some text came
+  std::size_t items = 0;    // of a text that came whole
+};
+Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri);
 
 // For other threads: fetches a URI a few times and checks each whole text; takes subscriptions back and renews them.
 void fetch_meanwhile(const UriInfo& row);

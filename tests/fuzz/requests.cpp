@@ -1,7 +1,6 @@
 #include "requests.h"
 
 #include "json_values.h"
-#include "seeds.h"
 #include "tv_ctrl_api/request.h"
 
 static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text);
@@ -49,9 +48,9 @@ static std::string take_word(Bytes& bytes, const Tables& tables) {
   return std::string(28 + take_below(bytes, 8), 'M');  // 31 characters are kept
 }
 
-// The parameter object of a request. Tells what it is when it is as its type takes it.
-static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, std::string& text,
-                          std::string& ret_goal) {
+// The parameter object of a request. Tells the request word when the object is as its type takes it.
+static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, bool sets, std::string& text,
+                          std::string& ret_word) {
   static const TypeInfo unknown;
   const TypeInfo& type = row ? *row->info : unknown;
   const std::size_t form = take_below(bytes, 10);
@@ -71,15 +70,15 @@ static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row
     return;
   }
   if (form == 3) return add_any_value(bytes, text);
-  const bool queries = form < 6 ? !type.query.empty() : type.set_word.empty();
+  const bool queries = form == 4 ? sets : !sets;
   const std::string word = queries ? kWordQuery : type.set_word;
   add_object(bytes, queries ? type.query : type.set, word, text);
-  if (row) ret_goal = row->type_name + " " + word;
+  if (queries != sets) ret_word = word;
 }
 
-std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row) {
+std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, bool sets, std::string& ret_word) {
   std::string text;
-  std::string goal;
+  std::string word;
   switch (take_below(bytes, 16)) {
     case 0:
       return take_text(bytes);
@@ -98,10 +97,10 @@ std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* ro
       text = "{\"PARAMETER\":";
       break;
   }
-  add_parameter(bytes, tables, row, text, goal);
+  add_parameter(bytes, tables, row, sets, text, word);
   text += '}';
   const std::string whole = text;
   damage(bytes, text);
-  if (text == whole && !goal.empty()) seed_reached(goal);
+  if (text == whole) ret_word = word;
   return text;
 }

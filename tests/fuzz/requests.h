@@ -3,5 +3,6 @@
 
 #include "plugin.h"
 
-// A parameter text for this URI; `row` is null for an unknown one.
-std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row);
+// A parameter text for a get or a set of this URI; `row` is null for an unknown one. ret_word becomes the request word
+// where the text is as the URI's type takes it.
+std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, bool sets, std::string& ret_word);

@@ -53,9 +53,9 @@ def arguments(target, build=BUILD):
     return ["nice", "-n", "10", str(program), *LIMITS]
 
 
-def run(command, **more):
+def run(command, env=ENVIRONMENT):
     return subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          errors="replace", check=False, env=ENVIRONMENT, **more)
+                          errors="replace", check=False, env=env)
 
 
 def each(function):
@@ -119,9 +119,16 @@ def fuzz_target(target, seconds):
     seeds = new_folder(BUILD / "seeds" / target)
     log = BUILD / f"{target}.log"
     made = run(arguments(target)[:4] + ["--seeds", str(seeds)])
-    say(f"{target}: {made.stdout.strip().splitlines()[-1] if made.stdout.strip() else 'no seeds'}")
     kept(target).mkdir(parents=True, exist_ok=True)
     before = set(inputs(kept(target)))
+    if made.returncode:
+        say(f"--- {target}: the seeds (exit {made.returncode})\n{made.stdout[-6000:]}")
+        if (running := seeds / "running").is_file():
+            data = running.read_bytes()
+            (kept(target) / f"crash-{hashlib.sha1(data).hexdigest()}").write_bytes(data)
+            running.unlink()
+    else:
+        say(f"{target}: {made.stdout.strip().splitlines()[-1]}")
     command = arguments(target) + [f"-max_total_time={seconds}", "-print_final_stats=1",
                                    f"-artifact_prefix={kept(target)}/", str(found), str(kept(target)), str(seeds)]
     begun = time.monotonic()
@@ -170,7 +177,8 @@ def minimize_target(target):
     """The kept and the found inputs, merged into the fewest that reach the same. Findings stay under their names."""
     with tempfile.TemporaryDirectory() as merged:
         # How often an edge is passed does not count here: that would be thousands of inputs.
-        process = run(arguments(target) + ["-merge=1", "-use_counters=0", merged, str(kept(target)), str(BUILD / "corpus" / target)])
+        process = run(arguments(target) + ["-set_cover_merge=1", "-use_counters=0", merged, str(kept(target)),
+                                           str(BUILD / "corpus" / target)])
         if process.returncode:
             say(f"--- {target}\n{process.stdout[-4000:]}")
             return 1
@@ -220,12 +228,11 @@ def coverage():
     for target in TARGETS:
         # What fuzzing has found and is not kept counts as well, where there is such a folder.
         folders = [str(folder) for folder in (kept(target), BUILD / "corpus" / target) if inputs(folder)]
-        command = arguments(target, build) + ["-runs=0", *folders]
-        process = subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=False, text=True,
-                                 errors="replace", env={**ENVIRONMENT, "LLVM_PROFILE_FILE": f"{profiles}/{target}.profraw"})
+        process = run(arguments(target, build) + ["-runs=0", *folders],
+                      env={**ENVIRONMENT, "LLVM_PROFILE_FILE": f"{profiles}/{target}.profraw"})
         print(f"{target}: {sum(len(inputs(Path(folder))) for folder in folders)} inputs")
         if process.returncode:
-            print(process.stderr[-6000:])
+            print(process.stdout[-6000:])
             return 1
     merged = profiles / "all.profdata"
     process = run([tool("llvm-profdata"), "merge", "-o", str(merged), *map(str, profiles.glob("*.profraw"))])
@@ -236,17 +243,16 @@ def coverage():
     for target in TARGETS[1:]:
         objects += ["-object", str(build / "bin" / target)]
     for folder in ("src", "host", "tap"):
-        # Templates of the tap are expanded in the tests too; only its own files are told.
         report = run([tool("llvm-cov"), "report", *objects, f"-instr-profile={merged}", str(ROOT / folder)])
         rows = [re.split(r"\s{2,}|\s+(?=[\d-])", line.strip()) for line in report.stdout.splitlines()]
         rows = [row for row in rows if len(row) >= 13]
         if report.returncode or not rows:
             print(report.stdout[-3000:])
             return 1
-        print(f"\n{folder + '/':<40} {'lines':>8} {'missed':>8} {'reached':>9}   {'branches':>8} {'missed':>8} {'reached':>9}")
-        for row in rows:
+        print()
+        for row in [[folder + "/", *[""] * 6, *["lines", "missed", "reached", "branches", "missed", "reached"]]] + rows:
             if row[0] != "Filename":
-                print(f"{row[0]:<40} {row[7]:>8} {row[8]:>8} {row[9]:>9}   {row[10]:>8} {row[11]:>8} {row[12]:>9}")
+                print(f"{row[0]:<32}" + "".join(f" {column:>9}" for column in row[7:13]))
     return 0
 
 

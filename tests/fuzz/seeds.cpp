@@ -1,5 +1,8 @@
 #include "seeds.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -14,6 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 static std::set<std::string>* reached;
+static int running;  // a file that holds the input that is being run, for whoever finds that it failed
 
 void seed_reached(std::string_view goal) {
   if (reached) reached->emplace(goal);
@@ -25,7 +29,10 @@ using Input = std::vector<std::uint8_t>;
 static std::set<std::string> run(const Input& input, const std::set<std::string>& wanted) {
   std::set<std::string> all;
   reached = &all;
+  if (ftruncate(running, 0) != 0 || pwrite(running, input.data(), input.size(), 0) < 0) perror("running");
+  alarm(20);  // the fuzzer's own limit does not hold here yet
   LLVMFuzzerTestOneInput(input.data(), input.size());
+  alarm(0);
   reached = nullptr;
   std::erase_if(all, [&](const std::string& goal) { return !wanted.contains(goal); });
   return all;
@@ -49,9 +56,12 @@ static void shorten(Input& input, const std::set<std::string>& goals) {
   }
 }
 
-// Writes a seed for every goal into a folder. False, with a message, when a goal was not reached in time.
+// Writes a seed for every goal into a folder. When an input fails, it is left there as "running". False, with a
+// message, when a goal was not reached in time.
 static bool write_seeds(const std::filesystem::path& folder) {
   std::filesystem::create_directories(folder);
+  const std::filesystem::path running_path = folder / "running";
+  running = open(running_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   std::mt19937 random;  // the same seeds every time
   std::set<std::string> wanted = seed_goals();
   const std::size_t goals = wanted.size();
@@ -66,6 +76,8 @@ static bool write_seeds(const std::filesystem::path& folder) {
     std::ofstream file(folder / ("seed-" + std::to_string(++seeds)), std::ios::binary);
     file.write(reinterpret_cast<const char*>(input.data()), static_cast<std::streamsize>(input.size()));
   }
+  close(running);
+  std::filesystem::remove(running_path);
   std::fprintf(stderr, "%zu seeds reach %zu of %zu goals\n", seeds, goals - wanted.size(), goals);
   for (const std::string& goal : wanted) std::fprintf(stderr, "not reached: %s\n", goal.c_str());
   return wanted.empty();
