@@ -305,8 +305,8 @@ static void http(Bytes& bytes) {
 // Ways to name a host, and what is not quite one.
 static std::string take_host(Bytes& bytes) {
   static constexpr const char* kNames[] = {
-      "localhost", "127.0.0.1", "[::1]", "::1", "LocalHost",      "evil.example",          "192.168.1.5",
-      "0.0.0.0",   "[::]",      "127.1", "",    "user@localhost", "localhost.evil.example"};
+      "localhost", "127.0.0.1", "[::1]", "::1", "LocalHost",      "evil.example",           "192.168.1.5",
+      "0.0.0.0",   "[::]",      "127.1", "",    "user@localhost", "localhost.evil.example", "127.0.0.1.evil.example"};
   static constexpr const char* kPorts[] = {":8080", ":80", "", ":", ":08080", ":8081", ":-1", ":65536", ":8080:8080"};
   if (take_chance(bytes, 8)) return take_text(bytes);
   std::string host = kNames[take_below(bytes, std::size(kNames))];

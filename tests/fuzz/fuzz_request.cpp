@@ -133,7 +133,7 @@ std::set<std::string> seed_goals() {
     if (row.type_name.empty()) continue;
     goals.insert(row.type_name);
     if (!row.info->query.empty()) goals.insert(row.type_name + " " + kWordQuery);
-    if (!row.info->set_word.empty()) goals.insert(row.type_name + " " + row.info->set_word);
+    for (const SetInfo& set : row.info->sets) goals.insert(row.type_name + " " + set.word);
   }
   return goals;
 }

@@ -46,14 +46,40 @@ static std::vector<FieldInfo> read_fields(const cJSON* array) {
   return fields;
 }
 
+// The description tells the one set that a tool makes; a type may take several, of which its table tells.
+static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
+  std::vector<SetInfo> sets;
+  if (const std::string word = member_text(set, "request"); !word.empty())
+    sets.push_back({.word = word, .fields = read_fields(member(set, "fields"))});
+  struct WordUse {
+    const char* word;
+    FieldUse use;
+  };
+  static constexpr WordUse kUses[] = {{kWordModify, kModify}, {kWordSet, kSet}, {kWordAssociate, kAssociate}};
+  for (const WordUse& row : kUses) {
+    const bool known = std::ranges::find(sets, row.word, &SetInfo::word) != sets.end();
+    if (!item || known || !tvc_item_has(*item, row.use)) continue;
+    std::vector<FieldInfo> fields;
+    for (const Field& field : item->fields)
+      if (field.use & row.use)
+        fields.push_back({.key = field.key,
+                          .kind = field.kind == FieldKind::kText ? "text" : "",
+                          .limit = field.size,
+                          .fields = {}});
+    sets.push_back({.word = row.word, .fields = std::move(fields)});
+  }
+  return sets;
+}
+
 static TypeInfo read_type(const cJSON* type) {
-  const cJSON* const set = member(type, "set");
+  const auto items = tvc_item_types();
+  const auto item = std::ranges::find_if(
+      items, [type](const ItemType& row) { return strcmp(tvc_item_type_name(row.type), type->string) == 0; });
   const cJSON* const notify = member(type, "notify");
   return {.query = read_fields(member(type, "query")),
-          .set = read_fields(member(set, "fields")),
           .response = read_fields(member(type, "response")),
           .notify = read_fields(member(notify, "fields")),
-          .set_word = member_text(set, "request"),
+          .sets = read_sets(member(type, "set"), item == items.end() ? nullptr : &*item),
           .notify_member = member_text(notify, "member"),
           .queued = member_text(notify, "form") == "queued"};
 }
@@ -86,14 +112,14 @@ static Tables read_tables() {
   }
   require(!tables.active.empty(), "some URIs are served");
   std::set<std::string> words = {kWordQuery};
-  for (const auto& [name, type] : tables.types) words.insert(type.set_word);
-  words.erase("");
+  for (const auto& [name, type] : tables.types)
+    for (const SetInfo& set : type.sets) words.insert(set.word);
   tables.words.assign(words.begin(), words.end());
   std::map<const TypeInfo*, std::vector<std::size_t>> by_type;
   for (std::size_t i = 0; i < tables.uris.size(); ++i) {
     const TypeInfo* const info = tables.uris[i].info;
     const bool built =
-        !info->response.empty() || !info->query.empty() || !info->set_word.empty() || !info->notify_member.empty();
+        !info->response.empty() || !info->query.empty() || !info->sets.empty() || !info->notify_member.empty();
     by_type[built ? info : nullptr].push_back(i);
   }
   for (auto& [info, indices] : by_type) {

@@ -18,9 +18,15 @@ struct FieldInfo {
   std::vector<FieldInfo> fields;
 };
 
+// A request word of a set, and the fields that it decodes.
+struct SetInfo {
+  std::string word;
+  std::vector<FieldInfo> fields;
+};
+
 struct TypeInfo {
-  std::vector<FieldInfo> query, set, response, notify;
-  std::string set_word;       // request word of a set; empty: no set
+  std::vector<FieldInfo> query, response, notify;
+  std::vector<SetInfo> sets;  // empty: no set
   std::string notify_member;  // "ITEMS" or "PARAMETER"; empty: no notification
   bool queued = false;
 };

@@ -54,14 +54,12 @@ static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row
   static const TypeInfo unknown;
   const TypeInfo& type = row ? *row->info : unknown;
   const std::size_t form = take_below(bytes, 10);
-  if (form == 0) {  // any word with any type's fields
+  if (form < 2) {  // any word, with the fields of any type or of this one
     const auto other = std::next(tables.types.begin(), static_cast<int>(take_below(bytes, tables.types.size())));
+    const TypeInfo& from = form == 0 ? other->second : type;
     const std::string word = take_word(bytes, tables);
-    return add_object(bytes, take_chance(bytes, 2) ? other->second.query : other->second.set, word, text);
-  }
-  if (form == 1) {  // any word with the type's fields
-    const std::string word = take_word(bytes, tables);
-    return add_object(bytes, take_chance(bytes, 2) ? type.query : type.set, word, text);
+    const std::size_t choice = take_below(bytes, from.sets.size() + 1);
+    return add_object(bytes, choice == 0 ? from.query : from.sets[choice - 1].fields, word, text);
   }
   if (form == 2) {  // a request word of any kind
     text += "{\"REQUEST\":";
@@ -70,10 +68,14 @@ static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row
     return;
   }
   if (form == 3) return add_any_value(bytes, text);
-  const bool queries = form == 4 ? sets : !sets;
-  const std::string word = queries ? kWordQuery : type.set_word;
-  add_object(bytes, queries ? type.query : type.set, word, text);
-  if (queries != sets) ret_word = word;
+  if ((form == 4) == sets || type.sets.empty()) {
+    add_object(bytes, type.query, kWordQuery, text);
+    if (!sets) ret_word = kWordQuery;
+  } else {
+    const SetInfo& set = type.sets[take_below(bytes, type.sets.size())];
+    add_object(bytes, set.fields, set.word, text);
+    if (sets) ret_word = set.word;
+  }
 }
 
 std::string take_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, bool sets, std::string& ret_word) {

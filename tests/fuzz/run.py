@@ -7,7 +7,7 @@ usage: tests/fuzz/run.sh [SECONDS | replay | minimize | coverage]
              input that fails is kept in tests/fuzz/corpus/TARGET under a name that says how it failed; fix the cause
              and commit the input. Inputs that only reach new code stay in the build folder.
   replay     runs every kept input once, and checks the platform that the targets stand on
-  minimize   takes from the build folder into tests/fuzz/corpus the fewest inputs that reach the same code
+  minimize   takes from the build folder into tests/fuzz/corpus the fewest inputs and seeds that reach the same code
   coverage   builds with coverage, replays, and prints the lines and branches of the sources that were reached
 
 A target is each tests/fuzz/fuzz_*.cpp. BUILD names the folder of the asan preset's build, build-asan without it.
@@ -178,7 +178,7 @@ def minimize_target(target):
     with tempfile.TemporaryDirectory() as merged:
         # How often an edge is passed does not count here: that would be thousands of inputs.
         process = run(arguments(target) + ["-set_cover_merge=1", "-use_counters=0", merged, str(kept(target)),
-                                           str(BUILD / "corpus" / target)])
+                                           str(BUILD / "corpus" / target), str(BUILD / "seeds" / target)])
         if process.returncode:
             say(f"--- {target}\n{process.stdout[-4000:]}")
             return 1
@@ -197,7 +197,8 @@ def minimize_target(target):
 
 def minimize():
     for target in TARGETS:
-        (BUILD / "corpus" / target).mkdir(parents=True, exist_ok=True)
+        for folder in ("corpus", "seeds"):
+            (BUILD / folder / target).mkdir(parents=True, exist_ok=True)
     return max(each(minimize_target))
 
 
