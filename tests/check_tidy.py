@@ -70,8 +70,9 @@ def sources(build):
 @functools.cache
 def rules():
     """What a result depends on beside the source: the checks and the program that runs them."""
-    texts = [path.read_text(encoding="utf-8") for path in sorted(ROOT.glob("**/.clang-tidy"))]
-    return "\n".join([output_of("clang-tidy", "--version"), *texts, Path(__file__).read_text(encoding="utf-8")])
+    version = re.search(r"version \S+", output_of("clang-tidy", "--version"))[0]
+    files = [Path(__file__), *(ROOT / name for name in output_of("git", "ls-files", "--", "*.clang-tidy").splitlines())]
+    return "\n".join([version, *(file.read_text(encoding="utf-8") for file in files)])
 
 
 def key_of(source, options):
