@@ -7,6 +7,7 @@
 #include <atomic>
 #include <mutex>
 #include <shared_mutex>
+#include <utility>
 
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
@@ -35,7 +36,7 @@ static void free_entry(TV_CTRL_NOTIFY_BUFFER_T* entry) {
 }
 
 void _jsp_empty_slist() {
-  while (_tv_ctrl_notify_buffer.pt_head) free_entry(_tv_ctrl_notify_buffer.pt_head);
+  for (auto* entry = _tv_ctrl_notify_buffer.pt_head; entry;) free_entry(std::exchange(entry, entry->t_link.pt_next));
 }
 
 // The caller holds the write lock.

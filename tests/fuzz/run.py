@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Fuzzes, and replays what fuzzing has found.
 
-usage: tests/fuzz/run.sh [SECONDS | replay | minimize | coverage]
+usage: tests/fuzz/run.py [SECONDS | replay | minimize | coverage]
 
   SECONDS    fuzzes every target for so long (60 without an argument), two at a time, and tells what came of it. An
              input that fails is kept in tests/fuzz/corpus/TARGET under a name that says how it failed; fix the cause

@@ -1,2 +1,0 @@
-#!/bin/sh
-exec python3 "$(dirname "$0")/run.py" "$@"
