@@ -24,7 +24,8 @@ arm: arm-packages
 # Measures, beside a floor in the same run, and what the plugin takes of a set; also writes build/bench.json.
 bench: test-packages all
 	@python3 bench/run.py --build build --out build/bench.json
-	@python3 tests/run.py --jobs $(JOBS) arm-build >/dev/null
+	@cmake --preset arm >/dev/null
+	@cmake --build --preset arm --parallel $(JOBS) -- --quiet
 	@python3 bench/budgets.py --build build --arm build-arm
 
 # Fuzzes every target for SECONDS each, two at a time; what fails is kept in the target's corpus.

@@ -266,7 +266,8 @@ docs/budgets.md in the same commit as the change, with the reason in its message
 
 
 def selftest():
-    table = {"size": {X86: 1000, ARM: 800}, "count": {X86: 3, ARM: 0}, "get_allocations": {X86: 28}, "instructions": {X86: 200}}
+    table = {"size": {X86: 1000, ARM: 800}, "count": {X86: 3, ARM: 0}, "get_allocations": {X86: 28},
+             "instructions": {X86: 200}}
     text = "# Budgets\n\n| figure | x86-64 | armhf |\n|---|---:|---:|\n| `old` | 1 | 2 |\n\nAfter.\n"
 
     def changed(name, **values):

@@ -130,7 +130,10 @@ def code_faults(project, code):
     commands = [word for word in words if not re.match(r"[A-Z_]+=", word)]  # without VARIABLE=value before them
     if commands[:1] == ["python3"]:
         commands = commands[1:]
-    program = commands[0].rpartition("/")[2] if commands else ""
+    # A built program is known by its name, a script by its path: several may have one name.
+    program = commands[0] if commands else ""
+    if program not in project["programs"]:
+        program = program.rpartition("/")[2]
     if program == "make" and len(words) > 1:
         yield from make_faults(project, words[words.index("make") + 1:])
     elif program in project["programs"]:
@@ -168,7 +171,7 @@ def this_project(build):
     # Files that are not added yet belong to it, ignored ones do not.
     listed = output_of("git", "ls-files", "-z", "--cached", "--others", "--exclude-standard").split("\0")
     files = [name for name in listed if name and (ROOT / name).is_file()]
-    scripts = {Path(name).name: name for name in files if name.startswith("tests/") and name.endswith(".py")}
+    scripts = {name: name for name in files if name.startswith(("tests/", "bench/")) and name.endswith(".py")}
 
     @functools.cache
     def help_text(program):
@@ -183,7 +186,7 @@ def this_project(build):
 # What the self-test's project holds, and (a document's text, the fault it has, or None).
 BASE = {"Makefile": "run: build\n\ttool $(ARGS)\ntest:\n\trun $(STAGE)\n",
         "docs/a.md": "# One `two`: three\n\n## Four\n\n# Four\n", "docs/a.png": "",
-        "src/part/entry.cpp": "", "src/part/items/media.cpp": ""}
+        "src/tool.py": "", "src/part/tool.py": "", "src/part/entry.cpp": "", "src/part/items/media.cpp": ""}
 CASES = [
     ("[a](docs/a.md), [b](docs/a.md#one-two-three) ![c](docs/a.png) [d](https://a.b/c) [e](docs)", None),
     ("[a](#here)\n## Here\n", None), ("[a](##here)\n## Here\n", "no such heading"),
@@ -208,14 +211,16 @@ CASES = [
     ("`build/bin/dtv-host --listen 1`, `--listen`, `--count 2`", None),
     ("`dtv-host --count`", "--count: dtv-host"),
     ("```sh\nA=1 build/bin/dtvctl watch --listen\n```", "--listen: dtvctl"),
-    ("`python3 tests/tool.py --odd`", "no such file"), ("`--odd`", "no program"), ("`curl --odd`", None),
+    ("`python3 tests/tool.py --odd`", "no such file"), ("`python3 src/tool.py --first`", None),
+    ("`python3 src/tool.py --second`", "--second: src/tool.py"), ("`python3 src/part/tool.py --second`", None), ("`--odd`", "no program"), ("`curl --odd`", None),
 ]
 
 
 def selftest():
     """(passed, failed)"""
     results = []
-    helps = {"dtv-host": "--listen WHERE", "dtvctl": "--count N, --counter"}
+    helps = {"dtv-host": "--listen WHERE", "dtvctl": "--count N, --counter", "src/tool.py": "--first",
+             "src/part/tool.py": "--second"}
     for text, expected in CASES:
         with tempfile.TemporaryDirectory() as folder:
             root = Path(folder)

@@ -4,8 +4,8 @@
 usage: tests/check_symbols.py LIBRARY | --selftest
 
 It exports exactly the functions that inc/*.h declares with TVC_EXPORT: the entry points, the core's functions and the
-handlers' entry points; src/libdtv_js_plugin.map, the linker's list, names no other. It imports only cJSON, the C and C++
-runtime and functions of the TV API contract, and every one of the latter. Works on libraries of any machine.
+handlers' entry points; src/libdtv_js_plugin.map, the linker's list, names no other. It imports only cJSON, the C and
+C++ runtime and functions of the TV API contract, and every one of the latter. Works on libraries of any machine.
 Ends with "N passed, N failed"; one symbol is one test.
 """
 
@@ -71,7 +71,8 @@ def selftest():
     good = ("0001 T a_dtv_jsp_get@@DTV\n0002 T tv_ctrl_get@@DTV\n0000 A DTV@@DTV\n     U cJSON_Delete\n"
             "     U free@GLIBC_2.2.5\n     U _ZSt4cout@GLIBCXX_3.4\n     w __gmon_start__\n     U a_vextvapi_x\n")
     listed = map_names("X {\n global: # c; omment\n a_dtv_jsp_*;\n tv_ctrl_get;\n local: *;\n};")
-    declared = declared_names(["TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri);\n/* TVC_EXPORT int a_dtv_jsp_no(void); */",
+    declared = declared_names(["TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri);\n"
+                               "/* TVC_EXPORT int a_dtv_jsp_no(void); */",
                                "TVC_EXPORT INT32\ntv_ctrl_get(UINT16 id, void* content);"])
     contract = contract_names(["#define TVAPI_FN(...) x\n * TVAPI_FN(INT32, real)\nTVAPI_FN(INT32, a_vextvapi_x, IN(A, b))"
                                .replace(" * TVAPI_FN(INT32, real)", "/* TVAPI_FN(INT32, a_comment) */")])

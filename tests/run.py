@@ -20,6 +20,10 @@ TIME_LIMIT = 1500  # seconds for one command; a test that hangs fails
 # What runs in every build; `make arm` has these. The others need the virtual television and the host.
 PLUGIN_TESTS = ["unit_test", "tap_test", "load_test", "race_test"]
 DESK_TESTS = ["tv_test", "host_test"]
+# The emulator has threads of its own, with which only the superuser gets the file systems that a case wants; unshare
+# makes one of whoever runs it.
+EMULATOR = ["qemu-arm"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "qemu-arm"]
+SHOWN = {"budgets"}  # stages whose output is worth reading also when all is well
 SANITIZED_RACE = {"DTV_RACE_SECONDS": "60"}  # elsewhere a few seconds
 
 # Closing lines of the test programs: (passed, failed), the last match counts.
@@ -76,7 +80,8 @@ def stages(jobs):
     return [
         ("rules", [check("includes", "--selftest"), check("includes"), check("symbols", "--selftest"),
                    check("hardening", "--selftest"), check("format", "--selftest"), check("format"),
-                   check("docs", "--selftest"), check("tidy", "--selftest"), ["python3", "bench/budgets.py", "--selftest"]]),
+                   check("docs", "--selftest"), check("tidy", "--selftest"),
+                   ["python3", "tests/fuzz/faults.py", "--check"], ["python3", "bench/budgets.py", "--selftest"]]),
         ("build", build("release", jobs)),
         ("web", [["make", "--silent", "web"], ["npm", "--prefix", "web", "run", "--silent", "check"]]),
         ("unit", unit("build", PLUGIN_TESTS + DESK_TESTS) +
@@ -89,7 +94,7 @@ def stages(jobs):
         ("browser", [node_modules("tests/browser"),
                      [["npm", "--prefix", "tests/browser", "test", "--silent"], {"DTV_BUILD": str(ROOT / "build")}]]),
         ("arm-build", build("arm", jobs)),
-        ("arm", unit("build-arm", PLUGIN_TESTS, ["qemu-arm"]) + [conformance("build-arm", ["qemu-arm"])] +
+        ("arm", unit("build-arm", PLUGIN_TESTS, EMULATOR) + [conformance("build-arm", EMULATOR)] +
                 library("build-arm")),
         ("budgets", [["python3", "bench/budgets.py", "--build", "build", "--arm", "build-arm", "--check"]]),
         ("asan-build", build("asan", jobs)),
@@ -127,6 +132,8 @@ def run(command):
 
 def note_run(ret_runs, arguments, output, tests):
     """Remembers how many tests a program of a build ran. Those left out for another word size are counted too."""
+    if arguments[0] == "python3":  # a script that is given the program, perhaps
+        return
     for path in map(Path, arguments):
         if path.parts[0].startswith("build") and path.parent.name == "bin":
             left_out = re.search(r"^(\d+) left out", output, re.M)
@@ -158,6 +165,8 @@ def run_stage(name, commands, ret_runs):
             print(f"--- {' '.join(arguments)} (exit {exit_code})\n{output[-20000:]}\n---", flush=True)
             if preparation:
                 break
+        elif name in SHOWN:
+            print(output.rstrip(), flush=True)
     seconds = time.monotonic() - begun
     print(f"{name:<12} {seconds:7.1f} s  {passed:5} passed  {failed:3} failed", flush=True)
     return passed, failed

@@ -44,7 +44,10 @@ int32_t a_dtv_jsp_init_res(void) {
     const std::lock_guard guard(t_nfy_rw_lock);
     _jsp_empty_slist();
   }
-  allocate_content(__func__);
+  {
+    const std::lock_guard guard(mutex_recv);
+    allocate_content(__func__);
+  }
   dtv_jsp_init_res = 1;
   return VEXTVCTRLR_OK;
 }
@@ -232,7 +235,9 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
 
 // Runs when the library is closed, when nobody is inside, and when the process exits, when others may be inside and go
 // on calling. So it waits for no lock, since who holds it may be blocked in the platform for good; what it cannot lock
-// it leaves to the process's end. Afterwards nobody is subscribed, and the next request allocates anew.
+// it leaves to the process's end. So too when the exit comes from within a platform call, on the thread that holds the
+// locks: the C library then says that they are taken. Afterwards nobody is subscribed, and the next request allocates
+// anew.
 [[gnu::destructor]] static void unload() {
   if (const std::unique_lock request(mutex_recv, std::try_to_lock); request) {
     free(std::exchange(_pt_content, nullptr));

@@ -90,8 +90,15 @@ consteval FieldKind field_kind() {
   .kind = field_kind<decltype(std::declval<record&>().member)>(), \
   .offset = static_cast<UINT32>(offsetof(record, member)),        \
   .size = static_cast<UINT32>(sizeof(std::declval<record&>().member))
-#define TVC_WORD(record, member) \
-  .kind = FieldKind::kWord, .offset = static_cast<UINT32>(offsetof(record, member)), .size = sizeof(uintptr_t)
+#define TVC_WORD(record, member)                                                     \
+  .kind = FieldKind::kWord, .offset = static_cast<UINT32>(offsetof(record, member)), \
+  .size = word_size<decltype(std::declval<record&>().member)>()
+
+template <typename T>
+consteval UINT32 word_size() {
+  static_assert(sizeof(T) == sizeof(uintptr_t), "an address does not fit this field, or the field is wider");
+  return sizeof(T);
+}
 
 template <typename T>
 T& field_at(void* record, const Field& field) {

@@ -129,7 +129,7 @@ ssize_t call_once_more(void*, const char*, std::size_t size) {
   if (fetch_text(child->plugin, kUsbNotify)) give_up("still subscribed", kWrongAnswer);
   if (get_text(child->plugin, kMuteUri) != kMuteResponse) give_up("get", kWrongAnswer);
   if (set_volume(child->plugin, 9) != 0 || platform.volume != 9) give_up("set", kWrongAnswer);
-  if (raise_usb(child->plugin, "A", 1) > 0) give_up("notification", kWrongAnswer);
+  if (raise_usb(child->plugin, "A", 1) != 0) give_up("notification", kWrongAnswer);
   return static_cast<ssize_t>(size);
 }
 

@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Shows that the fuzzers find faults: puts some in, one after the other, into a copy of the project.
 
-usage: tests/fuzz/faults.py [--seconds N] [NAME...]
+usage: tests/fuzz/faults.py [--seconds N] [NAME...] | --check
 
 Tells for each fault whether the kept inputs find it, and after how many seconds and executions the fuzzer finds it
 with the seeds alone. Ends with "N passed, N failed"; a fault that the fuzzer does not find in time has failed. The
 copy is in build-faults; the project itself stays as it is.
+--check only looks whether the faults still fit the sources.
 """
 
 import argparse
@@ -122,13 +123,31 @@ def copy_project():
             sys.exit(made.stdout)
 
 
-def put_in(edits):
+def misfit(root, edits):
+    """Why the edits cannot be made, or an empty text. An edit may change what an earlier one put there."""
+    texts = {}
     for name, old, new in edits:
-        text = (COPY / name).read_text(encoding="utf-8")
+        text = texts.get(name) or (root / name).read_text(encoding="utf-8")
         if text.count(old) != 1:
             return f"{name} has {text.count(old)} times {old!r}"
+        texts[name] = text.replace(old, new)
+    return ""
+
+
+def put_in(edits):
+    if wrong := misfit(COPY, edits):
+        return wrong
+    for name, old, new in edits:
+        text = (COPY / name).read_text(encoding="utf-8")
         (COPY / name).write_text(text.replace(old, new), encoding="utf-8")
     return ""
+
+
+def check():
+    wrong = [f"{name}: {fault}" for name, _, edits in FAULTS if (fault := misfit(ROOT, edits))]
+    print("".join(f"{line}\n" for line in wrong), end="")
+    print(f"{len(FAULTS) - len(wrong)} passed, {len(wrong)} failed")
+    return 1 if wrong else 0
 
 
 def take_out(edits):
@@ -180,8 +199,11 @@ def look_for(target, seconds):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--seconds", type=int, default=120, help="time of the fuzzer for each fault")
+    parser.add_argument("--check", action="store_true", help="only look whether the faults fit the sources")
     parser.add_argument("name", nargs="*", help="parts of the names of the faults to put in (all)")
     options = parser.parse_args()
+    if options.check:
+        return check()
     passed = failed = 0
     print(f"{'fault':<52} {'target':<13} {'kept':<5} {'seconds':>8} {'runs':>8}  finding")
     for name, target, edits in FAULTS:
