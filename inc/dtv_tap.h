@@ -60,7 +60,8 @@ DTV_TAP_EXPORT char* dtv_tap_list(void);
 DTV_TAP_EXPORT int32_t dtv_tap_script(const char* answers, char** ret_error);
 
 /* Answers every call from a recording (JSON lines), in its order. dtv_tap_replay_report returns null while every call
- * was as recorded, else a text that says which call differed from what. */
+ * was as recorded, else a text that says which call differed from what. A recording that is replaced, or ended with
+ * null, has raised its events when the call returns; after a second it is not waited for any longer. */
 DTV_TAP_EXPORT int32_t dtv_tap_replay(const char* lines, char** ret_error);
 DTV_TAP_EXPORT char* dtv_tap_replay_report(void);
 

@@ -103,7 +103,9 @@ std::vector<Raise> due_events(Replay& replay) {
   return due;
 }
 
-void raise_events(const std::shared_ptr<Replay>& replay, const std::vector<Raise>& events) {
+// Runs on a thread of its own. Gives up its share of the replay under the lock, so that whoever waits for the events
+// also has the last share.
+void raise_events(std::shared_ptr<Replay> replay, std::vector<Raise> events) {
   raises_events = true;
   for (const Raise& raise : events) {
     std::int64_t result = 0;
@@ -113,9 +115,18 @@ void raise_events(const std::shared_ptr<Replay>& replay, const std::vector<Raise
       note_difference(*replay, "event of " + std::string(raise.function->signature.name) + ": " + error);
     }
   }
+  events.clear();
   const std::lock_guard guard(state_lock());
   --replay->events_under_way;
+  replay.reset();
   events_done().notify_all();
+}
+
+// Waits for what the platform is telling; not for long, since its receiver may be blocked. A callback does not wait for
+// itself.
+void wait_for_events(std::unique_lock<std::mutex>& guard, const Replay& replay) {
+  if (raises_events) return;
+  events_done().wait_for(guard, EVENT_PATIENCE, [&] { return replay.events_under_way == 0; });
 }
 
 bool read_line(const std::string& line, Replay& ret_replay, std::string& ret_error) {
@@ -182,11 +193,11 @@ bool replay_load(const char* lines, std::string& ret_error) {
     std::stable_sort(replay->entries.begin(), replay->entries.end(),
                      [](const Entry& a, const Entry& b) { return a.seq < b.seq; });
   }
-  {
-    const std::lock_guard guard(state_lock());
-    current().swap(replay);
-    set_active(REPLAYED, current() != nullptr);
-  }
+  std::unique_lock guard(state_lock());
+  current().swap(replay);
+  set_active(REPLAYED, current() != nullptr);
+  if (replay) wait_for_events(guard, *replay);
+  guard.unlock();  // the old one is freed without it
   return true;
 }
 
@@ -210,9 +221,7 @@ bool replay_answer(Function& function, const cJSON* in, void* ret, void* const* 
     std::unique_lock guard(state_lock());
     replay = current();
     if (!replay) return false;
-    if (!raises_events) {
-      events_done().wait_for(guard, EVENT_PATIENCE, [&] { return replay->events_under_way == 0; });
-    }
+    wait_for_events(guard, *replay);
     entry = take(*replay, function, in);
     events = due_events(*replay);
     if (!events.empty()) ++replay->events_under_way;

@@ -295,6 +295,28 @@ TEST_F(TapTest, a_call_that_differs_from_the_recording_is_told) {
   EXPECT_NE(replay_report().find("came demo_colour"), std::string::npos);
 }
 
+TEST_F(TapTest, a_recording_that_ends_has_raised_its_events) {
+  static std::atomic<int> ended;
+  ended = 0;
+  demo_register(
+      [](INT32, void*, void*, void*) -> INT32 {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        ++ended;
+        return 0;
+      },
+      nullptr);
+  const char* recording =
+      "{\"seq\":1,\"call\":\"demo_set\",\"in\":{\"value\":1,\"flag\":0},\"ret\":11}\n"
+      "{\"seq\":2,\"event\":\"demo_register\",\"in\":{\"callback_type\":1}}\n";
+  for (const char* next : {recording, static_cast<const char*>(nullptr)}) {
+    ASSERT_EQ(dtv_tap_replay(recording, nullptr), 0);
+    EXPECT_EQ(demo_set(1, 0), 11);
+    const int before = ended;
+    ASSERT_EQ(dtv_tap_replay(next, nullptr), 0);
+    EXPECT_EQ(ended, before + 1);
+  }
+}
+
 TEST_F(TapTest, a_wrong_recording_is_refused_with_its_line) {
   EXPECT_NE(replay_error("{\"call\":\"demo_set\",\"in\":{}}\n{").find("line 2"), std::string::npos);
   EXPECT_NE(replay_error("{\"call\":\"demo_sit\"}").find("demo_sit"), std::string::npos);
