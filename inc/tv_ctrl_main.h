@@ -81,6 +81,13 @@ TVC_EXPORT INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content);
 
 // Serves the miscellaneous group; the router also sends it the gets of groups that cannot be read, which it refuses.
 TVC_EXPORT INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_config_init(void);
+TVC_EXPORT INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_key_get(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content);
 }
 
 #endif

@@ -17,8 +17,8 @@ std::int32_t failed(char** ret_error, const std::string& error) {
 }
 
 const char* kind_name(tap::Kind kind) {
-  static constexpr const char* NAMES[] = {"in",    "in_text",  "in_record", "in_array", "out",
-                                          "inout", "out_text", "out_array", "callback", "tag"};
+  static constexpr const char* NAMES[] = {"in",       "in_text",    "in_record", "in_array", "out", "inout",
+                                          "out_text", "inout_text", "out_array", "callback", "tag"};
   return NAMES[static_cast<std::size_t>(kind)];
 }
 

@@ -19,6 +19,8 @@ std::vector<Function*>& function_list() {
   return list;
 }
 
+bool is_output_text(const Param& param) { return param.kind == Kind::out_text || param.kind == Kind::inout_text; }
+
 // A pointer argument: what args[i] points at is the pointer.
 template <class T>
 T* pointer_argument(void* arg) {
@@ -54,6 +56,8 @@ cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
       const void* value = pointer_argument<void>(arg);
       return value == nullptr ? cJSON_CreateNull() : value_to_json(*param.type, value);
     }
+    case Kind::inout_text:
+      return text_to_json(pointer_argument<const char>(arg), size);
     case Kind::in_array:
       return array_to_json(*param.type, pointer_argument<void>(arg), size);
     // An address of the plugin's says nothing to a reader; that there is one does.
@@ -80,7 +84,7 @@ cJSON* argument_out(const Signature& signature, std::size_t i, void* const* args
   const Param& param = signature.params[i];
   const void* value = pointer_argument<void>(args[i]);
   if (value == nullptr) return cJSON_CreateNull();
-  if (param.kind == Kind::out_text) return text_to_json(static_cast<const char*>(value), size);
+  if (is_output_text(param)) return text_to_json(static_cast<const char*>(value), size);
   if (param.kind == Kind::out_array) return array_to_json(*param.type, value, count_now(signature, param, args, size));
   return value_to_json(*param.type, value);
 }
@@ -247,8 +251,11 @@ void deliver(Registration& registration, std::size_t slot, void* ret, void* cons
 }
 
 bool is_output(const Param& param) {
-  return param.kind == Kind::out || param.kind == Kind::inout || param.kind == Kind::out_text ||
-         param.kind == Kind::out_array;
+  return param.kind == Kind::inout || param.kind == Kind::inout_text || !is_input(param);
+}
+
+bool is_input(const Param& param) {
+  return param.kind != Kind::out && param.kind != Kind::out_text && param.kind != Kind::out_array;
 }
 
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes) {
@@ -256,7 +263,7 @@ void clear_outputs(const Signature& signature, void* const* args, const std::siz
     const Param& param = signature.params[i];
     if (!is_output(param)) continue;
     void* value = pointer_argument<void>(args[i]);
-    const bool sized = param.kind == Kind::out_text || param.kind == Kind::out_array;
+    const bool sized = is_output_text(param) || param.kind == Kind::out_array;
     if (value != nullptr) std::memset(value, 0, sized ? sizes[i] * param.type->size : param.type->size);
   }
 }
@@ -265,7 +272,7 @@ void write_output(const Param& param, const cJSON* json, void* arg, std::size_t 
   void* value = pointer_argument<void>(arg);
   if (value == nullptr || cJSON_IsNull(json)) return;
   std::string error;
-  if (param.kind == Kind::out_text) {
+  if (is_output_text(param)) {
     text_from_json(json, static_cast<char*>(value), size, error);
   } else if (param.kind == Kind::out_array) {
     array_from_json(*param.type, json, value, size, error);
@@ -276,7 +283,7 @@ void write_output(const Param& param, const cJSON* json, void* arg, std::size_t 
 
 bool output_fits(const Param& param, const cJSON* json, std::string& ret_error) {
   if (cJSON_IsNull(json)) return true;
-  if (param.kind == Kind::out_text) return text_from_json(json, nullptr, 0, ret_error);
+  if (is_output_text(param)) return text_from_json(json, nullptr, 0, ret_error);
   if (param.kind == Kind::out_array) return array_from_json(*param.type, json, nullptr, 0, ret_error);
   return value_fits(*param.type, json, ret_error);
 }

@@ -18,7 +18,19 @@
 namespace tap {
 
 // The kinds of parameters of "tvapi/contract.h".
-enum class Kind : std::uint8_t { in, in_text, in_record, in_array, out, inout, out_text, out_array, callback, tag };
+enum class Kind : std::uint8_t {
+  in,
+  in_text,
+  in_record,
+  in_array,
+  out,
+  inout,
+  out_text,
+  inout_text,
+  out_array,
+  callback,
+  tag
+};
 
 struct Param;
 struct Function;
@@ -134,7 +146,8 @@ const Param* find_param(const Signature& signature, std::string_view name, std::
 // Turns {"2": value, "name": value} or [value, ...] into one value or null per parameter, owned by json.
 bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,
                  std::string& ret_error);
-bool is_output(const Param& param);  // written by the platform: out, inout, out_text, out_array
+bool is_output(const Param& param);  // written by the platform
+bool is_input(const Param& param);   // read by it: all but those that are only written
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes);
 void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size);
 void write_result(const Signature& signature, const cJSON* json, void* ret);

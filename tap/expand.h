@@ -29,6 +29,10 @@
   ::tap::Param {                                                                                               \
     .kind = ::tap::Kind::out_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c \
   }
+#define TAP_PARAM_INOUT_TEXT(n, c)                                                                               \
+  ::tap::Param {                                                                                                 \
+    .kind = ::tap::Kind::inout_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c \
+  }
 #define TAP_PARAM_OUT_ARRAY(t, n, c) \
   ::tap::Param { .kind = ::tap::Kind::out_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
 #define TAP_PARAM_TAG(t, n) \
@@ -55,6 +59,7 @@
 #define TAP_SIZE_INOUT(t, n) \
   std::size_t { 0 }
 #define TAP_SIZE_OUT_TEXT(n, c) ::tap::count_of(c)
+#define TAP_SIZE_INOUT_TEXT(n, c) ::tap::count_of(c)
 #define TAP_SIZE_OUT_ARRAY(t, n, c) ::tap::count_of(c)
 #define TAP_SIZE_TAG(t, n) \
   std::size_t { 0 }

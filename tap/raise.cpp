@@ -84,9 +84,14 @@ bool make_argument(const Param& param, const cJSON* json, std::size_t i, Argumen
       break;
     case Kind::out:
     case Kind::out_text:
+    case Kind::inout_text:
     case Kind::out_array:
       memory = room(arguments, OUTPUT_ROOM);
       arguments.sizes[i] = OUTPUT_ROOM / param.type->size;
+      if (given && param.kind == Kind::inout_text &&
+          !text_from_json(json, static_cast<char*>(memory), OUTPUT_ROOM, ret_error)) {
+        return false;
+      }
       break;
   }
   std::memcpy(&arguments.values[i], &memory, sizeof memory);

@@ -3,3 +3,5 @@
 
 #include "tap/record.h"
 #include "tvapi/all.h"
+
+DTV_RECORD(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, s_cfg)

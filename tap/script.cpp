@@ -86,10 +86,10 @@ bool read_in(const cJSON* json, Answer& ret_answer, std::string& ret_error) {
     const cJSON* value = ret_answer.in[i];
     if (value == nullptr || cJSON_IsNull(value)) continue;
     bool fits = true;
-    if (is_output(param) && param.kind != Kind::inout) {
+    if (!is_input(param)) {
       ret_error = "is only written; null is all that can stand for it";
       fits = false;
-    } else if (param.kind == Kind::in_text) {
+    } else if (param.kind == Kind::in_text || param.kind == Kind::inout_text) {
       fits = text_from_json(value, nullptr, 0, ret_error);
     } else if (param.kind == Kind::in_array) {
       fits = array_from_json(*param.type, value, nullptr, 0, ret_error);

@@ -28,6 +28,7 @@ Result tv_not_built(const char* function, std::atomic_flag& said) {
 #define TV_TYPE_OUT(type, name) type*
 #define TV_TYPE_INOUT(type, name) type*
 #define TV_TYPE_OUT_TEXT(name, size) char*
+#define TV_TYPE_INOUT_TEXT(name, size) char*
 #define TV_TYPE_OUT_ARRAY(type, name, count) type*
 #define TV_TYPE_CALLBACK(type, name) type
 #define TV_TYPE_TAG(type, name) type

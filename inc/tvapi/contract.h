@@ -19,6 +19,7 @@
  *   INOUT(type, name)            type*, one integer or record, read and written
  *   OUT_TEXT(name, size)         char*, written; size is a number, or names the parameter (by value or by address)
  *                                that holds the buffer's size in characters
+ *   INOUT_TEXT(name, size)       the same, read and written; what is read ends at a NUL or at the size
  *   OUT_ARRAY(type, name, count) type*, written; count as above
  *   CALLBACK(type, name)         a callback that the platform keeps and calls
  *   TAG(type, name)              pointer-sized word that the platform hands back to the callback unchanged
@@ -48,6 +49,7 @@
 #define TVAPI_DECLARE_OUT(type, name) type* name
 #define TVAPI_DECLARE_INOUT(type, name) type* name
 #define TVAPI_DECLARE_OUT_TEXT(name, size) char* name
+#define TVAPI_DECLARE_INOUT_TEXT(name, size) char* name
 #define TVAPI_DECLARE_OUT_ARRAY(type, name, count) type* name
 #define TVAPI_DECLARE_CALLBACK(type, name) type name
 #define TVAPI_DECLARE_TAG(type, name) type name
@@ -61,6 +63,7 @@
 #define TVAPI_NAME_OUT(type, name) name
 #define TVAPI_NAME_INOUT(type, name) name
 #define TVAPI_NAME_OUT_TEXT(name, size) name
+#define TVAPI_NAME_INOUT_TEXT(name, size) name
 #define TVAPI_NAME_OUT_ARRAY(type, name, count) name
 #define TVAPI_NAME_CALLBACK(type, name) name
 #define TVAPI_NAME_TAG(type, name) name

@@ -58,7 +58,7 @@ extern const std::span<const Field> nw_notify_fields, wlan_associate_fields;
 extern const std::span<const Field> cbrowser_pb_notify_fields, dlna_dms_notify_fields, dlna_dmr_notify_fields,
     pus_notify_fields;
 extern const std::span<const Field> usb_detect_notify_fields;
-extern const std::span<const Field> config_update_notify_fields;
+extern const std::span<const Field> config_fields, lang_string_fields, config_update_notify_fields;
 extern const std::span<const Field> channel_info_notify_fields;
 extern const std::span<const Field> active_window_info_notify_fields, active_window_time_notify_fields;
 extern const std::span<const Field> vol_ctrl_notify_fields;

@@ -6,7 +6,7 @@
 #include "tv_ctrl_util/log.h"
 #include "tvapi/playback.h"
 
-// Seven groups are routed to the miscellaneous handler, which refuses them: they cannot be read.
+// Seven groups are routed to the miscellaneous handler, which refuses them: they cannot be read. Nor can keys.
 static constexpr GroupRoute routes[] = {
     {.group = 0, .get = nullptr, .set = nullptr, .set_needs_record = false},
     {TV_CTRL_GRPID_VIDEO, tv_ctrl_get_misc, nullptr, false, true},
@@ -31,10 +31,10 @@ static constexpr GroupRoute routes[] = {
     {TV_CTRL_GRPID_DLNA, nullptr, nullptr, false},
     {TV_CTRL_GRPID_PUS, nullptr, nullptr, false},
     {TV_CTRL_GRPID_WS_NFY, nullptr, nullptr, false},  // notifications only
-    {TV_CTRL_GRPID_KEY, nullptr, nullptr, true},
+    {TV_CTRL_GRPID_KEY, tv_ctrl_key_get, tv_ctrl_key_set, true, true},
     {TV_CTRL_GRPID_CECM_CFG, nullptr, nullptr, false},
     {TV_CTRL_GRPID_PVR, nullptr, nullptr, false},
-    {TV_CTRL_GRPID_CONFIG, nullptr, nullptr, false},
+    {TV_CTRL_GRPID_CONFIG, tv_ctrl_config_get, tv_ctrl_config_set, false},
 };
 static_assert(
     [] {
@@ -45,7 +45,7 @@ static_assert(
     "a route stands at its group's number");
 
 // Started in this order; a handler whose start fails does not keep the others from starting.
-static constexpr INT32 (*starts[])() = {tv_ctrl_volctrl_init};
+static constexpr INT32 (*starts[])() = {tv_ctrl_config_init, tv_ctrl_volctrl_init};
 
 static constexpr int kFirstSettableGroup = TV_CTRL_GRPID_VOLUME;
 

@@ -22,8 +22,7 @@ void vex_tvc_read_log_lvl(void) {
   while (fgets(piece, sizeof piece, file)) {
     if (strncmp(piece, "log=", 4) != 0) continue;
     vex_tvc_log_lvl = tvc_text_to_int32(piece + 4);
-    fprintf(stderr, "[TVC_MAIN][%s][%d] -- tvc log level: %d.\n", __func__, __LINE__, vex_tvc_log_lvl);
-    fflush(stderr);
+    tvc_log_progress("[TVC_MAIN][%s][%d] -- tvc log level: %d.\n", __func__, __LINE__, vex_tvc_log_lvl);
   }
   fclose(file);
 }
@@ -38,6 +37,16 @@ void tvc_log(const char* function, int line, const char* format, ...) {
   vprintf(format, arguments);
   fflush(stdout);
   funlockfile(stdout);
+  va_end(arguments);
+}
+
+void tvc_log_progress(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  flockfile(stderr);
+  vfprintf(stderr, format, arguments);
+  fflush(stderr);
+  funlockfile(stderr);
   va_end(arguments);
 }
 

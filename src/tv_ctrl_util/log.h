@@ -10,6 +10,9 @@
 // Prints "[TVC_MAIN]:Return fail:<function>:<line>:<code>" whatever the level.
 void tvc_log_fail(const char* function, int line, INT32 code);
 
+// Prints a handler's progress, on standard error, as one piece, whatever the level.
+[[gnu::format(printf, 1, 2)]] void tvc_log_progress(const char* format, ...);
+
 // A message of the plugin interface, printed when the log level is `level` or above.
 #define TVC_LOG(level, ...) TVC_LOG_AS(level, __func__, __VA_ARGS__)
 

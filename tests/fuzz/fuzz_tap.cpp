@@ -92,7 +92,8 @@ static void add_param_value(Bytes& bytes, const tap::Param& param, std::string& 
   static constexpr tap::Type characters = {.shape = tap::Shape::text, .size = 8, .count = 8};
   if (take_chance(bytes, 6)) {
     text += "null";
-  } else if (param.kind == tap::Kind::in_text || param.kind == tap::Kind::out_text) {
+  } else if (param.kind == tap::Kind::in_text || param.kind == tap::Kind::out_text ||
+             param.kind == tap::Kind::inout_text) {
     add_type_value(bytes, characters, text);
   } else if (param.kind == tap::Kind::in_array || param.kind == tap::Kind::out_array) {
     const tap::Type array = {.shape = tap::Shape::array, .size = 0, .count = 6, .element = param.type};
@@ -244,6 +245,7 @@ static void call(Bytes& bytes, const tap::Function& function) {
         break;
       case tap::Kind::in_array:
       case tap::Kind::out_text:
+      case tap::Kind::inout_text:
       case tap::Kind::out_array:
         address = allocate(count * param.type->size);
         break;

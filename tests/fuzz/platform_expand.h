@@ -186,6 +186,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_SIZE_OUT(type, name) fuzz_size_##name = 1
 #define FUZZ_SIZE_INOUT(type, name) fuzz_size_##name = 1
 #define FUZZ_SIZE_OUT_TEXT(name, size) fuzz_size_##name = room_of(size)
+#define FUZZ_SIZE_INOUT_TEXT(name, size) fuzz_size_##name = room_of(size)
 #define FUZZ_SIZE_OUT_ARRAY(type, name, count) fuzz_size_##name = room_of(count)
 #define FUZZ_SIZE_CALLBACK(type, name) fuzz_size_##name = 0
 #define FUZZ_SIZE_TAG(type, name) fuzz_size_##name = 0
@@ -198,6 +199,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_READ_OUT(type, name) (void)name
 #define FUZZ_READ_INOUT(type, name) read_memory(name, sizeof *name)
 #define FUZZ_READ_OUT_TEXT(name, size) (void)name
+#define FUZZ_READ_INOUT_TEXT(name, size) read_memory(name, name ? strnlen(name, fuzz_size_##name) : 0)
 #define FUZZ_READ_OUT_ARRAY(type, name, count) (void)name
 #define FUZZ_READ_CALLBACK(type, name) \
   fuzz_registrations.push_back({#name, reinterpret_cast<RawCallback>(name), raise_##type})
@@ -211,6 +213,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_WRITE_OUT(type, name) write_values(name, fuzz_size_##name)
 #define FUZZ_WRITE_INOUT(type, name) write_values(name, fuzz_size_##name)
 #define FUZZ_WRITE_OUT_TEXT(name, size) write_text(name, fuzz_size_##name)
+#define FUZZ_WRITE_INOUT_TEXT(name, size) write_text(name, fuzz_size_##name)
 #define FUZZ_WRITE_OUT_ARRAY(type, name, count) write_values(name, fuzz_size_##name)
 #define FUZZ_WRITE_CALLBACK(type, name) (void)0
 #define FUZZ_WRITE_TAG(type, name) (void)0
@@ -225,6 +228,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_ARGUMENT_OUT(type, name) answer_one<type>(fuzz_allocate)
 #define FUZZ_ARGUMENT_INOUT(type, name) answer_one<type>(fuzz_allocate)
 #define FUZZ_ARGUMENT_OUT_TEXT(name, size) nullptr
+#define FUZZ_ARGUMENT_INOUT_TEXT(name, size) nullptr
 #define FUZZ_ARGUMENT_OUT_ARRAY(type, name, count) nullptr
 #define FUZZ_ARGUMENT_TAG(type, name) word_tag<type>(fuzz_tag)
 
@@ -236,6 +240,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_DEPENDENT_OUT(type, name) (void)0
 #define FUZZ_DEPENDENT_INOUT(type, name) (void)0
 #define FUZZ_DEPENDENT_OUT_TEXT(name, size) name = answer_array<char>(size, fuzz_allocate)
+#define FUZZ_DEPENDENT_INOUT_TEXT(name, size) name = answer_array<char>(size, fuzz_allocate)
 #define FUZZ_DEPENDENT_OUT_ARRAY(type, name, count) name = answer_array<type>(count, fuzz_allocate)
 #define FUZZ_DEPENDENT_TAG(type, name) (void)0
 

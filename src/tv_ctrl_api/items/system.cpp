@@ -1,4 +1,4 @@
-// Field tables of events of the set itself: USB, configuration, channel list, guide, volume.
+// Field tables of events of the set itself: USB, channel list, guide, volume.
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field usb_detect_notify_table[] = {
@@ -10,14 +10,6 @@ static constexpr Field usb_detect_notify_table[] = {
     {.key = "PORT", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.port), .use = kNotify, .help = "USB port"},
 };
 constinit const std::span<const Field> usb_detect_notify_fields = usb_detect_notify_table;
-
-static constexpr Field config_update_notify_table[] = {
-    {.key = "ID", TVC_MEMBER(T_CONFIG_NOTIFY, id), .use = kNotify, .help = "-1: a value changed"},
-    {.key = "TAG", TVC_MEMBER(T_CONFIG_NOTIFY, tag), .use = kNotify},
-    {.key = "ARG1", TVC_MEMBER(T_CONFIG_NOTIFY, arg1), .use = kNotify},
-    {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "the changed key"},
-};
-constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;
 
 // The channel list and the guide report alike.
 #define SERVICE_LIST_EVENT_FIELDS(record)                                                  \

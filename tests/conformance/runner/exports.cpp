@@ -109,6 +109,11 @@ const std::vector<Export>& exports() {
       EXPORT(tv_ctrl_get_volctrl),
       EXPORT(tv_ctrl_set_volctrl),
       EXPORT(tv_ctrl_get_misc),
+      EXPORT(tv_ctrl_config_init),
+      EXPORT(tv_ctrl_config_get),
+      EXPORT(tv_ctrl_config_set),
+      EXPORT(tv_ctrl_key_get),
+      EXPORT(tv_ctrl_key_set),
   };
   return list;
 }

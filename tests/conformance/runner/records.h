@@ -41,6 +41,8 @@ DTV_RECORD(T_CI_DATA, RUNNER_HEADER, t_ci_mmi_enq_close_data, t_ci_cam_upgrade_d
            t_ci_cam_scan_req_data, t_ci_mmi_enq_data, t_ci_mmi_menu_ans, t_ci_mmi_menu, t_ci_mmi_enq_ans)
 
 DTV_RECORD(T_VOL_CTRL_NOTIFY, vol_value, mute_status)
+DTV_RECORD(T_CONFIG, cfg_id, cfg_item, input_group, update_flag, valuemin, valuemax, valueint, valuestring)
+DTV_RECORD(T_LANG_STRING, lang_id, lang_string)
 DTV_RECORD(T_CONFIG_NOTIFY, id, tag, arg1, arg2)
 DTV_RECORD(T_CHANNEL_LIST_NOTIFY, type, tag, h_svl, conditions, reason, data)
 DTV_RECORD(T_ACTIVE_WINDOW_INFO_NOTIFY, type, tag, h_svl, conditions, reason, data)

@@ -1,0 +1,45 @@
+// Field tables of configuration values, language strings and configuration changes.
+#include "tv_ctrl_api/item_types.h"
+
+static bool has_key(const void* record) { return static_cast<const T_CONFIG*>(record)->cfg_id[0] != '\0'; }
+
+static bool has_item_only(const void* record) {
+  return !has_key(record) && static_cast<const T_CONFIG*>(record)->cfg_item != 0;
+}
+
+// A request's members are read in another order than a response's are written.
+static constexpr Field config_table[] = {
+    {.key = "cfgId",
+     TVC_MEMBER(T_CONFIG, cfg_id),
+     .use = kQuery | kSet | kResponse,
+     .when = has_key,
+     .help = "key of the value, as g_gui_lang__gui_language; without it cfgItem names the value"},
+    {.key = "cfgItem",
+     TVC_MEMBER(T_CONFIG, cfg_item),
+     .use = kQuery | kSet | kResponse,
+     .when = has_item_only,
+     .help = "numeric item id"},
+    {.key = "valueInt", TVC_MEMBER(T_CONFIG, valueint), .use = kQuery | kSet, .help = "number, or 0 and 1"},
+    {.key = "valueString", TVC_MEMBER(T_CONFIG, valuestring), .use = kQuery | kSet | kResponse, .help = "text"},
+    {.key = "valueInt", TVC_MEMBER(T_CONFIG, valueint), .use = kResponse, .help = "number, or 0 and 1"},
+    {.key = "valueMin", TVC_MEMBER(T_CONFIG, valuemin), .use = kResponse, .help = "smallest number"},
+    {.key = "valueMax", TVC_MEMBER(T_CONFIG, valuemax), .use = kResponse, .help = "largest number; 0 and 0: not told"},
+};
+constinit const std::span<const Field> config_fields = config_table;
+
+static constexpr Field lang_string_table[] = {
+    {.key = "langId", TVC_MEMBER(T_LANG_STRING, lang_id), .use = kQuery | kResponse, .help = "text's id"},
+    {.key = "langString",
+     TVC_MEMBER(T_LANG_STRING, lang_string),
+     .use = kResponse,
+     .help = "text in the menu's language"},
+};
+constinit const std::span<const Field> lang_string_fields = lang_string_table;
+
+static constexpr Field config_update_notify_table[] = {
+    {.key = "ID", TVC_MEMBER(T_CONFIG_NOTIFY, id), .use = kNotify, .help = "-1: a value changed"},
+    {.key = "TAG", TVC_MEMBER(T_CONFIG_NOTIFY, tag), .use = kNotify},
+    {.key = "ARG1", TVC_MEMBER(T_CONFIG_NOTIFY, arg1), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "the changed key"},
+};
+constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;
