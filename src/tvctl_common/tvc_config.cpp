@@ -84,7 +84,7 @@ static bool open_library(const char* code) {
   return symbol != nullptr;
 }
 
-INT32 _tv_ctrl_config_getLangStr(const char* lang_id, char* lang_string) {
+static INT32 _tv_ctrl_config_getLangStr(const char* lang_id, char* lang_string) {
   if (!lang_id || !*lang_id || !lang_string) return VEXTVCTRLR_INV_ARG;
   std::unique_lock guard(lang_mutex);
   while (!getStrFunPtr) {

@@ -95,6 +95,18 @@ TEST_F(TapTest, calls_are_forwarded_and_recorded_with_the_contracts_names) {
                    R"({"call":"demo_list","in":{"count":4},"ret":0,"out":{"points":[{"x":3,"y":4}],"count":1}})"}));
 }
 
+TEST_F(TapTest, a_text_that_is_read_and_written_is_recorded_both_ways) {
+  use_platform();
+  watch();
+  char text[8] = "abc";
+  UINT32 length = sizeof text;
+  EXPECT_EQ(demo_look_up(&length, text), 0);
+  EXPECT_STREQ(text, "bcd");
+  EXPECT_EQ(
+      plain_lines(),
+      (Lines{R"({"call":"demo_look_up","in":{"length":8,"text":"abc"},"ret":0,"out":{"length":3,"text":"bcd"}})"}));
+}
+
 TEST_F(TapTest, records_are_written_field_by_field) {
   use_platform();
   watch();

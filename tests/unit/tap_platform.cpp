@@ -28,6 +28,11 @@ INT32 demo_get_short_text(char* text) {
   std::memcpy(text, "ABCDEFGH", 8);
   return 0;
 }
+INT32 demo_look_up(UINT32* length, char* text) {
+  for (char* c = text; *c != '\0'; ++c) *c = static_cast<char>(*c + 1);
+  *length = static_cast<UINT32>(std::strlen(text));
+  return 0;
+}
 INT32 demo_get_box(UINT32 id, DEMO_BOX* box) {
   *box = DEMO_BOX{};
   box->corner = {1, -2};

@@ -112,6 +112,24 @@ TEST_F(TapTest, texts_are_cut_to_the_array_or_the_length_argument) {
   EXPECT_EQ(length, 0U);  // an output that the answer does not name is cleared
 }
 
+TEST_F(TapTest, a_text_that_is_read_and_written_can_be_asked_for) {
+  script(R"([{"call":"demo_look_up","in":[null,"a"],"ret":1,"out":{"text":"first","length":5}},
+             {"call":"demo_look_up","in":{"text":{"bytes":"62ff"}},"ret":2,"out":{"1":"second"}}])");
+  char text[8] = "a";
+  UINT32 length = sizeof text;
+  EXPECT_EQ(demo_look_up(&length, text), 1);
+  EXPECT_STREQ(text, "first");
+  EXPECT_EQ(length, 5U);
+  std::memcpy(text, "b\xff", 3);
+  length = 4;
+  EXPECT_EQ(demo_look_up(&length, text), 2);
+  EXPECT_STREQ(text, "sec");
+  std::memset(text, 'c', sizeof text);
+  length = sizeof text;
+  EXPECT_EQ(demo_look_up(&length, text), 0);  // no answer fits; nothing is read beyond the array
+  EXPECT_STREQ(text, "");
+}
+
 TEST_F(TapTest, records_arrays_and_nulls_are_written) {
   script(R"([{"call":"demo_get_box","out":{"1":{"corner":{"x":-3},"name":"longer than eight","wide_name":[70,71],
                "bytes":[1,255],"size":"-9223372036854775808","colour":7,"marks":[{"x":1},{"y":2}],"comment":"why","link":5}},
