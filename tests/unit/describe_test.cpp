@@ -86,6 +86,10 @@ TEST_F(Describe, SaysWhatAUriIsGoodFor) {
   EXPECT_FALSE(found.at("/tv/cast/volume/volume_increase").get) << "refused";
   EXPECT_EQ(found.at("/tv/ws/notify/volume_ctrl"), (Use{false, false, true}));
   EXPECT_EQ(found.at("/tv/ws/notify/usb_detect"), (Use{false, false, true}));
+  EXPECT_EQ(found.at("/tv/config/value_number"), (Use{true, true, false}));
+  EXPECT_EQ(found.at("/tv/config/language_string"), (Use{true, false, false}));
+  EXPECT_EQ(found.at("/tv/key/irrc"), (Use{false, true, false}));
+  EXPECT_EQ(found.at("/tv/ws/notify/config_update"), (Use{false, false, true}));
   EXPECT_EQ(found.at("/tv/menu/video/3d_item"), (Use{false, false, false}));
   EXPECT_EQ(found.at("/tv/menu/tuner/scan"), (Use{false, false, false}));
   for (const auto& [uri, use] : found)

@@ -50,7 +50,7 @@ class SetHook : public PluginTest {
   std::string printed_;
 
  private:
-  alignas(16) char seen_[sizeof(T_OPTION_LIST)];
+  alignas(16) char seen_[sizeof(T_CONFIG)];
 };
 
 using Statuses = std::vector<int>;
@@ -206,6 +206,27 @@ TEST_F(SetHook, SetOfATypeWithoutDecoding) {
   }
 }
 
+TEST_F(SetHook, SetOfAConfigurationValueReachesTheHandler) {
+  const std::string uri = made_up_uri(TYPE_CONFIG);
+  const std::string members = R"("cfgId":"key","cfgItem":4000000000,"valueInt":-5,"valueString":"text")";
+  EXPECT_EQ(set(uri, request("SET", members)), 0);
+  EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
+  const auto& record = seen<T_CONFIG>();
+  EXPECT_STREQ(record.cfg_id, "key");
+  EXPECT_EQ(record.cfg_item, 4000000000u);
+  EXPECT_EQ(record.valueint, -5);
+  EXPECT_STREQ(record.valuestring, "text");
+  EXPECT_EQ(record.input_group, 0);
+  EXPECT_EQ(record.update_flag, 0);
+  EXPECT_EQ(record.valuemin, 0);
+  EXPECT_EQ(record.valuemax, 0);
+  for (const INT32 code : {INT32{VEXTVCTRLR_FAIL}, INT32{VEXTVCTRLR_DUPLICATE}}) {
+    handler_result_ = code;
+    EXPECT_EQ(set(uri, request("SET", members)), code);
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_SET_FAIL}) << code;
+  }
+}
+
 TEST_F(SetHook, AssociateBeginsBeforeTheHandler) {
   const std::string uri = made_up_uri(TYPE_WLAN_ASSOCIATE);
   const std::string members = "\"BSSID\":\"" + std::string(20, 'b') + "\",\"SSID\":\"" + std::string(40, 's') +
@@ -282,26 +303,12 @@ TEST_F(SetHook, NullArgumentsTellNobody) {
 class Query : public PluginTest {};
 
 TEST_F(Query, DecodedTypes) {
-  const std::set<int> queried = {TYPE_TEXT, TYPE_INTEGER, TYPE_TIME, TYPE_BANNER_ITEM};
-  const std::set<int> brought_later = {TYPE_CONFIG,
-                                       TYPE_LANG_STRING,
-                                       TYPE_CHANNEL_INFO,
-                                       TYPE_SATL_INFO,
-                                       TYPE_LOL_INFO,
-                                       TYPE_FAV_CHANNEL_INFO,
-                                       TYPE_EVENT_INFO,
-                                       TYPE_UPDATE_EPG,
-                                       TYPE_INPUT_SRC,
-                                       TYPE_INPUT_DEV_INFO,
-                                       TYPE_PVR_REC_LIST_INFO,
-                                       TYPE_PVR_RMDR_EVENT,
-                                       TYPE_PVR_FILE_INFO,
-                                       TYPE_CBROWSER,
-                                       TYPE_CBROWSER_PB,
-                                       TYPE_CBROWSER_IMG,
-                                       TYPE_DLNA_DMP,
-                                       TYPE_DLNA_DMR,
-                                       TYPE_PUS};
+  const std::set<int> queried = {TYPE_TEXT, TYPE_INTEGER, TYPE_TIME, TYPE_BANNER_ITEM, TYPE_CONFIG, TYPE_LANG_STRING};
+  const std::set<int> brought_later = {
+      TYPE_CHANNEL_INFO,  TYPE_SATL_INFO, TYPE_LOL_INFO,       TYPE_FAV_CHANNEL_INFO,  TYPE_EVENT_INFO,
+      TYPE_UPDATE_EPG,    TYPE_INPUT_SRC, TYPE_INPUT_DEV_INFO, TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT,
+      TYPE_PVR_FILE_INFO, TYPE_CBROWSER,  TYPE_CBROWSER_PB,    TYPE_CBROWSER_IMG,      TYPE_DLNA_DMP,
+      TYPE_DLNA_DMR,      TYPE_PUS};
   int calls = 0;
   get_handler = [&calls](UINT16, void*) { return ++calls, 0; };
   for (int type = 0; type <= 255; ++type) {
