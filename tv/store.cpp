@@ -3,11 +3,13 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <boost/json.hpp>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "tv.h"
 
@@ -32,12 +34,26 @@ Statement prepare(sqlite3* db, const char* sql) {
 
 int execute(sqlite3* db, const char* sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr); }
 
+// The first column of the present row as text, whatever its type.
+std::string column_text(sqlite3_stmt* statement) {
+  const unsigned char* text = sqlite3_column_text(statement, 0);
+  const auto length = static_cast<std::size_t>(sqlite3_column_bytes(statement, 0));
+  return text == nullptr ? "" : std::string(reinterpret_cast<const char*>(text), length);
+}
+
 // The first column of the first row, as text; empty where there is none or on an error.
 std::string first_text(sqlite3* db, const char* sql) {
   const Statement statement = prepare(db, sql);
   if (statement == nullptr || sqlite3_step(statement.get()) != SQLITE_ROW) return "";
-  const unsigned char* text = sqlite3_column_text(statement.get(), 0);
-  return text == nullptr ? "" : reinterpret_cast<const char*>(text);
+  return column_text(statement.get());
+}
+
+// At the row that keeps the key's value; null where none is kept. The caller holds the lock.
+Statement kept_value(const char* key) {
+  Statement statement = prepare(database, "SELECT value FROM settings WHERE key = ?");
+  if (statement == nullptr) return nullptr;
+  sqlite3_bind_text(statement.get(), 1, key, -1, SQLITE_STATIC);
+  return sqlite3_step(statement.get()) == SQLITE_ROW ? std::move(statement) : nullptr;
 }
 
 bool is_damage(int code) { return (code & 0xff) == SQLITE_CORRUPT || (code & 0xff) == SQLITE_NOTADB; }
@@ -139,6 +155,12 @@ void store_close() {
   database = nullptr;
 }
 
+bool store_is_text(std::string_view text) {
+  boost::json::error_code failed;  // its reader takes valid UTF-8 only
+  boost::json::parse(boost::json::serialize(boost::json::string_view(text.data(), text.size())), failed);
+  return !failed && text.find('\0') == std::string_view::npos;
+}
+
 bool store_is_open() {
   const std::lock_guard guard(lock);
   return database != nullptr;
@@ -146,19 +168,29 @@ bool store_is_open() {
 
 std::int64_t store_read(const Setting& setting) {
   const std::lock_guard guard(lock);
-  const Statement statement = prepare(database, "SELECT value FROM settings WHERE key = ?");
+  const Statement statement = kept_value(setting.key);
   if (statement == nullptr) return setting.factory;
-  sqlite3_bind_text(statement.get(), 1, setting.key, -1, SQLITE_STATIC);
-  if (sqlite3_step(statement.get()) != SQLITE_ROW) return setting.factory;
   const std::int64_t value = sqlite3_column_int64(statement.get(), 0);
   if (sqlite3_column_type(statement.get(), 0) == SQLITE_INTEGER && value >= setting.minimum &&
       value <= setting.maximum) {
     return value;
   }
-  const unsigned char* text = sqlite3_column_text(statement.get(), 0);
   std::fprintf(stderr, "dtv_tv: the kept %s \"%s\" is not within %lld to %lld; it is %lld again\n", setting.key,
-               text == nullptr ? "" : reinterpret_cast<const char*>(text), static_cast<long long>(setting.minimum),
+               column_text(statement.get()).c_str(), static_cast<long long>(setting.minimum),
                static_cast<long long>(setting.maximum), static_cast<long long>(setting.factory));
+  return setting.factory;
+}
+
+std::string store_read(const TextSetting& setting) {
+  const std::lock_guard guard(lock);
+  const Statement statement = kept_value(setting.key);
+  if (statement == nullptr) return setting.factory;
+  std::string text = column_text(statement.get());
+  if (sqlite3_column_type(statement.get(), 0) == SQLITE_TEXT && store_is_text(text) && text.size() <= setting.longest) {
+    return text;
+  }
+  std::fprintf(stderr, "dtv_tv: the kept %s is not a text of at most %zu bytes; it is \"%s\" again\n", setting.key,
+               setting.longest, setting.factory);
   return setting.factory;
 }
 
@@ -173,8 +205,12 @@ bool store_write(std::span<const SettingValue> values) {
   for (const SettingValue& each : values) {
     if (!kept) break;
     sqlite3_reset(statement.get());
-    sqlite3_bind_text(statement.get(), 1, each.setting->key, -1, SQLITE_STATIC);
-    sqlite3_bind_int64(statement.get(), 2, each.value);
+    sqlite3_bind_text(statement.get(), 1, each.key, -1, SQLITE_STATIC);
+    if (const std::string_view* const text = std::get_if<std::string_view>(&each.value)) {
+      sqlite3_bind_text(statement.get(), 2, text->data(), static_cast<int>(text->size()), SQLITE_STATIC);
+    } else {
+      sqlite3_bind_int64(statement.get(), 2, std::get<std::int64_t>(each.value));
+    }
     kept = sqlite3_step(statement.get()) == SQLITE_DONE;
   }
   if (statement != nullptr) sqlite3_reset(statement.get());

@@ -8,6 +8,7 @@ namespace {
 
 constexpr Room kRooms[] = {
     {.name = "volume", .load = volume_load, .reset = volume_reset, .report = volume_report},
+    {.name = "config", .load = config_load, .reset = config_reset, .report = config_report},
 };
 
 std::mutex power_lock;  // one switches the set on or off at a time; taken before every other lock

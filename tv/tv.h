@@ -12,6 +12,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include "dtv_tv.h"
 
@@ -29,9 +30,15 @@ struct Setting {
   std::int64_t maximum;
 };
 
+struct TextSetting {
+  const char* key;
+  const char* factory;
+  std::size_t longest;  // in bytes
+};
+
 struct SettingValue {
-  const Setting* setting;
-  std::int64_t value;
+  const char* key;
+  std::variant<std::int64_t, std::string_view> value;
 };
 
 // Opens or creates the database and holds it alone until store_close. A damaged file is moved aside, and the call
@@ -40,8 +47,13 @@ bool store_open(const std::string& folder, std::string& ret_error);
 void store_close();
 bool store_is_open();
 
-// The kept value; the factory's where none is kept or where it is out of its limits, which is said on stderr.
+// Whether the store keeps it as it is: UTF-8 without a NUL.
+bool store_is_text(std::string_view text);
+
+// The kept value; the factory's where none is kept or where it is of another kind or out of its limits, which is said
+// on stderr.
 std::int64_t store_read(const Setting& setting);
+std::string store_read(const TextSetting& setting);
 
 // Keeps all values or none; they are on the disk when it returns true. A failure is said on stderr.
 bool store_write(std::span<const SettingValue> values);
@@ -72,6 +84,10 @@ void volume_load();
 void volume_reset();
 void volume_report(boost::json::object& answer);
 
+void config_load();
+void config_reset();
+void config_report(boost::json::object& answer);
+
 // ---- control.cpp: what a viewer does ----
 
 using Words = std::span<const std::string_view>;
@@ -81,3 +97,4 @@ boost::json::object control_error(std::string text);
 // The arguments after the command's name. The answer is what the command reports, or control_error.
 boost::json::object volume_command(Words arguments);
 boost::json::object mute_command(Words arguments);
+boost::json::object config_command(Words arguments);

@@ -33,7 +33,7 @@ void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intpt
 // Keeps the wanted state, then tells of it; nothing at all when it is the present one. The caller holds the lock.
 INT32 change(const Volume& wanted) {
   if (wanted == volume.load()) return 0;
-  const SettingValue values[] = {{&kLevel, wanted.level}, {&kMute, wanted.mute}};
+  const SettingValue values[] = {{kLevel.key, wanted.level}, {kMute.key, wanted.mute}};
   if (!store_write(values)) return -1;
   volume = wanted;
   if (callback != nullptr) {
