@@ -62,17 +62,21 @@ static void language_code(INT32 value, char (&ret_code)[4]) {
   ret_code[3] = '\0';
 }
 
-// Opens the library of a language, else the fallback's. The caller holds the mutex.
-static bool open_library(const char* code) {
+static void* open_library(const char* code) {
   char path[32];
   snprintf(path, sizeof path, "%s%s.so", kLibraryFolder, code);
-  tvc_log_progress("[TVC_MAIN] i18n dynamic lib path: [%s].\n", path);
+  return dlopen(path, RTLD_LAZY);
+}
+
+// Opens the library of the language, else the fallback's. `code` is null when the language is not known. The caller
+// holds the mutex.
+static bool load_library(const char* code) {
   close_library();
-  lang_res_so = dlopen(path, RTLD_LAZY);
-  if (!lang_res_so) {
-    snprintf(path, sizeof path, "%s%s.so", kLibraryFolder, kFallbackLanguage);
-    lang_res_so = dlopen(path, RTLD_LAZY);
+  if (code) {
+    tvc_log_progress("[TVC_MAIN] i18n dynamic lib path: [%s%s.so].\n", kLibraryFolder, code);
+    lang_res_so = open_library(code);
   }
+  if (!lang_res_so) lang_res_so = open_library(kFallbackLanguage);
   if (!lang_res_so) return false;
   dlerror();
   void* const symbol = dlsym(lang_res_so, kLibrarySymbol);
@@ -84,26 +88,34 @@ static bool open_library(const char* code) {
   return symbol != nullptr;
 }
 
+// The language's code; false when the platform does not tell. The caller holds the mutex, which is free while the
+// platform is asked. A value that was reset meanwhile is asked for again, but not for ever.
+static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[4]) {
+  constexpr int kMostReads = 8;
+  for (int reads = 0; lang_value < 0 && reads < kMostReads; ++reads) {
+    const UINT32 resets = lang_resets;
+    INT32 value = 0;
+    guard.unlock();
+    const INT32 ret = a_vextvapi_config_get_value(kEveryInput, kLanguageKey, &value);
+    guard.lock();
+    if (resets != lang_resets) continue;
+    if (ret != VEXTVCTRLR_OK) return false;
+    lang_value = value;
+    language_code(value, ret_code);
+    return true;
+  }
+  if (lang_value < 0) return false;
+  language_code(lang_value, ret_code);
+  return true;
+}
+
 static INT32 _tv_ctrl_config_getLangStr(const char* lang_id, char* lang_string) {
   if (!lang_id || !*lang_id || !lang_string) return VEXTVCTRLR_INV_ARG;
   std::unique_lock guard(lang_mutex);
-  while (!getStrFunPtr) {
-    char code[4] = {};
-    INT32 value = lang_value;
-    INT32 ret = VEXTVCTRLR_OK;
-    if (value < 0) {
-      const UINT32 resets = lang_resets;
-      guard.unlock();
-      ret = a_vextvapi_config_get_value(kEveryInput, kLanguageKey, &value);
-      guard.lock();
-      if (resets != lang_resets) continue;
-      if (ret == VEXTVCTRLR_OK) lang_value = value;
-    }
-    if (ret == VEXTVCTRLR_OK)
-      language_code(value, code);
-    else
-      tvc_copy_text(code, kFallbackLanguage);
-    if (!open_library(code)) return VEXTVCTRLR_FAIL;
+  if (!getStrFunPtr) {
+    char code[4];
+    const bool known = read_language(guard, code);
+    if (!getStrFunPtr && !load_library(known ? code : nullptr)) return VEXTVCTRLR_FAIL;
   }
   if (const char* const text = getStrFunPtr(lang_id))
     tvc_copy_text(lang_string, sizeof T_LANG_STRING::lang_string, text);
@@ -145,37 +157,37 @@ static INT32 _tv_ctrl_config_get_value_number(T_CONFIG& config) {
   return ret;
 }
 
-// Item 0x07240005: what is looked up goes in, surrounded by bytes of 1, and the answer comes back in its place.
+// Item 0x07240005 looks a text up: what is looked up goes in, surrounded by bytes of 1, and the answer comes back in
+// its place.
+static constexpr UINT32 kLookUpItem = 0x07240005;
+static constexpr std::size_t kLongestLookUp = 30;
+
 static INT32 look_up_string(T_CONFIG& config) {
-  constexpr std::size_t kLongest = 30;
-  const std::size_t length = strnlen(config.valuestring, sizeof config.valuestring);
-  if (length == 0 || length > kLongest) return VEXTVCTRLR_INV_ARG;
-  char scratch[kLongest + 2];
+  char scratch[kLongestLookUp + 2];
   memset(scratch, 1, sizeof scratch - 1);
   scratch[sizeof scratch - 1] = '\0';
-  memcpy(scratch, config.valuestring, length);
-  UINT32 size = sizeof scratch - 1;
-  const INT32 ret = getConfigValueString(config.cfg_item, &size, scratch);
-  if (ret < 0) return ret;
+  memcpy(scratch, config.valuestring, strnlen(config.valuestring, kLongestLookUp));
+  UINT32 length = sizeof scratch - 1;
+  const INT32 ret = getConfigValueString(kLookUpItem, &length, scratch);
   scratch[sizeof scratch - 1] = '\0';
-  tvc_copy_text(config.valuestring, scratch);
+  if (ret >= 0) tvc_copy_text(config.valuestring, scratch);
   return ret;
 }
 
 static INT32 _tv_ctrl_config_get_value_string(T_CONFIG& config) {
-  constexpr UINT32 kLookUpItem = 0x07240005;
   if (!config.cfg_id[0] && config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
   UINT32 length = sizeof config.valuestring - 1;
   INT32 ret = 0;
   if (config.cfg_id[0]) {
     ret = a_vextvapi_config_get_str_value(config.cfg_id, config.valuestring, &length);
   } else if (config.cfg_item == kLookUpItem) {
+    const std::size_t wanted = strnlen(config.valuestring, sizeof config.valuestring);
+    if (wanted == 0 || wanted > kLongestLookUp) return VEXTVCTRLR_INV_ARG;
     ret = look_up_string(config);
-    if (ret == VEXTVCTRLR_INV_ARG) return ret;
   } else {
     ret = getConfigValueString(config.cfg_item, &length, config.valuestring);
   }
-  config.valuestring[sizeof config.valuestring - 1] = '\0';
+  config.valuestring[sizeof config.valuestring - 1] = '\0';  // the platform need not
   if (ret >= 0) return ret;
   TVC_LOG_FAIL(ret);
   return VEXTVCTRLR_FAIL;
