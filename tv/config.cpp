@@ -290,8 +290,8 @@ constexpr UINT32 kLookUpItem = 0x07240005;
 
 INT32 look_up(const char* function, UINT32* length, char* value) {
   if (length == nullptr || value == nullptr) return -1;
-  const std::string_view room(value, *length);
-  const std::string key(room.substr(0, room.find_first_of(std::string_view("\0\1", 2))));
+  const std::string_view given(value, strnlen(value, *length));
+  const std::string key(given.substr(0, given.find('\1')));
   const Entry* const entry = asked(function, key.c_str());
   return entry == nullptr ? -1 : give_text(function, *entry, text_of(*entry, value_of(*entry)), length, value);
 }

@@ -37,7 +37,7 @@ constexpr Command kCommands[] = {
     {"config", "[WORD|KEY [VALUE]]", 2,
      "Lists the configuration, or what has WORD in its key or help; shows one value; changes it as the menu does",
      config_command},
-    {"state", "", 0, "Reports everything that the set knows", state_command},
+    {"state", "", 0, "Reports what the set knows; of the configuration, what differs from a new set", state_command},
     {"reset", "", 0, "Puts the set back into the factory's state", reset_command},
     {"help", "", 0, "Lists these commands", help_command},
 };

@@ -111,7 +111,7 @@ test('get and set: what the set refuses is exit code 1', async (t) => {
     [['set', '/tv/cast/volume/volum', '3'], /there is no URI .*nearest: \/tv\/cast\/volume\/volume/],
     [['set', '/tv/cast/volume/volum', '{"REQUEST":"MODIFY","VALUE":3}'], /there is no URI/],
     [['watch', '/tv/ws/notify/volume_ctr'], /there is no URI .*volume_ctrl/],
-    [['tv', 'dance'], /dance.*volume, mute, state, reset, help, fault, faults\n/], // as "tv help" lists them
+    [['tv', 'dance'], /dance.*volume, mute, config, state, reset, help, fault, faults\n/], // as "tv help" lists them
     [['tv', 'volume', 'loud'], /up, down or a number from 0 to 100/],
     [['tv', 'fault', 'no_function', '--fail'], /no_function/],
   ];
@@ -334,7 +334,7 @@ test('bash completes commands, options, URIs and the virtual television', async 
   assert.deepEqual(await complete('trace', '--', 'get', '/tv/cast/volume/m'), [mute]);
   assert.deepEqual(await complete('trace', '--', 'tv', 'volume', ''), ['down', 'up']);
   assert.deepEqual(await complete('set', volume, '--', ''), []);
-  assert.deepEqual(await complete('tv', ''), ['fault', 'faults', 'help', 'mute', 'reset', 'state', 'volume']);
+  assert.deepEqual(await complete('tv', ''), ['config', 'fault', 'faults', 'help', 'mute', 'reset', 'state', 'volume']);
   assert.deepEqual(await complete('tv', 'volume', ''), ['down', 'up']);
   const setVolume = 'a_vextvapi_volctrl_setVolume';
   assert.deepEqual(await complete('tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
