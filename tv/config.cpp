@@ -320,7 +320,7 @@ boost::json::object list(std::string_view word) {
 
 boost::json::object describe(const Entry& entry) {
   boost::json::object answer{{"key", entry.key},
-                             {"item", item_name(entry.item)},
+                             {"item", entry.item == 0 ? "" : item_name(entry.item)},
                              {"kind", kKindNames[static_cast<int>(entry.kind)]},
                              {"value", shown(entry, value_of(entry))},
                              {"default", shown(entry, factory_of(entry))}};

@@ -176,7 +176,9 @@ TEST_F(TvConfig, EveryRowIsReadWrittenAndLimited) {
       EXPECT_LE(std::strlen(row.text), row.longest);
       EXPECT_LE(row.longest, 1000u);  // what an application's buffer holds
       const std::string longest(row.longest, 'x');
-      EXPECT_EQ(setConfigValueString(row.item, longest.c_str()), 0);
+      EXPECT_EQ(row.item == 0 ? a_vextvapi_config_set_str_value(row.key, longest.c_str())
+                              : setConfigValueString(row.item, longest.c_str()),
+                0);
       EXPECT_EQ(text(row.key), longest);
       EXPECT_LT(a_vextvapi_config_set_str_value(row.key, (longest + 'x').c_str()), 0);
       EXPECT_EQ(text(row.key), longest);
@@ -185,8 +187,8 @@ TEST_F(TvConfig, EveryRowIsReadWrittenAndLimited) {
       continue;
     }
     EXPECT_EQ(number(row.key), row.number);
-    EXPECT_EQ(getConfigValueInt32(row.item, &value), 0);
-    EXPECT_EQ(value, row.number);
+    EXPECT_EQ(getConfigValueInt32(row.item, &value), row.item == 0 ? -1 : 0);
+    EXPECT_EQ(value, row.item == 0 ? -1 : row.number);
     if (row.kind != Row::kNumber && row.kind != Row::kBool) {
       EXPECT_NE(a_vextvapi_config_get_minmaxvalue(-1, row.key, &limits), 0);
       continue;
@@ -194,7 +196,7 @@ TEST_F(TvConfig, EveryRowIsReadWrittenAndLimited) {
     EXPECT_LE(row.minimum, row.number);
     EXPECT_GE(row.maximum, row.number);
     for (const INT32 wanted : {row.minimum, row.maximum}) {
-      EXPECT_EQ(setConfigValueInt32(row.item, wanted), 0);
+      EXPECT_EQ(row.item == 0 ? write(row.key, wanted) : setConfigValueInt32(row.item, wanted), 0);
       EXPECT_EQ(number(row.key), wanted);
       EXPECT_EQ(write(row.key, wanted), 0);
     }
@@ -462,8 +464,11 @@ TEST_F(TvConfig, ActionsCountAndReset) {
   EXPECT_EQ(number(kBalance), 0);
   EXPECT_EQ(number(kStore), 0);
   EXPECT_EQ(number("g_action__reset_all"), 1);
+  watch({"g_action__reset_all"});
+  EXPECT_EQ(setConfigValue(item_of("g_action__reset_all")), 0);
+  EXPECT_EQ(number("g_action__reset_all"), 2);
   EXPECT_EQ(told(), (Keys{kStore, kStore, kStore, kBrightness, kBalance, kBrightness, "g_action__reset_picture",
-                          "g_action__reset_picture", kBalance, kStore}));
+                          "g_action__reset_picture", kBalance, kStore, "g_action__reset_all"}));
 }
 
 // ---- Callbacks ----
@@ -601,10 +606,13 @@ TEST_F(TvConfig, ListenersAreForgottenWhenTheSetIsSwitchedOn) {
   watch({kLanguage});
   dtv_tv_stop();
   ASSERT_EQ(tv_start(folder.path), "");
-  write(kLanguage, kGerman);
-  a_vextvapi_config_reg_callback(listen, kTag);
-  write(kLanguage, kEnglish);
+  EXPECT_EQ(a_vextvapi_config_reg_callback(listen, kTag), 0);
+  write(kLanguage, kGerman);  // the key is forgotten
+  dtv_tv_stop();
+  ASSERT_EQ(tv_start(folder.path), "");
   watch({kLanguage});
+  write(kLanguage, kEnglish);  // the callback is forgotten
+  EXPECT_EQ(a_vextvapi_config_reg_callback(listen, kTag), 0);
   write(kLanguage, kGerman);
   EXPECT_EQ(told(), Keys{kLanguage});
 }
