@@ -469,9 +469,9 @@ void config_load() {
     } else {
       value.number = static_cast<INT32>(store_read(Setting{entry.key, entry.factory, entry.minimum, entry.maximum}));
     }
-    if (takes(entry, value)) continue;
+    if (entry.kind != Kind::kCode || takes(entry, value)) continue;  // the others, the store has looked at
     value = factory_of(entry);
-    std::fprintf(stderr, "dtv_tv: the kept %s is not %s; it is %s again\n", entry.key, what_it_takes(entry).c_str(),
+    std::fprintf(stderr, "dtv_tv: the kept %s is not three letters; it is %s again\n", entry.key,
                  text_of(entry, value).c_str());
   }
   // Whoever listens registers after the set was switched on.
