@@ -19,6 +19,8 @@
   ::tap::Param { .kind = ::tap::Kind::in_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char> }
 #define TAP_PARAM_IN_RECORD(t, n) \
   ::tap::Param { .kind = ::tap::Kind::in_record, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
+// Nothing here knows whether there is a record: it is passed on, and told of, as a word.
+#define TAP_PARAM_IN_ADDRESS(t, n) TAP_PARAM_IN(void*, n)
 #define TAP_PARAM_IN_ARRAY(t, n, c) \
   ::tap::Param { .kind = ::tap::Kind::in_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
 #define TAP_PARAM_OUT(t, n) \
@@ -52,6 +54,8 @@
 #define TAP_SIZE_IN_TEXT(n) \
   std::size_t { 0 }
 #define TAP_SIZE_IN_RECORD(t, n) \
+  std::size_t { 0 }
+#define TAP_SIZE_IN_ADDRESS(t, n) \
   std::size_t { 0 }
 #define TAP_SIZE_IN_ARRAY(t, n, c) ::tap::count_of(c)
 #define TAP_SIZE_OUT(t, n) \

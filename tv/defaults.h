@@ -24,6 +24,7 @@ Result tv_not_built(const char* function, std::atomic_flag& said) {
 #define TV_TYPE_IN(type, name) type
 #define TV_TYPE_IN_TEXT(name) const char*
 #define TV_TYPE_IN_RECORD(type, name) const type*
+#define TV_TYPE_IN_ADDRESS(type, name) void*
 #define TV_TYPE_IN_ARRAY(type, name, count) const type*
 #define TV_TYPE_OUT(type, name) type*
 #define TV_TYPE_INOUT(type, name) type*

@@ -18,7 +18,7 @@ typedef struct {
  * changed, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2; the platform's own otherwise, with
  * an integer in pv_arg1. The others are reserved. Returns 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_config_nfy_fct, IN(INT32, notify_id), TAG(void*, pv_tag), IN(void*, pv_arg1),
-               IN(void*, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
+               IN_ADDRESS(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
 
 /* Reads an integer. input_group: input whose own value is meant, -1 for the set's. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_config_get_value, IN(INT32, input_group), IN_TEXT(key), OUT(INT32, value))

@@ -14,6 +14,8 @@
  *   IN(type, name)               passed by value: integer, enumeration, handle, pointer-sized word
  *   IN_TEXT(name)                const char*, NUL-terminated, read only
  *   IN_RECORD(type, name)        const type*, read only
+ *   IN_ADDRESS(type, name)       void*, a pointer-sized word that may be a number as well as the address of a record
+ *                                that is read only; what it is, another parameter says
  *   IN_ARRAY(type, name, count)  const type*, count values; count names an integer parameter
  *   OUT(type, name)              type*, one integer or record, written
  *   INOUT(type, name)            type*, one integer or record, read and written
@@ -45,6 +47,7 @@
 #define TVAPI_DECLARE_IN(type, name) type name
 #define TVAPI_DECLARE_IN_TEXT(name) const char* name
 #define TVAPI_DECLARE_IN_RECORD(type, name) const type* name
+#define TVAPI_DECLARE_IN_ADDRESS(type, name) void* name
 #define TVAPI_DECLARE_IN_ARRAY(type, name, count) const type* name
 #define TVAPI_DECLARE_OUT(type, name) type* name
 #define TVAPI_DECLARE_INOUT(type, name) type* name
@@ -59,6 +62,7 @@
 #define TVAPI_NAME_IN(type, name) name
 #define TVAPI_NAME_IN_TEXT(name) name
 #define TVAPI_NAME_IN_RECORD(type, name) name
+#define TVAPI_NAME_IN_ADDRESS(type, name) name
 #define TVAPI_NAME_IN_ARRAY(type, name, count) name
 #define TVAPI_NAME_OUT(type, name) name
 #define TVAPI_NAME_INOUT(type, name) name

@@ -182,6 +182,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_SIZE_IN(type, name) fuzz_size_##name = 0
 #define FUZZ_SIZE_IN_TEXT(name) fuzz_size_##name = 0
 #define FUZZ_SIZE_IN_RECORD(type, name) fuzz_size_##name = 0
+#define FUZZ_SIZE_IN_ADDRESS(type, name) fuzz_size_##name = 0
 #define FUZZ_SIZE_IN_ARRAY(type, name, count) fuzz_size_##name = room_of(count)
 #define FUZZ_SIZE_OUT(type, name) fuzz_size_##name = 1
 #define FUZZ_SIZE_INOUT(type, name) fuzz_size_##name = 1
@@ -195,6 +196,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_READ_IN(type, name) (void)name
 #define FUZZ_READ_IN_TEXT(name) read_text(name)
 #define FUZZ_READ_IN_RECORD(type, name) read_memory(name, sizeof *name)
+#define FUZZ_READ_IN_ADDRESS(type, name) (void)name
 #define FUZZ_READ_IN_ARRAY(type, name, count) read_memory(name, fuzz_size_##name * sizeof *name)
 #define FUZZ_READ_OUT(type, name) (void)name
 #define FUZZ_READ_INOUT(type, name) read_memory(name, sizeof *name)
@@ -209,6 +211,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_WRITE_IN(type, name) (void)0
 #define FUZZ_WRITE_IN_TEXT(name) (void)0
 #define FUZZ_WRITE_IN_RECORD(type, name) (void)0
+#define FUZZ_WRITE_IN_ADDRESS(type, name) (void)0
 #define FUZZ_WRITE_IN_ARRAY(type, name, count) (void)0
 #define FUZZ_WRITE_OUT(type, name) write_values(name, fuzz_size_##name)
 #define FUZZ_WRITE_INOUT(type, name) write_values(name, fuzz_size_##name)
@@ -224,6 +227,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_ARGUMENT_IN(type, name) answer<type>(fuzz_allocate)
 #define FUZZ_ARGUMENT_IN_TEXT(name) answer<const char*>(fuzz_allocate)
 #define FUZZ_ARGUMENT_IN_RECORD(type, name) answer_one<type>(fuzz_allocate)
+#define FUZZ_ARGUMENT_IN_ADDRESS(type, name) answer_one<type>(fuzz_allocate)
 #define FUZZ_ARGUMENT_IN_ARRAY(type, name, count) nullptr
 #define FUZZ_ARGUMENT_OUT(type, name) answer_one<type>(fuzz_allocate)
 #define FUZZ_ARGUMENT_INOUT(type, name) answer_one<type>(fuzz_allocate)
@@ -236,6 +240,7 @@ T* answer_one(const auto& allocate) {
 #define FUZZ_DEPENDENT_IN(type, name) (void)0
 #define FUZZ_DEPENDENT_IN_TEXT(name) (void)0
 #define FUZZ_DEPENDENT_IN_RECORD(type, name) (void)0
+#define FUZZ_DEPENDENT_IN_ADDRESS(type, name) (void)0
 #define FUZZ_DEPENDENT_IN_ARRAY(type, name, count) name = answer_array<type>(count, fuzz_allocate)
 #define FUZZ_DEPENDENT_OUT(type, name) (void)0
 #define FUZZ_DEPENDENT_INOUT(type, name) (void)0
