@@ -11,6 +11,11 @@ inline void tvc_copy_text(char* ret_array, std::size_t size, const char* text) {
   memcpy(ret_array, text, length);
   ret_array[length] = '\0';
 }
+// Ends a text of a record that somebody else filled where its array ends, if it has no end before.
+template <std::size_t N>
+void tvc_end_text(char (&array)[N]) {
+  array[N - 1] = '\0';
+}
 template <std::size_t N>
 void tvc_copy_text(char (&ret_array)[N], const char* text) {
   tvc_copy_text(ret_array, N, text);

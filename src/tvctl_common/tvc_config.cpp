@@ -211,20 +211,24 @@ static INT32 _tv_ctrl_config_get_value_range(T_CONFIG& config) {
 
 INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {
   if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CONFIG) return VEXTVCTRLR_INV_ARG;
+  const int record = tvc_record(ui2_id);
+  if (record == TV_CTRL_RECID_CFG_LANG_STRING) {
+    T_LANG_STRING& text = *static_cast<T_LANG_STRING*>(pv_content);
+    tvc_end_text(text.lang_id);
+    return _tv_ctrl_config_get_lang_string(ui2_id, text);
+  }
+  if (record < TV_CTRL_RECID_CFG_VALUE_BOOL || record > TV_CTRL_RECID_CFG_VALUE_RANGE) return VEXTVCTRLR_OK;
   T_CONFIG& config = *static_cast<T_CONFIG*>(pv_content);
-  switch (tvc_record(ui2_id)) {
+  tvc_end_text(config.cfg_id);
+  switch (record) {
     case TV_CTRL_RECID_CFG_VALUE_BOOL:
       return _tv_ctrl_config_get_value_bool(config);
     case TV_CTRL_RECID_CFG_VALUE_NUMBER:
       return _tv_ctrl_config_get_value_number(config);
     case TV_CTRL_RECID_CFG_VALUE_STRING:
       return _tv_ctrl_config_get_value_string(config);
-    case TV_CTRL_RECID_CFG_VALUE_RANGE:
-      return _tv_ctrl_config_get_value_range(config);
-    case TV_CTRL_RECID_CFG_LANG_STRING:
-      return _tv_ctrl_config_get_lang_string(ui2_id, *static_cast<T_LANG_STRING*>(pv_content));
     default:
-      return VEXTVCTRLR_OK;
+      return _tv_ctrl_config_get_value_range(config);
   }
 }
 
@@ -239,7 +243,9 @@ INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) {
   if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CONFIG) return VEXTVCTRLR_INV_ARG;
   const int record = tvc_record(ui2_id);
   if (record < TV_CTRL_RECID_CFG_VALUE_ACTION || record > TV_CTRL_RECID_CFG_VALUE_STRING) return VEXTVCTRLR_OK;
-  const T_CONFIG& config = *static_cast<const T_CONFIG*>(pv_content);
+  T_CONFIG& config = *static_cast<T_CONFIG*>(pv_content);
+  tvc_end_text(config.cfg_id);
+  tvc_end_text(config.valuestring);
   const bool by_key = config.cfg_id[0] != '\0' &&
                       (record == TV_CTRL_RECID_CFG_VALUE_NUMBER || record == TV_CTRL_RECID_CFG_VALUE_STRING);
   if (!by_key && config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;

@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "tv_ctrl_main.h"
+#include "tv_ctrl_util/text.h"
 
 static constexpr const char* kDevice = "/dev/cli";
 static constexpr const char* kCommand = "ir.rx.send ";
@@ -67,7 +68,9 @@ INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) {
     fflush(stdout);
     return VEXTVCTRLR_FAIL;
   }
-  const CLI_KEY_MAP* const key = find_key(static_cast<const T_TEXT*>(pv_content)->value);
+  T_TEXT& name = *static_cast<T_TEXT*>(pv_content);
+  tvc_end_text(name.value);
+  const CLI_KEY_MAP* const key = find_key(name.value);
   if (key) {
     type_text(device, kCommand);
     type_text(device, key->key_value);
