@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Checks that every C and C++ file is laid out as .clang-format says.
+"""Checks that every C and C++ file is laid out as .clang-format says, and that none grows too long.
 
 usage: tests/check_format.py [--selftest]
 
-A table whose layout is deliberate says "clang-format off" itself. Prints each place that differs and ends with
+A table whose layout is deliberate says "clang-format off" itself; it has a fact per line and
+may be of any length. Prints each place that differs and ends with
 "N passed, N failed"; one file is one test. `clang-format -i FILE` puts a file right.
 --selftest checks the check: a made-up file is refused, and accepted after clang-format laid it out.
 """
@@ -15,6 +16,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 SOURCES = ["*.c", "*.cpp", "*.h", "*.def"]
+MAX_LINES = 600  # of a file that is no table (.def)
 
 
 def tracked(patterns):
@@ -24,7 +26,10 @@ def tracked(patterns):
 
 
 def complaint(file):
-    """What clang-format says against the file's layout, an empty text when nothing."""
+    """What is wrong with the file's length or, as clang-format says, its layout; an empty text when nothing."""
+    length = len(file.read_text(encoding="utf-8").splitlines())
+    if length > MAX_LINES and file.suffix != ".def":
+        return f"{file}: {length} lines; no file but a table has more than {MAX_LINES}\n"
     # The style is named: a file outside of the project, as the self-test's, is to have the project's too.
     checked = subprocess.run(["clang-format", f"--style=file:{ROOT}/.clang-format", "--dry-run", "-Werror", file],
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
@@ -32,10 +37,10 @@ def complaint(file):
 
 
 def selftest():
-    """(passed, failed). The texts are right but for the width of the first, the indent of the second."""
-    wrong = ["int a = " + " + ".join(["1000"] * 17) + ";\n", "int f() {\n    return 1;\n}\n", "int  a;\n"]
+    """(passed, failed). The texts are right but for the width, the indent, a blank, the length."""
+    wrong = ["int a = " + " + ".join(["1000"] * 17) + ";\n", "int f() {\n    return 1;\n}\n", "int  a;\n", "// a\n" * (MAX_LINES + 1)]
     right = ["int a = " + " + ".join(["1000"] * 16) + ";\n", "int f() { return 1; }\n",
-             "// clang-format off\nint  a;\n"]
+             "// clang-format off\nint  a;\n", "// a\n" * MAX_LINES]
     results = []
     with tempfile.TemporaryDirectory() as folder:
         file = Path(folder) / "a.cpp"

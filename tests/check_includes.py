@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks who includes whom, and that no file of the plugin grows too long.
+"""Checks who includes whom.
 
 usage: tests/check_includes.py [--selftest]
 
@@ -13,7 +13,6 @@ import tempfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-MAX_LINES = 600
 SOURCES = {".cpp", ".cc", ".c", ".h", ".hpp"}
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"(?P<quoted>[^"]+)"|<(?P<angled>[^>]+)>)', re.M)
 
@@ -85,14 +84,11 @@ def check_file(root, file):
                 violations.append(f'{path}:{line}: "{name}" is no file of the project (others are included with <>)')
         elif not allowed(target, own_folder, sees):
             violations.append(f"{path}:{line}: includes {target}; rule: {why}")
-    length = len(text.splitlines())
-    if path.startswith(("src/", "inc/")) and length > MAX_LINES:
-        violations.append(f"{path}: {length} lines; rule: no file under src/ and inc/ has more than {MAX_LINES}")
     return violations
 
 
 def check_tree(root):
-    """(number of files, violations by file). Tables (.def) hold one fact per line and may be of any length."""
+    """(number of files, violations by file)."""
     root = root.resolve()
     files = sorted(f for folder in {rule.split("/")[0] for rule in RULES} for f in (root / folder).rglob("*")
                    if f.is_file() and f.suffix in SOURCES and "node_modules" not in f.parts)
@@ -102,7 +98,7 @@ def check_tree(root):
 # What the self-test writes into an empty tree; each case adds one file to it.
 BASE = {
     "inc/dtv_js_plugin.h": "", "inc/tv_ctrl_main.h": '#include "dtv_js_plugin.h"\n', "inc/tvapi/types.h": "",
-    "inc/tvapi/volctrl.h": '#include "tvapi/types.h"\n', "inc/vex_tv_ctrl/uris.def": "row\n" * (MAX_LINES + 1),
+    "inc/tvapi/volctrl.h": '#include "tvapi/types.h"\n', "inc/vex_tv_ctrl/uris.def": "",
     "src/tv_ctrl_api/entry.h": '#include "tv_ctrl_main/registry.h"\n', "src/tv_ctrl_main/registry.h": "",
     "src/tvctl_common/tvc_volctrl.h": "", "src/tv_ctrl_util/log.h": '#include "tv_ctrl_main.h"\n',
     "host/stack.h": '#include "dtv_js_plugin.h"\n', "host/rpc.h": "", "tap/state.h": "", "tv/tv.h": "", "cli/dtvctl.h": "",
@@ -137,8 +133,6 @@ CASES = [
     ("cli/a.cpp", '#include "host/rpc.h"\n', "the command line sees"),
     ("cli/a.cpp", '// #include "host/rpc.h"\n/*\n#include "host/rpc.h"\n*/\n', None),
     ("host/a.cpp", '#include "nowhere.h"\n', "no file of the project"),
-    ("src/tv_ctrl_util/a.cpp", "\n" * MAX_LINES, None),
-    ("src/tv_ctrl_util/a.cpp", "\n" * (MAX_LINES + 1), "no file under src/ and inc/"),
 ]
 
 
