@@ -80,11 +80,23 @@ TVC_EXPORT INT32 tv_ctrl_get_volctrl(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content);
 
 // Serves the miscellaneous group; the router also sends it the gets of groups that cannot be read, which it refuses.
+TVC_EXPORT INT32 tv_ctrl_misc_init(void);
 TVC_EXPORT INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content);
 
 TVC_EXPORT INT32 tv_ctrl_config_init(void);
 TVC_EXPORT INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_common_setting_init(void);
+TVC_EXPORT INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_common_setting_set(UINT16 ui2_id, void* pv_content);
+
+// Starts HDMI-CEC. The host calls it after start-up, when it wants CEC. 0, or -1 when a step fails; the steps after it
+// are then left out.
+TVC_EXPORT INT32 tvc_ctrl_cec_detect_init(void);
+TVC_EXPORT INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content);
 
 TVC_EXPORT INT32 tv_ctrl_key_get(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content);

@@ -3,6 +3,8 @@
 #define VEX_TV_CTRL_H
 
 #include "tvapi/types.h"
+#include "vex_tv_ctrl/apps.h"
+#include "vex_tv_ctrl/cec.h"
 #include "vex_tv_ctrl/channel.h"
 #include "vex_tv_ctrl/ci.h"
 #include "vex_tv_ctrl/config.h"

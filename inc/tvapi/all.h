@@ -1,4 +1,10 @@
 /* Every area of the TV API that the plugin calls, in one include; it can be included more than once. */
+#include "tvapi/apps.h"
+#include "tvapi/cec.h"
+#include "tvapi/ci.h"
 #include "tvapi/config.h"
+#include "tvapi/network.h"
 #include "tvapi/playback.h"
+#include "tvapi/time.h"
+#include "tvapi/usb.h"
 #include "tvapi/volctrl.h"

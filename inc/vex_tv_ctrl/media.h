@@ -4,6 +4,71 @@
 
 #include "tvapi/types.h"
 
+enum E_MEDIA_TYPE : INT32 {
+  MEDIA_TYPE_NULL = 0,
+  MEDIA_TYPE_PHOTO = 1,
+  MEDIA_TYPE_MUSIC = 2,
+  MEDIA_TYPE_VIDEO = 3,
+  MEDIA_TYPE_FOLDER = 4,
+  MEDIA_TYPE_PLAYLIST = 5,
+  MEDIA_TYPE_SUPPER_SHOP_MODE = 6
+};
+
+struct T_DATE_TIME {
+  UINT16 iyear;
+  UINT8 imonth;
+  UINT8 iday;
+  UINT8 ihour;
+  UINT8 iminute;
+  UINT8 isecond;
+};
+
+// One entry of a list.
+struct T_MEDIA_INFO {
+  INT32 media_type;  // an E_MEDIA_TYPE
+  char media_path[256];
+  UINT32 recid;
+  int favourite;
+  T_DATE_TIME date;
+  union {
+    struct {
+      char track[128];
+      char title[128];
+      char artist[128];
+      char album[128];
+      char genre[128];
+      UINT32 duration;
+    } music_info;
+    struct {
+      char title[128];
+      char year[10];
+      UINT32 duration;
+      double size;
+    } video_info;
+    struct {
+      UINT32 width;
+      UINT32 height;
+      UINT32 size;
+    } photo_info;
+    struct {
+      UINT32 duration;
+      char title[128];
+      char artist[32];
+    } playlist_info;
+  } u;
+};
+
+// A question about a folder or a file, and its answer.
+struct T_CBROWSER {
+  char path[256];
+  int count;  // of entries
+  int index;  // of the first entry
+  int sort;
+  INT32 type;  // an E_MEDIA_TYPE
+  T_MEDIA_INFO media_info[24];
+  char reserved[256];
+};
+
 // Callback type of the player whose first argument is a text: a thumbnail has been made.
 inline constexpr INT32 PLAYER_EVENT_THUMBNAIL = 19;
 

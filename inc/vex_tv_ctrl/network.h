@@ -1,8 +1,8 @@
-// Network events and Wi-Fi association.
+// Network events, Wi-Fi association and addresses.
 #ifndef VEX_TV_CTRL_NETWORK_H
 #define VEX_TV_CTRL_NETWORK_H
 
-#include "tvapi/types.h"
+#include "vex_tv_ctrl/generic.h"
 
 struct T_NW_NOTIFY {
   uintptr_t tag;    // given at registration
@@ -16,6 +16,36 @@ struct T_WLAN_ASSOCIATE {
   char ssid[33];
   char capabilities[128];
   char password[65];
+};
+
+struct T_NW_IP_INFO_T {
+  UINT32 ui4_address;
+  UINT32 ui4_netmask;
+  UINT32 ui4_gw;
+  UINT32 ui4_1st_dns;
+  UINT32 ui4_2nd_dns;
+};
+
+struct T_NW_IP_INFO_DATA {
+  TVC_HEADER
+  T_NW_IP_INFO_T t_ip_info;
+};
+
+struct T_NW_IPV6_INFO_T {
+  INT32 ip_type;
+  INT32 dns_type;
+  char ac_v6ip[46];
+  char ac_v6gw[46];
+  char ac_dns1[46];
+  char ac_dns2[46];
+  char ac_v6ip_ll[46];  // link-local
+  UINT32 ui4_prefix;
+  UINT32 ui4_prefix_ll;
+};
+
+struct T_NW_IPV6_INFO_DATA {
+  TVC_HEADER
+  T_NW_IPV6_INFO_T t_ipv6_info;
 };
 
 #endif

@@ -11,6 +11,11 @@ struct T_MOUNT_POINT_INFO {
   UINT32 port;
 };
 
+struct T_MOUNT_POINT_LIST {
+  INT32 count;  // of the entries that hold something
+  T_MOUNT_POINT_INFO entries[32];
+};
+
 struct T_USB_DETECT_NOTIFY {
   INT32 type;
   INT32 tag;

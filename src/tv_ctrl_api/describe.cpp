@@ -22,6 +22,10 @@ static const char* kind_name(FieldKind kind) {
     case FieldKind::kText:
     case FieldKind::kText16:
       return "text";
+    case FieldKind::kUint8Array:
+      return "uint8_array";
+    case FieldKind::kUint32Array:
+      return "uint32_array";
     case FieldKind::kObject:
       return "object";
     case FieldKind::kConstant:

@@ -1,5 +1,6 @@
 #include "tv_ctrl_api/item_types.h"
 
+#include <algorithm>
 #include <array>
 #include <iterator>
 
@@ -92,6 +93,16 @@ static const ItemType item_types[] = {
      .renderer = "_json_print_ci_data_type",
      .fields = ci_data_fields,
      .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_ci_data_notify"}},
+    {.type = TYPE_NET_IP_INFO,
+     .record_size = sizeof(T_NW_IP_INFO_DATA),
+     .allocated_size = sizeof(T_NW_IP_INFO_DATA),
+     .renderer = "_json_print_net_ip_info_type",
+     .fields = ip_info_fields},
+    {.type = TYPE_NET_IPV6_INFO,
+     .record_size = sizeof(T_NW_IPV6_INFO_DATA),
+     .allocated_size = sizeof(T_NW_IPV6_INFO_DATA),
+     .renderer = "_json_print_net_ipv6_info_type",
+     .fields = ipv6_info_fields},
     {.type = TYPE_TIME,
      .record_size = sizeof(T_TIME),
      .allocated_size = sizeof(T_TIME),
@@ -102,6 +113,12 @@ static const ItemType item_types[] = {
      .record_size = sizeof(T_BANNER_ITEM),
      .allocated_size = sizeof(T_BANNER_ITEM),
      .fields = banner_item_fields},
+    {.type = TYPE_CBROWSER,
+     .record_size = sizeof(T_CBROWSER),
+     .allocated_size = sizeof(T_CBROWSER),
+     .error_word = "cbrowser",
+     .renderer = "_json_print_cbrowser_type",
+     .fields = cbrowser_fields},
     {.type = TYPE_CBROWSER_PB_NOTIFY,
      .record_size = sizeof(T_CBROWSER_PB_NOTIFY),
      .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),
@@ -130,6 +147,25 @@ static const ItemType item_types[] = {
      .fields = usb_detect_notify_fields,
      .notify = queued("_json_print_usb_detect_notify")},
     {.type = TYPE_INPUT_DEV_INFO, .allocated_size = sizeof(T_VALUE)},
+    {.type = TYPE_MOUNT_INFO,
+     .record_size = sizeof(T_MOUNT_POINT_LIST),
+     .renderer = "_json_print_mount_info_type",
+     .fields = mount_point_fields,
+     .list = {.count_offset = offsetof(T_MOUNT_POINT_LIST, count),
+              .entries_offset = offsetof(T_MOUNT_POINT_LIST, entries),
+              .entry_size = sizeof(T_MOUNT_POINT_INFO),
+              .most = std::size(T_MOUNT_POINT_LIST{}.entries)}},
+    {.type = TYPE_HBBTV, .record_size = sizeof(T_HBBTV), .error_word = "hbbtv", .fields = hbbtv_fields},
+    {.type = TYPE_PORTAL,
+     .record_size = sizeof(T_PORTAL),
+     .error_word = "portal",
+     .renderer = "_json_print_portal_info",
+     .fields = portal_fields},
+    {.type = TYPE_CEC_DETECT_NOTIFY,
+     .record_size = sizeof(T_CECM_NFY),
+     .allocated_size = sizeof(T_CECM_NFY),
+     .fields = cec_detect_notify_fields,
+     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_cec_detect_notify", .traces_text = true}},
     {.type = TYPE_CHANNEL_INFO_NOTIFY,
      .record_size = sizeof(T_CHANNEL_LIST_NOTIFY),
      .fields = channel_info_notify_fields,
@@ -146,6 +182,12 @@ static const ItemType item_types[] = {
      .notify = queued("_json_print_active_window_time_notify")},
     {.type = TYPE_CHANNEL_SELECT,
      .allocated_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},  // shared with the active window's time
+    {.type = TYPE_CECM_CFG,
+     .record_size = sizeof(T_CECM_CFG),
+     .allocated_size = sizeof(T_CECM_CFG),
+     .error_word = "input source",
+     .renderer = "_json_print_cecm_cfg_type",
+     .fields = cecm_cfg_fields},
     {.type = TYPE_CONFIG_UPDATE_NOTIFY,
      .record_size = sizeof(T_CONFIG_NOTIFY),
      .fields = config_update_notify_fields,
@@ -192,6 +234,23 @@ cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record) {
   if (object && tvc_render_fields(item.fields, use, record, object)) return object;
   cJSON_Delete(object);
   return nullptr;
+}
+
+cJSON* tvc_make_response_items(const ItemType& item, const void* record) {
+  const EntryList& list = item.list;
+  if (list.entry_size == 0) return tvc_make_items(tvc_make_item(item, kResponse, record));
+  const char* const base = static_cast<const char*>(record);
+  const INT32 count = *reinterpret_cast<const INT32*>(base + list.count_offset);
+  cJSON* const items = cJSON_CreateArray();
+  for (INT32 i = 0; i < std::min(count, static_cast<INT32>(list.most)); ++i) {
+    cJSON* const entry =
+        tvc_make_item(item, kResponse, base + list.entries_offset + static_cast<UINT32>(i) * list.entry_size);
+    if (cJSON_AddItemToArray(items, entry)) continue;
+    cJSON_Delete(entry);
+    cJSON_Delete(items);
+    return nullptr;
+  }
+  return items;
 }
 
 cJSON* tvc_make_items(cJSON* item) {

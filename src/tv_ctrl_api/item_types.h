@@ -21,13 +21,22 @@ struct NotifyRule {
   bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; else the notification is dropped
 };
 
+// Where a record keeps the entries that a response lists, one item each.
+struct EntryList {
+  UINT32 count_offset = 0;  // of the number of entries, an INT32; what it has beyond the array is not looked at
+  UINT32 entries_offset = 0;
+  UINT32 entry_size = 0;  // 0: the record is one item itself
+  UINT32 most = 0;        // entries that there is room for
+};
+
 struct ItemType {
   UINT8 type;
-  UINT32 record_size = 0;       // of the record that the content buffer holds; 0: the record is not defined yet
-  UINT32 allocated_size = 0;    // of a record made by tv_ctrl_malloc_content; 0: none is made
-  const char* error_word = "";  // in "error: parse ... param!"
-  const char* renderer = "";    // operation that messages of the response's rendering name
-  std::span<const Field> fields = {};
+  UINT32 record_size = 0;              // of the record that the content buffer holds; 0: the record is not defined yet
+  UINT32 allocated_size = 0;           // of a record made by tv_ctrl_malloc_content; 0: none is made
+  const char* error_word = "";         // in "error: parse ... param!"
+  const char* renderer = "";           // operation that messages of the response's rendering name
+  std::span<const Field> fields = {};  // of an entry, where the record is a list
+  EntryList list = {};
   NotifyRule notify = {};
 };
 
@@ -46,18 +55,31 @@ bool tvc_item_has(const ItemType& item, FieldUse use);
 // The JSON object of a record, with the fields of one use. Null without memory.
 cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record);
 
+// The array of what a response shows of a record. Null without memory.
+cJSON* tvc_make_response_items(const ItemType& item, const void* record);
+
 // An array of one item, which it takes over. Null without memory, or when the item is null.
 cJSON* tvc_make_items(cJSON* item);
+
+// The rows of what every generic record begins with, in a response.
+#define TVC_HEADER_FIELDS(record, type_text)                                                   \
+  {.key = "NAME", TVC_MEMBER(record, name), .use = kResponse, .help = "display name"},         \
+      {.key = "TYPE", .use = kResponse, .text = type_text, .help = "item type"},               \
+      {.key = "GROUP", TVC_MEMBER(record, group), .use = kResponse, .help = "group number"}, { \
+    .key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"        \
+  }
 
 // Field tables of the records, by area.
 extern const std::span<const Field> value_fields, text_fields, tint_fields, action_fields, option_list_fields,
     integer_fields, text_16_fields, time_fields, banner_item_fields;
 extern const std::span<const Field> tuner_scan_fields, tuner_scan_notify_fields;
 extern const std::span<const Field> ci_data_fields;
-extern const std::span<const Field> nw_notify_fields, wlan_associate_fields;
-extern const std::span<const Field> cbrowser_pb_notify_fields, dlna_dms_notify_fields, dlna_dmr_notify_fields,
-    pus_notify_fields;
-extern const std::span<const Field> usb_detect_notify_fields;
+extern const std::span<const Field> nw_notify_fields, wlan_associate_fields, ip_info_fields, ipv6_info_fields;
+extern const std::span<const Field> cbrowser_fields, cbrowser_pb_notify_fields, dlna_dms_notify_fields,
+    dlna_dmr_notify_fields, pus_notify_fields;
+extern const std::span<const Field> usb_detect_notify_fields, mount_point_fields;
+extern const std::span<const Field> hbbtv_fields, portal_fields;
+extern const std::span<const Field> cecm_cfg_fields, cec_detect_notify_fields;
 extern const std::span<const Field> config_fields, lang_string_fields, config_update_notify_fields;
 extern const std::span<const Field> channel_info_notify_fields;
 extern const std::span<const Field> active_window_info_notify_fields, active_window_time_notify_fields;

@@ -10,13 +10,13 @@ std::mutex mutex_send;
 char* _ps_send_buff;
 int _z_send_buff_len;
 
-// {"URI": uri, "STATUS": status, "ITEMS": [{...}]}; with no type the item stays empty. Null without memory.
+// {"URI": uri, "STATUS": status, "ITEMS": [...]}; with no type the item stays empty. Null without memory.
 static cJSON* make_response(const char* uri, const ItemType* item, const void* pv_content, INT32 status) {
   cJSON* const root = cJSON_CreateObject();
   if (root && tvc_json_add(root, "URI", cJSON_CreateStringReference(uri)) &&
       tvc_json_add(root, "STATUS", tvc_json_number(status)) &&
       tvc_json_add(root, "ITEMS",
-                   tvc_make_items(item ? tvc_make_item(*item, kResponse, pv_content) : cJSON_CreateObject())))
+                   item ? tvc_make_response_items(*item, pv_content) : tvc_make_items(cJSON_CreateObject())))
     return root;
   cJSON_Delete(root);
   return nullptr;

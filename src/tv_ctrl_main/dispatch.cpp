@@ -17,12 +17,12 @@ static constexpr GroupRoute routes[] = {
     {TV_CTRL_GRPID_TIME, tv_ctrl_get_misc, nullptr, false, true},
     {TV_CTRL_GRPID_TUNER, tv_ctrl_get_misc, nullptr, false, true},
     {TV_CTRL_GRPID_RATING, tv_ctrl_get_misc, nullptr, false, true},
-    {TV_CTRL_GRPID_COMMON_SETTING, nullptr, nullptr, true},
+    {TV_CTRL_GRPID_COMMON_SETTING, tv_ctrl_common_setting_get, tv_ctrl_common_setting_set, true},
     {TV_CTRL_GRPID_FACTORY_SETTING, nullptr, nullptr, false},
     {TV_CTRL_GRPID_CHANNEL_INFO, nullptr, nullptr, false},
     {TV_CTRL_GRPID_INPUT_SOURCE, nullptr, nullptr, false},
     {TV_CTRL_GRPID_EVENT, nullptr, nullptr, true},
-    {TV_CTRL_GRPID_MISC, nullptr, nullptr, false},
+    {TV_CTRL_GRPID_MISC, tv_ctrl_get_misc, tv_ctrl_set_misc, false},
     {TV_CTRL_GRPID_SYS_INFO, nullptr, nullptr, false},
     {TV_CTRL_GRPID_BRDCAST, nullptr, nullptr, true},
     {TV_CTRL_GRPID_BANNER, nullptr, nullptr, false},
@@ -32,7 +32,7 @@ static constexpr GroupRoute routes[] = {
     {TV_CTRL_GRPID_PUS, nullptr, nullptr, false},
     {TV_CTRL_GRPID_WS_NFY, nullptr, nullptr, false},  // notifications only
     {TV_CTRL_GRPID_KEY, tv_ctrl_key_get, tv_ctrl_key_set, true, true},
-    {TV_CTRL_GRPID_CECM_CFG, nullptr, nullptr, false},
+    {TV_CTRL_GRPID_CECM_CFG, tv_ctrl_cecm_get, tv_ctrl_cecm_set, false},
     {TV_CTRL_GRPID_PVR, nullptr, nullptr, false},
     {TV_CTRL_GRPID_CONFIG, tv_ctrl_config_get, tv_ctrl_config_set, false},
 };
@@ -45,7 +45,8 @@ static_assert(
     "a route stands at its group's number");
 
 // Started in this order; a handler whose start fails does not keep the others from starting.
-static constexpr INT32 (*starts[])() = {tv_ctrl_config_init, tv_ctrl_volctrl_init};
+static constexpr INT32 (*starts[])() = {tv_ctrl_config_init, tv_ctrl_volctrl_init, tv_ctrl_misc_init,
+                                        tv_ctrl_common_setting_init};
 
 static constexpr int kFirstSettableGroup = TV_CTRL_GRPID_VOLUME;
 

@@ -82,6 +82,8 @@ static void decode_field(const Field& field, const cJSON* parameter, void* recor
     }
     case FieldKind::kWord:
     case FieldKind::kText16:
+    case FieldKind::kUint8Array:
+    case FieldKind::kUint32Array:
     case FieldKind::kConstant:
       return;  // never decoded
   }
@@ -96,6 +98,21 @@ INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON
   for (const Field& field : fields)
     if (use == kEverywhere || (field.use & use)) decode_field(field, parameter, record, entry);
   return VEXTVCTRLR_OK;
+}
+
+// Null without memory.
+template <typename Element>
+static cJSON* render_array(const Field& field, const void* record) {
+  cJSON* const array = cJSON_CreateArray();
+  const std::span elements(&field_at<Element>(record, field), field.size / sizeof(Element));
+  for (const Element element : elements) {
+    cJSON* const number = tvc_json_number(element);
+    if (cJSON_AddItemToArray(array, number)) continue;
+    cJSON_Delete(number);
+    cJSON_Delete(array);
+    return nullptr;
+  }
+  return array;
 }
 
 // Null without memory.
@@ -119,6 +136,10 @@ static cJSON* render_field(const Field& field, const void* record) {
     case FieldKind::kText:
     case FieldKind::kText16:  // read as bytes, without conversion: receivers rely on it
       return tvc_json_text(&field_at<char>(record, field), field.size);
+    case FieldKind::kUint8Array:
+      return render_array<UINT8>(field, record);
+    case FieldKind::kUint32Array:
+      return render_array<UINT32>(field, record);
     case FieldKind::kConstant:
       return cJSON_CreateStringReference(field.text);
     case FieldKind::kObject: {

@@ -18,11 +18,13 @@ enum class FieldKind : UINT8 {
   kUint32,
   kInt64,
   kUint64,
-  kWord,      // pointer-sized, unsigned
-  kText,      // char array, terminated unless it is full
-  kText16,    // array of 16-bit units
-  kObject,    // nested object with a field table of its own
-  kConstant,  // a text that stands in every item
+  kWord,         // pointer-sized, unsigned
+  kText,         // char array, terminated unless it is full
+  kText16,       // array of 16-bit units
+  kUint8Array,   // an array of numbers; rendered only
+  kUint32Array,  // likewise
+  kObject,       // nested object with a field table of its own
+  kConstant,     // a text that stands in every item
 };
 
 // Where a field takes part; a row may say several.
@@ -77,6 +79,10 @@ consteval FieldKind field_kind() {
     return FieldKind::kText;
   else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, UINT16>)
     return FieldKind::kText16;
+  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, UINT8>)
+    return FieldKind::kUint8Array;
+  else if constexpr (std::is_array_v<T> && std::is_same_v<std::remove_extent_t<T>, UINT32>)
+    return FieldKind::kUint32Array;
   else {
     static_assert(std::is_class_v<T>, "no kind of field fits this type");
     return FieldKind::kObject;

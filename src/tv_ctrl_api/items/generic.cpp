@@ -1,15 +1,8 @@
 // Field tables of the generic records.
 #include "tv_ctrl_api/item_types.h"
 
-#define HEADER_FIELDS(record, type_text)                                                       \
-  {.key = "NAME", TVC_MEMBER(record, name), .use = kResponse, .help = "display name"},         \
-      {.key = "TYPE", .use = kResponse, .text = type_text, .help = "item type"},               \
-      {.key = "GROUP", TVC_MEMBER(record, group), .use = kResponse, .help = "group number"}, { \
-    .key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"        \
-  }
-
 static constexpr Field value_table[] = {
-    HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),
+    TVC_HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),
     {.key = "MINIMUM", TVC_MEMBER(T_VALUE, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_VALUE, max_value), .use = kResponse, .help = "largest value; 0 and 0: not told"},
     {.key = "INCREMENT", TVC_MEMBER(T_VALUE, increment), .use = kResponse, .help = "step"},
@@ -18,7 +11,7 @@ static constexpr Field value_table[] = {
 constinit const std::span<const Field> value_fields = value_table;
 
 static constexpr Field integer_table[] = {
-    HEADER_FIELDS(T_INTEGER, "TYPE_INTEGER"),
+    TVC_HEADER_FIELDS(T_INTEGER, "TYPE_INTEGER"),
     {.key = "INDEX",
      TVC_MEMBER(T_INTEGER, value),
      .use = kQuery,
@@ -30,7 +23,7 @@ static constexpr Field integer_table[] = {
 constinit const std::span<const Field> integer_fields = integer_table;
 
 static constexpr Field tint_table[] = {
-    HEADER_FIELDS(T_TINT, "TYPE_TINT"),
+    TVC_HEADER_FIELDS(T_TINT, "TYPE_TINT"),
     {.key = "MINIMUM", TVC_MEMBER(T_TINT, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_TINT, max_value), .use = kResponse, .help = "largest value"},
     {.key = "INCREMENT", TVC_MEMBER(T_TINT, increment), .use = kResponse, .help = "step"},
@@ -40,7 +33,7 @@ static constexpr Field tint_table[] = {
 constinit const std::span<const Field> tint_fields = tint_table;
 
 static constexpr Field text_table[] = {
-    HEADER_FIELDS(T_TEXT, "TYPE_TEXT"),
+    TVC_HEADER_FIELDS(T_TEXT, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT, value), .use = kResponse, .help = "text"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT, value), .use = kQuery | kModify | kNotify, .help = "text"},
 };
@@ -48,14 +41,14 @@ constinit const std::span<const Field> text_fields = text_table;
 
 // Rendered as bytes up to the first zero byte, and under the type of plain text; receivers rely on both.
 static constexpr Field text_16_table[] = {
-    HEADER_FIELDS(T_TEXT_16, "TYPE_TEXT"),
+    TVC_HEADER_FIELDS(T_TEXT_16, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT_16, value), .use = kResponse, .help = "text, its first character"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT_16, value), .use = kNotify, .help = "text, its first character"},
 };
 constinit const std::span<const Field> text_16_fields = text_16_table;
 
 static constexpr Field option_list_table[] = {
-    HEADER_FIELDS(T_OPTION_LIST, "TYPE_OPTION_LIST"),
+    TVC_HEADER_FIELDS(T_OPTION_LIST, "TYPE_OPTION_LIST"),
     {.key = "OPTION", TVC_MEMBER(T_OPTION_LIST, element), .use = kResponse, .help = "option texts"},
     {.key = "INDEX",
      TVC_MEMBER(T_OPTION_LIST, value),
@@ -70,7 +63,7 @@ static constexpr Field option_list_table[] = {
 };
 constinit const std::span<const Field> option_list_fields = option_list_table;
 
-static constexpr Field action_table[] = {HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
+static constexpr Field action_table[] = {TVC_HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
 constinit const std::span<const Field> action_fields = action_table;
 
 static constexpr Field time_dtg_table[] = {
@@ -86,7 +79,7 @@ static constexpr Field time_dtg_table[] = {
 };
 
 static constexpr Field time_table[] = {
-    HEADER_FIELDS(T_TIME, "TYPE_TIME"),
+    TVC_HEADER_FIELDS(T_TIME, "TYPE_TIME"),
     {.key = "VALUE",
      TVC_MEMBER(T_TIME, value),
      .use = kQuery | kModify | kResponse,

@@ -1,4 +1,4 @@
-// Field tables of media playback, home network and recording file events.
+// Field tables of the content browser, and of media playback, home network and recording file events.
 #include <string.h>
 
 #include "tv_ctrl_api/item_types.h"
@@ -43,6 +43,24 @@ static constexpr Field cbrowser_pb_notify_table[] = {
     {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify},
 };
 constinit const std::span<const Field> cbrowser_pb_notify_fields = cbrowser_pb_notify_table;
+
+// The items of a folder come later in this record than anything serves; what is rendered is a summary.
+static constexpr Field cbrowser_table[] = {
+    {.key = "NAME", .use = kResponse, .text = "Content Browser"},
+    {.key = "PATH",
+     TVC_MEMBER(T_CBROWSER, path),
+     .use = kQuery | kSet | kResponse,
+     .help = "path of a folder or a file"},
+    {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order"},
+    {.key = "COUNT", TVC_MEMBER(T_CBROWSER, count), .use = kQuery | kSet | kResponse, .help = "number of entries"},
+    {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet | kResponse, .help = "first entry, from 0"},
+    {.key = "TYPE",
+     TVC_MEMBER(T_CBROWSER, type),
+     .use = kQuery | kSet | kResponse,
+     .help = "1 photo, 2 music, 3 video, 4 folder, 5 playlist, 6 shop mode"},
+    {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
+};
+constinit const std::span<const Field> cbrowser_fields = cbrowser_table;
 
 static constexpr Field dlna_dms_notify_table[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMS_NOTIFY, type), .use = kNotify, .help = "kind of server event"},

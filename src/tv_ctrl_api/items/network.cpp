@@ -1,4 +1,4 @@
-// Field tables of network events and Wi-Fi association.
+// Field tables of network events, Wi-Fi association and addresses.
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field nw_notify_table[] = {
@@ -15,3 +15,30 @@ static constexpr Field wlan_associate_table[] = {
     {.key = "PASSWORD", TVC_MEMBER(T_WLAN_ASSOCIATE, password), .use = kAssociate},
 };
 constinit const std::span<const Field> wlan_associate_fields = wlan_associate_table;
+
+#define IP(json_key, member, text) \
+  { .key = json_key, TVC_MEMBER(T_NW_IP_INFO_DATA, t_ip_info.member), .use = kResponse, .help = text }
+
+static constexpr Field ip_info_table[] = {
+    TVC_HEADER_FIELDS(T_NW_IP_INFO_DATA, "TYPE_NET_IP_INFO"), IP("IP_ADDRESS", ui4_address, "address, as 32 bits"),
+    IP("IP_MASK", ui4_netmask, "mask of the network"),        IP("IP_GATEWAY", ui4_gw, "gateway"),
+    IP("IP_DNS1", ui4_1st_dns, "first name server"),          IP("IP_DNS2", ui4_2nd_dns, "second name server"),
+};
+constinit const std::span<const Field> ip_info_fields = ip_info_table;
+
+#define IPV6(json_key, member, text) \
+  { .key = json_key, TVC_MEMBER(T_NW_IPV6_INFO_DATA, t_ipv6_info.member), .use = kResponse, .help = text }
+
+static constexpr Field ipv6_info_table[] = {
+    TVC_HEADER_FIELDS(T_NW_IPV6_INFO_DATA, "TYPE_NET_IPV6_INFO"),
+    IPV6("IP_TYPE", ip_type, "how the address is set"),
+    IPV6("DNS_TYPE", dns_type, "how the name servers are set"),
+    IPV6("IPV6_PREFIX", ui4_prefix, "length of the address's prefix"),
+    IPV6("IPV6_PREFIX_LL", ui4_prefix_ll, "length of the link-local address's prefix"),
+    IPV6("IPV6_ADDRESS", ac_v6ip, "address"),
+    IPV6("IPV6_ADDRESS_LL", ac_v6ip_ll, "link-local address"),
+    IPV6("IPV6_GATEWAY", ac_v6gw, "gateway"),
+    IPV6("IP_DNS1", ac_dns1, "first name server"),
+    IPV6("IP_DNS2", ac_dns2, "second name server"),
+};
+constinit const std::span<const Field> ipv6_info_fields = ipv6_info_table;

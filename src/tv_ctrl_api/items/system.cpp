@@ -11,6 +11,15 @@ static constexpr Field usb_detect_notify_table[] = {
 };
 constinit const std::span<const Field> usb_detect_notify_fields = usb_detect_notify_table;
 
+// Of one entry of the list.
+static constexpr Field mount_point_table[] = {
+    {.key = "DEV", TVC_MEMBER(T_MOUNT_POINT_INFO, dev), .use = kResponse, .help = "device"},
+    {.key = "PATH", TVC_MEMBER(T_MOUNT_POINT_INFO, path), .use = kResponse, .help = "mount point"},
+    {.key = "LABEL", TVC_MEMBER(T_MOUNT_POINT_INFO, label), .use = kResponse, .help = "volume label"},
+    {.key = "PORT", TVC_MEMBER(T_MOUNT_POINT_INFO, port), .use = kResponse, .help = "USB port"},
+};
+constinit const std::span<const Field> mount_point_fields = mount_point_table;
+
 // The channel list and the guide report alike.
 #define SERVICE_LIST_EVENT_FIELDS(record)                                                  \
   {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},      \

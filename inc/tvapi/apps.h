@@ -1,0 +1,45 @@
+/* What the set runs besides television: HbbTV, the internet portal, its own menus, the shop's demonstrations. */
+#ifndef TVAPI_APPS_TYPES_H
+#define TVAPI_APPS_TYPES_H
+
+#include "tvapi/types.h"
+
+/* What goes to the HbbTV engine and comes back. */
+typedef struct {
+  UINT32 ui4_length;    /* bytes of the message that follow the first two words */
+  UINT32 ui4_func_type; /* which function */
+  UINT32 ui4_value;     /* its argument: the application's type, or whether HbbTV is enabled */
+  char s_uri[256];      /* the application's address */
+  UINT32 ui4_reserved[33];
+} VEXTVAPI_HBBTV_DATA_T;
+
+#endif
+
+#include "tvapi/begin.h"
+
+/* Exchanges one message with the HbbTV engine. words: size of the block. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_hbbtv_exchange_data, INOUT(VEXTVAPI_HBBTV_DATA_T, block), IN(UINT32, words))
+
+/* Starts the portal in a mode. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_portal_start_ex, IN(UINT8, mode))
+
+/* Leaves the portal for a reason. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_portal_pause_ex, IN(UINT8, reason))
+
+/* The address that the portal opens in its mode for addresses. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_set_edfu_url, IN_TEXT(url))
+
+/* The mode that the portal is in. */
+TVAPI_FN(INT32, a_net_get_app_mode)
+
+/* Starts one of the set's own applications. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_util_start_native_app, IN(INT32, index))
+
+/* Does a maintenance job: (0, 2, 1, 0) puts the set back to its factory state. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_util_set, IN(INT32, type), IN(INT32, id), IN(INT32, value), IN(INT32, flag))
+
+/* Whether a USB path holds a demonstration that the shop mode plays, or an e-banner. Return 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_util_is_jump_super_shop_demo, IN_TEXT(path), OUT(UINT8, flag))
+TVAPI_FN(INT32, a_vextvapi_util_is_jump_ebanner, IN_TEXT(path), OUT(UINT8, flag))
+
+#include "tvapi/end.h"

@@ -1,0 +1,24 @@
+/* Network events. */
+#ifndef TVAPI_NETWORK_TYPES_H
+#define TVAPI_NETWORK_TYPES_H
+
+#include "tvapi/types.h"
+
+/* The events that somebody here needs by name; the platform has more. */
+enum {
+  VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG = 2,
+  VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED = 3,
+  VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND = 15
+};
+
+#endif
+
+#include "tvapi/begin.h"
+
+/* Called by the platform, on a thread of its own, after an event. id: the event, pv_param: its parameter. */
+TVAPI_CALLBACK(void, a_vextvapi_nw_nfy_fct, TAG(void*, pv_tag), IN(INT32, id), IN(void*, pv_param))
+
+/* Asks to be told of every event. nfy_id: the subscription's number, not 0. Returns 0; anything else on failure. */
+TVAPI_FN(INT32, a_vextvapi_nw_register, CALLBACK(a_vextvapi_nw_nfy_fct, callback), TAG(void*, tag), OUT(UINT32, nfy_id))
+
+#include "tvapi/end.h"

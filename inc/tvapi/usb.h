@@ -1,0 +1,45 @@
+/* USB storage that is plugged in and pulled out. */
+#ifndef TVAPI_USB_TYPES_H
+#define TVAPI_USB_TYPES_H
+
+#include "tvapi/types.h"
+
+/* A mounted file system. */
+typedef struct {
+  char dev[64];
+  char path[256];
+  char label[64];
+  UINT32 port;
+} VEXTVAPI_USB_MOUNT_INFO_T;
+
+#endif
+
+#include "tvapi/begin.h"
+
+/* Called by the platform, on a thread of its own, after a file system was mounted or unmounted. type: which of them. */
+TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_detect_nfy_fct, IN(INT32, type), TAG(void*, pv_tag), IN_TEXT(dev),
+               IN_TEXT(path), IN_TEXT(label), IN(UINT32, port))
+
+/* Starts watching. Returns a handle, 0 on failure. */
+TVAPI_FN(UINT32, a_vextvapi_cb_usb_detect_init)
+
+/* Registers the callback of a handle. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_register_callback, IN(UINT32, handle),
+         CALLBACK(a_vextvapi_cb_usb_detect_nfy_fct, callback), TAG(void*, tag))
+
+/* Stops watching; the handle ends. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_deinit, IN(UINT32, handle))
+
+/* How many file systems are mounted. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_getUsbMountedCount, IN(UINT32, handle), OUT(INT32, count))
+
+/* Lists them. first: the first one's index; count: room going in, entries coming out. Returns 0, negative on failure.
+ */
+TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_getUsbMountedInfo, IN(UINT32, handle),
+         OUT_ARRAY(VEXTVAPI_USB_MOUNT_INFO_T, list, count), IN(INT32, first), INOUT(INT32, count))
+
+/* Describes the device behind a mount point. size: room in characters. Returns 0, negative on failure. */
+TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_devDesc, IN(UINT32, handle), IN_TEXT(mount_point), OUT_TEXT(description, size),
+         IN(INT32, size))
+
+#include "tvapi/end.h"

@@ -1,0 +1,20 @@
+// Requests to HbbTV and to the internet portal.
+#ifndef VEX_TV_CTRL_APPS_H
+#define VEX_TV_CTRL_APPS_H
+
+#include "tvapi/types.h"
+
+struct T_HBBTV {
+  INT32 is_enable;
+  INT32 func_type;  // what is asked for, in the platform's numbers
+  INT32 app_type;
+  char uri[256];
+};
+
+struct T_PORTAL {
+  char app_mode[32];
+  char edfu_url[256];
+  char exit_reason[32];
+};
+
+#endif

@@ -1,0 +1,86 @@
+// HDMI-CEC group: its switch, and the events of the bus.
+#include <stdio.h>
+#include <string.h>
+
+#include "tv_ctrl_main.h"
+#include "tv_ctrl_util/log.h"
+#include "tvapi/cec.h"
+
+// What the CEC manager was told last. Written at start-up and under the request lock.
+static CECM_SET_CEC_FCT_PARAMS_T t_cec_param;
+
+static INT32 start_discovery() {
+  const CECM_DEV_DISCOVERY_T request = {
+      .e_start_la = CECM_LOG_ADDR_REC_DEV_1, .e_stop_la = CECM_LOG_ADDR_FREE_USE, .ui4_itvl = 0, .b_batch_polling = 0};
+  return a_vextvapi_cec_start_dev_discovery_ex(&request);
+}
+
+INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) {
+  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CECM_CFG) return VEXTVCTRLR_INV_ARG;
+  tvc_log_progress("[TVC_MAIN][%s][%d] enter.\n", __func__, __LINE__);
+  if (tvc_record(ui2_id) == TV_CTRL_RECID_CECM_CFG_GET) {
+    UINT8 state = 0;
+    if (const INT32 ret = a_vextvapi_cec_get_cec_func(&state); ret < 0)
+      TVC_LOG_FAIL(ret);
+    else
+      static_cast<T_CECM_CFG*>(pv_content)->ui1_cec_func = state;
+  }
+  tvc_log_progress("[TVC_MAIN][%s][%d] exit.\n", __func__, __LINE__);
+  return VEXTVCTRLR_OK;
+}
+
+// Every failure is logged, and none is answered.
+static INT32 _tvc_set_cecm_cfg_func(UINT8 wanted) {
+  INT32 ret = a_vextvapi_cec_set_cec_func(wanted);
+  if (ret >= 0) {
+    t_cec_param.b_enable = wanted;
+    ret = a_vextvapi_cec_set_cec_fct(t_cec_param);
+  }
+  if (ret >= 0 && wanted == 1) ret = start_discovery();
+  if (ret < 0) TVC_LOG_FAIL(ret);
+  return VEXTVCTRLR_OK;
+}
+
+INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) {
+  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CECM_CFG) return VEXTVCTRLR_INV_ARG;
+  if (tvc_record(ui2_id) != TV_CTRL_RECID_CECM_CFG_SET) return VEXTVCTRLR_OK;
+  return _tvc_set_cecm_cfg_func(static_cast<const T_CECM_CFG*>(pv_content)->ui1_cec_func_set);
+}
+
+// Runs on the CEC manager's thread.
+static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*, UINT32) {
+  if (!pt_nfy) return 0;
+  T_CECM_NFY notify;
+  static_assert(sizeof notify == sizeof *pt_nfy);
+  memcpy(&notify, pt_nfy, sizeof notify);
+  const INT32 ret = tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, TV_CTRL_RECID_WS_NFY_CEC_DETECT), &notify);
+  if (ret < 0) TVC_LOG_FAIL(ret);
+  return 0;
+}
+
+static INT32 switch_on() {
+  UINT8 state = 0;
+  const INT32 ret = a_vextvapi_cec_get_cec_func(&state);
+  return ret < 0 || state != 0 ? ret : a_vextvapi_cec_set_cec_func(1);
+}
+
+static INT32 start_manager() {
+  t_cec_param.b_enable = 1;
+  const INT32 ret = a_vextvapi_cec_get_hdmi_port_num(&t_cec_param.ui1_hdmi_port_num);
+  return ret < 0 ? ret : a_vextvapi_cec_set_cec_fct(t_cec_param);
+}
+
+INT32 tvc_ctrl_cec_detect_init(void) {
+  tvc_log_progress("[TVC_MAIN][%s][%d] enter.\n", __func__, __LINE__);
+  INT32 ret = a_vextvapi_cec_mw_reg_callback(_tv_ctrl_cec_detect_nfy_fct, nullptr);
+  if (ret >= 0) ret = switch_on();
+  if (ret >= 0) ret = start_manager();
+  if (ret >= 0) ret = a_vextvapi_cec_signal_cec_ready(1);
+  if (ret >= 0) ret = start_discovery();
+  if (ret < 0) {
+    TVC_LOG_FAIL(ret);
+    return VEXTVCTRLR_FAIL;
+  }
+  tvc_log_progress("[TVC_MAIN][%s][%d] exit.\n", __func__, __LINE__);
+  return VEXTVCTRLR_OK;
+}
