@@ -11,7 +11,7 @@
  * A statement is TVAPI_FN(result type, name, parameters...); a callback type is
  * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters:
  *
- *   IN(type, name)               passed by value: integer, enumeration, handle, pointer-sized word
+ *   IN(type, name)               passed by value: integer, enumeration, handle, pointer-sized word, small record
  *   IN_TEXT(name)                const char*, NUL-terminated, read only
  *   IN_RECORD(type, name)        const type*, read only
  *   IN_ADDRESS(type, name)       void*, a pointer-sized word that may be a number as well as the address of a record

@@ -58,6 +58,9 @@ static cJSON* describe_field(const Field& field) {
   bool added = tvc_json_add(object, "key", describe_text(field.key)) &&
                tvc_json_add(object, "kind", describe_text(kind_name(field.kind)));
   if (field.kind == FieldKind::kText) added = added && tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
+  if (field.kind == FieldKind::kUint8Array) added = added && tvc_json_add(object, "count", tvc_json_number(field.size));
+  if (field.kind == FieldKind::kUint32Array)
+    added = added && tvc_json_add(object, "count", tvc_json_number(field.size / sizeof(UINT32)));
   if (*field.unit) added = added && tvc_json_add(object, "unit", describe_text(field.unit));
   if (*field.help) added = added && tvc_json_add(object, "help", describe_text(field.help));
   if (field.kind == FieldKind::kConstant) added = added && tvc_json_add(object, "value", describe_text(field.text));

@@ -35,6 +35,8 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
       return store(take_chance(bytes, 4) ? 0 : reinterpret_cast<std::uintptr_t>(text.c_str()));
     case FieldKind::kText:
     case FieldKind::kText16:
+    case FieldKind::kUint8Array:
+    case FieldKind::kUint32Array:
       return take_characters(bytes, place, field.size);
     case FieldKind::kObject:
       return take_fields(bytes, field.fields, kEverywhere, place, text);
@@ -53,6 +55,7 @@ std::unique_ptr<char[]> take_record(Bytes& bytes, UINT8 type, FieldUse use, cons
     const std::string patch = take_text(bytes);
     memcpy(record.get() + offset, patch.data(), std::min(patch.size(), size - offset));
   }
-  if (item) take_fields(bytes, item->fields, use, record.get(), text);
+  // Of a list, its first entry.
+  if (item) take_fields(bytes, item->fields, use, record.get() + item->list.entries_offset, text);
   return record;
 }

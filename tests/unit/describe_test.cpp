@@ -121,6 +121,10 @@ const char* kind_of(const Field& field) {
     case FieldKind::kText:
     case FieldKind::kText16:
       return "text";
+    case FieldKind::kUint8Array:
+      return "uint8_array";
+    case FieldKind::kUint32Array:
+      return "uint32_array";
     case FieldKind::kObject:
       return "object";
     case FieldKind::kConstant:
@@ -142,6 +146,12 @@ void expect_fields(const cJSON* array, std::span<const Field> fields, FieldUse u
       EXPECT_EQ(number_of(object, "limit"), static_cast<int>(field.size) - 1) << name;
     else
       EXPECT_EQ(member(object, "limit"), nullptr) << name;
+    if (field.kind == FieldKind::kUint8Array || field.kind == FieldKind::kUint32Array)
+      EXPECT_EQ(number_of(object, "count"),
+                static_cast<int>(field.size) / (field.kind == FieldKind::kUint8Array ? 1 : 4))
+          << name;
+    else
+      EXPECT_EQ(member(object, "count"), nullptr) << name;
     if (*field.unit) EXPECT_EQ(text_of(object, "unit"), field.unit) << name;
     if (*field.help) EXPECT_EQ(text_of(object, "help"), field.help) << name;
     if (field.kind == FieldKind::kConstant)

@@ -14,6 +14,8 @@ template <typename T>
 std::int64_t as_number(T argument) {
   if constexpr (std::is_pointer_v<T>)
     return static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(argument));
+  else if constexpr (std::is_class_v<T>)
+    return 0;  // a record by value is not looked into
   else
     return static_cast<std::int64_t>(argument);
 }
