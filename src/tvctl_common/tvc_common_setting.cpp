@@ -9,6 +9,7 @@
 #include "tvapi/config.h"
 #include "tvapi/network.h"
 #include "tvapi/time.h"
+#include "tvctl_common/record.h"
 
 static constexpr INT32 kEveryInput = -1;
 static constexpr INT32 kNoUpdate = 0;
@@ -24,13 +25,7 @@ static INT32 get_code(UINT16 ui2_id, const char* key, void* pv_content) {
   if (tv_ctrl_get_type_by_id(ui2_id) != TYPE_TEXT) return VEXTVCTRLR_INV_ARG;
   INT32 value = 0;
   if (a_vextvapi_config_get_value(kEveryInput, key, &value) != 0) return VEXTVCTRLR_FAIL;
-  T_TEXT& text = *static_cast<T_TEXT*>(pv_content);
-  text.id = ui2_id;
-  text.size = sizeof text;
-  text.pt_next = nullptr;
-  text.name[0] = '\0';
-  text.group = tvc_group(ui2_id);
-  text.state = 1;
+  T_TEXT& text = tvc_fill_header<T_TEXT>(pv_content, ui2_id, "", TV_CTRL_GRPID_COMMON_SETTING);
   const UINT32 bits = static_cast<UINT32>(value);
   const char code[] = {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16), static_cast<char>(bits >> 8),
                        '\0'};
@@ -130,14 +125,7 @@ static constexpr TimeItem kTimeItems[] = {
 static bool get_time(UINT16 ui2_id, void* pv_content) {
   for (const TimeItem& item : kTimeItems) {
     if (item.record != tvc_record(ui2_id)) continue;
-    T_TIME& time = *static_cast<T_TIME*>(pv_content);
-    time.id = ui2_id;
-    time.size = sizeof time;
-    time.pt_next = nullptr;
-    tvc_copy_text(time.name, item.name);
-    time.group = 0;
-    time.state = 1;
-    item.fill(time);
+    item.fill(tvc_fill_header<T_TIME>(pv_content, ui2_id, item.name, 0));
     return true;
   }
   return false;
@@ -147,10 +135,10 @@ static bool get_time(UINT16 ui2_id, void* pv_content) {
 
 // The part of a value's record that is not the value.
 static T_VALUE& value_record(UINT16 ui2_id, const char* name, void* pv_content) {
-  T_VALUE& value = *static_cast<T_VALUE*>(pv_content);
-  tvc_util_fill_t_value_content_by_config_type(ui2_id, nullptr, name, &value);
-  value.size = sizeof value;
-  value.pt_next = nullptr;
+  T_VALUE& value = tvc_fill_header<T_VALUE>(pv_content, ui2_id, name, 0);
+  value.min_value = 0;
+  value.max_value = 0;
+  value.increment = 1;
   return value;
 }
 

@@ -14,6 +14,7 @@
 #include "tvapi/apps.h"
 #include "tvapi/config.h"
 #include "tvapi/usb.h"
+#include "tvctl_common/record.h"
 
 static constexpr INT32 kEveryInput = -1;
 static constexpr INT32 kNoUpdate = 0;
@@ -23,19 +24,6 @@ static INT32 checked(const char* operation, INT32 ret) {
   if (ret >= 0) return VEXTVCTRLR_OK;
   tvc_log_fail(operation, __LINE__, ret);
   return VEXTVCTRLR_FAIL;
-}
-
-// What every generic record of this group begins with.
-template <typename Record>
-static Record& named_record(UINT16 ui2_id, const char* name, void* pv_content) {
-  Record& record = *static_cast<Record*>(pv_content);
-  record.id = ui2_id;
-  record.size = sizeof record;
-  record.pt_next = nullptr;
-  tvc_copy_text(record.name, name);
-  record.group = tvc_group(ui2_id);
-  record.state = 1;
-  return record;
 }
 
 // --- Integers of the configuration store ---
@@ -76,7 +64,7 @@ static const IntegerItem* find_integer_item(UINT16 ui2_id) {
 }
 
 static INT32 get_integer(UINT16 ui2_id, const IntegerItem& item, void* pv_content) {
-  T_INTEGER& integer = named_record<T_INTEGER>(ui2_id, item.name, pv_content);
+  T_INTEGER& integer = tvc_fill_header<T_INTEGER>(pv_content, ui2_id, item.name, TV_CTRL_GRPID_MISC);
   INT32 value = 0;
   const INT32 ret = checked(item.get_operation, a_vextvapi_config_get_value(kEveryInput, item.key, &value));
   if (ret == VEXTVCTRLR_OK) integer.value = value;
@@ -94,12 +82,17 @@ static INT32 set_integer(const IntegerItem& item, const void* pv_content) {
 static constexpr const char* kPasswordKey = "g_password__password";
 
 static INT32 get_password(UINT16 ui2_id, void* pv_content) {
-  T_TEXT& text = named_record<T_TEXT>(ui2_id, "Password", pv_content);
+  T_TEXT& text = tvc_fill_header<T_TEXT>(pv_content, ui2_id, "Password", TV_CTRL_GRPID_MISC);
   UINT32 length = sizeof text.value;
   const INT32 ret =
       checked("_tvc_misc_get_password", a_vextvapi_config_get_str_value(kPasswordKey, text.value, &length));
   text.value[sizeof text.value - 1] = '\0';
   return ret;
+}
+
+static INT32 set_password(T_TEXT& text) {
+  tvc_end_text(text.value);
+  return checked("_tvc_misc_set_password", a_vextvapi_config_set_str_value(kPasswordKey, text.value));
 }
 
 // --- USB storage ---
@@ -126,10 +119,9 @@ static INT32 _tv_ctrl_usb_detect_nfy_fct(INT32 type, void* tag, const char* dev,
 static INT32 _tvc_misc_usb_detect_init() {
   if (g_udetect != 0) return VEXTVCTRLR_OK;
   g_udetect = a_vextvapi_cb_usb_detect_init();
-  if (g_udetect == 0) return VEXTVCTRLR_FAIL;
-  const INT32 ret = a_vextvapi_cb_usb_detect_register_callback(g_udetect, _tv_ctrl_usb_detect_nfy_fct,
-                                                               reinterpret_cast<void*>(kUsbTag));
-  return checked(__func__, ret);
+  if (g_udetect == 0) return checked(__func__, VEXTVCTRLR_FAIL);
+  return checked(__func__, a_vextvapi_cb_usb_detect_register_callback(g_udetect, _tv_ctrl_usb_detect_nfy_fct,
+                                                                      reinterpret_cast<void*>(kUsbTag)));
 }
 
 static INT32 stop_usb_detection() {
@@ -167,8 +159,9 @@ static INT32 _tvc_misc_get_mount_point_list(T_MOUNT_POINT_LIST& list) {
 static INT32 get_device_description(UINT16 ui2_id, void* pv_content) {
   if (g_udetect == 0) return VEXTVCTRLR_FAIL;
   T_TEXT& text = *static_cast<T_TEXT*>(pv_content);
+  tvc_end_text(text.value);
   if (!text.value[0]) return VEXTVCTRLR_INV_ARG;
-  named_record<T_TEXT>(ui2_id, "Dev Desc", pv_content);
+  tvc_fill_header<T_TEXT>(pv_content, ui2_id, "Dev Desc", TV_CTRL_GRPID_MISC);
   char description[256] = {};
   const INT32 ret = a_vextvapi_cb_usb_detect_devDesc(g_udetect, text.value, description, sizeof description - 1);
   description[sizeof description - 1] = '\0';
@@ -251,7 +244,9 @@ static INT32 portal_result(const char* operation, INT32 ret) {
   return ret;
 }
 
-static INT32 _tvc_misc_start_portal(const T_PORTAL& portal) {
+static INT32 _tvc_misc_start_portal(T_PORTAL& portal) {
+  tvc_end_text(portal.app_mode);
+  tvc_end_text(portal.edfu_url);
   tvc_log_progress("[TVC_MAIN][%s][%d] -- start portal param dump.\n", __func__, __LINE__);
   tvc_log_progress("[TVC_MAIN] app_mode: [%s]\n", portal.app_mode);
   tvc_log_progress("[TVC_MAIN] edfu_url: [%s]\n", portal.edfu_url);
@@ -265,14 +260,16 @@ static INT32 _tvc_misc_start_portal(const T_PORTAL& portal) {
   return portal_result(__func__, a_portal_start_ex(mode->number));
 }
 
-static INT32 _tvc_misc_exit_portal(const T_PORTAL& portal) {
+static INT32 _tvc_misc_exit_portal(T_PORTAL& portal) {
+  tvc_end_text(portal.exit_reason);
   tvc_log_progress("[TVC_MAIN][%s][%d] -- exit portal param dump.\n", __func__, __LINE__);
   tvc_log_progress("[TVC_MAIN] exit_reason: [%s]\n", portal.exit_reason);
   const NamedNumber* const reason = find_name(kExitReasons, portal.exit_reason);
   return portal_result(__func__, a_portal_pause_ex(reason ? reason->number : UINT8{0}));
 }
 
-static INT32 start_native_app(const T_TEXT& text) {
+static INT32 start_native_app(T_TEXT& text) {
+  tvc_end_text(text.value);
   const NamedNumber* const app = find_name(kNativeApps, text.value);
   if (!app) return VEXTVCTRLR_INV_ARG;
   return checked("_tvc_misc_start_native_app", a_vextvapi_util_start_native_app(app->number));
@@ -300,6 +297,7 @@ static INT32 _tvc_misc_hbbtv_func(const T_HBBTV& hbbtv) {
 // Whether a USB path holds something that the shop mode plays; the media type says so.
 static INT32 get_shop_media(const char* operation, INT32 (*ask)(const char* path, UINT8* ret_flag),
                             T_CBROWSER& browser) {
+  tvc_end_text(browser.path);
   UINT8 flag = 0;
   printf("[TVC MISC]%s() %d: usb_path=[%s]\n", operation, __LINE__, browser.path);
   const INT32 ret = ask(browser.path, &flag);
@@ -360,15 +358,14 @@ INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) {
   if (!pv_content) return VEXTVCTRLR_INV_ARG;
   switch (tvc_record(ui2_id)) {
     case TV_CTRL_RECID_PASSWORD:
-      return checked("_tvc_misc_set_password",
-                     a_vextvapi_config_set_str_value(kPasswordKey, static_cast<const T_TEXT*>(pv_content)->value));
+      return set_password(*static_cast<T_TEXT*>(pv_content));
     case TV_CTRL_RECID_HBBTV_FUNC:
       return _tvc_misc_hbbtv_func(*static_cast<const T_HBBTV*>(pv_content));
     case TV_CTRL_RECID_START_PORTAL:
-      return _tvc_misc_start_portal(*static_cast<const T_PORTAL*>(pv_content));
+      return _tvc_misc_start_portal(*static_cast<T_PORTAL*>(pv_content));
     case TV_CTRL_RECID_EXIT_PORTAL:
-      return _tvc_misc_exit_portal(*static_cast<const T_PORTAL*>(pv_content));
+      return _tvc_misc_exit_portal(*static_cast<T_PORTAL*>(pv_content));
     default:
-      return start_native_app(*static_cast<const T_TEXT*>(pv_content));
+      return start_native_app(*static_cast<T_TEXT*>(pv_content));
   }
 }

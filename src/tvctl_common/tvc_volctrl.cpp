@@ -3,6 +3,7 @@
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 #include "tvapi/volctrl.h"
+#include "tvctl_common/record.h"
 
 static constexpr uintptr_t kCallbackTag = 0x129CA8;
 
@@ -27,12 +28,7 @@ INT32 tv_ctrl_volctrl_init(void) {
 INT32 tv_ctrl_get_volctrl(UINT16 ui2_id, void* pv_content) {
   if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_VOLUME) return VEXTVCTRLR_INV_ARG;
   if (tv_ctrl_get_type_by_id(ui2_id) != TYPE_VALUE) return VEXTVCTRLR_INV_ARG;
-  T_VALUE& value = *static_cast<T_VALUE*>(pv_content);
-  value.id = ui2_id;
-  value.size = sizeof value;
-  value.pt_next = nullptr;
-  value.group = tvc_group(ui2_id);
-  value.state = 1;
+  T_VALUE& value = tvc_fill_header<T_VALUE>(pv_content, ui2_id, "", TV_CTRL_GRPID_VOLUME);
   // The range is not reported: its limits are the platform's own.
   value.min_value = 0;
   value.max_value = 0;
