@@ -275,7 +275,7 @@ static INT32 start_native_app(T_TEXT& text) {
   return checked("_tvc_misc_start_native_app", a_vextvapi_util_start_native_app(app->number));
 }
 
-static INT32 _tvc_misc_hbbtv_func(const T_HBBTV& hbbtv) {
+static INT32 _tvc_misc_hbbtv_func(T_HBBTV& hbbtv) {
   constexpr INT32 kEnable = 1, kApplication = 4;  // function types
   constexpr UINT32 kLength = 392, kApplicationLength = 260;
   VEXTVAPI_HBBTV_DATA_T block = {};
@@ -335,37 +335,36 @@ INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) {
   }
 }
 
+// A set that is no integer's.
+struct SetItem {
+  UINT8 record;
+  bool needs_record;
+  INT32 (*carry_out)(void* pv_content);
+};
+
+template <typename Record, INT32 (*carry_out)(Record&)>
+static INT32 with_record(void* pv_content) {
+  return carry_out(*static_cast<Record*>(pv_content));
+}
+
+static constexpr SetItem kSetItems[] = {
+    {TV_CTRL_RECID_PASSWORD, true, with_record<T_TEXT, set_password>},
+    {TV_CTRL_RECID_CLEAN_ALL, false,
+     [](void*) { return checked("_tvc_misc_clean_all", a_vextvapi_util_set(0, 2, 1, 0)); }},
+    {TV_CTRL_RECID_USB_DETECT_INIT, false, [](void*) { return _tvc_misc_usb_detect_init(); }},
+    {TV_CTRL_RECID_USB_DETECT_DEINIT, false, [](void*) { return stop_usb_detection(); }},
+    {TV_CTRL_RECID_HBBTV_FUNC, true, with_record<T_HBBTV, _tvc_misc_hbbtv_func>},
+    {TV_CTRL_RECID_START_PORTAL, true, with_record<T_PORTAL, _tvc_misc_start_portal>},
+    {TV_CTRL_RECID_EXIT_PORTAL, true, with_record<T_PORTAL, _tvc_misc_exit_portal>},
+    {TV_CTRL_RECID_START_NATIVE_APP, true, with_record<T_TEXT, start_native_app>},
+};
+
 INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) {
   if (tvc_group(ui2_id) != TV_CTRL_GRPID_MISC) return VEXTVCTRLR_INV_ARG;
   const IntegerItem* const item = find_integer_item(ui2_id);
   if (item && item->set_operation) return set_integer(*item, pv_content);
-  switch (tvc_record(ui2_id)) {  // those that need no record
-    case TV_CTRL_RECID_CLEAN_ALL:
-      return checked("_tvc_misc_clean_all", a_vextvapi_util_set(0, 2, 1, 0));
-    case TV_CTRL_RECID_USB_DETECT_INIT:
-      return _tvc_misc_usb_detect_init();
-    case TV_CTRL_RECID_USB_DETECT_DEINIT:
-      return stop_usb_detection();
-    case TV_CTRL_RECID_PASSWORD:
-    case TV_CTRL_RECID_HBBTV_FUNC:
-    case TV_CTRL_RECID_START_PORTAL:
-    case TV_CTRL_RECID_EXIT_PORTAL:
-    case TV_CTRL_RECID_START_NATIVE_APP:
-      break;
-    default:
-      return VEXTVCTRLR_OK;
-  }
-  if (!pv_content) return VEXTVCTRLR_INV_ARG;
-  switch (tvc_record(ui2_id)) {
-    case TV_CTRL_RECID_PASSWORD:
-      return set_password(*static_cast<T_TEXT*>(pv_content));
-    case TV_CTRL_RECID_HBBTV_FUNC:
-      return _tvc_misc_hbbtv_func(*static_cast<const T_HBBTV*>(pv_content));
-    case TV_CTRL_RECID_START_PORTAL:
-      return _tvc_misc_start_portal(*static_cast<T_PORTAL*>(pv_content));
-    case TV_CTRL_RECID_EXIT_PORTAL:
-      return _tvc_misc_exit_portal(*static_cast<T_PORTAL*>(pv_content));
-    default:
-      return start_native_app(*static_cast<T_TEXT*>(pv_content));
-  }
+  for (const SetItem& row : kSetItems)
+    if (row.record == tvc_record(ui2_id))
+      return row.needs_record && !pv_content ? static_cast<INT32>(VEXTVCTRLR_INV_ARG) : row.carry_out(pv_content);
+  return VEXTVCTRLR_OK;
 }
