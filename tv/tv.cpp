@@ -2,6 +2,7 @@
 #include "tv.h"
 
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 
 namespace {
@@ -12,10 +13,13 @@ constexpr Room kRooms[] = {
 };
 
 std::mutex power_lock;  // one switches the set on or off at a time; taken before every other lock
+std::string folder;     // guarded by it
 
 }  // namespace
 
 std::span<const Room> rooms() { return kRooms; }
+
+const std::string& tv_folder() { return folder; }
 
 std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {
   const std::lock_guard guard(power_lock);
@@ -25,8 +29,12 @@ std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {
   } else if (store_is_open()) {
     error = "the virtual television is on already";
   } else if (store_open(state_folder, error)) {
+    std::error_code none;  // it exists
+    folder = std::filesystem::canonical(state_folder, none).string();
     for (const Room& room : kRooms) room.load();
     events_start();
+    for (const Room& room : kRooms)
+      if (room.start != nullptr) room.start();
     return 0;
   }
   if (ret_error != nullptr) *ret_error = strdup(error.c_str());
@@ -35,6 +43,8 @@ std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {
 
 void dtv_tv_stop() {
   const std::lock_guard guard(power_lock);
+  for (const Room& room : kRooms)
+    if (room.stop != nullptr) room.stop();
   events_stop();
   store_close();
 }

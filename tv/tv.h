@@ -76,9 +76,14 @@ struct Room {
   void (*load)();                               // takes the state from the store
   void (*reset)();                              // back to the factory's state; callbacks as for any other change
   void (*report)(boost::json::object& answer);  // adds the members of the control command "state"
+  void (*start)() = nullptr;                    // a thread of its own, once events can be posted
+  void (*stop)() = nullptr;                     // ends it, before events end; also when there is none
 };
 
 std::span<const Room> rooms();
+
+// The state folder's absolute path. Only while a room loads.
+const std::string& tv_folder();
 
 void volume_load();
 void volume_reset();
