@@ -22,6 +22,12 @@ DTV_TV_EXPORT void dtv_tv_stop(void);
  * Returns a JSON object that the caller frees with free(): what the command reports, or {"error": text}. */
 DTV_TV_EXPORT char* dtv_tv_control(const char* command);
 
+/* Types one character into the set's command device. A line end carries the line out before the function returns;
+ * "ir.rx.send 0x8f000", for example, is the key POWER as it comes from the infrared receiver. What is no command does
+ * nothing, and so does any character while the set is off. From any thread, one command at a time; it never waits for
+ * a callback. */
+DTV_TV_EXPORT void dtv_tv_command(char character);
+
 #ifdef __cplusplus
 }
 #endif
