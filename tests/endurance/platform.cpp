@@ -53,9 +53,9 @@ static INT32 called(std::string_view name, T... arguments) {
 }
 
 // One definition per statement of the contract.
-#define TVAPI_FN(ret, name, ...)                                             \
-  ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                         \
-    return called(#name __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__)); \
+#define TVAPI_FN(ret, name, ...)                                                               \
+  ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                           \
+    return static_cast<ret>(called(#name __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__))); \
   }
 #define TVAPI_CALLBACK(...)
 #include "tvapi/all.h"

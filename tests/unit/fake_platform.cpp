@@ -65,9 +65,9 @@ void* platform_volume_tag() {
 }
 
 // One definition per statement of the contract.
-#define TVAPI_FN(ret, name, ...)                                             \
-  ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                         \
-    return called(#name __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__)); \
+#define TVAPI_FN(ret, name, ...)                                                               \
+  ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                           \
+    return static_cast<ret>(called(#name __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__))); \
   }
 #define TVAPI_CALLBACK(...)
 #include "tvapi/all.h"
