@@ -11,6 +11,11 @@ struct T_HBBTV {
   char uri[256];
 };
 
+enum PORTAL_MODE : UINT8 {
+#define TVC_PORTAL_MODE(name, number) PORTAL_MODE_##name = number,
+#include "vex_tv_ctrl/apps.def"
+};
+
 struct T_PORTAL {
   char app_mode[32];
   char edfu_url[256];

@@ -20,21 +20,9 @@ struct CLI_KEY_MAP {
 };
 
 static constexpr CLI_KEY_MAP t_cli_key_map[] = {
-    {"POWER", "0x8f000"},     {"ROOTMENU", "0xaf002"}, {"SOURCE", "0x5f01f"},    {"TIMER", "0x5f01d"},
-    {"SLEEP", "0x5f01c"},     {"ZOOM", "0x5f012"},     {"P.EFFECT", "0x5f016"},  {"S.EFFECT", "0x6f007"},
-    {"ASPECT", "0x5f015"},    {"PIP/POP", "0x5f00f"},  {"PIPPOS", "0x5f00c"},    {"PIPSIZE", "0x5f00b"},
-    {"MTS/AUDIO", "0x6f003"}, {"CC", "0x5f01a"},       {"SWAP", "0x5f010"},      {"0", "0x10030"},
-    {"1", "0x10031"},         {"2", "0x10032"},        {"3", "0x10033"},         {"4", "0x10034"},
-    {"5", "0x10035"},         {"6", "0x10036"},        {"7", "0x10037"},         {"8", "0x10038"},
-    {"9", "0x10039"},         {".", "0x1f004"},        {"FREEZE", "0x5f011"},    {"CH+", "0x5f000"},
-    {"CH-", "0x5f001"},       {"PRE-CH", "0x5f002"},   {"MUTE", "0x6f002"},      {"VOL+", "0x6f000"},
-    {"VOL-", "0x6f001"},      {"VOL_UI", "0x6f00a"},   {"MENU", "0x8f001"},      {"INFO", "0x5f017"},
-    {"LEFT", "0x3f000"},      {"RIGHT", "0x3f001"},    {"UP", "0x3f002"},        {"DOWN", "0x3f003"},
-    {"GUIDE", "0x8f002"},     {"ENTER", "0x4f000"},    {"EXIT", "0x4f001"},      {"ADD/ERASE", "0x5f01b"},
-    {"FAVORITE", "0x5f007"},  {"FAVCH+/-", "0x5f004"}, {"FF", "0x9f007"},        {"FR", "0x9f008"},
-    {"NEXT", "0x9f005"},      {"PREV", "0x9f006"},     {"TITLE/PBC", "0xaf01f"}, {"SUBTITLE", "0xaf00d"},
-    {"REPEAT", "0xaf009"},    {"ANGLE", "0x8f003"},    {"RED", "0xbf000"},       {"GREEN", "0xbf001"},
-    {"YELLOW", "0xbf002"},    {"BLUE", "0xbf003"},     {"CUSTOMKEY", "CUSTOM"},
+#define TVC_KEY(name, code) {name, code},
+#include "vex_tv_ctrl/keys.def"
+    {"CUSTOMKEY", "CUSTOM"},
 };
 static_assert(std::size(t_cli_key_map) == 59);
 

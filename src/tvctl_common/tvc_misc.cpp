@@ -185,38 +185,19 @@ static const NamedNumber* find_name(const NamedNumber (&table)[N], const char* n
   return nullptr;
 }
 
-// The portal's modes; some are only told of, never asked for.
-static constexpr UINT8 kPortalMode = 1, kAddressMode = 7;
 static constexpr NamedNumber kPortalModes[] = {
-    {"PORTAL", kPortalMode}, {"IPEPG", 2},
-    {"MYRECORDING", 3},      {"PUSHNOTIFICATION", 4},
-    {"PLAY_VIDEO_STORE", 5}, {"OTRECORD", 6},
-    {"EDFU", kAddressMode},  {"OPEN_INTERNET", 15},
-    {"IPEPG_INFO_NOW", 11},  {"IPEPG_INFO_NEXT", 12},
+#define TVC_PORTAL_MODE(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
 };
 
 static constexpr NamedNumber kExitReasons[] = {
-    {"GOTO_LAST_SOURCE", 1}, {"CHANGE_SOURCE", 2}, {"PUSHN_OFF", 3}, {"EDFU_OFF", 4}};
+#define TVC_PORTAL_EXIT(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
+};
 
-// The applications of the set's own menu.
 static constexpr NamedNumber kNativeApps[] = {
-    {"GUIDE", 1},
-    {"CHANNEL_LIST", 2},
-    {"FAVOURITES", 3},
-    {"CHANNEL_SEARCH", 4},
-    {"RECORDINGS", 5},
-    {"TIMERS", 6},
-    {"MEDIA_PLAYER", 7},
-    {"PHOTO_VIEWER", 8},
-    {"MUSIC_PLAYER", 9},
-    {"SOURCE_LIST", 10},
-    {"PICTURE_SETTINGS", 11},
-    {"SOUND_SETTINGS", 12},
-    {"NETWORK_SETTINGS", 13},
-    {"SYSTEM_SETTINGS", 14},
-    {"PARENTAL_LOCK", 15},
-    {"SOFTWARE_UPDATE", 16},
-    {"USER_MANUAL", 17},
+#define TVC_NATIVE_APP(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
 };
 static_assert(std::size(kNativeApps) == 17);
 
@@ -225,7 +206,7 @@ static constexpr const char* kVideoApp = "YOUTUBE";
 static constexpr INT32 kVideoAppMode = 9;
 
 static const char* app_mode_name(INT32 mode) {
-  if (mode == kVideoAppMode || (mode == kPortalMode && access(kVideoAppMarker, F_OK) == 0)) return kVideoApp;
+  if (mode == kVideoAppMode || (mode == PORTAL_MODE_PORTAL && access(kVideoAppMarker, F_OK) == 0)) return kVideoApp;
   for (const NamedNumber& row : kPortalModes)
     if (row.number == mode) return row.name;
   return "UNKNOWN";
@@ -255,7 +236,7 @@ static INT32 _tvc_misc_start_portal(T_PORTAL& portal) {
     tvc_log_progress("[TVC_MAIN] LINE: %d Error!\n", __LINE__);
     return VEXTVCTRLR_INV_ARG;
   }
-  if (mode->number == kAddressMode) a_set_edfu_url(portal.edfu_url);
+  if (mode->number == PORTAL_MODE_EDFU) a_set_edfu_url(portal.edfu_url);
   tvc_log_progress("[TVC_MAIN] ui1_mode: [%d]\n", mode->number);
   return portal_result(__func__, a_portal_start_ex(mode->number));
 }
