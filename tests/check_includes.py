@@ -32,11 +32,13 @@ RULES = {
     UTIL: (SHARED, "tv_ctrl_util includes nothing else of src/ and no platform function"),
     "tap/": (["inc/"], "the tap sees only inc/"),
     "tv/": (["inc/"], "the virtual television sees only inc/"),
-    "host/": (["inc/"], "the host sees only inc/"),
+    "i18n/": ([], "a language library sees only its catalogue"),
+    "sandbox/": ([], "the private view of the machine's files knows nothing else of the project"),
+    "host/": (["inc/", "sandbox/"], "the host sees only inc/ and sandbox/"),
     "cli/": (["inc/", "host/stack.h", "host/nearest.h", "host/json_text.h"],
              "the command line sees only inc/, host/stack.h and the host's two text helpers"),
 }
-TOP_FOLDERS = ["src", "inc", ".", "tap", "tv", "host", "cli", "bench", "tests"]
+TOP_FOLDERS = ["src", "inc", ".", "tap", "tv", "i18n", "sandbox", "host", "cli", "bench", "tests"]
 
 
 def matches(path, entry):
@@ -102,6 +104,7 @@ BASE = {
     "src/tv_ctrl_api/entry.h": '#include "tv_ctrl_main/registry.h"\n', "src/tv_ctrl_main/registry.h": "",
     "src/tvctl_common/tvc_volctrl.h": "", "src/tv_ctrl_util/log.h": '#include "tv_ctrl_main.h"\n',
     "host/stack.h": '#include "dtv_js_plugin.h"\n', "host/rpc.h": "", "tap/state.h": "", "tv/tv.h": "", "cli/dtvctl.h": "",
+    "i18n/catalogue.def": "", "sandbox/sandbox.h": "",
 }
 # (file, text, the rule broken, or None)
 CASES = [
@@ -127,7 +130,14 @@ CASES = [
     ("tap/a.cpp", '#include "tv_ctrl_util/log.h"\n', "the tap sees"),
     ("tv/a.cpp", '#include "tap/state.h"\n', "virtual television sees"),
     ("host/a.cpp", '#include "rpc.h"\n#include "stack.h"\n#include "dtv_js_plugin.h"\n', None),
+    ("host/a.cpp", '#include "sandbox/sandbox.h"\n', None),
     ("host/a.cpp", '#include "tv/tv.h"\n', "the host sees"),
+    ("cli/a.cpp", '#include "sandbox/sandbox.h"\n', "the command line sees"),
+    ("tv/a.cpp", '#include "sandbox/sandbox.h"\n', "virtual television sees"),
+    ("sandbox/a.cpp", '#include "sandbox/sandbox.h"\n', None),
+    ("sandbox/a.cpp", '#include "dtv_js_plugin.h"\n', "knows nothing else"),
+    ("i18n/a.cpp", '#include "catalogue.def"\n', None),
+    ("i18n/a.cpp", '#include "dtv_js_plugin.h"\n', "a language library sees"),
     ("host/a.cpp", '#include "../src/tv_ctrl_main/registry.h"\n', "the host sees"),
     ("cli/a.cpp", '#include "stack.h"\n#include "dtvctl.h"\n', None),
     ("cli/a.cpp", '#include "host/rpc.h"\n', "the command line sees"),

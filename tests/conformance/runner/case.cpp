@@ -6,10 +6,10 @@
 #include <span>
 #include <sstream>
 
-#include "runner/device.h"
 #include "runner/exports.h"
 #include "runner/language.h"
 #include "runner/raw_json.h"
+#include "sandbox/device.h"
 
 namespace runner {
 namespace {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "runner/sandbox.h"
+#include "sandbox/sandbox.h"
 #include "tap/json.h"
 
 namespace runner {

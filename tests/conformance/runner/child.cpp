@@ -7,10 +7,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "runner/device.h"
 #include "runner/session.h"
 
 namespace runner {
 namespace {
+
+// The television's own folders and files; a case says which of them there are.
+constexpr const char* ABSENT_BY_DEFAULT[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
 
 template <class Fct>
 bool find_symbol(void* library, const char* name, Fct& ret_fct, std::string& ret_error) {
@@ -92,6 +96,16 @@ void report_end(Session& session) {
   report_line(session.report, line.get());
 }
 
+bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
+  for (const char* path : ABSENT_BY_DEFAULT) {
+    bool covered = false;
+    for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
+    // What is wanted below it brings it into being, as a folder with nothing of the machine's.
+    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::FOLDER : WantedPath::ABSENT, .content = ""});
+  }
+  return sandbox_enter(wanted, NewFolders::WRITABLE, ret_error);
+}
+
 void take_streams(const ChildFiles& files) {
   dup2(files.out, STDOUT_FILENO);
   dup2(files.err, STDERR_FILENO);
@@ -166,13 +180,14 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
     report_fail(session, "cannot load: " + error);
   } else if (const std::string refusal = refuse(session); !refusal.empty()) {
     report_fail(session, "refused: " + refusal);
-  } else if (!sandbox_enter(wanted_paths(test, libraries.language_template), error)) {
+  } else if (!enter_sandbox(wanted_paths(test, libraries.language_template), error)) {
     report_fail(session, "no private file system: " + error);
   } else if (!session_load_plugin(session, libraries, error)) {
     report_fail(session, "cannot load: " + error);
   } else {
     session.uri_of_id = read_ids(session);
     session.watch(add_line, &session);
+    device_record();
     run_steps(session);
   }
   report_end(session);

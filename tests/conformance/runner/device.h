@@ -1,11 +1,12 @@
-// The command device: the characters that reach it by its control call.
+// What reaches the command device during a case.
 #pragma once
 
 #include <string>
 
 namespace runner {
 
-constexpr const char* DEVICE_PATH = "/dev/cli";
+// From now on the characters are kept.
+void device_record();
 
 // The characters since the last time, in order.
 std::string device_take();

@@ -1,22 +1,22 @@
-#include "runner/sandbox.h"
+#include "sandbox/sandbox.h"
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 
-namespace runner {
 namespace {
-
-constexpr const char* ABSENT_BY_DEFAULT[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
 
 // Where the new root is put together: any folder that every machine has; what it holds is bound back in.
 constexpr const char* BUILDING_SITE = "/tmp";
@@ -31,6 +31,9 @@ bool fail(const std::string& what, std::string& ret_error) {
   ret_error = what + ": " + std::generic_category().message(errno);
   return false;
 }
+
+// From the machine's files, as they are seen while the new root is put together.
+std::string old_path_of(const std::string& path) { return OLD_ROOT + path; }
 
 bool write_text(const std::string& path, const std::string& text, std::string& ret_error) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
@@ -76,7 +79,10 @@ bool build_entry(const Node& node, const std::string& old_path, const std::strin
     case WantedPath::FILE:
       return write_text(path, node.wanted->content, ret_error);
     case WantedPath::DEVICE:
-      return write_text(path, "", ret_error) && bind(std::string(OLD_ROOT) + "/dev/null", path, ret_error);
+      return write_text(path, "", ret_error) && bind(old_path_of("/dev/null"), path, ret_error);
+    case WantedPath::BOUND:
+      if (mkdir(path.c_str(), 0755) != 0) return fail("mkdir " + path, ret_error);
+      return bind(old_path_of(node.wanted->content), path, ret_error);
     case WantedPath::FOLDER:
     case WantedPath::ABSENT:
       break;
@@ -102,28 +108,32 @@ bool build(const Node& node, const std::string& old_folder, const std::string& f
   return true;
 }
 
-bool enter_namespace(std::string& ret_error) {
-  const uid_t uid = getuid();
-  const gid_t gid = getgid();
-  if (unshare(uid == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) != 0) return fail("unshare", ret_error);
-  if (uid != 0 && !(write_text("/proc/self/setgroups", "deny", ret_error) &&
-                    write_text("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1", ret_error) &&
-                    write_text("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1", ret_error))) {
-    return false;
+// Without a superuser's rights a process may do it in a user namespace.
+bool enter_namespace(bool& ret_of_user, std::string& ret_error) {
+  ret_of_user = unshare(CLONE_NEWNS) != 0;
+  if (ret_of_user) {
+    const std::string uid = std::to_string(getuid());
+    const std::string gid = std::to_string(getgid());
+    if (unshare(CLONE_NEWNS | CLONE_NEWUSER) != 0) return fail("unshare", ret_error);
+    if (!write_text("/proc/self/setgroups", "deny", ret_error) ||
+        !write_text("/proc/self/uid_map", uid + " " + uid + " 1", ret_error) ||
+        !write_text("/proc/self/gid_map", gid + " " + gid + " 1", ret_error))
+      return false;
   }
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return fail("make mounts private", ret_error);
-  return true;
+  // Mounts come in from the machine, and none goes out to it.
+  return mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0 || fail("make mounts private", ret_error);
+}
+
+// In its own user namespace the process could otherwise do to the user's files what the user may not.
+bool drop_capabilities(std::string& ret_error) {
+  __user_cap_header_struct header = {.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+  return syscall(SYS_capset, &header, none) == 0 || fail("drop capabilities", ret_error);
 }
 
 }  // namespace
 
-bool sandbox_enter(WantedPaths wanted, std::string& ret_error) {
-  for (const char* path : ABSENT_BY_DEFAULT) {
-    bool covered = false;
-    for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
-    // What is wanted below it brings it into being, as a folder with nothing of the machine's.
-    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::FOLDER : WantedPath::ABSENT, .content = ""});
-  }
+bool sandbox_enter(const WantedPaths& wanted, NewFolders folders, std::string& ret_error) {
   Node root;
   for (const auto& [path, what] : wanted) {
     // A path of the machine that is absent anyway costs nothing.
@@ -135,7 +145,7 @@ bool sandbox_enter(WantedPaths wanted, std::string& ret_error) {
       at = end + 1;
     }
     if (node == &root) {
-      ret_error = "the root folder cannot be a case's file";
+      ret_error = "the root folder cannot be wanted";
       return false;
     }
     node->wanted = &what;
@@ -143,9 +153,10 @@ bool sandbox_enter(WantedPaths wanted, std::string& ret_error) {
 
   char working_folder[PATH_MAX];
   const bool has_working_folder = getcwd(working_folder, sizeof working_folder) != nullptr;
-  if (!enter_namespace(ret_error)) return false;
+  bool of_user = false;
+  if (!enter_namespace(of_user, ret_error)) return false;
   if (mount("tmpfs", BUILDING_SITE, "tmpfs", 0, "mode=755") != 0) return fail("mount tmpfs", ret_error);
-  const std::string old_root = std::string(BUILDING_SITE) + OLD_ROOT;
+  const std::string old_root = BUILDING_SITE + std::string(OLD_ROOT);
   if (mkdir(old_root.c_str(), 0700) != 0) return fail("mkdir " + old_root, ret_error);
   if (syscall(SYS_pivot_root, BUILDING_SITE, old_root.c_str()) != 0) return fail("pivot_root", ret_error);
   if (chdir("/") != 0) return fail("chdir /", ret_error);
@@ -153,7 +164,7 @@ bool sandbox_enter(WantedPaths wanted, std::string& ret_error) {
   if (umount2(OLD_ROOT, MNT_DETACH) != 0) return fail("umount the machine's root", ret_error);
   rmdir(OLD_ROOT);
   if (has_working_folder && chdir(working_folder) != 0 && chdir("/") != 0) return fail("chdir /", ret_error);
-  return true;
+  if (folders == NewFolders::READ_ONLY && mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
+    return fail("make the new folders read-only", ret_error);
+  return !of_user || drop_capabilities(ret_error);
 }
-
-}  // namespace runner
