@@ -10,6 +10,19 @@ namespace {
 constexpr Room kRooms[] = {
     {.name = "volume", .load = volume_load, .reset = volume_reset, .report = volume_report},
     {.name = "config", .load = config_load, .reset = config_reset, .report = config_report},
+    {.name = "network",
+     .load = network_load,
+     .reset = network_reset,
+     .report = network_report,
+     .start = network_start,
+     .stop = network_stop},
+    {.name = "cec",
+     .load = cec_load,
+     .reset = cec_reset,
+     .report = cec_report,
+     .start = cec_start,
+     .stop = cec_stop},
+    {.name = "usb", .load = usb_load, .reset = usb_reset, .report = usb_report},
 };
 
 std::mutex power_lock;  // one switches the set on or off at a time; taken before every other lock

@@ -93,6 +93,22 @@ void config_load();
 void config_reset();
 void config_report(boost::json::object& answer);
 
+void cec_load();
+void cec_start();
+void cec_stop();
+void cec_reset();
+void cec_report(boost::json::object& answer);
+
+void network_load();
+void network_start();
+void network_stop();
+void network_reset();
+void network_report(boost::json::object& answer);
+
+void usb_load();
+void usb_reset();
+void usb_report(boost::json::object& answer);
+
 // ---- control.cpp: what a viewer does ----
 
 using Words = std::span<const std::string_view>;
@@ -103,3 +119,6 @@ boost::json::object control_error(std::string text);
 boost::json::object volume_command(Words arguments);
 boost::json::object mute_command(Words arguments);
 boost::json::object config_command(Words arguments);
+boost::json::object network_command(Words arguments);
+boost::json::object cec_command(Words arguments);
+boost::json::object stick_command(Words arguments);

@@ -15,7 +15,8 @@ enum {
 
 #include "tvapi/begin.h"
 
-/* Called by the platform, on a thread of its own, after an event. id: the event, pv_param: its parameter. */
+/* Called by the platform, on a thread of its own, after an event. id: the event, pv_param: its parameter; of the
+ * virtual television the interface's index. */
 TVAPI_CALLBACK(void, a_vextvapi_nw_nfy_fct, TAG(void*, pv_tag), IN(INT32, id), IN(void*, pv_param))
 
 /* Asks to be told of every event. nfy_id: the subscription's number, not 0. Returns 0; anything else on failure. */

@@ -16,18 +16,19 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
-/* Called by the platform, on a thread of its own, after a file system was mounted or unmounted. type: which of them. */
+/* Called by the platform, on a thread of its own, after a file system was mounted or unmounted. type: which of
+ * them; of the virtual television 1 for mounted, 2 for unmounted. */
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_detect_nfy_fct, IN(INT32, type), TAG(void*, pv_tag), IN_TEXT(dev),
                IN_TEXT(path), IN_TEXT(label), IN(UINT32, port))
 
-/* Starts watching. Returns a handle, 0 on failure. */
+/* Starts watching. One client; starting again ends the earlier handle. Returns a handle, 0 on failure. */
 TVAPI_FN(UINT32, a_vextvapi_cb_usb_detect_init)
 
 /* Registers the callback of a handle. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_register_callback, IN(UINT32, handle),
          CALLBACK(a_vextvapi_cb_usb_detect_nfy_fct, callback), TAG(void*, tag))
 
-/* Stops watching; the handle ends. Returns 0, negative on failure. */
+/* Stops watching; the handle ends, and no callback comes any more. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_cb_usb_detect_deinit, IN(UINT32, handle))
 
 /* How many file systems are mounted. Returns 0, negative on failure. */

@@ -1,0 +1,22 @@
+// The common interface. The set has a slot and no module in it, so no module has tuned the set.
+#include <cstdio>
+
+#include "tv.h"
+
+namespace {
+
+// Whether a module tunes the set, and whether it does so for a broadcast.
+constexpr INT32 kHostTuneStatus = 26, kHostTuneBroadcastStatus = 27;
+
+}  // namespace
+
+INT32 a_vextvapi_ci_get(INT32 type, void*, INT32* value, UINT32* size) {
+  if (type != kHostTuneStatus && type != kHostTuneBroadcastStatus) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_ci_get: without a module there is no answer to query %d\n", type);
+    return -1;
+  }
+  if (value == nullptr || size == nullptr || *size == 0) return -1;
+  *value = 0;
+  *size = 1;
+  return 0;
+}
