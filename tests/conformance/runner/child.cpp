@@ -33,21 +33,27 @@ void add_line(void* context, const char* line) {
   session.lines.emplace_back(line);
 }
 
-std::map<std::int64_t, std::string> read_ids(const Session& session) {
-  std::map<std::int64_t, std::string> ids;
-  if (session.describe == nullptr) return ids;
+void read_registry(Session& session) {
+  if (session.describe == nullptr) return;
   char* text = session.describe();
-  if (text == nullptr) return ids;
+  if (text == nullptr) return;
   std::string error;
   const tap::Json json = tap::json_parse(text, error);
   std::free(text);
+  const cJSON* types = cJSON_GetObjectItemCaseSensitive(json.get(), "types");
   const cJSON* row = nullptr;
   cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(json.get(), "uris")) {
     const cJSON* id = cJSON_GetObjectItemCaseSensitive(row, "id");
     const cJSON* uri = cJSON_GetObjectItemCaseSensitive(row, "uri");
-    if (cJSON_IsNumber(id) && cJSON_IsString(uri)) ids[id->valueint] = uri->valuestring;
+    if (!cJSON_IsNumber(id) || !cJSON_IsString(uri)) continue;
+    session.uri_of_id[id->valueint] = uri->valuestring;
+    const cJSON* name = cJSON_GetObjectItemCaseSensitive(row, "type");
+    const cJSON* type = cJSON_GetObjectItemCaseSensitive(types, cJSON_IsString(name) ? name->valuestring : "");
+    const cJSON* set = cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(type, "set"), "request");
+    session.words_of_uri[uri->valuestring] = {
+        .set = cJSON_IsString(set) ? set->valuestring : "",
+        .query = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(type, "query")) != 0};
   }
-  return ids;
 }
 
 // Why the case cannot be run, before anything of it is done; empty when it can. Gives its answers to the tap.
@@ -185,7 +191,7 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
   } else if (!session_load_plugin(session, libraries, error)) {
     report_fail(session, "cannot load: " + error);
   } else {
-    session.uri_of_id = read_ids(session);
+    read_registry(session);
     session.watch(add_line, &session);
     device_record();
     run_steps(session);

@@ -15,6 +15,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "runner/case.h"
@@ -35,9 +36,9 @@ constexpr const char* USAGE =
     "  --tap PATH            another tap than lib/libdtv_tap.so there\n"
     "  --jobs N              cases at a time (2)\n"
     "  --timeout SECONDS     for one case, beside its own delays (30)\n"
-    "  --list-unexercised    names the platform functions and registry rows that no case used\n"
+    "  --list-unexercised    names the platform functions and uses of URIs that no case exercises\n"
     "  --require-coverage    the same, and fails if there is one\n"
-    "  --coverage FILE       writes {\"functions\": {name: count}, \"uris\": {uri: count}}\n"
+    "  --coverage FILE       writes {\"functions\": {name: count}, \"uris\": {\"get URI\": count}}\n"
     "  -h, --help            this text\n";
 
 struct Options {
@@ -56,7 +57,7 @@ struct Options {
 
 struct Coverage {
   std::map<std::string, int> functions;
-  std::map<std::string, int> uris;
+  std::map<std::string, int> uris;  // by use and URI, as a session counts them
 };
 
 struct Job {
@@ -291,6 +292,13 @@ void print_job(const Job& job, bool verbose) {
 
 bool is_true(const cJSON* row, const char* key) { return cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(row, key)); }
 
+std::string text_of(const cJSON* row, const char* key) {
+  const cJSON* text = cJSON_GetObjectItemCaseSensitive(row, key);
+  return cJSON_IsString(text) ? text->valuestring : "";
+}
+
+constexpr const char* USES[] = {"get", "set", "notify"};
+
 // What no case used; nullopt, after a message, when the library does not say what there is.
 std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, const Coverage& coverage, int timeout) {
   Job job;
@@ -314,12 +322,25 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
     const std::string name = cJSON_GetObjectItemCaseSensitive(entry, "name")->valuestring;
     if (!coverage.functions.contains(name)) missing.push_back("platform function " + name);
   }
+  std::set<std::string> served;  // groups
   cJSON_ArrayForEach(entry, rows) {
-    const cJSON* uri = cJSON_GetObjectItemCaseSensitive(entry, "uri");
-    if (!cJSON_IsString(uri) || coverage.uris.contains(uri->valuestring)) continue;
-    if (is_true(entry, "get") || is_true(entry, "set") || is_true(entry, "notify")) {
-      missing.push_back("URI " + std::string(uri->valuestring));
+    for (const char* use : USES) {
+      if (is_true(entry, use)) served.insert(text_of(entry, "group"));
     }
+  }
+  cJSON_ArrayForEach(entry, rows) {
+    const std::string uri = text_of(entry, "uri");
+    const auto is_used = [&](const char* use) { return coverage.uris.contains(use + (" " + uri)); };
+    bool has_use = false;
+    for (const char* use : USES) {
+      if (!is_true(entry, use)) continue;
+      has_use = true;
+      if (!is_used(use)) missing.push_back(use + (" " + uri));
+    }
+    // What an application cannot ask for at all is still a row of its handler.
+    const std::string group = text_of(entry, "group");
+    if (!has_use && !group.empty() && served.contains(group) && std::none_of(std::begin(USES), std::end(USES), is_used))
+      missing.push_back("row " + uri);
   }
   return missing;
 }

@@ -15,6 +15,12 @@
 
 namespace runner {
 
+// How a request must be worded to come as far as the handler of its URI.
+struct RequestWords {
+  std::string set;     // the request word of a set; empty: any
+  bool query = false;  // whether a get can be a query
+};
+
 struct Session {
   const Case* test = nullptr;
   int report = -1;
@@ -38,13 +44,14 @@ struct Session {
 
   Contract contract;
   std::map<std::int64_t, std::string> uri_of_id;
+  std::map<std::string, RequestWords> words_of_uri;
 
   std::mutex lines_lock;
   std::vector<std::string> lines;  // the tap's, since the last step; under lines_lock
 
   bool failed = false;
   std::map<std::string, int> functions;  // how often each was called
-  std::map<std::string, int> uris;
+  std::map<std::string, int> uris;       // by use and URI: "get /tv/..."
 };
 
 // Load and look up. False with ret_error.

@@ -61,21 +61,42 @@ const char* parameter(const Session& session, const cJSON* step, int number) {
                                : session.test->step_params[static_cast<std::size_t>(number - 1)].c_str();
 }
 
-void use_uri(Session& session, const char* uri) {
-  if (uri != nullptr) ++session.uris[uri];
+void use_uri(Session& session, const char* use, const char* uri) {
+  if (uri != nullptr) ++session.uris[std::string(use) + " " + uri];
+}
+
+bool has_word(const char* param, const std::string& word) {
+  return param != nullptr && std::string_view(param).find("\"" + word + "\"") != std::string_view::npos;
+}
+
+// A request whose word its type does not know ends before the handler: that is no use of the URI.
+void use_request(Session& session, const char* use, const char* uri, const char* param) {
+  const auto words = session.words_of_uri.find(uri == nullptr ? "" : uri);
+  if (words != session.words_of_uri.end()) {
+    const bool get = std::string_view(use) == "get";
+    if (get && !words->second.query && has_word(param, "QUERY")) return;
+    if (!get && !words->second.set.empty() && !has_word(param, words->second.set)) return;
+  }
+  use_uri(session, use, uri);
 }
 
 void do_get(Session& session, const cJSON* step, int number, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "get"));
-  use_uri(session, uri);
+  const char* param = parameter(session, step, number);
+  use_request(session, "get", uri, param);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(BUFFER_SIZE);
-  outcome.ret =
-      session.get(uri, parameter(session, step, number), outcome.buffer.empty() ? nullptr : outcome.buffer.data());
+  outcome.ret = session.get(uri, param, outcome.buffer.empty() ? nullptr : outcome.buffer.data());
+}
+
+void do_set(Session& session, const cJSON* step, int number, Outcome& outcome) {
+  const char* uri = text_or_null(member(step, "set"));
+  const char* param = parameter(session, step, number);
+  use_request(session, "set", uri, param);
+  outcome.ret = session.set(uri, param);
 }
 
 void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "fetch"));
-  use_uri(session, uri);
   const cJSON* stated = member(step, "length");
   const auto length =
       stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE) : static_cast<std::int32_t>(number_of(stated));
@@ -84,6 +105,7 @@ void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
       std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(size);
   outcome.ret = session.fetch(uri, outcome.buffer.empty() ? nullptr : outcome.buffer.data(), length);
+  if (bytes_written(outcome.buffer) > 0) use_uri(session, "notify", uri);
 }
 
 void do_raise(Session& session, const cJSON* step, Outcome& outcome) {
@@ -117,11 +139,9 @@ void do_call(Session& session, const cJSON* step, Outcome& outcome) {
   }
   const std::string_view function = name;
   const cJSON* first = in == nullptr ? nullptr : in->child;
-  if (function == "tv_ctrl_get" || function == "tv_ctrl_set" || function == "tv_ctrl_notify_content") {
+  if (function == "tv_ctrl_get" || function == "tv_ctrl_set") {
     if (const auto uri = session.uri_of_id.find(number_of(first)); uri != session.uri_of_id.end())
-      use_uri(session, uri->second.c_str());
-  } else if (function.starts_with("a_dtv_jsp_") || function == "tv_ctrl_api_notify_func") {
-    use_uri(session, text_or_null(first));
+      use_uri(session, function == "tv_ctrl_get" ? "get" : "set", uri->second.c_str());
   }
   outcome.ret = exported.run(fct, arguments.data());
   if (after != nullptr) expect(outcome, "after", compare_after(exported, arguments, after, false));
@@ -290,14 +310,14 @@ void run_step(Session& session, const cJSON* step, int number) {
     do_get(session, step, number, outcome);
   } else if (kind == "fetch") {
     do_fetch(session, step, outcome);
+  } else if (kind == "set") {
+    do_set(session, step, number, outcome);
   } else if (kind == "raise") {
     do_raise(session, step, outcome);
   } else if (kind == "call") {
     do_call(session, step, outcome);
   } else {
     const char* uri = text_or_null(action);
-    use_uri(session, uri);
-    if (kind == "set") outcome.ret = session.set(uri, parameter(session, step, number));
     if (kind == "subscribe") outcome.ret = session.subscribe(uri);
     if (kind == "unsubscribe") outcome.ret = session.unsubscribe(uri);
   }

@@ -108,10 +108,20 @@ int32_t a_dtv_jsp_get_listener_buffer(const char*, void* pv_buffer, int32_t buff
 }
 
 char* a_dtv_jsp_describe(void) {
-  return strdup(R"({"uris":[{"uri":"/volume","id":1025,"get":true,"set":true,"notify":false},
-                            {"uri":"/unused","id":1026,"get":false,"set":false,"notify":false},
-                            {"uri":"/nobody","id":1027,"get":true,"set":false,"notify":false},
-                            {"uri":"/told","id":1028,"get":false,"set":false,"notify":true}]})");
+  return strdup(R"({"uris":[
+    {"uri":"/volume","id":1025,"group":"A","get":true,"set":true,"notify":false},
+    {"uri":"/unused","id":1026,"group":"B","get":false,"set":false,"notify":false},
+    {"uri":"/nobody","id":1027,"group":"A","get":true,"set":true,"notify":true},
+    {"uri":"/told","id":1028,"group":"A","get":false,"set":false,"notify":true},
+    {"uri":"/param","id":1029,"group":"A","get":true,"set":true,"notify":false},
+    {"uri":"/press","id":1030,"group":"A","get":true,"set":true,"notify":false},
+    {"uri":"/v","id":1031,"group":"A","get":true,"set":false,"notify":true},
+    {"uri":"/a","id":1032,"group":"A","get":false,"set":false,"notify":true},
+    {"uri":"/idle","id":1033,"group":"A","get":false,"set":false,"notify":false},
+    {"uri":"/file","id":1034,"group":"A","get":false,"set":false,"notify":false},
+    {"uri":"/words","id":1035,"group":"A","type":"T_SET","get":true,"set":true,"notify":false},
+    {"uri":"/right","id":1036,"group":"A","type":"T_BOTH","get":true,"set":true,"notify":false}],
+   "types":{"T_SET":{"query":null,"set":{"request":"SET"}},"T_BOTH":{"query":[],"set":{"request":"SET"}}}})");
 }
 
 INT32 tv_ctrl_init(tv_ctrl_nfy_fct pv_func) { return pv_func == nullptr ? -1 : 0; }
