@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
+#include <filesystem>
 
 #include "dtvctl.h"
 
@@ -108,8 +109,30 @@ void explain_unknown(Session& session, const std::string& name, Failure& failure
   for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
 }
 
+// The television's words behind which a folder stands. It goes out by its whole path, since the set does not run in the
+// folder that this shell is in.
+struct FolderWord {
+  std::string_view command;
+  std::string_view action;
+  bool with_slash;  // something else may stand there; only what has a slash is a folder
+};
+
+constexpr FolderWord kFolderWords[] = {{"stick", "insert", false}, {"stick", "remove", true}};
+
+json::array television_words(Words words) {
+  json::array sent(words.begin(), words.end());
+  for (const FolderWord& row : kFolderWords) {
+    if (words.size() < 3 || words[0] != row.command || words[1] != row.action) continue;
+    if (row.with_slash && words[2].find('/') == std::string::npos) continue;
+    std::error_code none;
+    const std::string whole = std::filesystem::absolute(words[2], none).lexically_normal().string();
+    if (!whole.empty()) sent[2] = json::string(whole);
+  }
+  return sent;
+}
+
 int run_tv(const Options& options, Session& session, Words words, Failure& ret_failure) {
-  const json::object params{{"words", json::array(words.begin(), words.end())}};
+  const json::object params{{"words", television_words(words)}};
   std::string answer;
   if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
     if (ret_failure.exit_code == kExitRefused) explain_unknown(session, words[0], ret_failure);
@@ -387,11 +410,12 @@ constexpr Command kCommands[] = {
      .arguments = "COMMAND...",
      .summary = "Does to the virtual television what a viewer or the world does",
      .help =
-         "The words go to the virtual television as they stand; \"dtvctl tv help\" lists its commands. Faults can be\n"
-         "set on any function of the TV API; \"dtvctl functions\" lists them.\n"
+         "The words go to the virtual television as they stand, a folder by its whole path; \"dtvctl tv help\" lists\n"
+         "its commands. Faults can be set on any function of the TV API; \"dtvctl functions\" lists them.\n"
          "\n"
          "  dtvctl tv volume up\n"
          "  dtvctl tv state\n"
+         "  dtvctl tv stick insert ~/Pictures\n"
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
          "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"

@@ -61,11 +61,15 @@ _dtvctl() {
         1) COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help)" -- "$current")) ;;
         2) case $previous in
              volume) COMPREPLY=($(compgen -W 'up down' -- "$current")) ;;
+             stick) COMPREPLY=($(compgen -W 'insert remove list' -- "$current")) ;;
+             network) COMPREPLY=($(compgen -W 'lose restore' -- "$current")) ;;
              mute) COMPREPLY=($(compgen -W 'on off toggle' -- "$current")) ;;
              fault) COMPREPLY=($(compgen -W "--clear $(_dtvctl_ask functions '"name":"[^"]*"' functions)" -- "$current")) ;;
            esac ;;
-        *) [[ ${COMP_WORDS[first+1]} == fault ]] &&
-             COMPREPLY=($(compgen -W '--delay --fail --drop-callback --clear' -- "$current")) ;;
+        *) case "${COMP_WORDS[first+1]} $previous" in
+             fault*) COMPREPLY=($(compgen -W '--delay --fail --drop-callback --clear' -- "$current")) ;;
+             'stick insert') COMPREPLY=($(compgen -d -- "$current")) ;;
+           esac ;;
       esac ;;
   esac
 }
