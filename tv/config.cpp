@@ -460,6 +460,27 @@ INT32 setConfigValueString(UINT32 item_id, const char* value) {
   return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
 }
 
+INT32 config_number(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? 0 : number_of(*entry);
+}
+
+std::string config_text(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? "" : text_of(*entry, value_of(*entry));
+}
+
+INT32 config_set(const char* key, INT32 value) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? -1 : write_number(__func__, *entry, value);
+}
+
+INT32 config_set(const char* key, std::string_view value) {
+  const Entry* const entry = asked(__func__, key);
+  if (entry == nullptr) return -1;
+  return write(__func__, *entry, {.number = 0, .text = std::string(value)});
+}
+
 void config_load() {
   const std::scoped_lock guard(state.changing, state.lock);
   for (const Entry& entry : kCatalogue) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <boost/json/fwd.hpp>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -69,7 +70,25 @@ void events_stop();
 // the order of the callbacks the order of the changes. Dropped when the set is off.
 void events_post(std::function<void()> event);
 
+// ---- timers.cpp: the thread on which things happen later ----
+
+enum class Timer { kSleep, kDigits, kCount };
+using TimerClock = std::chrono::steady_clock;
+
+void timers_start();
+
+// Drops what still waits and ends the thread.
+void timers_stop();
+
+// Calls action, with no lock held, when the time has come, in place of what the timer waited for. The action may have
+// begun already when its timer is set anew or cleared; it looks at its room whether it is still due. The caller may hold
+// its room's lock. False when the set is off.
+bool timer_set(Timer timer, TimerClock::time_point due, void (*action)());
+void timer_clear(Timer timer);
+
 // ---- the rooms ----
+// They use each other by the functions below, never by those of the TV API: in a host these are the tap's.
+
 
 struct Room {
   const char* name;
@@ -92,6 +111,30 @@ void volume_report(boost::json::object& answer);
 void config_load();
 void config_reset();
 void config_report(boost::json::object& answer);
+
+// A value of the catalogue, for other rooms. config_set returns 0, or -1, which is said on stderr.
+INT32 config_number(const char* key);
+std::string config_text(const char* key);
+INT32 config_set(const char* key, INT32 value);
+INT32 config_set(const char* key, std::string_view value);
+
+void clock_load();
+void clock_reset();
+void clock_report(boost::json::object& answer);
+void clock_stop_sleep();
+void clock_step_sleep();  // what the SLEEP key does
+
+void apps_load();
+void apps_reset();
+void apps_report(boost::json::object& answer);
+void apps_end();         // all that runs
+void apps_leave_menu();  // the set's own application
+
+void remote_load();
+void remote_reset();
+void remote_report(boost::json::object& answer);
+bool remote_is_on();    // and not in standby
+void remote_standby();  // puts the set there
 
 void cec_load();
 void cec_start();
@@ -119,6 +162,10 @@ boost::json::object control_error(std::string text);
 boost::json::object volume_command(Words arguments);
 boost::json::object mute_command(Words arguments);
 boost::json::object config_command(Words arguments);
+boost::json::object clock_command(Words arguments);
+boost::json::object app_command(Words arguments);
+boost::json::object power_command(Words arguments);
+boost::json::object key_command(Words arguments);
 boost::json::object network_command(Words arguments);
 boost::json::object cec_command(Words arguments);
 boost::json::object stick_command(Words arguments);
