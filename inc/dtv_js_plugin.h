@@ -60,6 +60,7 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
  *                             "response": [field...] | null,
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...}}
+ * A URI whose value is one of a table's names has "values" besides, an array of them.
  * A field is {"key", "kind", "limit", "unit", "help", "value", "fields"}: "limit" is the longest text in bytes,
  * "value" stands for a constant text, "fields" for the members of an object. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);

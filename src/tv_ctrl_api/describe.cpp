@@ -124,6 +124,24 @@ static cJSON* describe_type(const ItemType& item) {
                            tvc_json_add(object, "notify", describe_notify(item)));
 }
 
+static constexpr const char* kKeyNames[] = {
+#define TVC_KEY(name, code) name,
+#include "vex_tv_ctrl/keys.def"
+};
+
+// The URIs whose value is one of a table's names.
+static constexpr struct {
+  UINT16 id;
+  std::span<const char* const> names;
+} kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames}};
+
+static cJSON* describe_names(std::span<const char* const> names) {
+  cJSON* const array = cJSON_CreateArray();
+  bool added = true;
+  for (const char* const name : names) added = added && append(array, describe_text(name));
+  return whole(array, added);
+}
+
 static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
   const ItemType* const item = tvc_item_type(row.ui1_type);
   const GroupRoute* const route = tvc_route(tvc_group(row.ui2_id));
@@ -133,14 +151,17 @@ static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
   const bool set = route->set && item && set_use(*item).word && !(action && route->set_needs_record);
   const bool notify = route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone;
   cJSON* const object = cJSON_CreateObject();
-  return whole(object, tvc_json_add(object, "uri", describe_text(row.s_uri)) &&
-                           tvc_json_add(object, "id", tvc_json_number(row.ui2_id)) &&
-                           tvc_json_add(object, "group", describe_text(tvc_group_name(route->group))) &&
-                           tvc_json_add(object, "record", tvc_json_number(tvc_record(row.ui2_id))) &&
-                           tvc_json_add(object, "type", describe_text(tvc_item_type_name(row.ui1_type))) &&
-                           tvc_json_add(object, "get", cJSON_CreateBool(get)) &&
-                           tvc_json_add(object, "set", cJSON_CreateBool(set)) &&
-                           tvc_json_add(object, "notify", cJSON_CreateBool(notify)));
+  bool added = tvc_json_add(object, "uri", describe_text(row.s_uri)) &&
+               tvc_json_add(object, "id", tvc_json_number(row.ui2_id)) &&
+               tvc_json_add(object, "group", describe_text(tvc_group_name(route->group))) &&
+               tvc_json_add(object, "record", tvc_json_number(tvc_record(row.ui2_id))) &&
+               tvc_json_add(object, "type", describe_text(tvc_item_type_name(row.ui1_type))) &&
+               tvc_json_add(object, "get", cJSON_CreateBool(get)) &&
+               tvc_json_add(object, "set", cJSON_CreateBool(set)) &&
+               tvc_json_add(object, "notify", cJSON_CreateBool(notify));
+  for (const auto& [id, names] : kNamedValues)
+    if (id == row.ui2_id) added = added && tvc_json_add(object, "values", describe_names(names));
+  return whole(object, added);
 }
 
 static cJSON* describe_uris() {

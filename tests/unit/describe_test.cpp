@@ -57,8 +57,9 @@ TEST_F(Describe, EveryRowOfTheRegistry) {
   ASSERT_EQ(cJSON_GetArraySize(uris_), 402);
   const cJSON* object = uris_->child;
   for (const TV_CTRL_URI_ID_MAP_T& row : rows) {
-    EXPECT_EQ(keys_of(object),
-              (std::vector<std::string>{"uri", "id", "group", "record", "type", "get", "set", "notify"}));
+    std::vector<std::string> keys{"uri", "id", "group", "record", "type", "get", "set", "notify"};
+    if (std::string_view(row.s_uri) == "/tv/key/irrc") keys.push_back("values");
+    EXPECT_EQ(keys_of(object), keys);
     EXPECT_EQ(text_of(object, "uri"), row.s_uri);
     EXPECT_EQ(number_of(object, "id"), row.ui2_id);
     EXPECT_EQ(text_of(object, "group"), tvc_group_name(row.ui2_id >> 8));
@@ -94,6 +95,22 @@ TEST_F(Describe, SaysWhatAUriIsGoodFor) {
   EXPECT_EQ(found.at("/tv/menu/tuner/scan"), (Use{false, false, false}));
   for (const auto& [uri, use] : found)
     if (!uri.starts_with("/tv/ws/notify/")) EXPECT_FALSE(use.notify) << uri;
+}
+
+// The names of the keys, in their order.
+TEST_F(Describe, NamesTheKeys) {
+  const cJSON* object = uris_->child;
+  while (object && text_of(object, "uri") != "/tv/key/irrc") object = object->next;
+  const cJSON* const values = member(object, "values");
+  ASSERT_TRUE(cJSON_IsArray(values));
+  std::vector<std::string> names;
+  for (const cJSON* value = values->child; value; value = value->next)
+    names.emplace_back(cJSON_IsString(value) ? value->valuestring : "(no text)");
+  ASSERT_EQ(names.size(), 58u);
+  EXPECT_EQ(names.front(), "POWER");
+  EXPECT_EQ(names[31], "VOL+");
+  EXPECT_EQ(names.back(), "BLUE");
+  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
 }
 
 TEST_F(Describe, EveryItemTypeWithARecord) {
