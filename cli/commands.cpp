@@ -10,7 +10,7 @@ namespace json = boost::json;
 
 namespace {
 
-std::string quoted(std::string_view text) { return json::serialize(json::string(text)); }
+std::string json_text(std::string_view text) { return json::serialize(json::string(text)); }
 
 bool describe(Session& session, json::value& ret_description, Failure& ret_failure) {
   std::string text;
@@ -52,7 +52,7 @@ int run_get(const Options& options, Session& session, Words words, Failure& ret_
   if (!build_get_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
     return ret_failure.exit_code;
   }
-  std::string params = R"({"uri":)" + quoted(uri);
+  std::string params = R"({"uri":)" + json_text(uri);
   if (!parameter.empty()) params += R"(,"parameter":)" + parameter;
   std::string answer;
   std::int64_t result = 0;
@@ -76,7 +76,7 @@ int run_set(const Options& options, Session& session, Words words, Failure& ret_
   }
   std::string answer;
   std::int64_t result = 0;
-  if (!session.call("set", R"({"uri":)" + quoted(uri) + R"(,"parameter":)" + parameter + "}", answer, ret_failure) ||
+  if (!session.call("set", R"({"uri":)" + json_text(uri) + R"(,"parameter":)" + parameter + "}", answer, ret_failure) ||
       !take_result(answer, result, ret_failure)) {
     return ret_failure.exit_code;
   }
@@ -280,7 +280,8 @@ int run_watch(const Options& options, Session& session, Words words, Failure& re
   }
   for (const std::string& uri : uris) {
     std::string answer;
-    if (!session.call("subscribe", R"({"uri":)" + quoted(uri) + "}", answer, ret_failure)) return ret_failure.exit_code;
+    if (!session.call("subscribe", R"({"uri":)" + json_text(uri) + "}", answer, ret_failure))
+      return ret_failure.exit_code;
   }
   const auto print = [](const std::string& params) {
     if (const auto text = json_member(params, "notification"); text) return print_line(*text);
