@@ -13,14 +13,19 @@
 #include <utility>
 #include <vector>
 
+#include "sandbox/sandbox.h"
 #include "tv_ctrl_main.h"
 #include "tvapi/all.h"
 
 static constexpr const char* kVolume = "/tv/cast/volume/volume";
 static constexpr const char* kVolumeEvent = "/tv/ws/notify/volume_ctrl";
+static constexpr const char* kNumber = "/tv/config/value_number";
+static constexpr const char* kText = "/tv/config/language_string";
 static constexpr const char* kPlayerEvent = "/tv/ws/notify/cbrowser_playback";
 static constexpr const char* kGetRequest = R"({"PARAMETER":{"REQUEST":"GET"}})";
 static constexpr const char* kSetRequest = R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":23}})";
+static constexpr const char* kNumberRequest = R"({"PARAMETER":{"REQUEST":"QUERY","cfgId":"g_audio__balance"}})";
+static constexpr const char* kTextRequest = R"({"PARAMETER":{"REQUEST":"QUERY","langId":"IDS_VOLUME"}})";
 static constexpr std::size_t kPendingLength = 1000;  // of the longer pending text, in characters
 
 static a_vextvapi_volctrl_nfy_fct volume_callback;
@@ -32,6 +37,11 @@ INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void*
   return 0;
 }
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
+UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
+INT32 a_vextvapi_config_get_value(INT32, const char*, INT32* value) {
+  *value = 23;
+  return 0;
+}
 
 // What the host hands in; one byte more than is written, so that it reads as a text.
 static char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
@@ -47,6 +57,14 @@ static void ours_get_request() {
 }
 static void ours_get_plain() {
   a_dtv_jsp_get(kVolume, nullptr, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_number() {
+  a_dtv_jsp_get(kNumber, kNumberRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_text() {
+  a_dtv_jsp_get(kText, kTextRequest, host_buffer);
   keep(host_buffer);
 }
 static void ours_set() { a_dtv_jsp_set(kVolume, kSetRequest); }
@@ -101,22 +119,35 @@ static void floor_parse(const char* text) {
   cJSON_Delete(root);
 }
 
-static void floor_get_plain() {
+static void floor_get(const char* uri, std::initializer_list<std::pair<const char*, const char*>> texts,
+                      std::initializer_list<std::pair<const char*, double>> numbers) {
   floor_clear();
   cJSON* const root = cJSON_CreateObject();
-  cJSON_AddStringToObject(root, "URI", kVolume);
+  cJSON_AddStringToObject(root, "URI", uri);
   cJSON_AddNumberToObject(root, "STATUS", 0);
-  floor_item(cJSON_AddArrayToObject(root, "ITEMS"), {{"NAME", "Volume"}, {"TYPE", "TYPE_VALUE"}},
-             {{"GROUP", 4}, {"STATE", 1}, {"MINIMUM", 0}, {"MAXIMUM", 0}, {"INCREMENT", 1}, {"VALUE", 23}});
+  floor_item(cJSON_AddArrayToObject(root, "ITEMS"), texts, numbers);
   char* const text = cJSON_PrintUnformatted(root);
   cJSON_Delete(root);
   memcpy(host_buffer, text, strlen(text));
   keep(host_buffer);
   free(text);
 }
+static void floor_get_plain() {
+  floor_get(kVolume, {{"NAME", "Volume"}, {"TYPE", "TYPE_VALUE"}},
+            {{"GROUP", 4}, {"STATE", 1}, {"MINIMUM", 0}, {"MAXIMUM", 0}, {"INCREMENT", 1}, {"VALUE", 23}});
+}
 static void floor_get_request() {
   floor_parse(kGetRequest);
   floor_get_plain();
+}
+static void floor_get_number() {
+  floor_parse(kNumberRequest);
+  floor_get(kNumber, {{"cfgId", "g_audio__balance"}, {"valueString", ""}},
+            {{"valueInt", 23}, {"valueMin", 0}, {"valueMax", 0}});
+}
+static void floor_get_text() {
+  floor_parse(kTextRequest);
+  floor_get(kText, {{"langId", "IDS_VOLUME"}, {"langString", "Volume"}}, {});
 }
 static void floor_set() {
   floor_parse(kSetRequest);
@@ -230,6 +261,8 @@ static double time_side(const Side& side, int count, double clock_ns) {
 static constexpr Operation operations[] = {
     {"get_volume", 50, {nullptr, ours_get_request}, {nullptr, floor_get_request}},
     {"get_volume_without_request", 50, {nullptr, ours_get_plain}, {nullptr, floor_get_plain}},
+    {"get_config_number", 50, {nullptr, ours_get_number}, {nullptr, floor_get_number}},
+    {"get_language_string", 50, {nullptr, ours_get_text}, {nullptr, floor_get_text}},
     {"set_volume", 200, {nullptr, ours_set}, {nullptr, floor_set}},
     {"notify_single", 100, {nullptr, ours_notify_single}, {nullptr, floor_notify_single}},
     {"notify_queued_empty", 100, {ours_empty_queue, ours_notify_queued}, {floor_empty_queue, floor_notify_queued}},
@@ -265,7 +298,13 @@ static int count_for_length() {
   }
 }
 
-int main() {
+int main(int argc, char** argv) {
+  std::string error = "usage: bench_plugin FOLDER, where the language libraries are; a full path";
+  const WantedPath languages = {.what = WantedPath::BOUND, .content = argc > 1 ? argv[1] : ""};
+  if (argc != 2 || !sandbox_enter({{"/3rd/i18n", languages}}, NewFolders::READ_ONLY, error)) {
+    fprintf(stderr, "bench_plugin: %s\n", error.c_str());
+    return 1;
+  }
   a_dtv_jsp_init_res();
   a_dtv_jsp_init();
   UINT8 type;
@@ -281,6 +320,8 @@ int main() {
   const auto ours_queued = [] { ours_fill_queue(), ours_notify_queued(), ours_empty_queue(); };
   const auto floor_queued = [] { floor_fill_queue(), floor_notify_queued(), floor_fetch(); };
   if (!same_text("get", ours_get_request, floor_get_request) ||
+      !same_text("get of a configuration number", ours_get_number, floor_get_number) ||
+      !same_text("get of a language string", ours_get_text, floor_get_text) ||
       !same_text("single notification", ours_notify_and_fetch, floor_notify_and_fetch) ||
       !same_text("queued notification", ours_queued, floor_queued))
     return 1;

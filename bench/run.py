@@ -31,6 +31,8 @@ AT_MOST, AT_LEAST = "at most", "at least"
 TARGETS = {
     "get_volume": (AT_MOST, 1.5),
     "get_volume_without_request": (AT_MOST, 1.5),
+    "get_config_number": (AT_MOST, 1.5),
+    "get_language_string": (AT_MOST, 1.5),
     "set_volume": (AT_MOST, 1.5),
     "notify_single": (AT_MOST, 1.5),
     "notify_queued_empty": (AT_MOST, 1.5),
@@ -123,7 +125,7 @@ class Bench:
         return run_json(words, seconds + 20)[0]
 
     def measure_plugin(self):
-        for figure in run_json([self.bin / "bench_plugin"], 60):
+        for figure in run_json([self.bin / "bench_plugin", (self.lib / "i18n").resolve()], 60):
             self.add(figure["name"], figure["unit"], figure["value"], figure["floor"])
 
     def measure_requests(self, host_port, echo_port):
