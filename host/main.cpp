@@ -12,6 +12,8 @@
 #include <optional>
 #include <thread>
 
+#include "private_paths.h"
+#include "sandbox/device.h"
 #include "server.h"
 
 namespace fs = std::filesystem;
@@ -31,6 +33,9 @@ Serves the TV-control plugin: JSON-RPC 2.0 by WebSocket and POST at /jsonrpc, GE
   --platform FILE         the platform's library, instead of the virtual television
   --tap FILE              the tap's library
   --no-tap                nothing between plugin and platform: no traces, no faults; notifications are polled for
+  --no-private-paths      the machine's own /3rd/i18n and /dev/cli, as on a set; else this process alone is given some,
+                          where the machine has none
+  --no-cec                do not start HDMI-CEC
   --max-message BYTES     longest request message (default 16777216)
   --max-connections N     connections at a time (default 256)
   --max-subscriptions N   notification URIs per client (default 1000)
@@ -45,16 +50,10 @@ Try:  curl http://127.0.0.1:8080/tv/cast/volume/volume
 struct Options {
   ServerOptions server;
   StackOptions stack;
+  bool private_paths = true;
+  bool cec = true;
   bool quiet = false;
 };
-
-// The page as installed, else as built beside the build tree.
-std::string default_web_folder() {
-  std::error_code failure;
-  const fs::path program = fs::read_symlink("/proc/self/exe", failure).parent_path();
-  const fs::path installed = (program / "../share/dtv_js_plugin/web").lexically_normal();
-  return fs::exists(installed, failure) ? installed : (program / "../../web/dist").lexically_normal();
-}
 
 bool read_count(const char* text, std::size_t& ret_count) {
   std::size_t count = 0;
@@ -74,6 +73,8 @@ enum Option {
   option_platform,
   option_tap,
   option_no_tap,
+  option_no_private_paths,
+  option_no_cec,
   option_max_message,
   option_max_connections,
   option_max_subscriptions,
@@ -91,6 +92,8 @@ constexpr option long_options[] = {{"listen", required_argument, nullptr, option
                                    {"platform", required_argument, nullptr, option_platform},
                                    {"tap", required_argument, nullptr, option_tap},
                                    {"no-tap", no_argument, nullptr, option_no_tap},
+                                   {"no-private-paths", no_argument, nullptr, option_no_private_paths},
+                                   {"no-cec", no_argument, nullptr, option_no_cec},
                                    {"max-message", required_argument, nullptr, option_max_message},
                                    {"max-connections", required_argument, nullptr, option_max_connections},
                                    {"max-subscriptions", required_argument, nullptr, option_max_subscriptions},
@@ -131,6 +134,12 @@ std::string take_option(int number, const char* value, Options& options) {
     case option_no_tap:
       options.stack.tap.clear();
       return {};
+    case option_no_private_paths:
+      options.private_paths = false;
+      return {};
+    case option_no_cec:
+      options.cec = false;
+      return {};
     case option_max_message:
       return count(options.server.max_message);
     case option_max_connections:
@@ -170,6 +179,15 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
   return 2;
 }
 
+// Gives the plugin the paths that it wants, and makes the state folder, which may stand in a folder that nothing can be
+// made in afterwards.
+PrivatePaths enter_private_paths(const Options& options) {
+  if (!options.private_paths) return {};
+  std::error_code told_later;
+  if (!options.stack.state_folder.empty()) fs::create_directories(options.stack.state_folder, told_later);
+  return private_paths_enter(stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n"));
+}
+
 // On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
 // process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
 // wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
@@ -199,8 +217,10 @@ int main(int argc, char** argv) {
   Options options;
   options.stack = stack_defaults();
   options.server.policy = {.address = "127.0.0.1", .port = 8080, .allowed_origins = {}};
-  options.server.web_folder = default_web_folder();
+  options.server.web_folder = stack_beside_program("../share/dtv_js_plugin/web", "../../web/dist");
   if (const std::optional<int> code = read_options(argc, argv, options)) return *code;
+
+  const PrivatePaths paths = enter_private_paths(options);
 
   // Before any other thread is made: all of them leave the signals to the one that waits for them.
   sigset_t signals;
@@ -216,6 +236,10 @@ int main(int argc, char** argv) {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;
   }
+  if (paths.device) device_listen(stack.tv_command);
+  if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
+    fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
+
   static Server server;
   if (!server_start(server, options.server, stack, error)) {
     stack_stop(stack);

@@ -20,21 +20,9 @@ namespace json = boost::json;
 
 namespace {
 
-// Folder of the running program; empty where /proc tells nothing.
-fs::path program_folder() {
-  std::error_code ignored;
-  return fs::read_symlink("/proc/self/exe", ignored).parent_path();
-}
-
-// The library beside the program, in the first of the folders that has it; else the first folder's path, so that the
-// message of a failed load names a place.
-std::string library_path(const fs::path& program, const char* name) {
-  const fs::path folders[] = {program / "../lib", program / ".." / DTV_INSTALL_LIBDIR};
-  for (const fs::path& folder : folders) {
-    std::error_code ignored;
-    if (fs::exists(folder / name, ignored)) return (folder / name).lexically_normal();
-  }
-  return (folders[0] / name).lexically_normal();
+std::string library_path(const char* name) {
+  return stack_beside_program(("../" DTV_INSTALL_LIBDIR "/" + std::string(name)).c_str(),
+                              ("../lib/" + std::string(name)).c_str());
 }
 
 std::string state_folder() {
@@ -70,8 +58,16 @@ bool find(void* library, const std::string& path, const char* name, Function*& r
   return true;
 }
 
+// Null where the library does not define it.
+template <typename Function>
+void find_if_any(void* library, const char* name, Function*& ret_function) {
+  ret_function = reinterpret_cast<Function*>(dlsym(library, name));
+}
+
 bool start_platform(void* library, const StackOptions& options, Stack& stack, std::string& ret_error) {
-  auto* start = reinterpret_cast<decltype(&dtv_tv_start)>(dlsym(library, "dtv_tv_start"));
+  decltype(&dtv_tv_start) start = nullptr;
+  find_if_any(library, "dtv_tv_start", start);
+  find_if_any(library, "dtv_tv_command", stack.tv_command);
   if (start == nullptr) return true;  // a platform that is no virtual television starts by itself
   if (!find(library, options.platform, "dtv_tv_control", stack.tv_control, ret_error) ||
       !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
@@ -187,11 +183,16 @@ std::string with_fault_help(std::string help) {
 
 }  // namespace
 
+std::string stack_beside_program(const char* installed, const char* built) {
+  std::error_code ignored;
+  const fs::path program = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+  return (program / (fs::exists(program / installed, ignored) ? installed : built)).lexically_normal();
+}
+
 StackOptions stack_defaults() {
-  const fs::path program = program_folder();
-  return {.plugin = library_path(program, "libdtv_js_plugin.so"),
-          .tap = library_path(program, "libdtv_tap.so"),
-          .platform = library_path(program, "libdtv_tv.so"),
+  return {.plugin = library_path("libdtv_js_plugin.so"),
+          .tap = library_path("libdtv_tap.so"),
+          .platform = library_path("libdtv_tv.so"),
           .state_folder = state_folder()};
 }
 
@@ -234,6 +235,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
       !find(plugin, options.plugin, "a_dtv_jsp_get_listener_buffer", stack.fetch, ret_error) ||
       !find(plugin, options.plugin, "a_dtv_jsp_describe", stack.describe, ret_error))
     return give_up();
+  find_if_any(plugin, "tvc_ctrl_cec_detect_init", stack.start_cec);
   init_res();
   init();
 

@@ -13,6 +13,10 @@ struct StackOptions {
   std::string state_folder;  // where the virtual television keeps its state; made when missing
 };
 
+// Where something stands, by its path from the running program's folder: as installed, else as built. Where it is
+// neither, the path as built, so that a message names a place.
+std::string stack_beside_program(const char* installed, const char* built);
+
 // The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).
 StackOptions stack_defaults();
 
@@ -24,6 +28,7 @@ struct Stack {
   std::int32_t (*remove_listener)(const char* uri);
   std::int32_t (*fetch)(const char* uri, void* buffer, std::int32_t length);
   char* (*describe)();
+  std::int32_t (*start_cec)();  // see tvc_ctrl_cec_detect_init in "tv_ctrl_main.h"; null: it has none
 
   // The tap's (see "dtv_tap.h"); null without a tap.
   void (*watch)(dtv_tap_line_fct fct, void* context);
@@ -33,6 +38,7 @@ struct Stack {
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
   char* (*tv_control)(const char* command);
+  void (*tv_command)(char character);  // null also where it takes no characters
   void (*tv_stop)();
 };
 

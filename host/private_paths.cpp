@@ -1,0 +1,60 @@
+#include "private_paths.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "sandbox/device.h"
+#include "sandbox/sandbox.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* plugin_languages = "/3rd/i18n";
+
+void complain(const std::string& reason) {
+  fprintf(stderr,
+          "dtv-host: no language strings and no keys, since this machine allows no private paths (%s); "
+          "--no-private-paths does without\n",
+          reason.c_str());
+}
+
+// What fails half-way leaves a process that is of no use, so a child tries it first.
+bool is_allowed(const WantedPaths& wanted) {
+  const pid_t child = fork();
+  if (child == 0) {
+    std::string error;
+    const bool entered = sandbox_enter(wanted, NewFolders::READ_ONLY, error);
+    if (!entered) complain(error);
+    _exit(entered ? 0 : 1);
+  }
+  int status = 0;
+  if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status)) return WEXITSTATUS(status) == 0;
+  complain("a child process could not try");
+  return false;
+}
+
+}  // namespace
+
+PrivatePaths private_paths_enter(const std::string& language_folder) {
+  WantedPaths wanted;
+  std::error_code failure;
+  if (!fs::exists(plugin_languages, failure)) {
+    const fs::path folder = fs::canonical(language_folder, failure);
+    if (failure)
+      fprintf(stderr, "dtv-host: no language strings, since there is no folder %s\n", language_folder.c_str());
+    else
+      wanted[plugin_languages] = {.what = WantedPath::BOUND, .content = folder};
+  }
+  const bool device = !fs::exists(DEVICE_PATH, failure);
+  if (device) wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = {}};
+  if (wanted.empty() || !is_allowed(wanted)) return {};
+  std::string error;
+  if (sandbox_enter(wanted, NewFolders::READ_ONLY, error)) return {.device = device};
+  complain(error);  // half-way, though the child had come through
+  exit(1);
+}
