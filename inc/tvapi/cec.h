@@ -16,22 +16,47 @@ typedef struct {
 typedef struct {
   INT32 e_start_la;
   INT32 e_stop_la;
-  UINT32 ui4_itvl; /* between two polls; 0: the platform's own */
-  UINT8 b_batch_polling;
+  UINT32 ui4_itvl;       /* ms between two polls; 0: as close as the bus takes them */
+  UINT8 b_batch_polling; /* 1: asks the devices that answer only when all addresses have been polled */
 } CECM_DEV_DISCOVERY_T;
+
+/* e_nfy_type: whose event it is. */
+enum {
+  CECM_NFY_TYPE_OPCODE = 0, /* a message on the bus; u_code.e_opcode is its opcode */
+  CECM_NFY_TYPE_MSGCODE = 1 /* the CEC manager's own; u_code.e_msgcode is one of those below */
+};
+
+/* e_brdcst_type: to whom a message was sent. */
+enum { CECM_BRDCST_TYPE_DIRECT = 0 /* to the set */, CECM_BRDCST_TYPE_BROADCAST = 1 /* to everybody */ };
+
+/* u_code.e_msgcode */
+enum {
+  CECM_MSGCODE_DEV_LST = 1, /* a discovery has ended; ui4_attr has a bit for each logical address with a device */
+  CECM_MSGCODE_5V_PWR = 2   /* a device was plugged in or pulled out, by the 5 V that an input carries */
+};
+
+/* What a list of devices says, compared with the list before. */
+enum { CECM_DEV_LST_UNCHANGED = 0, CECM_DEV_LST_CHANGED = 1 };
+
+/* What a device wants with one touch play: its picture in place of everything, or with text left over it. */
+enum { CECM_ONE_TOUCH_IMAGE_VIEW = 1, CECM_ONE_TOUCH_TEXT_VIEW = 2 };
+
+/* A physical address is 16 bits of four digits, 0x1200 for 1.2.0.0. Its input is its first digit: 0 the set itself, n
+ * for HDMI n. HDMI n is component n; the set itself and what is unknown are component 0. */
+enum { CECM_PHY_ADDR_UNKNOWN = 0xFFFF, CECM_INPUT_UNKNOWN = 0xF, CECM_COMP_ID_NONE = 0 };
 
 typedef union {
   INT32 e_msgcode; /* of the CEC manager's own events */
-  INT32 e_opcode;  /* of a message on the bus */
+  INT32 e_opcode;  /* of a message on the bus, as HDMI-CEC numbers it */
 } CECM_NFY_CODE_T;
 
 /* An event. What the data words hold depends on the event. */
 typedef struct {
-  INT32 e_sent_la;     /* logical address of the sender */
-  INT32 e_sent_opcode; /* what the event answers */
+  INT32 e_sent_la;     /* logical address of the sender; the set's for the CEC manager's own events */
+  INT32 e_sent_opcode; /* opcode of the set's message that this one answers; 0 when it answers none */
   INT32 e_nfy_type;
   INT32 e_brdcst_type;
-  UINT32 ui4_attr;
+  UINT32 ui4_attr; /* of a message: how many bytes of operands it has */
   CECM_NFY_CODE_T u_code;
   UINT32 u_data[10];
 } CECM_NFY_T;
