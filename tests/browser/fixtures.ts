@@ -39,8 +39,9 @@ export const test = base.extend<Fixtures>({
       page.on("request", (request) => foreign(request.url()));
       page.on("websocket", (socket) => foreign(socket.url()));
       await page.goto(host.origin + path);
-      await expect(page.getByText("Connected", { exact: true })).toBeAttached();
-      await expect(slider(page)).toBeEnabled();
+      // In whatever language the page is.
+      await expect(connection(page)).toHaveAttribute("data-state", "open");
+      await expect(page.locator(".volume input")).toBeEnabled();
       return page;
     });
     for (const page of pages) await page.context().close();
@@ -51,7 +52,7 @@ export const test = base.extend<Fixtures>({
 export const slider = (page: Page): Locator => page.getByRole("slider", { name: "Volume" });
 export const muteButton = (page: Page): Locator => page.getByRole("button", { name: "Mute", exact: true });
 export const connection = (page: Page): Locator => page.locator(".connection");
-export const logRows = (page: Page, name: "Notifications" | "Platform calls"): Locator =>
+export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");
 
 export { expect };

@@ -15,6 +15,7 @@ const web = resolve(here, "../../web/dist");
 export const volumeUri = "/tv/cast/volume/volume";
 export const muteUri = "/tv/cast/volume/mute";
 export const volumeNotifyUri = "/tv/ws/notify/volume_ctrl";
+export const configNotifyUri = "/tv/ws/notify/config_update";
 
 interface Item {
   VALUE: number;

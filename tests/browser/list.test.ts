@@ -2,7 +2,7 @@ import type { Page } from "@playwright/test";
 import { expect, test } from "./fixtures";
 
 const links = (page: Page) => page.getByRole("navigation", { name: "URIs by group" }).getByRole("link");
-const search = (page: Page) => page.getByRole("searchbox", { name: "Search URIs" });
+const search = (page: Page) => page.getByRole("searchbox", { name: "Search" });
 
 test("every URI of the registry is listed, with type and abilities", async ({ host, open }) => {
   const page = await open();
@@ -33,7 +33,7 @@ test("the search takes several words in any order", async ({ open }) => {
 
   await search(page).fill("volume nosuchword");
   await expect(links(page)).toHaveCount(0);
-  await expect(page.getByText("No URI holds all of these words.")).toBeVisible();
+  await expect(page.getByText("Nothing found")).toBeVisible();
 });
 
 test("list and search work by keyboard", async ({ open }) => {

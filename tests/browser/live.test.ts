@@ -24,7 +24,7 @@ test("the log shows notifications newest first, pauses and clears", async ({ hos
   await host.write(volumeUri, 13);
   await expect(live).toContainText("Paused · 1 waiting");
   await expect(rows).toHaveCount(2);
-  await live.getByRole("button", { name: "Resume" }).click();
+  await live.getByRole("button", { name: "Pause" }).click();
   await expect(rows).toHaveCount(3);
   await expect(rows.first()).toContainText("volValue 13");
 
@@ -42,7 +42,7 @@ test("one click ends a subscription and one starts it", async ({ host, open }) =
   await host.write(volumeUri, 10);
   const page = await open();
   const rows = logRows(page, "Notifications");
-  const bell = page.getByRole("button", { name: `Subscribe to ${volumeNotifyUri}` });
+  const bell = page.getByRole("button", { name: `Subscribe: ${volumeNotifyUri}` });
   await expect(bell).toHaveAttribute("aria-pressed", "true");
 
   await bell.click();
@@ -76,8 +76,8 @@ test("the log says when the queue overflowed", async ({ open }) => {
 test("the live trace shows what other clients cause", async ({ host, open }) => {
   const page = await open();
   const live = page.getByRole("region", { name: "Live" });
-  const rows = logRows(page, "Platform calls");
-  await live.getByRole("button", { name: "Platform calls" }).click();
+  const rows = logRows(page, "Calls");
+  await live.getByRole("button", { name: "Calls" }).click();
   await host.write(volumeUri, 44);
   await expect(rows).toHaveCount(0);
 

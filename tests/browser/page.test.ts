@@ -16,11 +16,11 @@ test.describe("a host that goes away", () => {
     await host.write(volumeUri, 26);
     const page = await open();
     await expect(slider(page)).toHaveValue("26");
-    await page.getByRole("button", { name: "Platform calls" }).click();
+    await page.getByRole("button", { name: "Calls" }).click();
     await page.getByRole("switch").check();
 
     await host.kill();
-    await expect(connection(page)).toContainText("Offline");
+    await expect(connection(page)).toContainText("Disconnected");
     await expect(slider(page)).toBeDisabled();
 
     await host.start();
@@ -32,7 +32,7 @@ test.describe("a host that goes away", () => {
     await expect(async () => {
       await host.write(volumeUri, 71);
       await host.write(volumeUri, 70);
-      await expect(logRows(page, "Platform calls").first()).toBeVisible({ timeout: 500 });
+      await expect(logRows(page, "Calls").first()).toBeVisible({ timeout: 500 });
     }).toPass();
     await expect(slider(page)).toHaveValue("70");
     await page.getByRole("button", { name: "Notifications" }).first().click();
@@ -80,13 +80,13 @@ for (const width of [360, 390]) {
       await expect(logRows(page, "Notifications").first()).toContainText("volValue 55");
       await page.getByText("Subscriptions").click();
       await fits("live");
-      await page.getByRole("button", { name: "Platform calls" }).click();
+      await page.getByRole("button", { name: "Calls" }).click();
       await page.getByRole("switch").check();
       // The host may be asked for the trace a moment after the switch has moved.
       let volume = 56;
       await expect(async () => {
         await host.write(volumeUri, volume++);
-        await expect(logRows(page, "Platform calls").first()).toBeVisible({ timeout: 500 });
+        await expect(logRows(page, "Calls").first()).toBeVisible({ timeout: 500 });
       }).toPass();
       await fits("platform calls");
       await page.goto(`${host.origin}/#${volumeNotifyUri}`);

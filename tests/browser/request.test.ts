@@ -138,22 +138,9 @@ test("the JavaScript text can be run as it is copied", async ({ host, open }) =>
   });
 });
 
-test("a form holds nested fields and 64-bit numbers, and leaves empty ones out", async ({ host, open }) => {
+test("a form holds nested fields and 64-bit numbers, and leaves empty ones out", async ({ open }) => {
   const uri = "/tv/menu/common_setting/convert_utc_to_local_time";
-  const page = await open();
-  // The plugin describes the type already, though nothing serves this URI yet: the list is made to say so.
-  await page.routeWebSocket("**/jsonrpc", (socket) => {
-    const server = socket.connectToServer();
-    server.onMessage((text) => {
-      const message = JSON.parse(String(text));
-      for (const row of message.result?.uris ?? []) {
-        if (row.uri === uri) row.get = row.set = true;
-      }
-      socket.send(JSON.stringify(message));
-    });
-  });
-  await page.goto(`${host.origin}/#${uri}`);
-  await page.reload();
+  const page = await open(`/#${uri}`);
   const parameter = async () => JSON.parse(await sample(page).innerText()).params.parameter;
   const field = (name: string) => page.getByRole("textbox", { name: new RegExp(`^${name}`) });
 
@@ -173,5 +160,5 @@ test("a form holds nested fields and 64-bit numbers, and leaves empty ones out",
   expect(await parameter()).toEqual({ REQUEST: "QUERY", DTG: { YEAR: 2026, MONTH: 3 } });
 
   await page.getByRole("form").getByRole("button", { name: "Get", exact: true }).click();
-  await expect(response(page)).toContainText(/ret -\d/);
+  await expect(response(page)).toContainText("ret 0");
 });

@@ -32,12 +32,6 @@ test("the remote control of the television moves the slider", async ({ host, ope
   await expect(slider(page)).toHaveValue("41");
   expect(await host.read(volumeUri)).toBe(41);
 
-  await page.getByRole("button", { name: "Remote control: volume down" }).click();
-  await page.getByRole("button", { name: "Remote control: volume down" }).click();
-  await expect(slider(page)).toHaveValue("39");
-  await page.getByRole("button", { name: "Remote control: volume up" }).click();
-  await expect(slider(page)).toHaveValue("40");
-  expect(await host.read(volumeUri)).toBe(40);
 });
 
 test("mute follows and is followed", async ({ host, open }) => {
@@ -51,7 +45,7 @@ test("mute follows and is followed", async ({ host, open }) => {
   await expect(muteButton(other)).toHaveAttribute("aria-pressed", "true");
   expect(await host.read(muteUri)).toBe(1);
 
-  await other.getByRole("button", { name: "Remote control: mute" }).click();
+  expect((await host.dtvctl("tv", "mute", "toggle")).code).toBe(0);
   await expect(muteButton(one)).toHaveAttribute("aria-pressed", "false");
   expect(await host.read(muteUri)).toBe(0);
 });
@@ -142,6 +136,6 @@ test("a refused set puts the slider back and says so", async ({ host, open }) =>
 
   await slider(page).fill("80");
   await expect(slider(page)).toHaveValue("30");
-  await expect(page.locator(".notice")).toContainText("/tv/cast/volume/volume was not set (ret -1)");
+  await expect(page.locator(".notice")).toContainText("/tv/cast/volume/volume was refused: Failure (ret -1)");
   expect(await host.read(volumeUri)).toBe(30);
 });

@@ -5,6 +5,8 @@ import "./styles/header.css";
 import "./styles/list.css";
 import "./styles/request.css";
 import "./styles/live.css";
+import "./styles/config.css";
+import "./styles/remote.css";
 import "./styles/layout.css";
 
 const root = document.getElementById("app");

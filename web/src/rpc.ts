@@ -66,6 +66,8 @@ export interface UriRow {
   get: boolean;
   set: boolean;
   notify: boolean;
+  /** The names that the URI's value may have, where there is a table of them. */
+  values?: string[] | null;
 }
 
 export interface ItemType {

@@ -1,5 +1,6 @@
-import { connection, reconnectNow, remote } from "../model/session";
-import { MinusIcon, PlusIcon } from "./icons";
+import { label, language, languages, setLanguage } from "../model/labels";
+import { connection, reconnectNow } from "../model/session";
+import { Tabs } from "./tabs";
 import { VolumeBar } from "./volume-bar";
 
 export function Header() {
@@ -15,45 +16,51 @@ export function Header() {
           <b>dtv</b> <span class="second">inspector</span>
         </span>
       </a>
+      <Tabs />
       <VolumeBar />
-      <Remote />
+      <LanguageMenu />
       <Connection />
     </header>
   );
 }
 
-/** Keys of the television's own remote control: what a viewer does, beside what an application sets. */
-const Remote = () => (
-  <div class="remote" role="group" aria-label="Remote control">
-    <span class="remote-name">Remote</span>
-    <button type="button" aria-label="Remote control: volume down" onClick={() => remote("volume", "down")}>
-      <MinusIcon />
-    </button>
-    <span class="remote-vol" aria-hidden="true">
-      VOL
-    </span>
-    <button type="button" aria-label="Remote control: volume up" onClick={() => remote("volume", "up")}>
-      <PlusIcon />
-    </button>
-    <button
-      type="button"
-      class="remote-mute"
-      aria-label="Remote control: mute"
-      onClick={() => remote("mute", "toggle")}
-    >
-      MUTE
-    </button>
-  </div>
-);
+/** The language of the television's menus, and with it that of this page. */
+function LanguageMenu() {
+  const code = language.value;
+  const listed = languages.some((each) => each.code === code);
 
-const stateNames = { open: "Connected", connecting: "Connecting…", waiting: "Offline" } as const;
+  async function choose(menu: HTMLSelectElement) {
+    await setLanguage(menu.value);
+    menu.value = language.value ?? "";
+  }
+
+  return (
+    <select
+      class="language"
+      aria-label={label("IDS_MENU_LANGUAGE")}
+      title={label("IDS_MENU_LANGUAGE")}
+      value={code ?? ""}
+      disabled={code === null || connection.value.name !== "open"}
+      onChange={(event) => void choose(event.currentTarget)}
+    >
+      {!listed && <option value={code ?? ""}>{code || "–"}</option>}
+      {languages.map((each) => (
+        <option key={each.code} value={each.code} lang={each.tag}>
+          {each.name}
+        </option>
+      ))}
+    </select>
+  );
+}
+
+const stateNames = { open: "IDS_CONNECTED", connecting: "IDS_DISCONNECTED", waiting: "IDS_DISCONNECTED" } as const;
 
 function Connection() {
   const { name } = connection.value;
   return (
     <div class="connection" data-state={name}>
       <span class="dot" aria-hidden="true" />
-      <span role="status">{stateNames[name]}</span>
+      <span role="status">{label(stateNames[name])}</span>
       {name === "waiting" && (
         <button type="button" class="link-button" onClick={reconnectNow}>
           Retry

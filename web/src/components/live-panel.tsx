@@ -1,6 +1,7 @@
 import { useSignal } from "@preact/signals";
 import type { ComponentChildren } from "preact";
 import { isObject } from "../model/json";
+import { label } from "../model/labels";
 import { clock, type Log } from "../model/log";
 import { calls, list, notifications, setTracing, setWatched, tracing, watched, type LogValue } from "../model/session";
 import { CallLine } from "./call-list";
@@ -22,8 +23,8 @@ export function LivePanel() {
   return (
     <section class="panel live" aria-label="Live">
       <div class="segments" role="group" aria-label="Live log">
-        {tab("notifications", "Notifications", notifications)}
-        {tab("calls", "Platform calls", calls)}
+        {tab("notifications", label("IDS_NOTIFICATIONS"), notifications)}
+        {tab("calls", label("IDS_CALLS"), calls)}
       </div>
       {feed.value === "notifications" ? <Notifications /> : <PlatformCalls />}
     </section>
@@ -59,7 +60,7 @@ function Notifications() {
       </details>
       <LogView
         log={notifications}
-        label="Notifications"
+        name={label("IDS_NOTIFICATIONS")}
         empty={
           watched.value.size > 0
             ? "Waiting for the first notification. Change the volume to see one."
@@ -112,7 +113,7 @@ const PlatformCalls = () => (
     </div>
     <LogView
       log={calls}
-      label="Platform calls"
+      name={label("IDS_CALLS")}
       empty={tracing.value ? "Waiting for the first call." : "The trace is off."}
       title={() => ""}
       render={(line) => <CallLine line={line} />}
@@ -122,14 +123,14 @@ const PlatformCalls = () => (
 
 interface LogViewProps<T> {
   log: Log<T>;
-  label: string;
+  name: string;
   empty: string;
   /** Stands beside the time. */
   title: (value: T) => string;
   render: (value: T) => ComponentChildren;
 }
 
-function LogView<T>({ log, label, empty, title, render }: LogViewProps<T>) {
+function LogView<T>({ log, name, empty, title, render }: LogViewProps<T>) {
   const paused = log.paused.value;
   return (
     <>
@@ -139,14 +140,14 @@ function LogView<T>({ log, label, empty, title, render }: LogViewProps<T>) {
         </span>
         <button type="button" class="button small" aria-pressed={paused} onClick={() => log.setPaused(!paused)}>
           {paused ? <PlayIcon /> : <PauseIcon />}
-          {paused ? "Resume" : "Pause"}
+          {label("IDS_PAUSE")}
         </button>
         <button type="button" class="button small" onClick={() => log.clear()}>
           <ClearIcon />
-          Clear
+          {label("IDS_CLEAR")}
         </button>
       </div>
-      <ol class="log" aria-label={label}>
+      <ol class="log" aria-label={name}>
         {log.entries.value.map((entry) => (
           <li key={entry.number}>
             <span class="when">

@@ -1,4 +1,5 @@
 import { useEffect } from "preact/hooks";
+import { label } from "../model/labels";
 import { notice } from "../model/session";
 
 const shownMs = 6000;
@@ -18,7 +19,7 @@ export function Notice() {
         <p key={current.number}>
           <span>{current.text}</span>
           <button type="button" class="link-button" onClick={() => (notice.value = null)}>
-            Dismiss
+            {label("IDS_CLOSE")}
           </button>
         </p>
       )}

@@ -1,5 +1,6 @@
 import { useSignal } from "@preact/signals";
 import { hexId, shortType } from "../model/catalogue";
+import { label } from "../model/labels";
 import { groups, list, outcomes, selectedRow, selectedType, selectedUri, setWatched, watched } from "../model/session";
 import type { ItemType, UriRow } from "../rpc";
 import { Breakable } from "./breakable";
@@ -11,7 +12,7 @@ import { Sample } from "./sample";
 export function RequestPanel() {
   const row = selectedRow.value;
   return (
-    <main class="panel request" aria-label="Request">
+    <main class="panel request" aria-label={label("IDS_REQUEST")}>
       {row ? (
         <Selected key={row.uri} row={row} type={selectedType.value} />
       ) : selectedUri.value ? (
@@ -28,7 +29,8 @@ export function RequestPanel() {
 }
 
 type Ability = "get" | "set" | "notify";
-const tabNames: Record<Ability, string> = { get: "Get", set: "Set", notify: "Notifications" };
+const nameOf = (ability: Ability): string =>
+  ability === "notify" ? label("IDS_NOTIFICATIONS") : ability === "get" ? "Get" : "Set";
 
 function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
@@ -73,7 +75,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
         <div class="request-cards">
           <section class="card" aria-label="Make a request">
             {abilities.length === 1 ? (
-              <h2>{chosen.value && tabNames[chosen.value]}</h2>
+              <h2>{chosen.value && nameOf(chosen.value)}</h2>
             ) : (
               <div class="segments" role="group" aria-label="Kind of request">
                 {abilities.map((ability) => (
@@ -83,7 +85,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
                     aria-pressed={chosen.value === ability}
                     onClick={() => (chosen.value = ability)}
                   >
-                    {tabNames[ability]}
+                    {nameOf(ability)}
                   </button>
                 ))}
               </div>
@@ -123,7 +125,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
       )}
       <div class="actions">
         <button type="button" class={on ? "button" : "button primary"} onClick={() => setWatched(row.uri, !on)}>
-          {on ? "Unsubscribe" : "Subscribe"}
+          {label(on ? "IDS_UNSUBSCRIBE" : "IDS_SUBSCRIBE")}
         </button>
         <span class="quiet">{on ? "Notifications appear in the live log." : ""}</span>
       </div>

@@ -1,4 +1,5 @@
 import { isObject } from "../model/json";
+import { label } from "../model/labels";
 import type { Outcome } from "../model/session";
 import { meaningOf } from "../model/status";
 import { RpcError, type Field, type Json, type JsonObject } from "../rpc";
@@ -7,8 +8,8 @@ import { JsonBlock } from "./json-view";
 
 export function ResponseView({ outcome, fields }: { outcome: Outcome | undefined; fields: Field[] }) {
   return (
-    <section class="card response" aria-label="Response" aria-live="polite">
-      <h2>Response</h2>
+    <section class="card response" aria-label={label("IDS_RESPONSE")} aria-live="polite">
+      <h2>{label("IDS_RESPONSE")}</h2>
       {outcome ? (
         <Answer key={outcome.number} outcome={outcome} fields={fields} />
       ) : (

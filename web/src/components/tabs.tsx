@@ -1,27 +1,30 @@
 import type { FunctionComponent } from "preact";
-import { notifications, view, type View } from "../model/session";
-import { ListIcon, PulseIcon, SendIcon } from "./icons";
+import { label, type LabelId } from "../model/labels";
+import { notifications, show, view, type View } from "../model/session";
+import { ListIcon, PulseIcon, RemoteIcon, SendIcon, SlidersIcon } from "./icons";
 
-const entries: { id: View; text: string; icon: FunctionComponent }[] = [
+const entries: { id: View; text?: string; textId?: LabelId; icon: FunctionComponent }[] = [
   { id: "uris", text: "URIs", icon: ListIcon },
-  { id: "request", text: "Request", icon: SendIcon },
+  { id: "request", textId: "IDS_REQUEST", icon: SendIcon },
+  { id: "configuration", textId: "IDS_CONFIGURATION", icon: SlidersIcon },
+  { id: "remote", textId: "IDS_REMOTE_CONTROL", icon: RemoteIcon },
   { id: "live", text: "Live", icon: PulseIcon },
 ];
 
-/** The bar that a narrow screen shows at the bottom. */
+/** The views: in the header of a wide screen, in a bar at the bottom of a narrow one. */
 export function Tabs() {
   return (
     <nav class="tabs" aria-label="Views">
-      {entries.map(({ id, text, icon: Icon }) => (
+      {entries.map(({ id, text, textId, icon: Icon }) => (
         <button
           type="button"
           key={id}
           data-tab={id}
           aria-current={view.value === id ? "page" : undefined}
-          onClick={() => (view.value = id)}
+          onClick={() => show(id)}
         >
           <Icon />
-          <span>{text}</span>
+          <span class="tab-text">{textId ? label(textId) : text}</span>
           {id === "live" && notifications.total.value > 0 && (
             <span class="count" aria-label={`${notifications.total.value} notifications`}>
               {notifications.total.value > 999 ? "999+" : notifications.total.value}

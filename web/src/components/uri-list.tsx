@@ -1,10 +1,11 @@
 import { Fragment } from "preact";
 import { useComputed, useSignal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
-import { filterGroups, markWords, searchWords, shortType, type Group, type Row } from "../model/catalogue";
+import { filterGroups, searchWords, shortType, type Group, type Row } from "../model/catalogue";
+import { label } from "../model/labels";
 import { groups, list, selectedUri, setWatched, view, watched } from "../model/session";
-import { Breakable } from "./breakable";
 import { BellIcon, BellOnIcon, SearchIcon } from "./icons";
+import { Marked } from "./marked";
 
 /** What the arrow keys visit: groups and URIs, without those that a closed group hides. */
 const stopsIn = (panel: HTMLElement): HTMLElement[] =>
@@ -28,6 +29,7 @@ export function UriList() {
     const focusSearch = (event: KeyboardEvent) => {
       const target = event.target as HTMLElement;
       if (event.key !== "/" || target.closest("input, textarea, select") || event.ctrlKey || event.metaKey) return;
+      if (view.value === "configuration" || view.value === "remote") return;
       event.preventDefault();
       view.value = "uris";
       input.current?.focus();
@@ -70,8 +72,8 @@ export function UriList() {
           <input
             ref={input}
             type="search"
-            aria-label="Search URIs"
-            placeholder="Search, e.g. volume mute"
+            aria-label={label("IDS_SEARCH")}
+            placeholder={`${label("IDS_SEARCH")}: volume mute`}
             autocomplete="off"
             spellcheck={false}
             value={search.value}
@@ -97,7 +99,7 @@ export function UriList() {
         {shown.value.map((group) => (
           <GroupView key={group.key} group={group} words={words.value} tabStop={tabStop.value} />
         ))}
-        {total > 0 && count.value === 0 && <p class="empty">No URI holds all of these words.</p>}
+        {total > 0 && count.value === 0 && <p class="empty">{label("IDS_NOTHING_FOUND")}</p>}
       </nav>
     </section>
   );
@@ -127,20 +129,6 @@ function GroupView({ group, words, tabStop }: { group: Group; words: string[]; t
     </details>
   );
 }
-
-const Marked = ({ text, words }: { text: string; words: string[] }) => (
-  <>
-    {markWords(text, words).map((piece, index) =>
-      piece.hit ? (
-        <mark key={index}>
-          <Breakable text={piece.text} />
-        </mark>
-      ) : (
-        <Breakable key={index} text={piece.text} />
-      ),
-    )}
-  </>
-);
 
 function RowView({ row, words, tabStop }: { row: Row; words: string[]; tabStop: string }) {
   const selected = row.uri === selectedUri.value;
@@ -186,8 +174,8 @@ function WatchBell({ uri }: { uri: string }) {
       // By keyboard the same is done in the request panel and in the list of subscriptions.
       tabIndex={-1}
       aria-pressed={on}
-      aria-label={`Subscribe to ${uri}`}
-      title={on ? "Subscribed; click to end it" : "Subscribe"}
+      aria-label={`${label("IDS_SUBSCRIBE")}: ${uri}`}
+      title={label(on ? "IDS_UNSUBSCRIBE" : "IDS_SUBSCRIBE")}
       onClick={() => setWatched(uri, !on)}
     >
       {on ? <BellOnIcon /> : <BellIcon />}

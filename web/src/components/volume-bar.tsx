@@ -1,4 +1,5 @@
 import { useLayoutEffect, useRef } from "preact/hooks";
+import { label } from "../model/labels";
 import { volume } from "../model/session";
 import { MutedIcon, SpeakerIcon } from "./icons";
 
@@ -26,12 +27,12 @@ export function VolumeBar() {
   }, [level]);
 
   return (
-    <div class="volume" role="group" aria-label="Volume" data-muted={muted}>
+    <div class="volume" role="group" aria-label={label("IDS_VOLUME")} data-muted={muted}>
       <button
         type="button"
         class="icon-button"
-        aria-label="Mute"
-        title={muted ? "Sound is off" : "Sound is on"}
+        aria-label={label("IDS_MUTE")}
+        title={`${label("IDS_SOUND")}: ${label(muted ? "IDS_OFF" : "IDS_ON")}`}
         aria-pressed={muted}
         disabled={level === null}
         onClick={() => volume.toggleMute()}
@@ -44,7 +45,7 @@ export function VolumeBar() {
         min={0}
         max={100}
         step={1}
-        aria-label="Volume"
+        aria-label={label("IDS_VOLUME")}
         value={level ?? 0}
         disabled={level === null}
         onPointerDown={hold}

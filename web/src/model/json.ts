@@ -1,7 +1,13 @@
-import type { Json } from "../rpc";
+import type { Json, JsonObject } from "../rpc";
 
-export const isObject = (value: Json | undefined): value is { [member: string]: Json } =>
+export const isObject = (value: Json | undefined): value is JsonObject =>
   typeof value === "object" && value !== null && !Array.isArray(value);
+
+/** The items of an answer or a notification. */
+export function itemsOf(text: Json): JsonObject[] {
+  const items = isObject(text) ? text["ITEMS"] : undefined;
+  return Array.isArray(items) ? items.filter(isObject) : [];
+}
 
 /** JSON over several lines, where what fits into the width, behind `before` characters, stays on one. */
 export function prettyJson(value: Json, width = 60, indent = "", before = 0): string {

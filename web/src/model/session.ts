@@ -10,8 +10,9 @@ import {
   type TapLine,
 } from "../rpc";
 import { groupRows } from "./catalogue";
-import { isObject } from "./json";
+import { itemsOf } from "./json";
 import { createLog } from "./log";
+import { meaningOf } from "./status";
 import { createVolume, type VolumeState } from "./volume";
 
 /** The page's one connection to the host, and all that is known through it. */
@@ -19,8 +20,10 @@ import { createVolume, type VolumeState } from "./volume";
 const volumeUri = "/tv/cast/volume/volume";
 const muteUri = "/tv/cast/volume/mute";
 export const volumeNotifyUri = "/tv/ws/notify/volume_ctrl";
+export const configNotifyUri = "/tv/ws/notify/config_update";
 
-export type View = "uris" | "request" | "live";
+/** On a wide screen the URIs, the selected one's request and the live log are one view. */
+export type View = "uris" | "request" | "configuration" | "remote" | "live";
 
 export type LogValue = { uri: string; notification: Json } | { warning: string };
 
@@ -50,8 +53,8 @@ export function tell(text: string) {
   notice.value = { text, number: ++notices };
 }
 
-const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
-const tellError = (reason: unknown) => tell(textOf(reason));
+export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
+export const tellError = (reason: unknown) => tell(textOf(reason));
 
 // The page's own address, as ws: or wss:.
 const socketUrl = new URL("/jsonrpc", location.href);
@@ -87,9 +90,12 @@ function onOpen() {
 
 export const reconnectNow = () => client.reconnectNow();
 
-// ---- the selected URI, kept in the address
+// ---- the view and the selected URI, kept in the address
 
-function uriFromHash(): string {
+/** Views with an address of their own; no URI is written like one. */
+const isPlace = (text: string): text is View => text === "configuration" || text === "remote";
+
+function textOfHash(): string {
   const hash = location.hash.slice(1);
   try {
     return decodeURIComponent(hash);
@@ -98,15 +104,30 @@ function uriFromHash(): string {
   }
 }
 
-export const selectedUri = signal(uriFromHash());
-if (selectedUri.value) view.value = "request";
+export const selectedUri = signal("");
 
-addEventListener("hashchange", () => {
+function followHash() {
+  const text = textOfHash();
   batch(() => {
-    selectedUri.value = uriFromHash();
-    if (selectedUri.value) view.value = "request";
+    if (isPlace(text)) {
+      view.value = text;
+      return;
+    }
+    selectedUri.value = text;
+    if (text) view.value = "request";
+    else if (isPlace(view.value)) view.value = "uris";
   });
-});
+}
+
+followHash();
+addEventListener("hashchange", followHash);
+
+export function show(next: View) {
+  view.value = next;
+  const hash = isPlace(next) ? next : selectedUri.value;
+  if (next === "live" || hash === textOfHash()) return;
+  history.pushState(null, "", hash ? `#${hash}` : location.pathname);
+}
 
 // A URI may stand in the registry twice; look-ups find the first row.
 export const selectedRow = computed(() => list.value?.uris.find((row) => row.uri === selectedUri.value) ?? null);
@@ -129,10 +150,35 @@ export async function request(method: "get" | "set", uri: string, parameter: Jso
   outcomes.value = new Map(outcomes.value).set(uri, outcome);
 }
 
-/** Presses a key of the television's remote control. */
-export function remote(...words: string[]) {
-  client.call("tv", { words }).catch(tellError);
+/** A request was answered with a status below 0. */
+export class RefusedError extends Error {
+  constructor(
+    uri: string,
+    readonly ret: number,
+  ) {
+    super(`${uri} was refused: ${meaningOf(ret)} (ret ${ret}).`);
+    this.name = "RefusedError";
+  }
 }
+
+/** The first item of a URI's answer. */
+export async function getItem(uri: string, parameter?: JsonObject): Promise<JsonObject> {
+  const { ret, response } = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
+  if (ret < 0) throw new RefusedError(uri, ret);
+  return itemsOf(response)[0] ?? {};
+}
+
+export async function setItem(uri: string, parameter: JsonObject): Promise<void> {
+  const { ret } = await client.call("set", { uri, parameter });
+  if (ret < 0) throw new RefusedError(uri, ret);
+}
+
+/** A command of the virtual television. */
+export const television = (...words: string[]): Promise<JsonObject> => client.call("tv", { words });
+
+/** Calls the listener for each item of the URI's notifications until the returned function is called. */
+export const listen = (uri: string, listener: (item: JsonObject) => void): (() => void) =>
+  client.subscribe(uri, (notification) => itemsOf(notification).forEach(listener));
 
 // ---- notification URIs shown in the log
 
@@ -145,7 +191,7 @@ function storedUris(): string[] {
   } catch {
     // Storage may be refused or hold something else; the page works without.
   }
-  return [volumeNotifyUri];
+  return [volumeNotifyUri, configNotifyUri];
 }
 
 const unwatch = new Map<string, () => void>();
@@ -179,27 +225,17 @@ export function setTracing(on: boolean) {
 
 // ---- the volume control
 
-function firstItem(text: Json): JsonObject {
-  const items = isObject(text) ? text["ITEMS"] : undefined;
-  const item = Array.isArray(items) ? items[0] : undefined;
-  return isObject(item) ? item : {};
-}
-
-async function readValue(uri: string): Promise<number> {
-  const { ret, response } = await client.call("get", { uri });
-  const value = firstItem(response)["VALUE"];
-  if (ret !== 0 || typeof value !== "number") throw new Error(`${uri} cannot be read (ret ${ret}).`);
+async function readNumber(uri: string): Promise<number> {
+  const value = (await getItem(uri))["VALUE"];
+  if (typeof value !== "number") throw new Error(`${uri} has no VALUE.`);
   return value;
 }
 
-async function modify(uri: string, value: number): Promise<void> {
-  const { ret } = await client.call("set", { uri, parameter: { REQUEST: "MODIFY", VALUE: value } });
-  if (ret !== 0) throw new Error(`${uri} was not set (ret ${ret}).`);
-}
+const modify = (uri: string, value: number): Promise<void> => setItem(uri, { REQUEST: "MODIFY", VALUE: value });
 
 export const volume = createVolume({
   async read(): Promise<VolumeState> {
-    const [level, mute] = await Promise.all([readValue(volumeUri), readValue(muteUri)]);
+    const [level, mute] = await Promise.all([readNumber(volumeUri), readNumber(muteUri)]);
     return { volume: level, muted: mute !== 0 };
   },
   setVolume: (level) => modify(volumeUri, level),
@@ -207,8 +243,7 @@ export const volume = createVolume({
   onError: tellError,
 });
 
-client.subscribe(volumeNotifyUri, (notification) => {
-  const { volValue, muteStatus } = firstItem(notification);
+listen(volumeNotifyUri, ({ volValue, muteStatus }) => {
   if (typeof volValue === "number") volume.heard({ volume: volValue, muted: muteStatus !== 0 });
 });
 

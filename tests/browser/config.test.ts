@@ -1,0 +1,230 @@
+import type { Locator, Page } from "@playwright/test";
+import { expect, logRows, test } from "./fixtures";
+import { configNotifyUri, type Host } from "./host";
+
+const lines = (page: Page): Locator => page.locator(".config-line");
+const line = (page: Page, key: string): Locator => page.locator(`.config-line[data-key="${key}"]`);
+const search = (page: Page): Locator => page.getByRole("searchbox", { name: "Search" });
+
+/** What the television itself says of a key. */
+async function told(host: Host, key: string): Promise<Record<string, unknown>> {
+  const { code, stdout, stderr } = await host.dtvctl("--json", "tv", "config", key);
+  expect(code, stderr).toBe(0);
+  return JSON.parse(stdout) as Record<string, unknown>;
+}
+
+async function turn(host: Host, key: string, value: string) {
+  const { code, stderr } = await host.dtvctl("tv", "config", key, value);
+  expect(code, stderr).toBe(0);
+}
+
+test("the configuration is listed and searched by key and by help", async ({ host, open }) => {
+  const page = await open();
+  await page.getByRole("button", { name: "Configuration" }).click();
+  await expect(page).toHaveURL(/#configuration$/);
+  const { stdout } = await host.dtvctl("--json", "tv", "config");
+  const keys = Object.keys(JSON.parse(stdout) as object);
+  expect(keys.length).toBeGreaterThan(100);
+  await expect(lines(page)).toHaveCount(keys.length);
+  await expect(page.getByText(`${keys.length} values`, { exact: true })).toBeVisible();
+
+  const balance = line(page, "g_audio__balance");
+  await expect(balance).toContainText("Balance; negative is left");
+  await expect(balance).toContainText("number −50 to 50");
+  await expect(balance.getByRole("spinbutton", { name: "g_audio__balance" })).toHaveValue("0");
+  await expect(line(page, "g_misc__tv_network_name")).toContainText("text at most 64 bytes");
+  await expect(line(page, "g_gui_lang__gui_language")).toContainText("code three letters");
+
+  await page.keyboard.press("/");
+  await expect(search(page)).toBeFocused();
+  await page.keyboard.type("LEFT negative");
+  await expect(lines(page)).toHaveCount(1);
+  await expect(balance).toBeVisible();
+  await expect(balance.locator("mark")).toHaveText(["negative", "left"]);
+  await search(page).fill("g_video__ bright");
+  await expect(lines(page)).toHaveCount(1);
+  await expect(lines(page)).toHaveAttribute("data-key", "g_video__brightness");
+  await search(page).fill("balance nosuchword");
+  await expect(lines(page)).toHaveCount(0);
+  await expect(page.getByText("Nothing found")).toBeVisible();
+  await page.keyboard.press("Escape");
+  await expect(lines(page)).toHaveCount(keys.length);
+
+  await page.goBack();
+  await expect(page.getByRole("heading", { name: "Talk to the television" })).toBeVisible();
+});
+
+test("every kind is edited in place, through the plugin", async ({ host, open }) => {
+  const page = await open();
+  const sent: { uri: string; parameter: unknown }[] = [];
+  const commands: string[][] = [];
+  page.on("websocket", (socket) => {
+    socket.on("framesent", ({ payload }) => {
+      const { method, params } = JSON.parse(String(payload));
+      if (method === "set") sent.push({ uri: params.uri, parameter: params.parameter });
+      if (method === "tv") commands.push(params.words);
+    });
+  });
+  await page.goto(`${host.origin}/#configuration`);
+  await page.reload();
+
+  const bass = line(page, "g_audio__bass");
+  const number = bass.getByRole("spinbutton");
+  await expect(number).toHaveAttribute("min", "0");
+  await expect(number).toHaveAttribute("max", "100");
+  await number.fill("61");
+  await number.press("Enter");
+  await expect.poll(async () => (await told(host, "g_audio__bass"))["value"]).toBe(61);
+  await expect(bass).toContainText("Default 50");
+
+  const surround = line(page, "g_audio__surround").getByRole("switch", { name: "g_audio__surround" });
+  await expect(surround).not.toBeChecked();
+  await surround.check();
+  await expect.poll(async () => (await told(host, "g_audio__surround"))["value"]).toBe(true);
+  await expect(surround).toBeChecked();
+
+  const country = line(page, "g_country__country").getByRole("textbox");
+  await country.fill("FRA");
+  await country.press("Enter");
+  await expect(country).toHaveValue("fra");
+  expect((await told(host, "g_country__country"))["value"]).toBe("fra");
+
+  const name = line(page, "g_misc__tv_network_name").getByRole("textbox");
+  await name.fill("Küche");
+  await name.blur();
+  await expect.poll(async () => (await told(host, "g_misc__tv_network_name"))["value"]).toBe("Küche");
+
+  // No item id: the switch of a number and a text go by key.
+  const source = line(page, "g_misc__last_source").getByRole("spinbutton");
+  await source.fill("3");
+  await source.press("Enter");
+  await expect.poll(async () => (await told(host, "g_misc__last_source"))["value"]).toBe(3);
+
+  const reset = line(page, "g_action__reset_sound");
+  await reset.getByRole("button").click();
+  await expect(reset).toContainText("1×");
+  await expect(number).toHaveValue("50");
+  await expect(surround).not.toBeChecked();
+
+  expect(sent).toEqual([
+    { uri: "/tv/config/value_number", parameter: { REQUEST: "SET", cfgId: "g_audio__bass", valueInt: 61 } },
+    { uri: "/tv/config/value_bool", parameter: { REQUEST: "SET", cfgItem: 0x07030014, valueInt: 1 } },
+    { uri: "/tv/config/value_number", parameter: { REQUEST: "SET", cfgId: "g_country__country", valueInt: 0x66726100 } },
+    {
+      uri: "/tv/config/value_string",
+      parameter: { REQUEST: "SET", cfgId: "g_misc__tv_network_name", valueString: "Küche" },
+    },
+    { uri: "/tv/config/value_number", parameter: { REQUEST: "SET", cfgId: "g_misc__last_source", valueInt: 3 } },
+    { uri: "/tv/config/value_action", parameter: { REQUEST: "SET", cfgItem: 0x07010004 } },
+  ]);
+  expect(commands.length).toBeGreaterThan(100);
+  for (const words of commands) expect(words.length, words.join(" ")).toBeLessThanOrEqual(2);
+});
+
+test("a value that the television refuses says why, and Escape gives it up", async ({ host, open }) => {
+  const page = await open("/#configuration");
+  const balance = line(page, "g_audio__balance");
+  const field = balance.getByRole("spinbutton");
+  await field.fill("77");
+  await field.press("Enter");
+  await expect(balance.getByRole("alert")).toHaveText("Not taken: Failure (ret −1). It takes −50 to 50.");
+  await expect(field).toHaveAttribute("aria-invalid", "true");
+  await expect(field).toHaveValue("77");
+  expect((await told(host, "g_audio__balance"))["value"]).toBe(0);
+
+  await field.press("Escape");
+  await expect(field).toHaveValue("0");
+  await expect(balance.getByRole("alert")).toHaveCount(0);
+
+  const country = line(page, "g_country__country");
+  await country.getByRole("textbox").fill("f1");
+  await country.getByRole("textbox").press("Enter");
+  await expect(country.getByRole("alert")).toHaveText("Three letters are needed.");
+
+  const name = line(page, "g_misc__tv_network_name");
+  await name.getByRole("textbox").fill("x".repeat(65));
+  await name.getByRole("textbox").press("Enter");
+  await expect(name.getByRole("alert")).toHaveText("Not taken: Failure (ret −1). It takes at most 64 bytes.");
+
+  const fault = await host.dtvctl("tv", "fault", "setConfigValueBool", "--fail");
+  expect(fault.code, fault.stderr).toBe(0);
+  const surround = line(page, "g_audio__surround");
+  await surround.getByRole("switch").click();
+  await expect(surround.getByRole("alert")).toHaveText("Not taken: Failure (ret −1).");
+  await expect(surround.getByRole("switch")).not.toBeChecked();
+});
+
+test("a change made elsewhere appears and is marked for a moment", async ({ host, open }) => {
+  const page = await open("/#configuration");
+  const bass = line(page, "g_audio__bass");
+  await expect(bass.getByRole("spinbutton")).toHaveValue("50");
+  await expect(bass).toHaveAttribute("data-changed", "false");
+
+  // Nothing tells of this one: it is seen when the values are read again.
+  await turn(host, "g_audio__bass", "73");
+  await expect(bass).toHaveAttribute("data-changed", "true");
+  await expect(bass.getByRole("spinbutton")).toHaveValue("73");
+  await expect(bass).toHaveAttribute("data-changed", "false");
+  await expect(page.locator('.config-line[data-changed="true"]')).toHaveCount(0);
+
+  // What is being typed stays.
+  await bass.getByRole("spinbutton").fill("7");
+  await turn(host, "g_audio__bass", "20");
+  await expect(bass).toHaveAttribute("data-changed", "true");
+  await expect(bass.getByRole("spinbutton")).toHaveValue("7");
+  await bass.getByRole("spinbutton").press("Escape");
+  await expect(bass.getByRole("spinbutton")).toHaveValue("20");
+
+  await page.getByRole("checkbox", { name: "Not as in a new set" }).check();
+  await expect(lines(page)).toHaveCount(1);
+  await expect(bass).toContainText("Default 50");
+});
+
+test("a notified change is read at once", async ({ host, open }) => {
+  const page = await open();
+  // Without a read every two seconds, only the notification brings it.
+  await page.clock.install();
+  await page.goto(`${host.origin}/#configuration`);
+  const name = line(page, "g_misc__tv_network_name");
+  await expect(name.getByRole("textbox")).toHaveValue("Living room");
+  await page.clock.pauseAt(Date.now() + 60_000);
+  await turn(host, "g_misc__tv_network_name", "Kitchen");
+  await expect(name.getByRole("textbox")).toHaveValue("Kitchen");
+  await page.clock.resume();
+  await expect(logRows(page, "Notifications").first()).toContainText('ARG2 "g_misc__tv_network_name"');
+  await expect(logRows(page, "Notifications").first()).toContainText(configNotifyUri.split("/").at(-1)!);
+});
+
+test("of a set that lists nothing, keys are named and read through the plugin", async ({ host, open }) => {
+  const page = await open();
+  // The host's answer where the platform is no virtual television.
+  await page.routeWebSocket("**/jsonrpc", (socket) => {
+    const server = socket.connectToServer();
+    socket.onMessage((text) => {
+      const { id, method } = JSON.parse(String(text));
+      if (method !== "tv") server.send(text);
+      else socket.send(JSON.stringify({ jsonrpc: "2.0", id, error: { code: -32000, message: "no virtual television" } }));
+    });
+  });
+  await page.goto(`${host.origin}/#configuration`);
+  await page.reload();
+  const form = page.getByRole("form", { name: "Add" });
+  await form.getByRole("textbox", { name: "Key" }).fill("g_audio__balance");
+  await form.getByRole("button", { name: "Add" }).click();
+  const balance = line(page, "g_audio__balance");
+  await expect(balance).toContainText("number −50 to 50");
+  await form.getByRole("textbox", { name: "Key" }).fill("g_misc__tv_network_name");
+  await page.keyboard.press("Enter");
+  const name = line(page, "g_misc__tv_network_name");
+  await expect(name.getByRole("textbox")).toHaveValue("Living room");
+  await form.getByRole("textbox", { name: "Key" }).fill("g_no__such");
+  await page.keyboard.press("Enter");
+  await expect(form).toContainText("The television has no g_no__such.");
+
+  await balance.getByRole("spinbutton").fill("-7");
+  await balance.getByRole("spinbutton").press("Enter");
+  await expect.poll(async () => (await told(host, "g_audio__balance"))["value"]).toBe(-7);
+  await turn(host, "g_audio__balance", "9");
+  await expect(balance.getByRole("spinbutton")).toHaveValue("9");
+  await expect(lines(page)).toHaveCount(2);
+});

@@ -1,0 +1,83 @@
+import type { Locator, Page } from "@playwright/test";
+import { connection, expect, test } from "./fixtures";
+
+const menu = (page: Page): Locator => page.locator("select.language");
+const tab = (page: Page, name: string): Locator => page.getByRole("navigation", { name: "Views" }).getByRole("button", { name });
+
+test.describe("the menu's language", () => {
+  test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
+
+  test("is the page's, and stays over a power cut", async ({ host, open }) => {
+    const page = await open("/#/tv/cast/volume/volume");
+    const other = await open();
+    await expect(menu(page)).toHaveValue("eng");
+    await expect(page.locator("html")).toHaveAttribute("lang", "en");
+    await page.getByRole("combobox", { name: "Menu language" }).selectOption({ label: "Deutsch" });
+
+    await expect(tab(page, "Konfiguration")).toBeVisible();
+    await expect(tab(page, "Fernbedienung")).toBeVisible();
+    await expect(page.getByRole("heading", { name: "Antwort" })).toBeVisible();
+    await expect(page.getByRole("slider", { name: "Lautstärke" })).toBeVisible();
+    await expect(connection(page)).toHaveText("Verbunden");
+    await expect(page.locator("html")).toHaveAttribute("lang", "de");
+    const rows = page.getByRole("list", { name: "Benachrichtigungen", exact: true }).locator("> li:not(.empty)");
+    await expect(rows.first()).toContainText("config_update");
+    await expect(rows.first()).toContainText('ARG2 "g_gui_lang__gui_language"');
+    // The other page was told.
+    await expect(connection(other)).toHaveText("Verbunden");
+    await expect(menu(other)).toHaveValue("deu");
+
+    await host.kill();
+    await expect(connection(page)).toContainText("Getrennt");
+    await host.start();
+    await expect(connection(page)).toHaveText("Verbunden", { timeout: 10_000 });
+    await expect(menu(page)).toHaveValue("deu");
+    await page.reload();
+    await expect(tab(page, "Konfiguration")).toBeVisible();
+    await expect(menu(page)).toHaveValue("deu");
+    const { stdout } = await host.dtvctl("get", "/tv/menu/common_setting/gui_language");
+    expect(stdout).toContain("deu");
+  });
+});
+
+test("a change made at the television reaches the page without a reload", async ({ host, open }) => {
+  const page = await open("/#configuration");
+  await expect(page.getByRole("heading", { name: "Configuration" })).toBeVisible();
+  expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "tur")).code).toBe(0);
+  await expect(page.getByRole("heading", { name: "Yapılandırma" })).toBeVisible();
+  await expect(menu(page)).toHaveValue("tur");
+
+  // A language without a library: the plugin takes the English one, and the menu shows the code.
+  expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "nld")).code).toBe(0);
+  await expect(page.getByRole("heading", { name: "Configuration" })).toBeVisible();
+  await expect(menu(page)).toHaveValue("nld");
+});
+
+test("a text that the television has not is shown in English", async ({ host, open }) => {
+  expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "fra")).code).toBe(0);
+  const page = await open();
+  await expect(connection(page)).toHaveText("Connecté");
+  await expect(tab(page, "Télécommande")).toBeVisible();
+  // One text is empty, as that of an unknown id; then all are refused, as without a library.
+  let refuseAll = false;
+  await page.routeWebSocket("**/jsonrpc", (socket) => {
+    const server = socket.connectToServer();
+    server.onMessage((text) => {
+      const message = JSON.parse(String(text));
+      const item = message.result?.response?.ITEMS?.[0];
+      if (item?.langId === "IDS_CONNECTED") item.langString = "";
+      if (item?.langId !== undefined && refuseAll) message.result.ret = -1;
+      socket.send(JSON.stringify(message));
+    });
+  });
+  await page.reload();
+  await expect(tab(page, "Télécommande")).toBeVisible();
+  await expect(connection(page)).toHaveText("Connected");
+  await expect(page.locator("html")).toHaveAttribute("lang", "fr");
+
+  refuseAll = true;
+  await page.reload();
+  await expect(menu(page)).toHaveValue("fra");
+  await expect(tab(page, "Remote control")).toBeVisible();
+  await expect(page.locator("html")).toHaveAttribute("lang", "en");
+});

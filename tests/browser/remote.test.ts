@@ -1,0 +1,107 @@
+import type { Locator, Page } from "@playwright/test";
+import { expect, muteButton, slider, test } from "./fixtures";
+import { muteUri, volumeUri, type Host } from "./host";
+
+const panel = (page: Page): Locator => page.getByRole("main", { name: "Remote control" });
+const key = (page: Page, name: string): Locator => panel(page).getByRole("button", { name, exact: true });
+
+/** The key names that the plugin tells. */
+async function keyNames(host: Host): Promise<string[]> {
+  const reply = await fetch(`${host.origin}/jsonrpc`, {
+    method: "POST",
+    headers: { "content-type": "application/json" },
+    body: JSON.stringify({ jsonrpc: "2.0", id: 1, method: "list" }),
+  });
+  const { result } = (await reply.json()) as { result: { uris: { uri: string; values?: string[] }[] } };
+  return result.uris.find(({ uri }) => uri === "/tv/key/irrc")?.values ?? [];
+}
+
+test("all keys of the plugin's table are there, each in a group", async ({ host, open }) => {
+  const names = await keyNames(host);
+  expect(names).toHaveLength(58);
+  const page = await open();
+  await page.getByRole("button", { name: "Remote control" }).click();
+  await expect(page).toHaveURL(/#remote$/);
+  const buttons = panel(page).getByRole("button");
+  await expect(buttons).toHaveCount(58);
+  const shown = await Promise.all((await buttons.all()).map((button) => button.getAttribute("aria-label")));
+  expect(shown.sort()).toEqual(names.sort());
+  await expect(panel(page).getByRole("region", { name: "Menu" }).getByRole("button", { name: "ENTER" })).toBeVisible();
+  await expect(panel(page).getByRole("region", { name: "More" })).toHaveCount(0);
+});
+
+test("a key that the page does not know has its place, and a press that fails says why", async ({ host, open }) => {
+  const page = await open();
+  await page.routeWebSocket("**/jsonrpc", (socket) => {
+    const server = socket.connectToServer();
+    server.onMessage((text) => {
+      const message = JSON.parse(String(text));
+      for (const row of message.result?.uris ?? []) row.values?.push("NEW-KEY");
+      socket.send(JSON.stringify(message));
+    });
+  });
+  await page.goto(`${host.origin}/#remote`);
+  await page.reload();
+  await expect(panel(page).getByRole("button")).toHaveCount(59);
+  const fresh = panel(page).getByRole("region", { name: "More" }).getByRole("button", { name: "NEW-KEY" });
+  await fresh.click();
+  await expect(panel(page).getByRole("status")).toHaveText(
+    "NEW-KEY Bad argument (ret -2): the set has no such key.",
+  );
+  await expect(fresh).toHaveAttribute("data-failed", "true");
+});
+
+test("keys change the set as a remote control does", async ({ host, open }) => {
+  await host.write(volumeUri, 40);
+  await host.write(muteUri, 0);
+  const page = await open("/#remote");
+  const other = await open();
+  await expect(slider(page)).toHaveValue("40");
+
+  await key(page, "VOL+").click();
+  await expect(slider(page)).toHaveValue("41");
+  await expect(slider(other)).toHaveValue("41");
+  expect(await host.read(volumeUri)).toBe(41);
+  await expect(panel(page).getByRole("status")).toHaveText("VOL+ was pressed.");
+  await key(page, "VOL-").click();
+  await key(page, "VOL-").click();
+  await expect(slider(page)).toHaveValue("39");
+
+  await key(page, "MUTE").click();
+  await expect(muteButton(other)).toHaveAttribute("aria-pressed", "true");
+  await key(page, "MUTE").click();
+  await expect(muteButton(other)).toHaveAttribute("aria-pressed", "false");
+});
+
+test("the remote control works by keyboard", async ({ host, open }) => {
+  await host.write(volumeUri, 40);
+  const page = await open("/#remote");
+  const sent: string[] = [];
+  page.on("websocket", (socket) => {
+    socket.on("framesent", ({ payload }) => {
+      const { method, params } = JSON.parse(String(payload));
+      if (method === "set" && params.uri === "/tv/key/irrc") sent.push(params.parameter.VALUE);
+    });
+  });
+  await page.reload();
+  await key(page, "VOL+").focus();
+  await page.keyboard.press("Enter");
+  await expect(slider(page)).toHaveValue("41");
+  await page.keyboard.press("Space");
+  await expect(slider(page)).toHaveValue("42");
+  await page.keyboard.press("+");
+  await expect(slider(page)).toHaveValue("43");
+  await page.keyboard.press("-");
+  await expect(slider(page)).toHaveValue("42");
+  await page.keyboard.press("Tab");
+  await expect(key(page, "CH+")).toBeFocused();
+  for (const typed of ["7", "ArrowLeft", "PageDown", "Escape"]) await page.keyboard.press(typed);
+  await expect.poll(() => sent).toEqual(["VOL+", "VOL+", "VOL+", "VOL-", "7", "LEFT", "CH-", "EXIT"]);
+
+  // Elsewhere the same keys of the keyboard press nothing.
+  await page.getByRole("button", { name: "Configuration" }).focus();
+  await page.keyboard.press("5");
+  await key(page, "GUIDE").click();
+  await expect.poll(() => sent.at(-1)).toBe("GUIDE");
+  expect(sent).toHaveLength(9);
+});
