@@ -36,9 +36,12 @@ export function folder(t) {
   return path;
 }
 
-// Starts the program; resolves when it says where it listens. ended resolves with {code, signal, output}.
-export async function startHost(t, args = [], { state = folder(t), env = {} } = {}) {
-  const child = spawn(dtvHost, ['--listen', '127.0.0.1:0', '--state', state, ...args], {
+// Starts the program; resolves when it says where it listens. ended resolves with {code, signal, output}. program may
+// be a command before the host's path, cwd is where it starts.
+export async function startHost(t, args = [], { state = folder(t), env = {}, program = [dtvHost], cwd } = {}) {
+  const [file, ...words] = [...program, '--listen', '127.0.0.1:0', '--state', state, ...args];
+  const child = spawn(file, words, {
+    cwd,
     env: { ...process.env, ...env },
     stdio: ['ignore', 'pipe', 'pipe'],
   });
@@ -67,6 +70,7 @@ export async function startHost(t, args = [], { state = folder(t), env = {} } = 
     ended,
     state,
     port,
+    told: () => told.output,
     url: `http://127.0.0.1:${port}`,
     stop: (signal = 'SIGTERM') => {
       child.kill(signal);

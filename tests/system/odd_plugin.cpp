@@ -1,4 +1,4 @@
-// A plugin that answers what no plugin should, for the tests of the host: cut and broken texts, slow fetches.
+// A plugin that answers what no plugin should, for the tests of the host: cut and broken texts, a start-up that fails.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "dtv_js_plugin.h"
+#include "tv_ctrl_main.h"
 
 namespace {
 
@@ -32,6 +33,8 @@ void copy(std::string_view text, void* target) {
 int32_t a_dtv_jsp_init_res() { return 0; }
 
 int32_t a_dtv_jsp_init() { return 0; }
+
+int32_t tvc_ctrl_cec_detect_init() { return -1; }
 
 int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
   for (const OddRow& row : rows)

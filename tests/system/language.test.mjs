@@ -1,0 +1,147 @@
+// The menu's language from end to end: the configuration, the plugin's look-up, the language libraries. And how the host
+// comes by the paths that the plugin wants, wherever it runs.
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { chmodSync, chownSync, cpSync, existsSync, mkdirSync, readdirSync, statSync } from 'node:fs';
+import { join } from 'node:path';
+import { after, test } from 'node:test';
+import { ctl } from './cli_support.mjs';
+import { build, connect, folder, modify, oddPlugin, request, sleep, startHost, valueOf, volume } from './host_support.mjs';
+
+const text = '/tv/config/language_string';
+const number = '/tv/config/value_number';
+const updates = '/tv/ws/notify/config_update';
+const language = 'g_gui_lang__gui_language';
+const german = 0x64657500;
+const noPaths = /^dtv-host: no language strings and no keys, .*$/gm;
+
+const paths = ['/3rd', '/dev/cli'];
+const before = paths.filter((path) => existsSync(path));
+const left = () => paths.filter((path) => existsSync(path) && !before.includes(path));
+after(() => assert.deepEqual(left(), [], 'left behind on the machine'));
+
+// Waits until the plugin has heard of a change: only then it lets go of the library of the language before.
+async function television(t, ...options) {
+  const host = await startHost(t, ...options);
+  const client = await connect(t, host);
+  await client.call('subscribe', { uri: updates });
+  const changed = async () => assert.equal((await client.next('notify')).notification.ITEMS.at(-1).ARG2, language);
+  const ask = async (langId) => {
+    const { ret, response } = await client.call('get', { uri: text, parameter: { REQUEST: 'QUERY', langId } });
+    return ret === 0 ? response.ITEMS[0].langString : ret;
+  };
+  return {
+    host,
+    client,
+    ask,
+    volume: async () => valueOf(await client.call('get', { uri: volume })),
+    set: async (valueInt) => {
+      await client.call('set', { uri: number, parameter: { REQUEST: 'SET', cfgId: language, valueInt } });
+      await changed();
+    },
+    choose: async (code) => {
+      const { code: exit, stderr } = await ctl(['tv', 'config', language, code], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+      assert.equal(exit, 0, stderr);
+      await changed();
+    },
+  };
+}
+
+test('the texts follow the language, which survives kill -9', async (t) => {
+  const tv = await television(t);
+  assert.equal(await tv.ask('IDS_VOLUME'), 'Volume');
+  await tv.set(german);
+  assert.equal(await tv.ask('IDS_VOLUME'), 'Lautstärke');
+  for (const [code, expected] of [['fra', 'Aucun signal'], ['spa', 'Sin señal'], ['tur', 'Sinyal yok']]) {
+    await tv.choose(code);
+    assert.equal(await tv.ask('IDS_NO_SIGNAL'), expected);
+  }
+  await tv.host.stop('SIGKILL');
+
+  const again = await television(t, [], { state: tv.host.state });
+  assert.equal(await again.ask('IDS_VOLUME'), 'Ses düzeyi');
+});
+
+test('a language without a library is English; an unknown id has an empty text', async (t) => {
+  const tv = await television(t);
+  await tv.set(german);
+  assert.equal(await tv.ask('IDS_SETTINGS'), 'Einstellungen');
+  await tv.choose('pol');
+  assert.equal(await tv.ask('IDS_SETTINGS'), 'Settings');
+  assert.equal(await tv.ask('IDS_NO_SUCH_TEXT'), '');
+  assert.ok((await tv.ask('')) < 0);
+});
+
+test('the paths are the process’s alone, and can be left out', async (t) => {
+  const tv = await television(t);
+  assert.equal(await tv.ask('IDS_OK'), 'OK');
+  assert.deepEqual(left(), []);
+  assert.doesNotMatch(tv.host.told(), noPaths);
+
+  const without = await television(t, ['--no-private-paths']);
+  assert.ok(before.includes('/3rd') || (await without.ask('IDS_OK')) < 0);
+  assert.equal(await without.volume(), 20);
+  assert.doesNotMatch(without.host.told(), noPaths);
+});
+
+test('HDMI-CEC is started, unless it is left out; a failure is told', async (t) => {
+  const started = /\[tvc_ctrl_cec_detect_init\]/;
+  const failed = /^dtv-host: HDMI-CEC does not start; going on without it$/m;
+  assert.match((await television(t)).host.told(), started);
+  assert.doesNotMatch((await television(t, ['--no-cec'])).host.told(), started);
+  const odd = await startHost(t, ['--plugin', oddPlugin]);
+  assert.match(odd.told(), failed);
+  assert.equal((await request(odd, 'GET', '/odd/echo')).status, 200);
+  assert.doesNotMatch((await startHost(t, ['--plugin', oddPlugin, '--no-cec'])).told(), failed);
+});
+
+// What a process without a superuser's rights needs.
+const namespaces = (words) => {
+  if (process.env.TSAN_OPTIONS) return 'the thread sanitizer’s own thread keeps a process out of a new user namespace';
+  const { status, error, stderr } = spawnSync(words[0], [...words.slice(1), 'unshare', '--user', 'true'], { encoding: 'utf8' });
+  return status === 0 ? false : `no user namespaces here: ${error ?? stderr.trim()}`;
+};
+const nobody = 65534;
+const asNobody = process.getuid() === 0 ? ['setpriv', `--reuid=${nobody}`, `--regid=${nobody}`, '--clear-groups'] : [];
+
+test('an ordinary user has it too', { skip: namespaces([...asNobody, 'env']) }, async (t) => {
+  // A copy that everybody may read, wherever the build stands.
+  const home = folder(t);
+  chmodSync(home, 0o755);
+  mkdirSync(join(home, 'bin'));
+  cpSync(join(build, 'bin/dtv-host'), join(home, 'bin/dtv-host'));
+  for (const name of readdirSync(join(build, 'lib')))
+    if (/^(libdtv_(js_plugin|tap|tv)\.so|i18n$)/.test(name)) cpSync(join(build, 'lib', name), join(home, 'lib', name), { recursive: true });
+  const own = join(home, 'own');
+  mkdirSync(own);
+  if (asNobody.length) chownSync(own, nobody, nobody);
+
+  const options = { program: [...asNobody, join(home, 'bin/dtv-host')], cwd: own, state: 'deep/state' };
+  const tv = await television(t, [], options);
+  await tv.set(german);
+  assert.equal(await tv.ask('IDS_VOLUME'), 'Lautstärke');
+  await tv.client.call('set', { uri: volume, parameter: modify(33) });
+  await tv.client.call('set', { uri: '/tv/key/irrc', parameter: modify('VOL+') });
+  const user = statSync(own).uid;
+  for (const file of ['deep', 'deep/state', 'deep/state/tv.sqlite']) assert.equal(statSync(join(own, file)).uid, user, file);
+  assert.equal((await tv.host.stop('SIGTERM')).code, 0);
+
+  const again = await television(t, [], options);
+  assert.equal(await again.ask('IDS_VOLUME'), 'Lautstärke');
+  assert.equal(await again.volume(), 34);
+
+  // Nor may it more than the user may.
+  await again.host.stop();
+  chmodSync(join(own, 'deep/state'), 0o500);
+  await assert.rejects(television(t, [], options), /cannot be written/);
+});
+
+const forbid = ['unshare', '--user', '--map-root-user', 'sh', '-c', 'echo 0 >/proc/sys/user/max_mnt_namespaces && exec "$@"', 'sh'];
+
+test('where the machine forbids it, the host says so and goes on', { skip: namespaces(['env']) }, async (t) => {
+  const tv = await television(t, [], { program: [...forbid, join(build, 'bin/dtv-host')] });
+  assert.ok(before.includes('/3rd') || (await tv.ask('IDS_OK')) < 0);
+  assert.equal(await tv.volume(), 20);
+  await sleep(100); // whatever else it wants to say
+  assert.deepEqual(tv.host.told().match(noPaths)?.length, 1, tv.host.told());
+});
