@@ -159,7 +159,7 @@ std::string cut(std::string text, std::size_t longest) {
   return text;
 }
 
-boost::json::object insert(std::string_view given, Words label) {
+boost::json::object insert_stick(std::string_view given, Words label) {
   const std::string quoted = "\"" + std::string(given) + "\"";
   if (!given.starts_with('/')) return control_error("the folder " + quoted + " is not named by its whole path");
   std::error_code failed;
@@ -214,7 +214,7 @@ std::vector<std::size_t> named(std::string_view name) {
   return found;
 }
 
-boost::json::object remove(std::string_view name) {
+boost::json::object remove_sticks(std::string_view name) {
   const std::lock_guard guard(state.changing);
   const std::vector<std::size_t> found = named(name);
   if (name != "all" && found.size() != 1) {
@@ -233,7 +233,7 @@ boost::json::object remove(std::string_view name) {
   return {{"removed", std::move(removed)}};
 }
 
-boost::json::object list() {
+boost::json::object list_sticks() {
   boost::json::array sticks;
   const std::lock_guard guard(state.lock);
   for (std::size_t index = 0; index < kPorts; ++index)
@@ -375,7 +375,7 @@ void usb_load() {
   }
 }
 
-void usb_reset() { remove("all"); }
+void usb_reset() { remove_sticks("all"); }
 
 // Nothing while no stick is inserted, as in a new set.
 void usb_report(boost::json::object& answer) {
@@ -388,8 +388,8 @@ void usb_report(boost::json::object& answer) {
 
 boost::json::object stick_command(Words arguments) {
   const std::string_view action = arguments.empty() ? "list" : arguments[0];
-  if (action == "list" && arguments.size() <= 1) return list();
-  if (action == "insert" && arguments.size() >= 2) return insert(arguments[1], arguments.subspan(2));
-  if (action == "remove" && arguments.size() == 2) return remove(arguments[1]);
+  if (action == "list" && arguments.size() <= 1) return list_sticks();
+  if (action == "insert" && arguments.size() >= 2) return insert_stick(arguments[1], arguments.subspan(2));
+  if (action == "remove" && arguments.size() == 2) return remove_sticks(arguments[1]);
   return control_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, or list");
 }
