@@ -228,14 +228,17 @@ void dtv_tv_command(char character) {
   std::string command;
   {
     const std::lock_guard guard(device_lock);
-    if (!store_is_open()) line.clear();
+    if (!store_is_open()) {
+      line.clear();
+      return;
+    }
     if (character != '\n') {
       if (line.size() <= kLongestLine) line += character;
       return;
     }
     command.swap(line);
   }
-  if (store_is_open()) carry_out(command);
+  carry_out(command);
 }
 
 void remote_load() {

@@ -46,7 +46,7 @@ test('set in one shell, get in the next', async (t) => {
   const { ret, response } = JSON.parse(await done(set.ctl('--json', 'get', volume)));
   assert.equal(ret, 0);
   assert.deepEqual(response.ITEMS[0].VALUE, 23);
-  assert.equal(await done(set.ctl('--json', 'tv', 'state')), '{"volume":23,"mute":false}\n');
+  assert.equal(await done(set.ctl('--json', 'tv', 'volume')), '{"volume":23,"mute":false}\n');
 });
 
 test('watch prints what the remote control and another shell change', async (t) => {
@@ -142,7 +142,7 @@ test('a host that is killed loses nothing', async (t) => {
   assert.equal(gone.code, 3);
   assert.match(gone.stderr, /make run/);
   const second = await host(t, state);
-  assert.equal(await done(second.ctl('--json', 'tv', 'state')), '{"volume":61,"mute":false}\n');
+  assert.equal(await done(second.ctl('--json', 'tv', 'volume')), '{"volume":61,"mute":false}\n');
 });
 
 test('a local set does not share the folder of a running one', async (t) => {

@@ -72,20 +72,6 @@ inline std::string text(const std::string& key) {
   return buffer;
 }
 
-// What is said on stderr by a call that has to fail.
-template <typename Call>
-std::string refusal(Call call) {
-  testing::internal::CaptureStderr();
-  const INT32 result = call();
-  const std::string said = testing::internal::GetCapturedStderr();
-  EXPECT_LT(result, 0) << said;
-  return said;
-}
-
-inline void expect_words(const std::string& said, const std::vector<std::string>& words) {
-  for (const std::string& word : words) EXPECT_NE(said.find(word), std::string::npos) << word << " in: " << said;
-}
-
 struct Heard {
   INT32 id;
   void* tag;

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "dtv_tv.h"
 #include "tvapi/all.h"
@@ -26,6 +27,9 @@ struct TvFolder {
   std::string database() const { return path + "/tv.sqlite"; }
 };
 
+// What "state" says of a set as it comes from the factory, without its volume.
+#define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"")"
+
 // What is wrong with the start, or an empty text.
 inline std::string tv_start(const std::string& folder) {
   char* error = nullptr;
@@ -39,4 +43,18 @@ inline std::string tv_start(const std::string& folder) {
 inline std::string tv_control(const std::string& command) {
   const std::unique_ptr<char, decltype(&free)> answer(dtv_tv_control(command.c_str()), free);
   return answer == nullptr ? "null" : answer.get();
+}
+
+// What is said on stderr by a call that has to fail.
+template <typename Call>
+std::string refusal(Call call) {
+  testing::internal::CaptureStderr();
+  const INT32 result = call();
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_LT(result, 0) << said;
+  return said;
+}
+
+inline void expect_words(const std::string& said, const std::vector<std::string>& words) {
+  for (const std::string& word : words) EXPECT_NE(said.find(word), std::string::npos) << word << " in: " << said;
 }

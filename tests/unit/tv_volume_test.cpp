@@ -230,8 +230,8 @@ TEST_F(TvVolume, RaisingByRemoteControlUnmutesInOneChange) {
 TEST_F(TvVolume, ResetGoesBackToTheFactory) {
   tv_control(R"(["volume","77"])");
   tv_control(R"(["mute","on"])");
-  EXPECT_EQ(tv_control(R"(["reset"])"), R"({"volume":20,"mute":false})");
-  EXPECT_EQ(tv_control(R"(["state"])"), R"({"volume":20,"mute":false})");
+  EXPECT_EQ(tv_control(R"(["reset"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
+  EXPECT_EQ(tv_control(R"(["state"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
   const std::vector<Heard> all = wait_for(3);
   ASSERT_EQ(all.size(), 3u);
   EXPECT_EQ(all[2].args[0], 20);
