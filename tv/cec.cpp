@@ -273,6 +273,21 @@ bool is_heard(const CecFrame& frame) {
 
 bool is_there(UINT8 la) { return la == CECM_LOG_ADDR_TV ? listens() : plugged_at(la) != nullptr; }
 
+// Who shows a picture, as everybody on the bus has heard it.
+void note_source(const CecFrame& frame) {
+  const UINT8 opcode = frame.bytes[0];
+  if (frame.bytes.size() < 3 || (opcode != kActiveSource && opcode != kInactiveSource)) return;
+  const auto address = static_cast<UINT16>(frame.bytes[1] << 8 | frame.bytes[2]);
+  const bool active = opcode == kActiveSource;
+  if (active) {
+    bus.active_source = address;
+  } else if (address == bus.active_source) {
+    bus.active_source = CECM_PHY_ADDR_UNKNOWN;
+  }
+  if (const CecDevice* const sender = plugged_at(frame.from); sender != nullptr && sender->address() == address)
+    state_of(*sender).plays = active;
+}
+
 void carry(const CecFrame& frame) {
   if (!is_there(frame.from)) return;  // pulled out, or switched off, in the middle of it
   const bool heard = is_heard(frame);
@@ -283,11 +298,7 @@ void carry(const CecFrame& frame) {
     return;
   }
   if (!heard) return;
-  if (frame.bytes.size() >= 3) {
-    const auto address = static_cast<UINT16>(frame.bytes[1] << 8 | frame.bytes[2]);
-    if (frame.bytes[0] == kActiveSource) bus.active_source = address;
-    if (frame.bytes[0] == kInactiveSource && address == bus.active_source) bus.active_source = CECM_PHY_ADDR_UNKNOWN;
-  }
+  note_source(frame);
   if (frame.from == CECM_LOG_ADDR_TV) {
     for (UINT8 la = kFirstDevice; la <= kLastDevice; ++la)
       if (frame.to == la || frame.to == kCecBroadcast) bus.known[la].asked = frame.bytes[0];
@@ -296,8 +307,7 @@ void carry(const CecFrame& frame) {
   }
   for (const CecDevice& device : kCecDeviceTable) {
     if (device.la == frame.from || !state_of(device).plugged) continue;
-    if (frame.to == kCecBroadcast || frame.to == device.la)
-      reply(cec_device_answers(device, state_of(device), frame, bus.active_source));
+    if (frame.to == kCecBroadcast || frame.to == device.la) reply(cec_device_answers(device, state_of(device), frame));
   }
 }
 
@@ -410,7 +420,7 @@ struct Action {
 
 constexpr Action kActions[] = {
     {"play", true, [](const CecDevice& device) { say(cec_plays(device, state_of(device))); }},
-    {"standby", true, [](const CecDevice& device) { say(cec_sleeps(device, state_of(device), bus.active_source)); }},
+    {"standby", true, [](const CecDevice& device) { say(cec_sleeps(device, state_of(device))); }},
     {"unplug", true, unplug},
     {"plug", false, plug},
     {"send", true, nullptr},  // takes more words
@@ -516,7 +526,7 @@ void cec_reset() {
     if (!state_of(device).plugged) {
       plug(device);
     } else {
-      say(cec_sleeps(device, state_of(device), bus.active_source));
+      say(cec_sleeps(device, state_of(device)));
     }
   }
   bus.active_source = CECM_PHY_ADDR_UNKNOWN;

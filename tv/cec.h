@@ -79,6 +79,7 @@ struct CecDevice {
 struct CecDeviceState {
   bool plugged = true;
   bool on = false;
+  bool plays = false;   // says that its picture is to be shown
   bool speaks = false;  // an audio system that plays the set's sound
   bool operator==(const CecDeviceState&) const = default;
 };
@@ -92,14 +93,13 @@ CecFrame cec_direct(const CecDevice& from, UINT8 to, std::vector<UINT8> bytes);
 CecFrame cec_broadcast(const CecDevice& from, std::vector<UINT8> bytes);
 std::vector<CecFrame> cec_joins(const CecDevice& device);  // with the logical address that it has just taken
 std::vector<CecFrame> cec_plays(const CecDevice& device, CecDeviceState& state);
-std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state, UINT16 active_source);
+std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state);
 
 // What the one who is told a message answers when every device answers so: who it is, and whether it is on.
 std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& told);
 
 // What a device that is told a message does and answers.
-std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told,
-                                         UINT16 active_source);
+std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told);
 
 // ---- cec_messages.cpp: the messages that concern an application ----
 

@@ -111,19 +111,20 @@ std::vector<CecFrame> cec_joins(const CecDevice& device) {
 std::vector<CecFrame> cec_plays(const CecDevice& device, CecDeviceState& state) {
   std::vector<CecFrame> frames;
   turn(device, state, true, frames);
+  state.plays = true;
   frames.push_back(cec_direct(device, CECM_LOG_ADDR_TV, {kImageViewOn}));
   frames.push_back(active_source(device));
   return frames;
 }
 
-std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state, UINT16 active_source) {
+std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state) {
   std::vector<CecFrame> frames;
-  if (device.address() == active_source) {
+  if (state.plays) {
     frames.push_back(
         cec_direct(device, CECM_LOG_ADDR_TV, {kInactiveSource, high(device.address()), low(device.address())}));
   }
   if (state.speaks) frames.push_back(cec_broadcast(device, {kSetSystemAudioMode, 0}));
-  state.speaks = false;
+  state.plays = state.speaks = false;
   turn(device, state, false, frames);
   return frames;
 }
@@ -154,11 +155,11 @@ std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const Cec
   }
 }
 
-std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told,
-                                         UINT16 active) {
+std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told) {
   const UINT8 opcode = told.bytes[0];
   if (told.to == kCecBroadcast) {
-    if (opcode == kRequestActiveSource && state.on && device.address() == active) return {active_source(device)};
+    if (opcode == kActiveSource) state.plays = false;  // another one does
+    if (opcode == kRequestActiveSource && state.plays) return {active_source(device)};
     return {};
   }
   if (auto identity = cec_identify(device, state.on, told)) return {*std::move(identity)};
