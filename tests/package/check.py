@@ -1,18 +1,23 @@
 #!/usr/bin/env python3
-"""Installs a build into a temporary prefix and uses it from outside, by CMake's package and by pkg-config.
+"""Installs a build into a temporary prefix and uses it from outside: the plugin by CMake's package and by pkg-config, and
+the host with the virtual television, of which each language library is asked for a text.
 
 usage: tests/package/check.py BUILD
 """
 
+import json
 import os
+import re
 import subprocess
 import sys
 import tempfile
+import time
 from pathlib import Path
 
 HERE = Path(__file__).resolve().parent
 EXPECTED = ('{"URI":"/tv/cast/volume/volume","STATUS":0,"ITEMS":[{"NAME":"Volume","TYPE":"TYPE_VALUE","GROUP":4,"STATE":1,'
             '"MINIMUM":0,"MAXIMUM":0,"INCREMENT":1,"VALUE":23}]}\n')
+TEXTS = {"eng": "Settings", "deu": "Einstellungen", "fra": "Paramètres", "spa": "Ajustes", "tur": "Ayarlar"}
 
 
 def run(*command, **options):
@@ -33,6 +38,26 @@ def by_pkg_config(prefix, work):
     return run(work / "user", env={**os.environ, "LD_LIBRARY_PATH": str(pc.parent.parent)})
 
 
+def by_host(prefix, work):
+    """The menu's word for settings in every language, as the installed host answers."""
+    command = [prefix / "bin/dtv-host", "--listen", "127.0.0.1:0", "--state", work / "state"]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as host:
+        try:
+            address = re.fullmatch(r"dtv-host: http://(.*)/\n", host.stdout.readline())[1]
+            ctl = lambda *words: run(prefix / "bin/dtvctl", *words, env={**os.environ, "DTV_HOST": address})
+            query = json.dumps({"REQUEST": "QUERY", "langId": "IDS_SETTINGS"})
+            texts = {}
+            for language, expected in TEXTS.items():
+                ctl("tv", "config", "g_gui_lang__gui_language", language)
+                deadline = time.monotonic() + 10  # the plugin hears of the change a moment later
+                while texts.get(language) != expected and time.monotonic() < deadline:
+                    answer = json.loads(ctl("--json", "get", "/tv/config/language_string", query))
+                    texts[language] = answer["response"]["ITEMS"][0]["langString"]
+            return texts
+        finally:
+            host.terminate()
+
+
 def main():
     build = Path(sys.argv[1]).resolve()
     passed = failed = 0
@@ -40,10 +65,10 @@ def main():
         work = Path(folder)
         prefix = work / "prefix"
         run("cmake", "--install", build, "--prefix", prefix)
-        for check in (by_cmake, by_pkg_config):
+        for check, expected in ((by_cmake, EXPECTED), (by_pkg_config, EXPECTED), (by_host, TEXTS)):
             try:
                 output = check(prefix, work)
-                error = None if output == EXPECTED else f"expected {EXPECTED!r}, got {output!r}"
+                error = None if output == expected else f"expected {expected!r}, got {output!r}"
             except subprocess.CalledProcessError as failure:
                 error = f"{failure}\n{failure.output}"
             if error:
