@@ -165,7 +165,7 @@ static const ItemType item_types[] = {
      .record_size = sizeof(T_CECM_NFY),
      .allocated_size = sizeof(T_CECM_NFY),
      .fields = cec_detect_notify_fields,
-     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_cec_detect_notify", .traces_text = true}},
+     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_cec_detect_notify"}},
     {.type = TYPE_CHANNEL_INFO_NOTIFY,
      .record_size = sizeof(T_CHANNEL_LIST_NOTIFY),
      .fields = channel_info_notify_fields,

@@ -9,8 +9,10 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "support.h"
+#include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/registry.h"
 
 namespace {
@@ -309,6 +311,27 @@ TEST(Content, SharedBufferHoldsEveryRegisteredRecord) {
   EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_INTEGER));
   EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_OPTION_LIST));
   EXPECT_EQ(tv_ctrl_malloc_content_max(nullptr), nullptr);
+}
+
+// What is printed when the parameters of a type cannot be decoded, for want of them.
+TEST(ItemTypes, TheMessageOfAFailedDecodingNamesTheType) {
+  const struct {
+    UINT8 type;
+    FieldUse use;
+    const char* word;
+  } rows[] = {{TYPE_CONFIG, kQuery, "config"},       {TYPE_LANG_STRING, kQuery, "language"},
+              {TYPE_TIME, kQuery, "time"},           {TYPE_CBROWSER, kQuery, "cbrowser"},
+              {TYPE_TUNER_SCAN, kSet, "tuner scan"}, {TYPE_HBBTV, kSet, "hbbtv"},
+              {TYPE_PORTAL, kSet, "portal"},         {TYPE_WLAN_ASSOCIATE, kAssociate, "wlan associate"},
+              {TYPE_CECM_CFG, kSet, "input source"}};
+  for (const auto& [type, use, word] : rows) {
+    std::vector<char> record(tvc_item_type(type)->record_size);
+    const std::string printed = printed_by([&] {
+      EXPECT_EQ(tvc_decode_parameter("a_dtv_jsp_set", tvc_item_type(type), use, nullptr, record.data()),
+                Decoded::kFailed);
+    });
+    EXPECT_TRUE(printed.ends_with("<a_dtv_jsp_set> error: parse " + std::string(word) + " param!")) << printed;
+  }
 }
 
 TEST(Content, WithoutMemoryThereIsNoRecord) {
