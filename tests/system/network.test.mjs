@@ -1,0 +1,123 @@
+// Network events from end to end. The host runs in a network namespace of its own, and so does dtvctl; it goes when the
+// test ends, whatever happens.
+import assert from 'node:assert/strict';
+import { spawn, spawnSync } from 'node:child_process';
+import { test } from 'node:test';
+import { dtvctl, run, start } from './cli_support.mjs';
+import { dtvHost, folder, within } from './host_support.mjs';
+
+const updates = '/tv/ws/notify/network';
+const tag = 0x118224;
+const unplugged = 2;
+const addressChanged = 3;
+const wlanGone = 15;
+
+// Whoever is not the superuser becomes it in a user namespace.
+const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
+const enter = process.getuid() === 0 ? ['--net'] : ['--user', '--preserve-credentials', '--net'];
+const wires = [
+  'ip link set lo up',
+  'ip link add far0 type veth peer name eth0',
+  'ip link add far1 type veth peer name wlan0',
+  // Addresses that nobody gave would be told of, too.
+  'for each in all default; do echo 1 2>/dev/null >/proc/sys/net/ipv6/conf/$each/disable_ipv6 || true; done',
+];
+
+// Why there is no such namespace here, or false.
+function missing() {
+  const tried = spawnSync('unshare', [...own, 'sh', '-ec', wires.join('\n')], { encoding: 'utf8' });
+  if (tried.error) return `unshare does not run here: ${tried.error.message}`;
+  return tried.status !== 0 && `no network namespace with veth here: ${tried.stderr.trim()}`;
+}
+
+const skip = missing();
+
+async function television(t) {
+  // Its processes hold the namespace; this one ends with its input, at the latest when the test's process ends.
+  const holder = spawn('unshare', [...own, 'sh', '-ec', [...wires, 'echo ready', 'exec cat'].join('\n')], {
+    stdio: ['pipe', 'pipe', 'inherit'],
+  });
+  const ended = new Promise((resolve) => holder.on('close', resolve));
+  t.after(async () => {
+    holder.stdin.end();
+    await ended;
+  });
+  await within(new Promise((resolve) => holder.stdout.once('data', resolve)), 'network namespace');
+  const inside = (program, words) => ['nsenter', ['--target', String(holder.pid), ...enter, '--', program, ...words]];
+
+  const host = start(...inside(dtvHost, ['--listen', '127.0.0.1:0', '--state', folder(t)]));
+  t.after(() => host.stop());
+  let address;
+  while (!address) address = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/$/.exec(await host.line())?.[1];
+  const env = { DTV_HOST: address };
+  const done = async (program, ...words) => {
+    const { code, stdout, stderr } = await run(...inside(program, words), { env });
+    assert.equal(code, 0, `${program} ${words.join(' ')}: ${stderr}`);
+    return stdout;
+  };
+  return {
+    ip: (...words) => done('ip', ...words),
+    network: async (...words) => JSON.parse(await done(dtvctl, '--json', 'tv', 'network', ...words)),
+    index: async (name) => JSON.parse(await done('ip', '-json', 'link', 'show', name))[0].ifindex,
+    shown: (...words) => done(dtvctl, 'tv', ...words),
+    // Resolves when dtvctl listens: it pulls the cable itself then. The cable is whole again, and all of that is read.
+    watch: async () => {
+      const watching = start(...inside(dtvctl, ['watch', updates, '--', 'tv', 'network', 'lose']), { env });
+      t.after(() => watching.stop());
+      const next = async () => {
+        const { URI, REQUEST, ITEMS } = JSON.parse(await watching.line());
+        assert.deepEqual([URI, REQUEST, ITEMS.length, ITEMS[0].TAG], [updates, 'NOTIFY', 1, tag]);
+        return [ITEMS[0].ID, ITEMS[0].PARAM];
+      };
+      const lost = await next();
+      await done(dtvctl, 'tv', 'network', 'restore');
+      return { next, lost, restored: await next() };
+    },
+  };
+}
+
+test('an address added in the namespace reaches the application', { skip }, async (t) => {
+  const tv = await television(t);
+  const { next } = await tv.watch();
+  const eth0 = await tv.index('eth0');
+  const wlan0 = await tv.index('wlan0');
+  await tv.ip('address', 'add', '192.0.2.7/24', 'dev', 'eth0');
+  assert.deepEqual(await next(), [addressChanged, eth0]);
+  assert.deepEqual((await tv.network()).interfaces.eth0.addresses, ['192.0.2.7/24']);
+  await tv.ip('address', 'del', '192.0.2.7/24', 'dev', 'eth0');
+  assert.deepEqual(await next(), [addressChanged, eth0]);
+  await tv.ip('address', 'add', '198.51.100.7/24', 'dev', 'wlan0');
+  assert.deepEqual(await next(), [addressChanged, wlan0]);
+});
+
+test('a cable that is pulled out and an adapter that is gone', { skip }, async (t) => {
+  const tv = await television(t);
+  const { next } = await tv.watch();
+  const eth0 = await tv.index('eth0');
+  const wlan0 = await tv.index('wlan0');
+  await tv.ip('link', 'set', 'far1', 'up'); // is an Ethernet interface, too; without its other end it is not plugged
+  await tv.ip('link', 'set', 'eth0', 'up');
+  await tv.ip('link', 'set', 'far0', 'up'); // "plugged" is no event that the application gets
+  await tv.ip('address', 'add', '192.0.2.7/24', 'dev', 'eth0');
+  assert.deepEqual(await next(), [addressChanged, eth0]);
+  while ((await tv.network()).interfaces.eth0.state !== 'plugged');
+  await tv.ip('link', 'set', 'eth0', 'down');
+  const [id, param] = await next();
+  assert.equal(id, unplugged);
+  assert.ok([eth0, await tv.index('far0')].includes(param));
+  await tv.ip('link', 'del', 'wlan0');
+  let event;
+  do event = await next();
+  while (event[0] === unplugged); // the wire's other end
+  assert.deepEqual(event, [wlanGone, wlan0]);
+});
+
+test('a viewer pretends that the cable is pulled', { skip }, async (t) => {
+  const tv = await television(t);
+  const { lost, restored } = await tv.watch();
+  assert.deepEqual([lost, restored], [[unplugged, 0], [addressChanged, 0]]); // no interface has a cable
+  assert.equal((await tv.network('lose')).cable, 'pulled');
+  assert.match(await tv.shown('network'), /^interfaces\.eth0\.state\s+unplugged$/m);
+  assert.match(await tv.shown('state'), /^network\s+lost$/m);
+  assert.equal((await tv.network('restore')).cable, 'as the machine has it');
+});
