@@ -1,7 +1,6 @@
 #include "private_paths.h"
 
 #include <stdio.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,5 +55,5 @@ PrivatePaths private_paths_enter(const std::string& language_folder) {
   std::string error;
   if (sandbox_enter(wanted, NewFolders::READ_ONLY, error)) return {.device = device};
   complain(error);  // half-way, though the child had come through
-  exit(1);
+  _exit(1);
 }
