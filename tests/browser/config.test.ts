@@ -175,7 +175,7 @@ test("a change made elsewhere appears and is marked for a moment", async ({ host
   await bass.getByRole("spinbutton").press("Escape");
   await expect(bass.getByRole("spinbutton")).toHaveValue("20");
 
-  await page.getByRole("checkbox", { name: "Not as in a new set" }).check();
+  await page.getByRole("checkbox", { name: "Not the default" }).check();
   await expect(lines(page)).toHaveCount(1);
   await expect(bass).toContainText("Default 50");
 });

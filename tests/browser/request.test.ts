@@ -64,6 +64,15 @@ test("a set is made from the item type's description, and shows the platform cal
   expect(await host.read(volumeUri)).toBe(37);
 });
 
+test("a value that is one of a table's names offers them", async ({ open }) => {
+  const page = await open("/#/tv/key/irrc");
+  const field = page.getByRole("combobox", { name: "VALUE" });
+  await expect(field).toBeVisible();
+  const offered = await field.evaluate((input: HTMLInputElement) => [...input.list!.options].map(({ value }) => value));
+  expect(offered).toHaveLength(58);
+  expect(offered).toContain("VOL+");
+});
+
 test("a field refuses what its kind cannot hold", async ({ open }) => {
   const page = await open(`/#${volumeUri}`);
   await choose(page, "Set");

@@ -65,7 +65,7 @@ export function ConfigPanel() {
                 checked={changedOnly.value}
                 onChange={(event) => (changedOnly.value = event.currentTarget.checked)}
               />
-              Not as in a new set
+              Not the default
             </label>
           )}
         </div>

@@ -20,7 +20,7 @@ export function GetForm({ row, type }: FormProps) {
     <RequestForm
       method="get"
       label="Get"
-      uri={row.uri}
+      row={row}
       fields={fields}
       values={values}
       built={built.value}
@@ -42,7 +42,7 @@ export function SetForm({ row, type }: FormProps) {
     <RequestForm
       method="set"
       label={word === "ACTION" ? "Run" : "Set"}
-      uri={row.uri}
+      row={row}
       fields={fields}
       values={values}
       built={built.value}
@@ -61,7 +61,7 @@ export function SetForm({ row, type }: FormProps) {
 interface RequestFormProps {
   method: "get" | "set";
   label: string;
-  uri: string;
+  row: UriRow;
   fields: Field[];
   values: Signal<FormValues>;
   built: Built;
@@ -69,7 +69,8 @@ interface RequestFormProps {
   hint: string;
 }
 
-function RequestForm({ method, label, uri, fields, values, built, parameter, hint }: RequestFormProps) {
+function RequestForm({ method, label, row, fields, values, built, parameter, hint }: RequestFormProps) {
+  const { uri } = row;
   const busy = useSignal(false);
   const blocked = [...built.problems.values()].some((problem) => problem.level === "bad");
   const offline = connection.value.name !== "open";
@@ -85,7 +86,7 @@ function RequestForm({ method, label, uri, fields, values, built, parameter, hin
   return (
     <form onSubmit={(event) => void submit(event)} aria-label={label}>
       {fields.length > 0 && (
-        <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
+        <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} names={row.values} />
       )}
       {hint && <p class="hint">{hint}</p>}
       <div class="actions">
@@ -114,9 +115,11 @@ interface FieldsProps {
   values: Signal<FormValues>;
   built: Built;
   current: JsonObject;
+  /** What "VALUE" may be, where there is a table of it. */
+  names?: UriRow["values"];
 }
 
-function Fields({ list, prefix, values, built, current }: FieldsProps) {
+function Fields({ list, prefix, values, built, current, names }: FieldsProps) {
   return (
     <div class="fields">
       {list.map((field) => {
@@ -138,7 +141,15 @@ function Fields({ list, prefix, values, built, current }: FieldsProps) {
           );
         }
         return (
-          <FieldInput key={path} field={field} path={path} values={values} built={built} now={current[field.key]} />
+          <FieldInput
+            key={path}
+            field={field}
+            path={path}
+            values={values}
+            built={built}
+            now={current[field.key]}
+            names={path === "VALUE" ? names : null}
+          />
         );
       })}
     </div>
@@ -151,9 +162,10 @@ interface FieldInputProps {
   values: Signal<FormValues>;
   built: Built;
   now: Json | undefined;
+  names: UriRow["values"];
 }
 
-function FieldInput({ field, path, values, built, now }: FieldInputProps) {
+function FieldInput({ field, path, values, built, now, names }: FieldInputProps) {
   const typed = values.value[path] ?? "";
   const problem = built.problems.get(path);
   // An empty field needs no reproach before it has been touched.
@@ -168,6 +180,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
       <input
         id={id}
         type="text"
+        {...(names ? { list: `${id}-names` } : {})}
         inputMode={isNumber(field.kind) ? "numeric" : "text"}
         autocomplete="off"
         spellcheck={false}
@@ -177,6 +190,13 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
         aria-invalid={shown?.level === "bad"}
         onInput={(event) => (values.value = { ...values.value, [path]: event.currentTarget.value })}
       />
+      {names && (
+        <datalist id={`${id}-names`}>
+          {names.map((name) => (
+            <option key={name} value={name} />
+          ))}
+        </datalist>
+      )}
       <p class="about" id={`${id}-about`}>
         {shown ? (
           <span class={shown.level}>{shown.text}</span>
