@@ -78,6 +78,9 @@ test('the paths are the process’s alone, and can be left out', async (t) => {
   assert.deepEqual(left(), []);
   assert.doesNotMatch(tv.host.told(), noPaths);
 
+  // What would be lost with the process is refused.
+  if (!before.length) await assert.rejects(startHost(t, [], { state: '/' }), /the state folder \/ cannot be written/);
+
   const without = await television(t, ['--no-private-paths']);
   assert.ok(before.includes('/3rd') || (await without.ask('IDS_OK')) < 0);
   assert.equal(await without.volume(), 20);

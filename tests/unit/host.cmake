@@ -1,12 +1,11 @@
-# The host without its sockets, and the language libraries that it gives the plugin; and the plugin that its system tests
-# load to see what it does with broken texts.
+# The host without its sockets, the language libraries and the private view that it gives the plugin; and the plugin that
+# its system tests load to see what it does with broken texts.
 find_package(GTest REQUIRED)
 
 add_executable(host_test
-  host_rpc_test.cpp host_policy_test.cpp host_text_test.cpp host_runner_test.cpp i18n_test.cpp)
-target_include_directories(host_test PRIVATE ${CMAKE_SOURCE_DIR})
+  host_rpc_test.cpp host_policy_test.cpp host_text_test.cpp host_runner_test.cpp i18n_test.cpp sandbox_test.cpp)
 target_compile_definitions(host_test PRIVATE LANGUAGES="${CMAKE_LIBRARY_OUTPUT_DIRECTORY}/i18n")
-target_link_libraries(host_test PRIVATE dtv_host_core GTest::gtest_main)
+target_link_libraries(host_test PRIVATE dtv_host_core dtv_sandbox GTest::gtest_main)
 add_dependencies(host_test dtv_languages)
 add_test(NAME host_test COMMAND host_test)
 

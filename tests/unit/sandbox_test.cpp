@@ -1,0 +1,123 @@
+// The private view of the machine's files, and the command device in it.
+#include "sandbox/sandbox.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "sandbox/device.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Prints what does not hold; the exit code of a child counts it.
+int wrong = 0;
+void expect(bool holds, const char* what) {
+  if (holds) return;
+  ++wrong;
+  fprintf(stderr, "it does not hold that %s\n", what);
+}
+
+std::string typed;
+void type(char character) { typed += character; }
+
+bool makes_file(const fs::path& path) {
+  std::ofstream stream(path);
+  return stream.is_open();
+}
+
+std::string text_of(const fs::path& path) {
+  std::ifstream stream(path);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// A folder of the machine with a file in it.
+class Sandbox : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (fs::temp_directory_path() / "sandbox-test-XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    folder = fs::canonical(name);
+    std::ofstream(folder / "text") << "the machine's";
+  }
+  void TearDown() override { fs::remove_all(folder); }
+
+  // The exit code is for EXPECT_EXIT: 0 when all holds. Only a superuser is never refused.
+  int look_from_inside(NewFolders folders) const {
+    const uid_t user = getuid();
+    std::string error;
+    const WantedPaths wanted = {{"/3rd/made/bound", {.what = WantedPath::BOUND, .content = folder}},
+                                {"/3rd/made/file", {.what = WantedPath::FILE, .content = "a file's"}},
+                                {DEVICE_PATH, {.what = WantedPath::DEVICE, .content = {}}}};
+    fs::current_path(folder);
+    if (!sandbox_enter(wanted, folders, error)) {
+      fprintf(stderr, "refused: %s\n", error.c_str());
+      return user != 0 && !error.empty() ? 0 : 1;
+    }
+    expect(text_of("/3rd/made/bound/text") == "the machine's", "a bound folder has the machine's files");
+    expect(text_of("/3rd/made/file") == "a file's", "a file has its content");
+    expect(text_of("text") == "the machine's" && fs::current_path() == folder, "the working folder stays");
+    expect(makes_file("new") && fs::exists(folder / "new"), "the machine's folders can be written to");
+    expect(makes_file("/3rd/made/new") == (folders == NewFolders::WRITABLE), "new folders are as they are wanted");
+    expect(getuid() == user, "the user stays who it is");
+
+    device_listen(type);
+    const int device = open(DEVICE_PATH, O_RDWR | O_CLOEXEC);
+    char character = 'x';
+    expect(ioctl(device, 0, &character) == 0 && typed == "x", "the device's characters are heard");
+    device_listen(nullptr);
+    expect(ioctl(device, 0, &character) == -1 && errno == ENOTTY && typed == "x", "without a listener nobody hears");
+    return wrong;
+  }
+
+  fs::path folder;
+};
+
+TEST_F(Sandbox, HasWhatIsWanted) {
+  const bool had = fs::exists("/3rd/made");
+  for (const NewFolders folders : {NewFolders::WRITABLE, NewFolders::READ_ONLY})
+    EXPECT_EXIT(_exit(look_from_inside(folders)), testing::ExitedWithCode(0), "");
+  EXPECT_EQ(fs::exists("/3rd/made"), had) << "nothing is made on the machine";
+}
+
+TEST_F(Sandbox, SaysWhatItCannotDo) {
+  const auto fails = [this] {
+    std::string error;
+    const bool entered = sandbox_enter({{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}},
+                                       NewFolders::WRITABLE, error);
+    fprintf(stderr, "%s\n", error.c_str());
+    _exit(entered ? 1 : 0);
+  };
+  EXPECT_EXIT(fails(), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+}
+
+TEST(Device, OtherCallsAreTheKernels) {
+  typed.clear();
+  device_listen(type);
+  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+  char character = 'x';
+  EXPECT_EQ(ioctl(null, 0, &character), -1);
+  EXPECT_EQ(errno, ENOTTY);
+  close(null);
+
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(write(ends[1], "abc", 3), 3);
+  int waiting = 0;
+  EXPECT_EQ(ioctl(ends[0], FIONREAD, &waiting), 0);
+  EXPECT_EQ(waiting, 3);
+  for (const int end : ends) close(end);
+  EXPECT_EQ(typed, "");
+  device_listen(nullptr);
+}
+
+}  // namespace
