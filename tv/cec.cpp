@@ -85,15 +85,9 @@ INT32 refuse(const char* function, const std::string& why) {
   return -1;
 }
 
-INT32 configured(const char* key) {
-  INT32 value = 0;
-  a_vextvapi_config_get_value(-1, key, &value);
-  return value;
-}
-
 // All that follow: the caller holds the lock.
 
-bool listens() { return bus.enabled && configured(kSwitch) != 0; }
+bool listens() { return bus.enabled && config_number(kSwitch) != 0; }
 
 std::size_t index_of(const CecDevice& device) { return static_cast<std::size_t>(&device - kCecDeviceTable); }
 
@@ -179,7 +173,7 @@ CecFrame menu_language() {
   constexpr std::pair<std::string_view, std::string_view> kOtherLetters[] = {
       {"ces", "cze"}, {"cym", "wel"}, {"deu", "ger"}, {"ell", "gre"}, {"eus", "baq"}, {"fra", "fre"},
       {"isl", "ice"}, {"mkd", "mac"}, {"nld", "dut"}, {"ron", "rum"}, {"slk", "slo"}, {"sqi", "alb"}};
-  const auto code = static_cast<UINT32>(configured(kMenuLanguage));
+  const auto code = static_cast<UINT32>(config_number(kMenuLanguage));
   std::string letters{static_cast<char>(code >> 24), static_cast<char>(code >> 16 & 0xFF),
                       static_cast<char>(code >> 8 & 0xFF)};
   for (const auto& [menu, cec] : kOtherLetters)
@@ -215,7 +209,7 @@ void ask(UINT8 la) {
        {kGivePhysicalAddress, kGiveOsdName, kGiveDeviceVendorId, kGetCecVersion, kGiveDevicePowerStatus})
     frames.push_back(cec_direct(kCecSet, la, {opcode}));
   if (la == kAudioSystem) {
-    const bool speakers = configured(kSpeakers) != 0;
+    const bool speakers = config_number(kSpeakers) != 0;
     frames.push_back(speakers ? cec_direct(kCecSet, la, {kSystemAudioModeRequest, 0, 0})
                               : cec_direct(kCecSet, la, {kGiveSystemAudioModeStatus}));
   }
@@ -436,13 +430,12 @@ INT32 a_vextvapi_cec_mw_reg_callback(a_vextvapi_cec_nfy_fct callback, void* tag)
 }
 
 INT32 a_vextvapi_cec_get_cec_func(UINT8* func) {
-  INT32 value = 0;
-  if (func == nullptr || a_vextvapi_config_get_value(-1, kSwitch, &value) != 0) return -1;
-  *func = static_cast<UINT8>(value);
+  if (func == nullptr) return -1;
+  *func = static_cast<UINT8>(config_number(kSwitch));
   return 0;
 }
 
-INT32 a_vextvapi_cec_set_cec_func(UINT8 func) { return a_vextvapi_config_set_value(-1, kSwitch, func, 0); }
+INT32 a_vextvapi_cec_set_cec_func(UINT8 func) { return config_set(kSwitch, func); }
 
 INT32 a_vextvapi_cec_get_hdmi_port_num(UINT8* port_num) {
   if (port_num == nullptr) return -1;

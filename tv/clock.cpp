@@ -337,10 +337,10 @@ boost::json::object clock_command(Words arguments) {
     boost::json::object (*run)(std::string_view word);
   };
   constexpr Part kParts[] = {{"set", set_by_hand}, {"zone", choose_zone}, {"sleep", start_sleep}};
-  if (arguments.empty() || (arguments.size() == 1 && arguments[0] == "show")) return show();
+  if (arguments.empty()) return show();
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (arguments.size() != 2 || part == std::end(kParts)) {
-    return control_error("clock takes show, set TIME, zone NAME or sleep SECONDS");
+    return control_error("clock takes set TIME, zone NAME or sleep SECONDS");
   }
   return part->run(arguments[1]);
 }

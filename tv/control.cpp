@@ -39,13 +39,13 @@ constexpr Command kCommands[] = {
      config_command},
     {"key", "[NAME]", 1, "Presses a key of the remote control, or lists the keys", key_command},
     {"power", "[on|standby|toggle]", 1, "Wakes the set or puts it in standby", power_command},
-    {"clock", "[show|set TIME|set machine|zone NAME|sleep SECONDS]", 2,
-     "Shows the clock; sets it, or back to the machine's; chooses the time zone; starts the sleep timer (0 stops it)",
+    {"clock", "[set TIME|zone NAME|sleep SECONDS]", 2,
+     "Shows the clock; sets it (machine: back to the machine's); chooses the zone; starts the sleep timer, or stops it",
      clock_command},
     {"app", "", 0, "Shows what runs besides television: HbbTV, the portal, the set's own applications", app_command},
-    {"cec", "[play|standby|unplug|plug DEVICE | send DEVICE OPCODE [BYTE...] | frames]", 17,
-     "Lists the devices at HDMI; has one played, put into standby, pulled out or plugged in, or send a message; lists the "
-     "bus's latest frames",
+    {"cec", "[play|standby|unplug|plug DEVICE|send DEVICE OPCODE [BYTE...]|frames]", 17,
+     "Lists the devices at HDMI; has one played, put into standby, pulled out or plugged in, or send a message; lists "
+     "the bus's latest frames",
      cec_command},
     {"stick", "insert DIR [LABEL]|remove DEV|LABEL|DIR|all|list", 3,
      "Inserts a folder as a USB stick, pulls sticks out, lists them; they stay inserted when the set is switched off",

@@ -24,12 +24,7 @@ constexpr Room kRooms[] = {
      .report = network_report,
      .start = network_start,
      .stop = network_stop},
-    {.name = "cec",
-     .load = cec_load,
-     .reset = cec_reset,
-     .report = cec_report,
-     .start = cec_start,
-     .stop = cec_stop},
+    {.name = "cec", .load = cec_load, .reset = cec_reset, .report = cec_report, .start = cec_start, .stop = cec_stop},
     {.name = "usb", .load = usb_load, .reset = usb_reset, .report = usb_report},
 };
 

@@ -334,7 +334,9 @@ test('bash completes commands, options, URIs and the virtual television', async 
   assert.deepEqual(await complete('trace', '--', 'get', '/tv/cast/volume/m'), [mute]);
   assert.deepEqual(await complete('trace', '--', 'tv', 'volume', ''), ['down', 'up']);
   assert.deepEqual(await complete('set', volume, '--', ''), []);
-  assert.deepEqual(await complete('tv', ''), ['config', 'fault', 'faults', 'help', 'mute', 'reset', 'state', 'volume']);
+  const { commands } = JSON.parse(await done(local(cache, '--json', 'tv', 'help')));
+  assert.ok(commands.length > 10);
+  assert.deepEqual(await complete('tv', ''), [...new Set(commands.map(({ name }) => name))].sort());
   assert.deepEqual(await complete('tv', 'volume', ''), ['down', 'up']);
   const setVolume = 'a_vextvapi_volctrl_setVolume';
   assert.deepEqual(await complete('tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
