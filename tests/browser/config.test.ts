@@ -161,16 +161,15 @@ test("a change made elsewhere appears and is marked for a moment", async ({ host
   await expect(bass).toHaveAttribute("data-changed", "false");
 
   // Nothing tells of this one: it is seen when the values are read again.
-  await turn(host, "g_audio__bass", "73");
-  await expect(bass).toHaveAttribute("data-changed", "true");
+  const marked = () => expect(bass).toHaveAttribute("data-changed", "true");
+  await Promise.all([marked(), turn(host, "g_audio__bass", "73")]);
   await expect(bass.getByRole("spinbutton")).toHaveValue("73");
   await expect(bass).toHaveAttribute("data-changed", "false");
   await expect(page.locator('.config-line[data-changed="true"]')).toHaveCount(0);
 
   // What is being typed stays.
   await bass.getByRole("spinbutton").fill("7");
-  await turn(host, "g_audio__bass", "20");
-  await expect(bass).toHaveAttribute("data-changed", "true");
+  await Promise.all([marked(), turn(host, "g_audio__bass", "20")]);
   await expect(bass.getByRole("spinbutton")).toHaveValue("7");
   await bass.getByRole("spinbutton").press("Escape");
   await expect(bass.getByRole("spinbutton")).toHaveValue("20");

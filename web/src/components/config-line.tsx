@@ -105,7 +105,10 @@ const Action = ({ row, entry, id }: EditorProps) => (
 function TextEditor({ row, entry, id }: EditorProps) {
   // What is typed stays until it is taken, whatever the television tells meanwhile; Escape gives it up.
   const draft = useSignal<string | null>(null);
-  const isNumber = entry.kind === "number";
+  const type =
+    entry.kind === "number"
+      ? { type: "number" as const, step: 1, min: entry.minimum, max: entry.maximum }
+      : { type: "text" as const };
 
   async function write() {
     const typed = draft.value;
@@ -123,7 +126,7 @@ function TextEditor({ row, entry, id }: EditorProps) {
   return (
     <input
       id={id}
-      {...(isNumber ? { type: "number" as const, step: 1, min: entry.minimum, max: entry.maximum } : { type: "text" as const })}
+      {...type}
       class={`config-input ${entry.kind}`}
       maxLength={entry.kind === "code" ? 3 : undefined}
       autocomplete="off"

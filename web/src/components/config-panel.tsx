@@ -49,6 +49,7 @@ export function ConfigPanel() {
     ),
   );
   const total = configRows.value.length;
+  const count = shown.value.length === total ? `${total} values` : `${shown.value.length} of ${total} values`;
   return (
     <main class="panel config" aria-label={label("IDS_CONFIGURATION")}>
       <div class="config-head">
@@ -56,7 +57,7 @@ export function ConfigPanel() {
         <Search />
         <div class="list-bar">
           <span role="status">
-            {problem.value || (shown.value.length === total ? `${total} values` : `${shown.value.length} of ${total} values`)}
+            {problem.value || count}
           </span>
           {configLists.value && (
             <label class="check">

@@ -23,7 +23,6 @@ const horn = <path d="M3 8v4h3l4 3.5v-11L6 8z" />;
 export const SpeakerIcon = () => line(<>{horn}<path d="M13 7.5a3.5 3.5 0 0 1 0 5M15.2 5a7 7 0 0 1 0 10" /></>);
 export const MutedIcon = () => line(<>{horn}<path d="m13.5 8 4 4m0-4-4 4" /></>);
 export const PlusIcon = () => line(<path d="M10 4.5v11M4.5 10h11" />);
-export const MinusIcon = () => line(<path d="M4.5 10h11" />);
 export const UpIcon = () => line(<path d="m4.5 12.5 5.5-6 5.5 6" />);
 export const DownIcon = () => line(<path d="m4.5 7.5 5.5 6 5.5-6" />);
 export const LeftIcon = () => line(<path d="m12.5 4.5-6 5.5 6 5.5" />);

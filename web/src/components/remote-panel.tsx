@@ -94,8 +94,8 @@ function LastPress() {
     <p class="last-press" role="status">
       {last === null ? (
         <span class="hint">
-          While a key has the focus, the keyboard works too: digits, arrows, <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd>,{" "}
-          <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>Esc</kbd>.
+          While a key has the focus, the keyboard works too: digits, arrows, <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd>{" "}
+          <kbd>PgUp</kbd> <kbd>PgDn</kbd> <kbd>Esc</kbd>.
         </span>
       ) : last.problem ? (
         <span class="bad">

@@ -62,7 +62,8 @@ async function describedEntry(key: string): Promise<ConfigEntry> {
 
 /** By the plugin: what is no text is a number. */
 async function askedEntry(key: string): Promise<ConfigEntry> {
-  const unknown = { key, item: null, factory: undefined, minimum: undefined, maximum: undefined, longest: undefined, help: "" };
+  const limits = { minimum: undefined, maximum: undefined, longest: undefined };
+  const unknown = { key, item: null, factory: undefined, help: "", ...limits };
   const parameter: JsonObject = { REQUEST: "QUERY", cfgId: key };
   try {
     const { valueString } = await getItem("/tv/config/value_string", parameter);
@@ -72,8 +73,8 @@ async function askedEntry(key: string): Promise<ConfigEntry> {
   }
   const { valueInt, valueMin, valueMax } = await getItem("/tv/config/value_range", parameter);
   // 0 and 0 stand for limits that are not told.
-  const limits = valueMin === valueMax ? {} : { minimum: numberOf(valueMin), maximum: numberOf(valueMax) };
-  return { ...unknown, ...limits, kind: "number", value: valueInt ?? 0 };
+  const told = valueMin === valueMax ? {} : { minimum: numberOf(valueMin), maximum: numberOf(valueMax) };
+  return { ...unknown, ...told, kind: "number", value: valueInt ?? 0 };
 }
 
 // ---- what is known

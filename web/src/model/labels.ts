@@ -98,7 +98,8 @@ export async function setLanguage(code: string) {
   try {
     await setItem(languageUri, { REQUEST: "MODIFY", VALUE: code });
     void readAll();
-    if ((await readLanguage()) !== code) tell(`The television did not take the language "${code}".`);
+    language.value = await readLanguage();
+    if (language.value !== code) tell(`The television did not take the language "${code}".`);
   } catch (reason) {
     tellError(reason);
   }

@@ -9,27 +9,24 @@ const keyUri = "/tv/key/irrc";
 
 interface Place {
   id: string;
-  title: LabelId | "";
-  keys: readonly string[];
+  title: LabelId;
+  /** Row by row, with a space in between. */
+  keys: string;
 }
 
 const places: readonly Place[] = [
-  { id: "power", title: "IDS_POWER", keys: ["POWER", "SOURCE", "SLEEP", "TIMER"] },
-  { id: "digits", title: "IDS_CHANNEL", keys: ["1", "2", "3", "4", "5", "6", "7", "8", "9", ".", "0", "PRE-CH"] },
-  { id: "volume", title: "IDS_VOLUME", keys: ["VOL+", "CH+", "VOL-", "CH-", "MUTE", "VOL_UI"] },
+  { id: "power", title: "IDS_POWER", keys: "POWER SOURCE SLEEP TIMER" },
+  { id: "digits", title: "IDS_CHANNEL", keys: "1 2 3 4 5 6 7 8 9 . 0 PRE-CH" },
+  { id: "volume", title: "IDS_VOLUME", keys: "VOL+ CH+ VOL- CH- MUTE VOL_UI" },
   {
     id: "menu",
     title: "IDS_MENU",
-    keys: ["MENU", "UP", "GUIDE", "LEFT", "ENTER", "RIGHT", "INFO", "DOWN", "EXIT", "FAVORITE", "FAVCH+/-", "ADD/ERASE"],
+    keys: "MENU UP GUIDE LEFT ENTER RIGHT INFO DOWN EXIT FAVORITE FAVCH+/- ADD/ERASE",
   },
-  { id: "colours", title: "IDS_COLOUR", keys: ["RED", "GREEN", "YELLOW", "BLUE"] },
-  { id: "playback", title: "IDS_PLAY", keys: ["FR", "FF", "PREV", "NEXT", "ROOTMENU", "TITLE/PBC", "REPEAT", "ANGLE"] },
-  {
-    id: "picture",
-    title: "IDS_PICTURE",
-    keys: ["ASPECT", "ZOOM", "FREEZE", "P.EFFECT", "PIP/POP", "PIPPOS", "PIPSIZE", "SWAP"],
-  },
-  { id: "sound", title: "IDS_SOUND", keys: ["S.EFFECT", "MTS/AUDIO", "SUBTITLE", "CC"] },
+  { id: "colours", title: "IDS_COLOUR", keys: "RED GREEN YELLOW BLUE" },
+  { id: "playback", title: "IDS_PLAY", keys: "FR FF PREV NEXT ROOTMENU TITLE/PBC REPEAT ANGLE" },
+  { id: "picture", title: "IDS_PICTURE", keys: "ASPECT ZOOM FREEZE P.EFFECT PIP/POP PIPPOS PIPSIZE SWAP" },
+  { id: "sound", title: "IDS_SOUND", keys: "S.EFFECT MTS/AUDIO SUBTITLE CC" },
 ];
 
 export interface KeyGroup {
@@ -43,8 +40,12 @@ export interface KeyGroup {
 export const keyGroups = computed((): KeyGroup[] | null => {
   const names = list.value?.uris.find((row) => row.uri === keyUri)?.values;
   if (!names) return null;
-  const placed = places.map((place) => ({ ...place, keys: place.keys.filter((key) => names.includes(key)) }));
-  const rest = names.filter((name) => !places.some((place) => place.keys.includes(name)));
+  const placed = places.map(({ id, title, keys }) => ({
+    id,
+    title,
+    keys: keys.split(" ").filter((key) => names.includes(key)),
+  }));
+  const rest = names.filter((name) => !placed.some((group) => group.keys.includes(name)));
   return [...placed, { id: "more", title: "" as const, keys: rest }].filter((group) => group.keys.length > 0);
 });
 
