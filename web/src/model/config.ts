@@ -134,7 +134,7 @@ export async function refreshConfig() {
     try {
       values = await television("config");
     } catch (reason) {
-      if (!(reason instanceof RpcError)) throw reason;
+      if (lists.peek() || !(reason instanceof RpcError)) throw reason;
       lists.value = false;
       return;
     }
