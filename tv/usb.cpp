@@ -122,7 +122,7 @@ void unmount_all() {
 
 // The caller holds the lock. Whether the detection still runs is looked at again when the callback's turn has come.
 void tell(INT32 type, std::size_t index, const std::string& label) {
-  if (state.detection == 0) return;
+  if (state.callback == nullptr) return;
   events_post([type, port = port_of(index), device = device_of(index), path = mount_point_of(index), label,
                detection = state.detection] {
     const std::lock_guard telling(state.telling);
