@@ -4,6 +4,8 @@ import { createHost, type Host } from "./host";
 /** What every test runs with: a host of its own, and a browser whose complaints fail the test. */
 
 interface Fixtures {
+  /** Options of dtv-host. */
+  hostArgs: string[];
   host: Host;
   /** Console messages that this test provokes. */
   allowedErrors: RegExp[];
@@ -13,8 +15,10 @@ interface Fixtures {
 export const test = base.extend<Fixtures>({
   allowedErrors: [[], { option: true }],
 
-  host: async ({}, use) => {
-    const host = await createHost();
+  hostArgs: [[], { option: true }],
+
+  host: async ({ hostArgs }, use) => {
+    const host = await createHost(hostArgs);
     await use(host);
     await host.dispose();
   },

@@ -69,7 +69,7 @@ async function end(child: ChildProcess, signal: NodeJS.Signals) {
   await exited;
 }
 
-export async function createHost(): Promise<Host> {
+export async function createHost(args: string[] = []): Promise<Host> {
   const state = await mkdtemp(join(tmpdir(), "dtv-browser-"));
   const address = `127.0.0.1:${await freePort()}`;
   const origin = `http://${address}`;
@@ -87,7 +87,7 @@ export async function createHost(): Promise<Host> {
   }
 
   async function start() {
-    const child = run("dtv-host", ["--listen", address, "--state", state, "--web", web]);
+    const child = run("dtv-host", ["--listen", address, "--state", state, "--web", web, ...args]);
     host = child;
     let said = "";
     child.stdout?.on("data", (data: Buffer) => (said += data.toString()));

@@ -58,15 +58,13 @@ test("a text that the television has not is shown in English", async ({ host, op
   const page = await open();
   await expect(connection(page)).toHaveText("Connecté");
   await expect(tab(page, "Télécommande")).toBeVisible();
-  // One text is empty, as that of an unknown id; then all are refused, as without a library.
-  let refuseAll = false;
+  // One text is empty, as that of an unknown id.
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     const server = socket.connectToServer();
     server.onMessage((text) => {
       const message = JSON.parse(String(text));
       const item = message.result?.response?.ITEMS?.[0];
       if (item?.langId === "IDS_CONNECTED") item.langString = "";
-      if (item?.langId !== undefined && refuseAll) message.result.ret = -1;
       socket.send(JSON.stringify(message));
     });
   });
@@ -74,10 +72,20 @@ test("a text that the television has not is shown in English", async ({ host, op
   await expect(tab(page, "Télécommande")).toBeVisible();
   await expect(connection(page)).toHaveText("Connected");
   await expect(page.locator("html")).toHaveAttribute("lang", "fr");
+});
 
-  refuseAll = true;
-  await page.reload();
-  await expect(menu(page)).toHaveValue("fra");
-  await expect(tab(page, "Remote control")).toBeVisible();
-  await expect(page.locator("html")).toHaveAttribute("lang", "en");
+test.describe("a television without texts and without a command device", () => {
+  test.use({ hostArgs: ["--no-private-paths"] });
+
+  test("has a page in English, and keys that say why they fail", async ({ open }) => {
+    const page = await open("/#remote");
+    await page.getByRole("combobox", { name: "Menu language" }).selectOption("fra");
+    await expect(menu(page)).toHaveValue("fra");
+    await expect(page.locator("html")).toHaveAttribute("lang", "en");
+    const remote = page.getByRole("main", { name: "Remote control" });
+    await remote.getByRole("button", { name: "GUIDE" }).click();
+    await expect(remote.getByRole("status")).toHaveText(
+      "GUIDE Failure (ret -1): the set's command device cannot be opened.",
+    );
+  });
 });
