@@ -161,14 +161,10 @@ void sleep_is_over() {
   remote_standby();
 }
 
-// The caller holds the lock. 0 seconds: off.
+// The caller holds the lock. 0 seconds: off; the timer then ends for nothing.
 INT32 set_sleep(INT32 seconds) {
   const TimerClock::time_point end = seconds == 0 ? kNever : TimerClock::now() + std::chrono::seconds(seconds);
-  if (seconds == 0) {
-    timer_clear(Timer::kSleep);
-  } else if (!timer_set(Timer::kSleep, end, sleep_is_over)) {
-    return -1;
-  }
+  if (seconds != 0 && !timer_set(Timer::kSleep, end, sleep_is_over)) return -1;
   sleep_end = end;
   sleep_duration = seconds;
   return 0;

@@ -77,8 +77,3 @@ bool timer_set(Timer timer, TimerClock::time_point due, void (*action)()) {
   timers.changed.notify_one();
   return true;
 }
-
-void timer_clear(Timer timer) {
-  const std::lock_guard guard(timers.lock);
-  timers.waiting[static_cast<std::size_t>(timer)] = {};
-}

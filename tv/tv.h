@@ -81,10 +81,9 @@ void timers_start();
 void timers_stop();
 
 // Calls action, with no lock held, when the time has come, in place of what the timer waited for. An action may have
-// begun already when its timer is set anew or cleared, so it looks at its room whether it is still due. The caller may
-// hold its room's lock. False when the set is off.
+// begun already when its timer is set anew, so it looks at its room whether it is still due. The caller may hold its
+// room's lock. False when the set is off.
 bool timer_set(Timer timer, TimerClock::time_point due, void (*action)());
-void timer_clear(Timer timer);
 
 // ---- the rooms; they use each other by these functions, not by the TV API's, which in a host are the tap's ----
 
