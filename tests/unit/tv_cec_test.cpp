@@ -216,6 +216,9 @@ TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnother) {
   EXPECT_EQ(all[2].data().t_pa.ui2_pa, 0x2000);
   expect_frames({"40:04", "4F:82:20:00", "40:9D:20:00"});
   EXPECT_EQ(cec({}), kNew);
+  forget();
+  ASSERT_EQ(discover(1, 1), 0);  // which asks who plays
+  EXPECT_EQ(names_of(wait_for("msg 1")), Names{"msg 1"});
 
   forget();
   cec({"play", "player"});
@@ -240,6 +243,8 @@ TEST_F(TvCec, DiscoveryFindsOutWhoPlays) {
   EXPECT_EQ(names_of(all), (Names{"op 82", "msg 1"}));
   EXPECT_EQ(all[0].event.e_sent_opcode, 0x85);
   expect_frames({"0F:85", "4F:82:20:00"});
+  cec({"send", "player", "82", "20", "00"});
+  EXPECT_EQ(wait_for(3).back().event.e_sent_opcode, 0);  // this one, nobody has asked for
 }
 
 // ---- Plugs ----
@@ -283,6 +288,11 @@ TEST_F(TvCec, WhoIsPulledOutSaysNothingMore) {
   cec({"unplug", "player"});
   EXPECT_EQ(names_of(wait_for("msg 1")), (Names{"msg 2", "msg 1"}));
   EXPECT_EQ(cec({"frames"}).find("40:04"), std::string::npos);
+  cec({"play", "amplifier"});
+  cec({"unplug", "amplifier"});
+  cec({"plug", "amplifier"});
+  wait_frame("5F:84:10:00:05");
+  EXPECT_EQ(cec({"frames"}).find("5F:82"), std::string::npos);  // what it wanted to say is gone with it
 }
 
 // ---- Silence ----
@@ -359,6 +369,9 @@ TEST_F(TvCec, SwitchingTheSetOffEndsEverythingAtOnce) {
   EXPECT_EQ(cec({"frames"}), R"({"frames":[]})");
   cec({"play", "player"});
   wait_frame("40:04", false);  // the manager waits to be switched on again
+  switch_on();
+  cec({"send", "player", "36"});
+  wait_frame("40:36");  // heard, and nobody there to be told
   EXPECT_TRUE(ended().empty());
 }
 
