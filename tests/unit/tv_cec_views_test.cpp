@@ -167,10 +167,11 @@ const Case kCases[] = {
        d.t_latency.ui1_out_delay = 0x0B;
      },
      0, true},
-    {"A8 20 00 1A 01",
+    {"A8 20 00 1A 05",
      [](Data& d) {
        d.t_latency.ui2_pa = 0x2000;
        d.t_latency.ui1_latency = 0x1A;
+       d.t_latency.b_low_latency = 1;
        d.t_latency.e_out_comp = 1;
      },
      0, true},
