@@ -289,6 +289,19 @@ TEST_F(TvClock, SleepTimerPutsTheSetInStandby) {
   EXPECT_FALSE(in_standby());
 }
 
+TEST_F(TvClock, WaitingTakesNoProcessorTime) {
+  const auto takes_none = [] {
+    const std::clock_t before = std::clock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 5);
+  };
+  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
+  takes_none();
+  std::this_thread::sleep_for(seconds(1));
+  EXPECT_TRUE(in_standby());
+  takes_none();
+}
+
 TEST_F(TvClock, SleepTimerCountsDownAndIsReplaced) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(100), 0);

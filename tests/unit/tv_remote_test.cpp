@@ -1,4 +1,6 @@
 // Keys, from the command device and from a viewer; power, channel, source.
+#include <malloc.h>
+
 #include <atomic>
 #include <chrono>
 #include <set>
@@ -91,6 +93,14 @@ TEST_F(TvRemote, WhatIsNoKeyIsSaidAndDoesNothing) {
   }
   send("0x6f000");  // and the next line is one
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
+}
+
+// The sanitizers' allocators do not count here; there it only runs.
+TEST_F(TvRemote, ALineWithoutAnEndTakesNoMemory) {
+  const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = in_use();
+  for (int i = 0; i < 300000; ++i) dtv_tv_command('a');
+  EXPECT_LT(in_use(), before + 100000);
 }
 
 TEST_F(TvRemote, TheDeviceIsDeadWhileTheSetIsOff) {
