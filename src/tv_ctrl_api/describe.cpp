@@ -1,4 +1,6 @@
 // Describes the registry and the item types, from their tables.
+#include <string.h>
+
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
@@ -124,21 +126,23 @@ static cJSON* describe_type(const ItemType& item) {
                            tvc_json_add(object, "notify", describe_notify(item)));
 }
 
-static constexpr const char* kKeyNames[] = {
-#define TVC_KEY(name, code) name,
+// Names one after the other, each with its end; an empty one ends them. Not an array of addresses, which the loader
+// would have to patch.
+static constexpr char kKeyNames[] =
+#define TVC_KEY(name, code) name "\0"
 #include "vex_tv_ctrl/keys.def"
-};
+    ;
 
 // The URIs whose value is one of a table's names.
 static constexpr struct {
   UINT16 id;
-  std::span<const char* const> names;
+  const char* names;
 } kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames}};
 
-static cJSON* describe_names(std::span<const char* const> names) {
+static cJSON* describe_names(const char* names) {
   cJSON* const array = cJSON_CreateArray();
   bool added = true;
-  for (const char* const name : names) added = added && append(array, describe_text(name));
+  for (; *names; names += strlen(names) + 1) added = added && append(array, describe_text(names));
   return whole(array, added);
 }
 
