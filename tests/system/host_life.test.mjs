@@ -162,7 +162,7 @@ test('a client that goes while its call runs', async (t) => {
 });
 
 test('a client that does not read: notifications are dropped and it is told, others go on', async (t) => {
-  const host = await startHost(t);
+  const host = await startHost(t, ['--no-cec']);  // whose devices would add lines of their own
   const busy = await connect(t, host);
   const deaf = await dialWebSocket(t, host);
   deaf.socket.write(frame(JSON.stringify({ jsonrpc: '2.0', id: 1, method: 'trace', params: { on: true } })));
@@ -366,7 +366,7 @@ const ticks = (pid) => {
 const wakes = (pid) => Number(spawnSync('sh', ['-c', `cat /proc/${pid}/task/*/status`], { encoding: 'utf8' }).stdout.match(/^voluntary_ctxt_switches:\s+\d+/gm).reduce((sum, line) => sum + Number(line.split(/\s+/)[1]), 0));
 
 test('an idle host with a subscriber sleeps', { skip: /san$/.test(build) && 'a sanitizer has threads of its own' }, async (t) => {
-  const host = await startHost(t);
+  const host = await startHost(t, ['--no-cec']);  // which looks for devices for some seconds
   const client = await connect(t, host);
   await client.call('subscribe', { uri: volumeEvents });
   await client.call('get', { uri: volume });
