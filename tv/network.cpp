@@ -24,11 +24,11 @@
 #include <boost/json.hpp>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -96,7 +96,7 @@ Kind kind_of(std::string_view name, const sockaddr_ll& link) {
 bool read_facts(Facts& ret_facts) {
   ifaddrs* first = nullptr;
   if (getifaddrs(&first) != 0) {
-    std::fprintf(stderr, "dtv_tv: the network cannot be read: %s\n", std::strerror(errno));
+    std::fprintf(stderr, "dtv_tv: the network cannot be read: %s\n", std::generic_category().message(errno).c_str());
     return false;
   }
   const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(first, freeifaddrs);
@@ -250,7 +250,8 @@ void network_start() {
   state.netlink = open_netlink();
   state.stop = eventfd(0, EFD_CLOEXEC);
   if (state.netlink < 0 || state.stop < 0) {
-    std::fprintf(stderr, "dtv_tv: no network event will be told of: %s\n", std::strerror(errno));
+    std::fprintf(stderr, "dtv_tv: no network event will be told of: %s\n",
+                 std::generic_category().message(errno).c_str());
     close_descriptors();
     return;
   }
