@@ -101,7 +101,8 @@ struct TvNetwork : testing::Test {
   void SetUp() override {
     outside = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
     ASSERT_GE(outside, 0);
-    if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "no network namespace here: " << std::generic_category().message(errno);
+    if (unshare(CLONE_NEWNET) != 0)
+      GTEST_SKIP() << "no network namespace here: " << std::generic_category().message(errno);
     if (!run({"ip", "link", "set", "lo", "up"})) GTEST_SKIP() << "iproute2's ip does not work here";
     for (const char* which : {"all", "default"}) {  // addresses that nobody gave would come as events, too
       std::ofstream("/proc/sys/net/ipv6/conf/" + std::string(which) + "/disable_ipv6") << "1";
