@@ -7,7 +7,8 @@ build="g++ cmake ninja-build ccache pkg-config libcjson-dev libwebsockets-dev li
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
-test="clang clang-tidy clang-format libclang-rt-14-dev llvm valgrind chromium bash-completion binutils curl"
+test="clang clang-tidy clang-format libclang-rt-14-dev llvm valgrind chromium bash-completion binutils curl
+      iproute2 util-linux"
 
 case "${1-}" in
   build) wanted=$build ;;

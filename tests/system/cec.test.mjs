@@ -102,11 +102,12 @@ test('switched off it is silent, and on again it looks for devices', async (t) =
 
   await tv.set(257);
   assert.equal(await tv.state(), 1);
-  // The first that is told after the silence is not of the play: discovery's own question brings that one again.
-  const first = await next(client, () => true);
-  assert.equal(first.U_CODE_OPCODE, 0x84);
-  assert.equal((await next(client, message(activeSource))).SENTOPCODE, 0x85);
-  await next(client, deviceList);
+  // Nothing is told late: what the player asked for during the silence is lost. A message that comes soon after another
+  // takes its place in the listener, so that only the list, the last of a discovery, is sure to be seen.
+  await next(client, (item) => {
+    assert.notEqual(item.U_CODE_OPCODE, 0x04);
+    return deviceList(item);
+  });
 });
 
 test('the switch survives kill -9; a start of CEC switches it on', async (t) => {

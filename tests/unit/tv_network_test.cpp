@@ -162,7 +162,10 @@ TEST_F(TvNetwork, AddressesThatComeAndGo) {
   const int eth0 = index_of("eth0");
   ip("address add 198.51.100.7/24 dev eth0");
   EXPECT_EQ(events(), (Events{{kAddresses, eth0}}));
-  EXPECT_NE(teller, std::this_thread::get_id());
+  {
+    const std::lock_guard guard(lock);
+    EXPECT_NE(teller, std::this_thread::get_id());
+  }
   ip("address add 198.51.100.8/25 dev eth0 label eth0:1");
   EXPECT_EQ(events(), (Events{{kAddresses, eth0}}));
   expect_has(network(),
