@@ -63,8 +63,8 @@ static cJSON* describe_field(const Field& field) {
   if (field.kind == FieldKind::kUint8Array) added = added && tvc_json_add(object, "count", tvc_json_number(field.size));
   if (field.kind == FieldKind::kUint32Array)
     added = added && tvc_json_add(object, "count", tvc_json_number(field.size / sizeof(UINT32)));
-  if (*field.unit) added = added && tvc_json_add(object, "unit", describe_text(field.unit));
-  if (*field.help) added = added && tvc_json_add(object, "help", describe_text(field.help));
+  if (field.unit) added = added && tvc_json_add(object, "unit", describe_text(field.unit));
+  if (field.help) added = added && tvc_json_add(object, "help", describe_text(field.help));
   if (field.kind == FieldKind::kConstant) added = added && tvc_json_add(object, "value", describe_text(field.text));
   if (field.kind == FieldKind::kObject)
     added = added && tvc_json_add(object, "fields", describe_fields(field.fields, kEverywhere));

@@ -57,8 +57,8 @@ struct Field {
   bool (*when)(const void* record) = nullptr;  // rendered only in records that satisfy it
   FieldDecode decode = nullptr;                // where the kind does not say how
   FieldRender render = nullptr;                // likewise
-  const char* unit = "";
-  const char* help = "";
+  const char* unit = nullptr;  // null: none; a text that is not there needs no address that the loader patches
+  const char* help = nullptr;
 };
 
 template <typename T>

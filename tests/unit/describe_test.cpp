@@ -169,8 +169,8 @@ void expect_fields(const cJSON* array, std::span<const Field> fields, FieldUse u
           << name;
     else
       EXPECT_EQ(member(object, "count"), nullptr) << name;
-    if (*field.unit) EXPECT_EQ(text_of(object, "unit"), field.unit) << name;
-    if (*field.help) EXPECT_EQ(text_of(object, "help"), field.help) << name;
+    if (field.unit) EXPECT_EQ(text_of(object, "unit"), field.unit) << name;
+    if (field.help) EXPECT_EQ(text_of(object, "help"), field.help) << name;
     if (field.kind == FieldKind::kConstant)
       EXPECT_EQ(text_of(object, "value"), field.text) << name;
     else
