@@ -49,6 +49,9 @@ INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void*
 }
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 
+// A handle: detection runs, and what needs it does all its work.
+UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
+
 // The log level comes from the mode, not from this machine's file.
 static bool log_everything;
 
@@ -252,16 +255,19 @@ static void keep_deepest(Deepest& deepest, const std::string& at, const std::fun
   if (stack > deepest.stack) deepest = {.stack = stack, .at = at};
 }
 
-// Every request that a URI describes, and the words that it does not take.
-static void try_requests(Deepest& deepest, const cJSON* row, const cJSON* type) {
-  const char* const uri = text_of(row, "uri");
-  const cJSON* const query = cJSON_GetObjectItemCaseSensitive(type, "query");
-  const cJSON* const settable = cJSON_GetObjectItemCaseSensitive(type, "set");
-  const cJSON* const fields = cJSON_GetObjectItemCaseSensitive(settable, "fields");
-  keep_deepest(deepest, std::string("get ") + uri, [&, text = request_text("QUERY", query)] {
+// Every get that a URI describes.
+static void try_get(Deepest& deepest, const char* uri, const cJSON* type) {
+  const std::string text = request_text("QUERY", cJSON_GetObjectItemCaseSensitive(type, "query"));
+  keep_deepest(deepest, std::string("get ") + uri, [&] {
     get(uri, nullptr, host_buffer);
     get(uri, text.c_str(), host_buffer);
   });
+}
+
+// Every set, and the words that the URI does not take.
+static void try_set(Deepest& deepest, const char* uri, const cJSON* type) {
+  const cJSON* const settable = cJSON_GetObjectItemCaseSensitive(type, "set");
+  const cJSON* const fields = cJSON_GetObjectItemCaseSensitive(settable, "fields");
   std::vector<std::string> texts;
   for (const char* const word : {"ACTION", "MODIFY", "SET", "ASSOCIATE"}) texts.push_back(request_text(word, fields));
   keep_deepest(deepest, std::string("set ") + uri, [&] {
@@ -310,8 +316,13 @@ static void report_deepest() {
   const cJSON* const types = cJSON_GetObjectItemCaseSensitive(description.get(), "types");
   Deepest request, notification, nested;
   const cJSON* row;
+  // A set may stop what a get needs, so that all gets come first.
+  for (auto* const try_request : {try_get, try_set}) {
+    cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(description.get(), "uris")) {
+      try_request(request, text_of(row, "uri"), cJSON_GetObjectItemCaseSensitive(types, text_of(row, "type")));
+    }
+  }
   cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(description.get(), "uris")) {
-    try_requests(request, row, cJSON_GetObjectItemCaseSensitive(types, text_of(row, "type")));
     if (is_true(row, "notify")) try_notification(notification, row);
   }
   report("any_request_stack", request.stack, request.at);
