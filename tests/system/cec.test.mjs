@@ -1,7 +1,7 @@
 // HDMI-CEC from end to end: a device on the virtual television's bus, the plugin, a subscriber.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { ctl } from './cli_support.mjs';
+import { shell } from './cli_support.mjs';
 import { connect, startHost } from './host_support.mjs';
 
 const events = '/tv/ws/notify/cec_detect';
@@ -10,19 +10,16 @@ const standby = 0x36;
 
 async function television(t, { args = [], ...options } = {}) {
   const host = await startHost(t, args, options);
-  const done = async (...words) => {
-    const { code, stdout, stderr } = await ctl(words, { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
-    assert.equal(code, 0, stderr);
-    return stdout;
-  };
-  const cec = async (...words) => JSON.parse(await done('--json', 'tv', 'cec', ...words));
+  const { run, done, json } = shell(host);
+  const cec = (...words) => json('tv', 'cec', ...words);
   return {
     host,
+    run,
     done,
+    json,
     cec,
     devices: async () => (await cec()).devices,
-    state: async () =>
-      JSON.parse(await done('--json', 'get', '/tv/cec/cfg_get')).response.ITEMS[0].cecm_func_statu,
+    state: async () => (await json('get', '/tv/cec/cfg_get')).response.ITEMS[0].cecm_func_statu,
     set: (on) => done('set', '/tv/cec/cfg_set', JSON.stringify({ REQUEST: 'SET', CECMFUNC: on })),
     carried: async (frame) => {
       for (;;) {
@@ -70,7 +67,7 @@ test('one touch play, standby, and being pulled out', async (t) => {
   assert.deepEqual([played.ACTSRC_UI2PA, played.ACTSRC_EPA, played.ACTSRC_COMPID], [0x2000, 2, 2]);
   const player = (await tv.devices()).find(({ device }) => device === 'player');
   assert.deepEqual([player.address, player.power, player.active], ['2.0.0.0', 'on', true]);
-  assert.equal(JSON.parse(await tv.done('--json', 'tv', 'state')).cec.player.active, true);
+  assert.equal((await tv.json('tv', 'state')).cec.player.active, true);
 
   await tv.cec('standby', 'player');
   assert.equal((await next(client, message(0x9d))).U_DATA_UI2PA, 0x2000);
@@ -94,7 +91,7 @@ test('switched off it is silent, and on again it looks for devices', async (t) =
 
   await tv.set(0);
   assert.equal(await tv.state(), 0);
-  assert.equal(JSON.parse(await tv.done('--json', 'tv', 'config', 'g_misc__cec_enable')).value, false);
+  assert.equal((await tv.json('tv', 'config', 'g_misc__cec_enable')).value, false);
   await tv.cec('play', 'player');
   await tv.carried('4F:82:20:00');
   assert.equal(await tv.carried('40:04'), false);
@@ -131,7 +128,7 @@ test('the switch survives kill -9; a start of CEC switches it on', async (t) => 
 test('dtvctl lists the devices and says what is wrong', async (t) => {
   const tv = await television(t);
   assert.match(await tv.done('tv', 'cec'), /^player\s+Disc Player\s+4\s+2\.0\.0\.0\s+true\s+standby\s+false$/m);
-  const refused = await ctl(['tv', 'cec', 'play', 'radio'], { env: { DTV_HOST: `127.0.0.1:${tv.host.port}` } });
+  const refused = await tv.run('tv', 'cec', 'play', 'radio');
   assert.notEqual(refused.code, 0);
   assert.match(refused.stderr, /"radio"; there are: amplifier, player/);
 });

@@ -1,4 +1,5 @@
 // Runs dtvctl as a shell does, and plays a host that answers whatever a test says.
+import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { createHash } from 'node:crypto';
 import { mkdtempSync, rmSync } from 'node:fs';
@@ -34,6 +35,17 @@ export function run(program, words, { env = {}, seconds = 60 } = {}) {
 }
 
 export const ctl = (words, options) => run(dtvctl, words, options);
+
+// dtvctl with a host: how a command line ends, what it prints where it must succeed, and that as JSON.
+export function shell(host) {
+  const run = (...words) => ctl(words, { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+  const done = async (...words) => {
+    const { code, stdout, stderr } = await run(...words);
+    assert.equal(code, 0, `${words.join(' ')}: ${stderr}`);
+    return stdout;
+  };
+  return { run, done, json: async (...words) => JSON.parse(await done('--json', ...words)) };
+}
 
 // A program that goes on running: lines arrive in order, stop() sends a signal and gives what run() gives.
 export function start(program, words, { env = {} } = {}) {

@@ -1,7 +1,7 @@
 // Clock, sleep timer, portal and the remote control from end to end: dtvctl, the plugin, the virtual television.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { ctl } from './cli_support.mjs';
+import { shell } from './cli_support.mjs';
 import { connect, modify, sleep, startHost } from './host_support.mjs';
 
 const setting = (name) => `/tv/menu/common_setting/${name}`;
@@ -11,21 +11,16 @@ const winterStarts = 1792890000; // 2026-10-25 01:00 UTC, in Berlin 3:00, then 2
 
 async function television(t, options) {
   const host = await startHost(t, [], options);
-  const run = (...words) => ctl(words, { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
-  const done = async (...words) => {
-    const { code, stdout, stderr } = await run(...words);
-    assert.equal(code, 0, stderr);
-    return stdout;
-  };
+  const { run, done, json } = shell(host);
   return {
     host,
     run,
     get: async (uri, query) => {
       const words = query ? [JSON.stringify({ REQUEST: 'QUERY', ...query })] : [];
-      return JSON.parse(await done('--json', 'get', uri, ...words)).response.ITEMS[0];
+      return (await json('get', uri, ...words)).response.ITEMS[0];
     },
     set: (uri, param) => done('set', uri, JSON.stringify(param)),
-    tv: async (...words) => JSON.parse(await done('--json', 'tv', ...words)),
+    tv: (...words) => json('tv', ...words),
   };
 }
 

@@ -1,7 +1,7 @@
 // The set's configuration from end to end: dtvctl and JSON-RPC, the plugin, the virtual television, its memory.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
-import { ctl } from './cli_support.mjs';
+import { shell } from './cli_support.mjs';
 import { connect, startHost } from './host_support.mjs';
 
 const number = '/tv/config/value_number';
@@ -18,19 +18,15 @@ const update = (key) => ({ URI: updates, REQUEST: 'NOTIFY', ITEMS: [{ ID: -1, TA
 
 async function television(t, options) {
   const host = await startHost(t, [], options);
-  const run = (...words) => ctl(words, { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
-  const done = async (...words) => {
-    const { code, stdout, stderr } = await run(...words);
-    assert.equal(code, 0, stderr);
-    return stdout;
-  };
+  const { run, done, json } = shell(host);
   return {
     host,
     run,
     done,
-    get: async (uri, cfg) => JSON.parse(await done('--json', 'get', uri, query(cfg))).response.ITEMS[0],
+    json,
+    get: async (uri, cfg) => (await json('get', uri, query(cfg))).response.ITEMS[0],
     set: (uri, cfg) => done('set', uri, JSON.stringify({ REQUEST: 'SET', ...cfg })),
-    config: async (...words) => JSON.parse(await done('--json', 'tv', 'config', ...words)),
+    config: (...words) => json('tv', 'config', ...words),
   };
 }
 
@@ -55,12 +51,12 @@ test('what an application sets is told of and survives kill -9', async (t) => {
   assert.equal((await second.get(number, { cfgId: language })).valueInt, 0x74757200);
   assert.equal((await second.get(string, { cfgId: name })).valueString, 'Küche');
   assert.equal((await second.config('g_video__brightness')).value, 77);
-  assert.deepEqual(JSON.parse(await second.done('--json', 'tv', 'state')).config, {
+  assert.deepEqual((await second.json('tv', 'state')).config, {
     [language]: 'tur',
     [name]: 'Küche',
     g_video__brightness: 77,
   });
-  assert.equal(JSON.parse(await second.done('--json', 'tv', 'reset')).config, undefined);
+  assert.equal((await second.json('tv', 'reset')).config, undefined);
   assert.equal((await second.get(number, { cfgId: language })).valueInt, english);
 });
 

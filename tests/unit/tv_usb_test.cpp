@@ -49,15 +49,6 @@ void expect_error(const std::string& answer, const std::vector<std::string>& wor
   for (const std::string& word : words) EXPECT_NE(answer.find(word), std::string::npos) << word << " in: " << answer;
 }
 
-template <typename Call>
-std::string refusal(Call call) {
-  testing::internal::CaptureStderr();
-  const INT32 result = call();
-  const std::string said = testing::internal::GetCapturedStderr();
-  EXPECT_LT(result, 0) << said;
-  return said;
-}
-
 struct TvUsb : testing::Test {
   TvFolder folder;
   TvFolder world;  // where the sticks' folders are
