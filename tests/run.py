@@ -13,6 +13,7 @@ import re
 import subprocess
 import sys
 import time
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
@@ -23,6 +24,7 @@ DESK_TESTS = ["tv_test", "host_test"]
 # The emulator has threads of its own, with which only the superuser gets the file systems that a case wants; unshare
 # makes one of whoever runs it.
 EMULATOR = ["qemu-arm"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "qemu-arm"]
+SHARDS = {"tv_test": 4}  # programs that mostly wait for the set's own pace: so many of them run a part each, at once
 SHOWN = {"budgets"}  # stages whose output is worth reading also when all is well
 SANITIZED_RACE = {"DTV_RACE_SECONDS": "60"}  # elsewhere a few seconds
 
@@ -66,7 +68,7 @@ def sanitized(folder):
 
 def system(folder):
     files = sorted(str(path.relative_to(ROOT)) for path in ROOT.glob("tests/system/*.test.mjs"))
-    return [["node", "--test", "--test-reporter=tap", *files], {"DTV_BUILD": str(ROOT / folder)}]
+    return [["node", "--test", "--test-reporter=tap", "--test-concurrency=2", *files], {"DTV_BUILD": str(ROOT / folder)}]
 
 
 def stages(jobs):
@@ -120,7 +122,20 @@ def count(output, exit_code):
 
 
 def run(command):
+    """Runs a command, in shards where its program has them: its arguments, exit code and output."""
     arguments, environment = command if isinstance(command[-1], dict) else (command, {})
+    shards = SHARDS.get(Path(arguments[0]).name, 1)
+    if shards == 1:
+        return run_once(arguments, environment)
+    with ThreadPoolExecutor(shards) as pool:
+        parts = list(pool.map(lambda shard: run_once(arguments, {
+            **environment, "GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(shard)}), range(shards)))
+    passed, failed = (sum(counts) for counts in zip(*(count(output, code) for _, code, output in parts)))
+    output = "\n".join(output for _, _, output in parts) + f"\n{passed} passed, {failed} failed\n"
+    return arguments, max(abs(code) for _, code, _ in parts), output
+
+
+def run_once(arguments, environment):
     try:
         process = subprocess.run(arguments, cwd=ROOT, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace", check=False,
