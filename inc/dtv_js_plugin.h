@@ -61,8 +61,8 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *                             "response": [field...] | null,
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...}}
  * A URI whose value is one of a table's names has "values" besides, an array of them.
- * A field is {"key", "kind", "limit", "unit", "help", "value", "fields"}: "limit" is the longest text in bytes,
- * "value" stands for a constant text, "fields" for the members of an object. */
+ * A field is {"key", "kind", "limit", "count", "unit", "help", "value", "fields"}: "limit" is the longest text in
+ * bytes, "count" the length of an array, "value" stands for a constant text, "fields" for the members of an object. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);
 
 #ifdef __cplusplus

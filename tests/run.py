@@ -140,6 +140,8 @@ def run_once(arguments, environment):
         process = subprocess.run(arguments, cwd=ROOT, env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, errors="replace", check=False,
                                  timeout=TIME_LIMIT)
+    except FileNotFoundError as missing:
+        return arguments, 127, f"cannot be run: {missing}"
     except subprocess.TimeoutExpired as expired:
         return arguments, 124, f"{(expired.stdout or b'').decode(errors='replace')}\nstill running after {TIME_LIMIT} s"
     return arguments, process.returncode, process.stdout

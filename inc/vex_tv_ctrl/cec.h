@@ -40,7 +40,7 @@ union T_CECM_NFY_DATA {
     INT32 e_action;
   } t_one_touch_play;
   struct {
-    INT32 e_pwr_sts;
+    INT32 e_pwr_sts;  // the manager's own number
     UINT16 ui2_pa;
   } t_pwr_on;
   struct {

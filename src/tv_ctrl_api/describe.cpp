@@ -133,11 +133,17 @@ static constexpr char kKeyNames[] =
 #include "vex_tv_ctrl/keys.def"
     ;
 
+static constexpr char kNativeAppNames[] =
+#define TVC_NATIVE_APP(name, number) #name "\0"
+#include "vex_tv_ctrl/apps.def"
+    ;
+
 // The URIs whose value is one of a table's names.
 static constexpr struct {
   UINT16 id;
   const char* names;
-} kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames}};
+} kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames},
+                    {tvc_id(TV_CTRL_GRPID_MISC, TV_CTRL_RECID_START_NATIVE_APP), kNativeAppNames}};
 
 static cJSON* describe_names(const char* names) {
   cJSON* const array = cJSON_CreateArray();

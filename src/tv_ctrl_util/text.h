@@ -16,6 +16,14 @@ template <std::size_t N>
 void tvc_end_text(char (&array)[N]) {
   array[N - 1] = '\0';
 }
+// Upper case of the letters a to z, whatever the host's locale is.
+inline char tvc_upper(char character) {
+  return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
+}
+inline bool tvc_same_letters(const char* one, const char* other) {
+  while (*one && tvc_upper(*one) == tvc_upper(*other)) ++one, ++other;
+  return tvc_upper(*one) == tvc_upper(*other);
+}
 template <std::size_t N>
 void tvc_copy_text(char (&ret_array)[N], const char* text) {
   tvc_copy_text(ret_array, N, text);

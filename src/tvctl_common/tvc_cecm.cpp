@@ -1,5 +1,4 @@
 // HDMI-CEC group: its switch, and the events of the bus.
-#include <stdio.h>
 #include <string.h>
 
 #include "tv_ctrl_main.h"

@@ -1,5 +1,4 @@
 // Configuration group: values of the configuration store by key or by item id, and texts of the menu's language.
-#include <ctype.h>
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
@@ -57,8 +56,7 @@ static void _tv_ctrl_config_reset_lang_res() {
 
 // The three letters of a language value, upper case.
 static void language_code(INT32 value, char (&ret_code)[4]) {
-  for (int i = 0; i < 3; ++i)
-    ret_code[i] = static_cast<char>(toupper(static_cast<UINT8>(static_cast<UINT32>(value) >> (24 - 8 * i))));
+  for (int i = 0; i < 3; ++i) ret_code[i] = tvc_upper(static_cast<char>(static_cast<UINT32>(value) >> (24 - 8 * i)));
   ret_code[3] = '\0';
 }
 
@@ -89,22 +87,24 @@ static bool load_library(const char* code) {
 }
 
 // The language's code; false when the platform does not tell. The caller holds the mutex, which is free while the
-// platform is asked. A value that was reset meanwhile is asked for again, but not for ever.
+// platform is asked. A value that was reset meanwhile is asked for again, but not for ever: the latest is then taken,
+// and not kept.
 static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[4]) {
   constexpr int kMostReads = 8;
+  bool known = false;
   for (int reads = 0; lang_value < 0 && reads < kMostReads; ++reads) {
     const UINT32 resets = lang_resets;
     INT32 value = 0;
     guard.unlock();
     const INT32 ret = a_vextvapi_config_get_value(kEveryInput, kLanguageKey, &value);
     guard.lock();
+    known = ret == VEXTVCTRLR_OK;
+    if (known) language_code(value, ret_code);
     if (resets != lang_resets) continue;
-    if (ret != VEXTVCTRLR_OK) return false;
-    lang_value = value;
-    language_code(value, ret_code);
-    return true;
+    if (known) lang_value = value;
+    return known;
   }
-  if (lang_value < 0) return false;
+  if (lang_value < 0) return known;
   language_code(lang_value, ret_code);
   return true;
 }
@@ -233,9 +233,9 @@ INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {
 }
 
 // What a set answers for the platform's result, which is logged under the operation's name when it is a failure.
-static INT32 set_result(const char* operation, INT32 ret) {
+static INT32 set_result(const char* operation, INT32 ret, int line = __builtin_LINE()) {
   if (ret >= 0) return ret;
-  tvc_log_fail(operation, __LINE__, ret);
+  tvc_log_fail(operation, line, ret);
   return VEXTVCTRLR_FAIL;
 }
 

@@ -2,7 +2,6 @@
 // set's own applications, the shop's demonstrations. The router also sends it the gets of groups that cannot be read.
 #include <stdio.h>
 #include <string.h>
-#include <strings.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,9 +19,9 @@ static constexpr INT32 kEveryInput = -1;
 static constexpr INT32 kNoUpdate = 0;
 
 // Logs a platform's failure under an operation's name; 0 or -1.
-static INT32 checked(const char* operation, INT32 ret) {
+static INT32 checked(const char* operation, INT32 ret, int line = __builtin_LINE()) {
   if (ret >= 0) return VEXTVCTRLR_OK;
-  tvc_log_fail(operation, __LINE__, ret);
+  tvc_log_fail(operation, line, ret);
   return VEXTVCTRLR_FAIL;
 }
 
@@ -181,7 +180,7 @@ struct NamedNumber {
 template <std::size_t N>
 static const NamedNumber* find_name(const NamedNumber (&table)[N], const char* name) {
   for (const NamedNumber& row : table)
-    if (strcasecmp(row.name, name) == 0) return &row;
+    if (tvc_same_letters(row.name, name)) return &row;
   return nullptr;
 }
 

@@ -58,7 +58,8 @@ TEST_F(Describe, EveryRowOfTheRegistry) {
   const cJSON* object = uris_->child;
   for (const TV_CTRL_URI_ID_MAP_T& row : rows) {
     std::vector<std::string> keys{"uri", "id", "group", "record", "type", "get", "set", "notify"};
-    if (std::string_view(row.s_uri) == "/tv/key/irrc") keys.push_back("values");
+    const std::string_view uri = row.s_uri;
+    if (uri == "/tv/key/irrc" || uri == "/tv/menu/misc/start_native_app") keys.push_back("values");
     EXPECT_EQ(keys_of(object), keys);
     EXPECT_EQ(text_of(object, "uri"), row.s_uri);
     EXPECT_EQ(number_of(object, "id"), row.ui2_id);
@@ -98,19 +99,31 @@ TEST_F(Describe, SaysWhatAUriIsGoodFor) {
 }
 
 // The names of the keys, in their order.
-TEST_F(Describe, NamesTheKeys) {
-  const cJSON* object = uris_->child;
-  while (object && text_of(object, "uri") != "/tv/key/irrc") object = object->next;
+// The names that a URI's value may have, each once.
+std::vector<std::string> values_of(const cJSON* uris, const std::string& uri) {
+  const cJSON* object = uris->child;
+  while (object && text_of(object, "uri") != uri) object = object->next;
   const cJSON* const values = member(object, "values");
-  ASSERT_TRUE(cJSON_IsArray(values));
+  EXPECT_TRUE(cJSON_IsArray(values));
   std::vector<std::string> names;
-  for (const cJSON* value = values->child; value; value = value->next)
+  for (const cJSON* value = values ? values->child : nullptr; value; value = value->next)
     names.emplace_back(cJSON_IsString(value) ? value->valuestring : "(no text)");
+  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
+  return names;
+}
+
+TEST_F(Describe, NamesTheApplications) {
+  const std::vector<std::string> names = values_of(uris_, "/tv/menu/misc/start_native_app");
+  ASSERT_EQ(names.size(), 17u);
+  EXPECT_EQ(names.front(), "GUIDE");
+}
+
+TEST_F(Describe, NamesTheKeys) {
+  const std::vector<std::string> names = values_of(uris_, "/tv/key/irrc");
   ASSERT_EQ(names.size(), 58u);
   EXPECT_EQ(names.front(), "POWER");
   EXPECT_EQ(names[31], "VOL+");
   EXPECT_EQ(names.back(), "BLUE");
-  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
 }
 
 TEST_F(Describe, EveryItemTypeWithARecord) {

@@ -324,13 +324,13 @@ TEST(ItemTypes, TheMessageOfAFailedDecodingNamesTheType) {
               {TYPE_TUNER_SCAN, kSet, "tuner scan"}, {TYPE_HBBTV, kSet, "hbbtv"},
               {TYPE_PORTAL, kSet, "portal"},         {TYPE_WLAN_ASSOCIATE, kAssociate, "wlan associate"},
               {TYPE_CECM_CFG, kSet, "input source"}};
-  for (const auto& [type, use, word] : rows) {
-    std::vector<char> record(tvc_item_type(type)->record_size);
+  for (const auto& row : rows) {
+    const ItemType* const item = tvc_item_type(row.type);
+    std::vector<char> record(item->record_size);
     const std::string printed = printed_by([&] {
-      EXPECT_EQ(tvc_decode_parameter("a_dtv_jsp_set", tvc_item_type(type), use, nullptr, record.data()),
-                Decoded::kFailed);
+      EXPECT_EQ(tvc_decode_parameter("a_dtv_jsp_set", item, row.use, nullptr, record.data()), Decoded::kFailed);
     });
-    EXPECT_TRUE(printed.ends_with("<a_dtv_jsp_set> error: parse " + std::string(word) + " param!")) << printed;
+    EXPECT_TRUE(printed.ends_with("<a_dtv_jsp_set> error: parse " + std::string(row.word) + " param!")) << printed;
   }
 }
 

@@ -232,4 +232,21 @@ TEST(JsonParse, ParsesExcludeEachOther) {
   EXPECT_TRUE(parsed_second);
 }
 
+TEST(Text, OnlyTheLettersAToZHaveAnUpperCase) {
+  for (int code = 0; code < 256; ++code) {
+    const char character = static_cast<char>(code);
+    const bool lower = code >= 'a' && code <= 'z';
+    EXPECT_EQ(tvc_upper(character), lower ? static_cast<char>(code - 32) : character) << code;
+  }
+}
+
+TEST(Text, LettersAreTheSameInEitherCase) {
+  EXPECT_TRUE(tvc_same_letters("IPEPG_INFO_NOW", "ipepg_Info_now"));
+  EXPECT_TRUE(tvc_same_letters("", ""));
+  EXPECT_FALSE(tvc_same_letters("IPEPG", "IPEPG_"));
+  EXPECT_FALSE(tvc_same_letters("IPEPG_", "IPEPG"));
+  EXPECT_FALSE(tvc_same_letters("", "x"));
+  EXPECT_FALSE(tvc_same_letters("[", "{"));
+}
+
 }  // namespace

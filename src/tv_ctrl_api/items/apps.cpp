@@ -12,16 +12,19 @@ static constexpr Field hbbtv_table[] = {
 };
 constinit const std::span<const Field> hbbtv_fields = hbbtv_table;
 
+static constexpr char kModes[] = "one of:"
+#define TVC_PORTAL_MODE(name, number) " " #name
+#include "vex_tv_ctrl/apps.def"
+    ;
+static constexpr char kReasons[] =
+    "one of:"
+#define TVC_PORTAL_EXIT(name, number) " " #name
+#include "vex_tv_ctrl/apps.def"
+    "; any other text is another reason";
+
 static constexpr Field portal_table[] = {
-    {.key = "appMode",
-     TVC_MEMBER(T_PORTAL, app_mode),
-     .use = kSet | kResponse,
-     .help = "PORTAL, IPEPG, MYRECORDING, PUSHNOTIFICATION, PLAY_VIDEO_STORE, OTRECORD, EDFU, OPEN_INTERNET, "
-             "IPEPG_INFO_NOW or IPEPG_INFO_NEXT"},
+    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet | kResponse, .help = kModes},
     {.key = "edfuUrl", TVC_MEMBER(T_PORTAL, edfu_url), .use = kSet, .help = "address that the mode EDFU opens"},
-    {.key = "exitReason",
-     TVC_MEMBER(T_PORTAL, exit_reason),
-     .use = kSet,
-     .help = "GOTO_LAST_SOURCE, CHANGE_SOURCE, PUSHN_OFF or EDFU_OFF"},
+    {.key = "exitReason", TVC_MEMBER(T_PORTAL, exit_reason), .use = kSet, .help = kReasons},
 };
 constinit const std::span<const Field> portal_fields = portal_table;

@@ -44,20 +44,22 @@ static constexpr Field cbrowser_pb_notify_table[] = {
 };
 constinit const std::span<const Field> cbrowser_pb_notify_fields = cbrowser_pb_notify_table;
 
-// The items of a folder come later in this record than anything serves; what is rendered is a summary.
+// What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
+// order than a response's are written.
+static constexpr const char* kMediaTypes = "1 photo, 2 music, 3 video, 4 folder, 5 playlist, 6 shop mode";
+static constexpr const char* kFirstEntry = "first entry, from 0";
 static constexpr Field cbrowser_table[] = {
     {.key = "NAME", .use = kResponse, .text = "Content Browser"},
     {.key = "PATH",
      TVC_MEMBER(T_CBROWSER, path),
      .use = kQuery | kSet | kResponse,
      .help = "path of a folder or a file"},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kQuery | kSet, .help = kMediaTypes},
     {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order"},
+    {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet, .help = kFirstEntry},
     {.key = "COUNT", TVC_MEMBER(T_CBROWSER, count), .use = kQuery | kSet | kResponse, .help = "number of entries"},
-    {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet | kResponse, .help = "first entry, from 0"},
-    {.key = "TYPE",
-     TVC_MEMBER(T_CBROWSER, type),
-     .use = kQuery | kSet | kResponse,
-     .help = "1 photo, 2 music, 3 video, 4 folder, 5 playlist, 6 shop mode"},
+    {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kResponse, .help = kFirstEntry},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .help = kMediaTypes},
     {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
 };
 constinit const std::span<const Field> cbrowser_fields = cbrowser_table;

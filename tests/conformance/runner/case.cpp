@@ -233,8 +233,8 @@ std::string check_paths(const cJSON* json) {
   }
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(json, "libraries")) {
-    if (!cJSON_IsObject(library))
-      return "\"libraries\": " + std::string(library->string) + " is an object of string id and text";
+    if (!cJSON_IsObject(library) && !cJSON_IsNull(library))
+      return "\"libraries\": " + std::string(library->string) + " is an object of string id and text, or null";
     if (*library->string != '/')
       return "\"libraries\": \"" + std::string(library->string) + "\" is not an absolute path";
     const cJSON* text = nullptr;
@@ -246,8 +246,13 @@ std::string check_paths(const cJSON* json) {
   return {};
 }
 
+// null in place of the texts: a library that has another name for its look-up.
 std::string language_library(std::string_view language_template, const cJSON* texts) {
   std::string bytes(language_template);
+  constexpr std::string_view LOOK_UP = "vexuiGetLangStr";
+  for (std::size_t at = 0; cJSON_IsNull(texts) && (at = bytes.find(LOOK_UP, at)) != std::string::npos; ++at) {
+    bytes[at] = 'V';
+  }
   const std::size_t begin = bytes.size();
   const cJSON* text = nullptr;
   cJSON_ArrayForEach(text, texts) {
