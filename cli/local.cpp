@@ -14,6 +14,7 @@
 
 #include "dtv_js_plugin.h"
 #include "dtvctl.h"
+#include "private_paths.h"
 #include "stack.h"
 
 namespace json = boost::json;
@@ -170,11 +171,13 @@ bool session_open_local(const Options& options, Session& ret_session, Failure& r
   StackOptions stack = stack_defaults();
   if (!options.state.empty()) stack.state_folder = options.state;
   const auto set = std::make_shared<LocalSet>();
+  const PrivatePaths paths = private_paths_enter(stack.state_folder);
   std::string error;
   if (!stack_start(stack, set->stack, error)) {
     ret_failure = {kExitUnreachable, error};
     return false;
   }
+  private_paths_connect(paths, set->stack.tv_command);
   set->stack.on_event(on_event, set.get());
   ret_session.call = [set](std::string_view method, const std::string& params, std::string& ret_result,
                            Failure& failure) { return call(*set, method, params, ret_result, failure); };

@@ -11,6 +11,7 @@
 #include <system_error>
 
 #include "dtvctl.h"
+#include "json_text.h"
 #include "nearest.h"
 
 namespace {
@@ -162,6 +163,10 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
   bool behind_dashes = false;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& word = arguments[i];
+    if (!json_is_whole(boost::json::serialize(boost::json::string(word)))) {
+      ret_wrong = "argument " + std::to_string(i + 1) + " is not UTF-8";
+      return Parsed::kWrong;
+    }
     const Command* const command = ret_invocation.command;
     const bool passes = command != nullptr && command->passes_words &&
                         (!ret_invocation.words.empty() || word != "-h") &&

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "private_paths.h"
-#include "sandbox/device.h"
 #include "server.h"
 
 namespace fs = std::filesystem;
@@ -179,15 +178,6 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
   return 2;
 }
 
-// Gives the plugin the paths that it wants, and makes the state folder, which may stand in a folder that nothing can be
-// made in afterwards.
-PrivatePaths enter_private_paths(const Options& options) {
-  if (!options.private_paths) return {};
-  std::error_code told_later;
-  if (!options.stack.state_folder.empty()) fs::create_directories(options.stack.state_folder, told_later);
-  return private_paths_enter(stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n"));
-}
-
 // On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
 // process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
 // wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
@@ -220,7 +210,8 @@ int main(int argc, char** argv) {
   options.server.web_folder = stack_beside_program("../share/dtv_js_plugin/web", "../../web/dist");
   if (const std::optional<int> code = read_options(argc, argv, options)) return *code;
 
-  const PrivatePaths paths = enter_private_paths(options);
+  PrivatePaths paths;
+  if (options.private_paths) paths = private_paths_enter(options.stack.state_folder);
 
   // Before any other thread is made: all of them leave the signals to the one that waits for them.
   sigset_t signals;
@@ -236,7 +227,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;
   }
-  if (paths.device) device_listen(stack.tv_command);
+  private_paths_connect(paths, stack.tv_command);
   if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
     fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
 

@@ -8,6 +8,7 @@
 
 #include "sandbox/device.h"
 #include "sandbox/sandbox.h"
+#include "stack.h"
 
 namespace fs = std::filesystem;
 
@@ -39,9 +40,12 @@ bool is_allowed(const WantedPaths& wanted) {
 
 }  // namespace
 
-PrivatePaths private_paths_enter(const std::string& language_folder) {
+PrivatePaths private_paths_enter(const std::string& state_folder) {
   WantedPaths wanted;
   std::error_code failure;
+  if (!state_folder.empty()) fs::create_directories(state_folder, failure);  // the set's start tells of a failure
+  const std::string language_folder =
+      stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n");
   if (!fs::exists(plugin_languages, failure)) {
     const fs::path folder = fs::canonical(language_folder, failure);
     if (failure)
@@ -56,4 +60,8 @@ PrivatePaths private_paths_enter(const std::string& language_folder) {
   if (sandbox_enter(wanted, NewFolders::READ_ONLY, error)) return {.device = device};
   complain(error);  // half-way, though the child had come through
   _exit(1);
+}
+
+void private_paths_connect(const PrivatePaths& paths, void (*tv_command)(char character)) {
+  if (paths.device) device_listen(tv_command);
 }

@@ -150,8 +150,10 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
     if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return error_object(std::move(wrong));
   if (stack.fault(function.c_str(), clears ? nullptr : &fault) == 0) return "{}";
 
-  std::string text = "the TV API has no function \"" + function + "\"; nearest:";
-  for (const std::string& name : nearest(function, contract_functions(stack), 3)) text += " " + name;
+  std::string text = "the TV API has no function \"" + function + "\"";
+  const std::vector<std::string> names = nearest(function, contract_functions(stack), 3);
+  if (!names.empty()) text += "; nearest:";
+  for (const std::string& name : names) text += " " + name;
   return error_object(std::move(text));
 }
 

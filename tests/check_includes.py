@@ -35,8 +35,8 @@ RULES = {
     "i18n/": ([], "a language library sees only its catalogue"),
     "sandbox/": ([], "the private view of the machine's files knows nothing else of the project"),
     "host/": (["inc/", "sandbox/"], "the host sees only inc/ and sandbox/"),
-    "cli/": (["inc/", "host/stack.h", "host/nearest.h", "host/json_text.h"],
-             "the command line sees only inc/, host/stack.h and the host's two text helpers"),
+    "cli/": (["inc/", "host/stack.h", "host/private_paths.h", "host/nearest.h", "host/json_text.h"],
+             "the command line sees only inc/, what --local takes of host/, and the host's two text helpers"),
 }
 TOP_FOLDERS = ["src", "inc", ".", "tap", "tv", "i18n", "sandbox", "host", "cli", "bench", "tests"]
 

@@ -344,3 +344,18 @@ test('bash completes commands, options, URIs and the virtual television', async 
   assert.deepEqual(await complete('tv', 'fault', '--'), ['--clear']);
   assert.deepEqual(await complete('tv', 'fault', 'f', '--d'), ['--delay', '--drop-callback']);
 });
+
+test('a local set has its language strings and its command device', async (t) => {
+  const folder = stateFolder(t);
+  const text = (await local(folder, '--json', 'get', '/tv/config/language_string', 'langId=IDS_VOLUME')).stdout;
+  assert.equal(JSON.parse(text).response.ITEMS[0].langString, 'Volume');
+  assert.equal(await done(local(folder, 'set', '/tv/key/irrc', 'VOL+')), 'ok\n');
+  assert.equal(await done(local(folder, '--json', 'tv', 'volume')), '{"volume":21,"mute":false}\n');
+});
+
+test('an argument that is not UTF-8 is said to be the one', async (t) => {
+  const line = `"$1" --local --state "$2" tv key "$(printf '\\377')"`;
+  const { code, stderr } = await run('bash', ['-c', line, 'bash', dtvctl, stateFolder(t)]);
+  assert.equal(code, 2);
+  assert.match(stderr, /argument 6 is not UTF-8/);
+});
