@@ -73,6 +73,25 @@ test("keys change the set as a remote control does", async ({ host, open }) => {
   await expect(muteButton(other)).toHaveAttribute("aria-pressed", "false");
 });
 
+test("of two quick presses only the last is lit, and that for a moment", async ({ host, open }) => {
+  const page = await open();
+  // The second press comes while the first is lit, however slow the machine is.
+  await page.clock.install();
+  await page.goto(`${host.origin}/#remote`);
+  await page.reload();
+  await expect(key(page, "VOL+")).toBeEnabled();
+  await page.clock.pauseAt(Date.now() + 60_000);
+  const lit = panel(page).locator('[data-lit="true"]');
+  for (const name of ["VOL+", "VOL-"]) {
+    await key(page, name).click();
+    await expect(panel(page).getByRole("status")).toHaveText(`${name} was pressed.`);
+    await page.clock.runFor(100);
+    await expect(lit).toHaveText([name]);
+  }
+  await page.clock.runFor(1000);
+  await expect(lit).toHaveCount(0);
+});
+
 test("the remote control works by keyboard", async ({ host, open }) => {
   await host.write(volumeUri, 40);
   const page = await open("/#remote");

@@ -68,7 +68,11 @@ function KeyButton({ name }: { name: string }) {
     if (!last) return;
     lit.value = true;
     const timer = setTimeout(() => (lit.value = false), lightMs);
-    return () => clearTimeout(timer);
+    // Another key was pressed before the time was over, or this one again.
+    return () => {
+      clearTimeout(timer);
+      lit.value = false;
+    };
   }, [last?.number]);
 
   return (
