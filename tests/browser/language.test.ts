@@ -20,6 +20,9 @@ test.describe("the menu's language", () => {
     await expect(page.getByRole("slider", { name: "Lautstärke" })).toBeVisible();
     await expect(connection(page)).toHaveText("Verbunden");
     await expect(page.locator("html")).toHaveAttribute("lang", "de");
+    const live = page.getByRole("region", { name: "Live", exact: true });
+    await expect(live.getByText(/^Abonnements \d+ \/ \d+$/)).toBeVisible();
+    await expect(live.getByText(/^\d+ empfangen$/)).toBeVisible();
     const rows = page.getByRole("list", { name: "Benachrichtigungen", exact: true }).locator("> li:not(.empty)");
     await expect(rows.first()).toContainText("config_update");
     await expect(rows.first()).toContainText('ARG2 "g_gui_lang__gui_language"');
@@ -29,6 +32,7 @@ test.describe("the menu's language", () => {
 
     await host.kill();
     await expect(connection(page)).toContainText("Getrennt");
+    await expect(connection(page).getByRole("button")).toHaveText("Erneut versuchen");
     await host.start();
     await expect(connection(page)).toHaveText("Verbunden", { timeout: 10_000 });
     await expect(menu(page)).toHaveValue("deu");
@@ -46,6 +50,9 @@ test("a change made at the television reaches the page without a reload", async 
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "tur")).code).toBe(0);
   await expect(page.getByRole("heading", { name: "Yapılandırma" })).toBeVisible();
   await expect(menu(page)).toHaveValue("tur");
+  await expect(page.getByText(/^\d+ değer$/)).toBeVisible();
+  await expect(page.getByRole("checkbox", { name: "Varsayılandan farklı" })).toBeVisible();
+  await expect(page.getByRole("region", { name: "Canlı" })).toBeVisible();
 
   // A language without a library: the plugin takes the English one, and the menu shows the code.
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "nld")).code).toBe(0);
@@ -58,6 +65,7 @@ test("a text that the television has not is shown in English", async ({ host, op
   const page = await open();
   await expect(connection(page)).toHaveText("Connecté");
   await expect(tab(page, "Télécommande")).toBeVisible();
+  await expect(page.getByText(/^\d+ URI$/)).toBeVisible();
   // One text is empty, as that of an unknown id.
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     const server = socket.connectToServer();
@@ -77,11 +85,17 @@ test("a text that the television has not is shown in English", async ({ host, op
 test.describe("a television without texts and without a command device", () => {
   test.use({ hostArgs: ["--no-private-paths"] });
 
-  test("has a page in English, and keys that say why they fail", async ({ open }) => {
+  test("has a page in English, and keys that say why they fail", async ({ host, open }) => {
     const page = await open("/#remote");
+    await expect(menu(page)).toHaveValue("eng");
+    expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "deu")).code).toBe(0);
+    // The menu takes a change made at the television at the end of the read that also decides the page's language.
+    await expect(menu(page)).toHaveValue("deu");
+    expect(await page.locator("html").getAttribute("lang")).toBe("en");
+
     await page.getByRole("combobox", { name: "Menu language" }).selectOption("fra");
-    await expect(menu(page)).toHaveValue("fra");
-    await expect(page.locator("html")).toHaveAttribute("lang", "en");
+    const told = () => host.dtvctl("get", "/tv/menu/common_setting/gui_language");
+    await expect.poll(async () => (await told()).stdout).toContain("fra");
     const remote = page.getByRole("main", { name: "Remote control" });
     await remote.getByRole("button", { name: "GUIDE" }).click();
     await expect(remote.getByRole("status")).toHaveText(

@@ -49,7 +49,7 @@ export function ConfigPanel() {
     ),
   );
   const total = configRows.value.length;
-  const count = shown.value.length === total ? `${total} values` : `${shown.value.length} of ${total} values`;
+  const count = shown.value.length === total ? `${total}` : `${shown.value.length} / ${total}`;
   return (
     <main class="panel config" aria-label={label("IDS_CONFIGURATION")}>
       <div class="config-head">
@@ -57,7 +57,7 @@ export function ConfigPanel() {
         <Search />
         <div class="list-bar">
           <span role="status">
-            {problem.value || count}
+            {problem.value || `${count} ${label("IDS_VALUES")}`}
           </span>
           {configLists.value && (
             <label class="check">
@@ -66,7 +66,7 @@ export function ConfigPanel() {
                 checked={changedOnly.value}
                 onChange={(event) => (changedOnly.value = event.currentTarget.checked)}
               />
-              Not the default
+              {label("IDS_NOT_DEFAULT")}
             </label>
           )}
         </div>

@@ -63,7 +63,7 @@ function Connection() {
       <span role="status">{label(stateNames[name])}</span>
       {name === "waiting" && (
         <button type="button" class="link-button" onClick={reconnectNow}>
-          Retry
+          {label("IDS_RETRY")}
         </button>
       )}
     </div>

@@ -21,7 +21,7 @@ export function LivePanel() {
     </button>
   );
   return (
-    <section class="panel live" aria-label="Live">
+    <section class="panel live" aria-label={label("IDS_LIVE")}>
       <div class="segments" role="group" aria-label="Live log">
         {tab("notifications", label("IDS_NOTIFICATIONS"), notifications)}
         {tab("calls", label("IDS_CALLS"), calls)}
@@ -37,9 +37,9 @@ function Notifications() {
     <>
       <details class="sources">
         <summary>
-          Subscriptions{" "}
+          {label("IDS_SUBSCRIPTIONS")}{" "}
           <span class="count">
-            {watched.value.size} of {sources.length}
+            {watched.value.size} / {sources.length}
           </span>
         </summary>
         <ul>
@@ -136,7 +136,7 @@ function LogView<T>({ log, name, empty, title, render }: LogViewProps<T>) {
     <>
       <div class="log-bar">
         <span role="status">
-          {paused ? `Paused · ${log.held.value} waiting` : `${log.total.value} received`}
+          {paused ? `Paused · ${log.held.value} waiting` : `${log.total.value} ${label("IDS_RECEIVED")}`}
         </span>
         <button type="button" class="button small" aria-pressed={paused} onClick={() => log.setPaused(!paused)}>
           {paused ? <PlayIcon /> : <PauseIcon />}

@@ -3,19 +3,19 @@ import { label, type LabelId } from "../model/labels";
 import { notifications, show, view, type View } from "../model/session";
 import { ListIcon, PulseIcon, RemoteIcon, SendIcon, SlidersIcon } from "./icons";
 
-const entries: { id: View; text?: string; textId?: LabelId; icon: FunctionComponent }[] = [
-  { id: "uris", text: "URIs", icon: ListIcon },
-  { id: "request", textId: "IDS_REQUEST", icon: SendIcon },
-  { id: "configuration", textId: "IDS_CONFIGURATION", icon: SlidersIcon },
-  { id: "remote", textId: "IDS_REMOTE_CONTROL", icon: RemoteIcon },
-  { id: "live", text: "Live", icon: PulseIcon },
+const entries: { id: View; text: LabelId; icon: FunctionComponent }[] = [
+  { id: "uris", text: "IDS_URIS", icon: ListIcon },
+  { id: "request", text: "IDS_REQUEST", icon: SendIcon },
+  { id: "configuration", text: "IDS_CONFIGURATION", icon: SlidersIcon },
+  { id: "remote", text: "IDS_REMOTE_CONTROL", icon: RemoteIcon },
+  { id: "live", text: "IDS_LIVE", icon: PulseIcon },
 ];
 
 /** The views: in the header of a wide screen, in a bar at the bottom of a narrow one. */
 export function Tabs() {
   return (
     <nav class="tabs" aria-label="Views">
-      {entries.map(({ id, text, textId, icon: Icon }) => (
+      {entries.map(({ id, text, icon: Icon }) => (
         <button
           type="button"
           key={id}
@@ -24,7 +24,7 @@ export function Tabs() {
           onClick={() => show(id)}
         >
           <Icon />
-          <span class="tab-text">{textId ? label(textId) : text}</span>
+          <span class="tab-text">{label(text)}</span>
           {id === "live" && notifications.total.value > 0 && (
             <span class="count" aria-label={`${notifications.total.value} notifications`}>
               {notifications.total.value > 999 ? "999+" : notifications.total.value}

@@ -65,7 +65,7 @@ export function UriList() {
 
   const total = list.value?.uris.length ?? 0;
   return (
-    <section class="panel list" aria-label="URIs" ref={panel} onKeyDown={moveFocus}>
+    <section class="panel list" aria-label={label("IDS_URIS")} ref={panel} onKeyDown={moveFocus}>
       <div class="list-head">
         <label class="search">
           <SearchIcon />
@@ -83,7 +83,7 @@ export function UriList() {
         </label>
         <div class="list-bar">
           <span role="status">
-            {count.value === total ? `${total} URIs` : `${count.value} of ${total} URIs`}
+            {count.value === total ? total : `${count.value} / ${total}`} {label("IDS_URIS")}
           </span>
           <label class="check">
             <input
