@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 
 #include "tv.h"
 
@@ -91,14 +92,17 @@ absl::TimeZone zone_of(const std::string& name) {
   return zone;
 }
 
-// Its distance from UTC without daylight saving, which no zone has for as long as a year.
-INT64 standard_offset(const absl::TimeZone& zone, INT64 seconds) {
-  const absl::Time time = absl::FromUnixSeconds(seconds);
+// Its distance from UTC in winter. The tz database has daylight saving that is negative, too: Dublin's standard time is
+// that of summer, which winter goes back from. So it is the lesser of the latest offsets with and without, where the
+// year before has had both.
+INT64 standard_offset(const absl::TimeZone& zone, absl::Time time) {
+  std::optional<int> latest[2];  // without daylight saving, with it
   for (int days = 0; days < 366; days += 30) {
     const absl::TimeZone::CivilInfo info = zone.At(time - absl::Hours(24 * days));
-    if (!info.is_dst) return info.offset;
+    std::optional<int>& offset = latest[info.is_dst ? 1 : 0];
+    if (!offset) offset = info.offset;
   }
-  return zone.At(time).offset;
+  return latest[0] && latest[1] ? std::min(*latest[0], *latest[1]) : zone.At(time).offset;
 }
 
 struct LocalClock {
@@ -111,13 +115,15 @@ LocalClock local_clock() {
   const INT32 summer = config_number(kSummerKey);
   if (summer != kNoSummer && summer != kAlwaysSummer) return {.zone = zone, .always_summer = false};
   const bool always = summer == kAlwaysSummer;
-  const INT64 offset = standard_offset(zone, now_seconds()) + (always ? kSummerSeconds : 0);
+  const INT64 offset = standard_offset(zone, absl::FromUnixSeconds(now_seconds())) + (always ? kSummerSeconds : 0);
   return {.zone = absl::FixedTimeZone(static_cast<int>(offset)), .always_summer = always};
 }
 
 INT64 offset_at(const LocalClock& clock, INT64 seconds) { return clock.zone.At(absl::FromUnixSeconds(seconds)).offset; }
 
-bool is_summer(const LocalClock& clock, absl::Time time) { return clock.always_summer || clock.zone.At(time).is_dst; }
+bool is_summer(const LocalClock& clock, absl::Time time) {
+  return clock.always_summer || clock.zone.At(time).offset > standard_offset(clock.zone, time);
+}
 
 bool is_dtg(const VEXTVAPI_TIME_DTG_T& dtg) {
   if (dtg.ui1_mo < 1 || dtg.ui1_mo > 12 || dtg.ui1_hr > 23 || dtg.ui1_min > 59 || dtg.ui1_sec > 59) return false;
@@ -243,7 +249,7 @@ boost::json::object start_sleep(std::string_view word) {
 
 INT64 a_vextvapi_time_get_time_zone() {
   const LocalClock clock = local_clock();
-  return standard_offset(clock.zone, now_seconds()) - (clock.always_summer ? kSummerSeconds : 0);
+  return standard_offset(clock.zone, absl::FromUnixSeconds(now_seconds())) - (clock.always_summer ? kSummerSeconds : 0);
 }
 
 INT64 a_vextvapi_time_get_time_offset() { return offset_at(local_clock(), now_seconds()); }

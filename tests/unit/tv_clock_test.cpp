@@ -82,6 +82,13 @@ TEST_F(TvClock, ZonesOfTheWorld) {
   } cases[] = {
       {"UTC", 1783166400, 0, 0},
       {"Europe/London", 1783166400, 3600, 0},  // 2026-07-04
+      {"Europe/London", 1794744000, 0, 0},     // 2026-11-15
+      {"Europe/Berlin", 1783166400, 7200, 3600},
+      {"Europe/Berlin", 1794744000, 3600, 3600},
+      {"Europe/Dublin", 1783166400, 3600, 0},  // standard time, which in winter is set back
+      {"Europe/Dublin", 1794744000, 0, 0},
+      {"Europe/Dublin", 1774745999, 0, 0},  // the last second of winter
+      {"Europe/Dublin", 1774746000, 3600, 0},
       {"America/New_York", 1783166400, -4 * 3600, -5 * 3600},
       {"America/New_York", 1768478400, -5 * 3600, -5 * 3600},  // 2026-01-15
       {"Asia/Kolkata", 1783166400, 19800, 19800},
@@ -89,6 +96,7 @@ TEST_F(TvClock, ZonesOfTheWorld) {
       {"Australia/Lord_Howe", 1768478400, 11 * 3600, 37800},  // half an hour of daylight saving
       {"Asia/Kathmandu", 1768478400, 20700, 20700},
       {"Europe/Istanbul", 1783166400, 3 * 3600, 3 * 3600},
+      {"Europe/Istanbul", 1484481600, 3 * 3600, 3 * 3600},  // 2017-01-15: stayed at summer time, which is standard now
       {"Etc/GMT+5", 1783166400, -5 * 3600, -5 * 3600},
   };
   for (const auto& each : cases) {
@@ -97,6 +105,10 @@ TEST_F(TvClock, ZonesOfTheWorld) {
     EXPECT_EQ(a_vextvapi_time_set_utc_time(each.utc), 0);
     EXPECT_EQ(a_vextvapi_time_get_time_offset(), each.offset) << each.zone;
     EXPECT_EQ(a_vextvapi_time_get_time_zone(), each.standard) << each.zone;
+    const std::string summer = each.offset > each.standard ? "true" : "false";
+    expect_words(tv_control(R"(["clock"])"), {R"("summer":)" + summer});
+    const std::string flag = each.offset > each.standard ? "DST1" : "DST0";
+    EXPECT_TRUE(from_millis(each.utc * 1000).ends_with(flag)) << each.zone << ": " << from_millis(each.utc * 1000);
   }
 }
 
@@ -186,12 +198,15 @@ TEST_F(TvClock, ChangesOfTheClocks) {
 }
 
 TEST_F(TvClock, EveryHourOfFourYearsComesBack) {
-  for (INT64 utc = 1704067200; utc < 1830297600; utc += 3600) {  // 2024 to 2027
-    VEXTVAPI_TIME_DTG_T dtg{};
-    ASSERT_EQ(a_vextvapi_time_convert_millis_to_local_time(utc * 1000, &dtg), 0);
-    INT64 back = -1;
-    ASSERT_EQ(a_vextvapi_time_convert_local_time_to_millis(&dtg, &back), 0);
-    ASSERT_EQ(back, utc * 1000) << from_millis(utc * 1000);
+  for (const char* zone : {"Europe/Berlin", "Europe/Dublin"}) {
+    choose(zone);
+    for (INT64 utc = 1704067200; utc < 1830297600; utc += 3600) {  // 2024 to 2027
+      VEXTVAPI_TIME_DTG_T dtg{};
+      ASSERT_EQ(a_vextvapi_time_convert_millis_to_local_time(utc * 1000, &dtg), 0);
+      INT64 back = -1;
+      ASSERT_EQ(a_vextvapi_time_convert_local_time_to_millis(&dtg, &back), 0);
+      ASSERT_EQ(back, utc * 1000) << from_millis(utc * 1000);
+    }
   }
 }
 
