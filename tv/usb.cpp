@@ -159,12 +159,22 @@ std::string cut(std::string text, std::size_t longest) {
   return text;
 }
 
+// Why a folder is not there that the caller may see: what the host sees of / is how that was at its start.
+std::string not_found(std::string_view given, const std::error_code& why) {
+  std::string text = "the folder \"" + std::string(given) + "\" cannot be found: " + why.message();
+  std::error_code none;
+  const fs::path first = "/" / *fs::path(given).relative_path().begin();
+  if (why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
+    text += "; a folder made in / after the host's start is not seen";
+  return text;
+}
+
 boost::json::object insert_stick(std::string_view given, Words label) {
   const std::string quoted = "\"" + std::string(given) + "\"";
   if (!given.starts_with('/')) return control_error("the folder " + quoted + " is not named by its whole path");
   std::error_code failed;
   const fs::path folder = fs::canonical(given, failed);
-  if (failed) return control_error("the folder " + quoted + " cannot be found: " + failed.message());
+  if (failed) return control_error(not_found(given, failed));
   if (!fs::is_directory(folder, failed)) return control_error(quoted + " is no folder");
   Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
   if (!store_is_text(stick.folder)) return control_error("the name of the folder " + quoted + " is not in UTF-8");

@@ -216,7 +216,11 @@ TEST_F(TvUsb, WhatIsNoFolderIsRefused) {
   const std::string once = make("once");
   fs::create_directory_symlink(once, world.path + "/other name");
   stick({"insert", once});
-  expect_error(stick({"insert", world.path + "/nowhere"}), {"/nowhere", "cannot be found"});
+  expect_error(stick({"insert", "/nowhere at all/x"}),
+               {"/nowhere", "cannot be found", "made in / after the host's start"});
+  const std::string nowhere = stick({"insert", world.path + "/nowhere"});
+  expect_error(nowhere, {"/nowhere", "cannot be found"});
+  EXPECT_EQ(nowhere.find("made in /"), std::string::npos) << nowhere;
   expect_error(stick({"insert", world.path + "/file"}), {"/file", "no folder"});
   expect_error(stick({"insert", "once"}), {"once", "whole path"});
   expect_error(stick({"insert", ""}), {"whole path"});
