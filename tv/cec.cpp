@@ -25,6 +25,8 @@ namespace {
 
 constexpr UINT8 kPorts = 3;
 constexpr const char* kSwitch = "g_misc__cec_enable";
+constexpr const char* kAutoOn = "g_misc__cec_auto_on";
+constexpr const char* kAutoOff = "g_misc__cec_auto_off";
 constexpr const char* kSpeakers = "g_misc__cec_speakers";
 constexpr const char* kMenuLanguage = "g_gui_lang__gui_language";
 constexpr UINT8 kFirstDevice = CECM_LOG_ADDR_REC_DEV_1;
@@ -57,7 +59,9 @@ struct Known {  // of the device at a logical address
 };
 
 struct Bus {
-  std::mutex lock;  // guards all but the thread; taken before the configuration's locks and the event queue's
+  // Guards all but the thread. Taken before the configuration's locks, the remote control's and the event queue's; the
+  // remote control calls this room with no lock held.
+  std::mutex lock;
   std::condition_variable changed;
   bool open = false;
   std::thread thread;  // touched by start and stop only
@@ -183,11 +187,26 @@ CecFrame menu_language() {
   return cec_broadcast(kCecSet, std::move(bytes));
 }
 
+// What a source asks of the set when it is played: wake up, show me.
+void follow_source(const CecFrame& frame) {
+  switch (frame.bytes[0]) {
+    case kImageViewOn:
+    case kTextViewOn:
+      if (config_number(kAutoOn) != 0) remote_wake();
+      break;
+    case kActiveSource:
+      remote_show_hdmi(frame.bytes[1] >> 4);
+      break;
+    default:
+      break;
+  }
+}
+
 void set_hears(const CecFrame& frame) {
   const bool direct = frame.to == CECM_LOG_ADDR_TV;
   const UINT8 opcode = frame.bytes[0];
   if (direct) {
-    if (auto identity = cec_identify(kCecSet, true, frame)) return reply({*std::move(identity)});
+    if (auto identity = cec_identify(kCecSet, remote_is_on(), frame)) return reply({*std::move(identity)});
     if (opcode == kGetMenuLanguage) return reply({menu_language()});
   }
   const CecMessage* const message = cec_message(opcode);
@@ -200,6 +219,7 @@ void set_hears(const CecFrame& frame) {
     bus.known[frame.from].address = static_cast<UINT16>(frame.bytes[1] << 8 | frame.bytes[2]);
     bus.known[frame.from].type = frame.bytes[3];
   }
+  follow_source(frame);
   tell_message(*message, frame);
 }
 
@@ -323,7 +343,10 @@ void run_bus() {
 
 // ---- What a viewer does ----
 
+// One that waits already will find the device as it is then.
 void look_for(const CecDevice& device) {
+  const auto same = [&](const Discovery& each) { return each.start == device.la && each.stop == device.la; };
+  if (bus.discoveries.size() > 1 && std::any_of(bus.discoveries.begin() + 1, bus.discoveries.end(), same)) return;
   bus.discoveries.push_back({.start = device.la, .stop = device.la, .next = device.la, .pause = {}, .batch = false});
 }
 
@@ -391,10 +414,8 @@ boost::json::object send(const CecDevice& device, Words words) {
   }
   if (bytes.empty())
     return control_error("cec send DEVICE takes an opcode in hexadecimal and the bytes that follow it");
-  const CecMessage* const message = cec_message(bytes[0]);
-  const bool broadcast = message != nullptr && message->broadcast;
-  CecFrame frame =
-      broadcast ? cec_broadcast(device, std::move(bytes)) : cec_direct(device, CECM_LOG_ADDR_TV, std::move(bytes));
+  CecFrame frame = cec_is_broadcast(bytes[0]) ? cec_broadcast(device, std::move(bytes))
+                                              : cec_direct(device, CECM_LOG_ADDR_TV, std::move(bytes));
   boost::json::object answer{{"frame", cec_text(frame)}};
   say({std::move(frame)});
   return answer;
@@ -523,6 +544,11 @@ void cec_reset() {
     }
   }
   bus.active_source = CECM_PHY_ADDR_UNKNOWN;
+}
+
+void cec_standby() {
+  const std::lock_guard guard(bus.lock);
+  if (listens() && config_number(kAutoOff) != 0) say({cec_broadcast(kCecSet, {kStandby})});
 }
 
 // Only what differs from a new set; "cec" lists everything.

@@ -20,6 +20,7 @@ enum CecOpcode : UINT8 {
   kImageViewOn = 0x04,
   kTextViewOn = 0x0D,
   kSetMenuLanguage = 0x32,
+  kStandby = 0x36,
   kGiveOsdName = 0x46,
   kSetOsdName = 0x47,
   kSystemAudioModeRequest = 0x70,
@@ -121,6 +122,9 @@ struct CecMessage {
 
 // The message's row, or null.
 const CecMessage* cec_message(UINT8 opcode);
+
+// Whether a device sends the message to everybody, also one that no application is told of.
+bool cec_is_broadcast(UINT8 opcode);
 
 // A physical address as events show it.
 T_CEC_COMP_ADDR cec_component(UINT16 address);

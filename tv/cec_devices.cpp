@@ -157,6 +157,7 @@ std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const Cec
 
 std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told) {
   const UINT8 opcode = told.bytes[0];
+  if (opcode == kStandby) return cec_sleeps(device, state);
   if (told.to == kCecBroadcast) {
     if (opcode == kActiveSource) state.plays = false;  // another one does
     if (opcode == kRequestActiveSource && state.plays) return {active_source(device)};

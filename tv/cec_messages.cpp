@@ -158,7 +158,7 @@ constexpr CecMessage kMessages[] = {
     {0x1B, 1, kDirect, 0x1A, byte<&Data::e_deck_info>},  // Deck Status
     {kSetMenuLanguage, 3, kAll, kGetMenuLanguage, three_bytes<&Data::ui4_menu_lang>},
     {0x35, 1, kDirect, 0, timer_status},
-    {0x36, 0, kDirect, 0, nothing},                        // Standby
+    {kStandby, 0, kDirect, 0, nothing},
     {0x41, 1, kDirect, 0, byte<&Data::e_play_mode>},       // Play
     {0x42, 1, kDirect, 0, byte<&Data::e_deck_ctrl_mode>},  // Deck Control
     {0x43, 1, kDirect, 0, byte<&Data::e_timer_clr_sts>},   // Timer Cleared Status
@@ -196,6 +196,12 @@ static_assert(std::ranges::is_sorted(kMessages, {}, &CecMessage::opcode), "a loo
 const CecMessage* cec_message(UINT8 opcode) {
   const CecMessage* const found = std::ranges::lower_bound(kMessages, opcode, {}, &CecMessage::opcode);
   return found != std::end(kMessages) && found->opcode == opcode ? found : nullptr;
+}
+
+bool cec_is_broadcast(UINT8 opcode) {
+  constexpr UINT8 kUntold[] = {0x86, 0xA7, 0xF8};  // Set Stream Path, Request Current Latency, those of CDC
+  const CecMessage* const message = cec_message(opcode);
+  return message != nullptr ? message->broadcast : std::ranges::find(kUntold, opcode) != std::end(kUntold);
 }
 
 T_CEC_COMP_ADDR cec_component(UINT16 address) {

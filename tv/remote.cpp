@@ -9,6 +9,7 @@
 #include <charconv>
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 #include "tv.h"
 
@@ -16,7 +17,8 @@ namespace {
 
 constexpr Setting kChannel{.key = "channel", .factory = 1, .minimum = 1, .maximum = 99};
 constexpr Setting kPrevious{.key = "channel_previous", .factory = 1, .minimum = 1, .maximum = 99};
-constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};
+constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};  // an HDMI input at its number
+constexpr int kHdmiInputs = 3;
 constexpr Setting kSource{.key = "source", .factory = 0, .minimum = 0, .maximum = std::size(kSources) - 1};
 constexpr const char* kSubtitleKey = "g_misc__dvb_subtitle_enabled";
 
@@ -251,6 +253,7 @@ void remote_load() {
 
 void remote_reset() {
   const std::lock_guard guard(state.lock);
+  state.on = true;
   state.number = -1;
   state.last_key = "";
   go(kFactory);
@@ -269,14 +272,29 @@ bool remote_is_on() {
   return state.on;
 }
 
+void remote_wake() {
+  const std::lock_guard guard(state.lock);
+  state.on = true;
+}
+
 void remote_standby() {
+  bool was_on = false;
   {
     const std::lock_guard guard(state.lock);
-    state.on = false;
+    was_on = std::exchange(state.on, false);
     state.number = -1;
   }
   clock_stop_sleep();
   apps_end();
+  if (was_on) cec_standby();
+}
+
+void remote_show_hdmi(int input) {
+  const std::lock_guard guard(state.lock);
+  if (!state.on || input < 1 || input > kHdmiInputs) return;
+  Place wanted = state.place;
+  wanted.source = input;
+  go(wanted);
 }
 
 boost::json::object power_command(Words arguments) {
@@ -288,8 +306,7 @@ boost::json::object power_command(Words arguments) {
   if (wanted == "standby" || (wanted == "toggle" && remote_is_on())) {
     remote_standby();
   } else {
-    const std::lock_guard guard(state.lock);
-    state.on = true;
+    remote_wake();
   }
   return report();
 }

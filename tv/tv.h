@@ -130,14 +130,17 @@ void apps_leave_menu();  // the set's own application
 void remote_load();
 void remote_reset();
 void remote_report(boost::json::object& answer);
-bool remote_is_on();    // and not in standby
-void remote_standby();  // puts the set there
+bool remote_is_on();  // and not in standby
+void remote_wake();
+void remote_standby();             // puts the set there; no lock held
+void remote_show_hdmi(int input);  // a source's wish; nothing for an input that is none, nor in standby
 
 void cec_load();
 void cec_start();
 void cec_stop();
 void cec_reset();
 void cec_report(boost::json::object& answer);
+void cec_standby();  // the set has gone there
 
 void network_load();
 void network_start();

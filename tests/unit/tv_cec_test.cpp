@@ -22,6 +22,14 @@ std::vector<CecHeard> from(const std::vector<CecHeard>& heard, INT32 la) {
 
 bool reports_cec() { return tv_control(R"(["state"])").find(R"("cec")") != std::string::npos; }
 
+int times_carried(const std::string& frame) {
+  const std::string all = TvCec::cec({"frames"});
+  const std::string field = R"("frame":")" + frame + '"';
+  int times = 0;
+  for (std::size_t at = 0; (at = all.find(field, at)) != std::string::npos; ++at) ++times;
+  return times;
+}
+
 INT32 config(const char* key) {
   INT32 value = -1;
   EXPECT_EQ(a_vextvapi_config_get_value(-1, key, &value), 0);
@@ -247,6 +255,96 @@ TEST_F(TvCec, DiscoveryFindsOutWhoPlays) {
   EXPECT_EQ(wait_for(3).back().event.e_sent_opcode, 0);  // this one, nobody has asked for
 }
 
+bool shown(const std::string& part) { return tv_control(R"(["state"])").find(part) != std::string::npos; }
+
+const char* const kStandby = R"("power":"standby","channel":)";  // the set's, not a device's
+
+TEST_F(TvCec, WhoIsPlayedWakesTheSetAndIsShown) {
+  enable();
+  tv_control(R"(["power","standby"])");
+  cec({"play", "player"});
+  wait_frame("4F:82:20:00");
+  EXPECT_TRUE(shown(R"("power":"on","channel":1,"source":"HDMI 2")"));
+  cec({"play", "amplifier"});
+  wait_frame("5F:82:10:00");
+  EXPECT_TRUE(shown(R"("source":"HDMI 1")"));
+  cec({"send", "player", "82", "31", "00"});  // behind another device at that input
+  wait_frame("4F:82:31:00");
+  EXPECT_TRUE(shown(R"("source":"HDMI 3")"));
+  for (const char* nowhere : {"00", "40", "FF"}) {
+    cec({"send", "player", "82", nowhere, "00"});
+    wait_frame(std::string("4F:82:") + nowhere + ":00");
+    EXPECT_TRUE(shown(R"("source":"HDMI 3")")) << nowhere;
+  }
+  tv_control(R"(["power","standby"])");
+  cec({"send", "player", "82", "20", "00"});  // alone it wakes nobody
+  cec({"send", "player", "C0"});
+  wait_frame("04:00:C0:00");
+  EXPECT_TRUE(shown(kStandby));
+  EXPECT_TRUE(shown(R"("source":"HDMI 3")"));
+  cec({"send", "player", "0D"});
+  wait_frame("40:0D");
+  EXPECT_FALSE(shown(kStandby));
+  dtv_tv_stop();
+  ASSERT_EQ(tv_start(folder.path), "");
+  EXPECT_TRUE(shown(R"("source":"HDMI 3")"));
+}
+
+TEST_F(TvCec, ThePlayerWakesTheSetOnlyWhenTheViewerWantsItSo) {
+  enable();
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__cec_auto_on", 0, 0), 0);
+  tv_control(R"(["power","standby"])");
+  cec({"play", "player"});
+  cec({"send", "player", "0D"});
+  wait_frame("40:0D");
+  EXPECT_TRUE(shown(kStandby));
+  EXPECT_TRUE(shown(R"("source":"TV")"));
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__cec_auto_on", 1, 0), 0);
+  a_vextvapi_cec_set_cec_func(0);
+  cec({"send", "player", "04"});
+  wait_frame("40:04", false);
+  EXPECT_TRUE(shown(kStandby));
+  tv_control(R"(["power","on"])");
+  cec({"send", "player", "82", "20", "00"});
+  cec({"send", "player", "46"});
+  wait_frame("40:46", false);
+  EXPECT_TRUE(shown(R"("source":"TV")"));
+}
+
+TEST_F(TvCec, InStandbyTheSetSaysSo) {
+  enable();
+  tv_control(R"(["power","standby"])");
+  cec({"send", "player", "8F"});
+  expect_frames({"40:8F", "04:90:01"});
+  tv_control(R"(["power","on"])");
+  cec({"send", "player", "8F"});
+  expect_frames({"40:8F", "04:90:00"});
+}
+
+TEST_F(TvCec, TheDevicesGoToStandbyWithTheSet) {
+  switch_on();
+  cec({"play", "amplifier"});
+  cec({"play", "player"});
+  wait_frame("4F:82:20:00");
+  tv_control(R"(["key","POWER"])");
+  wait_frame("40:9D:20:00");
+  wait_frame("5F:90:01");
+  EXPECT_EQ(cec({}), kNew);
+  wait_for("op 9D");
+
+  tv_control(R"(["power","standby"])");  // it is there
+  a_vextvapi_cec_set_cec_func(0);
+  tv_control(R"(["power","on"])");
+  tv_control(R"(["power","standby"])");
+  tv_control(R"(["power","on"])");
+  a_vextvapi_cec_set_cec_func(1);
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__cec_auto_off", 0, 0), 0);
+  tv_control(R"(["power","standby"])");
+  cec({"send", "player", "8F"});
+  wait_frame("04:90:01");
+  EXPECT_EQ(times_carried("0F:36"), 1) << cec({"frames"});
+}
+
 // ---- Plugs ----
 
 TEST_F(TvCec, UnplugAndPlug) {
@@ -293,6 +391,18 @@ TEST_F(TvCec, WhoIsPulledOutSaysNothingMore) {
   cec({"plug", "amplifier"});
   wait_frame("5F:84:10:00:05");
   EXPECT_EQ(cec({"frames"}).find("5F:82"), std::string::npos);  // what it wanted to say is gone with it
+}
+
+TEST_F(TvCec, ManyPlugsAreLookedAtOnce) {
+  switch_on();
+  for (int i = 0; i < 20; ++i) {
+    cec({"unplug", "player"});
+    cec({"plug", "player"});
+  }
+  cec({"unplug", "amplifier"});
+  wait_frame("05", false);  // its turn comes last
+  EXPECT_LE(times_carried("04"), 3);
+  EXPECT_NE(cec({"frames"}).find(row("04")), std::string::npos) << "it is found as it is now";
 }
 
 // ---- Silence ----
@@ -422,6 +532,15 @@ TEST_F(TvCec, TheSetAnswersWhatIsAskedOfIt) {
   cec({"send", "amplifier", "91"});
   expect_frames({"50:91", "0F:32:65:6E:67"});
   EXPECT_TRUE(ended().empty());
+}
+
+TEST_F(TvCec, MessagesForEverybodyAreSentSo) {
+  enable();
+  EXPECT_EQ(cec({"send", "player", "86", "20", "00"}), R"({"frame":"4F:86:20:00"})");
+  EXPECT_EQ(cec({"send", "player", "A7", "20", "00"}), R"({"frame":"4F:A7:20:00"})");
+  EXPECT_EQ(cec({"send", "player", "F8", "20", "00", "13"}), R"({"frame":"4F:F8:20:00:13"})");
+  EXPECT_EQ(cec({"send", "player", "C0"}), R"({"frame":"40:C0"})");
+  expect_frames({"4F:86:20:00", "4F:A7:20:00", "4F:F8:20:00:13", "40:C0"});
 }
 
 TEST_F(TvCec, ResetPutsTheDevicesBack) {

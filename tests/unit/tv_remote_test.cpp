@@ -199,6 +199,9 @@ TEST_F(TvRemote, ChannelAndSourceLast) {
   tv_control(R"(["reset"])");
   press("ENTER");
   EXPECT_EQ(place(), "1 TV");
+  press("POWER");
+  tv_control(R"(["reset"])");
+  EXPECT_TRUE(shown(R"("power":"on")"));
 }
 
 TEST_F(TvRemote, PowerTogglesAndKeysWakeTheSet) {
