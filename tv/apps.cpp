@@ -53,6 +53,7 @@ constexpr std::size_t kLongestAddress = 255;
 struct State {
   std::mutex lock;  // guards all that follows; before the configuration's and the remote control's
   UINT32 hbbtv_type = 0;
+  UINT32 hbbtv_switched = 0;                 // how often HbbTV had been, before the application was started
   std::string hbbtv_uri;                     // empty: no application runs
   std::string edfu_url;                      // what the portal opens in its mode for addresses
   const NamedNumber* portal_mode = nullptr;  // null: it does not run
@@ -84,10 +85,11 @@ void end_hbbtv_application() {
   state.hbbtv_type = 0;
 }
 
-// The configuration may be changed by others than HbbTV's own message; no application outlives that.
+// The configuration may be changed by others than HbbTV's own message; no application outlives that, not even when
+// HbbTV is on again before somebody looks.
 bool hbbtv_is_on() {
   const bool on = config_number(kHbbtvKey) != 0;
-  if (!on) end_hbbtv_application();
+  if (!on || config_changes(kHbbtvKey) != state.hbbtv_switched) end_hbbtv_application();
   return on;
 }
 
@@ -103,7 +105,9 @@ INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
     return refuse(function, "an application's address has 1 to 255 bytes in UTF-8");
   }
   if (!remote_is_on()) return refuse_standby(function);
+  const UINT32 switched = config_changes(kHbbtvKey);  // asked first: a switch that comes between ends the application
   if (!hbbtv_is_on()) return refuse(function, "HbbTV is off");
+  state.hbbtv_switched = switched;
   state.hbbtv_type = message.ui4_value;
   state.hbbtv_uri = uri;
   return 0;

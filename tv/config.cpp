@@ -83,7 +83,8 @@ struct Change {
 struct State {
   std::mutex changing;  // makes changes one after the other, the disk included; taken before the lock
   std::mutex lock;      // guards all that follows; held for moments only, so that no read waits for the disk
-  std::array<Value, kCount> values;  // changed under both
+  std::array<Value, kCount> values;      // changed under both
+  std::array<UINT32, kCount> changes{};  // how often each has changed
   std::array<bool, kCount> watched{};
   a_vextvapi_config_nfy_fct callback = nullptr;
   void* callback_tag = nullptr;
@@ -228,6 +229,7 @@ INT32 change(std::vector<Change> wanted) {
   for (Change& each : wanted) {
     const std::size_t index = index_of(*each.entry);
     state.values[index] = std::move(each.value);
+    ++state.changes[index];
     if (state.callback != nullptr && state.watched[index]) post_change(*each.entry, state.callback, state.callback_tag);
   }
   return 0;
@@ -479,6 +481,12 @@ INT32 config_set(const char* key, std::string_view value) {
   const Entry* const entry = asked(__func__, key);
   if (entry == nullptr) return -1;
   return write(__func__, *entry, {.number = 0, .text = std::string(value)});
+}
+
+UINT32 config_changes(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  const std::lock_guard guard(state.lock);
+  return entry == nullptr ? 0 : state.changes[index_of(*entry)];
 }
 
 void config_load() {

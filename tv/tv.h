@@ -114,6 +114,7 @@ INT32 config_number(const char* key);
 std::string config_text(const char* key);
 INT32 config_set(const char* key, INT32 value);
 INT32 config_set(const char* key, std::string_view value);
+UINT32 config_changes(const char* key);  // how often the value has changed, to compare
 
 void clock_load();
 void clock_reset();

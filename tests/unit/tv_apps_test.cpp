@@ -71,6 +71,18 @@ TEST_F(TvApps, HbbtvRunsAnApplicationUntilItIsOff) {
   EXPECT_FALSE(shown("hbbtv"));
 }
 
+TEST_F(TvApps, NoApplicationOutlivesASwitchThatNobodyLooksAt) {
+  const auto menu = [](INT32 on) { EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_hbbtv__enable", on, 0), 0); };
+  EXPECT_EQ(exchange(message(4, 3, "http://h/")), 0);
+  menu(1);  // it is on already
+  EXPECT_EQ(hbbtv(), "on http://h/");
+  menu(0);
+  menu(1);
+  EXPECT_EQ(hbbtv(), "on ");
+  EXPECT_EQ(exchange(message(4, 3, "http://h/")), 0);
+  EXPECT_EQ(hbbtv(), "on http://h/");
+}
+
 TEST_F(TvApps, HbbtvRefusesWhatItDoesNotKnow) {
   expect_words(refusal([] { return exchange(message(1, 2)); }), {"2"});
   expect_words(refusal([] { return exchange(message(2, 0)); }), {"no function 2"});
