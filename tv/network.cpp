@@ -159,12 +159,13 @@ void tell_differences(const Facts& before, const Facts& after) {
   }
 }
 
-void look() {
+// Reads all facts and tells what has changed; false when they cannot be read.
+bool look() {
   Facts now;
-  if (!read_facts(now)) return;
-  const std::lock_guard guard(state.lock);
+  if (!read_facts(now)) return false;
   tell_differences(state.facts, now);
   state.facts = std::move(now);
+  return true;
 }
 
 // ---- The thread ----
@@ -177,6 +178,7 @@ void run_network() {
     char message;  // what it says is read from the facts
     while (recv(state.netlink, &message, sizeof message, 0) >= 0 || errno == ENOBUFS || errno == EINTR) {
     }
+    const std::lock_guard guard(state.lock);
     look();
   }
 }
@@ -286,10 +288,10 @@ boost::json::object network_command(Words arguments) {
   if (!action.empty() && !pretend(action == "lose")) {
     return control_error("the change could not be kept; the set's log says why");
   }
-  Facts now;
-  if (!read_facts(now)) return control_error("the network cannot be read; the set's log says why");
-  boost::json::object interfaces;
   const std::lock_guard guard(state.lock);
-  for (const auto& [index, interface] : now) interfaces[interface.name] = shown(index, interface);
+  // What is shown has been told of, also when the thread is late.
+  if (!look()) return control_error("the network cannot be read; the set's log says why");
+  boost::json::object interfaces;
+  for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
 }

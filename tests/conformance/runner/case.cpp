@@ -246,13 +246,8 @@ std::string check_paths(const cJSON* json) {
   return {};
 }
 
-// null in place of the texts: a library that has another name for its look-up.
 std::string language_library(std::string_view language_template, const cJSON* texts) {
   std::string bytes(language_template);
-  constexpr std::string_view LOOK_UP = "vexuiGetLangStr";
-  for (std::size_t at = 0; cJSON_IsNull(texts) && (at = bytes.find(LOOK_UP, at)) != std::string::npos; ++at) {
-    bytes[at] = 'V';
-  }
   const std::size_t begin = bytes.size();
   const cJSON* text = nullptr;
   cJSON_ArrayForEach(text, texts) {
@@ -383,7 +378,7 @@ std::string check_case(const Case& test, const Contract& contract) {
   return checks == 0 ? "it checks nothing" : "";
 }
 
-WantedPaths wanted_paths(const Case& test, std::string_view language_template) {
+WantedPaths wanted_paths(const Case& test, std::string_view language_template, std::string_view other_library) {
   WantedPaths wanted;
   const cJSON* file = nullptr;
   cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(test.json, "files")) {
@@ -399,8 +394,9 @@ WantedPaths wanted_paths(const Case& test, std::string_view language_template) {
   }
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json, "libraries")) {
-    wanted[clean_path(library->string)] = {.what = WantedPath::FILE,
-                                           .content = language_library(language_template, library)};
+    wanted[clean_path(library->string)] = {
+        .what = WantedPath::FILE,
+        .content = cJSON_IsNull(library) ? std::string(other_library) : language_library(language_template, library)};
   }
   if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json, "device"))) {
     wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = ""};

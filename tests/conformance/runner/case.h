@@ -46,8 +46,9 @@ std::string check_case(const Case& test, const Contract& contract);
 // Whether a case's "word_bits" is a number of bits that sets' addresses have.
 bool is_word_bits(const cJSON* json);
 
-// The paths that a case wants. language_template: the bytes of the language library.
-WantedPaths wanted_paths(const Case& test, std::string_view language_template);
+// The paths that a case wants. language_template: the bytes of the language library; other_library: those of one
+// without its look-up.
+WantedPaths wanted_paths(const Case& test, std::string_view language_template, std::string_view other_library);
 
 // The step's kind: the first of its members that names one; null when there is none.
 const cJSON* step_action(const cJSON* step);

@@ -186,7 +186,7 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
     report_fail(session, "cannot load: " + error);
   } else if (const std::string refusal = refuse(session); !refusal.empty()) {
     report_fail(session, "refused: " + refusal);
-  } else if (!enter_sandbox(wanted_paths(test, libraries.language_template), error)) {
+  } else if (!enter_sandbox(wanted_paths(test, libraries.language_template, libraries.other_library), error)) {
     report_fail(session, "no private file system: " + error);
   } else if (!session_load_plugin(session, libraries, error)) {
     report_fail(session, "cannot load: " + error);

@@ -11,6 +11,7 @@ struct Libraries {
   std::string plugin;  // absolute paths
   std::string tap;
   std::string language_template;  // bytes of the language library
+  std::string other_library;      // bytes of a library without its look-up
 };
 
 // The memory files through which the child tells what happened; its parent reads them when it has ended.

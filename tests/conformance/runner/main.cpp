@@ -155,7 +155,8 @@ Libraries find_libraries(const Options& options) {
   };
   return {.plugin = path(options.plugin, "libdtv_js_plugin.so"),
           .tap = path(options.tap, "libdtv_tap.so"),
-          .language_template = read_file((bin.parent_path() / "lib" / "libconformance_language.so").string())};
+          .language_template = read_file((bin.parent_path() / "lib" / "libconformance_language.so").string()),
+          .other_library = read_file((bin.parent_path() / "lib" / "libconformance_other.so").string())};
 }
 
 // A case that says what only sets of another word size do.
