@@ -241,16 +241,16 @@ cJSON* tvc_make_response_items(const ItemType& item, const void* record) {
   if (list.entry_size == 0) return tvc_make_items(tvc_make_item(item, kResponse, record));
   const char* const base = static_cast<const char*>(record);
   const INT32 count = *reinterpret_cast<const INT32*>(base + list.count_offset);
-  cJSON* const items = cJSON_CreateArray();
+  cJSON* const array = cJSON_CreateArray();
   for (INT32 i = 0; i < std::min(count, static_cast<INT32>(list.most)); ++i) {
-    cJSON* const entry =
+    cJSON* const object =
         tvc_make_item(item, kResponse, base + list.entries_offset + static_cast<UINT32>(i) * list.entry_size);
-    if (cJSON_AddItemToArray(items, entry)) continue;
-    cJSON_Delete(entry);
-    cJSON_Delete(items);
+    if (cJSON_AddItemToArray(array, object)) continue;
+    cJSON_Delete(object);
+    cJSON_Delete(array);
     return nullptr;
   }
-  return items;
+  return array;
 }
 
 cJSON* tvc_make_items(cJSON* item) {
