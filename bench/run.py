@@ -64,8 +64,8 @@ def server(words, log):
     with open(log, "w", encoding="utf-8") as errors:
         process = subprocess.Popen([str(word) for word in words], stdout=subprocess.PIPE, stderr=errors, text=True)
     try:
-        # A line, or the end of the output when the server does not start.
-        found = re.search(r"http://127\.0\.0\.1:(\d+)/", process.stdout.readline())
+        # A line, which may come behind those of the plugin's log, or the end of the output when the server does not start.
+        found = next(filter(None, (re.search(r"http://127\.0\.0\.1:(\d+)/", line) for line in process.stdout)), None)
         if not found:
             process.kill()
             raise Failed(f"{words[0]} does not start: {pathlib.Path(log).read_text(encoding='utf-8').strip()}")
