@@ -45,18 +45,29 @@ static INT32 set_code(UINT16 ui2_id, const char* key, const void* pv_content) {
   return ret == 0 ? VEXTVCTRLR_OK : static_cast<INT32>(VEXTVCTRLR_FAIL);
 }
 
-// A record of three letters and its key.
+#define CODE_ITEM(name, key)                                                                                         \
+  static INT32 _tvc_common_get_##name(UINT16 ui2_id, void* pv_content) { return get_code(ui2_id, key, pv_content); } \
+  static INT32 _tvc_common_set_##name(UINT16 ui2_id, const void* pv_content) {                                       \
+    return set_code(ui2_id, key, pv_content);                                                                        \
+  }
+CODE_ITEM(gui_language, "g_gui_lang__gui_language")
+CODE_ITEM(country, "g_country__country")
+CODE_ITEM(subtitle_lang, "g_subtitle__subtitle_lang")
+CODE_ITEM(subtitle_2nd_lang, "g_subtitle__subtitle_lang_2nd")
+
+// A record of three letters.
 struct CodeItem {
   UINT8 record;
-  const char* key;
+  INT32 (*get)(UINT16 ui2_id, void* pv_content);
+  INT32 (*set)(UINT16 ui2_id, const void* pv_content);
   bool answers_failure;  // of a set
 };
 
 static constexpr CodeItem kCodeItems[] = {
-    {TV_CTRL_RECID_GUI_LANGUAGE, "g_gui_lang__gui_language", false},
-    {TV_CTRL_RECID_COUNTRY, "g_country__country", true},
-    {TV_CTRL_RECID_SUBTITLE_LANG, "g_subtitle__subtitle_lang", true},
-    {TV_CTRL_RECID_SUBTITLE_2ND_LANG, "g_subtitle__subtitle_lang_2nd", true},
+    {TV_CTRL_RECID_GUI_LANGUAGE, _tvc_common_get_gui_language, _tvc_common_set_gui_language, false},
+    {TV_CTRL_RECID_COUNTRY, _tvc_common_get_country, _tvc_common_set_country, true},
+    {TV_CTRL_RECID_SUBTITLE_LANG, _tvc_common_get_subtitle_lang, _tvc_common_set_subtitle_lang, true},
+    {TV_CTRL_RECID_SUBTITLE_2ND_LANG, _tvc_common_get_subtitle_2nd_lang, _tvc_common_set_subtitle_2nd_lang, true},
 };
 
 static const CodeItem* find_code_item(UINT16 ui2_id) {
@@ -219,7 +230,7 @@ INT32 tv_ctrl_common_setting_init(void) {
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
   if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_COMMON_SETTING) return VEXTVCTRLR_INV_ARG;
-  if (const CodeItem* const item = find_code_item(ui2_id)) return get_code(ui2_id, item->key, pv_content);
+  if (const CodeItem* const item = find_code_item(ui2_id)) return item->get(ui2_id, pv_content);
   if (get_time(ui2_id, pv_content)) return VEXTVCTRLR_OK;
   switch (tvc_record(ui2_id)) {
     case TV_CTRL_RECID_COUNTRY_REGION_ID:
@@ -239,7 +250,7 @@ INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
 INT32 tv_ctrl_common_setting_set(UINT16 ui2_id, void* pv_content) {
   if (tvc_group(ui2_id) != TV_CTRL_GRPID_COMMON_SETTING) return VEXTVCTRLR_INV_ARG;
   if (const CodeItem* const item = find_code_item(ui2_id)) {
-    const INT32 ret = set_code(ui2_id, item->key, pv_content);
+    const INT32 ret = item->set(ui2_id, pv_content);
     return item->answers_failure ? ret : static_cast<INT32>(VEXTVCTRLR_OK);
   }
   switch (tvc_record(ui2_id)) {
