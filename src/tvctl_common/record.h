@@ -1,8 +1,11 @@
-// What every handler does with a generic record first.
+// What several handlers need: how they ask the configuration store, and what they do with a generic record first.
 #pragma once
 
 #include "tv_ctrl_main.h"
 #include "tv_ctrl_util/text.h"
+
+inline constexpr INT32 kEveryInput = -1;  // of a configuration value: the set's, not one input's own
+inline constexpr INT32 kNoUpdate = 0;     // a value is kept, and nothing else is done
 
 // Fills what every generic record begins with, and leaves the rest.
 template <typename Record>

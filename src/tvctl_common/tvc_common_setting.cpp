@@ -11,13 +11,11 @@
 #include "tvapi/time.h"
 #include "tvctl_common/record.h"
 
-static constexpr INT32 kEveryInput = -1;
-static constexpr INT32 kNoUpdate = 0;
 static constexpr uintptr_t kNetworkTag = 0x118224;
 static constexpr const char* kRegionKey = "g_country__country_rid";
 
-static UINT32
-    ui4_tvc_nw_nfy_id;  // of the network subscription; 0: none. Written under the request lock, and at start-up
+// Of the network subscription; 0: none. Written at start-up and under the request lock.
+static UINT32 ui4_tvc_nw_nfy_id;
 
 // --- Three-letter codes ---
 

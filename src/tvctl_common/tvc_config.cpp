@@ -10,9 +10,9 @@
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
+#include "tvctl_common/record.h"
 
 static constexpr uintptr_t kCallbackTag = 0x14BF88;
-static constexpr INT32 kEveryInput = -1;
 static constexpr INT32 kUpdate = 3;
 static constexpr INT32 kValueChanged = -1;  // notify id of the platform's change record
 static constexpr const char* kLanguageKey = "g_gui_lang__gui_language";

@@ -15,9 +15,6 @@
 #include "tvapi/usb.h"
 #include "tvctl_common/record.h"
 
-static constexpr INT32 kEveryInput = -1;
-static constexpr INT32 kNoUpdate = 0;
-
 // Logs a platform's failure under an operation's name; 0 or -1.
 static INT32 checked(const char* operation, INT32 ret, int line = __builtin_LINE()) {
   if (ret >= 0) return VEXTVCTRLR_OK;
