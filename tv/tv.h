@@ -2,8 +2,9 @@
 // functions, keeps its state under a lock of its own and has a row in kRooms (tv.cpp) and in the command table
 // (control.cpp).
 //
-// Lock order: a room's lock, then the store's or the event queue's. Callbacks run on the event thread with no lock
-// held, so they may call any function of the TV API.
+// Lock order: the CEC bus's or the applications' lock, then the remote control's or the configuration's, then the
+// store's or the event queue's; the other rooms' locks come before the last two only. Callbacks run on the event thread
+// with no lock held but the USB room's for its own, so they may call any function of the TV API.
 #pragma once
 
 #include <boost/json/fwd.hpp>
