@@ -204,8 +204,7 @@ INT32 a_vextvapi_util_set(INT32 type, INT32 id, INT32 value, INT32 flag) {
                                 std::to_string(value) + ", " + std::to_string(flag));
   }
   if (!store_is_open()) return refuse(__func__, "the set is off");
-  for (const Room& room : rooms()) room.reset();
-  return 0;
+  return tv_reset() ? 0 : -1;
 }
 
 INT32 a_vextvapi_util_is_jump_super_shop_demo(const char* path, UINT8* flag) {
@@ -223,7 +222,10 @@ void apps_load() {
   state.portal_exit = nullptr;
 }
 
-void apps_reset() { apps_load(); }
+bool apps_reset() {
+  apps_load();
+  return true;
+}
 
 // Only what runs; "app" shows the rest.
 void apps_report(boost::json::object& answer) {

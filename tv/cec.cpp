@@ -534,7 +534,7 @@ void cec_stop() {
   if (bus.thread.joinable()) bus.thread.join();
 }
 
-void cec_reset() {
+bool cec_reset() {
   const std::lock_guard guard(bus.lock);
   for (const CecDevice& device : kCecDeviceTable) {
     if (!state_of(device).plugged) {
@@ -544,6 +544,7 @@ void cec_reset() {
     }
   }
   bus.active_source = CECM_PHY_ADDR_UNKNOWN;
+  return true;
 }
 
 void cec_standby() {

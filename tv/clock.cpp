@@ -201,9 +201,7 @@ boost::json::object show() {
           {"sleep", sleep_remaining()}};
 }
 
-boost::json::object changed(INT32 result) {
-  return result == 0 ? show() : control_error("the change could not be kept; the set's log says why");
-}
+boost::json::object changed(INT32 result) { return result == 0 ? show() : control_not_kept(); }
 
 boost::json::object set_by_hand(std::string_view word) {
   if (word == "machine") return changed(move_clock(0));
@@ -312,9 +310,10 @@ void clock_load() {
   sleep_end = kNever;
 }
 
-void clock_reset() {
+bool clock_reset() {
+  if (move_clock(0) != 0) return false;
   clock_stop_sleep();
-  move_clock(0);
+  return true;
 }
 
 void clock_report(boost::json::object& answer) {
@@ -326,11 +325,11 @@ void clock_stop_sleep() {
   set_sleep(0);
 }
 
-void clock_step_sleep() {
+bool clock_step_sleep() {
   const std::lock_guard guard(lock);
   const INT32 present = sleep_end == kNever ? 0 : sleep_duration;
   const auto* const next = std::ranges::upper_bound(kSleepSteps, present);
-  set_sleep(next == std::end(kSleepSteps) ? 0 : *next);
+  return set_sleep(next == std::end(kSleepSteps) ? 0 : *next) == 0;
 }
 
 boost::json::object clock_command(Words arguments) {

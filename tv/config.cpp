@@ -508,9 +508,9 @@ void config_load() {
   state.callback = nullptr;
 }
 
-void config_reset() {
+bool config_reset() {
   const std::lock_guard guard(state.changing);
-  change(defaults_of(""));
+  return change(defaults_of("")) == 0;
 }
 
 // Only what differs from a new set; "config" lists everything. A new set has nothing to report.
@@ -538,8 +538,5 @@ boost::json::object config_command(Words arguments) {
     return control_error(std::string(entry->key) + " takes " + viewer_words(*entry) + ", not \"" +
                          std::string(arguments[1]) + "\"");
   }
-  if (write("config", *entry, std::move(value)) != 0) {
-    return control_error("the change could not be kept; the set's log says why");
-  }
-  return describe(*entry);
+  return write("config", *entry, std::move(value)) == 0 ? describe(*entry) : control_not_kept();
 }

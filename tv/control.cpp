@@ -15,10 +15,7 @@ boost::json::object state_command(Words) {
   return answer;
 }
 
-boost::json::object reset_command(Words) {
-  for (const Room& room : rooms()) room.reset();
-  return state_command({});
-}
+boost::json::object reset_command(Words) { return tv_reset() ? state_command({}) : control_not_kept(); }
 
 boost::json::object help_command(Words);
 
@@ -99,6 +96,8 @@ boost::json::object run(std::string_view text) {
 }  // namespace
 
 boost::json::object control_error(std::string text) { return {{"error", std::move(text)}}; }
+
+boost::json::object control_not_kept() { return control_error("the change could not be kept; the set's log says why"); }
 
 char* dtv_tv_control(const char* command) {
   try {

@@ -272,7 +272,7 @@ void network_stop() {
   close_descriptors();
 }
 
-void network_reset() { pretend(false); }
+bool network_reset() { return pretend(false); }
 
 // Nothing while the network is as it is; "network" shows it.
 void network_report(boost::json::object& answer) {
@@ -285,9 +285,7 @@ boost::json::object network_command(Words arguments) {
   if (!action.empty() && action != "lose" && action != "restore") {
     return control_error("network takes lose or restore, not \"" + std::string(action) + "\"");
   }
-  if (!action.empty() && !pretend(action == "lose")) {
-    return control_error("the change could not be kept; the set's log says why");
-  }
+  if (!action.empty() && !pretend(action == "lose")) return control_not_kept();
   const std::lock_guard guard(state.lock);
   // What is shown has been told of, also when the thread is late.
   if (!look()) return control_error("the network cannot be read; the set's log says why");

@@ -47,30 +47,34 @@ State& state = *new State;
 
 // ---- What keys do ----
 
+// What follows returns false when a change could not be kept; nothing has changed then.
+
 // Goes there and keeps it. The caller holds the lock, here and in tune.
-void go(const Place& wanted) {
-  if (wanted == state.place) return;
+bool go(const Place& wanted) {
+  if (wanted == state.place) return true;
   const SettingValue values[] = {
       {kChannel.key, wanted.channel}, {kPrevious.key, wanted.previous}, {kSource.key, wanted.source}};
-  if (store_write(values)) state.place = wanted;
+  const bool kept = store_write(values);
+  if (kept) state.place = wanted;
+  return kept;
 }
 
-void tune(INT64 channel) {
+bool tune(INT64 channel) {
   state.number = -1;
-  if (channel < kChannel.minimum || channel > kChannel.maximum) return;
+  if (channel < kChannel.minimum || channel > kChannel.maximum) return true;
   const bool same = channel == state.place.channel;
-  go({.channel = channel, .previous = same ? state.place.previous : state.place.channel, .source = 0});
+  return go({.channel = channel, .previous = same ? state.place.previous : state.place.channel, .source = 0});
 }
 
-void press_channel(int by) {
+bool press_channel(int by) {
   const std::lock_guard guard(state.lock);
   const INT64 count = kChannel.maximum;
-  tune((state.place.channel - 1 + by + count) % count + 1);
+  return tune((state.place.channel - 1 + by + count) % count + 1);
 }
 
-void press_previous(int) {
+bool press_previous(int) {
   const std::lock_guard guard(state.lock);
-  tune(state.place.previous);
+  return tune(state.place.previous);
 }
 
 void number_is_over() {
@@ -78,51 +82,48 @@ void number_is_over() {
   if (state.number >= 0 && TimerClock::now() >= state.number_due) tune(state.number);
 }
 
-void press_digit(int digit) {
+bool press_digit(int digit) {
   const std::lock_guard guard(state.lock);
-  if (state.number >= 0) {
-    tune(state.number * 10 + digit);
-    return;
-  }
+  if (state.number >= 0) return tune(state.number * 10 + digit);
   state.number = digit;
   state.number_due = TimerClock::now() + kNextDigit;
-  timer_set(Timer::kDigits, state.number_due, number_is_over);
+  return timer_set(Timer::kDigits, state.number_due, number_is_over);
 }
 
-void press_enter(int) {
+bool press_enter(int) {
   const std::lock_guard guard(state.lock);
-  if (state.number >= 0) tune(state.number);
+  return state.number < 0 || tune(state.number);
 }
 
-void press_source(int) {
+bool press_source(int) {
   const std::lock_guard guard(state.lock);
   Place wanted = state.place;
   wanted.source = (wanted.source + 1) % static_cast<INT64>(std::size(kSources));
-  go(wanted);
+  return go(wanted);
 }
 
-void press_volume(int by) {
-  const std::string_view word[] = {by > 0 ? "up" : "down"};
-  volume_command(word);
+bool press_volume(int by) { return volume_press(by); }
+
+bool press_mute(int) { return mute_press(); }
+
+bool press_subtitle(int) { return config_set(kSubtitleKey, config_number(kSubtitleKey) == 0 ? 1 : 0) == 0; }
+
+bool press_sleep(int) { return clock_step_sleep(); }
+
+bool press_exit(int) {
+  apps_leave_menu();
+  return true;
 }
 
-void press_mute(int) {
-  const std::string_view word[] = {"toggle"};
-  mute_command(word);
+bool press_power(int) {
+  remote_standby();
+  return true;
 }
-
-void press_subtitle(int) { config_set(kSubtitleKey, config_number(kSubtitleKey) == 0 ? 1 : 0); }
-
-void press_sleep(int) { clock_step_sleep(); }
-
-void press_exit(int) { apps_leave_menu(); }
-
-void press_power(int) { remote_standby(); }
 
 struct Action {
   std::string_view key;
   const char* help;
-  void (*press)(int argument);
+  bool (*press)(int argument);
   int argument = 0;
   bool in_standby = true;  // whether it wakes the set
 };
@@ -175,16 +176,16 @@ static_assert(std::ranges::count_if(kKeys, [](const Key& key) { return key.actio
                   std::ranges::ssize(kActions),
               "what is to be done is a key's");
 
-void press(const Key& key) {
+bool press(const Key& key) {
   bool was_on = false;
   {
     const std::lock_guard guard(state.lock);
     was_on = state.on;
-    if (!was_on && key.action != nullptr && !key.action->in_standby) return;
+    if (!was_on && key.action != nullptr && !key.action->in_standby) return true;
     state.on = true;
     state.last_key = key.name;
   }
-  if (was_on && key.action != nullptr) key.action->press(key.action->argument);
+  return !was_on || key.action == nullptr || key.action->press(key.action->argument);
 }
 
 // ---- The command device ----
@@ -200,7 +201,7 @@ void carry_out(std::string_view command) {
   if (command.starts_with(kReceive) && command.size() <= kLongestLine) {
     const auto* const key = std::ranges::find(kKeys, command.substr(kReceive.size()), &Key::code);
     if (key != std::end(kKeys)) {
-      press(*key);
+      press(*key);  // what could not be kept, the store has reported
       return;
     }
   }
@@ -251,12 +252,13 @@ void remote_load() {
   state.last_key = "";
 }
 
-void remote_reset() {
+bool remote_reset() {
   const std::lock_guard guard(state.lock);
+  if (!go(kFactory)) return false;
   state.on = true;
   state.number = -1;
   state.last_key = "";
-  go(kFactory);
+  return true;
 }
 
 void remote_report(boost::json::object& answer) {
@@ -317,6 +319,5 @@ boost::json::object key_command(Words arguments) {
   if (key == std::end(kKeys)) {
     return control_error("there is no key \"" + std::string(arguments[0]) + "\"; key without a name lists them");
   }
-  press(*key);
-  return report();
+  return press(*key) ? report() : control_not_kept();
 }

@@ -35,6 +35,14 @@ std::string folder;     // guarded by it
 
 std::span<const Room> rooms() { return kRooms; }
 
+bool tv_reset() {
+  // In one write. The rooms then find kept what they want to keep, so that none of them can fail on its own.
+  if (!store_reset()) return false;
+  bool reset = true;
+  for (const Room& room : kRooms) reset = room.reset() && reset;
+  return reset;
+}
+
 const std::string& tv_folder() { return folder; }
 
 std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {

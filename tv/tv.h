@@ -23,7 +23,7 @@
 #include "tvapi/all.h"
 #pragma GCC visibility pop
 
-// ---- store.cpp: the set's memory, a SQLite database in the state folder ----
+// ---- store.cpp, store_open.cpp, store_sync.cpp: the set's memory, a SQLite database in the state folder ----
 
 struct Setting {
   const char* key;
@@ -39,12 +39,13 @@ struct TextSetting {
 };
 
 struct SettingValue {
+  using Value = std::variant<std::int64_t, std::string_view>;
   const char* key;
-  std::variant<std::int64_t, std::string_view> value;
+  Value value;
 };
 
-// Opens or creates the database and holds it alone until store_close. A damaged file is moved aside, and the call
-// fails.
+// Opens or creates the database and holds its folder alone until store_close. A damaged file is moved aside, and the
+// call fails; a damaged value is reported on stderr and is the factory's again.
 bool store_open(const std::string& folder, std::string& ret_error);
 void store_close();
 bool store_is_open();
@@ -52,13 +53,17 @@ bool store_is_open();
 // Whether the store keeps it as it is: UTF-8 without a NUL.
 bool store_is_text(std::string_view text);
 
-// The kept value; the factory's where none is kept or where it is of another kind or out of its limits, which is said
-// on stderr.
+// The kept value; the factory's where none is kept or where it is of another kind or out of its limits, which is
+// reported on stderr. A room reads each of its keys when it loads.
 std::int64_t store_read(const Setting& setting);
 std::string store_read(const TextSetting& setting);
 
-// Keeps all values or none; they are on the disk when it returns true. A failure is said on stderr.
+// Keeps all values or none; they are on the disk when it returns true, or with dtv_tv_on_kept in the operating system's
+// hands. Also true without any writing where all are kept already. A failure is reported on stderr.
 bool store_write(std::span<const SettingValue> values);
+
+// Forgets all values at once, so that each is the factory's; returns as store_write does.
+bool store_reset();
 
 // ---- events.cpp: the thread that calls the platform callbacks ----
 
@@ -90,8 +95,8 @@ bool timer_set(Timer timer, TimerClock::time_point due, void (*action)());
 
 struct Room {
   const char* name;
-  void (*load)();                               // takes the state from the store
-  void (*reset)();                              // back to the factory's state; callbacks as for any other change
+  void (*load)();   // takes the state from the store
+  bool (*reset)();  // back to the factory's state; callbacks as for any other change; false: all stays, see tv_reset
   void (*report)(boost::json::object& answer);  // adds the members of the control command "state"
   void (*start)() = nullptr;                    // a thread of its own, once events can be posted
   void (*stop)() = nullptr;                     // ends it, before events end; also when there is none
@@ -99,15 +104,21 @@ struct Room {
 
 std::span<const Room> rooms();
 
+// All rooms back to the factory's state. Where the store cannot forget what it keeps, nothing is changed and it returns
+// false; so it does where somebody's change that came between could not be undone.
+bool tv_reset();
+
 // The state folder's absolute path. Only while a room loads.
 const std::string& tv_folder();
 
 void volume_load();
-void volume_reset();
+bool volume_reset();
 void volume_report(boost::json::object& answer);
+bool volume_press(int by);  // what the volume keys do; false, here and below: the change could not be kept
+bool mute_press();
 
 void config_load();
-void config_reset();
+bool config_reset();
 void config_report(boost::json::object& answer);
 
 // A value of the catalogue, for other rooms. config_set returns 0, or -1, which is said on stderr.
@@ -118,19 +129,19 @@ INT32 config_set(const char* key, std::string_view value);
 UINT32 config_changes(const char* key);  // how often the value has changed, to compare
 
 void clock_load();
-void clock_reset();
+bool clock_reset();
 void clock_report(boost::json::object& answer);
 void clock_stop_sleep();
-void clock_step_sleep();  // what the SLEEP key does
+bool clock_step_sleep();  // what the SLEEP key does
 
 void apps_load();
-void apps_reset();
+bool apps_reset();
 void apps_report(boost::json::object& answer);
 void apps_end();         // all that runs
 void apps_leave_menu();  // the set's own application
 
 void remote_load();
-void remote_reset();
+bool remote_reset();
 void remote_report(boost::json::object& answer);
 bool remote_is_on();  // and not in standby
 void remote_wake();
@@ -140,18 +151,18 @@ void remote_show_hdmi(int input);  // a source's wish; nothing for an input that
 void cec_load();
 void cec_start();
 void cec_stop();
-void cec_reset();
+bool cec_reset();
 void cec_report(boost::json::object& answer);
 void cec_standby();  // the set has gone there
 
 void network_load();
 void network_start();
 void network_stop();
-void network_reset();
+bool network_reset();
 void network_report(boost::json::object& answer);
 
 void usb_load();
-void usb_reset();
+bool usb_reset();
 void usb_report(boost::json::object& answer);
 
 // ---- control.cpp: what a viewer does ----
@@ -159,6 +170,7 @@ void usb_report(boost::json::object& answer);
 using Words = std::span<const std::string_view>;
 
 boost::json::object control_error(std::string text);
+boost::json::object control_not_kept();  // the error of a command whose change the store has refused
 
 // The arguments after the command's name. The answer is what the command reports, or control_error.
 boost::json::object volume_command(Words arguments);

@@ -1,7 +1,7 @@
 // USB sticks. A stick is a folder of the machine; it is mounted as a symbolic link to that folder, so that its files
-// are what an application sees under the mount point. The port says the rest: the stick in port 1 is /dev/sda1, mounted
-// at usb/sda1 of the state folder, that in port 27 is /dev/sdaa1. What is inserted is kept in the store; the links are
-// made anew when the set is switched on.
+// are what an application sees under the mount point; it lies in the root (usb_root.h). The port says the rest: the
+// stick in port 1 is /dev/sda1, mounted at usb/sda1 of the state folder, that in port 27 is /dev/sdaa1. What is
+// inserted is kept in the store; the links are made anew when the set is switched on.
 //
 // The callback's types are 1, mounted, and 2, unmounted. There is one detection: starting another ends the first. When
 // it has ended, no callback comes any more and none runs, but for the one that ended it.
@@ -11,10 +11,12 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <mutex>
 #include <vector>
 
 #include "tv.h"
+#include "usb_root.h"
 
 namespace fs = std::filesystem;
 
@@ -35,10 +37,10 @@ struct Stick {
 using Callback = a_vextvapi_cb_usb_detect_nfy_fct;
 
 struct State {
-  std::mutex changing;               // one inserts or removes at a time, disk and links included; before the other two
-  std::recursive_mutex telling;      // held while a callback runs, which may end the detection; taken before the lock
-  std::mutex lock;                   // guards all that follows; held for moments only
-  std::string mounts;                // the folder of the links; changed while the set is switched on
+  std::mutex changing;           // one inserts or removes at a time, disk, links and root included; before the others
+  std::recursive_mutex telling;  // held while a callback runs, which may end the detection; taken before the lock
+  std::mutex lock;               // guards all that follows; held for moments only
+  std::string mounts;            // the folder of the links; changed while the set is switched on
   std::array<Stick, kPorts> sticks;  // of port 1 onwards; changed under changing as well
   UINT32 detection = 0;              // the running one's handle, 0: none
   UINT32 last_detection = 0;
@@ -72,19 +74,32 @@ INT32 refuse(const char* function, const std::string& why) {
 
 // ---- The store and the links; the caller holds state.changing ----
 
-bool keep(std::size_t index, const Stick& stick) {
-  const std::string folder = "usb_folder_" + std::to_string(port_of(index));
-  const std::string label = "usb_label_" + std::to_string(port_of(index));
-  const SettingValue values[] = {{folder.c_str(), std::string_view(stick.folder)},
-                                 {label.c_str(), std::string_view(stick.label)}};
+struct StickKeys {
+  std::string folder;
+  std::string label;
+};
+
+StickKeys keys_of(std::size_t index) {
+  const std::string port = std::to_string(port_of(index));
+  return {.folder = "usb_folder_" + port, .label = "usb_label_" + port};
+}
+
+// What is in these ports from now on, in all or in none.
+bool keep(const std::vector<std::size_t>& ports, const Stick& stick) {
+  std::vector<StickKeys> keys;
+  std::ranges::transform(ports, std::back_inserter(keys), keys_of);
+  std::vector<SettingValue> values;
+  for (const StickKeys& each : keys) {
+    values.push_back({each.folder.c_str(), stick.folder});
+    values.push_back({each.label.c_str(), stick.label});
+  }
   return store_write(values);
 }
 
 Stick kept(std::size_t index) {
-  const std::string folder = "usb_folder_" + std::to_string(port_of(index));
-  const std::string label = "usb_label_" + std::to_string(port_of(index));
-  return {.folder = store_read(TextSetting{folder.c_str(), "", kLongestFolder}),
-          .label = store_read(TextSetting{label.c_str(), "", kLongestLabel})};
+  const StickKeys keys = keys_of(index);
+  return {.folder = store_read(TextSetting{keys.folder.c_str(), "", kLongestFolder}),
+          .label = store_read(TextSetting{keys.label.c_str(), "", kLongestLabel})};
 }
 
 bool mount(std::size_t index, const std::string& folder, std::string& ret_error) {
@@ -164,17 +179,26 @@ std::string not_found(std::string_view given, const std::error_code& why) {
   std::string text = "the folder \"" + std::string(given) + "\" cannot be found: " + why.message();
   std::error_code none;
   const fs::path first = "/" / *fs::path(given).relative_path().begin();
-  if (why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
+  if (usb_root() == "/" && why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
     text += "; a folder made in / after the host's start is not seen";
   return text;
 }
 
+// The refusal of a path that is not in the root: the same text whether it exists or not.
+std::string outside() {
+  if (usb_root().empty()) return "no folder can become a USB stick: the set was started without a folder for them";
+  return "only a folder in " + usb_root() + " can become a USB stick";
+}
+
 boost::json::object insert_stick(std::string_view given, Words label) {
+  const std::lock_guard guard(state.changing);
   const std::string quoted = "\"" + std::string(given) + "\"";
   if (!given.starts_with('/')) return control_error("the folder " + quoted + " is not named by its whole path");
+  const UsbPlace found = usb_place(given);
+  if (!found.inside) return control_error(outside());
+  if (found.failed) return control_error(not_found(given, found.failed));
+  const fs::path folder = found.folder;
   std::error_code failed;
-  const fs::path folder = fs::canonical(given, failed);
-  if (failed) return control_error(not_found(given, failed));
   if (!fs::is_directory(folder, failed)) return control_error(quoted + " is no folder");
   Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
   if (!store_is_text(stick.folder)) return control_error("the name of the folder " + quoted + " is not in UTF-8");
@@ -186,7 +210,6 @@ boost::json::object insert_stick(std::string_view given, Words label) {
     }
   }
 
-  const std::lock_guard guard(state.changing);
   const auto same = std::ranges::find(state.sticks, stick.folder, &Stick::folder);
   if (same != state.sticks.end()) {
     const auto index = static_cast<std::size_t>(same - state.sticks.begin());
@@ -199,9 +222,9 @@ boost::json::object insert_stick(std::string_view given, Words label) {
   const auto index = static_cast<std::size_t>(place - state.sticks.begin());
   std::string problem;
   if (!mount(index, stick.folder, problem)) return control_error(problem);
-  if (!keep(index, stick)) {
+  if (!keep({index}, stick)) {
     unmount(index);
-    return control_error("the change could not be kept; the set's log says why");
+    return control_not_kept();
   }
   boost::json::object answer = shown(index, stick);
   put(index, std::move(stick));
@@ -210,8 +233,7 @@ boost::json::object insert_stick(std::string_view given, Words label) {
 
 // The ports of the sticks that a viewer names, by device, label, folder or mount point, or as "all".
 std::vector<std::size_t> named(std::string_view name) {
-  std::error_code failed;
-  const std::string folder = name.starts_with('/') ? fs::weakly_canonical(name, failed).string() : "";
+  const std::string folder = name.starts_with('/') ? usb_place(name).folder : "";
   std::vector<std::size_t> found;
   for (std::size_t index = 0; index < kPorts; ++index) {
     const Stick& stick = state.sticks[index];
@@ -233,9 +255,9 @@ boost::json::object remove_sticks(std::string_view name) {
     return control_error(found.empty() ? "there is no stick \"" + std::string(name) + "\"; stick list shows them"
                                        : "\"" + std::string(name) + "\" means more than one stick: " + which);
   }
+  if (!keep(found, {})) return control_not_kept();
   boost::json::array removed;
   for (const std::size_t index : found) {
-    if (!keep(index, {})) return control_error("the change could not be kept; the set's log says why");
     unmount(index);
     removed.push_back(shown(index, state.sticks[index]));
     put(index, {});
@@ -368,6 +390,7 @@ INT32 a_vextvapi_cb_usb_detect_devDesc(UINT32 handle, const char* mount_point, c
 void usb_load() {
   const std::scoped_lock guard(state.changing, state.lock);
   state.mounts = tv_folder() + "/usb";
+  usb_root_load();
   // Whoever listens starts a detection after the set was switched on.
   state.detection = 0;
   state.callback = nullptr;
@@ -375,17 +398,17 @@ void usb_load() {
   for (std::size_t index = 0; index < kPorts; ++index) {
     Stick& stick = state.sticks[index] = kept(index);
     if (is_free(stick)) continue;
+    const UsbPlace found = usb_place(stick.folder);
     std::error_code none;
-    std::string problem;
-    if (fs::is_directory(stick.folder, none) && mount(index, stick.folder, problem)) continue;
-    std::fprintf(stderr, "dtv_tv: the stick \"%s\" is no longer inserted: %s\n", stick.label.c_str(),
-                 problem.empty() ? ("there is no folder " + stick.folder).c_str() : problem.c_str());
+    std::string problem = found.inside ? "there is no folder " + stick.folder : outside();
+    if (found.inside && fs::is_directory(found.folder, none) && mount(index, stick.folder, problem)) continue;
+    std::fprintf(stderr, "dtv_tv: the stick \"%s\" is no longer inserted: %s\n", stick.label.c_str(), problem.c_str());
     stick = {};
-    keep(index, stick);
+    keep({index}, stick);
   }
 }
 
-void usb_reset() { remove_sticks("all"); }
+bool usb_reset() { return !remove_sticks("all").contains("error"); }
 
 // Nothing while no stick is inserted, as in a new set.
 void usb_report(boost::json::object& answer) {

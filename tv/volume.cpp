@@ -44,17 +44,21 @@ INT32 change(const Volume& wanted) {
   return 0;
 }
 
+// The level a step further. The caller holds the lock, here and below.
+INT32 level_by(INT32 by) { return std::clamp<INT32>(volume.load().level + by, kLevel.minimum, kLevel.maximum); }
+
 INT32 step(INT32 by) {
   const std::lock_guard guard(lock);
-  const auto [level, mute] = volume.load();
-  return change({.level = std::clamp<INT32>(level + by, kLevel.minimum, kLevel.maximum), .mute = mute});
+  return change({.level = level_by(by), .mute = volume.load().mute});
 }
 
-// What the volume keys do. The caller holds the lock.
+// What the volume keys do.
 INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.load().mute}); }
 
+INT32 switch_mute(bool mute) { return change({.level = volume.load().level, .mute = mute ? 1 : 0}); }
+
 boost::json::object answer(INT32 result) {
-  if (result != 0) return control_error("the change could not be kept; the set's log says why");
+  if (result != 0) return control_not_kept();
   boost::json::object report;
   volume_report(report);
   return report;
@@ -101,9 +105,9 @@ void volume_load() {
   volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
 }
 
-void volume_reset() {
+bool volume_reset() {
   const std::lock_guard guard(lock);
-  change(kFactory);
+  return change(kFactory) == 0;
 }
 
 void volume_report(boost::json::object& answer) {
@@ -112,13 +116,23 @@ void volume_report(boost::json::object& answer) {
   answer["mute"] = mute != 0;
 }
 
+bool volume_press(int by) {
+  const std::lock_guard guard(lock);
+  return turn_to(level_by(by), by > 0) == 0;
+}
+
+bool mute_press() {
+  const std::lock_guard guard(lock);
+  return switch_mute(volume.load().mute == 0) == 0;
+}
+
 boost::json::object volume_command(Words arguments) {
   if (arguments.empty()) return answer(0);
   const std::string_view wanted = arguments[0];
   INT32 level = 0;
   std::unique_lock guard(lock);
   if (wanted == "up" || wanted == "down") {
-    level = std::clamp<INT32>(volume.load().level + (wanted == "up" ? 1 : -1), kLevel.minimum, kLevel.maximum);
+    level = level_by(wanted == "up" ? 1 : -1);
   } else {
     const auto [end, failed] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), level);
     if (failed != std::errc() || end != wanted.data() + wanted.size() || level < kLevel.minimum ||
@@ -139,8 +153,7 @@ boost::json::object mute_command(Words arguments) {
     return control_error("mute takes on, off or toggle, not \"" + std::string(wanted) + "\"");
   }
   std::unique_lock guard(lock);
-  const bool mute = wanted == "toggle" ? volume.load().mute == 0 : wanted == "on";
-  const INT32 result = change({.level = volume.load().level, .mute = mute ? 1 : 0});
+  const INT32 result = switch_mute(wanted == "toggle" ? volume.load().mute == 0 : wanted == "on");
   guard.unlock();
   return answer(result);
 }

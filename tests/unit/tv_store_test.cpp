@@ -1,46 +1,9 @@
 // What the set keeps: through a restart, a killed process, and what becomes of a database that cannot be used.
-#include <signal.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <cstring>
 
-#include <fstream>
-#include <functional>
-#include <vector>
-
-#include "tv_support.h"
+#include "tv_store_support.h"
 
 namespace {
-
-// Runs act in a process of its own that kills itself right after; returns whether act was content.
-bool run_and_kill(const std::function<bool()>& act) {
-  const pid_t child = fork();
-  if (child == 0) {
-    if (act()) kill(getpid(), SIGKILL);
-    _exit(1);
-  }
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
-}
-
-std::vector<std::string> files_of(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
-  return names;
-}
-
-std::string content_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write_sql(const std::string& path, const char* sql) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  sqlite3_close(db);
-}
 
 TEST(TvStore, SurvivesSwitchingOff) {
   TvFolder folder;
@@ -123,13 +86,10 @@ void expect_kept_aside(const TvFolder& folder, const std::string& damaged) {
   const std::string error = tv_start(folder.path);
   EXPECT_NE(error.find(folder.database()), std::string::npos) << error;
   EXPECT_NE(error.find("damaged"), std::string::npos) << error;
-  std::string aside;
-  for (const std::string& name : files_of(folder.path)) {
-    if (name.rfind("tv.sqlite.damaged-", 0) == 0) aside = name;
-  }
-  ASSERT_NE(aside, "");
-  EXPECT_NE(error.find(aside), std::string::npos) << error;
-  EXPECT_EQ(content_of(folder.path + "/" + aside), damaged);
+  const std::vector<std::string> aside = damaged_files(folder.path);
+  ASSERT_EQ(aside.size(), 1u);
+  EXPECT_NE(error.find(aside[0]), std::string::npos) << error;
+  EXPECT_TRUE(content_of(folder.path + "/" + aside[0]) == damaged);
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
   dtv_tv_stop();
@@ -138,14 +98,12 @@ void expect_kept_aside(const TvFolder& folder, const std::string& damaged) {
 TEST(TvStore, FileThatIsNoDatabaseIsKeptAside) {
   TvFolder folder;
   const std::string text(5000, 'x');
-  std::ofstream(folder.database()) << text;
+  write_file(folder.database(), text);
   expect_kept_aside(folder, text);
-  std::ofstream(folder.database(), std::ios::trunc) << text;  // a second one, within the same second
+  write_file(folder.database(), text);  // a second one, within the same second
   const std::string error = tv_start(folder.path);
   EXPECT_NE(error.find("damaged"), std::string::npos) << error;
-  std::size_t aside = 0;
-  for (const std::string& name : files_of(folder.path)) aside += name.rfind("tv.sqlite.damaged-", 0) == 0 ? 1u : 0u;
-  EXPECT_EQ(aside, 2u);
+  EXPECT_EQ(damaged_files(folder.path).size(), 2u);
 }
 
 TEST(TvStore, BrokenPageIsKeptAside) {
@@ -156,31 +114,56 @@ TEST(TvStore, BrokenPageIsKeptAside) {
   std::string damaged = content_of(folder.database());
   ASSERT_GE(damaged.size(), 8192u);
   damaged.replace(4096, 100, std::string(100, '\xff'));  // the head of the page that holds the settings
-  std::ofstream(folder.database(), std::ios::binary | std::ios::trunc) << damaged;
+  write_file(folder.database(), damaged);
   expect_kept_aside(folder, damaged);
 }
 
-// What a user who may not write there is told by the start.
-std::string start_without_rights(const std::string& folder) {
-  int told[2];
-  EXPECT_EQ(pipe(told), 0);
-  const pid_t child = fork();
-  if (child == 0) {  // permissions do not bind root
-    if (geteuid() == 0 && setuid(65534) != 0) _exit(3);
-    char* error = nullptr;
-    const int32_t result = dtv_tv_start(folder.c_str(), &error);
-    const std::string text = error == nullptr ? "no error" : error;
-    _exit(result == -1 && write(told[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+TEST(TvStore, DamagedSchemaIsKeptAside) {
+  const std::pair<const char*, const char*> changes[] = {
+      {"value, sum", "vakue, sum"},  // a column of another name
+      {"CREATE", "CRATES"},          // no SQL
+      {"INTEGER NOT NULL", "INTEGER NOT LULL"},
+      {"WITHOUT ROWID", "WITHOUT-ROWID"},
+      {"tablesettings", "tablesettinks"},
+  };
+  for (const auto& [good, bad] : changes) {
+    TvFolder folder;
+    ASSERT_EQ(tv_start(folder.path), "");
+    a_vextvapi_volctrl_setVolume(64);
+    dtv_tv_stop();
+    std::string damaged = content_of(folder.database());
+    const std::size_t at = damaged.find(good);
+    ASSERT_NE(at, std::string::npos) << good;
+    damaged.replace(at, std::strlen(good), bad);
+    write_file(folder.database(), damaged);
+    expect_kept_aside(folder, damaged);
   }
-  close(told[1]);
-  char text[1000];
-  const ssize_t length = read(told[0], text, sizeof text);
-  close(told[0]);
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-  return std::string(text, length < 0 ? 0u : static_cast<std::size_t>(length));
 }
+
+TEST(TvStore, WhatTheSetHasNotMadeIsKeptAside) {
+  for (const std::string& sql : {
+           layout_1_sql() + "CREATE TABLE other (x)",
+           layout_1_sql() + "PRAGMA application_id=7",
+           layout_1_sql() + "PRAGMA user_version=0",
+           "CREATE TABLE settings (key TEXT, value);" + layout_sql(1),
+           std::string("CREATE TABLE pictures (name TEXT)"),
+           layout_sql(2),
+           std::string("PRAGMA user_version=99"),
+       }) {
+    TvFolder folder;
+    write_sql(folder.database(), sql);
+    expect_kept_aside(folder, content_of(folder.database()));
+  }
+}
+
+// Permissions do not bind root, so that root becomes somebody else, whom it has given the files to.
+constexpr uid_t kNobody = 65534;
+
+void give_away(const std::string& path) {
+  if (geteuid() == 0 && chown(path.c_str(), kNobody, kNobody) != 0) ADD_FAILURE() << path;
+}
+
+bool give_up_root() { return geteuid() != 0 || setuid(kNobody) == 0; }
 
 TEST(TvStore, ReadOnlyIsSaidAndLeftAlone) {
   using std::filesystem::perms;
@@ -189,24 +172,25 @@ TEST(TvStore, ReadOnlyIsSaidAndLeftAlone) {
   a_vextvapi_volctrl_setVolume(64);
   dtv_tv_stop();
   const std::string before = content_of(folder.database());
-  std::filesystem::permissions(folder.database(), perms{0444});
-  std::filesystem::permissions(folder.path, perms{0777});
-  std::string error = start_without_rights(folder.path);
+  give_away(folder.path);
+  give_away(folder.database());
+  std::filesystem::permissions(folder.database(), perms{0400});
+  std::string error = start_apart(folder.path, give_up_root);
   EXPECT_NE(error.find(folder.database()), std::string::npos) << error;
   EXPECT_NE(error.find("cannot be written"), std::string::npos) << error;
-  std::filesystem::permissions(folder.database(), perms{0666});
-  std::filesystem::permissions(folder.path, perms{0555});
-  error = start_without_rights(folder.path);
+  std::filesystem::permissions(folder.database(), perms{0600});
+  std::filesystem::permissions(folder.path, perms{0500});
+  error = start_apart(folder.path, give_up_root);
   EXPECT_NE(error.find(folder.path), std::string::npos) << error;
   EXPECT_NE(error.find("cannot be written"), std::string::npos) << error;
-  std::filesystem::permissions(folder.path, perms{0755});
+  std::filesystem::permissions(folder.path, perms{0700});
   EXPECT_EQ(content_of(folder.database()), before);
   EXPECT_EQ(files_of(folder.path).size(), 1u);
 }
 
 TEST(TvStore, NewerLayoutIsRefusedAndLeftAlone) {
   TvFolder folder;
-  write_sql(folder.database(), "PRAGMA user_version=99");
+  write_sql(folder.database(), layout_sql(99));
   EXPECT_NE(tv_start(folder.path).find("layout is 99"), std::string::npos);
   EXPECT_EQ(files_of(folder.path).size(), 1u);
 }
@@ -214,15 +198,55 @@ TEST(TvStore, NewerLayoutIsRefusedAndLeftAlone) {
 TEST(TvStore, ValueOutsideItsLimitsIsTheFactorysAgain) {
   for (const char* value : {"101", "-1", "'loud'", "NULL", "12.5"}) {
     TvFolder folder;
+    write_sql(folder.database(), layout_1_sql() + "INSERT INTO settings VALUES ('volume', " + value + ")");
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(tv_start(folder.path), "");
+    expect_words(testing::internal::GetCapturedStderr(), {"the kept volume ", "again"});
+    EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << value;
+  }
+}
+
+TEST(TvStore, DamagedValueIsReportedOnceAndTheFactorysAgain) {
+  for (const char* damage :
+       {"UPDATE settings SET value=65 WHERE key='volume'", "UPDATE settings SET sum=sum+1",
+        "UPDATE settings SET value='64' WHERE key='volume'", "UPDATE settings SET value=64.0 WHERE key='volume'",
+        "UPDATE settings SET key='volumf' WHERE key='volume'"}) {
+    TvFolder folder;
     ASSERT_EQ(tv_start(folder.path), "");
     a_vextvapi_volctrl_setVolume(64);
     dtv_tv_stop();
-    write_sql(folder.database(), ("UPDATE settings SET value=" + std::string(value) + " WHERE key='volume'").c_str());
+    write_sql(folder.database(), damage);
     testing::internal::CaptureStderr();
     ASSERT_EQ(tv_start(folder.path), "");
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("volume"), std::string::npos) << value;
-    EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << value;
+    expect_words(testing::internal::GetCapturedStderr(), {"the kept volum", "is damaged", "factory"});
+    EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << damage;
+    dtv_tv_stop();
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(tv_start(folder.path), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << damage;
+    EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << damage;
   }
+}
+
+TEST(TvStore, DatabaseWithoutChecksumsIsTakenOver) {
+  TvFolder folder;
+  write_sql(folder.database(), "PRAGMA journal_mode=WAL;" + layout_1_sql() +
+                                   "INSERT INTO settings VALUES ('volume', 64), ('mute', 1), ('channel', 7),"
+                                   "('g_misc__tv_network_name', 'Büro \"2\"'), ('g_misc__air_channel_id', 2147483647),"
+                                   "('clock_moved_ms', -86400000), ('g_of_another_version', 'x')");
+  testing::internal::CaptureStderr();
+  for (int start = 0; start < 2; ++start) {  // from the old layout, then from what was made of it
+    ASSERT_EQ(tv_start(folder.path), "");
+    EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
+    EXPECT_EQ(a_vextvapi_volctrl_getMute(), 1);
+    const std::string state = tv_control(R"(["state"])");
+    expect_words(state, {R"("channel":7)", R"("g_misc__tv_network_name":"Büro \"2\"")",
+                         R"("g_misc__air_channel_id":2147483647)"});
+    dtv_tv_stop();
+  }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  const std::string expected = "CREATE TABLE settings (key TEXT PRIMARY KEY, value, sum";
+  EXPECT_NE(content_of(folder.database()).find(expected), std::string::npos);
 }
 
 }  // namespace

@@ -1,0 +1,23 @@
+// Only folders of the machine inside one folder, the root, can become USB sticks. Nothing outside the root is accessed.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <system_error>
+
+// A path with all symbolic links resolved.
+struct UsbPlace {
+  bool inside = false;     // in the root, or the root itself, but never /; the other members are for this case only
+  std::error_code failed;  // why the path could not be resolved
+  std::string folder;      // the canonical path; if resolving failed, what it would be
+};
+
+// Sets the root to the folder given to dtv_tv_stick_root, or $HOME. A folder that cannot be used is reported on stderr.
+// The caller sees to it that only one thread at a time is in the functions of this file.
+void usb_root_load();
+
+// The root's canonical path; empty if there is none: then no path is inside.
+const std::string& usb_root();
+
+// path: absolute.
+UsbPlace usb_place(std::string_view path);
