@@ -10,6 +10,7 @@
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
+#include "tvctl_common/library_check.h"
 #include "tvctl_common/record.h"
 
 static constexpr uintptr_t kCallbackTag = 0x14BF88;
@@ -63,7 +64,7 @@ static void language_code(INT32 value, char (&ret_code)[4]) {
 static void* open_library(const char* code) {
   char path[32];
   snprintf(path, sizeof path, "%s%s.so", kLibraryFolder, code);
-  return dlopen(path, RTLD_LAZY);
+  return tvc_library_is_whole(path) ? dlopen(path, RTLD_LAZY) : nullptr;
 }
 
 // Opens the library of the language, else the fallback's. `code` is null when the language is not known. The caller
