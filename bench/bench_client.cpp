@@ -1,12 +1,18 @@
 // Loads a WebSocket server and prints what it measured as one JSON line.
 //
-//   bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED
+//   bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED PID
 //     keeps IN-FLIGHT requests unanswered on each connection; every reply must hold EXPECTED; sleeps PAUSE us between
-//     a reply and the next request, so that the server falls asleep as well
+//     a reply and the next request, so that the server falls asleep as well; PID is the server's, for its CPU time
 //   bench_client PORT notifications COUNT
 //     has the benchmark's platform raise COUNT volume callbacks, which carry their time, and receives them elsewhere
+//   bench_client PORT events COUNT
+//     sets the volume COUNT times, each time from when the request leaves until another client reads the notification
+//   bench_client PORT sets SECONDS
+//     sets the volume to another value again and again, each time when the reply is there
 //   bench_client PORT subscribed SECONDS
 //     is subscribed to the volume and does nothing else
+//   bench_client PORT idle CONNECTIONS
+//     has so many WebSockets until its standard input ends, and does nothing else
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -25,10 +31,18 @@
 static constexpr const char* kSubscribe =
     R"({"jsonrpc":"2.0","id":1,"method":"subscribe","params":{"uri":"/tv/ws/notify/volume_ctrl"}})";
 
-static std::int64_t now_ns() {
+static std::int64_t time_ns(clockid_t clock) {
   timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
+  if (clock_gettime(clock, &now) != 0) fail("the clock cannot be read");
   return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+static std::int64_t now_ns() { return time_ns(CLOCK_MONOTONIC); }
+
+static std::string set_volume(int volume) {
+  return websocket_frame(R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":"/tv/cast/volume/volume",)"
+                         R"("parameter":{"REQUEST":"MODIFY","VALUE":)" +
+                         std::to_string(volume) + "}}}");
 }
 
 // In microseconds.
@@ -46,6 +60,11 @@ static std::string_view receive(Connection& connection) {
   return text;
 }
 
+static void expect_success(Connection& connection) {
+  const std::string_view reply = receive(connection);
+  if (reply.find("\"ret\":0") == std::string_view::npos) fail("a set fails: " + std::string(reply));
+}
+
 // --- Requests ---
 
 struct Load {
@@ -54,6 +73,8 @@ struct Load {
   std::string expected;        // in every reply
   useconds_t pause_us = 0;
   std::int64_t start = 0, end = 0;  // of what is counted; replies before are warm-up
+  clockid_t server = 0;             // the server's CPU time
+  std::int64_t server_start = 0, server_end = 0;
   std::vector<std::int64_t> times;
   std::size_t reply_size = 0;
 };
@@ -73,6 +94,8 @@ static void send_requests(Load& load, Client& client, std::size_t count) {
 static void exchange(Load& load, Client& client) {
   websocket_read(client.connection);
   const std::int64_t now = now_ns();
+  if (load.server_start == 0 && now >= load.start) load.server_start = time_ns(load.server);
+  if (load.server_end == 0 && now >= load.end) load.server_end = time_ns(load.server);
   std::size_t replies = 0;
   for (std::string_view text; websocket_next(client.connection, text); ++replies) {
     if (client.sent.empty()) fail("more replies than requests: " + std::string(text));
@@ -96,6 +119,7 @@ static int measure_requests(int port, char** words) {
   for (std::size_t i = 0; i < in_flight; ++i) load.frames += frame;
   load.frame_size = frame.size();
   load.expected = words[5];
+  if (clock_getcpuclockid(atoi(words[6]), &load.server) != 0) fail("the server's CPU time cannot be read");
 
   std::vector<Client> clients(connections);
   const int events = epoll_create1(EPOLL_CLOEXEC);
@@ -121,9 +145,10 @@ static int measure_requests(int port, char** words) {
       for (int i = 0; i < count; ++i) exchange(load, *static_cast<Client*>(ready[i].data.ptr));
     }
   }
-  printf("{\"count\":%zu,\"per_second\":%.1f,\"p50\":%.3f,\"p99\":%.3f,\"request_size\":%zu,\"reply_size\":%zu}\n",
-         load.times.size(), static_cast<double>(load.times.size()) / seconds, quantile(load.times, 0.5),
-         quantile(load.times, 0.99), strlen(words[4]), load.reply_size);
+  const auto count = static_cast<double>(load.times.size());
+  const double cpu_us = static_cast<double>(load.server_end - load.server_start) / 1000;
+  printf("{\"count\":%.0f,\"per_second\":%.1f,\"p50\":%.3f,\"p99\":%.3f,\"cpu\":%.3f,\"reply_size\":%zu}\n", count,
+         count / seconds, quantile(load.times, 0.5), quantile(load.times, 0.99), cpu_us / count, load.reply_size);
   return 0;
 }
 
@@ -140,20 +165,17 @@ static int measure_notifications(int port, char** words) {
   Connection subscriber = websocket_connect(port);
   Connection setter = websocket_connect(port);
   subscribe(subscriber);
-  websocket_send(setter, websocket_frame(R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":)"
-                                         R"("/tv/cast/volume/volume","parameter":{"REQUEST":"MODIFY","VALUE":)" +
-                                         std::to_string(count) + "}}}"));
-  const std::string_view reply = receive(setter);
-  if (reply.find("\"ret\":0") == std::string_view::npos) fail("the platform raises nothing: " + std::string(reply));
+  websocket_send(setter, set_volume(count));
+  expect_success(setter);
 
   // On a busy machine one may be replaced, unread, by the next: then the silence at the end says that all have come.
   std::vector<std::int64_t> times;
-  static constexpr int kSilenceMs = 500;
+  static constexpr int kSilenceMs = 500, kFirstMs = 10'000;
   while (times.size() < static_cast<std::size_t>(count)) {
     std::string_view text;
     while (!websocket_next(subscriber, text)) {
       pollfd readable = {.fd = subscriber.socket, .events = POLLIN, .revents = 0};
-      if (poll(&readable, 1, kSilenceMs) <= 0) break;
+      if (poll(&readable, 1, times.empty() ? kFirstMs : kSilenceMs) <= 0) break;
       websocket_read(subscriber);
     }
     if (text.empty()) break;
@@ -165,6 +187,49 @@ static int measure_notifications(int port, char** words) {
     times.push_back((now - raised) & 0x7FFFFFFF);
   }
   printf("{\"count\":%zu,\"p50\":%.3f,\"p99\":%.3f}\n", times.size(), quantile(times, 0.5), quantile(times, 0.99));
+  return 0;
+}
+
+static int measure_events(int port, char** words) {
+  const int count = atoi(words[0]);
+  Connection subscriber = websocket_connect(port);
+  Connection setter = websocket_connect(port);
+  subscribe(subscriber);
+  const std::string frames[] = {set_volume(20), set_volume(30)};
+  const std::string expected[] = {"\"volValue\":20", "\"volValue\":30"};
+  static constexpr int kWarmUp = 20;
+  std::vector<std::int64_t> times;
+  for (int i = 0; i < count + kWarmUp; ++i) {
+    const std::int64_t start = now_ns();
+    websocket_send(setter, frames[i % 2]);
+    const std::string_view text = receive(subscriber);
+    if (i >= kWarmUp) times.push_back(now_ns() - start);
+    if (text.find(expected[i % 2]) == std::string_view::npos) fail("another notification: " + std::string(text));
+    expect_success(setter);
+  }
+  printf("{\"count\":%zu,\"p50\":%.3f,\"p99\":%.3f}\n", times.size(), quantile(times, 0.5), quantile(times, 0.99));
+  return 0;
+}
+
+static int keep_setting(int port, char** words) {
+  Connection setter = websocket_connect(port);
+  const std::string frames[] = {set_volume(20), set_volume(30)};
+  const std::int64_t end = now_ns() + static_cast<std::int64_t>(atof(words[0]) * 1e9);
+  std::vector<std::int64_t> times;
+  for (std::int64_t start; (start = now_ns()) < end; times.push_back(now_ns() - start)) {
+    websocket_send(setter, frames[times.size() % 2]);
+    expect_success(setter);
+  }
+  printf("{\"count\":%zu,\"p50\":%.3f}\n", times.size(), quantile(times, 0.5));
+  return 0;
+}
+
+static int stay_idle(int port, char** words) {
+  std::vector<Connection> connections(static_cast<std::size_t>(atoi(words[0])));
+  for (Connection& connection : connections) connection = websocket_connect(port);
+  printf("{\"open\":%zu}\n", connections.size());
+  fflush(stdout);
+  while (getchar() != EOF) continue;
   return 0;
 }
 
@@ -182,15 +247,16 @@ int main(int argc, char** argv) {
     const char* name;
     int words;
     int (*run)(int port, char** words);
-  } commands[] = {{"requests", 6, measure_requests},
-                  {"notifications", 1, measure_notifications},
-                  {"subscribed", 1, stay_subscribed}};
+  } commands[] = {{"requests", 7, measure_requests},  {"notifications", 1, measure_notifications},
+                  {"events", 1, measure_events},      {"sets", 1, keep_setting},
+                  {"subscribed", 1, stay_subscribed}, {"idle", 1, stay_idle}};
   for (const auto& command : commands)
     if (argc >= 3 && strcmp(argv[2], command.name) == 0 && argc == 3 + command.words)
       return command.run(atoi(argv[1]), argv + 3);
   fprintf(stderr,
-          "usage: bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED\n"
-          "       bench_client PORT notifications COUNT\n"
-          "       bench_client PORT subscribed SECONDS\n");
+          "usage: bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED PID\n"
+          "       bench_client PORT notifications | events COUNT\n"
+          "       bench_client PORT sets | subscribed SECONDS\n"
+          "       bench_client PORT idle CONNECTIONS\n");
   return 2;
 }

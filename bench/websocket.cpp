@@ -29,6 +29,8 @@ Connection websocket_connect(int port) {
   address.sin_port = htons(static_cast<std::uint16_t>(port));
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const int on = 1;
+  static constexpr timeval kPatience = {.tv_sec = 10, .tv_usec = 0};
+  setsockopt(connection.socket, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
   setsockopt(connection.socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   if (connect(connection.socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
     fail(std::string("cannot connect: ") + strerror(errno));
@@ -81,6 +83,7 @@ void websocket_read(Connection& connection) {
   // Grows once and keeps its memory: resize clears only what is new, so the room is not cleared at every read.
   static thread_local std::vector<char> room(kReadSize);
   const ssize_t count = recv(connection.socket, room.data(), room.size(), 0);
+  if (count < 0 && errno == EAGAIN) fail("nothing came within 10 s");
   if (count < 0) fail(std::string("cannot receive: ") + strerror(errno));
   if (count == 0) fail("the server closed the connection");
   received.resize(kept + static_cast<std::size_t>(count));

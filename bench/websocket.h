@@ -24,7 +24,7 @@ std::string websocket_frame(std::string_view text);
 // Sends all bytes.
 void websocket_send(Connection& connection, std::string_view frames);
 
-// Reads once; waits for something to read.
+// Reads once; waits for something to read, at most 10 s. at most 10 s.
 void websocket_read(Connection& connection);
 
 // Takes the next whole text message out of what was read; it lives until the next read. False when there is none.
