@@ -19,6 +19,8 @@ import sys
 import time
 from pathlib import Path
 
+from run import OPTIONS
+
 ROOT = Path(__file__).resolve().parent.parent.parent
 COPY = ROOT / "build-faults" / "project"
 BUILD = ROOT / "build-faults" / "build"
@@ -90,13 +92,32 @@ FAULTS = [
     ("the platform forgets to drop a callback", "fuzz_platform_check",
      [("tests/fuzz/platform.cpp", "      list.clear();\n", "")]),
     ("a file beside the pages is served", "fuzz_host",
-     [("host/http.cpp", "return std::ranges::mismatch(root, file).in1 == root.end() ? file : fs::path();",
+     [("host/page_files.cpp", "return std::ranges::mismatch(root, file).in1 == root.end() ? file : fs::path();",
        "return file;")]),
     ("a control character is not escaped", "fuzz_host",
      [("host/json_text.cpp", "static_cast<unsigned char>(c) < 0x20)", "static_cast<unsigned char>(c) < 0x1F)")]),
     ("a Host of another site is let in", "fuzz_host",
      [("host/policy.cpp", "if (name == lower(policy.address)) return true;",
        "if (name.starts_with(lower(policy.address))) return true;")]),
+    ("Content-Length may stand twice", "fuzz_wire",
+     [("host/http_wire.cpp", "if (lengths > 1) return", "if (lengths > 9) return")]),
+    ("a folded header is joined", "fuzz_wire",
+     [("host/http_wire.cpp", "if (window[i + 2] == ' ' || window[i + 2] == '\\t') {", "if (window[i + 2] == '\\t') {")]),
+    ("requests behind a refused one are carried out", "fuzz_wire",
+     [("host/reading.cpp", "  client.request.keeps_alive = false;\n", "")]),
+    ("replies follow a close frame", "fuzz_wire",
+     [("host/connection.cpp", "  if (!ws_is_open(*line.stream)) return false;  // nothing follows a close frame\n", "")]),
+    ("what was read is read again", "fuzz_wire",
+     [("host/connection.cpp", "    line.input.erase(0, line.input.size() - window.size());\n", "    {}\n")]),
+    ("a deadline does not come", "fuzz_wire",
+     [("host/reading.cpp", "line.read_due = line.since + time_for(server.options.limits, phase);",
+       "line.read_due = line.since + 1000 * time_for(server.options.limits, phase);")]),
+    ("a client that is gone stays subscribed", "fuzz_wire",
+     [("host/connection.cpp",
+       "  for (const char* uri : client.uris) subscriptions_remove(server.subscriptions, uri, id);\n", "")]),
+    ("a batch's reply is put in another's place", "fuzz_wire",
+     [("host/dispatch.cpp", "batch.replies[slot] = std::move(text);",
+       "batch.replies[slot / 2] = std::move(text);")]),
 ]
 
 
@@ -177,7 +198,7 @@ def look_for(target, seconds):
         checked = run([program])
         row = (time.monotonic() - begun, 0, checked.stdout.splitlines()[0]) if checked.returncode else None
         return (False, row), ""
-    limits = ["-timeout=10", "-max_len=2048", "-rss_limit_mb=2000"]
+    limits = ["-timeout=10", "-max_len=2048", "-rss_limit_mb=2000", *OPTIONS.get(target, [])]
     environment = {**os.environ, "ASAN_OPTIONS": "detect_leaks=1"}
     kept = run([program, *limits, *map(str, sorted((ROOT / "tests/fuzz/corpus" / target).glob("*")))], env=environment)
     work = BUILD / "work"

@@ -6,14 +6,13 @@
 
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
-#include <utility>
 
+#include "bounds.h"
 #include "dtv_js_plugin.h"
 #include "host_texts.h"
 #include "http.h"
@@ -21,18 +20,13 @@
 #include "json_values.h"
 #include "outbox.h"
 #include "policy.h"
+#include "require.h"
 #include "rpc.h"
 #include "seeds.h"
 #include "subscriptions.h"
 
 namespace fs = std::filesystem;
 namespace json = boost::json;
-
-static void require(bool holds, const char* what, std::string_view text = {}) {
-  if (holds) return;
-  fprintf(stderr, "does not hold: %s\n  text: %.*s\n", what, static_cast<int>(text.size()), text.data());
-  abort();
-}
 
 // --- What stands behind the host: a plugin and a television that answer from the input ---
 
@@ -58,16 +52,49 @@ static std::string take_plugin_text(Bytes& bytes) {
   }
 }
 
+// Values at all depths, and whether any of them, or a key, holds U+0000. Of several members with equal keys the library
+// has kept one, so that this is no more than the host counts.
+static std::size_t count_values(const json::value& value, bool& ret_has_nul) {
+  std::size_t count = 1;
+  if (const json::string* const text = value.if_string(); text && text->find('\0') != json::string::npos)
+    ret_has_nul = true;
+  if (const json::array* const array = value.if_array())
+    for (const json::value& element : *array) count += count_values(element, ret_has_nul);
+  if (const json::object* const object = value.if_object())
+    for (const auto& [key, member] : *object) {
+      if (key.find('\0') != json::string_view::npos) ret_has_nul = true;
+      count += count_values(member, ret_has_nul);
+    }
+  return count;
+}
+
+static json::value parse(std::string_view text, json::error_code& ret_failure) {
+  json::parse_options options;
+  options.max_depth = json_max_depth;
+  return json::parse(json::string_view(text.data(), text.size()), ret_failure, {}, options);
+}
+
+// The texts that the host hands to the plugin and to the television.
+static void check_handed(const char* text, const char* what) {
+  json::error_code failure;
+  bool has_nul = false;
+  const std::size_t values = count_values(parse(text, failure), has_nul);
+  require(!failure, what, text);
+  require(!has_nul, "the set is handed no text with U+0000", text);
+  require(values <= limit_parameter_values + 1, "the set is handed no more values than the limit", text);
+}
+
 static std::int32_t plugin_get(const char* uri, const char* param, void* pv_content) {
   require(uri != nullptr, "a get has a URI");
-  require(!param || json_is_whole(param), "a parameter is whole", param ? param : "");
+  if (param) check_handed(param, "a parameter is whole");
   const std::string text = take_plugin_text(*input);
   memcpy(pv_content, text.data(), text.size());
   return take_integer<std::int32_t>(*input);
 }
 
 static std::int32_t plugin_set(const char* uri, const char* param) {
-  require(uri != nullptr && json_is_whole(param), "a set has a URI and a whole parameter");
+  require(uri != nullptr, "a set has a URI");
+  check_handed(param, "a set has a whole parameter");
   return take_integer<std::int32_t>(*input);
 }
 
@@ -100,7 +127,7 @@ static char* tap_contract() {
 }
 
 static char* tv_control(const char* command) {
-  require(json_is_whole(command), "a command is whole", command);
+  check_handed(command, "a command is whole");
   if (take_chance(*input, 8)) return strdup(take_text(*input).c_str());
   if (take_chance(*input, 8)) return nullptr;
   return strdup(take_chance(*input, 4) ? R"({"error":"no"})" : R"({"commands":[]})");
@@ -116,8 +143,7 @@ static constexpr Stack kStack = {.get = plugin_get,
                                  .on_event = nullptr,
                                  .fault = tap_fault,
                                  .contract = tap_contract,
-                                 .tv_control = tv_control,
-                                 .tv_stop = nullptr};
+                                 .tv_control = tv_control};
 
 static const Catalogue& catalogue() {
   static Catalogue known;
@@ -161,9 +187,7 @@ static void check_reply(std::string_view reply, std::string_view id) {
 // The largest message that is parsed a second time, by the whole library, to compare.
 static void check_against_library(std::string_view text) {
   json::error_code failure;
-  json::parse_options options;
-  options.max_depth = json_max_depth;
-  const json::value parsed = json::parse(json::string_view(text.data(), text.size()), failure, {}, options);
+  const json::value parsed = parse(text, failure);
   std::string wrong;
   const bool whole = json_is_whole(text, &wrong);
   require(whole == !failure, "a text is whole where the library reads it", text);
@@ -176,12 +200,10 @@ static void check_against_library(std::string_view text) {
     while (const auto member = json_next_member(rest)) last[json_string(member->key)] = std::string(member->value);
     require(last.size() == parsed.get_object().size(), "as many members as the library finds", text);
     for (const auto& [key, value] : last)
-      require(json::parse(value, {}, options) == parsed.get_object().at(key), "the members that the library finds",
-              text);
+      require(parse(value, failure) == parsed.get_object().at(key), "the members that the library finds", text);
   } else if (parsed.is_array()) {
     while (const auto element = json_next_element(rest)) {
-      require(count < parsed.get_array().size() && json::parse(json::string_view(element->data(), element->size()), {},
-                                                               options) == parsed.get_array()[count],
+      require(count < parsed.get_array().size() && parse(*element, failure) == parsed.get_array()[count],
               "the elements that the library finds", text);
       ++count;
     }
@@ -210,7 +232,10 @@ static void message(Bytes& bytes) {
       tracer.stack = &kStack;
       Outcome outcome;
       call_run(kStack, tracer, request.call, outcome);
-      check_reply(rpc_outcome(request.id.empty() ? "null" : request.id, request.call, outcome), request.id);
+      std::string reply = "before";
+      rpc_append_outcome(reply, request.id.empty() ? "null" : request.id, request.call, outcome);
+      require(reply.starts_with("before"), "a reply stands behind what was there", reply);
+      check_reply(std::string_view(reply).substr(6), request.id);
     }
   }
 }
@@ -228,6 +253,7 @@ static const fs::path& web_folder() {
     fs::create_directories(folder / "web" / "assets");
     std::ofstream(folder / "web" / "index.html") << "page";
     std::ofstream(folder / "web" / "assets" / "a.js") << "script";
+    std::ofstream(folder / "web" / "assets" / "a.js.gz") << "compressed";
     std::ofstream(folder / "secret.txt") << kSecret;
     fs::create_directories(folder / "web-other");
     std::ofstream(folder / "web-other" / "index.html") << kSecret;
@@ -260,9 +286,25 @@ static std::string take_path(Bytes& bytes) {
 }
 
 static void check_answer(const HttpAnswer& answer) {
-  static constexpr unsigned kStatus[] = {200, 400, 404, 405, 422, 502};
+  static constexpr unsigned kStatus[] = {200, 304, 400, 404, 405, 413, 422, 500, 502};
   require(std::ranges::find(kStatus, answer.status) != std::end(kStatus), "the status is one of those documented");
-  require(answer.body != kSecret, "only files of the web folder are served", answer.body);
+  if (answer.file.descriptor >= 0) {
+    std::string content(answer.file.bytes, '\0');
+    const ssize_t got = read(answer.file.descriptor, content.data(), content.size());
+    require(got == static_cast<ssize_t>(content.size()), "the file is at its beginning, and whole");
+    close(answer.file.descriptor);
+    require(answer.status == 200 && answer.body.empty(), "a file is the whole answer", answer.body);
+    require(content != kSecret, "only files of the web folder are served", content);
+  }
+  for (std::string_view lines = answer.more; !lines.empty();) {
+    const std::size_t end = lines.find("\r\n");
+    require(end != std::string_view::npos, "a header line ends", answer.more);
+    const std::string_view line = lines.substr(0, end);
+    require(line.find(": ") != std::string_view::npos &&
+                std::ranges::none_of(line, [](unsigned char c) { return c < 0x20 || c == 0x7F; }),
+            "a header line has a name and no control characters", line);
+    lines.remove_prefix(end + 2);
+  }
   for (const std::string& header : {answer.type, answer.allow, answer.policy})
     require(std::ranges::none_of(header, [](unsigned char c) { return c < 0x20 || c == 0x7F; }),
             "headers have no control characters", header);
@@ -277,8 +319,11 @@ static void http(Bytes& bytes) {
   for (std::string* text : {&request.parameter, &request.body}) {
     if (take_chance(bytes, 2)) *text = "{\"REQUEST\":\"QUERY\"}";
     if (take_chance(bytes, 4)) add_any_value(bytes, *text);
+    if (take_chance(bytes, 16)) *text = take_many_values(bytes);
     damage(bytes, *text);
   }
+  if (take_chance(bytes, 2)) request.accept_encoding = take_chance(bytes, 2) ? "gzip" : take_text(bytes);
+  if (take_chance(bytes, 2)) request.if_none_match = take_chance(bytes, 4) ? "*" : take_text(bytes);
   HttpAnswer answer;
   Call call;
   switch (http_route(request, catalogue(), web_folder().string(), answer, call)) {
@@ -371,6 +416,19 @@ static void policy(Bytes& bytes) {
   seed_reached("listen");
 }
 
+static void token(Bytes& bytes) {
+  static constexpr const char* kSchemes[] = {"Bearer ", "bearer ", "BEARER ", "Bearer", "Basic ", "Bearer  ", ""};
+  const std::string token = take_chance(bytes, 8) ? "" : std::string(64, "0123456789abcdef"[take_below(bytes, 16)]);
+  std::string shown = take_chance(bytes, 4) ? take_text(bytes) : token;
+  damage(bytes, shown);
+  const std::string scheme = kSchemes[take_below(bytes, std::size(kSchemes))];
+  const bool right = !token.empty() && shown == token;
+  require(policy_is_token(shown, token) == right, "the token is the token", shown);
+  require(policy_shows_token(scheme + shown, token) == (lower(scheme) == "bearer " && right),
+          "a header shows the token as Bearer", scheme + shown);
+  if (right) seed_reached("token");
+}
+
 // --- What goes out ---
 
 // Takes the text of the first frame from a chunk.
@@ -392,21 +450,19 @@ static void deliver(void* context, const char* uri, const std::vector<std::uint6
   require(!clients.empty(), "somebody follows what is fetched", uri);
   const std::string notification = rpc_notify(uri, text);
   require(json_is_whole(notification), "a notification is whole", notification);
-  auto& [outbox, limits] = *static_cast<std::pair<Outbox*, OutboxLimits>*>(context);
-  outbox_notice(*outbox, limits, {.frame = std::make_shared<const std::string>(ws_frame(notification)), .uri = uri});
+  outbox_notice(*static_cast<Outbox*>(context),
+                {.frame = std::make_shared<const std::string>(ws_frame(notification)), .uri = uri});
 }
 
 static void clients(Bytes& bytes) {
   Subscriptions subscriptions{.stack = &kStack, .clients = {}};
   Outbox outbox;
-  const OutboxLimits limits{.notices = 1 + take_below(bytes, 4), .notices_bytes = 64u << take_below(bytes, 12)};
-  std::pair<Outbox*, OutboxLimits> context{&outbox, limits};
   std::deque<std::string> replies;
   std::set<std::pair<std::string, std::uint64_t>> followed;
   for (std::size_t i = 0; i < 32 && bytes.left > 0; ++i) {
     const char* const uri = catalogue().uris[take_below(bytes, catalogue().uris.size())].c_str();
     const std::uint64_t client = take_below(bytes, 3);
-    switch (take_below(bytes, 6)) {
+    switch (take_below(bytes, 7)) {
       case 0:
         if (followed.emplace(uri, client).second) subscriptions_add(subscriptions, uri, client);
         break;
@@ -422,12 +478,23 @@ static void clients(Bytes& bytes) {
         break;
       }
       case 3:
-        subscriptions_fetch(subscriptions, deliver, &context);
+        subscriptions_fetch(subscriptions, deliver, &outbox);
         break;
+      case 4: {  // many at once, about as many as may wait
+        const Notice notice{.frame = std::make_shared<const std::string>(
+                                ws_frame(rpc_notify(uri, json_quote(std::string(take_below(bytes, 4000), 'n'))))),
+                            .uri = uri};
+        for (std::size_t times = take_below(bytes, 2 * limit_client_notices); times > 0; --times)
+          outbox_notice(outbox, notice);
+        if (outbox.dropped > 0) seed_reached("overflow");
+        break;
+      }
       default: {
-        const std::string chunk = outbox_take(outbox);
-        if (chunk.empty()) break;
-        std::string_view frames = std::string_view(chunk).substr(outbox_pad);
+        const bool replies_wait = !replies.empty();
+        bool has_replies = !replies_wait;
+        const std::string chunk = outbox_take(outbox, has_replies);
+        require(has_replies == replies_wait, "a chunk with replies is told from one without");
+        std::string_view frames = chunk;
         while (!frames.empty()) {
           const std::string text = take_frame(frames);
           if (!replies.empty()) {
@@ -444,8 +511,14 @@ static void clients(Bytes& bytes) {
     for (auto last = followed.begin(); last != followed.end(); ++expected)
       last = followed.upper_bound({last->first, UINT64_MAX});
     require(listeners.size() == expected, "the plugin is subscribed while somebody follows");
-    require(outbox.notices.size() <= limits.notices && outbox.notices_bytes <= limits.notices_bytes,
+    require(outbox.notices.size() <= limit_client_notices && outbox.notices_bytes <= limit_client_notice_bytes,
             "waiting notifications keep to their limits");
+    std::size_t notices_bytes = 0;
+    std::size_t replies_bytes = 0;
+    for (const Notice& notice : outbox.notices) notices_bytes += notice.frame->size();
+    for (const std::string& chunk : outbox.replies) replies_bytes += chunk.size();
+    require(outbox.notices_bytes == notices_bytes && outbox.replies_bytes == replies_bytes,
+            "what waits is as long as is counted");
   }
   for (const auto& [uri, client] : followed)
     subscriptions_remove(subscriptions, catalogue_find(catalogue(), uri), client);
@@ -479,7 +552,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       clients(bytes);
       break;
     case 1:
-      policy(bytes);
+      take_chance(bytes, 4) ? token(bytes) : policy(bytes);
       break;
     case 2:
       texts(bytes);
@@ -496,8 +569,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 
 // Every method is called, and every kind of HTTP request answered.
 std::set<std::string> seed_goals() {
-  std::set<std::string> goals = {"HTTP 200", "HTTP 400", "HTTP 404", "HTTP 405", "HTTP JSON-RPC",
-                                 "HTTP get", "HTTP set", "origin",   "listen",   "client"};
+  std::set<std::string> goals = {"HTTP 200",      "HTTP 400", "HTTP 404", "HTTP 405", "HTTP 413",
+                                 "HTTP JSON-RPC", "HTTP get", "HTTP set", "origin",   "listen",
+                                 "token",         "client",   "overflow"};
   for (const Method& method : methods()) goals.insert(method.name);
   return goals;
 }

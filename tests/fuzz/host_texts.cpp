@@ -4,6 +4,7 @@
 
 #include <boost/json.hpp>
 
+#include "bounds.h"
 #include "json_values.h"
 #include "rpc.h"
 
@@ -55,6 +56,13 @@ std::string take_host_uri(Bytes& bytes, const Catalogue& catalogue) {
   }
 }
 
+std::string take_many_values(Bytes& bytes) {
+  // The object, its array, and the numbers.
+  std::string text = "{\"VALUES\":[0";
+  for (std::size_t values = limit_parameter_values - 3 + take_below(bytes, 3); values > 0; --values) text += ",0";
+  return text + "]}";
+}
+
 static void add_value(Bytes& bytes, const Catalogue& catalogue, std::string& text) {
   switch (take_below(bytes, 6)) {
     case 0:
@@ -77,6 +85,10 @@ static void add_value(Bytes& bytes, const Catalogue& catalogue, std::string& tex
       return;
     }
     case 3:
+      if (take_chance(bytes, 8)) {
+        text += take_many_values(bytes);
+        return;
+      }
       text += "{\"REQUEST\":\"SET\",\"VALUE\":";
       add_any_value(bytes, text);
       text += '}';

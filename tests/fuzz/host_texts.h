@@ -18,5 +18,8 @@ std::vector<Method> host_methods(const Catalogue& catalogue);
 // A registered URI, mostly.
 std::string take_host_uri(Bytes& bytes, const Catalogue& catalogue);
 
+// A parameter of about as many values as one may have.
+std::string take_many_values(Bytes& bytes);
+
 // A JSON-RPC message, mostly whole.
 std::string take_message(Bytes& bytes, const Catalogue& catalogue, const std::vector<Method>& methods);

@@ -1,0 +1,41 @@
+// What stands behind the server that fuzz_wire talks to: a plugin and a television that are quick, and that do what a
+// request's parameter says. Every request of the fuzzer carries a mark of its own, which its answer repeats and which
+// tells afterwards whether, and how often, it was carried out.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+#include "stack.h"
+
+inline constexpr const char* wire_uri = "/tv/made/value";          // can be read and set
+inline constexpr const char* wire_notify_uri = "/tv/made/notify";  // every set is notified there
+
+// What the plugin does with a request.
+enum class Act {
+  plain,
+  failed,   // returns a code
+  broken,   // get: a text that is not JSON
+  longest,  // get: a text of nearly the longest length
+  slow,     // takes long enough for another thread to take the lead
+  unkept,   // set: the change does not get to the disk
+};
+
+extern const Stack wire_stack;
+
+// The plugin's description, of some length.
+const std::string& wire_description();
+
+// A parameter, a JSON object.
+std::string wire_parameter(std::string_view mark, Act act);
+
+// A mark that no other request has, and that a damaged one does not become.
+std::string wire_new_mark();
+
+// How often a set with this mark was carried out since wire_forget_sets.
+std::size_t wire_sets(const std::string& mark);
+void wire_forget_sets();
+
+// Whether the plugin is subscribed, or the tap watched.
+bool wire_is_followed();
