@@ -3,13 +3,22 @@ import { createHost, type Host } from "./host";
 
 /** What every test runs with: a host of its own, and a browser whose complaints fail the test. */
 
+interface Opening {
+  /** What the browser has stored from earlier; the host's own token where it is not named, null for none. */
+  token?: string | null;
+  /** Called before the page is loaded. */
+  prepare?: (page: Page) => Promise<void>;
+  /** False: the host does not let the page read the volume. */
+  usable?: boolean;
+}
+
 interface Fixtures {
   /** Options of dtv-host. */
   hostArgs: string[];
   host: Host;
   /** Console messages that this test provokes. */
   allowedErrors: RegExp[];
-  open: (path?: string) => Promise<Page>;
+  open: (path?: string, opening?: Opening) => Promise<Page>;
 }
 
 export const test = base.extend<Fixtures>({
@@ -27,8 +36,10 @@ export const test = base.extend<Fixtures>({
   open: async ({ browser, host, allowedErrors, viewport }, use) => {
     const complaints: string[] = [];
     const pages: Page[] = [];
-    await use(async (path = "/") => {
-      const context = await browser.newContext({ viewport });
+    await use(async (path = "/", { token = host.token ?? null, prepare, usable = true } = {}) => {
+      const localStorage = token === null ? [] : [{ name: "dtv.token", value: token }];
+      const storageState = { cookies: [], origins: [{ origin: host.origin, localStorage }] };
+      const context = await browser.newContext({ viewport, storageState });
       await context.grantPermissions(["clipboard-read", "clipboard-write"], { origin: host.origin });
       const page = await context.newPage();
       pages.push(page);
@@ -42,10 +53,11 @@ export const test = base.extend<Fixtures>({
       };
       page.on("request", (request) => foreign(request.url()));
       page.on("websocket", (socket) => foreign(socket.url()));
+      await prepare?.(page);
       await page.goto(host.origin + path);
       // In whatever language the page is.
       await expect(connection(page)).toHaveAttribute("data-state", "open");
-      await expect(page.locator(".volume input")).toBeEnabled();
+      await expect(page.locator(".volume input")).toBeEnabled({ enabled: usable });
       return page;
     });
     for (const page of pages) await page.context().close();

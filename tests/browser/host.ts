@@ -41,6 +41,8 @@ export interface Printing {
 
 export interface Host {
   origin: string;
+  /** What the host's address ends with; undefined where it ends with the origin. */
+  readonly token: string | undefined;
   /** Ends the host as a power cut would, and starts it again at the same address. */
   kill(): Promise<void>;
   start(): Promise<void>;
@@ -75,11 +77,12 @@ export async function createHost(args: string[] = []): Promise<Host> {
   const origin = `http://${address}`;
   const children = new Set<ChildProcess>();
   let host: ChildProcess | undefined;
+  let token: string | undefined;
 
   function run(program: string, args: string[]): ChildProcess {
     const child = spawn(join(bin, program), args, {
       stdio: ["ignore", "pipe", "pipe"],
-      env: { ...process.env, DTV_HOST: address, NO_COLOR: "1" },
+      env: { ...process.env, DTV_HOST: address, DTV_TOKEN: token, NO_COLOR: "1" },
     });
     children.add(child);
     child.once("exit", () => children.delete(child));
@@ -94,11 +97,15 @@ export async function createHost(args: string[] = []): Promise<Host> {
     child.stderr?.on("data", (data: Buffer) => (said += data.toString()));
     const deadline = Date.now() + 10_000;
     for (;;) {
+      const told = /^dtv-host: (http:\/\/127\.0\.0\.1:\d+)\/(?:#token=([0-9a-f]+))?$/m.exec(said);
       const answers = await fetch(origin).then(
         (reply) => reply.ok,
         () => false,
       );
-      if (answers) return;
+      if (answers && told?.[1] === origin) {
+        token = told[2];
+        return;
+      }
       if (child.exitCode !== null || Date.now() > deadline) throw new Error(`dtv-host does not serve the page:\n${said}`);
       await new Promise((done) => setTimeout(done, 20));
     }
@@ -108,6 +115,9 @@ export async function createHost(args: string[] = []): Promise<Host> {
 
   return {
     origin,
+    get token() {
+      return token;
+    },
     start,
     async kill() {
       if (host) await end(host, "SIGKILL");

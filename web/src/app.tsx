@@ -1,3 +1,4 @@
+import { AccessNotice } from "./components/access-notice";
 import { ConfigPanel } from "./components/config-panel";
 import { Header } from "./components/header";
 import { LivePanel } from "./components/live-panel";
@@ -15,6 +16,7 @@ export function App() {
   return (
     <div class="app" data-view={view.value}>
       <Header />
+      <AccessNotice when="none" />
       <div class="columns">
         <UriList />
         <RequestPanel />

@@ -83,6 +83,7 @@ export interface ListResult {
 }
 
 interface Methods {
+  authorize: { params: { token: string }; result: JsonObject };
   get: { params: { uri: string; parameter?: JsonObject; trace?: boolean }; result: GetResult };
   set: { params: { uri: string; parameter: JsonObject; trace?: boolean }; result: SetResult };
   subscribe: { params: { uri: string }; result: JsonObject };
@@ -108,6 +109,12 @@ export class RpcError extends Error {
   }
 }
 
+const unknownMethod = -32601;
+const forbidden = -32006;
+
+/** Whether the host refused a call because the connection was not authorized, or because of the token itself. */
+export const isForbidden = (reason: unknown): boolean => reason instanceof RpcError && reason.code === forbidden;
+
 /** There was no answer: not connected, connection lost, or no reply in time. */
 export class ConnectionError extends Error {
   constructor(message: string) {
@@ -124,6 +131,12 @@ export type ConnectionState =
 
 export interface ClientOptions {
   url: string;
+  /** The host's token, asked for on each connection and sent before anything else; null where there is none. */
+  token?: () => string | null;
+  /** The host refused the token. */
+  onTokenRefused?: (token: string) => void;
+  /** The host refused a call of the method because the connection is not authorized. */
+  onForbidden?: (method: Method) => void;
   onState?: (state: ConnectionState) => void;
   /** Notifications that the host dropped because this client read them too slowly. */
   onOverflow?: (dropped: number) => void;
@@ -150,6 +163,7 @@ export interface Client {
 }
 
 interface PendingCall {
+  method: Method;
   resolve: (result: Json) => void;
   reject: (error: Error) => void;
   timer: ReturnType<typeof setTimeout>;
@@ -192,8 +206,17 @@ export function createClient(options: ClientOptions): Client {
         pending.delete(id);
         reject(new ConnectionError(`No answer to "${method}" within ${timeoutMs / 1000} s.`));
       }, timeoutMs);
-      pending.set(id, { resolve, reject, timer });
+      pending.set(id, { method, resolve, reject, timer });
       socket.send(JSON.stringify({ jsonrpc: "2.0", id, method, ...(params === undefined ? {} : { params }) }));
+    });
+  }
+
+  function authorize() {
+    const token = options.token?.();
+    if (!token) return;
+    send("authorize", { token }).catch((reason: unknown) => {
+      // A host that has no such method lets every connection do everything.
+      if (reason instanceof RpcError && reason.code !== unknownMethod) options.onTokenRefused?.(token);
     });
   }
 
@@ -210,8 +233,13 @@ export function createClient(options: ClientOptions): Client {
     pending.delete(id);
     clearTimeout(call.timer);
     const error = message["error"];
-    if (isObject(error)) call.reject(new RpcError(Number(error["code"]), String(error["message"]), error["data"]));
-    else call.resolve(message["result"] ?? null);
+    if (!isObject(error)) {
+      call.resolve(message["result"] ?? null);
+      return;
+    }
+    const refusal = new RpcError(Number(error["code"]), String(error["message"]), error["data"]);
+    if (isForbidden(refusal) && call.method !== "authorize") options.onForbidden?.(call.method);
+    call.reject(refusal);
   }
 
   function hear(method: Json | undefined, params: JsonObject) {
@@ -253,6 +281,8 @@ export function createClient(options: ClientOptions): Client {
     socket = opened;
     opened.onopen = () => {
       pause = retry.first;
+      // The host takes messages in their order, so that nothing has to wait for the answer.
+      authorize();
       for (const uri of listeners.keys()) requestSubscription(uri);
       options.onState?.({ name: "open" });
     };

@@ -3,7 +3,9 @@ import { useEffect, useRef } from "preact/hooks";
 import { searchWords } from "../model/catalogue";
 import { addKey, configLists, configRows, refreshConfig, refreshKey } from "../model/config";
 import { label } from "../model/labels";
-import { configNotifyUri, connection, listen, RefusedError, textOf } from "../model/session";
+import { access, configNotifyUri, connection, listen, RefusedError, textOf } from "../model/session";
+import { isForbidden } from "../rpc";
+import { AccessNotice } from "./access-notice";
 import { ConfigLine } from "./config-line";
 import { PlusIcon, SearchIcon } from "./icons";
 
@@ -15,12 +17,12 @@ const changedOnly = signal(false);
 
 /** While the panel is shown: a read every two seconds, and at once where a notification tells of a change. */
 function useLiveValues(tell: (problem: string) => void) {
-  const open = connection.value.name === "open";
+  const readable = connection.value.name === "open" && access.value === "control";
   useEffect(() => {
-    if (!open) return;
+    if (!readable) return;
     let timer: ReturnType<typeof setTimeout> | undefined;
     let shown = true;
-    const failed = (reason: unknown) => tell(textOf(reason));
+    const failed = (reason: unknown) => tell(isForbidden(reason) ? "" : textOf(reason));
     async function poll() {
       if (document.visibilityState === "visible") await refreshConfig().then(() => tell(""), failed);
       if (shown) timer = setTimeout(() => void poll(), pollMs);
@@ -34,7 +36,7 @@ function useLiveValues(tell: (problem: string) => void) {
       clearTimeout(timer);
       unlisten();
     };
-  }, [open]);
+  }, [readable]);
 }
 
 export function ConfigPanel() {
@@ -57,7 +59,7 @@ export function ConfigPanel() {
         <Search />
         <div class="list-bar">
           <span role="status">
-            {problem.value || `${count} ${label("IDS_VALUES")}`}
+            {problem.value || (configLists.value !== null && `${count} ${label("IDS_VALUES")}`)}
           </span>
           {configLists.value && (
             <label class="check">
@@ -70,6 +72,7 @@ export function ConfigPanel() {
             </label>
           )}
         </div>
+        <AccessNotice when="look" />
         {configLists.value === false && <AddKey />}
         <div class="config-titles" aria-hidden="true">
           <span>{label("IDS_KEY")}</span>

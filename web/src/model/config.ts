@@ -1,5 +1,5 @@
 import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals";
-import { RpcError, type Json, type JsonObject } from "../rpc";
+import { isForbidden, RpcError, type Json, type JsonObject } from "../rpc";
 import { getItem, RefusedError, setItem, television, textOf } from "./session";
 import { meaningOf } from "./status";
 
@@ -134,7 +134,7 @@ export async function refreshConfig() {
     try {
       values = await television("config");
     } catch (reason) {
-      if (lists.peek() || !(reason instanceof RpcError)) throw reason;
+      if (lists.peek() || isForbidden(reason) || !(reason instanceof RpcError)) throw reason;
       lists.value = false;
       return;
     }

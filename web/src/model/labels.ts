@@ -1,5 +1,5 @@
 import { effect, signal } from "@preact/signals";
-import { configNotifyUri, connection, getItem, listen, setItem, tell, tellError } from "./session";
+import { access, configNotifyUri, connection, getItem, listen, setItem, tell, tellError } from "./session";
 
 /** The page's words in the language of the television's menus, and that language itself. */
 
@@ -18,12 +18,15 @@ const english = {
   IDS_KEY: "Key",
   IDS_LIMITS: "Limits",
   IDS_LIVE: "Live",
+  IDS_LOOK_ONLY:
+    "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)",
   IDS_MENU: "Menu",
   IDS_MENU_LANGUAGE: "Menu language",
   IDS_MUTE: "Mute",
   IDS_NOTHING_FOUND: "Nothing found",
   IDS_NOTIFICATIONS: "Notifications",
   IDS_NOT_DEFAULT: "Not the default",
+  IDS_NO_ACCESS: "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)",
   IDS_OFF: "Off",
   IDS_ON: "On",
   IDS_PAUSE: "Pause",
@@ -92,8 +95,9 @@ let reads = 0;
 async function readAll() {
   const read = ++reads;
   const [code, found] = await Promise.allSettled([readLanguage(), readTexts()]);
-  // The language has changed again, or the connection is gone: what was read may be of two languages.
-  if (read !== reads || connection.value.name !== "open") return;
+  // The language has changed again, or the connection is gone: what was read may be of two languages. A page that may
+  // not ask keeps the words that it has.
+  if (read !== reads || connection.value.name !== "open" || access.value === "none") return;
   language.value = code.status === "fulfilled" ? code.value : "";
   texts.value = found.status === "fulfilled" ? found.value : {};
   const tag = languages.find((each) => each.code === language.value)?.tag;

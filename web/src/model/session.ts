@@ -1,6 +1,7 @@
 import { batch, computed, effect, signal } from "@preact/signals";
 import {
   createClient,
+  isForbidden,
   type ConnectionState,
   type GetResult,
   type Json,
@@ -13,6 +14,7 @@ import { groupRows } from "./catalogue";
 import { itemsOf } from "./json";
 import { createLog } from "./log";
 import { meaningOf } from "./status";
+import { addressHasToken, dropToken, token } from "./token";
 import { createVolume, type VolumeState } from "./volume";
 
 /** The page's one connection to the host, and all that is known through it. */
@@ -24,6 +26,9 @@ export const configNotifyUri = "/tv/ws/notify/config_update";
 
 /** On a wide screen the URIs, the selected one's request and the live log are one view. */
 export type View = "uris" | "request" | "configuration" | "remote" | "live";
+
+/** What the host lets this page do, as far as it has refused it: control the set, only look, or neither. */
+export type Access = "control" | "look" | "none";
 
 export type LogValue = { uri: string; notification: Json } | { warning: string };
 
@@ -37,6 +42,7 @@ export interface Outcome {
 }
 
 export const connection = signal<ConnectionState>({ name: "connecting" });
+export const access = signal<Access>("control");
 export const list = signal<ListResult | null>(null);
 export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
 export const view = signal<View>("uris");
@@ -54,7 +60,11 @@ export function tell(text: string) {
 }
 
 export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
-export const tellError = (reason: unknown) => tell(textOf(reason));
+
+/** The page shows a refusal for want of the token for as long as it lasts, by `access`. */
+export function tellError(reason: unknown) {
+  if (!isForbidden(reason)) tell(textOf(reason));
+}
 
 // The page's own address, as ws: or wss:.
 const socketUrl = new URL("/jsonrpc", location.href);
@@ -62,6 +72,13 @@ socketUrl.protocol = socketUrl.protocol.replace("http", "ws");
 
 const client = createClient({
   url: socketUrl.href,
+  token,
+  onTokenRefused: dropToken,
+  onForbidden(method) {
+    // The set is controlled by one method; a host that refuses another one refuses all.
+    if (method !== "tv") access.value = "none";
+    else if (access.value === "control") access.value = "look";
+  },
   onState(state) {
     connection.value = state;
     if (state.name === "open") onOpen();
@@ -72,6 +89,7 @@ const client = createClient({
   onBrokenNotification: (uri, message) => notifications.add({ warning: `${uri}: ${message}` }),
   onTrace: (line) => calls.add(line),
   onSubscribeError(uri, error) {
+    if (isForbidden(error)) return;
     tell(`No subscription to ${uri}: ${error.message}`);
     setWatched(uri, false);
   },
@@ -83,6 +101,7 @@ document.addEventListener("visibilitychange", () => {
 });
 
 function onOpen() {
+  access.value = "control";
   client.call("list").then((result) => (list.value = result), tellError);
   volume.refresh();
   if (tracing.value) client.call("trace", { on: true }).catch(tellError);
@@ -107,6 +126,10 @@ function textOfHash(): string {
 export const selectedUri = signal("");
 
 function followHash() {
+  if (addressHasToken()) {
+    location.reload();
+    return;
+  }
   const text = textOfHash();
   batch(() => {
     if (isPlace(text)) {

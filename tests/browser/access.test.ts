@@ -1,0 +1,173 @@
+import type { Locator, Page } from "@playwright/test";
+import { expect as base, slider, test } from "./fixtures";
+import { volumeUri, type Host } from "./host";
+
+/** The token of the host's address, and a page without it. */
+
+const someToken = "5e".repeat(32);
+const staleToken = "0d".repeat(32);
+
+interface Call {
+  id: number;
+  method: string;
+  params?: { token?: string; uri?: string };
+}
+
+interface Guard {
+  /** What the page has sent on each of its connections. */
+  connections: Call[][];
+  token: string;
+  prepare: (page: Page) => Promise<void>;
+}
+
+/**
+ * Stands between page and host and requires a token: for the set's control or for every call. For "nothing" it does not
+ * know the method. It passes the token on to a host that has one.
+ */
+function guard(
+  host: Host,
+  wantedFor: "control" | "everything" | "nothing",
+  beforeRefusal: (page: Page) => Promise<void> = async () => {},
+): Guard {
+  const token = host.token ?? someToken;
+  const connections: Call[][] = [];
+  const prepare = (page: Page) =>
+    page.routeWebSocket("**/jsonrpc", (socket) => {
+      const server = socket.connectToServer();
+      const calls: Call[] = [];
+      connections.push(calls);
+      let authorized = wantedFor === "nothing";
+      socket.onMessage(async (text) => {
+        const call = JSON.parse(String(text)) as Call;
+        calls.push(call);
+        const refuse = (code: number, message: string) =>
+          socket.send(JSON.stringify({ jsonrpc: "2.0", id: call.id, error: { code, message } }));
+        if (call.method === "authorize") {
+          if (wantedFor === "nothing") return refuse(-32601, "unknown method");
+          if (call.params?.token !== token) {
+            await beforeRefusal(page);
+            return refuse(-32006, "forbidden");
+          }
+          authorized = true;
+          if (!host.token) return socket.send(JSON.stringify({ jsonrpc: "2.0", id: call.id, result: {} }));
+        }
+        if (!authorized && (wantedFor === "everything" || call.method === "tv")) return refuse(-32006, "forbidden");
+        server.send(text);
+      });
+    });
+  return { connections, token, prepare };
+}
+
+// Every call of the page goes through this process, which takes its time.
+test.describe.configure({ timeout: 90_000 });
+const expect = base.configure({ timeout: 20_000 });
+
+const stored = (page: Page): Promise<string | null> => page.evaluate(() => localStorage.getItem("dtv.token"));
+const notice = (page: Page): Locator => page.locator(".access-notice");
+const configLines = (page: Page): Locator => page.locator(".config-line");
+const lookOnly =
+  "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)";
+const noAccess = "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)";
+
+test("the token is taken out of the address, kept, and sent before anything else", async ({ host, open }) => {
+  const { connections, token, prepare } = guard(host, "control");
+  const page = await open(`/#token=${token}`, { token: null, prepare });
+  expect(page.url()).toBe(`${host.origin}/`);
+  expect(await stored(page)).toBe(token);
+  await page.goto(`${host.origin}/#configuration`);
+  await page.reload();
+  await expect(configLines(page).first()).toBeVisible();
+  await expect(notice(page)).toHaveCount(0);
+  expect(connections).toHaveLength(2);
+  for (const calls of connections) {
+    expect(calls[0]).toMatchObject({ method: "authorize", params: { token } });
+    expect(calls.filter(({ method }) => method === "authorize")).toHaveLength(1);
+  }
+});
+
+test("a page without the token looks, and says what it may not", async ({ host, open }) => {
+  const { connections, token, prepare } = guard(host, "control");
+  const page = await open("/#configuration", { token: null, prepare });
+  await expect(notice(page)).toHaveText(lookOnly);
+  await expect(page.getByRole("main", { name: "Configuration" }).locator(".access-notice")).toBeVisible();
+  await expect(configLines(page)).toHaveCount(0);
+  // What needs no token goes on.
+  await slider(page).fill("37");
+  await expect.poll(() => host.read(volumeUri)).toBe(37);
+  for (const [language, words] of Object.entries({
+    deu: "aber das Gerät nicht steuern",
+    fra: "mais pas commander le téléviseur",
+    spa: "pero no controlar el televisor",
+    tur: "izleyebilir ama yönetemez",
+    eng: "but not control the set",
+  })) {
+    await page.getByRole("combobox").selectOption(language);
+    await expect(notice(page)).toContainText(words);
+    await expect(notice(page)).toContainText("#token=...");
+  }
+  // It is not asked again and again.
+  expect(connections.flat().filter(({ method }) => method === "tv")).toHaveLength(1);
+  // In another view there is nothing that the page may not do.
+  await page.getByRole("navigation", { name: "Views" }).getByRole("button", { name: "Remote control" }).click();
+  await expect(notice(page)).toHaveCount(0);
+
+  // The address that dtv-host printed, in the same tab.
+  await page.goto(`${host.origin}/#token=${token}`);
+  await expect.poll(() => connections.at(-1)?.[0]?.method).toBe("authorize");
+  await page.goto(`${host.origin}/#configuration`);
+  await expect(configLines(page).first()).toBeVisible();
+  await expect(notice(page)).toHaveCount(0);
+});
+
+test("a token that the host refuses is forgotten", async ({ host, open }) => {
+  const { connections, prepare } = guard(host, "control");
+  const page = await open("/#configuration", { token: staleToken, prepare });
+  await expect(notice(page)).toHaveText(lookOnly);
+  await expect.poll(() => stored(page)).toBeNull();
+  await page.reload();
+  await expect(notice(page)).toHaveText(lookOnly);
+  expect(connections.map((calls) => calls.filter(({ method }) => method === "authorize").length)).toEqual([1, 0]);
+});
+
+test("a token that another page has stored meanwhile is not forgotten with the refused one", async ({ host, open }) => {
+  const newer = host.token ?? someToken;
+  const { connections, prepare } = guard(host, "control", (page) =>
+    page.evaluate((token) => localStorage.setItem("dtv.token", token), newer),
+  );
+  const page = await open("/#configuration", { token: staleToken, prepare });
+  await expect(notice(page)).toHaveText(lookOnly);
+  expect(await stored(page)).toBe(newer);
+  await page.reload();
+  await expect(configLines(page).first()).toBeVisible();
+  expect(connections.at(-1)?.[0]).toMatchObject({ method: "authorize", params: { token: newer } });
+});
+
+test("a host that knows no tokens is used as before, and the token is kept", async ({ host, open }) => {
+  const { connections, prepare } = guard(host, "nothing");
+  test.skip(host.token !== undefined, "this host knows tokens");
+  const page = await open(`/#token=${someToken}`, { token: null, prepare });
+  await page.goto(`${host.origin}/#configuration`);
+  await expect(configLines(page).first()).toBeVisible();
+  await expect(notice(page)).toHaveCount(0);
+  expect(connections[0]?.[0]?.method).toBe("authorize");
+  expect(await stored(page)).toBe(someToken);
+});
+
+test("a host that wants the token for everything", async ({ host, open }) => {
+  const { token, prepare } = guard(host, "everything");
+  const page = await open("/", { token: null, prepare, usable: false });
+  await expect(notice(page)).toHaveText(noAccess);
+  // That is all there is to say, whatever else was refused.
+  await expect(page.locator(".notice p")).toHaveCount(0);
+  await page.goto(`${host.origin}/#configuration`);
+  await expect(notice(page)).toHaveText(noAccess);
+
+  // What is followed is still followed with the token.
+  const watched = await page.evaluate(() => localStorage.getItem("dtv.watched"));
+  expect(watched).toContain("volume_ctrl");
+  await page.goto(`${host.origin}/#token=${token}`);
+  await expect(slider(page)).toBeEnabled();
+  await expect(notice(page)).toHaveCount(0);
+  await slider(page).fill("44");
+  await expect(page.getByRole("list", { name: "Notifications", exact: true })).toContainText("volValue 44");
+});
