@@ -34,6 +34,7 @@ struct Options {
   std::string host = "127.0.0.1:8080";
   bool local = false;
   std::string state;  // empty: the usual folder
+  std::string token;  // of the environment; empty: none there
   bool json = false;
   double timeout = 30;                // seconds that an answer may take
   std::optional<std::int64_t> count;  // lines of watch and trace
@@ -64,6 +65,17 @@ struct Session {
 
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
+
+// ---- token.cpp: by which a host knows that its own user asks ----
+
+struct Token {
+  std::string hex;      // empty: there is none
+  std::string trouble;  // why there is none, where one was to be expected
+};
+
+// The token is in the folder of --state, else in DTV_TOKEN, else in the usual state folder. The last one is nothing
+// that the caller named: it goes to a host at a loopback address only.
+Token token_find(const Options& options, bool loopback);
 
 // The tap's list of the TV API's functions (see dtv_tap_list), from the tap's library alone.
 bool contract_list(std::string& ret_list, Failure& ret_failure);
@@ -124,6 +136,9 @@ extern std::FILE* output;
 
 enum class Paint { kPlain, kTitle, kFaint, kError };
 std::string paint(Paint paint, std::string_view text, std::FILE* to);
+
+// A text that others wrote, for a terminal: control characters would move the cursor, or worse.
+std::string printable(std::string_view text);
 
 // Writes a line and hands it over at once. False when it, or an earlier one, could not be written.
 bool print_line(std::string_view line);

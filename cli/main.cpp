@@ -55,7 +55,8 @@ constexpr OptionRow kOptions[] = {
      }},
     {"--local", "", "No host: the plugin and a virtual television run in this process, for this command",
      [](const std::string&, Options& options) { return options.local = true; }},
-    {"--state", "FOLDER", "With --local: where the virtual television keeps its state (default: the XDG state folder)",
+    {"--state", "FOLDER",
+     "The state folder: the host's, for its token; with --local the set's (default: the XDG state folder)",
      [](const std::string& argument, Options& options) {
        options.state = argument;
        return !argument.empty();
@@ -75,6 +76,10 @@ constexpr std::string_view kAfterOptions =
     "Exit codes: 0 done; 1 the set refused (a result other than 0); 2 wrong command line; 3 no host, or the local set\n"
     "does not start; 4 an answer that cannot be used; 5 the results could not be written.\n"
     "Ctrl-C ends watch and trace.\n"
+    "\n"
+    "A host wants its token before it lets anybody control the television (tv; with --require-token everything). The\n"
+    "token is the file \"token\" in the host's state folder, or the variable DTV_TOKEN; --state goes before it.\n"
+    "A host that is not on this machine gets it, in clear text, only when --state or DTV_TOKEN is there.\n"
     "\n"
     "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words;\n"
     "all words behind tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\";\n"
@@ -193,10 +198,6 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
     ret_wrong = "which command? \"dtvctl --help\" lists them";
     return Parsed::kWrong;
   }
-  if (!ret_invocation.options.state.empty() && !ret_invocation.options.local) {
-    ret_wrong = "--state goes with --local; a host has a state folder of its own";
-    return Parsed::kWrong;
-  }
   ret_wrong = ret_invocation.command->check(ret_invocation.words);
   return ret_wrong.empty() ? Parsed::kRun : Parsed::kWrong;
 }
@@ -223,6 +224,7 @@ int finish(int result) {
 int main(int count, char** values) {
   Invocation invocation;
   if (const char* host = std::getenv("DTV_HOST"); host != nullptr && *host != '\0') invocation.options.host = host;
+  if (const char* token = std::getenv("DTV_TOKEN"); token != nullptr) invocation.options.token = token;
   std::string wrong;
   switch (parse({values + 1, values + count}, invocation, wrong)) {
     case Parsed::kHelp:

@@ -1,103 +1,117 @@
-// The session through a host: JSON-RPC 2.0 over WebSocket. One thread, which runs the library's loop while it waits.
-#include <libwebsockets.h>
-
+// The session through a host: JSON-RPC 2.0 over WebSocket. One thread, which runs the network's handlers while it
+// waits.
+#include <boost/asio/connect.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/websocket.hpp>
 #include <boost/json.hpp>
 #include <charconv>
 #include <csignal>
 #include <deque>
-#include <memory>
 
 #include "dtvctl.h"
 
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = boost::beast::http;
 namespace json = boost::json;
+namespace websocket = boost::beast::websocket;
+using asio::ip::tcp;
+using boost::system::error_code;
 
 namespace {
 
-// Ends the library's sleep at a deadline. A timer that is due before the sleep begins is spent by then, so it also
-// asks that the sleep be cancelled.
-struct Alarm {
-  lws_sorted_usec_list_t timer;  // first: the library hands its address back
-  lws_context* context;
-};
+constexpr std::size_t kMessageMax = std::size_t{64} << 20;  // bytes of one message of the host
 
-void ring(lws_sorted_usec_list_t* timer) { lws_cancel_service(reinterpret_cast<Alarm*>(timer)->context); }
+// How long a deadline may be overrun to take what had arrived by then.
+constexpr std::chrono::milliseconds kGrace{100};
 
 struct Connection {
-  lws_context* context = nullptr;
-  lws* socket = nullptr;
-  bool open = false;
-  bool ended = false;
-  std::string reason;   // why it ended
-  std::string partial;  // fragments of a message that has not ended yet
+  asio::io_context context{1};
+  asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};  // it waits also without any
+  tcp::resolver resolver{context};
+  websocket::stream<tcp::socket, false> socket{context};
+  enum { kConnecting, kUpgrading, kOpen, kEnded } state = kConnecting;
+  error_code failure;                // why it ended
+  websocket::response_type upgrade;  // how the host answered the request for a WebSocket
+  beast::flat_buffer received;
+  std::deque<std::string> outbox;  // messages that are not written yet; the first one is on its way
   std::deque<std::string> inbox;
-  std::string outbox;  // one message, behind LWS_PRE bytes that the library wants
   std::deque<Message> notifications;
   std::uint64_t last_id = 0;
-  Alarm alarm{};
   std::string host;
   double timeout = 0;
-
-  Connection() = default;
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  ~Connection() {
-    if (context != nullptr) lws_context_destroy(context);
-  }
+  Token token;
 };
 
-int on_socket(lws* socket, lws_callback_reasons reason, void*, void* in, std::size_t length) {
-  lws_context* context = lws_get_context(socket);
-  auto* const connection = context == nullptr ? nullptr : static_cast<Connection*>(lws_context_user(context));
-  if (connection == nullptr) return 0;
-  switch (reason) {
-    case LWS_CALLBACK_CLIENT_ESTABLISHED:
-      connection->open = true;
-      break;
-    case LWS_CALLBACK_CLIENT_CONNECTION_ERROR:
-      connection->ended = true;
-      connection->reason = in == nullptr ? "" : std::string(static_cast<const char*>(in), length);
-      break;
-    case LWS_CALLBACK_CLIENT_CLOSED:
-      connection->ended = true;
-      break;
-    case LWS_CALLBACK_CLIENT_RECEIVE:
-      connection->partial.append(static_cast<const char*>(in), length);
-      if (lws_is_final_fragment(socket) != 0 && lws_remaining_packet_payload(socket) == 0) {
-        connection->inbox.push_back(std::move(connection->partial));
-        connection->partial.clear();
-      }
-      break;
-    case LWS_CALLBACK_CLIENT_WRITEABLE: {
-      if (connection->outbox.empty()) break;
-      const std::size_t size = connection->outbox.size() - LWS_PRE;
-      auto* const text = reinterpret_cast<unsigned char*>(connection->outbox.data()) + LWS_PRE;
-      const int written = lws_write(socket, text, size, LWS_WRITE_TEXT);
-      connection->outbox.clear();
-      if (written < 0) return -1;
-      break;
-    }
-    default:
-      break;
-  }
-  return 0;
+void end(Connection& connection, const error_code& failure) {
+  connection.state = Connection::kEnded;
+  connection.failure = failure;
 }
 
-constexpr lws_protocols kProtocols[] = {
-    {"dtvctl", on_socket, 0, 65536, 0, nullptr, 0},
-    {nullptr, nullptr, 0, 0, 0, nullptr, 0},
-};
+void read_on(Connection& connection) {
+  connection.socket.async_read(connection.received, [&connection](const error_code& failure, std::size_t size) {
+    if (failure) return end(connection, failure);
+    connection.inbox.push_back(beast::buffers_to_string(connection.received.data()));
+    connection.received.consume(size);
+    read_on(connection);
+  });
+}
 
-// Runs the loop until done() or the time is over. Returns whether it was done.
+// A failed write is not reported: the read beside it fails as well, and may know the host's reason.
+void write_on(Connection& connection) {
+  connection.socket.async_write(asio::buffer(connection.outbox.front()),
+                                [&connection](const error_code& failure, std::size_t) {
+                                  if (failure) return;
+                                  connection.outbox.pop_front();
+                                  if (!connection.outbox.empty()) write_on(connection);
+                                });
+}
+
+// Returns the request's identifier.
+std::uint64_t send(Connection& connection, std::string_view method, const std::string& params) {
+  const std::uint64_t id = ++connection.last_id;
+  connection.outbox.push_back(R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" +
+                              std::string(method) + R"(","params":)" + params + "}");
+  if (connection.outbox.size() == 1) write_on(connection);
+  return id;
+}
+
+// Looks the name up, connects to the first of its addresses that answers, and asks for a WebSocket.
+void connect(Connection& connection, const std::string& address, int port) {
+  const auto upgrade = [&connection](const error_code& failure, const tcp::endpoint&) {
+    if (failure) return end(connection, failure);
+    error_code ignored;
+    connection.socket.next_layer().set_option(tcp::no_delay(true), ignored);
+    connection.state = Connection::kUpgrading;
+    connection.socket.async_handshake(connection.upgrade, connection.host, "/jsonrpc",
+                                      [&connection](const error_code& refused) {
+                                        if (refused) return end(connection, refused);
+                                        connection.state = Connection::kOpen;
+                                        read_on(connection);
+                                      });
+  };
+  connection.resolver.async_resolve(
+      address, std::to_string(port),
+      [&connection, upgrade](const error_code& failure, const tcp::resolver::results_type& found) {
+        if (failure) return end(connection, failure);
+        asio::async_connect(connection.socket.next_layer(), found, upgrade);
+      });
+}
+
+// Runs handlers until done() or the time is over. Returns whether it was done. A signal interrupts nothing here.
 template <typename Done>
 bool run_until(Connection& connection, std::optional<Clock::time_point> until, Done done) {
   while (!done()) {
-    if (until) {
-      const auto left = std::chrono::duration_cast<std::chrono::microseconds>(*until - Clock::now()).count();
-      if (left <= 0) return false;
-      connection.alarm.context = connection.context;
-      lws_sul_schedule(connection.context, 0, &connection.alarm.timer, ring, left);
+    if (!until) {
+      connection.context.run_one();
+    } else if (connection.context.run_one_until(*until) == 0 &&
+               (Clock::now() > *until + kGrace || connection.context.poll_one() == 0)) {
+      return false;
     }
-    lws_service(connection.context, 0);
   }
   return true;
 }
@@ -106,24 +120,65 @@ Clock::time_point in_seconds(double seconds) {
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-Failure unreachable(const std::string& host, const std::string& reason) {
-  if (reason.starts_with("HS:")) {  // the library's mark for a failed handshake: somebody is there
-    return {kExitProtocol, "what answers at " + host + " is no dtv-host, or it refuses that name (" + reason + ")"};
-  }
-  return {kExitUnreachable, "no host at " + host + (reason.empty() ? "" : " (" + reason + ")") +
-                                ". Start one with \"make run\", name another with --host ADDR:PORT, or use --local."};
+Failure unreachable(const Connection& connection, const std::string& reason) {
+  return {kExitUnreachable, "no host at " + connection.host + " (" + reason +
+                                "). Start one with \"make run\", name another with --host ADDR:PORT, or use --local."};
 }
 
+// The status line's end, and what a dtv-host says in the body.
+std::string refusal(const websocket::response_type& upgrade) {
+  std::string text = std::to_string(upgrade.result_int()) + " " + std::string(upgrade.reason());
+  json::value body;
+  if (json_parse(upgrade.body(), body) && body.is_object()) {
+    const json::value* const error = body.get_object().if_contains("error");
+    if (error != nullptr && error->is_string()) text += ": " + std::string(error->get_string());
+  }
+  return text;
+}
+
+// Why there is no session. Whoever closes at once may be any program; whoever answers something else is no host.
+Failure not_open(const Connection& connection) {
+  const error_code& failure = connection.failure;
+  if (connection.state != Connection::kEnded) return unreachable(connection, "no answer within the --timeout");
+  const bool closed = failure == http::error::end_of_stream || failure == http::error::partial_message;
+  const bool answered = failure.category() == error_code(http::error::bad_version).category() ||
+                        failure.category() == error_code(websocket::error::upgrade_declined).category();
+  if (closed) return unreachable(connection, "it closed the connection");
+  if (!answered) return unreachable(connection, failure.message());
+  const std::string reason =
+      failure == websocket::error::upgrade_declined ? refusal(connection.upgrade) : failure.message();
+  return {kExitProtocol, "what answers at " + connection.host + " is no dtv-host, or it refuses that name (" +
+                             printable(reason) + ")"};
+}
+
+// Why the session is over.
 Failure lost(const Connection& connection) {
-  return {kExitUnreachable, "the host at " + connection.host + " closed the connection"};
+  const error_code closed = websocket::error::closed;
+  if (connection.failure != closed && connection.failure.category() == closed.category()) {
+    return {kExitProtocol,
+            "the host at " + connection.host + " sent what is no message: " + connection.failure.message()};
+  }
+  const websocket::close_reason& close = connection.socket.reason();
+  const bool usual = close.code == websocket::close_code::none || close.code == websocket::close_code::normal ||
+                     close.code == websocket::close_code::going_away;
+  std::string why = usual ? "" : " (" + std::to_string(close.code);
+  if (!usual && !close.reason.empty()) why += " " + printable({close.reason.data(), close.reason.size()});
+  return {kExitUnreachable, "the host at " + connection.host + " closed the connection" + why + (usual ? "" : ")")};
 }
 
 // What a JSON-RPC error says. Its message stands for itself; the data is for programs.
-Failure rpc_failure(const json::object& error) {
+Failure rpc_failure(const Connection& connection, const json::object& error) {
   constexpr std::int64_t kUnknownUri = -32001;
   constexpr std::int64_t kPlatformRefused = -32004;
+  constexpr std::int64_t kForbidden = -32006;
   const json::value* const message = error.if_contains("message");
   const json::value* const code = error.if_contains("code");
+  if (code != nullptr && *code == kForbidden) {
+    return {kExitRefused,
+            "the host at " + connection.host +
+                " wants its token for this; give its state folder with --state, or the token in DTV_TOKEN" +
+                (connection.token.trouble.empty() ? "" : " (" + connection.token.trouble + ")")};
+  }
   const bool refused = code != nullptr && (*code == kUnknownUri || *code == kPlatformRefused);
   return {refused ? kExitRefused : kExitProtocol, message != nullptr && message->is_string()
                                                       ? std::string(message->get_string())
@@ -154,20 +209,16 @@ std::optional<std::string> take_answer(Connection& connection, std::uint64_t id,
 
 bool call(Connection& connection, std::string_view method, const std::string& params, std::string& ret_result,
           Failure& ret_failure) {
-  if (connection.ended) {
+  if (connection.state == Connection::kEnded) {
     ret_failure = lost(connection);
     return false;
   }
-  const std::uint64_t id = ++connection.last_id;
-  connection.outbox = std::string(LWS_PRE, ' ') + R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" +
-                      std::string(method) + R"(","params":)" + params + "}";
-  lws_callback_on_writable(connection.socket);
-
+  const std::uint64_t id = send(connection, method, params);
   std::optional<std::string> answer;
   Failure failure;
   const bool done = run_until(connection, in_seconds(connection.timeout), [&] {
     answer = take_answer(connection, id, failure);
-    return answer || failure.exit_code != kExitOk || connection.ended;
+    return answer || failure.exit_code != kExitOk || connection.state == Connection::kEnded;
   });
   if (!answer) {
     ret_failure =
@@ -179,7 +230,7 @@ bool call(Connection& connection, std::string_view method, const std::string& pa
   json::value parsed;
   json_parse(*answer, parsed);
   if (const json::value* error = parsed.get_object().if_contains("error"); error != nullptr && error->is_object()) {
-    ret_failure = rpc_failure(error->get_object());
+    ret_failure = rpc_failure(connection, error->get_object());
     return false;
   }
   const std::optional<std::string_view> result = json_member(*answer, "result");
@@ -196,7 +247,7 @@ Waited wait(Connection& connection, std::optional<Clock::time_point> until, Mess
   Failure failure;
   const bool done = run_until(connection, until, [&] {
     while (!connection.inbox.empty() && failure.exit_code == kExitOk) take_answer(connection, 0, failure);
-    return !connection.notifications.empty() || connection.ended || failure.exit_code != kExitOk;
+    return !connection.notifications.empty() || connection.state == Connection::kEnded || failure.exit_code != kExitOk;
   });
   if (!connection.notifications.empty()) {
     ret_message = std::move(connection.notifications.front());
@@ -241,41 +292,31 @@ bool session_open_remote(const Options& options, Session& ret_session, Failure& 
     ret_failure = {kExitUsage, "the host \"" + options.host + "\" is not ADDR:PORT, for example 127.0.0.1:8080"};
     return false;
   }
-  lws_set_log_level(0, nullptr);
-  const auto connection = std::make_shared<Connection>();
-  connection->host = options.host;
-  connection->timeout = options.timeout;
-
-  lws_context_creation_info context_info{};
-  context_info.port = CONTEXT_PORT_NO_LISTEN;
-  context_info.protocols = kProtocols;
-  context_info.user = connection.get();
-  connection->context = lws_create_context(&context_info);
-  if (connection->context == nullptr) {
-    ret_failure = {kExitUnreachable, "the WebSocket library does not start"};
-    return false;
-  }
   std::signal(SIGPIPE, SIG_IGN);
-
-  lws_client_connect_info info{};
-  info.context = connection->context;
-  info.address = address.c_str();
-  info.port = port;
-  info.path = "/jsonrpc";
-  info.host = options.host.c_str();
-  info.local_protocol_name = kProtocols[0].name;
-  info.pwsi = &connection->socket;
-  const bool begun = lws_client_connect_via_info(&info) != nullptr;
-  const bool done = begun && run_until(*connection, in_seconds(options.timeout),
-                                       [&] { return connection->open || connection->ended; });
-  if (!begun || !done || connection->ended) {
-    ret_failure = unreachable(options.host, done || !begun ? connection->reason : "no answer within the --timeout");
+  // It lives as long as the process: its end would wait for a name server that does not answer.
+  static Connection& connection = *new Connection;
+  connection.host = options.host;
+  connection.timeout = options.timeout;
+  connection.socket.read_message_max(kMessageMax);
+  connection.socket.auto_fragment(false);
+  connect(connection, address, port);
+  const bool done =
+      run_until(connection, in_seconds(options.timeout), [] { return connection.state >= Connection::kOpen; });
+  if (!done || connection.state == Connection::kEnded) {
+    ret_failure = not_open(connection);
     return false;
   }
-  ret_session.call = [connection](std::string_view method, const std::string& params, std::string& ret_result,
-                                  Failure& failure) { return call(*connection, method, params, ret_result, failure); };
-  ret_session.wait = [connection](std::optional<Clock::time_point> until, Message& ret_message, Failure& failure) {
-    return wait(*connection, until, ret_message, failure);
+  error_code gone;
+  const tcp::endpoint peer = connection.socket.next_layer().remote_endpoint(gone);
+  connection.token = token_find(options, peer.address().is_loopback());
+  // Nobody waits for the reply: whether the token was right, or needed at all, is seen by the requests behind it.
+  if (!connection.token.hex.empty()) send(connection, "authorize", R"({"token":")" + connection.token.hex + R"("})");
+
+  ret_session.call = [](std::string_view method, const std::string& params, std::string& ret_result, Failure& failure) {
+    return call(connection, method, params, ret_result, failure);
+  };
+  ret_session.wait = [](std::optional<Clock::time_point> until, Message& ret_message, Failure& failure) {
+    return wait(connection, until, ret_message, failure);
   };
   ret_session.close = [] {};
   return true;

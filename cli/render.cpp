@@ -40,22 +40,6 @@ std::string padded(std::string text, std::size_t width) {
   return text;
 }
 
-// A text of the set on a terminal: control characters would move the cursor, or worse.
-std::string printable(std::string_view text) {
-  std::string shown;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7F) {
-      shown += c;
-    } else {
-      char code[8];
-      std::snprintf(code, sizeof code, "\\x%02x", byte);
-      shown += code;
-    }
-  }
-  return shown;
-}
-
 struct Cell {
   std::string key;
   std::string value;
@@ -125,6 +109,21 @@ void print_objects(std::span<const json::value> objects) {
 }
 
 }  // namespace
+
+std::string printable(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7F) {
+      shown += c;
+    } else {
+      char code[8];
+      std::snprintf(code, sizeof code, "\\x%02x", byte);
+      shown += code;
+    }
+  }
+  return shown;
+}
 
 std::string paint(Paint paint, std::string_view text, std::FILE* to) {
   constexpr std::string_view kCodes[] = {"", "\033[1m", "\033[2m", "\033[31m"};

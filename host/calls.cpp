@@ -24,6 +24,8 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   ret_outcome.broken = false;
   ret_outcome.text.clear();
   ret_outcome.lines.clear();
+  ret_outcome.change = 0;
+  ret_outcome.not_kept = 0;
   if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
   switch (call.kind) {
     case CallKind::get:
@@ -38,4 +40,6 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
       break;
   }
   if (call.traced) tracer_capture(tracer, nullptr);
+  // Also where the call changed nothing: what it found may be a change that is on its way to the disk.
+  if (call.kind != CallKind::get && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -18,9 +18,11 @@ struct Call {
 
 struct Outcome {
   std::int32_t ret = 0;
-  std::string text;     // get: the plugin's response, empty when it gave none; control: the reply
-  bool broken = false;  // the text is not whole, valid JSON
-  std::string lines;    // traced: the platform calls' lines, separated by commas
+  std::string text;           // get: the plugin's response, empty when it gave none; control: the reply
+  bool broken = false;        // the text is not whole, valid JSON
+  std::string lines;          // traced: the platform calls' lines, separated by commas
+  std::uint64_t change = 0;   // the latest change of the set's state that the call may have made, see "dtv_tv.h"
+  std::int32_t not_kept = 0;  // errno: the change did not get to the disk
 };
 
 // Makes the call on this thread, which may take as long as the platform does. get and set are for one thread at a

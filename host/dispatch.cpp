@@ -1,12 +1,9 @@
 #include <algorithm>
 
 #include "json_text.h"
-#include "server.h"
+#include "serving.h"
 
 namespace {
-
-// A batch's replies are held until the last one is there.
-constexpr std::size_t longest_batch_reply = std::size_t{16} << 20;
 
 // A whole reply, or an empty text where nothing is to be said.
 void send_reply(Server& server, Client& client, std::string text) {
@@ -28,11 +25,12 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
   const auto found = client.batches.find(batch_id);
   if (found == client.batches.end()) return;
   Batch& batch = found->second;
-  if (batch.bytes + text.size() > longest_batch_reply)
+  if (batch.bytes + text.size() > limit_batch_reply_bytes)
     text = rpc_error(id, RpcError::limit,
-                     "the replies of a batch may have " + std::to_string(longest_batch_reply) + " bytes together",
-                     "{\"limit\":" + std::to_string(longest_batch_reply) + "}");
+                     "the replies of a batch may have " + std::to_string(limit_batch_reply_bytes) + " bytes together",
+                     "{\"limit\":" + std::to_string(limit_batch_reply_bytes) + "}");
   batch.bytes += text.size();
+  client.batch_bytes += text.size();
   batch.replies[slot] = std::move(text);
   if (--batch.waiting > 0) return;
   std::string all;
@@ -42,16 +40,17 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
     all += one;
   }
   if (!all.empty()) all += "]";
+  client.batch_bytes -= batch.bytes;
   client.batches.erase(found);
   send_reply(server, client, std::move(all));
 }
 
 std::string subscribe(Server& server, Client& client, const RpcRequest& request) {
   if (std::ranges::find(client.uris, request.call.uri) != client.uris.end()) return rpc_result(request.id, "{}");
-  if (client.uris.size() >= server.options.max_subscriptions)
+  if (client.uris.size() >= server.options.limits.subscriptions)
     return rpc_error(request.id, RpcError::limit,
-                     "a client may have " + std::to_string(server.options.max_subscriptions) + " subscriptions",
-                     "{\"limit\":" + std::to_string(server.options.max_subscriptions) + "}");
+                     "a client may have " + std::to_string(server.options.limits.subscriptions) + " subscriptions",
+                     "{\"limit\":" + std::to_string(server.options.limits.subscriptions) + "}");
   client.uris.push_back(request.call.uri);
   subscriptions_add(server.subscriptions, request.call.uri, client.id);
   return rpc_result(request.id, "{}");
@@ -77,17 +76,26 @@ std::string trace(Server& server, Client& client, const RpcRequest& request) {
   return rpc_result(request.id, "{}");
 }
 
+std::string authorize(const Server& server, Client& client, const RpcRequest& request) {
+  client.authorized = policy_is_token(request.token, server.options.token);
+  return client.authorized ? rpc_result(request.id, "{}")
+                           : rpc_error(request.id, RpcError::forbidden, "this is not the token of this server");
+}
+
 // The reply to a request that calls nothing.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
   if (request.method == RpcMethod::list) return rpc_result(request.id, server.catalogue.description);
   if (!client.websocket)
     return rpc_error(request.id, RpcError::invalid_request,
-                     "subscribe, unsubscribe and trace need a WebSocket connection, which notifications can come by");
+                     "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
+                     "Authorization: Bearer TOKEN shows the token");
   switch (request.method) {
     case RpcMethod::subscribe:
       return subscribe(server, client, request);
     case RpcMethod::unsubscribe:
       return unsubscribe(server, client, request);
+    case RpcMethod::authorize:
+      return authorize(server, client, request);
     default:
       return trace(server, client, request);
   }
@@ -97,34 +105,40 @@ bool calls_platform(RpcMethod method) {
   return method == RpcMethod::get || method == RpcMethod::set || method == RpcMethod::tv;
 }
 
-bool is_full(const Server& server) {
-  return server.runner.jobs.size() >= server.options.max_requests ||
-         server.runner.jobs_bytes >= server.options.max_requests_bytes;
+// Whether the request needs a token that its client has not shown. Commands act for the viewer and the world, which
+// applications do not.
+bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
+  if (client.authorized || method == RpcMethod::authorize) return false;
+  return method == RpcMethod::tv || server.options.require_token;
 }
 
+constexpr std::string_view forbidden_text =
+    "this needs the token of this server, from the file \"token\" in its state folder; see the method authorize";
 constexpr std::string_view busy_text = "too many requests wait for the platform; try again";
+constexpr std::string_view busy_client_text = "too many commands of this connection wait; try again";
 
 void handle_request(Server& server, Client& client, RpcRequest& request, std::uint64_t batch, std::size_t slot) {
+  const auto refuse = [&](RpcError code, std::string_view text, std::string_view data = {}) {
+    reply(server, client, batch, slot, request.id, rpc_error(request.id, code, text, data));
+  };
+  if (is_forbidden(server, client, request.method)) return refuse(RpcError::forbidden, forbidden_text);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
   if (!calls_platform(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
-  if (is_full(server)) {
-    std::string error = rpc_error(request.id, RpcError::busy, busy_text,
-                                  "{\"waiting\":" + std::to_string(server.runner.jobs.size()) + "}");
-    return reply(server, client, batch, slot, request.id, std::move(error));
+  Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
+  const RunnerAdd added = runner_add(server.runner, job, server.options.limits.requests);
+  if (added == RunnerAdd::added) {
+    ++client.outstanding;
+    return;
   }
-  ++client.outstanding;
-  runner_add(server.runner, {.client = client.id,
-                             .batch = batch,
-                             .slot = slot,
-                             .id = std::move(request.id),
-                             .call = std::move(request.call)});
+  refuse(RpcError::busy, added == RunnerAdd::full ? busy_text : busy_client_text,
+         "{\"waiting\":" + std::to_string(runner_waiting(server.runner)) + "}");
 }
 
 void give_notice(Server& server, std::uint64_t client_id, const Notice& notice) {
   const auto found = server.clients.find(client_id);
   if (found == server.clients.end()) return;
-  outbox_notice(found->second->outbox, server.options.outbox, notice);
+  outbox_notice(found->second->outbox, notice);
   server_mark(server, *found->second);
 }
 
@@ -149,6 +163,33 @@ void serve_traces(Server& server) {
   }
 }
 
+// Delivers an outcome outside of the client's own turn.
+void deliver_later(Server& server, Finished& one) {
+  const std::uint64_t id = one.job.client;
+  server_deliver(server, one.job, one.outcome);
+  if (const auto found = server.clients.find(id); found != server.clients.end()) server_mark(server, *found->second);
+}
+
+// Delivers the outcomes that waited for the disk.
+void take_kept_reports(Server& server) {
+  std::vector<KeptReport> reports;
+  {
+    const std::lock_guard lock(server.kept_mutex);
+    reports.swap(server.kept_reports);
+  }
+  if (reports.empty()) return;
+  for (const KeptReport& report : reports) {
+    if (report.failure != 0) {
+      server.unkept_from = server.kept_change;
+      server.unkept_report = report;
+    }
+    server.kept_change = std::max(server.kept_change, report.change);
+  }
+  std::vector<Finished> waiting;
+  waiting.swap(server.unkept);
+  for (Finished& one : waiting) deliver_later(server, one);
+}
+
 }  // namespace
 
 void server_handle_message(Server& server, Client& client, std::string_view text) {
@@ -161,23 +202,36 @@ void server_handle_message(Server& server, Client& client, std::string_view text
   }
   for (std::size_t slot = 0; slot < server.message.requests.size(); ++slot)
     handle_request(server, client, server.message.requests[slot], batch, slot);
-  server_pace(client);
 }
 
 void server_add_call(Server& server, Client& client, Call call) {
-  if (is_full(server)) return server_answer(server, client, http_error(503, busy_text));
+  Job job{.client = client.id, .call = std::move(call)};
+  if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::added)
+    return server_answer(server, client, http_error(503, busy_text));
   ++client.outstanding;
-  runner_add(server.runner, {.client = client.id, .call = std::move(call)});
 }
 
 void server_deliver(Server& server, Job& job, Outcome& outcome) {
+  if (outcome.change > server.kept_change) {
+    server.unkept.push_back({std::move(job), std::move(outcome)});
+    return;
+  }
+  if (outcome.change > server.unkept_from && outcome.change <= server.unkept_report.change)
+    outcome.not_kept = server.unkept_report.failure;
   const auto found = server.clients.find(job.client);
   if (found == server.clients.end()) return;  // gone meanwhile
   Client& client = *found->second;
   --client.outstanding;
   if (!client.websocket && client.request.path != "/jsonrpc")
     return server_answer(server, client, http_outcome(job.call, outcome));
-  std::string text = job.id.empty() ? std::string() : rpc_outcome(job.id, job.call, outcome);
+  if (client.websocket && job.batch == 0) {
+    if (job.id.empty()) return;
+    rpc_append_outcome(outbox_open_reply(client.outbox), job.id, job.call, outcome);
+    outbox_close_reply(client.outbox);
+    return server_mark(server, client);
+  }
+  std::string text;
+  if (!job.id.empty()) rpc_append_outcome(text, job.id, job.call, outcome);
   reply(server, client, job.batch, job.slot, job.id, std::move(text));
 }
 
@@ -186,7 +240,8 @@ void server_serve_inboxes(Server& server) {
   if (!server.woken.exchange(false)) return;
   std::vector<Finished> finished;
   runner_take_finished(server.runner, finished);
-  for (Finished& one : finished) server_deliver(server, one.job, one.outcome);
+  for (Finished& one : finished) deliver_later(server, one);
+  take_kept_reports(server);
   if (server.event.exchange(false)) subscriptions_fetch(server.subscriptions, on_notification, &server);
   if (server.tracing > 0) serve_traces(server);
 }

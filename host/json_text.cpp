@@ -8,29 +8,37 @@ namespace json = boost::json;
 
 namespace {
 
-// Boost.JSON's parser tells its findings to such a handler; this one only wants to know that there was no error.
-struct NullHandler {
+// What Boost.JSON's parser hands its findings to. All that is kept of them are the facts.
+struct FactsHandler {
   static constexpr std::size_t max_object_size = SIZE_MAX;
   static constexpr std::size_t max_array_size = SIZE_MAX;
   static constexpr std::size_t max_key_size = SIZE_MAX;
   static constexpr std::size_t max_string_size = SIZE_MAX;
 
+  JsonFacts facts;
+
+  bool value() { return ++facts.values > 0; }
+  bool text(json::string_view part) {
+    facts.has_nul = facts.has_nul || part.find('\0') != json::string_view::npos;
+    return true;
+  }
+
   bool on_document_begin(json::error_code&) { return true; }
   bool on_document_end(json::error_code&) { return true; }
-  bool on_object_begin(json::error_code&) { return true; }
+  bool on_object_begin(json::error_code&) { return value(); }
   bool on_object_end(std::size_t, json::error_code&) { return true; }
-  bool on_array_begin(json::error_code&) { return true; }
+  bool on_array_begin(json::error_code&) { return value(); }
   bool on_array_end(std::size_t, json::error_code&) { return true; }
-  bool on_key_part(json::string_view, std::size_t, json::error_code&) { return true; }
-  bool on_key(json::string_view, std::size_t, json::error_code&) { return true; }
-  bool on_string_part(json::string_view, std::size_t, json::error_code&) { return true; }
-  bool on_string(json::string_view, std::size_t, json::error_code&) { return true; }
+  bool on_key_part(json::string_view part, std::size_t, json::error_code&) { return text(part); }
+  bool on_key(json::string_view part, std::size_t, json::error_code&) { return text(part); }
+  bool on_string_part(json::string_view part, std::size_t, json::error_code&) { return text(part); }
+  bool on_string(json::string_view part, std::size_t, json::error_code&) { return value() && text(part); }
   bool on_number_part(json::string_view, json::error_code&) { return true; }
-  bool on_int64(std::int64_t, json::string_view, json::error_code&) { return true; }
-  bool on_uint64(std::uint64_t, json::string_view, json::error_code&) { return true; }
-  bool on_double(double, json::string_view, json::error_code&) { return true; }
-  bool on_bool(bool, json::error_code&) { return true; }
-  bool on_null(json::error_code&) { return true; }
+  bool on_int64(std::int64_t, json::string_view, json::error_code&) { return value(); }
+  bool on_uint64(std::uint64_t, json::string_view, json::error_code&) { return value(); }
+  bool on_double(double, json::string_view, json::error_code&) { return value(); }
+  bool on_bool(bool, json::error_code&) { return value(); }
+  bool on_null(json::error_code&) { return value(); }
   bool on_comment_part(json::string_view, json::error_code&) { return true; }
   bool on_comment(json::string_view, json::error_code&) { return true; }
 };
@@ -107,12 +115,14 @@ std::size_t utf8_length(std::string_view text) {
 
 }  // namespace
 
-bool json_is_whole(std::string_view text, std::string* ret_error) {
-  static thread_local json::basic_parser<NullHandler> parser(options());
+bool json_is_whole(std::string_view text, std::string* ret_error, JsonFacts* ret_facts) {
+  static thread_local json::basic_parser<FactsHandler> parser(options());
   parser.reset();
+  parser.handler().facts = {};
   json::error_code failure;
   const std::size_t read = parser.write_some(false, text.data(), text.size(), failure);
   if (!failure && read < text.size()) failure = json::error::extra_data;
+  if (ret_facts != nullptr) *ret_facts = parser.handler().facts;
   if (!failure) return true;
   if (ret_error == nullptr) return false;
   *ret_error = "at byte " + std::to_string(read) + ": ";

@@ -9,8 +9,14 @@
 // Deepest nesting that is read. The plugin's own parser stops at 1000, so that nothing it could accept is refused here.
 inline constexpr std::size_t json_max_depth = 1024;
 
+// What is to be known of a text before it goes to the plugin.
+struct JsonFacts {
+  std::size_t values = 0;  // objects, arrays, texts, numbers, true, false and null, at all depths
+  bool has_nul = false;    // U+0000 stands in a text or a key: the plugin's parser would end the text there
+};
+
 // Whether the text is one whole JSON value in valid UTF-8. ret_error (may be null) says where and why not.
-bool json_is_whole(std::string_view text, std::string* ret_error = nullptr);
+bool json_is_whole(std::string_view text, std::string* ret_error = nullptr, JsonFacts* ret_facts = nullptr);
 
 // The rest of this header expects texts that json_is_whole has accepted, or parts of them.
 

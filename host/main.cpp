@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
@@ -12,8 +13,10 @@
 #include <optional>
 #include <thread>
 
+#include "log_relay.h"
 #include "private_paths.h"
 #include "server.h"
+#include "token.h"
 
 namespace fs = std::filesystem;
 
@@ -24,10 +27,11 @@ constexpr const char* help_text =
 
 Serves the TV-control plugin: JSON-RPC 2.0 by WebSocket and POST at /jsonrpc, GET and PUT on every URI, and the page at /.
 
-  --listen ADDR:PORT      where to listen (default 127.0.0.1:8080; port 0 takes a free one)
+  --listen ADDR:PORT      where to listen (default 127.0.0.1:8080; port 0 takes a free one; a port alone is on 127.0.0.1)
   --allow-origin ORIGIN   let pages from ORIGIN, such as http://localhost:5173, use this server; repeatable
   --web FOLDER            the built page
   --state FOLDER          where the virtual television keeps its state
+  --stick-root FOLDER     the folders in it can become USB sticks of the virtual television (default: your home)
   --plugin FILE           the plugin's library
   --platform FILE         the platform's library, instead of the virtual television
   --tap FILE              the tap's library
@@ -35,10 +39,15 @@ Serves the TV-control plugin: JSON-RPC 2.0 by WebSocket and POST at /jsonrpc, GE
   --no-private-paths      the machine's own /3rd/i18n and /dev/cli, as on a set; else this process alone is given some,
                           where the machine has none
   --no-cec                do not start HDMI-CEC
-  --max-message BYTES     longest request message (default 16777216)
+  --require-token         gets, sets and notifications need the token as well, which control commands always need
+  --max-message BYTES     longest request message (default 1048576)
   --max-connections N     connections at a time (default 256)
   --max-subscriptions N   notification URIs per client (default 1000)
   --max-requests N        requests waiting for the platform, of all clients (default 16384)
+  --header-time SECONDS   time for a request's line and headers (default 10)
+  --body-time SECONDS     time for a body, or a whole WebSocket message (default 20)
+  --reply-time SECONDS    time in which a client must read what it asked for (default 20)
+  --no-watchdog           do not end the process when its serving thread is stuck
   --quiet                 do not print the address
   --help, --version
 
@@ -68,6 +77,7 @@ enum Option {
   option_allow_origin,
   option_web,
   option_state,
+  option_stick_root,
   option_plugin,
   option_platform,
   option_tap,
@@ -78,6 +88,11 @@ enum Option {
   option_max_connections,
   option_max_subscriptions,
   option_max_requests,
+  option_header_time,
+  option_body_time,
+  option_reply_time,
+  option_require_token,
+  option_no_watchdog,
   option_quiet,
   option_help,
   option_version,
@@ -87,6 +102,7 @@ constexpr option long_options[] = {{"listen", required_argument, nullptr, option
                                    {"allow-origin", required_argument, nullptr, option_allow_origin},
                                    {"web", required_argument, nullptr, option_web},
                                    {"state", required_argument, nullptr, option_state},
+                                   {"stick-root", required_argument, nullptr, option_stick_root},
                                    {"plugin", required_argument, nullptr, option_plugin},
                                    {"platform", required_argument, nullptr, option_platform},
                                    {"tap", required_argument, nullptr, option_tap},
@@ -97,6 +113,11 @@ constexpr option long_options[] = {{"listen", required_argument, nullptr, option
                                    {"max-connections", required_argument, nullptr, option_max_connections},
                                    {"max-subscriptions", required_argument, nullptr, option_max_subscriptions},
                                    {"max-requests", required_argument, nullptr, option_max_requests},
+                                   {"header-time", required_argument, nullptr, option_header_time},
+                                   {"body-time", required_argument, nullptr, option_body_time},
+                                   {"reply-time", required_argument, nullptr, option_reply_time},
+                                   {"require-token", no_argument, nullptr, option_require_token},
+                                   {"no-watchdog", no_argument, nullptr, option_no_watchdog},
                                    {"quiet", no_argument, nullptr, option_quiet},
                                    {"help", no_argument, nullptr, option_help},
                                    {"version", no_argument, nullptr, option_version},
@@ -108,6 +129,13 @@ std::string take_option(int number, const char* value, Options& options) {
   const auto count = [&](std::size_t& ret_count) {
     return read_count(value, ret_count) ? std::string() : "\"" + std::string(value) + "\" is no number above 0";
   };
+  const auto seconds = [&](std::chrono::milliseconds& ret_time) {
+    std::size_t number_of = 0;
+    std::string refused = count(number_of);
+    if (refused.empty()) ret_time = std::chrono::seconds(std::min<std::size_t>(number_of, 86400));
+    return refused;
+  };
+  Limits& limits = options.server.limits;
   switch (number) {
     case option_listen:
       policy_read_listen(value, options.server.policy, wrong);
@@ -120,6 +148,9 @@ std::string take_option(int number, const char* value, Options& options) {
       return {};
     case option_state:
       options.stack.state_folder = value;
+      return {};
+    case option_stick_root:
+      options.stack.stick_root = value;
       return {};
     case option_plugin:
       options.stack.plugin = value;
@@ -140,13 +171,25 @@ std::string take_option(int number, const char* value, Options& options) {
       options.cec = false;
       return {};
     case option_max_message:
-      return count(options.server.max_message);
+      return count(limits.message_bytes);
     case option_max_connections:
-      return count(options.server.max_connections);
+      return count(limits.connections);
     case option_max_subscriptions:
-      return count(options.server.max_subscriptions);
+      return count(limits.subscriptions);
     case option_max_requests:
-      return count(options.server.max_requests);
+      return count(limits.requests);
+    case option_header_time:
+      return seconds(limits.header_time);
+    case option_body_time:
+      return seconds(limits.body_time);
+    case option_reply_time:
+      return seconds(limits.reply_time);
+    case option_require_token:
+      options.server.require_token = true;
+      return {};
+    case option_no_watchdog:
+      options.server.watchdog = false;
+      return {};
     case option_quiet:
       options.quiet = true;
       return {};
@@ -178,6 +221,13 @@ std::optional<int> read_options(int argc, char** argv, Options& options) {
   return 2;
 }
 
+// For how long the end waits for a reader of stdout or stderr that stalls.
+constexpr std::chrono::milliseconds log_patience{1000};
+
+struct LogEnd {
+  ~LogEnd() { log_relay_end(log_patience); }
+};
+
 // On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
 // process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
 // wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
@@ -198,6 +248,7 @@ void wait_for_signal(Server& server, const sigset_t& signals) {
     break;
   }
   fprintf(stderr, "dtv-host: %s\n", reason);
+  log_relay_end(log_patience);
   _exit(0);
 }
 
@@ -219,7 +270,10 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  for (const int number : {SIGPIPE, SIGHUP, SIGUSR1, SIGUSR2}) signal(number, SIG_IGN);
+
+  log_relay_start({});  // starts threads, so after private_paths_enter
+  const LogEnd log_end;
 
   Stack stack;
   std::string error;
@@ -227,23 +281,30 @@ int main(int argc, char** argv) {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;
   }
-  private_paths_connect(paths, stack.tv_command);
-  if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
-    fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
-
-  static Server server;
-  if (!server_start(server, options.server, stack, error)) {
+  if (!token_read(options.stack.state_folder, options.server.token, error)) {
     stack_stop(stack);
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;
   }
+  private_paths_connect(paths, stack.tv_command);
+  if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
+    fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
+
+  Server* server = server_start(options.server, stack, error);
+  if (server == nullptr) {
+    stack_stop(stack);
+    fprintf(stderr, "dtv-host: %s\n", error.c_str());
+    return 1;
+  }
+  if (!policy_is_local(server_policy(*server)))
+    fputs("dtv-host: listening beyond this machine, without encryption: whoever reaches it can use the set\n", stderr);
   if (!options.quiet) {
-    printf("dtv-host: http://%s/\n", policy_authority(server.options.policy).c_str());
+    printf("dtv-host: http://%s/#token=%s\n", policy_authority(server_policy(*server)).c_str(),
+           options.server.token.c_str());
     fflush(stdout);
   }
-  std::thread(wait_for_signal, std::ref(server), signals).detach();
-  server_run(server);
-  server_say_goodbye(server);
+  std::thread(wait_for_signal, std::ref(*server), signals).detach();
+  server_run(*server);
   stack_stop(stack);
   server_end(server);
   return 0;

@@ -2,29 +2,31 @@
 
 #include <utility>
 
+#include "bounds.h"
 #include "rpc.h"
 
 namespace {
 
-constexpr std::size_t chunk_bytes = 64 * 1024;
+constexpr char final_text_frame = '\x81';
+constexpr std::size_t short_header = 2;   // for texts below 126 bytes
+constexpr std::size_t middle_header = 4;  // below 65,536 bytes
+constexpr std::size_t long_header = 10;
+
+// Writes the header of a frame into room for it.
+void write_header(char* at, std::size_t header, std::size_t length) {
+  at[0] = final_text_frame;
+  at[1] = static_cast<char>(header == short_header ? length : header == middle_header ? 126 : 127);
+  for (std::size_t i = header; i-- > 2; length >>= 8) at[i] = static_cast<char>(length & 0xFF);
+}
+
+std::size_t header_of(std::size_t length) {
+  return length < 126 ? short_header : length < 65536 ? middle_header : long_header;
+}
 
 void append_frame(std::string& chunk, std::string_view text) {
-  constexpr char final_text_frame = '\x81';
-  chunk += final_text_frame;
-  const std::size_t length = text.size();
-  int length_bytes = 0;
-  if (length < 126) {
-    chunk += static_cast<char>(length);
-  } else if (length < 65536) {
-    chunk += static_cast<char>(126);
-    length_bytes = 2;
-  } else {
-    chunk += static_cast<char>(127);
-    length_bytes = 8;
-  }
-  for (int i = length_bytes - 1; i >= 0; --i)
-    chunk += static_cast<char>((static_cast<std::uint64_t>(length) >> (8 * i)) & 0xFF);
-  chunk += text;
+  char header[long_header];
+  write_header(header, header_of(text.size()), text.size());
+  chunk.append(header, header_of(text.size())).append(text);
 }
 
 void drop_front(Outbox& outbox) {
@@ -36,23 +38,39 @@ void drop_front(Outbox& outbox) {
 
 std::string ws_frame(std::string_view text) {
   std::string frame;
-  frame.reserve(text.size() + 10);
+  frame.reserve(text.size() + long_header);
   append_frame(frame, text);
   return frame;
 }
 
 void outbox_reply(Outbox& outbox, std::string_view text) {
-  if (outbox.replies.empty() || outbox.replies.back().size() + text.size() > chunk_bytes)
-    outbox.replies.emplace_back(outbox_pad, '\0');
-  const std::size_t before = outbox.replies.back().size();
-  append_frame(outbox.replies.back(), text);
-  outbox.replies_bytes += outbox.replies.back().size() - before;
+  outbox_open_reply(outbox).append(text);
+  outbox_close_reply(outbox);
 }
 
-void outbox_notice(Outbox& outbox, const OutboxLimits& limits, Notice notice) {
+std::string& outbox_open_reply(Outbox& outbox) {
+  constexpr std::size_t usual_bytes = 512;
+  if (outbox.replies.empty() || outbox.replies.back().size() >= limit_chunk_bytes)
+    outbox.replies.emplace_back().reserve(usual_bytes);
+  std::string& chunk = outbox.replies.back();
+  outbox.open_at = chunk.size();
+  return chunk.append(middle_header, '\0');  // what most replies need
+}
+
+void outbox_close_reply(Outbox& outbox) {
+  std::string& chunk = outbox.replies.back();
+  const std::size_t length = chunk.size() - outbox.open_at - middle_header;
+  const std::size_t header = header_of(length);
+  if (header < middle_header) chunk.erase(outbox.open_at, middle_header - header);
+  if (header > middle_header) chunk.insert(outbox.open_at, header - middle_header, '\0');
+  write_header(chunk.data() + outbox.open_at, header, length);
+  outbox.replies_bytes += header + length;
+}
+
+void outbox_notice(Outbox& outbox, Notice notice) {
   outbox.notices_bytes += notice.frame->size();
   outbox.notices.push_back(std::move(notice));
-  while (outbox.notices.size() > limits.notices || outbox.notices_bytes > limits.notices_bytes) {
+  while (outbox.notices.size() > limit_client_notices || outbox.notices_bytes > limit_client_notice_bytes) {
     drop_front(outbox);
     ++outbox.dropped;
   }
@@ -66,18 +84,18 @@ void outbox_forget(Outbox& outbox, const char* uri) {
   });
 }
 
-std::string outbox_take(Outbox& outbox) {
-  if (!outbox.replies.empty()) {
+std::string outbox_take(Outbox& outbox, bool& ret_replies) {
+  ret_replies = !outbox.replies.empty();
+  if (ret_replies) {
     std::string chunk = std::move(outbox.replies.front());
     outbox.replies.pop_front();
-    outbox.replies_bytes -= chunk.size() - outbox_pad;
+    outbox.replies_bytes -= chunk.size();
     return chunk;
   }
-  if (outbox.notices.empty() && outbox.dropped == 0) return {};
-  std::string chunk(outbox_pad, '\0');
+  std::string chunk;
   if (outbox.dropped > 0) append_frame(chunk, rpc_overflow(std::exchange(outbox.dropped, 0)));
   while (!outbox.notices.empty() &&
-         (chunk.size() == outbox_pad || chunk.size() + outbox.notices.front().frame->size() <= chunk_bytes)) {
+         (chunk.empty() || chunk.size() + outbox.notices.front().frame->size() <= limit_chunk_bytes)) {
     chunk += *outbox.notices.front().frame;
     drop_front(outbox);
   }

@@ -130,6 +130,25 @@ std::string policy_refuses(const Policy& policy, std::string_view host, std::str
          std::string(origin) + " to let them";
 }
 
+bool policy_is_cross_site(std::string_view origin, std::string_view fetch_site, bool top_level) {
+  return origin.empty() && (fetch_site == "cross-site" || fetch_site == "same-site") && !top_level;
+}
+
+bool policy_is_token(std::string_view shown, std::string_view token) {
+  if (token.empty() || shown.size() != token.size()) return false;
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < token.size(); ++i) difference |= static_cast<unsigned char>(shown[i] ^ token[i]);
+  return difference == 0;
+}
+
+bool policy_shows_token(std::string_view authorization, std::string_view token) {
+  constexpr std::string_view scheme = "bearer ";
+  return lower(authorization.substr(0, scheme.size())) == scheme &&
+         policy_is_token(authorization.substr(scheme.size()), token);
+}
+
+bool policy_is_local(const Policy& policy) { return is_loopback(policy.address); }
+
 bool policy_is_foreign(const Policy& policy, std::string_view origin) {
   return std::ranges::find(policy.allowed_origins, origin) != policy.allowed_origins.end();
 }

@@ -42,8 +42,9 @@ bool is_allowed(const WantedPaths& wanted) {
 
 PrivatePaths private_paths_enter(const std::string& state_folder) {
   WantedPaths wanted;
+  std::string told_later;  // by the set's start, which makes it where it is still missing
+  if (!state_folder.empty()) stack_make_state_folder(state_folder, told_later);
   std::error_code failure;
-  if (!state_folder.empty()) fs::create_directories(state_folder, failure);  // the set's start tells of a failure
   const std::string language_folder =
       stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n");
   if (!fs::exists(plugin_languages, failure)) {

@@ -1,16 +1,19 @@
 #include "rpc.h"
 
 #include <algorithm>
+#include <charconv>
 #include <optional>
 #include <span>
+#include <system_error>
 
+#include "bounds.h"
 #include "dtv_js_plugin.h"
 #include "json_text.h"
 #include "nearest.h"
 
 namespace {
 
-enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words };
+enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words, token };
 
 struct ParamRow {
   std::string_view name;
@@ -33,6 +36,7 @@ constexpr ParamRow set_params[] = {{.name = "uri", .kind = ParamKind::uri, .requ
 constexpr ParamRow subscribe_params[] = {{.name = "uri", .kind = ParamKind::notifying_uri, .required = true}};
 constexpr ParamRow unsubscribe_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
 constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true}};
+constexpr ParamRow authorize_params[] = {{.name = "token", .kind = ParamKind::token, .required = true}};
 constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true}};
 
 constexpr MethodRow methods[] = {
@@ -43,11 +47,13 @@ constexpr MethodRow methods[] = {
     {.name = "list", .method = RpcMethod::list, .params = {}},
     {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
     {.name = "tv", .method = RpcMethod::tv, .params = tv_params},
+    {.name = "authorize", .method = RpcMethod::authorize, .params = authorize_params},
 };
 
 constexpr std::string_view wanted(ParamKind kind) {
   switch (kind) {
     case ParamKind::uri:
+    case ParamKind::token:
       return "a string";
     case ParamKind::notifying_uri:
       return "a URI that notifies, such as /tv/ws/notify/volume_ctrl";
@@ -68,6 +74,7 @@ bool is_wanted(ParamKind kind, std::string_view value) {
   switch (kind) {
     case ParamKind::uri:
     case ParamKind::notifying_uri:
+    case ParamKind::token:
       return given == JsonKind::string;
     case ParamKind::object:
       return given == JsonKind::object;
@@ -101,6 +108,17 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
                    "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
 }
 
+// What speaks against handing a whole JSON text to the set; none: nothing does.
+RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
+  if (facts.values > limit_parameter_values) {
+    ret_error = "a parameter may have " + std::to_string(limit_parameter_values) + " values";
+    return RpcError::limit;
+  }
+  if (!facts.has_nul) return RpcError::none;
+  ret_error = "no text may hold the character U+0000, at which the set would end it";
+  return RpcError::invalid_params;
+}
+
 void plugin_text(std::string_view parameter, std::string& ret_text) {
   ret_text.reserve(parameter.size() + 14);
   ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
@@ -130,6 +148,9 @@ void take_param(const ParamRow& row, std::string_view method, std::string_view v
     case ParamKind::uri:
     case ParamKind::notifying_uri:
       take_uri(row, method, value, catalogue, request);
+      return;
+    case ParamKind::token:
+      request.token = json_string(value);
       return;
     case ParamKind::object:
     case ParamKind::object_or_null:
@@ -219,7 +240,22 @@ RpcRequest read_request(std::string_view text, const Catalogue& catalogue) {
   return request;
 }
 
-void append_number(std::string& text, std::int64_t number) { text += std::to_string(number); }
+// Refuses a request whose parameter, or one of whose words, the set cannot be handed.
+void refuse_unfit(RpcRequest& request) {
+  if (!request.error.empty() || request.call.text.empty()) return;
+  JsonFacts facts;
+  json_is_whole(request.call.text, nullptr, &facts);
+  if (request.call.kind != CallKind::control) --facts.values;  // the object around the parameter
+  std::string message;
+  if (const RpcError refused = unfit(facts, message); refused != RpcError::none)
+    request.error = rpc_error(request.id, refused, message);
+}
+
+void append_number(std::string& text, std::int64_t number) {
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number);
+  text.append(digits, static_cast<std::size_t>(end.ptr - digits));
+}
 
 }  // namespace
 
@@ -232,33 +268,40 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
     request.id = "null";
     request.error = rpc_error("null", code, message);
   };
-  if (std::string wrong; !json_is_whole(text, &wrong)) return refuse(RpcError::parse, "not JSON, " + wrong);
+  JsonFacts facts;
+  if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::parse, "not JSON, " + wrong);
+  const bool doubtful = facts.has_nul || facts.values > limit_parameter_values;
+  const auto add = [&](std::string_view request) {
+    ret_message.requests.push_back(read_request(request, catalogue));
+    if (doubtful) refuse_unfit(ret_message.requests.back());
+  };
   if (json_kind(text) != JsonKind::array) {
     text.remove_prefix(text.find_first_not_of(" \t\r\n"));
-    ret_message.requests.push_back(read_request(text, catalogue));
-    return;
+    return add(text);
   }
   text.remove_prefix(text.find('['));
   while (const auto element = json_next_element(text)) {
     if (ret_message.requests.size() == rpc_batch_max)
       return refuse(RpcError::limit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
-    ret_message.requests.push_back(read_request(*element, catalogue));
+    add(*element);
   }
   if (ret_message.requests.empty()) return refuse(RpcError::invalid_request, "the batch is empty");
   ret_message.batch = true;
 }
 
-bool rpc_plugin_text(std::string_view parameter, std::string& ret_text, std::string& ret_error) {
-  if (std::string wrong; !json_is_whole(parameter, &wrong)) {
+RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std::string& ret_error) {
+  JsonFacts facts;
+  if (std::string wrong; !json_is_whole(parameter, &wrong, &facts)) {
     ret_error = "not JSON, " + wrong;
-    return false;
+    return RpcError::parse;
   }
   if (json_kind(parameter) != JsonKind::object) {
     ret_error = "the parameter must be an object, such as {\"REQUEST\":\"MODIFY\",\"VALUE\":20}";
-    return false;
+    return RpcError::invalid_params;
   }
-  plugin_text(parameter, ret_text);
-  return true;
+  const RpcError refused = unfit(facts, ret_error);
+  if (refused == RpcError::none) plugin_text(parameter, ret_text);
+  return refused;
 }
 
 std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data) {
@@ -267,39 +310,48 @@ std::string rpc_error(std::string_view id, RpcError code, std::string_view messa
   append_number(reply, static_cast<std::int64_t>(code));
   reply.append(",\"message\":").append(json_quote(message));
   if (!data.empty()) reply.append(",\"data\":").append(data);
-  return reply += "}}";
+  reply += "}}";
+  return reply;
 }
 
 std::string rpc_result(std::string_view id, std::string_view result) {
   std::string reply;
   reply.reserve(id.size() + result.size() + 40);
   reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":").append(result);
-  return reply += '}';
+  reply += '}';
+  return reply;
 }
 
-std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome) {
-  if (outcome.broken)
-    return rpc_error(id, RpcError::broken_text, rpc_broken_message(outcome),
-                     "{\"length\":" + std::to_string(outcome.text.size()) + "}");
+void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome) {
+  if (outcome.not_kept != 0) {
+    reply += rpc_error(id, RpcError::platform, rpc_not_kept_message(outcome));
+    return;
+  }
+  if (outcome.broken) {
+    reply += rpc_error(id, RpcError::broken_text, rpc_broken_message(outcome),
+                       "{\"length\":" + std::to_string(outcome.text.size()) + "}");
+    return;
+  }
   if (call.kind == CallKind::control) {
     std::string_view rest = outcome.text;
     while (const auto member =
                json_kind(outcome.text) == JsonKind::object ? json_next_member(rest) : std::optional<JsonMember>())
-      if (json_string_is(member->key, "error"))
-        return rpc_error(
+      if (json_string_is(member->key, "error")) {
+        reply += rpc_error(
             id, RpcError::platform,
             json_kind(member->value) == JsonKind::string ? json_string(member->value) : std::string(member->value));
-    return rpc_result(id, outcome.text);
+        return;
+      }
+    reply += rpc_result(id, outcome.text);
+    return;
   }
 
-  std::string reply;
-  reply.reserve(id.size() + outcome.text.size() + outcome.lines.size() + 100);
   reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":{\"ret\":");
   append_number(reply, outcome.ret);
   if (call.kind == CallKind::get)
     reply.append(",\"response\":").append(outcome.text.empty() ? "null" : std::string_view(outcome.text));
   if (call.traced) reply.append(",\"calls\":[").append(outcome.lines).append("]");
-  return reply += "}}";
+  reply += "}}";
 }
 
 std::string rpc_unknown_uri(const Catalogue& catalogue, std::string_view uri, std::string& ret_message) {
@@ -321,6 +373,10 @@ std::string rpc_broken_message(const Outcome& outcome) {
          (outcome.text.size() >= DTV_JSP_RESPONSE_MAX ? "cut at its longest" : "not JSON") + ", " + wrong;
 }
 
+std::string rpc_not_kept_message(const Outcome& outcome) {
+  return "the change is made, but not kept on the disk: " + std::generic_category().message(outcome.not_kept);
+}
+
 std::string rpc_notify(std::string_view uri, std::string_view text) {
   std::string notification;
   notification.reserve(uri.size() + text.size() + 80);
@@ -333,7 +389,8 @@ std::string rpc_notify(std::string_view uri, std::string_view text) {
         .append(",\"data\":{\"length\":")
         .append(std::to_string(text.size()))
         .append("}}");
-  return notification += "}}";
+  notification += "}}";
+  return notification;
 }
 
 std::string rpc_trace(std::string_view line) {

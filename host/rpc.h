@@ -9,9 +9,10 @@
 #include "calls.h"
 #include "catalogue.h"
 
-enum class RpcMethod { get, set, subscribe, unsubscribe, list, trace, tv };
+enum class RpcMethod { get, set, subscribe, unsubscribe, list, trace, tv, authorize };
 
 enum class RpcError {
+  none = 0,
   parse = -32700,
   invalid_request = -32600,
   unknown_method = -32601,
@@ -21,6 +22,7 @@ enum class RpcError {
   limit = -32003,
   platform = -32004,
   busy = -32005,
+  forbidden = -32006,
 };
 
 // One request of a message. It owns its texts and outlives the message; uri is the catalogue's.
@@ -29,6 +31,7 @@ struct RpcRequest {
   std::string id;     // JSON text as the client wrote it; empty: a notification, which gets no reply
   Call call;          // get, set, tv; of the other methods only call.uri
   bool on = false;    // trace
+  std::string token;  // authorize
   std::string error;  // not empty: the request is refused with this finished reply
 };
 
@@ -43,19 +46,23 @@ inline constexpr std::size_t rpc_batch_max = 1000;
 // Reads one message. Whatever it is, ret_message has at least one request, an error if nothing else.
 void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret_message);
 
-// Reads a URI's parameter and makes the plugin's text of it. Returns false, with a message, when it is no object.
-bool rpc_plugin_text(std::string_view parameter, std::string& ret_text, std::string& ret_error);
+// Reads a URI's parameter and makes the plugin's text of it. Where it cannot, returns what it is refused with and a
+// message.
+RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std::string& ret_error);
 
 // Replies. id is JSON text; data is JSON text or empty.
 std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data = {});
 std::string rpc_result(std::string_view id, std::string_view result);
-std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome);
+void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome);
 
 // The error object's data for a URI that is not registered, and what to say of it.
 std::string rpc_unknown_uri(const Catalogue& catalogue, std::string_view uri, std::string& ret_message);
 
 // The message about a plugin's text that is not whole.
 std::string rpc_broken_message(const Outcome& outcome);
+
+// The message about a change that did not get to the disk.
+std::string rpc_not_kept_message(const Outcome& outcome);
 
 // Notifications of this server. text: the plugin's, passed on as it is when it is whole.
 std::string rpc_notify(std::string_view uri, std::string_view text);

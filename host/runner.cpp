@@ -1,47 +1,105 @@
 #include "runner.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+
+#include "log_relay.h"
 
 namespace {
 
-constexpr std::int64_t slow_ns = 2'000'000;    // a call that takes longer costs the thread the lead
+using Clock = std::chrono::steady_clock;
+
+constexpr std::int64_t slow_ns = std::chrono::nanoseconds(limit_call_time).count();
 constexpr std::int64_t budget_ns = 1'000'000;  // then sockets are looked at again
-constexpr auto tick = std::chrono::milliseconds(1);
-constexpr int ticks_until_doze = 50;  // without any call
+constexpr auto tick = limit_call_time;
+// A tick that took longer tells of a process that was stopped, not of a leader that was stuck.
+constexpr std::chrono::milliseconds longest_tick{100};
 
 std::int64_t now_ns() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
 }
 
-std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::control ? 1 : 0; }
+constexpr std::size_t plugin_lane = 0;
+constexpr std::size_t control_lane = 1;
+
+std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::control ? control_lane : plugin_lane; }
 
 // What a waiting job holds of the memory that all of them may take.
 std::size_t size_of(const Job& job) { return sizeof job + job.id.size() + job.call.text.size(); }
 
-auto next_job(Runner& runner) {
-  return std::ranges::find_if(runner.jobs, [&](const Job& job) { return !runner.busy[lane_of(job)]; });
+Lane* next_lane(Runner& runner) {
+  // Control comes first: its commands are few, and may be what frees the other lane.
+  for (const std::size_t lane : {control_lane, plugin_lane})
+    if (runner.lanes[lane].jobs > 0 && !runner.lanes[lane].busy) return &runner.lanes[lane];
+  return nullptr;
 }
 
-// Ends a nap early where a call comes, or stop; one such wait per burst of calls.
-void doze(Runner& runner, std::int64_t seen) {
-  std::unique_lock lock(runner.mutex);
-  runner.dozing.store(true);
-  if (runner.calling_since.load() == seen && !runner.stop)
-    runner.roused.wait(lock, [&] { return runner.calling_since.load() != seen || runner.stop; });
-  runner.dozing.store(false);
+// A client's turn ends after a few calls, or after a slow one.
+void end_turn(Lane& lane) { lane.in_turn = limit_calls_in_turn; }
+
+// Whose job take_job takes.
+std::uint64_t next_client(const Lane& lane) {
+  return lane.turns.size() > 1 && lane.in_turn >= limit_calls_in_turn ? lane.turns[1] : lane.turns[0];
+}
+
+Job take_job(Runner& runner, Lane& lane) {
+  const std::uint64_t client = next_client(lane);
+  if (lane.in_turn >= limit_calls_in_turn) {
+    lane.turns.push_back(lane.turns.front());
+    lane.turns.pop_front();
+    lane.in_turn = 0;
+  }
+  const auto queue = lane.waiting.find(client);
+  Job job = std::move(queue->second.front());
+  queue->second.pop_front();
+  --lane.jobs;
+  runner.jobs_bytes -= size_of(job);
+  ++lane.in_turn;
+  if (queue->second.empty()) {
+    lane.waiting.erase(queue);
+    lane.turns.pop_front();
+    lane.in_turn = 0;
+  }
+  return job;
+}
+
+void leave_process(const char* text) {
+  constexpr std::chrono::milliseconds log_patience(1000);
+  constexpr int internal_software_error = 70;  // EX_SOFTWARE
+  fputs(text, stderr);
+  log_relay_end(log_patience);
+  _exit(internal_software_error);
 }
 
 }  // namespace
 
-void runner_add(Runner& runner, Job job) {
+RunnerAdd runner_add(Runner& runner, Job& job, std::size_t most) {
+  const std::size_t number = lane_of(job);
+  Lane& lane = runner.lanes[number];
+  if (lane.jobs >= (number == control_lane ? limit_control_requests : most) || runner.jobs_bytes >= limit_waiting_bytes)
+    return RunnerAdd::full;
+  const auto queue = lane.waiting.find(job.client);
+  if (number == control_lane && queue != lane.waiting.end() &&
+      queue->second.size() >= limit_control_requests_per_client)
+    return RunnerAdd::full_for_client;
+  if (queue == lane.waiting.end()) lane.turns.push_back(job.client);
   runner.jobs_bytes += size_of(job);
-  runner.jobs.push_back(std::move(job));
+  ++lane.jobs;
+  lane.waiting[job.client].push_back(std::move(job));
+  return RunnerAdd::added;
 }
 
 bool runner_has_work(const Runner& runner) {
-  return std::ranges::any_of(runner.jobs, [&](const Job& job) { return !runner.busy[lane_of(job)]; });
+  return std::ranges::any_of(runner.lanes, [](const Lane& lane) { return lane.jobs > 0 && !lane.busy; });
+}
+
+std::size_t runner_waiting(const Runner& runner) {
+  std::size_t jobs = 0;
+  for (const Lane& lane : runner.lanes) jobs += lane.jobs;
+  return jobs;
 }
 
 bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
@@ -50,20 +108,14 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
   std::int64_t now = now_ns();
   const std::int64_t end = now + budget_ns;
   while (now < end) {
-    const auto next = next_job(runner);
-    if (next == runner.jobs.end()) return true;
-    Job job = std::move(*next);
-    runner.jobs.erase(next);
-    runner.jobs_bytes -= size_of(job);
-    const std::size_t lane = lane_of(job);
-    runner.busy[lane] = true;
+    Lane* const lane = next_lane(runner);
+    if (lane == nullptr) return true;
+    Job job = take_job(runner, *lane);
+    lane->busy = true;
 
+    runner.turns.fetch_add(1, std::memory_order_relaxed);
     runner.calling_since.store(now);
     runner.calling.store(self);
-    if (runner.dozing.load()) {
-      const std::lock_guard lock(runner.mutex);
-      runner.roused.notify_one();
-    }
     call_run(*runner.stack, *runner.tracer, job.call, outcome);
     // Where another thread has taken the lead, calling is no longer this thread's number.
     if (unsigned still = self; !runner.calling.compare_exchange_strong(still, 0)) {
@@ -74,9 +126,9 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
       runner.wake(context);
       return false;
     }
-    runner.busy[lane] = false;
-    const auto after = next_job(runner);
-    deliver(context, job, outcome, after != runner.jobs.end() && after->client == job.client);
+    lane->busy = false;
+    const Lane* const next = next_lane(runner);
+    deliver(context, job, outcome, next != nullptr && next_client(*next) == job.client);
     now = now_ns();
   }
   return true;
@@ -88,32 +140,72 @@ void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished) {
     const std::lock_guard lock(runner.mutex);
     ret_finished.swap(runner.finished);
   }
-  for (const Finished& one : ret_finished) runner.busy[lane_of(one.job)] = false;
+  for (const Finished& one : ret_finished) {
+    Lane& lane = runner.lanes[lane_of(one.job)];
+    lane.busy = false;
+    if (!lane.turns.empty() && lane.turns.front() == one.job.client) end_turn(lane);
+  }
 }
 
+void runner_begin_turn(Runner& runner) {
+  runner.turns.fetch_add(1);
+  if (!runner.resting.exchange(false)) return;
+  if (!runner.dozing.load()) return;
+  const std::lock_guard lock(runner.mutex);
+  runner.roused = true;
+  runner.watcher.notify_one();
+}
+
+void runner_rest(Runner& runner) { runner.resting.store(true); }
+
 bool runner_stand_by(Runner& runner) {
-  const std::lock_guard watching(runner.watch_mutex);
-  std::int64_t seen = runner.calling_since.load();
-  int idle = 0;
-  for (;;) {
-    {
-      std::unique_lock lock(runner.mutex);
-      if (runner.roused.wait_for(lock, tick, [&] { return runner.stop; })) return false;
-    }
+  std::unique_lock lock(runner.mutex);
+  runner.standby.wait(lock, [&] { return runner.vacant || runner.stop; });
+  if (runner.stop) return false;
+  runner.vacant = false;
+  return true;
+}
+
+void runner_watch(Runner& runner) {
+  std::unique_lock lock(runner.mutex);
+  std::uint64_t seen = 0;
+  std::chrono::nanoseconds stuck{0};
+  auto last = Clock::now();
+  while (!runner.watcher.wait_for(lock, tick, [&] { return runner.stop; })) {
+    const auto now = Clock::now();
+    const auto passed = std::min<std::chrono::nanoseconds>(now - last, longest_tick);
+    last = now;
+
     unsigned leader = runner.calling.load();
     const std::int64_t since = runner.calling_since.load();
     // A call that began after these two loads may be taken for the slow one: it then merely changes threads.
-    if (leader != 0 && now_ns() - since > slow_ns && runner.calling.compare_exchange_strong(leader, 0)) return true;
-    idle = leader != 0 || since != seen ? 0 : idle + 1;
-    seen = since;
-    if (idle < ticks_until_doze) continue;
-    doze(runner, seen);
-    idle = 0;
+    if (leader != 0 && now_ns() - since > slow_ns && runner.calling.compare_exchange_strong(leader, 0)) {
+      runner.vacant = true;
+      runner.standby.notify_one();
+    }
+
+    const std::uint64_t turns = runner.turns.load();
+    const bool quiet = turns == seen;
+    seen = turns;
+    stuck =
+        quiet && leader == 0 && !runner.resting.load() && !runner.vacant ? stuck + passed : std::chrono::nanoseconds(0);
+    if (runner.watchdog && stuck > runner.turn_time)
+      return (runner.stuck != nullptr ? runner.stuck : leave_process)(
+          "dtv-host: the serving thread is stuck; leaving, so that a supervisor can start again (--no-watchdog)\n");
+
+    if (!quiet || leader != 0 || !runner.resting.load()) continue;
+    runner.dozing.store(true);
+    // The leader may have begun a turn before it could see that this thread dozes.
+    if (runner.resting.load()) runner.watcher.wait(lock, [&] { return runner.roused || runner.stop; });
+    runner.dozing.store(false);
+    runner.roused = false;
+    last = Clock::now();
   }
 }
 
 void runner_stop(Runner& runner) {
   const std::lock_guard lock(runner.mutex);
   runner.stop = true;
-  runner.roused.notify_all();
+  runner.watcher.notify_all();
+  runner.standby.notify_all();
 }

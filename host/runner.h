@@ -4,7 +4,10 @@
 // the slow call delivers its outcome through a queue when the platform returns, and stands by again.
 //
 // The plugin serves one request at a time, the virtual television's control is a second lane beside it. A lane with a
-// slow call waits for it; the other lane, and everything that calls nothing, go on.
+// slow call waits for it; the other lane, and everything that calls nothing, go on. In a lane the clients take turns.
+//
+// One more thread watches the leader: it hands the lead over when a call is slow, and ends the process when the leader
+// is stuck outside of a call. It sleeps while the leader does.
 #pragma once
 
 #include <array>
@@ -14,8 +17,10 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "bounds.h"
 #include "calls.h"
 
 struct Job {
@@ -35,33 +40,52 @@ struct Finished {
 inline constexpr std::size_t runner_lanes = 2;
 inline constexpr unsigned runner_threads = runner_lanes + 1;
 
+struct Lane {
+  std::unordered_map<std::uint64_t, std::deque<Job>> waiting;  // by client; no queue is empty
+  std::deque<std::uint64_t> turns;                             // the clients with waiting jobs; the first has its turn
+  unsigned in_turn = 0;                                        // jobs that it has had in this turn
+  std::size_t jobs = 0;                                        // of all clients
+  bool busy = false;                                           // a thread that lost the lead is in a call of this lane
+};
+
 struct Runner {
   const Stack* stack;
   Tracer* tracer;
   void (*wake)(void* context);  // makes the leader return from its wait; called from any thread
   void* context;
+  bool watchdog = true;
+  std::chrono::milliseconds turn_time = limit_turn_time;
+  void (*stuck)(const char* text) =
+      nullptr;  // called on the watching thread when the leader is stuck; null: ends the process
 
   // The leader's own. A thread that takes the lead sees what the last leader left.
-  std::deque<Job> jobs;
-  std::array<bool, runner_lanes> busy{};  // a thread that lost the lead is in a call of this lane
+  std::array<Lane, runner_lanes> lanes;
   std::size_t jobs_bytes = 0;
 
   std::atomic<unsigned> calling{0};            // the leading thread's number while it is in a call, else 0
   std::atomic<std::int64_t> calling_since{0};  // steady clock, ns; changes with each call
-  std::atomic<bool> dozing{false};             // the watching thread sleeps until a call is made
+  std::atomic<bool> resting{false};            // the leader waits for something to happen
+  std::atomic<std::uint64_t> turns{0};         // how often it has stopped resting, and how many calls it has made
+  std::atomic<bool> dozing{false};             // the watching thread sleeps until the leader stops resting
 
-  std::mutex mutex;                // guards what follows
-  std::condition_variable roused;  // a call was made while the watching thread dozed, or stop
+  std::mutex mutex;                 // guards what follows
+  std::condition_variable watcher;  // the leader has stopped resting while the watching thread dozed; or stop
+  std::condition_variable standby;  // the lead is vacant; or stop
+  bool roused = false;
+  bool vacant = false;
   std::vector<Finished> finished;  // of threads that had lost the lead
   bool stop = false;
-
-  std::mutex watch_mutex;  // held by the one standing-by thread that watches; the others wait for it here
 };
 
-void runner_add(Runner& runner, Job job);
+enum class RunnerAdd { added, full, full_for_client };
 
-// Whether a job could run now.
+// Leader: queues a job, unless its lane, or this client's share of the control lane, is full. most: the plugin's lane.
+RunnerAdd runner_add(Runner& runner, Job& job, std::size_t most);
+
+// Leader: whether a job could run now.
 bool runner_has_work(const Runner& runner);
+
+std::size_t runner_waiting(const Runner& runner);
 
 // Leader: runs waiting jobs for about a millisecond. deliver is called on the leader for each, with more telling
 // whether the next one is for the same client. Returns false when this thread, number self (from 1), has lost the
@@ -72,8 +96,15 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver);
 // Leader: takes what the slow calls have brought.
 void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished);
 
+// Leader: tells the watching thread that a turn begins, and that it rests until the next one.
+void runner_begin_turn(Runner& runner);
+void runner_rest(Runner& runner);
+
 // Waits until this thread leads; false: it is time to stop.
 bool runner_stand_by(Runner& runner);
+
+// What the watching thread does, until runner_stop.
+void runner_watch(Runner& runner);
 
 // Lets all threads return. A slow call is waited for by joining its thread.
 void runner_stop(Runner& runner);

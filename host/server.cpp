@@ -1,76 +1,154 @@
 #include "server.h"
 
+#include <malloc.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <system_error>
+#include <utility>
+
+#include "network.h"
 
 namespace {
 
-constexpr unsigned read_bytes = 64 * 1024;
-constexpr std::size_t frame_bytes = 16 * 1024;  // handed over at once; longer messages come in pieces
-constexpr std::size_t write_bytes = 256 * 1024;
-
-void wake(void* context) {
-  auto& server = *static_cast<Server*>(context);
-  if (!server.woken.exchange(true)) lws_cancel_service(server.context);
-}
+using std::chrono::steady_clock;
 
 // On the platform's thread that called back, or the leader's by its timer.
 void on_event(void* context) {
   auto& server = *static_cast<Server*>(context);
   server.event.store(true);
-  wake(context);
+  server_wake(server);
+}
+
+// On the television's thread that brings changes to the disk.
+void on_kept(void* context, std::uint64_t change, std::int32_t failure) {
+  auto& server = *static_cast<Server*>(context);
+  {
+    const std::lock_guard lock(server.kept_mutex);
+    server.kept_reports.push_back({.change = change, .failure = failure});
+  }
+  server_wake(server);
 }
 
 void deliver(void* context, Job& job, Outcome& outcome, bool more) {
   auto& server = *static_cast<Server*>(context);
+  const std::uint64_t id = job.client;
   server_deliver(server, job, outcome);
   if (more) return;
   // Sent before the next client's call, which might take its time.
-  if (const auto found = server.clients.find(job.client); found != server.clients.end())
-    server_flush(server, *found->second);
+  if (const auto found = server.clients.find(id); found != server.clients.end()) server_flush(server, *found->second);
 }
 
+// Sends what clients have waiting, and lets those go on that were left in the middle of what they sent; for about a
+// millisecond, since others wait to be read.
 void flush_dirty(Server& server) {
+  constexpr std::chrono::milliseconds budget(1);
+  if (server.dirty.empty()) return;
+  const auto end = steady_clock::now() + budget;
   std::vector<std::uint64_t> dirty;
   dirty.swap(server.dirty);
-  for (const std::uint64_t id : dirty) {
-    const auto found = server.clients.find(id);
+  std::size_t done = 0;
+  while (done < dirty.size() && (done == 0 || steady_clock::now() < end)) {
+    const auto found = server.clients.find(dirty[done++]);
     if (found == server.clients.end()) continue;
     found->second->dirty = false;
     server_flush(server, *found->second);
   }
-  if (server.dirty.empty()) {
-    dirty.clear();
-    server.dirty.swap(dirty);  // keeps the memory
-  }
+  dirty.erase(dirty.begin(), dirty.begin() + static_cast<std::ptrdiff_t>(done));
+  dirty.insert(dirty.end(), server.dirty.begin(), server.dirty.end());
+  server.dirty.swap(dirty);
 }
 
-void on_poll_timer(lws_sorted_usec_list_t* timer);
+// Every handler of the network begins a turn.
+template <typename Action>
+auto in_turn(Server& server, Action action) {
+  return [&server, action](const boost::system::error_code& failure, auto&&...) {
+    runner_begin_turn(server.runner);
+    if (failure != asio::error::operation_aborted) action(server);
+  };
+}
 
-// Without a tap nobody tells of callbacks: the listener buffers are looked at again and again while anybody follows.
+void await_wake(Server& server) {
+  Descriptor& waker = server.network->waker;
+  waker.async_wait(Descriptor::wait_read, in_turn(server, [](Server& woken) {
+                     std::uint64_t times = 0;
+                     [[maybe_unused]] const ssize_t bytes =
+                         read(woken.network->waker.native_handle(), &times, sizeof times);
+                     await_wake(woken);
+                   }));
+}
+
+void await_connections(Server& server) {
+  Network& network = *server.network;
+  network.acceptor.async_wait(Acceptor::wait_read, in_turn(server, [](Server& called) {
+                                constexpr int most_at_once = 64;
+                                Network& net = *called.network;
+                                for (int i = 0; i < most_at_once; ++i) {
+                                  boost::system::error_code failure;
+                                  Socket socket(net.io);
+                                  net.acceptor.accept(socket, failure);
+                                  if (failure == asio::error::would_block) break;
+                                  if (failure == asio::error::no_descriptors) {
+                                    // The connection waits in the system's queue; asking again at once would spin.
+                                    constexpr auto pause = std::chrono::milliseconds(100);
+                                    net.accept_again.expires_after(pause);
+                                    return net.accept_again.async_wait(in_turn(called, await_connections));
+                                  }
+                                  if (!failure) connection_begin(called, std::move(socket));
+                                }
+                                await_connections(called);
+                              }));
+}
+
+// Without a tap nobody reports callbacks: the listener buffers are looked at again and again while anybody is
+// subscribed.
 void keep_polling(Server& server) {
-  constexpr lws_usec_t poll_us = 5000;
-  if (server.stack->on_event != nullptr || server.polling || server.subscriptions.clients.empty()) return;
-  server.polling = true;
-  lws_sul_schedule(server.context, 0, &server.poll_timer, on_poll_timer, poll_us);
+  constexpr auto poll_time = std::chrono::microseconds(1500);
+  Network& network = *server.network;
+  if (server.stack->on_event != nullptr || network.polling || server.subscriptions.clients.empty()) return;
+  network.polling = true;
+  network.poll.expires_after(poll_time);
+  network.poll.async_wait(in_turn(server, [](Server& polled) {
+    polled.network->polling = false;
+    on_event(&polled);
+  }));
 }
 
-void on_poll_timer(lws_sorted_usec_list_t* timer) {
-  Server& server = *lws_container_of(timer, Server, poll_timer);
-  server.polling = false;
-  on_event(&server);
+// After a burst of long messages or replies, their memory goes back to the system.
+void give_memory_back(Server& server) {
+  constexpr std::size_t burst_bytes = 8 * limit_mib;
+  const std::size_t bytes = server.receiving_bytes + server.reply_bytes + server.runner.jobs_bytes;
+  server.peak_bytes = std::max(server.peak_bytes, bytes);
+  if (server.peak_bytes < burst_bytes || bytes > burst_bytes / 8) return;
+  server.peak_bytes = 0;
+  server.message = {};
+  malloc_trim(0);
 }
 
 // Leads until another thread has taken the lead over, or stop.
 void lead(Server& server, unsigned self) {
-  while (!server.stopping.load()) {
+  constexpr int most_handlers = 64;  // between two rounds of calls
+  asio::io_context& io = server.network->io;
+  for (;;) {
     server_serve_inboxes(server);
     flush_dirty(server);
+    if (server.stopping.load()) break;
     keep_polling(server);
-    lws_service(server.context, runner_has_work(server.runner) ? -1 : 0);
+    if (runner_has_work(server.runner) || !server.dirty.empty()) {
+      for (int i = 0; i < most_handlers && io.poll_one() > 0;) ++i;
+    } else {
+      runner_rest(server.runner);
+      io.run_one();
+    }
     server_serve_inboxes(server);
     flush_dirty(server);
     if (!runner_run(server.runner, self, deliver)) return;
+    give_memory_back(server);
   }
+  connection_say_goodbye(server);
+  runner_stop(server.runner);
 }
 
 void run_thread(Server& server, unsigned self, bool leads) {
@@ -80,99 +158,92 @@ void run_thread(Server& server, unsigned self, bool leads) {
   }
 }
 
+bool listen_on(Network& network, Policy& policy, std::string& ret_error) {
+  boost::system::error_code failure;
+  const asio::ip::address address = asio::ip::make_address(policy.address, failure);
+  const tcp::endpoint endpoint(address, static_cast<unsigned short>(policy.port));
+  if (!failure) network.acceptor.open(endpoint.protocol(), failure);
+  if (!failure) network.acceptor.set_option(asio::socket_base::reuse_address(true), failure);
+  if (!failure) network.acceptor.non_blocking(true, failure);
+  if (!failure) network.acceptor.bind(endpoint, failure);
+  if (!failure) network.acceptor.listen(asio::socket_base::max_listen_connections, failure);
+  if (failure) {
+    ret_error = "cannot listen on " + policy_authority(policy) + ": " + failure.message();
+    return false;
+  }
+  policy.port = network.acceptor.local_endpoint(failure).port();
+  return true;
+}
+
 }  // namespace
 
-bool server_start(Server& server, const ServerOptions& options, const Stack& stack, std::string& ret_error) {
-  server.options = options;
-  server.stack = &stack;
-  server.tracer.stack = &stack;
-  server.tracer.wake = wake;
-  server.tracer.context = &server;
-  server.runner.stack = &stack;
-  server.runner.tracer = &server.tracer;
-  server.runner.wake = wake;
-  server.runner.context = &server;
-  server.subscriptions.stack = &stack;
+void server_wake(Server& server) {
+  if (server.woken.exchange(true)) return;
+  const std::uint64_t once = 1;
+  [[maybe_unused]] const ssize_t bytes = write(server.network->waker.native_handle(), &once, sizeof once);
+}
+
+void server_sweep_at(Server& server, TimePoint due) {
+  Network& network = *server.network;
+  if (due >= network.sweep_at) return;
+  network.sweep_at = due;
+  network.sweep.expires_at(due);
+  network.sweep.async_wait(in_turn(server, [](Server& swept) {
+    swept.network->sweep_at = never;
+    connection_sweep(swept);
+  }));
+}
+
+Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error) {
+  auto server = std::make_unique<Server>();
+  server->options = options;
+  server->stack = &stack;
+  server->tracer.stack = &stack;
+  server->tracer.wake = [](void* context) { server_wake(*static_cast<Server*>(context)); };
+  server->tracer.context = server.get();
+  server->runner.stack = &stack;
+  server->runner.tracer = &server->tracer;
+  server->runner.wake = server->tracer.wake;
+  server->runner.context = server.get();
+  server->runner.watchdog = options.watchdog;
+  server->subscriptions.stack = &stack;
 
   char* description = stack.describe();
   std::string text = description != nullptr ? description : "";
   free(description);
-  if (!catalogue_read(std::move(text), server.catalogue, ret_error)) return false;
+  if (!catalogue_read(std::move(text), server->catalogue, ret_error)) return nullptr;
 
-  static lws_protocols protocols[2] = {};
-  protocols[0] = {.name = "dtv",
-                  .callback = server_callback,
-                  .per_session_data_size = 0,
-                  .rx_buffer_size = frame_bytes,
-                  .id = 0,
-                  .user = nullptr,
-                  .tx_packet_size = write_bytes};
-
-  Policy& policy = server.options.policy;
-  lws_context_creation_info info{};
-  info.port = policy.port;
-  info.iface = policy.address.c_str();
-  info.protocols = protocols;
-  info.user = &server;
-  info.server_string = "dtv-host";
-  info.pt_serv_buf_size = read_bytes;
-  info.max_http_header_data = server_header_bytes;
-  info.keepalive_timeout = 30;
-  info.timeout_secs = 20;
-  info.timeout_secs_ah_idle = 3;  // for the headers, from their first byte on
-  info.ka_time = 30;
-  info.ka_probes = 3;
-  info.ka_interval = 5;
-  // What does not begin with a known method is handed over as it is.
-  info.listen_accept_role = "raw-skt";
-  info.listen_accept_protocol = protocols[0].name;
-  info.options = LWS_SERVER_OPTION_FALLBACK_TO_APPLY_LISTEN_ACCEPT_CONFIG | LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND |
-                 LWS_SERVER_OPTION_SKIP_SERVER_CANONICAL_NAME;
-  if (policy.address.find(':') == std::string::npos) info.options |= LWS_SERVER_OPTION_DISABLE_IPV6;
-
-  static int bind_errno;
-  bind_errno = 0;
-  lws_set_log_level(LLL_ERR, [](int, const char*) {
-    if (bind_errno == 0) bind_errno = errno;
-  });
-  server.context = lws_create_context(&info);
-  lws_set_log_level(LLL_ERR, [](int, const char* line) { fprintf(stderr, "dtv-host: %s", line); });
-  if (server.context == nullptr) {
-    ret_error = "cannot listen on " + policy_authority(policy) + ": " +
-                (bind_errno != 0 ? std::generic_category().message(bind_errno)
-                                 : "the address is not this machine's, or the port is taken");
-    return false;
+  server->network = {new Network, [](Network* network) { delete network; }};
+  if (!listen_on(*server->network, server->options.policy, ret_error)) return nullptr;
+  const int events = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (events < 0) {
+    ret_error = "cannot make an event descriptor: " + std::generic_category().message(errno);
+    return nullptr;
   }
-  policy.port = lws_get_vhost_listen_port(lws_get_vhost_by_name(server.context, "default"));
-  if (stack.on_event != nullptr) stack.on_event(on_event, &server);
-  return true;
+  server->network->waker.assign(events);
+  await_wake(*server);
+  await_connections(*server);
+  if (stack.on_event != nullptr) stack.on_event(on_event, server.get());
+  if (stack.on_kept != nullptr) stack.on_kept(on_kept, server.get());
+  return server.release();
 }
+
+const Policy& server_policy(const Server& server) { return server.options.policy; }
 
 void server_run(Server& server) {
   for (unsigned number = 2; number <= runner_threads; ++number)
     server.threads.emplace_back(run_thread, std::ref(server), number, false);
+  server.threads.emplace_back(runner_watch, std::ref(server.runner));
   run_thread(server, 1, true);
   for (std::thread& thread : server.threads) thread.join();
 }
 
 void server_stop(Server& server) {
   server.stopping.store(true);
-  runner_stop(server.runner);
-  lws_cancel_service(server.context);
-  server.stop_told.store(true);
-  server.stop_told.notify_one();
+  server_wake(server);
 }
 
-void server_say_goodbye(Server& server) {
-  for (auto& [id, client] : server.clients) {
-    if (!client->websocket || lws_partial_buffered(client->wsi)) continue;
-    unsigned char going_away[] = {0x88, 2, 0x03, 0xE9};
-    lws_write(client->wsi, going_away, sizeof going_away, LWS_WRITE_RAW);
-  }
-}
-
-void server_end(Server& server) {
-  server.stop_told.wait(false);
-  lws_context_destroy(server.context);
-  server.context = nullptr;
+void server_end(Server* server) {
+  server->clients.clear();
+  delete server;
 }

@@ -1,14 +1,18 @@
 #include "stack.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <boost/json.hpp>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <span>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "dtv_js_plugin.h"
@@ -66,8 +70,12 @@ void find_if_any(void* library, const char* name, Function*& ret_function) {
 
 bool start_platform(void* library, const StackOptions& options, Stack& stack, std::string& ret_error) {
   decltype(&dtv_tv_start) start = nullptr;
+  decltype(&dtv_tv_stick_root) stick_root = nullptr;
   find_if_any(library, "dtv_tv_start", start);
+  find_if_any(library, "dtv_tv_stick_root", stick_root);
   find_if_any(library, "dtv_tv_command", stack.tv_command);
+  find_if_any(library, "dtv_tv_on_kept", stack.on_kept);
+  find_if_any(library, "dtv_tv_last_change", stack.last_change);
   if (start == nullptr) return true;  // a platform that is no virtual television starts by itself
   if (!find(library, options.platform, "dtv_tv_control", stack.tv_control, ret_error) ||
       !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
@@ -77,12 +85,8 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
     ret_error = "no folder for the virtual television's state: HOME is not set; give one with --state";
     return false;
   }
-  std::error_code failure;
-  fs::create_directories(options.state_folder, failure);
-  if (failure) {
-    ret_error = "cannot make the state folder " + options.state_folder + ": " + failure.message();
-    return false;
-  }
+  if (!stack_make_state_folder(options.state_folder, ret_error)) return false;
+  if (stick_root != nullptr && !options.stick_root.empty()) stick_root(options.stick_root.c_str());
   char* text = nullptr;
   if (start(options.state_folder.c_str(), &text) != 0) {
     stack.tv_stop = nullptr;
@@ -191,11 +195,31 @@ std::string stack_beside_program(const char* installed, const char* built) {
   return (program / (fs::exists(program / installed, ignored) ? installed : built)).lexically_normal();
 }
 
+bool stack_make_state_folder(const std::string& folder, std::string& ret_error) {
+  fs::path made;
+  int problem = 0;
+  for (const fs::path& part : fs::path(folder)) {
+    const fs::path above = made.empty() ? fs::path(".") : made;
+    made /= part;
+    problem = mkdir(made.c_str(), 0700) == 0 ? 0 : errno;
+    if (problem != 0) continue;  // most are there already
+    const int parent = open(above.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (parent < 0) continue;
+    fsync(parent);  // so that a power cut does not take the new folder away
+    close(parent);
+  }
+  std::error_code none;
+  if (fs::is_directory(folder, none)) return true;
+  ret_error = "cannot make the state folder " + folder + ": " + std::generic_category().message(problem);
+  return false;
+}
+
 StackOptions stack_defaults() {
   return {.plugin = library_path("libdtv_js_plugin.so"),
           .tap = library_path("libdtv_tap.so"),
           .platform = library_path("libdtv_tv.so"),
-          .state_folder = state_folder()};
+          .state_folder = state_folder(),
+          .stick_root = {}};
 }
 
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error) {
@@ -248,6 +272,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
 void stack_stop(Stack& stack) {
   if (stack.on_event != nullptr) stack.on_event(nullptr, nullptr);
   if (stack.watch != nullptr) stack.watch(nullptr, nullptr);
+  if (stack.on_kept != nullptr) stack.on_kept(nullptr, nullptr);
   if (stack.tv_stop != nullptr) stack.tv_stop();
   stack.tv_stop = nullptr;
 }

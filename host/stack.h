@@ -11,11 +11,16 @@ struct StackOptions {
   std::string tap;           // path of libdtv_tap.so; empty: no tap in front of the platform
   std::string platform;      // path of the platform's library, for example libdtv_tv.so
   std::string state_folder;  // where the virtual television keeps its state; made when missing
+  std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
 };
 
 // Where something stands, by its path from the running program's folder: as installed, else as built. Where it is
 // neither, the path as built, so that a message names a place.
 std::string stack_beside_program(const char* installed, const char* built);
+
+// Makes the folder, and the missing ones above it, for this user alone (mode 0700). Does not change an existing folder:
+// the virtual television does that when it starts. False, with a message, when it cannot be made.
+bool stack_make_state_folder(const std::string& folder, std::string& ret_error);
 
 // The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).
 StackOptions stack_defaults();
@@ -40,6 +45,9 @@ struct Stack {
   char* (*tv_control)(const char* command);
   void (*tv_command)(char character);  // null also where it takes no characters
   void (*tv_stop)();
+  // Both or none: changes reach the disk on a thread of the television's own, which reports them.
+  void (*on_kept)(void (*fct)(void* context, std::uint64_t change, std::int32_t failure), void* context);
+  std::uint64_t (*last_change)();
 };
 
 // Loads and starts everything: tap, platform, plugin, both start-up functions. Once per process.

@@ -43,8 +43,8 @@ def by_host(prefix, work):
     command = [prefix / "bin/dtv-host", "--listen", "127.0.0.1:0", "--state", work / "state"]
     with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as host:
         try:
-            address = re.fullmatch(r"dtv-host: http://(.*)/\n", host.stdout.readline())[1]
-            ctl = lambda *words: run(prefix / "bin/dtvctl", *words, env={**os.environ, "DTV_HOST": address})
+            address = re.fullmatch(r"dtv-host: http://(.*)/(?:#token=\w+)?\n", host.stdout.readline())[1]
+            ctl = lambda *words: run(prefix / "bin/dtvctl", "--state", work / "state", *words, env={**os.environ, "DTV_HOST": address})
             query = json.dumps({"REQUEST": "QUERY", "langId": "IDS_SETTINGS"})
             texts = {}
             for language, expected in TEXTS.items():

@@ -19,8 +19,8 @@ async function host(t, state = stateFolder(t)) {
   return {
     server,
     address,
-    ctl: (...words) => ctl(words, { env }),
-    start: (...words) => start(dtvctl, words, { env }),
+    ctl: (...words) => ctl(['--state', state, ...words], { env }),
+    start: (...words) => start(dtvctl, ['--state', state, ...words], { env }),
   };
 }
 

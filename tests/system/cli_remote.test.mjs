@@ -1,8 +1,10 @@
 // dtvctl against a host that is played: what is sent, and what becomes of answers right and wrong.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { createServer } from 'node:net';
 import { test } from 'node:test';
 
-import { ctl, dtvctl, fakeHost, notification, result, start } from './cli_support.mjs';
+import { closeFrame, ctl, dtvctl, fakeHost, notification, result, start } from './cli_support.mjs';
 
 const volume = '/tv/cast/volume/volume';
 const volumeNotify = '/tv/ws/notify/volume_ctrl';
@@ -245,11 +247,99 @@ test('no host: exit code 3, and how to start one', async () => {
   assert.match(stderr, /127\.0\.0\.1:1.*make run/);
 });
 
-test('a host that refuses the connection', async (t) => {
-  const host = await fakeHost(t, friendly, { status: 403 });
-  const { code, stderr } = await ctl(['--host', host.address, 'get', volume]);
-  assert.equal(code, 4);
-  assert.match(stderr, /is no dtv-host, or it refuses/);
+test('an answer that is no upgrade: the status, and what a host says in the body', async (t) => {
+  const http = (status, body) => `HTTP/1.1 ${status}\r\nContent-Length: ${body.length}\r\nConnection: close\r\n\r\n${body}`;
+  const cases = [
+    [http('403 Forbidden', '{"error":"Host \\"x\\" is not this server"}'), /\(403 Forbidden: Host "x" is not this server\)\n$/],
+    [http('503 Service Unavailable', '{"error":"all connections are taken"}'), /\(503 .*: all connections are taken\)\n$/],
+    [http('403 Forbidden', ''), /\(403 Forbidden\)\n$/],
+    [http('200 OK', '<p>hello</p>'), /\(200 OK\)\n$/],
+    [http('400 Bad Request', '{"error":5}'), /\(400 Bad Request\)\n$/],
+    [http('400 Bad Request', '["error"]'), /\(400 Bad Request\)\n$/],
+    [http('400 Bad Request', JSON.stringify({ error: '\u001b[2Jgone' })), /: \\x1b\[2Jgone\)\n$/],
+    ['HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/\r\nContent-Length: 0\r\n\r\n', /\(302 Found\)\n$/],
+    ['HTTP/1.1 101 Yes\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: x\r\n\r\n', /\(.*Accept.*\)\n$/],
+    ['220 a mail server\r\n\r\n', /\(.+\)\n$/],
+  ];
+  for (const [upgrade, says] of cases) {
+    const host = await fakeHost(t, friendly, { upgrade });
+    const { code, stdout, stderr } = await ctl(['--host', host.address, 'get', volume]);
+    assert.equal(code, 4, stderr);
+    assert.equal(stdout, '');
+    assert.match(stderr, /^dtvctl: what answers at [\d.:]+ is no dtv-host, or it refuses that name /);
+    assert.match(stderr, says);
+  }
+});
+
+test('a program that closes without an answer is no host', async (t) => {
+  for (const upgrade of ['', 'HTTP/1.1 101 Swi']) {
+    const host = await fakeHost(t, friendly, { upgrade });
+    const { code, stderr } = await ctl(['--host', host.address, 'get', volume]);
+    assert.equal(code, 3);
+    assert.match(stderr, /no host at .*make run/);
+  }
+});
+
+test('connecting ends by --timeout', async (t) => {
+  const silent = createServer((socket) => t.after(() => socket.destroy())).listen(0, '127.0.0.1');
+  t.after(() => silent.close());
+  await once(silent, 'listening');
+  const begun = Date.now();
+  const { code, stderr } = await ctl(['--host', `127.0.0.1:${silent.address().port}`, '--timeout', '0.3', 'get', volume]);
+  assert.equal(code, 3);
+  assert.match(stderr, /no answer within the --timeout.*make run/);
+  assert.ok(Date.now() - begun < 5000);
+});
+
+test('every address of a name is tried', async (t) => {
+  const v4 = await fakeHost(t, friendly);
+  assert.equal((await ctl(['--host', `localhost:${v4.port}`, 'get', volume])).code, 0);
+  let v6;
+  try {
+    v6 = await fakeHost(t, friendly, { at: '::1' });
+  } catch (failure) {
+    t.diagnostic(`no IPv6 loopback here: ${failure.code}`);
+    return;
+  }
+  assert.equal((await ctl(['--host', v6.address, 'get', volume])).code, 0);
+  assert.equal(v6.seen.headers.host, v6.address);
+});
+
+test('how a host closes', async (t) => {
+  const cases = [
+    [closeFrame(1009, 'message too long'), 3, /^dtvctl: the host at [\d.:]+ closed the connection \(1009 message too long\)\n$/],
+    [closeFrame(1011), 3, /closed the connection \(1011\)\n$/],
+    [closeFrame(4000, '\u001b[2J'), 3, /closed the connection \(4000 \\x1b\[2J\)\n$/],
+    [closeFrame(1001, 'the host ends'), 3, /closed the connection\n$/],
+    [closeFrame(1000), 3, /closed the connection\n$/],
+    [Buffer.from([0x88, 0]), 3, /closed the connection\n$/],
+    [Buffer.from([0x83, 0]), 4, /sent what is no message/],
+    [Buffer.from([0x81, 1, 0xff]), 4, /sent what is no message/],
+    [Buffer.from([0x81, 127, 0, 0, 0, 0, 0x04, 0, 0, 1]), 4, /sent what is no message/], // 64 MiB and a byte
+  ];
+  for (const [bytes, expected, says] of cases) {
+    const host = await fakeHost(t, (request, send, socket) => socket.end(bytes));
+    for (const words of [['get', volume], ['trace']]) {
+      const { code, stdout, stderr } = await ctl(['--host', host.address, ...words]);
+      assert.equal(code, expected, stderr);
+      assert.equal(stdout, '');
+      assert.match(stderr, says);
+    }
+  }
+});
+
+test('a signal that is caught does not end a wait', async (t) => {
+  let answer;
+  const host = await fakeHost(t, (request, send) => (answer = () => send(result(request.id, '{"ret":0}'))));
+  const getting = start(dtvctl, ['--host', host.address, '--json', 'get', volume]);
+  while (!answer) await new Promise((resolve) => setTimeout(resolve, 20));
+  for (const signal of ['SIGSTOP', 'SIGCONT', 'SIGWINCH']) {
+    getting.child.kill(signal);
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+  answer();
+  assert.equal(await getting.line(), '{"ret":0}');
+  assert.equal((await getting.ended).code, 0);
 });
 
 test('errors and broken answers', async (t) => {

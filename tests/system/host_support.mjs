@@ -6,12 +6,14 @@ import http from 'node:http';
 import net from 'node:net';
 import { tmpdir } from 'node:os';
 import { dirname, join } from 'node:path';
+import { after, before, beforeEach } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import WebSocket from 'ws';
 
 export const root = join(dirname(fileURLToPath(import.meta.url)), '../..');
 export const build = process.env.DTV_BUILD ?? join(root, 'build');
 export const dtvHost = join(build, 'bin/dtv-host');
+export const sanitized = /san$/.test(build);
 export const oddPlugin = join(build, 'lib/libodd_plugin.so');
 
 export const volume = '/tv/cast/volume/volume';
@@ -36,8 +38,9 @@ export function folder(t) {
   return path;
 }
 
-// Starts the program; resolves when it says where it listens. ended resolves with {code, signal, output}. program may
-// be a command before the host's path, cwd is where it starts.
+// Starts the program; resolves when it says where it listens. ended resolves with {code, signal, output}. token is the
+// one of the address, or undefined where it has none. program may be a command before the host's path, cwd is where it
+// starts.
 export async function startHost(t, args = [], { state = folder(t), env = {}, program = [dtvHost], cwd } = {}) {
   const [file, ...words] = [...program, '--listen', '127.0.0.1:0', '--state', state, ...args];
   const child = spawn(file, words, {
@@ -56,20 +59,21 @@ export async function startHost(t, args = [], { state = folder(t), env = {}, pro
   const address = new Promise((resolve, reject) => {
     const look = (text) => {
       told.output += text;
-      const found = /^dtv-host: http:\/\/127\.0\.0\.1:(\d+)\/$/m.exec(told.output);
-      if (found) resolve(Number(found[1]));
+      const found = /^dtv-host: http:\/\/127\.0\.0\.1:(\d+)\/(?:#token=([0-9a-f]+))?$/m.exec(told.output);
+      if (found) resolve({ port: Number(found[1]), token: found[2] });
     };
     child.stdout.setEncoding('utf8').on('data', look);
     child.stderr.setEncoding('utf8').on('data', look);
     child.on('error', reject);
     ended.then(({ code, signal }) => reject(new Error(`dtv-host ended (${code ?? signal}): ${told.output}`)));
   });
-  const port = await within(address, 'address of the host');
+  const { port, token } = await within(address, 'address of the host');
   return {
     child,
     ended,
     state,
     port,
+    token,
     told: () => told.output,
     url: `http://127.0.0.1:${port}`,
     stop: (signal = 'SIGTERM') => {
@@ -77,6 +81,26 @@ export async function startHost(t, args = [], { state = folder(t), env = {}, pro
       return within(ended, 'end of the host');
     },
   };
+}
+
+// A host for all tests of a file. Before each test it must answer a request; one that does not is replaced, so that only
+// the test that it did not survive fails.
+export function sharedHost(args = [], options = {}) {
+  const cleanups = [];
+  const host = {};
+  const start = async () => Object.assign(host, await startHost({ after: (cleanup) => cleanups.push(cleanup) }, args, options));
+  before(start);
+  beforeEach(async () => {
+    const alive = within(request(host, 'GET', volume), 'answer', sanitized ? 20 : 3);
+    await alive.catch(async () => {
+      await host.stop('SIGKILL');
+      await start();
+    });
+  });
+  after(async () => {
+    for (const cleanup of cleanups.reverse()) await cleanup();
+  });
+  return host;
 }
 
 // One HTTP exchange with every header under the test's control: {status, headers, text, json}.
@@ -104,11 +128,12 @@ export function request(host, method, path, { headers = {}, body } = {}) {
 }
 
 export const post = (host, message, options = {}) =>
-  request(host, 'POST', '/jsonrpc', { body: typeof message === 'string' ? message : JSON.stringify(message), ...options });
+  request(host, 'POST', '/jsonrpc', { body: typeof message === 'string' || Buffer.isBuffer(message) ? message : JSON.stringify(message), ...options });
 
 // A WebSocket client. call() gives a request's result or throws its error; next(method) gives the params of the next
-// notification of that kind, text() the next message as it came.
-export async function connect(t, host, { headers = {}, path = '/jsonrpc' } = {}) {
+// notification of that kind, text() the next message as it came. The client is authorized when the host told its token,
+// so that it may use the method tv.
+export async function connect(t, host, { headers = {}, path = '/jsonrpc', authorize = true } = {}) {
   const socket = new WebSocket(`ws://127.0.0.1:${host.port}${path}`, { headers, perMessageDeflate: false });
   t.after(() => socket.terminate());
   const replies = new Map();
@@ -153,15 +178,17 @@ export async function connect(t, host, { headers = {}, path = '/jsonrpc' } = {})
     socket.send(JSON.stringify({ jsonrpc: '2.0', id, method, params }));
     return within(reply, `reply to ${method}`);
   };
+  const call = async (method, params) => {
+    const { result, error } = await ask(method, params);
+    assert.equal(error, undefined, JSON.stringify(error));
+    return result;
+  };
+  if (authorize && host.token !== undefined) await call('authorize', { token: host.token });
   return {
     socket,
     closed: () => within(closed, 'end of the connection'),
     ask,
-    call: async (method, params) => {
-      const { result, error } = await ask(method, params);
-      assert.equal(error, undefined, JSON.stringify(error));
-      return result;
-    },
+    call,
     fail: async (method, params) => {
       const { result, error } = await ask(method, params);
       assert.equal(result, undefined, JSON.stringify(result));
@@ -201,11 +228,15 @@ export async function dial(t, host) {
     received: () => bytes,
     until: (predicate, what) =>
       within(
-        new Promise((resolve) => {
+        new Promise((resolve, reject) => {
           const look = () => {
-            if (!predicate(bytes)) return;
+            try {
+              if (!predicate(bytes)) return;
+              resolve(bytes);
+            } catch (error) {
+              reject(error);
+            }
             watchers.delete(look);
-            resolve(bytes);
           };
           watchers.add(look);
           look();
@@ -215,23 +246,28 @@ export async function dial(t, host) {
   };
 }
 
+// A request for a WebSocket. The key's bytes are of no meaning.
+export const upgradeText = (host) =>
+  `GET /jsonrpc HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n` +
+  'Sec-WebSocket-Key: MDEyMzQ1Njc4OWFiY2RlZg==\r\nSec-WebSocket-Version: 13\r\n\r\n';
+
 export async function dialWebSocket(t, host) {
   const line = await dial(t, host);
-  line.socket.write(
-    `GET /jsonrpc HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n` +
-      'Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n',
-  );
+  line.socket.write(upgradeText(host));
   const start = await line.until((bytes) => bytes.includes('\r\n\r\n'), 'upgrade');
   assert.match(start.toString('latin1'), /^HTTP\/1\.1 101 /);
   return line;
 }
 
-// A client's frame with a mask of zeros.
-export function frame(payload, { opcode = 1, final = true } = {}) {
+// A client's frame. form is the number of bits that the length takes: 7, 16 or 64, the fewest unless told.
+export function frame(payload, { opcode = 1, final = true, reserved = 0, key = [0, 0, 0, 0], masked = true, form } = {}) {
   const body = Buffer.from(payload);
-  const head = [(final ? 0x80 : 0) | opcode];
-  if (body.length < 126) head.push(0x80 | body.length);
-  else if (body.length < 65536) head.push(0x80 | 126, body.length >> 8, body.length & 255);
-  else head.push(0x80 | 127, 0, 0, 0, 0, ...[24, 16, 8, 0].map((shift) => (body.length >>> shift) & 255));
-  return Buffer.concat([Buffer.from([...head, 0, 0, 0, 0]), body]);
+  const bits = form ?? (body.length < 126 ? 7 : body.length < 65536 ? 16 : 64);
+  const head = Buffer.alloc({ 7: 2, 16: 4, 64: 10 }[bits]);
+  head[0] = (final ? 0x80 : 0) | (reserved << 4) | opcode;
+  head[1] = (masked ? 0x80 : 0) | { 7: body.length, 16: 126, 64: 127 }[bits];
+  if (bits === 16) head.writeUInt16BE(body.length, 2);
+  if (bits === 64) head.writeBigUInt64BE(BigInt(body.length), 2);
+  if (!masked) return Buffer.concat([head, body]);
+  return Buffer.concat([head, Buffer.from(key), body.map((byte, i) => byte ^ key[i % 4])]);
 }

@@ -53,5 +53,5 @@ test('without the device no key is pressed', { skip: existsSync('/dev/cli') && '
   const at = await tv.read(volume);
   assert.equal(await tv.press('VOL+'), -1);
   assert.equal(await tv.read(volume), at);
-  assert.match(tv.host.told(), /^Can not open the cli device $/m);
+  assert.match((await tv.host.stop()).output, /^Can not open the cli device $/m);
 });

@@ -2,7 +2,7 @@
 // comes by the paths that the plugin wants, wherever it runs.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { chmodSync, chownSync, cpSync, existsSync, mkdirSync, readdirSync, statSync } from 'node:fs';
+import { chmodSync, chownSync, cpSync, existsSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, test } from 'node:test';
 import { ctl } from './cli_support.mjs';
@@ -40,7 +40,7 @@ async function television(t, ...options) {
       await changed();
     },
     choose: async (code) => {
-      const { code: exit, stderr } = await ctl(['tv', 'config', language, code], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+      const { code: exit, stderr } = await ctl(['tv', 'config', language, code], { env: { DTV_HOST: `127.0.0.1:${host.port}`, DTV_TOKEN: host.token } });
       assert.equal(exit, 0, stderr);
       await changed();
     },
@@ -72,11 +72,45 @@ test('a language without a library is English; an unknown id has an empty text',
   assert.ok((await tv.ask('')) < 0);
 });
 
+// A copy of the host and its libraries that everybody may read, wherever the build stands.
+function hostCopy(t) {
+  const home = folder(t);
+  chmodSync(home, 0o755);
+  mkdirSync(join(home, 'bin'));
+  cpSync(join(build, 'bin/dtv-host'), join(home, 'bin/dtv-host'));
+  for (const name of readdirSync(join(build, 'lib')))
+    if (/^(libdtv_(js_plugin|tap|tv)\.so|i18n$)/.test(name)) cpSync(join(build, 'lib', name), join(home, 'lib', name), { recursive: true, dereference: true });
+  return home;
+}
+
+test('a language library that was cut short, or is none, gives way to English', async (t) => {
+  const home = hostCopy(t);
+  const library = (code) => join(home, 'lib/i18n', `${code}.so`);
+  const beginning = readFileSync(library('DEU')).subarray(0, 8192);
+  writeFileSync(library('DEU'), beginning);
+  writeFileSync(library('FRA'), '');
+  writeFileSync(library('SPA'), 'no library');
+  rmSync(library('TUR'));
+  assert.equal(spawnSync('mkfifo', [library('TUR')]).status, 0);
+  const tv = await television(t, [], { program: [join(home, 'bin/dtv-host')] });
+  for (const code of ['deu', 'fra', 'spa', 'tur']) {
+    await tv.choose(code);
+    assert.equal(await tv.ask('IDS_SETTINGS'), 'Settings', code);
+  }
+
+  // Where English is not whole either there is no text, and still a television.
+  rmSync(library('ENG')); // a new file: the host has the old one open
+  writeFileSync(library('ENG'), beginning);
+  await tv.choose('deu');
+  assert.ok((await tv.ask('IDS_SETTINGS')) < 0);
+  assert.equal(await tv.volume(), 20);
+});
+
 test('the paths are the process’s alone, and can be left out', async (t) => {
   const tv = await television(t);
   assert.equal(await tv.ask('IDS_OK'), 'OK');
   assert.deepEqual(left(), []);
-  assert.doesNotMatch(tv.host.told(), noPaths);
+  assert.doesNotMatch((await tv.host.stop()).output, noPaths);
 
   // What would be lost with the process is refused.
   if (!before.length) await assert.rejects(startHost(t, [], { state: '/' }), /the state folder \/ cannot be written/);
@@ -84,18 +118,19 @@ test('the paths are the process’s alone, and can be left out', async (t) => {
   const without = await television(t, ['--no-private-paths']);
   assert.ok(before.includes('/3rd') || (await without.ask('IDS_OK')) < 0);
   assert.equal(await without.volume(), 20);
-  assert.doesNotMatch(without.host.told(), noPaths);
+  assert.doesNotMatch((await without.host.stop()).output, noPaths);
 });
 
 test('HDMI-CEC is started, unless it is left out; a failure is told', async (t) => {
   const started = /\[tvc_ctrl_cec_detect_init\]/;
   const failed = /^dtv-host: HDMI-CEC does not start; going on without it$/m;
-  assert.match((await television(t)).host.told(), started);
-  assert.doesNotMatch((await television(t, ['--no-cec'])).host.told(), started);
+  const output = async (host) => (await host.stop()).output;
+  assert.match(await output((await television(t)).host), started);
+  assert.doesNotMatch(await output((await television(t, ['--no-cec'])).host), started);
   const odd = await startHost(t, ['--plugin', oddPlugin]);
-  assert.match(odd.told(), failed);
   assert.equal((await request(odd, 'GET', '/odd/echo')).status, 200);
-  assert.doesNotMatch((await startHost(t, ['--plugin', oddPlugin, '--no-cec'])).told(), failed);
+  assert.match(await output(odd), failed);
+  assert.doesNotMatch(await output(await startHost(t, ['--plugin', oddPlugin, '--no-cec'])), failed);
 });
 
 // What a process without a superuser's rights needs.
@@ -108,13 +143,7 @@ const nobody = 65534;
 const asNobody = process.getuid() === 0 ? ['setpriv', `--reuid=${nobody}`, `--regid=${nobody}`, '--clear-groups'] : [];
 
 test('an ordinary user has it too', { skip: namespaces([...asNobody, 'env']) }, async (t) => {
-  // A copy that everybody may read, wherever the build stands.
-  const home = folder(t);
-  chmodSync(home, 0o755);
-  mkdirSync(join(home, 'bin'));
-  cpSync(join(build, 'bin/dtv-host'), join(home, 'bin/dtv-host'));
-  for (const name of readdirSync(join(build, 'lib')))
-    if (/^(libdtv_(js_plugin|tap|tv)\.so|i18n$)/.test(name)) cpSync(join(build, 'lib', name), join(home, 'lib', name), { recursive: true });
+  const home = hostCopy(t);
   const own = join(home, 'own');
   mkdirSync(own);
   if (asNobody.length) chownSync(own, nobody, nobody);

@@ -47,9 +47,9 @@ async function television(t) {
 
   const host = start(...inside(dtvHost, ['--listen', '127.0.0.1:0', '--state', folder(t)]));
   t.after(() => host.stop());
-  let address;
-  while (!address) address = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/$/.exec(await host.line())?.[1];
-  const env = { DTV_HOST: address };
+  let told;
+  while (!told) told = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/#token=([0-9a-f]+)$/.exec(await host.line());
+  const env = { DTV_HOST: told[1], DTV_TOKEN: told[2] };
   const done = async (program, ...words) => {
     const { code, stdout, stderr } = await run(...inside(program, words), { env });
     assert.equal(code, 0, `${program} ${words.join(' ')}: ${stderr}`);
@@ -62,7 +62,7 @@ async function television(t) {
     shown: (...words) => done(dtvctl, 'tv', ...words),
     // Resolves when dtvctl listens: it pulls the cable itself then. The cable is whole again, and all of that is read.
     watch: async () => {
-      const watching = start(...inside(dtvctl, ['watch', updates, '--', 'tv', 'network', 'lose']), { env });
+      const watching = start(...inside(dtvctl, ['watch', '--for', '60', updates, '--', 'tv', 'network', 'lose']), { env });
       t.after(() => watching.stop());
       const next = async () => {
         const { URI, REQUEST, ITEMS } = JSON.parse(await watching.line());

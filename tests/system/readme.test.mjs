@@ -152,14 +152,14 @@ const languages = {
 };
 
 test('README.md does what it says', async (t) => {
-  const host = await startHost(t);
+  const host = await startHost(t, [], { env: { HOME: root } }); // as if the reader had cloned it in the home folder
   const address = `127.0.0.1:${host.port}`;
   const readmeAddress = await defaultAddress();
   const reader = {
     t,
     host,
     client: await connect(t, host),
-    env: { DTV_HOST: address },
+    env: { DTV_HOST: address, DTV_TOKEN: host.token }, // a reader's host has the usual state folder, where dtvctl looks
     readmeAddress,
     translated: (text) => text.replaceAll(readmeAddress, address).replaceAll('build/bin/', `${build}/bin/`),
     watching: null, // the watch whose lines README.md has not shown yet

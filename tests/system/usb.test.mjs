@@ -1,6 +1,6 @@
 // USB sticks from end to end: dtvctl, the virtual television, the plugin, an application.
 import assert from 'node:assert/strict';
-import { mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { dtvctl, run } from './cli_support.mjs';
@@ -12,10 +12,10 @@ const tag = 0x1d0d7;
 const mounted = 1;
 const unmounted = 2;
 
-async function television(t, options) {
-  const host = await startHost(t, [], options);
-  const ctl = (...words) => run('env', ['-C', world, dtvctl, ...words], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
-  const world = options?.world ?? folder(t);
+// The folders that become sticks lie in the host's home folder, world.
+async function television(t, { world = folder(t), ...options } = {}) {
+  const host = await startHost(t, [], { ...options, env: { HOME: world } });
+  const ctl = (...words) => run('env', ['-C', world, dtvctl, '--state', host.state, ...words], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
   const done = async (...words) => {
     const { code, stdout, stderr } = await ctl(...words);
     assert.equal(code, 0, stderr);
@@ -136,6 +136,31 @@ test('dtvctl tv stick', async (t) => {
   const client = await connect(t, tv.host);
   const error = await client.fail('tv', { words: ['stick', 'insert', 'Films'] });
   assert.match(error.message, /not named by its whole path/);
+});
+
+test('a folder outside the home folder is refused, and nothing is told of it', async (t) => {
+  const tv = await television(t);
+  const other = folder(t);
+  mkdirSync(join(other, 'Films'));
+  writeFileSync(join(other, 'a file'), '');
+  symlinkSync(join(other, 'Films'), join(tv.world, 'link'));
+  const said = new Set();
+  for (const path of [other, join(other, 'Films'), join(other, 'a file'), join(other, 'Nowhere'), 'link', 'link/x', '..', '/', '/nowhere']) {
+    const refused = await tv.ctl('tv', 'stick', 'insert', path);
+    assert.equal(refused.code, 1, path);
+    said.add(refused.stderr);
+  }
+  assert.equal(said.size, 1, [...said].join(''));
+  assert.ok([...said][0].includes(`only a folder in ${tv.world} can become a USB stick`), [...said][0]);
+  assert.deepEqual((await tv.list()).response.ITEMS, []);
+
+  mkdirSync(join(tv.world, 'Films'));
+  await tv.done('tv', 'stick', 'insert', 'Films');
+  await tv.host.stop();
+  const moved = await television(t, { state: tv.host.state, world: other });
+  assert.deepEqual((await moved.list()).response.ITEMS, []);
+  const { output } = await moved.host.stop();
+  assert.equal(output.match(/the stick "Films" is no longer inserted: only a folder in/g)?.length, 1, output);
 });
 
 test('a stick whose folder is gone is dropped at start, and the host says so', async (t) => {

@@ -1,6 +1,9 @@
 // Who may talk to the host.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "policy.h"
 
 namespace {
@@ -117,6 +120,30 @@ TEST(Policy, ReadsWhereToListen) {
     EXPECT_FALSE(error.empty());
     EXPECT_EQ(policy.port, 8080) << "untouched";
   }
+}
+
+TEST(Policy, PagesOfOtherSitesAreToldByWhatBrowsersSay) {
+  for (const char* site : {"cross-site", "same-site"}) {
+    EXPECT_TRUE(policy_is_cross_site("", site, false)) << site;
+    EXPECT_FALSE(policy_is_cross_site("", site, true)) << "a link to the page";
+    EXPECT_FALSE(policy_is_cross_site("http://localhost:5173", site, false)) << "the origin decides";
+  }
+  for (const char* site : {"", "none", "same-origin"}) EXPECT_FALSE(policy_is_cross_site("", site, false)) << site;
+}
+
+TEST(Policy, TheTokenIsShownWhole) {
+  const std::string token(64, 'a');
+  EXPECT_TRUE(policy_is_token(token, token));
+  EXPECT_FALSE(policy_is_token("", ""));
+  EXPECT_FALSE(policy_is_token("", token));
+  EXPECT_FALSE(policy_is_token(token.substr(1), token));
+  EXPECT_FALSE(policy_is_token(token + "a", token));
+  EXPECT_FALSE(policy_is_token(std::string(63, 'a') + "b", token));
+  EXPECT_TRUE(policy_shows_token("Bearer " + token, token));
+  EXPECT_TRUE(policy_shows_token("bearer " + token, token));
+  for (const std::string& header :
+       std::vector<std::string>{token, "Basic " + token, "Bearer", "Bearer " + token + " ", "Bearer  " + token})
+    EXPECT_FALSE(policy_shows_token(header, token)) << header;
 }
 
 }  // namespace

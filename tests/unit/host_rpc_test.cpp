@@ -1,16 +1,14 @@
 // JSON-RPC and plain HTTP, without sockets and without a plugin.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
+#include <cerrno>
+#include <utility>
 
+#include "bounds.h"
 #include "http.h"
 #include "rpc.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr const char* volume = "/tv/cast/volume/volume";
 constexpr const char* events = "/tv/ws/notify/volume_ctrl";
@@ -130,6 +128,44 @@ TEST(RpcRead, BatchesKeepTheirOrder) {
   EXPECT_EQ(code_of(message.requests[0]), -32003);
 }
 
+// A request's parameter with so many values, its object and its array among them.
+std::string set_with_values(std::size_t values) {
+  std::string text =
+      R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":[1)";
+  for (std::size_t i = 3; i < values; ++i) text += ",1";
+  return text + "]}}}";
+}
+
+TEST(RpcRead, WhatTheSetCannotBeHandedIsRefused) {
+  RpcMessage message;
+  rpc_read(set_with_values(limit_parameter_values), catalogue(), message);
+  EXPECT_EQ(message.requests[0].error, "");
+  rpc_read(set_with_values(limit_parameter_values + 1), catalogue(), message);
+  EXPECT_EQ(code_of(message.requests[0]), -32003);
+  // Each parameter of a batch counts for itself.
+  const std::string half = set_with_values(limit_parameter_values / 2 + 100);
+  rpc_read("[" + half + "," + half + "]", catalogue(), message);
+  EXPECT_EQ(message.requests[0].error + message.requests[1].error, "");
+
+  for (const char* params : {R"({"uri":"/tv/cast/volume/volume","parameter":{"A":"x\u0000y"}})",
+                             R"({"uri":"/tv/cast/volume/volume","parameter":{"A\u0000":1}})"}) {
+    rpc_read(std::string(R"({"jsonrpc":"2.0","id":1,"method":"set","params":)") + params + "}", catalogue(), message);
+    EXPECT_EQ(code_of(message.requests[0]), -32602) << params;
+  }
+  rpc_read(R"({"jsonrpc":"2.0","id":1,"method":"tv","params":{"words":["key","VOL\u0000"]}})", catalogue(), message);
+  EXPECT_EQ(code_of(message.requests[0]), -32602);
+  rpc_read(
+      R"({"jsonrpc":"2.0","id":"\u0000","method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":"\\u0000"}}})",
+      catalogue(), message);
+  EXPECT_EQ(message.requests[0].error, "") << "a backslash that stands for itself";
+}
+
+std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome) {
+  std::string reply;
+  rpc_append_outcome(reply, id, call, outcome);
+  return reply;
+}
+
 TEST(RpcReply, CarriesThePluginsText) {
   const Call get{.kind = CallKind::get, .uri = volume};
   Outcome outcome{.ret = -2, .text = "{ \"a\":1.0}", .broken = false, .lines = {}};
@@ -147,6 +183,14 @@ TEST(RpcReply, BrokenTextsAreErrors) {
   const std::string reply = rpc_outcome("1", get, {.ret = 0, .text = "{\"a\":", .broken = true, .lines = {}});
   EXPECT_NE(reply.find("-32002"), std::string::npos);
   EXPECT_NE(reply.find("\"data\":{\"length\":5}"), std::string::npos);
+}
+
+TEST(RpcReply, AChangeThatIsNotOnTheDiskIsAnError) {
+  const Call set{.kind = CallKind::set, .uri = volume};
+  const std::string reply = rpc_outcome("1", set, {.ret = 0, .text = "", .lines = {}, .not_kept = ENOSPC});
+  EXPECT_NE(reply.find("-32004"), std::string::npos);
+  EXPECT_NE(reply.find("No space left on device"), std::string::npos);
+  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = "", .lines = {}, .not_kept = ENOSPC}).status, 500u);
 }
 
 TEST(RpcReply, ControlErrorsAreErrors) {
@@ -167,49 +211,13 @@ TEST(RpcReply, NotificationsCarryThePluginsText) {
   EXPECT_NE(broken.find("\"length\":3"), std::string::npos);
 }
 
-// A folder with a page, and a secret beside it.
-struct Site {
-  fs::path folder = fs::temp_directory_path() / ("host_test-" + std::to_string(getpid()));
-  std::string web = (folder / "web").string();
-  Site() {
-    fs::create_directories(folder / "web/assets");
-    std::ofstream(folder / "web/index.html") << "page";
-    std::ofstream(folder / "web/assets/a.js") << "script";
-    std::ofstream(folder / "secret.txt") << "secret";
-    fs::create_symlink(folder / "secret.txt", folder / "web/link.txt");
-  }
-  ~Site() { fs::remove_all(folder); }
-};
-
-HttpAnswer answer_to(const std::string& method, const std::string& path, const std::string& web) {
+HttpAnswer answer_to(const std::string& method, const std::string& path) {
   HttpAnswer answer;
   Call call;
-  EXPECT_EQ(http_route({.method = method, .path = path, .host = "localhost:8080"}, catalogue(), web, answer, call),
+  EXPECT_EQ(http_route({.method = method, .path = path, .host = "localhost:8080"}, catalogue(), "", answer, call),
             HttpRoute::answer)
       << path;
   return answer;
-}
-
-TEST(Http, ServesFilesOfTheFolderOnly) {
-  const Site site;
-  EXPECT_EQ(answer_to("GET", "/", site.web).body, "page");
-  const HttpAnswer script = answer_to("GET", "/assets/a.js", site.web);
-  EXPECT_EQ(script.body, "script");
-  EXPECT_EQ(script.type, "text/javascript; charset=utf-8");
-  EXPECT_TRUE(answer_to("GET", "/", site.web).policy.starts_with("default-src 'self'"));
-  for (const char* path : {"/../secret.txt", "/link.txt", "/assets/../../secret.txt", "//etc/passwd", "/assets",
-                           "/nothing", "/..", "/assets/"}) {
-    const HttpAnswer answer = answer_to("GET", path, site.web);
-    EXPECT_EQ(answer.status, 404u) << path;
-    EXPECT_EQ(answer.body.find("secret"), std::string::npos);
-  }
-  EXPECT_EQ(answer_to("POST", "/", site.web).status, 405u);
-}
-
-TEST(Http, SaysHowToBuildAMissingPage) {
-  const HttpAnswer answer = answer_to("GET", "/", "/nonexistent/folder");
-  EXPECT_EQ(answer.status, 404u);
-  EXPECT_NE(answer.body.find("npm run build"), std::string::npos);
 }
 
 TEST(Http, RoutesUris) {
@@ -227,14 +235,40 @@ TEST(Http, RoutesUris) {
   EXPECT_EQ(call.kind, CallKind::set);
   EXPECT_EQ(http_route({.method = "POST", .path = "/jsonrpc"}, catalogue(), "", answer, call), HttpRoute::rpc);
 
-  EXPECT_EQ(answer_to("DELETE", volume, "").status, 405u);
-  EXPECT_EQ(answer_to("GET", "/jsonrpc", "").status, 405u);
-  EXPECT_EQ(answer_to("GET", "/tv/nothing", "").status, 404u);
+  EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = R"({"A":"\u0000"})"}, catalogue(), "", answer, call),
+            HttpRoute::answer);
+  EXPECT_EQ(answer.status, 400u);
+  std::string many = "{\"A\":[1";
+  for (std::size_t i = 1; i < limit_parameter_values; ++i) many += ",1";
+  EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = many + "]}"}, catalogue(), "", answer, call),
+            HttpRoute::answer);
+  EXPECT_EQ(answer.status, 413u);
+  EXPECT_EQ(http_route({.method = "HEAD", .path = volume}, catalogue(), "", answer, call), HttpRoute::call);
+  EXPECT_EQ(call.kind, CallKind::get);
+
+  EXPECT_EQ(answer_to("GET", "/jsonrpc").status, 405u);
+  EXPECT_EQ(answer_to("GET", "/tv/nothing").status, 404u);
+  EXPECT_EQ(answer_to("HEAD", "/tv/nothing").status, 404u);
   for (const char* body : {"", "{", "5", "[]", "\"a\""}) {
     EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = body}, catalogue(), "", answer, call),
               HttpRoute::answer);
     EXPECT_EQ(answer.status, 400u) << body;
   }
+}
+
+TEST(Http, SaysWhichMethodsAreServed) {
+  for (const char* method : {"DELETE", "POST", "PATCH", "head", ""}) {
+    for (const auto& [path, allow] : {std::pair{volume, "GET, HEAD, PUT"},
+                                      {"/tv/nothing", "GET, HEAD, PUT"},
+                                      {"/", "GET, HEAD"},
+                                      {"/nothing", "GET, HEAD"}}) {
+      const HttpAnswer answer = answer_to(method, path);
+      EXPECT_EQ(answer.status, 405u) << method << ' ' << path;
+      EXPECT_EQ(answer.allow, allow) << method << ' ' << path;
+    }
+  }
+  EXPECT_EQ(answer_to("PUT", "/").status, 405u);
+  EXPECT_EQ(answer_to("HEAD", "/jsonrpc").allow, "POST");
 }
 
 TEST(Http, OutcomesBecomeStatuses) {

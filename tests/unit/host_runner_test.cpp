@@ -65,29 +65,82 @@ struct Bench {
   }
 };
 
-Job get_job(const char* id) { return {.client = 1, .id = id, .call = {.kind = CallKind::get, .uri = "/gate"}}; }
-
-Job control_job(const char* id) {
-  return {.client = 2, .id = id, .call = {.kind = CallKind::control, .text = "[\"volume\"]"}};
+Job get_job(const char* id, std::uint64_t client = 1) {
+  return {.client = client, .id = id, .call = {.kind = CallKind::get, .uri = "/gate"}};
 }
+
+Job control_job(const char* id, std::uint64_t client = 2) {
+  return {.client = client, .id = id, .call = {.kind = CallKind::control, .text = "[\"volume\"]"}};
+}
+
+RunnerAdd add(Runner& runner, Job job, std::size_t most = 100) { return runner_add(runner, job, most); }
+
+// The watching thread, for as long as it lives.
+struct Watch {
+  Runner& runner;
+  std::thread thread;
+  explicit Watch(Runner& watched) : runner(watched), thread(runner_watch, std::ref(watched)) {}
+  ~Watch() {
+    runner_stop(runner);
+    thread.join();
+  }
+};
 
 TEST(Runner, QuickCallsRunWhereTheyWereRead) {
   Bench bench;
-  for (const char* id : {"a", "b"}) runner_add(bench.runner, get_job(id));
-  runner_add(bench.runner, control_job("c"));
+  for (const char* id : {"a", "b"}) add(bench.runner, get_job(id));
+  add(bench.runner, control_job("c"));
   EXPECT_GT(bench.runner.jobs_bytes, 0u);
+  EXPECT_EQ(runner_waiting(bench.runner), 3u);
   EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
-  EXPECT_EQ(bench.delivered, (std::vector<std::string>{"a /gate", "b /gate", "c {\"done\":true}"}));
+  EXPECT_EQ(bench.delivered, (std::vector<std::string>{"c {\"done\":true}", "a /gate", "b /gate"}));
   EXPECT_EQ(bench.delivered_on, std::vector<std::thread::id>(3, std::this_thread::get_id()));
   EXPECT_EQ(bench.runner.jobs_bytes, 0u);
   EXPECT_FALSE(runner_has_work(bench.runner));
 }
 
+TEST(Runner, ClientsTakeTurns) {
+  Bench bench;
+  for (int i = 0; i < 10; ++i) add(bench.runner, get_job("a", 1));
+  for (int i = 0; i < 3; ++i) add(bench.runner, get_job("b", 2));
+  add(bench.runner, get_job("c", 3));
+  EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
+  std::string order;
+  for (const std::string& one : bench.delivered) order += one[0];
+  ASSERT_EQ(limit_calls_in_turn, 4u);
+  EXPECT_EQ(order, "aaaabbbcaaaaaa");
+}
+
+TEST(Runner, LanesHaveLimitsOfTheirOwn) {
+  Bench bench;
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::full);
+  // The plugin's lane is full; commands still get through, and no client fills their lane.
+  std::uint64_t client = 10;
+  for (std::size_t i = 0; i < limit_control_requests_per_client; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::full_for_client);
+  for (std::size_t i = limit_control_requests_per_client; i < limit_control_requests; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::full);
+}
+
+TEST(Runner, WaitingRequestsHaveAMemoryLimit) {
+  Bench bench;
+  Job large = get_job("large");
+  large.call.text.assign(limit_waiting_bytes, 'x');
+  EXPECT_EQ(add(bench.runner, large), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::full);
+  EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::added);
+}
+
 TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {
   Bench bench;
+  const Watch watch(bench.runner);
   close_gate();
-  runner_add(bench.runner, get_job("slow"));
-  runner_add(bench.runner, get_job("behind"));
+  add(bench.runner, get_job("slow"));
+  add(bench.runner, get_job("behind"));
 
   bool kept = true;
   std::thread first([&] { kept = runner_run(bench.runner, 1, Bench::deliver); });
@@ -95,7 +148,7 @@ TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {
   ASSERT_TRUE(runner_stand_by(bench.runner));
   EXPECT_FALSE(runner_has_work(bench.runner)) << "the plugin serves one request at a time";
 
-  runner_add(bench.runner, control_job("beside"));
+  add(bench.runner, control_job("beside"));
   EXPECT_TRUE(runner_has_work(bench.runner));
   EXPECT_TRUE(runner_run(bench.runner, 2, Bench::deliver));
   EXPECT_EQ(bench.delivered, std::vector<std::string>{"beside {\"done\":true}"});
@@ -123,24 +176,66 @@ TEST(Runner, StandingByEndsWithStop) {
     threads.emplace_back([&] {
       if (!runner_stand_by(bench.runner)) ended.fetch_add(1);
     });
-  std::this_thread::sleep_for(120ms);  // one of them dozes by now
+  threads.emplace_back([&] {
+    runner_watch(bench.runner);
+    ended.fetch_add(1);
+  });
+  std::this_thread::sleep_for(20ms);
   runner_stop(bench.runner);
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(ended.load(), 2);
+  EXPECT_EQ(ended.load(), 3);
 }
 
-TEST(Runner, ACallRousesTheDozingThread) {
+TEST(Runner, ATurnRousesTheDozingWatcher) {
   Bench bench;
-  std::atomic<bool> leads{false};
-  std::thread other([&] { leads.store(runner_stand_by(bench.runner)); });
+  const Watch watch(bench.runner);
+  runner_rest(bench.runner);
   while (!bench.runner.dozing.load()) std::this_thread::sleep_for(1ms);
+  runner_begin_turn(bench.runner);
   close_gate();
-  runner_add(bench.runner, get_job("slow"));
+  add(bench.runner, get_job("slow"));
   std::thread first([&] { EXPECT_FALSE(runner_run(bench.runner, 1, Bench::deliver)); });
-  other.join();
-  EXPECT_TRUE(leads.load());
+  EXPECT_TRUE(runner_stand_by(bench.runner));
   open_gate();
   first.join();
+}
+
+std::atomic<int> alarms{0};
+
+TEST(Runner, AStuckLeaderIsNoticed) {
+  Bench bench;
+  bench.runner.turn_time = 50ms;
+  bench.runner.stuck = [](const char* text) {
+    if (strstr(text, "stuck") != nullptr) alarms.fetch_add(1);
+  };
+  alarms = 0;
+  const Watch watch(bench.runner);
+  // A turn begins, and then nothing happens.
+  runner_begin_turn(bench.runner);
+  for (int i = 0; i < 10'000 && alarms.load() == 0; ++i) std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(alarms.load(), 1);
+}
+
+TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
+  Bench bench;
+  bench.runner.turn_time = 50ms;
+  bench.runner.stuck = [](const char*) { alarms.fetch_add(1); };
+  alarms = 0;
+  const Watch watch(bench.runner);
+  runner_rest(bench.runner);
+  std::this_thread::sleep_for(200ms);
+  EXPECT_EQ(alarms.load(), 0);
+  // A slow call hands the lead over; the new leader rests.
+  runner_begin_turn(bench.runner);
+  close_gate();
+  add(bench.runner, get_job("slow"));
+  std::thread first([&] { runner_run(bench.runner, 1, Bench::deliver); });
+  ASSERT_TRUE(runner_stand_by(bench.runner));
+  runner_rest(bench.runner);
+  std::this_thread::sleep_for(200ms);
+  open_gate();
+  first.join();
+  EXPECT_EQ(alarms.load(), 0);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // JSON as text, "did you mean", and what waits for a client.
 #include <gtest/gtest.h>
 
+#include "bounds.h"
 #include "json_text.h"
 #include "nearest.h"
 #include "outbox.h"
@@ -83,16 +84,37 @@ TEST(Outbox, FramesAreThoseOfTheProtocol) {
   EXPECT_EQ(large.size(), 65546u);
 }
 
+TEST(Outbox, AReplyIsFramedAsItIsWritten) {
+  Outbox outbox;
+  std::string expected;
+  for (const std::size_t length : {0, 1, 125, 126, 65535, 65536}) {
+    const std::string text(length, 't');
+    std::string& open = outbox_open_reply(outbox);
+    open += text.substr(0, length / 2);
+    open += text.substr(length / 2);
+    outbox_close_reply(outbox);
+    expected += ws_frame(text);
+  }
+  EXPECT_EQ(outbox.replies_bytes, expected.size());
+  std::string all;
+  bool replies = false;
+  for (std::string chunk = outbox_take(outbox, replies); !chunk.empty(); chunk = outbox_take(outbox, replies))
+    all += chunk;
+  EXPECT_TRUE(all == expected);
+}
+
 TEST(Outbox, ChunksHoldWholeFrames) {
   Outbox outbox;
   const std::string text(1000, 'r');
   for (int i = 0; i < 200; ++i) outbox_reply(outbox, text);
   EXPECT_EQ(outbox.replies_bytes, 200u * 1004);
   std::size_t total = 0;
-  for (std::string chunk = outbox_take(outbox); !chunk.empty(); chunk = outbox_take(outbox)) {
-    EXPECT_EQ((chunk.size() - outbox_pad) % 1004, 0u);
-    EXPECT_LE(chunk.size(), 70000u);
-    total += chunk.size() - outbox_pad;
+  bool replies = false;
+  for (std::string chunk = outbox_take(outbox, replies); !chunk.empty(); chunk = outbox_take(outbox, replies)) {
+    EXPECT_TRUE(replies);
+    EXPECT_EQ(chunk.size() % 1004, 0u);
+    EXPECT_LE(chunk.size(), limit_chunk_bytes + 1004);
+    total += chunk.size();
   }
   EXPECT_EQ(total, 200u * 1004);
   EXPECT_EQ(outbox.replies_bytes, 0u);
@@ -100,22 +122,27 @@ TEST(Outbox, ChunksHoldWholeFrames) {
 
 TEST(Outbox, OldestNotificationsGoFirstAndTheClientIsTold) {
   Outbox outbox;
-  const OutboxLimits limits{.notices = 3, .notices_bytes = 1000};
-  for (int i = 0; i < 10; ++i) outbox_notice(outbox, limits, notice("<" + std::to_string(i) + ">"));
+  const std::size_t all = limit_client_notices + 7;
+  for (std::size_t i = 0; i < all; ++i) outbox_notice(outbox, notice("<" + std::to_string(i) + ">"));
   outbox_reply(outbox, "reply");
-  EXPECT_EQ(outbox_take(outbox).substr(outbox_pad), ws_frame("reply")) << "replies are never dropped";
-  const std::string chunk = outbox_take(outbox).substr(outbox_pad);
+  bool replies = false;
+  EXPECT_EQ(outbox_take(outbox, replies), ws_frame("reply")) << "replies are never dropped";
+  EXPECT_TRUE(replies);
+  const std::string chunk = outbox_take(outbox, replies);
+  EXPECT_FALSE(replies);
   EXPECT_NE(chunk.find(R"({"jsonrpc":"2.0","method":"overflow","params":{"dropped":7}})"), std::string::npos);
-  EXPECT_TRUE(chunk.ends_with("<7><8><9>"));
-  EXPECT_TRUE(outbox_take(outbox).empty());
+  EXPECT_EQ(chunk.find("<6>"), std::string::npos);
+  EXPECT_NE(chunk.find("<7><8>"), std::string::npos);
+  EXPECT_TRUE(chunk.ends_with("<" + std::to_string(all - 1) + ">"));
+  EXPECT_TRUE(outbox_take(outbox, replies).empty());
 }
 
 TEST(Outbox, BytesAreBoundedToo) {
   Outbox outbox;
-  const OutboxLimits limits{.notices = 100, .notices_bytes = 250};
-  for (int i = 0; i < 5; ++i) outbox_notice(outbox, limits, notice(std::string(100, 'n')));
-  EXPECT_EQ(outbox.notices.size(), 2u);
-  EXPECT_EQ(outbox.notices_bytes, 200u);
+  const std::size_t bytes = limit_client_notice_bytes / 4;
+  for (int i = 0; i < 7; ++i) outbox_notice(outbox, notice(std::string(bytes, 'n')));
+  EXPECT_EQ(outbox.notices.size(), 4u);
+  EXPECT_EQ(outbox.notices_bytes, limit_client_notice_bytes);
   EXPECT_EQ(outbox.dropped, 3u);
 }
 
@@ -124,11 +151,12 @@ TEST(Outbox, ForgetsAnUnsubscribedUri) {
   const char* a = "/a";
   const char* b = "/b";
   for (int i = 0; i < 3; ++i) {
-    outbox_notice(outbox, {}, notice("a", a));
-    outbox_notice(outbox, {}, notice("b", b));
+    outbox_notice(outbox, notice("a", a));
+    outbox_notice(outbox, notice("b", b));
   }
   outbox_forget(outbox, a);
-  EXPECT_EQ(outbox_take(outbox).substr(outbox_pad), "bbb");
+  bool replies = false;
+  EXPECT_EQ(outbox_take(outbox, replies), "bbb");
   EXPECT_EQ(outbox.notices_bytes, 0u);
 }
 

@@ -1,0 +1,369 @@
+#include "log_relay.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+// Of the sanitizers, where the program is built with one: where their reports go.
+extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void* fd);
+
+namespace {
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+// Lines that differ in nothing but their digits.
+struct Kind {
+  std::uint64_t hash = 0;
+  Clock::time_point end{};     // of the window; once it is over, the place is free for another kind
+  unsigned lines = 0;          // that passed in the window
+  std::uint64_t more = 0;      // that did not and are not told yet
+  std::string beginning = {};  // of the window's first line
+};
+
+// What happens to the rest of a line whose beginning was dealt with.
+enum class Rest { NO_BEGINNING_YET, PASSES, DROPPED };
+
+struct Stream {
+  int number;
+  const char* writer_name;
+  int original = -1;   // what fd `number` was; open for good, written by the stream's writer only
+  int write_end = -1;  // of the pipe, until fd `number` is it
+
+  // The drain thread's own.
+  int pipe = -1;           // the read end of the pipe that stands in its place; -1 once nobody can write to it
+  std::string piece = {};  // of a line that has not ended; empty, or passed on when it is due
+  Clock::time_point piece_due{};
+  Rest rest = Rest::NO_BEGINNING_YET;
+  std::vector<Kind> kinds = {};
+  Kind other_kinds = {};
+
+  std::mutex lock = {};  // guards what follows; never held during a system call that may block
+  std::condition_variable filled = {};
+  std::deque<std::string> blocks = {};  // whole lines, PIPE_BUF bytes at most but for a long line's piece
+  std::atomic<std::size_t> held{0};  // bytes in blocks and in the writer's hands; changed under the lock, read without
+  std::uint64_t lost = 0;            // lines behind the last block
+  bool in_line = false;              // whether the last block ends within a line
+};
+
+struct Relay {
+  LogRelayOptions options;
+  std::array<Stream, 2> streams{Stream{.number = STDOUT_FILENO, .writer_name = "dtv_log-stdout"},
+                                Stream{.number = STDERR_FILENO, .writer_name = "dtv_log-stderr"}};
+  char stdout_buffer[BUFSIZ];
+  int wake = -1;                     // an eventfd; the drain thread looks at flush_asked
+  std::atomic<bool> started{false};  // fd 1 and 2 are the pipes
+  // The drain thread empties the pipes to the last byte when the first is ahead, and lets the second follow.
+  std::atomic<std::uint32_t> flush_asked{0};
+  std::atomic<std::uint32_t> flush_done{0};
+};
+
+// Lives until the process ends: its threads are never joined, since one of them may wait for a reader for ever.
+Relay& relay = *new Relay;
+
+// Queues bytes; the stream's lock is held. A block is written at once, and a pipe does not mix what is written at once,
+// up to PIPE_BUF, with what others write.
+void append(Stream& stream, std::string_view bytes) {
+  if (stream.blocks.empty() || stream.blocks.back().size() + bytes.size() > PIPE_BUF) stream.blocks.emplace_back();
+  stream.blocks.back() += bytes;
+  stream.held += bytes.size();
+  stream.in_line = bytes.back() != '\n';
+}
+
+void append_notice(Stream& stream, const std::string& text) {
+  append(stream, (stream.in_line ? "\n" : "") + ("dtv-host: " + text + "\n"));
+}
+
+// Queues bytes, or a notice, that stand for so many lines; false: these lines are lost.
+enum class Form { LINE, NOTICE };
+bool put(Stream& stream, Form form, const std::string& text, std::uint64_t lines) {
+  const std::lock_guard guard(stream.lock);
+  if (stream.lost > 0 || stream.held + text.size() > relay.options.queue_bytes) {
+    stream.lost += lines;
+    return false;
+  }
+  if (form == Form::NOTICE)
+    append_notice(stream, text);
+  else
+    append(stream, text);
+  stream.filled.notify_one();
+  return true;
+}
+
+// A write that fails, for a closed reader or a full disk, takes the block with it; the next one is tried again.
+void write_block(int fd, std::string_view block) {
+  while (!block.empty()) {
+    const ssize_t written = write(fd, block.data(), block.size());
+    if (written >= 0) {
+      block.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN) {  // another process made the descriptor so
+      pollfd writable = {.fd = fd, .events = POLLOUT, .revents = 0};
+      poll(&writable, 1, -1);
+    } else if (errno != EINTR) {
+      return;
+    }
+  }
+}
+
+void run_writer(Stream& stream) {
+  pthread_setname_np(pthread_self(), stream.writer_name);
+  std::unique_lock guard(stream.lock);
+  while (true) {
+    stream.filled.wait(guard, [&] { return !stream.blocks.empty(); });
+    const std::string block = std::move(stream.blocks.front());
+    stream.blocks.pop_front();
+    guard.unlock();
+    write_block(stream.original, block);
+    guard.lock();
+    // Before the block is taken off `held`: whoever sees 0 there is to know that nothing is left to tell.
+    if (stream.lost > 0 && stream.held - block.size() <= relay.options.queue_bytes / 2) {
+      append_notice(stream, std::to_string(stream.lost) + " lines were lost, since nobody read them");
+      stream.lost = 0;
+    }
+    stream.held -= block.size();
+  }
+}
+
+// FNV-1a, each run of digits counting as one.
+std::uint64_t hash_of(std::string_view line) {
+  std::uint64_t hash = 0xcbf29ce484222325;
+  bool in_digits = false;
+  for (const char character : line) {
+    const bool digit = character >= '0' && character <= '9';
+    if (digit && in_digits) continue;
+    in_digits = digit;
+    hash = (hash ^ static_cast<unsigned char>(digit ? '0' : character)) * 0x100000001b3;
+  }
+  return hash;
+}
+
+std::string beginning_of(std::string_view line) {
+  constexpr std::size_t most = 60;
+  if (line.size() <= most) return std::string(line);
+  std::size_t length = most;
+  while (length > most - 3 && (line[length] & 0xc0) == 0x80) --length;  // not within a character of UTF-8
+  return std::string(line.substr(0, length)) + "...";
+}
+
+// Whether a line that begins so passes; counts it if not. Windows that are over by now have been told.
+bool kind_passes(Stream& stream, std::string_view line, Clock::time_point now) {
+  const LogRelayOptions& options = relay.options;
+  while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
+  const std::uint64_t hash = hash_of(line);
+  Kind* place = nullptr;
+  for (Kind& kind : stream.kinds) {
+    const bool over = now >= kind.end;
+    if (!over && kind.hash == hash) {
+      place = &kind;
+      break;
+    }
+    if (over && place == nullptr) place = &kind;
+  }
+  if (place == nullptr)
+    place = stream.kinds.size() < options.kinds ? &stream.kinds.emplace_back() : &stream.other_kinds;
+  if (now >= place->end) *place = {.hash = hash, .end = now + options.window, .beginning = beginning_of(line)};
+  if (place->lines < (place == &stream.other_kinds ? options.lines_of_other_kinds : options.lines_of_a_kind)) {
+    ++place->lines;
+    return true;
+  }
+  ++place->more;
+  return false;
+}
+
+// Tells of the lines that were counted in windows that are over, or in all.
+void tell_kinds(Stream& stream, Clock::time_point now, bool all) {
+  const auto is_due = [&](const Kind& kind) { return kind.more > 0 && (all || now >= kind.end); };
+  for (Kind& kind : stream.kinds) {
+    if (!is_due(kind)) continue;
+    put(stream, Form::NOTICE, "the line \"" + kind.beginning + "\" came " + std::to_string(kind.more) + " times more",
+        kind.more);
+    kind.more = 0;
+  }
+  Kind& others = stream.other_kinds;
+  if (!is_due(others)) return;
+  put(stream, Form::NOTICE, std::to_string(others.more) + " lines of many other kinds are left out", others.more);
+  others.more = 0;
+}
+
+void pass_piece(Stream& stream, Clock::time_point now) {
+  if (stream.rest == Rest::NO_BEGINNING_YET)
+    stream.rest = kind_passes(stream, stream.piece, now) ? Rest::PASSES : Rest::DROPPED;
+  if (stream.rest == Rest::PASSES && !put(stream, Form::LINE, stream.piece, 1)) stream.rest = Rest::DROPPED;
+  if (stream.piece.ends_with('\n')) stream.rest = Rest::NO_BEGINNING_YET;
+  stream.piece.clear();
+}
+
+// Reads once from the stream's pipe; false when nothing was there.
+bool take(Stream& stream, Clock::time_point now) {
+  char buffer[64 * 1024];  // as much as a pipe holds
+  const ssize_t got = stream.pipe < 0 ? -1 : read(stream.pipe, buffer, sizeof buffer);
+  if (got == 0) {  // after the relay's end
+    close(stream.pipe);
+    stream.pipe = -1;
+  }
+  if (got <= 0) return false;
+  for (std::string_view bytes(buffer, static_cast<std::size_t>(got)); !bytes.empty();) {
+    if (stream.piece.empty()) stream.piece_due = now + relay.options.partial_line;
+    const std::size_t to_line_end = std::min(bytes.find('\n'), bytes.size() - 1) + 1;
+    const std::size_t length = std::min(to_line_end, relay.options.line_bytes - stream.piece.size());
+    stream.piece += bytes.substr(0, length);
+    bytes.remove_prefix(length);
+    if (stream.piece.ends_with('\n') || stream.piece.size() >= relay.options.line_bytes) pass_piece(stream, now);
+  }
+  return true;
+}
+
+// Milliseconds until something is due without a byte being printed; -1: never.
+int time_to_wait(Clock::time_point now) {
+  auto due = Clock::time_point::max();
+  for (const Stream& stream : relay.streams) {
+    if (!stream.piece.empty()) due = std::min(due, stream.piece_due);
+    if (stream.other_kinds.more > 0) due = std::min(due, stream.other_kinds.end);
+    for (const Kind& kind : stream.kinds)
+      if (kind.more > 0) due = std::min(due, kind.end);
+  }
+  if (due == Clock::time_point::max()) return -1;
+  const auto wait = std::chrono::ceil<milliseconds>(due - now).count();
+  return static_cast<int>(std::clamp<std::int64_t>(wait, 0, INT_MAX));
+}
+
+void run_drain() {
+  pthread_setname_np(pthread_self(), "dtv_log-drain");
+  while (true) {
+    pollfd watched[] = {{.fd = relay.streams[0].pipe, .events = POLLIN, .revents = 0},
+                        {.fd = relay.streams[1].pipe, .events = POLLIN, .revents = 0},
+                        {.fd = relay.wake, .events = POLLIN, .revents = 0}};
+    poll(watched, std::size(watched), time_to_wait(Clock::now()));
+    // Lets further lines gather: to be woken by each one costs a request that prints four half as much again.
+    constexpr timespec gathering = {.tv_sec = 0, .tv_nsec = 1'000'000};
+    if (watched[2].revents == 0) nanosleep(&gathering, nullptr);
+    std::uint64_t wakes = 0;
+    if (watched[2].revents != 0 && read(relay.wake, &wakes, sizeof wakes) < 0) continue;
+    const std::uint32_t asked = relay.flush_asked;
+    const bool flush = asked != relay.flush_done;
+    const Clock::time_point now = Clock::now();
+    for (Stream& stream : relay.streams) {
+      tell_kinds(stream, now, false);
+      while (take(stream, now) && flush) {
+      }
+      if (!stream.piece.empty() && (flush || now >= stream.piece_due)) pass_piece(stream, now);
+      if (flush) tell_kinds(stream, now, true);
+    }
+    relay.flush_done = asked;
+  }
+}
+
+// Waits until what was printed before is written, for at most `patience`. A signal handler may call it.
+void settle(milliseconds patience) {
+  const auto limit = Clock::now() + patience;
+  const std::uint32_t asked = ++relay.flush_asked;
+  constexpr std::uint64_t one = 1;
+  if (write(relay.wake, &one, sizeof one) < 0) return;
+  const auto is_settled = [&] {
+    return relay.flush_done >= asked && relay.streams[0].held == 0 && relay.streams[1].held == 0;
+  };
+  constexpr timespec moment = {.tv_sec = 0, .tv_nsec = 1'000'000};
+  while (!is_settled() && Clock::now() < limit) nanosleep(&moment, nullptr);
+}
+
+void on_crash(int number) {
+  settle(milliseconds(200));
+  raise(number);  // the handler was reset
+}
+
+bool complain(int error) {
+  fprintf(stderr, "dtv-host: a reader of the log that stalls will stop the set, since no relay starts: %s\n",
+          std::generic_category().message(error).c_str());
+  return false;
+}
+
+// Returns errno of what failed, or 0.
+int start_threads() {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  int error = 0;
+  try {
+    for (Stream& stream : relay.streams) std::thread(run_writer, std::ref(stream)).detach();
+    std::thread(run_drain).detach();
+  } catch (const std::system_error& failure) {
+    error = failure.code().value();
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return error;
+}
+
+}  // namespace
+
+bool log_relay_start(const LogRelayOptions& options) {
+  relay.options = options;
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return complain(errno);  // takes the lowest free one
+  relay.wake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (relay.wake < 0) return complain(errno);
+  for (Stream& stream : relay.streams) {
+    int ends[2] = {-1, -1};
+    stream.original = fcntl(stream.number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (stream.original < 0 || pipe2(ends, O_CLOEXEC) < 0) return complain(errno);
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    stream.pipe = ends[0];
+    stream.write_end = ends[1];
+  }
+  if (const int error = start_threads(); error != 0) return complain(error);
+
+  fflush(stdout);
+  // With a buffer of ours: without one the C library goes on as before where something was printed already.
+  setvbuf(stdout, relay.stdout_buffer, _IOLBF, sizeof relay.stdout_buffer);
+  for (const Stream& stream : relay.streams) {
+    dup2(stream.write_end, stream.number);
+    close(stream.write_end);
+  }
+  // A sanitizer ends the process at once after its report, which would not get through the relay.
+  const auto report_fd = static_cast<std::intptr_t>(relay.streams[1].original);
+  if (__sanitizer_set_report_fd != nullptr) __sanitizer_set_report_fd(reinterpret_cast<void*>(report_fd));
+  for (const int number : {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE}) {
+    struct sigaction action {};
+    sigaction(number, nullptr, &action);
+    if (action.sa_handler != SIG_DFL) continue;
+    action.sa_handler = on_crash;
+    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+    sigaction(number, &action, nullptr);
+  }
+  relay.started = true;
+  return true;
+}
+
+void log_relay_end(milliseconds patience) {
+  if (!relay.started) return;
+  if (ftrylockfile(stdout) == 0) {  // a thread that hangs may hold the lock
+    fflush_unlocked(stdout);
+    funlockfile(stdout);
+  }
+  settle(patience);
+  // A closed reader keeps the relay too: it takes the signal that writing to it brings.
+  for (Stream& stream : relay.streams) {
+    pollfd writable = {.fd = stream.original, .events = POLLOUT, .revents = 0};
+    if (stream.held == 0 && poll(&writable, 1, 0) > 0 && writable.revents == POLLOUT)
+      dup2(stream.original, stream.number);
+  }
+}

@@ -1,0 +1,171 @@
+#include <chrono>
+
+#include "line.h"
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+milliseconds time_for(const Limits& limits, Phase phase) {
+  switch (phase) {
+    case Phase::nothing:
+      break;
+    case Phase::first_request:
+    case Phase::head:
+      return limits.header_time;
+    case Phase::next_request:
+      return limits.idle_time;
+    case Phase::body:
+    case Phase::message:
+      return limits.body_time;
+    case Phase::farewell:
+      return limit_linger_time;
+  }
+  return {};
+}
+
+// What speaks against a request, whatever it wants; status 0: nothing.
+HttpAnswer refusal(const Server& server, const Client& client) {
+  const HttpRequest& request = client.request;
+  const ServerOptions& options = server.options;
+  if (std::string reason = policy_refuses(options.policy, request.host, request.origin); !reason.empty())
+    return http_error(403, reason);
+  if (!request.target_host.empty() && !policy_refuses(options.policy, request.target_host, "").empty())
+    return http_error(400, "the target names another server");
+  const bool page = http_is_page(request.path, server.catalogue);
+  const bool follows_link =
+      page && request.method == "GET" && request.fetch_mode == "navigate" && request.fetch_dest == "document";
+  if (policy_is_cross_site(request.origin, request.fetch_site, follows_link))
+    return http_error(403,
+                      "pages of other sites may not use this server; start dtv-host with --allow-origin to let one in");
+  if (client.line->excess)
+    return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
+                               " connections, and has them; see --max-connections");
+  if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
+    HttpAnswer answer = http_error(401, "this server wants its token; see --require-token");
+    answer.more = "www-authenticate: Bearer\r\n";
+    return answer;
+  }
+  return {};
+}
+
+void upgrade(Server& server, Client& client) {
+  HttpAnswer refused = client.request.path == "/jsonrpc" ? http_upgrade_refusal(client.request)
+                                                         : http_error(404, "WebSocket connections are at /jsonrpc");
+  Line& line = *client.line;
+  if (refused.status == 0) {
+    line.stream =
+        ws_accept(client.request.head, client.request.websocket_protocol, server.options.limits.message_bytes);
+    if (line.stream == nullptr) refused = http_error(400, "the upgrade request is malformed");
+  }
+  if (refused.status != 0) return refuse_http(server, client, std::move(refused));
+  line.reader.reset();
+  client.request = {};
+  client.websocket = true;
+}
+
+// The head of a request is there: refuses it, upgrades the connection, or lets its body come.
+void on_head(Server& server, Client& client) {
+  HttpRequest& request = client.request;
+  client.authorized = policy_shows_token(request.authorization, server.options.token);
+  if (HttpAnswer refused = refusal(server, client); refused.status != 0)
+    return refuse_http(server, client, std::move(refused));
+  if (request.wants_websocket) return upgrade(server, client);
+  if (!request.expects_continue) return;
+  // The client waits for a word before it sends the body: it is spared one that nobody takes.
+  HttpAnswer answer;
+  Call call;
+  if (http_route(request, server.catalogue, server.options.web_folder, answer, call) == HttpRoute::answer &&
+      (answer.status == 404 || answer.status == 405))
+    return refuse_http(server, client, std::move(answer));
+  if (answer.file.descriptor >= 0) close(answer.file.descriptor);
+  client.line->unsent += http_continue;
+}
+
+void carry_out(Server& server, Client& client) {
+  if (client.request.method == "OPTIONS")
+    return server_answer(server, client, {.status = 204, .allow = "GET, HEAD, PUT, POST"});
+  HttpAnswer answer;
+  Call call;
+  switch (http_route(client.request, server.catalogue, server.options.web_folder, answer, call)) {
+    case HttpRoute::answer:
+      return server_answer(server, client, std::move(answer));
+    case HttpRoute::call:
+      client.line->state = State::waiting;
+      return server_add_call(server, client, std::move(call));
+    case HttpRoute::rpc:
+      client.line->state = State::waiting;
+      return server_handle_message(server, client, client.request.body);
+  }
+}
+
+}  // namespace
+
+void enter_phase(Server& server, Line& line, Phase phase) {
+  const Phase before = std::exchange(line.phase, phase);
+  // The first request's time runs from the connection on.
+  if (before == phase || (before == Phase::first_request && phase == Phase::head)) return;
+  line.read_due = never;
+  if (phase == Phase::nothing) return;
+  line.since = steady_clock::now();
+  line.read_due = line.since + time_for(server.options.limits, phase);
+  server_sweep_at(server, line.read_due);
+}
+
+void refuse_http(Server& server, Client& client, HttpAnswer answer) {
+  client.request.keeps_alive = false;
+  server_answer(server, client, std::move(answer));
+}
+
+bool read_http(Server& server, Client& client, std::string_view& window) {
+  Line& line = *client.line;
+  HttpAnswer refused;
+  switch (http_read(*line.reader, window, client.request, refused)) {
+    case HttpRead::more:
+      if (line.phase != Phase::body && http_is_within(*line.reader, window)) enter_phase(server, line, Phase::head);
+      return false;
+    case HttpRead::head:
+      enter_phase(server, line, Phase::body);
+      on_head(server, client);
+      return true;
+    case HttpRead::request:
+      enter_phase(server, line, Phase::nothing);
+      carry_out(server, client);
+      return true;
+    case HttpRead::refused:
+      client.request = {};
+      refuse_http(server, client, std::move(refused));
+      return true;
+  }
+  return false;
+}
+
+bool read_websocket(Server& server, Client& client, std::string_view& window) {
+  Line& line = *client.line;
+  WsMessage message;
+  switch (ws_read(*line.stream, window, message)) {
+    case WsRead::more:
+      // Ending a phase that goes on would renew its time.
+      if (window.empty() && ws_held(*line.stream) == 0)
+        enter_phase(server, line, Phase::nothing);
+      else
+        enter_phase(server, line, Phase::message);
+      return false;
+    case WsRead::again:
+      return true;
+    case WsRead::message:
+      enter_phase(server, line, Phase::nothing);
+      if (message.binary) {
+        outbox_reply(client.outbox, rpc_error("null", RpcError::invalid_request, "send text frames, not binary ones"));
+        server_mark(server, client);
+      } else {
+        server_handle_message(server, client, message.text);
+      }
+      return true;
+    case WsRead::closed:
+      line.state = State::leaving;
+      return true;
+  }
+  return false;
+}
