@@ -2,6 +2,7 @@
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
+export PATH := $(shell tools/node.sh path):$(PATH)
 
 .PHONY: all run test arm bench fuzz install packages test-packages arm-packages build web
 
@@ -39,12 +40,12 @@ install: build web
 	@cmake --install build --prefix $(PREFIX)
 
 packages:
-	@tools/check_node.sh
 	@tools/install_packages.sh build
+	@tools/node.sh install
 
 test-packages:
-	@tools/check_node.sh
 	@tools/install_packages.sh test
+	@tools/node.sh install
 
 arm-packages:
 	@tools/install_packages.sh arm
@@ -55,9 +56,9 @@ build: packages
 
 web: web/dist/index.html
 
-web/node_modules/.package-lock.json: web/package-lock.json
+web/node_modules/.package-lock.json: web/package-lock.json | packages
 	@cd web && npm ci --no-audit --no-fund --loglevel=error
 
 web/dist/index.html: web/node_modules/.package-lock.json $(shell find web/src web/public -type f 2>/dev/null) \
-                     web/index.html web/package.json web/vite.config.ts web/tsconfig.json
+                     web/index.html web/package.json web/vite.config.ts web/tsconfig.json web/compress.mjs
 	@cd web && npm run --silent build

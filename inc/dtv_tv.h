@@ -11,9 +11,35 @@
 extern "C" {
 #endif
 
-/* Switches the set on. state_folder: an existing folder that keeps its state (SQLite, survives kill -9).
+/* Sets the stick root: only folders of the machine inside it can become USB sticks. folder: absolute, or relative to
+ * the working directory; null, or no call: $HOME, and if HOME is not set, no folder can. Call it before dtv_tv_start.
+ */
+DTV_TV_EXPORT void dtv_tv_stick_root(const char* folder);
+
+/* Switches the set on. state_folder: an existing folder of this user's that keeps its state (SQLite, survives kill -9);
+ * it and the files in it are kept from other users, and it is held against other processes until dtv_tv_stop.
+ * When it or its database is deleted, renamed or replaced meanwhile, every change is refused.
  * Returns 0, or -1 with ret_error, which the caller frees with free(). Call it before any function of the TV API. */
 DTV_TV_EXPORT int32_t dtv_tv_start(const char* state_folder, char** ret_error);
+
+/* Reports that all changes up to and including number `change` are on the disk. Every change has a number; the first of
+ * a process is 1. failure: 0, or an errno when the sync failed (5, EIO, for want of a better one). After a failed sync
+ * the set refuses every change until it is started again. Where the folder or a file is no longer in its place, failure
+ * is 2, ENOENT, and the set refuses changes until it is back. Called on a thread of the set's own, with no lock held;
+ * it must not call dtv_tv_on_kept. */
+typedef void (*dtv_tv_kept_fct)(void* context, uint64_t change, int32_t failure);
+
+/* By default, and with null, a change is on the disk when the call that makes it returns. With a function, that call
+ * returns when the change is written to the operating system: it survives the end of the process, but not yet a power
+ * cut. A thread of the set then syncs it, together with all that was written meanwhile, and calls fct. After this call
+ * fct is also called once for the changes that were made before. Returns when the function that was registered before
+ * is not running any more. dtv_tv_stop syncs all changes and calls fct for them. */
+DTV_TV_EXPORT void dtv_tv_on_kept(dtv_tv_kept_fct fct, void* context);
+
+/* The number of the latest change that this process has written; 0: none. Cheap, from any thread. To acknowledge a
+ * call, read the number after the call and wait until it has been reported; also where the call has changed nothing,
+ * since the value that it found may not be on the disk yet. */
+DTV_TV_EXPORT uint64_t dtv_tv_last_change(void);
 
 /* Stops the set's threads and closes its state; callbacks have ended when it returns. */
 DTV_TV_EXPORT void dtv_tv_stop(void);

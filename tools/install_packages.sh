@@ -2,13 +2,16 @@
 # Installs the Debian packages that a purpose needs, when any is missing: install_packages.sh build|arm|test
 set -eu
 
-build="g++ cmake ninja-build ccache pkg-config libcjson-dev libwebsockets-dev libboost1.81-dev libboost-json1.81-dev
+build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
        libsqlite3-dev libabsl-dev tzdata libgtest-dev libgmock-dev"
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
 test="clang clang-tidy clang-format libclang-rt-14-dev llvm valgrind chromium bash-completion binutils curl
-      iproute2 util-linux"
+      iproute2 util-linux libwebsockets-dev"
+# What may have come from elsewhere, and is then left as it is.
+command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
+{ command -v node && command -v npm; } >/dev/null || build="$build nodejs npm"
 
 case "${1-}" in
   build) wanted=$build ;;
@@ -27,12 +30,17 @@ done
 [ -n "$missing" ] || exit 0
 
 echo "Installing$missing"
-as_root=
-[ "$(id -u)" = 0 ] || as_root=sudo
-export DEBIAN_FRONTEND=noninteractive
+as_root="env DEBIAN_FRONTEND=noninteractive"  # sudo passes no environment on
+if [ "$(id -u)" != 0 ]; then
+  command -v sudo >/dev/null || { echo "There is no sudo here: install them as root." >&2; exit 1; }
+  as_root="sudo $as_root"
+fi
+apt_get="$as_root apt-get -o DPkg::Lock::Timeout=590 -qq --no-install-recommends -y"
 [ -z "$foreign" ] || $as_root dpkg --add-architecture "$foreign"
+# An installation that was interrupted is brought to its end first, as far as that needs no download.
+$as_root dpkg --configure -a >/dev/null 2>&1 || true
 # One archive's list that is out of step must not stop what the others have: whether it matters, the installation tells.
-$as_root apt-get -o DPkg::Lock::Timeout=590 -qq update ||
-  echo "Some package lists could not be fetched; installing from those that could." >&2
+$apt_get update || echo "Some package lists could not be fetched; installing from those that could." >&2
+$apt_get --fix-broken install >/dev/null
 # shellcheck disable=SC2086
-$as_root apt-get -o DPkg::Lock::Timeout=590 -qq --no-install-recommends -y install $missing >/dev/null
+$apt_get install $missing >/dev/null
