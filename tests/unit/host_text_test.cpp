@@ -87,7 +87,7 @@ TEST(Outbox, FramesAreThoseOfTheProtocol) {
 TEST(Outbox, AReplyIsFramedAsItIsWritten) {
   Outbox outbox;
   std::string expected;
-  for (const std::size_t length : {0, 1, 125, 126, 65535, 65536}) {
+  for (const std::size_t length : {0u, 1u, 125u, 126u, 65535u, 65536u}) {
     const std::string text(length, 't');
     std::string& open = outbox_open_reply(outbox);
     open += text.substr(0, length / 2);
