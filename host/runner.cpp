@@ -14,9 +14,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::int64_t slow_ns = std::chrono::nanoseconds(limit_call_time).count();
 constexpr std::int64_t budget_ns = 1'000'000;  // then sockets are looked at again
+constexpr std::int64_t burst_ns = 250'000;     // replies of quick calls wait for each other for so long
 constexpr auto tick = limit_call_time;
 // A tick that took longer tells of a process that was stopped, not of a leader that was stuck.
 constexpr std::chrono::milliseconds longest_tick{100};
+constexpr std::chrono::seconds longest_doze{1};  // while the leader polls
 
 std::int64_t now_ns() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
@@ -40,19 +42,13 @@ Lane* next_lane(Runner& runner) {
 // A client's turn ends after a few calls, or after a slow one.
 void end_turn(Lane& lane) { lane.in_turn = limit_calls_in_turn; }
 
-// Whose job take_job takes.
-std::uint64_t next_client(const Lane& lane) {
-  return lane.turns.size() > 1 && lane.in_turn >= limit_calls_in_turn ? lane.turns[1] : lane.turns[0];
-}
-
 Job take_job(Runner& runner, Lane& lane) {
-  const std::uint64_t client = next_client(lane);
   if (lane.in_turn >= limit_calls_in_turn) {
     lane.turns.push_back(lane.turns.front());
     lane.turns.pop_front();
     lane.in_turn = 0;
   }
-  const auto queue = lane.waiting.find(client);
+  const auto queue = lane.waiting.find(lane.turns.front());
   Job job = std::move(queue->second.front());
   queue->second.pop_front();
   --lane.jobs;
@@ -107,6 +103,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
   void* context = runner.context;
   std::int64_t now = now_ns();
   const std::int64_t end = now + budget_ns;
+  std::int64_t burst_end = now + burst_ns;
   while (now < end) {
     Lane* const lane = next_lane(runner);
     if (lane == nullptr) return true;
@@ -127,9 +124,10 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
       return false;
     }
     lane->busy = false;
-    const Lane* const next = next_lane(runner);
-    deliver(context, job, outcome, next != nullptr && next_client(*next) == job.client);
     now = now_ns();
+    const bool more = next_lane(runner) != nullptr && now < std::min(burst_end, end);
+    deliver(context, job, outcome, more);
+    if (!more) burst_end = now + burst_ns;
   }
   return true;
 }
@@ -147,10 +145,10 @@ void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished) {
   }
 }
 
-void runner_begin_turn(Runner& runner) {
+void runner_begin_turn(Runner& runner, bool rouses) {
   runner.turns.fetch_add(1);
   if (!runner.resting.exchange(false)) return;
-  if (!runner.dozing.load()) return;
+  if (!rouses || !runner.dozing.load()) return;
   const std::lock_guard lock(runner.mutex);
   runner.roused = true;
   runner.watcher.notify_one();
@@ -193,10 +191,16 @@ void runner_watch(Runner& runner) {
       return (runner.stuck != nullptr ? runner.stuck : leave_process)(
           "dtv-host: the serving thread is stuck; leaving, so that a supervisor can start again (--no-watchdog)\n");
 
-    if (!quiet || leader != 0 || !runner.resting.load()) continue;
+    if (leader != 0 || !runner.resting.load() || (!quiet && !runner.polls.load())) continue;
     runner.dozing.store(true);
+    const auto is_roused = [&] { return runner.roused || runner.stop; };
     // The leader may have begun a turn before it could see that this thread dozes.
-    if (runner.resting.load()) runner.watcher.wait(lock, [&] { return runner.roused || runner.stop; });
+    if (runner.resting.load()) {
+      if (runner.polls.load())
+        runner.watcher.wait_for(lock, longest_doze, is_roused);
+      else
+        runner.watcher.wait(lock, is_roused);
+    }
     runner.dozing.store(false);
     runner.roused = false;
     last = Clock::now();

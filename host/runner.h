@@ -67,6 +67,7 @@ struct Runner {
   std::atomic<bool> resting{false};            // the leader waits for something to happen
   std::atomic<std::uint64_t> turns{0};         // how often it has stopped resting, and how many calls it has made
   std::atomic<bool> dozing{false};             // the watching thread sleeps until the leader stops resting
+  std::atomic<bool> polls{false};              // the leader has turns of its own that make no calls and rouse nobody
 
   std::mutex mutex;                 // guards what follows
   std::condition_variable watcher;  // the leader has stopped resting while the watching thread dozed; or stop
@@ -88,7 +89,7 @@ bool runner_has_work(const Runner& runner);
 std::size_t runner_waiting(const Runner& runner);
 
 // Leader: runs waiting jobs for about a millisecond. deliver is called on the leader for each, with more telling
-// whether the next one is for the same client. Returns false when this thread, number self (from 1), has lost the
+// whether another job follows so soon that replies may wait for its own. Returns false when this thread, number self (from 1), has lost the
 // lead meanwhile; it must then touch nothing of the leader's and call runner_stand_by.
 using RunnerDeliver = void (*)(void* context, Job& job, Outcome& outcome, bool more);
 bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver);
@@ -96,8 +97,9 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver);
 // Leader: takes what the slow calls have brought.
 void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished);
 
-// Leader: tells the watching thread that a turn begins, and that it rests until the next one.
-void runner_begin_turn(Runner& runner);
+// Leader: tells the watching thread that a turn begins, and that it rests until the next one. A turn that makes no calls
+// need not rouse it; it then sees only after a second that the leader is stuck, where runner.polls is set.
+void runner_begin_turn(Runner& runner, bool rouses = true);
 void runner_rest(Runner& runner);
 
 // Waits until this thread leads; false: it is time to stop.

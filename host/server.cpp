@@ -15,7 +15,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// On the platform's thread that called back, or the leader's by its timer.
+// On the platform's thread that called back.
 void on_event(void* context) {
   auto& server = *static_cast<Server*>(context);
   server.event.store(true);
@@ -32,33 +32,31 @@ void on_kept(void* context, std::uint64_t change, std::int32_t failure) {
   server_wake(server);
 }
 
-void deliver(void* context, Job& job, Outcome& outcome, bool more) {
-  auto& server = *static_cast<Server*>(context);
-  const std::uint64_t id = job.client;
-  server_deliver(server, job, outcome);
-  if (more) return;
-  // Sent before the next client's call, which might take its time.
-  if (const auto found = server.clients.find(id); found != server.clients.end()) server_flush(server, *found->second);
-}
-
 // Sends what clients have waiting, and lets those go on that were left in the middle of what they sent; for about a
 // millisecond, since others wait to be read.
 void flush_dirty(Server& server) {
   constexpr std::chrono::milliseconds budget(1);
-  if (server.dirty.empty()) return;
+  const std::size_t count = server.dirty.size();  // those that are marked meanwhile have their turn later
+  if (count == 0) return;
   const auto end = steady_clock::now() + budget;
-  std::vector<std::uint64_t> dirty;
-  dirty.swap(server.dirty);
   std::size_t done = 0;
-  while (done < dirty.size() && (done == 0 || steady_clock::now() < end)) {
-    const auto found = server.clients.find(dirty[done++]);
+  while (done < count && (done == 0 || steady_clock::now() < end)) {
+    const auto found = server.clients.find(server.dirty[done++]);
     if (found == server.clients.end()) continue;
     found->second->dirty = false;
     server_flush(server, *found->second);
   }
-  dirty.erase(dirty.begin(), dirty.begin() + static_cast<std::ptrdiff_t>(done));
-  dirty.insert(dirty.end(), server.dirty.begin(), server.dirty.end());
-  server.dirty.swap(dirty);
+  server.dirty.erase(server.dirty.begin(), server.dirty.begin() + static_cast<std::ptrdiff_t>(done));
+}
+
+// Replies of one burst of calls leave one after the other: a client that is woken by the first is still awake when the
+// others come, which spares both sides most of what waking costs.
+void deliver(void* context, Job& job, Outcome& outcome, bool more) {
+  auto& server = *static_cast<Server*>(context);
+  const std::uint64_t id = job.client;
+  server_deliver(server, job, outcome);
+  if (const auto found = server.clients.find(id); found != server.clients.end()) server_mark(server, *found->second);
+  if (!more) flush_dirty(server);
 }
 
 // Every handler of the network begins a turn.
@@ -105,15 +103,19 @@ void await_connections(Server& server) {
 // Without a tap nobody reports callbacks: the listener buffers are looked at again and again while anybody is
 // subscribed.
 void keep_polling(Server& server) {
-  constexpr auto poll_time = std::chrono::microseconds(1500);
+  constexpr auto poll_time = std::chrono::microseconds(1800);
   Network& network = *server.network;
-  if (server.stack->on_event != nullptr || network.polling || server.subscriptions.clients.empty()) return;
+  const bool polls = server.stack->on_event == nullptr && !server.subscriptions.clients.empty();
+  server.runner.polls.store(polls);
+  if (!polls || network.polling) return;
   network.polling = true;
   network.poll.expires_after(poll_time);
-  network.poll.async_wait(in_turn(server, [](Server& polled) {
-    polled.network->polling = false;
-    on_event(&polled);
-  }));
+  network.poll.async_wait([&server](const boost::system::error_code&) {
+    runner_begin_turn(server.runner, false);
+    server.network->polling = false;
+    server.event.store(true);
+    server.woken.store(true);  // the leader, which runs this, looks at its inboxes next
+  });
 }
 
 // After a burst of long messages or replies, their memory goes back to the system.
@@ -136,12 +138,12 @@ void lead(Server& server, unsigned self) {
     flush_dirty(server);
     if (server.stopping.load()) break;
     keep_polling(server);
-    if (runner_has_work(server.runner) || !server.dirty.empty()) {
-      for (int i = 0; i < most_handlers && io.poll_one() > 0;) ++i;
-    } else {
+    const auto is_busy = [&server] { return runner_has_work(server.runner) || !server.dirty.empty(); };
+    if (!is_busy()) {
       runner_rest(server.runner);
       io.run_one();
     }
+    for (int i = 0; i < most_handlers && is_busy() && io.poll_one() > 0;) ++i;
     server_serve_inboxes(server);
     flush_dirty(server);
     if (!runner_run(server.runner, self, deliver)) return;

@@ -20,7 +20,7 @@ static int dtv_jsp_init;
 // Makes a whole request exclusive, and with it the content buffer and the texts below. Outermost lock.
 static std::mutex mutex_recv;
 static void* _pt_content;      // one record, of whatever type the request's URI has; allocated once
-static INT32 _z_content_size;  // bytes cleared before each request
+static INT32 _z_content_size;  // of the largest record
 static char _s_uri[256];       // the request's URI, cut, as the response repeats it
 
 // True when there is a content buffer.
@@ -28,13 +28,6 @@ static bool allocate_content(const char* entry) {
   if (!_pt_content) _pt_content = tv_ctrl_malloc_content_max(&_z_content_size);
   if (!_pt_content) TVC_LOG_AS(LOG_ERROR, entry, "error: No enough memory to malloc _pt_content!");
   return _pt_content != nullptr;
-}
-
-// True when there is a content buffer; it is then cleared.
-static bool clear_content(const char* entry) {
-  if (!allocate_content(entry)) return false;
-  memset(_pt_content, 0, static_cast<std::size_t>(_z_content_size));
-  return true;
 }
 
 int32_t a_dtv_jsp_init_res(void) {
@@ -76,6 +69,15 @@ static bool find_target(const char* entry, const char* uri, Target& ret_target) 
   return true;
 }
 
+// True when there is a content buffer. The record that the type has in it is then cleared; the whole buffer, where the
+// record is not known or the request is decoded as a second type.
+static bool clear_content(const char* entry, const Target& target) {
+  if (!allocate_content(entry)) return false;
+  const bool one_record = target.item && target.item->record_size > 0 && target.type != TYPE_UPDATE_EPG;
+  memset(_pt_content, 0, one_record ? target.item->record_size : static_cast<std::size_t>(_z_content_size));
+  return true;
+}
+
 // --- Get ---
 
 // Copies the response, without a terminator, to the host.
@@ -94,7 +96,7 @@ static void copy_response(const char* entry, void* pv_content) {
 static INT32 get_item(const char* entry, const char* uri, const char* param, void* pv_content, Request& request) {
   Target target;
   if (!find_target(entry, uri, target)) return VEXTVCTRLR_FAIL;
-  if (!clear_content(entry)) return VEXTVCTRLR_FAIL;
+  if (!clear_content(entry, target)) return VEXTVCTRLR_FAIL;
   if (param && *param) {
     TVC_LOG_AS(LOG_TRACE, entry, "param: %s.\n", param);
     if (!tvc_parse_request(entry, param, false, request)) return VEXTVCTRLR_FAIL;
@@ -187,7 +189,7 @@ static Outcome set_associate(const char* entry, const Target& target, const Requ
   if (decoded == Decoded::kFailed) return {.status = VEX_ASSOCIATE_FAIL, .ret = VEXTVCTRLR_FAIL};
   tv_ctrl_response_set(target.type, request.root, VEX_ASSOCIATE_BEGIN);
   const Outcome outcome = call_handler(target, _pt_content, VEX_ASSOCIATE_FAIL);
-  clear_content(entry);  // the password is not kept beyond the request
+  clear_content(entry, target);  // the password is not kept beyond the request
   return outcome;
 }
 
@@ -204,7 +206,7 @@ static constexpr SetWord set_words[] = {
 
 // The caller holds mutex_recv and deletes the request's root.
 static Outcome set_item(const char* entry, const Target& target, const char* param, Request& request) {
-  if (!clear_content(entry) || !tvc_parse_request(entry, param, true, request))
+  if (!clear_content(entry, target) || !tvc_parse_request(entry, param, true, request))
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
   TVC_LOG_AS(LOG_VALUE, entry, "request: %s!\n", request.word);
   for (const SetWord& row : set_words)
