@@ -57,13 +57,23 @@ export async function startHost(t, args = [], { state = folder(t), env = {}, pro
     await ended;
   });
   const address = new Promise((resolve, reject) => {
-    const look = (text) => {
-      told.output += text;
+    const look = () => {
       const found = /^dtv-host: http:\/\/127\.0\.0\.1:(\d+)\/(?:#token=([0-9a-f]+))?$/m.exec(told.output);
       if (found) resolve({ port: Number(found[1]), token: found[2] });
     };
-    child.stdout.setEncoding('utf8').on('data', look);
-    child.stderr.setEncoding('utf8').on('data', look);
+    // Whole lines: a piece of one stream would tear a line of the other.
+    for (const stream of [child.stdout, child.stderr]) {
+      let piece = '';
+      stream.setEncoding('utf8').on('data', (text) => {
+        const end = (piece + text).lastIndexOf('\n') + 1;
+        told.output += (piece + text).slice(0, end);
+        piece = (piece + text).slice(end);
+        look();
+      });
+      stream.on('end', () => {
+        told.output += piece;
+      });
+    }
     child.on('error', reject);
     ended.then(({ code, signal }) => reject(new Error(`dtv-host ended (${code ?? signal}): ${told.output}`)));
   });
