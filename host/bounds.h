@@ -1,5 +1,5 @@
 // Every bound of the server in one place. docs/limits.md has the same table for readers, with the memory that the
-// bounds add up to; tests/system/host_limits.test.mjs tries them.
+// bounds add up to; tests/system/host_bounds.test.mjs tries them.
 #pragma once
 
 #include <chrono>
