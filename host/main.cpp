@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <latch>
 #include <optional>
 #include <thread>
 
@@ -228,6 +229,9 @@ struct LogEnd {
   ~LogEnd() { log_relay_end(log_patience); }
 };
 
+// Counted down once the signal's thread no longer uses the server. Lives as long as that thread, which nobody joins.
+std::latch& stop_told = *new std::latch(1);
+
 // On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
 // process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
 // wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
@@ -239,6 +243,7 @@ void wait_for_signal(Server& server, const sigset_t& signals) {
   sigwait(&signals, &number);
   const auto begin = steady_clock::now();
   server_stop(server);
+  stop_told.count_down();
   const char* reason = "a platform call does not return; leaving without it";
   for (auto left = patience; left > 0ms; left = patience - duration_cast<milliseconds>(steady_clock::now() - begin)) {
     const timespec wait = {.tv_sec = left.count() / 1000, .tv_nsec = left.count() % 1000 * 1'000'000};
@@ -305,6 +310,7 @@ int main(int argc, char** argv) {
   }
   std::thread(wait_for_signal, std::ref(*server), signals).detach();
   server_run(*server);
+  stop_told.wait();
   stack_stop(stack);
   server_end(server);
   return 0;
