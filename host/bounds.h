@@ -42,6 +42,7 @@ inline constexpr std::size_t limit_receiving_bytes = 64 * limit_mib;
 // ---- requests waiting ----
 
 inline constexpr std::size_t limit_parameter_values = 10'000;  // JSON values in one parameter
+inline constexpr unsigned limit_nearest_searches = 8;          // for names like an unknown one, in one message
 inline constexpr std::size_t limit_waiting_bytes = 64 * limit_mib;
 inline constexpr std::size_t limit_control_requests = 1024;            // control commands, of all clients together
 inline constexpr std::size_t limit_control_requests_per_client = 256;  // the page asks for 163 values at once

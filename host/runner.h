@@ -89,16 +89,16 @@ bool runner_has_work(const Runner& runner);
 std::size_t runner_waiting(const Runner& runner);
 
 // Leader: runs waiting jobs for about a millisecond. deliver is called on the leader for each, with more telling
-// whether another job follows so soon that replies may wait for its own. Returns false when this thread, number self (from 1), has lost the
-// lead meanwhile; it must then touch nothing of the leader's and call runner_stand_by.
+// whether another job follows so soon that replies may wait for its own. Returns false when this thread, number self
+// (from 1), has lost the lead meanwhile; it must then touch nothing of the leader's and call runner_stand_by.
 using RunnerDeliver = void (*)(void* context, Job& job, Outcome& outcome, bool more);
 bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver);
 
 // Leader: takes what the slow calls have brought.
 void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished);
 
-// Leader: tells the watching thread that a turn begins, and that it rests until the next one. A turn that makes no calls
-// need not rouse it; it then sees only after a second that the leader is stuck, where runner.polls is set.
+// Leader: tells the watching thread that a turn begins, and that it rests until the next one. A turn that makes no
+// calls need not rouse it; it then sees only after a second that the leader is stuck, where runner.polls is set.
 void runner_begin_turn(Runner& runner, bool rouses = true);
 void runner_rest(Runner& runner);
 

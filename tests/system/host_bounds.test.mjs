@@ -169,6 +169,22 @@ test('forty clients with sets waiting: another has its turn', async (t) => {
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
+test('a batch of URIs that are not known holds nobody up', async (t) => {
+  const host = await startHost(t);
+  const [asker, other] = [await connect(t, host), await connect(t, host)];
+  const unknown = (_, id) => ({ jsonrpc: '2.0', id, method: 'get', params: { uri: '/tv/menu/common_setting/sys_info_on_idab' } });
+  const batch = JSON.stringify(Array.from({ length: 1000 }, unknown));
+  for (let i = 0; i < 5; ++i) asker.send(batch);
+  await sleep(20);
+  const begun = performance.now();
+  await other.call('get', { uri: mute });
+  const took = performance.now() - begun;
+  assert.ok(took < (sanitized ? 5000 : 500), `${took} ms`);
+  const replies = JSON.parse(await asker.text());
+  assert.deepEqual(replies.map(({ id, error }) => [id, error.code]), Array.from({ length: 1000 }, (_, id) => [id, -32001]));
+  assert.ok(replies[0].error.data.nearest.includes('/tv/menu/common_setting/sys_info_on_id'));
+});
+
 test('while the platform hangs and gets wait, control commands get through', async (t) => {
   const host = await startHost(t);
   const tv = await connect(t, host);
