@@ -22,8 +22,9 @@ struct Limits {
 
 // ---- connections ----
 
-// Connections beyond the maximum that are still told so; what comes beyond them is closed unheard.
-inline constexpr std::size_t limit_told_connections = 32;
+// Connections beyond the maximum, for who shows the token with the first request; others are told that there are too
+// many. What comes beyond them is closed unheard.
+inline constexpr std::size_t limit_excess_connections = 32;
 // Connections of one address that is not a loopback one. On loopback everybody has the same address.
 inline constexpr std::size_t limit_connections_per_peer = 64;
 // What a connection that ends with an answer may still send before it is cut, and for how long.

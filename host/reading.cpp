@@ -39,7 +39,7 @@ HttpAnswer refusal(const Server& server, const Client& client) {
   if (policy_is_cross_site(request.origin, request.fetch_site, follows_link))
     return http_error(403,
                       "pages of other sites may not use this server; start dtv-host with --allow-origin to let one in");
-  if (client.line->excess)
+  if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
                                " connections, and has them; see --max-connections");
   if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
