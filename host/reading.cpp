@@ -91,12 +91,14 @@ void carry_out(Server& server, Client& client) {
   switch (http_route(client.request, server.catalogue, server.options.web_folder, answer, call)) {
     case HttpRoute::answer:
       return server_answer(server, client, std::move(answer));
+    // The bytes of a call that waits are counted; those of the body that it came in would not be.
     case HttpRoute::call:
       client.line->state = State::waiting;
+      client.request.body = {};
       return server_add_call(server, client, std::move(call));
     case HttpRoute::rpc:
       client.line->state = State::waiting;
-      return server_handle_message(server, client, client.request.body);
+      return server_handle_message(server, client, std::exchange(client.request.body, {}));
   }
 }
 

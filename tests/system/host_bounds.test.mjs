@@ -5,7 +5,7 @@ import { once } from 'node:events';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { build, connect, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, volume, within } from './host_support.mjs';
-import { answersIn, ask, getText, hostLine, putText, refuses, seconds, talk, volumeOf } from './wire_support.mjs';
+import { answersIn, ask, getText, hostLine, putText, refuses, resident, seconds, talk, volumeOf } from './wire_support.mjs';
 
 const dtvctl = join(build, 'bin/dtvctl');
 const setCall = 'a_vextvapi_volctrl_setVolume';
@@ -202,6 +202,24 @@ test('while the platform hangs and gets wait, control commands get through', asy
   await tv.call('tv', { words: ['fault', '--clear'] });
   const took = performance.now() - begun;
   assert.ok(took < 1000 * (sanitized ? 10 : 1), `${took} ms`);
+});
+
+test('a body is not kept while its call waits', async (t) => {
+  const host = await startHost(t);
+  const tv = await connect(t, host);
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '20000'] });
+  const before = resident(host.child.pid);
+  const body = `[${get},${get}${' '.repeat((1 << 20) - 2 * get.length - 3)}]`;
+  for (let i = 0; i < 100; ++i) {
+    const line = await talk(t, host, `POST /jsonrpc HTTP/1.1\r\n${hostLine(host)}Content-Length: ${body.length}\r\nExpect: 100-continue\r\n\r\n`);
+    await line.until((bytes) => bytes.includes(' 100 '), '100');
+    line.write(body);
+    await tv.call('tv', { words: ['faults'] });
+  }
+  await sleep(sanitized ? 5000 : 500);
+  const after = resident(host.child.pid);
+  t.diagnostic(`${before.toFixed(0)} MiB before, ${after.toFixed(0)} MiB with 100 bodies of 1 MiB`);
+  assert.ok(sanitized || after < before + 40, `${after} MiB`);
 });
 
 const bearer = (host) => ({ headers: { Authorization: `Bearer ${host.token}` }, authorize: false });
