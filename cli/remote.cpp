@@ -80,10 +80,19 @@ std::uint64_t send(Connection& connection, std::string_view method, const std::s
   return id;
 }
 
+// Shows the token with the request for a WebSocket: a host whose connections are all taken lets nobody else in.
+void show_token(Connection& connection) {
+  connection.socket.set_option(websocket::stream_base::decorator([&connection](websocket::request_type& request) {
+    if (!connection.token.hex.empty()) request.set(http::field::authorization, "Bearer " + connection.token.hex);
+  }));
+}
+
 // Looks the name up, connects to the first of its addresses that answers, and asks for a WebSocket.
-void connect(Connection& connection, const std::string& address, int port) {
-  const auto upgrade = [&connection](const error_code& failure, const tcp::endpoint&) {
+void connect(Connection& connection, const Options& options, const std::string& address, int port) {
+  const auto upgrade = [&connection, &options](const error_code& failure, const tcp::endpoint& peer) {
     if (failure) return end(connection, failure);
+    connection.token = token_find(options, peer.address().is_loopback());
+    show_token(connection);
     error_code ignored;
     connection.socket.next_layer().set_option(tcp::no_delay(true), ignored);
     connection.state = Connection::kUpgrading;
@@ -299,16 +308,13 @@ bool session_open_remote(const Options& options, Session& ret_session, Failure& 
   connection.timeout = options.timeout;
   connection.socket.read_message_max(kMessageMax);
   connection.socket.auto_fragment(false);
-  connect(connection, address, port);
+  connect(connection, options, address, port);
   const bool done =
       run_until(connection, in_seconds(options.timeout), [] { return connection.state >= Connection::kOpen; });
   if (!done || connection.state == Connection::kEnded) {
     ret_failure = not_open(connection);
     return false;
   }
-  error_code gone;
-  const tcp::endpoint peer = connection.socket.next_layer().remote_endpoint(gone);
-  connection.token = token_find(options, peer.address().is_loopback());
   // Nobody waits for the reply: whether the token was right, or needed at all, is seen by the requests behind it.
   if (!connection.token.hex.empty()) send(connection, "authorize", R"({"token":")" + connection.token.hex + R"("})");
 

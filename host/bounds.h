@@ -22,8 +22,9 @@ struct Limits {
 
 // ---- connections ----
 
-// Connections beyond the maximum that are still told so; what comes beyond them is closed unheard.
-inline constexpr std::size_t limit_told_connections = 32;
+// Connections beyond the maximum, for who shows the token with the first request; others are told that there are too
+// many. What comes beyond them is closed unheard.
+inline constexpr std::size_t limit_excess_connections = 32;
 // Connections of one address that is not a loopback one. On loopback everybody has the same address.
 inline constexpr std::size_t limit_connections_per_peer = 64;
 // What a connection that ends with an answer may still send before it is cut, and for how long.
@@ -42,6 +43,7 @@ inline constexpr std::size_t limit_receiving_bytes = 64 * limit_mib;
 // ---- requests waiting ----
 
 inline constexpr std::size_t limit_parameter_values = 10'000;  // JSON values in one parameter
+inline constexpr unsigned limit_nearest_searches = 8;          // for names like an unknown one, in one message
 inline constexpr std::size_t limit_waiting_bytes = 64 * limit_mib;
 inline constexpr std::size_t limit_control_requests = 1024;            // control commands, of all clients together
 inline constexpr std::size_t limit_control_requests_per_client = 256;  // the page asks for 163 values at once

@@ -1,3 +1,4 @@
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -268,18 +269,39 @@ void await_write(Server& server, Client& client) {
                                  }));
 }
 
-// A connection that waits for its next request, or sends one slowly, makes room for a new one: the one that does so
-// longest. Returns false where there is none.
-bool make_room(Server& server) {
+// Whether the client has shut its side, or is gone, while nobody reads from it.
+bool has_left(Line& line) {
+  pollfd ended = {.fd = line.socket.native_handle(), .events = POLLRDHUP, .revents = 0};
+  return !line.read_awaited && poll(&ended, 1, 0) > 0;
+}
+
+// A connection makes room for a new one, excess or not: of those that wait for their next request, or send one slowly,
+// the one that does so longest; else one whose client has left while its calls wait. Returns false where there is none.
+bool make_room(Server& server, bool excess) {
   Client* longest = nullptr;
+  Client* left = nullptr;
   for (const auto& [id, client] : server.clients) {
-    const Line& line = *client->line;
+    Line& line = *client->line;
+    if (line.excess != excess) continue;
     const bool gives_way = line.state == State::lingering || (line.state == State::reading && !client->websocket);
     if (gives_way && (longest == nullptr || line.since < longest->line->since)) longest = client.get();
+    if (longest == nullptr && left == nullptr && client->outstanding > 0 && has_left(line)) left = client.get();
   }
-  if (longest == nullptr) return false;
-  forget_client(server, longest->id);
+  Client* const found = longest != nullptr ? longest : left;
+  if (found == nullptr) return false;
+  forget_client(server, found->id);
   return true;
+}
+
+// Takes one of the places for connections, or for those beyond the maximum. Returns false where there is none.
+bool take_place(Server& server, bool& ret_excess) {
+  const std::size_t most = server.options.limits.connections;
+  ret_excess = false;
+  if (server.clients.size() < most) return true;
+  const auto beyond = static_cast<std::size_t>(
+      std::ranges::count_if(server.clients, [](const auto& each) { return each.second->line->excess; }));
+  ret_excess = server.clients.size() - beyond >= most && !make_room(server, false);
+  return !ret_excess || beyond < limit_excess_connections || make_room(server, true);
 }
 
 // What a deadline that has passed means.
@@ -315,11 +337,10 @@ void connection_begin(Server& server, Socket socket) {
   if (failure) return;
   Network& network = *server.network;
   const std::string peer = address.is_loopback() ? "" : address.to_string();
-  if (!peer.empty() && network.peers[peer] >= limit_connections_per_peer) return;
-  const std::size_t most = server.options.limits.connections;
-  while (server.clients.size() >= most && make_room(server)) continue;
-  const bool excess = server.clients.size() >= most;
-  if (server.clients.size() >= most + limit_told_connections) return;
+  const auto others = network.peers.find(peer);
+  if (others != network.peers.end() && others->second >= limit_connections_per_peer) return;
+  bool excess = false;
+  if (!take_place(server, excess)) return;
 
   socket.non_blocking(true, failure);
   socket.set_option(tcp::no_delay(true), failure);

@@ -17,10 +17,13 @@ void send_reply(Server& server, Client& client, std::string text) {
   server_answer(server, client, {.status = status, .body = std::move(text)});
 }
 
+// What a batch holds before there is any reply.
+std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof batch.replies.front(); }
+
 // The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
-  if (id.empty()) text.clear();
+  if (id.empty()) text = {};  // not clear(), which would keep its memory until the batch is complete
   if (batch_id == 0) return send_reply(server, client, std::move(text));
   const auto found = client.batches.find(batch_id);
   if (found == client.batches.end()) return;
@@ -40,7 +43,7 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
     all += one;
   }
   if (!all.empty()) all += "]";
-  client.batch_bytes -= batch.bytes;
+  client.batch_bytes -= batch.bytes + places_bytes(batch);
   client.batches.erase(found);
   send_reply(server, client, std::move(all));
 }
@@ -84,7 +87,8 @@ std::string authorize(const Server& server, Client& client, const RpcRequest& re
 
 // The reply to a request that calls nothing.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
-  if (request.method == RpcMethod::list) return rpc_result(request.id, server.catalogue.description);
+  if (request.method == RpcMethod::list)
+    return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
   if (!client.websocket)
     return rpc_error(request.id, RpcError::invalid_request,
                      "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
@@ -198,7 +202,9 @@ void server_handle_message(Server& server, Client& client, std::string_view text
   if (server.message.batch) {
     batch = client.next_batch++;
     const std::size_t size = server.message.requests.size();
-    client.batches.emplace(batch, Batch{.replies = std::vector<std::string>(size), .waiting = size, .bytes = 0});
+    const auto begun =
+        client.batches.emplace(batch, Batch{.replies = std::vector<std::string>(size), .waiting = size, .bytes = 0});
+    client.batch_bytes += places_bytes(begun.first->second);
   }
   for (std::size_t slot = 0; slot < server.message.requests.size(); ++slot)
     handle_request(server, client, server.message.requests[slot], batch, slot);

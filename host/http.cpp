@@ -41,7 +41,7 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
   }
   if (uri == nullptr) {
     std::string message;
-    const std::string data = rpc_unknown_uri(catalogue, request.path, message);
+    const std::string data = rpc_unknown_uri(catalogue.uris, request.path, message);
     ret_answer = HttpAnswer{.status = 404, .body = "{\"error\":" + json_quote(message) + ",\"data\":" + data + "}"};
     return HttpRoute::answer;
   }

@@ -18,8 +18,8 @@ struct HttpRequest {
   bool has_parameter = false;
   std::string parameter = {};  // GET's ?parameter=, decoded
   std::string body = {};
-  std::size_t body_bytes = 0;  // as announced; 0 also for a chunked body
-  bool keeps_alive = false;    // the client wants to use the connection again
+  bool announces_body = false;  // whatever has come of it
+  bool keeps_alive = false;     // the client wants to use the connection again
   bool expects_continue = false;
 
   // Headers as they came; empty where there is none.

@@ -182,7 +182,7 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
 void read_fields(const Parser& parser, HttpRequest& request) {
   const Fields& fields = parser.get();
   request.keeps_alive = parser.keep_alive();
-  request.body_bytes = parser.content_length().value_or(0);
+  request.announces_body = parser.chunked() || parser.content_length().value_or(0) > 0;
   request.expects_continue = fields.version() == 11 && beast::iequals(fields[http::field::expect], "100-continue");
   request.origin = field(fields, http::field::origin);
   request.accept_encoding = joined(fields, http::field::accept_encoding);
@@ -339,6 +339,8 @@ std::string http_head(const HttpAnswer& answer, bool keeps_alive, std::string_vi
 
 HttpAnswer http_upgrade_refusal(const HttpRequest& request) {
   if (request.method != "GET") return malformed("a WebSocket is asked for with GET");
+  // Its bytes would be read as frames.
+  if (request.announces_body) return malformed("a request for a WebSocket has no body");
   if (request.websocket_version != "13") {
     HttpAnswer answer = http_error(426, "this server speaks version 13 of WebSocket");
     answer.more = "sec-websocket-version: 13\r\n";

@@ -27,7 +27,7 @@ enum class State {
 struct Line {
   Socket socket;
   std::string peer;     // address, of one that is not loopback
-  bool excess = false;  // beyond the maximum: its request is refused
+  bool excess = false;  // beyond the maximum: its request is refused unless it shows the token
   State state = State::reading;
   HttpReaderPtr reader;
   WsStreamPtr stream;

@@ -286,7 +286,9 @@ int main(int argc, char** argv) {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;
   }
-  if (!token_read(options.stack.state_folder, options.server.token, error)) {
+  // The virtual television has made the folder; another platform has not.
+  const std::string& folder = options.stack.state_folder;
+  if (!stack_make_state_folder(folder, error) || !token_read(folder, options.server.token, error)) {
     stack_stop(stack);
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return 1;

@@ -39,7 +39,7 @@ HttpAnswer refusal(const Server& server, const Client& client) {
   if (policy_is_cross_site(request.origin, request.fetch_site, follows_link))
     return http_error(403,
                       "pages of other sites may not use this server; start dtv-host with --allow-origin to let one in");
-  if (client.line->excess)
+  if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
                                " connections, and has them; see --max-connections");
   if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
@@ -91,12 +91,14 @@ void carry_out(Server& server, Client& client) {
   switch (http_route(client.request, server.catalogue, server.options.web_folder, answer, call)) {
     case HttpRoute::answer:
       return server_answer(server, client, std::move(answer));
+    // The bytes of a call that waits are counted; those of the body that it came in would not be.
     case HttpRoute::call:
       client.line->state = State::waiting;
+      client.request.body = {};
       return server_add_call(server, client, std::move(call));
     case HttpRoute::rpc:
       client.line->state = State::waiting;
-      return server_handle_message(server, client, client.request.body);
+      return server_handle_message(server, client, std::exchange(client.request.body, {}));
   }
 }
 

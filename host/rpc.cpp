@@ -124,30 +124,39 @@ void plugin_text(std::string_view parameter, std::string& ret_text) {
   ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
 }
 
+// What the requests of one message share while they are read.
+struct Reading {
+  const Catalogue& catalogue;
+  unsigned searches = limit_nearest_searches;  // that it may still cost
+};
+
 // Finds the registered URI, or refuses the request.
-void take_uri(const ParamRow& row, std::string_view method, std::string_view value, const Catalogue& catalogue,
+void take_uri(const ParamRow& row, std::string_view method, std::string_view value, Reading& reading,
               RpcRequest& request) {
   std::string unescaped;
   std::string_view uri = value.substr(1, value.size() - 2);
   if (uri.find('\\') != std::string_view::npos) uri = unescaped = json_string(value);
-  const char* found = catalogue_find(catalogue, uri);
+  const char* found = catalogue_find(reading.catalogue, uri);
   if (found == nullptr) {
     std::string message;
-    const std::string data = rpc_unknown_uri(catalogue, uri, message);
+    const bool searches = reading.searches > 0;
+    if (searches) --reading.searches;
+    const std::string data =
+        rpc_unknown_uri(searches ? std::span(reading.catalogue.uris) : std::span<const std::string>(), uri, message);
     request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
-  } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(catalogue, uri)) {
+  } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(reading.catalogue, uri)) {
     request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
   } else {
     request.call.uri = found;
   }
 }
 
-void take_param(const ParamRow& row, std::string_view method, std::string_view value, const Catalogue& catalogue,
+void take_param(const ParamRow& row, std::string_view method, std::string_view value, Reading& reading,
                 RpcRequest& request) {
   switch (row.kind) {
     case ParamKind::uri:
     case ParamKind::notifying_uri:
-      take_uri(row, method, value, catalogue, request);
+      take_uri(row, method, value, reading, request);
       return;
     case ParamKind::token:
       request.token = json_string(value);
@@ -165,7 +174,7 @@ void take_param(const ParamRow& row, std::string_view method, std::string_view v
   }
 }
 
-void read_params(const MethodRow& row, std::string_view params, const Catalogue& catalogue, RpcRequest& request) {
+void read_params(const MethodRow& row, std::string_view params, Reading& reading, RpcRequest& request) {
   constexpr std::size_t most = 3;
   std::string_view values[most];
   if (!params.empty() && json_kind(params) != JsonKind::object) {
@@ -193,10 +202,10 @@ void read_params(const MethodRow& row, std::string_view params, const Catalogue&
     }
   }
   for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i)
-    if (!values[i].empty()) take_param(row.params[i], row.name, values[i], catalogue, request);
+    if (!values[i].empty()) take_param(row.params[i], row.name, values[i], reading, request);
 }
 
-RpcRequest read_request(std::string_view text, const Catalogue& catalogue) {
+RpcRequest read_request(std::string_view text, Reading& reading) {
   RpcRequest request;
   request.id = "null";
   const auto refuse = [&request](std::string_view message) {
@@ -236,7 +245,7 @@ RpcRequest read_request(std::string_view text, const Catalogue& catalogue) {
   request.call.kind = row->method == RpcMethod::set  ? CallKind::set
                       : row->method == RpcMethod::tv ? CallKind::control
                                                      : CallKind::get;
-  read_params(*row, params, catalogue, request);
+  read_params(*row, params, reading, request);
   return request;
 }
 
@@ -271,8 +280,9 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
   JsonFacts facts;
   if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::parse, "not JSON, " + wrong);
   const bool doubtful = facts.has_nul || facts.values > limit_parameter_values;
+  Reading reading{.catalogue = catalogue};
   const auto add = [&](std::string_view request) {
-    ret_message.requests.push_back(read_request(request, catalogue));
+    ret_message.requests.push_back(read_request(request, reading));
     if (doubtful) refuse_unfit(ret_message.requests.back());
   };
   if (json_kind(text) != JsonKind::array) {
@@ -354,9 +364,9 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
   reply += "}}";
 }
 
-std::string rpc_unknown_uri(const Catalogue& catalogue, std::string_view uri, std::string& ret_message) {
+std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view uri, std::string& ret_message) {
   std::string known;
-  for (const std::string& near : nearest(uri, catalogue.uris, 5)) {
+  for (const std::string& near : nearest(uri, among, 5)) {
     if (!known.empty()) known += ',';
     known += json_quote(near);
   }

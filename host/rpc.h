@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,8 +56,9 @@ std::string rpc_error(std::string_view id, RpcError code, std::string_view messa
 std::string rpc_result(std::string_view id, std::string_view result);
 void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome);
 
-// The error object's data for a URI that is not registered, and what to say of it.
-std::string rpc_unknown_uri(const Catalogue& catalogue, std::string_view uri, std::string& ret_message);
+// The error object's data for a URI that is not registered, and what to say of it. among: where the nearest ones are
+// searched for, which takes about a millisecond; may be empty.
+std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view uri, std::string& ret_message);
 
 // The message about a plugin's text that is not whole.
 std::string rpc_broken_message(const Outcome& outcome);

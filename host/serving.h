@@ -42,7 +42,7 @@ struct Client {
   std::size_t outstanding = 0;  // calls that wait or run
   std::uint64_t next_batch = 1;
   std::unordered_map<std::uint64_t, Batch> batches;
-  std::size_t batch_bytes = 0;    // of their replies
+  std::size_t batch_bytes = 0;    // of their replies, and of the places for them
   Outbox outbox;                  // WebSocket
   std::vector<const char*> uris;  // subscribed
   bool tracing = false;

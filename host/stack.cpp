@@ -81,10 +81,6 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
       !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
     return false;
 
-  if (options.state_folder.empty()) {
-    ret_error = "no folder for the virtual television's state: HOME is not set; give one with --state";
-    return false;
-  }
   if (!stack_make_state_folder(options.state_folder, ret_error)) return false;
   if (stick_root != nullptr && !options.stick_root.empty()) stick_root(options.stick_root.c_str());
   char* text = nullptr;
@@ -196,6 +192,10 @@ std::string stack_beside_program(const char* installed, const char* built) {
 }
 
 bool stack_make_state_folder(const std::string& folder, std::string& ret_error) {
+  if (folder.empty()) {
+    ret_error = "no folder for the state: HOME is not set; give one with --state";
+    return false;
+  }
   fs::path made;
   int problem = 0;
   for (const fs::path& part : fs::path(folder)) {

@@ -19,7 +19,7 @@ struct StackOptions {
 std::string stack_beside_program(const char* installed, const char* built);
 
 // Makes the folder, and the missing ones above it, for this user alone (mode 0700). Does not change an existing folder:
-// the virtual television does that when it starts. False, with a message, when it cannot be made.
+// the virtual television does that when it starts. False, with a message, when it cannot be made, or has no name.
 bool stack_make_state_folder(const std::string& folder, std::string& ret_error);
 
 // The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).

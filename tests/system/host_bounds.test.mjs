@@ -1,9 +1,13 @@
 // How long a request may take to arrive, what slow and greedy clients cost the others, and that control commands get through.
 import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { join } from 'node:path';
 import { test } from 'node:test';
-import { connect, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, volume, within } from './host_support.mjs';
-import { answersIn, ask, getText, hostLine, putText, refuses, seconds, talk, volumeOf } from './wire_support.mjs';
+import { build, connect, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, volume, within } from './host_support.mjs';
+import { answersIn, ask, getText, hostLine, putText, refuses, resident, seconds, talk, volumeOf } from './wire_support.mjs';
 
+const dtvctl = join(build, 'bin/dtvctl');
 const setCall = 'a_vextvapi_volctrl_setVolume';
 const get = JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } });
 
@@ -169,6 +173,22 @@ test('forty clients with sets waiting: another has its turn', async (t) => {
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
+test('a batch of URIs that are not known holds nobody up', async (t) => {
+  const host = await startHost(t);
+  const [asker, other] = [await connect(t, host), await connect(t, host)];
+  const unknown = (_, id) => ({ jsonrpc: '2.0', id, method: 'get', params: { uri: '/tv/menu/common_setting/sys_info_on_idab' } });
+  const batch = JSON.stringify(Array.from({ length: 1000 }, unknown));
+  for (let i = 0; i < 5; ++i) asker.send(batch);
+  await sleep(20);
+  const begun = performance.now();
+  await other.call('get', { uri: mute });
+  const took = performance.now() - begun;
+  assert.ok(took < (sanitized ? 5000 : 500), `${took} ms`);
+  const replies = JSON.parse(await asker.text());
+  assert.deepEqual(replies.map(({ id, error }) => [id, error.code]), Array.from({ length: 1000 }, (_, id) => [id, -32001]));
+  assert.ok(replies[0].error.data.nearest.includes('/tv/menu/common_setting/sys_info_on_id'));
+});
+
 test('while the platform hangs and gets wait, control commands get through', async (t) => {
   const host = await startHost(t);
   const tv = await connect(t, host);
@@ -182,4 +202,68 @@ test('while the platform hangs and gets wait, control commands get through', asy
   await tv.call('tv', { words: ['fault', '--clear'] });
   const took = performance.now() - begun;
   assert.ok(took < 1000 * (sanitized ? 10 : 1), `${took} ms`);
+});
+
+test('a body is not kept while its call waits', async (t) => {
+  const host = await startHost(t);
+  const tv = await connect(t, host);
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '20000'] });
+  const before = resident(host.child.pid);
+  const body = `[${get},${get}${' '.repeat((1 << 20) - 2 * get.length - 3)}]`;
+  for (let i = 0; i < 100; ++i) {
+    const line = await talk(t, host, `POST /jsonrpc HTTP/1.1\r\n${hostLine(host)}Content-Length: ${body.length}\r\nExpect: 100-continue\r\n\r\n`);
+    await line.until((bytes) => bytes.includes(' 100 '), '100');
+    line.write(body);
+    await tv.call('tv', { words: ['faults'] });
+  }
+  await sleep(sanitized ? 5000 : 500);
+  const after = resident(host.child.pid);
+  t.diagnostic(`${before.toFixed(0)} MiB before, ${after.toFixed(0)} MiB with 100 bodies of 1 MiB`);
+  assert.ok(sanitized || after < before + 40, `${after} MiB`);
+});
+
+const bearer = (host) => ({ headers: { Authorization: `Bearer ${host.token}` }, authorize: false });
+
+test('who has the token gets in when every connection is taken', async (t) => {
+  const host = await startHost(t, ['--max-connections', '4']);
+  for (let i = 0; i < 4; ++i) await connect(t, host, { authorize: false });
+  assert.equal((await ask(t, host, getText(host))).status, 503);
+  assert.equal((await ask(t, host, getText(host, { more: `Authorization: Bearer ${'0'.repeat(64)}\r\n` }))).status, 503);
+  assert.equal((await ask(t, host, getText(host, { more: `Authorization: Bearer ${host.token}\r\n` }))).status, 200);
+  await assert.rejects(connect(t, host, { authorize: false }), ({ status }) => status === 503);
+  const owner = await connect(t, host, bearer(host));
+  assert.ok(await owner.call('tv', { words: ['state'] }));
+});
+
+test('dtvctl clears a fault while clients with gets that hang have every connection', async (t) => {
+  const host = await startHost(t);
+  const tv = await connect(t, host);
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '20000'] });
+  const lines = await Promise.all(Array.from({ length: 255 }, () => talk(t, host, getText(host))));
+  assert.equal((await ask(t, host, getText(host, { path: '/tv/none' }))).status, 503);
+  const ended = once(spawn(dtvctl, ['--host', `127.0.0.1:${host.port}`, '--state', host.state, 'tv', 'fault', '--clear']), 'exit');
+  assert.deepEqual(await within(ended, 'end of dtvctl', seconds), [0, null]);
+  for (const line of lines) line.socket.destroy();
+});
+
+test('connections beyond the maximum that come at once are each told so', async (t) => {
+  const host = await startHost(t, ['--max-connections', '4']);
+  for (let i = 0; i < 4; ++i) await connect(t, host);
+  const dialled = await Promise.all(Array.from({ length: 20 }, () => talk(t, host)));
+  const told = dialled.map(async (line) => {
+    line.write(getText(host));
+    return (await line.answers(1))[0].status;
+  });
+  assert.deepEqual(await Promise.all(told), Array(20).fill(503));
+});
+
+test('clients that have left while the platform hangs take no place', async (t) => {
+  const host = await startHost(t, ['--max-connections', '8']);
+  const tv = await connect(t, host);
+  await tv.call('tv', { words: ['fault', slowCall, '--delay', '20000'] });
+  const lines = await Promise.all(Array.from({ length: 7 }, () => talk(t, host, getText(host))));
+  assert.equal((await ask(t, host, getText(host, { path: '/tv/none' }))).status, 503);
+  for (const line of lines) line.socket.destroy();
+  await Promise.all(lines.map((line) => line.ended()));
+  for (let i = 0; i < 10; ++i) assert.equal((await ask(t, host, getText(host, { path: '/tv/none' }))).status, 404);
 });

@@ -112,6 +112,23 @@ const harms = {
       };
     },
   },
+  // All but one of a batch's requests are answered at once, with nothing: the batch waits for the one.
+  'batches that wait for the platform, of lists and of requests that nobody is told of': {
+    count: full ? 200 : 8,
+    probe: { uri: '/no/such/uri' },
+    async begin(t, host, { count }, tv) {
+      await tv.call('tv', { words: ['fault', slowCall, '--delay', '4000'] });
+      const get = request('get', { uri: volume });
+      const batchOf = (method) => frame(`[${get}${`,{"jsonrpc":"2.0","method":"${method}"}`.repeat(999)}]`);
+      const sent = Buffer.concat([...Array(10).fill(batchOf('list')), ...Array(200).fill(batchOf('none'))]);
+      const lines = await clients(count, () => dialWebSocket(t, host));
+      for (const line of lines) line.socket.write(sent);
+      return async () => {
+        await tv.call('tv', { words: ['fault', '--clear'] });
+        leave(lines)();
+      };
+    },
+  },
   // Each of these requests makes the plugin, or the virtual television, print a line.
   'a standard output that nobody reads': {
     count: full ? 60_000 : 6000,

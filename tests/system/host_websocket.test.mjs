@@ -417,6 +417,8 @@ const turnedAway = {
   'POST': [[400, 405], {}, 'POST /jsonrpc HTTP/1.1'],
   'PUT': [[400, 405], {}, 'PUT /jsonrpc HTTP/1.1'],
   'HEAD': [[400, 405], {}, 'HEAD /jsonrpc HTTP/1.1'],
+  'a body': [[400], { 'Content-Length': '13' }],
+  'a body in chunks': [[400], { 'Transfer-Encoding': 'chunked' }],
   'HTTP/1.0': [[400, 405, 426, 505], {}, 'GET /jsonrpc HTTP/1.0'],
   'HTTP/2.0': [[400], {}, 'GET /jsonrpc HTTP/2.0'],
   'no Upgrade': [[400, 405, 426], { Upgrade: null }],

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 
+#include "stack.h"
 #include "token.h"
 
 namespace fs = std::filesystem;
@@ -40,6 +41,12 @@ TEST(Token, IsMadeOnceAndKept) {
   const Folder other_start;
   fs::remove(other_start.file());
   EXPECT_NE(other_start.token(), token);
+}
+
+TEST(Token, AFolderWithoutANameIsNotMade) {
+  std::string error;
+  EXPECT_FALSE(stack_make_state_folder("", error));
+  EXPECT_EQ(error, "no folder for the state: HOME is not set; give one with --state");
 }
 
 TEST(Token, WhatIsNoTokenIsReplaced) {
