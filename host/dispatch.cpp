@@ -20,6 +20,15 @@ void send_reply(Server& server, Client& client, std::string text) {
 // What a batch holds before there is any reply.
 std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof batch.replies.front(); }
 
+bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= limit_batch_reply_bytes; }
+
+// The reply in place of one that its batch has no room for.
+std::string no_room(std::string_view id) {
+  return rpc_error(id, RpcError::limit,
+                   "the replies of a batch may have " + std::to_string(limit_batch_reply_bytes) + " bytes together",
+                   "{\"limit\":" + std::to_string(limit_batch_reply_bytes) + "}");
+}
+
 // The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
@@ -28,10 +37,7 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
   const auto found = client.batches.find(batch_id);
   if (found == client.batches.end()) return;
   Batch& batch = found->second;
-  if (batch.bytes + text.size() > limit_batch_reply_bytes)
-    text = rpc_error(id, RpcError::limit,
-                     "the replies of a batch may have " + std::to_string(limit_batch_reply_bytes) + " bytes together",
-                     "{\"limit\":" + std::to_string(limit_batch_reply_bytes) + "}");
+  if (!has_room(batch, text.size())) text = no_room(id);
   batch.bytes += text.size();
   client.batch_bytes += text.size();
   batch.replies[slot] = std::move(text);
@@ -127,6 +133,10 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
   };
   if (is_forbidden(server, client, request.method)) return refuse(RpcError::forbidden, forbidden_text);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
+  // A thousand lists, made only to be dropped, would take long.
+  if (request.method == RpcMethod::list && batch != 0 && !request.id.empty() &&
+      !has_room(client.batches.at(batch), server.catalogue.description.size()))
+    return reply(server, client, batch, slot, request.id, no_room(request.id));
   if (!calls_platform(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
   Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
