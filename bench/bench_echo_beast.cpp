@@ -11,6 +11,7 @@
 #include <boost/beast/websocket.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -171,7 +172,7 @@ static void accept_next(Acceptor& acceptor) {
   });
 }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const int length = argc == 2 ? std::atoi(argv[1]) : 0;
   if (length < 1 || length > 0xFFFF) {
     std::fprintf(stderr, "usage: bench_echo_beast LENGTH-OF-REPLY\n");
@@ -186,4 +187,7 @@ int main(int argc, char** argv) {
   std::printf("bench_echo_beast: http://127.0.0.1:%d/\n", acceptor.local_endpoint().port());
   std::fflush(stdout);
   context.run();
+} catch (const std::exception& failure) {
+  std::fprintf(stderr, "bench_echo_beast: %s\n", failure.what());
+  return 1;
 }
