@@ -18,7 +18,7 @@ void send_reply(Server& server, Client& client, std::string text) {
 }
 
 // What a batch holds before there is any reply.
-std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof batch.replies.front(); }
+std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof(std::string); }
 
 bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= limit_batch_reply_bytes; }
 

@@ -131,7 +131,8 @@ void give_memory_back(Server& server) {
 
 // Leads until another thread has taken the lead over, or stop.
 void lead(Server& server, unsigned self) {
-  constexpr int most_handlers = 64;  // between two rounds of calls
+  constexpr int most_handlers = 64;  // between two rounds of calls; fewer where long messages take the time
+  constexpr std::chrono::milliseconds handlers_budget(1);
   asio::io_context& io = server.network->io;
   for (;;) {
     server_serve_inboxes(server);
@@ -143,7 +144,8 @@ void lead(Server& server, unsigned self) {
       runner_rest(server.runner);
       io.run_one();
     }
-    for (int i = 0; i < most_handlers && is_busy() && io.poll_one() > 0;) ++i;
+    const auto end = steady_clock::now() + handlers_budget;
+    for (int i = 0; i < most_handlers && is_busy() && steady_clock::now() < end && io.poll_one() > 0;) ++i;
     server_serve_inboxes(server);
     flush_dirty(server);
     if (!runner_run(server.runner, self, deliver)) return;

@@ -22,8 +22,8 @@ asio::io_context& no_context() {
 // when bytes have been handed over. ws_wire_test splits a session at every byte to hold it to that.
 struct OutOfFrames {};
 
-// How much of the window Beast is given: a whole frame, or the header of one that is too long, which Beast refuses; 0
-// where neither is there. held: bytes of the message's earlier frames.
+// How much of the window Beast is given: a whole frame, or the header of one that Beast refuses for its header or its
+// length; 0 where neither is there. held: bytes of the message's earlier frames.
 std::size_t readable_length(std::string_view window, std::size_t longest_message, std::size_t held) {
   const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(window[at]); };
   if (window.size() < 2) return 0;
@@ -34,6 +34,10 @@ std::size_t readable_length(std::string_view window, std::size_t longest_message
   if (window.size() < header) return 0;
   std::uint64_t length = length_bytes == 0 ? short_length : 0;
   for (std::size_t i = 0; i < length_bytes; ++i) length = length << 8 | byte(2 + i);
+  const bool unmasked = mask_bytes == 0;
+  const bool reserved = (byte(0) & 0x70) != 0;
+  const bool long_control = (byte(0) & 0x08) != 0 && short_length > 125;
+  if (unmasked || reserved || long_control) return header;
   const bool continues = (byte(0) & 0x0F) == 0;
   if (length > longest_message - (continues ? held : 0)) return header;
   return window.size() - header < length ? 0 : header + static_cast<std::size_t>(length);

@@ -106,6 +106,21 @@ TEST(WsWire, ASessionIsReadAlikeHoweverItIsCut) {
   EXPECT_EQ(hear(single), expected);
 }
 
+// Not when its payload has come, which it announces and may never send.
+TEST(WsWire, AFrameThatIsWrongByItsHeaderIsRefusedAtOnce) {
+  const std::string headers[] = {
+      std::string("\x81\x7E\x01\x00", 4),                  // unmasked
+      std::string("\xC1\xFE\x01\x00\x11\x22\x33\x44", 8),  // a reserved bit
+      std::string("\x89\xFE\x01\x00\x11\x22\x33\x44", 8),  // a long ping
+      std::string("\x81\x7F\0\0\0\0\0\0\1\0", 10),         // unmasked, in the longest form
+  };
+  for (const std::string& header : headers) {
+    const Heard heard = hear({header});
+    EXPECT_TRUE(heard.closed) << testing::PrintToString(header);
+    EXPECT_EQ(heard.output, close_frame(1002)) << testing::PrintToString(header);
+  }
+}
+
 TEST(WsWire, WhatBreaksTheProtocolEndsIt) {
   struct Row {
     std::string bytes;
