@@ -125,9 +125,9 @@ void send_output(Server& server, Client& client) {
 // Lets the protocol take what it can of the window, and sends what comes of it. A client that has sent much is left in
 // the middle of it after a while, so that others have their turn.
 void advance(Server& server, Client& client, std::string_view& window) {
-  constexpr std::chrono::microseconds turn(250);
-  constexpr unsigned steps_between_looks = 8;
+  constexpr std::chrono::microseconds turn(100);
   Line& line = *client.line;
+  const unsigned steps_between_looks = line.stream != nullptr ? 8 : 1;  // an HTTP request may ask for a long answer
   line.yielded = false;
   std::optional<TimePoint> end;
   unsigned steps = 0;

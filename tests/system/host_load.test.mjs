@@ -105,7 +105,7 @@ const harms = {
     async begin(t, host, { count }, tv) {
       await tv.call('tv', { words: ['fault', slowCall, '--delay', '4000'] });
       const lines = await clients(count, () => dialWebSocket(t, host));
-      for (const line of lines) line.socket.write(Buffer.concat(Array(100).fill(frame(request('get', { uri: volume })))));
+      for (const line of lines) line.socket.write(Buffer.concat(Array(80).fill(frame(request('get', { uri: volume })))));
       return async () => {
         await tv.call('tv', { words: ['fault', '--clear'] });
         leave(lines)();
