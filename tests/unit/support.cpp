@@ -33,8 +33,12 @@ std::function<void(int)> allocation_action;
 extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode);
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+void* __wrap_realloc(void* block, std::size_t size);
 void __real_free(void* block);
 void __wrap_free(void* block);
 INT32 __real_tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type);
@@ -76,15 +80,22 @@ static void* remember(void* block) {
   return block;
 }
 
-static void* watched_malloc(std::size_t size) {
-  if (!watching) return std::malloc(size);
-  return may_allocate() ? remember(std::malloc(size)) : nullptr;
+void* __wrap_malloc(std::size_t size) {
+  if (!watching) return __real_malloc(size);
+  return may_allocate() ? remember(__real_malloc(size)) : nullptr;
 }
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   calloc_size = count * size;
   if (!watching) return __real_calloc(count, size);
   return may_allocate() ? remember(__real_calloc(count, size)) : nullptr;
+}
+
+void* __wrap_realloc(void* block, std::size_t size) {
+  if (!watching) return __real_realloc(block, size);
+  if (!may_allocate()) return nullptr;
+  live->erase(block);
+  return remember(__real_realloc(block, size));
 }
 
 void __wrap_free(void* block) {
@@ -95,7 +106,7 @@ void __wrap_free(void* block) {
 std::size_t last_calloc_size() { return calloc_size; }
 
 MemoryWatch::MemoryWatch(int fail_at_allocation, bool persistent) {
-  cJSON_Hooks hooks = {.malloc_fn = watched_malloc, .free_fn = __wrap_free};
+  cJSON_Hooks hooks = {.malloc_fn = __wrap_malloc, .free_fn = __wrap_free};
   cJSON_InitHooks(&hooks);
   live = new std::unordered_set<void*>;
   allocation_count = 0;
