@@ -57,7 +57,7 @@ static cJSON* describe_fields(std::span<const Field> fields, FieldUse use);
 
 static cJSON* describe_field(const Field& field) {
   cJSON* const object = cJSON_CreateObject();
-  bool added = tvc_json_add(object, "key", describe_text(field.key)) &&
+  bool added = tvc_json_add(object, "key", describe_text(field.key.data())) &&
                tvc_json_add(object, "kind", describe_text(kind_name(field.kind)));
   if (field.kind == FieldKind::kText) added = added && tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
   if (field.kind == FieldKind::kUint8Array) added = added && tvc_json_add(object, "count", tvc_json_number(field.size));

@@ -27,7 +27,6 @@ bool watching;
 int fail_at, allocation_count;
 bool fails_for_good;
 std::unordered_set<void*>* live;
-std::function<void(int)> allocation_action;
 }  // namespace
 
 extern "C" {
@@ -64,14 +63,6 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
 
 static bool may_allocate() {
   const int number = ++allocation_count;
-  // The action may itself allocate; that is not counted.
-  if (allocation_action) {
-    const auto action = std::exchange(allocation_action, nullptr);
-    watching = false;
-    action(number);
-    watching = true;
-    allocation_action = action;
-  }
   return fail_at == 0 || (fails_for_good ? number < fail_at : number != fail_at);
 }
 
@@ -117,14 +108,12 @@ MemoryWatch::MemoryWatch(int fail_at_allocation, bool persistent) {
 
 MemoryWatch::~MemoryWatch() {
   watching = false;
-  allocation_action = nullptr;
   delete std::exchange(live, nullptr);
   cJSON_InitHooks(nullptr);
 }
 
 int MemoryWatch::allocations() const { return allocation_count; }
 std::size_t MemoryWatch::live_blocks() const { return live->size(); }
-void MemoryWatch::on_allocation(std::function<void(int)> action) { allocation_action = std::move(action); }
 
 // --- Between the plugin's parts ---
 
@@ -207,7 +196,9 @@ void poke_pending(const std::string& uri, const std::string& text) {
   const std::lock_guard guard(t_nfy_rw_lock);
   TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(uri.c_str());
   ASSERT_NE(entry, nullptr) << uri << " is not subscribed";
-  std::free(_jsp_exchange_buffer(*entry, strdup(text.c_str())));
+  std::free(entry->buffer.text);
+  entry->buffer = {
+      .text = strdup(text.c_str()), .length = text.size(), .capacity = text.size() + 1, .needs_comma = true};
 }
 
 void PluginTest::SetUp() {

@@ -68,8 +68,6 @@ struct MemoryWatch {
   MemoryWatch& operator=(const MemoryWatch&) = delete;
   int allocations() const;
   std::size_t live_blocks() const;
-  // Called with the number of each allocation, before it is made.
-  void on_allocation(std::function<void(int)> action);
 };
 
 // --- Listener entries ---
