@@ -1,25 +1,8 @@
 #include "tv_ctrl_util/json_field.h"
 
-#include <charconv>
-
 #include "tv_ctrl_util/json_scalar.h"
 #include "tv_ctrl_util/log.h"
 #include "vex_tv_ctrl/status.h"
-
-bool tvc_json_add(cJSON* object, const char* key, cJSON* value) {
-  if (cJSON_AddItemToObjectCS(object, key, value)) return true;
-  cJSON_Delete(value);
-  return false;
-}
-
-cJSON* tvc_json_number(INT64 value) {
-  // From 10^15 on the library prints an exponent; below, its text is the plain integer.
-  constexpr INT64 kPlain = 1'000'000'000'000'000;
-  if (value <= -kPlain || value >= kPlain) return cJSON_CreateNumber(static_cast<double>(value));
-  char text[24];
-  *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
-  return cJSON_CreateRaw(text);
-}
 
 void tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry) {
   const cJSON* const member = cJSON_GetObjectItemCaseSensitive(parameter, field.key.data());

@@ -128,10 +128,3 @@ void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse us
 // A custom decode: takes the member's integer value whatever its kind; a missing member leaves the field. Traced at
 // level 2 as "<text>: <value>!".
 void tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry);
-
-// Adds a member under a key that outlives the object. The object takes the value over; on failure, or when the value is
-// null, it is deleted and the result is false.
-bool tvc_json_add(cJSON* object, const char* key, cJSON* value);
-
-// An integer as JSON: as the library prints it, but cheaper.
-cJSON* tvc_json_number(INT64 value);
