@@ -35,9 +35,10 @@ DOES_NOT_COMPILE = "the compiler"
 # Name, target, and what is replaced: (file, old, new), each old text once in its file.
 FAULTS = [
     ("a text that fills its array is read on", "fuzz_notify",
-     [("src/tv_ctrl_util/json_writer.cpp", "strnlen(text, size)", "strlen(text)")]),
+     [("src/tv_ctrl_util/json_writer.cpp", "strnlen(text, size)", "size ? strlen(text) : 0")]),
     ("an escape is written where there is no room for it", "fuzz_notify",
-     [("src/tv_ctrl_util/json_writer.cpp", "has_room(json, kLongest + left + 1)", "has_room(json, left + 1)")]),
+     [("src/tv_ctrl_util/json_writer.cpp", "has_room(json, kLongest + left + 1)",
+       "has_room(json, 0 * kLongest + left + 1)")]),
     ("a copied text ends one byte too late", "fuzz_request",
      [("src/tv_ctrl_util/text.h", "strnlen(text, size - 1)", "strnlen(text, size)")]),
     ("an overlong URI indexes beyond the table", "fuzz_request",
