@@ -1,4 +1,5 @@
 // Describes the registry and the item types, from their tables.
+#include <stdlib.h>
 #include <string.h>
 
 #include "tv_ctrl_api/item_types.h"
@@ -36,51 +37,50 @@ static const char* kind_name(FieldKind kind) {
   return "";
 }
 
-// The object when everything was added to it; else null, and it is deleted.
-static cJSON* whole(cJSON* object, bool added_all) {
-  if (object && added_all) return object;
-  cJSON_Delete(object);
-  return nullptr;
+static void write_member(JsonText& json, const char* key, const char* text) {
+  tvc_write_key(json, key);
+  tvc_write_text(json, text);
+}
+static void write_member(JsonText& json, const char* key, UINT32 number) {
+  tvc_write_key(json, key);
+  tvc_write_unsigned(json, number);
+}
+static void write_member(JsonText& json, const char* key, bool flag) {
+  tvc_write_key(json, key);
+  tvc_write_boolean(json, flag);
 }
 
-static bool append(cJSON* array, cJSON* value) {
-  if (cJSON_AddItemToArray(array, value)) return true;
-  cJSON_Delete(value);
-  return false;
+static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use);
+
+static void describe_field(JsonText& json, const Field& field) {
+  tvc_open_object(json);
+  write_member(json, "key", field.key.data());
+  write_member(json, "kind", kind_name(field.kind));
+  if (field.kind == FieldKind::kText) write_member(json, "limit", field.size - 1);
+  if (field.kind == FieldKind::kUint8Array) write_member(json, "count", field.size);
+  if (field.kind == FieldKind::kUint32Array) write_member(json, "count", field.size / UINT32{sizeof(UINT32)});
+  if (field.unit) write_member(json, "unit", field.unit);
+  if (field.help) write_member(json, "help", field.help);
+  if (field.kind == FieldKind::kConstant) write_member(json, "value", field.text);
+  if (field.kind == FieldKind::kObject) {
+    tvc_write_key(json, "fields");
+    describe_fields(json, field.fields, kEverywhere);
+  }
+  tvc_close_object(json);
 }
 
-// Every describe_ function returns null without memory.
-
-static cJSON* describe_text(const char* text) { return cJSON_CreateStringReference(text); }
-
-static cJSON* describe_fields(std::span<const Field> fields, FieldUse use);
-
-static cJSON* describe_field(const Field& field) {
-  cJSON* const object = cJSON_CreateObject();
-  bool added = tvc_json_add(object, "key", describe_text(field.key)) &&
-               tvc_json_add(object, "kind", describe_text(kind_name(field.kind)));
-  if (field.kind == FieldKind::kText) added = added && tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
-  if (field.kind == FieldKind::kUint8Array) added = added && tvc_json_add(object, "count", tvc_json_number(field.size));
-  if (field.kind == FieldKind::kUint32Array)
-    added = added && tvc_json_add(object, "count", tvc_json_number(field.size / sizeof(UINT32)));
-  if (field.unit) added = added && tvc_json_add(object, "unit", describe_text(field.unit));
-  if (field.help) added = added && tvc_json_add(object, "help", describe_text(field.help));
-  if (field.kind == FieldKind::kConstant) added = added && tvc_json_add(object, "value", describe_text(field.text));
-  if (field.kind == FieldKind::kObject)
-    added = added && tvc_json_add(object, "fields", describe_fields(field.fields, kEverywhere));
-  return whole(object, added);
-}
-
-static cJSON* describe_fields(std::span<const Field> fields, FieldUse use) {
-  cJSON* const array = cJSON_CreateArray();
-  bool added = true;
+static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use) {
+  tvc_open_array(json);
   for (const Field& field : fields)
-    if (added && (use == kEverywhere || (field.use & use))) added = append(array, describe_field(field));
-  return whole(array, added);
+    if (use == kEverywhere || (field.use & use)) describe_field(json, field);
+  tvc_close_array(json);
 }
 
-static cJSON* describe_fields_or_null(const ItemType& item, FieldUse use) {
-  return tvc_item_has(item, use) ? describe_fields(item.fields, use) : cJSON_CreateNull();
+static void describe_fields_or_null(JsonText& json, const ItemType& item, FieldUse use) {
+  if (tvc_item_has(item, use))
+    describe_fields(json, item.fields, use);
+  else
+    tvc_write_null(json);
 }
 
 // The request word that a set of this type takes, and the fields that it decodes.
@@ -96,34 +96,44 @@ static SetUse set_use(const ItemType& item) {
   return {nullptr, 0};
 }
 
-static cJSON* describe_set(const ItemType& item) {
+static void describe_set(JsonText& json, const ItemType& item) {
   const SetUse set = set_use(item);
-  if (!set.word) return cJSON_CreateNull();
-  cJSON* const object = cJSON_CreateObject();
-  return whole(object, tvc_json_add(object, "request", describe_text(set.word)) &&
-                           tvc_json_add(object, "fields",
-                                        set.use ? describe_fields(item.fields, set.use) : cJSON_CreateArray()));
+  if (!set.word) return tvc_write_null(json);
+  tvc_open_object(json);
+  write_member(json, "request", set.word);
+  tvc_write_key(json, "fields");
+  describe_fields(json, set.use ? item.fields : std::span<const Field>(), set.use);
+  tvc_close_object(json);
 }
 
-static cJSON* describe_notify(const ItemType& item) {
+static void describe_notify(JsonText& json, const ItemType& item) {
   const NotifyForm form = item.notify.form;
-  if (form == NotifyForm::kNone) return cJSON_CreateNull();
+  if (form == NotifyForm::kNone) return tvc_write_null(json);
   const bool queued = form == NotifyForm::kQueued;
-  const bool in_parameter = form == NotifyForm::kSingleParameter;
-  cJSON* const object = cJSON_CreateObject();
-  return whole(object,
-               tvc_json_add(object, "form", describe_text(queued ? "queued" : "single")) &&
-                   tvc_json_add(object, "member", describe_text(in_parameter ? "PARAMETER" : "ITEMS")) &&
-                   tvc_json_add(object, "bound", queued ? tvc_json_number(item.notify.bound) : cJSON_CreateNull()) &&
-                   tvc_json_add(object, "fields", describe_fields(item.fields, kNotify)));
+  tvc_open_object(json);
+  write_member(json, "form", queued ? "queued" : "single");
+  write_member(json, "member", form == NotifyForm::kSingleParameter ? "PARAMETER" : "ITEMS");
+  tvc_write_key(json, "bound");
+  if (queued)
+    tvc_write_unsigned(json, item.notify.bound);
+  else
+    tvc_write_null(json);
+  tvc_write_key(json, "fields");
+  describe_fields(json, item.fields, kNotify);
+  tvc_close_object(json);
 }
 
-static cJSON* describe_type(const ItemType& item) {
-  cJSON* const object = cJSON_CreateObject();
-  return whole(object, tvc_json_add(object, "query", describe_fields_or_null(item, kQuery)) &&
-                           tvc_json_add(object, "set", describe_set(item)) &&
-                           tvc_json_add(object, "response", describe_fields_or_null(item, kResponse)) &&
-                           tvc_json_add(object, "notify", describe_notify(item)));
+static void describe_type(JsonText& json, const ItemType& item) {
+  tvc_open_object(json);
+  tvc_write_key(json, "query");
+  describe_fields_or_null(json, item, kQuery);
+  tvc_write_key(json, "set");
+  describe_set(json, item);
+  tvc_write_key(json, "response");
+  describe_fields_or_null(json, item, kResponse);
+  tvc_write_key(json, "notify");
+  describe_notify(json, item);
+  tvc_close_object(json);
 }
 
 // Names one after the other, each with its end; an empty one ends them. Not an array of addresses, which the loader
@@ -145,14 +155,13 @@ static constexpr struct {
 } kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames},
                     {tvc_id(TV_CTRL_GRPID_MISC, TV_CTRL_RECID_START_NATIVE_APP), kNativeAppNames}};
 
-static cJSON* describe_names(const char* names) {
-  cJSON* const array = cJSON_CreateArray();
-  bool added = true;
-  for (; *names; names += strlen(names) + 1) added = added && append(array, describe_text(names));
-  return whole(array, added);
+static void describe_names(JsonText& json, const char* names) {
+  tvc_open_array(json);
+  for (; *names; names += strlen(names) + 1) tvc_write_text(json, names);
+  tvc_close_array(json);
 }
 
-static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
+static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   const ItemType* const item = tvc_item_type(row.ui1_type);
   const GroupRoute* const route = tvc_route(tvc_group(row.ui2_id));
   const bool action = row.ui1_type == TYPE_ACTION;
@@ -160,40 +169,47 @@ static cJSON* describe_uri(const TV_CTRL_URI_ID_MAP_T& row) {
   // An action carries no record, so that it cannot get past a route that needs one.
   const bool set = route->set && item && set_use(*item).word && !(action && route->set_needs_record);
   const bool notify = route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone;
-  cJSON* const object = cJSON_CreateObject();
-  bool added = tvc_json_add(object, "uri", describe_text(row.s_uri)) &&
-               tvc_json_add(object, "id", tvc_json_number(row.ui2_id)) &&
-               tvc_json_add(object, "group", describe_text(tvc_group_name(route->group))) &&
-               tvc_json_add(object, "record", tvc_json_number(tvc_record(row.ui2_id))) &&
-               tvc_json_add(object, "type", describe_text(tvc_item_type_name(row.ui1_type))) &&
-               tvc_json_add(object, "get", cJSON_CreateBool(get)) &&
-               tvc_json_add(object, "set", cJSON_CreateBool(set)) &&
-               tvc_json_add(object, "notify", cJSON_CreateBool(notify));
-  for (const auto& [id, names] : kNamedValues)
-    if (id == row.ui2_id) added = added && tvc_json_add(object, "values", describe_names(names));
-  return whole(object, added);
+  tvc_open_object(json);
+  write_member(json, "uri", row.s_uri);
+  write_member(json, "id", UINT32{row.ui2_id});
+  write_member(json, "group", tvc_group_name(route->group));
+  write_member(json, "record", static_cast<UINT32>(tvc_record(row.ui2_id)));
+  write_member(json, "type", tvc_item_type_name(row.ui1_type));
+  write_member(json, "get", get);
+  write_member(json, "set", set);
+  write_member(json, "notify", notify);
+  for (const auto& [id, names] : kNamedValues) {
+    if (id != row.ui2_id) continue;
+    tvc_write_key(json, "values");
+    describe_names(json, names);
+  }
+  tvc_close_object(json);
 }
 
-static cJSON* describe_uris() {
-  cJSON* const array = cJSON_CreateArray();
-  bool added = true;
-  for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) added = added && append(array, describe_uri(row));
-  return whole(array, added);
+static void describe_uris(JsonText& json) {
+  tvc_open_array(json);
+  for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) describe_uri(json, row);
+  tvc_close_array(json);
 }
 
-static cJSON* describe_types() {
-  cJSON* const object = cJSON_CreateObject();
-  bool added = true;
-  for (const ItemType& item : tvc_item_types())
-    added = added && tvc_json_add(object, tvc_item_type_name(item.type), describe_type(item));
-  return whole(object, added);
+static void describe_types(JsonText& json) {
+  tvc_open_object(json);
+  for (const ItemType& item : tvc_item_types()) {
+    tvc_write_key(json, tvc_item_type_name(item.type));
+    describe_type(json, item);
+  }
+  tvc_close_object(json);
 }
 
 char* a_dtv_jsp_describe(void) {
-  cJSON* const object = cJSON_CreateObject();
-  cJSON* const root =
-      whole(object, tvc_json_add(object, "uris", describe_uris()) && tvc_json_add(object, "types", describe_types()));
-  char* const text = root ? cJSON_PrintUnformatted(root) : nullptr;
-  cJSON_Delete(root);
-  return text;
+  JsonText json;
+  tvc_open_object(json);
+  tvc_write_key(json, "uris");
+  describe_uris(json);
+  tvc_write_key(json, "types");
+  describe_types(json);
+  tvc_close_object(json);
+  if (tvc_finish_text(json)) return json.text;
+  free(json.text);
+  return nullptr;
 }

@@ -229,34 +229,12 @@ bool tvc_item_has(const ItemType& item, FieldUse use) {
   return false;
 }
 
-cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record) {
-  cJSON* const object = cJSON_CreateObject();
-  if (object && tvc_render_fields(item.fields, use, record, object)) return object;
-  cJSON_Delete(object);
-  return nullptr;
-}
-
-cJSON* tvc_make_response_items(const ItemType& item, const void* record) {
+void tvc_write_items(JsonText& json, const ItemType& item, const void* record) {
   const EntryList& list = item.list;
-  if (list.entry_size == 0) return tvc_make_items(tvc_make_item(item, kResponse, record));
+  if (list.entry_size == 0) return tvc_write_object(json, item.fields, kResponse, record);
   const char* const base = static_cast<const char*>(record);
   const INT32 count = *reinterpret_cast<const INT32*>(base + list.count_offset);
-  cJSON* const array = cJSON_CreateArray();
-  for (INT32 i = 0; i < std::min(count, static_cast<INT32>(list.most)); ++i) {
-    cJSON* const object =
-        tvc_make_item(item, kResponse, base + list.entries_offset + static_cast<UINT32>(i) * list.entry_size);
-    if (cJSON_AddItemToArray(array, object)) continue;
-    cJSON_Delete(object);
-    cJSON_Delete(array);
-    return nullptr;
-  }
-  return array;
-}
-
-cJSON* tvc_make_items(cJSON* item) {
-  cJSON* const items = cJSON_CreateArray();
-  if (items && cJSON_AddItemToArray(items, item)) return items;
-  cJSON_Delete(items);
-  cJSON_Delete(item);
-  return nullptr;
+  const char* entry = base + list.entries_offset;
+  for (INT32 i = 0; i < std::min(count, static_cast<INT32>(list.most)); ++i, entry += list.entry_size)
+    tvc_write_object(json, item.fields, kResponse, entry);
 }

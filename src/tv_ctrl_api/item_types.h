@@ -52,14 +52,8 @@ const char* tvc_item_type_name(UINT8 type);
 // Whether any field of the type takes part in this use.
 bool tvc_item_has(const ItemType& item, FieldUse use);
 
-// The JSON object of a record, with the fields of one use. Null without memory.
-cJSON* tvc_make_item(const ItemType& item, FieldUse use, const void* record);
-
-// The array of what a response shows of a record. Null without memory.
-cJSON* tvc_make_response_items(const ItemType& item, const void* record);
-
-// An array of one item, which it takes over. Null without memory, or when the item is null.
-cJSON* tvc_make_items(cJSON* item);
+// Writes what a response's "ITEMS" show of a record: one object, or one for each entry of a list.
+void tvc_write_items(JsonText& json, const ItemType& item, const void* record);
 
 // The rows of what every generic record begins with, in a response.
 #define TVC_HEADER_FIELDS(record, type_text)                                                   \

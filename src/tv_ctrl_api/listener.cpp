@@ -24,14 +24,10 @@ TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri) {
   return entry;
 }
 
-char* _jsp_exchange_buffer(TV_CTRL_NOTIFY_BUFFER_T& entry, char* text) {
-  return std::atomic_ref(entry.buffer).exchange(text);
-}
-
 static void free_entry(TV_CTRL_NOTIFY_BUFFER_T* entry) {
   *entry->t_link.pt_prev = entry->t_link.pt_next;
   if (entry->t_link.pt_next) entry->t_link.pt_next->t_link.pt_prev = entry->t_link.pt_prev;
-  free(entry->buffer);
+  free(entry->buffer.text);
   free(entry);
 }
 
@@ -44,8 +40,8 @@ static void _jsp_dump_buffer_in_slist() {
   if (!_tv_ctrl_notify_buffer.pt_head || vex_tvc_debug_level() < LOG_VALUE) return;
   TVC_LOG(LOG_VALUE, "BEGIN DUMP ------  !!! \r\n");
   for (const auto* entry = _tv_ctrl_notify_buffer.pt_head; entry; entry = entry->t_link.pt_next) {
-    if (entry->buffer)
-      TVC_LOG(LOG_VALUE, "uri: [%s], stack count [%d], buffer: [%s]\r\n", entry->uri, entry->num, entry->buffer);
+    if (entry->buffer.text)
+      TVC_LOG(LOG_VALUE, "uri: [%s], stack count [%d], buffer: [%s]\r\n", entry->uri, entry->num, entry->buffer.text);
     else
       TVC_LOG(LOG_VALUE, "uri: [%s], stack count [%d], buffer is empty\r\n", entry->uri, entry->num);
   }
@@ -105,12 +101,12 @@ int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_buffer, int32
   const std::shared_lock guard(t_nfy_rw_lock);
   TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(ps_uri);
   if (!entry) return VEXTVCTRLR_FAIL;
-  char* const text = _jsp_exchange_buffer(*entry, nullptr);
+  char* const text = std::atomic_ref(entry->buffer.text).exchange(nullptr);
   if (!text) {
     TVC_LOG(LOG_CALL, "nfy buff is empty!\n");
     return VEXTVCTRLR_OK;
   }
-  memcpy(pv_buffer, text, std::min(strlen(text), static_cast<std::size_t>(buffer_len)));
+  memcpy(pv_buffer, text, std::min(entry->buffer.length, static_cast<std::size_t>(buffer_len)));
   free(text);
   return VEXTVCTRLR_OK;
 }

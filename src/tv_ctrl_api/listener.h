@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include "tv_ctrl_util/json_writer.h"
 #include "tvapi/types.h"
 
 // A read-write lock for std::lock_guard and std::shared_lock. A waiting writer goes first: hosts that fetch without a
@@ -19,23 +20,21 @@ struct RwLock {
 struct TV_CTRL_NOTIFY_BUFFER_T {
   INT32 num;      // subscriptions
   char uri[256];  // at most 255 characters are kept
-  char* buffer;   // pending text, owned by the entry, or null; exchanged atomically, see _jsp_exchange_buffer
+  // The pending text, owned by the entry. Its `text` is null when nothing is pending; the rest then means nothing.
+  JsonText buffer;
   struct {
     TV_CTRL_NOTIFY_BUFFER_T* pt_next;
     TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // where the entry before, or the head, points at this one
   } t_link;
 };
 
-// Guards the list and every entry's lifetime. Two threads may fetch at once under the read lock, so a pending text is
-// looked at only by whoever has taken it out of its entry, or under the write lock. Taken after mutex_send.
+// Guards the list, every entry's lifetime and its pending text, which is written under the write lock. Two threads may
+// fetch at once under the read lock: they take the text out of its entry atomically, and one of them gets it. Taken
+// after mutex_send.
 extern RwLock t_nfy_rw_lock;
 
 // The entry of a URI, or null. The caller holds the lock.
 TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri);
-
-// Puts a text (or null) into an entry and takes what was there; the caller then owns that. The caller holds the lock,
-// for reading at least.
-char* _jsp_exchange_buffer(TV_CTRL_NOTIFY_BUFFER_T& entry, char* text);
 
 // Frees every entry. The caller holds the write lock.
 void _jsp_empty_slist();

@@ -1,9 +1,9 @@
-// Notification delivery: renders a record into the listener buffer of its URI. Runs on the platform's threads.
+// Notification delivery: writes a record into the listener buffer of its URI. Runs on the platform's threads.
 #include <stdlib.h>
-#include <string.h>
 
 #include <mutex>
-#include <shared_mutex>
+#include <string_view>
+#include <utility>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
@@ -11,103 +11,99 @@
 #include "tv_ctrl_util/json_parse.h"
 #include "tv_ctrl_util/log.h"
 
-// {"URI": uri, "REQUEST": "NOTIFY", member: value}; takes over `value`. Null without memory, or when it is null.
-static cJSON* make_envelope(const char* uri, const char* member, cJSON* value) {
-  cJSON* const root = cJSON_CreateObject();
-  const bool headed = root && tvc_json_add(root, "URI", cJSON_CreateStringReference(uri)) &&
-                      tvc_json_add(root, "REQUEST", cJSON_CreateStringReference("NOTIFY"));
-  if (!headed) cJSON_Delete(value);
-  if (headed && tvc_json_add(root, member, value)) return root;
-  cJSON_Delete(root);
-  return nullptr;
+// Writes a whole notification: {"URI": uri, "REQUEST": "NOTIFY", then the item as "PARAMETER" or in "ITEMS"}.
+static void write_notification(JsonText& json, const ItemType& item, const char* uri, const void* record) {
+  const bool in_parameter = item.notify.form == NotifyForm::kSingleParameter;
+  tvc_open_object(json);
+  tvc_write_key(json, "URI");
+  tvc_write_text(json, uri);
+  tvc_write_key(json, "REQUEST");
+  tvc_write_text(json, "NOTIFY");
+  tvc_write_key(json, in_parameter ? "PARAMETER" : "ITEMS");
+  if (!in_parameter) tvc_open_array(json);
+  tvc_write_object(json, item.fields, kNotify, record);
+  if (!in_parameter) tvc_close_array(json);
+  tvc_close_object(json);
 }
 
-// Prints the envelope, deletes it and leaves the text in the URI's entry, if there is still one: the entry may have
-// been removed since it was last looked at. Without memory, what is pending stays.
-static void store(const NotifyRule& rule, const char* uri, cJSON* root) {
-  char* text = cJSON_PrintUnformatted(root);
-  cJSON_Delete(root);
-  if (!text) return;
-  if (rule.traces_text) {
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "buff_len: %d.\n", static_cast<int>(strlen(text)));
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "%s\n", text);
+// Puts a new text in the place of the pending one. False without memory; what is pending then stays.
+static bool replace_text(JsonText& pending, const ItemType& item, const char* uri, const void* record) {
+  JsonText text;
+  write_notification(text, item, uri, record);
+  if (!tvc_finish_text(text)) {
+    free(text.text);
+    return false;
   }
-  {
-    const std::lock_guard guard(t_nfy_rw_lock);
-    if (TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(uri)) text = _jsp_exchange_buffer(*entry, text);
-  }
-  free(text);
+  free(pending.text);
+  pending = text;
+  return true;
 }
 
-static bool is_subscribed(const char* uri) {
-  const std::shared_lock guard(t_nfy_rw_lock);
-  return _jsp_get_uri_from_slist(uri) != nullptr;
+// What a text of the queued form ends in: the end of "ITEMS" and of the whole. The next item is written over it.
+static constexpr std::string_view kQueueEnd = "]}";
+
+static bool finish_queue(JsonText& pending) {
+  tvc_close_array(pending);
+  tvc_close_object(pending);
+  return tvc_finish_text(pending);
 }
 
-// Single form: the text replaces whatever is pending.
-static void notify_single(const ItemType& item, const char* uri, const void* pv_content) {
-  if (!is_subscribed(uri)) return;
-  cJSON* const object = tvc_make_item(item, kNotify, pv_content);
-  cJSON* const root = item.notify.form == NotifyForm::kSingleItems ? make_envelope(uri, "ITEMS", tvc_make_items(object))
-                                                                   : make_envelope(uri, "PARAMETER", object);
-  if (!root) {
-    TVC_LOG_AS(LOG_ERROR, item.notify.log_name, "Create root object failed!!!\n");
-    return;
-  }
-  store(item.notify, uri, root);
+// Adds an item to those that are pending. False without memory; what is pending then stays.
+static bool append_item(JsonText& pending, const ItemType& item, const void* record) {
+  const std::size_t end = pending.length - kQueueEnd.size();
+  pending.length = end;
+  tvc_write_object(pending, item.fields, kNotify, record);
+  if (finish_queue(pending)) return true;
+  pending.length = end;
+  pending.failed = false;
+  finish_queue(pending);  // needs no memory: it stood here before
+  return false;
 }
 
-struct Pending {
-  cJSON* root = nullptr;   // the parsed pending text, owned, or null when nothing is pending
-  cJSON* items = nullptr;  // its "ITEMS"
-};
-
-// Parses the text that is pending in an entry. False when the new notification must be dropped.
-// The caller holds the write lock: under the read lock a fetch could free the text while it is parsed.
-static bool read_pending(const NotifyRule& rule, TV_CTRL_NOTIFY_BUFFER_T& entry, Pending& ret_pending) {
-  if (!entry.buffer) return true;
-  if (strlen(entry.buffer) > rule.bound) {
-    free(_jsp_exchange_buffer(entry, nullptr));
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "Buffer is FULL.\n");
-    return true;
-  }
-  const JsonParse parsed = tvc_json_parse(entry.buffer);
-  cJSON* const items = cJSON_GetObjectItemCaseSensitive(parsed.root, "ITEMS");
-  if (cJSON_IsArray(items)) {
-    ret_pending = {.root = parsed.root, .items = items};
-    return true;
-  }
+// Whether an item can be added to the pending text; if not, a message says why. A look at its end is enough: only
+// delivery makes texts pending, and the type of a URI never changes, so the functions above wrote what is pending under
+// a queued type. Such a text parses, and its "ITEMS" come last. Only a text that ends otherwise, which nothing writes,
+// is parsed, for the message.
+static bool takes_items(const JsonText& pending, const NotifyRule& rule) {
+  if (std::string_view(pending.text, pending.length).ends_with(kQueueEnd)) return true;
+  const JsonParse parsed = tvc_json_parse(pending.text);
+  const cJSON* const items = cJSON_GetObjectItemCaseSensitive(parsed.root, "ITEMS");
   if (!parsed.root)
     TVC_LOG_AS(LOG_ERROR, rule.log_name, "Error before: [%s]\n", parsed.error_at);
   else if (!items)
     TVC_LOG_AS(LOG_ERROR, rule.log_name, "Param do NOT has ITEMS.\n");
-  else
+  else if (!cJSON_IsArray(items))
     TVC_LOG_AS(LOG_ERROR, rule.log_name, "Items type is NOT array!\n");
   cJSON_Delete(parsed.root);
-  return rule.restarts_unusable;
+  return false;
 }
 
-// Queued form: the item is appended to what is pending. Items fetched while this runs are delivered a second time.
-static void notify_queued(const ItemType& item, const char* uri, const void* pv_content) {
-  Pending pending;
-  {
-    const std::lock_guard guard(t_nfy_rw_lock);
-    TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(uri);
-    if (!entry || !read_pending(item.notify, *entry, pending)) return;
+// Writes a record into the entry of its URI, if there is one. The write lock is held throughout: no fetch takes the
+// pending text while an item is appended to it, and nobody removes the entry.
+static void deliver(const ItemType& item, const char* uri, const void* record) {
+  const NotifyRule& rule = item.notify;
+  const std::lock_guard guard(t_nfy_rw_lock);
+  TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(uri);
+  if (!entry) return;
+  JsonText& pending = entry->buffer;
+  bool appends = rule.form == NotifyForm::kQueued && pending.text;
+  if (appends && pending.length > rule.bound) {
+    free(std::exchange(pending.text, nullptr));
+    TVC_LOG_AS(LOG_VALUE, rule.log_name, "Buffer is FULL.\n");
+    appends = false;
   }
-  cJSON* const object = tvc_make_item(item, kNotify, pv_content);
-  if (!pending.root) {
-    pending.root = make_envelope(uri, "ITEMS", tvc_make_items(object));
-  } else if (!cJSON_AddItemToArray(pending.items, object)) {
-    cJSON_Delete(object);
-    cJSON_Delete(pending.root);
-    pending.root = nullptr;
+  if (appends && !takes_items(pending, rule)) {
+    if (!rule.restarts_unusable) return;
+    appends = false;
   }
-  if (!pending.root) {
-    TVC_LOG_AS(LOG_ERROR, item.notify.log_name, "Create root object failed!!!\n");
+  if (!(appends ? append_item(pending, item, record) : replace_text(pending, item, uri, record))) {
+    TVC_LOG_AS(LOG_ERROR, rule.log_name, "Create root object failed!!!\n");
     return;
   }
-  store(item.notify, uri, pending.root);
+  if (rule.traces_text) {
+    TVC_LOG_AS(LOG_VALUE, rule.log_name, "buff_len: %d.\n", static_cast<int>(pending.length));
+    TVC_LOG_AS(LOG_VALUE, rule.log_name, "%s\n", pending.text);
+  }
 }
 
 // Messages name this operation by what it does with the record.
@@ -128,14 +124,5 @@ void tv_ctrl_api_notify_func(const char* uri, void* pv_content) {
   TVC_LOG_AS(LOG_CALL, kDispatch, "uri id: %d, type:%d!\n", id, type);
   const std::lock_guard guard(mutex_send);
   const ItemType* const item = tvc_item_type(type);
-  if (!item) return;
-  switch (item->notify.form) {
-    case NotifyForm::kNone:
-      return;
-    case NotifyForm::kSingleParameter:
-    case NotifyForm::kSingleItems:
-      return notify_single(*item, uri, pv_content);
-    case NotifyForm::kQueued:
-      return notify_queued(*item, uri, pv_content);
-  }
+  if (item && item->notify.form != NotifyForm::kNone) deliver(*item, uri, pv_content);
 }

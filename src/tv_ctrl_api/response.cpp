@@ -1,7 +1,6 @@
 #include "tv_ctrl_api/response.h"
 
 #include <stdlib.h>
-#include <string.h>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_util/log.h"
@@ -10,16 +9,21 @@ std::mutex mutex_send;
 char* _ps_send_buff;
 int _z_send_buff_len;
 
-// {"URI": uri, "STATUS": status, "ITEMS": [...]}; with no type the item stays empty. Null without memory.
-static cJSON* make_response(const char* uri, const ItemType* item, const void* pv_content, INT32 status) {
-  cJSON* const root = cJSON_CreateObject();
-  if (root && tvc_json_add(root, "URI", cJSON_CreateStringReference(uri)) &&
-      tvc_json_add(root, "STATUS", tvc_json_number(status)) &&
-      tvc_json_add(root, "ITEMS",
-                   item ? tvc_make_response_items(*item, pv_content) : tvc_make_items(cJSON_CreateObject())))
-    return root;
-  cJSON_Delete(root);
-  return nullptr;
+// Writes {"URI": uri, "STATUS": status, "ITEMS": [...]}; without a type one empty item.
+static void write_response(JsonText& json, const char* uri, const ItemType* item, const void* record, INT32 status) {
+  tvc_open_object(json);
+  tvc_write_key(json, "URI");
+  tvc_write_text(json, uri);
+  tvc_write_key(json, "STATUS");
+  tvc_write_integer(json, status);
+  tvc_write_key(json, "ITEMS");
+  tvc_open_array(json);
+  if (item)
+    tvc_write_items(json, *item, record);
+  else
+    tvc_write_object(json, {}, kResponse, nullptr);
+  tvc_close_array(json);
+  tvc_close_object(json);
 }
 
 void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, INT32 status) {
@@ -29,14 +33,15 @@ void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, I
   _z_send_buff_len = 0;
   const ItemType* item = tvc_item_type(type);
   if (item && (!pv_content || !tvc_item_has(*item, kResponse))) item = nullptr;
-  cJSON* const root = make_response(uri, item, pv_content, item ? status : static_cast<INT32>(VEX_OK));
-  if (!root) {
+  JsonText text;
+  write_response(text, uri, item, pv_content, item ? status : static_cast<INT32>(VEX_OK));
+  if (!tvc_finish_text(text)) {
+    free(text.text);
     TVC_LOG_AS(LOG_ERROR, item ? item->renderer : "_json_print_none_type", "Create root object failed!!!\n");
     return;
   }
-  _ps_send_buff = cJSON_PrintUnformatted(root);
-  cJSON_Delete(root);
-  if (_ps_send_buff) _z_send_buff_len = static_cast<int>(strlen(_ps_send_buff));
+  _ps_send_buff = text.text;
+  _z_send_buff_len = static_cast<int>(text.length);
 }
 
 void tv_ctrl_response_set(UINT8, const cJSON*, INT32) {}

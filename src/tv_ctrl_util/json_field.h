@@ -6,9 +6,11 @@
 
 #include <cstddef>
 #include <span>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "tv_ctrl_util/json_writer.h"
 #include "tvapi/types.h"
 
 enum class FieldKind : UINT8 {
@@ -43,11 +45,11 @@ struct Field;
 
 // Reads the field's member into the record; `entry` names the entry point for traces.
 using FieldDecode = void (*)(const cJSON* parameter, const Field& field, void* record, const char* entry);
-// Makes the field's JSON value of the record; null without memory.
-using FieldRender = cJSON* (*)(const Field& field, const void* record);
+// Writes the field's value, exactly one.
+using FieldRender = void (*)(JsonText& json, const Field& field, const void* record);
 
 struct Field {
-  const char* key = nullptr;
+  std::string_view key = {};  // a literal: terminated, and nothing in it is escaped
   FieldKind kind = FieldKind::kConstant;
   UINT32 offset = 0;  // of the field within the record
   UINT32 size = 0;    // of the field, in bytes
@@ -120,20 +122,9 @@ const T& field_at(const void* record, const Field& field) {
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
                         const char* entry);
 
-// Adds every field of this use to an object, in the table's order. False without memory (the object is then partly
-// filled).
-bool tvc_render_fields(std::span<const Field> fields, FieldUse use, const void* record, cJSON* object);
+// Writes the object of a record: every field of this use, in the table's order.
+void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
 // A custom decode: takes the member's integer value whatever its kind; a missing member leaves the field. Traced at
 // level 2 as "<text>: <value>!".
 void tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry);
-
-// Adds a member under a key that outlives the object. The object takes the value over; on failure, or when the value is
-// null, it is deleted and the result is false.
-bool tvc_json_add(cJSON* object, const char* key, cJSON* value);
-
-// An integer as JSON: as the library prints it, but cheaper.
-cJSON* tvc_json_number(INT64 value);
-
-// A text of at most `size` bytes that need not be terminated.
-cJSON* tvc_json_text(const char* text, std::size_t size);

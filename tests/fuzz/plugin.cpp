@@ -62,7 +62,7 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
     std::vector<FieldInfo> fields;
     for (const Field& field : item->fields)
       if (field.use & row.use)
-        fields.push_back({.key = field.key,
+        fields.push_back({.key = std::string(field.key),
                           .kind = field.kind == FieldKind::kText ? "text" : "",
                           .limit = field.size,
                           .fields = {}});

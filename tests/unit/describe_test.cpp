@@ -168,7 +168,7 @@ void expect_fields(const cJSON* array, std::span<const Field> fields, FieldUse u
   const cJSON* object = array->child;
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
-    const std::string name = where + "." + field.key;
+    const std::string name = where + "." + field.key.data();
     ASSERT_NE(object, nullptr) << name;
     EXPECT_EQ(text_of(object, "key"), field.key) << name;
     EXPECT_EQ(text_of(object, "kind"), kind_of(field)) << name;

@@ -40,7 +40,7 @@ std::size_t size_of_kind(FieldKind kind) {
 
 void check_fields(std::span<const Field> fields, std::size_t record_size, const std::string& where) {
   for (const Field& field : fields) {
-    const std::string name = where + "." + field.key;
+    const std::string name = where + "." + field.key.data();
     if (field.kind == FieldKind::kConstant) {
       EXPECT_NE(field.text, nullptr) << name;
       continue;
@@ -63,10 +63,12 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
   std::set<std::string> keys;
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
-    EXPECT_NE(field.key, nullptr);
-    EXPECT_TRUE(*field.key) << where;
-    EXPECT_TRUE(keys.insert(field.key).second) << where << "." << field.key << " stands twice";
-    check_keys(field.fields, kEverywhere, where + "." + field.key);
+    EXPECT_FALSE(field.key.empty()) << where;
+    EXPECT_TRUE(
+        std::all_of(field.key.begin(), field.key.end(), [](char c) { return c > ' ' && c != '"' && c != '\\'; }))
+        << where << "." << field.key << " would have to be escaped";
+    EXPECT_TRUE(keys.emplace(field.key).second) << where << "." << field.key << " stands twice";
+    check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
 

@@ -1,5 +1,4 @@
-// Notification delivery: types that no row has so far, bounds, unusable pending texts, and entries that change while a
-// notification is rendered.
+// Notification delivery: types that no row has so far, bounds, and unusable pending texts.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -168,9 +167,9 @@ class NotifyQueued : public Notify, public testing::WithParamInterface<Queued> {
     return "<" + std::string(GetParam().log_name) + "> " + message + "\n";
   }
 
-  // An envelope with no items that is `length` characters long.
-  static std::string padded(std::size_t length, const std::string& items = "") {
-    const std::string head = "{\"PAD\":\"", tail = "\",\"ITEMS\":[" + items + "]}";
+  // An envelope with one item that is `length` characters long.
+  static std::string padded(std::size_t length) {
+    const std::string head = "{\"PAD\":\"", tail = "\",\"ITEMS\":[{}]}";
     return head + std::string(length - head.size() - tail.size(), 'p') + tail;
   }
 };
@@ -191,7 +190,7 @@ TEST_P(NotifyQueued, TextOfTheBoundIsAppendedTo) {
   ASSERT_EQ(pending.size(), GetParam().bound);
   poke_pending(GetParam().uri, pending);
   EXPECT_EQ(printed_by(raise), "");
-  EXPECT_EQ(fetch(GetParam().uri), pending.substr(0, pending.size() - 2) + GetParam().item + "]}");
+  EXPECT_EQ(fetch(GetParam().uri), pending.substr(0, pending.size() - 2) + "," + GetParam().item + "]}");
 }
 
 TEST_P(NotifyQueued, LongerTextIsDiscarded) {
@@ -214,7 +213,6 @@ TEST_P(NotifyQueued, LongerTextIsDiscardedWithoutLookingAtIt) {
 TEST_P(NotifyQueued, UnusableTextIsToldAndKept) {
   const std::pair<std::string, std::string> rows[] = {
       {"{\"A\":1}", logged("Param do NOT has ITEMS.")},
-      {"{\"items\":[]}", logged("Param do NOT has ITEMS.")},
       {"[1,2]", logged("Param do NOT has ITEMS.")},
       {"7", logged("Param do NOT has ITEMS.")},
       {"{\"ITEMS\":{}}", logged("Items type is NOT array!")},
@@ -231,7 +229,7 @@ TEST_P(NotifyQueued, UnusableTextIsToldAndKept) {
 }
 
 TEST_P(NotifyQueued, TextThatDoesNotParseIsToldWithItsPosition) {
-  const std::string pending = "{\"ITEMS\":[?]}";
+  const std::string pending = "{\"ITEMS\":[?]";
   EXPECT_FALSE(parse_json(pending));
   const std::string position = cJSON_GetErrorPtr();
   poke_pending(GetParam().uri, pending);
@@ -243,105 +241,10 @@ TEST_P(NotifyQueued, TextThatDoesNotParseIsToldWithItsPosition) {
 }
 
 TEST_P(NotifyQueued, PendingItemsOfAnyKindAreKept) {
-  poke_pending(GetParam().uri, R"({"ITEMS":[1,null,{"a":[]},"x"],"MORE":true})");
+  poke_pending(GetParam().uri, R"({"MORE":true,"ITEMS":[1,null,{"a":[]},"x"]})");
   raise();
   EXPECT_EQ(fetch(GetParam().uri),
-            R"({"ITEMS":[1,null,{"a":[]},"x",)" + std::string(GetParam().item) + R"(],"MORE":true})");
-}
-
-// --- Entries that change while a notification is rendered ---
-
-// Allocations that parsing a text takes.
-int parse_allocations(const std::string& text) {
-  const MemoryWatch memory;
-  parse_json(text);
-  return memory.allocations();
-}
-
-// Does `action` at one allocation of a notification after the other, from the first that no lock is held at.
-void at_every_allocation(const std::function<void()>& prepare, const std::function<void()>& raise, int first,
-                         const std::function<void()>& action, const std::function<void(int)>& check) {
-  int last = first;
-  for (int at = first; at <= last; ++at) {
-    prepare();
-    {
-      MemoryWatch memory;
-      memory.on_allocation([&](int number) {
-        if (number == at) action();
-      });
-      raise();
-      last = memory.allocations();
-    }
-    check(at);
-  }
-  EXPECT_GT(last, first) << "rendering allocates";
-}
-
-class NotifyChanged : public Notify {
- protected:
-  static constexpr const char* kVolume = "/tv/ws/notify/volume_ctrl";
-  static constexpr const char* kPlayer = "/tv/ws/notify/cbrowser_playback";
-  static void raise_volume() {
-    T_VOL_CTRL_NOTIFY record = {.vol_value = 1, .mute_status = 0};
-    tv_ctrl_api_notify_func(kVolume, &record);
-  }
-  static void raise_player(int type) {
-    T_CBROWSER_PB_NOTIFY record = {.type = type, .tag = 0, .arg1 = 0, .arg2 = 0, .arg3 = 0, .arg4 = 0};
-    tv_ctrl_api_notify_func(kPlayer, &record);
-  }
-  static int items(const std::string& text) {
-    const Json json = parse_json(text);
-    return cJSON_GetArraySize(cJSON_GetObjectItem(json.get(), "ITEMS"));
-  }
-};
-
-TEST_F(NotifyChanged, SingleFormWithoutItsEntryIsDropped) {
-  at_every_allocation([] { subscribe(kVolume); }, raise_volume, 1, [] { a_dtv_jsp_remove_listener_buffer(kVolume); },
-                      [](int at) { EXPECT_EQ(fetch(kVolume), std::nullopt) << at; });
-}
-
-TEST_F(NotifyChanged, SingleFormReachesTheNewEntry) {
-  at_every_allocation(
-      [] {
-        a_dtv_jsp_remove_listener_buffer(kVolume);
-        subscribe(kVolume);
-      },
-      raise_volume, 1,
-      [] {
-        a_dtv_jsp_remove_listener_buffer(kVolume);
-        subscribe(kVolume);
-      },
-      [](int at) { EXPECT_EQ(items(fetch(kVolume).value_or("")), 1) << at; });
-}
-
-TEST_F(NotifyChanged, QueuedFormWithoutItsEntryIsDropped) {
-  subscribe(kPlayer);
-  raise_player(1);
-  const int parsing = parse_allocations(fetch(kPlayer).value());
-  at_every_allocation(
-      [] {
-        subscribe(kPlayer);
-        raise_player(1);
-      },
-      [] { raise_player(2); }, parsing + 1,
-      [] {
-        while (a_dtv_jsp_remove_listener_buffer(kPlayer), fetch(kPlayer)) continue;
-      },
-      [](int at) { EXPECT_EQ(fetch(kPlayer), std::nullopt) << at; });
-}
-
-// What is fetched meanwhile is delivered a second time.
-TEST_F(NotifyChanged, QueuedFormDeliversFetchedItemsAgain) {
-  subscribe(kPlayer);
-  raise_player(1);
-  const int parsing = parse_allocations(fetch(kPlayer).value());
-  std::string fetched;
-  at_every_allocation([] { raise_player(1); }, [] { raise_player(2); }, parsing + 1,
-                      [&fetched] { fetched = fetch(kPlayer).value_or(""); },
-                      [&fetched](int at) {
-                        EXPECT_EQ(items(fetched), 1) << at;
-                        EXPECT_EQ(items(fetch(kPlayer).value_or("")), 2) << at;
-                      });
+            R"({"MORE":true,"ITEMS":[1,null,{"a":[]},"x",)" + std::string(GetParam().item) + "]}");
 }
 
 }  // namespace

@@ -27,14 +27,17 @@ bool watching;
 int fail_at, allocation_count;
 bool fails_for_good;
 std::unordered_set<void*>* live;
-std::function<void(int)> allocation_action;
 }  // namespace
 
 extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode);
+void* __real_malloc(std::size_t size);
+void* __wrap_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+void* __wrap_realloc(void* block, std::size_t size);
 void __real_free(void* block);
 void __wrap_free(void* block);
 INT32 __real_tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type);
@@ -60,14 +63,6 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
 
 static bool may_allocate() {
   const int number = ++allocation_count;
-  // The action may itself allocate; that is not counted.
-  if (allocation_action) {
-    const auto action = std::exchange(allocation_action, nullptr);
-    watching = false;
-    action(number);
-    watching = true;
-    allocation_action = action;
-  }
   return fail_at == 0 || (fails_for_good ? number < fail_at : number != fail_at);
 }
 
@@ -76,15 +71,22 @@ static void* remember(void* block) {
   return block;
 }
 
-static void* watched_malloc(std::size_t size) {
-  if (!watching) return std::malloc(size);
-  return may_allocate() ? remember(std::malloc(size)) : nullptr;
+void* __wrap_malloc(std::size_t size) {
+  if (!watching) return __real_malloc(size);
+  return may_allocate() ? remember(__real_malloc(size)) : nullptr;
 }
 
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   calloc_size = count * size;
   if (!watching) return __real_calloc(count, size);
   return may_allocate() ? remember(__real_calloc(count, size)) : nullptr;
+}
+
+void* __wrap_realloc(void* block, std::size_t size) {
+  if (!watching) return __real_realloc(block, size);
+  if (!may_allocate()) return nullptr;
+  live->erase(block);
+  return remember(__real_realloc(block, size));
 }
 
 void __wrap_free(void* block) {
@@ -95,7 +97,7 @@ void __wrap_free(void* block) {
 std::size_t last_calloc_size() { return calloc_size; }
 
 MemoryWatch::MemoryWatch(int fail_at_allocation, bool persistent) {
-  cJSON_Hooks hooks = {.malloc_fn = watched_malloc, .free_fn = __wrap_free};
+  cJSON_Hooks hooks = {.malloc_fn = __wrap_malloc, .free_fn = __wrap_free};
   cJSON_InitHooks(&hooks);
   live = new std::unordered_set<void*>;
   allocation_count = 0;
@@ -106,14 +108,12 @@ MemoryWatch::MemoryWatch(int fail_at_allocation, bool persistent) {
 
 MemoryWatch::~MemoryWatch() {
   watching = false;
-  allocation_action = nullptr;
   delete std::exchange(live, nullptr);
   cJSON_InitHooks(nullptr);
 }
 
 int MemoryWatch::allocations() const { return allocation_count; }
 std::size_t MemoryWatch::live_blocks() const { return live->size(); }
-void MemoryWatch::on_allocation(std::function<void(int)> action) { allocation_action = std::move(action); }
 
 // --- Between the plugin's parts ---
 
@@ -196,7 +196,9 @@ void poke_pending(const std::string& uri, const std::string& text) {
   const std::lock_guard guard(t_nfy_rw_lock);
   TV_CTRL_NOTIFY_BUFFER_T* const entry = _jsp_get_uri_from_slist(uri.c_str());
   ASSERT_NE(entry, nullptr) << uri << " is not subscribed";
-  std::free(_jsp_exchange_buffer(*entry, strdup(text.c_str())));
+  std::free(entry->buffer.text);
+  entry->buffer = {
+      .text = strdup(text.c_str()), .length = text.size(), .capacity = text.size() + 1, .needs_comma = true};
 }
 
 void PluginTest::SetUp() {

@@ -59,8 +59,8 @@ std::size_t last_calloc_size();
 
 // --- Memory failures ---
 
-// Lets the n-th allocation that the JSON library or the plugin's calloc makes fail, counted from 1, and all after it
-// when `persistent`; 0: none. Counts the allocations, and the blocks that are not freed yet. Single-threaded.
+// Lets the n-th allocation that the JSON library or the plugin makes fail, counted from 1, and all after it when
+// `persistent`; 0: none. Counts the allocations, and the blocks that are not freed yet. Single-threaded.
 struct MemoryWatch {
   explicit MemoryWatch(int fail_at = 0, bool persistent = false);
   ~MemoryWatch();
@@ -68,8 +68,6 @@ struct MemoryWatch {
   MemoryWatch& operator=(const MemoryWatch&) = delete;
   int allocations() const;
   std::size_t live_blocks() const;
-  // Called with the number of each allocation, before it is made.
-  void on_allocation(std::function<void(int)> action);
 };
 
 // --- Listener entries ---

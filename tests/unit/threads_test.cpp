@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "fake_platform.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr char kVolumeNotify[] = "/tv/ws/notify/volume_ctrl";
+constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";
 
 // Hosts poll with a pause. Without one, readers would keep the lock from the notifications, which write.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
@@ -103,6 +105,70 @@ TEST_F(Threads, TheLastTextIsNotLost) {
   for (const auto& own : texts)
     EXPECT_TRUE(
         std::is_sorted(own.begin(), own.end(), [&](const auto& a, const auto& b) { return known[a] < known[b]; }));
+}
+
+// The tags of a text's items.
+std::vector<int> tags_of(const std::string& text) {
+  std::vector<int> tags;
+  const Json root = parse_json(text);
+  const cJSON* item;
+  cJSON_ArrayForEach(item, cJSON_GetObjectItem(root.get(), "ITEMS")) {
+    tags.push_back(cJSON_GetObjectItem(item, "TAG")->valueint);
+  }
+  return tags;
+}
+
+// Notifications that are appended while two threads fetch: each item comes once, in a whole text.
+TEST_F(Threads, EachQueuedItemComesOnce) {
+  a_dtv_jsp_add_listener_buffer(kPlayerNotify);
+  constexpr int kNotifications = 10000;
+  constexpr int kPending = 8;  // far fewer than fill the buffer
+  std::atomic<int> taken = 0;
+  std::atomic<bool> stop = false;
+  std::vector<std::string> texts[2];
+  std::vector<std::thread> fetchers;
+  for (std::vector<std::string>& own : texts)
+    fetchers.emplace_back([&own, &taken, &stop] {
+      while (!stop) {
+        const std::string text = fetch(kPlayerNotify, 2048).value_or("not subscribed");
+        if (text.empty()) {
+          poll_pause();
+          continue;
+        }
+        own.push_back(text);
+        for (std::size_t at = text.find("TAG"); at != std::string::npos; at = text.find("TAG", at + 1)) ++taken;
+      }
+    });
+  const auto begun = std::chrono::steady_clock::now();
+  const auto await_taken = [&taken, begun](int count) {
+    while (taken < count && std::chrono::steady_clock::now() - begun < std::chrono::seconds(60))
+      std::this_thread::yield();
+  };
+  for (int i = 1; i <= kNotifications; ++i) {
+    await_taken(i - kPending);
+    T_CBROWSER_PB_NOTIFY record = {
+        .type = 0, .tag = static_cast<UINT32>(i), .arg1 = 0, .arg2 = 0, .arg3 = 0, .arg4 = 0};
+    tv_ctrl_api_notify_func(kPlayerNotify, &record);
+  }
+  await_taken(kNotifications);
+  stop = true;
+  for (std::thread& fetcher : fetchers) fetcher.join();
+  std::vector<int> all, expected;
+  std::size_t appended = 0;
+  for (const auto& own : texts) {
+    int last = 0;
+    for (const std::string& text : own) {
+      const std::vector<int> tags = tags_of(text);
+      EXPECT_FALSE(tags.empty()) << text;
+      for (const int tag : tags) EXPECT_GT(tag, std::exchange(last, tag)) << text;
+      if (tags.size() > 1) ++appended;
+      all.insert(all.end(), tags.begin(), tags.end());
+    }
+  }
+  EXPECT_GT(appended, 0u);
+  std::sort(all.begin(), all.end());
+  for (int i = 1; i <= kNotifications; ++i) expected.push_back(i);
+  EXPECT_EQ(all, expected);
 }
 
 }  // namespace

@@ -11,23 +11,24 @@ struct AddressLog {
 };
 
 // The text that lies at an address, owned by who raised the event; 0 for none.
-static cJSON* render_text_at(intptr_t address, const AddressLog& log) {
+static void render_text_at(JsonText& json, intptr_t address, const AddressLog& log) {
   const char* const text = reinterpret_cast<const char*>(address);
   if (!text) {
     TVC_LOG_AS(LOG_TRACE, log.operation, "%s\n", log.missing);
-    return tvc_json_number(0);
+    return tvc_write_integer(json, 0);
   }
   TVC_LOG_AS(LOG_TRACE, log.operation, "%s%s\n", log.label, text);
-  return cJSON_CreateString(text);
+  tvc_write_text(json, text);
 }
 
 // A number, but for a finished thumbnail: there the argument is the address of the picture's path.
-static cJSON* render_pb_arg1(const Field&, const void* record) {
+static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
   const T_CBROWSER_PB_NOTIFY& notify = *static_cast<const T_CBROWSER_PB_NOTIFY*>(record);
-  if (notify.type != PLAYER_EVENT_THUMBNAIL) return tvc_json_number(static_cast<INT32>(notify.arg1));
-  return render_text_at(notify.arg1, {.operation = "_json_print_cbrowser_playback_notify",
-                                      .label = "thumbnail path:",
-                                      .missing = "pt_content->arg1 == NULL"});
+  if (notify.type != PLAYER_EVENT_THUMBNAIL) return tvc_write_integer(json, static_cast<INT32>(notify.arg1));
+  render_text_at(json, notify.arg1,
+                 {.operation = "_json_print_cbrowser_playback_notify",
+                  .label = "thumbnail path:",
+                  .missing = "pt_content->arg1 == NULL"});
 }
 
 static constexpr Field cbrowser_pb_notify_table[] = {
@@ -85,11 +86,11 @@ static constexpr Field dlna_dmr_notify_table[] = {
 constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_table;
 
 // A number, but for the start command: there the value is the address of the file's path.
-static cJSON* render_pus_value(const Field&, const void* record) {
+static void render_pus_value(JsonText& json, const Field&, const void* record) {
   const T_PUS_NOTIFY& notify = *static_cast<const T_PUS_NOTIFY*>(record);
-  if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_json_number(static_cast<INT32>(notify.value));
-  return render_text_at(
-      notify.value,
+  if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_write_integer(json, static_cast<INT32>(notify.value));
+  render_text_at(
+      json, notify.value,
       {.operation = "_json_print_cbrowser_pus_notify", .label = "FilePath: ", .missing = "pt_content->value is NULL"});
 }
 
