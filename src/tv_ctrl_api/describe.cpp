@@ -37,15 +37,15 @@ static const char* kind_name(FieldKind kind) {
   return "";
 }
 
-static void write_member(JsonText& json, const char* key, const char* text) {
+static void write_text_member(JsonText& json, const char* key, const char* text) {
   tvc_write_key(json, key);
   tvc_write_text(json, text);
 }
-static void write_member(JsonText& json, const char* key, UINT32 number) {
+static void write_number_member(JsonText& json, const char* key, INT64 number) {
   tvc_write_key(json, key);
-  tvc_write_unsigned(json, number);
+  tvc_write_integer(json, number);
 }
-static void write_member(JsonText& json, const char* key, bool flag) {
+static void write_flag_member(JsonText& json, const char* key, bool flag) {
   tvc_write_key(json, key);
   tvc_write_boolean(json, flag);
 }
@@ -54,14 +54,15 @@ static void describe_fields(JsonText& json, std::span<const Field> fields, Field
 
 static void describe_field(JsonText& json, const Field& field) {
   tvc_open_object(json);
-  write_member(json, "key", field.key.data());
-  write_member(json, "kind", kind_name(field.kind));
-  if (field.kind == FieldKind::kText) write_member(json, "limit", field.size - 1);
-  if (field.kind == FieldKind::kUint8Array) write_member(json, "count", field.size);
-  if (field.kind == FieldKind::kUint32Array) write_member(json, "count", field.size / UINT32{sizeof(UINT32)});
-  if (field.unit) write_member(json, "unit", field.unit);
-  if (field.help) write_member(json, "help", field.help);
-  if (field.kind == FieldKind::kConstant) write_member(json, "value", field.text);
+  write_text_member(json, "key", field.key.data());
+  write_text_member(json, "kind", kind_name(field.kind));
+  if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
+  if (field.kind == FieldKind::kUint8Array) write_number_member(json, "count", field.size);
+  if (field.kind == FieldKind::kUint32Array)
+    write_number_member(json, "count", field.size / static_cast<UINT32>(sizeof(UINT32)));
+  if (field.unit) write_text_member(json, "unit", field.unit);
+  if (field.help) write_text_member(json, "help", field.help);
+  if (field.kind == FieldKind::kConstant) write_text_member(json, "value", field.text);
   if (field.kind == FieldKind::kObject) {
     tvc_write_key(json, "fields");
     describe_fields(json, field.fields, kEverywhere);
@@ -100,7 +101,7 @@ static void describe_set(JsonText& json, const ItemType& item) {
   const SetUse set = set_use(item);
   if (!set.word) return tvc_write_null(json);
   tvc_open_object(json);
-  write_member(json, "request", set.word);
+  write_text_member(json, "request", set.word);
   tvc_write_key(json, "fields");
   describe_fields(json, set.use ? item.fields : std::span<const Field>(), set.use);
   tvc_close_object(json);
@@ -111,8 +112,8 @@ static void describe_notify(JsonText& json, const ItemType& item) {
   if (form == NotifyForm::kNone) return tvc_write_null(json);
   const bool queued = form == NotifyForm::kQueued;
   tvc_open_object(json);
-  write_member(json, "form", queued ? "queued" : "single");
-  write_member(json, "member", form == NotifyForm::kSingleParameter ? "PARAMETER" : "ITEMS");
+  write_text_member(json, "form", queued ? "queued" : "single");
+  write_text_member(json, "member", form == NotifyForm::kSingleParameter ? "PARAMETER" : "ITEMS");
   tvc_write_key(json, "bound");
   if (queued)
     tvc_write_unsigned(json, item.notify.bound);
@@ -170,14 +171,14 @@ static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   const bool set = route->set && item && set_use(*item).word && !(action && route->set_needs_record);
   const bool notify = route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone;
   tvc_open_object(json);
-  write_member(json, "uri", row.s_uri);
-  write_member(json, "id", UINT32{row.ui2_id});
-  write_member(json, "group", tvc_group_name(route->group));
-  write_member(json, "record", static_cast<UINT32>(tvc_record(row.ui2_id)));
-  write_member(json, "type", tvc_item_type_name(row.ui1_type));
-  write_member(json, "get", get);
-  write_member(json, "set", set);
-  write_member(json, "notify", notify);
+  write_text_member(json, "uri", row.s_uri);
+  write_number_member(json, "id", row.ui2_id);
+  write_text_member(json, "group", tvc_group_name(route->group));
+  write_number_member(json, "record", tvc_record(row.ui2_id));
+  write_text_member(json, "type", tvc_item_type_name(row.ui1_type));
+  write_flag_member(json, "get", get);
+  write_flag_member(json, "set", set);
+  write_flag_member(json, "notify", notify);
   for (const auto& [id, names] : kNamedValues) {
     if (id != row.ui2_id) continue;
     tvc_write_key(json, "values");
