@@ -299,7 +299,8 @@ static constexpr RecordRow rows[] = {
     {.record = TV_CTRL_RECID_NW_REGISTER,
      .type = TYPE_ACTION,
      .set = register_network,
-     .help = "Registers for network events; for callers of tv_ctrl_set that bring a record, which no request does."},
+     .help = "Registers for network events where tv_ctrl_set is called with a record; requests, which bring none, are "
+             "refused."},
     {.record = TV_CTRL_RECID_CI_HOST_TUNE_STATUS,
      .type = TYPE_VALUE,
      .get = get_ci_host_tune_status,

@@ -38,11 +38,13 @@ static constexpr RecordRow rows[] = {
     {.record = TV_CTRL_RECID_VOL_INCREASE,
      .type = TYPE_ACTION,
      .set = increase_volume,
-     .help = "Raises the volume by one step; for callers of tv_ctrl_set that bring a record, which no request does."},
+     .help = "Raises the volume by one step where tv_ctrl_set is called with a record; requests, which bring none, are "
+             "refused."},
     {.record = TV_CTRL_RECID_VOL_DECREASE,
      .type = TYPE_ACTION,
      .set = decrease_volume,
-     .help = "Lowers the volume by one step; for callers of tv_ctrl_set that bring a record, which no request does."},
+     .help = "Lowers the volume by one step where tv_ctrl_set is called with a record; requests, which bring none, are "
+             "refused."},
     {.record = TV_CTRL_RECID_VOL_MUTE,
      .type = TYPE_VALUE,
      .get = get_mute,
