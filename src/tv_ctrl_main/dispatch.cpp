@@ -80,6 +80,11 @@ static const Route* find_route(int group) {
   return group > 0 && group <= static_cast<int>(std::size(routes)) ? &routes[group - 1] : nullptr;
 }
 
+const Handler* tvc_handler(int group) {
+  const Route* const route = find_route(group);
+  return route ? route->handler : nullptr;
+}
+
 UriUse tvc_uri_use(UINT16 ui2_id) {
   UriUse use = {
       .get = Effect::kRefused, .set = Effect::kRefused, .notifies = false, .help = "", .unit = "", .values = ""};

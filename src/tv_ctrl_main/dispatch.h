@@ -14,3 +14,6 @@ struct UriUse {
 };
 
 UriUse tvc_uri_use(UINT16 ui2_id);
+
+// The handler of a group; null where nothing serves it.
+const Handler* tvc_handler(int group);

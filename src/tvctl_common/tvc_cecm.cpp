@@ -49,10 +49,10 @@ static constexpr RecordRow rows[] = {
      .help = "Switches HDMI-CEC on or off; switched on, the set looks for devices."},
 };
 
-extern const Handler tvc_cecm_handler = {.group = TV_CTRL_GRPID_CECM_CFG,
-                                         .records = tvc_records<rows>(),
-                                         .set_without_record = WithoutRecord::kRefused,
-                                         .framed_get = "tv_ctrl_cecm_get"};
+extern constinit const Handler tvc_cecm_handler = {.group = TV_CTRL_GRPID_CECM_CFG,
+                                                   .records = tvc_records<rows>(),
+                                                   .set_without_record = WithoutRecord::kRefused,
+                                                   .framed_get = "tv_ctrl_cecm_get"};
 
 INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(tvc_cecm_handler, ui2_id, pv_content); }
 

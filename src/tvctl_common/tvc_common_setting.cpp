@@ -314,8 +314,8 @@ static constexpr RecordRow rows[] = {
      .help = "Whether a common interface module tunes the set for a broadcast, in the platform's numbers."},
 };
 
-extern const Handler tvc_common_setting_handler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
-                                                   .records = tvc_records<rows>()};
+extern constinit const Handler tvc_common_setting_handler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
+                                                             .records = tvc_records<rows>()};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
   return tvc_handle_get(tvc_common_setting_handler, ui2_id, pv_content);

@@ -276,7 +276,7 @@ static constexpr RecordRow rows[] = {
      .help = "A text of the menus in the menu language."},
 };
 
-extern const Handler tvc_config_handler = {
+extern constinit const Handler tvc_config_handler = {
     .group = TV_CTRL_GRPID_CONFIG, .records = tvc_records<rows>(), .set_without_record = WithoutRecord::kRefused};
 
 INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {

@@ -79,11 +79,11 @@ static constexpr RecordRow rows[] = {
      .help = "Keys of a keyboard; there is none that could be pressed."},
 };
 
-extern const Handler tvc_key_handler = {.group = TV_CTRL_GRPID_KEY,
-                                        .records = tvc_records<rows>(),
-                                        .get_default = VEXTVCTRLR_NOT_SUPPORT,
-                                        .set_default = VEXTVCTRLR_FAIL,
-                                        .set_without_record = WithoutRecord::kRefused};
+extern constinit const Handler tvc_key_handler = {.group = TV_CTRL_GRPID_KEY,
+                                                  .records = tvc_records<rows>(),
+                                                  .get_default = VEXTVCTRLR_NOT_SUPPORT,
+                                                  .set_default = VEXTVCTRLR_FAIL,
+                                                  .set_without_record = WithoutRecord::kRefused};
 
 INT32 tv_ctrl_key_get(UINT16, void*) { return tvc_key_handler.get_default; }
 

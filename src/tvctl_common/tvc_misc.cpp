@@ -425,7 +425,7 @@ static constexpr RecordRow rows[] = {
      .help = "Whether the USB path holds an e-banner for the shop: TYPE becomes 5, else 0."},
 };
 
-extern const Handler tvc_misc_handler = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>()};
+extern constinit const Handler tvc_misc_handler = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>()};
 
 INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(tvc_misc_handler, ui2_id, pv_content); }
 

@@ -55,10 +55,10 @@ static constexpr RecordRow rows[] = {
                "1=muted\0"},
 };
 
-extern const Handler tvc_volctrl_handler = {.group = TV_CTRL_GRPID_VOLUME,
-                                            .records = tvc_records<rows>(),
-                                            .get_default = VEXTVCTRLR_INV_ARG,
-                                            .set_without_record = WithoutRecord::kRefused};
+extern constinit const Handler tvc_volctrl_handler = {.group = TV_CTRL_GRPID_VOLUME,
+                                                      .records = tvc_records<rows>(),
+                                                      .get_default = VEXTVCTRLR_INV_ARG,
+                                                      .set_without_record = WithoutRecord::kRefused};
 
 INT32 tv_ctrl_get_volctrl(UINT16 ui2_id, void* pv_content) {
   return tvc_handle_get(tvc_volctrl_handler, ui2_id, pv_content);

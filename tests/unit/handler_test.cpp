@@ -1,15 +1,13 @@
 // The functions that walk a handler's rows, with made-up handlers; and the rows of the handlers that there are.
 #include "tvctl_common/handler.h"
 
+#include <algorithm>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "support.h"
-#include "tv_ctrl_main/registry.h"
-
-extern const Handler tvc_volctrl_handler, tvc_common_setting_handler, tvc_misc_handler, tvc_notify_handler,
-    tvc_key_handler, tvc_cecm_handler, tvc_config_handler;
+#include "tv_ctrl_main/dispatch.h"
 
 namespace {
 
@@ -156,13 +154,22 @@ TEST_F(HandlerRows, AGetIsFramedWhereTheHandlerSaysSo) {
 
 // --- The handlers that there are ---
 
-constexpr const Handler* handlers[] = {
-    &tvc_volctrl_handler, &tvc_common_setting_handler, &tvc_misc_handler,  &tvc_notify_handler,
-    &tvc_key_handler,     &tvc_cecm_handler,           &tvc_config_handler};
+std::vector<const Handler*> handlers() {
+  std::vector<const Handler*> all;
+  for (int group = -1; group <= 256; ++group)
+    if (const Handler* const each = tvc_handler(group)) all.push_back(each);
+  EXPECT_FALSE(all.empty());
+  return all;
+}
+
+TEST(Handlers, AHandlerServesTheGroupOfItsRoute) {
+  for (int group = -1; group <= 256; ++group)
+    if (const Handler* const each = tvc_handler(group)) EXPECT_EQ(each->group, group);
+}
 
 // A row of a record that has no URI, or of another type than its URI, would never be reached.
 TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
-  for (const Handler* const each : handlers) {
+  for (const Handler* const each : handlers()) {
     std::set<UINT8> records;
     for (const StoredRecord& row : each->records.rows) {
       const UINT16 id = tvc_id(each->group, row.record);
@@ -177,7 +184,7 @@ TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
 // A failure is logged under a name of its own.
 TEST(Handlers, OperationsAreNamedOnce) {
   std::set<std::string> names;
-  for (const Handler* const each : handlers) {
+  for (const Handler* const each : handlers()) {
     const char* const texts = each->records.texts;
     for (const StoredRecord& row : each->records.rows)
       for (const TextOffset name : {row.get_operation, row.set_operation})
