@@ -213,9 +213,6 @@ static Json json(cJSON* value) { return {value, cJSON_Delete}; }
 static const char* text_of(const cJSON* object, const char* key) {
   return cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
 }
-static bool is_true(const cJSON* object, const char* key) {
-  return cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(object, key));
-}
 
 // Adds a value for each field of a description; texts are as long as they may be.
 static void add_fields(cJSON* object, const cJSON* fields) {
@@ -323,7 +320,9 @@ static void report_deepest() {
     }
   }
   cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(description.get(), "uris")) {
-    if (is_true(row, "notify")) try_notification(notification, row);
+    const cJSON* const type = cJSON_GetObjectItemCaseSensitive(types, text_of(row, "type"));
+    const bool notifies = cJSON_IsObject(cJSON_GetObjectItemCaseSensitive(type, "notify"));
+    if (notifies && strcmp(text_of(row, "group"), "WS_NFY") == 0) try_notification(notification, row);
   }
   report("any_request_stack", request.stack, request.at);
   report("any_notification_stack", notification.stack, notification.at);

@@ -42,7 +42,8 @@ int refused(Session& session, const std::string& uri, std::int64_t result, Failu
   json::value description;
   Failure ignored;
   const bool unknown = describe(session, description, ignored) && find_uri(description, uri) == nullptr;
-  ret_failure = {kExitRefused, unknown ? unknown_uri(description, uri) : "the set answered " + result_meaning(result)};
+  ret_failure = {kExitRefused,
+                 unknown ? unknown_uri(description, uri) : "the set answered " + result_meaning(description, result)};
   return kExitRefused;
 }
 
@@ -192,13 +193,14 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
   for (const json::value& value : uris->get_array()) {
     const json::object& row = value.as_object();
     std::string can;
-    for (const char* key : {"get", "set", "notify"}) {
-      if (is_on(row, key)) can += (can.empty() ? "" : " ") + std::string(key);
+    for (const std::string_view use : kUses) {
+      if (is_on(row, use)) can += (can.empty() ? "" : " ") + std::string(use);
     }
-    const Row shown{cell(row, "uri"), cell(row, "type"), can, hex_cell(row, "id")};
-    const bool wanted = std::ranges::all_of(words, [&](const std::string& word) {
-      return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
-    });
+    const Row shown{cell(row, "uri"), cell(row, "type"), can, hex_cell(row, "id"), cell(row, "help")};
+    const bool wanted =
+        (options.can.empty() || is_on(row, options.can)) && std::ranges::all_of(words, [&](const std::string& word) {
+          return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
+        });
     if (!wanted) continue;
     any = true;
     if (options.json) {
@@ -207,7 +209,7 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
       rows.push_back(shown);
     }
   }
-  if (!rows.empty()) print_table({"URI", "TYPE", "CAN", "ID"}, rows);
+  if (!rows.empty()) print_table({"URI", "TYPE", "CAN", "ID", "HELP"}, rows);
   if (!any) say_none("URI", words);
   return kExitOk;
 }
@@ -273,7 +275,7 @@ int run_watch(const Options& options, Session& session, Words words, Failure& re
       if (row == nullptr) {
         ret_failure = {kExitRefused, unknown_uri(description, uri)};
       } else {
-        ret_failure = {kExitUsage, uri + " never notifies; \"dtvctl list notify\" shows those that do"};
+        ret_failure = {kExitUsage, uri + " never notifies; \"dtvctl list --can notify\" shows those that do"};
       }
       return ret_failure.exit_code;
     }
@@ -312,7 +314,7 @@ std::string check_uri(Words words) {
 
 std::string check_watch(Words words) {
   const auto [uris, command] = split_command(words);
-  if (uris.empty()) return "which URI? \"dtvctl list notify\" shows those that notify";
+  if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
   for (const std::string& uri : uris) {
     if (std::string wrong = check_uri({&uri, 1}); !wrong.empty()) return wrong;
   }
@@ -372,12 +374,15 @@ constexpr Command kCommands[] = {
      .arguments = "[TEXT...]",
      .summary = "Lists URIs",
      .help =
-         "Shows the URIs whose name, type, identifier or abilities (get, set, notify) contain every TEXT, in capitals\n"
-         "or not. With --json one object per line, as the set describes it. Where none matches, standard error says\n"
-         "so, and the exit code is 0.\n"
+         "Shows the URIs whose name, type, abilities, identifier or help contain every TEXT, in capitals or not. What\n"
+         "stands under CAN (get, set, notify) has an effect; --can shows only the URIs for which one of them does. "
+         "With\n"
+         "--json one object per line, as the set describes it; its \"without_effect\" names the requests that are\n"
+         "accepted although nothing happens. Where none matches, standard error says so, and the exit code is 0.\n"
          "\n"
          "  dtvctl list volume\n"
-         "  dtvctl list notify\n",
+         "  dtvctl list --can get subtitle\n"
+         "  dtvctl list --can notify\n",
      .passes_words = false,
      .run = run_list,
      .check = check_nothing},

@@ -22,16 +22,17 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
   printf '%s\n' "$answer"
 }
 
-_dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list $1; }
+_dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list ${1:+--can $1}; }
 
 _dtvctl() {
   local commands='get set watch list functions trace tv'
-  local options='--host --local --state --json --count --for --timeout --help --version'
+  local options='--host --local --state --json --count --for --can --timeout --help --version'
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 inner='' i
 
   case $previous in
     --state) COMPREPLY=($(compgen -d -- "$current")); return ;;
     --host) COMPREPLY=($(compgen -W '127.0.0.1:8080' -- "$current")); return ;;
+    --can) COMPREPLY=($(compgen -W 'get set notify' -- "$current")); return ;;
     --count | --for | --timeout) COMPREPLY=(); return ;;
   esac
 
@@ -42,7 +43,7 @@ _dtvctl() {
       --)
         if [[ -z $inner && $command == @(watch|trace) ]]; then commands='get set tv' command='' first=0; fi
         inner=yes ;;
-      --host | --state | --count | --for | --timeout) [[ $command == tv || -n $inner ]] || ((++i)) ;;
+      --host | --state | --count | --for | --can | --timeout) [[ $command == tv || -n $inner ]] || ((++i)) ;;
       -*) ;;
       *) if [[ -z $command ]]; then command=${COMP_WORDS[i]} first=$i; fi ;;
     esac

@@ -30,6 +30,9 @@ struct Failure {
 
 // ---- options ----
 
+// What a URI may be good for, as members of its description.
+inline constexpr std::string_view kUses[] = {"get", "set", "notify"};
+
 struct Options {
   std::string host = "127.0.0.1:8080";
   bool local = false;
@@ -39,6 +42,7 @@ struct Options {
   double timeout = 30;                // seconds that an answer may take
   std::optional<std::int64_t> count;  // lines of watch and trace
   std::optional<double> seconds;      // duration of watch and trace
+  std::string can;                    // of list: what a URI is to be good for; empty: anything
 };
 
 using Words = std::span<const std::string>;
@@ -119,6 +123,9 @@ bool build_set_parameter(const std::string& uri, Words words, const Describe& de
 // The row of a URI in a description; null where there is none.
 const boost::json::object* find_uri(const boost::json::value& description, std::string_view uri);
 
+// A result with its meaning, where the description has one: "-1 (the platform refused ...)".
+std::string result_meaning(const boost::json::value& description, std::int64_t result);
+
 // "there is no URI ...", with the nearest ones.
 std::string unknown_uri(const boost::json::value& description, const std::string& uri);
 
@@ -151,4 +158,3 @@ void print_table(const Row& titles, std::span<const Row> rows);
 void print_response(const boost::json::object& response);
 void print_object(const boost::json::object& object);
 std::string trace_line(const boost::json::object& line);
-std::string result_meaning(std::int64_t result);

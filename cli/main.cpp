@@ -66,6 +66,11 @@ constexpr OptionRow kOptions[] = {
     {"--count", "N", "watch, trace: end after N lines", read_count},
     {"--for", "SECONDS", "watch, trace: end after so long",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
+    {"--can", "get|set|notify", "list: only URIs of which this has an effect",
+     [](const std::string& argument, Options& options) {
+       options.can = argument;
+       return std::ranges::find(kUses, argument) != std::end(kUses);
+     }},
     {"--timeout", "SECONDS", "How long an answer may take (default 30)",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.timeout); }},
     {"--help", "", "This help, or with a command the command's; also -h", nullptr},

@@ -223,25 +223,3 @@ std::string trace_line(const json::object& line) {
   }
   return shown;
 }
-
-std::string result_meaning(std::int64_t result) {
-  struct Meaning {
-    std::int64_t result;
-    std::string_view meaning;
-  };
-  constexpr Meaning kMeanings[] = {
-      {-1, "failed: the platform refused, or the URI cannot do this"},
-      {-2, "bad argument, wrong group or missing record"},
-      {-3, "not implemented"},
-      {-4, "out of memory"},
-      {-5, "invalid URI"},
-      {-6, "duplicate"},
-      {-7, "not supported, or not readable"},
-      {2, "invalid parameter"},
-      {9, "the action failed"},
-      {13, "the USB storage is still being scanned"},
-      {14, "the automatic jump to USB is disabled"},
-  };
-  const auto* const found = std::ranges::find(kMeanings, result, &Meaning::result);
-  return std::to_string(result) + (found == std::end(kMeanings) ? "" : " (" + std::string(found->meaning) + ")");
-}

@@ -23,6 +23,7 @@ struct Form {
   std::string type;
   std::string request;
   const json::value* fields = nullptr;  // null: this type has no such request
+  const json::value* kinds = nullptr;   // of fields
 };
 
 struct Target {
@@ -52,18 +53,22 @@ bool look_up(const std::string& uri, bool sets, const Describe& describe, Target
     form.fields = member(type, "query");
   }
   if (form.fields != nullptr && !form.fields->is_array()) form.fields = nullptr;
+  form.kinds = member(&ret_target.description, "kinds");
   if (sets && form.type == "TYPE_ACTION") form.request = "ACTION";
   ret_target.form = form;
   return true;
 }
 
-const json::value* find_field(const json::value* fields, std::string_view key) {
-  if (fields == nullptr || !fields->is_array()) return nullptr;
-  for (const json::value& field : fields->get_array()) {
-    if (text_of(member(&field, "key")) == key) return &field;
+// The element of an array that has this text under a key; null where there is none.
+const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
+  if (rows == nullptr || !rows->is_array()) return nullptr;
+  for (const json::value& row : rows->get_array()) {
+    if (text_of(member(&row, key)) == text) return &row;
   }
   return nullptr;
 }
+
+const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
 
 std::string field_list(const json::value* fields) {
   std::string list;
@@ -74,16 +79,21 @@ std::string field_list(const json::value* fields) {
   return list.empty() ? "none" : list;
 }
 
-bool is_text(const json::value* field) { return text_of(member(field, "kind")).starts_with("text"); }
+// What a field's values are in JSON, by the description of its kind; empty where it is not described.
+std::string json_kind(const json::value* kinds, const json::value* field) {
+  return text_of(member(find_row(kinds, "kind", text_of(member(field, "kind"))), "json"));
+}
 
 bool is_number(std::string_view word) {
   json::value value;
   return json_parse(word, value) && value.is_number();
 }
 
-// The value's JSON text for a field (null: of unknown kind).
-bool field_value(const std::string& word, const json::value* field, json::value& ret_value, Failure& ret_failure) {
-  if (field != nullptr && is_text(field)) {
+// The value for a field (null: of unknown kind).
+bool field_value(const std::string& word, const json::value* kinds, const json::value* field, json::value& ret_value,
+                 Failure& ret_failure) {
+  const std::string kind = json_kind(kinds, field);
+  if (kind == "string") {
     ret_value = json::string(word);
     return true;
   }
@@ -93,7 +103,7 @@ bool field_value(const std::string& word, const json::value* field, json::value&
       ret_value = std::move(value);
       return true;
     }
-  } else if (field == nullptr) {
+  } else if (kind.empty()) {
     ret_value = json::string(word);
     return true;
   }
@@ -134,7 +144,7 @@ bool add_member(const std::string& key, const std::string& word, const Form& for
                                    field_list(form.fields) + ". Give the parameters as JSON to send it all the same."};
     return false;
   }
-  return field_value(word, field, (*object)[rest], ret_failure);
+  return field_value(word, form.kinds, field, (*object)[rest], ret_failure);
 }
 
 bool build_members(Words words, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
@@ -180,7 +190,7 @@ bool build_value(const std::string& word, const Form& form, std::string& ret_par
     return false;
   }
   json::object parameter{{"REQUEST", form.request}};
-  if (!field_value(word, field, parameter[text_of(member(field, "key"))], ret_failure)) return false;
+  if (!field_value(word, form.kinds, field, parameter[text_of(member(field, "key"))], ret_failure)) return false;
   ret_parameter = json::serialize(parameter);
   return true;
 }
@@ -201,7 +211,7 @@ bool is_member_of(const std::string& word, const Form& form) {
   std::string value;
   if (!split_member(word, key, value)) return false;
   const json::value* only = only_field(form);
-  return only == nullptr || !is_text(only) || key == "REQUEST" ||
+  return only == nullptr || json_kind(form.kinds, only) != "string" || key == "REQUEST" ||
          find_field(form.fields, key.substr(0, key.find('.'))) != nullptr;
 }
 
@@ -240,12 +250,20 @@ bool build_set_parameter(const std::string& uri, Words words, const Describe& de
 }
 
 const json::object* find_uri(const json::value& description, std::string_view uri) {
-  const json::value* uris = member(&description, "uris");
-  if (uris == nullptr || !uris->is_array()) return nullptr;
-  for (const json::value& row : uris->get_array()) {
-    if (text_of(member(&row, "uri")) == uri) return &row.get_object();
+  const json::value* row = find_row(member(&description, "uris"), "uri", uri);
+  return row == nullptr ? nullptr : &row->get_object();
+}
+
+std::string result_meaning(const json::value& description, std::int64_t result) {
+  const json::value* results = member(&description, "results");
+  if (results != nullptr && results->is_array()) {
+    for (const json::value& row : results->get_array()) {
+      const json::value* number = member(&row, "result");
+      if (number == nullptr || !number->is_int64() || number->get_int64() != result) continue;
+      return std::to_string(result) + " (" + text_of(member(&row, "help")) + ")";
+    }
   }
-  return nullptr;
+  return std::to_string(result);
 }
 
 std::string unknown_uri(const json::value& description, const std::string& uri) {

@@ -17,7 +17,8 @@ bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::stri
     const json::value parsed = json::parse(description);
     for (const json::value& row : parsed.at("uris").as_array()) {
       const std::string uri(row.at("uri").as_string());
-      // A URI of the notification group stays one where the plugin cannot render its notifications yet.
+      // Every URI of the notification group is one, also where no handler of the plugin raises it yet: another part of
+      // the set may.
       const json::value* group = row.as_object().if_contains("group");
       const json::value* notify = row.as_object().if_contains("notify");
       const bool can = (notify != nullptr && notify->is_bool() && notify->get_bool()) ||

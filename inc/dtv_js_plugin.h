@@ -56,13 +56,22 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
 
 /* Describes every URI and item type, for tools that make forms, documents or tests of it.
  * Returns a JSON text that the caller frees with free(), or null without memory:
- *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify"}, ...],
+ *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "help", "unit",
+ *              "values"}, ...],
  *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
  *                             "response": [field...] | null,
- *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...}}
- * A URI whose value is one of a table's names has "values" besides, an array of them.
- * A field is {"key", "kind", "limit", "count", "unit", "help", "value", "fields"}: "limit" is the longest text in
- * bytes, "count" the length of an array, "value" stands for a constant text, "fields" for the members of an object. */
+ *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...},
+ *    "kinds": [{"kind", "json": "number" | "string" | "array" | "object", "help", "minimum", "maximum"}, ...],
+ *    "results": [{"result", "name", "help"}, ...]}
+ * A URI: "get" and "set" are true where the request has an effect, "notify" where a handler raises the event.
+ * "without_effect" names those of "get" and "set" that are accepted, answer 0 and do nothing; it is left out where
+ * there is none. "help" is a sentence, which a URI that nothing serves does not have. "unit" and "values" are those of
+ * the item's value, where it has any.
+ * A field is {"key", "kind", "limit", "count", "unit", "values", "help", "value", "fields"}: "limit" is the longest
+ * text in bytes, "count" the length of an array, "value" stands for a constant text, "fields" for the members of an
+ * object. Only "key", "kind" and "help" are always there. "values" is an array of {"value": text} or {"value": number,
+ * "help"}. A kind's "minimum" and "maximum" are decimal texts, since not every limit of 64 bits is exact as a double;
+ * only numbers have them. A result that is not listed is the platform's own. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);
 
 #ifdef __cplusplus

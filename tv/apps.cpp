@@ -44,10 +44,10 @@ constexpr NamedNumber kNativeApps[] = {
 };
 
 constexpr const char* kHbbtvKey = "g_hbbtv__enable";
-enum HbbtvFunction : UINT32 { kAsk = 0, kSwitch = 1, kStart = 4 };
-constexpr UINT32 kHead = 2 * sizeof(UINT32);                       // what ui4_length does not count
-constexpr UINT32 kLength = sizeof(VEXTVAPI_HBBTV_DATA_T) - kHead;  // of a message
-constexpr UINT32 kStartLength = offsetof(VEXTVAPI_HBBTV_DATA_T, ui4_reserved) - kHead;  // of one that starts
+constexpr UINT32 kAsk = 0;                    // a function beside those of the contract
+constexpr UINT32 kHead = 2 * sizeof(UINT32);  // what ui4_length does not count
+static_assert(VEXTVAPI_HBBTV_LENGTH == sizeof(VEXTVAPI_HBBTV_DATA_T) - kHead);
+static_assert(VEXTVAPI_HBBTV_LENGTH_APPLICATION == offsetof(VEXTVAPI_HBBTV_DATA_T, ui4_reserved) - kHead);
 constexpr std::size_t kLongestAddress = 255;
 
 struct State {
@@ -137,19 +137,21 @@ INT32 look_for(const char* function, const char* path, const char* name, UINT8* 
 INT32 a_vextvapi_hbbtv_exchange_data(VEXTVAPI_HBBTV_DATA_T* block, UINT32 words) {
   if (block == nullptr || words < sizeof *block / sizeof(UINT32)) return refuse(__func__, "a block has 100 words");
   const UINT32 type = block->ui4_func_type;
-  if (type != kAsk && type != kSwitch && type != kStart) {
+  const bool starts = type == VEXTVAPI_HBBTV_FUNC_APPLICATION;
+  const bool switches = type == VEXTVAPI_HBBTV_FUNC_ENABLE;
+  if (type != kAsk && !switches && !starts) {
     return refuse(__func__, "there is no function " + std::to_string(type));
   }
-  const UINT32 length = type == kStart ? kStartLength : kLength;
+  const UINT32 length = starts ? VEXTVAPI_HBBTV_LENGTH_APPLICATION : VEXTVAPI_HBBTV_LENGTH;
   if (block->ui4_length != length) {
     return refuse(__func__, "function " + std::to_string(type) + " has " + std::to_string(length) + " bytes, not " +
                                 std::to_string(block->ui4_length));
   }
   const std::lock_guard guard(state.lock);
-  if (type == kStart && start_hbbtv(__func__, *block) != 0) return -1;
-  if (type == kSwitch && switch_hbbtv(__func__, block->ui4_value) != 0) return -1;
+  if (starts && start_hbbtv(__func__, *block) != 0) return -1;
+  if (switches && switch_hbbtv(__func__, block->ui4_value) != 0) return -1;
   const bool on = hbbtv_is_on();
-  block->ui4_value = type == kStart ? state.hbbtv_type : static_cast<UINT32>(on);
+  block->ui4_value = starts ? state.hbbtv_type : static_cast<UINT32>(on);
   std::ranges::fill(block->s_uri, '\0');
   state.hbbtv_uri.copy(block->s_uri, kLongestAddress);
   return 0;
@@ -199,7 +201,9 @@ INT32 a_vextvapi_util_start_native_app(INT32 index) {
 }
 
 INT32 a_vextvapi_util_set(INT32 type, INT32 id, INT32 value, INT32 flag) {
-  if (type != 0 || id != 2 || value != 1 || flag != 0) {
+  const bool cleans_all = type == VEXTVAPI_UTIL_CLEAN_ALL_TYPE && id == VEXTVAPI_UTIL_CLEAN_ALL_ID &&
+                          value == VEXTVAPI_UTIL_CLEAN_ALL_VALUE && flag == VEXTVAPI_UTIL_CLEAN_ALL_FLAG;
+  if (!cleans_all) {
     return refuse(__func__, "there is no job " + std::to_string(type) + ", " + std::to_string(id) + ", " +
                                 std::to_string(value) + ", " + std::to_string(flag));
   }

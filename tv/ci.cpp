@@ -3,15 +3,8 @@
 
 #include "tv.h"
 
-namespace {
-
-// Whether a module tunes the set, and whether it does so for a broadcast.
-constexpr INT32 kHostTuneStatus = 26, kHostTuneBroadcastStatus = 27;
-
-}  // namespace
-
 INT32 a_vextvapi_ci_get(INT32 type, void*, INT32* value, UINT32* size) {
-  if (type != kHostTuneStatus && type != kHostTuneBroadcastStatus) {
+  if (type != VEXTVAPI_CI_HOST_TUNE_STATUS && type != VEXTVAPI_CI_HOST_TUNE_BROADCAST_STATUS) {
     std::fprintf(stderr, "dtv_tv: a_vextvapi_ci_get: without a module there is no answer to query %d\n", type);
     return -1;
   }

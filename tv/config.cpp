@@ -186,7 +186,7 @@ const Entry* asked(const char* function, const char* key) {
 }
 
 const Entry* asked(const char* function, INT32 input_group, const char* key) {
-  if (input_group == -1) return asked(function, key);
+  if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return asked(function, key);
   refuse(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
   return nullptr;
 }
@@ -211,7 +211,7 @@ void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* t
   events_post([&entry, callback, tag] {
     VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T change{};
     std::memcpy(change.s_cfg, entry.key, std::min(std::strlen(entry.key), sizeof change.s_cfg - 1));
-    callback(-1, tag, nullptr, &change, nullptr, nullptr);
+    callback(VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, tag, nullptr, &change, nullptr, nullptr);
   });
 }
 
@@ -287,8 +287,6 @@ INT32 give_text(const char* function, const Entry& entry, const std::string& tex
   *length = static_cast<UINT32>(text.size());
   return 0;
 }
-
-constexpr UINT32 kLookUpItem = 0x07240005;
 
 INT32 look_up(const char* function, UINT32* length, char* value) {
   if (length == nullptr || value == nullptr) return -1;
@@ -437,7 +435,7 @@ INT32 getConfigValueBool(UINT32 item_id, UINT8* value) {
 INT32 getConfigValueInt32(UINT32 item_id, INT32* value) { return read_number(asked(__func__, item_id), value); }
 
 INT32 getConfigValueString(UINT32 item_id, UINT32* length, char* value) {
-  if (item_id == kLookUpItem) return look_up(__func__, length, value);
+  if (item_id == VEXTVAPI_CONFIG_ITEM_LOOK_UP) return look_up(__func__, length, value);
   const Entry* const entry = asked(__func__, item_id, Kind::kText);
   return entry == nullptr ? -1 : give_text(__func__, *entry, value_of(*entry).text, length, value);
 }

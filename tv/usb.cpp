@@ -3,8 +3,8 @@
 // stick in port 1 is /dev/sda1, mounted at usb/sda1 of the state folder, that in port 27 is /dev/sdaa1. What is
 // inserted is kept in the store; the links are made anew when the set is switched on.
 //
-// The callback's types are 1, mounted, and 2, unmounted. There is one detection: starting another ends the first. When
-// it has ended, no callback comes any more and none runs, but for the one that ended it.
+// There is one detection: starting another ends the first. When it has ended, no callback comes any more and none runs,
+// but for the one that ended it.
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
@@ -23,7 +23,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kPorts = 32;
-constexpr INT32 kMounted = 1, kUnmounted = 2;
 constexpr std::size_t kLongestPath = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.path - 1;
 constexpr std::size_t kLongestLabel = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.label - 1;
 constexpr std::size_t kLongestFolder = 4096;  // a path of the machine
@@ -152,7 +151,8 @@ void tell(INT32 type, std::size_t index, const std::string& label) {
 void put(std::size_t index, Stick stick) {
   const std::lock_guard guard(state.lock);
   Stick& place = state.sticks[index];
-  tell(is_free(stick) ? kUnmounted : kMounted, index, is_free(stick) ? place.label : stick.label);
+  tell(is_free(stick) ? VEXTVAPI_USB_DETECT_UNMOUNTED : VEXTVAPI_USB_DETECT_MOUNTED, index,
+       is_free(stick) ? place.label : stick.label);
   place = std::move(stick);
 }
 

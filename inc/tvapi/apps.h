@@ -4,6 +4,15 @@
 
 #include "tvapi/types.h"
 
+/* ui4_func_type of a message to the HbbTV engine: the functions that somebody here needs by name. */
+enum {
+  VEXTVAPI_HBBTV_FUNC_ENABLE = 1,     /* ui4_value: 1 switches HbbTV on, 0 off */
+  VEXTVAPI_HBBTV_FUNC_APPLICATION = 4 /* ui4_value: the application's type; s_uri: its address */
+};
+
+/* ui4_length: of a message about an application, and of any other. */
+enum { VEXTVAPI_HBBTV_LENGTH_APPLICATION = 260, VEXTVAPI_HBBTV_LENGTH = 392 };
+
 /* What goes to the HbbTV engine and comes back. */
 typedef struct {
   UINT32 ui4_length;    /* bytes of the message that follow the first two words */
@@ -12,6 +21,17 @@ typedef struct {
   char s_uri[256];      /* the application's address */
   UINT32 ui4_reserved[33];
 } VEXTVAPI_HBBTV_DATA_T;
+
+/* What a_net_get_app_mode reports beside the modes that the portal can be started in. */
+enum { VEXTVAPI_APP_MODE_VIDEO = 9 /* the video application */ };
+
+/* The arguments of the maintenance job that puts the set back to its factory state. */
+enum {
+  VEXTVAPI_UTIL_CLEAN_ALL_TYPE = 0,
+  VEXTVAPI_UTIL_CLEAN_ALL_ID = 2,
+  VEXTVAPI_UTIL_CLEAN_ALL_VALUE = 1,
+  VEXTVAPI_UTIL_CLEAN_ALL_FLAG = 0
+};
 
 #endif
 
@@ -35,7 +55,8 @@ TVAPI_FN(INT32, a_net_get_app_mode)
 /* Starts one of the set's own applications. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_util_start_native_app, IN(INT32, index))
 
-/* Does a maintenance job: (0, 2, 1, 0) puts the set back to its factory state. Returns 0, negative on failure. */
+/* Does a maintenance job, which its arguments name together: VEXTVAPI_UTIL_CLEAN_ALL_... above. Returns 0, negative on
+ * failure. */
 TVAPI_FN(INT32, a_vextvapi_util_set, IN(INT32, type), IN(INT32, id), IN(INT32, value), IN(INT32, flag))
 
 /* Whether a USB path holds a demonstration that the shop mode plays, or an e-banner. Return 0, negative on failure. */

@@ -5,6 +5,26 @@
 
 #include "tvapi/types.h"
 
+/* input_group: the set's own value, not that of one input. */
+enum { VEXTVAPI_CONFIG_EVERY_INPUT = -1 };
+
+/* update_flag: what the platform does with a value that is written. */
+enum {
+  VEXTVAPI_CONFIG_KEEP = 0,  /* keeps it, and nothing else */
+  VEXTVAPI_CONFIG_UPDATE = 3 /* keeps it, and does what follows from a change of the value */
+};
+
+/* Item ids that somebody here needs by name. */
+enum {
+  VEXTVAPI_CONFIG_ITEM_LOOK_UP = 0x07240005 /* a text that is looked up; see getConfigValueString */
+};
+
+/* Longest text, in characters, that VEXTVAPI_CONFIG_ITEM_LOOK_UP looks up. */
+enum { VEXTVAPI_CONFIG_LOOK_UP_LENGTH = 30 };
+
+/* notify_id of a changed value. */
+enum { VEXTVAPI_CONFIG_NFY_VALUE_CHANGED = -1 };
+
 /* A value has changed. */
 typedef struct {
   char s_cfg[51]; /* its key */
@@ -14,16 +34,17 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
-/* Called by the platform, on a thread of its own, about the keys that were asked for. notify_id: -1 when a value has
- * changed, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2; the platform's own otherwise, with
- * an integer in pv_arg1. The others are reserved. Returns 0. */
+/* Called by the platform, on a thread of its own, about the keys that were asked for. notify_id:
+ * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2, or the
+ * platform's own, with an integer in pv_arg1. The others are reserved. Returns 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_config_nfy_fct, IN(INT32, notify_id), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN_ADDRESS(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
 
-/* Reads an integer. input_group: input whose own value is meant, -1 for the set's. Returns 0, negative on failure. */
+/* Reads an integer. input_group: input whose own value is meant, or VEXTVAPI_CONFIG_EVERY_INPUT. Returns 0, negative on
+ * failure. */
 TVAPI_FN(INT32, a_vextvapi_config_get_value, IN(INT32, input_group), IN_TEXT(key), OUT(INT32, value))
 
-/* Writes an integer. update_flag: what the platform does besides keeping the value. Returns 0, negative on failure. */
+/* Writes an integer. update_flag: VEXTVAPI_CONFIG_KEEP or VEXTVAPI_CONFIG_UPDATE. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_config_set_value, IN(INT32, input_group), IN_TEXT(key), IN(INT32, value),
          IN(INT32, update_flag))
 
@@ -47,8 +68,8 @@ TVAPI_FN(INT32, a_vextvapi_config_reg_callback, CALLBACK(a_vextvapi_config_nfy_f
 TVAPI_FN(INT32, getConfigValueBool, IN(UINT32, item_id), OUT(UINT8, value))
 TVAPI_FN(INT32, getConfigValueInt32, IN(UINT32, item_id), OUT(INT32, value))
 
-/* Reads a text by item id. length as above. Item 0x07240005 is a look-up: the buffer holds what is looked up.
- * Returns 0, negative on failure. */
+/* Reads a text by item id. length as above. VEXTVAPI_CONFIG_ITEM_LOOK_UP is a look-up: the buffer holds the text that
+ * is looked up, followed by bytes of 1, and receives what was found. Returns 0, negative on failure. */
 TVAPI_FN(INT32, getConfigValueString, IN(UINT32, item_id), INOUT(UINT32, length), INOUT_TEXT(value, length))
 
 /* Triggers an action item. Returns 0, negative on failure. */

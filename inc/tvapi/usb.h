@@ -4,6 +4,9 @@
 
 #include "tvapi/types.h"
 
+/* type of a detection's event. */
+enum { VEXTVAPI_USB_DETECT_MOUNTED = 1, VEXTVAPI_USB_DETECT_UNMOUNTED = 2 };
+
 /* A mounted file system. */
 typedef struct {
   char dev[64];
@@ -16,8 +19,7 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
-/* Called by the platform, on a thread of its own, after a file system was mounted or unmounted. type: which of
- * them; of the virtual television 1 for mounted, 2 for unmounted. */
+/* Called by the platform, on a thread of its own, after a file system was mounted or unmounted; type says which. */
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_detect_nfy_fct, IN(INT32, type), TAG(void*, pv_tag), IN_TEXT(dev),
                IN_TEXT(path), IN_TEXT(label), IN(UINT32, port))
 

@@ -2,40 +2,57 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
 #include "tv_ctrl_main/registry.h"
+#include "tv_ctrl_util/number.h"
 
-static const char* kind_name(FieldKind kind) {
-  switch (kind) {
-    case FieldKind::kInt32:
-      return "int32";
-    case FieldKind::kUint8:
-      return "uint8";
-    case FieldKind::kUint16:
-      return "uint16";
-    case FieldKind::kUint32:
-      return "uint32";
-    case FieldKind::kInt64:
-      return "int64";
-    case FieldKind::kUint64:
-    case FieldKind::kWord:
-      return "uint64";
-    case FieldKind::kText:
-    case FieldKind::kText16:
-      return "text";
-    case FieldKind::kUint8Array:
-      return "uint8_array";
-    case FieldKind::kUint32Array:
-      return "uint32_array";
-    case FieldKind::kObject:
-      return "object";
-    case FieldKind::kConstant:
-      return "constant";
-  }
-  return "";
+// Texts stand in the rows themselves: an address of each would be one more for the loader to patch.
+struct KindRow {
+  FieldKind kind;
+  char name[16];
+  char json[8];  // what a value is in JSON
+  char help[56];
+  char minimum[24] = "";  // of a number; a text, since not every one of 64 bits is exact as a double
+  char maximum[24] = "";
+};
+
+static constexpr KindRow kinds[] = {
+    {FieldKind::kInt32, "int32", "number", "a whole number of 32 bits, with a sign", "-2147483648", "2147483647"},
+    {FieldKind::kUint8, "uint8", "number", "a whole number of 8 bits", "0", "255"},
+    {FieldKind::kUint16, "uint16", "number", "a whole number of 16 bits", "0", "65535"},
+    {FieldKind::kUint32, "uint32", "number", "a whole number of 32 bits", "0", "4294967295"},
+    {FieldKind::kInt64, "int64", "number", "a whole number of 64 bits, with a sign", "-9223372036854775808",
+     "9223372036854775807"},
+    {FieldKind::kUint64, "uint64", "number", "a whole number of 64 bits", "0", "18446744073709551615"},
+    {FieldKind::kText, "text", "string", "a text; limit: its longest, in bytes"},
+    {FieldKind::kUint8Array, "uint8_array", "array", "numbers of 8 bits; count: how many"},
+    {FieldKind::kUint32Array, "uint32_array", "array", "numbers of 32 bits; count: how many"},
+    {FieldKind::kObject, "object", "object", "an object; fields: its members"},
+    {FieldKind::kConstant, "constant", "string", "always the same text; value: which"},
+};
+
+// An address is described as the widest number, and a text of 16-bit units as a text.
+static const KindRow& kind_row(FieldKind kind) {
+  if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
+  if (kind == FieldKind::kText16) kind = FieldKind::kText;
+  return *std::ranges::find(kinds, kind, &KindRow::kind);
 }
+
+struct ResultRow {
+  INT8 result;
+  char name[28];
+  char help[64];
+};
+
+static constexpr ResultRow results[] = {
+#define TVC_STATUS(name, number, meaning) {number, #name, meaning},
+#include "vex_tv_ctrl/status.def"
+#undef TVC_STATUS
+};
 
 static void write_text_member(JsonText& json, const char* key, const char* text) {
   tvc_write_key(json, key);
@@ -50,17 +67,39 @@ static void write_flag_member(JsonText& json, const char* key, bool flag) {
   tvc_write_boolean(json, flag);
 }
 
+// A value that stands as "value", or as "number=meaning".
+static void describe_value(JsonText& json, const char* text) {
+  const char* const equals = strchr(text, '=');
+  tvc_open_object(json);
+  if (equals) {
+    write_number_member(json, "value", tvc_text_to_int32(text));
+    write_text_member(json, "help", equals + 1);
+  } else {
+    write_text_member(json, "value", text);
+  }
+  tvc_close_object(json);
+}
+
+// Values stand one after the other, each with its end; an empty one ends them.
+static void describe_values(JsonText& json, const char* values) {
+  tvc_write_key(json, "values");
+  tvc_open_array(json);
+  for (; *values; values += strlen(values) + 1) describe_value(json, values);
+  tvc_close_array(json);
+}
+
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use);
 
 static void describe_field(JsonText& json, const Field& field) {
   tvc_open_object(json);
   write_text_member(json, "key", field.key.data());
-  write_text_member(json, "kind", kind_name(field.kind));
+  write_text_member(json, "kind", kind_row(field.kind).name);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
   if (field.kind == FieldKind::kUint8Array) write_number_member(json, "count", field.size);
   if (field.kind == FieldKind::kUint32Array)
     write_number_member(json, "count", field.size / static_cast<UINT32>(sizeof(UINT32)));
   if (field.unit) write_text_member(json, "unit", field.unit);
+  if (field.values) describe_values(json, field.values);
   if (field.help) write_text_member(json, "help", field.help);
   if (field.kind == FieldKind::kConstant) write_text_member(json, "value", field.text);
   if (field.kind == FieldKind::kObject) {
@@ -137,79 +176,84 @@ static void describe_type(JsonText& json, const ItemType& item) {
   tvc_close_object(json);
 }
 
-// Names one after the other, each with its end; an empty one ends them. Not an array of addresses, which the loader
-// would have to patch.
-static constexpr char kKeyNames[] =
-#define TVC_KEY(name, code) name "\0"
-#include "vex_tv_ctrl/keys.def"
-    ;
-
-static constexpr char kNativeAppNames[] =
-#define TVC_NATIVE_APP(name, number) #name "\0"
-#include "vex_tv_ctrl/apps.def"
-    ;
-
-// The URIs whose value is one of a table's names.
-static constexpr struct {
-  UINT16 id;
-  const char* names;
-} kNamedValues[] = {{tvc_id(TV_CTRL_GRPID_KEY, TV_CTRL_RECID_IRRC), kKeyNames},
-                    {tvc_id(TV_CTRL_GRPID_MISC, TV_CTRL_RECID_START_NATIVE_APP), kNativeAppNames}};
-
-static void describe_names(JsonText& json, const char* names) {
+// The uses of a URI that are accepted without effect.
+static void describe_without_effect(JsonText& json, bool get, bool set) {
+  tvc_write_key(json, "without_effect");
   tvc_open_array(json);
-  for (; *names; names += strlen(names) + 1) tvc_write_text(json, names);
+  if (get) tvc_write_text(json, "get");
+  if (set) tvc_write_text(json, "set");
   tvc_close_array(json);
 }
 
 static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   const ItemType* const item = tvc_item_type(row.ui1_type);
-  const GroupRoute* const route = tvc_route(tvc_group(row.ui2_id));
-  const bool action = row.ui1_type == TYPE_ACTION;
-  const bool get = route->get && !route->get_refuses && !action;  // an action has nothing to read
-  // An action carries no record, so that it cannot get past a route that needs one.
-  const bool set = route->set && item && set_use(*item).word && !(action && route->set_needs_record);
-  const bool notify = route->group == TV_CTRL_GRPID_WS_NFY && item && item->notify.form != NotifyForm::kNone;
+  const UriUse use = tvc_uri_use(row.ui2_id);
+  // A set whose word the type does not take ends before the handler.
+  const Effect set = item && set_use(*item).word ? use.set : Effect::kRefused;
+  const bool get_accepted = use.get == Effect::kAccepted, set_accepted = set == Effect::kAccepted;
   tvc_open_object(json);
   write_text_member(json, "uri", row.s_uri);
   write_number_member(json, "id", row.ui2_id);
-  write_text_member(json, "group", tvc_group_name(route->group));
+  write_text_member(json, "group", tvc_group_name(tvc_group(row.ui2_id)));
   write_number_member(json, "record", tvc_record(row.ui2_id));
   write_text_member(json, "type", tvc_item_type_name(row.ui1_type));
-  write_flag_member(json, "get", get);
-  write_flag_member(json, "set", set);
-  write_flag_member(json, "notify", notify);
-  for (const auto& [id, names] : kNamedValues) {
-    if (id != row.ui2_id) continue;
-    tvc_write_key(json, "values");
-    describe_names(json, names);
+  write_flag_member(json, "get", use.get == Effect::kServed);
+  write_flag_member(json, "set", set == Effect::kServed);
+  write_flag_member(json, "notify", use.notifies);
+  if (get_accepted || set_accepted) describe_without_effect(json, get_accepted, set_accepted);
+  if (*use.help) write_text_member(json, "help", use.help);
+  if (*use.unit) write_text_member(json, "unit", use.unit);
+  if (*use.values) describe_values(json, use.values);
+  tvc_close_object(json);
+}
+
+static void describe_result(JsonText& json, const ResultRow& row) {
+  tvc_open_object(json);
+  write_number_member(json, "result", row.result);
+  write_text_member(json, "name", row.name);
+  write_text_member(json, "help", row.help);
+  tvc_close_object(json);
+}
+
+static void describe_kind(JsonText& json, const KindRow& row) {
+  tvc_open_object(json);
+  write_text_member(json, "kind", row.name);
+  write_text_member(json, "json", row.json);
+  write_text_member(json, "help", row.help);
+  if (*row.minimum) {
+    write_text_member(json, "minimum", row.minimum);
+    write_text_member(json, "maximum", row.maximum);
   }
   tvc_close_object(json);
 }
 
-static void describe_uris(JsonText& json) {
+static void describe_all(JsonText& json) {
+  tvc_open_object(json);
+  tvc_write_key(json, "uris");
   tvc_open_array(json);
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) describe_uri(json, row);
   tvc_close_array(json);
-}
-
-static void describe_types(JsonText& json) {
+  tvc_write_key(json, "types");
   tvc_open_object(json);
   for (const ItemType& item : tvc_item_types()) {
     tvc_write_key(json, tvc_item_type_name(item.type));
     describe_type(json, item);
   }
   tvc_close_object(json);
+  tvc_write_key(json, "kinds");
+  tvc_open_array(json);
+  for (const KindRow& row : kinds) describe_kind(json, row);
+  tvc_close_array(json);
+  tvc_write_key(json, "results");
+  tvc_open_array(json);
+  for (const ResultRow& row : results) describe_result(json, row);
+  tvc_close_array(json);
+  tvc_close_object(json);
 }
 
 char* a_dtv_jsp_describe(void) {
   JsonText json;
-  tvc_open_object(json);
-  tvc_write_key(json, "uris");
-  describe_uris(json);
-  tvc_write_key(json, "types");
-  describe_types(json);
-  tvc_close_object(json);
+  describe_all(json);
   if (tvc_finish_text(json)) return json.text;
   free(json.text);
   return nullptr;

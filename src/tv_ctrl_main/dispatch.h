@@ -1,17 +1,19 @@
 // Which handler serves which group.
 #pragma once
 
-#include "tv_ctrl_main.h"
+#include "tvctl_common/handler.h"
 
-using Handler = INT32 (*)(UINT16 ui2_id, void* pv_content);
-
-struct GroupRoute {
-  UINT8 group;
-  Handler get;               // null: nothing serves it
-  Handler set;               // null: nothing serves it
-  bool set_needs_record;     // a set without a record is refused before the handler
-  bool get_refuses = false;  // the get handler serves another group and refuses this one
+// What a URI is good for, and what a person needs to know of it. Empty texts: there is nothing to say.
+struct UriUse {
+  Effect get;
+  Effect set;
+  bool notifies;       // some handler raises it
+  const char* help;    // one sentence
+  const char* unit;    // of the value
+  const char* values;  // as RecordRow::values
 };
 
-// The route of a group; null for a number that is no group.
-const GroupRoute* tvc_route(int group);
+UriUse tvc_uri_use(UINT16 ui2_id);
+
+// The handler of a group; null where nothing serves it.
+const Handler* tvc_handler(int group);

@@ -59,7 +59,8 @@ struct Field {
   bool (*when)(const void* record) = nullptr;  // rendered only in records that satisfy it
   FieldDecode decode = nullptr;                // where the kind does not say how
   FieldRender render = nullptr;                // likewise
-  const char* unit = nullptr;  // null: none; a text that is not there needs no address that the loader patches
+  const char* unit = nullptr;    // null: none; a text that is not there needs no address that the loader patches
+  const char* values = nullptr;  // what the value may be: "NONE\0" "ALL\0", or of a number "0=off\0" "1=on\0"
   const char* help = nullptr;
 };
 

@@ -10,6 +10,13 @@
 // Prints "[TVC_MAIN]:Return fail:<function>:<line>:<code>" whatever the level.
 void tvc_log_fail(const char* function, int line, INT32 code);
 
+// Whether a result is a failure, which is then logged, under the caller's name where no other operation is given.
+inline bool tvc_failed(INT32 ret, const char* operation = __builtin_FUNCTION(), int line = __builtin_LINE()) {
+  if (ret >= 0) return false;
+  tvc_log_fail(operation, line, ret);
+  return true;
+}
+
 // Prints a handler's progress, on standard error, as one piece, whatever the level.
 [[gnu::format(printf, 1, 2)]] void tvc_log_progress(const char* format, ...);
 
@@ -21,8 +28,6 @@ void tvc_log_fail(const char* function, int line, INT32 code);
   do {                                                                              \
     if (vex_tvc_debug_level() >= (level)) tvc_log(function, __LINE__, __VA_ARGS__); \
   } while (0)
-
-#define TVC_LOG_FAIL(code) tvc_log_fail(__func__, __LINE__, code)
 
 // Levels from which on a message is printed.
 enum : INT32 {

@@ -1,9 +1,10 @@
 // HDMI-CEC group: its switch, and the events of the bus.
 #include <string.h>
 
-#include "tv_ctrl_main.h"
 #include "tv_ctrl_util/log.h"
 #include "tvapi/cec.h"
+#include "tvctl_common/handler.h"
+#include "tvctl_common/record.h"
 
 // What the CEC manager was told last. Written at start-up and under the request lock.
 static CECM_SET_CEC_FCT_PARAMS_T t_cec_param;
@@ -14,37 +15,48 @@ static INT32 start_discovery() {
   return a_vextvapi_cec_start_dev_discovery_ex(&request);
 }
 
-INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CECM_CFG) return VEXTVCTRLR_INV_ARG;
-  tvc_log_progress("[TVC_MAIN][%s][%d] enter.\n", __func__, __LINE__);
-  if (tvc_record(ui2_id) == TV_CTRL_RECID_CECM_CFG_GET) {
-    UINT8 state = 0;
-    if (const INT32 ret = a_vextvapi_cec_get_cec_func(&state); ret < 0)
-      TVC_LOG_FAIL(ret);
-    else
-      static_cast<T_CECM_CFG*>(pv_content)->ui1_cec_func = state;
-  }
-  tvc_log_progress("[TVC_MAIN][%s][%d] exit.\n", __func__, __LINE__);
+// A failure is logged, and the record keeps the state that it had.
+static INT32 get_function(const RecordRequest& request) {
+  UINT8 state = 0;
+  if (!tvc_failed(a_vextvapi_cec_get_cec_func(&state), request.operation))
+    tvc_content<T_CECM_CFG>(request).ui1_cec_func = state;
   return VEXTVCTRLR_OK;
 }
 
 // Every failure is logged, and none is answered.
-static INT32 _tvc_set_cecm_cfg_func(UINT8 wanted) {
+static INT32 set_function(const RecordRequest& request) {
+  const UINT8 wanted = tvc_content<T_CECM_CFG>(request).ui1_cec_func_set;
   INT32 ret = a_vextvapi_cec_set_cec_func(wanted);
   if (ret >= 0) {
     t_cec_param.b_enable = wanted;
     ret = a_vextvapi_cec_set_cec_fct(t_cec_param);
   }
   if (ret >= 0 && wanted == 1) ret = start_discovery();
-  if (ret < 0) TVC_LOG_FAIL(ret);
+  tvc_failed(ret, request.operation);
   return VEXTVCTRLR_OK;
 }
 
-INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CECM_CFG) return VEXTVCTRLR_INV_ARG;
-  if (tvc_record(ui2_id) != TV_CTRL_RECID_CECM_CFG_SET) return VEXTVCTRLR_OK;
-  return _tvc_set_cecm_cfg_func(static_cast<const T_CECM_CFG*>(pv_content)->ui1_cec_func_set);
-}
+static constexpr RecordRow rows[] = {
+    {.record = TV_CTRL_RECID_CECM_CFG_GET,
+     .type = TYPE_CECM_CFG,
+     .get = get_function,
+     .get_operation = "tv_ctrl_cecm_get",
+     .help = "Whether HDMI-CEC is switched on."},
+    {.record = TV_CTRL_RECID_CECM_CFG_SET,
+     .type = TYPE_CECM_CFG,
+     .set = set_function,
+     .set_operation = "_tvc_set_cecm_cfg_func",
+     .help = "Switches HDMI-CEC on or off; switched on, the set looks for devices."},
+};
+
+extern constinit const Handler tvc_cecm_handler = {.group = TV_CTRL_GRPID_CECM_CFG,
+                                                   .records = tvc_records<rows>(),
+                                                   .set_without_record = WithoutRecord::kRefused,
+                                                   .framed_get = "tv_ctrl_cecm_get"};
+
+INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(tvc_cecm_handler, ui2_id, pv_content); }
+
+INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(tvc_cecm_handler, ui2_id, pv_content); }
 
 // Runs on the CEC manager's thread.
 static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*, UINT32) {
@@ -52,8 +64,7 @@ static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*,
   T_CECM_NFY notify;
   static_assert(sizeof notify == sizeof *pt_nfy);
   memcpy(&notify, pt_nfy, sizeof notify);
-  const INT32 ret = tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, TV_CTRL_RECID_WS_NFY_CEC_DETECT), &notify);
-  if (ret < 0) TVC_LOG_FAIL(ret);
+  tvc_notify(TV_CTRL_RECID_WS_NFY_CEC_DETECT, &notify);
   return 0;
 }
 
@@ -76,10 +87,7 @@ INT32 tvc_ctrl_cec_detect_init(void) {
   if (ret >= 0) ret = start_manager();
   if (ret >= 0) ret = a_vextvapi_cec_signal_cec_ready(1);
   if (ret >= 0) ret = start_discovery();
-  if (ret < 0) {
-    TVC_LOG_FAIL(ret);
-    return VEXTVCTRLR_FAIL;
-  }
+  if (tvc_failed(ret)) return VEXTVCTRLR_FAIL;
   tvc_log_progress("[TVC_MAIN][%s][%d] exit.\n", __func__, __LINE__);
   return VEXTVCTRLR_OK;
 }

@@ -2,28 +2,25 @@
 // records are accepted and do nothing.
 #include <string.h>
 
-#include "tv_ctrl_main.h"
 #include "tv_ctrl_util/log.h"
-#include "tv_ctrl_util/text.h"
 #include "tvapi/ci.h"
 #include "tvapi/config.h"
 #include "tvapi/network.h"
 #include "tvapi/time.h"
+#include "tvctl_common/handler.h"
 #include "tvctl_common/record.h"
 
 static constexpr uintptr_t kNetworkTag = 0x118224;
-static constexpr const char* kRegionKey = "g_country__country_rid";
 
 // Of the network subscription; 0: none. Written at start-up and under the request lock.
 static UINT32 ui4_tvc_nw_nfy_id;
 
-// --- Three-letter codes ---
+// --- Three-letter codes: each letter is a byte of the number that is kept, the first one the highest ---
 
-static INT32 get_code(UINT16 ui2_id, const char* key, void* pv_content) {
-  if (tv_ctrl_get_type_by_id(ui2_id) != TYPE_TEXT) return VEXTVCTRLR_INV_ARG;
+static INT32 get_code(const RecordRequest& request) {
   INT32 value = 0;
-  if (a_vextvapi_config_get_value(kEveryInput, key, &value) != 0) return VEXTVCTRLR_FAIL;
-  T_TEXT& text = tvc_fill_header<T_TEXT>(pv_content, ui2_id, "", TV_CTRL_GRPID_COMMON_SETTING);
+  if (a_vextvapi_config_get_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key, &value) != 0) return VEXTVCTRLR_FAIL;
+  T_TEXT& text = tvc_fill_header<T_TEXT>(request, TV_CTRL_GRPID_COMMON_SETTING);
   const UINT32 bits = static_cast<UINT32>(value);
   const char code[] = {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16), static_cast<char>(bits >> 8),
                        '\0'};
@@ -31,50 +28,52 @@ static INT32 get_code(UINT16 ui2_id, const char* key, void* pv_content) {
   return VEXTVCTRLR_OK;
 }
 
-static INT32 set_code(UINT16 ui2_id, const char* key, const void* pv_content) {
-  if (tv_ctrl_get_type_by_id(ui2_id) != TYPE_TEXT) return VEXTVCTRLR_INV_ARG;
-  if (!pv_content) return VEXTVCTRLR_INV_ARG;
-  const T_TEXT& text = *static_cast<const T_TEXT*>(pv_content);
+static INT32 set_code(const RecordRequest& request) {
+  const T_TEXT& text = tvc_content<T_TEXT>(request);
   UINT32 bits = 0;
   const std::size_t length = strnlen(text.value, 3);
   for (std::size_t i = 0; i < length; ++i)
     bits |= static_cast<UINT32>(static_cast<UINT8>(text.value[i])) << (24 - 8 * i);
-  const INT32 ret = a_vextvapi_config_set_value(kEveryInput, key, static_cast<INT32>(bits), kNoUpdate);
-  return ret == 0 ? VEXTVCTRLR_OK : static_cast<INT32>(VEXTVCTRLR_FAIL);
+  const INT32 ret = a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key, static_cast<INT32>(bits),
+                                                VEXTVAPI_CONFIG_KEEP);
+  return ret == 0 ? VEXTVCTRLR_OK : VEXTVCTRLR_FAIL;
 }
 
-#define CODE_ITEM(name, key)                                                                                         \
-  static INT32 _tvc_common_get_##name(UINT16 ui2_id, void* pv_content) { return get_code(ui2_id, key, pv_content); } \
-  static INT32 _tvc_common_set_##name(UINT16 ui2_id, const void* pv_content) {                                       \
-    return set_code(ui2_id, key, pv_content);                                                                        \
-  }
-CODE_ITEM(gui_language, "g_gui_lang__gui_language")
-CODE_ITEM(country, "g_country__country")
-CODE_ITEM(subtitle_lang, "g_subtitle__subtitle_lang")
-CODE_ITEM(subtitle_2nd_lang, "g_subtitle__subtitle_lang_2nd")
-
-// A record of three letters.
-struct CodeItem {
-  UINT8 record;
-  INT32 (*get)(UINT16 ui2_id, void* pv_content);
-  INT32 (*set)(UINT16 ui2_id, const void* pv_content);
-  bool answers_failure;  // of a set
-};
-
-static constexpr CodeItem kCodeItems[] = {
-    {TV_CTRL_RECID_GUI_LANGUAGE, _tvc_common_get_gui_language, _tvc_common_set_gui_language, false},
-    {TV_CTRL_RECID_COUNTRY, _tvc_common_get_country, _tvc_common_set_country, true},
-    {TV_CTRL_RECID_SUBTITLE_LANG, _tvc_common_get_subtitle_lang, _tvc_common_set_subtitle_lang, true},
-    {TV_CTRL_RECID_SUBTITLE_2ND_LANG, _tvc_common_get_subtitle_2nd_lang, _tvc_common_set_subtitle_2nd_lang, true},
-};
-
-static const CodeItem* find_code_item(UINT16 ui2_id) {
-  for (const CodeItem& item : kCodeItems)
-    if (item.record == tvc_record(ui2_id)) return &item;
-  return nullptr;
+// The menu's language never reports a failure.
+static INT32 set_gui_language(const RecordRequest& request) {
+  set_code(request);
+  return VEXTVCTRLR_OK;
 }
 
 // --- Clocks ---
+
+static T_TIME& time_record(const RecordRequest& request) { return tvc_fill_header<T_TIME>(request, 0); }
+
+static INT32 get_time_zone(const RecordRequest& request) {
+  time_record(request).value = a_vextvapi_time_get_time_zone();
+  return VEXTVCTRLR_OK;
+}
+
+static INT32 get_time_offset(const RecordRequest& request) {
+  time_record(request).value = a_vextvapi_time_get_time_offset();
+  return VEXTVCTRLR_OK;
+}
+
+static INT32 get_utc_time(const RecordRequest& request) {
+  time_record(request).value = a_vextvapi_time_get_utc_time();
+  return VEXTVCTRLR_OK;
+}
+
+// Whether the platform sets its clock is not reported; nor is it below for the sleep timer.
+static INT32 set_utc_time(const RecordRequest& request) {
+  a_vextvapi_time_set_utc_time(tvc_content<T_TIME>(request).value);
+  return VEXTVCTRLR_OK;
+}
+
+static INT32 get_broadcast_time(const RecordRequest& request) {
+  time_record(request).value = a_vextvapi_time_get_broadcast_time();
+  return VEXTVCTRLR_OK;
+}
 
 static INT64 utc_to_local(INT64 utc) {
   INT64 local = 0;
@@ -111,81 +110,73 @@ static T_TIME_DTG from_millis(INT64 millis) {
           .b_dst = local.b_dst};
 }
 
-// A record of time: its name, and how its value comes about.
-struct TimeItem {
-  UINT8 record;
-  const char* name;
-  void (*fill)(T_TIME& time);
-};
+static INT32 get_local_time(const RecordRequest& request) {
+  time_record(request).value = utc_to_local(a_vextvapi_time_get_utc_time());
+  return VEXTVCTRLR_OK;
+}
 
-static constexpr TimeItem kTimeItems[] = {
-    {TV_CTRL_RECID_TIME_ZONE, "Time Zone", [](T_TIME& time) { time.value = a_vextvapi_time_get_time_zone(); }},
-    {TV_CTRL_RECID_TIME_OFFSET, "Time Offset", [](T_TIME& time) { time.value = a_vextvapi_time_get_time_offset(); }},
-    {TV_CTRL_RECID_UTC_TIME, "", [](T_TIME& time) { time.value = a_vextvapi_time_get_utc_time(); }},
-    {TV_CTRL_RECID_BROADCAST_TIME, "Broadcast Time",
-     [](T_TIME& time) { time.value = a_vextvapi_time_get_broadcast_time(); }},
-    {TV_CTRL_RECID_LOCAL_TIME, "Local Time",
-     [](T_TIME& time) { time.value = utc_to_local(a_vextvapi_time_get_utc_time()); }},
-    {TV_CTRL_RECID_CONVERT_LOCAL_TIME_TO_MILLIS, "", [](T_TIME& time) { time.value = to_millis(time.dtg); }},
-    {TV_CTRL_RECID_CONVERT_MILLIS_TO_LOCAL_TIME, "", [](T_TIME& time) { time.dtg = from_millis(time.value); }},
-    {TV_CTRL_RECID_CONVERT_UTC_TO_LOCAL_TIME, "", [](T_TIME& time) { time.value = utc_to_local(time.value); }},
-};
+static INT32 convert_local_time_to_millis(const RecordRequest& request) {
+  T_TIME& time = time_record(request);
+  time.value = to_millis(time.dtg);
+  return VEXTVCTRLR_OK;
+}
 
-static bool get_time(UINT16 ui2_id, void* pv_content) {
-  for (const TimeItem& item : kTimeItems) {
-    if (item.record != tvc_record(ui2_id)) continue;
-    item.fill(tvc_fill_header<T_TIME>(pv_content, ui2_id, item.name, 0));
-    return true;
-  }
-  return false;
+static INT32 convert_millis_to_local_time(const RecordRequest& request) {
+  T_TIME& time = time_record(request);
+  time.dtg = from_millis(time.value);
+  return VEXTVCTRLR_OK;
+}
+
+static INT32 convert_utc_to_local_time(const RecordRequest& request) {
+  T_TIME& time = time_record(request);
+  time.value = utc_to_local(time.value);
+  return VEXTVCTRLR_OK;
 }
 
 // --- Values ---
 
-// The part of a value's record that is not the value.
-static T_VALUE& value_record(UINT16 ui2_id, const char* name, void* pv_content) {
-  T_VALUE& value = tvc_fill_header<T_VALUE>(pv_content, ui2_id, name, 0);
-  value.min_value = 0;
-  value.max_value = 0;
-  value.increment = 1;
-  return value;
-}
-
-static INT32 _tvc_common_get_country_region_id(UINT16 ui2_id, void* pv_content) {
-  T_VALUE& value = value_record(ui2_id, "Country Region ID", pv_content);
+static INT32 get_country_region_id(const RecordRequest& request) {
+  T_VALUE& value = tvc_fill_value_header(request, 0);
   INT32 region = 0;
-  if (const INT32 ret = a_vextvapi_config_get_value(kEveryInput, kRegionKey, &region); ret < 0) {
-    TVC_LOG_FAIL(ret);
-    return VEXTVCTRLR_FAIL;
-  }
+  const INT32 ret = a_vextvapi_config_get_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key, &region);
+  if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
   value.value = region;
   return VEXTVCTRLR_OK;
 }
 
-static INT32 _tvc_common_set_country_region_id(const T_VALUE& value) {
-  const INT32 ret = a_vextvapi_config_set_value(kEveryInput, kRegionKey, value.value, kNoUpdate);
-  if (ret >= 0) return VEXTVCTRLR_OK;
-  TVC_LOG_FAIL(ret);
-  return VEXTVCTRLR_FAIL;
+static INT32 set_country_region_id(const RecordRequest& request) {
+  const INT32 ret = a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key,
+                                                tvc_content<T_VALUE>(request).value, VEXTVAPI_CONFIG_KEEP);
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }
 
-static INT32 get_sleep_timer(UINT16 ui2_id, void* pv_content) {
+static INT32 get_sleep_timer(const RecordRequest& request) {
   INT32 remaining = 0;
-  T_VALUE& value = value_record(ui2_id, "Sleep timer", pv_content);
   a_vextvapi_time_get_sleep_timer_remaining_time(&remaining);
-  value.value = remaining;
+  tvc_fill_value_header(request, 0).value = remaining;
   return VEXTVCTRLR_OK;
 }
 
-// Whether a module has tuned the set; `query` is the platform's number of the question.
-static INT32 get_ci_host_tune(UINT16 ui2_id, const char* name, INT32 query, const char* operation, void* pv_content) {
-  T_VALUE& value = value_record(ui2_id, name, pv_content);
+static INT32 set_sleep_timer(const RecordRequest& request) {
+  a_vextvapi_time_set_sleep_timer(tvc_content<T_VALUE>(request).value);
+  return VEXTVCTRLR_OK;
+}
+
+// A query's failure is logged, and answered as it comes.
+static INT32 get_ci_answer(const RecordRequest& request, INT32 query) {
   INT32 answer = 0;
   UINT32 size = 1;
   const INT32 ret = a_vextvapi_ci_get(query, nullptr, &answer, &size);
-  if (ret < 0) tvc_log_fail(operation, __LINE__, ret);
-  value.value = answer;
-  return ret < 0 ? ret : static_cast<INT32>(VEXTVCTRLR_OK);
+  tvc_fill_value_header(request, 0).value = answer;
+  return tvc_failed(ret, request.operation) ? ret : VEXTVCTRLR_OK;
+}
+
+static INT32 get_ci_host_tune_status(const RecordRequest& request) {
+  return get_ci_answer(request, VEXTVAPI_CI_HOST_TUNE_STATUS);
+}
+
+static INT32 get_ci_host_tune_broadcast_status(const RecordRequest& request) {
+  return get_ci_answer(request, VEXTVAPI_CI_HOST_TUNE_BROADCAST_STATUS);
 }
 
 // --- Network events ---
@@ -201,8 +192,7 @@ static void _tvc_common_nw_nfy(void* pv_tag, INT32 id, void* pv_param) {
       .tag = reinterpret_cast<uintptr_t>(pv_tag), .id = id, .param = reinterpret_cast<uintptr_t>(pv_param)};
   tvc_log_progress("[TVC_MAIN] network notify data: tag: [%d], id: [%d], param: [%d]\n", static_cast<INT32>(notify.tag),
                    id, static_cast<INT32>(notify.param));
-  const INT32 ret = tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, TV_CTRL_RECID_WS_NFY_NETWORK), &notify);
-  if (ret < 0) TVC_LOG_FAIL(ret);
+  tvc_notify(TV_CTRL_RECID_WS_NFY_NETWORK, &notify);
 }
 
 static INT32 _tvc_common_set_nw_register() {
@@ -217,55 +207,124 @@ static INT32 _tvc_common_set_nw_register() {
   return VEXTVCTRLR_FAIL;
 }
 
-// --- Entry points ---
+static INT32 register_network(const RecordRequest&) { return _tvc_common_set_nw_register(); }
 
-INT32 tv_ctrl_common_setting_init(void) {
-  const INT32 ret = _tvc_common_set_nw_register();
-  if (ret >= 0) return VEXTVCTRLR_OK;
-  TVC_LOG_FAIL(ret);
-  return VEXTVCTRLR_FAIL;
-}
+// --- Rows ---
+
+static constexpr RecordRow rows[] = {
+    {.record = TV_CTRL_RECID_GUI_LANGUAGE,
+     .type = TYPE_TEXT,
+     .get = get_code,
+     .set = set_gui_language,
+     .key = "g_gui_lang__gui_language",
+     .help = "The language of the menus, by its three letters."},
+    {.record = TV_CTRL_RECID_COUNTRY,
+     .type = TYPE_TEXT,
+     .get = get_code,
+     .set = set_code,
+     .key = "g_country__country",
+     .help = "The country that the set stands in, by its three letters."},
+    {.record = TV_CTRL_RECID_COUNTRY_REGION_ID,
+     .type = TYPE_VALUE,
+     .get = get_country_region_id,
+     .set = set_country_region_id,
+     .get_operation = "_tvc_common_get_country_region_id",
+     .set_operation = "_tvc_common_set_country_region_id",
+     .key = "g_country__country_rid",
+     .name = "Country Region ID",
+     .help = "The region within the country, in the platform's numbers."},
+    {.record = TV_CTRL_RECID_SUBTITLE_LANG,
+     .type = TYPE_TEXT,
+     .get = get_code,
+     .set = set_code,
+     .key = "g_subtitle__subtitle_lang",
+     .help = "The first language of the subtitles, by its three letters."},
+    {.record = TV_CTRL_RECID_SUBTITLE_2ND_LANG,
+     .type = TYPE_TEXT,
+     .get = get_code,
+     .set = set_code,
+     .key = "g_subtitle__subtitle_lang_2nd",
+     .help = "The second language of the subtitles, by its three letters."},
+    {.record = TV_CTRL_RECID_TIME_ZONE,
+     .type = TYPE_TIME,
+     .get = get_time_zone,
+     .name = "Time Zone",
+     .help = "How far the zone's time is ahead of UTC, without daylight saving.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_TIME_OFFSET,
+     .type = TYPE_TIME,
+     .get = get_time_offset,
+     .name = "Time Offset",
+     .help = "How far local time is ahead of UTC at present.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_UTC_TIME,
+     .type = TYPE_TIME,
+     .get = get_utc_time,
+     .set = set_utc_time,
+     .help = "The present time since the start of 1970, UTC.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_BROADCAST_TIME,
+     .type = TYPE_TIME,
+     .get = get_broadcast_time,
+     .name = "Broadcast Time",
+     .help = "The present time as the broadcast gives it.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_LOCAL_TIME,
+     .type = TYPE_TIME,
+     .get = get_local_time,
+     .name = "Local Time",
+     .help = "The present local time.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_CONVERT_LOCAL_TIME_TO_MILLIS,
+     .type = TYPE_TIME,
+     .get = convert_local_time_to_millis,
+     .help = "Converts the local time in the query's DTG to milliseconds since the start of 1970, UTC.",
+     .unit = "ms"},
+    {.record = TV_CTRL_RECID_CONVERT_MILLIS_TO_LOCAL_TIME,
+     .type = TYPE_TIME,
+     .get = convert_millis_to_local_time,
+     .help = "Converts the query's VALUE, milliseconds since the start of 1970, UTC, to the local time in DTG.",
+     .unit = "ms"},
+    {.record = TV_CTRL_RECID_CONVERT_UTC_TO_LOCAL_TIME,
+     .type = TYPE_TIME,
+     .get = convert_utc_to_local_time,
+     .help = "Converts the query's VALUE, a time in UTC, to local time.",
+     .unit = "s"},
+    {.record = TV_CTRL_RECID_SLEEP_TIMER,
+     .type = TYPE_VALUE,
+     .get = get_sleep_timer,
+     .set = set_sleep_timer,
+     .name = "Sleep timer",
+     .help = "How long until the sleep timer switches the set off, in the platform's unit; 0: it does not run."},
+    {.record = TV_CTRL_RECID_NW_REGISTER,
+     .type = TYPE_ACTION,
+     .set = register_network,
+     .help = "Registers for network events where tv_ctrl_set is called with a record; requests, which bring none, are "
+             "refused."},
+    {.record = TV_CTRL_RECID_CI_HOST_TUNE_STATUS,
+     .type = TYPE_VALUE,
+     .get = get_ci_host_tune_status,
+     .get_operation = "_tvc_common_get_ci_host_tune_status",
+     .help = "Whether a common interface module tunes the set, in the platform's numbers."},
+    {.record = TV_CTRL_RECID_CI_HOST_TUNE_BROADCAST_STATUS,
+     .type = TYPE_VALUE,
+     .get = get_ci_host_tune_broadcast_status,
+     .get_operation = "_tvc_common_get_ci_host_tune_broadcast_status",
+     .name = "CI Host Tune Broadcast Status",
+     .help = "Whether a common interface module tunes the set for a broadcast, in the platform's numbers."},
+};
+
+extern constinit const Handler tvc_common_setting_handler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
+                                                             .records = tvc_records<rows>()};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_COMMON_SETTING) return VEXTVCTRLR_INV_ARG;
-  if (const CodeItem* const item = find_code_item(ui2_id)) return item->get(ui2_id, pv_content);
-  if (get_time(ui2_id, pv_content)) return VEXTVCTRLR_OK;
-  switch (tvc_record(ui2_id)) {
-    case TV_CTRL_RECID_COUNTRY_REGION_ID:
-      return _tvc_common_get_country_region_id(ui2_id, pv_content);
-    case TV_CTRL_RECID_SLEEP_TIMER:
-      return get_sleep_timer(ui2_id, pv_content);
-    case TV_CTRL_RECID_CI_HOST_TUNE_STATUS:
-      return get_ci_host_tune(ui2_id, "", 26, "_tvc_common_get_ci_host_tune_status", pv_content);
-    case TV_CTRL_RECID_CI_HOST_TUNE_BROADCAST_STATUS:
-      return get_ci_host_tune(ui2_id, "CI Host Tune Broadcast Status", 27,
-                              "_tvc_common_get_ci_host_tune_broadcast_status", pv_content);
-    default:
-      return VEXTVCTRLR_OK;
-  }
+  return tvc_handle_get(tvc_common_setting_handler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_common_setting_set(UINT16 ui2_id, void* pv_content) {
-  if (tvc_group(ui2_id) != TV_CTRL_GRPID_COMMON_SETTING) return VEXTVCTRLR_INV_ARG;
-  if (const CodeItem* const item = find_code_item(ui2_id)) {
-    const INT32 ret = item->set(ui2_id, pv_content);
-    return item->answers_failure ? ret : static_cast<INT32>(VEXTVCTRLR_OK);
-  }
-  switch (tvc_record(ui2_id)) {
-    case TV_CTRL_RECID_COUNTRY_REGION_ID:
-      return pv_content ? _tvc_common_set_country_region_id(*static_cast<const T_VALUE*>(pv_content))
-                        : static_cast<INT32>(VEXTVCTRLR_INV_ARG);
-    case TV_CTRL_RECID_UTC_TIME:
-      if (!pv_content) return VEXTVCTRLR_INV_ARG;
-      a_vextvapi_time_set_utc_time(static_cast<const T_TIME*>(pv_content)->value);
-      return VEXTVCTRLR_OK;
-    case TV_CTRL_RECID_SLEEP_TIMER:
-      if (!pv_content) return VEXTVCTRLR_INV_ARG;
-      a_vextvapi_time_set_sleep_timer(static_cast<const T_VALUE*>(pv_content)->value);
-      return VEXTVCTRLR_OK;
-    case TV_CTRL_RECID_NW_REGISTER:
-      return _tvc_common_set_nw_register();
-    default:
-      return VEXTVCTRLR_OK;
-  }
+  return tvc_handle_set(tvc_common_setting_handler, ui2_id, pv_content);
+}
+
+INT32 tv_ctrl_common_setting_init(void) {
+  return tvc_failed(_tvc_common_set_nw_register()) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }

@@ -6,16 +6,13 @@
 #include <mutex>
 #include <utility>
 
-#include "tv_ctrl_main.h"
 #include "tv_ctrl_util/log.h"
-#include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
+#include "tvctl_common/handler.h"
 #include "tvctl_common/library_check.h"
 #include "tvctl_common/record.h"
 
 static constexpr uintptr_t kCallbackTag = 0x14BF88;
-static constexpr INT32 kUpdate = 3;
-static constexpr INT32 kValueChanged = -1;  // notify id of the platform's change record
 static constexpr const char* kLanguageKey = "g_gui_lang__gui_language";
 // What the platform tells of without being asked each time.
 static constexpr const char* kWatchedKeys[] = {kLanguageKey, "g_misc__dmr_2nd_device", "g_misc__tv_network_name",
@@ -97,7 +94,7 @@ static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[
     const UINT32 resets = lang_resets;
     INT32 value = 0;
     guard.unlock();
-    const INT32 ret = a_vextvapi_config_get_value(kEveryInput, kLanguageKey, &value);
+    const INT32 ret = a_vextvapi_config_get_value(VEXTVAPI_CONFIG_EVERY_INPUT, kLanguageKey, &value);
     guard.lock();
     known = ret == VEXTVCTRLR_OK;
     if (known) language_code(value, ret_code);
@@ -123,147 +120,171 @@ static INT32 _tv_ctrl_config_getLangStr(const char* lang_id, char* lang_string) 
   return VEXTVCTRLR_OK;
 }
 
-static INT32 _tv_ctrl_config_get_lang_string(UINT16 ui2_id, T_LANG_STRING& content) {
-  if (tv_ctrl_get_type_by_id(ui2_id) != TYPE_LANG_STRING) return VEXTVCTRLR_INV_ARG;
+static INT32 get_lang_string(const RecordRequest& request) {
+  T_LANG_STRING& content = tvc_content<T_LANG_STRING>(request);
+  tvc_end_text(content.lang_id);
   const INT32 ret = _tv_ctrl_config_getLangStr(content.lang_id, content.lang_string);
-  if (ret >= 0) return ret;
-  TVC_LOG_FAIL(ret);
-  return VEXTVCTRLR_FAIL;
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
 // --- Values ---
 
-static INT32 _tv_ctrl_config_get_value_bool(T_CONFIG& config) {
+static T_CONFIG& config_of(const RecordRequest& request) {
+  T_CONFIG& config = tvc_content<T_CONFIG>(request);
+  tvc_end_text(config.cfg_id);
+  return config;
+}
+
+static bool has_key(const T_CONFIG& config) { return config.cfg_id[0] != '\0'; }
+
+static bool has_key_or_item(const T_CONFIG& config) { return has_key(config) || config.cfg_item != 0; }
+
+static INT32 get_bool(const RecordRequest& request) {
+  T_CONFIG& config = config_of(request);
   if (config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
   UINT8 value = 0;
   const INT32 ret = getConfigValueBool(config.cfg_item, &value);
-  if (ret < 0) {
-    TVC_LOG_FAIL(ret);
-    return VEXTVCTRLR_FAIL;
-  }
+  if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
   config.valueint = value != 0;
   return ret;
 }
 
-static INT32 _tv_ctrl_config_get_value_number(T_CONFIG& config) {
-  if (!config.cfg_id[0] && config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
+static INT32 get_number(const RecordRequest& request) {
+  T_CONFIG& config = config_of(request);
+  if (!has_key_or_item(config)) return VEXTVCTRLR_INV_ARG;
   INT32 value = 0;
-  const INT32 ret = config.cfg_id[0] ? a_vextvapi_config_get_value(kEveryInput, config.cfg_id, &value)
-                                     : getConfigValueInt32(config.cfg_item, &value);
-  if (ret < 0) {
-    TVC_LOG_FAIL(ret);
-    return VEXTVCTRLR_FAIL;
-  }
+  const INT32 ret = has_key(config) ? a_vextvapi_config_get_value(VEXTVAPI_CONFIG_EVERY_INPUT, config.cfg_id, &value)
+                                    : getConfigValueInt32(config.cfg_item, &value);
+  if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
   config.valueint = value;
   return ret;
 }
 
-// Item 0x07240005 looks a text up: what is looked up goes in, surrounded by bytes of 1, and the answer comes back in
-// its place.
-static constexpr UINT32 kLookUpItem = 0x07240005;
-static constexpr std::size_t kLongestLookUp = 30;
-
+// The text that is looked up stands in the value, and what was found takes its place.
 static INT32 look_up_string(T_CONFIG& config) {
-  char scratch[kLongestLookUp + 2];
+  char scratch[VEXTVAPI_CONFIG_LOOK_UP_LENGTH + 2];
   memset(scratch, 1, sizeof scratch - 1);
   scratch[sizeof scratch - 1] = '\0';
-  memcpy(scratch, config.valuestring, strnlen(config.valuestring, kLongestLookUp));
+  memcpy(scratch, config.valuestring, strnlen(config.valuestring, VEXTVAPI_CONFIG_LOOK_UP_LENGTH));
   UINT32 length = sizeof scratch - 1;
-  const INT32 ret = getConfigValueString(kLookUpItem, &length, scratch);
+  const INT32 ret = getConfigValueString(VEXTVAPI_CONFIG_ITEM_LOOK_UP, &length, scratch);
   scratch[sizeof scratch - 1] = '\0';
   if (ret >= 0) tvc_copy_text(config.valuestring, scratch);
   return ret;
 }
 
-static INT32 _tv_ctrl_config_get_value_string(T_CONFIG& config) {
-  if (!config.cfg_id[0] && config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
+static INT32 get_string(const RecordRequest& request) {
+  T_CONFIG& config = config_of(request);
+  if (!has_key_or_item(config)) return VEXTVCTRLR_INV_ARG;
   UINT32 length = sizeof config.valuestring - 1;
   INT32 ret = 0;
-  if (config.cfg_id[0]) {
+  if (has_key(config)) {
     ret = a_vextvapi_config_get_str_value(config.cfg_id, config.valuestring, &length);
-  } else if (config.cfg_item == kLookUpItem) {
+  } else if (config.cfg_item == VEXTVAPI_CONFIG_ITEM_LOOK_UP) {
     const std::size_t wanted = strnlen(config.valuestring, sizeof config.valuestring);
-    if (wanted == 0 || wanted > kLongestLookUp) return VEXTVCTRLR_INV_ARG;
+    if (wanted == 0 || wanted > VEXTVAPI_CONFIG_LOOK_UP_LENGTH) return VEXTVCTRLR_INV_ARG;
     ret = look_up_string(config);
   } else {
     ret = getConfigValueString(config.cfg_item, &length, config.valuestring);
   }
-  config.valuestring[sizeof config.valuestring - 1] = '\0';  // the platform need not
-  if (ret >= 0) return ret;
-  TVC_LOG_FAIL(ret);
-  return VEXTVCTRLR_FAIL;
+  tvc_end_text(config.valuestring);  // the platform need not
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
-static INT32 _tv_ctrl_config_get_value_range(T_CONFIG& config) {
-  if (!config.cfg_id[0]) return VEXTVCTRLR_INV_ARG;
+static INT32 get_range(const RecordRequest& request) {
+  T_CONFIG& config = config_of(request);
+  if (!has_key(config)) return VEXTVCTRLR_INV_ARG;
   INT32 limits = 0;
-  const bool limited = a_vextvapi_config_get_minmaxvalue(kEveryInput, config.cfg_id, &limits) == 0;
+  const bool limited = a_vextvapi_config_get_minmaxvalue(VEXTVAPI_CONFIG_EVERY_INPUT, config.cfg_id, &limits) == 0;
   config.valuemin = limited ? static_cast<INT16>(limits) : 0;
   config.valuemax = limited ? limits >> 16 : 0;
   INT32 value = 0;
-  const INT32 ret = a_vextvapi_config_get_value(kEveryInput, config.cfg_id, &value);
-  if (ret < 0) {
-    TVC_LOG_FAIL(ret);
-    return VEXTVCTRLR_FAIL;
-  }
+  const INT32 ret = a_vextvapi_config_get_value(VEXTVAPI_CONFIG_EVERY_INPUT, config.cfg_id, &value);
+  if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
   config.valueint = value;
   return ret;
 }
 
-INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CONFIG) return VEXTVCTRLR_INV_ARG;
-  const int record = tvc_record(ui2_id);
-  if (record == TV_CTRL_RECID_CFG_LANG_STRING) {
-    T_LANG_STRING& text = *static_cast<T_LANG_STRING*>(pv_content);
-    tvc_end_text(text.lang_id);
-    return _tv_ctrl_config_get_lang_string(ui2_id, text);
-  }
-  if (record < TV_CTRL_RECID_CFG_VALUE_BOOL || record > TV_CTRL_RECID_CFG_VALUE_RANGE) return VEXTVCTRLR_OK;
-  T_CONFIG& config = *static_cast<T_CONFIG*>(pv_content);
-  tvc_end_text(config.cfg_id);
-  switch (record) {
-    case TV_CTRL_RECID_CFG_VALUE_BOOL:
-      return _tv_ctrl_config_get_value_bool(config);
-    case TV_CTRL_RECID_CFG_VALUE_NUMBER:
-      return _tv_ctrl_config_get_value_number(config);
-    case TV_CTRL_RECID_CFG_VALUE_STRING:
-      return _tv_ctrl_config_get_value_string(config);
-    default:
-      return _tv_ctrl_config_get_value_range(config);
-  }
+static INT32 trigger_action(const RecordRequest& request) {
+  const T_CONFIG& config = config_of(request);
+  if (config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
+  const INT32 ret = setConfigValue(config.cfg_item);
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
-// What a set answers for the platform's result, which is logged under the operation's name when it is a failure.
-static INT32 set_result(const char* operation, INT32 ret, int line = __builtin_LINE()) {
-  if (ret >= 0) return ret;
-  tvc_log_fail(operation, line, ret);
-  return VEXTVCTRLR_FAIL;
+static INT32 set_bool(const RecordRequest& request) {
+  const T_CONFIG& config = config_of(request);
+  if (config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
+  const INT32 ret = setConfigValueBool(config.cfg_item, config.valueint != 0);
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
+}
+
+static INT32 set_number(const RecordRequest& request) {
+  const T_CONFIG& config = config_of(request);
+  if (!has_key_or_item(config)) return VEXTVCTRLR_INV_ARG;
+  const INT32 ret = has_key(config) ? a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, config.cfg_id,
+                                                                  config.valueint, VEXTVAPI_CONFIG_UPDATE)
+                                    : setConfigValueInt32(config.cfg_item, config.valueint);
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
+}
+
+static INT32 set_string(const RecordRequest& request) {
+  T_CONFIG& config = config_of(request);
+  tvc_end_text(config.valuestring);
+  if (!has_key_or_item(config)) return VEXTVCTRLR_INV_ARG;
+  const INT32 ret = has_key(config) ? a_vextvapi_config_set_str_value(config.cfg_id, config.valuestring)
+                                    : setConfigValueString(config.cfg_item, config.valuestring);
+  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
+}
+
+static constexpr RecordRow rows[] = {
+    {.record = TV_CTRL_RECID_CFG_VALUE_ACTION,
+     .type = TYPE_CONFIG,
+     .set = trigger_action,
+     .set_operation = "_tv_ctrl_config_action",
+     .help = "Triggers an action of the configuration store, named by its item id."},
+    {.record = TV_CTRL_RECID_CFG_VALUE_BOOL,
+     .type = TYPE_CONFIG,
+     .get = get_bool,
+     .set = set_bool,
+     .get_operation = "_tv_ctrl_config_get_value_bool",
+     .set_operation = "_tv_ctrl_config_set_value_bool",
+     .help = "A switch of the configuration store, named by its item id."},
+    {.record = TV_CTRL_RECID_CFG_VALUE_NUMBER,
+     .type = TYPE_CONFIG,
+     .get = get_number,
+     .set = set_number,
+     .get_operation = "_tv_ctrl_config_get_value_number",
+     .set_operation = "_tv_ctrl_config_set_value_number",
+     .help = "A number of the configuration store, named by its key or item id."},
+    {.record = TV_CTRL_RECID_CFG_VALUE_STRING,
+     .type = TYPE_CONFIG,
+     .get = get_string,
+     .set = set_string,
+     .get_operation = "_tv_ctrl_config_get_value_string",
+     .set_operation = "_tv_ctrl_config_set_value_string",
+     .help = "A text of the configuration store, named by its key or item id."},
+    {.record = TV_CTRL_RECID_CFG_VALUE_RANGE,
+     .type = TYPE_CONFIG,
+     .get = get_range,
+     .get_operation = "_tv_ctrl_config_get_value_range",
+     .help = "A number of the configuration store with its limits, named by its key."},
+    {.record = TV_CTRL_RECID_CFG_LANG_STRING,
+     .type = TYPE_LANG_STRING,
+     .get = get_lang_string,
+     .get_operation = "_tv_ctrl_config_get_lang_string",
+     .help = "A text of the menus in the menu language."},
+};
+
+extern constinit const Handler tvc_config_handler = {
+    .group = TV_CTRL_GRPID_CONFIG, .records = tvc_records<rows>(), .set_without_record = WithoutRecord::kRefused};
+
+INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {
+  return tvc_handle_get(tvc_config_handler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_CONFIG) return VEXTVCTRLR_INV_ARG;
-  const int record = tvc_record(ui2_id);
-  if (record < TV_CTRL_RECID_CFG_VALUE_ACTION || record > TV_CTRL_RECID_CFG_VALUE_STRING) return VEXTVCTRLR_OK;
-  T_CONFIG& config = *static_cast<T_CONFIG*>(pv_content);
-  tvc_end_text(config.cfg_id);
-  tvc_end_text(config.valuestring);
-  const bool by_key = config.cfg_id[0] != '\0' &&
-                      (record == TV_CTRL_RECID_CFG_VALUE_NUMBER || record == TV_CTRL_RECID_CFG_VALUE_STRING);
-  if (!by_key && config.cfg_item == 0) return VEXTVCTRLR_INV_ARG;
-  switch (record) {
-    case TV_CTRL_RECID_CFG_VALUE_ACTION:
-      return set_result("_tv_ctrl_config_action", setConfigValue(config.cfg_item));
-    case TV_CTRL_RECID_CFG_VALUE_BOOL:
-      return set_result("_tv_ctrl_config_set_value_bool", setConfigValueBool(config.cfg_item, config.valueint != 0));
-    case TV_CTRL_RECID_CFG_VALUE_NUMBER:
-      return set_result("_tv_ctrl_config_set_value_number",
-                        by_key ? a_vextvapi_config_set_value(kEveryInput, config.cfg_id, config.valueint, kUpdate)
-                               : setConfigValueInt32(config.cfg_item, config.valueint));
-    default:
-      return set_result("_tv_ctrl_config_set_value_string",
-                        by_key ? a_vextvapi_config_set_str_value(config.cfg_id, config.valuestring)
-                               : setConfigValueString(config.cfg_item, config.valuestring));
-  }
+  return tvc_handle_set(tvc_config_handler, ui2_id, pv_content);
 }
 
 // --- Changes ---
@@ -272,7 +293,7 @@ INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) {
 static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notifyId, void* pv_tag, void* pv_arg1, void* pv_arg2, void*, void*) {
   T_CONFIG_NOTIFY notify = {
       .id = notifyId, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)), .arg1 = 0, .arg2 = {}};
-  if (notifyId != kValueChanged) {
+  if (notifyId != VEXTVAPI_CONFIG_NFY_VALUE_CHANGED) {
     notify.arg1 = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg1));
   } else if (pv_arg2) {
     const auto& change = *static_cast<const VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T*>(pv_arg2);
@@ -281,20 +302,14 @@ static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notifyId, void* pv_tag, void* 
     if (strcmp(key, kLanguageKey) == 0) _tv_ctrl_config_reset_lang_res();
     tvc_copy_text(notify.arg2, key);
   }
-  const INT32 ret = tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, TV_CTRL_RECID_WS_NFY_CONFIG_UPDATE), &notify);
-  if (ret < 0) TVC_LOG_FAIL(ret);
+  tvc_notify(TV_CTRL_RECID_WS_NFY_CONFIG_UPDATE, &notify);
   return 0;
 }
 
 INT32 tv_ctrl_config_init(void) {
   for (const char* const key : kWatchedKeys)
-    if (const INT32 ret = a_vextvapi_config_add_value_changed_callback(key); ret < 0) {
-      TVC_LOG_FAIL(ret);
-      return VEXTVCTRLR_FAIL;
-    }
+    if (tvc_failed(a_vextvapi_config_add_value_changed_callback(key))) return VEXTVCTRLR_FAIL;
   const INT32 ret =
       a_vextvapi_config_reg_callback(_tv_ctrl_config_update_nfy_fct, reinterpret_cast<void*>(kCallbackTag));
-  if (ret >= 0) return VEXTVCTRLR_OK;
-  TVC_LOG_FAIL(ret);
-  return VEXTVCTRLR_FAIL;
+  return tvc_failed(ret) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }

@@ -7,8 +7,8 @@
 
 #include <iterator>
 
-#include "tv_ctrl_main.h"
-#include "tv_ctrl_util/text.h"
+#include "tvctl_common/handler.h"
+#include "tvctl_common/record.h"
 
 static constexpr const char* kDevice = "/dev/cli";
 static constexpr const char* kCommand = "ir.rx.send ";
@@ -43,20 +43,14 @@ static void type_text(int device, const char* text) {
   }
 }
 
-INT32 tv_ctrl_key_get(UINT16, void*) { return VEXTVCTRLR_NOT_SUPPORT; }
-
-INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != TV_CTRL_GRPID_KEY) return VEXTVCTRLR_INV_ARG;
-  const int record = tvc_record(ui2_id);
-  if (record == TV_CTRL_RECID_KEYBOARD) return VEXTVCTRLR_NOT_IMPLEMENT;
-  if (record != TV_CTRL_RECID_IRRC) return VEXTVCTRLR_FAIL;
+static INT32 press_key(const RecordRequest& request) {
   const int device = open(kDevice, O_RDWR | O_CLOEXEC);
   if (device < 0) {
     printf("Can not open the cli device \n");
     fflush(stdout);
     return VEXTVCTRLR_FAIL;
   }
-  T_TEXT& name = *static_cast<T_TEXT*>(pv_content);
+  T_TEXT& name = tvc_content<T_TEXT>(request);
   tvc_end_text(name.value);
   const CLI_KEY_MAP* const key = find_key(name.value);
   if (key) {
@@ -67,3 +61,30 @@ INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) {
   close(device);
   return key ? VEXTVCTRLR_OK : VEXTVCTRLR_INV_ARG;
 }
+
+static constexpr char kKeyNames[] =
+#define TVC_KEY(name, code) name "\0"
+#include "vex_tv_ctrl/keys.def"
+    ;
+
+static constexpr RecordRow rows[] = {
+    {.record = TV_CTRL_RECID_IRRC,
+     .type = TYPE_TEXT,
+     .set = press_key,
+     .help = "Presses the named key of the remote control.",
+     .values = kKeyNames},
+    {.record = TV_CTRL_RECID_KEYBOARD,
+     .type = TYPE_TEXT,
+     .set_answer = VEXTVCTRLR_NOT_IMPLEMENT,
+     .help = "Keys of a keyboard; there is none that could be pressed."},
+};
+
+extern constinit const Handler tvc_key_handler = {.group = TV_CTRL_GRPID_KEY,
+                                                  .records = tvc_records<rows>(),
+                                                  .get_default = VEXTVCTRLR_NOT_SUPPORT,
+                                                  .set_default = VEXTVCTRLR_FAIL,
+                                                  .set_without_record = WithoutRecord::kRefused};
+
+INT32 tv_ctrl_key_get(UINT16, void*) { return tvc_key_handler.get_default; }
+
+INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(tvc_key_handler, ui2_id, pv_content); }

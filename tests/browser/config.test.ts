@@ -127,7 +127,7 @@ test("a value that the television refuses says why, and Escape gives it up", asy
   const field = balance.getByRole("spinbutton");
   await field.fill("77");
   await field.press("Enter");
-  await expect(balance.getByRole("alert")).toHaveText("Not taken: Failure (ret −1). It takes −50 to 50.");
+  await expect(balance.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1). It takes −50 to 50.");
   await expect(field).toHaveAttribute("aria-invalid", "true");
   await expect(field).toHaveValue("77");
   expect((await told(host, "g_audio__balance"))["value"]).toBe(0);
@@ -144,13 +144,13 @@ test("a value that the television refuses says why, and Escape gives it up", asy
   const name = line(page, "g_misc__tv_network_name");
   await name.getByRole("textbox").fill("x".repeat(65));
   await name.getByRole("textbox").press("Enter");
-  await expect(name.getByRole("alert")).toHaveText("Not taken: Failure (ret −1). It takes at most 64 bytes.");
+  await expect(name.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1). It takes at most 64 bytes.");
 
   const fault = await host.dtvctl("tv", "fault", "setConfigValueBool", "--fail");
   expect(fault.code, fault.stderr).toBe(0);
   const surround = line(page, "g_audio__surround");
   await surround.getByRole("switch").click();
-  await expect(surround.getByRole("alert")).toHaveText("Not taken: Failure (ret −1).");
+  await expect(surround.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1).");
   await expect(surround.getByRole("switch")).not.toBeChecked();
 });
 

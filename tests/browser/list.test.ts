@@ -65,6 +65,31 @@ test("a URI that nothing serves says so", async ({ open }) => {
   await expect(page.getByRole("form")).toHaveCount(0);
 });
 
+test("a URI that is accepted without effect says so", async ({ open }) => {
+  const page = await open();
+  await search(page).fill("common_setting/blue_mute");
+  await expect(links(page)).toHaveAccessibleName("/tv/menu/common_setting/blue_mute, VALUE, without effect");
+  await links(page).click();
+  await expect(page.getByText("Without effect.", { exact: true })).toBeVisible();
+  await expect(page.getByRole("form")).toHaveCount(0);
+});
+
+test("what the page suggests to start with can be read", async ({ open }) => {
+  const page = await open();
+  const suggested = page.locator(".start-list a");
+  const uris = await suggested.allTextContents();
+  expect(uris).toHaveLength(6);
+  for (const uri of uris) {
+    await suggested.filter({ hasText: new RegExp(`^${uri}$`) }).click();
+    await expect(page.getByRole("heading", { level: 1 })).toHaveText(uri);
+    await page.getByRole("form").getByRole("button", { name: "Get", exact: true }).click();
+    const response = page.getByRole("region", { name: "Response" });
+    await expect(response).toContainText("ret 0");
+    await expect(response.getByRole("list", { name: "Platform calls of this request" }).getByRole("listitem")).not.toHaveCount(0);
+    await page.goBack();
+  }
+});
+
 test("a deep link selects its URI, and the browser's history works", async ({ open }) => {
   const page = await open("/#/tv/cast/volume/mute");
   await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/mute");

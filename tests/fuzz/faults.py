@@ -28,7 +28,7 @@ BUILD = ROOT / "build-faults" / "build"
 HANDLER = "src/tvctl_common/tvc_volctrl.cpp"
 CONTRACT = "inc/tvapi/volctrl.h"
 CONTRACT_END = '#include "tvapi/end.h"'
-GET_VOLUME = "      value.value = a_vextvapi_volctrl_getVolume();"
+GET_VOLUME = "  tvc_fill_value_header(request, TV_CTRL_GRPID_VOLUME).value = a_vextvapi_volctrl_getVolume();\n"
 
 DOES_NOT_COMPILE = "the compiler"
 
@@ -65,14 +65,14 @@ FAULTS = [
     # A function that the contract did not have: the fuzzer must know it from its statement alone.
     ("a new function's text is taken to be terminated", "fuzz_request",
      [(CONTRACT, CONTRACT_END, "TVAPI_FN(INT32, a_vextvapi_volctrl_getName, OUT_TEXT(name, 32))\n\n" + CONTRACT_END),
-      (HANDLER, GET_VOLUME, "      {\n        char name[32] = {};\n        a_vextvapi_volctrl_getName(name);\n"
-       "        value.size = static_cast<int>(__builtin_strlen(name));\n      }\n" + GET_VOLUME)]),
+      (HANDLER, GET_VOLUME, GET_VOLUME + "  char name[32] = {};\n  a_vextvapi_volctrl_getName(name);\n"
+       "  tvc_content<T_VALUE>(request).size = static_cast<int>(__builtin_strlen(name));\n")]),
     ("a new function's count is not clamped", "fuzz_request",
      [(CONTRACT, CONTRACT_END, "TVAPI_FN(INT32, a_vextvapi_volctrl_getSteps, OUT_ARRAY(INT32, steps, count), "
        "INOUT(INT32, count))\n\n" + CONTRACT_END),
-      (HANDLER, GET_VOLUME, "      {\n        INT32 steps[8] = {};\n        INT32 count = 8;\n"
-       "        a_vextvapi_volctrl_getSteps(steps, &count);\n"
-       "        for (INT32 i = 0; i < count; ++i) value.increment = steps[i];\n      }\n" + GET_VOLUME)]),
+      (HANDLER, GET_VOLUME, GET_VOLUME + "  INT32 steps[8] = {};\n  INT32 count = 8;\n"
+       "  a_vextvapi_volctrl_getSteps(steps, &count);\n"
+       "  for (INT32 i = 0; i < count; ++i) tvc_content<T_VALUE>(request).increment = steps[i];\n")]),
     # What the fuzzer would have to guess at must not compile.
     ("a new kind of parameter has no rule", DOES_NOT_COMPILE,
      [("inc/tvapi/contract.h", "#define TVAPI_DECLARE_TAG(", "#define TVAPI_DECLARE_PAIR(type, name) type* name\n"

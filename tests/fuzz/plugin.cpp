@@ -84,6 +84,16 @@ static TypeInfo read_type(const cJSON* type) {
           .queued = member_text(notify, "form") == "queued"};
 }
 
+// Whether a URI takes a get or a set, also one without effect.
+static bool takes(const cJSON* row, const char* use) {
+  if (cJSON_IsTrue(member(row, use))) return true;
+  const cJSON* accepted;
+  cJSON_ArrayForEach(accepted, member(row, "without_effect")) {
+    if (strcmp(accepted->valuestring, use) == 0) return true;
+  }
+  return false;
+}
+
 static Tables read_tables() {
   char* const text = a_dtv_jsp_describe();
   require(text != nullptr, "the plugin describes itself");
@@ -96,9 +106,11 @@ static Tables read_tables() {
   cJSON_ArrayForEach(row, member(root.get(), "types")) tables.types[row->string] = read_type(row);
   cJSON_ArrayForEach(row, member(root.get(), "uris")) {
     const auto id = static_cast<UINT16>(member(row, "id")->valueint);
-    const bool gets = cJSON_IsTrue(member(row, "get"));
-    const bool sets = cJSON_IsTrue(member(row, "set"));
-    const bool notifies = cJSON_IsTrue(member(row, "notify"));
+    const bool gets = takes(row, "get");
+    const bool sets = takes(row, "set");
+    // Also where no handler raises it: another part of the set may.
+    const bool notifies =
+        member_text(row, "group") == "WS_NFY" && !tables.types[member_text(row, "type")].notify_member.empty();
     if (gets || sets || notifies) tables.active.push_back(tables.uris.size());
     // A type that is not built yet has no description: it gets an empty one.
     tables.uris.push_back({.uri = member_text(row, "uri"),

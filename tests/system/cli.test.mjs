@@ -28,7 +28,7 @@ async function done(promise) {
 
 test('--help names every command, option and exit code', async () => {
   const text = await done(ctl(['--help']));
-  for (const word of ['get', 'set', 'watch', 'list', 'functions', 'trace', 'tv', '--host', 'DTV_HOST', 'DTV_TOKEN', '--local', '--state', '--json', '--count', '--for', '--version', 'make run', 'dtvctl.bash']) {
+  for (const word of ['get', 'set', 'watch', 'list', 'functions', 'trace', 'tv', '--host', 'DTV_HOST', 'DTV_TOKEN', '--local', '--state', '--json', '--count', '--for', '--can', '--version', 'make run', 'dtvctl.bash']) {
     assert.ok(text.includes(word), `${word} is missing`);
   }
   for (const code of ['0', '1', '2', '3', '4', '5']) assert.match(text, new RegExp(`Exit codes:[^]*\\b${code} `));
@@ -102,7 +102,7 @@ test('get: a table of the item for people', async (t) => {
 test('get and set: what the set refuses is exit code 1', async (t) => {
   const folder = stateFolder(t);
   const refusals = [
-    [['set', volume, '101'], /answered -1/],
+    [['set', volume, '101'], /answered -1 \(the platform refused/],
     [['set', volume, '-5'], /answered -1/],
     [['set', '/tv/cast/volume/volume_increase'], /answered -2/], // an action gets no record, and volume wants one
     [['get', '/tv/cast/volume/volume_increase'], /answered -2/],
@@ -225,7 +225,26 @@ test('list finds URIs by name, type, identifier and ability', async (t) => {
   assert.deepEqual([none.code, none.stdout], [0, '']);
   assert.match(none.stderr, /^dtvctl: there is no URI with "volume" and "no such thing"\n$/);
   const table = (await done(local(folder, 'list', volume))).split('\n')[0];
-  assert.deepEqual(table.split(/ +/), ['URI', 'TYPE', 'CAN', 'ID']);
+  assert.deepEqual(table.split(/ +/), ['URI', 'TYPE', 'CAN', 'ID', 'HELP']);
+  assert.ok((await uris('master volume')).some((row) => row.uri === volume), 'by its help');
+});
+
+test('list --can names the URIs of which that has an effect', async (t) => {
+  const folder = stateFolder(t);
+  const uris = async (...words) => (await done(local(folder, '--json', 'list', ...words))).trim().split('\n').map(JSON.parse);
+  const all = await uris();
+  for (const use of ['get', 'set', 'notify']) {
+    const able = await uris('--can', use);
+    assert.deepEqual(able, all.filter((row) => row[use]));
+    assert.ok(able.length > 0 && able.length < all.length);
+  }
+  const readable = (await uris('--can', 'get')).map(({ uri }) => uri);
+  assert.ok(readable.includes(volume));
+  assert.ok(!readable.includes('/tv/menu/common_setting/blue_mute'), 'accepted, but without effect');
+  assert.deepEqual((await uris('--can', 'get', '/tv/cec')).map(({ uri }) => uri), ['/tv/cec/cfg_get']);
+  const wrong = await local(folder, 'list', '--can', 'fly');
+  assert.equal(wrong.code, 2);
+  assert.match(wrong.stderr, /--can wants get\|set\|notify, not "fly"/);
 });
 
 test('functions lists the TV API, without a set', async () => {
@@ -324,6 +343,7 @@ test('bash completes commands, options, URIs and the virtual television', async 
   assert.deepEqual(await complete(''), ['functions', 'get', 'list', 'set', 'trace', 'tv', 'watch']);
   assert.deepEqual(await complete('t'), ['trace', 'tv']);
   assert.deepEqual(await complete('--j'), ['--json']);
+  assert.deepEqual(await complete('list', '--can', ''), ['get', 'notify', 'set']);
   assert.deepEqual(await complete('get', '/tv/cast/volume/vol'), [volume, '/tv/cast/volume/volume_decrease', '/tv/cast/volume/volume_increase']);
   assert.deepEqual(await complete('--host', '127.0.0.1:1', 'watch', '/tv/ws/notify/vol'), [volumeNotify]);
   // Behind "--" stands get, set or tv, and no option.

@@ -42,6 +42,7 @@ const description = JSON.stringify({
       notify: null,
     },
   },
+  kinds: ['int32', 'uint8', 'uint16', 'int64'].map((kind) => ({ kind, json: 'number' })).concat({ kind: 'text', json: 'string' }),
 });
 
 // Answers list, and everything else with a success.

@@ -1,10 +1,37 @@
 #include "fake_platform.h"
 
+#include <functional>
 #include <mutex>
 #include <type_traits>
 
 namespace {
+alignas(16) char cleared[4096];
+
+// A made-up argument of a callback. An untyped address is a number as often as not.
+template <typename T>
+T made_up() {
+  if constexpr (std::is_same_v<T, void*>)
+    return reinterpret_cast<void*>(std::uintptr_t{2});
+  else if constexpr (std::is_pointer_v<T>)
+    return reinterpret_cast<T>(cleared);
+  else
+    return T{2};
+}
+
 std::mutex mutex;
+std::map<std::string, std::function<void()>> raise_event;  // by the function that registered the callback
+
+template <typename T>
+void remember_callback(const std::string&, T) {}
+
+template <typename R, typename... T>
+void remember_callback(const std::string& name, R (*callback)(T...)) {
+  if (callback)
+    raise_event[name] = [callback] { callback(made_up<T>()...); };
+  else
+    raise_event.erase(name);
+}
+
 std::map<std::string, std::int32_t> results;
 std::vector<PlatformCall> calls;
 a_vextvapi_volctrl_nfy_fct volume_callback;
@@ -24,6 +51,7 @@ template <typename... T>
 std::int32_t called(const char* name, T... arguments) {
   const std::lock_guard guard(mutex);
   calls.push_back({name, {as_number(arguments)...}});
+  (remember_callback(name, arguments), ...);
   if constexpr (sizeof...(T) == 2) {
     if constexpr ((std::is_same_v<T, a_vextvapi_volctrl_nfy_fct> || ...)) {
       const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
@@ -52,6 +80,15 @@ void platform_answer(const std::string& name, std::int32_t result) {
 std::vector<PlatformCall> platform_calls() {
   const std::lock_guard guard(mutex);
   return calls;
+}
+
+void platform_raise_all() {
+  std::vector<std::function<void()>> events;
+  {
+    const std::lock_guard guard(mutex);
+    for (const auto& [name, raise] : raise_event) events.push_back(raise);
+  }
+  for (const auto& raise : events) raise();
 }
 
 a_vextvapi_volctrl_nfy_fct platform_volume_callback() {

@@ -86,10 +86,8 @@ TEST_F(SetHook, ActionOnAnyOtherType) {
   }
 }
 
-const std::set<int> modifiable = {TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME};
-
 TEST_F(SetHook, Modify) {
-  for (const int type : modifiable) {
+  for (const int type : decoded_types(kModify)) {
     const std::string uri = made_up_uri(static_cast<UINT8>(type));
     const std::string word = request("MODIFY", type == TYPE_TEXT ? "\"VALUE\":\"23\"" : "\"VALUE\":23");
     handler_result_ = 0;
@@ -105,7 +103,7 @@ TEST_F(SetHook, Modify) {
 
 TEST_F(SetHook, ModifyOfAnyOtherType) {
   for (int type = 0; type <= 255; ++type) {
-    if (modifiable.contains(type)) continue;
+    if (decoded_types(kModify).contains(type)) continue;
     EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("MODIFY", "\"VALUE\":1")), -1) << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_REQ_TYPE_NOT_MATCH}) << type;
     EXPECT_EQ(handler_calls(), 0) << type;
@@ -145,15 +143,17 @@ TEST_F(SetHook, ModifyWithoutValue) {
 }
 
 TEST_F(SetHook, Set) {
-  for (const UINT8 type : {TYPE_OPTION_LIST, TYPE_TUNER_SCAN}) {
+  for (const int type : decoded_types(kSet)) {
+    const std::string uri = made_up_uri(static_cast<UINT8>(type));
     handler_result_ = 0;
-    EXPECT_EQ(set(made_up_uri(type), request("SET", "\"INDEX\":3,\"SCAN_MODE\":4")), 0);
-    EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
-    EXPECT_EQ(handler_calls(), 1);
-    for (const INT32 code : {-1, -6}) {  // a duplicate is told as such for channels only
+    EXPECT_EQ(set(uri, request("SET", "\"INDEX\":3,\"SCAN_MODE\":4")), 0) << type;
+    EXPECT_EQ(hook_statuses(), Statuses{VEX_OK}) << type;
+    EXPECT_EQ(handler_calls(), 1) << type;
+    for (const INT32 code : {-1, -6}) {  // a duplicate is reported as such for channels only
+      const bool duplicate = code == VEXTVCTRLR_DUPLICATE && type == TYPE_CHANNEL_INFO;
       handler_result_ = code;
-      EXPECT_EQ(set(made_up_uri(type), request("SET", "\"INDEX\":3")), code);
-      EXPECT_EQ(hook_statuses(), Statuses{VEX_SET_FAIL});
+      EXPECT_EQ(set(uri, request("SET", "\"INDEX\":3")), code) << type;
+      EXPECT_EQ(hook_statuses(), Statuses{duplicate ? VEX_DUPLICATE : VEX_SET_FAIL}) << type;
     }
   }
   handler_result_ = 0;
@@ -172,33 +172,8 @@ TEST_F(SetHook, SetOfANegativeIndexRendersNone) {
 }
 
 TEST_F(SetHook, SetOfATypeWithoutDecoding) {
-  // Types that a "SET" decodes; those whose records come with other areas are left out until they are there.
-  const std::set<int> settable = {TYPE_OPTION_LIST,
-                                  TYPE_CONFIG,
-                                  TYPE_TUNER_SCAN,
-                                  TYPE_CHANNEL_INFO,
-                                  TYPE_FAV_CHANNEL_INFO,
-                                  TYPE_CHANNEL_SELECT,
-                                  TYPE_EVENT_INFO,
-                                  TYPE_ACTIVE_WINDOW_INFO,
-                                  TYPE_UPDATE_EPG,
-                                  TYPE_INPUT_SRC,
-                                  TYPE_MULTIVIEW,
-                                  TYPE_PVR_REC_LIST_INFO,
-                                  TYPE_PVR_RMDR_EVENT,
-                                  TYPE_PVR_FILE_INFO,
-                                  TYPE_PVR_UI_STATUS,
-                                  TYPE_CBROWSER,
-                                  TYPE_CBROWSER_PB,
-                                  TYPE_CBROWSER_IMG,
-                                  TYPE_DLNA_DMP,
-                                  TYPE_DLNA_DMR,
-                                  TYPE_PUS,
-                                  TYPE_HBBTV,
-                                  TYPE_PORTAL,
-                                  TYPE_CECM_CFG};
   for (int type = 0; type <= 255; ++type) {
-    if (settable.contains(type)) continue;
+    if (decoded_types(kSet).contains(type)) continue;
     EXPECT_EQ(set(made_up_uri(static_cast<UINT8>(type)), request("SET", "\"INDEX\":1,\"VALUE\":1")), -1) << type;
     EXPECT_EQ(printed_, "<a_dtv_jsp_set> ERROR: something wrong in param!") << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_REQ_TYPE_NOT_MATCH}) << type;
@@ -303,16 +278,10 @@ TEST_F(SetHook, NullArgumentsTellNobody) {
 class Query : public PluginTest {};
 
 TEST_F(Query, DecodedTypes) {
-  const std::set<int> queried = {TYPE_TEXT, TYPE_INTEGER, TYPE_TIME, TYPE_BANNER_ITEM, TYPE_CONFIG, TYPE_LANG_STRING};
-  const std::set<int> brought_later = {
-      TYPE_CHANNEL_INFO,  TYPE_SATL_INFO, TYPE_LOL_INFO,       TYPE_FAV_CHANNEL_INFO,  TYPE_EVENT_INFO,
-      TYPE_UPDATE_EPG,    TYPE_INPUT_SRC, TYPE_INPUT_DEV_INFO, TYPE_PVR_REC_LIST_INFO, TYPE_PVR_RMDR_EVENT,
-      TYPE_PVR_FILE_INFO, TYPE_CBROWSER,  TYPE_CBROWSER_PB,    TYPE_CBROWSER_IMG,      TYPE_DLNA_DMP,
-      TYPE_DLNA_DMR,      TYPE_PUS};
+  const std::set<int> queried = decoded_types(kQuery);
   int calls = 0;
   get_handler = [&calls](UINT16, void*) { return ++calls, 0; };
   for (int type = 0; type <= 255; ++type) {
-    if (brought_later.contains(type)) continue;
     const std::string uri = made_up_uri(static_cast<UINT8>(type));
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     const int before = calls;

@@ -1,5 +1,9 @@
 #include "support.h"
 
+#include <fcntl.h>
+
+#include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +14,7 @@
 #include <unordered_set>
 
 #include "fake_platform.h"
+#include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
 #include "tv_ctrl_api/response.h"
 
@@ -21,6 +26,7 @@ namespace {
 std::optional<std::string> level_file;
 std::map<std::string, UINT8> made_up_uris;
 thread_local std::size_t calloc_size;
+std::atomic<int> opened;
 
 // State of the memory watch; `watching` is looked at by every thread, the rest only while it is true.
 bool watching;
@@ -32,6 +38,8 @@ std::unordered_set<void*>* live;
 extern "C" {
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode);
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...);
 void* __real_malloc(std::size_t size);
 void* __wrap_malloc(std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
@@ -58,6 +66,20 @@ FILE* __wrap_fopen(const char* path, const char* mode) {
   std::rewind(file);
   return file;
 }
+
+int __wrap_open(const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if (flags & O_CREAT) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
+  ++opened;
+  return __real_open(std::strcmp(path, "/dev/cli") == 0 ? "/dev/null" : path, flags, mode);
+}
+
+int opened_files() { return opened; }
 
 // --- Memory ---
 
@@ -138,6 +160,9 @@ INT32 __wrap_tv_ctrl_set(UINT16 id, void* record) {
   return set_handler(id, record);
 }
 
+INT32 routed_get(UINT16 id, void* record) { return __real_tv_ctrl_get(id, record); }
+INT32 routed_set(UINT16 id, void* record) { return __real_tv_ctrl_set(id, record); }
+
 void __wrap__Z20tv_ctrl_response_sethPK5cJSONi(UINT8 type, const cJSON* tree, INT32 status) {
   if (set_handler) set_events.push_back({SetEvent::kHook, type, status, tree != nullptr});
   __real__Z20tv_ctrl_response_sethPK5cJSONi(type, tree, status);
@@ -156,6 +181,59 @@ std::string made_up_uri(UINT8 type) {
   std::string uri = "/tv/made/up/" + std::to_string(type);
   make_up_uri(uri, type);
   return uri;
+}
+
+// --- Item types ---
+
+bool type_exists(int type) {
+  const ItemType* const item = tvc_item_type(static_cast<UINT8>(type));
+  return item && item->record_size > 0;
+}
+
+std::set<int> decoded_types(FieldUse use) {
+  std::set<int> types;
+  switch (use) {
+    case kQuery:
+      types = {TYPE_TEXT,          TYPE_INTEGER,    TYPE_TIME,      TYPE_BANNER_ITEM,    TYPE_CONFIG,
+               TYPE_LANG_STRING,   TYPE_SATL_INFO,  TYPE_LOL_INFO,  TYPE_CHANNEL_INFO,   TYPE_FAV_CHANNEL_INFO,
+               TYPE_EVENT_INFO,    TYPE_UPDATE_EPG, TYPE_INPUT_SRC, TYPE_INPUT_DEV_INFO, TYPE_PVR_REC_LIST_INFO,
+               TYPE_PVR_FILE_INFO, TYPE_CBROWSER,   TYPE_DLNA_DMP,  TYPE_PVR_RMDR_EVENT, TYPE_CBROWSER_PB,
+               TYPE_CBROWSER_IMG,  TYPE_DLNA_DMR,   TYPE_PUS};
+      break;
+    case kModify:
+      types = {TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME};
+      break;
+    case kSet:
+      types = {TYPE_OPTION_LIST,
+               TYPE_CONFIG,
+               TYPE_TUNER_SCAN,
+               TYPE_CHANNEL_INFO,
+               TYPE_CHANNEL_SELECT,
+               TYPE_EVENT_INFO,
+               TYPE_FAV_CHANNEL_INFO,
+               TYPE_ACTIVE_WINDOW_INFO,
+               TYPE_UPDATE_EPG,
+               TYPE_INPUT_SRC,
+               TYPE_PVR_REC_LIST_INFO,
+               TYPE_MULTIVIEW,
+               TYPE_PVR_RMDR_EVENT,
+               TYPE_PVR_FILE_INFO,
+               TYPE_PVR_UI_STATUS,
+               TYPE_CBROWSER,
+               TYPE_CBROWSER_PB,
+               TYPE_CBROWSER_IMG,
+               TYPE_DLNA_DMP,
+               TYPE_DLNA_DMR,
+               TYPE_PUS,
+               TYPE_HBBTV,
+               TYPE_PORTAL,
+               TYPE_CECM_CFG};
+      break;
+    default:
+      types = {TYPE_WLAN_ASSOCIATE};
+  }
+  std::erase_if(types, [](int type) { return !type_exists(type); });
+  return types;
 }
 
 // --- Log, JSON, listener entries ---

@@ -8,11 +8,13 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tv_ctrl_main.h"
+#include "tv_ctrl_util/json_field.h"
 
 // --- Log ---
 
@@ -45,9 +47,11 @@ extern std::vector<SetEvent> set_events;
 // Statuses that the hook was told, in order.
 std::vector<int> hook_statuses();
 
-// Instead of the router; empty: the plugin's own.
+// Instead of the router; empty: the plugin's own, which the functions below are.
 extern std::function<INT32(UINT16 id, void* record)> get_handler;
 extern std::function<INT32(UINT16 id, void* record)> set_handler;
+INT32 routed_get(UINT16 id, void* record);
+INT32 routed_set(UINT16 id, void* record);
 
 // Makes a URI known under an item type of the test's choice, with an identifier that no registry row has.
 inline constexpr UINT16 kMadeUpId = 0x04FF;
@@ -56,6 +60,17 @@ std::string made_up_uri(UINT8 type);  // makes "/tv/made/up/<type>" known and re
 
 // Bytes of the last calloc.
 std::size_t last_calloc_size();
+
+// How many files the plugin has opened. Its command device is the null device.
+int opened_files();
+
+// --- Item types ---
+
+// Whether the type's record is there; those of subsystems that are not built yet are not.
+bool type_exists(int type);
+
+// The types whose parameters a use decodes (kQuery, kModify, kSet, kAssociate), of those that exist.
+std::set<int> decoded_types(FieldUse use);
 
 // --- Memory failures ---
 

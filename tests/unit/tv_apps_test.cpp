@@ -16,7 +16,8 @@ constexpr UINT32 kWords = 100;
 
 VEXTVAPI_HBBTV_DATA_T message(UINT32 type, UINT32 value, const char* uri = "") {
   VEXTVAPI_HBBTV_DATA_T block{};
-  block.ui4_length = type == 4 ? 260 : 392;
+  block.ui4_length =
+      type == VEXTVAPI_HBBTV_FUNC_APPLICATION ? VEXTVAPI_HBBTV_LENGTH_APPLICATION : VEXTVAPI_HBBTV_LENGTH;
   block.ui4_func_type = type;
   block.ui4_value = value;
   std::strncpy(block.s_uri, uri, sizeof block.s_uri - 1);

@@ -4,7 +4,7 @@
 namespace {
 
 TEST(TvCi, NoModuleTunesTheSet) {
-  for (const INT32 type : {26, 27}) {
+  for (const INT32 type : {VEXTVAPI_CI_HOST_TUNE_STATUS, VEXTVAPI_CI_HOST_TUNE_BROADCAST_STATUS}) {
     INT32 values[] = {-7, -7};
     UINT32 size = 2;
     EXPECT_EQ(a_vextvapi_ci_get(type, nullptr, values, &size), 0);
@@ -29,9 +29,9 @@ TEST(TvCi, OtherQueriesHaveNoAnswer) {
 TEST(TvCi, AnswerNeedsRoom) {
   INT32 value = -7;
   UINT32 none = 0, one = 1;
-  EXPECT_LT(a_vextvapi_ci_get(26, nullptr, &value, &none), 0);
-  EXPECT_LT(a_vextvapi_ci_get(26, nullptr, &value, nullptr), 0);
-  EXPECT_LT(a_vextvapi_ci_get(26, nullptr, nullptr, &one), 0);
+  EXPECT_LT(a_vextvapi_ci_get(VEXTVAPI_CI_HOST_TUNE_STATUS, nullptr, &value, &none), 0);
+  EXPECT_LT(a_vextvapi_ci_get(VEXTVAPI_CI_HOST_TUNE_STATUS, nullptr, &value, nullptr), 0);
+  EXPECT_LT(a_vextvapi_ci_get(VEXTVAPI_CI_HOST_TUNE_STATUS, nullptr, nullptr, &one), 0);
   EXPECT_EQ(value, -7);
 }
 

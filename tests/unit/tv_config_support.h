@@ -21,7 +21,7 @@ inline constexpr const char* kLogos = "g_misc__ch_logos_status";   // a bool
 inline constexpr const char* kName = "g_misc__tv_network_name";    // a text
 inline constexpr const char* kStore = "g_misc__channel_store";     // an action
 inline constexpr const char* kChannel = "g_misc__air_channel_id";  // too large for limits of 16 bits
-inline constexpr UINT32 kLookUp = 0x07240005;
+inline constexpr UINT32 kLookUp = VEXTVAPI_CONFIG_ITEM_LOOK_UP;
 inline constexpr UINT32 kUnknownItem = 0x07FF0001;
 
 struct Row {

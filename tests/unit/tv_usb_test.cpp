@@ -121,9 +121,9 @@ TEST_F(TvUsb, TellsOfInsertingAndRemoving) {
   stick({"remove", "Küche"});
   dtv_tv_stop();
   ASSERT_EQ(heard.size(), 3u);
-  const Heard expected[] = {{1, kTag, "/dev/sda1", mount_point("sda1"), "Küche", 1, {}},
-                            {1, kTag, "/dev/sdb1", mount_point("sdb1"), "Work", 2, {}},
-                            {2, kTag, "/dev/sda1", mount_point("sda1"), "Küche", 1, {}}};
+  const Heard expected[] = {{VEXTVAPI_USB_DETECT_MOUNTED, kTag, "/dev/sda1", mount_point("sda1"), "Küche", 1, {}},
+                            {VEXTVAPI_USB_DETECT_MOUNTED, kTag, "/dev/sdb1", mount_point("sdb1"), "Work", 2, {}},
+                            {VEXTVAPI_USB_DETECT_UNMOUNTED, kTag, "/dev/sda1", mount_point("sda1"), "Küche", 1, {}}};
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(heard[i].type, expected[i].type);
     EXPECT_EQ(heard[i].tag, kTag);
@@ -306,7 +306,7 @@ TEST_F(TvUsb, ResetPullsThemAllOut) {
   EXPECT_EQ(count(), 0);
   dtv_tv_stop();
   ASSERT_EQ(heard.size(), 4u);
-  EXPECT_EQ(heard[3].type, 2);
+  EXPECT_EQ(heard[3].type, VEXTVAPI_USB_DETECT_UNMOUNTED);
 }
 
 TEST_F(TvUsb, BadCommandsSayWhatIsAllowed) {
@@ -462,7 +462,7 @@ TEST_F(TvUsb, ManyThreads) {
   INT32 mounted[5] = {};
   for (const Heard& each : heard) {  // a port is taken and let go in turn
     ASSERT_LE(each.port, 4u);
-    EXPECT_EQ(each.type, mounted[each.port] == 0 ? 1 : 2);
+    EXPECT_EQ(each.type, mounted[each.port] == 0 ? VEXTVAPI_USB_DETECT_MOUNTED : VEXTVAPI_USB_DETECT_UNMOUNTED);
     mounted[each.port] ^= 1;
   }
 }

@@ -32,24 +32,21 @@ export interface SetResult {
   calls?: TapLine[];
 }
 
-export type FieldKind =
-  | "int32"
-  | "uint8"
-  | "uint16"
-  | "uint32"
-  | "int64"
-  | "uint64"
-  | "text"
-  | "object"
-  | "constant";
+/** What a value may be: a text, or a number with its meaning. */
+export interface NamedValue {
+  value: string | number;
+  help?: string;
+}
 
 /** One JSON member of a request, a response or a notification. */
 export interface Field {
   key: string;
-  kind: FieldKind;
+  /** Of those in the list's "kinds". */
+  kind: string;
   /** Longest text in bytes. */
   limit?: number | null;
   unit?: string | null;
+  values?: NamedValue[] | null;
   help?: string | null;
   /** The text of a constant. */
   value?: string | null;
@@ -63,11 +60,32 @@ export interface UriRow {
   group: number | string;
   record: number;
   type: string;
+  /** Whether the request has an effect, or the event is raised. */
   get: boolean;
   set: boolean;
   notify: boolean;
-  /** The names that the URI's value may have, where there is a table of them. */
-  values?: string[] | null;
+  /** Requests that are accepted although nothing happens. */
+  without_effect?: ("get" | "set")[];
+  help?: string;
+  /** Of the item's value. */
+  unit?: string;
+  values?: NamedValue[];
+}
+
+/** A kind of field. Limits are decimal texts. */
+export interface Kind {
+  kind: string;
+  json: "number" | "string" | "array" | "object";
+  help: string;
+  minimum?: string;
+  maximum?: string;
+}
+
+/** What a request's "ret" means. */
+export interface ResultRow {
+  result: number;
+  name: string;
+  help: string;
 }
 
 export interface ItemType {
@@ -80,6 +98,8 @@ export interface ItemType {
 export interface ListResult {
   uris: UriRow[];
   types: Record<string, ItemType>;
+  kinds: Kind[];
+  results: ResultRow[];
 }
 
 interface Methods {

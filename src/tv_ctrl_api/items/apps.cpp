@@ -2,29 +2,43 @@
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field hbbtv_table[] = {
-    {.key = "enableHbbtv", TVC_MEMBER(T_HBBTV, is_enable), .use = kSet, .help = "1: switch HbbTV on, 0: off"},
+    {.key = "enableHbbtv",
+     TVC_MEMBER(T_HBBTV, is_enable),
+     .use = kSet,
+     .values = "0=off\0"
+               "1=on\0",
+     .help = "how HbbTV is to be switched"},
     {.key = "funcType",
      TVC_MEMBER(T_HBBTV, func_type),
      .use = kSet,
-     .help = "1: enableHbbtv, 4: the application; others are the platform's"},
+     .values = "1=switches HbbTV, by enableHbbtv\0"
+               "4=hands over the application, by appType and appUri\0",
+     .help = "what is asked for; other numbers are the platform's"},
     {.key = "appType", TVC_MEMBER(T_HBBTV, app_type), .use = kSet, .help = "kind of application"},
     {.key = "appUri", TVC_MEMBER(T_HBBTV, uri), .use = kSet, .help = "address of the application"},
 };
 constinit const std::span<const Field> hbbtv_fields = hbbtv_table;
 
-static constexpr char kModes[] = "one of:"
-#define TVC_PORTAL_MODE(name, number) " " #name
+static constexpr char kModes[] =
+#define TVC_PORTAL_MODE(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
     ;
 static constexpr char kReasons[] =
-    "one of:"
-#define TVC_PORTAL_EXIT(name, number) " " #name
+#define TVC_PORTAL_EXIT(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
-    "; any other text is another reason";
+    ;
 
 static constexpr Field portal_table[] = {
-    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet | kResponse, .help = kModes},
+    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kModes, .help = "mode to start in"},
+    {.key = "appMode",
+     TVC_MEMBER(T_PORTAL, app_mode),
+     .use = kResponse,
+     .help = "mode that it is in, YOUTUBE while the video application runs, UNKNOWN for any other"},
     {.key = "edfuUrl", TVC_MEMBER(T_PORTAL, edfu_url), .use = kSet, .help = "address that the mode EDFU opens"},
-    {.key = "exitReason", TVC_MEMBER(T_PORTAL, exit_reason), .use = kSet, .help = kReasons},
+    {.key = "exitReason",
+     TVC_MEMBER(T_PORTAL, exit_reason),
+     .use = kSet,
+     .values = kReasons,
+     .help = "why it is left; any other text is another reason"},
 };
 constinit const std::span<const Field> portal_fields = portal_table;

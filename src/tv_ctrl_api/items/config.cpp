@@ -37,9 +37,16 @@ static constexpr Field lang_string_table[] = {
 constinit const std::span<const Field> lang_string_fields = lang_string_table;
 
 static constexpr Field config_update_notify_table[] = {
-    {.key = "ID", TVC_MEMBER(T_CONFIG_NOTIFY, id), .use = kNotify, .help = "-1: a value changed"},
-    {.key = "TAG", TVC_MEMBER(T_CONFIG_NOTIFY, tag), .use = kNotify},
-    {.key = "ARG1", TVC_MEMBER(T_CONFIG_NOTIFY, arg1), .use = kNotify},
-    {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "the changed key"},
+    {.key = "ID",
+     TVC_MEMBER(T_CONFIG_NOTIFY, id),
+     .use = kNotify,
+     .values = "-1=a value changed\0",
+     .help = "kind of event; other numbers are the platform's"},
+    {.key = "TAG", TVC_MEMBER(T_CONFIG_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
+    {.key = "ARG1",
+     TVC_MEMBER(T_CONFIG_NOTIFY, arg1),
+     .use = kNotify,
+     .help = "argument of another event; 0 for a changed value"},
+    {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "key of the changed value"},
 };
 constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;

@@ -32,56 +32,70 @@ static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
 }
 
 static constexpr Field cbrowser_pb_notify_table[] = {
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type), .use = kNotify, .help = "kind of player event"},
-    {.key = "TAG", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, tag), .use = kNotify},
+    {.key = "TYPE",
+     TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type),
+     .use = kNotify,
+     .values = "19=a thumbnail was made\0",
+     .help = "kind of player event; other numbers are the platform's"},
+    {.key = "TAG", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, tag), .use = kNotify, .help = "tag given at initialisation"},
     {.key = "ARG1",
      TVC_WORD(T_CBROWSER_PB_NOTIFY, arg1),
      .use = kNotify,
      .render = render_pb_arg1,
      .help = "argument of the event; the picture's path for a thumbnail"},
-    {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify},
-    {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify},
-    {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify},
+    {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
+    {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify, .help = "third argument of the event"},
+    {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify, .help = "fourth argument of the event"},
 };
 constinit const std::span<const Field> cbrowser_pb_notify_fields = cbrowser_pb_notify_table;
 
 // What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
 // order than a response's are written.
-static constexpr const char* kMediaTypes = "1 photo, 2 music, 3 video, 4 folder, 5 playlist, 6 shop mode";
+static constexpr char kMediaTypes[] =
+    "0=none\0"
+    "1=photo\0"
+    "2=music\0"
+    "3=video\0"
+    "4=folder\0"
+    "5=playlist\0"
+    "6=shop mode\0";
 static constexpr const char* kFirstEntry = "first entry, from 0";
 static constexpr Field cbrowser_table[] = {
-    {.key = "NAME", .use = kResponse, .text = "Content Browser"},
+    {.key = "NAME", .use = kResponse, .text = "Content Browser", .help = "display name"},
     {.key = "PATH",
      TVC_MEMBER(T_CBROWSER, path),
      .use = kQuery | kSet | kResponse,
      .help = "path of a folder or a file"},
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kQuery | kSet, .help = kMediaTypes},
-    {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order"},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kQuery | kSet, .values = kMediaTypes, .help = "kind of media"},
+    {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order, in the platform's numbers"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet, .help = kFirstEntry},
     {.key = "COUNT", TVC_MEMBER(T_CBROWSER, count), .use = kQuery | kSet | kResponse, .help = "number of entries"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kResponse, .help = kFirstEntry},
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .help = kMediaTypes},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kMediaTypes, .help = "kind of media"},
     {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
 };
 constinit const std::span<const Field> cbrowser_fields = cbrowser_table;
 
 static constexpr Field dlna_dms_notify_table[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMS_NOTIFY, type), .use = kNotify, .help = "kind of server event"},
-    {.key = "TAG", TVC_MEMBER(T_DLNA_DMS_NOTIFY, tag), .use = kNotify},
-    {.key = "SERVER_NAME", TVC_MEMBER(T_DLNA_DMS_NOTIFY, server_name), .use = kNotify},
-    {.key = "DEV_ID", TVC_MEMBER(T_DLNA_DMS_NOTIFY, dev_id), .use = kNotify, .help = "server's device"},
-    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg1), .use = kNotify},
-    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg2), .use = kNotify},
+    {.key = "TAG", TVC_MEMBER(T_DLNA_DMS_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
+    {.key = "SERVER_NAME", TVC_MEMBER(T_DLNA_DMS_NOTIFY, server_name), .use = kNotify, .help = "name of the server"},
+    {.key = "DEV_ID", TVC_MEMBER(T_DLNA_DMS_NOTIFY, dev_id), .use = kNotify, .help = "number of the server's device"},
+    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg1), .use = kNotify, .help = "first argument of the event"},
+    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
 };
 constinit const std::span<const Field> dlna_dms_notify_fields = dlna_dms_notify_table;
 
 static constexpr Field dlna_dmr_notify_table[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMR_NOTIFY, type), .use = kNotify, .help = "kind of renderer event"},
-    {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify},
-    {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "what is to be played"},
-    {.key = "PROTOCOL_INFO", TVC_MEMBER(T_DLNA_DMR_NOTIFY, protocolinfo), .use = kNotify},
-    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg1), .use = kNotify},
-    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg2), .use = kNotify},
+    {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
+    {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "address of what is to be played"},
+    {.key = "PROTOCOL_INFO",
+     TVC_MEMBER(T_DLNA_DMR_NOTIFY, protocolinfo),
+     .use = kNotify,
+     .help = "how and in which format it is sent, as DLNA writes it"},
+    {.key = "ARG1", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg1), .use = kNotify, .help = "first argument of the event"},
+    {.key = "ARG2", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
 };
 constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_table;
 
@@ -95,8 +109,18 @@ static void render_pus_value(JsonText& json, const Field&, const void* record) {
 }
 
 static constexpr Field pus_notify_table[] = {
-    {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify},
-    {.key = "playCmd", TVC_MEMBER(T_PUS_NOTIFY, play_cmd), .use = kNotify, .help = "1: start"},
+    {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify, .help = "playback that the command is for"},
+    {.key = "playCmd",
+     TVC_MEMBER(T_PUS_NOTIFY, play_cmd),
+     .use = kNotify,
+     .values = "0=none\0"
+               "1=start\0"
+               "2=stop\0"
+               "3=pause\0"
+               "4=resume\0"
+               "5=prepare\0"
+               "6=seek\0",
+     .help = "command"},
     {.key = "value",
      TVC_WORD(T_PUS_NOTIFY, value),
      .use = kNotify,

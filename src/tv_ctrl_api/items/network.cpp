@@ -2,8 +2,14 @@
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field nw_notify_table[] = {
-    {.key = "TAG", TVC_WORD(T_NW_NOTIFY, tag), .use = kNotify, .help = "given at registration"},
-    {.key = "ID", TVC_MEMBER(T_NW_NOTIFY, id), .use = kNotify, .help = "network event"},
+    {.key = "TAG", TVC_WORD(T_NW_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
+    {.key = "ID",
+     TVC_MEMBER(T_NW_NOTIFY, id),
+     .use = kNotify,
+     .values = "2=the cable was pulled\0"
+               "3=an address changed\0"
+               "15=Wi-Fi was switched off\0",
+     .help = "network event"},
     {.key = "PARAM", TVC_WORD(T_NW_NOTIFY, param), .use = kNotify, .help = "parameter of the event"},
 };
 constinit const std::span<const Field> nw_notify_fields = nw_notify_table;
@@ -11,8 +17,11 @@ constinit const std::span<const Field> nw_notify_fields = nw_notify_table;
 static constexpr Field wlan_associate_table[] = {
     {.key = "BSSID", TVC_MEMBER(T_WLAN_ASSOCIATE, bssid), .use = kAssociate, .help = "address of the access point"},
     {.key = "SSID", TVC_MEMBER(T_WLAN_ASSOCIATE, ssid), .use = kAssociate | kNotify, .help = "name of the network"},
-    {.key = "CAPABILITIES", TVC_MEMBER(T_WLAN_ASSOCIATE, capabilities), .use = kAssociate},
-    {.key = "PASSWORD", TVC_MEMBER(T_WLAN_ASSOCIATE, password), .use = kAssociate},
+    {.key = "CAPABILITIES",
+     TVC_MEMBER(T_WLAN_ASSOCIATE, capabilities),
+     .use = kAssociate,
+     .help = "capabilities of the access point, as a scan reported them"},
+    {.key = "PASSWORD", TVC_MEMBER(T_WLAN_ASSOCIATE, password), .use = kAssociate, .help = "password of the network"},
 };
 constinit const std::span<const Field> wlan_associate_fields = wlan_associate_table;
 

@@ -2,8 +2,13 @@
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field usb_detect_notify_table[] = {
-    {.key = "TYPE", TVC_MEMBER(T_USB_DETECT_NOTIFY, type), .use = kNotify, .help = "kind of event"},
-    {.key = "TAG", TVC_MEMBER(T_USB_DETECT_NOTIFY, tag), .use = kNotify},
+    {.key = "TYPE",
+     TVC_MEMBER(T_USB_DETECT_NOTIFY, type),
+     .use = kNotify,
+     .values = "1=mounted\0"
+               "2=unmounted\0",
+     .help = "kind of event"},
+    {.key = "TAG", TVC_MEMBER(T_USB_DETECT_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "DEV", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.dev), .use = kNotify, .help = "device"},
     {.key = "PATH", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.path), .use = kNotify, .help = "mount point"},
     {.key = "LABEL", TVC_MEMBER(T_USB_DETECT_NOTIFY, mount_point.label), .use = kNotify, .help = "volume label"},
@@ -21,16 +26,20 @@ static constexpr Field mount_point_table[] = {
 constinit const std::span<const Field> mount_point_fields = mount_point_table;
 
 // The channel list and the guide report alike.
-#define SERVICE_LIST_EVENT_FIELDS(record)                                                  \
-  {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},      \
-      {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify}, {                           \
-    .key = "SVL_HANDLE", TVC_MEMBER(record, h_svl), .use = kNotify, .help = "service list" \
+#define SERVICE_LIST_EVENT_FIELDS(record)                                                             \
+  {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},                 \
+      {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify, .help = "tag given at registration"}, { \
+    .key = "SVL_HANDLE", TVC_MEMBER(record, h_svl), .use = kNotify, .help = "service list"            \
   }
 
-#define SERVICE_LIST_CHANGE_FIELDS(record)                                                                  \
-  SERVICE_LIST_EVENT_FIELDS(record), {.key = "CONDITIONS", TVC_MEMBER(record, conditions), .use = kNotify}, \
-      {.key = "REASON", TVC_MEMBER(record, reason), .use = kNotify}, {                                      \
-    .key = "DATA", TVC_MEMBER(record, data), .use = kNotify                                                 \
+#define SERVICE_LIST_CHANGE_FIELDS(record)                                                                          \
+  SERVICE_LIST_EVENT_FIELDS(record),                                                                                \
+      {.key = "CONDITIONS",                                                                                         \
+       TVC_MEMBER(record, conditions),                                                                              \
+       .use = kNotify,                                                                                              \
+       .help = "condition, in the platform's numbers"},                                                             \
+      {.key = "REASON", TVC_MEMBER(record, reason), .use = kNotify, .help = "reason, in the platform's numbers"}, { \
+    .key = "DATA", TVC_MEMBER(record, data), .use = kNotify, .help = "argument of the event"                        \
   }
 
 static constexpr Field channel_info_notify_table[] = {SERVICE_LIST_CHANGE_FIELDS(T_CHANNEL_LIST_NOTIFY)};
@@ -43,7 +52,15 @@ static constexpr Field active_window_time_notify_table[] = {SERVICE_LIST_EVENT_F
 constinit const std::span<const Field> active_window_time_notify_fields = active_window_time_notify_table;
 
 static constexpr Field vol_ctrl_notify_table[] = {
-    {.key = "volValue", TVC_MEMBER(T_VOL_CTRL_NOTIFY, vol_value), .use = kNotify, .help = "volume level"},
-    {.key = "muteStatus", TVC_MEMBER(T_VOL_CTRL_NOTIFY, mute_status), .use = kNotify, .help = "0: not muted"},
+    {.key = "volValue",
+     TVC_MEMBER(T_VOL_CTRL_NOTIFY, vol_value),
+     .use = kNotify,
+     .help = "volume level, on the platform's scale"},
+    {.key = "muteStatus",
+     TVC_MEMBER(T_VOL_CTRL_NOTIFY, mute_status),
+     .use = kNotify,
+     .values = "0=not muted\0"
+               "1=muted\0",
+     .help = "mute state"},
 };
 constinit const std::span<const Field> vol_ctrl_notify_fields = vol_ctrl_notify_table;

@@ -300,6 +300,16 @@ std::string text_of(const cJSON* row, const char* key) {
 
 constexpr const char* USES[] = {"get", "set", "notify"};
 
+// Whether a row takes this use, also where it has no effect: that nothing happens is behaviour, too.
+bool takes(const cJSON* row, const char* use) {
+  if (is_true(row, use)) return true;
+  const cJSON* accepted = nullptr;
+  cJSON_ArrayForEach(accepted, cJSON_GetObjectItemCaseSensitive(row, "without_effect")) {
+    if (cJSON_IsString(accepted) && std::strcmp(accepted->valuestring, use) == 0) return true;
+  }
+  return false;
+}
+
 // What no case used; nullopt, after a message, when the library does not say what there is.
 std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, const Coverage& coverage, int timeout) {
   Job job;
@@ -326,7 +336,7 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   std::set<std::string> served;  // groups
   cJSON_ArrayForEach(entry, rows) {
     for (const char* use : USES) {
-      if (is_true(entry, use)) served.insert(text_of(entry, "group"));
+      if (takes(entry, use)) served.insert(text_of(entry, "group"));
     }
   }
   cJSON_ArrayForEach(entry, rows) {
@@ -334,7 +344,7 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
     const auto is_used = [&](const char* use) { return coverage.uris.contains(use + (" " + uri)); };
     bool has_use = false;
     for (const char* use : USES) {
-      if (!is_true(entry, use)) continue;
+      if (!takes(entry, use)) continue;
       has_use = true;
       if (!is_used(use)) missing.push_back(use + (" " + uri));
     }

@@ -118,6 +118,7 @@ char* a_dtv_jsp_describe(void) {
     {"uri":"/v","id":1031,"group":"A","get":true,"set":false,"notify":true},
     {"uri":"/a","id":1032,"group":"A","get":false,"set":false,"notify":true},
     {"uri":"/idle","id":1033,"group":"A","get":false,"set":false,"notify":false},
+    {"uri":"/accepted","id":1037,"group":"A","get":false,"set":false,"notify":false,"without_effect":["get"]},
     {"uri":"/file","id":1034,"group":"A","get":false,"set":false,"notify":false},
     {"uri":"/words","id":1035,"group":"A","type":"T_SET","get":true,"set":true,"notify":false},
     {"uri":"/right","id":1036,"group":"A","type":"T_BOTH","get":true,"set":true,"notify":false}],

@@ -1,7 +1,7 @@
 import { useComputed, useSignal, type Signal } from "@preact/signals";
-import { buildParameter, describeKind, isNumber, type Built, type FormValues } from "../model/form";
+import { buildParameter, describeKind, ofUri, type Built, type FormValues } from "../model/form";
 import { isObject } from "../model/json";
-import { connection, outcomes, request } from "../model/session";
+import { connection, kindOf, outcomes, request } from "../model/session";
 import type { Field, ItemType, Json, JsonObject, UriRow } from "../rpc";
 import { Sample } from "./sample";
 
@@ -13,8 +13,8 @@ interface FormProps {
 /** A get goes plain, or as a "QUERY" once a field has been filled. */
 export function GetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
-  const fields = type?.query ?? [];
-  const built = useComputed(() => buildParameter("QUERY", fields, values.value, false));
+  const fields = (type?.query ?? []).map((field) => ofUri(field, row));
+  const built = useComputed(() => buildParameter("QUERY", fields, values.value, false, kindOf));
   const parameter = built.value.filled ? built.value.parameter : undefined;
   return (
     <RequestForm
@@ -33,10 +33,10 @@ export function GetForm({ row, type }: FormProps) {
 export function SetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
   const word = type?.set?.request ?? "";
-  const fields = type?.set?.fields ?? [];
+  const fields = (type?.set?.fields ?? []).map((field) => ofUri(field, row));
   // A "MODIFY" is nothing without its value; the members of the other words are optional.
   const required = word === "MODIFY";
-  const built = useComputed(() => buildParameter(word, fields, values.value, required));
+  const built = useComputed(() => buildParameter(word, fields, values.value, required, kindOf));
   if (!type?.set) return <p class="hint">The description of {row.type} has no set parameters.</p>;
   return (
     <RequestForm
@@ -86,7 +86,7 @@ function RequestForm({ method, label, row, fields, values, built, parameter, hin
   return (
     <form onSubmit={(event) => void submit(event)} aria-label={label}>
       {fields.length > 0 && (
-        <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} names={row.values} />
+        <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
       )}
       {hint && <p class="hint">{hint}</p>}
       <div class="actions">
@@ -115,23 +115,21 @@ interface FieldsProps {
   values: Signal<FormValues>;
   built: Built;
   current: JsonObject;
-  /** What "VALUE" may be, where there is a table of it. */
-  names?: UriRow["values"];
 }
 
-function Fields({ list, prefix, values, built, current, names }: FieldsProps) {
+function Fields({ list, prefix, values, built, current }: FieldsProps) {
   return (
     <div class="fields">
       {list.map((field) => {
         const path = prefix + field.key;
-        if (field.kind === "constant") return null;
-        if (field.kind === "object") {
+        if (field.value != null) return null;
+        if (field.fields) {
           return (
             <fieldset key={path}>
               <legend>{field.key}</legend>
               {field.help && <p class="hint">{field.help}</p>}
               <Fields
-                list={field.fields ?? []}
+                list={field.fields}
                 prefix={`${path}.`}
                 values={values}
                 built={built}
@@ -148,7 +146,6 @@ function Fields({ list, prefix, values, built, current, names }: FieldsProps) {
             values={values}
             built={built}
             now={current[field.key]}
-            names={path === "VALUE" ? names : null}
           />
         );
       })}
@@ -162,10 +159,11 @@ interface FieldInputProps {
   values: Signal<FormValues>;
   built: Built;
   now: Json | undefined;
-  names: UriRow["values"];
 }
 
-function FieldInput({ field, path, values, built, now, names }: FieldInputProps) {
+function FieldInput({ field, path, values, built, now }: FieldInputProps) {
+  const kind = kindOf(field);
+  const names = field.values;
   const typed = values.value[path] ?? "";
   const problem = built.problems.get(path);
   // An empty field needs no reproach before it has been touched.
@@ -181,7 +179,7 @@ function FieldInput({ field, path, values, built, now, names }: FieldInputProps)
         id={id}
         type="text"
         {...(names ? { list: `${id}-names` } : {})}
-        inputMode={isNumber(field.kind) ? "numeric" : "text"}
+        inputMode={kind?.json === "number" ? "numeric" : "text"}
         autocomplete="off"
         spellcheck={false}
         placeholder={typeof now === "string" || typeof now === "number" ? String(now) : ""}
@@ -192,8 +190,8 @@ function FieldInput({ field, path, values, built, now, names }: FieldInputProps)
       />
       {names && (
         <datalist id={`${id}-names`}>
-          {names.map((name) => (
-            <option key={name} value={name} />
+          {names.map(({ value, help }) => (
+            <option key={value} value={value} {...(help ? { label: `${value} ${help}` } : {})} />
           ))}
         </datalist>
       )}
@@ -203,7 +201,7 @@ function FieldInput({ field, path, values, built, now, names }: FieldInputProps)
         ) : (
           <>
             {field.help && `${field.help} · `}
-            <span class="quiet">{describeKind(field)}</span>
+            <span class="quiet">{describeKind(field, kind)}</span>
           </>
         )}
       </p>

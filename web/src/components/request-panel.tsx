@@ -48,6 +48,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
           <Breakable text={row.uri.slice(cut)} />
         </h1>
         <CopyButton text={row.uri} label="Copy the URI" />
+        {row.help && <p class="uri-help">{row.help}</p>}
         <dl class="facts">
           <div>
             <dt>Type</dt>
@@ -69,7 +70,15 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
       </div>
       {abilities.length === 0 ? (
         <p class="card not-served">
-          <b>Not served.</b> The URI is registered, but the plugin serves no request of it.
+          {row.without_effect ? (
+            <>
+              <b>Without effect.</b> The plugin accepts a {row.without_effect.join(" and a ")}, and does nothing.
+            </>
+          ) : (
+            <>
+              <b>Not served.</b> The URI is registered, but the plugin serves no request of it.
+            </>
+          )}
         </p>
       ) : (
         <div class="request-cards">
@@ -94,7 +103,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
             {chosen.value === "set" && <SetForm row={row} type={type} />}
             {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
           </section>
-          {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} />}
+          {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} row={row} />}
         </div>
       )}
     </>
@@ -135,7 +144,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
 }
 
 function Start() {
-  const served = groups.value.flatMap((group) => group.rows).filter((row) => row.get || row.set);
+  const readable = groups.value.flatMap((group) => group.rows).filter((row) => row.get);
   return (
     <div class="start">
       <h1>Talk to the television</h1>
@@ -146,11 +155,11 @@ function Start() {
       <p class="hint">
         Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
       </p>
-      {served.length > 0 && (
+      {readable.length > 0 && (
         <>
           <h2>Start with</h2>
           <ul class="start-list">
-            {served.slice(0, 6).map((row) => (
+            {readable.slice(0, 6).map((row) => (
               <li key={row.id}>
                 <a href={`#${row.uri}`}>
                   <Breakable text={row.uri} />

@@ -1,17 +1,23 @@
 import { isObject } from "../model/json";
 import { label } from "../model/labels";
-import type { Outcome } from "../model/session";
-import { meaningOf } from "../model/status";
-import { RpcError, type Field, type Json, type JsonObject } from "../rpc";
+import { ofUri } from "../model/form";
+import { meaningOf, type Outcome } from "../model/session";
+import { RpcError, type Field, type Json, type JsonObject, type UriRow } from "../rpc";
 import { CallList } from "./call-list";
 import { JsonBlock } from "./json-view";
 
-export function ResponseView({ outcome, fields }: { outcome: Outcome | undefined; fields: Field[] }) {
+interface ResponseProps {
+  outcome: Outcome | undefined;
+  fields: Field[];
+  row: UriRow;
+}
+
+export function ResponseView({ outcome, fields, row }: ResponseProps) {
   return (
     <section class="card response" aria-label={label("IDS_RESPONSE")} aria-live="polite">
       <h2>{label("IDS_RESPONSE")}</h2>
       {outcome ? (
-        <Answer key={outcome.number} outcome={outcome} fields={fields} />
+        <Answer key={outcome.number} outcome={outcome} fields={fields.map((field) => ofUri(field, row))} />
       ) : (
         <p class="empty">Nothing has been sent yet.</p>
       )}
@@ -85,6 +91,10 @@ function rowsOf(item: JsonObject, fields: Field[], prefix = "", depth = 0): Tabl
   });
 }
 
+/** What a number that the description names means. */
+const nameOf = (field: Field | undefined, value: Json | undefined): string | undefined =>
+  field?.values?.find((row) => row.value === value)?.help;
+
 function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[]; title: string }) {
   const rows = rowsOf(item, fields);
   if (rows.length === 0) return <p class="hint">The item is empty.</p>;
@@ -102,6 +112,7 @@ function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[];
                   {field?.unit && <span class="unit"> {field.unit}</span>}
                 </span>
               )}
+              {nameOf(field, value) && <span class="unit"> {nameOf(field, value)}</span>}
               {field?.help && <span class="about">{field.help}</span>}
             </td>
           </tr>

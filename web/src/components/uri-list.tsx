@@ -119,8 +119,8 @@ function GroupView({ group, words, tabStop }: { group: Group; words: string[]; t
       <ul>
         {group.rows.map((row, index) => (
           <Fragment key={row.id}>
-            {!row.served && group.rows[index - 1]?.served && (
-              <li class="not-served-line">Not served</li>
+            {row.section && index > 0 && group.rows[index - 1]?.section !== row.section && (
+              <li class="section-line">{row.section}</li>
             )}
             <RowView row={row} words={words} tabStop={tabStop} />
           </Fragment>
@@ -140,7 +140,7 @@ function RowView({ row, words, tabStop }: { row: Row; words: string[]; tabStop: 
         href={`#${row.uri}`}
         tabIndex={row.uri === tabStop ? 0 : -1}
         aria-current={selected ? "true" : undefined}
-        aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : "not served"}`}
+        aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : row.section.toLowerCase()}`}
         // The view changes also when the row was selected before, which changes no hash.
         onClick={() => (view.value = "request")}
       >

@@ -3,10 +3,15 @@ import type { UriRow } from "../rpc";
 export interface Row extends UriRow {
   /** The URI without its group's prefix. */
   tail: string;
+  /** Some request of it has an effect, or it is raised. */
   served: boolean;
+  /** Heads the rows that nothing comes of; empty for the others. */
+  section: "" | "Without effect" | "Not served";
   /** What a search looks at, in lower case. */
   haystack: string;
 }
+
+const sections = ["", "", "Without effect", "Not served"] as const;
 
 export interface Group {
   key: string;
@@ -28,8 +33,9 @@ function commonPrefix(uris: string[]): string {
   return prefix.slice(0, prefix.lastIndexOf("/") + 1);
 }
 
-// What can be asked comes before what only tells, and that before what nothing serves yet.
-const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : 2);
+// What can be asked comes before what only tells, that before what is accepted without effect, and that before what
+// nothing serves yet.
+const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : row.without_effect ? 2 : 3);
 const rankOfGroup = (group: Group): number => Math.min(...group.rows.map(rank));
 
 /** The registry by group, ranked; else the registry's own order holds. */
@@ -47,7 +53,8 @@ export function groupRows(uris: UriRow[]): Group[] {
       ...row,
       tail: row.uri.slice(prefix.length),
       served: rank(row) < 2,
-      haystack: `${row.uri} ${row.type} ${hexId(row.id)}`.toLowerCase(),
+      section: sections[rank(row)] ?? "",
+      haystack: `${row.uri} ${row.type} ${hexId(row.id)} ${row.help ?? ""}`.toLowerCase(),
     }));
     return { key, prefix, rows: rows.sort((a, b) => rank(a) - rank(b)), served: rows.some((row) => row.served) };
   });

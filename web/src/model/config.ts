@@ -1,7 +1,6 @@
 import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals";
 import { isForbidden, RpcError, type Json, type JsonObject } from "../rpc";
-import { getItem, RefusedError, setItem, television, textOf } from "./session";
-import { meaningOf } from "./status";
+import { getItem, meaningOf, RefusedError, setItem, television, textOf } from "./session";
 
 /**
  * The television's configuration. The virtual television lists it; of another one the keys have to be named, and what

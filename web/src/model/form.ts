@@ -1,4 +1,8 @@
-import type { Field, FieldKind, Json, JsonObject } from "../rpc";
+import type { Field, Json, JsonObject, Kind, UriRow } from "../rpc";
+
+/** A field of a URI's item: its value has the URI's own unit and named values where the type has none. */
+export const ofUri = (field: Field, row: UriRow): Field =>
+  field.key === "VALUE" ? { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null } : field;
 
 /** What was typed, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
@@ -16,41 +20,33 @@ export interface Built {
   problems: Map<string, Problem>;
 }
 
-const numberLimits: Partial<Record<FieldKind, readonly [bigint, bigint]>> = {
-  int32: [-(2n ** 31n), 2n ** 31n - 1n],
-  uint8: [0n, 2n ** 8n - 1n],
-  uint16: [0n, 2n ** 16n - 1n],
-  uint32: [0n, 2n ** 32n - 1n],
-  int64: [-(2n ** 63n), 2n ** 63n - 1n],
-  uint64: [0n, 2n ** 64n - 1n],
-};
+/** The description of a field's kind; undefined for a kind that is not described. */
+export type KindOf = (field: Field) => Kind | undefined;
 
 const maxSafe = BigInt(Number.MAX_SAFE_INTEGER);
 const bytesOf = (text: string): number => new TextEncoder().encode(text).length;
 
-export const isNumber = (kind: FieldKind): boolean => numberLimits[kind] !== undefined;
-
 /** "int32 · −2147483648 to 2147483647", "text · at most 1023 bytes" */
-export function describeKind(field: Field): string {
-  const limits = numberLimits[field.kind];
+export function describeKind(field: Field, kind: Kind | undefined): string {
   const parts: string[] = [field.kind];
-  if (limits) {
-    const narrow = limits[1] <= 2n ** 32n;
-    if (narrow) parts.push(`${limits[0]} to ${limits[1]}`.replace("-", "−"));
-  } else if (field.kind === "text" && field.limit) {
+  const { minimum, maximum } = kind ?? {};
+  // The limits of 64 bits say nothing to a reader.
+  if (minimum !== undefined && maximum !== undefined) {
+    if (maximum.length <= 10) parts.push(`${minimum} to ${maximum}`.replace("-", "−"));
+  } else if (field.limit) {
     parts.push(`at most ${field.limit} bytes`);
   }
   return parts.join(" · ");
 }
 
-function readNumber(field: Field, typed: string): { value: Json } | Problem {
-  const limits = numberLimits[field.kind];
-  if (!limits || !/^([+-]?\d+|0x[0-9a-f]+)$/i.test(typed)) {
+function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Problem {
+  if (!/^([+-]?\d+|0x[0-9a-f]+)$/i.test(typed)) {
     return { level: "bad", text: "A whole number is needed, decimal or 0x…" };
   }
   const value = BigInt(typed.startsWith("+") ? typed.slice(1) : typed);
-  if (value < limits[0] || value > limits[1]) {
-    return { level: "bad", text: `Outside ${limits[0]} to ${limits[1]}` };
+  const { minimum, maximum } = kind ?? {};
+  if (minimum !== undefined && maximum !== undefined && (value < BigInt(minimum) || value > BigInt(maximum))) {
+    return { level: "bad", text: `Outside ${minimum} to ${maximum}` };
   }
   // A double cannot hold it; the decoders of 64-bit numbers read texts as well.
   if (value > maxSafe || value < -maxSafe) return { value: value.toString() };
@@ -61,7 +57,13 @@ function readNumber(field: Field, typed: string): { value: Json } | Problem {
  * Makes the "PARAMETER" object from what was typed. A field that was left empty is not sent, unless every field is
  * required.
  */
-export function buildParameter(request: string, fields: Field[], values: FormValues, required: boolean): Built {
+export function buildParameter(
+  request: string,
+  fields: Field[],
+  values: FormValues,
+  required: boolean,
+  kindOf: KindOf,
+): Built {
   const problems = new Map<string, Problem>();
 
   function members(list: Field[], prefix: string): JsonObject {
@@ -69,12 +71,12 @@ export function buildParameter(request: string, fields: Field[], values: FormVal
     for (const field of list) {
       const path = prefix + field.key;
       const typed = values[path] ?? "";
-      if (field.kind === "object") {
-        const inner = members(field.fields ?? [], `${path}.`);
+      if (field.fields) {
+        const inner = members(field.fields, `${path}.`);
         if (Object.keys(inner).length > 0) ret[field.key] = inner;
-      } else if (field.kind === "constant") {
-        if (field.value != null) ret[field.key] = field.value;
-      } else if (field.kind === "text") {
+      } else if (field.value != null) {
+        ret[field.key] = field.value;
+      } else if (kindOf(field)?.json === "string") {
         if (typed === "" && !required) continue;
         ret[field.key] = typed;
         const bytes = bytesOf(typed);
@@ -84,7 +86,7 @@ export function buildParameter(request: string, fields: Field[], values: FormVal
       } else if (typed.trim() === "") {
         if (required) problems.set(path, { level: "bad", text: "A number is needed" });
       } else {
-        const read = readNumber(field, typed.trim());
+        const read = readNumber(kindOf(field), typed.trim());
         if ("level" in read) problems.set(path, read);
         else ret[field.key] = read.value;
       }

@@ -1,7 +1,6 @@
 import { computed, signal } from "@preact/signals";
-import { list, RefusedError, setItem, textOf } from "./session";
+import { list, meaningOf, RefusedError, setItem, textOf } from "./session";
 import type { LabelId } from "./labels";
-import { meaningOf } from "./status";
 
 /** The remote control: which keys there are, the plugin tells; where they stand is decided here. */
 
@@ -38,7 +37,7 @@ export interface KeyGroup {
 
 /** The keys that the plugin tells, by their places; null where it tells none. */
 export const keyGroups = computed((): KeyGroup[] | null => {
-  const names = list.value?.uris.find((row) => row.uri === keyUri)?.values;
+  const names = list.value?.uris.find((row) => row.uri === keyUri)?.values?.map(({ value }) => String(value));
   if (!names) return null;
   const placed = places.map(({ id, title, keys }) => ({
     id,

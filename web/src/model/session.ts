@@ -3,9 +3,11 @@ import {
   createClient,
   isForbidden,
   type ConnectionState,
+  type Field,
   type GetResult,
   type Json,
   type JsonObject,
+  type Kind,
   type ListResult,
   type SetResult,
   type TapLine,
@@ -13,7 +15,6 @@ import {
 import { groupRows } from "./catalogue";
 import { itemsOf } from "./json";
 import { createLog } from "./log";
-import { meaningOf } from "./status";
 import { addressHasToken, dropToken, token } from "./token";
 import { createVolume, type VolumeState } from "./volume";
 
@@ -154,6 +155,14 @@ export function show(next: View) {
 
 // A URI may stand in the registry twice; look-ups find the first row.
 export const selectedRow = computed(() => list.value?.uris.find((row) => row.uri === selectedUri.value) ?? null);
+/** The description of a field's kind. */
+const kinds = computed(() => new Map(list.value?.kinds.map((row) => [row.kind, row])));
+export const kindOf = (field: Field): Kind | undefined => kinds.value.get(field.kind);
+
+/** What a request's "ret" means; a result that the plugin does not list is the platform's own. */
+export const meaningOf = (ret: number): string =>
+  list.value?.results.find((row) => row.result === ret)?.help ?? "a result of the platform's own";
+
 export const selectedType = computed(() => (selectedRow.value && list.value?.types[selectedRow.value.type]) || null);
 
 // ---- requests

@@ -1,0 +1,196 @@
+// The functions that walk a handler's rows, with made-up handlers; and the rows of the handlers that there are.
+#include "tvctl_common/handler.h"
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "support.h"
+#include "tv_ctrl_main/dispatch.h"
+
+namespace {
+
+// The requests that functions of made-up rows received, as "operation key name".
+std::vector<std::string> received;
+
+INT32 receive(const RecordRequest& request) {
+  received.push_back(std::string(request.operation) + " " + request.key + " " + request.name);
+  return request.content ? request.id : 77;
+}
+
+// Records of the miscellaneous group: a text, an action, an integer, a portal, and a text whose row has another type.
+constexpr RecordRow rows[] = {
+    {.record = TV_CTRL_RECID_PASSWORD,
+     .type = TYPE_TEXT,
+     .get = receive,
+     .set = receive,
+     .get_operation = "read",
+     .set_operation = "write",
+     .key = "g_key",
+     .name = "Name",
+     .help = "Help.",
+     .unit = "s",
+     .values = "A\0"
+               "B\0"},
+    {.record = TV_CTRL_RECID_CLEAN_ALL, .type = TYPE_ACTION, .set = receive, .set_operation = "act"},
+    {.record = TV_CTRL_RECID_OCL_STATUS, .type = TYPE_INTEGER, .get = receive},
+    {.record = TV_CTRL_RECID_EXIT_PORTAL, .type = TYPE_PORTAL, .set_answer = VEXTVCTRLR_NOT_IMPLEMENT},
+    {.record = TV_CTRL_RECID_START_NATIVE_APP, .type = TYPE_VALUE, .get = receive, .set = receive},
+};
+constexpr Handler handler = {
+    .group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>(), .get_default = -1, .set_default = -6};
+
+constexpr UINT16 misc(int record) { return tvc_id(TV_CTRL_GRPID_MISC, record); }
+constexpr UINT16 kText = misc(TV_CTRL_RECID_PASSWORD);
+constexpr UINT16 kAction = misc(TV_CTRL_RECID_CLEAN_ALL);
+constexpr UINT16 kInteger = misc(TV_CTRL_RECID_OCL_STATUS);
+constexpr UINT16 kPortal = misc(TV_CTRL_RECID_EXIT_PORTAL);
+constexpr UINT16 kOtherType = misc(TV_CTRL_RECID_START_NATIVE_APP);
+constexpr UINT16 kWithoutRow = misc(TV_CTRL_RECID_JUMP_EBANNER);
+constexpr UINT16 kUnknown = misc(200);
+constexpr UINT16 kOtherGroup = tvc_id(TV_CTRL_GRPID_CONFIG, TV_CTRL_RECID_PASSWORD);
+
+class HandlerRows : public testing::Test {
+ protected:
+  void SetUp() override { received.clear(); }
+  char content_[sizeof(T_CBROWSER)] = {};
+};
+
+TEST_F(HandlerRows, ARowsFunctionReceivesItsTexts) {
+  EXPECT_EQ(tvc_handle_get(handler, kText, content_), kText);
+  EXPECT_EQ(tvc_handle_set(handler, kText, content_), kText);
+  EXPECT_EQ(tvc_handle_get(handler, kInteger, content_), kInteger);
+  EXPECT_EQ(received, (std::vector<std::string>{"read g_key Name", "write g_key Name", "  "}));
+}
+
+TEST_F(HandlerRows, TextsOfARowAreKept) {
+  const StoredRecord* const row = tvc_find_record(handler, kText);
+  ASSERT_NE(row, nullptr);
+  const char* const texts = handler.records.texts;
+  EXPECT_STREQ(texts + row->help, "Help.");
+  EXPECT_STREQ(texts + row->unit, "s");
+  EXPECT_EQ(std::string(texts + row->values, 5), std::string("A\0B\0", 5));
+  EXPECT_STREQ(texts + tvc_find_record(handler, kAction)->values, "");
+  EXPECT_EQ(tvc_find_record(handler, kWithoutRow), nullptr);
+}
+
+TEST_F(HandlerRows, WhatNoFunctionServesGetsTheDefaultAnswer) {
+  for (const UINT16 id : {kAction, kPortal, kWithoutRow, kUnknown})
+    EXPECT_EQ(tvc_handle_get(handler, id, content_), handler.get_default) << id;
+  for (const UINT16 id : {kInteger, kWithoutRow, kUnknown})
+    EXPECT_EQ(tvc_handle_set(handler, id, content_), handler.set_default) << id;
+  EXPECT_EQ(tvc_handle_set(handler, kPortal, content_), VEXTVCTRLR_NOT_IMPLEMENT) << "the row's own answer";
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(HandlerRows, AnotherGroupAndAnotherTypeAreRefused) {
+  for (const UINT16 id : {kOtherGroup, kOtherType, UINT16{0}}) {
+    EXPECT_EQ(tvc_handle_get(handler, id, content_), -2) << id;
+    EXPECT_EQ(tvc_handle_set(handler, id, content_), -2) << id;
+  }
+  EXPECT_EQ(tvc_handle_set(handler, kOtherGroup, nullptr), -2);
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(HandlerRows, AGetNeedsARecord) {
+  for (const UINT16 id : {kText, kAction, kWithoutRow, kUnknown, kOtherGroup})
+    EXPECT_EQ(tvc_handle_get(handler, id, nullptr), -2) << id;
+  EXPECT_TRUE(received.empty());
+}
+
+TEST_F(HandlerRows, ASetNeedsARecordAsTheHandlerSays) {
+  struct Answers {
+    INT32 text, action, integer, portal, without_row, unknown;
+  };
+  const auto expect = [](WithoutRecord rule, const Answers& answers) {
+    Handler ruled = handler;
+    ruled.set_without_record = rule;
+    EXPECT_EQ(tvc_handle_set(ruled, kText, nullptr), answers.text);
+    EXPECT_EQ(tvc_handle_set(ruled, kAction, nullptr), answers.action);
+    EXPECT_EQ(tvc_handle_set(ruled, kInteger, nullptr), answers.integer);
+    EXPECT_EQ(tvc_handle_set(ruled, kPortal, nullptr), answers.portal);
+    EXPECT_EQ(tvc_handle_set(ruled, kWithoutRow, nullptr), answers.without_row);
+    EXPECT_EQ(tvc_handle_set(ruled, kUnknown, nullptr), answers.unknown);
+  };
+  expect(WithoutRecord::kAsRow, {-2, 77, -6, -3, -6, -6});
+  EXPECT_EQ(received, std::vector<std::string>{"act  "});
+  expect(WithoutRecord::kRefused, {-2, -2, -2, -2, -2, -2});
+  EXPECT_EQ(received.size(), 1u);
+  expect(WithoutRecord::kRefusedUnlessAction, {-2, 77, -2, -2, -2, -2});
+  EXPECT_EQ(received.size(), 2u);
+}
+
+TEST_F(HandlerRows, EffectsAreWhatTheFunctionsComeTo) {
+  EXPECT_EQ(tvc_get_effect(handler, kText), Effect::kServed);
+  EXPECT_EQ(tvc_get_effect(handler, kAction), Effect::kRefused);
+  EXPECT_EQ(tvc_set_effect(handler, kText, true), Effect::kServed);
+  EXPECT_EQ(tvc_set_effect(handler, kAction, false), Effect::kServed);
+  EXPECT_EQ(tvc_set_effect(handler, kPortal, true), Effect::kRefused);
+  EXPECT_EQ(tvc_set_effect(handler, kWithoutRow, true), Effect::kRefused);
+  Handler accepting = handler;
+  accepting.get_default = accepting.set_default = VEXTVCTRLR_OK;
+  EXPECT_EQ(tvc_get_effect(accepting, kAction), Effect::kAccepted);
+  EXPECT_EQ(tvc_set_effect(accepting, kPortal, true), Effect::kRefused);
+  EXPECT_EQ(tvc_set_effect(accepting, kWithoutRow, true), Effect::kAccepted);
+  accepting.set_without_record = WithoutRecord::kRefused;
+  EXPECT_EQ(tvc_set_effect(accepting, kAction, false), Effect::kRefused);
+}
+
+TEST_F(HandlerRows, AGetIsFramedWhereTheHandlerSaysSo) {
+  Handler framed = handler;
+  framed.framed_get = "some_get";
+  const auto lines_of = [&](UINT16 id, void* content) {
+    testing::internal::CaptureStderr();
+    tvc_handle_get(framed, id, content);
+    const std::string text = testing::internal::GetCapturedStderr();
+    return std::count(text.begin(), text.end(), '\n');
+  };
+  EXPECT_EQ(lines_of(kText, content_), 2);
+  EXPECT_EQ(lines_of(kUnknown, content_), 2);
+  EXPECT_EQ(lines_of(kText, nullptr), 0);
+  EXPECT_EQ(lines_of(kOtherGroup, content_), 0);
+}
+
+// --- The handlers that there are ---
+
+std::vector<const Handler*> handlers() {
+  std::vector<const Handler*> all;
+  for (int group = -1; group <= 256; ++group)
+    if (const Handler* const each = tvc_handler(group)) all.push_back(each);
+  EXPECT_FALSE(all.empty());
+  return all;
+}
+
+TEST(Handlers, AHandlerServesTheGroupOfItsRoute) {
+  for (int group = -1; group <= 256; ++group)
+    if (const Handler* const each = tvc_handler(group)) EXPECT_EQ(each->group, group);
+}
+
+// A row of a record that has no URI, or of another type than its URI, would never be reached.
+TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
+  for (const Handler* const each : handlers()) {
+    std::set<UINT8> records;
+    for (const StoredRecord& row : each->records.rows) {
+      const UINT16 id = tvc_id(each->group, row.record);
+      EXPECT_TRUE(records.insert(row.record).second) << id << " has two rows";
+      EXPECT_EQ(tv_ctrl_get_type_by_id(id), row.type) << id;
+      EXPECT_STRNE(each->records.texts + row.help, "") << id;
+    }
+    EXPECT_FALSE(records.empty());
+  }
+}
+
+// A failure is logged under a name of its own.
+TEST(Handlers, OperationsAreNamedOnce) {
+  std::set<std::string> names;
+  for (const Handler* const each : handlers()) {
+    const char* const texts = each->records.texts;
+    for (const StoredRecord& row : each->records.rows)
+      for (const TextOffset name : {row.get_operation, row.set_operation})
+        if (name) EXPECT_TRUE(names.insert(texts + name).second) << texts + name;
+  }
+  EXPECT_TRUE(names.contains("_tvc_misc_set_password"));
+}
+
+}  // namespace

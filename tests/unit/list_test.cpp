@@ -1,0 +1,208 @@
+// The list of URIs against what requests do: each get and set that it tells of, and each event, on an observed
+// platform.
+#include <algorithm>
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "description.h"
+#include "fake_platform.h"
+#include "support.h"
+
+namespace {
+
+// What one request came to.
+struct Observed {
+  INT32 ret = 0;
+  bool effect = false;  // a platform function was called, a file opened, or a field filled
+};
+
+// The first value that the description names, else a made-up one.
+cJSON* value_of(const cJSON* field, const cJSON* values) {
+  if (!values) values = member(field, "values");
+  if (values) return cJSON_Duplicate(member(values->child, "value"), 1);
+  return text_of(field, "kind") == "text" ? cJSON_CreateString("x") : cJSON_CreateNumber(1);
+}
+
+cJSON* object_of(const cJSON* fields, const cJSON* values) {
+  cJSON* const object = cJSON_CreateObject();
+  for (const cJSON* const field : elements_of(fields)) {
+    const std::string key = text_of(field, "key");
+    cJSON* const value = text_of(field, "kind") == "object" ? object_of(member(field, "fields"), nullptr)
+                                                            : value_of(field, key == "VALUE" ? values : nullptr);
+    cJSON_AddItemToObject(object, key.c_str(), value);
+  }
+  return object;
+}
+
+// The text of a request that fills every field; `values` are those of "VALUE", null: none are known.
+std::string request_text(const std::string& word, const cJSON* fields, const cJSON* values) {
+  const Json root(cJSON_CreateObject(), cJSON_Delete);
+  cJSON* const parameter = object_of(fields, values);
+  cJSON_AddStringToObject(parameter, "REQUEST", word.c_str());
+  cJSON_AddItemToObject(root.get(), "PARAMETER", parameter);
+  return print_json(root.get());
+}
+
+class List : public DescribedTest {
+ protected:
+  void SetUp() override {
+    DescribedTest::SetUp();
+    INT32 size = 0;
+    std::free(tv_ctrl_malloc_content_max(&size));
+    const auto observed = [this, size](INT32 (*route)(UINT16, void*), UINT16 id, void* record) {
+      const auto* const bytes = static_cast<const char*>(record);
+      const std::string before = record ? std::string(bytes, static_cast<std::size_t>(size)) : "";
+      const INT32 ret = route(id, record);
+      filled_ = record && std::memcmp(before.data(), bytes, before.size()) != 0;
+      return ret;
+    };
+    get_handler = [observed](UINT16 id, void* record) { return observed(routed_get, id, record); };
+    set_handler = [observed](UINT16 id, void* record) { return observed(routed_set, id, record); };
+  }
+
+  template <typename Request>
+  Observed observe(const Request& request) {
+    platform_reset();
+    platform_answer("a_vextvapi_cb_usb_detect_init", 1);  // a handle
+    const int files = opened_files();
+    filled_ = false;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    Observed observed{.ret = request()};
+    testing::internal::GetCapturedStderr();
+    testing::internal::GetCapturedStdout();
+    observed.effect = filled_ || !platform_calls().empty() || opened_files() != files;
+    return observed;
+  }
+
+  // A get without parameters, and one that asks for everything.
+  std::vector<Observed> gets(const cJSON* row) {
+    const std::string uri = text_of(row, "uri");
+    char response[DTV_JSP_RESPONSE_MAX + 1] = {};
+    std::vector<Observed> all = {observe([&] { return a_dtv_jsp_get(uri.c_str(), nullptr, response); })};
+    const cJSON* const query = member(type_of(row), "query");
+    if (!cJSON_IsArray(query)) return all;
+    const std::string text = request_text("QUERY", query, member(row, "values"));
+    all.push_back(observe([&] { return a_dtv_jsp_get(uri.c_str(), text.c_str(), response); }));
+    return all;
+  }
+
+  // The set that the type describes, else one with each word.
+  std::vector<Observed> sets(const cJSON* row) {
+    const std::string uri = text_of(row, "uri");
+    const cJSON* const set = member(type_of(row), "set");
+    std::vector<std::string> words = {"ACTION", "MODIFY", "SET", "ASSOCIATE"};
+    if (cJSON_IsObject(set)) words = {text_of(set, "request")};
+    std::vector<Observed> all;
+    for (const std::string& word : words) {
+      const std::string text = request_text(word, member(set, "fields"), member(row, "values"));
+      all.push_back(observe([&] { return a_dtv_jsp_set(uri.c_str(), text.c_str()); }));
+    }
+    return all;
+  }
+
+  void expect_as_listed(const cJSON* row, const char* use, const std::vector<Observed>& requests) {
+    const std::string what = std::string(use) + " " + text_of(row, "uri");
+    const bool accepted = std::ranges::any_of(elements_of(member(row, "without_effect")), [use](const cJSON* listed) {
+      return std::strcmp(cJSON_GetStringValue(listed), use) == 0;
+    });
+    EXPECT_FALSE(accepted && is_true(row, use)) << what;
+    if (std::ranges::any_of(requests, &Observed::effect)) had_effect_.insert(what);
+    if (is_true(row, use)) {
+      listed_.insert(what);
+      return;
+    }
+    for (const Observed& request : requests) EXPECT_FALSE(request.effect) << what << " is not listed";
+    if (accepted)
+      EXPECT_EQ(requests.front().ret, 0) << what;
+    else if (cJSON_IsObject(member(type_of(row), use)) || std::strcmp(use, "get") == 0)
+      EXPECT_LT(requests.front().ret, 0) << what;
+  }
+
+  const cJSON* type_of(const cJSON* row) const {
+    return member(member(root_.get(), "types"), text_of(row, "type").c_str());
+  }
+
+  std::set<std::string> listed_;      // "get /tv/..." that the description lists
+  std::set<std::string> had_effect_;  // those that had an effect in some state of the set
+
+ private:
+  bool filled_ = false;
+};
+
+// USB detection either runs or not: its start has an effect in the one state, its stop and its lists in the other.
+TEST_F(List, GetsAndSetsAreListedWhereTheyHaveAnEffect) {
+  for (const char* const detection : {"/tv/menu/misc/usb_detect_deinit", "/tv/menu/misc/usb_detect_init"}) {
+    for (const cJSON* const row : uris_) {
+      observe([&] { return a_dtv_jsp_set(detection, R"({"PARAMETER":{"REQUEST":"ACTION"}})"); });
+      expect_as_listed(row, "get", gets(row));
+      expect_as_listed(row, "set", sets(row));
+    }
+  }
+  EXPECT_EQ(listed_, had_effect_);
+}
+
+TEST_F(List, EventsAreListedWhereSomeHandlerRaisesThem) {
+  observe([] { return tvc_ctrl_cec_detect_init(); });
+  observe([] { return a_dtv_jsp_set("/tv/menu/misc/usb_detect_init", R"({"PARAMETER":{"REQUEST":"ACTION"}})"); });
+  std::set<std::string> listed, raised;
+  for (const cJSON* const row : uris_) {
+    a_dtv_jsp_add_listener_buffer(text_of(row, "uri").c_str());
+    if (is_true(row, "notify")) listed.insert(text_of(row, "uri"));
+  }
+  observe([] { return platform_raise_all(), 0; });
+  for (const cJSON* const row : uris_)
+    if (const std::string uri = text_of(row, "uri"); !fetch(uri).value_or("").empty()) raised.insert(uri);
+  EXPECT_EQ(raised, listed);
+  EXPECT_TRUE(raised.contains("/tv/ws/notify/volume_ctrl"));
+}
+
+// What an application can do with a URI, a person can read of.
+TEST_F(List, WhatIsListedHasASentenceOfHelp) {
+  for (const cJSON* const row : uris_) {
+    const std::string uri = text_of(row, "uri");
+    const std::string help = member(row, "help") ? text_of(row, "help") : "";
+    const bool good_for_something =
+        is_true(row, "get") || is_true(row, "set") || is_true(row, "notify") || member(row, "without_effect");
+    EXPECT_TRUE(!good_for_something || !help.empty()) << uri;
+    if (help.empty()) continue;
+    EXPECT_TRUE(help.front() >= 'A' && help.front() <= 'Z') << uri << ": " << help;
+    EXPECT_TRUE(help.ends_with(".")) << uri << ": " << help;
+  }
+}
+
+// Some that are known, so that a list of nothing is found.
+TEST_F(List, SaysWhatAUriIsGoodFor) {
+  struct Use {
+    bool get, set, notify;
+    std::string without_effect;
+    bool operator==(const Use&) const = default;
+  };
+  const auto use_of = [this](const std::string& uri) -> Use {
+    for (const cJSON* const row : uris_) {
+      if (text_of(row, "uri") != uri) continue;
+      const cJSON* const accepted = member(row, "without_effect");
+      return {is_true(row, "get"), is_true(row, "set"), is_true(row, "notify"), accepted ? print_json(accepted) : ""};
+    }
+    return {};
+  };
+  EXPECT_EQ(use_of("/tv/cast/volume/volume"), (Use{true, true, false, ""}));
+  EXPECT_EQ(use_of("/tv/cast/volume/volume_increase"), (Use{false, false, false, ""})) << "an action brings no record";
+  EXPECT_EQ(use_of("/tv/ws/notify/volume_ctrl"), (Use{false, false, true, ""}));
+  EXPECT_EQ(use_of("/tv/ws/notify/tuner_scan"), (Use{false, false, false, ""})) << "nothing raises it";
+  EXPECT_EQ(use_of("/tv/config/value_number"), (Use{true, true, false, ""}));
+  EXPECT_EQ(use_of("/tv/config/value_action"), (Use{false, true, false, R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/config/value_range"), (Use{true, false, false, R"(["set"])"}));
+  EXPECT_EQ(use_of("/tv/config/language_string"), (Use{true, false, false, ""})) << "no word sets its type";
+  EXPECT_EQ(use_of("/tv/key/irrc"), (Use{false, true, false, ""}));
+  EXPECT_EQ(use_of("/tv/key/keyboard"), (Use{false, false, false, ""}));
+  EXPECT_EQ(use_of("/tv/menu/common_setting/blue_mute"), (Use{false, false, false, R"(["get","set"])"}));
+  EXPECT_EQ(use_of("/tv/menu/common_setting/ip_setting"), (Use{false, false, false, R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/menu/misc/clean_all"), (Use{false, true, false, R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/menu/video/3d_item"), (Use{false, false, false, ""}));
+  EXPECT_EQ(use_of("/tv/menu/tuner/scan"), (Use{false, false, false, ""}));
+}
+
+}  // namespace
