@@ -1,143 +1,35 @@
 #include "runner/expand.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 #include "runner/raw_json.h"
 #include "runner/substitute.h"
 #include "runner/symbols.h"
+#include "runner/table.h"
 
 namespace runner {
 namespace {
 
-constexpr std::size_t LONGEST_ROW_SHOWN = 100;  // bytes
+constexpr std::size_t MOST_TIMES = 1000000;
 
-struct Table {
-  std::vector<std::string_view> columns;
-  std::vector<std::vector<std::string_view>> rows;  // values as written
-};
-
-// A table of the file's "tables".
-struct SharedTable {
-  std::string_view name;
-  Table table;
-  bool is_used = false;
-  std::set<std::string_view> used_columns;
-};
-
-// The place in a file that is being expanded.
+// What is being expanded.
 struct Place {
-  std::vector<SharedTable>& tables;
-  Scope scope;
-  std::string row;  // the rows that the names have their values of, for messages
+  Scope scope;      // begins with the names of the file's "repeat"
+  std::string row;  // the rows of the tables around, for messages
   std::string error;
 };
 
 std::string in_quotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
-bool is_column_name(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
-  });
-}
-
-// "a, b" as its names.
-std::vector<std::string_view> split_names(std::string_view text) {
-  std::vector<std::string_view> names;
-  for (bool more = true; more;) {
-    const std::size_t comma = text.find(',');
-    std::string_view name = text.substr(0, comma);
-    more = comma != std::string_view::npos;
-    if (more) text.remove_prefix(comma + 1);
-    name.remove_prefix(std::min(name.find_first_not_of(' '), name.size()));
-    names.push_back(name.substr(0, name.find_last_not_of(' ') + 1));
-  }
-  return names;
-}
-
-// {"column, column": [row, ...]}: a row is an array of the columns' values, or, of a single column, its value.
-bool read_table(std::string_view json, Table& ret_table, std::string& ret_error) {
-  const auto members = raw_children(json);
-  if (!raw_is_object(json) || members.size() != 1 || !raw_is_array(members[0].second)) {
-    ret_error = R"(a table is {"column, column": [row, ...]})";
-    return false;
-  }
-  Table table{.columns = split_names(members[0].first), .rows = {}};
-  for (const std::string_view name : table.columns) {
-    if (!is_column_name(name)) {
-      ret_error = "the column " + in_quotes(name) + " must have a name of small letters, digits and _";
-      return false;
-    }
-  }
-  for (const auto& [key, row] : raw_children(members[0].second)) {
-    std::vector<std::string_view>& values = table.rows.emplace_back();
-    if (table.columns.size() == 1) {
-      values.push_back(row);
-      continue;
-    }
-    const auto elements = raw_children(row);
-    if (!raw_is_array(row) || elements.size() != table.columns.size()) {
-      const std::string count = std::to_string(elements.size()) + (elements.size() == 1 ? " value" : " values");
-      ret_error = "row " + std::to_string(table.rows.size()) + (raw_is_array(row) ? " has " + count : " is no array") +
-                  "; the columns " + in_quotes(members[0].first) + " need " + std::to_string(table.columns.size());
-      return false;
-    }
-    for (const auto& [no_key, value] : elements) values.push_back(value);
-  }
-  if (table.rows.empty()) {
-    ret_error = "a table must have rows";
-    return false;
-  }
-  ret_table = std::move(table);
-  return true;
-}
-
-std::string show_row(const Table& table, std::size_t row) {
-  std::string text;
-  for (const std::string_view value : table.rows[row]) text += (text.empty() ? "" : ", ") + raw_minified(value);
-  if (text.size() > LONGEST_ROW_SHOWN) text = text.substr(0, LONGEST_ROW_SHOWN) + "...";
-  return "row " + std::to_string(row + 1) + ": " + text;
-}
-
-// Reads "each": a table, or the name of one of the file's tables, which ret_shared is then.
-bool read_each(std::string_view each, Place& place, Table& ret_table, SharedTable*& ret_shared) {
-  if (!raw_is_text(each)) {
-    if (read_table(each, ret_table, place.error)) return true;
-    place.error = "\"each\": " + place.error;
-    return false;
-  }
-  const std::string_view name = raw_content(each);
-  for (SharedTable& shared : place.tables) {
-    if (shared.name != name) continue;
-    shared.is_used = true;
-    ret_table = shared.table;
-    ret_shared = &shared;
-    return true;
-  }
-  place.error = "\"each\": the file has no table " + in_quotes(name);
-  std::vector<std::string_view> names;
-  for (const SharedTable& shared : place.tables) names.push_back(shared.name);
-  if (!names.empty()) place.error += "; the nearest is " + in_quotes(nearest_name(name, names));
-  return false;
-}
-
-bool add_name(const Name& name, Place& place) {
-  for (const Name& known : place.scope) {
-    if (known.name != name.name) continue;
-    place.error = in_quotes(name.name) + " is the name of two columns or repetitions";
-    return false;
-  }
-  place.scope.push_back(name);
-  return true;
-}
-
 bool is_table_member(std::string_view key) { return key == "each" || key == "repeat"; }
 
-bool has_table(std::string_view object) {
-  const auto members = raw_children(object);
-  return raw_is_object(object) &&
-         std::any_of(members.begin(), members.end(), [](const auto& member) { return is_table_member(member.first); });
+// Whether an element of "steps" stands for more than one step, or uses names of its own.
+bool is_repeated(std::string_view element) {
+  const auto members = raw_children(element);
+  return raw_is_object(element) && std::any_of(members.begin(), members.end(), [](const auto& member) {
+           return is_table_member(member.first) || member.first == "times";
+         });
 }
 
 // What expanding uses must not be there twice, since it would see only the first.
@@ -146,62 +38,55 @@ bool has_twice(std::string_view object, std::string_view key) {
   return std::count_if(members.begin(), members.end(), [&](const auto& member) { return member.first == key; }) > 1;
 }
 
-// Removes the names behind the first ones, which must have been used.
-bool remove_names(std::size_t first, SharedTable* shared, Place& place) {
-  for (; place.scope.size() > first; place.scope.pop_back()) {
-    const Name& name = place.scope.back();
-    if (name.is_used && shared != nullptr) shared->used_columns.insert(name.name);
-    if (name.is_used || (shared != nullptr && !name.is_repetition)) continue;
-    place.error =
-        std::string(name.is_repetition ? "the repetition " : "the column ") + in_quotes(name.name) + " is not used";
+// Adds the names of "repeat", which may be left out.
+bool add_repetitions(std::string_view repeat, Place& place) {
+  const auto repetitions = raw_children(repeat);
+  if (!repeat.empty() && (!raw_is_object(repeat) || repetitions.empty())) {
+    place.error = R"("repeat" must be {name: [text, times], ...})";
     return false;
   }
-  return true;
+  return std::all_of(repetitions.begin(), repetitions.end(), [&](const auto& repetition) {
+    return add_name({.name = repetition.first, .value = repetition.second, .is_repetition = true}, place.scope,
+                    place.error);
+  });
 }
 
-// Calls make() for each row of the table of a case or step, with the names of its columns and repetitions; once where
-// it has no table. make gives false with place.error.
+// Calls make() for each row of the "each" of a case or step, with the names of its columns and repetitions; once
+// without an "each". make gives false with place.error.
 template <class Make>
 bool for_each_row(std::string_view object, Place& place, const Make& make) {
-  for (const std::string_view key : {"each", "repeat", "steps"}) {
+  for (const std::string_view key : {"each", "repeat", "times", "steps"}) {
     if (!has_twice(object, key)) continue;
     place.error = in_quotes(key) + " stands twice";
     return false;
   }
-  Table table{.columns = {}, .rows = {{}}};
+  Table table{.columns = {}, .rows = {{}}, .numbers = {}};
   SharedTable* shared = nullptr;
   const std::string_view each = raw_member(object, "each");
-  if (!each.empty() && !read_each(each, place, table, shared)) return false;
-  const std::string_view repeat = raw_member(object, "repeat");
-  if (!repeat.empty() && (!raw_is_object(repeat) || raw_children(repeat).empty())) {
-    place.error = R"("repeat" must be {name: [text, times], ...})";
+  if (!each.empty() && !find_table(each, place.scope.tables, table, shared, place.error)) {
+    place.error = "\"each\": " + place.error;
     return false;
   }
-  const std::size_t outer = place.scope.size();
-  for (const std::string_view column : table.columns) {
-    if (!add_name({.name = column, .value = {}}, place)) return false;
-  }
-  for (const auto& [name, value] : raw_children(repeat)) {
-    if (!add_name({.name = name, .value = value, .is_repetition = true}, place)) return false;
-  }
+  std::size_t first = 0;
+  if (!add_columns(table, place.scope, first, place.error) || !add_repetitions(raw_member(object, "repeat"), place))
+    return false;
   const std::string outer_row = place.row;
   for (std::size_t row = 0; row < table.rows.size(); ++row) {
-    for (std::size_t i = 0; i < table.columns.size(); ++i) place.scope[outer + i].value = table.rows[row][i];
+    set_row(table, row, first, place.scope);
     const std::string shown = each.empty() ? "" : show_row(table, row);
     place.row = outer_row + (outer_row.empty() || shown.empty() ? "" : "; ") + shown;
-    if (!make()) {
-      if (!shown.empty()) place.error = shown + ": " + place.error;
-      return false;
-    }
+    if (make()) continue;
+    if (!shown.empty()) place.error = shown + ": " + place.error;
+    return false;
   }
   place.row = outer_row;
-  return remove_names(outer, shared, place);
+  return remove_names(first, shared, place.scope, place.error);
 }
 
-// Appends a step that has no table of its own.
+// Appends a step as it is in the current rows.
 bool append_step(std::string_view step, Place& place, std::string& json, std::vector<std::string>& rows) {
   std::string plain(step);
-  if (!place.scope.empty()) {
+  if (!place.scope.names.empty()) {
     plain.clear();
     if (!append_substituted(step, place.scope, plain, place.error)) return false;
   }
@@ -210,16 +95,30 @@ bool append_step(std::string_view step, Place& place, std::string& json, std::ve
   return append_without_symbols(plain, json, place.error);
 }
 
+// Reads "times"; 1 without it.
+bool read_times(std::string_view written, Place& place, std::size_t& ret_times) {
+  std::string times;
+  if (written.empty()) {
+    ret_times = 1;
+    return true;
+  }
+  if (!append_substituted(written, place.scope, times, place.error)) return false;
+  if (read_count(times, ret_times) && ret_times <= MOST_TIMES) return true;
+  place.error = "\"times\" must be a whole number from 0 to " + std::to_string(MOST_TIMES);
+  return false;
+}
+
 bool append_steps(std::string_view steps, Place& place, std::string& json, std::vector<std::string>& rows);
 
-// Appends, for each row, the steps of an element's "steps", or the step that the element is.
+// Appends, for each row and as many times as it says, the steps of an element's "steps", or the step that the element
+// is.
 bool append_repeated(std::string_view element, Place& place, std::string& json, std::vector<std::string>& rows) {
   const std::string_view group = raw_member(element, "steps");
   std::string step;
   for (const auto& [key, value] : raw_children(element)) {
-    if (is_table_member(key) || key == "steps") continue;
+    if (is_table_member(key) || key == "times" || key == "steps") continue;
     if (!group.empty()) {
-      place.error = "unknown member " + in_quotes(key) + R"(; repeated steps have "each", "repeat" and "steps")";
+      place.error = "unknown member " + in_quotes(key) + R"(; repeated steps have each, times, repeat, steps)";
       return false;
     }
     step += (step.empty() ? "{" : ",") + in_quotes(key) + ":" + std::string(value);
@@ -230,7 +129,13 @@ bool append_repeated(std::string_view element, Place& place, std::string& json, 
     return false;
   }
   return for_each_row(element, place, [&] {
-    return group.empty() ? append_step(step, place, json, rows) : append_steps(group, place, json, rows);
+    std::size_t times = 0;
+    if (!read_times(raw_member(element, "times"), place, times)) return false;
+    for (std::size_t i = 0; i < times; ++i) {
+      if (!(group.empty() ? append_step(step, place, json, rows) : append_steps(group, place, json, rows)))
+        return false;
+    }
+    return true;
   });
 }
 
@@ -238,7 +143,7 @@ bool append_steps(std::string_view steps, Place& place, std::string& json, std::
   std::size_t number = 0;
   for (const auto& [key, element] : raw_children(steps)) {
     ++number;
-    if (has_table(element) ? append_repeated(element, place, json, rows) : append_step(element, place, json, rows))
+    if (is_repeated(element) ? append_repeated(element, place, json, rows) : append_step(element, place, json, rows))
       continue;
     place.error = "steps, element " + std::to_string(number) + ": " + place.error;
     return false;
@@ -258,7 +163,7 @@ bool make_case(std::string_view json, Place& place, PlainCase& ret_case) {
       plain.json.append("[\n   ");
       if (!append_steps(value, place, plain.json, plain.step_rows)) return false;
       plain.json.append("]");
-    } else if (place.scope.empty()) {
+    } else if (place.scope.names.empty()) {
       plain.json.append(value);
     } else if (!append_substituted(value, place.scope, plain.json, place.error)) {
       place.error = in_quotes(key) + ": " + place.error;
@@ -270,12 +175,15 @@ bool make_case(std::string_view json, Place& place, PlainCase& ret_case) {
   return true;
 }
 
-std::vector<PlainCase> expand_case(std::string_view json, std::vector<SharedTable>& tables) {
+std::vector<PlainCase> expand_case(std::string_view json, Place& place) {
   if (!raw_is_object(json)) return {{.json = std::string(json), .step_rows = {}, .refusal = {}}};
   std::vector<PlainCase> cases;
-  Place place{.tables = tables, .scope = {}, .row = {}, .error = {}};
-  if (!for_each_row(json, place, [&] { return make_case(json, place, cases.emplace_back()); }))
-    return {{.json = std::string(json), .step_rows = {}, .refusal = place.error}};
+  place.row.clear();
+  const std::size_t outer = place.scope.names.size();
+  if (!for_each_row(json, place, [&] { return make_case(json, place, cases.emplace_back()); })) {
+    place.scope.names.resize(outer);
+    return {{.json = std::string(json), .step_rows = {}, .refusal = std::exchange(place.error, {})}};
+  }
   for (std::size_t i = 1; i < cases.size(); ++i) {
     if (raw_member(cases[i].json, "name") == raw_member(cases[0].json, "name")) {
       const std::string refusal = "rows 1 and " + std::to_string(i + 1) + R"( have one "name"; it must use a column)";
@@ -285,17 +193,16 @@ std::vector<PlainCase> expand_case(std::string_view json, std::vector<SharedTabl
   return cases;
 }
 
-bool read_tables(std::string_view json, std::vector<SharedTable>& ret_tables, std::string& ret_error) {
-  for (const auto& [name, value] : raw_children(json)) {
-    if (!read_table(value, ret_tables.emplace_back(SharedTable{.name = name, .table = {}, .used_columns = {}}).table,
-                    ret_error)) {
-      ret_error = "\"tables\": " + in_quotes(name) + ": " + ret_error;
+bool read_tables(std::string_view json, Place& place) {
+  for (const auto& [name, written] : raw_children(json)) {
+    Table table;
+    if (!read_table(written, table, place.error) || has_twice(json, name)) {
+      if (place.error.empty()) place.error = "stands twice";
+      place.error = "\"tables\": " + in_quotes(name) + ": " + place.error;
       return false;
     }
-    if (has_twice(json, name)) {
-      ret_error = "\"tables\": " + in_quotes(name) + " stands twice";
-      return false;
-    }
+    place.scope.tables.push_back(
+        {.name = name, .json = written, .columns = table.columns, .is_used = false, .used_columns = {}});
   }
   return true;
 }
@@ -305,7 +212,7 @@ std::string unused(const std::vector<SharedTable>& tables) {
   for (const SharedTable& shared : tables) {
     const std::string table = "\"tables\": " + in_quotes(shared.name);
     if (!shared.is_used) return table + " is not used";
-    for (const std::string_view column : shared.table.columns) {
+    for (const std::string_view column : shared.columns) {
       if (!shared.used_columns.contains(column)) return table + ": the column " + in_quotes(column) + " is not used";
     }
   }
@@ -315,18 +222,24 @@ std::string unused(const std::vector<SharedTable>& tables) {
 }  // namespace
 
 bool expand_file(std::string_view json, std::vector<PlainCase>& ret_cases, std::string& ret_error) {
-  std::vector<SharedTable> tables;
-  if (!read_tables(raw_member(json, "tables"), tables, ret_error)) return false;
+  Place place;
   std::vector<PlainCase> cases;
-  bool good = true;
-  for (const auto& [key, written] : raw_children(raw_member(json, "cases"))) {
-    for (PlainCase& plain : expand_case(written, tables)) {
-      good = good && plain.refusal.empty();
-      cases.push_back(std::move(plain));
+  bool good = read_tables(raw_member(json, "tables"), place) && add_repetitions(raw_member(json, "repeat"), place);
+  if (good) {
+    for (const auto& [key, written] : raw_children(raw_member(json, "cases"))) {
+      for (PlainCase& plain : expand_case(written, place)) {
+        good = good && plain.refusal.empty();
+        cases.push_back(std::move(plain));
+      }
     }
+    // A case that cannot be expanded says so itself, and perhaps it would have used the rest.
+    if (good) place.error = unused(place.scope.tables);
+    if (good && place.error.empty()) remove_names(0, nullptr, place.scope, place.error);
   }
-  if (good) ret_error = unused(tables);
-  if (!ret_error.empty()) return false;
+  if (!place.error.empty()) {
+    ret_error = place.error;
+    return false;
+  }
   ret_cases = std::move(cases);
   return true;
 }

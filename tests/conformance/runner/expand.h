@@ -15,7 +15,8 @@ struct PlainCase {
 };
 
 // The cases that a file stands for, in the order of their rows. json: an object with the array "cases" and, perhaps,
-// "tables". False with ret_error when its tables are wrong, or, where every case could be expanded, not all used.
+// "tables" and "repeat". False with ret_error when these are wrong, or, where every case could be expanded, not all
+// used.
 bool expand_file(std::string_view json, std::vector<PlainCase>& ret_cases, std::string& ret_error);
 
 }  // namespace runner

@@ -4,18 +4,37 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "runner/table.h"
 
 namespace runner {
 
 struct Name {
   std::string_view name;
-  std::string_view value;  // JSON as written: of a column, its value in the current row; of a repetition, [text, times]
+  std::string_view value;  // as written: of a column its value in the current row, of a repetition the array
   bool is_repetition = false;
   bool is_used = false;  // by anything yet
 };
 
-// The names that can be used in a place. A deque: a name keeps its address while others are added behind it.
-using Scope = std::deque<Name>;
+// What can be used in a place of a file.
+struct Scope {
+  std::vector<SharedTable> tables;
+  std::deque<Name> names;  // a deque: a name keeps its address while others are added behind it
+};
+
+// False with ret_error when the name is taken.
+bool add_name(const Name& name, Scope& scope, std::string& ret_error);
+
+// Adds the names of a table's columns and gives the index of the first. False with ret_error.
+bool add_columns(const Table& table, Scope& scope, std::size_t& ret_first, std::string& ret_error);
+
+// Gives the columns from the index first on their values in a row.
+void set_row(const Table& table, std::size_t row, std::size_t first, Scope& scope);
+
+// Removes the names from the index first on. All must have been used; a column of a shared table, which ret_shared is
+// then, is only marked as used. False with ret_error.
+bool remove_names(std::size_t first, SharedTable* shared, Scope& scope, std::string& ret_error);
 
 // Appends a JSON value as written, with what its names stand for. A text that is one name and nothing else becomes that
 // name's value, of any kind; within a longer text, and in a member's key, a name stands for a text or a number. False
