@@ -269,12 +269,12 @@ std::string clean_path(std::string_view path) {
   return clean;
 }
 
-// {"tables": {...}, "repeat": {...}, "cases": [...]}, where all but the cases can be left out.
+// {"tables": {...}, "values": {...}, "repeat": {...}, "cases": [...]}, where all but the cases can be left out.
 bool is_case_file(std::string_view json) {
   std::set<std::string_view> keys;
   for (const auto& [key, value] : raw_children(json)) {
     const bool good = key == "cases" ? raw_is_array(value) && !raw_children(value).empty()
-                                     : (key == "tables" || key == "repeat") && raw_is_object(value);
+                                     : (key == "tables" || key == "values" || key == "repeat") && raw_is_object(value);
     if (!good || !keys.insert(key).second) return false;
   }
   return keys.contains("cases");
@@ -323,7 +323,8 @@ CaseFile read_case_file(const std::string& path) {
   const tap::Json json = tap::json_parse(text, file.refusal);
   if (!json) return file;
   if (!is_case_file(text)) {
-    file.refusal = R"(a file is {"cases": [case, ...]}, perhaps with "tables" and "repeat", and nothing else in it)";
+    file.refusal =
+        R"(a file is {"cases": [case, ...]}, perhaps with "tables", "values" and "repeat", and nothing else in it)";
     return file;
   }
   std::vector<PlainCase> cases;

@@ -15,14 +15,14 @@ constexpr std::size_t MOST_TIMES = 1000000;
 
 // What is being expanded.
 struct Place {
-  Scope scope;      // begins with the names of the file's "repeat"
+  Scope scope;      // begins with the file's own names
   std::string row;  // the rows of the tables around, for messages
   std::string error;
 };
 
 std::string in_quotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
 
-bool is_table_member(std::string_view key) { return key == "each" || key == "repeat"; }
+bool is_table_member(std::string_view key) { return key == "each" || key == "values" || key == "repeat"; }
 
 // Whether an element of "steps" stands for more than one step, or uses names of its own.
 bool is_repeated(std::string_view element) {
@@ -38,24 +38,28 @@ bool has_twice(std::string_view object, std::string_view key) {
   return std::count_if(members.begin(), members.end(), [&](const auto& member) { return member.first == key; }) > 1;
 }
 
-// Adds the names of "repeat", which may be left out.
-bool add_repetitions(std::string_view repeat, Place& place) {
-  const auto repetitions = raw_children(repeat);
-  if (!repeat.empty() && (!raw_is_object(repeat) || repetitions.empty())) {
-    place.error = R"("repeat" must be {name: [text, times], ...})";
+// Adds the names of a member that is an object of names and what they stand for; it may be left out.
+bool add_named(std::string_view object, std::string_view member, Name::Kind kind, Place& place) {
+  const std::string_view named = raw_member(object, member);
+  const auto names = raw_children(named);
+  if (!named.empty() && (!raw_is_object(named) || names.empty())) {
+    place.error = in_quotes(member) + " must be an object of names";
     return false;
   }
-  return std::all_of(repetitions.begin(), repetitions.end(), [&](const auto& repetition) {
-    return add_name({.name = repetition.first, .value = repetition.second, .is_repetition = true}, place.scope,
-                    place.error);
+  return std::all_of(names.begin(), names.end(), [&](const auto& name) {
+    return add_name({.name = name.first, .kind = kind, .value = name.second}, place.scope, place.error);
   });
 }
 
-// Calls make() for each row of the "each" of a case or step, with the names of its columns and repetitions; once
+bool add_values_and_repetitions(std::string_view object, Place& place) {
+  return add_named(object, "values", Name::VALUE, place) && add_named(object, "repeat", Name::REPETITION, place);
+}
+
+// Calls make() for each row of the "each" of a case or step, with its names; once
 // without an "each". make gives false with place.error.
 template <class Make>
 bool for_each_row(std::string_view object, Place& place, const Make& make) {
-  for (const std::string_view key : {"each", "repeat", "times", "steps"}) {
+  for (const std::string_view key : {"each", "values", "repeat", "times", "steps"}) {
     if (!has_twice(object, key)) continue;
     place.error = in_quotes(key) + " stands twice";
     return false;
@@ -68,8 +72,7 @@ bool for_each_row(std::string_view object, Place& place, const Make& make) {
     return false;
   }
   std::size_t first = 0;
-  if (!add_columns(table, place.scope, first, place.error) || !add_repetitions(raw_member(object, "repeat"), place))
-    return false;
+  if (!add_columns(table, place.scope, first, place.error) || !add_values_and_repetitions(object, place)) return false;
   const std::string outer_row = place.row;
   for (std::size_t row = 0; row < table.rows.size(); ++row) {
     set_row(table, row, first, place.scope);
@@ -118,7 +121,7 @@ bool append_repeated(std::string_view element, Place& place, std::string& json, 
   for (const auto& [key, value] : raw_children(element)) {
     if (is_table_member(key) || key == "times" || key == "steps") continue;
     if (!group.empty()) {
-      place.error = "unknown member " + in_quotes(key) + R"(; repeated steps have each, times, repeat, steps)";
+      place.error = "unknown member " + in_quotes(key) + R"(; repeated steps have each, times, values, repeat, steps)";
       return false;
     }
     step += (step.empty() ? "{" : ",") + in_quotes(key) + ":" + std::string(value);
@@ -224,7 +227,7 @@ std::string unused(const std::vector<SharedTable>& tables) {
 bool expand_file(std::string_view json, std::vector<PlainCase>& ret_cases, std::string& ret_error) {
   Place place;
   std::vector<PlainCase> cases;
-  bool good = read_tables(raw_member(json, "tables"), place) && add_repetitions(raw_member(json, "repeat"), place);
+  bool good = read_tables(raw_member(json, "tables"), place) && add_values_and_repetitions(json, place);
   if (good) {
     for (const auto& [key, written] : raw_children(raw_member(json, "cases"))) {
       for (PlainCase& plain : expand_case(written, place)) {

@@ -106,10 +106,10 @@ bool append_named(std::string_view name, Scope& scope, int depth, std::string& j
       return false;
     }
     known.is_used = true;
-    return known.is_repetition ? append_repetition(known, scope, depth + 1, json, ret_error)
-                               : append_value(known.value, scope, depth + 1, json, ret_error);
+    return known.kind == Name::REPETITION ? append_repetition(known, scope, depth + 1, json, ret_error)
+                                          : append_value(known.value, scope, depth + 1, json, ret_error);
   }
-  ret_error = "there is no column or repetition " + in_quotes(name);
+  ret_error = "there is no column, value or repetition " + in_quotes(name);
   if (!names.empty()) ret_error += "; the nearest is " + in_quotes(nearest_name(name, names));
   return false;
 }
@@ -180,7 +180,7 @@ bool add_name(const Name& name, Scope& scope, std::string& ret_error) {
   if (is_new) {
     scope.names.push_back(name);
   } else {
-    ret_error = in_quotes(name.name) + " is the name of two columns or repetitions";
+    ret_error = in_quotes(name.name) + " is a name twice";
   }
   return is_new;
 }
@@ -188,7 +188,7 @@ bool add_name(const Name& name, Scope& scope, std::string& ret_error) {
 bool add_columns(const Table& table, Scope& scope, std::size_t& ret_first, std::string& ret_error) {
   ret_first = scope.names.size();
   return std::all_of(table.columns.begin(), table.columns.end(), [&](std::string_view column) {
-    return add_name({.name = column, .value = {}}, scope, ret_error);
+    return add_name({.name = column, .kind = Name::COLUMN, .value = {}}, scope, ret_error);
   });
 }
 
@@ -200,9 +200,9 @@ bool remove_names(std::size_t first, SharedTable* shared, Scope& scope, std::str
   for (; scope.names.size() > first; scope.names.pop_back()) {
     const Name& name = scope.names.back();
     if (name.is_used && shared != nullptr) shared->used_columns.insert(name.name);
-    if (name.is_used || (shared != nullptr && !name.is_repetition)) continue;
-    ret_error =
-        std::string(name.is_repetition ? "the repetition " : "the column ") + in_quotes(name.name) + " is not used";
+    if (name.is_used || (shared != nullptr && name.kind == Name::COLUMN)) continue;
+    constexpr const char* KINDS[] = {"the column ", "the value ", "the repetition "};
+    ret_error = KINDS[name.kind] + in_quotes(name.name) + " is not used";
     return false;
   }
   return true;

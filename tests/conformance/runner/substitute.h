@@ -1,4 +1,4 @@
-// "${name}" in a case: the names of a table's columns and of repetitions, and what they stand for.
+// "${name}" in a case: the names of columns, values and repetitions, and what they stand for.
 #pragma once
 
 #include <deque>
@@ -11,10 +11,15 @@
 namespace runner {
 
 struct Name {
+  enum Kind {
+    COLUMN,      // of a table: the value in the current row
+    VALUE,       // of "values"
+    REPETITION,  // of "repeat": [text, times or table, separator]
+  };
   std::string_view name;
-  std::string_view value;  // as written: of a column its value in the current row, of a repetition the array
-  bool is_repetition = false;
-  bool is_used = false;  // by anything yet
+  Kind kind = COLUMN;
+  std::string_view value;  // as written
+  bool is_used = false;    // by anything yet
 };
 
 // What can be used in a place of a file.
