@@ -1,6 +1,7 @@
 #include "runner/expand.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "runner/raw_json.h"
@@ -55,8 +56,34 @@ bool add_values_and_repetitions(std::string_view object, Place& place) {
   return add_named(object, "values", Name::VALUE, place) && add_named(object, "repeat", Name::REPETITION, place);
 }
 
-// Calls make() for each row of the "each" of a case or step, with its names; once
-// without an "each". make gives false with place.error.
+// Calls make() for each row of each of the tables, the last one fastest, with the names of their columns. make gives
+// false with place.error.
+template <class Make>
+bool for_rows(std::span<const std::string_view> tables, Place& place, const Make& make) {
+  if (tables.empty()) return make();
+  Table table;
+  SharedTable* shared = nullptr;
+  if (!find_table(tables[0], place.scope.tables, table, shared, place.error)) {
+    place.error = "\"each\": " + place.error;
+    return false;
+  }
+  std::size_t first = 0;
+  if (!add_columns(table, place.scope, first, place.error)) return false;
+  const std::string outer_row = place.row;
+  for (std::size_t row = 0; row < table.rows.size(); ++row) {
+    set_row(table, row, first, place.scope);
+    const std::string shown = show_row(table, row);
+    place.row = outer_row + (outer_row.empty() ? "" : "; ") + shown;
+    if (for_rows(tables.subspan(1), place, make)) continue;
+    place.error = shown + ": " + place.error;
+    return false;
+  }
+  place.row = outer_row;
+  return remove_names(first, shared, place.scope, place.error);
+}
+
+// Calls make() for each combination of rows of the "each" of a case or step, with all its names; once without an
+// "each".
 template <class Make>
 bool for_each_row(std::string_view object, Place& place, const Make& make) {
   for (const std::string_view key : {"each", "values", "repeat", "times", "steps"}) {
@@ -64,26 +91,13 @@ bool for_each_row(std::string_view object, Place& place, const Make& make) {
     place.error = in_quotes(key) + " stands twice";
     return false;
   }
-  Table table{.columns = {}, .rows = {{}}, .numbers = {}};
-  SharedTable* shared = nullptr;
+  std::vector<std::string_view> tables;
   const std::string_view each = raw_member(object, "each");
-  if (!each.empty() && !find_table(each, place.scope.tables, table, shared, place.error)) {
-    place.error = "\"each\": " + place.error;
-    return false;
-  }
-  std::size_t first = 0;
-  if (!add_columns(table, place.scope, first, place.error) || !add_values_and_repetitions(object, place)) return false;
-  const std::string outer_row = place.row;
-  for (std::size_t row = 0; row < table.rows.size(); ++row) {
-    set_row(table, row, first, place.scope);
-    const std::string shown = each.empty() ? "" : show_row(table, row);
-    place.row = outer_row + (outer_row.empty() || shown.empty() ? "" : "; ") + shown;
-    if (make()) continue;
-    if (!shown.empty()) place.error = shown + ": " + place.error;
-    return false;
-  }
-  place.row = outer_row;
-  return remove_names(first, shared, place.scope, place.error);
+  for (const auto& [key, table] : raw_children(raw_is_array(each) ? each : "")) tables.push_back(table);
+  if (!each.empty() && tables.empty()) tables.push_back(each);
+  const std::size_t first = place.scope.names.size();
+  return add_values_and_repetitions(object, place) && for_rows(tables, place, make) &&
+         remove_names(first, nullptr, place.scope, place.error);
 }
 
 // Appends a step as it is in the current rows.
@@ -189,7 +203,8 @@ std::vector<PlainCase> expand_case(std::string_view json, Place& place) {
   }
   for (std::size_t i = 1; i < cases.size(); ++i) {
     if (raw_member(cases[i].json, "name") == raw_member(cases[0].json, "name")) {
-      const std::string refusal = "rows 1 and " + std::to_string(i + 1) + R"( have one "name"; it must use a column)";
+      const std::string refusal =
+          "rows 1 and " + std::to_string(i + 1) + R"( have one "name"; it must use the columns that tell them apart)";
       return {{.json = std::string(json), .step_rows = {}, .refusal = refusal}};
     }
   }
