@@ -21,8 +21,6 @@ struct Place {
   std::string error;
 };
 
-std::string in_quotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
-
 bool is_table_member(std::string_view key) { return key == "each" || key == "values" || key == "repeat"; }
 
 // Whether an element of "steps" stands for more than one step, or uses names of its own.
@@ -48,6 +46,10 @@ bool add_named(std::string_view object, std::string_view member, Name::Kind kind
     return false;
   }
   return std::all_of(names.begin(), names.end(), [&](const auto& name) {
+    if (!is_name(name.first)) {
+      place.error = in_quotes(member) + ": " + in_quotes(name.first) + " must be a name of small letters, digits and _";
+      return false;
+    }
     return add_name({.name = name.first, .kind = kind, .value = name.second}, place.scope, place.error);
   });
 }

@@ -86,4 +86,6 @@ bool raw_is_array(std::string_view json) { return json.starts_with('['); }
 
 std::string_view raw_content(std::string_view text) { return text.substr(1, text.size() - 2); }
 
+std::string in_quotes(std::string_view content) { return "\"" + std::string(content) + "\""; }
+
 }  // namespace runner

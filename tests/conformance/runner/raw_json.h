@@ -25,4 +25,7 @@ bool raw_is_array(std::string_view json);
 // A text without its quotes, its escapes as written.
 std::string_view raw_content(std::string_view text);
 
+// A text's content in its quotes.
+std::string in_quotes(std::string_view content);
+
 }  // namespace runner

@@ -12,8 +12,6 @@ namespace {
 constexpr std::size_t LONGEST_TEXT = 64 << 20;  // bytes
 constexpr int DEEPEST_NAME = 8;                 // values that use names whose values use names, and so on
 
-std::string in_quotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
-
 // In what follows, depth is how many names lead to the place.
 bool append_value(std::string_view value, Scope& scope, int depth, std::string& json, std::string& ret_error);
 bool append_text(std::string_view text, Scope& scope, int depth, std::string& json, std::string& ret_error);

@@ -65,8 +65,7 @@ bool append_number(std::string_view value, std::string& json, std::string& ret_e
   if (found == std::end(SYMBOLS)) {
     std::vector<std::string_view> names;
     for (const Symbol& symbol : SYMBOLS) names.push_back(symbol.name);
-    ret_error = "there is no name \"" + std::string(name) + "\"; the nearest is \"" +
-                std::string(nearest_name(name, names)) + "\"";
+    ret_error = "there is no name " + in_quotes(name) + "; the nearest is " + in_quotes(nearest_name(name, names));
     return false;
   }
   json.append(std::to_string(found->value));
@@ -95,7 +94,7 @@ bool append_record(std::string_view object, std::string& json, std::string& ret_
   json.push_back('{');
   const char* separator = "";
   for (const auto& [key, value] : raw_children(object)) {
-    json.append(std::exchange(separator, ",")).append("\"").append(key).append("\":");
+    json.append(std::exchange(separator, ",")).append(in_quotes(key)).append(":");
     if (key != "id") {
       json.append(value);
     } else if (!append_number(value, json, ret_error)) {
@@ -136,8 +135,8 @@ bool append_arguments(const Export& exported, std::string_view array, std::strin
 }  // namespace
 
 std::string_view nearest_name(std::string_view name, std::span<const std::string_view> names) {
-  return *std::min_element(names.begin(), names.end(), [&](std::string_view left, std::string_view right) {
-    return distance(name, left) < distance(name, right);
+  return *std::min_element(names.begin(), names.end(), [&](std::string_view one, std::string_view other) {
+    return distance(one, name) < distance(other, name);
   });
 }
 
@@ -151,7 +150,7 @@ bool append_without_symbols(std::string_view step, std::string& json, std::strin
   json.push_back('{');
   const char* separator = "";
   for (const auto& [key, value] : raw_children(step)) {
-    json.append(std::exchange(separator, ",")).append("\"").append(key).append("\":");
+    json.append(std::exchange(separator, ",")).append(in_quotes(key)).append(":");
     bool good = true;
     if ((key == "in" || key == "after") && raw_is_array(value)) {
       good = append_arguments(*exported, value, raw_member(step, "in"), json, ret_error);
@@ -161,7 +160,7 @@ bool append_without_symbols(std::string_view step, std::string& json, std::strin
       json.append(value);
     }
     if (!good) {
-      ret_error = "\"" + std::string(key) + "\": " + ret_error;
+      ret_error = in_quotes(key) + ": " + ret_error;
       return false;
     }
   }

@@ -12,14 +12,6 @@ namespace {
 constexpr std::size_t LONGEST_ROW_SHOWN = 100;  // bytes
 constexpr std::size_t LONGEST_RANGE = 1000000;  // rows
 
-std::string in_quotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
-
-bool is_column_name(std::string_view name) {
-  return !name.empty() && std::all_of(name.begin(), name.end(), [](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
-  });
-}
-
 // "a, b" as its names.
 std::vector<std::string_view> split_names(std::string_view text) {
   std::vector<std::string_view> names;
@@ -66,6 +58,12 @@ bool read_rows(std::string_view rows, Table& table, std::string_view names, std:
 
 }  // namespace
 
+bool is_name(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+  });
+}
+
 bool read_table(std::string_view json, Table& ret_table, std::string& ret_error) {
   const auto members = raw_children(json);
   if (!raw_is_object(json) || members.size() != 1 ||
@@ -76,8 +74,8 @@ bool read_table(std::string_view json, Table& ret_table, std::string& ret_error)
   const auto& [names, rows] = members[0];
   Table table{.columns = split_names(names), .rows = {}, .numbers = {}};
   for (const std::string_view name : table.columns) {
-    if (!is_column_name(name)) {
-      ret_error = "the column " + in_quotes(name) + " must have a name of small letters, digits and _";
+    if (!is_name(name)) {
+      ret_error = in_quotes(name) + " must be a name of small letters, digits and _";
       return false;
     }
   }

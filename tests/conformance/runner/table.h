@@ -25,6 +25,9 @@ struct SharedTable {
   std::set<std::string_view> used_columns;
 };
 
+// Whether a column, a value or a repetition can have this name: small letters, digits and _.
+bool is_name(std::string_view text);
+
 // Reads {"column, column": rows}, where rows is an array, or, of a single column, {"from": number, "to": number}. A row
 // is an array of the columns' values, or, of a single column, its value. False with ret_error.
 bool read_table(std::string_view json, Table& ret_table, std::string& ret_error);
