@@ -200,7 +200,7 @@ std::string check_step(const cJSON* step, const Contract& contract, int& checks)
     if (allowed == nullptr) {
       return "unknown member \"" + std::string(member->string) + "\"; a " + std::string(kind.name) + " step can have " +
              names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " +
-             names(GENERAL_CHECKS);
+             names(GENERAL_CHECKS) + "; each, times, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }
@@ -379,7 +379,8 @@ std::string check_case(const Case& test, const Contract& contract) {
   cJSON_ArrayForEach(member, test.json.get()) {
     const Member* allowed = member_named(CASE_MEMBERS, member->string);
     if (allowed == nullptr) {
-      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS);
+      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS) +
+             "; each, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }

@@ -37,8 +37,8 @@ bool add_columns(const Table& table, Scope& scope, std::size_t& ret_first, std::
 // Gives the columns from the index first on their values in a row.
 void set_row(const Table& table, std::size_t row, std::size_t first, Scope& scope);
 
-// Removes the names from the index first on. Each must have been used, except columns of a shared table (shared, or null),
-// which another use of the table can use: there only what was used is noted. False with ret_error.
+// Removes the names from the index first on. Each must have been used, except columns of a shared table (shared, or
+// null), which another use of the table can use: there only what was used is noted. False with ret_error.
 bool remove_names(std::size_t first, SharedTable* shared, Scope& scope, std::string& ret_error);
 
 // Appends a JSON value as written, with what its names stand for. A text that is one name and nothing else becomes that
