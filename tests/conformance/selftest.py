@@ -5,6 +5,7 @@ the reason that is listed here, and for no other.
 usage: selftest.py RUNNER STAND_IN_LIBRARY
 """
 
+import json
 import os
 import re
 import subprocess
@@ -58,8 +59,8 @@ REASONS = {
     "an answer raises what is not registered": ["platform: ", "no callback is registered"],
     "no check": ["refused: it checks nothing"],
     "no steps": ['refused: it has no "steps"'],
-    "unknown member of a case": ['refused: unknown member "step"', "platform"],
-    "unknown member of a step": ['refused: step 1: unknown member "rte"', "log_has"],
+    "unknown member of a case": ['refused: unknown member "step"', "platform", "each"],
+    "unknown member of a step": ['refused: step 1: unknown member "rte"', "log_has", "times"],
     "a check that the step cannot have": ['refused: step 1: unknown member "text"'],
     "a step that does nothing": ["refused: step 1: does nothing"],
     "a step that does two things": ['refused: step 1: unknown member "set"'],
@@ -93,8 +94,86 @@ REASONS = {
     "number 77": ['refused: it has no "name"'],
 }
 
-# The good ones among the bad: the first of two cases with one name.
-PASSING_AMONG_BAD = 1
+# The same for the cases with tables, repetitions and names for numbers.
+TABLE_REASONS = {
+    "row y fails": ["step 1 of 1: ", 'text: expected "z"', 'came     "y"'],
+    "a row of a step fails": ['step 3 of 3 (row 2: "y", "z"): ', 'text: expected "z"'],
+    "a row of steps in a table fails": ['step 4 of 4 (row 2: "b"; row 2: "d", "xad"): ', 'text: expected "xad"'],
+    "an unknown column": ['refused: row 1: "x", "y": steps, element 2: there is no column, value or repetition', '"wrod"; the nearest is "word"'],
+    "an unknown column in a case": ['"files": there is no column, value or repetition', '"txt"; the nearest is "text"'],
+    "a row too short": ['"each": row 2 has 1 value; the columns "word, text" need 2'],
+    "a row too long": ['steps, element 1: "each": row 1 has 3 values; the columns "word, text" need 2'],
+    "a row that is no array": ['"each": row 2 is no array; the columns "word, text" need 2'],
+    "no rows": ['"each": a table must have rows'],
+    "a table that is none": ['"each": a table is {"column, column": [row, ...]}'],
+    "a column of the other table": ['"a" is a name twice'],
+    "the second of two tables is wrong": ['row 1: 1: "each": row 2 has 1 value; the columns "b, c" need 2'],
+    "no tables": ['"each": a table is {"column, column": [row, ...]}'],
+    "${a} of two tables": ['refused: rows 1 and 2 have one "name"; it must use the columns'],
+    "two tables in one": ['"each": a table is {"column, column": [row, ...]}'],
+    "a column in capitals": ['"each": "Word" must be a name of small letters'],
+    "a column without a name": ['"each": "" must be a name'],
+    "a column that is not used": ['refused: the column "text" is not used'],
+    "a column of a step that is not used": ['refused: steps, element 1: the column "text" is not used'],
+    "a repetition that is not used": ['refused: the repetition "long" is not used'],
+    "two columns of one name": ['"a" is a name twice'],
+    "a column of an outer table": ['steps, element 1: "a" is a name twice'],
+    "a repetition with a column's name": ['"a" is a name twice'],
+    "a repetition without times": ['the repetition "long": it must be [text, times]'],
+    "a repetition less than never": ['the repetition "long": it must be [text, times]'],
+    "a repetition of a fraction": ['the repetition "long": it must be [text, times]'],
+    "a repetition of a number": ['the repetition "long": it must be [text, times]'],
+    "a repetition beyond all memory": ['the repetition "long": a repetition is longer than'],
+    "a repetition of many rows beyond all memory": ['the repetition "long": a repetition is longer than'],
+    "a repetition with a number between": ['the repetition "long": it must be [text, times]'],
+    "a repetition with too much": ['the repetition "long": it must be [text, times]'],
+    "a repetition over a table of another name": ['the repetition "long": the file has no table "pear"; the nearest is "pairs"'],
+    "a repetition over rows too short": ['the repetition "long": row 1 has 1 value; the columns "a, b" need 2'],
+    "a repetition with a column that is not used": ['the repetition "long": the column "b" is not used'],
+    "a repetition of an object": ['the repetition "long": a repetition repeats a text, not {"b":1}'],
+    "a range of two columns": ['"each": a range is {"column": {"from": number, "to": number}}'],
+    "a range that ends before it begins": ['"each": a range is {"column": {"from": number, "to": number}}'],
+    "a range without an end": ['"each": a range is {"column": {"from": number, "to": number}}'],
+    "a range with a step": ['"each": a range is {"column": {"from": number, "to": number}}'],
+    "less than no times": ['steps, element 1: "times" must be a whole number from 0 to'],
+    "times of a case": ['unknown member "times"; a case can have'],
+    "times twice": ['steps, element 1: "times" stands twice'],
+    "a value that is not used": ['refused: the value "a" is not used'],
+    "a value with a column's name": ['"a" is a name twice'],
+    "a value in capitals": ['"values": "A" must be a name of small letters'],
+    "a repetition with a blank": ['"repeat": "a b" must be a name of small letters'],
+    "values that are none": ['"values" must be an object of names'],
+    "a value of itself": ['"a" stands for itself'],
+    "repetitions that are none": ['"repeat" must be an object of names'],
+    "a repetition of itself": ['"long" stands for itself'],
+    "an object within a text": ['row 2: {"b":1}: steps, element 1: "a" is neither text nor number'],
+    "an array as a key": ['"files": "${a}" is neither text nor number'],
+    "a name without an end": ['"${" without "}"'],
+    "the same for both rows": ['refused: rows 1 and 2 have one "name"; it must use the columns'],
+    "an unknown table": ['"each": the file has no table "pears"; the nearest is "pairs"'],
+    "repeated steps that are none": ['steps, element 1: "steps" must be an array of steps'],
+    "repeated steps with more": ['steps, element 1: unknown member "get"; repeated steps have'],
+    "each twice": ['refused: "each" stands twice'],
+    "steps twice": ['steps, element 1: "steps" stands twice'],
+    "a check that a row brings": ['refused: step 2: unknown member "rte"'],
+    "a step that nothing but repeats": ['steps, element 1: the column "a" is not used'],
+    "an unknown name in in": ['steps, element 1: "in": argument 0: there is no name "VOL_MUET"; the nearest is "VOL_MUTE"'],
+    "an unknown name in after": ['row 2: "VOL_INCRAESE": "in": argument 0:', 'the nearest is "VOL_INCREASE"'],
+    "an unknown name in a record": ['"in": argument 1: there is no name "VOLL"; the nearest is "VOL"'],
+    "an unknown name in ret": ['"ret": there is no name "TYPE_VALEU"; the nearest is "TYPE_VALUE"'],
+    "a name in the ret of a get": ['refused: step 1: "ret" must be a whole number'],
+    "a name that does not fit": ["refused: tv_ctrl_malloc_content: argument 0: 1025 does not fit 8 bits"],
+    "a name in the place of a text": ['refused: tv_ctrl_get: argument 1: value: "VOL" is not a whole number'],
+}
+
+# Files of cases that fail, their reasons, and how many cases pass: the first of two cases with one name; the rows of a
+# table beside the one that fails.
+BAD_CASES = {"bad.json": (REASONS, 1), "bad_tables.json": (TABLE_REASONS, 2)}
+
+# Files of cases that pass: with what the format has always had, without and with anything that looks newer, and with
+# tables, whose cases stand for so many.
+GOOD_FILES = ("good.json", "plain.json", "tables.json")
+EXPANDED_CASES = 37
 
 # Whole files that cannot be used, and what must be said about them.
 BAD_FILES = {
@@ -102,6 +181,17 @@ BAD_FILES = {
     '{"case":[]}': "a file is",
     '{"cases":[]}': "a file is",
     '{"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}],"more":1}': "a file is",
+    '{"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}],"tables":[]}': "a file is",
+    '{"tables":{"a":{"b":[1]}},"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}]}': '"tables": "a" is not used',
+    '{"tables":{"a":{"b, c":[[8,1]]}},"cases":[{"name":"a","each":"a","steps":[{"get":"/started","ret":"${b}"}]}]}':
+        '"tables": "a": the column "c" is not used',
+    '{"tables":{"a":{"b, c":[[8]]}},"cases":[{"name":"a","each":"a","steps":[{"get":"/started","ret":"${b}"}]}]}':
+        '"tables": "a": row 1 has 1 value; the columns "b, c" need 2',
+    '{"repeat":{"a":["b",1]},"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}]}': 'the repetition "a" is not used',
+    '{"values":{"a":8},"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}]}': 'the value "a" is not used',
+    '{"repeat":{},"cases":[{"name":"a","steps":[{"get":"/started","ret":8}]}]}': '"repeat" must be an object of names',
+    '{"tables":{"a":{"b":[8]},"a":{"b":[8]}},"cases":[{"name":"a","each":"a","steps":[{"get":"/started","ret":"${b}"}]}]}':
+        '"tables": "a": stands twice',
 }
 
 # What no good case exercises, of the rows that the stand-in describes: one direction alone, a notification that never
@@ -133,18 +223,12 @@ def failures(output):
     return found
 
 
-def main():
-    before = {path for path in ("/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start", "/etc/brand_new") if os.path.lexists(path)}
-
-    status, output = run(os.path.join(FOLDER, "good.json"))
-    check(status == 0 and re.search(r"^\d+ passed, 0 failed$", output, re.M), "good cases fail:\n" + output)
-    check("FAIL" not in output, "a good case is shown as failed:\n" + output)
-
-    status, output = run(os.path.join(FOLDER, "bad.json"), "--timeout", "2")
+def check_bad_cases(file, reasons, passing):
+    status, output = run(os.path.join(FOLDER, file), "--timeout", "2")
     found = failures(output)
-    check(status == 1, f"status {status} after bad cases")
-    check(output.rstrip().endswith(f"{PASSING_AMONG_BAD} passed, {len(REASONS)} failed"), "wrong count: " + output[-200:])
-    for name, parts in REASONS.items():
+    check(status == 1, f"status {status} after {file}")
+    check(output.rstrip().endswith(f"{passing} passed, {len(reasons)} failed"), f"wrong count of {file}: {output[-200:]}")
+    for name, parts in reasons.items():
         if name not in found:
             problems.append(f'"{name}" did not fail')
             continue
@@ -153,8 +237,49 @@ def main():
         # One difference gives one complaint.
         checks = re.findall(r"^    (?:ret|text|json|absent|bytes|after|calls|log|log_has|err|err_has|device): ", found[name], re.M)
         check(len(checks) <= 1, f'"{name}" fails for more than one reason:\n{found[name]}')
-    for name in found.keys() - REASONS.keys():
-        problems.append(f'"{name}" failed and is not listed')
+    for name in found.keys() - reasons.keys():
+        problems.append(f'"{name}" of {file} failed and is not listed')
+
+
+def written(json_text):
+    """JSON whose numbers are as written and whose objects keep their members' order and repetitions."""
+    return json.loads(json_text, object_pairs_hook=lambda members: ("object", members), parse_int=str, parse_float=str)
+
+
+def check_expanding():
+    """A file without tables is its own expansion; expanding an expansion changes nothing."""
+    for name in ("plain.json", "good.json"):
+        with open(os.path.join(FOLDER, name), encoding="utf-8") as file:
+            text = file.read()
+        status, output = run(os.path.join(FOLDER, name), "--expand")
+        check(status == 0 and written(output) == written(text), f"{name} is not its own expansion")
+    status, once = run(os.path.join(FOLDER, "tables.json"), "--expand")
+    with tempfile.NamedTemporaryFile("w", suffix=".json", encoding="utf-8") as file:
+        file.write(once)
+        file.flush()
+        again, twice = run(file.name, "--expand")
+        passing, output = run(file.name)
+    check(status == 0 and again == 0 and once == twice, "an expansion is not its own expansion")
+    check(passing == 0, "an expansion fails:\n" + output)
+    for word in ('"each"', '"tables"', '"repeat"', '"times":0', '"IRRC"'):
+        check(word not in once, f"an expansion has {word}")
+    cases = written(once)[1][0][1]
+    check(len(cases) == EXPANDED_CASES, f"{len(cases)} cases in place of {EXPANDED_CASES}")
+    status, output = run(os.path.join(FOLDER, "bad_tables.json"), "--expand", "--filter", "too short")
+    check(status == 1 and "bad_tables.json: a row too short: " in output, "--expand hides what is wrong: " + output)
+
+
+def main():
+    before = {path for path in ("/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start", "/etc/brand_new") if os.path.lexists(path)}
+
+    for name in GOOD_FILES:
+        status, output = run(os.path.join(FOLDER, name))
+        check(status == 0 and re.search(r"^\d+ passed, 0 failed$", output, re.M), f"good cases of {name} fail:\n{output}")
+        check("FAIL" not in output, "a good case is shown as failed:\n" + output)
+
+    for name, (reasons, passing) in BAD_CASES.items():
+        check_bad_cases(name, reasons, passing)
+    check_expanding()
 
     with tempfile.TemporaryDirectory() as folder:
         path = os.path.join(folder, "file.json")
@@ -203,7 +328,7 @@ def main():
     check(before == after, f"the machine was changed: {after - before}")
     for problem in problems:
         print(problem)
-    looked_at = len(REASONS) + len(BAD_FILES) + 1  # all good cases count as one
+    looked_at = sum(len(reasons) for reasons, _ in BAD_CASES.values()) + len(BAD_FILES) + len(GOOD_FILES)
     print(f"{max(looked_at - len(problems), 0)} passed, {len(problems)} failed")
     return 1 if problems else 0
 

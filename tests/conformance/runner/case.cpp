@@ -6,6 +6,7 @@
 #include <span>
 #include <sstream>
 
+#include "runner/expand.h"
 #include "runner/exports.h"
 #include "runner/language.h"
 #include "runner/raw_json.h"
@@ -199,7 +200,7 @@ std::string check_step(const cJSON* step, const Contract& contract, int& checks)
     if (allowed == nullptr) {
       return "unknown member \"" + std::string(member->string) + "\"; a " + std::string(kind.name) + " step can have " +
              names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " +
-             names(GENERAL_CHECKS);
+             names(GENERAL_CHECKS) + "; each, times, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }
@@ -268,6 +269,36 @@ std::string clean_path(std::string_view path) {
   return clean;
 }
 
+// {"tables": {...}, "values": {...}, "repeat": {...}, "cases": [...]}, where all but the cases can be left out.
+bool is_case_file(std::string_view json) {
+  std::set<std::string_view> keys;
+  for (const auto& [key, value] : raw_children(json)) {
+    const bool good = key == "cases" ? raw_is_array(value) && !raw_children(value).empty()
+                                     : (key == "tables" || key == "values" || key == "repeat") && raw_is_object(value);
+    if (!good || !keys.insert(key).second) return false;
+  }
+  return keys.contains("cases");
+}
+
+Case read_case(PlainCase plain) {
+  Case test;
+  test.text = std::move(plain.json);
+  test.step_rows = std::move(plain.step_rows);
+  test.refusal = std::move(plain.refusal);
+  std::string error;
+  test.json = tap::json_parse(test.text, error);
+  if (!test.json) test.refusal = error;
+  const cJSON* name = cJSON_GetObjectItemCaseSensitive(test.json.get(), "name");
+  if (cJSON_IsString(name)) test.name = name->valuestring;
+  const cJSON* steps = cJSON_GetObjectItemCaseSensitive(test.json.get(), "steps");
+  const bool good = !cJSON_IsArray(steps) || cJSON_GetArraySize(steps) == static_cast<int>(test.step_rows.size());
+  if (test.refusal.empty() && !good) test.refusal = "\"steps\" must be written without escapes";
+  for (const auto& [key, step] : raw_children(raw_member(test.text, "steps"))) {
+    test.step_params.push_back(raw_minified(raw_member(step, "param")));
+  }
+  return test;
+}
+
 }  // namespace
 
 const cJSON* step_action(const cJSON* step) {
@@ -288,34 +319,25 @@ CaseFile read_case_file(const std::string& path) {
     file.refusal = "cannot be read";
     return file;
   }
-  file.text = content.str();
-  file.json = tap::json_parse(file.text, file.refusal);
-  if (!file.json) return file;
-  const cJSON* cases = cJSON_GetObjectItemCaseSensitive(file.json.get(), "cases");
-  if (!cJSON_IsArray(cases) || cases->child == nullptr || file.json->child->next != nullptr) {
-    file.refusal = R"(a file is {"cases": [case, ...]}, with nothing else in it)";
+  const std::string text = content.str();
+  const tap::Json json = tap::json_parse(text, file.refusal);
+  if (!json) return file;
+  if (!is_case_file(text)) {
+    file.refusal =
+        R"(a file is {"cases": [case, ...]}, perhaps with "tables", "values" and "repeat", and nothing else in it)";
     return file;
   }
+  std::vector<PlainCase> cases;
+  if (!expand_file(text, cases, file.refusal)) return file;
   std::set<std::string> seen;
-  const auto raw_cases = raw_children(raw_member(file.text, "cases"));
-  std::size_t number = 0;
-  const cJSON* json = nullptr;
-  cJSON_ArrayForEach(json, cases) {
-    Case test;
+  for (PlainCase& plain : cases) {
+    Case& test = file.cases.emplace_back(read_case(std::move(plain)));
     test.file = path;
-    test.json = json;
-    const cJSON* name = cJSON_GetObjectItemCaseSensitive(json, "name");
-    test.name = cJSON_IsString(name) ? name->valuestring : "";
     if (test.name.empty()) {
-      test.refusal = "it has no \"name\"";
-      test.name = "number " + std::to_string(number + 1);
+      if (test.refusal.empty()) test.refusal = "it has no \"name\"";
+      test.name = "number " + std::to_string(file.cases.size());
     }
     if (!seen.insert(test.name).second) test.refusal = "another case of this file has the same name";
-    for (const auto& [key, step] : raw_children(raw_member(raw_cases[number].second, "steps"))) {
-      test.step_params.push_back(raw_minified(raw_member(step, "param")));
-    }
-    ++number;
-    file.cases.push_back(std::move(test));
   }
   return file;
 }
@@ -351,21 +373,22 @@ bool is_word_bits(const cJSON* json) {
 
 std::string check_case(const Case& test, const Contract& contract) {
   if (!test.refusal.empty()) return test.refusal;
-  if (!cJSON_IsObject(test.json)) return "it is not an object";
-  if (std::string twice = duplicate_member(test.json); !twice.empty()) return twice;
+  if (!cJSON_IsObject(test.json.get())) return "it is not an object";
+  if (std::string twice = duplicate_member(test.json.get()); !twice.empty()) return twice;
   const cJSON* member = nullptr;
-  cJSON_ArrayForEach(member, test.json) {
+  cJSON_ArrayForEach(member, test.json.get()) {
     const Member* allowed = member_named(CASE_MEMBERS, member->string);
     if (allowed == nullptr) {
-      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS);
+      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS) +
+             "; each, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }
-  if (std::string problem = check_paths(test.json); !problem.empty()) return problem;
-  const cJSON* startup_calls = cJSON_GetObjectItemCaseSensitive(test.json, "calls");
+  if (std::string problem = check_paths(test.json.get()); !problem.empty()) return problem;
+  const cJSON* startup_calls = cJSON_GetObjectItemCaseSensitive(test.json.get(), "calls");
   if (std::string problem = check_calls(startup_calls, contract); !problem.empty()) return problem;
   int checks = startup_calls != nullptr ? 1 : 0;
-  const cJSON* steps = cJSON_GetObjectItemCaseSensitive(test.json, "steps");
+  const cJSON* steps = cJSON_GetObjectItemCaseSensitive(test.json.get(), "steps");
   if (steps == nullptr) return "it has no \"steps\"";
   int number = 0;
   const cJSON* step = nullptr;
@@ -381,7 +404,7 @@ std::string check_case(const Case& test, const Contract& contract) {
 WantedPaths wanted_paths(const Case& test, std::string_view language_template, std::string_view other_library) {
   WantedPaths wanted;
   const cJSON* file = nullptr;
-  cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(test.json, "files")) {
+  cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(test.json.get(), "files")) {
     const std::string_view path = file->string;
     WantedPath& entry = wanted[clean_path(path)];
     if (cJSON_IsNull(file)) {
@@ -393,12 +416,12 @@ WantedPaths wanted_paths(const Case& test, std::string_view language_template, s
     }
   }
   const cJSON* library = nullptr;
-  cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json, "libraries")) {
+  cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json.get(), "libraries")) {
     wanted[clean_path(library->string)] = {
         .what = WantedPath::FILE,
         .content = cJSON_IsNull(library) ? std::string(other_library) : language_library(language_template, library)};
   }
-  if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json, "device"))) {
+  if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json.get(), "device"))) {
     wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = ""};
   }
   return wanted;

@@ -14,15 +14,15 @@ namespace runner {
 struct Case {
   std::string file;
   std::string name;
-  const cJSON* json = nullptr;           // owned by its CaseFile
+  std::string text;                      // the plain case: see "runner/expand.h"
+  tap::Json json;                        // of text
   std::vector<std::string> step_params;  // per step, "param" as it stands in the file, without white space
+  std::vector<std::string> step_rows;    // per step, the row that made it, or empty
   std::string refusal;                   // why it cannot be run; empty when it can
 };
 
 struct CaseFile {
   std::string path;
-  std::string text;
-  tap::Json json;
   std::vector<Case> cases;
   std::string refusal;  // of the whole file
 };

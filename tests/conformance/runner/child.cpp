@@ -62,7 +62,7 @@ std::string refuse(Session& session) {
   session.contract = read_contract(list);
   std::free(list);
   if (std::string problem = check_case(*session.test, session.contract); !problem.empty()) return problem;
-  const cJSON* platform = cJSON_GetObjectItemCaseSensitive(session.test->json, "platform");
+  const cJSON* platform = cJSON_GetObjectItemCaseSensitive(session.test->json.get(), "platform");
   char* error = nullptr;
   const std::string answers = platform == nullptr ? "[]" : tap::json_print(platform);
   if (session.script(answers.c_str(), &error) == 0) return {};
@@ -73,7 +73,7 @@ std::string refuse(Session& session) {
 
 void run_steps(Session& session) {
   report_step(session, 0);
-  const cJSON* start = cJSON_GetObjectItemCaseSensitive(session.test->json, "start");
+  const cJSON* start = cJSON_GetObjectItemCaseSensitive(session.test->json.get(), "start");
   if (!cJSON_IsFalse(start)) {
     const std::int32_t resources = session.init_res();
     const std::int32_t controls = session.init();
@@ -83,7 +83,7 @@ void run_steps(Session& session) {
   finish_startup(session);
   int number = 0;
   const cJSON* step = nullptr;
-  cJSON_ArrayForEach(step, cJSON_GetObjectItemCaseSensitive(session.test->json, "steps")) {
+  cJSON_ArrayForEach(step, cJSON_GetObjectItemCaseSensitive(session.test->json.get(), "steps")) {
     ++number;
     report_step(session, number);
     run_step(session, step, number);

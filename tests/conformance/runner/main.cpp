@@ -32,6 +32,7 @@ constexpr const char* USAGE =
     "Runs the cases of files, and of all *.json files in folders, against the plugin.\n"
     "  --filter TEXT         only cases with TEXT in their name\n"
     "  -v, --verbose         shows every step\n"
+    "  --expand              prints the cases without tables, repetitions and names for numbers; runs none\n"
     "  --library PATH        another plugin than lib/libdtv_js_plugin.so beside this program's folder\n"
     "  --tap PATH            another tap than lib/libdtv_tap.so there\n"
     "  --jobs N              cases at a time (2)\n"
@@ -49,6 +50,7 @@ struct Options {
   std::string coverage;
   bool help = false;
   bool verbose = false;
+  bool expand = false;
   bool list_unexercised = false;
   bool require_coverage = false;
   int jobs = 2;
@@ -103,6 +105,8 @@ bool parse_options(int argc, char** argv, Options& ret_options) {
       return true;
     } else if (word == "-v" || word == "--verbose") {
       ret_options.verbose = true;
+    } else if (word == "--expand") {
+      ret_options.expand = true;
     } else if (word == "--list-unexercised") {
       ret_options.list_unexercised = true;
     } else if (word == "--require-coverage") {
@@ -161,7 +165,7 @@ Libraries find_libraries(const Options& options) {
 
 // A case that says what only sets of another word size do.
 bool is_for_other_word_size(const Case& test) {
-  const cJSON* bits = cJSON_GetObjectItemCaseSensitive(test.json, "word_bits");
+  const cJSON* bits = cJSON_GetObjectItemCaseSensitive(test.json.get(), "word_bits");
   return is_word_bits(bits) && bits->valueint != static_cast<int>(sizeof(void*) * 8);
 }
 
@@ -193,7 +197,7 @@ int memory_file(const char* name) {
 void start(Job& job, const Libraries& libraries, int timeout) {
   job.files = {.report = memory_file("report"), .out = memory_file("out"), .err = memory_file("err")};
   job.deadline = Clock::now() + std::chrono::seconds(timeout);
-  if (job.test != nullptr) job.deadline += own_delays(job.test->json);
+  if (job.test != nullptr) job.deadline += own_delays(job.test->json.get());
   std::fflush(nullptr);
   job.pid = fork();
   if (job.pid < 0) {
@@ -356,6 +360,29 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   return missing;
 }
 
+// Prints the cases as one file; false, after a message, when one cannot be expanded.
+bool print_expanded(const std::vector<CaseFile>& files, const std::string& filter) {
+  bool good = true;
+  const char* separator = "\n ";
+  std::printf("{\"cases\":[");
+  for (const CaseFile& file : files) {
+    if (!file.refusal.empty()) std::fprintf(stderr, "%s: %s\n", file.path.c_str(), file.refusal.c_str());
+    good = good && file.refusal.empty();
+    for (const Case& test : file.cases) {
+      if (test.name.find(filter) == std::string::npos) continue;
+      if (!test.refusal.empty()) {
+        std::fprintf(stderr, "%s: %s: %s\n", test.file.c_str(), test.name.c_str(), test.refusal.c_str());
+        good = false;
+        continue;
+      }
+      std::printf("%s%s", separator, test.text.c_str());
+      separator = ",\n ";
+    }
+  }
+  std::printf("]}\n");
+  return good;
+}
+
 bool write_coverage(const std::string& path, const Coverage& coverage) {
   const tap::Json json(cJSON_CreateObject());
   const auto add = [&](const char* key, const std::map<std::string, int>& counts) {
@@ -387,6 +414,7 @@ int main(int argc, char** argv) {
   int left_out = 0;
   std::vector<CaseFile> files;
   for (const std::string& path : find_files(options.paths)) files.push_back(read_case_file(path));
+  if (options.expand) return print_expanded(files, options.filter) ? 0 : 1;
   std::vector<Job> jobs;
   for (const CaseFile& file : files) {
     if (!file.refusal.empty()) {

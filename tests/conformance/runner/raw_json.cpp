@@ -80,4 +80,12 @@ std::string raw_minified(std::string_view json) {
   return text;
 }
 
+bool raw_is_text(std::string_view json) { return json.starts_with('"'); }
+bool raw_is_object(std::string_view json) { return json.starts_with('{'); }
+bool raw_is_array(std::string_view json) { return json.starts_with('['); }
+
+std::string_view raw_content(std::string_view text) { return text.substr(1, text.size() - 2); }
+
+std::string in_quotes(std::string_view content) { return "\"" + std::string(content) + "\""; }
+
 }  // namespace runner

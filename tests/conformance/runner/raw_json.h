@@ -1,5 +1,5 @@
 // JSON as it stands in a case file: what a request hands over must not pass through a parser that rounds numbers,
-// merges members or decodes escapes.
+// merges members or decodes escapes. All functions take valid JSON.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace runner {
 
-// The members of an object, with their keys as written, or the elements of an array, with empty keys; of valid JSON.
+// The members of an object, with their keys as written, or the elements of an array, with empty keys.
 std::vector<std::pair<std::string_view, std::string_view>> raw_children(std::string_view json);
 
 // The value of a member; empty when there is none.
@@ -17,5 +17,15 @@ std::string_view raw_member(std::string_view object, std::string_view key);
 
 // Without white space outside of texts.
 std::string raw_minified(std::string_view json);
+
+bool raw_is_text(std::string_view json);
+bool raw_is_object(std::string_view json);
+bool raw_is_array(std::string_view json);
+
+// A text without its quotes, its escapes as written.
+std::string_view raw_content(std::string_view text);
+
+// A text's content in its quotes.
+std::string in_quotes(std::string_view content);
 
 }  // namespace runner

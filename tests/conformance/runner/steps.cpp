@@ -290,7 +290,7 @@ std::string shortened(std::string text) {
 void finish_startup(Session& session) {
   Outcome outcome;
   const std::vector<PlatformCall> calls = take_calls(session, outcome);
-  if (const cJSON* expected = member(session.test->json, "calls"); expected != nullptr) {
+  if (const cJSON* expected = member(session.test->json.get(), "calls"); expected != nullptr) {
     expect(outcome, "calls", compare_calls(session, expected, calls));
   }
   std::string shown;
@@ -337,9 +337,10 @@ void run_step(Session& session, const cJSON* step, int number) {
     expect(outcome, "device", "expected " + quoted(expected->valuestring) + ", came " + quoted(device));
   }
 
-  std::string text = "step " + std::to_string(number) + " of " +
-                     std::to_string(cJSON_GetArraySize(member(session.test->json, "steps"))) + ": " +
-                     shortened(tap::json_print(step));
+  const std::vector<std::string>& rows = session.test->step_rows;
+  const std::string& row = rows[static_cast<std::size_t>(number - 1)];
+  std::string text = "step " + std::to_string(number) + " of " + std::to_string(rows.size()) +
+                     (row.empty() ? "" : " (" + row + ")") + ": " + shortened(tap::json_print(step));
   std::string note = text + "\n      ret: " + std::to_string(outcome.ret);
   if (!outcome.buffer.empty())
     note += "\n      bytes: " + quoted({outcome.buffer.data(), bytes_written(outcome.buffer)});

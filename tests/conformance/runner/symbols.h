@@ -1,0 +1,18 @@
+// The names that a case can use in place of numbers: rows of the registry ("VOL_MUTE" is its identifier) and item types
+// ("TYPE_VALUE"). They are read from the plugin's own tables, uris.def and item_types.def.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace runner {
+
+// Of some names, at least one, the one that differs least from another.
+std::string_view nearest_name(std::string_view name, std::span<const std::string_view> names);
+
+// Appends a step as written, with numbers in the place of names. A call of an exported function can have names: in "in"
+// and "after" as arguments of 8 and 16 bits and as the "id" of a record, and in "ret". False with ret_error.
+bool append_without_symbols(std::string_view step, std::string& json, std::string& ret_error);
+
+}  // namespace runner
