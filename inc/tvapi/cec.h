@@ -71,7 +71,7 @@ TVAPI_CALLBACK(INT32, a_vextvapi_cec_nfy_fct, IN(INT32, nfy_tag), IN_RECORD(CECM
 
 /* All return 0, negative on failure. */
 
-/* Asks to be told of every event. One subscriber; a later call replaces the earlier. */
+/* Subscribes to every event. There is one subscriber: a later call replaces the earlier one. */
 TVAPI_FN(INT32, a_vextvapi_cec_mw_reg_callback, CALLBACK(a_vextvapi_cec_nfy_fct, callback), TAG(void*, tag))
 
 /* Whether CEC is on (1) or off (0), as the viewer set it. */

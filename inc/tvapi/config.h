@@ -34,7 +34,7 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
-/* Called by the platform, on a thread of its own, about the keys that were asked for. notify_id:
+/* Called by the platform, on a thread of its own, for the keys that were subscribed to. notify_id:
  * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2, or the
  * platform's own, with an integer in pv_arg1. The others are reserved. Returns 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_config_nfy_fct, IN(INT32, notify_id), TAG(void*, pv_tag), IN(void*, pv_arg1),
@@ -58,7 +58,7 @@ TVAPI_FN(INT32, a_vextvapi_config_set_str_value, IN_TEXT(key), IN_TEXT(value))
  * Returns 0; anything else for a key without limits. */
 TVAPI_FN(INT32, a_vextvapi_config_get_minmaxvalue, IN(INT32, input_group), IN_TEXT(key), OUT(INT32, limits))
 
-/* Asks to be told of changes of one key, by the registered callback. Returns 0, negative on failure. */
+/* Subscribes the registered callback to changes of one key. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_config_add_value_changed_callback, IN_TEXT(key))
 
 /* Registers the callback. One subscriber; a later call replaces the earlier. Returns 0, negative on failure. */

@@ -4,9 +4,9 @@
  *     TVAPI_FN(INT32, a_vextvapi_volctrl_setVolume, IN(INT16, volume))
  *
  * A contract header states its types inside an include guard and its functions outside of it, between
- * "tvapi/begin.h" and "tvapi/end.h". Included plainly it gives prototypes. Whoever defines TVAPI_FN and
- * TVAPI_CALLBACK before including "tvapi/all.h" expands every statement as he likes: the tap makes its forwarding
- * and scripted functions of them, a platform its defaults for what it has not built.
+ * "tvapi/begin.h" and "tvapi/end.h". Included plainly it gives prototypes. A file that defines TVAPI_FN and
+ * TVAPI_CALLBACK before it includes "tvapi/all.h" expands every statement in its own way: the tap makes its
+ * forwarding and scripted functions of them, a platform its defaults for functions that it does not implement.
  *
  * A statement is TVAPI_FN(result type, name, parameters...); a callback type is
  * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters:

@@ -19,7 +19,7 @@ enum {
  * virtual television the interface's index. */
 TVAPI_CALLBACK(void, a_vextvapi_nw_nfy_fct, TAG(void*, pv_tag), IN(INT32, id), IN(void*, pv_param))
 
-/* Asks to be told of every event. nfy_id: the subscription's number, not 0. Returns 0; anything else on failure. */
+/* Subscribes to every event. nfy_id: the subscription's number, not 0. Returns 0; anything else on failure. */
 TVAPI_FN(INT32, a_vextvapi_nw_register, CALLBACK(a_vextvapi_nw_nfy_fct, callback), TAG(void*, tag), OUT(UINT32, nfy_id))
 
 #include "tvapi/end.h"

@@ -6,7 +6,7 @@
 
 struct T_HBBTV {
   INT32 is_enable;
-  INT32 func_type;  // what is asked for, in the platform's numbers
+  INT32 func_type;  // the requested function, in the platform's numbers
   INT32 app_type;
   char uri[256];
 };

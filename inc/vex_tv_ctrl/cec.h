@@ -24,8 +24,8 @@ struct T_CEC_COMP_ADDR {
 inline constexpr int CEC_DATA_MAX = 16;            // bytes of one frame
 inline constexpr int CEC_SHORT_AUD_DESCR_MAX = 4;  // short audio descriptors of one message
 
-// What an event tells besides its kind; the kind says which view is meant. Operands of the bus have the bus's sizes,
-// one byte where nothing else is said. Three-byte operands stand in the low bytes of 32 bits, first byte highest.
+// An event's data. The event's kind says which view applies. Operands have their size on the bus, one byte unless
+// noted. Three-byte operands occupy the low bytes of 32 bits, first byte highest.
 union T_CECM_NFY_DATA {
   UINT32 aui4_words[10];
 

@@ -10,7 +10,7 @@
 #include "tv_ctrl_main/registry.h"
 #include "tv_ctrl_util/number.h"
 
-// Texts stand in the rows themselves: an address of each would be one more for the loader to patch.
+// The rows hold their texts as arrays: an address of each would be one more relocation.
 struct KindRow {
   FieldKind kind;
   char name[16];

@@ -235,11 +235,11 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
 
 // --- Unloading ---
 
-// Runs when the library is closed, when nobody is inside, and when the process exits, when others may be inside and go
-// on calling. So it waits for no lock, since who holds it may be blocked in the platform for good; what it cannot lock
-// it leaves to the process's end. So too when the exit comes from within a platform call, on the thread that holds the
-// locks: the C library then says that they are taken. Afterwards nobody is subscribed, and the next request allocates
-// anew.
+// Runs when the library is closed (no thread is inside it then) and when the process exits (other threads may be inside
+// it and may go on calling). It never waits for a lock, because the lock's holder may be blocked in the platform for
+// good; memory whose lock is taken is left to the end of the process. That includes an exit from within a platform
+// call, on the thread that holds the locks: try_lock then fails. Afterwards there are no subscriptions, and the next
+// request allocates again.
 [[gnu::destructor]] static void unload() {
   if (const std::unique_lock request(mutex_recv, std::try_to_lock); request) {
     free(std::exchange(_pt_content, nullptr));

@@ -6,7 +6,7 @@
 #include "tvctl_common/handler.h"
 #include "tvctl_common/record.h"
 
-// What the CEC manager was told last. Written at start-up and under the request lock.
+// The parameters that the CEC manager received last. Written at start-up and under the request lock.
 static CECM_SET_CEC_FCT_PARAMS_T t_cec_param;
 
 static INT32 start_discovery() {

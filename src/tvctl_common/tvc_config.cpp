@@ -84,9 +84,9 @@ static bool load_library(const char* code) {
   return symbol != nullptr;
 }
 
-// The language's code; false when the platform does not tell. The caller holds the mutex, which is free while the
-// platform is asked. A value that was reset meanwhile is asked for again, but not for ever: the latest is then taken,
-// and not kept.
+// Reads the language's code from the platform; false when the platform call fails. The caller holds the mutex; it is
+// released during the platform call. When the cached value is reset during the call, the read is repeated, kMostReads
+// times at most. The last value read is then returned, but not cached.
 static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[4]) {
   constexpr int kMostReads = 8;
   bool known = false;
@@ -160,7 +160,7 @@ static INT32 get_number(const RecordRequest& request) {
   return ret;
 }
 
-// The text that is looked up stands in the value, and what was found takes its place.
+// Replaces the value, the text to look up, with the text found.
 static INT32 look_up_string(T_CONFIG& config) {
   char scratch[VEXTVAPI_CONFIG_LOOK_UP_LENGTH + 2];
   memset(scratch, 1, sizeof scratch - 1);
