@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
@@ -9,7 +10,7 @@
 #include "tv_ctrl_main/registry.h"
 #include "tv_ctrl_util/number.h"
 
-// Texts stand in the rows themselves: an address of each would be one more for the loader to patch.
+// A row holds its texts as arrays, not as addresses, which the loader would have to patch.
 struct KindRow {
   FieldKind kind;
   char name[16];
@@ -35,11 +36,18 @@ static constexpr KindRow kinds[] = {
 };
 
 // An address is described as the widest number, and a text of 16-bit units as a text.
-static const KindRow& kind_row(FieldKind kind) {
+static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
   if (kind == FieldKind::kText16) kind = FieldKind::kText;
-  return *std::ranges::find(kinds, kind, &KindRow::kind);
+  return std::ranges::find(kinds, kind, &KindRow::kind);
 }
+static_assert(
+    [] {
+      for (UINT8 kind = 0; kind <= static_cast<UINT8>(FieldKind::kConstant); ++kind)
+        if (find_kind(static_cast<FieldKind>(kind)) == std::end(kinds)) return false;
+      return true;
+    }(),
+    "every kind of field is described");
 
 struct ResultRow {
   INT8 result;
@@ -92,7 +100,7 @@ static cJSON* describe_fields(std::span<const Field> fields, FieldUse use);
 static cJSON* describe_field(const Field& field) {
   cJSON* const object = cJSON_CreateObject();
   bool added = tvc_json_add(object, "key", describe_text(field.key)) &&
-               tvc_json_add(object, "kind", describe_text(kind_row(field.kind).name));
+               tvc_json_add(object, "kind", describe_text(find_kind(field.kind)->name));
   if (field.kind == FieldKind::kText) added = added && tvc_json_add(object, "limit", tvc_json_number(field.size - 1));
   if (field.kind == FieldKind::kUint8Array) added = added && tvc_json_add(object, "count", tvc_json_number(field.size));
   if (field.kind == FieldKind::kUint32Array)

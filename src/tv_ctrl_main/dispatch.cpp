@@ -15,7 +15,7 @@ struct Route {
   UINT8 group;
   const Handler* handler = nullptr;    // null: nothing serves the group, and a set fails
   INT32 get_answer = VEXTVCTRLR_FAIL;  // of a group that nothing serves
-  bool set_needs_record = false;       // a set without a record is refused before the handler is asked
+  bool set_needs_record = false;       // a set without a content record is refused before the handler sees it
   INT32 (*start)() = nullptr;          // of the handler
   int start_turn = 0;                  // 1: first
 };
@@ -64,7 +64,7 @@ static_assert(
         if (route.group != ++group) return false;
       return group == TV_CTRL_GRPID_CONFIG;
     }(),
-    "a route stands at its group's number, counted from 1");
+    "a route's place in the table is its group's number, counted from 1");
 
 static constexpr int kStartTurns = std::ranges::max(routes, {}, &Route::start_turn).start_turn;
 static_assert(
