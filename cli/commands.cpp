@@ -374,11 +374,12 @@ constexpr Command kCommands[] = {
      .arguments = "[TEXT...]",
      .summary = "Lists URIs",
      .help =
-         "Shows the URIs whose name, type, abilities, identifier or help contain every TEXT, in capitals or not. What\n"
-         "stands under CAN (get, set, notify) has an effect; --can shows only the URIs for which one of them does. "
-         "With\n"
-         "--json one object per line, as the set describes it; its \"without_effect\" names the requests that are\n"
-         "accepted although nothing happens. Where none matches, standard error says so, and the exit code is 0.\n"
+         "Shows the URIs whose name, type, abilities, identifier or help contain every TEXT, in capitals or not. The\n"
+         "column CAN names the uses that have an effect: get, set, notify; --can shows only the URIs with one of "
+         "them.\n"
+         "With --json one object per line, as the set describes it; its \"without_effect\" names the requests that "
+         "the\n"
+         "set accepts although nothing happens. Where none matches, standard error says so, and the exit code is 0.\n"
          "\n"
          "  dtvctl list volume\n"
          "  dtvctl list --can get subtitle\n"

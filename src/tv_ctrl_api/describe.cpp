@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
@@ -36,11 +37,18 @@ static constexpr KindRow kinds[] = {
 };
 
 // An address is described as the widest number, and a text of 16-bit units as a text.
-static const KindRow& kind_row(FieldKind kind) {
+static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
   if (kind == FieldKind::kText16) kind = FieldKind::kText;
-  return *std::ranges::find(kinds, kind, &KindRow::kind);
+  return std::ranges::find(kinds, kind, &KindRow::kind);
 }
+static_assert(
+    [] {
+      for (UINT8 kind = 0; kind <= static_cast<UINT8>(FieldKind::kConstant); ++kind)
+        if (find_kind(static_cast<FieldKind>(kind)) == std::end(kinds)) return false;
+      return true;
+    }(),
+    "every kind of field is described");
 
 struct ResultRow {
   INT8 result;
@@ -93,7 +101,7 @@ static void describe_fields(JsonText& json, std::span<const Field> fields, Field
 static void describe_field(JsonText& json, const Field& field) {
   tvc_open_object(json);
   write_text_member(json, "key", field.key.data());
-  write_text_member(json, "kind", kind_row(field.kind).name);
+  write_text_member(json, "kind", find_kind(field.kind)->name);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
   if (field.kind == FieldKind::kUint8Array) write_number_member(json, "count", field.size);
   if (field.kind == FieldKind::kUint32Array)

@@ -15,7 +15,7 @@ struct Route {
   UINT8 group;
   const Handler* handler = nullptr;    // null: nothing serves the group, and a set fails
   INT32 get_answer = VEXTVCTRLR_FAIL;  // of a group that nothing serves
-  bool set_needs_record = false;       // a set without a record fails before the handler is called
+  bool set_needs_record = false;       // a set without a content record is refused before the handler sees it
   INT32 (*start)() = nullptr;          // of the handler
   int start_turn = 0;                  // 1: first
 };

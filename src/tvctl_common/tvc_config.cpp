@@ -160,7 +160,7 @@ static INT32 get_number(const RecordRequest& request) {
   return ret;
 }
 
-// Replaces the value, the text to look up, with the text found.
+// The content record's text is the name to look up; the text that the platform found replaces it.
 static INT32 look_up_string(T_CONFIG& config) {
   char scratch[VEXTVAPI_CONFIG_LOOK_UP_LENGTH + 2];
   memset(scratch, 1, sizeof scratch - 1);

@@ -70,7 +70,7 @@ TEST_F(HandlerRows, TextsOfARowAreKept) {
   const char* const texts = handler.records.texts;
   EXPECT_STREQ(texts + row->help, "Help.");
   EXPECT_STREQ(texts + row->unit, "s");
-  EXPECT_EQ(std::string(texts + row->values, 5), std::string("A\0B\0", 5));
+  EXPECT_EQ(std::string(texts + row->values, 5), std::string("A\0B\0\0", 5));
   EXPECT_STREQ(texts + tvc_find_record(handler, kAction)->values, "");
   EXPECT_EQ(tvc_find_record(handler, kWithoutRow), nullptr);
 }

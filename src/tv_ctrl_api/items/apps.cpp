@@ -13,7 +13,7 @@ static constexpr Field hbbtv_table[] = {
      .use = kSet,
      .values = "1=switches HbbTV, by enableHbbtv\0"
                "4=hands over the application, by appType and appUri\0",
-     .help = "what is asked for; other numbers are the platform's"},
+     .help = "function of HbbTV; other numbers are the platform's"},
     {.key = "appType", TVC_MEMBER(T_HBBTV, app_type), .use = kSet, .help = "kind of application"},
     {.key = "appUri", TVC_MEMBER(T_HBBTV, uri), .use = kSet, .help = "address of the application"},
 };

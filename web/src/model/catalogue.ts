@@ -33,8 +33,8 @@ function commonPrefix(uris: string[]): string {
   return prefix.slice(0, prefix.lastIndexOf("/") + 1);
 }
 
-// What can be asked comes before what only tells, that before what is accepted without effect, and that before what
-// nothing serves yet.
+// The order of URIs: those with a get or set, those that only notify, those that are accepted without effect, those that
+// nothing serves.
 const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : row.without_effect ? 2 : 3);
 const rankOfGroup = (group: Group): number => Math.min(...group.rows.map(rank));
 
