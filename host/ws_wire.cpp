@@ -153,7 +153,7 @@ WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_messag
     if (stream.message.capacity() > kept_bytes) stream.message.shrink_to_fit();
   }
   if (!stream.beast.is_open()) return WsRead::closed;
-  constexpr unsigned most_frames = 256;
+  constexpr unsigned most_frames = 32;  // the caller looks at the clock after a few calls
   Pipe& pipe = stream.pipe();
   // The usual end of what was received: without the cost of an exception.
   if (readable_length(window, pipe.longest_message, stream.message.size()) == 0) return WsRead::more;

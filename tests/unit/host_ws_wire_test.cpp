@@ -177,7 +177,7 @@ TEST(WsWire, ManyFramesAreReadInParts) {
   WsMessage message;
   int parts = 1;
   while (ws_read(*stream, window, message) == WsRead::again) ++parts;
-  EXPECT_EQ(parts, 3);
+  EXPECT_EQ(parts, 19);  // of 32 frames, the last of fewer
   EXPECT_EQ(message.text, std::string(600, 'x') + "y");
 }
 

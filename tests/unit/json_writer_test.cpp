@@ -81,12 +81,11 @@ TEST(JsonWriter, RandomTexts) {
 
 TEST(JsonWriter, TextEndsAtItsTerminatorOrItsSize) {
   std::mt19937 random(2);
-  for (std::size_t size = 0; size < 300; ++size) {
+  for (std::size_t size = 1; size < 300; ++size) {
     std::vector<char> array(size);  // exactly that size: the address sanitizer reports a read beyond it
     const std::string text = random_text(random, size);
     std::memcpy(array.data(), text.data(), size);
     EXPECT_EQ(written(tvc_write_text, array.data(), size), library_text(text)) << size;
-    if (size == 0) continue;
     const std::size_t end = random() % size;
     array[end] = '\0';
     EXPECT_EQ(written(tvc_write_text, array.data(), size), library_text(text.substr(0, end))) << size;
