@@ -8,7 +8,7 @@ import { connect, dial, dialWebSocket, frame, modify, mute, sanitized, sleep, sl
 import { hostLine, resident } from './wire_support.mjs';
 
 const full = process.env.DTV_LOAD === 'full';
-const bounds = sanitized ? { p99: 2000, resident: Infinity, left: Infinity } : { p99: 50, resident: 400, left: 64 };
+const bounds = sanitized ? { p99: 10_000, resident: Infinity, left: Infinity } : { p99: 50, resident: 400, left: 64 };
 
 const clients = (count, make) => Promise.all(Array.from({ length: count }, make));
 const leave = (lines) => () => lines.forEach((line) => line.socket.destroy());
