@@ -235,9 +235,9 @@ static void describe_all(JsonText& json) {
   tvc_close_array(json);
   tvc_write_key(json, "types");
   tvc_open_object(json);
-  for (const ItemType& item : tvc_item_types()) {
-    tvc_write_key(json, tvc_item_type_name(item.type));
-    describe_type(json, item);
+  for (const ItemType* const item : tvc_item_types()) {
+    tvc_write_key(json, tvc_item_type_name(item->type));
+    describe_type(json, *item);
   }
   tvc_close_object(json);
   tvc_write_key(json, "kinds");

@@ -1,4 +1,4 @@
-// The item-type table: one row per item type that has a record, with everything that depends on the type.
+// Item types: one row per type that has a record, with everything that depends on the type.
 #pragma once
 
 #include <span>
@@ -16,10 +16,18 @@ enum class NotifyForm : UINT8 {
 struct NotifyRule {
   NotifyForm form = NotifyForm::kNone;
   UINT32 bound = 0;                // kQueued: a longer pending text is discarded before appending, in characters
-  const char* log_name = "";       // operation that the messages name
+  const char* log_name = nullptr;  // operation that the messages name
   bool traces_text = false;        // the text made is traced
   bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; else the notification is dropped
 };
+
+// What most rows have as their rule.
+inline constexpr UINT32 kQueueBound = 1024;
+inline constexpr NotifyRule kBaseTypeNotify = {.form = NotifyForm::kSingleParameter,
+                                               .log_name = "_json_print_base_type_notify"};
+constexpr NotifyRule queued(const char* log_name, UINT32 bound = kQueueBound) {
+  return {.form = NotifyForm::kQueued, .bound = bound, .log_name = log_name, .traces_text = true};
+}
 
 // Where a record keeps the entries that a response lists, one item each.
 struct EntryList {
@@ -33,8 +41,8 @@ struct ItemType {
   UINT8 type;
   UINT32 record_size = 0;              // of the record that the content buffer holds; 0: the record is not defined yet
   UINT32 allocated_size = 0;           // of a record made by tv_ctrl_malloc_content; 0: none is made
-  const char* error_word = "";         // in "error: parse ... param!"
-  const char* renderer = "";           // operation that messages of the response's rendering name
+  const char* error_word = nullptr;    // in "error: parse ... param!"; null: nothing is decoded that can fail
+  const char* renderer = nullptr;      // operation that messages of the response's rendering name
   std::span<const Field> fields = {};  // of an entry, where the record is a list
   EntryList list = {};
   NotifyRule notify = {};
@@ -43,8 +51,8 @@ struct ItemType {
 // The row of an item type, or null.
 const ItemType* tvc_item_type(UINT8 type);
 
-// Every row.
-std::span<const ItemType> tvc_item_types();
+// Every row, sorted by type.
+std::span<const ItemType* const> tvc_item_types();
 
 // "TYPE_VALUE" and so on, as in TV_CTRL_ITEM_TYPE; empty for a number that is none.
 const char* tvc_item_type_name(UINT8 type);
@@ -63,18 +71,7 @@ void tvc_write_items(JsonText& json, const ItemType& item, const void* record);
     .key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"        \
   }
 
-// Field tables of the records, by area.
-extern const std::span<const Field> value_fields, text_fields, tint_fields, action_fields, option_list_fields,
-    integer_fields, text_16_fields, time_fields, banner_item_fields;
-extern const std::span<const Field> tuner_scan_fields, tuner_scan_notify_fields;
-extern const std::span<const Field> ci_data_fields;
-extern const std::span<const Field> nw_notify_fields, wlan_associate_fields, ip_info_fields, ipv6_info_fields;
-extern const std::span<const Field> cbrowser_fields, cbrowser_pb_notify_fields, dlna_dms_notify_fields,
-    dlna_dmr_notify_fields, pus_notify_fields;
-extern const std::span<const Field> usb_detect_notify_fields, mount_point_fields;
-extern const std::span<const Field> hbbtv_fields, portal_fields;
-extern const std::span<const Field> cecm_cfg_fields, cec_detect_notify_fields;
-extern const std::span<const Field> config_fields, lang_string_fields, config_update_notify_fields;
-extern const std::span<const Field> channel_info_notify_fields;
-extern const std::span<const Field> active_window_info_notify_fields, active_window_time_notify_fields;
-extern const std::span<const Field> vol_ctrl_notify_fields;
+// The rows, each beside its field table in its area's file.
+#define TVC_ITEM_TYPE(name, number) extern const ItemType item_##name;
+#define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
+#include "vex_tv_ctrl/item_types.def"

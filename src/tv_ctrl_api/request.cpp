@@ -33,7 +33,7 @@ Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse u
                              void* record) {
   if (!item || !tvc_item_has(*item, use)) return Decoded::kNotTaken;
   if (tvc_decode_fields(item->fields, use, parameter, record, entry) == VEXTVCTRLR_OK) return Decoded::kDone;
-  TVC_LOG_AS(LOG_ERROR, entry, "error: parse %s param!", item->error_word);
+  TVC_LOG_AS(LOG_ERROR, entry, "error: parse %s param!", item->error_word ? item->error_word : "");
   return Decoded::kFailed;
 }
 

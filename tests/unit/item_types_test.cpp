@@ -55,8 +55,8 @@ void check_fields(std::span<const Field> fields, std::size_t record_size, const 
 }
 
 TEST(ItemTypes, FieldsLieInTheirRecords) {
-  for (const ItemType& item : tvc_item_types())
-    check_fields(item.fields, item.record_size, tvc_item_type_name(item.type));
+  for (const ItemType* const item : tvc_item_types())
+    check_fields(item->fields, item->record_size, tvc_item_type_name(item->type));
 }
 
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
@@ -73,26 +73,27 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
 }
 
 TEST(ItemTypes, KeysAreUniqueWithinAUse) {
-  for (const ItemType& item : tvc_item_types())
-    for (const FieldUse use : kUses) check_keys(item.fields, use, tvc_item_type_name(item.type));
+  for (const ItemType* const item : tvc_item_types())
+    for (const FieldUse use : kUses) check_keys(item->fields, use, tvc_item_type_name(item->type));
 }
 
 TEST(ItemTypes, FieldsTakePartSomewhere) {
-  for (const ItemType& item : tvc_item_types())
-    for (const Field& field : item.fields) EXPECT_NE(field.use, kEverywhere) << field.key;
+  for (const ItemType* const item : tvc_item_types())
+    for (const Field& field : item->fields) EXPECT_NE(field.use, kEverywhere) << field.key;
 }
 
 TEST(ItemTypes, OnlyOneFieldIsModified) {
-  for (const ItemType& item : tvc_item_types()) {
+  for (const ItemType* const item : tvc_item_types()) {
     const auto modified =
-        std::count_if(item.fields.begin(), item.fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
-    EXPECT_EQ(modified, decoded_types(kModify).contains(item.type) ? 1 : 0) << tvc_item_type_name(item.type);
+        std::count_if(item->fields.begin(), item->fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
+    EXPECT_EQ(modified, decoded_types(kModify).contains(item->type) ? 1 : 0) << tvc_item_type_name(item->type);
   }
 }
 
 TEST(ItemTypes, EveryNumberFindsItsRow) {
   std::map<int, const ItemType*> rows;
-  for (const ItemType& item : tvc_item_types()) EXPECT_TRUE(rows.emplace(item.type, &item).second) << int{item.type};
+  for (const ItemType* const item : tvc_item_types())
+    EXPECT_TRUE(rows.emplace(item->type, item).second) << int{item->type};
   for (int type = 0; type <= 255; ++type)
     EXPECT_EQ(tvc_item_type(static_cast<UINT8>(type)), rows.contains(type) ? rows[type] : nullptr) << type;
   EXPECT_FALSE(rows.contains(TYPE_NONE));
@@ -200,7 +201,7 @@ TEST(ItemTypes, NotificationFormsAndBounds) {
     const ItemType* const item = tvc_item_type(static_cast<UINT8>(type));
     if (!item) continue;  // its record comes with its own area
     const auto rule = rules.find(type);
-    const Rule expected = rule == rules.end() ? Rule{NotifyForm::kNone, 0, ""} : rule->second;
+    const Rule expected = rule == rules.end() ? Rule{NotifyForm::kNone, 0, nullptr} : rule->second;
     EXPECT_EQ(item->notify.form, expected.form) << type;
     EXPECT_EQ(item->notify.bound, expected.bound) << type;
     EXPECT_STREQ(item->notify.log_name, expected.log_name) << type;
