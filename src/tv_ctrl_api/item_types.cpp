@@ -36,17 +36,45 @@ const char* tvc_item_type_name(UINT8 type) {
 }
 
 bool tvc_item_has(const ItemType& item, FieldUse use) {
+  if (use == kResponse && !item.forms.empty()) return true;
   for (const Field& field : item.fields)
     if (field.use & use) return true;
   return false;
 }
 
-void tvc_write_items(JsonText& json, const ItemType& item, const void* record) {
-  const EntryList& list = item.list;
-  if (list.entry_size == 0) return tvc_write_object(json, item.fields, kResponse, record);
-  const char* const base = static_cast<const char*>(record);
-  const INT32 count = *reinterpret_cast<const INT32*>(base + list.count_offset);
-  const char* entry = base + list.entries_offset;
-  for (INT32 i = 0; i < std::min(count, static_cast<INT32>(list.most)); ++i, entry += list.entry_size)
-    tvc_write_object(json, item.fields, kResponse, entry);
+static void write_entries(JsonText& json, const ItemForm& form, const void* record) {
+  const EntryList& list = form.list;
+  const INT32 most = static_cast<INT32>(list.most);
+  const INT32 count = list.count.size ? std::min(tvc_integer_at(record, list.count), most) : most;
+  const char* entry = static_cast<const char*>(record) + list.entries_offset;
+  for (INT32 i = 0; i < count; ++i, entry += list.entry_size)
+    if (!list.shows || list.shows(entry)) tvc_write_object(json, form.fields, kEverywhere, entry);
+}
+
+static void write_forms(JsonText& json, std::span<const ItemForm> forms, UINT16 uri, const void* record) {
+  for (const ItemForm& form : forms) {
+    if ((form.uri && form.uri != uri) || (form.when && !form.when(record))) continue;
+    if (form.list.entry_size)
+      write_entries(json, form, record);
+    else
+      tvc_write_object(json, form.fields, kEverywhere, record);
+    return;
+  }
+}
+
+void tvc_write_content(JsonText& json, const ItemType& item, UINT16 uri, const void* record) {
+  tvc_write_members(json, item.fields, kRoot, record);
+  tvc_write_key(json, "ITEMS");
+  tvc_open_array(json);
+  if (item.forms.empty())
+    tvc_write_object(json, item.fields, kResponse, record);
+  else
+    write_forms(json, item.forms, uri, record);
+  tvc_close_array(json);
+}
+
+void tvc_free_record_texts(const ItemType& item, void* record) {
+  tvc_free_texts(item.fields, record);
+  for (const ItemForm& form : item.forms)
+    if (!form.list.entry_size) tvc_free_texts(form.fields, record);
 }

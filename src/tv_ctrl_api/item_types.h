@@ -2,6 +2,8 @@
 #pragma once
 
 #include <span>
+#include <type_traits>
+#include <utility>
 
 #include "tv_ctrl_main.h"
 #include "tv_ctrl_util/json_field.h"
@@ -31,20 +33,40 @@ constexpr NotifyRule queued(const char* log_name, UINT32 bound = kQueueBound) {
 
 // Where a record keeps the entries that a response lists, one item each.
 struct EntryList {
-  UINT32 count_offset = 0;  // of the number of entries, an INT32; what it has beyond the array is not looked at
+  IntegerPlace count = {};  // number of entries, of which no more are read than there is room for; none: all of them
   UINT32 entries_offset = 0;
-  UINT32 entry_size = 0;  // 0: the record is one item itself
-  UINT32 most = 0;        // entries that there is room for
+  UINT32 entry_size = 0;                       // 0: the record is one item itself
+  UINT32 most = 0;                             // entries that there is room for
+  bool (*shows)(const void* entry) = nullptr;  // null: every entry
+};
+
+// The part of a list that follows from the record: .list = {.count = TVC_PLACE(T_LIST, count), TVC_ENTRIES(T_LIST,
+// entries)}
+#define TVC_ENTRIES(record, member)                                             \
+  .entries_offset = static_cast<UINT32>(offsetof(record, member)),              \
+  .entry_size = static_cast<UINT32>(sizeof(std::declval<record&>().member[0])), \
+  .most = static_cast<UINT32>(std::extent_v<std::remove_reference_t<decltype(std::declval<record&>().member)>>)
+
+// A form that a response's "ITEMS" can have.
+struct ItemForm {
+  UINT16 uri = 0;                              // identifier of the only URI that has it; 0: any has it
+  bool (*when)(const void* record) = nullptr;  // null: any record
+  std::span<const Field> fields = {};          // of the item, or of an entry of the list; all of them are shown
+  EntryList list = {};
 };
 
 struct ItemType {
   UINT8 type;
+  UINT8 also_set_as = TYPE_NONE;       // a "SET" is decoded and carried out again as this type, over the same record
   UINT32 record_size = 0;              // of the record that the content buffer holds; 0: the record is not defined yet
   UINT32 allocated_size = 0;           // of a record made by tv_ctrl_malloc_content; 0: none is made
   const char* error_word = nullptr;    // in "error: parse ... param!"; null: nothing is decoded that can fail
   const char* renderer = nullptr;      // operation that messages of the response's rendering name
-  std::span<const Field> fields = {};  // of an entry, where the record is a list
-  EntryList list = {};
+  std::span<const Field> fields = {};  // of the record
+  // The forms of a response's "ITEMS": the first that fits is written; the array is empty when none does. Without forms
+  // there is one item, of the fields above.
+  std::span<const ItemForm> forms = {};
+  bool (*has_response)(const void* record) = nullptr;  // false, after a message: no response is made. Null: always
   NotifyRule notify = {};
 };
 
@@ -60,8 +82,11 @@ const char* tvc_item_type_name(UINT8 type);
 // Whether any field of the type takes part in this use.
 bool tvc_item_has(const ItemType& item, FieldUse use);
 
-// Writes what a response's "ITEMS" show of a record: one object, or one for each entry of a list.
-void tvc_write_items(JsonText& json, const ItemType& item, const void* record);
+// Writes what a response to a URI shows of a record: the members beside "ITEMS", and "ITEMS".
+void tvc_write_content(JsonText& json, const ItemType& item, UINT16 uri, const void* record);
+
+// Frees the texts that a handler put into a record, whether or not the response showed them.
+void tvc_free_record_texts(const ItemType& item, void* record);
 
 // The rows of what every generic record begins with, in a response.
 #define TVC_HEADER_FIELDS(record, type_text)                                                   \

@@ -1,6 +1,4 @@
 // Item types of events of the set itself: USB, channel list, guide, volume.
-#include <iterator>
-
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr Field usb_detect_notify_fields[] = {
@@ -25,20 +23,20 @@ constexpr ItemType item_USB_DETECT_NOTIFY = {.type = TYPE_USB_DETECT_NOTIFY,
 
 // Of one entry of the list.
 static constexpr Field mount_point_fields[] = {
-    {.key = "DEV", TVC_MEMBER(T_MOUNT_POINT_INFO, dev), .use = kResponse, .help = "device"},
-    {.key = "PATH", TVC_MEMBER(T_MOUNT_POINT_INFO, path), .use = kResponse, .help = "mount point"},
-    {.key = "LABEL", TVC_MEMBER(T_MOUNT_POINT_INFO, label), .use = kResponse, .help = "volume label"},
-    {.key = "PORT", TVC_MEMBER(T_MOUNT_POINT_INFO, port), .use = kResponse, .help = "USB port"},
+    {.key = "DEV", TVC_MEMBER(T_MOUNT_POINT_INFO, dev), .help = "device"},
+    {.key = "PATH", TVC_MEMBER(T_MOUNT_POINT_INFO, path), .help = "mount point"},
+    {.key = "LABEL", TVC_MEMBER(T_MOUNT_POINT_INFO, label), .help = "volume label"},
+    {.key = "PORT", TVC_MEMBER(T_MOUNT_POINT_INFO, port), .help = "USB port"},
 };
+
+static constexpr ItemForm mount_forms[] = {
+    {.fields = mount_point_fields,
+     .list = {.count = TVC_PLACE(T_MOUNT_POINT_LIST, count), TVC_ENTRIES(T_MOUNT_POINT_LIST, entries)}}};
 
 constexpr ItemType item_MOUNT_INFO = {.type = TYPE_MOUNT_INFO,
                                       .record_size = sizeof(T_MOUNT_POINT_LIST),
                                       .renderer = "_json_print_mount_info_type",
-                                      .fields = mount_point_fields,
-                                      .list = {.count_offset = offsetof(T_MOUNT_POINT_LIST, count),
-                                               .entries_offset = offsetof(T_MOUNT_POINT_LIST, entries),
-                                               .entry_size = sizeof(T_MOUNT_POINT_INFO),
-                                               .most = std::size(T_MOUNT_POINT_LIST{}.entries)}};
+                                      .forms = mount_forms};
 
 // The channel list and the guide report alike.
 #define SERVICE_LIST_EVENT_FIELDS(record)                                                             \
