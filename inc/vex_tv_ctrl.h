@@ -49,7 +49,6 @@ enum TVC_GROUP_ID : UINT8 {
 enum TV_CTRL_ITEM_TYPE : UINT8 {
 #define TVC_ITEM_TYPE(name, number) TYPE_##name = number,
 #include "vex_tv_ctrl/item_types.def"
-#undef TVC_ITEM_TYPE
 };
 
 // Kinds of values in configuration records.

@@ -17,29 +17,33 @@ struct KindRow {
   char name[16];
   char json[8];  // what a value is in JSON
   char help[56];
-  char minimum[24] = "";  // of a number; a text, since not every one of 64 bits is exact as a double
-  char maximum[24] = "";
+  char minimum[25] = "";  // of a number; a text, since not every one of 64 bits is exact as a double
+  char maximum[25] = "";
 };
 
 static constexpr KindRow kinds[] = {
     {FieldKind::kInt32, "int32", "number", "a whole number of 32 bits, with a sign", "-2147483648", "2147483647"},
+    {FieldKind::kInt16, "int16", "number", "a whole number of 16 bits, with a sign", "-32768", "32767"},
     {FieldKind::kUint8, "uint8", "number", "a whole number of 8 bits", "0", "255"},
     {FieldKind::kUint16, "uint16", "number", "a whole number of 16 bits", "0", "65535"},
     {FieldKind::kUint32, "uint32", "number", "a whole number of 32 bits", "0", "4294967295"},
     {FieldKind::kInt64, "int64", "number", "a whole number of 64 bits, with a sign", "-9223372036854775808",
      "9223372036854775807"},
     {FieldKind::kUint64, "uint64", "number", "a whole number of 64 bits", "0", "18446744073709551615"},
+    {FieldKind::kDouble, "double", "number", "any number", "-1.7976931348623157e+308", "1.7976931348623157e+308"},
     {FieldKind::kText, "text", "string", "a text; limit: its longest, in bytes"},
     {FieldKind::kUint8Array, "uint8_array", "array", "numbers of 8 bits; count: how many"},
+    {FieldKind::kUint16Array, "uint16_array", "array", "numbers of 16 bits; count: how many"},
+    {FieldKind::kInt32Array, "int32_array", "array", "numbers of 32 bits, with a sign; count: how many"},
     {FieldKind::kUint32Array, "uint32_array", "array", "numbers of 32 bits; count: how many"},
     {FieldKind::kObject, "object", "object", "an object; fields: its members"},
     {FieldKind::kConstant, "constant", "string", "always the same text; value: which"},
 };
 
-// An address is described as the widest number, and a text of 16-bit units as a text.
+// An address is described as the widest number, and as a text whatever a text stands for.
 static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
-  if (kind == FieldKind::kText16) kind = FieldKind::kText;
+  if (kind == FieldKind::kText16 || kind == FieldKind::kName || kind == FieldKind::kOwnedText) kind = FieldKind::kText;
   return std::ranges::find(kinds, kind, &KindRow::kind);
 }
 static_assert(
@@ -75,11 +79,13 @@ static void write_flag_member(JsonText& json, const char* key, bool flag) {
   tvc_write_boolean(json, flag);
 }
 
-// A value that stands as "value", or as "number=meaning".
-static void describe_value(JsonText& json, const char* text) {
+// A value that stands as "value", or as "number=meaning"; where a request names it, its name is the value.
+static void describe_value(JsonText& json, const char* text, bool by_name) {
   const char* const equals = strchr(text, '=');
   tvc_open_object(json);
-  if (equals) {
+  if (equals && by_name) {
+    write_text_member(json, "value", equals + 1);
+  } else if (equals) {
     write_number_member(json, "value", tvc_text_to_int32(text));
     write_text_member(json, "help", equals + 1);
   } else {
@@ -89,10 +95,10 @@ static void describe_value(JsonText& json, const char* text) {
 }
 
 // Values stand one after the other, each with its end; an empty one ends them.
-static void describe_values(JsonText& json, const char* values) {
+static void describe_values(JsonText& json, const char* values, bool by_name = false) {
   tvc_write_key(json, "values");
   tvc_open_array(json);
-  for (; *values; values += strlen(values) + 1) describe_value(json, values);
+  for (; *values; values += strlen(values) + 1) describe_value(json, values, by_name);
   tvc_close_array(json);
 }
 
@@ -103,11 +109,10 @@ static void describe_field(JsonText& json, const Field& field) {
   write_text_member(json, "key", field.key.data());
   write_text_member(json, "kind", find_kind(field.kind)->name);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
-  if (field.kind == FieldKind::kUint8Array) write_number_member(json, "count", field.size);
-  if (field.kind == FieldKind::kUint32Array)
-    write_number_member(json, "count", field.size / static_cast<UINT32>(sizeof(UINT32)));
+  if (const std::size_t size = tvc_element_size(field.kind))
+    write_number_member(json, "count", static_cast<INT64>(field.size / size));
   if (field.unit) write_text_member(json, "unit", field.unit);
-  if (field.values) describe_values(json, field.values);
+  if (field.values) describe_values(json, field.values, field.kind == FieldKind::kName);
   if (field.help) write_text_member(json, "help", field.help);
   if (field.kind == FieldKind::kConstant) write_text_member(json, "value", field.text);
   if (field.kind == FieldKind::kObject) {
@@ -117,10 +122,21 @@ static void describe_field(JsonText& json, const Field& field) {
   tvc_close_object(json);
 }
 
+static bool takes_part(const Field& field, FieldUse use) { return use == kEverywhere || (field.use & use); }
+
+static bool has_key(std::span<const Field> fields, FieldUse use, std::string_view key) {
+  return std::ranges::any_of(fields, [&](const Field& field) { return takes_part(field, use) && field.key == key; });
+}
+
+// Rows of one key are one member, and described once: a record shows one of them, by its condition.
+static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use) {
+  for (std::size_t i = 0; i < fields.size(); ++i)
+    if (takes_part(fields[i], use) && !has_key(fields.first(i), use, fields[i].key)) describe_field(json, fields[i]);
+}
+
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use) {
   tvc_open_array(json);
-  for (const Field& field : fields)
-    if (use == kEverywhere || (field.use & use)) describe_field(json, field);
+  describe_rows(json, fields, use);
   tvc_close_array(json);
 }
 
@@ -129,6 +145,18 @@ static void describe_fields_or_null(JsonText& json, const ItemType& item, FieldU
     describe_fields(json, item.fields, use);
   else
     tvc_write_null(json);
+}
+
+// The members of an item in any of its forms.
+static void describe_response(JsonText& json, const ItemType& item) {
+  if (item.forms.empty()) return describe_fields_or_null(json, item, kResponse);
+  tvc_open_array(json);
+  for (std::size_t i = 0; i < item.forms.size(); ++i)
+    for (const Field& field : item.forms[i].fields)
+      if (std::ranges::none_of(item.forms.first(i),
+                               [&](const ItemForm& before) { return has_key(before.fields, kEverywhere, field.key); }))
+        describe_field(json, field);
+  tvc_close_array(json);
 }
 
 // The request word that a set of this type takes, and the fields that it decodes.
@@ -178,7 +206,11 @@ static void describe_type(JsonText& json, const ItemType& item) {
   tvc_write_key(json, "set");
   describe_set(json, item);
   tvc_write_key(json, "response");
-  describe_fields_or_null(json, item, kResponse);
+  describe_response(json, item);
+  if (tvc_item_has(item, kRoot)) {
+    tvc_write_key(json, "root");
+    describe_fields(json, item.fields, kRoot);
+  }
   tvc_write_key(json, "notify");
   describe_notify(json, item);
   tvc_close_object(json);
@@ -243,9 +275,9 @@ static void describe_all(JsonText& json) {
   tvc_close_array(json);
   tvc_write_key(json, "types");
   tvc_open_object(json);
-  for (const ItemType& item : tvc_item_types()) {
-    tvc_write_key(json, tvc_item_type_name(item.type));
-    describe_type(json, item);
+  for (const ItemType* const item : tvc_item_types()) {
+    tvc_write_key(json, tvc_item_type_name(item->type));
+    describe_type(json, *item);
   }
   tvc_close_object(json);
   tvc_write_key(json, "kinds");

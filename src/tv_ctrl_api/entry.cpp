@@ -70,12 +70,17 @@ static bool find_target(const char* entry, const char* uri, Target& ret_target) 
 }
 
 // True when there is a content buffer. The record that the type has in it is then cleared; the whole buffer, where the
-// record is not known or the request is decoded as a second type.
+// record is not known or a set is decoded as a second type.
 static bool clear_content(const char* entry, const Target& target) {
   if (!allocate_content(entry)) return false;
-  const bool one_record = target.item && target.item->record_size > 0 && target.type != TYPE_UPDATE_EPG;
+  const bool one_record = target.item && target.item->record_size > 0 && target.item->also_set_as == TYPE_NONE;
   memset(_pt_content, 0, one_record ? target.item->record_size : static_cast<std::size_t>(_z_content_size));
   return true;
+}
+
+// The texts that the handler put into the record end with the request.
+static void free_texts(const Target& target) {
+  if (target.item && _pt_content) tvc_free_record_texts(*target.item, _pt_content);
 }
 
 // --- Get ---
@@ -102,7 +107,7 @@ static INT32 get_item(const char* entry, const char* uri, const char* param, voi
     if (!tvc_parse_request(entry, param, false, request)) return VEXTVCTRLR_FAIL;
   }
   if (strcmp(request.word, kWordQuery) == 0) {
-    const Decoded decoded = tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content);
+    const Decoded decoded = tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content, target.id);
     if (decoded == Decoded::kNotTaken) {
       TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
       tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_REQ_TYPE_NOT_MATCH);
@@ -111,6 +116,7 @@ static INT32 get_item(const char* entry, const char* uri, const char* param, voi
   }
   const INT32 ret = tv_ctrl_get(target.id, _pt_content);
   tv_ctrl_response_get(_s_uri, target.type, _pt_content, ret);
+  free_texts(target);
   copy_response(entry, pv_content);
   return ret;
 }
@@ -160,7 +166,7 @@ static Outcome set_modify(const char* entry, const Target& target, const Request
 }
 
 static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
-  const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content);
+  const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content, target.id);
   if (decoded == Decoded::kNotTaken) {
     TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
     return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
@@ -170,17 +176,13 @@ static Outcome set_specialised(const char* entry, const Target& target, const Re
     tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_INVALID_PARAM);
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
   }
-  const Outcome outcome = call_handler(target, _pt_content, VEX_SET_FAIL);
-  if (target.type == TYPE_CHANNEL_INFO && outcome.ret == VEXTVCTRLR_DUPLICATE)
-    return {.status = VEX_DUPLICATE, .ret = outcome.ret};
-  if (target.type == TYPE_UPDATE_EPG) {
-    // The guide's update is an event request as well: the same parameters are decoded once more, as that, over the
-    // same record, and the handler is called again.
-    tv_ctrl_response_set(target.type, request.root, outcome.status);
-    const Target event = {.id = target.id, .type = TYPE_EVENT_INFO, .item = tvc_item_type(TYPE_EVENT_INFO)};
-    return set_specialised(entry, event, request);
-  }
-  return outcome;
+  Outcome outcome = call_handler(target, _pt_content, VEX_SET_FAIL);
+  if (target.type == TYPE_CHANNEL_INFO && outcome.ret == VEXTVCTRLR_DUPLICATE) outcome.status = VEX_DUPLICATE;
+  free_texts(target);
+  const UINT8 second = target.item->also_set_as;
+  if (second == TYPE_NONE) return outcome;
+  tv_ctrl_response_set(target.type, request.root, outcome.status);
+  return set_specialised(entry, {.id = target.id, .type = second, .item = tvc_item_type(second)}, request);
 }
 
 static Outcome set_associate(const char* entry, const Target& target, const Request& request) {

@@ -29,9 +29,9 @@ enum class Decoded : UINT8 {
   kFailed,    // told as "error: parse ... param!"
 };
 
-// Decodes the parameter object into the record, with the fields of one use.
+// Decodes the parameter object into the record, with the fields of one use and of the request's URI.
 Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter,
-                             void* record);
+                             void* record, UINT16 uri = 0);
 
 // Stores the value of a "MODIFY" in the record. False when the type has no value, or its value is of another kind.
 bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* value, void* record);

@@ -9,6 +9,14 @@ std::mutex mutex_send;
 char* _ps_send_buff;
 int _z_send_buff_len;
 
+// The identifier of a registered URI; only a type with forms asks for it.
+static UINT16 uri_id(const char* uri, const ItemType& item) {
+  UINT16 id = 0;
+  UINT8 type = TYPE_INVALID;
+  if (!item.forms.empty()) tv_ctrl_get_info_with_uri(uri, &id, &type);
+  return id;
+}
+
 // Writes {"URI": uri, "STATUS": status, "ITEMS": [...]}; without a type one empty item.
 static void write_response(JsonText& json, const char* uri, const ItemType* item, const void* record, INT32 status) {
   tvc_open_object(json);
@@ -16,13 +24,11 @@ static void write_response(JsonText& json, const char* uri, const ItemType* item
   tvc_write_text(json, uri);
   tvc_write_key(json, "STATUS");
   tvc_write_integer(json, status);
-  tvc_write_key(json, "ITEMS");
-  tvc_open_array(json);
+  static constexpr ItemType none = {.type = TYPE_NONE};
   if (item)
-    tvc_write_items(json, *item, record);
+    tvc_write_content(json, *item, uri_id(uri, *item), record);
   else
-    tvc_write_object(json, {}, kResponse, nullptr);
-  tvc_close_array(json);
+    tvc_write_content(json, none, 0, nullptr);
   tvc_close_object(json);
 }
 
@@ -33,6 +39,7 @@ void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, I
   _z_send_buff_len = 0;
   const ItemType* item = tvc_item_type(type);
   if (item && (!pv_content || !tvc_item_has(*item, kResponse))) item = nullptr;
+  if (item && item->has_response && !item->has_response(pv_content)) return;
   JsonText text;
   write_response(text, uri, item, pv_content, item ? status : static_cast<INT32>(VEX_OK));
   if (!tvc_finish_text(text)) {

@@ -10,7 +10,7 @@
 #include <limits>
 
 static constexpr std::size_t kFirstCapacity = 256;  // most responses and notifications are shorter
-static constexpr std::size_t kNumberSize = 24;      // at least what "-1.2345678901234567e+18" takes
+static constexpr std::size_t kNumberSize = 24;      // at least what "-1.2345678901234567e+308" takes
 
 // Makes room for `size` more characters and a terminator. False without memory; the text is then as it was.
 [[gnu::noinline]] static bool grow(JsonText& json, std::size_t size) {
@@ -153,6 +153,11 @@ void tvc_write_unsigned(JsonText& json, UINT64 value) {
 
 static void write_word(JsonText& json, std::string_view word) {
   if (char* const at = begin(json, word.size())) end_at(json, std::copy(word.begin(), word.end(), at));
+}
+
+void tvc_write_double(JsonText& json, double value) {
+  if (std::isfinite(value)) return write_double(json, value);
+  tvc_write_null(json);
 }
 
 void tvc_write_boolean(JsonText& json, bool value) { write_word(json, value ? "true" : "false"); }

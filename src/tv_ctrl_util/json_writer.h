@@ -39,6 +39,9 @@ void tvc_write_text(JsonText& json, const char* text, std::size_t size = SIZE_MA
 void tvc_write_integer(JsonText& json, INT64 value);
 void tvc_write_unsigned(JsonText& json, UINT64 value);
 
+// A number, with digits as above; null for what is no number or infinite.
+void tvc_write_double(JsonText& json, double value);
+
 void tvc_write_boolean(JsonText& json, bool value);
 void tvc_write_null(JsonText& json);
 

@@ -74,12 +74,12 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
 static TypeInfo read_type(const cJSON* type) {
   const auto items = tvc_item_types();
   const auto item = std::ranges::find_if(
-      items, [type](const ItemType& row) { return strcmp(tvc_item_type_name(row.type), type->string) == 0; });
+      items, [type](const ItemType* row) { return strcmp(tvc_item_type_name(row->type), type->string) == 0; });
   const cJSON* const notify = member(type, "notify");
   return {.query = read_fields(member(type, "query")),
           .response = read_fields(member(type, "response")),
           .notify = read_fields(member(notify, "fields")),
-          .sets = read_sets(member(type, "set"), item == items.end() ? nullptr : &*item),
+          .sets = read_sets(member(type, "set"), item == items.end() ? nullptr : *item),
           .notify_member = member_text(notify, "member"),
           .queued = member_text(notify, "form") == "queued"};
 }

@@ -20,6 +20,10 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
   switch (field.kind) {
     case FieldKind::kInt32:
       return store(take_integer<INT32>(bytes));
+    case FieldKind::kInt16:
+      return store(take_integer<INT16>(bytes));
+    case FieldKind::kName:
+      return store(take_integer<INT32>(bytes));
     case FieldKind::kUint8:
       return store(take_integer<UINT8>(bytes));
     case FieldKind::kUint16:
@@ -36,10 +40,14 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
     case FieldKind::kText:
     case FieldKind::kText16:
     case FieldKind::kUint8Array:
+    case FieldKind::kUint16Array:
+    case FieldKind::kInt32Array:
     case FieldKind::kUint32Array:
+    case FieldKind::kDouble:
       return take_characters(bytes, place, field.size);
     case FieldKind::kObject:
       return take_fields(bytes, field.fields, kEverywhere, place, text);
+    case FieldKind::kOwnedText:  // stays null: it is freed
     case FieldKind::kConstant:
       return;
   }

@@ -82,12 +82,10 @@ class DescribeTypes : public DescribedTest {
     static const char* const names[] = {
 #define TVC_ITEM_TYPE(name, number) "TYPE_" #name,
 #include "vex_tv_ctrl/item_types.def"
-#undef TVC_ITEM_TYPE
     };
     static const int numbers[] = {
 #define TVC_ITEM_TYPE(name, number) number,
 #include "vex_tv_ctrl/item_types.def"
-#undef TVC_ITEM_TYPE
     };
     for (std::size_t i = 0; i < std::size(numbers); ++i)
       if (numbers[i] == type) return member(member(root_.get(), "types"), names[i]);

@@ -55,8 +55,8 @@ void check_fields(std::span<const Field> fields, std::size_t record_size, const 
 }
 
 TEST(ItemTypes, FieldsLieInTheirRecords) {
-  for (const ItemType& item : tvc_item_types())
-    check_fields(item.fields, item.record_size, tvc_item_type_name(item.type));
+  for (const ItemType* const item : tvc_item_types())
+    check_fields(item->fields, item->record_size, tvc_item_type_name(item->type));
 }
 
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
@@ -73,26 +73,27 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
 }
 
 TEST(ItemTypes, KeysAreUniqueWithinAUse) {
-  for (const ItemType& item : tvc_item_types())
-    for (const FieldUse use : kUses) check_keys(item.fields, use, tvc_item_type_name(item.type));
+  for (const ItemType* const item : tvc_item_types())
+    for (const FieldUse use : kUses) check_keys(item->fields, use, tvc_item_type_name(item->type));
 }
 
 TEST(ItemTypes, FieldsTakePartSomewhere) {
-  for (const ItemType& item : tvc_item_types())
-    for (const Field& field : item.fields) EXPECT_NE(field.use, kEverywhere) << field.key;
+  for (const ItemType* const item : tvc_item_types())
+    for (const Field& field : item->fields) EXPECT_NE(field.use, kEverywhere) << field.key;
 }
 
 TEST(ItemTypes, OnlyOneFieldIsModified) {
-  for (const ItemType& item : tvc_item_types()) {
+  for (const ItemType* const item : tvc_item_types()) {
     const auto modified =
-        std::count_if(item.fields.begin(), item.fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
-    EXPECT_EQ(modified, decoded_types(kModify).contains(item.type) ? 1 : 0) << tvc_item_type_name(item.type);
+        std::count_if(item->fields.begin(), item->fields.end(), [](const Field& f) { return (f.use & kModify) != 0; });
+    EXPECT_EQ(modified, decoded_types(kModify).contains(item->type) ? 1 : 0) << tvc_item_type_name(item->type);
   }
 }
 
 TEST(ItemTypes, EveryNumberFindsItsRow) {
   std::map<int, const ItemType*> rows;
-  for (const ItemType& item : tvc_item_types()) EXPECT_TRUE(rows.emplace(item.type, &item).second) << int{item.type};
+  for (const ItemType* const item : tvc_item_types())
+    EXPECT_TRUE(rows.emplace(item->type, item).second) << int{item->type};
   for (int type = 0; type <= 255; ++type)
     EXPECT_EQ(tvc_item_type(static_cast<UINT8>(type)), rows.contains(type) ? rows[type] : nullptr) << type;
   EXPECT_FALSE(rows.contains(TYPE_NONE));
@@ -107,7 +108,7 @@ TEST(ItemTypes, EveryNumberWithoutAGapHasANameOfItsOwn) {
     EXPECT_TRUE(name.starts_with("TYPE_") && name.size() > std::strlen("TYPE_")) << type;
     EXPECT_TRUE(names.insert(name).second) << name;
   }
-  for (const ItemType& item : tvc_item_types()) EXPECT_LT(item.type, type);
+  for (const ItemType* const item : tvc_item_types()) EXPECT_LT(item->type, type);
   for (; type < TYPE_INVALID; ++type) EXPECT_STREQ(tvc_item_type_name(static_cast<UINT8>(type)), "") << type;
   EXPECT_STREQ(tvc_item_type_name(TYPE_INVALID), "TYPE_INVALID");
 }
@@ -115,10 +116,11 @@ TEST(ItemTypes, EveryNumberWithoutAGapHasANameOfItsOwn) {
 // --- Notification rules: what is notified, and how, the conformance cases in notify/ say ---
 
 TEST(ItemTypes, NotificationRulesFitTheirForm) {
-  for (const ItemType& item : tvc_item_types()) {
+  for (const ItemType* const row : tvc_item_types()) {
+    const ItemType& item = *row;
     const NotifyRule& rule = item.notify;
     const std::string name = tvc_item_type_name(item.type);
-    const std::string log_name = rule.log_name;
+    const std::string log_name = rule.log_name ? rule.log_name : "";
     EXPECT_EQ(rule.form != NotifyForm::kNone, tvc_item_has(item, kNotify)) << name;
     EXPECT_EQ(rule.form != NotifyForm::kNone, log_name.starts_with("_json_print_") && log_name.ends_with("_notify"))
         << name;
@@ -200,7 +202,8 @@ TEST(Content, AllocatedSizesAreTheRecords) {
       {TYPE_ACTIVE_WINDOW_INFO_NOTIFY, sizeof(T_CBROWSER_PB_NOTIFY)},
       {TYPE_CHANNEL_SELECT, sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY)},
   };
-  for (const ItemType& item : tvc_item_types()) {
+  for (const ItemType* const row : tvc_item_types()) {
+    const ItemType& item = *row;
     const Block block(tv_ctrl_malloc_content(item.type));
     if (!block) continue;
     const auto other = shared.find(item.type);

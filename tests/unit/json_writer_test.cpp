@@ -1,6 +1,7 @@
 // The writer of JSON texts beside the JSON library: the same values, the same bytes.
 #include "tv_ctrl_util/json_writer.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -117,6 +118,40 @@ TEST(JsonWriter, IntegersAroundPowers) {
 TEST(JsonWriter, RandomIntegers) {
   std::mt19937_64 random(3);
   for (int i = 0; i < 100'000; ++i) expect_same_number(static_cast<INT64>(random() >> random() % 64));
+}
+
+// The largest double is left out: the library cuts it to 15 digits, which no longer read as a number.
+TEST(JsonWriter, Doubles) {
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const double value : {0.0,
+                             -0.0,
+                             1.0,
+                             -1.0,
+                             1.5,
+                             0.1,
+                             1.0 / 3,
+                             1e14,
+                             1e15,
+                             1e16,
+                             123456789012345678.0,
+                             2147483647.0,
+                             2147483648.0,
+                             -2147483648.0,
+                             -2147483649.0,
+                             1e-7,
+                             5e-324,
+                             1.7e308,
+                             -1.2345678901234567e-300,
+                             infinity,
+                             -infinity,
+                             std::numeric_limits<double>::quiet_NaN()})
+    EXPECT_EQ(written(tvc_write_double, value), library_number(value)) << value;
+  std::mt19937_64 random(5);
+  for (int i = 0; i < 100'000; ++i) {
+    const double value = std::bit_cast<double>(random());
+    ASSERT_EQ(written(tvc_write_double, value), library_number(value)) << value;
+  }
+  EXPECT_EQ(written(tvc_write_double, 1536.25), "1536.25");
 }
 
 TEST(JsonWriter, KnownIntegers) {

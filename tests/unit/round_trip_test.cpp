@@ -150,23 +150,23 @@ TEST(RoundTrip, DecodedRecordIsTheOneMeant) {
 TEST(RoundTrip, WhatIsDecodedIsDescribedByATable) {
   for (const FieldUse use : {kQuery, kModify, kSet, kAssociate}) {
     std::set<int> types;
-    for (const ItemType& item : tvc_item_types())
-      if (tvc_item_has(item, use)) types.insert(item.type);
+    for (const ItemType* const item : tvc_item_types())
+      if (tvc_item_has(*item, use)) types.insert(item->type);
     EXPECT_EQ(types, decoded_types(use)) << int{use};
   }
 }
 
 TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
-  for (const ItemType& item : tvc_item_types()) {
-    for (const Field& field : item.fields) {
+  for (const ItemType* const item : tvc_item_types()) {
+    for (const Field& field : item->fields) {
       if (!(field.use & kModify)) continue;
       for (int variant = 0; variant < kVariants; ++variant) {
-        const std::string where = std::string(tvc_item_type_name(item.type)) + " variant " + std::to_string(variant);
-        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+        const std::string where = std::string(tvc_item_type_name(item->type)) + " variant " + std::to_string(variant);
+        std::vector<char> meant(item->record_size, 0), decoded(item->record_size, 0);
         Json value(put_field(field, meant.data(), variant), cJSON_Delete);
         if (field.kind == FieldKind::kInt64)  // texts are not converted here
           value = Json(cJSON_CreateNumber(static_cast<double>(number_of<INT64>(variant))), cJSON_Delete);
-        EXPECT_TRUE(tvc_modify_record("", &item, value.get(), decoded.data())) << where;
+        EXPECT_TRUE(tvc_modify_record("", item, value.get(), decoded.data())) << where;
         EXPECT_EQ(decoded, meant) << where;
       }
     }
@@ -174,17 +174,17 @@ TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
 }
 
 TEST(RoundTrip, TextOfAnyLengthStaysInItsField) {
-  for (const ItemType& item : tvc_item_types()) {
-    for (const Field& field : item.fields) {
+  for (const ItemType* const item : tvc_item_types()) {
+    for (const Field& field : item->fields) {
       if (field.kind != FieldKind::kText) continue;
       for (const FieldUse use : {kQuery, kSet, kAssociate}) {
         if (!(field.use & use)) continue;
         const Json parameter(cJSON_CreateObject(), cJSON_Delete);
         cJSON_AddStringToObject(parameter.get(), field.key.data(), std::string(100'000, 'y').c_str());
-        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+        std::vector<char> meant(item->record_size, 0), decoded(item->record_size, 0);
         std::memset(meant.data() + field.offset, 'y', field.size - 1);
-        tvc_decode_fields(item.fields, use, parameter.get(), decoded.data(), "");
-        EXPECT_EQ(decoded, meant) << tvc_item_type_name(item.type) << "." << field.key;
+        tvc_decode_fields(item->fields, use, parameter.get(), decoded.data(), "");
+        EXPECT_EQ(decoded, meant) << tvc_item_type_name(item->type) << "." << field.key;
       }
     }
   }

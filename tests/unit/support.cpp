@@ -25,6 +25,7 @@ std::function<INT32(UINT16, void*)> set_handler;
 namespace {
 std::optional<std::string> level_file;
 std::map<std::string, UINT8> made_up_uris;
+std::map<UINT8, const ItemType*> made_up_types;
 thread_local std::size_t calloc_size;
 std::atomic<int> opened;
 
@@ -51,6 +52,13 @@ void __wrap_free(void* block);
 INT32 __real_tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type);
 INT32 __wrap_tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type);
 INT32 __real_tv_ctrl_get(UINT16 id, void* record);
+const ItemType* __real__Z13tvc_item_typeh(UINT8 type);
+const ItemType* __wrap__Z13tvc_item_typeh(UINT8 type) {
+  if (!made_up_types.empty())
+    if (const auto found = made_up_types.find(type); found != made_up_types.end()) return found->second;
+  return __real__Z13tvc_item_typeh(type);
+}
+
 INT32 __wrap_tv_ctrl_get(UINT16 id, void* record);
 INT32 __real_tv_ctrl_set(UINT16 id, void* record);
 INT32 __wrap_tv_ctrl_set(UINT16 id, void* record);
@@ -177,6 +185,8 @@ std::vector<int> hook_statuses() {
 
 void make_up_uri(const std::string& uri, UINT8 type) { made_up_uris[uri] = type; }
 
+void make_up_type(const ItemType& item) { made_up_types[item.type] = &item; }
+
 std::string made_up_uri(UINT8 type) {
   std::string uri = "/tv/made/up/" + std::to_string(type);
   make_up_uri(uri, type);
@@ -292,6 +302,7 @@ void PluginTest::TearDown() {
   set_handler = nullptr;
   set_events.clear();
   made_up_uris.clear();
+  made_up_types.clear();
   set_log_level(0);
   const std::lock_guard guard(t_nfy_rw_lock);
   _jsp_empty_slist();

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_main.h"
 #include "tv_ctrl_util/json_field.h"
 
@@ -57,6 +58,9 @@ INT32 routed_set(UINT16 id, void* record);
 inline constexpr UINT16 kMadeUpId = 0x04FF;
 void make_up_uri(const std::string& uri, UINT8 type);
 std::string made_up_uri(UINT8 type);  // makes "/tv/made/up/<type>" known and returns it
+
+// Puts a row in the place of its type's, until the test ends; the row must live as long.
+void make_up_type(const ItemType& item);
 
 // Bytes of the last calloc.
 std::size_t last_calloc_size();

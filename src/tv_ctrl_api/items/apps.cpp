@@ -1,7 +1,7 @@
-// Field tables of requests to HbbTV and to the internet portal.
+// Item types of requests to HbbTV and to the internet portal.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field hbbtv_table[] = {
+static constexpr Field hbbtv_fields[] = {
     {.key = "enableHbbtv",
      TVC_MEMBER(T_HBBTV, is_enable),
      .use = kSet,
@@ -17,7 +17,9 @@ static constexpr Field hbbtv_table[] = {
     {.key = "appType", TVC_MEMBER(T_HBBTV, app_type), .use = kSet, .help = "kind of application"},
     {.key = "appUri", TVC_MEMBER(T_HBBTV, uri), .use = kSet, .help = "address of the application"},
 };
-constinit const std::span<const Field> hbbtv_fields = hbbtv_table;
+
+constexpr ItemType item_HBBTV = {
+    .type = TYPE_HBBTV, .record_size = sizeof(T_HBBTV), .error_word = "hbbtv", .fields = hbbtv_fields};
 
 static constexpr char kModes[] =
 #define TVC_PORTAL_MODE(name, number) #name "\0"
@@ -28,7 +30,7 @@ static constexpr char kReasons[] =
 #include "vex_tv_ctrl/apps.def"
     ;
 
-static constexpr Field portal_table[] = {
+static constexpr Field portal_fields[] = {
     {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kModes, .help = "mode to start in"},
     {.key = "appMode",
      TVC_MEMBER(T_PORTAL, app_mode),
@@ -41,4 +43,9 @@ static constexpr Field portal_table[] = {
      .values = kReasons,
      .help = "why it is left; any other text is another reason"},
 };
-constinit const std::span<const Field> portal_fields = portal_table;
+
+constexpr ItemType item_PORTAL = {.type = TYPE_PORTAL,
+                                  .record_size = sizeof(T_PORTAL),
+                                  .error_word = "portal",
+                                  .renderer = "_json_print_portal_info",
+                                  .fields = portal_fields};

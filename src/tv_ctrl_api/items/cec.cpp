@@ -1,11 +1,11 @@
-// Field tables of HDMI-CEC.
+// Item types of HDMI-CEC.
 #include "tv_ctrl_api/item_types.h"
 
 static constexpr char kSwitch[] =
     "0=off\0"
     "1=on\0";
 
-static constexpr Field cecm_cfg_table[] = {
+static constexpr Field cecm_cfg_fields[] = {
     {.key = "CECMFUNC",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func_set),
      .use = kSet,
@@ -17,14 +17,20 @@ static constexpr Field cecm_cfg_table[] = {
      .values = kSwitch,
      .help = "how CEC is switched"},
 };
-constinit const std::span<const Field> cecm_cfg_fields = cecm_cfg_table;
+
+constexpr ItemType item_CECM_CFG = {.type = TYPE_CECM_CFG,
+                                    .record_size = sizeof(T_CECM_CFG),
+                                    .allocated_size = sizeof(T_CECM_CFG),
+                                    .error_word = "input source",
+                                    .renderer = "_json_print_cecm_cfg_type",
+                                    .fields = cecm_cfg_fields};
 
 #define EVENT(json_key, member, text, ...) \
   { .key = json_key, TVC_MEMBER(T_CECM_NFY, member), .use = kNotify, __VA_ARGS__ __VA_OPT__(, ).help = text }
 #define DATA(json_key, member, text, ...) EVENT(json_key, u_data.member, text __VA_OPT__(, ) __VA_ARGS__)
 
 // Every event shows its data under every view of them. A reader picks those that belong to its opcode and type.
-static constexpr Field cec_detect_notify_table[] = {
+static constexpr Field cec_detect_notify_fields[] = {
     EVENT("NOTIFY_TYPE", e_nfy_type, "whose event it is",
           .values = "0=a message on the bus\0"
                     "1=the CEC manager's own\0"),
@@ -141,4 +147,10 @@ static constexpr Field cec_detect_notify_table[] = {
     DATA("LATE_OUTCOMP", t_latency.e_out_comp, "latency: how the delay of the sound is made good"),
     DATA("LATE_LATE", t_latency.ui1_latency, "latency: delay of the picture, in steps of 2 ms, plus 1"),
 };
-constinit const std::span<const Field> cec_detect_notify_fields = cec_detect_notify_table;
+
+constexpr ItemType item_CEC_DETECT_NOTIFY = {
+    .type = TYPE_CEC_DETECT_NOTIFY,
+    .record_size = sizeof(T_CECM_NFY),
+    .allocated_size = sizeof(T_CECM_NFY),
+    .fields = cec_detect_notify_fields,
+    .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_cec_detect_notify"}};

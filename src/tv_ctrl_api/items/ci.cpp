@@ -1,10 +1,10 @@
-// Field table of common interface data: numbers only, its 16-bit texts are not rendered.
+// Item type of common interface data: numbers only, its 16-bit texts are not rendered.
 #include "tv_ctrl_api/item_types.h"
 
 #define CI(json_key, member, text) \
   { .key = json_key, TVC_MEMBER(T_CI_DATA, member), .use = kResponse | kNotify, .help = text }
 
-static constexpr Field ci_data_table[] = {
+static constexpr Field ci_data_fields[] = {
     CI("NAME", name, "display name"),
     {.key = "TYPE", .use = kResponse | kNotify, .text = "TYPE_CI_DATA", .help = "item type"},
     CI("GROUP", group, "group number"),
@@ -39,4 +39,11 @@ static constexpr Field ci_data_table[] = {
     CI("CI_MMI_MENU_ANS", t_ci_mmi_menu_ans.ui1_answer, "answer to a menu: number of the choice"),
     CI("CI_MMI_MENU_ANS_ID", t_ci_mmi_menu_ans.ui4_id, "answer to a menu: identifier of the menu"),
 };
-constinit const std::span<const Field> ci_data_fields = ci_data_table;
+
+constexpr ItemType item_CI_DATA = {
+    .type = TYPE_CI_DATA,
+    .record_size = sizeof(T_CI_DATA),
+    .allocated_size = sizeof(T_CI_DATA),
+    .renderer = "_json_print_ci_data_type",
+    .fields = ci_data_fields,
+    .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_ci_data_notify"}};

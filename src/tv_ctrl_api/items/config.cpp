@@ -1,4 +1,4 @@
-// Field tables of configuration values, language strings and configuration changes.
+// Item types of configuration values, language strings and configuration changes.
 #include "tv_ctrl_api/item_types.h"
 
 static bool has_key(const void* record) { return static_cast<const T_CONFIG*>(record)->cfg_id[0] != '\0'; }
@@ -8,7 +8,7 @@ static bool has_item_only(const void* record) {
 }
 
 // A request's members are read in another order than a response's are written.
-static constexpr Field config_table[] = {
+static constexpr Field config_fields[] = {
     {.key = "cfgId",
      TVC_MEMBER(T_CONFIG, cfg_id),
      .use = kQuery | kSet | kResponse,
@@ -25,18 +25,29 @@ static constexpr Field config_table[] = {
     {.key = "valueMin", TVC_MEMBER(T_CONFIG, valuemin), .use = kResponse, .help = "smallest number"},
     {.key = "valueMax", TVC_MEMBER(T_CONFIG, valuemax), .use = kResponse, .help = "largest number; 0 and 0: not told"},
 };
-constinit const std::span<const Field> config_fields = config_table;
 
-static constexpr Field lang_string_table[] = {
+constexpr ItemType item_CONFIG = {.type = TYPE_CONFIG,
+                                  .record_size = sizeof(T_CONFIG),
+                                  .allocated_size = sizeof(T_CONFIG),
+                                  .error_word = "config",
+                                  .renderer = "_json_print_config_type",
+                                  .fields = config_fields};
+
+static constexpr Field lang_string_fields[] = {
     {.key = "langId", TVC_MEMBER(T_LANG_STRING, lang_id), .use = kQuery | kResponse, .help = "text's id"},
     {.key = "langString",
      TVC_MEMBER(T_LANG_STRING, lang_string),
      .use = kResponse,
      .help = "text in the menu's language"},
 };
-constinit const std::span<const Field> lang_string_fields = lang_string_table;
 
-static constexpr Field config_update_notify_table[] = {
+constexpr ItemType item_LANG_STRING = {.type = TYPE_LANG_STRING,
+                                       .record_size = sizeof(T_LANG_STRING),
+                                       .error_word = "language",
+                                       .renderer = "_json_print_language_type",
+                                       .fields = lang_string_fields};
+
+static constexpr Field config_update_notify_fields[] = {
     {.key = "ID",
      TVC_MEMBER(T_CONFIG_NOTIFY, id),
      .use = kNotify,
@@ -49,4 +60,8 @@ static constexpr Field config_update_notify_table[] = {
      .help = "argument of another event; 0 for a changed value"},
     {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "key of the changed value"},
 };
-constinit const std::span<const Field> config_update_notify_fields = config_update_notify_table;
+
+constexpr ItemType item_CONFIG_UPDATE_NOTIFY = {.type = TYPE_CONFIG_UPDATE_NOTIFY,
+                                                .record_size = sizeof(T_CONFIG_NOTIFY),
+                                                .fields = config_update_notify_fields,
+                                                .notify = queued("_json_print_config_update_notify")};

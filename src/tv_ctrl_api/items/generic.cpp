@@ -1,16 +1,22 @@
-// Field tables of the generic records.
+// Item types of the generic records.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field value_table[] = {
+static constexpr Field value_fields[] = {
     TVC_HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),
     {.key = "MINIMUM", TVC_MEMBER(T_VALUE, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_VALUE, max_value), .use = kResponse, .help = "largest value; 0 and 0: not told"},
     {.key = "INCREMENT", TVC_MEMBER(T_VALUE, increment), .use = kResponse, .help = "step"},
     {.key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = kModify | kResponse | kNotify, .help = "value"},
 };
-constinit const std::span<const Field> value_fields = value_table;
 
-static constexpr Field integer_table[] = {
+constexpr ItemType item_VALUE = {.type = TYPE_VALUE,
+                                 .record_size = sizeof(T_VALUE),
+                                 .allocated_size = sizeof(T_VALUE),
+                                 .renderer = "_json_print_value_type",
+                                 .fields = value_fields,
+                                 .notify = kBaseTypeNotify};
+
+static constexpr Field integer_fields[] = {
     TVC_HEADER_FIELDS(T_INTEGER, "TYPE_INTEGER"),
     {.key = "INDEX",
      TVC_MEMBER(T_INTEGER, value),
@@ -20,9 +26,14 @@ static constexpr Field integer_table[] = {
      .help = "index of what is asked for"},
     {.key = "VALUE", TVC_MEMBER(T_INTEGER, value), .use = kModify | kResponse, .help = "value"},
 };
-constinit const std::span<const Field> integer_fields = integer_table;
 
-static constexpr Field tint_table[] = {
+constexpr ItemType item_INTEGER = {.type = TYPE_INTEGER,
+                                   .record_size = sizeof(T_INTEGER),
+                                   .allocated_size = sizeof(T_INTEGER),
+                                   .renderer = "_json_print_integer_type",
+                                   .fields = integer_fields};
+
+static constexpr Field tint_fields[] = {
     TVC_HEADER_FIELDS(T_TINT, "TYPE_TINT"),
     {.key = "MINIMUM", TVC_MEMBER(T_TINT, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_TINT, max_value), .use = kResponse, .help = "largest value"},
@@ -30,24 +41,41 @@ static constexpr Field tint_table[] = {
     {.key = "CENTER", TVC_MEMBER(T_TINT, center), .use = kResponse, .help = "neutral value"},
     {.key = "VALUE", TVC_MEMBER(T_TINT, value), .use = kModify | kResponse | kNotify, .help = "value"},
 };
-constinit const std::span<const Field> tint_fields = tint_table;
 
-static constexpr Field text_table[] = {
+constexpr ItemType item_TINT = {.type = TYPE_TINT,
+                                .record_size = sizeof(T_TINT),
+                                .allocated_size = sizeof(T_TINT),
+                                .renderer = "_json_print_tint_type",
+                                .fields = tint_fields,
+                                .notify = kBaseTypeNotify};
+
+static constexpr Field text_fields[] = {
     TVC_HEADER_FIELDS(T_TEXT, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT, value), .use = kResponse, .help = "text"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT, value), .use = kQuery | kModify | kNotify, .help = "text"},
 };
-constinit const std::span<const Field> text_fields = text_table;
+
+constexpr ItemType item_TEXT = {.type = TYPE_TEXT,
+                                .record_size = sizeof(T_TEXT),
+                                .allocated_size = sizeof(T_TEXT),
+                                .renderer = "_json_print_text_type",
+                                .fields = text_fields,
+                                .notify = kBaseTypeNotify};
 
 // Rendered as bytes up to the first zero byte, and under the type of plain text; receivers rely on both.
-static constexpr Field text_16_table[] = {
+static constexpr Field text_16_fields[] = {
     TVC_HEADER_FIELDS(T_TEXT_16, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT_16, value), .use = kResponse, .help = "text, its first character"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT_16, value), .use = kNotify, .help = "text, its first character"},
 };
-constinit const std::span<const Field> text_16_fields = text_16_table;
 
-static constexpr Field option_list_table[] = {
+constexpr ItemType item_TEXT_16 = {.type = TYPE_TEXT_16,
+                                   .record_size = sizeof(T_TEXT_16),
+                                   .renderer = "_json_print_text_16_type",
+                                   .fields = text_16_fields,
+                                   .notify = kBaseTypeNotify};
+
+static constexpr Field option_list_fields[] = {
     TVC_HEADER_FIELDS(T_OPTION_LIST, "TYPE_OPTION_LIST"),
     {.key = "OPTION", TVC_MEMBER(T_OPTION_LIST, element), .use = kResponse, .help = "option texts"},
     {.key = "INDEX",
@@ -61,12 +89,23 @@ static constexpr Field option_list_table[] = {
      .use = kModify | kResponse | kNotify,
      .help = "index of the selected option"},
 };
-constinit const std::span<const Field> option_list_fields = option_list_table;
 
-static constexpr Field action_table[] = {TVC_HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
-constinit const std::span<const Field> action_fields = action_table;
+constexpr ItemType item_OPTION_LIST = {.type = TYPE_OPTION_LIST,
+                                       .record_size = sizeof(T_OPTION_LIST),
+                                       .allocated_size = sizeof(T_OPTION_LIST),
+                                       .renderer = "_json_print_option_list_type",
+                                       .fields = option_list_fields,
+                                       .notify = kBaseTypeNotify};
 
-static constexpr Field time_dtg_table[] = {
+static constexpr Field action_fields[] = {TVC_HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
+
+constexpr ItemType item_ACTION = {.type = TYPE_ACTION,
+                                  .record_size = sizeof(T_ACTION),
+                                  .allocated_size = sizeof(T_ACTION),
+                                  .renderer = "_json_print_action_type",
+                                  .fields = action_fields};
+
+static constexpr Field time_dtg_fields[] = {
     {.key = "YEAR", TVC_MEMBER(T_TIME_DTG, ui2_yr), .help = "year"},
     {.key = "MONTH", TVC_MEMBER(T_TIME_DTG, ui1_mo), .help = "month, 1 to 12"},
     {.key = "DAY", TVC_MEMBER(T_TIME_DTG, ui1_day), .help = "day of the month"},
@@ -78,7 +117,7 @@ static constexpr Field time_dtg_table[] = {
     {.key = "DST", TVC_MEMBER(T_TIME_DTG, b_dst), .help = "1: daylight saving time"},
 };
 
-static constexpr Field time_table[] = {
+static constexpr Field time_fields[] = {
     TVC_HEADER_FIELDS(T_TIME, "TYPE_TIME"),
     {.key = "VALUE",
      TVC_MEMBER(T_TIME, value),
@@ -87,12 +126,18 @@ static constexpr Field time_table[] = {
     {.key = "DTG",
      TVC_MEMBER(T_TIME, dtg),
      .use = kQuery | kResponse,
-     .fields = time_dtg_table,
+     .fields = time_dtg_fields,
      .help = "the same as date and time"},
 };
-constinit const std::span<const Field> time_fields = time_table;
 
-static constexpr Field banner_item_table[] = {
+constexpr ItemType item_TIME = {.type = TYPE_TIME,
+                                .record_size = sizeof(T_TIME),
+                                .allocated_size = sizeof(T_TIME),
+                                .error_word = "time",
+                                .renderer = "_json_print_time_type",
+                                .fields = time_fields};
+
+static constexpr Field banner_item_fields[] = {
     {.key = "VALUE",
      TVC_MEMBER(T_BANNER_ITEM, item_id),
      .use = kQuery,
@@ -100,4 +145,8 @@ static constexpr Field banner_item_table[] = {
      .decode = tvc_decode_library_integer,
      .help = "banner item"},
 };
-constinit const std::span<const Field> banner_item_fields = banner_item_table;
+
+constexpr ItemType item_BANNER_ITEM = {.type = TYPE_BANNER_ITEM,
+                                       .record_size = sizeof(T_BANNER_ITEM),
+                                       .allocated_size = sizeof(T_BANNER_ITEM),
+                                       .fields = banner_item_fields};

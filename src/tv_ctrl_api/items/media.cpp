@@ -1,4 +1,4 @@
-// Field tables of the content browser, and of media playback, home network and recording file events.
+// Item types of the content browser, and of media playback, home network and recording file events.
 #include <string.h>
 
 #include "tv_ctrl_api/item_types.h"
@@ -31,7 +31,7 @@ static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
                   .missing = "pt_content->arg1 == NULL"});
 }
 
-static constexpr Field cbrowser_pb_notify_table[] = {
+static constexpr Field cbrowser_pb_notify_fields[] = {
     {.key = "TYPE",
      TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type),
      .use = kNotify,
@@ -47,7 +47,16 @@ static constexpr Field cbrowser_pb_notify_table[] = {
     {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify, .help = "third argument of the event"},
     {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify, .help = "fourth argument of the event"},
 };
-constinit const std::span<const Field> cbrowser_pb_notify_fields = cbrowser_pb_notify_table;
+
+constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
+                                              .record_size = sizeof(T_CBROWSER_PB_NOTIFY),
+                                              .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),
+                                              .fields = cbrowser_pb_notify_fields,
+                                              .notify = {.form = NotifyForm::kQueued,
+                                                         .bound = kQueueBound,
+                                                         .log_name = "_json_print_cbrowser_playback_notify",
+                                                         .traces_text = true,
+                                                         .restarts_unusable = true}};
 
 // What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
 // order than a response's are written.
@@ -60,7 +69,7 @@ static constexpr char kMediaTypes[] =
     "5=playlist\0"
     "6=shop mode\0";
 static constexpr const char* kFirstEntry = "first entry, from 0";
-static constexpr Field cbrowser_table[] = {
+static constexpr Field cbrowser_fields[] = {
     {.key = "NAME", .use = kResponse, .text = "Content Browser", .help = "display name"},
     {.key = "PATH",
      TVC_MEMBER(T_CBROWSER, path),
@@ -74,9 +83,15 @@ static constexpr Field cbrowser_table[] = {
     {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kMediaTypes, .help = "kind of media"},
     {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
 };
-constinit const std::span<const Field> cbrowser_fields = cbrowser_table;
 
-static constexpr Field dlna_dms_notify_table[] = {
+constexpr ItemType item_CBROWSER = {.type = TYPE_CBROWSER,
+                                    .record_size = sizeof(T_CBROWSER),
+                                    .allocated_size = sizeof(T_CBROWSER),
+                                    .error_word = "cbrowser",
+                                    .renderer = "_json_print_cbrowser_type",
+                                    .fields = cbrowser_fields};
+
+static constexpr Field dlna_dms_notify_fields[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMS_NOTIFY, type), .use = kNotify, .help = "kind of server event"},
     {.key = "TAG", TVC_MEMBER(T_DLNA_DMS_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "SERVER_NAME", TVC_MEMBER(T_DLNA_DMS_NOTIFY, server_name), .use = kNotify, .help = "name of the server"},
@@ -84,9 +99,15 @@ static constexpr Field dlna_dms_notify_table[] = {
     {.key = "ARG1", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg1), .use = kNotify, .help = "first argument of the event"},
     {.key = "ARG2", TVC_MEMBER(T_DLNA_DMS_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
 };
-constinit const std::span<const Field> dlna_dms_notify_fields = dlna_dms_notify_table;
+static constexpr UINT32 kServerQueueBound = 10240;  // home networks announce many servers at once
 
-static constexpr Field dlna_dmr_notify_table[] = {
+constexpr ItemType item_DLNA_DMS_NOTIFY = {.type = TYPE_DLNA_DMS_NOTIFY,
+                                           .record_size = sizeof(T_DLNA_DMS_NOTIFY),
+                                           .allocated_size = sizeof(T_DLNA_DMS_NOTIFY),
+                                           .fields = dlna_dms_notify_fields,
+                                           .notify = queued("_json_print_dlna_dms_notify", kServerQueueBound)};
+
+static constexpr Field dlna_dmr_notify_fields[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMR_NOTIFY, type), .use = kNotify, .help = "kind of renderer event"},
     {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "address of what is to be played"},
@@ -97,7 +118,11 @@ static constexpr Field dlna_dmr_notify_table[] = {
     {.key = "ARG1", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg1), .use = kNotify, .help = "first argument of the event"},
     {.key = "ARG2", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
 };
-constinit const std::span<const Field> dlna_dmr_notify_fields = dlna_dmr_notify_table;
+
+constexpr ItemType item_DLNA_DMR_NOTIFY = {.type = TYPE_DLNA_DMR_NOTIFY,
+                                           .record_size = sizeof(T_DLNA_DMR_NOTIFY),
+                                           .fields = dlna_dmr_notify_fields,
+                                           .notify = queued("_json_print_dlna_dmr_notify")};
 
 // A number, but for the start command: there the value is the address of the file's path.
 static void render_pus_value(JsonText& json, const Field&, const void* record) {
@@ -108,7 +133,7 @@ static void render_pus_value(JsonText& json, const Field&, const void* record) {
       {.operation = "_json_print_cbrowser_pus_notify", .label = "FilePath: ", .missing = "pt_content->value is NULL"});
 }
 
-static constexpr Field pus_notify_table[] = {
+static constexpr Field pus_notify_fields[] = {
     {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify, .help = "playback that the command is for"},
     {.key = "playCmd",
      TVC_MEMBER(T_PUS_NOTIFY, play_cmd),
@@ -127,4 +152,8 @@ static constexpr Field pus_notify_table[] = {
      .render = render_pus_value,
      .help = "argument of the command; the file's path for start"},
 };
-constinit const std::span<const Field> pus_notify_fields = pus_notify_table;
+
+constexpr ItemType item_PUS_NOTIFY = {.type = TYPE_PUS_NOTIFY,
+                                      .record_size = sizeof(T_PUS_NOTIFY),
+                                      .fields = pus_notify_fields,
+                                      .notify = queued("_json_print_cbrowser_pus_notify")};

@@ -1,4 +1,4 @@
-// Field tables of channel scan.
+// Item types of channel scan.
 #include "tv_ctrl_api/item_types.h"
 
 // Only the block of the record's own broadcast system is rendered.
@@ -17,7 +17,7 @@ static constexpr auto kIsdb = scan_is<5, 11>;
 #define SCAN(json_key, member, uses, ...) \
   { .key = json_key, TVC_MEMBER(T_TUNER_SCAN, member), .use = uses, __VA_ARGS__ }
 
-static constexpr Field tuner_scan_table[] = {
+static constexpr Field tuner_scan_fields[] = {
     {.key = "NAME", .use = kResponse, .text = "Tuner Scan", .help = "display name"},
     {.key = "TYPE", .use = kResponse, .text = "TYPE_TUNER_SCAN", .help = "item type"},
     SCAN("GROUP", group, kResponse, .help = "group number"),
@@ -76,9 +76,15 @@ static constexpr Field tuner_scan_table[] = {
     SCAN("PAL_END_FREQ", pal_scan_data.end_freq, kSet | kResponse, .when = kPal,
          .help = "PAL/SECAM: highest frequency scanned"),
 };
-constinit const std::span<const Field> tuner_scan_fields = tuner_scan_table;
 
-static constexpr Field tuner_scan_notify_table[] = {
+constexpr ItemType item_TUNER_SCAN = {.type = TYPE_TUNER_SCAN,
+                                      .record_size = sizeof(T_TUNER_SCAN),
+                                      .allocated_size = sizeof(T_TUNER_SCAN),
+                                      .error_word = "tuner scan",
+                                      .renderer = "_json_print_tuner_scan_type",
+                                      .fields = tuner_scan_fields};
+
+static constexpr Field tuner_scan_notify_fields[] = {
     {.key = "MSG_ID",
      TVC_MEMBER(T_TUNER_SCAN_NOTIFY, msg_id),
      .use = kNotify,
@@ -91,4 +97,10 @@ static constexpr Field tuner_scan_notify_table[] = {
     {.key = "CHAN_NUM", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, chan_num), .use = kNotify, .help = "channels found"},
     {.key = "RESERVED", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, reserved), .use = kNotify, .help = "not used"},
 };
-constinit const std::span<const Field> tuner_scan_notify_fields = tuner_scan_notify_table;
+
+constexpr ItemType item_TUNER_SCAN_NOTIFY = {
+    .type = TYPE_TUNER_SCAN_NOTIFY,
+    .record_size = sizeof(T_TUNER_SCAN_NOTIFY),
+    .allocated_size = sizeof(T_TUNER_SCAN_NOTIFY),
+    .fields = tuner_scan_notify_fields,
+    .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_tuner_scan_notify"}};

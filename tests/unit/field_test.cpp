@@ -1,0 +1,307 @@
+// What a field row can say, each with a made-up record: when its member counts, what it stores, how it is rendered.
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "support.h"
+#include "tv_ctrl_util/json_field.h"
+
+namespace {
+
+template <typename Record, std::size_t N>
+int decode(const Field (&fields)[N], const char* parameter, Record& ret_record, UINT16 uri = 0) {
+  const Json parsed = parse_json(parameter);
+  EXPECT_TRUE(parsed) << parameter;
+  return tvc_decode_fields(fields, kQuery, parsed.get(), &ret_record, "entry", uri);
+}
+
+template <std::size_t N>
+std::string rendered(const Field (&fields)[N], const void* record) {
+  JsonText json;
+  tvc_write_object(json, fields, kResponse, record);
+  EXPECT_TRUE(tvc_finish_text(json));
+  const std::unique_ptr<char, decltype(&std::free)> owner(json.text, std::free);
+  return {json.text, json.length};
+}
+
+// --- Whether a member was there, and members that exclude each other ---
+
+struct Search {
+  UINT32 mask;
+  INT32 without_mask;
+  char name[9];
+  INT32 has_name;
+  UINT32 event;
+  UINT16 events;
+};
+constexpr Field search_fields[] = {
+    {.key = "MASK", TVC_MEMBER(Search, mask), .use = kQuery, .missing = TVC_PLACE(Search, without_mask)},
+    {.key = "NEW_NAME", TVC_MEMBER(Search, name), .use = kQuery, .found = TVC_PLACE(Search, has_name)},
+    {.key = "NAME",
+     TVC_MEMBER(Search, name),
+     .use = kQuery,
+     .found = TVC_PLACE(Search, has_name),
+     .unless = "NEW_NAME"},
+    {.key = "EVENT", TVC_MEMBER(Search, event), .use = kQuery, .found = TVC_PLACE(Search, events)},
+};
+
+TEST(Field, SaysWhetherItsMemberWasThere) {
+  Search record = {};
+  EXPECT_EQ(decode(search_fields, R"({"MASK":0,"NEW_NAME":"a","EVENT":7})", record), 0);
+  EXPECT_EQ(record.without_mask, 0);
+  EXPECT_EQ(record.has_name, 1);
+  EXPECT_EQ(record.events, 1);
+  EXPECT_EQ(record.event, 7u);
+  std::memset(&record, 0x55, sizeof record);
+  EXPECT_EQ(decode(search_fields, "{}", record), 0);
+  EXPECT_EQ(record.without_mask, 1);
+  EXPECT_EQ(record.has_name, 0);
+  EXPECT_EQ(record.events, 0);
+  EXPECT_EQ(record.event, 0x55555555u) << "a missing member leaves its field";
+}
+
+TEST(Field, ATextThatIsNoneIsMissing) {
+  Search record = {};
+  printed_by([&] { decode(search_fields, R"({"NEW_NAME":5})", record); });
+  EXPECT_EQ(record.has_name, 0);
+}
+
+TEST(Field, CountsOnlyWithoutAnother) {
+  Search record = {};
+  decode(search_fields, R"({"NAME":"old","NEW_NAME":"new"})", record);
+  EXPECT_STREQ(record.name, "new");
+  EXPECT_EQ(record.has_name, 1);
+  record = {};
+  decode(search_fields, R"({"NAME":"old"})", record);
+  EXPECT_STREQ(record.name, "old");
+  EXPECT_EQ(record.has_name, 1);
+}
+
+// --- Names, and members that belong to one of them or to one URI ---
+
+struct Player {
+  INT32 operation;
+  union {
+    UINT32 start;
+    UINT32 volume;
+  } u;
+  INT32 window;
+};
+constexpr Field player_fields[] = {
+    {.key = "operator",
+     TVC_NAMED(Player, operation),
+     .use = kQuery,
+     .values = "1=Play\0"
+               "12=timeSeek\0"
+               "-3=off\0"},
+    {.key = "start", TVC_MEMBER(Player, u.start), .use = kQuery, .unless = "operator"},
+    {.key = "volume",
+     TVC_MEMBER(Player, u.volume),
+     .use = kQuery,
+     .read_when = [](const void* record) { return static_cast<const Player*>(record)->operation == 12; }},
+    {.key = "window", TVC_MEMBER(Player, window), .use = kQuery, .uri = 0x0D09},
+};
+
+TEST(Field, NameGivesItsNumberInAnyCase) {
+  const struct {
+    const char* parameter;
+    INT32 number;
+  } rows[] = {{R"({"operator":"Play"})", 1},    {R"({"operator":"PLAY"})", 1}, {R"({"operator":"TIMEseek"})", 12},
+              {R"({"operator":"off"})", -3},    {R"({"operator":"flip"})", 0}, {R"({"operator":"Pla"})", 0},
+              {R"({"operator":"Playing"})", 0}, {R"({"operator":""})", 0}};
+  for (const auto& row : rows) {
+    Player record = {.operation = 99, .u = {}, .window = 0};
+    EXPECT_EQ(decode(player_fields, row.parameter, record), 0);
+    EXPECT_EQ(record.operation, row.number) << row.parameter;
+  }
+  Player record = {.operation = 99, .u = {}, .window = 0};
+  decode(player_fields, "{}", record);
+  EXPECT_EQ(record.operation, 99);
+  set_log_level(2);
+  const std::string printed = printed_by([&] { decode(player_fields, R"({"operator":"play"})", record); });
+  set_log_level(0);
+  EXPECT_TRUE(printed.ends_with("<entry> operator [play]: 1!\n")) << printed;
+}
+
+TEST(Field, IsReadOnlyInARecordThatFits) {
+  Player record = {};
+  decode(player_fields, R"({"operator":"Play","start":1,"volume":2})", record);
+  EXPECT_EQ(record.u.volume, 0u);
+  decode(player_fields, R"({"operator":"timeSeek","start":1,"volume":2})", record);
+  EXPECT_EQ(record.u.volume, 2u);
+  record = {};
+  decode(player_fields, R"({"start":1,"volume":2})", record);
+  EXPECT_EQ(record.u.start, 1u);
+  record = {};
+  decode(player_fields, R"({"operator":"flip","start":1,"volume":2})", record);
+  EXPECT_EQ(record.u.start, 0u) << "an unknown operator is one all the same";
+}
+
+TEST(Field, IsReadOnlyForItsUri) {
+  Player record = {};
+  decode(player_fields, R"({"window":4})", record, 0x0D08);
+  EXPECT_EQ(record.window, 0);
+  decode(player_fields, R"({"window":4})", record, 0x0D09);
+  EXPECT_EQ(record.window, 4);
+}
+
+// --- Arrays ---
+
+struct Filter {
+  UINT8 category_count;
+  UINT8 categories[3];
+  UINT32 channel_count;
+  INT32 channels_announced;
+  UINT32 channels[2];
+};
+constexpr Field filter_fields[] = {
+    {.key = "CATEGORY_NUM", TVC_MEMBER(Filter, category_count), .use = kQuery},
+    {.key = "CATEGORY",
+     TVC_MEMBER(Filter, categories),
+     .use = kQuery,
+     .sets_count = true,
+     .count = TVC_PLACE(Filter, category_count)},
+    {.key = "CHANNEL_NUM", TVC_MEMBER(Filter, channels_announced), .use = kQuery},
+    {.key = "CHANNEL_ID",
+     TVC_MEMBER(Filter, channels),
+     .use = kQuery,
+     .count = TVC_PLACE(Filter, channels_announced),
+     .text = "channel_id"},
+};
+
+TEST(Field, ArrayTakesWhatThereIsRoomFor) {
+  Filter record = {};
+  EXPECT_EQ(decode(filter_fields,
+                   R"({"CATEGORY_NUM":9,"CATEGORY":[1,258,3,4],"CHANNEL_NUM":9,)"
+                   R"("CHANNEL_ID":[4294967295,2,3]})",
+                   record),
+            0);
+  EXPECT_EQ(record.category_count, 3) << "becomes the number taken";
+  EXPECT_EQ(record.categories[0], 1);
+  EXPECT_EQ(record.categories[1], 2) << "cut to 8 bits";
+  EXPECT_EQ(record.categories[2], 3);
+  EXPECT_EQ(record.channels_announced, 9) << "stays, without sets_count";
+  EXPECT_EQ(record.channels[0], 4294967295u);
+  EXPECT_EQ(record.channels[1], 2u);
+  record = {};
+  EXPECT_EQ(decode(filter_fields, R"({"CATEGORY_NUM":3,"CATEGORY":[5]})", record), 0);
+  EXPECT_EQ(record.category_count, 1);
+}
+
+TEST(Field, ArrayIsNotReadWithoutACount) {
+  Filter record = {};
+  EXPECT_EQ(decode(filter_fields, R"({"CATEGORY":[1],"CHANNEL_NUM":0,"CHANNEL_ID":"none"})", record), 0);
+  EXPECT_EQ(record.categories[0], 0);
+}
+
+TEST(Field, AnnouncedArrayMustHaveElements) {
+  const struct {
+    const char* parameter;
+    const char* message;
+  } rows[] = {{R"({"CHANNEL_NUM":2,"CHANNEL_ID":7})", "<entry> CHANNEL_ID type is NOT array!\n"},
+              {R"({"CHANNEL_NUM":2})", "<entry> CHANNEL_ID type is NOT array!\n"},
+              {R"({"CHANNEL_NUM":2,"CHANNEL_ID":[]})", "<entry> array size is zero!\n"},
+              {R"({"CATEGORY_NUM":3,"CATEGORY":[]})", "<entry> array size is zero!\n"}};
+  for (const auto& row : rows) {
+    Filter record = {};
+    const std::string printed = printed_by([&] { EXPECT_EQ(decode(filter_fields, row.parameter, record), -1); });
+    EXPECT_EQ(printed, row.message) << row.parameter;
+  }
+}
+
+TEST(Field, ArrayTracesItsElements) {
+  set_log_level(5);
+  Filter record = {};
+  const std::string printed =
+      printed_by([&] { decode(filter_fields, R"({"CHANNEL_NUM":2,"CHANNEL_ID":[8,9]})", record); });
+  set_log_level(0);
+  EXPECT_TRUE(printed.ends_with("<entry> channel_id[0]: 8!\n<entry> channel_id[1]: 9!\n")) << printed;
+}
+
+// --- Values that are rendered ---
+
+struct Shown {
+  INT16 position;
+  double size;
+  INT32 levels[3];
+  UINT16 ids[4];
+  INT32 id_count;
+  INT32 kind;
+  char* text;
+  char* picture;
+};
+bool is_picture(const void* record) { return static_cast<const Shown*>(record)->kind == 107; }
+constexpr Field shown_fields[] = {
+    {.key = "POSITION", TVC_MEMBER(Shown, position), .use = kResponse},
+    {.key = "SIZE", TVC_MEMBER(Shown, size), .use = kResponse},
+    {.key = "LEVELS", TVC_MEMBER(Shown, levels), .use = kResponse},
+    {.key = "IDS", TVC_NUMBERS_16(Shown, ids), .use = kResponse, .count = TVC_PLACE(Shown, id_count)},
+    {.key = "SECOND_ID", TVC_MEMBER(Shown, ids[1]), .use = kResponse},
+    {.key = "TEXT", TVC_MEMBER(Shown, text), .use = kResponse, .text = ""},
+    {.key = "PICTURE", TVC_MEMBER(Shown, picture), .use = kResponse, .when = is_picture},
+};
+
+TEST(Field, RendersNumbersOfItsKind) {
+  Shown record = {.position = -192,
+                  .size = 1.5,
+                  .levels = {-1, 0, INT32_MAX},
+                  .ids = {1, 65535, 3, 4},
+                  .id_count = 2,
+                  .kind = 0,
+                  .text = nullptr,
+                  .picture = nullptr};
+  EXPECT_EQ(rendered(shown_fields, &record),
+            R"({"POSITION":-192,"SIZE":1.5,"LEVELS":[-1,0,2147483647],"IDS":[1,65535],"SECOND_ID":65535,"TEXT":""})");
+  for (const auto& [count, ids] : {std::pair{0, "[]"}, {-1, "[]"}, {9, "[1,65535,3,4]"}}) {
+    record.id_count = count;
+    EXPECT_NE(rendered(shown_fields, &record).find(std::string("\"IDS\":") + ids + ","), std::string::npos) << count;
+  }
+}
+
+TEST(Field, RendersAndFreesTextsThatTheRecordOwns) {
+  MemoryWatch memory;
+  Shown record = {};
+  record.kind = 107;
+  EXPECT_NE(rendered(shown_fields, &record).find(R"("TEXT":"","PICTURE":null)"), std::string::npos);
+  record.text = static_cast<char*>(std::calloc(1, 8));
+  record.picture = static_cast<char*>(std::calloc(1, 8));
+  std::strcpy(record.text, "a\"b");
+  std::strcpy(record.picture, "png");
+  EXPECT_NE(rendered(shown_fields, &record).find(R"("TEXT":"a\"b","PICTURE":"png")"), std::string::npos);
+  tvc_free_texts(shown_fields, &record);
+  EXPECT_EQ(record.text, nullptr);
+  EXPECT_EQ(record.picture, nullptr);
+}
+
+TEST(Field, LeavesAnotherViewOfAUnionAlone) {
+  Shown record = {};
+  char other[] = "no block of malloc's";
+  record.picture = other;
+  tvc_free_texts(shown_fields, &record);
+  EXPECT_EQ(record.picture, other);
+}
+
+// --- Addresses ---
+
+struct Handles {
+  uintptr_t handle;
+  intptr_t tag;
+};
+constexpr Field handle_fields[] = {
+    {.key = "handle", TVC_WORD(Handles, handle), .use = kQuery | kResponse},
+    {.key = "tag", TVC_MEMBER(Handles, tag), .use = kQuery | kResponse},
+};
+
+TEST(Field, AddressGoesOutAndComesBack) {
+  int object = 0;
+  const Handles sent = {.handle = reinterpret_cast<uintptr_t>(&object), .tag = reinterpret_cast<intptr_t>(&object)};
+  Handles back = {};
+  EXPECT_EQ(decode(handle_fields, rendered(handle_fields, &sent).c_str(), back), 0);
+  EXPECT_EQ(back.handle, sent.handle);
+  EXPECT_EQ(back.tag, sent.tag);
+  decode(handle_fields, R"({"handle":"0x10","tag":-5})", back);
+  EXPECT_EQ(back.handle, 16u);
+  EXPECT_EQ(back.tag, -5);
+}
+
+}  // namespace
