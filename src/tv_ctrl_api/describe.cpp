@@ -40,7 +40,7 @@ static constexpr KindRow kinds[] = {
     {FieldKind::kConstant, "constant", "string", "always the same text; value: which"},
 };
 
-// An address is described as the widest number, and as a text whatever a text stands for.
+// An address is described as the widest number. 16-bit texts, names and allocated texts are described as texts.
 static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
   if (kind == FieldKind::kText16 || kind == FieldKind::kName || kind == FieldKind::kOwnedText) kind = FieldKind::kText;

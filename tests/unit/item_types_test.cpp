@@ -23,14 +23,18 @@ std::size_t size_of_kind(FieldKind kind) {
   switch (kind) {
     case FieldKind::kUint8:
       return 1;
+    case FieldKind::kInt16:
     case FieldKind::kUint16:
       return 2;
     case FieldKind::kInt32:
     case FieldKind::kUint32:
+    case FieldKind::kName:
       return 4;
     case FieldKind::kInt64:
     case FieldKind::kUint64:
+    case FieldKind::kDouble:
       return 8;
+    case FieldKind::kOwnedText:
     case FieldKind::kWord:
       return sizeof(void*);
     default:
@@ -51,6 +55,8 @@ void check_fields(std::span<const Field> fields, std::size_t record_size, const 
     if (field.kind == FieldKind::kText) EXPECT_GE(field.size, 2u) << name << " has room for no text";
     EXPECT_EQ(field.kind == FieldKind::kObject, !field.fields.empty()) << name;
     if (field.kind == FieldKind::kObject) check_fields(field.fields, field.size, name);
+    for (const IntegerPlace place : {field.count, field.found, field.missing})
+      EXPECT_LE(std::size_t{place.offset} + place.size, record_size) << name;
   }
 }
 
@@ -59,15 +65,33 @@ TEST(ItemTypes, FieldsLieInTheirRecords) {
     check_fields(item->fields, item->record_size, tvc_item_type_name(item->type));
 }
 
+TEST(ItemTypes, FormsLieInTheirRecords) {
+  int lists = 0;
+  for (const ItemType* const item : tvc_item_types()) {
+    for (const ItemForm& form : item->forms) {
+      const EntryList& list = form.list;
+      lists += list.entry_size > 0;
+      check_fields(form.fields, list.entry_size ? list.entry_size : item->record_size, tvc_item_type_name(item->type));
+      EXPECT_LE(list.entries_offset + list.entry_size * list.most, item->record_size) << int{item->type};
+      EXPECT_LE(UINT32{list.count.offset} + list.count.size, item->record_size) << int{item->type};
+    }
+  }
+  EXPECT_GT(lists, 0) << "the mount points are one";
+}
+
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
-  std::set<std::string> keys;
+  std::set<std::string> keys;   // of members that every record shows
+  std::set<std::string> shown;  // of all; several rows may show one member, each under a condition
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
     EXPECT_FALSE(field.key.empty()) << where;
     EXPECT_TRUE(
         std::all_of(field.key.begin(), field.key.end(), [](char c) { return c > ' ' && c != '"' && c != '\\'; }))
         << where << "." << field.key << " would have to be escaped";
-    EXPECT_TRUE(keys.emplace(field.key).second) << where << "." << field.key << " stands twice";
+    const std::string key(field.key);
+    EXPECT_FALSE(keys.contains(key) || (!field.when && shown.contains(key))) << where << "." << key << " stands twice";
+    if (!field.when) keys.insert(key);
+    shown.insert(key);
     check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
@@ -75,6 +99,8 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
 TEST(ItemTypes, KeysAreUniqueWithinAUse) {
   for (const ItemType* const item : tvc_item_types())
     for (const FieldUse use : kUses) check_keys(item->fields, use, tvc_item_type_name(item->type));
+  for (const ItemType* const item : tvc_item_types())
+    for (const ItemForm& form : item->forms) check_keys(form.fields, kEverywhere, tvc_item_type_name(item->type));
 }
 
 TEST(ItemTypes, FieldsTakePartSomewhere) {
@@ -148,8 +174,8 @@ TEST(ItemTypes, NotificationsThatTraceNoTextAreNamedWithoutMemory) {
       {TYPE_CEC_DETECT_NOTIFY, "_json_print_cec_detect_notify"},
   };
   std::map<int, std::string> found;
-  for (const ItemType& item : tvc_item_types())
-    if (item.notify.form != NotifyForm::kNone && !item.notify.traces_text) found[item.type] = item.notify.log_name;
+  for (const ItemType* const item : tvc_item_types())
+    if (item->notify.form != NotifyForm::kNone && !item->notify.traces_text) found[item->type] = item->notify.log_name;
   EXPECT_EQ(found, names);
 }
 
