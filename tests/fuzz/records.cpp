@@ -9,7 +9,8 @@ static void take_fields(Bytes& bytes, std::span<const Field> fields, FieldUse us
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
     // Not left to chance: any other word would be read as an address.
-    if (take_chance(bytes, 2) || (field.kind == FieldKind::kWord && field.render))
+    const bool address = field.kind == FieldKind::kOwnedText || (field.kind == FieldKind::kWord && field.render);
+    if (address || take_chance(bytes, 2))
       take_field(bytes, field, record, text);
   }
 }
@@ -47,7 +48,8 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
       return take_characters(bytes, place, field.size);
     case FieldKind::kObject:
       return take_fields(bytes, field.fields, kEverywhere, place, text);
-    case FieldKind::kOwnedText:  // stays null: it is freed
+    case FieldKind::kOwnedText:  // null, since it is freed
+      return store(std::uintptr_t{0});
     case FieldKind::kConstant:
       return;
   }
@@ -63,7 +65,10 @@ std::unique_ptr<char[]> take_record(Bytes& bytes, UINT8 type, FieldUse use, cons
     const std::string patch = take_text(bytes);
     memcpy(record.get() + offset, patch.data(), std::min(patch.size(), size - offset));
   }
-  // Of a list, its first entry.
-  if (item) take_fields(bytes, item->fields, use, record.get() + item->list.entries_offset, text);
+  if (!item) return record;
+  take_fields(bytes, item->fields, use, record.get(), text);
+  // Of a list, the first entry.
+  for (const ItemForm& form : item->forms)
+    take_fields(bytes, form.fields, kEverywhere, record.get() + form.list.entries_offset, text);
   return record;
 }
