@@ -10,8 +10,7 @@ static void take_fields(Bytes& bytes, std::span<const Field> fields, FieldUse us
     if (use != kEverywhere && !(field.use & use)) continue;
     // Not left to chance: any other word would be read as an address.
     const bool address = field.kind == FieldKind::kOwnedText || (field.kind == FieldKind::kWord && field.render);
-    if (address || take_chance(bytes, 2))
-      take_field(bytes, field, record, text);
+    if (address || take_chance(bytes, 2)) take_field(bytes, field, record, text);
   }
 }
 
