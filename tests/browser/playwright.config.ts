@@ -7,7 +7,7 @@ export default defineConfig({
   workers: 1,
   timeout: 30_000,
   globalTimeout: 8 * 60_000,
-  expect: { timeout: 5_000 },
+  expect: { timeout: 15_000 },
   reporter: "line",
   use: {
     viewport: { width: 1280, height: 800 },

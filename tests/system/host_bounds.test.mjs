@@ -36,7 +36,7 @@ test('what arrives too slowly is 408 and the end', async (t) => {
     const answers = answersIn(line.received()).filter(({ status }) => status !== 100);
     assert.deepEqual(answers.map(({ status }) => statuses.includes(status)), [true], `${name}: ${line.shown()}`);
     assert.match(answers[0].headers.connection ?? '', /^close$/i, name);
-    assert.ok(took > 800 && took < 3000 + (sanitized ? 10_000 : 0), `${name}: ${took} ms`);
+    assert.ok(took > 800 && took < (sanitized ? 15_000 : 6000), `${name}: ${took} ms`);
   };
   await Promise.all(Object.entries(slow).map(wait));
   assert.notEqual(await volumeOf(t, host), 77);
@@ -131,7 +131,7 @@ for (const [name, begin] of Object.entries(endless))
       assert.equal((await ask(t, host, getText(host))).status, 200);
       assert.equal((await connect(t, host).then((client) => client.call('get', { uri: volume }))).ret, 0);
       const took = performance.now() - begun;
-      assert.ok(took < 1000 * (sanitized ? 10 : 1), `${took} ms`);
+      assert.ok(took < 1000 * (sanitized ? 10 : 4), `${took} ms`);
       await sleep(400);
     }
     assert.equal((await friend.call('get', { uri: volume })).ret, 0, 'who was connected stays');
@@ -150,7 +150,7 @@ test('a client with a thousand sets waiting delays the get of another by a few',
     times.push(performance.now() - begun);
   }
   t.diagnostic(`gets took ${times.map((ms) => ms.toFixed(1)).join(', ')} ms; a set takes 5 ms`);
-  assert.ok(Math.max(...times) < (sanitized ? 2000 : 400), `${Math.max(...times)} ms`);
+  assert.ok(Math.max(...times) < 2500, `${Math.max(...times)} ms; all sets take 5 s`);
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
@@ -169,7 +169,7 @@ test('forty clients with sets waiting: another has its turn', async (t) => {
     times.push(performance.now() - begun);
   }
   t.diagnostic(`gets took ${times.map((ms) => ms.toFixed(1)).join(', ')} ms; a turn of all takes 80 ms and more`);
-  assert.ok(Math.max(...times) < (sanitized ? 5000 : 1000), `${Math.max(...times)} ms`);
+  assert.ok(Math.max(...times) < 5000, `${Math.max(...times)} ms; all sets take 16 s`);
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
@@ -183,9 +183,10 @@ test('a batch of URIs that are not known holds nobody up', async (t) => {
   const begun = performance.now();
   await other.call('get', { uri: mute });
   const took = performance.now() - begun;
-  assert.ok(took < (sanitized ? 5000 : 500), `${took} ms`);
+  assert.ok(took < (sanitized ? 5000 : 2000), `${took} ms`);
   const replies = JSON.parse(await asker.text());
   assert.deepEqual(replies.map(({ id, error }) => [id, error.code]), Array.from({ length: 1000 }, (_, id) => [id, -32001]));
+  assert.equal(replies.filter(({ error }) => error.data.nearest.length > 0).length, 8, 'a message searches for so many');
   assert.ok(replies[0].error.data.nearest.includes('/tv/menu/common_setting/sys_info_on_id'));
 });
 
@@ -201,7 +202,7 @@ test('while the platform hangs and gets wait, control commands get through', asy
   assert.ok(await tv.call('tv', { words: ['faults'] }));
   await tv.call('tv', { words: ['fault', '--clear'] });
   const took = performance.now() - begun;
-  assert.ok(took < 1000 * (sanitized ? 10 : 1), `${took} ms`);
+  assert.ok(took < 10_000, `${took} ms; the platform's call takes 20 s`);
 });
 
 test('a body is not kept while its call waits', async (t) => {

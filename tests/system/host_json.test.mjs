@@ -223,7 +223,7 @@ test('a parameter of half a million values holds nobody up', async (t) => {
   }
   times.sort((a, b) => a - b);
   t.diagnostic(`another's gets took ${times.map((ms) => ms.toFixed(1)).join(', ')} ms`);
-  assert.ok(times[4] < (sanitized ? 2000 : 100), `${times[4]} ms in the middle`);
+  assert.ok(times[4] < (sanitized ? 2000 : 500), `${times[4]} ms in the middle`);
 });
 
 test('a message of 1 MiB is read, and no longer one', async (t) => {

@@ -72,7 +72,7 @@ test('a slow platform call delays nobody else', async (t) => {
   const slow = await connect(t, host);
   const other = await connect(t, host);
   const tv = await connect(t, host);
-  const delay = 1500;
+  const delay = 3000;
   await tv.call('tv', { words: ['fault', slowCall, '--delay', String(delay)] });
 
   let answered = false;
@@ -296,7 +296,7 @@ test('twice during a slow call waits for it as well; again later on does not', a
   assert.equal(code, 0, output);
   assert.match(output, /told again to stop/);
   assert.doesNotMatch(output, /does not return/);
-  assert.ok(performance.now() - begun < 4500);
+  assert.ok(performance.now() - begun < 30_000, 'the call takes 60 s');
 });
 
 test('stopping during a slow call waits for it', async (t) => {

@@ -8,7 +8,10 @@ import { connect, dial, dialWebSocket, frame, modify, mute, sanitized, sleep, sl
 import { hostLine, resident } from './wire_support.mjs';
 
 const full = process.env.DTV_LOAD === 'full';
-const bounds = sanitized ? { p99: 10_000, resident: Infinity, left: Infinity } : { p99: 50, resident: 400, left: 64 };
+// Times of another client's gets in ms. A client that is not served waits for all of the harm, which lasts seconds; a busy
+// machine costs some gets a few scheduler slices. Only the full run measures closely.
+const times = full ? { median: 50, p99: 50 } : { median: 50, p99: 2000 };
+const bounds = sanitized ? { median: 10_000, p99: 10_000, resident: Infinity, left: Infinity } : { ...times, resident: 400, left: 64 };
 
 const clients = (count, make) => Promise.all(Array.from({ length: count }, make));
 const leave = (lines) => () => lines.forEach((line) => line.socket.destroy());
@@ -183,15 +186,16 @@ for (const [name, harm] of Object.entries(harms))
     t.after(() => clearInterval(watch));
 
     const begun = harm.begin(t, host, harm, tv);
-    const [end, { p99, count }] = await Promise.all([begun, other.times(begun.then(() => sleep(1500)))]);
+    const [end, { median, p99, count }] = await Promise.all([begun, other.times(begun.then(() => sleep(1500)))]);
     await end();
     clearInterval(watch);
     for (let i = 0; i < 100 && (memory.after = resident(host.child.pid)) > memory.before + bounds.left; ++i) await sleep(100);
     t.diagnostic(
-      `${name}: p99 of a get ${before.p99.toFixed(2)} ms before, ${p99.toFixed(2)} ms during (${count} gets); ` +
+      `${name}: p99 of a get ${before.p99.toFixed(2)} ms before, ${p99.toFixed(2)} ms during (${count} gets, median ${median.toFixed(2)}); ` +
         `resident ${memory.before.toFixed(0)} MiB before, ${memory.during.toFixed(0)} during, ${memory.after.toFixed(0)} after`,
     );
     // A machine that is busy with other things is slow before as well.
+    assert.ok(median < Math.max(bounds.median, 4 * before.median), `median of another's get ${median} ms`);
     assert.ok(p99 < Math.max(bounds.p99, 4 * before.p99), `p99 of another's get ${p99} ms`);
     assert.ok(memory.during < bounds.resident, `${memory.during} MiB during`);
     assert.ok(memory.after <= memory.before + bounds.left, `${memory.after} MiB after, ${memory.before} MiB before`);

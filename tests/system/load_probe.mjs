@@ -1,5 +1,5 @@
 // A worker: a client that asks one get after another, on a thread of its own, so that what the test's other sockets do does not
-// count. "begin" starts it, "end" stops it; it then tells the 99th percentile of the gets' times in ms, and how many there were.
+// count. "begin" starts it, "end" stops it; it then reports the gets' median and 99th percentile in ms, and how many there were.
 import { parentPort, workerData } from 'node:worker_threads';
 import WebSocket from 'ws';
 
@@ -26,7 +26,8 @@ async function probe() {
     await new Promise(setImmediate); // for "end"
   } while (going);
   times.sort((a, b) => a - b);
-  parentPort.postMessage({ p99: times[Math.floor(times.length * 0.99)], count: times.length });
+  const at = (part) => times[Math.floor(times.length * part)];
+  parentPort.postMessage({ median: at(0.5), p99: at(0.99), count: times.length });
 }
 socket.on('error', (error) => {
   throw error;
