@@ -1,11 +1,12 @@
 // Describes the registry and the item types, from their tables.
+#include "tv_ctrl_api/describe.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "tv_ctrl_api/describe.h"
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
 #include "tv_ctrl_main/registry.h"
