@@ -8,9 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "dtv_js_plugin.h"
 #include "runner/records.h"
-#include "tv_ctrl_main.h"
 
 namespace runner {
 namespace {
