@@ -164,6 +164,11 @@ def selftest():
             expect(f"{text!r}: expected {expected}, found {found}",
                    not found if expected is None else expected in found)
 
+        for name, good in (("kLimit", True), ("limit", False)):
+            source.write_text(f"int f() {{ static constexpr int {name} = 3; return {name}; }}\n", encoding="utf-8")
+            findings = check(source, ["-std=c++20"], None, [f"--config-file={ROOT}/src/.clang-tidy"])
+            expect(f"a constant of src/ named {name}: {findings}", (findings == []) == good)
+
         def again(source_text, header_text, options):
             source.write_text(source_text, encoding="utf-8")
             header.write_text(header_text, encoding="utf-8")

@@ -21,7 +21,7 @@ struct KindRow {
   char maximum[25] = "";
 };
 
-static constexpr KindRow kinds[] = {
+static constexpr KindRow kKinds[] = {
     {FieldKind::kInt32, "int32", "number", "a whole number of 32 bits, with a sign", "-2147483648", "2147483647"},
     {FieldKind::kInt16, "int16", "number", "a whole number of 16 bits, with a sign", "-32768", "32767"},
     {FieldKind::kUint8, "uint8", "number", "a whole number of 8 bits", "0", "255"},
@@ -44,12 +44,12 @@ static constexpr KindRow kinds[] = {
 static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
   if (kind == FieldKind::kText16 || kind == FieldKind::kName || kind == FieldKind::kOwnedText) kind = FieldKind::kText;
-  return std::ranges::find(kinds, kind, &KindRow::kind);
+  return std::ranges::find(kKinds, kind, &KindRow::kind);
 }
 static_assert(
     [] {
       for (UINT8 kind = 0; kind <= static_cast<UINT8>(FieldKind::kConstant); ++kind)
-        if (find_kind(static_cast<FieldKind>(kind)) == std::end(kinds)) return false;
+        if (find_kind(static_cast<FieldKind>(kind)) == std::end(kKinds)) return false;
       return true;
     }(),
     "every kind of field is described");
@@ -60,7 +60,7 @@ struct ResultRow {
   char help[64];
 };
 
-static constexpr ResultRow results[] = {
+static constexpr ResultRow kResults[] = {
 #define TVC_STATUS(name, number, meaning) {number, #name, meaning},
 #include "vex_tv_ctrl/status.def"
 #undef TVC_STATUS
@@ -282,11 +282,11 @@ static void describe_all(JsonText& json) {
   tvc_close_object(json);
   tvc_write_key(json, "kinds");
   tvc_open_array(json);
-  for (const KindRow& row : kinds) describe_kind(json, row);
+  for (const KindRow& row : kKinds) describe_kind(json, row);
   tvc_close_array(json);
   tvc_write_key(json, "results");
   tvc_open_array(json);
-  for (const ResultRow& row : results) describe_result(json, row);
+  for (const ResultRow& row : kResults) describe_result(json, row);
   tvc_close_array(json);
   tvc_close_object(json);
 }

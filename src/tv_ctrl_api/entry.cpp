@@ -26,8 +26,8 @@ static char _s_uri[256];       // the request's URI, cut, as the response repeat
 // True when there is a content buffer.
 static bool allocate_content(const char* entry) {
   if (!_pt_content) _pt_content = tv_ctrl_malloc_content_max(&_z_content_size);
-  if (!_pt_content) TVC_LOG_AS(LOG_ERROR, entry, "error: No enough memory to malloc _pt_content!");
-  return _pt_content != nullptr;
+  if (!_pt_content) TVC_LOG_AS(kLogError, entry, "error: No enough memory to malloc _pt_content!");
+  return _pt_content;
 }
 
 int32_t a_dtv_jsp_init_res(void) {
@@ -64,7 +64,7 @@ static bool find_target(const char* entry, const char* uri, Target& ret_target) 
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
   if (tv_ctrl_get_info_with_uri(uri, &id, &type) != VEXTVCTRLR_OK) return false;
-  TVC_LOG_AS(LOG_VALUE, entry, "uri id: %d, type:%d!\n", id, type);
+  TVC_LOG_AS(kLogValue, entry, "uri id: %d, type:%d!\n", id, type);
   ret_target = {.id = id, .type = type, .item = tvc_item_type(type)};
   return true;
 }
@@ -88,11 +88,11 @@ static void free_texts(const Target& target) {
 // Copies the response, without a terminator, to the host.
 static void copy_response(const char* entry, void* pv_content) {
   if (!_ps_send_buff) {
-    TVC_LOG_AS(LOG_TRACE, entry, "[WARNING] Send buffer is NULL!!!\n");
+    TVC_LOG_AS(kLogTrace, entry, "[WARNING] Send buffer is NULL!!!\n");
     return;
   }
-  TVC_LOG_AS(LOG_TRACE, entry, "buff_len: %d.\n", _z_send_buff_len);
-  TVC_LOG_AS(LOG_TRACE, entry, "--> \n%s\n", _ps_send_buff);
+  TVC_LOG_AS(kLogTrace, entry, "buff_len: %d.\n", _z_send_buff_len);
+  TVC_LOG_AS(kLogTrace, entry, "--> \n%s\n", _ps_send_buff);
   _z_send_buff_len = std::min(_z_send_buff_len, DTV_JSP_RESPONSE_MAX);
   memcpy(pv_content, _ps_send_buff, static_cast<std::size_t>(_z_send_buff_len));
 }
@@ -103,13 +103,13 @@ static INT32 get_item(const char* entry, const char* uri, const char* param, voi
   if (!find_target(entry, uri, target)) return VEXTVCTRLR_FAIL;
   if (!clear_content(entry, target)) return VEXTVCTRLR_FAIL;
   if (param && *param) {
-    TVC_LOG_AS(LOG_TRACE, entry, "param: %s.\n", param);
+    TVC_LOG_AS(kLogTrace, entry, "param: %s.\n", param);
     if (!tvc_parse_request(entry, param, false, request)) return VEXTVCTRLR_FAIL;
   }
   if (strcmp(request.word, kWordQuery) == 0) {
     const Decoded decoded = tvc_decode_parameter(entry, target.item, kQuery, request.parameter, _pt_content, target.id);
     if (decoded == Decoded::kNotTaken) {
-      TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
+      TVC_LOG_AS(kLogError, entry, "ERROR: something wrong in param!");
       tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_REQ_TYPE_NOT_MATCH);
     }
     if (decoded != Decoded::kDone) return VEXTVCTRLR_FAIL;
@@ -123,7 +123,7 @@ static INT32 get_item(const char* entry, const char* uri, const char* param, voi
 
 int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
   if (!pv_content || !uri) return VEXTVCTRLR_FAIL;
-  TVC_LOG(LOG_TRACE, "uri: %s.\n", uri);
+  TVC_LOG(kLogTrace, "uri: %s.\n", uri);
   INT32 ret;
   {
     const std::lock_guard guard(mutex_recv);
@@ -132,7 +132,7 @@ int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
     ret = get_item(__func__, uri, param, pv_content, request);
     cJSON_Delete(request.root);
   }
-  TVC_LOG(LOG_TRACE, "uri: %s - ret: %d.\n", uri, ret);
+  TVC_LOG(kLogTrace, "uri: %s - ret: %d.\n", uri, ret);
   return ret;
 }
 
@@ -157,7 +157,7 @@ static Outcome set_action(const char*, const Target& target, const Request&) {
 static Outcome set_modify(const char* entry, const Target& target, const Request& request) {
   const cJSON* const value = cJSON_GetObjectItemCaseSensitive(request.parameter, "VALUE");
   if (!value) {
-    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", "");
+    TVC_LOG_AS(kLogError, entry, "Error before: [%s]\n", "");
     return {.status = VEX_MODIFY_FAIL, .ret = VEXTVCTRLR_FAIL};
   }
   if (!tvc_modify_record(entry, target.item, value, _pt_content))
@@ -168,7 +168,7 @@ static Outcome set_modify(const char* entry, const Target& target, const Request
 static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
   const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content, target.id);
   if (decoded == Decoded::kNotTaken) {
-    TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in param!");
+    TVC_LOG_AS(kLogError, entry, "ERROR: something wrong in param!");
     return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
   }
   if (decoded == Decoded::kFailed) return {.status = VEX_SET_FAIL, .ret = VEXTVCTRLR_FAIL};
@@ -199,7 +199,7 @@ struct SetWord {
   const char* word;
   Outcome (*carry_out)(const char* entry, const Target& target, const Request& request);
 };
-static constexpr SetWord set_words[] = {
+static constexpr SetWord kSetWords[] = {
     {kWordAction, set_action},
     {kWordModify, set_modify},
     {kWordSet, set_specialised},
@@ -210,17 +210,17 @@ static constexpr SetWord set_words[] = {
 static Outcome set_item(const char* entry, const Target& target, const char* param, Request& request) {
   if (!clear_content(entry, target) || !tvc_parse_request(entry, param, true, request))
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
-  TVC_LOG_AS(LOG_VALUE, entry, "request: %s!\n", request.word);
-  for (const SetWord& row : set_words)
+  TVC_LOG_AS(kLogValue, entry, "request: %s!\n", request.word);
+  for (const SetWord& row : kSetWords)
     if (strcmp(row.word, request.word) == 0) return row.carry_out(entry, target, request);
-  TVC_LOG_AS(LOG_ERROR, entry, "ERROR: something wrong in REQUEST!");
+  TVC_LOG_AS(kLogError, entry, "ERROR: something wrong in REQUEST!");
   return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
 }
 
 int32_t a_dtv_jsp_set(const char* uri, const char* param) {
   if (!param || !uri) return VEXTVCTRLR_FAIL;
-  TVC_LOG(LOG_TRACE, "uri: %s.\n", uri);
-  TVC_LOG(LOG_TRACE, "param: %s.\n", param);
+  TVC_LOG(kLogTrace, "uri: %s.\n", uri);
+  TVC_LOG(kLogTrace, "param: %s.\n", param);
   Outcome outcome = {.status = VEX_INVALID_URI, .ret = VEXTVCTRLR_FAIL};
   {
     const std::lock_guard guard(mutex_recv);
@@ -231,7 +231,7 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
     tv_ctrl_response_set(target.type, request.root, outcome.status);
     cJSON_Delete(request.root);
   }
-  TVC_LOG(LOG_TRACE, "uri: %s - ret: %d.\n", uri, outcome.ret);
+  TVC_LOG(kLogTrace, "uri: %s - ret: %d.\n", uri, outcome.ret);
   return outcome.ret;
 }
 

@@ -4,7 +4,7 @@
 #include <array>
 
 // Addresses only: each row is defined in its area's file.
-static constexpr const ItemType* item_types[] = {
+static constexpr const ItemType* kItemTypes[] = {
 #define TVC_ITEM_TYPE(name, number) &item_##name,
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
 #include "vex_tv_ctrl/item_types.def"
@@ -20,9 +20,9 @@ static constexpr auto kPlaces = [] {
   return places;
 }();
 
-std::span<const ItemType* const> tvc_item_types() { return item_types; }
+std::span<const ItemType* const> tvc_item_types() { return kItemTypes; }
 
-const ItemType* tvc_item_type(UINT8 type) { return kPlaces[type] ? item_types[kPlaces[type] - 1] : nullptr; }
+const ItemType* tvc_item_type(UINT8 type) { return kPlaces[type] ? kItemTypes[kPlaces[type] - 1] : nullptr; }
 
 const char* tvc_item_type_name(UINT8 type) {
   switch (type) {

@@ -9,12 +9,12 @@
 // A read-write lock for std::lock_guard and std::shared_lock. A waiting writer goes first: hosts that fetch without a
 // pause would otherwise hold up the platform's threads.
 struct RwLock {
-  pthread_rwlock_t lock_ = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
-  void lock() { pthread_rwlock_wrlock(&lock_); }
-  bool try_lock() { return pthread_rwlock_trywrlock(&lock_) == 0; }
-  void unlock() { pthread_rwlock_unlock(&lock_); }
-  void lock_shared() { pthread_rwlock_rdlock(&lock_); }
-  void unlock_shared() { pthread_rwlock_unlock(&lock_); }
+  pthread_rwlock_t rwlock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
+  void lock() { pthread_rwlock_wrlock(&rwlock); }
+  bool try_lock() { return pthread_rwlock_trywrlock(&rwlock) == 0; }
+  void unlock() { pthread_rwlock_unlock(&rwlock); }
+  void lock_shared() { pthread_rwlock_rdlock(&rwlock); }
+  void unlock_shared() { pthread_rwlock_unlock(&rwlock); }
 };
 
 struct TV_CTRL_NOTIFY_BUFFER_T {

@@ -69,11 +69,11 @@ static bool takes_items(const JsonText& pending, const NotifyRule& rule) {
   const JsonParse parsed = tvc_json_parse(pending.text);
   const cJSON* const items = cJSON_GetObjectItemCaseSensitive(parsed.root, "ITEMS");
   if (!parsed.root)
-    TVC_LOG_AS(LOG_ERROR, rule.log_name, "Error before: [%s]\n", parsed.error_at);
+    TVC_LOG_AS(kLogError, rule.log_name, "Error before: [%s]\n", parsed.error_at);
   else if (!items)
-    TVC_LOG_AS(LOG_ERROR, rule.log_name, "Param do NOT has ITEMS.\n");
+    TVC_LOG_AS(kLogError, rule.log_name, "Param do NOT has ITEMS.\n");
   else if (!cJSON_IsArray(items))
-    TVC_LOG_AS(LOG_ERROR, rule.log_name, "Items type is NOT array!\n");
+    TVC_LOG_AS(kLogError, rule.log_name, "Items type is NOT array!\n");
   cJSON_Delete(parsed.root);
   return false;
 }
@@ -89,7 +89,7 @@ static void deliver(const ItemType& item, const char* uri, const void* record) {
   bool appends = rule.form == NotifyForm::kQueued && pending.text;
   if (appends && pending.length > rule.bound) {
     free(std::exchange(pending.text, nullptr));
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "Buffer is FULL.\n");
+    TVC_LOG_AS(kLogValue, rule.log_name, "Buffer is FULL.\n");
     appends = false;
   }
   if (appends && !takes_items(pending, rule)) {
@@ -97,12 +97,12 @@ static void deliver(const ItemType& item, const char* uri, const void* record) {
     appends = false;
   }
   if (!(appends ? append_item(pending, item, record) : replace_text(pending, item, uri, record))) {
-    TVC_LOG_AS(LOG_ERROR, rule.log_name, "Create root object failed!!!\n");
+    TVC_LOG_AS(kLogError, rule.log_name, "Create root object failed!!!\n");
     return;
   }
   if (rule.traces_text) {
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "buff_len: %d.\n", static_cast<int>(pending.length));
-    TVC_LOG_AS(LOG_VALUE, rule.log_name, "%s\n", pending.text);
+    TVC_LOG_AS(kLogValue, rule.log_name, "buff_len: %d.\n", static_cast<int>(pending.length));
+    TVC_LOG_AS(kLogValue, rule.log_name, "%s\n", pending.text);
   }
 }
 
@@ -111,17 +111,17 @@ static constexpr const char* kDispatch = "tv_ctrl_api_notify_content";
 
 void tv_ctrl_api_notify_func(const char* uri, void* pv_content) {
   if (!uri || !pv_content) {
-    TVC_LOG_AS(LOG_ERROR, kDispatch, "uri or pv_content is null!!!\n");
+    TVC_LOG_AS(kLogError, kDispatch, "uri or pv_content is null!!!\n");
     return;
   }
-  TVC_LOG_AS(LOG_CALL, kDispatch, "call %s. uri: %s.\n", kDispatch, uri);
+  TVC_LOG_AS(kLogCall, kDispatch, "call %s. uri: %s.\n", kDispatch, uri);
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
   if (tv_ctrl_get_info_with_uri(uri, &id, &type) != VEXTVCTRLR_OK) {
-    TVC_LOG_AS(LOG_ERROR, kDispatch, "Get info with uri failed!!!\n");
+    TVC_LOG_AS(kLogError, kDispatch, "Get info with uri failed!!!\n");
     return;
   }
-  TVC_LOG_AS(LOG_CALL, kDispatch, "uri id: %d, type:%d!\n", id, type);
+  TVC_LOG_AS(kLogCall, kDispatch, "uri id: %d, type:%d!\n", id, type);
   const std::lock_guard guard(mutex_send);
   const ItemType* const item = tvc_item_type(type);
   if (item && item->notify.form != NotifyForm::kNone) deliver(*item, uri, pv_content);

@@ -9,20 +9,20 @@
 bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Request& ret_request) {
   const JsonParse parsed = tvc_json_parse(text);
   if (!parsed.root) {
-    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", parsed.error_at);
+    TVC_LOG_AS(kLogError, entry, "Error before: [%s]\n", parsed.error_at);
     return false;
   }
   ret_request.root = parsed.root;
   const cJSON* const parameter = cJSON_GetObjectItemCaseSensitive(parsed.root, "PARAMETER");
   if (!parameter) {
-    TVC_LOG_AS(LOG_ERROR, entry, "Param do NOT has PARAMETER.\n");
+    TVC_LOG_AS(kLogError, entry, "Param do NOT has PARAMETER.\n");
     return false;
   }
   if (!cJSON_IsObject(parameter)) return true;
   ret_request.parameter = parameter;
   const cJSON* const word = cJSON_GetObjectItemCaseSensitive(parameter, "REQUEST");
   if (!word && needs_word) {
-    TVC_LOG_AS(LOG_ERROR, entry, "Error before: [%s]\n", parsed.error_at);
+    TVC_LOG_AS(kLogError, entry, "Error before: [%s]\n", parsed.error_at);
     return false;
   }
   if (word && cJSON_IsString(word)) tvc_copy_text(ret_request.word, word->valuestring);
@@ -33,7 +33,7 @@ Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse u
                              void* record, UINT16 uri) {
   if (!item || !tvc_item_has(*item, use)) return Decoded::kNotTaken;
   if (tvc_decode_fields(item->fields, use, parameter, record, entry, uri) == VEXTVCTRLR_OK) return Decoded::kDone;
-  TVC_LOG_AS(LOG_ERROR, entry, "error: parse %s param!", item->error_word ? item->error_word : "");
+  TVC_LOG_AS(kLogError, entry, "error: parse %s param!", item->error_word ? item->error_word : "");
   return Decoded::kFailed;
 }
 
@@ -51,20 +51,20 @@ bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* val
     case FieldKind::kInt32: {
       INT32& number = field_at<INT32>(record, *field);
       number = tvc_json_integer(value);  // a text is not converted here
-      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %d!\n", number);
+      TVC_LOG_AS(kLogValue, entry, "VALUE: %d!\n", number);
       return true;
     }
     case FieldKind::kInt64: {
       INT64& number = field_at<INT64>(record, *field);
       number = tvc_double_to<INT64>(value->valuedouble);
-      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %lld!\n", static_cast<long long>(number));
+      TVC_LOG_AS(kLogValue, entry, "VALUE: %lld!\n", static_cast<long long>(number));
       return true;
     }
     case FieldKind::kText: {
       if (!cJSON_IsString(value)) return false;
       char* const text = &field_at<char>(record, *field);
       tvc_copy_text(text, field->size, value->valuestring);
-      TVC_LOG_AS(LOG_VALUE, entry, "VALUE: %s!\n", text);
+      TVC_LOG_AS(kLogValue, entry, "VALUE: %s!\n", text);
       return true;
     }
     default:

@@ -24,11 +24,11 @@ static void write_response(JsonText& json, const char* uri, const ItemType* item
   tvc_write_text(json, uri);
   tvc_write_key(json, "STATUS");
   tvc_write_integer(json, status);
-  static constexpr ItemType none = {.type = TYPE_NONE};
+  static constexpr ItemType kNone = {.type = TYPE_NONE};
   if (item)
     tvc_write_content(json, *item, uri_id(uri, *item), record);
   else
-    tvc_write_content(json, none, 0, nullptr);
+    tvc_write_content(json, kNone, 0, nullptr);
   tvc_close_object(json);
 }
 
@@ -44,7 +44,7 @@ void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, I
   write_response(text, uri, item, pv_content, item ? status : static_cast<INT32>(VEX_OK));
   if (!tvc_finish_text(text)) {
     free(text.text);
-    TVC_LOG_AS(LOG_ERROR, item ? item->renderer : "_json_print_none_type", "Create root object failed!!!\n");
+    TVC_LOG_AS(kLogError, item ? item->renderer : "_json_print_none_type", "Create root object failed!!!\n");
     return;
   }
   _ps_send_buff = text.text;

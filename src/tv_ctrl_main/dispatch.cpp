@@ -8,8 +8,8 @@
 #include "tvapi/playback.h"
 
 // Each in a file of its own.
-extern const Handler tvc_volctrl_handler, tvc_common_setting_handler, tvc_misc_handler, tvc_notify_handler,
-    tvc_key_handler, tvc_cecm_handler, tvc_config_handler;
+extern const Handler kVolctrlHandler, kCommonSettingHandler, kMiscHandler, kNotifyHandler, kKeyHandler, kCecmHandler,
+    kConfigHandler;
 
 struct Route {
   UINT8 group;
@@ -21,12 +21,12 @@ struct Route {
 };
 
 // Groups that nothing serves yet keep what is special about them, so that they answer alike before and after.
-static constexpr Route routes[] = {
+static constexpr Route kRoutes[] = {
     {.group = TV_CTRL_GRPID_VIDEO, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_AUDIO, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_AUD_LANG, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_VOLUME,
-     .handler = &tvc_volctrl_handler,
+     .handler = &kVolctrlHandler,
      .set_needs_record = true,
      .start = tv_ctrl_volctrl_init,
      .start_turn = 2},
@@ -35,7 +35,7 @@ static constexpr Route routes[] = {
     {.group = TV_CTRL_GRPID_TUNER, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_RATING, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_COMMON_SETTING,
-     .handler = &tvc_common_setting_handler,
+     .handler = &kCommonSettingHandler,
      .set_needs_record = true,
      .start = tv_ctrl_common_setting_init,
      .start_turn = 4},
@@ -43,7 +43,7 @@ static constexpr Route routes[] = {
     {.group = TV_CTRL_GRPID_CHANNEL_INFO},
     {.group = TV_CTRL_GRPID_INPUT_SOURCE},
     {.group = TV_CTRL_GRPID_EVENT, .set_needs_record = true},
-    {.group = TV_CTRL_GRPID_MISC, .handler = &tvc_misc_handler, .start = tv_ctrl_misc_init, .start_turn = 3},
+    {.group = TV_CTRL_GRPID_MISC, .handler = &kMiscHandler, .start = tv_ctrl_misc_init, .start_turn = 3},
     {.group = TV_CTRL_GRPID_SYS_INFO},
     {.group = TV_CTRL_GRPID_BRDCAST, .set_needs_record = true},
     {.group = TV_CTRL_GRPID_BANNER},
@@ -51,33 +51,33 @@ static constexpr Route routes[] = {
     {.group = TV_CTRL_GRPID_CBROWSER},
     {.group = TV_CTRL_GRPID_DLNA},
     {.group = TV_CTRL_GRPID_PUS},
-    {.group = TV_CTRL_GRPID_WS_NFY, .handler = &tvc_notify_handler},
-    {.group = TV_CTRL_GRPID_KEY, .handler = &tvc_key_handler, .set_needs_record = true},
-    {.group = TV_CTRL_GRPID_CECM_CFG, .handler = &tvc_cecm_handler},  // the host starts it
+    {.group = TV_CTRL_GRPID_WS_NFY, .handler = &kNotifyHandler},
+    {.group = TV_CTRL_GRPID_KEY, .handler = &kKeyHandler, .set_needs_record = true},
+    {.group = TV_CTRL_GRPID_CECM_CFG, .handler = &kCecmHandler},  // the host starts it
     {.group = TV_CTRL_GRPID_PVR},
-    {.group = TV_CTRL_GRPID_CONFIG, .handler = &tvc_config_handler, .start = tv_ctrl_config_init, .start_turn = 1},
+    {.group = TV_CTRL_GRPID_CONFIG, .handler = &kConfigHandler, .start = tv_ctrl_config_init, .start_turn = 1},
 };
 static_assert(
     [] {
       int group = 0;
-      for (const Route& route : routes)
+      for (const Route& route : kRoutes)
         if (route.group != ++group) return false;
       return group == TV_CTRL_GRPID_CONFIG;
     }(),
     "routes are sorted by group number, from 1 without gaps");
 
-static constexpr int kStartTurns = std::ranges::max(routes, {}, &Route::start_turn).start_turn;
+static constexpr int kStartTurns = std::ranges::max(kRoutes, {}, &Route::start_turn).start_turn;
 static_assert(
     [] {
       for (int turn = 1; turn <= kStartTurns; ++turn)
-        if (std::ranges::count(routes, turn, &Route::start_turn) != 1) return false;
+        if (std::ranges::count(kRoutes, turn, &Route::start_turn) != 1) return false;
       return true;
     }(),
     "no two handlers start in the same turn, and no turn is left out");
 
 // Null for a number that is no group.
 static const Route* find_route(int group) {
-  return group > 0 && group <= static_cast<int>(std::size(routes)) ? &routes[group - 1] : nullptr;
+  return group > 0 && group <= static_cast<int>(std::size(kRoutes)) ? &kRoutes[group - 1] : nullptr;
 }
 
 const Handler* tvc_handler(int group) {
@@ -116,7 +116,7 @@ INT32 tv_ctrl_init(tv_ctrl_nfy_fct pv_func) {
   b_g_tvc_init = true;
   pf_g_tvc_nfy_fct.store(pv_func);
   // A handler whose start fails does not keep the others from starting.
-  for (int turn = 1; turn <= kStartTurns; ++turn) std::ranges::find(routes, turn, &Route::start_turn)->start();
+  for (int turn = 1; turn <= kStartTurns; ++turn) std::ranges::find(kRoutes, turn, &Route::start_turn)->start();
   return VEXTVCTRLR_OK;
 }
 

@@ -15,7 +15,7 @@ static constexpr TV_CTRL_URI_ID_MAP_T at_uri_mapping_id_table[] = {
 #undef TVC_GROUP_END
 };
 
-static constexpr std::size_t row_length[] = {
+static constexpr std::size_t kRowLength[] = {
 #define TVC_GROUP(group, number, enumeration)
 #define TVC_URI(group, record, name, uri, type) sizeof(uri) - 1,
 #define TVC_GROUP_END(group)
@@ -37,18 +37,18 @@ struct LengthIndex {
   std::array<RowIndex, kLengths + 1> start;
   std::array<RowIndex, kRows> rows;
 };
-static constexpr LengthIndex by_length = [] {
+static constexpr LengthIndex kByLength = [] {
   LengthIndex index{};
-  for (const std::size_t length : row_length) ++index.start[length + 1];
+  for (const std::size_t length : kRowLength) ++index.start[length + 1];
   for (std::size_t length = 0; length < kLengths; ++length)
     index.start[length + 1] = static_cast<RowIndex>(index.start[length + 1] + index.start[length]);
   std::array<RowIndex, kLengths + 1> next = index.start;
-  for (std::size_t row = 0; row < kRows; ++row) index.rows[next[row_length[row]]++] = static_cast<RowIndex>(row);
+  for (std::size_t row = 0; row < kRows; ++row) index.rows[next[kRowLength[row]]++] = static_cast<RowIndex>(row);
   return index;
 }();
 
 // The row of each identifier; identifiers are unique.
-static constexpr auto by_id = [] {
+static constexpr auto kById = [] {
   std::array<RowIndex, (TV_CTRL_GRPID_CONFIG + 1) << 8> index{};
   index.fill(kNoRow);
   for (std::size_t row = 0; row < kRows; ++row) index[at_uri_mapping_id_table[row].ui2_id] = static_cast<RowIndex>(row);
@@ -77,8 +77,8 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
   if (!uri || !ret_id || !ret_type) return VEXTVCTRLR_INV_ARG;
   const std::size_t length = strnlen(uri, kLengths);
   if (length < kLengths) {
-    for (RowIndex i = by_length.start[length]; i < by_length.start[length + 1]; ++i) {
-      const TV_CTRL_URI_ID_MAP_T& row = at_uri_mapping_id_table[by_length.rows[i]];
+    for (RowIndex i = kByLength.start[length]; i < kByLength.start[length + 1]; ++i) {
+      const TV_CTRL_URI_ID_MAP_T& row = at_uri_mapping_id_table[kByLength.rows[i]];
       if (memcmp(row.s_uri, uri, length) != 0) continue;
       *ret_id = row.ui2_id;
       *ret_type = row.ui1_type;
@@ -92,8 +92,8 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
 
 // Null for an unknown identifier.
 static const TV_CTRL_URI_ID_MAP_T* row_by_id(UINT16 ui2_id) {
-  if (ui2_id >= by_id.size() || by_id[ui2_id] == kNoRow) return nullptr;
-  return &at_uri_mapping_id_table[by_id[ui2_id]];
+  if (ui2_id >= kById.size() || kById[ui2_id] == kNoRow) return nullptr;
+  return &at_uri_mapping_id_table[kById[ui2_id]];
 }
 
 UINT8 tv_ctrl_get_type_by_id(UINT16 ui2_id) {

@@ -70,7 +70,7 @@ bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void
   if (!member) return false;
   INT32& value = field_at<INT32>(record, field);
   value = tvc_json_integer(member);
-  TVC_LOG_AS(LOG_VALUE, entry, "%s: %d!\n", field.text, value);
+  TVC_LOG_AS(kLogValue, entry, "%s: %d!\n", field.text, value);
   return true;
 }
 
@@ -86,7 +86,7 @@ static bool decode_name(const Field& field, const cJSON* parameter, void* record
   if (_unpackage_json_string(parameter, field.key.data(), name, sizeof name - 1) != VEXTVCTRLR_OK) return false;
   INT32& number = field_at<INT32>(record, field);
   number = named_number(field.values, name);
-  TVC_LOG_AS(LOG_VALUE, entry, "%s [%s]: %d!\n", field.key.data(), name, number);
+  TVC_LOG_AS(kLogValue, entry, "%s [%s]: %d!\n", field.key.data(), name, number);
   return true;
 }
 
@@ -108,7 +108,7 @@ static INT32 take_elements(const Field& field, const cJSON* array, void* record,
   for (const cJSON* value = array->child; value && taken < elements.size(); value = value->next, ++taken) {
     elements[taken] = element_of<Element>(value);
     if (field.text)
-      TVC_LOG_AS(LOG_MISSING, entry, "%s[%d]: %u!\n", field.text, static_cast<int>(taken),
+      TVC_LOG_AS(kLogMissing, entry, "%s[%d]: %u!\n", field.text, static_cast<int>(taken),
                  static_cast<unsigned>(elements[taken]));
   }
   return static_cast<INT32>(taken);
@@ -132,11 +132,11 @@ static Reading decode_array(const Field& field, const cJSON* parameter, void* re
   if (tvc_integer_at(record, field.count) == 0) return Reading::kMissing;
   const cJSON* const array = cJSON_GetObjectItemCaseSensitive(parameter, field.key.data());
   if (!cJSON_IsArray(array)) {
-    TVC_LOG_AS(LOG_ERROR, entry, "%s type is NOT array!\n", field.key.data());
+    TVC_LOG_AS(kLogError, entry, "%s type is NOT array!\n", field.key.data());
     return Reading::kFailed;
   }
   if (!array->child) {
-    TVC_LOG_AS(LOG_ERROR, entry, "array size is zero!\n");
+    TVC_LOG_AS(kLogError, entry, "array size is zero!\n");
     return Reading::kFailed;
   }
   const INT32 taken = take_array(field, array, record, entry);
@@ -201,7 +201,7 @@ static Reading decode_field(const Field& field, const cJSON* parameter, void* re
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
                         const char* entry, UINT16 uri) {
   if (!parameter || !record) {
-    TVC_LOG(LOG_ERROR, "param is NULL!\n");
+    TVC_LOG(kLogError, "param is NULL!\n");
     return VEXTVCTRLR_FAIL;
   }
   for (const Field& field : fields)

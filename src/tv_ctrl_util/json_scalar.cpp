@@ -22,11 +22,11 @@ static Wide from_value(const cJSON* value) {
 // Finds a member for the decoder named `decoder`; null, with the message that belongs to it, when there is none.
 static const cJSON* find_member(const char* decoder, const cJSON* object, const char* key) {
   if (!object || !key) {
-    TVC_LOG_AS(LOG_ERROR, decoder, "param is NULL!\n");
+    TVC_LOG_AS(kLogError, decoder, "param is NULL!\n");
     return nullptr;
   }
   const cJSON* const member = cJSON_GetObjectItemCaseSensitive(object, key);
-  if (!member) TVC_LOG_AS(LOG_MISSING, decoder, "Can not find [%s]!\n", key);
+  if (!member) TVC_LOG_AS(kLogMissing, decoder, "Can not find [%s]!\n", key);
   return member;
 }
 
@@ -38,7 +38,7 @@ static INT32 unpackage(const char* decoder, const char* trace, const cJSON* obje
   if (!member) return VEXTVCTRLR_FAIL;
   const Wide wide = cJSON_IsString(member) ? from_text(member->valuestring) : from_value<Wide>(member);
   *ret_value = static_cast<Field>(wide);
-  TVC_LOG_AS(LOG_VALUE, decoder, trace, key, static_cast<Trace>(*ret_value));
+  TVC_LOG_AS(kLogValue, decoder, trace, key, static_cast<Trace>(*ret_value));
   return VEXTVCTRLR_OK;
 }
 
@@ -72,18 +72,18 @@ INT32 _unpackage_json_uslonglong(const cJSON* object, const char* key, UINT64* r
 
 INT32 _unpackage_json_string(const cJSON* object, const char* key, char* ret_text, std::size_t limit) {
   if (!ret_text || limit == 0) {
-    TVC_LOG(LOG_ERROR, "param is NULL!\n");
+    TVC_LOG(kLogError, "param is NULL!\n");
     return VEXTVCTRLR_FAIL;
   }
   const cJSON* const member = find_member(__func__, object, key);
   if (!member) return VEXTVCTRLR_FAIL;
   if (!cJSON_IsString(member)) {
-    TVC_LOG(LOG_ERROR, "Error before: [%s]\n", "");
+    TVC_LOG(kLogError, "Error before: [%s]\n", "");
     return VEXTVCTRLR_FAIL;
   }
   const std::size_t length = strnlen(member->valuestring, limit);
   memcpy(ret_text, member->valuestring, length);
   if (length < limit) ret_text[length] = '\0';
-  TVC_LOG(LOG_VALUE, "%s: %.*s!\n", key, static_cast<int>(length), member->valuestring);
+  TVC_LOG(kLogValue, "%s: %.*s!\n", key, static_cast<int>(length), member->valuestring);
   return VEXTVCTRLR_OK;
 }

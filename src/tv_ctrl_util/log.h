@@ -31,9 +31,9 @@ inline bool tvc_failed(INT32 ret, const char* operation = __builtin_FUNCTION(), 
 
 // Levels from which on a message is printed.
 enum : INT32 {
-  LOG_ERROR = 0,    // errors; a negative level silences even these
-  LOG_TRACE = 1,    // requests and responses
-  LOG_VALUE = 2,    // identifiers and decoded values
-  LOG_MISSING = 5,  // optional members that are not there
-  LOG_CALL = 10,    // calls and empty fetches
+  kLogError = 0,    // errors; a negative level silences even these
+  kLogTrace = 1,    // requests and responses
+  kLogValue = 2,    // identifiers and decoded values
+  kLogMissing = 5,  // optional members that are not there
+  kLogCall = 10,    // calls and empty fetches
 };

@@ -10,11 +10,11 @@
 template <std::integral T>
 constexpr T tvc_double_to(double value) {
   // 2^n is exact as a double; the largest value of a 64-bit type is not.
-  constexpr double below = static_cast<double>(std::numeric_limits<T>::min());
-  constexpr double above = 2.0 * static_cast<double>(std::numeric_limits<T>::max() / 2 + 1);
+  constexpr double kBelow = static_cast<double>(std::numeric_limits<T>::min());
+  constexpr double kAbove = 2.0 * static_cast<double>(std::numeric_limits<T>::max() / 2 + 1);
   if (!(value == value)) return 0;
-  if (value >= above) return std::numeric_limits<T>::max();
-  if (value <= below) return std::numeric_limits<T>::min();
+  if (value >= kAbove) return std::numeric_limits<T>::max();
+  if (value <= kBelow) return std::numeric_limits<T>::min();
   return static_cast<T>(value);
 }
 

@@ -12,9 +12,9 @@ inline void tvc_copy_text(char* ret_array, std::size_t size, const char* text) {
   ret_array[length] = '\0';
 }
 // Ends a text of a record that somebody else filled where its array ends, if it has no end before.
-template <std::size_t N>
-void tvc_end_text(char (&array)[N]) {
-  array[N - 1] = '\0';
+template <std::size_t Size>
+void tvc_end_text(char (&array)[Size]) {
+  array[Size - 1] = '\0';
 }
 // Upper case of the letters a to z, whatever the host's locale is.
 inline char tvc_upper(char character) {
@@ -24,7 +24,7 @@ inline bool tvc_same_letters(const char* one, const char* other) {
   while (*one && tvc_upper(*one) == tvc_upper(*other)) ++one, ++other;
   return tvc_upper(*one) == tvc_upper(*other);
 }
-template <std::size_t N>
-void tvc_copy_text(char (&ret_array)[N], const char* text) {
-  tvc_copy_text(ret_array, N, text);
+template <std::size_t Size>
+void tvc_copy_text(char (&ret_array)[Size], const char* text) {
+  tvc_copy_text(ret_array, Size, text);
 }

@@ -116,12 +116,12 @@ constexpr std::size_t tvc_text_size(const RecordRow (&rows)[Rows]) {
   return size;
 }
 
-template <const auto& written>
-inline constexpr auto tvc_stored_records = [] {
-  StoredRecords<std::size(written), tvc_text_size(written)> stored;
+template <const auto& Written>
+inline constexpr auto kStoredRecords = [] {
+  StoredRecords<std::size(Written), tvc_text_size(Written)> stored;
   const auto add = [&stored](const char* text) { return tvc_pool_add(stored.pool, text, tvc_pool_size(text)); };
   StoredRecord* next = stored.rows;
-  for (const RecordRow& row : written)
+  for (const RecordRow& row : Written)
     *next++ = {.get = row.get,
                .set = row.set,
                .get_operation = add(row.get_operation),
@@ -138,7 +138,7 @@ inline constexpr auto tvc_stored_records = [] {
 }();
 
 // The rows of a constexpr array of RecordRow.
-template <const auto& written>
+template <const auto& Written>
 constexpr Records tvc_records() {
-  return {.rows = tvc_stored_records<written>.rows, .texts = tvc_stored_records<written>.pool.texts};
+  return {.rows = kStoredRecords<Written>.rows, .texts = kStoredRecords<Written>.pool.texts};
 }

@@ -36,7 +36,7 @@ static INT32 set_function(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_CECM_CFG_GET,
      .type = TYPE_CECM_CFG,
      .get = get_function,
@@ -49,14 +49,14 @@ static constexpr RecordRow rows[] = {
      .help = "Switches HDMI-CEC on or off; switched on, the set looks for devices."},
 };
 
-extern constinit const Handler tvc_cecm_handler = {.group = TV_CTRL_GRPID_CECM_CFG,
-                                                   .records = tvc_records<rows>(),
-                                                   .set_without_record = WithoutRecord::kRefused,
-                                                   .framed_get = "tv_ctrl_cecm_get"};
+extern constinit const Handler kCecmHandler = {.group = TV_CTRL_GRPID_CECM_CFG,
+                                               .records = tvc_records<kRows>(),
+                                               .set_without_record = WithoutRecord::kRefused,
+                                               .framed_get = "tv_ctrl_cecm_get"};
 
-INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(tvc_cecm_handler, ui2_id, pv_content); }
+INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kCecmHandler, ui2_id, pv_content); }
 
-INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(tvc_cecm_handler, ui2_id, pv_content); }
+INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kCecmHandler, ui2_id, pv_content); }
 
 // Runs on the CEC manager's thread.
 static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*, UINT32) {

@@ -211,7 +211,7 @@ static INT32 register_network(const RecordRequest&) { return _tvc_common_set_nw_
 
 // --- Rows ---
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_GUI_LANGUAGE,
      .type = TYPE_TEXT,
      .get = get_code,
@@ -314,15 +314,15 @@ static constexpr RecordRow rows[] = {
      .help = "Whether a common interface module tunes the set for a broadcast, in the platform's numbers."},
 };
 
-extern constinit const Handler tvc_common_setting_handler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
-                                                             .records = tvc_records<rows>()};
+extern constinit const Handler kCommonSettingHandler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
+                                                        .records = tvc_records<kRows>()};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_get(tvc_common_setting_handler, ui2_id, pv_content);
+  return tvc_handle_get(kCommonSettingHandler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_common_setting_set(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_set(tvc_common_setting_handler, ui2_id, pv_content);
+  return tvc_handle_set(kCommonSettingHandler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_common_setting_init(void) {

@@ -81,7 +81,7 @@ static bool load_library(const char* code) {
     return false;
   }
   getStrFunPtr = reinterpret_cast<GetLangStr>(symbol);
-  return symbol != nullptr;
+  return symbol;
 }
 
 // Reads the language's code from the platform; false when the platform call fails. The caller holds the mutex; it is
@@ -237,7 +237,7 @@ static INT32 set_string(const RecordRequest& request) {
   return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_CFG_VALUE_ACTION,
      .type = TYPE_CONFIG,
      .set = trigger_action,
@@ -276,24 +276,20 @@ static constexpr RecordRow rows[] = {
      .help = "A text of the menus in the menu language."},
 };
 
-extern constinit const Handler tvc_config_handler = {
-    .group = TV_CTRL_GRPID_CONFIG, .records = tvc_records<rows>(), .set_without_record = WithoutRecord::kRefused};
+extern constinit const Handler kConfigHandler = {
+    .group = TV_CTRL_GRPID_CONFIG, .records = tvc_records<kRows>(), .set_without_record = WithoutRecord::kRefused};
 
-INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_get(tvc_config_handler, ui2_id, pv_content);
-}
+INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kConfigHandler, ui2_id, pv_content); }
 
-INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_set(tvc_config_handler, ui2_id, pv_content);
-}
+INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kConfigHandler, ui2_id, pv_content); }
 
 // --- Changes ---
 
 // Runs on the platform's thread.
-static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notifyId, void* pv_tag, void* pv_arg1, void* pv_arg2, void*, void*) {
+static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notify_id, void* pv_tag, void* pv_arg1, void* pv_arg2, void*, void*) {
   T_CONFIG_NOTIFY notify = {
-      .id = notifyId, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)), .arg1 = 0, .arg2 = {}};
-  if (notifyId != VEXTVAPI_CONFIG_NFY_VALUE_CHANGED) {
+      .id = notify_id, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)), .arg1 = 0, .arg2 = {}};
+  if (notify_id != VEXTVAPI_CONFIG_NFY_VALUE_CHANGED) {
     notify.arg1 = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg1));
   } else if (pv_arg2) {
     const auto& change = *static_cast<const VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T*>(pv_arg2);

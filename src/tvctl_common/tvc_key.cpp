@@ -67,7 +67,7 @@ static constexpr char kKeyNames[] =
 #include "vex_tv_ctrl/keys.def"
     ;
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_IRRC,
      .type = TYPE_TEXT,
      .set = press_key,
@@ -79,12 +79,12 @@ static constexpr RecordRow rows[] = {
      .help = "Keys of a keyboard; there is none that could be pressed."},
 };
 
-extern constinit const Handler tvc_key_handler = {.group = TV_CTRL_GRPID_KEY,
-                                                  .records = tvc_records<rows>(),
-                                                  .get_default = VEXTVCTRLR_NOT_SUPPORT,
-                                                  .set_default = VEXTVCTRLR_FAIL,
-                                                  .set_without_record = WithoutRecord::kRefused};
+extern constinit const Handler kKeyHandler = {.group = TV_CTRL_GRPID_KEY,
+                                              .records = tvc_records<kRows>(),
+                                              .get_default = VEXTVCTRLR_NOT_SUPPORT,
+                                              .set_default = VEXTVCTRLR_FAIL,
+                                              .set_without_record = WithoutRecord::kRefused};
 
-INT32 tv_ctrl_key_get(UINT16, void*) { return tvc_key_handler.get_default; }
+INT32 tv_ctrl_key_get(UINT16, void*) { return kKeyHandler.get_default; }
 
-INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(tvc_key_handler, ui2_id, pv_content); }
+INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kKeyHandler, ui2_id, pv_content); }

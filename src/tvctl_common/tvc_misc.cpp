@@ -141,8 +141,8 @@ struct NamedNumber {
 };
 
 // Looks a name up without regard to case; null for an unknown one.
-template <std::size_t N>
-static const NamedNumber* find_name(const NamedNumber (&table)[N], const char* name) {
+template <std::size_t Size>
+static const NamedNumber* find_name(const NamedNumber (&table)[Size], const char* name) {
   for (const NamedNumber& row : table)
     if (tvc_same_letters(row.name, name)) return &row;
   return nullptr;
@@ -273,7 +273,7 @@ static constexpr char kNativeAppNames[] =
 #include "vex_tv_ctrl/apps.def"
     ;
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_PASSWORD,
      .type = TYPE_TEXT,
      .get = get_password,
@@ -425,10 +425,10 @@ static constexpr RecordRow rows[] = {
      .help = "Whether the USB path holds an e-banner for the shop: TYPE becomes 5, else 0."},
 };
 
-extern constinit const Handler tvc_misc_handler = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>()};
+extern constinit const Handler kMiscHandler = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<kRows>()};
 
-INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(tvc_misc_handler, ui2_id, pv_content); }
+INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kMiscHandler, ui2_id, pv_content); }
 
-INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(tvc_misc_handler, ui2_id, pv_content); }
+INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kMiscHandler, ui2_id, pv_content); }
 
 INT32 tv_ctrl_misc_init(void) { return tvc_failed(_tvc_misc_usb_detect_init()) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK; }

@@ -2,7 +2,7 @@
 #include "tv_ctrl_util/log.h"
 #include "tvctl_common/handler.h"
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_WS_NFY_USB_DETECT,
      .type = TYPE_USB_DETECT_NOTIFY,
      .help = "USB storage was mounted or unmounted."},
@@ -20,10 +20,10 @@ static constexpr RecordRow rows[] = {
      .help = "The volume or the mute state changed, whoever changed it."},
 };
 
-extern constinit const Handler tvc_notify_handler = {.group = TV_CTRL_GRPID_WS_NFY,
-                                                     .records = tvc_records<rows>(),
-                                                     .get_default = VEXTVCTRLR_FAIL,
-                                                     .set_default = VEXTVCTRLR_FAIL};
+extern constinit const Handler kNotifyHandler = {.group = TV_CTRL_GRPID_WS_NFY,
+                                                 .records = tvc_records<kRows>(),
+                                                 .get_default = VEXTVCTRLR_FAIL,
+                                                 .set_default = VEXTVCTRLR_FAIL};
 
 void tvc_notify(TVC_GROUP_WS_NFY record, void* pv_content, const char* operation, int line) {
   tvc_failed(tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, record), pv_content), operation, line);

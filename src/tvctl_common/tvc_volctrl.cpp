@@ -28,7 +28,7 @@ static INT32 set_mute(const RecordRequest& request) {
   return a_vextvapi_volctrl_setMute(static_cast<UINT8>(tvc_content<T_VALUE>(request).value));
 }
 
-static constexpr RecordRow rows[] = {
+static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_VOL,
      .type = TYPE_VALUE,
      .get = get_volume,
@@ -55,17 +55,17 @@ static constexpr RecordRow rows[] = {
                "1=muted\0"},
 };
 
-extern constinit const Handler tvc_volctrl_handler = {.group = TV_CTRL_GRPID_VOLUME,
-                                                      .records = tvc_records<rows>(),
-                                                      .get_default = VEXTVCTRLR_INV_ARG,
-                                                      .set_without_record = WithoutRecord::kRefused};
+extern constinit const Handler kVolctrlHandler = {.group = TV_CTRL_GRPID_VOLUME,
+                                                  .records = tvc_records<kRows>(),
+                                                  .get_default = VEXTVCTRLR_INV_ARG,
+                                                  .set_without_record = WithoutRecord::kRefused};
 
 INT32 tv_ctrl_get_volctrl(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_get(tvc_volctrl_handler, ui2_id, pv_content);
+  return tvc_handle_get(kVolctrlHandler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_set(tvc_volctrl_handler, ui2_id, pv_content);
+  return tvc_handle_set(kVolctrlHandler, ui2_id, pv_content);
 }
 
 // Runs on the platform's thread; every callback, of whatever type, is passed on.

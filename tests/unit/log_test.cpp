@@ -77,7 +77,7 @@ TEST_F(LevelFile, LineFeedOfAFullPieceIsAPieceOfItsOwn) {
 
 TEST(Log, MessageNamesFunctionAndLine) {
   testing::internal::CaptureStdout();
-  TVC_LOG(LOG_ERROR, "value %d of %s!\n", 7, "x");
+  TVC_LOG(kLogError, "value %d of %s!\n", 7, "x");
   const int line = __LINE__ - 1;
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "[TVC_API][TestBody][" + std::to_string(line) + "] --> value 7 of x!\n");

@@ -1,7 +1,7 @@
 // Item types of requests to HbbTV and to the internet portal.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field hbbtv_fields[] = {
+static constexpr Field kHbbtvFields[] = {
     {.key = "enableHbbtv",
      TVC_MEMBER(T_HBBTV, is_enable),
      .use = kSet,
@@ -19,19 +19,19 @@ static constexpr Field hbbtv_fields[] = {
 };
 
 constexpr ItemType item_HBBTV = {
-    .type = TYPE_HBBTV, .record_size = sizeof(T_HBBTV), .error_word = "hbbtv", .fields = hbbtv_fields};
+    .type = TYPE_HBBTV, .record_size = sizeof(T_HBBTV), .error_word = "hbbtv", .fields = kHbbtvFields};
 
-static constexpr char kModes[] =
+static constexpr char kKModes[] =
 #define TVC_PORTAL_MODE(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
     ;
-static constexpr char kReasons[] =
+static constexpr char kKReasons[] =
 #define TVC_PORTAL_EXIT(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
     ;
 
-static constexpr Field portal_fields[] = {
-    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kModes, .help = "mode to start in"},
+static constexpr Field kPortalFields[] = {
+    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kKModes, .help = "mode to start in"},
     {.key = "appMode",
      TVC_MEMBER(T_PORTAL, app_mode),
      .use = kResponse,
@@ -40,7 +40,7 @@ static constexpr Field portal_fields[] = {
     {.key = "exitReason",
      TVC_MEMBER(T_PORTAL, exit_reason),
      .use = kSet,
-     .values = kReasons,
+     .values = kKReasons,
      .help = "why it is left; any other text is another reason"},
 };
 
@@ -48,4 +48,4 @@ constexpr ItemType item_PORTAL = {.type = TYPE_PORTAL,
                                   .record_size = sizeof(T_PORTAL),
                                   .error_word = "portal",
                                   .renderer = "_json_print_portal_info",
-                                  .fields = portal_fields};
+                                  .fields = kPortalFields};

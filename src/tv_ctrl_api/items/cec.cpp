@@ -1,20 +1,20 @@
 // Item types of HDMI-CEC.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr char kSwitch[] =
+static constexpr char kKSwitch[] =
     "0=off\0"
     "1=on\0";
 
-static constexpr Field cecm_cfg_fields[] = {
+static constexpr Field kCecmCfgFields[] = {
     {.key = "CECMFUNC",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func_set),
      .use = kSet,
-     .values = kSwitch,
+     .values = kKSwitch,
      .help = "how CEC is to be switched"},
     {.key = "cecm_func_statu",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func),
      .use = kResponse,
-     .values = kSwitch,
+     .values = kKSwitch,
      .help = "how CEC is switched"},
 };
 
@@ -23,14 +23,14 @@ constexpr ItemType item_CECM_CFG = {.type = TYPE_CECM_CFG,
                                     .allocated_size = sizeof(T_CECM_CFG),
                                     .error_word = "input source",
                                     .renderer = "_json_print_cecm_cfg_type",
-                                    .fields = cecm_cfg_fields};
+                                    .fields = kCecmCfgFields};
 
 #define EVENT(json_key, member, text, ...) \
   { .key = json_key, TVC_MEMBER(T_CECM_NFY, member), .use = kNotify, __VA_ARGS__ __VA_OPT__(, ).help = text }
 #define DATA(json_key, member, text, ...) EVENT(json_key, u_data.member, text __VA_OPT__(, ) __VA_ARGS__)
 
 // Every event shows its data under every view of them. A reader picks those that belong to its opcode and type.
-static constexpr Field cec_detect_notify_fields[] = {
+static constexpr Field kCecDetectNotifyFields[] = {
     EVENT("NOTIFY_TYPE", e_nfy_type, "whose event it is",
           .values = "0=a message on the bus\0"
                     "1=the CEC manager's own\0"),
@@ -152,5 +152,5 @@ constexpr ItemType item_CEC_DETECT_NOTIFY = {
     .type = TYPE_CEC_DETECT_NOTIFY,
     .record_size = sizeof(T_CECM_NFY),
     .allocated_size = sizeof(T_CECM_NFY),
-    .fields = cec_detect_notify_fields,
+    .fields = kCecDetectNotifyFields,
     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_cec_detect_notify"}};

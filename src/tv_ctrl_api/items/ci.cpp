@@ -4,7 +4,7 @@
 #define CI(json_key, member, text) \
   { .key = json_key, TVC_MEMBER(T_CI_DATA, member), .use = kResponse | kNotify, .help = text }
 
-static constexpr Field ci_data_fields[] = {
+static constexpr Field kCiDataFields[] = {
     CI("NAME", name, "display name"),
     {.key = "TYPE", .use = kResponse | kNotify, .text = "TYPE_CI_DATA", .help = "item type"},
     CI("GROUP", group, "group number"),
@@ -45,5 +45,5 @@ constexpr ItemType item_CI_DATA = {
     .record_size = sizeof(T_CI_DATA),
     .allocated_size = sizeof(T_CI_DATA),
     .renderer = "_json_print_ci_data_type",
-    .fields = ci_data_fields,
+    .fields = kCiDataFields,
     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_ci_data_notify"}};

@@ -8,7 +8,7 @@ static bool has_item_only(const void* record) {
 }
 
 // A request's members are read in another order than a response's are written.
-static constexpr Field config_fields[] = {
+static constexpr Field kConfigFields[] = {
     {.key = "cfgId",
      TVC_MEMBER(T_CONFIG, cfg_id),
      .use = kQuery | kSet | kResponse,
@@ -31,9 +31,9 @@ constexpr ItemType item_CONFIG = {.type = TYPE_CONFIG,
                                   .allocated_size = sizeof(T_CONFIG),
                                   .error_word = "config",
                                   .renderer = "_json_print_config_type",
-                                  .fields = config_fields};
+                                  .fields = kConfigFields};
 
-static constexpr Field lang_string_fields[] = {
+static constexpr Field kLangStringFields[] = {
     {.key = "langId", TVC_MEMBER(T_LANG_STRING, lang_id), .use = kQuery | kResponse, .help = "text's id"},
     {.key = "langString",
      TVC_MEMBER(T_LANG_STRING, lang_string),
@@ -45,9 +45,9 @@ constexpr ItemType item_LANG_STRING = {.type = TYPE_LANG_STRING,
                                        .record_size = sizeof(T_LANG_STRING),
                                        .error_word = "language",
                                        .renderer = "_json_print_language_type",
-                                       .fields = lang_string_fields};
+                                       .fields = kLangStringFields};
 
-static constexpr Field config_update_notify_fields[] = {
+static constexpr Field kConfigUpdateNotifyFields[] = {
     {.key = "ID",
      TVC_MEMBER(T_CONFIG_NOTIFY, id),
      .use = kNotify,
@@ -63,5 +63,5 @@ static constexpr Field config_update_notify_fields[] = {
 
 constexpr ItemType item_CONFIG_UPDATE_NOTIFY = {.type = TYPE_CONFIG_UPDATE_NOTIFY,
                                                 .record_size = sizeof(T_CONFIG_NOTIFY),
-                                                .fields = config_update_notify_fields,
+                                                .fields = kConfigUpdateNotifyFields,
                                                 .notify = queued("_json_print_config_update_notify")};

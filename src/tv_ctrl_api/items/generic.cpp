@@ -1,7 +1,7 @@
 // Item types of the generic records.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field value_fields[] = {
+static constexpr Field kValueFields[] = {
     TVC_HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),
     {.key = "MINIMUM", TVC_MEMBER(T_VALUE, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_VALUE, max_value), .use = kResponse, .help = "largest value; 0 and 0: not told"},
@@ -13,10 +13,10 @@ constexpr ItemType item_VALUE = {.type = TYPE_VALUE,
                                  .record_size = sizeof(T_VALUE),
                                  .allocated_size = sizeof(T_VALUE),
                                  .renderer = "_json_print_value_type",
-                                 .fields = value_fields,
+                                 .fields = kValueFields,
                                  .notify = kBaseTypeNotify};
 
-static constexpr Field integer_fields[] = {
+static constexpr Field kIntegerFields[] = {
     TVC_HEADER_FIELDS(T_INTEGER, "TYPE_INTEGER"),
     {.key = "INDEX",
      TVC_MEMBER(T_INTEGER, value),
@@ -31,9 +31,9 @@ constexpr ItemType item_INTEGER = {.type = TYPE_INTEGER,
                                    .record_size = sizeof(T_INTEGER),
                                    .allocated_size = sizeof(T_INTEGER),
                                    .renderer = "_json_print_integer_type",
-                                   .fields = integer_fields};
+                                   .fields = kIntegerFields};
 
-static constexpr Field tint_fields[] = {
+static constexpr Field kTintFields[] = {
     TVC_HEADER_FIELDS(T_TINT, "TYPE_TINT"),
     {.key = "MINIMUM", TVC_MEMBER(T_TINT, min_value), .use = kResponse, .help = "smallest value"},
     {.key = "MAXIMUM", TVC_MEMBER(T_TINT, max_value), .use = kResponse, .help = "largest value"},
@@ -46,10 +46,10 @@ constexpr ItemType item_TINT = {.type = TYPE_TINT,
                                 .record_size = sizeof(T_TINT),
                                 .allocated_size = sizeof(T_TINT),
                                 .renderer = "_json_print_tint_type",
-                                .fields = tint_fields,
+                                .fields = kTintFields,
                                 .notify = kBaseTypeNotify};
 
-static constexpr Field text_fields[] = {
+static constexpr Field kTextFields[] = {
     TVC_HEADER_FIELDS(T_TEXT, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT, value), .use = kResponse, .help = "text"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT, value), .use = kQuery | kModify | kNotify, .help = "text"},
@@ -59,11 +59,11 @@ constexpr ItemType item_TEXT = {.type = TYPE_TEXT,
                                 .record_size = sizeof(T_TEXT),
                                 .allocated_size = sizeof(T_TEXT),
                                 .renderer = "_json_print_text_type",
-                                .fields = text_fields,
+                                .fields = kTextFields,
                                 .notify = kBaseTypeNotify};
 
 // Rendered as bytes up to the first zero byte, and under the type of plain text; receivers rely on both.
-static constexpr Field text_16_fields[] = {
+static constexpr Field kText16Fields[] = {
     TVC_HEADER_FIELDS(T_TEXT_16, "TYPE_TEXT"),
     {.key = "TEXT", TVC_MEMBER(T_TEXT_16, value), .use = kResponse, .help = "text, its first character"},
     {.key = "VALUE", TVC_MEMBER(T_TEXT_16, value), .use = kNotify, .help = "text, its first character"},
@@ -72,10 +72,10 @@ static constexpr Field text_16_fields[] = {
 constexpr ItemType item_TEXT_16 = {.type = TYPE_TEXT_16,
                                    .record_size = sizeof(T_TEXT_16),
                                    .renderer = "_json_print_text_16_type",
-                                   .fields = text_16_fields,
+                                   .fields = kText16Fields,
                                    .notify = kBaseTypeNotify};
 
-static constexpr Field option_list_fields[] = {
+static constexpr Field kOptionListFields[] = {
     TVC_HEADER_FIELDS(T_OPTION_LIST, "TYPE_OPTION_LIST"),
     {.key = "OPTION", TVC_MEMBER(T_OPTION_LIST, element), .use = kResponse, .help = "option texts"},
     {.key = "INDEX",
@@ -94,18 +94,18 @@ constexpr ItemType item_OPTION_LIST = {.type = TYPE_OPTION_LIST,
                                        .record_size = sizeof(T_OPTION_LIST),
                                        .allocated_size = sizeof(T_OPTION_LIST),
                                        .renderer = "_json_print_option_list_type",
-                                       .fields = option_list_fields,
+                                       .fields = kOptionListFields,
                                        .notify = kBaseTypeNotify};
 
-static constexpr Field action_fields[] = {TVC_HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
+static constexpr Field kActionFields[] = {TVC_HEADER_FIELDS(T_ACTION, "TYPE_ACTION")};
 
 constexpr ItemType item_ACTION = {.type = TYPE_ACTION,
                                   .record_size = sizeof(T_ACTION),
                                   .allocated_size = sizeof(T_ACTION),
                                   .renderer = "_json_print_action_type",
-                                  .fields = action_fields};
+                                  .fields = kActionFields};
 
-static constexpr Field time_dtg_fields[] = {
+static constexpr Field kTimeDtgFields[] = {
     {.key = "YEAR", TVC_MEMBER(T_TIME_DTG, ui2_yr), .help = "year"},
     {.key = "MONTH", TVC_MEMBER(T_TIME_DTG, ui1_mo), .help = "month, 1 to 12"},
     {.key = "DAY", TVC_MEMBER(T_TIME_DTG, ui1_day), .help = "day of the month"},
@@ -117,7 +117,7 @@ static constexpr Field time_dtg_fields[] = {
     {.key = "DST", TVC_MEMBER(T_TIME_DTG, b_dst), .help = "1: daylight saving time"},
 };
 
-static constexpr Field time_fields[] = {
+static constexpr Field kTimeFields[] = {
     TVC_HEADER_FIELDS(T_TIME, "TYPE_TIME"),
     {.key = "VALUE",
      TVC_MEMBER(T_TIME, value),
@@ -126,7 +126,7 @@ static constexpr Field time_fields[] = {
     {.key = "DTG",
      TVC_MEMBER(T_TIME, dtg),
      .use = kQuery | kResponse,
-     .fields = time_dtg_fields,
+     .fields = kTimeDtgFields,
      .help = "the same as date and time"},
 };
 
@@ -135,9 +135,9 @@ constexpr ItemType item_TIME = {.type = TYPE_TIME,
                                 .allocated_size = sizeof(T_TIME),
                                 .error_word = "time",
                                 .renderer = "_json_print_time_type",
-                                .fields = time_fields};
+                                .fields = kTimeFields};
 
-static constexpr Field banner_item_fields[] = {
+static constexpr Field kBannerItemFields[] = {
     {.key = "VALUE",
      TVC_MEMBER(T_BANNER_ITEM, item_id),
      .use = kQuery,
@@ -149,4 +149,4 @@ static constexpr Field banner_item_fields[] = {
 constexpr ItemType item_BANNER_ITEM = {.type = TYPE_BANNER_ITEM,
                                        .record_size = sizeof(T_BANNER_ITEM),
                                        .allocated_size = sizeof(T_BANNER_ITEM),
-                                       .fields = banner_item_fields};
+                                       .fields = kBannerItemFields};

@@ -14,10 +14,10 @@ struct AddressLog {
 static void render_text_at(JsonText& json, intptr_t address, const AddressLog& log) {
   const char* const text = reinterpret_cast<const char*>(address);
   if (!text) {
-    TVC_LOG_AS(LOG_TRACE, log.operation, "%s\n", log.missing);
+    TVC_LOG_AS(kLogTrace, log.operation, "%s\n", log.missing);
     return tvc_write_integer(json, 0);
   }
-  TVC_LOG_AS(LOG_TRACE, log.operation, "%s%s\n", log.label, text);
+  TVC_LOG_AS(kLogTrace, log.operation, "%s%s\n", log.label, text);
   tvc_write_text(json, text);
 }
 
@@ -31,7 +31,7 @@ static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
                   .missing = "pt_content->arg1 == NULL"});
 }
 
-static constexpr Field cbrowser_pb_notify_fields[] = {
+static constexpr Field kCbrowserPbNotifyFields[] = {
     {.key = "TYPE",
      TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type),
      .use = kNotify,
@@ -51,7 +51,7 @@ static constexpr Field cbrowser_pb_notify_fields[] = {
 constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
                                               .record_size = sizeof(T_CBROWSER_PB_NOTIFY),
                                               .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),
-                                              .fields = cbrowser_pb_notify_fields,
+                                              .fields = kCbrowserPbNotifyFields,
                                               .notify = {.form = NotifyForm::kQueued,
                                                          .bound = kQueueBound,
                                                          .log_name = "_json_print_cbrowser_playback_notify",
@@ -60,7 +60,7 @@ constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
 
 // What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
 // order than a response's are written.
-static constexpr char kMediaTypes[] =
+static constexpr char kKMediaTypes[] =
     "0=none\0"
     "1=photo\0"
     "2=music\0"
@@ -69,18 +69,22 @@ static constexpr char kMediaTypes[] =
     "5=playlist\0"
     "6=shop mode\0";
 static constexpr const char* kFirstEntry = "first entry, from 0";
-static constexpr Field cbrowser_fields[] = {
+static constexpr Field kCbrowserFields[] = {
     {.key = "NAME", .use = kResponse, .text = "Content Browser", .help = "display name"},
     {.key = "PATH",
      TVC_MEMBER(T_CBROWSER, path),
      .use = kQuery | kSet | kResponse,
      .help = "path of a folder or a file"},
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kQuery | kSet, .values = kMediaTypes, .help = "kind of media"},
+    {.key = "TYPE",
+     TVC_MEMBER(T_CBROWSER, type),
+     .use = kQuery | kSet,
+     .values = kKMediaTypes,
+     .help = "kind of media"},
     {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order, in the platform's numbers"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet, .help = kFirstEntry},
     {.key = "COUNT", TVC_MEMBER(T_CBROWSER, count), .use = kQuery | kSet | kResponse, .help = "number of entries"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kResponse, .help = kFirstEntry},
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kMediaTypes, .help = "kind of media"},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kKMediaTypes, .help = "kind of media"},
     {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
 };
 
@@ -89,9 +93,9 @@ constexpr ItemType item_CBROWSER = {.type = TYPE_CBROWSER,
                                     .allocated_size = sizeof(T_CBROWSER),
                                     .error_word = "cbrowser",
                                     .renderer = "_json_print_cbrowser_type",
-                                    .fields = cbrowser_fields};
+                                    .fields = kCbrowserFields};
 
-static constexpr Field dlna_dms_notify_fields[] = {
+static constexpr Field kDlnaDmsNotifyFields[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMS_NOTIFY, type), .use = kNotify, .help = "kind of server event"},
     {.key = "TAG", TVC_MEMBER(T_DLNA_DMS_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "SERVER_NAME", TVC_MEMBER(T_DLNA_DMS_NOTIFY, server_name), .use = kNotify, .help = "name of the server"},
@@ -104,10 +108,10 @@ static constexpr UINT32 kServerQueueBound = 10240;  // home networks announce ma
 constexpr ItemType item_DLNA_DMS_NOTIFY = {.type = TYPE_DLNA_DMS_NOTIFY,
                                            .record_size = sizeof(T_DLNA_DMS_NOTIFY),
                                            .allocated_size = sizeof(T_DLNA_DMS_NOTIFY),
-                                           .fields = dlna_dms_notify_fields,
+                                           .fields = kDlnaDmsNotifyFields,
                                            .notify = queued("_json_print_dlna_dms_notify", kServerQueueBound)};
 
-static constexpr Field dlna_dmr_notify_fields[] = {
+static constexpr Field kDlnaDmrNotifyFields[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMR_NOTIFY, type), .use = kNotify, .help = "kind of renderer event"},
     {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "address of what is to be played"},
@@ -121,7 +125,7 @@ static constexpr Field dlna_dmr_notify_fields[] = {
 
 constexpr ItemType item_DLNA_DMR_NOTIFY = {.type = TYPE_DLNA_DMR_NOTIFY,
                                            .record_size = sizeof(T_DLNA_DMR_NOTIFY),
-                                           .fields = dlna_dmr_notify_fields,
+                                           .fields = kDlnaDmrNotifyFields,
                                            .notify = queued("_json_print_dlna_dmr_notify")};
 
 // A number, but for the start command: there the value is the address of the file's path.
@@ -133,7 +137,7 @@ static void render_pus_value(JsonText& json, const Field&, const void* record) {
       {.operation = "_json_print_cbrowser_pus_notify", .label = "FilePath: ", .missing = "pt_content->value is NULL"});
 }
 
-static constexpr Field pus_notify_fields[] = {
+static constexpr Field kPusNotifyFields[] = {
     {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify, .help = "playback that the command is for"},
     {.key = "playCmd",
      TVC_MEMBER(T_PUS_NOTIFY, play_cmd),
@@ -155,5 +159,5 @@ static constexpr Field pus_notify_fields[] = {
 
 constexpr ItemType item_PUS_NOTIFY = {.type = TYPE_PUS_NOTIFY,
                                       .record_size = sizeof(T_PUS_NOTIFY),
-                                      .fields = pus_notify_fields,
+                                      .fields = kPusNotifyFields,
                                       .notify = queued("_json_print_cbrowser_pus_notify")};

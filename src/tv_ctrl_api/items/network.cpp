@@ -1,7 +1,7 @@
 // Item types of network events, Wi-Fi association and addresses.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field nw_notify_fields[] = {
+static constexpr Field kNwNotifyFields[] = {
     {.key = "TAG", TVC_WORD(T_NW_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
     {.key = "ID",
      TVC_MEMBER(T_NW_NOTIFY, id),
@@ -16,10 +16,10 @@ static constexpr Field nw_notify_fields[] = {
 constexpr ItemType item_NW_NOTIFY = {
     .type = TYPE_NW_NOTIFY,
     .record_size = sizeof(T_NW_NOTIFY),
-    .fields = nw_notify_fields,
+    .fields = kNwNotifyFields,
     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_network_notify", .traces_text = true}};
 
-static constexpr Field wlan_associate_fields[] = {
+static constexpr Field kWlanAssociateFields[] = {
     {.key = "BSSID", TVC_MEMBER(T_WLAN_ASSOCIATE, bssid), .use = kAssociate, .help = "address of the access point"},
     {.key = "SSID", TVC_MEMBER(T_WLAN_ASSOCIATE, ssid), .use = kAssociate | kNotify, .help = "name of the network"},
     {.key = "CAPABILITIES",
@@ -34,13 +34,13 @@ constexpr ItemType item_WLAN_ASSOCIATE = {
     .record_size = sizeof(T_WLAN_ASSOCIATE),
     .allocated_size = sizeof(T_WLAN_ASSOCIATE),
     .error_word = "wlan associate",
-    .fields = wlan_associate_fields,
+    .fields = kWlanAssociateFields,
     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_nw_associate_notify"}};
 
 #define IP(json_key, member, text) \
   { .key = json_key, TVC_MEMBER(T_NW_IP_INFO_DATA, t_ip_info.member), .use = kResponse, .help = text }
 
-static constexpr Field ip_info_fields[] = {
+static constexpr Field kIpInfoFields[] = {
     TVC_HEADER_FIELDS(T_NW_IP_INFO_DATA, "TYPE_NET_IP_INFO"), IP("IP_ADDRESS", ui4_address, "address, as 32 bits"),
     IP("IP_MASK", ui4_netmask, "mask of the network"),        IP("IP_GATEWAY", ui4_gw, "gateway"),
     IP("IP_DNS1", ui4_1st_dns, "first name server"),          IP("IP_DNS2", ui4_2nd_dns, "second name server"),
@@ -50,12 +50,12 @@ constexpr ItemType item_NET_IP_INFO = {.type = TYPE_NET_IP_INFO,
                                        .record_size = sizeof(T_NW_IP_INFO_DATA),
                                        .allocated_size = sizeof(T_NW_IP_INFO_DATA),
                                        .renderer = "_json_print_net_ip_info_type",
-                                       .fields = ip_info_fields};
+                                       .fields = kIpInfoFields};
 
 #define IPV6(json_key, member, text) \
   { .key = json_key, TVC_MEMBER(T_NW_IPV6_INFO_DATA, t_ipv6_info.member), .use = kResponse, .help = text }
 
-static constexpr Field ipv6_info_fields[] = {
+static constexpr Field kIpv6InfoFields[] = {
     TVC_HEADER_FIELDS(T_NW_IPV6_INFO_DATA, "TYPE_NET_IPV6_INFO"),
     IPV6("IP_TYPE", ip_type, "how the address is set"),
     IPV6("DNS_TYPE", dns_type, "how the name servers are set"),
@@ -72,4 +72,4 @@ constexpr ItemType item_NET_IPV6_INFO = {.type = TYPE_NET_IPV6_INFO,
                                          .record_size = sizeof(T_NW_IPV6_INFO_DATA),
                                          .allocated_size = sizeof(T_NW_IPV6_INFO_DATA),
                                          .renderer = "_json_print_net_ipv6_info_type",
-                                         .fields = ipv6_info_fields};
+                                         .fields = kIpv6InfoFields};

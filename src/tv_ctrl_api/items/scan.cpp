@@ -2,10 +2,10 @@
 #include "tv_ctrl_api/item_types.h"
 
 // Only the block of the record's own broadcast system is rendered.
-template <int... types>
+template <int... Types>
 static bool scan_is(const void* record) {
   const int type = static_cast<const T_TUNER_SCAN*>(record)->scan_type;
-  return ((type == types) || ...);
+  return ((type == Types) || ...);
 }
 static constexpr auto kPal = scan_is<0>;
 static constexpr auto kDvbt = scan_is<1>;
@@ -17,7 +17,7 @@ static constexpr auto kIsdb = scan_is<5, 11>;
 #define SCAN(json_key, member, uses, ...) \
   { .key = json_key, TVC_MEMBER(T_TUNER_SCAN, member), .use = uses, __VA_ARGS__ }
 
-static constexpr Field tuner_scan_fields[] = {
+static constexpr Field kTunerScanFields[] = {
     {.key = "NAME", .use = kResponse, .text = "Tuner Scan", .help = "display name"},
     {.key = "TYPE", .use = kResponse, .text = "TYPE_TUNER_SCAN", .help = "item type"},
     SCAN("GROUP", group, kResponse, .help = "group number"),
@@ -82,9 +82,9 @@ constexpr ItemType item_TUNER_SCAN = {.type = TYPE_TUNER_SCAN,
                                       .allocated_size = sizeof(T_TUNER_SCAN),
                                       .error_word = "tuner scan",
                                       .renderer = "_json_print_tuner_scan_type",
-                                      .fields = tuner_scan_fields};
+                                      .fields = kTunerScanFields};
 
-static constexpr Field tuner_scan_notify_fields[] = {
+static constexpr Field kTunerScanNotifyFields[] = {
     {.key = "MSG_ID",
      TVC_MEMBER(T_TUNER_SCAN_NOTIFY, msg_id),
      .use = kNotify,
@@ -102,5 +102,5 @@ constexpr ItemType item_TUNER_SCAN_NOTIFY = {
     .type = TYPE_TUNER_SCAN_NOTIFY,
     .record_size = sizeof(T_TUNER_SCAN_NOTIFY),
     .allocated_size = sizeof(T_TUNER_SCAN_NOTIFY),
-    .fields = tuner_scan_notify_fields,
+    .fields = kTunerScanNotifyFields,
     .notify = {.form = NotifyForm::kSingleParameter, .log_name = "_json_print_tuner_scan_notify"}};

@@ -1,7 +1,7 @@
 // Item types of events of the set itself: USB, channel list, guide, volume.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr Field usb_detect_notify_fields[] = {
+static constexpr Field kUsbDetectNotifyFields[] = {
     {.key = "TYPE",
      TVC_MEMBER(T_USB_DETECT_NOTIFY, type),
      .use = kNotify,
@@ -18,25 +18,25 @@ static constexpr Field usb_detect_notify_fields[] = {
 constexpr ItemType item_USB_DETECT_NOTIFY = {.type = TYPE_USB_DETECT_NOTIFY,
                                              .record_size = sizeof(T_USB_DETECT_NOTIFY),
                                              .allocated_size = sizeof(T_USB_DETECT_NOTIFY),
-                                             .fields = usb_detect_notify_fields,
+                                             .fields = kUsbDetectNotifyFields,
                                              .notify = queued("_json_print_usb_detect_notify")};
 
 // Of one entry of the list.
-static constexpr Field mount_point_fields[] = {
+static constexpr Field kMountPointFields[] = {
     {.key = "DEV", TVC_MEMBER(T_MOUNT_POINT_INFO, dev), .help = "device"},
     {.key = "PATH", TVC_MEMBER(T_MOUNT_POINT_INFO, path), .help = "mount point"},
     {.key = "LABEL", TVC_MEMBER(T_MOUNT_POINT_INFO, label), .help = "volume label"},
     {.key = "PORT", TVC_MEMBER(T_MOUNT_POINT_INFO, port), .help = "USB port"},
 };
 
-static constexpr ItemForm mount_forms[] = {
-    {.fields = mount_point_fields,
+static constexpr ItemForm kMountForms[] = {
+    {.fields = kMountPointFields,
      .list = {.count = TVC_PLACE(T_MOUNT_POINT_LIST, count), TVC_ENTRIES(T_MOUNT_POINT_LIST, entries)}}};
 
 constexpr ItemType item_MOUNT_INFO = {.type = TYPE_MOUNT_INFO,
                                       .record_size = sizeof(T_MOUNT_POINT_LIST),
                                       .renderer = "_json_print_mount_info_type",
-                                      .forms = mount_forms};
+                                      .forms = kMountForms};
 
 // The channel list and the guide report alike.
 #define SERVICE_LIST_EVENT_FIELDS(record)                                                             \
@@ -55,32 +55,32 @@ constexpr ItemType item_MOUNT_INFO = {.type = TYPE_MOUNT_INFO,
     .key = "DATA", TVC_MEMBER(record, data), .use = kNotify, .help = "argument of the event"                        \
   }
 
-static constexpr Field channel_info_notify_fields[] = {SERVICE_LIST_CHANGE_FIELDS(T_CHANNEL_LIST_NOTIFY)};
+static constexpr Field kChannelInfoNotifyFields[] = {SERVICE_LIST_CHANGE_FIELDS(T_CHANNEL_LIST_NOTIFY)};
 
 constexpr ItemType item_CHANNEL_INFO_NOTIFY = {.type = TYPE_CHANNEL_INFO_NOTIFY,
                                                .record_size = sizeof(T_CHANNEL_LIST_NOTIFY),
-                                               .fields = channel_info_notify_fields,
+                                               .fields = kChannelInfoNotifyFields,
                                                .notify = queued("_json_print_channel_info_notify")};
 
-static constexpr Field active_window_info_notify_fields[] = {SERVICE_LIST_CHANGE_FIELDS(T_ACTIVE_WINDOW_INFO_NOTIFY)};
+static constexpr Field kActiveWindowInfoNotifyFields[] = {SERVICE_LIST_CHANGE_FIELDS(T_ACTIVE_WINDOW_INFO_NOTIFY)};
 static_assert(sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY) <= sizeof(T_CBROWSER_PB_NOTIFY));
 
 constexpr ItemType item_ACTIVE_WINDOW_INFO_NOTIFY = {
     .type = TYPE_ACTIVE_WINDOW_INFO_NOTIFY,
     .record_size = sizeof(T_ACTIVE_WINDOW_INFO_NOTIFY),
     .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),  // shared with the playback notification
-    .fields = active_window_info_notify_fields,
+    .fields = kActiveWindowInfoNotifyFields,
     .notify = queued("_json_print_active_window_info_notify")};
 
-static constexpr Field active_window_time_notify_fields[] = {SERVICE_LIST_EVENT_FIELDS(T_ACTIVE_WINDOW_TIME_NOTIFY)};
+static constexpr Field kActiveWindowTimeNotifyFields[] = {SERVICE_LIST_EVENT_FIELDS(T_ACTIVE_WINDOW_TIME_NOTIFY)};
 
 constexpr ItemType item_ACTIVE_WINDOW_TIME_NOTIFY = {.type = TYPE_ACTIVE_WINDOW_TIME_NOTIFY,
                                                      .record_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
                                                      .allocated_size = sizeof(T_ACTIVE_WINDOW_TIME_NOTIFY),
-                                                     .fields = active_window_time_notify_fields,
+                                                     .fields = kActiveWindowTimeNotifyFields,
                                                      .notify = queued("_json_print_active_window_time_notify")};
 
-static constexpr Field vol_ctrl_notify_fields[] = {
+static constexpr Field kVolCtrlNotifyFields[] = {
     {.key = "volValue",
      TVC_MEMBER(T_VOL_CTRL_NOTIFY, vol_value),
      .use = kNotify,
@@ -96,5 +96,5 @@ static constexpr Field vol_ctrl_notify_fields[] = {
 constexpr ItemType item_VOL_CTRL_NOTIFY = {
     .type = TYPE_VOL_CTRL_NOTIFY,
     .record_size = sizeof(T_VOL_CTRL_NOTIFY),
-    .fields = vol_ctrl_notify_fields,
+    .fields = kVolCtrlNotifyFields,
     .notify = {.form = NotifyForm::kSingleItems, .log_name = "_json_print_vol_ctrl_notify", .traces_text = true}};
