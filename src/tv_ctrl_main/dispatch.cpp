@@ -40,7 +40,9 @@ static constexpr Unserved kUnserved[] = {
 static_assert(std::ranges::none_of(kUnserved, [](const Unserved& row) { return kHandlers[row.group]; }),
               "a group that has a handler answers as the handler says");
 
-const Handler* tvc_handler(int group) { return group > 0 && group <= kLastGroup ? kHandlers[group] : nullptr; }
+const Handler* tvc_handler(int group) {
+  return group > 0 && group <= kLastGroup ? kHandlers[static_cast<std::size_t>(group)] : nullptr;
+}
 
 static Unserved unserved(int group) {
   const Unserved* const row = std::ranges::find(kUnserved, group, &Unserved::group);
