@@ -99,4 +99,4 @@ void tvc_free_record_texts(const ItemType& item, void* record);
 // The rows, each beside its field table in its area's file.
 #define TVC_ITEM_TYPE(name, number) extern const ItemType item_##name;
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"

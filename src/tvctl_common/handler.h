@@ -70,8 +70,16 @@ struct Handler {
   INT32 get_default = VEXTVCTRLR_OK;  // answer to a get that no row's function serves
   INT32 set_default = VEXTVCTRLR_OK;  // likewise of a set
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
+  bool set_needs_record = false;     // tv_ctrl_set refuses a set without a content record before the handler sees it
+  INT32 (*start)() = nullptr;        // the core calls it as it starts; null: there is nothing to start
+  UINT8 start_turn = 0;              // 1: first; no two handlers have the same turn, and no turn is left out
   const char* framed_get = nullptr;  // the name under which each get logs that it begins and ends; null: it does not
 };
+
+// The handlers, each in a file of its own.
+#define TVC_GROUP(group, number, enumeration) extern const Handler handler_##group;
+#define TVC_GROUP_WITHOUT_HANDLER(group, number, enumeration)
+#include "vex_tv_ctrl/uris.def"
 
 // What becomes of a request whose parameters were decoded.
 enum class Effect : UINT8 {
