@@ -16,12 +16,6 @@ std::int32_t failed(char** ret_error, const std::string& error) {
   return -1;
 }
 
-const char* kind_name(tap::Kind kind) {
-  static constexpr const char* NAMES[] = {"in",       "in_text",    "in_record", "in_array", "out", "inout",
-                                          "out_text", "inout_text", "out_array", "callback", "tag"};
-  return NAMES[static_cast<std::size_t>(kind)];
-}
-
 cJSON* fault_to_json(const tap::Function& function) {
   if (!function.has_fault) return cJSON_CreateNull();
   cJSON* fault = cJSON_CreateObject();
@@ -83,9 +77,9 @@ char* dtv_tap_list(void) {
     cJSON* callback = nullptr;
     for (const tap::Param& param : function->signature.params) {
       cJSON_AddItemToArray(params, cJSON_CreateString(param.name));
-      cJSON_AddItemToArray(kinds, cJSON_CreateString(kind_name(param.kind)));
+      cJSON_AddItemToArray(kinds, cJSON_CreateString(tap::kind_name(param.form, param.direction).c_str()));
       cJSON_AddItemToArray(types, cJSON_CreateString(param.type_name));
-      if (param.kind != tap::Kind::callback || callback != nullptr) continue;
+      if (param.form != tap::Form::callback || callback != nullptr) continue;
       callback = cJSON_CreateArray();
       for (const tap::Param& argument : param.callback->params) {
         cJSON_AddItemToArray(callback, cJSON_CreateString(argument.name));

@@ -19,8 +19,6 @@ std::vector<Function*>& function_list() {
   return list;
 }
 
-bool is_output_text(const Param& param) { return param.kind == Kind::out_text || param.kind == Kind::inout_text; }
-
 // A pointer argument: what args[i] points at is the pointer.
 template <class T>
 T* pointer_argument(void* arg) {
@@ -33,7 +31,9 @@ T* pointer_argument(void* arg) {
 std::size_t count_now(const Signature& signature, const Param& param, void* const* args, std::size_t room) {
   std::size_t position = 0;
   const Param* counter = find_param(signature, param.count, position);
-  if (counter == nullptr || counter->kind != Kind::inout || counter->type->shape != Shape::integer) return room;
+  const bool counts = counter != nullptr && counter->form == Form::one && counter->direction == Direction::inout &&
+                      counter->type->shape == Shape::integer;
+  if (!counts) return room;
   const void* value = pointer_argument<void>(args[position]);
   if (value == nullptr) return room;
   const Json json(value_to_json(*counter->type, value));
@@ -42,33 +42,13 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   return static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
+// Null for what is only written.
 cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
-  switch (param.kind) {
-    case Kind::in:
-    case Kind::tag:
-      return value_to_json(*param.type, arg);
-    case Kind::in_text: {
-      const char* text = pointer_argument<const char>(arg);
-      return text == nullptr ? cJSON_CreateNull() : json_text(text);
-    }
-    case Kind::in_record:
-    case Kind::inout: {
-      const void* value = pointer_argument<void>(arg);
-      return value == nullptr ? cJSON_CreateNull() : value_to_json(*param.type, value);
-    }
-    case Kind::inout_text:
-      return text_to_json(pointer_argument<const char>(arg), size);
-    case Kind::in_array:
-      return array_to_json(*param.type, pointer_argument<void>(arg), size);
-    // An address of the plugin's says nothing to a reader; that there is one does.
-    case Kind::callback:
-      return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
-    case Kind::out:
-    case Kind::out_text:
-    case Kind::out_array:
-      break;
-  }
-  return nullptr;
+  if (!is_input(param)) return nullptr;
+  // An address of the plugin's says nothing to a reader; that there is one does.
+  if (param.form == Form::callback) return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
+  if (!is_pointer(param.form)) return value_to_json(*param.type, arg);
+  return pointed_to_json(param.form, *param.type, pointer_argument<void>(arg), size);
 }
 
 Json arguments_in(const Signature& signature, void* const* args, const std::size_t* sizes) {
@@ -82,11 +62,8 @@ Json arguments_in(const Signature& signature, void* const* args, const std::size
 
 cJSON* argument_out(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
   const Param& param = signature.params[i];
-  const void* value = pointer_argument<void>(args[i]);
-  if (value == nullptr) return cJSON_CreateNull();
-  if (is_output_text(param)) return text_to_json(static_cast<const char*>(value), size);
-  if (param.kind == Kind::out_array) return array_to_json(*param.type, value, count_now(signature, param, args, size));
-  return value_to_json(*param.type, value);
+  const std::size_t count = param.form == Form::array ? count_now(signature, param, args, size) : size;
+  return pointed_to_json(param.form, *param.type, pointer_argument<void>(args[i]), count);
 }
 
 void add_result(cJSON* line, const Signature& signature, const void* ret) {
@@ -108,13 +85,13 @@ void add_outputs(cJSON* line, const Signature& signature, void* const* args, con
 void keep_callbacks(Function& function, void* const* args) {
   for (std::size_t i = 0; i < function.signature.params.size(); ++i) {
     const Param& param = function.signature.params[i];
-    if (param.kind != Kind::callback) continue;
+    if (param.form != Form::callback) continue;
     Registration& registration = *param.registration;
     void* fct = pointer_argument<void>(args[i]);
     Integer tag;
     for (std::size_t k = 0; k < function.signature.params.size(); ++k) {
       // The tag that follows the callback is its own.
-      if (function.signature.params[k].kind != Kind::tag) continue;
+      if (function.signature.params[k].form != Form::tag) continue;
       const Json json(value_to_json(*function.signature.params[k].type, args[k]));
       json_to_integer(json.get(), tag);
       if (k > i) break;
@@ -250,21 +227,16 @@ void deliver(Registration& registration, std::size_t slot, void* ret, void* cons
   if (!dropped) run_event_hook();
 }
 
-bool is_output(const Param& param) {
-  return param.kind == Kind::inout || param.kind == Kind::inout_text || !is_input(param);
-}
+bool is_output(const Param& param) { return param.direction != Direction::in; }
 
-bool is_input(const Param& param) {
-  return param.kind != Kind::out && param.kind != Kind::out_text && param.kind != Kind::out_array;
-}
+bool is_input(const Param& param) { return param.direction != Direction::out; }
 
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes) {
   for (std::size_t i = 0; i < signature.params.size(); ++i) {
     const Param& param = signature.params[i];
     if (!is_output(param)) continue;
     void* value = pointer_argument<void>(args[i]);
-    const bool sized = is_output_text(param) || param.kind == Kind::out_array;
-    if (value != nullptr) std::memset(value, 0, sized ? sizes[i] * param.type->size : param.type->size);
+    if (value != nullptr) std::memset(value, 0, sizes[i] * param.type->size);
   }
 }
 
@@ -272,20 +244,11 @@ void write_output(const Param& param, const cJSON* json, void* arg, std::size_t 
   void* value = pointer_argument<void>(arg);
   if (value == nullptr || cJSON_IsNull(json)) return;
   std::string error;
-  if (is_output_text(param)) {
-    text_from_json(json, static_cast<char*>(value), size, error);
-  } else if (param.kind == Kind::out_array) {
-    array_from_json(*param.type, json, value, size, error);
-  } else {
-    value_from_json(*param.type, json, value, error);
-  }
+  pointed_from_json(param.form, *param.type, json, value, size, error);
 }
 
 bool output_fits(const Param& param, const cJSON* json, std::string& ret_error) {
-  if (cJSON_IsNull(json)) return true;
-  if (is_output_text(param)) return text_from_json(json, nullptr, 0, ret_error);
-  if (param.kind == Kind::out_array) return array_from_json(*param.type, json, nullptr, 0, ret_error);
-  return value_fits(*param.type, json, ret_error);
+  return cJSON_IsNull(json) || pointed_from_json(param.form, *param.type, json, nullptr, 0, ret_error);
 }
 
 void write_result(const Signature& signature, const cJSON* json, void* ret) {

@@ -17,21 +17,6 @@
 
 namespace tap {
 
-// The kinds of parameters of "tvapi/contract.h".
-enum class Kind : std::uint8_t {
-  in,
-  in_text,
-  in_record,
-  in_array,
-  out,
-  inout,
-  out_text,
-  inout_text,
-  out_array,
-  callback,
-  tag
-};
-
 struct Param;
 struct Function;
 
@@ -56,7 +41,8 @@ struct Registration {
 };
 
 struct Param {
-  Kind kind = Kind::in;
+  Form form = Form::value;
+  Direction direction = Direction::in;
   const char* name = "";
   const char* type_name = "";
   const Type* type = nullptr;  // of the value: the record, the array's element, the character

@@ -2,73 +2,32 @@
 //
 //     #include "tvapi/all.h"     // types and prototypes
 //     #include "tap/expand.h"
-//     #include "tvapi/all.h"     // definitions
+//     #include "tvapi/all.h"     // records and definitions
 //
 // Contract headers stand inside extern "C", so that each type is put back into C++.
 #pragma once
 
 #include "tap/engine.h"
+#include "tap/record.h"
 #include "tvapi/contract.h"
 
-// TVAPI_EACH over one description or address per parameter; each ends with an entry of its own, so that no array is
-// empty.
-#define TAP_PARAM(p) TAP_PARAM_##p
-#define TAP_PARAM_IN(t, n) \
-  ::tap::Param { .kind = ::tap::Kind::in, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
-#define TAP_PARAM_IN_TEXT(n) \
-  ::tap::Param { .kind = ::tap::Kind::in_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char> }
-#define TAP_PARAM_IN_RECORD(t, n) \
-  ::tap::Param { .kind = ::tap::Kind::in_record, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
-// Nothing here knows whether there is a record: it is passed on, and told of, as a word.
-#define TAP_PARAM_IN_ADDRESS(t, n) TAP_PARAM_IN(void*, n)
-#define TAP_PARAM_IN_ARRAY(t, n, c) \
-  ::tap::Param { .kind = ::tap::Kind::in_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
-#define TAP_PARAM_OUT(t, n) \
-  ::tap::Param { .kind = ::tap::Kind::out, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
-#define TAP_PARAM_INOUT(t, n) \
-  ::tap::Param { .kind = ::tap::Kind::inout, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
-#define TAP_PARAM_OUT_TEXT(n, c)                                                                               \
-  ::tap::Param {                                                                                               \
-    .kind = ::tap::Kind::out_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c \
+// TVAPI_EACH over one description, address or size per parameter; each ends with an entry of its own, so that no array
+// is empty.
+#define TAP_PARAM(p) TVAPI_ROW(TAP_ROW_PARAM, p)
+#define TAP_ROW_PARAM(f, d, c, n, t, k, ...)                                               \
+  ::tap::Param {                                                                           \
+    .form = ::tap::Form::f, .direction = ::tap::Direction::d, .name = #n, .type_name = #t, \
+    .type = ::tap::argument_type<c, t>(::tap::Form::f),                                    \
+    .count = #k __VA_OPT__(, ) __VA_OPT__(TAP_CALLBACK_PARAM(n, __VA_ARGS__))              \
   }
-#define TAP_PARAM_INOUT_TEXT(n, c)                                                                               \
-  ::tap::Param {                                                                                                 \
-    .kind = ::tap::Kind::inout_text, .name = #n, .type_name = "char", .type = &::tap::type_of<char>, .count = #c \
-  }
-#define TAP_PARAM_OUT_ARRAY(t, n, c) \
-  ::tap::Param { .kind = ::tap::Kind::out_array, .name = #n, .type_name = #t, .type = &::tap::type_of<t>, .count = #c }
-#define TAP_PARAM_TAG(t, n) \
-  ::tap::Param { .kind = ::tap::Kind::tag, .name = #n, .type_name = #t, .type = &::tap::type_of<t> }
-#define TAP_PARAM_CALLBACK(t, n)                                                                         \
-  ::tap::Param {                                                                                         \
-    .kind = ::tap::Kind::callback, .name = #n, .type_name = #t, .type = &::tap::type_of<t>,              \
-    .callback = &t##_tap::signature, .registration = &::tap::registration<Self, ::tap::name_number(#n)>, \
-    .trampoline = &t##_tap::trampoline<Self, ::tap::name_number(#n)>                                     \
-  }
+#define TAP_CALLBACK_PARAM(n, t)                                                                       \
+  .callback = &t##_tap::signature, .registration = &::tap::registration<Self, ::tap::name_number(#n)>, \
+  .trampoline = &t##_tap::trampoline<Self, ::tap::name_number(#n)>
 
-#define TAP_ADDRESS(p) const_cast<void*>(static_cast<const void*>(&TVAPI_NAME_##p))
+#define TAP_ADDRESS(p) const_cast<void*>(static_cast<const void*>(&TVAPI_NAME(p)))
 
-#define TAP_SIZE(p) TAP_SIZE_##p
-#define TAP_SIZE_IN(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_IN_TEXT(n) \
-  std::size_t { 0 }
-#define TAP_SIZE_IN_RECORD(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_IN_ADDRESS(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_IN_ARRAY(t, n, c) ::tap::count_of(c)
-#define TAP_SIZE_OUT(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_INOUT(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_OUT_TEXT(n, c) ::tap::count_of(c)
-#define TAP_SIZE_INOUT_TEXT(n, c) ::tap::count_of(c)
-#define TAP_SIZE_OUT_ARRAY(t, n, c) ::tap::count_of(c)
-#define TAP_SIZE_TAG(t, n) \
-  std::size_t { 0 }
-#define TAP_SIZE_CALLBACK(t, n) \
-  std::size_t { 0 }
+#define TAP_SIZE(p) TVAPI_ROW(TAP_ROW_SIZE, p)
+#define TAP_ROW_SIZE(f, d, c, n, t, k, ...) ::tap::count_of(k)
 
 #define TAP_ARGUMENTS(...)                                                                \
   void* const tap_args[] = {TVAPI_EACH(TAP_ADDRESS, __VA_ARGS__) __VA_OPT__(, ) nullptr}; \
@@ -87,6 +46,12 @@ namespace tap {
 
 template <class Owner, unsigned Name>
 inline constinit Registration registration{};
+
+// The type that a parameter's values in JSON have.
+template <class Passed, class Pointed>
+consteval const Type* argument_type(Form form) {
+  return is_pointer(form) ? &type_of<Pointed> : &type_of<Passed>;
+}
 
 // Tells the callback parameters of one function apart.
 consteval unsigned name_number(std::string_view name) {
@@ -142,7 +107,7 @@ consteval unsigned name_number(std::string_view name) {
 namespace tap {
 consteval bool has_callback(std::span<const Param> params) {
   for (const Param& param : params) {
-    if (param.kind == Kind::callback) return true;
+    if (param.form == Form::callback) return true;
   }
   return false;
 }

@@ -53,46 +53,17 @@ bool make_word(const Param& param, const cJSON* json, std::size_t i, Arguments& 
 
 bool make_argument(const Param& param, const cJSON* json, std::size_t i, Arguments& arguments, std::string& ret_error) {
   const bool given = json != nullptr && !cJSON_IsNull(json);
-  void* memory = nullptr;
-  switch (param.kind) {
-    case Kind::tag:
-    case Kind::in:
-    case Kind::callback:
-      if (!given) return true;
-      return param.type->shape == Shape::word ? make_word(param, json, i, arguments, ret_error)
-                                              : value_from_json(*param.type, json, &arguments.values[i], ret_error);
-    case Kind::in_text: {
-      if (!given) return true;
-      const std::size_t length = cJSON_IsString(json) ? std::strlen(json->valuestring) : json_print(json).size();
-      memory = room(arguments, length + 1);
-      if (!text_from_json(json, static_cast<char*>(memory), length + 1, ret_error)) return false;
-      break;
-    }
-    case Kind::in_array: {
-      if (!given) return true;
-      const auto count = static_cast<std::size_t>(cJSON_GetArraySize(json));
-      memory = room(arguments, count * param.type->size);
-      arguments.sizes[i] = count;
-      if (!array_from_json(*param.type, json, memory, count, ret_error)) return false;
-      break;
-    }
-    case Kind::in_record:
-    case Kind::inout:
-      if (!given) return true;
-      memory = room(arguments, param.type->size);
-      if (!value_from_json(*param.type, json, memory, ret_error)) return false;
-      break;
-    case Kind::out:
-    case Kind::out_text:
-    case Kind::inout_text:
-    case Kind::out_array:
-      memory = room(arguments, OUTPUT_ROOM);
-      arguments.sizes[i] = OUTPUT_ROOM / param.type->size;
-      if (given && param.kind == Kind::inout_text &&
-          !text_from_json(json, static_cast<char*>(memory), OUTPUT_ROOM, ret_error)) {
-        return false;
-      }
-      break;
+  if (!is_pointer(param.form)) {
+    if (!given) return true;
+    return param.type->shape == Shape::word ? make_word(param, json, i, arguments, ret_error)
+                                            : value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  }
+  if (!given && !is_output(param)) return true;
+  const std::size_t count = is_output(param) ? OUTPUT_ROOM / param.type->size : pointed_count(param.form, json);
+  void* const memory = room(arguments, count * param.type->size);
+  arguments.sizes[i] = count;
+  if (given && is_input(param) && !pointed_from_json(param.form, *param.type, json, memory, count, ret_error)) {
+    return false;
   }
   std::memcpy(&arguments.values[i], &memory, sizeof memory);
   return true;
@@ -111,7 +82,7 @@ bool make_arguments(const Signature& callback, const cJSON* json, const Integer*
       ret_error = "argument " + std::to_string(i) + " (" + param.name + "): " + ret_error;
       return false;
     }
-    const bool wants_tag = param.kind == Kind::tag && (given[i] == nullptr || cJSON_IsNull(given[i]));
+    const bool wants_tag = param.form == Form::tag && (given[i] == nullptr || cJSON_IsNull(given[i]));
     if (wants_tag && tag != nullptr) integer_store(*param.type, *tag, &ret_arguments.values[i]);
   }
   for (std::uint64_t& value : ret_arguments.values) ret_arguments.addresses.push_back(&value);
@@ -127,7 +98,7 @@ bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::s
     return false;
   }
   for (const Param& param : function->signature.params) {
-    if (param.kind != Kind::callback) continue;
+    if (param.form != Form::callback) continue;
     if (args != nullptr && !cJSON_IsNull(args) && !cJSON_IsArray(args) && !cJSON_IsObject(args)) {
       ret_error = "the arguments of a callback are an array";
       return false;

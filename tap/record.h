@@ -1,10 +1,11 @@
-// One line per record that crosses the TV API:
+// What is made of the descriptions of records (TVAPI_RECORD in "tvapi/contract.h", TVC_RECORD in
+// "vex_tv_ctrl/record.h"):
 //
-//     DTV_RECORD(T_TIME_DTG, ui2_yr, ui1_mo, ui1_day, ui1_dow, ui1_hr, ui1_min, ui1_sec, b_gmt, b_dst)
+//     TVAPI_RECORD(VEXTVAPI_USB_MOUNT_INFO_T, dev, path, label, port)
 //
-// It gives every field's name, place and type to whoever writes or reads the record as JSON. A field that is forgotten,
-// repeated or out of order does not compile. Records inside come first. DTV_UNION is the same for a union, or for a
-// record with fields in one place, where the compiler cannot count. At most 64 fields. At namespace scope.
+// gives every member's name, place and type to whoever writes or reads the record as JSON. A member that is forgotten,
+// repeated or out of order does not compile. TVAPI_UNION also takes a record of which only some members are named,
+// where the compiler cannot count. At most 64 members. At namespace scope, also inside extern "C".
 #pragma once
 
 #include <cstddef>
@@ -32,33 +33,37 @@ consteval bool covers(std::span<const Field> fields, std::size_t size, std::size
 
 }  // namespace tap
 
-#define DTV_RECORD_FIELD(field) \
+#define TAP_RECORD_FIELD(field) \
   ::tap::Field { #field, offsetof(Self, field), &::tap::type_of < decltype(Self::field)> }
-#define DTV_RECORD_JOIN(a, b) DTV_RECORD_JOIN_(a, b)
-#define DTV_RECORD_JOIN_(a, b) a##b
+#define TAP_RECORD_JOIN(a, b) TAP_RECORD_JOIN_(a, b)
+#define TAP_RECORD_JOIN_(a, b) a##b
 
-#define DTV_RECORD_FIELDS(type, ...)                                                    \
+#define TAP_RECORD_FIELDS(type, ...)                                                    \
   using Self = type;                                                                    \
   static constexpr const char* name = #type;                                            \
-  static constexpr ::tap::Field fields[] = {TVAPI_EACH(DTV_RECORD_FIELD, __VA_ARGS__)}; \
+  static constexpr ::tap::Field fields[] = {TVAPI_EACH(TAP_RECORD_FIELD, __VA_ARGS__)}; \
   static_assert(::tap::covers(fields, sizeof(Self), alignof(Self)), "a field is missing");
 
-#define DTV_RECORD_KNOWN(type)                                                  \
-  [[maybe_unused]] static const int DTV_RECORD_JOIN(dtv_record_, __COUNTER__) = \
+#define TAP_RECORD_KNOWN(type)                                                  \
+  [[maybe_unused]] static const int TAP_RECORD_JOIN(tap_record_, __COUNTER__) = \
       ::tap::know_record(::tap::type_of<type>);
 
-#define DTV_RECORD(type, ...)                                                                         \
+#define TVAPI_RECORD(type, ...)                                                                       \
+  extern "C++" {                                                                                      \
   template <>                                                                                         \
   struct tap::RecordOf<type> {                                                                        \
-    DTV_RECORD_FIELDS(type, __VA_ARGS__)                                                              \
+    TAP_RECORD_FIELDS(type, __VA_ARGS__)                                                              \
     static_assert(::tap::ascending(fields), "fields are not in the record's order");                  \
-    static void count_fields(Self& dtv_record) { [[maybe_unused]] auto& [__VA_ARGS__] = dtv_record; } \
+    static void count_fields(Self& tap_record) { [[maybe_unused]] auto& [__VA_ARGS__] = tap_record; } \
   };                                                                                                  \
-  DTV_RECORD_KNOWN(type)
+  TAP_RECORD_KNOWN(type)                                                                              \
+  }
 
-#define DTV_UNION(type, ...)             \
+#define TVAPI_UNION(type, ...)           \
+  extern "C++" {                         \
   template <>                            \
   struct tap::RecordOf<type> {           \
-    DTV_RECORD_FIELDS(type, __VA_ARGS__) \
+    TAP_RECORD_FIELDS(type, __VA_ARGS__) \
   };                                     \
-  DTV_RECORD_KNOWN(type)
+  TAP_RECORD_KNOWN(type)                 \
+  }

@@ -89,10 +89,8 @@ bool read_in(const cJSON* json, Answer& ret_answer, std::string& ret_error) {
     if (!is_input(param)) {
       ret_error = "is only written; null is all that can stand for it";
       fits = false;
-    } else if (param.kind == Kind::in_text || param.kind == Kind::inout_text) {
-      fits = text_from_json(value, nullptr, 0, ret_error);
-    } else if (param.kind == Kind::in_array) {
-      fits = array_from_json(*param.type, value, nullptr, 0, ret_error);
+    } else if (is_pointer(param.form)) {
+      fits = pointed_from_json(param.form, *param.type, value, nullptr, 0, ret_error);
     } else {
       fits = value_fits(*param.type, value, ret_error);
     }

@@ -267,6 +267,50 @@ bool value_fits(const Type& type, const cJSON* json, std::string& ret_error) {
   return value_from_json(type, json, scratch.data(), ret_error);
 }
 
+std::string kind_name(Form form, Direction direction) {
+  const std::string word = direction == Direction::in ? "in" : direction == Direction::out ? "out" : "inout";
+  switch (form) {
+    case Form::value:
+    case Form::address:
+      return "in";
+    case Form::one:
+      return direction == Direction::in ? "in_record" : word;
+    case Form::string:
+    case Form::text:
+      return word + "_text";
+    case Form::array:
+      return word + "_array";
+    case Form::callback:
+      return "callback";
+    case Form::tag:
+      return "tag";
+  }
+  return "";
+}
+
+cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count) {
+  if (memory == nullptr) return cJSON_CreateNull();
+  if (form == Form::string) return json_text(static_cast<const char*>(memory));
+  if (form == Form::text) return text_to_json(static_cast<const char*>(memory), count);
+  if (form == Form::array) return array_to_json(type, memory, count);
+  return value_to_json(type, memory);
+}
+
+bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
+                       std::string& ret_error) {
+  if (form == Form::string || form == Form::text) {
+    return text_from_json(json, static_cast<char*>(memory), count, ret_error);
+  }
+  if (form == Form::array) return array_from_json(type, json, memory, count, ret_error);
+  return memory == nullptr ? value_fits(type, json, ret_error) : value_from_json(type, json, memory, ret_error);
+}
+
+std::size_t pointed_count(Form form, const cJSON* json) {
+  if (form == Form::array) return static_cast<std::size_t>(cJSON_GetArraySize(json));
+  if (form == Form::one) return 1;
+  return (cJSON_IsString(json) ? std::strlen(json->valuestring) : json_print(json).size()) + 1;
+}
+
 void integer_store(const Type& type, Integer number, void* value) {
   switch (type.size) {
     case 1:

@@ -19,7 +19,7 @@ enum class Shape : std::uint8_t {
   string,   // char*: a text, or null
   text,     // char[count]: a text
   array,    // T[count]: an array
-  record,   // described by DTV_RECORD: an object
+  record,   // described by TVAPI_RECORD or TVC_RECORD: an object
 };
 
 struct Field;
@@ -40,7 +40,7 @@ struct Field {
   const Type* type;
 };
 
-// Specialised by DTV_RECORD ("tap/record.h").
+// Specialised by TVAPI_RECORD ("tap/record.h").
 template <class T>
 struct RecordOf;
 
@@ -77,7 +77,7 @@ constexpr Type make_type() {
   }
 }
 
-// The records that DTV_RECORD described in this library or program.
+// The records that were described in this library or program.
 int know_record(const Type& record);
 std::span<const Type* const> known_records();
 const Type* find_record(std::string_view name);
@@ -93,6 +93,35 @@ cJSON* array_to_json(const Type& element, const void* values, std::size_t count)
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error);
 bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
 bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);
+
+// How a parameter is passed, and who reads it: the words of the rows in "tvapi/contract.h".
+enum class Form : std::uint8_t {
+  value,
+  address,  // a word that may be an address: nothing here knows, and it is told of as a word
+  one,      // pointer to a value or a record
+  string,   // pointer to a text that ends at its NUL
+  text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
+  array,    // pointer to values or records
+  callback,
+  tag,
+};
+enum class Direction : std::uint8_t { in, out, inout };
+
+// Whether what an argument points at stands in JSON, and not the argument itself.
+constexpr bool is_pointer(Form form) {
+  return form == Form::one || form == Form::string || form == Form::text || form == Form::array;
+}
+
+// The kind of parameter as people know it: "in_text" and so on.
+std::string kind_name(Form form, Direction direction);
+
+// The same of what a pointer argument points at: so many elements of the type. Memory may be null: that is null in
+// JSON, and from JSON it is only seen whether it fits.
+cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count);
+bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
+                       std::string& ret_error);
+// How many elements JSON gives.
+std::size_t pointed_count(Form form, const cJSON* json);
 
 // Whether JSON fits the type, without a place to write it to.
 bool value_fits(const Type& type, const cJSON* json, std::string& ret_error);

@@ -4,12 +4,11 @@
 usage: tests/check_symbols.py LIBRARY | --selftest
 
 It exports exactly the functions that inc/*.h declares with TVC_EXPORT: the entry points, the core's functions and the
-handlers' entry points; src/libdtv_js_plugin.map, the linker's list, names no other. It imports only cJSON, the C and
-C++ runtime and functions of the TV API contract, and every one of the latter. Works on libraries of any machine.
+handlers' entry points. It imports only cJSON, the C and C++ runtime and functions of the TV API contract, and every one
+of the latter. Works on libraries of any machine.
 Ends with "N passed, N failed"; one symbol is one test.
 """
 
-import fnmatch
 import re
 import subprocess
 import sys
@@ -23,12 +22,6 @@ RUNTIME_NAMES = {"__gmon_start__", "_ITM_deregisterTMCloneTable", "_ITM_register
 
 def without_comments(text):
     return re.sub(r"/\*.*?\*/|//[^\n]*|#[^\n]*", "", text, flags=re.S)
-
-
-def map_names(text):
-    """The global names and patterns of a linker version script."""
-    exported = re.search(r"global:(.*?)local:", without_comments(text), re.S)[1]
-    return re.findall(r"([\w*]+)\s*;", exported)
 
 
 def contract_names(headers):
@@ -52,42 +45,38 @@ def symbols(nm_output):
     return defined, undefined
 
 
-def check(nm_output, listed, declared, contract):
+def check(nm_output, declared, contract):
     """(number of tests, violations)."""
     defined, undefined = symbols(nm_output)
     violations = [f"{name} is declared, but not exported" for name in sorted(declared - defined)]
     violations += [f"{name} is exported, but declared in no header" for name in sorted(defined - declared)]
-    violations += [f"{pattern} stands in the linker's list, but is declared in no header"
-                   for pattern in listed if not fnmatch.filter(declared, pattern)]
     imported_contract = undefined & contract
     violations += [f"{name} of the contract is never called" for name in sorted(contract - imported_contract)]
     foreign = sorted(name for name in undefined - contract - RUNTIME_NAMES
                      if not RUNTIME_VERSION.search(name) and not name.startswith("cJSON_"))
     violations += [f"{name} is imported, but is neither cJSON, runtime nor contract" for name in foreign]
-    return len(declared | defined) + len(listed) + len(undefined | contract), violations
+    return len(declared | defined) + len(undefined | contract), violations
 
 
 def selftest():
     good = ("0001 T a_dtv_jsp_get@@DTV\n0002 T tv_ctrl_get@@DTV\n0000 A DTV@@DTV\n     U cJSON_Delete\n"
             "     U free@GLIBC_2.2.5\n     U _ZSt4cout@GLIBCXX_3.4\n     w __gmon_start__\n     U a_vextvapi_x\n")
-    listed = map_names("X {\n global: # c; omment\n a_dtv_jsp_*;\n tv_ctrl_get;\n local: *;\n};")
     declared = declared_names(["TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri);\n"
                                "/* TVC_EXPORT int a_dtv_jsp_no(void); */",
                                "TVC_EXPORT INT32\ntv_ctrl_get(UINT16 id, void* content);"])
     contract = contract_names(["#define TVAPI_FN(...) x\n * TVAPI_FN(INT32, real)\nTVAPI_FN(INT32, a_vextvapi_x, IN(A, b))"
                                .replace(" * TVAPI_FN(INT32, real)", "/* TVAPI_FN(INT32, a_comment) */")])
-    cases = [(good, listed, None),
-             (good.replace("tv_ctrl_get@", "tv_ctrl_got@"), listed, "tv_ctrl_get is declared, but not exported"),
-             (good + "0003 T tvc_log@@DTV\n", listed, "tvc_log is exported, but declared in no header"),
-             (good + "0003 T a_dtv_jsp_more@@DTV\n", listed, "a_dtv_jsp_more is exported, but declared in no header"),
-             (good + "0003 u _ZN1xE@@DTV\n", listed, "_ZN1xE is exported, but declared in no header"),
-             (good, listed + ["tv_ctrl_old"], "tv_ctrl_old stands in the linker's list"),
-             (good.replace("     U a_vextvapi_x\n", ""), listed, "a_vextvapi_x of the contract is never called"),
-             (good + "     U a_vextvapi_y\n", listed, "a_vextvapi_y is imported"),
-             (good + "     U sqlite3_open\n", listed, "sqlite3_open is imported")]
+    cases = [(good, None),
+             (good.replace("tv_ctrl_get@", "tv_ctrl_got@"), "tv_ctrl_get is declared, but not exported"),
+             (good + "0003 T tvc_log@@DTV\n", "tvc_log is exported, but declared in no header"),
+             (good + "0003 T a_dtv_jsp_more@@DTV\n", "a_dtv_jsp_more is exported, but declared in no header"),
+             (good + "0003 u _ZN1xE@@DTV\n", "_ZN1xE is exported, but declared in no header"),
+             (good.replace("     U a_vextvapi_x\n", ""), "a_vextvapi_x of the contract is never called"),
+             (good + "     U a_vextvapi_y\n", "a_vextvapi_y is imported"),
+             (good + "     U sqlite3_open\n", "sqlite3_open is imported")]
     failed = 0
-    for nm_output, names, expected in cases:
-        _, found = check(nm_output, names, declared, contract)
+    for nm_output, expected in cases:
+        _, found = check(nm_output, declared, contract)
         as_expected = not found if expected is None else any(v.startswith(expected) for v in found)
         failed += not as_expected
         if not as_expected:
@@ -103,8 +92,7 @@ def main():
         passed, failed = selftest()
     else:
         nm_output = subprocess.run(["nm", "-D", sys.argv[1]], check=True, capture_output=True, text=True).stdout
-        tests, violations = check(nm_output, map_names((ROOT / "src/libdtv_js_plugin.map").read_text()),
-                                  declared_names(h.read_text() for h in (ROOT / "inc").glob("*.h")),
+        tests, violations = check(nm_output, declared_names(h.read_text() for h in (ROOT / "inc").glob("*.h")),
                                   contract_names(h.read_text() for h in (ROOT / "inc/tvapi").glob("*.h")))
         print("".join(f"{text}\n" for text in violations), end="")
         passed, failed = tests - len(violations), len(violations)

@@ -20,22 +20,8 @@ Result tv_not_built(const char* function, std::atomic_flag& said) {
   }
 }
 
-#define TV_TYPE(p) TV_TYPE_##p
-#define TV_TYPE_IN(type, name) type
-#define TV_TYPE_IN_TEXT(name) const char*
-#define TV_TYPE_IN_RECORD(type, name) const type*
-#define TV_TYPE_IN_ADDRESS(type, name) void*
-#define TV_TYPE_IN_ARRAY(type, name, count) const type*
-#define TV_TYPE_OUT(type, name) type*
-#define TV_TYPE_INOUT(type, name) type*
-#define TV_TYPE_OUT_TEXT(name, size) char*
-#define TV_TYPE_INOUT_TEXT(name, size) char*
-#define TV_TYPE_OUT_ARRAY(type, name, count) type*
-#define TV_TYPE_CALLBACK(type, name) type
-#define TV_TYPE_TAG(type, name) type
-
-#define TVAPI_FN(ret, name, ...)                                                            \
-  __attribute__((weak, visibility("default"))) ret name(TVAPI_EACH(TV_TYPE, __VA_ARGS__)) { \
-    static std::atomic_flag said;                                                           \
-    return tv_not_built<ret>(#name, said);                                                  \
+#define TVAPI_FN(ret, name, ...)                                                               \
+  __attribute__((weak, visibility("default"))) ret name(TVAPI_EACH(TVAPI_TYPE, __VA_ARGS__)) { \
+    static std::atomic_flag said;                                                              \
+    return tv_not_built<ret>(#name, said);                                                     \
   }

@@ -37,6 +37,8 @@ enum {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(VEXTVAPI_HBBTV_DATA_T, ui4_length, ui4_func_type, ui4_value, s_uri, ui4_reserved)
+
 /* Exchanges one message with the HbbTV engine. words: size of the block. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_hbbtv_exchange_data, INOUT(VEXTVAPI_HBBTV_DATA_T, block), IN(UINT32, words))
 

@@ -1,4 +1,4 @@
-/* Opens the statements of a contract header: plain prototypes, unless the includer expands them himself. */
+/* Opens the statements of a contract header: plain prototypes, unless their includer expands them. */
 #include "tvapi/contract.h"
 
 #ifdef __cplusplus
@@ -12,4 +12,9 @@ extern "C" {
 #ifndef TVAPI_CALLBACK
 #define TVAPI_CALLBACK(...) TVAPI_CALLBACK_TYPE(__VA_ARGS__)
 #define TVAPI_CALLBACK_IS_TYPE
+#endif
+#ifndef TVAPI_RECORD
+#define TVAPI_RECORD(...)
+#define TVAPI_UNION(...)
+#define TVAPI_RECORD_IS_NOTHING
 #endif

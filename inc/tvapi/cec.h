@@ -65,6 +65,11 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(CECM_SET_CEC_FCT_PARAMS_T, b_enable, ui1_hdmi_port_num)
+TVAPI_RECORD(CECM_DEV_DISCOVERY_T, e_start_la, e_stop_la, ui4_itvl, b_batch_polling)
+TVAPI_UNION(CECM_NFY_CODE_T, e_msgcode, e_opcode)
+TVAPI_RECORD(CECM_NFY_T, e_sent_la, e_sent_opcode, e_nfy_type, e_brdcst_type, ui4_attr, u_code, u_data)
+
 /* Called by the platform, on a thread of its own, after an event. */
 TVAPI_CALLBACK(INT32, a_vextvapi_cec_nfy_fct, IN(INT32, nfy_tag), IN_RECORD(CECM_NFY_T, nfy), TAG(void*, pv_tag),
                IN(UINT32, data))

@@ -34,6 +34,8 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, s_cfg)
+
 /* Called by the platform, on a thread of its own, for the keys that were subscribed to. notify_id:
  * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2, or the
  * platform's own, with an integer in pv_arg1. The others are reserved. Returns 0. */

@@ -4,29 +4,16 @@
  *     TVAPI_FN(INT32, a_vextvapi_volctrl_setVolume, IN(INT16, volume))
  *
  * A contract header states its types inside an include guard and its functions outside of it, between
- * "tvapi/begin.h" and "tvapi/end.h". Included plainly it gives prototypes. A file that defines TVAPI_FN and
- * TVAPI_CALLBACK before it includes "tvapi/all.h" expands every statement in its own way: the tap makes its
- * forwarding and scripted functions of them, a platform its defaults for functions that it does not implement.
+ * "tvapi/begin.h" and "tvapi/end.h". Included plainly it gives prototypes. A file that defines TVAPI_FN,
+ * TVAPI_CALLBACK or TVAPI_RECORD before it includes "tvapi/all.h" expands the statements in its own way: the tap makes
+ * its forwarding and scripted functions of them, a platform its defaults for functions that it does not implement.
  *
  * A statement is TVAPI_FN(result type, name, parameters...); a callback type is
- * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters:
+ * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters stand in the table below. A callback's
+ * parameters use the same kinds; its TAG is where the registered tag arrives.
  *
- *   IN(type, name)               passed by value: integer, enumeration, handle, pointer-sized word, small record
- *   IN_TEXT(name)                const char*, NUL-terminated, read only
- *   IN_RECORD(type, name)        const type*, read only
- *   IN_ADDRESS(type, name)       void*, a pointer-sized word that may be a number as well as the address of a record
- *                                that is read only; what it is, another parameter says
- *   IN_ARRAY(type, name, count)  const type*, count values; count names an integer parameter
- *   OUT(type, name)              type*, one integer or record, written
- *   INOUT(type, name)            type*, one integer or record, read and written
- *   OUT_TEXT(name, size)         char*, written; size is a number, or names the parameter (by value or by address)
- *                                that holds the buffer's size in characters
- *   INOUT_TEXT(name, size)       the same, read and written; what is read ends at a NUL or at the size
- *   OUT_ARRAY(type, name, count) type*, written; count as above
- *   CALLBACK(type, name)         a callback that the platform keeps and calls
- *   TAG(type, name)              pointer-sized word that the platform hands back to the callback unchanged
- *
- * A callback's parameters use the same kinds; its TAG is where the registered tag arrives. */
+ * A record that a function or a callback takes is described in a third statement, TVAPI_RECORD(type, members...), which
+ * names its members in their order. TVAPI_UNION is the same for a union. Records inside come first. */
 #ifndef TVAPI_CONTRACT_H
 #define TVAPI_CONTRACT_H
 
@@ -42,35 +29,50 @@
 #define TVAPI_RESCAN_4(...) TVAPI_RESCAN_1(TVAPI_RESCAN_1(TVAPI_RESCAN_1(TVAPI_RESCAN_1(__VA_ARGS__))))
 #define TVAPI_RESCAN_1(...) __VA_ARGS__
 
-/* The C declaration of one parameter. */
-#define TVAPI_DECLARE(p) TVAPI_DECLARE_##p
-#define TVAPI_DECLARE_IN(type, name) type name
-#define TVAPI_DECLARE_IN_TEXT(name) const char* name
-#define TVAPI_DECLARE_IN_RECORD(type, name) const type* name
-#define TVAPI_DECLARE_IN_ADDRESS(type, name) void* name
-#define TVAPI_DECLARE_IN_ARRAY(type, name, count) const type* name
-#define TVAPI_DECLARE_OUT(type, name) type* name
-#define TVAPI_DECLARE_INOUT(type, name) type* name
-#define TVAPI_DECLARE_OUT_TEXT(name, size) char* name
-#define TVAPI_DECLARE_INOUT_TEXT(name, size) char* name
-#define TVAPI_DECLARE_OUT_ARRAY(type, name, count) type* name
-#define TVAPI_DECLARE_CALLBACK(type, name) type name
-#define TVAPI_DECLARE_TAG(type, name) type name
+/* The kinds of parameters. A row is (form, direction, C type, name, type, count), and for a callback the name of its
+ * type once more at the end.
+ *
+ *   form       what the argument is: a value, the address of one or of count elements of a type, ...
+ *   direction  in: read by the function; out: written; inout: both
+ *   type       of what is passed or pointed at
+ *   count      elements behind the pointer; a count or size that comes with the parameter is a number, or names the
+ *              integer parameter (by value or by address) that holds it */
 
-/* The name of one parameter. */
-#define TVAPI_NAME(p) TVAPI_NAME_##p
-#define TVAPI_NAME_IN(type, name) name
-#define TVAPI_NAME_IN_TEXT(name) name
-#define TVAPI_NAME_IN_RECORD(type, name) name
-#define TVAPI_NAME_IN_ADDRESS(type, name) name
-#define TVAPI_NAME_IN_ARRAY(type, name, count) name
-#define TVAPI_NAME_OUT(type, name) name
-#define TVAPI_NAME_INOUT(type, name) name
-#define TVAPI_NAME_OUT_TEXT(name, size) name
-#define TVAPI_NAME_INOUT_TEXT(name, size) name
-#define TVAPI_NAME_OUT_ARRAY(type, name, count) name
-#define TVAPI_NAME_CALLBACK(type, name) name
-#define TVAPI_NAME_TAG(type, name) name
+/* An integer, enumeration, handle, pointer-sized word, or small record, by value. */
+#define TVAPI_KIND_IN(type, name) (value, in, type, name, type, 0)
+/* A pointer-sized word that may be a number as well as the address of a record, which is read only; what it is, another
+ * parameter says. */
+#define TVAPI_KIND_IN_ADDRESS(type, name) (address, in, void*, name, type, 0)
+/* A text that ends at its NUL. */
+#define TVAPI_KIND_IN_TEXT(name) (string, in, const char*, name, char, 0)
+/* One record. */
+#define TVAPI_KIND_IN_RECORD(type, name) (one, in, const type*, name, type, 1)
+/* Values or records. */
+#define TVAPI_KIND_IN_ARRAY(type, name, count) (array, in, const type*, name, type, count)
+/* One integer or record. */
+#define TVAPI_KIND_OUT(type, name) (one, out, type*, name, type, 1)
+#define TVAPI_KIND_INOUT(type, name) (one, inout, type*, name, type, 1)
+/* A buffer of so many characters; a text in it ends at a NUL or at the buffer's end. */
+#define TVAPI_KIND_OUT_TEXT(name, size) (text, out, char*, name, char, size)
+#define TVAPI_KIND_INOUT_TEXT(name, size) (text, inout, char*, name, char, size)
+/* Room for values or records. */
+#define TVAPI_KIND_OUT_ARRAY(type, name, count) (array, out, type*, name, type, count)
+/* A callback that the platform keeps and calls. */
+#define TVAPI_KIND_CALLBACK(type, name) (callback, in, type, name, type, 0, type)
+/* A pointer-sized word that the platform hands back to the callback unchanged. */
+#define TVAPI_KIND_TAG(type, name) (tag, in, type, name, type, 0)
+
+/* TVAPI_ROW(m, IN(INT16, volume)) is m(value, in, INT16, volume, INT16, 0). */
+#define TVAPI_ROW(m, p) TVAPI_APPLY(m, TVAPI_KIND_##p)
+#define TVAPI_APPLY(m, row) m row
+
+/* The C type of one parameter, its declaration, and its name. */
+#define TVAPI_TYPE(p) TVAPI_ROW(TVAPI_ROW_TYPE, p)
+#define TVAPI_ROW_TYPE(form, direction, ctype, ...) ctype
+#define TVAPI_DECLARE(p) TVAPI_ROW(TVAPI_ROW_DECLARE, p)
+#define TVAPI_ROW_DECLARE(form, direction, ctype, name, ...) ctype name
+#define TVAPI_NAME(p) TVAPI_ROW(TVAPI_ROW_NAME, p)
+#define TVAPI_ROW_NAME(form, direction, ctype, name, ...) name
 
 #define TVAPI_PROTOTYPE(ret, name, ...) ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__));
 #define TVAPI_CALLBACK_TYPE(ret, name, ...) typedef ret (*name)(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__));

@@ -7,6 +7,11 @@
 #undef TVAPI_CALLBACK
 #undef TVAPI_CALLBACK_IS_TYPE
 #endif
+#ifdef TVAPI_RECORD_IS_NOTHING
+#undef TVAPI_RECORD
+#undef TVAPI_UNION
+#undef TVAPI_RECORD_IS_NOTHING
+#endif
 
 #ifdef __cplusplus
 }

@@ -21,6 +21,8 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(VEXTVAPI_TIME_DTG_T, ui2_yr, ui1_mo, ui1_day, ui1_dow, ui1_hr, ui1_min, ui1_sec, b_gmt, b_dst)
+
 /* The zone's distance from UTC, without daylight saving. */
 TVAPI_FN(INT64, a_vextvapi_time_get_time_zone)
 

@@ -19,6 +19,8 @@ typedef struct {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(VEXTVAPI_USB_MOUNT_INFO_T, dev, path, label, port)
+
 /* Called by the platform, on a thread of its own, after a file system was mounted or unmounted; type says which. */
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_detect_nfy_fct, IN(INT32, type), TAG(void*, pv_tag), IN_TEXT(dev),
                IN_TEXT(path), IN_TEXT(label), IN(UINT32, port))

@@ -3,6 +3,7 @@
 #define VEX_TV_CTRL_APPS_H
 
 #include "tvapi/types.h"
+#include "vex_tv_ctrl/record.h"
 
 struct T_HBBTV {
   INT32 is_enable;
@@ -10,6 +11,7 @@ struct T_HBBTV {
   INT32 app_type;
   char uri[256];
 };
+TVC_RECORD(T_HBBTV, is_enable, func_type, app_type, uri)
 
 enum PORTAL_MODE : UINT8 {
 #define TVC_PORTAL_MODE(name, number) PORTAL_MODE_##name = number,
@@ -21,5 +23,6 @@ struct T_PORTAL {
   char edfu_url[256];
   char exit_reason[32];
 };
+TVC_RECORD(T_PORTAL, app_mode, edfu_url, exit_reason)
 
 #endif

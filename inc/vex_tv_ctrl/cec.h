@@ -3,11 +3,13 @@
 #define VEX_TV_CTRL_CEC_H
 
 #include "tvapi/types.h"
+#include "vex_tv_ctrl/record.h"
 
 struct T_CECM_CFG {
   UINT8 ui1_cec_func;      // the state read: 1 on, 0 off
   UINT8 ui1_cec_func_set;  // the state wanted
 };
+TVC_RECORD(T_CECM_CFG, ui1_cec_func, ui1_cec_func_set)
 
 // A physical address, as 16 bits of four digits, and as the platform's enumeration of the inputs.
 struct T_CEC_PHY_ADDR {
@@ -138,6 +140,8 @@ union T_CECM_NFY_DATA {
     UINT8 ui1_latency;  // video, in 2 ms, plus 1
   } t_latency;
 };
+// The data of an event are given as {"hex": "..."}, or as words.
+TVC_UNION(T_CECM_NFY_DATA, aui4_words)
 
 // A copy of the platform's event, word for word.
 struct T_CECM_NFY {
@@ -152,6 +156,8 @@ struct T_CECM_NFY {
   } u_code;
   T_CECM_NFY_DATA u_data;
 };
+TVC_UNION(decltype(T_CECM_NFY::u_code), e_msgcode, e_opcode)
+TVC_RECORD(T_CECM_NFY, e_sent_la, e_sent_opcode, e_nfy_type, e_brdcst_type, ui4_attr, u_code, u_data)
 static_assert(sizeof(T_CECM_NFY) == 16 * sizeof(UINT32), "an event is 16 words long");
 
 #endif

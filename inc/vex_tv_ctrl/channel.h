@@ -3,6 +3,7 @@
 #define VEX_TV_CTRL_CHANNEL_H
 
 #include "tvapi/types.h"
+#include "vex_tv_ctrl/record.h"
 
 struct T_CHANNEL_LIST_NOTIFY {
   INT32 type;
@@ -12,5 +13,6 @@ struct T_CHANNEL_LIST_NOTIFY {
   UINT32 reason;
   UINT32 data;
 };
+TVC_RECORD(T_CHANNEL_LIST_NOTIFY, type, tag, h_svl, conditions, reason, data)
 
 #endif

@@ -3,6 +3,7 @@
 #define VEX_TV_CTRL_MEDIA_H
 
 #include "tvapi/types.h"
+#include "vex_tv_ctrl/record.h"
 
 enum E_MEDIA_TYPE : INT32 {
   MEDIA_TYPE_NULL = 0,
@@ -68,6 +69,8 @@ struct T_CBROWSER {
   T_MEDIA_INFO media_info[24];
   char reserved[256];
 };
+// Without the entries, which nothing fills yet.
+TVC_UNION(T_CBROWSER, path, count, index, sort, type, reserved)
 
 // Callback type of the player whose first argument is a text: a thumbnail has been made.
 inline constexpr INT32 PLAYER_EVENT_THUMBNAIL = 19;
@@ -81,6 +84,7 @@ struct T_CBROWSER_PB_NOTIFY {
   UINT32 arg3;
   UINT32 arg4;
 };
+TVC_RECORD(T_CBROWSER_PB_NOTIFY, type, tag, arg1, arg2, arg3, arg4)
 
 struct T_DLNA_DMS_NOTIFY {
   INT32 type;
@@ -90,6 +94,7 @@ struct T_DLNA_DMS_NOTIFY {
   UINT32 arg1;
   UINT32 arg2;
 };
+TVC_RECORD(T_DLNA_DMS_NOTIFY, type, tag, server_name, dev_id, arg1, arg2)
 
 struct T_DLNA_DMR_NOTIFY {
   INT32 type;
@@ -99,6 +104,7 @@ struct T_DLNA_DMR_NOTIFY {
   UINT32 arg1;
   INT32 arg2;
 };
+TVC_RECORD(T_DLNA_DMR_NOTIFY, type, tag, uri, protocolinfo, arg1, arg2)
 
 enum TVAPI_PUS_PLAY_CMD_T : INT32 { TVAPI_PUS_PLAY_CMD_START = 1 };
 
@@ -107,5 +113,6 @@ struct T_PUS_NOTIFY {
   INT32 play_cmd;  // a TVAPI_PUS_PLAY_CMD_T
   intptr_t value;  // for TVAPI_PUS_PLAY_CMD_START the address of the file's path, owned by the caller
 };
+TVC_RECORD(T_PUS_NOTIFY, instance, play_cmd, value)
 
 #endif

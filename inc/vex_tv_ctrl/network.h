@@ -9,6 +9,7 @@ struct T_NW_NOTIFY {
   INT32 id;         // the platform's network event
   uintptr_t param;  // parameter of the event
 };
+TVC_RECORD(T_NW_NOTIFY, tag, id, param)
 
 // Passed through to the platform; the password is not kept beyond the request.
 struct T_WLAN_ASSOCIATE {
@@ -17,6 +18,7 @@ struct T_WLAN_ASSOCIATE {
   char capabilities[128];
   char password[65];
 };
+TVC_RECORD(T_WLAN_ASSOCIATE, bssid, ssid, capabilities, password)
 
 struct T_NW_IP_INFO_T {
   UINT32 ui4_address;
@@ -25,11 +27,13 @@ struct T_NW_IP_INFO_T {
   UINT32 ui4_1st_dns;
   UINT32 ui4_2nd_dns;
 };
+TVC_RECORD(T_NW_IP_INFO_T, ui4_address, ui4_netmask, ui4_gw, ui4_1st_dns, ui4_2nd_dns)
 
 struct T_NW_IP_INFO_DATA {
   TVC_HEADER
   T_NW_IP_INFO_T t_ip_info;
 };
+TVC_RECORD(T_NW_IP_INFO_DATA, TVC_HEADER_MEMBERS, t_ip_info)
 
 struct T_NW_IPV6_INFO_T {
   INT32 ip_type;
@@ -42,10 +46,13 @@ struct T_NW_IPV6_INFO_T {
   UINT32 ui4_prefix;
   UINT32 ui4_prefix_ll;
 };
+TVC_RECORD(T_NW_IPV6_INFO_T, ip_type, dns_type, ac_v6ip, ac_v6gw, ac_dns1, ac_dns2, ac_v6ip_ll, ui4_prefix,
+           ui4_prefix_ll)
 
 struct T_NW_IPV6_INFO_DATA {
   TVC_HEADER
   T_NW_IPV6_INFO_T t_ipv6_info;
 };
+TVC_RECORD(T_NW_IPV6_INFO_DATA, TVC_HEADER_MEMBERS, t_ipv6_info)
 
 #endif

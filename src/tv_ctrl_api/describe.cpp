@@ -1,11 +1,12 @@
 // Describes the registry and the item types, from their tables.
+#include "tv_ctrl_api/describe.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
 #include "tv_ctrl_main/registry.h"
@@ -199,7 +200,7 @@ static void describe_notify(JsonText& json, const ItemType& item) {
   tvc_close_object(json);
 }
 
-static void describe_type(JsonText& json, const ItemType& item) {
+void tvc_describe_type(JsonText& json, const ItemType& item) {
   tvc_open_object(json);
   tvc_write_key(json, "query");
   describe_fields_or_null(json, item, kQuery);
@@ -277,7 +278,7 @@ static void describe_all(JsonText& json) {
   tvc_open_object(json);
   for (const ItemType* const item : tvc_item_types()) {
     tvc_write_key(json, tvc_item_type_name(item->type));
-    describe_type(json, *item);
+    tvc_describe_type(json, *item);
   }
   tvc_close_object(json);
   tvc_write_key(json, "kinds");

@@ -75,8 +75,8 @@ FAULTS = [
        "  for (INT32 i = 0; i < count; ++i) tvc_content<T_VALUE>(request).increment = steps[i];\n")]),
     # What the fuzzer would have to guess at must not compile.
     ("a new kind of parameter has no rule", DOES_NOT_COMPILE,
-     [("inc/tvapi/contract.h", "#define TVAPI_DECLARE_TAG(", "#define TVAPI_DECLARE_PAIR(type, name) type* name\n"
-       "#define TVAPI_NAME_PAIR(type, name) name\n#define TVAPI_DECLARE_TAG("),
+     [("inc/tvapi/contract.h", "#define TVAPI_KIND_TAG(",
+       "#define TVAPI_KIND_PAIR(type, name) (pair, out, type*, name, type, 2)\n#define TVAPI_KIND_TAG("),
       (CONTRACT, CONTRACT_END, "TVAPI_FN(INT32, a_vextvapi_volctrl_getPair, PAIR(INT32, pair))\n\n" + CONTRACT_END)]),
     ("a new record is not described", DOES_NOT_COMPILE,
      [("inc/tvapi/types.h", "typedef int8_t INT8;", "typedef int8_t INT8;\ntypedef struct { int8_t a; } PAIR_T;"),

@@ -1,12 +1,12 @@
 // Expands contract headers into functions that answer from the fuzzer's input. Include order:
 //
 //     #include "tvapi/all.h"        // types
-//     #include "tap/records.h"      // and how the records are made up
 //     #include "platform_expand.h"
-//     #include "tvapi/all.h"        // definitions
+//     #include "tvapi/all.h"        // records and definitions
 //
-// Every kind of parameter has its macro below, and every record its line in "tap/records.h": without them a statement
-// does not compile. What a platform may do with each kind is told at the macro.
+// What a platform may do with each form of parameter is told below, under "What a function does with its parameters"
+// and "What a callback's arguments are". A form that has no rule there, and a record that is not described, do not
+// compile.
 #pragma once
 
 #include <cstring>
@@ -15,7 +15,7 @@
 
 #include "bytes.h"
 #include "platform.h"
-#include "tap/value.h"
+#include "tap/record.h"
 #include "tvapi/contract.h"
 
 // --- Values ---
@@ -133,6 +133,41 @@ std::uintptr_t tag_word(T tag) {
     return static_cast<std::uintptr_t>(tag);
 }
 
+template <tap::Form form>
+inline constexpr bool kNoRule = false;
+
+// Reads what the function is given. size: of what the argument points at, in elements.
+template <tap::Form form, tap::Direction direction, typename Argument>
+void read_argument(Argument argument, [[maybe_unused]] std::size_t size, [[maybe_unused]] std::uintptr_t& ret_tag) {
+  using enum tap::Form;
+  if constexpr (direction == tap::Direction::out || form == value || form == address || form == callback)
+    (void)argument;
+  else if constexpr (form == tag)
+    ret_tag = tag_word(argument);
+  else if constexpr (form == string)
+    read_text(argument);
+  else if constexpr (form == text)
+    read_memory(argument, argument ? strnlen(argument, size) : 0);
+  else if constexpr (form == one || form == array)
+    read_memory(argument, size * sizeof *argument);
+  else
+    static_assert(kNoRule<form>);
+}
+
+// Writes what the function gives back.
+template <tap::Form form, tap::Direction direction, typename Argument>
+void write_argument(Argument argument, [[maybe_unused]] std::size_t size) {
+  using enum tap::Form;
+  if constexpr (direction == tap::Direction::in)
+    (void)argument;
+  else if constexpr (form == text)
+    write_text(argument, size);
+  else if constexpr (form == one || form == array)
+    write_values(argument, size);
+  else
+    static_assert(kNoRule<form>);
+}
+
 template <typename T>
 T word_tag(std::uintptr_t word) {
   if constexpr (std::is_pointer_v<T>)
@@ -175,79 +210,53 @@ T* answer_one(const auto& allocate) {
   return value;
 }
 
+// An argument by itself. Passed: its C type; T: the type of what it points at. Nothing is known yet of a callback that
+// is handed a callback, and it does not compile.
+template <tap::Form form, typename Passed, typename T>
+Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std::uintptr_t tag_to_pass) {
+  using enum tap::Form;
+  if constexpr (form == value || form == string)
+    return answer<Passed>(allocate);
+  else if constexpr (form == one || form == address)
+    return answer_one<T>(allocate);
+  else if constexpr (form == tag)
+    return word_tag<Passed>(tag_to_pass);
+  else if constexpr (form == text || form == array)
+    return nullptr;  // which complete_argument replaces
+  else
+    static_assert(kNoRule<form>);
+}
+
+// Then those that depend on another argument: their count.
+template <tap::Form form, typename T>
+void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& count,
+                       [[maybe_unused]] const auto& allocate) {
+  if constexpr (form == tap::Form::text || form == tap::Form::array)
+    argument = answer_array<T>(std::forward<decltype(count)>(count), allocate);
+}
+
 // --- Expansion ---
 
 // Sizes are taken before anything is written, which may overwrite them.
-#define FUZZ_SIZE(p) FUZZ_SIZE_##p
-#define FUZZ_SIZE_IN(type, name) fuzz_size_##name = 0
-#define FUZZ_SIZE_IN_TEXT(name) fuzz_size_##name = 0
-#define FUZZ_SIZE_IN_RECORD(type, name) fuzz_size_##name = 0
-#define FUZZ_SIZE_IN_ADDRESS(type, name) fuzz_size_##name = 0
-#define FUZZ_SIZE_IN_ARRAY(type, name, count) fuzz_size_##name = room_of(count)
-#define FUZZ_SIZE_OUT(type, name) fuzz_size_##name = 1
-#define FUZZ_SIZE_INOUT(type, name) fuzz_size_##name = 1
-#define FUZZ_SIZE_OUT_TEXT(name, size) fuzz_size_##name = room_of(size)
-#define FUZZ_SIZE_INOUT_TEXT(name, size) fuzz_size_##name = room_of(size)
-#define FUZZ_SIZE_OUT_ARRAY(type, name, count) fuzz_size_##name = room_of(count)
-#define FUZZ_SIZE_CALLBACK(type, name) fuzz_size_##name = 0
-#define FUZZ_SIZE_TAG(type, name) fuzz_size_##name = 0
+#define FUZZ_SIZE(p) TVAPI_ROW(FUZZ_ROW_SIZE, p)
+#define FUZZ_ROW_SIZE(form, direction, ctype, name, type, count, ...) fuzz_size_##name = room_of(count)
 
-#define FUZZ_READ(p) FUZZ_READ_##p
-#define FUZZ_READ_IN(type, name) (void)name
-#define FUZZ_READ_IN_TEXT(name) read_text(name)
-#define FUZZ_READ_IN_RECORD(type, name) read_memory(name, sizeof *name)
-#define FUZZ_READ_IN_ADDRESS(type, name) (void)name
-#define FUZZ_READ_IN_ARRAY(type, name, count) read_memory(name, fuzz_size_##name * sizeof *name)
-#define FUZZ_READ_OUT(type, name) (void)name
-#define FUZZ_READ_INOUT(type, name) read_memory(name, sizeof *name)
-#define FUZZ_READ_OUT_TEXT(name, size) (void)name
-#define FUZZ_READ_INOUT_TEXT(name, size) read_memory(name, name ? strnlen(name, fuzz_size_##name) : 0)
-#define FUZZ_READ_OUT_ARRAY(type, name, count) (void)name
-#define FUZZ_READ_CALLBACK(type, name) \
-  fuzz_registrations.push_back({#name, reinterpret_cast<RawCallback>(name), raise_##type})
-#define FUZZ_READ_TAG(type, name) fuzz_tag = tag_word(name)
+#define FUZZ_READ(p) TVAPI_ROW(FUZZ_ROW_READ, p)
+#define FUZZ_ROW_READ(form, direction, ctype, name, type, count, ...)                                        \
+  read_argument<tap::Form::form, tap::Direction::direction>(name, fuzz_size_##name, fuzz_tag) __VA_OPT__(, ) \
+      __VA_OPT__(fuzz_registrations.push_back({#name, reinterpret_cast<RawCallback>(name), raise_##__VA_ARGS__}))
 
-#define FUZZ_WRITE(p) FUZZ_WRITE_##p
-#define FUZZ_WRITE_IN(type, name) (void)0
-#define FUZZ_WRITE_IN_TEXT(name) (void)0
-#define FUZZ_WRITE_IN_RECORD(type, name) (void)0
-#define FUZZ_WRITE_IN_ADDRESS(type, name) (void)0
-#define FUZZ_WRITE_IN_ARRAY(type, name, count) (void)0
-#define FUZZ_WRITE_OUT(type, name) write_values(name, fuzz_size_##name)
-#define FUZZ_WRITE_INOUT(type, name) write_values(name, fuzz_size_##name)
-#define FUZZ_WRITE_OUT_TEXT(name, size) write_text(name, fuzz_size_##name)
-#define FUZZ_WRITE_INOUT_TEXT(name, size) write_text(name, fuzz_size_##name)
-#define FUZZ_WRITE_OUT_ARRAY(type, name, count) write_values(name, fuzz_size_##name)
-#define FUZZ_WRITE_CALLBACK(type, name) (void)0
-#define FUZZ_WRITE_TAG(type, name) (void)0
+#define FUZZ_WRITE(p) TVAPI_ROW(FUZZ_ROW_WRITE, p)
+#define FUZZ_ROW_WRITE(form, direction, ctype, name, type, count, ...) \
+  write_argument<tap::Form::form, tap::Direction::direction>(name, fuzz_size_##name)
 
-// A callback's arguments: first each by itself, then those that depend on another. Nothing is known yet of a callback
-// that is handed a callback, and it does not compile.
-#define FUZZ_ARGUMENT(p) FUZZ_ARGUMENT_##p
-#define FUZZ_ARGUMENT_IN(type, name) answer<type>(fuzz_allocate)
-#define FUZZ_ARGUMENT_IN_TEXT(name) answer<const char*>(fuzz_allocate)
-#define FUZZ_ARGUMENT_IN_RECORD(type, name) answer_one<type>(fuzz_allocate)
-#define FUZZ_ARGUMENT_IN_ADDRESS(type, name) answer_one<type>(fuzz_allocate)
-#define FUZZ_ARGUMENT_IN_ARRAY(type, name, count) nullptr
-#define FUZZ_ARGUMENT_OUT(type, name) answer_one<type>(fuzz_allocate)
-#define FUZZ_ARGUMENT_INOUT(type, name) answer_one<type>(fuzz_allocate)
-#define FUZZ_ARGUMENT_OUT_TEXT(name, size) nullptr
-#define FUZZ_ARGUMENT_INOUT_TEXT(name, size) nullptr
-#define FUZZ_ARGUMENT_OUT_ARRAY(type, name, count) nullptr
-#define FUZZ_ARGUMENT_TAG(type, name) word_tag<type>(fuzz_tag)
+#define FUZZ_ARGUMENT(p) TVAPI_ROW(FUZZ_ROW_ARGUMENT, p)
+#define FUZZ_ROW_ARGUMENT(form, direction, ctype, name, type, count, ...) \
+  make_argument<tap::Form::form, ctype, type>(fuzz_allocate, fuzz_tag)
 
-#define FUZZ_DEPENDENT(p) FUZZ_DEPENDENT_##p
-#define FUZZ_DEPENDENT_IN(type, name) (void)0
-#define FUZZ_DEPENDENT_IN_TEXT(name) (void)0
-#define FUZZ_DEPENDENT_IN_RECORD(type, name) (void)0
-#define FUZZ_DEPENDENT_IN_ADDRESS(type, name) (void)0
-#define FUZZ_DEPENDENT_IN_ARRAY(type, name, count) name = answer_array<type>(count, fuzz_allocate)
-#define FUZZ_DEPENDENT_OUT(type, name) (void)0
-#define FUZZ_DEPENDENT_INOUT(type, name) (void)0
-#define FUZZ_DEPENDENT_OUT_TEXT(name, size) name = answer_array<char>(size, fuzz_allocate)
-#define FUZZ_DEPENDENT_INOUT_TEXT(name, size) name = answer_array<char>(size, fuzz_allocate)
-#define FUZZ_DEPENDENT_OUT_ARRAY(type, name, count) name = answer_array<type>(count, fuzz_allocate)
-#define FUZZ_DEPENDENT_TAG(type, name) (void)0
+#define FUZZ_DEPENDENT(p) TVAPI_ROW(FUZZ_ROW_DEPENDENT, p)
+#define FUZZ_ROW_DEPENDENT(form, direction, ctype, name, type, count, ...) \
+  complete_argument<tap::Form::form, type>(name, count, fuzz_allocate)
 
 #define TVAPI_CALLBACK(ret, type, ...)                                                                             \
   [[maybe_unused]] static void raise_##type(RawCallback fuzz_callback, [[maybe_unused]] std::uintptr_t fuzz_tag) { \

@@ -1,8 +1,6 @@
-// The functions of the TV API, made of their statements. The order matters: types, records, definitions.
+// The functions of the TV API, made of their statements. The order matters: types, then records and definitions.
 // clang-format off
 #include "tvapi/all.h"
-
-#include "tap/records.h"
 
 #include "platform_expand.h"
 

@@ -38,6 +38,11 @@ struct DEMO_EVENT {
 
 #include "tvapi/begin.h"
 
+TVAPI_RECORD(DEMO_POINT, x, y)
+TVAPI_RECORD(DEMO_BOX, corner, name, wide_name, bytes, size, colour, marks, comment, link)
+TVAPI_UNION(DEMO_CODE, opcode, reason)
+TVAPI_RECORD(DEMO_EVENT, type, u_code, u_data)
+
 TVAPI_CALLBACK(INT32, demo_changed_fct, IN(INT32, callback_type), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN(void*, pv_arg2))
 TVAPI_CALLBACK(INT32, demo_item_fct, TAG(UINT32, tag), IN_TEXT(name), IN_RECORD(DEMO_BOX, box),

@@ -1,8 +1,6 @@
-// The made-up contract, expanded by the tap's own macros. The order matters: types, records, definitions.
+// The made-up contract, expanded by the tap's own macros. The order matters: types, then records and definitions.
 // clang-format off
 #include "tap_contract.h"
-
-#include "tap_records.h"
 
 #include "tap/expand.h"
 

@@ -8,9 +8,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "dtv_js_plugin.h"
 #include "runner/records.h"
-#include "tv_ctrl_main.h"
 
 namespace runner {
 namespace {
@@ -74,54 +72,14 @@ struct Caller<Result (*)(Args...)> {
   }
 };
 
-#define EXPORT(name)                                                                        \
-  {                                                                                         \
-#name, Caller < decltype(&::name)> ::kinds(), Caller < decltype(&::name)> ::has_result, \
-        &Caller < decltype(&::name)> ::run                                                  \
-  }
+// clang-format off
+#define EXPORT(name) {#name, Caller<decltype(&::name)>::kinds(), Caller<decltype(&::name)>::has_result, \
+                      &Caller<decltype(&::name)>::run},
+// clang-format on
 
 const std::vector<Export>& exports() {
   static const std::vector<Export> list = {
-      EXPORT(a_dtv_jsp_init_res),
-      EXPORT(a_dtv_jsp_init),
-      EXPORT(a_dtv_jsp_get),
-      EXPORT(a_dtv_jsp_set),
-      EXPORT(a_dtv_jsp_add_listener_buffer),
-      EXPORT(a_dtv_jsp_remove_listener_buffer),
-      EXPORT(a_dtv_jsp_get_listener_buffer),
-      EXPORT(a_dtv_jsp_describe),
-      EXPORT(tv_ctrl_init),
-      EXPORT(tv_ctrl_get),
-      EXPORT(tv_ctrl_set),
-      EXPORT(tv_ctrl_notify_content),
-      EXPORT(tv_ctrl_api_notify_func),
-      EXPORT(tv_ctrl_get_info_with_uri),
-      EXPORT(tv_ctrl_get_type_by_id),
-      EXPORT(tv_ctrl_get_uri_by_id),
-      EXPORT(tv_ctrl_malloc_content_max),
-      EXPORT(tv_ctrl_malloc_content),
-      EXPORT(tvc_util_fill_t_value_content_by_config_type),
-      EXPORT(tvc_util_fill_t_option_list_content_by_config_type),
-      EXPORT(tv_util_init),
-      EXPORT(vex_tvc_read_log_lvl),
-      EXPORT(vex_tvc_debug_level),
-      EXPORT(tv_ctrl_volctrl_init),
-      EXPORT(tv_ctrl_get_volctrl),
-      EXPORT(tv_ctrl_set_volctrl),
-      EXPORT(tv_ctrl_misc_init),
-      EXPORT(tv_ctrl_get_misc),
-      EXPORT(tv_ctrl_set_misc),
-      EXPORT(tv_ctrl_config_init),
-      EXPORT(tv_ctrl_config_get),
-      EXPORT(tv_ctrl_config_set),
-      EXPORT(tv_ctrl_common_setting_init),
-      EXPORT(tv_ctrl_common_setting_get),
-      EXPORT(tv_ctrl_common_setting_set),
-      EXPORT(tvc_ctrl_cec_detect_init),
-      EXPORT(tv_ctrl_cecm_get),
-      EXPORT(tv_ctrl_cecm_set),
-      EXPORT(tv_ctrl_key_get),
-      EXPORT(tv_ctrl_key_set),
+#include "exports.def"
   };
   return list;
 }
