@@ -3,8 +3,6 @@
 
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr UINT32 kBoth = 1 << 4 | 1 << 5;
 
 const char* const kNew =
@@ -149,17 +147,14 @@ TEST_F(TvCec, BatchPollsFirstAndAsksThen) {
 TEST_F(TvCec, PollsAreAsFarApartAsIsAsked) {
   switch_on();
   ASSERT_EQ(discover(1, 3, 100), 0);
-  // A poll has a start bit, ten bits and the silence, 45.3 ms, besides the interval: they end at 145.3, 290.6, 435.9
-  // ms.
-  const struct {
-    const char* poll;
-    uint32_t milliseconds;  // from just after the one before to just before its end
-  } polls[] = {{"01", 145}, {"02", 144}, {"03", 144}};
-  for (const auto& [poll, milliseconds] : polls) {
-    dtv_tv_advance(milliseconds);
+  // A start bit, ten bits and the silence take 45.3 ms: polls end at 145.3, 290.6 and 435.9 ms.
+  dtv_tv_advance(145 - 1);
+  for (const char* const poll : {"01", "02", "03"}) {
+    dtv_tv_advance(1);
     EXPECT_EQ(times_carried(poll), 0);
     dtv_tv_advance(1);
     EXPECT_EQ(times_carried(poll), 1);
+    dtv_tv_advance(143);
   }
   wait_for("msg 1");
   EXPECT_EQ(ended().size(), 1u);
@@ -227,7 +222,7 @@ TEST_F(TvCecInRealTime, EventsComeAtABussPace) {
   const std::vector<CecHeard> all = wait_for(2);
   ASSERT_EQ(names_of(all), (Names{"op 04", "op 82"}));
   // Four bytes of ten bits of 2.4 ms lie between the ends of the two, besides the start bit and the silence.
-  EXPECT_GE(all[1].when - all[0].when, milliseconds(90));
+  EXPECT_GE(all[1].when - all[0].when, std::chrono::milliseconds(90));
 }
 
 TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnother) {
