@@ -1,8 +1,13 @@
 /* Every area of the TV API that the plugin calls, in one include; it can be included more than once. */
 #include "tvapi/apps.h"
+#include "tvapi/broadcast.h"
 #include "tvapi/cec.h"
+#include "tvapi/channel.h"
 #include "tvapi/ci.h"
 #include "tvapi/config.h"
+#include "tvapi/guide.h"
+#include "tvapi/input.h"
+#include "tvapi/multiview.h"
 #include "tvapi/network.h"
 #include "tvapi/playback.h"
 #include "tvapi/time.h"
