@@ -14,6 +14,7 @@
 #include "vex_tv_ctrl/media.h"
 #include "vex_tv_ctrl/multiview.h"
 #include "vex_tv_ctrl/network.h"
+#include "vex_tv_ctrl/pvr.h"
 #include "vex_tv_ctrl/scan.h"
 #include "vex_tv_ctrl/status.h"
 #include "vex_tv_ctrl/usb.h"

@@ -59,6 +59,13 @@ consteval bool covers(std::span<const Field> fields, std::size_t size, std::size
   TAP_RECORD_KNOWN(type)                                                                              \
   }
 
+#define TVAPI_ITEM(item_id, type)                                                                                      \
+  extern "C++" {                                                                                                       \
+  [[maybe_unused]] static const int TAP_RECORD_JOIN(tap_item_,                                                         \
+                                                    __COUNTER__) = ::tap::know_item(static_cast<std::size_t>(item_id), \
+                                                                                    ::tap::type_of<type>);             \
+  }
+
 #define TVAPI_UNION(type, ...)           \
   extern "C++" {                         \
   template <>                            \

@@ -84,6 +84,10 @@ const Type* find_record(std::string_view name);
 // The one record that has all the members of an object; null when there is none or more than one.
 const Type* guess_record(const cJSON* object);
 
+// The records that item ids stand for; null for an id that has none.
+int know_item(std::size_t item_id, const Type& record);
+const Type* find_item(std::size_t item_id);
+
 cJSON* value_to_json(const Type& type, const void* value);
 cJSON* text_to_json(const char* text, std::size_t size);
 cJSON* array_to_json(const Type& element, const void* values, std::size_t count);
@@ -102,6 +106,7 @@ enum class Form : std::uint8_t {
   string,   // pointer to a text that ends at its NUL
   text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
   array,    // pointer to values or records
+  item,     // pointer to the record that stands for an item id; its size is that id
   callback,
   tag,
 };
@@ -115,8 +120,11 @@ constexpr bool is_pointer(Form form) {
 // The kind of parameter as people know it: "in_text" and so on.
 std::string kind_name(Form form, Direction direction);
 
-// The same for what a pointer's argument points at, count elements of a type. Without memory, the first gives null, and
-// the second only says whether JSON fits.
+// Bytes of what a pointer's argument points at.
+std::size_t pointed_size(Form form, const Type& type, std::size_t count);
+
+// The same for what a pointer's argument points at: count elements of a type, or the record of this item id. Without
+// memory, the first gives null, and the second only says whether JSON fits.
 cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count);
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
                        std::string& ret_error);

@@ -10,6 +10,7 @@
 #include "tvapi/multiview.h"
 #include "tvapi/network.h"
 #include "tvapi/playback.h"
+#include "tvapi/pvr.h"
 #include "tvapi/time.h"
 #include "tvapi/usb.h"
 #include "tvapi/volctrl.h"

@@ -16,5 +16,6 @@ extern "C" {
 #ifndef TVAPI_RECORD
 #define TVAPI_RECORD(...)
 #define TVAPI_UNION(...)
+#define TVAPI_ITEM(...)
 #define TVAPI_RECORD_IS_NOTHING
 #endif

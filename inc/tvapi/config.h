@@ -74,6 +74,10 @@ TVAPI_FN(INT32, getConfigValueInt32, IN(UINT32, item_id), OUT(INT32, value))
  * is looked up, followed by bytes of 1, and receives what was found. Returns 0, negative on failure. */
 TVAPI_FN(INT32, getConfigValueString, IN(UINT32, item_id), INOUT(UINT32, length), INOUT_TEXT(value, length))
 
+/* Reads the record of a structured item. length: its length, which is the item's, going in and coming out. Returns 0,
+ * negative on failure. */
+TVAPI_FN(INT32, getConfigValueStruct, IN(UINT32, item_id), INOUT(UINT32, length), OUT_ITEM(value, item_id))
+
 /* Triggers an action item. Returns 0, negative on failure. */
 TVAPI_FN(INT32, setConfigValue, IN(UINT32, item_id))
 
@@ -81,5 +85,6 @@ TVAPI_FN(INT32, setConfigValue, IN(UINT32, item_id))
 TVAPI_FN(INT32, setConfigValueBool, IN(UINT32, item_id), IN(UINT8, value))
 TVAPI_FN(INT32, setConfigValueInt32, IN(UINT32, item_id), IN(INT32, value))
 TVAPI_FN(INT32, setConfigValueString, IN(UINT32, item_id), IN_TEXT(value))
+TVAPI_FN(INT32, setConfigValueStruct, IN(UINT32, item_id), IN(UINT32, length), IN_ITEM(value, item_id))
 
 #include "tvapi/end.h"

@@ -13,7 +13,8 @@
  * parameters use the same kinds; its TAG is where the registered tag arrives.
  *
  * A record that a function or a callback takes is described in a third statement, TVAPI_RECORD(type, members...), which
- * names its members in their order. TVAPI_UNION is the same for a union. Records inside come first. */
+ * names its members in their order. TVAPI_UNION is the same for a union. Records inside come first. A record that an item id stands for has a fourth,
+ * TVAPI_ITEM(item id, type). */
 #ifndef TVAPI_CONTRACT_H
 #define TVAPI_CONTRACT_H
 
@@ -57,6 +58,9 @@
 #define TVAPI_KIND_INOUT_TEXT(name, size) (text, inout, char*, name, char, size)
 /* Room for values or records. */
 #define TVAPI_KIND_OUT_ARRAY(type, name, count) (array, out, type*, name, type, count)
+/* The record that stands for an item id, which item_id names; TVAPI_ITEM says which record that is. */
+#define TVAPI_KIND_IN_ITEM(name, item_id) (item, in, const void*, name, void, item_id)
+#define TVAPI_KIND_OUT_ITEM(name, item_id) (item, out, void*, name, void, item_id)
 /* A callback that the platform keeps and calls. */
 #define TVAPI_KIND_CALLBACK(type, name) (callback, in, type, name, type, 0, type)
 /* A pointer-sized word that the platform hands back to the callback unchanged. */
