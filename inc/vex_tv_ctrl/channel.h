@@ -148,8 +148,8 @@ TVC_RECORD(T_FAV_CHANNEL_PARAM, index, fav_index_from, fav_index_to)
 
 struct T_FAV_CHANNEL_INFO {
   TVC_HEADER
-  char brdcst_type;
-  char service_type;
+  UINT8 brdcst_type;
+  UINT8 service_type;
   UINT16 svl_id;
   UINT16 svl_rec_id;
   INT32 nw_mask;

@@ -155,7 +155,7 @@ consteval FieldKind named_kind() {
 
 template <typename T, std::size_t Offset>
 consteval IntegerPlace integer_place() {
-  static_assert(std::is_same_v<T, INT32> || (std::is_unsigned_v<T> && sizeof(T) <= 2), "no integer of a place's kinds");
+  static_assert(std::is_same_v<T, INT32> || (std::is_unsigned_v<T> && sizeof(T) <= 4), "no integer of a place's kinds");
   static_assert(Offset <= UINT16_MAX, "a place lies within the first 64 kB of its record");
   return {.offset = static_cast<UINT16>(Offset), .size = sizeof(T)};
 }
