@@ -98,6 +98,32 @@ TVC_EXPORT INT32 tvc_ctrl_cec_detect_init(void);
 TVC_EXPORT INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content);
 
+TVC_EXPORT INT32 tv_ctrl_channel_info_init(void);
+TVC_EXPORT INT32 tv_ctrl_get_channel_info(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_channel_info(UINT16 ui2_id, void* pv_content);
+
+// Subscribes to results of channel changes. The host calls it after start-up, when it wants their notification.
+// The platform's result.
+TVC_EXPORT INT32 tv_ctrl_broadcast_init(void);
+TVC_EXPORT INT32 tv_ctrl_broadcast_get(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_broadcast_set(UINT16 ui2_id, void* pv_content);
+
+// Copies "broad cast!\n" with its end, 13 bytes, into the caller's buffer.
+TVC_EXPORT void g_get_broadcast_string(char* str);
+
+TVC_EXPORT INT32 tv_ctrl_event_info_init(void);
+TVC_EXPORT INT32 tv_ctrl_get_event_info(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_event_info(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_get_input_source(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_input_source(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_get_multiview(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_multiview(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_get_pvr_info(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_pvr_info(UINT16 ui2_id, void* pv_content);
+
 TVC_EXPORT INT32 tv_ctrl_key_get(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content);
 }

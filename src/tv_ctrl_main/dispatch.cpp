@@ -34,8 +34,6 @@ static constexpr Unserved kUnserved[] = {
     {.group = TV_CTRL_GRPID_TIME, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_TUNER, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_RATING, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_EVENT, .set_needs_record = true},
-    {.group = TV_CTRL_GRPID_BRDCAST, .set_needs_record = true},
 };
 static_assert(std::ranges::none_of(kUnserved, [](const Unserved& row) { return kHandlers[row.group]; }),
               "a group that has a handler answers as the handler says");

@@ -63,6 +63,7 @@ enum class WithoutRecord : UINT8 {
   kAsRow,                // those whose row has a set function and is no action
   kRefused,              // all
   kRefusedUnlessAction,  // those of URIs whose item type is no action
+  kRefusedOfRecords,     // those of registered URIs whose item type is no action
 };
 
 struct Handler {

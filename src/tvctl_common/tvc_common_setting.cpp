@@ -319,7 +319,7 @@ constinit const Handler handler_COMMON_SETTING = {.group = TV_CTRL_GRPID_COMMON_
                                                   .records = tvc_records<kRows>(),
                                                   .set_needs_record = true,
                                                   .start = tv_ctrl_common_setting_init,
-                                                  .start_turn = 4};
+                                                  .start_turn = 6};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
   return tvc_handle_get(handler_COMMON_SETTING, ui2_id, pv_content);
