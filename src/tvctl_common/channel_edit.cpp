@@ -3,25 +3,23 @@
 
 #include "tv_ctrl_util/text.h"
 #include "tvctl_common/channel_lock.h"
+#include "tvctl_common/channel_record.h"
 #include "tvctl_common/channel_rows.h"
 #include "tvctl_common/record.h"
-
-static T_CHANNEL_PARAM& parameters(const RecordRequest& request) {
-  return tvc_content<T_CHANNEL_INFO>(request).t_ch_param;
-}
 
 // The caller holds the list.
 static bool read_channel(const RecordRequest& request, UINT32 channel_id, SVL_REC_T& ret_svl) {
   ret_svl = {};
-  const INT32 ret = a_vextvapi_channellist_get_svl_rec_by_channel_id(parameters(request).svl_id, channel_id, &ret_svl);
+  const INT32 ret =
+      a_vextvapi_channellist_get_svl_rec_by_channel_id(tvc_channel_parameters(request).svl_id, channel_id, &ret_svl);
   return !tvc_failed(ret, request.operation);
 }
 
 // Returns the platform's result. The caller holds the list.
 static INT32 write_channel(const RecordRequest& request, const ChannelLock& lock, const SVL_REC_T& svl) {
   const TSL_REC_T unchanged = {};
-  const INT32 ret = a_vextvapi_channellist_set_svl_tsl_rec_info(lock.h_svl, lock.h_tsl, parameters(request).svl_id, 1,
-                                                                &svl, &unchanged);
+  const INT32 ret = a_vextvapi_channellist_set_svl_tsl_rec_info(
+      lock.h_svl, lock.h_tsl, tvc_channel_parameters(request).svl_id, 1, &svl, &unchanged);
   tvc_failed(ret, request.operation);
   return ret;
 }
@@ -30,15 +28,15 @@ static INT32 write_channel(const RecordRequest& request, const ChannelLock& lock
 
 template <typename Change>
 static INT32 change_mask(const RecordRequest& request, Change change) {
-  const ChannelLock lock(request.operation, parameters(request).svl_id);
+  const ChannelLock lock(request.operation, tvc_channel_parameters(request).svl_id);
   SVL_REC_T svl;
-  if (!lock.held || !read_channel(request, parameters(request).ch_id, svl)) return VEXTVCTRLR_FAIL;
+  if (!lock.held || !read_channel(request, tvc_channel_parameters(request).ch_id, svl)) return VEXTVCTRLR_FAIL;
   svl.t_rec_hdr.ui4_nw_mask = change(svl.t_rec_hdr.ui4_nw_mask);
   return write_channel(request, lock, svl);
 }
 
 INT32 tvc_channel_set_mask(const RecordRequest& request) {
-  return change_mask(request, [&](UINT32) { return parameters(request).nw_mask; });
+  return change_mask(request, [&](UINT32) { return tvc_channel_parameters(request).nw_mask; });
 }
 
 INT32 tvc_channel_skip(const RecordRequest& request) {
@@ -65,7 +63,7 @@ static void give_identifier(SVL_REC_T& svl, UINT32 channel_id) {
 }
 
 INT32 tvc_channel_swap(const RecordRequest& request) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   const ChannelLock lock(request.operation, wanted.svl_id);
   SVL_REC_T from, to;
   if (!lock.held || !read_channel(request, wanted.ch_id_from, from) || !read_channel(request, wanted.ch_id_to, to))
@@ -81,7 +79,7 @@ static UINT32 viewers_identifier(UINT32 channel_id, UINT32 number) {
 }
 
 INT32 tvc_channel_edit(const RecordRequest& request) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   ChannelLock lock(request.operation, wanted.svl_id);
   SVL_REC_T svl;
   if (!lock.held || !read_channel(request, wanted.ch_id, svl)) return VEXTVCTRLR_FAIL;

@@ -4,28 +4,19 @@
 #include "tvctl_common/channel_rows.h"
 #include "tvctl_common/record.h"
 
-static T_CHANNEL_PARAM& parameters(const RecordRequest& request) {
-  return tvc_content<T_CHANNEL_INFO>(request).t_ch_param;
-}
-
-// A result of the platform below `least` fails the request.
-static INT32 checked(const RecordRequest& request, INT32 ret) {
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
-}
-
 // --- By direction ---
 
 INT32 tvc_channel_current(const RecordRequest& request) {
   UINT16 svl_id = 0;
   SVL_REC_T svl = {};
   TSL_REC_T tsl = {};
-  if (checked(request, a_vextvapi_channellist_get_current_channel(&svl_id, &svl, &tsl))) return VEXTVCTRLR_FAIL;
+  if (tvc_checked(request, a_vextvapi_channellist_get_current_channel(&svl_id, &svl, &tsl))) return VEXTVCTRLR_FAIL;
   return tvc_format_channel(svl_id, svl, &tsl, tvc_content<T_CHANNEL_INFO>(request));
 }
 
 // The platform's walk over the channels whose network bits, satellite and category fit.
 static INT32 find_by_mask(const RecordRequest& request, INT32 direction) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   SVL_REC_T svl = {};
   TSL_REC_T tsl = {};
   {
@@ -42,7 +33,7 @@ static INT32 find_by_mask(const RecordRequest& request, INT32 direction) {
 
 // The neighbour of the channel among those whose network bits fit: `before` and `after` are 1 and 0, or 0 and 1.
 static INT32 find_neighbour(const RecordRequest& request, UINT32 before, UINT32 after) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   SVL_REC_T svl = {};
   TSL_REC_T tsl = {};
   {
@@ -52,7 +43,7 @@ static INT32 find_neighbour(const RecordRequest& request, UINT32 before, UINT32 
     const INT32 ret =
         a_vextvapi_channellist_get_svl_tsl_recs_by_filter(lock.h_svl, lock.h_tsl, wanted.nw_mask, 0, wanted.ch_id,
                                                           before, after, &svl, &tsl, &before_found, &after_found);
-    if (checked(request, ret)) return VEXTVCTRLR_FAIL;
+    if (tvc_checked(request, ret)) return VEXTVCTRLR_FAIL;
   }
   return tvc_format_channel(wanted.svl_id, svl, &tsl, tvc_content<T_CHANNEL_INFO>(request));
 }
@@ -60,17 +51,17 @@ static INT32 find_neighbour(const RecordRequest& request, UINT32 before, UINT32 
 static bool has_value(const T_CHANNEL_PARAM& wanted) { return wanted.is_nw_value_empty == 0; }
 
 INT32 tvc_channel_previous(const RecordRequest& request) {
-  return has_value(parameters(request)) ? find_by_mask(request, VEXTVAPI_CHANNEL_ITERATE_PREV)
-                                        : find_neighbour(request, 1, 0);
+  return has_value(tvc_channel_parameters(request)) ? find_by_mask(request, VEXTVAPI_CHANNEL_ITERATE_PREV)
+                                                    : find_neighbour(request, 1, 0);
 }
 
 INT32 tvc_channel_next(const RecordRequest& request) {
-  return has_value(parameters(request)) ? find_by_mask(request, VEXTVAPI_CHANNEL_ITERATE_NEXT)
-                                        : find_neighbour(request, 0, 1);
+  return has_value(tvc_channel_parameters(request)) ? find_by_mask(request, VEXTVAPI_CHANNEL_ITERATE_NEXT)
+                                                    : find_neighbour(request, 0, 1);
 }
 
 INT32 tvc_channel_find(const RecordRequest& request) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   if (has_value(wanted)) return find_by_mask(request, wanted.direction);
   if (wanted.direction == 0) return tvc_channel_current(request);
   return wanted.direction > 0 ? find_neighbour(request, 0, 1) : find_neighbour(request, 1, 0);
@@ -79,7 +70,7 @@ INT32 tvc_channel_find(const RecordRequest& request) {
 // --- By index and name ---
 
 INT32 tvc_channel_by_index(const RecordRequest& request) {
-  const T_CHANNEL_PARAM& wanted = parameters(request);
+  const T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   SVL_REC_T svl = {};
   {
     const ChannelLock lock(request.operation, wanted.svl_id);
@@ -89,26 +80,26 @@ INT32 tvc_channel_by_index(const RecordRequest& request) {
                                 lock.h_svl, wanted.nw_mask, wanted.nw_value, wanted.ch_edit_name, wanted.index, &svl)
                           : a_vextvapi_channellist_get_svl_rec_by_index(lock.h_svl, wanted.nw_mask, wanted.nw_value,
                                                                         wanted.index, &svl);
-    if (checked(request, ret)) return VEXTVCTRLR_FAIL;
+    if (tvc_checked(request, ret)) return VEXTVCTRLR_FAIL;
   }
   return tvc_format_channel(wanted.svl_id, svl, nullptr, tvc_content<T_CHANNEL_INFO>(request));
 }
 
 INT32 tvc_channel_index(const RecordRequest& request) {
-  T_CHANNEL_PARAM& wanted = parameters(request);
+  T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   const ChannelLock lock(request.operation, wanted.svl_id);
   if (!lock.held) return VEXTVCTRLR_FAIL;
-  const UINT32 mask = wanted.nw_mask != 0 ? wanted.nw_mask : SVL_NW_MASK_ACTIVE;
+  const UINT32 mask = tvc_mask_or_active(wanted.nw_mask);
   INT32 index = 0;
   const INT32 ret =
       a_vextvapi_channellist_get_index_by_channel(lock.h_svl, mask, wanted.nw_value, wanted.ch_id, &index);
-  if (checked(request, ret)) return VEXTVCTRLR_FAIL;
+  if (tvc_checked(request, ret)) return VEXTVCTRLR_FAIL;
   wanted.index = index;
   return VEXTVCTRLR_OK;
 }
 
 INT32 tvc_channel_count(const RecordRequest& request) {
-  T_CHANNEL_PARAM& wanted = parameters(request);
+  T_CHANNEL_PARAM& wanted = tvc_channel_parameters(request);
   const ChannelLock lock(request.operation, wanted.svl_id);
   if (!lock.held) return VEXTVCTRLR_FAIL;
   INT32 number = 0;
@@ -120,7 +111,7 @@ INT32 tvc_channel_count(const RecordRequest& request) {
                                                        wanted.satl_rec_id, wanted.category_mask);
   else
     number = a_vextvapi_channellist_get_number_by_filter(lock.h_svl, wanted.nw_mask);
-  if (checked(request, number)) return VEXTVCTRLR_FAIL;
+  if (tvc_checked(request, number)) return VEXTVCTRLR_FAIL;
   wanted.ch_num = number;
   return VEXTVCTRLR_OK;
 }

@@ -91,9 +91,10 @@ INT32 tvc_category_list(const RecordRequest& request) {
 
 // --- Logos ---
 
+// False also for a name that makes the path too long.
 static bool find_logo(const char* folder, const char* name, char (&ret_path)[256]) {
-  snprintf(ret_path, sizeof ret_path, "/3rd_rw/ChLogo/%s/%s.png", folder, name);
-  return access(ret_path, F_OK) == 0;
+  const int length = snprintf(ret_path, sizeof ret_path, "/3rd_rw/ChLogo/%s/%s.png", folder, name);
+  return length < static_cast<int>(sizeof ret_path) && access(ret_path, F_OK) == 0;
 }
 
 INT32 tvc_logo_path(const RecordRequest& request) {

@@ -8,8 +8,8 @@
 static constexpr uintptr_t kCallbackTag = 55555;
 
 static INT32 store_lists(const RecordRequest& request) {
-  const INT32 ret = a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key, 0, VEXTVAPI_CONFIG_KEEP);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request,
+                     a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key, 0, VEXTVAPI_CONFIG_KEEP));
 }
 
 static constexpr RecordRow kRows[] = {

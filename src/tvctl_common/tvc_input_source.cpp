@@ -16,12 +16,6 @@ static constexpr INT32 kMostSources = 99;
 static UINT8 g_ui1_current_src_idx;  // number of the current source, from 1, as the latest list found it; 0: not known
 static INT32 i4_g_input_block;       // bit n: source n is blocked, of sources 0 to 31
 
-// A platform call that fails is logged; the request succeeds.
-static INT32 ignored(const RecordRequest& request, INT32 ret) {
-  tvc_failed(ret, request.operation);
-  return VEXTVCTRLR_OK;
-}
-
 // --- The list ---
 
 // A source's name as the platform writes it: terminated, unless it fills the array.
@@ -74,7 +68,7 @@ static INT32 get_current_source(const RecordRequest& request) {
 static INT32 change_source(const RecordRequest& request) {
   const INT32 number = tvc_content<T_OPTION_LIST>(request).value;
   if (number < 1) return VEXTVCTRLR_FAIL;
-  return ignored(request, a_vextvapi_inputsource_changesource_bysourceid(number - 1));
+  return tvc_ignored(request, a_vextvapi_inputsource_changesource_bysourceid(number - 1));
 }
 
 static INT32 change_source_to(INT32 source_id) {
@@ -100,19 +94,19 @@ static INT32 count_sources(const RecordRequest& request) {
 }
 
 static INT32 stop_main(const RecordRequest& request) {
-  return ignored(request, a_vextvapi_inputsource_sync_stop(kMainPicture, 1));
+  return tvc_ignored(request, a_vextvapi_inputsource_sync_stop(kMainPicture, 1));
 }
 
 static INT32 stop_sub(const RecordRequest& request) {
-  return ignored(request, a_vextvapi_inputsource_sync_stop("sub", 1));
+  return tvc_ignored(request, a_vextvapi_inputsource_sync_stop("sub", 1));
 }
 
 // --- Blocking ---
 
 // The number is passed on as it is, although the list counts from 1 and the platform from 0.
 static INT32 block(const RecordRequest& request, UINT8 blocked) {
-  return ignored(request, a_vextvapi_inputsource_set_source_blockstatus_bysourceid(
-                              tvc_content<T_OPTION_LIST>(request).value, blocked));
+  return tvc_ignored(request, a_vextvapi_inputsource_set_source_blockstatus_bysourceid(
+                                  tvc_content<T_OPTION_LIST>(request).value, blocked));
 }
 
 static INT32 block_source(const RecordRequest& request) { return block(request, 1); }
@@ -147,24 +141,24 @@ static INT32 get_alias(const RecordRequest& request) {
   const INT32 ret =
       a_vextvapi_inputsource_get_userdefname_bysourceid(source.idx, source.alias_name, sizeof source.alias_name - 1);
   tvc_end_text(source.alias_name);
-  return ignored(request, ret);
+  return tvc_ignored(request, ret);
 }
 
 static INT32 set_alias(const RecordRequest& request) {
   T_INPUT_SRC& source = tvc_content<T_INPUT_SRC>(request);
   tvc_end_text(source.alias_name);
-  return ignored(request, a_vextvapi_inputsource_set_userdefname_bysourceid(source.idx, source.alias_name));
+  return tvc_ignored(request, a_vextvapi_inputsource_set_userdefname_bysourceid(source.idx, source.alias_name));
 }
 
 static INT32 get_label(const RecordRequest& request) {
   T_INPUT_SRC& source = tvc_content<T_INPUT_SRC>(request);
-  return ignored(request, a_vextvapi_inputsource_get_source_inputlabelidx_bysourceid(source.idx, &source.dev_type));
+  return tvc_ignored(request, a_vextvapi_inputsource_get_source_inputlabelidx_bysourceid(source.idx, &source.dev_type));
 }
 
 static INT32 set_label(const RecordRequest& request) {
   const T_INPUT_SRC& source = tvc_content<T_INPUT_SRC>(request);
-  return ignored(request, a_vextvapi_inputsource_set_source_inputlabelidx_bysourceid(
-                              source.idx, static_cast<UINT8>(source.dev_type)));
+  return tvc_ignored(request, a_vextvapi_inputsource_set_source_inputlabelidx_bysourceid(
+                                  source.idx, static_cast<UINT8>(source.dev_type)));
 }
 
 // A device that is not known is shown as a cleared record.

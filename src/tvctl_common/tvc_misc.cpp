@@ -26,9 +26,8 @@ static INT32 get_integer(const RecordRequest& request) {
 }
 
 static INT32 set_integer(const RecordRequest& request) {
-  const INT32 ret = a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key,
-                                                tvc_content<T_INTEGER>(request).value, VEXTVAPI_CONFIG_KEEP);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key,
+                                                          tvc_content<T_INTEGER>(request).value, VEXTVAPI_CONFIG_KEEP));
 }
 
 // --- Password and clean-up ---
@@ -44,14 +43,12 @@ static INT32 get_password(const RecordRequest& request) {
 static INT32 set_password(const RecordRequest& request) {
   T_TEXT& text = tvc_content<T_TEXT>(request);
   tvc_end_text(text.value);
-  const INT32 ret = a_vextvapi_config_set_str_value(request.key, text.value);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_config_set_str_value(request.key, text.value));
 }
 
 static INT32 clean_all(const RecordRequest& request) {
-  const INT32 ret = a_vextvapi_util_set(VEXTVAPI_UTIL_CLEAN_ALL_TYPE, VEXTVAPI_UTIL_CLEAN_ALL_ID,
-                                        VEXTVAPI_UTIL_CLEAN_ALL_VALUE, VEXTVAPI_UTIL_CLEAN_ALL_FLAG);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_util_set(VEXTVAPI_UTIL_CLEAN_ALL_TYPE, VEXTVAPI_UTIL_CLEAN_ALL_ID,
+                                                  VEXTVAPI_UTIL_CLEAN_ALL_VALUE, VEXTVAPI_UTIL_CLEAN_ALL_FLAG));
 }
 
 // --- USB storage ---
@@ -223,8 +220,7 @@ static INT32 start_native_app(const RecordRequest& request) {
   tvc_end_text(text.value);
   const NamedNumber* const app = find_name(kNativeApps, text.value);
   if (!app) return VEXTVCTRLR_INV_ARG;
-  const INT32 ret = a_vextvapi_util_start_native_app(app->number);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_util_start_native_app(app->number));
 }
 
 // Logs a failure and succeeds all the same.

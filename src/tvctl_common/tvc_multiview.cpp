@@ -4,12 +4,6 @@
 #include "tvctl_common/handler.h"
 #include "tvctl_common/record.h"
 
-// A platform call that fails is logged; the request succeeds.
-static INT32 ignored(const RecordRequest& request, INT32 ret) {
-  tvc_failed(ret, request.operation);
-  return VEXTVCTRLR_OK;
-}
-
 static UINT8 low_byte(INT32 value) { return static_cast<UINT8>(value); }
 
 static VEXTVAPI_REGION_T region_of(const T_MULTIVIEW_PARAM& view) {
@@ -19,7 +13,7 @@ static VEXTVAPI_REGION_T region_of(const T_MULTIVIEW_PARAM& view) {
 static INT32 set_audio_focus(const RecordRequest& request) {
   T_TEXT& focus = tvc_content<T_TEXT>(request);
   tvc_end_text(focus.value);
-  return ignored(request, a_vextvapi_multiview_setAudioFocus(focus.value));
+  return tvc_ignored(request, a_vextvapi_multiview_setAudioFocus(focus.value));
 }
 
 static INT32 set_tv_mode(const RecordRequest& request) {
@@ -33,13 +27,13 @@ static INT32 change_source(const RecordRequest& request) {
 static INT32 start_main_video(const RecordRequest& request) {
   const T_MULTIVIEW_PARAM& view = tvc_content<T_MULTIVIEW_PARAM>(request);
   const VEXTVAPI_REGION_T region = region_of(view);
-  return ignored(request, a_vextvapi_multiview_startMainVideo(low_byte(view.value), &region));
+  return tvc_ignored(request, a_vextvapi_multiview_startMainVideo(low_byte(view.value), &region));
 }
 
 static INT32 start_sub_video(const RecordRequest& request) {
   const T_MULTIVIEW_PARAM& view = tvc_content<T_MULTIVIEW_PARAM>(request);
   const VEXTVAPI_REGION_T region = region_of(view);
-  return ignored(request, a_vextvapi_multiview_startSubVideo(low_byte(view.value), &region));
+  return tvc_ignored(request, a_vextvapi_multiview_startSubVideo(low_byte(view.value), &region));
 }
 
 static INT32 stop_main_video(const RecordRequest&) { return a_vextvapi_multiview_stopMainVideo(); }
@@ -49,8 +43,8 @@ static INT32 stop_sub_video(const RecordRequest&) { return a_vextvapi_multiview_
 static INT32 set_display_region(const RecordRequest& request) {
   const T_MULTIVIEW_PARAM& view = tvc_content<T_MULTIVIEW_PARAM>(request);
   const T_REGION& region = view.region;
-  return ignored(request,
-                 a_vextvapi_highlevel_set_displayregion(view.value, region.x, region.y, region.width, region.height));
+  return tvc_ignored(
+      request, a_vextvapi_highlevel_set_displayregion(view.value, region.x, region.y, region.width, region.height));
 }
 
 static constexpr RecordRow kRows[] = {
