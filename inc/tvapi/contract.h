@@ -9,8 +9,8 @@
  * its forwarding and scripted functions of them, a platform its defaults for functions that it does not implement.
  *
  * A statement is TVAPI_FN(result type, name, parameters...); a callback type is
- * TVAPI_CALLBACK(result type, name, parameters...). The table below lists the kinds of parameters. A callback's
- * parameters use the same kinds; its TAG receives the registered tag.
+ * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters stand in the table below. A callback's
+ * parameters use the same kinds; its TAG is where the registered tag arrives.
  *
  * A record that a function or a callback takes is described in a third statement, TVAPI_RECORD(type, members...), which
  * names its members in their order. TVAPI_UNION is the same for a union. Records inside come first. */
