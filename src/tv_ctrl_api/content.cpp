@@ -1,4 +1,4 @@
-// Content records: their sizes follow from the item-type table.
+// Allocates content records, with the sizes of the item-type table.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -12,7 +12,7 @@ void* tv_ctrl_malloc_content_max(INT32* ret_size) {
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry())
     if (const ItemType* const item = tvc_item_type(row.ui1_type)) largest = std::max(largest, item->record_size);
   if (largest == 0) return nullptr;
-  // One byte more stays zero for good: a text that fills the largest record is still terminated.
+  // The byte behind the record always stays 0, so that a text that fills the largest record is still terminated.
   void* const content = calloc(1, largest + 1);
   if (content) *ret_size = static_cast<INT32>(largest);
   return content;

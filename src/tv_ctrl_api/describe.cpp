@@ -1,11 +1,12 @@
-// Describes the registry and the item types, from their tables.
+// Writes the description that tools read: every URI, item type, field kind and result code, from the plugin's tables.
+#include "tv_ctrl_api/describe.h"
+
 #include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/dispatch.h"
 #include "tv_ctrl_main/registry.h"
@@ -40,7 +41,8 @@ static constexpr KindRow kKinds[] = {
     {FieldKind::kConstant, "constant", "string", "always the same text; value: which"},
 };
 
-// An address is described as the widest number. 16-bit texts, names and allocated texts are described as texts.
+// Returns the row that describes a kind. Addresses are described as the widest number; 16-bit texts, names and
+// allocated texts as texts.
 static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
   if (kind == FieldKind::kText16 || kind == FieldKind::kName || kind == FieldKind::kOwnedText) kind = FieldKind::kText;
@@ -79,7 +81,7 @@ static void write_flag_member(JsonText& json, const char* key, bool flag) {
   tvc_write_boolean(json, flag);
 }
 
-// A value that stands as "value", or as "number=meaning"; where a request names it, its name is the value.
+// Describes one allowed value, written as "value" or "number=meaning". by_name: requests use the meaning as the value.
 static void describe_value(JsonText& json, const char* text, bool by_name) {
   const char* const equals = strchr(text, '=');
   tvc_open_object(json);
@@ -94,7 +96,7 @@ static void describe_value(JsonText& json, const char* text, bool by_name) {
   tvc_close_object(json);
 }
 
-// Values stand one after the other, each with its end; an empty one ends them.
+// Describes allowed values: texts one after the other, each with its terminator, up to an empty one.
 static void describe_values(JsonText& json, const char* values, bool by_name = false) {
   tvc_write_key(json, "values");
   tvc_open_array(json);
@@ -128,7 +130,8 @@ static bool has_key(std::span<const Field> fields, FieldUse use, std::string_vie
   return std::ranges::any_of(fields, [&](const Field& field) { return takes_part(field, use) && field.key == key; });
 }
 
-// Rows of one key are one member, and described once: a record shows one of them, by its condition.
+// Describes each key once. Several rows of one key are one member: their conditions decide which of them a record
+// shows.
 static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use) {
   for (std::size_t i = 0; i < fields.size(); ++i)
     if (takes_part(fields[i], use) && !has_key(fields.first(i), use, fields[i].key)) describe_field(json, fields[i]);
@@ -147,7 +150,7 @@ static void describe_fields_or_null(JsonText& json, const ItemType& item, FieldU
     tvc_write_null(json);
 }
 
-// The members of an item in any of its forms.
+// Describes the members that an item has in any of its forms.
 static void describe_response(JsonText& json, const ItemType& item) {
   if (item.forms.empty()) return describe_fields_or_null(json, item, kResponse);
   tvc_open_array(json);
@@ -159,7 +162,7 @@ static void describe_response(JsonText& json, const ItemType& item) {
   tvc_close_array(json);
 }
 
-// The request word that a set of this type takes, and the fields that it decodes.
+// The request word of a type's sets, and the use of the fields that such a set decodes.
 struct SetUse {
   const char* word;  // null: the type cannot be set
   FieldUse use;
@@ -199,7 +202,7 @@ static void describe_notify(JsonText& json, const ItemType& item) {
   tvc_close_object(json);
 }
 
-static void describe_type(JsonText& json, const ItemType& item) {
+void tvc_describe_type(JsonText& json, const ItemType& item) {
   tvc_open_object(json);
   tvc_write_key(json, "query");
   describe_fields_or_null(json, item, kQuery);
@@ -216,7 +219,7 @@ static void describe_type(JsonText& json, const ItemType& item) {
   tvc_close_object(json);
 }
 
-// The uses of a URI that are accepted without effect.
+// Lists the requests to a URI that are accepted without effect.
 static void describe_without_effect(JsonText& json, bool get, bool set) {
   tvc_write_key(json, "without_effect");
   tvc_open_array(json);
@@ -228,7 +231,7 @@ static void describe_without_effect(JsonText& json, bool get, bool set) {
 static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   const ItemType* const item = tvc_item_type(row.ui1_type);
   const UriUse use = tvc_uri_use(row.ui2_id);
-  // A set whose word the type does not take ends before the handler.
+  // A set whose request word does not fit the type is refused before it reaches the handler.
   const Effect set = item && set_use(*item).word ? use.set : Effect::kRefused;
   const bool get_accepted = use.get == Effect::kAccepted, set_accepted = set == Effect::kAccepted;
   tvc_open_object(json);
@@ -277,7 +280,7 @@ static void describe_all(JsonText& json) {
   tvc_open_object(json);
   for (const ItemType* const item : tvc_item_types()) {
     tvc_write_key(json, tvc_item_type_name(item->type));
-    describe_type(json, *item);
+    tvc_describe_type(json, *item);
   }
   tvc_close_object(json);
   tvc_write_key(json, "kinds");

@@ -1,4 +1,4 @@
-// The entry points of the host: start-up, get and set; and what unloading frees.
+// The entry points that the host calls: start-up, get and set; and the release of memory when the plugin is unloaded.
 #include <stdlib.h>
 #include <string.h>
 
@@ -13,17 +13,17 @@
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 
-// Once-only flags: the host calls both start-up functions from one thread, before any request.
+// 1 once the start-up function of this name has run. The host calls both from one thread, before any request.
 static int dtv_jsp_init_res;
 static int dtv_jsp_init;
 
-// Makes a whole request exclusive, and with it the content buffer and the texts below. Outermost lock.
+// The request lock: held during a whole request, it guards the variables below. Outermost lock.
 static std::mutex mutex_recv;
-static void* _pt_content;      // one record, of whatever type the request's URI has; allocated once
-static INT32 _z_content_size;  // of the largest record
-static char _s_uri[256];       // the request's URI, cut, as the response repeats it
+static void* _pt_content;      // content buffer: holds the record of the request's item type; allocated once
+static INT32 _z_content_size;  // size of the content buffer in bytes, that of the largest record
+static char _s_uri[256];       // the request's URI, cut to 255 characters, for the response
 
-// True when there is a content buffer.
+// Allocates the content buffer if there is none. Returns whether there is one. The caller holds mutex_recv.
 static bool allocate_content(const char* entry) {
   if (!_pt_content) _pt_content = tv_ctrl_malloc_content_max(&_z_content_size);
   if (!_pt_content) TVC_LOG_AS(kLogError, entry, "error: No enough memory to malloc _pt_content!");
@@ -48,18 +48,18 @@ int32_t a_dtv_jsp_init_res(void) {
 int32_t a_dtv_jsp_init(void) {
   if (dtv_jsp_init > 0) return VEXTVCTRLR_OK;
   tv_ctrl_init(tv_ctrl_api_notify_func);
-  dtv_jsp_init = 1;  // also after a failure: the host is not made to try again
+  dtv_jsp_init = 1;  // also after a failure, which is not reported to the host
   return VEXTVCTRLR_OK;
 }
 
-// What a request is about.
+// The item that a request reads or changes.
 struct Target {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
   const ItemType* item = nullptr;  // null for types without a record
 };
 
-// False for an unknown URI.
+// Looks up the item of a URI. Returns false for an unknown URI.
 static bool find_target(const char* entry, const char* uri, Target& ret_target) {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
@@ -69,8 +69,8 @@ static bool find_target(const char* entry, const char* uri, Target& ret_target) 
   return true;
 }
 
-// True when there is a content buffer. The record that the type has in it is then cleared; the whole buffer, where the
-// record is not known or a set is decoded as a second type.
+// Clears the record of the target's type in the content buffer. Clears the whole buffer where the record is not known,
+// and where a set is decoded as a second type too. Returns false when there is no buffer.
 static bool clear_content(const char* entry, const Target& target) {
   if (!allocate_content(entry)) return false;
   const bool one_record = target.item && target.item->record_size > 0 && target.item->also_set_as == TYPE_NONE;
@@ -78,14 +78,14 @@ static bool clear_content(const char* entry, const Target& target) {
   return true;
 }
 
-// The texts that the handler put into the record end with the request.
+// Frees the texts that the handler put into the record; they live until the end of the request.
 static void free_texts(const Target& target) {
   if (target.item && _pt_content) tvc_free_record_texts(*target.item, _pt_content);
 }
 
 // --- Get ---
 
-// Copies the response, without a terminator, to the host.
+// Copies the response to the host's buffer, without a terminator, cut to DTV_JSP_RESPONSE_MAX bytes.
 static void copy_response(const char* entry, void* pv_content) {
   if (!_ps_send_buff) {
     TVC_LOG_AS(kLogTrace, entry, "[WARNING] Send buffer is NULL!!!\n");
@@ -97,7 +97,7 @@ static void copy_response(const char* entry, void* pv_content) {
   memcpy(pv_content, _ps_send_buff, static_cast<std::size_t>(_z_send_buff_len));
 }
 
-// The caller holds mutex_recv and deletes the request's root.
+// Carries out a get. The caller holds mutex_recv and deletes the request's root.
 static INT32 get_item(const char* entry, const char* uri, const char* param, void* pv_content, Request& request) {
   Target target;
   if (!find_target(entry, uri, target)) return VEXTVCTRLR_FAIL;
@@ -138,12 +138,13 @@ int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
 
 // --- Set ---
 
-// What becomes of a set: told to the response hook, and returned to the host.
+// The outcome of a set.
 struct Outcome {
-  INT32 status;
-  INT32 ret;
+  INT32 status;  // passed to tv_ctrl_response_set
+  INT32 ret;     // returned to the host
 };
 
+// failed_status: the status when the handler fails.
 static Outcome call_handler(const Target& target, void* record, INT32 failed_status) {
   const INT32 ret = tv_ctrl_set(target.id, record);
   return {.status = ret == VEXTVCTRLR_OK ? static_cast<INT32>(VEX_OK) : failed_status, .ret = ret};
@@ -165,6 +166,7 @@ static Outcome set_modify(const char* entry, const Target& target, const Request
   return call_handler(target, _pt_content, VEX_MODIFY_FAIL);
 }
 
+// Carries out a "SET". A type that is set as a second type too is decoded and carried out again as that type.
 static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
   const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content, target.id);
   if (decoded == Decoded::kNotTaken) {
@@ -206,7 +208,7 @@ static constexpr SetWord kSetWords[] = {
     {kWordAssociate, set_associate},
 };
 
-// The caller holds mutex_recv and deletes the request's root.
+// Carries out a set. The caller holds mutex_recv and deletes the request's root.
 static Outcome set_item(const char* entry, const Target& target, const char* param, Request& request) {
   if (!clear_content(entry, target) || !tvc_parse_request(entry, param, true, request))
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};
@@ -237,15 +239,14 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
 
 // --- Unloading ---
 
-// Runs when the library is closed (no thread is inside it then) and when the process exits (other threads may be inside
-// it and may go on calling). It never waits for a lock, because the lock's holder may be blocked in the platform for
-// good; memory whose lock is taken is left to the end of the process. That includes an exit from within a platform
-// call, on the thread that holds the locks: try_lock then fails. Afterwards there are no subscriptions, and the next
-// request allocates again.
+// Runs when the library is closed, with no thread inside it, and when the process exits, while other threads may be
+// inside it and may go on calling it. It never waits for a lock: the thread that holds it may be blocked in the
+// platform for ever, or may be the very thread that exits, from within a platform call. Memory whose lock is taken is
+// not freed. Afterwards there are no subscriptions, and the next request allocates the content buffer again.
 [[gnu::destructor]] static void unload() {
   if (const std::unique_lock request(mutex_recv, std::try_to_lock); request) {
     free(std::exchange(_pt_content, nullptr));
-    // A get reads the response text after mutex_send is free again, so that both are needed.
+    // A get copies the response text after it has released mutex_send, so freeing the text takes both locks.
     if (const std::unique_lock rendering(mutex_send, std::try_to_lock); rendering) {
       free(std::exchange(_ps_send_buff, nullptr));
       _z_send_buff_len = 0;

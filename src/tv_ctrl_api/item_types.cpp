@@ -3,14 +3,14 @@
 #include <algorithm>
 #include <array>
 
-// Addresses only: each row is defined in its area's file.
+// The addresses of the rows, in the order of the type numbers.
 static constexpr const ItemType* kItemTypes[] = {
 #define TVC_ITEM_TYPE(name, number) &item_##name,
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
 #include "vex_tv_ctrl/uris.def"
 };
 
-// Of each type the place of its row in the table, counted from 1; 0: it has none.
+// For each type the position of its row in the table, counted from 1; 0: the type has no row.
 static constexpr auto kPlaces = [] {
   std::array<UINT8, TYPE_INVALID + 1> places{};
   UINT8 place = 0;
@@ -42,6 +42,7 @@ bool tvc_item_has(const ItemType& item, FieldUse use) {
   return false;
 }
 
+// Writes an item for each entry of a list that is shown.
 static void write_entries(JsonText& json, const ItemForm& form, const void* record) {
   const EntryList& list = form.list;
   const INT32 most = static_cast<INT32>(list.most);
@@ -51,6 +52,7 @@ static void write_entries(JsonText& json, const ItemForm& form, const void* reco
     if (!list.shows || list.shows(entry)) tvc_write_object(json, form.fields, kEverywhere, entry);
 }
 
+// Writes the items in the first form that fits the URI and the record.
 static void write_forms(JsonText& json, std::span<const ItemForm> forms, UINT16 uri, const void* record) {
   for (const ItemForm& form : forms) {
     if ((form.uri && form.uri != uri) || (form.when && !form.when(record))) continue;

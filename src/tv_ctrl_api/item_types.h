@@ -1,4 +1,4 @@
-// Item types: one row per type that has a record, with everything that depends on the type.
+// Item types: one row per type that has a record. A row says everything that depends on the type.
 #pragma once
 
 #include <span>
@@ -10,20 +10,20 @@
 
 enum class NotifyForm : UINT8 {
   kNone,
-  kSingleParameter,  // {"URI", "REQUEST", "PARAMETER": {...}}; each replaces the one before
-  kSingleItems,      // {"URI", "REQUEST", "ITEMS": [{...}]}; each replaces the one before
-  kQueued,           // {"URI", "REQUEST", "ITEMS": [{...}, ...]}; each is appended until the host fetches
+  kSingleParameter,  // {"URI", "REQUEST", "PARAMETER": {...}}; replaces the pending notification
+  kSingleItems,      // {"URI", "REQUEST", "ITEMS": [{...}]}; replaces the pending notification
+  kQueued,           // {"URI", "REQUEST", "ITEMS": [{...}, ...]}; appends its item to the pending notification
 };
 
 struct NotifyRule {
   NotifyForm form = NotifyForm::kNone;
-  UINT32 bound = 0;                // kQueued: a longer pending text is discarded before appending, in characters
-  const char* log_name = nullptr;  // operation that the messages name
-  bool traces_text = false;        // the text made is traced
-  bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; else the notification is dropped
+  UINT32 bound = 0;                // kQueued, in characters: a longer pending text is replaced, not appended to
+  const char* log_name = nullptr;  // name of the operation in messages
+  bool traces_text = false;        // true: the notification's text is traced
+  bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; false: the notification is dropped
 };
 
-// What most rows have as their rule.
+// The rules that most rows have.
 inline constexpr UINT32 kQueueBound = 1024;
 inline constexpr NotifyRule kBaseTypeNotify = {.form = NotifyForm::kSingleParameter,
                                                .log_name = "_json_print_base_type_notify"};
@@ -33,15 +33,15 @@ constexpr NotifyRule queued(const char* log_name, UINT32 bound = kQueueBound) {
 
 // Where a record keeps the entries that a response lists, one item each.
 struct EntryList {
-  IntegerPlace count = {};  // number of entries, of which no more are read than there is room for; none: all of them
-  UINT32 entries_offset = 0;
-  UINT32 entry_size = 0;                       // 0: the record is one item itself
-  UINT32 most = 0;                             // entries that there is room for
-  bool (*shows)(const void* entry) = nullptr;  // null: every entry
+  IntegerPlace count = {};                     // where the number of entries is; none: there are always `most`
+  UINT32 entries_offset = 0;                   // of the array within the record, in bytes
+  UINT32 entry_size = 0;                       // in bytes; 0: there is no array, the record itself is the one item
+  UINT32 most = 0;                             // length of the array; a greater count is cut to it
+  bool (*shows)(const void* entry) = nullptr;  // true for an entry that is listed; null: every entry is
 };
 
-// The part of a list that follows from the record: .list = {.count = TVC_PLACE(T_LIST, count), TVC_ENTRIES(T_LIST,
-// entries)}
+// The part of a list that follows from the record's type:
+// .list = {.count = TVC_PLACE(T_LIST, count), TVC_ENTRIES(T_LIST, entries)}
 #define TVC_ENTRIES(record, member)                                             \
   .entries_offset = static_cast<UINT32>(offsetof(record, member)),              \
   .entry_size = static_cast<UINT32>(sizeof(std::declval<record&>().member[0])), \
@@ -49,46 +49,47 @@ struct EntryList {
 
 // A form that a response's "ITEMS" can have.
 struct ItemForm {
-  UINT16 uri = 0;                              // identifier of the only URI that has it; 0: any has it
-  bool (*when)(const void* record) = nullptr;  // null: any record
-  std::span<const Field> fields = {};          // of the item, or of an entry of the list; all of them are shown
-  EntryList list = {};
+  UINT16 uri = 0;                              // identifier of the only URI that has this form; 0: every URI has it
+  bool (*when)(const void* record) = nullptr;  // true for a record that has this form; null: every record has it
+  std::span<const Field> fields = {};          // of an entry of the list, else of the record; all of them are written
+  EntryList list = {};                         // without it there is one item
 };
 
 struct ItemType {
   UINT8 type;
-  UINT8 also_set_as = TYPE_NONE;       // a "SET" is decoded and carried out again as this type, over the same record
-  UINT32 record_size = 0;              // of the record that the content buffer holds; 0: the record is not defined yet
-  UINT32 allocated_size = 0;           // of a record made by tv_ctrl_malloc_content; 0: none is made
-  const char* error_word = nullptr;    // in "error: parse ... param!"; null: nothing is decoded that can fail
-  const char* renderer = nullptr;      // operation that messages of the response's rendering name
+  UINT8 also_set_as = TYPE_NONE;       // a "SET" is then decoded and carried out as this type too, in the same record
+  UINT32 record_size = 0;              // of the record in the content buffer, in bytes; 0: the type has none yet
+  UINT32 allocated_size = 0;           // of a record from tv_ctrl_malloc_content, in bytes; 0: it returns null
+  const char* error_word = nullptr;    // word in the message "error: parse ... param!"; null: decoding cannot fail
+  const char* renderer = nullptr;      // name of the operation in messages about the response
   std::span<const Field> fields = {};  // of the record
-  // The forms of a response's "ITEMS": the first that fits is written; the array is empty when none does. Without forms
-  // there is one item, of the fields above.
+  // The forms of a response's "ITEMS". The first form that fits the URI and the record is written; if none fits, the
+  // array is empty. A type without forms has one item with the fields above.
   std::span<const ItemForm> forms = {};
-  bool (*has_response)(const void* record) = nullptr;  // false, after a message: no response is made. Null: always
+  // Returns false when the request gets no response text, after it has logged why. Null: there is always a response.
+  bool (*has_response)(const void* record) = nullptr;
   NotifyRule notify = {};
 };
 
-// The row of an item type, or null.
+// Returns the row of an item type, or null for a type without one.
 const ItemType* tvc_item_type(UINT8 type);
 
-// Every row, sorted by type.
+// Returns every row, in the order of the type numbers.
 std::span<const ItemType* const> tvc_item_types();
 
-// "TYPE_VALUE" and so on, as in TV_CTRL_ITEM_TYPE; empty for a number that is none.
+// Returns the name of a type, such as "TYPE_VALUE"; empty for a number that is no type.
 const char* tvc_item_type_name(UINT8 type);
 
-// Whether any field of the type takes part in this use.
+// Returns whether any field of the type takes part in this use. For kResponse a type with forms always does.
 bool tvc_item_has(const ItemType& item, FieldUse use);
 
-// Writes what a response to a URI shows of a record: the members beside "ITEMS", and "ITEMS".
+// Writes a record's part of a response: the members beside "ITEMS", and "ITEMS". uri: identifier of the response's URI.
 void tvc_write_content(JsonText& json, const ItemType& item, UINT16 uri, const void* record);
 
-// Frees the texts that a handler put into a record, whether or not the response showed them.
+// Frees the texts that a handler allocated and put into a record, and clears their addresses.
 void tvc_free_record_texts(const ItemType& item, void* record);
 
-// The rows of what every generic record begins with, in a response.
+// The field rows of the header that every generic record begins with. It is only shown in responses.
 #define TVC_HEADER_FIELDS(record, type_text)                                                   \
   {.key = "NAME", TVC_MEMBER(record, name), .use = kResponse, .help = "display name"},         \
       {.key = "TYPE", .use = kResponse, .text = type_text, .help = "item type"},               \
@@ -96,7 +97,7 @@ void tvc_free_record_texts(const ItemType& item, void* record);
     .key = "STATE", TVC_MEMBER(record, state), .use = kResponse, .help = "1: available"        \
   }
 
-// The rows, each beside its field table in its area's file.
+// The rows of the types. Each is defined beside its field table, in the file of its area.
 #define TVC_ITEM_TYPE(name, number) extern const ItemType item_##name;
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
 #include "vex_tv_ctrl/uris.def"

@@ -24,6 +24,7 @@ TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri) {
   return entry;
 }
 
+// Takes an entry out of the list and frees it. The caller holds the write lock.
 static void free_entry(TV_CTRL_NOTIFY_BUFFER_T* entry) {
   *entry->t_link.pt_prev = entry->t_link.pt_next;
   if (entry->t_link.pt_next) entry->t_link.pt_next->t_link.pt_prev = entry->t_link.pt_prev;
@@ -35,7 +36,7 @@ void _jsp_empty_slist() {
   for (auto* entry = _tv_ctrl_notify_buffer.pt_head; entry;) free_entry(std::exchange(entry, entry->t_link.pt_next));
 }
 
-// The caller holds the write lock.
+// Logs every entry. The caller holds the write lock.
 static void _jsp_dump_buffer_in_slist() {
   if (!_tv_ctrl_notify_buffer.pt_head || vex_tvc_debug_level() < kLogValue) return;
   TVC_LOG(kLogValue, "BEGIN DUMP ------  !!! \r\n");
@@ -61,7 +62,7 @@ static INT32 _jsp_add_uri_into_slist(const char* ps_uri) {
     return VEXTVCTRLR_OK;
   }
   auto* const entry = static_cast<TV_CTRL_NOTIFY_BUFFER_T*>(calloc(1, sizeof(TV_CTRL_NOTIFY_BUFFER_T)));
-  if (!entry) return VEXTVCTRLR_OK;  // callers are not told: the URI simply stays silent
+  if (!entry) return VEXTVCTRLR_OK;  // not reported: the URI just gets no notifications
   entry->num = 1;
   tvc_copy_text(entry->uri, ps_uri);
   TVC_LOG(kLogTrace, "insert new entry for url [%s]\n", ps_uri);

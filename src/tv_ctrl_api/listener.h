@@ -1,4 +1,4 @@
-// Listener buffers: one entry per subscribed URI, with a count and at most one pending notification text.
+// Listener buffers: one entry per subscribed URI, with its number of subscriptions and at most one pending text.
 #pragma once
 
 #include <pthread.h>
@@ -6,8 +6,8 @@
 #include "tv_ctrl_util/json_writer.h"
 #include "tvapi/types.h"
 
-// A read-write lock for std::lock_guard and std::shared_lock. A waiting writer goes first: hosts that fetch without a
-// pause would otherwise hold up the platform's threads.
+// A read-write lock for std::lock_guard and std::shared_lock. A waiting writer goes first: otherwise a host that
+// fetches all the time would keep the platform's threads, which write, from ever getting the lock.
 struct RwLock {
   pthread_rwlock_t rwlock = PTHREAD_RWLOCK_WRITER_NONRECURSIVE_INITIALIZER_NP;
   void lock() { pthread_rwlock_wrlock(&rwlock); }
@@ -18,22 +18,22 @@ struct RwLock {
 };
 
 struct TV_CTRL_NOTIFY_BUFFER_T {
-  INT32 num;      // subscriptions
-  char uri[256];  // at most 255 characters are kept
-  // The pending text, owned by the entry. Its `text` is null when nothing is pending; the rest then means nothing.
+  INT32 num;      // number of subscriptions
+  char uri[256];  // the URI, cut to 255 characters
+  // The pending text, owned by the entry. `text` is null when nothing is pending; the other members are then not valid.
   JsonText buffer;
   struct {
     TV_CTRL_NOTIFY_BUFFER_T* pt_next;
-    TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // where the entry before, or the head, points at this one
+    TV_CTRL_NOTIFY_BUFFER_T** pt_prev;  // the pointer to this entry, in the entry before it or in the list's head
   } t_link;
 };
 
-// Guards the list, every entry's lifetime and its pending text, which is written under the write lock. Two threads may
-// fetch at once under the read lock: they take the text out of its entry atomically, and one of them gets it. Taken
-// after mutex_send.
+// Guards the list, the lifetime of its entries and their pending texts. Delivery writes a text under the write lock. A
+// fetch takes a text out of its entry under the read lock, atomically: of two threads that fetch at once, one gets it.
+// Taken after mutex_send.
 extern RwLock t_nfy_rw_lock;
 
-// The entry of a URI, or null. The caller holds the lock.
+// Returns the entry of a URI, or null when nobody is subscribed. The caller holds the lock.
 TV_CTRL_NOTIFY_BUFFER_T* _jsp_get_uri_from_slist(const char* uri);
 
 // Frees every entry. The caller holds the write lock.

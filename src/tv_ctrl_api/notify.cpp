@@ -1,4 +1,4 @@
-// Notification delivery: writes a record into the listener buffer of its URI. Runs on the platform's threads.
+// Notification delivery: writes a record as JSON into the listener buffer of its URI. Runs on the platform's threads.
 #include <stdlib.h>
 
 #include <mutex>
@@ -26,7 +26,7 @@ static void write_notification(JsonText& json, const ItemType& item, const char*
   tvc_close_object(json);
 }
 
-// Puts a new text in the place of the pending one. False without memory; what is pending then stays.
+// Replaces the pending text with a new one. Returns false when memory runs out; the pending text then stays.
 static bool replace_text(JsonText& pending, const ItemType& item, const char* uri, const void* record) {
   JsonText text;
   write_notification(text, item, uri, record);
@@ -39,16 +39,17 @@ static bool replace_text(JsonText& pending, const ItemType& item, const char* ur
   return true;
 }
 
-// What a text of the queued form ends in: the end of "ITEMS" and of the whole. The next item is written over it.
+// The end of a text in the queued form: it closes "ITEMS" and the notification. The next item is written over it.
 static constexpr std::string_view kQueueEnd = "]}";
 
+// Writes the end of a text in the queued form.
 static bool finish_queue(JsonText& pending) {
   tvc_close_array(pending);
   tvc_close_object(pending);
   return tvc_finish_text(pending);
 }
 
-// Adds an item to those that are pending. False without memory; what is pending then stays.
+// Appends an item to the pending text. Returns false when memory runs out; the pending text then stays as it was.
 static bool append_item(JsonText& pending, const ItemType& item, const void* record) {
   const std::size_t end = pending.length - kQueueEnd.size();
   pending.length = end;
@@ -56,14 +57,13 @@ static bool append_item(JsonText& pending, const ItemType& item, const void* rec
   if (finish_queue(pending)) return true;
   pending.length = end;
   pending.failed = false;
-  finish_queue(pending);  // needs no memory: it stood here before
+  finish_queue(pending);  // cannot fail: the same end stood here before, so there is room for it
   return false;
 }
 
-// Whether an item can be added to the pending text; if not, a message says why. A look at its end is enough: only
-// delivery makes texts pending, and the type of a URI never changes, so the functions above wrote what is pending under
-// a queued type. Such a text parses, and its "ITEMS" come last. Only a text that ends otherwise, which nothing writes,
-// is parsed, for the message.
+// Returns whether an item can be appended to the pending text; if not, logs why. It is enough to check the text's end:
+// the functions above wrote the text, in the queued form, since only they do and the type of a URI never changes. A
+// text with another end should not exist. It is parsed only to find the message that describes it.
 static bool takes_items(const JsonText& pending, const NotifyRule& rule) {
   if (std::string_view(pending.text, pending.length).ends_with(kQueueEnd)) return true;
   const JsonParse parsed = tvc_json_parse(pending.text);
@@ -78,8 +78,8 @@ static bool takes_items(const JsonText& pending, const NotifyRule& rule) {
   return false;
 }
 
-// Writes a record into the entry of its URI, if there is one. The write lock is held throughout: no fetch takes the
-// pending text while an item is appended to it, and nobody removes the entry.
+// Writes a record into the entry of its URI; if nobody is subscribed, drops it. Holds the write lock throughout, so
+// that no fetch takes the pending text while an item is appended to it, and no thread removes the entry.
 static void deliver(const ItemType& item, const char* uri, const void* record) {
   const NotifyRule& rule = item.notify;
   const std::lock_guard guard(t_nfy_rw_lock);
@@ -106,7 +106,7 @@ static void deliver(const ItemType& item, const char* uri, const void* record) {
   }
 }
 
-// Messages name this operation by what it does with the record.
+// The name of tv_ctrl_api_notify_func in the log.
 static constexpr const char* kDispatch = "tv_ctrl_api_notify_content";
 
 void tv_ctrl_api_notify_func(const char* uri, void* pv_content) {

@@ -37,6 +37,7 @@ Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse u
   return Decoded::kFailed;
 }
 
+// Returns the field that a "MODIFY" changes, or null.
 static const Field* modified_field(const ItemType* item) {
   if (item)
     for (const Field& field : item->fields)
@@ -50,7 +51,7 @@ bool tvc_modify_record(const char* entry, const ItemType* item, const cJSON* val
   switch (field->kind) {
     case FieldKind::kInt32: {
       INT32& number = field_at<INT32>(record, *field);
-      number = tvc_json_integer(value);  // a text is not converted here
+      number = tvc_json_integer(value);  // 0 for a text: unlike the other requests, a "MODIFY" does not convert it
       TVC_LOG_AS(kLogValue, entry, "VALUE: %d!\n", number);
       return true;
     }

@@ -9,7 +9,7 @@ std::mutex mutex_send;
 char* _ps_send_buff;
 int _z_send_buff_len;
 
-// The identifier of a registered URI; only a type with forms asks for it.
+// Returns the identifier of a URI, or 0 for a type without forms, whose responses do not depend on it.
 static UINT16 uri_id(const char* uri, const ItemType& item) {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
@@ -17,7 +17,7 @@ static UINT16 uri_id(const char* uri, const ItemType& item) {
   return id;
 }
 
-// Writes {"URI": uri, "STATUS": status, "ITEMS": [...]}; without a type one empty item.
+// Writes {"URI": uri, "STATUS": status, "ITEMS": [...]}. item: null gives one empty item.
 static void write_response(JsonText& json, const char* uri, const ItemType* item, const void* record, INT32 status) {
   tvc_open_object(json);
   tvc_write_key(json, "URI");

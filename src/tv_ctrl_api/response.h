@@ -7,17 +7,17 @@
 
 #include "tv_ctrl_main.h"
 
-// Held while a response or a notification is rendered. Taken inside the request lock, never the other way round.
+// Held while a response or a notification is rendered. Taken after mutex_recv, the request lock, and never before it.
 extern std::mutex mutex_send;
 
-// The text of the last rendering, for the thread that holds the request lock; empty (and null) when there is none.
-// The text stays the renderer's and lives until the next rendering; its owner may cut it.
+// The response text of the last rendering and its length in bytes; null and 0 when there is none. Only the thread that
+// holds the request lock reads them. The next rendering frees the text.
 extern char* _ps_send_buff;
 extern int _z_send_buff_len;
 
-// Renders a record as the response to `uri`. Types without a renderer, and records that are null, give the "none"
-// response: status 0 and one empty item, whatever status is passed.
+// Renders a record as the response to `uri`. For a null record, or a type that shows nothing in responses, the response
+// has status 0 and one empty item, whatever `status` is.
 void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, INT32 status);
 
-// Told of the outcome of every set, so that a response could be made in one place; sets have none, so it does nothing.
+// Receives the outcome of every set. Does nothing: sets have no response.
 void tv_ctrl_response_set(UINT8 type, const cJSON* pt_param, INT32 status);

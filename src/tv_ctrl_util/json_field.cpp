@@ -74,7 +74,7 @@ bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void
   return true;
 }
 
-// The number that stands before a name in "1=Play\0" "2=Pause\0"; 0 for an unknown one.
+// Returns the number of a name in a list such as "1=Play\0" "2=Pause\0"; 0 for an unknown name.
 static INT32 named_number(const char* values, const char* name) {
   for (const char* value = values; *value; value += strlen(value) + 1)
     if (tvc_same_letters(strchr(value, '=') + 1, name)) return tvc_text_to_int32(value);
@@ -90,6 +90,7 @@ static bool decode_name(const Field& field, const cJSON* parameter, void* record
   return true;
 }
 
+// The outcome of decoding one field. kFailed fails the whole request.
 enum class Reading : UINT8 { kStored, kMissing, kFailed };
 
 template <typename Element>
@@ -100,7 +101,7 @@ static Element element_of(const cJSON* value) {
     return static_cast<Element>(tvc_json_integer(value));
 }
 
-// Takes the first elements, as many as there is room for.
+// Stores the first elements of an array, as many as the field has room for. Returns how many it stored.
 template <typename Element>
 static INT32 take_elements(const Field& field, const cJSON* array, void* record, const char* entry) {
   const std::span elements(&field_at<Element>(record, field), field.size / sizeof(Element));
@@ -127,7 +128,7 @@ static INT32 take_array(const Field& field, const cJSON* array, void* record, co
   }
 }
 
-// The count was decoded by a row before; when it is not 0, there must be elements.
+// A row before this one has decoded the count. When it is not 0, the request must have elements.
 static Reading decode_array(const Field& field, const cJSON* parameter, void* record, const char* entry) {
   if (tvc_integer_at(record, field.count) == 0) return Reading::kMissing;
   const cJSON* const array = cJSON_GetObjectItemCaseSensitive(parameter, field.key.data());
@@ -151,7 +152,7 @@ static Reading decode_object(const Field& field, const cJSON* parameter, void* r
   return ret == VEXTVCTRLR_OK ? Reading::kStored : Reading::kFailed;
 }
 
-// Of one value: whether it was stored.
+// Decodes a single value. Returns whether it was stored.
 static bool decode_value(const Field& field, const cJSON* parameter, void* record, const char* entry) {
   if (field.decode) return field.decode(parameter, field, record, entry);
   const char* const key = field.key.data();
@@ -182,6 +183,7 @@ static bool decode_value(const Field& field, const cJSON* parameter, void* recor
   }
 }
 
+// Returns whether a field is decoded in this request.
 static bool is_read(const Field& field, FieldUse use, const cJSON* parameter, const void* record, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;

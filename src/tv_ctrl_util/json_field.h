@@ -1,5 +1,5 @@
-// Field tables: one row says which member of a JSON object is which field of a record, for decoding, rendering and
-// describing alike.
+// Field tables. A row says which member of a JSON object is which field of a record. The same row decodes the member,
+// renders it and describes it.
 #pragma once
 
 #include <cjson/cJSON.h>
@@ -21,21 +21,21 @@ enum class FieldKind : UINT8 {
   kUint32,
   kInt64,
   kUint64,
-  kDouble,       // rendered only
-  kWord,         // pointer-sized, unsigned
-  kName,         // an INT32, decoded from one of the names in `values`, in any case; any other text gives 0
-  kText,         // char array, terminated unless it is full
-  kText16,       // array of 16-bit units
-  kOwnedText,    // address of a text from malloc(), or null; rendered only. See tvc_free_texts()
-  kUint8Array,   // an array of numbers; decoded only when the row has a count
-  kUint16Array,  // likewise, and so on
+  kDouble,      // rendered only
+  kWord,        // pointer-sized, unsigned
+  kName,        // an INT32, decoded from its name in `values`, in any case of letters; an unknown name gives 0
+  kText,        // char array, terminated unless it is full
+  kText16,      // array of 16-bit units
+  kOwnedText,   // address of a text from malloc(), or null; rendered only. See tvc_free_texts()
+  kUint8Array,  // an array of numbers, like the next three; decoded only when the row has a count
+  kUint16Array,
   kInt32Array,
   kUint32Array,
   kObject,    // nested object with a field table of its own
-  kConstant,  // a text that stands in every item
+  kConstant,  // a constant text, without a field in the record; rendered only
 };
 
-// Where a field takes part; a row may say several.
+// Uses of a field. A row may combine several.
 using FieldUse = UINT8;
 enum : FieldUse {
   kQuery = 1,       // decoded from a get's "QUERY"
@@ -44,48 +44,50 @@ enum : FieldUse {
   kAssociate = 8,   // decoded from a set's "ASSOCIATE"
   kResponse = 16,   // rendered in a response's item
   kNotify = 32,     // rendered in a notification's item
-  kRoot = 64,       // rendered in a response beside "ITEMS", before it
-  kEverywhere = 0,  // inside a nested object: wherever the object takes part
+  kRoot = 64,       // rendered in a response as a member before "ITEMS"
+  kEverywhere = 0,  // rows of a nested object, or of a form: they take part wherever the object or form does
 };
 
 struct Field;
 
-// Reads the field's member into the record; `entry` names the entry point for traces. False: it is missing.
+// Decodes the field's member from the parameter object into the record. entry: name of the entry point, for the log.
+// Returns false when the member is missing.
 using FieldDecode = bool (*)(const cJSON* parameter, const Field& field, void* record, const char* entry);
-// Writes the field's value, exactly one.
+// Writes the field's value: exactly one JSON value.
 using FieldRender = void (*)(JsonText& json, const Field& field, const void* record);
 
-// Another integer of the record: a count or a flag. A member of 32 bits is read as signed, a shorter one as unsigned.
+// Where a record has a count or a flag. 32 bits are read as signed, 8 and 16 bits as unsigned.
 struct IntegerPlace {
-  UINT16 offset = 0;  // within the record
-  UINT8 size = 0;     // 1, 2 or 4 bytes; 0: there is none
+  UINT16 offset = 0;  // within the record, in bytes
+  UINT8 size = 0;     // 1, 2 or 4 bytes; 0: there is no such field
 };
 
 struct Field {
-  std::string_view key = {};  // a literal: terminated, and nothing in it is escaped
+  std::string_view key = {};  // a literal: terminated, with no character that JSON escapes
   FieldKind kind = FieldKind::kConstant;
-  UINT32 offset = 0;  // of the field within the record
+  UINT32 offset = 0;  // of the field within the record, in bytes
   UINT32 size = 0;    // of the field, in bytes
   FieldUse use = kEverywhere;
   bool sets_count = false;    // of a decoded array: `count` becomes the number of elements taken
-  UINT16 uri = 0;             // decoded only in requests of this identifier; 0: in all
-  IntegerPlace count = {};    // of an array: how many elements there are; when it is 0, none is decoded
-  IntegerPlace found = {};    // decoding puts 1 here when the member was stored, else 0
-  IntegerPlace missing = {};  // decoding puts 0 here when the member was stored, else 1
-  // kConstant: the text; kOwnedText: the text in place of none, null for JSON's null; a custom decode and a decoded
-  // array: the word of their traces.
+  UINT16 uri = 0;             // decoded only in requests of this identifier; 0: in all requests
+  IntegerPlace count = {};    // of an array: where its number of elements is; while that is 0, no array is decoded
+  IntegerPlace found = {};    // decoding writes 1 here when it stored the member, else 0
+  IntegerPlace missing = {};  // decoding writes 0 here when it stored the member, else 1
+  // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. With a custom
+  // decode, and for a decoded array: the name in its traces.
   const char* text = nullptr;
-  std::span<const Field> fields = {};               // kObject
-  bool (*when)(const void* record) = nullptr;       // rendered only in records that satisfy it
-  bool (*read_when)(const void* record) = nullptr;  // decoded only then, after the rows before this one
+  std::span<const Field> fields = {};               // kObject: the rows of its members
+  bool (*when)(const void* record) = nullptr;       // rendered only when this returns true
+  bool (*read_when)(const void* record) = nullptr;  // decoded only when this returns true, given the rows before it
   const char* unless = nullptr;                     // decoded only when the request has no text under this key
-  FieldDecode decode = nullptr;                     // where the kind does not say how
-  FieldRender render = nullptr;                     // likewise
-  const char* unit = nullptr;    // null: none; a text that is not there needs no address that the loader patches
-  const char* values = nullptr;  // what the value may be: "NONE\0" "ALL\0", or of a number "0=off\0" "1=on\0"
-  const char* help = nullptr;
+  FieldDecode decode = nullptr;                     // custom decode, in place of the kind's
+  FieldRender render = nullptr;                     // custom rendering, in place of the kind's
+  const char* unit = nullptr;                       // null: none. Unlike "", a null pointer needs no relocation
+  const char* values = nullptr;  // allowed values: texts "NONE\0" "ALL\0", or numbers "0=off\0" "1=on\0"
+  const char* help = nullptr;    // a phrase for application developers
 };
 
+// Returns the kind that fits a member's type.
 template <typename T>
 consteval FieldKind field_kind() {
   if constexpr (std::is_same_v<T, INT32>)
@@ -122,10 +124,10 @@ consteval FieldKind field_kind() {
   }
 }
 
-// The part of a row that follows from the record: .key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = ...
-// A nested field is named as member.member, one of an entry as array[0].member. An array of 16-bit units is a text;
-// one of numbers takes TVC_NUMBERS_16 instead. A field that carries an address takes TVC_WORD, since its type has the
-// width of another kind on either machine.
+// The part of a row that follows from the record's type: .key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = ...
+// `member` may be nested (member.member), or belong to the first entry of an array (array[0].member). An array of
+// 16-bit units is taken as a text: use TVC_NUMBERS_16 for one of numbers. Use TVC_WORD for an address or a handle: its
+// type is UINT32 on the set and UINT64 on the desk, and would be taken for a number of that kind.
 #define TVC_MEMBER(record, member)                                                         \
   .kind = field_kind<std::remove_reference_t<decltype(std::declval<record&>().member)>>(), \
   .offset = static_cast<UINT32>(offsetof(record, member)),                                 \
@@ -134,14 +136,14 @@ consteval FieldKind field_kind() {
   .kind = FieldKind::kWord, .offset = static_cast<UINT32>(offsetof(record, member)), \
   .size = word_size<decltype(std::declval<record&>().member)>()
 
-// The 32-bit field of a row of kind kName.
+// The same for a field of kind kName, an INT32.
 #define TVC_NAMED(record, member)                                                          \
   .kind = named_kind<std::remove_reference_t<decltype(std::declval<record&>().member)>>(), \
   .offset = static_cast<UINT32>(offsetof(record, member)), .size = sizeof(INT32)
 #define TVC_NUMBERS_16(record, member)                                                      \
   .kind = FieldKind::kUint16Array, .offset = static_cast<UINT32>(offsetof(record, member)), \
   .size = static_cast<UINT32>(sizeof(std::declval<record&>().member))
-// Where a count or a flag is: .count = TVC_PLACE(T_VALUE, size)
+// The place of a count or a flag: .count = TVC_PLACE(T_VALUE, size)
 #define TVC_PLACE(record, member) \
   integer_place<std::remove_reference_t<decltype(std::declval<record&>().member)>, offsetof(record, member)>()
 
@@ -173,30 +175,32 @@ const T& field_at(const void* record, const Field& field) {
   return *reinterpret_cast<const T*>(static_cast<const char*>(record) + field.offset);
 }
 
+// Returns the integer at a place; 0 where there is no such field.
 INT32 tvc_integer_at(const void* record, IntegerPlace place);
 
-// Elements that an array's field shows, at most those that it has room for.
+// Returns how many elements of an array are shown: its count, cut to the array's length; without a count all of them.
 std::size_t tvc_element_count(const Field& field, const void* record);
 
-// Bytes of an element; 0: the kind is no array of numbers.
+// Returns the size of an array's elements in bytes; 0 for a kind that is no array of numbers.
 std::size_t tvc_element_size(FieldKind kind);
 
-// Reads every field of this use, and of the request's URI, from the parameter object, in the table's order; a missing
-// member leaves its field as it is. 0, or -1: there is no object or no record ("param is NULL!"), or a count announces
-// elements and their member is no array ("<key> type is NOT array!") or empty ("array size is zero!").
+// Decodes every field of this use from the parameter object, in the table's order. A missing member leaves its field as
+// it is. entry: name of the entry point, for the log. uri: the request's identifier; fields of others are skipped.
+// Returns 0, or -1: `parameter` or `record` is null ("param is NULL!"), or an array whose count is not 0 is no array
+// ("<key> type is NOT array!") or empty ("array size is zero!").
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
                         const char* entry, UINT16 uri = 0);
 
-// Writes the members of a record: every field of this use, in the table's order.
+// Writes every field of this use as a member, in the table's order; kEverywhere: every field.
 void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
-// The same as an object.
+// Writes the same as an object.
 void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
-// Frees every kOwnedText of a record, and clears its address. A row with a condition whose record does not satisfy it
-// is left alone: its place may hold something else, in a union.
+// Frees every kOwnedText of a record and clears its address. Skips rows whose condition does not hold: in a union,
+// their place may hold something else.
 void tvc_free_texts(std::span<const Field> fields, void* record);
 
-// A custom decode: takes the member's integer value whatever its kind; a missing member leaves the field. Traced at
+// A custom decode: stores the member's integer, whatever the member's JSON kind is, as tvc_json_integer(). Traced at
 // level 2 as "<text>: <value>!".
 bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry);

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-// Innermost lock: nothing else is locked while it is held.
+// Innermost lock: a thread that holds it takes no other.
 static std::mutex parse_mutex;
 
 JsonParse tvc_json_parse(const char* text) {

@@ -1,13 +1,13 @@
-// Parsing with cJSON, whose error position is one variable of the whole process.
+// Parses with cJSON, which keeps its error position in one variable for the whole process.
 #pragma once
 
 #include <cjson/cJSON.h>
 
 struct JsonParse {
-  cJSON* root;           // owned by the caller, freed with cJSON_Delete; null when the text does not parse
-  const char* error_at;  // then where in the text the parser stopped; else empty
+  cJSON* root;           // owned by the caller, who frees it with cJSON_Delete; null when the text does not parse
+  const char* error_at;  // when it does not parse: the rest of the text from where the parser stopped; else empty
 };
 
-// Parses the first JSON value of a text; what stands after it is ignored. Parses of the plugin's threads exclude each
-// other, since each writes the library's error position.
+// Parses the first JSON value of a text and ignores the rest. Only one thread of the plugin parses at a time, because
+// each parse writes cJSON's error position.
 JsonParse tvc_json_parse(const char* text);

@@ -10,7 +10,7 @@
 
 INT32 tvc_json_integer(const cJSON* value) { return value->valueint; }
 
-// What the library made of a value that is no text: its integer, or for wider fields its double.
+// Returns what cJSON holds for a value that is no text: its integer, or for wider fields its double, converted.
 template <typename Wide>
 static Wide from_value(const cJSON* value) {
   if constexpr (std::is_same_v<Wide, INT32>)
@@ -19,7 +19,7 @@ static Wide from_value(const cJSON* value) {
     return tvc_double_to<Wide>(value->valuedouble);
 }
 
-// Finds a member for the decoder named `decoder`; null, with the message that belongs to it, when there is none.
+// Returns a member, or null after logging why there is none. decoder: name of the calling function in the log.
 static const cJSON* find_member(const char* decoder, const cJSON* object, const char* key) {
   if (!object || !key) {
     TVC_LOG_AS(kLogError, decoder, "param is NULL!\n");
@@ -30,7 +30,7 @@ static const cJSON* find_member(const char* decoder, const cJSON* object, const 
   return member;
 }
 
-// Reads a member as `Wide`, narrows it to the field and traces it as `Trace`, under the decoder's name.
+// Converts a member to `Wide`, narrows it to the field's type and traces it as `Trace`, under the decoder's name.
 template <typename Trace, typename Field, typename Wide>
 static INT32 unpackage(const char* decoder, const char* trace, const cJSON* object, const char* key, Field* ret_value,
                        Wide (*from_text)(const char*)) {

@@ -9,10 +9,10 @@
 #include <cmath>
 #include <limits>
 
-static constexpr std::size_t kFirstCapacity = 256;  // most responses and notifications are shorter
-static constexpr std::size_t kNumberSize = 24;      // at least what "-1.2345678901234567e+308" takes
+static constexpr std::size_t kFirstCapacity = 256;  // bytes; most responses and notifications are shorter
+static constexpr std::size_t kNumberSize = 24;      // bytes of the longest number, "-1.2345678901234567e+308"
 
-// Makes room for `size` more characters and a terminator. False without memory; the text is then as it was.
+// Makes room for `size` more bytes and a terminator. Returns false when memory runs out; the text then stays as it was.
 [[gnu::noinline]] static bool grow(JsonText& json, std::size_t size) {
   if (json.failed) return false;
   const std::size_t capacity = std::max({kFirstCapacity, 2 * json.capacity, json.length + size + 1});
@@ -30,8 +30,8 @@ static inline bool has_room(JsonText& json, std::size_t size) {
   return json.capacity - json.length > size || grow(json, size);
 }
 
-// Where a key or value of at most `size` characters is to be written, behind the comma that it may need; null without
-// memory. Its writer then calls end_at().
+// Begins a key or value of at most `size` bytes: makes room for it, and writes the comma that it may need. Returns
+// where the caller writes it before it calls end_at(); null when memory runs out.
 static inline char* begin(JsonText& json, std::size_t size) {
   if (!has_room(json, size + 1)) return nullptr;
   char* const at = json.text + json.length;
@@ -39,6 +39,7 @@ static inline char* begin(JsonText& json, std::size_t size) {
   return at + json.needs_comma;
 }
 
+// Ends the text at `end`.
 static inline void end_at(JsonText& json, const char* end, bool needs_comma = true) {
   json.length = static_cast<std::size_t>(end - json.text);
   json.needs_comma = needs_comma;
@@ -73,7 +74,8 @@ void tvc_write_key(JsonText& json, std::string_view key) {
   end_at(json, at, false);
 }
 
-// What follows the backslash where a character is escaped: its letter, or 'u' before its code. 0: it is not escaped.
+// For each byte the letter of its escape sequence; 'u' for one that is escaped by its code; 0 for one that is not
+// escaped.
 static constexpr auto kEscapes = [] {
   std::array<char, 256> escapes{};
   std::fill_n(escapes.begin(), 0x20, 'u');
@@ -89,8 +91,8 @@ static constexpr auto kEscapes = [] {
 
 static char escape_of(char character) { return kEscapes[static_cast<unsigned char>(character)]; }
 
-// Writes a character of a text, escaped, and makes room for it, for the `left` characters behind it and for the quote.
-// Returns where the next character goes; null without memory.
+// Writes the escape sequence of a character. Makes room for it, for the `left` characters behind it and for the closing
+// quote. Returns where the next character goes; null when memory runs out.
 static char* write_escape(JsonText& json, char* at, char character, std::size_t left) {
   static constexpr std::size_t kLongest = 6;  // "\u001f"
   static constexpr char kDigits[] = "0123456789abcdef";
@@ -122,7 +124,7 @@ void tvc_write_text(JsonText& json, const char* text, std::size_t size) {
   end_at(json, at);
 }
 
-// The C++ library's conversions do not depend on the process's locale, unlike the C library's.
+// Uses the C++ library's conversions, which unlike the C library's do not depend on the process's locale.
 static void write_double(JsonText& json, double value) {
   char* const at = begin(json, kNumberSize);
   if (!at) return;
@@ -134,13 +136,13 @@ static void write_double(JsonText& json, double value) {
   end_at(json, end);
 }
 
-static constexpr INT64 kDigitsEnd = 1'000'000'000'000'000;  // from here on an integer is written as a double
+static constexpr INT64 kDigitsEnd = 1'000'000'000'000'000;  // integers from here on are written as doubles
 
 void tvc_write_integer(JsonText& json, INT64 value) {
   if (value <= -kDigitsEnd || value >= kDigitsEnd) return write_double(json, static_cast<double>(value));
   char* const at = begin(json, kNumberSize);
   if (!at) return;
-  // Nearly all values have 32 bits, and a 32-bit processor divides 64 bits slowly.
+  // Nearly all values fit in 32 bits, and a 32-bit processor divides 64-bit numbers slowly.
   const auto narrow = static_cast<INT32>(value);
   end_at(json, narrow == value ? std::to_chars(at, at + kNumberSize, narrow).ptr
                                : std::to_chars(at, at + kNumberSize, value).ptr);

@@ -6,11 +6,11 @@
 
 #include "tv_ctrl_util/number.h"
 
-// Written once, at resource start-up and before any request; read without a lock afterwards.
+// Written once, by a_dtv_jsp_init_res before any request; afterwards every thread reads it without a lock.
 static INT32 vex_tvc_log_lvl;
 
 static constexpr const char* kLevelFile = "/3rd_rw/tvc_debug";
-static constexpr int kPieceSize = 31;  // 30 characters of a line are seen at a time
+static constexpr int kPieceSize = 31;  // bytes; a longer line is read in pieces of 30 characters
 
 void vex_tvc_read_log_lvl(void) {
   FILE* const file = fopen(kLevelFile, "re");

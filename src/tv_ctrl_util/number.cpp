@@ -11,7 +11,7 @@ INT32 tvc_text_to_int32(const char* text) {
 }
 
 UINT32 tvc_text_to_uint32(const char* text) {
-  // strtoull negates modulo 2^64. With 32 bits the magnitude saturates first, so look at it by itself.
+  // strtoull negates modulo 2^64. With the set's 32 bits, the magnitude is saturated before it is negated.
   const bool negative = strtoll(text, nullptr, kBaseFromText) < 0;
   const unsigned long long value = strtoull(text, nullptr, kBaseFromText);
   const unsigned long long magnitude = negative ? 0 - value : value;

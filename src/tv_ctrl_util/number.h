@@ -1,5 +1,5 @@
-// Conversions from text and double to integers, as the 32-bit ARM target makes them on every machine: truncated and
-// saturated, NaN to 0.
+// Converts texts and doubles to integers. On every machine the results are those of the 32-bit ARM set: truncated and
+// saturated, 0 for NaN.
 #pragma once
 
 #include <concepts>
@@ -18,8 +18,8 @@ constexpr T tvc_double_to(double value) {
   return static_cast<T>(value);
 }
 
-// Leading blanks and a sign are allowed; conversion stops at the first character that does not belong to the number;
-// no digits give 0.
+// Convert a text, with leading blanks and a sign allowed, up to the first character that does not belong to the number.
+// A text without digits gives 0. Results are saturated.
 INT32 tvc_text_to_int32(const char* text);    // decimal
 UINT32 tvc_text_to_uint32(const char* text);  // "0x" hexadecimal, leading "0" octal, else decimal; "-1" is 4294967295
 INT64 tvc_text_to_int64(const char* text);    // base as above

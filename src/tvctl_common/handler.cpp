@@ -8,8 +8,10 @@ const StoredRecord* tvc_find_record(const Handler& handler, UINT16 ui2_id) {
   return nullptr;
 }
 
+// Calls the row's get or set function. operation: the name of that function in the log.
 static INT32 carry_out(const Handler& handler, const StoredRecord& row, RecordFunction function, TextOffset operation,
                        UINT16 ui2_id, void* pv_content) {
+  // An identifier that belongs to no URI may match a row; its type is TYPE_INVALID.
   if (tv_ctrl_get_type_by_id(ui2_id) != row.type) return VEXTVCTRLR_INV_ARG;
   const char* const texts = handler.records.texts;
   return function({.id = ui2_id,
@@ -34,7 +36,8 @@ INT32 tvc_handle_get(const Handler& handler, UINT16 ui2_id, void* pv_content) {
   return ret;
 }
 
-// Whether a set of this identifier is refused when it brings no content record.
+// Returns whether a set of this identifier is refused when it brings no content record. row: the identifier's row, or
+// null.
 static bool needs_record(const Handler& handler, const StoredRecord* row, UINT16 ui2_id) {
   switch (handler.set_without_record) {
     case WithoutRecord::kRefused:
@@ -47,6 +50,7 @@ static bool needs_record(const Handler& handler, const StoredRecord* row, UINT16
   return row && row->set && row->type != TYPE_ACTION;
 }
 
+// Returns the result of a set that no function carries out.
 static INT32 set_answer(const Handler& handler, const StoredRecord* row) {
   return row && row->set_answer ? *row->set_answer : handler.set_default;
 }

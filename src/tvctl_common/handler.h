@@ -1,4 +1,5 @@
-// A handler serves one group: a table with a row for each record, and answers for the records that have none.
+// A handler serves one group of URIs. It has a table with a row for each record that it serves, and default results for
+// the records that have no row.
 #pragma once
 
 #include <iterator>
@@ -8,35 +9,35 @@
 #include "tv_ctrl_main.h"
 #include "tv_ctrl_util/text_pool.h"
 
-// One request, as a row's function receives it. The texts are the row's; empty: it has none.
+// One request, as a row's function receives it. The texts come from the row; where the row has none, they are empty.
 struct RecordRequest {
   UINT16 id;
-  void* content;          // content record of the row's item type, the caller's; null only in a set of an action
-  const char* operation;  // under which the function logs a failure
-  const char* key;        // of the configuration store
-  const char* name;       // for display
+  void* content;          // content record of the row's item type, owned by the caller; null only in a set of an action
+  const char* operation;  // name under which the function logs a failure
+  const char* key;        // key in the configuration store
+  const char* name;       // display name
 };
 
-// Carries a get or a set out. Returns the request's result.
+// Carries out a get or a set. Returns the request's result: 0 or a code of VEX_RET_VALUE or of the platform.
 using RecordFunction = INT32 (*)(const RecordRequest& request);
 
-// The row of one record, as its handler writes it; tvc_records turns it into a StoredRecord.
+// The row of one record, as its handler writes it. tvc_records turns it into a StoredRecord.
 struct RecordRow {
   UINT8 record = 0;
-  UINT8 type = TYPE_NONE;               // item type of the record's URI, by which the functions see the content
-  RecordFunction get = nullptr;         // null: a get has no effect
-  RecordFunction set = nullptr;         // null: a set has no effect
-  std::optional<INT8> set_answer = {};  // without a set function: what a set answers in place of the handler's default
-  const char* get_operation = "";       // names in the log
-  const char* set_operation = "";       //
-  const char* key = "";                 // of the configuration store
-  const char* name = "";                // for display
-  const char* help = "";                // one sentence for people
-  const char* unit = "";                // of the value
-  const char* values = "";              // what the value may be: "POWER\0" "MUTE\0", or of a number "0=off\0" "1=on\0"
+  UINT8 type = TYPE_NONE;               // item type of the record's URI, and so of the content record
+  RecordFunction get = nullptr;         // null: a get only returns the handler's default
+  RecordFunction set = nullptr;         // null: a set only returns set_answer
+  std::optional<INT8> set_answer = {};  // result of a set without a set function; none: the handler's default
+  const char* get_operation = "";       // name of the get in the log
+  const char* set_operation = "";       // name of the set in the log
+  const char* key = "";                 // key in the configuration store
+  const char* name = "";                // display name
+  const char* help = "";                // one sentence for application developers
+  const char* unit = "";                // unit of the value
+  const char* values = "";              // allowed values: texts "POWER\0" "MUTE\0", or numbers "0=off\0" "1=on\0"
 };
 
-// The same without addresses of texts.
+// A row as the plugin stores it. Texts are offsets into one string: as addresses they would need relocations.
 struct StoredRecord {
   RecordFunction get;
   RecordFunction set;
@@ -54,26 +55,26 @@ struct StoredRecord {
 
 struct Records {
   std::span<const StoredRecord> rows;
-  const char* texts;  // what the rows' offsets count from
+  const char* texts;  // string that the rows' offsets point into
 };
 
-// When a set without a content record is refused with VEXTVCTRLR_INV_ARG.
+// Which sets without a content record are refused with VEXTVCTRLR_INV_ARG.
 enum class WithoutRecord : UINT8 {
-  kAsRow,                // where a row has a set function, unless it is an action
-  kRefused,              // always
-  kRefusedUnlessAction,  // unless the URI is an action
+  kAsRow,                // those whose row has a set function and is no action
+  kRefused,              // all
+  kRefusedUnlessAction,  // those of URIs whose item type is no action
 };
 
 struct Handler {
   UINT8 group;
   Records records;
-  INT32 get_default = VEXTVCTRLR_OK;  // answer to a get that no row's function serves
-  INT32 set_default = VEXTVCTRLR_OK;  // likewise of a set
+  INT32 get_default = VEXTVCTRLR_OK;  // result of a get without a get function
+  INT32 set_default = VEXTVCTRLR_OK;  // result of a set without a set function
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
   bool set_needs_record = false;     // tv_ctrl_set refuses a set without a content record before the handler sees it
   INT32 (*start)() = nullptr;        // the core calls it as it starts; null: there is nothing to start
   UINT8 start_turn = 0;              // 1: first; no two handlers have the same turn, and no turn is left out
-  const char* framed_get = nullptr;  // the name under which each get logs that it begins and ends; null: it does not
+  const char* framed_get = nullptr;  // name under which every get logs its begin and its end; null: gets log neither
 };
 
 // The handlers, each in a file of its own.
@@ -81,27 +82,28 @@ struct Handler {
 #define TVC_GROUP_WITHOUT_HANDLER(group, number, enumeration)
 #include "vex_tv_ctrl/uris.def"
 
-// What becomes of a request whose parameters were decoded.
+// What a request does once its parameters are decoded.
 enum class Effect : UINT8 {
   kRefused,   // it fails, whatever its parameters are
-  kAccepted,  // it succeeds, and nothing happens
+  kAccepted,  // it succeeds without effect
   kServed,    // a function carries it out
 };
 
-// The handler's row of an identifier; null when it has none.
+// Returns the handler's row for the record of an identifier, or null.
 const StoredRecord* tvc_find_record(const Handler& handler, UINT16 ui2_id);
 
-// Carry a request out, or answer for the handler. Return the function's result, a default answer, or
-// VEXTVCTRLR_INV_ARG for an identifier of another group or item type and for a content record that is missing.
+// Carry out a request with the function of its row. Return the function's result; without a function the default
+// result; VEXTVCTRLR_INV_ARG for an identifier of another group or item type, and for a missing content record.
 INT32 tvc_handle_get(const Handler& handler, UINT16 ui2_id, void* pv_content);
 INT32 tvc_handle_set(const Handler& handler, UINT16 ui2_id, void* pv_content);
 
-// What they would come to; has_record: whether the request brings a content record.
+// Return what a get or a set of an identifier would do, without doing it. has_record: whether the set brings a content
+// record.
 Effect tvc_get_effect(const Handler& handler, UINT16 ui2_id);
 Effect tvc_set_effect(const Handler& handler, UINT16 ui2_id, bool has_record);
 
-// Passes an event's record, borrowed for the call, to the notification URI of this record number. A failure is logged
-// under the caller's name.
+// Notifies the event of this record number, on the caller's thread. pv_content: record of the event's item type, which
+// stays the caller's. A failure is logged under the caller's name.
 void tvc_notify(TVC_GROUP_WS_NFY record, void* pv_content, const char* operation = __builtin_FUNCTION(),
                 int line = __builtin_LINE());
 
@@ -113,6 +115,7 @@ struct StoredRecords {
   TextPool<Texts> pool = {};
 };
 
+// Returns how many bytes the texts of the rows take in a pool.
 template <std::size_t Rows>
 constexpr std::size_t tvc_text_size(const RecordRow (&rows)[Rows]) {
   std::size_t size = 1;
@@ -145,7 +148,7 @@ inline constexpr auto kStoredRecords = [] {
   return stored;
 }();
 
-// The rows of a constexpr array of RecordRow.
+// Returns the stored rows of a constexpr array of RecordRow.
 template <const auto& Written>
 constexpr Records tvc_records() {
   return {.rows = kStoredRecords<Written>.rows, .texts = kStoredRecords<Written>.pool.texts};

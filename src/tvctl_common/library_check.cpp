@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The plugin's own header: the linker names the place where it is loaded.
+// The plugin's own ELF header in memory; the linker defines the symbol.
 extern "C" [[gnu::visibility("hidden")]] const ElfW(Ehdr) __ehdr_start;
 
 template <typename Record>
@@ -25,7 +25,7 @@ static bool is_whole(int file) {
   const auto holds = [size = static_cast<uint64_t>(status.st_size)](uint64_t offset, uint64_t length) {
     return offset <= size && length <= size - offset;
   };
-  // Word size, byte order and machine are the plugin's own.
+  // The file must have the plugin's word size, byte order and machine.
   if (memcmp(header.e_ident, __ehdr_start.e_ident, EI_OSABI) != 0 || header.e_machine != __ehdr_start.e_machine ||
       header.e_type != ET_DYN || header.e_phentsize != sizeof(ElfW(Phdr)) ||
       !holds(header.e_phoff, header.e_phnum * sizeof(ElfW(Phdr))))

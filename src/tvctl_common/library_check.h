@@ -1,7 +1,7 @@
-// The check of a library before dlopen, which trusts the headers and does not compare them with the file's length: a
-// truncated library would kill the process by SIGBUS when a missing page is touched.
+// A check of a library file before dlopen, which trusts the file's headers: after loading a truncated file, the process
+// would die of SIGBUS when it touched a missing page.
 #pragma once
 
-// True if the path is a regular file with the header of a shared library for this machine, and the file contains all
-// segments that would be loaded. Does not block on a pipe.
+// Returns true if the path is a regular file that has the header of a shared library for this machine and contains
+// every segment that dlopen would load. Does not block on a pipe.
 bool tvc_library_is_whole(const char* path);

@@ -1,16 +1,17 @@
-// Content records as the functions of rows see them.
+// Typed access to content records, for the functions of rows.
 #pragma once
 
 #include "tv_ctrl_util/text.h"
 #include "tvctl_common/handler.h"
 
-// The content record of a request whose row says that it is one of this kind.
+// Returns the request's content record. Record is the record of the row's item type.
 template <typename Record>
 Record& tvc_content(const RecordRequest& request) {
   return *static_cast<Record*>(request.content);
 }
 
-// The same, after what every generic record begins with is filled: the request's identifier, the row's name, the group.
+// Fills the header that every generic record begins with, and returns the record. group: the group number to show,
+// which is 0 for some records.
 template <typename Record>
 Record& tvc_fill_header(const RecordRequest& request, int group) {
   Record& record = tvc_content<Record>(request);
@@ -23,7 +24,7 @@ Record& tvc_fill_header(const RecordRequest& request, int group) {
   return record;
 }
 
-// The same for a value, whose limits are the platform's own and not reported.
+// The same for a value. Its limits are not reported: they stay 0.
 inline T_VALUE& tvc_fill_value_header(const RecordRequest& request, int group) {
   T_VALUE& value = tvc_fill_header<T_VALUE>(request, group);
   value.min_value = 0;

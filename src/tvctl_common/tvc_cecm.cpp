@@ -1,4 +1,4 @@
-// HDMI-CEC group: its switch, and the events of the bus.
+// HDMI-CEC group: switches HDMI-CEC on and off, and notifies the events of the bus.
 #include <string.h>
 
 #include "tv_ctrl_util/log.h"
@@ -6,7 +6,7 @@
 #include "tvctl_common/handler.h"
 #include "tvctl_common/record.h"
 
-// The parameters that the CEC manager received last. Written at start-up and under the request lock.
+// The parameters passed to the CEC manager. Written at start-up and under the request lock.
 static CECM_SET_CEC_FCT_PARAMS_T t_cec_param;
 
 static INT32 start_discovery() {
@@ -15,7 +15,7 @@ static INT32 start_discovery() {
   return a_vextvapi_cec_start_dev_discovery_ex(&request);
 }
 
-// A failure is logged, and the record keeps the state that it had.
+// Logs a failure, leaves the record's state as it is, and succeeds all the same.
 static INT32 get_function(const RecordRequest& request) {
   UINT8 state = 0;
   if (!tvc_failed(a_vextvapi_cec_get_cec_func(&state), request.operation))
@@ -23,7 +23,7 @@ static INT32 get_function(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-// Every failure is logged, and none is answered.
+// Stops at the first step that fails, logs its failure, and succeeds all the same.
 static INT32 set_function(const RecordRequest& request) {
   const UINT8 wanted = tvc_content<T_CECM_CFG>(request).ui1_cec_func_set;
   INT32 ret = a_vextvapi_cec_set_cec_func(wanted);
@@ -46,7 +46,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CECM_CFG,
      .set = set_function,
      .set_operation = "_tvc_set_cecm_cfg_func",
-     .help = "Switches HDMI-CEC on or off; switched on, the set looks for devices."},
+     .help = "Switches HDMI-CEC on or off; after switching it on, the set looks for devices."},
 };
 
 // The host starts it.
@@ -59,7 +59,7 @@ INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(
 
 INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(handler_CECM_CFG, ui2_id, pv_content); }
 
-// Runs on the CEC manager's thread.
+// Callback, on the CEC manager's thread.
 static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*, UINT32) {
   if (!pt_nfy) return 0;
   T_CECM_NFY notify;
@@ -69,12 +69,14 @@ static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*,
   return 0;
 }
 
+// Switches HDMI-CEC on unless it is on already.
 static INT32 switch_on() {
   UINT8 state = 0;
   const INT32 ret = a_vextvapi_cec_get_cec_func(&state);
   return ret < 0 || state != 0 ? ret : a_vextvapi_cec_set_cec_func(1);
 }
 
+// Enables the CEC manager for all HDMI ports of the set.
 static INT32 start_manager() {
   t_cec_param.b_enable = 1;
   const INT32 ret = a_vextvapi_cec_get_hdmi_port_num(&t_cec_param.ui1_hdmi_port_num);

@@ -12,10 +12,10 @@
 
 static constexpr uintptr_t kNetworkTag = 0x118224;
 
-// Of the network subscription; 0: none. Written at start-up and under the request lock.
+// Number of the subscription to network events; 0: not subscribed. Written at start-up and under the request lock.
 static UINT32 ui4_tvc_nw_nfy_id;
 
-// --- Three-letter codes: each letter is a byte of the number that is kept, the first one the highest ---
+// --- Three-letter codes, which the configuration store keeps as an integer: the highest byte is the first letter ---
 
 static INT32 get_code(const RecordRequest& request) {
   INT32 value = 0;
@@ -39,7 +39,7 @@ static INT32 set_code(const RecordRequest& request) {
   return ret == 0 ? VEXTVCTRLR_OK : VEXTVCTRLR_FAIL;
 }
 
-// The menu's language never reports a failure.
+// Succeeds also when the platform refuses the language.
 static INT32 set_gui_language(const RecordRequest& request) {
   set_code(request);
   return VEXTVCTRLR_OK;
@@ -64,7 +64,7 @@ static INT32 get_utc_time(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-// Whether the platform sets its clock is not reported; nor is it below for the sleep timer.
+// Succeeds also when the platform refuses the time.
 static INT32 set_utc_time(const RecordRequest& request) {
   a_vextvapi_time_set_utc_time(tvc_content<T_TIME>(request).value);
   return VEXTVCTRLR_OK;
@@ -157,12 +157,13 @@ static INT32 get_sleep_timer(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
+// Succeeds also when the platform refuses the duration.
 static INT32 set_sleep_timer(const RecordRequest& request) {
   a_vextvapi_time_set_sleep_timer(tvc_content<T_VALUE>(request).value);
   return VEXTVCTRLR_OK;
 }
 
-// A query's failure is logged, and answered as it comes.
+// Asks the common interface. Logs a failure and returns the platform's code for it.
 static INT32 get_ci_answer(const RecordRequest& request, INT32 query) {
   INT32 answer = 0;
   UINT32 size = 1;
@@ -181,7 +182,7 @@ static INT32 get_ci_host_tune_broadcast_status(const RecordRequest& request) {
 
 // --- Network events ---
 
-// Runs on the platform's thread.
+// Callback, on the platform's thread. Notifies three events and ignores the others.
 static void _tvc_common_nw_nfy(void* pv_tag, INT32 id, void* pv_param) {
   if (id != VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG && id != VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED &&
       id != VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND) {
@@ -217,13 +218,13 @@ static constexpr RecordRow kRows[] = {
      .get = get_code,
      .set = set_gui_language,
      .key = "g_gui_lang__gui_language",
-     .help = "The language of the menus, by its three letters."},
+     .help = "The menu language, as a three-letter code."},
     {.record = TV_CTRL_RECID_COUNTRY,
      .type = TYPE_TEXT,
      .get = get_code,
      .set = set_code,
      .key = "g_country__country",
-     .help = "The country of the set, by its three letters."},
+     .help = "The country that the set is used in, as a three-letter code."},
     {.record = TV_CTRL_RECID_COUNTRY_REGION_ID,
      .type = TYPE_VALUE,
      .get = get_country_region_id,
@@ -238,42 +239,42 @@ static constexpr RecordRow kRows[] = {
      .get = get_code,
      .set = set_code,
      .key = "g_subtitle__subtitle_lang",
-     .help = "The first language of the subtitles, by its three letters."},
+     .help = "The first subtitle language, as a three-letter code."},
     {.record = TV_CTRL_RECID_SUBTITLE_2ND_LANG,
      .type = TYPE_TEXT,
      .get = get_code,
      .set = set_code,
      .key = "g_subtitle__subtitle_lang_2nd",
-     .help = "The second language of the subtitles, by its three letters."},
+     .help = "The second subtitle language, as a three-letter code."},
     {.record = TV_CTRL_RECID_TIME_ZONE,
      .type = TYPE_TIME,
      .get = get_time_zone,
      .name = "Time Zone",
-     .help = "How far the zone's time is ahead of UTC, without daylight saving.",
+     .help = "How far the time zone is ahead of UTC, without daylight saving time.",
      .unit = "s"},
     {.record = TV_CTRL_RECID_TIME_OFFSET,
      .type = TYPE_TIME,
      .get = get_time_offset,
      .name = "Time Offset",
-     .help = "How far local time is ahead of UTC at present.",
+     .help = "How far local time is ahead of UTC now, with daylight saving time.",
      .unit = "s"},
     {.record = TV_CTRL_RECID_UTC_TIME,
      .type = TYPE_TIME,
      .get = get_utc_time,
      .set = set_utc_time,
-     .help = "The present time since the start of 1970, UTC.",
+     .help = "The current time, counted from the start of 1970, UTC.",
      .unit = "s"},
     {.record = TV_CTRL_RECID_BROADCAST_TIME,
      .type = TYPE_TIME,
      .get = get_broadcast_time,
      .name = "Broadcast Time",
-     .help = "The present time as the broadcast gives it.",
+     .help = "The current time, as the broadcast reports it.",
      .unit = "s"},
     {.record = TV_CTRL_RECID_LOCAL_TIME,
      .type = TYPE_TIME,
      .get = get_local_time,
      .name = "Local Time",
-     .help = "The present local time.",
+     .help = "The current local time.",
      .unit = "s"},
     {.record = TV_CTRL_RECID_CONVERT_LOCAL_TIME_TO_MILLIS,
      .type = TYPE_TIME,
@@ -299,8 +300,8 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_NW_REGISTER,
      .type = TYPE_ACTION,
      .set = register_network,
-     .help = "Registers for network events where tv_ctrl_set is called with a record; requests, which bring none, are "
-             "refused."},
+     .help = "Subscribes to network events, but only in a native call of tv_ctrl_set with a record: requests to this "
+             "URI are refused."},
     {.record = TV_CTRL_RECID_CI_HOST_TUNE_STATUS,
      .type = TYPE_VALUE,
      .get = get_ci_host_tune_status,

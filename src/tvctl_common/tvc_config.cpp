@@ -1,4 +1,4 @@
-// Configuration group: values of the configuration store by key or by item id, and texts of the menu's language.
+// Configuration group: values of the configuration store by key or by item id, and texts in the menu language.
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,7 +14,7 @@
 
 static constexpr uintptr_t kCallbackTag = 0x14BF88;
 static constexpr const char* kLanguageKey = "g_gui_lang__gui_language";
-// What the platform tells of without being asked each time.
+// The keys whose changes the platform reports to the plugin.
 static constexpr const char* kWatchedKeys[] = {kLanguageKey, "g_misc__dmr_2nd_device", "g_misc__tv_network_name",
                                                "g_misc__dvb_subtitle_enabled"};
 
@@ -26,19 +26,20 @@ static constexpr const char* kLibraryFolder = "/3rd/i18n/";
 static constexpr const char* kFallbackLanguage = "ENG";
 static constexpr const char* kLibrarySymbol = "vexuiGetLangStr";
 
-// Guards what follows. A look-up holds it while it is inside the library, a reset while it closes it; no function of
-// the platform is called under it, since the platform may be waiting in a reset.
+// Guards the variables below. A look-up holds it while it calls the language library, a reset while it closes the
+// library. No platform function is called under it: a thread of the platform may be waiting for it in a reset.
 static std::mutex lang_mutex;
 static void* lang_res_so;
 static GetLangStr getStrFunPtr;
-static INT32 lang_value = -1;  // of kLanguageKey; negative: not read yet
-static UINT32 lang_resets;     // a value that was read before the latest reset is not kept
+static INT32 lang_value = -1;  // value of kLanguageKey; negative: not read since the last reset
+static UINT32 lang_resets;     // number of resets; a value that was read before the last one is out of date
 
 static void close_library() {
   getStrFunPtr = nullptr;
   if (void* const library = std::exchange(lang_res_so, nullptr)) dlclose(library);
 }
 
+// Forgets the menu language, which has changed. Runs on the platform's thread.
 static void _tv_ctrl_config_reset_lang_res() {
   tvc_log_progress("[TVC_MAIN] FUNC: [%s], LINE: [%d].\n", __func__, 22);
   const std::lock_guard guard(lang_mutex);
@@ -47,25 +48,27 @@ static void _tv_ctrl_config_reset_lang_res() {
   ++lang_resets;
 }
 
-// Runs when the plugin is closed; at the process's exit another thread may be inside a look-up for good.
+// Runs when the plugin is closed, and when the process exits. It does not wait for the mutex: at exit, another thread
+// may be stopped inside a look-up and hold it for ever.
 [[gnu::destructor]] static void unload() {
   if (const std::unique_lock guard(lang_mutex, std::try_to_lock); guard) close_library();
 }
 
-// The three letters of a language value, upper case.
+// Extracts the three letters of a language value, in upper case. The highest byte is the first letter.
 static void language_code(INT32 value, char (&ret_code)[4]) {
   for (int i = 0; i < 3; ++i) ret_code[i] = tvc_upper(static_cast<char>(static_cast<UINT32>(value) >> (24 - 8 * i)));
   ret_code[3] = '\0';
 }
 
+// Returns the handle of a language's library, or null when its file is missing or damaged.
 static void* open_library(const char* code) {
   char path[32];
   snprintf(path, sizeof path, "%s%s.so", kLibraryFolder, code);
   return tvc_library_is_whole(path) ? dlopen(path, RTLD_LAZY) : nullptr;
 }
 
-// Opens the library of the language, else the fallback's. `code` is null when the language is not known. The caller
-// holds the mutex.
+// Opens the library of the language or, if there is none, of the fallback language, and finds its function. code: null
+// when the language is not known. Returns false on failure. The caller holds the mutex.
 static bool load_library(const char* code) {
   close_library();
   if (code) {
@@ -84,9 +87,9 @@ static bool load_library(const char* code) {
   return symbol;
 }
 
-// Reads the language's code from the platform; false when the platform call fails. The caller holds the mutex; it is
-// released during the platform call. When the cached value is reset during the call, the read is repeated, kMostReads
-// times at most. The last value read is then returned, but not cached.
+// Gets the code of the menu language, from the cache or from the platform. Returns false when the platform call fails.
+// The caller holds the mutex, which is released during the platform call. After a reset during that call, the value is
+// read again, kMostReads times at most; the last value is then returned without being cached.
 static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[4]) {
   constexpr int kMostReads = 8;
   bool known = false;
@@ -107,6 +110,8 @@ static bool read_language(std::unique_lock<std::mutex>& guard, char (&ret_code)[
   return true;
 }
 
+// Looks up a text in the library of the menu language. lang_string has the size of the member of that name in
+// T_LANG_STRING, and stays untouched when the library does not have the text.
 static INT32 _tv_ctrl_config_getLangStr(const char* lang_id, char* lang_string) {
   if (!lang_id || !*lang_id || !lang_string) return VEXTVCTRLR_INV_ARG;
   std::unique_lock guard(lang_mutex);
@@ -129,6 +134,7 @@ static INT32 get_lang_string(const RecordRequest& request) {
 
 // --- Values ---
 
+// Returns the request's record, after terminating its key.
 static T_CONFIG& config_of(const RecordRequest& request) {
   T_CONFIG& config = tvc_content<T_CONFIG>(request);
   tvc_end_text(config.cfg_id);
@@ -160,7 +166,7 @@ static INT32 get_number(const RecordRequest& request) {
   return ret;
 }
 
-// The content record's text is the name to look up; the text that the platform found replaces it.
+// Looks up the name that the record's text holds, and replaces it with the text that the platform found.
 static INT32 look_up_string(T_CONFIG& config) {
   char scratch[VEXTVAPI_CONFIG_LOOK_UP_LENGTH + 2];
   memset(scratch, 1, sizeof scratch - 1);
@@ -187,7 +193,7 @@ static INT32 get_string(const RecordRequest& request) {
   } else {
     ret = getConfigValueString(config.cfg_item, &length, config.valuestring);
   }
-  tvc_end_text(config.valuestring);  // the platform need not
+  tvc_end_text(config.valuestring);  // the platform may leave it unterminated
   return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
@@ -242,38 +248,38 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CONFIG,
      .set = trigger_action,
      .set_operation = "_tv_ctrl_config_action",
-     .help = "Triggers an action of the configuration store, named by its item id."},
+     .help = "Triggers an action in the configuration store, named by its item id."},
     {.record = TV_CTRL_RECID_CFG_VALUE_BOOL,
      .type = TYPE_CONFIG,
      .get = get_bool,
      .set = set_bool,
      .get_operation = "_tv_ctrl_config_get_value_bool",
      .set_operation = "_tv_ctrl_config_set_value_bool",
-     .help = "A switch of the configuration store, named by its item id."},
+     .help = "A boolean in the configuration store, named by its item id."},
     {.record = TV_CTRL_RECID_CFG_VALUE_NUMBER,
      .type = TYPE_CONFIG,
      .get = get_number,
      .set = set_number,
      .get_operation = "_tv_ctrl_config_get_value_number",
      .set_operation = "_tv_ctrl_config_set_value_number",
-     .help = "A number of the configuration store, named by its key or item id."},
+     .help = "A number in the configuration store, named by its key or item id."},
     {.record = TV_CTRL_RECID_CFG_VALUE_STRING,
      .type = TYPE_CONFIG,
      .get = get_string,
      .set = set_string,
      .get_operation = "_tv_ctrl_config_get_value_string",
      .set_operation = "_tv_ctrl_config_set_value_string",
-     .help = "A text of the configuration store, named by its key or item id."},
+     .help = "A text in the configuration store, named by its key or item id."},
     {.record = TV_CTRL_RECID_CFG_VALUE_RANGE,
      .type = TYPE_CONFIG,
      .get = get_range,
      .get_operation = "_tv_ctrl_config_get_value_range",
-     .help = "A number of the configuration store with its limits, named by its key."},
+     .help = "A number in the configuration store with its limits, named by its key."},
     {.record = TV_CTRL_RECID_CFG_LANG_STRING,
      .type = TYPE_LANG_STRING,
      .get = get_lang_string,
      .get_operation = "_tv_ctrl_config_get_lang_string",
-     .help = "A text of the menus in the menu language."},
+     .help = "A text of the menus, in the menu language."},
 };
 
 constinit const Handler handler_CONFIG = {.group = TV_CTRL_GRPID_CONFIG,
@@ -288,7 +294,7 @@ INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_se
 
 // --- Changes ---
 
-// Runs on the platform's thread.
+// Callback, on the platform's thread.
 static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notify_id, void* pv_tag, void* pv_arg1, void* pv_arg2, void*, void*) {
   T_CONFIG_NOTIFY notify = {
       .id = notify_id, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)), .arg1 = 0, .arg2 = {}};
@@ -297,7 +303,7 @@ static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notify_id, void* pv_tag, void*
   } else if (pv_arg2) {
     const auto& change = *static_cast<const VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T*>(pv_arg2);
     char key[sizeof change.s_cfg + 1] = {};
-    memcpy(key, change.s_cfg, sizeof change.s_cfg);  // it need not be terminated
+    memcpy(key, change.s_cfg, sizeof change.s_cfg);  // a key that fills the array is not terminated
     if (strcmp(key, kLanguageKey) == 0) _tv_ctrl_config_reset_lang_res();
     tvc_copy_text(notify.arg2, key);
   }

@@ -12,7 +12,7 @@
 
 static constexpr const char* kDevice = "/dev/cli";
 static constexpr const char* kCommand = "ir.rx.send ";
-static constexpr const char* kEndOfTable = "CUSTOMKEY";  // its row is never pressed
+static constexpr const char* kEndOfTable = "CUSTOMKEY";  // name of the last row, which no request can press
 
 struct CLI_KEY_MAP {
   char key_name[15];
@@ -26,7 +26,7 @@ static constexpr CLI_KEY_MAP t_cli_key_map[] = {
 };
 static_assert(std::size(t_cli_key_map) == 59);
 
-// The row of a key's name, or null.
+// Returns the row of a key, or null for an unknown name.
 static const CLI_KEY_MAP* find_key(const char* name) {
   for (const CLI_KEY_MAP& row : t_cli_key_map) {
     if (strcmp(row.key_name, kEndOfTable) == 0) break;
@@ -35,7 +35,7 @@ static const CLI_KEY_MAP* find_key(const char* name) {
   return nullptr;
 }
 
-// The device takes one character at a time.
+// Types a text into the device, which takes one character per call.
 static void type_text(int device, const char* text) {
   for (; *text; ++text) {
     char character = *text;
@@ -76,7 +76,7 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_KEYBOARD,
      .type = TYPE_TEXT,
      .set_answer = VEXTVCTRLR_NOT_IMPLEMENT,
-     .help = "Keys of a keyboard; there is none that could be pressed."},
+     .help = "Presses a key of a keyboard; not implemented."},
 };
 
 constinit const Handler handler_KEY = {.group = TV_CTRL_GRPID_KEY,

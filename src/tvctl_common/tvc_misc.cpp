@@ -1,5 +1,5 @@
-// Miscellaneous group: the password, USB storage, facts of the configuration store, HbbTV, the internet portal, the
-// set's own applications, the shop's demonstrations.
+// Miscellaneous group: the password, the factory reset, USB storage, single integers of the configuration store, HbbTV,
+// the internet portal, the set's own applications, shop demonstrations.
 #include <stdio.h>
 #include <string.h>
 #include <unistd.h>
@@ -58,9 +58,9 @@ static INT32 clean_all(const RecordRequest& request) {
 
 static constexpr uintptr_t kUsbTag = 0x1D0D7;
 
-static UINT32 g_udetect;  // the running detection; 0: none. Written under the request lock, and at start-up
+static UINT32 g_udetect;  // handle of the running detection; 0: none. Written at start-up and under the request lock
 
-// Runs on the platform's thread.
+// Callback, on the platform's thread.
 static INT32 _tv_ctrl_usb_detect_nfy_fct(INT32 type, void* tag, const char* dev, const char* path, const char* label,
                                          UINT32 port) {
   T_USB_DETECT_NOTIFY notify = {
@@ -74,6 +74,7 @@ static INT32 _tv_ctrl_usb_detect_nfy_fct(INT32 type, void* tag, const char* dev,
   return 0;
 }
 
+// Starts the detection, unless it is running already.
 static INT32 _tvc_misc_usb_detect_init() {
   if (g_udetect != 0) return VEXTVCTRLR_OK;
   g_udetect = a_vextvapi_cb_usb_detect_init();
@@ -109,7 +110,7 @@ static INT32 get_mount_points(const RecordRequest& request) {
   for (INT32 i = 0; i < list.count; ++i) {
     T_MOUNT_POINT_INFO& entry = list.entries[i];
     entry = {};
-    // The platform's texts need not be terminated.
+    // The platform may leave its texts unterminated. The last byte of each copy stays 0.
     memcpy(entry.dev, scratch[i].dev, sizeof entry.dev - 1);
     memcpy(entry.path, scratch[i].path, sizeof entry.path - 1);
     memcpy(entry.label, scratch[i].label, sizeof entry.label - 1);
@@ -118,7 +119,7 @@ static INT32 get_mount_points(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-// The record's text is the mount point going in and the description coming out.
+// Replaces the mount point in the record's text with the description of its device.
 static INT32 get_device_description(const RecordRequest& request) {
   if (g_udetect == 0) return VEXTVCTRLR_FAIL;
   T_TEXT& text = tvc_content<T_TEXT>(request);
@@ -140,7 +141,7 @@ struct NamedNumber {
   UINT8 number;
 };
 
-// Looks a name up without regard to case; null for an unknown one.
+// Returns the row of a name, in any case of its letters, or null for an unknown name.
 template <std::size_t Size>
 static const NamedNumber* find_name(const NamedNumber (&table)[Size], const char* name) {
   for (const NamedNumber& row : table)
@@ -167,6 +168,7 @@ static_assert(std::size(kNativeApps) == 17);
 static constexpr const char* kVideoAppMarker = "/tmp/ytlbv4_start";  // exists while the video application runs
 static constexpr const char* kVideoApp = "YOUTUBE";
 
+// Returns the name of the platform's application mode.
 static const char* app_mode_name(INT32 mode) {
   if (mode == VEXTVAPI_APP_MODE_VIDEO || (mode == PORTAL_MODE_PORTAL && access(kVideoAppMarker, F_OK) == 0))
     return kVideoApp;
@@ -183,7 +185,7 @@ static INT32 get_app_mode(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-// The portal's result is logged, and passed on as it is.
+// Logs the platform's result and returns it unchanged.
 static INT32 portal_result(const RecordRequest& request, INT32 ret) {
   tvc_failed(ret, request.operation);
   tvc_log_progress("[TVC_MAIN] i4_ret: [%d]\n", ret);
@@ -225,7 +227,7 @@ static INT32 start_native_app(const RecordRequest& request) {
   return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }
 
-// A failure is logged, and not answered.
+// Logs a failure and succeeds all the same.
 static INT32 call_hbbtv(const RecordRequest& request) {
   const T_HBBTV& hbbtv = tvc_content<T_HBBTV>(request);
   VEXTVAPI_HBBTV_DATA_T block = {};
@@ -244,7 +246,8 @@ static INT32 call_hbbtv(const RecordRequest& request) {
 
 // --- Shop ---
 
-// Whether a USB path holds something that the shop mode plays; the media type says so.
+// Asks whether a USB path has media for the shop, and reports it as the record's media type: a playlist, or null. ask:
+// the platform's function.
 static INT32 get_shop_media(const RecordRequest& request, INT32 (*ask)(const char* path, UINT8* ret_flag)) {
   T_CBROWSER& browser = tvc_content<T_CBROWSER>(request);
   tvc_end_text(browser.path);
@@ -287,26 +290,26 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_ACTION,
      .set = clean_all,
      .set_operation = "_tvc_misc_clean_all",
-     .help = "Puts the set back to its factory state."},
+     .help = "Resets the set to its factory state."},
     {.record = TV_CTRL_RECID_USB_DETECT_INIT,
      .type = TYPE_ACTION,
      .set = start_usb_detection,
-     .help = "Starts watching for USB storage, unless it is being watched for."},
+     .help = "Starts the detection of USB storage, unless it is running."},
     {.record = TV_CTRL_RECID_USB_DETECT_DEINIT,
      .type = TYPE_ACTION,
      .set = stop_usb_detection,
-     .help = "Stops watching for USB storage."},
+     .help = "Stops the detection of USB storage."},
     {.record = TV_CTRL_RECID_USB_MOUNT_POINT_LIST,
      .type = TYPE_MOUNT_INFO,
      .get = get_mount_points,
      .get_operation = "_tvc_misc_get_mount_point_list",
-     .help = "The USB file systems that are mounted, while USB storage is being watched for."},
+     .help = "The mounted USB file systems; fails while the detection of USB storage is stopped."},
     {.record = TV_CTRL_RECID_USB_MOUNT_POINT_DEV_DESC,
      .type = TYPE_TEXT,
      .get = get_device_description,
      .get_operation = "_tvc_misc_get_mount_point_dev_desc",
      .name = "Dev Desc",
-     .help = "The description of the USB device at a mount point, which the query's VALUE names."},
+     .help = "The description of the USB device at the mount point that the query's VALUE names."},
     {.record = TV_CTRL_RECID_OCL_STATUS,
      .type = TYPE_INTEGER,
      .get = get_integer,
@@ -329,28 +332,28 @@ static constexpr RecordRow kRows[] = {
      .get_operation = "_tvc_misc_get_cab_channel_id",
      .key = "g_misc__cab_channel_id",
      .name = "Cable Channel ID",
-     .help = "The identifier of the latest channel on cable."},
+     .help = "The identifier of the cable channel that was watched last."},
     {.record = TV_CTRL_RECID_AIR_CHANNEL_ID,
      .type = TYPE_INTEGER,
      .get = get_integer,
      .get_operation = "_tvc_misc_get_air_channel_id",
      .key = "g_misc__air_channel_id",
      .name = "Air Channel ID",
-     .help = "The identifier of the latest channel over the air."},
+     .help = "The identifier of the terrestrial channel that was watched last."},
     {.record = TV_CTRL_RECID_SAT_CHANNEL_ID,
      .type = TYPE_INTEGER,
      .get = get_integer,
      .get_operation = "_tvc_misc_get_sat_channel_id",
      .key = "g_misc__sat_channel_id",
      .name = "Satellite Channel ID",
-     .help = "The identifier of the latest channel by satellite."},
+     .help = "The identifier of the satellite channel that was watched last."},
     {.record = TV_CTRL_RECID_OCL_CHANNEL_ID,
      .type = TYPE_INTEGER,
      .get = get_integer,
      .get_operation = "_tvc_misc_get_ocl_channel_id",
      .key = "g_misc__misc_ocl_channel_id",
      .name = "One Channel List Channel ID",
-     .help = "The identifier of the latest channel of the one channel list."},
+     .help = "The identifier of the channel of the one channel list that was watched last."},
     {.record = TV_CTRL_RECID_DTV_TUNER_TYPE,
      .type = TYPE_INTEGER,
      .get = get_integer,
@@ -371,26 +374,26 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_HBBTV,
      .set = call_hbbtv,
      .set_operation = "_tvc_misc_hbbtv_func",
-     .help = "Switches HbbTV on or off, or hands it an application."},
+     .help = "Switches HbbTV on or off, or passes an application to it."},
     {.record = TV_CTRL_RECID_START_PORTAL,
      .type = TYPE_PORTAL,
      .set = start_portal,
      .set_operation = "_tvc_misc_start_portal",
-     .help = "Starts the internet portal in a mode."},
+     .help = "Starts the internet portal in the requested mode."},
     {.record = TV_CTRL_RECID_EXIT_PORTAL,
      .type = TYPE_PORTAL,
      .set = exit_portal,
      .set_operation = "_tvc_misc_exit_portal",
-     .help = "Leaves the internet portal for a reason."},
+     .help = "Leaves the internet portal, and says why."},
     {.record = TV_CTRL_RECID_GET_PORTAL_APP_MODE,
      .type = TYPE_PORTAL,
      .get = get_app_mode,
-     .help = "The mode that the internet portal is in."},
+     .help = "The current mode of the internet portal."},
     {.record = TV_CTRL_RECID_START_NATIVE_APP,
      .type = TYPE_TEXT,
      .set = start_native_app,
      .set_operation = "_tvc_misc_start_native_app",
-     .help = "Starts one of the applications of the set's own menu.",
+     .help = "Starts one of the set's own applications.",
      .values = kNativeAppNames},
     {.record = TV_CTRL_RECID_DVBS_SUPPORT_STATUS,
      .type = TYPE_INTEGER,
@@ -398,7 +401,7 @@ static constexpr RecordRow kRows[] = {
      .get_operation = "_tvc_misc_get_dvbs_support_status",
      .key = "g_misc__dvbs_support",
      .name = "DVBS Support Status",
-     .help = "Whether the set receives DVB-S."},
+     .help = "Whether the set supports DVB-S."},
     {.record = TV_CTRL_RECID_CH_LOGO_STATUS,
      .type = TYPE_INTEGER,
      .get = get_integer,
@@ -412,17 +415,17 @@ static constexpr RecordRow kRows[] = {
      .get_operation = "_tvc_misc_get_video_shop_mode",
      .key = "g_video__shop_mode",
      .name = "Video Shop Mode",
-     .help = "Whether the picture is set for a shop."},
+     .help = "Whether the picture is in shop mode."},
     {.record = TV_CTRL_RECID_JUMP_SUPER_SHOP_DEMO,
      .type = TYPE_CBROWSER,
      .get = get_shop_demo,
      .get_operation = "_tvc_misc_get_jump_super_shop_demo",
-     .help = "Whether the USB path holds a demonstration for the shop: TYPE becomes 5, else 0."},
+     .help = "Whether the query's USB path has a demonstration for the shop: TYPE is 5 if it has, else 0."},
     {.record = TV_CTRL_RECID_JUMP_EBANNER,
      .type = TYPE_CBROWSER,
      .get = get_ebanner,
      .get_operation = "_tvc_misc_get_jump_ebanner",
-     .help = "Whether the USB path holds an e-banner for the shop: TYPE becomes 5, else 0."},
+     .help = "Whether the query's USB path has an e-banner for the shop: TYPE is 5 if it has, else 0."},
 };
 
 constinit const Handler handler_MISC = {

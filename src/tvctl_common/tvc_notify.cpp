@@ -1,4 +1,4 @@
-// Notification group: the events that some handler raises. They can be neither read nor set.
+// Notification group: the events that handlers raise. They can be neither read nor set.
 #include "tv_ctrl_util/log.h"
 #include "tvctl_common/handler.h"
 
@@ -8,16 +8,16 @@ static constexpr RecordRow kRows[] = {
      .help = "USB storage was mounted or unmounted."},
     {.record = TV_CTRL_RECID_WS_NFY_CEC_DETECT,
      .type = TYPE_CEC_DETECT_NOTIFY,
-     .help = "A message came on the HDMI-CEC bus, or the set's CEC manager reports something."},
+     .help = "A message was received on the HDMI-CEC bus, or the set's CEC manager reported an event."},
     {.record = TV_CTRL_RECID_WS_NFY_NETWORK,
      .type = TYPE_NW_NOTIFY,
-     .help = "The cable was pulled, an address changed, or Wi-Fi was switched off."},
+     .help = "The network cable was unplugged, an address changed, or Wi-Fi was switched off."},
     {.record = TV_CTRL_RECID_WS_NFY_CONFIG_UPDATE,
      .type = TYPE_CONFIG_UPDATE_NOTIFY,
-     .help = "A value of the configuration that the plugin watches changed."},
+     .help = "A watched value in the configuration store changed."},
     {.record = TV_CTRL_RECID_WS_NFY_VOL_CTRL,
      .type = TYPE_VOL_CTRL_NOTIFY,
-     .help = "The volume or the mute state changed, whoever changed it."},
+     .help = "The volume or the mute state changed, for whatever reason."},
 };
 
 constinit const Handler handler_WS_NFY = {.group = TV_CTRL_GRPID_WS_NFY,

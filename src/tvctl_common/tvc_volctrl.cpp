@@ -38,13 +38,13 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_VOL_INCREASE,
      .type = TYPE_ACTION,
      .set = increase_volume,
-     .help = "Raises the volume by one step where tv_ctrl_set is called with a record; requests, which bring none, are "
-             "refused."},
+     .help = "Raises the volume by one step, but only in a native call of tv_ctrl_set with a record: requests to this "
+             "URI are refused."},
     {.record = TV_CTRL_RECID_VOL_DECREASE,
      .type = TYPE_ACTION,
      .set = decrease_volume,
-     .help = "Lowers the volume by one step where tv_ctrl_set is called with a record; requests, which bring none, are "
-             "refused."},
+     .help = "Lowers the volume by one step, but only in a native call of tv_ctrl_set with a record: requests to this "
+             "URI are refused."},
     {.record = TV_CTRL_RECID_VOL_MUTE,
      .type = TYPE_VALUE,
      .get = get_mute,
@@ -71,7 +71,7 @@ INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content) {
   return tvc_handle_set(handler_VOLUME, ui2_id, pv_content);
 }
 
-// Runs on the platform's thread; every callback, of whatever type, is passed on.
+// Callback, on the platform's thread. Notifies every call, whatever its callback type is.
 static INT32 _tv_ctrl_volctrl_nfy_fct(INT32, void*, void* pv_arg1, void* pv_arg2, void*, void*) {
   T_VOL_CTRL_NOTIFY notify = {
       .vol_value = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg1)),

@@ -21,17 +21,17 @@ static constexpr Field kHbbtvFields[] = {
 constexpr ItemType item_HBBTV = {
     .type = TYPE_HBBTV, .record_size = sizeof(T_HBBTV), .error_word = "hbbtv", .fields = kHbbtvFields};
 
-static constexpr char kKModes[] =
+static constexpr char kModes[] =
 #define TVC_PORTAL_MODE(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
     ;
-static constexpr char kKReasons[] =
+static constexpr char kReasons[] =
 #define TVC_PORTAL_EXIT(name, number) #name "\0"
 #include "vex_tv_ctrl/apps.def"
     ;
 
 static constexpr Field kPortalFields[] = {
-    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kKModes, .help = "mode to start in"},
+    {.key = "appMode", TVC_MEMBER(T_PORTAL, app_mode), .use = kSet, .values = kModes, .help = "mode to start in"},
     {.key = "appMode",
      TVC_MEMBER(T_PORTAL, app_mode),
      .use = kResponse,
@@ -40,7 +40,7 @@ static constexpr Field kPortalFields[] = {
     {.key = "exitReason",
      TVC_MEMBER(T_PORTAL, exit_reason),
      .use = kSet,
-     .values = kKReasons,
+     .values = kReasons,
      .help = "why it is left; any other text is another reason"},
 };
 

@@ -1,7 +1,7 @@
 // Item types of HDMI-CEC.
 #include "tv_ctrl_api/item_types.h"
 
-static constexpr char kKSwitch[] =
+static constexpr char kSwitch[] =
     "0=off\0"
     "1=on\0";
 
@@ -9,12 +9,12 @@ static constexpr Field kCecmCfgFields[] = {
     {.key = "CECMFUNC",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func_set),
      .use = kSet,
-     .values = kKSwitch,
+     .values = kSwitch,
      .help = "how CEC is to be switched"},
     {.key = "cecm_func_statu",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func),
      .use = kResponse,
-     .values = kKSwitch,
+     .values = kSwitch,
      .help = "how CEC is switched"},
 };
 

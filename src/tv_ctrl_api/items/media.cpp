@@ -60,7 +60,7 @@ constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
 
 // What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
 // order than a response's are written.
-static constexpr char kKMediaTypes[] =
+static constexpr char kMediaTypes[] =
     "0=none\0"
     "1=photo\0"
     "2=music\0"
@@ -75,16 +75,12 @@ static constexpr Field kCbrowserFields[] = {
      TVC_MEMBER(T_CBROWSER, path),
      .use = kQuery | kSet | kResponse,
      .help = "path of a folder or a file"},
-    {.key = "TYPE",
-     TVC_MEMBER(T_CBROWSER, type),
-     .use = kQuery | kSet,
-     .values = kKMediaTypes,
-     .help = "kind of media"},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kQuery | kSet, .values = kMediaTypes, .help = "kind of media"},
     {.key = "SORT", TVC_MEMBER(T_CBROWSER, sort), .use = kQuery | kSet, .help = "order, in the platform's numbers"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kQuery | kSet, .help = kFirstEntry},
     {.key = "COUNT", TVC_MEMBER(T_CBROWSER, count), .use = kQuery | kSet | kResponse, .help = "number of entries"},
     {.key = "INDEX", TVC_MEMBER(T_CBROWSER, index), .use = kResponse, .help = kFirstEntry},
-    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kKMediaTypes, .help = "kind of media"},
+    {.key = "TYPE", TVC_MEMBER(T_CBROWSER, type), .use = kResponse, .values = kMediaTypes, .help = "kind of media"},
     {.key = "RESERVED", TVC_MEMBER(T_CBROWSER, reserved), .use = kQuery | kSet, .help = "second path"},
 };
 

@@ -1,0 +1,133 @@
+// The description of made-up types whose rows say what few real ones do.
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "support.h"
+#include "tv_ctrl_api/describe.h"
+
+namespace {
+
+std::string description(const ItemType& item) {
+  JsonText json;
+  tvc_describe_type(json, item);
+  EXPECT_TRUE(tvc_finish_text(json));
+  const std::unique_ptr<char, decltype(&std::free)> owner(json.text, std::free);
+  return {json.text, json.length};
+}
+
+// --- Kinds ---
+
+struct Kinds {
+  INT16 small;
+  double position;
+  INT32 mode;
+  UINT16 title[8];
+  char* detail;
+  INT32 count;
+  INT32 numbers[4];
+  UINT16 channels[6];
+  uintptr_t address;
+};
+constexpr Field kinds_fields[] = {
+    {.key = "SMALL", TVC_MEMBER(Kinds, small), .use = kResponse, .unit = "degree", .help = "angle"},
+    {.key = "POSITION", TVC_MEMBER(Kinds, position), .use = kResponse},
+    {.key = "MODE",
+     TVC_NAMED(Kinds, mode),
+     .use = kQuery | kResponse,
+     .values = "1=NONE\0"
+               "2=ALL\0"},
+    {.key = "TITLE", TVC_MEMBER(Kinds, title), .use = kResponse},
+    {.key = "DETAIL", TVC_MEMBER(Kinds, detail), .use = kResponse, .text = nullptr},
+    {.key = "NUMBERS", TVC_MEMBER(Kinds, numbers), .use = kQuery | kResponse, .count = TVC_PLACE(Kinds, count)},
+    {.key = "CHANNELS", TVC_NUMBERS_16(Kinds, channels), .use = kResponse},
+    {.key = "ADDRESS", TVC_WORD(Kinds, address), .use = kResponse, .values = "0=none\0"},
+};
+
+TEST(DescribeForm, EveryKindHasTheNameOfItsRow) {
+  EXPECT_EQ(description({.type = TYPE_EVENT_INFO, .record_size = sizeof(Kinds), .fields = kinds_fields}),
+            R"({"query":[{"key":"MODE","kind":"text","values":[{"value":"NONE"},{"value":"ALL"}]},)"
+            R"({"key":"NUMBERS","kind":"int32_array","count":4}],"set":null,)"
+            R"("response":[{"key":"SMALL","kind":"int16","unit":"degree","help":"angle"},)"
+            R"({"key":"POSITION","kind":"double"},)"
+            R"({"key":"MODE","kind":"text","values":[{"value":"NONE"},{"value":"ALL"}]},)"
+            R"({"key":"TITLE","kind":"text"},{"key":"DETAIL","kind":"text"},)"
+            R"({"key":"NUMBERS","kind":"int32_array","count":4},{"key":"CHANNELS","kind":"uint16_array","count":6},)"
+            R"({"key":"ADDRESS","kind":"uint64","values":[{"value":0,"help":"none"}]}],"notify":null})");
+}
+
+// --- Members beside "ITEMS", and a list in several forms ---
+
+struct Child {
+  INT32 number;
+  char name[8];
+};
+struct Folder {
+  INT32 kind;
+  UINT16 count;
+  Child children[3];
+};
+constexpr Field folder_fields[] = {
+    {.key = "KIND", TVC_MEMBER(Folder, kind), .use = kQuery | kRoot, .help = "what it holds"},
+    {.key = "COUNT", TVC_MEMBER(Folder, count), .use = kRoot},
+};
+constexpr Field child_fields[] = {{.key = "NO", TVC_MEMBER(Child, number)}, {.key = "NAME", TVC_MEMBER(Child, name)}};
+constexpr Field number_fields[] = {{.key = "NO", TVC_MEMBER(Child, number)}};
+constexpr Field summary_fields[] = {{.key = "SUMMARY", .text = "Folder"}};
+constexpr ItemForm folder_forms[] = {
+    {.uri = 0x140C, .fields = number_fields, .list = {TVC_ENTRIES(Folder, children)}},
+    {.when = [](const void* record) { return static_cast<const Folder*>(record)->kind == 6; },
+     .fields = child_fields,
+     .list = {.count = TVC_PLACE(Folder, count), TVC_ENTRIES(Folder, children)}},
+    {.fields = summary_fields},
+};
+
+TEST(DescribeForm, FormsAreOneListOfMembersAndRootMembersStandApart) {
+  EXPECT_EQ(description(
+                {.type = TYPE_DLNA_DMP, .record_size = sizeof(Folder), .fields = folder_fields, .forms = folder_forms}),
+            R"({"query":[{"key":"KIND","kind":"int32","help":"what it holds"}],"set":null,)"
+            R"("response":[{"key":"NO","kind":"int32"},{"key":"NAME","kind":"text","limit":7},)"
+            R"({"key":"SUMMARY","kind":"constant","value":"Folder"}],)"
+            R"("root":[{"key":"KIND","kind":"int32","help":"what it holds"},{"key":"COUNT","kind":"uint16"}],)"
+            R"("notify":null})");
+}
+
+// --- One key in several rows ---
+
+struct View {
+  INT32 tag;
+  union {
+    INT32 number;
+    char text[12];
+  } u;
+};
+constexpr bool is_number(const void* record) { return static_cast<const View*>(record)->tag == 1; }
+constexpr bool is_text(const void* record) { return !is_number(record); }
+constexpr Field view_fields[] = {
+    {.key = "TAG", TVC_MEMBER(View, tag), .use = kSet | kNotify},
+    {.key = "VALUE",
+     TVC_MEMBER(View, u.number),
+     .use = kSet | kNotify,
+     .when = is_number,
+     .read_when = is_number,
+     .unless = "NAME"},
+    {.key = "VALUE", TVC_MEMBER(View, u.text), .use = kSet | kNotify, .when = is_text, .read_when = is_text},
+};
+
+TEST(DescribeForm, RowsOfOneKeyAreOneMember) {
+  EXPECT_EQ(description({.type = TYPE_TEXT,
+                         .record_size = sizeof(View),
+                         .fields = view_fields,
+                         .notify = {.form = NotifyForm::kQueued, .bound = 1024}}),
+            R"({"query":null,"set":{"request":"SET","fields":[{"key":"TAG","kind":"int32"},)"
+            R"({"key":"VALUE","kind":"int32"}]},"response":null,)"
+            R"("notify":{"form":"queued","member":"ITEMS","bound":1024,"fields":[{"key":"TAG","kind":"int32"},)"
+            R"({"key":"VALUE","kind":"int32"}]}})");
+}
+
+TEST(DescribeForm, ActionTakesItsWordAndNoFields) {
+  EXPECT_EQ(description({.type = TYPE_ACTION}),
+            R"({"query":null,"set":{"request":"ACTION","fields":[]},"response":null,"notify":null})");
+}
+
+}  // namespace
