@@ -25,12 +25,7 @@ constexpr int tvc_record(UINT16 ui2_id) { return ui2_id & 0xFF; }
 // TV_CTRL_GRPID_<group>: what a URI is about; it selects the handler.
 enum TVC_GROUP_ID : UINT8 {
 #define TVC_GROUP(group, number, enumeration) TV_CTRL_GRPID_##group = number,
-#define TVC_URI(group, record, name, uri, type)
-#define TVC_GROUP_END(group)
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
 };
 
 // TV_CTRL_RECID_<name>: one enumeration of record numbers per group.
@@ -41,14 +36,11 @@ enum TVC_GROUP_ID : UINT8 {
   }                          \
   ;
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
 
 // What a URI carries: which record, which JSON. One unsigned byte in the registry.
 enum TV_CTRL_ITEM_TYPE : UINT8 {
 #define TVC_ITEM_TYPE(name, number) TYPE_##name = number,
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
 };
 
 // Kinds of values in configuration records.

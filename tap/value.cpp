@@ -290,24 +290,46 @@ std::string kind_name(Form form, Direction direction) {
 
 cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count) {
   if (memory == nullptr) return cJSON_CreateNull();
-  if (form == Form::string) return json_text(static_cast<const char*>(memory));
-  if (form == Form::text) return text_to_json(static_cast<const char*>(memory), count);
-  if (form == Form::array) return array_to_json(type, memory, count);
-  return value_to_json(type, memory);
+  switch (form) {
+    case Form::one:
+      return value_to_json(type, memory);
+    case Form::string:
+      return json_text(static_cast<const char*>(memory));
+    case Form::text:
+      return text_to_json(static_cast<const char*>(memory), count);
+    case Form::array:
+      return array_to_json(type, memory, count);
+    case Form::value:
+    case Form::address:
+    case Form::callback:
+    case Form::tag:
+      break;
+  }
+  return nullptr;
 }
 
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
                        std::string& ret_error) {
-  if (form == Form::string || form == Form::text) {
-    return text_from_json(json, static_cast<char*>(memory), count, ret_error);
+  switch (form) {
+    case Form::one:
+      return memory == nullptr ? value_fits(type, json, ret_error) : value_from_json(type, json, memory, ret_error);
+    case Form::string:
+    case Form::text:
+      return text_from_json(json, static_cast<char*>(memory), count, ret_error);
+    case Form::array:
+      return array_from_json(type, json, memory, count, ret_error);
+    case Form::value:
+    case Form::address:
+    case Form::callback:
+    case Form::tag:
+      break;
   }
-  if (form == Form::array) return array_from_json(type, json, memory, count, ret_error);
-  return memory == nullptr ? value_fits(type, json, ret_error) : value_from_json(type, json, memory, ret_error);
+  return false;
 }
 
 std::size_t pointed_count(Form form, const cJSON* json) {
-  if (form == Form::array) return static_cast<std::size_t>(cJSON_GetArraySize(json));
   if (form == Form::one) return 1;
+  if (form == Form::array) return static_cast<std::size_t>(cJSON_GetArraySize(json));
   return (cJSON_IsString(json) ? std::strlen(json->valuestring) : json_print(json).size()) + 1;
 }
 

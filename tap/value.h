@@ -109,18 +109,18 @@ enum class Direction : std::uint8_t { in, out, inout };
 
 // Whether what an argument points at stands in JSON, and not the argument itself.
 constexpr bool is_pointer(Form form) {
-  return form == Form::one || form == Form::string || form == Form::text || form == Form::array;
+  return form != Form::value && form != Form::address && form != Form::callback && form != Form::tag;
 }
 
 // The kind of parameter as people know it: "in_text" and so on.
 std::string kind_name(Form form, Direction direction);
 
-// The same of what a pointer argument points at: so many elements of the type. Memory may be null: that is null in
-// JSON, and from JSON it is only seen whether it fits.
+// The same for what a pointer's argument points at, count elements of a type. Without memory, the first gives null, and
+// the second only says whether JSON fits.
 cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count);
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
                        std::string& ret_error);
-// How many elements JSON gives.
+// How many elements such JSON needs.
 std::size_t pointed_count(Form form, const cJSON* json);
 
 // Whether JSON fits the type, without a place to write it to.

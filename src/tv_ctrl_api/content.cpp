@@ -6,15 +6,11 @@
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_main/registry.h"
 
-// The last item type that requests use. Types with a greater number are notifications.
-static constexpr UINT8 kLastRequestType = TYPE_CECM_CFG;
-
 void* tv_ctrl_malloc_content_max(INT32* ret_size) {
   if (!ret_size) return nullptr;
   UINT32 largest = 0;
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry())
-    if (const ItemType* const item = tvc_item_type(row.ui1_type); item && item->type <= kLastRequestType)
-      largest = std::max(largest, item->record_size);
+    if (const ItemType* const item = tvc_item_type(row.ui1_type)) largest = std::max(largest, item->record_size);
   if (largest == 0) return nullptr;
   // The byte behind the record always stays 0, so that a text that fills the largest record is still terminated.
   void* const content = calloc(1, largest + 1);

@@ -7,7 +7,7 @@
 static constexpr const ItemType* kItemTypes[] = {
 #define TVC_ITEM_TYPE(name, number) &item_##name,
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
 };
 
 // For each type the position of its row in the table, counted from 1; 0: the type has no row.
@@ -16,7 +16,7 @@ static constexpr auto kPlaces = [] {
   UINT8 place = 0;
 #define TVC_ITEM_TYPE(name, number) places[number] = ++place;
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
   return places;
 }();
 
@@ -29,7 +29,7 @@ const char* tvc_item_type_name(UINT8 type) {
 #define TVC_ITEM_TYPE(name, number) \
   case number:                      \
     return "TYPE_" #name;
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
     default:
       return "";
   }

@@ -100,4 +100,4 @@ void tvc_free_record_texts(const ItemType& item, void* record);
 // The rows of the types. Each is defined beside its field table, in the file of its area.
 #define TVC_ITEM_TYPE(name, number) extern const ItemType item_##name;
 #define TVC_ITEM_TYPE_WITHOUT_ROW(name, number)
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"

@@ -6,23 +6,13 @@
 #include <iterator>
 
 static constexpr TV_CTRL_URI_ID_MAP_T at_uri_mapping_id_table[] = {
-#define TVC_GROUP(group, number, enumeration)
 #define TVC_URI(group, record, name, uri, type) {uri, tvc_id(TV_CTRL_GRPID_##group, record), TYPE_##type},
-#define TVC_GROUP_END(group)
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
 };
 
 static constexpr std::size_t kRowLength[] = {
-#define TVC_GROUP(group, number, enumeration)
 #define TVC_URI(group, record, name, uri, type) sizeof(uri) - 1,
-#define TVC_GROUP_END(group)
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
 };
 
 static constexpr std::size_t kRows = std::size(at_uri_mapping_id_table);
@@ -49,7 +39,7 @@ static constexpr LengthIndex kByLength = [] {
 
 // The row of each identifier; identifiers are unique.
 static constexpr auto kById = [] {
-  std::array<RowIndex, (TV_CTRL_GRPID_CONFIG + 1) << 8> index{};
+  std::array<RowIndex, (kLastGroup + 1) << 8> index{};
   index.fill(kNoRow);
   for (std::size_t row = 0; row < kRows; ++row) index[at_uri_mapping_id_table[row].ui2_id] = static_cast<RowIndex>(row);
   return index;
@@ -62,12 +52,7 @@ const char* tvc_group_name(int group) {
 #define TVC_GROUP(name, number, enumeration) \
   case number:                               \
     return #name;
-#define TVC_URI(group, record, name, uri, type)
-#define TVC_GROUP_END(group)
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
     default:
       return nullptr;
   }

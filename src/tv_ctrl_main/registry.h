@@ -5,6 +5,14 @@
 
 #include "tv_ctrl_main.h"
 
+// The largest group number.
+inline constexpr int kLastGroup = [] {
+  int last = 0;
+#define TVC_GROUP(group, number, enumeration) last = number > last ? number : last;
+#include "vex_tv_ctrl/uris.def"
+  return last;
+}();
+
 // Every row, in table order.
 std::span<const TV_CTRL_URI_ID_MAP_T> tvc_registry();
 

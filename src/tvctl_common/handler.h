@@ -71,8 +71,16 @@ struct Handler {
   INT32 get_default = VEXTVCTRLR_OK;  // result of a get without a get function
   INT32 set_default = VEXTVCTRLR_OK;  // result of a set without a set function
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
+  bool set_needs_record = false;     // tv_ctrl_set refuses a set without a content record before the handler sees it
+  INT32 (*start)() = nullptr;        // the core calls it as it starts; null: there is nothing to start
+  UINT8 start_turn = 0;              // 1: first; no two handlers have the same turn, and no turn is left out
   const char* framed_get = nullptr;  // name under which every get logs its begin and its end; null: gets log neither
 };
+
+// The handlers, each in a file of its own.
+#define TVC_GROUP(group, number, enumeration) extern const Handler handler_##group;
+#define TVC_GROUP_WITHOUT_HANDLER(group, number, enumeration)
+#include "vex_tv_ctrl/uris.def"
 
 // What a request does once its parameters are decoded.
 enum class Effect : UINT8 {

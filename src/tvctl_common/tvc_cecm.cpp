@@ -49,14 +49,15 @@ static constexpr RecordRow kRows[] = {
      .help = "Switches HDMI-CEC on or off; after switching it on, the set looks for devices."},
 };
 
-extern constinit const Handler kCecmHandler = {.group = TV_CTRL_GRPID_CECM_CFG,
-                                               .records = tvc_records<kRows>(),
-                                               .set_without_record = WithoutRecord::kRefused,
-                                               .framed_get = "tv_ctrl_cecm_get"};
+// The host starts it.
+constinit const Handler handler_CECM_CFG = {.group = TV_CTRL_GRPID_CECM_CFG,
+                                            .records = tvc_records<kRows>(),
+                                            .set_without_record = WithoutRecord::kRefused,
+                                            .framed_get = "tv_ctrl_cecm_get"};
 
-INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kCecmHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_cecm_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(handler_CECM_CFG, ui2_id, pv_content); }
 
-INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kCecmHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_cecm_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(handler_CECM_CFG, ui2_id, pv_content); }
 
 // Callback, on the CEC manager's thread.
 static INT32 _tv_ctrl_cec_detect_nfy_fct(INT32, const CECM_NFY_T* pt_nfy, void*, UINT32) {

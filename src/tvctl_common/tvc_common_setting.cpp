@@ -315,15 +315,18 @@ static constexpr RecordRow kRows[] = {
      .help = "Whether a common interface module tunes the set for a broadcast, in the platform's numbers."},
 };
 
-extern constinit const Handler kCommonSettingHandler = {.group = TV_CTRL_GRPID_COMMON_SETTING,
-                                                        .records = tvc_records<kRows>()};
+constinit const Handler handler_COMMON_SETTING = {.group = TV_CTRL_GRPID_COMMON_SETTING,
+                                                  .records = tvc_records<kRows>(),
+                                                  .set_needs_record = true,
+                                                  .start = tv_ctrl_common_setting_init,
+                                                  .start_turn = 4};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_get(kCommonSettingHandler, ui2_id, pv_content);
+  return tvc_handle_get(handler_COMMON_SETTING, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_common_setting_set(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_set(kCommonSettingHandler, ui2_id, pv_content);
+  return tvc_handle_set(handler_COMMON_SETTING, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_common_setting_init(void) {

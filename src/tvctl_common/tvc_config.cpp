@@ -282,12 +282,15 @@ static constexpr RecordRow kRows[] = {
      .help = "A text of the menus, in the menu language."},
 };
 
-extern constinit const Handler kConfigHandler = {
-    .group = TV_CTRL_GRPID_CONFIG, .records = tvc_records<kRows>(), .set_without_record = WithoutRecord::kRefused};
+constinit const Handler handler_CONFIG = {.group = TV_CTRL_GRPID_CONFIG,
+                                          .records = tvc_records<kRows>(),
+                                          .set_without_record = WithoutRecord::kRefused,
+                                          .start = tv_ctrl_config_init,
+                                          .start_turn = 1};
 
-INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kConfigHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_config_get(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(handler_CONFIG, ui2_id, pv_content); }
 
-INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kConfigHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(handler_CONFIG, ui2_id, pv_content); }
 
 // --- Changes ---
 

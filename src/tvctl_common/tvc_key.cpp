@@ -79,12 +79,13 @@ static constexpr RecordRow kRows[] = {
      .help = "Presses a key of a keyboard; not implemented."},
 };
 
-extern constinit const Handler kKeyHandler = {.group = TV_CTRL_GRPID_KEY,
-                                              .records = tvc_records<kRows>(),
-                                              .get_default = VEXTVCTRLR_NOT_SUPPORT,
-                                              .set_default = VEXTVCTRLR_FAIL,
-                                              .set_without_record = WithoutRecord::kRefused};
+constinit const Handler handler_KEY = {.group = TV_CTRL_GRPID_KEY,
+                                       .records = tvc_records<kRows>(),
+                                       .get_default = VEXTVCTRLR_NOT_SUPPORT,
+                                       .set_default = VEXTVCTRLR_FAIL,
+                                       .set_without_record = WithoutRecord::kRefused,
+                                       .set_needs_record = true};
 
-INT32 tv_ctrl_key_get(UINT16, void*) { return kKeyHandler.get_default; }
+INT32 tv_ctrl_key_get(UINT16, void*) { return handler_KEY.get_default; }
 
-INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kKeyHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(handler_KEY, ui2_id, pv_content); }

@@ -428,10 +428,11 @@ static constexpr RecordRow kRows[] = {
      .help = "Whether the query's USB path has an e-banner for the shop: TYPE is 5 if it has, else 0."},
 };
 
-extern constinit const Handler kMiscHandler = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<kRows>()};
+constinit const Handler handler_MISC = {
+    .group = TV_CTRL_GRPID_MISC, .records = tvc_records<kRows>(), .start = tv_ctrl_misc_init, .start_turn = 3};
 
-INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(kMiscHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_get_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(handler_MISC, ui2_id, pv_content); }
 
-INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(kMiscHandler, ui2_id, pv_content); }
+INT32 tv_ctrl_set_misc(UINT16 ui2_id, void* pv_content) { return tvc_handle_set(handler_MISC, ui2_id, pv_content); }
 
 INT32 tv_ctrl_misc_init(void) { return tvc_failed(_tvc_misc_usb_detect_init()) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK; }

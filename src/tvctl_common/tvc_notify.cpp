@@ -20,10 +20,10 @@ static constexpr RecordRow kRows[] = {
      .help = "The volume or the mute state changed, for whatever reason."},
 };
 
-extern constinit const Handler kNotifyHandler = {.group = TV_CTRL_GRPID_WS_NFY,
-                                                 .records = tvc_records<kRows>(),
-                                                 .get_default = VEXTVCTRLR_FAIL,
-                                                 .set_default = VEXTVCTRLR_FAIL};
+constinit const Handler handler_WS_NFY = {.group = TV_CTRL_GRPID_WS_NFY,
+                                          .records = tvc_records<kRows>(),
+                                          .get_default = VEXTVCTRLR_FAIL,
+                                          .set_default = VEXTVCTRLR_FAIL};
 
 void tvc_notify(TVC_GROUP_WS_NFY record, void* pv_content, const char* operation, int line) {
   tvc_failed(tv_ctrl_notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, record), pv_content), operation, line);

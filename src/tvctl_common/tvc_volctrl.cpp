@@ -55,17 +55,20 @@ static constexpr RecordRow kRows[] = {
                "1=muted\0"},
 };
 
-extern constinit const Handler kVolctrlHandler = {.group = TV_CTRL_GRPID_VOLUME,
-                                                  .records = tvc_records<kRows>(),
-                                                  .get_default = VEXTVCTRLR_INV_ARG,
-                                                  .set_without_record = WithoutRecord::kRefused};
+constinit const Handler handler_VOLUME = {.group = TV_CTRL_GRPID_VOLUME,
+                                          .records = tvc_records<kRows>(),
+                                          .get_default = VEXTVCTRLR_INV_ARG,
+                                          .set_without_record = WithoutRecord::kRefused,
+                                          .set_needs_record = true,
+                                          .start = tv_ctrl_volctrl_init,
+                                          .start_turn = 2};
 
 INT32 tv_ctrl_get_volctrl(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_get(kVolctrlHandler, ui2_id, pv_content);
+  return tvc_handle_get(handler_VOLUME, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content) {
-  return tvc_handle_set(kVolctrlHandler, ui2_id, pv_content);
+  return tvc_handle_set(handler_VOLUME, ui2_id, pv_content);
 }
 
 // Callback, on the platform's thread. Notifies every call, whatever its callback type is.

@@ -31,7 +31,7 @@ enum class Held { kNobody, kUntilLate, kForGood };
 
 struct Caller {
   const char* name;
-  bool requests;               // waits while another request is held up
+  bool requests = false;       // waits while another request is held up
   std::function<bool()> call;  // false: a wrong answer
   std::atomic<int> calls = 0;
 };
@@ -83,31 +83,38 @@ bool answered(const std::optional<std::string>& text, const std::string& expecte
 }
 
 [[noreturn]] void exit_while_threads_call(Held held) {
-  child = new Child{.plugin = start_plugin(),
-                    .held = held,
-                    .callers = {
-                        Caller{"get mute", true, [] { return get_text(child->plugin, kMuteUri) == kMuteResponse; }},
-                        Caller{"set and get volume", true,
+  child =
+      new Child{.plugin = start_plugin(),
+                .held = held,
+                .callers = {
+                    Caller{.name = "get mute",
+                           .requests = true,
+                           .call = [] { return get_text(child->plugin, kMuteUri) == kMuteResponse; }},
+                    Caller{.name = "set and get volume",
+                           .requests = true,
+                           .call =
                                [] {
                                  return set_volume(child->plugin, 7) == 0 &&
                                         get_text(child->plugin, kVolumeUri) == volume_response(7);
                                }},
-                        Caller{"single notification", false, [] { return raise_volume(7) == 0; }},
-                        Caller{"queued notification", false, [] { return raise_usb(child->plugin, "A", 1) == 0; }},
-                        Caller{"subscribe", false,
+                    Caller{.name = "single notification", .call = [] { return raise_volume(7) == 0; }},
+                    Caller{.name = "queued notification", .call = [] { return raise_usb(child->plugin, "A", 1) == 0; }},
+                    Caller{.name = "subscribe",
+                           .call =
                                [] {
                                  child->plugin.subscribe(kVolumeNotify);
                                  child->plugin.subscribe(kUsbNotify);
                                  short_pause();
                                  return child->plugin.unsubscribe(kVolumeNotify) == 0;
                                }},
-                        Caller{"fetch", false,
+                    Caller{.name = "fetch",
+                           .call =
                                [] {
                                  short_pause();
                                  fetch_text(child->plugin, kUsbNotify);
                                  return answered(fetch_text(child->plugin, kVolumeNotify), volume_notification(7));
                                }},
-                    }};
+                }};
   for (const Caller& caller : child->callers)
     if (!caller.call()) give_up(caller.name, kWrongAnswer);
   platform.holds_mute = held != Held::kNobody;

@@ -92,10 +92,9 @@ static void add_param_value(Bytes& bytes, const tap::Param& param, std::string& 
   static constexpr tap::Type characters = {.shape = tap::Shape::text, .size = 8, .count = 8};
   if (take_chance(bytes, 6)) {
     text += "null";
-  } else if (param.kind == tap::Kind::in_text || param.kind == tap::Kind::out_text ||
-             param.kind == tap::Kind::inout_text) {
+  } else if (param.form == tap::Form::string || param.form == tap::Form::text) {
     add_type_value(bytes, characters, text);
-  } else if (param.kind == tap::Kind::in_array || param.kind == tap::Kind::out_array) {
+  } else if (param.form == tap::Form::array) {
     const tap::Type array = {.shape = tap::Shape::array, .size = 0, .count = 6, .element = param.type};
     add_type_value(bytes, array, text);
   } else {
@@ -223,32 +222,18 @@ static void call(Bytes& bytes, const tap::Function& function) {
     const std::size_t count = *param.count >= '0' && *param.count <= '9' ? strtoul(param.count, nullptr, 10) : room;
     void* address = nullptr;
     args.push_back(&values[i]);
-    switch (param.kind) {
-      case tap::Kind::in:
-      case tap::Kind::tag:
-        values[i] = is_count ? room : take_integer<std::uint64_t>(bytes);
-        continue;
-      case tap::Kind::callback:
-        address = take_chance(bytes, 8) ? nullptr : sinks().at(param.callback->name);
-        break;
-      case tap::Kind::in_text:
-        address = take_chance(bytes, 8) ? nullptr : allocate(4);
-        if (address) memcpy(address, "t\xFF\"", 3);
-        break;
-      case tap::Kind::in_record:
-      case tap::Kind::out:
-        address = allocate(param.type->size);
-        break;
-      case tap::Kind::inout:
-        address = allocate(param.type->size);
+    if (param.form == tap::Form::callback) {
+      address = take_chance(bytes, 8) ? nullptr : sinks().at(param.callback->name);
+    } else if (!tap::is_pointer(param.form)) {
+      values[i] = is_count ? room : take_integer<std::uint64_t>(bytes);
+      continue;
+    } else if (param.form == tap::Form::string) {
+      address = take_chance(bytes, 8) ? nullptr : allocate(4);
+      if (address) memcpy(address, "t\xFF\"", 3);
+    } else {
+      address = allocate(count * param.type->size);
+      if (param.form == tap::Form::one && param.direction == tap::Direction::inout)
         memcpy(address, &room, param.type->size);
-        break;
-      case tap::Kind::in_array:
-      case tap::Kind::out_text:
-      case tap::Kind::inout_text:
-      case tap::Kind::out_array:
-        address = allocate(count * param.type->size);
-        break;
     }
     memcpy(&values[i], &address, sizeof address);
   }

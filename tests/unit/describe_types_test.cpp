@@ -81,11 +81,11 @@ class DescribeTypes : public DescribedTest {
   const cJSON* described(int type) const {
     static const char* const names[] = {
 #define TVC_ITEM_TYPE(name, number) "TYPE_" #name,
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
     };
     static const int numbers[] = {
 #define TVC_ITEM_TYPE(name, number) number,
-#include "vex_tv_ctrl/item_types.def"
+#include "vex_tv_ctrl/uris.def"
     };
     for (std::size_t i = 0; i < std::size(numbers); ++i)
       if (numbers[i] == type) return member(member(root_.get(), "types"), names[i]);

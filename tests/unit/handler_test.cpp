@@ -162,9 +162,20 @@ std::vector<const Handler*> handlers() {
   return all;
 }
 
-TEST(Handlers, AHandlerServesTheGroupOfItsRoute) {
+TEST(Handlers, AHandlerServesTheGroupThatItIsNamedAfter) {
   for (int group = -1; group <= 256; ++group)
     if (const Handler* const each = tvc_handler(group)) EXPECT_EQ(each->group, group);
+}
+
+TEST(Handlers, EachStartsInATurnOfItsOwn) {
+  std::set<int> turns;
+  for (const Handler* const each : handlers()) {
+    EXPECT_EQ(each->start != nullptr, each->start_turn != 0) << int{each->group};
+    if (each->start_turn) EXPECT_TRUE(turns.insert(each->start_turn).second) << int{each->start_turn};
+  }
+  ASSERT_FALSE(turns.empty());
+  EXPECT_EQ(*turns.begin(), 1);
+  EXPECT_EQ(*turns.rbegin(), static_cast<int>(turns.size()));
 }
 
 // A row of a record that has no URI, or of another type than its URI, would never be reached.

@@ -248,8 +248,7 @@ TEST(Content, SharedBufferHoldsEveryRegisteredRecord) {
   EXPECT_TRUE(std::all_of(bytes, bytes + size + 1, [](char byte) { return byte == 0; }));
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry()) {
     const ItemType* const item = tvc_item_type(row.ui1_type);
-    if (item && item->type <= TYPE_CECM_CFG)
-      EXPECT_LE(item->record_size, static_cast<UINT32>(size)) << tvc_item_type_name(item->type);
+    if (item) EXPECT_LE(item->record_size, static_cast<UINT32>(size)) << tvc_item_type_name(item->type);
   }
   EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_INTEGER));
   EXPECT_GE(static_cast<std::size_t>(size), sizeof(T_OPTION_LIST));

@@ -176,33 +176,36 @@ TEST_F(List, WhatIsListedHasASentenceOfHelp) {
 // Some that are known, so that a list of nothing is found.
 TEST_F(List, SaysWhatAUriIsGoodFor) {
   struct Use {
-    bool get, set, notify;
-    std::string without_effect;
+    bool get = false, set = false, notify = false;
+    std::string without_effect = "";
     bool operator==(const Use&) const = default;
   };
   const auto use_of = [this](const std::string& uri) -> Use {
     for (const cJSON* const row : uris_) {
       if (text_of(row, "uri") != uri) continue;
       const cJSON* const accepted = member(row, "without_effect");
-      return {is_true(row, "get"), is_true(row, "set"), is_true(row, "notify"), accepted ? print_json(accepted) : ""};
+      return {.get = is_true(row, "get"),
+              .set = is_true(row, "set"),
+              .notify = is_true(row, "notify"),
+              .without_effect = accepted ? print_json(accepted) : ""};
     }
     return {};
   };
-  EXPECT_EQ(use_of("/tv/cast/volume/volume"), (Use{true, true, false, ""}));
-  EXPECT_EQ(use_of("/tv/cast/volume/volume_increase"), (Use{false, false, false, ""})) << "an action brings no record";
-  EXPECT_EQ(use_of("/tv/ws/notify/volume_ctrl"), (Use{false, false, true, ""}));
-  EXPECT_EQ(use_of("/tv/ws/notify/tuner_scan"), (Use{false, false, false, ""})) << "nothing raises it";
-  EXPECT_EQ(use_of("/tv/config/value_number"), (Use{true, true, false, ""}));
-  EXPECT_EQ(use_of("/tv/config/value_action"), (Use{false, true, false, R"(["get"])"}));
-  EXPECT_EQ(use_of("/tv/config/value_range"), (Use{true, false, false, R"(["set"])"}));
-  EXPECT_EQ(use_of("/tv/config/language_string"), (Use{true, false, false, ""})) << "no word sets its type";
-  EXPECT_EQ(use_of("/tv/key/irrc"), (Use{false, true, false, ""}));
-  EXPECT_EQ(use_of("/tv/key/keyboard"), (Use{false, false, false, ""}));
-  EXPECT_EQ(use_of("/tv/menu/common_setting/blue_mute"), (Use{false, false, false, R"(["get","set"])"}));
-  EXPECT_EQ(use_of("/tv/menu/common_setting/ip_setting"), (Use{false, false, false, R"(["get"])"}));
-  EXPECT_EQ(use_of("/tv/menu/misc/clean_all"), (Use{false, true, false, R"(["get"])"}));
-  EXPECT_EQ(use_of("/tv/menu/video/3d_item"), (Use{false, false, false, ""}));
-  EXPECT_EQ(use_of("/tv/menu/tuner/scan"), (Use{false, false, false, ""}));
+  EXPECT_EQ(use_of("/tv/cast/volume/volume"), (Use{.get = true, .set = true}));
+  EXPECT_EQ(use_of("/tv/cast/volume/volume_increase"), (Use{})) << "an action brings no record";
+  EXPECT_EQ(use_of("/tv/ws/notify/volume_ctrl"), (Use{.notify = true}));
+  EXPECT_EQ(use_of("/tv/ws/notify/tuner_scan"), (Use{})) << "nothing raises it";
+  EXPECT_EQ(use_of("/tv/config/value_number"), (Use{.get = true, .set = true}));
+  EXPECT_EQ(use_of("/tv/config/value_action"), (Use{.set = true, .without_effect = R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/config/value_range"), (Use{.get = true, .without_effect = R"(["set"])"}));
+  EXPECT_EQ(use_of("/tv/config/language_string"), (Use{.get = true})) << "no word sets its type";
+  EXPECT_EQ(use_of("/tv/key/irrc"), (Use{.set = true}));
+  EXPECT_EQ(use_of("/tv/key/keyboard"), (Use{}));
+  EXPECT_EQ(use_of("/tv/menu/common_setting/blue_mute"), (Use{.without_effect = R"(["get","set"])"}));
+  EXPECT_EQ(use_of("/tv/menu/common_setting/ip_setting"), (Use{.without_effect = R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/menu/misc/clean_all"), (Use{.set = true, .without_effect = R"(["get"])"}));
+  EXPECT_EQ(use_of("/tv/menu/video/3d_item"), (Use{}));
+  EXPECT_EQ(use_of("/tv/menu/tuner/scan"), (Use{}));
 }
 
 }  // namespace

@@ -19,17 +19,11 @@ struct Symbol {
 
 // No name occurs twice: rows and item types have enumerators of these names, and no row's name begins with "TYPE_".
 constexpr Symbol SYMBOLS[] = {
-#define TVC_GROUP(group, number, enumeration)
 #define TVC_URI(group, record, name, uri, type) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
 #define TVC_NAME(group, record, name) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
-#define TVC_GROUP_END(group)
 #include "vex_tv_ctrl/uris.def"
-#undef TVC_GROUP
-#undef TVC_URI
-#undef TVC_GROUP_END
 #define TVC_ITEM_TYPE(name, number) {"TYPE_" #name, TYPE_##name},
-#include "vex_tv_ctrl/item_types.def"
-#undef TVC_ITEM_TYPE
+#include "vex_tv_ctrl/uris.def"
 };
 
 // How many characters must be added, removed or replaced to make one of the other.

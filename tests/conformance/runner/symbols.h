@@ -1,5 +1,5 @@
 // The names that a case can use in place of numbers: rows of the registry ("VOL_MUTE" is its identifier) and item types
-// ("TYPE_VALUE"). They are read from the plugin's own tables, uris.def and item_types.def.
+// ("TYPE_VALUE"). They are read from the plugin's own table, uris.def.
 #pragma once
 
 #include <span>
