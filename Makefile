@@ -1,10 +1,10 @@
-# A thin front of the CMake presets: `make run` and `make test` install what is missing and do the rest.
+# A thin front of the CMake presets: each target installs what is missing and does the rest.
 
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 export PATH := $(shell tools/node.sh path):$(PATH)
 
-.PHONY: all run test arm bench fuzz install packages test-packages arm-packages build web
+.PHONY: all run check test arm bench fuzz install packages check-packages test-packages arm-packages build web
 
 # Everything, the tests' programs included.
 all: build web
@@ -14,9 +14,13 @@ all: build web
 run: build web
 	@build/bin/dtv-host $(ARGS)
 
-# Builds and runs every test; STAGE=name runs one stage of it.
+# What to run before each commit: builds, and runs the quick tests and the checks of what has changed.
+check: check-packages
+	@python3 tests/run.py --jobs $(JOBS) --check
+
+# Builds and runs every test; STAGE=names runs these stages of it, RACE=seconds the race tests for so long.
 test: test-packages
-	@python3 tests/run.py --jobs $(JOBS) $(STAGE)
+	@python3 tests/run.py --jobs $(JOBS) $(if $(RACE),--race $(RACE)) $(STAGE)
 
 # Builds the plugin for the set's machine, 32-bit ARM, and runs its tests there, under emulation.
 arm: arm-packages
@@ -42,6 +46,9 @@ install: build web
 packages:
 	@tools/install_packages.sh build
 	@tools/node.sh install
+
+check-packages:
+	@tools/install_packages.sh check
 
 test-packages:
 	@tools/install_packages.sh test

@@ -54,6 +54,16 @@ DTV_TV_EXPORT char* dtv_tv_control(const char* command);
  * waits for a callback. */
 DTV_TV_EXPORT void dtv_tv_command(char character);
 
+/* For tests. manual 1: the set's timers follow a clock that only dtv_tv_advance moves: the sleep timer, the end of a
+ * channel number, the pace of HDMI-CEC, the wait for another process at the start. 0: the machine's monotonic clock
+ * again. The time of day is the machine's in any case. Call it before dtv_tv_start. */
+DTV_TV_EXPORT void dtv_tv_manual_clock(int32_t manual);
+
+/* Lets time pass on the manual clock. What is due by then happens on the calling thread, in its order and each at its
+ * time; the callbacks for it come on the thread of the set's own as ever, and have ended when it returns. Without a
+ * manual clock it does nothing. From any thread, with no lock held; not from a callback. */
+DTV_TV_EXPORT void dtv_tv_advance(uint32_t milliseconds);
+
 #ifdef __cplusplus
 }
 #endif

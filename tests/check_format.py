@@ -11,6 +11,8 @@ may be of any length. Prints each place that differs and ends with
 --selftest checks the check: a made-up file is refused, and accepted after clang-format laid it out.
 """
 
+import concurrent.futures
+import os
 import re
 import subprocess
 import sys
@@ -23,12 +25,14 @@ PLUGIN = ("src/", "inc/")
 OTHER_STYLE = {re.compile(r"^\s*namespace \{"): "static, in place of an anonymous namespace",
                re.compile(r"[!=]= *nullptr|nullptr *[!=]="): "p or !p, in place of a comparison with nullptr"}
 MAX_LINES = 600  # of a file that is no table (.def)
+PLACE = re.compile(r"^(?P<file>/.+?):\d+:\d+: (?:error|warning): ", re.M)
 
 
-def tracked(patterns):
-    command = ["git", "ls-files", "-z", "--", *patterns]
-    listed = subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True)
-    return [ROOT / name for name in listed.stdout.split("\0") if name and (ROOT / name).is_file()]
+def listed(patterns):
+    """The project's files, those too that are not added yet."""
+    command = ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard", "--", *patterns]
+    names = subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True).stdout
+    return [ROOT / name for name in names.split("\0") if name and (ROOT / name).is_file()]
 
 
 def style_complaint(name, text):
@@ -39,18 +43,35 @@ def style_complaint(name, text):
                    for pattern, wanted in OTHER_STYLE.items() if pattern.search(line))
 
 
-def complaint(file):
-    """What is wrong with the file's length, style or, as clang-format says, layout; an empty text when nothing."""
-    text = file.read_text(encoding="utf-8")
-    length = len(text.splitlines())
-    if length > MAX_LINES and file.suffix != ".def":
-        return f"{file}: {length} lines; no file but a table has more than {MAX_LINES}\n"
-    if file.is_relative_to(ROOT) and (other := style_complaint(str(file.relative_to(ROOT)), text)):
-        return other
+def layout_complaints(files):
+    """File -> what clang-format says of it. One start of it for all files."""
     # The style is named: a file outside of the project, as the self-test's, is to have the project's too.
-    checked = subprocess.run(["clang-format", f"--style=file:{ROOT}/.clang-format", "--dry-run", "-Werror", file],
+    checked = subprocess.run(["clang-format", f"--style=file:{ROOT}/.clang-format", "--dry-run", "-Werror", *files],
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
-    return checked.stdout or (f"{file}: clang-format exits with {checked.returncode}\n" if checked.returncode else "")
+    starts = [*PLACE.finditer(checked.stdout)]
+    complaints = {}
+    for place, following in zip(starts, [*starts[1:], None]):
+        text = checked.stdout[place.start():following and following.start()]
+        complaints[Path(place["file"])] = complaints.get(Path(place["file"]), "") + text
+    if checked.returncode != 0 and not starts:
+        complaints[files[0]] = f"clang-format exits with {checked.returncode}\n{checked.stdout}"
+    return complaints
+
+
+def complaints_of(files):
+    """File -> what is wrong with its length, its style or its layout."""
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        parts = [files[first::os.cpu_count()] for first in range(min(os.cpu_count(), len(files)))]
+        complaints = {file: text for part in pool.map(layout_complaints, parts) for file, text in part.items()}
+    for file in files:
+        text = file.read_text(encoding="utf-8")
+        length = len(text.splitlines())
+        found = style_complaint(str(file.relative_to(ROOT)), text) if file.is_relative_to(ROOT) else ""
+        if length > MAX_LINES and file.suffix != ".def":
+            found += f"{file}: {length} lines; no file but a table has more than {MAX_LINES}\n"
+        if found:
+            complaints[file] = found + complaints.get(file, "")
+    return complaints
 
 
 def selftest():
@@ -60,12 +81,14 @@ def selftest():
              "// clang-format off\nint  a;\n", "// a\n" * MAX_LINES]
     results = []
     with tempfile.TemporaryDirectory() as folder:
-        file = Path(folder) / "a.cpp"
-        for text, expected in [(text, True) for text in wrong] + [(text, False) for text in right]:
+        files = {Path(folder) / f"{place}.cpp": text for place, text in enumerate(wrong + right)}
+        for file, text in files.items():
             file.write_text(text, encoding="utf-8")
-            results.append(bool(complaint(file)) == expected)
+        complaints = complaints_of([*files])
+        for file, text in files.items():
+            results.append((file in complaints) == (text in wrong))
             if not results[-1]:
-                print(f"{text!r}: expected {'a complaint' if expected else 'none'}")
+                print(f"{text!r}: found {complaints.get(file, 'nothing')}")
     for name, text, expected in [("src/a.cpp", "namespace {", True), ("src/a.cpp", "  if (a == nullptr)", True),
                                  ("inc/a.h", "return nullptr != a;", True),
                                  ("src/a.cpp", "return a ? b : nullptr;", False), ("tap/a.cpp", "namespace {", False)]:
@@ -82,9 +105,10 @@ def main():
         print(__doc__)
         return 2
     else:
-        complaints = [complaint(file) for file in tracked(SOURCES)]
-        print("".join(complaints), end="")
-        passed, failed = sum(not text for text in complaints), sum(bool(text) for text in complaints)
+        files = listed(SOURCES)
+        complaints = complaints_of(files)
+        print("".join(complaints.values()), end="")
+        passed, failed = len(files) - len(complaints), len(complaints)
     print(f"{passed} passed, {failed} failed")
     return 1 if failed or not passed else 0
 

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Installs the Debian packages that a purpose needs, when any is missing: install_packages.sh build|arm|test
+# Installs the Debian packages that a purpose needs, when any is missing: install_packages.sh build|arm|check|test
 set -eu
 
 build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
@@ -7,8 +7,8 @@ build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libb
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
-test="clang clang-tidy clang-format libclang-rt-14-dev llvm valgrind chromium bash-completion binutils curl
-      iproute2 util-linux libwebsockets-dev"
+check="clang clang-tidy clang-format binutils iproute2 util-linux libwebsockets-dev"
+test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl"
 # What may have come from elsewhere, and is then left as it is.
 command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
 { command -v node && command -v npm; } >/dev/null || build="$build nodejs npm"
@@ -16,8 +16,9 @@ command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
 case "${1-}" in
   build) wanted=$build ;;
   arm) wanted=$arm ;;
-  test) wanted="$build $arm $test" ;;
-  *) echo "usage: $0 build|arm|test" >&2; exit 2 ;;
+  check) wanted="$build $check" ;;
+  test) wanted="$build $arm $check $test" ;;
+  *) echo "usage: $0 build|arm|check|test" >&2; exit 2 ;;
 esac
 
 missing=

@@ -1,24 +1,21 @@
-// HDMI-CEC: the bus at the set's three HDMI inputs and the set's CEC manager. One thread carries the frames, each for
-// as long as it takes on a wire, so that what a listener is told comes at a bus's pace.
+// HDMI-CEC: the bus at the set's three HDMI inputs and the set's CEC manager. A timer carries the frames, each for as
+// long as it takes on a wire, so that events reach a listener at a bus's pace.
 //
 // The viewer's switch is the configuration's; the manager has one of its own. While either is off the set neither hears
 // nor says anything; the devices do not care. Where they are plugged and whether they are on is not kept: it is as new
 // whenever the set is switched on.
 #include "cec.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
 #include <charconv>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <thread>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -59,15 +56,13 @@ struct Known {  // of the device at a logical address
 };
 
 struct Bus {
-  // Guards all but the thread. Taken before the configuration's locks, the remote control's and the event queue's; the
+  // Guards all that follows. Taken before the configuration's locks, the remote control's and the event queue's; the
   // remote control calls this room with no lock held.
   std::mutex lock;
-  std::condition_variable changed;
-  bool open = false;
-  std::thread thread;  // touched by start and stop only
 
-  std::deque<CecFrame> waiting;  // for the wire
-  std::deque<Carried> log;       // the latest frames, the oldest first
+  std::optional<CecFrame> on_wire;  // until it has arrived and everybody has answered
+  std::deque<CecFrame> waiting;     // for the wire
+  std::deque<Carried> log;          // the latest frames, the oldest first
   std::array<CecDeviceState, kCecDevices> devices;
   UINT16 active_source = CECM_PHY_ADDR_UNKNOWN;
 
@@ -81,7 +76,7 @@ struct Bus {
   UINT32 listed = 0;                  // the devices of the latest list
 };
 
-// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+// Lives until the process ends, whatever thread still waits here.
 Bus& bus = *new Bus;
 
 INT32 refuse(const char* function, const std::string& why) {
@@ -103,9 +98,8 @@ const CecDevice* plugged_at(UINT8 la) {
   return nullptr;
 }
 
-void say(std::vector<CecFrame> frames) {
+void queue(std::vector<CecFrame> frames) {
   bus.waiting.insert(bus.waiting.end(), std::make_move_iterator(frames.begin()), std::make_move_iterator(frames.end()));
-  bus.changed.notify_one();
 }
 
 // Who is asked comes before all that still wait, as on a bus: the one who has just spoken waits longer.
@@ -233,7 +227,7 @@ void ask(UINT8 la) {
     frames.push_back(speakers ? cec_direct(kCecSet, la, {kSystemAudioModeRequest, 0, 0})
                               : cec_direct(kCecSet, la, {kGiveSystemAudioModeStatus}));
   }
-  say(std::move(frames));
+  queue(std::move(frames));
 }
 
 void set_polled(UINT8 la, bool answered) {
@@ -255,12 +249,12 @@ bool discover() {
   if (!listens()) {
     bus.discoveries.clear();
   } else if (now.next <= now.stop) {
-    say({cec_direct(kCecSet, now.next++, {})});
+    queue({cec_direct(kCecSet, now.next++, {})});
   } else if (!now.answered.empty()) {
     ask(now.answered.front());
     now.answered.erase(now.answered.begin());
   } else if (!std::exchange(now.source_asked, true)) {
-    say({cec_broadcast(kCecSet, {kRequestActiveSource})});
+    queue({cec_broadcast(kCecSet, {kRequestActiveSource})});
   } else {
     tell_devices(now);
     bus.discoveries.pop_front();
@@ -325,20 +319,28 @@ void carry(const CecFrame& frame) {
   }
 }
 
-void run_bus() {
-  pthread_setname_np(pthread_self(), "dtv_tv-cec");
-  std::unique_lock guard(bus.lock);
-  while (bus.open) {
-    if (bus.waiting.empty()) {
-      if (!discover()) bus.changed.wait(guard);
-      continue;
-    }
-    const CecFrame frame = std::move(bus.waiting.front());
-    bus.waiting.pop_front();
-    const auto end = std::chrono::steady_clock::now() + time_of(frame);
-    if (bus.changed.wait_until(guard, end, [] { return !bus.open; })) return;
-    carry(frame);
-  }
+void frame_arrives();
+
+// Puts the next frame on the wire when it is free. While the set is off nothing arrives; loading clears the bus.
+void use_wire() {
+  if (bus.on_wire) return;
+  while (bus.waiting.empty())
+    if (!discover()) return;
+  bus.on_wire = std::move(bus.waiting.front());
+  bus.waiting.pop_front();
+  timer_set(Timer::kCecFrame, timer_now() + time_of(*bus.on_wire), frame_arrives);
+}
+
+void frame_arrives() {
+  const std::lock_guard guard(bus.lock);
+  carry(*bus.on_wire);
+  bus.on_wire.reset();
+  use_wire();
+}
+
+void say(std::vector<CecFrame> frames) {
+  queue(std::move(frames));
+  use_wire();
 }
 
 // ---- What a viewer does ----
@@ -363,7 +365,7 @@ void unplug(const CecDevice& device) {
   if (bus.active_source == device.address()) bus.active_source = CECM_PHY_ADDR_UNKNOWN;
   tell_power_of_input(device);
   look_for(device);
-  bus.changed.notify_one();
+  use_wire();
 }
 
 boost::json::object describe(const CecDevice& device) {
@@ -499,12 +501,13 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
                              .next = static_cast<UINT8>(start),
                              .pause = std::chrono::milliseconds(interval),
                              .batch = batch != 0});
-  bus.changed.notify_one();
+  use_wire();
   return 0;
 }
 
 void cec_load() {
   const std::lock_guard guard(bus.lock);
+  bus.on_wire.reset();
   bus.waiting.clear();
   bus.log.clear();
   bus.devices = {};
@@ -515,23 +518,6 @@ void cec_load() {
   bus.known = {};
   bus.discoveries.clear();
   bus.listed = 0;
-}
-
-void cec_start() {
-  {
-    const std::lock_guard guard(bus.lock);
-    bus.open = true;
-  }
-  bus.thread = std::thread(run_bus);
-}
-
-void cec_stop() {
-  {
-    const std::lock_guard guard(bus.lock);
-    bus.open = false;
-  }
-  bus.changed.notify_one();
-  if (bus.thread.joinable()) bus.thread.join();
 }
 
 bool cec_reset() {

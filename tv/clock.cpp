@@ -37,13 +37,12 @@ constexpr Setting kMoved{.key = "clock_moved_ms", .factory = 0, .minimum = -kLas
 
 constexpr INT32 kLongestSleep = 24 * 60 * 60;                   // in seconds
 constexpr INT32 kSleepSteps[] = {900, 1800, 3600, 5400, 7200};  // of the SLEEP key; after the last comes off
-constexpr TimerClock::time_point kNever = TimerClock::time_point::max();
 
 std::atomic<INT64> moved = 0;  // milliseconds between the machine's clock and the set's; written under the lock
 
-std::mutex lock;                            // guards what follows
-TimerClock::time_point sleep_end = kNever;  // kNever: the sleep timer does not run
-INT32 sleep_duration = 0;                   // what it was set to, in seconds
+std::mutex lock;                    // guards what follows
+TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer does not run
+INT32 sleep_duration = 0;           // what it was set to, in seconds
 
 INT32 refuse(const char* function, const std::string& why) {
   std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
@@ -161,15 +160,15 @@ VEXTVAPI_TIME_DTG_T dtg_of(INT64 seconds) {
 void sleep_is_over() {
   {
     const std::lock_guard guard(lock);
-    if (TimerClock::now() < sleep_end) return;  // it was set anew meanwhile
-    sleep_end = kNever;
+    if (timer_now() < sleep_end) return;  // it was set anew meanwhile
+    sleep_end = kTimerNever;
   }
   remote_standby();
 }
 
 // The caller holds the lock. 0 seconds: off; the timer then ends for nothing.
 INT32 set_sleep(INT32 seconds) {
-  const TimerClock::time_point end = seconds == 0 ? kNever : TimerClock::now() + std::chrono::seconds(seconds);
+  const TimerTime end = seconds == 0 ? kTimerNever : timer_now() + std::chrono::seconds(seconds);
   if (seconds != 0 && !timer_set(Timer::kSleep, end, sleep_is_over)) return -1;
   sleep_end = end;
   sleep_duration = seconds;
@@ -179,8 +178,8 @@ INT32 set_sleep(INT32 seconds) {
 // Begun seconds count, so that 0 means that it does not run.
 INT32 sleep_remaining() {
   const std::lock_guard guard(lock);
-  if (sleep_end == kNever) return 0;
-  const auto left = std::chrono::ceil<std::chrono::seconds>(sleep_end - TimerClock::now()).count();
+  if (sleep_end == kTimerNever) return 0;
+  const auto left = std::chrono::ceil<std::chrono::seconds>(sleep_end - timer_now()).count();
   return static_cast<INT32>(std::max<INT64>(left, 1));
 }
 
@@ -307,7 +306,7 @@ INT32 a_vextvapi_time_set_sleep_timer(INT32 duration) {
 void clock_load() {
   const std::lock_guard guard(lock);
   moved = store_read(kMoved);
-  sleep_end = kNever;
+  sleep_end = kTimerNever;
 }
 
 bool clock_reset() {
@@ -327,7 +326,7 @@ void clock_stop_sleep() {
 
 bool clock_step_sleep() {
   const std::lock_guard guard(lock);
-  const INT32 present = sleep_end == kNever ? 0 : sleep_duration;
+  const INT32 present = sleep_end == kTimerNever ? 0 : sleep_duration;
   const auto* const next = std::ranges::upper_bound(kSleepSteps, present);
   return set_sleep(next == std::end(kSleepSteps) ? 0 : *next) == 0;
 }

@@ -13,7 +13,9 @@ namespace {
 struct EventQueue {
   std::mutex lock;  // guards all but the thread, which only start and stop touch
   std::condition_variable changed;
+  std::condition_variable settled;
   std::deque<std::function<void()>> pending;
+  bool calling = false;
   bool open = false;
   std::thread thread;
 };
@@ -29,9 +31,12 @@ void run_events() {
     if (queue.pending.empty()) return;
     const std::function<void()> event = std::move(queue.pending.front());
     queue.pending.pop_front();
+    queue.calling = true;
     guard.unlock();
     event();
     guard.lock();
+    queue.calling = false;
+    if (queue.pending.empty()) queue.settled.notify_all();
   }
 }
 
@@ -61,4 +66,9 @@ void events_post(std::function<void()> event) {
     queue.pending.push_back(std::move(event));
   }
   queue.changed.notify_one();
+}
+
+void events_settle() {
+  std::unique_lock guard(queue.lock);
+  queue.settled.wait(guard, [] { return queue.pending.empty() && !queue.calling; });
 }

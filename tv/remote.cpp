@@ -37,8 +37,8 @@ struct State {
   std::mutex lock;  // guards all that follows
   bool on = true;
   Place place = kFactory;
-  int number = -1;                    // begun with a digit; -1: none is
-  TimerClock::time_point number_due;  // when it is a channel, if none else comes
+  int number = -1;       // begun with a digit; -1: none is
+  TimerTime number_due;  // when it is a channel, if none else comes
   const char* last_key = "";
 };
 
@@ -79,14 +79,14 @@ bool press_previous(int) {
 
 void number_is_over() {
   const std::lock_guard guard(state.lock);
-  if (state.number >= 0 && TimerClock::now() >= state.number_due) tune(state.number);
+  if (state.number >= 0 && timer_now() >= state.number_due) tune(state.number);
 }
 
 bool press_digit(int digit) {
   const std::lock_guard guard(state.lock);
   if (state.number >= 0) return tune(state.number * 10 + digit);
   state.number = digit;
-  state.number_due = TimerClock::now() + kNextDigit;
+  state.number_due = timer_now() + kNextDigit;
   return timer_set(Timer::kDigits, state.number_due, number_is_over);
 }
 

@@ -14,7 +14,6 @@
 #include <ctime>
 #include <filesystem>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include "store.h"
@@ -74,11 +73,11 @@ std::string open_folder(const std::string& folder, StoreFiles& files) {
     return name + " " + problem;
   }
   files.folder_id = {.device = info.st_dev, .inode = info.st_ino};
-  const auto end = std::chrono::steady_clock::now() + kWaitForOther;
+  const TimerTime end = timer_now() + kWaitForOther;
   while (flock(files.folder_fd, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK && errno != EINTR) return name + " cannot be locked: " + error_text(errno);
-    if (std::chrono::steady_clock::now() >= end) return name + ": " + kOthers;
-    std::this_thread::sleep_for(kLockPause);
+    if (timer_now() >= end) return name + ": " + kOthers;
+    timer_pause(kLockPause);
   }
   return "";
 }

@@ -10,12 +10,7 @@ namespace {
 constexpr Room kRooms[] = {
     {.name = "volume", .load = volume_load, .reset = volume_reset, .report = volume_report},
     {.name = "config", .load = config_load, .reset = config_reset, .report = config_report},
-    {.name = "clock",
-     .load = clock_load,
-     .reset = clock_reset,
-     .report = clock_report,
-     .start = timers_start,
-     .stop = timers_stop},
+    {.name = "clock", .load = clock_load, .reset = clock_reset, .report = clock_report},
     {.name = "apps", .load = apps_load, .reset = apps_reset, .report = apps_report},
     {.name = "remote", .load = remote_load, .reset = remote_reset, .report = remote_report},
     {.name = "network",
@@ -24,7 +19,7 @@ constexpr Room kRooms[] = {
      .report = network_report,
      .start = network_start,
      .stop = network_stop},
-    {.name = "cec", .load = cec_load, .reset = cec_reset, .report = cec_report, .start = cec_start, .stop = cec_stop},
+    {.name = "cec", .load = cec_load, .reset = cec_reset, .report = cec_report},
     {.name = "usb", .load = usb_load, .reset = usb_reset, .report = usb_report},
 };
 
@@ -57,6 +52,7 @@ std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {
     folder = std::filesystem::canonical(state_folder, none).string();
     for (const Room& room : kRooms) room.load();
     events_start();
+    timers_start();
     for (const Room& room : kRooms)
       if (room.start != nullptr) room.start();
     return 0;
@@ -67,6 +63,7 @@ std::int32_t dtv_tv_start(const char* state_folder, char** ret_error) {
 
 void dtv_tv_stop() {
   const std::lock_guard guard(power_lock);
+  timers_stop();
   for (const Room& room : kRooms)
     if (room.stop != nullptr) room.stop();
   events_stop();

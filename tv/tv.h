@@ -76,20 +76,32 @@ void events_stop();
 // the order of the callbacks the order of the changes. Dropped when the set is off.
 void events_post(std::function<void()> event);
 
+// Waits until all events have been called, those too that were posted meanwhile. Not from a callback.
+void events_settle();
+
 // ---- timers.cpp: the thread on which things happen later ----
 
-enum class Timer { kSleep, kDigits, kCount };
-using TimerClock = std::chrono::steady_clock;
+// Their time is the machine's monotonic clock, or with dtv_tv_manual_clock what the tests have advanced it to. Their
+// lock is taken after every other lock.
+
+enum class Timer { kSleep, kDigits, kCecFrame, kCount };
+using TimerTime = std::chrono::steady_clock::time_point;
+constexpr TimerTime kTimerNever = TimerTime::max();
 
 void timers_start();
 
-// Drops what still waits and ends the thread.
+// Drops what still waits and ends the thread; no action runs when it returns.
 void timers_stop();
+
+TimerTime timer_now();
 
 // Calls action, with no lock held, when the time has come, in place of what the timer waited for. An action may have
 // begun already when its timer is set anew, so it looks at its room whether it is still due. The caller may hold its
 // room's lock. False when the set is off.
-bool timer_set(Timer timer, TimerClock::time_point due, void (*action)());
+bool timer_set(Timer timer, TimerTime due, void (*action)());
+
+// Sleeps for that long, on or off; a manual clock is advanced in place of it, and no action runs.
+void timer_pause(std::chrono::milliseconds pause);
 
 // ---- the rooms; they use each other by these functions, not by the TV API's, which in a host are the tap's ----
 
@@ -149,8 +161,6 @@ void remote_standby();             // puts the set there; no lock held
 void remote_show_hdmi(int input);  // a source's wish; nothing for an input that is none, nor in standby
 
 void cec_load();
-void cec_start();
-void cec_stop();
 bool cec_reset();
 void cec_report(boost::json::object& answer);
 void cec_standby();  // the set has gone there

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,10 +37,11 @@ using Names = std::vector<std::string>;
 
 inline void* const kCecTag = reinterpret_cast<void*>(0x16080);
 
+// A set whose clock the tests advance.
 struct TvCec : testing::Test {
+  std::optional<ManualClock> manual;  // none: the machine's clock
   TvFolder folder;
   std::mutex lock;
-  std::condition_variable arrived;
   std::vector<CecHeard> heard;
 
   static inline TvCec* now = nullptr;
@@ -48,12 +49,12 @@ struct TvCec : testing::Test {
   static INT32 listen(INT32, const CECM_NFY_T* event, void* tag, UINT32) {
     const std::lock_guard guard(now->lock);
     now->heard.push_back({*event, tag, std::this_thread::get_id(), std::chrono::steady_clock::now()});
-    now->arrived.notify_all();
     return 0;
   }
 
-  TvCec() {
+  explicit TvCec(bool on_manual_clock = true) {
     now = this;
+    if (on_manual_clock) manual.emplace();
     EXPECT_EQ(tv_start(folder.path), "");
     EXPECT_EQ(a_vextvapi_cec_mw_reg_callback(listen, kCecTag), 0);
   }
@@ -81,24 +82,41 @@ struct TvCec : testing::Test {
     return answer;
   }
 
+  // Lets time pass until it is so, at most a minute; a frame takes four steps or more. False: it has not come to that.
+  template <typename Condition>
+  static bool pass_until(Condition is_so) {
+    constexpr std::chrono::milliseconds kStep(10);
+    for (auto passed = kStep; !is_so(); passed += kStep) {
+      if (passed > std::chrono::minutes(1)) return false;
+      if (now->manual) {
+        dtv_tv_advance(kStep.count());
+      } else {
+        std::this_thread::sleep_for(kStep);
+      }
+    }
+    return true;
+  }
+
+  std::vector<CecHeard> told() {
+    const std::lock_guard guard(lock);
+    return heard;
+  }
+
   // What was told once at least count have come.
   std::vector<CecHeard> wait_for(std::size_t count) {
-    std::unique_lock guard(lock);
-    EXPECT_TRUE(arrived.wait_for(guard, std::chrono::seconds(20), [&] { return heard.size() >= count; }))
-        << heard.size() << " of " << count << " events";
-    return heard;
+    EXPECT_TRUE(pass_until([&] { return told().size() >= count; })) << told().size() << " of " << count << " events";
+    return told();
   }
 
   // The same once an event of that name has come.
   std::vector<CecHeard> wait_for(const std::string& name) {
-    std::unique_lock guard(lock);
     const auto come = [&] {
-      for (const CecHeard& each : heard)
+      for (const CecHeard& each : told())
         if (name_of(each.event) == name) return true;
       return false;
     };
-    EXPECT_TRUE(arrived.wait_for(guard, std::chrono::seconds(20), come)) << "no " << name;
-    return heard;
+    EXPECT_TRUE(pass_until(come)) << "no " << name;
+    return told();
   }
 
   // Everything, once nothing more can come.
@@ -118,11 +136,8 @@ struct TvCec : testing::Test {
 
   // Waits until the bus has carried the frame.
   static void wait_frame(const std::string& frame, bool was_heard = true) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (cec({"frames"}).find(row(frame, was_heard)) == std::string::npos) {
-      ASSERT_LT(std::chrono::steady_clock::now(), end) << frame << " was not carried: " << cec({"frames"});
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    ASSERT_TRUE(pass_until([&] { return cec({"frames"}).find(row(frame, was_heard)) != std::string::npos; }))
+        << frame << " was not carried: " << cec({"frames"});
   }
 
   // Waits until the bus has carried these after all that came before, which were skip, and nothing in between.
@@ -132,6 +147,11 @@ struct TvCec : testing::Test {
     wait_frame(frames.back());
     EXPECT_NE(cec({"frames"}).find(all), std::string::npos) << all << "\nin " << cec({"frames"});
   }
+};
+
+// The same on the machine's clock.
+struct TvCecInRealTime : TvCec {
+  TvCecInRealTime() : TvCec(false) {}
 };
 
 inline Names names_of(const std::vector<CecHeard>& heard) {

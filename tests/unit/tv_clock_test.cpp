@@ -8,7 +8,9 @@
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::seconds;
+using std::chrono::steady_clock;
 
 constexpr INT64 kSummerStarts = 1774746000;  // 2026-03-29 01:00 UTC, in Berlin 2:00, then 3:00
 constexpr INT64 kSummerEnds = 1792890000;    // 2026-10-25 01:00 UTC, in Berlin 3:00, then 2:00
@@ -18,6 +20,20 @@ struct TvClock : testing::Test {
   TvFolder folder;
   TvClock() { EXPECT_EQ(tv_start(folder.path), ""); }
 };
+
+// The sleep timer's clock is the tests'.
+struct TvSleep : testing::Test {
+  ManualClock manual;
+  TvFolder folder;
+  TvSleep() { EXPECT_EQ(tv_start(folder.path), ""); }
+};
+
+// On the machine's clock.
+template <typename Condition>
+void wait_until(Condition is_so) {
+  for (const auto begin = steady_clock::now(); !is_so() && steady_clock::now() - begin < seconds(20);)
+    std::this_thread::sleep_for(milliseconds(5));
+}
 
 void choose(const std::string& zone) { EXPECT_EQ(a_vextvapi_config_set_str_value("g_time__tz_name", zone.c_str()), 0); }
 
@@ -255,7 +271,7 @@ TEST_F(TvClock, RefusesTimesOutsideAndAddressesThatAreNone) {
 
 TEST_F(TvClock, SettingItLastsAndItGoesOn) {
   EXPECT_EQ(a_vextvapi_time_set_utc_time(kSummerStarts - 1), 0);
-  std::this_thread::sleep_for(seconds(2));
+  wait_until([] { return a_vextvapi_time_get_utc_time() >= kSummerStarts; });
   const INT64 later = a_vextvapi_time_get_utc_time();
   EXPECT_GE(later, kSummerStarts);
   EXPECT_LE(later, kSummerStarts + 10);
@@ -286,48 +302,78 @@ INT32 remaining() {
 
 bool in_standby() { return tv_control(R"(["state"])").find(R"("power":"standby")") != std::string::npos; }
 
+// In real time. The set uses no processor time, whether a timer runs or none does.
 TEST_F(TvClock, SleepTimerPutsTheSetInStandby) {
+  const auto takes_none = [] {
+    const std::clock_t before = std::clock();
+    std::this_thread::sleep_for(milliseconds(600));
+    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 5);
+  };
   EXPECT_EQ(remaining(), 0);
-  const auto start = std::chrono::steady_clock::now();
+  const auto start = steady_clock::now();
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
   EXPECT_EQ(remaining(), 1);
   EXPECT_FALSE(in_standby());
-  while (!in_standby() && std::chrono::steady_clock::now() - start < seconds(10)) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  const auto took = std::chrono::steady_clock::now() - start;
+  takes_none();
+  wait_until(in_standby);
+  EXPECT_GE(steady_clock::now() - start, seconds(1));
   EXPECT_TRUE(in_standby());
-  EXPECT_GE(took, seconds(1));
-  EXPECT_LT(took, seconds(5));
   EXPECT_EQ(remaining(), 0);
+  takes_none();
   tv_control(R"(["power","on"])");
   EXPECT_FALSE(in_standby());
 }
 
-TEST_F(TvClock, WaitingTakesNoProcessorTime) {
-  const auto takes_none = [] {
-    const std::clock_t before = std::clock();
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
-    EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 5);
-  };
-  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
-  takes_none();
-  std::this_thread::sleep_for(seconds(1));
+TEST_F(TvSleep, SleepTimerEndsInItsMillisecond) {
+  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(7200), 0);
+  dtv_tv_advance(7'199'999);
+  EXPECT_FALSE(in_standby());
+  EXPECT_EQ(remaining(), 1) << "begun seconds count";
+  dtv_tv_advance(1);
   EXPECT_TRUE(in_standby());
-  takes_none();
+  EXPECT_EQ(remaining(), 0);
 }
 
-TEST_F(TvClock, SleepTimerCountsDownAndIsReplaced) {
+TEST_F(TvSleep, SleepTimerCountsDownAndIsReplaced) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(100), 0);
   EXPECT_EQ(remaining(), 100);
   EXPECT_EQ(a_vextvapi_time_set_utc_time(0), 0);  // another clock
-  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
-  EXPECT_LE(remaining(), 98);
-  EXPECT_GE(remaining(), 90);
+  dtv_tv_advance(2'000);
+  EXPECT_EQ(remaining(), 98);
   EXPECT_FALSE(in_standby());
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(0), 0);
   EXPECT_EQ(remaining(), 0);
+  dtv_tv_advance(100'000);
+  EXPECT_FALSE(in_standby());
+}
+
+// The sleep timer is set again and ends while other threads advance the clock and the set is switched off and on.
+TEST_F(TvSleep, TimePassesOnManyThreads) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < 200; ++i) {
+        if (t == 0) a_vextvapi_time_set_sleep_timer(i % 3);
+        if (t == 1) tv_control(R"(["power","on"])");
+        dtv_tv_advance(500);
+      }
+    });
+  }
+  dtv_tv_stop();
+  EXPECT_EQ(tv_start(folder.path), "");
+  for (std::thread& thread : threads) thread.join();
+  tv_control(R"(["power","on"])");
+  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(10), 0);
+  dtv_tv_advance(10'000);
+  EXPECT_TRUE(in_standby());
+}
+
+TEST_F(TvClock, WithoutAManualClockNothingIsAdvanced) {
+  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(100), 0);
+  dtv_tv_advance(100'000);
+  EXPECT_FALSE(in_standby());
+  EXPECT_GE(remaining(), 50);
 }
 
 TEST_F(TvClock, SleepTimerEndsWithTheSetOrStandby) {

@@ -184,6 +184,7 @@ struct OtherSet {
 constexpr const char* kOtherProcess = "another process runs the set in this folder";
 
 TEST(TvStorePlace, SecondSetIsRefusedInTheRenamedFolder) {
+  const ManualClock manual;
   Places places;
   OtherSet first(places.state);
   fs::rename(places.state, places.other);
@@ -194,6 +195,7 @@ TEST(TvStorePlace, SecondSetIsRefusedInTheRenamedFolder) {
 }
 
 TEST(TvStorePlace, SecondSetIsRefusedBesideTheRenamedDatabase) {
+  const ManualClock manual;
   Places places;
   OtherSet first(places.state);
   fs::rename(places.state + "/tv.sqlite", places.state + "/tv.old");

@@ -31,6 +31,7 @@ TEST(TvStore, SurvivesAKilledProcessAtAnyPoint) {
 }
 
 TEST(TvStore, OneProcessAtATime) {
+  const ManualClock manual;
   TvFolder folder;
   int started[2];
   ASSERT_EQ(pipe(started), 0);

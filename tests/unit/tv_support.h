@@ -27,6 +27,14 @@ struct TvFolder {
   std::string database() const { return path + "/tv.sqlite"; }
 };
 
+// While it lives, only dtv_tv_advance moves the set's clock. It comes before the set is switched on.
+struct ManualClock {
+  ManualClock() { dtv_tv_manual_clock(1); }
+  ~ManualClock() { dtv_tv_manual_clock(0); }
+  ManualClock(const ManualClock&) = delete;
+  ManualClock& operator=(const ManualClock&) = delete;
+};
+
 // What "state" says of a set as it comes from the factory, without its volume.
 #define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"")"
 
