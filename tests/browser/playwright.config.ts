@@ -11,7 +11,7 @@ export default defineConfig({
   reporter: "line",
   use: {
     viewport: { width: 1280, height: 800 },
-    // A trace costs as much time again as half of the test.
+    // Tracing takes half as long again.
     trace: process.env["DTV_TRACE"] ? "retain-on-failure" : "off",
     launchOptions: {
       executablePath: process.env["DTV_CHROMIUM"] ?? "/usr/bin/chromium",
