@@ -17,7 +17,7 @@ from pathlib import Path
 
 import run
 from counts import Counts, count
-from stages import Stage
+from stages import Stage, stages
 
 HERE = Path(__file__).resolve().parent
 
@@ -181,6 +181,23 @@ def check_runs(expect):
         [("unit_test", "build"), ("conformance", "build-arm"), None, None])
 
 
+def check_table(expect):
+    table = stages(2, True, 7)
+    quick = {stage.name for stage in table if stage.check}
+    listed = subprocess.run([sys.executable, HERE / "run.py", "--check", "--list"], check=True, stdout=subprocess.PIPE,
+                            text=True).stdout.split()
+    expect(f"the stages of make check: {listed}", set(listed) == quick and {"build", "rules", "unit", "tidy"} <= quick)
+    expect("make check prepares what it needs", all(set(stage.after) <= quick for stage in table if stage.check))
+    expect("each stage needs those before it",
+           all(set(stage.after) <= {other.name for other in table[:place]} for place, stage in enumerate(table)))
+    seconds = {stage.name for stage in table for command in stage.commands
+               if isinstance(command, tuple) and command[1].get("DTV_RACE_SECONDS") == "7"}
+    expect(f"stages with race tests of 7 s: {seconds}", {"asan", "tsan"} <= seconds and not seconds & quick)
+    for only_check in (True, False):
+        [tidy] = [stage for stage in stages(2, only_check, 7) if stage.name == "tidy"]
+        expect("only make check leaves sources out", ("--changed" in tidy.commands[0]) == only_check)
+
+
 def main():
     results = []
 
@@ -198,6 +215,7 @@ def main():
         with tempfile.TemporaryDirectory() as folder:
             checks(expect, Path(folder))
     check_runs(expect)
+    check_table(expect)
     print(f"{results.count(True)} passed, {results.count(False)} failed")
     return 0 if all(results) else 1
 

@@ -223,10 +223,17 @@ export const valueOf = (result) => result.response.ITEMS[0].VALUE;
 export async function dial(t, host) {
   const socket = net.connect(host.port, '127.0.0.1');
   t.after(() => socket.destroy());
-  let bytes = Buffer.alloc(0);
+  let room = Buffer.alloc(65536);
+  let bytes = room.subarray(0, 0); // of it, what has come
   const watchers = new Set();
   socket.on('data', (piece) => {
-    bytes = Buffer.concat([bytes, piece]);
+    const length = bytes.length + piece.length;
+    if (length > room.length) {
+      room = Buffer.alloc(2 * length);
+      bytes.copy(room);
+    }
+    piece.copy(room, bytes.length);
+    bytes = room.subarray(0, length);
     for (const look of [...watchers]) look();
   });
   const closed = new Promise((resolve) => socket.on('close', resolve));

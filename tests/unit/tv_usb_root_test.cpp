@@ -29,7 +29,7 @@ struct TvUsbRoot : testing::Test {
   static std::string devices() {
     const std::string listed = stick({"list"});
     std::string found;
-    for (std::size_t at = listed.find("/dev/"); at != std::string::npos; at = listed.find("/dev/", at + 1))
+    for (std::size_t at = listed.find("/dev/sd"); at != std::string::npos; at = listed.find("/dev/sd", at + 1))
       found += (found.empty() ? "" : " ") + listed.substr(at, listed.find('"', at) - at);
     return found;
   }
