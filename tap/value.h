@@ -98,10 +98,10 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
 bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
 bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);
 
-// How a parameter is passed, and who reads it: the words of the rows in "tvapi/contract.h".
+// How a parameter is passed, and whether the function reads or writes it; named as in the rows of "tvapi/contract.h".
 enum class Form : std::uint8_t {
   value,
-  address,  // a word that may be an address: nothing here knows, and it is told of as a word
+  address,  // a word that may be a record's address; the tap cannot know, and treats it as a number
   one,      // pointer to a value or a record
   string,   // pointer to a text that ends at its NUL
   text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
@@ -112,7 +112,7 @@ enum class Form : std::uint8_t {
 };
 enum class Direction : std::uint8_t { in, out, inout };
 
-// Whether what an argument points at stands in JSON, and not the argument itself.
+// Whether JSON shows what an argument points at, and not the argument itself.
 constexpr bool is_pointer(Form form) {
   return form != Form::value && form != Form::address && form != Form::callback && form != Form::tag;
 }

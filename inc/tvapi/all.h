@@ -1,4 +1,4 @@
-/* Every area of the TV API that the plugin calls, in one include; it can be included more than once. */
+/* Includes every area of the TV API that the plugin calls. It can be included more than once. */
 #include "tvapi/apps.h"
 #include "tvapi/broadcast.h"
 #include "tvapi/cec.h"

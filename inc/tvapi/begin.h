@@ -1,4 +1,5 @@
-/* Opens the statements of a contract header: plain prototypes, unless their includer expands them. */
+/* Opens the statements of a contract header. They become plain prototypes, unless the including file defines their
+ * macros. */
 #include "tvapi/contract.h"
 
 #ifdef __cplusplus

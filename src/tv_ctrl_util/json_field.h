@@ -71,8 +71,8 @@ struct Field {
   bool sets_count = false;    // of a decoded array: `count` becomes the number of elements taken
   UINT16 uri = 0;             // decoded only in requests of this identifier; 0: in all requests
   IntegerPlace count = {};    // of an array: where its number of elements is; while that is 0, no array is decoded
-  IntegerPlace found = {};    // decoding writes 1 here when it stored the member, else 0
-  IntegerPlace missing = {};  // decoding writes 0 here when it stored the member, else 1
+  IntegerPlace found = {};    // of a single value: decoding writes 1 here when it stored the member, else 0
+  IntegerPlace missing = {};  // of a single value: decoding writes 0 here when it stored the member, else 1
   // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. With a custom
   // decode, and for a decoded array: the name in its traces.
   const char* text = nullptr;

@@ -45,15 +45,15 @@ INT32 tvc_satellite_by_index(const RecordRequest& request) {
 // --- Categories ---
 
 static void dump(const RecordRequest& request, const LOL_REC_T& record) {
-  tvc_log_progress("[TVC_MAIN][%s][%d] -- start lol rec dump.\n", request.operation, __LINE__);
-  tvc_log_progress("[TVC_MAIN] ui4_data_tag: [%u]\n", record.ui4_data_tag);
-  tvc_log_progress("[TVC_MAIN] ui2_lol_rec_id: [%u]\n", record.ui2_lol_rec_id);
-  tvc_log_progress("[TVC_MAIN] ui2_data_len: [%u]\n", record.ui2_data_len);
+  tvc_log_message("[TVC_MAIN][%s][%d] -- start lol rec dump.\n", request.operation, __LINE__);
+  tvc_log_message("[TVC_MAIN] ui4_data_tag: [%u]\n", record.ui4_data_tag);
+  tvc_log_message("[TVC_MAIN] ui2_lol_rec_id: [%u]\n", record.ui2_lol_rec_id);
+  tvc_log_message("[TVC_MAIN] ui2_data_len: [%u]\n", record.ui2_data_len);
 }
 
 static void copy_categories(const LOL_CATEGORY_LIST_T& found, T_DVBS_TKGS_CATEGORY_LIST& ret_list) {
   constexpr UINT16 kMost = std::size(T_DVBS_TKGS_CATEGORY_LIST{}.at_category_arr);
-  tvc_log_progress("[TVC_MAIN] t_category_list.ui2_category_num: [%u]\n", found.ui2_category_num);
+  tvc_log_message("[TVC_MAIN] t_category_list.ui2_category_num: [%u]\n", found.ui2_category_num);
   ret_list.ui2_category_num = std::min(found.ui2_category_num, kMost);
   for (UINT16 i = 0; i < ret_list.ui2_category_num; ++i) {
     ret_list.at_category_arr[i].ui2_category_no = found.at_category_arr[i].ui2_category_no;
@@ -64,7 +64,7 @@ static void copy_categories(const LOL_CATEGORY_LIST_T& found, T_DVBS_TKGS_CATEGO
 // Logs a failure of the platform as this function always did; 0 or VEXTVCTRLR_FAIL.
 static INT32 category_result(const RecordRequest& request, INT32 ret) {
   if (ret >= 0) return VEXTVCTRLR_OK;
-  tvc_log_progress("[TVC_MAIN][%s][%d] i4_ret: %d.\n", request.operation, __LINE__, ret);
+  tvc_log_message("[TVC_MAIN][%s][%d] i4_ret: %d.\n", request.operation, __LINE__, ret);
   return VEXTVCTRLR_FAIL;
 }
 

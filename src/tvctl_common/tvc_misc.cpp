@@ -84,6 +84,7 @@ static INT32 _tvc_misc_usb_detect_init() {
 
 static INT32 start_usb_detection(const RecordRequest&) { return _tvc_misc_usb_detect_init(); }
 
+// Succeeds also when the platform fails to stop the detection.
 static INT32 stop_usb_detection(const RecordRequest&) {
   if (g_udetect == 0) return VEXTVCTRLR_OK;
   a_vextvapi_cb_usb_detect_deinit(g_udetect);
@@ -189,6 +190,7 @@ static INT32 portal_result(const RecordRequest& request, INT32 ret) {
   return ret;
 }
 
+// Refuses an unknown mode. For the mode EDFU it first passes the address to the platform.
 static INT32 start_portal(const RecordRequest& request) {
   T_PORTAL& portal = tvc_content<T_PORTAL>(request);
   tvc_end_text(portal.app_mode);
@@ -206,6 +208,7 @@ static INT32 start_portal(const RecordRequest& request) {
   return portal_result(request, a_portal_start_ex(mode->number));
 }
 
+// An unknown reason is passed to the platform as 0.
 static INT32 exit_portal(const RecordRequest& request) {
   T_PORTAL& portal = tvc_content<T_PORTAL>(request);
   tvc_end_text(portal.exit_reason);

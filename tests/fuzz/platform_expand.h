@@ -4,7 +4,7 @@
 //     #include "platform_expand.h"
 //     #include "tvapi/all.h"        // records and definitions
 //
-// What a platform may do with each form of parameter is told below, under "What a function does with its parameters"
+// What a platform may do with each form of parameter is said below, under "What a function does with its parameters"
 // and "What a callback's arguments are". A form that has no rule there, and a record that is not described, do not
 // compile.
 #pragma once

@@ -116,6 +116,7 @@ static bool has_events(const void* record) {
 constexpr ItemType item_EVENT_INFO = {.type = TYPE_EVENT_INFO,
                                       .record_size = sizeof(T_CHANNEL_EVENTS),
                                       .allocated_size = sizeof(T_CHANNEL_EVENTS),
+                                      .decoder = "_unpack_json_event_info",
                                       .error_word = "event",
                                       .renderer = "_json_print_event_info_type",
                                       .fields = kEventInfoFields,
@@ -145,6 +146,7 @@ static constexpr Field kActiveWindowFields[] = {
 constexpr ItemType item_ACTIVE_WINDOW_INFO = {.type = TYPE_ACTIVE_WINDOW_INFO,
                                               .record_size = sizeof(T_ACTIVE_WINDOW_INFO),
                                               .allocated_size = sizeof(T_ACTIVE_WINDOW_INFO),
+                                              .decoder = "_unpack_json_active_window_info",
                                               .error_word = "window info",
                                               .fields = kActiveWindowFields};
 
