@@ -4,10 +4,10 @@
  * threads. All texts are NUL-terminated. A result of 0 is success, a negative one a failure (VEX_RET_VALUE in
  * "vex_tv_ctrl.h").
  *
- * The library can be closed with dlclose: it frees all that it holds, and once loaded again it is not started and
- * nobody is subscribed. Before it closes the library the host sees to it that no thread is inside one of the functions,
- * and that the platform no longer calls the callbacks that a_dtv_jsp_init registered: the plugin cannot take them back.
- * A process may exit at any time, also while threads are inside or go on calling. */
+ * The host may close the library with dlclose, which frees all memory of the plugin. A library that is loaded again is
+ * not started and has no subscriptions. Before closing it, the host ensures that no thread is inside one of the
+ * functions, and that the platform no longer calls the callbacks that a_dtv_jsp_init registered: the plugin cannot
+ * unregister them. The process may exit at any time, even while threads are inside the functions or go on calling. */
 #ifndef DTV_JS_PLUGIN_H
 #define DTV_JS_PLUGIN_H
 
@@ -21,19 +21,21 @@
 extern "C" {
 #endif
 
-/* Bytes of a response that a_dtv_jsp_get copies at the most; a buffer of one byte more, cleared, reads as a text. */
+/* The most bytes of a response that a_dtv_jsp_get copies. A cleared buffer with one byte more then holds a terminated
+ * text. */
 #define DTV_JSP_RESPONSE_MAX 16383
 
-/* Makes the resources ready, once: log level, empty listener list, content buffer. Always 0. */
+/* Prepares the resources, once: reads the log level, empties the listener list, allocates the content buffer. Returns
+ * 0, also when memory runs out. */
 TVC_EXPORT int32_t a_dtv_jsp_init_res(void);
 
-/* Starts the control core, once. Always 0, also when the platform refused; it is not tried again. */
+/* Starts the control core, once. Returns 0, also when the platform fails; a later call does not try again. */
 TVC_EXPORT int32_t a_dtv_jsp_init(void);
 
 /* Reads an item.
  * param: JSON text {"PARAMETER": {"REQUEST": ..., ...}}, or null or empty for a plain get.
- * pv_content: receives at most DTV_JSP_RESPONSE_MAX bytes of {"URI", "STATUS", "ITEMS"}, without a terminator;
- * clear it beforehand. Untouched when the URI is unknown or the parameters do not decode.
+ * pv_content: receives at most DTV_JSP_RESPONSE_MAX bytes of {"URI", "STATUS", "ITEMS"}, without a terminator; the
+ * caller clears it beforehand. Untouched when the URI is unknown or the parameters do not decode.
  * Returns the handler's code, which is also the response's "STATUS", or -1. */
 TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content);
 
@@ -42,19 +44,19 @@ TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_co
  * Returns the handler's code, or -1. */
 TVC_EXPORT int32_t a_dtv_jsp_set(const char* uri, const char* param);
 
-/* Subscribes to a notification URI; a repeated subscription is counted. 0, or -1 for a null pointer. */
+/* Subscribes to a notification URI. Subscriptions to one URI are counted. Returns 0, or -1 for a null pointer. */
 TVC_EXPORT int32_t a_dtv_jsp_add_listener_buffer(const char* ps_uri);
 
-/* Takes one subscription back; with the last one a pending notification is lost. 0, or -1 for a null pointer. */
+/* Ends one subscription to a URI; the last one discards the pending text. Returns 0, or -1 for a null pointer. */
 TVC_EXPORT int32_t a_dtv_jsp_remove_listener_buffer(const char* ps_uri);
 
-/* Hands over the pending notification of a subscribed URI and forgets it.
- * pv_buffer: receives at most buffer_len bytes, without a terminator; what does not fit is lost. Untouched when
- * nothing is pending.
+/* Takes the pending notification of a subscribed URI.
+ * pv_buffer: receives at most buffer_len bytes, without a terminator; the rest of a longer text is discarded. Untouched
+ * when nothing is pending.
  * Returns 0 for a subscribed URI, else -1 (also for a null pointer or a length below 1). */
 TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_buffer, int32_t buffer_len);
 
-/* Describes every URI and item type, for tools that make forms, documents or tests of it.
+/* Describes every URI and item type, for tools that generate forms, documents or tests.
  * Returns a JSON text that the caller frees with free(), or null without memory:
  *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "help", "unit",
  *              "values"}, ...],
@@ -63,15 +65,15 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...},
  *    "kinds": [{"kind", "json": "number" | "string" | "array" | "object", "help", "minimum", "maximum"}, ...],
  *    "results": [{"result", "name", "help"}, ...]}
- * A URI: "get" and "set" are true where the request has an effect, "notify" where a handler raises the event.
- * "without_effect" names those of "get" and "set" that are accepted, answer 0 and do nothing; it is left out where
- * there is none. "help" is a sentence, which a URI that nothing serves does not have. "unit" and "values" are those of
- * the item's value, where it has any.
- * A field is {"key", "kind", "limit", "count", "unit", "values", "help", "value", "fields"}: "limit" is the longest
- * text in bytes, "count" the length of an array, "value" stands for a constant text, "fields" for the members of an
+ * In a URI, "get" and "set" are true if the request has an effect, "notify" if a handler raises the event.
+ * "without_effect" names those of "get" and "set" that succeed without effect; if there are none, it is left out.
+ * "help" is a sentence; a URI that no handler serves has none. "unit" and "values" describe the item's value and are
+ * left out if there is nothing to say.
+ * A field is {"key", "kind", "limit", "count", "unit", "values", "help", "value", "fields"}: "limit" is the length of
+ * the longest text in bytes, "count" the length of an array, "value" a constant text, "fields" the members of an
  * object. Only "key", "kind" and "help" are always there. "values" is an array of {"value": text} or {"value": number,
- * "help"}. A kind's "minimum" and "maximum" are decimal texts, since not every limit of 64 bits is exact as a double;
- * only numbers have them. A result that is not listed is the platform's own. */
+ * "help"}. "minimum" and "maximum" of a kind are decimal texts, since a double cannot hold every 64-bit limit exactly;
+ * only kinds of numbers have them. A result that is not listed is the platform's own. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);
 
 #ifdef __cplusplus

@@ -8,7 +8,7 @@
  *   {"t":10977,"thread":3,"event":"a_vextvapi_volctrl_reg_callback","in":{"callback_type":0,"pv_tag":1219752,...}}
  *
  * "seq": order in which calls and events of the process started; an event also has "ret", or "dropped": true where a
- * fault kept it from the plugin; {"error": text} lines tell of the tap's own trouble.
+ * fault kept it from the plugin; {"error": text} lines report errors of the tap itself.
  * "t": microseconds since the tap was loaded; "thread": a small number per thread; "out" (in a call): what the
  * function wrote; "duration": microseconds, where the call took 1 ms or more. Names are the contract's.
  * Environment: DTV_TAP_RECORD=PATH appends every line to a file from the start on.
@@ -60,8 +60,8 @@ DTV_TAP_EXPORT char* dtv_tap_list(void);
 DTV_TAP_EXPORT int32_t dtv_tap_script(const char* answers, char** ret_error);
 
 /* Answers every call from a recording (JSON lines), in its order. dtv_tap_replay_report returns null while every call
- * was as recorded, else a text that says which call differed from what. A recording that is replaced, or ended with
- * null, has raised its events when the call returns; after a second it is not waited for any longer. */
+ * was as recorded, else a text that says which call differed, and from what. A call that replaces the recording, or
+ * ends it with null, first waits until the recording has raised its events, for one second at most. */
 DTV_TAP_EXPORT int32_t dtv_tap_replay(const char* lines, char** ret_error);
 DTV_TAP_EXPORT char* dtv_tap_replay_report(void);
 

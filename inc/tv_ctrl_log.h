@@ -7,10 +7,10 @@
 
 extern "C" {
 
-// Reads the level from the last "log=" line of /3rd_rw/tvc_debug; 0 without the file.
+// Reads the log level from the last "log=" line of /3rd_rw/tvc_debug. Without the file the level is 0.
 TVC_EXPORT void vex_tvc_read_log_lvl(void);
 
-// The level read. A message of level n is printed when the level is n or above.
+// Returns the log level. A message of level n is printed when the log level is n or above.
 TVC_EXPORT INT32 vex_tvc_debug_level(void);
 }
 

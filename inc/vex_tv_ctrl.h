@@ -10,8 +10,11 @@
 #include "vex_tv_ctrl/config.h"
 #include "vex_tv_ctrl/event.h"
 #include "vex_tv_ctrl/generic.h"
+#include "vex_tv_ctrl/input.h"
 #include "vex_tv_ctrl/media.h"
+#include "vex_tv_ctrl/multiview.h"
 #include "vex_tv_ctrl/network.h"
+#include "vex_tv_ctrl/pvr.h"
 #include "vex_tv_ctrl/scan.h"
 #include "vex_tv_ctrl/status.h"
 #include "vex_tv_ctrl/usb.h"
@@ -22,7 +25,7 @@ constexpr UINT16 tvc_id(int group, int record) { return static_cast<UINT16>(grou
 constexpr int tvc_group(UINT16 ui2_id) { return ui2_id >> 8; }
 constexpr int tvc_record(UINT16 ui2_id) { return ui2_id & 0xFF; }
 
-// TV_CTRL_GRPID_<group>: what a URI is about; it selects the handler.
+// TV_CTRL_GRPID_<group>: the group of a URI, which selects the handler.
 enum TVC_GROUP_ID : UINT8 {
 #define TVC_GROUP(group, number, enumeration) TV_CTRL_GRPID_##group = number,
 #include "vex_tv_ctrl/uris.def"
@@ -37,7 +40,7 @@ enum TVC_GROUP_ID : UINT8 {
   ;
 #include "vex_tv_ctrl/uris.def"
 
-// What a URI carries: which record, which JSON. One unsigned byte in the registry.
+// The item type of a URI, which selects the content record and its JSON. One unsigned byte in the registry.
 enum TV_CTRL_ITEM_TYPE : UINT8 {
 #define TVC_ITEM_TYPE(name, number) TYPE_##name = number,
 #include "vex_tv_ctrl/uris.def"

@@ -236,7 +236,7 @@ void clear_outputs(const Signature& signature, void* const* args, const std::siz
     const Param& param = signature.params[i];
     if (!is_output(param)) continue;
     void* value = pointer_argument<void>(args[i]);
-    if (value != nullptr) std::memset(value, 0, sizes[i] * param.type->size);
+    if (value != nullptr) std::memset(value, 0, pointed_size(param.form, *param.type, sizes[i]));
   }
 }
 

@@ -17,7 +17,7 @@
 #define TAP_ROW_PARAM(f, d, c, n, t, k, ...)                                               \
   ::tap::Param {                                                                           \
     .form = ::tap::Form::f, .direction = ::tap::Direction::d, .name = #n, .type_name = #t, \
-    .type = ::tap::argument_type<c, t>(::tap::Form::f),                                    \
+    .type = &::tap::type_of<::tap::ShownType<::tap::Form::f, c, t>>,                       \
     .count = #k __VA_OPT__(, ) __VA_OPT__(TAP_CALLBACK_PARAM(n, __VA_ARGS__))              \
   }
 #define TAP_CALLBACK_PARAM(n, t)                                                                       \
@@ -47,11 +47,9 @@ namespace tap {
 template <class Owner, unsigned Name>
 inline constinit Registration registration{};
 
-// The type that a parameter's values in JSON have.
-template <class Passed, class Pointed>
-consteval const Type* argument_type(Form form) {
-  return is_pointer(form) ? &type_of<Pointed> : &type_of<Passed>;
-}
+// The type that JSON shows of an argument.
+template <Form form, class Passed, class Pointed>
+using ShownType = std::conditional_t<is_pointer(form), Pointed, Passed>;
 
 // Tells the callback parameters of one function apart.
 consteval unsigned name_number(std::string_view name) {

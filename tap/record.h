@@ -1,11 +1,11 @@
-// What is made of the descriptions of records (TVAPI_RECORD in "tvapi/contract.h", TVC_RECORD in
-// "vex_tv_ctrl/record.h"):
+// Turns the descriptions of records (TVAPI_RECORD in "tvapi/contract.h", TVC_RECORD in "vex_tv_ctrl/record.h") into
+// tables of each member's name, place and type, by which records are written and read as JSON:
 //
 //     TVAPI_RECORD(VEXTVAPI_USB_MOUNT_INFO_T, dev, path, label, port)
 //
-// gives every member's name, place and type to whoever writes or reads the record as JSON. A member that is forgotten,
-// repeated or out of order does not compile. TVAPI_UNION also takes a record of which only some members are named,
-// where the compiler cannot count. At most 64 members. At namespace scope, also inside extern "C".
+// A member that is forgotten, repeated or out of order does not compile. TVAPI_UNION also takes a record of which only
+// some members are named, where the compiler cannot count. At most 64 members. At namespace scope, also inside extern
+// "C".
 #pragma once
 
 #include <cstddef>
@@ -57,6 +57,13 @@ consteval bool covers(std::span<const Field> fields, std::size_t size, std::size
     static void count_fields(Self& tap_record) { [[maybe_unused]] auto& [__VA_ARGS__] = tap_record; } \
   };                                                                                                  \
   TAP_RECORD_KNOWN(type)                                                                              \
+  }
+
+#define TVAPI_ITEM(item_id, type)                                                                                      \
+  extern "C++" {                                                                                                       \
+  [[maybe_unused]] static const int TAP_RECORD_JOIN(tap_item_,                                                         \
+                                                    __COUNTER__) = ::tap::know_item(static_cast<std::size_t>(item_id), \
+                                                                                    ::tap::type_of<type>);             \
   }
 
 #define TVAPI_UNION(type, ...)           \

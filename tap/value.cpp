@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <set>
 #include <vector>
@@ -12,6 +13,11 @@ namespace {
 std::vector<const Type*>& records() {
   static auto& list = *new std::vector<const Type*>;  // outlives every static destructor
   return list;
+}
+
+std::map<std::size_t, const Type*>& items() {
+  static auto& map = *new std::map<std::size_t, const Type*>;
+  return map;
 }
 
 Integer integer_load(const Type& type, const void* value) {
@@ -113,6 +119,16 @@ int know_record(const Type& record) {
 }
 
 std::span<const Type* const> known_records() { return records(); }
+
+int know_item(std::size_t item_id, const Type& record) {
+  items()[item_id] = &record;
+  return 0;
+}
+
+const Type* find_item(std::size_t item_id) {
+  const auto found = items().find(item_id);
+  return found == items().end() ? nullptr : found->second;
+}
 
 const Type* find_record(std::string_view name) {
   const auto found =
@@ -274,6 +290,7 @@ std::string kind_name(Form form, Direction direction) {
     case Form::address:
       return "in";
     case Form::one:
+    case Form::item:
       return direction == Direction::in ? "in_record" : word;
     case Form::string:
     case Form::text:
@@ -299,6 +316,10 @@ cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::siz
       return text_to_json(static_cast<const char*>(memory), count);
     case Form::array:
       return array_to_json(type, memory, count);
+    case Form::item: {
+      const Type* const record = find_item(count);
+      return record == nullptr ? cJSON_CreateObject() : value_to_json(*record, memory);
+    }
     case Form::value:
     case Form::address:
     case Form::callback:
@@ -306,6 +327,18 @@ cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::siz
       break;
   }
   return nullptr;
+}
+
+// Without memory the item id is not known either, and any item's record will do.
+static bool item_from_json(const cJSON* json, void* memory, std::size_t item_id, std::string& ret_error) {
+  if (memory == nullptr) {
+    return std::any_of(items().begin(), items().end(),
+                       [&](const auto& item) { return value_fits(*item.second, json, ret_error); });
+  }
+  const Type* const record = find_item(item_id);
+  if (record != nullptr) return value_from_json(*record, json, memory, ret_error);
+  ret_error = "no record stands for item " + std::to_string(item_id);
+  return false;
 }
 
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
@@ -318,6 +351,8 @@ bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* mem
       return text_from_json(json, static_cast<char*>(memory), count, ret_error);
     case Form::array:
       return array_from_json(type, json, memory, count, ret_error);
+    case Form::item:
+      return item_from_json(json, memory, count, ret_error);
     case Form::value:
     case Form::address:
     case Form::callback:
@@ -325,6 +360,12 @@ bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* mem
       break;
   }
   return false;
+}
+
+std::size_t pointed_size(Form form, const Type& type, std::size_t count) {
+  if (form != Form::item) return count * type.size;
+  const Type* const record = find_item(count);
+  return record == nullptr ? 0 : record->size;
 }
 
 std::size_t pointed_count(Form form, const cJSON* json) {

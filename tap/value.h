@@ -84,6 +84,10 @@ const Type* find_record(std::string_view name);
 // The one record that has all the members of an object; null when there is none or more than one.
 const Type* guess_record(const cJSON* object);
 
+// The records that item ids stand for; null for an id that has none.
+int know_item(std::size_t item_id, const Type& record);
+const Type* find_item(std::size_t item_id);
+
 cJSON* value_to_json(const Type& type, const void* value);
 cJSON* text_to_json(const char* text, std::size_t size);
 cJSON* array_to_json(const Type& element, const void* values, std::size_t count);
@@ -94,20 +98,21 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
 bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
 bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);
 
-// How a parameter is passed, and who reads it: the words of the rows in "tvapi/contract.h".
+// How a parameter is passed, and whether the function reads or writes it; named as in the rows of "tvapi/contract.h".
 enum class Form : std::uint8_t {
   value,
-  address,  // a word that may be an address: nothing here knows, and it is told of as a word
+  address,  // a word that may be a record's address; the tap cannot know, and treats it as a number
   one,      // pointer to a value or a record
   string,   // pointer to a text that ends at its NUL
   text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
   array,    // pointer to values or records
+  item,     // pointer to the record that stands for an item id; its size is that id
   callback,
   tag,
 };
 enum class Direction : std::uint8_t { in, out, inout };
 
-// Whether what an argument points at stands in JSON, and not the argument itself.
+// Whether JSON shows what an argument points at, and not the argument itself.
 constexpr bool is_pointer(Form form) {
   return form != Form::value && form != Form::address && form != Form::callback && form != Form::tag;
 }
@@ -115,8 +120,11 @@ constexpr bool is_pointer(Form form) {
 // The kind of parameter as people know it: "in_text" and so on.
 std::string kind_name(Form form, Direction direction);
 
-// The same for what a pointer's argument points at, count elements of a type. Without memory, the first gives null, and
-// the second only says whether JSON fits.
+// Bytes of what a pointer's argument points at.
+std::size_t pointed_size(Form form, const Type& type, std::size_t count);
+
+// The same for what a pointer's argument points at: count elements of a type, or the record of this item id. Without
+// memory, the first gives null, and the second only says whether JSON fits.
 cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count);
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
                        std::string& ret_error);

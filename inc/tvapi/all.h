@@ -1,10 +1,16 @@
-/* Every area of the TV API that the plugin calls, in one include; it can be included more than once. */
+/* Includes every area of the TV API that the plugin calls. It can be included more than once. */
 #include "tvapi/apps.h"
+#include "tvapi/broadcast.h"
 #include "tvapi/cec.h"
+#include "tvapi/channel.h"
 #include "tvapi/ci.h"
 #include "tvapi/config.h"
+#include "tvapi/guide.h"
+#include "tvapi/input.h"
+#include "tvapi/multiview.h"
 #include "tvapi/network.h"
 #include "tvapi/playback.h"
+#include "tvapi/pvr.h"
 #include "tvapi/time.h"
 #include "tvapi/usb.h"
 #include "tvapi/volctrl.h"

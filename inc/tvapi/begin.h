@@ -1,4 +1,5 @@
-/* Opens the statements of a contract header: plain prototypes, unless their includer expands them. */
+/* Opens the statements of a contract header. They become plain prototypes, unless the including file defines their
+ * macros. */
 #include "tvapi/contract.h"
 
 #ifdef __cplusplus
@@ -16,5 +17,6 @@ extern "C" {
 #ifndef TVAPI_RECORD
 #define TVAPI_RECORD(...)
 #define TVAPI_UNION(...)
+#define TVAPI_ITEM(...)
 #define TVAPI_RECORD_IS_NOTHING
 #endif

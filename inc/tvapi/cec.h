@@ -1,10 +1,10 @@
-/* HDMI-CEC: the devices on the HDMI inputs and what they say. */
+/* HDMI-CEC: the devices on the HDMI inputs, and their messages. */
 #ifndef TVAPI_CEC_TYPES_H
 #define TVAPI_CEC_TYPES_H
 
 #include "tvapi/types.h"
 
-/* Logical addresses of the bus that somebody here needs by name. */
+/* Logical addresses of the bus. It has more than these. */
 enum { CECM_LOG_ADDR_TV = 0, CECM_LOG_ADDR_REC_DEV_1 = 1, CECM_LOG_ADDR_FREE_USE = 14 };
 
 typedef struct {
@@ -20,13 +20,13 @@ typedef struct {
   UINT8 b_batch_polling; /* 1: asks the devices that answer only when all addresses have been polled */
 } CECM_DEV_DISCOVERY_T;
 
-/* e_nfy_type: whose event it is. */
+/* e_nfy_type: the origin of an event. */
 enum {
   CECM_NFY_TYPE_OPCODE = 0, /* a message on the bus; u_code.e_opcode is its opcode */
   CECM_NFY_TYPE_MSGCODE = 1 /* the CEC manager's own; u_code.e_msgcode is one of those below */
 };
 
-/* e_brdcst_type: to whom a message was sent. */
+/* e_brdcst_type: the receiver of a message. */
 enum { CECM_BRDCST_TYPE_DIRECT = 0 /* to the set */, CECM_BRDCST_TYPE_BROADCAST = 1 /* to everybody */ };
 
 /* u_code.e_msgcode */
@@ -35,7 +35,7 @@ enum {
   CECM_MSGCODE_5V_PWR = 2   /* a device was plugged in or pulled out, by the 5 V that an input carries */
 };
 
-/* What a list of devices says, compared with the list before. */
+/* Whether a list of devices differs from the previous list. */
 enum { CECM_DEV_LST_UNCHANGED = 0, CECM_DEV_LST_CHANGED = 1 };
 
 /* What a device wants with one touch play: its picture in place of everything, or with text left over it. */
@@ -56,7 +56,7 @@ typedef struct {
   INT32 e_sent_opcode; /* opcode of the set's message that this one answers; 0 when it answers none */
   INT32 e_nfy_type;
   INT32 e_brdcst_type;
-  UINT32 ui4_attr; /* of a message: how many bytes of operands it has */
+  UINT32 ui4_attr; /* of a message: its number of operand bytes */
   CECM_NFY_CODE_T u_code;
   UINT32 u_data[10];
 } CECM_NFY_T;
@@ -79,20 +79,20 @@ TVAPI_CALLBACK(INT32, a_vextvapi_cec_nfy_fct, IN(INT32, nfy_tag), IN_RECORD(CECM
 /* Subscribes to every event. There is one subscriber: a later call replaces the earlier one. */
 TVAPI_FN(INT32, a_vextvapi_cec_mw_reg_callback, CALLBACK(a_vextvapi_cec_nfy_fct, callback), TAG(void*, tag))
 
-/* Whether CEC is on (1) or off (0), as the viewer set it. */
+/* Get and set whether CEC is on (1) or off (0), as the viewer wants it. */
 TVAPI_FN(INT32, a_vextvapi_cec_get_cec_func, OUT(UINT8, func))
 TVAPI_FN(INT32, a_vextvapi_cec_set_cec_func, IN(UINT8, func))
 
-/* How many HDMI inputs the set has. */
+/* Gets the number of HDMI inputs of the set. */
 TVAPI_FN(INT32, a_vextvapi_cec_get_hdmi_port_num, OUT(UINT8, port_num))
 
 /* Switches the CEC manager on or off. */
 TVAPI_FN(INT32, a_vextvapi_cec_set_cec_fct, IN(CECM_SET_CEC_FCT_PARAMS_T, params))
 
-/* Tells the CEC manager that its subscriber is ready (1). */
+/* Signals to the CEC manager that its subscriber is ready (1). */
 TVAPI_FN(INT32, a_vextvapi_cec_signal_cec_ready, IN(UINT8, ready))
 
-/* Starts looking for devices; what is found comes as events. */
+/* Starts the discovery of devices. The platform reports those that it finds as events. */
 TVAPI_FN(INT32, a_vextvapi_cec_start_dev_discovery_ex, IN_RECORD(CECM_DEV_DISCOVERY_T, request))
 
 #include "tvapi/end.h"

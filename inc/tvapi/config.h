@@ -5,16 +5,16 @@
 
 #include "tvapi/types.h"
 
-/* input_group: the set's own value, not that of one input. */
+/* input_group: the value is the set's, and not that of one input. */
 enum { VEXTVAPI_CONFIG_EVERY_INPUT = -1 };
 
 /* update_flag: what the platform does with a value that is written. */
 enum {
-  VEXTVAPI_CONFIG_KEEP = 0,  /* keeps it, and nothing else */
-  VEXTVAPI_CONFIG_UPDATE = 3 /* keeps it, and does what follows from a change of the value */
+  VEXTVAPI_CONFIG_KEEP = 0,  /* stores it, and does nothing else */
+  VEXTVAPI_CONFIG_UPDATE = 3 /* stores it, and applies the change */
 };
 
-/* Item ids that somebody here needs by name. */
+/* Item ids. The platform has more than these. */
 enum {
   VEXTVAPI_CONFIG_ITEM_LOOK_UP = 0x07240005 /* a text that is looked up; see getConfigValueString */
 };
@@ -36,13 +36,13 @@ typedef struct {
 
 TVAPI_RECORD(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, s_cfg)
 
-/* Called by the platform, on a thread of its own, for the keys that were subscribed to. notify_id:
- * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, with the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null in pv_arg2, or the
- * platform's own, with an integer in pv_arg1. The others are reserved. Returns 0. */
+/* Called by the platform, on a thread of its own, for the subscribed keys. notify_id:
+ * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, and pv_arg2 is then the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null; or
+ * an event of the platform's own, and pv_arg1 is then an integer. The other arguments are reserved. Returns 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_config_nfy_fct, IN(INT32, notify_id), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN_ADDRESS(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
 
-/* Reads an integer. input_group: input whose own value is meant, or VEXTVAPI_CONFIG_EVERY_INPUT. Returns 0, negative on
+/* Reads an integer. input_group: the input whose value is read, or VEXTVAPI_CONFIG_EVERY_INPUT. Returns 0, negative on
  * failure. */
 TVAPI_FN(INT32, a_vextvapi_config_get_value, IN(INT32, input_group), IN_TEXT(key), OUT(INT32, value))
 
@@ -50,7 +50,8 @@ TVAPI_FN(INT32, a_vextvapi_config_get_value, IN(INT32, input_group), IN_TEXT(key
 TVAPI_FN(INT32, a_vextvapi_config_set_value, IN(INT32, input_group), IN_TEXT(key), IN(INT32, value),
          IN(INT32, update_flag))
 
-/* Reads a text. length: room in characters going in, the text's length coming out. Returns 0, negative on failure. */
+/* Reads a text. length: on input the buffer's size in characters, on output the text's length. Returns 0, negative on
+ * failure. */
 TVAPI_FN(INT32, a_vextvapi_config_get_str_value, IN_TEXT(key), OUT_TEXT(value, length), INOUT(UINT32, length))
 
 /* Writes a text. Returns 0, negative on failure. */
@@ -63,16 +64,21 @@ TVAPI_FN(INT32, a_vextvapi_config_get_minmaxvalue, IN(INT32, input_group), IN_TE
 /* Subscribes the registered callback to changes of one key. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_config_add_value_changed_callback, IN_TEXT(key))
 
-/* Registers the callback. One subscriber; a later call replaces the earlier. Returns 0, negative on failure. */
+/* Registers the callback. A later call replaces it. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_config_reg_callback, CALLBACK(a_vextvapi_config_nfy_fct, callback), TAG(void*, tag))
 
 /* Read by item id. Return 0, negative on failure. */
 TVAPI_FN(INT32, getConfigValueBool, IN(UINT32, item_id), OUT(UINT8, value))
 TVAPI_FN(INT32, getConfigValueInt32, IN(UINT32, item_id), OUT(INT32, value))
 
-/* Reads a text by item id. length as above. VEXTVAPI_CONFIG_ITEM_LOOK_UP is a look-up: the buffer holds the text that
- * is looked up, followed by bytes of 1, and receives what was found. Returns 0, negative on failure. */
+/* Reads a text by item id. length: as above. VEXTVAPI_CONFIG_ITEM_LOOK_UP looks up a text: on input the buffer holds
+ * that text, and bytes of value 1 up to its end; on output it holds the text that was found. Returns 0, negative on
+ * failure. */
 TVAPI_FN(INT32, getConfigValueString, IN(UINT32, item_id), INOUT(UINT32, length), INOUT_TEXT(value, length))
+
+/* Reads the record of a structured item; what it holds going in is the question. length: its length, which is the
+ * item's, going in and coming out. Returns 0, negative on failure. */
+TVAPI_FN(INT32, getConfigValueStruct, IN(UINT32, item_id), INOUT(UINT32, length), INOUT_ITEM(value, item_id))
 
 /* Triggers an action item. Returns 0, negative on failure. */
 TVAPI_FN(INT32, setConfigValue, IN(UINT32, item_id))
@@ -81,5 +87,6 @@ TVAPI_FN(INT32, setConfigValue, IN(UINT32, item_id))
 TVAPI_FN(INT32, setConfigValueBool, IN(UINT32, item_id), IN(UINT8, value))
 TVAPI_FN(INT32, setConfigValueInt32, IN(UINT32, item_id), IN(INT32, value))
 TVAPI_FN(INT32, setConfigValueString, IN(UINT32, item_id), IN_TEXT(value))
+TVAPI_FN(INT32, setConfigValueStruct, IN(UINT32, item_id), IN(UINT32, length), IN_ITEM(value, item_id))
 
 #include "tvapi/end.h"

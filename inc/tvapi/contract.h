@@ -1,19 +1,20 @@
-/* How a function of the TV API is stated: once, in a form that can be expanded more than once.
+/* How the functions of the TV API are stated: each once, in a form that different programs expand differently.
  *
  *     // Sets the master volume. volume: platform scale. Returns 0, negative on failure.
  *     TVAPI_FN(INT32, a_vextvapi_volctrl_setVolume, IN(INT16, volume))
  *
  * A contract header states its types inside an include guard and its functions outside of it, between
- * "tvapi/begin.h" and "tvapi/end.h". Included plainly it gives prototypes. A file that defines TVAPI_FN,
- * TVAPI_CALLBACK or TVAPI_RECORD before it includes "tvapi/all.h" expands the statements in its own way: the tap makes
- * its forwarding and scripted functions of them, a platform its defaults for functions that it does not implement.
+ * "tvapi/begin.h" and "tvapi/end.h". By default they become prototypes. A file that defines TVAPI_FN, TVAPI_CALLBACK or
+ * TVAPI_RECORD before it includes "tvapi/all.h" expands the statements in its own way: the tap generates its forwarding
+ * and scripted functions from them, a platform its defaults for functions that it does not implement.
  *
  * A statement is TVAPI_FN(result type, name, parameters...); a callback type is
- * TVAPI_CALLBACK(result type, name, parameters...). The kinds of parameters stand in the table below. A callback's
- * parameters use the same kinds; its TAG is where the registered tag arrives.
+ * TVAPI_CALLBACK(result type, name, parameters...). The table below lists the kinds of parameters. A callback's
+ * parameters use the same kinds; in its TAG it receives the registered tag.
  *
  * A record that a function or a callback takes is described in a third statement, TVAPI_RECORD(type, members...), which
- * names its members in their order. TVAPI_UNION is the same for a union. Records inside come first. */
+ * names its members in their order. TVAPI_UNION does the same for a union. A record inside another is described before
+ * it. A fourth statement, TVAPI_ITEM(item id, type), says which record stands for an item id. */
 #ifndef TVAPI_CONTRACT_H
 #define TVAPI_CONTRACT_H
 
@@ -40,8 +41,7 @@
 
 /* An integer, enumeration, handle, pointer-sized word, or small record, by value. */
 #define TVAPI_KIND_IN(type, name) (value, in, type, name, type, 0)
-/* A pointer-sized word that may be a number as well as the address of a record, which is read only; what it is, another
- * parameter says. */
+/* A pointer-sized word: a number, or the address of a record, which is read only. Another parameter says which. */
 #define TVAPI_KIND_IN_ADDRESS(type, name) (address, in, void*, name, type, 0)
 /* A text that ends at its NUL. */
 #define TVAPI_KIND_IN_TEXT(name) (string, in, const char*, name, char, 0)
@@ -57,6 +57,9 @@
 #define TVAPI_KIND_INOUT_TEXT(name, size) (text, inout, char*, name, char, size)
 /* Room for values or records. */
 #define TVAPI_KIND_OUT_ARRAY(type, name, count) (array, out, type*, name, type, count)
+/* The record that stands for an item id, which item_id names; TVAPI_ITEM says which record that is. */
+#define TVAPI_KIND_IN_ITEM(name, item_id) (item, in, const void*, name, void, item_id)
+#define TVAPI_KIND_INOUT_ITEM(name, item_id) (item, inout, void*, name, void, item_id)
 /* A callback that the platform keeps and calls. */
 #define TVAPI_KIND_CALLBACK(type, name) (callback, in, type, name, type, 0, type)
 /* A pointer-sized word that the platform hands back to the callback unchanged. */

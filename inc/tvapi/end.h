@@ -10,6 +10,7 @@
 #ifdef TVAPI_RECORD_IS_NOTHING
 #undef TVAPI_RECORD
 #undef TVAPI_UNION
+#undef TVAPI_ITEM
 #undef TVAPI_RECORD_IS_NOTHING
 #endif
 

@@ -1,4 +1,4 @@
-/* The set's clocks. Times are 64-bit, in the unit that the platform has for each. */
+/* The set's clocks. Times are 64-bit numbers; the platform chooses the unit of each. */
 #ifndef TVAPI_TIME_TYPES_H
 #define TVAPI_TIME_TYPES_H
 
@@ -23,19 +23,19 @@ typedef struct {
 
 TVAPI_RECORD(VEXTVAPI_TIME_DTG_T, ui2_yr, ui1_mo, ui1_day, ui1_dow, ui1_hr, ui1_min, ui1_sec, b_gmt, b_dst)
 
-/* The zone's distance from UTC, without daylight saving. */
+/* Returns the time zone's offset from UTC, without daylight saving time. */
 TVAPI_FN(INT64, a_vextvapi_time_get_time_zone)
 
-/* The present distance of local time from UTC. */
+/* Returns the current offset of local time from UTC. */
 TVAPI_FN(INT64, a_vextvapi_time_get_time_offset)
 
-/* The present time. */
+/* Returns the current time in UTC. */
 TVAPI_FN(INT64, a_vextvapi_time_get_utc_time)
 
-/* The present time as the broadcast gives it. */
+/* Returns the current time, as the broadcast reports it. */
 TVAPI_FN(INT64, a_vextvapi_time_get_broadcast_time)
 
-/* Conversions; an output is not written on failure. Return 0, negative on failure. */
+/* Convert times. On failure the output stays untouched. Return 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_time_convert_utc_to_local_time, IN(INT64, utc_time), OUT(INT64, local_time))
 TVAPI_FN(INT32, a_vextvapi_time_convert_local_time_to_millis, IN_RECORD(VEXTVAPI_TIME_DTG_T, dtg), OUT(INT64, millis))
 TVAPI_FN(INT32, a_vextvapi_time_convert_millis_to_local_time, IN(INT64, millis), OUT(VEXTVAPI_TIME_DTG_T, dtg))
@@ -43,10 +43,10 @@ TVAPI_FN(INT32, a_vextvapi_time_convert_millis_to_local_time, IN(INT64, millis),
 /* Sets the clock. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_time_set_utc_time, IN(INT64, utc_time))
 
-/* How long until the sleep timer switches the set off; 0: it does not run. Returns 0, negative on failure. */
+/* Gets the time until the sleep timer switches the set off; 0: it does not run. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_time_get_sleep_timer_remaining_time, OUT(INT32, remaining))
 
-/* Starts the sleep timer, or stops it with 0. Returns 0, negative on failure. */
+/* Starts the sleep timer, or with 0 stops it. Returns 0, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_time_set_sleep_timer, IN(INT32, duration))
 
 #include "tvapi/end.h"

@@ -1,4 +1,4 @@
-/* Fixed-width names that the television middleware and this plugin share. */
+/* Names of the fixed-width integers that the television's middleware and this plugin share. */
 #ifndef TVAPI_TYPES_H
 #define TVAPI_TYPES_H
 

@@ -7,7 +7,7 @@
 
 struct T_HBBTV {
   INT32 is_enable;
-  INT32 func_type;  // the requested function, in the platform's numbers
+  INT32 func_type;  // the requested function; VEXTVAPI_HBBTV_FUNC_... or another number of the platform
   INT32 app_type;
   char uri[256];
 };

@@ -1,4 +1,4 @@
-// HDMI-CEC: its switch, and the events of the bus.
+// HDMI-CEC: its on/off state, and the events of the bus.
 #ifndef VEX_TV_CTRL_CEC_H
 #define VEX_TV_CTRL_CEC_H
 
@@ -6,12 +6,13 @@
 #include "vex_tv_ctrl/record.h"
 
 struct T_CECM_CFG {
-  UINT8 ui1_cec_func;      // the state read: 1 on, 0 off
-  UINT8 ui1_cec_func_set;  // the state wanted
+  UINT8 ui1_cec_func;      // the current state: 1 on, 0 off
+  UINT8 ui1_cec_func_set;  // the requested state
 };
 TVC_RECORD(T_CECM_CFG, ui1_cec_func, ui1_cec_func_set)
 
-// A physical address, as 16 bits of four digits, and as the platform's enumeration of the inputs.
+// A physical address: ui2_pa has its four hexadecimal digits, e_pa the input that they lead to, in the platform's
+// numbers.
 struct T_CEC_PHY_ADDR {
   UINT16 ui2_pa;
   UINT16 e_pa;
@@ -26,8 +27,8 @@ struct T_CEC_COMP_ADDR {
 inline constexpr int CEC_DATA_MAX = 16;            // bytes of one frame
 inline constexpr int CEC_SHORT_AUD_DESCR_MAX = 4;  // short audio descriptors of one message
 
-// An event's data. The event's kind says which view applies. Operands have their size on the bus, one byte unless
-// noted. Three-byte operands occupy the low bytes of 32 bits, first byte highest.
+// The data of an event, in a view for each kind of event. Operands have the size that they have on the bus: one byte,
+// unless noted. A three-byte operand is in the low bytes of a 32-bit field, its first byte highest.
 union T_CECM_NFY_DATA {
   UINT32 aui4_words[10];
 
@@ -35,14 +36,14 @@ union T_CECM_NFY_DATA {
     INT32 e_sts;
     INT32 e_start_la;
     INT32 e_stop_la;
-  } t_dev_nfy_lst;  // the discovery that a list of devices comes of
+  } t_dev_nfy_lst;  // the discovery that found a list of devices
   INT32 e_ack_cond;
   struct {
     T_CEC_COMP_ADDR t_comp;
     INT32 e_action;
   } t_one_touch_play;
   struct {
-    INT32 e_pwr_sts;  // the manager's own number
+    INT32 e_pwr_sts;  // in the numbers of the CEC manager
     UINT16 ui2_pa;
   } t_pwr_on;
   struct {
@@ -71,7 +72,7 @@ union T_CECM_NFY_DATA {
   } t_report_pa;
   UINT32 ui4_vndr_id;   // three bytes
   UINT8 ui1_osd_name;   // the name's first character
-  UINT8 e_sys_aud_sts;  // 1: the amplifier plays
+  UINT8 e_sys_aud_sts;  // 1: the amplifier plays the sound
   struct {
     UINT8 ui1_descr_num;
     UINT32 aui4_descr[CEC_SHORT_AUD_DESCR_MAX];  // three bytes each
@@ -112,11 +113,11 @@ union T_CECM_NFY_DATA {
   } t_vndr_cmd;
   struct {
     UINT32 ui4_vndr_id;  // three bytes
-    UINT8 ui1_cmd;       // its first byte
+    UINT8 ui1_cmd;       // first byte of the command
     UINT8 ui1_size;
   } t_vndr_cmd_with_id;
   struct {
-    UINT8 ui1_code;  // its first byte
+    UINT8 ui1_code;  // first byte of the code
     UINT8 ui1_size;
   } t_rc_code;
   UINT8 e_pwr_sts;
@@ -134,24 +135,24 @@ union T_CECM_NFY_DATA {
   } t_feature;
   struct {
     UINT16 ui2_pa;
-    UINT8 ui1_out_delay;  // audio, in 2 ms, plus 1
+    UINT8 ui1_out_delay;  // of the audio, in steps of 2 ms, plus 1
     UINT8 b_low_latency;
-    UINT8 e_out_comp;   // how the audio delay is made good
-    UINT8 ui1_latency;  // video, in 2 ms, plus 1
+    UINT8 e_out_comp;   // how the audio delay is compensated
+    UINT8 ui1_latency;  // of the video, in steps of 2 ms, plus 1
   } t_latency;
 };
 // The data of an event are given as {"hex": "..."}, or as words.
 TVC_UNION(T_CECM_NFY_DATA, aui4_words)
 
-// A copy of the platform's event, word for word.
+// A byte-for-byte copy of the platform's event.
 struct T_CECM_NFY {
   INT32 e_sent_la;      // logical address of the sender
-  INT32 e_sent_opcode;  // the opcode that the event answers
+  INT32 e_sent_opcode;  // opcode of the set's message that the event answers; 0: it answers none
   INT32 e_nfy_type;
   INT32 e_brdcst_type;
   UINT32 ui4_attr;
   union {
-    INT32 e_msgcode;  // of the CEC manager's own
+    INT32 e_msgcode;  // of an event of the CEC manager
     INT32 e_opcode;   // of a message on the bus
   } u_code;
   T_CECM_NFY_DATA u_data;

@@ -45,7 +45,7 @@ TVC_RECORD(T_CI_CAM_SCAN_REQ_DATA, ui1_slot_id, t_scan_req_type, b_req_query, mj
 struct T_CI_MMI_ENQ_DATA {
   UINT32 ui4_id;
   UINT8 ui1_ans_txt_len;
-  INT32 b_blind_ans;  // flag: do not show what is typed
+  INT32 b_blind_ans;  // flag: the answer is not shown while it is typed
   UINT16 w2s_text[CI_TEXT_LENGTH];
 };
 TVC_RECORD(T_CI_MMI_ENQ_DATA, ui4_id, ui1_ans_txt_len, b_blind_ans, w2s_text)

@@ -8,7 +8,7 @@
 // The fields that every generic record begins with.
 #define TVC_HEADER                                                   \
   int id;        /* the item's identifier, as the handler sets it */ \
-  int size;      /* size of the record, or 0 */                      \
+  int size;      /* size of the record in bytes, or 0 */             \
   void* pt_next; /* unused, null */                                  \
   char name[32]; /* display name, NUL-terminated */                  \
   int group;     /* group number */                                  \
@@ -80,7 +80,7 @@ TVC_RECORD(T_TIME_DTG, ui2_yr, ui1_mo, ui1_day, ui1_dow, ui1_hr, ui1_min, ui1_se
 
 struct T_TIME {
   TVC_HEADER
-  INT64 value;  // seconds, or the platform's unit for the item
+  INT64 value;  // in seconds, or in the platform's unit of the item
   T_TIME_DTG dtg;
 };
 TVC_RECORD(T_TIME, TVC_HEADER_MEMBERS, value, dtg)

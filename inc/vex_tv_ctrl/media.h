@@ -59,12 +59,12 @@ struct T_MEDIA_INFO {
   } u;
 };
 
-// A question about a folder or a file, and its answer.
+// A query about a folder or a file, and its result.
 struct T_CBROWSER {
   char path[256];
-  int count;  // of entries
-  int index;  // of the first entry
-  int sort;
+  int count;   // number of entries
+  int index;   // index of the first entry, from 0
+  int sort;    // order, in the platform's numbers
   INT32 type;  // an E_MEDIA_TYPE
   T_MEDIA_INFO media_info[24];
   char reserved[256];
@@ -72,10 +72,10 @@ struct T_CBROWSER {
 // Without the entries, which nothing fills yet.
 TVC_UNION(T_CBROWSER, path, count, index, sort, type, reserved)
 
-// Callback type of the player whose first argument is a text: a thumbnail has been made.
+// The player's event that a thumbnail has been made: the only one whose first argument is an address.
 inline constexpr INT32 PLAYER_EVENT_THUMBNAIL = 19;
 
-// The player callback's arguments, unchanged.
+// The unchanged arguments of the player's callback.
 struct T_CBROWSER_PB_NOTIFY {
   INT32 type;     // the player's callback type
   UINT32 tag;     // registered at initialisation

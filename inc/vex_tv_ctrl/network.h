@@ -11,7 +11,7 @@ struct T_NW_NOTIFY {
 };
 TVC_RECORD(T_NW_NOTIFY, tag, id, param)
 
-// Passed through to the platform; the password is not kept beyond the request.
+// The parameters of a Wi-Fi association. The plugin clears them, with the password, at the end of the request.
 struct T_WLAN_ASSOCIATE {
   char bssid[18];
   char ssid[33];

@@ -1,7 +1,7 @@
-// Behind each content record stands TVC_RECORD(type, members...), which names its members in their order; TVC_UNION is
-// the same for a union, and for a record of which only some members are named. Records inside come first. Here nothing
-// is made of them: a program that reads and writes records by their members' names defines both before it includes a
-// header of these.
+// Describes content records. After each struct, TVC_RECORD(type, members...) names its members in their order.
+// TVC_UNION does the same for a union, and for a struct of which it names only some members. A record inside another is
+// described before it. By default both macros expand to nothing. A program that accesses records by their members'
+// names defines both before it includes the headers of the records.
 #ifndef VEX_TV_CTRL_RECORD_H
 #define VEX_TV_CTRL_RECORD_H
 

@@ -1,4 +1,4 @@
-// USB mount points and their coming and going.
+// USB mount points, and the events of mounting and unmounting.
 #ifndef VEX_TV_CTRL_USB_H
 #define VEX_TV_CTRL_USB_H
 
@@ -14,7 +14,7 @@ struct T_MOUNT_POINT_INFO {
 TVC_RECORD(T_MOUNT_POINT_INFO, dev, path, label, port)
 
 struct T_MOUNT_POINT_LIST {
-  INT32 count;  // of the entries that hold something
+  INT32 count;  // number of valid entries
   T_MOUNT_POINT_INFO entries[32];
 };
 TVC_RECORD(T_MOUNT_POINT_LIST, count, entries)

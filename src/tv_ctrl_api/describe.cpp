@@ -126,6 +126,7 @@ static void describe_field(JsonText& json, const Field& field) {
 
 static bool takes_part(const Field& field, FieldUse use) { return use == kEverywhere || (field.use & use); }
 
+// Returns whether a row with this key takes part in this use.
 static bool has_key(std::span<const Field> fields, FieldUse use, std::string_view key) {
   return std::ranges::any_of(fields, [&](const Field& field) { return takes_part(field, use) && field.key == key; });
 }

@@ -150,11 +150,13 @@ static Outcome call_handler(const Target& target, void* record, INT32 failed_sta
   return {.status = ret == VEXTVCTRLR_OK ? static_cast<INT32>(VEX_OK) : failed_status, .ret = ret};
 }
 
+// Carries out an "ACTION". If the item is no action, it does nothing and returns 0 all the same.
 static Outcome set_action(const char*, const Target& target, const Request&) {
   if (target.type != TYPE_ACTION) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
   return call_handler(target, nullptr, VEX_ACTION_FAIL);
 }
 
+// Carries out a "MODIFY": sets the item's value, and leaves the rest of the record 0.
 static Outcome set_modify(const char* entry, const Target& target, const Request& request) {
   const cJSON* const value = cJSON_GetObjectItemCaseSensitive(request.parameter, "VALUE");
   if (!value) {
@@ -187,6 +189,7 @@ static Outcome set_specialised(const char* entry, const Target& target, const Re
   return set_specialised(entry, {.id = target.id, .type = second, .item = tvc_item_type(second)}, request);
 }
 
+// Carries out an "ASSOCIATE", and then clears its record.
 static Outcome set_associate(const char* entry, const Target& target, const Request& request) {
   const Decoded decoded = tvc_decode_parameter(entry, target.item, kAssociate, request.parameter, _pt_content);
   if (decoded == Decoded::kNotTaken) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_FAIL};

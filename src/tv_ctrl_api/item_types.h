@@ -60,6 +60,7 @@ struct ItemType {
   UINT8 also_set_as = TYPE_NONE;       // a "SET" is then decoded and carried out as this type too, in the same record
   UINT32 record_size = 0;              // of the record in the content buffer, in bytes; 0: the type has none yet
   UINT32 allocated_size = 0;           // of a record from tv_ctrl_malloc_content, in bytes; 0: it returns null
+  const char* decoder = nullptr;       // operation that messages of the decoding name; null: the entry point
   const char* error_word = nullptr;    // word in the message "error: parse ... param!"; null: decoding cannot fail
   const char* renderer = nullptr;      // name of the operation in messages about the response
   std::span<const Field> fields = {};  // of the record

@@ -32,7 +32,8 @@ bool tvc_parse_request(const char* entry, const char* text, bool needs_word, Req
 Decoded tvc_decode_parameter(const char* entry, const ItemType* item, FieldUse use, const cJSON* parameter,
                              void* record, UINT16 uri) {
   if (!item || !tvc_item_has(*item, use)) return Decoded::kNotTaken;
-  if (tvc_decode_fields(item->fields, use, parameter, record, entry, uri) == VEXTVCTRLR_OK) return Decoded::kDone;
+  const char* const decoder = item->decoder ? item->decoder : entry;
+  if (tvc_decode_fields(item->fields, use, parameter, record, decoder, uri) == VEXTVCTRLR_OK) return Decoded::kDone;
   TVC_LOG_AS(kLogError, entry, "error: parse %s param!", item->error_word ? item->error_word : "");
   return Decoded::kFailed;
 }

@@ -9,7 +9,7 @@
 #include "tv_ctrl_util/log.h"
 #include "tvapi/playback.h"
 
-// By group number; null where nothing serves the group.
+// The handler of each group number; null for a group that no handler serves.
 static constexpr auto kHandlers = [] {
   std::array<const Handler*, kLastGroup + 1> handlers{};
 #define TVC_GROUP(group, number, enumeration) handlers[number] = &handler_##group;
@@ -18,12 +18,12 @@ static constexpr auto kHandlers = [] {
   return handlers;
 }();
 
-// What a group answers that nothing serves yet, so that it answers alike before and after. One that is not listed here
-// answers VEXTVCTRLR_FAIL, as a number does that is no group.
+// The results of a group that no handler serves yet: a refused request has the same result before and after the group
+// gets a handler. A group without a row here has the default results, and so has a number that is no group.
 struct Unserved {
   UINT8 group;
   INT32 get_answer = VEXTVCTRLR_FAIL;
-  bool set_needs_record = false;  // as in Handler; any other set fails
+  bool set_needs_record = false;  // as in Handler; every other set returns VEXTVCTRLR_FAIL
 };
 
 static constexpr Unserved kUnserved[] = {
@@ -34,16 +34,15 @@ static constexpr Unserved kUnserved[] = {
     {.group = TV_CTRL_GRPID_TIME, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_TUNER, .get_answer = VEXTVCTRLR_INV_ARG},
     {.group = TV_CTRL_GRPID_RATING, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_EVENT, .set_needs_record = true},
-    {.group = TV_CTRL_GRPID_BRDCAST, .set_needs_record = true},
 };
 static_assert(std::ranges::none_of(kUnserved, [](const Unserved& row) { return kHandlers[row.group]; }),
-              "a group that has a handler answers as the handler says");
+              "a group that has a handler has no row here");
 
 const Handler* tvc_handler(int group) {
   return group > 0 && group <= kLastGroup ? kHandlers[static_cast<std::size_t>(group)] : nullptr;
 }
 
+// Returns the results of a group that no handler serves.
 static Unserved unserved(int group) {
   const Unserved* const row = std::ranges::find(kUnserved, group, &Unserved::group);
   return row == std::end(kUnserved) ? Unserved{} : *row;
@@ -54,7 +53,7 @@ UriUse tvc_uri_use(UINT16 ui2_id) {
       .get = Effect::kRefused, .set = Effect::kRefused, .notifies = false, .help = "", .unit = "", .values = ""};
   const Handler* const handler = tvc_handler(tvc_group(ui2_id));
   if (!handler) return use;
-  const bool has_record = tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;  // of a set's request
+  const bool has_record = tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;  // a set brings one, except for an action
   use.get = tvc_get_effect(*handler, ui2_id);
   if (has_record || !handler->set_needs_record) use.set = tvc_set_effect(*handler, ui2_id, has_record);
   if (const StoredRecord* const row = tvc_find_record(*handler, ui2_id)) {
@@ -64,16 +63,16 @@ UriUse tvc_uri_use(UINT16 ui2_id) {
     use.unit = texts + row->unit;
     use.values = texts + row->values;
   } else if (use.get == Effect::kAccepted || use.set == Effect::kAccepted) {
-    use.help = "Requests are accepted, and nothing happens.";
+    use.help = "Requests succeed without effect.";
   }
   return use;
 }
 
-static bool b_g_tvc_init;  // written by the thread that starts the core
-// Written once, before the handlers start; read by platform threads.
+static bool b_g_tvc_init;  // true once the core has started; only the thread that starts it uses it
+// The notification function. Written once, before the handlers start; read by the platform's threads.
 static std::atomic<tv_ctrl_nfy_fct> pf_g_tvc_nfy_fct;
 
-// Null when all have started.
+// Returns the handler that starts in a turn; null after the last turn.
 static const Handler* starting_in(UINT8 turn) {
   for (const Handler* const handler : kHandlers)
     if (handler && handler->start_turn == turn) return handler;
@@ -85,7 +84,7 @@ INT32 tv_ctrl_init(tv_ctrl_nfy_fct pv_func) {
   if (IVexPb_Ctrl_Init() != 0) return VEXTVCTRLR_FAIL;
   b_g_tvc_init = true;
   pf_g_tvc_nfy_fct.store(pv_func);
-  // A handler whose start fails does not keep the others from starting.
+  // When a handler fails to start, the others start all the same.
   for (UINT8 turn = 1; const Handler* const handler = starting_in(turn); ++turn) handler->start();
   return VEXTVCTRLR_OK;
 }

@@ -1,19 +1,20 @@
-// Which handler serves which group.
+// Routes requests to the handlers, and says what each URI is good for.
 #pragma once
 
 #include "tvctl_common/handler.h"
 
-// What a URI is good for, and what a person needs to know of it. Empty texts: there is nothing to say.
+// What requests to a URI do, and what an application developer needs to know of it. Texts without content are empty.
 struct UriUse {
   Effect get;
   Effect set;
-  bool notifies;       // some handler raises it
+  bool notifies;       // true: a handler raises the event
   const char* help;    // one sentence
   const char* unit;    // of the value
-  const char* values;  // as RecordRow::values
+  const char* values;  // allowed values, in the form of RecordRow::values
 };
 
+// Returns the use of an identifier's URI.
 UriUse tvc_uri_use(UINT16 ui2_id);
 
-// The handler of a group; null where nothing serves it.
+// Returns the handler of a group; null for a group that no handler serves.
 const Handler* tvc_handler(int group);

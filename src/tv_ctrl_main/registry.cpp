@@ -22,7 +22,8 @@ using RowIndex = UINT16;
 static constexpr RowIndex kNoRow = UINT16_MAX;
 static_assert(kRows < kNoRow);
 
-// Rows of equal length stand together, in table order: rows[start[n]] up to, not including, rows[start[n + 1]].
+// An index of the rows by the length of their URIs. The rows of length n, in table order, are rows[start[n]] up to, but
+// not including, rows[start[n + 1]].
 struct LengthIndex {
   std::array<RowIndex, kLengths + 1> start;
   std::array<RowIndex, kRows> rows;
@@ -37,7 +38,7 @@ static constexpr LengthIndex kByLength = [] {
   return index;
 }();
 
-// The row of each identifier; identifiers are unique.
+// An index of the rows by identifier, which is unique; kNoRow for an identifier that is not in the table.
 static constexpr auto kById = [] {
   std::array<RowIndex, (kLastGroup + 1) << 8> index{};
   index.fill(kNoRow);
@@ -75,7 +76,7 @@ INT32 tv_ctrl_get_info_with_uri(const char* uri, UINT16* ret_id, UINT8* ret_type
   return VEXTVCTRLR_INV_URI;
 }
 
-// Null for an unknown identifier.
+// Returns the row of an identifier, or null for an unknown one.
 static const TV_CTRL_URI_ID_MAP_T* row_by_id(UINT16 ui2_id) {
   if (ui2_id >= kById.size() || kById[ui2_id] == kNoRow) return nullptr;
   return &at_uri_mapping_id_table[kById[ui2_id]];

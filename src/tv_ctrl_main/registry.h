@@ -13,8 +13,8 @@ inline constexpr int kLastGroup = [] {
   return last;
 }();
 
-// Every row, in table order.
+// Returns every row, in table order.
 std::span<const TV_CTRL_URI_ID_MAP_T> tvc_registry();
 
-// The name of a group, TV_CTRL_GRPID_<name>, or null.
+// Returns the name of a group, as in TV_CTRL_GRPID_<name>; null for a number that is no group.
 const char* tvc_group_name(int group);

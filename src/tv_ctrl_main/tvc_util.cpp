@@ -1,4 +1,4 @@
-// Generic records of items that the configuration store backs.
+// Fills generic records for items that the configuration store backs.
 #include "tv_ctrl_main.h"
 #include "tv_ctrl_util/text.h"
 

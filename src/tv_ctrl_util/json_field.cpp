@@ -27,6 +27,7 @@ INT32 tvc_integer_at(const void* record, IntegerPlace place) {
   }
 }
 
+// Writes the integer at a place, cut to its size; does nothing where there is no such field.
 static void put_integer(void* record, IntegerPlace place, INT32 value) {
   char* const at = static_cast<char*>(record) + place.offset;
   switch (place.size) {

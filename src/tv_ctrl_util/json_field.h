@@ -71,8 +71,8 @@ struct Field {
   bool sets_count = false;    // of a decoded array: `count` becomes the number of elements taken
   UINT16 uri = 0;             // decoded only in requests of this identifier; 0: in all requests
   IntegerPlace count = {};    // of an array: where its number of elements is; while that is 0, no array is decoded
-  IntegerPlace found = {};    // decoding writes 1 here when it stored the member, else 0
-  IntegerPlace missing = {};  // decoding writes 0 here when it stored the member, else 1
+  IntegerPlace found = {};    // of a single value: decoding writes 1 here when it stored the member, else 0
+  IntegerPlace missing = {};  // of a single value: decoding writes 0 here when it stored the member, else 1
   // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. With a custom
   // decode, and for a decoded array: the name in its traces.
   const char* text = nullptr;
@@ -155,7 +155,7 @@ consteval FieldKind named_kind() {
 
 template <typename T, std::size_t Offset>
 consteval IntegerPlace integer_place() {
-  static_assert(std::is_same_v<T, INT32> || (std::is_unsigned_v<T> && sizeof(T) <= 2), "no integer of a place's kinds");
+  static_assert(std::is_same_v<T, INT32> || (std::is_unsigned_v<T> && sizeof(T) <= 4), "no integer of a place's kinds");
   static_assert(Offset <= UINT16_MAX, "a place lies within the first 64 kB of its record");
   return {.offset = static_cast<UINT16>(Offset), .size = sizeof(T)};
 }

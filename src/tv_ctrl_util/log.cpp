@@ -40,13 +40,24 @@ void tvc_log(const char* function, int line, const char* format, ...) {
   va_end(arguments);
 }
 
+[[gnu::format(printf, 2, 0)]] static void print(FILE* stream, const char* format, va_list arguments) {
+  flockfile(stream);
+  vfprintf(stream, format, arguments);
+  fflush(stream);
+  funlockfile(stream);
+}
+
 void tvc_log_progress(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  flockfile(stderr);
-  vfprintf(stderr, format, arguments);
-  fflush(stderr);
-  funlockfile(stderr);
+  print(stderr, format, arguments);
+  va_end(arguments);
+}
+
+void tvc_log_message(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  print(stdout, format, arguments);
   va_end(arguments);
 }
 

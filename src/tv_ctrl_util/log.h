@@ -19,8 +19,10 @@ inline bool tvc_failed(INT32 ret, const char* operation = __builtin_FUNCTION(), 
   return true;
 }
 
-// Prints a handler's progress on standard error, whatever the level, not mixed with other threads' output.
+// Print a handler's progress on standard error, and other messages on standard output, whatever the level, not mixed
+// with other threads' output.
 [[gnu::format(printf, 1, 2)]] void tvc_log_progress(const char* format, ...);
+[[gnu::format(printf, 1, 2)]] void tvc_log_message(const char* format, ...);
 
 // Logs a message under the calling function's name, if the log level is `level` or above.
 #define TVC_LOG(level, ...) TVC_LOG_AS(level, __func__, __VA_ARGS__)

@@ -44,6 +44,10 @@ static bool needs_record(const Handler& handler, const StoredRecord* row, UINT16
       return true;
     case WithoutRecord::kRefusedUnlessAction:
       return tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;
+    case WithoutRecord::kRefusedOfRecords: {
+      const UINT8 type = tv_ctrl_get_type_by_id(ui2_id);
+      return type != TYPE_ACTION && type != TYPE_INVALID;
+    }
     case WithoutRecord::kAsRow:
       break;
   }

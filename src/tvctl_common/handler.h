@@ -63,6 +63,7 @@ enum class WithoutRecord : UINT8 {
   kAsRow,                // those whose row has a set function and is no action
   kRefused,              // all
   kRefusedUnlessAction,  // those of URIs whose item type is no action
+  kRefusedOfRecords,     // those of registered URIs whose item type is no action
 };
 
 struct Handler {
@@ -71,9 +72,9 @@ struct Handler {
   INT32 get_default = VEXTVCTRLR_OK;  // result of a get without a get function
   INT32 set_default = VEXTVCTRLR_OK;  // result of a set without a set function
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
-  bool set_needs_record = false;     // tv_ctrl_set refuses a set without a content record before the handler sees it
-  INT32 (*start)() = nullptr;        // the core calls it as it starts; null: there is nothing to start
-  UINT8 start_turn = 0;              // 1: first; no two handlers have the same turn, and no turn is left out
+  bool set_needs_record = false;     // true: tv_ctrl_set refuses every set without a content record itself
+  INT32 (*start)() = nullptr;        // called when the core starts; null: there is nothing to start
+  UINT8 start_turn = 0;              // order of the starts: 1, 2, ... without gaps or repetition; 0: no start
   const char* framed_get = nullptr;  // name under which every get logs its begin and its end; null: gets log neither
 };
 

@@ -10,6 +10,7 @@
 // The plugin's own ELF header in memory; the linker defines the symbol.
 extern "C" [[gnu::visibility("hidden")]] const ElfW(Ehdr) __ehdr_start;
 
+// Reads a record at an offset of the file. Returns false when the file ends before the record does.
 template <typename Record>
 static bool read_at(int file, uint64_t offset, Record& ret_record) {
   Record record;

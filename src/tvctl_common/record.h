@@ -1,6 +1,7 @@
 // Typed access to content records, for the functions of rows.
 #pragma once
 
+#include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 #include "tvctl_common/handler.h"
 
@@ -31,4 +32,15 @@ inline T_VALUE& tvc_fill_value_header(const RecordRequest& request, int group) {
   value.max_value = 0;
   value.increment = 1;
   return value;
+}
+
+// A platform's result as the request's: a failure is logged under the request's operation, and is VEXTVCTRLR_FAIL.
+inline INT32 tvc_checked(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
+  return tvc_failed(ret, request.operation, line) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+}
+
+// The same where the request succeeds all the same.
+inline INT32 tvc_ignored(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
+  tvc_failed(ret, request.operation, line);
+  return VEXTVCTRLR_OK;
 }

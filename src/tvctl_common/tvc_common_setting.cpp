@@ -45,7 +45,7 @@ static INT32 set_gui_language(const RecordRequest& request) {
   return VEXTVCTRLR_OK;
 }
 
-// --- Clocks ---
+// --- Clocks: a conversion that fails gives 0 ---
 
 static T_TIME& time_record(const RecordRequest& request) { return tvc_fill_header<T_TIME>(request, 0); }
 
@@ -150,6 +150,7 @@ static INT32 set_country_region_id(const RecordRequest& request) {
   return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }
 
+// Reports 0 also when the platform fails.
 static INT32 get_sleep_timer(const RecordRequest& request) {
   INT32 remaining = 0;
   a_vextvapi_time_get_sleep_timer_remaining_time(&remaining);
@@ -196,6 +197,7 @@ static void _tvc_common_nw_nfy(void* pv_tag, INT32 id, void* pv_param) {
   tvc_notify(TV_CTRL_RECID_WS_NFY_NETWORK, &notify);
 }
 
+// Subscribes to network events, unless the plugin is subscribed already.
 static INT32 _tvc_common_set_nw_register() {
   if (ui4_tvc_nw_nfy_id != 0) {
     tvc_log_progress("[TVC_MAIN] register network notify already!\n");
@@ -319,7 +321,7 @@ constinit const Handler handler_COMMON_SETTING = {.group = TV_CTRL_GRPID_COMMON_
                                                   .records = tvc_records<kRows>(),
                                                   .set_needs_record = true,
                                                   .start = tv_ctrl_common_setting_init,
-                                                  .start_turn = 4};
+                                                  .start_turn = 6};
 
 INT32 tv_ctrl_common_setting_get(UINT16 ui2_id, void* pv_content) {
   return tvc_handle_get(handler_COMMON_SETTING, ui2_id, pv_content);

@@ -197,6 +197,7 @@ static INT32 get_string(const RecordRequest& request) {
   return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : ret;
 }
 
+// Reads a number and its limits. A key without limits has both limits 0.
 static INT32 get_range(const RecordRequest& request) {
   T_CONFIG& config = config_of(request);
   if (!has_key(config)) return VEXTVCTRLR_INV_ARG;

@@ -26,9 +26,8 @@ static INT32 get_integer(const RecordRequest& request) {
 }
 
 static INT32 set_integer(const RecordRequest& request) {
-  const INT32 ret = a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key,
-                                                tvc_content<T_INTEGER>(request).value, VEXTVAPI_CONFIG_KEEP);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_config_set_value(VEXTVAPI_CONFIG_EVERY_INPUT, request.key,
+                                                          tvc_content<T_INTEGER>(request).value, VEXTVAPI_CONFIG_KEEP));
 }
 
 // --- Password and clean-up ---
@@ -44,14 +43,12 @@ static INT32 get_password(const RecordRequest& request) {
 static INT32 set_password(const RecordRequest& request) {
   T_TEXT& text = tvc_content<T_TEXT>(request);
   tvc_end_text(text.value);
-  const INT32 ret = a_vextvapi_config_set_str_value(request.key, text.value);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_config_set_str_value(request.key, text.value));
 }
 
 static INT32 clean_all(const RecordRequest& request) {
-  const INT32 ret = a_vextvapi_util_set(VEXTVAPI_UTIL_CLEAN_ALL_TYPE, VEXTVAPI_UTIL_CLEAN_ALL_ID,
-                                        VEXTVAPI_UTIL_CLEAN_ALL_VALUE, VEXTVAPI_UTIL_CLEAN_ALL_FLAG);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_util_set(VEXTVAPI_UTIL_CLEAN_ALL_TYPE, VEXTVAPI_UTIL_CLEAN_ALL_ID,
+                                                  VEXTVAPI_UTIL_CLEAN_ALL_VALUE, VEXTVAPI_UTIL_CLEAN_ALL_FLAG));
 }
 
 // --- USB storage ---
@@ -87,6 +84,7 @@ static INT32 _tvc_misc_usb_detect_init() {
 
 static INT32 start_usb_detection(const RecordRequest&) { return _tvc_misc_usb_detect_init(); }
 
+// Succeeds also when the platform fails to stop the detection.
 static INT32 stop_usb_detection(const RecordRequest&) {
   if (g_udetect == 0) return VEXTVCTRLR_OK;
   a_vextvapi_cb_usb_detect_deinit(g_udetect);
@@ -192,6 +190,7 @@ static INT32 portal_result(const RecordRequest& request, INT32 ret) {
   return ret;
 }
 
+// Refuses an unknown mode. For the mode EDFU it first passes the address to the platform.
 static INT32 start_portal(const RecordRequest& request) {
   T_PORTAL& portal = tvc_content<T_PORTAL>(request);
   tvc_end_text(portal.app_mode);
@@ -209,6 +208,7 @@ static INT32 start_portal(const RecordRequest& request) {
   return portal_result(request, a_portal_start_ex(mode->number));
 }
 
+// An unknown reason is passed to the platform as 0.
 static INT32 exit_portal(const RecordRequest& request) {
   T_PORTAL& portal = tvc_content<T_PORTAL>(request);
   tvc_end_text(portal.exit_reason);
@@ -223,8 +223,7 @@ static INT32 start_native_app(const RecordRequest& request) {
   tvc_end_text(text.value);
   const NamedNumber* const app = find_name(kNativeApps, text.value);
   if (!app) return VEXTVCTRLR_INV_ARG;
-  const INT32 ret = a_vextvapi_util_start_native_app(app->number);
-  return tvc_failed(ret, request.operation) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  return tvc_checked(request, a_vextvapi_util_start_native_app(app->number));
 }
 
 // Logs a failure and succeeds all the same.

@@ -3,6 +3,16 @@
 #include "tvctl_common/handler.h"
 
 static constexpr RecordRow kRows[] = {
+    {.record = TV_CTRL_RECID_WS_NFY_CHG_CHANNEL_RES,
+     .type = TYPE_VALUE,
+     .help = "A change of channel has ended; the value is the platform's result."},
+    {.record = TV_CTRL_RECID_WS_NFY_CHANNEL_INFO, .type = TYPE_CHANNEL_INFO_NOTIFY, .help = "A channel list changed."},
+    {.record = TV_CTRL_RECID_WS_NFY_ACTIVE_WINDOW_INFO,
+     .type = TYPE_ACTIVE_WINDOW_INFO_NOTIFY,
+     .help = "Events of the programme guide, or its active window, changed."},
+    {.record = TV_CTRL_RECID_WS_NFY_ACTIVE_WINDOW_TIME,
+     .type = TYPE_ACTIVE_WINDOW_TIME_NOTIFY,
+     .help = "The date or the time changed, as the programme guide sees it."},
     {.record = TV_CTRL_RECID_WS_NFY_USB_DETECT,
      .type = TYPE_USB_DETECT_NOTIFY,
      .help = "USB storage was mounted or unmounted."},

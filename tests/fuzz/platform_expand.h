@@ -4,7 +4,7 @@
 //     #include "platform_expand.h"
 //     #include "tvapi/all.h"        // records and definitions
 //
-// What a platform may do with each form of parameter is told below, under "What a function does with its parameters"
+// What a platform may do with each form of parameter is said below, under "What a function does with its parameters"
 // and "What a callback's arguments are". A form that has no rule there, and a record that is not described, do not
 // compile.
 #pragma once
@@ -120,6 +120,17 @@ void write_values(T* values, std::size_t count) {
   if (values && !take_chance(answers, 8)) answer_values(values, count, take_call_memory);
 }
 
+inline const tap::Type& item_type(std::size_t item_id) {
+  static constexpr tap::Type kNone;
+  const tap::Type* const type = tap::find_item(item_id);
+  return type ? *type : kNone;
+}
+
+inline void write_item(void* record, const tap::Type& type) {
+  Answers answers;
+  if (record && !take_chance(answers, 8)) answer_value(answers, type, record, take_call_memory);
+}
+
 inline void write_text(char* text, std::size_t size) {
   Answers answers;
   if (text) take_characters(answers, text, size);
@@ -150,6 +161,8 @@ void read_argument(Argument argument, [[maybe_unused]] std::size_t size, [[maybe
     read_memory(argument, argument ? strnlen(argument, size) : 0);
   else if constexpr (form == one || form == array)
     read_memory(argument, size * sizeof *argument);
+  else if constexpr (form == item)
+    read_memory(argument, item_type(size).size);
   else
     static_assert(kNoRule<form>);
 }
@@ -164,6 +177,8 @@ void write_argument(Argument argument, [[maybe_unused]] std::size_t size) {
     write_text(argument, size);
   else if constexpr (form == one || form == array)
     write_values(argument, size);
+  else if constexpr (form == item)
+    write_item(argument, item_type(size));
   else
     static_assert(kNoRule<form>);
 }

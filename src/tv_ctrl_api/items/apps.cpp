@@ -7,12 +7,12 @@ static constexpr Field kHbbtvFields[] = {
      .use = kSet,
      .values = "0=off\0"
                "1=on\0",
-     .help = "how HbbTV is to be switched"},
+     .help = "state to switch HbbTV to"},
     {.key = "funcType",
      TVC_MEMBER(T_HBBTV, func_type),
      .use = kSet,
-     .values = "1=switches HbbTV, by enableHbbtv\0"
-               "4=hands over the application, by appType and appUri\0",
+     .values = "1=switches HbbTV on or off, as enableHbbtv says\0"
+               "4=passes the application of appType and appUri to HbbTV\0",
      .help = "function of HbbTV; other numbers are the platform's"},
     {.key = "appType", TVC_MEMBER(T_HBBTV, app_type), .use = kSet, .help = "kind of application"},
     {.key = "appUri", TVC_MEMBER(T_HBBTV, uri), .use = kSet, .help = "address of the application"},
@@ -35,13 +35,13 @@ static constexpr Field kPortalFields[] = {
     {.key = "appMode",
      TVC_MEMBER(T_PORTAL, app_mode),
      .use = kResponse,
-     .help = "mode that it is in, YOUTUBE while the video application runs, UNKNOWN for any other"},
+     .help = "current mode: one of those to start in, YOUTUBE while the video application runs, or UNKNOWN"},
     {.key = "edfuUrl", TVC_MEMBER(T_PORTAL, edfu_url), .use = kSet, .help = "address that the mode EDFU opens"},
     {.key = "exitReason",
      TVC_MEMBER(T_PORTAL, exit_reason),
      .use = kSet,
      .values = kReasons,
-     .help = "why it is left; any other text is another reason"},
+     .help = "reason for leaving the portal; any other text means another reason"},
 };
 
 constexpr ItemType item_PORTAL = {.type = TYPE_PORTAL,

@@ -10,12 +10,12 @@ static constexpr Field kCecmCfgFields[] = {
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func_set),
      .use = kSet,
      .values = kSwitch,
-     .help = "how CEC is to be switched"},
+     .help = "state to switch HDMI-CEC to"},
     {.key = "cecm_func_statu",
      TVC_MEMBER(T_CECM_CFG, ui1_cec_func),
      .use = kResponse,
      .values = kSwitch,
-     .help = "how CEC is switched"},
+     .help = "state of HDMI-CEC"},
 };
 
 constexpr ItemType item_CECM_CFG = {.type = TYPE_CECM_CFG,
@@ -29,26 +29,27 @@ constexpr ItemType item_CECM_CFG = {.type = TYPE_CECM_CFG,
   { .key = json_key, TVC_MEMBER(T_CECM_NFY, member), .use = kNotify, __VA_ARGS__ __VA_OPT__(, ).help = text }
 #define DATA(json_key, member, text, ...) EVENT(json_key, u_data.member, text __VA_OPT__(, ) __VA_ARGS__)
 
-// Every event shows its data under every view of them. A reader picks those that belong to its opcode and type.
+// A notification shows the data of its event in every view of the union. The receiver picks the view that belongs to
+// the event's type and opcode.
 static constexpr Field kCecDetectNotifyFields[] = {
-    EVENT("NOTIFY_TYPE", e_nfy_type, "whose event it is",
+    EVENT("NOTIFY_TYPE", e_nfy_type, "origin of the event",
           .values = "0=a message on the bus\0"
                     "1=the CEC manager's own\0"),
     EVENT("SENTLA", e_sent_la, "logical address of the sender"),
-    EVENT("SENTOPCODE", e_sent_opcode, "opcode of the set's message that this one answers; 0: of none"),
-    EVENT("BRDCAST_TYPE", e_brdcst_type, "whom the message was sent to",
+    EVENT("SENTOPCODE", e_sent_opcode, "opcode of the set's message that this message answers; 0: it answers none"),
+    EVENT("BRDCAST_TYPE", e_brdcst_type, "receiver of the message",
           .values = "0=the set\0"
                     "1=everybody\0"),
-    EVENT("ATTR", ui4_attr, "bytes of operands; of a list of devices a bit for each logical address"),
+    EVENT("ATTR", ui4_attr, "number of operand bytes; for a list of devices, a bit for each logical address"),
     EVENT("U_CODE_MSGCODE", u_code.e_msgcode, "event of the CEC manager",
           .values = "1=list of devices\0"
                     "2=5 V of an input\0"),
     EVENT("U_CODE_OPCODE", u_code.e_opcode, "opcode of the message, as HDMI-CEC numbers it"),
-    DATA("DEV_NFY_LST_STS", t_dev_nfy_lst.e_sts, "list of devices: compared with the one before",
+    DATA("DEV_NFY_LST_STS", t_dev_nfy_lst.e_sts, "list of devices: difference from the previous list",
          .values = "0=unchanged\0"
                    "1=changed\0"),
-    DATA("DEV_NFY_START_LA", t_dev_nfy_lst.e_start_la, "list of devices: first logical address asked"),
-    DATA("DEV_NFY_STOP_LA", t_dev_nfy_lst.e_stop_la, "list of devices: last logical address asked"),
+    DATA("DEV_NFY_START_LA", t_dev_nfy_lst.e_start_la, "list of devices: first logical address polled"),
+    DATA("DEV_NFY_STOP_LA", t_dev_nfy_lst.e_stop_la, "list of devices: last logical address polled"),
     DATA("U_DATA_ACK_COND", e_ack_cond, "whether the set's message was acknowledged, in the platform's numbers"),
     DATA("ONETOUCH_UI2_PA", t_one_touch_play.t_comp.t_pa.ui2_pa, "one touch play: physical address"),
     DATA("ONETOUCH_E_PA", t_one_touch_play.t_comp.t_pa.e_pa, "one touch play: input of the physical address"),
@@ -58,7 +59,7 @@ static constexpr Field kCecDetectNotifyFields[] = {
                    "2=text over its picture\0"),
     DATA("PWRONPWRSTS", t_pwr_on.e_pwr_sts, "power on: the set's power state, in the platform's numbers"),
     DATA("PWRON_UI2_PA", t_pwr_on.ui2_pa, "power on: physical address"),
-    DATA("5VPWR_5VPWR", t_5v_pwr.ui1_5v_pwr, "5 V: whether the input carries them",
+    DATA("5VPWR_5VPWR", t_5v_pwr.ui1_5v_pwr, "5 V: whether the input receives 5 V",
          .values = "0=no\0"
                    "1=yes\0"),
     DATA("5VPWR_COMPID", t_5v_pwr.ui2_comp_id, "5 V: component of the input"),
@@ -115,7 +116,7 @@ static constexpr Field kCecDetectNotifyFields[] = {
     DATA("TUNERDEV_DIG_SYS", t_tuner_dev.e_dig_sys, "tuner device: digital broadcast system"),
     DATA("TUNERDEV_DIG_SVCID", t_tuner_dev.ui2_dig_svc_id, "tuner device: identifier of the digital service"),
     DATA("OSDSTRING_DIAPLAY", t_osd_string.e_display_ctrl, "OSD string: how long it is shown"),
-    DATA("OSDSTRING_STRING", t_osd_string.aui1_string, "OSD string: text, a byte a character"),
+    DATA("OSDSTRING_STRING", t_osd_string.aui1_string, "OSD string: text, one byte per character"),
     DATA("ROUTINGCHG_NEWPA", t_routing_chg.ui2_new_pa, "routing change: new physical address"),
     DATA("ROUTINGCHG_ORIGPA", t_routing_chg.ui2_orig_pa, "routing change: former physical address"),
     DATA("ABORT_REASON", e_abort_reason, "feature abort: reason"),
@@ -144,7 +145,7 @@ static constexpr Field kCecDetectNotifyFields[] = {
     DATA("LATE_MODE", t_latency.b_low_latency, "latency: low latency mode",
          .values = "0=off\0"
                    "1=on\0"),
-    DATA("LATE_OUTCOMP", t_latency.e_out_comp, "latency: how the delay of the sound is made good"),
+    DATA("LATE_OUTCOMP", t_latency.e_out_comp, "latency: how the delay of the sound is compensated"),
     DATA("LATE_LATE", t_latency.ui1_latency, "latency: delay of the picture, in steps of 2 ms, plus 1"),
 };
 

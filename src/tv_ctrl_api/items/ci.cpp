@@ -1,4 +1,4 @@
-// Item type of common interface data: numbers only, its 16-bit texts are not rendered.
+// Item type of common interface data. Only its numbers are rendered, not its 16-bit texts.
 #include "tv_ctrl_api/item_types.h"
 
 #define CI(json_key, member, text) \
@@ -9,7 +9,7 @@ static constexpr Field kCiDataFields[] = {
     {.key = "TYPE", .use = kResponse | kNotify, .text = "TYPE_CI_DATA", .help = "item type"},
     CI("GROUP", group, "group number"),
     CI("STATE", state, "1: available"),
-    CI("CI_REQ_QUERY", t_ci_cam_scan_req_data.b_req_query, "scan request: 1: the module asks first"),
+    CI("CI_REQ_QUERY", t_ci_cam_scan_req_data.b_req_query, "scan request: 1: the module asks the user first"),
     CI("CI_REQ_DAY", t_ci_cam_scan_req_data.day, "scan request: day"),
     CI("CI_REQ_HOUR", t_ci_cam_scan_req_data.hour, "scan request: hour"),
     CI("CI_REQ_HUNDREDTH", t_ci_cam_scan_req_data.hundredth, "scan request: hundredths of a second"),
@@ -22,17 +22,18 @@ static constexpr Field kCiDataFields[] = {
     CI("CI_REQ_YEAR", t_ci_cam_scan_req_data.year, "scan request: year"),
     CI("CI_UPG_SLOT", t_ci_cam_upgrade_data.ui1_slot_id, "upgrade: slot of the module"),
     CI("CI_UPG_TYPE", t_ci_cam_upgrade_data.ui1_upgrade_type, "upgrade: kind"),
-    CI("CI_UPG_TIME", t_ci_cam_upgrade_data.ui2_download_time, "upgrade: how long the download takes"),
+    CI("CI_UPG_TIME", t_ci_cam_upgrade_data.ui2_download_time, "upgrade: duration of the download"),
     CI("CI_UPG_PROG_STAT", t_ci_cam_upgrade_progress_data.ui1_download_progress_status,
        "upgrade: progress of the download"),
     CI("CI_UPG_PROG_SLOT", t_ci_cam_upgrade_progress_data.ui1_slot_id,
-       "upgrade: slot of the module whose download progresses"),
-    CI("CI_MMI_ENQ_ANS", t_ci_mmi_enq_ans.b_answer, "answer to an enquiry: 1: there is one"),
+       "upgrade: slot of the module that the progress is of"),
+    CI("CI_MMI_ENQ_ANS", t_ci_mmi_enq_ans.b_answer, "answer to an enquiry: 1: the user has answered"),
     CI("CI_MMI_ENQ_ANS_ID", t_ci_mmi_enq_ans.ui4_id, "answer to an enquiry: identifier of the enquiry"),
     CI("CI_MMI_ENQ_CLS_SLOT", t_ci_mmi_enq_close_data.ui1_ci_slot, "closing: slot of the module"),
-    CI("CI_MMI_ENQ_CLS_DELAY", t_ci_mmi_enq_close_data.ui1_mmi_close_delay, "closing: delay before it"),
+    CI("CI_MMI_ENQ_CLS_DELAY", t_ci_mmi_enq_close_data.ui1_mmi_close_delay,
+       "closing: delay before the enquiry is closed"),
     CI("CI_MMI_ENQ_DATA_BLIND", t_ci_mmi_enq_data.b_blind_ans, "enquiry: 1: what is typed is not shown"),
-    CI("CI_MMI_ENQ_DATA_LEN", t_ci_mmi_enq_data.ui1_ans_txt_len, "enquiry: characters of the answer"),
+    CI("CI_MMI_ENQ_DATA_LEN", t_ci_mmi_enq_data.ui1_ans_txt_len, "enquiry: length of the answer, in characters"),
     CI("CI_MMI_ENQ_DATA_ID", t_ci_mmi_enq_data.ui4_id, "enquiry: identifier"),
     CI("CI_MMI_MENU_CHOISE", t_ci_mmi_menu.ui1_choice_nb, "menu: number of choices"),
     CI("CI_MMI_MENU_ID", t_ci_mmi_menu.ui4_id, "menu: identifier"),

@@ -7,13 +7,13 @@ static bool has_item_only(const void* record) {
   return !has_key(record) && static_cast<const T_CONFIG*>(record)->cfg_item != 0;
 }
 
-// A request's members are read in another order than a response's are written.
+// Some members have two rows, since requests are decoded in a different order from that of the response.
 static constexpr Field kConfigFields[] = {
     {.key = "cfgId",
      TVC_MEMBER(T_CONFIG, cfg_id),
      .use = kQuery | kSet | kResponse,
      .when = has_key,
-     .help = "key of the value, as g_gui_lang__gui_language; without it cfgItem names the value"},
+     .help = "key of the value, such as g_gui_lang__gui_language; without a key, cfgItem names the value"},
     {.key = "cfgItem",
      TVC_MEMBER(T_CONFIG, cfg_item),
      .use = kQuery | kSet | kResponse,
@@ -23,7 +23,10 @@ static constexpr Field kConfigFields[] = {
     {.key = "valueString", TVC_MEMBER(T_CONFIG, valuestring), .use = kQuery | kSet | kResponse, .help = "text"},
     {.key = "valueInt", TVC_MEMBER(T_CONFIG, valueint), .use = kResponse, .help = "number, or 0 and 1"},
     {.key = "valueMin", TVC_MEMBER(T_CONFIG, valuemin), .use = kResponse, .help = "smallest number"},
-    {.key = "valueMax", TVC_MEMBER(T_CONFIG, valuemax), .use = kResponse, .help = "largest number; 0 and 0: not told"},
+    {.key = "valueMax",
+     TVC_MEMBER(T_CONFIG, valuemax),
+     .use = kResponse,
+     .help = "largest number; both limits 0: unknown"},
 };
 
 constexpr ItemType item_CONFIG = {.type = TYPE_CONFIG,
@@ -34,11 +37,11 @@ constexpr ItemType item_CONFIG = {.type = TYPE_CONFIG,
                                   .fields = kConfigFields};
 
 static constexpr Field kLangStringFields[] = {
-    {.key = "langId", TVC_MEMBER(T_LANG_STRING, lang_id), .use = kQuery | kResponse, .help = "text's id"},
+    {.key = "langId", TVC_MEMBER(T_LANG_STRING, lang_id), .use = kQuery | kResponse, .help = "identifier of the text"},
     {.key = "langString",
      TVC_MEMBER(T_LANG_STRING, lang_string),
      .use = kResponse,
-     .help = "text in the menu's language"},
+     .help = "text in the menu language"},
 };
 
 constexpr ItemType item_LANG_STRING = {.type = TYPE_LANG_STRING,
@@ -57,7 +60,7 @@ static constexpr Field kConfigUpdateNotifyFields[] = {
     {.key = "ARG1",
      TVC_MEMBER(T_CONFIG_NOTIFY, arg1),
      .use = kNotify,
-     .help = "argument of another event; 0 for a changed value"},
+     .help = "argument of the event; 0 for a changed value"},
     {.key = "ARG2", TVC_MEMBER(T_CONFIG_NOTIFY, arg2), .use = kNotify, .help = "key of the changed value"},
 };
 

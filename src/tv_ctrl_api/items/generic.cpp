@@ -4,7 +4,10 @@
 static constexpr Field kValueFields[] = {
     TVC_HEADER_FIELDS(T_VALUE, "TYPE_VALUE"),
     {.key = "MINIMUM", TVC_MEMBER(T_VALUE, min_value), .use = kResponse, .help = "smallest value"},
-    {.key = "MAXIMUM", TVC_MEMBER(T_VALUE, max_value), .use = kResponse, .help = "largest value; 0 and 0: not told"},
+    {.key = "MAXIMUM",
+     TVC_MEMBER(T_VALUE, max_value),
+     .use = kResponse,
+     .help = "largest value; both limits 0: unknown"},
     {.key = "INCREMENT", TVC_MEMBER(T_VALUE, increment), .use = kResponse, .help = "step"},
     {.key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = kModify | kResponse | kNotify, .help = "value"},
 };
@@ -23,7 +26,7 @@ static constexpr Field kIntegerFields[] = {
      .use = kQuery,
      .text = "value",
      .decode = tvc_decode_library_integer,
-     .help = "index of what is asked for"},
+     .help = "index of the requested item"},
     {.key = "VALUE", TVC_MEMBER(T_INTEGER, value), .use = kModify | kResponse, .help = "value"},
 };
 
@@ -62,11 +65,11 @@ constexpr ItemType item_TEXT = {.type = TYPE_TEXT,
                                 .fields = kTextFields,
                                 .notify = kBaseTypeNotify};
 
-// Rendered as bytes up to the first zero byte, and under the type of plain text; receivers rely on both.
+// Rendered as bytes, up to the first zero byte, and with "TYPE_TEXT" as its type. Receivers rely on both.
 static constexpr Field kText16Fields[] = {
     TVC_HEADER_FIELDS(T_TEXT_16, "TYPE_TEXT"),
-    {.key = "TEXT", TVC_MEMBER(T_TEXT_16, value), .use = kResponse, .help = "text, its first character"},
-    {.key = "VALUE", TVC_MEMBER(T_TEXT_16, value), .use = kNotify, .help = "text, its first character"},
+    {.key = "TEXT", TVC_MEMBER(T_TEXT_16, value), .use = kResponse, .help = "first character of the text"},
+    {.key = "VALUE", TVC_MEMBER(T_TEXT_16, value), .use = kNotify, .help = "first character of the text"},
 };
 
 constexpr ItemType item_TEXT_16 = {.type = TYPE_TEXT_16,

@@ -6,11 +6,11 @@
 
 struct AddressLog {
   const char* operation;
-  const char* label;    // before the text
-  const char* missing;  // instead of it, for a null address
+  const char* label;    // logged before the text
+  const char* missing;  // logged for a null address
 };
 
-// The text that lies at an address, owned by who raised the event; 0 for none.
+// Writes the text at an address, or 0 for a null address. Whoever raised the event owns the text.
 static void render_text_at(JsonText& json, intptr_t address, const AddressLog& log) {
   const char* const text = reinterpret_cast<const char*>(address);
   if (!text) {
@@ -21,7 +21,7 @@ static void render_text_at(JsonText& json, intptr_t address, const AddressLog& l
   tvc_write_text(json, text);
 }
 
-// A number, but for a finished thumbnail: there the argument is the address of the picture's path.
+// Writes the argument as a number, except for a finished thumbnail: there it is the address of the picture's path.
 static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
   const T_CBROWSER_PB_NOTIFY& notify = *static_cast<const T_CBROWSER_PB_NOTIFY*>(record);
   if (notify.type != PLAYER_EVENT_THUMBNAIL) return tvc_write_integer(json, static_cast<INT32>(notify.arg1));
@@ -42,7 +42,7 @@ static constexpr Field kCbrowserPbNotifyFields[] = {
      TVC_WORD(T_CBROWSER_PB_NOTIFY, arg1),
      .use = kNotify,
      .render = render_pb_arg1,
-     .help = "argument of the event; the picture's path for a thumbnail"},
+     .help = "argument of the event; for a thumbnail, the path of the picture"},
     {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
     {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify, .help = "third argument of the event"},
     {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify, .help = "fourth argument of the event"},
@@ -58,8 +58,8 @@ constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
                                                          .traces_text = true,
                                                          .restarts_unusable = true}};
 
-// What is rendered is a summary: nothing served fills the record's entries. A request's members are read in another
-// order than a response's are written.
+// The response does not show the record's entries: no handler fills them. Some members have two rows, since requests
+// are decoded in a different order from that of the response.
 static constexpr char kMediaTypes[] =
     "0=none\0"
     "1=photo\0"
@@ -110,11 +110,11 @@ constexpr ItemType item_DLNA_DMS_NOTIFY = {.type = TYPE_DLNA_DMS_NOTIFY,
 static constexpr Field kDlnaDmrNotifyFields[] = {
     {.key = "TYPE", TVC_MEMBER(T_DLNA_DMR_NOTIFY, type), .use = kNotify, .help = "kind of renderer event"},
     {.key = "TAG", TVC_MEMBER(T_DLNA_DMR_NOTIFY, tag), .use = kNotify, .help = "tag given at registration"},
-    {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "address of what is to be played"},
+    {.key = "URL", TVC_MEMBER(T_DLNA_DMR_NOTIFY, uri), .use = kNotify, .help = "address of the media to play"},
     {.key = "PROTOCOL_INFO",
      TVC_MEMBER(T_DLNA_DMR_NOTIFY, protocolinfo),
      .use = kNotify,
-     .help = "how and in which format it is sent, as DLNA writes it"},
+     .help = "transport and format of the media, in DLNA's notation"},
     {.key = "ARG1", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg1), .use = kNotify, .help = "first argument of the event"},
     {.key = "ARG2", TVC_MEMBER(T_DLNA_DMR_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
 };
@@ -124,7 +124,7 @@ constexpr ItemType item_DLNA_DMR_NOTIFY = {.type = TYPE_DLNA_DMR_NOTIFY,
                                            .fields = kDlnaDmrNotifyFields,
                                            .notify = queued("_json_print_dlna_dmr_notify")};
 
-// A number, but for the start command: there the value is the address of the file's path.
+// Writes the value as a number, except for the start command: there it is the address of the file's path.
 static void render_pus_value(JsonText& json, const Field&, const void* record) {
   const T_PUS_NOTIFY& notify = *static_cast<const T_PUS_NOTIFY*>(record);
   if (notify.play_cmd != TVAPI_PUS_PLAY_CMD_START) return tvc_write_integer(json, static_cast<INT32>(notify.value));
@@ -134,7 +134,10 @@ static void render_pus_value(JsonText& json, const Field&, const void* record) {
 }
 
 static constexpr Field kPusNotifyFields[] = {
-    {.key = "instance", TVC_MEMBER(T_PUS_NOTIFY, instance), .use = kNotify, .help = "playback that the command is for"},
+    {.key = "instance",
+     TVC_MEMBER(T_PUS_NOTIFY, instance),
+     .use = kNotify,
+     .help = "playback that the command controls"},
     {.key = "playCmd",
      TVC_MEMBER(T_PUS_NOTIFY, play_cmd),
      .use = kNotify,
@@ -150,7 +153,7 @@ static constexpr Field kPusNotifyFields[] = {
      TVC_WORD(T_PUS_NOTIFY, value),
      .use = kNotify,
      .render = render_pus_value,
-     .help = "argument of the command; the file's path for start"},
+     .help = "argument of the command; for start, the path of the file"},
 };
 
 constexpr ItemType item_PUS_NOTIFY = {.type = TYPE_PUS_NOTIFY,

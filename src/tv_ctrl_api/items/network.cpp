@@ -6,7 +6,7 @@ static constexpr Field kNwNotifyFields[] = {
     {.key = "ID",
      TVC_MEMBER(T_NW_NOTIFY, id),
      .use = kNotify,
-     .values = "2=the cable was pulled\0"
+     .values = "2=the network cable was unplugged\0"
                "3=an address changed\0"
                "15=Wi-Fi was switched off\0",
      .help = "network event"},

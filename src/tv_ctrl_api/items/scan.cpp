@@ -32,7 +32,7 @@ static constexpr Field kTunerScanFields[] = {
                    "6=ATSC\0"
                    "10=ATSC\0"
                    "11=ISDB\0",
-         .help = "what is scanned for"),
+         .help = "broadcast system that is scanned"),
     SCAN("SCAN_MODE", scan_mode, kSet | kResponse, .help = "mode of scanning, in the platform's numbers"),
     SCAN("SCAN_DEFAULT_SETTING", scan_default_setting, kSet | kResponse, .help = "1: with default settings"),
     SCAN("SCAN_SKIP_FAKE", skip_fake, kSet | kResponse, .help = "1: skip fake channels"),
@@ -93,7 +93,7 @@ static constexpr Field kTunerScanNotifyFields[] = {
      TVC_MEMBER(T_TUNER_SCAN_NOTIFY, progress),
      .use = kNotify,
      .unit = "%",
-     .help = "how much has been scanned"},
+     .help = "part of the scan that is done"},
     {.key = "CHAN_NUM", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, chan_num), .use = kNotify, .help = "channels found"},
     {.key = "RESERVED", TVC_MEMBER(T_TUNER_SCAN_NOTIFY, reserved), .use = kNotify, .help = "not used"},
 };

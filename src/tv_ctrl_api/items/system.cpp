@@ -21,7 +21,7 @@ constexpr ItemType item_USB_DETECT_NOTIFY = {.type = TYPE_USB_DETECT_NOTIFY,
                                              .fields = kUsbDetectNotifyFields,
                                              .notify = queued("_json_print_usb_detect_notify")};
 
-// Of one entry of the list.
+// The fields of one entry of the list.
 static constexpr Field kMountPointFields[] = {
     {.key = "DEV", TVC_MEMBER(T_MOUNT_POINT_INFO, dev), .help = "device"},
     {.key = "PATH", TVC_MEMBER(T_MOUNT_POINT_INFO, path), .help = "mount point"},
@@ -38,7 +38,7 @@ constexpr ItemType item_MOUNT_INFO = {.type = TYPE_MOUNT_INFO,
                                       .renderer = "_json_print_mount_info_type",
                                       .forms = kMountForms};
 
-// The channel list and the guide report alike.
+// The events of the channel list and of the guide begin with the same members.
 #define SERVICE_LIST_EVENT_FIELDS(record)                                                             \
   {.key = "TYPE", TVC_MEMBER(record, type), .use = kNotify, .help = "kind of event"},                 \
       {.key = "TAG", TVC_MEMBER(record, tag), .use = kNotify, .help = "tag given at registration"}, { \
