@@ -40,6 +40,7 @@ Serves the TV-control plugin: JSON-RPC 2.0 by WebSocket and POST at /jsonrpc, GE
   --no-private-paths      the machine's own /3rd/i18n and /dev/cli, as on a set; else this process alone is given some,
                           where the machine has none
   --no-cec                do not start HDMI-CEC
+  --no-broadcast-init     do not subscribe to the results of channel changes
   --require-token         gets, sets and notifications need the token as well, which control commands always need
   --max-message BYTES     longest request message (default 1048576)
   --max-connections N     connections at a time (default 256)
@@ -61,6 +62,7 @@ struct Options {
   StackOptions stack;
   bool private_paths = true;
   bool cec = true;
+  bool broadcast = true;
   bool quiet = false;
 };
 
@@ -85,6 +87,7 @@ enum Option {
   option_no_tap,
   option_no_private_paths,
   option_no_cec,
+  option_no_broadcast_init,
   option_max_message,
   option_max_connections,
   option_max_subscriptions,
@@ -110,6 +113,7 @@ constexpr option long_options[] = {{"listen", required_argument, nullptr, option
                                    {"no-tap", no_argument, nullptr, option_no_tap},
                                    {"no-private-paths", no_argument, nullptr, option_no_private_paths},
                                    {"no-cec", no_argument, nullptr, option_no_cec},
+                                   {"no-broadcast-init", no_argument, nullptr, option_no_broadcast_init},
                                    {"max-message", required_argument, nullptr, option_max_message},
                                    {"max-connections", required_argument, nullptr, option_max_connections},
                                    {"max-subscriptions", required_argument, nullptr, option_max_subscriptions},
@@ -167,6 +171,9 @@ std::string take_option(int number, const char* value, Options& options) {
       return {};
     case option_no_private_paths:
       options.private_paths = false;
+      return {};
+    case option_no_broadcast_init:
+      options.broadcast = false;
       return {};
     case option_no_cec:
       options.cec = false;
@@ -296,6 +303,8 @@ int main(int argc, char** argv) {
   private_paths_connect(paths, stack.tv_command);
   if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
     fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
+  if (options.broadcast && stack.start_broadcast != nullptr && stack.start_broadcast() < 0)
+    fputs("dtv-host: the platform does not report the results of channel changes; going on without them\n", stderr);
 
   Server* server = server_start(options.server, stack, error);
   if (server == nullptr) {

@@ -261,6 +261,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
       !find(plugin, options.plugin, "a_dtv_jsp_get_listener_buffer", stack.fetch, ret_error) ||
       !find(plugin, options.plugin, "a_dtv_jsp_describe", stack.describe, ret_error))
     return give_up();
+  find_if_any(plugin, "tv_ctrl_broadcast_init", stack.start_broadcast);
   find_if_any(plugin, "tvc_ctrl_cec_detect_init", stack.start_cec);
   init_res();
   init();

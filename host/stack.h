@@ -33,7 +33,8 @@ struct Stack {
   std::int32_t (*remove_listener)(const char* uri);
   std::int32_t (*fetch)(const char* uri, void* buffer, std::int32_t length);
   char* (*describe)();
-  std::int32_t (*start_cec)();  // see tvc_ctrl_cec_detect_init in "tv_ctrl_main.h"; null: it has none
+  std::int32_t (*start_broadcast)();  // see tv_ctrl_broadcast_init in "tv_ctrl_main.h"; null: it has none
+  std::int32_t (*start_cec)();        // see tvc_ctrl_cec_detect_init in "tv_ctrl_main.h"; null: it has none
 
   // The tap's (see "dtv_tap.h"); null without a tap.
   void (*watch)(dtv_tap_line_fct fct, void* context);

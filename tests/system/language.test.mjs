@@ -133,6 +133,13 @@ test('HDMI-CEC is started, unless it is left out; a failure is told', async (t) 
   assert.doesNotMatch(await output(await startHost(t, ['--plugin', oddPlugin, '--no-cec'])), failed);
 });
 
+test('results of channel changes are subscribed to, unless that is left out; a failure is told', async (t) => {
+  const failed = /^dtv-host: the platform does not report the results of channel changes; going on without them$/m;
+  const output = async (...args) => (await (await startHost(t, ['--plugin', oddPlugin, '--no-cec', ...args])).stop()).output;
+  assert.match(await output(), failed);
+  assert.doesNotMatch(await output('--no-broadcast-init'), failed);
+});
+
 // What a process without a superuser's rights needs.
 const namespaces = (words) => {
   if (process.env.TSAN_OPTIONS) return 'the thread sanitizer’s own thread keeps a process out of a new user namespace';

@@ -36,6 +36,8 @@ int32_t a_dtv_jsp_init() { return 0; }
 
 int32_t tvc_ctrl_cec_detect_init() { return -1; }
 
+int32_t tv_ctrl_broadcast_init() { return -1; }
+
 int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
   for (const OddRow& row : rows)
     if (row.uri == uri) copy(row.text, pv_content);
