@@ -6,6 +6,10 @@
 #include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
 
+static_assert(TVC_BRDCST_TYPE_UNKNOWN == SVL_BRDCST_TYPE_UNKNOWN && TVC_BRDCST_TYPE_ANALOG == SVL_BRDCST_TYPE_ANALOG &&
+              TVC_BRDCST_TYPE_DVB == SVL_BRDCST_TYPE_DVB && TVC_BRDCST_TYPE_ATSC == SVL_BRDCST_TYPE_ATSC &&
+              TVC_BRDCST_TYPE_ISDB == SVL_BRDCST_TYPE_ISDB);
+
 // --- Numbers in a channel's identifier ---
 
 static UINT32 major_number(UINT32 channel_id) { return channel_id >> 18; }

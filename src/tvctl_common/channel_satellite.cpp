@@ -44,6 +44,8 @@ INT32 tvc_satellite_by_index(const RecordRequest& request) {
 
 // --- Categories ---
 
+static_assert(TVC_LOL_TAG_CATEGORIES == LOL_DATA_TAG_TKGS_CATEGORIES);
+
 static void dump(const RecordRequest& request, const LOL_REC_T& record) {
   tvc_log_message("[TVC_MAIN][%s][%d] -- start lol rec dump.\n", request.operation, __LINE__);
   tvc_log_message("[TVC_MAIN] ui4_data_tag: [%u]\n", record.ui4_data_tag);
