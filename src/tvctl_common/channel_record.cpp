@@ -6,9 +6,12 @@
 #include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
 
-static_assert(TVC_BRDCST_TYPE_UNKNOWN == SVL_BRDCST_TYPE_UNKNOWN && TVC_BRDCST_TYPE_ANALOG == SVL_BRDCST_TYPE_ANALOG &&
-              TVC_BRDCST_TYPE_DVB == SVL_BRDCST_TYPE_DVB && TVC_BRDCST_TYPE_ATSC == SVL_BRDCST_TYPE_ATSC &&
-              TVC_BRDCST_TYPE_ISDB == SVL_BRDCST_TYPE_ISDB);
+#define SAME_TYPE(name) static_assert(int{TVC_BRDCST_TYPE_##name} == int{SVL_BRDCST_TYPE_##name})
+SAME_TYPE(UNKNOWN);
+SAME_TYPE(ANALOG);
+SAME_TYPE(DVB);
+SAME_TYPE(ATSC);
+SAME_TYPE(ISDB);
 
 // --- Numbers in a channel's identifier ---
 

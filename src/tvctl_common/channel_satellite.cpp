@@ -44,7 +44,7 @@ INT32 tvc_satellite_by_index(const RecordRequest& request) {
 
 // --- Categories ---
 
-static_assert(TVC_LOL_TAG_CATEGORIES == LOL_DATA_TAG_TKGS_CATEGORIES);
+static_assert(UINT32{TVC_LOL_TAG_CATEGORIES} == UINT32{LOL_DATA_TAG_TKGS_CATEGORIES});
 
 static void dump(const RecordRequest& request, const LOL_REC_T& record) {
   tvc_log_message("[TVC_MAIN][%s][%d] -- start lol rec dump.\n", request.operation, __LINE__);
