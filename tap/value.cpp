@@ -332,8 +332,11 @@ cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::siz
 // Without memory the item id is not known either, and any item's record will do.
 static bool item_from_json(const cJSON* json, void* memory, std::size_t item_id, std::string& ret_error) {
   if (memory == nullptr) {
-    return std::any_of(items().begin(), items().end(),
-                       [&](const auto& item) { return value_fits(*item.second, json, ret_error); });
+    if (std::any_of(items().begin(), items().end(),
+                    [&](const auto& item) { return value_fits(*item.second, json, ret_error); }))
+      return true;
+    ret_error = "no item's record has the members of " + json_print(json);
+    return false;
   }
   const Type* const record = find_item(item_id);
   if (record != nullptr) return value_from_json(*record, json, memory, ret_error);

@@ -139,6 +139,14 @@ static void call_all() {
   want_box("box", *box);
   demo_put_box(box.get());
   demo_put_box(nullptr);
+  const auto point = std::make_unique<DEMO_POINT>(DEMO_POINT{.x = 77, .y = 77});
+  demo_get_item(0x70, point.get());
+  want_integer("item", point->x, INT16_MIN, INT16_MAX);
+  want("item: untouched", point->x == 77 && point->y == 77);
+  demo_put_item(0x70, point.get());
+  demo_get_item(0x70, nullptr);
+  demo_get_item(5, nullptr);
+  demo_put_item(5, point.get());
   INT32 number = 0x5A5A5A5A;
   demo_get_number(&number);
   want_integer("number", number, INT32_MIN, INT32_MAX);

@@ -126,6 +126,19 @@ TEST_F(TapTest, records_are_written_field_by_field) {
                    R"({"call":"demo_open","in":{"path":{"bytes":"c328"}},"ret":2})"}));
 }
 
+TEST_F(TapTest, an_items_record_is_reported_with_the_members_of_its_type) {
+  use_platform();
+  watch();
+  DEMO_POINT point{.x = 3, .y = 4};
+  demo_get_item(0x70, &point);
+  demo_put_item(0x70, &point);
+  demo_put_item(5, &point);  // a record that nobody described
+  EXPECT_EQ(plain_lines(), (Lines{R"({"call":"demo_get_item","in":{"id":112,"value":{"x":3,"y":4}},"ret":0,)"
+                                  R"("out":{"value":{"x":4,"y":4}}})",
+                                  R"({"call":"demo_put_item","in":{"id":112,"value":{"x":4,"y":4}},"ret":0})",
+                                  R"({"call":"demo_put_item","in":{"id":5,"value":{}},"ret":0})"}));
+}
+
 TEST_F(TapTest, callbacks_are_recorded_and_get_their_tag_and_the_hook_runs_after_them) {
   use_platform();
   fire(0, nullptr);  // forgets what other tests registered

@@ -67,6 +67,11 @@ INT32 demo_event(DEMO_EVENT* event) {
   event->type = 2;
   return 0;
 }
+INT32 demo_get_item(UINT32 id, void* value) {
+  if (id == 0x70) ++static_cast<DEMO_POINT*>(value)->x;
+  return 0;
+}
+INT32 demo_put_item(UINT32, const void*) { return 0; }
 INT32 demo_register(demo_changed_fct callback, void* tag) {
   {
     const std::lock_guard guard(changed_lock);
