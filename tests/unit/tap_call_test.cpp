@@ -107,6 +107,22 @@ TEST_F(TapTest, a_text_that_is_read_and_written_is_recorded_both_ways) {
       (Lines{R"({"call":"demo_look_up","in":{"length":8,"text":"abc"},"ret":0,"out":{"length":3,"text":"bcd"}})"}));
 }
 
+TEST_F(TapTest, an_items_record_is_the_one_that_its_id_names) {
+  use_platform();
+  watch();
+  DEMO_POINT point = {.x = 1, .y = 2};
+  demo_ask_item(0x5EED01, &point);
+  EXPECT_EQ(point.y, 9);
+  demo_put_item(0x5EED01, &point);
+  demo_put_item(0x5EED01, nullptr);
+  demo_put_item(7, &point);  // no record stands for it: nothing is known of what is there
+  EXPECT_EQ(plain_lines(), (Lines{R"({"call":"demo_ask_item","in":{"item_id":6221057,"value":{"x":1,"y":2}},)"
+                                  R"("ret":0,"out":{"value":{"x":1,"y":9}}})",
+                                  R"({"call":"demo_put_item","in":{"item_id":6221057,"value":{"x":1,"y":9}},"ret":0})",
+                                  R"({"call":"demo_put_item","in":{"item_id":6221057,"value":null},"ret":0})",
+                                  R"({"call":"demo_put_item","in":{"item_id":7,"value":{}},"ret":0})"}));
+}
+
 TEST_F(TapTest, records_are_written_field_by_field) {
   use_platform();
   watch();

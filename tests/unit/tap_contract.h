@@ -42,6 +42,8 @@ TVAPI_RECORD(DEMO_POINT, x, y)
 TVAPI_RECORD(DEMO_BOX, corner, name, wide_name, bytes, size, colour, marks, comment, link)
 TVAPI_UNION(DEMO_CODE, opcode, reason)
 TVAPI_RECORD(DEMO_EVENT, type, u_code, u_data)
+TVAPI_ITEM(0x5EED01, DEMO_POINT)
+TVAPI_ITEM(0x5EED02, DEMO_BOX)
 
 TVAPI_CALLBACK(INT32, demo_changed_fct, IN(INT32, callback_type), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN(void*, pv_arg2))
@@ -66,6 +68,8 @@ TVAPI_FN(INT32, demo_list, OUT_ARRAY(DEMO_POINT, points, count), INOUT(INT32, co
 TVAPI_FN(INT32, demo_wide_text, OUT_ARRAY(UINT16, text, size), IN(INT32, size))
 TVAPI_FN(INT32, demo_sum, IN_ARRAY(INT32, values, count), IN(INT32, count))
 TVAPI_FN(INT32, demo_event, OUT(DEMO_EVENT, event))
+TVAPI_FN(INT32, demo_ask_item, IN(UINT32, item_id), INOUT_ITEM(value, item_id))
+TVAPI_FN(INT32, demo_put_item, IN(UINT32, item_id), IN_ITEM(value, item_id))
 TVAPI_FN(INT32, demo_register, CALLBACK(demo_changed_fct, callback), TAG(void*, tag))
 TVAPI_FN(INT32, demo_register_item, IN(INT32, id), CALLBACK(demo_item_fct, callback), TAG(UINT32, tag))
 TVAPI_FN(INT32, demo_register_done, CALLBACK(demo_done_fct, callback), TAG(UINT32, tag))

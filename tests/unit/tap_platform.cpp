@@ -67,6 +67,11 @@ INT32 demo_event(DEMO_EVENT* event) {
   event->type = 2;
   return 0;
 }
+INT32 demo_ask_item(UINT32 item_id, void* value) {
+  if (item_id == 0x5EED01 && value != nullptr) static_cast<DEMO_POINT*>(value)->y = 9;
+  return 0;
+}
+INT32 demo_put_item(UINT32, const void*) { return 0; }
 INT32 demo_register(demo_changed_fct callback, void* tag) {
   {
     const std::lock_guard guard(changed_lock);

@@ -181,6 +181,27 @@ TEST_F(TapTest, records_arrays_and_nulls_are_written) {
   EXPECT_EQ(event.u_data[1], 2U);
 }
 
+TEST_F(TapTest, an_items_record_is_compared_and_written) {
+  script(R"([{"call":"demo_put_item","in":[6221057,{"x":1}],"ret":1},
+             {"call":"demo_put_item","in":[6221058,{"name":"n"}],"ret":2},
+             {"call":"demo_ask_item","in":[6221057,{"x":5}],"ret":3,"out":{"value":{"y":-6}}},
+             {"call":"demo_ask_item","in":[6221058],"ret":4,"out":{"1":{"name":"new","size":7}}}])");
+  DEMO_POINT point = {.x = 1, .y = 0};
+  EXPECT_EQ(demo_put_item(0x5EED01, &point), 1);
+  point.x = 2;
+  EXPECT_EQ(demo_put_item(0x5EED01, &point), 0);
+  DEMO_BOX box{};
+  std::strcpy(box.name, "n");
+  EXPECT_EQ(demo_put_item(0x5EED02, &box), 2);
+  point = {.x = 5, .y = 0};
+  EXPECT_EQ(demo_ask_item(0x5EED01, &point), 3);
+  EXPECT_EQ(point.x, 0);
+  EXPECT_EQ(point.y, -6);
+  EXPECT_EQ(demo_ask_item(0x5EED02, &box), 4);
+  EXPECT_STREQ(box.name, "new");
+  EXPECT_EQ(box.size, 7);
+}
+
 TEST_F(TapTest, a_delay_and_events_come_before_the_call_returns) {
   static std::atomic<int> events;
   static std::atomic<bool> other_thread;
