@@ -139,14 +139,6 @@ static void call_all() {
   want_box("box", *box);
   demo_put_box(box.get());
   demo_put_box(nullptr);
-  const auto point = std::make_unique<DEMO_POINT>(DEMO_POINT{.x = 77, .y = 77});
-  demo_get_item(0x70, point.get());
-  want_integer("item", point->x, INT16_MIN, INT16_MAX);
-  want("item: untouched", point->x == 77 && point->y == 77);
-  demo_put_item(0x70, point.get());
-  demo_get_item(0x70, nullptr);
-  demo_get_item(5, nullptr);
-  demo_put_item(5, point.get());
   INT32 number = 0x5A5A5A5A;
   demo_get_number(&number);
   want_integer("number", number, INT32_MIN, INT32_MAX);
@@ -173,6 +165,24 @@ static void call_all() {
   DEMO_EVENT event{};
   demo_event(&event);
   want("event: a union's bytes", event.u_code.reason > 255);
+
+  // Each item's record is in memory of its own size; of an unknown item nothing is touched.
+  const auto point = std::make_unique<DEMO_POINT>();
+  *point = {.x = 0x5A5A, .y = 0x5A5A};
+  demo_ask_item(0x5EED01, point.get());
+  want_integer("item's point.x", point->x, INT16_MIN, INT16_MAX);
+  want("item's point: untouched", point->x == 0x5A5A && point->y == 0x5A5A);
+  const auto item_box = std::make_unique<DEMO_BOX>();
+  demo_ask_item(0x5EED02, item_box.get());
+  want_box("item's box", *item_box);
+  demo_put_item(0x5EED01, point.get());
+  demo_put_item(0x5EED02, item_box.get());
+  demo_ask_item(0x5EED02, nullptr);
+  demo_put_item(0x5EED02, nullptr);
+  char unknown = '#';
+  demo_ask_item(7, &unknown);
+  demo_put_item(7, &unknown);
+  forbid("unknown item: written", unknown != '#');
 }
 
 int main() {

@@ -23,6 +23,11 @@ static void reached_word(const UriInfo& row, const std::string& word) {
   if (word != kWordQuery && row.sets) seed_reached("set " + row.uri);
 }
 
+// A response in one of several forms.
+static std::string form_goal(const std::string& type_name, std::size_t form) {
+  return type_name + " form " + std::to_string(form);
+}
+
 static void get(Bytes& bytes, const Tables& tables, const char* uri) {
   const UriInfo* const row = plugin_find(tables, uri);
   std::string word;
@@ -39,10 +44,12 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
   const INT32 ret = a_dtv_jsp_get(uri, parameter.get(), buffer.get());
   if (row) {
     const std::size_t length = strnlen(buffer.get(), DTV_JSP_RESPONSE_MAX);
-    if (length > 0) check_response(*row, ret, {buffer.get(), length});
-    require(length > 0 || ret == -1, "a get that succeeds has a response", row->uri);
-    if (length > 0) seed_reached(row->type_name);
-    if (length > 0 && row->gets) seed_reached("get " + row->uri);
+    if (length == 0)
+      return require(ret == -1 || row->info->may_be_silent, "a get that succeeds has a response", row->uri);
+    const std::size_t form = check_response(*row, ret, {buffer.get(), length});
+    seed_reached(row->type_name);
+    seed_reached(form_goal(row->type_name, form));
+    if (row->gets) seed_reached("get " + row->uri);
     return;
   }
   require(ret == -1, "a get of an unknown URI fails");
@@ -75,6 +82,7 @@ static void call_core(Bytes& bytes, const Tables& tables, const char* uri) {
     tv_ctrl_set(id, record.get());
   else
     require(tv_ctrl_get(id, record.get()) < 0 || record, "a get without a record fails", row ? row->uri : "");
+  if (has_record) tvc_free_record_texts(*item, record.get());
 }
 
 static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, std::string& text) {
@@ -98,7 +106,8 @@ static void read_beside(const UriInfo& row) {
   for (int i = 0; i < 4; ++i) {
     memset(buffer.get(), 0, DTV_JSP_RESPONSE_MAX);
     const INT32 ret = a_dtv_jsp_get(row.uri.c_str(), nullptr, buffer.get());
-    check_response(row, ret, {buffer.get(), strnlen(buffer.get(), DTV_JSP_RESPONSE_MAX)});
+    const std::string_view text(buffer.get(), strnlen(buffer.get(), DTV_JSP_RESPONSE_MAX));
+    if (!text.empty() || !row.info->may_be_silent) check_response(row, ret, text);
     platform_raise();
   }
 }
@@ -124,7 +133,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Each type is read, each of its request words comes with its fields, and each URI that is served is asked.
+// Each type is read, in each form that its responses have; each of its request words comes with its fields, and each
+// URI that is served is asked.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {
@@ -134,6 +144,8 @@ std::set<std::string> seed_goals() {
     goals.insert(row.type_name);
     if (!row.info->query.empty()) goals.insert(row.type_name + " " + kWordQuery);
     for (const SetInfo& set : row.info->sets) goals.insert(row.type_name + " " + set.word);
+    const std::size_t forms = row.gets ? row.info->forms.size() : 0;
+    for (std::size_t form = 0; forms > 1 && form < forms; ++form) goals.insert(form_goal(row.type_name, form));
   }
   return goals;
 }

@@ -106,6 +106,19 @@ void add_number_value(Bytes& bytes, std::string& text) {
     text += kNumbers[take_below(bytes, std::size(kNumbers))];
 }
 
+void add_numbers_value(Bytes& bytes, std::size_t limit, std::string& text) {
+  const std::size_t count = take_chance(bytes, 4) ? limit + take_below(bytes, 3) : take_below(bytes, 4);
+  text += '[';
+  for (std::size_t i = 0; i < count; ++i) {
+    if (i > 0) text += ',';
+    if (take_chance(bytes, 16))
+      add_any_value(bytes, text);
+    else
+      add_number_value(bytes, text);
+  }
+  text += ']';
+}
+
 void damage(Bytes& bytes, std::string& text) {
   switch (take_below(bytes, 16)) {
     case 0:

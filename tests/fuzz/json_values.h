@@ -15,6 +15,9 @@ void add_text_value(Bytes& bytes, std::size_t limit, std::string& text);
 // A number or the text of one, at the edges of every integer width, of doubles, and of the grammar.
 void add_number_value(Bytes& bytes, std::string& text);
 
+// An array of numbers, some of them no numbers: a few, or about `limit`.
+void add_numbers_value(Bytes& bytes, std::size_t limit, std::string& text);
+
 // A value of any kind, some nested deeply and some none at all.
 void add_any_value(Bytes& bytes, std::string& text);
 

@@ -31,23 +31,39 @@ static std::string member_text(const cJSON* object, const char* key) {
   return text ? text : "";
 }
 
+static std::size_t member_size(const cJSON* object, const char* key) {
+  const cJSON* const number = member(object, key);
+  return number ? static_cast<std::size_t>(number->valueint) : 0;
+}
+
 // --- Start and tables ---
+
+static std::vector<std::string> read_values(const cJSON* array) {
+  std::vector<std::string> values;
+  const cJSON* row;
+  cJSON_ArrayForEach(row, array) {
+    const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(member(row, "value")), cJSON_free);
+    values.emplace_back(text.get());
+  }
+  return values;
+}
 
 static std::vector<FieldInfo> read_fields(const cJSON* array) {
   std::vector<FieldInfo> fields;
   const cJSON* field;
   cJSON_ArrayForEach(field, array) {
-    const cJSON* const limit = member(field, "limit");
     fields.push_back({.key = member_text(field, "key"),
                       .kind = member_text(field, "kind"),
-                      .limit = limit ? static_cast<std::size_t>(limit->valueint) : 0,
+                      .limit = member_size(field, "limit"),
+                      .count = member_size(field, "count"),
+                      .values = read_values(member(field, "values")),
                       .fields = read_fields(member(field, "fields"))});
   }
   return fields;
 }
 
 // The description tells the one set that a tool makes; a type may take several, of which its table tells.
-static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
+static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
   std::vector<SetInfo> sets;
   if (const std::string word = member_text(set, "request"); !word.empty())
     sets.push_back({.word = word, .fields = read_fields(member(set, "fields"))});
@@ -58,28 +74,52 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
   static constexpr WordUse kUses[] = {{kWordModify, kModify}, {kWordSet, kSet}, {kWordAssociate, kAssociate}};
   for (const WordUse& row : kUses) {
     const bool known = std::ranges::find(sets, row.word, &SetInfo::word) != sets.end();
-    if (!item || known || !tvc_item_has(*item, row.use)) continue;
+    if (known || !tvc_item_has(item, row.use)) continue;
     std::vector<FieldInfo> fields;
-    for (const Field& field : item->fields)
+    for (const Field& field : item.fields) {
+      const std::size_t element_size = tvc_element_size(field.kind);
       if (field.use & row.use)
         fields.push_back({.key = std::string(field.key),
                           .kind = field.kind == FieldKind::kText ? "text" : "",
                           .limit = field.size,
+                          .count = element_size > 0 ? field.size / element_size : 0,
+                          .values = {},
                           .fields = {}});
+    }
     sets.push_back({.word = row.word, .fields = std::move(fields)});
   }
   return sets;
 }
 
+// The keys that an object of this use can have, in their order: the description has each once, an object has it where
+// the row stands whose condition holds.
+static Keys read_keys(std::span<const Field> fields, FieldUse use) {
+  Keys keys;
+  for (const Field& field : fields)
+    if (use == kEverywhere || (field.use & use)) keys.emplace_back(field.key);
+  return keys;
+}
+
+static std::vector<Keys> read_forms(const ItemType& item) {
+  std::vector<Keys> forms;
+  for (const ItemForm& form : item.forms) forms.push_back(read_keys(form.fields, kEverywhere));
+  if (forms.empty() && tvc_item_has(item, kResponse)) forms.push_back(read_keys(item.fields, kResponse));
+  return forms;
+}
+
 static TypeInfo read_type(const cJSON* type) {
   const auto items = tvc_item_types();
-  const auto item = std::ranges::find_if(
+  const auto found = std::ranges::find_if(
       items, [type](const ItemType* row) { return strcmp(tvc_item_type_name(row->type), type->string) == 0; });
+  require(found != items.end(), "a described type has a row", type->string);
+  const ItemType& item = **found;
   const cJSON* const notify = member(type, "notify");
   return {.query = read_fields(member(type, "query")),
-          .response = read_fields(member(type, "response")),
-          .notify = read_fields(member(notify, "fields")),
-          .sets = read_sets(member(type, "set"), item == items.end() ? nullptr : *item),
+          .sets = read_sets(member(type, "set"), item),
+          .root = read_keys(item.fields, kRoot),
+          .forms = read_forms(item),
+          .may_be_silent = item.has_response != nullptr,
+          .notify = read_keys(item.fields, kNotify),
           .notify_member = member_text(notify, "member"),
           .queued = member_text(notify, "form") == "queued"};
 }
@@ -131,7 +171,7 @@ static Tables read_tables() {
   for (std::size_t i = 0; i < tables.uris.size(); ++i) {
     const TypeInfo* const info = tables.uris[i].info;
     const bool built =
-        !info->response.empty() || !info->query.empty() || !info->sets.empty() || !info->notify_member.empty();
+        !info->forms.empty() || !info->query.empty() || !info->sets.empty() || !info->notify_member.empty();
     by_type[built ? info : nullptr].push_back(i);
   }
   for (auto& [info, indices] : by_type) {
@@ -202,47 +242,64 @@ void require(bool holds, const char* what, std::string_view text) {
 }
 
 // Whether an object has exactly these members in this order.
-static bool has_members(const cJSON* object, std::initializer_list<const char*> keys) {
+static bool has_members(const cJSON* object, const Keys& keys) {
   if (!cJSON_IsObject(object)) return false;
   const cJSON* item = object->child;
-  for (const char* key : keys) {
-    if (!item || strcmp(item->string, key) != 0) return false;
+  for (const std::string& key : keys) {
+    if (!item || key != item->string) return false;
     item = item->next;
   }
   return item == nullptr;
 }
 
-// Items hold fields of the type's table, each at most once, in the table's order; some may be left out.
-static bool has_fields_of(const cJSON* object, const std::vector<FieldInfo>& fields) {
+// Whether an object has no other members than these, in this order; some may be left out.
+static bool has_some_of(const cJSON* object, const Keys& keys) {
   if (!cJSON_IsObject(object)) return false;
-  auto field = fields.begin();
+  auto key = keys.begin();
   const cJSON* item;
   cJSON_ArrayForEach(item, object) {
-    while (field != fields.end() && field->key != item->string) ++field;
-    if (field == fields.end()) return false;
-    ++field;
+    key = std::find(key, keys.end(), item->string);
+    if (key == keys.end()) return false;
+    ++key;
   }
   return true;
 }
 
-void check_response(const UriInfo& row, INT32 ret, std::string_view text) {
+static bool all_have_some_of(const cJSON* items, const Keys& keys) {
+  const cJSON* item;
+  cJSON_ArrayForEach(item, items) {
+    if (!has_some_of(item, keys)) return false;
+  }
+  return true;
+}
+
+std::size_t check_response(const UriInfo& row, INT32 ret, std::string_view text) {
   require(text.size() <= DTV_JSP_RESPONSE_MAX, "a response keeps to its limit", text);
-  if (text.size() == DTV_JSP_RESPONSE_MAX) return;
+  if (text.size() == DTV_JSP_RESPONSE_MAX) return 0;
   const Json root = parse(text);
   require(root != nullptr, "a response is JSON", text);
-  require(has_members(root.get(), {"URI", "STATUS", "ITEMS"}), "a response is URI, STATUS, ITEMS", text);
+  Keys members = {"URI", "STATUS", "ITEMS"};
+  members.insert(members.end() - 1, row.info->root.begin(), row.info->root.end());
+  require(has_members(root.get(), members), "a response is URI, STATUS, the type's own members, ITEMS", text);
   require(member_text(root.get(), "URI") == row.uri, "a response names its URI", text);
   const cJSON* const status = member(root.get(), "STATUS");
   const cJSON* const items = member(root.get(), "ITEMS");
   require(cJSON_IsNumber(status) && cJSON_IsArray(items), "STATUS is a number, ITEMS an array", text);
-  if (row.info->response.empty()) {
+  const std::vector<Keys>& forms = row.info->forms;
+  if (forms.empty()) {
     require(status->valueint == 0 && cJSON_GetArraySize(items) == 1 && has_members(items->child, {}),
             "a type without a renderer has status 0 and an empty item", text);
-    return;
+    return 0;
   }
   require(status->valueint == ret, "STATUS is what the get returned", text);
-  const cJSON* item;
-  cJSON_ArrayForEach(item, items) require(has_fields_of(item, row.info->response), "items have known members", text);
+  if (cJSON_GetArraySize(items) == 0) return forms.size();
+  std::size_t found = forms.size();
+  for (std::size_t form = 0; form < forms.size(); ++form) {
+    const bool fewer = found == forms.size() || forms[form].size() < forms[found].size();
+    if (fewer && all_have_some_of(items, forms[form])) found = form;
+  }
+  require(found < forms.size(), "items have known members", text);
+  return found;
 }
 
 std::size_t check_notification(const UriInfo& row, std::string_view text) {
@@ -250,20 +307,18 @@ std::size_t check_notification(const UriInfo& row, std::string_view text) {
   require(!key.empty(), "only types that notify leave a text", text);
   const Json root = parse(text);
   require(root != nullptr, "a notification is JSON", text);
-  require(has_members(root.get(), {"URI", "REQUEST", key.c_str()}), "a notification is URI, REQUEST and its content",
-          text);
+  require(has_members(root.get(), {"URI", "REQUEST", key}), "a notification is URI, REQUEST and its content", text);
   require(member_text(root.get(), "URI") == row.uri, "a notification names its URI", text);
   require(member_text(root.get(), "REQUEST") == "NOTIFY", "the request word is NOTIFY", text);
   const cJSON* const content = member(root.get(), key.c_str());
   if (key == "PARAMETER") {
-    require(has_fields_of(content, row.info->notify), "PARAMETER has known members", text);
+    require(has_some_of(content, row.info->notify), "PARAMETER has known members", text);
     return 1;
   }
   const int count = cJSON_GetArraySize(content);
   require(cJSON_IsArray(content) && (row.info->queued ? count >= 1 : count == 1), "ITEMS has as many items as its form",
           text);
-  const cJSON* item;
-  cJSON_ArrayForEach(item, content) require(has_fields_of(item, row.info->notify), "items have known members", text);
+  require(all_have_some_of(content, row.info->notify), "items have known members", text);
   return static_cast<std::size_t>(count);
 }
 

@@ -13,8 +13,10 @@
 
 struct FieldInfo {
   std::string key;
-  std::string kind;       // "int32", "text", "object" ...
-  std::size_t limit = 0;  // longest text, in bytes
+  std::string kind;                 // "int32", "text", "object" ...
+  std::size_t limit = 0;            // longest text, in bytes
+  std::size_t count = 0;            // elements of an array of numbers; 0: no such array
+  std::vector<std::string> values;  // that are known, as JSON; empty: any
   std::vector<FieldInfo> fields;
 };
 
@@ -24,10 +26,16 @@ struct SetInfo {
   std::vector<FieldInfo> fields;
 };
 
+using Keys = std::vector<std::string>;
+
 struct TypeInfo {
-  std::vector<FieldInfo> query, response, notify;
-  std::vector<SetInfo> sets;  // empty: no set
-  std::string notify_member;  // "ITEMS" or "PARAMETER"; empty: no notification
+  std::vector<FieldInfo> query;
+  std::vector<SetInfo> sets;   // empty: no set
+  Keys root;                   // of a response, between "STATUS" and "ITEMS"
+  std::vector<Keys> forms;     // of a response's items, one entry for each form; empty: the type has no renderer
+  bool may_be_silent = false;  // a get may succeed without a response
+  Keys notify;                 // of a notification's items
+  std::string notify_member;   // "ITEMS" or "PARAMETER"; empty: no notification
   bool queued = false;
 };
 
@@ -61,9 +69,11 @@ const UriInfo* plugin_find(const Tables& tables, const char* uri);
 // Ends the process with a message that says what does not hold, and for which text.
 void require(bool holds, const char* what, std::string_view text = {});
 
-// Checks what a get of this URI copied: whole JSON with "URI", "STATUS" and "ITEMS" in this order, the status that the
-// get returned, items with keys of the type's response. A text as long as the limit may be cut and is not looked at.
-void check_response(const UriInfo& row, INT32 ret, std::string_view text);
+// Checks what a get of this URI copied: whole JSON with "URI", "STATUS", the type's own members and "ITEMS" in this
+// order, the status that the get returned, items with keys of one of the type's forms. Returns which form: of those
+// that fit, the one with the fewest keys; for no items, how many forms there are. A text as long as the limit may be
+// cut and is not looked at.
+std::size_t check_response(const UriInfo& row, INT32 ret, std::string_view text);
 
 // Checks a fetched notification text; returns the number of its items.
 std::size_t check_notification(const UriInfo& row, std::string_view text);

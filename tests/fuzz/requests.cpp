@@ -7,6 +7,11 @@ static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::
 
 static void add_value(Bytes& bytes, const FieldInfo& field, std::string& text) {
   if (take_chance(bytes, 4)) return add_any_value(bytes, text);
+  if (!field.values.empty() && take_chance(bytes, 2)) {
+    text += field.values[take_below(bytes, field.values.size())];
+    return;
+  }
+  if (field.count > 0) return add_numbers_value(bytes, field.count, text);
   if (field.kind == "text") return add_text_value(bytes, field.limit, text);
   if (field.kind == "object") return add_object(bytes, field.fields, "", text);
   add_number_value(bytes, text);

@@ -67,8 +67,8 @@ INT32 demo_event(DEMO_EVENT* event) {
   event->type = 2;
   return 0;
 }
-INT32 demo_get_item(UINT32 id, void* value) {
-  if (id == 0x70) ++static_cast<DEMO_POINT*>(value)->x;
+INT32 demo_ask_item(UINT32 item_id, void* value) {
+  if (item_id == 0x5EED01 && value != nullptr) static_cast<DEMO_POINT*>(value)->y = 9;
   return 0;
 }
 INT32 demo_put_item(UINT32, const void*) { return 0; }

@@ -112,30 +112,6 @@ TEST_F(TapTest, texts_are_cut_to_the_array_or_the_length_argument) {
   EXPECT_EQ(length, 0U);  // an output that the answer does not name is cleared
 }
 
-TEST_F(TapTest, an_item_id_selects_the_record) {
-  script(R"([{"call":"demo_get_item","in":[112,{"x":1}],"ret":1,"out":{"1":{"x":-5,"y":6}}},
-             {"call":"demo_get_item","in":[4278190193],"ret":2,"out":{"value":{"type":7}}},
-             {"call":"demo_put_item","in":[null,{"y":9}],"ret":3}])");
-  DEMO_POINT point{.x = 1, .y = 2};
-  EXPECT_EQ(demo_get_item(0x70, &point), 1);
-  EXPECT_EQ(point.x, -5);
-  EXPECT_EQ(point.y, 6);
-  point = {.x = 2, .y = 9};
-  EXPECT_EQ(demo_put_item(0x70, &point), 3);
-  DEMO_EVENT event{};
-  event.u_data[1] = 9;
-  EXPECT_EQ(demo_get_item(0xFF000071U, &event), 2);
-  EXPECT_EQ(event.type, 7);
-  EXPECT_EQ(event.u_data[1], 0U);  // what the answer does not name is cleared
-  EXPECT_EQ(demo_put_item(0xFF000071U, &event), 0);
-  EXPECT_EQ(demo_get_item(0x70, &point), 0);  // no answer fits: the record is cleared
-  EXPECT_EQ(point.y, 0);
-  char untouched[4] = "abc";
-  EXPECT_EQ(demo_get_item(5, untouched), 0);  // an id without a record: its length is not known
-  EXPECT_STREQ(untouched, "abc");
-  EXPECT_EQ(demo_get_item(0x70, nullptr), 0);
-}
-
 TEST_F(TapTest, a_text_that_is_read_and_written_can_be_asked_for) {
   script(R"([{"call":"demo_look_up","in":[null,"a"],"ret":1,"out":{"text":"first","length":5}},
              {"call":"demo_look_up","in":{"text":{"bytes":"62ff"}},"ret":2,"out":{"1":"second"}}])");
@@ -205,6 +181,27 @@ TEST_F(TapTest, records_arrays_and_nulls_are_written) {
   EXPECT_EQ(event.u_data[1], 2U);
 }
 
+TEST_F(TapTest, an_items_record_is_compared_and_written) {
+  script(R"([{"call":"demo_put_item","in":[6221057,{"x":1}],"ret":1},
+             {"call":"demo_put_item","in":[6221058,{"name":"n"}],"ret":2},
+             {"call":"demo_ask_item","in":[6221057,{"x":5}],"ret":3,"out":{"value":{"y":-6}}},
+             {"call":"demo_ask_item","in":[6221058],"ret":4,"out":{"1":{"name":"new","size":7}}}])");
+  DEMO_POINT point = {.x = 1, .y = 0};
+  EXPECT_EQ(demo_put_item(0x5EED01, &point), 1);
+  point.x = 2;
+  EXPECT_EQ(demo_put_item(0x5EED01, &point), 0);
+  DEMO_BOX box{};
+  std::strcpy(box.name, "n");
+  EXPECT_EQ(demo_put_item(0x5EED02, &box), 2);
+  point = {.x = 5, .y = 0};
+  EXPECT_EQ(demo_ask_item(0x5EED01, &point), 3);
+  EXPECT_EQ(point.x, 0);
+  EXPECT_EQ(point.y, -6);
+  EXPECT_EQ(demo_ask_item(0x5EED02, &box), 4);
+  EXPECT_STREQ(box.name, "new");
+  EXPECT_EQ(box.size, 7);
+}
+
 TEST_F(TapTest, a_delay_and_events_come_before_the_call_returns) {
   static std::atomic<int> events;
   static std::atomic<bool> other_thread;
@@ -258,7 +255,7 @@ TEST_F(TapTest, a_wrong_script_is_refused_with_the_entry_and_what_is_allowed) {
   has(script_error(R"([{"call":"demo_set","ret":4294967296}])"), {"ret", "32 bits"});
   has(script_error(R"([{"call":"demo_set","out":{"0":1}}])"), {"out", "not written"});
   has(script_error(R"([{"call":"demo_get_box","out":{"2":{}}}])"), {"no argument", "box"});
-  has(script_error(R"([{"call":"demo_get_item","out":{"value":{"z":1}}}])"), {"no item's record", "\"z\""});
+  has(script_error(R"([{"call":"demo_ask_item","out":{"value":{"z":1}}}])"), {"no item's record", "\"z\""});
   has(script_error(R"([{"call":"demo_get_box","out":{"box":{"nam":"x"}}}])"), {"nam", "corner"});
   has(script_error(R"([{"call":"demo_get_box","out":{"box":{"marks":[{},{},{}]}}}])"), {"marks", "3 elements"});
   has(script_error(R"([{"call":"demo_get_box","out":{"box":{"name":5}}}])"), {"name", "text"});
