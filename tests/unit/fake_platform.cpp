@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <mutex>
+#include <string_view>
 #include <type_traits>
 
 namespace {
@@ -52,14 +53,13 @@ std::int32_t called(const char* name, T... arguments) {
   const std::lock_guard guard(mutex);
   calls.push_back({name, {as_number(arguments)...}});
   (remember_callback(name, arguments), ...);
-  if constexpr (sizeof...(T) == 2) {
-    if constexpr ((std::is_same_v<T, a_vextvapi_volctrl_nfy_fct> || ...)) {
-      const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-        volume_callback = callback;
-        volume_tag = tag;
-      };
-      keep(arguments...);
-    }
+  // Other callbacks may have the same type.
+  if constexpr (std::is_invocable_v<void (*)(a_vextvapi_volctrl_nfy_fct, void*), T...>) {
+    const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
+      volume_callback = callback;
+      volume_tag = tag;
+    };
+    if (std::string_view(name) == "a_vextvapi_volctrl_reg_callback") keep(arguments...);
   }
   const auto result = results.find(name);
   return result == results.end() ? 0 : result->second;
