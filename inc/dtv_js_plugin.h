@@ -61,7 +61,7 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "help", "unit",
  *              "values"}, ...],
  *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
- *                             "response": [field...] | null,
+ *                             "response": [field...] | null, "root": [field...],
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...},
  *    "kinds": [{"kind", "json": "number" | "string" | "array" | "object", "help", "minimum", "maximum"}, ...],
  *    "results": [{"result", "name", "help"}, ...]}
@@ -69,11 +69,14 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  * "without_effect" names those of "get" and "set" that succeed without effect; if there are none, it is left out.
  * "help" is a sentence; a URI that no handler serves has none. "unit" and "values" describe the item's value and are
  * left out if there is nothing to say.
- * A field is {"key", "kind", "limit", "count", "unit", "values", "help", "value", "fields"}: "limit" is the length of
- * the longest text in bytes, "count" the length of an array, "value" a constant text, "fields" the members of an
- * object. Only "key", "kind" and "help" are always there. "values" is an array of {"value": text} or {"value": number,
- * "help"}. "minimum" and "maximum" of a kind are decimal texts, since a double cannot hold every 64-bit limit exactly;
- * only kinds of numbers have them. A result that is not listed is the platform's own. */
+ * "root" describes the members of a response that stand before "ITEMS"; a type without them has no "root".
+ * A field is {"key", "kind", "uri", "limit", "count", "unit", "values", "help", "value", "fields"}: "uri" is the only
+ * URI whose requests read the field, "limit" is the length of the longest text in bytes, "count" the length of an
+ * array, at most, "value" a constant text, "fields" the members of an object. Only "key", "kind" and "help" are always
+ * there. A request has the fields without "uri" and those with its own; where that gives a key twice, it is one member.
+ * A response may show a key in one of several kinds: then each kind is a field. "values" is an array of {"value": text}
+ * or {"value": number, "help"}. "minimum" and "maximum" of a kind are decimal texts, since a double cannot hold every
+ * 64-bit limit exactly; only kinds of numbers have them. A result that is not listed is the platform's own. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);
 
 #ifdef __cplusplus

@@ -106,10 +106,17 @@ static void describe_values(JsonText& json, const char* values, bool by_name = f
 
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use);
 
+// Names the only URI in whose requests a field takes part.
+static void describe_uri_of_field(JsonText& json, UINT16 id) {
+  char uri[256];
+  if (tv_ctrl_get_uri_by_id(id, uri) == VEXTVCTRLR_OK) write_text_member(json, "uri", uri);
+}
+
 static void describe_field(JsonText& json, const Field& field) {
   tvc_open_object(json);
   write_text_member(json, "key", field.key.data());
   write_text_member(json, "kind", find_kind(field.kind)->name);
+  if (field.uri) describe_uri_of_field(json, field.uri);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
   if (const std::size_t size = tvc_element_size(field.kind))
     write_number_member(json, "count", static_cast<INT64>(field.size / size));
@@ -126,16 +133,19 @@ static void describe_field(JsonText& json, const Field& field) {
 
 static bool takes_part(const Field& field, FieldUse use) { return use == kEverywhere || (field.use & use); }
 
-// Returns whether a row with this key takes part in this use.
-static bool has_key(std::span<const Field> fields, FieldUse use, std::string_view key) {
-  return std::ranges::any_of(fields, [&](const Field& field) { return takes_part(field, use) && field.key == key; });
+// Returns whether one of these rows describes the same member. Several rows of one key are one member: their conditions
+// decide which of them a record shows. They are two where they differ in kind, or belong to different URIs.
+static bool is_described(std::span<const Field> rows, FieldUse use, const Field& field) {
+  return std::ranges::any_of(rows, [&](const Field& row) {
+    return takes_part(row, use) && row.key == field.key && row.uri == field.uri &&
+           find_kind(row.kind) == find_kind(field.kind);
+  });
 }
 
-// Describes each key once. Several rows of one key are one member: their conditions decide which of them a record
-// shows.
+// Describes each member once.
 static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use) {
   for (std::size_t i = 0; i < fields.size(); ++i)
-    if (takes_part(fields[i], use) && !has_key(fields.first(i), use, fields[i].key)) describe_field(json, fields[i]);
+    if (takes_part(fields[i], use) && !is_described(fields.first(i), use, fields[i])) describe_field(json, fields[i]);
 }
 
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use) {
@@ -158,7 +168,7 @@ static void describe_response(JsonText& json, const ItemType& item) {
   for (std::size_t i = 0; i < item.forms.size(); ++i)
     for (const Field& field : item.forms[i].fields)
       if (std::ranges::none_of(item.forms.first(i),
-                               [&](const ItemForm& before) { return has_key(before.fields, kEverywhere, field.key); }))
+                               [&](const ItemForm& before) { return is_described(before.fields, kEverywhere, field); }))
         describe_field(json, field);
   tvc_close_array(json);
 }

@@ -96,22 +96,20 @@ TEST(DescribeForm, FormsAreOneListOfMembersAndRootMembersStandApart) {
 
 struct View {
   INT32 tag;
-  union {
-    INT32 number;
-    char text[12];
-  } u;
+  INT32 number, other_number;
+  char text[12];
 };
 constexpr bool is_number(const void* record) { return static_cast<const View*>(record)->tag == 1; }
 constexpr bool is_text(const void* record) { return !is_number(record); }
 constexpr Field view_fields[] = {
     {.key = "TAG", TVC_MEMBER(View, tag), .use = kSet | kNotify},
     {.key = "VALUE",
-     TVC_MEMBER(View, u.number),
+     TVC_MEMBER(View, number),
      .use = kSet | kNotify,
      .when = is_number,
      .read_when = is_number,
      .unless = "NAME"},
-    {.key = "VALUE", TVC_MEMBER(View, u.text), .use = kSet | kNotify, .when = is_text, .read_when = is_text},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kSet | kNotify, .when = is_text, .read_when = is_text},
 };
 
 TEST(DescribeForm, RowsOfOneKeyAreOneMember) {
@@ -123,6 +121,37 @@ TEST(DescribeForm, RowsOfOneKeyAreOneMember) {
             R"({"key":"VALUE","kind":"int32"}]},"response":null,)"
             R"("notify":{"form":"queued","member":"ITEMS","bound":1024,"fields":[{"key":"TAG","kind":"int32"},)"
             R"({"key":"VALUE","kind":"int32"}]}})");
+}
+
+constexpr Field number_form[] = {{.key = "VALUE", TVC_MEMBER(View, number)}};
+constexpr Field text_form[] = {{.key = "VALUE", TVC_MEMBER(View, text)}, {.key = "TAG", TVC_MEMBER(View, tag)}};
+constexpr ItemForm view_forms[] = {{.when = is_number, .fields = number_form}, {.fields = text_form}};
+
+TEST(DescribeForm, RowsOfOneKeyAndSeveralKindsAreAMemberEach) {
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .forms = view_forms}),
+            R"({"query":null,"set":null,"response":[{"key":"VALUE","kind":"int32"},)"
+            R"({"key":"VALUE","kind":"text","limit":11},{"key":"TAG","kind":"int32"}],"notify":null})");
+}
+
+// --- Members of one URI ---
+
+constexpr UINT16 kVolumeUri = tvc_id(TV_CTRL_GRPID_VOLUME, TV_CTRL_RECID_VOL);
+constexpr UINT16 kMuteUri = tvc_id(TV_CTRL_GRPID_VOLUME, TV_CTRL_RECID_VOL_MUTE);
+constexpr Field uri_fields[] = {
+    {.key = "TAG", TVC_MEMBER(View, tag), .use = kQuery, .help = "tag"},
+    {.key = "VALUE", TVC_MEMBER(View, number), .use = kQuery, .uri = kVolumeUri, .unit = "s"},
+    {.key = "TAG", TVC_MEMBER(View, other_number), .use = kQuery, .uri = kVolumeUri},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery, .uri = kMuteUri},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery, .uri = kMuteUri, .unless = "TAG"},
+};
+
+TEST(DescribeForm, MembersOfOneUriNameIt) {
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = uri_fields}),
+            R"({"query":[{"key":"TAG","kind":"int32","help":"tag"},)"
+            R"({"key":"VALUE","kind":"int32","uri":"/tv/cast/volume/volume","unit":"s"},)"
+            R"({"key":"TAG","kind":"int32","uri":"/tv/cast/volume/volume"},)"
+            R"({"key":"VALUE","kind":"int32","uri":"/tv/cast/volume/mute"}],)"
+            R"("set":null,"response":null,"notify":null})");
 }
 
 TEST(DescribeForm, ActionTakesItsWordAndNoFields) {

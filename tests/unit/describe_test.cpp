@@ -137,7 +137,8 @@ TEST_F(Describe, EveryFieldHasHelpAndAKnownKind) {
     ASSERT_NE(kind, nullptr) << where;
     const std::string name = text_of(kind, "kind");
     EXPECT_FALSE(text_of(field, "help") == "(no text)" || text_of(field, "help").empty()) << where;
-    expect_members(field, {"key", "kind", "[limit]", "[count]", "[unit]", "[values]", "help", "[value]", "[fields]"},
+    expect_members(field,
+                   {"key", "kind", "[uri]", "[limit]", "[count]", "[unit]", "[values]", "help", "[value]", "[fields]"},
                    where);
     EXPECT_EQ(member(field, "count") != nullptr, name.ends_with("_array")) << where;
     EXPECT_EQ(member(field, "value") != nullptr, name == "constant") << where;

@@ -19,6 +19,10 @@ Bytes words_of(UINT32 number, std::size_t skipped = 0) {
   return bytes;
 }
 
+void put_integer(char* record, IntegerPlace place, UINT32 number) {
+  if (place.size) std::memcpy(record + place.offset, &number, place.size);
+}
+
 class DescribeTypes : public DescribedTest {
  protected:
   void SetUp() override {
@@ -32,24 +36,38 @@ class DescribeTypes : public DescribedTest {
 
   std::string uri_of(int type) { return made_up_uri(static_cast<UINT8>(type)); }
 
-  // The record that a request with one member brings to the handler, from its first byte; empty: it brings none.
-  Bytes record_of(int type, const std::string& word, const std::string& key, const std::string& value) {
-    const std::string text = R"({"PARAMETER":{"REQUEST":")" + word + "\",\"" + key + "\":" + value + "}}";
+  // The URI whose requests read a member.
+  std::string uri_of(int type, const cJSON* field) {
+    return member(field, "uri") ? text_of(field, "uri") : uri_of(type);
+  }
+
+  // The record that a request with one member brings to the handler, from its first byte; empty: it brings none. An
+  // array stands behind a member that counts it, and the other way round.
+  Bytes record_of(int type, const std::string& word, const std::string& key, const std::string& value,
+                  const std::string& uri) {
+    std::string members = "\"" + key + "\":" + value;
+    for (const auto& [counting, array] : counted_arrays(type)) {
+      if (array == key) members = "\"" + counting + "\":100," + members;
+      if (counting == key) members += ",\"" + array + "\":[0]";
+    }
+    const std::string text = R"({"PARAMETER":{"REQUEST":")" + word + "\"," + members + "}}";
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     seen_.clear();
     printed_by([&] {
       if (word == "QUERY")
-        a_dtv_jsp_get(uri_of(type).c_str(), text.c_str(), response);
+        a_dtv_jsp_get(uri.c_str(), text.c_str(), response);
       else
-        a_dtv_jsp_set(uri_of(type).c_str(), text.c_str());
+        a_dtv_jsp_set(uri.c_str(), text.c_str());
     });
     return seen_;
   }
 
   // How many bytes of the record a member's value changes, compared with a value that is 0 or empty.
-  std::size_t bytes_filled(int type, const std::string& word, const std::string& key, const std::string& value) {
-    const Bytes cleared = record_of(type, word, key, value[0] == '"' ? "\"\"" : value[0] == '{' ? "{}" : "0");
-    const Bytes record = record_of(type, word, key, value);
+  std::size_t bytes_filled(int type, const std::string& word, const std::string& key, const std::string& value,
+                           const std::string& uri) {
+    const std::string empty = value[0] == '"' ? "\"\"" : value[0] == '{' ? "{}" : value[0] == '[' ? "[0]" : "0";
+    const Bytes cleared = record_of(type, word, key, empty, uri);
+    const Bytes record = record_of(type, word, key, value, uri);
     if (record.size() != cleared.size()) return 0;
     std::size_t changed = 0;
     for (std::size_t i = 0; i < record.size(); ++i) changed += record[i] != cleared[i];
@@ -65,12 +83,21 @@ class DescribeTypes : public DescribedTest {
     return requests;
   }
 
-  // The response of a record of these bytes.
-  Json response_of(int type, const Bytes& bytes) {
-    fill_ = bytes;
+  // The response of a record that its handler fills with these bytes and, where `texts` says so, with texts of its own.
+  // `entries`: how many entries its lists have.
+  Json response_of(int type, const Bytes& bytes, UINT32 entries, bool texts) {
+    fill_ = [&](char* record, std::size_t size) {
+      const ItemType& item = *tvc_item_type(static_cast<UINT8>(type));
+      std::memcpy(record, bytes.data(), std::min(bytes.size(), size));
+      for (const ItemForm& form : item.forms) put_integer(record, form.list.count, entries);
+      for_each_text(
+          item, [&](char*& text) { text = nullptr; }, record);
+      for_each_text(
+          item, [&](char*& text) { text = texts && !text ? strdup("text") : text; }, record);
+    };
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
-    a_dtv_jsp_get(uri_of(type).c_str(), nullptr, response);
-    fill_.clear();
+    printed_by([&] { a_dtv_jsp_get(uri_of(type).c_str(), nullptr, response); });
+    fill_ = nullptr;
     return parse_json(response);
   }
 
@@ -92,26 +119,55 @@ class DescribeTypes : public DescribedTest {
     return nullptr;
   }
 
+  // The arrays that requests read, each behind the key of the member that counts it.
+  static std::vector<std::pair<std::string, std::string>> counted_arrays(int type) {
+    const std::span<const Field> fields = tvc_item_type(static_cast<UINT8>(type))->fields;
+    std::vector<std::pair<std::string, std::string>> arrays;
+    for (const Field& array : fields)
+      for (const Field& field : fields)
+        if (array.count.size && field.offset == array.count.offset) arrays.emplace_back(field.key, array.key);
+    return arrays;
+  }
+
+  // Every text of a record that its handler allocates.
+  template <typename Action>
+  static void for_each_text(const ItemType& item, const Action& action, char* record) {
+    const auto walk = [&](std::span<const Field> fields) {
+      for (const Field& field : fields)
+        if (field.kind == FieldKind::kOwnedText) action(field_at<char*>(record, field));
+    };
+    walk(item.fields);
+    for (const ItemForm& form : item.forms)
+      if (!form.list.entry_size) walk(form.fields);
+  }
+
   INT32 observe(void* record) {
     ++calls_;
     INT32 size = 0;
     std::free(tv_ctrl_malloc_content_max(&size));
     auto* const bytes = static_cast<char*>(record);
     seen_.assign(bytes, bytes + size);
-    if (!fill_.empty())
-      std::memcpy(bytes, fill_.data(), std::min<std::size_t>(fill_.size(), static_cast<UINT32>(size)));
+    if (fill_) fill_(bytes, static_cast<std::size_t>(size));
     return 0;
   }
 
-  Bytes seen_, fill_;
+  Bytes seen_;
+  std::function<void(char* record, std::size_t size)> fill_;
 };
 
 TEST_F(DescribeTypes, EveryTypeOfTheTableAndNoOther) {
   EXPECT_EQ(rows_.size(), types_.size());
   for (int type = 0; type <= 255; ++type)
     if (type_exists(type)) EXPECT_TRUE(rows_.contains(type)) << type;
-  for (const auto& [type, row] : rows_)
-    EXPECT_EQ(keys_of(row), (std::vector<std::string>{"query", "set", "response", "notify"})) << row->string;
+  int roots = 0;
+  for (const auto& [type, row] : rows_) {
+    std::vector<std::string> keys = {"query", "set", "response", "notify"};
+    const bool has_root = tvc_item_has(*tvc_item_type(static_cast<UINT8>(type)), kRoot);
+    if (has_root) keys.insert(keys.end() - 1, "root");
+    EXPECT_EQ(keys_of(row), keys) << row->string;
+    roots += has_root;
+  }
+  EXPECT_GT(roots, 0);
 }
 
 // --- Requests ---
@@ -122,7 +178,7 @@ TEST_F(DescribeTypes, RequestsReachTheHandlerWithTheDescribedWord) {
       const auto requests = requests_of(row);
       const bool described = std::ranges::any_of(requests, [&](const auto& request) { return request.first == word; });
       calls_ = 0;
-      record_of(type, word, "VALUE", type == TYPE_TEXT ? "\"x\"" : "1");
+      record_of(type, word, "VALUE", type == TYPE_TEXT ? "\"x\"" : "1", uri_of(type));
       // An option list takes two words, of which one is described.
       const bool also_set = type == TYPE_OPTION_LIST && word == "SET";
       EXPECT_EQ(calls_ > 0, described || also_set) << row->string << " " << word;
@@ -132,34 +188,48 @@ TEST_F(DescribeTypes, RequestsReachTheHandlerWithTheDescribedWord) {
 
 // A value that fills every byte of the field.
 std::string filling_value(const cJSON* field, const cJSON* kind) {
+  if (text_of(kind, "json") == "array") {
+    std::string elements = "1";
+    for (int i = 1; i < number_of(field, "count"); ++i) elements += ",1";
+    return "[" + elements + "]";
+  }
   if (text_of(kind, "json") != "number") return "\"" + std::string(number_of(field, "limit") > 0 ? 1 : 0, 'x') + "\"";
   const bool is_signed = text_of(kind, "minimum").starts_with("-");
   return is_signed ? "-1" : text_of(kind, "maximum");
 }
 
 TEST_F(DescribeTypes, DescribedMembersAreDecodedAndNoOthers) {
-  int members = 0;
+  int members = 0, of_one_uri = 0;
   for (const auto& [type, row] : rows_) {
     std::set<std::string> keys;  // that any use of the type names
     for (const char* const use : {"query", "response"})
       for (const cJSON* const field : elements_of(member(row, use))) keys.insert(text_of(field, "key"));
+    std::set<std::string> uris = {uri_of(type)};  // that read members of their own, and one that does not
     for (const auto& [word, fields] : requests_of(row))
-      for (const cJSON* const field : elements_of(fields)) keys.insert(text_of(field, "key"));
+      for (const cJSON* const field : elements_of(fields)) {
+        keys.insert(text_of(field, "key"));
+        uris.insert(uri_of(type, field));
+      }
     keys.insert("NO_MEMBER");
     for (const auto& [word, fields] : requests_of(row)) {
-      for (const std::string& key : keys) {
-        const cJSON* described = nullptr;
-        for (const cJSON* const field : elements_of(fields))
-          if (text_of(field, "key") == key) described = field;
-        const std::string where = row->string + (" " + word) + " " + key;
-        if (described && text_of(described, "kind") == "object") continue;  // below
-        const std::string value = described ? filling_value(described, kind_row(text_of(described, "kind"))) : "1";
-        EXPECT_EQ(bytes_filled(type, word, key, value) > 0, described != nullptr) << where;
-        members += described != nullptr;
+      for (const std::string& uri : uris) {
+        for (const std::string& key : keys) {
+          const cJSON* described = nullptr;
+          for (const cJSON* const field : elements_of(fields))
+            if (text_of(field, "key") == key && (!member(field, "uri") || text_of(field, "uri") == uri))
+              described = field;
+          const std::string where = row->string + (" " + word) + " " + key + " " + uri;
+          if (described && text_of(described, "kind") == "object") continue;  // below
+          const std::string value = described ? filling_value(described, kind_row(text_of(described, "kind"))) : "1";
+          EXPECT_EQ(bytes_filled(type, word, key, value, uri) > 0, described != nullptr) << where;
+          members += described != nullptr;
+          of_one_uri += described && member(described, "uri");
+        }
       }
     }
   }
-  EXPECT_GT(members, 0);
+  EXPECT_GT(members, of_one_uri);
+  EXPECT_GT(of_one_uri, 0);
 }
 
 TEST_F(DescribeTypes, MembersOfObjectsAreDecoded) {
@@ -170,29 +240,43 @@ TEST_F(DescribeTypes, MembersOfObjectsAreDecoded) {
         for (const cJSON* const inner : elements_of(member(field, "fields"))) {
           const std::string value = filling_value(inner, kind_row(text_of(inner, "kind")));
           const std::string object = "{\"" + text_of(inner, "key") + "\":" + value + "}";
-          EXPECT_GT(bytes_filled(type, word, text_of(field, "key"), object), 0u) << row->string << " " << object;
+          EXPECT_GT(bytes_filled(type, word, text_of(field, "key"), object, uri_of(type, field)), 0u)
+              << row->string << " " << object;
           ++members;
         }
   EXPECT_GT(members, 0);
 }
 
-// A text keeps as many bytes as its limit says, a number as many as its largest value has.
+// A text keeps as many bytes as its limit says, a number as many as its largest value has, an array as many elements as
+// its count says. A member that the table has several rows for is kept by each of them.
 TEST_F(DescribeTypes, LimitsAreThoseOfTheRecord) {
   const std::map<std::string, std::size_t> widths = {{"uint8", 1},  {"uint16", 2}, {"int32", 4},
                                                      {"uint32", 4}, {"int64", 8},  {"uint64", 8}};
   for (const auto& [type, row] : rows_) {
     for (const auto& [word, fields] : requests_of(row)) {
       for (const cJSON* const field : elements_of(fields)) {
-        const std::string key = text_of(field, "key"), kind = text_of(field, "kind");
+        const std::string key = text_of(field, "key"), kind = text_of(field, "kind"), uri = uri_of(type, field);
         const std::string where = row->string + (" " + word) + " " + key;
+        const auto rows = static_cast<std::size_t>(std::ranges::count_if(elements_of(fields), [&](const cJSON* other) {
+          return text_of(other, "key") == key && (!member(other, "uri") || text_of(other, "uri") == uri);
+        }));
+        const std::string value = filling_value(field, kind_row(kind));
         if (kind == "text") {
           const auto limit = static_cast<std::size_t>(number_of(field, "limit"));
-          EXPECT_EQ(bytes_filled(type, word, key, "\"" + std::string(limit + 9, 'x') + "\""), limit) << where;
+          EXPECT_EQ(bytes_filled(type, word, key, "\"" + std::string(limit + 9, 'x') + "\"", uri), limit * rows)
+              << where;
+        } else if (value.starts_with('[')) {
+          std::string more = value;
+          more.insert(1, "1,1,1,");
+          const auto count = static_cast<std::size_t>(number_of(field, "count"));
+          const std::size_t kept = bytes_filled(type, word, key, more, uri);
+          EXPECT_EQ(kept, bytes_filled(type, word, key, value, uri)) << where;
+          // The number of elements that were taken may be kept as well.
+          EXPECT_TRUE(kept == count || kept == count + 1) << where << " " << kept;
         } else if (widths.contains(kind)) {
           // What cannot be negative when it is set is an index.
           if (type == TYPE_OPTION_LIST && word == "SET") continue;
-          const std::string value = filling_value(field, kind_row(kind));
-          EXPECT_EQ(bytes_filled(type, word, key, value), widths.at(kind)) << where;
+          EXPECT_EQ(bytes_filled(type, word, key, value, uri), widths.at(kind) * rows) << where;
         }
       }
     }
@@ -227,48 +311,76 @@ std::string json_kind(const cJSON* value) {
   return cJSON_IsObject(value) ? "object" : "?";
 }
 
-// Holds an item against its description; ret_shown: the keys that it has.
-void expect_item(const cJSON* item, const cJSON* fields, const std::string& where,
-                 const std::function<const cJSON*(const std::string&)>& kind_row, std::set<std::string>& ret_shown) {
+// A member that a response or notification shows, as its key and what its value is in JSON.
+using Shown = std::set<std::pair<std::string, std::string>>;
+using KindRow = std::function<const cJSON*(const std::string&)>;
+
+bool describes(const cJSON* field, const cJSON* value, const KindRow& kind_row) {
+  return text_of(field, "key") == value->string &&
+         text_of(kind_row(text_of(field, "kind")), "json") == json_kind(value);
+}
+
+Shown described_members(const cJSON* fields, const KindRow& kind_row) {
+  Shown members;
+  for (const cJSON* const field : elements_of(fields))
+    members.emplace(text_of(field, "key"), text_of(kind_row(text_of(field, "kind")), "json"));
+  return members;
+}
+
+// Whether an array of the type is shown only as far as it is filled.
+bool is_counted(const ItemType& item, const std::string& key) {
+  const auto counts = [&key](const Field& field) { return field.key == key && field.count.size > 0; };
+  return std::ranges::any_of(item.fields, counts) || std::ranges::any_of(item.forms, [&](const ItemForm& form) {
+           return std::ranges::any_of(form.fields, counts);
+         });
+}
+
+// Holds an item against its description, which has the members' order unless the type has several forms; ret_shown: the
+// members that it has.
+void expect_item(const ItemType& type, const cJSON* item, const cJSON* fields, const std::string& where,
+                 const KindRow& kind_row, Shown& ret_shown) {
   std::vector<const cJSON*> described = elements_of(fields);
   auto next = described.begin();
   for (const cJSON* value = item ? item->child : nullptr; value; value = value->next) {
     const std::string name = where + "." + value->string;
-    next =
-        std::find_if(next, described.end(), [&](const cJSON* field) { return text_of(field, "key") == value->string; });
+    if (type.forms.size() > 1) next = described.begin();
+    next = std::find_if(next, described.end(), [&](const cJSON* field) { return describes(field, value, kind_row); });
     ASSERT_NE(next, described.end()) << name << " is not described, or not in this order";
     const cJSON* const field = *next++;
-    ret_shown.insert(value->string);
-    EXPECT_EQ(json_kind(value), text_of(kind_row(text_of(field, "kind")), "json")) << name;
-    if (cJSON_IsArray(value)) EXPECT_EQ(cJSON_GetArraySize(value), number_of(field, "count")) << name;
+    ret_shown.emplace(value->string, json_kind(value));
+    if (cJSON_IsArray(value) && is_counted(type, value->string))
+      EXPECT_LE(cJSON_GetArraySize(value), number_of(field, "count")) << name;
+    else if (cJSON_IsArray(value))
+      EXPECT_EQ(cJSON_GetArraySize(value), number_of(field, "count")) << name;
     if (text_of(field, "kind") == "constant") EXPECT_EQ(text_of(field, "value"), value->valuestring) << name;
     if (!cJSON_IsObject(value)) continue;
-    std::set<std::string> inner;
-    expect_item(value, member(field, "fields"), name, kind_row, inner);
+    Shown inner;
+    expect_item(type, value, member(field, "fields"), name, kind_row, inner);
     EXPECT_EQ(inner.size(), elements_of(member(field, "fields")).size()) << name;
   }
-}
-
-std::set<std::string> keys_described(const cJSON* fields) {
-  std::set<std::string> keys;
-  for (const cJSON* const field : elements_of(fields)) keys.insert(text_of(field, "key"));
-  return keys;
 }
 
 TEST_F(DescribeTypes, ResponsesShowTheDescribedMembers) {
   const auto kind_of = [this](const std::string& kind) { return kind_row(kind); };
   int responses = 0;
   for (const auto& [type, row] : rows_) {
+    const ItemType& item_type = *tvc_item_type(static_cast<UINT8>(type));
     const cJSON* const fields = member(row, "response");
-    std::set<std::string> shown;
-    for (UINT32 number = 0; number <= 12; ++number) {
-      for (const std::size_t skipped : {0u, 128u}) {
-        const Json response = response_of(type, words_of(number, skipped));
-        for (const cJSON* const item : elements_of(member(response.get(), "ITEMS")))
-          expect_item(item, fields, row->string, kind_of, shown);
-      }
-    }
-    EXPECT_EQ(shown, keys_described(fields)) << row->string;
+    Shown shown;
+    const auto expect_response = [&](const cJSON* response) {
+      std::vector<std::string> keys = {"URI", "STATUS"};
+      for (const cJSON* const field : elements_of(member(row, "root"))) keys.push_back(text_of(field, "key"));
+      keys.emplace_back("ITEMS");
+      EXPECT_EQ(keys_of(response), keys) << row->string;
+      for (const cJSON* const item : elements_of(member(response, "ITEMS")))
+        expect_item(item_type, item, fields, row->string, kind_of, shown);
+    };
+    for (UINT32 number = 0; number <= 12; ++number)
+      for (const std::size_t skipped : {0u, 128u})
+        for (const bool texts : {false, true})
+          if (const Json response = response_of(type, words_of(number, skipped), number, texts))
+            expect_response(response.get());
+    EXPECT_EQ(shown, described_members(fields, kind_of)) << row->string;
     responses += cJSON_IsArray(fields);
   }
   EXPECT_GT(responses, 0);
@@ -292,16 +404,17 @@ TEST_F(DescribeTypes, NotificationsHaveTheDescribedForm) {
     const std::string form = text_of(notify, "form"), where = row->string;
     const cJSON* const carried = parsed->child->next->next;
     EXPECT_EQ(text_of(notify, "member"), carried->string) << where;
-    std::set<std::string> shown;
+    const ItemType& item_type = *tvc_item_type(static_cast<UINT8>(type));
+    Shown shown;
     if (cJSON_IsObject(carried)) {
       EXPECT_EQ(form, "single") << where;
-      expect_item(carried, member(notify, "fields"), where, kind_of, shown);
+      expect_item(item_type, carried, member(notify, "fields"), where, kind_of, shown);
     } else {
       EXPECT_EQ(cJSON_GetArraySize(carried), form == "queued" ? 2 : 1) << where;
       for (const cJSON* const item : elements_of(carried))
-        expect_item(item, member(notify, "fields"), where, kind_of, shown);
+        expect_item(item_type, item, member(notify, "fields"), where, kind_of, shown);
     }
-    EXPECT_EQ(shown, keys_described(member(notify, "fields"))) << where;
+    EXPECT_EQ(shown, described_members(member(notify, "fields"), kind_of)) << where;
     EXPECT_EQ(cJSON_IsNumber(member(notify, "bound")) != 0, form == "queued") << where;
   }
   EXPECT_GT(notifications, 0);

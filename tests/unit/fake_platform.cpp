@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <mutex>
+#include <string_view>
 #include <type_traits>
 
 namespace {
@@ -9,17 +10,17 @@ alignas(16) char cleared[4096];
 
 // A made-up argument of a callback. An untyped address is a number as often as not.
 template <typename T>
-T made_up() {
+T made_up(std::uint8_t number) {
   if constexpr (std::is_same_v<T, void*>)
-    return reinterpret_cast<void*>(std::uintptr_t{2});
+    return reinterpret_cast<void*>(std::uintptr_t{number});
   else if constexpr (std::is_pointer_v<T>)
     return reinterpret_cast<T>(cleared);
   else
-    return T{2};
+    return T{number};
 }
 
 std::mutex mutex;
-std::map<std::string, std::function<void()>> raise_event;  // by the function that registered the callback
+std::map<std::string, std::function<void(std::uint8_t)>> raise_event;  // by the function that registered the callback
 
 template <typename T>
 void remember_callback(const std::string&, T) {}
@@ -27,7 +28,7 @@ void remember_callback(const std::string&, T) {}
 template <typename R, typename... T>
 void remember_callback(const std::string& name, R (*callback)(T...)) {
   if (callback)
-    raise_event[name] = [callback] { callback(made_up<T>()...); };
+    raise_event[name] = [callback](std::uint8_t number) { callback(made_up<T>(number)...); };
   else
     raise_event.erase(name);
 }
@@ -52,14 +53,13 @@ std::int32_t called(const char* name, T... arguments) {
   const std::lock_guard guard(mutex);
   calls.push_back({name, {as_number(arguments)...}});
   (remember_callback(name, arguments), ...);
-  if constexpr (sizeof...(T) == 2) {
-    if constexpr ((std::is_same_v<T, a_vextvapi_volctrl_nfy_fct> || ...)) {
-      const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-        volume_callback = callback;
-        volume_tag = tag;
-      };
-      keep(arguments...);
-    }
+  // Other callbacks may have the same type.
+  if constexpr (std::is_invocable_v<void (*)(a_vextvapi_volctrl_nfy_fct, void*), T...>) {
+    const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
+      volume_callback = callback;
+      volume_tag = tag;
+    };
+    if (std::string_view(name) == "a_vextvapi_volctrl_reg_callback") keep(arguments...);
   }
   const auto result = results.find(name);
   return result == results.end() ? 0 : result->second;
@@ -83,12 +83,14 @@ std::vector<PlatformCall> platform_calls() {
 }
 
 void platform_raise_all() {
-  std::vector<std::function<void()>> events;
+  std::vector<std::function<void(std::uint8_t)>> events;
   {
     const std::lock_guard guard(mutex);
     for (const auto& [name, raise] : raise_event) events.push_back(raise);
   }
-  for (const auto& raise : events) raise();
+  constexpr std::uint8_t kNumbers = 8;
+  for (const auto& raise : events)
+    for (std::uint8_t number = 0; number < kNumbers; ++number) raise(number);
 }
 
 a_vextvapi_volctrl_nfy_fct platform_volume_callback() {

@@ -23,8 +23,8 @@ void platform_answer(const std::string& name, std::int32_t result);
 // The calls since the last reset.
 std::vector<PlatformCall> platform_calls();
 
-// Raises every event: each callback that the plugin has registered is called with 2 for its numbers and addresses of
-// cleared memory for its texts and records.
+// Raises every event: each callback that the plugin has registered is called with each number from 0 to 7, for all of
+// its numbers, since one of them may tell the kind of event; and with cleared memory for its texts and records.
 void platform_raise_all();
 
 // The volume callback that the plugin registered last, and its tag; null when it has not.

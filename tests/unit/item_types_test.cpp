@@ -79,19 +79,25 @@ TEST(ItemTypes, FormsLieInTheirRecords) {
   EXPECT_GT(lists, 0) << "the mount points are one";
 }
 
+constexpr FieldUse kDecodedUses = kQuery | kModify | kSet | kAssociate;
+
+// Several rows may show one member, each under a condition, or read it, each for a URI or under a condition.
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
-  std::set<std::string> keys;   // of members that every record shows
-  std::set<std::string> shown;  // of all; several rows may show one member, each under a condition
+  using Member = std::pair<std::string_view, UINT16>;
+  std::set<Member> always, all;
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
     EXPECT_FALSE(field.key.empty()) << where;
     EXPECT_TRUE(
         std::all_of(field.key.begin(), field.key.end(), [](char c) { return c > ' ' && c != '"' && c != '\\'; }))
         << where << "." << field.key << " would have to be escaped";
-    const std::string key(field.key);
-    EXPECT_FALSE(keys.contains(key) || (!field.when && shown.contains(key))) << where << "." << key << " stands twice";
-    if (!field.when) keys.insert(key);
-    shown.insert(key);
+    const bool decoded = (use & kDecodedUses) != 0;
+    const Member member(field.key, decoded ? field.uri : UINT16{0});
+    const bool conditional = decoded ? field.read_when != nullptr : field.when != nullptr;
+    EXPECT_FALSE(always.contains(member) || (!conditional && all.contains(member)))
+        << where << "." << field.key << " stands twice";
+    if (!conditional) always.insert(member);
+    all.insert(member);
     check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
@@ -101,6 +107,41 @@ TEST(ItemTypes, KeysAreUniqueWithinAUse) {
     for (const FieldUse use : kUses) check_keys(item->fields, use, tvc_item_type_name(item->type));
   for (const ItemType* const item : tvc_item_types())
     for (const ItemForm& form : item->forms) check_keys(form.fields, kEverywhere, tvc_item_type_name(item->type));
+}
+
+// A request of the URI that a row names is decoded as the row's type.
+TEST(ItemTypes, UrisOfRowsHaveTheTypeOfTheirRow) {
+  int rows = 0;
+  for (const ItemType* const item : tvc_item_types()) {
+    const auto expect_type = [&](UINT16 uri) {
+      if (uri == 0) return;
+      ++rows;
+      EXPECT_EQ(tv_ctrl_get_type_by_id(uri), item->type) << uri;
+    };
+    for (const Field& field : item->fields) {
+      expect_type(field.uri);
+      EXPECT_TRUE(field.uri == 0 || (field.use & kDecodedUses)) << field.key << " is only shown";
+    }
+    for (const ItemForm& form : item->forms) expect_type(form.uri);
+  }
+  EXPECT_GT(rows, 0) << "the guide's filter has some";
+}
+
+// What counts the elements of a decoded array is decoded before it, in every request that reads the array.
+TEST(ItemTypes, DecodedArraysAreCountedByARowBeforeThem) {
+  int arrays = 0;
+  for (const ItemType* const item : tvc_item_types()) {
+    for (const Field& array : item->fields) {
+      if (!array.count.size || !(array.use & kDecodedUses)) continue;
+      ++arrays;
+      const auto counts = [&array](const Field& field) {
+        return &field < &array && field.offset == array.count.offset && field.size == array.count.size &&
+               (array.use & kDecodedUses & ~field.use) == 0 && (field.uri == 0 || field.uri == array.uri);
+      };
+      EXPECT_TRUE(std::ranges::any_of(item->fields, counts)) << tvc_item_type_name(item->type) << "." << array.key;
+    }
+  }
+  EXPECT_GT(arrays, 0);
 }
 
 TEST(ItemTypes, FieldsTakePartSomewhere) {

@@ -1,9 +1,13 @@
 // Every item type that a request decodes: decode, compare with the record meant, render, decode again.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <memory>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support.h"
@@ -13,6 +17,7 @@
 namespace {
 
 constexpr int kVariants = 6;
+constexpr int kOne = kVariants;  // a further variant: the number 1
 
 // A made-up value of a number field, at its limits for the first variants.
 template <typename T>
@@ -28,6 +33,8 @@ T number_of(int variant) {
       return static_cast<T>(-1);
     case 4:
       return sizeof(T) == 8 ? static_cast<T>(1LL << 49) : static_cast<T>(1) << (sizeof(T) * 8 - 2);
+    case kOne:
+      return 1;
     default:
       return 42;
   }
@@ -64,11 +71,53 @@ cJSON* put_number(void* record, const Field& field, int variant) {
                         : cJSON_CreateNumber(static_cast<double>(value));
 }
 
-cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, int variant);
+// --- A request, and the record that it means ---
+
+// One request that is made up: its URI, the values of its members, and whether it has a member.
+struct Made {
+  UINT16 uri = 0;
+  int variant = 0;
+  std::function<bool(std::string_view key)> has = [](std::string_view) { return true; };
+};
+
+cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, const Made& made);
+
+// The elements that the array of a request has: one, as many as there is room for, or more.
+template <typename Element>
+cJSON* put_elements(void* record, const Field& field, int variant) {
+  const int room = static_cast<int>(field.size / sizeof(Element));
+  const int size = variant == 0 ? 1 : variant == 1 ? room : room + 3;
+  cJSON* const array = cJSON_CreateArray();
+  for (int i = 0; i < size; ++i) {
+    const Element value = number_of<Element>(variant + i);
+    cJSON_AddItemToArray(array, cJSON_CreateNumber(static_cast<double>(value)));
+    if (i < room) std::memcpy(static_cast<char*>(record) + field.offset + i * sizeof value, &value, sizeof value);
+  }
+  return array;
+}
+
+cJSON* put_array(const Field& field, void* record, int variant) {
+  switch (field.kind) {
+    case FieldKind::kUint8Array:
+      return put_elements<UINT8>(record, field, variant);
+    case FieldKind::kUint16Array:
+      return put_elements<UINT16>(record, field, variant);
+    case FieldKind::kInt32Array:
+      return put_elements<INT32>(record, field, variant);
+    case FieldKind::kUint32Array:
+      return put_elements<UINT32>(record, field, variant);
+    default:
+      ADD_FAILURE() << field.key << " has a count and is no array";
+      return cJSON_CreateNull();
+  }
+}
 
 // Puts a field's value into the record meant and returns the JSON that asks for it.
-cJSON* put_field(const Field& field, void* record, int variant) {
+cJSON* put_field(const Field& field, void* record, const Made& made) {
   char* const place = static_cast<char*>(record) + field.offset;
+  int variant = made.variant;
+  // A row that decodes in its own way stores these two as its kind does.
+  if (field.decode && field.decode != tvc_decode_library_integer && number_of<UINT8>(variant) != 0) variant = kOne;
   switch (field.kind) {
     case FieldKind::kUint8:
       return put_number<UINT8>(record, field, variant);
@@ -84,23 +133,86 @@ cJSON* put_field(const Field& field, void* record, int variant) {
       return put_number<UINT64>(record, field, variant);
     case FieldKind::kText: {
       const std::string text = text_of(variant, field.size);
+      std::memset(place, 0, field.size);
       std::memcpy(place, text.c_str(), text.size() + 1);
       return cJSON_CreateString(text.c_str());
     }
     case FieldKind::kObject:
-      return put_fields(field.fields, kEverywhere, place, variant);
+      return put_fields(field.fields, kEverywhere, place, made);
     default:
+      if (field.count.size) return put_array(field, record, variant);
       ADD_FAILURE() << field.key << " is of a kind that no request decodes";
       return cJSON_CreateNull();
   }
 }
 
-cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, int variant) {
+void put_integer(void* record, IntegerPlace place, INT32 value) {
+  char* const at = static_cast<char*>(record) + place.offset;
+  if (place.size == 1) *at = static_cast<char>(value);
+  if (place.size == 2) std::memcpy(at, std::vector{static_cast<UINT16>(value)}.data(), place.size);
+  if (place.size == 4) std::memcpy(at, &value, place.size);
+}
+
+// Whether the request may touch the field. `object` has the request's members so far; a text that excludes the field
+// stands before it in the table.
+bool is_read(const Field& field, FieldUse use, const void* record, const cJSON* object, UINT16 uri) {
+  if (use != kEverywhere && !(field.use & use)) return false;
+  if (field.uri && field.uri != uri) return false;
+  if (field.read_when && !field.read_when(record)) return false;
+  return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(object, field.unless));
+}
+
+// Adds a member; a key that two rows read has one value.
+void add_member(cJSON* object, const Field& field, cJSON* value) {
+  const cJSON* const before = cJSON_GetObjectItemCaseSensitive(object, field.key.data());
+  if (!before) {
+    cJSON_AddItemToObject(object, field.key.data(), value);
+    return;
+  }
+  EXPECT_TRUE(cJSON_Compare(before, value, true)) << field.key << " stands for two values";
+  cJSON_Delete(value);
+}
+
+// Every member of the use that the request has, also those that the plugin must not read.
+cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, const Made& made) {
   cJSON* const object = cJSON_CreateObject();
-  for (const Field& field : fields)
-    if (use == kEverywhere || (field.use & use))
-      cJSON_AddItemToObject(object, field.key.data(), put_field(field, record, variant));
+  for (const Field& field : fields) {
+    if (use != kEverywhere && !(field.use & use)) continue;
+    const bool has = made.has(field.key);
+    const bool reads = is_read(field, use, record, object, made.uri);
+    const bool decodes = has && reads && (!field.count.size || tvc_integer_at(record, field.count) != 0);
+    if (has) {
+      std::vector<char> aside(static_cast<const char*>(record), static_cast<const char*>(record) + field.offset);
+      aside.resize(field.offset + field.size);
+      add_member(object, field, put_field(field, decodes ? record : aside.data(), made));
+    }
+    if (!reads) continue;
+    put_integer(record, field.found, decodes);
+    put_integer(record, field.missing, !decodes);
+    if (decodes && field.sets_count) {
+      const int sent = cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(object, field.key.data()));
+      put_integer(record, field.count, std::min(sent, static_cast<int>(field.size / tvc_element_size(field.kind))));
+    }
+  }
   return object;
+}
+
+// The URIs whose requests the rows tell apart; 0 stands for all others.
+std::set<UINT16> uris_of(const ItemType& item) {
+  std::set<UINT16> uris = {0};
+  for (const Field& field : item.fields) uris.insert(field.uri);
+  return uris;
+}
+
+// Requests with all members, with none, and with all but one that excludes another.
+std::vector<Made> requests_of(const ItemType& item, UINT16 uri, int variant) {
+  std::vector<Made> requests = {{.uri = uri, .variant = variant},
+                                {.uri = uri, .variant = variant, .has = [](std::string_view) { return false; }}};
+  for (const Field& field : item.fields)
+    if (field.unless)
+      requests.push_back(
+          {.uri = uri, .variant = variant, .has = [&field](std::string_view key) { return key != field.unless; }});
+  return requests;
 }
 
 std::string response_item(const ItemType& item, const void* record) {
@@ -112,14 +224,15 @@ std::string response_item(const ItemType& item, const void* record) {
 }
 
 // What is rendered for the record, decoded again, is the record in every field that has the same key both ways.
-void expect_same_again(const ItemType& item, FieldUse use, const void* record, const std::string& where) {
+void expect_same_again(const ItemType& item, FieldUse use, const void* record, const std::string& where,
+                       UINT16 uri = 0) {
   const std::string text = response_item(item, record);
   const Json parsed = parse_json(text);
   ASSERT_TRUE(parsed) << where << ": " << text;
   std::vector<char> again(item.record_size, 0);
-  tvc_decode_fields(item.fields, use, parsed.get(), again.data(), "");
+  tvc_decode_fields(item.fields, use, parsed.get(), again.data(), "", uri);
   for (const Field& field : item.fields) {
-    if (!(field.use & use) || !(field.use & kResponse)) continue;
+    if (!(field.use & use) || !(field.use & kResponse) || (field.uri && field.uri != uri)) continue;
     const bool shown = !field.when || field.when(record);
     EXPECT_EQ(cJSON_HasObjectItem(parsed.get(), field.key.data()), shown) << where << "." << field.key;
     if (shown)
@@ -129,20 +242,28 @@ void expect_same_again(const ItemType& item, FieldUse use, const void* record, c
   }
 }
 
+void expect_decoded(const ItemType& item, FieldUse use, const Made& made, const std::string& where) {
+  std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
+  const Json parameter(put_fields(item.fields, use, meant.data(), made), cJSON_Delete);
+  const std::string text = print_json(parameter.get());
+  const Json parsed = parse_json(text);
+  ASSERT_TRUE(parsed) << where;
+  EXPECT_EQ(tvc_decode_fields(item.fields, use, parsed.get(), decoded.data(), "", made.uri), 0) << where;
+  const auto [at, other] = std::ranges::mismatch(decoded, meant);
+  EXPECT_TRUE(at == decoded.end()) << where << ": byte " << at - decoded.begin() << " of " << text;
+  if (tvc_item_has(item, kResponse)) expect_same_again(item, use, decoded.data(), where, made.uri);
+}
+
 TEST(RoundTrip, DecodedRecordIsTheOneMeant) {
   for (const FieldUse use : {kQuery, kSet, kAssociate}) {
     for (const int type : decoded_types(use)) {
       const ItemType& item = *tvc_item_type(static_cast<UINT8>(type));
-      for (int variant = 0; variant < kVariants; ++variant) {
-        const std::string where = std::string(tvc_item_type_name(item.type)) + " variant " + std::to_string(variant);
-        std::vector<char> meant(item.record_size, 0), decoded(item.record_size, 0);
-        const Json parameter(put_fields(item.fields, use, meant.data(), variant), cJSON_Delete);
-        const Json parsed = parse_json(print_json(parameter.get()));
-        ASSERT_TRUE(parsed) << where;
-        EXPECT_EQ(tvc_decode_fields(item.fields, use, parsed.get(), decoded.data(), ""), 0) << where;
-        EXPECT_EQ(decoded, meant) << where;
-        if (tvc_item_has(item, kResponse)) expect_same_again(item, use, decoded.data(), where);
-      }
+      for (const UINT16 uri : uris_of(item))
+        for (int variant = 0; variant < kVariants; ++variant)
+          for (const Made& made : requests_of(item, uri, variant))
+            expect_decoded(item, use, made,
+                           std::string(tvc_item_type_name(item.type)) + " of " + std::to_string(uri) + " variant " +
+                               std::to_string(variant));
     }
   }
 }
@@ -163,7 +284,7 @@ TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
       for (int variant = 0; variant < kVariants; ++variant) {
         const std::string where = std::string(tvc_item_type_name(item->type)) + " variant " + std::to_string(variant);
         std::vector<char> meant(item->record_size, 0), decoded(item->record_size, 0);
-        Json value(put_field(field, meant.data(), variant), cJSON_Delete);
+        Json value(put_field(field, meant.data(), {.variant = variant}), cJSON_Delete);
         if (field.kind == FieldKind::kInt64)  // texts are not converted here
           value = Json(cJSON_CreateNumber(static_cast<double>(number_of<INT64>(variant))), cJSON_Delete);
         EXPECT_TRUE(tvc_modify_record("", item, value.get(), decoded.data())) << where;
@@ -179,14 +300,28 @@ TEST(RoundTrip, TextOfAnyLengthStaysInItsField) {
       if (field.kind != FieldKind::kText) continue;
       for (const FieldUse use : {kQuery, kSet, kAssociate}) {
         if (!(field.use & use)) continue;
-        const Json parameter(cJSON_CreateObject(), cJSON_Delete);
-        cJSON_AddStringToObject(parameter.get(), field.key.data(), std::string(100'000, 'y').c_str());
         std::vector<char> meant(item->record_size, 0), decoded(item->record_size, 0);
+        const Made made = {.uri = field.uri, .has = [&field](std::string_view key) { return key == field.key; }};
+        const Json parameter(put_fields(item->fields, use, meant.data(), made), cJSON_Delete);
         std::memset(meant.data() + field.offset, 'y', field.size - 1);
-        tvc_decode_fields(item->fields, use, parameter.get(), decoded.data(), "");
+        cJSON_ReplaceItemInObjectCaseSensitive(parameter.get(), field.key.data(),
+                                               cJSON_CreateString(std::string(100'000, 'y').c_str()));
+        tvc_decode_fields(item->fields, use, parameter.get(), decoded.data(), "", field.uri);
         EXPECT_EQ(decoded, meant) << tvc_item_type_name(item->type) << "." << field.key;
       }
     }
+  }
+}
+
+// A flag is 0 or 1 in the record, whatever number the request has.
+TEST(RoundTrip, ChannelChoiceReadsItsFlag) {
+  const std::pair<const char*, int> values[] = {{"0", 0}, {"1", 1}, {"2", 1}, {"255", 1}, {"256", 1}, {"65535", 1}};
+  for (const auto& [value, flag] : values) {
+    T_CHANNEL_SELECT record = {};
+    record.b_check_barker_channel = 77;
+    const Json parameter = parse_json("{\"CHECK_BARKER\":" + std::string(value) + "}");
+    tvc_decode_fields(tvc_item_type(TYPE_CHANNEL_SELECT)->fields, kSet, parameter.get(), &record, "");
+    EXPECT_EQ(record.b_check_barker_channel, flag) << value;
   }
 }
 
@@ -220,7 +355,7 @@ TEST(RoundTrip, TunerScanShowsTheBlockOfItsType) {
     for (int variant = 0; variant < kVariants; ++variant) {
       T_TUNER_SCAN record = {};
       for (const Field& field : item.fields)
-        if (field.kind != FieldKind::kConstant) cJSON_Delete(put_field(field, &record, variant));
+        if (field.kind != FieldKind::kConstant) cJSON_Delete(put_field(field, &record, {.variant = variant}));
       record.scan_type = type;
       const Json rendered = parse_json(response_item(item, &record));
       ASSERT_TRUE(rendered) << "scan type " << type;

@@ -2,6 +2,8 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "fake_platform.h"
 #include "support.h"
@@ -146,14 +148,15 @@ TEST_F(SetHook, Set) {
   for (const int type : decoded_types(kSet)) {
     const std::string uri = made_up_uri(static_cast<UINT8>(type));
     handler_result_ = 0;
+    const std::size_t passes = tvc_item_type(static_cast<UINT8>(type))->also_set_as == TYPE_NONE ? 1 : 2;
     EXPECT_EQ(set(uri, request("SET", "\"INDEX\":3,\"SCAN_MODE\":4")), 0) << type;
-    EXPECT_EQ(hook_statuses(), Statuses{VEX_OK}) << type;
-    EXPECT_EQ(handler_calls(), 1) << type;
+    EXPECT_EQ(hook_statuses(), Statuses(passes, VEX_OK)) << type;
+    EXPECT_EQ(handler_calls(), static_cast<int>(passes)) << type;
     for (const INT32 code : {-1, -6}) {  // a duplicate is reported as such for channels only
       const bool duplicate = code == VEXTVCTRLR_DUPLICATE && type == TYPE_CHANNEL_INFO;
       handler_result_ = code;
       EXPECT_EQ(set(uri, request("SET", "\"INDEX\":3")), code) << type;
-      EXPECT_EQ(hook_statuses(), Statuses{duplicate ? VEX_DUPLICATE : VEX_SET_FAIL}) << type;
+      EXPECT_EQ(hook_statuses(), Statuses(passes, duplicate ? VEX_DUPLICATE : VEX_SET_FAIL)) << type;
     }
   }
   handler_result_ = 0;
@@ -161,6 +164,24 @@ TEST_F(SetHook, Set) {
   EXPECT_EQ(seen<T_OPTION_LIST>().value, 3);
   set(made_up_uri(TYPE_TUNER_SCAN), request("SET", "\"SCAN_MODE\":4"));
   EXPECT_EQ(seen<T_TUNER_SCAN>().scan_mode, 4);
+}
+
+// An update of the guide is a request for events as well. The second request is made whatever came of the first, and
+// its result is the set's.
+TEST_F(SetHook, SetOfTwoTypesIsCarriedOutTwice) {
+  for (const auto& [first, second] : {std::pair{0, -6}, {-6, 0}, {-1, -2}}) {
+    std::vector<INT32> results = {second, first};
+    std::vector<INT32> numbers;
+    set_handler = [&](UINT16, void* record) {
+      numbers.push_back(static_cast<const PpgUpdateGuide_T*>(record)->e_op);
+      const INT32 result = results.back();
+      results.pop_back();
+      return result;
+    };
+    EXPECT_EQ(set(made_up_uri(TYPE_UPDATE_EPG), request("SET", R"("operation":1,"CH_ID":9)")), second);
+    EXPECT_EQ(numbers, (std::vector<INT32>{1, 9})) << "the channel stands where the operation stood";
+    EXPECT_EQ(hook_statuses(), (Statuses{first ? VEX_SET_FAIL : VEX_OK, second ? VEX_SET_FAIL : VEX_OK}));
+  }
 }
 
 TEST_F(SetHook, SetOfANegativeIndexRendersNone) {
