@@ -170,7 +170,7 @@ TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_mask, IN(UINT32, h_sv
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec))
 
 /* Reads the neighbours of a channel. before, after: how many are wanted on either side; before_found, after_found: how
- * many there were. */
+ * many there were. Returns 0, negative on failure, which it also is when there is no neighbour. */
 TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_filter, IN(UINT32, h_svl), IN(UINT32, h_tsl),
          IN(UINT32, nw_mask), IN(UINT32, nw_value), IN(UINT32, channel_id), IN(UINT32, before), IN(UINT32, after),
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec), OUT(UINT32, before_found), OUT(UINT32, after_found))
@@ -181,7 +181,7 @@ TVAPI_FN(INT32, a_vextvapi_channellist_get_number_by_mask, IN(UINT32, h_svl), IN
          IN(UINT32, satl_id), IN(UINT32, satl_rec_id), IN(UINT32, category_mask))
 TVAPI_FN(INT32, a_vextvapi_channellist_get_number_by_filter, IN(UINT32, h_svl), IN(UINT32, nw_mask))
 
-/* Returns 1 when a channel has the number, 0 when it is free. */
+/* Returns 1 when a channel has the number, 0 when it is free, negative on failure. */
 TVAPI_FN(INT32, a_vextvapi_channellist_is_exist_by_channel_number, IN(UINT16, svl_id), IN(UINT32, channel_number))
 
 /* Writes the records of a service, found by its record identifier. number: how many, 1. An empty transport stream

@@ -27,7 +27,7 @@ struct T_CHANNEL_PARAM {
   UINT32 satl_id;
   UINT32 satl_rec_id;
   INT32 is_nw_value_empty;  // 1: no value was given
-  INT32 direction;          // 0: this channel, positive: the next one, negative: the one before
+  INT32 direction;          // 0: the current channel, positive: the next one, negative: the one before
   UINT32 major;
 };
 TVC_RECORD(T_CHANNEL_PARAM, ch_num, svl_id, index, index_from, index_to, fav_index, ch_id, ch_id_from, ch_id_to,

@@ -85,8 +85,10 @@ INT32 tvc_channel_edit(const RecordRequest& request) {
   if (!lock.held || !read_channel(request, wanted.ch_id, svl)) return VEXTVCTRLR_FAIL;
   SVL_REC_HDR_T& header = svl.t_rec_hdr;
   if (wanted.is_edit_ch_number) {
-    if (a_vextvapi_channellist_is_exist_by_channel_number(wanted.svl_id, wanted.ch_edit_number) != 0) {
-      lock.held = false;  // this path alone leaves the list locked, which platforms expect
+    const INT32 taken = a_vextvapi_channellist_is_exist_by_channel_number(wanted.svl_id, wanted.ch_edit_number);
+    if (tvc_failed(taken, request.operation)) return VEXTVCTRLR_FAIL;
+    if (taken > 0) {
+      lock.leave_locked();  // on this path alone
       return VEXTVCTRLR_DUPLICATE;
     }
     give_identifier(svl, viewers_identifier(header.ui4_channel_id, wanted.ch_edit_number));

@@ -17,10 +17,10 @@ struct ChannelLock {
   }
   ChannelLock(const ChannelLock&) = delete;
   ChannelLock& operator=(const ChannelLock&) = delete;
-  ~ChannelLock() { unlock(); }
-
-  void unlock() {
+  ~ChannelLock() {
     if (held) a_vextvapi_channellist_unlock_database(h_svl, h_tsl);
-    held = false;
   }
+
+  // The list stays locked beyond the end.
+  void leave_locked() { held = false; }
 };

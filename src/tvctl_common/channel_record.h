@@ -4,9 +4,11 @@
 #include "tvapi/channel.h"
 #include "tvctl_common/record.h"
 
-// What a request says of channels, and where its counts and indexes go.
+// What a request says of channels, and where its counts and indexes go. The name in it has an end.
 inline T_CHANNEL_PARAM& tvc_channel_parameters(const RecordRequest& request) {
-  return tvc_content<T_CHANNEL_INFO>(request).t_ch_param;
+  T_CHANNEL_PARAM& parameters = tvc_content<T_CHANNEL_INFO>(request).t_ch_param;
+  tvc_end_text(parameters.ch_edit_name);
+  return parameters;
 }
 
 // The network bits that count in a request: without any, that a channel is in the list.

@@ -50,7 +50,7 @@ INT32 tvc_ocl_favourite_count(const RecordRequest& request);
 INT32 tvc_ocl_favourite_by_index(const RecordRequest& request);
 INT32 tvc_ocl_favourite_index(const RecordRequest& request);
 
-// Satellites, categories and logos: channel_satellite.cpp
+// channel_satellite.cpp, channel_category.cpp and channel_logo.cpp
 INT32 tvc_satellite_count(const RecordRequest& request);
 INT32 tvc_satellite_by_index(const RecordRequest& request);
 INT32 tvc_category_list(const RecordRequest& request);

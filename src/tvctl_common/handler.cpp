@@ -44,7 +44,7 @@ static bool needs_record(const Handler& handler, const StoredRecord* row, UINT16
       return true;
     case WithoutRecord::kRefusedUnlessAction:
       return tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;
-    case WithoutRecord::kRefusedOfRecords: {
+    case WithoutRecord::kRefusedUnlessActionOrUnknown: {
       const UINT8 type = tv_ctrl_get_type_by_id(ui2_id);
       return type != TYPE_ACTION && type != TYPE_INVALID;
     }

@@ -60,10 +60,10 @@ struct Records {
 
 // Which sets without a content record are refused with VEXTVCTRLR_INV_ARG.
 enum class WithoutRecord : UINT8 {
-  kAsRow,                // those whose row has a set function and is no action
-  kRefused,              // all
-  kRefusedUnlessAction,  // those of URIs whose item type is no action
-  kRefusedOfRecords,     // those of registered URIs whose item type is no action
+  kAsRow,                         // those whose row has a set function and is no action
+  kRefused,                       // all
+  kRefusedUnlessAction,           // those of URIs whose item type is no action
+  kRefusedUnlessActionOrUnknown,  // the same, but those of unregistered URIs are not
 };
 
 struct Handler {

@@ -34,6 +34,12 @@ inline T_VALUE& tvc_fill_value_header(const RecordRequest& request, int group) {
   return value;
 }
 
+// Numbers that a callback receives in pointer-sized arguments.
+inline INT32 tvc_number_of(const void* argument) { return static_cast<INT32>(reinterpret_cast<intptr_t>(argument)); }
+inline UINT32 tvc_unsigned_of(const void* argument) {
+  return static_cast<UINT32>(reinterpret_cast<uintptr_t>(argument));
+}
+
 // A platform's result as the request's: a failure is logged under the request's operation, and is VEXTVCTRLR_FAIL.
 inline INT32 tvc_checked(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
   return tvc_failed(ret, request.operation, line) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;

@@ -67,7 +67,7 @@ static INT32 _tv_ctrl_broadcast_nfy_fct(INT32 callback_type, void*, void*, void*
   if (value) {
     tvc_copy_text(value->name, "chg_channel_res");
     value->state = 1;
-    value->value = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg2));
+    value->value = tvc_number_of(pv_arg2);
   }
   tvc_notify(TV_CTRL_RECID_WS_NFY_CHG_CHANNEL_RES, value);  // without memory there is no record, which is a failure
   free(value);

@@ -19,7 +19,8 @@ static constexpr RecordRow kRows[] = {
      .set = tvc_channel_set_mask,
      .get_operation = "_tvc_get_channel_info",
      .set_operation = "_tvc_set_channel_info",
-     .help = "The current channel, or one found by direction from CH_ID; a set replaces the channel's network bits."},
+     .help = "The current channel, or one found by DIRECTION from CH_ID; a set replaces the channel's network bits by "
+             "NW_MASK."},
     {.record = TV_CTRL_RECID_PREVIOUS_CHANNEL_INFO,
      .type = TYPE_CHANNEL_INFO,
      .get = tvc_channel_previous,
@@ -54,7 +55,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CHANNEL_INFO,
      .set = tvc_logo_update,
      .set_operation = "_tvc_set_update_channel_logo_id",
-     .help = "Looks for the logo of a channel again."},
+     .help = "Updates the logo identifier of a channel."},
     {.record = TV_CTRL_RECID_GET_CHANNEL_LOGO_PATH,
      .type = TYPE_TEXT,
      .get = tvc_logo_path,
@@ -246,7 +247,7 @@ static constexpr RecordRow kRows[] = {
 
 constinit const Handler handler_CHANNEL_INFO = {.group = TV_CTRL_GRPID_CHANNEL_INFO,
                                                 .records = tvc_records<kRows>(),
-                                                .set_without_record = WithoutRecord::kRefusedOfRecords,
+                                                .set_without_record = WithoutRecord::kRefusedUnlessActionOrUnknown,
                                                 .start = tv_ctrl_channel_info_init,
                                                 .start_turn = 5};
 
@@ -260,20 +261,18 @@ INT32 tv_ctrl_set_channel_info(UINT16 ui2_id, void* pv_content) {
 
 // --- Changes of a list, on the platform's threads ---
 
-static UINT32 word_of(const void* argument) { return static_cast<UINT32>(reinterpret_cast<uintptr_t>(argument)); }
-
 static INT32 _channel_list_update_notify_callback(INT32 i4_callback_type, void* pv_tag, void* pv_arg1, void* pv_arg2,
                                                   void* pv_arg3, void* pv_arg4) {
-  const UINT32 condition = word_of(pv_arg2);
-  const UINT32 reason = word_of(pv_arg3);
+  const UINT32 condition = tvc_unsigned_of(pv_arg2);
+  const UINT32 reason = tvc_unsigned_of(pv_arg3);
   if (reason == 0) return 0;
   if (condition != VEXTVAPI_CHANNEL_LIST_CHANGED && condition != VEXTVAPI_CHANNEL_LIST_RESET) return 0;
   T_CHANNEL_LIST_NOTIFY notify = {.type = i4_callback_type,
-                                  .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)),
-                                  .h_svl = word_of(pv_arg1),
+                                  .tag = tvc_number_of(pv_tag),
+                                  .h_svl = tvc_unsigned_of(pv_arg1),
                                   .conditions = condition,
                                   .reason = reason,
-                                  .data = word_of(pv_arg4)};
+                                  .data = tvc_unsigned_of(pv_arg4)};
   tvc_notify(TV_CTRL_RECID_WS_NFY_CHANNEL_INFO, &notify);
   return 0;
 }

@@ -297,10 +297,9 @@ INT32 tv_ctrl_config_set(UINT16 ui2_id, void* pv_content) { return tvc_handle_se
 
 // Callback, on the platform's thread.
 static INT32 _tv_ctrl_config_update_nfy_fct(INT32 notify_id, void* pv_tag, void* pv_arg1, void* pv_arg2, void*, void*) {
-  T_CONFIG_NOTIFY notify = {
-      .id = notify_id, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_tag)), .arg1 = 0, .arg2 = {}};
+  T_CONFIG_NOTIFY notify = {.id = notify_id, .tag = tvc_number_of(pv_tag), .arg1 = 0, .arg2 = {}};
   if (notify_id != VEXTVAPI_CONFIG_NFY_VALUE_CHANGED) {
-    notify.arg1 = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg1));
+    notify.arg1 = tvc_number_of(pv_arg1);
   } else if (pv_arg2) {
     const auto& change = *static_cast<const VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T*>(pv_arg2);
     char key[sizeof change.s_cfg + 1] = {};

@@ -17,7 +17,7 @@ static constexpr UINT16 kMostItems = std::size(T_CHANNEL_EVENTS{}.event_info);
 
 // --- One event ---
 
-// Reads what the platform says of an event into an item without texts.
+// Reads what the platform says of an event. False, after a message, when the call fails.
 static bool read_general(const char* operation, UINT32 channel_id, UINT16 event_id,
                          VEXTVAPI_EVENT_GENERAL_INFO_T& ret_info) {
   ret_info = {};
@@ -122,11 +122,15 @@ static INT32 get_events_of_range(const RecordRequest& request) {
   const INT32 ret = a_vextvapi_event_query_event_id_by_range(events.channel_id, events.filter_info.start_time,
                                                              events.filter_info.duration_time, &events.event_num,
                                                              events.event_id_list);
-  if (tvc_failed(ret, request.operation) || events.event_num == 0) return VEXTVCTRLR_FAIL;
+  if (tvc_failed(ret, request.operation)) events.event_num = 0;  // which was the room until now
+  if (events.event_num == 0) return VEXTVCTRLR_FAIL;
   events.event_num = std::min(events.event_num, kMostItems);
   for (UINT16 i = 0; i < events.event_num; ++i) {
     VEXTVAPI_EVENT_GENERAL_INFO_T info;
-    if (!read_general(request.operation, events.channel_id, events.event_id_list[i], info)) return VEXTVCTRLR_FAIL;
+    if (!read_general(request.operation, events.channel_id, events.event_id_list[i], info)) {
+      events.event_num = i;  // the response shows those that were read
+      return VEXTVCTRLR_FAIL;
+    }
     events.event_info[i].block_status = 0;
     fill_item(info, events.event_info[i]);
   }
@@ -262,7 +266,7 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_CHANNEL_WITH_EVENT_IDS,
      .type = TYPE_EVENT_INFO,
      .get = get_events_of_range,
-     .get_operation = "_tvc_event_get_event_general_info",
+     .get_operation = "_tvc_event_get_events_by_range",
      .help = "A channel's events in a range of time, the first 64."},
     {.record = TV_CTRL_RECID_CHANNEL_EVENT_NUM_BY_FILTER,
      .type = TYPE_EVENT_INFO,
@@ -312,31 +316,27 @@ INT32 tv_ctrl_set_event_info(UINT16 ui2_id, void* pv_content) {
 
 // --- Events of the platform, on its threads ---
 
-static UINT32 word_of(const void* argument) { return static_cast<UINT32>(reinterpret_cast<uintptr_t>(argument)); }
-
-static INT32 number_of(const void* argument) { return static_cast<INT32>(reinterpret_cast<intptr_t>(argument)); }
-
 static INT32 _tvc_event_nfy_fct(INT32 callback_type, void* pv_tag, void* pv_arg1, void* pv_arg2, void* pv_arg3,
                                 void* pv_arg4) {
   T_ACTIVE_WINDOW_INFO_NOTIFY notify = {.type = callback_type,
-                                        .tag = number_of(pv_tag),
-                                        .h_svl = word_of(pv_arg1),
-                                        .conditions = word_of(pv_arg2),
-                                        .reason = word_of(pv_arg3),
-                                        .data = word_of(pv_arg4)};
+                                        .tag = tvc_number_of(pv_tag),
+                                        .h_svl = tvc_unsigned_of(pv_arg1),
+                                        .conditions = tvc_unsigned_of(pv_arg2),
+                                        .reason = tvc_unsigned_of(pv_arg3),
+                                        .data = tvc_unsigned_of(pv_arg4)};
   tvc_notify(TV_CTRL_RECID_WS_NFY_ACTIVE_WINDOW_INFO, &notify);
   return 0;
 }
 
 static INT32 _tvc_event_time_nfy_fct(INT32 callback_type, void* pv_tag, UINT32 handle) {
-  T_ACTIVE_WINDOW_TIME_NOTIFY notify = {.type = callback_type, .tag = number_of(pv_tag), .h_svl = handle};
+  T_ACTIVE_WINDOW_TIME_NOTIFY notify = {.type = callback_type, .tag = tvc_number_of(pv_tag), .h_svl = handle};
   tvc_notify(TV_CTRL_RECID_WS_NFY_ACTIVE_WINDOW_TIME, &notify);
   return 0;
 }
 
 INT32 tv_ctrl_event_info_init(void) {
   void* const tag = reinterpret_cast<void*>(kCallbackTag);
-  if (tvc_failed(a_vextvapi_event_register_callback(_tvc_event_nfy_fct, tag))) return VEXTVCTRLR_FAIL;
-  const INT32 ret = a_vextvapi_time_register_dt_event_callback(_tvc_event_time_nfy_fct, tag);
-  return tvc_failed(ret) ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
+  const bool no_events = tvc_failed(a_vextvapi_event_register_callback(_tvc_event_nfy_fct, tag));
+  const bool no_times = tvc_failed(a_vextvapi_time_register_dt_event_callback(_tvc_event_time_nfy_fct, tag));
+  return no_events || no_times ? VEXTVCTRLR_FAIL : VEXTVCTRLR_OK;
 }

@@ -126,7 +126,7 @@ static INT32 get_blocked(const RecordRequest& request) {
   }
   i4_g_input_block = static_cast<INT32>(mask);
   T_INTEGER& content = tvc_content<T_INTEGER>(request);
-  content = {};
+  content = {};  // identifier and size stay 0, unlike those of other records
   tvc_copy_text(content.name, request.name);
   content.group = TV_CTRL_GRPID_INPUT_SOURCE;
   content.state = 1;
@@ -188,13 +188,17 @@ static constexpr RecordRow kRows[] = {
      .get = get_current_source,
      .set = block_source,
      .set_operation = "_tvc_set_block_input_source",
-     .help = "Blocks a source; the value counts from 0, unlike the list's numbers. A get tells the current source."},
+     .help = "Blocks the source with this number, counted from 0. A get shows the current source, counted from 1, as "
+             "the latest "
+             "list found it."},
     {.record = TV_CTRL_RECID_UNBLOCK_INPUT_SOURCE,
      .type = TYPE_OPTION_LIST,
      .get = get_current_source,
      .set = unblock_source,
      .set_operation = "_tvc_set_unblock_input_source",
-     .help = "Unblocks a source; the value counts from 0, unlike the list's numbers. A get tells the current source."},
+     .help =
+         "Unblocks the source with this number, counted from 0. A get shows the current source, counted from 1, as the "
+         "latest list found it."},
     {.record = TV_CTRL_RECID_INPUT_SOURCE_BLOCK_STATUS,
      .type = TYPE_INTEGER,
      .get = get_blocked,
@@ -205,7 +209,9 @@ static constexpr RecordRow kRows[] = {
      .get = get_current_source,
      .set = change_source,
      .set_operation = "_tvc_set_change_input_source",
-     .help = "The current source, by its number in the list, from 1."},
+     .help = "Changes to the source with this number, counted from 1. A get shows the current source as the latest "
+             "list found "
+             "it; 0: there was none yet."},
     {.record = TV_CTRL_RECID_INPUT_SOURCE_NUM,
      .type = TYPE_INTEGER,
      .get = count_sources,

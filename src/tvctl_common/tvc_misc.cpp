@@ -60,8 +60,7 @@ static UINT32 g_udetect;  // handle of the running detection; 0: none. Written a
 // Callback, on the platform's thread.
 static INT32 _tv_ctrl_usb_detect_nfy_fct(INT32 type, void* tag, const char* dev, const char* path, const char* label,
                                          UINT32 port) {
-  T_USB_DETECT_NOTIFY notify = {
-      .type = type, .tag = static_cast<INT32>(reinterpret_cast<intptr_t>(tag)), .mount_point = {}};
+  T_USB_DETECT_NOTIFY notify = {.type = type, .tag = tvc_number_of(tag), .mount_point = {}};
   T_MOUNT_POINT_INFO& mount_point = notify.mount_point;
   if (dev) tvc_copy_text(mount_point.dev, dev);
   if (path) tvc_copy_text(mount_point.path, path);

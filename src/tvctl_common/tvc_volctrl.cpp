@@ -74,8 +74,8 @@ INT32 tv_ctrl_set_volctrl(UINT16 ui2_id, void* pv_content) {
 // Callback, on the platform's thread. Notifies every call, whatever its callback type is.
 static INT32 _tv_ctrl_volctrl_nfy_fct(INT32, void*, void* pv_arg1, void* pv_arg2, void*, void*) {
   T_VOL_CTRL_NOTIFY notify = {
-      .vol_value = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg1)),
-      .mute_status = static_cast<INT32>(reinterpret_cast<intptr_t>(pv_arg2)),
+      .vol_value = tvc_number_of(pv_arg1),
+      .mute_status = tvc_number_of(pv_arg2),
   };
   tvc_notify(TV_CTRL_RECID_WS_NFY_VOL_CTRL, &notify);
   return 0;

@@ -27,15 +27,18 @@ static constexpr Field kChannelInfoFields[] = {
     CHANNEL("NW_MASK", t_ch_param.nw_mask, kRequest, .help = "network bits that count, bit mask"),
     CHANNEL("SATL_ID", t_ch_param.satl_id, kRequest, .help = "satellite list searched"),
     CHANNEL("SATL_REC_ID", t_ch_param.satl_rec_id, kRequest, .help = "satellite searched"),
-    CHANNEL("NW_VALUE", t_ch_param.nw_value, kRequest,
-            .missing = TVC_PLACE(T_CHANNEL_INFO, t_ch_param.is_nw_value_empty),
-            .help = "what the network bits of NW_MASK are to be; without it searches take other paths"),
-    CHANNEL("DIRECTION", t_ch_param.direction, kRequest,
-            .help = "0: this channel, positive: the next one, negative: the one before"),
+    CHANNEL(
+        "NW_VALUE", t_ch_param.nw_value, kRequest, .missing = TVC_PLACE(T_CHANNEL_INFO, t_ch_param.is_nw_value_empty),
+        .help = "what the network bits of NW_MASK are to be; without it a search ignores satellites and categories"),
+    CHANNEL(
+        "DIRECTION", t_ch_param.direction, kRequest,
+        .help =
+            "0: the current channel, positive: the next one, negative: the one before; with NW_VALUE a direction in "
+            "the platform's numbers"),
     CHANNEL("CH_SEARCH_IDX", t_ch_param.index, kRequest, .help = "index in the list, from 0"),
     CHANNEL("IDX_FROM", t_ch_param.index_from, kRequest, .help = "index of what is moved"),
     CHANNEL("IDX_TO", t_ch_param.index_to, kRequest, .help = "index where it is put"),
-    CHANNEL("FAV_IDX", t_ch_param.fav_index, kRequest, .help = "favourite list, from 0"),
+    CHANNEL("FAV_IDX", t_ch_param.fav_index, kRequest, .help = "number of the favourite list"),
     CHANNEL("CH_FROM", t_ch_param.ch_id_from, kRequest, .help = "first channel of a swap"),
     CHANNEL("CH_TO", t_ch_param.ch_id_to, kRequest, .help = "second channel of a swap"),
     CHANNEL("CH_FREQ", t_ch_param.ch_freq, kRequest, .help = "frequency of an analogue channel"),
@@ -169,7 +172,7 @@ static constexpr Field kSatlInfoFields[] = {
     SATELLITE("INDEX", t_satl_param.index, kQuery | kResponse, .help = "index in the list, from 0"),
     SATELLITE("SATL_ID", t_satl_param.satl_id, kQuery | kResponse, .help = "satellite list"),
     SATELLITE("SATL_REC_ID", t_satl_rec.ui2_satl_rec_id, kResponse, .help = "record of the satellite in its list"),
-    SATELLITE("MASK", t_satl_rec.ui4_mask, kResponse, .help = "which facts are known, bit mask"),
+    SATELLITE("MASK", t_satl_rec.ui4_mask, kResponse, .help = "mask of the satellite, in the platform's bits"),
     SATELLITE("ORB_POS", t_satl_rec.i2_orb_pos, kResponse, .unit = "0.1 degree",
               .help = "orbital position, east is positive"),
     SATELLITE("SATL_NAME", t_satl_rec.ac_sat_name, kResponse, .help = "name of the satellite"),

@@ -46,7 +46,7 @@ static constexpr Field kEventInfoFields[] = {
            .help = "length of the events"),
     EVENTS("CAPTION", filter_info.b_caption, .use = kRequest, .uri = kFilterUri, .help = "1: with captions"),
     EVENTS("CATEGORY_NUM", filter_info.eventCategoryNum, .use = kRequest, .uri = kFilterUri,
-           .help = "categories given in CATEGORY; 0: any category"),
+           .help = "how many categories CATEGORY gives"),
     EVENTS("CATEGORY", filter_info.eventCategory, .use = kRequest, .sets_count = true, .uri = kFilterUri,
            .count = TVC_PLACE(T_CHANNEL_EVENTS, filter_info.eventCategoryNum), .help = "categories searched"),
     EVENTS("RATING_TYPE", filter_info.ui1_rating_type, .use = kRequest, .uri = kFilterUri,
@@ -109,7 +109,7 @@ static constexpr ItemForm kEventForms[] = {
 
 static bool has_events(const void* record) {
   if (events_of(record).event_num != 0) return true;
-  TVC_LOG_AS(kLogError, "_json_print_event_info_type", "[WARNING] channel event num is 0!!!\n");
+  TVC_LOG_AS(kLogTrace, "_json_print_event_info_type", "[WARNING] channel event num is 0!!!\n");
   return false;
 }
 
