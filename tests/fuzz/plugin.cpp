@@ -37,10 +37,15 @@ static std::vector<FieldInfo> read_fields(const cJSON* array) {
   std::vector<FieldInfo> fields;
   const cJSON* field;
   cJSON_ArrayForEach(field, array) {
-    const cJSON* const limit = member(field, "limit");
+    const auto size = [field](const char* key) {
+      const cJSON* const number = member(field, key);
+      return number ? static_cast<std::size_t>(number->valueint) : 0;
+    };
     fields.push_back({.key = member_text(field, "key"),
                       .kind = member_text(field, "kind"),
-                      .limit = limit ? static_cast<std::size_t>(limit->valueint) : 0,
+                      .uri = member_text(field, "uri"),
+                      .limit = size("limit"),
+                      .count = size("count"),
                       .fields = read_fields(member(field, "fields"))});
   }
   return fields;
@@ -64,7 +69,9 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType* item) {
       if (field.use & row.use)
         fields.push_back({.key = std::string(field.key),
                           .kind = field.kind == FieldKind::kText ? "text" : "",
+                          .uri = {},
                           .limit = field.size,
+                          .count = 0,
                           .fields = {}});
     sets.push_back({.word = row.word, .fields = std::move(fields)});
   }

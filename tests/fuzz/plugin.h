@@ -14,7 +14,9 @@
 struct FieldInfo {
   std::string key;
   std::string kind;       // "int32", "text", "object" ...
+  std::string uri;        // the only URI whose requests read it; empty: all of its type's
   std::size_t limit = 0;  // longest text, in bytes
+  std::size_t count = 0;  // length of an array; 0: the field is none
   std::vector<FieldInfo> fields;
 };
 
