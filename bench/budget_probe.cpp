@@ -214,14 +214,20 @@ static const char* text_of(const cJSON* object, const char* key) {
   return cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(object, key));
 }
 
-// Adds a value for each field of a description; texts are as long as they may be.
-static void add_fields(cJSON* object, const cJSON* fields) {
+// Adds a value for each field of a description that a URI's requests have; texts and arrays are as long as they may be.
+static void add_fields(cJSON* object, const char* uri, const cJSON* fields) {
   const cJSON* field;
   cJSON_ArrayForEach(field, fields) {
     const std::string_view kind = text_of(field, "kind");
     const char* const key = text_of(field, "key");
+    const char* const only_uri = text_of(field, "uri");
+    const cJSON* const count = cJSON_GetObjectItemCaseSensitive(field, "count");
+    if (cJSON_GetObjectItemCaseSensitive(object, key) || (only_uri && std::string_view(only_uri) != uri)) continue;
     if (kind == "object") {
-      add_fields(cJSON_AddObjectToObject(object, key), cJSON_GetObjectItemCaseSensitive(field, "fields"));
+      add_fields(cJSON_AddObjectToObject(object, key), uri, cJSON_GetObjectItemCaseSensitive(field, "fields"));
+    } else if (count) {
+      const std::vector<int> numbers(static_cast<std::size_t>(count->valueint), 1);
+      cJSON_AddItemToObject(object, key, cJSON_CreateIntArray(numbers.data(), count->valueint));
     } else if (kind == "text") {
       const cJSON* const limit = cJSON_GetObjectItemCaseSensitive(field, "limit");
       const std::string text(limit ? static_cast<std::size_t>(limit->valueint) : 64, 'x');
@@ -233,11 +239,11 @@ static void add_fields(cJSON* object, const cJSON* fields) {
 }
 
 // {"PARAMETER": {"REQUEST": word, a value for each field}}
-static std::string request_text(const char* word, const cJSON* fields) {
+static std::string request_text(const char* uri, const char* word, const cJSON* fields) {
   const Json root = json(cJSON_CreateObject());
   cJSON* const parameter = cJSON_AddObjectToObject(root.get(), "PARAMETER");
   cJSON_AddStringToObject(parameter, "REQUEST", word);
-  add_fields(parameter, fields);
+  add_fields(parameter, uri, fields);
   const std::unique_ptr<char, decltype(&free)> text(cJSON_PrintUnformatted(root.get()), free);
   return text.get();
 }
@@ -254,7 +260,7 @@ static void keep_deepest(Deepest& deepest, const std::string& at, const std::fun
 
 // Every get that a URI describes.
 static void try_get(Deepest& deepest, const char* uri, const cJSON* type) {
-  const std::string text = request_text("QUERY", cJSON_GetObjectItemCaseSensitive(type, "query"));
+  const std::string text = request_text(uri, "QUERY", cJSON_GetObjectItemCaseSensitive(type, "query"));
   keep_deepest(deepest, std::string("get ") + uri, [&] {
     get(uri, nullptr, host_buffer);
     get(uri, text.c_str(), host_buffer);
@@ -266,7 +272,8 @@ static void try_set(Deepest& deepest, const char* uri, const cJSON* type) {
   const cJSON* const settable = cJSON_GetObjectItemCaseSensitive(type, "set");
   const cJSON* const fields = cJSON_GetObjectItemCaseSensitive(settable, "fields");
   std::vector<std::string> texts;
-  for (const char* const word : {"ACTION", "MODIFY", "SET", "ASSOCIATE"}) texts.push_back(request_text(word, fields));
+  for (const char* const word : {"ACTION", "MODIFY", "SET", "ASSOCIATE"})
+    texts.push_back(request_text(uri, word, fields));
   keep_deepest(deepest, std::string("set ") + uri, [&] {
     for (const std::string& text : texts) set(uri, text.c_str());
   });

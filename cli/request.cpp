@@ -22,15 +22,37 @@ std::string text_of(const json::value* value) {
 struct Form {
   std::string type;
   std::string request;
-  const json::value* fields = nullptr;  // null: this type has no such request
+  const json::value* fields = nullptr;  // an array; null: this type has no such request
   const json::value* kinds = nullptr;   // of fields
 };
 
 struct Target {
   std::string uri;
   Form form;
-  json::value description;  // owns what form points into
+  json::value description;  // owns what form points into, like `fields`
+  json::value fields;
 };
+
+// The element of an array that has this text under a key; null where there is none.
+const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
+  if (rows == nullptr || !rows->is_array()) return nullptr;
+  for (const json::value& row : rows->get_array()) {
+    if (text_of(member(&row, key)) == text) return &row;
+  }
+  return nullptr;
+}
+
+const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
+
+// The members of a URI's request: each once, without those of other URIs.
+json::value fields_of(const json::array& fields, const std::string& uri) {
+  json::value ret = json::array();
+  for (const json::value& field : fields) {
+    const bool reads = member(&field, "uri") == nullptr || text_of(member(&field, "uri")) == uri;
+    if (reads && find_field(&ret, text_of(member(&field, "key"))) == nullptr) ret.get_array().push_back(field);
+  }
+  return ret;
+}
 
 // Both rows of the description that the URI leads to.
 bool look_up(const std::string& uri, bool sets, const Describe& describe, Target& ret_target, Failure& ret_failure) {
@@ -52,23 +74,17 @@ bool look_up(const std::string& uri, bool sets, const Describe& describe, Target
     form.request = "QUERY";
     form.fields = member(type, "query");
   }
-  if (form.fields != nullptr && !form.fields->is_array()) form.fields = nullptr;
+  if (form.fields != nullptr && form.fields->is_array()) {
+    ret_target.fields = fields_of(form.fields->get_array(), uri);
+    form.fields = &ret_target.fields;
+  } else {
+    form.fields = nullptr;
+  }
   form.kinds = member(&ret_target.description, "kinds");
   if (sets && form.type == "TYPE_ACTION") form.request = "ACTION";
   ret_target.form = form;
   return true;
 }
-
-// The element of an array that has this text under a key; null where there is none.
-const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
-  if (rows == nullptr || !rows->is_array()) return nullptr;
-  for (const json::value& row : rows->get_array()) {
-    if (text_of(member(&row, key)) == text) return &row;
-  }
-  return nullptr;
-}
-
-const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
 
 std::string field_list(const json::value* fields) {
   std::string list;
@@ -98,7 +114,8 @@ bool field_value(const std::string& word, const json::value* kinds, const json::
     return true;
   }
   json::value value;
-  if (is_number(word) || word.starts_with('{') || word.starts_with('[')) {
+  const bool is_array = word.starts_with('[');
+  if (kind == "array" ? is_array : is_number(word) || word.starts_with('{') || is_array) {
     if (json_parse(word, value)) {
       ret_value = std::move(value);
       return true;
@@ -107,7 +124,8 @@ bool field_value(const std::string& word, const json::value* kinds, const json::
     ret_value = json::string(word);
     return true;
   }
-  ret_failure = {kExitUsage, text_of(member(field, "key")) + " is a number, not \"" + word + "\""};
+  const std::string wanted = kind == "array" ? " is an array such as [1,2], not \"" : " is a number, not \"";
+  ret_failure = {kExitUsage, text_of(member(field, "key")) + wanted + word + "\""};
   return false;
 }
 

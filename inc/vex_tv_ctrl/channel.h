@@ -2,7 +2,7 @@
 #ifndef VEX_TV_CTRL_CHANNEL_H
 #define VEX_TV_CTRL_CHANNEL_H
 
-#include "tvapi/types.h"
+#include "tvapi/channel.h"
 #include "vex_tv_ctrl/generic.h"
 
 // What a request says of channels, and the counts and indexes that answer it.

@@ -159,6 +159,25 @@ test("the JavaScript text can be run as it is copied", async ({ host, open }) =>
   });
 });
 
+test("a form has its URI's members, each once, and takes arrays as numbers with commas between", async ({ open }) => {
+  const page = await open("/#/tv/eventinfo/channel_event_num_by_filter");
+  const form = page.getByRole("form");
+  const parameter = async () => JSON.parse(await sample(page).innerText()).params.parameter;
+  const field = (name: string) => form.getByRole("textbox", { name, exact: true });
+
+  await expect(field("CH_ID")).toHaveCount(1);
+  await expect(field("WINDOW_ID")).toHaveCount(0);
+  await field("CATEGORY_NUM").fill("3");
+  await field("CATEGORY").fill("1, 0x20,255");
+  expect(await parameter()).toEqual({ REQUEST: "QUERY", CATEGORY_NUM: 3, CATEGORY: [1, 32, 255] });
+  await field("CATEGORY").fill("1,,2");
+  await expect(field("CATEGORY")).toHaveAttribute("aria-invalid", "true");
+
+  await page.goto("/#/tv/eventinfo/event_information");
+  await expect(field("CH_ID")).toHaveCount(1);
+  await expect(field("CATEGORY")).toHaveCount(0);
+});
+
 test("a form holds nested fields and 64-bit numbers, and leaves empty ones out", async ({ open }) => {
   const uri = "/tv/menu/common_setting/convert_utc_to_local_time";
   const page = await open(`/#${uri}`);

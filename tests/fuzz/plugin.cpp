@@ -54,6 +54,7 @@ static std::vector<FieldInfo> read_fields(const cJSON* array) {
   cJSON_ArrayForEach(field, array) {
     fields.push_back({.key = member_text(field, "key"),
                       .kind = member_text(field, "kind"),
+                      .uri = member_text(field, "uri"),
                       .limit = member_size(field, "limit"),
                       .count = member_size(field, "count"),
                       .values = read_values(member(field, "values")),
@@ -81,6 +82,7 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
       if (field.use & row.use)
         fields.push_back({.key = std::string(field.key),
                           .kind = field.kind == FieldKind::kText ? "text" : "",
+                          .uri = {},
                           .limit = field.size,
                           .count = element_size > 0 ? field.size / element_size : 0,
                           .values = {},

@@ -14,6 +14,7 @@
 struct FieldInfo {
   std::string key;
   std::string kind;                 // "int32", "text", "object" ...
+  std::string uri;                  // the only URI whose requests read it; empty: all of its type's
   std::size_t limit = 0;            // longest text, in bytes
   std::size_t count = 0;            // elements of an array of numbers; 0: no such array
   std::vector<std::string> values;  // that are known, as JSON; empty: any

@@ -3,7 +3,8 @@
 #include "json_values.h"
 #include "tv_ctrl_api/request.h"
 
-static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text);
+static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text,
+                       std::string_view uri = {});
 
 static void add_value(Bytes& bytes, const FieldInfo& field, std::string& text) {
   if (take_chance(bytes, 4)) return add_any_value(bytes, text);
@@ -26,14 +27,17 @@ static void add_key(Bytes& bytes, std::string key, std::string& text) {
   text += ':';
 }
 
-// An object with the fields of a table, some missing, some twice; `word` becomes its "REQUEST" unless empty.
-static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text) {
+// An object with the fields of a table, some missing, some twice; `word` becomes its "REQUEST" unless empty. Unless
+// `uri` is empty, the fields of other URIs are left out.
+static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text,
+                       std::string_view uri) {
   text += '{';
   if (!word.empty()) {
     add_key(bytes, "REQUEST", text);
     add_string(text, word);
   }
   for (const FieldInfo& field : fields) {
+    if (!uri.empty() && !field.uri.empty() && field.uri != uri) continue;
     const std::size_t times = take_below(bytes, 8);
     for (std::size_t i = 0; i < (times == 0 ? 0u : times == 1 ? 2u : 1u); ++i) {
       add_key(bytes, field.key, text);
@@ -58,6 +62,7 @@ static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row
                           std::string& ret_word) {
   static const TypeInfo unknown;
   const TypeInfo& type = row ? *row->info : unknown;
+  const std::string_view uri = row ? std::string_view(row->uri) : std::string_view();
   const std::size_t form = take_below(bytes, 10);
   if (form < 2) {  // any word, with the fields of any type or of this one
     const auto other = std::next(tables.types.begin(), static_cast<int>(take_below(bytes, tables.types.size())));
@@ -74,11 +79,11 @@ static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row
   }
   if (form == 3) return add_any_value(bytes, text);
   if ((form == 4) == sets || type.sets.empty()) {
-    add_object(bytes, type.query, kWordQuery, text);
+    add_object(bytes, type.query, kWordQuery, text, uri);
     if (!sets) ret_word = kWordQuery;
   } else {
     const SetInfo& set = type.sets[take_below(bytes, type.sets.size())];
-    add_object(bytes, set.fields, set.word, text);
+    add_object(bytes, set.fields, set.word, text, uri);
     if (sets) ret_word = set.word;
   }
 }

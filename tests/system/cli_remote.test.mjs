@@ -15,6 +15,8 @@ const description = JSON.stringify({
     { uri: '/tv/text', id: 0x1002, group: 'X', record: 2, type: 'TYPE_TEXT', get: true, set: true, notify: false },
     { uri: '/tv/time', id: 0x1003, group: 'X', record: 3, type: 'TYPE_TIME', get: true, set: true, notify: false },
     { uri: '/tv/wlan', id: 0x1004, group: 'X', record: 4, type: 'TYPE_WLAN_ASSOCIATE', get: false, set: true, notify: false },
+    { uri: '/tv/event', id: 0x1005, group: 'X', record: 5, type: 'TYPE_EVENT_INFO', get: true, set: false, notify: false },
+    { uri: '/tv/filter', id: 0x1006, group: 'X', record: 6, type: 'TYPE_EVENT_INFO', get: true, set: false, notify: false },
     { uri: volumeNotify, id: 0x160e, group: 'WS_NFY', record: 14, type: 'TYPE_VOL_CTRL_NOTIFY', get: false, set: false, notify: true },
   ],
   types: {
@@ -41,8 +43,22 @@ const description = JSON.stringify({
       response: null,
       notify: null,
     },
+    TYPE_EVENT_INFO: {
+      query: [
+        { key: 'CH_ID', kind: 'int32' },
+        { key: 'NAME', kind: 'text', uri: '/tv/event' },
+        { key: 'NAME', kind: 'int32', uri: '/tv/filter' },
+        { key: 'CH_ID', kind: 'int32', uri: '/tv/filter' },
+        { key: 'LIST', kind: 'int32_array', uri: '/tv/filter', count: 8 },
+      ],
+      set: null,
+      response: null,
+      notify: null,
+    },
   },
-  kinds: ['int32', 'uint8', 'uint16', 'int64'].map((kind) => ({ kind, json: 'number' })).concat({ kind: 'text', json: 'string' }),
+  kinds: ['int32', 'uint8', 'uint16', 'int64']
+    .map((kind) => ({ kind, json: 'number' }))
+    .concat({ kind: 'text', json: 'string' }, { kind: 'int32_array', json: 'array' }),
 });
 
 // Answers list, and everything else with a success.
@@ -79,6 +95,8 @@ test('words become parameters by the type of the item', async (t) => {
     ['set', ['/tv/text', 'a=b'], '{"REQUEST":"MODIFY","VALUE":"a=b"}'],
     ['set', ['/tv/text', 'VALUE=a=b'], '{"REQUEST":"MODIFY","VALUE":"a=b"}'],
     ['set', ['/tv/wlan', 'SSID=home', 'BSSID=00:11'], '{"REQUEST":"ASSOCIATE","SSID":"home","BSSID":"00:11"}'],
+    ['get', ['/tv/event', 'CH_ID=7', 'NAME=8'], '{"REQUEST":"QUERY","CH_ID":7,"NAME":"8"}'],
+    ['get', ['/tv/filter', 'CH_ID=7', 'NAME=8', 'LIST=[1,2]'], '{"REQUEST":"QUERY","CH_ID":7,"NAME":8,"LIST":[1,2]}'],
     ['set', [volume, 'REQUEST=SET', 'INDEX=2', 'WORD=x'], '{"REQUEST":"SET","INDEX":2,"WORD":"x"}'],
   ];
   for (const [command, words, parameter] of cases) {
@@ -87,6 +105,20 @@ test('words become parameters by the type of the item', async (t) => {
     assert.equal(code, 0, `${words}: ${stderr}`);
     const sent = host.seen.requests.at(-1);
     assert.ok(sent.endsWith(`,"method":"${command}","params":{"uri":"${words[0]}","parameter":${parameter}}}`), sent);
+  }
+});
+
+test('members of another URI, and a number in the place of an array, are refused', async (t) => {
+  const host = await fakeHost(t, friendly);
+  const refused = [
+    [['/tv/event', 'LIST=[1]'], 'TYPE_EVENT_INFO has no member LIST in a QUERY; it has: CH_ID, NAME.'],
+    [['/tv/filter', 'WORD=1'], 'TYPE_EVENT_INFO has no member WORD in a QUERY; it has: CH_ID, NAME, LIST.'],
+    [['/tv/filter', 'LIST=1'], 'LIST is an array such as [1,2], not "1"'],
+  ];
+  for (const [words, message] of refused) {
+    const { code, stderr } = await ctl(['--host', host.address, 'get', ...words]);
+    assert.equal(code, 2, stderr);
+    assert.ok(stderr.includes(message), stderr);
   }
 });
 

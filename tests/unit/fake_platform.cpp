@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace {
 alignas(16) char cleared[4096];
@@ -34,6 +35,7 @@ void remember_callback(const std::string& name, R (*callback)(T...)) {
 }
 
 std::map<std::string, std::int32_t> results;
+std::map<std::string, std::function<void(const std::vector<std::int64_t>&)>> actions;
 std::vector<PlatformCall> calls;
 a_vextvapi_volctrl_nfy_fct volume_callback;
 void* volume_tag;
@@ -61,6 +63,7 @@ std::int32_t called(const char* name, T... arguments) {
     };
     if (std::string_view(name) == "a_vextvapi_volctrl_reg_callback") keep(arguments...);
   }
+  if (const auto action = actions.find(name); action != actions.end()) action->second(calls.back().arguments);
   const auto result = results.find(name);
   return result == results.end() ? 0 : result->second;
 }
@@ -69,12 +72,18 @@ std::int32_t called(const char* name, T... arguments) {
 void platform_reset() {
   const std::lock_guard guard(mutex);
   results.clear();
+  actions.clear();
   calls.clear();
 }
 
 void platform_answer(const std::string& name, std::int32_t result) {
   const std::lock_guard guard(mutex);
   results[name] = result;
+}
+
+void platform_do(const std::string& name, std::function<void(const std::vector<std::int64_t>&)> action) {
+  const std::lock_guard guard(mutex);
+  actions[name] = std::move(action);
 }
 
 std::vector<PlatformCall> platform_calls() {

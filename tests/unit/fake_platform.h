@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,6 +20,9 @@ void platform_reset();
 
 // What a function returns from now on.
 void platform_answer(const std::string& name, std::int32_t result);
+
+// What a function does, from now on until the reset, with its arguments as a call remembers them.
+void platform_do(const std::string& name, std::function<void(const std::vector<std::int64_t>& arguments)> action);
 
 // The calls since the last reset.
 std::vector<PlatformCall> platform_calls();

@@ -43,8 +43,12 @@ export interface Field {
   key: string;
   /** Of those in the list's "kinds". */
   kind: string;
+  /** The only URI whose requests read it. */
+  uri?: string | null;
   /** Longest text in bytes. */
   limit?: number | null;
+  /** Length of an array, at most. */
+  count?: number | null;
   unit?: string | null;
   values?: NamedValue[] | null;
   help?: string | null;

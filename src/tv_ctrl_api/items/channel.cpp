@@ -1,5 +1,4 @@
 // Item types of channels: their lists, favourites, satellites, and the choice of a channel.
-
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_util/json_scalar.h"
 

@@ -99,7 +99,7 @@ static constexpr Field kListedEventFields[] = {
 };
 
 static constexpr ItemForm kEventForms[] = {
-    {.when = [](const void* record) { return !!events_of(record).event_info[0].event_detail_extend; },
+    {.when = [](const void* record) -> bool { return events_of(record).event_info[0].event_detail_extend; },
      .fields = kExtendedFields},
     {.when = [](const void* record) { return events_of(record).filter_type != 0; }, .fields = kIdentifierFields},
     {.when = [](const void* record) { return events_of(record).event_num == 1; }, .fields = kEventFields},

@@ -1,5 +1,5 @@
 import { useComputed, useSignal, type Signal } from "@preact/signals";
-import { buildParameter, describeKind, ofUri, type Built, type FormValues } from "../model/form";
+import { buildParameter, describeKind, fieldsOf, type Built, type FormValues } from "../model/form";
 import { isObject } from "../model/json";
 import { connection, kindOf, outcomes, request } from "../model/session";
 import type { Field, ItemType, Json, JsonObject, UriRow } from "../rpc";
@@ -13,7 +13,7 @@ interface FormProps {
 /** A get goes plain, or as a "QUERY" once a field has been filled. */
 export function GetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
-  const fields = (type?.query ?? []).map((field) => ofUri(field, row));
+  const fields = fieldsOf(type?.query ?? [], row);
   const built = useComputed(() => buildParameter("QUERY", fields, values.value, false, kindOf));
   const parameter = built.value.filled ? built.value.parameter : undefined;
   return (
@@ -33,7 +33,7 @@ export function GetForm({ row, type }: FormProps) {
 export function SetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
   const word = type?.set?.request ?? "";
-  const fields = (type?.set?.fields ?? []).map((field) => ofUri(field, row));
+  const fields = fieldsOf(type?.set?.fields ?? [], row);
   // A "MODIFY" is nothing without its value; the members of the other words are optional.
   const required = word === "MODIFY";
   const built = useComputed(() => buildParameter(word, fields, values.value, required, kindOf));

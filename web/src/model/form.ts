@@ -4,6 +4,13 @@ import type { Field, Json, JsonObject, Kind, UriRow } from "../rpc";
 export const ofUri = (field: Field, row: UriRow): Field =>
   field.key === "VALUE" ? { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null } : field;
 
+/** The members of a URI's request: each once, without those of other URIs. */
+export function fieldsOf(fields: Field[], row: UriRow): Field[] {
+  const read = fields.filter((field) => field.uri == null || field.uri === row.uri);
+  const once = read.filter((field, index) => read.findIndex((other) => other.key === field.key) === index);
+  return once.map((field) => ofUri(field, row));
+}
+
 /** What was typed, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
 
@@ -35,6 +42,8 @@ export function describeKind(field: Field, kind: Kind | undefined): string {
     if (maximum.length <= 10) parts.push(`${minimum} to ${maximum}`.replace("-", "−"));
   } else if (field.limit) {
     parts.push(`at most ${field.limit} bytes`);
+  } else if (field.count) {
+    parts.push(`at most ${field.count}, with commas between`);
   }
   return parts.join(" · ");
 }
@@ -51,6 +60,17 @@ function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Pr
   // A double cannot hold it; the decoders of 64-bit numbers read texts as well.
   if (value > maxSafe || value < -maxSafe) return { value: value.toString() };
   return { value: Number(value) };
+}
+
+/** "1, 2, 3" */
+function readNumbers(typed: string): { value: Json } | Problem {
+  const numbers: Json[] = [];
+  for (const word of typed.split(",")) {
+    const read = readNumber(undefined, word.trim());
+    if ("level" in read) return { level: "bad", text: "Whole numbers are needed, with commas between" };
+    numbers.push(read.value);
+  }
+  return { value: numbers };
 }
 
 /**
@@ -86,7 +106,8 @@ export function buildParameter(
       } else if (typed.trim() === "") {
         if (required) problems.set(path, { level: "bad", text: "A number is needed" });
       } else {
-        const read = readNumber(kindOf(field), typed.trim());
+        const kind = kindOf(field);
+        const read = kind?.json === "array" ? readNumbers(typed) : readNumber(kind, typed.trim());
         if ("level" in read) problems.set(path, read);
         else ret[field.key] = read.value;
       }
