@@ -1,33 +1,16 @@
-// Measures the plugin in process on a platform that does nothing, each operation beside the least that it could be made
-// of: the request read once from front to back, the record cleared, the same text written straight on by code that is
-// made for it, under one lock. Prints one JSON line per operation.
+// Measures the plugin in process on a platform that does next to nothing, each operation beside its floor (see
+// "plugin_floor.h"). Prints one JSON line per operation.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
 #include <algorithm>
-#include <charconv>
-#include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "plugin_floor.h"
 #include "sandbox/sandbox.h"
-#include "tv_ctrl_main.h"
-#include "tvapi/all.h"
-
-static constexpr const char* kVolume = "/tv/cast/volume/volume";
-static constexpr const char* kVolumeEvent = "/tv/ws/notify/volume_ctrl";
-static constexpr const char* kNumber = "/tv/config/value_number";
-static constexpr const char* kText = "/tv/config/language_string";
-static constexpr const char* kPlayerEvent = "/tv/ws/notify/cbrowser_playback";
-static constexpr const char* kServerEvent = "/tv/ws/notify/dlna_dms";
-static constexpr const char* kGetRequest = R"({"PARAMETER":{"REQUEST":"GET"}})";
-static constexpr const char* kSetRequest = R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":23}})";
-static constexpr const char* kNumberRequest = R"({"PARAMETER":{"REQUEST":"QUERY","cfgId":"g_audio__balance"}})";
-static constexpr const char* kTextRequest = R"({"PARAMETER":{"REQUEST":"QUERY","langId":"IDS_VOLUME"}})";
-static constexpr int kAppended = 8;  // notifications that are raised in a row behind a pending one
 
 static a_vextvapi_volctrl_nfy_fct volume_callback;
 static void* volume_tag;
@@ -44,11 +27,59 @@ INT32 a_vextvapi_config_get_value(INT32, const char*, INT32* value) {
   return 0;
 }
 
-// What the host hands in; one byte more than is written, so that it reads as a text.
-static char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
+static a_vextvapi_channellist_nfy_fct channel_callback;
+static void* channel_tag;
 
-// The compiler must take the memory as looked at.
-static void keep(void* memory) { asm volatile("" : : "r"(memory) : "memory"); }
+INT32 a_vextvapi_channellist_register_callback(a_vextvapi_channellist_nfy_fct callback, void* tag) {
+  channel_callback = callback;
+  channel_tag = tag;
+  return 0;
+}
+INT32 a_vextvapi_channellist_get_current_channel(UINT16* svl_id, SVL_REC_T* svl_rec, TSL_REC_T* tsl_rec) {
+  static constexpr SVL_REC_T kService = {.ui2_svl_rec_id = 7,
+                                         .t_rec_hdr = {.ui4_channel_id = 66048,
+                                                       .ui4_nw_mask = 9,
+                                                       .ui4_option_mask = 0,
+                                                       .e_brdcst_type = SVL_BRDCST_TYPE_DVB,
+                                                       .e_serv_type = 1,
+                                                       .ac_name = "Channel of a usual name",
+                                                       .aui1_custom_data = {12, 1}},
+                                         .t_dvb = {.s_svc_name = "Short",
+                                                   .ui4_linkage_descr_mask = 0,
+                                                   .b_ci_tune_service = 0,
+                                                   .b_hbbtv_off = 0,
+                                                   .ui4_category_mask = 4}};
+  *svl_id = 1;
+  *svl_rec = kService;
+  *tsl_rec = {.brdcst_medium = TSL_BRDCST_MEDIUM_DIG_TERRESTRIAL, .frequency = 498000000};
+  return 0;
+}
+
+// Its title is the longest that there is.
+static constexpr VEXTVAPI_EVENT_GENERAL_INFO_T kEvent = [] {
+  VEXTVAPI_EVENT_GENERAL_INFO_T info = {};
+  info.svl_id = 1;
+  info.channel_id = 66048;
+  info.start_time = 1700000000;
+  info.duration_time = 3600;
+  info.event_category_num = 1;
+  std::fill_n(info.event_title, std::size(info.event_title) - 1, 'x');
+  std::fill_n(info.event_rating, 2, '1');
+  return info;
+}();
+
+INT32 a_vextvapi_event_query_event_id_by_range(UINT32, UINT32, UINT32, UINT16* event_num, UINT16* event_id_list) {
+  for (UINT16 i = 0; i < kListed; ++i) event_id_list[i] = i;
+  *event_num = kListed;
+  return 0;
+}
+INT32 a_vextvapi_event_get_general_info(UINT32, UINT16 event_id, VEXTVAPI_EVENT_GENERAL_INFO_T* info) {
+  *info = kEvent;
+  info->event_id = event_id;
+  return 0;
+}
+
+char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
 
 // --- What is measured ---
 
@@ -66,6 +97,14 @@ static void ours_get_number() {
 }
 static void ours_get_text() {
   a_dtv_jsp_get(kText, kTextRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_channel() {
+  a_dtv_jsp_get(kChannel, kChannelRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_events() {
+  a_dtv_jsp_get(kEvents, kEventsRequest, host_buffer);
   keep(host_buffer);
 }
 static void ours_set() { a_dtv_jsp_set(kVolume, kSetRequest); }
@@ -96,6 +135,20 @@ static void ours_append() {
   for (int i = 0; i < kAppended; ++i) ours_notify_queued();
 }
 
+static void* word(uintptr_t number) { return reinterpret_cast<void*>(number); }
+
+static void ours_notify_channel() {
+  channel_callback(1, channel_tag, word(3), word(VEXTVAPI_CHANNEL_LIST_CHANGED), word(5), word(6));
+}
+static void ours_empty_channels() { a_dtv_jsp_get_listener_buffer(kChannelEvent, host_buffer, sizeof host_buffer); }
+static void ours_start_channels() {
+  ours_empty_channels();
+  ours_notify_channel();
+}
+static void ours_append_channels() {
+  for (int i = 0; i < kAppended; ++i) ours_notify_channel();
+}
+
 // Servers of the home network: the one notification of which a hundred can be pending.
 static UINT16 server_event_id;
 static void ours_notify_servers(int count) {
@@ -112,222 +165,6 @@ static void ours_fill_servers() {
   ours_notify_servers(100);
 }
 static void ours_append_servers() { ours_notify_servers(kAppended); }
-
-// --- Their floors ---
-
-static std::mutex floor_mutex;
-
-// Reads a request: the texts and the nesting.
-static void floor_read(const char* request) {
-  int depth = 0;
-  int texts = 0;
-  for (const char* at = request; *at; ++at) {
-    if (*at == '"') {
-      for (++at; *at && *at != '"'; ++at)
-        if (*at == '\\' && at[1]) ++at;
-      ++texts;
-    } else if (*at == '{' || *at == '[') {
-      ++depth;
-    } else if (*at == '}' || *at == ']') {
-      --depth;
-    }
-  }
-  keep(&depth);
-  keep(&texts);
-}
-
-// Pieces of a text, each put behind the one before: one that is known, a record's text, a number.
-template <std::size_t size>
-static void put(char*& at, const char (&piece)[size]) {
-  memcpy(at, piece, size - 1);
-  at += size - 1;
-}
-static void put_text(char*& at, const char* text) {
-  for (; *text; ++text) {
-    if (*text == '"' || *text == '\\' || static_cast<unsigned char>(*text) < ' ')
-      at += sprintf(at, "\\u%04x", *text);
-    else
-      *at++ = *text;
-  }
-}
-template <typename Number>
-static void put_number(char*& at, Number number) {
-  at = std::to_chars(at, at + 20, number).ptr;
-}
-
-static constexpr std::size_t kFloorText = 1024;  // none of the texts is longer
-
-// Clears the record, lets it be filled, writes its text into a block of its own and gives the host a copy.
-template <typename Record>
-static void floor_get(void (*fill)(Record& record), char* (*put_record)(char* at, const Record& record)) {
-  static Record record;
-  const std::lock_guard guard(floor_mutex);
-  memset(&record, 0, sizeof record);
-  fill(record);
-  keep(&record);
-  char* const text = static_cast<char*>(malloc(kFloorText));
-  const char* const end = put_record(text, record);
-  memcpy(host_buffer, text, static_cast<std::size_t>(end - text));
-  keep(host_buffer);
-  free(text);
-}
-
-static void floor_get_plain() {
-  floor_get<T_VALUE>(
-      [](T_VALUE& value) {
-        strcpy(value.name, "Volume");
-        value.group = 4;
-        value.state = value.increment = 1;
-        value.value = a_vextvapi_volctrl_getVolume();
-      },
-      [](char* at, const T_VALUE& value) {
-        put(at, R"({"URI":")");
-        put_text(at, kVolume);
-        put(at, R"(","STATUS":)");
-        put_number(at, 0);
-        put(at, R"(,"ITEMS":[{"NAME":")");
-        put_text(at, value.name);
-        put(at, R"(","TYPE":"TYPE_VALUE","GROUP":)");
-        put_number(at, value.group);
-        put(at, R"(,"STATE":)");
-        put_number(at, value.state);
-        put(at, R"(,"MINIMUM":)");
-        put_number(at, value.min_value);
-        put(at, R"(,"MAXIMUM":)");
-        put_number(at, value.max_value);
-        put(at, R"(,"INCREMENT":)");
-        put_number(at, value.increment);
-        put(at, R"(,"VALUE":)");
-        put_number(at, value.value);
-        put(at, "}]}");
-        return at;
-      });
-}
-static void floor_get_request() {
-  floor_read(kGetRequest);
-  floor_get_plain();
-}
-static void floor_get_number() {
-  floor_read(kNumberRequest);
-  floor_get<T_CONFIG>(
-      [](T_CONFIG& config) {
-        strcpy(config.cfg_id, "g_audio__balance");
-        a_vextvapi_config_get_value(0, config.cfg_id, &config.valueint);
-      },
-      [](char* at, const T_CONFIG& config) {
-        put(at, R"({"URI":")");
-        put_text(at, kNumber);
-        put(at, R"(","STATUS":)");
-        put_number(at, 0);
-        put(at, R"(,"ITEMS":[{"cfgId":")");
-        put_text(at, config.cfg_id);
-        put(at, R"(","valueString":")");
-        put_text(at, config.valuestring);
-        put(at, R"(","valueInt":)");
-        put_number(at, config.valueint);
-        put(at, R"(,"valueMin":)");
-        put_number(at, config.valuemin);
-        put(at, R"(,"valueMax":)");
-        put_number(at, config.valuemax);
-        put(at, "}]}");
-        return at;
-      });
-}
-static void floor_get_text() {
-  floor_read(kTextRequest);
-  floor_get<T_LANG_STRING>(
-      [](T_LANG_STRING& string) {
-        strcpy(string.lang_id, "IDS_VOLUME");
-        strcpy(string.lang_string, "Volume");
-      },
-      [](char* at, const T_LANG_STRING& string) {
-        put(at, R"({"URI":")");
-        put_text(at, kText);
-        put(at, R"(","STATUS":)");
-        put_number(at, 0);
-        put(at, R"(,"ITEMS":[{"langId":")");
-        put_text(at, string.lang_id);
-        put(at, R"(","langString":")");
-        put_text(at, string.lang_string);
-        put(at, R"("}]})");
-        return at;
-      });
-}
-static void floor_set() {
-  static T_VALUE value;
-  const std::lock_guard guard(floor_mutex);
-  floor_read(kSetRequest);
-  memset(&value, 0, sizeof value);
-  keep(&value);
-}
-
-static char* floor_pending;  // its block has room for the longest text
-static char* floor_pending_end;
-
-static void floor_notify_single() {
-  const T_VOL_CTRL_NOTIFY notify = {.vol_value = 23, .mute_status = 0};
-  keep(const_cast<T_VOL_CTRL_NOTIFY*>(&notify));
-  char* const text = static_cast<char*>(malloc(kFloorText));
-  char* at = text;
-  put(at, R"({"URI":")");
-  put_text(at, kVolumeEvent);
-  put(at, R"(","REQUEST":"NOTIFY","ITEMS":[{"volValue":)");
-  put_number(at, notify.vol_value);
-  put(at, R"(,"muteStatus":)");
-  put_number(at, notify.mute_status);
-  put(at, "}]}");
-  const std::lock_guard guard(floor_mutex);
-  free(std::exchange(floor_pending, text));
-  floor_pending_end = at;
-}
-static void floor_notify_queued() {
-  T_CBROWSER_PB_NOTIFY notify = {.type = 1, .tag = 2, .arg1 = 3, .arg2 = 4, .arg3 = 5, .arg4 = 6};
-  keep(&notify);
-  const std::lock_guard guard(floor_mutex);
-  if (!floor_pending) {
-    floor_pending = floor_pending_end = static_cast<char*>(malloc(kFloorText));
-    put(floor_pending_end, R"({"URI":")");
-    put_text(floor_pending_end, kPlayerEvent);
-    put(floor_pending_end, R"(","REQUEST":"NOTIFY","ITEMS":[)");
-  } else {
-    floor_pending_end -= 2;
-    put(floor_pending_end, ",");
-  }
-  char* at = floor_pending_end;
-  put(at, R"({"TYPE":)");
-  put_number(at, notify.type);
-  put(at, R"(,"TAG":)");
-  put_number(at, notify.tag);
-  put(at, R"(,"ARG1":)");
-  put_number(at, notify.arg1);
-  put(at, R"(,"ARG2":)");
-  put_number(at, notify.arg2);
-  put(at, R"(,"ARG3":)");
-  put_number(at, notify.arg3);
-  put(at, R"(,"ARG4":)");
-  put_number(at, notify.arg4);
-  put(at, "}]}");
-  floor_pending_end = at;
-}
-static void floor_fetch() {
-  const std::lock_guard guard(floor_mutex);
-  if (!floor_pending) return;
-  memcpy(host_buffer, floor_pending, static_cast<std::size_t>(floor_pending_end - floor_pending));
-  keep(host_buffer);
-  free(std::exchange(floor_pending, nullptr));
-}
-static void floor_notify_and_fetch() {
-  floor_notify_single();
-  floor_fetch();
-}
-
-static void floor_start_queue() {
-  floor_fetch();
-  floor_notify_queued();
-}
-static void floor_append() {
-  for (int i = 0; i < kAppended; ++i) floor_notify_queued();
-}
 
 // --- Measuring ---
 
@@ -389,10 +226,17 @@ static constexpr Operation operations[] = {
     {"get_volume_without_request", 50, {nullptr, ours_get_plain}, {nullptr, floor_get_plain}},
     {"get_config_number", 50, {nullptr, ours_get_number}, {nullptr, floor_get_number}},
     {"get_language_string", 50, {nullptr, ours_get_text}, {nullptr, floor_get_text}},
+    {"get_channel", 50, {nullptr, ours_get_channel}, {nullptr, floor_get_channel}},
+    {"get_64_events", 5, {nullptr, ours_get_events}, {nullptr, floor_get_events}},
     {"set_volume", 200, {nullptr, ours_set}, {nullptr, floor_set}},
     {"notify_single", 100, {nullptr, ours_notify_single}, {nullptr, floor_notify_single}},
     {"notify_queued_empty", 100, {ours_empty_queue, ours_notify_queued}, {floor_fetch, floor_notify_queued}},
     {"notify_appended", 20, {ours_start_queue, ours_append}, {floor_start_queue, floor_append}, kAppended},
+    {"notify_channel_appended",
+     20,
+     {ours_start_channels, ours_append_channels},
+     {floor_start_channels, floor_append_channels},
+     kAppended},
     // Behind a hundred, beside the same behind one.
     {"notify_behind_100",
      5,
@@ -429,19 +273,25 @@ int main(int argc, char** argv) {
   a_dtv_jsp_init();
   UINT8 type;
   if (tv_ctrl_get_info_with_uri(kPlayerEvent, &player_event_id, &type) != 0 ||
-      tv_ctrl_get_info_with_uri(kServerEvent, &server_event_id, &type) != 0 || !volume_callback) {
+      tv_ctrl_get_info_with_uri(kServerEvent, &server_event_id, &type) != 0 || !volume_callback || !channel_callback) {
     fprintf(stderr, "bench_plugin: the plugin has not started\n");
     return 1;
   }
   a_dtv_jsp_add_listener_buffer(kVolumeEvent);
   a_dtv_jsp_add_listener_buffer(kPlayerEvent);
   a_dtv_jsp_add_listener_buffer(kServerEvent);
+  a_dtv_jsp_add_listener_buffer(kChannelEvent);
 
   const auto ours_queued = [] { ours_start_queue(), ours_append(), ours_empty_queue(); };
   const auto floor_queued = [] { floor_start_queue(), floor_append(), floor_fetch(); };
+  const auto ours_channels = [] { ours_start_channels(), ours_append_channels(), ours_empty_channels(); };
+  const auto floor_channels = [] { floor_start_channels(), floor_append_channels(), floor_fetch(); };
   if (!same_text("get", ours_get_request, floor_get_request) ||
       !same_text("get of a configuration number", ours_get_number, floor_get_number) ||
       !same_text("get of a language string", ours_get_text, floor_get_text) ||
+      !same_text("get of a channel", ours_get_channel, floor_get_channel) ||
+      !same_text("get of 64 events", ours_get_events, floor_get_events) ||
+      !same_text("channel notification", ours_channels, floor_channels) ||
       !same_text("single notification", ours_notify_and_fetch, floor_notify_and_fetch) ||
       !same_text("queued notification", ours_queued, floor_queued))
     return 1;

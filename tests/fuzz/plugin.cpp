@@ -220,6 +220,9 @@ const Tables& plugin_start() {
     platform_mid_call(MidCall::kRaiseHere);  // and calls back as soon as a callback is registered
     a_dtv_jsp_init_res();
     a_dtv_jsp_init();
+    // What the host starts besides.
+    tv_ctrl_broadcast_init();
+    tvc_ctrl_cec_detect_init();
     return read_tables();
   }();
   return tables;

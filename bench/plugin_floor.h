@@ -1,0 +1,49 @@
+// The least that the plugin's operations could be made of: the request read once from front to back, the record
+// cleared, the platform called as the plugin calls it, the same text written straight on by code that is made for it,
+// under one lock.
+#pragma once
+
+#include "tv_ctrl_main.h"
+#include "tvapi/all.h"
+
+inline constexpr const char* kVolume = "/tv/cast/volume/volume";
+inline constexpr const char* kVolumeEvent = "/tv/ws/notify/volume_ctrl";
+inline constexpr const char* kNumber = "/tv/config/value_number";
+inline constexpr const char* kText = "/tv/config/language_string";
+inline constexpr const char* kPlayerEvent = "/tv/ws/notify/cbrowser_playback";
+inline constexpr const char* kServerEvent = "/tv/ws/notify/dlna_dms";
+inline constexpr const char* kChannel = "/tv/channelinfo/current_channel_info";
+inline constexpr const char* kEvents = "/tv/eventinfo/channel_with_event_ids";
+inline constexpr const char* kChannelEvent = "/tv/ws/notify/channel_info";
+inline constexpr const char* kGetRequest = R"({"PARAMETER":{"REQUEST":"GET"}})";
+inline constexpr const char* kSetRequest = R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":23}})";
+inline constexpr const char* kNumberRequest = R"({"PARAMETER":{"REQUEST":"QUERY","cfgId":"g_audio__balance"}})";
+inline constexpr const char* kTextRequest = R"({"PARAMETER":{"REQUEST":"QUERY","langId":"IDS_VOLUME"}})";
+inline constexpr const char* kChannelRequest = R"({"PARAMETER":{"REQUEST":"QUERY","SVL_ID":1}})";
+inline constexpr const char* kEventsRequest =
+    R"({"PARAMETER":{"REQUEST":"QUERY","CH_ID":66048,"START_TIME":1700000000,"DURATION":86400}})";
+inline constexpr int kAppended = 8;  // notifications that are raised in a row behind a pending one
+
+inline constexpr UINT16 kListed = 64;  // events that a response lists; with the longest titles it is the longest of all
+
+// What the host hands in; one byte more than is written, so that it reads as a text.
+extern char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
+
+// The compiler must take the memory as looked at.
+inline void keep(void* memory) { asm volatile("" : : "r"(memory) : "memory"); }
+
+void floor_get_plain();
+void floor_get_request();
+void floor_get_number();
+void floor_get_text();
+void floor_get_channel();
+void floor_get_events();
+void floor_set();
+void floor_notify_single();
+void floor_notify_queued();
+void floor_fetch();
+void floor_notify_and_fetch();
+void floor_start_queue();
+void floor_append();
+void floor_start_channels();
+void floor_append_channels();
