@@ -363,7 +363,8 @@ void expect_item(const ItemType& type, const cJSON* item, const cJSON* fields, c
 TEST_F(DescribeTypes, ResponsesShowTheDescribedMembers) {
   const auto kind_of = [this](const std::string& kind) { return kind_row(kind); };
   int responses = 0;
-  for (const auto& [type, row] : rows_) {
+  for (const auto& [type, type_row] : rows_) {
+    const cJSON* const row = type_row;  // a lambda captures no binding
     const ItemType& item_type = *tvc_item_type(static_cast<UINT8>(type));
     const cJSON* const fields = member(row, "response");
     Shown shown;

@@ -40,7 +40,7 @@ class GuideTexts : public PluginTest {
       info.event_detail_len = info.event_detail_extend_len = info.guidance_len = kLength;
     });
     for (const auto& [name, letter] : {std::pair{kDetails, 'd'}, {kExtended, 'e'}, {kGuidance, 'g'}})
-      platform_do(name, [letter](const std::vector<std::int64_t>& arguments) {
+      platform_do(name, [letter = letter](const std::vector<std::int64_t>& arguments) {
         std::memset(address<char>(arguments[2]), letter, static_cast<std::size_t>(arguments[3]));  // unterminated
       });
   }

@@ -85,13 +85,14 @@ cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, con
 // The elements that the array of a request has: one, as many as there is room for, or more.
 template <typename Element>
 cJSON* put_elements(void* record, const Field& field, int variant) {
-  const int room = static_cast<int>(field.size / sizeof(Element));
-  const int size = variant == 0 ? 1 : variant == 1 ? room : room + 3;
+  const std::size_t room = field.size / sizeof(Element);
+  const std::size_t size = variant == 0 ? 1 : variant == 1 ? room : room + 3;
+  char* place = static_cast<char*>(record) + field.offset;
   cJSON* const array = cJSON_CreateArray();
-  for (int i = 0; i < size; ++i) {
-    const Element value = number_of<Element>(variant + i);
+  for (std::size_t i = 0; i < size; ++i, place += sizeof(Element)) {
+    const auto value = number_of<Element>(variant + static_cast<int>(i));
     cJSON_AddItemToArray(array, cJSON_CreateNumber(static_cast<double>(value)));
-    if (i < room) std::memcpy(static_cast<char*>(record) + field.offset + i * sizeof value, &value, sizeof value);
+    if (i < room) std::memcpy(place, &value, sizeof value);
   }
   return array;
 }
