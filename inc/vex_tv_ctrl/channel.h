@@ -34,17 +34,8 @@ TVC_RECORD(T_CHANNEL_PARAM, ch_num, svl_id, index, index_from, index_to, fav_ind
            ch_edit_number, is_edit_ch_number, ch_edit_name, is_edit_ch_name, ch_freq, category_mask, nw_mask, nw_value,
            satl_id, satl_rec_id, is_nw_value_empty, direction, major)
 
-// Broadcast systems, numbered as the platform does.
-enum TVC_BRDCST_TYPE : UINT8 {
-  TVC_BRDCST_TYPE_UNKNOWN = 0,  // its facts are those of ATSC
-  TVC_BRDCST_TYPE_ANALOG = 1,
-  TVC_BRDCST_TYPE_DVB = 2,
-  TVC_BRDCST_TYPE_ATSC = 3,
-  TVC_BRDCST_TYPE_ISDB = 5
-};
-
 struct T_BASE_CHANNEL_INFO {
-  UINT8 brdcst_type;  // a TVC_BRDCST_TYPE, or another of the platform's
+  UINT8 brdcst_type;  // SVL_BRDCST_TYPE_DVB and so on, or another of the platform's
   UINT8 service_type;
   UINT8 brdcst_medium;
   UINT16 svl_id;
@@ -211,13 +202,10 @@ struct T_DVBS_TKGS_CATEGORY_LIST {
 };
 TVC_RECORD(T_DVBS_TKGS_CATEGORY_LIST, ui2_category_num, at_category_arr)
 
-// ui4_lol_data_tag of a list of categories.
-enum : UINT32 { TVC_LOL_TAG_CATEGORIES = 11 };
-
 struct T_LOL_INFO {
   UINT16 ui2_lol_id;
   UINT16 ui2_lol_rec_id;
-  UINT32 ui4_lol_data_tag;  // what the record holds, in the platform's numbers
+  UINT32 ui4_lol_data_tag;  // what the record holds: LOL_DATA_TAG_TKGS_CATEGORIES or another of the platform's
   UINT16 ui2_lol_idx;
   union {
     T_DVBS_TKGS_CATEGORY_LIST t_category_list;

@@ -7,8 +7,6 @@
 #include "tvctl_common/channel_rows.h"
 #include "tvctl_common/record.h"
 
-static_assert(UINT32{TVC_LOL_TAG_CATEGORIES} == UINT32{LOL_DATA_TAG_TKGS_CATEGORIES});
-
 static void dump(const RecordRequest& request, const LOL_REC_T& record) {
   tvc_log_message("[TVC_MAIN][%s][%d] -- start lol rec dump.\n", request.operation, __LINE__);
   tvc_log_message("[TVC_MAIN] ui4_data_tag: [%u]\n", record.ui4_data_tag);
@@ -36,7 +34,7 @@ static bool call_failed(const RecordRequest& request, INT32 ret, int line = __bu
 INT32 tvc_category_list(const RecordRequest& request) {
   tvc_log_progress("[TVC_MAIN][%s][%d] enter.\n", request.operation, __LINE__);
   T_LOL_INFO& content = tvc_content<T_LOL_INFO>(request);
-  content.ui4_lol_data_tag = TVC_LOL_TAG_CATEGORIES;
+  content.ui4_lol_data_tag = LOL_DATA_TAG_TKGS_CATEGORIES;
   const UINT32 list =
       a_vextvapi_channellist_get_lol_handle_by_lol_id(content.ui2_lol_id != 0 ? content.ui2_lol_id : UINT16{1});
   if (call_failed(request, list != 0 ? VEXTVCTRLR_OK : VEXTVCTRLR_FAIL)) return VEXTVCTRLR_FAIL;

@@ -6,13 +6,6 @@
 #include "tv_ctrl_util/text.h"
 #include "tvapi/config.h"
 
-#define SAME_TYPE(name) static_assert(int{TVC_BRDCST_TYPE_##name} == int{SVL_BRDCST_TYPE_##name})
-SAME_TYPE(UNKNOWN);
-SAME_TYPE(ANALOG);
-SAME_TYPE(DVB);
-SAME_TYPE(ATSC);
-SAME_TYPE(ISDB);
-
 // --- Numbers in a channel's identifier ---
 
 static UINT32 major_number(UINT32 channel_id) { return channel_id >> 18; }

@@ -9,10 +9,10 @@ static bool broadcast_is(const void* record) {
   const int type = static_cast<const T_CHANNEL_INFO*>(record)->t_base_ch_info.brdcst_type;
   return ((type == broadcast_types) || ...);
 }
-static constexpr auto kAnalog = broadcast_is<TVC_BRDCST_TYPE_ANALOG>;
-static constexpr auto kDvb = broadcast_is<TVC_BRDCST_TYPE_DVB>;
-static constexpr auto kIsdb = broadcast_is<TVC_BRDCST_TYPE_ISDB>;
-static constexpr auto kAtsc = broadcast_is<TVC_BRDCST_TYPE_UNKNOWN, TVC_BRDCST_TYPE_ATSC>;
+static constexpr auto kAnalog = broadcast_is<SVL_BRDCST_TYPE_ANALOG>;
+static constexpr auto kDvb = broadcast_is<SVL_BRDCST_TYPE_DVB>;
+static constexpr auto kIsdb = broadcast_is<SVL_BRDCST_TYPE_ISDB>;
+static constexpr auto kAtsc = broadcast_is<SVL_BRDCST_TYPE_UNKNOWN, SVL_BRDCST_TYPE_ATSC>;
 
 #define CHANNEL(json_key, member, uses, ...) \
   { .key = json_key, TVC_MEMBER(T_CHANNEL_INFO, member), .use = uses, __VA_ARGS__ }
@@ -206,7 +206,7 @@ static constexpr Field kCategoryFields[] = {
 static constexpr ItemForm kLolForms[] = {
     {.when =
          [](const void* record) {
-           return static_cast<const T_LOL_INFO*>(record)->ui4_lol_data_tag == TVC_LOL_TAG_CATEGORIES;
+           return static_cast<const T_LOL_INFO*>(record)->ui4_lol_data_tag == LOL_DATA_TAG_TKGS_CATEGORIES;
          },
      .fields = kCategoryFields,
      .list = {.count = TVC_PLACE(T_LOL_INFO, t_category_list.ui2_category_num),
