@@ -208,4 +208,11 @@ TEST(Handlers, OperationsAreNamedOnce) {
   EXPECT_EQ(rows_of, (std::map<std::string, int>{{"_tvc_event_get_event_info", 3}}));
 }
 
+// The case runner's buffers are cleared, so that only this test sees the end being written.
+TEST(Handlers, TheBroadcastTextEndsInABufferThatHeldSomethingElse) {
+  std::string buffer(14, 'x');
+  g_get_broadcast_string(buffer.data());
+  EXPECT_EQ(buffer, std::string("broad cast!\n\0x", 14));
+}
+
 }  // namespace
