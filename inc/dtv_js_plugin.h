@@ -35,8 +35,10 @@ TVC_EXPORT int32_t a_dtv_jsp_init(void);
 /* Reads an item.
  * param: JSON text {"PARAMETER": {"REQUEST": ..., ...}}, or null or empty for a plain get.
  * pv_content: receives at most DTV_JSP_RESPONSE_MAX bytes of {"URI", "STATUS", "ITEMS"}, without a terminator; the
- * caller clears it beforehand. Untouched when the URI is unknown or the parameters do not decode.
- * Returns the handler's code, which is also the response's "STATUS", or -1. */
+ * caller clears it beforehand. Untouched when the URI is unknown, the parameters do not decode, memory runs out, or the
+ * item has no response to give, such as a list of no events; the result may then still be 0.
+ * Returns the handler's code, or -1. The response's "STATUS" is that code, but 0 for an item without a value to show.
+ */
 TVC_EXPORT int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content);
 
 /* Changes an item or triggers an action.

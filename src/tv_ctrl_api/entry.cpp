@@ -1,4 +1,5 @@
-// The entry points that the host calls: start-up, get and set; and the release of memory when the plugin is unloaded.
+// The host's entry points for start-up, get and set, whose results "dtv_js_plugin.h" describes; those for listeners are
+// in listener.cpp. Also releases memory when the plugin is unloaded.
 #include <stdlib.h>
 #include <string.h>
 
@@ -13,14 +14,15 @@
 #include "tv_ctrl_util/log.h"
 #include "tv_ctrl_util/text.h"
 
-// 1 once the start-up function of this name has run. The host calls both from one thread, before any request.
+// 1 once the function a_<name> has run, so that it runs only once. Requests do not check them. The host calls both from
+// one thread, before any request.
 static int dtv_jsp_init_res;
 static int dtv_jsp_init;
 
 // The request lock: held during a whole request, it guards the variables below. Outermost lock.
 static std::mutex mutex_recv;
-static void* _pt_content;      // content buffer: holds the record of the request's item type; allocated once
-static INT32 _z_content_size;  // size of the content buffer in bytes, that of the largest record
+static void* _pt_content;      // content buffer: holds the record of the current request; allocated when first needed
+static INT32 _z_content_size;  // size of the largest record in bytes; the buffer has one more, which stays 0
 static char _s_uri[256];       // the request's URI, cut to 255 characters, for the response
 
 // Allocates the content buffer if there is none. Returns whether there is one. The caller holds mutex_recv.
@@ -56,7 +58,7 @@ int32_t a_dtv_jsp_init(void) {
 struct Target {
   UINT16 id = 0;
   UINT8 type = TYPE_INVALID;
-  const ItemType* item = nullptr;  // null for types without a record
+  const ItemType* item = nullptr;  // null for a type without a row
 };
 
 // Looks up the item of a URI. Returns false for an unknown URI.
@@ -69,8 +71,8 @@ static bool find_target(const char* entry, const char* uri, Target& ret_target) 
   return true;
 }
 
-// Clears the record of the target's type in the content buffer. Clears the whole buffer where the record is not known,
-// and where a set is decoded as a second type too. Returns false when there is no buffer.
+// Makes sure that there is a content buffer, and clears it for the target. Clears just the target's record, but the
+// whole buffer for a type without a row, and for one with also_set_as. Returns false when memory runs out.
 static bool clear_content(const char* entry, const Target& target) {
   if (!allocate_content(entry)) return false;
   const bool one_record = target.item && target.item->record_size > 0 && target.item->also_set_as == TYPE_NONE;
@@ -78,14 +80,15 @@ static bool clear_content(const char* entry, const Target& target) {
   return true;
 }
 
-// Frees the texts that the handler put into the record; they live until the end of the request.
+// Frees the texts that the handler put into the record. Called once the record has been rendered, or has been set.
 static void free_texts(const Target& target) {
   if (target.item && _pt_content) tvc_free_record_texts(*target.item, _pt_content);
 }
 
 // --- Get ---
 
-// Copies the response to the host's buffer, without a terminator, cut to DTV_JSP_RESPONSE_MAX bytes.
+// Copies the response to the host's buffer, without a terminator, cut to DTV_JSP_RESPONSE_MAX bytes. Without a response
+// the buffer stays as it is.
 static void copy_response(const char* entry, void* pv_content) {
   if (!_ps_send_buff) {
     TVC_LOG_AS(kLogTrace, entry, "[WARNING] Send buffer is NULL!!!\n");
@@ -97,7 +100,8 @@ static void copy_response(const char* entry, void* pv_content) {
   memcpy(pv_content, _ps_send_buff, static_cast<std::size_t>(_z_send_buff_len));
 }
 
-// Carries out a get. The caller holds mutex_recv and deletes the request's root.
+// Carries out a get. Ignores any request word but "QUERY". Returns the handler's code, or -1 when the handler was not
+// called. The caller holds mutex_recv and deletes the request's root.
 static INT32 get_item(const char* entry, const char* uri, const char* param, void* pv_content, Request& request) {
   Target target;
   if (!find_target(entry, uri, target)) return VEXTVCTRLR_FAIL;
@@ -150,7 +154,8 @@ static Outcome call_handler(const Target& target, void* record, INT32 failed_sta
   return {.status = ret == VEXTVCTRLR_OK ? static_cast<INT32>(VEX_OK) : failed_status, .ret = ret};
 }
 
-// Carries out an "ACTION". If the item is no action, it does nothing and returns 0 all the same.
+// Carries out an "ACTION". If the item is no action, nothing happens: the host gets 0, and the status is
+// VEX_INVALID_PARAM.
 static Outcome set_action(const char*, const Target& target, const Request&) {
   if (target.type != TYPE_ACTION) return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
   return call_handler(target, nullptr, VEX_ACTION_FAIL);
@@ -168,7 +173,9 @@ static Outcome set_modify(const char* entry, const Target& target, const Request
   return call_handler(target, _pt_content, VEX_MODIFY_FAIL);
 }
 
-// Carries out a "SET". A type that is set as a second type too is decoded and carried out again as that type.
+// Carries out a "SET". If the type has also_set_as, decodes the same text into the same record as that type and calls
+// the handler again: also when the first call failed, but not when the first decoding failed. The host gets the result
+// of the second pass.
 static Outcome set_specialised(const char* entry, const Target& target, const Request& request) {
   const Decoded decoded = tvc_decode_parameter(entry, target.item, kSet, request.parameter, _pt_content, target.id);
   if (decoded == Decoded::kNotTaken) {
@@ -176,6 +183,7 @@ static Outcome set_specialised(const char* entry, const Target& target, const Re
     return {.status = VEX_REQ_TYPE_NOT_MATCH, .ret = VEXTVCTRLR_FAIL};
   }
   if (decoded == Decoded::kFailed) return {.status = VEX_SET_FAIL, .ret = VEXTVCTRLR_FAIL};
+  // The host gets 0, although nothing is set. Of the response that is rendered it sees nothing.
   if (target.type == TYPE_OPTION_LIST && static_cast<const T_OPTION_LIST*>(_pt_content)->value < 0) {
     tv_ctrl_response_get(_s_uri, TYPE_NONE, nullptr, VEX_INVALID_PARAM);
     return {.status = VEX_INVALID_PARAM, .ret = VEXTVCTRLR_OK};
@@ -244,8 +252,9 @@ int32_t a_dtv_jsp_set(const char* uri, const char* param) {
 
 // Runs when the library is closed, with no thread inside it, and when the process exits, while other threads may be
 // inside it and may go on calling it. It never waits for a lock: the thread that holds it may be blocked in the
-// platform for ever, or may be the very thread that exits, from within a platform call. Memory whose lock is taken is
-// not freed. Afterwards there are no subscriptions, and the next request allocates the content buffer again.
+// platform for ever, or may be the very thread that exits, from within a platform call. Memory whose lock
+// somebody holds is left as it is. What was freed is made again when it is needed: a later request allocates the
+// content buffer, and finds no subscriptions.
 [[gnu::destructor]] static void unload() {
   if (const std::unique_lock request(mutex_recv, std::try_to_lock); request) {
     free(std::exchange(_pt_content, nullptr));

@@ -17,7 +17,7 @@ enum class NotifyForm : UINT8 {
 
 struct NotifyRule {
   NotifyForm form = NotifyForm::kNone;
-  UINT32 bound = 0;                // kQueued, in characters: a longer pending text is replaced, not appended to
+  UINT32 bound = 0;                // kQueued, in bytes: a longer pending text is replaced, not appended to
   const char* log_name = nullptr;  // name of the operation in messages
   bool traces_text = false;        // true: the notification's text is traced
   bool restarts_unusable = false;  // kQueued: an unusable pending text is replaced; false: the notification is dropped
@@ -58,7 +58,7 @@ struct ItemForm {
 struct ItemType {
   UINT8 type;
   UINT8 also_set_as = TYPE_NONE;       // a "SET" is then decoded and carried out as this type too, in the same record
-  UINT32 record_size = 0;              // of the record in the content buffer, in bytes; 0: the type has none yet
+  UINT32 record_size = 0;              // of the record in the content buffer, in bytes
   UINT32 allocated_size = 0;           // of a record from tv_ctrl_malloc_content, in bytes; 0: it returns null
   const char* decoder = nullptr;       // operation that messages of the decoding name; null: the entry point
   const char* error_word = nullptr;    // word in the message "error: parse ... param!"; null: decoding cannot fail
@@ -87,7 +87,8 @@ bool tvc_item_has(const ItemType& item, FieldUse use);
 // Writes a record's part of a response: the members beside "ITEMS", and "ITEMS". uri: identifier of the response's URI.
 void tvc_write_content(JsonText& json, const ItemType& item, UINT16 uri, const void* record);
 
-// Frees the texts that a handler allocated and put into a record, and clears their addresses.
+// Frees the texts that a handler allocated and put into a record, and clears their addresses. Texts in the entries of a
+// list are freed only where a row outside of the list names them, such as those of the first event.
 void tvc_free_record_texts(const ItemType& item, void* record);
 
 // The field rows of the header that every generic record begins with. It is only shown in responses.

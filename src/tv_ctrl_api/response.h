@@ -19,5 +19,6 @@ extern int _z_send_buff_len;
 // has status 0 and one empty item, whatever `status` is.
 void tv_ctrl_response_get(const char* uri, UINT8 type, const void* pv_content, INT32 status);
 
-// Receives the outcome of every set. Does nothing: sets have no response.
+// Receives the status of a set, and of each step of a set that has two. pt_param: null when nothing was parsed. Does
+// nothing: sets have no response.
 void tv_ctrl_response_set(UINT8 type, const cJSON* pt_param, INT32 status);

@@ -94,6 +94,7 @@ static bool decode_name(const Field& field, const cJSON* parameter, void* record
 // The outcome of decoding one field. kFailed fails the whole request.
 enum class Reading : UINT8 { kStored, kMissing, kFailed };
 
+// Unlike a single value, a text gives 0. Numbers are saturated to 32 bits; 8 and 16 bits take the low ones.
 template <typename Element>
 static Element element_of(const cJSON* value) {
   if constexpr (std::is_same_v<Element, UINT32>)
@@ -129,7 +130,8 @@ static INT32 take_array(const Field& field, const cJSON* array, void* record, co
   }
 }
 
-// A row before this one has decoded the count. When it is not 0, the request must have elements.
+// An earlier row has decoded the count. When it is not 0, the member must be an array with at least one element; how
+// many are stored depends on the room alone.
 static Reading decode_array(const Field& field, const cJSON* parameter, void* record, const char* entry) {
   if (tvc_integer_at(record, field.count) == 0) return Reading::kMissing;
   const cJSON* const array = cJSON_GetObjectItemCaseSensitive(parameter, field.key.data());

@@ -15,7 +15,7 @@
 
 enum class FieldKind : UINT8 {
   kInt32,
-  kInt16,
+  kInt16,  // rendered only
   kUint8,
   kUint16,
   kUint32,
@@ -24,8 +24,8 @@ enum class FieldKind : UINT8 {
   kDouble,      // rendered only
   kWord,        // pointer-sized, unsigned
   kName,        // an INT32, decoded from its name in `values`, in any case of letters; an unknown name gives 0
-  kText,        // char array, terminated unless it is full
-  kText16,      // array of 16-bit units
+  kText,        // char array, terminated unless it is full; decoding stores at most size - 1 bytes
+  kText16,      // array of 16-bit units; rendered only, byte for byte as kText, without conversion
   kOwnedText,   // address of a text from malloc(), or null; rendered only. See tvc_free_texts()
   kUint8Array,  // an array of numbers, like the next three; decoded only when the row has a count
   kUint16Array,
@@ -38,19 +38,21 @@ enum class FieldKind : UINT8 {
 // Uses of a field. A row may combine several.
 using FieldUse = UINT8;
 enum : FieldUse {
-  kQuery = 1,       // decoded from a get's "QUERY"
-  kModify = 2,      // the value of a set's "MODIFY"
-  kSet = 4,         // decoded from a set's "SET"
-  kAssociate = 8,   // decoded from a set's "ASSOCIATE"
-  kResponse = 16,   // rendered in a response's item
-  kNotify = 32,     // rendered in a notification's item
-  kRoot = 64,       // rendered in a response as a member before "ITEMS"
-  kEverywhere = 0,  // rows of a nested object, or of a form: they take part wherever the object or form does
+  kQuery = 1,      // decoded from a get's "QUERY"
+  kModify = 2,     // the one field that a set's "MODIFY" changes: an INT32, INT64 or text. See tvc_modify_record()
+  kSet = 4,        // decoded from a set's "SET"
+  kAssociate = 8,  // decoded from a set's "ASSOCIATE"
+  kResponse = 16,  // rendered in a response's item
+  kNotify = 32,    // rendered in a notification's item
+  kRoot = 64,      // rendered in a response as a member before "ITEMS"
+  // As a row's use: of a nested object or a form, wherever that takes part; in an item's own table the row never does.
+  // As an argument: every row, whatever its own use.
+  kEverywhere = 0,
 };
 
 struct Field;
 
-// Decodes the field's member from the parameter object into the record. entry: name of the entry point, for the log.
+// Decodes the field's member from the parameter object into the record. entry: the name under which it logs.
 // Returns false when the member is missing.
 using FieldDecode = bool (*)(const cJSON* parameter, const Field& field, void* record, const char* entry);
 // Writes the field's value: exactly one JSON value.
@@ -68,19 +70,20 @@ struct Field {
   UINT32 offset = 0;  // of the field within the record, in bytes
   UINT32 size = 0;    // of the field, in bytes
   FieldUse use = kEverywhere;
-  bool sets_count = false;    // of a decoded array: `count` becomes the number of elements taken
-  UINT16 uri = 0;             // decoded only in requests of this identifier; 0: in all requests
-  IntegerPlace count = {};    // of an array: where its number of elements is; while that is 0, no array is decoded
-  IntegerPlace found = {};    // of a single value: decoding writes 1 here when it stored the member, else 0
-  IntegerPlace missing = {};  // of a single value: decoding writes 0 here when it stored the member, else 1
-  // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. With a custom
-  // decode, and for a decoded array: the name in its traces.
+  bool sets_count = false;  // of a decoded array: `count` becomes the number of elements taken
+  UINT16 uri = 0;           // decoded only in requests of this identifier; 0: in all requests
+  IntegerPlace count = {};  // only of an array: where its number of elements is; while that is 0, none is decoded
+  // Of a single value; a row that is skipped writes neither.
+  IntegerPlace found = {};    // becomes 1 when the member was stored, else 0
+  IntegerPlace missing = {};  // becomes 0 when the member was stored, else 1
+  // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. A decoded array:
+  // the name in its traces at level 5; null: none. tvc_decode_library_integer(): the name in its trace.
   const char* text = nullptr;
   std::span<const Field> fields = {};               // kObject: the rows of its members
   bool (*when)(const void* record) = nullptr;       // rendered only when this returns true
   bool (*read_when)(const void* record) = nullptr;  // decoded only when this returns true, given the rows before it
-  const char* unless = nullptr;                     // decoded only when the request has no text under this key
-  FieldDecode decode = nullptr;                     // custom decode, in place of the kind's
+  const char* unless = nullptr;                     // decoded only when the member's object has no text under this key
+  FieldDecode decode = nullptr;                     // custom decode of a single value, in place of the kind's
   FieldRender render = nullptr;                     // custom rendering, in place of the kind's
   const char* unit = nullptr;                       // null: none. Unlike "", a null pointer needs no relocation
   const char* values = nullptr;  // allowed values: texts "NONE\0" "ALL\0", or numbers "0=off\0" "1=on\0"
@@ -127,7 +130,7 @@ consteval FieldKind field_kind() {
 // The part of a row that follows from the record's type: .key = "VALUE", TVC_MEMBER(T_VALUE, value), .use = ...
 // `member` may be nested (member.member), or belong to the first entry of an array (array[0].member). An array of
 // 16-bit units is taken as a text: use TVC_NUMBERS_16 for one of numbers. Use TVC_WORD for an address or a handle: its
-// type is UINT32 on the set and UINT64 on the desk, and would be taken for a number of that kind.
+// type is UINT32 on a television and UINT64 on a PC, and would be taken for a number of that kind.
 #define TVC_MEMBER(record, member)                                                         \
   .kind = field_kind<std::remove_reference_t<decltype(std::declval<record&>().member)>>(), \
   .offset = static_cast<UINT32>(offsetof(record, member)),                                 \
@@ -178,16 +181,21 @@ const T& field_at(const void* record, const Field& field) {
 // Returns the integer at a place; 0 where there is no such field.
 INT32 tvc_integer_at(const void* record, IntegerPlace place);
 
-// Returns how many elements of an array are shown: its count, cut to the array's length; without a count all of them.
+// Returns how many elements of an array of numbers are shown: its count, from 0 to the array's length; without a count
+// all of them.
 std::size_t tvc_element_count(const Field& field, const void* record);
 
 // Returns the size of an array's elements in bytes; 0 for a kind that is no array of numbers.
 std::size_t tvc_element_size(FieldKind kind);
 
-// Decodes every field of this use from the parameter object, in the table's order. A missing member leaves its field as
-// it is. entry: name of the entry point, for the log. uri: the request's identifier; fields of others are skipped.
-// Returns 0, or -1: `parameter` or `record` is null ("param is NULL!"), or an array whose count is not 0 is no array
-// ("<key> type is NOT array!") or empty ("array size is zero!").
+// Decodes the fields of this use from the parameter object, in the table's order, into a record that was zeroed. Skips
+// rows of another URI, and those that `read_when` or `unless` rules out. A missing member leaves its field as it is,
+// and so does a text or an object of another JSON kind. An array whose count is not 0 must be there and have elements.
+// entry: the name under which arrays, names and custom decodes log. uri: the request's identifier.
+// Returns 0, or -1 at the first failure; what was decoded before it stays. It fails when `parameter` or `record` is
+// null
+// ("param is NULL!"), when such an array is missing or no array ("<key> type is NOT array!"), and when it is empty
+// ("array size is zero!").
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
                         const char* entry, UINT16 uri = 0);
 
@@ -197,10 +205,10 @@ void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse u
 // Writes the same as an object.
 void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
-// Frees every kOwnedText of a record and clears its address. Skips rows whose condition does not hold: in a union,
-// their place may hold something else.
+// Frees the kOwnedText fields of this table, not those of nested objects, and clears their addresses. Skips rows whose
+// `when` does not hold: in a union, their place may hold something else.
 void tvc_free_texts(std::span<const Field> fields, void* record);
 
-// A custom decode: stores the member's integer, whatever the member's JSON kind is, as tvc_json_integer(). Traced at
-// level 2 as "<text>: <value>!".
+// A custom decode of an INT32: stores what tvc_json_integer() makes of the member. Unlike a kInt32, a text gives 0.
+// Traced at level 2 as "<text>: <value>!".
 bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry);
