@@ -3,15 +3,15 @@
 #include "tvctl_common/handler.h"
 #include "tvctl_common/record.h"
 
-template <UINT32 item_id, typename Record>
+template <UINT32 ItemId, typename Record>
 static INT32 read_item(const RecordRequest& request) {
   UINT32 length = sizeof(Record);
-  return getConfigValueStruct(item_id, &length, &tvc_content<Record>(request));
+  return getConfigValueStruct(ItemId, &length, &tvc_content<Record>(request));
 }
 
-template <UINT32 item_id, typename Record>
+template <UINT32 ItemId, typename Record>
 static INT32 write_item(const RecordRequest& request) {
-  return setConfigValueStruct(item_id, sizeof(Record), &tvc_content<Record>(request));
+  return setConfigValueStruct(ItemId, sizeof(Record), &tvc_content<Record>(request));
 }
 
 static constexpr RecordRow kRows[] = {

@@ -147,38 +147,38 @@ std::uintptr_t tag_word(T tag) {
 template <tap::Form form>
 inline constexpr bool kNoRule = false;
 
-// Reads what the function is given. size: of what the argument points at, in elements.
+// Reads what the function is given. room: of what the argument points at, in elements.
 template <tap::Form form, tap::Direction direction, typename Argument>
-void read_argument(Argument argument, [[maybe_unused]] std::size_t size, [[maybe_unused]] std::uintptr_t& ret_tag) {
+void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe_unused]] std::uintptr_t& ret_word) {
   using enum tap::Form;
   if constexpr (direction == tap::Direction::out || form == value || form == address || form == callback)
     (void)argument;
   else if constexpr (form == tag)
-    ret_tag = tag_word(argument);
+    ret_word = tag_word(argument);
   else if constexpr (form == string)
     read_text(argument);
   else if constexpr (form == text)
-    read_memory(argument, argument ? strnlen(argument, size) : 0);
+    read_memory(argument, argument ? strnlen(argument, room) : 0);
   else if constexpr (form == one || form == array)
-    read_memory(argument, size * sizeof *argument);
+    read_memory(argument, room * sizeof *argument);
   else if constexpr (form == item)
-    read_memory(argument, item_type(size).size);
+    read_memory(argument, item_type(room).size);
   else
     static_assert(kNoRule<form>);
 }
 
 // Writes what the function gives back.
 template <tap::Form form, tap::Direction direction, typename Argument>
-void write_argument(Argument argument, [[maybe_unused]] std::size_t size) {
+void write_argument(Argument argument, [[maybe_unused]] std::size_t room) {
   using enum tap::Form;
   if constexpr (direction == tap::Direction::in)
     (void)argument;
   else if constexpr (form == text)
-    write_text(argument, size);
+    write_text(argument, room);
   else if constexpr (form == one || form == array)
-    write_values(argument, size);
+    write_values(argument, room);
   else if constexpr (form == item)
-    write_item(argument, item_type(size));
+    write_item(argument, item_type(room));
   else
     static_assert(kNoRule<form>);
 }

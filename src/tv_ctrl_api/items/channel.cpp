@@ -4,10 +4,10 @@
 
 // --- A channel ---
 
-template <int... broadcast_types>
+template <int... BroadcastTypes>
 static bool broadcast_is(const void* record) {
   const int type = static_cast<const T_CHANNEL_INFO*>(record)->t_base_ch_info.brdcst_type;
-  return ((type == broadcast_types) || ...);
+  return ((type == BroadcastTypes) || ...);
 }
 static constexpr auto kAnalog = broadcast_is<SVL_BRDCST_TYPE_ANALOG>;
 static constexpr auto kDvb = broadcast_is<SVL_BRDCST_TYPE_DVB>;

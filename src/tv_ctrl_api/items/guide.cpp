@@ -152,9 +152,9 @@ constexpr ItemType item_ACTIVE_WINDOW_INFO = {.type = TYPE_ACTIVE_WINDOW_INFO,
 
 // --- Updates of the guide ---
 
-template <PpgUpdateOp_T operation>
+template <PpgUpdateOp_T Operation>
 static bool operation_is(const void* record) {
-  return static_cast<const PpgUpdateGuide_T*>(record)->e_op == operation;
+  return static_cast<const PpgUpdateGuide_T*>(record)->e_op == Operation;
 }
 
 static constexpr Field kUpdateEpgFields[] = {

@@ -5,10 +5,10 @@ static constexpr FieldUse kRequest = kQuery | kSet;
 
 // --- Reminders ---
 
-template <int... operations>
+template <int... Operations>
 static bool reminder_does(const void* record) {
   const int operation = static_cast<const _RmdrEventInfo_T*>(record)->e_operation;
-  return ((operation == operations) || ...);
+  return ((operation == Operations) || ...);
 }
 static constexpr auto kIsRecording = reminder_does<RMDR_OP_IS_RECORDING>;
 static constexpr auto kIsOnSlot = reminder_does<RMDR_OP_RECORDING_ON_SLOT>;
@@ -173,9 +173,9 @@ static constexpr Field kRecordingFields[] = {
     RECORDING("b_scrambled", b_scrambled, .help = "1: scrambled"),
 };
 
-template <int operation>
+template <int Operation>
 static bool list_does(const void* record) {
-  return static_cast<const _Qt_RECLIST_INFO_T*>(record)->e_op == operation;
+  return static_cast<const _Qt_RECLIST_INFO_T*>(record)->e_op == Operation;
 }
 
 static constexpr ItemForm kRecordListForms[] = {
