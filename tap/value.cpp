@@ -340,7 +340,7 @@ static bool item_from_json(const cJSON* json, void* memory, std::size_t item_id,
   }
   const Type* const record = find_item(item_id);
   if (record != nullptr) return value_from_json(*record, json, memory, ret_error);
-  ret_error = "no record stands for item " + std::to_string(item_id);
+  ret_error = "item " + std::to_string(item_id) + " has no record";
   return false;
 }
 

@@ -84,7 +84,7 @@ const Type* find_record(std::string_view name);
 // The one record that has all the members of an object; null when there is none or more than one.
 const Type* guess_record(const cJSON* object);
 
-// The records that item ids stand for; null for an id that has none.
+// Registers the type of an item's record, and finds it; null for an item without a record.
 int know_item(std::size_t item_id, const Type& record);
 const Type* find_item(std::size_t item_id);
 
@@ -106,7 +106,7 @@ enum class Form : std::uint8_t {
   string,   // pointer to a text that ends at its NUL
   text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
   array,    // pointer to values or records
-  item,     // pointer to the record that stands for an item id; its size is that id
+  item,     // pointer to an item's record; the argument's size holds the item id
   callback,
   tag,
 };

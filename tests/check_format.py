@@ -36,7 +36,7 @@ def listed(patterns):
 
 
 def style_complaint(name, text):
-    """What the plugin's style has in place of what stands in a text; empty when nothing."""
+    """A line for each place that breaks the plugin's style, with what to write instead; empty when there is none."""
     if not name.startswith(PLUGIN):
         return ""
     return "".join(f"{name}:{number}: {wanted}\n" for number, line in enumerate(text.splitlines(), 1)

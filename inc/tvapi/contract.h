@@ -14,7 +14,7 @@
  *
  * A record that a function or a callback takes is described in a third statement, TVAPI_RECORD(type, members...), which
  * names its members in their order. TVAPI_UNION does the same for a union. A record inside another is described before
- * it. A fourth statement, TVAPI_ITEM(item id, type), says which record stands for an item id. */
+ * it. A fourth statement, TVAPI_ITEM(item id, type), gives the type of an item's record. */
 #ifndef TVAPI_CONTRACT_H
 #define TVAPI_CONTRACT_H
 
@@ -57,7 +57,7 @@
 #define TVAPI_KIND_INOUT_TEXT(name, size) (text, inout, char*, name, char, size)
 /* Room for values or records. */
 #define TVAPI_KIND_OUT_ARRAY(type, name, count) (array, out, type*, name, type, count)
-/* The record that stands for an item id, which item_id names; TVAPI_ITEM says which record that is. */
+/* The record of an item. The parameter item_id holds the item's id; TVAPI_ITEM gives the record's type. */
 #define TVAPI_KIND_IN_ITEM(name, item_id) (item, in, const void*, name, void, item_id)
 #define TVAPI_KIND_INOUT_ITEM(name, item_id) (item, inout, void*, name, void, item_id)
 /* A callback that the platform keeps and calls. */

@@ -1,4 +1,4 @@
-/* Recordings and reminders: the records of structured configuration items, by which the recorder is asked and answers.
+/* Recordings and reminders: the records of the structured configuration items that read and control the recorder.
  * Their lengths are part of the contract, and the same on every machine. Times are in seconds since 1970, UTC. */
 #ifndef TVAPI_PVR_TYPES_H
 #define TVAPI_PVR_TYPES_H

@@ -115,7 +115,7 @@ TEST_F(TapTest, an_items_record_is_the_one_that_its_id_names) {
   EXPECT_EQ(point.y, 9);
   demo_put_item(0x5EED01, &point);
   demo_put_item(0x5EED01, nullptr);
-  demo_put_item(7, &point);  // no record stands for it: nothing is known of what is there
+  demo_put_item(7, &point);  // an item without a record: the tap does not know its members
   EXPECT_EQ(plain_lines(), (Lines{R"({"call":"demo_ask_item","in":{"item_id":6221057,"value":{"x":1,"y":2}},)"
                                   R"("ret":0,"out":{"value":{"x":1,"y":9}}})",
                                   R"({"call":"demo_put_item","in":{"item_id":6221057,"value":{"x":1,"y":9}},"ret":0})",

@@ -45,7 +45,7 @@ constexpr ItemType item_INPUT_DEV_INFO = {.type = TYPE_INPUT_DEV_INFO,
   { .key = json_key, TVC_MEMBER(T_MULTIVIEW_PARAM, member), .use = kSet, __VA_ARGS__ }
 
 static constexpr Field kMultiviewFields[] = {
-    VIEW("MVIEW_VALUE", value, .help = "what is shown, in the platform's numbers"),
+    VIEW("MVIEW_VALUE", value, .help = "picture to start or move, in the platform's numbers"),
     VIEW("MVIEW_REGION_X", region.x, .unit = "pixel", .help = "left edge"),
     VIEW("MVIEW_REGION_Y", region.y, .unit = "pixel", .help = "upper edge"),
     VIEW("MVIEW_REGION_W", region.width, .unit = "pixel", .help = "width"),

@@ -23,7 +23,7 @@ struct Place {
 
 bool is_table_member(std::string_view key) { return key == "each" || key == "values" || key == "repeat"; }
 
-// Whether an element of "steps" stands for more than one step, or uses names of its own.
+// Whether an element of "steps" expands to several steps, or defines names of its own.
 bool is_repeated(std::string_view element) {
   const auto members = raw_children(element);
   return raw_is_object(element) && std::any_of(members.begin(), members.end(), [](const auto& member) {
