@@ -84,6 +84,15 @@ bool integer_from_json(const Type& type, const cJSON* json, void* value, std::st
   return true;
 }
 
+bool real_from_json(const cJSON* json, void* value, std::string& ret_error) {
+  if (!cJSON_IsNumber(json)) {
+    ret_error = shown(json) + " is not a number";
+    return false;
+  }
+  std::memcpy(value, &json->valuedouble, sizeof json->valuedouble);
+  return true;
+}
+
 bool record_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   if (std::string bytes; json_to_bytes(json, bytes)) {
     std::memcpy(value, bytes.data(), std::min(bytes.size(), type.size));
@@ -162,6 +171,11 @@ cJSON* value_to_json(const Type& type, const void* value) {
       const Integer number = integer_load(type, value);
       return number.negative ? json_integer(static_cast<std::int64_t>(number.bits)) : json_unsigned(number.bits);
     }
+    case Shape::real: {
+      double number = 0;
+      std::memcpy(&number, value, sizeof number);
+      return cJSON_CreateNumber(number);
+    }
     case Shape::string: {
       const char* text = nullptr;
       std::memcpy(&text, value, sizeof text);
@@ -208,6 +222,8 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
     case Shape::integer:
     case Shape::word:
       return integer_from_json(type, json, value, ret_error);
+    case Shape::real:
+      return real_from_json(json, value, ret_error);
     case Shape::string: {
       if (!cJSON_IsString(json)) {
         ret_error = shown(json) + " is not a text";

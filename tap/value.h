@@ -15,6 +15,7 @@ namespace tap {
 enum class Shape : std::uint8_t {
   none,     // void
   integer,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
+  real,     // double: a number
   word,     // pointer-sized word: a number, signed
   string,   // char*: a text, or null
   text,     // char[count]: a text
@@ -65,6 +66,8 @@ constexpr Type make_type() {
     return {.shape = Shape::integer, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
   } else if constexpr (std::is_integral_v<T>) {
     return {.shape = Shape::integer, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
+  } else if constexpr (std::is_same_v<T, double>) {
+    return {.shape = Shape::real, .is_signed = true, .size = sizeof(T)};
   } else if constexpr (std::is_same_v<T, char*> || std::is_same_v<T, const char*>) {
     return {.shape = Shape::string, .size = sizeof(T)};
   } else if constexpr (std::is_pointer_v<T>) {

@@ -56,6 +56,7 @@ static void add_type_value(Bytes& bytes, const tap::Type& type, std::string& tex
       return;
     case tap::Shape::integer:
     case tap::Shape::word:
+    case tap::Shape::real:
       if (take_chance(bytes, 4)) return add_number_value(bytes, text);
       text += std::to_string(take_number<std::int8_t>(bytes));
       return;

@@ -56,6 +56,7 @@ inline void answer_value(Answers& answers, const tap::Type& type, void* value, c
       return;
     case tap::Shape::integer:
     case tap::Shape::word:
+    case tap::Shape::real:  // any bits: NaN, infinity, and numbers that no integer holds
       return answer_integer(answers, type, value);
     case tap::Shape::string: {
       const char* const text = answer_text(answers, allocate);
@@ -232,6 +233,8 @@ Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std
   using enum tap::Form;
   if constexpr (form == value || form == string)
     return answer<Passed>(allocate);
+  else if constexpr (form == address && std::is_same_v<T, char>)
+    return const_cast<char*>(answer<const char*>(allocate));
   else if constexpr (form == one || form == address)
     return answer_one<T>(allocate);
   else if constexpr (form == tag)
