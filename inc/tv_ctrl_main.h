@@ -133,6 +133,17 @@ TVC_EXPORT INT32 tv_ctrl_set_multiview(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_get_pvr_info(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_set_pvr_info(UINT16 ui2_id, void* pv_content);
 
+TVC_EXPORT INT32 tv_ctrl_get_cbrowser(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_cbrowser(UINT16 ui2_id, void* pv_content);
+
+TVC_EXPORT INT32 tv_ctrl_get_dlna(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_dlna(UINT16 ui2_id, void* pv_content);
+
+// Starts the recording file playback service. The core calls it at start-up, an application again with a set.
+TVC_EXPORT INT32 tv_ctrl_pus_init(void);
+TVC_EXPORT INT32 tv_ctrl_get_pus(UINT16 ui2_id, void* pv_content);
+TVC_EXPORT INT32 tv_ctrl_set_pus(UINT16 ui2_id, void* pv_content);
+
 TVC_EXPORT INT32 tv_ctrl_key_get(UINT16 ui2_id, void* pv_content);
 TVC_EXPORT INT32 tv_ctrl_key_set(UINT16 ui2_id, void* pv_content);
 }

@@ -41,7 +41,8 @@
 
 /* An integer, enumeration, handle, pointer-sized word, or small record, by value. */
 #define TVAPI_KIND_IN(type, name) (value, in, type, name, type, 0)
-/* A pointer-sized word: a number, or the address of a record, which is read only. Another parameter says which. */
+/* A pointer-sized word: a number, or the address of a record or, with char, of a text that ends at its NUL. Both are
+ * read only. Another parameter says which. */
 #define TVAPI_KIND_IN_ADDRESS(type, name) (address, in, void*, name, type, 0)
 /* A text that ends at its NUL. */
 #define TVAPI_KIND_IN_TEXT(name) (string, in, const char*, name, char, 0)

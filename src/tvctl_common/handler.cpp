@@ -23,7 +23,8 @@ static INT32 carry_out(const Handler& handler, const StoredRecord& row, RecordFu
 
 static INT32 get_record(const Handler& handler, UINT16 ui2_id, void* pv_content) {
   const StoredRecord* const row = tvc_find_record(handler, ui2_id);
-  if (!row || !row->get) return handler.get_default;
+  if (!row) return handler.get_without_row;
+  if (!row->get) return handler.get_default;
   return carry_out(handler, *row, row->get, row->get_operation, ui2_id, pv_content);
 }
 
@@ -71,7 +72,8 @@ static Effect answer_effect(INT32 answer) { return answer == VEXTVCTRLR_OK ? Eff
 
 Effect tvc_get_effect(const Handler& handler, UINT16 ui2_id) {
   const StoredRecord* const row = tvc_find_record(handler, ui2_id);
-  return row && row->get ? Effect::kServed : answer_effect(handler.get_default);
+  if (!row) return answer_effect(handler.get_without_row);
+  return row->get ? Effect::kServed : answer_effect(handler.get_default);
 }
 
 Effect tvc_set_effect(const Handler& handler, UINT16 ui2_id, bool has_record) {

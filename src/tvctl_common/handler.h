@@ -69,8 +69,9 @@ enum class WithoutRecord : UINT8 {
 struct Handler {
   UINT8 group;
   Records records;
-  INT32 get_default = VEXTVCTRLR_OK;  // result of a get without a get function
-  INT32 set_default = VEXTVCTRLR_OK;  // result of a set without a set function
+  INT32 get_default = VEXTVCTRLR_OK;    // result of a get without a get function
+  INT32 get_without_row = get_default;  // the same of a record that has no row
+  INT32 set_default = VEXTVCTRLR_OK;    // result of a set without a set function
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
   bool set_needs_record = false;     // true: tv_ctrl_set refuses every set without a content record itself
   INT32 (*start)() = nullptr;        // called when the core starts; null: there is nothing to start

@@ -50,3 +50,10 @@ inline INT32 tvc_ignored(const RecordRequest& request, INT32 ret, int line = __b
   tvc_failed(ret, request.operation, line);
   return VEXTVCTRLR_OK;
 }
+
+// As tvc_checked, where anything but 0 is a failure.
+inline INT32 tvc_checked_zero(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
+  if (ret == 0) return VEXTVCTRLR_OK;
+  tvc_log_fail(request.operation, line, ret);
+  return VEXTVCTRLR_FAIL;
+}

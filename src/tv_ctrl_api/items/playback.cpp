@@ -1,0 +1,127 @@
+// Item types of media players: requests and events.
+#include <string.h>
+
+#include "tv_ctrl_api/item_types.h"
+#include "tv_ctrl_api/items/text_address.h"
+#include "tv_ctrl_util/log.h"
+
+// --- Requests ---
+
+static constexpr FieldUse kRequest = kQuery | kSet;
+
+static INT32 operator_of(const void* record) { return static_cast<const T_CBROWSER_PB*>(record)->pb_operator; }
+
+template <INT32 Operator>
+static bool is_operator(const void* record) {
+  return operator_of(record) == Operator;
+}
+
+static constexpr char kOperatorWords[] =
+#define TVC_OPERATOR(symbol, number, word, call) #number "=" word "\0"
+#include "vex_tv_ctrl/playback.def"
+    ;
+
+#define INIT(json_key, member, ...) \
+  { .key = json_key, TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.member), __VA_ARGS__ }
+
+static constexpr Field kPlaybackFields[] = {
+    {.key = "NAME", .use = kResponse, .text = "Content Browser Playback", .help = "display name"},
+    {.key = "handle", TVC_MEMBER(T_CBROWSER_PB, pb_handle), .use = kRequest | kResponse, .help = "the player"},
+    {.key = "operator",
+     TVC_NAMED(T_CBROWSER_PB, pb_operator),
+     .use = kRequest,
+     .values = kOperatorWords,
+     .help = "what the player does, or is asked for; without it a player is created"},
+    INIT("bMode", bMode, .use = kRequest, .unless = "operator", .help = "first mode, in the player's numbers"),
+    INIT("oMode", oMode, .use = kRequest, .unless = "operator", .help = "second mode, in the player's numbers"),
+    INIT("pvTag", pvTag, .use = kRequest, .unless = "operator",
+         .help = "comes with the player's events; without it the plugin chooses one"),
+    INIT("info", sInfo, .use = kRequest, .unless = "operator", .help = "information for the player, in its numbers"),
+    INIT("profile", sprofile, .use = kRequest, .unless = "operator", .help = "profile of the stream"),
+    INIT("protocal", sprotocal, .use = kRequest, .unless = "operator", .help = "protocol of the stream"),
+    INIT("mediaPath", smediaPath, .use = kRequest, .unless = "operator", .help = "path or address to play"),
+    INIT("pvTag", pvTag, .use = kResponse, .when = is_operator<0>, .help = "tag of the player's events"),
+#define OPERATION(member) u.t_cbrowser_pb_oper_info.member
+#define TVC_READS(symbol, json_key, member, ...)            \
+  {.key = json_key,                                         \
+   TVC_MEMBER(T_CBROWSER_PB, OPERATION(member)),            \
+   .use = kRequest,                                         \
+   .read_when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
+   __VA_ARGS__},
+#define TVC_READS_NAME(symbol, json_key, member, ...)       \
+  {.key = json_key,                                         \
+   TVC_NAMED(T_CBROWSER_PB, OPERATION(member)),             \
+   .use = kRequest,                                         \
+   .read_when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
+   __VA_ARGS__},
+#define TVC_ANSWERS(symbol, json_key, member, ...)     \
+  {.key = json_key,                                    \
+   TVC_MEMBER(T_CBROWSER_PB, OPERATION(member)),       \
+   .use = kResponse,                                   \
+   .when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
+   __VA_ARGS__},
+#include "vex_tv_ctrl/playback.def"
+#undef OPERATION
+};
+
+static bool has_answer(INT32 number) {
+#define TVC_ANSWERS(symbol, key, member, ...) \
+  if (number == CBROWSER_PB_OPERATOR_##symbol) return true;
+#include "vex_tv_ctrl/playback.def"
+  return number == 0;
+}
+
+static bool log_without_answer(const void* record) {
+  if (!has_answer(operator_of(record)))
+    TVC_LOG_AS(kLogValue, "_json_print_cbrowser_playback_type", "pt_content->pb_operator = %d not handle!\n",
+               operator_of(record));
+  return true;
+}
+
+constexpr ItemType item_CBROWSER_PB = {.type = TYPE_CBROWSER_PB,
+                                       .record_size = sizeof(T_CBROWSER_PB),
+                                       .allocated_size = sizeof(T_CBROWSER_PB),
+                                       .decoder = "_unpack_json_cbrowser_playback",
+                                       .error_word = "cbrowser playback",
+                                       .renderer = "_json_print_cbrowser_playback_type",
+                                       .fields = kPlaybackFields,
+                                       .has_response = log_without_answer};
+
+// --- Events ---
+
+// Writes the argument as a number, except for a finished thumbnail: there it is the address of the picture's path.
+static void render_pb_arg1(JsonText& json, const Field&, const void* record) {
+  const T_CBROWSER_PB_NOTIFY& notify = *static_cast<const T_CBROWSER_PB_NOTIFY*>(record);
+  if (notify.type != PLAYER_EVENT_THUMBNAIL) return tvc_write_integer(json, static_cast<INT32>(notify.arg1));
+  render_text_at(json, notify.arg1,
+                 {.operation = "_json_print_cbrowser_playback_notify",
+                  .label = "thumbnail path:",
+                  .missing = "pt_content->arg1 == NULL"});
+}
+
+static constexpr Field kCbrowserPbNotifyFields[] = {
+    {.key = "TYPE",
+     TVC_MEMBER(T_CBROWSER_PB_NOTIFY, type),
+     .use = kNotify,
+     .values = "19=a thumbnail was made\0",
+     .help = "kind of player event; other numbers are the platform's"},
+    {.key = "TAG", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, tag), .use = kNotify, .help = "tag given at initialisation"},
+    {.key = "ARG1",
+     TVC_WORD(T_CBROWSER_PB_NOTIFY, arg1),
+     .use = kNotify,
+     .render = render_pb_arg1,
+     .help = "argument of the event; for a thumbnail, the path of the picture"},
+    {.key = "ARG2", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg2), .use = kNotify, .help = "second argument of the event"},
+    {.key = "ARG3", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg3), .use = kNotify, .help = "third argument of the event"},
+    {.key = "ARG4", TVC_MEMBER(T_CBROWSER_PB_NOTIFY, arg4), .use = kNotify, .help = "fourth argument of the event"},
+};
+
+constexpr ItemType item_CBROWSER_PB_NOTIFY = {.type = TYPE_CBROWSER_PB_NOTIFY,
+                                              .record_size = sizeof(T_CBROWSER_PB_NOTIFY),
+                                              .allocated_size = sizeof(T_CBROWSER_PB_NOTIFY),
+                                              .fields = kCbrowserPbNotifyFields,
+                                              .notify = {.form = NotifyForm::kQueued,
+                                                         .bound = kQueueBound,
+                                                         .log_name = "_json_print_cbrowser_playback_notify",
+                                                         .traces_text = true,
+                                                         .restarts_unusable = true}};
