@@ -4,9 +4,12 @@
 static constexpr FieldUse kRequest = kQuery | kSet;
 
 static constexpr Field kDateFields[] = {
-    {.key = "year", TVC_MEMBER(T_DATE_TIME, iyear)},     {.key = "month", TVC_MEMBER(T_DATE_TIME, imonth)},
-    {.key = "day", TVC_MEMBER(T_DATE_TIME, iday)},       {.key = "hour", TVC_MEMBER(T_DATE_TIME, ihour)},
-    {.key = "minute", TVC_MEMBER(T_DATE_TIME, iminute)}, {.key = "second", TVC_MEMBER(T_DATE_TIME, isecond)},
+    {.key = "year", TVC_MEMBER(T_DATE_TIME, iyear), .help = "year"},
+    {.key = "month", TVC_MEMBER(T_DATE_TIME, imonth), .help = "month, from 1"},
+    {.key = "day", TVC_MEMBER(T_DATE_TIME, iday), .help = "day, from 1"},
+    {.key = "hour", TVC_MEMBER(T_DATE_TIME, ihour), .help = "hour"},
+    {.key = "minute", TVC_MEMBER(T_DATE_TIME, iminute), .help = "minute"},
+    {.key = "second", TVC_MEMBER(T_DATE_TIME, isecond), .help = "second"},
 };
 
 // --- Servers and their items ---

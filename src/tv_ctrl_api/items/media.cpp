@@ -38,9 +38,12 @@ static constexpr Field kSummaryFields[] = {
 };
 
 static constexpr Field kDateFields[] = {
-    {.key = "YEAR", TVC_MEMBER(T_DATE_TIME, iyear)},     {.key = "MONTH", TVC_MEMBER(T_DATE_TIME, imonth)},
-    {.key = "DAY", TVC_MEMBER(T_DATE_TIME, iday)},       {.key = "HOUR", TVC_MEMBER(T_DATE_TIME, ihour)},
-    {.key = "MINUTE", TVC_MEMBER(T_DATE_TIME, iminute)}, {.key = "SECOND", TVC_MEMBER(T_DATE_TIME, isecond)},
+    {.key = "YEAR", TVC_MEMBER(T_DATE_TIME, iyear), .help = "year"},
+    {.key = "MONTH", TVC_MEMBER(T_DATE_TIME, imonth), .help = "month, from 1"},
+    {.key = "DAY", TVC_MEMBER(T_DATE_TIME, iday), .help = "day, from 1"},
+    {.key = "HOUR", TVC_MEMBER(T_DATE_TIME, ihour), .help = "hour"},
+    {.key = "MINUTE", TVC_MEMBER(T_DATE_TIME, iminute), .help = "minute"},
+    {.key = "SECOND", TVC_MEMBER(T_DATE_TIME, isecond), .help = "second"},
 };
 
 #define FOLDER_FIELDS                                                                  \
