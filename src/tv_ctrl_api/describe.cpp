@@ -112,11 +112,36 @@ static void describe_uri_of_field(JsonText& json, UINT16 id) {
   if (tv_ctrl_get_uri_by_id(id, uri) == VEXTVCTRLR_OK) write_text_member(json, "uri", uri);
 }
 
-static void describe_field(JsonText& json, const Field& field) {
+// Writes the name that stands for a number in a list such as "1=Play\0" "2=Pause\0"; null for 0, which stands for a
+// member that is not there; the number where it has no name.
+static void write_named_number(JsonText& json, const char* values, INT32 number) {
+  if (number == 0) return tvc_write_null(json);
+  for (const char* value = values; *value; value += strlen(value) + 1)
+    if (tvc_text_to_int32(value) == number) return tvc_write_text(json, strchr(value, '=') + 1);
+  tvc_write_integer(json, number);
+}
+
+// Names the member that selects the operation which a field belongs to, and its value. fields: the field's table.
+static void describe_selector(JsonText& json, std::span<const Field> fields, const Field& field) {
+  const auto selector = std::ranges::find_if(fields, [&field](const Field& row) {
+    return row.kind == FieldKind::kName && row.offset == field.selector.offset;
+  });
+  if (selector == fields.end()) return;
+  tvc_write_key(json, "when");
+  tvc_open_object(json);
+  write_text_member(json, "key", selector->key.data());
+  tvc_write_key(json, "value");
+  write_named_number(json, selector->values, field.selected);
+  tvc_close_object(json);
+}
+
+// Describes a field of a table.
+static void describe_field(JsonText& json, std::span<const Field> fields, const Field& field) {
   tvc_open_object(json);
   write_text_member(json, "key", field.key.data());
   write_text_member(json, "kind", find_kind(field.kind)->name);
   if (field.uri) describe_uri_of_field(json, field.uri);
+  if (field.selector.size) describe_selector(json, fields, field);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
   if (const std::size_t size = tvc_element_size(field.kind))
     write_number_member(json, "count", static_cast<INT64>(field.size / size));
@@ -134,10 +159,12 @@ static void describe_field(JsonText& json, const Field& field) {
 static bool takes_part(const Field& field, FieldUse use) { return use == kEverywhere || (field.use & use); }
 
 // Returns whether one of these rows describes the same member. Several rows of one key are one member: their conditions
-// decide which of them a record shows. They are two where they differ in kind, or belong to different URIs.
+// decide which of them a record shows. They are two where they differ in kind, or belong to different URIs or
+// operations.
 static bool is_described(std::span<const Field> rows, FieldUse use, const Field& field) {
   return std::ranges::any_of(rows, [&](const Field& row) {
     return takes_part(row, use) && row.key == field.key && row.uri == field.uri &&
+           row.selector.size == field.selector.size && row.selected == field.selected &&
            find_kind(row.kind) == find_kind(field.kind);
   });
 }
@@ -145,7 +172,8 @@ static bool is_described(std::span<const Field> rows, FieldUse use, const Field&
 // Describes each member once.
 static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use) {
   for (std::size_t i = 0; i < fields.size(); ++i)
-    if (takes_part(fields[i], use) && !is_described(fields.first(i), use, fields[i])) describe_field(json, fields[i]);
+    if (takes_part(fields[i], use) && !is_described(fields.first(i), use, fields[i]))
+      describe_field(json, fields, fields[i]);
 }
 
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use) {
@@ -169,7 +197,7 @@ static void describe_response(JsonText& json, const ItemType& item) {
     for (const Field& field : item.forms[i].fields)
       if (std::ranges::none_of(item.forms.first(i),
                                [&](const ItemForm& before) { return is_described(before.fields, kEverywhere, field); }))
-        describe_field(json, field);
+        describe_field(json, item.forms[i].fields, field);
   tvc_close_array(json);
 }
 

@@ -186,10 +186,16 @@ static bool decode_value(const Field& field, const cJSON* parameter, void* recor
   }
 }
 
+// Returns whether the record's operation has this field.
+static bool is_selected(const Field& field, const void* record) {
+  return !field.selector.size || tvc_integer_at(record, field.selector) == field.selected;
+}
+
 // Returns whether a field is decoded in this request.
 static bool is_read(const Field& field, FieldUse use, const cJSON* parameter, const void* record, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
+  if (!is_selected(field, record)) return false;
   if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(parameter, field.unless));
 }
@@ -277,6 +283,7 @@ static void write_value(JsonText& json, const Field& field, const void* record) 
 void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record) {
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
+    if (!is_selected(field, record)) continue;
     if (field.when && !field.when(record)) continue;
     tvc_write_key(json, field.key);
     write_value(json, field, record);
@@ -291,6 +298,6 @@ void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse us
 
 void tvc_free_texts(std::span<const Field> fields, void* record) {
   for (const Field& field : fields)
-    if (field.kind == FieldKind::kOwnedText && (!field.when || field.when(record)))
+    if (field.kind == FieldKind::kOwnedText && is_selected(field, record) && (!field.when || field.when(record)))
       free(std::exchange(field_at<char*>(record, field), nullptr));
 }

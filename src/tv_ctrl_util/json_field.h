@@ -72,6 +72,10 @@ struct Field {
   FieldUse use = kEverywhere;
   bool sets_count = false;  // of a decoded array: `count` becomes the number of elements taken
   UINT16 uri = 0;           // decoded only in requests of this identifier; 0: in all requests
+  // Of a member that belongs to one operation: decoded and rendered only when the integer at `selector`, which an
+  // earlier row of kind kName decodes, is `selected`.
+  IntegerPlace selector = {};
+  UINT16 selected = 0;
   IntegerPlace count = {};  // only of an array: where its number of elements is; while that is 0, none is decoded
   // Of a single value; a row that is skipped writes neither.
   IntegerPlace found = {};    // becomes 1 when the member was stored, else 0
@@ -189,11 +193,10 @@ std::size_t tvc_element_count(const Field& field, const void* record);
 std::size_t tvc_element_size(FieldKind kind);
 
 // Decodes the fields of this use from the parameter object, in the table's order, into a record that was zeroed. Skips
-// rows of another URI, and those that `read_when` or `unless` rules out. A missing member leaves its field as it is,
-// and so does a text or an object of another JSON kind. An array whose count is not 0 must be there and have elements.
-// entry: the name under which arrays, names and custom decodes log. uri: the request's identifier.
-// Returns 0, or -1 at the first failure; what was decoded before it stays. It fails when `parameter` or `record` is
-// null
+// rows of another URI, and those that `selector`, `read_when` or `unless` rules out. A missing member leaves its field
+// as it is, and so does a text or an object of another JSON kind. An array whose count is not 0 must be there and have
+// elements. entry: the name under which arrays, names and custom decodes log. uri: the request's identifier. Returns 0,
+// or -1 at the first failure; what was decoded before it stays. It fails when `parameter` or `record` is null
 // ("param is NULL!"), when such an array is missing or no array ("<key> type is NOT array!"), and when it is empty
 // ("array size is zero!").
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
@@ -205,8 +208,8 @@ void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse u
 // Writes the same as an object.
 void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
-// Frees the kOwnedText fields of this table, not those of nested objects, and clears their addresses. Skips rows whose
-// `when` does not hold: in a union, their place may hold something else.
+// Frees the kOwnedText fields of this table, not those of nested objects, and clears their addresses. Skips rows that
+// `selector` or `when` rules out: in a union, their place may hold something else.
 void tvc_free_texts(std::span<const Field> fields, void* record);
 
 // A custom decode of an INT32: stores what tvc_json_integer() makes of the member. Unlike a kInt32, a text gives 0.

@@ -1,5 +1,5 @@
 // Item types of media players: requests and events.
-#include <string.h>
+#include <algorithm>
 
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/items/text_address.h"
@@ -9,17 +9,14 @@
 
 static constexpr FieldUse kRequest = kQuery | kSet;
 
-static INT32 operator_of(const void* record) { return static_cast<const T_CBROWSER_PB*>(record)->pb_operator; }
-
-template <INT32 Operator>
-static bool is_operator(const void* record) {
-  return operator_of(record) == Operator;
-}
-
 static constexpr char kOperatorWords[] =
 #define TVC_OPERATOR(symbol, number, word, call) #number "=" word "\0"
 #include "vex_tv_ctrl/playback.def"
     ;
+
+// What a row of one operator says, beside its member of T_CBROWSER_PB_OPER_INFO.
+#define OF_OPERATOR(number) .selector = TVC_PLACE(T_CBROWSER_PB, pb_operator), .selected = (number)
+#define INFO(kind, member) kind(T_CBROWSER_PB, u.t_cbrowser_pb_oper_info.member)
 
 #define INIT(json_key, member, ...) \
   { .key = json_key, TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.member), __VA_ARGS__ }
@@ -40,41 +37,31 @@ static constexpr Field kPlaybackFields[] = {
     INIT("profile", sprofile, .use = kRequest, .unless = "operator", .help = "profile of the stream"),
     INIT("protocal", sprotocal, .use = kRequest, .unless = "operator", .help = "protocol of the stream"),
     INIT("mediaPath", smediaPath, .use = kRequest, .unless = "operator", .help = "path or address to play"),
-    INIT("pvTag", pvTag, .use = kResponse, .when = is_operator<0>, .help = "tag of the player's events"),
-#define OPERATION(member) u.t_cbrowser_pb_oper_info.member
-#define TVC_READS(symbol, json_key, member, ...)            \
-  {.key = json_key,                                         \
-   TVC_MEMBER(T_CBROWSER_PB, OPERATION(member)),            \
-   .use = kRequest,                                         \
-   .read_when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
-   __VA_ARGS__},
-#define TVC_READS_NAME(symbol, json_key, member, ...)       \
-  {.key = json_key,                                         \
-   TVC_NAMED(T_CBROWSER_PB, OPERATION(member)),             \
-   .use = kRequest,                                         \
-   .read_when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
-   __VA_ARGS__},
-#define TVC_ANSWERS(symbol, json_key, member, ...)     \
-  {.key = json_key,                                    \
-   TVC_MEMBER(T_CBROWSER_PB, OPERATION(member)),       \
-   .use = kResponse,                                   \
-   .when = is_operator<CBROWSER_PB_OPERATOR_##symbol>, \
-   __VA_ARGS__},
+    {.key = "pvTag",
+     TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.pvTag),
+     .use = kResponse,
+     OF_OPERATOR(0),
+     .help = "tag of the player's events"},
+#define OPERATION(symbol, json_key, place, uses, ...) \
+  {.key = json_key, place, .use = uses, OF_OPERATOR(CBROWSER_PB_OPERATOR_##symbol), __VA_ARGS__},
+#define TVC_READS(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_MEMBER, member), kRequest, __VA_ARGS__)
+#define TVC_READS_NAME(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_NAMED, member), kRequest, __VA_ARGS__)
+#define TVC_ANSWERS(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_MEMBER, member), kResponse, __VA_ARGS__)
 #include "vex_tv_ctrl/playback.def"
 #undef OPERATION
 };
 
 static bool has_answer(INT32 number) {
-#define TVC_ANSWERS(symbol, key, member, ...) \
-  if (number == CBROWSER_PB_OPERATOR_##symbol) return true;
-#include "vex_tv_ctrl/playback.def"
-  return number == 0;
+  return std::ranges::any_of(kPlaybackFields, [number](const Field& field) {
+    return field.selector.size && (field.use & kResponse) && field.selected == number;
+  });
 }
 
+// Logs an operator that has nothing to answer. There is a response all the same.
 static bool log_without_answer(const void* record) {
-  if (!has_answer(operator_of(record)))
-    TVC_LOG_AS(kLogValue, "_json_print_cbrowser_playback_type", "pt_content->pb_operator = %d not handle!\n",
-               operator_of(record));
+  const INT32 number = static_cast<const T_CBROWSER_PB*>(record)->pb_operator;
+  if (vex_tvc_debug_level() >= kLogValue && !has_answer(number))
+    TVC_LOG_AS(kLogValue, "_json_print_cbrowser_playback_type", "pt_content->pb_operator = %d not handle!\n", number);
   return true;
 }
 
