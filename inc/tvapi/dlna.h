@@ -73,7 +73,8 @@ TVAPI_FN(INT32, a_vextvapi_dmp_file_getDirectoryListingAsync, IN(UINT32, instanc
 
 TVAPI_FN(INT32, a_vextvapi_dmp_file_getMediaType, IN(UINT32, instance), OUT(INT32, type))
 TVAPI_FN(INT32, a_vextvapi_dmp_file_getObjectId, IN(UINT32, instance), OUT_TEXT(id, size), IN(INT32, size))
-TVAPI_FN(INT32, a_vextvapi_dmp_file_getParent, IN(UINT32, instance), OUT(INT32, dev_id), OUT_TEXT(id, 256))
+TVAPI_FN(INT32, a_vextvapi_dmp_file_getParent, IN(UINT32, instance), OUT(INT32, dev_id), OUT_TEXT(id, size),
+         IN(INT32, size))
 TVAPI_FN(INT32, a_vextvapi_dmp_file_getChildCount, IN(UINT32, instance), OUT(INT32, count))
 TVAPI_FN(INT32, a_vextvapi_dmp_file_getLocalPath, IN(UINT32, instance), OUT_TEXT(path, size), IN(INT32, size))
 TVAPI_FN(INT32, a_vextvapi_dmp_file_getThumbnailLocalPath, IN(UINT32, instance), OUT_TEXT(path, size), IN(INT32, size))

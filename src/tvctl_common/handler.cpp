@@ -25,11 +25,13 @@ static INT32 get_record(const Handler& handler, UINT16 ui2_id, void* pv_content)
   const StoredRecord* const row = tvc_find_record(handler, ui2_id);
   if (!row) return handler.get_without_row;
   if (!row->get) return handler.get_default;
+  if (!pv_content) return VEXTVCTRLR_INV_ARG;
   return carry_out(handler, *row, row->get, row->get_operation, ui2_id, pv_content);
 }
 
 INT32 tvc_handle_get(const Handler& handler, UINT16 ui2_id, void* pv_content) {
-  if (!pv_content || tvc_group(ui2_id) != handler.group) return VEXTVCTRLR_INV_ARG;
+  if (tvc_group(ui2_id) != handler.group) return VEXTVCTRLR_INV_ARG;
+  if (!pv_content && handler.get_needs_record) return VEXTVCTRLR_INV_ARG;
   const char* const frame = handler.framed_get;
   if (frame) tvc_log_progress("[TVC_MAIN][%s][%d] enter.\n", frame, __LINE__);
   const INT32 ret = get_record(handler, ui2_id, pv_content);

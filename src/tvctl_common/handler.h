@@ -72,6 +72,7 @@ struct Handler {
   INT32 get_default = VEXTVCTRLR_OK;    // result of a get without a get function
   INT32 get_without_row = get_default;  // the same of a record that has no row
   INT32 set_default = VEXTVCTRLR_OK;    // result of a set without a set function
+  bool get_needs_record = true;         // false: only a get that a function carries out needs a content record
   WithoutRecord set_without_record = WithoutRecord::kAsRow;
   bool set_needs_record = false;     // true: tv_ctrl_set refuses every set without a content record itself
   INT32 (*start)() = nullptr;        // called when the core starts; null: there is nothing to start

@@ -117,43 +117,43 @@ static INT32 destroy_item(const RecordRequest& request) {
 
 // Reads a text of an item or of the renderer into its array, and terminates it.
 template <std::size_t Size>
-static void read_text(const RecordRequest& request, INT32 (*read)(UINT32 instance, char* text, INT32 size),
-                      UINT32 instance, char (&ret_array)[Size]) {
-  tvc_failed(read(instance, ret_array, Size), request.operation);
+static void read_text(INT32 (*read)(UINT32 instance, char* text, INT32 size), UINT32 instance,
+                      char (&ret_array)[Size]) {
+  read(instance, ret_array, Size);
   tvc_end_text(ret_array);
 }
 
-// A fact that the platform cannot tell stays empty, and the request succeeds.
+// The reads' results are not looked at: a fact that the platform does not know stays empty.
 static INT32 get_item_info(const RecordRequest& request) {
   T_DMP_INST_INFO& item = tvc_content<T_DLNA_DMP>(request).mediaInfo;
-  const UINT32 instance = item.obj_inst;
-  const auto text = [&request, instance](auto read, auto& ret_array) { read_text(request, read, instance, ret_array); };
-  tvc_ignored(request, a_vextvapi_dmp_file_getMediaType(instance, &item.media_type));
-  text(a_vextvapi_dmp_file_getObjectId, item.file_obj_id);
-  tvc_ignored(request, a_vextvapi_dmp_file_getParent(instance, &item.parent_dev_id, item.parent_id));
-  tvc_end_text(item.parent_id);
   T_DMP_META_DATA& data = item.u.mediaMetaData;
+  const UINT32 instance = item.obj_inst;
+  a_vextvapi_dmp_file_getMediaType(instance, &item.media_type);
+  read_text(a_vextvapi_dmp_file_getObjectId, instance, item.file_obj_id);
+  a_vextvapi_dmp_file_getParent(instance, &item.parent_dev_id, item.parent_id, sizeof item.parent_id);
+  tvc_end_text(item.parent_id);
   if (item.media_type == DLNA_MEDIA_CONTAINER) {
-    tvc_ignored(request, a_vextvapi_dmp_file_getChildCount(instance, &item.u.subItem.subItemNum));
-    text(a_vextvapi_dmp_file_getMediaName, data.mediaName);
+    a_vextvapi_dmp_file_getChildCount(instance, &item.u.subItem.subItemNum);
+    read_text(a_vextvapi_dmp_file_getMediaName, instance, data.mediaName);
     return VEXTVCTRLR_OK;
   }
   const bool is_music = item.media_type == DLNA_MEDIA_MUSIC;
   const bool is_photo = item.media_type == DLNA_MEDIA_PHOTO;
   const bool is_video = item.media_type == DLNA_MEDIA_VIDEO;
-  text(a_vextvapi_dmp_file_getLocalPath, item.local_path);
-  text(a_vextvapi_dmp_file_getThumbnailLocalPath, item.thumbnail_local_path);
-  data.mediaType = item.media_type;
-  text(a_vextvapi_dmp_file_getMediaName, data.mediaName);
-  text(a_vextvapi_dmp_file_getMediaExtension, data.mediaExtension);
-  tvc_ignored(request, a_vextvapi_dmp_file_getMediaSize(instance, &data.mediaSize));
+  read_text(a_vextvapi_dmp_file_getLocalPath, instance, item.local_path);
+  read_text(a_vextvapi_dmp_file_getThumbnailLocalPath, instance, item.thumbnail_local_path);
+  a_vextvapi_dmp_file_getMediaType(instance, &data.mediaType);
+  read_text(a_vextvapi_dmp_file_getMediaName, instance, data.mediaName);
+  read_text(a_vextvapi_dmp_file_getMediaExtension, instance, data.mediaExtension);
+  a_vextvapi_dmp_file_getMediaSize(instance, &data.mediaSize);
   if (is_music) {
-    text(a_vextvapi_dmp_file_getMediaArtist, data.mediaArtist);
-    text(a_vextvapi_dmp_file_getMediaAlbum, data.mediaAlbum);
+    read_text(a_vextvapi_dmp_file_getMediaArtist, instance, data.mediaArtist);
+    read_text(a_vextvapi_dmp_file_getMediaAlbum, instance, data.mediaAlbum);
   }
-  if (is_music || is_video) text(a_vextvapi_dmp_file_getMediaDuration, data.mediaDuration);
-  if (is_photo || is_video) text(a_vextvapi_dmp_file_getMediaResolution, data.mediaResolution);
-  return tvc_ignored(request, a_vextvapi_dmp_file_getMediaDate(instance, &data.mediaDate));
+  if (is_music || is_video) read_text(a_vextvapi_dmp_file_getMediaDuration, instance, data.mediaDuration);
+  if (is_photo || is_video) read_text(a_vextvapi_dmp_file_getMediaResolution, instance, data.mediaResolution);
+  a_vextvapi_dmp_file_getMediaDate(instance, &data.mediaDate);
+  return VEXTVCTRLR_OK;
 }
 
 static INT32 list_children(const RecordRequest& request) {
@@ -163,12 +163,12 @@ static INT32 list_children(const RecordRequest& request) {
   const BrowserGuard guard;
   item.media_type = DLNA_MEDIA_CONTAINER;
   std::ranges::fill(children, T_DMP_INST_CONTAINER{});
-  player.requestNum = std::clamp<INT32>(player.requestNum, 0, DMP_LIST_MAX);
+  player.requestNum = std::min<INT32>(player.requestNum, DMP_LIST_MAX);
   T_DMP_INST_CONTAINER found[DMP_LIST_MAX] = {};
   const INT32 ret =
       a_vextvapi_dmp_file_getDirectoryListingAsync(item.obj_inst, found, player.startIdx, player.requestNum);
   if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
-  std::copy_n(found, player.requestNum, children);
+  std::copy_n(found, player.requestNum, children);  // none for a negative number
   return VEXTVCTRLR_OK;
 }
 
@@ -201,21 +201,22 @@ static INT32 destroy_renderer(const RecordRequest& request) {
   return tvc_checked(request, a_vextvapi_dmr_file_destroy(tvc_content<T_DLNA_DMR>(request).dmr_inst));
 }
 
+// The reads' results are not looked at, as above.
 static INT32 get_renderer_info(const RecordRequest& request) {
   T_DLNA_DMR& renderer = tvc_content<T_DLNA_DMR>(request);
   T_DMR_META_DATA& data = renderer.mediaMetaData;
   const UINT32 instance = renderer.dmr_inst;
-  const auto text = [&request, instance](auto read, auto& ret_array) { read_text(request, read, instance, ret_array); };
-  tvc_ignored(request, a_vextvapi_dmr_file_getMediaType(instance, &data.mediaType));
-  text(a_vextvapi_dmr_file_getMediaName, data.mediaName);
-  text(a_vextvapi_dmr_file_getMediaExtension, data.mediaExtension);
-  tvc_ignored(request, a_vextvapi_dmr_file_getMediaSize(instance, &data.mediaSize));
-  text(a_vextvapi_dmr_file_getMediaArtist, data.mediaArtist);
-  text(a_vextvapi_dmr_file_getMediaAuthor, data.mediaAuthor);
-  text(a_vextvapi_dmr_file_getMediaAlbum, data.mediaAlbum);
-  text(a_vextvapi_dmr_file_getMediaDuration, data.mediaDuration);
-  text(a_vextvapi_dmr_file_getMediaResolution, data.mediaResolution);
-  return tvc_ignored(request, a_vextvapi_dmr_file_getMediaDate(instance, &data.mediaDate));
+  a_vextvapi_dmr_file_getMediaType(instance, &data.mediaType);
+  read_text(a_vextvapi_dmr_file_getMediaName, instance, data.mediaName);
+  read_text(a_vextvapi_dmr_file_getMediaExtension, instance, data.mediaExtension);
+  a_vextvapi_dmr_file_getMediaSize(instance, &data.mediaSize);
+  read_text(a_vextvapi_dmr_file_getMediaArtist, instance, data.mediaArtist);
+  read_text(a_vextvapi_dmr_file_getMediaAuthor, instance, data.mediaAuthor);
+  read_text(a_vextvapi_dmr_file_getMediaAlbum, instance, data.mediaAlbum);
+  read_text(a_vextvapi_dmr_file_getMediaDuration, instance, data.mediaDuration);
+  read_text(a_vextvapi_dmr_file_getMediaResolution, instance, data.mediaResolution);
+  a_vextvapi_dmr_file_getMediaDate(instance, &data.mediaDate);
+  return VEXTVCTRLR_OK;
 }
 
 static INT32 download_for_renderer(const RecordRequest& request) {
@@ -296,7 +297,6 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_DMP_GET_MEDIA_INFO,
      .type = TYPE_DLNA_DMP,
      .get = get_item_info,
-     .get_operation = "_tv_ctrl_dlna_dmp_get_media_info",
      .help = "What is known of an item."},
     {.record = TV_CTRL_RECID_DMP_GET_DIR_LIST,
      .type = TYPE_DLNA_DMP,
@@ -316,7 +316,6 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_DMR_GET_MEDIA_INFO,
      .type = TYPE_DLNA_DMR,
      .get = get_renderer_info,
-     .get_operation = "_tv_ctrl_dlna_dmr_get_media_info",
      .help = "What is known of the media that a controller sent."},
     {.record = TV_CTRL_RECID_DMR_DOWNLOAD_FILE,
      .type = TYPE_DLNA_DMR,

@@ -1,4 +1,6 @@
 // Recording file playback group: commands of the service that plays recordings, and what the application reports back.
+#include <string.h>
+
 #include "tv_ctrl_util/log.h"
 #include "tvapi/pus.h"
 #include "tvctl_common/handler.h"
@@ -25,15 +27,27 @@ static INT32 stop_service(const RecordRequest& request) {
   return ret;
 }
 
-// A service that knows no file leaves the information empty, and the request succeeds.
+// Copies a text without its end, into an array that was cleared.
+template <std::size_t Size>
+static void copy_characters(char (&ret_array)[Size], const char (&text)[Size]) {
+  memcpy(ret_array, text, strnlen(text, Size - 1));
+}
+
+// The service's result is not looked at: when it knows no file, the information stays empty.
 static INT32 get_file_info(const RecordRequest& request) {
   T_PUS& pus = tvc_content<T_PUS>(request);
+  T_PUS_FILE_INFO_T found = {};
+  a_vextvapi_pus_get_file_info(pus.instance, &found);
   T_PUS_FILE_INFO_T& info = pus.file_info;
-  info = {};
-  tvc_failed(a_vextvapi_pus_get_file_info(pus.instance, &info), request.operation);
-  tvc_end_text(info.url);
-  tvc_end_text(info.channelName);
-  tvc_end_text(info.eventName);
+  copy_characters(info.url, found.url);
+  copy_characters(info.channelName, found.channelName);
+  info.eventId = found.eventId;
+  copy_characters(info.eventName, found.eventName);
+  info.startDateTime = found.startDateTime;
+  info.endDateTime = found.endDateTime;
+  info.duration = found.duration;
+  info.sizeInMB = found.sizeInMB;
+  info.fileType = found.fileType;
   return VEXTVCTRLR_OK;
 }
 
@@ -55,7 +69,6 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_PUS_GET_FILE_INFO,
      .type = TYPE_PUS,
      .get = get_file_info,
-     .get_operation = "_tv_ctrl_pus_get_file_info",
      .help = "The recording that a playback of the service plays."},
     {.record = TV_CTRL_RECID_PUS_SUBMIT_STATUS,
      .type = TYPE_PUS,
@@ -64,8 +77,11 @@ static constexpr RecordRow kRows[] = {
      .help = "Tells the service the state of a playback, in the service's numbers."},
 };
 
-constinit const Handler handler_PUS = {
-    .group = TV_CTRL_GRPID_PUS, .records = tvc_records<kRows>(), .start = tv_ctrl_pus_init, .start_turn = 7};
+constinit const Handler handler_PUS = {.group = TV_CTRL_GRPID_PUS,
+                                       .records = tvc_records<kRows>(),
+                                       .get_needs_record = false,
+                                       .start = tv_ctrl_pus_init,
+                                       .start_turn = 7};
 
 INT32 tv_ctrl_get_pus(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(handler_PUS, ui2_id, pv_content); }
 
