@@ -110,7 +110,7 @@ static void spell_out_integers(cJSON* json) {
       continue;
     const std::string digits = std::to_string(static_cast<std::int64_t>(value));
     if (value != std::trunc(value)) continue;
-    item->type = cJSON_Raw;
+    item->type = (item->type & ~0xFF) | cJSON_Raw;  // a key that is not the item's stays so
     item->valuestring = strdup(digits.c_str());
   }
 }
