@@ -18,34 +18,22 @@ static constexpr auto kHandlers = [] {
   return handlers;
 }();
 
-// The results of a group that no handler serves yet: a refused request has the same result before and after the group
-// gets a handler. A group without a row here has the default results, and so has a number that is no group.
-struct Unserved {
-  UINT8 group;
-  INT32 get_answer = VEXTVCTRLR_FAIL;
-  bool set_needs_record = false;  // as in Handler; every other set returns VEXTVCTRLR_FAIL
+// The groups without a handler whose gets are refused with VEXTVCTRLR_INV_ARG. Everything else of a group without a
+// handler is refused with VEXTVCTRLR_FAIL, as is a number that is no group.
+static constexpr UINT8 kGetsAreBadArguments[] = {
+    TV_CTRL_GRPID_VIDEO, TV_CTRL_GRPID_AUDIO, TV_CTRL_GRPID_AUD_LANG, TV_CTRL_GRPID_NETWORK,
+    TV_CTRL_GRPID_TIME,  TV_CTRL_GRPID_TUNER, TV_CTRL_GRPID_RATING,
 };
-
-static constexpr Unserved kUnserved[] = {
-    {.group = TV_CTRL_GRPID_VIDEO, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_AUDIO, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_AUD_LANG, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_NETWORK, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_TIME, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_TUNER, .get_answer = VEXTVCTRLR_INV_ARG},
-    {.group = TV_CTRL_GRPID_RATING, .get_answer = VEXTVCTRLR_INV_ARG},
-};
-static_assert(std::ranges::none_of(kUnserved, [](const Unserved& row) { return kHandlers[row.group]; }),
-              "a group that has a handler has no row here");
+static_assert(std::ranges::none_of(kGetsAreBadArguments, [](UINT8 group) { return kHandlers[group]; }),
+              "a group that has a handler has no place here");
 
 const Handler* tvc_handler(int group) {
   return group > 0 && group <= kLastGroup ? kHandlers[static_cast<std::size_t>(group)] : nullptr;
 }
 
-// Returns the results of a group that no handler serves.
-static Unserved unserved(int group) {
-  const Unserved* const row = std::ranges::find(kUnserved, group, &Unserved::group);
-  return row == std::end(kUnserved) ? Unserved{} : *row;
+static INT32 unserved_get(int group) {
+  const bool listed = std::ranges::find(kGetsAreBadArguments, group) != std::end(kGetsAreBadArguments);
+  return listed ? VEXTVCTRLR_INV_ARG : VEXTVCTRLR_FAIL;
 }
 
 UriUse tvc_uri_use(UINT16 ui2_id) {
@@ -93,15 +81,14 @@ INT32 tv_ctrl_get(UINT16 ui2_id, void* pv_content) {
   if (!pv_content) return VEXTVCTRLR_INV_ARG;
   const int group = tvc_group(ui2_id);
   const Handler* const handler = tvc_handler(group);
-  return handler ? tvc_handle_get(*handler, ui2_id, pv_content) : unserved(group).get_answer;
+  return handler ? tvc_handle_get(*handler, ui2_id, pv_content) : unserved_get(group);
 }
 
 INT32 tv_ctrl_set(UINT16 ui2_id, void* pv_content) {
-  const int group = tvc_group(ui2_id);
-  const Handler* const handler = tvc_handler(group);
-  const bool needs_record = handler ? handler->set_needs_record : unserved(group).set_needs_record;
-  if (!pv_content && needs_record) return VEXTVCTRLR_INV_ARG;
-  return handler ? tvc_handle_set(*handler, ui2_id, pv_content) : static_cast<INT32>(VEXTVCTRLR_FAIL);
+  const Handler* const handler = tvc_handler(tvc_group(ui2_id));
+  if (!handler) return VEXTVCTRLR_FAIL;
+  if (!pv_content && handler->set_needs_record) return VEXTVCTRLR_INV_ARG;
+  return tvc_handle_set(*handler, ui2_id, pv_content);
 }
 
 INT32 tv_ctrl_notify_content(UINT16 ui2_id, void* pv_content) {
