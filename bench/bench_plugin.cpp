@@ -79,6 +79,50 @@ INT32 a_vextvapi_event_get_general_info(UINT32, UINT16 event_id, VEXTVAPI_EVENT_
   return 0;
 }
 
+INT32 a_vextvapi_cb_pb_getMediaInfo(UINT32, IVEX_PB_MEDIA_INFO_T* info) {
+  *info = {.eMediaType = "video",
+           .u4AvgBitrate = 8000000,
+           .u4Duration = 5400,
+           .u8FileSize = 5400000000,
+           .u2VidTrackNum = 1,
+           .u2AudTrackNum = 3,
+           .u2SubTrackNum = 12,
+           .u1ProgramNum = 1,
+           .u1TitleNum = 1,
+           .u1EditionNum = 1,
+           .u1ChapterNum = 24,
+           .u2VidTrackIdx = 0,
+           .u2AudTrackIdx = 1,
+           .u2SubTrackIdx = 11,
+           .u2AudDmxIdx = 0,
+           .u1ProgramIdx = 0,
+           .u1TitleIdx = 0,
+           .u1EditionIdx = 0,
+           .u1ChapterIdx = 17};
+  return 0;
+}
+INT32 a_vextvapi_cb_pb_get_thumbnail(UINT32, char* thumbnail) {
+  memset(thumbnail, 'x', PLAYER_THUMBNAIL_SIZE);
+  return 0;
+}
+
+static constexpr T_MEDIA_INFO kSong = {
+    .media_type = MEDIA_TYPE_MUSIC,
+    .media_path = "/mnt/usb/sda1/Music/An artist/An album of songs/01 The title of a song.flac",
+    .recid = 4711,
+    .favourite = 1,
+    .date = {.iyear = 2026, .imonth = 11, .iday = 22, .ihour = 21, .iminute = 7, .isecond = 59},
+    .u = {.music_info = {.track = "1",
+                         .title = "The title of a song",
+                         .artist = "An artist",
+                         .album = "An album of songs",
+                         .genre = "Jazz",
+                         .duration = 241}}};
+INT32 a_vextvapi_get_list_by_count(T_MEDIA_INFO* list, INT32, const char*, INT32, INT32* count) {
+  std::fill_n(list, *count, kSong);
+  return 0;
+}
+
 char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
 
 // --- What is measured ---
@@ -105,6 +149,18 @@ static void ours_get_channel() {
 }
 static void ours_get_events() {
   a_dtv_jsp_get(kEvents, kEventsRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_media_info() {
+  a_dtv_jsp_get(kPlayback, kPlaybackRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_thumbnail() {
+  a_dtv_jsp_get(kPlayback, kThumbnailRequest, host_buffer);
+  keep(host_buffer);
+}
+static void ours_get_media_list() {
+  a_dtv_jsp_get(kMediaList, kMediaListRequest, host_buffer);
   keep(host_buffer);
 }
 static void ours_set() { a_dtv_jsp_set(kVolume, kSetRequest); }
@@ -228,6 +284,9 @@ static constexpr Operation operations[] = {
     {"get_language_string", 50, {nullptr, ours_get_text}, {nullptr, floor_get_text}},
     {"get_channel", 50, {nullptr, ours_get_channel}, {nullptr, floor_get_channel}},
     {"get_64_events", 5, {nullptr, ours_get_events}, {nullptr, floor_get_events}},
+    {"get_media_info", 50, {nullptr, ours_get_media_info}, {nullptr, floor_get_media_info}},
+    {"get_24_media", 5, {nullptr, ours_get_media_list}, {nullptr, floor_get_media_list}},
+    {"get_thumbnail", 2, {nullptr, ours_get_thumbnail}, {nullptr, floor_get_thumbnail}},
     {"set_volume", 200, {nullptr, ours_set}, {nullptr, floor_set}},
     {"notify_single", 100, {nullptr, ours_notify_single}, {nullptr, floor_notify_single}},
     {"notify_queued_empty", 100, {ours_empty_queue, ours_notify_queued}, {floor_fetch, floor_notify_queued}},
@@ -291,6 +350,9 @@ int main(int argc, char** argv) {
       !same_text("get of a language string", ours_get_text, floor_get_text) ||
       !same_text("get of a channel", ours_get_channel, floor_get_channel) ||
       !same_text("get of 64 events", ours_get_events, floor_get_events) ||
+      !same_text("get of media information", ours_get_media_info, floor_get_media_info) ||
+      !same_text("get of 24 media", ours_get_media_list, floor_get_media_list) ||
+      !same_text("get of a thumbnail", ours_get_thumbnail, floor_get_thumbnail) ||
       !same_text("channel notification", ours_channels, floor_channels) ||
       !same_text("single notification", ours_notify_and_fetch, floor_notify_and_fetch) ||
       !same_text("queued notification", ours_queued, floor_queued))

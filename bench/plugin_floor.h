@@ -22,6 +22,14 @@ inline constexpr const char* kTextRequest = R"({"PARAMETER":{"REQUEST":"QUERY","
 inline constexpr const char* kChannelRequest = R"({"PARAMETER":{"REQUEST":"QUERY","SVL_ID":1}})";
 inline constexpr const char* kEventsRequest =
     R"({"PARAMETER":{"REQUEST":"QUERY","CH_ID":66048,"START_TIME":1700000000,"DURATION":86400}})";
+inline constexpr const char* kPlayback = "/tv/cbrowser/playback_get_info";
+inline constexpr const char* kPlaybackRequest =
+    R"({"PARAMETER":{"REQUEST":"QUERY","handle":7,"operator":"getmediainfo"}})";
+inline constexpr const char* kThumbnailRequest =
+    R"({"PARAMETER":{"REQUEST":"QUERY","handle":7,"operator":"getthumbnaildata"}})";
+inline constexpr const char* kMediaList = "/tv/cbrowser/get_info";
+inline constexpr const char* kMediaListRequest =
+    R"({"PARAMETER":{"REQUEST":"QUERY","PATH":"/mnt/usb/sda1/Music","TYPE":2,"INDEX":0,"COUNT":24}})";
 inline constexpr int kAppended = 8;  // notifications that are raised in a row behind a pending one
 
 inline constexpr UINT16 kListed = 64;  // events that a response lists; with the longest titles it is the longest of all
@@ -38,6 +46,9 @@ void floor_get_number();
 void floor_get_text();
 void floor_get_channel();
 void floor_get_events();
+void floor_get_media_info();
+void floor_get_media_list();
+void floor_get_thumbnail();
 void floor_set();
 void floor_notify_single();
 void floor_notify_queued();
