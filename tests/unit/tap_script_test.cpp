@@ -78,6 +78,27 @@ TEST_F(TapTest, arguments_of_every_kind_are_compared) {
   EXPECT_EQ(demo_put_box(&box), 0);
 }
 
+TEST_F(TapTest, numbers_that_are_no_integers_are_compared) {
+  std::string error;
+  const tap::Json half = tap::json_parse("4000000000.5", error);
+  EXPECT_TRUE(tap::json_matches(half.get(), half.get()));
+  for (const char* other :
+       {"4000000000", "4000000001", "4000000000.25", "-4000000000.5", "1e300", "null", "\"4000000000.5\""}) {
+    const tap::Json json = tap::json_parse(other, error);
+    EXPECT_FALSE(tap::json_matches(half.get(), json.get())) << other;
+    EXPECT_EQ(tap::json_matches(json.get(), half.get()), cJSON_IsNull(json.get()) != 0) << other;  // null is any
+    EXPECT_TRUE(tap::json_matches(json.get(), json.get())) << other;
+  }
+}
+
+TEST_F(TapTest, large_numbers_are_printed_whole_whoever_owns_their_keys) {
+  const tap::Json object(cJSON_CreateObject());
+  cJSON_AddItemToObjectCS(object.get(), "constant", cJSON_CreateNumber(1e15));
+  cJSON_AddItemToObject(object.get(), "copied", cJSON_CreateNumber(-9007199254740992.0));
+  cJSON_AddItemToObject(object.get(), "real", cJSON_CreateNumber(1e300));
+  EXPECT_EQ(tap::json_print(object.get()), R"({"constant":1000000000000000,"copied":-9007199254740992,"real":1e+300})");
+}
+
 TEST_F(TapTest, texts_are_cut_to_the_array_or_the_length_argument) {
   script(R"([{"call":"demo_get_short_text","out":{"0":"123456789"},"times":1},
              {"call":"demo_get_short_text","out":{"text":{"bytes":"414243"}},"times":1},
