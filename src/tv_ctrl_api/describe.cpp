@@ -45,6 +45,7 @@ static constexpr KindRow kKinds[] = {
 // allocated texts as texts.
 static constexpr const KindRow* find_kind(FieldKind kind) {
   if (kind == FieldKind::kWord) kind = FieldKind::kUint64;
+  if (kind == FieldKind::kMembers) kind = FieldKind::kObject;  // never described itself
   if (kind == FieldKind::kText16 || kind == FieldKind::kName || kind == FieldKind::kOwnedText) kind = FieldKind::kText;
   return std::ranges::find(kKinds, kind, &KindRow::kind);
 }
@@ -121,27 +122,28 @@ static void write_named_number(JsonText& json, const char* values, INT32 number)
   tvc_write_integer(json, number);
 }
 
-// Names the member that selects the operation which a field belongs to, and its value. fields: the field's table.
-static void describe_selector(JsonText& json, std::span<const Field> fields, const Field& field) {
-  const auto selector = std::ranges::find_if(fields, [&field](const Field& row) {
-    return row.kind == FieldKind::kName && row.offset == field.selector.offset;
-  });
-  if (selector == fields.end()) return;
+// The member without whose value a field is not there.
+struct Condition {
+  const char* key = nullptr;     // null: there is no condition
+  const char* values = nullptr;  // its named values
+  INT32 number = 0;              // number of the value; 0: the member itself is not there
+};
+
+static void describe_condition(JsonText& json, const Condition& condition) {
   tvc_write_key(json, "when");
   tvc_open_object(json);
-  write_text_member(json, "key", selector->key.data());
+  write_text_member(json, "key", condition.key);
   tvc_write_key(json, "value");
-  write_named_number(json, selector->values, field.selected);
+  write_named_number(json, condition.values, condition.number);
   tvc_close_object(json);
 }
 
-// Describes a field of a table.
-static void describe_field(JsonText& json, std::span<const Field> fields, const Field& field) {
+static void describe_field(JsonText& json, const Field& field, const Condition& condition = {}) {
   tvc_open_object(json);
   write_text_member(json, "key", field.key.data());
   write_text_member(json, "kind", find_kind(field.kind)->name);
   if (field.uri) describe_uri_of_field(json, field.uri);
-  if (field.selector.size) describe_selector(json, fields, field);
+  if (condition.key) describe_condition(json, condition);
   if (field.kind == FieldKind::kText) write_number_member(json, "limit", field.size - 1);
   if (const std::size_t size = tvc_element_size(field.kind))
     write_number_member(json, "count", static_cast<INT64>(field.size / size));
@@ -159,26 +161,38 @@ static void describe_field(JsonText& json, std::span<const Field> fields, const 
 static bool takes_part(const Field& field, FieldUse use) { return use == kEverywhere || (field.use & use); }
 
 // Returns whether one of these rows describes the same member. Several rows of one key are one member: their conditions
-// decide which of them a record shows. They are two where they differ in kind, or belong to different URIs or
-// operations.
+// decide which of them a record shows. They are two where they differ in kind, or belong to different URIs.
 static bool is_described(std::span<const Field> rows, FieldUse use, const Field& field) {
   return std::ranges::any_of(rows, [&](const Field& row) {
     return takes_part(row, use) && row.key == field.key && row.uri == field.uri &&
-           row.selector.size == field.selector.size && row.selected == field.selected &&
            find_kind(row.kind) == find_kind(field.kind);
   });
 }
 
+static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use, const Condition& condition);
+
+// Describes the rows of a kMembers, each with the condition on which it takes part.
+static void describe_members(JsonText& json, const Field& field, FieldUse use) {
+  if (!field.choice) return describe_rows(json, field.fields, use, {.key = field.unless});
+  for (const FieldCase& rows : field.choice->cases)
+    describe_rows(json, field.fields.subspan(rows.first, rows.count), use,
+                  {.key = field.choice->key, .values = field.choice->values, .number = rows.number});
+}
+
 // Describes each member once.
-static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use) {
-  for (std::size_t i = 0; i < fields.size(); ++i)
-    if (takes_part(fields[i], use) && !is_described(fields.first(i), use, fields[i]))
-      describe_field(json, fields, fields[i]);
+static void describe_rows(JsonText& json, std::span<const Field> fields, FieldUse use, const Condition& condition) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (!takes_part(fields[i], use)) continue;
+    if (fields[i].kind == FieldKind::kMembers)
+      describe_members(json, fields[i], use);
+    else if (!is_described(fields.first(i), use, fields[i]))
+      describe_field(json, fields[i], condition);
+  }
 }
 
 static void describe_fields(JsonText& json, std::span<const Field> fields, FieldUse use) {
   tvc_open_array(json);
-  describe_rows(json, fields, use);
+  describe_rows(json, fields, use, {});
   tvc_close_array(json);
 }
 
@@ -197,7 +211,7 @@ static void describe_response(JsonText& json, const ItemType& item) {
     for (const Field& field : item.forms[i].fields)
       if (std::ranges::none_of(item.forms.first(i),
                                [&](const ItemForm& before) { return is_described(before.fields, kEverywhere, field); }))
-        describe_field(json, item.forms[i].fields, field);
+        describe_field(json, field);
   tvc_close_array(json);
 }
 

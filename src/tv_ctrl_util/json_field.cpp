@@ -45,6 +45,14 @@ static void put_integer(void* record, IntegerPlace place, INT32 value) {
   }
 }
 
+std::span<const Field> tvc_chosen_rows(const Field& field, const void* record) {
+  if (!field.choice) return field.fields;
+  const INT32 number = tvc_integer_at(record, field.choice->selector);
+  for (const FieldCase& chosen : field.choice->cases)
+    if (chosen.number == number) return field.fields.subspan(chosen.first, chosen.count);
+  return {};
+}
+
 std::size_t tvc_element_size(FieldKind kind) {
   switch (kind) {
     case FieldKind::kUint8Array:
@@ -186,21 +194,23 @@ static bool decode_value(const Field& field, const cJSON* parameter, void* recor
   }
 }
 
-// Returns whether the record's operation has this field.
-static bool is_selected(const Field& field, const void* record) {
-  return !field.selector.size || tvc_integer_at(record, field.selector) == field.selected;
-}
-
 // Returns whether a field is decoded in this request.
 static bool is_read(const Field& field, FieldUse use, const cJSON* parameter, const void* record, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
-  if (!is_selected(field, record)) return false;
   if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(parameter, field.unless));
 }
 
-static Reading decode_field(const Field& field, const cJSON* parameter, void* record, const char* entry, UINT16 uri) {
+static Reading decode_members(const Field& field, FieldUse use, const cJSON* parameter, void* record, const char* entry,
+                              UINT16 uri) {
+  const INT32 ret = tvc_decode_fields(tvc_chosen_rows(field, record), use, parameter, record, entry, uri);
+  return ret == VEXTVCTRLR_OK ? Reading::kStored : Reading::kFailed;
+}
+
+static Reading decode_field(const Field& field, FieldUse use, const cJSON* parameter, void* record, const char* entry,
+                            UINT16 uri) {
+  if (field.kind == FieldKind::kMembers) return decode_members(field, use, parameter, record, entry, uri);
   if (field.kind == FieldKind::kObject) return decode_object(field, parameter, record, entry, uri);
   if (field.count.size) return decode_array(field, parameter, record, entry);
   const bool stored = decode_value(field, parameter, record, entry);
@@ -217,7 +227,7 @@ INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON
   }
   for (const Field& field : fields)
     if (is_read(field, use, parameter, record, uri) &&
-        decode_field(field, parameter, record, entry, uri) == Reading::kFailed)
+        decode_field(field, use, parameter, record, entry, uri) == Reading::kFailed)
       return VEXTVCTRLR_FAIL;
   return VEXTVCTRLR_OK;
 }
@@ -275,6 +285,8 @@ static void write_value(JsonText& json, const Field& field, const void* record) 
       return write_array<UINT32>(json, field, record);
     case FieldKind::kConstant:
       return tvc_write_text(json, field.text);
+    case FieldKind::kMembers:
+      return;  // has no value of its own
     case FieldKind::kObject:
       return tvc_write_object(json, field.fields, kEverywhere, &field_at<char>(record, field));
   }
@@ -283,8 +295,11 @@ static void write_value(JsonText& json, const Field& field, const void* record) 
 void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record) {
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
-    if (!is_selected(field, record)) continue;
     if (field.when && !field.when(record)) continue;
+    if (field.kind == FieldKind::kMembers) {
+      tvc_write_members(json, tvc_chosen_rows(field, record), use, record);
+      continue;
+    }
     tvc_write_key(json, field.key);
     write_value(json, field, record);
   }
@@ -297,7 +312,12 @@ void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse us
 }
 
 void tvc_free_texts(std::span<const Field> fields, void* record) {
-  for (const Field& field : fields)
-    if (field.kind == FieldKind::kOwnedText && is_selected(field, record) && (!field.when || field.when(record)))
+  for (const Field& field : fields) {
+    if (field.kind != FieldKind::kOwnedText && field.kind != FieldKind::kMembers) continue;
+    if (field.when && !field.when(record)) continue;
+    if (field.kind == FieldKind::kMembers)
+      tvc_free_texts(tvc_chosen_rows(field, record), record);
+    else
       free(std::exchange(field_at<char*>(record, field), nullptr));
+  }
 }

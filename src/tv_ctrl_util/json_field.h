@@ -4,7 +4,9 @@
 
 #include <cjson/cJSON.h>
 
+#include <array>
 #include <cstddef>
+#include <iterator>
 #include <span>
 #include <string_view>
 #include <type_traits>
@@ -32,6 +34,7 @@ enum class FieldKind : UINT8 {
   kInt32Array,
   kUint32Array,
   kObject,    // nested object with a field table of its own
+  kMembers,   // rows of another table, about the same record: their members stand in the same object
   kConstant,  // a constant text, without a field in the record; rendered only
 };
 
@@ -64,6 +67,19 @@ struct IntegerPlace {
   UINT8 size = 0;     // 1, 2 or 4 bytes; 0: there is no such field
 };
 
+// The rows of a kMembers of which a record has only those of one operation. An earlier row of kind kName decodes which.
+struct FieldCase {
+  UINT16 number;  // of the operation
+  UINT16 first;   // index of its first row
+  UINT16 count;   // of its rows, which follow one another
+};
+struct FieldChoice {
+  IntegerPlace selector;             // where the record has the operation's number
+  const char* key;                   // of the member that names the operation
+  const char* values;                // its values, as in that member's row
+  std::span<const FieldCase> cases;  // operations that have rows
+};
+
 struct Field {
   std::string_view key = {};  // a literal: terminated, with no character that JSON escapes
   FieldKind kind = FieldKind::kConstant;
@@ -72,10 +88,6 @@ struct Field {
   FieldUse use = kEverywhere;
   bool sets_count = false;  // of a decoded array: `count` becomes the number of elements taken
   UINT16 uri = 0;           // decoded only in requests of this identifier; 0: in all requests
-  // Of a member that belongs to one operation: decoded and rendered only when the integer at `selector`, which an
-  // earlier row of kind kName decodes, is `selected`.
-  IntegerPlace selector = {};
-  UINT16 selected = 0;
   IntegerPlace count = {};  // only of an array: where its number of elements is; while that is 0, none is decoded
   // Of a single value; a row that is skipped writes neither.
   IntegerPlace found = {};    // becomes 1 when the member was stored, else 0
@@ -83,7 +95,8 @@ struct Field {
   // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. A decoded array:
   // the name in its traces at level 5; null: none. tvc_decode_library_integer(): the name in its trace.
   const char* text = nullptr;
-  std::span<const Field> fields = {};               // kObject: the rows of its members
+  std::span<const Field> fields = {};               // kObject, kMembers: the rows of its members
+  const FieldChoice* choice = nullptr;              // kMembers: which of the rows take part; null: all
   bool (*when)(const void* record) = nullptr;       // rendered only when this returns true
   bool (*read_when)(const void* record) = nullptr;  // decoded only when this returns true, given the rows before it
   const char* unless = nullptr;                     // decoded only when the member's object has no text under this key
@@ -193,7 +206,7 @@ std::size_t tvc_element_count(const Field& field, const void* record);
 std::size_t tvc_element_size(FieldKind kind);
 
 // Decodes the fields of this use from the parameter object, in the table's order, into a record that was zeroed. Skips
-// rows of another URI, and those that `selector`, `read_when` or `unless` rules out. A missing member leaves its field
+// rows of another URI, and those that `choice`, `read_when` or `unless` rules out. A missing member leaves its field
 // as it is, and so does a text or an object of another JSON kind. An array whose count is not 0 must be there and have
 // elements. entry: the name under which arrays, names and custom decodes log. uri: the request's identifier. Returns 0,
 // or -1 at the first failure; what was decoded before it stays. It fails when `parameter` or `record` is null
@@ -202,6 +215,9 @@ std::size_t tvc_element_size(FieldKind kind);
 INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON* parameter, void* record,
                         const char* entry, UINT16 uri = 0);
 
+// Returns the rows of a kMembers that take part for this record.
+std::span<const Field> tvc_chosen_rows(const Field& field, const void* record);
+
 // Writes every field of this use as a member, in the table's order; kEverywhere: every field.
 void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
@@ -209,9 +225,30 @@ void tvc_write_members(JsonText& json, std::span<const Field> fields, FieldUse u
 void tvc_write_object(JsonText& json, std::span<const Field> fields, FieldUse use, const void* record);
 
 // Frees the kOwnedText fields of this table, not those of nested objects, and clears their addresses. Skips rows that
-// `selector` or `when` rules out: in a union, their place may hold something else.
+// `choice` or `when` rules out: in a union, their place may hold something else.
 void tvc_free_texts(std::span<const Field> fields, void* record);
 
 // A custom decode of an INT32: stores what tvc_json_integer() makes of the member. Unlike a kInt32, a text gives 0.
 // Traced at level 2 as "<text>: <value>!".
 bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void* record, const char* entry);
+
+// --- The cases of a choice, at compile time ---
+
+// Returns a case for each run of equal numbers. Numbers: an array with the operation's number of each row.
+template <const auto& Numbers>
+consteval auto tvc_field_cases() {
+  constexpr std::size_t rows = std::size(Numbers);
+  constexpr auto begins = [](std::size_t row) { return row == 0 || Numbers[row] != Numbers[row - 1]; };
+  constexpr std::size_t size = [begins] {
+    std::size_t cases = 0;
+    for (std::size_t row = 0; row < rows; ++row) cases += begins(row);
+    return cases;
+  }();
+  std::array<FieldCase, size> cases{};
+  FieldCase* next = cases.data();
+  for (std::size_t row = 0; row < rows; ++row) {
+    if (begins(row)) *next++ = {.number = Numbers[row], .first = static_cast<UINT16>(row), .count = 0};
+    ++next[-1].count;
+  }
+  return cases;
+}

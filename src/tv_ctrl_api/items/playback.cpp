@@ -14,12 +14,51 @@ static constexpr char kOperatorWords[] =
 #include "vex_tv_ctrl/playback.def"
     ;
 
-// What a row of one operator says, beside its member of T_CBROWSER_PB_OPER_INFO.
-#define OF_OPERATOR(number) .selector = TVC_PLACE(T_CBROWSER_PB, pb_operator), .selected = (number)
-#define INFO(kind, member) kind(T_CBROWSER_PB, u.t_cbrowser_pb_oper_info.member)
-
 #define INIT(json_key, member, ...) \
-  { .key = json_key, TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.member), __VA_ARGS__ }
+  { .key = json_key, TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.member), .use = kRequest, __VA_ARGS__ }
+
+static constexpr Field kInitFields[] = {
+    INIT("bMode", bMode, .help = "first mode, in the player's numbers"),
+    INIT("oMode", oMode, .help = "second mode, in the player's numbers"),
+    INIT("pvTag", pvTag, .help = "comes with the player's events; without it the plugin chooses one"),
+    INIT("info", sInfo, .help = "information for the player, in its numbers"),
+    INIT("profile", sprofile, .help = "profile of the stream"),
+    INIT("protocal", sprotocal, .help = "protocol of the stream"),
+    INIT("mediaPath", smediaPath, .help = "path or address to play"),
+};
+
+// The members of each operator, and of none.
+static constexpr Field kOperatorFields[] = {
+    {.key = "pvTag",
+     TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.pvTag),
+     .use = kResponse,
+     .help = "tag of the player's events"},
+#define INFO(kind, member) kind(T_CBROWSER_PB, u.t_cbrowser_pb_oper_info.member)
+#define TVC_READS(symbol, json_key, member, ...) \
+  {.key = json_key, INFO(TVC_MEMBER, member), .use = kRequest, __VA_ARGS__},
+#define TVC_READS_NAME(symbol, json_key, member, ...) \
+  {.key = json_key, INFO(TVC_NAMED, member), .use = kRequest, __VA_ARGS__},
+#define TVC_ANSWERS(symbol, json_key, member, ...) \
+  {.key = json_key, INFO(TVC_MEMBER, member), .use = kResponse, __VA_ARGS__},
+#include "vex_tv_ctrl/playback.def"
+#undef INFO
+};
+
+// The operator of each row above.
+static constexpr UINT16 kOperatorOfRow[] = {
+    0,
+#define TVC_READS(symbol, key, member, ...) CBROWSER_PB_OPERATOR_##symbol,
+#define TVC_READS_NAME(symbol, key, member, ...) CBROWSER_PB_OPERATOR_##symbol,
+#define TVC_ANSWERS(symbol, key, member, ...) CBROWSER_PB_OPERATOR_##symbol,
+#include "vex_tv_ctrl/playback.def"
+};
+
+static constexpr auto kOperatorCases = tvc_field_cases<kOperatorOfRow>();
+
+static constexpr FieldChoice kOperatorChoice = {.selector = TVC_PLACE(T_CBROWSER_PB, pb_operator),
+                                                .key = "operator",
+                                                .values = kOperatorWords,
+                                                .cases = kOperatorCases};
 
 static constexpr Field kPlaybackFields[] = {
     {.key = "NAME", .use = kResponse, .text = "Content Browser Playback", .help = "display name"},
@@ -29,32 +68,14 @@ static constexpr Field kPlaybackFields[] = {
      .use = kRequest,
      .values = kOperatorWords,
      .help = "what the player does, or is asked for; without it a player is created"},
-    INIT("bMode", bMode, .use = kRequest, .unless = "operator", .help = "first mode, in the player's numbers"),
-    INIT("oMode", oMode, .use = kRequest, .unless = "operator", .help = "second mode, in the player's numbers"),
-    INIT("pvTag", pvTag, .use = kRequest, .unless = "operator",
-         .help = "comes with the player's events; without it the plugin chooses one"),
-    INIT("info", sInfo, .use = kRequest, .unless = "operator", .help = "information for the player, in its numbers"),
-    INIT("profile", sprofile, .use = kRequest, .unless = "operator", .help = "profile of the stream"),
-    INIT("protocal", sprotocal, .use = kRequest, .unless = "operator", .help = "protocol of the stream"),
-    INIT("mediaPath", smediaPath, .use = kRequest, .unless = "operator", .help = "path or address to play"),
-    {.key = "pvTag",
-     TVC_MEMBER(T_CBROWSER_PB, u.t_cbrowser_pb_init_info.pvTag),
-     .use = kResponse,
-     OF_OPERATOR(0),
-     .help = "tag of the player's events"},
-#define OPERATION(symbol, json_key, place, uses, ...) \
-  {.key = json_key, place, .use = uses, OF_OPERATOR(CBROWSER_PB_OPERATOR_##symbol), __VA_ARGS__},
-#define TVC_READS(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_MEMBER, member), kRequest, __VA_ARGS__)
-#define TVC_READS_NAME(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_NAMED, member), kRequest, __VA_ARGS__)
-#define TVC_ANSWERS(symbol, key, member, ...) OPERATION(symbol, key, INFO(TVC_MEMBER, member), kResponse, __VA_ARGS__)
-#include "vex_tv_ctrl/playback.def"
-#undef OPERATION
+    {.kind = FieldKind::kMembers, .use = kRequest, .fields = kInitFields, .unless = "operator"},
+    {.kind = FieldKind::kMembers, .use = kRequest | kResponse, .fields = kOperatorFields, .choice = &kOperatorChoice},
 };
 
 static bool has_answer(INT32 number) {
-  return std::ranges::any_of(kPlaybackFields, [number](const Field& field) {
-    return field.selector.size && (field.use & kResponse) && field.selected == number;
-  });
+  const auto row =
+      std::ranges::find_if(kOperatorCases, [number](const FieldCase& row) { return row.number == number; });
+  return row != kOperatorCases.end() && (kOperatorFields[row->first + row->count - 1].use & kResponse);
 }
 
 // Logs an operator that has nothing to answer. There is a response all the same.
