@@ -85,8 +85,12 @@ bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void
 
 // Returns the number of a name in a list such as "1=Play\0" "2=Pause\0"; 0 for an unknown name.
 static INT32 named_number(const char* values, const char* name) {
-  for (const char* value = values; *value; value += strlen(value) + 1)
-    if (tvc_same_letters(strchr(value, '=') + 1, name)) return tvc_text_to_int32(value);
+  for (const char* value = values; *value;) {
+    const char* known = value;
+    while (*known++ != '=') continue;  // the number is short
+    if (tvc_same_letters(known, name)) return tvc_text_to_int32(value);
+    value = known + strlen(known) + 1;
+  }
   return 0;
 }
 
