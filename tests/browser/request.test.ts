@@ -73,6 +73,28 @@ test("a value that is one of a table's names offers them", async ({ open }) => {
   expect(offered).toContain("VOL+");
 });
 
+test("a player's form has the members of the operator that was typed, and no others", async ({ open }) => {
+  const uri = "/tv/cbrowser/playback_operator";
+  const page = await open(`/#${uri}`);
+  const labels = () => page.getByRole("form").locator("label").allInnerTexts();
+  await expect(page.getByRole("combobox", { name: "operator" })).toBeVisible();
+  expect(await labels()).toEqual(["handle", "operator", "bMode", "oMode", "pvTag", "info", "profile", "protocal", "mediaPath"]);
+  await page.getByRole("combobox", { name: "operator" }).fill("TIMESEEK");
+  await expect(page.getByRole("textbox", { name: "seek_time" })).toBeVisible();
+  expect(await labels()).toEqual(["handle", "operator", "seek_time"]);
+
+  await page.getByRole("textbox", { name: "handle" }).fill("7");
+  await page.getByRole("textbox", { name: "seek_time" }).fill("90");
+  expect(JSON.parse(await sample(page).innerText()).params).toEqual({
+    uri,
+    parameter: { REQUEST: "SET", handle: 7, operator: "TIMESEEK", seek_time: 90 },
+  });
+  // What was typed for another operator is not sent.
+  await page.getByRole("combobox", { name: "operator" }).fill("play");
+  expect(await labels()).toEqual(["handle", "operator"]);
+  expect(JSON.parse(await sample(page).innerText()).params.parameter).toEqual({ REQUEST: "SET", handle: 7, operator: "play" });
+});
+
 test("a number offers its named values, and its answer shows the meaning", async ({ host, open }) => {
   await host.write(muteUri, 1);
   const page = await open(`/#${muteUri}`);

@@ -45,6 +45,8 @@ export interface Field {
   kind: string;
   /** The only URI whose requests read it. */
   uri?: string | null;
+  /** The member without whose value it is not read: a name; null: that member is not there; a number: no request can say so. */
+  when?: { key: string; value: string | number | null } | null;
   /** Longest text in bytes. */
   limit?: number | null;
   /** Length of an array, at most. */

@@ -1,4 +1,4 @@
-import { useComputed, useSignal, type Signal } from "@preact/signals";
+import { useSignal, type Signal } from "@preact/signals";
 import { buildParameter, describeKind, fieldsOf, type Built, type FormValues } from "../model/form";
 import { isObject } from "../model/json";
 import { connection, kindOf, outcomes, request } from "../model/session";
@@ -13,9 +13,9 @@ interface FormProps {
 /** A get goes plain, or as a "QUERY" once a field has been filled. */
 export function GetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
-  const fields = fieldsOf(type?.query ?? [], row);
-  const built = useComputed(() => buildParameter("QUERY", fields, values.value, false, kindOf));
-  const parameter = built.value.filled ? built.value.parameter : undefined;
+  const fields = fieldsOf(type?.query ?? [], row, values.value);
+  const built = buildParameter("QUERY", fields, values.value, false, kindOf);
+  const parameter = built.filled ? built.parameter : undefined;
   return (
     <RequestForm
       method="get"
@@ -23,7 +23,7 @@ export function GetForm({ row, type }: FormProps) {
       row={row}
       fields={fields}
       values={values}
-      built={built.value}
+      built={built}
       parameter={parameter}
       hint={fields.length === 0 ? "This read takes no parameters." : "Fields that are left empty are not sent."}
     />
@@ -33,10 +33,10 @@ export function GetForm({ row, type }: FormProps) {
 export function SetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
   const word = type?.set?.request ?? "";
-  const fields = fieldsOf(type?.set?.fields ?? [], row);
+  const fields = fieldsOf(type?.set?.fields ?? [], row, values.value);
   // A "MODIFY" is nothing without its value; the members of the other words are optional.
   const required = word === "MODIFY";
-  const built = useComputed(() => buildParameter(word, fields, values.value, required, kindOf));
+  const built = buildParameter(word, fields, values.value, required, kindOf);
   if (!type?.set) return <p class="hint">The description of {row.type} has no set parameters.</p>;
   return (
     <RequestForm
@@ -45,8 +45,8 @@ export function SetForm({ row, type }: FormProps) {
       row={row}
       fields={fields}
       values={values}
-      built={built.value}
-      parameter={built.value.parameter}
+      built={built}
+      parameter={built.parameter}
       hint={
         fields.length === 0
           ? "This action takes no parameters."

@@ -4,15 +4,24 @@ import type { Field, Json, JsonObject, Kind, UriRow } from "../rpc";
 export const ofUri = (field: Field, row: UriRow): Field =>
   field.key === "VALUE" ? { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null } : field;
 
-/** The members of a URI's request: each once, without those of other URIs. */
-export function fieldsOf(fields: Field[], row: UriRow): Field[] {
-  const read = fields.filter((field) => field.uri == null || field.uri === row.uri);
+/** What was typed, by the field's path ("DTG.YEAR"). */
+export type FormValues = Record<string, string>;
+
+/** Whether what was typed so far makes the plugin read a field. */
+function isRead(field: Field, row: UriRow, values: FormValues): boolean {
+  if (field.uri != null && field.uri !== row.uri) return false;
+  if (field.when == null) return true;
+  const typed = values[field.when.key] ?? "";
+  const { value } = field.when;
+  return value === null ? typed === "" : typeof value === "string" && value.toLowerCase() === typed.toLowerCase();
+}
+
+/** The members of a URI's request: each once, without those of other URIs and of other operations. */
+export function fieldsOf(fields: Field[], row: UriRow, values: FormValues): Field[] {
+  const read = fields.filter((field) => isRead(field, row, values));
   const once = read.filter((field, index) => read.findIndex((other) => other.key === field.key) === index);
   return once.map((field) => ofUri(field, row));
 }
-
-/** What was typed, by the field's path ("DTG.YEAR"). */
-export type FormValues = Record<string, string>;
 
 /** `bad` stops the request; `note` only tells something about the value. */
 export interface Problem {
