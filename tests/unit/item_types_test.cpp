@@ -15,6 +15,11 @@
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/registry.h"
 
+// Numbers of subtitle encodings and kinds, which C callers put into a player's record or read there.
+static_assert(T_CBROWSER_PB_SBTL_FONT_ENC_AUTO == 0 && T_CBROWSER_PB_SBTL_FONT_ENC_UTF8 == 1 &&
+              T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1258 == 14 && T_CBROWSER_PB_SBTL_FONT_ENC_KOI8_R == 21);
+static_assert(T_CBROWSER_PB_SBTL_UNKNOWN == 0 && T_CBROWSER_PB_SBTL_SRT == 4 && T_CBROWSER_PB_SBTL_SUP == 16);
+
 namespace {
 
 constexpr FieldUse kUses[] = {kQuery, kModify, kSet, kAssociate, kResponse, kNotify};
