@@ -70,10 +70,7 @@ int opened_files();
 
 // --- Item types ---
 
-// Whether the type's record is there; those of subsystems that are not built yet are not.
-bool type_exists(int type);
-
-// The types whose parameters a use decodes (kQuery, kModify, kSet, kAssociate), of those that exist.
+// The types whose parameters a use decodes (kQuery, kModify, kSet, kAssociate).
 std::set<int> decoded_types(FieldUse use);
 
 // --- Memory failures ---
