@@ -1,9 +1,11 @@
 // Every item type that a request decodes: decode, compare with the record meant, render, decode again.
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -73,10 +75,12 @@ cJSON* put_number(void* record, const Field& field, int variant) {
 
 // --- A request, and the record that it means ---
 
-// One request that is made up: its URI, the values of its members, and whether it has a member.
+// One request that is made up: its URI, the values of its members, the operation that it names, and whether it has a
+// member.
 struct Made {
   UINT16 uri = 0;
   int variant = 0;
+  const Field* operation = nullptr;  // a field of that operation; null: names are as the variant says
   std::function<bool(std::string_view key)> has = [](std::string_view) { return true; };
 };
 
@@ -113,6 +117,23 @@ cJSON* put_array(const Field& field, void* record, int variant) {
   }
 }
 
+// Puts the number of one of a field's names into the record meant, or 0 for a name that it does not know. Returns the
+// name, for odd variants in capitals.
+cJSON* put_name(const Field& field, void* record, const Made& made) {
+  std::vector<std::pair<INT32, std::string>> names;
+  for (const char* value = field.values; *value; value += std::strlen(value) + 1)
+    names.emplace_back(std::stoi(value), std::strchr(value, '=') + 1);
+  const bool names_operation = made.operation && made.operation->selector.offset == field.offset;
+  auto named = names.begin() + made.variant % static_cast<int>(names.size());
+  if (names_operation) named = std::ranges::find(names, made.operation->selected, &decltype(names)::value_type::first);
+  std::pair<INT32, std::string> found = {0, "no such name"};
+  if (named != names.end() && (names_operation || made.variant > 0)) found = *named;
+  std::memcpy(static_cast<char*>(record) + field.offset, &found.first, sizeof found.first);
+  if (made.variant % 2 == 1)
+    for (char& letter : found.second) letter = static_cast<char>(std::toupper(letter));
+  return cJSON_CreateString(found.second.c_str());
+}
+
 // Puts a field's value into the record meant and returns the JSON that asks for it.
 cJSON* put_field(const Field& field, void* record, const Made& made) {
   char* const place = static_cast<char*>(record) + field.offset;
@@ -138,6 +159,8 @@ cJSON* put_field(const Field& field, void* record, const Made& made) {
       std::memcpy(place, text.c_str(), text.size() + 1);
       return cJSON_CreateString(text.c_str());
     }
+    case FieldKind::kName:
+      return put_name(field, record, made);
     case FieldKind::kObject:
       return put_fields(field.fields, kEverywhere, place, made);
     default:
@@ -154,11 +177,17 @@ void put_integer(void* record, IntegerPlace place, INT32 value) {
   if (place.size == 4) std::memcpy(at, &value, place.size);
 }
 
+// Whether the record's operation has the field.
+bool is_selected(const Field& field, const void* record) {
+  return !field.selector.size || tvc_integer_at(record, field.selector) == field.selected;
+}
+
 // Whether the request may touch the field. `object` has the request's members so far; a text that excludes the field
 // stands before it in the table.
 bool is_read(const Field& field, FieldUse use, const void* record, const cJSON* object, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
+  if (!is_selected(field, record)) return false;
   if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(object, field.unless));
 }
@@ -205,7 +234,7 @@ std::set<UINT16> uris_of(const ItemType& item) {
   return uris;
 }
 
-// Requests with all members, with none, and with all but one that excludes another.
+// Requests with all members, with none, with all but one that excludes another, and with all in each operation.
 std::vector<Made> requests_of(const ItemType& item, UINT16 uri, int variant) {
   std::vector<Made> requests = {{.uri = uri, .variant = variant},
                                 {.uri = uri, .variant = variant, .has = [](std::string_view) { return false; }}};
@@ -213,6 +242,11 @@ std::vector<Made> requests_of(const ItemType& item, UINT16 uri, int variant) {
     if (field.unless)
       requests.push_back(
           {.uri = uri, .variant = variant, .has = [&field](std::string_view key) { return key != field.unless; }});
+  std::map<UINT16, const Field*> operations;
+  for (const Field& field : item.fields)
+    if (field.selector.size) operations.emplace(field.selected, &field);
+  for (const auto& [number, field] : operations)
+    requests.push_back({.uri = uri, .variant = variant, .operation = field});
   return requests;
 }
 
@@ -234,7 +268,7 @@ void expect_same_again(const ItemType& item, FieldUse use, const void* record, c
   tvc_decode_fields(item.fields, use, parsed.get(), again.data(), "", uri);
   for (const Field& field : item.fields) {
     if (!(field.use & use) || !(field.use & kResponse) || (field.uri && field.uri != uri)) continue;
-    const bool shown = !field.when || field.when(record);
+    const bool shown = is_selected(field, record) && (!field.when || field.when(record));
     EXPECT_EQ(cJSON_HasObjectItem(parsed.get(), field.key.data()), shown) << where << "." << field.key;
     if (shown)
       EXPECT_EQ(std::memcmp(again.data() + field.offset, static_cast<const char*>(record) + field.offset, field.size),
