@@ -150,8 +150,8 @@ TEST_F(Describe, EveryFieldHasHelpAndAKnownKind) {
   EXPECT_GT(fields, 0);
 }
 
-// The member that names the operation is one of the type's requests, and the operation one of its values; one that has
-// no name is a number, and null stands for requests that name none.
+// "when" has the member of the type's requests that names the operation, and as its value one of the names that the
+// member has, the number of an operation without a name, or null for requests without an operation.
 TEST_F(Describe, MembersOfAnOperationSayWhichItIs) {
   std::set<std::string> kinds;
   for_each_field([&](const cJSON* field, const std::string& where) {

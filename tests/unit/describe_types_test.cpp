@@ -60,7 +60,7 @@ class DescribeTypes : public DescribedTest {
     return seen_;
   }
 
-  // A request of which one member is looked at.
+  // A request whose test is about one member.
   struct Asked {
     int type;
     std::string word, key, uri;
@@ -238,7 +238,7 @@ std::string filling_value(const cJSON* field, const cJSON* kind) {
 }
 
 // A member counts in requests that name its operation, and in no others; without an operation it counts at least in
-// requests that name none. What does not count is asked together.
+// requests without one. The members that do not count are tested together in one request.
 TEST_F(DescribeTypes, DescribedMembersAreDecodedAndNoOthers) {
   int members = 0, of_one_uri = 0, of_an_operation = 0;
   for (const auto& [type, row] : rows_) {

@@ -1,4 +1,5 @@
 // What a field row can say, each with a made-up record: when its member counts, what it stores, how it is rendered.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -239,7 +240,7 @@ TEST(Field, ATextOfAnOperationIsShownAndFreedForItAlone) {
   for (const INT32 operation : {0, 1, 2, 300}) {
     record = remote_of(operation, 0x55);
     tvc_free_texts(remote_fields, &record);
-    EXPECT_EQ(std::memcmp(&record.u, std::string(sizeof record.u, 0x55).data(), sizeof record.u), 0) << operation;
+    EXPECT_TRUE(std::ranges::all_of(record.u.bytes, [](UINT8 byte) { return byte == 0x55; })) << operation;
   }
 }
 

@@ -55,7 +55,7 @@ TEST(Operators, HaveANumberAndAWordOfTheirOwn) {
     EXPECT_TRUE(symbols.insert(row.symbol).second) << row.symbol;
     if (row.word.empty()) continue;
     EXPECT_TRUE(words.insert(in_capitals(row.word)).second) << row.word;
-    EXPECT_LE(row.word.size(), 31u) << row.word << ": no more of a request's text is looked at";
+    EXPECT_LE(row.word.size(), 31u) << row.word << ": a request's text is cut to 31 characters";
   }
   EXPECT_EQ(numbers.size() - words.size(), 1u) << "one cannot be named";
 }
@@ -73,7 +73,7 @@ TEST(Operators, AreFoundByTheirWordInAnyCase) {
   }
 }
 
-// Any text that is no word gives 0: an operator without a word is reached by none.
+// Any other text gives 0, so that no text reaches the operator without a word.
 TEST(Operators, AreReachedByNothingButTheirWord) {
   std::set<std::string> words;
   for (const Operator& row : operators) words.insert(in_capitals(row.word));
@@ -208,7 +208,7 @@ TEST_F(Address, IsThatOfATextInOneKindOfEventOnly) {
   EXPECT_EQ(command(kStart, 0), R"({"instance":2,"playCmd":1,"value":0})");
 }
 
-// 1 is the address of nothing: whoever reads it does not come back.
+// Reading from address 1 ends the process.
 TEST_F(Address, IsANumberInEveryOtherEvent) {
   std::vector<INT32> others = {-1, INT32_MIN, INT32_MAX, 0x113, 256 + kStart, 65536 + kThumbnail};
   for (INT32 number = 0; number < 300; ++number) others.push_back(number);
@@ -260,8 +260,8 @@ TEST_F(Address, IsPassedOnByTheCallbacks) {
             R"({"instance":6,"playCmd":1,"value":"/a.jpg"}])");
 }
 
-// In the records of all other types nothing is an address that is read, whatever number stands where the kind of the
-// event, or the address, stands in the two above.
+// No other type's notification reads from an address in its record. The records have 19 and 1 where the two types above
+// have the kind of the event, and 1 everywhere else.
 TEST_F(Address, IsNotLookedForInRecordsOfOtherTypes) {
   int types = 0;
   for (const ItemType* const item : tvc_item_types()) {
