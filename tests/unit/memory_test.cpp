@@ -10,6 +10,7 @@
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/response.h"
+#include "tv_ctrl_main/registry.h"
 
 namespace {
 
@@ -210,14 +211,20 @@ struct Raised {
   UINT8 type;
   const char* uri;
 };
-constexpr Raised raised[] = {
-    {TYPE_VALUE, "/tv/ws/notify/broadcast/chg_channel_res"},
-    {TYPE_VOL_CTRL_NOTIFY, "/tv/ws/notify/volume_ctrl"},
-    {TYPE_NW_NOTIFY, "/tv/ws/notify/network"},
-    {TYPE_CBROWSER_PB_NOTIFY, "/tv/ws/notify/cbrowser_playback"},
-    {TYPE_DLNA_DMS_NOTIFY, "/tv/ws/notify/dlna_dms"},
-    {TYPE_USB_DETECT_NOTIFY, "/tv/ws/notify/usb_detect"},
-};
+
+// Every type that is notified, with one of its URIs.
+std::vector<Raised> notified() {
+  std::vector<Raised> all;
+  for (const ItemType* const item : tvc_item_types()) {
+    if (item->notify.form == NotifyForm::kNone) continue;
+    for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry())
+      if (row.ui1_type == item->type) {
+        all.push_back({item->type, row.s_uri});
+        break;
+      }
+  }
+  return all;
+}
 
 void raise(const Raised& what) {
   std::vector<char> record(4096, 0);
@@ -225,7 +232,7 @@ void raise(const Raised& what) {
 }
 
 TEST_P(Memory, NotificationWithNothingPending) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     a_dtv_jsp_add_listener_buffer(what.uri);
     raise(what);
     const std::string whole = fetch(what.uri).value();
@@ -241,7 +248,7 @@ TEST_P(Memory, NotificationWithNothingPending) {
 }
 
 TEST_P(Memory, PendingTextStays) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     const std::string uri = what.uri;
     a_dtv_jsp_add_listener_buffer(what.uri);
     const std::string pending = "{\"URI\":\"" + uri + "\",\"REQUEST\":\"NOTIFY\",\"ITEMS\":[{\"OLD\":1}]}";
@@ -276,7 +283,7 @@ TEST_P(Memory, ItemThatDoesNotFitIsNotAppended) {
 }
 
 TEST_P(Memory, NotificationsLeakNothing) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     a_dtv_jsp_add_listener_buffer(what.uri);
     for (int n = 0; n < 120; ++n) {
       testing::internal::CaptureStdout();
