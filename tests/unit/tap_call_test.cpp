@@ -3,7 +3,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstring>
+#include <iterator>
+#include <limits>
 #include <thread>
 
 #include "tap_support.h"
@@ -105,6 +108,94 @@ TEST_F(TapTest, a_text_that_is_read_and_written_is_recorded_both_ways) {
   EXPECT_EQ(
       plain_lines(),
       (Lines{R"({"call":"demo_look_up","in":{"length":8,"text":"abc"},"ret":0,"out":{"length":3,"text":"bcd"}})"}));
+}
+
+TEST_F(TapTest, doubles_are_forwarded_and_recorded) {
+  use_platform();
+  watch();
+  double total = 0;
+  EXPECT_EQ(demo_weigh(1.5, &total), 1);
+  EXPECT_EQ(total, 3);
+  DEMO_PARCEL parcel = {.number = 9, .weight = -1e-7};
+  EXPECT_EQ(demo_send_parcel(&parcel), 9);
+  EXPECT_EQ(demo_get_parcel(&parcel), 0);
+  EXPECT_EQ(parcel.weight, -0.125);
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_weigh","in":{"weight":1.5},"ret":1,"out":{"total":3}})",
+                   R"({"call":"demo_send_parcel","in":{"parcel":{"number":9,"weight":-1e-07}},"ret":9})",
+                   R"({"call":"demo_get_parcel","in":{},"ret":0,"out":{"parcel":{"number":3,"weight":-0.125}}})"}));
+}
+
+// What is recorded may differ in the last bit, as the library prints it.
+TEST_F(TapTest, doubles_of_any_size_are_recorded_and_read_again) {
+  for (const double weight : {1e15, -1e15, 1234567890123456.0, 1000000000000000.5, 9007199254740992.0,
+                              9007199254740994.0, 18446744073709551616.0, -1e300, 5e-324, 0.1, 0.1 + 0.2}) {
+    reset();
+    use_platform();
+    seen.lines.clear();
+    watch();
+    double total = 0;
+    const DEMO_PARCEL parcel = {.number = 1, .weight = weight};
+    demo_weigh(weight, &total);
+    demo_send_parcel(&parcel);
+    dtv_tap_watch(nullptr, nullptr);
+    ASSERT_EQ(seen.lines.size(), 2U);
+    std::string error;
+    for (const std::string& line : seen.lines) {
+      const tap::Json json = tap::json_parse(line, error);
+      const cJSON* const in = cJSON_GetObjectItemCaseSensitive(json.get(), "in");
+      const cJSON* const sent = cJSON_GetObjectItemCaseSensitive(in, "parcel");
+      EXPECT_DOUBLE_EQ(cJSON_GetNumberValue(cJSON_GetObjectItemCaseSensitive(sent ? sent : in, "weight")), weight)
+          << line;
+    }
+    // The same calls again are the recorded ones.
+    ASSERT_EQ(dtv_tap_replay((seen.lines[0] + "\n" + seen.lines[1]).c_str(), nullptr), 0);
+    EXPECT_EQ(demo_weigh(weight, &total), weight > 1.25 ? 1 : 0);
+    EXPECT_DOUBLE_EQ(total, 2 * weight);
+    demo_send_parcel(&parcel);
+    EXPECT_EQ(replay_report(), "") << weight;
+  }
+}
+
+// Every digit of a whole number is recorded up to 2^53.
+TEST_F(TapTest, whole_doubles_are_recorded_without_an_exponent) {
+  use_platform();
+  watch();
+  DEMO_PARCEL parcel = {.number = 0, .weight = 1e15};
+  demo_send_parcel(&parcel);
+  parcel.weight = -9007199254740992.0;
+  demo_send_parcel(&parcel);
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_send_parcel","in":{"parcel":{"number":0,"weight":1000000000000000}},"ret":0})",
+                   R"({"call":"demo_send_parcel","in":{"parcel":{"number":0,"weight":-9007199254740992}},"ret":0})"}));
+}
+
+TEST_F(TapTest, doubles_that_are_no_numbers_do_no_harm) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  for (const double weight : {std::numeric_limits<double>::quiet_NaN(), kInfinity, -kInfinity}) {
+    reset();
+    use_platform();
+    seen.lines.clear();
+    watch();
+    double total = 0;
+    const DEMO_PARCEL parcel = {.number = 1, .weight = weight};
+    demo_weigh(weight, &total);
+    EXPECT_EQ(std::isnan(total), std::isnan(weight));
+    EXPECT_EQ(demo_send_parcel(&parcel), 1);
+    EXPECT_EQ(plain_lines(),
+              (Lines{R"({"call":"demo_weigh","in":{"weight":null},"ret":)" + std::string(weight > 0 ? "1" : "0") +
+                         R"(,"out":{"total":null}})",
+                     R"({"call":"demo_send_parcel","in":{"parcel":{"number":1,"weight":null}},"ret":1})"}));
+    script(R"([{"call":"demo_weigh","in":[1.5],"ret":7},{"call":"demo_weigh","in":[null],"ret":8,"out":{"total":0.5}},
+               {"call":"demo_send_parcel","in":[{"weight":3}],"ret":9}])");
+    EXPECT_EQ(demo_weigh(weight, &total), 8);
+    EXPECT_EQ(total, 0.5);
+    EXPECT_EQ(demo_send_parcel(&parcel), 0);
+    ASSERT_EQ(dtv_tap_replay((seen.lines[0] + "\n" + seen.lines[1]).c_str(), nullptr), 0);
+    demo_weigh(weight, &total);
+    demo_send_parcel(&parcel);
+    EXPECT_EQ(replay_report(), "");
+  }
 }
 
 TEST_F(TapTest, an_items_record_is_the_one_that_its_id_names) {
@@ -218,6 +309,44 @@ TEST_F(TapTest, raised_arguments_of_every_kind_arrive) {
   EXPECT_NE(raise_error("demo_register", R"([[]])").find("argument 0 (callback_type)"), std::string::npos);
   EXPECT_NE(raise_error("demo_register", "[1,2,3,4,5]").find("too many"), std::string::npos);
   EXPECT_NE(raise_error("demo_register", R"([2,null,0,{"nowhere":1}])").find("no record"), std::string::npos);
+}
+
+// An argument that is a number or a text's address: another argument tells the callback which.
+TEST_F(TapTest, an_address_of_a_text_can_be_a_text_a_number_or_null) {
+  script("[]");
+  watch();
+  static std::string got;
+  enum : INT32 { kNumber, kText };
+  EXPECT_EQ(demo_register_told([](INT32 kind, void* told, double weight) -> INT32 {
+              got = kind == kText ? static_cast<const char*>(told)
+                                  : std::to_string(static_cast<INT32>(reinterpret_cast<intptr_t>(told)));
+              return static_cast<INT32>(weight * 4);
+            }),
+            0);
+  const struct {
+    const char* args;
+    const char* got;
+    int result;
+  } rows[] = {{R"([1,"/mnt/usb/a \"b\".ts",0.25])", "/mnt/usb/a \"b\".ts", 1},
+              {R"([1,""])", "", 0},
+              {R"([1,{"bytes":"ff2e74"}])", "\xff.t", 0},
+              {R"({"kind":1,"told":"by name","weight":-1.5})", "by name", -6},
+              {"[0,7,2]", "7", 8},
+              {"[0,-1]", "-1", 0},
+              {"[0,4294967295]", "-1", 0},
+              {"[0,0]", "0", 0},
+              {"[0,null]", "0", 0},
+              {"[]", "0", 0}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(raise("demo_register_told", row.args), row.result) << row.args;
+    EXPECT_EQ(got, row.got) << row.args;
+  }
+  EXPECT_NE(raise_error("demo_register_told", "[1,2,3,4]").find("too many"), std::string::npos);
+  EXPECT_NE(raise_error("demo_register_told", R"([0,0,"heavy"])").find("\"heavy\" is not a number"), std::string::npos);
+  const Lines lines = plain_lines();
+  ASSERT_EQ(lines.size(), std::size(rows) + 1);
+  EXPECT_EQ(lines[5], R"({"event":"demo_register_told","in":{"kind":0,"told":7,"weight":2},"ret":8})");
+  EXPECT_EQ(lines[6], R"({"event":"demo_register_told","in":{"kind":0,"told":-1,"weight":0},"ret":0})");
 }
 
 TEST_F(TapTest, faults_fail_delay_and_drop) {
