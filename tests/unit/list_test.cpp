@@ -165,6 +165,7 @@ class List : public DescribedTest {
 // USB detection either runs or not: its start has an effect in the one state, its stop and its lists in the other. The
 // current input source is known once the list of sources was read.
 TEST_F(List, GetsAndSetsAreListedWhereTheyHaveAnEffect) {
+  EXPECT_EQ(uris_.size(), 402u) << "the whole registry";
   for (const char* const detection : {"/tv/menu/misc/usb_detect_deinit", "/tv/menu/misc/usb_detect_init"}) {
     for (const cJSON* const row : uris_) {
       observe([&] { return a_dtv_jsp_set(detection, R"({"PARAMETER":{"REQUEST":"ACTION"}})"); });
