@@ -184,11 +184,6 @@ static bool decode_value(const Field& field, const cJSON* parameter, void* recor
       return _unpackage_json_longlong(parameter, key, &field_at<INT64>(record, field)) == VEXTVCTRLR_OK;
     case FieldKind::kUint64:
       return _unpackage_json_uslonglong(parameter, key, &field_at<UINT64>(record, field)) == VEXTVCTRLR_OK;
-    case FieldKind::kWord:
-      if constexpr (sizeof(uintptr_t) == sizeof(UINT64))
-        return _unpackage_json_uslonglong(parameter, key, &field_at<UINT64>(record, field)) == VEXTVCTRLR_OK;
-      else
-        return _unpackage_json_usint(parameter, key, &field_at<UINT32>(record, field)) == VEXTVCTRLR_OK;
     case FieldKind::kText:
       return _unpackage_json_string(parameter, key, &field_at<char>(record, field), field.size - 1) == VEXTVCTRLR_OK;
     case FieldKind::kName:
@@ -199,10 +194,9 @@ static bool decode_value(const Field& field, const cJSON* parameter, void* recor
 }
 
 // Returns whether a field is decoded in this request.
-static bool is_read(const Field& field, FieldUse use, const cJSON* parameter, const void* record, UINT16 uri) {
+static bool is_read(const Field& field, FieldUse use, const cJSON* parameter, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
-  if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(parameter, field.unless));
 }
 
@@ -230,7 +224,7 @@ INT32 tvc_decode_fields(std::span<const Field> fields, FieldUse use, const cJSON
     return VEXTVCTRLR_FAIL;
   }
   for (const Field& field : fields)
-    if (is_read(field, use, parameter, record, uri) &&
+    if (is_read(field, use, parameter, uri) &&
         decode_field(field, use, parameter, record, entry, uri) == Reading::kFailed)
       return VEXTVCTRLR_FAIL;
   return VEXTVCTRLR_OK;

@@ -24,7 +24,7 @@ enum class FieldKind : UINT8 {
   kInt64,
   kUint64,
   kDouble,      // rendered only
-  kWord,        // pointer-sized, unsigned
+  kWord,        // pointer-sized, unsigned; rendered only
   kName,        // an INT32, decoded from its name in `values`, in any case of letters; an unknown name gives 0
   kText,        // char array, terminated unless it is full; decoding stores at most size - 1 bytes
   kText16,      // array of 16-bit units; rendered only, byte for byte as kText, without conversion
@@ -95,16 +95,15 @@ struct Field {
   // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. A decoded array:
   // the name in its traces at level 5; null: none. tvc_decode_library_integer(): the name in its trace.
   const char* text = nullptr;
-  std::span<const Field> fields = {};               // kObject, kMembers: the rows of its members
-  const FieldChoice* choice = nullptr;              // kMembers: which of the rows take part; null: all
-  bool (*when)(const void* record) = nullptr;       // rendered only when this returns true
-  bool (*read_when)(const void* record) = nullptr;  // decoded only when this returns true, given the rows before it
-  const char* unless = nullptr;                     // decoded only when the member's object has no text under this key
-  FieldDecode decode = nullptr;                     // custom decode of a single value, in place of the kind's
-  FieldRender render = nullptr;                     // custom rendering, in place of the kind's
-  const char* unit = nullptr;                       // null: none. Unlike "", a null pointer needs no relocation
-  const char* values = nullptr;  // allowed values: texts "NONE\0" "ALL\0", or numbers "0=off\0" "1=on\0"
-  const char* help = nullptr;    // a phrase for application developers
+  std::span<const Field> fields = {};          // kObject, kMembers: the rows of its members
+  const FieldChoice* choice = nullptr;         // kMembers: which of the rows take part; null: all
+  bool (*when)(const void* record) = nullptr;  // rendered only when this returns true
+  const char* unless = nullptr;                // decoded only when the member's object has no text under this key
+  FieldDecode decode = nullptr;                // custom decode of a single value, in place of the kind's
+  FieldRender render = nullptr;                // custom rendering, in place of the kind's
+  const char* unit = nullptr;                  // null: none. Unlike "", a null pointer needs no relocation
+  const char* values = nullptr;                // allowed values: texts "NONE\0" "ALL\0", or numbers "0=off\0" "1=on\0"
+  const char* help = nullptr;                  // a phrase for application developers
 };
 
 // Returns the kind that fits a member's type.
@@ -206,7 +205,7 @@ std::size_t tvc_element_count(const Field& field, const void* record);
 std::size_t tvc_element_size(FieldKind kind);
 
 // Decodes the fields of this use from the parameter object, in the table's order, into a record that was zeroed. Skips
-// rows of another URI, and those that `choice`, `read_when` or `unless` rules out. A missing member leaves its field
+// rows of another URI, and those that `choice` or `unless` rules out. A missing member leaves its field
 // as it is, and so does a text or an object of another JSON kind. An array whose count is not 0 must be there and have
 // elements. entry: the name under which arrays, names and custom decodes log. uri: the request's identifier. Returns 0,
 // or -1 at the first failure; what was decoded before it stays. It fails when `parameter` or `record` is null

@@ -103,13 +103,8 @@ constexpr bool is_number(const void* record) { return static_cast<const View*>(r
 constexpr bool is_text(const void* record) { return !is_number(record); }
 constexpr Field view_fields[] = {
     {.key = "TAG", TVC_MEMBER(View, tag), .use = kSet | kNotify},
-    {.key = "VALUE",
-     TVC_MEMBER(View, number),
-     .use = kSet | kNotify,
-     .when = is_number,
-     .read_when = is_number,
-     .unless = "NAME"},
-    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kSet | kNotify, .when = is_text, .read_when = is_text},
+    {.key = "VALUE", TVC_MEMBER(View, number), .use = kSet | kNotify, .when = is_number, .unless = "NAME"},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kSet | kNotify, .when = is_text},
 };
 
 TEST(DescribeForm, RowsOfOneKeyAreOneMember) {

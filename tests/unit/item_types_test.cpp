@@ -97,9 +97,7 @@ bool can_meet(const FlatField& one, const FlatField& other, bool decoded) {
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
   const bool decoded = (use & kDecodedUses) != 0;
   const auto takes_part = [use](const Field& field) { return use == kEverywhere || (field.use & use); };
-  const auto is_conditional = [decoded](const Field& field) {
-    return decoded ? field.read_when != nullptr : field.when != nullptr;
-  };
+  const auto is_conditional = [decoded](const Field& field) { return !decoded && field.when; };
   const std::vector<FlatField>& rows = flat(fields);
   for (const FlatField& field : rows) {
     if (!takes_part(field)) continue;

@@ -281,7 +281,7 @@ TEST(JsonWriter, MemoryThatRunsOutIsReportedAtTheEnd) {
       MemoryWatch memory(n, persistent);
       JsonText json;
       tvc_open_array(json);
-      for (int i = 0; i < 30; ++i) tvc_write_integer(json, 1'000'000'000 + i);
+      for (int i = 0; i < 120; ++i) tvc_write_integer(json, 1'000'000'000 + i);
       tvc_write_text(json, text.c_str());
       tvc_write_null(json);
       tvc_close_array(json);

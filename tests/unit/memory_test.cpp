@@ -269,7 +269,7 @@ TEST_P(Memory, ItemThatDoesNotFitIsNotAppended) {
   const char* const uri = "/tv/ws/notify/dlna_dmr";
   a_dtv_jsp_add_listener_buffer(uri);
   T_DLNA_DMR_NOTIFY small = {}, large = {};
-  std::memset(large.protocolinfo, 'x', sizeof large.protocolinfo - 1);
+  std::memset(large.protocolinfo, '\x01', sizeof large.protocolinfo - 1);  // six characters each in JSON
   tv_ctrl_api_notify_func(uri, &small);
   {
     const MemoryWatch memory(1, persistent());

@@ -188,7 +188,6 @@ bool is_read(const FlatField& field, FieldUse use, const void* record, const cJS
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
   if (!is_selected(field, record)) return false;
-  if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(object, field.unless));
 }
 
