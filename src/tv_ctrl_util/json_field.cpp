@@ -99,7 +99,7 @@ static bool decode_name(const Field& field, const cJSON* parameter, void* record
   INT32& number = field_at<INT32>(record, field);
   const bool found = _unpackage_json_string(parameter, field.key.data(), name, sizeof name - 1) == VEXTVCTRLR_OK;
   if (found) number = named_number(field.values, name);
-  TVC_LOG_AS(kLogValue, entry, "%s [%s]: %d!\n", field.key.data(), name, number);
+  if (field.text) TVC_LOG_AS(kLogValue, entry, "%s [%s]: %d!\n", field.text, name, number);
   return found;
 }
 

@@ -93,7 +93,8 @@ struct Field {
   IntegerPlace found = {};    // becomes 1 when the member was stored, else 0
   IntegerPlace missing = {};  // becomes 0 when the member was stored, else 1
   // kConstant: the text. kOwnedText: the text shown for a null address; null: JSON's null is shown. A decoded array:
-  // the name in its traces at level 5; null: none. tvc_decode_library_integer(): the name in its trace.
+  // the name in its traces at level 5; null: none. kName: the name in its trace at level 2, which is also written when
+  // the member is missing; null: none. tvc_decode_library_integer(): the name in its trace.
   const char* text = nullptr;
   std::span<const Field> fields = {};          // kObject, kMembers: the rows of its members
   const FieldChoice* choice = nullptr;         // kMembers: which of the rows take part; null: all

@@ -90,6 +90,7 @@ constexpr Field player_fields[] = {
     {.key = "operator",
      TVC_NAMED(Player, operation),
      .use = kQuery,
+     .text = "operation",
      .values = "1=Play\0"
                "12=timeSeek\0"
                "-3=off\0"},
@@ -115,7 +116,10 @@ TEST(Field, NameGivesItsNumberInAnyCase) {
   set_log_level(2);
   const std::string printed = printed_by([&] { decode(player_fields, R"({"operator":"play"})", record); });
   set_log_level(0);
-  EXPECT_TRUE(printed.ends_with("<entry> operator [play]: 1!\n")) << printed;
+  EXPECT_TRUE(printed.ends_with("<entry> operation [play]: 1!\n")) << printed;
+  set_log_level(2);
+  EXPECT_TRUE(printed_by([&] { decode(player_fields, "{}", record); }).ends_with("<entry> operation []: 1!\n"));
+  set_log_level(0);
 }
 
 TEST(Field, IsReadOnlyWithoutTheTextThatExcludesIt) {

@@ -132,6 +132,7 @@ static constexpr Field kImageFields[] = {
     {.key = "operator",
      TVC_NAMED(T_CBROWSER_IMG, img_operator),
      .use = kRequest,
+     .text = "operator",
      .values = "1=Display\0"
                "2=Tfx_Effect_Play\0"
                "3=Tfx_Effect_Stop\0"
