@@ -306,6 +306,33 @@ TEST_F(TapTest, a_recording_answers_as_it_was) {
             std::string::npos);
 }
 
+TEST_F(TapTest, a_replayed_event_does_not_bring_an_address_of_the_recorded_process) {
+  use_platform();
+  watch();
+  static std::atomic<void*> last_word;
+  demo_register_told(
+      [](INT32, UINT32, void* word) -> INT32 {
+        last_word = word;
+        return 0;
+      },
+      1);
+  demo_set(5, 1);
+  raise("demo_register_told", R"([19,null,"/tmp/picture"])");
+  demo_set(5, 1);
+  dtv_tap_watch(nullptr, nullptr);
+  void* const recorded_word = last_word;
+  ASSERT_NE(recorded_word, nullptr);
+  std::string recording;
+  for (const std::string& line : seen.lines)
+    if (line.find("\"demo_register_told\",\"in\":{\"callback\"") == std::string::npos) recording += line + "\n";
+
+  last_word = nullptr;
+  ASSERT_EQ(dtv_tap_replay(recording.c_str(), nullptr), 0);
+  demo_set(5, 1);
+  demo_set(5, 1);
+  EXPECT_NE(last_word, recorded_word) << "its text was freed when the event had been recorded";
+}
+
 TEST_F(TapTest, a_call_that_differs_from_the_recording_is_told) {
   const char* recording =
       "{\"t\":1,\"seq\":1,\"thread\":1,\"call\":\"demo_set\",\"in\":{\"value\":1,\"flag\":0},\"ret\":11}\n"

@@ -50,6 +50,7 @@ TVAPI_CALLBACK(INT32, demo_changed_fct, IN(INT32, callback_type), TAG(void*, pv_
 TVAPI_CALLBACK(INT32, demo_item_fct, TAG(UINT32, tag), IN_TEXT(name), IN_RECORD(DEMO_BOX, box),
                IN_ARRAY(INT16, values, count), IN(INT32, count))
 TVAPI_CALLBACK(void, demo_done_fct, IN(INT64, number), TAG(UINT32, tag))
+TVAPI_CALLBACK(INT32, demo_told_fct, IN(INT32, type), TAG(UINT32, tag), IN_ADDRESS(char, word))
 
 TVAPI_FN(INT32, demo_set, IN(INT16, value), IN(UINT8, flag))
 TVAPI_FN(INT64, demo_wide, IN(UINT64, value))
@@ -73,5 +74,6 @@ TVAPI_FN(INT32, demo_put_item, IN(UINT32, item_id), IN_ITEM(value, item_id))
 TVAPI_FN(INT32, demo_register, CALLBACK(demo_changed_fct, callback), TAG(void*, tag))
 TVAPI_FN(INT32, demo_register_item, IN(INT32, id), CALLBACK(demo_item_fct, callback), TAG(UINT32, tag))
 TVAPI_FN(INT32, demo_register_done, CALLBACK(demo_done_fct, callback), TAG(UINT32, tag))
+TVAPI_FN(INT32, demo_register_told, CALLBACK(demo_told_fct, callback), TAG(UINT32, tag))
 
 #include "tvapi/end.h"

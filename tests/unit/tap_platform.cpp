@@ -83,6 +83,7 @@ INT32 demo_register(demo_changed_fct callback, void* tag) {
 }
 INT32 demo_register_item(INT32, demo_item_fct, UINT32) { return 0; }
 INT32 demo_register_done(demo_done_fct, UINT32) { return 0; }
+INT32 demo_register_told(demo_told_fct, UINT32) { return 0; }
 
 // Calls every callback that was registered since the last time, in their order; their results are the digits.
 INT32 demo_platform_fire(INT32 type, void* arg) {
