@@ -105,7 +105,7 @@ typedef struct {
   UINT32 size;
 } VEXTVAPI_CB_PHOTO_T;
 
-/* type of a scan's callback, of those that somebody here needs by number. */
+/* type of a scan's callback: only the value that the plugin uses. */
 enum { VEXTVAPI_CB_SCAN_FIRST_STATUS = 1 };
 
 #endif
@@ -167,16 +167,16 @@ TVAPI_FN(INT32, a_vextvapi_set_sort_type, IN(INT32, type), IN(INT32, sort))
 TVAPI_FN(INT32, a_vextvapi_cb_get_db_count, IN(INT32, type), IN_TEXT(path))
 TVAPI_FN(INT32, a_vextvapi_cb_get_top_list_db_count, IN(INT32, type), IN(INT32, sort), IN_TEXT(name))
 
-/* Finds the file at the query's index. It fills the record of its kind. */
+/* Finds the file at the query's index, and fills the record of its kind. Returns 0, anything else on failure. */
 TVAPI_FN(INT32, a_vextvapi_get_list_by_idx, OUT(VEXTVAPI_CB_MUSIC_T, music), OUT(VEXTVAPI_CB_VIDEO_T, video),
          OUT(VEXTVAPI_CB_PHOTO_T, photo), IN(INT32, type), IN_RECORD(T_CBROWSER, query))
 
 /* Reads what is known of a file in a folder. file: its name or path. */
 TVAPI_FN(INT32, a_vextvapi_get_metaData, OUT(T_MEDIA_DETAILS, details), IN(INT32, type), IN_TEXT(file), IN_TEXT(path))
 
-/* List the entries from an index on, counted from 0: of a folder; of a folder's top list, such as its artists; of one
- * entry of a top list, by its name. count: on input the room in the list, on output the number of entries. Return 0,
- * anything else on failure. */
+/* List entries of a folder from an index on, counted from 0: in the set order; in the order sort; recordings, which
+ * name selects. count: on input the room in the list, on output the number of entries. Return 0, anything else on
+ * failure. */
 TVAPI_FN(INT32, a_vextvapi_get_list_by_count, OUT_ARRAY(T_MEDIA_INFO, list, count), IN(INT32, type), IN_TEXT(path),
          IN(INT32, index), INOUT(INT32, count))
 TVAPI_FN(INT32, a_vextvapi_get_top_list_by_sort_type, OUT_ARRAY(T_MEDIA_INFO, list, count), IN(INT32, type),

@@ -6,7 +6,7 @@
 #include "tvapi/date.h"
 #include "tvapi/types.h"
 
-/* Kinds of items, of those that somebody here needs by number. */
+/* Kinds of items: only the values that the plugin uses. */
 enum { DLNA_MEDIA_PHOTO = 1, DLNA_MEDIA_MUSIC = 2, DLNA_MEDIA_VIDEO = 3, DLNA_MEDIA_CONTAINER = 6 };
 
 enum { DMP_LIST_MAX = 20 }; /* children that one listing gives */

@@ -4,7 +4,7 @@
 
 #include "tvapi/types.h"
 
-/* Results, of those that somebody here needs by name; others are the platform's. */
+/* Results: only those that have a name here. */
 typedef enum {
   IVEX_PB_ERROR_CODE_OK = 0,
   IVEX_PB_ERROR_CODE_INV_HANDLE = -2,

@@ -15,7 +15,9 @@ enum CBROWSER_PB_OPERATOR : INT32 {
 struct T_CBROWSER_PB_INIT_INFO {
   int bMode;
   int oMode;
-  int pvTag;  // comes with the player's events; 0: the plugin chooses one, which is no address that anybody may use
+  // Comes with the player's events, where it is unsigned. For 0 the plugin puts the low 32 bits of the content record's
+  // address here, which are good for comparisons only.
+  int pvTag;
   char sprofile[128];
   int sInfo;
   char sprotocal[256];
@@ -39,6 +41,32 @@ struct T_CBROWSER_PB_RECT_T {
   UINT32 u4H;
 };
 TVC_RECORD(T_CBROWSER_PB_RECT_T, u4X, u4Y, u4W, u4H)
+
+// Character encodings of subtitles.
+enum T_CBROWSER_PB_SBTL_FONT_ENC_TYPE_T : INT32 {
+  T_CBROWSER_PB_SBTL_FONT_ENC_AUTO = 0,
+  T_CBROWSER_PB_SBTL_FONT_ENC_UTF8 = 1,
+  T_CBROWSER_PB_SBTL_FONT_ENC_UTF16 = 2,
+  T_CBROWSER_PB_SBTL_FONT_ENC_BIG5 = 3,
+  T_CBROWSER_PB_SBTL_FONT_ENC_GB = 4,
+  T_CBROWSER_PB_SBTL_FONT_ENC_GB18030 = 5,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1250 = 6,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1251 = 7,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1252 = 8,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1253 = 9,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1254 = 10,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1255 = 11,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1256 = 12,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1257 = 13,
+  T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1258 = 14,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_2 = 15,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_5 = 16,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_7 = 17,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_8 = 18,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_9 = 19,
+  T_CBROWSER_PB_SBTL_FONT_ENC_ISO8859_16 = 20,
+  T_CBROWSER_PB_SBTL_FONT_ENC_KOI8_R = 21
+};
 
 enum T_CBROWSER_PB_FNT_SIZE_TYPE : INT32 {
   CBROWSER_PB_FNT_SIZE_SMALL = 0,
@@ -110,10 +138,31 @@ TVC_RECORD(T_CBROWSER_PB_MEDIA_INFO_T, eMediaType, u4AvgBitrate, u4Duration, u8F
            u2SubTrackNum, u1ProgramNum, u1TitleNum, u1EditionNum, u1ChapterNum, u2VidTrackIdx, u2AudTrackIdx,
            u2SubTrackIdx, u2AudDmxIdx, u1ProgramIdx, u1TitleIdx, u1EditionIdx, u1ChapterIdx)
 
+// Kinds of subtitles.
+enum T_CBROWSER_PB_SBTL_TYPE_T : INT32 {
+  T_CBROWSER_PB_SBTL_UNKNOWN = 0,
+  T_CBROWSER_PB_SBTL_TTML = 1,
+  T_CBROWSER_PB_SBTL_DIVX = 2,
+  T_CBROWSER_PB_SBTL_ASS = 3,
+  T_CBROWSER_PB_SBTL_SRT = 4,
+  T_CBROWSER_PB_SBTL_CC = 5,
+  T_CBROWSER_PB_SBTL_DVB = 6,
+  T_CBROWSER_PB_SBTL_TTX = 7,
+  T_CBROWSER_PB_SBTL_ISDB_CC = 8,
+  T_CBROWSER_PB_SBTL_ISDB_TXT = 9,
+  T_CBROWSER_PB_SBTL_SSA = 10,
+  T_CBROWSER_PB_SBTL_SAMI = 11,
+  T_CBROWSER_PB_SBTL_TEXT = 12,
+  T_CBROWSER_PB_SBTL_VOBSUB = 13,
+  T_CBROWSER_PB_SBTL_BLUERAY = 14,
+  T_CBROWSER_PB_SBTL_PGS = 15,
+  T_CBROWSER_PB_SBTL_SUP = 16
+};
+
 struct T_CBROWSER_PB_SUB_INFO_T {
   UINT32 pid;
   char s_lang[16];
-  INT32 subType;
+  INT32 subType;  // a T_CBROWSER_PB_SBTL_TYPE_T
   UINT32 b_external;
   UINT32 b_hearing_impair;
 };
@@ -134,7 +183,7 @@ struct T_CBROWSER_PB_OPER_INFO {
   int getmetaType;
   char getMetaData[128];
   char s_zoomStatus[128];
-  INT32 setsubencinfo;  // an IVEX_PB_CTRL_SBTL_FONT_ENC_T
+  INT32 setsubencinfo;  // a T_CBROWSER_PB_SBTL_FONT_ENC_TYPE_T
   T_CBROWSER_PB_COLOR_T setsubtxtclr;
   T_CBROWSER_PB_COLOR_T setsubedgclr;
   T_CBROWSER_PB_COLOR_T setsubbkgclr;

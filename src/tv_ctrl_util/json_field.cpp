@@ -96,11 +96,11 @@ static INT32 named_number(const char* values, const char* name) {
 
 static bool decode_name(const Field& field, const cJSON* parameter, void* record, const char* entry) {
   char name[32] = {};
-  if (_unpackage_json_string(parameter, field.key.data(), name, sizeof name - 1) != VEXTVCTRLR_OK) return false;
   INT32& number = field_at<INT32>(record, field);
-  number = named_number(field.values, name);
+  const bool found = _unpackage_json_string(parameter, field.key.data(), name, sizeof name - 1) == VEXTVCTRLR_OK;
+  if (found) number = named_number(field.values, name);
   TVC_LOG_AS(kLogValue, entry, "%s [%s]: %d!\n", field.key.data(), name, number);
-  return true;
+  return found;
 }
 
 // The outcome of decoding one field. kFailed fails the whole request.

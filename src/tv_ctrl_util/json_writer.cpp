@@ -10,7 +10,7 @@
 #include <limits>
 
 static constexpr std::size_t kFirstCapacity = 1024;  // bytes; most responses and notifications are shorter
-static constexpr std::size_t kNumberSize = 24;      // bytes of the longest number, "-1.2345678901234567e+308"
+static constexpr std::size_t kNumberSize = 24;       // bytes of the longest number, "-1.2345678901234567e+308"
 
 // Makes room for `size` more bytes and a terminator. Returns false when memory runs out; the text then stays as it was.
 [[gnu::noinline]] static bool grow(JsonText& json, std::size_t size) {

@@ -1,11 +1,11 @@
-// The image viewer. The platform has one image player; the order of the requests is the application's business.
+// The image viewer. The platform has one image player. The plugin does not check the order of requests.
 #include "tvapi/image.h"
 #include "tvctl_common/cbrowser_rows.h"
 #include "tvctl_common/record.h"
 
-// Returns a platform's result as it is, after logging a failure.
-static INT32 passed_on(const RecordRequest& request, INT32 ret) {
-  tvc_failed(ret, request.operation);
+// Returns a platform's result as it is. Logs it where it is not 0, which is a failure.
+static INT32 passed_on(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
+  if (ret != 0) tvc_log_fail(request.operation, line, ret);
   return ret;
 }
 
@@ -32,28 +32,24 @@ INT32 tvc_image_open(const RecordRequest& request) {
   if (!image.path[0]) return VEXTVCTRLR_INV_ARG;
   if (const INT32 ret = a_vextvapi_img_playback_open(image.path, 0, 0); ret != 0) return passed_on(request, ret);
   const INT32 ret = a_vextvapi_img_playback_decode();
-  if (ret == 0) return VEXTVCTRLR_OK;
-  tvc_failed(ret, request.operation);
+  if (passed_on(request, ret) == 0) return VEXTVCTRLR_OK;
   return passed_on(request, a_vextvapi_img_playback_close());
 }
 
-static INT32 operate(const T_CBROWSER_IMG& image) {
+INT32 tvc_image_operate(const RecordRequest& request) {
+  const T_CBROWSER_IMG& image = tvc_content<T_CBROWSER_IMG>(request);
   switch (image.img_operator) {
     case CBROWSER_IMG_OPERATOR_DISPLAY:
-      return a_vextvapi_img_playback_display();
+      return passed_on(request, a_vextvapi_img_playback_display());
     case CBROWSER_IMG_OPERATOR_TFX_EFFECT_PLAY:
-      return a_vextvapi_img_playback_tfxPlay(image.effect);
+      return passed_on(request, a_vextvapi_img_playback_tfxPlay(image.effect));
     case CBROWSER_IMG_OPERATOR_TFX_EFFECT_STOP:
-      return a_vextvapi_img_playback_tfxStop();
+      return passed_on(request, a_vextvapi_img_playback_tfxStop());
     case CBROWSER_IMG_OPERATOR_ROTATE:
-      return a_vextvapi_img_playback_rotate(image.rotate);
+      return passed_on(request, a_vextvapi_img_playback_rotate(image.rotate));
     case CBROWSER_IMG_OPERATOR_ZOOM:
-      return a_vextvapi_img_playback_zoom(static_cast<UINT16>(image.zoom));
+      return passed_on(request, a_vextvapi_img_playback_zoom(static_cast<UINT16>(image.zoom)));
     default:
       return VEXTVCTRLR_NOT_IMPLEMENT;
   }
-}
-
-INT32 tvc_image_operate(const RecordRequest& request) {
-  return passed_on(request, operate(tvc_content<T_CBROWSER_IMG>(request)));
 }

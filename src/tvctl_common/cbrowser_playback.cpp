@@ -1,6 +1,8 @@
 // Media players. The plugin keeps none: each request brings the player's handle.
 #include <stdlib.h>
 
+#include <optional>
+
 #include "tvapi/playback.h"
 #include "tvctl_common/cbrowser_rows.h"
 #include "tvctl_common/record.h"
@@ -22,8 +24,8 @@ static INT32 _tv_ctrl_player_nfy_fct(INT32 type, void* tag, void* data, UINT32 a
 // Returns null for an empty text.
 static const char* text_or_null(const char* text) { return text[0] ? text : nullptr; }
 
-// The tag that the platform hands back with each event. An application that gives none finds events by the address of
-// the content record, which nobody follows.
+// Returns the tag that the platform hands back with each event. Without a tag from the application it is the content
+// record's address, which is never dereferenced.
 static void* event_tag(T_CBROWSER_PB& playback) {
   T_CBROWSER_PB_INIT_INFO& init = playback.u.t_cbrowser_pb_init_info;
   if (init.pvTag != 0) return reinterpret_cast<void*>(static_cast<intptr_t>(init.pvTag));
@@ -61,15 +63,15 @@ static INT32 get_thumbnail(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
   return a_vextvapi_cb_pb_get_thumbnail(player, info.getthumbnailasyncbuffer);
 }
 
-// The queries below fill a record of the platform, whose numbers are narrower, and clear the result first. A query that
-// fails leaves it cleared.
+// The queries below fill a record of the platform, whose numbers are narrower. A query that fails leaves the result as
+// it was.
 
 static INT32 get_audio_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
-  T_CBROWSER_PB_AUD_INFO_T& result = info.getaudinfo;
-  result = {};
   IVEX_PB_AUD_INFO_T found = {};
   const INT32 ret = a_vextvapi_cb_pb_getAudInfo(player, info.getaudinfoidx, &found);
   if (ret < 0) return ret;
+  T_CBROWSER_PB_AUD_INFO_T& result = info.getaudinfo;
+  result = {};
   tvc_copy_text(result.encType, found.encType);
   tvc_copy_text(result.chNum, found.chNum);
   tvc_copy_text(result.sampleRate, found.sampleRate);
@@ -81,11 +83,11 @@ static INT32 get_audio_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
 }
 
 static INT32 get_video_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
-  T_CBROWSER_PB_VID_INFO_T& result = info.getvidinfo;
-  result = {};
   IVEX_PB_VID_INFO_T found = {};
   const INT32 ret = a_vextvapi_cb_pb_getVidInfo(player, &found);
   if (ret < 0) return ret;
+  T_CBROWSER_PB_VID_INFO_T& result = info.getvidinfo;
+  result = {};
   tvc_copy_text(result.encType, found.encType);
   result.u4Width = found.u4Width;
   result.u4Height = found.u4Height;
@@ -94,11 +96,11 @@ static INT32 get_video_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
 }
 
 static INT32 get_subtitle_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
-  T_CBROWSER_PB_SUB_INFO_T& result = info.getsubinfo;
-  result = {};
   IVEX_PB_SUB_INFO_T found = {};
   const INT32 ret = a_vextvapi_cb_pb_getSubInfo(player, info.getsubinfoidx, &found);
   if (ret < 0) return ret;
+  T_CBROWSER_PB_SUB_INFO_T& result = info.getsubinfo;
+  result = {};
   result.pid = found.pid;
   tvc_copy_text(result.s_lang, found.s_lang);
   result.subType = found.subType;
@@ -108,11 +110,11 @@ static INT32 get_subtitle_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
 }
 
 static INT32 get_media_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
-  T_CBROWSER_PB_MEDIA_INFO_T& result = info.getmediainfo;
-  result = {};
   IVEX_PB_MEDIA_INFO_T found = {};
   const INT32 ret = a_vextvapi_cb_pb_getMediaInfo(player, &found);
   if (ret < 0) return ret;
+  T_CBROWSER_PB_MEDIA_INFO_T& result = info.getmediainfo;
+  result = {};
   tvc_copy_text(result.eMediaType, found.eMediaType);
   result.u4AvgBitrate = found.u4AvgBitrate;
   result.u4Duration = found.u4Duration;
@@ -149,7 +151,7 @@ static INT32 get_rating_info(UINT32 player, T_CBROWSER_PB_OPER_INFO& info) {
 
 // --- How subtitles look ---
 
-// Sets one attribute: the type, and the member that belongs to it.
+// Sets one subtitle attribute. member: the one that carries the value for the type.
 template <typename Value>
 static INT32 set_subtitle(UINT32 player, IVEX_PB_CTRL_SBTL_ATTR_TYPE_T type, Value IVEX_PB_CTRL_SBTL_ATTR_T::*member,
                           const Value& value) {
@@ -210,9 +212,9 @@ static INT32 set_subtitle_time_offset(UINT32 player, const T_CBROWSER_PB_OPER_IN
 
 // --- The operators ---
 
-// Carries out an operator as its row in playback.def says. Returns the platform's result, VEXTVCTRLR_NOT_IMPLEMENT for
-// a number that has no row.
-static INT32 operate(UINT32 player, INT32 number, T_CBROWSER_PB_OPER_INFO& info) {
+// Carries out an operator as its row in playback.def says. Returns the platform's result; none for a number without a
+// row.
+static std::optional<INT32> operate(UINT32 player, INT32 number, T_CBROWSER_PB_OPER_INFO& info) {
   switch (number) {
 #define TVC_OPERATOR(symbol, number, word, call) \
   case CBROWSER_PB_OPERATOR_##symbol:            \
@@ -220,17 +222,18 @@ static INT32 operate(UINT32 player, INT32 number, T_CBROWSER_PB_OPER_INFO& info)
 #define TVC_OPERATOR_WITHOUT_WORD(symbol, number, call) TVC_OPERATOR(symbol, number, "", call)
 #include "vex_tv_ctrl/playback.def"
     default:
-      return VEXTVCTRLR_NOT_IMPLEMENT;
+      return std::nullopt;
   }
 }
 
 INT32 tvc_player_operate(const RecordRequest& request) {
   T_CBROWSER_PB& playback = tvc_content<T_CBROWSER_PB>(request);
   T_CBROWSER_PB_OPER_INFO& info = playback.u.t_cbrowser_pb_oper_info;
-  const INT32 ret = operate(playback.pb_handle, playback.pb_operator, info);
+  const std::optional<INT32> ret = operate(playback.pb_handle, playback.pb_operator, info);
+  if (!ret) return VEXTVCTRLR_NOT_IMPLEMENT;
   tvc_end_text(info.s_speed);
   tvc_end_text(info.getMetaData);
   tvc_end_text(info.s_zoomStatus);
-  tvc_failed(ret, request.operation);
-  return ret;
+  tvc_failed(*ret, request.operation);
+  return *ret;
 }

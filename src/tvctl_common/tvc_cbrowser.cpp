@@ -1,6 +1,9 @@
 // Content browser group: the media library on USB storage, and the rows of media players and the image viewer. The
 // library lives in the platform; nothing of it is kept here.
+#include <stdlib.h>
+
 #include <algorithm>
+#include <memory>
 
 #include "tv_ctrl_util/log.h"
 #include "tvapi/cbrowser.h"
@@ -174,14 +177,16 @@ template <typename List>
 static INT32 list_entries(const RecordRequest& request, List list) {
   T_CBROWSER& library = library_of(request);
   if (!is_kind(library)) return VEX_INVALID_PARAM;
+  // Too large for the stack. The platform does not write into the record, which a failed list leaves as it is.
+  const std::unique_ptr<T_MEDIA_INFO[], decltype(&free)> found(
+      static_cast<T_MEDIA_INFO*>(calloc(CBROWSER_LIST_MAX, sizeof(T_MEDIA_INFO))), free);
+  if (!found) return VEXTVCTRLR_OUT_OF_MEMORY;
   INT32 count = std::clamp<INT32>(library.count, 0, CBROWSER_LIST_MAX);
-  const INT32 ret = list(library, library.media_info, &count);
-  if (tvc_checked_zero(request, ret) != VEXTVCTRLR_OK) {
-    std::ranges::fill(library.media_info, T_MEDIA_INFO{});  // the platform may have written some
-    return VEXTVCTRLR_FAIL;
-  }
+  const INT32 ret = list(library, found.get(), &count);
+  if (tvc_checked_zero(request, ret) != VEXTVCTRLR_OK) return VEXTVCTRLR_FAIL;
   library.count = std::clamp<INT32>(count, 0, CBROWSER_LIST_MAX);
-  for (T_MEDIA_INFO& entry : library.media_info) {
+  for (INT32 i = 0; i < library.count; ++i) {
+    T_MEDIA_INFO& entry = library.media_info[i] = found[static_cast<std::size_t>(i)];
     tvc_end_text(entry.media_path);
     end_texts(library, entry.u);
   }
@@ -201,7 +206,7 @@ static INT32 get_top_list(const RecordRequest& request) {
   });
 }
 
-static INT32 get_recordings(const RecordRequest& request) {
+static INT32 get_rec(const RecordRequest& request) {
   return list_entries(request, [](const T_CBROWSER& library, T_MEDIA_INFO* ret_list, INT32* count) {
     return a_vextvapi_get_rec(ret_list, library.type, library.sort, library.reserved, library.path, library.index,
                               count);
@@ -269,7 +274,8 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CBROWSER,
      .get = get_by_path,
      .get_operation = "_tv_ctrl_cbrowser_get_info_by_path",
-     .help = "Whether something is known of the file that RESERVED names in a folder."},
+     .help =
+         "Looks up the file RESERVED in the folder PATH. The answer shows only whether it was found: status 0 or -1."},
     {.record = TV_CTRL_RECID_GET_INFO,
      .type = TYPE_CBROWSER,
      .get = get_list,
@@ -279,16 +285,16 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CBROWSER,
      .get = get_top_list,
      .get_operation = kListOperation,
-     .help = "A top list of a folder, such as its artists, from an index on, 24 entries at most."},
+     .help = "The entries of a kind in the order SORT, from an index on, 24 at most."},
     {.record = TV_CTRL_RECID_GET_REC,
      .type = TYPE_CBROWSER,
-     .get = get_recordings,
+     .get = get_rec,
      .get_operation = kListOperation,
-     .help = "The entries below the entry of a top list that RESERVED names, from an index on, 24 at most."},
+     .help = "Recordings in a folder, selected by RESERVED, from an index on, 24 at most."},
     {.record = TV_CTRL_RECID_GET_TOP_LIST_DB_COUNT,
      .type = TYPE_CBROWSER,
      .get = get_top_list_count,
-     .help = "How many entries are below the entry of a top list that RESERVED names."},
+     .help = "How many entries the top list in the order SORT has for RESERVED."},
     {.record = TV_CTRL_RECID_PLAYBACK_INIT,
      .type = TYPE_CBROWSER_PB,
      .get = tvc_player_create,
@@ -323,7 +329,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CBROWSER_IMG,
      .get = tvc_image_make_thumbnail,
      .get_operation = "_tv_ctrl_cbrowser_img_get_thumbnail_path",
-     .help = "Makes a thumbnail of a picture, and tells the path of its file."},
+     .help = "Makes a thumbnail of a picture; returns the path of its file."},
     {.record = TV_CTRL_RECID_IMAGE_OPEN,
      .type = TYPE_CBROWSER_IMG,
      .set = tvc_image_open,

@@ -32,8 +32,8 @@ static INT32 _tv_ctrl_dlna_dms_detect_update_nfy_fct(INT32 type, void* tag, cons
 }
 
 // A platform's result as that of an action: a failure is logged, and is VEX_ACTION_FAIL.
-static INT32 checked_action(const RecordRequest& request, INT32 ret) {
-  return tvc_failed(ret, request.operation) ? VEX_ACTION_FAIL : VEX_OK;
+static INT32 checked_action(const RecordRequest& request, INT32 ret, int line = __builtin_LINE()) {
+  return tvc_failed(ret, request.operation, line) ? VEX_ACTION_FAIL : VEX_OK;
 }
 
 static INT32 start_discovery(const RecordRequest& request) {
@@ -65,8 +65,10 @@ static INT32 forget_server(const RecordRequest& request) {
 
 // --- Operations that wait for a server, and the key that ends them ---
 
-static std::atomic<UINT8> isBrowser;  // 1 while such an operation runs, on the request thread
-static std::atomic<INT32> devId;      // the device that a request named last; what the key's thread reads may be old
+// Both are written by the request thread and read by the key's thread. An old value ends an operation needlessly, or
+// not.
+static std::atomic<UINT8> isBrowser;  // 1 while the request thread waits for a server
+static std::atomic<INT32> devId;      // of the server that dmp_get_real_dev_id named last
 
 // The keys' callback, on the platform's thread: a key while an operation runs ends it.
 static INT32 _html5_agent_key_callback(UINT32 arg1, UINT32, UINT32, UINT32 arg4) {
@@ -85,15 +87,13 @@ static INT32 get_real_device(const RecordRequest& request) {
   return tvc_checked(request, a_vextvapi_dmp_getRealDms(player.dev_id, &player.real_dev_id));
 }
 
-namespace {
-// Marks that an operation runs that waits for a server.
+// Says, while it lives, that the request thread waits for a server.
 struct BrowserGuard {
   BrowserGuard() { isBrowser = 1; }
   ~BrowserGuard() { isBrowser = 0; }
   BrowserGuard(const BrowserGuard&) = delete;
   BrowserGuard& operator=(const BrowserGuard&) = delete;
 };
-}  // namespace
 
 // --- Items of a server ---
 
@@ -123,7 +123,7 @@ static void read_text(INT32 (*read)(UINT32 instance, char* text, INT32 size), UI
   tvc_end_text(ret_array);
 }
 
-// The reads' results are not looked at: a fact that the platform does not know stays empty.
+// The results of the reads are ignored: what the platform does not know stays empty.
 static INT32 get_item_info(const RecordRequest& request) {
   T_DMP_INST_INFO& item = tvc_content<T_DLNA_DMP>(request).mediaInfo;
   T_DMP_META_DATA& data = item.u.mediaMetaData;
@@ -163,12 +163,12 @@ static INT32 list_children(const RecordRequest& request) {
   const BrowserGuard guard;
   item.media_type = DLNA_MEDIA_CONTAINER;
   std::ranges::fill(children, T_DMP_INST_CONTAINER{});
-  player.requestNum = std::min<INT32>(player.requestNum, DMP_LIST_MAX);
+  player.requestNum = std::clamp<INT32>(player.requestNum, 0, DMP_LIST_MAX);
   T_DMP_INST_CONTAINER found[DMP_LIST_MAX] = {};
   const INT32 ret =
       a_vextvapi_dmp_file_getDirectoryListingAsync(item.obj_inst, found, player.startIdx, player.requestNum);
   if (tvc_failed(ret, request.operation)) return VEXTVCTRLR_FAIL;
-  std::copy_n(found, player.requestNum, children);  // none for a negative number
+  std::copy_n(found, player.requestNum, children);
   return VEXTVCTRLR_OK;
 }
 
@@ -201,7 +201,7 @@ static INT32 destroy_renderer(const RecordRequest& request) {
   return tvc_checked(request, a_vextvapi_dmr_file_destroy(tvc_content<T_DLNA_DMR>(request).dmr_inst));
 }
 
-// The reads' results are not looked at, as above.
+// The results of the reads are ignored here, too.
 static INT32 get_renderer_info(const RecordRequest& request) {
   T_DLNA_DMR& renderer = tvc_content<T_DLNA_DMR>(request);
   T_DMR_META_DATA& data = renderer.mediaMetaData;
@@ -278,7 +278,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_DLNA_DMP,
      .get = create_item,
      .get_operation = "_tv_ctrl_dlna_dmp_create_instance",
-     .help = "Makes an item of a server's object, and tells its handle and its kind."},
+     .help = "Creates a handle for a server's object; returns it with the object's kind."},
     {.record = TV_CTRL_RECID_DMP_DOWNLOAD_FILE,
      .type = TYPE_DLNA_DMP,
      .set = download_item,
@@ -288,12 +288,12 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_DLNA_DMP,
      .set = destroy_item,
      .set_operation = "_tv_ctrl_dlna_dmp_destroy_instance",
-     .help = "Ends an item's handle."},
+     .help = "Releases an item's handle."},
     {.record = TV_CTRL_RECID_DMP_GET_REAL_DEV_ID,
      .type = TYPE_DLNA_DMP,
      .get = get_real_device,
      .get_operation = "_tv_ctrl_dlna_dmp_get_real_dev_id",
-     .help = "The device behind a server's device. From then on a key of the remote control ends its operations."},
+     .help = "The device behind a server's device. From then on a key press ends a listing or the making of an item."},
     {.record = TV_CTRL_RECID_DMP_GET_MEDIA_INFO,
      .type = TYPE_DLNA_DMP,
      .get = get_item_info,
@@ -307,7 +307,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_DLNA_DMR,
      .get = create_renderer,
      .get_operation = "_tv_ctrl_dlna_dmr_init",
-     .help = "Makes the set a renderer, and tells its handle."},
+     .help = "Makes the set a renderer; returns its handle."},
     {.record = TV_CTRL_RECID_DMR_DEINIT,
      .type = TYPE_DLNA_DMR,
      .set = destroy_renderer,
@@ -321,7 +321,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_DLNA_DMR,
      .get = download_for_renderer,
      .get_operation = "_tv_ctrl_dlna_dmr_download_file",
-     .help = "Starts to download what a controller sent, and tells the path of the file."},
+     .help = "Starts to download what a controller sent; returns the path of the file."},
     {.record = TV_CTRL_RECID_DMR_SYNC_PROGRESS,
      .type = TYPE_DLNA_DMR,
      .set = report_progress,
@@ -334,7 +334,8 @@ static constexpr RecordRow kRows[] = {
      .help = "Tells controllers the state of the playback."},
 };
 
-constinit const Handler handler_DLNA = {.group = TV_CTRL_GRPID_DLNA, .records = tvc_records<kRows>()};
+constinit const Handler handler_DLNA = {
+    .group = TV_CTRL_GRPID_DLNA, .records = tvc_records<kRows>(), .get_needs_record = false};
 
 INT32 tv_ctrl_get_dlna(UINT16 ui2_id, void* pv_content) { return tvc_handle_get(handler_DLNA, ui2_id, pv_content); }
 

@@ -33,7 +33,7 @@ static void copy_characters(char (&ret_array)[Size], const char (&text)[Size]) {
   memcpy(ret_array, text, strnlen(text, Size - 1));
 }
 
-// The service's result is not looked at: when it knows no file, the information stays empty.
+// The service's result is ignored: when it knows no file, the information stays empty.
 static INT32 get_file_info(const RecordRequest& request) {
   T_PUS& pus = tvc_content<T_PUS>(request);
   T_PUS_FILE_INFO_T found = {};

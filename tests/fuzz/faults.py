@@ -50,7 +50,7 @@ FAULTS = [
        "  TV_CTRL_NOTIFY_BUFFER_T* const entry = [uri] {\n    const std::lock_guard guard(t_nfy_rw_lock);\n"
        "    return _jsp_get_uri_from_slist(uri);\n  }();")]),
     ("an event with a null address is lost", "fuzz_notify",
-     [("src/tv_ctrl_api/items/media.cpp", "if (!text) {", "if (!text && log.operation[0] == '?') {")]),
+     [("src/tv_ctrl_api/items/text_address.h", "if (!text) {", "if (!text && log.operation[0] == '?') {")]),
     ("a fetch copies more than the buffer takes", "fuzz_notify",
      [("src/tv_ctrl_api/listener.cpp", "std::min(entry->buffer.length, static_cast<std::size_t>(buffer_len))",
        "entry->buffer.length")]),

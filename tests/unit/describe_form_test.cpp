@@ -154,6 +154,42 @@ TEST(DescribeForm, MembersOfOneUriNameIt) {
             R"("set":null,"response":null,"notify":null})");
 }
 
+// --- Members of one operation ---
+
+constexpr char kOperations[] =
+    "1=play\0"
+    "12=timeSeek\0"
+    "-3=off\0";
+constexpr Field operation_members[] = {
+    {.key = "VALUE", TVC_MEMBER(View, number), .use = kQuery | kResponse, .unit = "s"},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery, .unless = "TAG"},
+    {.key = "VALUE", TVC_MEMBER(View, number), .use = kResponse},
+    {.key = "VALUE", TVC_MEMBER(View, number), .use = kResponse},
+};
+constexpr UINT16 operation_of_member[] = {12, 1, 1, 0, 2};
+constexpr auto operation_cases = tvc_field_cases<operation_of_member>();
+constexpr FieldChoice operation_choice = {
+    .selector = TVC_PLACE(View, tag), .key = "operator", .values = kOperations, .cases = operation_cases};
+constexpr Field operation_fields[] = {
+    {.key = "operator", TVC_NAMED(View, tag), .use = kQuery, .values = kOperations},
+    {.kind = FieldKind::kMembers, .use = kQuery | kResponse, .fields = operation_members, .choice = &operation_choice},
+    {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kResponse},
+};
+
+// By its name; null where a request names none; by its number where no request can name it.
+TEST(DescribeForm, MembersOfOneOperationNameIt) {
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = operation_fields}),
+            R"({"query":[{"key":"operator","kind":"text",)"
+            R"("values":[{"value":"play"},{"value":"timeSeek"},{"value":"off"}]},)"
+            R"({"key":"VALUE","kind":"int32","when":{"key":"operator","value":"timeSeek"},"unit":"s"},)"
+            R"({"key":"VALUE","kind":"int32","when":{"key":"operator","value":"play"}}],"set":null,)"
+            R"("response":[{"key":"VALUE","kind":"int32","when":{"key":"operator","value":"timeSeek"},"unit":"s"},)"
+            R"({"key":"VALUE","kind":"int32","when":{"key":"operator","value":null}},)"
+            R"({"key":"VALUE","kind":"int32","when":{"key":"operator","value":2}},)"
+            R"({"key":"VALUE","kind":"int32"}],"notify":null})");
+}
+
 TEST(DescribeForm, ActionTakesItsWordAndNoFields) {
   EXPECT_EQ(description({.type = TYPE_ACTION}),
             R"({"query":null,"set":{"request":"ACTION","fields":[]},"response":null,"notify":null})");

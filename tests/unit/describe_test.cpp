@@ -1,4 +1,5 @@
 // The form of the description, and what it says of URIs, values, kinds and results.
+#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -137,15 +138,40 @@ TEST_F(Describe, EveryFieldHasHelpAndAKnownKind) {
     ASSERT_NE(kind, nullptr) << where;
     const std::string name = text_of(kind, "kind");
     EXPECT_FALSE(text_of(field, "help") == "(no text)" || text_of(field, "help").empty()) << where;
-    expect_members(field,
-                   {"key", "kind", "[uri]", "[limit]", "[count]", "[unit]", "[values]", "help", "[value]", "[fields]"},
-                   where);
+    expect_members(
+        field,
+        {"key", "kind", "[uri]", "[when]", "[limit]", "[count]", "[unit]", "[values]", "help", "[value]", "[fields]"},
+        where);
     EXPECT_EQ(member(field, "count") != nullptr, name.ends_with("_array")) << where;
     EXPECT_EQ(member(field, "value") != nullptr, name == "constant") << where;
     EXPECT_EQ(member(field, "fields") != nullptr, name == "object") << where;
     EXPECT_TRUE(!member(field, "limit") || name == "text") << where;
   });
   EXPECT_GT(fields, 0);
+}
+
+// "when" has the member of the type's requests that names the operation, and as its value one of the names that the
+// member has, the number of an operation without a name, or null for requests without an operation.
+TEST_F(Describe, MembersOfAnOperationSayWhichItIs) {
+  std::set<std::string> kinds;
+  for_each_field([&](const cJSON* field, const std::string& where) {
+    const cJSON* const when = member(field, "when");
+    if (!when) return;
+    EXPECT_EQ(keys_of(when), (Keys{"key", "value"})) << where;
+    const cJSON* const type = member(member(root_.get(), "types"), where.substr(0, where.find('.')).c_str());
+    Keys names;
+    for (const cJSON* const asked : elements_of(member(type, "query")))
+      if (text_of(asked, "key") == text_of(when, "key"))
+        for (const cJSON* const row : elements_of(member(asked, "values"))) names.push_back(text_of(row, "value"));
+    EXPECT_FALSE(names.empty()) << where << ": no request has " << text_of(when, "key");
+    const cJSON* const value = member(when, "value");
+    if (cJSON_IsString(value)) EXPECT_TRUE(std::ranges::count(names, value->valuestring) == 1) << where;
+    kinds.insert(cJSON_IsString(value)   ? "name"
+                 : cJSON_IsNull(value)   ? "null"
+                 : cJSON_IsNumber(value) ? "number"
+                                         : "?");
+  });
+  EXPECT_EQ(kinds, (std::set<std::string>{"name", "null", "number"}));
 }
 
 // Kinds that no field has yet are described as well; none stands twice.

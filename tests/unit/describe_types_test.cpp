@@ -23,6 +23,11 @@ void put_integer(char* record, IntegerPlace place, UINT32 number) {
   if (place.size) std::memcpy(record + place.offset, &number, place.size);
 }
 
+// The value of the same kind that is 0 or empty.
+std::string empty_value(const std::string& value) {
+  return value[0] == '"' ? "\"\"" : value[0] == '{' ? "{}" : value[0] == '[' ? "[0]" : "0";
+}
+
 class DescribeTypes : public DescribedTest {
  protected:
   void SetUp() override {
@@ -41,16 +46,9 @@ class DescribeTypes : public DescribedTest {
     return member(field, "uri") ? text_of(field, "uri") : uri_of(type);
   }
 
-  // The record that a request with one member brings to the handler, from its first byte; empty: it brings none. An
-  // array stands behind a member that counts it, and the other way round.
-  Bytes record_of(int type, const std::string& word, const std::string& key, const std::string& value,
-                  const std::string& uri) {
-    std::string members = "\"" + key + "\":" + value;
-    for (const auto& [counting, array] : counted_arrays(type)) {
-      if (array == key) members = "\"" + counting + "\":100," + members;
-      if (counting == key) members += ",\"" + array + "\":[0]";
-    }
-    const std::string text = R"({"PARAMETER":{"REQUEST":")" + word + "\"," + members + "}}";
+  // The record that a request with some members brings to the handler, from its first byte; empty: it brings none.
+  Bytes record_of(const std::string& word, const std::string& members, const std::string& uri) {
+    const std::string text = R"({"PARAMETER":{"REQUEST":")" + word + "\"" + members + "}}";
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     seen_.clear();
     printed_by([&] {
@@ -62,16 +60,44 @@ class DescribeTypes : public DescribedTest {
     return seen_;
   }
 
+  // A request whose test is about one member.
+  struct Asked {
+    int type;
+    std::string word, key, uri;
+    std::string operation = "";  // a member that names the operation, as ",key:value"; empty: there is none
+  };
+
+  // The record of a request with that member and this value. An array stands behind a member that counts it, and the
+  // other way round.
+  Bytes record_of(const Asked& asked, const std::string& value) {
+    std::string members = asked.operation;
+    const auto add = [&members](const std::string& key, const std::string& text) {
+      members += ",\"" + key + "\":" + text;
+    };
+    for (const auto& [counting, array] : counted_arrays(asked.type))
+      if (array == asked.key) add(counting, "100");
+    add(asked.key, value);
+    for (const auto& [counting, array] : counted_arrays(asked.type))
+      if (counting == asked.key) add(array, "[0]");
+    return record_of(asked.word, members, asked.uri);
+  }
+
   // How many bytes of the record a member's value changes, compared with a value that is 0 or empty.
-  std::size_t bytes_filled(int type, const std::string& word, const std::string& key, const std::string& value,
-                           const std::string& uri) {
-    const std::string empty = value[0] == '"' ? "\"\"" : value[0] == '{' ? "{}" : value[0] == '[' ? "[0]" : "0";
-    const Bytes cleared = record_of(type, word, key, empty, uri);
-    const Bytes record = record_of(type, word, key, value, uri);
+  std::size_t bytes_filled(const Asked& asked, const std::string& value) {
+    const Bytes cleared = record_of(asked, empty_value(value));
+    const Bytes record = record_of(asked, value);
     if (record.size() != cleared.size()) return 0;
     std::size_t changed = 0;
     for (std::size_t i = 0; i < record.size(); ++i) changed += record[i] != cleared[i];
     return changed;
+  }
+
+  // The member that names the operation which a described member belongs to, as a request has it; empty: it belongs to
+  // none, or to requests that name none.
+  static std::string operation_of(const cJSON* field) {
+    const cJSON* const when = member(field, "when");
+    if (!when || cJSON_IsNull(member(when, "value"))) return "";
+    return ",\"" + text_of(when, "key") + "\":" + print_json(member(when, "value"));
   }
 
   // The described uses of a type, as request word and fields.
@@ -83,20 +109,28 @@ class DescribeTypes : public DescribedTest {
     return requests;
   }
 
-  // The response of a record that its handler fills with these bytes and, where `texts` says so, with texts of its own.
-  // `entries`: how many entries its lists have.
-  Json response_of(int type, const Bytes& bytes, UINT32 entries, bool texts) {
+  // What a handler answers in its record.
+  struct Answer {
+    const Bytes* bytes;
+    UINT32 entries = 0;                    // of its lists
+    bool texts = false;                    // texts of its own, where it has places for them
+    const FlatField* operation = nullptr;  // a field of the operation that it answers; null: as the bytes say
+  };
+
+  // The response of a URI to what its handler answers.
+  Json response_of(int type, const std::string& uri, const Answer& answer) {
     fill_ = [&](char* record, std::size_t size) {
       const ItemType& item = *tvc_item_type(static_cast<UINT8>(type));
-      std::memcpy(record, bytes.data(), std::min(bytes.size(), size));
-      for (const ItemForm& form : item.forms) put_integer(record, form.list.count, entries);
+      std::memcpy(record, answer.bytes->data(), std::min(answer.bytes->size(), size));
+      for (const ItemForm& form : item.forms) put_integer(record, form.list.count, answer.entries);
+      if (answer.operation) put_integer(record, answer.operation->selector, answer.operation->selected);
       for_each_text(
           item, [&](char*& text) { text = nullptr; }, record);
       for_each_text(
-          item, [&](char*& text) { text = texts && !text ? strdup("text") : text; }, record);
+          item, [&](char*& text) { text = answer.texts && !text ? strdup("text") : text; }, record);
     };
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
-    printed_by([&] { a_dtv_jsp_get(uri_of(type).c_str(), nullptr, response); });
+    printed_by([&] { a_dtv_jsp_get(uri.c_str(), nullptr, response); });
     fill_ = nullptr;
     return parse_json(response);
   }
@@ -121,20 +155,23 @@ class DescribeTypes : public DescribedTest {
 
   // The arrays that requests read, each behind the key of the member that counts it.
   static std::vector<std::pair<std::string, std::string>> counted_arrays(int type) {
-    const std::span<const Field> fields = tvc_item_type(static_cast<UINT8>(type))->fields;
+    const std::vector<FlatField>& fields = flat(tvc_item_type(static_cast<UINT8>(type))->fields);
     std::vector<std::pair<std::string, std::string>> arrays;
-    for (const Field& array : fields)
-      for (const Field& field : fields)
+    for (const FlatField& array : fields)
+      for (const FlatField& field : fields)
         if (array.count.size && field.offset == array.count.offset) arrays.emplace_back(field.key, array.key);
     return arrays;
   }
 
-  // Every text of a record that its handler allocates.
+  // Every text of a record that its handler allocates. Where another operation has something else in its place, there
+  // is none.
   template <typename Action>
   static void for_each_text(const ItemType& item, const Action& action, char* record) {
     const auto walk = [&](std::span<const Field> fields) {
-      for (const Field& field : fields)
-        if (field.kind == FieldKind::kOwnedText) action(field_at<char*>(record, field));
+      for (const FlatField& field : flat(fields))
+        if (field.kind == FieldKind::kOwnedText &&
+            (!field.selector.size || tvc_integer_at(record, field.selector) == field.selected))
+          action(field_at<char*>(record, field));
     };
     walk(item.fields);
     for (const ItemForm& form : item.forms)
@@ -157,8 +194,7 @@ class DescribeTypes : public DescribedTest {
 
 TEST_F(DescribeTypes, EveryTypeOfTheTableAndNoOther) {
   EXPECT_EQ(rows_.size(), types_.size());
-  for (int type = 0; type <= 255; ++type)
-    if (type_exists(type)) EXPECT_TRUE(rows_.contains(type)) << type;
+  for (const ItemType* const item : tvc_item_types()) EXPECT_TRUE(rows_.contains(item->type)) << int{item->type};
   int roots = 0;
   for (const auto& [type, row] : rows_) {
     std::vector<std::string> keys = {"query", "set", "response", "notify"};
@@ -178,7 +214,7 @@ TEST_F(DescribeTypes, RequestsReachTheHandlerWithTheDescribedWord) {
       const auto requests = requests_of(row);
       const bool described = std::ranges::any_of(requests, [&](const auto& request) { return request.first == word; });
       calls_ = 0;
-      record_of(type, word, "VALUE", type == TYPE_TEXT ? "\"x\"" : "1", uri_of(type));
+      record_of(word, std::string(",\"VALUE\":") + (type == TYPE_TEXT ? "\"x\"" : "1"), uri_of(type));
       // An option list takes two words, of which one is described.
       const bool also_set = type == TYPE_OPTION_LIST && word == "SET";
       EXPECT_EQ(calls_ > 0, described || also_set) << row->string << " " << word;
@@ -193,43 +229,68 @@ std::string filling_value(const cJSON* field, const cJSON* kind) {
     for (int i = 1; i < number_of(field, "count"); ++i) elements += ",1";
     return "[" + elements + "]";
   }
-  if (text_of(kind, "json") != "number") return "\"" + std::string(number_of(field, "limit") > 0 ? 1 : 0, 'x') + "\"";
+  if (text_of(kind, "json") != "number") {
+    const auto names = elements_of(member(field, "values"));  // of numbers, of which only the first may be 0
+    return names.empty() ? "\"x\"" : print_json(member(names.back(), "value"));
+  }
   const bool is_signed = text_of(kind, "minimum").starts_with("-");
   return is_signed ? "-1" : text_of(kind, "maximum");
 }
 
+// A member counts in requests that name its operation, and in no others; without an operation it counts at least in
+// requests without one. The members that do not count are tested together in one request.
 TEST_F(DescribeTypes, DescribedMembersAreDecodedAndNoOthers) {
-  int members = 0, of_one_uri = 0;
+  int members = 0, of_one_uri = 0, of_an_operation = 0;
   for (const auto& [type, row] : rows_) {
-    std::set<std::string> keys;  // that any use of the type names
-    for (const char* const use : {"query", "response"})
-      for (const cJSON* const field : elements_of(member(row, use))) keys.insert(text_of(field, "key"));
+    std::map<std::string, std::string> values = {{"NO_MEMBER", "1"}};  // of the members that any use of the type names
     std::set<std::string> uris = {uri_of(type)};  // that read members of their own, and one that does not
+    std::set<std::string> operations = {""};
     for (const auto& [word, fields] : requests_of(row))
       for (const cJSON* const field : elements_of(fields)) {
-        keys.insert(text_of(field, "key"));
+        values.emplace(text_of(field, "key"), filling_value(field, kind_row(text_of(field, "kind"))));
         uris.insert(uri_of(type, field));
+        operations.insert(operation_of(field));
       }
-    keys.insert("NO_MEMBER");
+    for (const cJSON* const field : elements_of(member(row, "response")))
+      values.emplace(text_of(field, "key"), filling_value(field, kind_row(text_of(field, "kind"))));
     for (const auto& [word, fields] : requests_of(row)) {
       for (const std::string& uri : uris) {
-        for (const std::string& key : keys) {
-          const cJSON* described = nullptr;
-          for (const cJSON* const field : elements_of(fields))
-            if (text_of(field, "key") == key && (!member(field, "uri") || text_of(field, "uri") == uri))
-              described = field;
-          const std::string where = row->string + (" " + word) + " " + key + " " + uri;
-          if (described && text_of(described, "kind") == "object") continue;  // below
-          const std::string value = described ? filling_value(described, kind_row(text_of(described, "kind"))) : "1";
-          EXPECT_EQ(bytes_filled(type, word, key, value, uri) > 0, described != nullptr) << where;
-          members += described != nullptr;
-          of_one_uri += described && member(described, "uri");
+        for (const std::string& operation : operations) {
+          const std::string where = row->string + (" " + word) + " " + uri + operation;
+          // Members that do not count in this request, beside the one without which it is refused.
+          std::string others = word == "MODIFY" ? ",\"VALUE\":" + empty_value(values.at("VALUE")) : operation;
+          std::string empty_others = others;
+          for (const auto& [key, value] : values) {
+            const cJSON *described = nullptr, *of_any = nullptr;
+            for (const cJSON* const field : elements_of(fields)) {
+              if (text_of(field, "key") != key || (member(field, "uri") && text_of(field, "uri") != uri)) continue;
+              if (operation_of(field) == operation) described = field;
+              if (!member(field, "when")) of_any = field;
+            }
+            if (!described && of_any) continue;
+            if (!described) {
+              others.append(",\"").append(key).append("\":").append(value);
+              empty_others.append(",\"").append(key).append("\":").append(empty_value(value));
+              continue;
+            }
+            if (text_of(described, "kind") == "object") continue;  // below
+            const Asked asked = {.type = type, .word = word, .key = key, .uri = uri, .operation = operation};
+            EXPECT_GT(bytes_filled(asked, filling_value(described, kind_row(text_of(described, "kind")))), 0u)
+                << where << " " << key;
+            ++members;
+            of_one_uri += member(described, "uri") != nullptr;
+            of_an_operation += !operation.empty();
+          }
+          const Bytes record = record_of(word, others, uri);
+          EXPECT_EQ(record.empty(), word == "ACTION") << where;  // which brings no record
+          EXPECT_EQ(record, record_of(word, empty_others, uri)) << where << " counts one of" << others;
         }
       }
     }
   }
-  EXPECT_GT(members, of_one_uri);
+  EXPECT_GT(members, of_one_uri + of_an_operation);
   EXPECT_GT(of_one_uri, 0);
+  EXPECT_GT(of_an_operation, 0);
 }
 
 TEST_F(DescribeTypes, MembersOfObjectsAreDecoded) {
@@ -240,8 +301,12 @@ TEST_F(DescribeTypes, MembersOfObjectsAreDecoded) {
         for (const cJSON* const inner : elements_of(member(field, "fields"))) {
           const std::string value = filling_value(inner, kind_row(text_of(inner, "kind")));
           const std::string object = "{\"" + text_of(inner, "key") + "\":" + value + "}";
-          EXPECT_GT(bytes_filled(type, word, text_of(field, "key"), object, uri_of(type, field)), 0u)
-              << row->string << " " << object;
+          const Asked asked = {.type = type,
+                               .word = word,
+                               .key = text_of(field, "key"),
+                               .uri = uri_of(type, field),
+                               .operation = operation_of(field)};
+          EXPECT_GT(bytes_filled(asked, object), 0u) << row->string << " " << object;
           ++members;
         }
   EXPECT_GT(members, 0);
@@ -256,27 +321,29 @@ TEST_F(DescribeTypes, LimitsAreThoseOfTheRecord) {
     for (const auto& [word, fields] : requests_of(row)) {
       for (const cJSON* const field : elements_of(fields)) {
         const std::string key = text_of(field, "key"), kind = text_of(field, "kind"), uri = uri_of(type, field);
-        const std::string where = row->string + (" " + word) + " " + key;
+        const Asked asked = {.type = type, .word = word, .key = key, .uri = uri, .operation = operation_of(field)};
+        const std::string where = row->string + (" " + word) + " " + key + asked.operation;
         const auto rows = static_cast<std::size_t>(std::ranges::count_if(elements_of(fields), [&](const cJSON* other) {
-          return text_of(other, "key") == key && (!member(other, "uri") || text_of(other, "uri") == uri);
+          return text_of(other, "key") == key && (!member(other, "uri") || text_of(other, "uri") == uri) &&
+                 operation_of(other) == asked.operation;
         }));
         const std::string value = filling_value(field, kind_row(kind));
+        if (kind == "text" && !member(field, "limit")) continue;  // a name, of which a number is kept
         if (kind == "text") {
           const auto limit = static_cast<std::size_t>(number_of(field, "limit"));
-          EXPECT_EQ(bytes_filled(type, word, key, "\"" + std::string(limit + 9, 'x') + "\"", uri), limit * rows)
-              << where;
+          EXPECT_EQ(bytes_filled(asked, "\"" + std::string(limit + 9, 'x') + "\""), limit * rows) << where;
         } else if (value.starts_with('[')) {
           std::string more = value;
           more.insert(1, "1,1,1,");
           const auto count = static_cast<std::size_t>(number_of(field, "count"));
-          const std::size_t kept = bytes_filled(type, word, key, more, uri);
-          EXPECT_EQ(kept, bytes_filled(type, word, key, value, uri)) << where;
+          const std::size_t kept = bytes_filled(asked, more);
+          EXPECT_EQ(kept, bytes_filled(asked, value)) << where;
           // The number of elements that were taken may be kept as well.
           EXPECT_TRUE(kept == count || kept == count + 1) << where << " " << kept;
         } else if (widths.contains(kind)) {
           // What cannot be negative when it is set is an index.
           if (type == TYPE_OPTION_LIST && word == "SET") continue;
-          EXPECT_EQ(bytes_filled(type, word, key, value, uri), widths.at(kind) * rows) << where;
+          EXPECT_EQ(bytes_filled(asked, value), widths.at(kind) * rows) << where;
         }
       }
     }
@@ -315,9 +382,11 @@ std::string json_kind(const cJSON* value) {
 using Shown = std::set<std::pair<std::string, std::string>>;
 using KindRow = std::function<const cJSON*(const std::string&)>;
 
+// A text that its record does not hold itself, which therefore has no limit, can be null.
 bool describes(const cJSON* field, const cJSON* value, const KindRow& kind_row) {
-  return text_of(field, "key") == value->string &&
-         text_of(kind_row(text_of(field, "kind")), "json") == json_kind(value);
+  const std::string json = text_of(kind_row(text_of(field, "kind")), "json");
+  const bool can_be_null = json == "string" && !member(field, "limit");
+  return text_of(field, "key") == value->string && (json == json_kind(value) || (can_be_null && cJSON_IsNull(value)));
 }
 
 Shown described_members(const cJSON* fields, const KindRow& kind_row) {
@@ -330,7 +399,7 @@ Shown described_members(const cJSON* fields, const KindRow& kind_row) {
 // Whether an array of the type is shown only as far as it is filled.
 bool is_counted(const ItemType& item, const std::string& key) {
   const auto counts = [&key](const Field& field) { return field.key == key && field.count.size > 0; };
-  return std::ranges::any_of(item.fields, counts) || std::ranges::any_of(item.forms, [&](const ItemForm& form) {
+  return std::ranges::any_of(flat(item.fields), counts) || std::ranges::any_of(item.forms, [&](const ItemForm& form) {
            return std::ranges::any_of(form.fields, counts);
          });
 }
@@ -347,7 +416,7 @@ void expect_item(const ItemType& type, const cJSON* item, const cJSON* fields, c
     next = std::find_if(next, described.end(), [&](const cJSON* field) { return describes(field, value, kind_row); });
     ASSERT_NE(next, described.end()) << name << " is not described, or not in this order";
     const cJSON* const field = *next++;
-    ret_shown.emplace(value->string, json_kind(value));
+    if (!cJSON_IsNull(value)) ret_shown.emplace(value->string, json_kind(value));
     if (cJSON_IsArray(value) && is_counted(type, value->string))
       EXPECT_LE(cJSON_GetArraySize(value), number_of(field, "count")) << name;
     else if (cJSON_IsArray(value))
@@ -358,6 +427,16 @@ void expect_item(const ItemType& type, const cJSON* item, const cJSON* fields, c
     expect_item(type, value, member(field, "fields"), name, kind_row, inner);
     EXPECT_EQ(inner.size(), elements_of(member(field, "fields")).size()) << name;
   }
+}
+
+// The operations that a type's records answer, each as one of its fields, and none.
+std::vector<const FlatField*> operations_of(const ItemType& item) {
+  std::map<UINT16, const FlatField*> operations;
+  for (const FlatField& field : flat(item.fields))
+    if (field.selector.size) operations.emplace(field.selected, &field);
+  std::vector<const FlatField*> all = {nullptr};
+  for (const auto& [number, field] : operations) all.push_back(field);
+  return all;
 }
 
 TEST_F(DescribeTypes, ResponsesShowTheDescribedMembers) {
@@ -376,15 +455,56 @@ TEST_F(DescribeTypes, ResponsesShowTheDescribedMembers) {
       for (const cJSON* const item : elements_of(member(response, "ITEMS")))
         expect_item(item_type, item, fields, row->string, kind_of, shown);
     };
-    for (UINT32 number = 0; number <= 12; ++number)
-      for (const std::size_t skipped : {0u, 128u})
-        for (const bool texts : {false, true})
-          if (const Json response = response_of(type, words_of(number, skipped), number, texts))
-            expect_response(response.get());
+    std::set<std::string> uris = {uri_of(type)};  // that have forms of their own, and one that has not
+    for (const ItemForm& form : item_type.forms)
+      if (char uri[256]; form.uri && tv_ctrl_get_uri_by_id(form.uri, uri) == VEXTVCTRLR_OK) uris.insert(uri);
+    for (const std::string& uri : uris)
+      for (const FlatField* const operation : operations_of(item_type))
+        for (UINT32 number = 0; number <= 12; ++number)
+          for (const std::size_t skipped : {0u, 128u})
+            for (const bool texts : {false, true}) {
+              const Bytes bytes = words_of(number, skipped);
+              const Answer answer = {.bytes = &bytes, .entries = number, .texts = texts, .operation = operation};
+              if (const Json response = response_of(type, uri, answer)) expect_response(response.get());
+            }
     EXPECT_EQ(shown, described_members(fields, kind_of)) << row->string;
     responses += cJSON_IsArray(fields);
   }
   EXPECT_GT(responses, 0);
+}
+
+// What a member's "when" holds for an operation's number: its name, null for none, the number where it has no name.
+std::string when_of(const ItemType& item, const FlatField& operation) {
+  if (operation.selected == 0) return "null";
+  for (const FlatField& field : flat(item.fields)) {
+    if (field.kind != FieldKind::kName || field.offset != operation.selector.offset) continue;
+    for (const char* value = field.values; *value; value += std::strlen(value) + 1)
+      if (std::stoi(value) == operation.selected) return "\"" + std::string(std::strchr(value, '=') + 1) + "\"";
+  }
+  return std::to_string(operation.selected);
+}
+
+// An operation's answer has the members of that operation, and of no other.
+TEST_F(DescribeTypes, ResponsesShowTheMembersOfTheirOperation) {
+  std::map<char, int> operations;  // by the first character of what "when" holds
+  for (const auto& [type, row] : rows_) {
+    const ItemType& item = *tvc_item_type(static_cast<UINT8>(type));
+    const Bytes cleared(65536);
+    for (const FlatField* const operation : operations_of(item)) {
+      if (!operation) continue;
+      const std::string when = when_of(item, *operation);
+      ++operations[when[0]];
+      std::vector<std::string> described;
+      for (const cJSON* const field : elements_of(member(row, "response")))
+        if (!member(field, "when") || print_json(member(member(field, "when"), "value")) == when)
+          described.push_back(text_of(field, "key"));
+      const Json response = response_of(type, uri_of(type), {.bytes = &cleared, .operation = operation});
+      EXPECT_EQ(keys_of(member(response.get(), "ITEMS")->child), described) << row->string << " " << when;
+    }
+  }
+  EXPECT_GT(operations['"'], 0);
+  EXPECT_GT(operations['n'], 0);
+  EXPECT_GT(operations['1'], 0) << "some operation has no name";
 }
 
 TEST_F(DescribeTypes, NotificationsHaveTheDescribedForm) {

@@ -9,11 +9,12 @@
 namespace {
 alignas(16) char cleared[4096];
 
-// A made-up argument of a callback. An untyped address is a number as often as not.
+// A made-up argument of a callback. form: that of its statement. An untyped pointer is a number, unless it may be an
+// address.
 template <typename T>
-T made_up(std::uint8_t number) {
+T made_up([[maybe_unused]] std::string_view form, std::uint8_t number) {
   if constexpr (std::is_same_v<T, void*>)
-    return reinterpret_cast<void*>(std::uintptr_t{number});
+    return form == "address" ? cleared : reinterpret_cast<void*>(std::uintptr_t{number});
   else if constexpr (std::is_pointer_v<T>)
     return reinterpret_cast<T>(cleared);
   else
@@ -23,15 +24,15 @@ T made_up(std::uint8_t number) {
 std::mutex mutex;
 std::map<std::string, std::function<void(std::uint8_t)>> raise_event;  // by the function that registered the callback
 
-template <typename T>
-void remember_callback(const std::string&, T) {}
-
-template <typename R, typename... T>
-void remember_callback(const std::string& name, R (*callback)(T...)) {
+// Keeps the callback that a function registers. raise: calls it with made-up arguments. Returns 0.
+template <typename Callback>
+int keep_callback(const char* name, Callback callback, void (*raise)(Callback callback, std::uint8_t number)) {
+  const std::lock_guard guard(mutex);
   if (callback)
-    raise_event[name] = [callback](std::uint8_t number) { callback(made_up<T>(number)...); };
+    raise_event[name] = [callback, raise](std::uint8_t number) { raise(callback, number); };
   else
     raise_event.erase(name);
+  return 0;
 }
 
 std::map<std::string, std::int32_t> results;
@@ -54,7 +55,6 @@ template <typename... T>
 std::int32_t called(const char* name, T... arguments) {
   const std::lock_guard guard(mutex);
   calls.push_back({name, {as_number(arguments)...}});
-  (remember_callback(name, arguments), ...);
   // Other callbacks may have the same type.
   if constexpr (std::is_invocable_v<void (*)(a_vextvapi_volctrl_nfy_fct, void*), T...>) {
     const auto keep = [](a_vextvapi_volctrl_nfy_fct callback, void* tag) {
@@ -113,9 +113,16 @@ void* platform_volume_tag() {
 }
 
 // One definition per statement of the contract.
+#define MADE_UP(p) TVAPI_ROW(MADE_UP_ROW, p)
+#define MADE_UP_ROW(form, direction, ctype, ...) made_up<ctype>(#form, number)
+#define TVAPI_CALLBACK(ret, name, ...) \
+  static void raise_##name(name callback, std::uint8_t number) { callback(TVAPI_EACH(MADE_UP, __VA_ARGS__)); }
+#define KEPT(p) TVAPI_ROW(KEPT_ROW, p)
+#define KEPT_ROW(form, direction, ctype, name, type, count, ...) \
+  (0 __VA_OPT__(+keep_callback(__func__, name, raise_##__VA_ARGS__)))
 #define TVAPI_FN(ret, name, ...)                                                               \
   ret name(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                           \
+    [[maybe_unused]] const int kept[] = {0 __VA_OPT__(, ) TVAPI_EACH(KEPT, __VA_ARGS__)};      \
     return static_cast<ret>(called(#name __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__))); \
   }
-#define TVAPI_CALLBACK(...)
 #include "tvapi/all.h"

@@ -1,7 +1,9 @@
 // What a field row can say, each with a made-up record: when its member counts, what it stores, how it is rendered.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "support.h"
 #include "tv_ctrl_util/json_field.h"
@@ -143,6 +145,110 @@ TEST(Field, IsReadOnlyForItsUri) {
   EXPECT_EQ(record.window, 0);
   decode(player_fields, R"({"window":4})", record, 0x0D09);
   EXPECT_EQ(record.window, 4);
+}
+
+// --- Members that belong to one operation ---
+
+struct Remote {
+  INT32 operation;
+  union {
+    struct {
+      UINT32 time;
+      char note[8];
+    } seek;
+    char* picture;
+    UINT8 bytes[16];
+  } u;
+};
+constexpr char kRemoteOperations[] =
+    "1=seek\0"
+    "2=skip\0"
+    "7=picture\0";
+constexpr Field remote_operation_fields[] = {
+    {.key = "time", TVC_MEMBER(Remote, u.seek.time), .use = kQuery | kResponse},
+    {.key = "note", TVC_MEMBER(Remote, u.seek.note), .use = kQuery | kResponse},
+    {.key = "time", TVC_MEMBER(Remote, u.bytes[4]), .use = kQuery | kResponse},
+    {.key = "picture", TVC_MEMBER(Remote, u.picture), .use = kResponse},
+    {.key = "none", TVC_MEMBER(Remote, u.bytes[15]), .use = kQuery | kResponse},
+    {.key = "nameless", TVC_MEMBER(Remote, u.bytes[14]), .use = kQuery | kResponse},
+};
+constexpr UINT16 remote_operation_of_row[] = {1, 1, 2, 7, 0, 300};
+constexpr auto remote_cases = tvc_field_cases<remote_operation_of_row>();
+constexpr FieldChoice remote_choice = {
+    .selector = TVC_PLACE(Remote, operation), .key = "operation", .values = kRemoteOperations, .cases = remote_cases};
+constexpr Field remote_fields[] = {
+    {.key = "operation", TVC_NAMED(Remote, operation), .use = kQuery, .values = kRemoteOperations},
+    {.kind = FieldKind::kMembers,
+     .use = kQuery | kResponse,
+     .fields = remote_operation_fields,
+     .choice = &remote_choice},
+};
+
+// Every byte of the union has this value.
+Remote remote_of(INT32 operation, UINT8 byte) {
+  Remote record = {};
+  record.operation = operation;
+  std::memset(&record.u, byte, sizeof record.u);
+  return record;
+}
+
+// The union's bytes that a request with all members changes in a record whose bytes are all 0x55, by their offset.
+std::vector<std::size_t> changed_by(const std::string& operation) {
+  Remote record = remote_of(0, 0x55);
+  decode(remote_fields,
+         ("{" + operation + R"("time":1,"note":"abcdefghij","picture":"x","none":2,"nameless":3})").c_str(), record);
+  std::vector<std::size_t> changed;
+  for (std::size_t i = 0; i < sizeof record.u.bytes; ++i)
+    if (record.u.bytes[i] != 0x55) changed.push_back(i);
+  return changed;
+}
+
+TEST(Field, OfAnOperationIsReadForItAndLeavesTheBytesOfOthersAlone) {
+  using Offsets = std::vector<std::size_t>;
+  EXPECT_EQ(changed_by(R"("operation":"SEEK",)"), (Offsets{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}))
+      << "seven characters; records come cleared, so that no end is written";
+  EXPECT_EQ(changed_by(R"("operation":"skip",)"), Offsets{4});
+  EXPECT_EQ(changed_by(R"("operation":"picture",)"), Offsets{}) << "it has no member that is read";
+  EXPECT_EQ(changed_by(R"("operation":"no such name",)"), Offsets{15}) << "an unknown name is 0";
+  EXPECT_EQ(changed_by(""), Offsets{15});
+  Remote record = remote_of(300, 0x55);
+  decode(remote_fields, R"({"none":2,"nameless":3,"time":1})", record);
+  EXPECT_EQ(record.u.bytes[14], 3) << "the number counts, with or without a name";
+  EXPECT_EQ(record.u.bytes[15], 0x55);
+}
+
+TEST(Field, OfAnOperationIsRenderedForItAlone) {
+  Remote record = remote_of(1, 0);
+  record.u.seek.time = 70000;
+  std::strcpy(record.u.seek.note, "n");
+  EXPECT_EQ(rendered(remote_fields, &record), R"({"time":70000,"note":"n"})");
+  record.operation = 2;
+  EXPECT_EQ(rendered(remote_fields, &record), R"({"time":110})") << "the letter n";
+  record = remote_of(0, 9);
+  EXPECT_EQ(rendered(remote_fields, &record), R"({"none":9})");
+  record.operation = 300;
+  EXPECT_EQ(rendered(remote_fields, &record), R"({"nameless":9})");
+  for (const INT32 operation : {-1, 3, 300 - 65536, 1 + 65536}) {
+    record.operation = operation;
+    EXPECT_EQ(rendered(remote_fields, &record), "{}") << operation;
+  }
+}
+
+// In the records of other operations, the bytes of the text's address are something else.
+TEST(Field, ATextOfAnOperationIsShownAndFreedForItAlone) {
+  const MemoryWatch memory;
+  Remote record = remote_of(7, 0);
+  record.u.picture = static_cast<char*>(std::calloc(1, 8));
+  std::strcpy(record.u.picture, "png");
+  EXPECT_EQ(rendered(remote_fields, &record), R"({"picture":"png"})");
+  tvc_free_texts(remote_fields, &record);
+  EXPECT_EQ(record.u.picture, nullptr);
+  EXPECT_EQ(memory.live_blocks(), 0u);
+  for (const INT32 operation : {0, 1, 2, 300}) {
+    record = remote_of(operation, 0x55);
+    tvc_free_texts(remote_fields, &record);
+    EXPECT_TRUE(std::ranges::all_of(record.u.bytes, [](UINT8 byte) { return byte == 0x55; })) << operation;
+  }
 }
 
 // --- Arrays ---

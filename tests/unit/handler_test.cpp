@@ -85,6 +85,30 @@ TEST_F(HandlerRows, WhatNoFunctionServesGetsTheDefaultAnswer) {
   EXPECT_TRUE(received.empty());
 }
 
+TEST_F(HandlerRows, AGetOfARecordWithoutARowCanHaveAnAnswerOfItsOwn) {
+  Handler strict = handler;
+  strict.get_default = VEXTVCTRLR_OK;
+  strict.get_without_row = VEXTVCTRLR_INV_ARG;
+  for (const UINT16 id : {kWithoutRow, kUnknown}) {
+    EXPECT_EQ(tvc_handle_get(strict, id, content_), -2) << id;
+    EXPECT_EQ(tvc_get_effect(strict, id), Effect::kRefused) << id;
+    EXPECT_EQ(tvc_handle_set(strict, id, content_), strict.set_default) << id << ": only gets differ";
+  }
+  for (const UINT16 id : {kAction, kPortal}) {  // which have a row without a get function
+    EXPECT_EQ(tvc_handle_get(strict, id, content_), 0) << id;
+    EXPECT_EQ(tvc_get_effect(strict, id), Effect::kAccepted) << id;
+  }
+  EXPECT_TRUE(received.empty());
+  EXPECT_EQ(tvc_handle_get(strict, kText, content_), kText);
+  EXPECT_EQ(tvc_get_effect(strict, kText), Effect::kServed);
+}
+
+TEST_F(HandlerRows, AGetOfARecordWithoutARowHasTheDefaultAnswerUnlessTheHandlerSaysOtherwise) {
+  static constexpr Handler plain = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>(), .get_default = -6};
+  EXPECT_EQ(tvc_handle_get(plain, kWithoutRow, content_), -6);
+  EXPECT_EQ(tvc_handle_get(plain, kAction, content_), -6);
+}
+
 TEST_F(HandlerRows, AnotherGroupAndAnotherTypeAreRefused) {
   for (const UINT16 id : {kOtherGroup, kOtherType, UINT16{0}}) {
     EXPECT_EQ(tvc_handle_get(handler, id, content_), -2) << id;
@@ -98,6 +122,19 @@ TEST_F(HandlerRows, AGetNeedsARecord) {
   for (const UINT16 id : {kText, kAction, kWithoutRow, kUnknown, kOtherGroup})
     EXPECT_EQ(tvc_handle_get(handler, id, nullptr), -2) << id;
   EXPECT_TRUE(received.empty());
+}
+
+TEST_F(HandlerRows, OnlyAGetThatAFunctionCarriesOutNeedsARecordWhereTheHandlerSaysSo) {
+  Handler lenient = handler;
+  lenient.get_needs_record = false;
+  lenient.get_without_row = -4;
+  for (const UINT16 id : {kText, kInteger, kOtherType, kOtherGroup})
+    EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), -2) << id;
+  for (const UINT16 id : {kAction, kPortal}) EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), handler.get_default) << id;
+  for (const UINT16 id : {kWithoutRow, kUnknown}) EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), -4) << id;
+  EXPECT_TRUE(received.empty());
+  EXPECT_EQ(tvc_handle_get(lenient, kText, content_), kText);
+  EXPECT_EQ(tvc_get_effect(lenient, kText), Effect::kServed) << "requests always bring a record";
 }
 
 TEST_F(HandlerRows, ASetNeedsARecordAsTheHandlerSays) {
@@ -193,8 +230,8 @@ TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
   }
 }
 
-// A failure is logged under a name of its own.
-// Only the events near now are read as any other event is, once the platform has named them.
+// A failure is logged under a name of its own. Three functions serve several records: the events near now are read as
+// any other event is, once the platform has named them; one function lists the library, and one drives a player.
 TEST(Handlers, OperationsAreNamedOnce) {
   std::map<std::string, int> rows_of;
   for (const Handler* const each : handlers()) {
@@ -205,7 +242,9 @@ TEST(Handlers, OperationsAreNamedOnce) {
   }
   EXPECT_TRUE(rows_of.contains("_tvc_misc_set_password"));
   std::erase_if(rows_of, [](const auto& row) { return row.second == 1; });
-  EXPECT_EQ(rows_of, (std::map<std::string, int>{{"_tvc_event_get_event_info", 3}}));
+  EXPECT_EQ(rows_of, (std::map<std::string, int>{{"_tv_ctrl_cbrowser_get_info_by_operator", 3},
+                                                 {"_tv_ctrl_cbrowser_pb_operator", 2},
+                                                 {"_tvc_event_get_event_info", 3}}));
 }
 
 // The case runner's buffers are cleared, so that only this test sees the end being written.

@@ -15,6 +15,11 @@
 #include "tv_ctrl_api/request.h"
 #include "tv_ctrl_main/registry.h"
 
+// Numbers of subtitle encodings and kinds, which C callers put into a player's record or read there.
+static_assert(T_CBROWSER_PB_SBTL_FONT_ENC_AUTO == 0 && T_CBROWSER_PB_SBTL_FONT_ENC_UTF8 == 1 &&
+              T_CBROWSER_PB_SBTL_FONT_ENC_CODEPAGE1258 == 14 && T_CBROWSER_PB_SBTL_FONT_ENC_KOI8_R == 21);
+static_assert(T_CBROWSER_PB_SBTL_UNKNOWN == 0 && T_CBROWSER_PB_SBTL_SRT == 4 && T_CBROWSER_PB_SBTL_SUP == 16);
+
 namespace {
 
 constexpr FieldUse kUses[] = {kQuery, kModify, kSet, kAssociate, kResponse, kNotify};
@@ -43,7 +48,7 @@ std::size_t size_of_kind(FieldKind kind) {
 }
 
 void check_fields(std::span<const Field> fields, std::size_t record_size, const std::string& where) {
-  for (const Field& field : fields) {
+  for (const FlatField& field : flat(fields)) {
     const std::string name = where + "." + field.key.data();
     if (field.kind == FieldKind::kConstant) {
       EXPECT_NE(field.text, nullptr) << name;
@@ -55,7 +60,7 @@ void check_fields(std::span<const Field> fields, std::size_t record_size, const 
     if (field.kind == FieldKind::kText) EXPECT_GE(field.size, 2u) << name << " has room for no text";
     EXPECT_EQ(field.kind == FieldKind::kObject, !field.fields.empty()) << name;
     if (field.kind == FieldKind::kObject) check_fields(field.fields, field.size, name);
-    for (const IntegerPlace place : {field.count, field.found, field.missing})
+    for (const IntegerPlace place : {field.count, field.found, field.missing, field.selector})
       EXPECT_LE(std::size_t{place.offset} + place.size, record_size) << name;
   }
 }
@@ -81,23 +86,30 @@ TEST(ItemTypes, FormsLieInTheirRecords) {
 
 constexpr FieldUse kDecodedUses = kQuery | kModify | kSet | kAssociate;
 
-// Several rows may show one member, each under a condition, or read it, each for a URI or under a condition.
+// Whether some request or record has both rows; a decoding row can belong to one URI.
+bool can_meet(const FlatField& one, const FlatField& other, bool decoded) {
+  const bool same_operation = !one.selector.size || !other.selector.size || one.selected == other.selected;
+  return one.key == other.key && same_operation && (!decoded || one.uri == other.uri);
+}
+
+// Several rows may show one member, each under a condition, or read it, each for a URI, for an operation or under a
+// condition.
 void check_keys(std::span<const Field> fields, FieldUse use, const std::string& where) {
-  using Member = std::pair<std::string_view, UINT16>;
-  std::set<Member> always, all;
-  for (const Field& field : fields) {
-    if (use != kEverywhere && !(field.use & use)) continue;
+  const bool decoded = (use & kDecodedUses) != 0;
+  const auto takes_part = [use](const Field& field) { return use == kEverywhere || (field.use & use); };
+  const auto is_conditional = [decoded](const Field& field) {
+    return decoded ? field.read_when != nullptr : field.when != nullptr;
+  };
+  const std::vector<FlatField>& rows = flat(fields);
+  for (const FlatField& field : rows) {
+    if (!takes_part(field)) continue;
     EXPECT_FALSE(field.key.empty()) << where;
     EXPECT_TRUE(
         std::all_of(field.key.begin(), field.key.end(), [](char c) { return c > ' ' && c != '"' && c != '\\'; }))
         << where << "." << field.key << " would have to be escaped";
-    const bool decoded = (use & kDecodedUses) != 0;
-    const Member member(field.key, decoded ? field.uri : UINT16{0});
-    const bool conditional = decoded ? field.read_when != nullptr : field.when != nullptr;
-    EXPECT_FALSE(always.contains(member) || (!conditional && all.contains(member)))
-        << where << "." << field.key << " stands twice";
-    if (!conditional) always.insert(member);
-    all.insert(member);
+    for (const FlatField& before : std::span(rows).first(static_cast<std::size_t>(&field - rows.data())))
+      if (takes_part(before) && can_meet(field, before, decoded))
+        EXPECT_TRUE(is_conditional(field) && is_conditional(before)) << where << "." << field.key << " stands twice";
     check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
@@ -118,7 +130,7 @@ TEST(ItemTypes, UrisOfRowsHaveTheTypeOfTheirRow) {
       ++rows;
       EXPECT_EQ(tv_ctrl_get_type_by_id(uri), item->type) << uri;
     };
-    for (const Field& field : item->fields) {
+    for (const FlatField& field : flat(item->fields)) {
       expect_type(field.uri);
       EXPECT_TRUE(field.uri == 0 || (field.use & kDecodedUses)) << field.key << " is only shown";
     }
@@ -131,22 +143,41 @@ TEST(ItemTypes, UrisOfRowsHaveTheTypeOfTheirRow) {
 TEST(ItemTypes, DecodedArraysAreCountedByARowBeforeThem) {
   int arrays = 0;
   for (const ItemType* const item : tvc_item_types()) {
-    for (const Field& array : item->fields) {
+    for (const FlatField& array : flat(item->fields)) {
       if (!array.count.size || !(array.use & kDecodedUses)) continue;
       ++arrays;
-      const auto counts = [&array](const Field& field) {
+      const auto counts = [&array](const FlatField& field) {
         return &field < &array && field.offset == array.count.offset && field.size == array.count.size &&
                (array.use & kDecodedUses & ~field.use) == 0 && (field.uri == 0 || field.uri == array.uri);
       };
-      EXPECT_TRUE(std::ranges::any_of(item->fields, counts)) << tvc_item_type_name(item->type) << "." << array.key;
+      EXPECT_TRUE(std::ranges::any_of(flat(item->fields), counts))
+          << tvc_item_type_name(item->type) << "." << array.key;
     }
   }
   EXPECT_GT(arrays, 0);
 }
 
+// What selects the operation is decoded before the members that belong to it, in every request that reads them.
+TEST(ItemTypes, MembersOfAnOperationStandBehindTheRowThatNamesIt) {
+  int members = 0;
+  for (const ItemType* const item : tvc_item_types()) {
+    for (const FlatField& member : flat(item->fields)) {
+      if (!member.selector.size) continue;
+      ++members;
+      const auto selects = [&member](const FlatField& field) {
+        return &field < &member && field.kind == FieldKind::kName && field.offset == member.selector.offset &&
+               field.size == member.selector.size && (member.use & kDecodedUses & ~field.use) == 0;
+      };
+      EXPECT_TRUE(std::ranges::any_of(flat(item->fields), selects))
+          << tvc_item_type_name(item->type) << "." << member.key;
+    }
+  }
+  EXPECT_GT(members, 0) << "those of players are some";
+}
+
 TEST(ItemTypes, FieldsTakePartSomewhere) {
   for (const ItemType* const item : tvc_item_types())
-    for (const Field& field : item->fields) EXPECT_NE(field.use, kEverywhere) << field.key;
+    for (const FlatField& field : flat(item->fields)) EXPECT_NE(field.use, kEverywhere) << field.key;
 }
 
 TEST(ItemTypes, OnlyOneFieldIsModified) {
@@ -227,8 +258,9 @@ struct Freed {
 };
 using Block = std::unique_ptr<void, Freed>;
 
-// Types above 53, TYPE_NONE, and those that are never allocated.
+// Of the types up to TYPE_CECM_CFG, those that are never allocated; types above it never are.
 const std::set<int> never_allocated = {
+    TYPE_NONE,
     TYPE_LANG_STRING,
     TYPE_NW_NOTIFY,
     TYPE_TEXT_16,
@@ -249,9 +281,7 @@ const std::set<int> never_allocated = {
 TEST(Content, EveryTypeIsAllocatedAsItsRule) {
   for (int type = 0; type <= 255; ++type) {
     const Block block(tv_ctrl_malloc_content(static_cast<UINT8>(type)));
-    // A type that is not built yet has no row.
-    const bool allocated =
-        type <= TYPE_CECM_CFG && !never_allocated.contains(type) && tvc_item_type(static_cast<UINT8>(type)) != nullptr;
+    const bool allocated = type <= TYPE_CECM_CFG && !never_allocated.contains(type);
     EXPECT_EQ(block != nullptr, allocated) << type;
     if (!block) continue;
     const std::size_t size = last_calloc_size();

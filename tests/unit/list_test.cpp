@@ -19,35 +19,58 @@ struct Observed {
   bool effect = false;  // a platform function was called, a file opened, or a field filled
 };
 
-// The first value that the description names, else a made-up one; of an array, one element.
-cJSON* value_of(const cJSON* field, const cJSON* values) {
+// What a request has: which of the values that a member's description names, and a member that it leaves out.
+struct Choice {
+  std::size_t value = 0;     // a member with fewer values has its last one
+  std::string without = "";  // key of the member; empty: the request has all
+};
+
+// A value that the description names, else a made-up one; of an array, one element.
+cJSON* value_of(const cJSON* field, const cJSON* values, const Choice& choice) {
   if (!values) values = member(field, "values");
-  if (values) return cJSON_Duplicate(member(values->child, "value"), 1);
+  if (const auto named = elements_of(values); !named.empty())
+    return cJSON_Duplicate(member(named[std::min(choice.value, named.size() - 1)], "value"), 1);
   if (text_of(field, "kind") == "text") return cJSON_CreateString("x");
   const int one = 1;
   return member(field, "count") ? cJSON_CreateIntArray(&one, 1) : cJSON_CreateNumber(one);
 }
 
 // The members of a URI's request, each once.
-cJSON* object_of(const std::string& uri, const cJSON* fields, const cJSON* values) {
+cJSON* object_of(const std::string& uri, const cJSON* fields, const cJSON* values, const Choice& choice) {
   cJSON* const object = cJSON_CreateObject();
   for (const cJSON* const field : elements_of(fields)) {
     const std::string key = text_of(field, "key");
-    if (member(object, key.c_str()) || (member(field, "uri") && text_of(field, "uri") != uri)) continue;
-    cJSON* const value = text_of(field, "kind") == "object" ? object_of(uri, member(field, "fields"), nullptr)
-                                                            : value_of(field, key == "VALUE" ? values : nullptr);
+    if (key == choice.without || member(object, key.c_str())) continue;
+    if (member(field, "uri") && text_of(field, "uri") != uri) continue;
+    cJSON* const value = text_of(field, "kind") == "object"
+                             ? object_of(uri, member(field, "fields"), nullptr, choice)
+                             : value_of(field, key == "VALUE" ? values : nullptr, choice);
     cJSON_AddItemToObject(object, key.c_str(), value);
   }
   return object;
 }
 
-// The text of a request that fills every field; `values` are those of "VALUE", null: none are known.
-std::string request_text(const std::string& uri, const std::string& word, const cJSON* fields, const cJSON* values) {
-  const Json root(cJSON_CreateObject(), cJSON_Delete);
-  cJSON* const parameter = object_of(uri, fields, values);
-  cJSON_AddStringToObject(parameter, "REQUEST", word.c_str());
-  cJSON_AddItemToObject(root.get(), "PARAMETER", parameter);
-  return print_json(root.get());
+// The texts of requests that fill the fields: one for each value that a member can have, and one without each member
+// that has such values, since it may exclude others. `values` are those of "VALUE", null: none are known.
+std::vector<std::string> request_texts(const std::string& uri, const std::string& word, const cJSON* fields,
+                                       const cJSON* values) {
+  std::vector<Choice> choices = {{}};
+  const auto add_values = [&choices](const cJSON* named) {
+    while (choices.size() < elements_of(named).size()) choices.push_back({.value = choices.size()});
+  };
+  add_values(values);
+  for (const cJSON* const field : elements_of(fields)) add_values(member(field, "values"));
+  for (const cJSON* const field : elements_of(fields))
+    if (member(field, "values")) choices.push_back({.without = text_of(field, "key")});
+  std::vector<std::string> texts;
+  for (const Choice& choice : choices) {
+    const Json root(cJSON_CreateObject(), cJSON_Delete);
+    cJSON* const parameter = object_of(uri, fields, values, choice);
+    cJSON_AddStringToObject(parameter, "REQUEST", word.c_str());
+    cJSON_AddItemToObject(root.get(), "PARAMETER", parameter);
+    texts.push_back(print_json(root.get()));
+  }
+  return texts;
 }
 
 class List : public DescribedTest {
@@ -70,7 +93,9 @@ class List : public DescribedTest {
   template <typename Request>
   Observed observe(const Request& request) {
     platform_reset();
-    platform_answer("a_vextvapi_cb_usb_detect_init", 1);              // a handle
+    for (const char* const creates : {"a_vextvapi_cb_usb_detect_init", "a_vextvapi_cb_pb_init",
+                                      "a_vextvapi_dmp_file_create", "a_vextvapi_dmr_file_create"})
+      platform_answer(creates, 1);                                    // a handle
     platform_answer("a_vextvapi_inputsource_get_sourcetotalnum", 2);  // of one name, so that the last one is current
     const int files = opened_files();
     filled_ = false;
@@ -83,29 +108,28 @@ class List : public DescribedTest {
     return observed;
   }
 
-  // A get without parameters, and one that asks for everything.
+  // A get without parameters, and those that ask for everything.
   std::vector<Observed> gets(const cJSON* row) {
     const std::string uri = text_of(row, "uri");
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     std::vector<Observed> all = {observe([&] { return a_dtv_jsp_get(uri.c_str(), nullptr, response); })};
     const cJSON* const query = member(type_of(row), "query");
     if (!cJSON_IsArray(query)) return all;
-    const std::string text = request_text(uri, "QUERY", query, member(row, "values"));
-    all.push_back(observe([&] { return a_dtv_jsp_get(uri.c_str(), text.c_str(), response); }));
+    for (const std::string& text : request_texts(uri, "QUERY", query, member(row, "values")))
+      all.push_back(observe([&] { return a_dtv_jsp_get(uri.c_str(), text.c_str(), response); }));
     return all;
   }
 
-  // The set that the type describes, else one with each word.
+  // The sets that the type describes, else some with each word.
   std::vector<Observed> sets(const cJSON* row) {
     const std::string uri = text_of(row, "uri");
     const cJSON* const set = member(type_of(row), "set");
     std::vector<std::string> words = {"ACTION", "MODIFY", "SET", "ASSOCIATE"};
     if (cJSON_IsObject(set)) words = {text_of(set, "request")};
     std::vector<Observed> all;
-    for (const std::string& word : words) {
-      const std::string text = request_text(uri, word, member(set, "fields"), member(row, "values"));
-      all.push_back(observe([&] { return a_dtv_jsp_set(uri.c_str(), text.c_str()); }));
-    }
+    for (const std::string& word : words)
+      for (const std::string& text : request_texts(uri, word, member(set, "fields"), member(row, "values")))
+        all.push_back(observe([&] { return a_dtv_jsp_set(uri.c_str(), text.c_str()); }));
     return all;
   }
 
@@ -141,6 +165,7 @@ class List : public DescribedTest {
 // USB detection either runs or not: its start has an effect in the one state, its stop and its lists in the other. The
 // current input source is known once the list of sources was read.
 TEST_F(List, GetsAndSetsAreListedWhereTheyHaveAnEffect) {
+  EXPECT_EQ(uris_.size(), 402u) << "the whole registry";
   for (const char* const detection : {"/tv/menu/misc/usb_detect_deinit", "/tv/menu/misc/usb_detect_init"}) {
     for (const cJSON* const row : uris_) {
       observe([&] { return a_dtv_jsp_set(detection, R"({"PARAMETER":{"REQUEST":"ACTION"}})"); });
@@ -157,13 +182,17 @@ TEST_F(List, GetsAndSetsAreListedWhereTheyHaveAnEffect) {
 TEST_F(List, EventsAreListedWhereSomeHandlerRaisesThem) {
   observe([] { return tvc_ctrl_cec_detect_init(); });
   observe([] { return tv_ctrl_broadcast_init(); });
-  observe([] { return a_dtv_jsp_set("/tv/menu/misc/usb_detect_init", R"({"PARAMETER":{"REQUEST":"ACTION"}})"); });
   std::set<std::string> listed, raised;
   for (const cJSON* const row : uris_) {
     a_dtv_jsp_add_listener_buffer(text_of(row, "uri").c_str());
     if (is_true(row, "notify")) listed.insert(text_of(row, "uri"));
   }
-  observe([] { return platform_raise_all(), 0; });
+  // A request may register a callback, and another may end its registration.
+  for (const cJSON* const row : uris_) {
+    gets(row);
+    sets(row);
+    observe([] { return platform_raise_all(), 0; });
+  }
   for (const cJSON* const row : uris_)
     if (const std::string uri = text_of(row, "uri"); !fetch(uri).value_or("").empty()) raised.insert(uri);
   EXPECT_EQ(raised, listed);

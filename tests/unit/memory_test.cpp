@@ -1,5 +1,6 @@
 // Memory that fails at the n-th allocation, for each n until all goes well: nothing crashes, nothing leaks, what was
 // pending stays.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -9,6 +10,7 @@
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/response.h"
+#include "tv_ctrl_main/registry.h"
 
 namespace {
 
@@ -107,20 +109,122 @@ TEST_P(Memory, RequestsLeakNothing) {
   }
 }
 
+// --- A text that a handler allocates ---
+
+constexpr std::size_t kThumbnailSize = 131072;
+
+// A request that names the player's "getthumbnaildata".
+struct ThumbnailRequest {
+  const char* uri;
+  bool is_set;
+  INT32 platform_result;
+  INT32 ret;
+  bool allocates;  // the thumbnail's block
+};
+constexpr ThumbnailRequest thumbnail_requests[] = {
+    {"/tv/cbrowser/playback_get_info", false, 0, 0, true},
+    {"/tv/cbrowser/playback_get_info", false, -9, -9, true},
+    {"/tv/cbrowser/playback_operator", true, 0, 0, true},
+    {"/tv/cbrowser/playback_operator", true, -9, -9, true},
+    {"/tv/cbrowser/playback_deinit", true, 0, 0, false},
+    {"/tv/cbrowser/playback_init", false, 0, -2, false},     // with an operator, the path does not count
+    {"/tv/cbrowser/playback_deinit", false, 0, 0, false},    // which has no get
+    {"/tv/cbrowser/playback_get_info", true, 0, 0, false}};  // which has no set
+
+INT32 send(const ThumbnailRequest& request) {
+  const std::string text = std::string(R"({"PARAMETER":{"REQUEST":")") + (request.is_set ? "SET" : "QUERY") +
+                           R"(","handle":5,"operator":"getthumbnaildata","mediaPath":"/a"}})";
+  if (request.is_set) return a_dtv_jsp_set(request.uri, text.c_str());
+  std::vector<char> response(DTV_JSP_RESPONSE_MAX + 1);
+  return a_dtv_jsp_get(request.uri, text.c_str(), response.data());
+}
+
+// Lets the platform write so many characters of a thumbnail, without an end.
+void platform_makes_thumbnails(INT32 result, std::size_t size) {
+  platform_reset();
+  platform_answer("a_vextvapi_cb_pb_get_thumbnail", result);
+  platform_do("a_vextvapi_cb_pb_get_thumbnail", [size](const std::vector<std::int64_t>& arguments) {
+    std::memset(reinterpret_cast<void*>(static_cast<std::intptr_t>(arguments.at(1))), 'x', size);
+  });
+}
+
+bool platform_made_a_thumbnail() {
+  const std::vector<PlatformCall> calls = platform_calls();
+  return std::ranges::count(calls, "a_vextvapi_cb_pb_get_thumbnail", &PlatformCall::name) > 0;
+}
+
+// One request, of which an allocation may fail.
+struct Sent {
+  INT32 ret = 0;
+  bool well = false;       // no allocation failed
+  std::string response;    // uncut; empty: there is none
+  std::size_t leaked = 0;  // blocks
+};
+
+Sent send_without_memory(const ThumbnailRequest& request, int fail_at, bool persistent) {
+  Sent sent;
+  printed_by([&] {
+    const MemoryWatch memory(fail_at, persistent);
+    sent.ret = send(request);
+    sent.well = memory.allocations() < fail_at;
+    if (_ps_send_buff) sent.response = _ps_send_buff;
+    std::free(std::exchange(_ps_send_buff, nullptr));
+    _z_send_buff_len = 0;
+    sent.leaked = memory.live_blocks();
+  });
+  return sent;
+}
+
+TEST_P(Memory, ThumbnailIsFreedOnEveryPath) {
+  for (const ThumbnailRequest& request : thumbnail_requests) {
+    for (const std::size_t size : {std::size_t{3}, kThumbnailSize}) {
+      int without_block = 0, without_response = 0;
+      Sent sent;
+      for (int n = 1; !sent.well; ++n) {
+        ASSERT_LT(n, kTooMany);
+        platform_makes_thumbnails(request.platform_result, size);
+        testing::internal::CaptureStderr();
+        sent = send_without_memory(request, n, persistent());
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(sent.leaked, 0u) << request.uri << " " << request.is_set << " " << n;
+        without_block += sent.ret == VEXTVCTRLR_OUT_OF_MEMORY && !platform_made_a_thumbnail();
+        without_response += !request.is_set && platform_made_a_thumbnail() && sent.response.empty();
+      }
+      EXPECT_EQ(sent.ret, request.ret) << request.uri << " " << request.is_set;
+      EXPECT_EQ(platform_made_a_thumbnail(), request.allocates) << request.uri << " " << request.is_set;
+      EXPECT_EQ(without_block, request.allocates ? 1 : 0) << request.uri << " " << request.is_set;
+      if (!request.allocates) continue;
+      EXPECT_EQ(last_calloc_size(), kThumbnailSize + 1) << "the text of a platform that fills its room has an end";
+      if (request.is_set) continue;
+      EXPECT_GT(without_response, 0) << request.uri;
+      if (request.platform_result != 0) continue;
+      EXPECT_EQ(sent.response, R"({"URI":"/tv/cbrowser/playback_get_info","STATUS":0,"ITEMS":[)"
+                               R"({"NAME":"Content Browser Playback","handle":5,"getthumbnailasyncbuffer":")" +
+                                   std::string(size, 'x') + "\"}]}");
+    }
+  }
+}
+
 // --- Notifications ---
 
 struct Raised {
   UINT8 type;
   const char* uri;
 };
-constexpr Raised raised[] = {
-    {TYPE_VALUE, "/tv/ws/notify/broadcast/chg_channel_res"},
-    {TYPE_VOL_CTRL_NOTIFY, "/tv/ws/notify/volume_ctrl"},
-    {TYPE_NW_NOTIFY, "/tv/ws/notify/network"},
-    {TYPE_CBROWSER_PB_NOTIFY, "/tv/ws/notify/cbrowser_playback"},
-    {TYPE_DLNA_DMS_NOTIFY, "/tv/ws/notify/dlna_dms"},
-    {TYPE_USB_DETECT_NOTIFY, "/tv/ws/notify/usb_detect"},
-};
+
+// Every type that is notified, with one of its URIs.
+std::vector<Raised> notified() {
+  std::vector<Raised> all;
+  for (const ItemType* const item : tvc_item_types()) {
+    if (item->notify.form == NotifyForm::kNone) continue;
+    for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry())
+      if (row.ui1_type == item->type) {
+        all.push_back({item->type, row.s_uri});
+        break;
+      }
+  }
+  return all;
+}
 
 void raise(const Raised& what) {
   std::vector<char> record(4096, 0);
@@ -128,7 +232,7 @@ void raise(const Raised& what) {
 }
 
 TEST_P(Memory, NotificationWithNothingPending) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     a_dtv_jsp_add_listener_buffer(what.uri);
     raise(what);
     const std::string whole = fetch(what.uri).value();
@@ -144,7 +248,7 @@ TEST_P(Memory, NotificationWithNothingPending) {
 }
 
 TEST_P(Memory, PendingTextStays) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     const std::string uri = what.uri;
     a_dtv_jsp_add_listener_buffer(what.uri);
     const std::string pending = "{\"URI\":\"" + uri + "\",\"REQUEST\":\"NOTIFY\",\"ITEMS\":[{\"OLD\":1}]}";
@@ -179,7 +283,7 @@ TEST_P(Memory, ItemThatDoesNotFitIsNotAppended) {
 }
 
 TEST_P(Memory, NotificationsLeakNothing) {
-  for (const Raised& what : raised) {
+  for (const Raised& what : notified()) {
     a_dtv_jsp_add_listener_buffer(what.uri);
     for (int n = 0; n < 120; ++n) {
       testing::internal::CaptureStdout();

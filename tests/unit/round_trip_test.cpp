@@ -1,9 +1,11 @@
 // Every item type that a request decodes: decode, compare with the record meant, render, decode again.
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -73,10 +75,12 @@ cJSON* put_number(void* record, const Field& field, int variant) {
 
 // --- A request, and the record that it means ---
 
-// One request that is made up: its URI, the values of its members, and whether it has a member.
+// One request that is made up: its URI, the values of its members, the operation that it names, and whether it has a
+// member.
 struct Made {
   UINT16 uri = 0;
   int variant = 0;
+  const FlatField* operation = nullptr;  // a field of that operation; null: names are as the variant says
   std::function<bool(std::string_view key)> has = [](std::string_view) { return true; };
 };
 
@@ -113,6 +117,23 @@ cJSON* put_array(const Field& field, void* record, int variant) {
   }
 }
 
+// Puts the number of one of a field's names into the record meant, or 0 for a name that it does not know. Returns the
+// name, for odd variants in capitals.
+cJSON* put_name(const Field& field, void* record, const Made& made) {
+  std::vector<std::pair<INT32, std::string>> names;
+  for (const char* value = field.values; *value; value += std::strlen(value) + 1)
+    names.emplace_back(std::stoi(value), std::strchr(value, '=') + 1);
+  const bool names_operation = made.operation && made.operation->selector.offset == field.offset;
+  auto named = names.begin() + made.variant % static_cast<int>(names.size());
+  if (names_operation) named = std::ranges::find(names, made.operation->selected, &decltype(names)::value_type::first);
+  std::pair<INT32, std::string> found = {0, "no such name"};
+  if (named != names.end() && (names_operation || made.variant > 0)) found = *named;
+  std::memcpy(static_cast<char*>(record) + field.offset, &found.first, sizeof found.first);
+  if (made.variant % 2 == 1)
+    for (char& letter : found.second) letter = static_cast<char>(std::toupper(letter));
+  return cJSON_CreateString(found.second.c_str());
+}
+
 // Puts a field's value into the record meant and returns the JSON that asks for it.
 cJSON* put_field(const Field& field, void* record, const Made& made) {
   char* const place = static_cast<char*>(record) + field.offset;
@@ -138,6 +159,8 @@ cJSON* put_field(const Field& field, void* record, const Made& made) {
       std::memcpy(place, text.c_str(), text.size() + 1);
       return cJSON_CreateString(text.c_str());
     }
+    case FieldKind::kName:
+      return put_name(field, record, made);
     case FieldKind::kObject:
       return put_fields(field.fields, kEverywhere, place, made);
     default:
@@ -154,11 +177,17 @@ void put_integer(void* record, IntegerPlace place, INT32 value) {
   if (place.size == 4) std::memcpy(at, &value, place.size);
 }
 
+// Whether the record's operation has the field.
+bool is_selected(const FlatField& field, const void* record) {
+  return !field.selector.size || tvc_integer_at(record, field.selector) == field.selected;
+}
+
 // Whether the request may touch the field. `object` has the request's members so far; a text that excludes the field
 // stands before it in the table.
-bool is_read(const Field& field, FieldUse use, const void* record, const cJSON* object, UINT16 uri) {
+bool is_read(const FlatField& field, FieldUse use, const void* record, const cJSON* object, UINT16 uri) {
   if (use != kEverywhere && !(field.use & use)) return false;
   if (field.uri && field.uri != uri) return false;
+  if (!is_selected(field, record)) return false;
   if (field.read_when && !field.read_when(record)) return false;
   return !field.unless || !cJSON_IsString(cJSON_GetObjectItemCaseSensitive(object, field.unless));
 }
@@ -177,7 +206,7 @@ void add_member(cJSON* object, const Field& field, cJSON* value) {
 // Every member of the use that the request has, also those that the plugin must not read.
 cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, const Made& made) {
   cJSON* const object = cJSON_CreateObject();
-  for (const Field& field : fields) {
+  for (const FlatField& field : flat(fields)) {
     if (use != kEverywhere && !(field.use & use)) continue;
     const bool has = made.has(field.key);
     const bool reads = is_read(field, use, record, object, made.uri);
@@ -201,18 +230,23 @@ cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, con
 // The URIs whose requests the rows tell apart; 0 stands for all others.
 std::set<UINT16> uris_of(const ItemType& item) {
   std::set<UINT16> uris = {0};
-  for (const Field& field : item.fields) uris.insert(field.uri);
+  for (const FlatField& field : flat(item.fields)) uris.insert(field.uri);
   return uris;
 }
 
-// Requests with all members, with none, and with all but one that excludes another.
+// Requests with all members, with none, with all but one that excludes another, and with all in each operation.
 std::vector<Made> requests_of(const ItemType& item, UINT16 uri, int variant) {
   std::vector<Made> requests = {{.uri = uri, .variant = variant},
                                 {.uri = uri, .variant = variant, .has = [](std::string_view) { return false; }}};
-  for (const Field& field : item.fields)
+  for (const FlatField& field : flat(item.fields))
     if (field.unless)
       requests.push_back(
           {.uri = uri, .variant = variant, .has = [&field](std::string_view key) { return key != field.unless; }});
+  std::map<UINT16, const FlatField*> operations;
+  for (const FlatField& field : flat(item.fields))
+    if (field.selector.size) operations.emplace(field.selected, &field);
+  for (const auto& [number, field] : operations)
+    requests.push_back({.uri = uri, .variant = variant, .operation = field});
   return requests;
 }
 
@@ -232,9 +266,9 @@ void expect_same_again(const ItemType& item, FieldUse use, const void* record, c
   ASSERT_TRUE(parsed) << where << ": " << text;
   std::vector<char> again(item.record_size, 0);
   tvc_decode_fields(item.fields, use, parsed.get(), again.data(), "", uri);
-  for (const Field& field : item.fields) {
+  for (const FlatField& field : flat(item.fields)) {
     if (!(field.use & use) || !(field.use & kResponse) || (field.uri && field.uri != uri)) continue;
-    const bool shown = !field.when || field.when(record);
+    const bool shown = is_selected(field, record) && (!field.when || field.when(record));
     EXPECT_EQ(cJSON_HasObjectItem(parsed.get(), field.key.data()), shown) << where << "." << field.key;
     if (shown)
       EXPECT_EQ(std::memcmp(again.data() + field.offset, static_cast<const char*>(record) + field.offset, field.size),
@@ -280,7 +314,7 @@ TEST(RoundTrip, WhatIsDecodedIsDescribedByATable) {
 
 TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
   for (const ItemType* const item : tvc_item_types()) {
-    for (const Field& field : item->fields) {
+    for (const FlatField& field : flat(item->fields)) {
       if (!(field.use & kModify)) continue;
       for (int variant = 0; variant < kVariants; ++variant) {
         const std::string where = std::string(tvc_item_type_name(item->type)) + " variant " + std::to_string(variant);
@@ -297,7 +331,7 @@ TEST(RoundTrip, ModifiedRecordIsTheOneMeant) {
 
 TEST(RoundTrip, TextOfAnyLengthStaysInItsField) {
   for (const ItemType* const item : tvc_item_types()) {
-    for (const Field& field : item->fields) {
+    for (const FlatField& field : flat(item->fields)) {
       if (field.kind != FieldKind::kText) continue;
       for (const FieldUse use : {kQuery, kSet, kAssociate}) {
         if (!(field.use & use)) continue;
@@ -355,7 +389,7 @@ TEST(RoundTrip, TunerScanShowsTheBlockOfItsType) {
   for (int type = -2; type <= 20; ++type) {
     for (int variant = 0; variant < kVariants; ++variant) {
       T_TUNER_SCAN record = {};
-      for (const Field& field : item.fields)
+      for (const FlatField& field : flat(item.fields))
         if (field.kind != FieldKind::kConstant) cJSON_Delete(put_field(field, &record, {.variant = variant}));
       record.scan_type = type;
       const Json rendered = parse_json(response_item(item, &record));

@@ -195,55 +195,72 @@ std::string made_up_uri(UINT8 type) {
 
 // --- Item types ---
 
-bool type_exists(int type) {
-  const ItemType* const item = tvc_item_type(static_cast<UINT8>(type));
-  return item && item->record_size > 0;
+static void append_flat(std::span<const Field> fields, std::vector<FlatField>& ret_rows) {
+  for (const Field& field : fields) {
+    if (field.kind != FieldKind::kMembers) {
+      ret_rows.push_back({field});
+      continue;
+    }
+    const std::size_t first = ret_rows.size();
+    append_flat(field.fields, ret_rows);
+    for (std::size_t i = first; i < ret_rows.size(); ++i) {
+      if (!ret_rows[i].unless) ret_rows[i].unless = field.unless;
+      if (!ret_rows[i].when) ret_rows[i].when = field.when;
+    }
+    if (!field.choice) continue;
+    for (const FieldCase& rows : field.choice->cases)
+      for (std::size_t i = 0; i < rows.count; ++i) {
+        ret_rows[first + rows.first + i].selector = field.choice->selector;
+        ret_rows[first + rows.first + i].selected = rows.number;
+      }
+  }
+}
+
+const std::vector<FlatField>& flat(std::span<const Field> fields) {
+  static std::map<const Field*, std::vector<FlatField>> tables;
+  const auto [table, is_new] = tables.try_emplace(fields.data());
+  if (is_new) append_flat(fields, table->second);
+  return table->second;
 }
 
 std::set<int> decoded_types(FieldUse use) {
-  std::set<int> types;
   switch (use) {
     case kQuery:
-      types = {TYPE_TEXT,          TYPE_INTEGER,    TYPE_TIME,      TYPE_BANNER_ITEM,    TYPE_CONFIG,
-               TYPE_LANG_STRING,   TYPE_SATL_INFO,  TYPE_LOL_INFO,  TYPE_CHANNEL_INFO,   TYPE_FAV_CHANNEL_INFO,
-               TYPE_EVENT_INFO,    TYPE_UPDATE_EPG, TYPE_INPUT_SRC, TYPE_INPUT_DEV_INFO, TYPE_PVR_REC_LIST_INFO,
-               TYPE_PVR_FILE_INFO, TYPE_CBROWSER,   TYPE_DLNA_DMP,  TYPE_PVR_RMDR_EVENT, TYPE_CBROWSER_PB,
-               TYPE_CBROWSER_IMG,  TYPE_DLNA_DMR,   TYPE_PUS};
-      break;
+      return {TYPE_TEXT,          TYPE_INTEGER,    TYPE_TIME,      TYPE_BANNER_ITEM,    TYPE_CONFIG,
+              TYPE_LANG_STRING,   TYPE_SATL_INFO,  TYPE_LOL_INFO,  TYPE_CHANNEL_INFO,   TYPE_FAV_CHANNEL_INFO,
+              TYPE_EVENT_INFO,    TYPE_UPDATE_EPG, TYPE_INPUT_SRC, TYPE_INPUT_DEV_INFO, TYPE_PVR_REC_LIST_INFO,
+              TYPE_PVR_FILE_INFO, TYPE_CBROWSER,   TYPE_DLNA_DMP,  TYPE_PVR_RMDR_EVENT, TYPE_CBROWSER_PB,
+              TYPE_CBROWSER_IMG,  TYPE_DLNA_DMR,   TYPE_PUS};
     case kModify:
-      types = {TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME};
-      break;
+      return {TYPE_VALUE, TYPE_TEXT, TYPE_TINT, TYPE_OPTION_LIST, TYPE_INTEGER, TYPE_TIME};
     case kSet:
-      types = {TYPE_OPTION_LIST,
-               TYPE_CONFIG,
-               TYPE_TUNER_SCAN,
-               TYPE_CHANNEL_INFO,
-               TYPE_CHANNEL_SELECT,
-               TYPE_EVENT_INFO,
-               TYPE_FAV_CHANNEL_INFO,
-               TYPE_ACTIVE_WINDOW_INFO,
-               TYPE_UPDATE_EPG,
-               TYPE_INPUT_SRC,
-               TYPE_PVR_REC_LIST_INFO,
-               TYPE_MULTIVIEW,
-               TYPE_PVR_RMDR_EVENT,
-               TYPE_PVR_FILE_INFO,
-               TYPE_PVR_UI_STATUS,
-               TYPE_CBROWSER,
-               TYPE_CBROWSER_PB,
-               TYPE_CBROWSER_IMG,
-               TYPE_DLNA_DMP,
-               TYPE_DLNA_DMR,
-               TYPE_PUS,
-               TYPE_HBBTV,
-               TYPE_PORTAL,
-               TYPE_CECM_CFG};
-      break;
+      return {TYPE_OPTION_LIST,
+              TYPE_CONFIG,
+              TYPE_TUNER_SCAN,
+              TYPE_CHANNEL_INFO,
+              TYPE_CHANNEL_SELECT,
+              TYPE_EVENT_INFO,
+              TYPE_FAV_CHANNEL_INFO,
+              TYPE_ACTIVE_WINDOW_INFO,
+              TYPE_UPDATE_EPG,
+              TYPE_INPUT_SRC,
+              TYPE_PVR_REC_LIST_INFO,
+              TYPE_MULTIVIEW,
+              TYPE_PVR_RMDR_EVENT,
+              TYPE_PVR_FILE_INFO,
+              TYPE_PVR_UI_STATUS,
+              TYPE_CBROWSER,
+              TYPE_CBROWSER_PB,
+              TYPE_CBROWSER_IMG,
+              TYPE_DLNA_DMP,
+              TYPE_DLNA_DMR,
+              TYPE_PUS,
+              TYPE_HBBTV,
+              TYPE_PORTAL,
+              TYPE_CECM_CFG};
     default:
-      types = {TYPE_WLAN_ASSOCIATE};
+      return {TYPE_WLAN_ASSOCIATE};
   }
-  std::erase_if(types, [](int type) { return !type_exists(type); });
-  return types;
 }
 
 // --- Log, JSON, listener entries ---

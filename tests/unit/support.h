@@ -70,10 +70,16 @@ int opened_files();
 
 // --- Item types ---
 
-// Whether the type's record is there; those of subsystems that are not built yet are not.
-bool type_exists(int type);
+// A row of a table, where a kMembers is replaced by its rows. They have the conditions of the kMembers, and of a choice
+// the place and the number of their operation.
+struct FlatField : Field {
+  IntegerPlace selector = {};
+  UINT16 selected = 0;
+};
+// The rows stay where they are.
+const std::vector<FlatField>& flat(std::span<const Field> fields);
 
-// The types whose parameters a use decodes (kQuery, kModify, kSet, kAssociate), of those that exist.
+// The types whose parameters a use decodes (kQuery, kModify, kSet, kAssociate).
 std::set<int> decoded_types(FieldUse use);
 
 // --- Memory failures ---

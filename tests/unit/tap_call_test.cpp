@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <thread>
 #include <utility>
 
@@ -66,8 +68,10 @@ INT32 ignore_change(INT32, void*, void*, void*) { return 0; }
 std::mutex told_lock;
 std::string told_text;
 
-INT32 note_told(INT32 type, UINT32, void* word, void* point, INT16 later_type) {
-  const auto number = [](void* argument) { return std::to_string(reinterpret_cast<intptr_t>(argument)); };
+INT32 note_told(INT32 type, void* word, void* point, INT16 later_type, double weight) {
+  const auto number = [](void* argument) {
+    return std::to_string(static_cast<INT32>(reinterpret_cast<intptr_t>(argument)));
+  };
   std::string text = number(word);
   if (type == DEMO_TOLD_WORD) text = word == nullptr ? "no word" : static_cast<const char*>(word);
   text += ", ";
@@ -81,7 +85,7 @@ INT32 note_told(INT32 type, UINT32, void* word, void* point, INT16 later_type) {
   }
   const std::lock_guard guard(told_lock);
   told_text = text;
-  return 0;
+  return static_cast<INT32>(weight * 4);
 }
 
 std::string take_told() {
@@ -133,6 +137,94 @@ TEST_F(TapTest, a_text_that_is_read_and_written_is_recorded_both_ways) {
   EXPECT_EQ(
       plain_lines(),
       (Lines{R"({"call":"demo_look_up","in":{"length":8,"text":"abc"},"ret":0,"out":{"length":3,"text":"bcd"}})"}));
+}
+
+TEST_F(TapTest, doubles_are_forwarded_and_recorded) {
+  use_platform();
+  watch();
+  double total = 0;
+  EXPECT_EQ(demo_weigh(1.5, &total), 1);
+  EXPECT_EQ(total, 3);
+  DEMO_PARCEL parcel = {.number = 9, .weight = -1e-7};
+  EXPECT_EQ(demo_send_parcel(&parcel), 9);
+  EXPECT_EQ(demo_get_parcel(&parcel), 0);
+  EXPECT_EQ(parcel.weight, -0.125);
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_weigh","in":{"weight":1.5},"ret":1,"out":{"total":3}})",
+                   R"({"call":"demo_send_parcel","in":{"parcel":{"number":9,"weight":-1e-07}},"ret":9})",
+                   R"({"call":"demo_get_parcel","in":{},"ret":0,"out":{"parcel":{"number":3,"weight":-0.125}}})"}));
+}
+
+// What is recorded may differ in the last bit, as the library prints it.
+TEST_F(TapTest, doubles_of_any_size_are_recorded_and_read_again) {
+  for (const double weight : {1e15, -1e15, 1234567890123456.0, 1000000000000000.5, 9007199254740992.0,
+                              9007199254740994.0, 18446744073709551616.0, -1e300, 5e-324, 0.1, 0.1 + 0.2}) {
+    reset();
+    use_platform();
+    seen.lines.clear();
+    watch();
+    double total = 0;
+    const DEMO_PARCEL parcel = {.number = 1, .weight = weight};
+    demo_weigh(weight, &total);
+    demo_send_parcel(&parcel);
+    dtv_tap_watch(nullptr, nullptr);
+    ASSERT_EQ(seen.lines.size(), 2U);
+    std::string error;
+    for (const std::string& line : seen.lines) {
+      const tap::Json json = tap::json_parse(line, error);
+      const cJSON* const in = cJSON_GetObjectItemCaseSensitive(json.get(), "in");
+      const cJSON* const sent = cJSON_GetObjectItemCaseSensitive(in, "parcel");
+      EXPECT_DOUBLE_EQ(cJSON_GetNumberValue(cJSON_GetObjectItemCaseSensitive(sent ? sent : in, "weight")), weight)
+          << line;
+    }
+    // The same calls again are the recorded ones.
+    ASSERT_EQ(dtv_tap_replay((seen.lines[0] + "\n" + seen.lines[1]).c_str(), nullptr), 0);
+    EXPECT_EQ(demo_weigh(weight, &total), weight > 1.25 ? 1 : 0);
+    EXPECT_DOUBLE_EQ(total, 2 * weight);
+    demo_send_parcel(&parcel);
+    EXPECT_EQ(replay_report(), "") << weight;
+  }
+}
+
+// Every digit of a whole number is recorded up to 2^53.
+TEST_F(TapTest, whole_doubles_are_recorded_without_an_exponent) {
+  use_platform();
+  watch();
+  DEMO_PARCEL parcel = {.number = 0, .weight = 1e15};
+  demo_send_parcel(&parcel);
+  parcel.weight = -9007199254740992.0;
+  demo_send_parcel(&parcel);
+  EXPECT_EQ(plain_lines(),
+            (Lines{R"({"call":"demo_send_parcel","in":{"parcel":{"number":0,"weight":1000000000000000}},"ret":0})",
+                   R"({"call":"demo_send_parcel","in":{"parcel":{"number":0,"weight":-9007199254740992}},"ret":0})"}));
+}
+
+TEST_F(TapTest, doubles_that_are_no_numbers_do_no_harm) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  for (const double weight : {std::numeric_limits<double>::quiet_NaN(), kInfinity, -kInfinity}) {
+    reset();
+    use_platform();
+    seen.lines.clear();
+    watch();
+    double total = 0;
+    const DEMO_PARCEL parcel = {.number = 1, .weight = weight};
+    demo_weigh(weight, &total);
+    EXPECT_EQ(std::isnan(total), std::isnan(weight));
+    EXPECT_EQ(demo_send_parcel(&parcel), 1);
+    EXPECT_EQ(plain_lines(),
+              (Lines{R"({"call":"demo_weigh","in":{"weight":null},"ret":)" + std::string(weight > 0 ? "1" : "0") +
+                         R"(,"out":{"total":null}})",
+                     R"({"call":"demo_send_parcel","in":{"parcel":{"number":1,"weight":null}},"ret":1})"}));
+    script(R"([{"call":"demo_weigh","in":[1.5],"ret":7},{"call":"demo_weigh","in":[null],"ret":8,"out":{"total":0.5}},
+               {"call":"demo_send_parcel","in":[{"weight":3}],"ret":9}])");
+    EXPECT_EQ(demo_weigh(weight, &total), 8);
+    EXPECT_EQ(total, 0.5);
+    EXPECT_EQ(demo_send_parcel(&parcel), 0);
+    ASSERT_EQ(dtv_tap_replay((seen.lines[0] + "\n" + seen.lines[1]).c_str(), nullptr), 0);
+    demo_weigh(weight, &total);
+    demo_send_parcel(&parcel);
+    EXPECT_EQ(replay_report(), "");
+  }
 }
 
 TEST_F(TapTest, an_items_record_is_the_one_that_its_id_names) {
@@ -232,49 +324,64 @@ TEST_F(TapTest, raised_arguments_of_every_kind_arrive) {
 
 TEST_F(TapTest, a_word_is_an_address_where_another_argument_says_so) {
   script("[]");
-  demo_register_told(note_told, 1);
+  demo_register_told(note_told);
   watch();
   const struct {
     const char* args;
     const char* told;
     const char* recorded;
   } events[] = {
-      {R"([19,null,"/tmp/1.jpg",{"x":1,"y":-2},-1])", "/tmp/1.jpg, 1/-2",
-       R"("type":19,"tag":1,"word":"/tmp/1.jpg","point":{"x":1,"y":-2},"later_type":-1)"},
-      {R"([19,null,"123",{"y":5},-1])", "123, 0/5",
-       R"("type":19,"tag":1,"word":"123","point":{"x":0,"y":5},"later_type":-1)"},
-      {R"([19,null,{"bytes":"2fff"},{"bytes":"01000200"},-1])", "/\xff, 1/2",
-       R"("type":19,"tag":1,"word":{"bytes":"2fff"},"point":{"x":1,"y":2},"later_type":-1)"},
-      {R"([19,null,"",8,0])", ", 8", R"("type":19,"tag":1,"word":"","point":8,"later_type":0)"},
-      {R"([19,null,null,null,-1])", "no word, no point",
-       R"("type":19,"tag":1,"word":null,"point":null,"later_type":-1)"},
-      {R"([19,null,94022373654528,94022373654528,-1])", "no word, no point",
-       R"("type":19,"tag":1,"word":null,"point":null,"later_type":-1)"},
-      {R"([18,null,-5,"123",1])", "-5, 123", R"("type":18,"tag":1,"word":-5,"point":123,"later_type":1)"},
-      {R"([-1,null,null,null,19])", "0, 0", R"("type":-1,"tag":1,"word":0,"point":0,"later_type":19)"},
+      {R"([19,"/tmp/\"1\".jpg",{"x":1,"y":-2},-1])", "/tmp/\"1\".jpg, 1/-2",
+       R"("type":19,"word":"/tmp/\"1\".jpg","point":{"x":1,"y":-2},"later_type":-1)"},
+      {R"({"word":"by name","type":19})", "by name, 0", R"("type":19,"word":"by name","point":0,"later_type":0)"},
+      {R"([19,"123",{"y":5},-1])", "123, 0/5", R"("type":19,"word":"123","point":{"x":0,"y":5},"later_type":-1)"},
+      {R"([19,{"bytes":"2fff"},{"bytes":"01000200"},-1])", "/\xff, 1/2",
+       R"("type":19,"word":{"bytes":"2fff"},"point":{"x":1,"y":2},"later_type":-1)"},
+      {R"([19,"",8,0])", ", 8", R"("type":19,"word":"","point":8,"later_type":0)"},
+      {"[19,null,null,-1]", "no word, no point", R"("type":19,"word":null,"point":null,"later_type":-1)"},
+      {"[19,94022373654528,94022373654528,-1]", "no word, no point",
+       R"("type":19,"word":null,"point":null,"later_type":-1)"},
+      {R"([18,-5,"123",1])", "-5, 123", R"("type":18,"word":-5,"point":123,"later_type":1)"},
+      {"[-1,null,null,19]", "0, 0", R"("type":-1,"word":0,"point":0,"later_type":19)"},
+      {"[]", "0, 0", R"("type":0,"word":0,"point":0,"later_type":0)"},
   };
   for (const auto& event : events) {
     SCOPED_TRACE(event.args);
     EXPECT_EQ(raise("demo_register_told", event.args), 0);
     EXPECT_EQ(take_told(), event.told);
     EXPECT_EQ(plain_lines().back(),
-              std::string(R"({"event":"demo_register_told","in":{)") + event.recorded + R"(},"ret":0})");
+              std::string(R"({"event":"demo_register_told","in":{)") + event.recorded + R"(,"weight":0},"ret":0})");
   }
-  EXPECT_NE(raise_error("demo_register_told", R"([19,null,true])").find("argument 2 (word)"), std::string::npos);
-  EXPECT_NE(raise_error("demo_register_told", R"([1,null,0,{"z":1},1])").find("has no field"), std::string::npos);
+  raise("demo_register_told", "[0,4294967295]");
+  EXPECT_EQ(take_told(), "-1, 0");
+  EXPECT_NE(raise_error("demo_register_told", "[19,true]").find("argument 1 (word)"), std::string::npos);
+  EXPECT_NE(raise_error("demo_register_told", R"([1,0,{"z":1},1])").find("has no field"), std::string::npos);
 }
 
 TEST_F(TapTest, a_text_and_a_record_are_passed_by_address_also_for_a_number) {
   script("[]");
   static std::string got;
-  demo_register_told(
-      [](INT32, UINT32, void* word, void* point, INT16) -> INT32 {
-        got = static_cast<const char*>(word) + std::to_string(static_cast<const DEMO_POINT*>(point)->y);
-        return 0;
-      },
-      1);
-  raise("demo_register_told", R"([18,null,"text",{"y":4},0])");
+  demo_register_told([](INT32, void* word, void* point, INT16, double) -> INT32 {
+    got = static_cast<const char*>(word) + std::to_string(static_cast<const DEMO_POINT*>(point)->y);
+    return 0;
+  });
+  raise("demo_register_told", R"([18,"text",{"y":4},0])");
   EXPECT_EQ(got, "text4");
+}
+
+TEST_F(TapTest, doubles_are_passed_to_callbacks) {
+  script("[]");
+  demo_register_told(note_told);
+  watch();
+  EXPECT_EQ(raise("demo_register_told", "[0,7,8,0,2]"), 8);
+  EXPECT_EQ(raise("demo_register_told", R"({"weight":-1.5})"), -6);
+  EXPECT_EQ(plain_lines(), (Lines{R"({"event":"demo_register_told",)"
+                                  R"("in":{"type":0,"word":7,"point":8,"later_type":0,"weight":2},"ret":8})",
+                                  R"({"event":"demo_register_told",)"
+                                  R"("in":{"type":0,"word":0,"point":0,"later_type":0,"weight":-1.5},"ret":-6})"}));
+  EXPECT_NE(raise_error("demo_register_told", "[1,2,3,4,5,6]").find("too many"), std::string::npos);
+  EXPECT_NE(raise_error("demo_register_told", R"({"weight":"heavy"})").find("\"heavy\" is not a number"),
+            std::string::npos);
 }
 
 TEST_F(TapTest, faults_fail_delay_and_drop) {
@@ -365,14 +472,14 @@ TEST_F(TapTest, a_recording_answers_as_it_was) {
 
 TEST_F(TapTest, a_replayed_event_brings_the_text_and_the_record_that_were_recorded) {
   use_platform();
-  demo_register_told(note_told, 1);
+  demo_register_told(note_told);
   watch();
   demo_set(1, 1);
-  raise("demo_register_told", R"([19,null,"/tmp/picture",{"x":3,"y":4},-1])");
+  raise("demo_register_told", R"([19,"/tmp/picture",{"x":3,"y":4},-1])");
   demo_set(2, 1);
-  raise("demo_register_told", R"([19,null,null,null,-1])");
+  raise("demo_register_told", "[19,null,null,-1]");
   demo_set(3, 1);
-  raise("demo_register_told", R"([18,null,-6,7,0])");
+  raise("demo_register_told", "[18,-6,7,0]");
   demo_set(4, 1);
   dtv_tap_watch(nullptr, nullptr);
   std::string recording;
@@ -391,10 +498,10 @@ TEST_F(TapTest, a_replayed_event_brings_the_text_and_the_record_that_were_record
 }
 
 TEST_F(TapTest, a_replay_follows_no_address_of_the_recorded_process) {
-  demo_register_told(note_told, 1);
+  demo_register_told(note_told);
   const char* recording =
       R"({"seq":1,"call":"demo_set","in":{"value":1,"flag":0},"ret":11}
-{"seq":2,"event":"demo_register_told","in":{"type":19,"tag":1,"word":94022373654528,"point":4096,"later_type":-1},"ret":0}
+{"seq":2,"event":"demo_register_told","in":{"type":19,"word":94022373654528,"point":4096,"later_type":-1},"ret":0}
 {"seq":3,"call":"demo_set","in":{"value":2,"flag":0},"ret":12})";
   ASSERT_EQ(dtv_tap_replay(recording, nullptr), 0);
   take_told();

@@ -25,6 +25,11 @@ struct DEMO_BOX {
   void* link;
 };
 
+struct DEMO_PARCEL {
+  UINT8 number;
+  double weight;
+};
+
 union DEMO_CODE {
   UINT8 opcode;
   UINT16 reason;
@@ -42,6 +47,7 @@ struct DEMO_EVENT {
 
 TVAPI_RECORD(DEMO_POINT, x, y)
 TVAPI_RECORD(DEMO_BOX, corner, name, wide_name, bytes, size, colour, marks, comment, link)
+TVAPI_RECORD(DEMO_PARCEL, number, weight)
 TVAPI_UNION(DEMO_CODE, opcode, reason)
 TVAPI_RECORD(DEMO_EVENT, type, u_code, u_data)
 TVAPI_ITEM(0x5EED01, DEMO_POINT)
@@ -52,8 +58,8 @@ TVAPI_CALLBACK(INT32, demo_changed_fct, IN(INT32, callback_type), TAG(void*, pv_
 TVAPI_CALLBACK(INT32, demo_item_fct, TAG(UINT32, tag), IN_TEXT(name), IN_RECORD(DEMO_BOX, box),
                IN_ARRAY(INT16, values, count), IN(INT32, count))
 TVAPI_CALLBACK(void, demo_done_fct, IN(INT64, number), TAG(UINT32, tag))
-TVAPI_CALLBACK(INT32, demo_told_fct, IN(INT32, type), TAG(UINT32, tag), IN_ADDRESS(char, word, type, DEMO_TOLD_WORD),
-               IN_ADDRESS(DEMO_POINT, point, later_type, DEMO_TOLD_POINT), IN(INT16, later_type))
+TVAPI_CALLBACK(INT32, demo_told_fct, IN(INT32, type), IN_ADDRESS(char, word, type, DEMO_TOLD_WORD),
+               IN_ADDRESS(DEMO_POINT, point, later_type, DEMO_TOLD_POINT), IN(INT16, later_type), IN(double, weight))
 
 TVAPI_FN(INT32, demo_set, IN(INT16, value), IN(UINT8, flag))
 TVAPI_FN(INT64, demo_wide, IN(UINT64, value))
@@ -74,9 +80,12 @@ TVAPI_FN(INT32, demo_sum, IN_ARRAY(INT32, values, count), IN(INT32, count))
 TVAPI_FN(INT32, demo_event, OUT(DEMO_EVENT, event))
 TVAPI_FN(INT32, demo_ask_item, IN(UINT32, item_id), INOUT_ITEM(value, item_id))
 TVAPI_FN(INT32, demo_put_item, IN(UINT32, item_id), IN_ITEM(value, item_id))
+TVAPI_FN(INT32, demo_weigh, IN(double, weight), OUT(double, total))
+TVAPI_FN(INT32, demo_send_parcel, IN_RECORD(DEMO_PARCEL, parcel))
+TVAPI_FN(INT32, demo_get_parcel, OUT(DEMO_PARCEL, parcel))
 TVAPI_FN(INT32, demo_register, CALLBACK(demo_changed_fct, callback), TAG(void*, tag))
 TVAPI_FN(INT32, demo_register_item, IN(INT32, id), CALLBACK(demo_item_fct, callback), TAG(UINT32, tag))
 TVAPI_FN(INT32, demo_register_done, CALLBACK(demo_done_fct, callback), TAG(UINT32, tag))
-TVAPI_FN(INT32, demo_register_told, CALLBACK(demo_told_fct, callback), TAG(UINT32, tag))
+TVAPI_FN(INT32, demo_register_told, CALLBACK(demo_told_fct, callback))
 
 #include "tvapi/end.h"

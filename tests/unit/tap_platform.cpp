@@ -72,6 +72,15 @@ INT32 demo_ask_item(UINT32 item_id, void* value) {
   return 0;
 }
 INT32 demo_put_item(UINT32, const void*) { return 0; }
+INT32 demo_weigh(double weight, double* total) {
+  *total = 2 * weight;
+  return weight > 1.25 ? 1 : 0;
+}
+INT32 demo_send_parcel(const DEMO_PARCEL* parcel) { return parcel->number; }
+INT32 demo_get_parcel(DEMO_PARCEL* parcel) {
+  *parcel = {.number = 3, .weight = -0.125};
+  return 0;
+}
 INT32 demo_register(demo_changed_fct callback, void* tag) {
   {
     const std::lock_guard guard(changed_lock);
@@ -83,7 +92,7 @@ INT32 demo_register(demo_changed_fct callback, void* tag) {
 }
 INT32 demo_register_item(INT32, demo_item_fct, UINT32) { return 0; }
 INT32 demo_register_done(demo_done_fct, UINT32) { return 0; }
-INT32 demo_register_told(demo_told_fct, UINT32) { return 0; }
+INT32 demo_register_told(demo_told_fct) { return 0; }
 
 // Calls every callback that was registered since the last time, in their order; their results are the digits.
 INT32 demo_platform_fire(INT32 type, void* arg) {

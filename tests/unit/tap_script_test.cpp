@@ -99,6 +99,39 @@ TEST_F(TapTest, large_numbers_are_printed_whole_whoever_owns_their_keys) {
   EXPECT_EQ(tap::json_print(object.get()), R"({"constant":1000000000000000,"copied":-9007199254740992,"real":1e+300})");
 }
 
+TEST_F(TapTest, doubles_are_compared_and_written) {
+  script(R"([{"call":"demo_weigh","in":[1.5],"ret":1,"out":{"total":2.25}},
+             {"call":"demo_weigh","in":{"weight":-2},"ret":2,"out":{"1":1e300}},
+             {"call":"demo_weigh","in":[1234567890123456],"ret":3,"out":{"1":1234567890123456}},
+             {"call":"demo_weigh","in":[1e20],"ret":4},
+             {"call":"demo_send_parcel","in":[{"weight":0.1}],"ret":5},
+             {"call":"demo_send_parcel","in":[{"number":7,"weight":1e15}],"ret":6},
+             {"call":"demo_get_parcel","out":{"0":{"number":8,"weight":-0.75}},"times":1},
+             {"call":"demo_get_parcel","out":{"parcel":{"weight":null}}}])");
+  double total = 9;
+  EXPECT_EQ(demo_weigh(1.5, &total), 1);
+  EXPECT_EQ(total, 2.25);
+  EXPECT_EQ(demo_weigh(-2, &total), 2);
+  EXPECT_EQ(total, 1e300);
+  EXPECT_EQ(demo_weigh(1234567890123456.0, &total), 3);
+  EXPECT_EQ(total, 1234567890123456.0);
+  EXPECT_EQ(demo_weigh(1e20, &total), 4);
+  EXPECT_EQ(total, 0) << "outputs are cleared";
+  for (const double other : {1.25, 1.0, 2.0, -1.5, 1234567890123457.0, 1e21}) EXPECT_EQ(demo_weigh(other, &total), 0);
+  demo_weigh(1.5, nullptr);
+  DEMO_PARCEL parcel = {.number = 1, .weight = 0.1};
+  EXPECT_EQ(demo_send_parcel(&parcel), 5);
+  parcel.weight = 0.2;
+  EXPECT_EQ(demo_send_parcel(&parcel), 0);
+  parcel = {.number = 7, .weight = 1e15};
+  EXPECT_EQ(demo_send_parcel(&parcel), 6);
+  demo_get_parcel(&parcel);
+  EXPECT_EQ(parcel.number, 8);
+  EXPECT_EQ(parcel.weight, -0.75);
+  demo_get_parcel(&parcel);
+  EXPECT_EQ(parcel.weight, 0);
+}
+
 TEST_F(TapTest, texts_are_cut_to_the_array_or_the_length_argument) {
   script(R"([{"call":"demo_get_short_text","out":{"0":"123456789"},"times":1},
              {"call":"demo_get_short_text","out":{"text":{"bytes":"414243"}},"times":1},
@@ -273,6 +306,8 @@ TEST_F(TapTest, a_wrong_script_is_refused_with_the_entry_and_what_is_allowed) {
   has(script_error(R"([{"call":"demo_set","in":[70000]}])"), {"argument 0", "16 bits"});
   has(script_error(R"([{"call":"demo_set","in":["x"]}])"), {"argument 0", "whole number"});
   has(script_error(R"([{"call":"demo_set","ret":1.5}])"), {"ret", "whole number"});
+  has(script_error(R"([{"call":"demo_weigh","in":["1.5"]}])"), {"argument 0", "\"1.5\" is not a number"});
+  has(script_error(R"([{"call":"demo_weigh","out":{"1":true}}])"), {"argument 1", "not a number"});
   has(script_error(R"([{"call":"demo_set","ret":4294967296}])"), {"ret", "32 bits"});
   has(script_error(R"([{"call":"demo_set","out":{"0":1}}])"), {"out", "not written"});
   has(script_error(R"([{"call":"demo_get_box","out":{"2":{}}}])"), {"no argument", "box"});

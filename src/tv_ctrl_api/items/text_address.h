@@ -10,7 +10,8 @@ struct AddressLog {
   const char* missing;  // logged for a null address
 };
 
-// Writes the text at an address, or 0 for a null address. Whoever raised the event owns the text.
+// Writes the text at an address, or 0 for a null address. The caller of
+// tv_ctrl_notify_content owns the text, which must stay valid until that call returns.
 inline void render_text_at(JsonText& json, intptr_t address, const AddressLog& log) {
   const char* const text = reinterpret_cast<const char*>(address);
   if (!text) {
