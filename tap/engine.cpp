@@ -36,17 +36,20 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   if (!counts) return room;
   const void* value = pointer_argument<void>(args[position]);
   if (value == nullptr) return room;
-  const Json json(value_to_json(*counter->type, value));
-  Integer count;
-  if (!json_to_integer(json.get(), count) || count.negative) return 0;
-  return static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
+  const Integer count = integer_load(*counter->type, value);
+  return count.negative ? 0 : static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
 // Null for what is only written.
-cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
+cJSON* argument_in(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
+  const Param& param = signature.params[i];
+  void* const arg = args[i];
   if (!is_input(param)) return nullptr;
   // An address of the plugin's says nothing to a reader; that there is one does.
   if (param.form == Form::callback) return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
+  if (is_addressed(signature, param, args)) {
+    return pointed_to_json(pointed_form(param), *param.pointed, pointer_argument<void>(arg), 1);
+  }
   if (!is_pointer(param.form)) return value_to_json(*param.type, arg);
   return pointed_to_json(param.form, *param.type, pointer_argument<void>(arg), size);
 }
@@ -54,7 +57,7 @@ cJSON* argument_in(const Param& param, void* arg, std::size_t size) {
 Json arguments_in(const Signature& signature, void* const* args, const std::size_t* sizes) {
   Json in(cJSON_CreateObject());
   for (std::size_t i = 0; i < signature.params.size(); ++i) {
-    cJSON* value = argument_in(signature.params[i], args[i], sizes[i]);
+    cJSON* value = argument_in(signature, i, args, sizes[i]);
     if (value != nullptr) cJSON_AddItemToObjectCS(in.get(), signature.params[i].name, value);
   }
   return in;
@@ -92,8 +95,7 @@ void keep_callbacks(Function& function, void* const* args) {
     for (std::size_t k = 0; k < function.signature.params.size(); ++k) {
       // The tag that follows the callback is its own.
       if (function.signature.params[k].form != Form::tag) continue;
-      const Json json(value_to_json(*function.signature.params[k].type, args[k]));
-      json_to_integer(json.get(), tag);
+      tag = integer_load(*function.signature.params[k].type, args[k]);
       if (k > i) break;
     }
     registration.function.store(&function, std::memory_order_release);
@@ -255,6 +257,16 @@ void write_result(const Signature& signature, const cJSON* json, void* ret) {
   std::string error;
   if (json != nullptr && ret != nullptr) value_from_json(*signature.result, json, ret, error);
 }
+
+bool is_addressed(const Signature& signature, const Param& param, void* const* args) {
+  if (param.form != Form::address) return false;
+  std::size_t position = 0;
+  const Param* decider = find_param(signature, param.count, position);
+  const Integer wanted = {.negative = param.number < 0, .bits = static_cast<std::uint64_t>(param.number)};
+  return decider != nullptr && integer_load(*decider->type, args[position]) == wanted;
+}
+
+Form pointed_form(const Param& param) { return param.pointed->shape == Shape::record ? Form::one : Form::string; }
 
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position) {
   for (std::size_t i = 0; i < signature.params.size(); ++i) {

@@ -45,8 +45,10 @@ struct Param {
   Direction direction = Direction::in;
   const char* name = "";
   const char* type_name = "";
-  const Type* type = nullptr;  // of the value: the record, the array's element, the character
-  const char* count = "";      // the contract's word for the size of a text or an array
+  const Type* type = nullptr;     // of the value: the record, the array's element, the character
+  const char* count = "";         // the contract's word for the size of a text or an array, or for who decides
+  const Type* pointed = nullptr;  // of what an address points at
+  std::int64_t number = 0;        // of the parameter that decides, where an address is one
   const Signature* callback = nullptr;
   Registration* registration = nullptr;
   void* (*trampoline)(std::size_t slot) = nullptr;
@@ -128,6 +130,9 @@ std::size_t count_of(T value) {
 
 // Whether two JSON values stand for the same argument: as json_matches, and a word as its pointer width sees it.
 bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came);
+// Whether an argument of the form address is one, and not a number.
+bool is_addressed(const Signature& signature, const Param& param, void* const* args);
+Form pointed_form(const Param& param);  // of what an address points at
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position);
 // Turns {"2": value, "name": value} or [value, ...] into one value or null per parameter, owned by json.
 bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,

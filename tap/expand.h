@@ -18,9 +18,10 @@
   ::tap::Param {                                                                           \
     .form = ::tap::Form::f, .direction = ::tap::Direction::d, .name = #n, .type_name = #t, \
     .type = &::tap::type_of<::tap::ShownType<::tap::Form::f, c, t>>,                       \
-    .count = #k __VA_OPT__(, ) __VA_OPT__(TAP_CALLBACK_PARAM(n, __VA_ARGS__))              \
+    .count = #k __VA_OPT__(, TAP_EXTRA_##f(n, t, __VA_ARGS__))                             \
   }
-#define TAP_CALLBACK_PARAM(n, t)                                                                       \
+#define TAP_EXTRA_address(n, t, value) .pointed = &::tap::type_of<t>, .number = value
+#define TAP_EXTRA_callback(n, c, t)                                                                    \
   .callback = &t##_tap::signature, .registration = &::tap::registration<Self, ::tap::name_number(#n)>, \
   .trampoline = &t##_tap::trampoline<Self, ::tap::name_number(#n)>
 
@@ -87,7 +88,8 @@ consteval unsigned name_number(std::string_view name) {
     using Fct = decltype(&::fct);                                                                              \
     TAP_PARAMS(__VA_ARGS__)                                                                                    \
     static void* own() { return reinterpret_cast<void*>(&::fct); }                                             \
-    static constexpr bool registers = ::tap::has_callback(params);                                             \
+    static constexpr bool registers = ::tap::has_form(params, ::tap::Form::callback);                          \
+    static_assert(!::tap::has_form(params, ::tap::Form::address), "only a callback may have it");              \
     static inline constinit ::tap::Function function{.signature = TAP_SIGNATURE(ret, Fct, #fct), .own = &own}; \
   };                                                                                                           \
   }                                                                                                            \
@@ -103,9 +105,9 @@ consteval unsigned name_number(std::string_view name) {
   [[maybe_unused]] static const int fct##_known = ::tap::know_function(fct##_tap::function);
 
 namespace tap {
-consteval bool has_callback(std::span<const Param> params) {
+consteval bool has_form(std::span<const Param> params, Form form) {
   for (const Param& param : params) {
-    if (param.form == Form::callback) return true;
+    if (param.form == form) return true;
   }
   return false;
 }

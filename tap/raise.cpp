@@ -25,48 +25,44 @@ void* room(Arguments& arguments, std::size_t bytes) {
   return arguments.memory.back().data();
 }
 
-// A pointer-sized word: a number, or the address of a text, of bytes, or of the record that has the object's fields.
-// A text of digits is a number.
-bool make_word(const Param& param, const cJSON* json, std::size_t i, Arguments& arguments, std::string& ret_error) {
-  void* memory = nullptr;
-  std::string bytes;
-  Integer number;
-  if (json_to_integer(json, number)) return value_from_json(*param.type, json, &arguments.values[i], ret_error);
-  if (cJSON_IsString(json) || json_to_bytes(json, bytes)) {
-    if (cJSON_IsString(json)) bytes = json->valuestring;
-    memory = room(arguments, bytes.size() + 1);
-    std::memcpy(memory, bytes.data(), bytes.size());
-  } else if (cJSON_IsObject(json)) {
-    const Type* record = guess_record(json);
-    if (record == nullptr) {
-      ret_error = "no record, or more than one, has the fields of " + json_print(json);
-      return false;
-    }
-    memory = room(arguments, record->size);
-    if (!value_from_json(*record, json, memory, ret_error)) return false;
-  } else {
-    return value_from_json(*param.type, json, &arguments.values[i], ret_error);
-  }
+// Makes an argument the address of so many elements, which hold what JSON says; of cleared ones without JSON.
+bool make_pointed(Form form, const Type& type, std::size_t count, const cJSON* json, std::size_t i,
+                  Arguments& arguments, std::string& ret_error) {
+  void* const memory = room(arguments, count * type.size);
+  if (json != nullptr && !pointed_from_json(form, type, json, memory, count, ret_error)) return false;
   std::memcpy(&arguments.values[i], &memory, sizeof memory);
+  arguments.sizes[i] = count;
   return true;
 }
 
-bool make_argument(const Param& param, const cJSON* json, std::size_t i, Arguments& arguments, std::string& ret_error) {
+// A text or a record is passed by its address, also where a number is expected. A text of digits is a text where an
+// address is expected, else a number.
+bool make_address(const Param& param, bool addressed, const cJSON* json, std::size_t i, Arguments& arguments,
+                  std::string& ret_error) {
+  Integer number;
+  if (addressed && cJSON_IsNumber(json)) return true;  // an address of the process that was recorded; here null
+  if (!addressed && json_to_integer(json, number)) {
+    return value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  }
+  const Form form = pointed_form(param);
+  return make_pointed(form, *param.pointed, pointed_count(form, json), json, i, arguments, ret_error);
+}
+
+bool make_argument(const Signature& callback, const cJSON* json, std::size_t i, Arguments& arguments,
+                   std::string& ret_error) {
+  const Param& param = callback.params[i];
   const bool given = json != nullptr && !cJSON_IsNull(json);
-  if (!is_pointer(param.form)) {
-    if (!given) return true;
-    return param.type->shape == Shape::word ? make_word(param, json, i, arguments, ret_error)
-                                            : value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  if (is_output(param)) {
+    return make_pointed(param.form, *param.type, OUTPUT_ROOM / param.type->size,
+                        given && is_input(param) ? json : nullptr, i, arguments, ret_error);
   }
-  if (!given && !is_output(param)) return true;
-  const std::size_t count = is_output(param) ? OUTPUT_ROOM / param.type->size : pointed_count(param.form, json);
-  void* const memory = room(arguments, count * param.type->size);
-  arguments.sizes[i] = count;
-  if (given && is_input(param) && !pointed_from_json(param.form, *param.type, json, memory, count, ret_error)) {
-    return false;
+  if (!given) return true;
+  if (param.form == Form::address) {
+    const bool addressed = is_addressed(callback, param, arguments.addresses.data());
+    return make_address(param, addressed, json, i, arguments, ret_error);
   }
-  std::memcpy(&arguments.values[i], &memory, sizeof memory);
-  return true;
+  if (!is_pointer(param.form)) return value_from_json(*param.type, json, &arguments.values[i], ret_error);
+  return make_pointed(param.form, *param.type, pointed_count(param.form, json), json, i, arguments, ret_error);
 }
 
 bool make_arguments(const Signature& callback, const cJSON* json, const Integer* tag, Arguments& ret_arguments,
@@ -76,16 +72,20 @@ bool make_arguments(const Signature& callback, const cJSON* json, const Integer*
   if (!by_position(callback, json, given, ret_error)) return false;
   ret_arguments.values.assign(count, 0);
   ret_arguments.sizes.assign(count, 0);
-  for (std::size_t i = 0; i < count; ++i) {
-    const Param& param = callback.params[i];
-    if (!make_argument(param, given[i], i, ret_arguments, ret_error)) {
-      ret_error = "argument " + std::to_string(i) + " (" + param.name + "): " + ret_error;
-      return false;
-    }
-    const bool wants_tag = param.form == Form::tag && (given[i] == nullptr || cJSON_IsNull(given[i]));
-    if (wants_tag && tag != nullptr) integer_store(*param.type, *tag, &ret_arguments.values[i]);
-  }
   for (std::uint64_t& value : ret_arguments.values) ret_arguments.addresses.push_back(&value);
+  // Addresses come last, since other arguments decide on them.
+  for (const bool addresses : {false, true}) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const Param& param = callback.params[i];
+      if ((param.form == Form::address) != addresses) continue;
+      if (!make_argument(callback, given[i], i, ret_arguments, ret_error)) {
+        ret_error = "argument " + std::to_string(i) + " (" + param.name + "): " + ret_error;
+        return false;
+      }
+      const bool wants_tag = param.form == Form::tag && (given[i] == nullptr || cJSON_IsNull(given[i]));
+      if (wants_tag && tag != nullptr) integer_store(*param.type, *tag, &ret_arguments.values[i]);
+    }
+  }
   return true;
 }
 
@@ -133,9 +133,7 @@ bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_e
   const Type& type = *raise.callback->result;
   ret_result = 0;
   if (type.shape == Shape::integer || type.shape == Shape::word) {
-    const Json json(value_to_json(type, &result));
-    Integer number;
-    if (json_to_integer(json.get(), number)) ret_result = static_cast<std::int64_t>(number.bits);
+    ret_result = static_cast<std::int64_t>(integer_load(type, &result).bits);
   }
   return true;
 }

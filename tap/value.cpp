@@ -20,34 +20,6 @@ std::map<std::size_t, const Type*>& items() {
   return map;
 }
 
-Integer integer_load(const Type& type, const void* value) {
-  std::uint64_t bits = 0;
-  switch (type.size) {
-    case 1:
-      bits = *static_cast<const std::uint8_t*>(value);
-      break;
-    case 2: {
-      std::uint16_t part;
-      std::memcpy(&part, value, 2);
-      bits = part;
-      break;
-    }
-    case 4: {
-      std::uint32_t part;
-      std::memcpy(&part, value, 4);
-      bits = part;
-      break;
-    }
-    default:
-      std::memcpy(&bits, value, 8);
-      break;
-  }
-  const unsigned width = static_cast<unsigned>(type.size) * 8;
-  const bool negative = type.is_signed && (bits >> (width - 1)) != 0;
-  if (negative && width < 64) bits |= ~std::uint64_t{0} << width;
-  return {.negative = negative, .bits = bits};
-}
-
 // A number fits a width when it can be read as a signed or as an unsigned value of it.
 bool integer_fits(const Type& type, Integer number) {
   const unsigned width = static_cast<unsigned>(type.size) * 8;
@@ -143,23 +115,6 @@ const Type* find_record(std::string_view name) {
   const auto found =
       std::find_if(records().begin(), records().end(), [&](const Type* type) { return name == type->name; });
   return found == records().end() ? nullptr : *found;
-}
-
-const Type* guess_record(const cJSON* object) {
-  const Type* found = nullptr;
-  for (const Type* type : records()) {
-    bool has_all = cJSON_IsObject(object) && object->child != nullptr;
-    const cJSON* member = nullptr;
-    cJSON_ArrayForEach(member, object) {
-      has_all = has_all && std::any_of(type->fields.begin(), type->fields.end(), [&](const Field& field) {
-                  return std::strcmp(field.name, member->string) == 0;
-                });
-    }
-    if (!has_all) continue;
-    if (found != nullptr) return nullptr;
-    found = type;
-  }
-  return found;
 }
 
 cJSON* value_to_json(const Type& type, const void* value) {
@@ -303,8 +258,9 @@ std::string kind_name(Form form, Direction direction) {
   const std::string word = direction == Direction::in ? "in" : direction == Direction::out ? "out" : "inout";
   switch (form) {
     case Form::value:
-    case Form::address:
       return "in";
+    case Form::address:
+      return word + "_address";
     case Form::one:
     case Form::item:
       return direction == Direction::in ? "in_record" : word;
@@ -391,6 +347,34 @@ std::size_t pointed_count(Form form, const cJSON* json) {
   if (form == Form::one) return 1;
   if (form == Form::array) return static_cast<std::size_t>(cJSON_GetArraySize(json));
   return (cJSON_IsString(json) ? std::strlen(json->valuestring) : json_print(json).size()) + 1;
+}
+
+Integer integer_load(const Type& type, const void* value) {
+  std::uint64_t bits = 0;
+  switch (type.size) {
+    case 1:
+      bits = *static_cast<const std::uint8_t*>(value);
+      break;
+    case 2: {
+      std::uint16_t part;
+      std::memcpy(&part, value, 2);
+      bits = part;
+      break;
+    }
+    case 4: {
+      std::uint32_t part;
+      std::memcpy(&part, value, 4);
+      bits = part;
+      break;
+    }
+    default:
+      std::memcpy(&bits, value, 8);
+      break;
+  }
+  const unsigned width = static_cast<unsigned>(type.size) * 8;
+  const bool negative = type.is_signed && (bits >> (width - 1)) != 0;
+  if (negative && width < 64) bits |= ~std::uint64_t{0} << width;
+  return {.negative = negative, .bits = bits};
 }
 
 void integer_store(const Type& type, Integer number, void* value) {

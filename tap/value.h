@@ -84,8 +84,6 @@ constexpr Type make_type() {
 int know_record(const Type& record);
 std::span<const Type* const> known_records();
 const Type* find_record(std::string_view name);
-// The one record that has all the members of an object; null when there is none or more than one.
-const Type* guess_record(const cJSON* object);
 
 // Registers the type of an item's record, and finds it; null for an item without a record.
 int know_item(std::size_t item_id, const Type& record);
@@ -104,7 +102,7 @@ bool array_from_json(const Type& element, const cJSON* json, void* values, std::
 // How a parameter is passed, and whether the function reads or writes it; named as in the rows of "tvapi/contract.h".
 enum class Form : std::uint8_t {
   value,
-  address,  // a word that may be a record's address; the tap cannot know, and treats it as a number
+  address,  // a word: the address of a text or a record, or a number, as another argument says
   one,      // pointer to a value or a record
   string,   // pointer to a text that ends at its NUL
   text,     // pointer to a buffer; a text in it ends at a NUL or at the buffer's end
@@ -137,7 +135,8 @@ std::size_t pointed_count(Form form, const cJSON* json);
 // Whether JSON fits the type, without a place to write it to.
 bool value_fits(const Type& type, const cJSON* json, std::string& ret_error);
 
-// Writes a whole number into an integer or a word, cut to its width.
+// Read an integer or a word, and write a whole number into one, cut to its width.
+Integer integer_load(const Type& type, const void* value);
 void integer_store(const Type& type, Integer number, void* value);
 
 // A copy that is never freed, since nobody says when the receiver is done with it; equal texts share one.

@@ -30,20 +30,21 @@
 #define TVAPI_RESCAN_4(...) TVAPI_RESCAN_1(TVAPI_RESCAN_1(TVAPI_RESCAN_1(TVAPI_RESCAN_1(__VA_ARGS__))))
 #define TVAPI_RESCAN_1(...) __VA_ARGS__
 
-/* The kinds of parameters. A row is (form, direction, C type, name, type, count), and for a callback the name of its
- * type once more at the end.
+/* The kinds of parameters. A row is (form, direction, C type, name, type, count), for a callback with the name of its
+ * type once more at the end, for an address with the number at which it is one.
  *
  *   form       what the argument is: a value, the address of one or of count elements of a type, ...
  *   direction  in: read by the function; out: written; inout: both
  *   type       of what is passed or pointed at
  *   count      elements behind the pointer; a count or size that comes with the parameter is a number, or names the
- *              integer parameter (by value or by address) that holds it */
+ *              integer parameter (by value or by address) that holds it; of an item the parameter with its id, of an
+ *              address the parameter that decides */
 
 /* An integer, enumeration, handle, pointer-sized word, or small record, by value. */
 #define TVAPI_KIND_IN(type, name) (value, in, type, name, type, 0)
-/* A pointer-sized word: a number, or the address of a record or, with char, of a text that ends at its NUL. Both are
- * read only. Another parameter says which. */
-#define TVAPI_KIND_IN_ADDRESS(type, name) (address, in, void*, name, type, 0)
+/* A pointer-sized word of a callback: where the integer parameter decider equals number, the address of a record or,
+ * with char, of a text that ends at its NUL, or null; else a number. */
+#define TVAPI_KIND_IN_ADDRESS(type, name, decider, number) (address, in, void*, name, type, decider, number)
 /* A text that ends at its NUL. */
 #define TVAPI_KIND_IN_TEXT(name) (string, in, const char*, name, char, 0)
 /* One record. */

@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include <atomic>
+#include <cmath>
 #include <initializer_list>
 #include <map>
 #include <memory>
@@ -108,6 +109,19 @@ static void on_done(INT64 number, UINT32 tag) {
   forbid("done: another tag than the registered one", tag != UINT32_MAX);
 }
 
+static INT32 on_told(INT32 type, void* word, void* point, INT16 later_type, double weight) {
+  ++demo_calls;
+  want("told: a weight that is no number", std::isnan(weight));
+  want("told: a word that is a number", type != DEMO_TOLD_WORD && reinterpret_cast<intptr_t>(word) == INTPTR_MAX);
+  want("told: a point that is a number", later_type != DEMO_TOLD_POINT && reinterpret_cast<intptr_t>(point) == -1);
+  if (type == DEMO_TOLD_WORD) want_text("told: word", static_cast<const char*>(word));
+  if (later_type == DEMO_TOLD_POINT) {
+    want("told: no point", !point);
+    want("told: the most in a point", point && static_cast<const DEMO_POINT*>(point)->y == INT16_MAX);
+  }
+  return 0;
+}
+
 // --- Calls ---
 
 static void call_all() {
@@ -197,6 +211,7 @@ int main() {
     demo_register_item(1, registered ? on_item : nullptr, 77);
     if (registered) demo_register_item(2, on_item, 78);
     demo_register_done(registered ? on_done : nullptr, UINT32_MAX);
+    demo_register_told(registered ? on_told : nullptr);
     if (round % 8 < 2) {
       // Every action is rare here, since most of them start a thread.
       platform_mid_call(round % 64 < 2 ? static_cast<MidCall>(random() % kMidCalls) : MidCall::kRaiseHere);

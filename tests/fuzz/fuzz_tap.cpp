@@ -98,6 +98,8 @@ static void add_param_value(Bytes& bytes, const tap::Param& param, std::string& 
   } else if (param.form == tap::Form::array) {
     const tap::Type array = {.shape = tap::Shape::array, .size = 0, .count = 6, .element = param.type};
     add_type_value(bytes, array, text);
+  } else if (param.form == tap::Form::address && take_chance(bytes, 2)) {
+    add_type_value(bytes, param.pointed->shape == tap::Shape::record ? *param.pointed : characters, text);
   } else {
     add_type_value(bytes, *param.type, text);
   }

@@ -152,7 +152,7 @@ inline constexpr bool kNoRule = false;
 template <tap::Form form, tap::Direction direction, typename Argument>
 void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe_unused]] std::uintptr_t& ret_word) {
   using enum tap::Form;
-  if constexpr (direction == tap::Direction::out || form == value || form == address || form == callback)
+  if constexpr (direction == tap::Direction::out || form == value || form == callback)
     (void)argument;
   else if constexpr (form == tag)
     ret_word = tag_word(argument);
@@ -231,11 +231,9 @@ T* answer_one(const auto& allocate) {
 template <tap::Form form, typename Passed, typename T>
 Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std::uintptr_t tag_to_pass) {
   using enum tap::Form;
-  if constexpr (form == value || form == string)
+  if constexpr (form == value || form == string || form == address)
     return answer<Passed>(allocate);
-  else if constexpr (form == address && std::is_same_v<T, char>)
-    return const_cast<char*>(answer<const char*>(allocate));
-  else if constexpr (form == one || form == address)
+  else if constexpr (form == one)
     return answer_one<T>(allocate);
   else if constexpr (form == tag)
     return word_tag<Passed>(tag_to_pass);
@@ -245,12 +243,29 @@ Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std
     static_assert(kNoRule<form>);
 }
 
-// Then those that depend on another argument: their count.
+// Then the number that makes another argument an address, half of the time.
+template <tap::Form form>
+void decide_argument([[maybe_unused]] auto&& count, [[maybe_unused]] std::int64_t number = 0) {
+  if constexpr (form == tap::Form::address) {
+    Answers answers;
+    if (take_chance(answers, 2)) count = static_cast<std::remove_reference_t<decltype(count)>>(number);
+  }
+}
+
+// Then those that depend on another argument: on their count, or on the number that makes them an address. Any other
+// number stays, so that a plugin that follows it crashes.
 template <tap::Form form, typename T>
 void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& count,
-                       [[maybe_unused]] const auto& allocate) {
-  if constexpr (form == tap::Form::text || form == tap::Form::array)
+                       [[maybe_unused]] const auto& allocate, [[maybe_unused]] std::int64_t number = 0) {
+  if constexpr (form == tap::Form::text || form == tap::Form::array) {
     argument = answer_array<T>(std::forward<decltype(count)>(count), allocate);
+  } else if constexpr (form == tap::Form::address) {
+    if (count != number) return;
+    if constexpr (std::is_same_v<T, char>)
+      argument = const_cast<char*>(answer<const char*>(allocate));
+    else
+      argument = answer_one<T>(allocate);
+  }
 }
 
 // --- Expansion ---
@@ -272,15 +287,20 @@ void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& 
 #define FUZZ_ROW_ARGUMENT(form, direction, ctype, name, type, count, ...) \
   make_argument<tap::Form::form, ctype, type>(fuzz_allocate, fuzz_tag)
 
+#define FUZZ_DECIDE(p) TVAPI_ROW(FUZZ_ROW_DECIDE, p)
+#define FUZZ_ROW_DECIDE(form, direction, ctype, name, type, count, ...) \
+  decide_argument<tap::Form::form>(count __VA_OPT__(, ) __VA_ARGS__)
+
 #define FUZZ_DEPENDENT(p) TVAPI_ROW(FUZZ_ROW_DEPENDENT, p)
 #define FUZZ_ROW_DEPENDENT(form, direction, ctype, name, type, count, ...) \
-  complete_argument<tap::Form::form, type>(name, count, fuzz_allocate)
+  complete_argument<tap::Form::form, type>(name, count, fuzz_allocate __VA_OPT__(, ) __VA_ARGS__)
 
 #define TVAPI_CALLBACK(ret, type, ...)                                                                             \
   [[maybe_unused]] static void raise_##type(RawCallback fuzz_callback, [[maybe_unused]] std::uintptr_t fuzz_tag) { \
     Memory fuzz_memory;                                                                                            \
     [[maybe_unused]] const auto fuzz_allocate = [&](std::size_t size) { return take_memory(fuzz_memory, size); };  \
     const auto fuzz_raise = [&](TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                                          \
+      __VA_OPT__(TVAPI_EACH(FUZZ_DECIDE, __VA_ARGS__);)                                                            \
       __VA_OPT__(TVAPI_EACH(FUZZ_DEPENDENT, __VA_ARGS__);)                                                         \
       (void)reinterpret_cast<type>(fuzz_callback)(TVAPI_EACH(TVAPI_NAME, __VA_ARGS__));                            \
     };                                                                                                             \

@@ -6,6 +6,8 @@
 
 enum DEMO_COLOUR : INT32 { DEMO_RED = 0, DEMO_GREEN = 7 };
 
+enum { DEMO_TOLD_WORD = 19, DEMO_TOLD_POINT = -1 };
+
 struct DEMO_POINT {
   INT16 x;
   INT16 y;
@@ -56,7 +58,8 @@ TVAPI_CALLBACK(INT32, demo_changed_fct, IN(INT32, callback_type), TAG(void*, pv_
 TVAPI_CALLBACK(INT32, demo_item_fct, TAG(UINT32, tag), IN_TEXT(name), IN_RECORD(DEMO_BOX, box),
                IN_ARRAY(INT16, values, count), IN(INT32, count))
 TVAPI_CALLBACK(void, demo_done_fct, IN(INT64, number), TAG(UINT32, tag))
-TVAPI_CALLBACK(INT32, demo_told_fct, IN(INT32, kind), IN_ADDRESS(char, told), IN(double, weight))
+TVAPI_CALLBACK(INT32, demo_told_fct, IN(INT32, type), IN_ADDRESS(char, word, type, DEMO_TOLD_WORD),
+               IN_ADDRESS(DEMO_POINT, point, later_type, DEMO_TOLD_POINT), IN(INT16, later_type), IN(double, weight))
 
 TVAPI_FN(INT32, demo_set, IN(INT16, value), IN(UINT8, flag))
 TVAPI_FN(INT64, demo_wide, IN(UINT64, value))
