@@ -237,17 +237,16 @@ bool tvc_decode_library_integer(const cJSON* parameter, const Field& field, void
 // Returns a case for each run of equal numbers. Numbers: an array with the operation's number of each row.
 template <const auto& Numbers>
 consteval auto tvc_field_cases() {
-  constexpr std::size_t rows = std::size(Numbers);
-  constexpr auto begins = [](std::size_t row) { return row == 0 || Numbers[row] != Numbers[row - 1]; };
-  constexpr std::size_t size = [begins] {
+  constexpr auto kBegins = [](std::size_t row) { return row == 0 || Numbers[row] != Numbers[row - 1]; };
+  constexpr std::size_t kSize = [kBegins] {
     std::size_t cases = 0;
-    for (std::size_t row = 0; row < rows; ++row) cases += begins(row);
+    for (std::size_t row = 0; row < std::size(Numbers); ++row) cases += kBegins(row);
     return cases;
   }();
-  std::array<FieldCase, size> cases{};
+  std::array<FieldCase, kSize> cases{};
   FieldCase* next = cases.data();
-  for (std::size_t row = 0; row < rows; ++row) {
-    if (begins(row)) *next++ = {.number = Numbers[row], .first = static_cast<UINT16>(row), .count = 0};
+  for (std::size_t row = 0; row < std::size(Numbers); ++row) {
+    if (kBegins(row)) *next++ = {.number = Numbers[row], .first = static_cast<UINT16>(row), .count = 0};
     ++next[-1].count;
   }
   return cases;
