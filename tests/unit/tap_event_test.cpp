@@ -21,9 +21,9 @@ std::string raise_error(const char* function, const char* args) {
   return text;
 }
 
-// What the latest event told: its word and its point, each followed where the contract says that it is an address.
+// What events told: the word and the point, each followed where the contract says that it is an address.
 std::mutex told_lock;
-std::string told_text;
+Lines told;
 
 INT32 note_told(INT32 type, void* word, void* point, INT16 later_type, double weight) {
   const auto number = [](void* argument) {
@@ -41,13 +41,13 @@ INT32 note_told(INT32 type, void* word, void* point, INT16 later_type, double we
     text += std::to_string(at.x) + "/" + std::to_string(at.y);
   }
   const std::lock_guard guard(told_lock);
-  told_text = text;
+  told.push_back(text);
   return static_cast<INT32>(weight * 4);
 }
 
-std::string take_told() {
+Lines take_told() {
   const std::lock_guard guard(told_lock);
-  return std::exchange(told_text, "");
+  return std::exchange(told, {});
 }
 
 }  // namespace
@@ -138,12 +138,12 @@ TEST_F(TapTest, a_word_is_an_address_where_another_argument_says_so) {
   for (const auto& event : events) {
     SCOPED_TRACE(event.args);
     EXPECT_EQ(raise("demo_register_told", event.args), 0);
-    EXPECT_EQ(take_told(), event.told);
+    EXPECT_EQ(take_told(), Lines{event.told});
     EXPECT_EQ(plain_lines().back(),
               std::string(R"({"event":"demo_register_told","in":{)") + event.recorded + R"(,"weight":0},"ret":0})");
   }
   raise("demo_register_told", "[0,4294967295]");
-  EXPECT_EQ(take_told(), "-1, 0");
+  EXPECT_EQ(take_told(), Lines{"-1, 0"});
   EXPECT_NE(raise_error("demo_register_told", "[19,true]").find("argument 1 (word)"), std::string::npos);
   EXPECT_NE(raise_error("demo_register_told", R"([1,0,{"z":1},1])").find("has no field"), std::string::npos);
 }
@@ -191,13 +191,8 @@ TEST_F(TapTest, a_replayed_event_brings_the_text_and_the_record_that_were_record
 
   ASSERT_EQ(dtv_tap_replay(recording.c_str(), nullptr), 0);
   take_told();
-  demo_set(1, 1);
-  demo_set(2, 1);  // which waits for the event before it
-  EXPECT_EQ(take_told(), "/tmp/picture, 3/4");
-  demo_set(3, 1);
-  EXPECT_EQ(take_told(), "no word, no point");
-  demo_set(4, 1);
-  EXPECT_EQ(take_told(), "-6, 7");
+  for (INT16 value = 1; value <= 4; ++value) demo_set(value, 1);  // each waits for the event before it
+  EXPECT_EQ(take_told(), (Lines{"/tmp/picture, 3/4", "no word, no point", "-6, 7"}));
   EXPECT_EQ(replay_report(), "");
 }
 
@@ -211,6 +206,6 @@ TEST_F(TapTest, a_replay_follows_no_address_of_the_recorded_process) {
   take_told();
   EXPECT_EQ(demo_set(1, 0), 11);
   EXPECT_EQ(demo_set(2, 0), 12);
-  EXPECT_EQ(take_told(), "no word, no point");
+  EXPECT_EQ(take_told(), Lines{"no word, no point"});
   EXPECT_EQ(replay_report(), "");
 }
