@@ -326,8 +326,9 @@ TEST_F(TapTest, a_wrong_script_is_refused_with_the_entry_and_what_is_allowed) {
 }
 
 TEST_F(TapTest, an_event_that_cannot_be_raised_is_told) {
-  watch();
   script(R"([{"call":"demo_set","raise":[{"raise":"demo_register_done","args":[1]}]}])");
+  demo_register_done(nullptr, 0);
+  watch();
   demo_set(0, 0);
   ASSERT_EQ(plain_lines().size(), 2U);
   EXPECT_NE(plain_lines()[0].find("no callback is registered through demo_register_done"), std::string::npos);

@@ -1,8 +1,10 @@
-// Lines of the tap, and a clean tap, for its tests.
+// A platform behind the tap, its lines, and a clean tap, for its tests.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -29,6 +31,33 @@ inline std::string tap_plain(const std::string& line) {
   const tap::Json json = tap::json_parse(line, error);
   for (const char* key : {"t", "seq", "thread", "duration"}) cJSON_DeleteItemFromObjectCaseSensitive(json.get(), key);
   return tap::json_print(json.get());
+}
+
+// The made-up platform behind the tap.
+inline void* platform() {
+  static void* library = dlopen(TAP_PLATFORM, RTLD_NOW | RTLD_LOCAL);
+  return library;
+}
+
+inline void use_platform() {
+  char* error = nullptr;
+  ASSERT_NE(platform(), nullptr) << dlerror();
+  ASSERT_EQ(dtv_tap_platform(platform(), &error), 0) << error;
+}
+
+inline std::int64_t raise(const char* function, const char* args) {
+  std::int64_t result = -999;
+  char* error = nullptr;
+  EXPECT_EQ(dtv_tap_raise(function, args, &result, &error), 0) << (error == nullptr ? "" : error);
+  std::free(error);
+  return result;
+}
+
+inline std::string replay_report() {
+  char* report = dtv_tap_replay_report();
+  std::string text = report == nullptr ? "" : report;
+  std::free(report);
+  return text;
 }
 
 // A test begins and ends with a tap that forwards, with nobody watching.
