@@ -8,6 +8,10 @@ static void take_fields(Bytes& bytes, std::span<const Field> fields, FieldUse us
                         const std::string& text) {
   for (const Field& field : fields) {
     if (use != kEverywhere && !(field.use & use)) continue;
+    if (field.kind == FieldKind::kMembers) {
+      take_fields(bytes, tvc_chosen_rows(field, record), use, record, text);
+      continue;
+    }
     // Not left to chance: any other word would be read as an address.
     const bool address = field.kind == FieldKind::kOwnedText || (field.kind == FieldKind::kWord && field.render);
     if (address || take_chance(bytes, 2)) take_field(bytes, field, record, text);
@@ -49,6 +53,7 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
       return take_fields(bytes, field.fields, kEverywhere, place, text);
     case FieldKind::kOwnedText:  // null, since it is freed
       return store(std::uintptr_t{0});
+    case FieldKind::kMembers:
     case FieldKind::kConstant:
       return;
   }
