@@ -40,7 +40,8 @@ TVAPI_RECORD(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, s_cfg)
  * VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, and pv_arg2 is then the address of a VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T or null; or
  * an event of the platform's own, and pv_arg1 is then an integer. The other arguments are reserved. Returns 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_config_nfy_fct, IN(INT32, notify_id), TAG(void*, pv_tag), IN(void*, pv_arg1),
-               IN_ADDRESS(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
+               IN_ADDRESS(VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T, pv_arg2, notify_id == VEXTVAPI_CONFIG_NFY_VALUE_CHANGED),
+               IN(void*, pv_arg3), IN(void*, pv_arg4))
 
 /* Reads an integer. input_group: the input whose value is read, or VEXTVAPI_CONFIG_EVERY_INPUT. Returns 0, negative on
  * failure. */

@@ -156,8 +156,9 @@ TVAPI_FN(INT32, a_vextvapi_cb_pb_deinit, IN(UINT32, player))
 /* Called by the platform, on a thread of its own, when something happens to a player. type is in the platform's
  * numbers; data is a number, or with PLAYER_EVENT_THUMBNAIL the address of the picture's path, which lasts for the
  * call. */
-TVAPI_CALLBACK(INT32, a_vextvapi_cb_pb_nfy_fct, IN(INT32, type), TAG(void*, tag), IN_ADDRESS(char, data),
-               IN(UINT32, arg2), IN(UINT32, arg3), IN(UINT32, arg4))
+TVAPI_CALLBACK(INT32, a_vextvapi_cb_pb_nfy_fct, IN(INT32, type), TAG(void*, tag),
+               IN_ADDRESS(char, data, type == PLAYER_EVENT_THUMBNAIL), IN(UINT32, arg2), IN(UINT32, arg3),
+               IN(UINT32, arg4))
 
 /* Registers the callback of a player, until the player is destroyed. */
 TVAPI_FN(INT32, a_vextvapi_cb_pb_register_callback, IN(UINT32, player), CALLBACK(a_vextvapi_cb_pb_nfy_fct, callback),

@@ -36,8 +36,8 @@ TVAPI_RECORD(T_PUS_FILE_INFO_T, url, channelName, eventId, eventName, startDateT
 
 /* Called by the service, on a thread of its own, to control a playback. instance: the playback; command: a
  * TVAPI_PUS_PLAY_CMD_T; value: its argument, a number or the address of a text. The plugin returns 0. */
-TVAPI_CALLBACK(INT32, a_vextvapi_pus_play_nfy_fct, IN(UINT32, instance), IN(INT32, command), IN_ADDRESS(char, value),
-               IN(INT32, second_value))
+TVAPI_CALLBACK(INT32, a_vextvapi_pus_play_nfy_fct, IN(UINT32, instance), IN(INT32, command),
+               IN_ADDRESS(char, value, command == TVAPI_PUS_PLAY_CMD_START), IN(INT32, second_value))
 
 /* All return 0, negative on failure, where they do not say otherwise. */
 
