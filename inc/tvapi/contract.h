@@ -43,7 +43,7 @@
 #define TVAPI_KIND_IN(type, name) (value, in, type, name, type, 0)
 /* A pointer-sized word: a number, or the address of a record or, with char, of a text that ends at its NUL. Both are
  * read only. when: a condition on the other parameters, with which it is an address, or null. */
-#define TVAPI_KIND_IN_ADDRESS(type, name, when) (address, in, void*, name, type, when)
+#define TVAPI_KIND_IN_ADDRESS(type, name, when) (address, in, void*, name, type, (when) ? 1 : 0)
 /* A text that ends at its NUL. */
 #define TVAPI_KIND_IN_TEXT(name) (string, in, const char*, name, char, 0)
 /* One record. */

@@ -264,7 +264,7 @@ Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std
     static_assert(kNoRule<form>);
 }
 
-// Then those that depend on others. count: as many as another argument says; of an address: whether it is one.
+// Then those that depend on others. count: as many as another argument says; of an address 0 where it is none.
 template <tap::Form form, typename T>
 void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& count,
                        [[maybe_unused]] const auto& allocate) {
@@ -272,7 +272,7 @@ void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& 
     argument = answer_array<T>(std::forward<decltype(count)>(count), allocate);
   else if constexpr (form == tap::Form::address) {
     Answers answers;
-    if (!count) argument = reinterpret_cast<void*>(answer_number<std::uintptr_t>(answers));
+    if (count == 0) argument = reinterpret_cast<void*>(answer_number<std::uintptr_t>(answers));
   }
 }
 
