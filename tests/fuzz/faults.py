@@ -73,8 +73,8 @@ FAULTS = [
        "  const INT32 ret = a_vextvapi_cb_pb_get_thumbnail(player, info.getthumbnailasyncbuffer);\n"
        "  if (ret < 0) info.getthumbnailasyncbuffer = nullptr;\n  return ret;\n")]),
     ("a list's count is not clamped", "fuzz_request",
-     [("src/tvctl_common/tvc_cbrowser.cpp", "  library.count = std::clamp<INT32>(count, 0, CBROWSER_LIST_MAX);\n",
-       "  library.count = count;\n")]),
+     [("src/tvctl_common/tvc_cbrowser.cpp", "INT32 count = std::clamp<INT32>(library.count, 0, CBROWSER_LIST_MAX);",
+       "INT32 count = library.count;")]),
     # A function that the contract did not have: the fuzzer must know it from its statement alone.
     ("a new function's text is taken to be terminated", "fuzz_request",
      [(CONTRACT, CONTRACT_END, "TVAPI_FN(INT32, a_vextvapi_volctrl_getName, OUT_TEXT(name, 32))\n\n" + CONTRACT_END),

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -119,13 +120,11 @@ static const std::vector<std::size_t>& take_rows(Bytes& bytes, const Tables& tab
   return choice < tables.by_group.size() ? tables.by_group[choice] : tables.active;
 }
 
-// Whether DTV_FUZZ_GROUPS names the group of these URIs, as numbers with commas between them. Without it, all are.
-static bool is_wanted(const Tables& tables, const std::vector<std::size_t>& rows) {
+// Whether DTV_FUZZ_GROUPS names the group of this URI: numbers with commas between them. Without it, all are wanted.
+static bool is_wanted(const UriInfo& row) {
   static const char* const wanted = getenv("DTV_FUZZ_GROUPS");
-  if (!wanted) return true;
-  if (&rows == &tables.active) return false;
-  static const std::string list = std::string(",") + wanted + ",";
-  return list.find("," + std::to_string(tables.uris[rows.front()].id >> 8) + ",") != std::string::npos;
+  static const std::string list = std::string(",") + (wanted ? wanted : "") + ",";
+  return !wanted || list.find("," + std::to_string(row.id >> 8) + ",") != std::string::npos;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
@@ -133,7 +132,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Tables& tables = plugin_start();
   Bytes bytes = {.next = data, .left = size};
   const std::vector<std::size_t>& rows = take_rows(bytes, tables);
-  if (!is_wanted(tables, rows)) return 0;
+  if (!std::ranges::all_of(rows, [&](std::size_t row) { return is_wanted(tables.uris[row]); })) return 0;
   static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
   plugin_log_level(levels[take_below(bytes, std::size(levels))]);
   const bool concurrent = take_chance(bytes, 16);
@@ -158,6 +157,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {
+    if (!is_wanted(row)) continue;
     if (row.gets) goals.insert("get " + row.uri);
     if (row.sets) goals.insert("set " + row.uri);
     if (row.type_name.empty()) continue;
