@@ -114,10 +114,10 @@ static void read_beside(const UriInfo& row) {
   }
 }
 
-// The indices of the URIs that most of an input's requests are for: of one group, or all.
+// The indices of the URIs that most of an input's requests are for: of one group, of one type, or all.
 static const std::vector<std::size_t>& take_rows(Bytes& bytes, const Tables& tables) {
-  const std::size_t choice = take_below(bytes, 2 * tables.by_group.size());
-  return choice < tables.by_group.size() ? tables.by_group[choice] : tables.active;
+  const std::size_t choice = take_below(bytes, 2 * tables.related.size());
+  return choice < tables.related.size() ? tables.related[choice] : tables.active;
 }
 
 // Whether DTV_FUZZ_GROUPS names the group of this URI: numbers with commas between them. Without it, all are wanted.

@@ -173,8 +173,13 @@ static Tables read_tables() {
   }
   require(!tables.active.empty(), "some URIs are served");
   std::map<int, std::vector<std::size_t>> by_group;
-  for (const std::size_t i : tables.active) by_group[tables.uris[i].id >> 8].push_back(i);
-  for (auto& [group, indices] : by_group) tables.by_group.push_back(std::move(indices));
+  std::map<std::string, std::vector<std::size_t>> by_type_name;
+  for (const std::size_t i : tables.active) {
+    by_group[tables.uris[i].id >> 8].push_back(i);
+    by_type_name[tables.uris[i].type_name].push_back(i);
+  }
+  for (auto& [group, indices] : by_group) tables.related.push_back(std::move(indices));
+  for (auto& [name, indices] : by_type_name) tables.related.push_back(std::move(indices));
   std::set<std::string> words = {kWordQuery};
   for (const auto& [name, type] : tables.types)
     for (const SetInfo& set : type.sets) words.insert(set.word);

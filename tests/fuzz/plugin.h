@@ -54,7 +54,7 @@ struct UriInfo {
 struct Tables {
   std::vector<UriInfo> uris;
   std::vector<std::size_t> active;                  // indices of the active URIs
-  std::vector<std::vector<std::size_t>> by_group;   // indices of the active URIs by group
+  std::vector<std::vector<std::size_t>> related;    // indices of active URIs: of each group, then of each type
   std::vector<std::vector<std::size_t>> by_type;    // indices by type; all that are not built yet are one type
   std::vector<std::vector<std::size_t>> notifying;  // indices by type, of the types that notify
   std::map<std::string, TypeInfo> types;
