@@ -69,6 +69,7 @@ T take_integer(auto& bytes) {
 }
 
 // Fills an array of characters as senders do: not at all, empty, whole without a terminator, whole with one, anyhow.
+// What follows the first characters of a long array repeats them.
 void take_characters(auto& bytes, char* ret_text, std::size_t size) {
   if (size == 0) return;
   const std::size_t form = take_below(bytes, 6);
@@ -78,8 +79,9 @@ void take_characters(auto& bytes, char* ret_text, std::size_t size) {
     return;
   }
   const bool whole = form == 2 || form == 3;
+  static constexpr std::size_t kDifferent = 256;
   for (std::size_t i = 0; i < size; ++i) {
-    const auto character = static_cast<char>(take_byte(bytes));
+    const char character = i < kDifferent ? static_cast<char>(take_byte(bytes)) : ret_text[i - kDifferent];
     ret_text[i] = whole && character == '\0' ? 'x' : character;
   }
   if (form == 3) ret_text[size - 1] = '\0';

@@ -26,6 +26,7 @@ COPY = ROOT / "build-faults" / "project"
 BUILD = ROOT / "build-faults" / "build"
 
 HANDLER = "src/tvctl_common/tvc_volctrl.cpp"
+PLAYBACK = "src/tvctl_common/cbrowser_playback.cpp"
 CONTRACT = "inc/tvapi/volctrl.h"
 CONTRACT_END = '#include "tvapi/end.h"'
 GET_VOLUME = "  tvc_fill_value_header(request, TV_CTRL_GRPID_VOLUME).value = a_vextvapi_volctrl_getVolume();\n"
@@ -62,6 +63,18 @@ FAULTS = [
     ("a lock is held while the platform is called", "fuzz_request",
      [("src/tv_ctrl_api/entry.cpp", "const INT32 ret = tv_ctrl_get(target.id, _pt_content);",
        "mutex_send.lock();\n  const INT32 ret = tv_ctrl_get(target.id, _pt_content);\n  mutex_send.unlock();")]),
+    ("a number is read as an address", "fuzz_request",
+     [("src/tv_ctrl_api/items/playback.cpp", "if (notify.type != PLAYER_EVENT_THUMBNAIL)",
+       "if (notify.type != PLAYER_EVENT_THUMBNAIL && notify.arg1 < 4096)")]),
+    ("a thumbnail's block has no room for its end", "fuzz_request",
+     [(PLAYBACK, "calloc(1, PLAYER_THUMBNAIL_SIZE + 1)", "calloc(1, PLAYER_THUMBNAIL_SIZE)")]),
+    ("a thumbnail that failed is not freed", "fuzz_request",
+     [(PLAYBACK, "  return a_vextvapi_cb_pb_get_thumbnail(player, info.getthumbnailasyncbuffer);\n",
+       "  const INT32 ret = a_vextvapi_cb_pb_get_thumbnail(player, info.getthumbnailasyncbuffer);\n"
+       "  if (ret < 0) info.getthumbnailasyncbuffer = nullptr;\n  return ret;\n")]),
+    ("a list's count is not clamped", "fuzz_request",
+     [("src/tvctl_common/tvc_cbrowser.cpp", "INT32 count = std::clamp<INT32>(library.count, 0, CBROWSER_LIST_MAX);",
+       "INT32 count = library.count;")]),
     # A function that the contract did not have: the fuzzer must know it from its statement alone.
     ("a new function's text is taken to be terminated", "fuzz_request",
      [(CONTRACT, CONTRACT_END, "TVAPI_FN(INT32, a_vextvapi_volctrl_getName, OUT_TEXT(name, 32))\n\n" + CONTRACT_END),
@@ -204,7 +217,7 @@ def look_for(target, seconds):
     begun = time.monotonic()
     # A seed that already fails is a finding too.
     fuzzed = run([program, "--seeds", str(work / "seeds")], env=environment)
-    if fuzzed.returncode == 0:
+    if not (work / "seeds" / "running").exists():
         fuzzed = run([program, *limits, f"-max_total_time={seconds}", f"-artifact_prefix={work}/",
                       "-print_final_stats=1", str(work / "seeds")], env=environment)
     took = time.monotonic() - begun

@@ -45,7 +45,7 @@ static void notify(Bytes& bytes, const Tables& tables, const Subscriptions& subs
 static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, Raised& raised,
                     std::string& text) {
   const std::size_t operation = take_below(bytes, 10);
-  const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
+  const Owned uri = own_text(take_uri(bytes, tables, tables.active, text) ? &text : nullptr);
   if (operation < 6) return notify(bytes, tables, subscriptions, uri.get(), raised);
   if (operation == 6) return subscribe(subscriptions, uri.get());
   if (operation == 7) {

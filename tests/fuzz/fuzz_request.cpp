@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -53,8 +54,8 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
     return;
   }
   require(ret == -1, "a get of an unknown URI fails");
-  for (int i = 0; i < DTV_JSP_RESPONSE_MAX; ++i)
-    require(buffer[static_cast<std::size_t>(i)] == '\xA5', "a get of an unknown URI writes nothing");
+  require(buffer[0] == '\xA5' && memcmp(buffer.get(), buffer.get() + 1, DTV_JSP_RESPONSE_MAX - 1) == 0,
+          "a get of an unknown URI writes nothing");
 }
 
 static void set(Bytes& bytes, const Tables& tables, const char* uri) {
@@ -85,13 +86,14 @@ static void call_core(Bytes& bytes, const Tables& tables, const char* uri) {
   if (has_record) tvc_free_record_texts(*item, record.get());
 }
 
-static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscriptions, std::string& text) {
+static void operate(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>& rows,
+                    Subscriptions& subscriptions, std::string& text) {
   const std::size_t operation = take_below(bytes, 14);
   if (operation == 0) return platform_answers(take_text(bytes));
   if (operation == 1) return platform_raise();
   if (operation == 2) return platform_mid_call(static_cast<MidCall>(take_below(bytes, kMidCalls)));
 
-  const Owned uri = own_text(take_uri(bytes, tables, text) ? &text : nullptr);
+  const Owned uri = own_text(take_uri(bytes, tables, rows, text) ? &text : nullptr);
   if (operation < 7) return get(bytes, tables, uri.get());
   if (operation < 10) return set(bytes, tables, uri.get());
   if (operation == 10) return subscribe(subscriptions, uri.get());
@@ -112,10 +114,25 @@ static void read_beside(const UriInfo& row) {
   }
 }
 
+// The indices of the URIs that most of an input's requests are for: of one group, of one type, or all.
+static const std::vector<std::size_t>& take_rows(Bytes& bytes, const Tables& tables) {
+  const std::size_t choice = take_below(bytes, 2 * tables.related.size());
+  return choice < tables.related.size() ? tables.related[choice] : tables.active;
+}
+
+// Whether DTV_FUZZ_GROUPS names the group of this URI: numbers with commas between them. Without it, all are wanted.
+static bool is_wanted(const UriInfo& row) {
+  static const char* const wanted = getenv("DTV_FUZZ_GROUPS");
+  static const std::string list = std::string(",") + (wanted ? wanted : "") + ",";
+  return !wanted || list.find("," + std::to_string(row.id >> 8) + ",") != std::string::npos;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Tables& tables = plugin_start();
   Bytes bytes = {.next = data, .left = size};
+  const std::vector<std::size_t>& rows = take_rows(bytes, tables);
+  if (!std::ranges::all_of(rows, [&](std::size_t row) { return is_wanted(tables.uris[row]); })) return 0;
   static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
   plugin_log_level(levels[take_below(bytes, std::size(levels))]);
   const bool concurrent = take_chance(bytes, 16);
@@ -125,10 +142,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (concurrent)
     beside = std::thread(read_beside, std::cref(tables.uris[tables.active[take_below(bytes, tables.active.size())]]));
   Subscriptions subscriptions;
+  if (take_chance(bytes, 2)) subscribe_all(subscriptions, tables);
   std::string uri;
-  for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) operate(bytes, tables, subscriptions, uri);
+  for (int i = 0; i < kMostOperations && bytes.left > 0; ++i) operate(bytes, tables, rows, subscriptions, uri);
   if (beside.joinable()) beside.join();
   platform_end();
+  fetch_all(tables, subscriptions);
   unsubscribe_all(subscriptions);
   return 0;
 }
@@ -138,6 +157,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {
+    if (!is_wanted(row)) continue;
     if (row.gets) goals.insert("get " + row.uri);
     if (row.sets) goals.insert("set " + row.uri);
     if (row.type_name.empty()) continue;

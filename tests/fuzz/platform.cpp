@@ -5,6 +5,7 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -23,7 +24,9 @@ struct Subscriber {
 };
 constexpr std::size_t kMostSubscribers = 4;
 // By function and parameter; the latest at the end.
-std::map<std::pair<std::string, std::string>, std::vector<Subscriber>> subscribers;
+using Subscribers = std::map<std::pair<std::string, std::string>, std::vector<Subscriber>>;
+Subscribers subscribers;
+std::optional<Subscribers> kept;
 
 constexpr std::size_t kMostBeside = 4;
 
@@ -57,6 +60,12 @@ void platform_begin(std::string bytes) {
   platform_mid_call(MidCall::kNothing);
   const std::lock_guard guard(platform_mutex);
   for (void* piece : std::exchange(call_memory.pieces, {})) free(piece);
+  if (kept) subscribers = *kept;
+}
+
+void platform_keep() {
+  const std::lock_guard guard(platform_mutex);
+  kept = subscribers;
 }
 
 void platform_answers(std::string bytes) {

@@ -18,8 +18,12 @@ enum class MidCall : std::uint8_t {
 inline constexpr std::size_t kMidCalls = 5;
 
 // Begins an input: everything that the platform answers from now on is read from these bytes, again from the start at
-// their end, and calls do nothing besides. No other thread uses the platform meanwhile.
+// their end, and calls do nothing besides. Registered are the callbacks that platform_keep found. No other thread uses
+// the platform meanwhile.
 void platform_begin(std::string bytes);
+
+// Keeps which callbacks are registered now, for all inputs that follow.
+void platform_keep();
 
 // Other bytes from now on.
 void platform_answers(std::string bytes);

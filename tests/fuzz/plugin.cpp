@@ -38,13 +38,16 @@ static std::size_t member_size(const cJSON* object, const char* key) {
 
 // --- Start and tables ---
 
+static std::string print(const cJSON* value) {
+  if (!value || cJSON_IsNull(value)) return {};  // null stands for a member that is not there
+  const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(value), cJSON_free);
+  return text.get();
+}
+
 static std::vector<std::string> read_values(const cJSON* array) {
   std::vector<std::string> values;
   const cJSON* row;
-  cJSON_ArrayForEach(row, array) {
-    const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(member(row, "value")), cJSON_free);
-    values.emplace_back(text.get());
-  }
+  cJSON_ArrayForEach(row, array) values.push_back(print(member(row, "value")));
   return values;
 }
 
@@ -58,6 +61,8 @@ static std::vector<FieldInfo> read_fields(const cJSON* array) {
                       .limit = member_size(field, "limit"),
                       .count = member_size(field, "count"),
                       .values = read_values(member(field, "values")),
+                      .selector = member_text(member(field, "when"), "key"),
+                      .selected = print(member(member(field, "when"), "value")),
                       .fields = read_fields(member(field, "fields"))});
   }
   return fields;
@@ -86,6 +91,8 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
                           .limit = field.size,
                           .count = element_size > 0 ? field.size / element_size : 0,
                           .values = {},
+                          .selector = {},
+                          .selected = {},
                           .fields = {}});
     }
     sets.push_back({.word = row.word, .fields = std::move(fields)});
@@ -165,6 +172,14 @@ static Tables read_tables() {
                            .notifies = notifies});
   }
   require(!tables.active.empty(), "some URIs are served");
+  std::map<int, std::vector<std::size_t>> by_group;
+  std::map<std::string, std::vector<std::size_t>> by_type_name;
+  for (const std::size_t i : tables.active) {
+    by_group[tables.uris[i].id >> 8].push_back(i);
+    by_type_name[tables.uris[i].type_name].push_back(i);
+  }
+  for (auto& [group, indices] : by_group) tables.related.push_back(std::move(indices));
+  for (auto& [name, indices] : by_type_name) tables.related.push_back(std::move(indices));
   std::set<std::string> words = {kWordQuery};
   for (const auto& [name, type] : tables.types)
     for (const SetInfo& set : type.sets) words.insert(set.word);
@@ -213,6 +228,28 @@ void plugin_log_level(int level) {
   require(vex_tvc_debug_level() == level, "the log level is the one in the file");
 }
 
+static INT32 ask(const char* uri, const char* parameter) {
+  const std::unique_ptr<char[]> buffer(new char[DTV_JSP_RESPONSE_MAX]);
+  return a_dtv_jsp_get(uri, parameter, buffer.get());
+}
+
+// Requests that register callbacks: no input has to make them before a callback comes.
+static void register_callbacks() {
+  struct {
+    const char* uri;
+    const char* parameter;
+    INT32 (*request)(const char* uri, const char* parameter);
+  } static constexpr kRequests[] = {
+      {"/tv/cbrowser/start_scan", R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":"/mnt"}})", a_dtv_jsp_set},
+      {"/tv/cbrowser/dlna/dms_init", R"({"PARAMETER":{"REQUEST":"ACTION"}})", a_dtv_jsp_set},
+      {"/tv/cbrowser/playback_init", R"({"PARAMETER":{"REQUEST":"QUERY","mediaPath":"/a","pvTag":1}})", ask},
+      {"/tv/cbrowser/dlna/dmp_get_real_dev_id", R"({"PARAMETER":{"REQUEST":"QUERY","devId":1}})", ask},
+      {"/tv/cbrowser/dlna/dmr_init", R"({"PARAMETER":{"REQUEST":"QUERY"}})", ask},
+  };
+  for (const auto& row : kRequests)
+    require(row.request(row.uri, row.parameter) >= 0, "a request that registers a callback succeeds", row.uri);
+}
+
 const Tables& plugin_start() {
   static const Tables tables = [] {
     require(freopen("/dev/null", "w", stdout) != nullptr, "the log is silenced");
@@ -223,6 +260,9 @@ const Tables& plugin_start() {
     // What the host starts besides.
     tv_ctrl_broadcast_init();
     tvc_ctrl_cec_detect_init();
+    platform_answers(std::string(1, '\1'));  // as before, with handles that are not null
+    register_callbacks();
+    platform_keep();
     return read_tables();
   }();
   return tables;
@@ -347,7 +387,7 @@ static std::string damage_uri(Bytes& bytes, std::string text) {
   }
 }
 
-bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
+bool take_uri(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>& active, std::string& ret_uri) {
   const std::uint8_t choice = take_byte(bytes);
   if (choice == 0xFF) return false;
   if (choice < 0x60 && !ret_uri.empty()) return true;
@@ -355,7 +395,7 @@ bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri) {
     return tables.uris[indices[take_below(bytes, indices.size())]].uri;
   };
   if (choice < 0xA0)
-    ret_uri = take_one_of(tables.active);
+    ret_uri = take_one_of(active);
   else if (choice < 0xE0)  // a few types have most of the URIs
     ret_uri = take_one_of(tables.by_type[take_below(bytes, tables.by_type.size())]);
   else if (choice < 0xF4)
@@ -393,6 +433,11 @@ bool is_subscribed(const Subscriptions& subscriptions, const char* uri) {
   return found != subscriptions.counts.end() && !found->second.empty();
 }
 
+void subscribe_all(Subscriptions& subscriptions, const Tables& tables) {
+  for (const UriInfo& row : tables.uris)
+    if (row.notifies) subscribe(subscriptions, row.uri.c_str());
+}
+
 void unsubscribe_all(Subscriptions& subscriptions) {
   for (const auto& [uri, counts] : subscriptions.counts)
     while (is_subscribed(subscriptions, uri.c_str())) unsubscribe(subscriptions, uri.c_str());
@@ -409,13 +454,13 @@ static INT32 take_length(Bytes& bytes) {
   return choice < std::size(lengths) ? lengths[choice] : take_byte(bytes);
 }
 
-Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri) {
-  const INT32 length = take_length(bytes);
+// Fetches at most `length` bytes and checks the result.
+static Fetched fetch(const Tables& tables, const Subscriptions& subscriptions, const char* uri, INT32 length,
+                     bool no_buffer) {
   const std::size_t size = length > 0 ? static_cast<std::size_t>(length) : 1;
   const std::unique_ptr<char[]> buffer(new char[size]);
   memset(buffer.get(), 0, size);
   if (length < 1) buffer[0] = kUntouched;
-  const bool no_buffer = take_chance(bytes, 32);
   const INT32 ret = a_dtv_jsp_get_listener_buffer(uri, no_buffer ? nullptr : buffer.get(), length);
   bool valid = !no_buffer && length > 0 && is_subscribed(subscriptions, uri);
   if (uri && subscriptions.shared == uri) valid = ret == 0;
@@ -429,6 +474,17 @@ Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscript
   const UriInfo* const row = plugin_find(tables, uri);
   require(row != nullptr, "only registered URIs have a text", {buffer.get(), end});
   return {.subscribed = true, .came = true, .items = check_notification(*row, {buffer.get(), end})};
+}
+
+Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri) {
+  const INT32 length = take_length(bytes);
+  return fetch(tables, subscriptions, uri, length, take_chance(bytes, 32));
+}
+
+void fetch_all(const Tables& tables, const Subscriptions& subscriptions) {
+  for (const UriInfo& row : tables.uris)
+    if (row.notifies && is_subscribed(subscriptions, row.uri.c_str()))
+      fetch(tables, subscriptions, row.uri.c_str(), kWholeText, false);
 }
 
 void fetch_meanwhile(const UriInfo& row) {

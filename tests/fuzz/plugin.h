@@ -18,6 +18,8 @@ struct FieldInfo {
   std::size_t limit = 0;            // longest text, in bytes
   std::size_t count = 0;            // elements of an array of numbers; 0: no such array
   std::vector<std::string> values;  // that are known, as JSON; empty: any
+  std::string selector;             // the key of a field before it, with one value of which alone this one counts
+  std::string selected;             // that value, as JSON; empty with an empty selector
   std::vector<FieldInfo> fields;
 };
 
@@ -52,6 +54,7 @@ struct UriInfo {
 struct Tables {
   std::vector<UriInfo> uris;
   std::vector<std::size_t> active;                  // indices of the active URIs
+  std::vector<std::vector<std::size_t>> related;    // indices of active URIs: of each group, then of each type
   std::vector<std::vector<std::size_t>> by_type;    // indices by type; all that are not built yet are one type
   std::vector<std::vector<std::size_t>> notifying;  // indices by type, of the types that notify
   std::map<std::string, TypeInfo> types;
@@ -84,8 +87,8 @@ using Owned = std::unique_ptr<char, void (*)(void*)>;
 Owned own_text(const std::string* text);
 
 // A URI: often the one that ret_uri holds from before, mostly one of the registry, else a damaged one, any text, an
-// overlong one or null (false).
-bool take_uri(Bytes& bytes, const Tables& tables, std::string& ret_uri);
+// overlong one or null (false). `active`: the URIs of which most come.
+bool take_uri(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>& active, std::string& ret_uri);
 
 // The subscriptions made by one input, to know what the plugin must answer and to take them back at its end.
 struct Subscriptions {
@@ -95,6 +98,7 @@ struct Subscriptions {
 void subscribe(Subscriptions& subscriptions, const char* uri);
 void unsubscribe(Subscriptions& subscriptions, const char* uri);
 bool is_subscribed(const Subscriptions& subscriptions, const char* uri);
+void subscribe_all(Subscriptions& subscriptions, const Tables& tables);  // to every URI that notifies
 void unsubscribe_all(Subscriptions& subscriptions);
 
 // Fetches with a length from the input and checks the result.
@@ -104,6 +108,9 @@ struct Fetched {
   std::size_t items = 0;    // of a text that came whole
 };
 Fetched fetch(Bytes& bytes, const Tables& tables, const Subscriptions& subscriptions, const char* uri);
+
+// Fetches the whole texts that are pending for the subscribed URIs that notify, and checks them.
+void fetch_all(const Tables& tables, const Subscriptions& subscriptions);
 
 // For other threads: fetches a URI a few times and checks each whole text; takes subscriptions back and renews them.
 void fetch_meanwhile(const UriInfo& row);

@@ -1,8 +1,20 @@
 #include "records.h"
 
+#include <stdlib.h>
 #include <string.h>
 
+#include <vector>
+
 static void take_field(Bytes& bytes, const Field& field, char* record, const std::string& text);
+
+// A number that the field names, or that follows one: some have no name. Sometimes any.
+static INT32 take_named_number(Bytes& bytes, const Field& field) {
+  std::vector<INT32> numbers;
+  for (const char* value = field.values; *value; value += strlen(value) + 1)
+    numbers.push_back(static_cast<INT32>(strtol(value, nullptr, 10)));
+  if (take_chance(bytes, 4)) return take_integer<INT32>(bytes);
+  return numbers[take_below(bytes, numbers.size())] + (take_chance(bytes, 8) ? 1 : 0);
+}
 
 static void take_fields(Bytes& bytes, std::span<const Field> fields, FieldUse use, char* record,
                         const std::string& text) {
@@ -27,7 +39,7 @@ static void take_field(Bytes& bytes, const Field& field, char* record, const std
     case FieldKind::kInt16:
       return store(take_integer<INT16>(bytes));
     case FieldKind::kName:
-      return store(take_integer<INT32>(bytes));
+      return store(take_named_number(bytes, field));
     case FieldKind::kUint8:
       return store(take_integer<UINT8>(bytes));
     case FieldKind::kUint16:

@@ -1,5 +1,7 @@
 #include "requests.h"
 
+#include <map>
+
 #include "json_values.h"
 #include "tv_ctrl_api/request.h"
 
@@ -8,7 +10,7 @@ static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::
 
 static void add_value(Bytes& bytes, const FieldInfo& field, std::string& text) {
   if (take_chance(bytes, 4)) return add_any_value(bytes, text);
-  if (!field.values.empty() && take_chance(bytes, 2)) {
+  if (!field.values.empty() && !take_chance(bytes, 4)) {
     text += field.values[take_below(bytes, field.values.size())];
     return;
   }
@@ -28,7 +30,7 @@ static void add_key(Bytes& bytes, std::string key, std::string& text) {
 }
 
 // An object with the fields of a table, some missing, some twice; `word` becomes its "REQUEST" unless empty. Unless
-// `uri` is empty, the fields of other URIs are left out.
+// `uri` is empty, the fields of other URIs are left out. Fields that do not count with what was selected mostly are.
 static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::string_view word, std::string& text,
                        std::string_view uri) {
   text += '{';
@@ -36,12 +38,16 @@ static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::
     add_key(bytes, "REQUEST", text);
     add_string(text, word);
   }
+  std::map<std::string_view, std::string> written;  // the values of the fields that there were
   for (const FieldInfo& field : fields) {
     if (!uri.empty() && !field.uri.empty() && field.uri != uri) continue;
+    if (!field.selector.empty() && written[field.selector] != field.selected && !take_chance(bytes, 128)) continue;
     const std::size_t times = take_below(bytes, 8);
     for (std::size_t i = 0; i < (times == 0 ? 0u : times == 1 ? 2u : 1u); ++i) {
       add_key(bytes, field.key, text);
+      const std::size_t begin = text.size();
       add_value(bytes, field, text);
+      written[field.key] = text.substr(begin);
     }
   }
   text += '}';

@@ -4,12 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <vector>
 
@@ -45,6 +46,25 @@ static Input random_input(std::mt19937& random) {
   return input;
 }
 
+// An input that has come close: a few bytes are others, and others follow.
+static Input changed_input(std::mt19937& random, Input input) {
+  const Input other = random_input(random);
+  for (std::size_t changes = random() % 4; changes > 0 && !input.empty(); --changes)
+    input[random() % input.size()] = other[changes];
+  input.insert(input.end(), other.begin() + 4, other.end());
+  return input;
+}
+
+// The input of a goal that stands beside a wanted one in the alphabet: both have the beginning of their name in common,
+// so that often little has to change. by_goal is not empty, and wanted neither.
+static const Input& near_input(std::mt19937& random, const std::map<std::string, Input>& by_goal,
+                               const std::set<std::string>& wanted) {
+  const std::string& goal = *std::next(wanted.begin(), static_cast<std::ptrdiff_t>(random() % wanted.size()));
+  auto near = by_goal.lower_bound(goal);
+  const bool before = near != by_goal.begin() && (near == by_goal.end() || random() % 2 == 0);
+  return before ? std::prev(near)->second : near->second;
+}
+
 // Cuts off what is not needed to reach the goals.
 static void shorten(Input& input, const std::set<std::string>& goals) {
   for (std::size_t cut = input.size() / 2; cut > 0; cut /= 2) {
@@ -66,13 +86,18 @@ static bool write_seeds(const std::filesystem::path& folder) {
   std::set<std::string> wanted = seed_goals();
   const std::size_t goals = wanted.size();
   std::size_t seeds = 0;
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!wanted.empty() && std::chrono::steady_clock::now() < end) {
-    Input input = random_input(random);
+  std::map<std::string, Input> by_goal;
+  static constexpr std::clock_t kMost = 60 * CLOCKS_PER_SEC;  // of processor time: other programs do not count
+  while (!wanted.empty() && std::clock() < kMost) {
+    Input input = by_goal.empty() || random() % 2 == 0 ? random_input(random)
+                                                       : changed_input(random, near_input(random, by_goal, wanted));
     const std::set<std::string> found = run(input, wanted);
     if (found.empty()) continue;
     shorten(input, found);
-    for (const std::string& goal : found) wanted.erase(goal);
+    for (const std::string& goal : found) {
+      wanted.erase(goal);
+      by_goal[goal] = input;
+    }
     std::ofstream file(folder / ("seed-" + std::to_string(++seeds)), std::ios::binary);
     file.write(reinterpret_cast<const char*>(input.data()), static_cast<std::streamsize>(input.size()));
   }
