@@ -34,17 +34,26 @@ const char* answer_text(Answers& answers, const auto& allocate) {
   return text;
 }
 
+// Any number, often one of those that codes and kinds have.
+template <std::integral T>
+T answer_number(Answers& answers) {
+  return take_chance(answers, 4) ? static_cast<T>(take_below(answers, 32)) : take_integer<T>(answers);
+}
+
 inline void answer_integer(Answers& answers, const tap::Type& type, void* value) {
   const auto store = [&]<typename T>(T number) { std::memcpy(value, &number, sizeof number); };
   switch (type.size) {
     case 1:
-      return type.is_signed ? store(take_integer<std::int8_t>(answers)) : store(take_integer<std::uint8_t>(answers));
+      return type.is_signed ? store(answer_number<std::int8_t>(answers)) : store(answer_number<std::uint8_t>(answers));
     case 2:
-      return type.is_signed ? store(take_integer<std::int16_t>(answers)) : store(take_integer<std::uint16_t>(answers));
+      return type.is_signed ? store(answer_number<std::int16_t>(answers))
+                            : store(answer_number<std::uint16_t>(answers));
     case 4:
-      return type.is_signed ? store(take_integer<std::int32_t>(answers)) : store(take_integer<std::uint32_t>(answers));
+      return type.is_signed ? store(answer_number<std::int32_t>(answers))
+                            : store(answer_number<std::uint32_t>(answers));
     default:
-      return type.is_signed ? store(take_integer<std::int64_t>(answers)) : store(take_integer<std::uint64_t>(answers));
+      return type.is_signed ? store(answer_number<std::int64_t>(answers))
+                            : store(answer_number<std::uint64_t>(answers));
   }
 }
 
@@ -84,6 +93,16 @@ T answer(const auto& allocate) {
     answer_value(answers, tap::type_of<T>, &value, allocate);
     return value;
   }
+}
+
+// A function's result: often 0 or 1, with which most say that they succeed.
+template <typename T>
+T answer_result() {
+  if constexpr (std::is_integral_v<T>) {
+    Answers answers;
+    if (const std::size_t choice = take_below(answers, 4); choice < 2) return static_cast<T>(choice);
+  }
+  return answer<T>(take_call_memory);
 }
 
 // Some of a long array's elements differ, the others repeat them.
@@ -316,5 +335,5 @@ void complete_argument([[maybe_unused]] auto& argument, [[maybe_unused]] auto&& 
     platform_register(#fct, fuzz_registrations, fuzz_tag);                             \
     platform_act();                                                                    \
     __VA_OPT__(TVAPI_EACH(FUZZ_WRITE, __VA_ARGS__);)                                   \
-    return answer<ret>(take_call_memory);                                              \
+    return answer_result<ret>();                                                       \
   }
