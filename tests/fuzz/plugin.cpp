@@ -97,8 +97,13 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
 // the row stands whose condition holds.
 static Keys read_keys(std::span<const Field> fields, FieldUse use) {
   Keys keys;
-  for (const Field& field : fields)
-    if (use == kEverywhere || (field.use & use)) keys.emplace_back(field.key);
+  for (const Field& field : fields) {
+    if (use != kEverywhere && !(field.use & use)) continue;
+    if (field.kind == FieldKind::kMembers)
+      std::ranges::copy(read_keys(field.fields, use), std::back_inserter(keys));
+    else
+      keys.emplace_back(field.key);
+  }
   return keys;
 }
 
