@@ -16,7 +16,7 @@ TVAPI_FN(INT32, a_vextvapi_img_playback_decode)
 TVAPI_FN(INT32, a_vextvapi_img_playback_display)
 
 TVAPI_FN(INT32, a_vextvapi_img_playback_rotate, IN(INT32, rotation))
-TVAPI_FN(INT32, a_vextvapi_img_playback_zoom, IN(UINT16, zoom))
+TVAPI_FN(INT32, a_vextvapi_img_playback_zoom, IN(UINT16, factor))
 
 /* Start and stop a transition effect. */
 TVAPI_FN(INT32, a_vextvapi_img_playback_tfxPlay, IN(INT32, effect))
