@@ -21,7 +21,7 @@ static constexpr int kMostOperations = 32;
 static void reached_word(const UriInfo& row, const std::string& word) {
   if (word.empty()) return;
   seed_reached(row.type_name + " " + word);
-  if (word != kWordQuery && row.sets) seed_reached("set " + row.uri);
+  if (word != kWordQuery && row.sets) seed_reached(row.type_name + " set " + row.uri);
 }
 
 // A response in one of several forms.
@@ -50,7 +50,7 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
     const std::size_t form = check_response(*row, ret, {buffer.get(), length});
     seed_reached(row->type_name);
     seed_reached(form_goal(row->type_name, form));
-    if (row->gets) seed_reached("get " + row->uri);
+    if (row->gets) seed_reached(row->type_name + " get " + row->uri);
     return;
   }
   require(ret == -1, "a get of an unknown URI fails");
@@ -158,8 +158,8 @@ std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {
     if (!is_wanted(row)) continue;
-    if (row.gets) goals.insert("get " + row.uri);
-    if (row.sets) goals.insert("set " + row.uri);
+    if (row.gets) goals.insert(row.type_name + " get " + row.uri);
+    if (row.sets) goals.insert(row.type_name + " set " + row.uri);
     if (row.type_name.empty()) continue;
     goals.insert(row.type_name);
     if (!row.info->query.empty()) goals.insert(row.type_name + " " + kWordQuery);

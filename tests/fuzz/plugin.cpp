@@ -38,8 +38,9 @@ static std::size_t member_size(const cJSON* object, const char* key) {
 
 // --- Start and tables ---
 
+// The JSON text of a value; empty for null, which stands for a member that is not there.
 static std::string print(const cJSON* value) {
-  if (!value || cJSON_IsNull(value)) return {};  // null stands for a member that is not there
+  if (!value || cJSON_IsNull(value)) return {};
   const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(value), cJSON_free);
   return text.get();
 }

@@ -120,8 +120,8 @@ def fuzz_target(target, seconds):
     found.mkdir(parents=True, exist_ok=True)
     seeds = new_folder(BUILD / "seeds" / target)
     log = BUILD / f"{target}.log"
-    made = run(arguments(target)[:4] + ["--seeds", str(seeds)])
     kept(target).mkdir(parents=True, exist_ok=True)
+    made = run(arguments(target)[:4] + ["--seeds", str(seeds), str(kept(target))])
     before = set(inputs(kept(target)))
     if made.returncode:
         say(f"--- {target}: the seeds (exit {made.returncode})\n{made.stdout[-6000:]}")

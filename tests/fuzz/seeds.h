@@ -1,5 +1,6 @@
 // Inputs to begin with, made and not kept: a target says what is to be reached, and random inputs are run until one
-// input is known for each goal. What the tables do not name yet needs no seed; what they name gets one.
+// input is known for each goal, beside the kept ones. What the tables do not name yet needs no seed; what they name
+// gets one.
 #pragma once
 
 #include <set>
