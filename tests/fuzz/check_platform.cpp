@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "platform.h"
-#include "tests/unit/tap_contract.h"
+#include "tests/unit/tap/contract.h"
 
 // What was seen of the platform: what must come with some input, and what must never come.
 static std::map<std::string, bool> wanted;

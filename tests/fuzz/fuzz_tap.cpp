@@ -14,7 +14,7 @@
 #include "json_values.h"
 #include "seeds.h"
 #include "tap/engine.h"
-#include "tests/unit/tap_contract.h"
+#include "tests/unit/tap/contract.h"
 
 static void require(bool holds, const char* what, const char* text = "") {
   if (holds) return;
@@ -43,7 +43,7 @@ static std::map<std::string, void*>& sinks() {
 
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wunused-value"
-#include "tests/unit/tap_contract.h"
+#include "tests/unit/tap/contract.h"
 #pragma clang diagnostic pop
 
 // --- Texts ---

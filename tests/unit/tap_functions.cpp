@@ -1,7 +1,0 @@
-// The made-up contract, expanded by the tap's own macros. The order matters: types, then records and definitions.
-// clang-format off
-#include "tap_contract.h"
-
-#include "tap/expand.h"
-
-#include "tap_contract.h"

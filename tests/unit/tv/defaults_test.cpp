@@ -1,0 +1,66 @@
+// Functions without a room: they exist, fail, and say so once; a definition of one's own takes their place.
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "defaults_contract.h"
+#include "support.h"
+
+INT16 tv_test_built(INT16 number) { return static_cast<INT16>(number + 1); }
+
+namespace {
+
+template <typename Call>
+std::string said_by(Call call) {
+  testing::internal::CaptureStderr();
+  call();
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(TvDefaults, FailAndSaySoOnce) {
+  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_plain(), -1); }),
+            "dtv_tv: tv_test_plain is not built; it answers failure\n");
+  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_plain(), -1); }), "");
+  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_handle(7), 0u); }),
+            "dtv_tv: tv_test_handle is not built; it answers failure\n");
+  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_pointer(), nullptr); }),
+            "dtv_tv: tv_test_pointer is not built; it answers failure\n");
+  EXPECT_EQ(said_by([] { tv_test_nothing(1); }), "dtv_tv: tv_test_nothing is not built; it answers failure\n");
+}
+
+TEST(TvDefaults, LeaveOutputsAlone) {
+  INT32 result = 5;
+  UINT32 count = 6;
+  char name[32] = "untouched";
+  UINT16 list[1] = {7};
+  const UINT64 record = 0;
+  said_by([&] {
+    EXPECT_EQ(tv_test_every_kind(1, "text", &record, nullptr, 0, &result, &count, name, list, nullptr, nullptr), -1);
+  });
+  EXPECT_EQ(result, 5);
+  EXPECT_EQ(count, 6u);
+  EXPECT_STREQ(name, "untouched");
+  EXPECT_EQ(list[0], 7);
+}
+
+TEST(TvDefaults, RoomReplacesItsDefault) {
+  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_built(41), 42); }), "");
+}
+
+std::vector<std::string>& contract() {
+  static std::vector<std::string> names;
+  return names;
+}
+
+// The names of the contract, from its statements.
+#define TVAPI_FN(ret, name, ...) [[maybe_unused]] const auto& listed_##name = contract().emplace_back(#name);
+#define TVAPI_CALLBACK(...)
+#include "tvapi/all.h"
+
+TEST(TvDefaults, NoSymbolOfTheContractIsMissing) {
+  EXPECT_NE(std::ranges::find(contract(), "a_vextvapi_volctrl_setVolume"), contract().end());
+  for (const std::string& name : contract()) EXPECT_NE(dlsym(RTLD_DEFAULT, name.c_str()), nullptr) << name;
+}
+
+}  // namespace

@@ -1,0 +1,3 @@
+#include "core/defaults.h"
+
+#include "tvapi/all.h"

@@ -1,0 +1,369 @@
+// Opening the set's memory: the folder, which only its owner may enter and one process at a time may hold, and the
+// database, which has to be exactly as this file makes it. Whatever else is found in it is damage.
+//
+// The lock is the folder's own, so it holds whatever the folder or the database is called meanwhile. The database's
+// file is never opened here while SQLite has it open: closing it would let go of SQLite's lock.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "core/store.h"
+
+namespace {
+
+constexpr const char* kDatabase = "tv.sqlite";
+constexpr const char* kLog = "tv.sqlite-wal";
+constexpr const char* kOthers = "another process runs the set in this folder";
+constexpr std::chrono::milliseconds kWaitForOther(2000);  // a set that is just being switched off lets go soon
+constexpr std::chrono::milliseconds kLockPause(10);
+
+// A layout has a number in the database's head and, from 2 on, a second time in the application's id, so that no
+// damaged number passes for a newer version's.
+constexpr off_t kSmallestPage = 512;  // in bytes; no database with anything in it is shorter
+constexpr std::int64_t kLayout = 2;
+constexpr std::int64_t kApplication = 0x64747600;  // "dtv", and the layout
+constexpr const char* kTable =
+    "CREATE TABLE settings (key TEXT PRIMARY KEY, value, sum INTEGER NOT NULL) WITHOUT ROWID";
+constexpr const char* kTableOfLayout1 = "CREATE TABLE settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID";
+
+std::string error_text(int number) { return std::generic_category().message(number); }
+
+// ---- The folder ----
+
+// Whether the folder is one for a set: it holds nothing yet, or a set's database.
+bool is_for_a_set(const std::string& folder) {
+  std::error_code failed;
+  return std::filesystem::is_empty(folder, failed) ||
+         std::filesystem::exists(std::filesystem::symlink_status(folder + "/" + kDatabase, failed));
+}
+
+// Keeps other users out of the open folder. Only where it is the set's: shut to others, a folder such as / or
+// somebody's home would be of no use any more. What is wrong, or an empty text.
+std::string close_to_others(const std::string& folder, int opened, const struct stat& info) {
+  if (info.st_uid != geteuid()) {
+    return "belongs to user " + std::to_string(info.st_uid) + ", not to user " + std::to_string(geteuid()) +
+           ", who runs the set; it needs one of its own";
+  }
+  if (faccessat(opened, ".", W_OK, 0) != 0) return "cannot be written; check its permissions";
+  if ((info.st_mode & 077) == 0) return "";
+  if ((info.st_mode & S_ISVTX) != 0 || !is_for_a_set(folder)) {
+    return "is open to other users and not the set's alone; it needs one of its own, or one of mode 700";
+  }
+  return fchmod(opened, info.st_mode & 0700) == 0 ? "" : "cannot be closed to other users: " + error_text(errno);
+}
+
+// Opens the folder and locks it. What is wrong, or an empty text.
+std::string open_folder(const std::string& folder, StoreFiles& files) {
+  files.folder = std::filesystem::absolute(folder).string();
+  const std::string name = "the state folder " + folder;
+  files.folder_fd = open(files.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (files.folder_fd < 0 && (errno == ENOENT || errno == ENOTDIR)) return name + " does not exist";
+  struct stat info {};
+  if (files.folder_fd < 0 || fstat(files.folder_fd, &info) != 0) return name + " cannot be read: " + error_text(errno);
+  if (const std::string problem = close_to_others(files.folder, files.folder_fd, info); !problem.empty()) {
+    return name + " " + problem;
+  }
+  files.folder_id = {.device = info.st_dev, .inode = info.st_ino};
+  const TimerTime end = timer_now() + kWaitForOther;
+  while (flock(files.folder_fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return name + " cannot be locked: " + error_text(errno);
+    if (timer_now() >= end) return name + ": " + kOthers;
+    timer_pause(kLockPause);
+  }
+  return "";
+}
+
+// Makes the database's file where there is none, and keeps others from all that belongs to it. SQLite gives the files
+// that it makes beside it the same permissions. ret_size is the database's, in bytes.
+std::string protect_files(int folder, off_t& ret_size) {
+  const int file = openat(folder, kDatabase, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
+  if (file < 0) return errno == EACCES ? "it cannot be written; check its permissions" : error_text(errno);
+  struct stat info {};
+  const bool known = fstat(file, &info) == 0;
+  close(file);
+  if (!known || !S_ISREG(info.st_mode)) return "it is no file";
+  if (info.st_uid != geteuid()) return "it belongs to user " + std::to_string(info.st_uid);
+  ret_size = info.st_size;
+  for (const char* const name : {kDatabase, kLog, "tv.sqlite-shm", "tv.sqlite-journal"}) {
+    if (fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) continue;
+    if ((info.st_mode & 077) != 0 && fchmodat(folder, name, info.st_mode & 0600, 0) != 0) {
+      return std::string(name) + " cannot be kept from others: " + error_text(errno);
+    }
+  }
+  return "";
+}
+
+bool id_of(int folder, const char* name, FileId& ret_id) {
+  struct stat info {};
+  if (fstatat(folder, name, &info, 0) != 0) return false;
+  ret_id = {.device = info.st_dev, .inode = info.st_ino};
+  return true;
+}
+
+// Notes which files SQLite has open. What is wrong, or an empty text.
+std::string note_files(StoreFiles& files) {
+  files.log_fd = openat(files.folder_fd, kLog, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  int moved = 1;  // unless SQLite says that the database's path still leads to what it has open
+  if (files.log_fd < 0 || !id_of(files.folder_fd, kLog, files.log_id) ||
+      !id_of(files.folder_fd, kDatabase, files.database_id) ||
+      sqlite3_file_control(files.database, "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved != 0) {
+    return "it was moved while it was opened";
+  }
+  if (fsync(files.folder_fd) != 0) return "the folder cannot be synced: " + error_text(errno);
+  return "";
+}
+
+// ---- The database ----
+
+// The first column of the present row as text, whatever its type.
+std::string column_text(sqlite3_stmt* statement, int column) {
+  const unsigned char* text = sqlite3_column_text(statement, column);
+  const auto length = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+  return text == nullptr ? "" : std::string(reinterpret_cast<const char*>(text), length);
+}
+
+// All rows, their columns as texts; false on an error.
+using Rows = std::vector<std::vector<std::string>>;
+bool read_texts(sqlite3* db, const char* sql, Rows& ret_rows) {
+  const Statement statement = store_prepare(db, sql);
+  if (statement == nullptr) return false;
+  Rows rows;
+  int result = SQLITE_ROW;
+  while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
+    std::vector<std::string>& row = rows.emplace_back();
+    for (int column = 0; column < sqlite3_column_count(statement.get()); ++column)
+      row.push_back(column_text(statement.get(), column));
+  }
+  if (result != SQLITE_DONE) return false;
+  ret_rows = std::move(rows);
+  return true;
+}
+
+enum class Finding { kFine, kProblem, kDamage };
+
+struct Found {
+  Finding finding = Finding::kFine;
+  std::string why = {};
+};
+
+// What SQLite's latest error means. It opened the file for writing, so if it finds it read-only now, the head says so.
+Found error_of(sqlite3* db) {
+  const int code = sqlite3_extended_errcode(db);
+  if ((code & 0xff) == SQLITE_BUSY) return {Finding::kProblem, kOthers};
+  const bool damage =
+      (code & 0xff) == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_ERROR || code == SQLITE_READONLY;
+  return {damage ? Finding::kDamage : Finding::kProblem, sqlite3_errmsg(db)};
+}
+
+// 0: the database is empty.
+Found read_layout(sqlite3* db, std::int64_t& ret_layout) {
+  Rows head, tables;
+  if (!read_texts(db, "SELECT user_version, application_id FROM pragma_user_version, pragma_application_id", head) ||
+      !read_texts(db, "SELECT type, name, tbl_name, sql FROM sqlite_schema", tables)) {
+    return error_of(db);
+  }
+  const std::int64_t layout = std::stoll(head[0][0]), application = std::stoll(head[0][1]);
+  const auto has = [&](const char* table) { return tables == Rows{{"table", "settings", "settings", table}}; };
+  const bool marked = application == kApplication + layout;
+  if (layout > kLayout && marked) {
+    return {Finding::kProblem,
+            "its layout is " + std::to_string(layout) + ", but this version knows layout " + std::to_string(kLayout)};
+  }
+  if (!(layout == 0 && application == 0 && tables.empty()) &&
+      !(layout == 1 && application == 0 && has(kTableOfLayout1)) && !(layout == kLayout && marked && has(kTable))) {
+    return {Finding::kDamage, "its tables are not as the set has made them"};
+  }
+  ret_layout = layout;
+  return {};
+}
+
+std::string printable(const std::string& key) {
+  std::string text = key.substr(0, 64);
+  for (char& c : text)
+    if (c < ' ' || c > '~') c = '?';
+  return text;
+}
+
+// The present row's value; false where it is damaged. A row of layout 1 has no checksum.
+bool read_row(sqlite3_stmt* row, const std::string& key, std::int64_t layout, StoredValue& ret_value) {
+  const int type = sqlite3_column_type(row, 1);
+  if (sqlite3_column_type(row, 0) != SQLITE_TEXT || (type != SQLITE_INTEGER && type != SQLITE_TEXT)) return false;
+  StoredValue value = static_cast<std::int64_t>(sqlite3_column_int64(row, 1));
+  if (type == SQLITE_TEXT) value = column_text(row, 1);
+  const bool whole = layout == 1 || (sqlite3_column_type(row, 2) == SQLITE_INTEGER &&
+                                     sqlite3_column_int64(row, 2) == store_checksum(key, store_view(value)));
+  if (whole) ret_value = std::move(value);
+  return whole;
+}
+
+// Reads every row. Damaged rows are reported, and left out; damaged also means that no row can be found by its key.
+Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bool& ret_damaged) {
+  const Statement row = store_prepare(db, layout == 1 ? "SELECT key, value FROM settings" : "SELECT * FROM settings");
+  if (row == nullptr) return error_of(db);
+  StoredValues values;
+  std::string before;
+  int result = SQLITE_ROW;
+  while ((result = sqlite3_step(row.get())) == SQLITE_ROW) {
+    const std::string key = column_text(row.get(), 0);
+    StoredValue value;
+    const bool whole = read_row(row.get(), key, layout, value);
+    if (!whole) {
+      std::fprintf(stderr, "dtv_tv: the kept %s is damaged; it is the factory's again\n", printable(key).c_str());
+    } else {
+      values[key] = std::move(value);
+    }
+    if (!whole || key <= before) ret_damaged = true;
+    before = key;
+  }
+  if (result != SQLITE_DONE) return error_of(db);
+  ret_values = std::move(values);
+  return {};
+}
+
+// Replaces the table by one of the present layout with these values.
+bool write_values(sqlite3* db, const StoredValues& values) {
+  if (store_execute(db, "DROP TABLE IF EXISTS settings") != SQLITE_OK || store_execute(db, kTable) != SQLITE_OK) {
+    return false;
+  }
+  const Statement insert = store_prepare(db, kStoreInsert);
+  for (const auto& [key, value] : values)
+    if (insert == nullptr || store_insert(insert.get(), key, store_view(value)) != SQLITE_DONE) return false;
+  const std::string mark = "PRAGMA application_id=" + std::to_string(kApplication + kLayout);
+  return store_execute(db, mark.c_str()) == SQLITE_OK;
+}
+
+// Brings a fresh connection into the state that the store relies on, and reads the values.
+Found settle(sqlite3* db, StoredValues& ret_values) {
+  if (sqlite3_db_readonly(db, "main") != 0) return {Finding::kProblem, "it cannot be written; check its permissions"};
+  sqlite3_busy_timeout(db, static_cast<int>(kWaitForOther.count()));
+  // One process at a time owns the set: what it holds in its rooms and what is in the file are the same.
+  if (store_execute(db, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA cell_size_check=ON") != SQLITE_OK) return error_of(db);
+  std::int64_t layout = 0;
+  if (Found found = read_layout(db, layout); found.finding != Finding::kFine) return found;
+  Rows check;
+  if (!read_texts(db, "PRAGMA quick_check(1)", check)) return error_of(db);
+  if (check != Rows{{"ok"}}) return {Finding::kDamage, check.empty() ? "it cannot be checked" : check[0][0]};
+  if (store_execute(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL") != SQLITE_OK) return error_of(db);
+  bool renew = layout != kLayout;
+  if (layout != 0) {
+    if (Found found = read_values(db, layout, ret_values, renew); found.finding != Finding::kFine) return found;
+  }
+  if (store_execute(db, "BEGIN IMMEDIATE") != SQLITE_OK || (renew && !write_values(db, ret_values)) ||
+      files_touch(db) != SQLITE_OK || store_execute(db, "COMMIT") != SQLITE_OK) {
+    return error_of(db);
+  }
+  return {};
+}
+
+// Gives the damaged database and its journals another name. Returns it, or an empty text when that failed.
+std::string set_aside(const std::string& path) {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);
+  char stamp[sizeof "20000101-000000"];
+  std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &utc);
+  std::string aside = path + ".damaged-" + stamp;
+  std::error_code failed;
+  for (int copy = 2; std::filesystem::exists(aside, failed); ++copy) {
+    aside = path + ".damaged-" + stamp + "-" + std::to_string(copy);
+  }
+  std::filesystem::rename(path, aside, failed);
+  if (failed) return "";
+  for (const char* part : {"-wal", "-shm", "-journal"}) {
+    std::error_code none;
+    std::filesystem::rename(path + part, aside + part, none);
+  }
+  return aside;
+}
+
+// Opens the database in the folder, which is locked, and reads its values.
+Found open_database(StoreFiles& files, StoredValues& ret_values) {
+  const std::string path = files.folder + "/" + kDatabase;
+  off_t size = 0;
+  if (std::string problem = protect_files(files.folder_fd, size); !problem.empty()) return {Finding::kProblem, problem};
+  if (size > 0 && size < kSmallestPage) return {Finding::kDamage, "it is cut short"};  // SQLite takes it for a new one
+  if (sqlite3_open_v2(path.c_str(), &files.database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) !=
+      SQLITE_OK) {
+    if (files.database == nullptr) return {Finding::kProblem, "out of memory"};
+    return error_of(files.database);
+  }
+  Found found = settle(files.database, ret_values);
+  if (found.finding == Finding::kFine) found.why = note_files(files);
+  if (!found.why.empty() && found.finding == Finding::kFine) found.finding = Finding::kProblem;
+  return found;
+}
+
+void close_descriptors(StoreFiles& files) {
+  if (files.log_fd >= 0) close(files.log_fd);
+  if (files.folder_fd >= 0) {
+    flock(files.folder_fd, LOCK_UN);  // also where a child process still has the descriptor
+    close(files.folder_fd);
+  }
+  files = {};
+}
+
+}  // namespace
+
+int files_touch(sqlite3* db) { return store_execute(db, ("PRAGMA user_version=" + std::to_string(kLayout)).c_str()); }
+
+std::string files_problem(const StoreFiles& files) {
+  const auto is = [](int folder, const std::string& name, const FileId& wanted) {
+    FileId found;
+    return id_of(folder, name.c_str(), found) && found == wanted;
+  };
+  std::string missing;
+  if (!is(AT_FDCWD, files.folder, files.folder_id)) {
+    missing = "the state folder " + files.folder;
+  } else if (!is(files.folder_fd, kDatabase, files.database_id)) {
+    missing = files.folder + "/" + kDatabase;
+  } else if (!is(files.folder_fd, kLog, files.log_id)) {
+    missing = files.folder + "/" + kLog;
+  }
+  if (missing.empty()) return "";
+  return missing + " was deleted, renamed or replaced while the set was on; put it back, or start the set again";
+}
+
+bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& ret_values, std::string& ret_error) {
+  StoreFiles files;
+  StoredValues values;
+  if (std::string problem = open_folder(folder, files); !problem.empty()) {
+    close_descriptors(files);
+    ret_error = std::move(problem);
+    return false;
+  }
+  const std::string path = files.folder + "/" + kDatabase;
+  const Found found = open_database(files, values);
+  if (found.finding == Finding::kFine) {
+    ret_files = std::move(files);
+    ret_values = std::move(values);
+    return true;
+  }
+  ret_error = "cannot use the set's memory " + path + ": " + found.why;
+  const bool damaged = found.finding == Finding::kDamage;
+  if (damaged && files.database != nullptr)
+    sqlite3_db_config(files.database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // it stays as it is
+  sqlite3_close(files.database);
+  if (damaged) {
+    const std::string aside = set_aside(path);
+    ret_error += aside.empty() ? "; move it away to start with a new set"
+                               : "; it is damaged and was kept as " + aside + "; start again for a new set";
+  }
+  close_descriptors(files);
+  return false;
+}
+
+void files_close(StoreFiles& files) {
+  // SQLite does this itself, except where the database was renamed meanwhile.
+  sqlite3_wal_checkpoint_v2(files.database, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  sqlite3_close(files.database);
+  close_descriptors(files);
+}

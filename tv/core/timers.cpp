@@ -1,0 +1,138 @@
+#include <pthread.h>
+
+#include <algorithm>
+#include <array>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "core/tv.h"
+
+namespace {
+
+using std::chrono::steady_clock;
+
+struct Waiting {
+  TimerTime due = kTimerNever;
+  void (*action)() = nullptr;
+};
+
+struct Timers {
+  std::mutex lock;  // guards all but the thread, which only start and stop touch
+  std::condition_variable changed;
+  std::array<Waiting, static_cast<std::size_t>(Timer::kCount)> waiting;  // by timer
+  bool open = false;
+  bool acting = false;              // an action runs, on the thread or in dtv_tv_advance; never two at once
+  std::optional<TimerTime> manual;  // the time as the tests have advanced it; none: the machine's
+  std::thread thread;
+};
+
+// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+Timers& timers = *new Timers;
+
+// In what follows the caller holds the lock.
+
+TimerTime now() { return timers.manual.value_or(steady_clock::now()); }
+
+Waiting& first_due() { return *std::ranges::min_element(timers.waiting, {}, &Waiting::due); }
+
+// Runs the action with the lock released; no other one runs yet.
+void act(Waiting& due, std::unique_lock<std::mutex>& guard) {
+  void (*const action)() = due.action;
+  due.due = kTimerNever;
+  timers.acting = true;
+  guard.unlock();
+  action();
+  guard.lock();
+  timers.acting = false;
+  timers.changed.notify_all();
+}
+
+void run_timers() {
+  pthread_setname_np(pthread_self(), "dtv_tv-timers");
+  std::unique_lock guard(timers.lock);
+  while (timers.open) {
+    Waiting& next = first_due();
+    if (timers.manual || next.due == kTimerNever) {
+      timers.changed.wait(guard);
+    } else if (next.due > steady_clock::now()) {
+      const TimerTime due = next.due;  // the entry may change while this waits
+      timers.changed.wait_until(guard, due);
+    } else {
+      act(next, guard);
+    }
+  }
+}
+
+}  // namespace
+
+void timers_start() {
+  {
+    const std::lock_guard guard(timers.lock);
+    timers.waiting = {};
+    timers.open = true;
+  }
+  timers.thread = std::thread(run_timers);
+}
+
+void timers_stop() {
+  {
+    std::unique_lock guard(timers.lock);
+    timers.open = false;
+    timers.changed.notify_all();
+    timers.changed.wait(guard, [] { return !timers.acting; });
+  }
+  if (timers.thread.joinable()) timers.thread.join();
+}
+
+TimerTime timer_now() {
+  const std::lock_guard guard(timers.lock);
+  return now();
+}
+
+bool timer_set(Timer timer, TimerTime due, void (*action)()) {
+  const std::lock_guard guard(timers.lock);
+  if (!timers.open) return false;
+  timers.waiting[static_cast<std::size_t>(timer)] = {.due = due, .action = action};
+  timers.changed.notify_all();
+  return true;
+}
+
+void timer_pause(std::chrono::milliseconds pause) {
+  {
+    const std::lock_guard guard(timers.lock);
+    if (timers.manual) {
+      *timers.manual += pause;
+      return;
+    }
+  }
+  std::this_thread::sleep_for(pause);
+}
+
+void dtv_tv_manual_clock(int32_t manual) {
+  const std::lock_guard guard(timers.lock);
+  timers.manual.reset();
+  if (manual != 0) timers.manual = steady_clock::now();
+}
+
+void dtv_tv_advance(uint32_t milliseconds) {
+  std::unique_lock guard(timers.lock);
+  if (!timers.manual) return;
+  const TimerTime end = now() + std::chrono::milliseconds(milliseconds);
+  const auto settle = [&] {
+    guard.unlock();
+    events_settle();
+    guard.lock();
+  };
+  settle();
+  while (true) {
+    timers.changed.wait(guard, [] { return !timers.acting; });
+    Waiting& next = first_due();
+    if (!timers.open || next.due > end) break;
+    timers.manual = std::max(now(), next.due);
+    act(next, guard);
+    settle();
+  }
+  timers.manual = std::max(now(), end);
+}

@@ -1,3 +1,0 @@
-#include "defaults.h"
-
-#include "tvapi/all.h"

@@ -1,0 +1,260 @@
+// What the set runs besides television, as state that can be seen: HbbTV, the portal, the set's own applications. What
+// runs ends with standby; of HbbTV, the configuration keeps whether it is on.
+//
+// Messages to HbbTV, by function type: 0 asks, 1 switches it on or off (value 1 or 0), 4 starts the application at the
+// address. What comes back is how things stand then: the value, for 0 and 1 whether HbbTV is on, for 4 the
+// application's type; and the address of the application that runs, empty for none.
+//
+// A USB path holds a demonstration for the shop when a file in it is named super_shop_demo, and an e-banner when one is
+// named ebanner, each with any ending and in small or capital letters.
+#include "vex_tv_ctrl/apps.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <boost/json.hpp>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+
+#include "core/tv.h"
+
+namespace {
+
+struct NamedNumber {
+  const char* name;
+  INT32 number;
+};
+
+constexpr NamedNumber kPortalModes[] = {
+#define TVC_PORTAL_MODE(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
+};
+
+constexpr NamedNumber kExitReasons[] = {
+    {"OTHER", 0},
+#define TVC_PORTAL_EXIT(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
+};
+
+constexpr NamedNumber kNativeApps[] = {
+#define TVC_NATIVE_APP(name, number) {#name, number},
+#include "vex_tv_ctrl/apps.def"
+};
+
+constexpr const char* kHbbtvKey = "g_hbbtv__enable";
+constexpr UINT32 kAsk = 0;                    // a function beside those of the contract
+constexpr UINT32 kHead = 2 * sizeof(UINT32);  // what ui4_length does not count
+static_assert(VEXTVAPI_HBBTV_LENGTH == sizeof(VEXTVAPI_HBBTV_DATA_T) - kHead);
+static_assert(VEXTVAPI_HBBTV_LENGTH_APPLICATION == offsetof(VEXTVAPI_HBBTV_DATA_T, ui4_reserved) - kHead);
+constexpr std::size_t kLongestAddress = 255;
+
+struct State {
+  std::mutex lock;  // guards all that follows; before the configuration's and the remote control's
+  UINT32 hbbtv_type = 0;
+  UINT32 hbbtv_switched = 0;                 // how often HbbTV had been, before the application was started
+  std::string hbbtv_uri;                     // empty: no application runs
+  std::string edfu_url;                      // what the portal opens in its mode for addresses
+  const NamedNumber* portal_mode = nullptr;  // null: it does not run
+  const NamedNumber* portal_exit = nullptr;  // why it was left last; null: it never was
+  const NamedNumber* native_app = nullptr;   // null: none runs
+};
+
+// Lives until the process ends, whatever thread still reads.
+State& state = *new State;
+
+template <std::size_t N>
+const NamedNumber* find_number(const NamedNumber (&table)[N], INT32 number) {
+  const auto* const found = std::ranges::find(table, number, &NamedNumber::number);
+  return found == std::end(table) ? nullptr : found;
+}
+
+const char* name_of(const NamedNumber* row) { return row == nullptr ? "" : row->name; }
+
+INT32 refuse(const char* function, const std::string& why) {
+  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
+  return -1;
+}
+
+INT32 refuse_standby(const char* function) { return refuse(function, "the set is in standby"); }
+
+// The caller holds the lock, here and below.
+void end_hbbtv_application() {
+  state.hbbtv_uri.clear();
+  state.hbbtv_type = 0;
+}
+
+// The configuration may be changed by others than HbbTV's own message; no application outlives that, not even when
+// HbbTV is on again before somebody looks.
+bool hbbtv_is_on() {
+  const bool on = config_number(kHbbtvKey) != 0;
+  if (!on || config_changes(kHbbtvKey) != state.hbbtv_switched) end_hbbtv_application();
+  return on;
+}
+
+void end_all() {
+  end_hbbtv_application();
+  state.portal_mode = nullptr;
+  state.native_app = nullptr;
+}
+
+INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
+  const std::string uri(message.s_uri, strnlen(message.s_uri, sizeof message.s_uri));
+  if (uri.empty() || uri.size() > kLongestAddress || !store_is_text(uri)) {
+    return refuse(function, "an application's address has 1 to 255 bytes in UTF-8");
+  }
+  if (!remote_is_on()) return refuse_standby(function);
+  const UINT32 switched = config_changes(kHbbtvKey);  // asked first: a switch that comes between ends the application
+  if (!hbbtv_is_on()) return refuse(function, "HbbTV is off");
+  state.hbbtv_switched = switched;
+  state.hbbtv_type = message.ui4_value;
+  state.hbbtv_uri = uri;
+  return 0;
+}
+
+INT32 switch_hbbtv(const char* function, UINT32 wanted) {
+  if (wanted > 1) return refuse(function, std::to_string(wanted) + " is neither 0, off, nor 1, on");
+  return config_set(kHbbtvKey, static_cast<INT32>(wanted));
+}
+
+INT32 look_for(const char* function, const char* path, const char* name, UINT8* ret_flag) {
+  if (path == nullptr || ret_flag == nullptr) return -1;
+  std::error_code failed;
+  std::filesystem::directory_iterator file(path, failed);
+  bool found = false;
+  for (; !failed && !found && file != std::filesystem::directory_iterator(); file.increment(failed)) {
+    std::error_code none;
+    found = strcasecmp(file->path().stem().c_str(), name) == 0 && file->is_regular_file(none);
+  }
+  if (failed) return refuse(function, "this path cannot be read: " + failed.message());
+  *ret_flag = found ? 1 : 0;
+  return 0;
+}
+
+}  // namespace
+
+INT32 a_vextvapi_hbbtv_exchange_data(VEXTVAPI_HBBTV_DATA_T* block, UINT32 words) {
+  if (block == nullptr || words < sizeof *block / sizeof(UINT32)) return refuse(__func__, "a block has 100 words");
+  const UINT32 type = block->ui4_func_type;
+  const bool starts = type == VEXTVAPI_HBBTV_FUNC_APPLICATION;
+  const bool switches = type == VEXTVAPI_HBBTV_FUNC_ENABLE;
+  if (type != kAsk && !switches && !starts) {
+    return refuse(__func__, "there is no function " + std::to_string(type));
+  }
+  const UINT32 length = starts ? VEXTVAPI_HBBTV_LENGTH_APPLICATION : VEXTVAPI_HBBTV_LENGTH;
+  if (block->ui4_length != length) {
+    return refuse(__func__, "function " + std::to_string(type) + " has " + std::to_string(length) + " bytes, not " +
+                                std::to_string(block->ui4_length));
+  }
+  const std::lock_guard guard(state.lock);
+  if (starts && start_hbbtv(__func__, *block) != 0) return -1;
+  if (switches && switch_hbbtv(__func__, block->ui4_value) != 0) return -1;
+  const bool on = hbbtv_is_on();
+  block->ui4_value = starts ? state.hbbtv_type : static_cast<UINT32>(on);
+  std::ranges::fill(block->s_uri, '\0');
+  state.hbbtv_uri.copy(block->s_uri, kLongestAddress);
+  return 0;
+}
+
+INT32 a_portal_start_ex(UINT8 mode) {
+  const NamedNumber* const wanted = find_number(kPortalModes, mode);
+  if (wanted == nullptr) return refuse(__func__, "there is no mode " + std::to_string(mode));
+  const std::lock_guard guard(state.lock);
+  if (!remote_is_on()) return refuse_standby(__func__);
+  if (mode == PORTAL_MODE_EDFU && state.edfu_url.empty()) return refuse(__func__, "there is no address to open");
+  state.portal_mode = wanted;
+  return 0;
+}
+
+INT32 a_portal_pause_ex(UINT8 reason) {
+  const NamedNumber* const why = find_number(kExitReasons, reason);
+  if (why == nullptr) return refuse(__func__, "there is no reason " + std::to_string(reason));
+  const std::lock_guard guard(state.lock);
+  if (state.portal_mode == nullptr) return refuse(__func__, "the portal does not run");
+  state.portal_mode = nullptr;
+  state.portal_exit = why;
+  return 0;
+}
+
+INT32 a_set_edfu_url(const char* url) {
+  if (url == nullptr || std::strlen(url) > kLongestAddress || !store_is_text(url)) {
+    return refuse(__func__, "an address has at most 255 bytes in UTF-8");
+  }
+  const std::lock_guard guard(state.lock);
+  state.edfu_url = url;
+  return 0;
+}
+
+INT32 a_net_get_app_mode() {
+  const std::lock_guard guard(state.lock);
+  return state.portal_mode == nullptr ? 0 : state.portal_mode->number;
+}
+
+INT32 a_vextvapi_util_start_native_app(INT32 index) {
+  const NamedNumber* const wanted = find_number(kNativeApps, index);
+  if (wanted == nullptr) return refuse(__func__, "there is no application " + std::to_string(index));
+  const std::lock_guard guard(state.lock);
+  if (!remote_is_on()) return refuse_standby(__func__);
+  state.native_app = wanted;
+  return 0;
+}
+
+INT32 a_vextvapi_util_set(INT32 type, INT32 id, INT32 value, INT32 flag) {
+  const bool cleans_all = type == VEXTVAPI_UTIL_CLEAN_ALL_TYPE && id == VEXTVAPI_UTIL_CLEAN_ALL_ID &&
+                          value == VEXTVAPI_UTIL_CLEAN_ALL_VALUE && flag == VEXTVAPI_UTIL_CLEAN_ALL_FLAG;
+  if (!cleans_all) {
+    return refuse(__func__, "there is no job " + std::to_string(type) + ", " + std::to_string(id) + ", " +
+                                std::to_string(value) + ", " + std::to_string(flag));
+  }
+  if (!store_is_open()) return refuse(__func__, "the set is off");
+  return tv_reset() ? 0 : -1;
+}
+
+INT32 a_vextvapi_util_is_jump_super_shop_demo(const char* path, UINT8* flag) {
+  return look_for(__func__, path, "super_shop_demo", flag);
+}
+
+INT32 a_vextvapi_util_is_jump_ebanner(const char* path, UINT8* flag) {
+  return look_for(__func__, path, "ebanner", flag);
+}
+
+void apps_load() {
+  const std::lock_guard guard(state.lock);
+  end_all();
+  state.edfu_url.clear();
+  state.portal_exit = nullptr;
+}
+
+bool apps_reset() {
+  apps_load();
+  return true;
+}
+
+// Only what runs; "app" shows the rest.
+void apps_report(boost::json::object& answer) {
+  const std::lock_guard guard(state.lock);
+  if (hbbtv_is_on() && !state.hbbtv_uri.empty()) answer["hbbtv"] = state.hbbtv_uri;
+  if (state.portal_mode != nullptr) answer["portal"] = state.portal_mode->name;
+  if (state.native_app != nullptr) answer["native_app"] = state.native_app->name;
+}
+
+void apps_end() {
+  const std::lock_guard guard(state.lock);
+  end_all();
+}
+
+void apps_leave_menu() {
+  const std::lock_guard guard(state.lock);
+  state.native_app = nullptr;
+}
+
+boost::json::object app_command(Words) {
+  const std::lock_guard guard(state.lock);
+  const bool on = hbbtv_is_on();
+  return {
+      {"hbbtv", {{"enabled", on}, {"type", state.hbbtv_type}, {"uri", state.hbbtv_uri}}},
+      {"portal",
+       {{"mode", name_of(state.portal_mode)}, {"last_exit", name_of(state.portal_exit)}, {"edfu_url", state.edfu_url}}},
+      {"native_app", name_of(state.native_app)}};
+}

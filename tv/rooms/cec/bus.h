@@ -1,0 +1,130 @@
+// HDMI-CEC inside the virtual television: what goes over the bus, who is on it, and what an event tells of a message.
+// The bus itself, its thread and its lock are in cec.cpp; all that is declared here is called under that lock.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/tv.h"
+#include "vex_tv_ctrl/cec.h"
+
+inline constexpr UINT8 kCecBroadcast = 15;  // the logical address that means everybody
+inline constexpr std::size_t kCecMostOperands = 14;
+
+// Opcodes that somebody here sends or looks for.
+enum CecOpcode : UINT8 {
+  kFeatureAbort = 0x00,
+  kImageViewOn = 0x04,
+  kTextViewOn = 0x0D,
+  kSetMenuLanguage = 0x32,
+  kStandby = 0x36,
+  kGiveOsdName = 0x46,
+  kSetOsdName = 0x47,
+  kSystemAudioModeRequest = 0x70,
+  kGiveAudioStatus = 0x71,
+  kSetSystemAudioMode = 0x72,
+  kReportAudioStatus = 0x7A,
+  kGiveSystemAudioModeStatus = 0x7D,
+  kSystemAudioModeStatus = 0x7E,
+  kActiveSource = 0x82,
+  kGivePhysicalAddress = 0x83,
+  kReportPhysicalAddress = 0x84,
+  kRequestActiveSource = 0x85,
+  kDeviceVendorId = 0x87,
+  kGiveDeviceVendorId = 0x8C,
+  kGiveDevicePowerStatus = 0x8F,
+  kReportPowerStatus = 0x90,
+  kGetMenuLanguage = 0x91,
+  kInactiveSource = 0x9D,
+  kCecVersion = 0x9E,
+  kGetCecVersion = 0x9F,
+  kGiveFeatures = 0xA5,
+  kReportFeatures = 0xA6,
+  kAbort = 0xFF,
+};
+
+enum CecAbortReason : UINT8 { kUnrecognisedOpcode = 0, kRefused = 4 };
+enum CecPowerStatus : UINT8 { kPowerOn = 0, kPowerStandby = 1 };
+inline constexpr UINT8 kCecVersion14 = 5;
+inline constexpr UINT8 kCecVersion20 = 6;
+
+struct CecFrame {
+  UINT8 from;
+  UINT8 to;
+  std::vector<UINT8> bytes;  // the opcode and its operands; none in a poll
+};
+
+// As a bus monitor writes it: "40:04", the two addresses and the bytes in hexadecimal.
+std::string cec_text(const CecFrame& frame);
+
+std::string cec_address_text(UINT16 address);  // "2.0.0.0"
+
+// ---- cec_devices.cpp: the set and the devices, as the bus sees them ----
+
+struct CecDevice {
+  std::string_view name;      // in commands
+  std::string_view osd_name;  // at most 14 characters of ASCII
+  UINT8 la;
+  UINT8 port;  // HDMI input that it is plugged into; 0: the set itself
+  UINT8 type;  // 0 television, 4 playback device, 5 audio system
+  UINT8 version;
+  UINT32 vendor;  // locally administered: nobody's
+  UINT8 profile;  // of remote control, and features, as <Report Features> has them
+  UINT8 features;
+  constexpr UINT16 address() const { return static_cast<UINT16>(port << 12); }
+};
+
+struct CecDeviceState {
+  bool plugged = true;
+  bool on = false;
+  bool plays = false;   // says that its picture is to be shown
+  bool speaks = false;  // an audio system that plays the set's sound
+  bool operator==(const CecDeviceState&) const = default;
+};
+
+inline constexpr std::size_t kCecDevices = 2;
+extern const CecDevice kCecSet;
+extern const CecDevice kCecDeviceTable[kCecDevices];
+
+// The frames of a device's own, in the order in which it sends them.
+CecFrame cec_direct(const CecDevice& from, UINT8 to, std::vector<UINT8> bytes);
+CecFrame cec_broadcast(const CecDevice& from, std::vector<UINT8> bytes);
+std::vector<CecFrame> cec_joins(const CecDevice& device);  // with the logical address that it has just taken
+std::vector<CecFrame> cec_plays(const CecDevice& device, CecDeviceState& state);
+std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state);
+
+// What the one who is told a message answers when every device answers so: who it is, and whether it is on.
+std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& told);
+
+// What a device that is told a message does and answers.
+std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told);
+
+// ---- cec_messages.cpp: the messages that concern an application ----
+
+// A message that has arrived, with what the set knows of its sender.
+struct CecTold {
+  std::span<const UINT8> operands;
+  UINT8 from;
+  UINT16 address;  // CECM_PHY_ADDR_UNKNOWN before the sender has told it
+  UINT8 type;
+};
+
+struct CecMessage {
+  UINT8 opcode;
+  UINT8 least;     // bytes of operands; a shorter one is ignored
+  bool broadcast;  // sent to everybody
+  UINT8 answers;   // opcode of the question; 0: none
+  void (*show)(const CecTold& told, T_CECM_NFY_DATA& ret_data);
+};
+
+// The message's row, or null.
+const CecMessage* cec_message(UINT8 opcode);
+
+// Whether a device sends the message to everybody, also one that no application is told of.
+bool cec_is_broadcast(UINT8 opcode);
+
+// A physical address as events show it.
+T_CEC_COMP_ADDR cec_component(UINT16 address);

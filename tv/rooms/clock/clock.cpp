@@ -1,0 +1,346 @@
+// The clock and the sleep timer. The set's time is the machine's, moved by what setting the clock has moved it.
+//
+// Units: milliseconds since 1970 where a function's name has "millis", seconds everywhere else, the sleep timer
+// included. Times go from 1970 to the end of 9999. Broadcast time is the set's own: the broadcast of this set is always
+// right. The day of the week counts from 0, Sunday.
+//
+// The zone is the configuration's, by its name in the tz database; UTC in place of a name that is unknown there. Summer
+// time comes and goes as the zone has it, or is always or never, as the configuration says. A local time that the
+// change to summer time skips is read by winter time: 2:30 means 3:30. Of a local time that comes twice, b_dst says
+// which.
+#include <absl/strings/string_view.h>
+#include <absl/time/civil_time.h>
+#include <absl/time/time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <optional>
+
+#include "core/tv.h"
+
+namespace {
+
+constexpr const char* kZoneKey = "g_time__tz_name";
+constexpr const char* kSummerKey = "g_time__dst";
+enum Summer : INT32 { kNoSummer = 0, kAlwaysSummer = 1 };  // any other value: as the zone has it
+constexpr INT64 kSummerSeconds = 3600;
+
+constexpr INT64 kLastSecond = 253402300799;  // of 9999
+constexpr INT64 kLastMilli = kLastSecond * 1000 + 999;
+
+constexpr Setting kMoved{.key = "clock_moved_ms", .factory = 0, .minimum = -kLastMilli, .maximum = kLastMilli};
+
+constexpr INT32 kLongestSleep = 24 * 60 * 60;                   // in seconds
+constexpr INT32 kSleepSteps[] = {900, 1800, 3600, 5400, 7200};  // of the SLEEP key; after the last comes off
+
+std::atomic<INT64> moved = 0;  // milliseconds between the machine's clock and the set's; written under the lock
+
+std::mutex lock;                    // guards what follows
+TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer does not run
+INT32 sleep_duration = 0;           // what it was set to, in seconds
+
+INT32 refuse(const char* function, const std::string& why) {
+  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
+  return -1;
+}
+
+// ---- Time ----
+
+INT64 machine_millis() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+INT64 now_seconds() { return (machine_millis() + moved) / 1000; }
+
+bool is_time(INT64 seconds) { return seconds >= 0 && seconds <= kLastSecond; }
+
+std::string not_a_time(INT64 number) { return std::to_string(number) + " is not within 1970 to 9999"; }
+
+// From the machine's time to the set's, in milliseconds.
+INT32 move_clock(INT64 by) {
+  const std::lock_guard guard(lock);
+  const SettingValue value[] = {{kMoved.key, by}};
+  if (!store_write(value)) return -1;
+  moved = by;
+  return 0;
+}
+
+INT32 set_clock(INT64 millis) { return move_clock(millis - machine_millis()); }
+
+// ---- The zone ----
+
+// Only names: the library would also take paths of files.
+bool find_zone(std::string_view name, absl::TimeZone& ret_zone) {
+  const auto of_a_name = [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '/' || c == '_' ||
+           c == '-' || c == '+';
+  };
+  if (name.empty() || name.front() == '/' || !std::ranges::all_of(name, of_a_name)) return false;
+  return absl::LoadTimeZone(absl::string_view(name.data(), name.size()), &ret_zone);
+}
+
+absl::TimeZone zone_of(const std::string& name) {
+  absl::TimeZone zone = absl::UTCTimeZone();
+  if (!find_zone(name, zone)) std::fprintf(stderr, "dtv_tv: there is no time zone \"%s\"; it is UTC\n", name.c_str());
+  return zone;
+}
+
+// Its distance from UTC in winter. The tz database has daylight saving that is negative, too: Dublin's standard time is
+// that of summer, which winter goes back from. So it is the lesser of the latest offsets with and without, where the
+// year before has had both.
+INT64 standard_offset(const absl::TimeZone& zone, absl::Time time) {
+  std::optional<int> latest[2];  // without daylight saving, with it
+  for (int days = 0; days < 366; days += 30) {
+    const absl::TimeZone::CivilInfo info = zone.At(time - absl::Hours(24 * days));
+    std::optional<int>& offset = latest[info.is_dst ? 1 : 0];
+    if (!offset) offset = info.offset;
+  }
+  return latest[0] && latest[1] ? std::min(*latest[0], *latest[1]) : zone.At(time).offset;
+}
+
+struct LocalClock {
+  absl::TimeZone zone;
+  bool always_summer;
+};
+
+LocalClock local_clock() {
+  const absl::TimeZone zone = zone_of(config_text(kZoneKey));
+  const INT32 summer = config_number(kSummerKey);
+  if (summer != kNoSummer && summer != kAlwaysSummer) return {.zone = zone, .always_summer = false};
+  const bool always = summer == kAlwaysSummer;
+  const INT64 offset = standard_offset(zone, absl::FromUnixSeconds(now_seconds())) + (always ? kSummerSeconds : 0);
+  return {.zone = absl::FixedTimeZone(static_cast<int>(offset)), .always_summer = always};
+}
+
+INT64 offset_at(const LocalClock& clock, INT64 seconds) { return clock.zone.At(absl::FromUnixSeconds(seconds)).offset; }
+
+bool is_summer(const LocalClock& clock, absl::Time time) {
+  return clock.always_summer || clock.zone.At(time).offset > standard_offset(clock.zone, time);
+}
+
+bool is_dtg(const VEXTVAPI_TIME_DTG_T& dtg) {
+  if (dtg.ui1_mo < 1 || dtg.ui1_mo > 12 || dtg.ui1_hr > 23 || dtg.ui1_min > 59 || dtg.ui1_sec > 59) return false;
+  return absl::CivilDay(dtg.ui2_yr, dtg.ui1_mo, dtg.ui1_day).day() == dtg.ui1_day;  // else it is another month's
+}
+
+absl::Time time_of(const VEXTVAPI_TIME_DTG_T& dtg) {
+  const absl::CivilSecond civil(dtg.ui2_yr, dtg.ui1_mo, dtg.ui1_day, dtg.ui1_hr, dtg.ui1_min, dtg.ui1_sec);
+  if (dtg.b_gmt != 0) return absl::FromCivil(civil, absl::UTCTimeZone());
+  const LocalClock clock = local_clock();
+  const absl::TimeZone::TimeInfo info = clock.zone.At(civil);
+  const bool later = info.kind == absl::TimeZone::TimeInfo::REPEATED &&
+                     is_summer(clock, info.pre) != (dtg.b_dst != 0) && is_summer(clock, info.post) == (dtg.b_dst != 0);
+  return later ? info.post : info.pre;
+}
+
+VEXTVAPI_TIME_DTG_T dtg_of(INT64 seconds) {
+  const LocalClock clock = local_clock();
+  const absl::Time time = absl::FromUnixSeconds(seconds);
+  const absl::CivilSecond civil = clock.zone.At(time).cs;
+  const int monday_first = static_cast<int>(absl::GetWeekday(civil));
+  return {.ui2_yr = static_cast<UINT16>(civil.year()),
+          .ui1_mo = static_cast<UINT8>(civil.month()),
+          .ui1_day = static_cast<UINT8>(civil.day()),
+          .ui1_dow = static_cast<UINT8>((monday_first + 1) % 7),
+          .ui1_hr = static_cast<UINT8>(civil.hour()),
+          .ui1_min = static_cast<UINT8>(civil.minute()),
+          .ui1_sec = static_cast<UINT8>(civil.second()),
+          .b_gmt = 0,
+          .b_dst = is_summer(clock, time) ? 1 : 0};
+}
+
+// ---- The sleep timer ----
+
+void sleep_is_over() {
+  {
+    const std::lock_guard guard(lock);
+    if (timer_now() < sleep_end) return;  // it was set anew meanwhile
+    sleep_end = kTimerNever;
+  }
+  remote_standby();
+}
+
+// The caller holds the lock. 0 seconds: off; the timer then ends for nothing.
+INT32 set_sleep(INT32 seconds) {
+  const TimerTime end = seconds == 0 ? kTimerNever : timer_now() + std::chrono::seconds(seconds);
+  if (seconds != 0 && !timer_set(Timer::kSleep, end, sleep_is_over)) return -1;
+  sleep_end = end;
+  sleep_duration = seconds;
+  return 0;
+}
+
+// Begun seconds count, so that 0 means that it does not run.
+INT32 sleep_remaining() {
+  const std::lock_guard guard(lock);
+  if (sleep_end == kTimerNever) return 0;
+  const auto left = std::chrono::ceil<std::chrono::seconds>(sleep_end - timer_now()).count();
+  return static_cast<INT32>(std::max<INT64>(left, 1));
+}
+
+// ---- The control command ----
+
+std::string shown(INT64 seconds, const absl::TimeZone& zone) {
+  return absl::FormatTime("%Y-%m-%dT%H:%M:%S%Ez", absl::FromUnixSeconds(seconds), zone);
+}
+
+boost::json::object show() {
+  const INT64 now = now_seconds();
+  const LocalClock clock = local_clock();
+  return {{"utc", shown(now, absl::UTCTimeZone())},
+          {"local", shown(now, clock.zone)},
+          {"zone", config_text(kZoneKey)},
+          {"offset", offset_at(clock, now)},
+          {"summer", is_summer(clock, absl::FromUnixSeconds(now))},
+          {"sleep", sleep_remaining()}};
+}
+
+boost::json::object changed(INT32 result) { return result == 0 ? show() : control_not_kept(); }
+
+boost::json::object set_by_hand(std::string_view word) {
+  if (word == "machine") return changed(move_clock(0));
+  const absl::string_view text(word.data(), word.size());
+  absl::Time time;
+  std::string why;
+  if (!absl::ParseTime(absl::RFC3339_full, text, &time, &why) &&
+      !absl::ParseTime("%Y-%m-%dT%H:%M:%E*S", text, local_clock().zone, &time, &why)) {
+    return control_error(
+        "clock set takes machine or a time such as 2026-03-29T12:30:00, which is local, or "
+        "2026-03-29T10:30:00Z, not \"" +
+        std::string(word) + "\"");
+  }
+  const INT64 millis = absl::ToUnixMillis(time);
+  if (millis < 0 || millis > kLastMilli) return control_error("the clock goes from 1970 to the end of 9999");
+  return changed(set_clock(millis));
+}
+
+boost::json::object choose_zone(std::string_view name) {
+  absl::TimeZone zone;
+  if (!find_zone(name, zone)) {
+    return control_error("there is no time zone \"" + std::string(name) +
+                         "\"; names are the tz database's, for example Europe/Berlin");
+  }
+  return changed(config_set(kZoneKey, name));
+}
+
+boost::json::object start_sleep(std::string_view word) {
+  INT32 seconds = 0;
+  const char* const end = word.data() + word.size();
+  const auto [stopped, failed] = std::from_chars(word.data(), end, seconds);
+  if (failed != std::errc() || stopped != end || seconds < 0 || seconds > kLongestSleep) {
+    return control_error("clock sleep takes the seconds until standby, 0 to " + std::to_string(kLongestSleep) +
+                         " (0 is off), not \"" + std::string(word) + "\"");
+  }
+  std::unique_lock guard(lock);
+  const INT32 result = set_sleep(seconds);
+  guard.unlock();
+  return changed(result);
+}
+
+}  // namespace
+
+INT64 a_vextvapi_time_get_time_zone() {
+  const LocalClock clock = local_clock();
+  return standard_offset(clock.zone, absl::FromUnixSeconds(now_seconds())) - (clock.always_summer ? kSummerSeconds : 0);
+}
+
+INT64 a_vextvapi_time_get_time_offset() { return offset_at(local_clock(), now_seconds()); }
+
+INT64 a_vextvapi_time_get_utc_time() { return now_seconds(); }
+
+INT64 a_vextvapi_time_get_broadcast_time() { return now_seconds(); }
+
+INT32 a_vextvapi_time_convert_utc_to_local_time(INT64 utc_time, INT64* local_time) {
+  if (local_time == nullptr) return -1;
+  if (!is_time(utc_time)) return refuse(__func__, not_a_time(utc_time));
+  *local_time = utc_time + offset_at(local_clock(), utc_time);
+  return 0;
+}
+
+INT32 a_vextvapi_time_convert_local_time_to_millis(const VEXTVAPI_TIME_DTG_T* dtg, INT64* millis) {
+  if (dtg == nullptr || millis == nullptr) return -1;
+  const bool exists = is_dtg(*dtg);
+  const INT64 seconds = exists ? absl::ToUnixSeconds(time_of(*dtg)) : -1;
+  if (!is_time(seconds)) {
+    char text[sizeof "65535-255-255 255:255:255"];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", dtg->ui2_yr, dtg->ui1_mo, dtg->ui1_day,
+                  dtg->ui1_hr, dtg->ui1_min, dtg->ui1_sec);
+    return refuse(__func__, text + std::string(exists ? " is not within 1970 to 9999" : " does not exist"));
+  }
+  *millis = seconds * 1000;
+  return 0;
+}
+
+INT32 a_vextvapi_time_convert_millis_to_local_time(INT64 millis, VEXTVAPI_TIME_DTG_T* dtg) {
+  if (dtg == nullptr) return -1;
+  if (millis < 0 || millis > kLastMilli) return refuse(__func__, not_a_time(millis));
+  *dtg = dtg_of(millis / 1000);
+  return 0;
+}
+
+INT32 a_vextvapi_time_set_utc_time(INT64 utc_time) {
+  if (!is_time(utc_time)) return refuse(__func__, not_a_time(utc_time));
+  return set_clock(utc_time * 1000);
+}
+
+INT32 a_vextvapi_time_get_sleep_timer_remaining_time(INT32* remaining) {
+  if (remaining == nullptr) return -1;
+  *remaining = sleep_remaining();
+  return 0;
+}
+
+INT32 a_vextvapi_time_set_sleep_timer(INT32 duration) {
+  if (duration < 0 || duration > kLongestSleep) {
+    return refuse(__func__,
+                  std::to_string(duration) + " is not within 0 to " + std::to_string(kLongestSleep) + " seconds");
+  }
+  const std::lock_guard guard(lock);
+  return set_sleep(duration) == 0 ? 0 : refuse(__func__, "the set is off");
+}
+
+void clock_load() {
+  const std::lock_guard guard(lock);
+  moved = store_read(kMoved);
+  sleep_end = kTimerNever;
+}
+
+bool clock_reset() {
+  if (move_clock(0) != 0) return false;
+  clock_stop_sleep();
+  return true;
+}
+
+void clock_report(boost::json::object& answer) {
+  if (const INT32 remaining = sleep_remaining(); remaining > 0) answer["sleep"] = remaining;
+}
+
+void clock_stop_sleep() {
+  const std::lock_guard guard(lock);
+  set_sleep(0);
+}
+
+bool clock_step_sleep() {
+  const std::lock_guard guard(lock);
+  const INT32 present = sleep_end == kTimerNever ? 0 : sleep_duration;
+  const auto* const next = std::ranges::upper_bound(kSleepSteps, present);
+  return set_sleep(next == std::end(kSleepSteps) ? 0 : *next) == 0;
+}
+
+boost::json::object clock_command(Words arguments) {
+  struct Part {
+    std::string_view name;
+    boost::json::object (*run)(std::string_view word);
+  };
+  constexpr Part kParts[] = {{"set", set_by_hand}, {"zone", choose_zone}, {"sleep", start_sleep}};
+  if (arguments.empty()) return show();
+  const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
+  if (arguments.size() != 2 || part == std::end(kParts)) {
+    return control_error("clock takes set TIME, zone NAME or sleep SECONDS");
+  }
+  return part->run(arguments[1]);
+}

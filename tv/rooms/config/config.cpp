@@ -1,0 +1,540 @@
+// The configuration store. What there is stands in config_catalogue.def. The set has one value for all its inputs.
+// What a write does besides keeping the value (update_flag) does nothing here: every room reads what it needs.
+//
+// A text that is read as a number is the number that it begins with, 0 where it begins with none. Item 0x07240005 looks
+// a key up: its name goes in, followed by a NUL or by bytes of 1, and its value as text comes back.
+#include <algorithm>
+#include <array>
+#include <boost/json.hpp>
+#include <cctype>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <vector>
+
+#include "core/tv.h"
+
+namespace {
+
+enum class Kind : std::uint8_t { kBool, kNumber, kCode, kText, kAction };
+
+constexpr const char* kKindNames[] = {"bool", "number", "code", "text", "action"};
+
+struct Entry {
+  Kind kind;
+  const char* key;
+  UINT32 item;
+  INT32 minimum;
+  INT32 maximum;
+  INT32 factory;        // of a new set; 0 for texts
+  std::size_t longest;  // of a text, in bytes
+  const char* text;     // a text's value in a new set; the prefix of the keys that an action resets
+  const char* help;
+};
+
+constexpr INT32 code_of(std::string_view letters) {
+  INT32 code = 0;
+  for (const char letter : letters.substr(0, 3)) code = code << 8 | letter;
+  return code << 8;
+}
+
+// clang-format off
+#define TV_CFG_BOOL(key, item, value, help) Entry{Kind::kBool, key, item, 0, 1, value, 0, "", help},
+#define TV_CFG_NUMBER(key, item, least, most, value, help) Entry{Kind::kNumber, key, item, least, most, value, 0, "", help},
+#define TV_CFG_CODE(key, item, value, help) Entry{Kind::kCode, key, item, INT32_MIN, INT32_MAX, code_of(value), 0, "", help},
+#define TV_CFG_TEXT(key, item, most, value, help) Entry{Kind::kText, key, item, 0, 0, 0, most, value, help},
+#define TV_CFG_ACTION(key, item, prefix, help) Entry{Kind::kAction, key, item, 0, INT32_MAX, 0, 0, prefix, help},
+// clang-format on
+constexpr Entry kCatalogue[] = {
+#include "catalogue.def"
+};
+
+constexpr std::size_t kCount = std::size(kCatalogue);
+
+constexpr bool before(const Entry& left, const Entry& right) {
+  return std::string_view(left.key) < std::string_view(right.key);
+}
+
+constexpr bool items_differ() {
+  for (const Entry& one : kCatalogue)
+    for (const Entry& other : kCatalogue)
+      if (&one != &other && one.item != 0 && one.item == other.item) return false;
+  return true;
+}
+
+static_assert(std::adjacent_find(std::begin(kCatalogue), std::end(kCatalogue),
+                                 [](const Entry& a, const Entry& b) { return !before(a, b); }) == std::end(kCatalogue),
+              "the keys of the catalogue stand in their order, each once");
+static_assert(items_differ(), "two entries of the catalogue have the same item id");
+
+struct Value {
+  INT32 number = 0;
+  std::string text;
+  bool operator==(const Value&) const = default;
+};
+
+struct Change {
+  const Entry* entry;
+  Value value;
+};
+
+struct State {
+  std::mutex changing;  // makes changes one after the other, the disk included; taken before the lock
+  std::mutex lock;      // guards all that follows; held for moments only, so that no read waits for the disk
+  std::array<Value, kCount> values;      // changed under both
+  std::array<UINT32, kCount> changes{};  // how often each has changed
+  std::array<bool, kCount> watched{};
+  a_vextvapi_config_nfy_fct callback = nullptr;
+  void* callback_tag = nullptr;
+};
+
+Value factory_of(const Entry& entry) {
+  return {.number = entry.factory, .text = entry.kind == Kind::kText ? entry.text : ""};
+}
+
+// Lives until the process ends, whatever thread still reads.
+State& state = *[] {
+  auto* const made = new State;
+  std::ranges::transform(kCatalogue, made->values.begin(), factory_of);
+  return made;
+}();
+
+std::size_t index_of(const Entry& entry) { return static_cast<std::size_t>(&entry - kCatalogue); }
+
+Value value_of(const Entry& entry) {
+  const std::lock_guard guard(state.lock);
+  return state.values[index_of(entry)];
+}
+
+INT32 number_of(const Entry& entry) {
+  const std::lock_guard guard(state.lock);
+  const Value& value = state.values[index_of(entry)];
+  if (entry.kind != Kind::kText) return value.number;
+  INT32 number = 0;
+  std::from_chars(value.text.data(), value.text.data() + value.text.size(), number);
+  return number;
+}
+
+// A code as its three letters, any other number as such.
+std::string text_of(const Entry& entry, const Value& value) {
+  if (entry.kind == Kind::kText) return value.text;
+  if (entry.kind != Kind::kCode) return std::to_string(value.number);
+  const auto bits = static_cast<UINT32>(value.number);
+  return {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16 & 0xFF), static_cast<char>(bits >> 8 & 0xFF)};
+}
+
+// ---- What is taken ----
+
+// A text of a caller's, fit for a line of the log.
+std::string quoted(std::string_view text) {
+  std::string shown = "\"";
+  for (const char c : text) shown += std::iscntrl(static_cast<unsigned char>(c)) != 0 ? '?' : c;
+  return shown + '"';
+}
+
+std::string item_name(UINT32 item) {
+  char text[sizeof "0x00000000"];
+  std::snprintf(text, sizeof text, "0x%08X", item);
+  return text;
+}
+
+std::string what_it_takes(const Entry& entry) {
+  switch (entry.kind) {
+    case Kind::kBool:
+      return "0 or 1";
+    case Kind::kCode:
+      return "three letters";
+    case Kind::kText:
+      return "a text of at most " + std::to_string(entry.longest) + " bytes in UTF-8";
+    default:
+      return "a number from " + std::to_string(entry.minimum) + " to " + std::to_string(entry.maximum);
+  }
+}
+
+bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+bool takes(const Entry& entry, const Value& value) {
+  if (entry.kind == Kind::kText) return value.text.size() <= entry.longest && store_is_text(value.text);
+  if (entry.kind == Kind::kCode && !std::ranges::all_of(text_of(entry, value), is_letter)) return false;
+  return value.number >= entry.minimum && value.number <= entry.maximum;
+}
+
+// Says on stderr why a call is refused.
+INT32 refuse(const char* function, const std::string& why) {
+  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
+  return -1;
+}
+
+const Entry* entry_of(std::string_view key) {
+  const Entry* const found = std::lower_bound(std::begin(kCatalogue), std::end(kCatalogue), key,
+                                              [](const Entry& entry, std::string_view k) { return entry.key < k; });
+  return found != std::end(kCatalogue) && found->key == key ? found : nullptr;
+}
+
+const Entry* entry_of(UINT32 item) {
+  const Entry* const found = std::ranges::find(kCatalogue, item, &Entry::item);
+  return item != 0 && found != std::end(kCatalogue) ? found : nullptr;
+}
+
+// The entry that a call means, or null, which is said on stderr.
+const Entry* asked(const char* function, const char* key) {
+  const Entry* const found = key == nullptr ? nullptr : entry_of(key);
+  if (found == nullptr) refuse(function, "there is no key " + quoted(key == nullptr ? "" : key));
+  return found;
+}
+
+const Entry* asked(const char* function, INT32 input_group, const char* key) {
+  if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return asked(function, key);
+  refuse(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
+  return nullptr;
+}
+
+const Entry* asked(const char* function, UINT32 item) {
+  const Entry* const found = entry_of(item);
+  if (found == nullptr) refuse(function, "there is no item " + item_name(item));
+  return found;
+}
+
+const Entry* asked(const char* function, UINT32 item, Kind kind) {
+  const Entry* const found = asked(function, item);
+  if (found == nullptr || found->kind == kind) return found;
+  const auto name = [](Kind each) { return std::string(kKindNames[static_cast<int>(each)]); };
+  refuse(function, std::string(found->key) + " is of kind " + name(found->kind) + ", not " + name(kind));
+  return nullptr;
+}
+
+// ---- Changes ----
+
+void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* tag) {
+  events_post([&entry, callback, tag] {
+    VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T change{};
+    std::memcpy(change.s_cfg, entry.key, std::min(std::strlen(entry.key), sizeof change.s_cfg - 1));
+    callback(VEXTVAPI_CONFIG_NFY_VALUE_CHANGED, tag, nullptr, &change, nullptr, nullptr);
+  });
+}
+
+// Keeps what differs from the present values, all or nothing, then tells of it. The caller holds state.changing.
+INT32 change(std::vector<Change> wanted) {
+  std::erase_if(wanted, [](const Change& each) { return each.value == state.values[index_of(*each.entry)]; });
+  if (wanted.empty()) return 0;
+  std::vector<SettingValue> kept;
+  for (const Change& each : wanted) {
+    kept.push_back({.key = each.entry->key, .value = static_cast<std::int64_t>(each.value.number)});
+    if (each.entry->kind == Kind::kText) kept.back().value = std::string_view(each.value.text);
+  }
+  if (!store_write(kept)) return -1;
+  const std::lock_guard guard(state.lock);
+  for (Change& each : wanted) {
+    const std::size_t index = index_of(*each.entry);
+    state.values[index] = std::move(each.value);
+    ++state.changes[index];
+    if (state.callback != nullptr && state.watched[index]) post_change(*each.entry, state.callback, state.callback_tag);
+  }
+  return 0;
+}
+
+std::vector<Change> defaults_of(std::string_view prefix) {
+  std::vector<Change> changes;
+  for (const Entry& entry : kCatalogue)
+    if (std::string_view(entry.key).starts_with(prefix)) changes.push_back({&entry, factory_of(entry)});
+  return changes;
+}
+
+INT32 trigger(const Entry& action) {
+  const std::lock_guard guard(state.changing);
+  std::vector<Change> changes;
+  if (*action.text != '\0') changes = defaults_of(action.text);
+  std::erase_if(changes, [&](const Change& each) { return each.entry == &action; });
+  const INT32 times = state.values[index_of(action)].number;
+  changes.push_back({&action, {.number = times < action.maximum ? times + 1 : 1, .text = ""}});
+  return change(std::move(changes));
+}
+
+INT32 write(const char* function, const Entry& entry, Value value) {
+  if (entry.kind == Kind::kAction) return trigger(entry);
+  if (!takes(entry, value)) {
+    const bool text = entry.kind == Kind::kText;
+    return refuse(function, std::string(entry.key) + " takes " + what_it_takes(entry) + ", not " +
+                                (text ? "these " + std::to_string(value.text.size()) : std::to_string(value.number)));
+  }
+  const std::lock_guard guard(state.changing);
+  return change({{&entry, std::move(value)}});
+}
+
+INT32 write_number(const char* function, const Entry& entry, INT32 number) {
+  if (entry.kind == Kind::kText) return refuse(function, std::string(entry.key) + " is a text, no number");
+  return write(function, entry, {.number = number, .text = ""});
+}
+
+// Also of a call without an address for the answer.
+template <typename Number>
+INT32 read_number(const Entry* entry, Number* ret_value) {
+  if (entry == nullptr || ret_value == nullptr) return -1;
+  *ret_value = static_cast<Number>(number_of(*entry));
+  return 0;
+}
+
+// length: the buffer's size going in, terminator included; the text's length coming out.
+INT32 give_text(const char* function, const Entry& entry, const std::string& text, UINT32* length, char* ret_value) {
+  if (length == nullptr || ret_value == nullptr) return -1;
+  if (text.size() >= *length) {
+    return refuse(function, std::string(entry.key) + " has " + std::to_string(text.size()) +
+                                " bytes and a terminator; there is room for " + std::to_string(*length));
+  }
+  std::memcpy(ret_value, text.c_str(), text.size() + 1);
+  *length = static_cast<UINT32>(text.size());
+  return 0;
+}
+
+INT32 look_up(const char* function, UINT32* length, char* value) {
+  if (length == nullptr || value == nullptr) return -1;
+  const std::string_view given(value, strnlen(value, *length));
+  const std::string key(given.substr(0, given.find('\1')));
+  const Entry* const entry = asked(function, key.c_str());
+  return entry == nullptr ? -1 : give_text(function, *entry, text_of(*entry, value_of(*entry)), length, value);
+}
+
+// ---- The control command ----
+
+boost::json::value shown(const Entry& entry, const Value& value) {
+  if (entry.kind == Kind::kBool) return value.number != 0;
+  if (entry.kind == Kind::kCode || entry.kind == Kind::kText) return boost::json::value(text_of(entry, value));
+  return value.number;
+}
+
+bool has_word(std::string_view text, std::string_view word) {
+  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+  return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
+}
+
+boost::json::object list(std::string_view word) {
+  boost::json::object answer;
+  const std::lock_guard guard(state.lock);
+  for (const Entry& entry : kCatalogue)
+    if (has_word(entry.key, word) || has_word(entry.help, word))
+      answer[entry.key] = shown(entry, state.values[index_of(entry)]);
+  return answer;
+}
+
+boost::json::object describe(const Entry& entry) {
+  boost::json::object answer{{"key", entry.key},
+                             {"item", entry.item == 0 ? "" : item_name(entry.item)},
+                             {"kind", kKindNames[static_cast<int>(entry.kind)]},
+                             {"value", shown(entry, value_of(entry))},
+                             {"default", shown(entry, factory_of(entry))}};
+  if (entry.kind == Kind::kNumber) {
+    answer["minimum"] = entry.minimum;
+    answer["maximum"] = entry.maximum;
+  } else if (entry.kind == Kind::kText) {
+    answer["longest"] = entry.longest;
+  }
+  answer["help"] = entry.help;
+  return answer;
+}
+
+// The entry that a viewer names by its key, or by its item id as 0x07...
+const Entry* named(std::string_view name) {
+  UINT32 item = 0;
+  const char* const end = name.data() + name.size();
+  if (name.starts_with("0x") && std::from_chars(name.data() + 2, end, item, 16).ptr == end) return entry_of(item);
+  return entry_of(name);
+}
+
+std::string viewer_words(const Entry& entry) {
+  if (entry.kind == Kind::kBool) return "on or off";
+  if (entry.kind == Kind::kAction) return "trigger";
+  return what_it_takes(entry);
+}
+
+// What a viewer writes for a value of the entry's kind.
+bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
+  Value value;
+  switch (entry.kind) {
+    case Kind::kBool:
+      value.number = word == "on" || word == "true" || word == "1" ? 1 : 0;
+      if (value.number == 0 && word != "off" && word != "false" && word != "0") return false;
+      break;
+    case Kind::kCode:
+      if (word.size() != 3 || !std::ranges::all_of(word, is_letter)) return false;
+      for (const char letter : word) value.text += static_cast<char>(letter | 0x20);
+      value = {.number = code_of(value.text), .text = ""};
+      break;
+    case Kind::kText:
+      value.text = word;
+      break;
+    case Kind::kAction:
+      if (word != "trigger") return false;
+      break;
+    case Kind::kNumber: {
+      const char* const end = word.data() + word.size();
+      const auto [stopped, failed] = std::from_chars(word.data(), end, value.number);
+      if (failed != std::errc() || stopped != end) return false;
+    }
+  }
+  if (!takes(entry, value)) return false;
+  ret_value = std::move(value);
+  return true;
+}
+
+}  // namespace
+
+INT32 a_vextvapi_config_get_value(INT32 input_group, const char* key, INT32* value) {
+  return read_number(asked(__func__, input_group, key), value);
+}
+
+INT32 a_vextvapi_config_set_value(INT32 input_group, const char* key, INT32 value, INT32) {
+  const Entry* const entry = asked(__func__, input_group, key);
+  return entry == nullptr ? -1 : write_number(__func__, *entry, value);
+}
+
+INT32 a_vextvapi_config_get_str_value(const char* key, char* value, UINT32* length) {
+  const Entry* const entry = asked(__func__, key);
+  if (entry == nullptr) return -1;
+  if (entry->kind != Kind::kText) return refuse(__func__, std::string(entry->key) + " is a number, no text");
+  return give_text(__func__, *entry, value_of(*entry).text, length, value);
+}
+
+INT32 a_vextvapi_config_set_str_value(const char* key, const char* value) {
+  const Entry* const entry = asked(__func__, key);
+  if (entry == nullptr || value == nullptr) return -1;
+  if (entry->kind != Kind::kText) return refuse(__func__, std::string(entry->key) + " is a number, no text");
+  return write(__func__, *entry, {.number = 0, .text = value});
+}
+
+INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT32* limits) {
+  const Entry* const entry = asked(__func__, input_group, key);
+  if (entry == nullptr || limits == nullptr) return -1;
+  const bool limited = entry->kind == Kind::kBool || entry->kind == Kind::kNumber;
+  if (!limited || entry->minimum < INT16_MIN || entry->maximum > INT16_MAX) return 1;
+  const auto half = [](INT32 number) { return static_cast<UINT32>(static_cast<UINT16>(number)); };
+  *limits = static_cast<INT32>(half(entry->maximum) << 16 | half(entry->minimum));
+  return 0;
+}
+
+INT32 a_vextvapi_config_add_value_changed_callback(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  if (entry == nullptr) return -1;
+  const std::lock_guard guard(state.lock);
+  state.watched[index_of(*entry)] = true;
+  return 0;
+}
+
+INT32 a_vextvapi_config_reg_callback(a_vextvapi_config_nfy_fct callback, void* tag) {
+  const std::lock_guard guard(state.lock);
+  state.callback = callback;
+  state.callback_tag = tag;
+  return 0;
+}
+
+INT32 getConfigValueBool(UINT32 item_id, UINT8* value) {
+  return read_number(asked(__func__, item_id, Kind::kBool), value);
+}
+
+INT32 getConfigValueInt32(UINT32 item_id, INT32* value) { return read_number(asked(__func__, item_id), value); }
+
+INT32 getConfigValueString(UINT32 item_id, UINT32* length, char* value) {
+  if (item_id == VEXTVAPI_CONFIG_ITEM_LOOK_UP) return look_up(__func__, length, value);
+  const Entry* const entry = asked(__func__, item_id, Kind::kText);
+  return entry == nullptr ? -1 : give_text(__func__, *entry, value_of(*entry).text, length, value);
+}
+
+INT32 setConfigValue(UINT32 item_id) {
+  const Entry* const entry = asked(__func__, item_id, Kind::kAction);
+  return entry == nullptr ? -1 : trigger(*entry);
+}
+
+INT32 setConfigValueBool(UINT32 item_id, UINT8 value) {
+  const Entry* const entry = asked(__func__, item_id, Kind::kBool);
+  return entry == nullptr ? -1 : write_number(__func__, *entry, value);
+}
+
+INT32 setConfigValueInt32(UINT32 item_id, INT32 value) {
+  const Entry* const entry = asked(__func__, item_id);
+  return entry == nullptr ? -1 : write_number(__func__, *entry, value);
+}
+
+INT32 setConfigValueString(UINT32 item_id, const char* value) {
+  const Entry* const entry = asked(__func__, item_id, Kind::kText);
+  return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
+}
+
+INT32 config_number(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? 0 : number_of(*entry);
+}
+
+std::string config_text(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? "" : text_of(*entry, value_of(*entry));
+}
+
+INT32 config_set(const char* key, INT32 value) {
+  const Entry* const entry = asked(__func__, key);
+  return entry == nullptr ? -1 : write_number(__func__, *entry, value);
+}
+
+INT32 config_set(const char* key, std::string_view value) {
+  const Entry* const entry = asked(__func__, key);
+  if (entry == nullptr) return -1;
+  return write(__func__, *entry, {.number = 0, .text = std::string(value)});
+}
+
+UINT32 config_changes(const char* key) {
+  const Entry* const entry = asked(__func__, key);
+  const std::lock_guard guard(state.lock);
+  return entry == nullptr ? 0 : state.changes[index_of(*entry)];
+}
+
+void config_load() {
+  const std::scoped_lock guard(state.changing, state.lock);
+  for (const Entry& entry : kCatalogue) {
+    Value& value = state.values[index_of(entry)] = {};
+    if (entry.kind == Kind::kText) {
+      value.text = store_read(TextSetting{entry.key, entry.text, entry.longest});
+    } else {
+      value.number = static_cast<INT32>(store_read(Setting{entry.key, entry.factory, entry.minimum, entry.maximum}));
+    }
+    if (entry.kind != Kind::kCode || takes(entry, value)) continue;  // the others, the store has looked at
+    value = factory_of(entry);
+    std::fprintf(stderr, "dtv_tv: the kept %s is not three letters; it is %s again\n", entry.key,
+                 text_of(entry, value).c_str());
+  }
+  // Whoever listens registers after the set was switched on.
+  state.watched = {};
+  state.callback = nullptr;
+}
+
+bool config_reset() {
+  const std::lock_guard guard(state.changing);
+  return change(defaults_of("")) == 0;
+}
+
+// Only what differs from a new set; "config" lists everything. A new set has nothing to report.
+void config_report(boost::json::object& answer) {
+  boost::json::object changed;
+  const std::lock_guard guard(state.lock);
+  for (const Entry& entry : kCatalogue) {
+    const Value& value = state.values[index_of(entry)];
+    if (value != factory_of(entry)) changed[entry.key] = shown(entry, value);
+  }
+  if (!changed.empty()) answer["config"] = std::move(changed);
+}
+
+boost::json::object config_command(Words arguments) {
+  const std::string_view name = arguments.empty() ? "" : arguments[0];
+  const Entry* const entry = named(name);
+  if (entry == nullptr) {
+    boost::json::object found = arguments.size() < 2 ? list(name) : boost::json::object();
+    if (!found.empty()) return found;
+    return control_error("there is no key \"" + std::string(name) + "\"; config without arguments lists them");
+  }
+  if (arguments.size() < 2) return describe(*entry);
+  Value value;
+  if (!parse(*entry, arguments[1], value)) {
+    return control_error(std::string(entry->key) + " takes " + viewer_words(*entry) + ", not \"" +
+                         std::string(arguments[1]) + "\"");
+  }
+  return write("config", *entry, std::move(value)) == 0 ? describe(*entry) : control_not_kept();
+}

@@ -1,0 +1,295 @@
+// The network is the machine's own, but for what a viewer pretends: that the cable is pulled. The kernel's netlink
+// tells that something has changed; what, is found by reading all facts anew and comparing. So a message that is lost
+// in a burst costs nothing, and an address whose lifetime is renewed is no event.
+//
+// Events: 1 an Ethernet interface is plugged, 2 unplugged, 3 an interface's addresses have changed, 15 a WLAN interface
+// is gone. The parameter is the interface's index, 0 where a viewer pulls a cable that no interface has. The loopback
+// interface is not looked at. An Ethernet interface is any with Ethernet's frames, so that bridges and virtual ones
+// count, too; those named "wl..." as Linux does are WLAN.
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <netpacket/packet.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <boost/json.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "core/tv.h"
+
+namespace {
+
+constexpr INT32 kPlugged = 1;
+constexpr std::size_t kMostListeners = 32;
+constexpr Setting kLost{.key = "network_lost", .factory = 0, .minimum = 0, .maximum = 1};
+
+enum class Kind : std::uint8_t { kEthernet, kWlan, kOther };
+
+constexpr const char* kKindNames[] = {"ethernet", "wlan", "other"};
+
+struct Interface {
+  std::string name;
+  Kind kind = Kind::kOther;
+  bool runs = false;                // switched on, with a carrier
+  std::set<std::string> addresses;  // as "192.0.2.5/24"
+};
+
+using Facts = std::map<int, Interface>;  // by interface index
+
+struct Listener {
+  a_vextvapi_nw_nfy_fct callback;
+  void* tag;
+};
+
+struct State {
+  std::mutex lock;  // guards the listeners, the facts and lost
+  std::vector<Listener> listeners;
+  Facts facts;        // as last told of
+  bool lost = false;  // a viewer has pulled the cable
+
+  // Touched by network_start and network_stop only, but for the descriptors, which the thread reads.
+  std::thread thread;
+  int netlink = -1;
+  int stop = -1;
+};
+
+// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+State& state = *new State;
+
+// ---- Reading the facts ----
+
+std::string address_text(const sockaddr& address, const sockaddr* mask) {
+  const bool six = address.sa_family == AF_INET6;
+  const auto bytes = [six](const sockaddr* of) -> const unsigned char* {
+    return six ? reinterpret_cast<const sockaddr_in6*>(of)->sin6_addr.s6_addr
+               : reinterpret_cast<const unsigned char*>(&reinterpret_cast<const sockaddr_in*>(of)->sin_addr);
+  };
+  char text[INET6_ADDRSTRLEN];
+  inet_ntop(address.sa_family, bytes(&address), text, sizeof text);
+  int prefix = 0;
+  for (int i = 0; mask != nullptr && i < (six ? 16 : 4); ++i) prefix += std::popcount(bytes(mask)[i]);
+  return std::string(text) + "/" + std::to_string(prefix);
+}
+
+Kind kind_of(std::string_view name, const sockaddr_ll& link) {
+  if (name.starts_with("wl")) return Kind::kWlan;
+  return link.sll_hatype == ARPHRD_ETHER ? Kind::kEthernet : Kind::kOther;
+}
+
+bool read_facts(Facts& ret_facts) {
+  ifaddrs* first = nullptr;
+  if (getifaddrs(&first) != 0) {
+    std::fprintf(stderr, "dtv_tv: the network cannot be read: %s\n", std::generic_category().message(errno).c_str());
+    return false;
+  }
+  const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> owner(first, freeifaddrs);
+  Facts facts;
+  std::map<std::string_view, Interface*> named;
+  for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
+    if (each->ifa_addr == nullptr || each->ifa_addr->sa_family != AF_PACKET || (each->ifa_flags & IFF_LOOPBACK) != 0) {
+      continue;
+    }
+    const auto& link = *reinterpret_cast<const sockaddr_ll*>(each->ifa_addr);
+    Interface& interface = facts[link.sll_ifindex];
+    interface.name = each->ifa_name;
+    interface.kind = kind_of(each->ifa_name, link);
+    interface.runs = (each->ifa_flags & IFF_UP) != 0 && (each->ifa_flags & IFF_RUNNING) != 0;
+    named[each->ifa_name] = &interface;
+  }
+  for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
+    if (each->ifa_addr == nullptr || (each->ifa_addr->sa_family != AF_INET && each->ifa_addr->sa_family != AF_INET6)) {
+      continue;
+    }
+    const std::string_view label = each->ifa_name;  // of an address "eth0:1", the interface being eth0
+    const auto found = named.find(label.substr(0, label.find(':')));
+    if (found != named.end()) found->second->addresses.insert(address_text(*each->ifa_addr, each->ifa_netmask));
+  }
+  ret_facts = std::move(facts);
+  return true;
+}
+
+// ---- Telling; the caller holds the lock ----
+
+void tell(INT32 id, int index) {
+  for (const Listener& listener : state.listeners) {
+    events_post([listener, id, index] {
+      listener.callback(listener.tag, id, reinterpret_cast<void*>(static_cast<std::intptr_t>(index)));
+    });
+  }
+}
+
+// Without the cable nothing is heard of what it connects.
+bool is_heard(const Interface& interface) { return !state.lost || interface.kind != Kind::kEthernet; }
+
+void tell_differences(const Facts& before, const Facts& after) {
+  static const Interface& kNone = *new Interface;  // lives until the process ends, as the thread may
+  const auto look_up = [](const Facts& facts, int index) -> const Interface& {
+    const auto found = facts.find(index);
+    return found == facts.end() ? kNone : found->second;
+  };
+  const auto is_plugged = [](const Interface& each) { return each.kind == Kind::kEthernet && each.runs; };
+  for (const auto& [index, old] : before) {
+    if (!is_heard(old)) continue;
+    if (is_plugged(old) && !is_plugged(look_up(after, index))) tell(VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG, index);
+    if (old.kind == Kind::kWlan && !after.contains(index)) tell(VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND, index);
+    if (!after.contains(index) && !old.addresses.empty()) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+  }
+  for (const auto& [index, now] : after) {
+    if (!is_heard(now)) continue;
+    const Interface& old = look_up(before, index);
+    if (is_plugged(now) && !is_plugged(old)) tell(kPlugged, index);
+    if (now.addresses != old.addresses) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+  }
+}
+
+// Reads all facts and tells what has changed; false when they cannot be read.
+bool look() {
+  Facts now;
+  if (!read_facts(now)) return false;
+  tell_differences(state.facts, now);
+  state.facts = std::move(now);
+  return true;
+}
+
+// ---- The thread ----
+
+void run_network() {
+  pthread_setname_np(pthread_self(), "dtv_tv-network");
+  pollfd sources[] = {{state.netlink, POLLIN, 0}, {state.stop, POLLIN, 0}};
+  while (poll(sources, std::size(sources), -1) >= 0 || errno == EINTR) {
+    if (sources[1].revents != 0) return;
+    char message;  // what it says is read from the facts
+    while (recv(state.netlink, &message, sizeof message, 0) >= 0 || errno == ENOBUFS || errno == EINTR) {
+    }
+    const std::lock_guard guard(state.lock);
+    look();
+  }
+}
+
+int open_netlink() {
+  const int opened = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+  sockaddr_nl groups{};
+  groups.nl_family = AF_NETLINK;
+  groups.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
+  if (opened < 0 || bind(opened, reinterpret_cast<const sockaddr*>(&groups), sizeof groups) == 0) return opened;
+  const int reason = errno;
+  close(opened);
+  errno = reason;
+  return -1;
+}
+
+void close_descriptors() {
+  for (int* const each : {&state.netlink, &state.stop}) {
+    if (*each >= 0) close(*each);
+    *each = -1;
+  }
+}
+
+// ---- The control ----
+
+// Pulls or plugs the cable; false when that cannot be kept.
+bool pretend(bool lost) {
+  const std::lock_guard guard(state.lock);
+  if (lost == state.lost) return true;
+  const SettingValue values[] = {{kLost.key, static_cast<std::int64_t>(lost)}};
+  if (!store_write(values)) return false;
+  state.lost = lost;
+  const auto cable = std::ranges::find_if(
+      state.facts, [](const auto& each) { return each.second.kind == Kind::kEthernet && each.second.runs; });
+  const int index = cable == state.facts.end() ? 0 : cable->first;
+  tell(lost ? VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG : kPlugged, index);
+  if (!lost) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+  return true;
+}
+
+boost::json::object shown(int index, const Interface& interface) {
+  const bool heard = is_heard(interface);
+  const boost::json::array addresses(interface.addresses.begin(), interface.addresses.end());
+  return {{"index", index},
+          {"kind", kKindNames[static_cast<int>(interface.kind)]},
+          {"state", heard && interface.runs ? "plugged" : "unplugged"},
+          {"addresses", heard ? addresses : boost::json::array()}};
+}
+
+}  // namespace
+
+INT32 a_vextvapi_nw_register(a_vextvapi_nw_nfy_fct callback, void* tag, UINT32* nfy_id) {
+  if (callback == nullptr || nfy_id == nullptr) return -1;
+  const std::lock_guard guard(state.lock);
+  if (state.listeners.size() == kMostListeners) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_nw_register: %zu listen already, no more can\n", kMostListeners);
+    return -1;
+  }
+  state.listeners.push_back({callback, tag});
+  *nfy_id = static_cast<UINT32>(state.listeners.size());
+  return 0;
+}
+
+void network_load() {
+  const std::lock_guard guard(state.lock);
+  state.lost = store_read(kLost) != 0;
+  state.listeners.clear();  // whoever listens registers after the set was switched on
+}
+
+void network_start() {
+  state.netlink = open_netlink();
+  state.stop = eventfd(0, EFD_CLOEXEC);
+  if (state.netlink < 0 || state.stop < 0) {
+    std::fprintf(stderr, "dtv_tv: no network event will be told of: %s\n",
+                 std::generic_category().message(errno).c_str());
+    close_descriptors();
+    return;
+  }
+  {
+    const std::lock_guard guard(state.lock);
+    read_facts(state.facts);  // from here on netlink tells of changes
+  }
+  state.thread = std::thread(run_network);
+}
+
+void network_stop() {
+  if (state.thread.joinable()) {
+    eventfd_write(state.stop, 1);
+    state.thread.join();
+  }
+  close_descriptors();
+}
+
+bool network_reset() { return pretend(false); }
+
+// Nothing while the network is as it is; "network" shows it.
+void network_report(boost::json::object& answer) {
+  const std::lock_guard guard(state.lock);
+  if (state.lost) answer["network"] = "lost";
+}
+
+boost::json::object network_command(Words arguments) {
+  const std::string_view action = arguments.empty() ? "" : arguments[0];
+  if (!action.empty() && action != "lose" && action != "restore") {
+    return control_error("network takes lose or restore, not \"" + std::string(action) + "\"");
+  }
+  if (!action.empty() && !pretend(action == "lose")) return control_not_kept();
+  const std::lock_guard guard(state.lock);
+  // What is shown has been told of, also when the thread is late.
+  if (!look()) return control_error("the network cannot be read; the set's log says why");
+  boost::json::object interfaces;
+  for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
+  return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
+}

@@ -1,0 +1,323 @@
+// The remote control and what it moves: power, channel, source. A key comes as a command of the infrared receiver that
+// the command device takes, or from a viewer; both end in press().
+//
+// In standby the volume keys do nothing; any other key wakes the set and does no more. There are the channels 1 to 99;
+// choosing one leaves another source. A number of one digit is a channel after a moment or with ENTER.
+#include <algorithm>
+#include <boost/json.hpp>
+#include <cctype>
+#include <charconv>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+#include "core/tv.h"
+
+namespace {
+
+constexpr Setting kChannel{.key = "channel", .factory = 1, .minimum = 1, .maximum = 99};
+constexpr Setting kPrevious{.key = "channel_previous", .factory = 1, .minimum = 1, .maximum = 99};
+constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};  // an HDMI input at its number
+constexpr int kHdmiInputs = 3;
+constexpr Setting kSource{.key = "source", .factory = 0, .minimum = 0, .maximum = std::size(kSources) - 1};
+constexpr const char* kSubtitleKey = "g_misc__dvb_subtitle_enabled";
+
+constexpr std::chrono::milliseconds kNextDigit(1500);  // within which another digit makes one number of both
+
+struct Place {
+  INT64 channel;
+  INT64 previous;  // what PRE-CH goes back to
+  INT64 source;    // index in kSources
+  bool operator==(const Place&) const = default;
+};
+
+constexpr Place kFactory{.channel = kChannel.factory, .previous = kPrevious.factory, .source = kSource.factory};
+
+struct State {
+  std::mutex lock;  // guards all that follows
+  bool on = true;
+  Place place = kFactory;
+  int number = -1;       // begun with a digit; -1: none is
+  TimerTime number_due;  // when it is a channel, if none else comes
+  const char* last_key = "";
+};
+
+// Lives until the process ends, whatever thread still reads.
+State& state = *new State;
+
+// ---- What keys do ----
+
+// What follows returns false when a change could not be kept; nothing has changed then.
+
+// Goes there and keeps it. The caller holds the lock, here and in tune.
+bool go(const Place& wanted) {
+  if (wanted == state.place) return true;
+  const SettingValue values[] = {
+      {kChannel.key, wanted.channel}, {kPrevious.key, wanted.previous}, {kSource.key, wanted.source}};
+  const bool kept = store_write(values);
+  if (kept) state.place = wanted;
+  return kept;
+}
+
+bool tune(INT64 channel) {
+  state.number = -1;
+  if (channel < kChannel.minimum || channel > kChannel.maximum) return true;
+  const bool same = channel == state.place.channel;
+  return go({.channel = channel, .previous = same ? state.place.previous : state.place.channel, .source = 0});
+}
+
+bool press_channel(int by) {
+  const std::lock_guard guard(state.lock);
+  const INT64 count = kChannel.maximum;
+  return tune((state.place.channel - 1 + by + count) % count + 1);
+}
+
+bool press_previous(int) {
+  const std::lock_guard guard(state.lock);
+  return tune(state.place.previous);
+}
+
+void number_is_over() {
+  const std::lock_guard guard(state.lock);
+  if (state.number >= 0 && timer_now() >= state.number_due) tune(state.number);
+}
+
+bool press_digit(int digit) {
+  const std::lock_guard guard(state.lock);
+  if (state.number >= 0) return tune(state.number * 10 + digit);
+  state.number = digit;
+  state.number_due = timer_now() + kNextDigit;
+  return timer_set(Timer::kDigits, state.number_due, number_is_over);
+}
+
+bool press_enter(int) {
+  const std::lock_guard guard(state.lock);
+  return state.number < 0 || tune(state.number);
+}
+
+bool press_source(int) {
+  const std::lock_guard guard(state.lock);
+  Place wanted = state.place;
+  wanted.source = (wanted.source + 1) % static_cast<INT64>(std::size(kSources));
+  return go(wanted);
+}
+
+bool press_volume(int by) { return volume_press(by); }
+
+bool press_mute(int) { return mute_press(); }
+
+bool press_subtitle(int) { return config_set(kSubtitleKey, config_number(kSubtitleKey) == 0 ? 1 : 0) == 0; }
+
+bool press_sleep(int) { return clock_step_sleep(); }
+
+bool press_exit(int) {
+  apps_leave_menu();
+  return true;
+}
+
+bool press_power(int) {
+  remote_standby();
+  return true;
+}
+
+struct Action {
+  std::string_view key;
+  const char* help;
+  bool (*press)(int argument);
+  int argument = 0;
+  bool in_standby = true;  // whether it wakes the set
+};
+
+constexpr Action kActions[] = {
+    {"POWER", "standby and back", press_power},
+    {"SOURCE", "next source", press_source},
+    {"SLEEP", "next time of the sleep timer", press_sleep},
+    {"CC", "subtitles on and off", press_subtitle},
+    {"SUBTITLE", "subtitles on and off", press_subtitle},
+    {"0", "channel number", press_digit, 0},
+    {"1", "channel number", press_digit, 1},
+    {"2", "channel number", press_digit, 2},
+    {"3", "channel number", press_digit, 3},
+    {"4", "channel number", press_digit, 4},
+    {"5", "channel number", press_digit, 5},
+    {"6", "channel number", press_digit, 6},
+    {"7", "channel number", press_digit, 7},
+    {"8", "channel number", press_digit, 8},
+    {"9", "channel number", press_digit, 9},
+    {"ENTER", "ends a channel number", press_enter},
+    {"CH+", "next channel", press_channel, 1},
+    {"CH-", "channel before", press_channel, -1},
+    {"PRE-CH", "channel that was seen before", press_previous},
+    {"VOL+", "louder", press_volume, 1, false},
+    {"VOL-", "softer", press_volume, -1, false},
+    {"MUTE", "mute", press_mute, 0, false},
+    {"EXIT", "leaves the set's own applications", press_exit},
+};
+
+// ---- The keys ----
+
+struct Key {
+  const char* name;
+  std::string_view code;
+  const Action* action;  // null: it is only seen
+};
+
+constexpr const Action* action_of(std::string_view name) {
+  const auto* const found = std::ranges::find(kActions, name, &Action::key);
+  return found == std::end(kActions) ? nullptr : found;
+}
+
+constexpr Key kKeys[] = {
+#define TVC_KEY(name, code) {name, code, action_of(name)},
+#include "vex_tv_ctrl/keys.def"
+};
+
+static_assert(std::ranges::count_if(kKeys, [](const Key& key) { return key.action != nullptr; }) ==
+                  std::ranges::ssize(kActions),
+              "what is to be done is a key's");
+
+bool press(const Key& key) {
+  bool was_on = false;
+  {
+    const std::lock_guard guard(state.lock);
+    was_on = state.on;
+    if (!was_on && key.action != nullptr && !key.action->in_standby) return true;
+    state.on = true;
+    state.last_key = key.name;
+  }
+  return !was_on || key.action == nullptr || key.action->press(key.action->argument);
+}
+
+// ---- The command device ----
+
+constexpr std::string_view kReceive = "ir.rx.send ";
+constexpr std::size_t kLongestLine = 64;
+
+std::mutex device_lock;  // guards the line
+std::string line;        // what was typed since the last line end, at most one character too many
+
+void carry_out(std::string_view command) {
+  if (command.ends_with('\r')) command.remove_suffix(1);
+  if (command.starts_with(kReceive) && command.size() <= kLongestLine) {
+    const auto* const key = std::ranges::find(kKeys, command.substr(kReceive.size()), &Key::code);
+    if (key != std::end(kKeys)) {
+      press(*key);  // what could not be kept, the store has reported
+      return;
+    }
+  }
+  std::string shown(command.substr(0, kLongestLine));
+  std::ranges::replace_if(
+      shown, [](unsigned char c) { return std::isprint(c) == 0; }, '?');
+  std::fprintf(stderr, "dtv_tv: the command device knows no \"%s\"\n", shown.c_str());
+}
+
+boost::json::object report() {
+  boost::json::object answer;
+  remote_report(answer);
+  return answer;
+}
+
+boost::json::object list_keys() {
+  boost::json::array keys;
+  for (const Key& key : kKeys) {
+    keys.push_back({{"name", key.name}, {"code", key.code}, {"does", key.action == nullptr ? "" : key.action->help}});
+  }
+  return {{"keys", std::move(keys)}};
+}
+
+}  // namespace
+
+void dtv_tv_command(char character) {
+  std::string command;
+  {
+    const std::lock_guard guard(device_lock);
+    if (!store_is_open()) {
+      line.clear();
+      return;
+    }
+    if (character != '\n') {
+      if (line.size() <= kLongestLine) line += character;
+      return;
+    }
+    command.swap(line);
+  }
+  carry_out(command);
+}
+
+void remote_load() {
+  const std::lock_guard guard(state.lock);
+  state.on = true;
+  state.place = {.channel = store_read(kChannel), .previous = store_read(kPrevious), .source = store_read(kSource)};
+  state.number = -1;
+  state.last_key = "";
+}
+
+bool remote_reset() {
+  const std::lock_guard guard(state.lock);
+  if (!go(kFactory)) return false;
+  state.on = true;
+  state.number = -1;
+  state.last_key = "";
+  return true;
+}
+
+void remote_report(boost::json::object& answer) {
+  const std::lock_guard guard(state.lock);
+  answer["power"] = state.on ? "on" : "standby";
+  answer["channel"] = state.place.channel;
+  answer["source"] = kSources[state.place.source];
+  answer["key"] = state.last_key;
+}
+
+bool remote_is_on() {
+  const std::lock_guard guard(state.lock);
+  return state.on;
+}
+
+void remote_wake() {
+  const std::lock_guard guard(state.lock);
+  state.on = true;
+}
+
+void remote_standby() {
+  bool was_on = false;
+  {
+    const std::lock_guard guard(state.lock);
+    was_on = std::exchange(state.on, false);
+    state.number = -1;
+  }
+  clock_stop_sleep();
+  apps_end();
+  if (was_on) cec_standby();
+}
+
+void remote_show_hdmi(int input) {
+  const std::lock_guard guard(state.lock);
+  if (!state.on || input < 1 || input > kHdmiInputs) return;
+  Place wanted = state.place;
+  wanted.source = input;
+  go(wanted);
+}
+
+boost::json::object power_command(Words arguments) {
+  if (arguments.empty()) return report();
+  const std::string_view wanted = arguments[0];
+  if (wanted != "on" && wanted != "standby" && wanted != "toggle") {
+    return control_error("power takes on, standby or toggle, not \"" + std::string(wanted) + "\"");
+  }
+  if (wanted == "standby" || (wanted == "toggle" && remote_is_on())) {
+    remote_standby();
+  } else {
+    remote_wake();
+  }
+  return report();
+}
+
+boost::json::object key_command(Words arguments) {
+  if (arguments.empty()) return list_keys();
+  const auto* const key = std::ranges::find(kKeys, arguments[0], &Key::name);
+  if (key == std::end(kKeys)) {
+    return control_error("there is no key \"" + std::string(arguments[0]) + "\"; key without a name lists them");
+  }
+  return press(*key) ? report() : control_not_kept();
+}

@@ -1,0 +1,428 @@
+// USB sticks. A stick is a folder of the machine; it is mounted as a symbolic link to that folder, so that its files
+// are what an application sees under the mount point; it lies in the root (usb_root.h). The port says the rest: the
+// stick in port 1 is /dev/sda1, mounted at usb/sda1 of the state folder, that in port 27 is /dev/sdaa1. What is
+// inserted is kept in the store; the links are made anew when the set is switched on.
+//
+// There is one detection: starting another ends the first. When it has ended, no callback comes any more and none runs,
+// but for the one that ended it.
+#include <algorithm>
+#include <array>
+#include <boost/json.hpp>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <vector>
+
+#include "core/tv.h"
+#include "root.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::size_t kPorts = 32;
+constexpr std::size_t kLongestPath = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.path - 1;
+constexpr std::size_t kLongestLabel = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.label - 1;
+constexpr std::size_t kLongestFolder = 4096;  // a path of the machine
+constexpr int kMostEntries = 1000;            // of a folder, that a description looks at
+
+struct Stick {
+  std::string folder;  // empty: the port is free
+  std::string label;
+};
+
+using Callback = a_vextvapi_cb_usb_detect_nfy_fct;
+
+struct State {
+  std::mutex changing;           // one inserts or removes at a time, disk, links and root included; before the others
+  std::recursive_mutex telling;  // held while a callback runs, which may end the detection; taken before the lock
+  std::mutex lock;               // guards all that follows; held for moments only
+  std::string mounts;            // the folder of the links; changed while the set is switched on
+  std::array<Stick, kPorts> sticks;  // of port 1 onwards; changed under changing as well
+  UINT32 detection = 0;              // the running one's handle, 0: none
+  UINT32 last_detection = 0;
+  Callback callback = nullptr;
+  void* callback_tag = nullptr;
+};
+
+// Lives until the process ends, whatever thread still reads.
+State& state = *new State;
+
+// "sda1" for the first port, "sdaa1" for the 27th.
+std::string name_of(std::size_t index) {
+  std::string letters(1, static_cast<char>('a' + index % 26));
+  if (index >= 26) letters.insert(letters.begin(), static_cast<char>('a' + index / 26 - 1));
+  return "sd" + letters + "1";
+}
+
+std::string device_of(std::size_t index) { return "/dev/" + name_of(index); }
+
+std::string mount_point_of(std::size_t index) { return state.mounts + "/" + name_of(index); }
+
+UINT32 port_of(std::size_t index) { return static_cast<UINT32>(index + 1); }
+
+bool is_free(const Stick& stick) { return stick.folder.empty(); }
+
+// Says on stderr why a call is refused.
+INT32 refuse(const char* function, const std::string& why) {
+  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
+  return -1;
+}
+
+// ---- The store and the links; the caller holds state.changing ----
+
+struct StickKeys {
+  std::string folder;
+  std::string label;
+};
+
+StickKeys keys_of(std::size_t index) {
+  const std::string port = std::to_string(port_of(index));
+  return {.folder = "usb_folder_" + port, .label = "usb_label_" + port};
+}
+
+// What is in these ports from now on, in all or in none.
+bool keep(const std::vector<std::size_t>& ports, const Stick& stick) {
+  std::vector<StickKeys> keys;
+  std::ranges::transform(ports, std::back_inserter(keys), keys_of);
+  std::vector<SettingValue> values;
+  for (const StickKeys& each : keys) {
+    values.push_back({each.folder.c_str(), stick.folder});
+    values.push_back({each.label.c_str(), stick.label});
+  }
+  return store_write(values);
+}
+
+Stick kept(std::size_t index) {
+  const StickKeys keys = keys_of(index);
+  return {.folder = store_read(TextSetting{keys.folder.c_str(), "", kLongestFolder}),
+          .label = store_read(TextSetting{keys.label.c_str(), "", kLongestLabel})};
+}
+
+bool mount(std::size_t index, const std::string& folder, std::string& ret_error) {
+  const std::string place = mount_point_of(index);
+  if (place.size() > kLongestPath) {
+    ret_error = "the mount point " + place + " has " + std::to_string(place.size()) + " bytes; an application takes " +
+                std::to_string(kLongestPath) + ", so the state folder needs a shorter path";
+    return false;
+  }
+  std::error_code failed;
+  fs::create_directories(state.mounts, failed);
+  fs::create_directory_symlink(folder, place, failed);
+  if (failed) ret_error = "cannot make the mount point " + place + ": " + failed.message();
+  return !failed;
+}
+
+void unmount(std::size_t index) {
+  std::error_code gone;
+  fs::remove(mount_point_of(index), gone);
+}
+
+// Takes away what links the last run has left.
+void unmount_all() {
+  std::vector<fs::path> links;
+  std::error_code failed;
+  for (fs::directory_iterator entry(state.mounts, failed); !failed && entry != fs::directory_iterator();
+       entry.increment(failed)) {
+    std::error_code none;
+    if (entry->is_symlink(none)) links.push_back(entry->path());
+  }
+  for (const fs::path& link : links) fs::remove(link, failed);
+}
+
+// ---- Telling ----
+
+// The caller holds the lock. Whether the detection still runs is looked at again when the callback's turn has come.
+void tell(INT32 type, std::size_t index, const std::string& label) {
+  if (state.callback == nullptr) return;
+  events_post([type, port = port_of(index), device = device_of(index), path = mount_point_of(index), label,
+               detection = state.detection] {
+    const std::lock_guard telling(state.telling);
+    std::unique_lock guard(state.lock);
+    const Callback callback = state.detection == detection ? state.callback : nullptr;
+    void* const tag = state.callback_tag;
+    guard.unlock();
+    if (callback != nullptr) callback(type, tag, device.c_str(), path.c_str(), label.c_str(), port);
+  });
+}
+
+void put(std::size_t index, Stick stick) {
+  const std::lock_guard guard(state.lock);
+  Stick& place = state.sticks[index];
+  tell(is_free(stick) ? VEXTVAPI_USB_DETECT_UNMOUNTED : VEXTVAPI_USB_DETECT_MOUNTED, index,
+       is_free(stick) ? place.label : stick.label);
+  place = std::move(stick);
+}
+
+// ---- The control command ----
+
+boost::json::object shown(std::size_t index, const Stick& stick) {
+  return {{"device", device_of(index)},
+          {"port", port_of(index)},
+          {"label", stick.label},
+          {"path", mount_point_of(index)},
+          {"folder", stick.folder}};
+}
+
+// At most so many bytes, and no character cut in two.
+std::string cut(std::string text, std::size_t longest) {
+  if (text.size() <= longest) return text;
+  while (longest > 0 && (static_cast<unsigned char>(text[longest]) & 0xC0) == 0x80) --longest;
+  text.resize(longest);
+  return text;
+}
+
+// Why a folder is not there that the caller may see: what the host sees of / is how that was at its start.
+std::string not_found(std::string_view given, const std::error_code& why) {
+  std::string text = "the folder \"" + std::string(given) + "\" cannot be found: " + why.message();
+  std::error_code none;
+  const fs::path first = "/" / *fs::path(given).relative_path().begin();
+  if (usb_root() == "/" && why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
+    text += "; a folder made in / after the host's start is not seen";
+  return text;
+}
+
+// The refusal of a path that is not in the root: the same text whether it exists or not.
+std::string outside() {
+  if (usb_root().empty()) return "no folder can become a USB stick: the set was started without a folder for them";
+  return "only a folder in " + usb_root() + " can become a USB stick";
+}
+
+boost::json::object insert_stick(std::string_view given, Words label) {
+  const std::lock_guard guard(state.changing);
+  const std::string quoted = "\"" + std::string(given) + "\"";
+  if (!given.starts_with('/')) return control_error("the folder " + quoted + " is not named by its whole path");
+  const UsbPlace found = usb_place(given);
+  if (!found.inside) return control_error(outside());
+  if (found.failed) return control_error(not_found(given, found.failed));
+  const fs::path folder = found.folder;
+  std::error_code failed;
+  if (!fs::is_directory(folder, failed)) return control_error(quoted + " is no folder");
+  Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
+  if (!store_is_text(stick.folder)) return control_error("the name of the folder " + quoted + " is not in UTF-8");
+  if (!label.empty()) {
+    stick.label = label[0];
+    if (label[0].empty() || label[0].size() > kLongestLabel || !store_is_text(label[0])) {
+      return control_error("a label is a text of 1 to " + std::to_string(kLongestLabel) + " bytes in UTF-8, not \"" +
+                           std::string(label[0]) + "\"");
+    }
+  }
+
+  const auto same = std::ranges::find(state.sticks, stick.folder, &Stick::folder);
+  if (same != state.sticks.end()) {
+    const auto index = static_cast<std::size_t>(same - state.sticks.begin());
+    return control_error("the folder " + stick.folder + " is inserted already, as " + device_of(index));
+  }
+  const auto place = std::ranges::find_if(state.sticks, is_free);
+  if (place == state.sticks.end()) {
+    return control_error("the set has " + std::to_string(kPorts) + " ports for sticks, and all are taken");
+  }
+  const auto index = static_cast<std::size_t>(place - state.sticks.begin());
+  std::string problem;
+  if (!mount(index, stick.folder, problem)) return control_error(problem);
+  if (!keep({index}, stick)) {
+    unmount(index);
+    return control_not_kept();
+  }
+  boost::json::object answer = shown(index, stick);
+  put(index, std::move(stick));
+  return answer;
+}
+
+// The ports of the sticks that a viewer names, by device, label, folder or mount point, or as "all".
+std::vector<std::size_t> named(std::string_view name) {
+  const std::string folder = name.starts_with('/') ? usb_place(name).folder : "";
+  std::vector<std::size_t> found;
+  for (std::size_t index = 0; index < kPorts; ++index) {
+    const Stick& stick = state.sticks[index];
+    if (is_free(stick)) continue;
+    if (name == "all" || name == device_of(index) || name == name_of(index) || name == stick.label ||
+        name == mount_point_of(index) || folder == stick.folder) {
+      found.push_back(index);
+    }
+  }
+  return found;
+}
+
+boost::json::object remove_sticks(std::string_view name) {
+  const std::lock_guard guard(state.changing);
+  const std::vector<std::size_t> found = named(name);
+  if (name != "all" && found.size() != 1) {
+    std::string which;
+    for (const std::size_t index : found) which += (which.empty() ? "" : ", ") + device_of(index);
+    return control_error(found.empty() ? "there is no stick \"" + std::string(name) + "\"; stick list shows them"
+                                       : "\"" + std::string(name) + "\" means more than one stick: " + which);
+  }
+  if (!keep(found, {})) return control_not_kept();
+  boost::json::array removed;
+  for (const std::size_t index : found) {
+    unmount(index);
+    removed.push_back(shown(index, state.sticks[index]));
+    put(index, {});
+  }
+  return {{"removed", std::move(removed)}};
+}
+
+boost::json::object list_sticks() {
+  boost::json::array sticks;
+  const std::lock_guard guard(state.lock);
+  for (std::size_t index = 0; index < kPorts; ++index)
+    if (!is_free(state.sticks[index])) sticks.push_back(shown(index, state.sticks[index]));
+  return {{"sticks", std::move(sticks)}};
+}
+
+// ---- Descriptions ----
+
+// As the makers of sticks count: 1 kB is 1000 bytes.
+std::string size_text(std::uintmax_t bytes) {
+  if (bytes < 1000) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
+  auto amount = static_cast<double>(bytes);
+  const char* unit = "";
+  for (const char* const next : {"kB", "MB", "GB", "TB"}) {
+    if (amount < 999.95) break;
+    amount /= 1000;
+    unit = next;
+  }
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f %s", amount, unit);
+  return text;
+}
+
+// What the folder itself holds; what its own folders hold is not looked at.
+bool describe(const std::string& folder, std::string& ret_text) {
+  std::error_code failed;
+  std::uintmax_t files = 0, bytes = 0;
+  int left = kMostEntries;
+  fs::directory_iterator entry(folder, failed);
+  for (; !failed && entry != fs::directory_iterator() && left > 0; entry.increment(failed), --left) {
+    std::error_code unreadable;
+    if (!entry->is_regular_file(unreadable)) continue;
+    const std::uintmax_t size = entry->file_size(unreadable);
+    ++files;
+    if (!unreadable) bytes += size;
+  }
+  if (failed) return false;
+  const std::string bound = entry == fs::directory_iterator() ? "" : "at least ";
+  ret_text = "USB storage, " + bound + std::to_string(files) + (files == 1 ? " file, " : " files, ") + bound +
+             size_text(bytes);
+  return true;
+}
+
+// The caller holds the lock.
+bool runs(const char* function, UINT32 handle) {
+  if (handle != 0 && handle == state.detection) return true;
+  refuse(function, "there is no detection " + std::to_string(handle));
+  return false;
+}
+
+}  // namespace
+
+UINT32 a_vextvapi_cb_usb_detect_init() {
+  const std::lock_guard telling(state.telling);
+  const std::lock_guard guard(state.lock);
+  if (++state.last_detection == 0) ++state.last_detection;
+  state.callback = nullptr;
+  return state.detection = state.last_detection;
+}
+
+INT32 a_vextvapi_cb_usb_detect_register_callback(UINT32 handle, Callback callback, void* tag) {
+  const std::lock_guard guard(state.lock);
+  if (!runs(__func__, handle)) return -1;
+  state.callback = callback;
+  state.callback_tag = tag;
+  return 0;
+}
+
+INT32 a_vextvapi_cb_usb_detect_deinit(UINT32 handle) {
+  const std::lock_guard telling(state.telling);
+  const std::lock_guard guard(state.lock);
+  if (!runs(__func__, handle)) return -1;
+  state.detection = 0;
+  state.callback = nullptr;
+  return 0;
+}
+
+INT32 a_vextvapi_cb_usb_detect_getUsbMountedCount(UINT32 handle, INT32* count) {
+  const std::lock_guard guard(state.lock);
+  if (!runs(__func__, handle) || count == nullptr) return -1;
+  *count = static_cast<INT32>(kPorts - static_cast<std::size_t>(std::ranges::count_if(state.sticks, is_free)));
+  return 0;
+}
+
+INT32 a_vextvapi_cb_usb_detect_getUsbMountedInfo(UINT32 handle, VEXTVAPI_USB_MOUNT_INFO_T* list, INT32 first,
+                                                 INT32* count) {
+  const std::lock_guard guard(state.lock);
+  if (!runs(__func__, handle) || list == nullptr || count == nullptr || first < 0 || *count < 0) return -1;
+  INT32 met = 0, given = 0;
+  for (std::size_t index = 0; index < kPorts && given < *count; ++index) {
+    const Stick& stick = state.sticks[index];
+    if (is_free(stick) || met++ < first) continue;
+    VEXTVAPI_USB_MOUNT_INFO_T& entry = list[given++] = {};
+    std::strncpy(entry.dev, device_of(index).c_str(), sizeof entry.dev - 1);
+    std::strncpy(entry.path, mount_point_of(index).c_str(), sizeof entry.path - 1);
+    std::strncpy(entry.label, stick.label.c_str(), sizeof entry.label - 1);
+    entry.port = port_of(index);
+  }
+  *count = given;
+  return 0;
+}
+
+INT32 a_vextvapi_cb_usb_detect_devDesc(UINT32 handle, const char* mount_point, char* description, INT32 size) {
+  std::unique_lock guard(state.lock);
+  if (!runs(__func__, handle) || mount_point == nullptr || description == nullptr) return -1;
+  std::string folder;
+  for (std::size_t index = 0; index < kPorts; ++index)
+    if (!is_free(state.sticks[index]) && mount_point_of(index) == mount_point) folder = state.sticks[index].folder;
+  guard.unlock();
+  if (folder.empty()) return refuse(__func__, "no stick is mounted at \"" + std::string(mount_point) + "\"");
+  std::string text;
+  if (!describe(folder, text)) return refuse(__func__, "the folder " + folder + " cannot be read");
+  if (size < 0 || text.size() >= static_cast<std::size_t>(size)) {
+    return refuse(__func__, "the description has " + std::to_string(text.size()) +
+                                " bytes and a terminator; there is room for " + std::to_string(size));
+  }
+  std::memcpy(description, text.c_str(), text.size() + 1);
+  return 0;
+}
+
+void usb_load() {
+  const std::scoped_lock guard(state.changing, state.lock);
+  state.mounts = tv_folder() + "/usb";
+  usb_root_load();
+  // Whoever listens starts a detection after the set was switched on.
+  state.detection = 0;
+  state.callback = nullptr;
+  unmount_all();
+  for (std::size_t index = 0; index < kPorts; ++index) {
+    Stick& stick = state.sticks[index] = kept(index);
+    if (is_free(stick)) continue;
+    const UsbPlace found = usb_place(stick.folder);
+    std::error_code none;
+    std::string problem = found.inside ? "there is no folder " + stick.folder : outside();
+    if (found.inside && fs::is_directory(found.folder, none) && mount(index, stick.folder, problem)) continue;
+    std::fprintf(stderr, "dtv_tv: the stick \"%s\" is no longer inserted: %s\n", stick.label.c_str(), problem.c_str());
+    stick = {};
+    keep({index}, stick);
+  }
+}
+
+bool usb_reset() { return !remove_sticks("all").contains("error"); }
+
+// Nothing while no stick is inserted, as in a new set.
+void usb_report(boost::json::object& answer) {
+  boost::json::object sticks;
+  const std::lock_guard guard(state.lock);
+  for (std::size_t index = 0; index < kPorts; ++index)
+    if (!is_free(state.sticks[index])) sticks[device_of(index)] = state.sticks[index].folder;
+  if (!sticks.empty()) answer["sticks"] = std::move(sticks);
+}
+
+boost::json::object stick_command(Words arguments) {
+  const std::string_view action = arguments.empty() ? "list" : arguments[0];
+  if (action == "list" && arguments.size() <= 1) return list_sticks();
+  if (action == "insert" && arguments.size() >= 2) return insert_stick(arguments[1], arguments.subspan(2));
+  if (action == "remove" && arguments.size() == 2) return remove_sticks(arguments[1]);
+  return control_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, or list");
+}

@@ -1,0 +1,159 @@
+// Volume and mute. The scale is 0 to 100, a step is 1. The TV API changes what it names and nothing else; the remote
+// control, as on any set, also unmutes when it raises the volume.
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
+#include <charconv>
+#include <cstdio>
+#include <mutex>
+
+#include "core/tv.h"
+
+namespace {
+
+constexpr Setting kLevel{.key = "volume", .factory = 20, .minimum = 0, .maximum = 100};
+constexpr Setting kMute{.key = "mute", .factory = 0, .minimum = 0, .maximum = 1};
+
+struct alignas(8) Volume {  // read and written in one piece
+  INT32 level;
+  INT32 mute;  // 0 not muted, 1 muted
+  bool operator==(const Volume&) const = default;
+};
+
+constexpr Volume kFactory{.level = kLevel.factory, .mute = kMute.factory};
+
+std::atomic<Volume> volume = kFactory;  // changed under the lock only; read without, so that no read waits for the disk
+
+std::mutex lock;  // makes changes one after the other; guards all that follow
+a_vextvapi_volctrl_nfy_fct callback = nullptr;
+void* callback_tag = nullptr;
+
+void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
+
+// Keeps the wanted state, then tells of it; nothing at all when it is the present one. The caller holds the lock.
+INT32 change(const Volume& wanted) {
+  if (wanted == volume.load()) return 0;
+  const SettingValue values[] = {{kLevel.key, wanted.level}, {kMute.key, wanted.mute}};
+  if (!store_write(values)) return -1;
+  volume = wanted;
+  if (callback != nullptr) {
+    events_post([fct = callback, tag = callback_tag, wanted] {
+      fct(0, tag, word(wanted.level), word(wanted.mute), nullptr, nullptr);
+    });
+  }
+  return 0;
+}
+
+// The level a step further. The caller holds the lock, here and below.
+INT32 level_by(INT32 by) { return std::clamp<INT32>(volume.load().level + by, kLevel.minimum, kLevel.maximum); }
+
+INT32 step(INT32 by) {
+  const std::lock_guard guard(lock);
+  return change({.level = level_by(by), .mute = volume.load().mute});
+}
+
+// What the volume keys do.
+INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.load().mute}); }
+
+INT32 switch_mute(bool mute) { return change({.level = volume.load().level, .mute = mute ? 1 : 0}); }
+
+boost::json::object answer(INT32 result) {
+  if (result != 0) return control_not_kept();
+  boost::json::object report;
+  volume_report(report);
+  return report;
+}
+
+}  // namespace
+
+INT32 a_vextvapi_volctrl_getVolume() { return volume.load().level; }
+
+INT32 a_vextvapi_volctrl_getMute() { return volume.load().mute; }
+
+INT32 a_vextvapi_volctrl_setVolume(INT16 wanted) {
+  if (wanted < kLevel.minimum || wanted > kLevel.maximum) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setVolume: %d is not within %d to %d\n", wanted,
+                 static_cast<int>(kLevel.minimum), static_cast<int>(kLevel.maximum));
+    return -1;
+  }
+  const std::lock_guard guard(lock);
+  return change({.level = wanted, .mute = volume.load().mute});
+}
+
+INT32 a_vextvapi_volctrl_incrVolume() { return step(1); }
+
+INT32 a_vextvapi_volctrl_decrVolume() { return step(-1); }
+
+INT32 a_vextvapi_volctrl_setMute(UINT8 wanted) {
+  if (wanted > kMute.maximum) {
+    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setMute: %d is neither 0 nor 1\n", wanted);
+    return -1;
+  }
+  const std::lock_guard guard(lock);
+  return change({.level = volume.load().level, .mute = wanted});
+}
+
+INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct fct, void* tag) {
+  const std::lock_guard guard(lock);
+  callback = fct;
+  callback_tag = tag;
+  return 0;
+}
+
+void volume_load() {
+  const std::lock_guard guard(lock);
+  volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
+}
+
+bool volume_reset() {
+  const std::lock_guard guard(lock);
+  return change(kFactory) == 0;
+}
+
+void volume_report(boost::json::object& answer) {
+  const auto [level, mute] = volume.load();
+  answer["volume"] = level;
+  answer["mute"] = mute != 0;
+}
+
+bool volume_press(int by) {
+  const std::lock_guard guard(lock);
+  return turn_to(level_by(by), by > 0) == 0;
+}
+
+bool mute_press() {
+  const std::lock_guard guard(lock);
+  return switch_mute(volume.load().mute == 0) == 0;
+}
+
+boost::json::object volume_command(Words arguments) {
+  if (arguments.empty()) return answer(0);
+  const std::string_view wanted = arguments[0];
+  INT32 level = 0;
+  std::unique_lock guard(lock);
+  if (wanted == "up" || wanted == "down") {
+    level = level_by(wanted == "up" ? 1 : -1);
+  } else {
+    const auto [end, failed] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), level);
+    if (failed != std::errc() || end != wanted.data() + wanted.size() || level < kLevel.minimum ||
+        level > kLevel.maximum) {
+      return control_error("volume takes up, down or a number from " + std::to_string(kLevel.minimum) + " to " +
+                           std::to_string(kLevel.maximum) + ", not \"" + std::string(wanted) + "\"");
+    }
+  }
+  const INT32 result = turn_to(level, wanted == "up" || level > volume.load().level);
+  guard.unlock();
+  return answer(result);
+}
+
+boost::json::object mute_command(Words arguments) {
+  if (arguments.empty()) return answer(0);
+  const std::string_view wanted = arguments[0];
+  if (wanted != "on" && wanted != "off" && wanted != "toggle") {
+    return control_error("mute takes on, off or toggle, not \"" + std::string(wanted) + "\"");
+  }
+  std::unique_lock guard(lock);
+  const INT32 result = switch_mute(wanted == "toggle" ? volume.load().mute == 0 : wanted == "on");
+  guard.unlock();
+  return answer(result);
+}
