@@ -30,15 +30,17 @@ RULES = {
     MAIN: ([HANDLERS, UTIL, "inc/"], "tv_ctrl_main sees the handlers, tv_ctrl_util and inc/, but not tv_ctrl_api"),
     HANDLERS: ([UTIL, "inc/"], "handlers see tv_ctrl_util and inc/, and reach back only through inc/tv_ctrl_main.h"),
     UTIL: (SHARED, "tv_ctrl_util includes nothing else of src/ and no platform function"),
-    "tap/": (["inc/"], "the tap sees only inc/"),
-    "tv/": (["inc/", "tests/unit/tv/"], "the virtual television sees only inc/, its tests also what tests/unit/tv/ shares"),
+    "base/": ([], "the shared text functions know nothing else of the project"),
+    "tap/": (["inc/", "base/"], "the tap sees only inc/ and base/"),
+    "tv/": (["inc/", "base/", "tests/unit/tv/"],
+            "the virtual television sees only inc/ and base/, its tests also what tests/unit/tv/ shares"),
     "i18n/": ([], "a language library sees only its catalogue"),
     "sandbox/": ([], "the private view of the machine's files knows nothing else of the project"),
-    "host/": (["inc/", "sandbox/"], "the host sees only inc/ and sandbox/"),
-    "cli/": (["inc/", "host/stack.h", "host/private_paths.h", "host/nearest.h", "host/json_text.h"],
-             "the command line sees only inc/, what --local takes of host/, and the host's two text helpers"),
+    "host/": (["inc/", "base/", "sandbox/"], "the host sees only inc/, base/ and sandbox/"),
+    "cli/": (["inc/", "base/", "host/stack.h", "host/private_paths.h", "host/nearest.h", "host/json_text.h"],
+             "the command line sees only inc/, base/, what --local takes of host/, and the host's two text helpers"),
 }
-TOP_FOLDERS = ["src", "inc", ".", "tap", "tv", "i18n", "sandbox", "host", "cli", "bench", "tests"]
+TOP_FOLDERS = ["src", "inc", ".", "base", "tap", "tv", "i18n", "sandbox", "host", "cli", "bench", "tests"]
 
 
 def matches(path, entry):

@@ -7,7 +7,7 @@ from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
 # What runs in every build; `make arm` has these. The others need the virtual television and the host.
-PLUGIN_TESTS = ["unit_test", "tap_test", "load_test", "race_test"]
+PLUGIN_TESTS = ["base_test", "unit_test", "tap_test", "load_test", "race_test"]
 DESK_TESTS = ["tv_test", "host_test"]
 # The emulator has threads of its own, with which only the superuser gets the file systems that a case wants; unshare
 # makes one of whoever runs it.

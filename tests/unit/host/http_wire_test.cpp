@@ -1,12 +1,13 @@
 // HTTP as bytes: where one request ends and the next begins, however the bytes are cut, and what is refused because
 // that cannot be known. tests/system has the suite over the wire.
+#include "http_wire.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "bounds.h"
-#include "http_wire.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Who may talk to the host.
+#include "policy.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include "policy.h"
 
 namespace {
 

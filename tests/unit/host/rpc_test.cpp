@@ -1,4 +1,6 @@
 // JSON-RPC and plain HTTP, without sockets and without a plugin.
+#include "rpc.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -6,7 +8,6 @@
 
 #include "bounds.h"
 #include "http.h"
-#include "rpc.h"
 
 namespace {
 

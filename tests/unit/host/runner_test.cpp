@@ -1,4 +1,6 @@
 // Who runs calls: inline while they are quick, on another thread's back when they are slow.
+#include "runner.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -6,8 +8,6 @@
 #include <condition_variable>
 #include <cstring>
 #include <thread>
-
-#include "runner.h"
 
 namespace {
 

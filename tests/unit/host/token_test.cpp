@@ -1,4 +1,6 @@
 // The file with the token.
+#include "token.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,7 +10,6 @@
 #include <string>
 
 #include "stack.h"
-#include "token.h"
 
 namespace fs = std::filesystem;
 

@@ -1,11 +1,11 @@
 // WebSocket as bytes: what comes in is read alike however it is cut, and what breaks the protocol ends the connection
 // with the right code. tests/system has the suite over the wire.
+#include "ws_wire.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include "ws_wire.h"
 
 namespace {
 

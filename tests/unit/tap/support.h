@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "contract.h"
 #include "dtv_tap.h"
 #include "tap/json.h"
-#include "contract.h"
 
 struct TapLines {
   std::mutex lock;

@@ -1,6 +1,7 @@
 // Subscriptions to events of channels and the guide.
-#include "support.h"
 #include "tvapi/broadcast.h"
+
+#include "support.h"
 #include "tvapi/channel.h"
 #include "tvapi/guide.h"
 

@@ -1,8 +1,8 @@
 // Damaged databases: a flipped bit never yields a wrong value without a message.
 #include <random>
 
-#include "tv/rooms/config/config_test.h"
 #include "store_support.h"
+#include "tv/rooms/config/config_test.h"
 
 namespace {
 

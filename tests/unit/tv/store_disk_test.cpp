@@ -9,9 +9,9 @@
 #include <mutex>
 #include <thread>
 
-#include "tv/rooms/config/config_test.h"
 #include "disk.h"
 #include "store_support.h"
+#include "tv/rooms/config/config_test.h"
 
 namespace {
 

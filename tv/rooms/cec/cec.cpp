@@ -4,8 +4,6 @@
 // The viewer's switch is the configuration's; the manager has one of its own. While either is off the set neither hears
 // nor says anything; the devices do not care. Where they are plugged and whether they are on is not kept: it is as new
 // whenever the set is switched on.
-#include "bus.h"
-
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
@@ -17,6 +15,8 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+
+#include "bus.h"
 
 namespace {
 

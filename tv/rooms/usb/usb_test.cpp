@@ -1,4 +1,6 @@
 // USB sticks: what the control inserts and removes, what a detection tells and answers, what stays over a restart.
+#include "usb_test.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,8 +13,6 @@
 #include <mutex>
 #include <thread>
 #include <vector>
-
-#include "usb_test.h"
 
 namespace {
 
