@@ -1,13 +1,7 @@
 // Channels, the guide, media and the playback of recordings have no room: their functions answer failure. The
 // exceptions are here: what a start needs is accepted, so that it has nothing to complain about, and functions whose
 // result is a fact say what is so. Nothing raises an event, and no callback is kept.
-#include "core/tv.h"
-#include "tvapi/broadcast.h"
-#include "tvapi/cbrowser.h"
-#include "tvapi/channel.h"
-#include "tvapi/guide.h"
-#include "tvapi/playback.h"
-#include "tvapi/pus.h"
+#include "core/contract.h"
 
 INT32 a_vextvapi_channellist_register_callback(a_vextvapi_channellist_nfy_fct callback, void*) {
   return callback ? 0 : -1;

@@ -1,65 +1,107 @@
-// The control interface: one table of commands.
+// The control interface: finds the command, whether it is the set's own or a room's, and runs it.
 #include <algorithm>
 #include <boost/json.hpp>
+#include <cctype>
 #include <cstring>
 #include <exception>
+#include <string>
 #include <vector>
 
-#include "core/tv.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/set.h"
+#include "core/store.h"
+#include "dtv_tv.h"
 
 namespace {
 
-boost::json::object state_command(Words) {
+boost::json::object state_command(Arguments) {
   boost::json::object answer;
-  for (const Room& room : rooms()) room.report(answer);
+  for (const Room* const room : rooms())
+    if (room->report != nullptr) room->report(answer);
   return answer;
 }
 
-boost::json::object reset_command(Words) { return tv_reset() ? state_command({}) : control_not_kept(); }
+boost::json::object reset_command(Arguments) { return set_reset() ? state_command({}) : reply_not_kept(); }
 
-boost::json::object help_command(Words);
+boost::json::object help_command(Arguments arguments);
 
-struct Command {
-  std::string_view name;
-  std::string_view arguments;
-  std::size_t most_arguments;
-  std::string_view help;
-  boost::json::object (*run)(Words arguments);
-};
-
-constexpr Command kCommands[] = {
-    {"volume", "[N|up|down]", 1, "Turns the volume (0 to 100) as the remote control does: raising it also unmutes",
-     volume_command},
-    {"mute", "[on|off|toggle]", 1, "Presses the mute key", mute_command},
-    {"config", "[WORD|KEY [VALUE]]", 2,
-     "Lists the configuration, or what has WORD in its key or help; shows one value; changes it as the menu does",
-     config_command},
-    {"key", "[NAME]", 1, "Presses a key of the remote control, or lists the keys", key_command},
-    {"power", "[on|standby|toggle]", 1, "Wakes the set or puts it in standby", power_command},
-    {"clock", "[set TIME|zone NAME|sleep SECONDS]", 2,
-     "Shows the clock; sets it (machine: back to the machine's); chooses the zone; starts the sleep timer, or stops it",
-     clock_command},
-    {"app", "", 0, "Shows what runs besides television: HbbTV, the portal, the set's own applications", app_command},
-    {"cec", "[play|standby|unplug|plug DEVICE|send DEVICE OPCODE [BYTE...]|frames]", 17,
-     "Lists the devices at HDMI; has one played, put into standby, pulled out or plugged in, or send a message; lists "
-     "the bus's latest frames",
-     cec_command},
-    {"stick", "insert DIR [LABEL]|remove DEV|LABEL|DIR|all|list", 3,
-     "Inserts a folder as a USB stick, pulls sticks out, lists them; they stay inserted when the set is switched off",
-     stick_command},
-    {"network", "[lose|restore]", 1,
-     "Shows the network's interfaces; lose pretends that the cable is pulled, until restore", network_command},
+constexpr Command kSetCommands[] = {
     {"state", "", 0, "Reports what the set knows; of the configuration, what differs from a new set", state_command},
     {"reset", "", 0, "Puts the set back into the factory's state", reset_command},
-    {"help", "", 0, "Lists these commands", help_command},
+    {"help", "[COMMAND [WORD...]]", 17, "Lists these commands; of one, also what may come next", help_command},
 };
 
-boost::json::object help_command(Words) {
-  boost::json::array commands;
-  for (const Command& command : kCommands) {
-    commands.push_back({{"name", command.name}, {"arguments", command.arguments}, {"help", command.help}});
+// The rooms' commands, then the set's own.
+std::vector<const Command*> all_commands() {
+  std::vector<const Command*> commands;
+  for (const Room* const room : rooms())
+    for (const Command& command : room->commands) commands.push_back(&command);
+  for (const Command& command : kSetCommands) commands.push_back(&command);
+  return commands;
+}
+
+const Command* find_command(std::string_view name) {
+  const std::vector<const Command*> commands = all_commands();
+  const auto found = std::ranges::find(commands, name, &Command::name);
+  return found == commands.end() ? nullptr : *found;
+}
+
+boost::json::object no_command(std::string_view name) {
+  std::string known;
+  for (const Command* const each : all_commands()) known += (known.empty() ? "" : ", ") + std::string(each->name);
+  return reply_error("there is no command " + quoted(name) + "; there are: " + known);
+}
+
+std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
+  std::vector<std::string_view> parts;
+  for (std::size_t end = 0; end != std::string_view::npos; text.remove_prefix(std::min(text.size(), end))) {
+    end = text.find(separator);
+    parts.push_back(text.substr(0, end));
+    if (end != std::string_view::npos) end += separator.size();
   }
-  return {{"commands", std::move(commands)}};
+  return parts;
+}
+
+// The choices for the word that comes after these: what the command's forms that begin so have in its place.
+std::vector<std::string> next_words(const Command& command, Arguments given) {
+  std::string arguments;  // without its brackets
+  std::ranges::remove_copy_if(command.arguments, std::back_inserter(arguments),
+                              [](char c) { return c == '[' || c == ']'; });
+  std::vector<std::string> next;
+  for (const std::string_view form : split(arguments, " | ")) {
+    const std::vector<std::string_view> places = split(form, " ");
+    if (given.size() >= places.size()) continue;
+    bool fits = true;
+    for (std::size_t i = 0; i < given.size(); ++i) {
+      const std::vector<std::string_view> choices = split(places[i], "|");
+      const bool names_a_value = std::ranges::any_of(
+          choices, [](std::string_view choice) { return std::isupper(static_cast<unsigned char>(choice[0])) != 0; });
+      fits = fits && (names_a_value || std::ranges::find(choices, given[i]) != choices.end());
+    }
+    for (const std::string_view choice : fits ? split(places[given.size()], "|") : std::vector<std::string_view>())
+      if (!choice.empty() && std::ranges::find(next, choice) == next.end()) next.emplace_back(choice);
+  }
+  return next;
+}
+
+boost::json::object shown(const Command& command) {
+  return {{"name", command.name}, {"arguments", command.arguments}, {"help", command.help}};
+}
+
+boost::json::object help_command(Arguments arguments) {
+  boost::json::array commands;
+  if (arguments.empty()) {
+    for (const Command* const command : all_commands()) commands.push_back(shown(*command));
+    return {{"commands", std::move(commands)}};
+  }
+  const Command* const command = find_command(arguments[0]);
+  if (command == nullptr) return no_command(arguments[0]);
+  boost::json::array next;
+  for (const std::string& word : next_words(*command, arguments.subspan(1)))
+    next.push_back(boost::json::object{{"word", word}});
+  commands.push_back(shown(*command));
+  return {{"commands", std::move(commands)}, {"next", std::move(next)}};
 }
 
 std::string usage(const Command& command) {
@@ -71,33 +113,24 @@ boost::json::object run(std::string_view text) {
   const boost::json::value parsed = boost::json::parse(text, failed);
   const boost::json::array* array = failed ? nullptr : parsed.if_array();
   if (array == nullptr || array->empty()) {
-    return control_error("a command is a JSON array of words, for example [\"volume\",\"up\"]");
+    return reply_error("a command is a JSON array of words, for example [\"volume\",\"up\"]");
   }
   std::vector<std::string_view> words;
   for (const boost::json::value& word : *array) {
-    if (!word.is_string()) return control_error("each word of a command is a JSON string, as in [\"volume\",\"23\"]");
+    if (!word.is_string()) return reply_error("each word of a command is a JSON string, as in [\"volume\",\"23\"]");
     words.emplace_back(word.get_string());
   }
-  const auto* const command = std::ranges::find(kCommands, words[0], &Command::name);
-  if (command == std::end(kCommands)) {
-    std::string known;
-    for (const Command& each : kCommands) known += (known.empty() ? "" : ", ") + std::string(each.name);
-    return control_error("there is no command \"" + std::string(words[0]) + "\"; there are: " + known);
-  }
-  const Words arguments = Words(words).subspan(1);
+  const Command* const command = find_command(words[0]);
+  if (command == nullptr) return no_command(words[0]);
+  const Arguments arguments = Arguments(words).subspan(1);
   if (arguments.size() > command->most_arguments) {
-    return control_error("\"" + std::string(arguments[command->most_arguments]) +
-                         "\" is too much; usage: " + usage(*command));
+    return reply_error(quoted(arguments[command->most_arguments]) + " is too much; usage: " + usage(*command));
   }
-  if (!store_is_open()) return control_error("the set is off");
+  if (!store_is_open()) return reply_error("the set is off");
   return command->run(arguments);
 }
 
 }  // namespace
-
-boost::json::object control_error(std::string text) { return {{"error", std::move(text)}}; }
-
-boost::json::object control_not_kept() { return control_error("the change could not be kept; the set's log says why"); }
 
 char* dtv_tv_control(const char* command) {
   try {

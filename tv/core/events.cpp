@@ -1,3 +1,5 @@
+#include "core/events.h"
+
 #include <pthread.h>
 
 #include <condition_variable>
@@ -5,8 +7,6 @@
 #include <mutex>
 #include <thread>
 #include <utility>
-
-#include "core/tv.h"
 
 namespace {
 

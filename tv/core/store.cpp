@@ -1,17 +1,17 @@
 // The set's memory. Values are written through: each write is one transaction in WAL mode, so that the end of the
 // process loses nothing. By default SQLite syncs it, so that a power cut loses nothing that a call has acknowledged;
 // with dtv_tv_on_kept the sync thread does, and says so.
-#include "core/store.h"
-
 #include <algorithm>
 #include <boost/crc.hpp>
-#include <boost/json.hpp>
 #include <cstdio>
 #include <iterator>
 #include <mutex>
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include "base/text.h"
+#include "core/store_parts.h"
 
 namespace {
 
@@ -24,7 +24,6 @@ struct State {
   StoredValues factory;   // of the keys that were read
   bool deferred = false;  // SQLite does not sync changes
   int log_pages = 0;
-  Statement begin, insert, commit;  // of the open database
 };
 
 // Lives until the process ends, whatever thread still writes.
@@ -38,17 +37,11 @@ int note_commit(void*, sqlite3* db, const char*, int pages) {
   return SQLITE_OK;
 }
 
-bool run(sqlite3_stmt* statement) {
-  const int result = sqlite3_step(statement);
-  sqlite3_reset(statement);
-  return result == SQLITE_DONE;
-}
-
 // Whether SQLite leaves it to the sync thread to sync changes. False when that could not be set.
 bool set_deferred(bool wanted) {
   if (wanted == state.deferred) return true;
   const char* const sql = wanted ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL";
-  if (store_execute(state.files.database, sql) != SQLITE_OK) return false;
+  if (database_execute(state.files.database.handle, sql) != SQLITE_OK) return false;
   state.deferred = wanted;
   return true;
 }
@@ -71,17 +64,19 @@ bool is_present(const SettingValue& wanted) {
 // an empty text. The caller holds the lock.
 template <typename Changes>
 std::string transact(Changes changes) {
-  sqlite3* const db = state.files.database;
+  Database& database = state.files.database;
+  sqlite3* const db = database.handle;
   if (const int failure = sync_failure(); failure != 0) {
     return "the disk has failed (" + error_text(failure) + "); start the set again";
   }
   const bool defer = sync_is_deferred();
   if (!set_deferred(defer)) return sqlite3_errmsg(db);
   std::string problem;
-  const bool done =
-      run(state.begin.get()) && changes() && (problem = files_problem(state.files)).empty() && run(state.commit.get());
+  const bool done = database_run(database_statement(database, "BEGIN IMMEDIATE")) && changes() &&
+                    (problem = files_problem(state.files)).empty() &&
+                    database_run(database_statement(database, "COMMIT"));
   if (!done && problem.empty()) problem = sqlite3_errmsg(db);
-  if (sqlite3_get_autocommit(db) == 0) store_execute(db, "ROLLBACK");
+  if (sqlite3_get_autocommit(db) == 0) database_execute(db, "ROLLBACK");
   if (!done) return problem;
   if (const int failure = sync_written(!defer, state.log_pages); failure != 0) return error_text(failure);
   return defer ? "" : files_problem(state.files);  // else the sync thread looks again
@@ -92,20 +87,15 @@ bool report(const std::string& problem) {
   return problem.empty();
 }
 
-bool is_off() {
-  if (state.files.database == nullptr) std::fprintf(stderr, "dtv_tv: the set is off; nothing is changed\n");
-  return state.files.database == nullptr;
+bool is_open() { return state.files.database.handle != nullptr; }
+
+// For a change; reported where the set is off.
+bool can_change() {
+  if (!is_open()) std::fprintf(stderr, "dtv_tv: the set is off; nothing is changed\n");
+  return is_open();
 }
 
 }  // namespace
-
-Statement store_prepare(sqlite3* db, const char* sql) {
-  sqlite3_stmt* statement = nullptr;
-  sqlite3_prepare_v2(db, sql, -1, &statement, nullptr);
-  return Statement(statement);
-}
-
-int store_execute(sqlite3* db, const char* sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr); }
 
 SettingValue::Value store_view(const StoredValue& value) {
   if (const std::string* const text = std::get_if<std::string>(&value)) return std::string_view(*text);
@@ -141,10 +131,10 @@ int store_insert(sqlite3_stmt* insert, std::string_view key, const SettingValue:
 
 void store_checkpoint() {
   const std::lock_guard guard(state.lock);
-  if (state.files.database == nullptr) return;
-  sqlite3_wal_checkpoint_v2(state.files.database, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  if (!is_open()) return;
+  sqlite3_wal_checkpoint_v2(state.files.database.handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
   // SQLite syncs the first write after this, since that restarts the log: better this one than somebody's change.
-  files_touch(state.files.database);
+  files_touch(state.files.database.handle);
 }
 
 bool store_open(const std::string& folder, std::string& ret_error) {
@@ -156,36 +146,29 @@ bool store_open(const std::string& folder, std::string& ret_error) {
   state.kept = std::move(values);
   state.factory.clear();
   state.deferred = false;
-  state.begin = store_prepare(state.files.database, "BEGIN IMMEDIATE");
-  state.insert = store_prepare(state.files.database, kStoreInsert);
-  state.commit = store_prepare(state.files.database, "COMMIT");
-  sqlite3_wal_hook(state.files.database, note_commit, nullptr);
+  sqlite3_wal_hook(state.files.database.handle, note_commit, nullptr);
   sync_start(state.files);
   return true;
 }
 
 void store_close() {
-  StoreFiles closing;
+  Database database;
   {
     const std::lock_guard guard(state.lock);
-    if (state.files.database == nullptr) return;
-    for (Statement* const each : {&state.begin, &state.insert, &state.commit}) each->reset();
-    closing = state.files;
-    state.files.database = nullptr;  // from here on the set is off
+    if (!is_open()) return;
+    database = std::exchange(state.files.database, {});  // from here on the set is off
   }
-  sync_stop();
+  sync_stop();  // its thread reads the other members
+  StoreFiles closing = std::exchange(state.files, {});
+  closing.database = std::move(database);
   files_close(closing);
 }
 
-bool store_is_text(std::string_view text) {
-  boost::json::error_code failed;  // its reader takes valid UTF-8 only
-  boost::json::parse(boost::json::serialize(boost::json::string_view(text.data(), text.size())), failed);
-  return !failed && text.find('\0') == std::string_view::npos;
-}
+bool store_is_text(std::string_view text) { return is_utf8(text) && text.find('\0') == std::string_view::npos; }
 
 bool store_is_open() {
   const std::lock_guard guard(state.lock);
-  return state.files.database != nullptr;
+  return is_open();
 }
 
 std::int64_t store_read(const Setting& setting) {
@@ -216,13 +199,14 @@ std::string store_read(const TextSetting& setting) {
 
 bool store_write(std::span<const SettingValue> values) {
   const std::lock_guard guard(state.lock);
-  if (is_off()) return false;
+  if (!can_change()) return false;
   std::vector<SettingValue> changes;
   std::ranges::remove_copy_if(values, std::back_inserter(changes), is_present);
   if (changes.empty()) return true;
   const std::string problem = transact([&] {
-    return std::ranges::all_of(changes, [](const SettingValue& each) {
-      return store_insert(state.insert.get(), each.key, each.value) == SQLITE_DONE;
+    sqlite3_stmt* const insert = database_statement(state.files.database, kStoreInsert);
+    return std::ranges::all_of(changes, [insert](const SettingValue& each) {
+      return store_insert(insert, each.key, each.value) == SQLITE_DONE;
     });
   });
   if (!report(problem)) return false;
@@ -238,9 +222,10 @@ bool store_write(std::span<const SettingValue> values) {
 
 bool store_reset() {
   const std::lock_guard guard(state.lock);
-  if (is_off()) return false;
+  if (!can_change()) return false;
   if (state.kept.empty()) return true;
-  if (!report(transact([] { return store_execute(state.files.database, "DELETE FROM settings") == SQLITE_OK; })))
+  if (!report(
+          transact([] { return database_execute(state.files.database.handle, "DELETE FROM settings") == SQLITE_OK; })))
     return false;
   state.kept.clear();
   return true;

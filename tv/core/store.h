@@ -1,96 +1,49 @@
-// What the store's three files share: store.cpp keeps the values, store_open.cpp puts the folder and the database in
-// order, store_sync.cpp brings what is written onto the disk.
+// The set's memory: values by key in a SQLite database in the state folder (store.cpp, store_open.cpp, store_sync.cpp).
 #pragma once
 
-#include <sqlite3.h>
-#include <sys/types.h>
-
-#include <functional>
-#include <map>
-#include <memory>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
 
-#include "core/tv.h"
-
-using StoredValue = std::variant<std::int64_t, std::string>;
-using StoredValues = std::map<std::string, StoredValue, std::less<>>;  // by key
-
-struct StatementEnd {
-  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, StatementEnd>;
-
-// ---- store.cpp ----
-
-// Null where the SQL is wrong or the database damaged.
-Statement store_prepare(sqlite3* db, const char* sql);
-
-// SQLite's result.
-int store_execute(sqlite3* db, const char* sql);
-
-// Takes a key, a value and their checksum, in this order.
-constexpr const char* kStoreInsert = "INSERT OR REPLACE INTO settings (key, value, sum) VALUES (?, ?, ?)";
-
-// Runs that statement; SQLite's result, SQLITE_DONE when it is done.
-int store_insert(sqlite3_stmt* insert, std::string_view key, const SettingValue::Value& value);
-
-// Of a row: its key, its value's type and the value.
-std::int64_t store_checksum(std::string_view key, const SettingValue::Value& value);
-
-SettingValue::Value store_view(const StoredValue& value);
-
-// Writes the log's pages into the database, which syncs both. For the sync thread: takes the store's lock.
-void store_checkpoint();
-
-// ---- store_open.cpp ----
-
-struct FileId {
-  dev_t device = 0;
-  ino_t inode = 0;
-  bool operator==(const FileId&) const = default;
+struct Setting {
+  const char* key;
+  std::int64_t factory;  // the value of a new set
+  std::int64_t minimum;
+  std::int64_t maximum;
 };
 
-// An open store. Nothing in it changes until it is closed.
-struct StoreFiles {
-  std::string folder;  // its whole path, as it was given
-  int folder_fd = -1;  // holds the lock that keeps other processes out, by whatever path they come
-  int log_fd = -1;     // SQLite's write-ahead log, to sync it
-  sqlite3* database = nullptr;
-  FileId folder_id;
-  FileId database_id;
-  FileId log_id;
+struct TextSetting {
+  const char* key;
+  const char* factory;
+  std::size_t longest;  // in bytes
 };
 
-// Opens everything, waits up to 2 s for a process that is about to let go of the folder, and reads all values. Reports
-// each damaged row on stderr and removes it. False with ret_error; a damaged database is moved aside.
-bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& ret_values, std::string& ret_error);
+struct SettingValue {
+  using Value = std::variant<std::int64_t, std::string_view>;
+  const char* key;
+  Value value;
+};
 
-// Brings the log into the database and lets the folder go.
-void files_close(StoreFiles& files);
+// Opens or creates the database, and locks its folder until store_close. A damaged file is moved aside, and the call
+// fails. A damaged value is reported on stderr and becomes the factory's again.
+bool store_open(const std::string& folder, std::string& ret_error);
+void store_close();
+bool store_is_open();
 
-// What has become of the folder or of a file in it, seen from the path that the next start would take; empty: nothing,
-// all are in their places. From any thread.
-std::string files_problem(const StoreFiles& files);
+// Whether the store can keep the text: UTF-8 without a NUL.
+bool store_is_text(std::string_view text);
 
-// Writes what the database's head says already, for a write that changes nothing. SQLite's result.
-int files_touch(sqlite3* db);
+// Returns the kept value, or the factory's where none is kept. Where the kept one is of another kind or out of its
+// limits, that is reported on stderr, and the factory's is returned. A room reads each of its keys when it loads.
+std::int64_t store_read(const Setting& setting);
+std::string store_read(const TextSetting& setting);
 
-// ---- store_sync.cpp: the thread that makes changes durable, and dtv_tv_on_kept ----
+// Keeps all values or none. When it returns true they are on the disk, or with dtv_tv_on_kept written to the operating
+// system. Values that are kept already are not written again. A failure is reported on stderr.
+bool store_write(std::span<const SettingValue> values);
 
-// files must stay until sync_stop has returned.
-void sync_start(const StoreFiles& files);
-
-// Makes durable what is written, tells of it, and ends the thread.
-void sync_stop();
-
-// Whether a change may return before it is on the disk.
-bool sync_is_deferred();
-
-// Why nothing more can be kept: what a sync has failed with, an errno. 0: none has.
-int sync_failure();
-
-// Counts a change that has been written; durable: it is on the disk already. log_pages: how long the log is now. Where
-// dtv_tv_on_kept has no function to tell, the change is on the disk when this returns. Returns 0, or an errno.
-int sync_written(bool durable, int log_pages);
+// Forgets all values at once, so that each is the factory's; returns as store_write does.
+bool store_reset();

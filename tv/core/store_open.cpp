@@ -11,12 +11,12 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <system_error>
 #include <vector>
 
-#include "core/store.h"
+#include "core/store_parts.h"
+#include "core/timers.h"
 
 namespace {
 
@@ -26,14 +26,15 @@ constexpr const char* kOthers = "another process runs the set in this folder";
 constexpr std::chrono::milliseconds kWaitForOther(2000);  // a set that is just being switched off lets go soon
 constexpr std::chrono::milliseconds kLockPause(10);
 
-// A layout has a number in the database's head and, from 2 on, a second time in the application's id, so that no
-// damaged number passes for a newer version's.
-constexpr off_t kSmallestPage = 512;  // in bytes; no database with anything in it is shorter
-constexpr std::int64_t kLayout = 2;
-constexpr std::int64_t kApplication = 0x64747600;  // "dtv", and the layout
-constexpr const char* kTable =
-    "CREATE TABLE settings (key TEXT PRIMARY KEY, value, sum INTEGER NOT NULL) WITHOUT ROWID";
-constexpr const char* kTableOfLayout1 = "CREATE TABLE settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID";
+// The step to layout 2 drops the values: write_values puts them back, with their checksums.
+constexpr const char* kSteps[] = {
+    "CREATE TABLE settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID",
+    "DROP TABLE IF EXISTS settings;"
+    "CREATE TABLE settings (key TEXT PRIMARY KEY, value, sum INTEGER NOT NULL) WITHOUT ROWID",
+};
+constexpr std::int64_t kLayout = std::size(kSteps);
+constexpr DatabaseLayouts kLayouts{
+    .application = 0x64747600, .steps = kSteps, .marked_from = 2};  // "dtv", and the layout
 
 std::string error_text(int number) { return std::generic_category().message(number); }
 
@@ -83,8 +84,8 @@ std::string open_folder(const std::string& folder, StoreFiles& files) {
 }
 
 // Makes the database's file where there is none, and keeps others from all that belongs to it. SQLite gives the files
-// that it makes beside it the same permissions. ret_size is the database's, in bytes.
-std::string protect_files(int folder, off_t& ret_size) {
+// that it makes beside it the same permissions.
+std::string protect_files(int folder) {
   const int file = openat(folder, kDatabase, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
   if (file < 0) return errno == EACCES ? "it cannot be written; check its permissions" : error_text(errno);
   struct stat info {};
@@ -92,7 +93,6 @@ std::string protect_files(int folder, off_t& ret_size) {
   close(file);
   if (!known || !S_ISREG(info.st_mode)) return "it is no file";
   if (info.st_uid != geteuid()) return "it belongs to user " + std::to_string(info.st_uid);
-  ret_size = info.st_size;
   for (const char* const name : {kDatabase, kLog, "tv.sqlite-shm", "tv.sqlite-journal"}) {
     if (fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) continue;
     if ((info.st_mode & 077) != 0 && fchmodat(folder, name, info.st_mode & 0600, 0) != 0) {
@@ -115,7 +115,7 @@ std::string note_files(StoreFiles& files) {
   int moved = 1;  // unless SQLite says that the database's path still leads to what it has open
   if (files.log_fd < 0 || !id_of(files.folder_fd, kLog, files.log_id) ||
       !id_of(files.folder_fd, kDatabase, files.database_id) ||
-      sqlite3_file_control(files.database, "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved != 0) {
+      sqlite3_file_control(files.database.handle, "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved != 0) {
     return "it was moved while it was opened";
   }
   if (fsync(files.folder_fd) != 0) return "the folder cannot be synced: " + error_text(errno);
@@ -123,68 +123,6 @@ std::string note_files(StoreFiles& files) {
 }
 
 // ---- The database ----
-
-// The first column of the present row as text, whatever its type.
-std::string column_text(sqlite3_stmt* statement, int column) {
-  const unsigned char* text = sqlite3_column_text(statement, column);
-  const auto length = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-  return text == nullptr ? "" : std::string(reinterpret_cast<const char*>(text), length);
-}
-
-// All rows, their columns as texts; false on an error.
-using Rows = std::vector<std::vector<std::string>>;
-bool read_texts(sqlite3* db, const char* sql, Rows& ret_rows) {
-  const Statement statement = store_prepare(db, sql);
-  if (statement == nullptr) return false;
-  Rows rows;
-  int result = SQLITE_ROW;
-  while ((result = sqlite3_step(statement.get())) == SQLITE_ROW) {
-    std::vector<std::string>& row = rows.emplace_back();
-    for (int column = 0; column < sqlite3_column_count(statement.get()); ++column)
-      row.push_back(column_text(statement.get(), column));
-  }
-  if (result != SQLITE_DONE) return false;
-  ret_rows = std::move(rows);
-  return true;
-}
-
-enum class Finding { kFine, kProblem, kDamage };
-
-struct Found {
-  Finding finding = Finding::kFine;
-  std::string why = {};
-};
-
-// What SQLite's latest error means. It opened the file for writing, so if it finds it read-only now, the head says so.
-Found error_of(sqlite3* db) {
-  const int code = sqlite3_extended_errcode(db);
-  if ((code & 0xff) == SQLITE_BUSY) return {Finding::kProblem, kOthers};
-  const bool damage =
-      (code & 0xff) == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_ERROR || code == SQLITE_READONLY;
-  return {damage ? Finding::kDamage : Finding::kProblem, sqlite3_errmsg(db)};
-}
-
-// 0: the database is empty.
-Found read_layout(sqlite3* db, std::int64_t& ret_layout) {
-  Rows head, tables;
-  if (!read_texts(db, "SELECT user_version, application_id FROM pragma_user_version, pragma_application_id", head) ||
-      !read_texts(db, "SELECT type, name, tbl_name, sql FROM sqlite_schema", tables)) {
-    return error_of(db);
-  }
-  const std::int64_t layout = std::stoll(head[0][0]), application = std::stoll(head[0][1]);
-  const auto has = [&](const char* table) { return tables == Rows{{"table", "settings", "settings", table}}; };
-  const bool marked = application == kApplication + layout;
-  if (layout > kLayout && marked) {
-    return {Finding::kProblem,
-            "its layout is " + std::to_string(layout) + ", but this version knows layout " + std::to_string(kLayout)};
-  }
-  if (!(layout == 0 && application == 0 && tables.empty()) &&
-      !(layout == 1 && application == 0 && has(kTableOfLayout1)) && !(layout == kLayout && marked && has(kTable))) {
-    return {Finding::kDamage, "its tables are not as the set has made them"};
-  }
-  ret_layout = layout;
-  return {};
-}
 
 std::string printable(const std::string& key) {
   std::string text = key.substr(0, 64);
@@ -207,8 +145,9 @@ bool read_row(sqlite3_stmt* row, const std::string& key, std::int64_t layout, St
 
 // Reads every row. Damaged rows are reported, and left out; damaged also means that no row can be found by its key.
 Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bool& ret_damaged) {
-  const Statement row = store_prepare(db, layout == 1 ? "SELECT key, value FROM settings" : "SELECT * FROM settings");
-  if (row == nullptr) return error_of(db);
+  const Statement row =
+      database_prepare(db, layout == 1 ? "SELECT key, value FROM settings" : "SELECT * FROM settings");
+  if (row == nullptr) return database_error(db);
   StoredValues values;
   std::string before;
   int result = SQLITE_ROW;
@@ -224,79 +163,41 @@ Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bo
     if (!whole || key <= before) ret_damaged = true;
     before = key;
   }
-  if (result != SQLITE_DONE) return error_of(db);
+  if (result != SQLITE_DONE) return database_error(db);
   ret_values = std::move(values);
   return {};
 }
 
-// Replaces the table by one of the present layout with these values.
+// Replaces the table by one of the newest layout with these values.
 bool write_values(sqlite3* db, const StoredValues& values) {
-  if (store_execute(db, "DROP TABLE IF EXISTS settings") != SQLITE_OK || store_execute(db, kTable) != SQLITE_OK) {
-    return false;
-  }
-  const Statement insert = store_prepare(db, kStoreInsert);
+  if (database_execute(db, kSteps[kLayout - 1]) != SQLITE_OK) return false;
+  const Statement insert = database_prepare(db, kStoreInsert);
   for (const auto& [key, value] : values)
     if (insert == nullptr || store_insert(insert.get(), key, store_view(value)) != SQLITE_DONE) return false;
-  const std::string mark = "PRAGMA application_id=" + std::to_string(kApplication + kLayout);
-  return store_execute(db, mark.c_str()) == SQLITE_OK;
+  return database_mark(db, kLayouts);
 }
 
-// Brings a fresh connection into the state that the store relies on, and reads the values.
-Found settle(sqlite3* db, StoredValues& ret_values) {
-  if (sqlite3_db_readonly(db, "main") != 0) return {Finding::kProblem, "it cannot be written; check its permissions"};
-  sqlite3_busy_timeout(db, static_cast<int>(kWaitForOther.count()));
-  // One process at a time owns the set: what it holds in its rooms and what is in the file are the same.
-  if (store_execute(db, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA cell_size_check=ON") != SQLITE_OK) return error_of(db);
+// Opens the database and reads its values; brings it to the newest layout, without its damaged rows.
+Found read_database(const std::string& path, sqlite3*& ret_db, StoredValues& ret_values) {
   std::int64_t layout = 0;
-  if (Found found = read_layout(db, layout); found.finding != Finding::kFine) return found;
-  Rows check;
-  if (!read_texts(db, "PRAGMA quick_check(1)", check)) return error_of(db);
-  if (check != Rows{{"ok"}}) return {Finding::kDamage, check.empty() ? "it cannot be checked" : check[0][0]};
-  if (store_execute(db, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL") != SQLITE_OK) return error_of(db);
+  if (Found found = database_connect(path, kLayouts, ret_db, layout); found.finding != Finding::kFine) return found;
+  sqlite3* const db = ret_db;
   bool renew = layout != kLayout;
   if (layout != 0) {
     if (Found found = read_values(db, layout, ret_values, renew); found.finding != Finding::kFine) return found;
   }
-  if (store_execute(db, "BEGIN IMMEDIATE") != SQLITE_OK || (renew && !write_values(db, ret_values)) ||
-      files_touch(db) != SQLITE_OK || store_execute(db, "COMMIT") != SQLITE_OK) {
-    return error_of(db);
+  if (database_execute(db, "BEGIN IMMEDIATE") != SQLITE_OK || (renew && !write_values(db, ret_values)) ||
+      files_touch(db) != SQLITE_OK || database_execute(db, "COMMIT") != SQLITE_OK) {
+    return database_error(db);
   }
   return {};
 }
 
-// Gives the damaged database and its journals another name. Returns it, or an empty text when that failed.
-std::string set_aside(const std::string& path) {
-  const std::time_t now = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&now, &utc);
-  char stamp[sizeof "20000101-000000"];
-  std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &utc);
-  std::string aside = path + ".damaged-" + stamp;
-  std::error_code failed;
-  for (int copy = 2; std::filesystem::exists(aside, failed); ++copy) {
-    aside = path + ".damaged-" + stamp + "-" + std::to_string(copy);
-  }
-  std::filesystem::rename(path, aside, failed);
-  if (failed) return "";
-  for (const char* part : {"-wal", "-shm", "-journal"}) {
-    std::error_code none;
-    std::filesystem::rename(path + part, aside + part, none);
-  }
-  return aside;
-}
-
 // Opens the database in the folder, which is locked, and reads its values.
 Found open_database(StoreFiles& files, StoredValues& ret_values) {
+  if (std::string problem = protect_files(files.folder_fd); !problem.empty()) return {Finding::kProblem, problem};
   const std::string path = files.folder + "/" + kDatabase;
-  off_t size = 0;
-  if (std::string problem = protect_files(files.folder_fd, size); !problem.empty()) return {Finding::kProblem, problem};
-  if (size > 0 && size < kSmallestPage) return {Finding::kDamage, "it is cut short"};  // SQLite takes it for a new one
-  if (sqlite3_open_v2(path.c_str(), &files.database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) !=
-      SQLITE_OK) {
-    if (files.database == nullptr) return {Finding::kProblem, "out of memory"};
-    return error_of(files.database);
-  }
-  Found found = settle(files.database, ret_values);
+  Found found = read_database(path, files.database.handle, ret_values);
   if (found.finding == Finding::kFine) found.why = note_files(files);
   if (!found.why.empty() && found.finding == Finding::kFine) found.finding = Finding::kProblem;
   return found;
@@ -313,7 +214,9 @@ void close_descriptors(StoreFiles& files) {
 
 }  // namespace
 
-int files_touch(sqlite3* db) { return store_execute(db, ("PRAGMA user_version=" + std::to_string(kLayout)).c_str()); }
+int files_touch(sqlite3* handle) {
+  return database_execute(handle, ("PRAGMA user_version=" + std::to_string(kLayout)).c_str());
+}
 
 std::string files_problem(const StoreFiles& files) {
   const auto is = [](int folder, const std::string& name, const FileId& wanted) {
@@ -349,11 +252,11 @@ bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& 
   }
   ret_error = "cannot use the set's memory " + path + ": " + found.why;
   const bool damaged = found.finding == Finding::kDamage;
-  if (damaged && files.database != nullptr)
-    sqlite3_db_config(files.database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // it stays as it is
-  sqlite3_close(files.database);
+  if (damaged && files.database.handle != nullptr)
+    sqlite3_db_config(files.database.handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // it stays as it is
+  database_close(files.database);
   if (damaged) {
-    const std::string aside = set_aside(path);
+    const std::string aside = database_set_aside(path);
     ret_error += aside.empty() ? "; move it away to start with a new set"
                                : "; it is damaged and was kept as " + aside + "; start again for a new set";
   }
@@ -363,7 +266,7 @@ bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& 
 
 void files_close(StoreFiles& files) {
   // SQLite does this itself, except where the database was renamed meanwhile.
-  sqlite3_wal_checkpoint_v2(files.database, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-  sqlite3_close(files.database);
+  sqlite3_wal_checkpoint_v2(files.database.handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  database_close(files.database);
   close_descriptors(files);
 }

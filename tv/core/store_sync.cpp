@@ -18,7 +18,8 @@
 #include <thread>
 #include <tuple>
 
-#include "core/store.h"
+#include "core/store_parts.h"
+#include "dtv_tv.h"
 
 namespace {
 

@@ -1,27 +1,25 @@
+#include "core/timers.h"
+
 #include <pthread.h>
 
 #include <algorithm>
-#include <array>
 #include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
-#include "core/tv.h"
+#include "core/events.h"
+#include "dtv_tv.h"
 
 namespace {
 
 using std::chrono::steady_clock;
 
-struct Waiting {
-  TimerTime due = kTimerNever;
-  void (*action)() = nullptr;
-};
-
 struct Timers {
   std::mutex lock;  // guards all but the thread, which only start and stop touch
   std::condition_variable changed;
-  std::array<Waiting, static_cast<std::size_t>(Timer::kCount)> waiting;  // by timer
+  std::vector<Timer*> waiting;  // the timers that are set, each once
   bool open = false;
   bool acting = false;              // an action runs, on the thread or in dtv_tv_advance; never two at once
   std::optional<TimerTime> manual;  // the time as the tests have advanced it; none: the machine's
@@ -35,12 +33,16 @@ Timers& timers = *new Timers;
 
 TimerTime now() { return timers.manual.value_or(steady_clock::now()); }
 
-Waiting& first_due() { return *std::ranges::min_element(timers.waiting, {}, &Waiting::due); }
+// Null: none waits.
+Timer* first_due() {
+  const auto first = std::ranges::min_element(timers.waiting, {}, &Timer::due);
+  return first == timers.waiting.end() ? nullptr : *first;
+}
 
 // Runs the action with the lock released; no other one runs yet.
-void act(Waiting& due, std::unique_lock<std::mutex>& guard) {
+void act(Timer& due, std::unique_lock<std::mutex>& guard) {
   void (*const action)() = due.action;
-  due.due = kTimerNever;
+  std::erase(timers.waiting, &due);
   timers.acting = true;
   guard.unlock();
   action();
@@ -53,14 +55,14 @@ void run_timers() {
   pthread_setname_np(pthread_self(), "dtv_tv-timers");
   std::unique_lock guard(timers.lock);
   while (timers.open) {
-    Waiting& next = first_due();
-    if (timers.manual || next.due == kTimerNever) {
+    Timer* const next = first_due();
+    if (timers.manual || next == nullptr) {
       timers.changed.wait(guard);
-    } else if (next.due > steady_clock::now()) {
-      const TimerTime due = next.due;  // the entry may change while this waits
+    } else if (next->due > steady_clock::now()) {
+      const TimerTime due = next->due;  // it may be set anew while this waits
       timers.changed.wait_until(guard, due);
     } else {
-      act(next, guard);
+      act(*next, guard);
     }
   }
 }
@@ -70,7 +72,7 @@ void run_timers() {
 void timers_start() {
   {
     const std::lock_guard guard(timers.lock);
-    timers.waiting = {};
+    timers.waiting.clear();
     timers.open = true;
   }
   timers.thread = std::thread(run_timers);
@@ -91,10 +93,11 @@ TimerTime timer_now() {
   return now();
 }
 
-bool timer_set(Timer timer, TimerTime due, void (*action)()) {
+bool timer_set(Timer& timer, TimerTime due, void (*action)()) {
   const std::lock_guard guard(timers.lock);
   if (!timers.open) return false;
-  timers.waiting[static_cast<std::size_t>(timer)] = {.due = due, .action = action};
+  timer = {.due = due, .action = action};
+  if (std::ranges::find(timers.waiting, &timer) == timers.waiting.end()) timers.waiting.push_back(&timer);
   timers.changed.notify_all();
   return true;
 }
@@ -128,10 +131,10 @@ void dtv_tv_advance(uint32_t milliseconds) {
   settle();
   while (true) {
     timers.changed.wait(guard, [] { return !timers.acting; });
-    Waiting& next = first_due();
-    if (!timers.open || next.due > end) break;
-    timers.manual = std::max(now(), next.due);
-    act(next, guard);
+    Timer* const next = first_due();
+    if (!timers.open || next == nullptr || next->due > end) break;
+    timers.manual = std::max(now(), next->due);
+    act(*next, guard);
     settle();
   }
   timers.manual = std::max(now(), end);

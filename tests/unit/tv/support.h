@@ -35,8 +35,8 @@ struct ManualClock {
   ManualClock& operator=(const ManualClock&) = delete;
 };
 
-// What "state" says of a set as it comes from the factory, without its volume.
-#define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"")"
+// What "state" says of a set as it comes from the factory.
+#define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"","volume":20,"mute":false)"
 
 // What is wrong with the start, or an empty text.
 inline std::string tv_start(const std::string& folder) {

@@ -9,16 +9,21 @@
 // named ebanner, each with any ending and in small or capital letters.
 #include "vex_tv_ctrl/apps.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
 
-#include "core/tv.h"
+#include "base/text.h"
+#include "core/contract.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/set.h"
+#include "core/store.h"
+#include "rooms/apps/apps.h"
+#include "rooms/config/config.h"
+#include "rooms/remote/remote.h"
 
 namespace {
 
@@ -72,12 +77,7 @@ const NamedNumber* find_number(const NamedNumber (&table)[N], INT32 number) {
 
 const char* name_of(const NamedNumber* row) { return row == nullptr ? "" : row->name; }
 
-INT32 refuse(const char* function, const std::string& why) {
-  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
-  return -1;
-}
-
-INT32 refuse_standby(const char* function) { return refuse(function, "the set is in standby"); }
+INT32 refuse_standby(const char* function) { return refuse_call(function, "the set is in standby"); }
 
 // The caller holds the lock, here and below.
 void end_hbbtv_application() {
@@ -102,11 +102,11 @@ void end_all() {
 INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
   const std::string uri(message.s_uri, strnlen(message.s_uri, sizeof message.s_uri));
   if (uri.empty() || uri.size() > kLongestAddress || !store_is_text(uri)) {
-    return refuse(function, "an application's address has 1 to 255 bytes in UTF-8");
+    return refuse_call(function, "an application's address has 1 to 255 bytes in UTF-8");
   }
   if (!remote_is_on()) return refuse_standby(function);
   const UINT32 switched = config_changes(kHbbtvKey);  // asked first: a switch that comes between ends the application
-  if (!hbbtv_is_on()) return refuse(function, "HbbTV is off");
+  if (!hbbtv_is_on()) return refuse_call(function, "HbbTV is off");
   state.hbbtv_switched = switched;
   state.hbbtv_type = message.ui4_value;
   state.hbbtv_uri = uri;
@@ -114,7 +114,7 @@ INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
 }
 
 INT32 switch_hbbtv(const char* function, UINT32 wanted) {
-  if (wanted > 1) return refuse(function, std::to_string(wanted) + " is neither 0, off, nor 1, on");
+  if (wanted > 1) return refuse_call(function, std::to_string(wanted) + " is neither 0, off, nor 1, on");
   return config_set(kHbbtvKey, static_cast<INT32>(wanted));
 }
 
@@ -125,9 +125,9 @@ INT32 look_for(const char* function, const char* path, const char* name, UINT8* 
   bool found = false;
   for (; !failed && !found && file != std::filesystem::directory_iterator(); file.increment(failed)) {
     std::error_code none;
-    found = strcasecmp(file->path().stem().c_str(), name) == 0 && file->is_regular_file(none);
+    found = equal_ignoring_case(file->path().stem().native(), name) && file->is_regular_file(none);
   }
-  if (failed) return refuse(function, "this path cannot be read: " + failed.message());
+  if (failed) return refuse_call(function, "this path cannot be read: " + failed.message());
   *ret_flag = found ? 1 : 0;
   return 0;
 }
@@ -135,17 +135,17 @@ INT32 look_for(const char* function, const char* path, const char* name, UINT8* 
 }  // namespace
 
 INT32 a_vextvapi_hbbtv_exchange_data(VEXTVAPI_HBBTV_DATA_T* block, UINT32 words) {
-  if (block == nullptr || words < sizeof *block / sizeof(UINT32)) return refuse(__func__, "a block has 100 words");
+  if (block == nullptr || words < sizeof *block / sizeof(UINT32)) return refuse_call(__func__, "a block has 100 words");
   const UINT32 type = block->ui4_func_type;
   const bool starts = type == VEXTVAPI_HBBTV_FUNC_APPLICATION;
   const bool switches = type == VEXTVAPI_HBBTV_FUNC_ENABLE;
   if (type != kAsk && !switches && !starts) {
-    return refuse(__func__, "there is no function " + std::to_string(type));
+    return refuse_call(__func__, "there is no function " + std::to_string(type));
   }
   const UINT32 length = starts ? VEXTVAPI_HBBTV_LENGTH_APPLICATION : VEXTVAPI_HBBTV_LENGTH;
   if (block->ui4_length != length) {
-    return refuse(__func__, "function " + std::to_string(type) + " has " + std::to_string(length) + " bytes, not " +
-                                std::to_string(block->ui4_length));
+    return refuse_call(__func__, "function " + std::to_string(type) + " has " + std::to_string(length) +
+                                     " bytes, not " + std::to_string(block->ui4_length));
   }
   const std::lock_guard guard(state.lock);
   if (starts && start_hbbtv(__func__, *block) != 0) return -1;
@@ -159,19 +159,19 @@ INT32 a_vextvapi_hbbtv_exchange_data(VEXTVAPI_HBBTV_DATA_T* block, UINT32 words)
 
 INT32 a_portal_start_ex(UINT8 mode) {
   const NamedNumber* const wanted = find_number(kPortalModes, mode);
-  if (wanted == nullptr) return refuse(__func__, "there is no mode " + std::to_string(mode));
+  if (wanted == nullptr) return refuse_call(__func__, "there is no mode " + std::to_string(mode));
   const std::lock_guard guard(state.lock);
   if (!remote_is_on()) return refuse_standby(__func__);
-  if (mode == PORTAL_MODE_EDFU && state.edfu_url.empty()) return refuse(__func__, "there is no address to open");
+  if (mode == PORTAL_MODE_EDFU && state.edfu_url.empty()) return refuse_call(__func__, "there is no address to open");
   state.portal_mode = wanted;
   return 0;
 }
 
 INT32 a_portal_pause_ex(UINT8 reason) {
   const NamedNumber* const why = find_number(kExitReasons, reason);
-  if (why == nullptr) return refuse(__func__, "there is no reason " + std::to_string(reason));
+  if (why == nullptr) return refuse_call(__func__, "there is no reason " + std::to_string(reason));
   const std::lock_guard guard(state.lock);
-  if (state.portal_mode == nullptr) return refuse(__func__, "the portal does not run");
+  if (state.portal_mode == nullptr) return refuse_call(__func__, "the portal does not run");
   state.portal_mode = nullptr;
   state.portal_exit = why;
   return 0;
@@ -179,7 +179,7 @@ INT32 a_portal_pause_ex(UINT8 reason) {
 
 INT32 a_set_edfu_url(const char* url) {
   if (url == nullptr || std::strlen(url) > kLongestAddress || !store_is_text(url)) {
-    return refuse(__func__, "an address has at most 255 bytes in UTF-8");
+    return refuse_call(__func__, "an address has at most 255 bytes in UTF-8");
   }
   const std::lock_guard guard(state.lock);
   state.edfu_url = url;
@@ -193,7 +193,7 @@ INT32 a_net_get_app_mode() {
 
 INT32 a_vextvapi_util_start_native_app(INT32 index) {
   const NamedNumber* const wanted = find_number(kNativeApps, index);
-  if (wanted == nullptr) return refuse(__func__, "there is no application " + std::to_string(index));
+  if (wanted == nullptr) return refuse_call(__func__, "there is no application " + std::to_string(index));
   const std::lock_guard guard(state.lock);
   if (!remote_is_on()) return refuse_standby(__func__);
   state.native_app = wanted;
@@ -204,11 +204,11 @@ INT32 a_vextvapi_util_set(INT32 type, INT32 id, INT32 value, INT32 flag) {
   const bool cleans_all = type == VEXTVAPI_UTIL_CLEAN_ALL_TYPE && id == VEXTVAPI_UTIL_CLEAN_ALL_ID &&
                           value == VEXTVAPI_UTIL_CLEAN_ALL_VALUE && flag == VEXTVAPI_UTIL_CLEAN_ALL_FLAG;
   if (!cleans_all) {
-    return refuse(__func__, "there is no job " + std::to_string(type) + ", " + std::to_string(id) + ", " +
-                                std::to_string(value) + ", " + std::to_string(flag));
+    return refuse_call(__func__, "there is no job " + std::to_string(type) + ", " + std::to_string(id) + ", " +
+                                     std::to_string(value) + ", " + std::to_string(flag));
   }
-  if (!store_is_open()) return refuse(__func__, "the set is off");
-  return tv_reset() ? 0 : -1;
+  if (!store_is_open()) return refuse_call(__func__, "the set is off");
+  return set_reset() ? 0 : -1;
 }
 
 INT32 a_vextvapi_util_is_jump_super_shop_demo(const char* path, UINT8* flag) {
@@ -217,26 +217,6 @@ INT32 a_vextvapi_util_is_jump_super_shop_demo(const char* path, UINT8* flag) {
 
 INT32 a_vextvapi_util_is_jump_ebanner(const char* path, UINT8* flag) {
   return look_for(__func__, path, "ebanner", flag);
-}
-
-void apps_load() {
-  const std::lock_guard guard(state.lock);
-  end_all();
-  state.edfu_url.clear();
-  state.portal_exit = nullptr;
-}
-
-bool apps_reset() {
-  apps_load();
-  return true;
-}
-
-// Only what runs; "app" shows the rest.
-void apps_report(boost::json::object& answer) {
-  const std::lock_guard guard(state.lock);
-  if (hbbtv_is_on() && !state.hbbtv_uri.empty()) answer["hbbtv"] = state.hbbtv_uri;
-  if (state.portal_mode != nullptr) answer["portal"] = state.portal_mode->name;
-  if (state.native_app != nullptr) answer["native_app"] = state.native_app->name;
 }
 
 void apps_end() {
@@ -249,7 +229,29 @@ void apps_leave_menu() {
   state.native_app = nullptr;
 }
 
-boost::json::object app_command(Words) {
+namespace {
+
+void load() {
+  const std::lock_guard guard(state.lock);
+  end_all();
+  state.edfu_url.clear();
+  state.portal_exit = nullptr;
+}
+
+bool reset() {
+  load();
+  return true;
+}
+
+// Only what runs; "app" shows the rest.
+void report(boost::json::object& answer) {
+  const std::lock_guard guard(state.lock);
+  if (hbbtv_is_on() && !state.hbbtv_uri.empty()) answer["hbbtv"] = state.hbbtv_uri;
+  if (state.portal_mode != nullptr) answer["portal"] = state.portal_mode->name;
+  if (state.native_app != nullptr) answer["native_app"] = state.native_app->name;
+}
+
+boost::json::object app_command(Arguments) {
   const std::lock_guard guard(state.lock);
   const bool on = hbbtv_is_on();
   return {
@@ -258,3 +260,11 @@ boost::json::object app_command(Words) {
        {{"mode", name_of(state.portal_mode)}, {"last_exit", name_of(state.portal_exit)}, {"edfu_url", state.edfu_url}}},
       {"native_app", name_of(state.native_app)}};
 }
+
+constexpr Command kCommands[] = {
+    {"app", "", 0, "Shows what runs besides television: HbbTV, the portal, the set's own applications", app_command},
+};
+
+}  // namespace
+
+const Room room_apps = {.commands = kCommands, .load = load, .reset = reset, .report = report};

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/tv.h"
+#include "core/contract.h"
 #include "vex_tv_ctrl/cec.h"
 
 inline constexpr UINT8 kCecBroadcast = 15;  // the logical address that means everybody

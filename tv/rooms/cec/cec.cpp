@@ -4,19 +4,26 @@
 // The viewer's switch is the configuration's; the manager has one of its own. While either is off the set neither hears
 // nor says anything; the devices do not care. Where they are plugged and whether they are on is not kept: it is as new
 // whenever the set is switched on.
+#include "rooms/cec/cec.h"
+
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <charconv>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <optional>
 #include <utility>
 
+#include "base/text.h"
 #include "bus.h"
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/timers.h"
+#include "rooms/config/config.h"
+#include "rooms/remote/remote.h"
 
 namespace {
 
@@ -79,10 +86,7 @@ struct Bus {
 // Lives until the process ends, whatever thread still waits here.
 Bus& bus = *new Bus;
 
-INT32 refuse(const char* function, const std::string& why) {
-  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
-  return -1;
-}
+Timer frame_timer;  // when the frame on the wire has arrived
 
 // All that follow: the caller holds the lock.
 
@@ -328,7 +332,7 @@ void use_wire() {
     if (!discover()) return;
   bus.on_wire = std::move(bus.waiting.front());
   bus.waiting.pop_front();
-  timer_set(Timer::kCecFrame, timer_now() + time_of(*bus.on_wire), frame_arrives);
+  timer_set(frame_timer, timer_now() + time_of(*bus.on_wire), frame_arrives);
 }
 
 void frame_arrives() {
@@ -397,25 +401,15 @@ std::string device_names() {
   return names;
 }
 
-bool is_byte(std::string_view word, UINT8& ret_byte) {
-  UINT8 byte = 0;
-  const char* const end = word.data() + word.size();
-  const auto [stopped, failed] = std::from_chars(word.data(), end, byte, 16);
-  if (failed != std::errc() || stopped != end) return false;
-  ret_byte = byte;
-  return true;
-}
-
 // Addressed as HDMI-CEC says of the opcode.
-boost::json::object send(const CecDevice& device, Words words) {
+boost::json::object send(const CecDevice& device, Arguments words) {
   std::vector<UINT8> bytes;
   for (const std::string_view word : words) {
-    UINT8 byte = 0;
-    if (!is_byte(word, byte)) return control_error("\"" + std::string(word) + "\" is no byte in hexadecimal, 00 to ff");
-    bytes.push_back(byte);
+    const auto byte = parse_number<UINT8>(word, 16);
+    if (!byte) return reply_error(quoted(word) + " is no byte in hexadecimal, 00 to ff");
+    bytes.push_back(*byte);
   }
-  if (bytes.empty())
-    return control_error("cec send DEVICE takes an opcode in hexadecimal and the bytes that follow it");
+  if (bytes.empty()) return reply_error("cec send DEVICE takes an opcode in hexadecimal and the bytes that follow it");
   CecFrame frame = cec_is_broadcast(bytes[0]) ? cec_broadcast(device, std::move(bytes))
                                               : cec_direct(device, CECM_LOG_ADDR_TV, std::move(bytes));
   boost::json::object answer{{"frame", cec_text(frame)}};
@@ -467,10 +461,10 @@ INT32 a_vextvapi_cec_get_hdmi_port_num(UINT8* port_num) {
 }
 
 INT32 a_vextvapi_cec_set_cec_fct(CECM_SET_CEC_FCT_PARAMS_T params) {
-  if (params.b_enable > 1) return refuse(__func__, std::to_string(params.b_enable) + " is neither 0 nor 1");
+  if (params.b_enable > 1) return refuse_call(__func__, std::to_string(params.b_enable) + " is neither 0 nor 1");
   if (params.ui1_hdmi_port_num > kPorts) {
-    return refuse(__func__, "the set has " + std::to_string(kPorts) + " HDMI inputs, not " +
-                                std::to_string(params.ui1_hdmi_port_num));
+    return refuse_call(__func__, "the set has " + std::to_string(kPorts) + " HDMI inputs, not " +
+                                     std::to_string(params.ui1_hdmi_port_num));
   }
   const std::lock_guard guard(bus.lock);
   bus.enabled = params.b_enable != 0;
@@ -478,7 +472,7 @@ INT32 a_vextvapi_cec_set_cec_fct(CECM_SET_CEC_FCT_PARAMS_T params) {
 }
 
 INT32 a_vextvapi_cec_signal_cec_ready(UINT8 ready) {
-  if (ready > 1) return refuse(__func__, std::to_string(ready) + " is neither 0 nor 1");
+  if (ready > 1) return refuse_call(__func__, std::to_string(ready) + " is neither 0 nor 1");
   const std::lock_guard guard(bus.lock);
   bus.ready = ready != 0;
   return 0;
@@ -489,12 +483,12 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
   if (request == nullptr) return -1;
   const auto [start, stop, interval, batch] = *request;
   if (start < kFirstDevice || start > stop || stop > kLastDevice) {
-    return refuse(__func__, "the logical addresses " + std::to_string(start) + " to " + std::to_string(stop) +
-                                " are not within " + std::to_string(kFirstDevice) + " to " +
-                                std::to_string(kLastDevice));
+    return refuse_call(__func__, "the logical addresses " + std::to_string(start) + " to " + std::to_string(stop) +
+                                     " are not within " + std::to_string(kFirstDevice) + " to " +
+                                     std::to_string(kLastDevice));
   }
   const std::lock_guard guard(bus.lock);
-  if (!listens()) return refuse(__func__, "CEC is off");
+  if (!listens()) return refuse_call(__func__, "CEC is off");
   bus.discoveries.clear();
   bus.discoveries.push_back({.start = static_cast<UINT8>(start),
                              .stop = static_cast<UINT8>(stop),
@@ -505,7 +499,14 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
   return 0;
 }
 
-void cec_load() {
+void cec_standby() {
+  const std::lock_guard guard(bus.lock);
+  if (listens() && config_number(kAutoOff) != 0) say({cec_broadcast(kCecSet, {kStandby})});
+}
+
+namespace {
+
+void load() {
   const std::lock_guard guard(bus.lock);
   bus.on_wire.reset();
   bus.waiting.clear();
@@ -520,7 +521,7 @@ void cec_load() {
   bus.listed = 0;
 }
 
-bool cec_reset() {
+bool reset() {
   const std::lock_guard guard(bus.lock);
   for (const CecDevice& device : kCecDeviceTable) {
     if (!state_of(device).plugged) {
@@ -533,13 +534,8 @@ bool cec_reset() {
   return true;
 }
 
-void cec_standby() {
-  const std::lock_guard guard(bus.lock);
-  if (listens() && config_number(kAutoOff) != 0) say({cec_broadcast(kCecSet, {kStandby})});
-}
-
 // Only what differs from a new set; "cec" lists everything.
-void cec_report(boost::json::object& answer) {
+void report(boost::json::object& answer) {
   boost::json::object changed;
   const std::lock_guard guard(bus.lock);
   for (const CecDevice& device : kCecDeviceTable)
@@ -547,7 +543,7 @@ void cec_report(boost::json::object& answer) {
   if (!changed.empty()) answer["cec"] = std::move(changed);
 }
 
-boost::json::object cec_command(Words arguments) {
+boost::json::object cec_command(Arguments arguments) {
   const std::lock_guard guard(bus.lock);
   if (arguments.empty()) return describe_all();
   const std::string word(arguments[0]);
@@ -556,21 +552,32 @@ boost::json::object cec_command(Words arguments) {
   if (action == std::end(kActions)) {
     std::string known;
     for (const Action& each : kActions) known += std::string(each.name) + ", ";
-    return control_error("cec takes " + known + "frames or nothing, not \"" + word + "\"");
+    return reply_takes("cec", known + "frames or nothing", word);
   }
-  if (arguments.size() < 2) return control_error("cec " + word + " takes a device: " + device_names());
+  if (arguments.size() < 2) return reply_error("cec " + word + " takes a device: " + device_names());
   const auto* const device = std::ranges::find(kCecDeviceTable, arguments[1], &CecDevice::name);
   if (device == std::end(kCecDeviceTable)) {
-    return control_error("there is no device \"" + std::string(arguments[1]) + "\"; there are: " + device_names());
+    return reply_error("there is no device " + quoted(arguments[1]) + "; there are: " + device_names());
   }
   if (state_of(*device).plugged != action->plugged) {
-    return control_error("the " + std::string(device->name) +
-                         (action->plugged ? " is unplugged; plug it first" : " is plugged in already"));
+    return reply_error("the " + std::string(device->name) +
+                       (action->plugged ? " is unplugged; plug it first" : " is plugged in already"));
   }
   if (action->act == nullptr) return send(*device, arguments.subspan(2));
   if (arguments.size() > 2) {
-    return control_error("\"" + std::string(arguments[2]) + "\" is too much; usage: cec " + word + " DEVICE");
+    return reply_error(quoted(arguments[2]) + " is too much; usage: cec " + word + " DEVICE");
   }
   action->act(*device);
   return describe_all();
 }
+
+constexpr Command kCommands[] = {
+    {"cec", "[play|standby|unplug|plug DEVICE | send DEVICE OPCODE [BYTE...] | frames]", 17,
+     "Lists the devices at HDMI; has one played, put into standby, pulled out or plugged in, or send a message; lists "
+     "the bus's latest frames",
+     cec_command},
+};
+
+}  // namespace
+
+const Room room_cec = {.commands = kCommands, .load = load, .reset = reset, .report = report};

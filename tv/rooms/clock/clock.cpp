@@ -8,6 +8,8 @@
 // time comes and goes as the zone has it, or is always or never, as the configuration says. A local time that the
 // change to summer time skips is read by winter time: 2:30 means 3:30. Of a local time that comes twice, b_dst says
 // which.
+#include "rooms/clock/clock.h"
+
 #include <absl/strings/string_view.h>
 #include <absl/time/civil_time.h>
 #include <absl/time/time.h>
@@ -15,13 +17,19 @@
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
-#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <optional>
 
-#include "core/tv.h"
+#include "base/text.h"
+#include "core/contract.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/store.h"
+#include "core/timers.h"
+#include "rooms/config/config.h"
+#include "rooms/remote/remote.h"
 
 namespace {
 
@@ -43,11 +51,7 @@ std::atomic<INT64> moved = 0;  // milliseconds between the machine's clock and t
 std::mutex lock;                    // guards what follows
 TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer does not run
 INT32 sleep_duration = 0;           // what it was set to, in seconds
-
-INT32 refuse(const char* function, const std::string& why) {
-  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
-  return -1;
-}
+Timer sleep_timer;
 
 // ---- Time ----
 
@@ -169,7 +173,7 @@ void sleep_is_over() {
 // The caller holds the lock. 0 seconds: off; the timer then ends for nothing.
 INT32 set_sleep(INT32 seconds) {
   const TimerTime end = seconds == 0 ? kTimerNever : timer_now() + std::chrono::seconds(seconds);
-  if (seconds != 0 && !timer_set(Timer::kSleep, end, sleep_is_over)) return -1;
+  if (seconds != 0 && !timer_set(sleep_timer, end, sleep_is_over)) return -1;
   sleep_end = end;
   sleep_duration = seconds;
   return 0;
@@ -200,7 +204,7 @@ boost::json::object show() {
           {"sleep", sleep_remaining()}};
 }
 
-boost::json::object changed(INT32 result) { return result == 0 ? show() : control_not_kept(); }
+boost::json::object changed(INT32 result) { return result == 0 ? show() : reply_not_kept(); }
 
 boost::json::object set_by_hand(std::string_view word) {
   if (word == "machine") return changed(move_clock(0));
@@ -209,35 +213,31 @@ boost::json::object set_by_hand(std::string_view word) {
   std::string why;
   if (!absl::ParseTime(absl::RFC3339_full, text, &time, &why) &&
       !absl::ParseTime("%Y-%m-%dT%H:%M:%E*S", text, local_clock().zone, &time, &why)) {
-    return control_error(
-        "clock set takes machine or a time such as 2026-03-29T12:30:00, which is local, or "
-        "2026-03-29T10:30:00Z, not \"" +
-        std::string(word) + "\"");
+    return reply_takes("clock set",
+                       "machine or a time such as 2026-03-29T12:30:00, which is local, or 2026-03-29T10:30:00Z", word);
   }
   const INT64 millis = absl::ToUnixMillis(time);
-  if (millis < 0 || millis > kLastMilli) return control_error("the clock goes from 1970 to the end of 9999");
+  if (millis < 0 || millis > kLastMilli) return reply_error("the clock goes from 1970 to the end of 9999");
   return changed(set_clock(millis));
 }
 
 boost::json::object choose_zone(std::string_view name) {
   absl::TimeZone zone;
   if (!find_zone(name, zone)) {
-    return control_error("there is no time zone \"" + std::string(name) +
-                         "\"; names are the tz database's, for example Europe/Berlin");
+    return reply_error("there is no time zone " + quoted(name) +
+                       "; names are the tz database's, for example Europe/Berlin");
   }
   return changed(config_set(kZoneKey, name));
 }
 
 boost::json::object start_sleep(std::string_view word) {
-  INT32 seconds = 0;
-  const char* const end = word.data() + word.size();
-  const auto [stopped, failed] = std::from_chars(word.data(), end, seconds);
-  if (failed != std::errc() || stopped != end || seconds < 0 || seconds > kLongestSleep) {
-    return control_error("clock sleep takes the seconds until standby, 0 to " + std::to_string(kLongestSleep) +
-                         " (0 is off), not \"" + std::string(word) + "\"");
+  const auto seconds = parse_number_within<INT32>(word, 0, kLongestSleep);
+  if (!seconds) {
+    const std::string limits = "0 to " + std::to_string(kLongestSleep) + " (0 is off)";
+    return reply_takes("clock sleep", "the seconds until standby, " + limits, word);
   }
   std::unique_lock guard(lock);
-  const INT32 result = set_sleep(seconds);
+  const INT32 result = set_sleep(*seconds);
   guard.unlock();
   return changed(result);
 }
@@ -257,7 +257,7 @@ INT64 a_vextvapi_time_get_broadcast_time() { return now_seconds(); }
 
 INT32 a_vextvapi_time_convert_utc_to_local_time(INT64 utc_time, INT64* local_time) {
   if (local_time == nullptr) return -1;
-  if (!is_time(utc_time)) return refuse(__func__, not_a_time(utc_time));
+  if (!is_time(utc_time)) return refuse_call(__func__, not_a_time(utc_time));
   *local_time = utc_time + offset_at(local_clock(), utc_time);
   return 0;
 }
@@ -270,7 +270,7 @@ INT32 a_vextvapi_time_convert_local_time_to_millis(const VEXTVAPI_TIME_DTG_T* dt
     char text[sizeof "65535-255-255 255:255:255"];
     std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", dtg->ui2_yr, dtg->ui1_mo, dtg->ui1_day,
                   dtg->ui1_hr, dtg->ui1_min, dtg->ui1_sec);
-    return refuse(__func__, text + std::string(exists ? " is not within 1970 to 9999" : " does not exist"));
+    return refuse_call(__func__, text + std::string(exists ? " is not within 1970 to 9999" : " does not exist"));
   }
   *millis = seconds * 1000;
   return 0;
@@ -278,13 +278,13 @@ INT32 a_vextvapi_time_convert_local_time_to_millis(const VEXTVAPI_TIME_DTG_T* dt
 
 INT32 a_vextvapi_time_convert_millis_to_local_time(INT64 millis, VEXTVAPI_TIME_DTG_T* dtg) {
   if (dtg == nullptr) return -1;
-  if (millis < 0 || millis > kLastMilli) return refuse(__func__, not_a_time(millis));
+  if (millis < 0 || millis > kLastMilli) return refuse_call(__func__, not_a_time(millis));
   *dtg = dtg_of(millis / 1000);
   return 0;
 }
 
 INT32 a_vextvapi_time_set_utc_time(INT64 utc_time) {
-  if (!is_time(utc_time)) return refuse(__func__, not_a_time(utc_time));
+  if (!is_time(utc_time)) return refuse_call(__func__, not_a_time(utc_time));
   return set_clock(utc_time * 1000);
 }
 
@@ -296,27 +296,11 @@ INT32 a_vextvapi_time_get_sleep_timer_remaining_time(INT32* remaining) {
 
 INT32 a_vextvapi_time_set_sleep_timer(INT32 duration) {
   if (duration < 0 || duration > kLongestSleep) {
-    return refuse(__func__,
-                  std::to_string(duration) + " is not within 0 to " + std::to_string(kLongestSleep) + " seconds");
+    return refuse_call(__func__,
+                       std::to_string(duration) + " is not within 0 to " + std::to_string(kLongestSleep) + " seconds");
   }
   const std::lock_guard guard(lock);
-  return set_sleep(duration) == 0 ? 0 : refuse(__func__, "the set is off");
-}
-
-void clock_load() {
-  const std::lock_guard guard(lock);
-  moved = store_read(kMoved);
-  sleep_end = kTimerNever;
-}
-
-bool clock_reset() {
-  if (move_clock(0) != 0) return false;
-  clock_stop_sleep();
-  return true;
-}
-
-void clock_report(boost::json::object& answer) {
-  if (const INT32 remaining = sleep_remaining(); remaining > 0) answer["sleep"] = remaining;
+  return set_sleep(duration) == 0 ? 0 : refuse_call(__func__, "the set is off");
 }
 
 void clock_stop_sleep() {
@@ -331,7 +315,25 @@ bool clock_step_sleep() {
   return set_sleep(next == std::end(kSleepSteps) ? 0 : *next) == 0;
 }
 
-boost::json::object clock_command(Words arguments) {
+namespace {
+
+void load() {
+  const std::lock_guard guard(lock);
+  moved = store_read(kMoved);
+  sleep_end = kTimerNever;
+}
+
+bool reset() {
+  if (move_clock(0) != 0) return false;
+  clock_stop_sleep();
+  return true;
+}
+
+void report(boost::json::object& answer) {
+  if (const INT32 remaining = sleep_remaining(); remaining > 0) answer["sleep"] = remaining;
+}
+
+boost::json::object clock_command(Arguments arguments) {
   struct Part {
     std::string_view name;
     boost::json::object (*run)(std::string_view word);
@@ -340,7 +342,17 @@ boost::json::object clock_command(Words arguments) {
   if (arguments.empty()) return show();
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (arguments.size() != 2 || part == std::end(kParts)) {
-    return control_error("clock takes set TIME, zone NAME or sleep SECONDS");
+    return reply_error("clock takes set TIME, zone NAME or sleep SECONDS");
   }
   return part->run(arguments[1]);
 }
+
+constexpr Command kCommands[] = {
+    {"clock", "[set TIME|machine | zone NAME | sleep SECONDS]", 2,
+     "Shows the clock; sets it (machine: back to the machine's); chooses the zone; starts the sleep timer, or stops it",
+     clock_command},
+};
+
+}  // namespace
+
+const Room room_clock = {.commands = kCommands, .load = load, .reset = reset, .report = report};

@@ -3,10 +3,11 @@
 //
 // A text that is read as a number is the number that it begins with, 0 where it begins with none. Item 0x07240005 looks
 // a key up: its name goes in, followed by a NUL or by bytes of 1, and its value as text comes back.
+#include "rooms/config/config.h"
+
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -14,16 +15,20 @@
 #include <mutex>
 #include <vector>
 
-#include "core/tv.h"
+#include "base/text.h"
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/store.h"
 
 namespace {
 
-enum class Kind : std::uint8_t { kBool, kNumber, kCode, kText, kAction };
+enum class ValueKind : std::uint8_t { kBool, kNumber, kCode, kText, kAction };
 
 constexpr const char* kKindNames[] = {"bool", "number", "code", "text", "action"};
 
 struct Entry {
-  Kind kind;
+  ValueKind kind;
   const char* key;
   UINT32 item;
   INT32 minimum;
@@ -41,11 +46,11 @@ constexpr INT32 code_of(std::string_view letters) {
 }
 
 // clang-format off
-#define TV_CFG_BOOL(key, item, value, help) Entry{Kind::kBool, key, item, 0, 1, value, 0, "", help},
-#define TV_CFG_NUMBER(key, item, least, most, value, help) Entry{Kind::kNumber, key, item, least, most, value, 0, "", help},
-#define TV_CFG_CODE(key, item, value, help) Entry{Kind::kCode, key, item, INT32_MIN, INT32_MAX, code_of(value), 0, "", help},
-#define TV_CFG_TEXT(key, item, most, value, help) Entry{Kind::kText, key, item, 0, 0, 0, most, value, help},
-#define TV_CFG_ACTION(key, item, prefix, help) Entry{Kind::kAction, key, item, 0, INT32_MAX, 0, 0, prefix, help},
+#define TV_CFG_BOOL(key, item, value, help) Entry{ValueKind::kBool, key, item, 0, 1, value, 0, "", help},
+#define TV_CFG_NUMBER(key, item, least, most, value, help) Entry{ValueKind::kNumber, key, item, least, most, value, 0, "", help},
+#define TV_CFG_CODE(key, item, value, help) Entry{ValueKind::kCode, key, item, INT32_MIN, INT32_MAX, code_of(value), 0, "", help},
+#define TV_CFG_TEXT(key, item, most, value, help) Entry{ValueKind::kText, key, item, 0, 0, 0, most, value, help},
+#define TV_CFG_ACTION(key, item, prefix, help) Entry{ValueKind::kAction, key, item, 0, INT32_MAX, 0, 0, prefix, help},
 // clang-format on
 constexpr Entry kCatalogue[] = {
 #include "catalogue.def"
@@ -91,7 +96,7 @@ struct State {
 };
 
 Value factory_of(const Entry& entry) {
-  return {.number = entry.factory, .text = entry.kind == Kind::kText ? entry.text : ""};
+  return {.number = entry.factory, .text = entry.kind == ValueKind::kText ? entry.text : ""};
 }
 
 // Lives until the process ends, whatever thread still reads.
@@ -111,7 +116,7 @@ Value value_of(const Entry& entry) {
 INT32 number_of(const Entry& entry) {
   const std::lock_guard guard(state.lock);
   const Value& value = state.values[index_of(entry)];
-  if (entry.kind != Kind::kText) return value.number;
+  if (entry.kind != ValueKind::kText) return value.number;
   INT32 number = 0;
   std::from_chars(value.text.data(), value.text.data() + value.text.size(), number);
   return number;
@@ -119,20 +124,13 @@ INT32 number_of(const Entry& entry) {
 
 // A code as its three letters, any other number as such.
 std::string text_of(const Entry& entry, const Value& value) {
-  if (entry.kind == Kind::kText) return value.text;
-  if (entry.kind != Kind::kCode) return std::to_string(value.number);
+  if (entry.kind == ValueKind::kText) return value.text;
+  if (entry.kind != ValueKind::kCode) return std::to_string(value.number);
   const auto bits = static_cast<UINT32>(value.number);
   return {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16 & 0xFF), static_cast<char>(bits >> 8 & 0xFF)};
 }
 
 // ---- What is taken ----
-
-// A text of a caller's, fit for a line of the log.
-std::string quoted(std::string_view text) {
-  std::string shown = "\"";
-  for (const char c : text) shown += std::iscntrl(static_cast<unsigned char>(c)) != 0 ? '?' : c;
-  return shown + '"';
-}
 
 std::string item_name(UINT32 item) {
   char text[sizeof "0x00000000"];
@@ -142,11 +140,11 @@ std::string item_name(UINT32 item) {
 
 std::string what_it_takes(const Entry& entry) {
   switch (entry.kind) {
-    case Kind::kBool:
+    case ValueKind::kBool:
       return "0 or 1";
-    case Kind::kCode:
+    case ValueKind::kCode:
       return "three letters";
-    case Kind::kText:
+    case ValueKind::kText:
       return "a text of at most " + std::to_string(entry.longest) + " bytes in UTF-8";
     default:
       return "a number from " + std::to_string(entry.minimum) + " to " + std::to_string(entry.maximum);
@@ -156,15 +154,9 @@ std::string what_it_takes(const Entry& entry) {
 bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 bool takes(const Entry& entry, const Value& value) {
-  if (entry.kind == Kind::kText) return value.text.size() <= entry.longest && store_is_text(value.text);
-  if (entry.kind == Kind::kCode && !std::ranges::all_of(text_of(entry, value), is_letter)) return false;
+  if (entry.kind == ValueKind::kText) return value.text.size() <= entry.longest && store_is_text(value.text);
+  if (entry.kind == ValueKind::kCode && !std::ranges::all_of(text_of(entry, value), is_letter)) return false;
   return value.number >= entry.minimum && value.number <= entry.maximum;
-}
-
-// Says on stderr why a call is refused.
-INT32 refuse(const char* function, const std::string& why) {
-  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
-  return -1;
 }
 
 const Entry* entry_of(std::string_view key) {
@@ -181,27 +173,27 @@ const Entry* entry_of(UINT32 item) {
 // The entry that a call means, or null, which is said on stderr.
 const Entry* asked(const char* function, const char* key) {
   const Entry* const found = key == nullptr ? nullptr : entry_of(key);
-  if (found == nullptr) refuse(function, "there is no key " + quoted(key == nullptr ? "" : key));
+  if (found == nullptr) refuse_call(function, "there is no key " + quoted(key == nullptr ? "" : key));
   return found;
 }
 
 const Entry* asked(const char* function, INT32 input_group, const char* key) {
   if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return asked(function, key);
-  refuse(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
+  refuse_call(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
   return nullptr;
 }
 
 const Entry* asked(const char* function, UINT32 item) {
   const Entry* const found = entry_of(item);
-  if (found == nullptr) refuse(function, "there is no item " + item_name(item));
+  if (found == nullptr) refuse_call(function, "there is no item " + item_name(item));
   return found;
 }
 
-const Entry* asked(const char* function, UINT32 item, Kind kind) {
+const Entry* asked(const char* function, UINT32 item, ValueKind kind) {
   const Entry* const found = asked(function, item);
   if (found == nullptr || found->kind == kind) return found;
-  const auto name = [](Kind each) { return std::string(kKindNames[static_cast<int>(each)]); };
-  refuse(function, std::string(found->key) + " is of kind " + name(found->kind) + ", not " + name(kind));
+  const auto name = [](ValueKind each) { return std::string(kKindNames[static_cast<int>(each)]); };
+  refuse_call(function, std::string(found->key) + " is of kind " + name(found->kind) + ", not " + name(kind));
   return nullptr;
 }
 
@@ -222,7 +214,7 @@ INT32 change(std::vector<Change> wanted) {
   std::vector<SettingValue> kept;
   for (const Change& each : wanted) {
     kept.push_back({.key = each.entry->key, .value = static_cast<std::int64_t>(each.value.number)});
-    if (each.entry->kind == Kind::kText) kept.back().value = std::string_view(each.value.text);
+    if (each.entry->kind == ValueKind::kText) kept.back().value = std::string_view(each.value.text);
   }
   if (!store_write(kept)) return -1;
   const std::lock_guard guard(state.lock);
@@ -253,18 +245,19 @@ INT32 trigger(const Entry& action) {
 }
 
 INT32 write(const char* function, const Entry& entry, Value value) {
-  if (entry.kind == Kind::kAction) return trigger(entry);
+  if (entry.kind == ValueKind::kAction) return trigger(entry);
   if (!takes(entry, value)) {
-    const bool text = entry.kind == Kind::kText;
-    return refuse(function, std::string(entry.key) + " takes " + what_it_takes(entry) + ", not " +
-                                (text ? "these " + std::to_string(value.text.size()) : std::to_string(value.number)));
+    const bool text = entry.kind == ValueKind::kText;
+    return refuse_call(function,
+                       std::string(entry.key) + " takes " + what_it_takes(entry) + ", not " +
+                           (text ? "these " + std::to_string(value.text.size()) : std::to_string(value.number)));
   }
   const std::lock_guard guard(state.changing);
   return change({{&entry, std::move(value)}});
 }
 
 INT32 write_number(const char* function, const Entry& entry, INT32 number) {
-  if (entry.kind == Kind::kText) return refuse(function, std::string(entry.key) + " is a text, no number");
+  if (entry.kind == ValueKind::kText) return refuse_call(function, std::string(entry.key) + " is a text, no number");
   return write(function, entry, {.number = number, .text = ""});
 }
 
@@ -280,8 +273,8 @@ INT32 read_number(const Entry* entry, Number* ret_value) {
 INT32 give_text(const char* function, const Entry& entry, const std::string& text, UINT32* length, char* ret_value) {
   if (length == nullptr || ret_value == nullptr) return -1;
   if (text.size() >= *length) {
-    return refuse(function, std::string(entry.key) + " has " + std::to_string(text.size()) +
-                                " bytes and a terminator; there is room for " + std::to_string(*length));
+    return refuse_call(function, std::string(entry.key) + " has " + std::to_string(text.size()) +
+                                     " bytes and a terminator; there is room for " + std::to_string(*length));
   }
   std::memcpy(ret_value, text.c_str(), text.size() + 1);
   *length = static_cast<UINT32>(text.size());
@@ -299,21 +292,17 @@ INT32 look_up(const char* function, UINT32* length, char* value) {
 // ---- The control command ----
 
 boost::json::value shown(const Entry& entry, const Value& value) {
-  if (entry.kind == Kind::kBool) return value.number != 0;
-  if (entry.kind == Kind::kCode || entry.kind == Kind::kText) return boost::json::value(text_of(entry, value));
+  if (entry.kind == ValueKind::kBool) return value.number != 0;
+  if (entry.kind == ValueKind::kCode || entry.kind == ValueKind::kText)
+    return boost::json::value(text_of(entry, value));
   return value.number;
-}
-
-bool has_word(std::string_view text, std::string_view word) {
-  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-  return std::search(text.begin(), text.end(), word.begin(), word.end(), same) != text.end();
 }
 
 boost::json::object list(std::string_view word) {
   boost::json::object answer;
   const std::lock_guard guard(state.lock);
   for (const Entry& entry : kCatalogue)
-    if (has_word(entry.key, word) || has_word(entry.help, word))
+    if (contains_ignoring_case(entry.key, word) || contains_ignoring_case(entry.help, word))
       answer[entry.key] = shown(entry, state.values[index_of(entry)]);
   return answer;
 }
@@ -324,10 +313,10 @@ boost::json::object describe(const Entry& entry) {
                              {"kind", kKindNames[static_cast<int>(entry.kind)]},
                              {"value", shown(entry, value_of(entry))},
                              {"default", shown(entry, factory_of(entry))}};
-  if (entry.kind == Kind::kNumber) {
+  if (entry.kind == ValueKind::kNumber) {
     answer["minimum"] = entry.minimum;
     answer["maximum"] = entry.maximum;
-  } else if (entry.kind == Kind::kText) {
+  } else if (entry.kind == ValueKind::kText) {
     answer["longest"] = entry.longest;
   }
   answer["help"] = entry.help;
@@ -336,15 +325,13 @@ boost::json::object describe(const Entry& entry) {
 
 // The entry that a viewer names by its key, or by its item id as 0x07...
 const Entry* named(std::string_view name) {
-  UINT32 item = 0;
-  const char* const end = name.data() + name.size();
-  if (name.starts_with("0x") && std::from_chars(name.data() + 2, end, item, 16).ptr == end) return entry_of(item);
-  return entry_of(name);
+  const auto item = name.starts_with("0x") ? parse_number<UINT32>(name.substr(2), 16) : std::nullopt;
+  return item ? entry_of(*item) : entry_of(name);
 }
 
 std::string viewer_words(const Entry& entry) {
-  if (entry.kind == Kind::kBool) return "on or off";
-  if (entry.kind == Kind::kAction) return "trigger";
+  if (entry.kind == ValueKind::kBool) return "on or off";
+  if (entry.kind == ValueKind::kAction) return "trigger";
   return what_it_takes(entry);
 }
 
@@ -352,25 +339,25 @@ std::string viewer_words(const Entry& entry) {
 bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
   Value value;
   switch (entry.kind) {
-    case Kind::kBool:
+    case ValueKind::kBool:
       value.number = word == "on" || word == "true" || word == "1" ? 1 : 0;
       if (value.number == 0 && word != "off" && word != "false" && word != "0") return false;
       break;
-    case Kind::kCode:
+    case ValueKind::kCode:
       if (word.size() != 3 || !std::ranges::all_of(word, is_letter)) return false;
       for (const char letter : word) value.text += static_cast<char>(letter | 0x20);
       value = {.number = code_of(value.text), .text = ""};
       break;
-    case Kind::kText:
+    case ValueKind::kText:
       value.text = word;
       break;
-    case Kind::kAction:
+    case ValueKind::kAction:
       if (word != "trigger") return false;
       break;
-    case Kind::kNumber: {
-      const char* const end = word.data() + word.size();
-      const auto [stopped, failed] = std::from_chars(word.data(), end, value.number);
-      if (failed != std::errc() || stopped != end) return false;
+    case ValueKind::kNumber: {
+      const auto number = parse_number<INT32>(word);
+      if (!number) return false;
+      value.number = *number;
     }
   }
   if (!takes(entry, value)) return false;
@@ -392,21 +379,21 @@ INT32 a_vextvapi_config_set_value(INT32 input_group, const char* key, INT32 valu
 INT32 a_vextvapi_config_get_str_value(const char* key, char* value, UINT32* length) {
   const Entry* const entry = asked(__func__, key);
   if (entry == nullptr) return -1;
-  if (entry->kind != Kind::kText) return refuse(__func__, std::string(entry->key) + " is a number, no text");
+  if (entry->kind != ValueKind::kText) return refuse_call(__func__, std::string(entry->key) + " is a number, no text");
   return give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 a_vextvapi_config_set_str_value(const char* key, const char* value) {
   const Entry* const entry = asked(__func__, key);
   if (entry == nullptr || value == nullptr) return -1;
-  if (entry->kind != Kind::kText) return refuse(__func__, std::string(entry->key) + " is a number, no text");
+  if (entry->kind != ValueKind::kText) return refuse_call(__func__, std::string(entry->key) + " is a number, no text");
   return write(__func__, *entry, {.number = 0, .text = value});
 }
 
 INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT32* limits) {
   const Entry* const entry = asked(__func__, input_group, key);
   if (entry == nullptr || limits == nullptr) return -1;
-  const bool limited = entry->kind == Kind::kBool || entry->kind == Kind::kNumber;
+  const bool limited = entry->kind == ValueKind::kBool || entry->kind == ValueKind::kNumber;
   if (!limited || entry->minimum < INT16_MIN || entry->maximum > INT16_MAX) return 1;
   const auto half = [](INT32 number) { return static_cast<UINT32>(static_cast<UINT16>(number)); };
   *limits = static_cast<INT32>(half(entry->maximum) << 16 | half(entry->minimum));
@@ -429,24 +416,24 @@ INT32 a_vextvapi_config_reg_callback(a_vextvapi_config_nfy_fct callback, void* t
 }
 
 INT32 getConfigValueBool(UINT32 item_id, UINT8* value) {
-  return read_number(asked(__func__, item_id, Kind::kBool), value);
+  return read_number(asked(__func__, item_id, ValueKind::kBool), value);
 }
 
 INT32 getConfigValueInt32(UINT32 item_id, INT32* value) { return read_number(asked(__func__, item_id), value); }
 
 INT32 getConfigValueString(UINT32 item_id, UINT32* length, char* value) {
   if (item_id == VEXTVAPI_CONFIG_ITEM_LOOK_UP) return look_up(__func__, length, value);
-  const Entry* const entry = asked(__func__, item_id, Kind::kText);
+  const Entry* const entry = asked(__func__, item_id, ValueKind::kText);
   return entry == nullptr ? -1 : give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 setConfigValue(UINT32 item_id) {
-  const Entry* const entry = asked(__func__, item_id, Kind::kAction);
+  const Entry* const entry = asked(__func__, item_id, ValueKind::kAction);
   return entry == nullptr ? -1 : trigger(*entry);
 }
 
 INT32 setConfigValueBool(UINT32 item_id, UINT8 value) {
-  const Entry* const entry = asked(__func__, item_id, Kind::kBool);
+  const Entry* const entry = asked(__func__, item_id, ValueKind::kBool);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
@@ -456,7 +443,7 @@ INT32 setConfigValueInt32(UINT32 item_id, INT32 value) {
 }
 
 INT32 setConfigValueString(UINT32 item_id, const char* value) {
-  const Entry* const entry = asked(__func__, item_id, Kind::kText);
+  const Entry* const entry = asked(__func__, item_id, ValueKind::kText);
   return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
 }
 
@@ -487,16 +474,18 @@ UINT32 config_changes(const char* key) {
   return entry == nullptr ? 0 : state.changes[index_of(*entry)];
 }
 
-void config_load() {
+namespace {
+
+void load() {
   const std::scoped_lock guard(state.changing, state.lock);
   for (const Entry& entry : kCatalogue) {
     Value& value = state.values[index_of(entry)] = {};
-    if (entry.kind == Kind::kText) {
+    if (entry.kind == ValueKind::kText) {
       value.text = store_read(TextSetting{entry.key, entry.text, entry.longest});
     } else {
       value.number = static_cast<INT32>(store_read(Setting{entry.key, entry.factory, entry.minimum, entry.maximum}));
     }
-    if (entry.kind != Kind::kCode || takes(entry, value)) continue;  // the others, the store has looked at
+    if (entry.kind != ValueKind::kCode || takes(entry, value)) continue;  // the others, the store has looked at
     value = factory_of(entry);
     std::fprintf(stderr, "dtv_tv: the kept %s is not three letters; it is %s again\n", entry.key,
                  text_of(entry, value).c_str());
@@ -506,13 +495,13 @@ void config_load() {
   state.callback = nullptr;
 }
 
-bool config_reset() {
+bool reset() {
   const std::lock_guard guard(state.changing);
   return change(defaults_of("")) == 0;
 }
 
 // Only what differs from a new set; "config" lists everything. A new set has nothing to report.
-void config_report(boost::json::object& answer) {
+void report(boost::json::object& answer) {
   boost::json::object changed;
   const std::lock_guard guard(state.lock);
   for (const Entry& entry : kCatalogue) {
@@ -522,19 +511,28 @@ void config_report(boost::json::object& answer) {
   if (!changed.empty()) answer["config"] = std::move(changed);
 }
 
-boost::json::object config_command(Words arguments) {
+boost::json::object config_command(Arguments arguments) {
   const std::string_view name = arguments.empty() ? "" : arguments[0];
   const Entry* const entry = named(name);
   if (entry == nullptr) {
     boost::json::object found = arguments.size() < 2 ? list(name) : boost::json::object();
     if (!found.empty()) return found;
-    return control_error("there is no key \"" + std::string(name) + "\"; config without arguments lists them");
+    return reply_error("there is no key " + quoted(name) + "; config without arguments lists them");
   }
   if (arguments.size() < 2) return describe(*entry);
   Value value;
   if (!parse(*entry, arguments[1], value)) {
-    return control_error(std::string(entry->key) + " takes " + viewer_words(*entry) + ", not \"" +
-                         std::string(arguments[1]) + "\"");
+    return reply_takes(entry->key, viewer_words(*entry), arguments[1]);
   }
-  return write("config", *entry, std::move(value)) == 0 ? describe(*entry) : control_not_kept();
+  return write("config", *entry, std::move(value)) == 0 ? describe(*entry) : reply_not_kept();
 }
+
+constexpr Command kCommands[] = {
+    {"config", "[WORD|KEY [VALUE]]", 2,
+     "Lists the configuration, or what has WORD in its key or help; shows one value; changes it as the menu does",
+     config_command},
+};
+
+}  // namespace
+
+const Room room_config = {.commands = kCommands, .load = load, .reset = reset, .report = report};

@@ -236,9 +236,9 @@ TEST_F(TvConfig, ResetTellsWhatChanges) {
   a_vextvapi_config_set_str_value(kName, "Attic");
   setConfigValue(item_of(kStore));
   EXPECT_EQ(tv_control(R"(["state"])"),
-            R"({"volume":20,"mute":false,"config":{"g_audio__balance":7,"g_gui_lang__gui_language":"deu",)"
+            R"({"config":{"g_audio__balance":7,"g_gui_lang__gui_language":"deu",)"
             R"("g_misc__channel_store":1,"g_misc__tv_network_name":"Attic"},)" TV_FACTORY_STATE "}");
-  EXPECT_EQ(tv_control(R"(["reset"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
+  EXPECT_EQ(tv_control(R"(["reset"])"), "{" TV_FACTORY_STATE "}");
   EXPECT_EQ(number(kLanguage), kEnglish);
   EXPECT_EQ(number(kStore), 0);
   EXPECT_EQ(text(kName), "Living room");
@@ -320,7 +320,7 @@ TEST_F(TvConfig, BadCommandsSayWhatIsAllowed) {
     EXPECT_EQ(answer.rfind(R"({"error":")", 0), 0u) << each.command << " gave " << answer;
     expect_words(answer, each.says);
   }
-  EXPECT_EQ(tv_control(R"(["state"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
+  EXPECT_EQ(tv_control(R"(["state"])"), "{" TV_FACTORY_STATE "}");
 }
 
 }  // namespace

@@ -32,7 +32,11 @@
 #include <thread>
 #include <vector>
 
-#include "core/tv.h"
+#include "core/contract.h"
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/store.h"
 
 namespace {
 
@@ -40,13 +44,13 @@ constexpr INT32 kPlugged = 1;
 constexpr std::size_t kMostListeners = 32;
 constexpr Setting kLost{.key = "network_lost", .factory = 0, .minimum = 0, .maximum = 1};
 
-enum class Kind : std::uint8_t { kEthernet, kWlan, kOther };
+enum class InterfaceKind : std::uint8_t { kEthernet, kWlan, kOther };
 
 constexpr const char* kKindNames[] = {"ethernet", "wlan", "other"};
 
 struct Interface {
   std::string name;
-  Kind kind = Kind::kOther;
+  InterfaceKind kind = InterfaceKind::kOther;
   bool runs = false;                // switched on, with a carrier
   std::set<std::string> addresses;  // as "192.0.2.5/24"
 };
@@ -64,7 +68,7 @@ struct State {
   Facts facts;        // as last told of
   bool lost = false;  // a viewer has pulled the cable
 
-  // Touched by network_start and network_stop only, but for the descriptors, which the thread reads.
+  // Touched by start and stop only, but for the descriptors, which the thread reads.
   std::thread thread;
   int netlink = -1;
   int stop = -1;
@@ -88,9 +92,9 @@ std::string address_text(const sockaddr& address, const sockaddr* mask) {
   return std::string(text) + "/" + std::to_string(prefix);
 }
 
-Kind kind_of(std::string_view name, const sockaddr_ll& link) {
-  if (name.starts_with("wl")) return Kind::kWlan;
-  return link.sll_hatype == ARPHRD_ETHER ? Kind::kEthernet : Kind::kOther;
+InterfaceKind kind_of(std::string_view name, const sockaddr_ll& link) {
+  if (name.starts_with("wl")) return InterfaceKind::kWlan;
+  return link.sll_hatype == ARPHRD_ETHER ? InterfaceKind::kEthernet : InterfaceKind::kOther;
 }
 
 bool read_facts(Facts& ret_facts) {
@@ -136,7 +140,7 @@ void tell(INT32 id, int index) {
 }
 
 // Without the cable nothing is heard of what it connects.
-bool is_heard(const Interface& interface) { return !state.lost || interface.kind != Kind::kEthernet; }
+bool is_heard(const Interface& interface) { return !state.lost || interface.kind != InterfaceKind::kEthernet; }
 
 void tell_differences(const Facts& before, const Facts& after) {
   static const Interface& kNone = *new Interface;  // lives until the process ends, as the thread may
@@ -144,11 +148,11 @@ void tell_differences(const Facts& before, const Facts& after) {
     const auto found = facts.find(index);
     return found == facts.end() ? kNone : found->second;
   };
-  const auto is_plugged = [](const Interface& each) { return each.kind == Kind::kEthernet && each.runs; };
+  const auto is_plugged = [](const Interface& each) { return each.kind == InterfaceKind::kEthernet && each.runs; };
   for (const auto& [index, old] : before) {
     if (!is_heard(old)) continue;
     if (is_plugged(old) && !is_plugged(look_up(after, index))) tell(VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG, index);
-    if (old.kind == Kind::kWlan && !after.contains(index)) tell(VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND, index);
+    if (old.kind == InterfaceKind::kWlan && !after.contains(index)) tell(VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND, index);
     if (!after.contains(index) && !old.addresses.empty()) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
   }
   for (const auto& [index, now] : after) {
@@ -212,7 +216,7 @@ bool pretend(bool lost) {
   if (!store_write(values)) return false;
   state.lost = lost;
   const auto cable = std::ranges::find_if(
-      state.facts, [](const auto& each) { return each.second.kind == Kind::kEthernet && each.second.runs; });
+      state.facts, [](const auto& each) { return each.second.kind == InterfaceKind::kEthernet && each.second.runs; });
   const int index = cable == state.facts.end() ? 0 : cable->first;
   tell(lost ? VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG : kPlugged, index);
   if (!lost) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
@@ -234,21 +238,22 @@ INT32 a_vextvapi_nw_register(a_vextvapi_nw_nfy_fct callback, void* tag, UINT32* 
   if (callback == nullptr || nfy_id == nullptr) return -1;
   const std::lock_guard guard(state.lock);
   if (state.listeners.size() == kMostListeners) {
-    std::fprintf(stderr, "dtv_tv: a_vextvapi_nw_register: %zu listen already, no more can\n", kMostListeners);
-    return -1;
+    return refuse_call(__func__, std::to_string(kMostListeners) + " listen already, no more can");
   }
   state.listeners.push_back({callback, tag});
   *nfy_id = static_cast<UINT32>(state.listeners.size());
   return 0;
 }
 
-void network_load() {
+namespace {
+
+void load() {
   const std::lock_guard guard(state.lock);
   state.lost = store_read(kLost) != 0;
   state.listeners.clear();  // whoever listens registers after the set was switched on
 }
 
-void network_start() {
+void start() {
   state.netlink = open_netlink();
   state.stop = eventfd(0, EFD_CLOEXEC);
   if (state.netlink < 0 || state.stop < 0) {
@@ -264,7 +269,7 @@ void network_start() {
   state.thread = std::thread(run_network);
 }
 
-void network_stop() {
+void stop() {
   if (state.thread.joinable()) {
     eventfd_write(state.stop, 1);
     state.thread.join();
@@ -272,24 +277,34 @@ void network_stop() {
   close_descriptors();
 }
 
-bool network_reset() { return pretend(false); }
+bool reset() { return pretend(false); }
 
 // Nothing while the network is as it is; "network" shows it.
-void network_report(boost::json::object& answer) {
+void report(boost::json::object& answer) {
   const std::lock_guard guard(state.lock);
   if (state.lost) answer["network"] = "lost";
 }
 
-boost::json::object network_command(Words arguments) {
+boost::json::object network_command(Arguments arguments) {
   const std::string_view action = arguments.empty() ? "" : arguments[0];
   if (!action.empty() && action != "lose" && action != "restore") {
-    return control_error("network takes lose or restore, not \"" + std::string(action) + "\"");
+    return reply_takes("network", "lose or restore", action);
   }
-  if (!action.empty() && !pretend(action == "lose")) return control_not_kept();
+  if (!action.empty() && !pretend(action == "lose")) return reply_not_kept();
   const std::lock_guard guard(state.lock);
-  // What is shown has been told of, also when the thread is late.
-  if (!look()) return control_error("the network cannot be read; the set's log says why");
+  // So that the reply shows nothing of which no notification was sent, even when the thread is late.
+  if (!look()) return reply_error("the network cannot be read; the set's log says why");
   boost::json::object interfaces;
   for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
 }
+
+constexpr Command kCommands[] = {
+    {"network", "[lose|restore]", 1,
+     "Shows the network's interfaces; lose pretends that the cable is pulled, until restore", network_command},
+};
+
+}  // namespace
+
+const Room room_network = {
+    .commands = kCommands, .load = load, .reset = reset, .report = report, .start = start, .stop = stop};

@@ -3,15 +3,26 @@
 //
 // In standby the volume keys do nothing; any other key wakes the set and does no more. There are the channels 1 to 99;
 // choosing one leaves another source. A number of one digit is a channel after a moment or with ENTER.
+#include "rooms/remote/remote.h"
+
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
-#include <charconv>
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
-#include "core/tv.h"
+#include "core/contract.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/store.h"
+#include "core/timers.h"
+#include "dtv_tv.h"
+#include "rooms/apps/apps.h"
+#include "rooms/cec/cec.h"
+#include "rooms/clock/clock.h"
+#include "rooms/config/config.h"
+#include "rooms/volume/volume.h"
 
 namespace {
 
@@ -41,6 +52,8 @@ struct State {
   TimerTime number_due;  // when it is a channel, if none else comes
   const char* last_key = "";
 };
+
+Timer number_timer;
 
 // Lives until the process ends, whatever thread still reads.
 State& state = *new State;
@@ -87,7 +100,7 @@ bool press_digit(int digit) {
   if (state.number >= 0) return tune(state.number * 10 + digit);
   state.number = digit;
   state.number_due = timer_now() + kNextDigit;
-  return timer_set(Timer::kDigits, state.number_due, number_is_over);
+  return timer_set(number_timer, state.number_due, number_is_over);
 }
 
 bool press_enter(int) {
@@ -211,20 +224,6 @@ void carry_out(std::string_view command) {
   std::fprintf(stderr, "dtv_tv: the command device knows no \"%s\"\n", shown.c_str());
 }
 
-boost::json::object report() {
-  boost::json::object answer;
-  remote_report(answer);
-  return answer;
-}
-
-boost::json::object list_keys() {
-  boost::json::array keys;
-  for (const Key& key : kKeys) {
-    keys.push_back({{"name", key.name}, {"code", key.code}, {"does", key.action == nullptr ? "" : key.action->help}});
-  }
-  return {{"keys", std::move(keys)}};
-}
-
 }  // namespace
 
 void dtv_tv_command(char character) {
@@ -242,31 +241,6 @@ void dtv_tv_command(char character) {
     command.swap(line);
   }
   carry_out(command);
-}
-
-void remote_load() {
-  const std::lock_guard guard(state.lock);
-  state.on = true;
-  state.place = {.channel = store_read(kChannel), .previous = store_read(kPrevious), .source = store_read(kSource)};
-  state.number = -1;
-  state.last_key = "";
-}
-
-bool remote_reset() {
-  const std::lock_guard guard(state.lock);
-  if (!go(kFactory)) return false;
-  state.on = true;
-  state.number = -1;
-  state.last_key = "";
-  return true;
-}
-
-void remote_report(boost::json::object& answer) {
-  const std::lock_guard guard(state.lock);
-  answer["power"] = state.on ? "on" : "standby";
-  answer["channel"] = state.place.channel;
-  answer["source"] = kSources[state.place.source];
-  answer["key"] = state.last_key;
 }
 
 bool remote_is_on() {
@@ -299,25 +273,75 @@ void remote_show_hdmi(int input) {
   go(wanted);
 }
 
-boost::json::object power_command(Words arguments) {
-  if (arguments.empty()) return report();
+namespace {
+
+void load() {
+  const std::lock_guard guard(state.lock);
+  state.on = true;
+  state.place = {.channel = store_read(kChannel), .previous = store_read(kPrevious), .source = store_read(kSource)};
+  state.number = -1;
+  state.last_key = "";
+}
+
+bool reset() {
+  const std::lock_guard guard(state.lock);
+  if (!go(kFactory)) return false;
+  state.on = true;
+  state.number = -1;
+  state.last_key = "";
+  return true;
+}
+
+void report(boost::json::object& answer) {
+  const std::lock_guard guard(state.lock);
+  answer["power"] = state.on ? "on" : "standby";
+  answer["channel"] = state.place.channel;
+  answer["source"] = kSources[state.place.source];
+  answer["key"] = state.last_key;
+}
+
+boost::json::object reported() {
+  boost::json::object answer;
+  report(answer);
+  return answer;
+}
+
+boost::json::object list_keys() {
+  boost::json::array keys;
+  for (const Key& key : kKeys) {
+    keys.push_back({{"name", key.name}, {"code", key.code}, {"does", key.action == nullptr ? "" : key.action->help}});
+  }
+  return {{"keys", std::move(keys)}};
+}
+
+boost::json::object power_command(Arguments arguments) {
+  if (arguments.empty()) return reported();
   const std::string_view wanted = arguments[0];
   if (wanted != "on" && wanted != "standby" && wanted != "toggle") {
-    return control_error("power takes on, standby or toggle, not \"" + std::string(wanted) + "\"");
+    return reply_takes("power", "on, standby or toggle", wanted);
   }
   if (wanted == "standby" || (wanted == "toggle" && remote_is_on())) {
     remote_standby();
   } else {
     remote_wake();
   }
-  return report();
+  return reported();
 }
 
-boost::json::object key_command(Words arguments) {
+boost::json::object key_command(Arguments arguments) {
   if (arguments.empty()) return list_keys();
   const auto* const key = std::ranges::find(kKeys, arguments[0], &Key::name);
   if (key == std::end(kKeys)) {
-    return control_error("there is no key \"" + std::string(arguments[0]) + "\"; key without a name lists them");
+    return reply_error("there is no key " + quoted(arguments[0]) + "; key without a name lists them");
   }
-  return press(*key) ? report() : control_not_kept();
+  return press(*key) ? reported() : reply_not_kept();
 }
+
+constexpr Command kCommands[] = {
+    {"key", "[NAME]", 1, "Presses a key of the remote control, or lists the keys", key_command},
+    {"power", "[on|standby|toggle]", 1, "Wakes the set or puts it in standby", power_command},
+};
+
+}  // namespace
+
+const Room room_remote = {.commands = kCommands, .load = load, .reset = reset, .report = report};

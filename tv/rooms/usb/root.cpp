@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/tv.h"
+#include "dtv_tv.h"
 
 namespace fs = std::filesystem;
 

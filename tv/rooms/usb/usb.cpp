@@ -15,7 +15,12 @@
 #include <mutex>
 #include <vector>
 
-#include "core/tv.h"
+#include "core/contract.h"
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/set.h"
+#include "core/store.h"
 #include "root.h"
 
 namespace fs = std::filesystem;
@@ -64,12 +69,6 @@ std::string mount_point_of(std::size_t index) { return state.mounts + "/" + name
 UINT32 port_of(std::size_t index) { return static_cast<UINT32>(index + 1); }
 
 bool is_free(const Stick& stick) { return stick.folder.empty(); }
-
-// Says on stderr why a call is refused.
-INT32 refuse(const char* function, const std::string& why) {
-  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
-  return -1;
-}
 
 // ---- The store and the links; the caller holds state.changing ----
 
@@ -176,7 +175,7 @@ std::string cut(std::string text, std::size_t longest) {
 
 // Why a folder is not there that the caller may see: what the host sees of / is how that was at its start.
 std::string not_found(std::string_view given, const std::error_code& why) {
-  std::string text = "the folder \"" + std::string(given) + "\" cannot be found: " + why.message();
+  std::string text = "the folder " + quoted(given) + " cannot be found: " + why.message();
   std::error_code none;
   const fs::path first = "/" / *fs::path(given).relative_path().begin();
   if (usb_root() == "/" && why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
@@ -190,41 +189,40 @@ std::string outside() {
   return "only a folder in " + usb_root() + " can become a USB stick";
 }
 
-boost::json::object insert_stick(std::string_view given, Words label) {
+boost::json::object insert_stick(std::string_view given, Arguments label) {
   const std::lock_guard guard(state.changing);
-  const std::string quoted = "\"" + std::string(given) + "\"";
-  if (!given.starts_with('/')) return control_error("the folder " + quoted + " is not named by its whole path");
+  if (!given.starts_with('/')) return reply_error("the folder " + quoted(given) + " is not named by its whole path");
   const UsbPlace found = usb_place(given);
-  if (!found.inside) return control_error(outside());
-  if (found.failed) return control_error(not_found(given, found.failed));
+  if (!found.inside) return reply_error(outside());
+  if (found.failed) return reply_error(not_found(given, found.failed));
   const fs::path folder = found.folder;
   std::error_code failed;
-  if (!fs::is_directory(folder, failed)) return control_error(quoted + " is no folder");
+  if (!fs::is_directory(folder, failed)) return reply_error(quoted(given) + " is no folder");
   Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
-  if (!store_is_text(stick.folder)) return control_error("the name of the folder " + quoted + " is not in UTF-8");
+  if (!store_is_text(stick.folder)) return reply_error("the name of the folder " + quoted(given) + " is not in UTF-8");
   if (!label.empty()) {
     stick.label = label[0];
     if (label[0].empty() || label[0].size() > kLongestLabel || !store_is_text(label[0])) {
-      return control_error("a label is a text of 1 to " + std::to_string(kLongestLabel) + " bytes in UTF-8, not \"" +
-                           std::string(label[0]) + "\"");
+      return reply_error("a label is a text of 1 to " + std::to_string(kLongestLabel) + " bytes in UTF-8, not " +
+                         quoted(label[0]));
     }
   }
 
   const auto same = std::ranges::find(state.sticks, stick.folder, &Stick::folder);
   if (same != state.sticks.end()) {
     const auto index = static_cast<std::size_t>(same - state.sticks.begin());
-    return control_error("the folder " + stick.folder + " is inserted already, as " + device_of(index));
+    return reply_error("the folder " + stick.folder + " is inserted already, as " + device_of(index));
   }
   const auto place = std::ranges::find_if(state.sticks, is_free);
   if (place == state.sticks.end()) {
-    return control_error("the set has " + std::to_string(kPorts) + " ports for sticks, and all are taken");
+    return reply_error("the set has " + std::to_string(kPorts) + " ports for sticks, and all are taken");
   }
   const auto index = static_cast<std::size_t>(place - state.sticks.begin());
   std::string problem;
-  if (!mount(index, stick.folder, problem)) return control_error(problem);
+  if (!mount(index, stick.folder, problem)) return reply_error(problem);
   if (!keep({index}, stick)) {
     unmount(index);
-    return control_not_kept();
+    return reply_not_kept();
   }
   boost::json::object answer = shown(index, stick);
   put(index, std::move(stick));
@@ -252,10 +250,10 @@ boost::json::object remove_sticks(std::string_view name) {
   if (name != "all" && found.size() != 1) {
     std::string which;
     for (const std::size_t index : found) which += (which.empty() ? "" : ", ") + device_of(index);
-    return control_error(found.empty() ? "there is no stick \"" + std::string(name) + "\"; stick list shows them"
-                                       : "\"" + std::string(name) + "\" means more than one stick: " + which);
+    return reply_error(found.empty() ? "there is no stick " + quoted(name) + "; stick list shows them"
+                                     : quoted(name) + " means more than one stick: " + which);
   }
-  if (!keep(found, {})) return control_not_kept();
+  if (!keep(found, {})) return reply_not_kept();
   boost::json::array removed;
   for (const std::size_t index : found) {
     unmount(index);
@@ -313,7 +311,7 @@ bool describe(const std::string& folder, std::string& ret_text) {
 // The caller holds the lock.
 bool runs(const char* function, UINT32 handle) {
   if (handle != 0 && handle == state.detection) return true;
-  refuse(function, "there is no detection " + std::to_string(handle));
+  refuse_call(function, "there is no detection " + std::to_string(handle));
   return false;
 }
 
@@ -376,22 +374,24 @@ INT32 a_vextvapi_cb_usb_detect_devDesc(UINT32 handle, const char* mount_point, c
   for (std::size_t index = 0; index < kPorts; ++index)
     if (!is_free(state.sticks[index]) && mount_point_of(index) == mount_point) folder = state.sticks[index].folder;
   guard.unlock();
-  if (folder.empty()) return refuse(__func__, "no stick is mounted at \"" + std::string(mount_point) + "\"");
+  if (folder.empty()) return refuse_call(__func__, "no stick is mounted at " + quoted(mount_point));
   std::string text;
-  if (!describe(folder, text)) return refuse(__func__, "the folder " + folder + " cannot be read");
+  if (!describe(folder, text)) return refuse_call(__func__, "the folder " + folder + " cannot be read");
   if (size < 0 || text.size() >= static_cast<std::size_t>(size)) {
-    return refuse(__func__, "the description has " + std::to_string(text.size()) +
-                                " bytes and a terminator; there is room for " + std::to_string(size));
+    return refuse_call(__func__, "the description has " + std::to_string(text.size()) +
+                                     " bytes and a terminator; there is room for " + std::to_string(size));
   }
   std::memcpy(description, text.c_str(), text.size() + 1);
   return 0;
 }
 
-void usb_load() {
+namespace {
+
+void load() {
   const std::scoped_lock guard(state.changing, state.lock);
-  state.mounts = tv_folder() + "/usb";
+  state.mounts = set_folder() + "/usb";
   usb_root_load();
-  // Whoever listens starts a detection after the set was switched on.
+  // A listener starts a detection after the set was switched on.
   state.detection = 0;
   state.callback = nullptr;
   unmount_all();
@@ -408,10 +408,10 @@ void usb_load() {
   }
 }
 
-bool usb_reset() { return !remove_sticks("all").contains("error"); }
+bool reset() { return !remove_sticks("all").contains("error"); }
 
 // Nothing while no stick is inserted, as in a new set.
-void usb_report(boost::json::object& answer) {
+void report(boost::json::object& answer) {
   boost::json::object sticks;
   const std::lock_guard guard(state.lock);
   for (std::size_t index = 0; index < kPorts; ++index)
@@ -419,10 +419,20 @@ void usb_report(boost::json::object& answer) {
   if (!sticks.empty()) answer["sticks"] = std::move(sticks);
 }
 
-boost::json::object stick_command(Words arguments) {
+boost::json::object stick_command(Arguments arguments) {
   const std::string_view action = arguments.empty() ? "list" : arguments[0];
   if (action == "list" && arguments.size() <= 1) return list_sticks();
   if (action == "insert" && arguments.size() >= 2) return insert_stick(arguments[1], arguments.subspan(2));
   if (action == "remove" && arguments.size() == 2) return remove_sticks(arguments[1]);
-  return control_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, or list");
+  return reply_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, or list");
 }
+
+constexpr Command kCommands[] = {
+    {"stick", "insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list", 3,
+     "Inserts a folder as a USB stick, pulls sticks out, lists them; they stay inserted when the set is switched off",
+     stick_command},
+};
+
+}  // namespace
+
+const Room room_usb = {.commands = kCommands, .load = load, .reset = reset, .report = report};

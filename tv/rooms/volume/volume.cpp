@@ -1,13 +1,18 @@
 // Volume and mute. The scale is 0 to 100, a step is 1. The TV API changes what it names and nothing else; the remote
 // control, as on any set, also unmutes when it raises the volume.
+#include "rooms/volume/volume.h"
+
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
-#include <charconv>
-#include <cstdio>
 #include <mutex>
 
-#include "core/tv.h"
+#include "base/text.h"
+#include "core/contract.h"
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/store.h"
 
 namespace {
 
@@ -28,9 +33,11 @@ std::mutex lock;  // makes changes one after the other; guards all that follow
 a_vextvapi_volctrl_nfy_fct callback = nullptr;
 void* callback_tag = nullptr;
 
+std::string limits() { return std::to_string(kLevel.minimum) + " to " + std::to_string(kLevel.maximum); }
+
 void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
 
-// Keeps the wanted state, then tells of it; nothing at all when it is the present one. The caller holds the lock.
+// Keeps the wanted state and notifies of it. Does nothing when it is the present one. The caller holds the lock.
 INT32 change(const Volume& wanted) {
   if (wanted == volume.load()) return 0;
   const SettingValue values[] = {{kLevel.key, wanted.level}, {kMute.key, wanted.mute}};
@@ -57,13 +64,6 @@ INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute =
 
 INT32 switch_mute(bool mute) { return change({.level = volume.load().level, .mute = mute ? 1 : 0}); }
 
-boost::json::object answer(INT32 result) {
-  if (result != 0) return control_not_kept();
-  boost::json::object report;
-  volume_report(report);
-  return report;
-}
-
 }  // namespace
 
 INT32 a_vextvapi_volctrl_getVolume() { return volume.load().level; }
@@ -72,9 +72,7 @@ INT32 a_vextvapi_volctrl_getMute() { return volume.load().mute; }
 
 INT32 a_vextvapi_volctrl_setVolume(INT16 wanted) {
   if (wanted < kLevel.minimum || wanted > kLevel.maximum) {
-    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setVolume: %d is not within %d to %d\n", wanted,
-                 static_cast<int>(kLevel.minimum), static_cast<int>(kLevel.maximum));
-    return -1;
+    return refuse_call(__func__, std::to_string(wanted) + " is not within " + limits());
   }
   const std::lock_guard guard(lock);
   return change({.level = wanted, .mute = volume.load().mute});
@@ -86,8 +84,7 @@ INT32 a_vextvapi_volctrl_decrVolume() { return step(-1); }
 
 INT32 a_vextvapi_volctrl_setMute(UINT8 wanted) {
   if (wanted > kMute.maximum) {
-    std::fprintf(stderr, "dtv_tv: a_vextvapi_volctrl_setMute: %d is neither 0 nor 1\n", wanted);
-    return -1;
+    return refuse_call(__func__, std::to_string(wanted) + " is neither 0 nor 1");
   }
   const std::lock_guard guard(lock);
   return change({.level = volume.load().level, .mute = wanted});
@@ -100,22 +97,6 @@ INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct fct, void* tag)
   return 0;
 }
 
-void volume_load() {
-  const std::lock_guard guard(lock);
-  volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
-}
-
-bool volume_reset() {
-  const std::lock_guard guard(lock);
-  return change(kFactory) == 0;
-}
-
-void volume_report(boost::json::object& answer) {
-  const auto [level, mute] = volume.load();
-  answer["volume"] = level;
-  answer["mute"] = mute != 0;
-}
-
 bool volume_press(int by) {
   const std::lock_guard guard(lock);
   return turn_to(level_by(by), by > 0) == 0;
@@ -126,7 +107,32 @@ bool mute_press() {
   return switch_mute(volume.load().mute == 0) == 0;
 }
 
-boost::json::object volume_command(Words arguments) {
+namespace {
+
+void load() {
+  const std::lock_guard guard(lock);
+  volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
+}
+
+bool reset() {
+  const std::lock_guard guard(lock);
+  return change(kFactory) == 0;
+}
+
+void report(boost::json::object& answer) {
+  const auto [level, mute] = volume.load();
+  answer["volume"] = level;
+  answer["mute"] = mute != 0;
+}
+
+boost::json::object answer(INT32 result) {
+  if (result != 0) return reply_not_kept();
+  boost::json::object answer;
+  report(answer);
+  return answer;
+}
+
+boost::json::object volume_command(Arguments arguments) {
   if (arguments.empty()) return answer(0);
   const std::string_view wanted = arguments[0];
   INT32 level = 0;
@@ -134,26 +140,33 @@ boost::json::object volume_command(Words arguments) {
   if (wanted == "up" || wanted == "down") {
     level = level_by(wanted == "up" ? 1 : -1);
   } else {
-    const auto [end, failed] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), level);
-    if (failed != std::errc() || end != wanted.data() + wanted.size() || level < kLevel.minimum ||
-        level > kLevel.maximum) {
-      return control_error("volume takes up, down or a number from " + std::to_string(kLevel.minimum) + " to " +
-                           std::to_string(kLevel.maximum) + ", not \"" + std::string(wanted) + "\"");
-    }
+    const auto number = parse_number_within<INT32>(wanted, kLevel.minimum, kLevel.maximum);
+    if (!number) return reply_takes("volume", "up, down or a number from " + limits(), wanted);
+    level = *number;
   }
   const INT32 result = turn_to(level, wanted == "up" || level > volume.load().level);
   guard.unlock();
   return answer(result);
 }
 
-boost::json::object mute_command(Words arguments) {
+boost::json::object mute_command(Arguments arguments) {
   if (arguments.empty()) return answer(0);
   const std::string_view wanted = arguments[0];
   if (wanted != "on" && wanted != "off" && wanted != "toggle") {
-    return control_error("mute takes on, off or toggle, not \"" + std::string(wanted) + "\"");
+    return reply_takes("mute", "on, off or toggle", wanted);
   }
   std::unique_lock guard(lock);
   const INT32 result = switch_mute(wanted == "toggle" ? volume.load().mute == 0 : wanted == "on");
   guard.unlock();
   return answer(result);
 }
+
+constexpr Command kCommands[] = {
+    {"volume", "[N|up|down]", 1, "Turns the volume (0 to 100) as the remote control does: raising it also unmutes",
+     volume_command},
+    {"mute", "[on|off|toggle]", 1, "Presses the mute key", mute_command},
+};
+
+}  // namespace
+
+const Room room_volume = {.commands = kCommands, .load = load, .reset = reset, .report = report};

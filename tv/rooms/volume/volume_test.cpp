@@ -230,8 +230,8 @@ TEST_F(TvVolume, RaisingByRemoteControlUnmutesInOneChange) {
 TEST_F(TvVolume, ResetGoesBackToTheFactory) {
   tv_control(R"(["volume","77"])");
   tv_control(R"(["mute","on"])");
-  EXPECT_EQ(tv_control(R"(["reset"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
-  EXPECT_EQ(tv_control(R"(["state"])"), R"({"volume":20,"mute":false,)" TV_FACTORY_STATE "}");
+  EXPECT_EQ(tv_control(R"(["reset"])"), "{" TV_FACTORY_STATE "}");
+  EXPECT_EQ(tv_control(R"(["state"])"), "{" TV_FACTORY_STATE "}");
   const std::vector<Heard> all = wait_for(3);
   ASSERT_EQ(all.size(), 3u);
   EXPECT_EQ(all[2].args[0], 20);
@@ -269,14 +269,6 @@ TEST_F(TvVolume, BadCommandsSayWhatIsAllowed) {
   const std::unique_ptr<char, decltype(&free)> nothing(dtv_tv_control(nullptr), free);
   EXPECT_EQ(std::string(nothing.get()).rfind(R"({"error":")", 0), 0u);
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
-}
-
-TEST_F(TvVolume, HelpListsEveryCommand) {
-  const std::string help = tv_control(R"(["help"])");
-  EXPECT_EQ(help.rfind(R"({"commands":[{"name":"volume","arguments":"[N|up|down]","help":")", 0), 0u) << help;
-  for (const char* name : {"volume", "mute", "state", "reset", "help"}) {
-    EXPECT_NE(help.find(std::string(R"("name":")") + name + '"'), std::string::npos) << name;
-  }
 }
 
 }  // namespace

@@ -1,0 +1,69 @@
+// The control interface itself: its help, from the rows of all rooms.
+#include "support.h"
+
+namespace {
+
+class TvControl : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(tv_start(folder_.path), ""); }
+
+  // The words that "help" offers behind these, as ["word","word"] of a JSON array's inside.
+  static std::string next(const std::string& words) {
+    std::string answer = tv_control(R"(["help",)" + words + "]");
+    const std::string mark = R"("next":[)";
+    const std::size_t begin = answer.find(mark);
+    if (begin == std::string::npos || !answer.ends_with("]}")) return answer;
+    answer = answer.substr(begin + mark.size(), answer.size() - begin - mark.size() - 2);
+    std::string offered;
+    for (std::size_t at = 0; (at = answer.find(R"({"word":")", at)) != std::string::npos;) {
+      at += sizeof R"({"word":")" - 1;
+      offered += (offered.empty() ? "" : " ") + answer.substr(at, answer.find('"', at) - at);
+    }
+    return offered;
+  }
+
+  TvFolder folder_;
+};
+
+TEST_F(TvControl, HelpListsEveryCommand) {
+  const std::string help = tv_control(R"(["help"])");
+  EXPECT_EQ(help.rfind(R"({"commands":[{"name":")", 0), 0u) << help;
+  for (const char* name : {"volume", "mute", "config", "key", "power", "clock", "app", "cec", "stick", "network",
+                           "state", "reset", "help"}) {
+    const std::string row = std::string(R"({"name":")") + name + R"(","arguments":")";
+    const std::size_t first = help.find(row);
+    EXPECT_NE(first, std::string::npos) << name;
+    EXPECT_EQ(help.find(row, first + 1), std::string::npos) << name << " is listed twice";
+  }
+  EXPECT_NE(help.find(R"({"name":"mute","arguments":"[on|off|toggle]","help":"Presses the mute key"})"),
+            std::string::npos);
+}
+
+TEST_F(TvControl, HelpOfOneCommandOffersTheNextWord) {
+  EXPECT_EQ(next(R"("mute")"), "on off toggle");
+  EXPECT_EQ(next(R"("mute","on")"), "");
+  EXPECT_EQ(next(R"("volume")"), "N up down");
+  EXPECT_EQ(next(R"("state")"), "");
+  EXPECT_EQ(next(R"("stick")"), "insert remove list");
+  EXPECT_EQ(next(R"("stick","insert")"), "DIR");
+  EXPECT_EQ(next(R"("stick","insert","/media")"), "LABEL");
+  EXPECT_EQ(next(R"("stick","insert","/media","Holiday")"), "");
+  EXPECT_EQ(next(R"("stick","remove")"), "DEV LABEL DIR all");
+  EXPECT_EQ(next(R"("stick","list")"), "");
+  EXPECT_EQ(next(R"("stick","dance")"), "");
+  EXPECT_EQ(next(R"("clock")"), "set zone sleep");
+  EXPECT_EQ(next(R"("clock","zone")"), "NAME");
+  EXPECT_EQ(next(R"("cec")"), "play standby unplug plug send frames");
+  EXPECT_EQ(next(R"("cec","send","dvd")"), "OPCODE");
+}
+
+TEST_F(TvControl, HelpOfNoCommandListsTheCommands) {
+  const std::string answer = tv_control(R"(["help","dance"])");
+  expect_words(answer, {R"({"error":)", R"(\"dance\")", "volume", "stick", "help"});
+}
+
+TEST_F(TvControl, AControlCharacterOfAWordIsNotRepeated) {
+  EXPECT_NE(tv_control(R"(["dance\u0007\n"])").find(R"(there is no command \"dance??\")"), std::string::npos);
+}
+
+}  // namespace

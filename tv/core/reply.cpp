@@ -1,0 +1,26 @@
+#include "core/reply.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <utility>
+
+std::string quoted(std::string_view text) {
+  std::string shown(text);
+  std::ranges::replace_if(
+      shown, [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+  return '"' + shown + '"';
+}
+
+boost::json::object reply_error(std::string text) { return {{"error", std::move(text)}}; }
+
+boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word) {
+  return reply_error(std::string(command) + " takes " + std::string(what) + ", not " + quoted(word));
+}
+
+boost::json::object reply_not_kept() { return reply_error("the change could not be kept; the set's log says why"); }
+
+INT32 refuse_call(const char* function, const std::string& why) {
+  std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());
+  return -1;
+}

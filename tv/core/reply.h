@@ -1,0 +1,23 @@
+// Refusals: of a viewer's command, as its reply; of a call of the TV API, as a line on stderr.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <string>
+#include <string_view>
+
+#include "core/contract.h"
+
+// The text in quotation marks, on one line: control characters become "?".
+std::string quoted(std::string_view text);
+
+// {"error": text}
+boost::json::object reply_error(std::string text);
+
+// For a word that a command does not know: "network takes lose or restore, not "lost"".
+boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word);
+
+// For a change that the store has refused.
+boost::json::object reply_not_kept();
+
+// Reports on stderr why a function of the TV API fails. Returns -1, for the function to return.
+INT32 refuse_call(const char* function, const std::string& why);

@@ -1,0 +1,17 @@
+// The values of the configuration, for the other rooms. Their locks may be held; the configuration's come after them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/contract.h"
+
+INT32 config_number(const char* key);
+std::string config_text(const char* key);
+
+// Returns 0, or -1 with the reason on stderr.
+INT32 config_set(const char* key, INT32 value);
+INT32 config_set(const char* key, std::string_view value);
+
+// How often the value has changed, to compare.
+UINT32 config_changes(const char* key);
