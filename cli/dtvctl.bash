@@ -1,20 +1,20 @@
-# bash completion for dtvctl: commands, options, URIs, the virtual television's commands and the TV API's functions.
-# What only a set can tell is asked from the running host, else from a set in a process of its own with a state folder
-# that is thrown away, and is kept for the next time.
+# bash completion for dtvctl, by whatever path it is called: commands, options, URIs, the virtual television's commands
+# and the TV API's functions. It asks the running host, or else a set in a process of its own with a state folder that is
+# thrown away, and keeps the answers for a day.
 #
 # In a shell, or in ~/.bashrc: source cli/dtvctl.bash. "make install" puts it where bash finds it.
 
 _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, kept under NAME
-  local kept="${XDG_CACHE_HOME:-$HOME/.cache}/dtvctl/$1" pattern=$2 answer folder
+  local kept="${XDG_CACHE_HOME:-$HOME/.cache}/dtvctl/$1" pattern=$2 answer folder program=${COMP_WORDS[0]/#\~/$HOME}
   shift 2
   if [[ -s $kept && -z $(find "$kept" -mmin +1440 2>/dev/null) ]]; then
     cat "$kept"
     return
   fi
   local -a texts=(grep -o "$pattern")
-  answer=$(command dtvctl --timeout 1 --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
+  answer=$("$program" --timeout 1 --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
   if [[ -z $answer ]] && folder=$(mktemp -d 2>/dev/null); then
-    answer=$(command dtvctl --local --state "$folder" --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
+    answer=$("$program" --local --state "$folder" --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
     rm -rf "$folder"
   fi
   [[ -z $answer ]] && return
@@ -23,6 +23,19 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
 }
 
 _dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list ${1:+--can $1}; }
+
+_dtvctl_tv_words() {  # WORD...: what may come after these words of a command of the television
+  local -a given=()
+  local word
+  for word in "$@"; do  # what is not a word of the command, such as a folder, does not matter, and is kept nowhere
+    [[ $word =~ ^[a-z]+$ ]] || word=X
+    given+=("$word")
+  done
+  local name=${given[*]} next
+  next=$(_dtvctl_ask "tv-${name// /-}" '"word":"[^"]*"' tv help "${given[@]}")
+  COMPREPLY=($(compgen -W "$(grep -v '[A-Z]' <<<"$next")" -- "$current"))
+  [[ $next =~ (^|$'\n')DIR($|$'\n') ]] && COMPREPLY+=($(compgen -d -- "$current"))
+}
 
 _dtvctl() {
   local commands='get set watch list functions trace tv'
@@ -58,20 +71,15 @@ _dtvctl() {
     get | set) ((COMP_CWORD == first + 1)) && COMPREPLY=($(compgen -W "$(_dtvctl_uris)" -- "$current")) ;;
     watch) COMPREPLY=($(compgen -W "$(_dtvctl_uris notify)" -- "$current")) ;;
     tv)
-      case $((COMP_CWORD - first)) in
-        1) COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help)" -- "$current")) ;;
-        2) case $previous in
-             volume) COMPREPLY=($(compgen -W 'up down' -- "$current")) ;;
-             stick) COMPREPLY=($(compgen -W 'insert remove list' -- "$current")) ;;
-             network) COMPREPLY=($(compgen -W 'lose restore' -- "$current")) ;;
-             mute) COMPREPLY=($(compgen -W 'on off toggle' -- "$current")) ;;
-             fault) COMPREPLY=($(compgen -W "--clear $(_dtvctl_ask functions '"name":"[^"]*"' functions)" -- "$current")) ;;
-           esac ;;
-        *) case "${COMP_WORDS[first+1]} $previous" in
-             fault*) COMPREPLY=($(compgen -W '--delay --fail --drop-callback --clear' -- "$current")) ;;
-             'stick insert') COMPREPLY=($(compgen -d -- "$current")) ;;
-           esac ;;
-      esac ;;
+      if ((COMP_CWORD == first + 1)); then
+        COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help)" -- "$current"))
+      elif [[ ${COMP_WORDS[first+1]} == fault ]]; then
+        local words='--clear --delay --fail --drop-callback'
+        ((COMP_CWORD == first + 2)) && words="--clear $(_dtvctl_ask functions '"name":"[^"]*"' functions)"
+        COMPREPLY=($(compgen -W "$words" -- "$current"))
+      else
+        _dtvctl_tv_words "${COMP_WORDS[@]:first+1:COMP_CWORD-first-1}"
+      fi ;;
   esac
 }
 

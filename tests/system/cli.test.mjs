@@ -1,7 +1,7 @@
 // dtvctl with --local: the plugin and the virtual television in its own process. And what it says of wrong words.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { readFileSync, writeFileSync } from 'node:fs';
+import { readdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
@@ -110,7 +110,7 @@ test('get and set: what the set refuses is exit code 1', async (t) => {
     [['set', '/tv/cast/volume/volum', '3'], /there is no URI .*nearest: \/tv\/cast\/volume\/volume/],
     [['set', '/tv/cast/volume/volum', '{"REQUEST":"MODIFY","VALUE":3}'], /there is no URI/],
     [['watch', '/tv/ws/notify/volume_ctr'], /there is no URI .*volume_ctrl/],
-    [['tv', 'dance'], /dance.*volume, mute, config, (\w+, )*state, reset, help, fault, faults\n/], // as "tv help" lists them
+    [['tv', 'dance'], /dance.*: (\w+, )*volume, mute, state, reset, help, fault, faults\n/], // as "tv help" lists them
     [['tv', 'volume', 'loud'], /up, down or a number from 0 to 100/],
     [['tv', 'fault', 'no_function', '--fail'], /no_function/],
   ];
@@ -327,16 +327,16 @@ test('colours come on a terminal only, and not with NO_COLOR', (t) => {
 
 test('bash completes commands, options, URIs and the virtual television', async (t) => {
   const cache = stateFolder(t);
+  let program = 'dtvctl';
+  let path = `${join(dtvctl, '..')}:${process.env.PATH}`;
   const complete = async (...words) => {
     const script = `
       source "${join(root, 'cli/dtvctl.bash')}"
-      dtvctl() { "${dtvctl}" "$@"; }
       COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
       _dtvctl
       printf '%s\\n' "\${COMPREPLY[@]}"`;
-    const path = `${join(dtvctl, '..')}:${process.env.PATH}`;
     const env = { XDG_CACHE_HOME: cache, PATH: path, DTV_HOST: '127.0.0.1:1' };
-    const { stdout, stderr } = await run('bash', ['--norc', '-c', script, 'bash', 'dtvctl', ...words], { env });
+    const { stdout, stderr } = await run('bash', ['--norc', '-c', script, 'bash', program, ...words], { env });
     assert.equal(stderr, '');
     return stdout.split('\n').filter(Boolean).sort();
   };
@@ -357,11 +357,22 @@ test('bash completes commands, options, URIs and the virtual television', async 
   assert.ok(commands.length > 10);
   assert.deepEqual(await complete('tv', ''), [...new Set(commands.map(({ name }) => name))].sort());
   assert.deepEqual(await complete('tv', 'volume', ''), ['down', 'up']);
+  assert.deepEqual(await complete('tv', 'mute', 't'), ['toggle']);
+  assert.deepEqual(await complete('tv', 'stick', ''), ['insert', 'list', 'remove']);
+  assert.deepEqual(await complete('tv', 'stick', 'remove', 'a'), ['all']);
+  assert.deepEqual(await complete('tv', 'stick', 'insert', join(root, 'cl')), [join(root, 'cli')]);
+  assert.deepEqual(await complete('tv', 'stick', 'insert', join(root, 'cli'), ''), []);
+  assert.deepEqual(await complete('tv', 'dance', ''), []);
+  assert.deepEqual(readdirSync(join(cache, 'dtvctl')).filter((name) => name.includes('X')), ['tv-stick-insert-X']);
   const setVolume = 'a_vextvapi_volctrl_setVolume';
   assert.deepEqual(await complete('tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
   assert.deepEqual(await complete('trace', '--', 'tv', 'fault', 'a_vextvapi_volctrl_setV'), [setVolume]);
   assert.deepEqual(await complete('tv', 'fault', '--'), ['--clear']);
   assert.deepEqual(await complete('tv', 'fault', 'f', '--d'), ['--delay', '--drop-callback']);
+  // By a path, where PATH does not lead to it.
+  rmSync(join(cache, 'dtvctl'), { recursive: true });
+  [program, path] = [dtvctl, process.env.PATH];
+  assert.deepEqual(await complete('tv', 'mute', ''), ['off', 'on', 'toggle']);
 });
 
 test('a local set has its language strings and its command device', async (t) => {
