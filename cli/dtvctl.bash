@@ -4,6 +4,10 @@
 #
 # In a shell, or in ~/.bashrc: source cli/dtvctl.bash. "make install" puts it where bash finds it.
 
+_dtvctl_texts() {  # PATTERN: of the JSON on standard input, the texts of a member, or of the array that it is
+  grep -o "$1" | sed 's/^"[^"]*"://' | tr -d '["' | tr , '\n' | sort -u
+}
+
 _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, kept under NAME
   local kept="${XDG_CACHE_HOME:-$HOME/.cache}/dtvctl/$1" pattern=$2 answer folder program=${COMP_WORDS[0]/#\~/$HOME}
   shift 2
@@ -11,10 +15,9 @@ _dtvctl_ask() {  # NAME PATTERN COMMAND...: the texts of a member in a reply, ke
     cat "$kept"
     return
   fi
-  local -a texts=(grep -o "$pattern")
-  answer=$("$program" --timeout 1 --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
+  answer=$("$program" --timeout 1 --json "$@" 2>/dev/null | _dtvctl_texts "$pattern")
   if [[ -z $answer ]] && folder=$(mktemp -d 2>/dev/null); then
-    answer=$("$program" --local --state "$folder" --json "$@" 2>/dev/null | "${texts[@]}" | cut -d'"' -f4 | sort -u)
+    answer=$("$program" --local --state "$folder" --json "$@" 2>/dev/null | _dtvctl_texts "$pattern")
     rm -rf "$folder"
   fi
   [[ -z $answer ]] && return
@@ -32,7 +35,7 @@ _dtvctl_tv_words() {  # WORD...: what may come after these words of a command of
     given+=("$word")
   done
   local name=${given[*]} next
-  next=$(_dtvctl_ask "tv-${name// /-}" '"word":"[^"]*"' tv help "${given[@]}")
+  next=$(_dtvctl_ask "tv-${name// /-}" '"next":\[[^]]*' tv help "${given[@]}")
   COMPREPLY=($(compgen -W "$(grep -v '[A-Z]' <<<"$next")" -- "$current"))
   [[ $next =~ (^|$'\n')DIR($|$'\n') ]] && COMPREPLY+=($(compgen -d -- "$current"))
 }

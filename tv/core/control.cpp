@@ -90,18 +90,17 @@ boost::json::object shown(const Command& command) {
 }
 
 boost::json::object help_command(Arguments arguments) {
-  boost::json::array commands;
   if (arguments.empty()) {
+    boost::json::array commands;
     for (const Command* const command : all_commands()) commands.push_back(shown(*command));
     return {{"commands", std::move(commands)}};
   }
   const Command* const command = find_command(arguments[0]);
   if (command == nullptr) return no_command(arguments[0]);
-  boost::json::array next;
-  for (const std::string& word : next_words(*command, arguments.subspan(1)))
-    next.push_back(boost::json::object{{"word", word}});
-  commands.push_back(shown(*command));
-  return {{"commands", std::move(commands)}, {"next", std::move(next)}};
+  const std::vector<std::string> next = next_words(*command, arguments.subspan(1));
+  boost::json::object answer = shown(*command);
+  answer["next"] = boost::json::array(next.begin(), next.end());
+  return answer;
 }
 
 std::string usage(const Command& command) {
