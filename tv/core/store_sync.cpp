@@ -19,6 +19,7 @@
 #include <tuple>
 
 #include "core/store_parts.h"
+#include "core/timers.h"
 #include "dtv_tv.h"
 
 namespace {
@@ -41,6 +42,8 @@ struct Sync {
   int outcome = 0;            // of the latest sync, an errno
   int failure = 0;            // of a sync after which there is no other; 0: none
   int log_pages = 0;          // how long the log is; 0 while that does not matter
+  TimerTime quiet_at;         // when nothing will have been changed for a moment, unless another change comes
+  bool quiet = false;         // nothing has
   bool open = false;
   const StoreFiles* files = nullptr;  // changed by start only
   std::thread thread;                 // touched by start and stop only
@@ -48,6 +51,8 @@ struct Sync {
 
 // Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
 Sync& state = *new Sync;
+
+Timer quiet_timer;
 
 // An errno: also where the files are no longer in their places, since the next start would not find the changes.
 int sync_log() {
@@ -96,7 +101,16 @@ bool has_to_sync() { return last_change > state.settled; }
 
 bool has_to_tell() { return state.fct != nullptr && state.settled > state.told; }
 
-bool is_called() { return has_to_sync() || has_to_tell() || !state.open; }
+bool has_to_checkpoint() { return state.quiet && state.log_pages >= kLongLog; }
+
+bool is_called() { return has_to_sync() || has_to_tell() || has_to_checkpoint() || !state.open; }
+
+void note_quiet() {
+  const std::lock_guard guard(state.lock);
+  if (timer_now() < state.quiet_at) return;  // another change has come
+  state.quiet = true;
+  state.changed.notify_one();
+}
 
 void run_sync() {
   pthread_setname_np(pthread_self(), "dtv_tv-sync");
@@ -110,10 +124,10 @@ void run_sync() {
       sync(guard);
     } else if (!state.open) {
       return;
-    } else if (state.log_pages < kLongLog) {
-      state.changed.wait(guard, is_called);
-    } else if (!state.changed.wait_for(guard, kQuiet, is_called)) {
+    } else if (has_to_checkpoint()) {
       checkpoint(guard);
+    } else {
+      state.changed.wait(guard, is_called);
     }
   }
 }
@@ -127,6 +141,7 @@ void sync_start(const StoreFiles& files) {
     state.open = true;
     state.outcome = state.failure = 0;
     state.log_pages = 0;
+    state.quiet = false;
   }
   state.thread = std::thread(run_sync);
 }
@@ -155,6 +170,9 @@ int sync_written(bool durable, int log_pages) {
   const std::uint64_t change = ++last_change;
   if (state.fct != nullptr) {
     state.log_pages = log_pages;
+    state.quiet = false;
+    state.quiet_at = timer_now() + kQuiet;
+    if (log_pages >= kLongLog) timer_set(quiet_timer, state.quiet_at, note_quiet);
     state.changed.notify_one();
     return 0;
   }

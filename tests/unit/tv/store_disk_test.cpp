@@ -101,6 +101,7 @@ TEST(TvStoreDisk, PowerCutLosesNothingAcknowledged) {
 
 TEST(TvStoreDisk, PowerCutLosesNothingThatWasToldOf) {
   TvFolder folder;
+  const ManualClock clock;
   std::atomic<std::uint64_t> begun = 0;
   PowerRecorder recorder(folder.path);
   recorder.every = 10;
@@ -115,6 +116,7 @@ TEST(TvStoreDisk, PowerCutLosesNothingThatWasToldOf) {
   {
     const DiskGuard disk([&](int descriptor) { return recorder.sync(descriptor); });
     ASSERT_EQ(tv_start(folder.path), "");
+    const std::uint64_t at_start = recorder.database_syncs;
     for (std::uint64_t value = 1; value <= 1500; ++value) {
       begun = value;
       ASSERT_TRUE(keep(value));
@@ -124,9 +126,12 @@ TEST(TvStoreDisk, PowerCutLosesNothingThatWasToldOf) {
       }
     }
     ASSERT_TRUE(kept.wait(base + 1500));
+    dtv_tv_advance(99);
+    EXPECT_EQ(recorder.database_syncs, at_start) << "the log is brought into the database too early";
+    dtv_tv_advance(1);
     const auto end = Clock::now() + std::chrono::seconds(20);
-    while (recorder.database_syncs == 0 && Clock::now() < end) std::this_thread::sleep_for(milliseconds(10));
-    EXPECT_EQ(recorder.database_syncs, 1u) << "the log is brought into the database when nothing happens";
+    while (recorder.database_syncs == at_start && Clock::now() < end) std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_EQ(recorder.database_syncs, at_start + 1) << "the log is brought into the database when nothing happens";
     for (std::uint64_t value = 1501; value <= 1510; ++value) {
       begun = value;
       ASSERT_TRUE(keep(value));
