@@ -29,7 +29,7 @@ async function shell(reader, line) {
   return stdout;
 }
 
-const read = (reader, uri) => reader.client.call('get', { uri });
+const read = (reader, uri, parameter) => reader.client.call('get', { uri, parameter });
 
 // Whether watch has subscribed cannot be seen from outside: the remote control is used until watch tells of it.
 async function subscribed(reader, watching) {
@@ -61,7 +61,11 @@ const commands = {
       assert.deepEqual(answer, { ret: 0 }, line);
       assert.equal(valueOf(await read(reader, uri)), JSON.parse(sent[1]).VALUE, line);
     } else {
-      assert.deepEqual({ ret: 0, response: answer }, await read(reader, uri), line);
+      const asked = /-G --data-urlencode 'parameter=(.*?)'/.exec(line);
+      const parameter = asked ? JSON.parse(asked[1]) : undefined;
+      assert.deepEqual({ ret: 0, response: answer }, await read(reader, uri, parameter), line);
+      // Else the parameter could have been ignored.
+      if (parameter) assert.notDeepEqual(await read(reader, uri), { ret: 0, response: answer }, line);
     }
   },
   'build/bin/dtvctl': async (reader, line) => {
