@@ -4,7 +4,7 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
-# The compiler's notes on a change of its conventions that happened long before this project.
+# Silences the compiler's notes on an old change of its calling conventions.
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi)
 # Without it pkg-config would find this machine's own libraries.
 set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/arm-linux-gnueabihf/pkgconfig:/usr/share/pkgconfig)

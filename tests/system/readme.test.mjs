@@ -1,5 +1,5 @@
-// Does what README.md says, in its order, as a reader would: its code blocks are run as they stand there, but for the
-// address and the build folder. What this test does not know how to run fails.
+// Runs the code blocks of README.md in their order, as a reader would. Only the address and the build folder are replaced.
+// The test fails at a block that it does not know how to run.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -16,22 +16,22 @@ const blocks = [...readme.matchAll(/^```(\w*)\n(.*?)^```$/gms)].map(([whole, lan
   line: readme.slice(0, readme.indexOf(whole)).split('\n').length,
 }));
 
-// Where the host listens unless it is told otherwise: what a reader types.
+// The host's default address, which README.md uses.
 async function defaultAddress() {
   const { stdout } = await run(dtvHost, ['--help']);
   return /--listen ADDR:PORT .*\(default (\S+?);/.exec(stdout)[1];
 }
 
-// Runs a shell line of README.md, which must succeed: what it printed.
+// Runs a shell line of README.md, which must succeed. Returns what it printed.
 async function shell(reader, line) {
   const { code, stdout, stderr } = await run('bash', ['-c', reader.translated(line)], { env: reader.env });
   assert.equal(code, 0, `${line}\n${stdout}${stderr}`);
   return stdout;
 }
 
-const read = (reader, uri) => reader.client.call('get', { uri });
+const read = (reader, uri, parameter) => reader.client.call('get', { uri, parameter });
 
-// Whether watch has subscribed cannot be seen from outside: the remote control is used until watch tells of it.
+// Waits until watch has subscribed. That cannot be seen from outside, so this changes the volume until watch prints it.
 async function subscribed(reader, watching) {
   for (let value = 40; value < 90; ++value) {
     await reader.client.call('tv', { words: ['volume', String(value)] });
@@ -40,12 +40,13 @@ async function subscribed(reader, watching) {
       await sleep(25);
     }
   }
-  assert.fail('watch tells nothing');
+  assert.fail('watch prints nothing');
 }
 
-// By the first word of a shell line. What each does is also what README.md promises of it.
+// How to run a shell line, by its first word, and check what README.md says about it.
 const commands = {
-  // Not run for real: `make run` ends with what startHost does, `make test` runs this. A folder is no target.
+  // A dry run: `make run` ends with what startHost does, and `make test` runs this test.
+  // For a word that names a folder but no target, make prints "Nothing to be done".
   make: async (reader, line) => {
     const script = line.replace(/^make/, 'LC_ALL=C make --dry-run -C "$0"');
     const { code, stdout, stderr } = await run('bash', ['-c', script, root]);
@@ -61,13 +62,17 @@ const commands = {
       assert.deepEqual(answer, { ret: 0 }, line);
       assert.equal(valueOf(await read(reader, uri)), JSON.parse(sent[1]).VALUE, line);
     } else {
-      assert.deepEqual({ ret: 0, response: answer }, await read(reader, uri), line);
+      const asked = /-G --data-urlencode 'parameter=(.*?)'/.exec(line);
+      const parameter = asked ? JSON.parse(asked[1]) : undefined;
+      assert.deepEqual({ ret: 0, response: answer }, await read(reader, uri, parameter), line);
+      // Without the parameter the answer differs, so the host has not ignored it.
+      if (parameter) assert.notDeepEqual(await read(reader, uri), { ret: 0, response: answer }, line);
     }
   },
   'build/bin/dtvctl': async (reader, line) => {
     const words = line.replace(/\s+#.*$/, '').split(/\s+/).slice(1);
     if (words[0] === 'watch') {
-      assert.ok(reader.watching === null, 'README.md does not show what the watch before prints');
+      assert.ok(reader.watching === null, 'README.md does not show what the last watch prints');
       reader.watching = start(dtvctl, words, { env: reader.env });
       reader.t.after(() => reader.watching?.stop('SIGKILL'));
       await subscribed(reader, reader.watching);
@@ -90,7 +95,7 @@ const languages = {
     }
   },
 
-  // What the watch before prints for the commands since.
+  // The lines that the last watch prints for the commands since then.
   json: async (reader, text) => {
     assert.ok(reader.watching, 'no command before this block prints lines');
     for (const expected of text.trimEnd().split('\n')) assert.equal(await reader.watching.line(), expected);
@@ -99,7 +104,7 @@ const languages = {
     reader.watching = null;
   },
 
-  // A script for the page's console: what it logs are the replies to what it sends, and notifications.
+  // A script for the page's console. It logs the replies to its requests, and notifications.
   js: async (reader, text) => {
     const logged = [];
     let sockets = 0;
