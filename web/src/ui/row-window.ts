@@ -87,7 +87,9 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
     Object.assign(last, { rows, offsets });
     if (scroller.current && height > 0) {
       if (Math.abs(scroller.current.scrollTop - top) >= 1) scroller.current.scrollTop = top;
-      takePosition(scroller.current.scrollTop);
+      takePosition(top);
+      // The browser rounds, and limits the position to the actual heights, which are measured next.
+      last.top = scroller.current.scrollTop;
     }
     if (measure() || (scroller.current?.clientHeight ?? 0) !== height) redraw();
     else if (height > 0) last.reveal = null;
