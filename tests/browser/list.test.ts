@@ -53,7 +53,7 @@ test("every URI of the registry is listed, with type and abilities", async ({ ho
   expect(names).toContain("/tv/ws/notify/volume_ctrl, VOL_CTRL_NOTIFY, notify");
 });
 
-test("the search takes several words in any order", async ({ open }) => {
+test("the search accepts several words in any order", async ({ open }) => {
   const page = await open();
   await search(page).fill("MUTE cast");
   await expect(links(page)).toHaveCount(1);
@@ -87,7 +87,7 @@ test("list and search work by keyboard", async ({ open }) => {
   await expect(search(page)).toBeFocused();
 });
 
-test("a URI that nothing serves says so", async ({ open }) => {
+test("a URI that nothing serves is marked as such", async ({ open }) => {
   const page = await open();
   await search(page).fill("factory_setting/flip");
   await expect(links(page)).toHaveAccessibleName("/tv/menu/factory_setting/flip, VALUE, not served");
@@ -96,7 +96,7 @@ test("a URI that nothing serves says so", async ({ open }) => {
   await expect(page.getByRole("form")).toHaveCount(0);
 });
 
-test("a URI that is accepted without effect says so", async ({ open }) => {
+test("a URI that is accepted without effect is marked as such", async ({ open }) => {
   const page = await open();
   await search(page).fill("common_setting/blue_mute");
   await expect(links(page)).toHaveAccessibleName("/tv/menu/common_setting/blue_mute, VALUE, without effect");
@@ -105,7 +105,7 @@ test("a URI that is accepted without effect says so", async ({ open }) => {
   await expect(page.getByRole("form")).toHaveCount(0);
 });
 
-test("what the page suggests to start with can be read", async ({ open }) => {
+test("the URIs that the page suggests to start with can be read", async ({ open }) => {
   const page = await open();
   const suggested = page.locator(".start-list a");
   const uris = await suggested.allTextContents();

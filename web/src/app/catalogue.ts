@@ -3,11 +3,11 @@ import type { UriRow } from "./rpc";
 export interface Row extends UriRow {
   /** The URI without its group's prefix. */
   tail: string;
-  /** Some request of it has an effect, or it is raised. */
+  /** A get or set of it has an effect, or its event is raised. */
   served: boolean;
-  /** Heads the rows that nothing comes of; empty for the others. */
+  /** The heading above rows of this kind; empty for served rows. */
   section: "" | "Without effect" | "Not served";
-  /** What a search looks at, in lower case. */
+  /** The text that a search examines, in lower case. */
   haystack: string;
 }
 
@@ -15,7 +15,7 @@ const sections = ["", "", "Without effect", "Not served"] as const;
 
 export interface Group {
   key: string;
-  /** What the URIs of the group begin with, up to a slash. */
+  /** The common beginning of the group's URIs, up to a slash. */
   prefix: string;
   rows: Row[];
   served: boolean;
@@ -33,12 +33,12 @@ function commonPrefix(uris: string[]): string {
   return prefix.slice(0, prefix.lastIndexOf("/") + 1);
 }
 
-// The order of URIs: those with a get or set, those that only notify, those that are accepted without effect, those that
-// nothing serves.
+// Sorts URIs: first those with a get or set, then those that only notify, then those that are accepted without effect,
+// last those that nothing serves.
 const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : row.without_effect ? 2 : 3);
 const rankOfGroup = (group: Group): number => Math.min(...group.rows.map(rank));
 
-/** The registry by group, ranked; else the registry's own order holds. */
+/** The registry by group, sorted by rank and then by the registry's own order. */
 export function groupRows(uris: UriRow[]): Group[] {
   const byGroup = new Map<string, UriRow[]>();
   for (const row of uris) {
@@ -61,7 +61,7 @@ export function groupRows(uris: UriRow[]): Group[] {
   return groups.sort((a, b) => rankOfGroup(a) - rankOfGroup(b));
 }
 
-/** The rows that hold every word; groups without one are left out. */
+/** The rows that contain every word, without the groups that have none. */
 export function filterGroups(groups: Group[], words: string[], servedOnly: boolean): Group[] {
   if (words.length === 0 && !servedOnly) return groups;
   const ret: Group[] = [];

@@ -89,7 +89,7 @@ export async function setLanguage(code: string) {
     await setItem(languageUri, { REQUEST: "MODIFY", VALUE: code });
     void readAll();
     language.value = await readLanguage();
-    if (language.value !== code) tell(`The television did not take the language "${code}".`);
+    if (language.value !== code) tell(`The television did not accept the language "${code}".`);
   } catch (reason) {
     tellError(reason);
   }

@@ -14,7 +14,7 @@ export interface SetResult {
   calls?: TapLine[];
 }
 
-/** What a value may be: a text, or a number with its meaning. */
+/** One of the values that a field accepts, with its meaning. */
 export interface NamedValue {
   value: string | number;
   help?: string;
@@ -23,20 +23,23 @@ export interface NamedValue {
 /** One JSON member of a request, a response or a notification. */
 export interface Field {
   key: string;
-  /** Of those in the list's "kinds". */
+  /** One of the "kinds" in the list. */
   kind: string;
   /** The only URI whose requests read it. */
   uri?: string | null;
-  /** The member without whose value it is not read: a name; null: that member is not there; a number: no request can say so. */
+  /**
+   * Another member on which it depends: the field is read only if that member has this text, or is absent (null). A
+   * number cannot be met by a request.
+   */
   when?: { key: string; value: string | number | null } | null;
   /** Longest text in bytes. */
   limit?: number | null;
-  /** Length of an array, at most. */
+  /** The greatest length of an array. */
   count?: number | null;
   unit?: string | null;
   values?: NamedValue[] | null;
   help?: string | null;
-  /** The text of a constant. */
+  /** The value of a constant. */
   value?: string | null;
   /** The members of an object. */
   fields?: Field[] | null;
@@ -48,19 +51,19 @@ export interface UriRow {
   group: number | string;
   record: number;
   type: string;
-  /** Whether the request has an effect, or the event is raised. */
+  /** Whether a get or set has an effect, and whether the event is raised. */
   get: boolean;
   set: boolean;
   notify: boolean;
-  /** Requests that are accepted although nothing happens. */
+  /** Requests that are accepted but have no effect. */
   without_effect?: ("get" | "set")[];
   help?: string;
-  /** Of the item's value. */
+  /** The unit of the item's value. */
   unit?: string;
   values?: NamedValue[];
 }
 
-/** A kind of field. Limits are decimal texts. */
+/** A kind of field. The limits are decimal numbers as texts. */
 export interface Kind {
   kind: string;
   json: "number" | "string" | "array" | "object";
@@ -69,7 +72,7 @@ export interface Kind {
   maximum?: string;
 }
 
-/** What a request's "ret" means. */
+/** The meaning of a response's "ret". */
 export interface ResultRow {
   result: number;
   name: string;
@@ -105,7 +108,7 @@ export type Method = keyof Methods;
 export type Params<M extends Method> = Methods[M]["params"];
 export type Result<M extends Method> = Methods[M]["result"];
 
-/** The host answered with an error. */
+/** The error with which the host answered a call. */
 export class RpcError extends Error {
   constructor(
     readonly code: number,
@@ -120,10 +123,10 @@ export class RpcError extends Error {
 const unknownMethod = -32601;
 const forbidden = -32006;
 
-/** Whether the host refused a call because the connection was not authorized, or because of the token itself. */
+/** Whether the host refused a call because the connection is not authorized, or refused the token. */
 export const isForbidden = (reason: unknown): boolean => reason instanceof RpcError && reason.code === forbidden;
 
-/** There was no answer: not connected, connection lost, or no reply in time. */
+/** A call got no answer: there was no connection, it was lost, or the answer did not come in time. */
 export class ConnectionError extends Error {
   constructor(message: string) {
     super(message);
@@ -134,27 +137,27 @@ export class ConnectionError extends Error {
 export type ConnectionState =
   | { name: "connecting" }
   | { name: "open" }
-  /** `retryAt` is in the time of Date.now(). */
+  /** `retryAt` is a time of Date.now(). */
   | { name: "waiting"; retryAt: number };
 
 export interface ClientOptions {
   url: string;
-  /** The host's token, asked for on each connection and sent before anything else; null where there is none. */
+  /** Returns the host's token or null. Called on each connection; the token is sent before any other call. */
   token?: () => string | null;
   /** The host refused the token. */
   onTokenRefused?: (token: string) => void;
   /** The host refused a call of the method because the connection is not authorized. */
   onForbidden?: (method: Method) => void;
   onState?: (state: ConnectionState) => void;
-  /** Notifications that the host dropped because this client read them too slowly. */
+  /** The host dropped notifications because this client read them too slowly. */
   onOverflow?: (dropped: number) => void;
   onTrace?: (line: TapLine) => void;
-  /** A notification whose text the host could not pass on, and why. */
+  /** The host could not pass on a notification; the message says why. */
   onBrokenNotification?: (uri: string, message: string) => void;
-  /** A subscription that the host refused, also when it is renewed after a reconnection. */
+  /** The host refused a subscription, possibly when it was renewed after a reconnection. */
   onSubscribeError?: (uri: string, error: Error) => void;
   timeoutMs?: number;
-  /** First and longest pause before a reconnection; it doubles in between. */
+  /** The pause before a reconnection: it starts at `first` and doubles up to `longest`. */
   retryMs?: { first: number; longest: number };
 }
 
@@ -165,7 +168,7 @@ export interface Client {
    * share one subscription, which is renewed after a reconnection.
    */
   subscribe(uri: string, listener: (notification: Json) => void): () => void;
-  /** Does not wait for the pause before the next attempt. */
+  /** Ends the pause before the next attempt to connect. */
   reconnectNow(): void;
   close(): void;
 }
@@ -220,14 +223,14 @@ export function createClient(options: ClientOptions): Client {
     const token = options.token?.();
     if (!token) return;
     send("authorize", { token }).catch((reason: unknown) => {
-      // A host that has no such method lets every connection do everything.
+      // A host without this method requires no token.
       if (reason instanceof RpcError && reason.code !== unknownMethod) options.onTokenRefused?.(token);
     });
   }
 
   function requestSubscription(uri: string) {
     send("subscribe", { uri }).catch((reason: unknown) => {
-      // A lost connection is no refusal: the subscription is renewed with the next one.
+      // After a lost connection the next one renews the subscription.
       if (!(reason instanceof ConnectionError)) options.onSubscribeError?.(uri, asError(reason));
     });
   }
@@ -247,7 +250,7 @@ export function createClient(options: ClientOptions): Client {
     call.reject(refusal);
   }
 
-  function hear(method: Json | undefined, params: JsonObject) {
+  function receiveNotification(method: Json | undefined, params: JsonObject) {
     if (method === "notify") {
       const uri = String(params["uri"]);
       const error = params["error"];
@@ -275,7 +278,7 @@ export function createClient(options: ClientOptions): Client {
       if (!isObject(message)) continue;
       const id = message["id"];
       if (typeof id === "number") answer(id, message);
-      else hear(message["method"], isObject(message["params"]) ? message["params"] : {});
+      else receiveNotification(message["method"], isObject(message["params"]) ? message["params"] : {});
     }
   }
 
@@ -286,7 +289,7 @@ export function createClient(options: ClientOptions): Client {
     socket = opened;
     opened.onopen = () => {
       pause = retry.first;
-      // The host takes messages in their order, so that nothing has to wait for the answer.
+      // The host handles messages in order, so the subscriptions need not wait for the answer to "authorize".
       authorize();
       for (const uri of listeners.keys()) requestSubscription(uri);
       options.onState?.({ name: "open" });
@@ -298,7 +301,7 @@ export function createClient(options: ClientOptions): Client {
       if (closed || socket !== opened) return;
       socket = undefined;
       failPending("The connection to the host was lost.");
-      // Spread over a quarter of the pause, so that many pages do not return in step.
+      // The random part keeps many pages from reconnecting at the same moment.
       const wait = pause * (1 + Math.random() / 4);
       pause = Math.min(pause * 2, retry.longest);
       retryTimer = setTimeout(open, wait);

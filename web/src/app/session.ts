@@ -34,7 +34,7 @@ export function tellError(reason: unknown) {
   if (!isForbidden(reason)) tell(textOf(reason));
 }
 
-// The page's own address, as ws: or wss:.
+// The origin of the page, with ws: or wss:.
 const socketUrl = new URL("/jsonrpc", location.href);
 socketUrl.protocol = socketUrl.protocol.replace("http", "ws");
 
@@ -60,7 +60,7 @@ const client = createClient({
   onTrace: (line) => calls.add(line),
   onSubscribeError(uri, error) {
     if (isForbidden(error)) return;
-    tell(`No subscription to ${uri}: ${error.message}`);
+    tell(`Cannot subscribe to ${uri}: ${error.message}`);
     setWatched(uri, false);
   },
 });
@@ -149,7 +149,7 @@ export function setWatched(uri: string, on: boolean) {
   try {
     localStorage.setItem(storageKey, JSON.stringify([...unwatch.keys()]));
   } catch {
-    // As above.
+    // Without storage, the choice is not kept.
   }
 }
 

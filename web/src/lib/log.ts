@@ -2,7 +2,7 @@ import { signal, type ReadonlySignal } from "@preact/signals";
 
 export interface Entry<T> {
   number: number;
-  /** Time of Date.now(). */
+  /** A time of Date.now(). */
   at: number;
   value: T;
 }
@@ -10,17 +10,17 @@ export interface Entry<T> {
 export interface Log<T> {
   /** Newest first, bounded. */
   entries: ReadonlySignal<Entry<T>[]>;
-  /** All that came since the last clearing, also those no longer kept. */
+  /** How many entries were added since the log was cleared, including those that are no longer kept. */
   total: ReadonlySignal<number>;
   paused: ReadonlySignal<boolean>;
-  /** Entries that wait for the end of a pause. */
+  /** How many entries wait for the end of a pause. */
   held: ReadonlySignal<number>;
   add(value: T): void;
   setPaused(on: boolean): void;
   clear(): void;
 }
 
-/** A bounded log that shows what came at most once per frame, however fast it comes. */
+/** A bounded log. Its signals change at most once per frame, however fast entries are added. */
 export function createLog<T>(keep: number): Log<T> {
   const entries = signal<Entry<T>[]>([]);
   const total = signal(0);
@@ -49,7 +49,7 @@ export function createLog<T>(keep: number): Log<T> {
     held,
     add(value) {
       waiting.push({ number: ++count, at: Date.now(), value });
-      // A hidden page gets no frames; what it would not keep anyway must not pile up.
+      // A hidden page gets no frames, so the waiting entries are bounded too.
       if (waiting.length > keep) waiting.shift();
       if (!frame) frame = requestAnimationFrame(show);
     },

@@ -1,6 +1,6 @@
 import type { ComponentChildren } from "preact";
 
-// Line icons on a grid of 20, in the colour of the text.
+// Line icons of 20 by 20 units in the colour of the text.
 const line = (children: ComponentChildren) => (
   <svg
     class="icon"

@@ -4,7 +4,7 @@ import { Marked } from "../../ui/marked";
 import { limitsOf, valueOf, writeConfig, type ConfigEntry, type ConfigRow } from "./config";
 import { label } from "./words";
 
-/** One value of the configuration, which is edited where it stands. */
+/** One value of the configuration, with its editor. */
 export function ConfigLine({ row, words }: { row: ConfigRow; words: string[] }) {
   const entry = row.entry.value;
   const id = `config-${row.key}`;
@@ -103,7 +103,7 @@ const Action = ({ row, entry, id }: EditorProps) => (
 );
 
 function TextEditor({ row, entry, id }: EditorProps) {
-  // What is typed stays until it is taken, whatever the television tells meanwhile; Escape gives it up.
+  // The typed text stays until the television accepts it, even if the value changes meanwhile. Escape discards it.
   const draft = useSignal<string | null>(null);
   const type =
     entry.kind === "number"
@@ -118,7 +118,7 @@ function TextEditor({ row, entry, id }: EditorProps) {
     else if ((await writeConfig(row, read.value)) && draft.value === typed) draft.value = null;
   }
 
-  function giveUp() {
+  function discard() {
     draft.value = null;
     row.problem.value = "";
   }
@@ -137,7 +137,7 @@ function TextEditor({ row, entry, id }: EditorProps) {
       onInput={(event) => (draft.value = event.currentTarget.value)}
       onChange={() => void write()}
       onKeyDown={(event) => {
-        if (event.key === "Escape") giveUp();
+        if (event.key === "Escape") discard();
       }}
     />
   );

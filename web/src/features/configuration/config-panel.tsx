@@ -17,7 +17,7 @@ const pollMs = 2000;
 const search = signal("");
 const changedOnly = signal(false);
 
-/** While the panel is shown: a read every two seconds, and at once where a notification tells of a change. */
+/** While the panel is open: reads every value every two seconds, and a value as soon as a notification reports a change. */
 function useLiveValues(tell: (problem: string) => void) {
   const readable = connection.value.name === "open" && access.value === "control";
   useEffect(() => {
@@ -93,7 +93,7 @@ export function ConfigPanel() {
   );
 }
 
-/** This television does not list its configuration: the viewer names what is to be shown. */
+/** For a television that does not list its configuration: the viewer names the keys to show. */
 function AddKey() {
   const key = useSignal("");
   const problem = useSignal("");

@@ -4,8 +4,8 @@ import { getItem, meaningOf, RefusedError, setItem, television, textOf } from ".
 import type { Json, JsonObject } from "../../lib/json";
 
 /**
- * The television's configuration. The virtual television lists it; of another one the keys have to be named, and what
- * the plugin tells of them is shown. Values are always written through the plugin.
+ * The television's configuration. The virtual television lists all keys and describes them. On another television the
+ * viewer names the keys, and the plugin describes them. Values are always written through the plugin.
  */
 
 export type ConfigKind = "bool" | "number" | "code" | "text" | "action";
@@ -16,23 +16,23 @@ export interface ConfigEntry {
   item: number | null;
   kind: ConfigKind;
   value: Json;
-  /** The value of a new set, where that is known. */
+  /** The factory default, if it is known. */
   factory: Json | undefined;
   minimum: number | undefined;
   maximum: number | undefined;
-  /** Of a text, in bytes. */
+  /** The greatest length of a text in bytes. */
   longest: number | undefined;
   help: string;
 }
 
 export interface ConfigRow {
   key: string;
-  /** What a search looks at, in lower case. */
+  /** The text that a search examines, in lower case. */
   haystack: string;
   entry: Signal<ConfigEntry>;
   /** It changed a moment ago. */
   changed: Signal<boolean>;
-  /** Why the last write was refused; empty when it was not. */
+  /** Why the last write was refused; empty if it was not. */
   problem: Signal<string>;
 }
 
@@ -41,9 +41,9 @@ const changedMs = 2500;
 const numberOf = (value: Json | undefined): number | undefined => (typeof value === "number" ? value : undefined);
 const same = (one: Json, other: Json): boolean => JSON.stringify(one) === JSON.stringify(other);
 
-// ---- where the entries come from
+// ---- reading an entry
 
-/** By the command of the virtual television. */
+/** Reads an entry with a command of the virtual television. */
 async function describedEntry(key: string): Promise<ConfigEntry> {
   const told = await television("config", key);
   const item = Number(told["item"]);
@@ -60,7 +60,7 @@ async function describedEntry(key: string): Promise<ConfigEntry> {
   };
 }
 
-/** By the plugin: what is no text is a number. */
+/** Reads an entry through the plugin. A value that cannot be read as a text is a number. */
 async function askedEntry(key: string): Promise<ConfigEntry> {
   const limits = { minimum: undefined, maximum: undefined, longest: undefined };
   const unknown = { key, item: null, factory: undefined, help: "", ...limits };
@@ -72,16 +72,16 @@ async function askedEntry(key: string): Promise<ConfigEntry> {
     if (!(reason instanceof RefusedError)) throw reason;
   }
   const { valueInt, valueMin, valueMax } = await getItem("/tv/config/value_range", parameter);
-  // 0 and 0 stand for limits that are not told.
+  // Equal limits, such as 0 and 0, mean that the limits are unknown.
   const told = valueMin === valueMax ? {} : { minimum: numberOf(valueMin), maximum: numberOf(valueMax) };
   return { ...unknown, ...told, kind: "number", value: valueInt ?? 0 };
 }
 
-// ---- what is known
+// ---- the known entries
 
 const known = new Map<string, ConfigRow>();
 const listed = signal<ConfigRow[]>([]);
-/** False: the television lists nothing, keys have to be named. Null while that is not known. */
+/** Whether the television lists its keys; null while that is unknown. */
 const lists = signal<boolean | null>(null);
 
 export const configRows: ReadonlySignal<ConfigRow[]> = listed;
@@ -126,7 +126,7 @@ async function refreshListed(values: JsonObject) {
 
 let changes = 0;
 
-/** Reads every value anew. */
+/** Reads every value again. */
 export async function refreshConfig() {
   const before = changes;
   if (lists.peek() !== false) {
@@ -139,7 +139,7 @@ export async function refreshConfig() {
       return;
     }
     lists.value = true;
-    // A value that was read since is newer than this answer; the next one has it, too.
+    // If a single value was read meanwhile, it may be newer than this answer. The next poll brings the rest.
     if (changes === before) await refreshListed(values);
     return;
   }
@@ -147,14 +147,14 @@ export async function refreshConfig() {
   if (changes === before) batch(() => entries.forEach(take));
 }
 
-/** Reads one value anew, as after a notification of its change. */
+/** Reads one value again, for example after a notification of its change. */
 export async function refreshKey(key: string) {
   if (!known.has(key)) return;
   changes++;
   take(await readEntry(key));
 }
 
-/** Adds a key that the viewer has named. */
+/** Adds a key that the viewer named. */
 export async function addKey(key: string) {
   if (known.has(key)) return;
   take(await askedEntry(key));
@@ -163,11 +163,11 @@ export async function addKey(key: string) {
 
 // ---- writing
 
-/** A code's letters, the first one in the highest byte. */
+/** The letters of a code as a number, with the first letter in the highest byte. */
 const packed = (code: string): number =>
   [...code].reduce((bits, letter, index) => bits | (letter.charCodeAt(0) << (24 - 8 * index)), 0);
 
-/** The URI and the value's member, by kind; switches and actions go by their item id where they have one. */
+/** The request that writes a value of each kind. Switches and actions are addressed by their item id if they have one. */
 function requestFor({ key, item, kind }: ConfigEntry, value: Json): [uri: string, parameter: JsonObject] {
   const byItem: JsonObject = item === null ? { cfgId: key } : { cfgItem: item };
   const parts: Record<ConfigKind, [string, JsonObject]> = {
@@ -183,39 +183,39 @@ function requestFor({ key, item, kind }: ConfigEntry, value: Json): [uri: string
 
 const signed = (number: number): string => String(number).replace("-", "−");
 
-/** "0 to 100", "at most 64 bytes"; empty where nothing is known. */
+/** "0 to 100" or "at most 64 bytes"; empty if the limits are unknown. */
 export function limitsOf({ kind, minimum, maximum, longest }: ConfigEntry): string {
   if (minimum !== undefined && maximum !== undefined) return `${signed(minimum)} to ${signed(maximum)}`;
   if (longest !== undefined) return `at most ${longest} bytes`;
   return kind === "code" ? "three letters" : "";
 }
 
-/** What is typed into a row, or why it cannot be sent at all; the television looks at the limits. */
+/** The value of a typed text, or why it cannot be sent. The television checks the limits. */
 export function valueOf({ kind }: ConfigEntry, typed: string): { value: Json } | { problem: string } {
   if (kind === "number") {
     const value = Number(typed);
     if (typed.trim() === "" || !Number.isInteger(value)) return { problem: "A whole number is needed." };
-    if (value !== (value | 0)) return { problem: "This is no number of 32 bits." };
+    if (value !== (value | 0)) return { problem: "The number does not fit into 32 bits." };
     return { value };
   }
   if (kind === "code" && !/^[a-z]{3}$/i.test(typed)) return { problem: "Three letters are needed." };
   return { value: kind === "code" ? typed.toLowerCase() : typed };
 }
 
-/** Writes a value and reads it back. Returns whether it was taken; the row says why not. */
+/** Writes a value and reads it back. Returns whether the television accepted it; the row shows why not. */
 export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean> {
   const entry = row.entry.peek();
   const limits = limitsOf(entry);
   try {
     await setItem(...requestFor(entry, value));
     row.problem.value = "";
-    // An action may have changed anything.
+    // An action may change any value.
     await (entry.kind === "action" ? refreshConfig() : refreshKey(row.key));
     return true;
   } catch (reason) {
     row.problem.value =
       reason instanceof RefusedError
-        ? `Not taken: ${meaningOf(reason.ret)} (ret ${signed(reason.ret)}).${limits && ` It takes ${limits}.`}`
+        ? `Not accepted: ${meaningOf(reason.ret)} (ret ${signed(reason.ret)}).${limits && ` Allowed: ${limits}.`}`
         : textOf(reason);
     return false;
   }

@@ -12,10 +12,10 @@ const icons = { UP: UpIcon, DOWN: DownIcon, LEFT: LeftIcon, RIGHT: RightIcon } a
 const shortcutOf = (key: string): string | undefined =>
   Object.keys(shortcuts).find((pressed) => shortcuts[pressed] === key);
 
-// How long a key shows that it was pressed.
+// How long a pressed key is lit.
 const lightMs = 250;
 
-/** Every key that the set knows. */
+/** All keys that the set knows. */
 export function RemotePanel() {
   const groups = keyGroups.value;
   const offline = connection.value.name !== "open";
@@ -39,7 +39,7 @@ export function RemotePanel() {
           ))}
         </fieldset>
       ) : (
-        list.value && <p class="empty">The plugin tells no names of keys.</p>
+        list.value && <p class="empty">The plugin reports no key names.</p>
       )}
     </main>
   );
@@ -69,7 +69,7 @@ function KeyButton({ name }: { name: string }) {
     if (!last) return;
     lit.value = true;
     const timer = setTimeout(() => (lit.value = false), lightMs);
-    // Another key was pressed before the time was over, or this one again.
+    // Another key, or this one again, was pressed before the time was up.
     return () => {
       clearTimeout(timer);
       lit.value = false;

@@ -4,14 +4,14 @@ import { label } from "./words";
 
 type LabelId = Parameters<typeof label>[0];
 
-/** The remote control: which keys there are, the plugin tells; where they stand is decided here. */
+/** The remote control: the plugin reports which keys there are; their arrangement is decided here. */
 
 const keyUri = "/tv/key/irrc";
 
 interface Place {
   id: string;
   title: LabelId;
-  /** Row by row, with a space in between. */
+  /** Row by row, separated by spaces. */
   keys: string;
 }
 
@@ -32,12 +32,12 @@ const places: readonly Place[] = [
 
 export interface KeyGroup {
   id: string;
-  /** Empty for the keys that have no place. */
+  /** Empty for the keys that no place names. */
   title: LabelId | "";
   keys: string[];
 }
 
-/** The keys that the plugin tells, by their places; null where it tells none. */
+/** The keys that the plugin reports, by place; null if it reports none. */
 export const keyGroups = computed((): KeyGroup[] | null => {
   const names = list.value?.uris.find((row) => row.uri === keyUri)?.values?.map(({ value }) => String(value));
   if (!names) return null;
@@ -50,7 +50,7 @@ export const keyGroups = computed((): KeyGroup[] | null => {
   return [...placed, { id: "more", title: "" as const, keys: rest }].filter((group) => group.keys.length > 0);
 });
 
-/** Keys of a keyboard that press one of the remote control. */
+/** The keys of a keyboard that press a key of the remote control. */
 export const shortcuts: Readonly<Record<string, string>> = {
   ...Object.fromEntries([..."0123456789"].map((digit) => [digit, digit])),
   ".": ".",
@@ -68,7 +68,7 @@ export const shortcuts: Readonly<Record<string, string>> = {
 
 export interface Press {
   key: string;
-  /** Why it failed; empty when it did not. */
+  /** Why the press failed; empty if it did not. */
   problem: string;
   number: number;
 }

@@ -1,14 +1,14 @@
 import type { Field, Kind, UriRow } from "../../app/rpc";
 import type { Json, JsonObject } from "../../lib/json";
 
-/** A field of a URI's item: its value has the URI's own unit and named values where the type has none. */
+/** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */
 export const ofUri = (field: Field, row: UriRow): Field =>
   field.key === "VALUE" ? { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null } : field;
 
-/** What was typed, by the field's path ("DTG.YEAR"). */
+/** The text typed into each field, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
 
-/** Whether what was typed so far makes the plugin read a field. */
+/** Whether the plugin reads a field of the request as typed so far. */
 function isRead(field: Field, row: UriRow, values: FormValues): boolean {
   if (field.uri != null && field.uri !== row.uri) return false;
   if (field.when == null) return true;
@@ -17,14 +17,14 @@ function isRead(field: Field, row: UriRow, values: FormValues): boolean {
   return value === null ? typed === "" : typeof value === "string" && value.toLowerCase() === typed.toLowerCase();
 }
 
-/** The members of a URI's request: each once, without those of other URIs and of other operations. */
+/** The members of a URI's request: each one once, without those that belong to other URIs or operations. */
 export function fieldsOf(fields: Field[], row: UriRow, values: FormValues): Field[] {
   const read = fields.filter((field) => isRead(field, row, values));
   const once = read.filter((field, index) => read.findIndex((other) => other.key === field.key) === index);
   return once.map((field) => ofUri(field, row));
 }
 
-/** `bad` stops the request; `note` only tells something about the value. */
+/** `bad` prevents the request; `note` is only a remark about the value. */
 export interface Problem {
   level: "bad" | "note";
   text: string;
@@ -32,12 +32,12 @@ export interface Problem {
 
 export interface Built {
   parameter: JsonObject;
-  /** Some member beside the request word. */
+  /** Whether there is a member besides the request word. */
   filled: boolean;
   problems: Map<string, Problem>;
 }
 
-/** The description of a field's kind; undefined for a kind that is not described. */
+/** Returns the description of a field's kind; undefined if the list has none. */
 export type KindOf = (field: Field) => Kind | undefined;
 
 const maxSafe = BigInt(Number.MAX_SAFE_INTEGER);
@@ -47,13 +47,13 @@ const bytesOf = (text: string): number => new TextEncoder().encode(text).length;
 export function describeKind(field: Field, kind: Kind | undefined): string {
   const parts: string[] = [field.kind];
   const { minimum, maximum } = kind ?? {};
-  // The limits of 64 bits say nothing to a reader.
+  // The limits of a 64-bit number are too long to be of use.
   if (minimum !== undefined && maximum !== undefined) {
     if (maximum.length <= 10) parts.push(`${minimum} to ${maximum}`.replace("-", "−"));
   } else if (field.limit) {
     parts.push(`at most ${field.limit} bytes`);
   } else if (field.count) {
-    parts.push(`at most ${field.count}, with commas between`);
+    parts.push(`at most ${field.count}, separated by commas`);
   }
   return parts.join(" · ");
 }
@@ -67,7 +67,7 @@ function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Pr
   if (minimum !== undefined && maximum !== undefined && (value < BigInt(minimum) || value > BigInt(maximum))) {
     return { level: "bad", text: `Outside ${minimum} to ${maximum}` };
   }
-  // A double cannot hold it; the decoders of 64-bit numbers read texts as well.
+  // A JavaScript number cannot hold it exactly. The plugin also accepts a 64-bit number as a text.
   if (value > maxSafe || value < -maxSafe) return { value: value.toString() };
   return { value: Number(value) };
 }
@@ -77,15 +77,14 @@ function readNumbers(typed: string): { value: Json } | Problem {
   const numbers: Json[] = [];
   for (const word of typed.split(",")) {
     const read = readNumber(undefined, word.trim());
-    if ("level" in read) return { level: "bad", text: "Whole numbers are needed, with commas between" };
+    if ("level" in read) return { level: "bad", text: "Whole numbers separated by commas are needed" };
     numbers.push(read.value);
   }
   return { value: numbers };
 }
 
 /**
- * Makes the "PARAMETER" object from what was typed. A field that was left empty is not sent, unless every field is
- * required.
+ * Makes the "PARAMETER" object from the typed texts. Empty fields are not sent, unless every field is required.
  */
 export function buildParameter(
   request: string,

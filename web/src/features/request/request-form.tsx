@@ -11,7 +11,7 @@ interface FormProps {
   type: ItemType | null;
 }
 
-/** A get goes plain, or as a "QUERY" once a field has been filled. */
+/** A get is sent without a parameter, or as a "QUERY" if a field has been filled in. */
 export function GetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
   const fields = fieldsOf(type?.query ?? [], row, values.value);
@@ -35,7 +35,7 @@ export function SetForm({ row, type }: FormProps) {
   const values = useSignal<FormValues>({});
   const word = type?.set?.request ?? "";
   const fields = fieldsOf(type?.set?.fields ?? [], row, values.value);
-  // A "MODIFY" is nothing without its value; the members of the other words are optional.
+  // A "MODIFY" needs its value; the members of the other request words are optional.
   const required = word === "MODIFY";
   const built = buildParameter(word, fields, values.value, required, kindOf);
   if (!type?.set) return <p class="hint">The description of {row.type} has no set parameters.</p>;
@@ -100,7 +100,7 @@ function RequestForm({ method, label, row, fields, values, built, parameter, hin
   );
 }
 
-/** The item of the last answer, whose members stand as examples in empty fields. */
+/** The item of the last response. Its members are the placeholders of empty fields. */
 function currentItem(uri: string): JsonObject {
   const answer = outcomes.value.get(uri)?.answer;
   const response = answer && "response" in answer ? answer.response : null;
@@ -167,7 +167,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
   const names = field.values;
   const typed = values.value[path] ?? "";
   const problem = built.problems.get(path);
-  // An empty field needs no reproach before it has been touched.
+  // An empty field is not marked as wrong.
   const shown = typed === "" && problem?.level === "bad" ? undefined : problem;
   const id = `field-${path}`;
   return (

@@ -121,7 +121,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
     <>
       <p class="hint">
         {notify?.form === "queued"
-          ? `Notifications wait in a queue until they are fetched${notify.bound ? `; a queue that has grown past ${notify.bound} characters starts anew` : ""}.`
+          ? `Notifications wait in a queue until they are fetched${notify.bound ? `; a queue that grows past ${notify.bound} characters is started again` : ""}.`
           : "Only the newest notification waits to be fetched."}
       </p>
       {notify && notify.fields.length > 0 && (

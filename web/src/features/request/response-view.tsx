@@ -92,7 +92,7 @@ function rowsOf(item: JsonObject, fields: Field[], prefix = "", depth = 0): Tabl
   });
 }
 
-/** What a number that the description names means. */
+/** The meaning of a value, if the description names it. */
 const nameOf = (field: Field | undefined, value: Json | undefined): string | undefined =>
   field?.values?.find((row) => row.value === value)?.help;
 

@@ -4,14 +4,14 @@ import { CopyButton } from "../../ui/copy-button";
 import { JsonText } from "../../ui/json-view";
 import { sampleKinds, sampleOf, type Call, type SampleKind } from "./samples";
 
-// One choice for all forms: who works with curl does so at the next URI, too.
+// One choice for all forms: it is kept when another URI is selected.
 const chosen = signal<SampleKind>("JSON-RPC");
 
-// Of the code's type, with its padding; a little wide, so that no line is broken twice.
+// The width of a character and the padding of the code; a little too large, so that a line is not wrapped again.
 const characterPx = 7.7;
 const paddingPx = 26;
 
-/** How many characters stand beside each other in an element. */
+/** Measures how many characters fit into a line of an element. */
 function useColumns() {
   const ref = useRef<HTMLPreElement>(null);
   const columns = useSignal(60);
@@ -27,7 +27,7 @@ function useColumns() {
   return { ref, columns: columns.value };
 }
 
-/** The request as it will be sent, ready to copy. */
+/** The request that will be sent, ready to copy. */
 export function Sample({ call }: { call: Call }) {
   const kinds = sampleKinds(call);
   const kind = kinds.includes(chosen.value) ? chosen.value : "JSON-RPC";

@@ -39,7 +39,7 @@ function javascript(call: Call, origin: string, width: number): string {
   ].join("\n");
 }
 
-/** The same call in a form to copy, `width` characters wide where it may be broken. A subscription lives on a WebSocket, so that curl has none. */
+/** A call as text to copy, with lines of about `width` characters. curl cannot subscribe: that needs a WebSocket. */
 export function sampleOf(kind: SampleKind, call: Call, origin: string, width: number): string {
   switch (kind) {
     case "JSON-RPC":

@@ -5,7 +5,7 @@ export interface VolumeState {
   muted: boolean;
 }
 
-/** How the control reaches the television; each rejects on failure. */
+/** How the control reads and sets the television's volume. Each promise rejects on failure. */
 export interface VolumeActions {
   read: () => Promise<VolumeState>;
   setVolume: (volume: number) => Promise<void>;
@@ -14,28 +14,28 @@ export interface VolumeActions {
 }
 
 export interface VolumeControl {
-  /** What the slider shows; null until it is known. */
+  /** The position of the slider; null until the volume is known. */
   volume: ReadonlySignal<number | null>;
   muted: ReadonlySignal<boolean | null>;
   refresh(): void;
-  /** The connection is gone: what is shown may be out of date. */
+  /** The connection was lost, so the volume is unknown. */
   forget(): void;
-  heard(state: VolumeState): void;
+  update(state: VolumeState): void;
   grab(): void;
   slide(volume: number): void;
   release(): void;
   toggleMute(): void;
 }
 
-// How long the slider stays where it was let go: while its own echo is on the way, and after that echo has come, since
-// echoes of earlier positions may still follow.
+// An echo is the notification that a set of the volume causes. A released slider keeps its position while it waits for
+// the echo of its own value, and for a moment after that, because echoes of earlier positions may still follow.
 const awaitEchoMs = 400;
 const afterEchoMs = 80;
 
 /**
- * The slider's logic. While it is held, at most one set is in flight and the last position wins; what the television
- * tells meanwhile is remembered, not shown. After the last set the slider waits for the echo of its own value, so that
- * echoes of earlier ones do not pull it back.
+ * The logic of the slider. While the viewer holds it, at most one set is in flight and the last position wins;
+ * notifications are remembered but not shown. After the last set the slider waits for the echo of its own value, so that
+ * echoes of earlier values do not move it back.
  */
 export function createVolume(actions: VolumeActions): VolumeControl {
   const actual = signal<VolumeState | null>(null);
@@ -61,7 +61,7 @@ export function createVolume(actions: VolumeActions): VolumeControl {
   function read() {
     const before = changes;
     return actions.read().then((state) => {
-      // A notification that came after the question is newer than its answer.
+      // A notification that arrived meanwhile is newer than this answer.
       if (changes === before) actual.value = state;
     }, actions.onError);
   }
@@ -73,7 +73,7 @@ export function createVolume(actions: VolumeActions): VolumeControl {
     keepHold();
     const then = () => {
       if (echoed) yieldToActual();
-      // No echo came: ask before letting go.
+      // No echo came: read the volume before the slider follows it again.
       else
         void read().finally(() => {
           if (!held && !inFlight) yieldToActual();
@@ -91,7 +91,7 @@ export function createVolume(actions: VolumeActions): VolumeControl {
         await actions.setVolume(sent);
       }
     } catch (error) {
-      // Back to what the television says; the hand, if it still holds the slider, starts anew with its next move.
+      // The slider returns to the actual volume. If the viewer still holds it, its next move starts a new set.
       yieldToActual();
       actions.onError(error);
     } finally {
@@ -110,7 +110,7 @@ export function createVolume(actions: VolumeActions): VolumeControl {
         actual.value = null;
       });
     },
-    heard(state) {
+    update(state) {
       changes++;
       actual.value = state;
       settle();

@@ -26,7 +26,7 @@ export const volume = createVolume({
 });
 
 listen(volumeNotifyUri, ({ volValue, muteStatus }) => {
-  if (typeof volValue === "number") volume.heard({ volume: volValue, muted: muteStatus !== 0 });
+  if (typeof volValue === "number") volume.update({ volume: volValue, muted: muteStatus !== 0 });
 });
 
 effect(() => {
