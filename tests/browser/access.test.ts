@@ -153,7 +153,7 @@ test("with a host that has no tokens the page works, and keeps its token", async
   expect(await stored(page)).toBe(someToken);
 });
 
-test("with a host that requires the token for every call, the page says so until it has the token", async ({ host, open }) => {
+test("a host that requires the token for every call", async ({ host, open }) => {
   const { token, prepare } = guard(host, "everything");
   const page = await open("/", { token: null, prepare, usable: false });
   await expect(notice(page)).toHaveText(noAccess);

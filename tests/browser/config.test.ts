@@ -194,7 +194,7 @@ test("a change with a notification is read immediately", async ({ host, open }) 
   await expect(logRows(page, "Notifications").first()).toContainText(configNotifyUri.split("/").at(-1)!);
 });
 
-test("on a set that does not list its keys, the viewer adds keys, which are read through the plugin", async ({ host, open }) => {
+test("on a set that does not list its keys, the viewer adds them", async ({ host, open }) => {
   const page = await open();
   // The answer of a host whose platform is not the virtual television.
   await page.routeWebSocket("**/jsonrpc", (socket) => {

@@ -181,7 +181,7 @@ test("the copied JavaScript can be run", async ({ host, open }) => {
   });
 });
 
-test("a form has each member of its URI once, and accepts an array as numbers separated by commas", async ({ host, open }) => {
+test("a form has each member of its URI once, and arrays are numbers separated by commas", async ({ host, open }) => {
   const page = await open("/#/tv/eventinfo/channel_event_num_by_filter");
   const form = page.getByRole("form");
   const parameter = async () => JSON.parse(await sample(page).innerText()).params.parameter;

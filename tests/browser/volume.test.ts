@@ -62,7 +62,7 @@ test("the slider works by keyboard", async ({ host, open }) => {
   await expect(slider(page)).toHaveValue("100");
 });
 
-test("while the slider is dragged one set is in flight, the last position wins, and no notification moves the slider", async ({ host, open }) => {
+test("a drag keeps one set in flight, the last position wins, and no notification moves the slider", async ({ host, open }) => {
   await host.write(volumeUri, 10);
   // Makes a set slow enough that the slider passes many positions while one is in flight.
   const slow = await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_setVolume", "--delay", "120");

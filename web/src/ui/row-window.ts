@@ -50,7 +50,9 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
   }
 
   // A list that is not displayed has neither a height nor a scroll position.
-  if (scroller.current && height > 0 && scroller.current.scrollTop !== last.top) takePosition(scroller.current.scrollTop);
+  if (height > 0 && scroller.current && scroller.current.scrollTop !== last.top) {
+    takePosition(scroller.current.scrollTop);
+  }
 
   const offsets = new Float64Array(rows.length + 1);
   rows.forEach((row, index) => (offsets[index + 1] = offsets[index]! + (last.heights.get(keyOf(row)) ?? estimate)));

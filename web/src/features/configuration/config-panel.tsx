@@ -17,7 +17,7 @@ const pollMs = 2000;
 const search = signal("");
 const changedOnly = signal(false);
 
-/** While the panel is open: reads every value every two seconds, and a value as soon as a notification reports a change. */
+/** While the panel is open: reads all values every two seconds, and a single one when a notification reports a change. */
 function useLiveValues(tell: (problem: string) => void) {
   const readable = connection.value.name === "open" && access.value === "control";
   useEffect(() => {

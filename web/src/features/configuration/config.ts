@@ -167,7 +167,7 @@ export async function addKey(key: string) {
 const packed = (code: string): number =>
   [...code].reduce((bits, letter, index) => bits | (letter.charCodeAt(0) << (24 - 8 * index)), 0);
 
-/** The request that writes a value of each kind. Switches and actions are addressed by their item id if they have one. */
+/** The request that writes a value. Switches and actions are addressed by their item id if they have one. */
 function requestFor({ key, item, kind }: ConfigEntry, value: Json): [uri: string, parameter: JsonObject] {
   const byItem: JsonObject = item === null ? { cfgId: key } : { cfgItem: item };
   const parts: Record<ConfigKind, [string, JsonObject]> = {

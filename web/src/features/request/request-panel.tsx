@@ -120,9 +120,11 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
   return (
     <>
       <p class="hint">
-        {notify?.form === "queued"
-          ? `Notifications wait in a queue until they are fetched${notify.bound ? `; a queue that grows past ${notify.bound} characters is started again` : ""}.`
-          : "Only the newest notification waits to be fetched."}
+        {notify?.form !== "queued"
+          ? "Only the newest notification waits to be fetched."
+          : notify.bound
+            ? `Notifications wait in a queue, which starts again when it grows past ${notify.bound} characters.`
+            : "Notifications wait in a queue until they are fetched."}
       </p>
       {notify && notify.fields.length > 0 && (
         <dl class="members">

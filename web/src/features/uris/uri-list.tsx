@@ -129,7 +129,7 @@ function LineView({ line, words, tabIndex }: LineProps) {
   }
 }
 
-function GroupView({ group, open, words, tabIndex }: { group: Group; open: boolean; words: string[]; tabIndex: 0 | -1 }) {
+function GroupView({ group, open, words, tabIndex }: { group: Group; open: boolean } & Omit<LineProps, "line">) {
   return (
     <button
       type="button"
@@ -148,7 +148,7 @@ function GroupView({ group, open, words, tabIndex }: { group: Group; open: boole
   );
 }
 
-function RowView({ row, words, tabIndex }: { row: Row; words: string[]; tabIndex: 0 | -1 }) {
+function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line">) {
   const selected = row.uri === selectedUri.value;
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
   return (

@@ -34,8 +34,8 @@ const afterEchoMs = 80;
 
 /**
  * The logic of the slider. While the viewer holds it, at most one set is in flight and the last position wins;
- * notifications are remembered but not shown. After the last set the slider waits for the echo of its own value, so that
- * echoes of earlier values do not move it back.
+ * notifications are remembered but not shown. After the last set the slider waits for the echo of its own value, so
+ * that echoes of earlier values do not move it back.
  */
 export function createVolume(actions: VolumeActions): VolumeControl {
   const actual = signal<VolumeState | null>(null);
