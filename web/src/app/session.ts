@@ -54,8 +54,10 @@ const client = createClient({
     });
     if (state.name === "open") onOpen();
   },
-  onOverflow: (dropped) =>
-    notifications.add({ warning: `${dropped} ${dropped === 1 ? "message was" : "messages were"} lost: the queue overflowed.` }),
+  onOverflow(dropped) {
+    const lost = dropped === 1 ? "1 message was" : `${dropped} messages were`;
+    notifications.add({ warning: `${lost} lost: the queue overflowed.` });
+  },
   onBrokenNotification: (uri, message) => notifications.add({ warning: `${uri}: ${message}` }),
   onTrace: (line) => calls.add(line),
   onSubscribeError(uri, error) {

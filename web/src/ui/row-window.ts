@@ -100,17 +100,9 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
   });
 
   useEffect(() => {
-    let frame = 0;
-    const observer = new ResizeObserver(() => {
-      cancelAnimationFrame(frame);
-      frame = requestAnimationFrame(() => redraw());
-    });
-    if (scroller.current) observer.observe(scroller.current);
-    if (list.current) observer.observe(list.current);
-    return () => {
-      cancelAnimationFrame(frame);
-      observer.disconnect();
-    };
+    const observer = new ResizeObserver(() => requestAnimationFrame(() => scroller.current && redraw()));
+    for (const element of [scroller.current, list.current]) if (element) observer.observe(element);
+    return () => observer.disconnect();
   }, []);
 
   /** Scrolls as far as is needed to show a row. */

@@ -3,7 +3,9 @@ import type { Json, JsonObject } from "../../lib/json";
 
 /** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */
 export const ofUri = (field: Field, row: UriRow): Field =>
-  field.key === "VALUE" ? { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null } : field;
+  field.key !== "VALUE"
+    ? field
+    : { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null };
 
 /** The text typed into each field, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
