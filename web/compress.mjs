@@ -1,5 +1,5 @@
-// The build's last step: writes FILE.gz beside each file of the built page that is worth it. The host sends it to the
-// browsers that take it, so that nothing is compressed while it serves.
+// The last step of the build: writes FILE.gz next to each file that is large enough to gain from compression. The host
+// sends it to browsers that accept gzip and compresses nothing itself.
 import { readdirSync, readFileSync, writeFileSync } from "node:fs";
 import { extname, join } from "node:path";
 import { constants, gzipSync } from "node:zlib";

@@ -1,6 +1,6 @@
 import { defineConfig } from "vite";
 
-// The host's address while `npm run dev` serves the page itself.
+// The host to which `npm run dev`, which serves the page itself, forwards the page's calls.
 const host = "http://127.0.0.1:8080";
 
 export default defineConfig({

@@ -2,7 +2,7 @@ import type { Locator, Page } from "@playwright/test";
 import { expect as base, slider, test } from "./fixtures";
 import { volumeUri, type Host } from "./host";
 
-/** The token of the host's address, and a page without it. */
+/** The token in the address that dtv-host prints, and a page without it. */
 
 const someToken = "5e".repeat(32);
 const staleToken = "0d".repeat(32);
@@ -14,15 +14,15 @@ interface Call {
 }
 
 interface Guard {
-  /** What the page has sent on each of its connections. */
+  /** The calls of the page, by connection. */
   connections: Call[][];
   token: string;
   prepare: (page: Page) => Promise<void>;
 }
 
 /**
- * Stands between page and host and requires a token: for the set's control or for every call. For "nothing" it does not
- * know the method. It passes the token on to a host that has one.
+ * A proxy between page and host that requires a token to control the set, or for every call. For "nothing" it behaves
+ * like a host without the method "authorize". If the host has a token too, the proxy passes it on.
  */
 function guard(
   host: Host,
@@ -58,7 +58,7 @@ function guard(
   return { connections, token, prepare };
 }
 
-// Every call of the page goes through this process, which takes its time.
+// Every call of the page passes through this process, which makes it slow.
 test.describe.configure({ timeout: 90_000 });
 const expect = base.configure({ timeout: 20_000 });
 
@@ -69,7 +69,7 @@ const lookOnly =
   "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)";
 const noAccess = "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)";
 
-test("the token is taken out of the address, kept, and sent before anything else", async ({ host, open }) => {
+test("the token is removed from the address, stored, and sent before any other call", async ({ host, open }) => {
   const { connections, token, prepare } = guard(host, "control");
   const page = await open(`/#token=${token}`, { token: null, prepare });
   expect(page.url()).toBe(`${host.origin}/`);
@@ -85,13 +85,13 @@ test("the token is taken out of the address, kept, and sent before anything else
   }
 });
 
-test("a page without the token looks, and says what it may not", async ({ host, open }) => {
+test("a page without the token can look, and says that it cannot control the set", async ({ host, open }) => {
   const { connections, token, prepare } = guard(host, "control");
   const page = await open("/#configuration", { token: null, prepare });
   await expect(notice(page)).toHaveText(lookOnly);
   await expect(page.getByRole("main", { name: "Configuration" }).locator(".access-notice")).toBeVisible();
   await expect(configLines(page)).toHaveCount(0);
-  // What needs no token goes on.
+  // Calls that need no token still work.
   await slider(page).fill("37");
   await expect.poll(() => host.read(volumeUri)).toBe(37);
   for (const [language, words] of Object.entries({
@@ -105,9 +105,9 @@ test("a page without the token looks, and says what it may not", async ({ host, 
     await expect(notice(page)).toContainText(words);
     await expect(notice(page)).toContainText("#token=...");
   }
-  // It is not asked again and again.
+  // The page does not repeat the refused call.
   expect(connections.flat().filter(({ method }) => method === "tv")).toHaveLength(1);
-  // In another view there is nothing that the page may not do.
+  // The other view needs no token.
   await page.getByRole("navigation", { name: "Views" }).getByRole("button", { name: "Remote control" }).click();
   await expect(notice(page)).toHaveCount(0);
 
@@ -129,7 +129,7 @@ test("a token that the host refuses is forgotten", async ({ host, open }) => {
   expect(connections.map((calls) => calls.filter(({ method }) => method === "authorize").length)).toEqual([1, 0]);
 });
 
-test("a token that another page has stored meanwhile is not forgotten with the refused one", async ({ host, open }) => {
+test("when a token is refused, a token that another page has stored meanwhile is kept", async ({ host, open }) => {
   const newer = host.token ?? someToken;
   const { connections, prepare } = guard(host, "control", (page) =>
     page.evaluate((token) => localStorage.setItem("dtv.token", token), newer),
@@ -142,9 +142,9 @@ test("a token that another page has stored meanwhile is not forgotten with the r
   expect(connections.at(-1)?.[0]).toMatchObject({ method: "authorize", params: { token: newer } });
 });
 
-test("a host that knows no tokens is used as before, and the token is kept", async ({ host, open }) => {
+test("with a host that has no tokens the page works, and keeps its token", async ({ host, open }) => {
   const { connections, prepare } = guard(host, "nothing");
-  test.skip(host.token !== undefined, "this host knows tokens");
+  test.skip(host.token !== undefined, "this host has a token");
   const page = await open(`/#token=${someToken}`, { token: null, prepare });
   await page.goto(`${host.origin}/#configuration`);
   await expect(configLines(page).first()).toBeVisible();
@@ -153,16 +153,16 @@ test("a host that knows no tokens is used as before, and the token is kept", asy
   expect(await stored(page)).toBe(someToken);
 });
 
-test("a host that wants the token for everything", async ({ host, open }) => {
+test("a host that requires the token for every call", async ({ host, open }) => {
   const { token, prepare } = guard(host, "everything");
   const page = await open("/", { token: null, prepare, usable: false });
   await expect(notice(page)).toHaveText(noAccess);
-  // That is all there is to say, whatever else was refused.
+  // There is no second message about the other refused calls.
   await expect(page.locator(".notice p")).toHaveCount(0);
   await page.goto(`${host.origin}/#configuration`);
   await expect(notice(page)).toHaveText(noAccess);
 
-  // What is followed is still followed with the token.
+  // The subscriptions are kept, and work once the page has the token.
   const watched = await page.evaluate(() => localStorage.getItem("dtv.watched"));
   expect(watched).toContain("volume_ctrl");
   await page.goto(`${host.origin}/#token=${token}`);

@@ -6,14 +6,14 @@ const lines = (page: Page): Locator => page.locator(".config-line");
 const line = (page: Page, key: string): Locator => page.locator(`.config-line[data-key="${key}"]`);
 const search = (page: Page): Locator => page.getByRole("searchbox", { name: "Search" });
 
-/** What the television itself says of a key. */
-async function told(host: Host, key: string): Promise<Record<string, unknown>> {
+/** The television's own description of a key. */
+async function described(host: Host, key: string): Promise<Record<string, unknown>> {
   const { code, stdout, stderr } = await host.dtvctl("--json", "tv", "config", key);
   expect(code, stderr).toBe(0);
   return JSON.parse(stdout) as Record<string, unknown>;
 }
 
-async function turn(host: Host, key: string, value: string) {
+async function change(host: Host, key: string, value: string) {
   const { code, stderr } = await host.dtvctl("tv", "config", key, value);
   expect(code, stderr).toBe(0);
 }
@@ -54,7 +54,7 @@ test("the configuration is listed and searched by key and by help", async ({ hos
   await expect(page.getByRole("heading", { name: "Talk to the television" })).toBeVisible();
 });
 
-test("every kind is edited in place, through the plugin", async ({ host, open }) => {
+test("every kind of value can be edited, through the plugin", async ({ host, open }) => {
   const page = await open();
   const sent: { uri: string; parameter: unknown }[] = [];
   const commands: string[][] = [];
@@ -74,31 +74,31 @@ test("every kind is edited in place, through the plugin", async ({ host, open })
   await expect(number).toHaveAttribute("max", "100");
   await number.fill("61");
   await number.press("Enter");
-  await expect.poll(async () => (await told(host, "g_audio__bass"))["value"]).toBe(61);
+  await expect.poll(async () => (await described(host, "g_audio__bass"))["value"]).toBe(61);
   await expect(bass).toContainText("Default 50");
 
   const surround = line(page, "g_audio__surround").getByRole("switch", { name: "g_audio__surround" });
   await expect(surround).not.toBeChecked();
   await surround.check();
-  await expect.poll(async () => (await told(host, "g_audio__surround"))["value"]).toBe(true);
+  await expect.poll(async () => (await described(host, "g_audio__surround"))["value"]).toBe(true);
   await expect(surround).toBeChecked();
 
   const country = line(page, "g_country__country").getByRole("textbox");
   await country.fill("FRA");
   await country.press("Enter");
   await expect(country).toHaveValue("fra");
-  expect((await told(host, "g_country__country"))["value"]).toBe("fra");
+  expect((await described(host, "g_country__country"))["value"]).toBe("fra");
 
   const name = line(page, "g_misc__tv_network_name").getByRole("textbox");
   await name.fill("Küche");
   await name.blur();
-  await expect.poll(async () => (await told(host, "g_misc__tv_network_name"))["value"]).toBe("Küche");
+  await expect.poll(async () => (await described(host, "g_misc__tv_network_name"))["value"]).toBe("Küche");
 
-  // No item id: the switch of a number and a text go by key.
+  // A number without an item id is addressed by its key.
   const source = line(page, "g_misc__last_source").getByRole("spinbutton");
   await source.fill("3");
   await source.press("Enter");
-  await expect.poll(async () => (await told(host, "g_misc__last_source"))["value"]).toBe(3);
+  await expect.poll(async () => (await described(host, "g_misc__last_source"))["value"]).toBe(3);
 
   const reset = line(page, "g_action__reset_sound");
   await reset.getByRole("button").click();
@@ -121,16 +121,16 @@ test("every kind is edited in place, through the plugin", async ({ host, open })
   for (const words of commands) expect(words.length, words.join(" ")).toBeLessThanOrEqual(2);
 });
 
-test("a value that the television refuses says why, and Escape gives it up", async ({ host, open }) => {
+test("a refused value is shown with the reason, and Escape discards it", async ({ host, open }) => {
   const page = await open("/#configuration");
   const balance = line(page, "g_audio__balance");
   const field = balance.getByRole("spinbutton");
   await field.fill("77");
   await field.press("Enter");
-  await expect(balance.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1). It takes −50 to 50.");
+  await expect(balance.getByRole("alert")).toHaveText("Not accepted: the platform refused, or nothing serves the request (ret −1). Allowed: −50 to 50.");
   await expect(field).toHaveAttribute("aria-invalid", "true");
   await expect(field).toHaveValue("77");
-  expect((await told(host, "g_audio__balance"))["value"]).toBe(0);
+  expect((await described(host, "g_audio__balance"))["value"]).toBe(0);
 
   await field.press("Escape");
   await expect(field).toHaveValue("0");
@@ -144,13 +144,13 @@ test("a value that the television refuses says why, and Escape gives it up", asy
   const name = line(page, "g_misc__tv_network_name");
   await name.getByRole("textbox").fill("x".repeat(65));
   await name.getByRole("textbox").press("Enter");
-  await expect(name.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1). It takes at most 64 bytes.");
+  await expect(name.getByRole("alert")).toHaveText("Not accepted: the platform refused, or nothing serves the request (ret −1). Allowed: at most 64 bytes.");
 
   const fault = await host.dtvctl("tv", "fault", "setConfigValueBool", "--fail");
   expect(fault.code, fault.stderr).toBe(0);
   const surround = line(page, "g_audio__surround");
   await surround.getByRole("switch").click();
-  await expect(surround.getByRole("alert")).toHaveText("Not taken: the platform refused, or nothing serves the request (ret −1).");
+  await expect(surround.getByRole("alert")).toHaveText("Not accepted: the platform refused, or nothing serves the request (ret −1).");
   await expect(surround.getByRole("switch")).not.toBeChecked();
 });
 
@@ -160,16 +160,16 @@ test("a change made elsewhere appears and is marked for a moment", async ({ host
   await expect(bass.getByRole("spinbutton")).toHaveValue("50");
   await expect(bass).toHaveAttribute("data-changed", "false");
 
-  // Nothing tells of this one: it is seen when the values are read again.
+  // This change raises no notification; the page sees it when it reads the values again.
   const marked = () => expect(bass).toHaveAttribute("data-changed", "true");
-  await Promise.all([marked(), turn(host, "g_audio__bass", "73")]);
+  await Promise.all([marked(), change(host, "g_audio__bass", "73")]);
   await expect(bass.getByRole("spinbutton")).toHaveValue("73");
   await expect(bass).toHaveAttribute("data-changed", "false");
   await expect(page.locator('.config-line[data-changed="true"]')).toHaveCount(0);
 
-  // What is being typed stays.
+  // A change does not replace the text that is being typed.
   await bass.getByRole("spinbutton").fill("7");
-  await Promise.all([marked(), turn(host, "g_audio__bass", "20")]);
+  await Promise.all([marked(), change(host, "g_audio__bass", "20")]);
   await expect(bass.getByRole("spinbutton")).toHaveValue("7");
   await bass.getByRole("spinbutton").press("Escape");
   await expect(bass.getByRole("spinbutton")).toHaveValue("20");
@@ -179,24 +179,24 @@ test("a change made elsewhere appears and is marked for a moment", async ({ host
   await expect(bass).toContainText("Default 50");
 });
 
-test("a notified change is read at once", async ({ host, open }) => {
+test("a change with a notification is read immediately", async ({ host, open }) => {
   const page = await open();
-  // Without a read every two seconds, only the notification brings it.
+  // The clock of the page stands still, so the page does not poll, and only the notification can report the change.
   await page.clock.install();
   await page.goto(`${host.origin}/#configuration`);
   const name = line(page, "g_misc__tv_network_name");
   await expect(name.getByRole("textbox")).toHaveValue("Living room");
   await page.clock.pauseAt(Date.now() + 60_000);
-  await turn(host, "g_misc__tv_network_name", "Kitchen");
+  await change(host, "g_misc__tv_network_name", "Kitchen");
   await expect(name.getByRole("textbox")).toHaveValue("Kitchen");
   await page.clock.resume();
   await expect(logRows(page, "Notifications").first()).toContainText('ARG2 "g_misc__tv_network_name"');
   await expect(logRows(page, "Notifications").first()).toContainText(configNotifyUri.split("/").at(-1)!);
 });
 
-test("of a set that lists nothing, keys are named and read through the plugin", async ({ host, open }) => {
+test("on a set that does not list its keys, the viewer adds them", async ({ host, open }) => {
   const page = await open();
-  // The host's answer where the platform is no virtual television.
+  // The answer of a host whose platform is not the virtual television.
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     const server = socket.connectToServer();
     socket.onMessage((text) => {
@@ -222,8 +222,8 @@ test("of a set that lists nothing, keys are named and read through the plugin", 
 
   await balance.getByRole("spinbutton").fill("-7");
   await balance.getByRole("spinbutton").press("Enter");
-  await expect.poll(async () => (await told(host, "g_audio__balance"))["value"]).toBe(-7);
-  await turn(host, "g_audio__balance", "9");
+  await expect.poll(async () => (await described(host, "g_audio__balance"))["value"]).toBe(-7);
+  await change(host, "g_audio__balance", "9");
   await expect(balance.getByRole("spinbutton")).toHaveValue("9");
   await expect(lines(page)).toHaveCount(2);
 });

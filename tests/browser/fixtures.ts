@@ -1,14 +1,14 @@
 import { expect, test as base, type Locator, type Page } from "@playwright/test";
 import { createHost, type Host } from "./host";
 
-/** What every test runs with: a host of its own, and a browser whose complaints fail the test. */
+/** What every test uses: its own host, and pages whose console errors and requests to other origins fail the test. */
 
 interface Opening {
-  /** What the browser has stored from earlier; the host's own token where it is not named, null for none. */
+  /** The token in the browser's storage: by default the host's, null for none. */
   token?: string | null;
   /** Called before the page is loaded. */
   prepare?: (page: Page) => Promise<void>;
-  /** False: the host does not let the page read the volume. */
+  /** False if the host does not allow the page to read the volume. */
   usable?: boolean;
 }
 
@@ -16,7 +16,7 @@ interface Fixtures {
   /** Options of dtv-host. */
   hostArgs: string[];
   host: Host;
-  /** Console messages that this test provokes. */
+  /** Console messages that this test expects. */
   allowedErrors: RegExp[];
   open: (path?: string, opening?: Opening) => Promise<Page>;
 }
@@ -32,7 +32,7 @@ export const test = base.extend<Fixtures>({
     await host.dispose();
   },
 
-  // A new page of the host, which has its own storage like another device.
+  // Opens a page of the host with its own storage, like another device.
   open: async ({ browser, host, allowedErrors, viewport }, use) => {
     const complaints: string[] = [];
     const pages: Page[] = [];
@@ -55,7 +55,7 @@ export const test = base.extend<Fixtures>({
       page.on("websocket", (socket) => foreign(socket.url()));
       await prepare?.(page);
       await page.goto(host.origin + path);
-      // In whatever language the page is.
+      // These do not depend on the language of the page.
       await expect(connection(page)).toHaveAttribute("data-state", "open");
       await expect(page.locator(".volume input")).toBeEnabled({ enabled: usable });
       return page;

@@ -6,14 +6,14 @@ import { expect, test } from "./fixtures";
 import { muteUri, volumeUri, type Host } from "./host";
 
 /**
- * A page of another origin, which tries everything that a browser lets it send to the host. Nothing of the set may
- * change, and the host must go on answering.
+ * A page of another origin that sends to the host whatever a browser allows. The set must not change, and the host must
+ * continue to answer.
  */
 
 const pinKey = "g_password__password";
 const pinUri = "/tv/config/value_string";
 
-/** What the foreign page wants: another volume, another PIN. */
+/** The changes that the foreign page attempts: another volume, another PIN. */
 const wishes = {
   volume: { REQUEST: "MODIFY", VALUE: 77 },
   pin: { REQUEST: "SET", cfgId: pinKey, valueString: "4321" },
@@ -29,11 +29,11 @@ interface Attempt {
   run: (page: Page) => Promise<void>;
 }
 
-// ---- the set, as a client without a browser sees it
+// ---- the state of the set, read without a browser
 
 const answerMs = 1000;
 
-/** Volume, mute and every value of the configuration. Fails when the host does not answer in time. */
+/** Reads volume, mute and every value of the configuration. Fails if the host does not answer in time. */
 function readSet(host: Host): Promise<Record<string, unknown>> {
   const calls = [
     { jsonrpc: "2.0", id: "volume", method: "get", params: { uri: volumeUri } },
@@ -65,7 +65,7 @@ interface Sending {
   blob?: string;
 }
 
-// What is refused or never answered is no matter of the foreign page.
+// The foreign page ignores whether a request is refused or never answered.
 const fetchIt = (page: Page, sending: Sending): Promise<void> =>
   page.evaluate(async ({ url, init, blob }) => {
     const body = blob === undefined ? {} : { body: new Blob([Uint8Array.from(blob, (c) => c.charCodeAt(0))]) };
@@ -96,7 +96,7 @@ function* plainFetches(origin: string): Generator<Attempt> {
   yield { name: "fetch keepalive", run: (page) => fetchIt(page, { url: `${origin}/jsonrpc`, init: keepalive }) };
 }
 
-/** Elements of a page that make requests, and what a script has besides fetch. */
+/** Requests by elements of a page, and by a script without fetch. */
 function* elements(origin: string): Generator<Attempt> {
   const rpcUrl = `${origin}/jsonrpc`;
   for (const enctype of ["text/plain", "multipart/form-data", "application/x-www-form-urlencoded"]) {
@@ -180,7 +180,7 @@ function frame(text: string): string {
   return String.fromCharCode(0x81, ...length, 0, 0, 0, 0) + text;
 }
 
-/** Bodies that are requests of their own, should the host take them for such. */
+/** Bodies that contain a further request, in case the host reads a body as one. */
 function smuggled(origin: string): Record<string, string> {
   const own = `Host: ${new URL(origin).host}\r\n`;
   const put = JSON.stringify(wishes.volume);
@@ -193,7 +193,7 @@ function smuggled(origin: string): Record<string, string> {
   };
 }
 
-/** Ends of lines and of texts, in every place of the address; and headers that would make the body a request. */
+/** Line ends and zero bytes in every part of the address, and headers that would turn the body into a request. */
 function* addresses(origin: string): Generator<Attempt> {
   const injected = (header: string) => [
     `/${header}`,
@@ -271,7 +271,7 @@ for (const name of ["127.0.0.1", "localhost"]) {
         await attempt.run(page);
         await look(attempt.name);
       }
-      // What takes effect late is found, too.
+      // Wait for late effects.
       await page.waitForTimeout(500);
       await look("the end");
       await page.close();
@@ -280,7 +280,7 @@ for (const name of ["127.0.0.1", "localhost"]) {
   }
 }
 
-/** Undoes what an attempt has done, so that the next one is seen. */
+/** Undoes the effect of an attempt, so that the effect of the next one is visible. */
 async function restore(host: Host, before: Record<string, unknown>) {
   const { ITEMS } = before["volume"] as { ITEMS: { VALUE: number }[] };
   await host.write(volumeUri, ITEMS[0]!.VALUE);

@@ -6,7 +6,7 @@ import { tmpdir } from "node:os";
 import { join, resolve } from "node:path";
 import { createInterface } from "node:readline";
 
-/** The real host with a virtual television of its own, and dtvctl that talks to it. */
+/** The real host with its own virtual television, and dtvctl connected to it. */
 
 const here = import.meta.dirname;
 const bin = resolve(here, process.env["DTV_BUILD"] ?? "../../build", "bin");
@@ -33,7 +33,7 @@ export interface Output {
   stderr: string;
 }
 
-/** A program that goes on printing. */
+/** A program that prints until it is stopped. */
 export interface Printing {
   lines: string[];
   stop(): Promise<void>;
@@ -41,12 +41,12 @@ export interface Printing {
 
 export interface Host {
   origin: string;
-  /** What the host's address ends with; undefined where it ends with the origin. */
+  /** The token in the address that the host printed; undefined if it printed none. */
   readonly token: string | undefined;
   /** Ends the host as a power cut would, and starts it again at the same address. */
   kill(): Promise<void>;
   start(): Promise<void>;
-  /** Ends everything and removes the state. */
+  /** Ends all programs and removes the state. */
   dispose(): Promise<void>;
   read(uri: string): Promise<number>;
   write(uri: string, value: number): Promise<void>;

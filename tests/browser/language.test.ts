@@ -7,7 +7,7 @@ const tab = (page: Page, name: string): Locator => page.getByRole("navigation", 
 test.describe("the menu's language", () => {
   test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
 
-  test("is the page's, and stays over a power cut", async ({ host, open }) => {
+  test("is also the language of the page, and survives a power cut", async ({ host, open }) => {
     const page = await open("/#/tv/cast/volume/volume");
     const other = await open();
     await expect(menu(page)).toHaveValue("eng");
@@ -26,7 +26,7 @@ test.describe("the menu's language", () => {
     const rows = page.getByRole("list", { name: "Benachrichtigungen", exact: true }).locator("> li:not(.empty)");
     await expect(rows.first()).toContainText("config_update");
     await expect(rows.first()).toContainText('ARG2 "g_gui_lang__gui_language"');
-    // The other page was told.
+    // The other page has received the change.
     await expect(connection(other)).toHaveText("Verbunden");
     await expect(menu(other)).toHaveValue("deu");
 
@@ -44,7 +44,7 @@ test.describe("the menu's language", () => {
   });
 });
 
-test("a change made at the television reaches the page without a reload", async ({ host, open }) => {
+test("a change at the television reaches the page without a reload", async ({ host, open }) => {
   const page = await open("/#configuration");
   await expect(page.getByRole("heading", { name: "Configuration" })).toBeVisible();
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "tur")).code).toBe(0);
@@ -54,19 +54,19 @@ test("a change made at the television reaches the page without a reload", async 
   await expect(page.getByRole("checkbox", { name: "Varsayılandan farklı" })).toBeVisible();
   await expect(page.getByRole("region", { name: "Canlı" })).toBeVisible();
 
-  // A language without a library: the plugin takes the English one, and the menu shows the code.
+  // For a language without a library the plugin uses the English one, and the menu shows the code.
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "nld")).code).toBe(0);
   await expect(page.getByRole("heading", { name: "Configuration" })).toBeVisible();
   await expect(menu(page)).toHaveValue("nld");
 });
 
-test("a text that the television has not is shown in English", async ({ host, open }) => {
+test("a text that the television lacks is shown in English", async ({ host, open }) => {
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "fra")).code).toBe(0);
   const page = await open();
   await expect(connection(page)).toHaveText("Connecté");
   await expect(tab(page, "Télécommande")).toBeVisible();
   await expect(page.getByText(/^\d+ URI$/)).toBeVisible();
-  // One text is empty, as that of an unknown id.
+  // Makes one text empty, like the text of an unknown id.
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     const server = socket.connectToServer();
     server.onMessage((text) => {
@@ -85,11 +85,11 @@ test("a text that the television has not is shown in English", async ({ host, op
 test.describe("a television without texts and without a command device", () => {
   test.use({ hostArgs: ["--no-private-paths"] });
 
-  test("has a page in English, and keys that say why they fail", async ({ host, open }) => {
+  test("has a page in English, and its keys report why they fail", async ({ host, open }) => {
     const page = await open("/#remote");
     await expect(menu(page)).toHaveValue("eng");
     expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "deu")).code).toBe(0);
-    // The menu takes a change made at the television at the end of the read that also decides the page's language.
+    // The page sets its menu and its language together, so the language is final once the menu shows the change.
     await expect(menu(page)).toHaveValue("deu");
     expect(await page.locator("html").getAttribute("lang")).toBe("en");
 

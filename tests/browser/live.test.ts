@@ -43,12 +43,14 @@ test("one click ends a subscription and one starts it", async ({ host, open }) =
   const page = await open();
   const rows = logRows(page, "Notifications");
   const bell = page.getByRole("button", { name: `Subscribe: ${volumeNotifyUri}` });
+  const findBell = () => page.getByRole("searchbox").fill(volumeNotifyUri);
+  await findBell();
   await expect(bell).toHaveAttribute("aria-pressed", "true");
 
   await bell.click();
   await expect(bell).toHaveAttribute("aria-pressed", "false");
   await host.write(volumeUri, 20);
-  // The volume control listens for itself.
+  // The volume control has its own subscription.
   await expect(slider(page)).toHaveValue("20");
   await expect(rows).toHaveCount(0);
 
@@ -59,12 +61,13 @@ test("one click ends a subscription and one starts it", async ({ host, open }) =
   // The choice is kept.
   await bell.click();
   await page.reload();
+  await findBell();
   await expect(bell).toHaveAttribute("aria-pressed", "false");
 });
 
-test("the log says when the queue overflowed", async ({ open }) => {
+test("the log reports that the queue overflowed", async ({ open }) => {
   const page = await open();
-  // The host's message, in between the real ones.
+  // Sends the host's message among the real ones.
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     socket.connectToServer();
     socket.send(JSON.stringify({ jsonrpc: "2.0", method: "overflow", params: { dropped: 7 } }));
@@ -73,7 +76,7 @@ test("the log says when the queue overflowed", async ({ open }) => {
   await expect(logRows(page, "Notifications")).toContainText(["7 messages were lost: the queue overflowed."]);
 });
 
-test("the live trace shows what other clients cause", async ({ host, open }) => {
+test("the live trace shows the calls that other clients cause", async ({ host, open }) => {
   const page = await open();
   const live = page.getByRole("region", { name: "Live" });
   const rows = logRows(page, "Calls");
@@ -89,7 +92,7 @@ test("the live trace shows what other clients cause", async ({ host, open }) => 
       timeout: 500,
     });
   }).toPass();
-  // The television's answer comes as a callback.
+  // The television reports the change by a callback.
   await expect(rows.filter({ hasText: "a_vextvapi_volctrl_reg_callback(" }).first()).toContainText("pv_arg1: 46");
 
   await page.getByRole("switch", { name: "Trace every platform call" }).uncheck();

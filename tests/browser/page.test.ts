@@ -9,10 +9,10 @@ test("the page comes with a policy that forbids other origins", async ({ host })
   expect(text).not.toMatch(/(src|href)="(https?:)?\/\//);
 });
 
-test.describe("a host that goes away", () => {
+test.describe("after the host was killed", () => {
   test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
 
-  test("comes back with its state, and page and subscriptions follow", async ({ host, open }) => {
+  test("and started again, the page reconnects and renews its subscriptions", async ({ host, open }) => {
     await host.write(volumeUri, 26);
     const page = await open();
     await expect(slider(page)).toHaveValue("26");
@@ -28,7 +28,7 @@ test.describe("a host that goes away", () => {
     await expect(connection(page)).toContainText("Connected", { timeout: 10_000 });
     await expect(slider(page)).toHaveValue("68");
 
-    // What was subscribed and traced is so again.
+    // Subscriptions and trace are active again.
     await expect(async () => {
       await host.write(volumeUri, 71);
       await host.write(volumeUri, 70);
@@ -82,7 +82,7 @@ for (const width of [360, 390]) {
       await fits("live");
       await page.getByRole("button", { name: "Calls" }).click();
       await page.getByRole("switch").check();
-      // The host may be asked for the trace a moment after the switch has moved.
+      // The page may request the trace a moment after the switch has moved.
       let volume = 56;
       await expect(async () => {
         await host.write(volumeUri, volume++);
@@ -118,7 +118,7 @@ for (const [place, least] of [
 ] as const) {
   test(`every control of ${place} has a name`, async ({ open }) => {
     const page = await open(`/#${place}`);
-    // "- button "Clear": ...", with the name in quotes where there is one.
+    // A line such as `- button "Clear": ...`. The name in quotes is missing if the control has none.
     const control = /^ *- (?:button|textbox|searchbox|spinbutton|switch|slider|checkbox|combobox|link)\b.*/gm;
     const controls = async () => (await page.locator("body").ariaSnapshot()).match(control) ?? [];
     await expect.poll(async () => (await controls()).length).toBeGreaterThan(least);

@@ -11,11 +11,11 @@ export default defineConfig({
   reporter: "line",
   use: {
     viewport: { width: 1280, height: 800 },
-    // Tracing takes half as long again.
+    // Tracing makes the tests take half as long again.
     trace: process.env["DTV_TRACE"] ? "retain-on-failure" : "off",
     launchOptions: {
       executablePath: process.env["DTV_CHROMIUM"] ?? "/usr/bin/chromium",
-      // No service of the browser's own may look for the network.
+      // The browser's own services must not use the network.
       args: [
         "--disable-gpu",
         "--disable-quic",

@@ -5,7 +5,7 @@ import { muteUri, volumeUri, type Host } from "./host";
 const panel = (page: Page): Locator => page.getByRole("main", { name: "Remote control" });
 const key = (page: Page, name: string): Locator => panel(page).getByRole("button", { name, exact: true });
 
-/** The key names that the plugin tells. */
+/** The key names that the plugin reports. */
 async function keyNames(host: Host): Promise<string[]> {
   const reply = await fetch(`${host.origin}/jsonrpc`, {
     method: "POST",
@@ -16,7 +16,7 @@ async function keyNames(host: Host): Promise<string[]> {
   return (result.uris.find(({ uri }) => uri === "/tv/key/irrc")?.values ?? []).map(({ value }) => value);
 }
 
-test("all keys of the plugin's table are there, each in a group", async ({ host, open }) => {
+test("all keys of the plugin's table are shown, each in a group", async ({ host, open }) => {
   const names = await keyNames(host);
   expect(names).toHaveLength(58);
   const page = await open();
@@ -30,7 +30,7 @@ test("all keys of the plugin's table are there, each in a group", async ({ host,
   await expect(panel(page).getByRole("region", { name: "More" })).toHaveCount(0);
 });
 
-test("a key that the page does not know has its place, and a press that fails says why", async ({ host, open }) => {
+test("a key that the page does not know is shown, and a failed press shows the reason", async ({ host, open }) => {
   const page = await open();
   await page.routeWebSocket("**/jsonrpc", (socket) => {
     const server = socket.connectToServer();
@@ -73,9 +73,9 @@ test("keys change the set as a remote control does", async ({ host, open }) => {
   await expect(muteButton(other)).toHaveAttribute("aria-pressed", "false");
 });
 
-test("of two quick presses only the last is lit, and that for a moment", async ({ host, open }) => {
+test("of two keys pressed quickly only the last one is lit, for a moment", async ({ host, open }) => {
   const page = await open();
-  // The second press comes while the first is lit, however slow the machine is.
+  // With a controlled clock, the second press always comes while the first key is lit.
   await page.clock.install();
   await page.goto(`${host.origin}/#remote`);
   await page.reload();
@@ -117,7 +117,7 @@ test("the remote control works by keyboard", async ({ host, open }) => {
   for (const typed of ["7", "ArrowLeft", "PageDown", "Escape"]) await page.keyboard.press(typed);
   await expect.poll(() => sent).toEqual(["VOL+", "VOL+", "VOL+", "VOL-", "7", "LEFT", "CH-", "EXIT"]);
 
-  // Elsewhere the same keys of the keyboard press nothing.
+  // Outside the panel the same keys of the keyboard press no key of the remote control.
   await page.getByRole("button", { name: "Configuration" }).focus();
   await page.keyboard.press("5");
   await key(page, "GUIDE").click();

@@ -64,7 +64,7 @@ test("a set is made from the item type's description, and shows the platform cal
   expect(await host.read(volumeUri)).toBe(37);
 });
 
-test("a value that is one of a table's names offers them", async ({ open }) => {
+test("a field whose value is one of a table's names offers the names", async ({ open }) => {
   const page = await open("/#/tv/key/irrc");
   const field = page.getByRole("combobox", { name: "VALUE" });
   await expect(field).toBeVisible();
@@ -89,13 +89,13 @@ test("a player's form has the members of the operator that was typed, and no oth
     uri,
     parameter: { REQUEST: "SET", handle: 7, operator: "TIMESEEK", seek_time: 90 },
   });
-  // What was typed for another operator is not sent.
+  // A text typed for another operator is not sent.
   await page.getByRole("combobox", { name: "operator" }).fill("play");
   expect(await labels()).toEqual(["handle", "operator"]);
   expect(JSON.parse(await sample(page).innerText()).params.parameter).toEqual({ REQUEST: "SET", handle: 7, operator: "play" });
 });
 
-test("a number offers its named values, and its answer shows the meaning", async ({ host, open }) => {
+test("a number offers its named values, and the response shows the meaning", async ({ host, open }) => {
   await host.write(muteUri, 1);
   const page = await open(`/#${muteUri}`);
   await expect(page.getByText("Whether the sound is muted.")).toBeVisible();
@@ -125,7 +125,7 @@ test("a field refuses what its kind cannot hold", async ({ open }) => {
   expect(await sample(page).innerText()).toContain('"VALUE": 16');
 });
 
-test("a refused set shows its result's meaning", async ({ open }) => {
+test("a refused set shows the meaning of its result", async ({ open }) => {
   const page = await open(`/#${volumeUri}`);
   await choose(page, "Set");
   await page.getByRole("textbox", { name: "VALUE" }).fill("101");
@@ -136,13 +136,13 @@ test("a refused set shows its result's meaning", async ({ open }) => {
   await expect(calls).toContainText(["a_vextvapi_volctrl_setVolume(volume: 101) → -1"]);
 });
 
-test("an action that no route lets through is not offered", async ({ open }) => {
+test("an action that nothing serves is not offered", async ({ open }) => {
   const page = await open("/#/tv/cast/volume/volume_increase");
   await expect(page.getByText("Not served.")).toBeVisible();
   await expect(page.getByRole("form")).toHaveCount(0);
 });
 
-test("the curl text can be run as it is copied", async ({ host, open }) => {
+test("the copied curl command can be run", async ({ host, open }) => {
   await host.write(volumeUri, 12);
   const page = await open(`/#${volumeUri}`);
   await page.getByRole("button", { name: "curl" }).click();
@@ -157,7 +157,7 @@ test("the curl text can be run as it is copied", async ({ host, open }) => {
   await expect(slider(page)).toHaveValue("77");
 });
 
-test("the JavaScript text can be run as it is copied", async ({ host, open }) => {
+test("the copied JavaScript can be run", async ({ host, open }) => {
   const page = await open(`/#${volumeUri}`);
   await page.getByRole("button", { name: "JavaScript" }).click();
   await choose(page, "Set");
@@ -181,7 +181,7 @@ test("the JavaScript text can be run as it is copied", async ({ host, open }) =>
   });
 });
 
-test("a form has its URI's members, each once, and takes arrays as numbers with commas between", async ({ host, open }) => {
+test("a form has each member of its URI once, and arrays are numbers separated by commas", async ({ host, open }) => {
   const page = await open("/#/tv/eventinfo/channel_event_num_by_filter");
   const form = page.getByRole("form");
   const parameter = async () => JSON.parse(await sample(page).innerText()).params.parameter;
@@ -210,7 +210,7 @@ test("a form holds nested fields and 64-bit numbers, and leaves empty ones out",
   expect(await parameter()).toBeUndefined();
   await field("VALUE").fill("1900000000");
   expect(await parameter()).toEqual({ REQUEST: "QUERY", VALUE: 1900000000 });
-  // One more than a double holds exactly: it goes as a text.
+  // This number is one more than a double holds exactly, so it is sent as a text.
   await field("VALUE").fill("9007199254740993");
   expect(await parameter()).toEqual({ REQUEST: "QUERY", VALUE: "9007199254740993" });
   await field("VALUE").fill("");

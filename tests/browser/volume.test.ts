@@ -4,7 +4,7 @@ import { muteUri, volumeNotifyUri, volumeUri } from "./host";
 test("a volume set on one page reaches another page, dtvctl watch and an HTTP client", async ({ host, open }) => {
   await host.write(muteUri, 0);
   const watch = host.printing("watch", volumeNotifyUri);
-  // The subscription is there once something has been printed.
+  // Once something has been printed, the subscription is active.
   await expect(async () => {
     await host.dtvctl("tv", "volume", "up");
     expect(watch.lines.length).toBeGreaterThan(0);
@@ -34,7 +34,7 @@ test("the remote control of the television moves the slider", async ({ host, ope
 
 });
 
-test("mute follows and is followed", async ({ host, open }) => {
+test("mute on one page reaches another page, and mute at the television reaches both", async ({ host, open }) => {
   await host.write(muteUri, 0);
   const one = await open();
   const other = await open();
@@ -62,9 +62,9 @@ test("the slider works by keyboard", async ({ host, open }) => {
   await expect(slider(page)).toHaveValue("100");
 });
 
-test("dragging keeps one set in flight, the last position wins, and no echo moves the slider", async ({ host, open }) => {
+test("a drag keeps one set in flight, the last position wins, and no notification moves the slider", async ({ host, open }) => {
   await host.write(volumeUri, 10);
-  // Slow enough for many positions to pass while one set is on its way.
+  // Makes a set slow enough that the slider passes many positions while one is in flight.
   const slow = await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_setVolume", "--delay", "120");
   expect(slow.code, slow.stderr).toBe(0);
   const page = await open();
@@ -94,7 +94,7 @@ test("dragging keeps one set in flight, the last position wins, and no echo move
   await page.mouse.move(box.x + box.width * 0.8, y, { steps: 12 });
   const held = await slider(page).inputValue();
   expect(Number(held)).toBeGreaterThan(60);
-  // The echoes of all sets come in while the slider is held.
+  // The notifications of all sets arrive while the slider is held.
   for (let look = 0; look < 25; look++) {
     expect(await slider(page).inputValue()).toBe(held);
     await page.waitForTimeout(20);
@@ -110,11 +110,11 @@ test("dragging keeps one set in flight, the last position wins, and no echo move
   expect(sent.at(-1)).toBe(Number(held));
   expect(await host.read(volumeUri)).toBe(Number(held));
 
-  // Let go, it follows again.
+  // After its release the slider follows the television again.
   await host.dtvctl("tv", "volume", "5");
   await expect(slider(page)).toHaveValue("5");
 
-  // Of positions that pass while a set is in flight only the last is sent.
+  // Of the positions that the slider passes while a set is in flight, only the last is sent.
   sent.length = 0;
   await slider(page).evaluate((input: HTMLInputElement) => {
     for (let position = 30; position <= 60; position++) {
@@ -127,7 +127,7 @@ test("dragging keeps one set in flight, the last position wins, and no echo move
   expect(most).toBe(1);
 });
 
-test("a refused set puts the slider back and says so", async ({ host, open }) => {
+test("a refused set moves the slider back and shows a message", async ({ host, open }) => {
   await host.write(volumeUri, 30);
   const page = await open();
   await expect(slider(page)).toHaveValue("30");

@@ -1,0 +1,83 @@
+import { VolumeBar } from "../features/volume/volume-bar";
+import { Tabs } from "../ui/tabs";
+import { label, language, languages, setLanguage } from "./language";
+import { show, view } from "./navigation";
+import { connection, reconnectNow } from "./session";
+import { views } from "./views";
+
+export function Header() {
+  return (
+    <header class="header">
+      <a class="brand" href="#" aria-label="dtv inspector, start">
+        <svg viewBox="0 0 32 32" width="28" height="28" aria-hidden="true">
+          <rect x="2" y="5" width="28" height="19" rx="4" fill="currentColor" />
+          <path d="M10 28h12" stroke="currentColor" stroke-width="3" stroke-linecap="round" />
+          <path class="brand-wave" d="M9 17v-4M14 19v-8M19 17v-4M24 16v-2" stroke-width="2.4" stroke-linecap="round" />
+        </svg>
+        <span>
+          <b>dtv</b> <span class="second">inspector</span>
+        </span>
+      </a>
+      <ViewTabs />
+      <VolumeBar />
+      <LanguageMenu />
+      <Connection />
+    </header>
+  );
+}
+
+/** On a wide screen in the header, on a narrow one at the bottom. */
+const ViewTabs = () => (
+  <Tabs
+    label="Views"
+    tabs={views.map(({ id, title, icon, badge }) => ({ id, title: title(), icon, badge: badge?.() }))}
+    current={view.value}
+    onChoose={show}
+  />
+);
+
+/** Chooses the language of the television's menus, which is also the language of this page. */
+function LanguageMenu() {
+  const code = language.value;
+  const listed = languages.some((each) => each.code === code);
+
+  async function choose(menu: HTMLSelectElement) {
+    await setLanguage(menu.value);
+    menu.value = language.value ?? "";
+  }
+
+  return (
+    <select
+      class="language"
+      aria-label={label("IDS_MENU_LANGUAGE")}
+      title={label("IDS_MENU_LANGUAGE")}
+      value={code ?? ""}
+      disabled={code === null || connection.value.name !== "open"}
+      onChange={(event) => void choose(event.currentTarget)}
+    >
+      {!listed && <option value={code ?? ""}>{code || "–"}</option>}
+      {languages.map((each) => (
+        <option key={each.code} value={each.code} lang={each.tag}>
+          {each.name}
+        </option>
+      ))}
+    </select>
+  );
+}
+
+const stateNames = { open: "IDS_CONNECTED", connecting: "IDS_DISCONNECTED", waiting: "IDS_DISCONNECTED" } as const;
+
+function Connection() {
+  const { name } = connection.value;
+  return (
+    <div class="connection" data-state={name}>
+      <span class="dot" aria-hidden="true" />
+      <span role="status">{label(stateNames[name])}</span>
+      {name === "waiting" && (
+        <button type="button" class="link-button" onClick={reconnectNow}>
+          {label("IDS_RETRY")}
+        </button>
+      )}
+    </div>
+  );
+}

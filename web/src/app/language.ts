@@ -1,0 +1,103 @@
+import { effect, signal } from "@preact/signals";
+import { tell } from "../ui/notice";
+import { access, configNotifyUri, connection, getItem, listen, setItem, tellError } from "./session";
+
+/** The page's words in the language of the television's menus, and that language itself. */
+
+/** Words that several features use, with the English text for a television that has none. */
+const shared = {
+  IDS_CLOSE: "Close",
+  IDS_CONNECTED: "Connected",
+  IDS_DISCONNECTED: "Disconnected",
+  IDS_LOOK_ONLY:
+    "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)",
+  IDS_MENU_LANGUAGE: "Menu language",
+  IDS_NOTHING_FOUND: "Nothing found",
+  IDS_NOTIFICATIONS: "Notifications",
+  IDS_NO_ACCESS: "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)",
+  IDS_OFF: "Off",
+  IDS_ON: "On",
+  IDS_RETRY: "Retry",
+  IDS_SEARCH: "Search",
+  IDS_SOUND: "Sound",
+  IDS_SUBSCRIBE: "Subscribe",
+  IDS_UNSUBSCRIBE: "Unsubscribe",
+  IDS_VOLUME: "Volume",
+};
+
+const english: Record<string, string> = { ...shared };
+const texts = signal<Readonly<Record<string, string>>>({});
+
+/** Adds a feature's own words, by their id at the television. Returns the look-up of these and the shared words. */
+export function words<Own extends Record<string, string>>(own: Own) {
+  Object.assign(english, own);
+  return (id: (keyof Own & string) | keyof typeof shared): string => texts.value[id] || (english[id] ?? "");
+}
+
+export const label = words({});
+
+/** The languages that the menu may have: code at the television, name in the language itself, tag for the browser. */
+export const languages: readonly { code: string; name: string; tag: string }[] = [
+  { code: "eng", name: "English", tag: "en" },
+  { code: "deu", name: "Deutsch", tag: "de" },
+  { code: "fra", name: "Français", tag: "fr" },
+  { code: "spa", name: "Español", tag: "es" },
+  { code: "tur", name: "Türkçe", tag: "tr" },
+];
+
+const languageUri = "/tv/menu/common_setting/gui_language";
+const languageKey = "g_gui_lang__gui_language";
+
+/** The three-letter code of the menu's language; null until it is known. */
+export const language = signal<string | null>(null);
+
+async function readText(id: string): Promise<string> {
+  const { langString } = await getItem("/tv/config/language_string", { REQUEST: "QUERY", langId: id });
+  return typeof langString === "string" ? langString : "";
+}
+
+async function readLanguage(): Promise<string> {
+  const { TEXT } = await getItem(languageUri);
+  return typeof TEXT === "string" ? TEXT : "";
+}
+
+async function readTexts(): Promise<typeof texts.value> {
+  // A television without texts refuses every one, so the first refusal ends the read.
+  const [first, ...rest] = Object.keys(english);
+  const read = async (id: string) => [id, await readText(id)] as const;
+  const known = first ? [await read(first)] : [];
+  return Object.fromEntries([...known, ...(await Promise.all(rest.map(read)))]);
+}
+
+let reads = 0;
+
+async function readAll() {
+  const read = ++reads;
+  const [code, found] = await Promise.allSettled([readLanguage(), readTexts()]);
+  // If the language has changed again or the connection was lost, the texts may be a mix of two languages. A page
+  // without access keeps its words.
+  if (read !== reads || connection.value.name !== "open" || access.value === "none") return;
+  language.value = code.status === "fulfilled" ? code.value : "";
+  texts.value = found.status === "fulfilled" ? found.value : {};
+  const tag = languages.find((each) => each.code === language.value)?.tag;
+  document.documentElement.lang = found.status === "fulfilled" && tag ? tag : "en";
+}
+
+/** The television answers every change of the language with success, so the language is read back. */
+export async function setLanguage(code: string) {
+  try {
+    await setItem(languageUri, { REQUEST: "MODIFY", VALUE: code });
+    void readAll();
+    language.value = await readLanguage();
+    if (language.value !== code) tell(`The television did not accept the language "${code}".`);
+  } catch (reason) {
+    tellError(reason);
+  }
+}
+
+effect(() => {
+  if (connection.value.name === "open") void readAll();
+});
+listen(configNotifyUri, ({ ARG2 }) => {
+  if (ARG2 === languageKey) void readAll();
+});

@@ -1,0 +1,11 @@
+import { render } from "preact";
+import "../ui/base.css";
+import { App } from "./app";
+import { startNavigation } from "./navigation";
+import { views } from "./views";
+import "./header.css";
+import "./layout.css";
+
+startNavigation(views);
+const root = document.getElementById("app");
+if (root) render(<App />, root);

@@ -1,0 +1,168 @@
+import { batch, computed, signal } from "@preact/signals";
+import { itemsOf, type Json, type JsonObject } from "../lib/json";
+import { createLog } from "../lib/log";
+import type { TapLine } from "../lib/tap-line";
+import { dropToken, token } from "../lib/token";
+import { tell } from "../ui/notice";
+import { groupRows } from "./catalogue";
+import { createClient, isForbidden, type ConnectionState, type Field, type Kind, type ListResult } from "./rpc";
+
+/** The page's one connection to the host, and the state that several features share. */
+
+export const volumeNotifyUri = "/tv/ws/notify/volume_ctrl";
+export const configNotifyUri = "/tv/ws/notify/config_update";
+
+/** What the host lets this page do, judged by its refusals: control the set, only look, or neither. */
+export type Access = "control" | "look" | "none";
+
+export type LogValue = { uri: string; notification: Json } | { warning: string };
+
+const loggedEntries = 10_000;
+
+export const connection = signal<ConnectionState>({ name: "connecting" });
+export const access = signal<Access>("control");
+export const list = signal<ListResult | null>(null);
+export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
+export const notifications = createLog<LogValue>(loggedEntries);
+export const calls = createLog<TapLine>(loggedEntries);
+export const tracing = signal(false);
+
+export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
+
+/** Shows an error, except a missing token: the page shows that through `access` for as long as it lasts. */
+export function tellError(reason: unknown) {
+  if (!isForbidden(reason)) tell(textOf(reason));
+}
+
+// The origin of the page, with ws: or wss:.
+const socketUrl = new URL("/jsonrpc", location.href);
+socketUrl.protocol = socketUrl.protocol.replace("http", "ws");
+
+const client = createClient({
+  url: socketUrl.href,
+  token,
+  onTokenRefused: dropToken,
+  onForbidden(method) {
+    // Only "tv" controls the set. A host that refuses any other method refuses them all.
+    if (method !== "tv") access.value = "none";
+    else if (access.value === "control") access.value = "look";
+  },
+  onState(state) {
+    batch(() => {
+      if (state.name === "open") access.value = "control";
+      connection.value = state;
+    });
+    if (state.name === "open") onOpen();
+  },
+  onOverflow(dropped) {
+    const lost = dropped === 1 ? "1 message was" : `${dropped} messages were`;
+    notifications.add({ warning: `${lost} lost: the queue overflowed.` });
+  },
+  onBrokenNotification: (uri, message) => notifications.add({ warning: `${uri}: ${message}` }),
+  onTrace: (line) => calls.add(line),
+  onSubscribeError(uri, error) {
+    if (isForbidden(error)) return;
+    tell(`Cannot subscribe to ${uri}: ${error.message}`);
+    setWatched(uri, false);
+  },
+});
+
+// A page that becomes visible reconnects without waiting for the rest of the pause.
+document.addEventListener("visibilitychange", () => {
+  if (document.visibilityState === "visible") client.reconnectNow();
+});
+
+function onOpen() {
+  client.call("list").then((result) => (list.value = result), tellError);
+  if (tracing.value) client.call("trace", { on: true }).catch(tellError);
+}
+
+export const reconnectNow = () => client.reconnectNow();
+export const call = client.call;
+
+// ---- what the list describes
+
+const kinds = computed(() => new Map(list.value?.kinds.map((row) => [row.kind, row])));
+/** The description of a field's kind. */
+export const kindOf = (field: Field): Kind | undefined => kinds.value.get(field.kind);
+
+/** What the "ret" of a response means. The platform has results that the plugin does not list. */
+export const meaningOf = (ret: number): string =>
+  list.value?.results.find((row) => row.result === ret)?.help ?? "a result of the platform's own";
+
+// ---- requests
+
+/** The response to a request has a negative "ret". */
+export class RefusedError extends Error {
+  constructor(
+    uri: string,
+    readonly ret: number,
+  ) {
+    super(`${uri} was refused: ${meaningOf(ret)} (ret ${ret}).`);
+    this.name = "RefusedError";
+  }
+}
+
+/** The first item of a URI's response. */
+export async function getItem(uri: string, parameter?: JsonObject): Promise<JsonObject> {
+  const { ret, response } = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
+  if (ret < 0) throw new RefusedError(uri, ret);
+  return itemsOf(response)[0] ?? {};
+}
+
+export async function setItem(uri: string, parameter: JsonObject): Promise<void> {
+  const { ret } = await client.call("set", { uri, parameter });
+  if (ret < 0) throw new RefusedError(uri, ret);
+}
+
+/** A command of the virtual television. */
+export const television = (...words: string[]): Promise<JsonObject> => client.call("tv", { words });
+
+/** Calls the listener for each item of the URI's notifications until the returned function is called. */
+export const listen = (uri: string, listener: (item: JsonObject) => void): (() => void) =>
+  client.subscribe(uri, (notification) => itemsOf(notification).forEach(listener));
+
+// ---- notification URIs in the log
+
+const storageKey = "dtv.watched";
+
+function storedUris(): string[] {
+  try {
+    const stored: unknown = JSON.parse(localStorage.getItem(storageKey) ?? "null");
+    if (Array.isArray(stored)) return stored.filter((uri): uri is string => typeof uri === "string");
+  } catch {
+    // The browser may refuse access to its storage, or another version of the page may have written something else.
+  }
+  return [volumeNotifyUri, configNotifyUri];
+}
+
+const unwatch = new Map<string, () => void>();
+export const watched = signal<ReadonlySet<string>>(new Set());
+
+export function setWatched(uri: string, on: boolean) {
+  if (on === unwatch.has(uri)) return;
+  if (on) {
+    unwatch.set(uri, client.subscribe(uri, (notification) => notifications.add({ uri, notification })));
+  } else {
+    unwatch.get(uri)?.();
+    unwatch.delete(uri);
+  }
+  watched.value = new Set(unwatch.keys());
+  try {
+    localStorage.setItem(storageKey, JSON.stringify([...unwatch.keys()]));
+  } catch {
+    // Without storage, the choice is not kept.
+  }
+}
+
+// ---- platform calls
+
+export function setTracing(on: boolean) {
+  tracing.value = on;
+  client.call("trace", { on }).catch((reason: unknown) => {
+    tracing.value = false;
+    tellError(reason);
+  });
+}
+
+for (const uri of storedUris()) setWatched(uri, true);

@@ -1,0 +1,12 @@
+import type { View } from "../../app/view";
+import { SlidersIcon } from "../../ui/icons";
+import { ConfigPanel } from "./config-panel";
+import { label } from "./words";
+
+export const view: View = {
+  id: "configuration",
+  title: () => label("IDS_CONFIGURATION"),
+  order: 30,
+  icon: SlidersIcon,
+  component: ConfigPanel,
+};

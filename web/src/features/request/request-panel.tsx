@@ -1,0 +1,180 @@
+import { useSignal } from "@preact/signals";
+import { hexId, shortType } from "../../app/catalogue";
+import { selectedUri } from "../../app/navigation";
+import type { ItemType, UriRow } from "../../app/rpc";
+import { groups, list, setWatched, watched } from "../../app/session";
+import { Breakable } from "../../ui/breakable";
+import { CopyButton } from "../../ui/copy-button";
+import { outcomes } from "./outcomes";
+import { GetForm, SetForm } from "./request-form";
+import { ResponseView } from "./response-view";
+import { Sample } from "./sample";
+import { selectedRow, selectedType } from "./selection";
+import { label } from "./words";
+import "./request.css";
+
+export function RequestPanel() {
+  const row = selectedRow.value;
+  return (
+    <main class="panel request" aria-label={label("IDS_REQUEST")}>
+      {row ? (
+        <Selected key={row.uri} row={row} type={selectedType.value} />
+      ) : selectedUri.value ? (
+        list.value && (
+          <p class="empty">
+            The registry has no URI <code>{selectedUri.value}</code>.
+          </p>
+        )
+      ) : (
+        <Start />
+      )}
+    </main>
+  );
+}
+
+type Ability = "get" | "set" | "notify";
+const nameOf = (ability: Ability): string =>
+  ability === "notify" ? label("IDS_NOTIFICATIONS") : ability === "get" ? "Get" : "Set";
+
+function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
+  const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
+  const chosen = useSignal<Ability | undefined>(abilities[0]);
+  const outcome = outcomes.value.get(row.uri);
+  const cut = row.uri.lastIndexOf("/") + 1;
+  return (
+    <>
+      <div class="request-head">
+        <h1>
+          <span class="quiet">
+            <Breakable text={row.uri.slice(0, cut)} />
+          </span>
+          <wbr />
+          <Breakable text={row.uri.slice(cut)} />
+        </h1>
+        <CopyButton text={row.uri} label="Copy the URI" />
+        {row.help && <p class="uri-help">{row.help}</p>}
+        <dl class="facts">
+          <div>
+            <dt>Type</dt>
+            <dd>{shortType(row.type)}</dd>
+          </div>
+          <div>
+            <dt>Identifier</dt>
+            <dd>{hexId(row.id)}</dd>
+          </div>
+          <div>
+            <dt>Group</dt>
+            <dd>{row.group}</dd>
+          </div>
+          <div>
+            <dt>Record</dt>
+            <dd>{row.record}</dd>
+          </div>
+        </dl>
+      </div>
+      {abilities.length === 0 ? (
+        <p class="card not-served">
+          {row.without_effect ? (
+            <>
+              <b>Without effect.</b> The plugin accepts a {row.without_effect.join(" and a ")}, and does nothing.
+            </>
+          ) : (
+            <>
+              <b>Not served.</b> The URI is registered, but the plugin serves no request of it.
+            </>
+          )}
+        </p>
+      ) : (
+        <div class="request-cards">
+          <section class="card" aria-label="Make a request">
+            {abilities.length === 1 ? (
+              <h2>{chosen.value && nameOf(chosen.value)}</h2>
+            ) : (
+              <div class="segments" role="group" aria-label="Kind of request">
+                {abilities.map((ability) => (
+                  <button
+                    type="button"
+                    key={ability}
+                    aria-pressed={chosen.value === ability}
+                    onClick={() => (chosen.value = ability)}
+                  >
+                    {nameOf(ability)}
+                  </button>
+                ))}
+              </div>
+            )}
+            {chosen.value === "get" && <GetForm row={row} type={type} />}
+            {chosen.value === "set" && <SetForm row={row} type={type} />}
+            {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
+          </section>
+          {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} row={row} />}
+        </div>
+      )}
+    </>
+  );
+}
+
+function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
+  const on = watched.value.has(row.uri);
+  const notify = type?.notify;
+  return (
+    <>
+      <p class="hint">
+        {notify?.form !== "queued"
+          ? "Only the newest notification waits to be fetched."
+          : notify.bound
+            ? `Notifications wait in a queue, which starts again when it grows past ${notify.bound} characters.`
+            : "Notifications wait in a queue until they are fetched."}
+      </p>
+      {notify && notify.fields.length > 0 && (
+        <dl class="members">
+          {notify.fields.map((field) => (
+            <div key={field.key}>
+              <dt>{field.key}</dt>
+              <dd>
+                <span class="quiet">{field.kind}</span> {field.help}
+              </dd>
+            </div>
+          ))}
+        </dl>
+      )}
+      <div class="actions">
+        <button type="button" class={on ? "button" : "button primary"} onClick={() => setWatched(row.uri, !on)}>
+          {label(on ? "IDS_UNSUBSCRIBE" : "IDS_SUBSCRIBE")}
+        </button>
+        <span class="quiet">{on ? "Notifications appear in the live log." : ""}</span>
+      </div>
+      <Sample call={{ method: "subscribe", params: { uri: row.uri } }} />
+    </>
+  );
+}
+
+function Start() {
+  const readable = groups.value.flatMap((group) => group.rows).filter((row) => row.get);
+  return (
+    <div class="start">
+      <h1>Talk to the television</h1>
+      <p>
+        Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to
+        it; the page shows the request, the answer and the platform calls that it caused.
+      </p>
+      <p class="hint">
+        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
+      </p>
+      {readable.length > 0 && (
+        <>
+          <h2>Start with</h2>
+          <ul class="start-list">
+            {readable.slice(0, 6).map((row) => (
+              <li key={row.id}>
+                <a href={`#${row.uri}`}>
+                  <Breakable text={row.uri} />
+                </a>
+              </li>
+            ))}
+          </ul>
+        </>
+      )}
+    </div>
+  );
+}

@@ -1,0 +1,3 @@
+import { words } from "../../app/language";
+
+export const label = words({ IDS_URIS: "URIs" });

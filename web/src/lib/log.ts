@@ -1,0 +1,75 @@
+import { signal, type ReadonlySignal } from "@preact/signals";
+
+export interface Entry<T> {
+  number: number;
+  /** A time of Date.now(). */
+  at: number;
+  value: T;
+}
+
+export interface Log<T> {
+  /** Newest first, bounded. */
+  entries: ReadonlySignal<Entry<T>[]>;
+  /** How many entries were added since the log was cleared, including those that are no longer kept. */
+  total: ReadonlySignal<number>;
+  paused: ReadonlySignal<boolean>;
+  /** How many entries wait for the end of a pause. */
+  held: ReadonlySignal<number>;
+  add(value: T): void;
+  setPaused(on: boolean): void;
+  clear(): void;
+}
+
+/** A bounded log. Its signals change at most once per frame, however fast entries are added. */
+export function createLog<T>(keep: number): Log<T> {
+  const entries = signal<Entry<T>[]>([]);
+  const total = signal(0);
+  const paused = signal(false);
+  const held = signal(0);
+  let waiting: Entry<T>[] = [];
+  let frame = 0;
+  let count = 0;
+
+  function show() {
+    frame = 0;
+    total.value = count;
+    if (paused.value) {
+      held.value = waiting.length;
+      return;
+    }
+    entries.value = [...waiting.reverse(), ...entries.value].slice(0, keep);
+    waiting = [];
+    held.value = 0;
+  }
+
+  return {
+    entries,
+    total,
+    paused,
+    held,
+    add(value) {
+      waiting.push({ number: ++count, at: Date.now(), value });
+      // A hidden page gets no frames, so the waiting entries are bounded too.
+      if (waiting.length > keep) waiting.shift();
+      if (!frame) frame = requestAnimationFrame(show);
+    },
+    setPaused(on) {
+      paused.value = on;
+      show();
+    },
+    clear() {
+      waiting = [];
+      count = 0;
+      entries.value = [];
+      show();
+    },
+  };
+}
+
+const two = (value: number): string => String(value).padStart(2, "0");
+
+export function clock(at: number): string {
+  const date = new Date(at);
+  const millis = String(date.getMilliseconds()).padStart(3, "0");
+  return `${two(date.getHours())}:${two(date.getMinutes())}:${two(date.getSeconds())}.${millis}`;
+}

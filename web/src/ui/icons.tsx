@@ -1,0 +1,47 @@
+import type { ComponentChildren } from "preact";
+
+// Line icons of 20 by 20 units in the colour of the text.
+const line = (children: ComponentChildren) => (
+  <svg
+    class="icon"
+    viewBox="0 0 20 20"
+    width="18"
+    height="18"
+    fill="none"
+    stroke="currentColor"
+    stroke-width="1.6"
+    stroke-linecap="round"
+    stroke-linejoin="round"
+    aria-hidden="true"
+  >
+    {children}
+  </svg>
+);
+
+const horn = <path d="M3 8v4h3l4 3.5v-11L6 8z" />;
+
+export const SpeakerIcon = () => line(<>{horn}<path d="M13 7.5a3.5 3.5 0 0 1 0 5M15.2 5a7 7 0 0 1 0 10" /></>);
+export const MutedIcon = () => line(<>{horn}<path d="m13.5 8 4 4m0-4-4 4" /></>);
+export const PlusIcon = () => line(<path d="M10 4.5v11M4.5 10h11" />);
+export const UpIcon = () => line(<path d="m4.5 12.5 5.5-6 5.5 6" />);
+export const DownIcon = () => line(<path d="m4.5 7.5 5.5 6 5.5-6" />);
+export const LeftIcon = () => line(<path d="m12.5 4.5-6 5.5 6 5.5" />);
+export const RightIcon = () => line(<path d="m7.5 4.5 6 5.5-6 5.5" />);
+export const SlidersIcon = () => line(<path d="M3 6h7m4 0h3M3 14h3m4 0h7M10 4v4M6 12v4" />);
+export const RemoteIcon = () => line(<><rect x="6" y="2.5" width="8" height="15" rx="2.2" /><path d="M10 6h.01M8.7 10h.01M11.3 10h.01M8.7 13h.01M11.3 13h.01" /></>);
+export const SearchIcon = () => line(<><circle cx="8.7" cy="8.7" r="5" /><path d="m12.6 12.6 4 4" /></>);
+export const ListIcon = () => line(<path d="M7 5h10M7 10h10M7 15h10M3 5h.01M3 10h.01M3 15h.01" />);
+export const SendIcon = () => line(<path d="m3.5 10 13-6-4 13-3-5.5z" />);
+export const PulseIcon = () => line(<path d="M2.5 10.5h3.4l2-5.5 3.6 10 2.1-4.5h3.9" />);
+export const BellIcon = () => line(<path d="M5 14V9a5 5 0 0 1 10 0v5l1.2 1.2H3.8zM8.5 17.3h3" />);
+export const BellOnIcon = () => (
+  <svg class="icon" viewBox="0 0 20 20" width="18" height="18" fill="currentColor" aria-hidden="true">
+    <path d="M10 3a5.8 5.8 0 0 0-5.8 5.8v4.8l-1.3 1.5c-.4.4-.1 1.1.5 1.1h13.2c.6 0 .9-.7.5-1.1l-1.3-1.5V8.8A5.8 5.8 0 0 0 10 3zM8 17.2a2 2 0 0 0 4 0z" />
+  </svg>
+);
+export const CopyIcon = () =>
+  line(<><rect x="7.5" y="7.5" width="9" height="9" rx="1.8" /><path d="M12.5 4.8A1.5 1.5 0 0 0 11.2 3.5H5A1.5 1.5 0 0 0 3.5 5v6.2a1.5 1.5 0 0 0 1.3 1.3" /></>);
+export const CheckIcon = () => line(<path d="m4 10.5 4 4 8-9" />);
+export const PauseIcon = () => line(<path d="M7 5v10M13 5v10" />);
+export const PlayIcon = () => line(<path d="m6.5 4.5 9 5.5-9 5.5z" />);
+export const ClearIcon = () => line(<path d="M4 6h12M8 6V4h4v2m2.5 0-.7 10H6.2L5.5 6" />);
