@@ -11,15 +11,8 @@
 
 #include "plugin_floor.h"
 #include "sandbox/sandbox.h"
+#include "tests/platform/volume.h"
 
-static a_vextvapi_volctrl_nfy_fct volume_callback;
-static void* volume_tag;
-
-INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-  volume_callback = callback;
-  volume_tag = tag;
-  return 0;
-}
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
 INT32 a_vextvapi_config_get_value(INT32, const char*, INT32* value) {
@@ -164,9 +157,7 @@ static void ours_get_media_list() {
   keep(host_buffer);
 }
 static void ours_set() { a_dtv_jsp_set(kVolume, kSetRequest); }
-static void ours_notify_single() {
-  volume_callback(0, volume_tag, reinterpret_cast<void*>(intptr_t{23}), nullptr, nullptr, nullptr);
-}
+static void ours_notify_single() { raise_volume(23); }
 static UINT16 player_event_id;
 static void ours_notify_queued() {
   T_CBROWSER_PB_NOTIFY notify = {.type = 1, .tag = 2, .arg1 = 3, .arg2 = 4, .arg3 = 5, .arg4 = 6};

@@ -24,8 +24,8 @@
 
 #include "budget_heap.h"
 #include "budget_stack.h"
+#include "tests/platform/volume.h"
 #include "tv_ctrl_main.h"
-#include "tvapi/all.h"
 
 static constexpr const char* kVolume = "/tv/cast/volume/volume";
 static constexpr const char* kVolumeEvent = "/tv/ws/notify/volume_ctrl";
@@ -37,16 +37,8 @@ static constexpr int kQueued = 9;  // notifications that are pending when the me
   exit(1);
 }
 
-// --- The platform: beside these, every function answers 0 ---
+// --- The platform: all other functions return 0 ---
 
-static a_vextvapi_volctrl_nfy_fct volume_callback;
-static void* volume_tag;
-
-INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-  volume_callback = callback;
-  volume_tag = tag;
-  return 0;
-}
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 
 // A handle: detection runs, and what needs it does all its work.
@@ -115,9 +107,7 @@ static char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
 
 static void get_volume() { get(kVolume, R"({"PARAMETER":{"REQUEST":"GET"}})", host_buffer); }
 static void set_volume() { set(kVolume, R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":23}})"); }
-static void notify_single() {
-  volume_callback(0, volume_tag, reinterpret_cast<void*>(intptr_t{23}), nullptr, nullptr, nullptr);
-}
+static void notify_single() { raise_volume(23); }
 static void notify_queued() {
   T_CBROWSER_PB_NOTIFY record = {.type = 1, .tag = 2, .arg1 = 3, .arg2 = 4, .arg3 = 5, .arg4 = 6};
   notify(player_event_id, &record);

@@ -84,13 +84,13 @@ void expect_fresh(const Plugin& plugin) {
 void load_use_and_unload() {
   const Plugin plugin = load_plugin();
   expect_fresh(plugin);
-  platform.callback = nullptr;
+  volume_callback = nullptr;
   const int starts = platform.starts;
   EXPECT_EQ(plugin.init_res(), 0);
   EXPECT_EQ(plugin.init(), 0);
   EXPECT_EQ(platform.starts, starts + 1);
   Dl_info callback = {}, entry = {};
-  ASSERT_NE(dladdr(reinterpret_cast<void*>(platform.callback.load()), &callback), 0);
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(volume_callback.load()), &callback), 0);
   ASSERT_NE(dladdr(reinterpret_cast<void*>(plugin.get), &entry), 0);
   EXPECT_EQ(callback.dli_fbase, entry.dli_fbase) << "registered with the platform is another library's function";
   use(plugin);

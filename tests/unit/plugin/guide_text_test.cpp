@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/response.h"
 

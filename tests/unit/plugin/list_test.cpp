@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "description.h"
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 

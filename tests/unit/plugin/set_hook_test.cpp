@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/response.h"
@@ -339,8 +339,9 @@ TEST_F(Query, BannerItemTakesItsValueAsInteger) {
 class StartUp : public PluginTest {};
 
 TEST_F(StartUp, RunsOnce) {
-  ASSERT_NE(platform_volume_callback(), nullptr);
-  EXPECT_EQ(platform_volume_tag(), reinterpret_cast<void*>(0x129CA8));
+  const std::vector<std::int64_t> registration = platform_registration("a_vextvapi_volctrl_reg_callback");
+  ASSERT_EQ(registration.size(), 2u);
+  EXPECT_EQ(registration[1], 0x129CA8);
   platform_reset();
   EXPECT_EQ(a_dtv_jsp_init_res(), 0);
   EXPECT_EQ(a_dtv_jsp_init(), 0);

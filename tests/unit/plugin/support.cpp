@@ -13,7 +13,7 @@
 #include <shared_mutex>
 #include <unordered_set>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
 #include "tv_ctrl_api/response.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 
 namespace {
@@ -23,7 +23,9 @@ void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); 
 class Threads : public PluginTest {
  protected:
   static void raise_volume(std::intptr_t level) {
-    platform_volume_callback()(0, platform_volume_tag(), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
+    static const std::vector<std::int64_t> registration = platform_registration("a_vextvapi_volctrl_reg_callback");
+    address_in<a_vextvapi_volctrl_nfy_fct>(registration.at(0))(
+        0, address_in<void*>(registration.at(1)), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
   }
 
   static std::string volume_text(std::intptr_t level) {
