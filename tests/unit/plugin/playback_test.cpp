@@ -114,9 +114,12 @@ class Player : public PluginTest {
  protected:
   static constexpr char kEvents[] = "/tv/ws/notify/cbrowser_playback";
 
-  // What a request for a player with these members is answered.
+  void* content_record = nullptr;  // of the last request
+
+  // The response to a request for a player with these members.
   Json created(const std::string& members) {
     platform_reset();
+    get_handler = [this](UINT16 id, void* record) { return routed_get(id, content_record = record); };
     platform_answer("a_vextvapi_cb_pb_init", 77);
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     const std::string request = R"({"PARAMETER":{"REQUEST":"QUERY",)" + members + R"("mediaPath":"/mnt/a.ts"}})";
@@ -129,13 +132,12 @@ class Player : public PluginTest {
     for (const PlatformCall& call : platform_calls()) {
       if (call.name != "a_vextvapi_cb_pb_register_callback") continue;
       EXPECT_EQ(call.arguments.at(0), 77);
-      return {reinterpret_cast<a_vextvapi_cb_pb_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(1))),
-              reinterpret_cast<void*>(static_cast<std::intptr_t>(call.arguments.at(2)))};
+      return {address_in<a_vextvapi_cb_pb_nfy_fct>(call.arguments.at(1)), address_in<void*>(call.arguments.at(2))};
     }
     return {};
   }
 
-  // Holds the answered tag against the one that is registered, and against that of an event. Returns the answered one.
+  // Checks that the response, the registration and an event have the same tag. Returns it.
   static double expect_tag_registered(const Json& response, const std::string& where) {
     const cJSON* const item = member(response.get(), "ITEMS") ? member(response.get(), "ITEMS")->child : nullptr;
     EXPECT_EQ(keys_of(item), (std::vector<std::string>{"NAME", "handle", "pvTag"})) << where;
@@ -165,9 +167,14 @@ TEST_F(Player, TheApplicationsTagComesWithItsEvents) {
   }
 }
 
-TEST_F(Player, WithoutATagThePluginChoosesOne) {
-  for (const char* const members : {"", R"("pvTag":0,)", R"("pvTag":null,)", R"("bMode":7,"oMode":8,)"})
-    EXPECT_NE(expect_tag_registered(created(members), members), 0) << members;
+// The response and the events have the low 32 bits of the address, which can be 0.
+TEST_F(Player, WithoutATagTheContentRecordsAddressIsTheTag) {
+  for (const char* const members : {"", R"("pvTag":0,)", R"("pvTag":null,)", R"("bMode":7,"oMode":8,)"}) {
+    const double tag = expect_tag_registered(created(members), members);
+    ASSERT_NE(content_record, nullptr);
+    EXPECT_EQ(registered().second, content_record) << members;
+    EXPECT_EQ(tag, static_cast<INT32>(reinterpret_cast<std::intptr_t>(content_record))) << members;
+  }
 }
 
 // --- Addresses in events ---
@@ -231,9 +238,9 @@ TEST_F(Address, IsPassedOnByTheCallbacks) {
   a_vextvapi_pus_play_nfy_fct service = nullptr;
   for (const PlatformCall& call : platform_calls()) {
     if (call.name == "a_vextvapi_cb_pb_register_callback")
-      player = reinterpret_cast<a_vextvapi_cb_pb_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(1)));
+      player = address_in<a_vextvapi_cb_pb_nfy_fct>(call.arguments.at(1));
     if (call.name == "a_vextvapi_pus_reg_callback")
-      service = reinterpret_cast<a_vextvapi_pus_play_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(0)));
+      service = address_in<a_vextvapi_pus_play_nfy_fct>(call.arguments.at(0));
   }
   ASSERT_TRUE(player && service);
   const char* const events = "/tv/ws/notify/cbrowser_playback";
