@@ -4,7 +4,7 @@ import { spawnSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import net from 'node:net';
 import { test } from 'node:test';
-import { build, connect, dialWebSocket, dtvHost, folder, frame, modify, mute, oddPlugin, request, slowCall, sleep, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
+import { build, callRuns, connect, dialWebSocket, dtvHost, folder, frame, modify, mute, oddPlugin, request, slowCall, sleep, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
 
 const told = (volValue, muteStatus = 0) => ({ URI: volumeEvents, REQUEST: 'NOTIFY', ITEMS: [{ volValue, muteStatus }] });
 const notification = async (client) => (await client.next('notify')).notification;
@@ -154,7 +154,7 @@ test('a client that goes while its call runs', async (t) => {
   goes.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
   goes.send(JSON.stringify([{ jsonrpc: '2.0', id: 'y', method: 'get', params: { uri: volume } }]));
   const asked = request(host, 'GET', volume);
-  await sleep(50);
+  await callRuns(goes);
   goes.socket.terminate();
   assert.equal((await asked).status, 200);
   await tv.call('tv', { words: ['fault', '--clear'] });
@@ -286,7 +286,7 @@ test('twice during a slow call waits for it as well; again later on does not', a
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const begun = performance.now();
   host.child.kill('SIGINT');
   await sleep(20);
@@ -305,7 +305,7 @@ test('stopping during a slow call waits for it', async (t) => {
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '500'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const { code, output } = await host.stop();
   assert.equal(code, 0, output);
   assert.doesNotMatch(output, /leaving without/);
@@ -317,7 +317,7 @@ test('stopping during a call that hangs does not hang', async (t) => {
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const { code, output } = await host.stop();
   assert.equal(code, 0, output);
   assert.match(output, /leaving without/);

@@ -20,6 +20,13 @@ constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";
 // Hosts poll with a pause. Without one, readers would keep the lock from the notifications, which write.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
+// Waits until the fetching threads have taken so many. Returns false when they do not within a minute.
+bool await_taken(const std::atomic<int>& taken, int count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (taken < count && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  return taken >= count;
+}
+
 class Threads : public PluginTest {
  protected:
   static void raise_volume(std::intptr_t level) {
@@ -56,14 +63,10 @@ TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
         ++taken;
       }
     });
-  const auto begun = std::chrono::steady_clock::now();
   bool lost = false;
   for (int i = 1; i <= kNotifications && !lost; ++i) {
     raise_volume(i);
-    while (taken < i && !lost) {
-      std::this_thread::yield();
-      lost = std::chrono::steady_clock::now() - begun > std::chrono::seconds(60);
-    }
+    lost = !await_taken(taken, i);
   }
   stop = true;
   for (std::thread& fetcher : fetchers) fetcher.join();
@@ -141,20 +144,17 @@ TEST_F(Threads, EachQueuedItemComesOnce) {
         for (std::size_t at = text.find("TAG"); at != std::string::npos; at = text.find("TAG", at + 1)) ++taken;
       }
     });
-  const auto begun = std::chrono::steady_clock::now();
-  const auto await_taken = [&taken, begun](int count) {
-    while (taken < count && std::chrono::steady_clock::now() - begun < std::chrono::seconds(60))
-      std::this_thread::yield();
-  };
-  for (int i = 1; i <= kNotifications; ++i) {
-    await_taken(i - kPending);
+  bool lost = false;
+  for (int i = 1; i <= kNotifications && !lost; ++i) {
+    lost = !await_taken(taken, i - kPending);
     T_CBROWSER_PB_NOTIFY record = {
         .type = 0, .tag = static_cast<UINT32>(i), .arg1 = 0, .arg2 = 0, .arg3 = 0, .arg4 = 0};
     tv_ctrl_api_notify_func(kPlayerNotify, &record);
   }
-  await_taken(kNotifications);
+  lost = lost || !await_taken(taken, kNotifications);
   stop = true;
   for (std::thread& fetcher : fetchers) fetcher.join();
+  ASSERT_FALSE(lost) << "an item was lost: " << taken << " taken";
   std::vector<int> all, expected;
   std::size_t appended = 0;
   for (const auto& own : texts) {
