@@ -247,10 +247,10 @@ int main(int argc, char** argv) {
     const char* name;
     int words;
     int (*run)(int port, char** words);
-  } commands[] = {{"requests", 7, measure_requests},  {"notifications", 1, measure_notifications},
-                  {"events", 1, measure_events},      {"sets", 1, keep_setting},
-                  {"subscribed", 1, stay_subscribed}, {"idle", 1, stay_idle}};
-  for (const auto& command : commands)
+  } kCommands[] = {{"requests", 7, measure_requests},  {"notifications", 1, measure_notifications},
+                   {"events", 1, measure_events},      {"sets", 1, keep_setting},
+                   {"subscribed", 1, stay_subscribed}, {"idle", 1, stay_idle}};
+  for (const auto& command : kCommands)
     if (argc >= 3 && strcmp(argv[2], command.name) == 0 && argc == 3 + command.words)
       return command.run(atoi(argv[1]), argv + 3);
   fprintf(stderr,

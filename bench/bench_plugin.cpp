@@ -268,7 +268,7 @@ static double time_side(const Side& side, int count, double clock_ns) {
   return total / count;
 }
 
-static constexpr Operation operations[] = {
+static constexpr Operation kOperations[] = {
     {"get_volume", 50, {nullptr, ours_get_request}, {nullptr, floor_get_request}},
     {"get_volume_without_request", 50, {nullptr, ours_get_plain}, {nullptr, floor_get_plain}},
     {"get_config_number", 50, {nullptr, ours_get_number}, {nullptr, floor_get_number}},
@@ -350,7 +350,7 @@ int main(int argc, char** argv) {
     return 1;
 
   const double clock_ns = clock_cost();
-  for (const Operation& operation : operations) {
+  for (const Operation& operation : kOperations) {
     std::vector<double> ours, floor;
     for (int i = 0; i < kRepetitions; ++i) {
       floor.push_back(time_side(operation.floor, operation.count, clock_ns));

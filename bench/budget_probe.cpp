@@ -48,11 +48,11 @@ UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
 static bool log_everything;
 
 extern "C" FILE* fopen(const char* path, const char* mode) {
-  static const auto next = reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
+  static const auto kNext = reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
   static char level[] = "log=10\n";
-  if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return next(path, mode);
+  if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return kNext(path, mode);
   if (log_everything) return fmemopen(level, sizeof level - 1, "r");
-  return next("/dev/null/tvc_debug", mode);  // there is no such file on any machine
+  return kNext("/dev/null/tvc_debug", mode);  // there is no such file on any machine
 }
 
 // --- The plugin ---
@@ -125,7 +125,7 @@ struct Operation {
   void (*operate)();
   int count;
 };
-static constexpr Operation operations[] = {
+static constexpr Operation kOperations[] = {
     {"start", nothing, start, 1},
     {"get", nothing, get_volume, 100},
     {"set", nothing, set_volume, 100},
@@ -164,20 +164,20 @@ static void report(const std::string& name, std::size_t value, const std::string
 }
 
 static void report_operations() {
-  HeapCount taken[std::size(operations)] = {};
+  HeapCount taken[std::size(kOperations)] = {};
   run_on_painted_stack([&] {
     free(malloc(1));  // a thread's first allocation makes its share of the heap
-    budget_batch(operations[0], taken[0]);
+    budget_batch(kOperations[0], taken[0]);
     find_functions();
-    for (std::size_t i = 1; i < std::size(operations); ++i) {
-      operations[i].prepare();
-      operations[i].operate();
-      budget_batch(operations[i], taken[i]);
+    for (std::size_t i = 1; i < std::size(kOperations); ++i) {
+      kOperations[i].prepare();
+      kOperations[i].operate();
+      budget_batch(kOperations[i], taken[i]);
     }
   });
-  for (std::size_t i = 0; i < std::size(operations); ++i) {
-    const std::string name = operations[i].name;
-    const auto count = static_cast<std::size_t>(operations[i].count);
+  for (std::size_t i = 0; i < std::size(kOperations); ++i) {
+    const std::string name = kOperations[i].name;
+    const auto count = static_cast<std::size_t>(kOperations[i].count);
     report(name + "_count", count);
     if (i == 0) report("start_heap", taken[i].in_use);
     if (i == 0) continue;
@@ -345,12 +345,12 @@ struct Mode {
   std::string_view name;
   void (*run)();
 };
-static constexpr Mode modes[] = {
+static constexpr Mode kModes[] = {
     {"operations", report_operations}, {"stack", report_stack}, {"deepest", report_deepest}, {"start", report_start}};
 
 int main(int count, char** arguments) {
-  const auto mode = count == 3 ? std::ranges::find(modes, arguments[2], &Mode::name) : std::end(modes);
-  if (mode == std::end(modes)) {
+  const auto mode = count == 3 ? std::ranges::find(kModes, arguments[2], &Mode::name) : std::end(kModes);
+  if (mode == std::end(kModes)) {
     fprintf(stderr, "usage: budget_probe LIBRARY operations|stack|deepest|start\n");
     return 2;
   }

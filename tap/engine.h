@@ -30,13 +30,13 @@ struct Signature {
 
 // The callbacks that the plugin registered through one parameter of one function. Each gets a trampoline of its own
 // (a slot), since a platform may keep several at once; the last slot is shared by all further ones.
-constexpr std::size_t SLOTS = 4;
+constexpr std::size_t kSlots = 4;
 struct Registration {
   std::atomic<Function*> function{nullptr};
   std::atomic<const Param*> param{nullptr};
-  std::atomic<void*> fct[SLOTS]{};
-  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is SLOTS while there is none.
-  std::size_t slot = SLOTS;
+  std::atomic<void*> fct[kSlots]{};
+  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is kSlots while there is none.
+  std::size_t slot = kSlots;
   Integer tag;
 };
 
@@ -69,7 +69,7 @@ std::span<Function* const> functions();
 Function* find_function(std::string_view name);
 
 // Why a call must take the long way.
-enum Active : unsigned { WATCHED = 1, RECORDED = 2, FAULTY = 4, SCRIPTED = 8, REPLAYED = 16 };
+enum Active : unsigned { kWatched = 1, kRecorded = 2, kFaulty = 4, kScripted = 8, kReplayed = 16 };
 extern std::atomic<unsigned> g_active;
 inline bool passive() { return g_active.load(std::memory_order_acquire) == 0; }
 void set_active(Active reason, bool on);

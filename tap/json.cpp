@@ -8,7 +8,7 @@
 namespace tap {
 namespace {
 
-constexpr std::uint64_t EXACT_IN_DOUBLE = std::uint64_t{1} << 53;
+constexpr std::uint64_t kExactInDouble = std::uint64_t{1} << 53;
 
 int hex_digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -114,7 +114,7 @@ static void spell_out_integers(cJSON* json) {
   for (cJSON* item = json; item != nullptr; item = item->next) {
     spell_out_integers(item->child);
     const double value = item->valuedouble;
-    if (!cJSON_IsNumber(item) || std::abs(value) < 1e15 || std::abs(value) > static_cast<double>(EXACT_IN_DOUBLE))
+    if (!cJSON_IsNumber(item) || std::abs(value) < 1e15 || std::abs(value) > static_cast<double>(kExactInDouble))
       continue;
     if (value != std::trunc(value)) continue;
     const std::string digits = std::to_string(static_cast<std::int64_t>(value));
@@ -133,13 +133,13 @@ std::string json_print(const cJSON* json) {
 cJSON* json_integer(std::int64_t value) {
   if (value >= 0) return json_unsigned(static_cast<std::uint64_t>(value));
   const std::string digits = std::to_string(value);
-  return value < -static_cast<std::int64_t>(EXACT_IN_DOUBLE) ? cJSON_CreateString(digits.c_str())
-                                                             : cJSON_CreateRaw(digits.c_str());
+  return value < -static_cast<std::int64_t>(kExactInDouble) ? cJSON_CreateString(digits.c_str())
+                                                            : cJSON_CreateRaw(digits.c_str());
 }
 
 cJSON* json_unsigned(std::uint64_t value) {
   const std::string digits = std::to_string(value);
-  return value > EXACT_IN_DOUBLE ? cJSON_CreateString(digits.c_str()) : cJSON_CreateRaw(digits.c_str());
+  return value > kExactInDouble ? cJSON_CreateString(digits.c_str()) : cJSON_CreateRaw(digits.c_str());
 }
 
 bool json_to_integer(const cJSON* json, Integer& ret_value) {
@@ -179,12 +179,12 @@ bool json_to_bytes(const cJSON* json, std::string& ret_bytes) {
 }
 
 cJSON* json_bytes(std::string_view bytes) {
-  static constexpr char DIGITS[] = "0123456789abcdef";
+  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text.push_back(DIGITS[byte >> 4]);
-    text.push_back(DIGITS[byte & 15]);
+    text.push_back(kDigits[byte >> 4]);
+    text.push_back(kDigits[byte & 15]);
   }
   cJSON* json = cJSON_CreateObject();
   cJSON_AddStringToObject(json, "bytes", text.c_str());

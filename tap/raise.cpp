@@ -10,7 +10,7 @@ namespace tap {
 namespace {
 
 // What a callback may write to through an address of ours.
-constexpr std::size_t OUTPUT_ROOM = 65536;
+constexpr std::size_t kOutputRoom = 65536;
 
 // Memory of the arguments while the callback runs. A deque, since addresses must stay.
 struct Arguments {
@@ -53,7 +53,7 @@ bool make_argument(const Signature& callback, const cJSON* json, std::size_t i, 
   const Param& param = callback.params[i];
   const bool given = json != nullptr && !cJSON_IsNull(json);
   if (is_output(param)) {
-    return make_pointed(param.form, *param.type, OUTPUT_ROOM / param.type->size,
+    return make_pointed(param.form, *param.type, kOutputRoom / param.type->size,
                         given && is_input(param) ? json : nullptr, i, arguments, ret_error);
   }
   if (!given) return true;
@@ -116,13 +116,13 @@ bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::s
 
 bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error) {
   Integer tag;
-  std::size_t slot = SLOTS;
+  std::size_t slot = kSlots;
   {
     const std::lock_guard guard(state_lock());
     slot = raise.registration->slot;
     tag = raise.registration->tag;
   }
-  if (slot == SLOTS) {
+  if (slot == kSlots) {
     ret_error = "no callback is registered through " + std::string(raise.function->signature.name);
     return false;
   }
@@ -132,7 +132,7 @@ bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_e
   deliver(*raise.registration, slot, &result, arguments.addresses.data(), arguments.sizes.data());
   const Type& type = *raise.callback->result;
   ret_result = 0;
-  if (type.shape == Shape::integer || type.shape == Shape::word) {
+  if (type.shape == Shape::kInteger || type.shape == Shape::kWord) {
     ret_result = static_cast<std::int64_t>(integer_load(type, &result).bits);
   }
   return true;

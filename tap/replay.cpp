@@ -12,10 +12,10 @@
 namespace tap {
 namespace {
 
-constexpr std::size_t DIFFERENCES_SHOWN = 20;
+constexpr std::size_t kDifferencesShown = 20;
 // How long a call waits for an event that stood before it in the recording: a plugin that holds a lock which the
 // callback needs would otherwise wait for ever.
-constexpr std::chrono::milliseconds EVENT_PATIENCE{1000};
+constexpr std::chrono::milliseconds kEventPatience{1000};
 
 struct Entry {
   Function* function = nullptr;
@@ -58,7 +58,7 @@ bool same_arguments(const Signature& signature, const cJSON* recorded, const cJS
 
 void note_difference(Replay& replay, std::string text) {
   ++replay.different;
-  if (replay.differences.size() < DIFFERENCES_SHOWN) replay.differences.push_back(std::move(text));
+  if (replay.differences.size() < kDifferencesShown) replay.differences.push_back(std::move(text));
 }
 
 // The entry that answers this call, or null. Under the tap's lock.
@@ -126,7 +126,7 @@ void raise_events(std::shared_ptr<Replay> replay, std::vector<Raise> events) {
 // itself.
 void wait_for_events(std::unique_lock<std::mutex>& guard, const Replay& replay) {
   if (raises_events) return;
-  events_done().wait_for(guard, EVENT_PATIENCE, [&] { return replay.events_under_way == 0; });
+  events_done().wait_for(guard, kEventPatience, [&] { return replay.events_under_way == 0; });
 }
 
 bool read_line(const std::string& line, Replay& ret_replay, std::string& ret_error) {
@@ -195,7 +195,7 @@ bool replay_load(const char* lines, std::string& ret_error) {
   }
   std::unique_lock guard(state_lock());
   current().swap(replay);
-  set_active(REPLAYED, current() != nullptr);
+  set_active(kReplayed, current() != nullptr);
   if (replay) wait_for_events(guard, *replay);
   guard.unlock();  // the old one is freed without it
   return true;

@@ -206,7 +206,7 @@ bool script_load(const char* text, std::string& ret_error) {
   {
     const std::lock_guard guard(state_lock());
     current().swap(script);
-    set_active(SCRIPTED, current() != nullptr);
+    set_active(kScripted, current() != nullptr);
   }
   return true;
 }

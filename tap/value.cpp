@@ -27,7 +27,7 @@ bool integer_fits(const Type& type, Integer number) {
   return width == 64 || number.bits >> width == 0;
 }
 
-bool is_byte(const Type& type) { return type.shape == Shape::integer && type.size == 1; }
+bool is_byte(const Type& type) { return type.shape == Shape::kInteger && type.size == 1; }
 
 std::string shown(const cJSON* json) {
   std::string text = json_print(json);
@@ -48,7 +48,7 @@ bool integer_from_json(const Type& type, const cJSON* json, void* value, std::st
     return false;
   }
   // A word takes wider numbers, so that one case fits sets of any pointer width.
-  if (type.shape != Shape::word && !integer_fits(type, number)) {
+  if (type.shape != Shape::kWord && !integer_fits(type, number)) {
     ret_error = shown(json) + " does not fit " + std::to_string(type.size * 8) + " bits";
     return false;
   }
@@ -119,28 +119,28 @@ const Type* find_record(std::string_view name) {
 
 cJSON* value_to_json(const Type& type, const void* value) {
   switch (type.shape) {
-    case Shape::none:
+    case Shape::kNone:
       return cJSON_CreateNull();
-    case Shape::integer:
-    case Shape::word: {
+    case Shape::kInteger:
+    case Shape::kWord: {
       const Integer number = integer_load(type, value);
       return number.negative ? json_integer(static_cast<std::int64_t>(number.bits)) : json_unsigned(number.bits);
     }
-    case Shape::real: {
+    case Shape::kReal: {
       double number = 0;
       std::memcpy(&number, value, sizeof number);
       return cJSON_CreateNumber(number);
     }
-    case Shape::string: {
+    case Shape::kString: {
       const char* text = nullptr;
       std::memcpy(&text, value, sizeof text);
       return text == nullptr ? cJSON_CreateNull() : json_text(text);
     }
-    case Shape::text:
+    case Shape::kText:
       return text_to_json(static_cast<const char*>(value), type.count);
-    case Shape::array:
+    case Shape::kArray:
       return array_to_json(*type.element, value, type.count);
-    case Shape::record: {
+    case Shape::kRecord: {
       cJSON* object = cJSON_CreateObject();
       for (const Field& field : type.fields) {
         cJSON_AddItemToObjectCS(object, field.name,
@@ -171,15 +171,15 @@ cJSON* array_to_json(const Type& element, const void* values, std::size_t count)
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   if (cJSON_IsNull(json)) return true;
   switch (type.shape) {
-    case Shape::none:
+    case Shape::kNone:
       ret_error = "nothing is returned, so nothing can be given";
       return false;
-    case Shape::integer:
-    case Shape::word:
+    case Shape::kInteger:
+    case Shape::kWord:
       return integer_from_json(type, json, value, ret_error);
-    case Shape::real:
+    case Shape::kReal:
       return real_from_json(json, value, ret_error);
-    case Shape::string: {
+    case Shape::kString: {
       if (!cJSON_IsString(json)) {
         ret_error = shown(json) + " is not a text";
         return false;
@@ -188,9 +188,9 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
       std::memcpy(value, &text, sizeof text);
       return true;
     }
-    case Shape::text:
+    case Shape::kText:
       return text_from_json(json, static_cast<char*>(value), type.count, ret_error);
-    case Shape::array: {
+    case Shape::kArray: {
       if (cJSON_IsArray(json) && static_cast<std::size_t>(cJSON_GetArraySize(json)) > type.count) {
         ret_error =
             std::to_string(cJSON_GetArraySize(json)) + " elements, where the array has " + std::to_string(type.count);
@@ -198,7 +198,7 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
       }
       return array_from_json(*type.element, json, value, type.count, ret_error);
     }
-    case Shape::record:
+    case Shape::kRecord:
       return record_from_json(type, json, value, ret_error);
   }
   return false;

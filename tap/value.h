@@ -13,20 +13,20 @@
 namespace tap {
 
 enum class Shape : std::uint8_t {
-  none,     // void
-  integer,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
-  real,     // double: a number
-  word,     // pointer-sized word: a number, signed
-  string,   // char*: a text, or null
-  text,     // char[count]: a text
-  array,    // T[count]: an array
-  record,   // described by TVAPI_RECORD or TVC_RECORD: an object
+  kNone,     // void
+  kInteger,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
+  kReal,     // double: a number
+  kWord,     // pointer-sized word: a number, signed
+  kString,   // char*: a text, or null
+  kText,     // char[count]: a text
+  kArray,    // T[count]: an array
+  kRecord,   // described by TVAPI_RECORD or TVC_RECORD: an object
 };
 
 struct Field;
 
 struct Type {
-  Shape shape = Shape::none;
+  Shape shape = Shape::kNone;
   bool is_signed = false;
   std::size_t size = 0;             // bytes
   std::size_t count = 0;            // elements of a text or an array
@@ -58,22 +58,22 @@ constexpr Type make_type() {
   } else if constexpr (std::is_array_v<T>) {
     using Element = std::remove_cv_t<std::remove_extent_t<T>>;
     if constexpr (std::is_same_v<Element, char>) {
-      return {.shape = Shape::text, .size = sizeof(T), .count = sizeof(T)};
+      return {.shape = Shape::kText, .size = sizeof(T), .count = sizeof(T)};
     } else {
-      return {.shape = Shape::array, .size = sizeof(T), .count = std::extent_v<T>, .element = &type_of<Element>};
+      return {.shape = Shape::kArray, .size = sizeof(T), .count = std::extent_v<T>, .element = &type_of<Element>};
     }
   } else if constexpr (std::is_enum_v<T>) {
-    return {.shape = Shape::integer, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
+    return {.shape = Shape::kInteger, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
   } else if constexpr (std::is_integral_v<T>) {
-    return {.shape = Shape::integer, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
+    return {.shape = Shape::kInteger, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
   } else if constexpr (std::is_same_v<T, double>) {
-    return {.shape = Shape::real, .is_signed = true, .size = sizeof(T)};
+    return {.shape = Shape::kReal, .is_signed = true, .size = sizeof(T)};
   } else if constexpr (std::is_same_v<T, char*> || std::is_same_v<T, const char*>) {
-    return {.shape = Shape::string, .size = sizeof(T)};
+    return {.shape = Shape::kString, .size = sizeof(T)};
   } else if constexpr (std::is_pointer_v<T>) {
-    return {.shape = Shape::word, .is_signed = true, .size = sizeof(T)};
+    return {.shape = Shape::kWord, .is_signed = true, .size = sizeof(T)};
   } else {
-    return {.shape = Shape::record,
+    return {.shape = Shape::kRecord,
             .size = sizeof(T),
             .name = RecordOf<T>::name,
             .fields = std::span<const Field>(RecordOf<T>::fields)};

@@ -1,5 +1,6 @@
 // The platform of the endurance tests: it keeps a volume, can hold a request up inside the platform, and counts calls
-// that overlap. Any thread may use it; it takes no lock, which would hide races of the plugin from the thread sanitizer.
+// that overlap. Any thread may use it; it takes no lock, which would hide races of the plugin from the thread
+// sanitizer.
 #pragma once
 
 #include <atomic>

@@ -74,8 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Tables& tables = plugin_start();
   Bytes bytes = {.next = data, .left = size};
-  static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
-  plugin_log_level(levels[take_below(bytes, std::size(levels))]);
+  static constexpr int kLevels[] = {0, 0, 0, 0, 0, -1, 2, 10};
+  plugin_log_level(kLevels[take_below(bytes, std::size(kLevels))]);
   const std::vector<std::size_t>& rows = tables.notifying[take_below(bytes, tables.notifying.size())];
   const UriInfo& watched = tables.uris[rows[take_below(bytes, rows.size())]];
   const bool concurrent = take_chance(bytes, 16);

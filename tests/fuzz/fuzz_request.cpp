@@ -133,8 +133,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Bytes bytes = {.next = data, .left = size};
   const std::vector<std::size_t>& rows = take_rows(bytes, tables);
   if (!std::ranges::all_of(rows, [&](std::size_t row) { return is_wanted(tables.uris[row]); })) return 0;
-  static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
-  plugin_log_level(levels[take_below(bytes, std::size(levels))]);
+  static constexpr int kLevels[] = {0, 0, 0, 0, 0, -1, 2, 10};
+  plugin_log_level(kLevels[take_below(bytes, std::size(kLevels))]);
   const bool concurrent = take_chance(bytes, 16);
   platform_begin(take_text(bytes));
 

@@ -243,7 +243,7 @@ static void ask_resident() {
   line.received.replies.clear();
   line.sent = 0;
   line.script.bytes = wire_text_frame(R"({"jsonrpc":"2.0","id":")" + id + R"(","method":"get","params":{"uri":")" +
-                                      wire_uri + R"(","parameter":)" + wire_parameter(id, Act::plain) + "}}");
+                                      kWireUri + R"(","parameter":)" + wire_parameter(id, Act::kPlain) + "}}");
   send_some(line, line.script.bytes.size());
   read_until(resident(), kReply, "a client that stays is answered in time",
              [&] { return line.ended || !line.received.replies.empty(); });

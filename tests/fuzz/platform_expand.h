@@ -22,10 +22,10 @@
 
 // A terminated text in memory of its own length, or null. `allocate` takes a size.
 const char* answer_text(Answers& answers, const auto& allocate) {
-  static constexpr std::size_t lengths[] = {0, 1, 7, 15, 31, 32, 63, 64, 127, 128, 255, 256, 1000};
-  const std::size_t choice = take_below(answers, 2 * std::size(lengths));
-  if (choice == std::size(lengths)) return nullptr;
-  const std::size_t length = choice < std::size(lengths) ? lengths[choice] : take_below(answers, 20);
+  static constexpr std::size_t kLengths[] = {0, 1, 7, 15, 31, 32, 63, 64, 127, 128, 255, 256, 1000};
+  const std::size_t choice = take_below(answers, 2 * std::size(kLengths));
+  if (choice == std::size(kLengths)) return nullptr;
+  const std::size_t length = choice < std::size(kLengths) ? kLengths[choice] : take_below(answers, 20);
   char* const text = static_cast<char*>(allocate(length + 1));
   for (std::size_t i = 0; i < length; ++i) {
     const auto character = static_cast<char>(take_byte(answers));
@@ -61,24 +61,24 @@ inline void answer_integer(Answers& answers, const tap::Type& type, void* value)
 // characters; only a char* is as it must be.
 inline void answer_value(Answers& answers, const tap::Type& type, void* value, const auto& allocate) {
   switch (type.shape) {
-    case tap::Shape::none:
+    case tap::Shape::kNone:
       return;
-    case tap::Shape::integer:
-    case tap::Shape::word:
-    case tap::Shape::real:  // any bits: NaN, infinity, and numbers that no integer holds
+    case tap::Shape::kInteger:
+    case tap::Shape::kWord:
+    case tap::Shape::kReal:  // any bits: NaN, infinity, and numbers that no integer holds
       return answer_integer(answers, type, value);
-    case tap::Shape::string: {
+    case tap::Shape::kString: {
       const char* const text = answer_text(answers, allocate);
       std::memcpy(value, &text, sizeof text);
       return;
     }
-    case tap::Shape::text:
+    case tap::Shape::kText:
       return take_characters(answers, static_cast<char*>(value), type.count);
-    case tap::Shape::array:
+    case tap::Shape::kArray:
       for (std::size_t i = 0; i < type.count; ++i)
         answer_value(answers, *type.element, static_cast<char*>(value) + i * type.element->size, allocate);
       return;
-    case tap::Shape::record:
+    case tap::Shape::kRecord:
       for (const tap::Field& field : type.fields)
         answer_value(answers, *field.type, static_cast<char*>(value) + field.offset, allocate);
       return;

@@ -67,7 +67,7 @@ void add_frames(Maker& maker);
 // The same for whoever drives a WebSocket connection by hand.
 std::string wire_upgrade(const WireTarget& target);
 std::string wire_text_frame(std::string_view text);
-inline constexpr std::string_view wire_accept_key = "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
+inline constexpr std::string_view kWireAcceptKey = "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
 
 // A mark for a set, which is forbidden from the end of the script on.
 std::string new_set_mark(Maker& maker, bool allowed = true);

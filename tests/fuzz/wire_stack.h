@@ -9,17 +9,17 @@
 
 #include "stack.h"
 
-inline constexpr const char* wire_uri = "/tv/made/value";          // can be read and set
-inline constexpr const char* wire_notify_uri = "/tv/made/notify";  // every set is notified there
+inline constexpr const char* kWireUri = "/tv/made/value";         // can be read and set
+inline constexpr const char* kWireNotifyUri = "/tv/made/notify";  // every set is notified there
 
 // What the plugin does with a request.
 enum class Act {
-  plain,
-  failed,   // returns a code
-  broken,   // get: a text that is not JSON
-  longest,  // get: a text of nearly the longest length
-  slow,     // takes long enough for another thread to take the lead
-  unkept,   // set: the change does not get to the disk
+  kPlain,
+  kFailed,   // returns a code
+  kBroken,   // get: a text that is not JSON
+  kLongest,  // get: a text of nearly the longest length
+  kSlow,     // takes long enough for another thread to take the lead
+  kUnkept,   // set: the change does not get to the disk
 };
 
 extern const Stack wire_stack;

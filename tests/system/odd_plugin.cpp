@@ -18,7 +18,7 @@ struct OddRow {
   std::string_view text;
 };
 
-constexpr OddRow rows[] = {
+constexpr OddRow kRows[] = {
     {.uri = "/odd/broken", .text = "{\"URI\":\"/odd/broken\",\"ITEMS\":[}"},
     {.uri = "/odd/latin1", .text = "{\"TEXT\":\"gr\xfc\xdf\"}"},
     {.uri = "/odd/spaced", .text = "{ \"a\" : 1e2 , \"b\":\"\\u00e4\" }"},
@@ -39,7 +39,7 @@ int32_t tvc_ctrl_cec_detect_init() { return -1; }
 int32_t tv_ctrl_broadcast_init() { return -1; }
 
 int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
-  for (const OddRow& row : rows)
+  for (const OddRow& row : kRows)
     if (row.uri == uri) copy(row.text, pv_content);
   if (std::string_view(uri) == "/odd/echo" && param != nullptr) copy(param, pv_content);
   if (std::string_view(uri) == "/odd/cut") copy("{\"TEXT\":\"" + std::string(20000, 'x') + "\"}", pv_content);

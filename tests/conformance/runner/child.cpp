@@ -14,7 +14,7 @@ namespace runner {
 namespace {
 
 // The television's own folders and files; a case says which of them there are.
-constexpr const char* ABSENT_BY_DEFAULT[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
+constexpr const char* kAbsentByDefault[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
 
 template <class Fct>
 bool find_symbol(void* library, const char* name, Fct& ret_fct, std::string& ret_error) {
@@ -103,7 +103,7 @@ void report_end(Session& session) {
 }
 
 bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
-  for (const char* path : ABSENT_BY_DEFAULT) {
+  for (const char* path : kAbsentByDefault) {
     bool covered = false;
     for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
     // What is wanted below it brings it into being, as a folder with nothing of the machine's.

@@ -12,7 +12,7 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t MOST_TIMES = 1000000;
+constexpr std::size_t kMostTimes = 1000000;
 
 // What is being expanded.
 struct Place {
@@ -38,7 +38,7 @@ bool has_twice(std::string_view object, std::string_view key) {
 }
 
 // Adds the names of a member that is an object of names and what they stand for; it may be left out.
-bool add_named(std::string_view object, std::string_view member, Name::Kind kind, Place& place) {
+bool add_named(std::string_view object, std::string_view member, Name::Origin origin, Place& place) {
   const std::string_view named = raw_member(object, member);
   const auto names = raw_children(named);
   if (!named.empty() && (!raw_is_object(named) || names.empty())) {
@@ -50,12 +50,12 @@ bool add_named(std::string_view object, std::string_view member, Name::Kind kind
       place.error = in_quotes(member) + ": " + in_quotes(name.first) + " must be a name of small letters, digits and _";
       return false;
     }
-    return add_name({.name = name.first, .kind = kind, .value = name.second}, place.scope, place.error);
+    return add_name({.name = name.first, .origin = origin, .value = name.second}, place.scope, place.error);
   });
 }
 
 bool add_values_and_repetitions(std::string_view object, Place& place) {
-  return add_named(object, "values", Name::VALUE, place) && add_named(object, "repeat", Name::REPETITION, place);
+  return add_named(object, "values", Name::kValue, place) && add_named(object, "repeat", Name::kRepetition, place);
 }
 
 // Calls make() for each row of each of the tables, the last one fastest, with the names of their columns. make gives
@@ -122,8 +122,8 @@ bool read_times(std::string_view written, Place& place, std::size_t& ret_times) 
     return true;
   }
   if (!append_substituted(written, place.scope, times, place.error)) return false;
-  if (read_count(times, ret_times) && ret_times <= MOST_TIMES) return true;
-  place.error = "\"times\" must be a whole number from 0 to " + std::to_string(MOST_TIMES);
+  if (read_count(times, ret_times) && ret_times <= kMostTimes) return true;
+  place.error = "\"times\" must be a whole number from 0 to " + std::to_string(kMostTimes);
   return false;
 }
 

@@ -14,14 +14,14 @@ namespace runner {
 // What an argument is, by the parameter's C type.
 struct ArgumentKind {
   enum Form {
-    NUMBER,    // passed by value
-    TEXT,      // const char*
-    BYTES,     // char*: a buffer
-    UNTYPED,   // void*: a record by name, a buffer, or null
-    VARIABLE,  // T*: one number
-    RECORD,    // T*: one record
-    FUNCTION,  // the name of an exported function, or null
-  } form = NUMBER;
+    kNumber,    // passed by value
+    kText,      // const char*
+    kBytes,     // char*: a buffer
+    kUntyped,   // void*: a record by name, a buffer, or null
+    kVariable,  // T*: one number
+    kRecord,    // T*: one record
+    kFunction,  // the name of an exported function, or null
+  } form = kNumber;
   const tap::Type* type = nullptr;  // of the number, the variable, the record
 };
 

@@ -3,6 +3,6 @@
 
 namespace runner {
 
-constexpr char LANGUAGE_MARK[] = "language-texts-1";
+constexpr char kLanguageMark[] = "language-texts-1";
 
 }  // namespace runner

@@ -27,7 +27,7 @@ namespace {
 using namespace runner;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* USAGE =
+constexpr const char* kUsage =
     "usage: conformance PATH... [options]\n"
     "Runs the cases of files, and of all *.json files in folders, against the plugin.\n"
     "  --filter TEXT         only cases with TEXT in their name\n"
@@ -112,13 +112,13 @@ bool parse_options(int argc, char** argv, Options& ret_options) {
     } else if (word == "--require-coverage") {
       ret_options.require_coverage = true;
     } else if (word.starts_with("-")) {
-      std::fprintf(stderr, "conformance: unknown option %s\n%s", argv[i], USAGE);
+      std::fprintf(stderr, "conformance: unknown option %s\n%s", argv[i], kUsage);
       return false;
     } else {
       ret_options.paths.emplace_back(word);
     }
   }
-  if (ret_options.paths.empty()) std::fputs(USAGE, stderr);
+  if (ret_options.paths.empty()) std::fputs(kUsage, stderr);
   return !ret_options.paths.empty();
 }
 
@@ -213,10 +213,10 @@ void start(Job& job, const Libraries& libraries, int timeout) {
 }
 
 std::string tail_of(const char* name, const std::string& text) {
-  constexpr std::size_t SHOWN = 6000;
+  constexpr std::size_t kShown = 6000;
   if (text.empty()) return {};
   std::string shown = "    its " + std::string(name) + ":\n";
-  for (const std::string& line : split_lines(text.size() > SHOWN ? text.substr(text.size() - SHOWN) : text)) {
+  for (const std::string& line : split_lines(text.size() > kShown ? text.substr(text.size() - kShown) : text)) {
     shown += "      " + line + "\n";
   }
   return shown;
@@ -302,7 +302,7 @@ std::string text_of(const cJSON* row, const char* key) {
   return cJSON_IsString(text) ? text->valuestring : "";
 }
 
-constexpr const char* USES[] = {"get", "set", "notify"};
+constexpr const char* kUses[] = {"get", "set", "notify"};
 
 // Whether a row takes this use, also where it has no effect: that nothing happens is behaviour, too.
 bool takes(const cJSON* row, const char* use) {
@@ -339,7 +339,7 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   }
   std::set<std::string> served;  // groups
   cJSON_ArrayForEach(entry, rows) {
-    for (const char* use : USES) {
+    for (const char* use : kUses) {
       if (takes(entry, use)) served.insert(text_of(entry, "group"));
     }
   }
@@ -347,14 +347,15 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
     const std::string uri = text_of(entry, "uri");
     const auto is_used = [&](const char* use) { return coverage.uris.contains(use + (" " + uri)); };
     bool has_use = false;
-    for (const char* use : USES) {
+    for (const char* use : kUses) {
       if (!takes(entry, use)) continue;
       has_use = true;
       if (!is_used(use)) missing.push_back(use + (" " + uri));
     }
     // What an application cannot ask for at all is still a row of its handler.
     const std::string group = text_of(entry, "group");
-    if (!has_use && !group.empty() && served.contains(group) && std::none_of(std::begin(USES), std::end(USES), is_used))
+    if (!has_use && !group.empty() && served.contains(group) &&
+        std::none_of(std::begin(kUses), std::end(kUses), is_used))
       missing.push_back("row " + uri);
   }
   return missing;
@@ -402,7 +403,7 @@ bool write_coverage(const std::string& path, const Coverage& coverage) {
 int main(int argc, char** argv) {
   Options options;
   if (!parse_options(argc, argv, options)) return 2;
-  if (options.help) return std::fputs(USAGE, stdout) < 0 || std::fflush(stdout) != 0 ? 2 : 0;
+  if (options.help) return std::fputs(kUsage, stdout) < 0 || std::fflush(stdout) != 0 ? 2 : 0;
   const Libraries libraries = find_libraries(options);
   sigset_t child_ended;
   sigemptyset(&child_ended);

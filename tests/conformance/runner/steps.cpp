@@ -13,8 +13,8 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t BUFFER_SIZE = 65536;
-constexpr std::size_t LARGEST_FETCH = 1 << 20;
+constexpr std::size_t kBufferSize = 65536;
+constexpr std::size_t kLargestFetch = 1 << 20;
 
 // What a buffer holds before a call. These bytes stand in no UTF-8 text, so that a text never ends in its mark by
 // chance, and neighbours differ, so that a run of one byte is seen for what it is.
@@ -84,7 +84,7 @@ void do_get(Session& session, const cJSON* step, int number, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "get"));
   const char* param = parameter(session, step, number);
   use_request(session, "get", uri, param);
-  if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(BUFFER_SIZE);
+  if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(kBufferSize);
   outcome.ret = session.get(uri, param, outcome.buffer.empty() ? nullptr : outcome.buffer.data());
 }
 
@@ -99,10 +99,10 @@ void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "fetch"));
   const cJSON* stated = member(step, "length");
   const auto length =
-      stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE) : static_cast<std::int32_t>(number_of(stated));
+      stated == nullptr ? static_cast<std::int32_t>(kBufferSize) : static_cast<std::int32_t>(number_of(stated));
   // No pending text is as long as the largest lengths that a case may claim.
   const std::size_t size =
-      std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
+      std::max(kBufferSize, length > 0 ? std::min(static_cast<std::size_t>(length), kLargestFetch) : 0);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(size);
   outcome.ret = session.fetch(uri, outcome.buffer.empty() ? nullptr : outcome.buffer.data(), length);
   if (bytes_written(outcome.buffer) > 0) use_uri(session, "notify", uri);

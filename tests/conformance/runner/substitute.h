@@ -11,13 +11,13 @@
 namespace runner {
 
 struct Name {
-  enum Kind {
-    COLUMN,      // of a table: the value in the current row
-    VALUE,       // of "values"
-    REPETITION,  // of "repeat": [text, times or table, separator]
+  enum Origin {
+    kColumn,      // of a table: the value in the current row
+    kValue,       // of "values"
+    kRepetition,  // of "repeat": [text, times or table, separator]
   };
   std::string_view name;
-  Kind kind = COLUMN;
+  Origin origin = kColumn;
   std::string_view value;  // as written
   bool is_used = false;    // by anything yet
 };

@@ -140,16 +140,16 @@ class DescribeTypes : public DescribedTest {
 
  private:
   const cJSON* described(int type) const {
-    static const char* const names[] = {
+    static const char* const kNames[] = {
 #define TVC_ITEM_TYPE(name, number) "TYPE_" #name,
 #include "vex_tv_ctrl/uris.def"
     };
-    static const int numbers[] = {
+    static const int kNumbers[] = {
 #define TVC_ITEM_TYPE(name, number) number,
 #include "vex_tv_ctrl/uris.def"
     };
-    for (std::size_t i = 0; i < std::size(numbers); ++i)
-      if (numbers[i] == type) return member(member(root_.get(), "types"), names[i]);
+    for (std::size_t i = 0; i < std::size(kNumbers); ++i)
+      if (kNumbers[i] == type) return member(member(root_.get(), "types"), kNames[i]);
     return nullptr;
   }
 

@@ -257,7 +257,7 @@ struct Freed {
 using Block = std::unique_ptr<void, Freed>;
 
 // Of the types up to TYPE_CECM_CFG, those that are never allocated; types above it never are.
-const std::set<int> never_allocated = {
+const std::set<int> kNeverAllocated = {
     TYPE_NONE,
     TYPE_LANG_STRING,
     TYPE_NW_NOTIFY,
@@ -279,7 +279,7 @@ const std::set<int> never_allocated = {
 TEST(Content, EveryTypeIsAllocatedAsItsRule) {
   for (int type = 0; type <= 255; ++type) {
     const Block block(tv_ctrl_malloc_content(static_cast<UINT8>(type)));
-    const bool allocated = type <= TYPE_CECM_CFG && !never_allocated.contains(type);
+    const bool allocated = type <= TYPE_CECM_CFG && !kNeverAllocated.contains(type);
     EXPECT_EQ(block != nullptr, allocated) << type;
     if (!block) continue;
     const std::size_t size = last_calloc_size();

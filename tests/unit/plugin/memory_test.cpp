@@ -121,7 +121,7 @@ struct ThumbnailRequest {
   INT32 ret;
   bool allocates;  // the thumbnail's block
 };
-constexpr ThumbnailRequest thumbnail_requests[] = {
+constexpr ThumbnailRequest kThumbnailRequests[] = {
     {"/tv/cbrowser/playback_get_info", false, 0, 0, true},
     {"/tv/cbrowser/playback_get_info", false, -9, -9, true},
     {"/tv/cbrowser/playback_operator", true, 0, 0, true},
@@ -176,7 +176,7 @@ Sent send_without_memory(const ThumbnailRequest& request, int fail_at, bool pers
 }
 
 TEST_P(Memory, ThumbnailIsFreedOnEveryPath) {
-  for (const ThumbnailRequest& request : thumbnail_requests) {
+  for (const ThumbnailRequest& request : kThumbnailRequests) {
     for (const std::size_t size : {std::size_t{3}, kThumbnailSize}) {
       int without_block = 0, without_response = 0;
       Sent sent;

@@ -125,7 +125,7 @@ struct Queued {
 };
 
 constexpr char kWindow[] = R"({"TYPE":0,"TAG":0,"SVL_HANDLE":0,"CONDITIONS":0,"REASON":0,"DATA":0})";
-constexpr Queued queued[] = {
+constexpr Queued kQueued[] = {
     {TYPE_CBROWSER_PB_NOTIFY, "/tv/ws/notify/cbrowser_playback", "_json_print_cbrowser_playback_notify", 1024,
      R"({"TYPE":0,"TAG":0,"ARG1":0,"ARG2":0,"ARG3":0,"ARG4":0})"},
     {TYPE_DLNA_DMS_NOTIFY, "/tv/ws/notify/dlna_dms", "_json_print_dlna_dms_notify", 10240,
@@ -174,7 +174,7 @@ class NotifyQueued : public Notify, public testing::WithParamInterface<Queued> {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Types, NotifyQueued, testing::ValuesIn(queued),
+INSTANTIATE_TEST_SUITE_P(Types, NotifyQueued, testing::ValuesIn(kQueued),
                          [](const auto& info) { return std::string(tvc_item_type_name(info.param.type)); });
 
 TEST_P(NotifyQueued, Appends) {

@@ -21,7 +21,7 @@ struct Operator {
   INT32 number;
   std::string word;  // empty: no request can name it
 };
-const std::vector<Operator> operators = {
+const std::vector<Operator> kOperators = {
 #define TVC_OPERATOR(symbol, number, word, call) {#symbol, number, word},
 #define TVC_OPERATOR_WITHOUT_WORD(symbol, number, call) {#symbol, number, ""},
 #include "vex_tv_ctrl/playback.def"
@@ -49,7 +49,7 @@ std::string quoted(const std::string& text) {
 TEST(Operators, HaveANumberAndAWordOfTheirOwn) {
   std::set<INT32> numbers;
   std::set<std::string> symbols, words;
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     EXPECT_GT(row.number, 0) << row.symbol << ": 0 is no operator";
     EXPECT_TRUE(numbers.insert(row.number).second) << row.number;
     EXPECT_TRUE(symbols.insert(row.symbol).second) << row.symbol;
@@ -61,7 +61,7 @@ TEST(Operators, HaveANumberAndAWordOfTheirOwn) {
 }
 
 TEST(Operators, AreFoundByTheirWordInAnyCase) {
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     if (row.word.empty()) continue;
     std::string mixed = in_capitals(row.word), small = row.word;
     for (std::size_t i = 0; i < mixed.size(); ++i) {
@@ -76,10 +76,10 @@ TEST(Operators, AreFoundByTheirWordInAnyCase) {
 // Any other text gives 0, so that no text reaches the operator without a word.
 TEST(Operators, AreReachedByNothingButTheirWord) {
   std::set<std::string> words;
-  for (const Operator& row : operators) words.insert(in_capitals(row.word));
+  for (const Operator& row : kOperators) words.insert(in_capitals(row.word));
   std::vector<std::string> texts = {
       "", " ", "=", "\\0", "no such name", "null", std::string(31, 'x'), std::string(5000, 'x')};
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     const std::string number = std::to_string(row.number);
     for (const std::string& text :
          {row.symbol, "CBROWSER_PB_OPERATOR_" + row.symbol, number, number + "=", number + "=" + row.word,
@@ -103,7 +103,7 @@ TEST(Operators, AreReachedByNothingButTheirWord) {
 
 // A text is cut to 31 characters before it is compared; none of the words is as long.
 TEST(Operators, ATextThatBeginsWithAWordIsNone) {
-  for (const Operator& row : operators)
+  for (const Operator& row : kOperators)
     for (std::size_t size = row.word.size() + 1; size < 40; ++size)
       EXPECT_EQ(operator_of(quoted(row.word + std::string(size - row.word.size(), 'y'))), 0) << row.word << size;
 }

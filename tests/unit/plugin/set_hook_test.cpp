@@ -37,7 +37,7 @@ class SetHook : public PluginTest {
 
   static int handler_calls() {
     int calls = 0;
-    for (const SetEvent& event : set_events) calls += event.kind == SetEvent::kHandler;
+    for (const SetEvent& event : set_events) calls += event.receiver == SetEvent::kHandler;
     return calls;
   }
 
@@ -68,7 +68,7 @@ TEST_F(SetHook, Action) {
   EXPECT_EQ(set(uri, request("ACTION")), 0);
   EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
   ASSERT_EQ(set_events.size(), 2u);
-  EXPECT_EQ(set_events[0].kind, SetEvent::kHandler);
+  EXPECT_EQ(set_events[0].receiver, SetEvent::kHandler);
   EXPECT_FALSE(set_events[0].has_tree) << "an action passes no record";
   EXPECT_EQ(set_events[1].type, TYPE_ACTION);
   EXPECT_TRUE(set_events[1].has_tree);
@@ -96,7 +96,7 @@ TEST_F(SetHook, Modify) {
     EXPECT_EQ(set(uri, word), 0) << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_OK}) << type;
     EXPECT_EQ(handler_calls(), 1) << type;
-    EXPECT_EQ(set_events[0].kind, SetEvent::kHandler) << type;
+    EXPECT_EQ(set_events[0].receiver, SetEvent::kHandler) << type;
     handler_result_ = -1;
     EXPECT_EQ(set(uri, word), -1) << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_MODIFY_FAIL}) << type;
@@ -230,10 +230,10 @@ TEST_F(SetHook, AssociateBeginsBeforeTheHandler) {
                               std::string(70, 'p') + "\"";
   EXPECT_EQ(set(uri, request("ASSOCIATE", members)), 0);
   ASSERT_EQ(set_events.size(), 3u);
-  EXPECT_EQ(set_events[0].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[0].receiver, SetEvent::kHook);
   EXPECT_EQ(set_events[0].status, VEX_ASSOCIATE_BEGIN);
-  EXPECT_EQ(set_events[1].kind, SetEvent::kHandler);
-  EXPECT_EQ(set_events[2].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[1].receiver, SetEvent::kHandler);
+  EXPECT_EQ(set_events[2].receiver, SetEvent::kHook);
   EXPECT_EQ(set_events[2].status, VEX_OK);
   const auto& record = seen<T_WLAN_ASSOCIATE>();
   EXPECT_EQ(std::string(record.bssid), std::string(17, 'b'));

@@ -179,7 +179,7 @@ void __wrap__Z20tv_ctrl_response_sethPK5cJSONi(UINT8 type, const cJSON* tree, IN
 std::vector<int> hook_statuses() {
   std::vector<int> statuses;
   for (const SetEvent& event : set_events)
-    if (event.kind == SetEvent::kHook) statuses.push_back(event.status);
+    if (event.receiver == SetEvent::kHook) statuses.push_back(event.status);
   return statuses;
 }
 
@@ -278,8 +278,8 @@ void set_log_level(int level) {
 std::string printed_by(const std::function<void()>& action) {
   testing::internal::CaptureStdout();
   action();
-  static const std::regex prefix(R"(\[TVC_API\]\[(\w+)\]\[\d+\] --> )");
-  return std::regex_replace(testing::internal::GetCapturedStdout(), prefix, "<$1> ");
+  static const std::regex kPrefix(R"(\[TVC_API\]\[(\w+)\]\[\d+\] --> )");
+  return std::regex_replace(testing::internal::GetCapturedStdout(), kPrefix, "<$1> ");
 }
 
 Json parse_json(std::string_view text) { return {cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete}; }

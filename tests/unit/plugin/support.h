@@ -38,7 +38,7 @@ std::string print_json(const cJSON* json);
 
 // What the set response hook was told, and the handler calls, in order.
 struct SetEvent {
-  enum Kind { kHook, kHandler } kind;
+  enum Receiver { kHook, kHandler } receiver;
   int type;       // kHook: item type
   int status;     // kHook: status
   bool has_tree;  // kHook: the parsed parameter tree was there; kHandler: a record was

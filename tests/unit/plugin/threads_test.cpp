@@ -30,9 +30,9 @@ bool await_taken(const std::atomic<int>& taken, int count) {
 class Threads : public PluginTest {
  protected:
   static void raise_volume(std::intptr_t level) {
-    static const std::vector<std::int64_t> registration = platform_registration("a_vextvapi_volctrl_reg_callback");
-    address_in<a_vextvapi_volctrl_nfy_fct>(registration.at(0))(
-        0, address_in<void*>(registration.at(1)), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
+    static const std::vector<std::int64_t> kRegistration = platform_registration("a_vextvapi_volctrl_reg_callback");
+    address_in<a_vextvapi_volctrl_nfy_fct>(kRegistration.at(0))(
+        0, address_in<void*>(kRegistration.at(1)), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
   }
 
   static std::string volume_text(std::intptr_t level) {
