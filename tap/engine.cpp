@@ -27,7 +27,8 @@ T* pointer_argument(void* arg) {
   return static_cast<T*>(pointer);
 }
 
-// The elements that a parameter's array holds now: the count may be an in/out parameter that the platform has changed.
+// How many elements a parameter's array holds after the call. The count may be an in/out parameter that the platform
+// has changed; room is the count before.
 std::size_t count_now(const Signature& signature, const Param& param, void* const* args, std::size_t room) {
   std::size_t position = 0;
   const Param* counter = find_param(signature, param.count, position);
@@ -40,12 +41,12 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   return count.negative ? 0 : static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
-// Null for what is only written.
+// The argument as JSON before the call; null for one that is only written.
 cJSON* argument_in(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
   const Param& param = signature.params[i];
   void* const arg = args[i];
   if (!is_input(param)) return nullptr;
-  // An address of the plugin's says nothing to a reader; that there is one does.
+  // A reader learns nothing from a callback's address, only whether there is one.
   if (param.form == Form::callback) return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
   if (is_addressed(signature, param, args)) {
     return pointed_to_json(pointed_form(param), *param.pointed, pointer_argument<void>(arg), 1);
@@ -84,7 +85,7 @@ void add_outputs(cJSON* line, const Signature& signature, void* const* args, con
   }
 }
 
-// Notes the callback and its tag, and gives the platform the trampoline instead.
+// Keeps the callbacks and tags among the arguments, and puts trampolines in the callbacks' places for the platform.
 void keep_callbacks(Function& function, void* const* args) {
   for (std::size_t i = 0; i < function.signature.params.size(); ++i) {
     const Param& param = function.signature.params[i];
@@ -93,7 +94,7 @@ void keep_callbacks(Function& function, void* const* args) {
     void* fct = pointer_argument<void>(args[i]);
     Integer tag;
     for (std::size_t k = 0; k < function.signature.params.size(); ++k) {
-      // The tag that follows the callback is its own.
+      // A callback's tag is the next one after it; without one, the last before it.
       if (function.signature.params[k].form != Form::tag) continue;
       tag = integer_load(*function.signature.params[k].type, args[k]);
       if (k > i) break;
@@ -133,7 +134,7 @@ void store_result(const Signature& signature, std::int64_t number, void* ret) {
   integer_store(*signature.result, {.negative = number < 0, .bits = static_cast<std::uint64_t>(number)}, ret);
 }
 
-// The next definition after the tap's own, looked up once.
+// The platform's definition of the function, the next after the tap's; looked up once.
 void* next_definition(Function& function) {
   void* next = function.next.load(std::memory_order_acquire);
   if (next == nullptr) {
@@ -207,7 +208,7 @@ void deliver(Registration& registration, std::size_t slot, void* ret, void* cons
   const Signature& callback = *registration.param.load(std::memory_order_acquire)->callback;
   const bool lines = (g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) != 0;
   const Start start = start_now();
-  // Read before the plugin runs, which may change what the arguments point at.
+  // Taken before the plugin runs, since the plugin may change what the arguments point at.
   Json in;
   if (lines) in = arguments_in(callback, args, sizes);
 

@@ -72,7 +72,7 @@ bool is_zero(const cJSON* json) {
   return true;
 }
 
-// The last bit does not count: the library does not always print it.
+// The last bit is ignored, since cJSON does not always print it.
 bool same_real(double left, double right) {
   return left == right ||
          std::abs(left - right) <= std::min(std::abs(left), std::abs(right)) * std::numeric_limits<double>::epsilon();
@@ -109,7 +109,7 @@ Json json_parse(std::string_view text, std::string& ret_error) {
   return json;
 }
 
-// From 10^15 on the library prints an exponent and rounds; an integer that a double holds is written out instead.
+// cJSON prints integers from 10^15 on with an exponent, and rounded; this writes all their digits.
 static void spell_out_integers(cJSON* json) {
   for (cJSON* item = json; item != nullptr; item = item->next) {
     spell_out_integers(item->child);
@@ -118,7 +118,7 @@ static void spell_out_integers(cJSON* json) {
       continue;
     if (value != std::trunc(value)) continue;
     const std::string digits = std::to_string(static_cast<std::int64_t>(value));
-    item->type = (item->type & ~0xFF) | cJSON_Raw;  // a key that is not the item's stays so
+    item->type = (item->type & ~0xFF) | cJSON_Raw;  // the other bits say who owns the key
     item->valuestring = strdup(digits.c_str());
   }
 }
@@ -143,7 +143,7 @@ cJSON* json_unsigned(std::uint64_t value) {
 }
 
 bool json_to_integer(const cJSON* json, Integer& ret_value) {
-  // Raw items are the digits that json_integer made.
+  // A raw item holds the digits that json_integer wrote.
   if (cJSON_IsString(json) || cJSON_IsRaw(json)) return decimal_to_integer(json->valuestring, ret_value);
   if (cJSON_IsBool(json)) {
     ret_value = {.negative = false, .bits = cJSON_IsTrue(json) ? 1U : 0U};
@@ -222,7 +222,7 @@ bool json_matches(const cJSON* expected, const cJSON* came) {
     }
     return true;
   }
-  // Integers come as raw digits or as texts, so these are real numbers.
+  // Integers are raw digits or texts in what came, so that two numbers are real numbers.
   if (cJSON_IsNumber(expected) && cJSON_IsNumber(came)) return same_real(expected->valuedouble, came->valuedouble);
   Integer left;
   Integer right;

@@ -1,4 +1,4 @@
-// Callbacks that a script, a recording or dtv_tap_raise calls in the platform's place.
+// Callbacks that a script, a recording or dtv_tap_raise calls in place of the platform.
 #include <cstring>
 #include <deque>
 #include <thread>
@@ -9,10 +9,10 @@
 namespace tap {
 namespace {
 
-// What a callback may write to through an address of ours.
+// Bytes that a callback may write through a pointer argument.
 constexpr std::size_t kOutputRoom = 65536;
 
-// Memory of the arguments while the callback runs. A deque, since addresses must stay.
+// The arguments of a callback, with the memory that they point at; a deque, since addresses must not change.
 struct Arguments {
   std::deque<std::vector<std::uint64_t>> memory;
   std::vector<std::uint64_t> values;  // one per argument, as wide as the widest
@@ -25,7 +25,7 @@ void* room(Arguments& arguments, std::size_t bytes) {
   return arguments.memory.back().data();
 }
 
-// Makes an argument the address of so many elements, which hold what JSON says; of cleared ones without JSON.
+// Makes an argument point at count elements with the content of json; without json they are cleared.
 bool make_pointed(Form form, const Type& type, std::size_t count, const cJSON* json, std::size_t i,
                   Arguments& arguments, std::string& ret_error) {
   void* const memory = room(arguments, count * type.size);
@@ -35,12 +35,12 @@ bool make_pointed(Form form, const Type& type, std::size_t count, const cJSON* j
   return true;
 }
 
-// A text or a record is passed by its address, also where a number is expected. A text of digits is a text where an
-// address is expected, else a number.
+// Makes an argument of the form address. JSON of a text or a record is passed by its address, even where the decider
+// says that a number comes. A text of digits is a text where an address comes, else a number.
 bool make_address(const Param& param, bool addressed, const cJSON* json, std::size_t i, Arguments& arguments,
                   std::string& ret_error) {
   Integer number;
-  if (addressed && cJSON_IsNumber(json)) return true;  // an address of the process that was recorded; here null
+  if (addressed && cJSON_IsNumber(json)) return true;  // an address in the recorded process: null here
   if (!addressed && json_to_integer(json, number)) {
     return value_from_json(*param.type, json, &arguments.values[i], ret_error);
   }
@@ -73,7 +73,7 @@ bool make_arguments(const Signature& callback, const cJSON* json, const Integer*
   ret_arguments.values.assign(count, 0);
   ret_arguments.sizes.assign(count, 0);
   for (std::uint64_t& value : ret_arguments.values) ret_arguments.addresses.push_back(&value);
-  // Addresses come last, since other arguments decide on them.
+  // Addresses come last, since other arguments decide what they are.
   for (const bool addresses : {false, true}) {
     for (std::size_t i = 0; i < count; ++i) {
       const Param& param = callback.params[i];

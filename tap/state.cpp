@@ -29,7 +29,7 @@ std::atomic<bool> has_event_hook{false};
 thread_local int watcher_depth = 0;
 thread_local int event_depth = 0;
 
-// The environment's recording starts with the library.
+// A recording that the environment asks for begins when the library is loaded.
 [[maybe_unused]] const bool kRecordingStarted = [] {
   const char* path = std::getenv("DTV_TAP_RECORD");
   if (path != nullptr && *path != '\0') record_to(path);
@@ -92,7 +92,7 @@ void hook_set(Hook& hook, int& depth, void (*fct)(), void* context) {
 
 void watch(dtv_tap_line_fct fct, void* context) {
   hook_set(watcher(), watcher_depth, reinterpret_cast<void (*)()>(fct), context);
-  // What the hook holds now, since another thread may have replaced it meanwhile.
+  // Looks again at the hook's function, since another thread may have replaced it meanwhile.
   const std::lock_guard guard(watcher().lock);
   set_active(kWatched, watcher().fct != nullptr);
 }
@@ -119,7 +119,7 @@ void record_to(const char* path) {
   set_active(kRecorded, true);
 }
 
-void say_error(const std::string& text) {
+void report_error(const std::string& text) {
   if ((g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) == 0) {
     std::fprintf(stderr, "tap: %s\n", text.c_str());
     return;

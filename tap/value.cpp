@@ -20,7 +20,7 @@ std::map<std::size_t, const Type*>& items() {
   return map;
 }
 
-// A number fits a width when it can be read as a signed or as an unsigned value of it.
+// Whether a signed or an unsigned integer of the type's width can hold the number.
 bool integer_fits(const Type& type, Integer number) {
   const unsigned width = static_cast<unsigned>(type.size) * 8;
   if (number.negative) return static_cast<std::int64_t>(number.bits) >= INT64_MIN >> (64 - width);
@@ -38,7 +38,7 @@ std::string shown(const cJSON* json) {
 bool integer_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   Integer number;
   if (cJSON_IsString(json) && type.size == sizeof(void*) && !json_to_integer(json, number)) {
-    // A number that carries an address, where the address of a text is wanted.
+    // An integer as wide as an address, which here is that of a text.
     const char* text = keep_text(json->valuestring);
     std::memcpy(value, &text, sizeof text);
     return true;
@@ -47,7 +47,7 @@ bool integer_from_json(const Type& type, const cJSON* json, void* value, std::st
     ret_error = shown(json) + " is not a whole number";
     return false;
   }
-  // A word takes wider numbers, so that one case fits sets of any pointer width.
+  // A word may be wider than an address, so that one case fits sets of any pointer width.
   if (type.shape != Shape::kWord && !integer_fits(type, number)) {
     ret_error = shown(json) + " does not fit " + std::to_string(type.size * 8) + " bits";
     return false;
@@ -155,7 +155,7 @@ cJSON* value_to_json(const Type& type, const void* value) {
 cJSON* text_to_json(const char* text, std::size_t size) {
   if (text == nullptr) return cJSON_CreateNull();
   const std::size_t length = strnlen(text, size);
-  // Without its terminator a text could not be written back as it was.
+  // As a text, it would get a terminator when it is written back.
   return length == size ? json_bytes({text, length}) : json_text({text, length});
 }
 
@@ -301,7 +301,7 @@ cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::siz
   return nullptr;
 }
 
-// Without memory the item id is not known either, and any item's record will do.
+// Without memory the item id is unknown as well; then JSON may fit the record of any item.
 static bool item_from_json(const cJSON* json, void* memory, std::size_t item_id, std::string& ret_error) {
   if (memory == nullptr) {
     if (std::any_of(items().begin(), items().end(),
