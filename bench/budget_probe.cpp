@@ -134,7 +134,8 @@ static constexpr Operation kOperations[] = {
     {"fetch", notify_single, fetch_single, 100},
 };
 
-// callgrind is told these names: it counts within the first, and writes its counts after each call of the second.
+// budgets.py gives callgrind these names: it counts within the first, and writes its counts after each call of the
+// second.
 extern "C" {
 [[gnu::noinline]] void budget_operate(void (*operate)()) {
   operate();

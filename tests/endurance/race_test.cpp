@@ -1,5 +1,5 @@
 // Requests, notifications, subscribing and fetching at once, for DTV_RACE_SECONDS (5): every text that comes out is
-// whole and is the right one, requests exclude each other, and no thread gets stuck. Silent under the thread sanitizer.
+// whole and right, requests exclude each other, and no thread gets stuck. The thread sanitizer reports nothing.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -31,7 +31,7 @@ constexpr int kLevels[] = {17, 5, 6};                 // at the start, and as th
 constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";  // subscribed and unsubscribed all the time
 constexpr char kPlayerItem[] = R"({"TYPE":1,"TAG":2,"ARG1":3,"ARG2":4,"ARG3":5,"ARG4":6})";
 
-// Hosts poll with a pause.
+// Threads that fetch pause, as hosts do.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
 // What the threads found wrong, each finding once.
@@ -46,7 +46,7 @@ void check(Findings& findings, bool right, const std::string& what) {
   if (findings.texts.size() < 20) findings.texts.insert(what);
 }
 
-// The log line of every broken request is not what this looks at.
+// Discards standard output: the log has a line for each broken request.
 struct SilentOutput {
   int output = dup(STDOUT_FILENO);
   SilentOutput() { turn_to(open("/dev/null", O_WRONLY | O_CLOEXEC)); }
@@ -198,7 +198,7 @@ TEST(Race, EverythingAtOnce) {
   const auto set = [&](int value) {
     check(findings, set_volume(plugin, value) == 0, "set fails");
     const INT32 volume = platform.volume;
-    check(findings, std::ranges::count(kLevels, volume) == 1, "the platform was told " + std::to_string(volume));
+    check(findings, std::ranges::count(kLevels, volume) == 1, "the platform received " + std::to_string(volume));
   };
   const auto raise_single = [&] { raise_volume(++level); };
   const auto raise_queued = [&](const char* label, unsigned& port) {

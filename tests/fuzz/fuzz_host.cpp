@@ -191,7 +191,7 @@ static void check_against_library(std::string_view text) {
   std::string wrong;
   const bool whole = json_is_whole(text, &wrong);
   require(whole == !failure, "a text is whole where the library reads it", text);
-  require(whole == wrong.empty(), "what is not whole is told why", text);
+  require(whole == wrong.empty(), "a text that is not whole comes with a reason", text);
   if (!whole) return;
   std::string_view rest = text;
   std::size_t count = 0;
@@ -493,7 +493,7 @@ static void clients(Bytes& bytes) {
         const bool replies_wait = !replies.empty();
         bool has_replies = !replies_wait;
         const std::string chunk = outbox_take(outbox, has_replies);
-        require(has_replies == replies_wait, "a chunk with replies is told from one without");
+        require(has_replies == replies_wait, "a chunk says whether it has replies");
         std::string_view frames = chunk;
         while (!frames.empty()) {
           const std::string text = take_frame(frames);

@@ -296,7 +296,7 @@ static void operate(Bytes& bytes) {
     default:
       return call(bytes, take_function(bytes));
   }
-  require((ret == 0) == !error, "a failure is told, a success is silent", error ? error : "");
+  require((ret == 0) == !error, "a failure has a message, a success has none", error ? error : "");
   free(error);
 }
 

@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Below the fuzzer's own limit, so that it is told what took so long.
+// Below the fuzzer's own limit, so that the message says what took so long.
 static constexpr milliseconds kEnd{15'000};
 static constexpr milliseconds kReply{5'000};
 // What the server waits for a client that is due to send or to read.
@@ -146,7 +146,7 @@ static int connect_one(bool slow) {
   if (slow) {
     const int few_bytes = 2048;
     setsockopt(made, SOL_SOCKET, SO_RCVBUF, &few_bytes, sizeof few_bytes);
-    // Segments that fit into what is left of the buffer: the system waits a fifth of a second before each other one.
+    // Segments that fit into the rest of the buffer: the system waits a fifth of a second before any other.
     const int small_segment = 512;
     setsockopt(made, IPPROTO_TCP, TCP_MAXSEG, &small_segment, sizeof small_segment);
   }
@@ -167,7 +167,7 @@ static int connect_one(bool slow) {
   return made;
 }
 
-// Reads what is there.
+// Reads the bytes that have arrived.
 static void read_some(Line& line) {
   static std::array<char, 65536> buffer;
   while (!line.ended) {
@@ -213,7 +213,7 @@ static void send_some(Line& line, std::size_t bytes) {
       line.broken = true;
       break;
     }
-    require(steady_clock::now() < end, "the server reads from who reads");
+    require(steady_clock::now() < end, "the server reads from a client that reads");
     for (Line& other : lines) read_some(other);
     pollfd waiting{.fd = line.socket, .events = POLLIN | POLLOUT, .revents = 0};
     poll(&waiting, 1, 50);
@@ -277,7 +277,7 @@ static void check_answers(const Line& line) {
     const bool refused = answer.status == 503 || (answer.status >= 400 && answer.status <= 431 && answer.status != 422);
     check_marked(wanted.marked, !refused, answer.status == 200, answer.body);
   }
-  require(received.continues <= script.continues, "only who asks is told to go on");
+  require(received.continues <= script.continues, "100 answers only a request that expects it");
 }
 
 static void check_replies(const Line& line) {
@@ -338,7 +338,7 @@ static void play(Bytes& bytes) {
 }
 
 static void end_lines() {
-  read_until(lines, kEnd, "what was asked for is answered in time",
+  read_until(lines, kEnd, "requests are answered in time",
              [] { return std::ranges::all_of(lines, has_all) || lines.empty(); });
   for (const Line& line : lines)
     if (!line.script.waits) shutdown(line.socket, SHUT_WR);

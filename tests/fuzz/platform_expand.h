@@ -4,9 +4,9 @@
 //     #include "platform_expand.h"
 //     #include "tvapi/all.h"        // records and definitions
 //
-// What a platform may do with each form of parameter is said below, under "What a function does with its parameters"
-// and "What a callback's arguments are". A form that has no rule there, and a record that is not described, do not
-// compile.
+// What a platform may do with each form of parameter is described below, under "What a function does with its
+// parameters" and "What a callback's arguments are". A form that has no rule there, and a record that is not described,
+// do not compile.
 #pragma once
 
 #include <cstring>
@@ -214,7 +214,7 @@ T word_tag(std::uintptr_t word) {
 // --- What a callback's arguments are ---
 
 // Count values, or null when there are few. A count by value may be anything up to what a platform has memory for,
-// a negative one stands for none; room that is given by address is kept to.
+// a negative one counts as 0; a size that is given by address is not exceeded.
 template <typename T>
 T* answer_array(auto&& count, const auto& allocate) {
   using Count = std::remove_reference_t<decltype(count)>;

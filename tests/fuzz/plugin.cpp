@@ -38,7 +38,7 @@ static std::size_t member_size(const cJSON* object, const char* key) {
 
 // --- Start and tables ---
 
-// The JSON text of a value; empty for null, which stands for a member that is not there.
+// The JSON text of a value; empty for null, which is a missing member.
 static std::string print(const cJSON* value) {
   if (!value || cJSON_IsNull(value)) return {};
   const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(value), cJSON_free);
@@ -209,7 +209,7 @@ static Tables read_tables() {
 
 static int wanted_log_level;
 
-// Stands in for the level file alone. Linked with --wrap=fopen.
+// Opens a made-up level file; every other file is opened as usual. Linked with --wrap=fopen.
 extern "C" FILE* __real_fopen(const char* path, const char* mode);
 extern "C" FILE* __wrap_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode) {
@@ -417,7 +417,7 @@ bool take_uri(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>
 static constexpr std::size_t kKeptUri = 255;  // characters of a subscribed URI that are kept
 
 void subscribe(Subscriptions& subscriptions, const char* uri) {
-  require(a_dtv_jsp_add_listener_buffer(uri) == (uri ? 0 : -1), "a subscription succeeds but for null");
+  require(a_dtv_jsp_add_listener_buffer(uri) == (uri ? 0 : -1), "a subscription fails only for null");
   if (!uri || !*uri) return;
   const std::string text = uri;
   std::vector<int>& counts = subscriptions.counts[text.substr(0, kKeptUri)];
@@ -428,7 +428,7 @@ void subscribe(Subscriptions& subscriptions, const char* uri) {
 }
 
 void unsubscribe(Subscriptions& subscriptions, const char* uri) {
-  require(a_dtv_jsp_remove_listener_buffer(uri) == (uri ? 0 : -1), "an unsubscription succeeds but for null");
+  require(a_dtv_jsp_remove_listener_buffer(uri) == (uri ? 0 : -1), "an unsubscription fails only for null");
   const auto found = subscriptions.counts.find(uri ? uri : "");
   if (found == subscriptions.counts.end() || found->second.empty()) return;
   if (--found->second.back() == 0) found->second.pop_back();

@@ -206,7 +206,7 @@ void take_page(Maker& maker, Request& request) {
       {"OPTIONS", "*", {204}},
       {"OPTIONS", kWireUri, {204}},
   };
-  // What has no body though it has a length is told by the request before it alone, which may be spoiled.
+  // Only the request says that its answer has a length but no body, and the request may be damaged.
   const Row& row = kRows[take_below(maker.bytes, std::size(kRows))];
   const bool to_head = row.method == "HEAD" && !maker.script.doubtful;
   request.method = to_head || row.method != "HEAD" ? row.method : "GET";
@@ -251,7 +251,7 @@ bool take_upgrade(Maker& maker, Request& request) {
   return request.wanted.statuses[0] == 101;
 }
 
-// Headers that do not change what is asked for. Those about the connection's end are for requests that may decide it.
+// Headers that do not change the request. Those about the connection's end are for requests that may end it.
 void take_headers(Maker& maker, Request& request, bool decides) {
   for (std::size_t more = take_below(maker.bytes, 4); more > 0; --more) {
     switch (take_below(maker.bytes, 8)) {
@@ -265,7 +265,8 @@ void take_headers(Maker& maker, Request& request, bool decides) {
         if (!request.has_body || request.version != "HTTP/1.1") break;
         request.headers.emplace_back("Expect: 100-continue");
         ++maker.script.continues;
-        // Whose path takes no body is told so in place of a word to go on, and the body is not waited for.
+        // Where the path takes no body, the answer says so in place of a 100, and the server does not wait for the
+        // body.
         if (request.wanted.statuses[0] == 404 || request.wanted.statuses[0] == 405) request.closes = true;
         break;
       case 3:

@@ -79,7 +79,7 @@ bool read_answer(Received& received, const Script& script) {
   const Head head = read_head(std::string_view(received.rest).substr(0, end + 2));
   std::size_t length = body_length(head);
   const std::size_t number = received.answers.size();
-  // Whose headers do not end in time is told so with a body, since its method is not known.
+  // When the headers do not end in time, the answer has a body, since the method is unknown.
   const bool to_head =
       !script.doubtful && number < script.answers.size() && script.answers[number].to_head && head.status != 408;
   const std::string_view behind = std::string_view(received.rest).substr(end + 4);

@@ -1,6 +1,6 @@
-// What stands behind the server that fuzz_wire talks to: a plugin and a television that are quick, and that do what a
-// request's parameter says. Every request of the fuzzer carries a mark of its own, which its answer repeats and which
-// tells afterwards whether, and how often, it was carried out.
+// The plugin and the television behind the server that fuzz_wire tests: both are quick and do what a request's
+// parameter says. Every request has a mark of its own, which the answer repeats, and by which the test knows afterwards
+// how often the request was carried out.
 #pragma once
 
 #include <cstddef>

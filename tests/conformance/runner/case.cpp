@@ -89,7 +89,7 @@ constexpr Member kCaseMembers[] = {
     {"libraries", Value::kObject}, {"start", Value::kFlag},   {"platform", Value::kArray},
     {"steps", Value::kArray},      {"calls", Value::kArray},  {"word_bits", Value::kWordBits}};
 
-// What every step may check.
+// The checks that every step may have.
 constexpr Member kGeneralChecks[] = {{"calls", Value::kArray}, {"log", Value::kTexts},     {"log_has", Value::kTexts},
                                      {"err", Value::kTexts},   {"err_has", Value::kTexts}, {"device", Value::kText}};
 

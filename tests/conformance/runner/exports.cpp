@@ -13,7 +13,7 @@
 namespace runner {
 namespace {
 
-// Every untyped record pointer has this much behind it, since a function may fill a larger record than was given.
+// The bytes behind every untyped pointer to a record, since a function may fill a larger record than the case gives.
 constexpr std::size_t kRecordRoom = 65536;
 
 template <class T>
@@ -60,7 +60,7 @@ struct Caller<Result (*)(Args...)> {
       return 0;
     } else if constexpr (std::is_pointer_v<Result>) {
       const Result result = typed(passed<Args>(arguments[I])...);
-      // What is not constant was allocated for the caller.
+      // A result that is not constant was allocated for the caller.
       if constexpr (!std::is_const_v<std::remove_pointer_t<Result>>) std::free(result);
       return result == nullptr ? 0 : 1;
     } else {
@@ -128,7 +128,7 @@ bool make_buffer(const cJSON* json, Argument& argument, std::string& ret_error) 
     ret_error = R"(a buffer is {"buffer": size}, with a size from 1 on)";
     return false;
   }
-  // Of exactly that size, so that an address sanitizer sees a write behind it.
+  // Exactly as large, so that an address sanitizer sees a write beyond the end.
   argument.buffer = std::vector<char>(static_cast<std::size_t>(size->valuedouble));
   argument.bits = address_bits(argument.buffer.data());
   return true;
@@ -139,7 +139,7 @@ bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, A
   if (json == nullptr || cJSON_IsNull(json)) return true;
   const bool is_buffer = cJSON_GetObjectItemCaseSensitive(json, "buffer") != nullptr && cJSON_IsObject(json);
   if (kind.form == ArgumentKind::kNumber) return tap::value_from_json(*kind.type, json, &argument.bits, ret_error);
-  // 0 is a null pointer; another number is an address that the function only looks at as a number.
+  // 0 is a null pointer; another number is an address that the function uses as a number only.
   if (cJSON_IsNumber(json) && kind.form != ArgumentKind::kVariable)
     return tap::value_from_json(tap::type_of<std::uintptr_t>, json, &argument.bits, ret_error);
   if (is_buffer && kind.form != ArgumentKind::kText && kind.form != ArgumentKind::kFunction) {
@@ -191,13 +191,13 @@ std::size_t memory_size(const Argument& argument) {
   return argument.text.size() + 1;
 }
 
-// One argument afterwards; empty when it is as expected.
+// Compares one argument after the call; empty when it is as expected.
 std::string compare_argument(const ArgumentKind& kind, const Argument& argument, const cJSON* expected,
                              bool check_only) {
   if (kind.form == ArgumentKind::kNumber || kind.form == ArgumentKind::kFunction)
     return "is passed by value and cannot change";
   const char* memory = memory_of(argument);
-  if (memory == nullptr) return "was null, so that nothing can stand there afterwards";
+  if (memory == nullptr) return "was null, so that nothing can be there afterwards";
   tap::Json came;
   tap::Json wanted(cJSON_Duplicate(expected, 1));
   std::string bytes;
@@ -219,7 +219,7 @@ std::string compare_argument(const ArgumentKind& kind, const Argument& argument,
     came.reset(tap::value_to_json(*type, memory));
   }
   if (check_only || tap::json_matches(wanted.get(), came.get())) return {};
-  // Only the fields that were asked for are shown.
+  // Only the fields that the case names.
   if (cJSON_IsObject(wanted.get()) && cJSON_IsObject(came.get())) {
     tap::Json shown(cJSON_CreateObject());
     const cJSON* member = nullptr;

@@ -26,7 +26,7 @@ struct ArgumentKind {
 };
 
 struct Argument {
-  std::uint64_t bits = 0;              // as it is passed
+  std::uint64_t bits = 0;              // the value to pass
   std::vector<std::uint64_t> backing;  // what it points at, where that has room for any record
   std::vector<char> buffer;            // what it points at, where the case gave the size
   std::string text;
@@ -48,8 +48,8 @@ const Export* find_export(std::string_view name);
 bool make_arguments(const Export& exported, const cJSON* in, void* library, std::vector<Argument>& ret_arguments,
                     std::string& ret_error);
 
-// Compares the arguments afterwards with "after" and gives what differs; empty when nothing does. With check_only
-// nothing is compared, but "after" must fit the function and "in".
+// Compares the arguments after the call with "after". Returns the differences; empty when there are none. With
+// check_only nothing is compared, but "after" must fit the function and "in".
 std::string compare_after(const Export& exported, const std::vector<Argument>& arguments, const cJSON* after,
                           bool check_only);
 

@@ -1,5 +1,5 @@
-// The language library of a case. Its texts stand behind the library's own bytes in its file, as the runner wrote them:
-// id, 0, text, 0 for each, then the length of all that in 8 bytes (least significant first) and kLanguageMark.
+// The language library of a case. The runner appends the texts to the library's file: id, 0, text, 0 for each, then
+// their length in 8 bytes (least significant first), then kLanguageMark.
 #include <dlfcn.h>
 
 #include <cstdint>

@@ -35,7 +35,7 @@ bool line_matches(std::string_view expected, std::string_view line) {
       line.remove_prefix(1);
       continue;
     }
-    // A '#' may also stand for itself, where a text of the request comes back.
+    // A '#' may also be just that character, where a text of the request is printed.
     if (!line.empty() && line.front() == '#' && line_matches(expected.substr(1), line.substr(1))) return true;
     std::size_t digits = 0;
     while (digits < line.size() && line[digits] >= '0' && line[digits] <= '9') ++digits;

@@ -10,9 +10,9 @@ namespace runner {
 namespace {
 
 constexpr std::size_t kLongestText = 64 << 20;  // bytes
-constexpr int kDeepestName = 8;                 // values that use names whose values use names, and so on
+constexpr int kDeepestName = 8;                 // names within the values of names, and so on
 
-// In what follows, depth is how many names lead to the place.
+// depth: how many names have been replaced on the way here.
 bool append_value(std::string_view value, Scope& scope, int depth, std::string& json, std::string& ret_error);
 bool append_text(std::string_view text, Scope& scope, int depth, std::string& json, std::string& ret_error);
 
@@ -100,7 +100,7 @@ bool append_named(std::string_view name, Scope& scope, int depth, std::string& j
     names.push_back(known.name);
     if (known.name != name) continue;
     if (depth == kDeepestName) {
-      ret_error = in_quotes(name) + " stands for itself";
+      ret_error = in_quotes(name) + " is used in its own value";
       return false;
     }
     known.is_used = true;

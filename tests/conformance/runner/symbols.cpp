@@ -17,7 +17,7 @@ struct Symbol {
   int value;
 };
 
-// No name occurs twice: rows and item types have enumerators of these names, and no row's name begins with "TYPE_".
+// No name occurs twice: each is an enumerator, and no row's name begins with "TYPE_".
 constexpr Symbol kSymbols[] = {
 #define TVC_URI(group, record, name, uri, type) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
 #define TVC_NAME(group, record, name) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
@@ -47,7 +47,7 @@ bool is_decimal(std::string_view digits) {
   return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// Appends a number, or the number that a name stands for.
+// Appends a number, or the number of a name.
 bool append_number(std::string_view value, std::string& json, std::string& ret_error) {
   if (!raw_is_text(value) || is_decimal(raw_content(value))) {
     json.append(value);

@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t kLongestRowShown = 100;   // bytes
 constexpr std::size_t kLongestRange = 1000000;  // rows
 
-// "a, b" as its names.
+// Splits "a, b" into names.
 std::vector<std::string_view> split_names(std::string_view text) {
   std::vector<std::string_view> names;
   for (bool more = true; more;) {

@@ -1,4 +1,4 @@
-// The description of made-up types whose rows say what few real ones do.
+// The description of made-up types, with what few real rows have.
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -172,7 +172,7 @@ constexpr Field kOperationFields[] = {
     {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kResponse},
 };
 
-// By its name; null where a request names none; by its number where no request can name it.
+// An operation is described by its name; by null where a request has none, by its number where no request can name it.
 TEST(DescribeForm, MembersOfOneOperationNameIt) {
   EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = kOperationFields}),
             R"({"query":[{"key":"operator","kind":"text",)"

@@ -1,4 +1,4 @@
-// The functions that walk a handler's rows, with made-up handlers; and the rows of the handlers that there are.
+// The functions that walk a handler's rows, with made-up handlers; and the rows of the real handlers.
 #include "tvctl_common/handler.h"
 
 #include <algorithm>
@@ -231,8 +231,8 @@ TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
   }
 }
 
-// A failure is logged under a name of its own. Three functions serve several records: the events near now are read as
-// any other event is, once the platform has named them; one function lists the library, and one drives a player.
+// Each function logs a failure under its own name. Three functions serve several records: events near now are read as
+// any other once the platform has named them, one function lists the library, and one drives a player.
 TEST(Handlers, OperationsAreNamedOnce) {
   std::map<std::string, int> rows_of;
   for (const Handler* const each : handlers()) {

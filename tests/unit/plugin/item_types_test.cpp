@@ -107,7 +107,7 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
         << where << "." << field.key << " would have to be escaped";
     for (const FlatField& before : std::span(rows).first(static_cast<std::size_t>(&field - rows.data())))
       if (takes_part(before) && can_meet(field, before, decoded))
-        EXPECT_TRUE(is_conditional(field) && is_conditional(before)) << where << "." << field.key << " stands twice";
+        EXPECT_TRUE(is_conditional(field) && is_conditional(before)) << where << "." << field.key << " occurs twice";
     check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
@@ -229,7 +229,7 @@ TEST(ItemTypes, NotificationRulesFitTheirForm) {
   }
 }
 
-// Types that trace no text are named only when there is no memory, which no conformance case can bring about.
+// The names of types that trace no text are logged only when memory runs out, which no conformance case can cause.
 TEST(ItemTypes, NotificationsThatTraceNoTextAreNamedWithoutMemory) {
   constexpr auto kBase = "_json_print_base_type_notify";
   const std::map<int, std::string> names = {
@@ -324,7 +324,7 @@ TEST(Content, SharedBufferHoldsEveryRegisteredRecord) {
   EXPECT_EQ(tv_ctrl_malloc_content_max(nullptr), nullptr);
 }
 
-// What is printed when the parameters of a type cannot be decoded, for want of them.
+// What is printed when a type's parameter is missing.
 TEST(ItemTypes, TheMessageOfAFailedDecodingNamesTheType) {
   const struct {
     UINT8 type;

@@ -1,6 +1,6 @@
 // The check before dlopen, on a built language library: intact, truncated at every kind of place, with falsified
-// headers; and on files that are no library. Where a wrong result would kill or block the process, a child process
-// tries it.
+// headers; and on files that are not libraries. Where a wrong result would kill or block the process, a child process
+// runs the check.
 #include "tvctl_common/library_check.h"
 
 #include <dlfcn.h>

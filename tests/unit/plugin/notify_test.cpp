@@ -223,7 +223,7 @@ TEST_P(NotifyQueued, UnusableTextIsToldAndKept) {
   for (const auto& [pending, message] : rows) {
     poke_pending(GetParam().uri, pending);
     EXPECT_EQ(printed_by(raise), message) << pending;
-    // Only the player starts anew; everywhere else the notification is dropped.
+    // Only the player's text starts again; everywhere else the notification is dropped.
     EXPECT_EQ(fetch(GetParam().uri), GetParam().type == TYPE_CBROWSER_PB_NOTIFY ? fresh() : pending) << pending;
   }
 }

@@ -73,7 +73,7 @@ TEST(Operators, AreFoundByTheirWordInAnyCase) {
   }
 }
 
-// Any other text gives 0, so that no text reaches the operator without a word.
+// Any other text gives 0. So no text reaches the operator that has no word.
 TEST(Operators, AreReachedByNothingButTheirWord) {
   std::set<std::string> words;
   for (const Operator& row : kOperators) words.insert(in_capitals(row.word));

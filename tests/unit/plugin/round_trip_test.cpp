@@ -198,7 +198,7 @@ void add_member(cJSON* object, const Field& field, cJSON* value) {
     cJSON_AddItemToObject(object, field.key.data(), value);
     return;
   }
-  EXPECT_TRUE(cJSON_Compare(before, value, true)) << field.key << " stands for two values";
+  EXPECT_TRUE(cJSON_Compare(before, value, true)) << field.key << " is the name of two values";
   cJSON_Delete(value);
 }
 
@@ -226,7 +226,7 @@ cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, con
   return object;
 }
 
-// The URIs whose requests the rows tell apart; 0 stands for all others.
+// The URIs for which rows have conditions; 0 is any other URI.
 std::set<UINT16> uris_of(const ItemType& item) {
   std::set<UINT16> uris = {0};
   for (const FlatField& field : flat(item.fields)) uris.insert(field.uri);

@@ -38,7 +38,7 @@ struct Row {
   T value;
 };
 
-// Decodes each row's value into a destination that held something else, and looks at its trace.
+// Decodes each row's value into a destination with another value, and checks the trace.
 template <typename T, std::size_t N>
 void expect_rows(const Decoder<T>& decoder, const Row<T> (&rows)[N]) {
   set_log_level(2);
@@ -207,7 +207,7 @@ constexpr Row<UINT64> kUslonglongRows[] = {
 };
 TEST_F(Scalar, Uslonglong) { expect_rows(kUslonglong, kUslonglongRows); }
 
-// What every decoder does without a value: the destination stays, and each level prints its messages.
+// Without a value every decoder leaves the destination as it is, and prints the messages of the log level.
 template <typename T>
 void expect_absence(const Decoder<T>& decoder) {
   const Json object = parse_json(R"({"key":1,"KEY ":2,"KE":3})");

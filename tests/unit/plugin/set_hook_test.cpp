@@ -1,4 +1,4 @@
-// What a set tells the response hook and the handler, and item types that no registry row has so far.
+// What the response hook and the handler receive from a set, also for item types that no registry row has.
 #include <cstring>
 #include <set>
 #include <string>
@@ -179,7 +179,7 @@ TEST_F(SetHook, SetOfTwoTypesIsCarriedOutTwice) {
       return result;
     };
     EXPECT_EQ(set(made_up_uri(TYPE_UPDATE_EPG), request("SET", R"("operation":1,"CH_ID":9)")), second);
-    EXPECT_EQ(numbers, (std::vector<INT32>{1, 9})) << "the channel stands where the operation stood";
+    EXPECT_EQ(numbers, (std::vector<INT32>{1, 9})) << "the channel is where the operation was";
     EXPECT_EQ(hook_statuses(), (Statuses{first ? VEX_SET_FAIL : VEX_OK, second ? VEX_SET_FAIL : VEX_OK}));
   }
 }

@@ -29,7 +29,7 @@ std::map<UINT8, const ItemType*> made_up_types;
 thread_local std::size_t calloc_size;
 std::atomic<int> opened;
 
-// State of the memory watch; `watching` is looked at by every thread, the rest only while it is true.
+// State of the memory watch. Every thread reads `watching`; the rest is used only while it is true.
 bool watching;
 int fail_at, allocation_count;
 bool fails_for_good;

@@ -1,4 +1,4 @@
-// What two threads that fetch get of one that notifies. Everything at once is tests/endurance/race_test.cpp.
+// Two threads fetch what a third notifies. tests/endurance/race_test.cpp does everything at once.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -17,7 +17,7 @@ namespace {
 constexpr char kVolumeNotify[] = "/tv/ws/notify/volume_ctrl";
 constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";
 
-// Hosts poll with a pause. Without one, readers would keep the lock from the notifications, which write.
+// Fetching threads pause, as hosts do. Without it, readers would keep the lock from the notifications, which write.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
 // Waits until the fetching threads have taken so many. Returns false when they do not within a minute.
@@ -79,7 +79,8 @@ TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
   EXPECT_EQ(all, expected);
 }
 
-// Not awaited: a newer text may replace an older, but none comes twice, none is torn and the last one is not lost.
+// The notifying thread does not wait: a newer text may replace an older, but none comes twice, none is torn, and the
+// last is not lost.
 TEST_F(Threads, TheLastTextIsNotLost) {
   a_dtv_jsp_add_listener_buffer(kVolumeNotify);
   constexpr int kNotifications = 20000;
