@@ -1,4 +1,4 @@
-// dtvctl with --local: the plugin and the virtual television in its own process. And what it says of wrong words.
+// dtvctl with --local: the plugin and the virtual television in its own process. Also its messages about wrong words.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -185,7 +185,7 @@ test('watch ends by --for, by --count, and by Ctrl-C', async (t) => {
   assert.equal((await watching.stop('SIGINT')).code, 'SIGINT');
 });
 
-test('watch: a change that changes nothing is not told of', async (t) => {
+test('watch: a set to the same value is not notified', async (t) => {
   const { code, stdout } = await local(stateFolder(t), 'watch', volumeNotify, '--', 'tv', 'volume', '20');
   assert.equal(code, 0);
   assert.equal(stdout, '');
@@ -292,7 +292,7 @@ test('a pipe that nobody reads ends quietly', async (t) => {
   }
 });
 
-test('tv: the words go to the virtual television as they stand', async (t) => {
+test('tv: the words go to the virtual television unchanged', async (t) => {
   const folder = stateFolder(t);
   assert.equal(await done(local(folder, '--json', 'tv', 'volume', '42')), '{"volume":42,"mute":false}\n');
   assert.equal(await done(local(folder, 'tv', 'mute', 'on')), 'volume  42\nmute    true\n');

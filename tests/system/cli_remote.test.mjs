@@ -1,4 +1,4 @@
-// dtvctl against a host that is played: what is sent, and what becomes of answers right and wrong.
+// dtvctl against a made-up host: what it sends, and what it does with right and wrong answers.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { createServer } from 'node:net';

@@ -86,7 +86,7 @@ const badChunks = {
   'a trailer that continues': `${size}\r\n${text}\r\n0\r\n X-Foo: a\r\n\r\n`,
   'a control character in a trailer': `${size}\r\n${text}\r\n0\r\nX-Foo: \x01\r\n\r\n`,
 };
-test('chunks that are none are refused, and nothing behind them is carried out', async (t) => {
+test('invalid chunks are refused, and nothing after them is carried out', async (t) => {
   const host = await startHost(t, ['--header-time', '1', '--body-time', '1']);
   await ask(t, host, putText(host, 20));
   const rows = Object.entries(badChunks).map(([name, body]) =>
@@ -95,7 +95,7 @@ test('chunks that are none are refused, and nothing behind them is carried out',
   assert.deepEqual(failed, []);
 });
 
-test('a reply that is not read is not kept for ever', async (t) => {
+test('a reply that is not read is dropped after a time', async (t) => {
   const host = await startHost(t, ['--reply-time', '1']);
   const list = JSON.stringify({ jsonrpc: '2.0', id: 1, method: 'list' });
   const posts = `POST /jsonrpc HTTP/1.1\r\n${hostLine(host)}Content-Length: ${list.length}\r\n\r\n${list}`.repeat(400);
@@ -136,7 +136,7 @@ for (const [name, begin] of Object.entries(endless))
       assert.ok(took < 1000 * (sanitized ? 10 : 4), `${took} ms`);
       await sleep(400);
     }
-    assert.equal((await friend.call('get', { uri: volume })).ret, 0, 'who was connected stays');
+    assert.equal((await friend.call('get', { uri: volume })).ret, 0, 'an earlier connection stays');
   });
 
 test('a client with a thousand sets waiting delays the get of another by a few', async (t) => {
@@ -175,7 +175,7 @@ test('forty clients with sets waiting: another has its turn', async (t) => {
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
-test('a batch of URIs that are not known holds nobody up', async (t) => {
+test('a batch of unknown URIs delays nobody', async (t) => {
   const host = await startHost(t);
   const [asker, other] = [await connect(t, host), await connect(t, host)];
   const unknown = (_, id) => ({ jsonrpc: '2.0', id, method: 'get', params: { uri: '/tv/menu/common_setting/sys_info_on_idab' } });
@@ -243,7 +243,7 @@ async function takeAll(t, host, count) {
   return lines;
 }
 
-test('who has the token gets in when every connection is taken', async (t) => {
+test('a client with the token is served when every connection is taken', async (t) => {
   const host = await startHost(t, ['--max-connections', '4']);
   for (let i = 0; i < 4; ++i) await connect(t, host, { authorize: false });
   assert.equal((await ask(t, host, getText(host))).status, 503);
@@ -264,7 +264,7 @@ test('dtvctl clears a fault while clients with gets that hang have every connect
   for (const line of lines) line.socket.destroy();
 });
 
-test('connections beyond the maximum that come at once are each told so', async (t) => {
+test('connections beyond the maximum that come at once each get a 503', async (t) => {
   const host = await startHost(t, ['--max-connections', '4']);
   for (let i = 0; i < 4; ++i) await connect(t, host);
   const dialled = await Promise.all(Array.from({ length: 20 }, () => talk(t, host)));

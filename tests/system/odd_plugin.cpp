@@ -1,4 +1,4 @@
-// A plugin that answers what no plugin should, for the tests of the host: cut and broken texts, a start-up that fails.
+// A plugin for the tests of the host that answers what no plugin should: cut and broken texts, a start-up that fails.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// What is pending for the listener of /odd/notify; given once.
+// Whether a text is pending for the listener of /odd/notify, which gets it once.
 bool pending = false;
 
 struct OddRow {

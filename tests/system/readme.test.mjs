@@ -1,5 +1,5 @@
-// Does what README.md says, in its order, as a reader would: its code blocks are run as they stand there, but for the
-// address and the build folder. What this test does not know how to run fails.
+// Does what README.md says, in its order, as a reader would: it runs the code blocks as written, except for the address and
+// the build folder. A block that this test cannot run fails it.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -16,7 +16,7 @@ const blocks = [...readme.matchAll(/^```(\w*)\n(.*?)^```$/gms)].map(([whole, lan
   line: readme.slice(0, readme.indexOf(whole)).split('\n').length,
 }));
 
-// Where the host listens unless it is told otherwise: what a reader types.
+// Where the host listens by default, which is the address that a reader types.
 async function defaultAddress() {
   const { stdout } = await run(dtvHost, ['--help']);
   return /--listen ADDR:PORT .*\(default (\S+?);/.exec(stdout)[1];
@@ -31,7 +31,7 @@ async function shell(reader, line) {
 
 const read = (reader, uri) => reader.client.call('get', { uri });
 
-// Whether watch has subscribed cannot be seen from outside: the remote control is used until watch tells of it.
+// Whether watch has subscribed cannot be seen from outside: this sets one volume after the other until watch prints it.
 async function subscribed(reader, watching) {
   for (let value = 40; value < 90; ++value) {
     await reader.client.call('tv', { words: ['volume', String(value)] });
