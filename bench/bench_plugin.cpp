@@ -48,7 +48,7 @@ INT32 a_vextvapi_channellist_get_current_channel(UINT16* svl_id, SVL_REC_T* svl_
   return 0;
 }
 
-// Its title is the longest that there is.
+// Its title has the longest length.
 static constexpr VEXTVAPI_EVENT_GENERAL_INFO_T kEvent = [] {
   VEXTVAPI_EVENT_GENERAL_INFO_T info = {};
   info.svl_id = 1;
@@ -196,7 +196,7 @@ static void ours_append_channels() {
   for (int i = 0; i < kAppended; ++i) ours_notify_channel();
 }
 
-// Servers of the home network: the one notification of which a hundred can be pending.
+// Servers of the home network: the only notification that can be pending a hundred times.
 static UINT16 server_event_id;
 static void ours_notify_servers(int count) {
   T_DLNA_DMS_NOTIFY notify = {};
@@ -227,7 +227,7 @@ static double median(std::vector<double> values) {
   return *middle;
 }
 
-// What reading the clock twice costs.
+// The time of two readings of the clock.
 static double clock_cost() {
   std::vector<double> costs(10001);
   for (double& cost : costs) {
@@ -287,7 +287,7 @@ static constexpr Operation kOperations[] = {
      {ours_start_channels, ours_append_channels},
      {floor_start_channels, floor_append_channels},
      kAppended},
-    // Behind a hundred, beside the same behind one.
+    // With a hundred pending, beside the same with one pending.
     {"notify_behind_100",
      5,
      {ours_fill_servers, ours_append_servers},
@@ -297,10 +297,10 @@ static constexpr Operation kOperations[] = {
     {"fetch_nothing", 1000, {nullptr, ours_fetch}, {nullptr, floor_fetch}},
 };
 
-// Repetitions are short, so that on a busy machine most of them pass undisturbed and the median is one of those.
+// Repetitions are short, so that even on a busy machine most are undisturbed, the median among them.
 static constexpr int kRepetitions = 501;
 
-// Both sides must make the same text, else they are not comparable.
+// Plugin and floor must make the same text, or else the comparison is worthless.
 static bool same_text(const char* what, void (*ours)(), void (*floor)()) {
   memset(host_buffer, 0, sizeof host_buffer);
   ours();

@@ -1,5 +1,5 @@
-// Loads the shipped library as a set's server does and tells what it takes of this machine, one JSON line per figure.
-// budgets.py runs it, natively, in an emulator and under callgrind; docs/budgets.md says what the figures are.
+// Loads the shipped library as a set's server does and measures what it uses, one JSON line per figure. budgets.py runs
+// this natively, in an emulator and under callgrind; docs/budgets.md explains the figures.
 //
 //   budget_probe LIBRARY operations   heap after start-up; heap allocations of each operation
 //   budget_probe LIBRARY stack        stack of a get, a set and a notification
@@ -41,7 +41,7 @@ static constexpr int kQueued = 9;  // notifications that are pending when the me
 
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 
-// A handle: detection runs, and what needs it does all its work.
+// A handle: detection runs, so that requests that need it do all their work.
 UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
 
 // The log level comes from the mode, not from this machine's file.
@@ -73,7 +73,7 @@ static decltype(&a_dtv_jsp_add_listener_buffer) subscribe;
 static decltype(&a_dtv_jsp_get_listener_buffer) fetch;
 static decltype(&tv_ctrl_notify_content) notify;
 
-// The library under a path that is equally long wherever it is, since the loader keeps its path on the heap.
+// The library's path, equally long wherever the library is, since the loader keeps it on the heap.
 static constexpr int kLibraryFile = 100;
 static constexpr const char* kLibraryPath = "/proc/self/fd/100";
 
@@ -81,7 +81,7 @@ static void start() {
   library = dlopen(kLibraryPath, RTLD_NOW);
   if (!library) give_up("dlopen", dlerror());
   const auto init_res = reinterpret_cast<decltype(&a_dtv_jsp_init_res)>(dlsym(library, "a_dtv_jsp_init_res"));
-  if (!init_res) return;  // the empty library of which the floor is made
+  if (!init_res) return;  // the empty library of the floor
   init_res();
   PLUGIN(a_dtv_jsp_init)();
 }
@@ -159,7 +159,7 @@ extern "C" {
 
 static int report_file;  // standard output as it was; the plugin's log goes nowhere
 
-// at: what the figure was measured with, where a search found it.
+// at: the request or notification with this figure, where a search found it.
 static void report(const std::string& name, std::size_t value, const std::string& at = "") {
   dprintf(report_file, "{\"name\":\"%s\",\"value\":%zu,\"at\":\"%s\"}\n", name.c_str(), value, at.c_str());
 }
@@ -258,7 +258,7 @@ static void try_get(Deepest& deepest, const char* uri, const cJSON* type) {
   });
 }
 
-// Every set, and the words that the URI does not take.
+// Every set, with the right request words and the wrong ones.
 static void try_set(Deepest& deepest, const char* uri, const cJSON* type) {
   const cJSON* const settable = cJSON_GetObjectItemCaseSensitive(type, "set");
   const cJSON* const fields = cJSON_GetObjectItemCaseSensitive(settable, "fields");
@@ -280,7 +280,7 @@ static void try_notification(Deepest& deepest, const cJSON* row) {
   fetch(uri, host_buffer, sizeof host_buffer);
 }
 
-// A get whose text nests so deep.
+// A get whose text is nested depth levels deep.
 static std::string nested_get(int depth, const char* open, const char* close) {
   std::string text = R"({"PARAMETER":{"REQUEST":"GET"},"X":)";
   for (int i = 0; i < depth; ++i) text += open;
@@ -289,7 +289,7 @@ static std::string nested_get(int depth, const char* open, const char* close) {
   return text + '}';
 }
 
-// The get that nests as deep as the parser lets through.
+// The get that is nested as deep as the parser allows.
 static void try_nested(Deepest& deepest, const char* what, const char* open, const char* close) {
   const auto accepted = [&](int depth) {
     return get(kVolume, nested_get(depth, open, close).c_str(), host_buffer) == VEXTVCTRLR_OK;

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <span>
 
-// Several times what any request uses; whatever uses more hits the guard below, and the process ends.
+// Several times what any request uses; more would hit the guard page below, which ends the process.
 static constexpr std::size_t kStackSize = std::size_t{512} << 10;
 static constexpr std::size_t kGuardSize = std::size_t{64} << 10;
 static constexpr uint64_t kPaint = 0xA5'5A'C3'3C'69'96'F0'0F;

@@ -49,7 +49,7 @@ Connection websocket_connect(int port) {
 }
 
 static std::string make_frame(Opcode opcode, std::string_view content) {
-  // The mask must be there; that it is always the same one makes no difference to a server.
+  // There must be a mask; to a server it makes no difference that it is always the same.
   static constexpr unsigned char kMask[4] = {0x5A, 0xA5, 0x3C, 0xC3};
   std::string frame(1, static_cast<char>(0x80 | opcode));
   if (content.size() < 126) {

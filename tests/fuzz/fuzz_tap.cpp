@@ -315,7 +315,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Each function is scripted and replayed, and each callback raised.
+// The seeds script and replay each function, and raise each callback.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const tap::Function* function : tap::functions()) {

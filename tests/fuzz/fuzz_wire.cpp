@@ -1,8 +1,8 @@
 // Fuzzes the server over its sockets: the real one runs on threads of its own in this process, with a made-up plugin
-// behind it, and each input plays what one to four connections send, cut anywhere and interleaved. Whatever they send,
-// they end in time, what comes back has the protocols' form, and somebody else is served all the while. Of a
-// connection that is not damaged the answers are known: each request has one, what was refused is without effect, and
-// nothing of what stands behind a refusal or a close is carried out.
+// behind it, and each input is what one to four connections send, cut anywhere and interleaved. Whatever they send,
+// they end in time, the answers have the protocols' form, and another client is served all the while. For a connection
+// that is not damaged the answers are known: each request gets one, a refused request has no effect, and nothing after
+// a refusal or a close is carried out.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -35,7 +35,7 @@ using std::chrono::steady_clock;
 // Below the fuzzer's own limit, so that the message says what took so long.
 static constexpr milliseconds kEnd{15'000};
 static constexpr milliseconds kReply{5'000};
-// What the server waits for a client that is due to send or to read.
+// How long the server waits for a client that must send or read.
 static constexpr milliseconds kDeadline{200};
 static constexpr std::size_t kConnections = 12;
 
@@ -83,7 +83,7 @@ static void start_server() {
   const ServerOptions options{.policy = {.address = "127.0.0.1", .port = 0, .allowed_origins = {target.origin}},
                               .web_folder = web_folder().string(),
                               .token = target.token,
-                              .watchdog = false,  // it would end the process without the input being kept
+                              .watchdog = false,  // it would end the process before the fuzzer keeps the input
                               .limits = {.message_bytes = target.message_bytes,
                                          .connections = kConnections,
                                          .subscriptions = 2,
@@ -198,7 +198,7 @@ static void read_until(std::vector<Line>& all, milliseconds patience, const char
   }
 }
 
-// Sends the next bytes. Where the server takes none it waits for a reader.
+// Sends the next bytes. When the server takes none, it waits until its answers are read.
 static void send_some(Line& line, std::size_t bytes) {
   const std::size_t until = line.sent + bytes;
   const auto end = steady_clock::now() + kEnd;
@@ -235,7 +235,7 @@ static std::vector<Line>& resident() {
   return one;
 }
 
-// Gets a value, and has it in time.
+// Gets a value; the answer must come in time.
 static void ask_resident() {
   Line& line = resident()[0];
   const std::string id = wire_new_mark();
@@ -249,7 +249,7 @@ static void ask_resident() {
              [&] { return line.ended || !line.received.replies.empty(); });
   require(!line.ended, "a client that stays is not cut off");
   const Reply& reply = line.received.replies.begin()->second;
-  // Its request may find the queue full, as anybody's.
+  // Its request may find the queue full, like any other.
   require(reply.text.find(reply.failed ? "-32005" : R"("MARK":")" + id) != std::string::npos,
           "a client that stays has its own answer", reply.text);
 }
@@ -369,7 +369,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     close(line.socket);
     constexpr std::size_t kBuffered = 32768;
     receive_end(line.received, line.reset || line.script.slow || line.received.bytes > kBuffered);
-    // Whatever the server thought of the connection's pace.
+    // Without regard to the server's deadlines for the connection.
     for (const std::string& mark : line.script.forbidden)
       require(wire_sets(mark) == 0, "what stands behind a refusal or a close is not carried out", mark);
     if (line.script.doubtful || crowded || line.lasted >= kDeadline) continue;
@@ -379,7 +379,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     seed_reached(line.script.websocket ? "checked WebSocket" : "checked HTTP");
   }
   lines.clear();
-  // The server learns of an end a little later than the client.
+  // The server notices an end a little later than the client.
   for (const auto end = steady_clock::now() + kReply; wire_is_followed(); ask_resident())
     require(steady_clock::now() < end, "nothing stays subscribed for a client that is gone");
   return 0;

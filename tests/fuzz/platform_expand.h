@@ -167,7 +167,7 @@ std::uintptr_t tag_word(T tag) {
 template <tap::Form form>
 inline constexpr bool kNoRule = false;
 
-// Reads what the function is given. room: of what the argument points at, in elements.
+// Reads the function's inputs. room: of what the argument points at, in elements.
 template <tap::Form form, tap::Direction direction, typename Argument>
 void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe_unused]] std::uintptr_t& ret_word) {
   using enum tap::Form;
@@ -187,7 +187,7 @@ void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe
     static_assert(kNoRule<form>);
 }
 
-// Writes what the function gives back.
+// Writes the function's outputs.
 template <tap::Form form, tap::Direction direction, typename Argument>
 void write_argument(Argument argument, [[maybe_unused]] std::size_t room) {
   using enum tap::Form;

@@ -11,7 +11,7 @@ enum Opcode : unsigned { kContinuation = 0, kText = 1, kBinary = 2, kClose = 8, 
 constexpr unsigned kFinal = 0x80;
 constexpr unsigned kMasked = 0x80;
 
-// Headers as they must be, and as they must not.
+// A frame, whose header can be wrong.
 struct Frame {
   unsigned first = kFinal | kText;  // the first byte
   std::string payload = {};
@@ -69,7 +69,7 @@ void add_message(Maker& maker, std::string_view message, std::size_t kept = 0) {
   script.bytes += text_of({.first = kFinal | opcode, .payload = std::string(message)});
 }
 
-// Whether the text is UTF-8, told without the host's help.
+// Whether the text is UTF-8, computed without the host's code.
 bool is_utf8(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i]);
@@ -120,7 +120,7 @@ void add_close(Maker& maker) {
   end(maker.script, {code});
 }
 
-// What makes the server close the connection, whatever came before.
+// A frame for which the server closes the connection, whatever came before.
 void add_fault(Maker& maker) {
   Bytes& bytes = maker.bytes;
   Script& script = maker.script;
@@ -215,7 +215,7 @@ void add_frames(Maker& maker) {
       script.cut = true;
       return end(script, {});
     }
-    case 6: {  // more than the server wants to have waiting
+    case 6: {  // more requests than may wait in the server
       if (!take_chance(maker.bytes, 8)) return add_rpc(maker);
       for (std::size_t times = take_below(maker.bytes, 64); times > 0; --times) {
         const std::string id = wire_new_mark();

@@ -23,14 +23,9 @@ struct Request {
 
 constexpr char kNul[] = "X: a\0b";
 
-// What makes a request one that is refused, whatever else is in it. The connection then ends.
+// A fault for which a request is refused, whatever else is in it. The connection then ends.
 struct Fault {
-  enum Where {
-    kLine,
-    kHeader,
-    kFraming,
-    kHost
-  } where;  // replaces the request line, the framing or Host; or a line more
+  enum Where { kLine, kHeader, kFraming, kHost } where;  // kHeader: one more line; the others replace a line
   std::string_view text;
   std::vector<unsigned> statuses = {400};
 };
@@ -153,7 +148,7 @@ void take_call(Maker& maker, Request& request, bool refused) {
   const bool sets = !take_chance(bytes, 3);
   const std::string mark = sets ? new_set_mark(maker, !refused) : wire_new_mark();
   request.wanted = {.statuses = {sets ? row.set : row.get, 503}, .marked = {.mark = mark, .sets = sets}};
-  // A later change that got to the disk has taken this one with it.
+  // A later change that reached the disk has saved this one as well.
   if (sets && row.act == Act::kUnkept) request.wanted.statuses.push_back(200);
   const std::string parameter = wire_parameter(mark, row.act);
   if (sets) {
@@ -161,7 +156,7 @@ void take_call(Maker& maker, Request& request, bool refused) {
     return set_body(request, parameter);
   }
   request.target += "?parameter=" + url_encoded(parameter);
-  // A body that is none of the request's business, and looks like a request.
+  // A body that the request does not use, and that looks like a request.
   if (take_chance(bytes, 4)) {
     const std::string inside = wire_parameter(new_set_mark(maker, false), Act::kPlain);
     set_body(request, std::string("PUT ") + kWireUri + " HTTP/1.1\r\nHost: " + maker.target.authority +
@@ -173,7 +168,7 @@ void take_rpc(Maker& maker, Request& request, bool refused) {
   request.method = "POST";
   request.target = "/jsonrpc";
   bool replies = false;
-  // Its replies are those of a WebSocket message; here only one answer comes of it.
+  // Its replies are those of a WebSocket message, but they come in one answer.
   Script aside;
   aside.ended = true;
   Maker other{.bytes = maker.bytes, .target = maker.target, .script = aside};

@@ -19,12 +19,12 @@ enum class Act {
   kBroken,   // get: a text that is not JSON
   kLongest,  // get: a text of nearly the longest length
   kSlow,     // takes long enough for another thread to take the lead
-  kUnkept,   // set: the change does not get to the disk
+  kUnkept,   // set: the change does not reach the disk
 };
 
 extern const Stack wire_stack;
 
-// The plugin's description, of some length.
+// The plugin's description, long enough for several chunks.
 const std::string& wire_description();
 
 // A parameter, a JSON object.
