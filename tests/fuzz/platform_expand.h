@@ -245,8 +245,8 @@ T* answer_one(const auto& allocate) {
   return value;
 }
 
-// An argument by itself. Passed: its C type; T: the type of what it points at. Nothing is known yet of a callback that
-// is handed a callback, and it does not compile.
+// An argument by itself. Passed: its C type; T: the type that it points at. A callback with a callback among its
+// parameters has no rule yet, and does not compile.
 template <tap::Form form, typename Passed, typename T>
 Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std::uintptr_t tag_to_pass) {
   using enum tap::Form;

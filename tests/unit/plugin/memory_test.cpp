@@ -1,5 +1,4 @@
-// Memory that fails at the n-th allocation, for each n until all goes well: nothing crashes, nothing leaks, what was
-// pending stays.
+// Makes the n-th allocation fail, for each n until none does: nothing crashes, nothing leaks, pending texts stay.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -139,7 +138,7 @@ INT32 send(const ThumbnailRequest& request) {
   return a_dtv_jsp_get(request.uri, text.c_str(), response.data());
 }
 
-// Lets the platform write so many characters of a thumbnail, without an end.
+// Makes the platform write this many characters of a thumbnail, without a terminator.
 void platform_makes_thumbnails(INT32 result, std::size_t size) {
   platform_reset();
   platform_answer("a_vextvapi_cb_pb_get_thumbnail", result);
@@ -264,7 +263,7 @@ TEST_P(Memory, PendingTextStays) {
   }
 }
 
-// An item that fits only in part, since its buffer cannot grow: nothing of it is seen, and the next one is appended.
+// An item does not fit, since its buffer cannot grow: no part of it is in the text, and the next item is appended.
 TEST_P(Memory, ItemThatDoesNotFitIsNotAppended) {
   const char* const uri = "/tv/ws/notify/dlna_dmr";
   a_dtv_jsp_add_listener_buffer(uri);

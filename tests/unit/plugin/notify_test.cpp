@@ -1,4 +1,4 @@
-// Notification delivery: types that no row has so far, bounds, and unusable pending texts.
+// The delivery of notifications: types without a row, bounds, and unusable pending texts.
 #include <cstring>
 #include <string>
 #include <vector>

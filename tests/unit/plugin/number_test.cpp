@@ -207,7 +207,7 @@ TEST(JsonParse, ThreadsSeeTheirOwnPosition) {
 std::atomic<bool> parsed_second, parsed_second_meanwhile;
 std::thread second_parse;
 
-// At its first call, in the midst of the first parse, lets another thread parse.
+// At its first call, during the first parse, starts a second parse on another thread.
 void* malloc_beside_a_parse(std::size_t size) {
   if (!second_parse.joinable()) {
     second_parse = std::thread([] {

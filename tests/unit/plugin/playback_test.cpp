@@ -87,7 +87,7 @@ TEST(Operators, AreReachedByNothingButTheirWord) {
           row.word.substr(0, row.word.size() / 2), row.word + "=" + number})
       texts.push_back(text);
   }
-  // Every text of one or two characters; most are no UTF-8.
+  // Every text of one or two bytes; most are not UTF-8.
   for (int first = 1; first < 256; ++first)
     for (int second = 0; second < 128; ++second) texts.push_back({static_cast<char>(first), static_cast<char>(second)});
   int tried = 0;
