@@ -1,18 +1,20 @@
-// Loads a WebSocket server and prints what it measured as one JSON line.
+// Puts load on a WebSocket server and prints the measured figures as one JSON line.
 //
 //   bench_client PORT requests CONNECTIONS IN-FLIGHT PAUSE SECONDS TEXT EXPECTED PID
 //     keeps IN-FLIGHT requests unanswered on each connection; every reply must hold EXPECTED; sleeps PAUSE us between
 //     a reply and the next request, so that the server falls asleep as well; PID is the server's, for its CPU time
 //   bench_client PORT notifications COUNT
-//     has the benchmark's platform raise COUNT volume callbacks, which carry their time, and receives them elsewhere
+//     has the benchmark's platform raise COUNT volume callbacks, which carry their time, and receives them on another
+//     connection
 //   bench_client PORT events COUNT
-//     sets the volume COUNT times, each time from when the request leaves until another client reads the notification
+//     sets the volume COUNT times and measures from the sending of a request until another client reads the
+//     notification
 //   bench_client PORT sets SECONDS
-//     sets the volume to another value again and again, each time when the reply is there
+//     sets the volume to another value again and again, each time after the reply
 //   bench_client PORT subscribed SECONDS
 //     is subscribed to the volume and does nothing else
 //   bench_client PORT idle CONNECTIONS
-//     has so many WebSockets until its standard input ends, and does nothing else
+//     keeps this many WebSockets until its standard input ends, and does nothing else
 #include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -72,7 +74,7 @@ struct Load {
   std::size_t frame_size = 0;  // of one of them
   std::string expected;        // in every reply
   useconds_t pause_us = 0;
-  std::int64_t start = 0, end = 0;  // of what is counted; replies before are warm-up
+  std::int64_t start = 0, end = 0;  // of the measured time; earlier replies are warm-up
   clockid_t server = 0;             // the server's CPU time
   std::int64_t server_start = 0, server_end = 0;
   std::vector<std::int64_t> times;
@@ -90,7 +92,7 @@ static void send_requests(Load& load, Client& client, std::size_t count) {
   websocket_send(client.connection, std::string_view(load.frames).substr(0, count * load.frame_size));
 }
 
-// Takes every reply that was read and asks again for each, in one piece.
+// Takes every reply that was read, and sends as many requests again in one piece.
 static void exchange(Load& load, Client& client) {
   websocket_read(client.connection);
   const std::int64_t now = now_ns();
@@ -168,7 +170,7 @@ static int measure_notifications(int port, char** words) {
   websocket_send(setter, set_volume(count));
   expect_success(setter);
 
-  // On a busy machine one may be replaced, unread, by the next: then the silence at the end says that all have come.
+  // On a busy machine a notification may be replaced by the next before it is fetched: then silence is the end.
   std::vector<std::int64_t> times;
   static constexpr int kSilenceMs = 500, kFirstMs = 10'000;
   while (times.size() < static_cast<std::size_t>(count)) {
@@ -247,10 +249,10 @@ int main(int argc, char** argv) {
     const char* name;
     int words;
     int (*run)(int port, char** words);
-  } commands[] = {{"requests", 7, measure_requests},  {"notifications", 1, measure_notifications},
-                  {"events", 1, measure_events},      {"sets", 1, keep_setting},
-                  {"subscribed", 1, stay_subscribed}, {"idle", 1, stay_idle}};
-  for (const auto& command : commands)
+  } kCommands[] = {{"requests", 7, measure_requests},  {"notifications", 1, measure_notifications},
+                   {"events", 1, measure_events},      {"sets", 1, keep_setting},
+                   {"subscribed", 1, stay_subscribed}, {"idle", 1, stay_idle}};
+  for (const auto& command : kCommands)
     if (argc >= 3 && strcmp(argv[2], command.name) == 0 && argc == 3 + command.words)
       return command.run(atoi(argv[1]), argv + 3);
   fprintf(stderr,

@@ -28,7 +28,7 @@ static std::string reply;
 
 struct Dry {};  // thrown when the stream wants more bytes than one frame has
 
-// What the stream takes for its socket: reads come out of one whole frame, writes gather until the end of the turn.
+// The stream's socket: reads come from one whole frame, writes are gathered until the end of the turn.
 struct Pipe {
   using executor_type = Executor;
   executor_type executor;

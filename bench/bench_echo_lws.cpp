@@ -65,18 +65,18 @@ int main(int argc, char** argv) {
   frame = make_frame(static_cast<std::size_t>(length));
   lws_set_log_level(LLL_ERR, nullptr);
 
-  static const lws_protocols protocols[] = {{.name = "dtv",
-                                             .callback = on_event,
-                                             .per_session_data_size = sizeof(Session),
-                                             .rx_buffer_size = 16 * 1024,
-                                             .id = 0,
-                                             .user = nullptr,
-                                             .tx_packet_size = 256 * 1024},
-                                            {}};
+  static const lws_protocols kProtocols[] = {{.name = "dtv",
+                                              .callback = on_event,
+                                              .per_session_data_size = sizeof(Session),
+                                              .rx_buffer_size = 16 * 1024,
+                                              .id = 0,
+                                              .user = nullptr,
+                                              .tx_packet_size = 256 * 1024},
+                                             {}};
   lws_context_creation_info info{};
   info.port = 0;
   info.iface = "127.0.0.1";
-  info.protocols = protocols;
+  info.protocols = kProtocols;
   info.pt_serv_buf_size = 64 * 1024;
   info.options = LWS_SERVER_OPTION_FAIL_UPON_UNABLE_TO_BIND | LWS_SERVER_OPTION_SKIP_SERVER_CANONICAL_NAME |
                  LWS_SERVER_OPTION_DISABLE_IPV6;

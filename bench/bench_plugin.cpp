@@ -11,15 +11,8 @@
 
 #include "plugin_floor.h"
 #include "sandbox/sandbox.h"
+#include "tests/platform/volume.h"
 
-static a_vextvapi_volctrl_nfy_fct volume_callback;
-static void* volume_tag;
-
-INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-  volume_callback = callback;
-  volume_tag = tag;
-  return 0;
-}
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
 INT32 a_vextvapi_config_get_value(INT32, const char*, INT32* value) {
@@ -55,7 +48,7 @@ INT32 a_vextvapi_channellist_get_current_channel(UINT16* svl_id, SVL_REC_T* svl_
   return 0;
 }
 
-// Its title is the longest that there is.
+// Its title has the longest length.
 static constexpr VEXTVAPI_EVENT_GENERAL_INFO_T kEvent = [] {
   VEXTVAPI_EVENT_GENERAL_INFO_T info = {};
   info.svl_id = 1;
@@ -164,9 +157,7 @@ static void ours_get_media_list() {
   keep(host_buffer);
 }
 static void ours_set() { a_dtv_jsp_set(kVolume, kSetRequest); }
-static void ours_notify_single() {
-  volume_callback(0, volume_tag, reinterpret_cast<void*>(intptr_t{23}), nullptr, nullptr, nullptr);
-}
+static void ours_notify_single() { raise_volume(23); }
 static UINT16 player_event_id;
 static void ours_notify_queued() {
   T_CBROWSER_PB_NOTIFY notify = {.type = 1, .tag = 2, .arg1 = 3, .arg2 = 4, .arg3 = 5, .arg4 = 6};
@@ -205,7 +196,7 @@ static void ours_append_channels() {
   for (int i = 0; i < kAppended; ++i) ours_notify_channel();
 }
 
-// Servers of the home network: the one notification of which a hundred can be pending.
+// Servers of the home network: the only notification that can be pending a hundred times.
 static UINT16 server_event_id;
 static void ours_notify_servers(int count) {
   T_DLNA_DMS_NOTIFY notify = {};
@@ -236,7 +227,7 @@ static double median(std::vector<double> values) {
   return *middle;
 }
 
-// What reading the clock twice costs.
+// The time of two readings of the clock.
 static double clock_cost() {
   std::vector<double> costs(10001);
   for (double& cost : costs) {
@@ -277,7 +268,7 @@ static double time_side(const Side& side, int count, double clock_ns) {
   return total / count;
 }
 
-static constexpr Operation operations[] = {
+static constexpr Operation kOperations[] = {
     {"get_volume", 50, {nullptr, ours_get_request}, {nullptr, floor_get_request}},
     {"get_volume_without_request", 50, {nullptr, ours_get_plain}, {nullptr, floor_get_plain}},
     {"get_config_number", 50, {nullptr, ours_get_number}, {nullptr, floor_get_number}},
@@ -296,7 +287,7 @@ static constexpr Operation operations[] = {
      {ours_start_channels, ours_append_channels},
      {floor_start_channels, floor_append_channels},
      kAppended},
-    // Behind a hundred, beside the same behind one.
+    // With a hundred pending, beside the same with one pending.
     {"notify_behind_100",
      5,
      {ours_fill_servers, ours_append_servers},
@@ -306,10 +297,10 @@ static constexpr Operation operations[] = {
     {"fetch_nothing", 1000, {nullptr, ours_fetch}, {nullptr, floor_fetch}},
 };
 
-// Repetitions are short, so that on a busy machine most of them pass undisturbed and the median is one of those.
+// Repetitions are short, so that even on a busy machine most are undisturbed, the median among them.
 static constexpr int kRepetitions = 501;
 
-// Both sides must make the same text, else they are not comparable.
+// Plugin and floor must make the same text, or else the comparison is worthless.
 static bool same_text(const char* what, void (*ours)(), void (*floor)()) {
   memset(host_buffer, 0, sizeof host_buffer);
   ours();
@@ -359,7 +350,7 @@ int main(int argc, char** argv) {
     return 1;
 
   const double clock_ns = clock_cost();
-  for (const Operation& operation : operations) {
+  for (const Operation& operation : kOperations) {
     std::vector<double> ours, floor;
     for (int i = 0; i < kRepetitions; ++i) {
       floor.push_back(time_side(operation.floor, operation.count, clock_ns));

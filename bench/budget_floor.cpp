@@ -1,2 +1,2 @@
-// A library with the plugin's dependencies and nothing in it: what loading any library costs.
+// An empty library with the plugin's dependencies: the cost of loading any library.
 extern "C" __attribute__((visibility("default"))) const char budget_floor = 0;

@@ -15,7 +15,7 @@ static void* count(void* memory, std::size_t size) {
   return memory;
 }
 
-// The C library's own, under the names that it keeps for a program that puts functions in front of them.
+// The C library's functions, under the names that it has for programs that replace them.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t number, std::size_t size);

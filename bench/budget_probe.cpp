@@ -1,5 +1,5 @@
-// Loads the shipped library as a set's server does and tells what it takes of this machine, one JSON line per figure.
-// budgets.py runs it, natively, in an emulator and under callgrind; docs/budgets.md says what the figures are.
+// Loads the shipped library as a set's server does and measures what it uses, one JSON line per figure. budgets.py runs
+// this natively, in an emulator and under callgrind; docs/budgets.md explains the figures.
 //
 //   budget_probe LIBRARY operations   heap after start-up; heap allocations of each operation
 //   budget_probe LIBRARY stack        stack of a get, a set and a notification
@@ -24,8 +24,8 @@
 
 #include "budget_heap.h"
 #include "budget_stack.h"
+#include "tests/platform/volume.h"
 #include "tv_ctrl_main.h"
-#include "tvapi/all.h"
 
 static constexpr const char* kVolume = "/tv/cast/volume/volume";
 static constexpr const char* kVolumeEvent = "/tv/ws/notify/volume_ctrl";
@@ -37,30 +37,22 @@ static constexpr int kQueued = 9;  // notifications that are pending when the me
   exit(1);
 }
 
-// --- The platform: beside these, every function answers 0 ---
+// --- The platform: all other functions return 0 ---
 
-static a_vextvapi_volctrl_nfy_fct volume_callback;
-static void* volume_tag;
-
-INT32 a_vextvapi_volctrl_reg_callback(a_vextvapi_volctrl_nfy_fct callback, void* tag) {
-  volume_callback = callback;
-  volume_tag = tag;
-  return 0;
-}
 INT32 a_vextvapi_volctrl_getVolume() { return 23; }
 
-// A handle: detection runs, and what needs it does all its work.
+// A handle: detection runs, so that requests that need it do all their work.
 UINT32 a_vextvapi_cb_usb_detect_init() { return 1; }
 
 // The log level comes from the mode, not from this machine's file.
 static bool log_everything;
 
 extern "C" FILE* fopen(const char* path, const char* mode) {
-  static const auto next = reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
+  static const auto kNext = reinterpret_cast<FILE* (*)(const char*, const char*)>(dlsym(RTLD_NEXT, "fopen"));
   static char level[] = "log=10\n";
-  if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return next(path, mode);
+  if (strcmp(path, "/3rd_rw/tvc_debug") != 0) return kNext(path, mode);
   if (log_everything) return fmemopen(level, sizeof level - 1, "r");
-  return next("/dev/null/tvc_debug", mode);  // there is no such file on any machine
+  return kNext("/dev/null/tvc_debug", mode);  // there is no such file on any machine
 }
 
 // --- The plugin ---
@@ -81,7 +73,7 @@ static decltype(&a_dtv_jsp_add_listener_buffer) subscribe;
 static decltype(&a_dtv_jsp_get_listener_buffer) fetch;
 static decltype(&tv_ctrl_notify_content) notify;
 
-// The library under a path that is equally long wherever it is, since the loader keeps its path on the heap.
+// The library's path, equally long wherever the library is, since the loader keeps it on the heap.
 static constexpr int kLibraryFile = 100;
 static constexpr const char* kLibraryPath = "/proc/self/fd/100";
 
@@ -89,7 +81,7 @@ static void start() {
   library = dlopen(kLibraryPath, RTLD_NOW);
   if (!library) give_up("dlopen", dlerror());
   const auto init_res = reinterpret_cast<decltype(&a_dtv_jsp_init_res)>(dlsym(library, "a_dtv_jsp_init_res"));
-  if (!init_res) return;  // the empty library of which the floor is made
+  if (!init_res) return;  // the empty library of the floor
   init_res();
   PLUGIN(a_dtv_jsp_init)();
 }
@@ -115,9 +107,7 @@ static char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
 
 static void get_volume() { get(kVolume, R"({"PARAMETER":{"REQUEST":"GET"}})", host_buffer); }
 static void set_volume() { set(kVolume, R"({"PARAMETER":{"REQUEST":"MODIFY","VALUE":23}})"); }
-static void notify_single() {
-  volume_callback(0, volume_tag, reinterpret_cast<void*>(intptr_t{23}), nullptr, nullptr, nullptr);
-}
+static void notify_single() { raise_volume(23); }
 static void notify_queued() {
   T_CBROWSER_PB_NOTIFY record = {.type = 1, .tag = 2, .arg1 = 3, .arg2 = 4, .arg3 = 5, .arg4 = 6};
   notify(player_event_id, &record);
@@ -135,7 +125,7 @@ struct Operation {
   void (*operate)();
   int count;
 };
-static constexpr Operation operations[] = {
+static constexpr Operation kOperations[] = {
     {"start", nothing, start, 1},
     {"get", nothing, get_volume, 100},
     {"set", nothing, set_volume, 100},
@@ -144,7 +134,8 @@ static constexpr Operation operations[] = {
     {"fetch", notify_single, fetch_single, 100},
 };
 
-// callgrind is told these names: it counts within the first, and writes its counts after each call of the second.
+// budgets.py gives callgrind these names: it counts within the first, and writes its counts after each call of the
+// second.
 extern "C" {
 [[gnu::noinline]] void budget_operate(void (*operate)()) {
   operate();
@@ -168,26 +159,26 @@ extern "C" {
 
 static int report_file;  // standard output as it was; the plugin's log goes nowhere
 
-// at: what the figure was measured with, where a search found it.
+// at: the request or notification with this figure, where a search found it.
 static void report(const std::string& name, std::size_t value, const std::string& at = "") {
   dprintf(report_file, "{\"name\":\"%s\",\"value\":%zu,\"at\":\"%s\"}\n", name.c_str(), value, at.c_str());
 }
 
 static void report_operations() {
-  HeapCount taken[std::size(operations)] = {};
+  HeapCount taken[std::size(kOperations)] = {};
   run_on_painted_stack([&] {
     free(malloc(1));  // a thread's first allocation makes its share of the heap
-    budget_batch(operations[0], taken[0]);
+    budget_batch(kOperations[0], taken[0]);
     find_functions();
-    for (std::size_t i = 1; i < std::size(operations); ++i) {
-      operations[i].prepare();
-      operations[i].operate();
-      budget_batch(operations[i], taken[i]);
+    for (std::size_t i = 1; i < std::size(kOperations); ++i) {
+      kOperations[i].prepare();
+      kOperations[i].operate();
+      budget_batch(kOperations[i], taken[i]);
     }
   });
-  for (std::size_t i = 0; i < std::size(operations); ++i) {
-    const std::string name = operations[i].name;
-    const auto count = static_cast<std::size_t>(operations[i].count);
+  for (std::size_t i = 0; i < std::size(kOperations); ++i) {
+    const std::string name = kOperations[i].name;
+    const auto count = static_cast<std::size_t>(kOperations[i].count);
     report(name + "_count", count);
     if (i == 0) report("start_heap", taken[i].in_use);
     if (i == 0) continue;
@@ -267,7 +258,7 @@ static void try_get(Deepest& deepest, const char* uri, const cJSON* type) {
   });
 }
 
-// Every set, and the words that the URI does not take.
+// Every set, with the right request words and the wrong ones.
 static void try_set(Deepest& deepest, const char* uri, const cJSON* type) {
   const cJSON* const settable = cJSON_GetObjectItemCaseSensitive(type, "set");
   const cJSON* const fields = cJSON_GetObjectItemCaseSensitive(settable, "fields");
@@ -289,7 +280,7 @@ static void try_notification(Deepest& deepest, const cJSON* row) {
   fetch(uri, host_buffer, sizeof host_buffer);
 }
 
-// A get whose text nests so deep.
+// A get whose text is nested depth levels deep.
 static std::string nested_get(int depth, const char* open, const char* close) {
   std::string text = R"({"PARAMETER":{"REQUEST":"GET"},"X":)";
   for (int i = 0; i < depth; ++i) text += open;
@@ -298,7 +289,7 @@ static std::string nested_get(int depth, const char* open, const char* close) {
   return text + '}';
 }
 
-// The get that nests as deep as the parser lets through.
+// The get that is nested as deep as the parser allows.
 static void try_nested(Deepest& deepest, const char* what, const char* open, const char* close) {
   const auto accepted = [&](int depth) {
     return get(kVolume, nested_get(depth, open, close).c_str(), host_buffer) == VEXTVCTRLR_OK;
@@ -355,12 +346,12 @@ struct Mode {
   std::string_view name;
   void (*run)();
 };
-static constexpr Mode modes[] = {
+static constexpr Mode kModes[] = {
     {"operations", report_operations}, {"stack", report_stack}, {"deepest", report_deepest}, {"start", report_start}};
 
 int main(int count, char** arguments) {
-  const auto mode = count == 3 ? std::ranges::find(modes, arguments[2], &Mode::name) : std::end(modes);
-  if (mode == std::end(modes)) {
+  const auto mode = count == 3 ? std::ranges::find(kModes, arguments[2], &Mode::name) : std::end(kModes);
+  if (mode == std::end(kModes)) {
     fprintf(stderr, "usage: budget_probe LIBRARY operations|stack|deepest|start\n");
     return 2;
   }

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <span>
 
-// Several times what any request uses; whatever uses more hits the guard below, and the process ends.
+// Several times what any request uses; more would hit the guard page below, which ends the process.
 static constexpr std::size_t kStackSize = std::size_t{512} << 10;
 static constexpr std::size_t kGuardSize = std::size_t{64} << 10;
 static constexpr uint64_t kPaint = 0xA5'5A'C3'3C'69'96'F0'0F;
@@ -25,9 +25,9 @@ static std::span<uint64_t> map_stack() {
   void* const memory = mmap(nullptr, kGuardSize + kStackSize, PROT_READ | PROT_WRITE, flags, -1, 0);
   if (memory == MAP_FAILED || mprotect(memory, kGuardSize, PROT_NONE) != 0) give_up("mmap");
   auto* const words = reinterpret_cast<uint64_t*>(static_cast<char*>(memory) + kGuardSize);
-  const std::span stack(words, kStackSize / sizeof *words);
-  std::ranges::fill(stack, kPaint);
-  return stack;
+  const std::span kStack(words, kStackSize / sizeof *words);
+  std::ranges::fill(kStack, kPaint);
+  return kStack;
 }
 
 struct Run {
@@ -43,17 +43,17 @@ static void* run_work(void* argument) {
 }
 
 std::size_t run_on_painted_stack(const std::function<void()>& work) {
-  static const std::span<uint64_t> stack = map_stack();
+  static const std::span<uint64_t> kStack = map_stack();
   pthread_attr_t attributes;
   pthread_t thread;
   Run run = {.work = work};
   pthread_attr_init(&attributes);
-  if (pthread_attr_setstack(&attributes, stack.data(), stack.size_bytes()) != 0 ||
+  if (pthread_attr_setstack(&attributes, kStack.data(), kStack.size_bytes()) != 0 ||
       pthread_create(&thread, &attributes, run_work, &run) != 0)
     give_up("pthread_create");
   pthread_attr_destroy(&attributes);
   pthread_join(thread, nullptr);
-  const auto deepest = std::ranges::find_if(stack, [](uint64_t word) { return word != kPaint; });
-  std::fill(deepest, stack.end(), kPaint);
+  const auto deepest = std::ranges::find_if(kStack, [](uint64_t word) { return word != kPaint; });
+  std::fill(deepest, kStack.end(), kPaint);
   return static_cast<std::size_t>(run.begin - reinterpret_cast<const char*>(&*deepest));
 }

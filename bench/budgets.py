@@ -58,7 +58,7 @@ def output(words):
 # --- Reading what the tools print ---
 
 def count_relocations(readelf):
-    """Relocations of `readelf -rW`; of packed ones those that they stand for."""
+    """Relocations of `readelf -rW`; of packed ones those that they expand to."""
     found = re.findall(r"^Relocation section '\.rela?\.\S+ .* contains (\d+) entr|^\s+(\d+) offsets$", readelf, re.M)
     return sum(int(entries or offsets) for entries, offsets in found)
 

@@ -1,4 +1,4 @@
-// What the floors are made of; see "plugin_floor.h".
+// The pieces of the floors; see "plugin_floor.h".
 #pragma once
 
 #include <stdio.h>
@@ -51,9 +51,9 @@ void put_number(char*& at, Number number) {
   at = std::to_chars(at, at + 20, number).ptr;
 }
 
-inline constexpr std::size_t kFloorText = 1024;  // of a text that is not said to be longer
+inline constexpr std::size_t kFloorText = 1024;  // the room for a text, unless given otherwise
 
-// Clears the record, lets it be filled, writes its text into a block of its own and gives the host a copy.
+// Clears the record, has it filled, writes its text into a new block, and copies that to the host.
 template <typename Record, std::size_t longest = kFloorText>
 void floor_get(void (*fill)(Record& record), char* (*put_record)(char* at, const Record& record)) {
   static Record record;

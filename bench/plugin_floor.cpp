@@ -85,7 +85,7 @@ void floor_get_text() {
         return at;
       });
 }
-// Reads what the platform says of the current channel, as of a DVB channel, and whether logos are wanted.
+// Reads the current channel from the platform, as a DVB channel, and whether logos are wanted.
 static void fill_channel(T_CHANNEL_INFO& channel) {
   UINT16 svl_id = 0;
   SVL_REC_T svl;
@@ -172,7 +172,7 @@ void floor_get_channel() {
   floor_get<T_CHANNEL_INFO>(fill_channel, put_channel);
 }
 
-// Reads what the platform says of a channel's events, and keeps all of it that is not about other events.
+// Reads a channel's events from the platform, and keeps everything about the wanted ones.
 static void fill_events(T_CHANNEL_EVENTS& events) {
   events.event_num = static_cast<UINT16>(std::size(events.event_id_list));
   a_vextvapi_event_query_event_id_by_range(66048, 1700000000, 86400, &events.event_num, events.event_id_list);
@@ -247,7 +247,7 @@ void floor_notify_single() {
   free(std::exchange(floor_pending, text));
   floor_pending_end = at;
 }
-// Where the next item of what is pending goes. The caller holds the lock.
+// The place of the next pending item. The caller holds the lock.
 static char* floor_begin_item(const char* uri) {
   if (!floor_pending) {
     floor_pending = floor_pending_end = static_cast<char*>(malloc(kFloorText));

@@ -1,6 +1,6 @@
-// The least that the plugin's operations could be made of: the request read once from front to back, the record
-// cleared, the platform called as the plugin calls it, the same text written straight on by code that is made for it,
-// under one lock.
+// The floors: the least work with which the plugin's operations could be done. They read the request once from front to
+// back, clear the record, call the platform as the plugin does, and write the same text with code made for it, under
+// one lock.
 #pragma once
 
 #include "tv_ctrl_main.h"
@@ -34,10 +34,10 @@ inline constexpr int kAppended = 8;  // notifications that are raised in a row b
 
 inline constexpr UINT16 kListed = 64;  // events that a response lists; with the longest titles it is the longest of all
 
-// What the host hands in; one byte more than is written, so that it reads as a text.
+// The host's buffer; one byte more than is written, so that it ends as a text.
 extern char host_buffer[DTV_JSP_RESPONSE_MAX + 1];
 
-// The compiler must take the memory as looked at.
+// Makes the compiler assume that the memory is read.
 inline void keep(void* memory) { asm volatile("" : : "r"(memory) : "memory"); }
 
 void floor_get_plain();

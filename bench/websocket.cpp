@@ -49,8 +49,8 @@ Connection websocket_connect(int port) {
 }
 
 static std::string make_frame(Opcode opcode, std::string_view content) {
-  // The mask must be there; that it is always the same one makes no difference to a server.
-  static constexpr unsigned char mask[4] = {0x5A, 0xA5, 0x3C, 0xC3};
+  // There must be a mask; to a server it makes no difference that it is always the same.
+  static constexpr unsigned char kMask[4] = {0x5A, 0xA5, 0x3C, 0xC3};
   std::string frame(1, static_cast<char>(0x80 | opcode));
   if (content.size() < 126) {
     frame += static_cast<char>(0x80 | content.size());
@@ -60,8 +60,8 @@ static std::string make_frame(Opcode opcode, std::string_view content) {
     frame += static_cast<char>(content.size() >> 8);
     frame += static_cast<char>(content.size() & 0xFF);
   }
-  frame.append(reinterpret_cast<const char*>(mask), sizeof mask);
-  for (std::size_t i = 0; i < content.size(); ++i) frame += static_cast<char>(content[i] ^ mask[i % sizeof mask]);
+  frame.append(reinterpret_cast<const char*>(kMask), sizeof kMask);
+  for (std::size_t i = 0; i < content.size(); ++i) frame += static_cast<char>(content[i] ^ kMask[i % sizeof kMask]);
   return frame;
 }
 

@@ -1,4 +1,4 @@
-// A WebSocket client's half of the protocol, by hand: a load generator must not measure a library of its own.
+// The client's half of the WebSocket protocol, without a library, whose time the load generator would measure as well.
 #pragma once
 
 #include <cstddef>
@@ -24,10 +24,10 @@ std::string websocket_frame(std::string_view text);
 // Sends all bytes.
 void websocket_send(Connection& connection, std::string_view frames);
 
-// Reads once; waits for something to read, at most 10 s. at most 10 s.
+// Reads once; waits at most 10 s for something to read.
 void websocket_read(Connection& connection);
 
-// Takes the next whole text message out of what was read; it lives until the next read. False when there is none.
+// Takes the next whole text message that was read; it lives until the next read. False when there is none.
 bool websocket_next(Connection& connection, std::string_view& ret_text);
 
 // Ends the process with a message.

@@ -60,7 +60,7 @@ std::int32_t dtv_tap_fault(const char* name, const dtv_tap_fault_t* fault) {
     }
     any = any || function->has_fault;
   }
-  tap::set_active(tap::FAULTY, any);
+  tap::set_active(tap::kFaulty, any);
   return 0;
 }
 

@@ -27,12 +27,13 @@ T* pointer_argument(void* arg) {
   return static_cast<T*>(pointer);
 }
 
-// The elements that a parameter's array holds now: the count may be an in/out parameter that the platform has changed.
+// How many elements a parameter's array holds after the call. The count may be an in/out parameter that the platform
+// has changed; room is the count before.
 std::size_t count_now(const Signature& signature, const Param& param, void* const* args, std::size_t room) {
   std::size_t position = 0;
   const Param* counter = find_param(signature, param.count, position);
   const bool counts = counter != nullptr && counter->form == Form::one && counter->direction == Direction::inout &&
-                      counter->type->shape == Shape::integer;
+                      counter->type->shape == Shape::kInteger;
   if (!counts) return room;
   const void* value = pointer_argument<void>(args[position]);
   if (value == nullptr) return room;
@@ -40,12 +41,12 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   return count.negative ? 0 : static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
-// Null for what is only written.
+// The argument as JSON before the call; null for one that is only written.
 cJSON* argument_in(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
   const Param& param = signature.params[i];
   void* const arg = args[i];
   if (!is_input(param)) return nullptr;
-  // An address of the plugin's says nothing to a reader; that there is one does.
+  // A reader learns nothing from a callback's address, only whether there is one.
   if (param.form == Form::callback) return json_integer(pointer_argument<void>(arg) == nullptr ? 0 : 1);
   if (is_addressed(signature, param, args)) {
     return pointed_to_json(pointed_form(param), *param.pointed, pointer_argument<void>(arg), 1);
@@ -70,7 +71,7 @@ cJSON* argument_out(const Signature& signature, std::size_t i, void* const* args
 }
 
 void add_result(cJSON* line, const Signature& signature, const void* ret) {
-  if (signature.result->shape != Shape::none) {
+  if (signature.result->shape != Shape::kNone) {
     cJSON_AddItemToObjectCS(line, "ret", value_to_json(*signature.result, ret));
   }
 }
@@ -84,7 +85,7 @@ void add_outputs(cJSON* line, const Signature& signature, void* const* args, con
   }
 }
 
-// Notes the callback and its tag, and gives the platform the trampoline instead.
+// Keeps the callbacks and tags among the arguments, and puts trampolines in the callbacks' places for the platform.
 void keep_callbacks(Function& function, void* const* args) {
   for (std::size_t i = 0; i < function.signature.params.size(); ++i) {
     const Param& param = function.signature.params[i];
@@ -93,7 +94,7 @@ void keep_callbacks(Function& function, void* const* args) {
     void* fct = pointer_argument<void>(args[i]);
     Integer tag;
     for (std::size_t k = 0; k < function.signature.params.size(); ++k) {
-      // The tag that follows the callback is its own.
+      // A callback's tag is the next one after it; without one, the last before it.
       if (function.signature.params[k].form != Form::tag) continue;
       tag = integer_load(*function.signature.params[k].type, args[k]);
       if (k > i) break;
@@ -105,10 +106,10 @@ void keep_callbacks(Function& function, void* const* args) {
       const std::lock_guard guard(state_lock());
       registration.tag = tag;
       if (fct == nullptr) {
-        registration.slot = SLOTS;
+        registration.slot = kSlots;
         continue;
       }
-      while (slot + 1 < SLOTS) {
+      while (slot + 1 < kSlots) {
         void* kept = registration.fct[slot].load(std::memory_order_acquire);
         if (kept == nullptr || kept == fct) break;
         ++slot;
@@ -122,18 +123,18 @@ void keep_callbacks(Function& function, void* const* args) {
 }
 
 bool fault_of(Function& function, dtv_tap_fault_t& ret_fault) {
-  if ((g_active.load(std::memory_order_acquire) & FAULTY) == 0) return false;
+  if ((g_active.load(std::memory_order_acquire) & kFaulty) == 0) return false;
   const std::lock_guard guard(state_lock());
   if (function.has_fault) ret_fault = function.fault;
   return function.has_fault;
 }
 
 void store_result(const Signature& signature, std::int64_t number, void* ret) {
-  if (signature.result->shape != Shape::integer && signature.result->shape != Shape::word) return;
+  if (signature.result->shape != Shape::kInteger && signature.result->shape != Shape::kWord) return;
   integer_store(*signature.result, {.negative = number < 0, .bits = static_cast<std::uint64_t>(number)}, ret);
 }
 
-// The next definition after the tap's own, looked up once.
+// The platform's definition of the function, the next after the tap's; looked up once.
 void* next_definition(Function& function) {
   void* next = function.next.load(std::memory_order_acquire);
   if (next == nullptr) {
@@ -177,7 +178,7 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
   const unsigned active = g_active.load(std::memory_order_acquire);
   const Start start = start_now();
   Json in;
-  if ((active & (WATCHED | RECORDED | SCRIPTED | REPLAYED)) != 0) in = arguments_in(signature, args, sizes);
+  if ((active & (kWatched | kRecorded | kScripted | kReplayed)) != 0) in = arguments_in(signature, args, sizes);
   keep_callbacks(function, args);
 
   dtv_tap_fault_t fault{};
@@ -186,12 +187,12 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
   if (faulty && fault.fails != 0) {
     clear_outputs(signature, args, sizes);
     store_result(signature, fault.result, ret);
-  } else if (!((active & SCRIPTED) != 0 && script_answer(function, in.get(), ret, args, sizes)) &&
-             !((active & REPLAYED) != 0 && replay_answer(function, in.get(), ret, args, sizes))) {
+  } else if (!((active & kScripted) != 0 && script_answer(function, in.get(), ret, args, sizes)) &&
+             !((active & kReplayed) != 0 && replay_answer(function, in.get(), ret, args, sizes))) {
     forward(function, ret, args, sizes);
   }
 
-  if ((active & (WATCHED | RECORDED)) == 0) return;
+  if ((active & (kWatched | kRecorded)) == 0) return;
   const std::int64_t duration = now_us() - start.t;
   const Json line = new_line(start);
   cJSON_AddItemToObjectCS(line.get(), "call", cJSON_CreateStringReference(signature.name));
@@ -205,9 +206,9 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
 void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes) {
   Function& function = *registration.function.load(std::memory_order_acquire);
   const Signature& callback = *registration.param.load(std::memory_order_acquire)->callback;
-  const bool lines = (g_active.load(std::memory_order_acquire) & (WATCHED | RECORDED)) != 0;
+  const bool lines = (g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) != 0;
   const Start start = start_now();
-  // Read before the plugin runs, which may change what the arguments point at.
+  // Taken before the plugin runs, since the plugin may change what the arguments point at.
   Json in;
   if (lines) in = arguments_in(callback, args, sizes);
 
@@ -266,7 +267,7 @@ bool is_addressed(const Signature& signature, const Param& param, void* const* a
   return decider != nullptr && integer_load(*decider->type, args[position]) == wanted;
 }
 
-Form pointed_form(const Param& param) { return param.pointed->shape == Shape::record ? Form::one : Form::string; }
+Form pointed_form(const Param& param) { return param.pointed->shape == Shape::kRecord ? Form::one : Form::string; }
 
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position) {
   for (std::size_t i = 0; i < signature.params.size(); ++i) {
@@ -308,7 +309,7 @@ bool by_position(const Signature& signature, const cJSON* json, std::span<const 
 
 bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came) {
   if (json_matches(expected, came)) return true;
-  if (param.type->shape != Shape::word) return false;
+  if (param.type->shape != Shape::kWord) return false;
   Integer left;
   Integer right;
   if (!json_to_integer(expected, left) || !json_to_integer(came, right)) return false;

@@ -1,5 +1,5 @@
-// What happens to every call and every callback. The macros of "tap/expand.h" make a few lines per contract function
-// that collect the addresses of its arguments and come here; nothing here knows a function by name.
+// What happens to every call and every callback. For each function of the contract the macros of "tap/expand.h" make a
+// few lines that collect the addresses of its arguments and call the functions here, which know no function by name.
 #pragma once
 
 #include <atomic>
@@ -30,13 +30,13 @@ struct Signature {
 
 // The callbacks that the plugin registered through one parameter of one function. Each gets a trampoline of its own
 // (a slot), since a platform may keep several at once; the last slot is shared by all further ones.
-constexpr std::size_t SLOTS = 4;
+constexpr std::size_t kSlots = 4;
 struct Registration {
   std::atomic<Function*> function{nullptr};
   std::atomic<const Param*> param{nullptr};
-  std::atomic<void*> fct[SLOTS]{};
-  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is SLOTS while there is none.
-  std::size_t slot = SLOTS;
+  std::atomic<void*> fct[kSlots]{};
+  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is kSlots while there is none.
+  std::size_t slot = kSlots;
   Integer tag;
 };
 
@@ -45,10 +45,10 @@ struct Param {
   Direction direction = Direction::in;
   const char* name = "";
   const char* type_name = "";
-  const Type* type = nullptr;     // of the value: the record, the array's element, the character
-  const char* count = "";         // the contract's word for the size of a text or an array, or for who decides
-  const Type* pointed = nullptr;  // of what an address points at
-  std::int64_t number = 0;        // of the parameter that decides, where an address is one
+  const Type* type = nullptr;  // of the value: the record, the array's element, the character
+  const char* count = "";  // what the contract gives as its size: a number or a parameter; of an address the decider
+  const Type* pointed = nullptr;  // of an address: of what it points at
+  std::int64_t number = 0;        // of an address: the decider's value that makes it one
   const Signature* callback = nullptr;
   Registration* registration = nullptr;
   void* (*trampoline)(std::size_t slot) = nullptr;
@@ -63,13 +63,13 @@ struct Function {
   dtv_tap_fault_t fault{};
 };
 
-// The functions of the contract, in its order, each known before main or as the library is loaded.
+// The functions of the contract, in its order. Each registers itself before main or while the library is loaded.
 int know_function(Function& function);
 std::span<Function* const> functions();
 Function* find_function(std::string_view name);
 
-// Why a call must take the long way.
-enum Active : unsigned { WATCHED = 1, RECORDED = 2, FAULTY = 4, SCRIPTED = 8, REPLAYED = 16 };
+// Why a call cannot go straight to the platform.
+enum Active : unsigned { kWatched = 1, kRecorded = 2, kFaulty = 4, kScripted = 8, kReplayed = 16 };
 extern std::atomic<unsigned> g_active;
 inline bool passive() { return g_active.load(std::memory_order_acquire) == 0; }
 void set_active(Active reason, bool on);
@@ -126,11 +126,12 @@ std::size_t count_of(T value) {
   }
 }
 
-// For the other files of the tap.
+// --- For the other files of the tap ---
 
-// Whether two JSON values stand for the same argument: as json_matches, and a word as its pointer width sees it.
+// Whether two JSON values are the same argument, as json_matches compares them; words are cut to the width of a
+// pointer.
 bool argument_matches(const Param& param, const cJSON* expected, const cJSON* came);
-// Whether an argument of the form address is one, and not a number.
+// Whether an argument of the form address is an address this time, and not a number.
 bool is_addressed(const Signature& signature, const Param& param, void* const* args);
 Form pointed_form(const Param& param);  // of what an address points at
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position);
@@ -138,7 +139,7 @@ const Param* find_param(const Signature& signature, std::string_view name, std::
 bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,
                  std::string& ret_error);
 bool is_output(const Param& param);  // written by the platform
-bool is_input(const Param& param);   // read by it: all but those that are only written
+bool is_input(const Param& param);   // read by the platform
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes);
 void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size);
 void write_result(const Signature& signature, const cJSON* json, void* ret);
@@ -158,11 +159,11 @@ bool raise_and_wait(const Raise& raise, std::int64_t& ret_result, std::string& r
 // Raises it on this thread.
 bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error);
 
-// Answer in the platform's place; true when they did. in: the arguments by name.
+// Answer a call in place of the platform. Return whether they did. in: the arguments by name.
 bool script_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
 bool replay_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
 
-// Tells a watcher of something that went wrong inside the tap, as {"t", "seq", "thread", "error"}.
-void say_error(const std::string& text);
+// Reports what went wrong inside the tap as a line {"t", "seq", "thread", "error"}, or on stderr while nobody watches.
+void report_error(const std::string& text);
 
 }  // namespace tap

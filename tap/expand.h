@@ -73,7 +73,7 @@ consteval unsigned name_number(std::string_view name) {
     }                                                                                                             \
     template <class Owner, unsigned Name>                                                                         \
     static void* trampoline(std::size_t slot) {                                                                   \
-      static_assert(::tap::SLOTS == 4);                                                                           \
+      static_assert(::tap::kSlots == 4);                                                                          \
       static constexpr type slots[] = {&arrive<Owner, Name, 0>, &arrive<Owner, Name, 1>, &arrive<Owner, Name, 2>, \
                                        &arrive<Owner, Name, 3>};                                                  \
       return reinterpret_cast<void*>(slots[slot]);                                                                \

@@ -1,5 +1,5 @@
-// The tap's definition of every function of the contract. The order matters: types and prototypes first, then the
-// definitions.
+// Defines every function of the contract for the tap. The contract is included twice: first for types and prototypes,
+// then for the definitions.
 // clang-format off
 #include "tvapi/all.h"
 

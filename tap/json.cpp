@@ -8,7 +8,7 @@
 namespace tap {
 namespace {
 
-constexpr std::uint64_t EXACT_IN_DOUBLE = std::uint64_t{1} << 53;
+constexpr std::uint64_t kExactInDouble = std::uint64_t{1} << 53;
 
 int hex_digit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -72,7 +72,7 @@ bool is_zero(const cJSON* json) {
   return true;
 }
 
-// The last bit does not count: the library does not always print it.
+// The last bit is ignored, since cJSON does not always print it.
 bool same_real(double left, double right) {
   return left == right ||
          std::abs(left - right) <= std::min(std::abs(left), std::abs(right)) * std::numeric_limits<double>::epsilon();
@@ -109,16 +109,16 @@ Json json_parse(std::string_view text, std::string& ret_error) {
   return json;
 }
 
-// From 10^15 on the library prints an exponent and rounds; an integer that a double holds is written out instead.
+// cJSON prints integers from 10^15 on with an exponent, and rounded; this writes all their digits.
 static void spell_out_integers(cJSON* json) {
   for (cJSON* item = json; item != nullptr; item = item->next) {
     spell_out_integers(item->child);
     const double value = item->valuedouble;
-    if (!cJSON_IsNumber(item) || std::abs(value) < 1e15 || std::abs(value) > static_cast<double>(EXACT_IN_DOUBLE))
+    if (!cJSON_IsNumber(item) || std::abs(value) < 1e15 || std::abs(value) > static_cast<double>(kExactInDouble))
       continue;
     if (value != std::trunc(value)) continue;
     const std::string digits = std::to_string(static_cast<std::int64_t>(value));
-    item->type = (item->type & ~0xFF) | cJSON_Raw;  // a key that is not the item's stays so
+    item->type = (item->type & ~0xFF) | cJSON_Raw;  // the other bits say who owns the key
     item->valuestring = strdup(digits.c_str());
   }
 }
@@ -133,17 +133,17 @@ std::string json_print(const cJSON* json) {
 cJSON* json_integer(std::int64_t value) {
   if (value >= 0) return json_unsigned(static_cast<std::uint64_t>(value));
   const std::string digits = std::to_string(value);
-  return value < -static_cast<std::int64_t>(EXACT_IN_DOUBLE) ? cJSON_CreateString(digits.c_str())
-                                                             : cJSON_CreateRaw(digits.c_str());
+  return value < -static_cast<std::int64_t>(kExactInDouble) ? cJSON_CreateString(digits.c_str())
+                                                            : cJSON_CreateRaw(digits.c_str());
 }
 
 cJSON* json_unsigned(std::uint64_t value) {
   const std::string digits = std::to_string(value);
-  return value > EXACT_IN_DOUBLE ? cJSON_CreateString(digits.c_str()) : cJSON_CreateRaw(digits.c_str());
+  return value > kExactInDouble ? cJSON_CreateString(digits.c_str()) : cJSON_CreateRaw(digits.c_str());
 }
 
 bool json_to_integer(const cJSON* json, Integer& ret_value) {
-  // Raw items are the digits that json_integer made.
+  // A raw item holds the digits that json_integer wrote.
   if (cJSON_IsString(json) || cJSON_IsRaw(json)) return decimal_to_integer(json->valuestring, ret_value);
   if (cJSON_IsBool(json)) {
     ret_value = {.negative = false, .bits = cJSON_IsTrue(json) ? 1U : 0U};
@@ -179,12 +179,12 @@ bool json_to_bytes(const cJSON* json, std::string& ret_bytes) {
 }
 
 cJSON* json_bytes(std::string_view bytes) {
-  static constexpr char DIGITS[] = "0123456789abcdef";
+  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    text.push_back(DIGITS[byte >> 4]);
-    text.push_back(DIGITS[byte & 15]);
+    text.push_back(kDigits[byte >> 4]);
+    text.push_back(kDigits[byte & 15]);
   }
   cJSON* json = cJSON_CreateObject();
   cJSON_AddStringToObject(json, "bytes", text.c_str());
@@ -222,7 +222,7 @@ bool json_matches(const cJSON* expected, const cJSON* came) {
     }
     return true;
   }
-  // Integers come as raw digits or as texts, so these are real numbers.
+  // Integers are raw digits or texts in what came, so that two numbers are real numbers.
   if (cJSON_IsNumber(expected) && cJSON_IsNumber(came)) return same_real(expected->valuedouble, came->valuedouble);
   Integer left;
   Integer right;

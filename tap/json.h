@@ -1,4 +1,4 @@
-// cJSON, owned; whole numbers without loss; and the comparison of what a case or a recording says with what came.
+// cJSON with an owner, whole numbers without loss, and the comparison of expected with actual values.
 #pragma once
 
 #include <cjson/cJSON.h>
@@ -23,7 +23,7 @@ struct Integer {
   bool operator==(const Integer&) const = default;
 };
 
-// Parses a whole text; ret_error says where it went wrong.
+// Parses a whole text; null with ret_error, which says where it is wrong.
 Json json_parse(std::string_view text, std::string& ret_error);
 std::string json_print(const cJSON* json);
 
@@ -43,8 +43,8 @@ cJSON* json_bytes(std::string_view bytes);
 // A text as a JSON string, or as {"bytes": ...} where it is not valid UTF-8.
 cJSON* json_text(std::string_view text);
 
-// Whether what came is as expected: null in expected matches anything; of an object only the members in expected are
-// compared; what an array has more than expected must be zero; numbers may be decimal texts.
+// Whether a value is as expected: null in expected matches anything, only the members of an object that expected has
+// are compared, elements of an array beyond those of expected must be zero, and numbers may be decimal texts.
 bool json_matches(const cJSON* expected, const cJSON* came);
 
 }  // namespace tap

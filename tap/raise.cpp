@@ -1,4 +1,4 @@
-// Callbacks that a script, a recording or dtv_tap_raise calls in the platform's place.
+// Callbacks that a script, a recording or dtv_tap_raise calls in place of the platform.
 #include <cstring>
 #include <deque>
 #include <thread>
@@ -9,10 +9,10 @@
 namespace tap {
 namespace {
 
-// What a callback may write to through an address of ours.
-constexpr std::size_t OUTPUT_ROOM = 65536;
+// Bytes that a callback may write through a pointer argument.
+constexpr std::size_t kOutputRoom = 65536;
 
-// Memory of the arguments while the callback runs. A deque, since addresses must stay.
+// The arguments of a callback, with the memory that they point at; a deque, since addresses must not change.
 struct Arguments {
   std::deque<std::vector<std::uint64_t>> memory;
   std::vector<std::uint64_t> values;  // one per argument, as wide as the widest
@@ -25,7 +25,7 @@ void* room(Arguments& arguments, std::size_t bytes) {
   return arguments.memory.back().data();
 }
 
-// Makes an argument the address of so many elements, which hold what JSON says; of cleared ones without JSON.
+// Makes an argument point at count elements with the content of json; without json they are cleared.
 bool make_pointed(Form form, const Type& type, std::size_t count, const cJSON* json, std::size_t i,
                   Arguments& arguments, std::string& ret_error) {
   void* const memory = room(arguments, count * type.size);
@@ -35,12 +35,12 @@ bool make_pointed(Form form, const Type& type, std::size_t count, const cJSON* j
   return true;
 }
 
-// A text or a record is passed by its address, also where a number is expected. A text of digits is a text where an
-// address is expected, else a number.
+// Makes an argument of the form address. JSON of a text or a record is passed by its address, even where the decider
+// says that a number comes. A text of digits is a text where an address comes, else a number.
 bool make_address(const Param& param, bool addressed, const cJSON* json, std::size_t i, Arguments& arguments,
                   std::string& ret_error) {
   Integer number;
-  if (addressed && cJSON_IsNumber(json)) return true;  // an address of the process that was recorded; here null
+  if (addressed && cJSON_IsNumber(json)) return true;  // an address in the recorded process: null here
   if (!addressed && json_to_integer(json, number)) {
     return value_from_json(*param.type, json, &arguments.values[i], ret_error);
   }
@@ -53,7 +53,7 @@ bool make_argument(const Signature& callback, const cJSON* json, std::size_t i, 
   const Param& param = callback.params[i];
   const bool given = json != nullptr && !cJSON_IsNull(json);
   if (is_output(param)) {
-    return make_pointed(param.form, *param.type, OUTPUT_ROOM / param.type->size,
+    return make_pointed(param.form, *param.type, kOutputRoom / param.type->size,
                         given && is_input(param) ? json : nullptr, i, arguments, ret_error);
   }
   if (!given) return true;
@@ -73,7 +73,7 @@ bool make_arguments(const Signature& callback, const cJSON* json, const Integer*
   ret_arguments.values.assign(count, 0);
   ret_arguments.sizes.assign(count, 0);
   for (std::uint64_t& value : ret_arguments.values) ret_arguments.addresses.push_back(&value);
-  // Addresses come last, since other arguments decide on them.
+  // Addresses come last, since other arguments decide what they are.
   for (const bool addresses : {false, true}) {
     for (std::size_t i = 0; i < count; ++i) {
       const Param& param = callback.params[i];
@@ -116,13 +116,13 @@ bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::s
 
 bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error) {
   Integer tag;
-  std::size_t slot = SLOTS;
+  std::size_t slot = kSlots;
   {
     const std::lock_guard guard(state_lock());
     slot = raise.registration->slot;
     tag = raise.registration->tag;
   }
-  if (slot == SLOTS) {
+  if (slot == kSlots) {
     ret_error = "no callback is registered through " + std::string(raise.function->signature.name);
     return false;
   }
@@ -132,7 +132,7 @@ bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_e
   deliver(*raise.registration, slot, &result, arguments.addresses.data(), arguments.sizes.data());
   const Type& type = *raise.callback->result;
   ret_result = 0;
-  if (type.shape == Shape::integer || type.shape == Shape::word) {
+  if (type.shape == Shape::kInteger || type.shape == Shape::kWord) {
     ret_result = static_cast<std::int64_t>(integer_load(type, &result).bits);
   }
   return true;

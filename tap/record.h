@@ -3,9 +3,9 @@
 //
 //     TVAPI_RECORD(VEXTVAPI_USB_MOUNT_INFO_T, dev, path, label, port)
 //
-// A member that is forgotten, repeated or out of order does not compile. TVAPI_UNION also takes a record of which only
-// some members are named, where the compiler cannot count. At most 64 members. At namespace scope, also inside extern
-// "C".
+// A member that is forgotten, repeated or out of order is a compile error. TVAPI_UNION also describes a record of which
+// only some members are named, since it does not count them. At most 64 members. The macros are used at namespace
+// scope, also inside extern "C".
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ consteval bool ascending(std::span<const Field> fields) {
   return true;
 }
 
-// Whether the fields reach to the end, but for padding.
+// Whether nothing but padding follows the fields.
 consteval bool covers(std::span<const Field> fields, std::size_t size, std::size_t alignment) {
   std::size_t end = 0;
   for (const Field& field : fields) {

@@ -1,4 +1,4 @@
-// Answers calls from a recording, in the order in which they started, whatever thread they come on.
+// Answers calls from a recording, in the order in which the recorded calls began, on whatever thread they come.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -12,10 +12,10 @@
 namespace tap {
 namespace {
 
-constexpr std::size_t DIFFERENCES_SHOWN = 20;
-// How long a call waits for an event that stood before it in the recording: a plugin that holds a lock which the
-// callback needs would otherwise wait for ever.
-constexpr std::chrono::milliseconds EVENT_PATIENCE{1000};
+constexpr std::size_t kDifferencesShown = 20;
+// How long a call waits for the events before it in the recording. A plugin that holds a lock which its callback needs
+// would otherwise wait for ever.
+constexpr std::chrono::milliseconds kEventPatience{1000};
 
 struct Entry {
   Function* function = nullptr;
@@ -28,7 +28,7 @@ struct Entry {
 
 struct Replay {
   std::vector<Entry> entries;
-  std::size_t next = 0;  // first entry that is not used; with the rest under the tap's lock
+  std::size_t next = 0;  // first entry that is not used; this and the rest under the tap's lock
   int events_under_way = 0;
   std::vector<std::string> differences;
   std::size_t different = 0;
@@ -58,7 +58,7 @@ bool same_arguments(const Signature& signature, const cJSON* recorded, const cJS
 
 void note_difference(Replay& replay, std::string text) {
   ++replay.different;
-  if (replay.differences.size() < DIFFERENCES_SHOWN) replay.differences.push_back(std::move(text));
+  if (replay.differences.size() < kDifferencesShown) replay.differences.push_back(std::move(text));
 }
 
 // The entry that answers this call, or null. Under the tap's lock.
@@ -79,7 +79,7 @@ Entry* take(Replay& replay, Function& function, const cJSON* in) {
                               ? "after the end of the recording came " + came
                               : "line " + number + ": recorded was " +
                                     describe_call(due->function->signature, arguments_of(*due)) + ", came " + came);
-  // Go on where the call stands in the recording, so that one call more or less does not spoil the rest.
+  // Continue after this call's place in the recording, so that one call more or less does not spoil the rest.
   auto found = std::find_if(begin, replay.entries.end(), fits);
   if (found == replay.entries.end()) {
     if (due == replay.entries.end() || due->function != &function) return nullptr;
@@ -90,7 +90,7 @@ Entry* take(Replay& replay, Function& function, const cJSON* in) {
   return &*found;
 }
 
-// The events that stand between here and the next call. Under the tap's lock.
+// Takes the events before the recording's next call. Under the tap's lock.
 std::vector<Raise> due_events(Replay& replay) {
   std::vector<Raise> due;
   while (replay.next < replay.entries.size()) {
@@ -103,8 +103,8 @@ std::vector<Raise> due_events(Replay& replay) {
   return due;
 }
 
-// Runs on a thread of its own. Gives up its share of the replay under the lock, so that whoever waits for the events
-// also has the last share.
+// Runs on a thread of its own. It releases its share of the replay under the lock, so that the thread that waits for
+// the events frees the replay.
 void raise_events(std::shared_ptr<Replay> replay, std::vector<Raise> events) {
   raises_events = true;
   for (const Raise& raise : events) {
@@ -122,11 +122,11 @@ void raise_events(std::shared_ptr<Replay> replay, std::vector<Raise> events) {
   events_done().notify_all();
 }
 
-// Waits for what the platform is telling; not for long, since its receiver may be blocked. A callback does not wait for
-// itself.
+// Waits until the events have been raised; not for long, since the plugin's callback may be blocked. A call from a
+// callback does not wait, since it would wait for itself.
 void wait_for_events(std::unique_lock<std::mutex>& guard, const Replay& replay) {
   if (raises_events) return;
-  events_done().wait_for(guard, EVENT_PATIENCE, [&] { return replay.events_under_way == 0; });
+  events_done().wait_for(guard, kEventPatience, [&] { return replay.events_under_way == 0; });
 }
 
 bool read_line(const std::string& line, Replay& ret_replay, std::string& ret_error) {
@@ -148,7 +148,7 @@ bool read_line(const std::string& line, Replay& ret_replay, std::string& ret_err
     return false;
   }
   const cJSON* seq = cJSON_GetObjectItemCaseSensitive(entry.json.get(), "seq");
-  // Lines stand in the order in which calls ended; the order in which they started is what a replay follows.
+  // Lines are in the order in which calls ended; a replay follows the order in which they began.
   entry.seq = cJSON_IsNumber(seq) ? seq->valuedouble : static_cast<double>(ret_replay.entries.size());
   if (entry.is_event) {
     if (cJSON_HasObjectItem(entry.json.get(), "dropped")) return true;
@@ -195,7 +195,7 @@ bool replay_load(const char* lines, std::string& ret_error) {
   }
   std::unique_lock guard(state_lock());
   current().swap(replay);
-  set_active(REPLAYED, current() != nullptr);
+  set_active(kReplayed, current() != nullptr);
   if (replay) wait_for_events(guard, *replay);
   guard.unlock();  // the old one is freed without it
   return true;

@@ -1,4 +1,4 @@
-// Answers calls from a list: the form of a conformance case's "platform".
+// Answers calls from a list, which has the form of "platform" in a conformance case.
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -23,7 +23,7 @@ struct Answer {
 };
 
 struct Script {
-  Json json;  // what the answers point into
+  Json json;  // the answers point into it
   std::vector<Answer> answers;
 };
 
@@ -87,7 +87,7 @@ bool read_in(const cJSON* json, Answer& ret_answer, std::string& ret_error) {
     if (value == nullptr || cJSON_IsNull(value)) continue;
     bool fits = true;
     if (!is_input(param)) {
-      ret_error = "is only written; null is all that can stand for it";
+      ret_error = "is only written, so that only null can be given";
       fits = false;
     } else if (is_pointer(param.form)) {
       fits = pointed_from_json(param.form, *param.type, value, nullptr, 0, ret_error);
@@ -206,7 +206,7 @@ bool script_load(const char* text, std::string& ret_error) {
   {
     const std::lock_guard guard(state_lock());
     current().swap(script);
-    set_active(SCRIPTED, current() != nullptr);
+    set_active(kScripted, current() != nullptr);
   }
   return true;
 }
@@ -236,7 +236,7 @@ bool script_answer(Function& function, const cJSON* in, void* ret, void* const* 
     std::int64_t result = 0;
     std::string error;
     if (!raise_and_wait(raise, result, error))
-      say_error("an answer of " + std::string(function.signature.name) + ": " + error);
+      report_error("an answer of " + std::string(function.signature.name) + ": " + error);
   }
   return true;
 }

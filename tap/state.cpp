@@ -12,7 +12,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const Clock::time_point loaded_at = Clock::now();
+const Clock::time_point kLoadedAt = Clock::now();
 std::atomic<std::uint64_t> next_seq{1};
 std::atomic<int> next_thread{1};
 std::atomic<int> record_file{-1};
@@ -29,8 +29,8 @@ std::atomic<bool> has_event_hook{false};
 thread_local int watcher_depth = 0;
 thread_local int event_depth = 0;
 
-// The environment's recording starts with the library.
-[[maybe_unused]] const bool recording_started = [] {
+// A recording that the environment asks for begins when the library is loaded.
+[[maybe_unused]] const bool kRecordingStarted = [] {
   const char* path = std::getenv("DTV_TAP_RECORD");
   if (path != nullptr && *path != '\0') record_to(path);
   return true;
@@ -54,7 +54,7 @@ std::mutex& state_lock() {
 }
 
 std::int64_t now_us() {
-  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - loaded_at).count();
+  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - kLoadedAt).count();
 }
 
 Start start_now() { return {.seq = next_seq.fetch_add(1, std::memory_order_relaxed), .t = now_us()}; }
@@ -92,9 +92,9 @@ void hook_set(Hook& hook, int& depth, void (*fct)(), void* context) {
 
 void watch(dtv_tap_line_fct fct, void* context) {
   hook_set(watcher(), watcher_depth, reinterpret_cast<void (*)()>(fct), context);
-  // What the hook holds now, since another thread may have replaced it meanwhile.
+  // Looks again at the hook's function, since another thread may have replaced it meanwhile.
   const std::lock_guard guard(watcher().lock);
-  set_active(WATCHED, watcher().fct != nullptr);
+  set_active(kWatched, watcher().fct != nullptr);
 }
 
 void on_event(dtv_tap_event_fct fct, void* context) {
@@ -116,11 +116,11 @@ void record_to(const char* path) {
     return;
   }
   record_file.store(file, std::memory_order_release);
-  set_active(RECORDED, true);
+  set_active(kRecorded, true);
 }
 
-void say_error(const std::string& text) {
-  if ((g_active.load(std::memory_order_acquire) & (WATCHED | RECORDED)) == 0) {
+void report_error(const std::string& text) {
+  if ((g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) == 0) {
     std::fprintf(stderr, "tap: %s\n", text.c_str());
     return;
   }

@@ -1,5 +1,5 @@
-// What the tap keeps for the life of the process. One lock guards all of it that is not atomic; it is never held while
-// the platform, the plugin or a hook runs, and nothing is freed at exit, since threads of the platform may still call.
+// The tap's state, for the life of the process. One lock guards whatever is not atomic. It is never held while the
+// platform, the plugin or a hook runs. Nothing is freed at exit, since threads of the platform may still call.
 #pragma once
 
 #include <condition_variable>
@@ -25,7 +25,7 @@ Json new_line(const Start& start);
 // Hands a finished line to the recording file and to the watcher, on this thread.
 void emit(const cJSON* line);
 
-// A function of the host's that runs on any thread, and can be taken away.
+// A function of the host that is called on any thread, and that the host can replace or remove.
 struct Hook {
   std::mutex lock;
   std::condition_variable idle;
@@ -33,8 +33,8 @@ struct Hook {
   void* context = nullptr;
   int running = 0;  // on all threads
 };
-// Replaces the hook's function and waits until the earlier one no longer runs on any thread. From inside that function
-// it does not wait, since it would wait for itself. The caller must hold no lock that the function takes.
+// Replaces the hook's function and waits until the earlier one has returned on every thread. Called from inside that
+// function it does not wait, since it would wait for itself. The caller must hold no lock that the function takes.
 void hook_set(Hook& hook, int& depth, void (*fct)(), void* context);
 // Calls run(fct, context) outside of the lock when there is a function.
 template <class Run>

@@ -20,14 +20,14 @@ std::map<std::size_t, const Type*>& items() {
   return map;
 }
 
-// A number fits a width when it can be read as a signed or as an unsigned value of it.
+// Whether a signed or an unsigned integer of the type's width can hold the number.
 bool integer_fits(const Type& type, Integer number) {
   const unsigned width = static_cast<unsigned>(type.size) * 8;
   if (number.negative) return static_cast<std::int64_t>(number.bits) >= INT64_MIN >> (64 - width);
   return width == 64 || number.bits >> width == 0;
 }
 
-bool is_byte(const Type& type) { return type.shape == Shape::integer && type.size == 1; }
+bool is_byte(const Type& type) { return type.shape == Shape::kInteger && type.size == 1; }
 
 std::string shown(const cJSON* json) {
   std::string text = json_print(json);
@@ -38,7 +38,7 @@ std::string shown(const cJSON* json) {
 bool integer_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   Integer number;
   if (cJSON_IsString(json) && type.size == sizeof(void*) && !json_to_integer(json, number)) {
-    // A number that carries an address, where the address of a text is wanted.
+    // An integer as wide as an address, which here is that of a text.
     const char* text = keep_text(json->valuestring);
     std::memcpy(value, &text, sizeof text);
     return true;
@@ -47,8 +47,8 @@ bool integer_from_json(const Type& type, const cJSON* json, void* value, std::st
     ret_error = shown(json) + " is not a whole number";
     return false;
   }
-  // A word takes wider numbers, so that one case fits sets of any pointer width.
-  if (type.shape != Shape::word && !integer_fits(type, number)) {
+  // A word may be wider than an address, so that one case fits sets of any pointer width.
+  if (type.shape != Shape::kWord && !integer_fits(type, number)) {
     ret_error = shown(json) + " does not fit " + std::to_string(type.size * 8) + " bits";
     return false;
   }
@@ -119,28 +119,28 @@ const Type* find_record(std::string_view name) {
 
 cJSON* value_to_json(const Type& type, const void* value) {
   switch (type.shape) {
-    case Shape::none:
+    case Shape::kNone:
       return cJSON_CreateNull();
-    case Shape::integer:
-    case Shape::word: {
+    case Shape::kInteger:
+    case Shape::kWord: {
       const Integer number = integer_load(type, value);
       return number.negative ? json_integer(static_cast<std::int64_t>(number.bits)) : json_unsigned(number.bits);
     }
-    case Shape::real: {
+    case Shape::kReal: {
       double number = 0;
       std::memcpy(&number, value, sizeof number);
       return cJSON_CreateNumber(number);
     }
-    case Shape::string: {
+    case Shape::kString: {
       const char* text = nullptr;
       std::memcpy(&text, value, sizeof text);
       return text == nullptr ? cJSON_CreateNull() : json_text(text);
     }
-    case Shape::text:
+    case Shape::kText:
       return text_to_json(static_cast<const char*>(value), type.count);
-    case Shape::array:
+    case Shape::kArray:
       return array_to_json(*type.element, value, type.count);
-    case Shape::record: {
+    case Shape::kRecord: {
       cJSON* object = cJSON_CreateObject();
       for (const Field& field : type.fields) {
         cJSON_AddItemToObjectCS(object, field.name,
@@ -155,7 +155,7 @@ cJSON* value_to_json(const Type& type, const void* value) {
 cJSON* text_to_json(const char* text, std::size_t size) {
   if (text == nullptr) return cJSON_CreateNull();
   const std::size_t length = strnlen(text, size);
-  // Without its terminator a text could not be written back as it was.
+  // As a text, it would get a terminator when it is written back.
   return length == size ? json_bytes({text, length}) : json_text({text, length});
 }
 
@@ -171,15 +171,15 @@ cJSON* array_to_json(const Type& element, const void* values, std::size_t count)
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   if (cJSON_IsNull(json)) return true;
   switch (type.shape) {
-    case Shape::none:
+    case Shape::kNone:
       ret_error = "nothing is returned, so nothing can be given";
       return false;
-    case Shape::integer:
-    case Shape::word:
+    case Shape::kInteger:
+    case Shape::kWord:
       return integer_from_json(type, json, value, ret_error);
-    case Shape::real:
+    case Shape::kReal:
       return real_from_json(json, value, ret_error);
-    case Shape::string: {
+    case Shape::kString: {
       if (!cJSON_IsString(json)) {
         ret_error = shown(json) + " is not a text";
         return false;
@@ -188,9 +188,9 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
       std::memcpy(value, &text, sizeof text);
       return true;
     }
-    case Shape::text:
+    case Shape::kText:
       return text_from_json(json, static_cast<char*>(value), type.count, ret_error);
-    case Shape::array: {
+    case Shape::kArray: {
       if (cJSON_IsArray(json) && static_cast<std::size_t>(cJSON_GetArraySize(json)) > type.count) {
         ret_error =
             std::to_string(cJSON_GetArraySize(json)) + " elements, where the array has " + std::to_string(type.count);
@@ -198,7 +198,7 @@ bool value_from_json(const Type& type, const cJSON* json, void* value, std::stri
       }
       return array_from_json(*type.element, json, value, type.count, ret_error);
     }
-    case Shape::record:
+    case Shape::kRecord:
       return record_from_json(type, json, value, ret_error);
   }
   return false;
@@ -301,7 +301,7 @@ cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::siz
   return nullptr;
 }
 
-// Without memory the item id is not known either, and any item's record will do.
+// Without memory the item id is unknown as well; then JSON may fit the record of any item.
 static bool item_from_json(const cJSON* json, void* memory, std::size_t item_id, std::string& ret_error) {
   if (memory == nullptr) {
     if (std::any_of(items().begin(), items().end(),

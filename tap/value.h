@@ -1,4 +1,4 @@
-// The types of the TV API as data: how a value of each stands in JSON, and how it gets from there into memory.
+// The types of the TV API as data, and the conversion of their values to and from JSON.
 #pragma once
 
 #include <cstddef>
@@ -13,20 +13,20 @@
 namespace tap {
 
 enum class Shape : std::uint8_t {
-  none,     // void
-  integer,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
-  real,     // double: a number
-  word,     // pointer-sized word: a number, signed
-  string,   // char*: a text, or null
-  text,     // char[count]: a text
-  array,    // T[count]: an array
-  record,   // described by TVAPI_RECORD or TVC_RECORD: an object
+  kNone,     // void
+  kInteger,  // integer, enumeration, flag: a number, or a decimal text beyond 2^53
+  kReal,     // double: a number
+  kWord,     // pointer-sized word: a number, signed
+  kString,   // char*: a text, or null
+  kText,     // char[count]: a text
+  kArray,    // T[count]: an array
+  kRecord,   // described by TVAPI_RECORD or TVC_RECORD: an object
 };
 
 struct Field;
 
 struct Type {
-  Shape shape = Shape::none;
+  Shape shape = Shape::kNone;
   bool is_signed = false;
   std::size_t size = 0;             // bytes
   std::size_t count = 0;            // elements of a text or an array
@@ -58,22 +58,22 @@ constexpr Type make_type() {
   } else if constexpr (std::is_array_v<T>) {
     using Element = std::remove_cv_t<std::remove_extent_t<T>>;
     if constexpr (std::is_same_v<Element, char>) {
-      return {.shape = Shape::text, .size = sizeof(T), .count = sizeof(T)};
+      return {.shape = Shape::kText, .size = sizeof(T), .count = sizeof(T)};
     } else {
-      return {.shape = Shape::array, .size = sizeof(T), .count = std::extent_v<T>, .element = &type_of<Element>};
+      return {.shape = Shape::kArray, .size = sizeof(T), .count = std::extent_v<T>, .element = &type_of<Element>};
     }
   } else if constexpr (std::is_enum_v<T>) {
-    return {.shape = Shape::integer, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
+    return {.shape = Shape::kInteger, .is_signed = std::is_signed_v<std::underlying_type_t<T>>, .size = sizeof(T)};
   } else if constexpr (std::is_integral_v<T>) {
-    return {.shape = Shape::integer, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
+    return {.shape = Shape::kInteger, .is_signed = std::is_signed_v<T>, .size = sizeof(T)};
   } else if constexpr (std::is_same_v<T, double>) {
-    return {.shape = Shape::real, .is_signed = true, .size = sizeof(T)};
+    return {.shape = Shape::kReal, .is_signed = true, .size = sizeof(T)};
   } else if constexpr (std::is_same_v<T, char*> || std::is_same_v<T, const char*>) {
-    return {.shape = Shape::string, .size = sizeof(T)};
+    return {.shape = Shape::kString, .size = sizeof(T)};
   } else if constexpr (std::is_pointer_v<T>) {
-    return {.shape = Shape::word, .is_signed = true, .size = sizeof(T)};
+    return {.shape = Shape::kWord, .is_signed = true, .size = sizeof(T)};
   } else {
-    return {.shape = Shape::record,
+    return {.shape = Shape::kRecord,
             .size = sizeof(T),
             .name = RecordOf<T>::name,
             .fields = std::span<const Field>(RecordOf<T>::fields)};
@@ -93,8 +93,9 @@ cJSON* value_to_json(const Type& type, const void* value);
 cJSON* text_to_json(const char* text, std::size_t size);
 cJSON* array_to_json(const Type& element, const void* values, std::size_t count);
 
-// Write into memory that was cleared before; what JSON leaves out stays cleared. A text is cut to size with its
-// terminator, {"bytes": ...} is cut to size and has none. False with ret_error when JSON does not fit the type.
+// Write into cleared memory; members that JSON leaves out stay cleared. A text is cut so that it fits with its
+// terminator,
+// {"bytes": ...} is cut to size and gets none. False with ret_error when JSON does not fit the type.
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error);
 bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
 bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);
@@ -113,23 +114,23 @@ enum class Form : std::uint8_t {
 };
 enum class Direction : std::uint8_t { in, out, inout };
 
-// Whether JSON shows what an argument points at, and not the argument itself.
+// Whether JSON has what the argument points at, and not the argument itself.
 constexpr bool is_pointer(Form form) {
   return form != Form::value && form != Form::address && form != Form::callback && form != Form::tag;
 }
 
-// The kind of parameter as people know it: "in_text" and so on.
+// The kind of parameter as the contract calls it, in small letters: "in_text" and so on.
 std::string kind_name(Form form, Direction direction);
 
-// Bytes of what a pointer's argument points at.
+// How many bytes a pointer argument points at.
 std::size_t pointed_size(Form form, const Type& type, std::size_t count);
 
-// The same for what a pointer's argument points at: count elements of a type, or the record of this item id. Without
-// memory, the first gives null, and the second only says whether JSON fits.
+// As value_to_json and value_from_json, for what a pointer argument points at: count elements of a type, or the record
+// of the item with the id count. Without memory, the first gives null, and the second only says whether JSON fits.
 cJSON* pointed_to_json(Form form, const Type& type, const void* memory, std::size_t count);
 bool pointed_from_json(Form form, const Type& type, const cJSON* json, void* memory, std::size_t count,
                        std::string& ret_error);
-// How many elements such JSON needs.
+// How many elements a pointer argument with this JSON must point at.
 std::size_t pointed_count(Form form, const cJSON* json);
 
 // Whether JSON fits the type, without a place to write it to.
@@ -139,7 +140,7 @@ bool value_fits(const Type& type, const cJSON* json, std::string& ret_error);
 Integer integer_load(const Type& type, const void* value);
 void integer_store(const Type& type, Integer number, void* value);
 
-// A copy that is never freed, since nobody says when the receiver is done with it; equal texts share one.
+// A copy that is never freed, since the receiver does not say when it is done with it; equal texts share one.
 const char* keep_text(std::string_view text);
 
 }  // namespace tap

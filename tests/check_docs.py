@@ -30,7 +30,7 @@ PICTURE = re.compile(r"!\[[^\]]*\]\(\s*(?P<inline>[^()\s]+)[^()]*\)")
 HEADING = re.compile(r"^#{1,6}[ \t]+(?P<title>.+?)[ \t]*#*$", re.M)
 SUFFIX = r"\.(?:c|cpp|h|def|map|py|sh|bash|mjs|ts|tsx|json|md|cmake)"
 PATH = re.compile(rf"[\w.<*-]+[\w.<>*/-]*{SUFFIX}|(?:[\w.<>*-]+/)+[\w.<>*-]*")
-# How a program tells its options.
+# How a program's help shows its options.
 BUILT = {"dtv-host": [["--help"]], "conformance": [["--help"]],
          "dtvctl": [["--help"]] + [[command, "--help"] for command in "get set watch list functions trace tv".split()]}
 
@@ -147,7 +147,7 @@ def check_document(project, document):
     text = (project["root"] / document).read_text(encoding="utf-8")
     prose = without(SPAN, without(FENCE, text))
     faults = []
-    for pattern in (LINK, PICTURE):  # a picture may stand in a link
+    for pattern in (LINK, PICTURE):  # a picture may be inside a link
         for link in pattern.finditer(prose):
             fault = link_fault(project, document, link["inline"] or link["reference"])
             faults.append((prose.count("\n", 0, link.start()) + 1, fault))
@@ -168,7 +168,7 @@ def output_of(*command):
 
 
 def this_project(build):
-    # Files that are not added yet belong to it, ignored ones do not.
+    # With the files that are not added yet, without ignored ones.
     listed = output_of("git", "ls-files", "-z", "--cached", "--others", "--exclude-standard").split("\0")
     files = [name for name in listed if name and (ROOT / name).is_file()]
     scripts = {name: name for name in files if name.startswith(("tests/", "bench/")) and name.endswith(".py")}

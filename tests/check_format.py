@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks that every C and C++ file is laid out as .clang-format says, and that none grows too long.
+"""Checks that every C and C++ file has the layout of .clang-format, and that none is too long.
 In the plugin (src/ and inc/) it also finds the two spellings that no other check does: an anonymous namespace, which is
 written as static, and a comparison with nullptr, which is written as p or !p.
 
@@ -29,7 +29,7 @@ PLACE = re.compile(r"^(?P<file>/.+?):\d+:\d+: (?:error|warning): ", re.M)
 
 
 def listed(patterns):
-    """The project's files, those too that are not added yet."""
+    """The project's files, with those that are not added yet."""
     command = ["git", "ls-files", "-z", "--cached", "--others", "--exclude-standard", "--", *patterns]
     names = subprocess.run(command, cwd=ROOT, check=True, stdout=subprocess.PIPE, text=True).stdout
     return [ROOT / name for name in names.split("\0") if name and (ROOT / name).is_file()]
@@ -45,7 +45,7 @@ def style_complaint(name, text):
 
 def layout_complaints(files):
     """File -> what clang-format says of it. One start of it for all files."""
-    # The style is named: a file outside of the project, as the self-test's, is to have the project's too.
+    # The style is named, so that the self-test's files, which are outside of the project, have it as well.
     checked = subprocess.run(["clang-format", f"--style=file:{ROOT}/.clang-format", "--dry-run", "-Werror", *files],
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
     starts = [*PLACE.finditer(checked.stdout)]
@@ -75,7 +75,7 @@ def complaints_of(files):
 
 
 def selftest():
-    """(passed, failed). The texts are right but for the width, the indent, a blank, the length."""
+    """(passed, failed). Each text has one fault at most: the width, the indent, a blank, the length."""
     wrong = ["int a = " + " + ".join(["1000"] * 17) + ";\n", "int f() {\n    return 1;\n}\n", "int  a;\n", "// a\n" * (MAX_LINES + 1)]
     right = ["int a = " + " + ".join(["1000"] * 16) + ";\n", "int f() { return 1; }\n",
              "// clang-format off\nint  a;\n", "// a\n" * MAX_LINES]

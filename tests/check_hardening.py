@@ -54,7 +54,7 @@ def can_be_unloaded(elf):
     return not re.search(r"^\s*\d+:.*\bUNIQUE\b(?!.*\bUND\b)", elf, re.M) and not re.search(r"\bNODELETE\b", elf)
 
 
-# Property, how it is seen in what readelf prints; whether only libraries have it.
+# Property, how readelf's output shows it, whether only libraries have it.
 PROPERTIES = [
     ("relocated data is read-only (RELRO)", has_relro, False),
     ("every symbol is bound at load time", binds_now, False),

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks who includes whom.
+"""Checks which files include which.
 
 usage: tests/check_includes.py [--selftest]
 
@@ -16,15 +16,15 @@ ROOT = Path(__file__).resolve().parent.parent
 SOURCES = {".cpp", ".cc", ".c", ".h", ".hpp"}
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:"(?P<quoted>[^"]+)"|<(?P<angled>[^>]+)>)', re.M)
 
-# Folders whose files are looked at, the longest prefix counts. `sees`: folders or files that may be included beside
-# the file's own folder; an entry that ends with "/" is a folder. `why` is the rule in words.
+# The rule of each folder; of several, that of the longest prefix counts. `sees`: folders or files that may be included
+# beside the file's own folder; an entry that ends with "/" is a folder. `why` is the rule in words.
 API, MAIN, HANDLERS, UTIL = "src/tv_ctrl_api/", "src/tv_ctrl_main/", "src/tvctl_common/", "src/tv_ctrl_util/"
 CONTRACT, CONTRACT_TYPES = "inc/tvapi/", "inc/tvapi/types.h"
 # What every layer of the plugin may see of inc/: everything but the platform's functions.
 SHARED = ["inc/", "!" + CONTRACT, CONTRACT_TYPES]
 RULES = {
     "inc/": (["inc/"], "a public header includes public headers only"),
-    "src/": (SHARED, "a file of the plugin stands in one of its layers"),
+    "src/": (SHARED, "a file of the plugin is in one of its layers"),
     API: ([MAIN, UTIL, *SHARED],
           "tv_ctrl_api sees tv_ctrl_main, tv_ctrl_util and inc/, but not the handlers or the platform's functions"),
     MAIN: ([HANDLERS, UTIL, "inc/"], "tv_ctrl_main sees the handlers, tv_ctrl_util and inc/, but not tv_ctrl_api"),

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks tests/run.py and tests/counts.py with made-up stages and with what test programs print.
+"""Checks tests/run.py and tests/counts.py with made-up stages and with the output of test programs.
 
 usage: tests/check_run.py
 

@@ -32,8 +32,8 @@ from pathlib import Path
 from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
-# Of a compiler's options those that say what the source means; warnings are the compilers' own task, and clang-tidy
-# refuses options that only another compiler knows.
+# The compiler options that change what a source means. Warnings are the compilers' task, and clang-tidy refuses options
+# that only another compiler knows.
 MEANING = re.compile(r"-[DU]|-std=|-fno-exceptions|-fno-rtti|-pthread")
 FOLDERS = ("-I", "-isystem", "-iquote", "-include")
 FINDING = re.compile(r"^(?P<place>\S+:\d+:\d+): (?:error|warning): ", re.M)
@@ -46,7 +46,7 @@ def output_of(*command):
 
 
 def listed(*patterns):
-    """The project's files, those too that are not added yet."""
+    """The project's files, with those that are not added yet."""
     return output_of("git", "ls-files", "--cached", "--others", "--exclude-standard", "--", *patterns).splitlines()
 
 
@@ -93,7 +93,7 @@ def content_digest(path, _changed, _size):
 
 
 def digest_of(path):
-    """Of the file's content; of nothing where it is gone."""
+    """The hash of the file's content; of nothing where the file is gone."""
     try:
         status = os.stat(path)
         return content_digest(path, status.st_mtime_ns, status.st_size)
@@ -102,13 +102,13 @@ def digest_of(path):
 
 
 def portable(text):
-    """The same in every checkout."""
+    """The path within the project, which is the same in every checkout."""
     return str(text).replace(f"{ROOT}/", "").replace(str(ROOT), ".")
 
 
 @functools.cache
 def rules():
-    """What a result depends on beside the source: the checks and the program that runs them."""
+    """What a result depends on besides the source: the checks and the version of clang-tidy."""
     version = re.search(r"version \S+", output_of("clang-tidy", "--version"))[0]
     return [version, *((name, digest_of(ROOT / name)) for name in [portable(__file__), *listed("*.clang-tidy")])]
 
@@ -133,7 +133,7 @@ def includes(source, options):
 
 
 class Passes(NamedTuple):
-    """What passed, in a folder that all checkouts share.
+    """The passes, in a folder that all checkouts share.
 
     A file named by a source, its content, its options and the rules lists what that source included. An empty file named
     by the content of all these as well says that it passed."""
@@ -158,7 +158,7 @@ class Passes(NamedTuple):
         return True
 
     def begin(self, source, options):
-        """What to give to keep once the source has passed; None when that can never be remembered."""
+        """The argument for keep() once the source has passed; None when its pass cannot be remembered."""
         names = includes(source, options)
         if names is None:
             return None
@@ -207,7 +207,7 @@ def check(source, options, passes, config=()):
 
 
 def changed_files(root=ROOT):
-    """What differs from where this branch left its upstream or main, or else from the last commit."""
+    """The files that differ from where this branch left its upstream or main, or else from the last commit."""
     def git(*words):
         made = subprocess.run(["git", *words], cwd=root, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
                               check=False)

@@ -1,4 +1,4 @@
-"""How many tests a command ran, as the text with which its test program ends says."""
+"""How many tests a command ran, according to the end of its test program's output."""
 
 import re
 from collections import Counter
@@ -21,7 +21,7 @@ class Counts(NamedTuple):
 class Kind(NamedTuple):
     name: str
     begins: str  # where the text with the numbers begins
-    passed: str  # each number that one of these captures from there on is added
+    passed: str  # the numbers that these capture from there on are added up
     failed: str
     skipped: str
 
@@ -40,7 +40,7 @@ KINDS = [Kind(name, *(re.compile(pattern, re.M) for pattern in patterns)) for na
 
 
 def count(output, exit_code):
-    """The counts of one command. One that says none counts as one test, which passes when it exits with 0."""
+    """The counts of one command. A command that prints none counts as one test, which passes when it exits with 0."""
     begun = [(begins.start(), kind) for kind in KINDS for begins in kind.begins.finditer(output)]
     if not begun:
         return Counts(passed=1) if exit_code == 0 else Counts(failed=1)

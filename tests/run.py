@@ -29,7 +29,7 @@ from counts import Counts, count
 from stages import ROOT, SHARDS, stages
 
 TIME_LIMIT = 1500  # seconds for one command; a test that hangs fails
-BACKGROUND_TIME_LIMIT = 4 * TIME_LIMIT  # of what takes the longer the fewer cores there are
+BACKGROUND_TIME_LIMIT = 4 * TIME_LIMIT  # of commands that take longer with fewer cores
 BACKGROUND = ["nice", "-n", "10"]
 
 
@@ -44,15 +44,15 @@ class Result(NamedTuple):
     name: str
     counts: Counts
     good: bool
-    text: str  # what is shown of it
+    text: str  # what is printed about it
     seconds: float = 0
     processor: float = 0
     tests: tuple = ()  # (program, build folder, how many it ran)
 
 
-groups_lock = threading.Lock()  # guards the two that follow
+groups_lock = threading.Lock()  # guards groups and interrupted
 groups = set()  # process groups that run now
-interrupted = False  # no more may begin
+interrupted = False  # no command may begin any more
 
 
 def kill_group(group):
@@ -105,7 +105,7 @@ def run_once(arguments, environment, limit=TIME_LIMIT):
 
 
 def run(stage, command):
-    """Runs a command, in shards where its program has them: what came of it, and its counts."""
+    """Runs a command, in shards where its program has them. Returns its result and its counts."""
     arguments, environment = command if isinstance(command, tuple) else (command, {})
     shards = SHARDS.get(Path(arguments[0]).name, 1)
     if shards == 1:
@@ -206,7 +206,7 @@ def differing_runs(results):
 
 
 def run_table(table, jobs):
-    """Runs the stages and prints what comes of them. Returns the exit code."""
+    """Runs the stages and prints their results. Returns the exit code."""
     begun, results = time.monotonic(), []
 
     def report(result):

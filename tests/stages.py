@@ -6,16 +6,16 @@ from pathlib import Path
 from typing import NamedTuple
 
 ROOT = Path(__file__).resolve().parent.parent
-# What runs in every build; `make arm` has these. The others need the virtual television and the host.
+# The tests that run in every build, also by `make arm`. The others need the virtual television and the host.
 PLUGIN_TESTS = ["base_test", "unit_test", "tap_test", "load_test", "race_test"]
 DESK_TESTS = ["tv_test", "host_test"]
-# The emulator has threads of its own, with which only the superuser gets the file systems that a case wants; unshare
-# makes one of whoever runs it.
+# The emulator has threads of its own, so that only the superuser gets the file systems that a case wants; unshare makes
+# any user one.
 EMULATOR = ["qemu-arm"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "qemu-arm"]
-# Programs whose tests mostly wait: so many processes at once run a part of the tests each.
+# Programs whose tests mostly wait: so many processes at once each run a part of the tests.
 SHARDS = {"tv_test": 4, "host_test": 4}
-# Where the tests of programs make their files: in memory, since a disk that others use as well makes each sync slow.
-# What they test of a disk they put in its place; the system tests have the machine's.
+# Where unit tests make their files: in memory, since a disk that others use makes each sync slow. Tests of the disk
+# replace it by one of their own; the system tests use the machine's.
 MEMORY = {"TMPDIR": "/dev/shm"} if os.access("/dev/shm", os.W_OK) and shutil.disk_usage("/dev/shm").free > 256 << 20 else {}
 
 
@@ -24,10 +24,10 @@ class Stage(NamedTuple):
     commands: list  # each a list of arguments, or (arguments, environment)
     after: tuple = ()  # stages that prepare this one; it is not run when one of them has failed
     cores: float = 1  # processor cores that its tests keep busy
-    prepares: bool = False  # its commands are no tests, and after one that fails the others are not run
+    prepares: bool = False  # its commands are not tests, and a failed one ends the stage
     background: bool = False  # takes all cores, but only what the tests leave; one such stage runs at a time
     check: bool = False  # belongs to `make check`
-    shown: bool = False  # its output is worth reading also when all is well
+    shown: bool = False  # its output is printed even when it passes
 
 
 def script(path, *arguments):

@@ -14,7 +14,7 @@ import tempfile
 
 FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "selftest")
 
-# Name of a bad case, and what must stand in its failure.
+# Name of a bad case, and the texts that its failure must contain.
 REASONS = {
     "ret differs": ["step 1 of 1", "ret: expected 9, came 8"],
     "ret of a set differs": ["ret: expected 0, came -1"],
@@ -143,9 +143,9 @@ TABLE_REASONS = {
     "a value in capitals": ['"values": "A" must be a name of small letters'],
     "a repetition with a blank": ['"repeat": "a b" must be a name of small letters'],
     "values that are none": ['"values" must be an object of names'],
-    "a value of itself": ['"a" stands for itself'],
+    "a value of itself": ['"a" is used in its own value'],
     "repetitions that are none": ['"repeat" must be an object of names'],
-    "a repetition of itself": ['"long" stands for itself'],
+    "a repetition of itself": ['"long" is used in its own value'],
     "an object within a text": ['row 2: {"b":1}: steps, element 1: "a" is neither text nor number'],
     "an array as a key": ['"files": "${a}" is neither text nor number'],
     "a name without an end": ['"${" without "}"'],
@@ -175,7 +175,7 @@ BAD_CASES = {"bad.json": (REASONS, 1), "bad_tables.json": (TABLE_REASONS, 2)}
 GOOD_FILES = ("good.json", "plain.json", "tables.json")
 EXPANDED_CASES = 37
 
-# Whole files that cannot be used, and what must be said about them.
+# Files that cannot be used at all, and the texts that the message about them must contain.
 BAD_FILES = {
     "{": "not JSON",
     '{"case":[]}': "a file is",

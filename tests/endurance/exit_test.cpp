@@ -1,5 +1,5 @@
-// A process that exits while its threads go on calling the library: it ends, with 0, and what the threads are told
-// until then is right.
+// A process that exits while its threads go on calling the library: it ends with 0, and the calls return right answers
+// to the end.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -36,7 +36,7 @@ struct Caller {
   std::atomic<int> calls = 0;
 };
 
-// What the threads of a child look at. Never destroyed, since they go on to the very end.
+// What the threads of a child use. Never destroyed, since they run until the process ends.
 struct Child {
   Plugin plugin;
   Held held;
@@ -131,7 +131,7 @@ bool answered(const std::optional<std::string>& text, const std::string& expecte
   std::exit(kWell);
 }
 
-// Nobody else calls, so that every lock is free: what comes after finds nobody subscribed, and requests still work.
+// No other thread calls, so that every lock is free: nobody is subscribed any more, and requests still work.
 ssize_t call_once_more(void*, const char*, std::size_t size) {
   if (fetch_text(child->plugin, kUsbNotify)) give_up("still subscribed", kWrongAnswer);
   if (get_text(child->plugin, kMuteUri) != kMuteResponse) give_up("get", kWrongAnswer);

@@ -1,4 +1,4 @@
-// Loading, starting, using and closing the library again and again: nothing of it stays in the process.
+// Loads, starts, uses and closes the library again and again: nothing of it stays in the process.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -84,21 +84,21 @@ void expect_fresh(const Plugin& plugin) {
 void load_use_and_unload() {
   const Plugin plugin = load_plugin();
   expect_fresh(plugin);
-  platform.callback = nullptr;
+  volume_callback = nullptr;
   const int starts = platform.starts;
   EXPECT_EQ(plugin.init_res(), 0);
   EXPECT_EQ(plugin.init(), 0);
   EXPECT_EQ(platform.starts, starts + 1);
   Dl_info callback = {}, entry = {};
-  ASSERT_NE(dladdr(reinterpret_cast<void*>(platform.callback.load()), &callback), 0);
+  ASSERT_NE(dladdr(reinterpret_cast<void*>(volume_callback.load()), &callback), 0);
   ASSERT_NE(dladdr(reinterpret_cast<void*>(plugin.get), &entry), 0);
   EXPECT_EQ(callback.dli_fbase, entry.dli_fbase) << "registered with the platform is another library's function";
   use(plugin);
   EXPECT_TRUE(unload_plugin(plugin));
 }
 
-// What the process holds after that many rounds on a thread of their own: when a thread ends, the C library takes back
-// the freed blocks that it had put aside for that thread, so that only what is really in use counts.
+// What the process holds after that many rounds on a new thread. When a thread ends, the C library takes back the freed
+// blocks that it has kept for the thread, so that only blocks in use count.
 Footprint footprint_after(int rounds) {
   std::thread([rounds] {
     for (int round = 1; round <= rounds && !testing::Test::HasFailure(); ++round) {
@@ -116,7 +116,7 @@ TEST(Load, AThousandTimesLeavesNothingBehind) {
   const Footprint late = footprint_after(kRounds - kEarlyRounds);
   EXPECT_EQ(late.heap, early.heap) << "bytes in use after " << kRounds << " and after " << kEarlyRounds << " rounds";
   EXPECT_EQ(late.descriptors, early.descriptors);
-  // A thread that has been joined is listed for a moment still.
+  // A thread is listed for a moment after it has been joined.
   for (int i = 0; i < 1000 && entries(kThreads) > threads; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_LE(entries(kThreads), threads);

@@ -1,5 +1,5 @@
 // Requests, notifications, subscribing and fetching at once, for DTV_RACE_SECONDS (5): every text that comes out is
-// whole and is the right one, requests exclude each other, and no thread gets stuck. Silent under the thread sanitizer.
+// whole and right, requests exclude each other, and no thread gets stuck. The thread sanitizer reports nothing.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -25,13 +25,13 @@
 namespace {
 
 constexpr int kDefaultSeconds = 5;
-constexpr int kWindows = 2;  // in each of these parts of the time every thread must get on
-constexpr auto kJoinPatience = std::chrono::seconds(60);
-constexpr int kLevels[] = {17, 5, 6};                                // at the start, and as the two setters set it
+constexpr int kWindows = 2;  // in each of these parts of the time every thread must finish a round
+constexpr auto kPatience = std::chrono::seconds(60);  // that a thread gets beyond its time, on a busy machine
+constexpr int kLevels[] = {17, 5, 6};                 // at the start, and as the two setters set it
 constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";  // subscribed and unsubscribed all the time
 constexpr char kPlayerItem[] = R"({"TYPE":1,"TAG":2,"ARG1":3,"ARG2":4,"ARG3":5,"ARG4":6})";
 
-// Hosts poll with a pause.
+// Threads that fetch pause, as hosts do.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
 
 // What the threads found wrong, each finding once.
@@ -46,7 +46,7 @@ void check(Findings& findings, bool right, const std::string& what) {
   if (findings.texts.size() < 20) findings.texts.insert(what);
 }
 
-// The log line of every broken request is not what this looks at.
+// Discards standard output: the log has a line for each broken request.
 struct SilentOutput {
   int output = dup(STDOUT_FILENO);
   SilentOutput() { turn_to(open("/dev/null", O_WRONLY | O_CLOEXEC)); }
@@ -129,8 +129,14 @@ void raise_player(const Plugin& plugin) {
   plugin.notify_content(tvc_id(TV_CTRL_GRPID_WS_NFY, TV_CTRL_RECID_WS_NFY_CBROWSER_PLAYBACK), &record);
 }
 
-// Runs every worker on a thread of its own; tells of those that stand still in a part of the time. Those that do not
-// even end cannot be waited for: the process ends with them.
+bool wait_until(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition() && std::chrono::steady_clock::now() < deadline) poll_pause();
+  return condition();
+}
+
+// Runs every worker on a thread of its own, and reports those that finish no round in a part of the time. A thread that
+// does not end cannot be joined: then the process ends.
 void run(std::deque<Worker>& workers, std::chrono::seconds duration, Findings& findings) {
   const SilentOutput silent;
   std::atomic<bool> stop = false;
@@ -147,15 +153,14 @@ void run(std::deque<Worker>& workers, std::chrono::seconds duration, Findings& f
   for (int window = 0; window < kWindows; ++window) {
     std::this_thread::sleep_for(std::chrono::duration<double>(duration) / kWindows);
     for (std::size_t i = 0; i < workers.size(); ++i) {
-      const std::uint64_t now = workers[i].rounds;
-      check(findings, now > std::exchange(rounds[i], now), std::string("stands still: ") + workers[i].name);
+      const bool moves = wait_until([&] { return workers[i].rounds > rounds[i]; });
+      check(findings, moves, std::string("stands still: ") + workers[i].name);
+      rounds[i] = workers[i].rounds;
     }
   }
   stop = true;
-  const auto deadline = std::chrono::steady_clock::now() + kJoinPatience;
   const auto ended = [](const Worker& worker) { return worker.ended.load(); };
-  while (!std::ranges::all_of(workers, ended) && std::chrono::steady_clock::now() < deadline) poll_pause();
-  if (!std::ranges::all_of(workers, ended)) {
+  if (!wait_until([&] { return std::ranges::all_of(workers, ended); })) {
     for (const Worker& worker : workers)
       if (!worker.ended) std::fprintf(stderr, "hangs: %s\n", worker.name);
     _exit(1);
@@ -193,7 +198,7 @@ TEST(Race, EverythingAtOnce) {
   const auto set = [&](int value) {
     check(findings, set_volume(plugin, value) == 0, "set fails");
     const INT32 volume = platform.volume;
-    check(findings, std::ranges::count(kLevels, volume) == 1, "the platform was told " + std::to_string(volume));
+    check(findings, std::ranges::count(kLevels, volume) == 1, "the platform received " + std::to_string(volume));
   };
   const auto raise_single = [&] { raise_volume(++level); };
   const auto raise_queued = [&](const char* label, unsigned& port) {

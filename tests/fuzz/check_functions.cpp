@@ -1,5 +1,4 @@
-// A made-up contract with every kind of parameter, expanded as the TV API is. The order matters: types, then records
-// and definitions.
+// The functions of the made-up contract, expanded as those of the TV API are.
 // clang-format off
 #include "tests/unit/tap/contract.h"
 

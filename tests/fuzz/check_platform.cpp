@@ -1,5 +1,5 @@
-// Checks the platform itself: that with some input it does each thing that a platform may do, and with none what it
-// may not. Memory is handed to it exactly as large as it says, so that the address sanitizer sees more.
+// Checks the fuzz targets' platform: some input makes it do each thing that a platform may do, and no input makes it do
+// anything else. It gets memory exactly as large as announced, so that the address sanitizer sees every write beyond.
 #include <stdio.h>
 #include <string.h>
 
@@ -16,7 +16,7 @@
 #include "platform.h"
 #include "tests/unit/tap/contract.h"
 
-// What was seen of the platform: what must come with some input, and what must never come.
+// What the platform has done: what some input must cause, and what no input may cause.
 static std::map<std::string, bool> wanted;
 static std::map<std::string, bool> forbidden;
 
@@ -180,7 +180,7 @@ static void call_all() {
   demo_event(&event);
   want("event: a union's bytes", event.u_code.reason > 255);
 
-  // Each item's record is in memory of its own size; of an unknown item nothing is touched.
+  // Each item's record is in memory of its own size; the record of an unknown item is not touched.
   const auto point = std::make_unique<DEMO_POINT>();
   *point = {.x = 0x5A5A, .y = 0x5A5A};
   demo_ask_item(0x5EED01, point.get());

@@ -52,8 +52,8 @@ static std::string take_plugin_text(Bytes& bytes) {
   }
 }
 
-// Values at all depths, and whether any of them, or a key, holds U+0000. Of several members with equal keys the library
-// has kept one, so that this is no more than the host counts.
+// Counts the values at all depths, and finds out whether one of them, or a key, has U+0000. Of members with equal keys
+// the library has kept one, so that the count is at most the host's.
 static std::size_t count_values(const json::value& value, bool& ret_has_nul) {
   std::size_t count = 1;
   if (const json::string* const text = value.if_string(); text && text->find('\0') != json::string::npos)
@@ -165,7 +165,7 @@ static const std::vector<Method>& methods() {
 
 // --- JSON-RPC ---
 
-// A reply must be whole, and be one.
+// A reply must be one whole JSON-RPC reply.
 static void check_reply(std::string_view reply, std::string_view id) {
   std::string wrong;
   require(json_is_whole(reply, &wrong), "a reply is whole JSON", reply);
@@ -184,19 +184,19 @@ static void check_reply(std::string_view reply, std::string_view id) {
   require(members == 3 && id_came, "a reply has jsonrpc, the request's id, and result or error", reply);
 }
 
-// The largest message that is parsed a second time, by the whole library, to compare.
+// The largest message that is parsed a second time, by the JSON library, for comparison.
 static void check_against_library(std::string_view text) {
   json::error_code failure;
   const json::value parsed = parse(text, failure);
   std::string wrong;
   const bool whole = json_is_whole(text, &wrong);
   require(whole == !failure, "a text is whole where the library reads it", text);
-  require(whole == wrong.empty(), "what is not whole is told why", text);
+  require(whole == wrong.empty(), "a text that is not whole comes with a reason", text);
   if (!whole) return;
   std::string_view rest = text;
   std::size_t count = 0;
   if (parsed.is_object()) {
-    std::map<std::string, std::string> last;  // of equal keys the last one counts
+    std::map<std::string, std::string> last;  // the last of equal keys counts
     while (const auto member = json_next_member(rest)) last[json_string(member->key)] = std::string(member->value);
     require(last.size() == parsed.get_object().size(), "as many members as the library finds", text);
     for (const auto& [key, value] : last)
@@ -347,7 +347,7 @@ static void http(Bytes& bytes) {
 
 // --- Host and Origin ---
 
-// Ways to name a host, and what is not quite one.
+// Names of hosts, right and almost right.
 static std::string take_host(Bytes& bytes) {
   static constexpr const char* kNames[] = {
       "localhost", "127.0.0.1", "[::1]", "::1", "LocalHost",      "evil.example",           "192.168.1.5",
@@ -366,7 +366,7 @@ static std::string lower(std::string text) {
   return text;
 }
 
-// Whether a Host names a loopback address and this port, said in another way than the policy's own.
+// Whether a Host names a loopback address and this port; computed in another way than in the host.
 static bool is_this_host(const std::string& host, int port) {
   for (const std::string name : {"localhost", "127.0.0.1", "[::1]", "[127.0.0.1]", "[localhost]"}) {
     if (!lower(host).starts_with(name)) continue;
@@ -493,7 +493,7 @@ static void clients(Bytes& bytes) {
         const bool replies_wait = !replies.empty();
         bool has_replies = !replies_wait;
         const std::string chunk = outbox_take(outbox, has_replies);
-        require(has_replies == replies_wait, "a chunk with replies is told from one without");
+        require(has_replies == replies_wait, "a chunk says whether it has replies");
         std::string_view frames = chunk;
         while (!frames.empty()) {
           const std::string text = take_frame(frames);
@@ -567,7 +567,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Every method is called, and every kind of HTTP request answered.
+// The seeds call every method, and every kind of HTTP request gets an answer.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals = {"HTTP 200",      "HTTP 400", "HTTP 404", "HTTP 405", "HTTP 413",
                                  "HTTP JSON-RPC", "HTTP get", "HTTP set", "origin",   "listen",

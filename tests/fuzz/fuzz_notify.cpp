@@ -1,5 +1,5 @@
-// Fuzzes the platform's side: records of arbitrary bytes for every type that notifies, between subscriptions and
-// fetches, some of them on other threads.
+// Fuzzes notifications: records of arbitrary bytes for every type that notifies, between subscriptions and fetches,
+// some of them on other threads.
 #include <stdlib.h>
 #include <string.h>
 
@@ -14,7 +14,7 @@
 
 static constexpr int kMostOperations = 64;
 
-// What was raised of a URI since it was last fetched.
+// What has been raised for a URI since it was last fetched.
 struct Since {
   std::size_t most = 0;  // items that can be pending
   bool some = false;     // a text must be pending
@@ -54,7 +54,7 @@ static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscript
     return;
   }
   const Fetched fetched = fetch(bytes, tables, subscriptions, uri.get());
-  if (!fetched.subscribed || text == subscriptions.shared) return;  // what other threads fetch does not come here
+  if (!fetched.subscribed || text == subscriptions.shared) return;  // other threads fetch this one as well
   Since& since = raised[text];
   require(fetched.items <= since.most, "no item is delivered that was not raised, or twice", text);
   require(fetched.came || !since.some, "what was raised is delivered", text);
@@ -62,7 +62,7 @@ static void operate(Bytes& bytes, const Tables& tables, Subscriptions& subscript
   if (fetched.items > 0) seed_reached(plugin_find(tables, text.c_str())->type_name);
 }
 
-// Each type that notifies is delivered and fetched.
+// The seeds deliver and fetch each type that notifies.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris)
@@ -74,8 +74,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Tables& tables = plugin_start();
   Bytes bytes = {.next = data, .left = size};
-  static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
-  plugin_log_level(levels[take_below(bytes, std::size(levels))]);
+  static constexpr int kLevels[] = {0, 0, 0, 0, 0, -1, 2, 10};
+  plugin_log_level(kLevels[take_below(bytes, std::size(kLevels))]);
   const std::vector<std::size_t>& rows = tables.notifying[take_below(bytes, tables.notifying.size())];
   const UriInfo& watched = tables.uris[rows[take_below(bytes, rows.size())]];
   const bool concurrent = take_chance(bytes, 16);

@@ -1,5 +1,5 @@
-// Fuzzes the host's side: sequences of gets, sets, subscriptions and fetches, with platform answers and callbacks that
-// arrive before, within and beside them; and the core's own functions with records of any content.
+// Fuzzes requests: sequences of gets, sets, subscriptions and fetches, with platform answers, and callbacks before,
+// during and beside them; and the core's exported functions with records of any content.
 #include <stdlib.h>
 #include <string.h>
 
@@ -35,7 +35,7 @@ static void get(Bytes& bytes, const Tables& tables, const char* uri) {
   const std::string text = take_parameter(bytes, tables, row, false, word);
   const Owned parameter = own_text(take_chance(bytes, 4) ? nullptr : &text);
   if (row && parameter) reached_word(*row, word);
-  // Exactly as long as what may be copied. Known URIs find it cleared, so that the text has an end.
+  // Exactly as long as what may be copied. Cleared for known URIs, so that the text has an end.
   const std::unique_ptr<char[]> buffer(new char[DTV_JSP_RESPONSE_MAX]);
   memset(buffer.get(), row ? 0 : '\xA5', DTV_JSP_RESPONSE_MAX);
   if (take_chance(bytes, 64)) {
@@ -77,7 +77,7 @@ static void call_core(Bytes& bytes, const Tables& tables, const char* uri) {
   const ItemType* const item = tvc_item_type(type);
   const bool has_record = item && item->record_size > 0 && !take_chance(bytes, 16);
   const std::unique_ptr<char[]> record = has_record ? take_record(bytes, type, kEverywhere, text) : nullptr;
-  // Without a null record, which some sets take, what has no record yet stays out.
+  // Types without a record are left out: a set could not tell their null record from one that it takes.
   if (!has_record && row && !item) return;
   if (take_chance(bytes, 2))
     tv_ctrl_set(id, record.get());
@@ -114,7 +114,7 @@ static void read_beside(const UriInfo& row) {
   }
 }
 
-// The indices of the URIs that most of an input's requests are for: of one group, of one type, or all.
+// The indices of the URIs for most of an input's requests: of one group, of one type, or all.
 static const std::vector<std::size_t>& take_rows(Bytes& bytes, const Tables& tables) {
   const std::size_t choice = take_below(bytes, 2 * tables.related.size());
   return choice < tables.related.size() ? tables.related[choice] : tables.active;
@@ -133,8 +133,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Bytes bytes = {.next = data, .left = size};
   const std::vector<std::size_t>& rows = take_rows(bytes, tables);
   if (!std::ranges::all_of(rows, [&](std::size_t row) { return is_wanted(tables.uris[row]); })) return 0;
-  static constexpr int levels[] = {0, 0, 0, 0, 0, -1, 2, 10};
-  plugin_log_level(levels[take_below(bytes, std::size(levels))]);
+  static constexpr int kLevels[] = {0, 0, 0, 0, 0, -1, 2, 10};
+  plugin_log_level(kLevels[take_below(bytes, std::size(kLevels))]);
   const bool concurrent = take_chance(bytes, 16);
   platform_begin(take_text(bytes));
 
@@ -152,8 +152,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Each type is read, in each form that its responses have; each of its request words comes with its fields, and each
-// URI that is served is asked.
+// The seeds read each type in each form of its responses, use each of its request words with its fields, and make a
+// request for each URI that is served.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const UriInfo& row : plugin_start().uris) {

@@ -51,23 +51,23 @@ static std::map<std::string, void*>& sinks() {
 static void add_type_value(Bytes& bytes, const tap::Type& type, std::string& text) {
   if (take_chance(bytes, 12)) return add_any_value(bytes, text);
   switch (type.shape) {
-    case tap::Shape::none:
+    case tap::Shape::kNone:
       text += "null";
       return;
-    case tap::Shape::integer:
-    case tap::Shape::word:
-    case tap::Shape::real:
+    case tap::Shape::kInteger:
+    case tap::Shape::kWord:
+    case tap::Shape::kReal:
       if (take_chance(bytes, 4)) return add_number_value(bytes, text);
       text += std::to_string(take_number<std::int8_t>(bytes));
       return;
-    case tap::Shape::string:
-    case tap::Shape::text:
+    case tap::Shape::kString:
+    case tap::Shape::kText:
       if (take_chance(bytes, 4)) {
         text += take_chance(bytes, 2) ? R"({"bytes":"414243FF4142434445"})" : R"({"hex":"4)";
         return;
       }
       return add_text_value(bytes, type.count, text);
-    case tap::Shape::array: {
+    case tap::Shape::kArray: {
       text += '[';
       for (std::size_t count = take_below(bytes, type.count + 2), i = 0; i < count; ++i) {
         if (i > 0) text += ',';
@@ -76,7 +76,7 @@ static void add_type_value(Bytes& bytes, const tap::Type& type, std::string& tex
       text += ']';
       return;
     }
-    case tap::Shape::record:
+    case tap::Shape::kRecord:
       text += '{';
       for (const tap::Field& field : type.fields) {
         if (take_chance(bytes, 4)) continue;
@@ -90,16 +90,16 @@ static void add_type_value(Bytes& bytes, const tap::Type& type, std::string& tex
 }
 
 static void add_param_value(Bytes& bytes, const tap::Param& param, std::string& text) {
-  static constexpr tap::Type characters = {.shape = tap::Shape::text, .size = 8, .count = 8};
+  static constexpr tap::Type kCharacters = {.shape = tap::Shape::kText, .size = 8, .count = 8};
   if (take_chance(bytes, 6)) {
     text += "null";
   } else if (param.form == tap::Form::string || param.form == tap::Form::text) {
-    add_type_value(bytes, characters, text);
+    add_type_value(bytes, kCharacters, text);
   } else if (param.form == tap::Form::array) {
-    const tap::Type array = {.shape = tap::Shape::array, .size = 0, .count = 6, .element = param.type};
+    const tap::Type array = {.shape = tap::Shape::kArray, .size = 0, .count = 6, .element = param.type};
     add_type_value(bytes, array, text);
   } else if (param.form == tap::Form::address && take_chance(bytes, 2)) {
-    add_type_value(bytes, param.pointed->shape == tap::Shape::record ? *param.pointed : characters, text);
+    add_type_value(bytes, param.pointed->shape == tap::Shape::kRecord ? *param.pointed : kCharacters, text);
   } else {
     add_type_value(bytes, *param.type, text);
   }
@@ -296,7 +296,7 @@ static void operate(Bytes& bytes) {
     default:
       return call(bytes, take_function(bytes));
   }
-  require((ret == 0) == !error, "a failure is told, a success is silent", error ? error : "");
+  require((ret == 0) == !error, "a failure has a message, a success has none", error ? error : "");
   free(error);
 }
 
@@ -315,7 +315,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   return 0;
 }
 
-// Each function is scripted and replayed, and each callback raised.
+// The seeds script and replay each function, and raise each callback.
 std::set<std::string> seed_goals() {
   std::set<std::string> goals;
   for (const tap::Function* function : tap::functions()) {

@@ -1,8 +1,8 @@
 // Fuzzes the server over its sockets: the real one runs on threads of its own in this process, with a made-up plugin
-// behind it, and each input plays what one to four connections send, cut anywhere and interleaved. Whatever they send,
-// they end in time, what comes back has the protocols' form, and somebody else is served all the while. Of a
-// connection that is not damaged the answers are known: each request has one, what was refused is without effect, and
-// nothing of what stands behind a refusal or a close is carried out.
+// behind it, and each input is what one to four connections send, cut anywhere and interleaved. Whatever they send,
+// they end in time, the answers have the protocols' form, and another client is served all the while. For a connection
+// that is not damaged the answers are known: each request gets one, a refused request has no effect, and nothing after
+// a refusal or a close is carried out.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -32,10 +32,10 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Below the fuzzer's own limit, so that it is told what took so long.
+// Below the fuzzer's own limit, so that the message says what took so long.
 static constexpr milliseconds kEnd{15'000};
 static constexpr milliseconds kReply{5'000};
-// What the server waits for a client that is due to send or to read.
+// How long the server waits for a client that must send or read.
 static constexpr milliseconds kDeadline{200};
 static constexpr std::size_t kConnections = 12;
 
@@ -83,7 +83,7 @@ static void start_server() {
   const ServerOptions options{.policy = {.address = "127.0.0.1", .port = 0, .allowed_origins = {target.origin}},
                               .web_folder = web_folder().string(),
                               .token = target.token,
-                              .watchdog = false,  // it would end the process without the input being kept
+                              .watchdog = false,  // it would end the process before the fuzzer keeps the input
                               .limits = {.message_bytes = target.message_bytes,
                                          .connections = kConnections,
                                          .subscriptions = 2,
@@ -146,7 +146,7 @@ static int connect_one(bool slow) {
   if (slow) {
     const int few_bytes = 2048;
     setsockopt(made, SOL_SOCKET, SO_RCVBUF, &few_bytes, sizeof few_bytes);
-    // Segments that fit into what is left of the buffer: the system waits a fifth of a second before each other one.
+    // Segments that fit into the rest of the buffer: the system waits a fifth of a second before any other.
     const int small_segment = 512;
     setsockopt(made, IPPROTO_TCP, TCP_MAXSEG, &small_segment, sizeof small_segment);
   }
@@ -167,7 +167,7 @@ static int connect_one(bool slow) {
   return made;
 }
 
-// Reads what is there.
+// Reads the bytes that have arrived.
 static void read_some(Line& line) {
   static std::array<char, 65536> buffer;
   while (!line.ended) {
@@ -198,7 +198,7 @@ static void read_until(std::vector<Line>& all, milliseconds patience, const char
   }
 }
 
-// Sends the next bytes. Where the server takes none it waits for a reader.
+// Sends the next bytes. When the server takes none, it waits until its answers are read.
 static void send_some(Line& line, std::size_t bytes) {
   const std::size_t until = line.sent + bytes;
   const auto end = steady_clock::now() + kEnd;
@@ -213,7 +213,7 @@ static void send_some(Line& line, std::size_t bytes) {
       line.broken = true;
       break;
     }
-    require(steady_clock::now() < end, "the server reads from who reads");
+    require(steady_clock::now() < end, "the server reads from a client that reads");
     for (Line& other : lines) read_some(other);
     pollfd waiting{.fd = line.socket, .events = POLLIN | POLLOUT, .revents = 0};
     poll(&waiting, 1, 50);
@@ -235,7 +235,7 @@ static std::vector<Line>& resident() {
   return one;
 }
 
-// Gets a value, and has it in time.
+// Gets a value; the answer must come in time.
 static void ask_resident() {
   Line& line = resident()[0];
   const std::string id = wire_new_mark();
@@ -243,13 +243,13 @@ static void ask_resident() {
   line.received.replies.clear();
   line.sent = 0;
   line.script.bytes = wire_text_frame(R"({"jsonrpc":"2.0","id":")" + id + R"(","method":"get","params":{"uri":")" +
-                                      wire_uri + R"(","parameter":)" + wire_parameter(id, Act::plain) + "}}");
+                                      kWireUri + R"(","parameter":)" + wire_parameter(id, Act::kPlain) + "}}");
   send_some(line, line.script.bytes.size());
   read_until(resident(), kReply, "a client that stays is answered in time",
              [&] { return line.ended || !line.received.replies.empty(); });
   require(!line.ended, "a client that stays is not cut off");
   const Reply& reply = line.received.replies.begin()->second;
-  // Its request may find the queue full, as anybody's.
+  // Its request may find the queue full, like any other.
   require(reply.text.find(reply.failed ? "-32005" : R"("MARK":")" + id) != std::string::npos,
           "a client that stays has its own answer", reply.text);
 }
@@ -277,7 +277,7 @@ static void check_answers(const Line& line) {
     const bool refused = answer.status == 503 || (answer.status >= 400 && answer.status <= 431 && answer.status != 422);
     check_marked(wanted.marked, !refused, answer.status == 200, answer.body);
   }
-  require(received.continues <= script.continues, "only who asks is told to go on");
+  require(received.continues <= script.continues, "100 answers only a request that expects it");
 }
 
 static void check_replies(const Line& line) {
@@ -338,7 +338,7 @@ static void play(Bytes& bytes) {
 }
 
 static void end_lines() {
-  read_until(lines, kEnd, "what was asked for is answered in time",
+  read_until(lines, kEnd, "requests are answered in time",
              [] { return std::ranges::all_of(lines, has_all) || lines.empty(); });
   for (const Line& line : lines)
     if (!line.script.waits) shutdown(line.socket, SHUT_WR);
@@ -369,7 +369,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     close(line.socket);
     constexpr std::size_t kBuffered = 32768;
     receive_end(line.received, line.reset || line.script.slow || line.received.bytes > kBuffered);
-    // Whatever the server thought of the connection's pace.
+    // Without regard to the server's deadlines for the connection.
     for (const std::string& mark : line.script.forbidden)
       require(wire_sets(mark) == 0, "what stands behind a refusal or a close is not carried out", mark);
     if (line.script.doubtful || crowded || line.lasted >= kDeadline) continue;
@@ -379,7 +379,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     seed_reached(line.script.websocket ? "checked WebSocket" : "checked HTTP");
   }
   lines.clear();
-  // The server learns of an end a little later than the client.
+  // The server notices an end a little later than the client.
   for (const auto end = steady_clock::now() + kReply; wire_is_followed(); ask_resident())
     require(steady_clock::now() < end, "nothing stays subscribed for a client that is gone");
   return 0;

@@ -1,4 +1,4 @@
-// Messages to the host made of the fuzzer's input. What there is to ask for, the host tells itself.
+// Messages to the host, made from the fuzzer's input. The host's own refusals name the methods and their members.
 #pragma once
 
 #include <string>

@@ -75,8 +75,8 @@ void add_text_value(Bytes& bytes, std::size_t limit, std::string& text) {
 
 static void add_nested(Bytes& bytes, std::string& text) {
   // The library's limit is 1000.
-  static constexpr std::size_t depths[] = {2, 20, 990, 1000, 1001, 3000};
-  const std::size_t depth = depths[take_below(bytes, std::size(depths))];
+  static constexpr std::size_t kDepths[] = {2, 20, 990, 1000, 1001, 3000};
+  const std::size_t depth = kDepths[take_below(bytes, std::size(kDepths))];
   const bool objects = take_chance(bytes, 2);
   for (std::size_t i = 0; i < depth; ++i) text += objects ? "{\"a\":" : "[";
   text += '1';
@@ -84,14 +84,14 @@ static void add_nested(Bytes& bytes, std::string& text) {
 }
 
 void add_any_value(Bytes& bytes, std::string& text) {
-  static constexpr const char* values[] = {"null", "true",           "false",         "[]",
-                                           "{}",   "[1,\"2\",null]", "{\"VALUE\":1}", "nul"};
-  const std::size_t choice = take_below(bytes, std::size(values) + 3);
-  if (choice < std::size(values))
-    text += values[choice];
-  else if (choice == std::size(values))
+  static constexpr const char* kValues[] = {"null", "true",           "false",         "[]",
+                                            "{}",   "[1,\"2\",null]", "{\"VALUE\":1}", "nul"};
+  const std::size_t choice = take_below(bytes, std::size(kValues) + 3);
+  if (choice < std::size(kValues))
+    text += kValues[choice];
+  else if (choice == std::size(kValues))
     add_nested(bytes, text);
-  else if (choice == std::size(values) + 1)
+  else if (choice == std::size(kValues) + 1)
     text += kNumbers[take_below(bytes, std::size(kNumbers))];
   else
     add_text_value(bytes, 16, text);

@@ -1,4 +1,4 @@
-// JSON texts made of the fuzzer's input, whole and not.
+// JSON texts made from the fuzzer's input, whole or damaged.
 #pragma once
 
 #include <string>
@@ -18,7 +18,7 @@ void add_number_value(Bytes& bytes, std::string& text);
 // An array of numbers, some of them no numbers: a few, or about `limit`.
 void add_numbers_value(Bytes& bytes, std::size_t limit, std::string& text);
 
-// A value of any kind, some nested deeply and some none at all.
+// A value of any kind: some are nested deeply, some are not JSON.
 void add_any_value(Bytes& bytes, std::string& text);
 
 // Breaks a text somewhere, or not.

@@ -1,5 +1,5 @@
-// A platform whose answers, outputs and callbacks come from the fuzzer's input. "platform_expand.h" makes its
-// functions of the contract's statements; nothing knows a function by name.
+// The fuzz targets' platform: its results, outputs and callbacks come from the fuzzer's input. "platform_expand.h"
+// makes its functions from the contract's statements; nothing knows a function by name.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-// What happens inside a platform call, besides its answer.
+// What happens during a platform call, in addition to its answer.
 enum class MidCall : std::uint8_t {
   kNothing,
   kRaiseHere,           // a callback on the calling thread
@@ -17,18 +17,18 @@ enum class MidCall : std::uint8_t {
 };
 inline constexpr std::size_t kMidCalls = 5;
 
-// Begins an input: everything that the platform answers from now on is read from these bytes, again from the start at
-// their end, and calls do nothing besides. Registered are the callbacks that platform_keep found. No other thread uses
-// the platform meanwhile.
+// Begins an input: from now on all answers are read from these bytes, from the start again at their end, and calls do
+// nothing else. The registered callbacks are those that platform_keep kept. No other thread uses the platform
+// meanwhile.
 void platform_begin(std::string bytes);
 
-// Keeps which callbacks are registered now, for all inputs that follow.
+// Keeps the callbacks that are registered now for all inputs that follow.
 void platform_keep();
 
-// Other bytes from now on.
+// Reads the answers from other bytes from now on.
 void platform_answers(std::string bytes);
 
-// From now on each platform call does this besides.
+// Sets what each platform call does in addition.
 void platform_mid_call(MidCall action);
 
 // Raises one of the registered callbacks, with arguments read from the answers, on the calling thread.
@@ -54,7 +54,7 @@ struct Memory {
 };
 void* take_memory(Memory& memory, std::size_t size);
 
-// What calls hand out, on whatever thread.
+// Memory for the outputs of a call, on any thread.
 void* take_call_memory(std::size_t size);
 
 using RawCallback = void (*)();

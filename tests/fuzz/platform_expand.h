@@ -4,9 +4,9 @@
 //     #include "platform_expand.h"
 //     #include "tvapi/all.h"        // records and definitions
 //
-// What a platform may do with each form of parameter is said below, under "What a function does with its parameters"
-// and "What a callback's arguments are". A form that has no rule there, and a record that is not described, do not
-// compile.
+// What a platform may do with each form of parameter is described below, under "What a function does with its
+// parameters" and "What a callback's arguments are". A form that has no rule there, and a record that is not described,
+// do not compile.
 #pragma once
 
 #include <cstring>
@@ -22,10 +22,10 @@
 
 // A terminated text in memory of its own length, or null. `allocate` takes a size.
 const char* answer_text(Answers& answers, const auto& allocate) {
-  static constexpr std::size_t lengths[] = {0, 1, 7, 15, 31, 32, 63, 64, 127, 128, 255, 256, 1000};
-  const std::size_t choice = take_below(answers, 2 * std::size(lengths));
-  if (choice == std::size(lengths)) return nullptr;
-  const std::size_t length = choice < std::size(lengths) ? lengths[choice] : take_below(answers, 20);
+  static constexpr std::size_t kLengths[] = {0, 1, 7, 15, 31, 32, 63, 64, 127, 128, 255, 256, 1000};
+  const std::size_t choice = take_below(answers, 2 * std::size(kLengths));
+  if (choice == std::size(kLengths)) return nullptr;
+  const std::size_t length = choice < std::size(kLengths) ? kLengths[choice] : take_below(answers, 20);
   char* const text = static_cast<char*>(allocate(length + 1));
   for (std::size_t i = 0; i < length; ++i) {
     const auto character = static_cast<char>(take_byte(answers));
@@ -61,24 +61,24 @@ inline void answer_integer(Answers& answers, const tap::Type& type, void* value)
 // characters; only a char* is as it must be.
 inline void answer_value(Answers& answers, const tap::Type& type, void* value, const auto& allocate) {
   switch (type.shape) {
-    case tap::Shape::none:
+    case tap::Shape::kNone:
       return;
-    case tap::Shape::integer:
-    case tap::Shape::word:
-    case tap::Shape::real:  // any bits: NaN, infinity, and numbers that no integer holds
+    case tap::Shape::kInteger:
+    case tap::Shape::kWord:
+    case tap::Shape::kReal:  // any bits: NaN, infinity, and numbers that no integer holds
       return answer_integer(answers, type, value);
-    case tap::Shape::string: {
+    case tap::Shape::kString: {
       const char* const text = answer_text(answers, allocate);
       std::memcpy(value, &text, sizeof text);
       return;
     }
-    case tap::Shape::text:
+    case tap::Shape::kText:
       return take_characters(answers, static_cast<char*>(value), type.count);
-    case tap::Shape::array:
+    case tap::Shape::kArray:
       for (std::size_t i = 0; i < type.count; ++i)
         answer_value(answers, *type.element, static_cast<char*>(value) + i * type.element->size, allocate);
       return;
-    case tap::Shape::record:
+    case tap::Shape::kRecord:
       for (const tap::Field& field : type.fields)
         answer_value(answers, *field.type, static_cast<char*>(value) + field.offset, allocate);
       return;
@@ -167,7 +167,7 @@ std::uintptr_t tag_word(T tag) {
 template <tap::Form form>
 inline constexpr bool kNoRule = false;
 
-// Reads what the function is given. room: of what the argument points at, in elements.
+// Reads the function's inputs. room: of what the argument points at, in elements.
 template <tap::Form form, tap::Direction direction, typename Argument>
 void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe_unused]] std::uintptr_t& ret_word) {
   using enum tap::Form;
@@ -187,7 +187,7 @@ void read_argument(Argument argument, [[maybe_unused]] std::size_t room, [[maybe
     static_assert(kNoRule<form>);
 }
 
-// Writes what the function gives back.
+// Writes the function's outputs.
 template <tap::Form form, tap::Direction direction, typename Argument>
 void write_argument(Argument argument, [[maybe_unused]] std::size_t room) {
   using enum tap::Form;
@@ -214,7 +214,7 @@ T word_tag(std::uintptr_t word) {
 // --- What a callback's arguments are ---
 
 // Count values, or null when there are few. A count by value may be anything up to what a platform has memory for,
-// a negative one stands for none; room that is given by address is kept to.
+// a negative one counts as 0; a size that is given by address is not exceeded.
 template <typename T>
 T* answer_array(auto&& count, const auto& allocate) {
   using Count = std::remove_reference_t<decltype(count)>;
@@ -245,8 +245,8 @@ T* answer_one(const auto& allocate) {
   return value;
 }
 
-// An argument by itself. Passed: its C type; T: the type of what it points at. Nothing is known yet of a callback that
-// is handed a callback, and it does not compile.
+// An argument by itself. Passed: its C type; T: the type that it points at. A callback with a callback among its
+// parameters has no rule yet, and does not compile.
 template <tap::Form form, typename Passed, typename T>
 Passed make_argument([[maybe_unused]] const auto& allocate, [[maybe_unused]] std::uintptr_t tag_to_pass) {
   using enum tap::Form;

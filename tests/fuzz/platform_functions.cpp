@@ -1,4 +1,5 @@
-// The functions of the TV API, made of their statements. The order matters: types, then records and definitions.
+// The fuzz targets' functions of the TV API. The contract is included first for its types, then for records and
+// definitions.
 // clang-format off
 #include "tvapi/all.h"
 

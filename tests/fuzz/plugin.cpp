@@ -38,7 +38,7 @@ static std::size_t member_size(const cJSON* object, const char* key) {
 
 // --- Start and tables ---
 
-// The JSON text of a value; empty for null, which stands for a member that is not there.
+// The JSON text of a value; empty for null, which is a missing member.
 static std::string print(const cJSON* value) {
   if (!value || cJSON_IsNull(value)) return {};
   const std::unique_ptr<char, void (*)(void*)> text(cJSON_PrintUnformatted(value), cJSON_free);
@@ -69,7 +69,7 @@ static std::vector<FieldInfo> read_fields(const cJSON* array) {
   return fields;
 }
 
-// The description tells the one set that a tool makes; a type may take several, of which its table tells.
+// The description has the one set that a tool makes; a type may take several, which its table has.
 static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
   std::vector<SetInfo> sets;
   if (const std::string word = member_text(set, "request"); !word.empty())
@@ -101,8 +101,8 @@ static std::vector<SetInfo> read_sets(const cJSON* set, const ItemType& item) {
   return sets;
 }
 
-// The keys that an object of this use can have, in their order: the description has each once, an object has it where
-// the row stands whose condition holds.
+// The keys that an object of this use can have, in order. The description has each once; in an object, a key is at the
+// place of the row whose condition holds.
 static Keys read_keys(std::span<const Field> fields, FieldUse use) {
   Keys keys;
   for (const Field& field : fields) {
@@ -163,7 +163,7 @@ static Tables read_tables() {
     const auto id = static_cast<UINT16>(member(row, "id")->valueint);
     const bool gets = takes(row, "get");
     const bool sets = takes(row, "set");
-    // Also where no handler raises it: another part of the set may.
+    // Even where no handler raises it: another part of the set may.
     const bool notifies =
         member_text(row, "group") == "WS_NFY" && !tables.types[member_text(row, "type")].notify_member.empty();
     if (gets || sets || notifies) tables.active.push_back(tables.uris.size());
@@ -209,7 +209,7 @@ static Tables read_tables() {
 
 static int wanted_log_level;
 
-// Stands in for the level file alone. Linked with --wrap=fopen.
+// Opens a made-up level file; every other file is opened as usual. Linked with --wrap=fopen.
 extern "C" FILE* __real_fopen(const char* path, const char* mode);
 extern "C" FILE* __wrap_fopen(const char* path, const char* mode);
 FILE* __wrap_fopen(const char* path, const char* mode) {
@@ -263,7 +263,7 @@ const Tables& plugin_start() {
     platform_mid_call(MidCall::kRaiseHere);  // and calls back as soon as a callback is registered
     a_dtv_jsp_init_res();
     a_dtv_jsp_init();
-    // What the host starts besides.
+    // The host starts these as well.
     tv_ctrl_broadcast_init();
     tvc_ctrl_cec_detect_init();
     platform_answers(std::string(1, '\1'));  // as before, with handles that are not null
@@ -417,7 +417,7 @@ bool take_uri(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>
 static constexpr std::size_t kKeptUri = 255;  // characters of a subscribed URI that are kept
 
 void subscribe(Subscriptions& subscriptions, const char* uri) {
-  require(a_dtv_jsp_add_listener_buffer(uri) == (uri ? 0 : -1), "a subscription succeeds but for null");
+  require(a_dtv_jsp_add_listener_buffer(uri) == (uri ? 0 : -1), "a subscription fails only for null");
   if (!uri || !*uri) return;
   const std::string text = uri;
   std::vector<int>& counts = subscriptions.counts[text.substr(0, kKeptUri)];
@@ -428,7 +428,7 @@ void subscribe(Subscriptions& subscriptions, const char* uri) {
 }
 
 void unsubscribe(Subscriptions& subscriptions, const char* uri) {
-  require(a_dtv_jsp_remove_listener_buffer(uri) == (uri ? 0 : -1), "an unsubscription succeeds but for null");
+  require(a_dtv_jsp_remove_listener_buffer(uri) == (uri ? 0 : -1), "an unsubscription fails only for null");
   const auto found = subscriptions.counts.find(uri ? uri : "");
   if (found == subscriptions.counts.end() || found->second.empty()) return;
   if (--found->second.back() == 0) found->second.pop_back();
@@ -452,7 +452,7 @@ void unsubscribe_all(Subscriptions& subscriptions) {
 }
 
 static constexpr INT32 kWholeText = 20000;  // above every bound of a pending text
-static constexpr char kUntouched = '\xA5';  // no byte of a fetched text stands where this was not overwritten
+static constexpr char kUntouched = '\xA5';  // a fetched text does not have this byte
 
 static INT32 take_length(Bytes& bytes) {
   static constexpr INT32 lengths[] = {kWholeText, kWholeText, kWholeText, 1, 10, 0, -1, INT32_MIN};

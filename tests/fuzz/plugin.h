@@ -1,5 +1,5 @@
-// What both fuzz targets need: the started plugin, its tables as it describes them itself, and the checks of what it
-// gives out.
+// What the fuzz targets of the plugin share: the started plugin, its tables according to its description, and the
+// checks of its texts.
 #pragma once
 
 #include <map>
@@ -93,7 +93,7 @@ bool take_uri(Bytes& bytes, const Tables& tables, const std::vector<std::size_t>
 // The subscriptions made by one input, to know what the plugin must answer and to take them back at its end.
 struct Subscriptions {
   std::map<std::string, std::vector<int>> counts;  // by the URI as kept; several entries only for overlong URIs
-  std::string shared;                              // another thread subscribes this URI as well: nothing is known of it
+  std::string shared;  // another thread subscribes this URI as well, so that its state is unknown
 };
 void subscribe(Subscriptions& subscriptions, const char* uri);
 void unsubscribe(Subscriptions& subscriptions, const char* uri);

@@ -24,7 +24,7 @@ static void take_fields(Bytes& bytes, std::span<const Field> fields, FieldUse us
       take_fields(bytes, tvc_chosen_rows(field, record), use, record, text);
       continue;
     }
-    // Not left to chance: any other word would be read as an address.
+    // Always set: any other word would be read as an address.
     const bool address = field.kind == FieldKind::kOwnedText || (field.kind == FieldKind::kWord && field.render);
     if (address || take_chance(bytes, 2)) take_field(bytes, field, record, text);
   }

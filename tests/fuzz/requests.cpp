@@ -53,7 +53,7 @@ static void add_object(Bytes& bytes, const std::vector<FieldInfo>& fields, std::
   text += '}';
 }
 
-// Words that are none, beside those of the types.
+// Words that no type has, and those of the types.
 static constexpr std::string_view kOddWords[] = {"GET", "", "query", "MODIFY ", "MODIFYMODIFYMODIFYMODIFYMODIFYM"};
 
 static std::string take_word(Bytes& bytes, const Tables& tables) {
@@ -63,7 +63,7 @@ static std::string take_word(Bytes& bytes, const Tables& tables) {
   return std::string(28 + take_below(bytes, 8), 'M');  // 31 characters are kept
 }
 
-// The parameter object of a request. Tells the request word when the object is as its type takes it.
+// The parameter object of a request. Gives the request word when the object is as its type takes it.
 static void add_parameter(Bytes& bytes, const Tables& tables, const UriInfo* row, bool sets, std::string& text,
                           std::string& ret_word) {
   static const TypeInfo unknown;

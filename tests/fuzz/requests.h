@@ -1,4 +1,4 @@
-// Request texts made of the fuzzer's input: mostly well-formed for the URI's type, damaged in one place or another.
+// Request texts made from the fuzzer's input: mostly well-formed for the URI's type, damaged in one place or another.
 #pragma once
 
 #include "plugin.h"

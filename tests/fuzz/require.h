@@ -1,11 +1,11 @@
-// What must hold whatever the input is. Where it does not, the fuzzer keeps the input.
+// A condition that must hold for every input. When it does not, the fuzzer keeps the input.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
-// Called before the process ends: tells what the input did. May be null.
+// Called before the process ends, to print what the input did. May be null.
 inline void (*require_tell)() = nullptr;
 
 inline void require(bool holds, const char* what, std::string_view text = {}) {

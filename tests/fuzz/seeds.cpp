@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 static std::set<std::string>* reached;
-static int running;  // a file that holds the input that is being run, for whoever finds that it failed
+static int running;  // a file with the input that is being run, which is left when the input fails
 
 void seed_reached(std::string_view goal) {
   if (reached) reached->emplace(goal);
@@ -56,8 +56,8 @@ static Input changed_input(std::mt19937& random, Input input) {
   return input;
 }
 
-// The input of a goal whose name stands near a wanted one's in the alphabet, mostly beside it: they begin alike, and
-// often little has to change. by_goal is not empty, and wanted neither.
+// The input of a goal whose name is near a wanted one's in the alphabet, mostly beside it: such names begin alike, so
+// that often little has to change. Neither by_goal nor wanted is empty.
 static const Input& near_input(std::mt19937& random, const std::map<std::string, Input>& by_goal,
                                const std::set<std::string>& wanted) {
   const std::string& goal = *std::next(wanted.begin(), static_cast<std::ptrdiff_t>(random() % wanted.size()));
@@ -70,7 +70,7 @@ static const Input& near_input(std::mt19937& random, const std::map<std::string,
   return near == by_goal.end() ? by_goal.rbegin()->second : near->second;
 }
 
-// Cuts off what is not needed to reach the goals.
+// Cuts off the end that is not needed to reach the goals.
 static void shorten(Input& input, const std::set<std::string>& goals) {
   for (std::size_t cut = input.size() / 2; cut > 0; cut /= 2) {
     while (input.size() > cut) {

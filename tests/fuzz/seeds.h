@@ -1,6 +1,5 @@
-// Inputs to begin with, made and not kept: a target says what is to be reached, and random inputs are run until one
-// input is known for each goal, beside the kept ones. What the tables do not name yet needs no seed; what they name
-// gets one.
+// Makes inputs for the fuzzer to begin with. A target defines its goals from the plugin's tables; random inputs are run
+// until one input is known for each goal that the kept inputs do not reach.
 #pragma once
 
 #include <set>

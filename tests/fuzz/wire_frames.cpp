@@ -6,14 +6,14 @@
 
 namespace {
 
-enum Opcode : unsigned { continuation = 0, text = 1, binary = 2, close = 8, ping = 9, pong = 10 };
+enum Opcode : unsigned { kContinuation = 0, kText = 1, kBinary = 2, kClose = 8, kPing = 9, kPong = 10 };
 
 constexpr unsigned kFinal = 0x80;
 constexpr unsigned kMasked = 0x80;
 
-// Headers as they must be, and as they must not.
+// A frame, whose header can be wrong.
 struct Frame {
-  unsigned first = kFinal | text;  // the first byte
+  unsigned first = kFinal | kText;  // the first byte
   std::string payload = {};
   bool masked = true;
   std::size_t length_bytes = 0;  // 2 or 8: more than the length needs
@@ -38,8 +38,8 @@ std::string text_of(const Frame& frame) {
 std::string code_text(unsigned code) { return {static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)}; }
 
 std::string set_text(Maker& maker) {
-  return std::string(R"({"jsonrpc":"2.0","method":"set","params":{"uri":")") + wire_uri + R"(","parameter":)" +
-         wire_parameter(new_set_mark(maker, false), Act::plain) + "}}";
+  return std::string(R"({"jsonrpc":"2.0","method":"set","params":{"uri":")") + kWireUri + R"(","parameter":)" +
+         wire_parameter(new_set_mark(maker, false), Act::kPlain) + "}}";
 }
 
 void end(Script& script, std::vector<unsigned> close_codes) {
@@ -50,26 +50,26 @@ void end(Script& script, std::vector<unsigned> close_codes) {
 
 void add_ping(Maker& maker) {
   std::string payload = take_chance(maker.bytes, 2) ? std::string(take_below(maker.bytes, 126), 'p') : "";
-  maker.script.bytes += text_of({.first = kFinal | ping, .payload = payload});
+  maker.script.bytes += text_of({.first = kFinal | kPing, .payload = payload});
   if (!maker.script.ended) maker.script.pings.push_back(std::move(payload));
 }
 
 // A message in one frame, or in several with control frames between them. kept: so many bytes are left to the last one.
 void add_message(Maker& maker, std::string_view message, std::size_t kept = 0) {
   Script& script = maker.script;
-  unsigned opcode = text;
+  unsigned opcode = kText;
   for (std::size_t more = take_chance(maker.bytes, 3) ? 1 + take_below(maker.bytes, 4) : 0; more > 0; --more) {
     const std::size_t length = take_below(maker.bytes, message.size() - kept + 1);
     script.bytes += text_of({.first = opcode, .payload = std::string(message.substr(0, length))});
     message.remove_prefix(length);
-    opcode = continuation;
+    opcode = kContinuation;
     if (take_chance(maker.bytes, 2)) add_ping(maker);
-    if (take_chance(maker.bytes, 4)) script.bytes += text_of({.first = kFinal | pong, .payload = "unasked"});
+    if (take_chance(maker.bytes, 4)) script.bytes += text_of({.first = kFinal | kPong, .payload = "unasked"});
   }
   script.bytes += text_of({.first = kFinal | opcode, .payload = std::string(message)});
 }
 
-// Whether the text is UTF-8, told without the host's help.
+// Whether the text is UTF-8, computed without the host's code.
 bool is_utf8(std::string_view text) {
   for (std::size_t i = 0; i < text.size();) {
     const auto lead = static_cast<unsigned char>(text[i]);
@@ -96,8 +96,8 @@ void add_rpc(Maker& maker) {
   if (too_long || !is_utf8(message)) {
     // Where the last frame is empty, a sequence that is cut off before it goes unnoticed: the text is then refused as
     // JSON, in a reply.
-    constexpr std::size_t last_byte = 1;
-    add_message(maker, message, last_byte);
+    constexpr std::size_t kLastByte = 1;
+    add_message(maker, message, kLastByte);
     // Of a text that is too long in the end, an earlier fragment may be found not to be UTF-8.
     return end(script, too_long ? std::vector<unsigned>{1009, 1007} : std::vector<unsigned>{1007});
   }
@@ -111,16 +111,16 @@ void add_rpc(Maker& maker) {
 void add_close(Maker& maker) {
   static constexpr unsigned kCodes[] = {1000, 1001, 1003, 1011, 3000, 4999};
   if (take_chance(maker.bytes, 3)) {
-    maker.script.bytes += text_of({.first = kFinal | close});
+    maker.script.bytes += text_of({.first = kFinal | kClose});
     return end(maker.script, {0, 1000});
   }
   const unsigned code = kCodes[take_below(maker.bytes, std::size(kCodes))];
   const std::string reason = take_chance(maker.bytes, 2) ? "done" : "";
-  maker.script.bytes += text_of({.first = kFinal | close, .payload = code_text(code) + reason});
+  maker.script.bytes += text_of({.first = kFinal | kClose, .payload = code_text(code) + reason});
   end(maker.script, {code});
 }
 
-// What makes the server close the connection, whatever came before.
+// A frame for which the server closes the connection, whatever came before.
 void add_fault(Maker& maker) {
   Bytes& bytes = maker.bytes;
   Script& script = maker.script;
@@ -132,7 +132,7 @@ void add_fault(Maker& maker) {
       add({.payload = set_text(maker), .masked = false});
       break;
     case 1:  // reserved bits
-      add({.first = kFinal | text | 0x10u << take_below(bytes, 3), .payload = set_text(maker)});
+      add({.first = kFinal | kText | 0x10u << take_below(bytes, 3), .payload = set_text(maker)});
       break;
     case 2: {  // reserved opcodes
       static constexpr unsigned kOpcodes[] = {3, 4, 5, 6, 7, 11, 12, 13, 14, 15};
@@ -140,16 +140,16 @@ void add_fault(Maker& maker) {
       break;
     }
     case 3:
-      add({.first = ping, .payload = "in parts"});
+      add({.first = kPing, .payload = "in parts"});
       break;
     case 4:
-      add({.first = kFinal | ping, .payload = std::string(126, 'p')});
+      add({.first = kFinal | kPing, .payload = std::string(126, 'p')});
       break;
     case 5:
-      add({.first = kFinal | continuation, .payload = set_text(maker)});
+      add({.first = kFinal | kContinuation, .payload = set_text(maker)});
       break;
     case 6:
-      add({.first = text, .payload = set_text(maker)});
+      add({.first = kText, .payload = set_text(maker)});
       add({.payload = set_text(maker)});
       break;
     case 7:
@@ -167,9 +167,9 @@ void add_fault(Maker& maker) {
       code = 1009;
       break;
     case 11:
-      add({.first = text, .payload = std::string(long_length / 2, ' ')});
-      add({.first = continuation, .payload = std::string(long_length / 2, ' ')});
-      add({.first = kFinal | continuation, .payload = set_text(maker)});
+      add({.first = kText, .payload = std::string(long_length / 2, ' ')});
+      add({.first = kContinuation, .payload = std::string(long_length / 2, ' ')});
+      add({.first = kFinal | kContinuation, .payload = set_text(maker)});
       code = 1009;
       break;
     case 12:
@@ -181,11 +181,11 @@ void add_fault(Maker& maker) {
       code = 1007;
       break;
     case 14:
-      add({.first = kFinal | close, .payload = "x"});
+      add({.first = kFinal | kClose, .payload = "x"});
       break;
     default: {
       static constexpr unsigned kCodes[] = {0, 1, 999, 1004, 1005, 1006, 1015, 1100, 2999};
-      add({.first = kFinal | close, .payload = code_text(kCodes[take_below(bytes, std::size(kCodes))])});
+      add({.first = kFinal | kClose, .payload = code_text(kCodes[take_below(bytes, std::size(kCodes))])});
       break;
     }
   }
@@ -205,7 +205,7 @@ void add_frames(Maker& maker) {
     case 3:
       return add_ping(maker);
     case 4:
-      script.bytes += text_of({.first = kFinal | binary, .payload = set_text(maker)});
+      script.bytes += text_of({.first = kFinal | kBinary, .payload = set_text(maker)});
       if (!script.ended) ++script.other_replies;
       return;
     case 5: {  // the beginning of a frame
@@ -215,7 +215,7 @@ void add_frames(Maker& maker) {
       script.cut = true;
       return end(script, {});
     }
-    case 6: {  // more than the server wants to have waiting
+    case 6: {  // more requests than may wait in the server
       if (!take_chance(maker.bytes, 8)) return add_rpc(maker);
       for (std::size_t times = take_below(maker.bytes, 64); times > 0; --times) {
         const std::string id = wire_new_mark();

@@ -9,7 +9,7 @@ namespace {
 
 struct Request {
   std::string method = "GET";
-  std::string target = wire_uri;
+  std::string target = kWireUri;
   std::string version = "HTTP/1.1";
   std::string host;  // its line; empty: the right one
   bool no_host = false;
@@ -23,80 +23,80 @@ struct Request {
 
 constexpr char kNul[] = "X: a\0b";
 
-// What makes a request one that is refused, whatever else is in it. The connection then ends.
+// A fault for which a request is refused, whatever else is in it. The connection then ends.
 struct Fault {
-  enum Where { line, header, framing, host } where;  // replaces the request line, the framing or Host; or a line more
+  enum Where { kLine, kHeader, kFraming, kHost } where;  // kHeader: one more line; the others replace a line
   std::string_view text;
   std::vector<unsigned> statuses = {400};
 };
 
 const Fault& take_fault(Bytes& bytes) {
   static const Fault kFaults[] = {
-      {Fault::framing, "Content-Length: 5\r\nContent-Length: 5"},
-      {Fault::framing, "Content-Length: 5\r\nContent-Length: 6"},
-      {Fault::framing, "Content-Length: 5, 5"},
-      {Fault::framing, "Content-Length: 5,"},
-      {Fault::framing, "Content-Length: +5"},
-      {Fault::framing, "Content-Length: -5"},
-      {Fault::framing, "Content-Length: 0x5"},
-      {Fault::framing, "Content-Length: 5 5"},
-      {Fault::framing, "Content-Length: 5.0"},
-      {Fault::framing, "Content-Length:"},
-      {Fault::framing, "Content-Length: 18446744073709551621", {400, 413}},
-      {Fault::framing, "Content-Length: 4097", {413}},
-      {Fault::framing, "Content-Length: 9999999999", {413}},
-      {Fault::framing, "Transfer-Encoding: chunked\r\nContent-Length: 5"},
-      {Fault::framing, "Content-Length: 5\r\nTransfer-Encoding: chunked"},
-      {Fault::framing, "Transfer-Encoding: gzip"},
-      {Fault::framing, "Transfer-Encoding: chunked, gzip"},
-      {Fault::framing, "Transfer-Encoding: gzip, chunked"},
-      {Fault::framing, "Transfer-Encoding: xchunked"},
-      {Fault::framing, "Transfer-Encoding: identity"},
-      {Fault::framing, "Transfer-Encoding:"},
-      {Fault::framing, "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked"},
-      {Fault::host, ""},
-      {Fault::host, "Host:", {400, 403}},
-      {Fault::host, "Host: evil.example", {403}},
-      {Fault::host, "Host: 127.0.0.1", {403}},
-      {Fault::host, "Host: 127.0.0.1:1", {403}},
-      {Fault::header, "Host: 127.0.0.1"},
-      {Fault::header, "X: a\r\n folded"},
-      {Fault::header, "X: a\r\n\tfolded: b"},
-      {Fault::header, "X : a"},
-      {Fault::header, "X Y: a"},
-      {Fault::header, "no colon"},
-      {Fault::header, ": no name"},
-      {Fault::header, "X: a\nY: b"},
-      {Fault::header, "X: a\rb"},
-      {Fault::header, {kNul, sizeof kNul - 1}},
-      {Fault::header, "X: a\x01"},
-      {Fault::header, "X: \x7F"},
-      {Fault::header, "Origin: http://evil.example", {403}},
-      {Fault::header, "Origin: null", {403}},
-      {Fault::header, "Sec-Fetch-Site: cross-site", {403}},
-      {Fault::header, "Sec-Fetch-Site: same-site", {403}},
-      {Fault::header, "Sec-Fetch-Site: none\r\nSec-Fetch-Site: none"},
-      {Fault::header, "Origin: http://a.example\r\nOrigin: http://a.example"},
-      {Fault::header, "Authorization: Bearer a\r\nauthorization: Bearer b"},
-      {Fault::line, "GET  / HTTP/1.1"},
-      {Fault::line, "GET / HTTP/1.2", {400, 505}},
-      {Fault::line, "GET / HTTP/2.0", {400, 505}},
-      {Fault::line, "GET / HTTP/0.9", {400, 505}},
-      {Fault::line, "GET / http/1.1"},
-      {Fault::line, "GET /"},
-      {Fault::line, "GET / HTTP/1.1 "},
-      {Fault::line, "GET tv HTTP/1.1"},
-      {Fault::line, "GET http://evil.example/ HTTP/1.1"},
-      {Fault::line, "GET http:///tv HTTP/1.1"},
-      {Fault::line, "GET * HTTP/1.1"},
-      {Fault::line, "G(T / HTTP/1.1"},
-      {Fault::line, " GET / HTTP/1.1"},
-      {Fault::line, "GET\t/ HTTP/1.1"},
-      {Fault::line, "GET /#a HTTP/1.1"},
-      {Fault::line, "GET /%zz HTTP/1.1"},
-      {Fault::line, "GET /%0a HTTP/1.1"},
-      {Fault::line, "GET /%00 HTTP/1.1"},
-      {Fault::line, "GET /\x80 HTTP/1.1"},
+      {Fault::kFraming, "Content-Length: 5\r\nContent-Length: 5"},
+      {Fault::kFraming, "Content-Length: 5\r\nContent-Length: 6"},
+      {Fault::kFraming, "Content-Length: 5, 5"},
+      {Fault::kFraming, "Content-Length: 5,"},
+      {Fault::kFraming, "Content-Length: +5"},
+      {Fault::kFraming, "Content-Length: -5"},
+      {Fault::kFraming, "Content-Length: 0x5"},
+      {Fault::kFraming, "Content-Length: 5 5"},
+      {Fault::kFraming, "Content-Length: 5.0"},
+      {Fault::kFraming, "Content-Length:"},
+      {Fault::kFraming, "Content-Length: 18446744073709551621", {400, 413}},
+      {Fault::kFraming, "Content-Length: 4097", {413}},
+      {Fault::kFraming, "Content-Length: 9999999999", {413}},
+      {Fault::kFraming, "Transfer-Encoding: chunked\r\nContent-Length: 5"},
+      {Fault::kFraming, "Content-Length: 5\r\nTransfer-Encoding: chunked"},
+      {Fault::kFraming, "Transfer-Encoding: gzip"},
+      {Fault::kFraming, "Transfer-Encoding: chunked, gzip"},
+      {Fault::kFraming, "Transfer-Encoding: gzip, chunked"},
+      {Fault::kFraming, "Transfer-Encoding: xchunked"},
+      {Fault::kFraming, "Transfer-Encoding: identity"},
+      {Fault::kFraming, "Transfer-Encoding:"},
+      {Fault::kFraming, "Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked"},
+      {Fault::kHost, ""},
+      {Fault::kHost, "Host:", {400, 403}},
+      {Fault::kHost, "Host: evil.example", {403}},
+      {Fault::kHost, "Host: 127.0.0.1", {403}},
+      {Fault::kHost, "Host: 127.0.0.1:1", {403}},
+      {Fault::kHeader, "Host: 127.0.0.1"},
+      {Fault::kHeader, "X: a\r\n folded"},
+      {Fault::kHeader, "X: a\r\n\tfolded: b"},
+      {Fault::kHeader, "X : a"},
+      {Fault::kHeader, "X Y: a"},
+      {Fault::kHeader, "no colon"},
+      {Fault::kHeader, ": no name"},
+      {Fault::kHeader, "X: a\nY: b"},
+      {Fault::kHeader, "X: a\rb"},
+      {Fault::kHeader, {kNul, sizeof kNul - 1}},
+      {Fault::kHeader, "X: a\x01"},
+      {Fault::kHeader, "X: \x7F"},
+      {Fault::kHeader, "Origin: http://evil.example", {403}},
+      {Fault::kHeader, "Origin: null", {403}},
+      {Fault::kHeader, "Sec-Fetch-Site: cross-site", {403}},
+      {Fault::kHeader, "Sec-Fetch-Site: same-site", {403}},
+      {Fault::kHeader, "Sec-Fetch-Site: none\r\nSec-Fetch-Site: none"},
+      {Fault::kHeader, "Origin: http://a.example\r\nOrigin: http://a.example"},
+      {Fault::kHeader, "Authorization: Bearer a\r\nauthorization: Bearer b"},
+      {Fault::kLine, "GET  / HTTP/1.1"},
+      {Fault::kLine, "GET / HTTP/1.2", {400, 505}},
+      {Fault::kLine, "GET / HTTP/2.0", {400, 505}},
+      {Fault::kLine, "GET / HTTP/0.9", {400, 505}},
+      {Fault::kLine, "GET / http/1.1"},
+      {Fault::kLine, "GET /"},
+      {Fault::kLine, "GET / HTTP/1.1 "},
+      {Fault::kLine, "GET tv HTTP/1.1"},
+      {Fault::kLine, "GET http://evil.example/ HTTP/1.1"},
+      {Fault::kLine, "GET http:///tv HTTP/1.1"},
+      {Fault::kLine, "GET * HTTP/1.1"},
+      {Fault::kLine, "G(T / HTTP/1.1"},
+      {Fault::kLine, " GET / HTTP/1.1"},
+      {Fault::kLine, "GET\t/ HTTP/1.1"},
+      {Fault::kLine, "GET /#a HTTP/1.1"},
+      {Fault::kLine, "GET /%zz HTTP/1.1"},
+      {Fault::kLine, "GET /%0a HTTP/1.1"},
+      {Fault::kLine, "GET /%00 HTTP/1.1"},
+      {Fault::kLine, "GET /\x80 HTTP/1.1"},
   };
   return kFaults[take_below(bytes, std::size(kFaults))];
 }
@@ -141,25 +141,25 @@ void take_call(Maker& maker, Request& request, bool refused) {
     Act act;
     unsigned get, set;
   };
-  static constexpr Row kRows[] = {{Act::plain, 200, 200},  {Act::plain, 200, 200},  {Act::plain, 200, 200},
-                                  {Act::failed, 422, 422}, {Act::broken, 502, 200}, {Act::longest, 200, 200},
-                                  {Act::slow, 200, 200},   {Act::unkept, 200, 500}};
+  static constexpr Row kRows[] = {{Act::kPlain, 200, 200},  {Act::kPlain, 200, 200},  {Act::kPlain, 200, 200},
+                                  {Act::kFailed, 422, 422}, {Act::kBroken, 502, 200}, {Act::kLongest, 200, 200},
+                                  {Act::kSlow, 200, 200},   {Act::kUnkept, 200, 500}};
   const Row& row = kRows[take_below(bytes, std::size(kRows))];
   const bool sets = !take_chance(bytes, 3);
   const std::string mark = sets ? new_set_mark(maker, !refused) : wire_new_mark();
   request.wanted = {.statuses = {sets ? row.set : row.get, 503}, .marked = {.mark = mark, .sets = sets}};
-  // A later change that got to the disk has taken this one with it.
-  if (sets && row.act == Act::unkept) request.wanted.statuses.push_back(200);
+  // A later change that reached the disk has saved this one as well.
+  if (sets && row.act == Act::kUnkept) request.wanted.statuses.push_back(200);
   const std::string parameter = wire_parameter(mark, row.act);
   if (sets) {
     request.method = "PUT";
     return set_body(request, parameter);
   }
   request.target += "?parameter=" + url_encoded(parameter);
-  // A body that is none of the request's business, and looks like a request.
+  // A body that the request does not use, and that looks like a request.
   if (take_chance(bytes, 4)) {
-    const std::string inside = wire_parameter(new_set_mark(maker, false), Act::plain);
-    set_body(request, std::string("PUT ") + wire_uri + " HTTP/1.1\r\nHost: " + maker.target.authority +
+    const std::string inside = wire_parameter(new_set_mark(maker, false), Act::kPlain);
+    set_body(request, std::string("PUT ") + kWireUri + " HTTP/1.1\r\nHost: " + maker.target.authority +
                           "\r\nContent-Length: " + std::to_string(inside.size()) + "\r\n\r\n" + inside);
   }
 }
@@ -168,7 +168,7 @@ void take_rpc(Maker& maker, Request& request, bool refused) {
   request.method = "POST";
   request.target = "/jsonrpc";
   bool replies = false;
-  // Its replies are those of a WebSocket message; here only one answer comes of it.
+  // Its replies are those of a WebSocket message, but they come in one answer.
   Script aside;
   aside.ended = true;
   Maker other{.bytes = maker.bytes, .target = maker.target, .script = aside};
@@ -194,14 +194,14 @@ void take_page(Maker& maker, Request& request) {
       {"GET", "/tv/none", {404}},
       {"HEAD", "/", {200, 405}},
       {"HEAD", "/tv/none", {404, 405}},
-      {"HEAD", wire_uri, {200, 405, 503}},  // a get, which may find the queue full
-      {"DELETE", wire_uri, {405}},
+      {"HEAD", kWireUri, {200, 405, 503}},  // a get, which may find the queue full
+      {"DELETE", kWireUri, {405}},
       {"POST", "/", {405}},
       {"GET", "/jsonrpc", {405}},
       {"OPTIONS", "*", {204}},
-      {"OPTIONS", wire_uri, {204}},
+      {"OPTIONS", kWireUri, {204}},
   };
-  // What has no body though it has a length is told by the request before it alone, which may be spoiled.
+  // Only the request says that its answer has a length but no body, and the request may be damaged.
   const Row& row = kRows[take_below(maker.bytes, std::size(kRows))];
   const bool to_head = row.method == "HEAD" && !maker.script.doubtful;
   request.method = to_head || row.method != "HEAD" ? row.method : "GET";
@@ -246,7 +246,7 @@ bool take_upgrade(Maker& maker, Request& request) {
   return request.wanted.statuses[0] == 101;
 }
 
-// Headers that do not change what is asked for. Those about the connection's end are for requests that may decide it.
+// Headers that do not change the request. Those about the connection's end are for requests that may end it.
 void take_headers(Maker& maker, Request& request, bool decides) {
   for (std::size_t more = take_below(maker.bytes, 4); more > 0; --more) {
     switch (take_below(maker.bytes, 8)) {
@@ -260,7 +260,8 @@ void take_headers(Maker& maker, Request& request, bool decides) {
         if (!request.has_body || request.version != "HTTP/1.1") break;
         request.headers.emplace_back("Expect: 100-continue");
         ++maker.script.continues;
-        // Whose path takes no body is told so in place of a word to go on, and the body is not waited for.
+        // Where the path takes no body, the answer says so in place of a 100, and the server does not wait for the
+        // body.
         if (request.wanted.statuses[0] == 404 || request.wanted.statuses[0] == 405) request.closes = true;
         break;
       case 3:
@@ -327,14 +328,14 @@ std::string text_of(Bytes& bytes, const WireTarget& target, Request& request, st
   return text + "\r\n" + body;
 }
 
-enum class Fate { well, refused, refused_in_body, too_long, cut };
+enum class Fate { kWell, kRefused, kRefusedInBody, kTooLong, kCut };
 
 Fate take_fate(Maker& maker) {
-  if (maker.script.ended) return Fate::well;
-  static constexpr Fate kFates[] = {Fate::refused, Fate::refused, Fate::refused_in_body, Fate::cut};
+  if (maker.script.ended) return Fate::kWell;
+  static constexpr Fate kFates[] = {Fate::kRefused, Fate::kRefused, Fate::kRefusedInBody, Fate::kCut};
   const std::size_t choice = take_below(maker.bytes, 24);
-  if (choice == 23) return Fate::too_long;
-  return choice >= 1 && choice <= std::size(kFates) ? kFates[choice - 1] : Fate::well;
+  if (choice == 23) return Fate::kTooLong;
+  return choice >= 1 && choice <= std::size(kFates) ? kFates[choice - 1] : Fate::kWell;
 }
 
 }  // namespace
@@ -343,11 +344,11 @@ void add_http_request(Maker& maker) {
   Bytes& bytes = maker.bytes;
   Script& script = maker.script;
   const Fate fate = take_fate(maker);
-  const bool well = fate == Fate::well;
+  const bool well = fate == Fate::kWell;
   Request request;
   if (take_chance(bytes, 8)) request.version = "HTTP/1.0";
   bool upgrades = false;
-  const std::size_t kind = well || fate == Fate::cut ? take_below(bytes, 8) : 0;
+  const std::size_t kind = well || fate == Fate::kCut ? take_below(bytes, 8) : 0;
   if (kind == 4) {
     take_rpc(maker, request, !well);
   } else if (kind == 5) {
@@ -359,24 +360,24 @@ void add_http_request(Maker& maker) {
     take_call(maker, request, !well);
   }
   // Other headers might change which fault is found first.
-  if (fate != Fate::refused) take_headers(maker, request, kind < 6);
+  if (fate != Fate::kRefused) take_headers(maker, request, kind < 6);
 
   std::string_view line;
-  if (fate == Fate::refused) {
+  if (fate == Fate::kRefused) {
     const Fault& fault = take_fault(bytes);
     request.wanted = {.statuses = fault.statuses};
-    if (fault.where == Fault::line) line = fault.text;
-    if (fault.where == Fault::framing) request.framing = fault.text;
-    if (fault.where == Fault::header) request.headers.emplace_back(fault.text);
-    if (fault.where == Fault::host) request.host = fault.text;
-    request.no_host = fault.where == Fault::host && fault.text.empty();
-  } else if (fate == Fate::refused_in_body) {
+    if (fault.where == Fault::kLine) line = fault.text;
+    if (fault.where == Fault::kFraming) request.framing = fault.text;
+    if (fault.where == Fault::kHeader) request.headers.emplace_back(fault.text);
+    if (fault.where == Fault::kHost) request.host = fault.text;
+    request.no_host = fault.where == Fault::kHost && fault.text.empty();
+  } else if (fate == Fate::kRefusedInBody) {
     const BodyFault& fault = take_body_fault(bytes);
     request.version = "HTTP/1.1";
     request.wanted = {.statuses = fault.statuses};
     request.framing = "Transfer-Encoding: chunked";
     request.body = fault.text;
-  } else if (fate == Fate::too_long) {
+  } else if (fate == Fate::kTooLong) {
     request.wanted = {.statuses = {431}};
     if (take_chance(bytes, 2))
       request.headers.emplace_back("X: " + std::string(limit_header_bytes, 'x'));
@@ -384,7 +385,7 @@ void add_http_request(Maker& maker) {
       request.headers.insert(request.headers.end(), limit_header_fields, "X: x");
   }
   std::string text = text_of(bytes, maker.target, request, line);
-  if (fate == Fate::cut) {
+  if (fate == Fate::kCut) {
     text.resize(1 + take_below(bytes, text.size() - 1));
     request.wanted = {.statuses = {400, 408}};
     script.cut = true;

@@ -79,7 +79,7 @@ bool read_answer(Received& received, const Script& script) {
   const Head head = read_head(std::string_view(received.rest).substr(0, end + 2));
   std::size_t length = body_length(head);
   const std::size_t number = received.answers.size();
-  // Whose headers do not end in time is told so with a body, since its method is not known.
+  // When the headers do not end in time, the answer has a body, since the method is unknown.
   const bool to_head =
       !script.doubtful && number < script.answers.size() && script.answers[number].to_head && head.status != 408;
   const std::string_view behind = std::string_view(received.rest).substr(end + 4);
@@ -105,7 +105,7 @@ bool read_answer(Received& received, const Script& script) {
   received.answers.push_back({.status = head.status, .body = std::move(body)});
   if (head.status == 101) {
     const auto accept = head.headers.find("sec-websocket-accept");
-    require(accept != head.headers.end() && (script.doubtful || accept->second == wire_accept_key),
+    require(accept != head.headers.end() && (script.doubtful || accept->second == kWireAcceptKey),
             "an upgrade is accepted with the right key");
     received.websocket = true;
     return true;
@@ -144,9 +144,9 @@ const std::string& list_rest() {
 
 void read_text(Received& received, const Script& script, std::string_view text) {
   // The longest reply need not be parsed each time.
-  constexpr std::string_view opening = R"({"jsonrpc":"2.0","id":")";
-  const std::string id(text.starts_with(opening) ? text.substr(opening.size()).substr(0, 17) : "");
-  if (script.replies.contains(id) && text.size() == opening.size() + id.size() + list_rest().size() &&
+  constexpr std::string_view kOpening = R"({"jsonrpc":"2.0","id":")";
+  const std::string id(text.starts_with(kOpening) ? text.substr(kOpening.size()).substr(0, 17) : "");
+  if (script.replies.contains(id) && text.size() == kOpening.size() + id.size() + list_rest().size() &&
       text.ends_with(list_rest())) {
     require(received.replies.emplace(id, Reply{}).second || script.doubtful, "a request has one reply", id);
     return;

@@ -1,4 +1,4 @@
-// What a connection of fuzz_wire brought back: read as it comes, and held to the protocols' form.
+// What a connection of fuzz_wire has received: read as it comes, and checked against the protocols' form.
 #pragma once
 
 #include <cstddef>
@@ -33,8 +33,8 @@ struct Received {
   std::vector<unsigned> closes = {};  // codes; 0: none
 };
 
-// Reads on. Whatever is not well-formed ends the process.
+// Reads on. Anything that is not well-formed ends the process.
 void receive(Received& received, const Script& script, std::string_view bytes);
 
-// The connection has ended. cut_short: it may have done so within a frame, for want of a reader.
+// The connection has ended. cut_short: it may have ended within a frame, since nobody read.
 void receive_end(const Received& received, bool cut_short);

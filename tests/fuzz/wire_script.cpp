@@ -11,8 +11,8 @@ std::string new_set_mark(Maker& maker, bool allowed) {
 }
 
 static Act take_act(Bytes& bytes) {
-  static constexpr Act kActs[] = {Act::plain,   Act::plain, Act::plain,  Act::plain,  Act::plain,
-                                  Act::longest, Act::slow,  Act::broken, Act::failed, Act::unkept};
+  static constexpr Act kActs[] = {Act::kPlain,   Act::kPlain, Act::kPlain,  Act::kPlain,  Act::kPlain,
+                                  Act::kLongest, Act::kSlow,  Act::kBroken, Act::kFailed, Act::kUnkept};
   return kActs[take_below(bytes, std::size(kActs))];
 }
 
@@ -29,7 +29,7 @@ static std::string take_request(Maker& maker, std::map<std::string, Marked>& ret
     case 2:
       method = "set";
       marked = {.mark = new_set_mark(maker), .sets = true};
-      params = uri(wire_uri) + R"(,"parameter":)" + wire_parameter(marked.mark, take_act(bytes));
+      params = uri(kWireUri) + R"(,"parameter":)" + wire_parameter(marked.mark, take_act(bytes));
       break;
     case 3:
       method = "list";
@@ -37,7 +37,7 @@ static std::string take_request(Maker& maker, std::map<std::string, Marked>& ret
     case 4:
     case 5:
       method = take_chance(bytes, 3) ? "unsubscribe" : "subscribe";
-      params = uri(take_chance(bytes, 3) ? "/tv/made/other" : wire_notify_uri);
+      params = uri(take_chance(bytes, 3) ? "/tv/made/other" : kWireNotifyUri);
       maker.script.follows = true;
       break;
     case 6:
@@ -55,7 +55,7 @@ static std::string take_request(Maker& maker, std::map<std::string, Marked>& ret
       break;
     default:
       marked.mark = wire_new_mark();
-      params = uri(wire_uri) + R"(,"parameter":)" + wire_parameter(marked.mark, take_act(bytes));
+      params = uri(kWireUri) + R"(,"parameter":)" + wire_parameter(marked.mark, take_act(bytes));
       break;
   }
   if ((method == "get" || method == "set") && take_chance(bytes, 8)) params += R"(,"trace":true)";
@@ -84,9 +84,9 @@ std::string take_wire_message(Maker& maker, bool& ret_replies) {
       return text;
     }
     case 1: {  // a batch
-      constexpr std::size_t longest_request = 400;
+      constexpr std::size_t kLongestRequest = 400;
       const std::size_t requests = 1 + take_below(bytes, 24);
-      for (std::size_t i = 0; i < requests && text.size() + longest_request < maker.target.message_bytes; ++i)
+      for (std::size_t i = 0; i < requests && text.size() + kLongestRequest < maker.target.message_bytes; ++i)
         text += (i > 0 ? "," : "[") + take_request(maker, replies);
       text += "]";
       break;

@@ -1,4 +1,4 @@
-// What a connection of fuzz_wire sends, made of the fuzzer's input, and what is known beforehand of what comes back.
+// What a connection of fuzz_wire sends, made from the fuzzer's input, and what is known in advance of the answers.
 #pragma once
 
 #include <map>
@@ -13,13 +13,13 @@
 struct WireTarget {
   std::string authority;  // as Host has it
   std::string token;
-  std::string origin;  // of a page that is let in
+  std::string origin;  // of a page that the server admits
   std::size_t message_bytes = 0;
   const Catalogue* catalogue = nullptr;
   std::vector<Method> methods;
 };
 
-// What a request's answer says of a mark.
+// What a request's answer says about a mark.
 struct Marked {
   std::string mark;   // empty: the request carries none
   bool sets = false;  // it was a set's; else a successful answer repeats it
@@ -67,7 +67,7 @@ void add_frames(Maker& maker);
 // The same for whoever drives a WebSocket connection by hand.
 std::string wire_upgrade(const WireTarget& target);
 std::string wire_text_frame(std::string_view text);
-inline constexpr std::string_view wire_accept_key = "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
+inline constexpr std::string_view kWireAcceptKey = "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
 
 // A mark for a set, which is forbidden from the end of the script on.
 std::string new_set_mark(Maker& maker, bool allowed = true);

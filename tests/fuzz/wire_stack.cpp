@@ -38,7 +38,7 @@ State& state() {
   return made;
 }
 
-constexpr const char* act_names[] = {"plain", "failed", "broken", "longest", "slow", "unkept"};
+constexpr const char* kActNames[] = {"plain", "failed", "broken", "longest", "slow", "unkept"};
 
 // The text of a member that wire_parameter has written.
 std::string member(const char* param, const char* name) {
@@ -99,7 +99,7 @@ std::int32_t plugin_remove_listener(const char* uri) {
 std::int32_t plugin_fetch(const char* uri, void* buffer, std::int32_t length) {
   const std::lock_guard lock(state().mutex);
   require(state().followed.contains(uri), "only what is subscribed is fetched", uri);
-  if (strcmp(uri, wire_notify_uri) != 0) return 0;
+  if (strcmp(uri, kWireNotifyUri) != 0) return 0;
   const std::string text = std::exchange(state().pending, {});
   require(static_cast<std::size_t>(length) > text.size(), "there is room for every text");
   memcpy(buffer, text.data(), text.size());
@@ -163,14 +163,14 @@ const Stack wire_stack = {.get = plugin_get,
 
 const std::string& wire_description() {
   static const std::string text =
-      std::string(R"({"uris":[{"uri":")") + wire_uri + R"(","notify":false},{"uri":")" + wire_notify_uri +
+      std::string(R"({"uris":[{"uri":")") + kWireUri + R"(","notify":false},{"uri":")" + kWireNotifyUri +
       R"(","notify":true},{"uri":"/tv/made/other","notify":true}],"pad":")" + std::string(32768, 'x') + "\"}";
   return text;
 }
 
 std::string wire_parameter(std::string_view mark, Act act) {
   return std::string(R"({"REQUEST":"SET","MARK":")").append(mark) + R"(","ACT":")" +
-         act_names[static_cast<std::size_t>(act)] + "\"}";
+         kActNames[static_cast<std::size_t>(act)] + "\"}";
 }
 
 std::string wire_new_mark() {

@@ -1,6 +1,6 @@
-// What stands behind the server that fuzz_wire talks to: a plugin and a television that are quick, and that do what a
-// request's parameter says. Every request of the fuzzer carries a mark of its own, which its answer repeats and which
-// tells afterwards whether, and how often, it was carried out.
+// The plugin and the television behind the server that fuzz_wire tests: both are quick and do what a request's
+// parameter says. Every request has a mark of its own, which the answer repeats, and by which the test knows afterwards
+// how often the request was carried out.
 #pragma once
 
 #include <cstddef>
@@ -9,22 +9,22 @@
 
 #include "stack.h"
 
-inline constexpr const char* wire_uri = "/tv/made/value";          // can be read and set
-inline constexpr const char* wire_notify_uri = "/tv/made/notify";  // every set is notified there
+inline constexpr const char* kWireUri = "/tv/made/value";         // can be read and set
+inline constexpr const char* kWireNotifyUri = "/tv/made/notify";  // every set is notified there
 
 // What the plugin does with a request.
 enum class Act {
-  plain,
-  failed,   // returns a code
-  broken,   // get: a text that is not JSON
-  longest,  // get: a text of nearly the longest length
-  slow,     // takes long enough for another thread to take the lead
-  unkept,   // set: the change does not get to the disk
+  kPlain,
+  kFailed,   // returns a code
+  kBroken,   // get: a text that is not JSON
+  kLongest,  // get: a text of nearly the longest length
+  kSlow,     // takes long enough for another thread to take the lead
+  kUnkept,   // set: the change does not reach the disk
 };
 
 extern const Stack wire_stack;
 
-// The plugin's description, of some length.
+// The plugin's description, long enough for several chunks.
 const std::string& wire_description();
 
 // A parameter, a JSON object.

@@ -99,8 +99,8 @@ test('switched off it is silent, and on again it looks for devices', async (t) =
 
   await tv.set(257);
   assert.equal(await tv.state(), 1);
-  // Nothing is told late: what the player asked for during the silence is lost. A message that comes soon after another
-  // takes its place in the listener, so that only the list, the last of a discovery, is sure to be seen.
+  // Nothing arrives late: what the player requested during the silence is lost. A message that comes soon after another
+  // replaces it in the listener, so that only the list, the last of a discovery, is sure to arrive.
   await next(client, (item) => {
     assert.notEqual(item.U_CODE_OPCODE, 0x04);
     return deviceList(item);

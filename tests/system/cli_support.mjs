@@ -1,4 +1,4 @@
-// Runs dtvctl as a shell does, and plays a host that answers whatever a test says.
+// Runs dtvctl as a shell does, and a made-up host that answers what a test says.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { createHash } from 'node:crypto';

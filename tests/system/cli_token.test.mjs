@@ -1,4 +1,4 @@
-// dtvctl and the token of a host: where it looks for one, whom it shows it, and what a refusal says.
+// dtvctl and the token of a host: where it finds the token, which hosts receive it, and what a refusal says.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { chmodSync, mkdirSync, writeFileSync } from 'node:fs';

@@ -86,7 +86,7 @@ test('the sleep timer puts the set in standby, any key wakes it', async (t) => {
   await tv.set(timer, modify(600));
   const { VALUE } = await tv.get(timer);
   assert.ok(VALUE > 580 && VALUE <= 600, `${VALUE}`);
-  await tv.set(timer, modify(-1)); // refused by the set; the plugin does not tell
+  await tv.set(timer, modify(-1)); // the set refuses it; the plugin does not report that
   assert.ok((await tv.get(timer)).VALUE > 570);
   const start = Date.now();
   await tv.set(timer, modify(2));

@@ -4,7 +4,7 @@ import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { build, connect, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, volume, within } from './host_support.mjs';
+import { build, connect, descriptors, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, volume, within } from './host_support.mjs';
 import { answersIn, ask, getText, hostLine, putText, refuses, resident, seconds, talk, volumeOf } from './wire_support.mjs';
 
 const dtvctl = join(build, 'bin/dtvctl');
@@ -36,20 +36,21 @@ test('what arrives too slowly is 408 and the end', async (t) => {
     const answers = answersIn(line.received()).filter(({ status }) => status !== 100);
     assert.deepEqual(answers.map(({ status }) => statuses.includes(status)), [true], `${name}: ${line.shown()}`);
     assert.match(answers[0].headers.connection ?? '', /^close$/i, name);
-    assert.ok(took > 800 && took < (sanitized ? 15_000 : 6000), `${name}: ${took} ms`);
+    assert.ok(took > 800 && took < (sanitized ? 15_000 : 9000), `${name}: ${took} ms`); // without the options 10 s and more
   };
   await Promise.all(Object.entries(slow).map(wait));
   assert.notEqual(await volumeOf(t, host), 77);
 });
 
 test('what arrives within its time is served', async (t) => {
-  const host = await startHost(t, ['--header-time', '2', '--body-time', '2']);
+  const host = await startHost(t, ['--header-time', '4', '--body-time', '4']);
   const line = await talk(t, host);
   const text = putText(host, 45);
   const end = text.indexOf('\r\n\r\n') + 4;
-  for (const piece of [text.slice(0, 20), text.slice(20, end), text.slice(end, -3), text.slice(-3)]) {
+  // Together longer than either time, each part well within its own.
+  for (const [piece, pause] of [[text.slice(0, 20), 2200], [text.slice(20, end), 1100], [text.slice(end, -3), 1100], [text.slice(-3), 0]]) {
     line.write(piece);
-    await sleep(700);
+    await sleep(pause);
   }
   assert.equal((await line.answers(1))[0].status, 200);
   assert.equal(await volumeOf(t, host), 45);
@@ -85,7 +86,7 @@ const badChunks = {
   'a trailer that continues': `${size}\r\n${text}\r\n0\r\n X-Foo: a\r\n\r\n`,
   'a control character in a trailer': `${size}\r\n${text}\r\n0\r\nX-Foo: \x01\r\n\r\n`,
 };
-test('chunks that are none are refused, and nothing behind them is carried out', async (t) => {
+test('invalid chunks are refused, and nothing after them is carried out', async (t) => {
   const host = await startHost(t, ['--header-time', '1', '--body-time', '1']);
   await ask(t, host, putText(host, 20));
   const rows = Object.entries(badChunks).map(([name, body]) =>
@@ -94,7 +95,7 @@ test('chunks that are none are refused, and nothing behind them is carried out',
   assert.deepEqual(failed, []);
 });
 
-test('a reply that is not read is not kept for ever', async (t) => {
+test('a reply that is not read is dropped after a time', async (t) => {
   const host = await startHost(t, ['--reply-time', '1']);
   const list = JSON.stringify({ jsonrpc: '2.0', id: 1, method: 'list' });
   const posts = `POST /jsonrpc HTTP/1.1\r\n${hostLine(host)}Content-Length: ${list.length}\r\n\r\n${list}`.repeat(400);
@@ -103,7 +104,8 @@ test('a reply that is not read is not kept for ever', async (t) => {
   for (const line of [http, webSocket]) line.socket.pause();
   http.write(posts);
   for (let i = 0; i < 400; ++i) webSocket.socket.write(frame(list));
-  await sleep(4000);
+  const open = descriptors(host);
+  for (let i = 0; i < 600 && descriptors(host) > open - 2; ++i) await sleep(100); // until the host has closed both
   const whole = 400 * (await ask(t, host, posts.slice(0, posts.length / 400))).body.length;
   for (const line of [http, webSocket]) {
     line.socket.resume();
@@ -134,7 +136,7 @@ for (const [name, begin] of Object.entries(endless))
       assert.ok(took < 1000 * (sanitized ? 10 : 4), `${took} ms`);
       await sleep(400);
     }
-    assert.equal((await friend.call('get', { uri: volume })).ret, 0, 'who was connected stays');
+    assert.equal((await friend.call('get', { uri: volume })).ret, 0, 'an earlier connection stays');
   });
 
 test('a client with a thousand sets waiting delays the get of another by a few', async (t) => {
@@ -173,7 +175,7 @@ test('forty clients with sets waiting: another has its turn', async (t) => {
   await tv.call('tv', { words: ['fault', '--clear'] });
 });
 
-test('a batch of URIs that are not known holds nobody up', async (t) => {
+test('a batch of unknown URIs delays nobody', async (t) => {
   const host = await startHost(t);
   const [asker, other] = [await connect(t, host), await connect(t, host)];
   const unknown = (_, id) => ({ jsonrpc: '2.0', id, method: 'get', params: { uri: '/tv/menu/common_setting/sys_info_on_idab' } });
@@ -217,8 +219,11 @@ test('a body is not kept while its call waits', async (t) => {
     line.write(body);
     await tv.call('tv', { words: ['faults'] });
   }
-  await sleep(sanitized ? 5000 : 500);
-  const after = resident(host.child.pid);
+  let after = resident(host.child.pid);
+  for (let i = 0; i < 100 && after >= before + 40; ++i) {
+    await sleep(100);
+    after = resident(host.child.pid);
+  }
   t.diagnostic(`${before.toFixed(0)} MiB before, ${after.toFixed(0)} MiB with 100 bodies of 1 MiB`);
   assert.ok(sanitized || after < before + 40, `${after} MiB`);
 });
@@ -238,7 +243,7 @@ async function takeAll(t, host, count) {
   return lines;
 }
 
-test('who has the token gets in when every connection is taken', async (t) => {
+test('a client with the token is served when every connection is taken', async (t) => {
   const host = await startHost(t, ['--max-connections', '4']);
   for (let i = 0; i < 4; ++i) await connect(t, host, { authorize: false });
   assert.equal((await ask(t, host, getText(host))).status, 503);
@@ -259,7 +264,7 @@ test('dtvctl clears a fault while clients with gets that hang have every connect
   for (const line of lines) line.socket.destroy();
 });
 
-test('connections beyond the maximum that come at once are each told so', async (t) => {
+test('connections beyond the maximum that come at once each get a 503', async (t) => {
   const host = await startHost(t, ['--max-connections', '4']);
   for (let i = 0; i < 4; ++i) await connect(t, host);
   const dialled = await Promise.all(Array.from({ length: 20 }, () => talk(t, host)));

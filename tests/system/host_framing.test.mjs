@@ -1,4 +1,4 @@
-// Where a request ends: what leaves doubt about it is refused with 400 and the connection closed, and nothing behind it is
+// Where a request ends: a request whose end is in doubt is refused with 400, the connection is closed, and nothing after it is
 // carried out. Each row is a request; a set follows it in the same bytes.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';

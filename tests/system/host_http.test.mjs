@@ -1,4 +1,4 @@
-// Plain HTTP: the URIs for curl, who may ask, and what is refused.
+// Plain HTTP: the URIs for curl, which clients may use them, and what is refused.
 import assert from 'node:assert/strict';
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -195,7 +195,7 @@ test('a connection is answered once for each request, and not for a pause', asyn
     await line.closed();
     assert.equal(line.received().toString().split('HTTP/1.').length, 2, line.received().toString());
   }
-  // A connection on which nothing was asked is not answered.
+  // A connection without a request gets no answer.
   const silent = await dial(t, host);
   const kept = await dial(t, host);
   kept.socket.write(`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`);
@@ -220,7 +220,7 @@ test('a body and an answer may take longer than headers', async (t) => {
   assert.equal((await get(host)).json.ITEMS[0].VALUE, 44);
 });
 
-test('connections beyond the maximum are told so', async (t) => {
+test('connections beyond the maximum get a 503', async (t) => {
   const host = await startHost(t, ['--max-connections', '3']);
   const clients = [];
   for (let i = 0; i < 3; ++i) clients.push(await connect(t, host));

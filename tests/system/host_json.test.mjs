@@ -210,7 +210,7 @@ for (const [name, text] of Object.entries(many))
     }
   });
 
-test('a parameter of half a million values holds nobody up', async (t) => {
+test('a parameter of half a million values delays nobody', async (t) => {
   const greedy = await connect(t, host);
   const other = await connect(t, host);
   const times = [];

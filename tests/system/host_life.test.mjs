@@ -4,12 +4,12 @@ import { spawnSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import net from 'node:net';
 import { test } from 'node:test';
-import { build, connect, dialWebSocket, dtvHost, folder, frame, modify, mute, oddPlugin, request, slowCall, sleep, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
+import { build, callRuns, connect, dialWebSocket, dtvHost, folder, frame, modify, mute, oddPlugin, request, slowCall, sleep, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
 
 const told = (volValue, muteStatus = 0) => ({ URI: volumeEvents, REQUEST: 'NOTIFY', ITEMS: [{ volValue, muteStatus }] });
 const notification = async (client) => (await client.next('notify')).notification;
 
-// Waits for the notification that tells this volume; a volume's notification replaces one that was not fetched yet.
+// Waits for the notification with this volume; a notification of the volume replaces one that was not fetched yet.
 async function volumeTold(client, value) {
   for (;;) {
     const { ITEMS } = await notification(client);
@@ -17,7 +17,7 @@ async function volumeTold(client, value) {
   }
 }
 
-test('a subscriber is told of every change, by whomever', async (t) => {
+test('a subscriber is notified of every change, whichever client made it', async (t) => {
   const host = await startHost(t);
   const client = await connect(t, host);
   assert.deepEqual(await client.call('subscribe', { uri: volumeEvents }), {});
@@ -25,7 +25,7 @@ test('a subscriber is told of every change, by whomever', async (t) => {
   const first = await client.next('notify');
   assert.equal(first.uri, volumeEvents);
   assert.deepEqual(first.notification, told(33));
-  // The plugin's text stands in the message as the plugin wrote it.
+  // The message has the plugin's text exactly as the plugin wrote it.
   assert.ok(first.text.includes(`"notification":${JSON.stringify(told(33))}}`));
   await client.call('tv', { words: ['volume', '34'] });
   assert.deepEqual(await notification(client), told(34));
@@ -154,14 +154,14 @@ test('a client that goes while its call runs', async (t) => {
   goes.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
   goes.send(JSON.stringify([{ jsonrpc: '2.0', id: 'y', method: 'get', params: { uri: volume } }]));
   const asked = request(host, 'GET', volume);
-  await sleep(50);
+  await callRuns(goes);
   goes.socket.terminate();
   assert.equal((await asked).status, 200);
   await tv.call('tv', { words: ['fault', '--clear'] });
   assert.equal((await tv.call('get', { uri: volume })).ret, 0);
 });
 
-test('a client that does not read: notifications are dropped and it is told, others go on', async (t) => {
+test('a client that does not read: notifications are dropped, it gets their number, others go on', async (t) => {
   // The devices of CEC would add lines of their own; the client reads late, on a slow machine very late.
   const host = await startHost(t, ['--no-cec', '--reply-time', '600']);
   const busy = await connect(t, host);
@@ -230,7 +230,7 @@ test('without a tap, listener buffers are polled', async (t) => {
   assert.deepEqual((await client.call('get', { uri: volume, trace: true })).calls, []);
 });
 
-test("a notification that is not whole is told as an error", async (t) => {
+test("a notification that is not whole arrives as an error", async (t) => {
   const host = await startHost(t, ['--plugin', oddPlugin, '--no-tap']);
   const client = await connect(t, host);
   await client.call('subscribe', { uri: '/odd/notify' });
@@ -267,7 +267,7 @@ for (const signal of ['SIGINT', 'SIGTERM'])
     assert.doesNotMatch(output, /ERROR|leaving without/);
   });
 
-test('a signal that comes twice is one wish', async (t) => {
+test('a signal that comes twice at once counts as one', async (t) => {
   for (const pause of [0, 1, 3, 10]) {
     const host = await startHost(t);
     const client = await connect(t, host);
@@ -286,7 +286,7 @@ test('twice during a slow call waits for it as well; again later on does not', a
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const begun = performance.now();
   host.child.kill('SIGINT');
   await sleep(20);
@@ -305,7 +305,7 @@ test('stopping during a slow call waits for it', async (t) => {
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '500'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const { code, output } = await host.stop();
   assert.equal(code, 0, output);
   assert.doesNotMatch(output, /leaving without/);
@@ -317,7 +317,7 @@ test('stopping during a call that hangs does not hang', async (t) => {
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });
   client.send(JSON.stringify({ jsonrpc: '2.0', id: 'x', method: 'get', params: { uri: volume } }));
-  await sleep(100);
+  await callRuns(client);
   const { code, output } = await host.stop();
   assert.equal(code, 0, output);
   assert.match(output, /leaving without/);

@@ -1,5 +1,5 @@
-// Clients that mean harm, and what they cost: another client's gets meanwhile, the host's memory, and that it comes back.
-// DTV_LOAD=full makes them more.
+// Hostile clients: how long another client's gets take meanwhile, how much memory the host uses, and that it recovers.
+// With DTV_LOAD=full there are more of them.
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { test } from 'node:test';

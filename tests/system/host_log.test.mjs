@@ -1,4 +1,4 @@
-// Readers of the host's output that do not read, and requests that print a line each.
+// The host's output when nobody reads it, and when each request prints a line.
 import assert from 'node:assert/strict';
 import { spawn, spawnSync } from 'node:child_process';
 import { closeSync, constants, openSync, readSync, writeSync } from 'node:fs';
@@ -81,7 +81,7 @@ async function failOften(client, count) {
   await Promise.all(Array.from({ length: 16 }, sender));
 }
 
-// Asks one after the other until stopped; tells the 99th percentile in milliseconds.
+// Makes one get after another until stopped, then returns the 99th percentile of their times in milliseconds.
 function measure(client) {
   const times = [];
   let stopped = false;

@@ -8,7 +8,7 @@ import http from 'node:http';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { gunzipSync, gzipSync } from 'node:zlib';
-import { dial, folder, request, sleep, startHost, volume, within } from './host_support.mjs';
+import { descriptors, dial, folder, request, sleep, startHost, volume, within } from './host_support.mjs';
 
 const page = '<!doctype html><title>page</title>';
 const script = 'let x = 1;\n'.repeat(50000);
@@ -42,7 +42,6 @@ const bytesOf = (host, method, path, headers = {}) =>
     `answer to ${method} ${path}`,
   );
 
-const descriptors = (host) => readdirSync(`/proc/${host.child.pid}/fd`).length;
 
 test('the page and its files, and nothing else', async (t) => {
   const host = await startHost(t, ['--web', makeSite(t)]);

@@ -1,4 +1,4 @@
-// JSON-RPC by WebSocket and POST: every method, every error, batches, what is broken or too big.
+// JSON-RPC by WebSocket and POST: every method, every error, batches, broken and too large messages.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { connect, dialWebSocket, frame, modify, mute, oddPlugin, post, request, slowCall, startHost, valueOf, volume, volumeEvents } from './host_support.mjs';
@@ -68,7 +68,7 @@ test('trace notifications tell every platform call, until they are switched off'
   const other = await connect(t, host);
   assert.deepEqual(await watcher.call('trace', { on: true }), {});
   await other.call('set', { uri: volume, parameter: modify(12) });
-  // The callback comes on a thread of its own, and may be told of before the call has returned.
+  // The callback comes on a thread of its own, so that its line may come before that of the call.
   const lines = [await watcher.next('trace'), await watcher.next('trace')];
   const call = lines.find((line) => line.call);
   assert.equal(call?.call, 'a_vextvapi_volctrl_setVolume');

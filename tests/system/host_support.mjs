@@ -1,7 +1,7 @@
 // Starts dtv-host on a free port with a state of its own, and talks to it.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { mkdtempSync, rmSync } from 'node:fs';
+import { mkdtempSync, readdirSync, rmSync } from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import { tmpdir } from 'node:os';
@@ -22,6 +22,14 @@ export const volumeEvents = '/tv/ws/notify/volume_ctrl';
 export const slowCall = 'a_vextvapi_volctrl_getVolume';
 
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+export const descriptors = (host) => readdirSync(`/proc/${host.child.pid}/fd`).length;
+
+// Returns when a slow platform call that the client has requested is running. The host prefers commands, so that the call may
+// begin only after the first; the second is carried out beside it.
+export async function callRuns(client) {
+  for (let i = 0; i < 2; ++i) await client.call('tv', { words: ['faults'] });
+}
 
 // The promise, or a failure that says what did not come. The limit is generous: sanitizer builds are slow.
 export function within(promise, what, seconds = 30) {

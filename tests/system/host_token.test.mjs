@@ -1,4 +1,4 @@
-// The token: where it is kept, what needs it, and what stays open without it.
+// The token: where it is kept, which requests need it, and which do not.
 import assert from 'node:assert/strict';
 import { mkdirSync, readFileSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';

@@ -179,7 +179,7 @@ test('fragmentation: a ping between fragments is answered before the message end
   await client.until((heard) => heard.includes('reply 1'));
 });
 
-// Bytes that stand in a message's method.
+// A message with these bytes in its method.
 const method = (bytes) => Buffer.concat([Buffer.from('{"jsonrpc":"2.0","id":1,"method":"'), Buffer.from(bytes), Buffer.from('"}')]);
 const invalid = {
   'a continuation byte alone': [0x80],

@@ -1,5 +1,5 @@
 // The menu's language from end to end: the configuration, the plugin's look-up, the language libraries. And how the host
-// comes by the paths that the plugin wants, wherever it runs.
+// provides the paths that the plugin opens, wherever it runs.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { chmodSync, chownSync, cpSync, existsSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from 'node:fs';

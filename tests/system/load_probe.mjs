@@ -1,5 +1,5 @@
-// A worker: a client that asks one get after another, on a thread of its own, so that what the test's other sockets do does not
-// count. "begin" starts it, "end" stops it; it then reports the gets' median and 99th percentile in ms, and how many there were.
+// A worker: a client that asks one get after another, on a thread of its own, so that the test's other sockets do not
+// delay it. "begin" starts it, "end" stops it; it then reports the gets' median and 99th percentile in ms, and how many there were.
 import { parentPort, workerData } from 'node:worker_threads';
 import WebSocket from 'ws';
 

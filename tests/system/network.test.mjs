@@ -19,7 +19,7 @@ const wires = [
   'ip link set lo up',
   'ip link add far0 type veth peer name eth0',
   'ip link add far1 type veth peer name wlan0',
-  // Addresses that nobody gave would be told of, too.
+  // Addresses that the kernel assigns would be notified, too.
   'for each in all default; do echo 1 2>/dev/null >/proc/sys/net/ipv6/conf/$each/disable_ipv6 || true; done',
 ];
 

@@ -1,4 +1,4 @@
-// A plugin that answers what no plugin should, for the tests of the host: cut and broken texts, a start-up that fails.
+// A plugin for the tests of the host that answers what no plugin should: cut and broken texts, a start-up that fails.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// What is pending for the listener of /odd/notify; given once.
+// Whether a text is pending for the listener of /odd/notify, which gets it once.
 bool pending = false;
 
 struct OddRow {
@@ -18,7 +18,7 @@ struct OddRow {
   std::string_view text;
 };
 
-constexpr OddRow rows[] = {
+constexpr OddRow kRows[] = {
     {.uri = "/odd/broken", .text = "{\"URI\":\"/odd/broken\",\"ITEMS\":[}"},
     {.uri = "/odd/latin1", .text = "{\"TEXT\":\"gr\xfc\xdf\"}"},
     {.uri = "/odd/spaced", .text = "{ \"a\" : 1e2 , \"b\":\"\\u00e4\" }"},
@@ -39,7 +39,7 @@ int32_t tvc_ctrl_cec_detect_init() { return -1; }
 int32_t tv_ctrl_broadcast_init() { return -1; }
 
 int32_t a_dtv_jsp_get(const char* uri, const char* param, void* pv_content) {
-  for (const OddRow& row : rows)
+  for (const OddRow& row : kRows)
     if (row.uri == uri) copy(row.text, pv_content);
   if (std::string_view(uri) == "/odd/echo" && param != nullptr) copy(param, pv_content);
   if (std::string_view(uri) == "/odd/cut") copy("{\"TEXT\":\"" + std::string(20000, 'x') + "\"}", pv_content);

@@ -1,4 +1,4 @@
-// What the wire tests share: requests as text, and what came back taken apart.
+// What the wire tests share: requests as text, and answers split into their parts.
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { dial, modify, sanitized, volume, within } from './host_support.mjs';
@@ -14,7 +14,7 @@ export const putText = (host, value, { path = volume, more = '', version = '1.1'
 };
 
 // Splits what a server sent into its answers: {status, headers, body, text}. Names of headers are in lower case, values of
-// one name are joined. methods are those of the requests in order, where one is a HEAD. What is not whole yet is left out.
+// one name are joined. methods are those of the requests in order, where one is a HEAD. An answer that is not whole yet is left out.
 export function answersIn(bytes, methods = []) {
   const answers = [];
   let final = 0; // answers that are not 1xx

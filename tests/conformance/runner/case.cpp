@@ -15,7 +15,7 @@
 namespace runner {
 namespace {
 
-enum class Value { ANY, TEXT, TEXT_OR_NULL, NUMBER, WHOLE, FLAG, OBJECT, ARRAY, TEXTS, NOTHING, WORD_BITS };
+enum class Value { kAny, kText, kTextOrNull, kNumber, kWhole, kFlag, kObject, kArray, kTexts, kNothing, kWordBits };
 
 struct Member {
   std::string_view name;
@@ -24,27 +24,27 @@ struct Member {
 
 const char* value_name(Value value) {
   switch (value) {
-    case Value::ANY:
+    case Value::kAny:
       return "any value";
-    case Value::TEXT:
+    case Value::kText:
       return "a text";
-    case Value::TEXT_OR_NULL:
+    case Value::kTextOrNull:
       return "a text or null";
-    case Value::NUMBER:
+    case Value::kNumber:
       return "a whole number";
-    case Value::WHOLE:
+    case Value::kWhole:
       return "a whole number from 0 on";
-    case Value::FLAG:
+    case Value::kFlag:
       return "true or false";
-    case Value::OBJECT:
+    case Value::kObject:
       return "an object";
-    case Value::ARRAY:
+    case Value::kArray:
       return "an array";
-    case Value::TEXTS:
+    case Value::kTexts:
       return "an array of texts";
-    case Value::NOTHING:
+    case Value::kNothing:
       return "null";
-    case Value::WORD_BITS:
+    case Value::kWordBits:
       return "32 or 64";
   }
   return "";
@@ -53,27 +53,27 @@ const char* value_name(Value value) {
 bool is_value(const cJSON* json, Value value) {
   tap::Integer number;
   switch (value) {
-    case Value::ANY:
+    case Value::kAny:
       return true;
-    case Value::TEXT:
+    case Value::kText:
       return cJSON_IsString(json);
-    case Value::TEXT_OR_NULL:
+    case Value::kTextOrNull:
       return cJSON_IsString(json) || cJSON_IsNull(json);
-    case Value::NUMBER:
+    case Value::kNumber:
       return !cJSON_IsBool(json) && tap::json_to_integer(json, number);
-    case Value::WHOLE:
+    case Value::kWhole:
       return cJSON_IsNumber(json) && tap::json_to_integer(json, number) && !number.negative;
-    case Value::FLAG:
+    case Value::kFlag:
       return cJSON_IsBool(json);
-    case Value::OBJECT:
+    case Value::kObject:
       return cJSON_IsObject(json);
-    case Value::ARRAY:
+    case Value::kArray:
       return cJSON_IsArray(json);
-    case Value::NOTHING:
+    case Value::kNothing:
       return cJSON_IsNull(json);
-    case Value::WORD_BITS:
+    case Value::kWordBits:
       return is_word_bits(json);
-    case Value::TEXTS: {
+    case Value::kTexts: {
       const cJSON* element = nullptr;
       cJSON_ArrayForEach(element, json) {
         if (!cJSON_IsString(element)) return false;
@@ -84,28 +84,28 @@ bool is_value(const cJSON* json, Value value) {
   return false;
 }
 
-constexpr Member CASE_MEMBERS[] = {
-    {"name", Value::TEXT},        {"files", Value::OBJECT}, {"device", Value::FLAG},
-    {"libraries", Value::OBJECT}, {"start", Value::FLAG},   {"platform", Value::ARRAY},
-    {"steps", Value::ARRAY},      {"calls", Value::ARRAY},  {"word_bits", Value::WORD_BITS}};
+constexpr Member kCaseMembers[] = {
+    {"name", Value::kText},        {"files", Value::kObject}, {"device", Value::kFlag},
+    {"libraries", Value::kObject}, {"start", Value::kFlag},   {"platform", Value::kArray},
+    {"steps", Value::kArray},      {"calls", Value::kArray},  {"word_bits", Value::kWordBits}};
 
-// What every step may check.
-constexpr Member GENERAL_CHECKS[] = {{"calls", Value::ARRAY}, {"log", Value::TEXTS},     {"log_has", Value::TEXTS},
-                                     {"err", Value::TEXTS},   {"err_has", Value::TEXTS}, {"device", Value::TEXT}};
+// The checks that every step may have.
+constexpr Member kGeneralChecks[] = {{"calls", Value::kArray}, {"log", Value::kTexts},     {"log_has", Value::kTexts},
+                                     {"err", Value::kTexts},   {"err_has", Value::kTexts}, {"device", Value::kText}};
 
-constexpr Member BUFFER_CHECKS[] = {{"ret", Value::NUMBER},
-                                    {"text", Value::TEXT},
-                                    {"json", Value::ANY},
-                                    {"absent", Value::FLAG},
-                                    {"bytes", Value::WHOLE}};
-constexpr Member RET_CHECK[] = {{"ret", Value::NUMBER}};
-constexpr Member CALL_CHECKS[] = {{"ret", Value::NUMBER}, {"after", Value::ARRAY}};
+constexpr Member kBufferChecks[] = {{"ret", Value::kNumber},
+                                    {"text", Value::kText},
+                                    {"json", Value::kAny},
+                                    {"absent", Value::kFlag},
+                                    {"bytes", Value::kWhole}};
+constexpr Member kRetCheck[] = {{"ret", Value::kNumber}};
+constexpr Member kCallChecks[] = {{"ret", Value::kNumber}, {"after", Value::kArray}};
 
-constexpr Member GET_MEMBERS[] = {{"param", Value::ANY}, {"buffer", Value::NOTHING}};
-constexpr Member SET_MEMBERS[] = {{"param", Value::ANY}};
-constexpr Member FETCH_MEMBERS[] = {{"length", Value::NUMBER}, {"buffer", Value::NOTHING}};
-constexpr Member RAISE_MEMBERS[] = {{"args", Value::ARRAY}};
-constexpr Member CALL_MEMBERS[] = {{"in", Value::ARRAY}};
+constexpr Member kGetMembers[] = {{"param", Value::kAny}, {"buffer", Value::kNothing}};
+constexpr Member kSetMembers[] = {{"param", Value::kAny}};
+constexpr Member kFetchMembers[] = {{"length", Value::kNumber}, {"buffer", Value::kNothing}};
+constexpr Member kRaiseMembers[] = {{"args", Value::kArray}};
+constexpr Member kCallMembers[] = {{"in", Value::kArray}};
 
 struct StepKind {
   std::string_view name;
@@ -114,20 +114,20 @@ struct StepKind {
   std::span<const Member> checks;
 };
 
-constexpr StepKind STEP_KINDS[] = {
-    {"get", Value::TEXT_OR_NULL, GET_MEMBERS, BUFFER_CHECKS},
-    {"set", Value::TEXT_OR_NULL, SET_MEMBERS, RET_CHECK},
-    {"subscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
-    {"unsubscribe", Value::TEXT_OR_NULL, {}, RET_CHECK},
-    {"fetch", Value::TEXT_OR_NULL, FETCH_MEMBERS, BUFFER_CHECKS},
-    {"raise", Value::TEXT, RAISE_MEMBERS, RET_CHECK},
-    {"call", Value::TEXT, CALL_MEMBERS, CALL_CHECKS},
+constexpr StepKind kStepKinds[] = {
+    {"get", Value::kTextOrNull, kGetMembers, kBufferChecks},
+    {"set", Value::kTextOrNull, kSetMembers, kRetCheck},
+    {"subscribe", Value::kTextOrNull, {}, kRetCheck},
+    {"unsubscribe", Value::kTextOrNull, {}, kRetCheck},
+    {"fetch", Value::kTextOrNull, kFetchMembers, kBufferChecks},
+    {"raise", Value::kText, kRaiseMembers, kRetCheck},
+    {"call", Value::kText, kCallMembers, kCallChecks},
 };
 
 const StepKind* kind_named(std::string_view name) {
   const auto found =
-      std::find_if(std::begin(STEP_KINDS), std::end(STEP_KINDS), [&](const StepKind& k) { return k.name == name; });
-  return found == std::end(STEP_KINDS) ? nullptr : found;
+      std::find_if(std::begin(kStepKinds), std::end(kStepKinds), [&](const StepKind& k) { return k.name == name; });
+  return found == std::end(kStepKinds) ? nullptr : found;
 }
 
 const Member* member_named(std::span<const Member> members, std::string_view name) {
@@ -194,13 +194,13 @@ std::string check_step(const cJSON* step, const Contract& contract, int& checks)
     const Member* allowed = member_named(kind.members, member->string);
     if (allowed == nullptr) {
       allowed = member_named(kind.checks, member->string);
-      if (allowed == nullptr) allowed = member_named(GENERAL_CHECKS, member->string);
+      if (allowed == nullptr) allowed = member_named(kGeneralChecks, member->string);
       ++checks;
     }
     if (allowed == nullptr) {
       return "unknown member \"" + std::string(member->string) + "\"; a " + std::string(kind.name) + " step can have " +
              names(kind.members) + (kind.members.empty() ? "" : "; ") + names(kind.checks) + ", " +
-             names(GENERAL_CHECKS) + "; each, times, values, repeat";
+             names(kGeneralChecks) + "; each, times, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);
   }
@@ -226,7 +226,7 @@ std::string check_paths(const cJSON* json) {
   cJSON_ArrayForEach(file, cJSON_GetObjectItemCaseSensitive(json, "files")) {
     const std::string_view path = file->string;
     if (!path.starts_with("/")) return "\"files\": \"" + std::string(path) + "\" is not an absolute path";
-    if (!is_value(file, Value::TEXT_OR_NULL))
+    if (!is_value(file, Value::kTextOrNull))
       return "\"files\": the content of " + std::string(path) + " is a text or null";
     if (path.ends_with("/") && cJSON_IsString(file) && *file->valuestring != '\0') {
       return "\"files\": " + std::string(path) + " is a folder, which has no content";
@@ -257,7 +257,7 @@ std::string language_library(std::string_view language_template, const cJSON* te
   }
   std::uint64_t length = bytes.size() - begin;
   for (int i = 0; i < 8; ++i, length >>= 8) bytes.push_back(static_cast<char>(length & 0xFF));
-  return bytes.append(LANGUAGE_MARK);
+  return bytes.append(kLanguageMark);
 }
 
 std::string clean_path(std::string_view path) {
@@ -302,7 +302,7 @@ Case read_case(PlainCase plain) {
 }  // namespace
 
 const cJSON* step_action(const cJSON* step) {
-  for (const StepKind& kind : STEP_KINDS) {
+  for (const StepKind& kind : kStepKinds) {
     const cJSON* action = cJSON_GetObjectItemCaseSensitive(step, std::string(kind.name).c_str());
     if (action != nullptr) return action;
   }
@@ -377,9 +377,9 @@ std::string check_case(const Case& test, const Contract& contract) {
   if (std::string twice = duplicate_member(test.json.get()); !twice.empty()) return twice;
   const cJSON* member = nullptr;
   cJSON_ArrayForEach(member, test.json.get()) {
-    const Member* allowed = member_named(CASE_MEMBERS, member->string);
+    const Member* allowed = member_named(kCaseMembers, member->string);
     if (allowed == nullptr) {
-      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(CASE_MEMBERS) +
+      return "unknown member \"" + std::string(member->string) + "\"; a case can have " + names(kCaseMembers) +
              "; each, values, repeat";
     }
     if (!is_value(member, allowed->value)) return wrong_value(allowed->name, allowed->value);

@@ -1,4 +1,4 @@
-// A conformance case as read from its file, and what stands in it that must not.
+// A conformance case as read from its file, and the check of its members.
 #pragma once
 
 #include <map>
@@ -16,7 +16,7 @@ struct Case {
   std::string name;
   std::string text;                      // the plain case: see "runner/expand.h"
   tap::Json json;                        // of text
-  std::vector<std::string> step_params;  // per step, "param" as it stands in the file, without white space
+  std::vector<std::string> step_params;  // per step, "param" as written in the file, without white space
   std::vector<std::string> step_rows;    // per step, the row that made it, or empty
   std::string refusal;                   // why it cannot be run; empty when it can
 };
@@ -27,7 +27,7 @@ struct CaseFile {
   std::string refusal;  // of the whole file
 };
 
-// Reads a file; what is wrong stands in the refusals.
+// Reads a file. The refusals say what is wrong.
 CaseFile read_case_file(const std::string& path);
 
 // A platform function, from dtv_tap_list.
@@ -40,17 +40,17 @@ struct ContractFunction {
 using Contract = std::map<std::string, ContractFunction, std::less<>>;
 Contract read_contract(const char* list);
 
-// Why a case cannot be run: unknown members, functions, wrong kinds of values, no check. Empty when it can.
+// Why a case cannot be run (unknown members or functions, wrong kinds of values, no check); empty when it can.
 std::string check_case(const Case& test, const Contract& contract);
 
-// Whether a case's "word_bits" is a number of bits that sets' addresses have.
+// Whether a case's "word_bits" is 32 or 64, the sizes of an address on the sets.
 bool is_word_bits(const cJSON* json);
 
-// The paths that a case wants. language_template: the bytes of the language library; other_library: those of one
-// without its look-up.
+// The files that a case wants. language_template: the bytes of the language library; other_library: those of one
+// without the look-up function.
 WantedPaths wanted_paths(const Case& test, std::string_view language_template, std::string_view other_library);
 
-// The step's kind: the first of its members that names one; null when there is none.
+// The kind of a step, after the first of its members that names one; null when none does.
 const cJSON* step_action(const cJSON* step);
 
 }  // namespace runner

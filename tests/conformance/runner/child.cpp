@@ -13,8 +13,8 @@
 namespace runner {
 namespace {
 
-// The television's own folders and files; a case says which of them there are.
-constexpr const char* ABSENT_BY_DEFAULT[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
+// Folders and files of the television that do not exist in a case unless it says so.
+constexpr const char* kAbsentByDefault[] = {"/3rd", "/3rd_rw", "/dev/cli", "/tmp/ytlbv4_start"};
 
 template <class Fct>
 bool find_symbol(void* library, const char* name, Fct& ret_fct, std::string& ret_error) {
@@ -56,7 +56,8 @@ void read_registry(Session& session) {
   }
 }
 
-// Why the case cannot be run, before anything of it is done; empty when it can. Gives its answers to the tap.
+// Checks the case before its first step, and loads its answers into the tap. Returns why it cannot be run; empty when
+// it can.
 std::string refuse(Session& session) {
   char* list = session.list();
   session.contract = read_contract(list);
@@ -103,10 +104,10 @@ void report_end(Session& session) {
 }
 
 bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
-  for (const char* path : ABSENT_BY_DEFAULT) {
+  for (const char* path : kAbsentByDefault) {
     bool covered = false;
     for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
-    // What is wanted below it brings it into being, as a folder with nothing of the machine's.
+    // A file that the case wants below it creates it, as a folder without the machine's files.
     wanted.emplace(path, WantedPath{.what = covered ? WantedPath::FOLDER : WantedPath::ABSENT, .content = ""});
   }
   return sandbox_enter(wanted, NewFolders::WRITABLE, ret_error);
@@ -115,7 +116,7 @@ bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
 void take_streams(const ChildFiles& files) {
   dup2(files.out, STDOUT_FILENO);
   dup2(files.err, STDERR_FILENO);
-  // A sanitizer writes its report without the C library's buffers, and so does a crash lose them.
+  // Without a buffer: a crash would lose what is in it, and a sanitizer's report would come out of order.
   setvbuf(stderr, nullptr, _IONBF, 0);
 }
 
@@ -174,7 +175,7 @@ void report_note(Session& session, const std::string& text) {
 }
 
 void child_run(const Case& test, const Libraries& libraries, const ChildFiles& files) {
-  // Lives as long as the process: the tap's watcher points at it.
+  // Never freed: the tap's watcher points at it until the process ends.
   static Session session;
   session.test = &test;
   session.report = files.report;
@@ -197,7 +198,7 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
     run_steps(session);
   }
   report_end(session);
-  // Not _exit, so that a leak sanitizer looks.
+  // Not _exit, so that a leak sanitizer runs its check.
   std::exit(session.failed ? 1 : 0);
 }
 

@@ -11,10 +11,10 @@ struct Libraries {
   std::string plugin;  // absolute paths
   std::string tap;
   std::string language_template;  // bytes of the language library
-  std::string other_library;      // bytes of a library without its look-up
+  std::string other_library;      // bytes of a library without the look-up function
 };
 
-// The memory files through which the child tells what happened; its parent reads them when it has ended.
+// The memory files that the child writes and that its parent reads when the child has ended.
 struct ChildFiles {
   int report = -1;  // JSON lines, see report_*
   int out = -1;     // standard output

@@ -1,14 +1,14 @@
-// What reaches the command device during a case.
+// The characters that reach the command device during a case.
 #pragma once
 
 #include <string>
 
 namespace runner {
 
-// From now on the characters are kept.
+// Begins to keep the characters.
 void device_record();
 
-// The characters since the last time, in order.
+// The characters since the last call, in order.
 std::string device_take();
 
 }  // namespace runner

@@ -12,12 +12,12 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t MOST_TIMES = 1000000;
+constexpr std::size_t kMostTimes = 1000000;
 
-// What is being expanded.
+// The place in a file that is being expanded.
 struct Place {
-  Scope scope;      // begins with the file's own names
-  std::string row;  // the rows of the tables around, for messages
+  Scope scope;      // first the names of the file itself
+  std::string row;  // the current rows, for messages
   std::string error;
 };
 
@@ -31,14 +31,14 @@ bool is_repeated(std::string_view element) {
          });
 }
 
-// What expanding uses must not be there twice, since it would see only the first.
+// Refuses a member that expanding uses and that is there twice: only the first would be seen.
 bool has_twice(std::string_view object, std::string_view key) {
   const auto members = raw_children(object);
   return std::count_if(members.begin(), members.end(), [&](const auto& member) { return member.first == key; }) > 1;
 }
 
-// Adds the names of a member that is an object of names and what they stand for; it may be left out.
-bool add_named(std::string_view object, std::string_view member, Name::Kind kind, Place& place) {
+// Adds the names of an object's member ("values" or "repeat"), which may be missing.
+bool add_named(std::string_view object, std::string_view member, Name::Origin origin, Place& place) {
   const std::string_view named = raw_member(object, member);
   const auto names = raw_children(named);
   if (!named.empty() && (!raw_is_object(named) || names.empty())) {
@@ -50,12 +50,12 @@ bool add_named(std::string_view object, std::string_view member, Name::Kind kind
       place.error = in_quotes(member) + ": " + in_quotes(name.first) + " must be a name of small letters, digits and _";
       return false;
     }
-    return add_name({.name = name.first, .kind = kind, .value = name.second}, place.scope, place.error);
+    return add_name({.name = name.first, .origin = origin, .value = name.second}, place.scope, place.error);
   });
 }
 
 bool add_values_and_repetitions(std::string_view object, Place& place) {
-  return add_named(object, "values", Name::VALUE, place) && add_named(object, "repeat", Name::REPETITION, place);
+  return add_named(object, "values", Name::kValue, place) && add_named(object, "repeat", Name::kRepetition, place);
 }
 
 // Calls make() for each row of each of the tables, the last one fastest, with the names of their columns. make gives
@@ -122,15 +122,14 @@ bool read_times(std::string_view written, Place& place, std::size_t& ret_times) 
     return true;
   }
   if (!append_substituted(written, place.scope, times, place.error)) return false;
-  if (read_count(times, ret_times) && ret_times <= MOST_TIMES) return true;
-  place.error = "\"times\" must be a whole number from 0 to " + std::to_string(MOST_TIMES);
+  if (read_count(times, ret_times) && ret_times <= kMostTimes) return true;
+  place.error = "\"times\" must be a whole number from 0 to " + std::to_string(kMostTimes);
   return false;
 }
 
 bool append_steps(std::string_view steps, Place& place, std::string& json, std::vector<std::string>& rows);
 
-// Appends, for each row and as many times as it says, the steps of an element's "steps", or the step that the element
-// is.
+// Appends an element's "steps", or the element itself where it is a step: for each row, as often as "times" says.
 bool append_repeated(std::string_view element, Place& place, std::string& json, std::vector<std::string>& rows) {
   const std::string_view group = raw_member(element, "steps");
   std::string step;
@@ -227,7 +226,7 @@ bool read_tables(std::string_view json, Place& place) {
   return true;
 }
 
-// What no case uses of the tables; empty when there is nothing.
+// Which tables or columns no case uses, as a message; empty when all are used.
 std::string unused(const std::vector<SharedTable>& tables) {
   for (const SharedTable& shared : tables) {
     const std::string table = "\"tables\": " + in_quotes(shared.name);
@@ -252,7 +251,7 @@ bool expand_file(std::string_view json, std::vector<PlainCase>& ret_cases, std::
         cases.push_back(std::move(plain));
       }
     }
-    // A case that cannot be expanded says so itself, and perhaps it would have used the rest.
+    // A case that cannot be expanded has a refusal of its own, and might have used the rest.
     if (good) place.error = unused(place.scope.tables);
     if (good && place.error.empty()) remove_names(0, nullptr, place.scope, place.error);
   }

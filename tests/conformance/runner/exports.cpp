@@ -13,26 +13,26 @@
 namespace runner {
 namespace {
 
-// Every untyped record pointer has this much behind it, since a function may fill a larger record than was given.
-constexpr std::size_t RECORD_ROOM = 65536;
+// The bytes behind every untyped pointer to a record, since a function may fill a larger record than the case gives.
+constexpr std::size_t kRecordRoom = 65536;
 
 template <class T>
 ArgumentKind kind_of() {
   if constexpr (!std::is_pointer_v<T>) {
-    return {.form = ArgumentKind::NUMBER, .type = &tap::type_of<T>};
+    return {.form = ArgumentKind::kNumber, .type = &tap::type_of<T>};
   } else {
     using Target = std::remove_pointer_t<T>;
     using Plain = std::remove_cv_t<Target>;
     if constexpr (std::is_function_v<Target>) {
-      return {.form = ArgumentKind::FUNCTION};
+      return {.form = ArgumentKind::kFunction};
     } else if constexpr (std::is_void_v<Plain>) {
-      return {.form = ArgumentKind::UNTYPED};
+      return {.form = ArgumentKind::kUntyped};
     } else if constexpr (std::is_same_v<Plain, char>) {
-      return {.form = std::is_const_v<Target> ? ArgumentKind::TEXT : ArgumentKind::BYTES};
+      return {.form = std::is_const_v<Target> ? ArgumentKind::kText : ArgumentKind::kBytes};
     } else if constexpr (std::is_class_v<Plain>) {
-      return {.form = ArgumentKind::RECORD, .type = &tap::type_of<Plain>};
+      return {.form = ArgumentKind::kRecord, .type = &tap::type_of<Plain>};
     } else {
-      return {.form = ArgumentKind::VARIABLE, .type = &tap::type_of<Plain>};
+      return {.form = ArgumentKind::kVariable, .type = &tap::type_of<Plain>};
     }
   }
 }
@@ -60,7 +60,7 @@ struct Caller<Result (*)(Args...)> {
       return 0;
     } else if constexpr (std::is_pointer_v<Result>) {
       const Result result = typed(passed<Args>(arguments[I])...);
-      // What is not constant was allocated for the caller.
+      // A result that is not constant was allocated for the caller.
       if constexpr (!std::is_const_v<std::remove_pointer_t<Result>>) std::free(result);
       return result == nullptr ? 0 : 1;
     } else {
@@ -78,16 +78,16 @@ struct Caller<Result (*)(Args...)> {
 // clang-format on
 
 const std::vector<Export>& exports() {
-  static const std::vector<Export> list = {
+  static const std::vector<Export> kList = {
 #include "exports.def"
   };
-  return list;
+  return kList;
 }
 
 std::uint64_t address_bits(const void* address) { return reinterpret_cast<std::uintptr_t>(address); }
 
 void* room(Argument& argument, std::size_t bytes) {
-  argument.backing.assign(std::max(bytes, RECORD_ROOM) / sizeof(std::uint64_t) + 1, std::uint64_t{0});
+  argument.backing.assign(std::max(bytes, kRecordRoom) / sizeof(std::uint64_t) + 1, std::uint64_t{0});
   argument.bits = address_bits(argument.backing.data());
   return argument.backing.data();
 }
@@ -128,7 +128,7 @@ bool make_buffer(const cJSON* json, Argument& argument, std::string& ret_error) 
     ret_error = R"(a buffer is {"buffer": size}, with a size from 1 on)";
     return false;
   }
-  // Of exactly that size, so that an address sanitizer sees a write behind it.
+  // Exactly as large, so that an address sanitizer sees a write beyond the end.
   argument.buffer = std::vector<char>(static_cast<std::size_t>(size->valuedouble));
   argument.bits = address_bits(argument.buffer.data());
   return true;
@@ -138,40 +138,40 @@ bool make_argument(const ArgumentKind& kind, const cJSON* json, void* library, A
                    std::string& ret_error) {
   if (json == nullptr || cJSON_IsNull(json)) return true;
   const bool is_buffer = cJSON_GetObjectItemCaseSensitive(json, "buffer") != nullptr && cJSON_IsObject(json);
-  if (kind.form == ArgumentKind::NUMBER) return tap::value_from_json(*kind.type, json, &argument.bits, ret_error);
-  // 0 is a null pointer; another number is an address that the function only looks at as a number.
-  if (cJSON_IsNumber(json) && kind.form != ArgumentKind::VARIABLE)
+  if (kind.form == ArgumentKind::kNumber) return tap::value_from_json(*kind.type, json, &argument.bits, ret_error);
+  // 0 is a null pointer; another number is an address that the function uses as a number only.
+  if (cJSON_IsNumber(json) && kind.form != ArgumentKind::kVariable)
     return tap::value_from_json(tap::type_of<std::uintptr_t>, json, &argument.bits, ret_error);
-  if (is_buffer && kind.form != ArgumentKind::TEXT && kind.form != ArgumentKind::FUNCTION) {
+  if (is_buffer && kind.form != ArgumentKind::kText && kind.form != ArgumentKind::kFunction) {
     return make_buffer(json, argument, ret_error);
   }
   switch (kind.form) {
-    case ArgumentKind::NUMBER:
+    case ArgumentKind::kNumber:
       break;
-    case ArgumentKind::TEXT:
-    case ArgumentKind::BYTES:
-    case ArgumentKind::UNTYPED:
-      if (kind.form == ArgumentKind::UNTYPED && cJSON_IsObject(json))
+    case ArgumentKind::kText:
+    case ArgumentKind::kBytes:
+    case ArgumentKind::kUntyped:
+      if (kind.form == ArgumentKind::kUntyped && cJSON_IsObject(json))
         return make_record(json, nullptr, argument, ret_error);
       if (cJSON_IsString(json)) {
         argument.text = json->valuestring;
       } else if (!tap::json_to_bytes(json, argument.text)) {
         ret_error = tap::json_print(json) +
-                    (kind.form == ArgumentKind::UNTYPED ? " is neither a record nor a buffer" : " is not a text");
+                    (kind.form == ArgumentKind::kUntyped ? " is neither a record nor a buffer" : " is not a text");
         return false;
       }
-      if (kind.form == ArgumentKind::TEXT) {
+      if (kind.form == ArgumentKind::kText) {
         argument.bits = address_bits(argument.text.c_str());
       } else {
         std::memcpy(room(argument, argument.text.size() + 1), argument.text.c_str(), argument.text.size() + 1);
       }
       return true;
-    case ArgumentKind::VARIABLE:
+    case ArgumentKind::kVariable:
       argument.type = kind.type;
       return tap::value_from_json(*kind.type, json, room(argument, kind.type->size), ret_error);
-    case ArgumentKind::RECORD:
+    case ArgumentKind::kRecord:
       return make_record(json, kind.type, argument, ret_error);
-    case ArgumentKind::FUNCTION: {
+    case ArgumentKind::kFunction: {
       void* fct = cJSON_IsString(json) ? dlsym(library, json->valuestring) : nullptr;
       if (fct == nullptr) ret_error = tap::json_print(json) + " is not the name of an exported function";
       argument.bits = address_bits(fct);
@@ -191,20 +191,20 @@ std::size_t memory_size(const Argument& argument) {
   return argument.text.size() + 1;
 }
 
-// One argument afterwards; empty when it is as expected.
+// Compares one argument after the call; empty when it is as expected.
 std::string compare_argument(const ArgumentKind& kind, const Argument& argument, const cJSON* expected,
                              bool check_only) {
-  if (kind.form == ArgumentKind::NUMBER || kind.form == ArgumentKind::FUNCTION)
+  if (kind.form == ArgumentKind::kNumber || kind.form == ArgumentKind::kFunction)
     return "is passed by value and cannot change";
   const char* memory = memory_of(argument);
-  if (memory == nullptr) return "was null, so that nothing can stand there afterwards";
+  if (memory == nullptr) return "was null, so that nothing can be there afterwards";
   tap::Json came;
   tap::Json wanted(cJSON_Duplicate(expected, 1));
   std::string bytes;
   if (tap::json_to_bytes(expected, bytes)) {
     if (bytes.size() > memory_size(argument)) return "has only " + std::to_string(memory_size(argument)) + " bytes";
     came.reset(tap::json_bytes({memory, bytes.size()}));
-  } else if (cJSON_IsString(expected) && (argument.type == nullptr || argument.type->shape != tap::Shape::integer)) {
+  } else if (cJSON_IsString(expected) && (argument.type == nullptr || argument.type->shape != tap::Shape::kInteger)) {
     came.reset(tap::text_to_json(memory, memory_size(argument)));
   } else {
     const tap::Type* type = argument.type;
@@ -219,7 +219,7 @@ std::string compare_argument(const ArgumentKind& kind, const Argument& argument,
     came.reset(tap::value_to_json(*type, memory));
   }
   if (check_only || tap::json_matches(wanted.get(), came.get())) return {};
-  // Only the fields that were asked for are shown.
+  // Only the fields that the case names.
   if (cJSON_IsObject(wanted.get()) && cJSON_IsObject(came.get())) {
     tap::Json shown(cJSON_CreateObject());
     const cJSON* member = nullptr;

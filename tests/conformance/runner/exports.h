@@ -14,19 +14,19 @@ namespace runner {
 // What an argument is, by the parameter's C type.
 struct ArgumentKind {
   enum Form {
-    NUMBER,    // passed by value
-    TEXT,      // const char*
-    BYTES,     // char*: a buffer
-    UNTYPED,   // void*: a record by name, a buffer, or null
-    VARIABLE,  // T*: one number
-    RECORD,    // T*: one record
-    FUNCTION,  // the name of an exported function, or null
-  } form = NUMBER;
+    kNumber,    // passed by value
+    kText,      // const char*
+    kBytes,     // char*: a buffer
+    kUntyped,   // void*: a record by name, a buffer, or null
+    kVariable,  // T*: one number
+    kRecord,    // T*: one record
+    kFunction,  // the name of an exported function, or null
+  } form = kNumber;
   const tap::Type* type = nullptr;  // of the number, the variable, the record
 };
 
 struct Argument {
-  std::uint64_t bits = 0;              // as it is passed
+  std::uint64_t bits = 0;              // the value to pass
   std::vector<std::uint64_t> backing;  // what it points at, where that has room for any record
   std::vector<char> buffer;            // what it points at, where the case gave the size
   std::string text;
@@ -48,8 +48,8 @@ const Export* find_export(std::string_view name);
 bool make_arguments(const Export& exported, const cJSON* in, void* library, std::vector<Argument>& ret_arguments,
                     std::string& ret_error);
 
-// Compares the arguments afterwards with "after" and gives what differs; empty when nothing does. With check_only
-// nothing is compared, but "after" must fit the function and "in".
+// Compares the arguments after the call with "after". Returns the differences; empty when there are none. With
+// check_only nothing is compared, but "after" must fit the function and "in".
 std::string compare_after(const Export& exported, const std::vector<Argument>& arguments, const cJSON* after,
                           bool check_only);
 

@@ -1,8 +1,8 @@
-// What the runner and the language library that it writes agree on.
+// The mark at the end of a case's language library, for the runner, which writes it, and the library, which reads it.
 #pragma once
 
 namespace runner {
 
-constexpr char LANGUAGE_MARK[] = "language-texts-1";
+constexpr char kLanguageMark[] = "language-texts-1";
 
 }  // namespace runner

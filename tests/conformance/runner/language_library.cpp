@@ -1,5 +1,5 @@
-// The language library of a case. Its texts stand behind the library's own bytes in its file, as the runner wrote them:
-// id, 0, text, 0 for each, then the length of all that in 8 bytes (least significant first) and LANGUAGE_MARK.
+// The language library of a case. The runner appends the texts to the library's file: id, 0, text, 0 for each, then
+// their length in 8 bytes (least significant first), then kLanguageMark.
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -21,12 +21,12 @@ static std::map<std::string, std::string> read_texts() {
   for (std::size_t got = 0; (got = std::fread(part, 1, sizeof part, file)) > 0;) bytes.append(part, got);
   std::fclose(file);
 
-  constexpr std::size_t MARK = sizeof runner::LANGUAGE_MARK - 1;
-  if (bytes.size() < MARK + 8 || bytes.compare(bytes.size() - MARK, MARK, runner::LANGUAGE_MARK) != 0) return texts;
+  constexpr std::size_t kMark = sizeof runner::kLanguageMark - 1;
+  if (bytes.size() < kMark + 8 || bytes.compare(bytes.size() - kMark, kMark, runner::kLanguageMark) != 0) return texts;
   std::uint64_t length = 0;
   for (std::size_t i = 8; i-- > 0;)
-    length = length << 8 | static_cast<unsigned char>(bytes[bytes.size() - MARK - 8 + i]);
-  const char* at = bytes.c_str() + bytes.size() - MARK - 8 - length;
+    length = length << 8 | static_cast<unsigned char>(bytes[bytes.size() - kMark - 8 + i]);
+  const char* at = bytes.c_str() + bytes.size() - kMark - 8 - length;
   for (const char* end = at + length; at < end;) {
     const std::string id = at;
     at += id.size() + 1;
@@ -38,7 +38,7 @@ static std::map<std::string, std::string> read_texts() {
 
 // The text of an id in the library's language; null for an unknown id.
 extern "C" __attribute__((visibility("default"))) const char* vexuiGetLangStr(const char* id) {
-  static const std::map<std::string, std::string> texts = read_texts();
-  const auto found = id == nullptr ? texts.end() : texts.find(id);
-  return found == texts.end() ? nullptr : found->second.c_str();
+  static const std::map<std::string, std::string> kTexts = read_texts();
+  const auto found = id == nullptr ? kTexts.end() : kTexts.find(id);
+  return found == kTexts.end() ? nullptr : found->second.c_str();
 }

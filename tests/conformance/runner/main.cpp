@@ -27,7 +27,7 @@ namespace {
 using namespace runner;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* USAGE =
+constexpr const char* kUsage =
     "usage: conformance PATH... [options]\n"
     "Runs the cases of files, and of all *.json files in folders, against the plugin.\n"
     "  --filter TEXT         only cases with TEXT in their name\n"
@@ -59,7 +59,7 @@ struct Options {
 
 struct Coverage {
   std::map<std::string, int> functions;
-  std::map<std::string, int> uris;  // by use and URI, as a session counts them
+  std::map<std::string, int> uris;  // by use and URI, as in a session
 };
 
 struct Job {
@@ -81,7 +81,7 @@ bool parse_number(const char* text, int& ret_number) {
   return true;
 }
 
-// False, after a message, when the words are wrong.
+// Reads the command line. False, after a message, when it is wrong.
 bool parse_options(int argc, char** argv, Options& ret_options) {
   for (int i = 1; i < argc; ++i) {
     const std::string_view word = argv[i];
@@ -112,13 +112,13 @@ bool parse_options(int argc, char** argv, Options& ret_options) {
     } else if (word == "--require-coverage") {
       ret_options.require_coverage = true;
     } else if (word.starts_with("-")) {
-      std::fprintf(stderr, "conformance: unknown option %s\n%s", argv[i], USAGE);
+      std::fprintf(stderr, "conformance: unknown option %s\n%s", argv[i], kUsage);
       return false;
     } else {
       ret_options.paths.emplace_back(word);
     }
   }
-  if (ret_options.paths.empty()) std::fputs(USAGE, stderr);
+  if (ret_options.paths.empty()) std::fputs(kUsage, stderr);
   return !ret_options.paths.empty();
 }
 
@@ -163,13 +163,13 @@ Libraries find_libraries(const Options& options) {
           .other_library = read_file((bin.parent_path() / "lib" / "libconformance_other.so").string())};
 }
 
-// A case that says what only sets of another word size do.
+// Whether a case is about sets with another word size.
 bool is_for_other_word_size(const Case& test) {
   const cJSON* bits = cJSON_GetObjectItemCaseSensitive(test.json.get(), "word_bits");
   return is_word_bits(bits) && bits->valueint != static_cast<int>(sizeof(void*) * 8);
 }
 
-// The waits that a case asks for itself.
+// The sum of the delays that a case asks for.
 std::chrono::milliseconds own_delays(const cJSON* json) {
   double sum = 0;
   const cJSON* answer = nullptr;
@@ -213,10 +213,10 @@ void start(Job& job, const Libraries& libraries, int timeout) {
 }
 
 std::string tail_of(const char* name, const std::string& text) {
-  constexpr std::size_t SHOWN = 6000;
+  constexpr std::size_t kShown = 6000;
   if (text.empty()) return {};
   std::string shown = "    its " + std::string(name) + ":\n";
-  for (const std::string& line : split_lines(text.size() > SHOWN ? text.substr(text.size() - SHOWN) : text)) {
+  for (const std::string& line : split_lines(text.size() > kShown ? text.substr(text.size() - kShown) : text)) {
     shown += "      " + line + "\n";
   }
   return shown;
@@ -227,7 +227,7 @@ void add_counts(const cJSON* object, std::map<std::string, int>& counts) {
   cJSON_ArrayForEach(count, object) counts[count->string] += count->valueint;
 }
 
-// Reads what an ended child reported and makes the job's text of it.
+// Reads the report of a child that has ended, and makes the job's text of it.
 void finish(Job& job, int status, bool verbose, Coverage& coverage) {
   int step = -1;
   bool done = false;
@@ -264,7 +264,7 @@ void finish(Job& job, int status, bool verbose, Coverage& coverage) {
   for (const int file : {job.files.report, job.files.out, job.files.err}) close(file);
 }
 
-// Waits until a child has ended, and ends those that take too long.
+// Waits until a child has ended. Kills children that take too long.
 void wait_for_one(std::vector<Job*>& running, bool verbose, Coverage& coverage) {
   sigset_t child_ended;
   sigemptyset(&child_ended);
@@ -302,9 +302,9 @@ std::string text_of(const cJSON* row, const char* key) {
   return cJSON_IsString(text) ? text->valuestring : "";
 }
 
-constexpr const char* USES[] = {"get", "set", "notify"};
+constexpr const char* kUses[] = {"get", "set", "notify"};
 
-// Whether a row takes this use, also where it has no effect: that nothing happens is behaviour, too.
+// Whether a row takes this use, even without effect: a case must then show that nothing happens.
 bool takes(const cJSON* row, const char* use) {
   if (is_true(row, use)) return true;
   const cJSON* accepted = nullptr;
@@ -314,7 +314,7 @@ bool takes(const cJSON* row, const char* use) {
   return false;
 }
 
-// What no case used; nullopt, after a message, when the library does not say what there is.
+// What no case has used; nullopt, after a message, when the library does not describe its rows.
 std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, const Coverage& coverage, int timeout) {
   Job job;
   start(job, libraries, timeout);
@@ -339,7 +339,7 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   }
   std::set<std::string> served;  // groups
   cJSON_ArrayForEach(entry, rows) {
-    for (const char* use : USES) {
+    for (const char* use : kUses) {
       if (takes(entry, use)) served.insert(text_of(entry, "group"));
     }
   }
@@ -347,14 +347,15 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
     const std::string uri = text_of(entry, "uri");
     const auto is_used = [&](const char* use) { return coverage.uris.contains(use + (" " + uri)); };
     bool has_use = false;
-    for (const char* use : USES) {
+    for (const char* use : kUses) {
       if (!takes(entry, use)) continue;
       has_use = true;
       if (!is_used(use)) missing.push_back(use + (" " + uri));
     }
-    // What an application cannot ask for at all is still a row of its handler.
+    // A row that no request reaches must be called by its identifier.
     const std::string group = text_of(entry, "group");
-    if (!has_use && !group.empty() && served.contains(group) && std::none_of(std::begin(USES), std::end(USES), is_used))
+    if (!has_use && !group.empty() && served.contains(group) &&
+        std::none_of(std::begin(kUses), std::end(kUses), is_used))
       missing.push_back("row " + uri);
   }
   return missing;
@@ -402,7 +403,7 @@ bool write_coverage(const std::string& path, const Coverage& coverage) {
 int main(int argc, char** argv) {
   Options options;
   if (!parse_options(argc, argv, options)) return 2;
-  if (options.help) return std::fputs(USAGE, stdout) < 0 || std::fflush(stdout) != 0 ? 2 : 0;
+  if (options.help) return std::fputs(kUsage, stdout) < 0 || std::fflush(stdout) != 0 ? 2 : 0;
   const Libraries libraries = find_libraries(options);
   sigset_t child_ended;
   sigemptyset(&child_ended);

@@ -1,2 +1,2 @@
-// A library that a case puts in a language library's place: it loads, and has no look-up.
+// A library that a case uses in place of a language library: it loads, but has no look-up function.
 extern "C" __attribute__((visibility("default"))) int conformance_other() { return 0; }

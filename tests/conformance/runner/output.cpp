@@ -35,7 +35,7 @@ bool line_matches(std::string_view expected, std::string_view line) {
       line.remove_prefix(1);
       continue;
     }
-    // A '#' may also stand for itself, where a text of the request comes back.
+    // A '#' may also be just that character, where a text of the request is printed.
     if (!line.empty() && line.front() == '#' && line_matches(expected.substr(1), line.substr(1))) return true;
     std::size_t digits = 0;
     while (digits < line.size() && line[digits] >= '0' && line[digits] <= '9') ++digits;
@@ -99,23 +99,23 @@ std::string compare_json(const cJSON* expected, const cJSON* came, const std::st
 }
 
 std::string quoted(std::string_view text) {
-  constexpr std::size_t SHOWN = 2000;
+  constexpr std::size_t kShown = 2000;
   std::string result = "\"";
-  for (const char c : text.substr(0, SHOWN)) {
+  for (const char c : text.substr(0, kShown)) {
     const auto byte = static_cast<unsigned char>(c);
     if (c == '\n') {
       result += "\\n";
     } else if (c == '\r') {
       result += "\\r";
     } else if (byte < 0x20 || byte == 0x7F) {
-      static constexpr char DIGITS[] = "0123456789abcdef";
-      result += std::string("\\x") + DIGITS[byte >> 4] + DIGITS[byte & 15];
+      static constexpr char kDigits[] = "0123456789abcdef";
+      result += std::string("\\x") + kDigits[byte >> 4] + kDigits[byte & 15];
     } else {
       result.push_back(c);
     }
   }
   result.push_back('"');
-  if (text.size() > SHOWN) result += "... (" + std::to_string(text.size()) + " bytes)";
+  if (text.size() > kShown) result += "... (" + std::to_string(text.size()) + " bytes)";
   return result;
 }
 

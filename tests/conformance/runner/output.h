@@ -1,4 +1,4 @@
-// What a step prints, and its comparison with a case.
+// What a step prints and returns, and the comparison with what a case expects.
 #pragma once
 
 #include <string>
@@ -15,20 +15,20 @@ struct Capture {
   std::size_t taken = 0;  // bytes that earlier steps printed
 };
 
-// Everything since the last time. The stream's buffer must have been flushed.
+// Everything since the last call. The stream must have been flushed.
 std::string capture_take(Capture& capture);
 
-// Lines without their line feeds; what stands behind the last line feed is a line of its own.
+// Lines without their line feeds; characters after the last line feed are a line as well.
 std::vector<std::string> split_lines(std::string_view text);
 
-// Whether a line is as expected; '#' in expected stands for a line number.
+// Whether a line is as expected; '#' in expected matches a line number.
 bool line_matches(std::string_view expected, std::string_view line);
 
 // Empty when the lines are exactly, or contain in order, what the case lists.
 std::string compare_lines(const cJSON* expected, const std::vector<std::string>& lines, bool exactly);
 
-// Empty when came is the same JSON: same members in the same order, same values; "*" matches anything. path names the
-// place of a difference.
+// Returns the first difference between two JSON texts, at path; empty when they have the same members in the same order
+// with the same values. "*" matches anything.
 std::string compare_json(const cJSON* expected, const cJSON* came, const std::string& path);
 
 // For messages: a JSON text, cut when it is long.

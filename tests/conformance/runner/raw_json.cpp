@@ -10,7 +10,7 @@ std::size_t skip_space(std::string_view json, std::size_t at) {
   return at;
 }
 
-// Past the text that begins here with its quote.
+// The position after the text that begins here with its quote.
 std::size_t skip_text(std::string_view json, std::size_t at) {
   for (++at; at < json.size() && json[at] != '"'; ++at) {
     if (json[at] == '\\') ++at;

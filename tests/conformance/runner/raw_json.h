@@ -1,5 +1,5 @@
-// JSON as it stands in a case file: what a request hands over must not pass through a parser that rounds numbers,
-// merges members or decodes escapes. All functions take valid JSON.
+// JSON as written in a case file: the text of a request must not pass through a parser, which would round numbers,
+// merge members or decode escapes. All functions take valid JSON.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ std::vector<std::pair<std::string_view, std::string_view>> raw_children(std::str
 // The value of a member; empty when there is none.
 std::string_view raw_member(std::string_view object, std::string_view key);
 
-// Without white space outside of texts.
+// The JSON without white space between its tokens.
 std::string raw_minified(std::string_view json);
 
 bool raw_is_text(std::string_view json);

@@ -1,4 +1,4 @@
-// The libraries as loaded into a case's process, and what has happened in it so far.
+// The libraries that a case's process has loaded, and what has happened in it so far.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace runner {
 
-// How a request must be worded to come as far as the handler of its URI.
+// The request word with which a request reaches the handler of its URI.
 struct RequestWords {
   std::string set;     // the request word of a set; empty: any
   bool query = false;  // whether a get can be a query
@@ -54,7 +54,7 @@ struct Session {
   std::map<std::string, int> uris;       // by use and URI: "get /tv/..."
 };
 
-// Load and look up. False with ret_error.
+// Load a library and look its functions up. False with ret_error.
 bool session_load_tap(Session& session, const Libraries& libraries, std::string& ret_error);
 bool session_load_plugin(Session& session, const Libraries& libraries, std::string& ret_error);
 
@@ -66,7 +66,7 @@ void report_line(int file, const cJSON* line);
 // Runs one step and checks it; number counts from 1.
 void run_step(Session& session, const cJSON* step, int number);
 
-// Checks what belongs to start-up, and forgets what it printed.
+// Checks the platform calls of start-up, and drops what it printed.
 void finish_startup(Session& session);
 
 }  // namespace runner

@@ -1,4 +1,4 @@
-// Runs a case's steps and compares what came with what was expected.
+// Runs a case's steps and compares their results with what the case expects.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -13,11 +13,11 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t BUFFER_SIZE = 65536;
-constexpr std::size_t LARGEST_FETCH = 1 << 20;
+constexpr std::size_t kBufferSize = 65536;
+constexpr std::size_t kLargestFetch = 1 << 20;
 
-// What a buffer holds before a call. These bytes stand in no UTF-8 text, so that a text never ends in its mark by
-// chance, and neighbours differ, so that a run of one byte is seen for what it is.
+// What a buffer holds before a call. No UTF-8 text has these bytes, so that they cannot be taken for its end;
+// neighbours differ, so that a function that fills a part with one byte is noticed.
 char mark_at(std::size_t i) { return static_cast<char>(0xF8 + i * 5 % 8); }
 
 std::vector<char> marked_buffer(std::size_t size) {
@@ -53,7 +53,7 @@ std::int64_t number_of(const cJSON* json) {
   return static_cast<std::int64_t>(number.bits);
 }
 
-// The parameter text: null where the case gives none; a text as it stands; any other value as it stands in the file.
+// The parameter: null where the case has none, the content of a text, any other value as written in the file.
 const char* parameter(const Session& session, const cJSON* step, int number) {
   const cJSON* param = member(step, "param");
   if (param == nullptr) return nullptr;
@@ -69,7 +69,7 @@ bool has_word(const char* param, const std::string& word) {
   return param != nullptr && std::string_view(param).find("\"" + word + "\"") != std::string_view::npos;
 }
 
-// A request whose word its type does not know ends before the handler: that is no use of the URI.
+// A request with a word that its type does not know never reaches the handler, and does not count as a use of the URI.
 void use_request(Session& session, const char* use, const char* uri, const char* param) {
   const auto words = session.words_of_uri.find(uri == nullptr ? "" : uri);
   if (words != session.words_of_uri.end()) {
@@ -84,7 +84,7 @@ void do_get(Session& session, const cJSON* step, int number, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "get"));
   const char* param = parameter(session, step, number);
   use_request(session, "get", uri, param);
-  if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(BUFFER_SIZE);
+  if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(kBufferSize);
   outcome.ret = session.get(uri, param, outcome.buffer.empty() ? nullptr : outcome.buffer.data());
 }
 
@@ -99,10 +99,10 @@ void do_fetch(Session& session, const cJSON* step, Outcome& outcome) {
   const char* uri = text_or_null(member(step, "fetch"));
   const cJSON* stated = member(step, "length");
   const auto length =
-      stated == nullptr ? static_cast<std::int32_t>(BUFFER_SIZE) : static_cast<std::int32_t>(number_of(stated));
-  // No pending text is as long as the largest lengths that a case may claim.
+      stated == nullptr ? static_cast<std::int32_t>(kBufferSize) : static_cast<std::int32_t>(number_of(stated));
+  // A case may claim a longer buffer than any pending text needs.
   const std::size_t size =
-      std::max(BUFFER_SIZE, length > 0 ? std::min(static_cast<std::size_t>(length), LARGEST_FETCH) : 0);
+      std::max(kBufferSize, length > 0 ? std::min(static_cast<std::size_t>(length), kLargestFetch) : 0);
   if (member(step, "buffer") == nullptr) outcome.buffer = marked_buffer(size);
   outcome.ret = session.fetch(uri, outcome.buffer.empty() ? nullptr : outcome.buffer.data(), length);
   if (bytes_written(outcome.buffer) > 0) use_uri(session, "notify", uri);
@@ -200,7 +200,7 @@ std::vector<PlatformCall> take_calls(Session& session, Outcome& outcome) {
   return calls;
 }
 
-// An argument as it went in, or, of an output, as it came out.
+// An argument's value before the call, or, of an output, after it.
 const cJSON* call_argument(const cJSON* line, const std::string& param) {
   const cJSON* in = member(member(line, "in"), param.c_str());
   return in != nullptr ? in : member(member(line, "out"), param.c_str());

@@ -9,10 +9,10 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t LONGEST_TEXT = 64 << 20;  // bytes
-constexpr int DEEPEST_NAME = 8;                 // values that use names whose values use names, and so on
+constexpr std::size_t kLongestText = 64 << 20;  // bytes
+constexpr int kDeepestName = 8;                 // names within the values of names, and so on
 
-// In what follows, depth is how many names lead to the place.
+// depth: how many names have been replaced on the way here.
 bool append_value(std::string_view value, Scope& scope, int depth, std::string& json, std::string& ret_error);
 bool append_text(std::string_view text, Scope& scope, int depth, std::string& json, std::string& ret_error);
 
@@ -24,8 +24,8 @@ bool append_part(std::string_view text, Scope& scope, int depth, std::string& co
     ret_error = "a repetition repeats a text, not " + plain;
     return false;
   }
-  if (content.size() + plain.size() > LONGEST_TEXT) {
-    ret_error = "a repetition is longer than " + std::to_string(LONGEST_TEXT) + " bytes";
+  if (content.size() + plain.size() > kLongestText) {
+    ret_error = "a repetition is longer than " + std::to_string(kLongestText) + " bytes";
     return false;
   }
   content.append(raw_content(plain));
@@ -39,8 +39,8 @@ bool append_times(std::string_view text, std::string_view separator, std::size_t
   if (!append_part(text, scope, depth, once, ret_error) || !append_part(separator, scope, depth, between, ret_error))
     return false;
   const std::size_t length = once.size() + between.size();
-  if (length > 0 && times > LONGEST_TEXT / length) {
-    ret_error = "a repetition is longer than " + std::to_string(LONGEST_TEXT) + " bytes";
+  if (length > 0 && times > kLongestText / length) {
+    ret_error = "a repetition is longer than " + std::to_string(kLongestText) + " bytes";
     return false;
   }
   for (std::size_t i = 0; i < times; ++i) content.append(i > 0 ? between : "").append(once);
@@ -99,13 +99,13 @@ bool append_named(std::string_view name, Scope& scope, int depth, std::string& j
   for (Name& known : scope.names) {
     names.push_back(known.name);
     if (known.name != name) continue;
-    if (depth == DEEPEST_NAME) {
-      ret_error = in_quotes(name) + " stands for itself";
+    if (depth == kDeepestName) {
+      ret_error = in_quotes(name) + " is used in its own value";
       return false;
     }
     known.is_used = true;
-    return known.kind == Name::REPETITION ? append_repetition(known, scope, depth + 1, json, ret_error)
-                                          : append_value(known.value, scope, depth + 1, json, ret_error);
+    return known.origin == Name::kRepetition ? append_repetition(known, scope, depth + 1, json, ret_error)
+                                             : append_value(known.value, scope, depth + 1, json, ret_error);
   }
   ret_error = "there is no column, value or repetition " + in_quotes(name);
   if (!names.empty()) ret_error += "; the nearest is " + in_quotes(nearest_name(name, names));
@@ -186,7 +186,7 @@ bool add_name(const Name& name, Scope& scope, std::string& ret_error) {
 bool add_columns(const Table& table, Scope& scope, std::size_t& ret_first, std::string& ret_error) {
   ret_first = scope.names.size();
   return std::all_of(table.columns.begin(), table.columns.end(), [&](std::string_view column) {
-    return add_name({.name = column, .kind = Name::COLUMN, .value = {}}, scope, ret_error);
+    return add_name({.name = column, .origin = Name::kColumn, .value = {}}, scope, ret_error);
   });
 }
 
@@ -198,9 +198,9 @@ bool remove_names(std::size_t first, SharedTable* shared, Scope& scope, std::str
   for (; scope.names.size() > first; scope.names.pop_back()) {
     const Name& name = scope.names.back();
     if (name.is_used && shared != nullptr) shared->used_columns.insert(name.name);
-    if (name.is_used || (shared != nullptr && name.kind == Name::COLUMN)) continue;
-    constexpr const char* KINDS[] = {"the column ", "the value ", "the repetition "};
-    ret_error = KINDS[name.kind] + in_quotes(name.name) + " is not used";
+    if (name.is_used || (shared != nullptr && name.origin == Name::kColumn)) continue;
+    constexpr const char* kKinds[] = {"the column ", "the value ", "the repetition "};
+    ret_error = kKinds[name.origin] + in_quotes(name.name) + " is not used";
     return false;
   }
   return true;

@@ -1,4 +1,4 @@
-// "${name}" in a case: the names of columns, values and repetitions, and what they stand for.
+// Replaces "${name}" in a case, where a name is that of a column, a value or a repetition.
 #pragma once
 
 #include <deque>
@@ -11,18 +11,18 @@
 namespace runner {
 
 struct Name {
-  enum Kind {
-    COLUMN,      // of a table: the value in the current row
-    VALUE,       // of "values"
-    REPETITION,  // of "repeat": [text, times or table, separator]
+  enum Origin {
+    kColumn,      // of a table: the value in the current row
+    kValue,       // of "values"
+    kRepetition,  // of "repeat": [text, times or table, separator]
   };
   std::string_view name;
-  Kind kind = COLUMN;
+  Origin origin = kColumn;
   std::string_view value;  // as written
-  bool is_used = false;    // by anything yet
+  bool is_used = false;    // anywhere so far
 };
 
-// What can be used in a place of a file.
+// The names and tables that can be used in a place of a file.
 struct Scope {
   std::vector<SharedTable> tables;
   std::deque<Name> names;  // a deque: a name keeps its address while others are added behind it
@@ -34,15 +34,15 @@ bool add_name(const Name& name, Scope& scope, std::string& ret_error);
 // Adds the names of a table's columns and gives the index of the first. False with ret_error.
 bool add_columns(const Table& table, Scope& scope, std::size_t& ret_first, std::string& ret_error);
 
-// Gives the columns from the index first on their values in a row.
+// Sets the columns from the index first on to their values in a row.
 void set_row(const Table& table, std::size_t row, std::size_t first, Scope& scope);
 
 // Removes the names from the index first on. Each must have been used, except columns of a shared table (shared, or
-// null), which another use of the table can use: there only what was used is noted. False with ret_error.
+// null), which another use of the table may use: for these, only the use is noted. False with ret_error.
 bool remove_names(std::size_t first, SharedTable* shared, Scope& scope, std::string& ret_error);
 
-// Appends a JSON value as written, with what its names stand for. A text that is one name and nothing else becomes that
-// name's value, of any kind; within a longer text, and in a member's key, a name stands for a text or a number. False
+// Appends a JSON value as written, with its names replaced. A text that is one name and nothing else becomes that
+// name's value, of any kind; within a longer text, and in a member's key, the value must be a text or a number. False
 // with ret_error.
 bool append_substituted(std::string_view value, Scope& scope, std::string& json, std::string& ret_error);
 

@@ -17,8 +17,8 @@ struct Symbol {
   int value;
 };
 
-// No name occurs twice: rows and item types have enumerators of these names, and no row's name begins with "TYPE_".
-constexpr Symbol SYMBOLS[] = {
+// No name occurs twice: each is an enumerator, and no row's name begins with "TYPE_".
+constexpr Symbol kSymbols[] = {
 #define TVC_URI(group, record, name, uri, type) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
 #define TVC_NAME(group, record, name) {#name, tvc_id(TV_CTRL_GRPID_##group, TV_CTRL_RECID_##name)},
 #include "vex_tv_ctrl/uris.def"
@@ -47,7 +47,7 @@ bool is_decimal(std::string_view digits) {
   return !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-// Appends a number, or the number that a name stands for.
+// Appends a number, or the number of a name.
 bool append_number(std::string_view value, std::string& json, std::string& ret_error) {
   if (!raw_is_text(value) || is_decimal(raw_content(value))) {
     json.append(value);
@@ -55,10 +55,10 @@ bool append_number(std::string_view value, std::string& json, std::string& ret_e
   }
   const std::string_view name = raw_content(value);
   const auto found =
-      std::find_if(std::begin(SYMBOLS), std::end(SYMBOLS), [&](const Symbol& symbol) { return symbol.name == name; });
-  if (found == std::end(SYMBOLS)) {
+      std::find_if(std::begin(kSymbols), std::end(kSymbols), [&](const Symbol& symbol) { return symbol.name == name; });
+  if (found == std::end(kSymbols)) {
     std::vector<std::string_view> names;
-    for (const Symbol& symbol : SYMBOLS) names.push_back(symbol.name);
+    for (const Symbol& symbol : kSymbols) names.push_back(symbol.name);
     ret_error = "there is no name " + in_quotes(name) + "; the nearest is " + in_quotes(nearest_name(name, names));
     return false;
   }
@@ -68,7 +68,7 @@ bool append_number(std::string_view value, std::string& json, std::string& ret_e
 
 // Whether an argument is an identifier or an item type. A wider integer can carry the address of a text.
 bool takes_symbol(const ArgumentKind& kind) {
-  return kind.type != nullptr && kind.type->shape == tap::Shape::integer && kind.type->size <= 2;
+  return kind.type != nullptr && kind.type->shape == tap::Shape::kInteger && kind.type->size <= 2;
 }
 
 // The record that an argument names; fallback when it names none.
@@ -79,7 +79,7 @@ const tap::Type* record_of(std::string_view argument, const tap::Type* fallback)
 
 bool has_identifier(const tap::Type* record) {
   return record != nullptr && std::any_of(record->fields.begin(), record->fields.end(), [](const tap::Field& field) {
-           return std::string_view(field.name) == "id" && field.type->shape == tap::Shape::integer;
+           return std::string_view(field.name) == "id" && field.type->shape == tap::Shape::kInteger;
          });
 }
 

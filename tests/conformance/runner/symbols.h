@@ -8,10 +8,10 @@
 
 namespace runner {
 
-// Of some names, at least one, the one that differs least from another.
+// The one of some names, at least one, that is most like a given name.
 std::string_view nearest_name(std::string_view name, std::span<const std::string_view> names);
 
-// Appends a step as written, with numbers in the place of names. A call of an exported function can have names: in "in"
+// Appends a step as written, with numbers in place of names. A call of an exported function can have names: in "in"
 // and "after" as arguments of 8 and 16 bits and as the "id" of a record, and in "ret". False with ret_error.
 bool append_without_symbols(std::string_view step, std::string& json, std::string& ret_error);
 

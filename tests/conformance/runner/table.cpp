@@ -9,10 +9,10 @@
 namespace runner {
 namespace {
 
-constexpr std::size_t LONGEST_ROW_SHOWN = 100;  // bytes
-constexpr std::size_t LONGEST_RANGE = 1000000;  // rows
+constexpr std::size_t kLongestRowShown = 100;   // bytes
+constexpr std::size_t kLongestRange = 1000000;  // rows
 
-// "a, b" as its names.
+// Splits "a, b" into names.
 std::vector<std::string_view> split_names(std::string_view text) {
   std::vector<std::string_view> names;
   for (bool more = true; more;) {
@@ -30,7 +30,7 @@ bool read_range(std::string_view range, Table& table) {
   std::size_t from = 0;
   std::size_t to = 0;
   if (raw_children(range).size() != 2 || !read_count(raw_member(range, "from"), from) ||
-      !read_count(raw_member(range, "to"), to) || from > to || to - from >= LONGEST_RANGE)
+      !read_count(raw_member(range, "to"), to) || from > to || to - from >= kLongestRange)
     return false;
   for (; from <= to; ++from) table.rows.push_back({table.numbers.emplace_back(std::to_string(from))});
   return true;
@@ -108,7 +108,7 @@ bool find_table(std::string_view json, std::vector<SharedTable>& tables, Table& 
 std::string show_row(const Table& table, std::size_t row) {
   std::string text;
   for (const std::string_view value : table.rows[row]) text += (text.empty() ? "" : ", ") + raw_minified(value);
-  if (text.size() > LONGEST_ROW_SHOWN) text = text.substr(0, LONGEST_ROW_SHOWN) + "...";
+  if (text.size() > kLongestRowShown) text = text.substr(0, kLongestRowShown) + "...";
   return "row " + std::to_string(row + 1) + ": " + text;
 }
 

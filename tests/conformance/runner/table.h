@@ -13,7 +13,7 @@ namespace runner {
 struct Table {
   std::vector<std::string_view> columns;
   std::vector<std::vector<std::string_view>> rows;  // values as written
-  std::deque<std::string> numbers;                  // what the rows of a range point at
+  std::deque<std::string> numbers;                  // the rows of a range, which rows refers to
 };
 
 // A table of the file's "tables".
@@ -36,7 +36,7 @@ bool read_table(std::string_view json, Table& ret_table, std::string& ret_error)
 bool find_table(std::string_view json, std::vector<SharedTable>& tables, Table& ret_table, SharedTable*& ret_shared,
                 std::string& ret_error);
 
-// A row as a message shows it; row counts from 0.
+// A row as text for messages; row counts from 0.
 std::string show_row(const Table& table, std::size_t row);
 
 // Reads the decimal digits of a whole number from 0 on.

@@ -1,5 +1,5 @@
-// A stand-in for the plugin, whose URIs do what the runner must be able to see: print, write, crash, hang, call the
-// platform, use files, a language library and the command device.
+// The plugin of the conformance runner's own test. Its URIs do what the runner must be able to observe: print, write,
+// crash, hang, call the platform, use files, a language library and the command device.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>

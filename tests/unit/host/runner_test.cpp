@@ -75,6 +75,14 @@ Job control_job(const char* id, std::uint64_t client = 2) {
 
 RunnerAdd add(Runner& runner, Job job, std::size_t most = 100) { return runner_add(runner, job, most); }
 
+// Runs every job that waits. A runner_run ends after its share of time, on a busy machine with jobs left; each runs at
+// least one job.
+void run_all(Bench& bench) {
+  for (std::size_t runs = runner_waiting(bench.runner); runs > 0 && runner_has_work(bench.runner); --runs)
+    EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
+  EXPECT_FALSE(runner_has_work(bench.runner));
+}
+
 // The watching thread, for as long as it lives.
 struct Watch {
   Runner& runner;
@@ -92,11 +100,10 @@ TEST(Runner, QuickCallsRunWhereTheyWereRead) {
   add(bench.runner, control_job("c"));
   EXPECT_GT(bench.runner.jobs_bytes, 0u);
   EXPECT_EQ(runner_waiting(bench.runner), 3u);
-  EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
+  run_all(bench);
   EXPECT_EQ(bench.delivered, (std::vector<std::string>{"c {\"done\":true}", "a /gate", "b /gate"}));
   EXPECT_EQ(bench.delivered_on, std::vector<std::thread::id>(3, std::this_thread::get_id()));
   EXPECT_EQ(bench.runner.jobs_bytes, 0u);
-  EXPECT_FALSE(runner_has_work(bench.runner));
 }
 
 TEST(Runner, ClientsTakeTurns) {
@@ -104,7 +111,7 @@ TEST(Runner, ClientsTakeTurns) {
   for (int i = 0; i < 10; ++i) add(bench.runner, get_job("a", 1));
   for (int i = 0; i < 3; ++i) add(bench.runner, get_job("b", 2));
   add(bench.runner, get_job("c", 3));
-  EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
+  run_all(bench);
   std::string order;
   for (const std::string& one : bench.delivered) order += one[0];
   ASSERT_EQ(limit_calls_in_turn, 4u);

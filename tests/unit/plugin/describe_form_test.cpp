@@ -1,4 +1,4 @@
-// The description of made-up types whose rows say what few real ones do.
+// The description of made-up types, with what few real rows have.
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -29,7 +29,7 @@ struct Kinds {
   UINT16 channels[6];
   uintptr_t address;
 };
-constexpr Field kinds_fields[] = {
+constexpr Field kKindsFields[] = {
     {.key = "SMALL", TVC_MEMBER(Kinds, small), .use = kResponse, .unit = "degree", .help = "angle"},
     {.key = "POSITION", TVC_MEMBER(Kinds, position), .use = kResponse},
     {.key = "MODE",
@@ -45,7 +45,7 @@ constexpr Field kinds_fields[] = {
 };
 
 TEST(DescribeForm, EveryKindHasTheNameOfItsRow) {
-  EXPECT_EQ(description({.type = TYPE_EVENT_INFO, .record_size = sizeof(Kinds), .fields = kinds_fields}),
+  EXPECT_EQ(description({.type = TYPE_EVENT_INFO, .record_size = sizeof(Kinds), .fields = kKindsFields}),
             R"({"query":[{"key":"MODE","kind":"text","values":[{"value":"NONE"},{"value":"ALL"}]},)"
             R"({"key":"NUMBERS","kind":"int32_array","count":4}],"set":null,)"
             R"("response":[{"key":"SMALL","kind":"int16","unit":"degree","help":"angle"},)"
@@ -67,24 +67,24 @@ struct Folder {
   UINT16 count;
   Child children[3];
 };
-constexpr Field folder_fields[] = {
+constexpr Field kFolderFields[] = {
     {.key = "KIND", TVC_MEMBER(Folder, kind), .use = kQuery | kRoot, .help = "what it holds"},
     {.key = "COUNT", TVC_MEMBER(Folder, count), .use = kRoot},
 };
-constexpr Field child_fields[] = {{.key = "NO", TVC_MEMBER(Child, number)}, {.key = "NAME", TVC_MEMBER(Child, name)}};
-constexpr Field number_fields[] = {{.key = "NO", TVC_MEMBER(Child, number)}};
-constexpr Field summary_fields[] = {{.key = "SUMMARY", .text = "Folder"}};
-constexpr ItemForm folder_forms[] = {
-    {.uri = 0x140C, .fields = number_fields, .list = {TVC_ENTRIES(Folder, children)}},
+constexpr Field kChildFields[] = {{.key = "NO", TVC_MEMBER(Child, number)}, {.key = "NAME", TVC_MEMBER(Child, name)}};
+constexpr Field kNumberFields[] = {{.key = "NO", TVC_MEMBER(Child, number)}};
+constexpr Field kSummaryFields[] = {{.key = "SUMMARY", .text = "Folder"}};
+constexpr ItemForm kFolderForms[] = {
+    {.uri = 0x140C, .fields = kNumberFields, .list = {TVC_ENTRIES(Folder, children)}},
     {.when = [](const void* record) { return static_cast<const Folder*>(record)->kind == 6; },
-     .fields = child_fields,
+     .fields = kChildFields,
      .list = {.count = TVC_PLACE(Folder, count), TVC_ENTRIES(Folder, children)}},
-    {.fields = summary_fields},
+    {.fields = kSummaryFields},
 };
 
 TEST(DescribeForm, FormsAreOneListOfMembersAndRootMembersStandApart) {
   EXPECT_EQ(description(
-                {.type = TYPE_DLNA_DMP, .record_size = sizeof(Folder), .fields = folder_fields, .forms = folder_forms}),
+                {.type = TYPE_DLNA_DMP, .record_size = sizeof(Folder), .fields = kFolderFields, .forms = kFolderForms}),
             R"({"query":[{"key":"KIND","kind":"int32","help":"what it holds"}],"set":null,)"
             R"("response":[{"key":"NO","kind":"int32"},{"key":"NAME","kind":"text","limit":7},)"
             R"({"key":"SUMMARY","kind":"constant","value":"Folder"}],)"
@@ -101,7 +101,7 @@ struct View {
 };
 constexpr bool is_number(const void* record) { return static_cast<const View*>(record)->tag == 1; }
 constexpr bool is_text(const void* record) { return !is_number(record); }
-constexpr Field view_fields[] = {
+constexpr Field kViewFields[] = {
     {.key = "TAG", TVC_MEMBER(View, tag), .use = kSet | kNotify},
     {.key = "VALUE", TVC_MEMBER(View, number), .use = kSet | kNotify, .when = is_number, .unless = "NAME"},
     {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kSet | kNotify, .when = is_text},
@@ -110,7 +110,7 @@ constexpr Field view_fields[] = {
 TEST(DescribeForm, RowsOfOneKeyAreOneMember) {
   EXPECT_EQ(description({.type = TYPE_TEXT,
                          .record_size = sizeof(View),
-                         .fields = view_fields,
+                         .fields = kViewFields,
                          .notify = {.form = NotifyForm::kQueued, .bound = 1024}}),
             R"({"query":null,"set":{"request":"SET","fields":[{"key":"TAG","kind":"int32"},)"
             R"({"key":"VALUE","kind":"int32"}]},"response":null,)"
@@ -118,12 +118,12 @@ TEST(DescribeForm, RowsOfOneKeyAreOneMember) {
             R"({"key":"VALUE","kind":"int32"}]}})");
 }
 
-constexpr Field number_form[] = {{.key = "VALUE", TVC_MEMBER(View, number)}};
-constexpr Field text_form[] = {{.key = "VALUE", TVC_MEMBER(View, text)}, {.key = "TAG", TVC_MEMBER(View, tag)}};
-constexpr ItemForm view_forms[] = {{.when = is_number, .fields = number_form}, {.fields = text_form}};
+constexpr Field kNumberForm[] = {{.key = "VALUE", TVC_MEMBER(View, number)}};
+constexpr Field kTextForm[] = {{.key = "VALUE", TVC_MEMBER(View, text)}, {.key = "TAG", TVC_MEMBER(View, tag)}};
+constexpr ItemForm kViewForms[] = {{.when = is_number, .fields = kNumberForm}, {.fields = kTextForm}};
 
 TEST(DescribeForm, RowsOfOneKeyAndSeveralKindsAreAMemberEach) {
-  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .forms = view_forms}),
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .forms = kViewForms}),
             R"({"query":null,"set":null,"response":[{"key":"VALUE","kind":"int32"},)"
             R"({"key":"VALUE","kind":"text","limit":11},{"key":"TAG","kind":"int32"}],"notify":null})");
 }
@@ -132,7 +132,7 @@ TEST(DescribeForm, RowsOfOneKeyAndSeveralKindsAreAMemberEach) {
 
 constexpr UINT16 kVolumeUri = tvc_id(TV_CTRL_GRPID_VOLUME, TV_CTRL_RECID_VOL);
 constexpr UINT16 kMuteUri = tvc_id(TV_CTRL_GRPID_VOLUME, TV_CTRL_RECID_VOL_MUTE);
-constexpr Field uri_fields[] = {
+constexpr Field kUriFields[] = {
     {.key = "TAG", TVC_MEMBER(View, tag), .use = kQuery, .help = "tag"},
     {.key = "VALUE", TVC_MEMBER(View, number), .use = kQuery, .uri = kVolumeUri, .unit = "s"},
     {.key = "TAG", TVC_MEMBER(View, other_number), .use = kQuery, .uri = kVolumeUri},
@@ -141,7 +141,7 @@ constexpr Field uri_fields[] = {
 };
 
 TEST(DescribeForm, MembersOfOneUriNameIt) {
-  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = uri_fields}),
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = kUriFields}),
             R"({"query":[{"key":"TAG","kind":"int32","help":"tag"},)"
             R"({"key":"VALUE","kind":"int32","uri":"/tv/cast/volume/volume","unit":"s"},)"
             R"({"key":"TAG","kind":"int32","uri":"/tv/cast/volume/volume"},)"
@@ -155,26 +155,26 @@ constexpr char kOperations[] =
     "1=play\0"
     "12=timeSeek\0"
     "-3=off\0";
-constexpr Field operation_members[] = {
+constexpr Field kOperationMembers[] = {
     {.key = "VALUE", TVC_MEMBER(View, number), .use = kQuery | kResponse, .unit = "s"},
     {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery},
     {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kQuery, .unless = "TAG"},
     {.key = "VALUE", TVC_MEMBER(View, number), .use = kResponse},
     {.key = "VALUE", TVC_MEMBER(View, number), .use = kResponse},
 };
-constexpr UINT16 operation_of_member[] = {12, 1, 1, 0, 2};
-constexpr auto operation_cases = tvc_field_cases<operation_of_member>();
-constexpr FieldChoice operation_choice = {
-    .selector = TVC_PLACE(View, tag), .key = "operator", .values = kOperations, .cases = operation_cases};
-constexpr Field operation_fields[] = {
+constexpr UINT16 kOperationOfMember[] = {12, 1, 1, 0, 2};
+constexpr auto kOperationCases = tvc_field_cases<kOperationOfMember>();
+constexpr FieldChoice kOperationChoice = {
+    .selector = TVC_PLACE(View, tag), .key = "operator", .values = kOperations, .cases = kOperationCases};
+constexpr Field kOperationFields[] = {
     {.key = "operator", TVC_NAMED(View, tag), .use = kQuery, .values = kOperations},
-    {.kind = FieldKind::kMembers, .use = kQuery | kResponse, .fields = operation_members, .choice = &operation_choice},
+    {.kind = FieldKind::kMembers, .use = kQuery | kResponse, .fields = kOperationMembers, .choice = &kOperationChoice},
     {.key = "VALUE", TVC_MEMBER(View, other_number), .use = kResponse},
 };
 
-// By its name; null where a request names none; by its number where no request can name it.
+// An operation is described by its name; by null where a request has none, by its number where no request can name it.
 TEST(DescribeForm, MembersOfOneOperationNameIt) {
-  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = operation_fields}),
+  EXPECT_EQ(description({.type = TYPE_TEXT, .record_size = sizeof(View), .fields = kOperationFields}),
             R"({"query":[{"key":"operator","kind":"text",)"
             R"("values":[{"value":"play"},{"value":"timeSeek"},{"value":"off"}]},)"
             R"({"key":"VALUE","kind":"int32","when":{"key":"operator","value":"timeSeek"},"unit":"s"},)"

@@ -1,4 +1,4 @@
-// The form of the description, and what it says of URIs, values, kinds and results.
+// The form of the description, and its content about URIs, values, kinds and results.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -174,7 +174,7 @@ TEST_F(Describe, MembersOfAnOperationSayWhichItIs) {
   EXPECT_EQ(kinds, (std::set<std::string>{"name", "null", "number"}));
 }
 
-// Kinds that no field has yet are described as well; none stands twice.
+// Kinds that no field has yet are described as well, and each kind once.
 TEST_F(Describe, KindsSayWhatTheirValuesAre) {
   std::set<std::string> names;
   for (const cJSON* const row : elements_of(member(root_.get(), "kinds"))) {

@@ -1,4 +1,4 @@
-// What the description says of item types against what requests, responses and notifications do.
+// Compares the description of the item types with what requests, responses and notifications do.
 #include <algorithm>
 #include <cstring>
 #include <functional>
@@ -67,8 +67,8 @@ class DescribeTypes : public DescribedTest {
     std::string operation = "";  // a member that names the operation, as ",key:value"; empty: there is none
   };
 
-  // The record of a request with that member and this value. An array stands behind a member that counts it, and the
-  // other way round.
+  // The record of a request with that member and this value. An array follows the member that counts it, and a count
+  // precedes its array.
   Bytes record_of(const Asked& asked, const std::string& value) {
     std::string members = asked.operation;
     const auto add = [&members](const std::string& key, const std::string& text) {
@@ -140,16 +140,16 @@ class DescribeTypes : public DescribedTest {
 
  private:
   const cJSON* described(int type) const {
-    static const char* const names[] = {
+    static const char* const kNames[] = {
 #define TVC_ITEM_TYPE(name, number) "TYPE_" #name,
 #include "vex_tv_ctrl/uris.def"
     };
-    static const int numbers[] = {
+    static const int kNumbers[] = {
 #define TVC_ITEM_TYPE(name, number) number,
 #include "vex_tv_ctrl/uris.def"
     };
-    for (std::size_t i = 0; i < std::size(numbers); ++i)
-      if (numbers[i] == type) return member(member(root_.get(), "types"), names[i]);
+    for (std::size_t i = 0; i < std::size(kNumbers); ++i)
+      if (kNumbers[i] == type) return member(member(root_.get(), "types"), kNames[i]);
     return nullptr;
   }
 
@@ -404,8 +404,8 @@ bool is_counted(const ItemType& item, const std::string& key) {
          });
 }
 
-// Holds an item against its description, which has the members' order unless the type has several forms; ret_shown: the
-// members that it has.
+// Compares an item with its description, which has the members in order unless the type has several forms. ret_shown:
+// the members of the item.
 void expect_item(const ItemType& type, const cJSON* item, const cJSON* fields, const std::string& where,
                  const KindRow& kind_row, Shown& ret_shown) {
   std::vector<const cJSON*> described = elements_of(fields);
@@ -473,7 +473,7 @@ TEST_F(DescribeTypes, ResponsesShowTheDescribedMembers) {
   EXPECT_GT(responses, 0);
 }
 
-// What a member's "when" holds for an operation's number: its name, null for none, the number where it has no name.
+// The value of "when" for an operation's number: its name, null for no operation, the number where it has no name.
 std::string when_of(const ItemType& item, const FlatField& operation) {
   if (operation.selected == 0) return "null";
   for (const FlatField& field : flat(item.fields)) {

@@ -36,7 +36,7 @@ struct Search {
   UINT32 event;
   UINT16 events;
 };
-constexpr Field search_fields[] = {
+constexpr Field kSearchFields[] = {
     {.key = "MASK", TVC_MEMBER(Search, mask), .use = kQuery, .missing = TVC_PLACE(Search, without_mask)},
     {.key = "NEW_NAME", TVC_MEMBER(Search, name), .use = kQuery, .found = TVC_PLACE(Search, has_name)},
     {.key = "NAME",
@@ -49,13 +49,13 @@ constexpr Field search_fields[] = {
 
 TEST(Field, SaysWhetherItsMemberWasThere) {
   Search record = {};
-  EXPECT_EQ(decode(search_fields, R"({"MASK":0,"NEW_NAME":"a","EVENT":7})", record), 0);
+  EXPECT_EQ(decode(kSearchFields, R"({"MASK":0,"NEW_NAME":"a","EVENT":7})", record), 0);
   EXPECT_EQ(record.without_mask, 0);
   EXPECT_EQ(record.has_name, 1);
   EXPECT_EQ(record.events, 1);
   EXPECT_EQ(record.event, 7u);
   std::memset(&record, 0x55, sizeof record);
-  EXPECT_EQ(decode(search_fields, "{}", record), 0);
+  EXPECT_EQ(decode(kSearchFields, "{}", record), 0);
   EXPECT_EQ(record.without_mask, 1);
   EXPECT_EQ(record.has_name, 0);
   EXPECT_EQ(record.events, 0);
@@ -64,17 +64,17 @@ TEST(Field, SaysWhetherItsMemberWasThere) {
 
 TEST(Field, ATextThatIsNoneIsMissing) {
   Search record = {};
-  printed_by([&] { decode(search_fields, R"({"NEW_NAME":5})", record); });
+  printed_by([&] { decode(kSearchFields, R"({"NEW_NAME":5})", record); });
   EXPECT_EQ(record.has_name, 0);
 }
 
 TEST(Field, CountsOnlyWithoutAnother) {
   Search record = {};
-  decode(search_fields, R"({"NAME":"old","NEW_NAME":"new"})", record);
+  decode(kSearchFields, R"({"NAME":"old","NEW_NAME":"new"})", record);
   EXPECT_STREQ(record.name, "new");
   EXPECT_EQ(record.has_name, 1);
   record = {};
-  decode(search_fields, R"({"NAME":"old"})", record);
+  decode(kSearchFields, R"({"NAME":"old"})", record);
   EXPECT_STREQ(record.name, "old");
   EXPECT_EQ(record.has_name, 1);
 }
@@ -86,7 +86,7 @@ struct Player {
   UINT32 start;
   INT32 window;
 };
-constexpr Field player_fields[] = {
+constexpr Field kPlayerFields[] = {
     {.key = "operator",
      TVC_NAMED(Player, operation),
      .use = kQuery,
@@ -107,39 +107,39 @@ TEST(Field, NameGivesItsNumberInAnyCase) {
               {R"({"operator":"Playing"})", 0}, {R"({"operator":""})", 0}};
   for (const auto& row : rows) {
     Player record = {.operation = 99, .start = 0, .window = 0};
-    EXPECT_EQ(decode(player_fields, row.parameter, record), 0);
+    EXPECT_EQ(decode(kPlayerFields, row.parameter, record), 0);
     EXPECT_EQ(record.operation, row.number) << row.parameter;
   }
   Player record = {.operation = 99, .start = 0, .window = 0};
-  decode(player_fields, "{}", record);
+  decode(kPlayerFields, "{}", record);
   EXPECT_EQ(record.operation, 99);
   set_log_level(2);
-  const std::string printed = printed_by([&] { decode(player_fields, R"({"operator":"play"})", record); });
+  const std::string printed = printed_by([&] { decode(kPlayerFields, R"({"operator":"play"})", record); });
   set_log_level(0);
   EXPECT_TRUE(printed.ends_with("<entry> operation [play]: 1!\n")) << printed;
   set_log_level(2);
-  EXPECT_TRUE(printed_by([&] { decode(player_fields, "{}", record); }).ends_with("<entry> operation []: 1!\n"));
+  EXPECT_TRUE(printed_by([&] { decode(kPlayerFields, "{}", record); }).ends_with("<entry> operation []: 1!\n"));
   set_log_level(0);
 }
 
 TEST(Field, IsReadOnlyWithoutTheTextThatExcludesIt) {
   for (const char* const operation : {R"("operator":"Play",)", R"("operator":"flip",)", R"("operator":"",)"}) {
     Player record = {};
-    decode(player_fields, ("{" + std::string(operation) + R"("start":1})").c_str(), record);
+    decode(kPlayerFields, ("{" + std::string(operation) + R"("start":1})").c_str(), record);
     EXPECT_EQ(record.start, 0u) << operation << ": an unknown operator is one all the same";
   }
   for (const char* const none : {"", R"("operator":1,)", R"("operator":null,)"}) {
     Player record = {};
-    decode(player_fields, ("{" + std::string(none) + R"("start":1})").c_str(), record);
+    decode(kPlayerFields, ("{" + std::string(none) + R"("start":1})").c_str(), record);
     EXPECT_EQ(record.start, 1u) << none;
   }
 }
 
 TEST(Field, IsReadOnlyForItsUri) {
   Player record = {};
-  decode(player_fields, R"({"window":4})", record, 0x0D08);
+  decode(kPlayerFields, R"({"window":4})", record, 0x0D08);
   EXPECT_EQ(record.window, 0);
-  decode(player_fields, R"({"window":4})", record, 0x0D09);
+  decode(kPlayerFields, R"({"window":4})", record, 0x0D09);
   EXPECT_EQ(record.window, 4);
 }
 
@@ -160,7 +160,7 @@ constexpr char kRemoteOperations[] =
     "1=seek\0"
     "2=skip\0"
     "7=picture\0";
-constexpr Field remote_operation_fields[] = {
+constexpr Field kRemoteOperationFields[] = {
     {.key = "time", TVC_MEMBER(Remote, u.seek.time), .use = kQuery | kResponse},
     {.key = "note", TVC_MEMBER(Remote, u.seek.note), .use = kQuery | kResponse},
     {.key = "time", TVC_MEMBER(Remote, u.bytes[4]), .use = kQuery | kResponse},
@@ -168,16 +168,16 @@ constexpr Field remote_operation_fields[] = {
     {.key = "none", TVC_MEMBER(Remote, u.bytes[15]), .use = kQuery | kResponse},
     {.key = "nameless", TVC_MEMBER(Remote, u.bytes[14]), .use = kQuery | kResponse},
 };
-constexpr UINT16 remote_operation_of_row[] = {1, 1, 2, 7, 0, 300};
-constexpr auto remote_cases = tvc_field_cases<remote_operation_of_row>();
-constexpr FieldChoice remote_choice = {
-    .selector = TVC_PLACE(Remote, operation), .key = "operation", .values = kRemoteOperations, .cases = remote_cases};
-constexpr Field remote_fields[] = {
+constexpr UINT16 kRemoteOperationOfRow[] = {1, 1, 2, 7, 0, 300};
+constexpr auto kRemoteCases = tvc_field_cases<kRemoteOperationOfRow>();
+constexpr FieldChoice kRemoteChoice = {
+    .selector = TVC_PLACE(Remote, operation), .key = "operation", .values = kRemoteOperations, .cases = kRemoteCases};
+constexpr Field kRemoteFields[] = {
     {.key = "operation", TVC_NAMED(Remote, operation), .use = kQuery, .values = kRemoteOperations},
     {.kind = FieldKind::kMembers,
      .use = kQuery | kResponse,
-     .fields = remote_operation_fields,
-     .choice = &remote_choice},
+     .fields = kRemoteOperationFields,
+     .choice = &kRemoteChoice},
 };
 
 // Every byte of the union has this value.
@@ -191,7 +191,7 @@ Remote remote_of(INT32 operation, UINT8 byte) {
 // The union's bytes that a request with all members changes in a record whose bytes are all 0x55, by their offset.
 std::vector<std::size_t> changed_by(const std::string& operation) {
   Remote record = remote_of(0, 0x55);
-  decode(remote_fields,
+  decode(kRemoteFields,
          ("{" + operation + R"("time":1,"note":"abcdefghij","picture":"x","none":2,"nameless":3})").c_str(), record);
   std::vector<std::size_t> changed;
   for (std::size_t i = 0; i < sizeof record.u.bytes; ++i)
@@ -208,7 +208,7 @@ TEST(Field, OfAnOperationIsReadForItAndLeavesTheBytesOfOthersAlone) {
   EXPECT_EQ(changed_by(R"("operation":"no such name",)"), Offsets{15}) << "an unknown name is 0";
   EXPECT_EQ(changed_by(""), Offsets{15});
   Remote record = remote_of(300, 0x55);
-  decode(remote_fields, R"({"none":2,"nameless":3,"time":1})", record);
+  decode(kRemoteFields, R"({"none":2,"nameless":3,"time":1})", record);
   EXPECT_EQ(record.u.bytes[14], 3) << "the number counts, with or without a name";
   EXPECT_EQ(record.u.bytes[15], 0x55);
 }
@@ -217,16 +217,16 @@ TEST(Field, OfAnOperationIsRenderedForItAlone) {
   Remote record = remote_of(1, 0);
   record.u.seek.time = 70000;
   std::strcpy(record.u.seek.note, "n");
-  EXPECT_EQ(rendered(remote_fields, &record), R"({"time":70000,"note":"n"})");
+  EXPECT_EQ(rendered(kRemoteFields, &record), R"({"time":70000,"note":"n"})");
   record.operation = 2;
-  EXPECT_EQ(rendered(remote_fields, &record), R"({"time":110})") << "the letter n";
+  EXPECT_EQ(rendered(kRemoteFields, &record), R"({"time":110})") << "the letter n";
   record = remote_of(0, 9);
-  EXPECT_EQ(rendered(remote_fields, &record), R"({"none":9})");
+  EXPECT_EQ(rendered(kRemoteFields, &record), R"({"none":9})");
   record.operation = 300;
-  EXPECT_EQ(rendered(remote_fields, &record), R"({"nameless":9})");
+  EXPECT_EQ(rendered(kRemoteFields, &record), R"({"nameless":9})");
   for (const INT32 operation : {-1, 3, 300 - 65536, 1 + 65536}) {
     record.operation = operation;
-    EXPECT_EQ(rendered(remote_fields, &record), "{}") << operation;
+    EXPECT_EQ(rendered(kRemoteFields, &record), "{}") << operation;
   }
 }
 
@@ -236,13 +236,13 @@ TEST(Field, ATextOfAnOperationIsShownAndFreedForItAlone) {
   Remote record = remote_of(7, 0);
   record.u.picture = static_cast<char*>(std::calloc(1, 8));
   std::strcpy(record.u.picture, "png");
-  EXPECT_EQ(rendered(remote_fields, &record), R"({"picture":"png"})");
-  tvc_free_texts(remote_fields, &record);
+  EXPECT_EQ(rendered(kRemoteFields, &record), R"({"picture":"png"})");
+  tvc_free_texts(kRemoteFields, &record);
   EXPECT_EQ(record.u.picture, nullptr);
   EXPECT_EQ(memory.live_blocks(), 0u);
   for (const INT32 operation : {0, 1, 2, 300}) {
     record = remote_of(operation, 0x55);
-    tvc_free_texts(remote_fields, &record);
+    tvc_free_texts(kRemoteFields, &record);
     EXPECT_TRUE(std::ranges::all_of(record.u.bytes, [](UINT8 byte) { return byte == 0x55; })) << operation;
   }
 }
@@ -256,7 +256,7 @@ struct Filter {
   INT32 channels_announced;
   UINT32 channels[2];
 };
-constexpr Field filter_fields[] = {
+constexpr Field kFilterFields[] = {
     {.key = "CATEGORY_NUM", TVC_MEMBER(Filter, category_count), .use = kQuery},
     {.key = "CATEGORY",
      TVC_MEMBER(Filter, categories),
@@ -273,7 +273,7 @@ constexpr Field filter_fields[] = {
 
 TEST(Field, ArrayTakesWhatThereIsRoomFor) {
   Filter record = {};
-  EXPECT_EQ(decode(filter_fields,
+  EXPECT_EQ(decode(kFilterFields,
                    R"({"CATEGORY_NUM":9,"CATEGORY":[1,258,3,4],"CHANNEL_NUM":9,)"
                    R"("CHANNEL_ID":[4294967295,2,3]})",
                    record),
@@ -286,13 +286,13 @@ TEST(Field, ArrayTakesWhatThereIsRoomFor) {
   EXPECT_EQ(record.channels[0], 4294967295u);
   EXPECT_EQ(record.channels[1], 2u);
   record = {};
-  EXPECT_EQ(decode(filter_fields, R"({"CATEGORY_NUM":3,"CATEGORY":[5]})", record), 0);
+  EXPECT_EQ(decode(kFilterFields, R"({"CATEGORY_NUM":3,"CATEGORY":[5]})", record), 0);
   EXPECT_EQ(record.category_count, 1);
 }
 
 TEST(Field, ArrayIsNotReadWithoutACount) {
   Filter record = {};
-  EXPECT_EQ(decode(filter_fields, R"({"CATEGORY":[1],"CHANNEL_NUM":0,"CHANNEL_ID":"none"})", record), 0);
+  EXPECT_EQ(decode(kFilterFields, R"({"CATEGORY":[1],"CHANNEL_NUM":0,"CHANNEL_ID":"none"})", record), 0);
   EXPECT_EQ(record.categories[0], 0);
 }
 
@@ -306,7 +306,7 @@ TEST(Field, AnnouncedArrayMustHaveElements) {
               {R"({"CATEGORY_NUM":3,"CATEGORY":[]})", "<entry> array size is zero!\n"}};
   for (const auto& row : rows) {
     Filter record = {};
-    const std::string printed = printed_by([&] { EXPECT_EQ(decode(filter_fields, row.parameter, record), -1); });
+    const std::string printed = printed_by([&] { EXPECT_EQ(decode(kFilterFields, row.parameter, record), -1); });
     EXPECT_EQ(printed, row.message) << row.parameter;
   }
 }
@@ -315,7 +315,7 @@ TEST(Field, ArrayTracesItsElements) {
   set_log_level(5);
   Filter record = {};
   const std::string printed =
-      printed_by([&] { decode(filter_fields, R"({"CHANNEL_NUM":2,"CHANNEL_ID":[8,9]})", record); });
+      printed_by([&] { decode(kFilterFields, R"({"CHANNEL_NUM":2,"CHANNEL_ID":[8,9]})", record); });
   set_log_level(0);
   EXPECT_TRUE(printed.ends_with("<entry> channel_id[0]: 8!\n<entry> channel_id[1]: 9!\n")) << printed;
 }
@@ -333,7 +333,7 @@ struct Shown {
   char* picture;
 };
 bool is_picture(const void* record) { return static_cast<const Shown*>(record)->kind == 107; }
-constexpr Field shown_fields[] = {
+constexpr Field kShownFields[] = {
     {.key = "POSITION", TVC_MEMBER(Shown, position), .use = kResponse},
     {.key = "SIZE", TVC_MEMBER(Shown, size), .use = kResponse},
     {.key = "LEVELS", TVC_MEMBER(Shown, levels), .use = kResponse},
@@ -352,11 +352,11 @@ TEST(Field, RendersNumbersOfItsKind) {
                   .kind = 0,
                   .text = nullptr,
                   .picture = nullptr};
-  EXPECT_EQ(rendered(shown_fields, &record),
+  EXPECT_EQ(rendered(kShownFields, &record),
             R"({"POSITION":-192,"SIZE":1.5,"LEVELS":[-1,0,2147483647],"IDS":[1,65535],"SECOND_ID":65535,"TEXT":""})");
   for (const auto& [count, ids] : {std::pair{0, "[]"}, {-1, "[]"}, {9, "[1,65535,3,4]"}}) {
     record.id_count = count;
-    EXPECT_NE(rendered(shown_fields, &record).find(std::string("\"IDS\":") + ids + ","), std::string::npos) << count;
+    EXPECT_NE(rendered(kShownFields, &record).find(std::string("\"IDS\":") + ids + ","), std::string::npos) << count;
   }
 }
 
@@ -364,13 +364,13 @@ TEST(Field, RendersAndFreesTextsThatTheRecordOwns) {
   MemoryWatch memory;
   Shown record = {};
   record.kind = 107;
-  EXPECT_NE(rendered(shown_fields, &record).find(R"("TEXT":"","PICTURE":null)"), std::string::npos);
+  EXPECT_NE(rendered(kShownFields, &record).find(R"("TEXT":"","PICTURE":null)"), std::string::npos);
   record.text = static_cast<char*>(std::calloc(1, 8));
   record.picture = static_cast<char*>(std::calloc(1, 8));
   std::strcpy(record.text, "a\"b");
   std::strcpy(record.picture, "png");
-  EXPECT_NE(rendered(shown_fields, &record).find(R"("TEXT":"a\"b","PICTURE":"png")"), std::string::npos);
-  tvc_free_texts(shown_fields, &record);
+  EXPECT_NE(rendered(kShownFields, &record).find(R"("TEXT":"a\"b","PICTURE":"png")"), std::string::npos);
+  tvc_free_texts(kShownFields, &record);
   EXPECT_EQ(record.text, nullptr);
   EXPECT_EQ(record.picture, nullptr);
 }
@@ -379,7 +379,7 @@ TEST(Field, LeavesAnotherViewOfAUnionAlone) {
   Shown record = {};
   char other[] = "no block of malloc's";
   record.picture = other;
-  tvc_free_texts(shown_fields, &record);
+  tvc_free_texts(kShownFields, &record);
   EXPECT_EQ(record.picture, other);
 }
 

@@ -1,5 +1,5 @@
-// The texts of an event belong to the record from their allocation on: they are freed once the request ends, whatever
-// became of it.
+// The texts of an event belong to the record from their allocation on, and are freed when the request ends, whatever
+// its result.
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/response.h"
 
@@ -90,7 +90,7 @@ TEST_F(GuideTexts, AreShownAndFreed) {
   EXPECT_EQ(got.kept, 0u);
 }
 
-// The detail is there already when the guidance fails. Without an event's identifier there is no response either.
+// The detail has been read when the guidance fails. Without an event's identifier there is no response either.
 TEST_F(GuideTexts, AreFreedWhenReadingOneFails) {
   for (const char* const failing : {kDetails, kGuidance, kExtended}) {
     platform_answer(failing, -1);

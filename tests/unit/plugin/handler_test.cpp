@@ -1,4 +1,4 @@
-// The functions that walk a handler's rows, with made-up handlers; and the rows of the handlers that there are.
+// The functions that walk a handler's rows, with made-up handlers; and the rows of the real handlers.
 #include "tvctl_common/handler.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ INT32 receive(const RecordRequest& request) {
 }
 
 // Records of the miscellaneous group: a text, an action, an integer, a portal, and a text whose row has another type.
-constexpr RecordRow rows[] = {
+constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_PASSWORD,
      .type = TYPE_TEXT,
      .get = receive,
@@ -39,8 +39,8 @@ constexpr RecordRow rows[] = {
     {.record = TV_CTRL_RECID_EXIT_PORTAL, .type = TYPE_PORTAL, .set_answer = VEXTVCTRLR_NOT_IMPLEMENT},
     {.record = TV_CTRL_RECID_START_NATIVE_APP, .type = TYPE_VALUE, .get = receive, .set = receive},
 };
-constexpr Handler handler = {
-    .group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>(), .get_default = -1, .set_default = -6};
+constexpr Handler kHandler = {
+    .group = TV_CTRL_GRPID_MISC, .records = tvc_records<kRows>(), .get_default = -1, .set_default = -6};
 
 constexpr UINT16 misc(int record) { return tvc_id(TV_CTRL_GRPID_MISC, record); }
 constexpr UINT16 kText = misc(TV_CTRL_RECID_PASSWORD);
@@ -59,34 +59,34 @@ class HandlerRows : public testing::Test {
 };
 
 TEST_F(HandlerRows, ARowsFunctionReceivesItsTexts) {
-  EXPECT_EQ(tvc_handle_get(handler, kText, content_), kText);
-  EXPECT_EQ(tvc_handle_set(handler, kText, content_), kText);
-  EXPECT_EQ(tvc_handle_get(handler, kInteger, content_), kInteger);
+  EXPECT_EQ(tvc_handle_get(kHandler, kText, content_), kText);
+  EXPECT_EQ(tvc_handle_set(kHandler, kText, content_), kText);
+  EXPECT_EQ(tvc_handle_get(kHandler, kInteger, content_), kInteger);
   EXPECT_EQ(received, (std::vector<std::string>{"read g_key Name", "write g_key Name", "  "}));
 }
 
 TEST_F(HandlerRows, TextsOfARowAreKept) {
-  const StoredRecord* const row = tvc_find_record(handler, kText);
+  const StoredRecord* const row = tvc_find_record(kHandler, kText);
   ASSERT_NE(row, nullptr);
-  const char* const texts = handler.records.texts;
+  const char* const texts = kHandler.records.texts;
   EXPECT_STREQ(texts + row->help, "Help.");
   EXPECT_STREQ(texts + row->unit, "s");
   EXPECT_EQ(std::string(texts + row->values, 5), std::string("A\0B\0\0", 5));
-  EXPECT_STREQ(texts + tvc_find_record(handler, kAction)->values, "");
-  EXPECT_EQ(tvc_find_record(handler, kWithoutRow), nullptr);
+  EXPECT_STREQ(texts + tvc_find_record(kHandler, kAction)->values, "");
+  EXPECT_EQ(tvc_find_record(kHandler, kWithoutRow), nullptr);
 }
 
 TEST_F(HandlerRows, WhatNoFunctionServesGetsTheDefaultAnswer) {
   for (const UINT16 id : {kAction, kPortal, kWithoutRow, kUnknown})
-    EXPECT_EQ(tvc_handle_get(handler, id, content_), handler.get_default) << id;
+    EXPECT_EQ(tvc_handle_get(kHandler, id, content_), kHandler.get_default) << id;
   for (const UINT16 id : {kInteger, kWithoutRow, kUnknown})
-    EXPECT_EQ(tvc_handle_set(handler, id, content_), handler.set_default) << id;
-  EXPECT_EQ(tvc_handle_set(handler, kPortal, content_), VEXTVCTRLR_NOT_IMPLEMENT) << "the row's own answer";
+    EXPECT_EQ(tvc_handle_set(kHandler, id, content_), kHandler.set_default) << id;
+  EXPECT_EQ(tvc_handle_set(kHandler, kPortal, content_), VEXTVCTRLR_NOT_IMPLEMENT) << "the row's own answer";
   EXPECT_TRUE(received.empty());
 }
 
 TEST_F(HandlerRows, AGetOfARecordWithoutARowCanHaveAnAnswerOfItsOwn) {
-  Handler strict = handler;
+  Handler strict = kHandler;
   strict.get_default = VEXTVCTRLR_OK;
   strict.get_without_row = VEXTVCTRLR_INV_ARG;
   for (const UINT16 id : {kWithoutRow, kUnknown}) {
@@ -104,33 +104,34 @@ TEST_F(HandlerRows, AGetOfARecordWithoutARowCanHaveAnAnswerOfItsOwn) {
 }
 
 TEST_F(HandlerRows, AGetOfARecordWithoutARowHasTheDefaultAnswerUnlessTheHandlerSaysOtherwise) {
-  static constexpr Handler plain = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<rows>(), .get_default = -6};
-  EXPECT_EQ(tvc_handle_get(plain, kWithoutRow, content_), -6);
-  EXPECT_EQ(tvc_handle_get(plain, kAction, content_), -6);
+  static constexpr Handler kPlain = {.group = TV_CTRL_GRPID_MISC, .records = tvc_records<kRows>(), .get_default = -6};
+  EXPECT_EQ(tvc_handle_get(kPlain, kWithoutRow, content_), -6);
+  EXPECT_EQ(tvc_handle_get(kPlain, kAction, content_), -6);
 }
 
 TEST_F(HandlerRows, AnotherGroupAndAnotherTypeAreRefused) {
   for (const UINT16 id : {kOtherGroup, kOtherType, UINT16{0}}) {
-    EXPECT_EQ(tvc_handle_get(handler, id, content_), -2) << id;
-    EXPECT_EQ(tvc_handle_set(handler, id, content_), -2) << id;
+    EXPECT_EQ(tvc_handle_get(kHandler, id, content_), -2) << id;
+    EXPECT_EQ(tvc_handle_set(kHandler, id, content_), -2) << id;
   }
-  EXPECT_EQ(tvc_handle_set(handler, kOtherGroup, nullptr), -2);
+  EXPECT_EQ(tvc_handle_set(kHandler, kOtherGroup, nullptr), -2);
   EXPECT_TRUE(received.empty());
 }
 
 TEST_F(HandlerRows, AGetNeedsARecord) {
   for (const UINT16 id : {kText, kAction, kWithoutRow, kUnknown, kOtherGroup})
-    EXPECT_EQ(tvc_handle_get(handler, id, nullptr), -2) << id;
+    EXPECT_EQ(tvc_handle_get(kHandler, id, nullptr), -2) << id;
   EXPECT_TRUE(received.empty());
 }
 
 TEST_F(HandlerRows, OnlyAGetThatAFunctionCarriesOutNeedsARecordWhereTheHandlerSaysSo) {
-  Handler lenient = handler;
+  Handler lenient = kHandler;
   lenient.get_needs_record = false;
   lenient.get_without_row = -4;
   for (const UINT16 id : {kText, kInteger, kOtherType, kOtherGroup})
     EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), -2) << id;
-  for (const UINT16 id : {kAction, kPortal}) EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), handler.get_default) << id;
+  for (const UINT16 id : {kAction, kPortal})
+    EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), kHandler.get_default) << id;
   for (const UINT16 id : {kWithoutRow, kUnknown}) EXPECT_EQ(tvc_handle_get(lenient, id, nullptr), -4) << id;
   EXPECT_TRUE(received.empty());
   EXPECT_EQ(tvc_handle_get(lenient, kText, content_), kText);
@@ -142,7 +143,7 @@ TEST_F(HandlerRows, ASetNeedsARecordAsTheHandlerSays) {
     INT32 text, action, integer, portal, without_row, unknown;
   };
   const auto expect = [](WithoutRecord rule, const Answers& answers) {
-    Handler ruled = handler;
+    Handler ruled = kHandler;
     ruled.set_without_record = rule;
     EXPECT_EQ(tvc_handle_set(ruled, kText, nullptr), answers.text);
     EXPECT_EQ(tvc_handle_set(ruled, kAction, nullptr), answers.action);
@@ -160,13 +161,13 @@ TEST_F(HandlerRows, ASetNeedsARecordAsTheHandlerSays) {
 }
 
 TEST_F(HandlerRows, EffectsAreWhatTheFunctionsComeTo) {
-  EXPECT_EQ(tvc_get_effect(handler, kText), Effect::kServed);
-  EXPECT_EQ(tvc_get_effect(handler, kAction), Effect::kRefused);
-  EXPECT_EQ(tvc_set_effect(handler, kText, true), Effect::kServed);
-  EXPECT_EQ(tvc_set_effect(handler, kAction, false), Effect::kServed);
-  EXPECT_EQ(tvc_set_effect(handler, kPortal, true), Effect::kRefused);
-  EXPECT_EQ(tvc_set_effect(handler, kWithoutRow, true), Effect::kRefused);
-  Handler accepting = handler;
+  EXPECT_EQ(tvc_get_effect(kHandler, kText), Effect::kServed);
+  EXPECT_EQ(tvc_get_effect(kHandler, kAction), Effect::kRefused);
+  EXPECT_EQ(tvc_set_effect(kHandler, kText, true), Effect::kServed);
+  EXPECT_EQ(tvc_set_effect(kHandler, kAction, false), Effect::kServed);
+  EXPECT_EQ(tvc_set_effect(kHandler, kPortal, true), Effect::kRefused);
+  EXPECT_EQ(tvc_set_effect(kHandler, kWithoutRow, true), Effect::kRefused);
+  Handler accepting = kHandler;
   accepting.get_default = accepting.set_default = VEXTVCTRLR_OK;
   EXPECT_EQ(tvc_get_effect(accepting, kAction), Effect::kAccepted);
   EXPECT_EQ(tvc_set_effect(accepting, kPortal, true), Effect::kRefused);
@@ -176,7 +177,7 @@ TEST_F(HandlerRows, EffectsAreWhatTheFunctionsComeTo) {
 }
 
 TEST_F(HandlerRows, AGetIsFramedWhereTheHandlerSaysSo) {
-  Handler framed = handler;
+  Handler framed = kHandler;
   framed.framed_get = "some_get";
   const auto lines_of = [&](UINT16 id, void* content) {
     testing::internal::CaptureStderr();
@@ -230,8 +231,8 @@ TEST(Handlers, EveryRowIsThatOfARegisteredUri) {
   }
 }
 
-// A failure is logged under a name of its own. Three functions serve several records: the events near now are read as
-// any other event is, once the platform has named them; one function lists the library, and one drives a player.
+// Each function logs a failure under its own name. Three functions serve several records: events near now are read as
+// any other once the platform has named them, one function lists the library, and one drives a player.
 TEST(Handlers, OperationsAreNamedOnce) {
   std::map<std::string, int> rows_of;
   for (const Handler* const each : handlers()) {

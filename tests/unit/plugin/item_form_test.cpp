@@ -36,24 +36,24 @@ struct Lists {
     UINT32 other[9];
   } u;
 };
-constexpr Field lists_fields[] = {
+constexpr Field kListsFields[] = {
     {.key = "ID", TVC_MEMBER(Lists, id), .use = kQuery | kRoot},
     {.key = "TAG", TVC_MEMBER(Lists, tag), .use = kRoot},
 };
-constexpr Field category_fields[] = {
+constexpr Field kCategoryFields[] = {
     {.key = "NO", TVC_MEMBER(Category, number)},
     {.key = "NAME", TVC_MEMBER(Category, name)},
 };
-constexpr ItemForm lists_forms[] = {
+constexpr ItemForm kListsForms[] = {
     {.when = [](const void* record) { return static_cast<const Lists*>(record)->tag == 11; },
-     .fields = category_fields,
+     .fields = kCategoryFields,
      .list = {.count = TVC_PLACE(Lists, u.categories.count), TVC_ENTRIES(Lists, u.categories.entries)}}};
-constexpr ItemType lists_type = {.type = TYPE_LOL_INFO,
+constexpr ItemType kListsType = {.type = TYPE_LOL_INFO,
                                  .record_size = sizeof(Lists),
                                  .error_word = "lol",
                                  .renderer = "_json_print_lol_info_type",
-                                 .fields = lists_fields,
-                                 .forms = lists_forms};
+                                 .fields = kListsFields,
+                                 .forms = kListsForms};
 
 TEST(ItemForm, ListInAUnionIsShownWhereItIsTheView) {
   Lists record = {};
@@ -62,16 +62,16 @@ TEST(ItemForm, ListInAUnionIsShownWhereItIsTheView) {
   record.u.categories.count = 2;
   record.u.categories.entries[0] = {7, "Sport"};
   record.u.categories.entries[1] = {8, "News"};
-  EXPECT_EQ(content(lists_type, &record),
+  EXPECT_EQ(content(kListsType, &record),
             R"({"ID":3,"TAG":11,"ITEMS":[{"NO":7,"NAME":"Sport"},{"NO":8,"NAME":"News"}]})");
   record.u.categories.count = 25;
-  EXPECT_EQ(content(lists_type, &record),
+  EXPECT_EQ(content(kListsType, &record),
             R"({"ID":3,"TAG":11,"ITEMS":[{"NO":7,"NAME":"Sport"},{"NO":8,"NAME":"News"}]})");
   record.u.categories.count = 0;
-  EXPECT_EQ(content(lists_type, &record), R"({"ID":3,"TAG":11,"ITEMS":[]})");
+  EXPECT_EQ(content(kListsType, &record), R"({"ID":3,"TAG":11,"ITEMS":[]})");
   record.u.categories.count = 2;
   record.tag = 12;
-  EXPECT_EQ(content(lists_type, &record), R"({"ID":3,"TAG":12,"ITEMS":[]})");
+  EXPECT_EQ(content(kListsType, &record), R"({"ID":3,"TAG":12,"ITEMS":[]})");
 }
 
 // --- A filter, a form by the URI, one by the record, and one for all others ---
@@ -84,41 +84,41 @@ struct Folder {
   Child children[3];
 };
 constexpr UINT16 kListingUri = 0x140C;
-constexpr Field child_fields[] = {
+constexpr Field kChildFields[] = {
     {.key = "devId", TVC_MEMBER(Child, device)},
     {.key = "objectId", TVC_MEMBER(Child, object)},
 };
-constexpr Field kind_fields[] = {{.key = "kind", TVC_MEMBER(Folder, kind)}};
-constexpr Field summary_fields[] = {{.key = "NAME", .text = "Folder"}};
-constexpr ItemForm folder_forms[] = {
+constexpr Field kKindFields[] = {{.key = "kind", TVC_MEMBER(Folder, kind)}};
+constexpr Field kSummaryFields[] = {{.key = "NAME", .text = "Folder"}};
+constexpr ItemForm kFolderForms[] = {
     {.uri = kListingUri,
-     .fields = child_fields,
+     .fields = kChildFields,
      .list = {TVC_ENTRIES(Folder, children), .shows =
                                                  [](const void* entry) {
                                                    const Child& child = *static_cast<const Child*>(entry);
                                                    return child.device != 0 && child.object != 0;
                                                  }}},
-    {.when = [](const void* record) { return static_cast<const Folder*>(record)->kind == 6; }, .fields = kind_fields},
-    {.fields = summary_fields},
+    {.when = [](const void* record) { return static_cast<const Folder*>(record)->kind == 6; }, .fields = kKindFields},
+    {.fields = kSummaryFields},
 };
-constexpr ItemType folder_type = {.type = TYPE_DLNA_DMP,
+constexpr ItemType kFolderType = {.type = TYPE_DLNA_DMP,
                                   .record_size = sizeof(Folder),
                                   .renderer = "_json_print_dlna_dmp_type",
-                                  .forms = folder_forms};
+                                  .forms = kFolderForms};
 
 TEST(ItemForm, FirstThatFitsIsWritten) {
   const Folder record = {.kind = 6, .children = {{1, 2}, {3, 0}, {5, 6}}};
-  EXPECT_EQ(content(folder_type, &record, kListingUri),
+  EXPECT_EQ(content(kFolderType, &record, kListingUri),
             R"({"ITEMS":[{"devId":1,"objectId":2},{"devId":5,"objectId":6}]})");
-  EXPECT_EQ(content(folder_type, &record), R"({"ITEMS":[{"kind":6}]})");
-  EXPECT_EQ(content(folder_type, &record, kListingUri + 1), R"({"ITEMS":[{"kind":6}]})");
+  EXPECT_EQ(content(kFolderType, &record), R"({"ITEMS":[{"kind":6}]})");
+  EXPECT_EQ(content(kFolderType, &record, kListingUri + 1), R"({"ITEMS":[{"kind":6}]})");
   const Folder other = {.kind = 1, .children = {}};
-  EXPECT_EQ(content(folder_type, &other), R"({"ITEMS":[{"NAME":"Folder"}]})");
+  EXPECT_EQ(content(kFolderType, &other), R"({"ITEMS":[{"NAME":"Folder"}]})");
 }
 
 TEST(ItemForm, TypeWithFormsHasAResponse) {
-  EXPECT_TRUE(tvc_item_has(folder_type, kResponse));
-  EXPECT_FALSE(tvc_item_has(folder_type, kQuery));
+  EXPECT_TRUE(tvc_item_has(kFolderType, kResponse));
+  EXPECT_FALSE(tvc_item_has(kFolderType, kQuery));
 }
 
 // --- Through the entry points ---
@@ -128,16 +128,16 @@ struct Event {
   INT32 operation;
   char* detail;
 };
-constexpr Field event_fields[] = {
+constexpr Field kEventFields[] = {
     {.key = "EVENT", TVC_MEMBER(Event, operation), .use = kQuery | kSet, .found = TVC_PLACE(Event, count)},
     {.key = "DETAIL", TVC_MEMBER(Event, detail), .use = kResponse, .text = ""},
 };
-constexpr ItemType event_type = {
+constexpr ItemType kEventType = {
     .type = TYPE_EVENT_INFO,
     .record_size = sizeof(Event),
     .error_word = "event",
     .renderer = "_json_print_event_info_type",
-    .fields = event_fields,
+    .fields = kEventFields,
     .has_response = [](const void* record) { return static_cast<const Event*>(record)->count != 0; }};
 
 std::string get(const std::string& uri, const char* parameter, int expected) {
@@ -149,7 +149,7 @@ std::string get(const std::string& uri, const char* parameter, int expected) {
 class ItemTypeRequest : public PluginTest {};
 
 TEST_F(ItemTypeRequest, OwnedTextLivesUntilTheResponseIsMade) {
-  make_up_type(event_type);
+  make_up_type(kEventType);
   const std::string uri = made_up_uri(TYPE_EVENT_INFO);
   char* kept = nullptr;
   Event* seen = nullptr;
@@ -166,7 +166,7 @@ TEST_F(ItemTypeRequest, OwnedTextLivesUntilTheResponseIsMade) {
 }
 
 TEST_F(ItemTypeRequest, TypeMayRefuseAResponse) {
-  make_up_type(event_type);
+  make_up_type(kEventType);
   const std::string uri = made_up_uri(TYPE_EVENT_INFO);
   Event* seen = nullptr;
   get_handler = [&](UINT16, void* record) {
@@ -181,16 +181,16 @@ TEST_F(ItemTypeRequest, TypeMayRefuseAResponse) {
 struct Update {
   INT32 operation;
 };
-constexpr Field update_fields[] = {{.key = "operation", TVC_MEMBER(Update, operation), .use = kSet}};
-constexpr ItemType update_type = {.type = TYPE_UPDATE_EPG,
+constexpr Field kUpdateFields[] = {{.key = "operation", TVC_MEMBER(Update, operation), .use = kSet}};
+constexpr ItemType kUpdateType = {.type = TYPE_UPDATE_EPG,
                                   .also_set_as = TYPE_EVENT_INFO,
                                   .record_size = sizeof(Update),
                                   .error_word = "update epg",
-                                  .fields = update_fields};
+                                  .fields = kUpdateFields};
 
 TEST_F(ItemTypeRequest, SetIsCarriedOutAgainAsASecondType) {
-  make_up_type(event_type);
-  make_up_type(update_type);
+  make_up_type(kEventType);
+  make_up_type(kUpdateType);
   const std::string uri = made_up_uri(TYPE_UPDATE_EPG);
   int calls = 0;
   set_handler = [&](UINT16 id, void* record) {

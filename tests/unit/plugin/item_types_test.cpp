@@ -107,7 +107,7 @@ void check_keys(std::span<const Field> fields, FieldUse use, const std::string& 
         << where << "." << field.key << " would have to be escaped";
     for (const FlatField& before : std::span(rows).first(static_cast<std::size_t>(&field - rows.data())))
       if (takes_part(before) && can_meet(field, before, decoded))
-        EXPECT_TRUE(is_conditional(field) && is_conditional(before)) << where << "." << field.key << " stands twice";
+        EXPECT_TRUE(is_conditional(field) && is_conditional(before)) << where << "." << field.key << " occurs twice";
     check_keys(field.fields, kEverywhere, where + "." + field.key.data());
   }
 }
@@ -229,7 +229,7 @@ TEST(ItemTypes, NotificationRulesFitTheirForm) {
   }
 }
 
-// Types that trace no text are named only when there is no memory, which no conformance case can bring about.
+// The names of types that trace no text are logged only when memory runs out, which no conformance case can cause.
 TEST(ItemTypes, NotificationsThatTraceNoTextAreNamedWithoutMemory) {
   constexpr auto kBase = "_json_print_base_type_notify";
   const std::map<int, std::string> names = {
@@ -257,7 +257,7 @@ struct Freed {
 using Block = std::unique_ptr<void, Freed>;
 
 // Of the types up to TYPE_CECM_CFG, those that are never allocated; types above it never are.
-const std::set<int> never_allocated = {
+const std::set<int> kNeverAllocated = {
     TYPE_NONE,
     TYPE_LANG_STRING,
     TYPE_NW_NOTIFY,
@@ -279,7 +279,7 @@ const std::set<int> never_allocated = {
 TEST(Content, EveryTypeIsAllocatedAsItsRule) {
   for (int type = 0; type <= 255; ++type) {
     const Block block(tv_ctrl_malloc_content(static_cast<UINT8>(type)));
-    const bool allocated = type <= TYPE_CECM_CFG && !never_allocated.contains(type);
+    const bool allocated = type <= TYPE_CECM_CFG && !kNeverAllocated.contains(type);
     EXPECT_EQ(block != nullptr, allocated) << type;
     if (!block) continue;
     const std::size_t size = last_calloc_size();
@@ -324,7 +324,7 @@ TEST(Content, SharedBufferHoldsEveryRegisteredRecord) {
   EXPECT_EQ(tv_ctrl_malloc_content_max(nullptr), nullptr);
 }
 
-// What is printed when the parameters of a type cannot be decoded, for want of them.
+// What is printed when a type's parameter is missing.
 TEST(ItemTypes, TheMessageOfAFailedDecodingNamesTheType) {
   const struct {
     UINT8 type;

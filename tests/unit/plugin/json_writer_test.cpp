@@ -272,7 +272,7 @@ TEST(JsonWriter, NothingWrittenIsAnEmptyText) {
   std::free(json.text);
 }
 
-// An incomplete text never passes for a whole one, whatever was written after memory had run out.
+// After memory has run out, the text counts as incomplete, whatever is written afterwards.
 TEST(JsonWriter, MemoryThatRunsOutIsReportedAtTheEnd) {
   const std::string text(100'000, '"');
   int allocations = 0;

@@ -1,6 +1,6 @@
 // The check before dlopen, on a built language library: intact, truncated at every kind of place, with falsified
-// headers; and on files that are no library. Where a wrong result would kill or block the process, a child process
-// tries it.
+// headers; and on files that are not libraries. Where a wrong result would kill or block the process, a child process
+// runs the check.
 #include "tvctl_common/library_check.h"
 
 #include <dlfcn.h>
@@ -71,7 +71,7 @@ class LibraryCheck : public testing::Test {
   _exit(get != nullptr && std::strcmp(get("IDS_VOLUME"), "Lautstärke") == 0 ? 0 : 1);
 }
 
-// The exit code of a child: 0 when the check refuses the path. It has a moment for that.
+// The exit code of a child: 0 when the check refuses the path. A child that blocks is ended.
 [[noreturn]] void refuse(const std::string& path) {
   alarm(20);
   _exit(tvc_library_is_whole(path.c_str()) ? 1 : 0);
@@ -85,7 +85,7 @@ TEST_F(LibraryCheck, BuiltLibrariesAreWhole) {
 }
 
 TEST_F(LibraryCheck, CutLibraryIsRefusedOrWorks) {
-  // Before, at and behind every place where something begins or ends, and others in between.
+  // Before, at and after the beginning and the end of each part of the file, and some places in between.
   std::size_t loaded = 0;  // up to here the loader maps the file; what follows are notes for tools
   std::set<std::size_t> places = {0, EI_NIDENT, sizeof(ElfW(Ehdr)), header().e_phoff, header().e_shoff, library.size()};
   for (std::size_t i = 0; i < segments().size(); ++i) {
@@ -174,7 +174,7 @@ TEST_F(LibraryCheck, WhatIsNoLibraryIsRefused) {
   for (const std::string& path : paths) EXPECT_EXIT(refuse(path), testing::ExitedWithCode(0), "") << path;
 }
 
-// A pipe that somebody writes to is no library either, whatever comes out of it.
+// A pipe is not a library, even one with a writer, whatever it delivers.
 TEST_F(LibraryCheck, PipeIsNotRead) {
   const fs::path pipe = folder / "pipe";
   ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);

@@ -1,5 +1,5 @@
-// The list of URIs against what requests do: each get and set that it tells of, and each event, on an observed
-// platform.
+// Compares the list of URIs with what requests do: makes each get and set that the list has, and raises each event, on
+// a platform that records its calls.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -8,18 +8,18 @@
 #include <vector>
 
 #include "description.h"
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 
 namespace {
 
-// What one request came to.
+// The result of one request.
 struct Observed {
   INT32 ret = 0;
   bool effect = false;  // a platform function was called, a file opened, or a field filled
 };
 
-// What a request has: which of the values that a member's description names, and a member that it leaves out.
+// Which of the described values the members of a request have, and which member the request leaves out.
 struct Choice {
   std::size_t value = 0;     // a member with fewer values has its last one
   std::string without = "";  // key of the member; empty: the request has all
@@ -199,7 +199,7 @@ TEST_F(List, EventsAreListedWhereSomeHandlerRaisesThem) {
   EXPECT_TRUE(raised.contains("/tv/ws/notify/volume_ctrl"));
 }
 
-// What an application can do with a URI, a person can read of.
+// Each URI that an application can use has a help text.
 TEST_F(List, WhatIsListedHasASentenceOfHelp) {
   for (const cJSON* const row : uris_) {
     const std::string uri = text_of(row, "uri");
@@ -213,7 +213,7 @@ TEST_F(List, WhatIsListedHasASentenceOfHelp) {
   }
 }
 
-// Some that are known, so that a list of nothing is found.
+// A few known ones, so that an empty list is noticed.
 TEST_F(List, SaysWhatAUriIsGoodFor) {
   struct Use {
     bool get = false, set = false, notify = false;

@@ -18,8 +18,8 @@ struct LevelFile : testing::Test {
     vex_tvc_read_log_lvl();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     set_level_file(std::nullopt);
-    static const std::regex prefix(R"(\[TVC_MAIN\]\[vex_tvc_read_log_lvl\]\[\d+\] -- )");
-    return std::regex_replace(testing::internal::GetCapturedStderr(), prefix, "<> ");
+    static const std::regex kPrefix(R"(\[TVC_MAIN\]\[vex_tvc_read_log_lvl\]\[\d+\] -- )");
+    return std::regex_replace(testing::internal::GetCapturedStderr(), kPrefix, "<> ");
   }
 };
 

@@ -1,12 +1,11 @@
-// Memory that fails at the n-th allocation, for each n until all goes well: nothing crashes, nothing leaks, what was
-// pending stays.
+// Makes the n-th allocation fail, for each n until none does: nothing crashes, nothing leaks, pending texts stay.
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/response.h"
@@ -121,7 +120,7 @@ struct ThumbnailRequest {
   INT32 ret;
   bool allocates;  // the thumbnail's block
 };
-constexpr ThumbnailRequest thumbnail_requests[] = {
+constexpr ThumbnailRequest kThumbnailRequests[] = {
     {"/tv/cbrowser/playback_get_info", false, 0, 0, true},
     {"/tv/cbrowser/playback_get_info", false, -9, -9, true},
     {"/tv/cbrowser/playback_operator", true, 0, 0, true},
@@ -139,7 +138,7 @@ INT32 send(const ThumbnailRequest& request) {
   return a_dtv_jsp_get(request.uri, text.c_str(), response.data());
 }
 
-// Lets the platform write so many characters of a thumbnail, without an end.
+// Makes the platform write this many characters of a thumbnail, without a terminator.
 void platform_makes_thumbnails(INT32 result, std::size_t size) {
   platform_reset();
   platform_answer("a_vextvapi_cb_pb_get_thumbnail", result);
@@ -176,7 +175,7 @@ Sent send_without_memory(const ThumbnailRequest& request, int fail_at, bool pers
 }
 
 TEST_P(Memory, ThumbnailIsFreedOnEveryPath) {
-  for (const ThumbnailRequest& request : thumbnail_requests) {
+  for (const ThumbnailRequest& request : kThumbnailRequests) {
     for (const std::size_t size : {std::size_t{3}, kThumbnailSize}) {
       int without_block = 0, without_response = 0;
       Sent sent;
@@ -264,7 +263,7 @@ TEST_P(Memory, PendingTextStays) {
   }
 }
 
-// An item that fits only in part, since its buffer cannot grow: nothing of it is seen, and the next one is appended.
+// An item does not fit, since its buffer cannot grow: no part of it is in the text, and the next item is appended.
 TEST_P(Memory, ItemThatDoesNotFitIsNotAppended) {
   const char* const uri = "/tv/ws/notify/dlna_dmr";
   a_dtv_jsp_add_listener_buffer(uri);

@@ -1,9 +1,9 @@
-// Notification delivery: types that no row has so far, bounds, and unusable pending texts.
+// The delivery of notifications: types without a row, bounds, and unusable pending texts.
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 
@@ -125,7 +125,7 @@ struct Queued {
 };
 
 constexpr char kWindow[] = R"({"TYPE":0,"TAG":0,"SVL_HANDLE":0,"CONDITIONS":0,"REASON":0,"DATA":0})";
-constexpr Queued queued[] = {
+constexpr Queued kQueued[] = {
     {TYPE_CBROWSER_PB_NOTIFY, "/tv/ws/notify/cbrowser_playback", "_json_print_cbrowser_playback_notify", 1024,
      R"({"TYPE":0,"TAG":0,"ARG1":0,"ARG2":0,"ARG3":0,"ARG4":0})"},
     {TYPE_DLNA_DMS_NOTIFY, "/tv/ws/notify/dlna_dms", "_json_print_dlna_dms_notify", 10240,
@@ -174,7 +174,7 @@ class NotifyQueued : public Notify, public testing::WithParamInterface<Queued> {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Types, NotifyQueued, testing::ValuesIn(queued),
+INSTANTIATE_TEST_SUITE_P(Types, NotifyQueued, testing::ValuesIn(kQueued),
                          [](const auto& info) { return std::string(tvc_item_type_name(info.param.type)); });
 
 TEST_P(NotifyQueued, Appends) {
@@ -223,7 +223,7 @@ TEST_P(NotifyQueued, UnusableTextIsToldAndKept) {
   for (const auto& [pending, message] : rows) {
     poke_pending(GetParam().uri, pending);
     EXPECT_EQ(printed_by(raise), message) << pending;
-    // Only the player starts anew; everywhere else the notification is dropped.
+    // Only the player's text starts again; everywhere else the notification is dropped.
     EXPECT_EQ(fetch(GetParam().uri), GetParam().type == TYPE_CBROWSER_PB_NOTIFY ? fresh() : pending) << pending;
   }
 }

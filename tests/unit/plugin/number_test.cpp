@@ -25,17 +25,17 @@ TYPED_TEST_SUITE(DoubleTo, Integers);
 
 TYPED_TEST(DoubleTo, TruncatesAndSaturates) {
   using T = TypeParam;
-  constexpr T least = std::numeric_limits<T>::min(), most = std::numeric_limits<T>::max();
+  constexpr T kLeast = std::numeric_limits<T>::min(), kMost = std::numeric_limits<T>::max();
   // 2^n, exact: the first value above the type.
   const double above = std::ldexp(1.0, std::numeric_limits<T>::digits);
-  EXPECT_EQ(tvc_double_to<T>(above), most);
-  EXPECT_EQ(tvc_double_to<T>(above * 2), most);
-  EXPECT_EQ(tvc_double_to<T>(kInfinity), most);
-  EXPECT_EQ(tvc_double_to<T>(std::numeric_limits<double>::max()), most);
-  EXPECT_EQ(tvc_double_to<T>(-kInfinity), least);
-  EXPECT_EQ(tvc_double_to<T>(-std::numeric_limits<double>::max()), least);
-  EXPECT_EQ(tvc_double_to<T>(static_cast<double>(least)), least);
-  EXPECT_EQ(tvc_double_to<T>(static_cast<double>(least) * 2 - 1), least);
+  EXPECT_EQ(tvc_double_to<T>(above), kMost);
+  EXPECT_EQ(tvc_double_to<T>(above * 2), kMost);
+  EXPECT_EQ(tvc_double_to<T>(kInfinity), kMost);
+  EXPECT_EQ(tvc_double_to<T>(std::numeric_limits<double>::max()), kMost);
+  EXPECT_EQ(tvc_double_to<T>(-kInfinity), kLeast);
+  EXPECT_EQ(tvc_double_to<T>(-std::numeric_limits<double>::max()), kLeast);
+  EXPECT_EQ(tvc_double_to<T>(static_cast<double>(kLeast)), kLeast);
+  EXPECT_EQ(tvc_double_to<T>(static_cast<double>(kLeast) * 2 - 1), kLeast);
   EXPECT_EQ(tvc_double_to<T>(kNan), T{0});
   EXPECT_EQ(tvc_double_to<T>(-kNan), T{0});
   EXPECT_EQ(tvc_double_to<T>(0.0), T{0});
@@ -77,7 +77,7 @@ constexpr UINT32 kAll32 = std::numeric_limits<UINT32>::max();
 
 // Decimal for 32-bit signed, else the base that the text says. Unsigned conversions negate modulo 2^n; what does not
 // fit saturates, for unsigned ones by its magnitude.
-constexpr TextCase text_cases[] = {
+constexpr TextCase kTextCases[] = {
     {"", 0, 0, 0, 0},
     {"0", 0, 0, 0, 0},
     {"7", 7, 7, 7, 7},
@@ -132,7 +132,7 @@ constexpr TextCase text_cases[] = {
 };
 
 TEST(TextTo, ConvertsAsTheTarget) {
-  for (const TextCase& row : text_cases) {
+  for (const TextCase& row : kTextCases) {
     EXPECT_EQ(tvc_text_to_int32(row.text), row.int32) << row.text;
     EXPECT_EQ(tvc_text_to_uint32(row.text), row.uint32) << row.text;
     EXPECT_EQ(tvc_text_to_int64(row.text), row.int64) << row.text;
@@ -160,12 +160,12 @@ TEST(CopyText, FillsTheSmallestArray) {
   EXPECT_EQ(text[0], '\0');
 }
 
-const char* const malformed[] = {
+const char* const kMalformed[] = {
     "",          " ",     "{",  "{\"A\":}",          "{\"A\":1,}", "[1,2",    "nul",         "\"abc",        "{A:1}",
     "{\"A\" 1}", "[1 2]", "\\", "{\"A\":{\"B\":]}}", "-",          "\"\\q\"", "\"\\uD800\"", "\xEF\xBB\xBF", "}"};
 
 TEST(JsonParse, TellsWhereTheParserStopped) {
-  for (const char* const text : malformed) {
+  for (const char* const text : kMalformed) {
     const JsonParse parsed = tvc_json_parse(text);
     EXPECT_EQ(parsed.root, nullptr) << text;
     EXPECT_EQ(parsed.error_at, cJSON_GetErrorPtr()) << text;  // the library's own report of this parse
@@ -207,7 +207,7 @@ TEST(JsonParse, ThreadsSeeTheirOwnPosition) {
 std::atomic<bool> parsed_second, parsed_second_meanwhile;
 std::thread second_parse;
 
-// At its first call, in the midst of the first parse, lets another thread parse.
+// At its first call, during the first parse, starts a second parse on another thread.
 void* malloc_beside_a_parse(std::size_t size) {
   if (!second_parse.joinable()) {
     second_parse = std::thread([] {

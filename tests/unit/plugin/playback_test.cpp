@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "description.h"
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/request.h"
 
@@ -21,7 +21,7 @@ struct Operator {
   INT32 number;
   std::string word;  // empty: no request can name it
 };
-const std::vector<Operator> operators = {
+const std::vector<Operator> kOperators = {
 #define TVC_OPERATOR(symbol, number, word, call) {#symbol, number, word},
 #define TVC_OPERATOR_WITHOUT_WORD(symbol, number, call) {#symbol, number, ""},
 #include "vex_tv_ctrl/playback.def"
@@ -49,7 +49,7 @@ std::string quoted(const std::string& text) {
 TEST(Operators, HaveANumberAndAWordOfTheirOwn) {
   std::set<INT32> numbers;
   std::set<std::string> symbols, words;
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     EXPECT_GT(row.number, 0) << row.symbol << ": 0 is no operator";
     EXPECT_TRUE(numbers.insert(row.number).second) << row.number;
     EXPECT_TRUE(symbols.insert(row.symbol).second) << row.symbol;
@@ -61,7 +61,7 @@ TEST(Operators, HaveANumberAndAWordOfTheirOwn) {
 }
 
 TEST(Operators, AreFoundByTheirWordInAnyCase) {
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     if (row.word.empty()) continue;
     std::string mixed = in_capitals(row.word), small = row.word;
     for (std::size_t i = 0; i < mixed.size(); ++i) {
@@ -73,13 +73,13 @@ TEST(Operators, AreFoundByTheirWordInAnyCase) {
   }
 }
 
-// Any other text gives 0, so that no text reaches the operator without a word.
+// Any other text gives 0. So no text reaches the operator that has no word.
 TEST(Operators, AreReachedByNothingButTheirWord) {
   std::set<std::string> words;
-  for (const Operator& row : operators) words.insert(in_capitals(row.word));
+  for (const Operator& row : kOperators) words.insert(in_capitals(row.word));
   std::vector<std::string> texts = {
       "", " ", "=", "\\0", "no such name", "null", std::string(31, 'x'), std::string(5000, 'x')};
-  for (const Operator& row : operators) {
+  for (const Operator& row : kOperators) {
     const std::string number = std::to_string(row.number);
     for (const std::string& text :
          {row.symbol, "CBROWSER_PB_OPERATOR_" + row.symbol, number, number + "=", number + "=" + row.word,
@@ -87,7 +87,7 @@ TEST(Operators, AreReachedByNothingButTheirWord) {
           row.word.substr(0, row.word.size() / 2), row.word + "=" + number})
       texts.push_back(text);
   }
-  // Every text of one or two characters; most are no UTF-8.
+  // Every text of one or two bytes; most are not UTF-8.
   for (int first = 1; first < 256; ++first)
     for (int second = 0; second < 128; ++second) texts.push_back({static_cast<char>(first), static_cast<char>(second)});
   int tried = 0;
@@ -103,7 +103,7 @@ TEST(Operators, AreReachedByNothingButTheirWord) {
 
 // A text is cut to 31 characters before it is compared; none of the words is as long.
 TEST(Operators, ATextThatBeginsWithAWordIsNone) {
-  for (const Operator& row : operators)
+  for (const Operator& row : kOperators)
     for (std::size_t size = row.word.size() + 1; size < 40; ++size)
       EXPECT_EQ(operator_of(quoted(row.word + std::string(size - row.word.size(), 'y'))), 0) << row.word << size;
 }
@@ -114,9 +114,12 @@ class Player : public PluginTest {
  protected:
   static constexpr char kEvents[] = "/tv/ws/notify/cbrowser_playback";
 
-  // What a request for a player with these members is answered.
+  void* content_record = nullptr;  // of the last request
+
+  // The response to a request for a player with these members.
   Json created(const std::string& members) {
     platform_reset();
+    get_handler = [this](UINT16 id, void* record) { return routed_get(id, content_record = record); };
     platform_answer("a_vextvapi_cb_pb_init", 77);
     char response[DTV_JSP_RESPONSE_MAX + 1] = {};
     const std::string request = R"({"PARAMETER":{"REQUEST":"QUERY",)" + members + R"("mediaPath":"/mnt/a.ts"}})";
@@ -129,13 +132,12 @@ class Player : public PluginTest {
     for (const PlatformCall& call : platform_calls()) {
       if (call.name != "a_vextvapi_cb_pb_register_callback") continue;
       EXPECT_EQ(call.arguments.at(0), 77);
-      return {reinterpret_cast<a_vextvapi_cb_pb_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(1))),
-              reinterpret_cast<void*>(static_cast<std::intptr_t>(call.arguments.at(2)))};
+      return {address_in<a_vextvapi_cb_pb_nfy_fct>(call.arguments.at(1)), address_in<void*>(call.arguments.at(2))};
     }
     return {};
   }
 
-  // Holds the answered tag against the one that is registered, and against that of an event. Returns the answered one.
+  // Checks that the response, the registration and an event have the same tag. Returns it.
   static double expect_tag_registered(const Json& response, const std::string& where) {
     const cJSON* const item = member(response.get(), "ITEMS") ? member(response.get(), "ITEMS")->child : nullptr;
     EXPECT_EQ(keys_of(item), (std::vector<std::string>{"NAME", "handle", "pvTag"})) << where;
@@ -165,9 +167,14 @@ TEST_F(Player, TheApplicationsTagComesWithItsEvents) {
   }
 }
 
-TEST_F(Player, WithoutATagThePluginChoosesOne) {
-  for (const char* const members : {"", R"("pvTag":0,)", R"("pvTag":null,)", R"("bMode":7,"oMode":8,)"})
-    EXPECT_NE(expect_tag_registered(created(members), members), 0) << members;
+// The response and the events have the low 32 bits of the address, which can be 0.
+TEST_F(Player, WithoutATagTheContentRecordsAddressIsTheTag) {
+  for (const char* const members : {"", R"("pvTag":0,)", R"("pvTag":null,)", R"("bMode":7,"oMode":8,)"}) {
+    const double tag = expect_tag_registered(created(members), members);
+    ASSERT_NE(content_record, nullptr);
+    EXPECT_EQ(registered().second, content_record) << members;
+    EXPECT_EQ(tag, static_cast<INT32>(reinterpret_cast<std::intptr_t>(content_record))) << members;
+  }
 }
 
 // --- Addresses in events ---
@@ -231,9 +238,9 @@ TEST_F(Address, IsPassedOnByTheCallbacks) {
   a_vextvapi_pus_play_nfy_fct service = nullptr;
   for (const PlatformCall& call : platform_calls()) {
     if (call.name == "a_vextvapi_cb_pb_register_callback")
-      player = reinterpret_cast<a_vextvapi_cb_pb_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(1)));
+      player = address_in<a_vextvapi_cb_pb_nfy_fct>(call.arguments.at(1));
     if (call.name == "a_vextvapi_pus_reg_callback")
-      service = reinterpret_cast<a_vextvapi_pus_play_nfy_fct>(static_cast<std::intptr_t>(call.arguments.at(0)));
+      service = address_in<a_vextvapi_pus_play_nfy_fct>(call.arguments.at(0));
   }
   ASSERT_TRUE(player && service);
   const char* const events = "/tv/ws/notify/cbrowser_playback";

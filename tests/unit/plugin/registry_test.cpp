@@ -1,4 +1,4 @@
-// The URI registry, walked whole. Which rows it has, the conformance cases in registry/ say, one by one.
+// The whole URI registry. The conformance cases in registry/ check its rows one by one.
 #include "tv_ctrl_main/registry.h"
 
 #include <algorithm>
@@ -34,7 +34,7 @@ LookUp look_up(const std::string& uri) {
 
 constexpr LookUp kUnknown = {.ret = VEXTVCTRLR_INV_URI, .id = 0, .type = TYPE_INVALID};
 
-// The first row in table order whose text is equal, found the plain way.
+// The first row in table order with this text, found by a linear search.
 LookUp scan(const std::string& uri) {
   for (const TV_CTRL_URI_ID_MAP_T& row : tvc_registry())
     if (uri == row.s_uri) return {.ret = 0, .id = row.ui2_id, .type = row.ui1_type};

@@ -1,4 +1,4 @@
-// The response of every item type, those included that no registry row has so far.
+// The response of every item type, also of those that no registry row has.
 #include "tv_ctrl_api/response.h"
 
 #include <cstring>
@@ -133,7 +133,7 @@ TEST_F(Response, TimeValuesAreTheLibrarysDoubles) {
   }
 }
 
-// Every member shows its own field: each field holds a number of its own.
+// Every member shows its own field: each field has a different number.
 TEST_F(Response, CiData) {
   auto record = headed<T_CI_DATA>("CAM");
   record.t_ci_cam_scan_req_data = {.ui1_slot_id = 10,
@@ -197,7 +197,7 @@ TEST_F(Response, UriIsEscaped) {
   EXPECT_EQ(text(), R"({"URI":"/tv/\"\\\n","STATUS":0,"ITEMS":[{}]})");
 }
 
-// A renderer without memory names itself.
+// A renderer without memory logs its own name.
 TEST_F(Response, RootThatCannotBeCreatedIsToldByTheRenderersName) {
   const std::pair<UINT8, const char*> names[] = {
       {TYPE_VALUE, "_json_print_value_type"},   {TYPE_INTEGER, "_json_print_integer_type"},

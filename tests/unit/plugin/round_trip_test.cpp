@@ -86,7 +86,7 @@ struct Made {
 
 cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, const Made& made);
 
-// The elements that the array of a request has: one, as many as there is room for, or more.
+// How many elements a request's array has: one, as many as there is room for, or more.
 template <typename Element>
 cJSON* put_elements(void* record, const Field& field, int variant) {
   const std::size_t room = field.size / sizeof(Element);
@@ -138,7 +138,7 @@ cJSON* put_name(const Field& field, void* record, const Made& made) {
 cJSON* put_field(const Field& field, void* record, const Made& made) {
   char* const place = static_cast<char*>(record) + field.offset;
   int variant = made.variant;
-  // A row that decodes in its own way stores these two as its kind does.
+  // A row with a decoder of its own stores these two like its kind.
   if (field.decode && field.decode != tvc_decode_library_integer && number_of<UINT8>(variant) != 0) variant = kOne;
   switch (field.kind) {
     case FieldKind::kUint8:
@@ -198,7 +198,7 @@ void add_member(cJSON* object, const Field& field, cJSON* value) {
     cJSON_AddItemToObject(object, field.key.data(), value);
     return;
   }
-  EXPECT_TRUE(cJSON_Compare(before, value, true)) << field.key << " stands for two values";
+  EXPECT_TRUE(cJSON_Compare(before, value, true)) << field.key << " is the name of two values";
   cJSON_Delete(value);
 }
 
@@ -226,7 +226,7 @@ cJSON* put_fields(std::span<const Field> fields, FieldUse use, void* record, con
   return object;
 }
 
-// The URIs whose requests the rows tell apart; 0 stands for all others.
+// The URIs for which rows have conditions; 0 is any other URI.
 std::set<UINT16> uris_of(const ItemType& item) {
   std::set<UINT16> uris = {0};
   for (const FlatField& field : flat(item.fields)) uris.insert(field.uri);
@@ -257,7 +257,7 @@ std::string response_item(const ItemType& item, const void* record) {
   return {json.text, json.length};
 }
 
-// What is rendered for the record, decoded again, is the record in every field that has the same key both ways.
+// The rendered record, decoded again, is equal to the record in every field with the same key in both directions.
 void expect_same_again(const ItemType& item, FieldUse use, const void* record, const std::string& where,
                        UINT16 uri = 0) {
   const std::string text = response_item(item, record);

@@ -38,7 +38,7 @@ struct Row {
   T value;
 };
 
-// Decodes each row's value into a destination that held something else, and looks at its trace.
+// Decodes each row's value into a destination with another value, and checks the trace.
 template <typename T, std::size_t N>
 void expect_rows(const Decoder<T>& decoder, const Row<T> (&rows)[N]) {
   set_log_level(2);
@@ -58,7 +58,7 @@ void expect_rows(const Decoder<T>& decoder, const Row<T> (&rows)[N]) {
 #define NO_VALUE \
   {"false", 0}, {"null", 0}, {"[3]", 0}, {"[]", 0}, {"{\"KEY\":3}", 0}, { "{}", 0 }
 
-constexpr Row<INT32> int_rows[] = {
+constexpr Row<INT32> kIntRows[] = {
     {"5", 5},
     {"-5", -5},
     {"0", 0},
@@ -88,9 +88,9 @@ constexpr Row<INT32> int_rows[] = {
     {"true", 1},
     NO_VALUE,
 };
-TEST_F(Scalar, Int) { expect_rows(kInt, int_rows); }
+TEST_F(Scalar, Int) { expect_rows(kInt, kIntRows); }
 
-constexpr Row<UINT16> ushort_rows[] = {
+constexpr Row<UINT16> kUshortRows[] = {
     {"5", 5},
     {"65535", 65535},
     {"65536", 0},
@@ -109,9 +109,9 @@ constexpr Row<UINT16> ushort_rows[] = {
     {"true", 1},
     NO_VALUE,
 };
-TEST_F(Scalar, Ushort) { expect_rows(kUshort, ushort_rows); }
+TEST_F(Scalar, Ushort) { expect_rows(kUshort, kUshortRows); }
 
-constexpr Row<UINT8> uschar_rows[] = {
+constexpr Row<UINT8> kUscharRows[] = {
     {"5", 5},
     {"255", 255},
     {"256", 0},
@@ -129,9 +129,9 @@ constexpr Row<UINT8> uschar_rows[] = {
     {"true", 1},
     NO_VALUE,
 };
-TEST_F(Scalar, Uschar) { expect_rows(kUschar, uschar_rows); }
+TEST_F(Scalar, Uschar) { expect_rows(kUschar, kUscharRows); }
 
-constexpr Row<UINT32> usint_rows[] = {
+constexpr Row<UINT32> kUsintRows[] = {
     {"5", 5},
     {"10", 10},
     {"4294967295", kAll32},
@@ -159,10 +159,10 @@ constexpr Row<UINT32> usint_rows[] = {
     {"\"\"", 0},
     NO_VALUE,
 };
-TEST_F(Scalar, Usint) { expect_rows(kUsint, usint_rows); }
-TEST_F(Scalar, Uslong) { expect_rows(kUslong, usint_rows); }
+TEST_F(Scalar, Usint) { expect_rows(kUsint, kUsintRows); }
+TEST_F(Scalar, Uslong) { expect_rows(kUslong, kUsintRows); }
 
-constexpr Row<INT64> longlong_rows[] = {
+constexpr Row<INT64> kLonglongRows[] = {
     {"5", 5},
     {"-5", -5},
     {"1.9e9", 1900000000},
@@ -188,9 +188,9 @@ constexpr Row<INT64> longlong_rows[] = {
     {"\"\"", 0},
     NO_VALUE,
 };
-TEST_F(Scalar, Longlong) { expect_rows(kLonglong, longlong_rows); }
+TEST_F(Scalar, Longlong) { expect_rows(kLonglong, kLonglongRows); }
 
-constexpr Row<UINT64> uslonglong_rows[] = {
+constexpr Row<UINT64> kUslonglongRows[] = {
     {"5", 5},
     {"-5", 0},
     {"9223372036854775808", 9223372036854775808u},
@@ -205,9 +205,9 @@ constexpr Row<UINT64> uslonglong_rows[] = {
     {"\"\"", 0},
     NO_VALUE,
 };
-TEST_F(Scalar, Uslonglong) { expect_rows(kUslonglong, uslonglong_rows); }
+TEST_F(Scalar, Uslonglong) { expect_rows(kUslonglong, kUslonglongRows); }
 
-// What every decoder does without a value: the destination stays, and each level prints its messages.
+// Without a value every decoder leaves the destination as it is, and prints the messages of the log level.
 template <typename T>
 void expect_absence(const Decoder<T>& decoder) {
   const Json object = parse_json(R"({"key":1,"KEY ":2,"KE":3})");

@@ -1,11 +1,11 @@
-// What a set tells the response hook and the handler, and item types that no registry row has so far.
+// What the response hook and the handler receive from a set, also for item types that no registry row has.
 #include <cstring>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/response.h"
@@ -37,7 +37,7 @@ class SetHook : public PluginTest {
 
   static int handler_calls() {
     int calls = 0;
-    for (const SetEvent& event : set_events) calls += event.kind == SetEvent::kHandler;
+    for (const SetEvent& event : set_events) calls += event.receiver == SetEvent::kHandler;
     return calls;
   }
 
@@ -68,7 +68,7 @@ TEST_F(SetHook, Action) {
   EXPECT_EQ(set(uri, request("ACTION")), 0);
   EXPECT_EQ(hook_statuses(), Statuses{VEX_OK});
   ASSERT_EQ(set_events.size(), 2u);
-  EXPECT_EQ(set_events[0].kind, SetEvent::kHandler);
+  EXPECT_EQ(set_events[0].receiver, SetEvent::kHandler);
   EXPECT_FALSE(set_events[0].has_tree) << "an action passes no record";
   EXPECT_EQ(set_events[1].type, TYPE_ACTION);
   EXPECT_TRUE(set_events[1].has_tree);
@@ -96,7 +96,7 @@ TEST_F(SetHook, Modify) {
     EXPECT_EQ(set(uri, word), 0) << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_OK}) << type;
     EXPECT_EQ(handler_calls(), 1) << type;
-    EXPECT_EQ(set_events[0].kind, SetEvent::kHandler) << type;
+    EXPECT_EQ(set_events[0].receiver, SetEvent::kHandler) << type;
     handler_result_ = -1;
     EXPECT_EQ(set(uri, word), -1) << type;
     EXPECT_EQ(hook_statuses(), Statuses{VEX_MODIFY_FAIL}) << type;
@@ -179,7 +179,7 @@ TEST_F(SetHook, SetOfTwoTypesIsCarriedOutTwice) {
       return result;
     };
     EXPECT_EQ(set(made_up_uri(TYPE_UPDATE_EPG), request("SET", R"("operation":1,"CH_ID":9)")), second);
-    EXPECT_EQ(numbers, (std::vector<INT32>{1, 9})) << "the channel stands where the operation stood";
+    EXPECT_EQ(numbers, (std::vector<INT32>{1, 9})) << "the channel is where the operation was";
     EXPECT_EQ(hook_statuses(), (Statuses{first ? VEX_SET_FAIL : VEX_OK, second ? VEX_SET_FAIL : VEX_OK}));
   }
 }
@@ -230,10 +230,10 @@ TEST_F(SetHook, AssociateBeginsBeforeTheHandler) {
                               std::string(70, 'p') + "\"";
   EXPECT_EQ(set(uri, request("ASSOCIATE", members)), 0);
   ASSERT_EQ(set_events.size(), 3u);
-  EXPECT_EQ(set_events[0].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[0].receiver, SetEvent::kHook);
   EXPECT_EQ(set_events[0].status, VEX_ASSOCIATE_BEGIN);
-  EXPECT_EQ(set_events[1].kind, SetEvent::kHandler);
-  EXPECT_EQ(set_events[2].kind, SetEvent::kHook);
+  EXPECT_EQ(set_events[1].receiver, SetEvent::kHandler);
+  EXPECT_EQ(set_events[2].receiver, SetEvent::kHook);
   EXPECT_EQ(set_events[2].status, VEX_OK);
   const auto& record = seen<T_WLAN_ASSOCIATE>();
   EXPECT_EQ(std::string(record.bssid), std::string(17, 'b'));
@@ -339,8 +339,9 @@ TEST_F(Query, BannerItemTakesItsValueAsInteger) {
 class StartUp : public PluginTest {};
 
 TEST_F(StartUp, RunsOnce) {
-  ASSERT_NE(platform_volume_callback(), nullptr);
-  EXPECT_EQ(platform_volume_tag(), reinterpret_cast<void*>(0x129CA8));
+  const std::vector<std::int64_t> registration = platform_registration("a_vextvapi_volctrl_reg_callback");
+  ASSERT_EQ(registration.size(), 2u);
+  EXPECT_EQ(registration[1], 0x129CA8);
   platform_reset();
   EXPECT_EQ(a_dtv_jsp_init_res(), 0);
   EXPECT_EQ(a_dtv_jsp_init(), 0);

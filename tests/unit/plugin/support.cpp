@@ -13,7 +13,7 @@
 #include <shared_mutex>
 #include <unordered_set>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "tv_ctrl_api/item_types.h"
 #include "tv_ctrl_api/listener.h"
 #include "tv_ctrl_api/response.h"
@@ -29,7 +29,7 @@ std::map<UINT8, const ItemType*> made_up_types;
 thread_local std::size_t calloc_size;
 std::atomic<int> opened;
 
-// State of the memory watch; `watching` is looked at by every thread, the rest only while it is true.
+// State of the memory watch. Every thread reads `watching`; the rest is used only while it is true.
 bool watching;
 int fail_at, allocation_count;
 bool fails_for_good;
@@ -179,7 +179,7 @@ void __wrap__Z20tv_ctrl_response_sethPK5cJSONi(UINT8 type, const cJSON* tree, IN
 std::vector<int> hook_statuses() {
   std::vector<int> statuses;
   for (const SetEvent& event : set_events)
-    if (event.kind == SetEvent::kHook) statuses.push_back(event.status);
+    if (event.receiver == SetEvent::kHook) statuses.push_back(event.status);
   return statuses;
 }
 
@@ -278,8 +278,8 @@ void set_log_level(int level) {
 std::string printed_by(const std::function<void()>& action) {
   testing::internal::CaptureStdout();
   action();
-  static const std::regex prefix(R"(\[TVC_API\]\[(\w+)\]\[\d+\] --> )");
-  return std::regex_replace(testing::internal::GetCapturedStdout(), prefix, "<$1> ");
+  static const std::regex kPrefix(R"(\[TVC_API\]\[(\w+)\]\[\d+\] --> )");
+  return std::regex_replace(testing::internal::GetCapturedStdout(), kPrefix, "<$1> ");
 }
 
 Json parse_json(std::string_view text) { return {cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete}; }

@@ -1,4 +1,4 @@
-// What the unit tests share: a log level, captured output, and hands on what stands between the plugin's own parts.
+// What the plugin's unit tests share: the log level, captured output, and functions of the plugin that a test replaces.
 #pragma once
 
 #include <cjson/cJSON.h>
@@ -19,10 +19,10 @@
 
 // --- Log ---
 
-// Makes /3rd_rw/tvc_debug look to the plugin as if it held this text; null: as if it were missing.
+// The plugin then reads this text from /3rd_rw/tvc_debug; nullopt: the file is missing.
 void set_level_file(std::optional<std::string> text);
 
-// Lets the plugin read this level; its own line about it is swallowed.
+// Lets the plugin read this log level, without the line that it prints about it.
 void set_log_level(int level);
 
 // What `action` prints on standard output, with each "[TVC_API][name][line] --> " as "<name> ".
@@ -36,19 +36,19 @@ std::string print_json(const cJSON* json);
 
 // --- Interposed calls ---
 
-// What the set response hook was told, and the handler calls, in order.
+// A call of the function that answers a set (the hook), or of the handler.
 struct SetEvent {
-  enum Kind { kHook, kHandler } kind;
+  enum Receiver { kHook, kHandler } receiver;
   int type;       // kHook: item type
   int status;     // kHook: status
-  bool has_tree;  // kHook: the parsed parameter tree was there; kHandler: a record was
+  bool has_tree;  // kHook: there was a parsed parameter; kHandler: there was a record
 };
-extern std::vector<SetEvent> set_events;
+extern std::vector<SetEvent> set_events;  // in order
 
-// Statuses that the hook was told, in order.
+// The statuses that the hook received, in order.
 std::vector<int> hook_statuses();
 
-// Instead of the router; empty: the plugin's own, which the functions below are.
+// Called in place of the router (routed_get and routed_set), unless empty.
 extern std::function<INT32(UINT16 id, void* record)> get_handler;
 extern std::function<INT32(UINT16 id, void* record)> set_handler;
 INT32 routed_get(UINT16 id, void* record);
@@ -59,7 +59,7 @@ inline constexpr UINT16 kMadeUpId = 0x04FF;
 void make_up_uri(const std::string& uri, UINT8 type);
 std::string made_up_uri(UINT8 type);  // makes "/tv/made/up/<type>" known and returns it
 
-// Puts a row in the place of its type's, until the test ends; the row must live as long.
+// Replaces the row of an item type until the test ends; the new row must live as long.
 void make_up_type(const ItemType& item);
 
 // Bytes of the last calloc.
@@ -70,8 +70,8 @@ int opened_files();
 
 // --- Item types ---
 
-// A row of a table, where a kMembers is replaced by its rows. They have the conditions of the kMembers, and of a choice
-// the place and the number of their operation.
+// A row of a field table, in which the members' own rows replace a row of kind kMembers. They take over its conditions,
+// and, where it has a choice, the place and the number of their operation.
 struct FlatField : Field {
   IntegerPlace selector = {};
   UINT16 selected = 0;
@@ -84,8 +84,8 @@ std::set<int> decoded_types(FieldUse use);
 
 // --- Memory failures ---
 
-// Lets the n-th allocation that the JSON library or the plugin makes fail, counted from 1, and all after it when
-// `persistent`; 0: none. Counts the allocations, and the blocks that are not freed yet. Single-threaded.
+// Makes the n-th allocation of the plugin or the JSON library fail, counted from 1, and all after it when `persistent`;
+// 0: none fails. Counts the allocations, and the blocks that are not freed yet. Single-threaded.
 struct MemoryWatch {
   explicit MemoryWatch(int fail_at = 0, bool persistent = false);
   ~MemoryWatch();
@@ -100,7 +100,7 @@ struct MemoryWatch {
 // A fetch into a cleared buffer: the text, empty when nothing is pending, nothing when the URI is not subscribed.
 std::optional<std::string> fetch(const std::string& uri, int size = 65536);
 
-// Puts a text into a subscribed entry behind the plugin's back.
+// Replaces the pending text of a subscribed URI.
 void poke_pending(const std::string& uri, const std::string& text);
 
 // Starts the plugin; forgets interposed answers, events, subscriptions and pending texts; log level 0.

@@ -1,4 +1,4 @@
-// What two threads that fetch get of one that notifies. Everything at once is tests/endurance/race_test.cpp.
+// Two threads fetch what a third notifies. tests/endurance/race_test.cpp does everything at once.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "fake_platform.h"
+#include "recording_platform.h"
 #include "support.h"
 
 namespace {
@@ -17,13 +17,22 @@ namespace {
 constexpr char kVolumeNotify[] = "/tv/ws/notify/volume_ctrl";
 constexpr char kPlayerNotify[] = "/tv/ws/notify/cbrowser_playback";
 
-// Hosts poll with a pause. Without one, readers would keep the lock from the notifications, which write.
+// Fetching threads pause, as hosts do. Without it, readers would keep the lock from the notifications, which write.
 void poll_pause() { std::this_thread::sleep_for(std::chrono::microseconds(50)); }
+
+// Waits until the fetching threads have taken so many. Returns false when they do not within a minute.
+bool await_taken(const std::atomic<int>& taken, int count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (taken < count && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  return taken >= count;
+}
 
 class Threads : public PluginTest {
  protected:
   static void raise_volume(std::intptr_t level) {
-    platform_volume_callback()(0, platform_volume_tag(), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
+    static const std::vector<std::int64_t> kRegistration = platform_registration("a_vextvapi_volctrl_reg_callback");
+    address_in<a_vextvapi_volctrl_nfy_fct>(kRegistration.at(0))(
+        0, address_in<void*>(kRegistration.at(1)), reinterpret_cast<void*>(level), nullptr, nullptr, nullptr);
   }
 
   static std::string volume_text(std::intptr_t level) {
@@ -54,14 +63,10 @@ TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
         ++taken;
       }
     });
-  const auto begun = std::chrono::steady_clock::now();
   bool lost = false;
   for (int i = 1; i <= kNotifications && !lost; ++i) {
     raise_volume(i);
-    while (taken < i && !lost) {
-      std::this_thread::yield();
-      lost = std::chrono::steady_clock::now() - begun > std::chrono::seconds(60);
-    }
+    lost = !await_taken(taken, i);
   }
   stop = true;
   for (std::thread& fetcher : fetchers) fetcher.join();
@@ -74,7 +79,8 @@ TEST_F(Threads, EachTextReachesOneOfTwoFetchers) {
   EXPECT_EQ(all, expected);
 }
 
-// Not awaited: a newer text may replace an older, but none comes twice, none is torn and the last one is not lost.
+// The notifying thread does not wait: a newer text may replace an older, but none comes twice, none is torn, and the
+// last is not lost.
 TEST_F(Threads, TheLastTextIsNotLost) {
   a_dtv_jsp_add_listener_buffer(kVolumeNotify);
   constexpr int kNotifications = 20000;
@@ -139,20 +145,17 @@ TEST_F(Threads, EachQueuedItemComesOnce) {
         for (std::size_t at = text.find("TAG"); at != std::string::npos; at = text.find("TAG", at + 1)) ++taken;
       }
     });
-  const auto begun = std::chrono::steady_clock::now();
-  const auto await_taken = [&taken, begun](int count) {
-    while (taken < count && std::chrono::steady_clock::now() - begun < std::chrono::seconds(60))
-      std::this_thread::yield();
-  };
-  for (int i = 1; i <= kNotifications; ++i) {
-    await_taken(i - kPending);
+  bool lost = false;
+  for (int i = 1; i <= kNotifications && !lost; ++i) {
+    lost = !await_taken(taken, i - kPending);
     T_CBROWSER_PB_NOTIFY record = {
         .type = 0, .tag = static_cast<UINT32>(i), .arg1 = 0, .arg2 = 0, .arg3 = 0, .arg4 = 0};
     tv_ctrl_api_notify_func(kPlayerNotify, &record);
   }
-  await_taken(kNotifications);
+  lost = lost || !await_taken(taken, kNotifications);
   stop = true;
   for (std::thread& fetcher : fetchers) fetcher.join();
+  ASSERT_FALSE(lost) << "an item was lost: " << taken << " taken";
   std::vector<int> all, expected;
   std::size_t appended = 0;
   for (const auto& own : texts) {

@@ -1,4 +1,5 @@
-// A contract made up for the tests of the tap: every kind of parameter, in the combinations that sets have.
+// A made-up contract (demo_*) for the tests of the tap and of the fuzzer's platform: every kind of parameter, in the
+// combinations that the TV API has.
 #ifndef TAP_CONTRACT_TYPES
 #define TAP_CONTRACT_TYPES
 

@@ -1,4 +1,4 @@
-// The made-up contract, expanded by the tap's own macros. The order matters: types, then records and definitions.
+// The tap's functions for the made-up contract. It is included first for its types, then for records and definitions.
 // clang-format off
 #include "contract.h"
 

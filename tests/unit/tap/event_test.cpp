@@ -21,7 +21,7 @@ std::string raise_error(const char* function, const char* args) {
   return text;
 }
 
-// What events told: the word and the point, each followed where the contract says that it is an address.
+// What the events contained: the word and the point, read where the contract says that they are addresses.
 std::mutex told_lock;
 Lines told;
 
@@ -76,7 +76,7 @@ TEST_F(TapTest, callbacks_are_recorded_and_get_their_tag_and_the_hook_runs_after
   EXPECT_EQ(lines[1], R"({"call":"demo_register","in":{"callback":1,"tag":1219752},"ret":0})");
   EXPECT_EQ(lines[4],
             R"({"event":"demo_register","in":{"callback_type":1,"pv_tag":1219752,"pv_arg1":-5,"pv_arg2":0},"ret":4})");
-  // The latest one is what a raise calls.
+  // A raise calls the latest.
   EXPECT_EQ(raise("demo_register", "[1,null,0,0]"), 5);
   EXPECT_EQ(demo_register(nullptr, nullptr), 0);
   EXPECT_NE(raise_error("demo_register", "[1]").find("no callback is registered"), std::string::npos);

@@ -144,7 +144,8 @@ TEST_F(TapTest, texts_are_cut_to_the_array_or_the_length_argument) {
   EXPECT_EQ(std::memcmp(text, "1234567\0!", 9), 0);
   std::memset(text, '!', sizeof text);
   demo_get_short_text(text);
-  EXPECT_EQ(std::memcmp(text, "ABC\0\0\0\0\0!", 9), 0);  // outputs are cleared, then the bytes stand without an end
+  EXPECT_EQ(std::memcmp(text, "ABC\0\0\0\0\0!", 9),
+            0);  // outputs are cleared, then the bytes are written without a terminator
   std::memset(text, '!', sizeof text);
   demo_get_short_text(text);
   EXPECT_EQ(std::memcmp(text, "01234567!", 9), 0);

@@ -1,4 +1,4 @@
-// A platform behind the tap, its lines, and a clean tap, for its tests.
+// For the tests of the tap: a platform behind it, the lines that it writes, and a fixture that resets it.
 #pragma once
 
 #include <dlfcn.h>
@@ -25,7 +25,7 @@ inline void tap_add_line(void* context, const char* line) {
   lines.lines.emplace_back(line);
 }
 
-// A line without what differs from run to run: the time, the order, the thread, the duration.
+// A line without the members that differ from run to run: time, order, thread, duration.
 inline std::string tap_plain(const std::string& line) {
   std::string error;
   const tap::Json json = tap::json_parse(line, error);
@@ -60,7 +60,7 @@ inline std::string replay_report() {
   return text;
 }
 
-// A test begins and ends with a tap that forwards, with nobody watching.
+// A test begins and ends with a tap that only forwards, without a watcher.
 struct TapTest : testing::Test {
   TapLines seen;
   void SetUp() override { reset(); }

@@ -1,4 +1,5 @@
-// A platform for the made-up contract: small answers that a test can predict.
+// The platform behind the tap in its unit tests, as a library: implements the made-up contract with simple answers that
+// a test can predict.
 #include <cstring>
 #include <mutex>
 #include <utility>
