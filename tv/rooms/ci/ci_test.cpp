@@ -20,7 +20,8 @@ TEST(TvCi, OtherQueriesFail) {
     UINT32 size = 1;
     testing::internal::CaptureStderr();
     EXPECT_LT(a_vextvapi_ci_get(type, nullptr, &value, &size), 0);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("query " + std::to_string(type) + " has no answer\n"), std::string::npos);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("query " + std::to_string(type) + " has no answer\n"),
+              std::string::npos);
     EXPECT_EQ(value, -7);
     EXPECT_EQ(size, 1u);
   }
