@@ -1,9 +1,9 @@
 // A room implements one area of the TV API and keeps its state under a lock of its own.
 //
-// To add one, create a folder rooms/<name>/; the name must be a C++ identifier. No other file changes, since the build
-// lists the folders. In the folder write
+// To add one, create a folder rooms/<name>/; the name must be a C++ identifier. The build finds the folder, so there is
+// no list to edit. In the folder write
 //   <name>.cpp       the area's functions, as tvapi/<area>.h declares them (include core/contract.h), and the room's
-//                    row, `const Room room_<name> = {...}`; rooms/ci is the smallest example
+//                    row, `const Room room_<name> = {...}` (see struct Room); rooms/ci is the smallest example
 //   <name>.h         what other rooms may call, if anything. Rooms never call each other through the TV API: in a host,
 //                    those names lead to the tap.
 //   <name>_test.cpp  its unit tests, which become part of tv_test
@@ -14,9 +14,9 @@
 // timers (timers.h), refusals through reply.h.
 //
 // Locks are taken in this order: the power lock (set.cpp); the CEC bus's or the applications'; the remote control's or
-// the configuration's; the store's or the event queue's; the timers'. A new room's lock comes directly before the
-// store's, as those of the rooms not named here do. Callbacks run on the event thread without a lock, so they may call
-// any function of the TV API; only the USB room holds a lock of its own during its callbacks.
+// the configuration's; the store's or the event queue's; the timers'. The other rooms' locks, and so a new room's, come
+// directly before the store's. Callbacks run on the event thread without a lock, so they may call any function of the TV
+// API; only the USB room holds a lock of its own during its callbacks.
 #pragma once
 
 #include <boost/json/fwd.hpp>

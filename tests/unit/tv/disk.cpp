@@ -15,7 +15,7 @@
 namespace {
 
 std::mutex hook_lock;
-std::shared_ptr<const DiskHook> hook;  // guarded by the lock
+std::shared_ptr<const DiskHook> hook;  // guarded by hook_lock
 
 int sync_descriptor(int descriptor, long call) {
   std::shared_ptr<const DiskHook> present;

@@ -97,8 +97,8 @@ absl::TimeZone zone_of(const std::string& name) {
 }
 
 // Returns the zone's offset from UTC in winter. Daylight saving in the tz database can be negative: Dublin's standard
-// time is that of summer, and its winter time is the daylight saving. So this returns the smaller of the latest offsets
-// with and without daylight saving, if the year before had both.
+// time is used in summer, and its daylight saving of -1 hour in winter. So this returns the smaller of the latest
+// offsets with and without daylight saving, if the year before had both.
 INT64 standard_offset(const absl::TimeZone& zone, absl::Time time) {
   std::optional<int> latest[2];  // without daylight saving, with it
   for (int days = 0; days < 366; days += 30) {

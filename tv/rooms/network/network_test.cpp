@@ -76,7 +76,7 @@ int index_of(const char* name) {
   return static_cast<int>(index);
 }
 
-// Both ends of a wire; the kernel looks at the carrier on a thread of its own.
+// Waits until both ends of a wire have a carrier, or have none. The kernel detects it later, on its own thread.
 void wait_for_carrier(const char* near, const char* far, bool wanted) {
   const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   for (const char* const name : {near, far}) {
@@ -108,7 +108,7 @@ struct TvNetwork : testing::Test {
     for (const char* which : {"all", "default"}) {  // automatic addresses would raise events
       std::ofstream("/proc/sys/net/ipv6/conf/" + std::string(which) + "/disable_ipv6") << "1";
     }
-    // A wire's second name is the lower index. The last wire's events come last.
+    // The second name of a wire has the lower index. Events of the last wire come last.
     for (const char* const wire :
          {"far0 type veth peer name eth0", "far1 type veth peer name wlan0", "mark1 type veth peer name mark0"}) {
       ip(std::string("link add ") + wire);

@@ -224,7 +224,7 @@ TEST_F(TvUsb, PathsThatAreNotFoldersAreRefused) {
   EXPECT_EQ(heard.size(), 1u);
 }
 
-TEST_F(TvUsb, AFileAtTheMountPointIsNotReplaced) {
+TEST_F(TvUsb, AFolderAtTheMountPointIsNotReplaced) {
   fs::create_directories(mount_point("sda1") + "/precious");
   expect_error(stick({"insert", make("Holiday")}), {mount_point("sda1")});
   EXPECT_EQ(count(), 0);
