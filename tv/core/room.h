@@ -15,8 +15,8 @@
 //
 // Locks are taken in this order: the power lock (set.cpp); the CEC bus's or the applications'; the remote control's or
 // the configuration's; the store's or the event queue's; the timers'. The other rooms' locks, and so a new room's, come
-// directly before the store's. Callbacks run on the event thread without a lock, so they may call any function of the TV
-// API; only the USB room holds a lock of its own during its callbacks.
+// directly before the store's. Callbacks run on the event thread without a lock, so they may call any function of the
+// TV API; only the USB room holds a lock of its own during its callbacks.
 #pragma once
 
 #include <boost/json/fwd.hpp>
