@@ -1,5 +1,5 @@
 // The texts of one language, as a library that the plugin opens by its name. CMake compiles this file once per
-// language; DTV_LANGUAGE says which of the catalogue's columns it is.
+// language; DTV_LANGUAGE is the language's column in the catalogue.
 #include <algorithm>
 #include <iterator>
 #include <string_view>
@@ -28,11 +28,11 @@ constexpr Message messages[] = {
 #undef DTV_TEXT
 
 static_assert(std::ranges::adjacent_find(messages, std::ranges::greater_equal(), &Message::id) == std::end(messages),
-              "the catalogue is not in the order of its ids, or an id stands twice");
+              "the catalogue is not in the order of its ids, or has an id twice");
 
 }  // namespace
 
-// The text of an id, which lives as long as the library is loaded; null for an unknown id. From any thread.
+// Returns the text of an id, valid while the library is loaded; null for an unknown id. From any thread.
 extern "C" [[gnu::visibility("default")]] const char* vexuiGetLangStr(const char* id) {
   if (id == nullptr) return nullptr;
   const Message* const found = std::ranges::lower_bound(messages, std::string_view(id), {}, &Message::id);

@@ -1,17 +1,17 @@
-/* The tap: stands between the plugin and any platform, as the library that defines every function of the TV API.
+/* The tap: a library between the plugin and any platform. It defines every function of the TV API.
  *
  * It forwards each call to the platform behind it (a library given by dtv_tap_platform, else the next definition in
- * the process, so that it can be preloaded on a set), or answers it from a script or from a recording. Every call and
- * every platform callback can be watched as one JSON line:
+ * the process, so that it can be preloaded on a set), or answers it from a script or from a recording. A watcher
+ * receives every call and every platform callback as one JSON line:
  *
  *   {"t":10423,"thread":2,"call":"a_vextvapi_volctrl_setVolume","in":{"volume":23},"ret":0}
  *   {"t":10977,"thread":3,"event":"a_vextvapi_volctrl_reg_callback","in":{"callback_type":0,"pv_tag":1219752,...}}
  *
- * "seq": order in which calls and events of the process started; an event also has "ret", or "dropped": true where a
- * fault kept it from the plugin; {"error": text} lines report errors of the tap itself.
+ * "seq": the order in which calls and events of the process started; an event also has "ret", or "dropped": true if a
+ * fault kept it from the plugin. {"error": text} lines report errors of the tap itself.
  * "t": microseconds since the tap was loaded; "thread": a small number per thread; "out" (in a call): what the
- * function wrote; "duration": microseconds, where the call took 1 ms or more. Names are the contract's.
- * Environment: DTV_TAP_RECORD=PATH appends every line to a file from the start on.
+ * function wrote; "duration": microseconds, if the call took 1 ms or more. Names are the contract's.
+ * With DTV_TAP_RECORD=PATH in the environment, the tap appends every line to that file from the start.
  *
  * All functions may be called from any thread. Texts returned through ret_error or as a result are freed with free().
  * Without a watcher, a fault and a script, a call costs a few nanoseconds more than without the tap. */
@@ -30,25 +30,25 @@ extern "C" {
  * Returns 0, or -1 when a contract function is missing there, named in ret_error (which may be null). */
 DTV_TAP_EXPORT int32_t dtv_tap_platform(void* library, char** ret_error);
 
-/* Gives each line, without a line feed, to fct on the thread that made it, as the call returns. Lines of one thread
- * come in order. null ends it; when that returns, fct is no longer running. */
+/* Calls fct with each line, without a line feed, when the call that it describes returns, on that call's thread. Lines
+ * of one thread come in order. null removes the watcher; fct is no longer running when that returns. */
 typedef void (*dtv_tap_line_fct)(void* context, const char* line);
 DTV_TAP_EXPORT void dtv_tap_watch(dtv_tap_line_fct fct, void* context);
 
-/* Calls fct after each platform callback has returned from the plugin, on the platform's thread; null ends it. */
+/* Calls fct after each platform callback has returned from the plugin, on the platform's thread; null removes it. */
 typedef void (*dtv_tap_event_fct)(void* context);
 DTV_TAP_EXPORT void dtv_tap_on_event(dtv_tap_event_fct fct, void* context);
 
 /* A fault set on one contract function. */
 typedef struct {
-  int32_t delay_ms;      /* wait so long before the call goes on */
-  int32_t fails;         /* 1: the platform is not called, outputs are cleared, result is given back */
+  int32_t delay_ms;      /* milliseconds to wait before the call continues */
+  int32_t fails;         /* 1: the platform is not called, outputs are cleared, result is returned */
   int32_t result;        /* what a failing call returns */
   int32_t drop_callback; /* 1: callbacks registered through this function do not reach the plugin */
 } dtv_tap_fault_t;
 
-/* Sets (replacing an earlier one) or, with a null fault, clears the fault of one function; a null function clears
- * all. Returns 0, or -1 for a name that is not in the contract. */
+/* Sets the fault of one function, replacing an earlier one, or clears it if fault is null. A null function clears all
+ * faults. Returns 0, or -1 for a name that is not in the contract. */
 DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t* fault);
 
 /* Lists the contract: a JSON array of {"name", "params", "kinds", "types": [...] in the function's order, "callback":
@@ -56,12 +56,13 @@ DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t
 DTV_TAP_EXPORT char* dtv_tap_list(void);
 
 /* Answers every call from a script, a JSON array in the form of the conformance cases' "platform", instead of
- * forwarding. Returns 0, or -1 with ret_error saying which entry is wrong and why. */
+ * forwarding. Returns 0, or -1 with ret_error naming the wrong entry and the reason. */
 DTV_TAP_EXPORT int32_t dtv_tap_script(const char* answers, char** ret_error);
 
-/* Answers every call from a recording (JSON lines), in its order. dtv_tap_replay_report returns null while every call
- * was as recorded, else a text that says which call differed, and from what. A call that replaces the recording, or
- * ends it with null, first waits until the recording has raised its events, for one second at most. */
+/* Answers every call from a recording (JSON lines), in its order; null ends the replay. dtv_tap_replay_report returns
+ * null while every call has matched the recording, else a text that names the call that differed and the recorded one.
+ * A call that replaces or ends the recording first waits until the recording has raised its events, for one second at
+ * most. */
 DTV_TAP_EXPORT int32_t dtv_tap_replay(const char* lines, char** ret_error);
 DTV_TAP_EXPORT char* dtv_tap_replay_report(void);
 

@@ -1,5 +1,5 @@
 /* The virtual television's own interface: actions of a viewer, and of the outside world, on the set. Its library also
- * defines every function of the TV API; the plugin cannot tell it from a set. */
+ * defines every function of the TV API, as a real set's does. */
 #ifndef DTV_TV_H
 #define DTV_TV_H
 
@@ -16,52 +16,52 @@ extern "C" {
  * dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_stick_root(const char* folder);
 
-/* Switches the set on. state_folder: an existing folder of this user's that keeps its state (SQLite, survives kill -9);
- * other users have no access to it and its files, and it is locked against other processes until dtv_tv_stop.
- * When it or its database is deleted, renamed or replaced meanwhile, every change is refused.
+/* Switches the set on. state_folder: an existing folder of this user's, in which the set stores its state (SQLite,
+ * survives kill -9). The set removes other users' access to the folder, and locks it against other processes until
+ * dtv_tv_stop. If the folder or its database is deleted, renamed or replaced meanwhile, the set refuses every change.
  * Returns 0, or -1 with ret_error, which the caller frees with free(). Call it before any function of the TV API. */
 DTV_TV_EXPORT int32_t dtv_tv_start(const char* state_folder, char** ret_error);
 
-/* Reports that all changes up to and including number `change` are on the disk. Every change has a number; the first of
- * a process is 1. failure: 0, or an errno when the sync failed (EIO, 5, if the cause is not known). After a failed sync
- * the set refuses every change until it is started again. If the folder or a file is no longer in its place, failure is
- * ENOENT, 2, and the set refuses changes until it is back. Called on a thread of the set's own, with no lock held; it
- * must not call dtv_tv_on_kept. */
+/* Reports that all changes up to and including number `change` are on the disk, or have failed. Every change has a
+ * number; a process's first is 1. failure: 0, or an errno if the sync failed (EIO, 5, if the cause is not known). After
+ * a failed sync the set refuses every change until it is started again. If the folder or a file is no longer in its
+ * place, failure is ENOENT, 2, and the set refuses changes until it is back. The set calls it on its sync thread, with
+ * no lock held; it must not call dtv_tv_on_kept. */
 typedef void (*dtv_tv_kept_fct)(void* context, uint64_t change, int32_t failure);
 
 /* By default, and with null, a change is on the disk when the call that makes it returns. With a function, that call
  * returns when the change is written to the operating system: it survives the end of the process, but not yet a power
- * cut. A thread of the set then syncs it, together with all that was written meanwhile, and calls fct. After this call
- * fct is also called once for the changes that were made before. Returns when the function that was registered before
- * is not running any more. dtv_tv_stop syncs all changes and calls fct for them. */
+ * cut. The set's sync thread then syncs it, together with all changes written meanwhile, and calls fct. fct is also
+ * called once for the changes made before its registration. dtv_tv_on_kept returns when the function registered before
+ * is no longer running. dtv_tv_stop syncs all changes and calls fct for them. */
 DTV_TV_EXPORT void dtv_tv_on_kept(dtv_tv_kept_fct fct, void* context);
 
-/* The number of the latest change that this process has written; 0: none. Cheap, from any thread. To acknowledge a
- * call, read the number after the call and wait until it has been reported. Do so even if the call changed nothing: the
- * value that it found may not be on the disk yet. */
+/* Returns the number of the latest change that this process has written; 0: none. Cheap, from any thread. To
+ * acknowledge a call, read the number after the call and wait until it has been reported. Do so even if the call
+ * changed nothing: the value that the call found may not be on the disk yet. */
 DTV_TV_EXPORT uint64_t dtv_tv_last_change(void);
 
-/* Stops the set's threads and closes its state; callbacks have ended when it returns. */
+/* Switches the set off: stops its threads and closes its state. No callback is running when it returns. */
 DTV_TV_EXPORT void dtv_tv_stop(void);
 
-/* Does one thing to the set. command: a JSON array of words, for example ["volume","up"]; ["help"] lists them all.
- * Returns a JSON object that the caller frees with free(): what the command reports, or {"error": text}. */
+/* Runs a control command. command: a JSON array of words, for example ["volume","up"]; ["help"] lists all commands.
+ * Returns a JSON object that the caller frees with free(): the command's reply, or {"error": text}. */
 DTV_TV_EXPORT char* dtv_tv_control(const char* command);
 
-/* Types one character into the set's command device. A line end carries the line out before the function returns;
- * "ir.rx.send 0x8f000", for example, is the key POWER as it comes from the infrared receiver. A line that is no command
- * has no effect, and neither has any character while the set is off. From any thread, one command at a time; it never
- * waits for a callback. */
+/* Types one character into the set's command device. A line feed runs the line's command before the function returns:
+ * "ir.rx.send 0x8f000", for example, is the key POWER as the infrared receiver sends it. A line that is not a command
+ * has no effect, and characters typed while the set is off are ignored. From any thread, but lines must not overlap. It
+ * never waits for a callback. */
 DTV_TV_EXPORT void dtv_tv_command(char character);
 
-/* For tests. manual 1: the set's timers follow a clock that only dtv_tv_advance moves: the sleep timer, the end of a
- * channel number, the pace of HDMI-CEC, the wait for another process at the start. 0: the machine's monotonic clock
- * again. The time of day is the machine's in any case. Call it before dtv_tv_start. */
+/* For tests. manual 1: all timers of the set use a clock that only dtv_tv_advance moves: the sleep timer, the end of a
+ * channel number, the pace of HDMI-CEC, the wait for another process at the start. 0: they use the machine's monotonic
+ * clock again. Neither changes the time of day. Call it before dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_manual_clock(int32_t manual);
 
-/* Lets time pass on the manual clock. What is due by then happens on the calling thread, in its order and each at its
- * time; the callbacks for it come on the thread of the set's own as ever, and have ended when it returns. Without a
- * manual clock it does nothing. From any thread, with no lock held; not from a callback. */
+/* Advances the manual clock. Timers that become due run on the calling thread, in order, each at its time. Their
+ * callbacks run on the set's event thread as usual, and have returned when this function returns. Without a manual
+ * clock it does nothing. From any thread, with no lock held; not from a callback. */
 DTV_TV_EXPORT void dtv_tv_advance(uint32_t milliseconds);
 
 #ifdef __cplusplus

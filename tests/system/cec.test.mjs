@@ -30,7 +30,7 @@ async function television(t, { args = [], ...options } = {}) {
   };
 }
 
-// The next event that the predicate takes; those before it are skipped.
+// Returns the next event for which the predicate is true; skips those before it.
 async function next(client, predicate) {
   for (;;) {
     const { notification } = await client.next('notify');
@@ -42,7 +42,7 @@ async function next(client, predicate) {
 const message = (opcode) => (item) => item.NOTIFY_TYPE === 0 && item.U_CODE_OPCODE === opcode;
 const deviceList = (item) => item.NOTIFY_TYPE === 1 && item.U_CODE_MSGCODE === 1;
 
-test('the start finds the devices', async (t) => {
+test('starting the host discovers the devices', async (t) => {
   const tv = await television(t);
   const client = await connect(t, tv.host);
   await client.call('subscribe', { uri: events });
@@ -52,7 +52,7 @@ test('the start finds the devices', async (t) => {
   assert.equal(await tv.state(), 1);
 });
 
-test('one touch play, standby, and being pulled out', async (t) => {
+test('one touch play, standby, and unplugging', async (t) => {
   const tv = await television(t);
   const client = await connect(t, tv.host);
   await client.call('subscribe', { uri: events });
@@ -83,7 +83,7 @@ test('one touch play, standby, and being pulled out', async (t) => {
   assert.deepEqual(text.OSDSTRING_STRING, [0x48, 0x69, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0]);
 });
 
-test('switched off it is silent, and on again it looks for devices', async (t) => {
+test('no events while CEC is off; switching it on starts a discovery', async (t) => {
   const tv = await television(t);
   const client = await connect(t, tv.host);
   await client.call('subscribe', { uri: events });
@@ -99,15 +99,15 @@ test('switched off it is silent, and on again it looks for devices', async (t) =
 
   await tv.set(257);
   assert.equal(await tv.state(), 1);
-  // Nothing arrives late: what the player requested during the silence is lost. A message that comes soon after another
-  // replaces it in the listener, so that only the list, the last of a discovery, is sure to arrive.
+  // Events are not delayed: messages sent while CEC was off are lost. A message that comes soon after another replaces it
+  // in the listener, so only the list, the last event of a discovery, is certain to be received.
   await next(client, (item) => {
     assert.notEqual(item.U_CODE_OPCODE, 0x04);
     return deviceList(item);
   });
 });
 
-test('the switch survives kill -9; a start of CEC switches it on', async (t) => {
+test('the switch survives kill -9; starting CEC switches it on', async (t) => {
   const first = await television(t);
   await first.set(0);
   await first.host.stop('SIGKILL');
@@ -125,10 +125,10 @@ test('the switch survives kill -9; a start of CEC switches it on', async (t) => 
   assert.equal(await third.state(), 1);
 });
 
-test('dtvctl lists the devices and says what is wrong', async (t) => {
+test('dtvctl lists the devices and reports errors', async (t) => {
   const tv = await television(t);
   assert.match(await tv.done('tv', 'cec'), /^player\s+Disc Player\s+4\s+2\.0\.0\.0\s+true\s+standby\s+false$/m);
   const refused = await tv.run('tv', 'cec', 'play', 'radio');
   assert.notEqual(refused.code, 0);
-  assert.match(refused.stderr, /"radio"; there are: amplifier, player/);
+  assert.match(refused.stderr, /"radio"; the devices are: amplifier, player/);
 });

@@ -43,14 +43,14 @@ test('the clock and its zone, set by an application and by a viewer', async (t) 
   assert.match(shown.local, /^2026-03-29T03:00:\d\d\+02:00$/);
   assert.deepEqual([shown.zone, shown.offset, shown.summer, shown.sleep], ['Europe/Berlin', 7200, true, 0]);
 
-  // The set looks its zone up in its configuration; that is no call of the plugin's.
+  // The set reads its zone from its configuration itself, so the plugin makes no call for it.
   const client = await connect(t, tv.host);
   const { calls } = await client.call('get', { uri: setting('local_time'), trace: true });
   assert.deepEqual(calls.map(({ call }) => call), ['a_vextvapi_time_get_utc_time', 'a_vextvapi_time_convert_utc_to_local_time']);
 
   await tv.tv('clock', 'zone', 'America/New_York');
   assert.equal((await tv.get(setting('time_zone'))).VALUE, -18000);
-  assert.equal((await tv.get(setting('time_offset'))).VALUE, -14400); // summer time is three weeks old there
+  assert.equal((await tv.get(setting('time_offset'))).VALUE, -14400); // summer time began three weeks ago there
   await tv.tv('clock', 'set', '2026-12-24T18:00:00');
   near((await tv.get(setting('utc_time'))).VALUE, Date.UTC(2026, 11, 24, 23) / 1000);
   const refused = await tv.run('tv', 'clock', 'zone', 'Europe/Atlantis');
@@ -76,7 +76,7 @@ test('conversions', async (t) => {
   assert.equal(await millis({ ...twice, DST: 1 }), (winterStarts - 1800) * 1000);
   assert.equal(await millis({ ...twice, DST: 0 }), (winterStarts + 1800) * 1000);
   assert.equal(await millis({ ...twice, GMT: 1 }), Date.UTC(2026, 9, 25, 2, 30));
-  assert.equal(await millis({ ...twice, DAY: 32 }), 0); // no such day: the answer stays empty
+  assert.equal(await millis({ ...twice, DAY: 32 }), 0); // no such day: the result is empty
 });
 
 test('the sleep timer puts the set in standby, any key wakes it', async (t) => {
@@ -86,7 +86,7 @@ test('the sleep timer puts the set in standby, any key wakes it', async (t) => {
   await tv.set(timer, modify(600));
   const { VALUE } = await tv.get(timer);
   assert.ok(VALUE > 580 && VALUE <= 600, `${VALUE}`);
-  await tv.set(timer, modify(-1)); // the set refuses it; the plugin does not report that
+  await tv.set(timer, modify(-1)); // refused by the set, which the plugin does not report
   assert.ok((await tv.get(timer)).VALUE > 570);
   const start = Date.now();
   await tv.set(timer, modify(2));
@@ -101,7 +101,7 @@ test('the sleep timer puts the set in standby, any key wakes it', async (t) => {
   assert.deepEqual([power, key, volume], ['on', 'MENU', 20]);
 });
 
-test('portal, HbbTV and the own applications', async (t) => {
+test("portal, HbbTV and the set's own applications", async (t) => {
   const tv = await television(t);
   const mode = async () => (await tv.get(misc('get_portal_app_mode'))).appMode;
   assert.equal(await mode(), 'UNKNOWN');
@@ -134,7 +134,7 @@ test('portal, HbbTV and the own applications', async (t) => {
   assert.deepEqual([cleaned.enabled, native_app], [true, '']);
 });
 
-test('a key of the remote control is told of like any other change', async (t) => {
+test('a key of the remote control raises the notification of its change', async (t) => {
   const tv = await television(t);
   const client = await connect(t, tv.host);
   await client.call('subscribe', { uri: '/tv/ws/notify/volume_ctrl' });

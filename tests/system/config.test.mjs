@@ -1,4 +1,4 @@
-// The set's configuration from end to end: dtvctl and JSON-RPC, the plugin, the virtual television, its memory.
+// The set's configuration from end to end: dtvctl and JSON-RPC, the plugin, the virtual television, its store.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { shell } from './cli_support.mjs';
@@ -30,7 +30,7 @@ async function television(t, options) {
   };
 }
 
-test('what an application sets is told of and survives kill -9', async (t) => {
+test('a value that an application sets is reported and survives kill -9', async (t) => {
   const first = await television(t);
   const client = await connect(t, first.host);
   await client.call('subscribe', { uri: updates });
@@ -40,7 +40,7 @@ test('what an application sets is told of and survives kill -9', async (t) => {
   assert.deepEqual((await client.next('notify')).notification, update(language));
   await first.set(string, { cfgId: name, valueString: 'Küche' });
   assert.deepEqual((await client.next('notify')).notification, update(name));
-  await first.set(number, { cfgId: 'g_video__brightness', valueInt: 77 }); // nobody asked for it
+  await first.set(number, { cfgId: 'g_video__brightness', valueInt: 77 }); // not watched
   await first.set(string, { cfgId: name, valueString: 'Küche' }); // no change
   await first.done('tv', 'config', language, 'TUR');
   assert.deepEqual((await client.next('notify')).notification, update(language));

@@ -1,5 +1,5 @@
-// Keys of the remote control from end to end: the plugin types them into the command device, and the virtual television
-// does what the key says.
+// Keys of the remote control from end to end: the plugin types their commands into the command device, and the virtual
+// television carries them out.
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
 import { test } from 'node:test';
@@ -18,7 +18,7 @@ async function television(t, args) {
   };
 }
 
-test('the volume keys change the volume, and applications are told', async (t) => {
+test('the volume keys change the volume, and applications are notified', async (t) => {
   const tv = await television(t);
   await tv.client.call('subscribe', { uri: volumeEvents });
   const at = await tv.read(volume);
@@ -31,7 +31,7 @@ test('the volume keys change the volume, and applications are told', async (t) =
   assert.equal(await tv.read(mute), 1);
 });
 
-test('keys pressed at once do not mix', async (t) => {
+test('keys pressed at the same time do not mix', async (t) => {
   const tv = await television(t);
   const at = await tv.read(volume);
   const clients = await Promise.all([0, 1, 2].map(() => connect(t, tv.host)));
@@ -40,7 +40,7 @@ test('keys pressed at once do not mix', async (t) => {
   assert.equal(await tv.read(volume), at + 30);
 });
 
-test('what is no key does nothing', async (t) => {
+test('an unknown key does nothing', async (t) => {
   const tv = await television(t);
   const at = await tv.read(volume);
   for (const name of ['vol+', 'VOL', 'CUSTOMKEY', '0x6f000']) assert.equal(await tv.press(name), -2, name);

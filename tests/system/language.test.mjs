@@ -1,5 +1,5 @@
-// The menu's language from end to end: the configuration, the plugin's look-up, the language libraries. And how the host
-// provides the paths that the plugin opens, wherever it runs.
+// The menu's language from end to end: the configuration, the plugin's look-up, the language libraries. Also how the host
+// provides the absolute paths that the plugin opens.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { chmodSync, chownSync, cpSync, existsSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
@@ -20,7 +20,7 @@ const before = paths.filter((path) => existsSync(path));
 const left = () => paths.filter((path) => existsSync(path) && !before.includes(path));
 after(() => assert.deepEqual(left(), [], 'left behind on the machine'));
 
-// Waits until the plugin has heard of a change: only then it lets go of the library of the language before.
+// Waits until the plugin has received the change: only then does it close the previous language's library.
 async function television(t, ...options) {
   const host = await startHost(t, ...options);
   const client = await connect(t, host);
@@ -72,7 +72,7 @@ test('a language without a library is English; an unknown id has an empty text',
   assert.ok((await tv.ask('')) < 0);
 });
 
-// A copy of the host and its libraries that everybody may read, wherever the build stands.
+// A copy of the host and its libraries that all users may read, wherever the build folder is.
 function hostCopy(t) {
   const home = folder(t);
   chmodSync(home, 0o755);
@@ -83,7 +83,7 @@ function hostCopy(t) {
   return home;
 }
 
-test('a language library that was cut short, or is none, gives way to English', async (t) => {
+test('a truncated or invalid language library is replaced by English', async (t) => {
   const home = hostCopy(t);
   const library = (code) => join(home, 'lib/i18n', `${code}.so`);
   const beginning = readFileSync(library('DEU')).subarray(0, 8192);
@@ -98,21 +98,21 @@ test('a language library that was cut short, or is none, gives way to English', 
     assert.equal(await tv.ask('IDS_SETTINGS'), 'Settings', code);
   }
 
-  // Where English is not whole either there is no text, and still a television.
-  rmSync(library('ENG')); // a new file: the host has the old one open
+  // If English is invalid too there is no text, but the television works.
+  rmSync(library('ENG')); // a new file, since the host has the old one open
   writeFileSync(library('ENG'), beginning);
   await tv.choose('deu');
   assert.ok((await tv.ask('IDS_SETTINGS')) < 0);
   assert.equal(await tv.volume(), 20);
 });
 
-test('the paths are the process’s alone, and can be left out', async (t) => {
+test('only the host’s process sees the paths; they can be left out', async (t) => {
   const tv = await television(t);
   assert.equal(await tv.ask('IDS_OK'), 'OK');
   assert.deepEqual(left(), []);
   assert.doesNotMatch((await tv.host.stop()).output, noPaths);
 
-  // What would be lost with the process is refused.
+  // A state folder that would be lost with the process is refused.
   if (!before.length) await assert.rejects(startHost(t, [], { state: '/' }), /the state folder \/ cannot be written/);
 
   const without = await television(t, ['--no-private-paths']);
@@ -121,7 +121,7 @@ test('the paths are the process’s alone, and can be left out', async (t) => {
   assert.doesNotMatch((await without.host.stop()).output, noPaths);
 });
 
-test('HDMI-CEC is started, unless it is left out; a failure is told', async (t) => {
+test('HDMI-CEC is started unless an option forbids it; a failure is reported', async (t) => {
   const started = /\[tvc_ctrl_cec_detect_init\]/;
   const failed = /^dtv-host: HDMI-CEC does not start; going on without it$/m;
   const output = async (host) => (await host.stop()).output;
@@ -133,14 +133,14 @@ test('HDMI-CEC is started, unless it is left out; a failure is told', async (t) 
   assert.doesNotMatch(await output(await startHost(t, ['--plugin', oddPlugin, '--no-cec'])), failed);
 });
 
-test('results of channel changes are subscribed to, unless that is left out; a failure is told', async (t) => {
+test('results of channel changes are subscribed to unless an option forbids it; a failure is reported', async (t) => {
   const failed = /^dtv-host: the platform does not report the results of channel changes; going on without them$/m;
   const output = async (...args) => (await (await startHost(t, ['--plugin', oddPlugin, '--no-cec', ...args])).stop()).output;
   assert.match(await output(), failed);
   assert.doesNotMatch(await output('--no-broadcast-init'), failed);
 });
 
-// What a process without a superuser's rights needs.
+// Why a process without superuser rights cannot create its namespaces here, or false.
 const namespaces = (words) => {
   if (process.env.TSAN_OPTIONS) return 'the thread sanitizer’s own thread keeps a process out of a new user namespace';
   const { status, error, stderr } = spawnSync(words[0], [...words.slice(1), 'unshare', '--user', 'true'], { encoding: 'utf8' });
@@ -149,7 +149,7 @@ const namespaces = (words) => {
 const nobody = 65534;
 const asNobody = process.getuid() === 0 ? ['setpriv', `--reuid=${nobody}`, `--regid=${nobody}`, '--clear-groups'] : [];
 
-test('an ordinary user has it too', { skip: namespaces([...asNobody, 'env']) }, async (t) => {
+test('an ordinary user gets the paths too', { skip: namespaces([...asNobody, 'env']) }, async (t) => {
   const home = hostCopy(t);
   const own = join(home, 'own');
   mkdirSync(own);
@@ -169,7 +169,7 @@ test('an ordinary user has it too', { skip: namespaces([...asNobody, 'env']) }, 
   assert.equal(await again.ask('IDS_VOLUME'), 'Lautstärke');
   assert.equal(await again.volume(), 34);
 
-  // Nor may it more than the user may.
+  // The process has no more rights than the user.
   await again.host.stop();
   chmodSync(join(own, 'deep'), 0o500);
   await assert.rejects(startHost(t, [], { ...options, state: 'deep/other' }), /cannot make the state folder deep\/other/);
@@ -177,10 +177,10 @@ test('an ordinary user has it too', { skip: namespaces([...asNobody, 'env']) }, 
 
 const forbid = ['unshare', '--user', '--map-root-user', 'sh', '-c', 'echo 0 >/proc/sys/user/max_mnt_namespaces && exec "$@"', 'sh'];
 
-test('where the machine forbids it, the host says so and goes on', { skip: namespaces(['env']) }, async (t) => {
+test('if the machine forbids namespaces, the host reports it and goes on', { skip: namespaces(['env']) }, async (t) => {
   const tv = await television(t, [], { program: [...forbid, join(build, 'bin/dtv-host')] });
   assert.ok(before.includes('/3rd') || (await tv.ask('IDS_OK')) < 0);
   assert.equal(await tv.volume(), 20);
-  await sleep(100); // whatever else it wants to say
+  await sleep(100); // time for any further output
   assert.deepEqual(tv.host.told().match(noPaths)?.length, 1, tv.host.told());
 });

@@ -1,5 +1,5 @@
-// Network events from end to end. The host runs in a network namespace of its own, and so does dtvctl; it goes when the
-// test ends, whatever happens.
+// Network events from end to end. The host and dtvctl run in a network namespace of the test, which is always removed when
+// the test ends.
 import assert from 'node:assert/strict';
 import { spawn, spawnSync } from 'node:child_process';
 import { test } from 'node:test';
@@ -12,18 +12,18 @@ const unplugged = 2;
 const addressChanged = 3;
 const wlanGone = 15;
 
-// Whoever is not the superuser becomes it in a user namespace.
+// A user other than the superuser becomes superuser in a user namespace.
 const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
 const enter = process.getuid() === 0 ? ['--net'] : ['--user', '--preserve-credentials', '--net'];
 const wires = [
   'ip link set lo up',
   'ip link add far0 type veth peer name eth0',
   'ip link add far1 type veth peer name wlan0',
-  // Addresses that the kernel assigns would be notified, too.
+  // Automatic addresses would raise events.
   'for each in all default; do echo 1 2>/dev/null >/proc/sys/net/ipv6/conf/$each/disable_ipv6 || true; done',
 ];
 
-// Why there is no such namespace here, or false.
+// Why such a namespace cannot be created here, or false.
 function missing() {
   const tried = spawnSync('unshare', [...own, 'sh', '-ec', wires.join('\n')], { encoding: 'utf8' });
   if (tried.error) return `unshare does not run here: ${tried.error.message}`;
@@ -33,7 +33,7 @@ function missing() {
 const skip = missing();
 
 async function television(t) {
-  // Its processes hold the namespace; this one ends with its input, at the latest when the test's process ends.
+  // Processes keep the namespace alive. This one ends with its input, at the latest when the test's process ends.
   const holder = spawn('unshare', [...own, 'sh', '-ec', [...wires, 'echo ready', 'exec cat'].join('\n')], {
     stdio: ['pipe', 'pipe', 'inherit'],
   });
@@ -60,7 +60,7 @@ async function television(t) {
     network: async (...words) => JSON.parse(await done(dtvctl, '--json', 'tv', 'network', ...words)),
     index: async (name) => JSON.parse(await done('ip', '-json', 'link', 'show', name))[0].ifindex,
     shown: (...words) => done(dtvctl, 'tv', ...words),
-    // Resolves when dtvctl listens: it pulls the cable itself then. The cable is whole again, and all of that is read.
+    // Resolves when dtvctl receives notifications: it has pulled and restored the cable itself, and read both events.
     watch: async () => {
       const watching = start(...inside(dtvctl, ['watch', '--for', '60', updates, '--', 'tv', 'network', 'lose']), { env });
       t.after(() => watching.stop());
@@ -90,14 +90,14 @@ test('an address added in the namespace reaches the application', { skip }, asyn
   assert.deepEqual(await next(), [addressChanged, wlan0]);
 });
 
-test('a cable that is pulled out and an adapter that is gone', { skip }, async (t) => {
+test('pulling a cable and removing an adapter are reported', { skip }, async (t) => {
   const tv = await television(t);
   const { next } = await tv.watch();
   const eth0 = await tv.index('eth0');
   const wlan0 = await tv.index('wlan0');
-  await tv.ip('link', 'set', 'far1', 'up'); // is an Ethernet interface, too; without its other end it is not plugged
+  await tv.ip('link', 'set', 'far1', 'up'); // an Ethernet interface, too; not plugged until its other end is up
   await tv.ip('link', 'set', 'eth0', 'up');
-  await tv.ip('link', 'set', 'far0', 'up'); // "plugged" is no event that the application gets
+  await tv.ip('link', 'set', 'far0', 'up'); // the application receives no "plugged" event
   await tv.ip('address', 'add', '192.0.2.7/24', 'dev', 'eth0');
   assert.deepEqual(await next(), [addressChanged, eth0]);
   while ((await tv.network()).interfaces.eth0.state !== 'plugged');
@@ -105,7 +105,7 @@ test('a cable that is pulled out and an adapter that is gone', { skip }, async (
   const [id, param] = await next();
   assert.equal(id, unplugged);
   assert.ok([eth0, await tv.index('far0')].includes(param));
-  // The kernel tells of the wire's other end up to a second later; that event would replace the next one.
+  // The kernel reports the wire's other end up to a second later, and that event would replace the next one.
   while ((await tv.network()).interfaces.far0.state !== 'unplugged');
   await tv.ip('link', 'del', 'wlan0');
   let event;
@@ -114,7 +114,7 @@ test('a cable that is pulled out and an adapter that is gone', { skip }, async (
   assert.deepEqual(event, [wlanGone, wlan0]);
 });
 
-test('a viewer pretends that the cable is pulled', { skip }, async (t) => {
+test('a viewer simulates a pulled cable', { skip }, async (t) => {
   const tv = await television(t);
   const { lost, restored } = await tv.watch();
   assert.deepEqual([lost, restored], [[unplugged, 0], [addressChanged, 0]]); // no interface has a cable

@@ -1,4 +1,4 @@
-// The state folder from end to end: who may read it, and what happens when it is moved away under a running host.
+// The state folder from end to end: its permissions, and moving it away under a running host.
 import assert from 'node:assert/strict';
 import { chmodSync, chownSync, mkdirSync, renameSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -19,12 +19,12 @@ async function television(t, state) {
     refused: async (...words) => {
       const { code, message } = await client.fail('tv', { words });
       assert.equal(code, -32004, words.join(' '));
-      assert.match(message, /could not be kept/);
+      assert.match(message, /could not be saved/);
     },
   };
 }
 
-test('the state folder is made for its owner alone, with those above it', async (t) => {
+test('the state folder and missing parents are created for their owner alone', async (t) => {
   const home = folder(t);
   const state = join(home, 'some', 'state');
   await television(t, state);
@@ -34,7 +34,7 @@ test('the state folder is made for its owner alone, with those above it', async 
   assert.equal(modeOf(join(state, 'tv.sqlite-wal')), '600');
 });
 
-test('a state folder that others could read is closed to them', async (t) => {
+test('access of other users to a state folder is removed', async (t) => {
   const state = join(folder(t), 'state');
   mkdirSync(state);
   const first = await television(t, state);
@@ -48,7 +48,7 @@ test('a state folder that others could read is closed to them', async (t) => {
   assert.equal(modeOf(join(state, 'tv.sqlite')), '600');
 });
 
-test("everybody's folder, or somebody else's, is refused and left as it is", async (t) => {
+test("a world-writable folder or another user's is refused and not changed", async (t) => {
   const state = join(folder(t), 'state');
   mkdirSync(state);
   chmodSync(state, 0o1777);
@@ -61,7 +61,7 @@ test("everybody's folder, or somebody else's, is refused and left as it is", asy
   assert.equal(modeOf(state), '777');
 });
 
-test('what cannot be kept since the folder was renamed is refused; a second host does not get it', async (t) => {
+test('changes are refused after the folder was renamed; a second host cannot use it', async (t) => {
   const home = folder(t);
   const state = join(home, 'state');
   const elsewhere = join(home, 'elsewhere');
@@ -80,7 +80,7 @@ test('what cannot be kept since the folder was renamed is refused; a second host
   assert.equal(await (await television(t, state)).get(), 65);
 });
 
-test('a deleted folder and a replaced database are noticed too', async (t) => {
+test('changes are refused after the folder was deleted or the database replaced', async (t) => {
   const state = join(folder(t), 'state');
   const first = await television(t, state);
   rmSync(state, { recursive: true });

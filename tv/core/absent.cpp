@@ -1,6 +1,6 @@
-// Channels, the guide, media and the playback of recordings have no room: their functions answer failure. The
-// exceptions are here: what a start needs is accepted, so that it has nothing to complain about, and functions whose
-// result is a fact say what is so. Nothing raises an event, and no callback is kept.
+// Channels, the guide, media and the playback of recordings have no room, so their functions fail (defaults.h). This
+// file defines the exceptions: functions that the plugin's start calls succeed, so that it logs no errors, and
+// functions that report a fact report it. No event is raised, and no callback is stored.
 #include "core/contract.h"
 
 INT32 a_vextvapi_channellist_register_callback(a_vextvapi_channellist_nfy_fct callback, void*) {
@@ -19,7 +19,7 @@ INT32 a_vextvapi_pus_init() { return 0; }
 
 INT32 a_vextvapi_pus_reg_callback(a_vextvapi_pus_play_nfy_fct callback) { return callback ? 0 : -1; }
 
-// No scan is running, no disk is the recorder's, no file has a rating.
+// No scan is running, no disk is formatted for recordings, no file has a rating.
 UINT8 a_vextvapi_cb_scanDone() { return 1; }
 
 INT32 a_vextvapi_cb_checkDevExt4Status(const T_CBROWSER*) { return 0; }

@@ -1,4 +1,4 @@
-// The TV API as this library defines it. Its functions are exports, whatever the build's default visibility is.
+// The TV API, declared so that this library exports its functions whatever the build's default visibility is.
 #pragma once
 
 #pragma GCC visibility push(default)

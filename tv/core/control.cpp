@@ -1,4 +1,4 @@
-// The control interface: finds the command, whether it is the set's own or a room's, and runs it.
+// The control interface: finds a command of the set or of a room, and runs it.
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
@@ -27,9 +27,11 @@ boost::json::object reset_command(Arguments) { return set_reset() ? state_comman
 boost::json::object help_command(Arguments arguments);
 
 constexpr Command kSetCommands[] = {
-    {"state", "", 0, "Reports what the set knows; of the configuration, what differs from a new set", state_command},
-    {"reset", "", 0, "Puts the set back into the factory's state", reset_command},
-    {"help", "[COMMAND [WORD...]]", 17, "Lists these commands; of one, also what may come next", help_command},
+    {"state", "", 0, "Reports the set's state; of the configuration, only the values that are not defaults",
+     state_command},
+    {"reset", "", 0, "Resets the set to its factory state", reset_command},
+    {"help", "[COMMAND [WORD...]]", 17, "Lists the commands; for one command, also the words that may follow",
+     help_command},
 };
 
 // The rooms' commands, then the set's own.
@@ -50,7 +52,7 @@ const Command* find_command(std::string_view name) {
 boost::json::object no_command(std::string_view name) {
   std::string known;
   for (const Command* const each : all_commands()) known += (known.empty() ? "" : ", ") + std::string(each->name);
-  return reply_error("there is no command " + quoted(name) + "; there are: " + known);
+  return reply_error("there is no command " + quoted(name) + "; the commands are: " + known);
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
@@ -63,7 +65,7 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
   return parts;
 }
 
-// The choices for the word that comes after these: what the command's forms that begin so have in its place.
+// Returns the choices for the word that follows the given ones, from every form of the command that they match.
 std::vector<std::string> next_words(const Command& command, Arguments given) {
   std::string arguments;  // without its brackets
   std::ranges::remove_copy_if(command.arguments, std::back_inserter(arguments),
@@ -123,7 +125,7 @@ boost::json::object run(std::string_view text) {
   if (command == nullptr) return no_command(words[0]);
   const Arguments arguments = Arguments(words).subspan(1);
   if (arguments.size() > command->most_arguments) {
-    return reply_error(quoted(arguments[command->most_arguments]) + " is too much; usage: " + usage(*command));
+    return reply_error(quoted(arguments[command->most_arguments]) + " is one word too many; usage: " + usage(*command));
   }
   if (!store_is_open()) return reply_error("the set is off");
   return command->run(arguments);
@@ -134,7 +136,7 @@ boost::json::object run(std::string_view text) {
 char* dtv_tv_control(const char* command) {
   try {
     return strdup(boost::json::serialize(run(command == nullptr ? "" : command)).c_str());
-  } catch (const std::exception&) {  // without memory
+  } catch (const std::exception&) {  // out of memory
     return strdup(R"({"error":"the set is out of memory"})");
   }
 }

@@ -9,13 +9,13 @@
 
 namespace {
 
-constexpr int kWaitForOther = 2000;   // milliseconds: a process that is just ending lets go soon
-constexpr off_t kSmallestPage = 512;  // in bytes; no database with anything in it is shorter
+constexpr int kWaitForOther = 2000;   // milliseconds: a process that is exiting unlocks the file soon
+constexpr off_t kSmallestPage = 512;  // in bytes; any non-empty database is at least that long
 constexpr const char* kOthers = "another process runs the set in this folder";
 
 using Rows = std::vector<std::vector<std::string>>;
 
-// All rows, their columns as texts; false on an error.
+// Reads all rows, with their columns as text. Returns false on an error.
 bool read_texts(sqlite3* handle, const char* sql, Rows& ret_rows) {
   const Statement statement = database_prepare(handle, sql);
   if (statement == nullptr) return false;
@@ -35,7 +35,7 @@ bool read_tables(sqlite3* handle, Rows& ret_tables) {
   return read_texts(handle, "SELECT type, name, tbl_name, sql FROM sqlite_schema", ret_tables);
 }
 
-// The tables of a layout: what its steps make of an empty database.
+// Reads the tables that the layout's steps create in an empty database.
 bool tables_of(const DatabaseLayouts& layouts, std::int64_t layout, Rows& ret_tables) {
   sqlite3* handle = nullptr;
   bool made = sqlite3_open(":memory:", &handle) == SQLITE_OK;
@@ -65,13 +65,13 @@ Found read_layout(sqlite3* handle, const DatabaseLayouts& layouts, std::int64_t&
   }
   if (layout < 0 || layout > newest || application != application_of(layouts, layout) ||
       !tables_of(layouts, layout, expected) || tables != expected) {
-    return {Finding::kDamage, "its tables are not as the set has made them"};
+    return {Finding::kDamage, "its tables are not those that the set creates"};
   }
   ret_layout = layout;
   return {};
 }
 
-// Runs the steps that are missing. The caller has begun a transaction.
+// Runs the missing steps. The caller has begun a transaction.
 bool migrate(sqlite3* handle, const DatabaseLayouts& layouts, std::int64_t layout) {
   for (const char* const step : layouts.steps.subspan(static_cast<std::size_t>(layout)))
     if (database_execute(handle, step) != SQLITE_OK) return false;
@@ -84,7 +84,7 @@ Found connect_and_migrate(const std::string& path, const DatabaseLayouts& layout
   if (layout == static_cast<std::int64_t>(layouts.steps.size())) return {};
   if (database_execute(ret_handle, "BEGIN IMMEDIATE") != SQLITE_OK || !migrate(ret_handle, layouts, layout) ||
       database_execute(ret_handle, "COMMIT") != SQLITE_OK) {
-    return {Finding::kProblem, sqlite3_errmsg(ret_handle)};  // a step is wrong, or the disk is full; the file is whole
+    return {Finding::kProblem, sqlite3_errmsg(ret_handle)};  // a step is wrong, or the disk is full; the file is intact
   }
   return {};
 }
@@ -97,7 +97,7 @@ std::string column_text(sqlite3_stmt* statement, int column) {
   return text == nullptr ? "" : std::string(reinterpret_cast<const char*>(text), length);
 }
 
-// SQLite opened the file for writing, so if it finds it read-only now, the head says so.
+// SQLITE_READONLY is damage: SQLite has opened the file for writing, so only a damaged header can make it read-only.
 Found database_error(sqlite3* handle) {
   const int code = sqlite3_extended_errcode(handle);
   if ((code & 0xff) == SQLITE_BUSY) return {Finding::kProblem, kOthers};
@@ -125,9 +125,9 @@ Found database_connect(const std::string& path, const DatabaseLayouts& layouts, 
                        std::int64_t& ret_layout) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) {
-    if (!S_ISREG(info.st_mode)) return {Finding::kProblem, "it is no file"};
+    if (!S_ISREG(info.st_mode)) return {Finding::kProblem, "it is not a regular file"};
     if (info.st_size > 0 && info.st_size < kSmallestPage) {
-      return {Finding::kDamage, "it is cut short"};  // SQLite takes it for a new one
+      return {Finding::kDamage, "it is truncated"};  // SQLite would treat it as a new one
     }
   }
   constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
@@ -139,7 +139,7 @@ Found database_connect(const std::string& path, const DatabaseLayouts& layouts, 
     return {Finding::kProblem, "it cannot be written; check its permissions"};
   }
   sqlite3_busy_timeout(handle, kWaitForOther);
-  // One process at a time owns the set: what it holds in memory and what is in the file are the same.
+  // Only one process at a time uses the file, so its values in memory cannot become stale.
   if (database_execute(handle, "PRAGMA locking_mode=EXCLUSIVE; PRAGMA cell_size_check=ON") != SQLITE_OK) {
     return database_error(handle);
   }
@@ -181,7 +181,7 @@ bool database_open(const std::string& path, const DatabaseLayouts& layouts, Data
   Found found = connect_and_migrate(path, layouts, handle);
   if (found.finding == Finding::kDamage) {
     if (handle != nullptr)
-      sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // it stays as it is
+      sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // leaves the file unchanged
     sqlite3_close(handle);
     handle = nullptr;
     if (const std::string aside = database_set_aside(path); !aside.empty()) {

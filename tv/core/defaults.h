@@ -1,5 +1,5 @@
-// Expands contract statements to weak definitions: a function that no room defines answers failure and says so once on
-// stderr, so that no symbol is ever missing. A room's own (strong) definition replaces it at link time. Include this
+// Expands contract statements to weak definitions, so that no symbol is ever missing: a function that no room defines
+// fails, and reports that once on stderr. A room's own (strong) definition replaces it at link time. Include this
 // before the contract headers, in a file that includes nothing else of the contract.
 #pragma once
 
@@ -9,10 +9,10 @@
 
 #include "tvapi/contract.h"
 
-// -1 for a signed result, nothing or zero (the null handle, the null pointer) for any other.
+// Returns -1 for a signed result, and zero (a null handle, a null pointer) or nothing for any other.
 template <typename Result>
-Result tv_not_built(const char* function, std::atomic_flag& said) {
-  if (!said.test_and_set()) std::fprintf(stderr, "dtv_tv: %s is not built; it answers failure\n", function);
+Result tv_not_implemented(const char* function, std::atomic_flag& reported) {
+  if (!reported.test_and_set()) std::fprintf(stderr, "dtv_tv: %s is not implemented; it fails\n", function);
   if constexpr (std::is_signed_v<Result>) {
     return static_cast<Result>(-1);
   } else if constexpr (!std::is_void_v<Result>) {
@@ -22,6 +22,6 @@ Result tv_not_built(const char* function, std::atomic_flag& said) {
 
 #define TVAPI_FN(ret, name, ...)                                                               \
   __attribute__((weak, visibility("default"))) ret name(TVAPI_EACH(TVAPI_TYPE, __VA_ARGS__)) { \
-    static std::atomic_flag said;                                                              \
-    return tv_not_built<ret>(#name, said);                                                     \
+    static std::atomic_flag reported;                                                          \
+    return tv_not_implemented<ret>(#name, reported);                                           \
   }

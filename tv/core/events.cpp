@@ -11,7 +11,7 @@
 namespace {
 
 struct EventQueue {
-  std::mutex lock;  // guards all but the thread, which only start and stop touch
+  std::mutex lock;  // guards all except the thread, which only start and stop use
   std::condition_variable changed;
   std::condition_variable settled;
   std::deque<std::function<void()>> pending;
@@ -20,7 +20,7 @@ struct EventQueue {
   std::thread thread;
 };
 
-// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+// Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 EventQueue& queue = *new EventQueue;
 
 void run_events() {

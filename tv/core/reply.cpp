@@ -18,7 +18,7 @@ boost::json::object reply_takes(std::string_view command, std::string_view what,
   return reply_error(std::string(command) + " takes " + std::string(what) + ", not " + quoted(word));
 }
 
-boost::json::object reply_not_kept() { return reply_error("the change could not be kept; the set's log says why"); }
+boost::json::object reply_not_kept() { return reply_error("the change could not be saved; see the set's log"); }
 
 INT32 refuse_call(const char* function, const std::string& why) {
   std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());

@@ -1,4 +1,4 @@
-// Refusals: of a viewer's command, as its reply; of a call of the TV API, as a line on stderr.
+// Error replies to a viewer's command, and error lines on stderr for failed calls of the TV API.
 #pragma once
 
 #include <boost/json/object.hpp>
@@ -13,10 +13,10 @@ std::string quoted(std::string_view text);
 // {"error": text}
 boost::json::object reply_error(std::string text);
 
-// For a word that a command does not know: "network takes lose or restore, not "lost"".
+// For a word that a command does not accept: network takes lose or restore, not "lost".
 boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word);
 
-// For a change that the store has refused.
+// For a change that the store has not saved.
 boost::json::object reply_not_kept();
 
 // Reports on stderr why a function of the TV API fails. Returns -1, for the function to return.

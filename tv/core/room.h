@@ -1,12 +1,22 @@
-// What a room is. A room implements one area of the TV API: it is a folder of rooms/ that defines the area's functions,
-// keeps its state under a lock of its own, and has a row, `const Room room_<folder>`. The build lists the folders, so a
-// new room edits no other file. Rooms call each other through the headers of their folders, not through the TV API:
-// in a host, those names lead to the tap.
+// A room implements one area of the TV API and keeps its state under a lock of its own.
+//
+// To add one, create a folder rooms/<name>/; the name must be a C++ identifier. The build finds the folder, so there is
+// no list to edit. In the folder write
+//   <name>.cpp       the area's functions, as tvapi/<area>.h declares them (include core/contract.h), and the room's
+//                    row, `const Room room_<name> = {...}` (see struct Room); rooms/ci is the smallest example
+//   <name>.h         what other rooms may call, if anything. Rooms never call each other through the TV API: in a host,
+//                    those names lead to the tap.
+//   <name>_test.cpp  its unit tests, which become part of tv_test
+// A function of the area that the room does not define fails with a message (defaults.h). If absent.cpp defines one of
+// the area's functions, move it into the room.
+//
+// Settings go to the store (store.h), callbacks of the plugin to the event thread (events.h), delayed actions to the
+// timers (timers.h), refusals through reply.h.
 //
 // Locks are taken in this order: the power lock (set.cpp); the CEC bus's or the applications'; the remote control's or
-// the configuration's; the store's or the event queue's; the timers'. The other rooms' locks come directly before the
-// store's. Callbacks run on the event thread without a lock, except the USB room's own for its callbacks, so they may
-// call any function of the TV API.
+// the configuration's; the store's or the event queue's; the timers'. The other rooms' locks, and so a new room's, come
+// directly before the store's. Callbacks run on the event thread without a lock, so they may call any function of the
+// TV API; only the USB room holds a lock of its own during its callbacks.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -17,27 +27,26 @@
 // The words after a command's name.
 using Arguments = std::span<const std::string_view>;
 
-// A command of a viewer, or of the world around the set.
+// A control command: an action of a viewer, or of the world around the set.
 struct Command {
   std::string_view name;
   // For people and for the shell's completion: " | " separates the command's forms, "|" the choices for one word. Words
-  // in small letters are typed as they stand; DIR is a folder; capital letters stand for a value; brackets mean that
-  // it may be left out.
+  // in lower case are literal; words in capitals stand for a value, DIR for a folder; brackets enclose optional parts.
   std::string_view arguments;
   std::size_t most_arguments;
   std::string_view help;
-  boost::json::object (*run)(Arguments arguments);  // returns what the command reports, or an error of reply.h
+  boost::json::object (*run)(Arguments arguments);  // returns the reply, or an error from reply.h
 };
 
-// A function that is null has nothing to do. Rooms are called in the order of their names, so none may rely on another
-// room having been loaded or reset before it.
+// A null function is not called. Rooms are called in the order of their names, but a room must not rely on another one
+// having been loaded or reset before it.
 struct Room {
   std::span<const Command> commands = {};
-  void (*load)() = nullptr;   // takes the state from the store
-  bool (*reset)() = nullptr;  // restores the factory's state, with callbacks as for any change; false: see set_reset
+  void (*load)() = nullptr;   // reads the state from the store
+  bool (*reset)() = nullptr;  // restores the factory state, with callbacks as for any change; false: see set_reset
   void (*report)(boost::json::object& answer) = nullptr;  // adds its members to the answer of the command "state"
-  void (*start)() = nullptr;                              // starts a thread of its own; events can be posted
-  void (*stop)() = nullptr;  // ends that thread, before the event thread ends; also called where none runs
+  void (*start)() = nullptr;                              // starts the room's thread; events can be posted
+  void (*stop)() = nullptr;  // ends that thread, before the event thread ends; also called if none runs
 };
 
 #define TV_ROOM(area) extern const Room room_##area;

@@ -1,4 +1,4 @@
-// The table of rooms, in the order of their names, as the build has found their folders.
+// The table of rooms, in the order of their names, from the folders that the build has found.
 #include "core/room.h"
 
 namespace {

@@ -19,7 +19,7 @@ std::string folder;     // guarded by it
 }  // namespace
 
 bool set_reset() {
-  // One write forgets everything. Each room then finds that what it wants to keep is kept already, so that none of them
+  // One write deletes all stored values. A room that then stores its factory values finds nothing to write, so no room
   // can fail on its own.
   if (!store_reset()) return false;
   bool reset = true;

@@ -1,6 +1,6 @@
-// The set's memory. Values are written through: each write is one transaction in WAL mode, so that the end of the
-// process loses nothing. By default SQLite syncs it, so that a power cut loses nothing that a call has acknowledged;
-// with dtv_tv_on_kept the sync thread does, and says so.
+// The store: the set's settings in a database. Each write is one transaction in WAL mode, so that the end of the
+// process loses nothing. By default SQLite syncs each transaction, so that a power cut loses nothing that a call has
+// acknowledged; with dtv_tv_on_kept the sync thread syncs, and reports when it has.
 #include <algorithm>
 #include <boost/crc.hpp>
 #include <cstdio>
@@ -15,29 +15,29 @@
 
 namespace {
 
-constexpr int kCheckpointPages = 1000;  // of the log, at which a change that syncs also brings it into the database
+constexpr int kCheckpointPages = 1000;  // length of the log from which a change that syncs also makes a checkpoint
 
 struct State {
-  std::mutex lock;  // guards all that follows
+  std::mutex lock;  // guards all members below
   StoreFiles files;
-  StoredValues kept;      // what the database holds
-  StoredValues factory;   // of the keys that were read
-  bool deferred = false;  // SQLite does not sync changes
+  StoredValues kept;      // the database's values
+  StoredValues factory;   // of the keys that rooms have read
+  bool deferred = false;  // the sync thread syncs changes, not SQLite
   int log_pages = 0;
 };
 
-// Lives until the process ends, whatever thread still writes.
+// Never destroyed: other threads may still write when the process exits.
 State& state = *new State;
 
 int note_commit(void*, sqlite3* db, const char*, int pages) {
   state.log_pages = pages;
-  if (!state.deferred && pages >= kCheckpointPages) {  // what fails stays in the log
+  if (!state.deferred && pages >= kCheckpointPages) {  // on failure the pages stay in the log
     sqlite3_wal_checkpoint_v2(db, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
   }
   return SQLITE_OK;
 }
 
-// Whether SQLite leaves it to the sync thread to sync changes. False when that could not be set.
+// Sets whether the sync thread or SQLite syncs changes. Returns false if SQLite does not accept the setting.
 bool set_deferred(bool wanted) {
   if (wanted == state.deferred) return true;
   const char* const sql = wanted ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL";
@@ -48,7 +48,7 @@ bool set_deferred(bool wanted) {
 
 std::string error_text(int number) { return std::generic_category().message(number); }
 
-// The value as the rooms know it; null for a key that no room has read and that is not kept.
+// The value that a room would read; null for a key that is not stored and that no room has read.
 const StoredValue* present(std::string_view key) {
   for (const StoredValues* values : {&state.kept, &state.factory})
     if (const auto found = values->find(key); found != values->end()) return &found->second;
@@ -60,8 +60,8 @@ bool is_present(const SettingValue& wanted) {
   return value != nullptr && store_view(*value) == wanted.value;
 }
 
-// Makes the changes in one transaction, and syncs it unless that is left to the sync thread. Returns what is wrong, or
-// an empty text. The caller holds the lock.
+// Makes the changes in one transaction, and syncs it unless the sync thread does. Returns an error text, empty on
+// success. The caller holds the lock.
 template <typename Changes>
 std::string transact(Changes changes) {
   Database& database = state.files.database;
@@ -79,19 +79,19 @@ std::string transact(Changes changes) {
   if (sqlite3_get_autocommit(db) == 0) database_execute(db, "ROLLBACK");
   if (!done) return problem;
   if (const int failure = sync_written(!defer, state.log_pages); failure != 0) return error_text(failure);
-  return defer ? "" : files_problem(state.files);  // else the sync thread looks again
+  return defer ? "" : files_problem(state.files);  // if deferred, the sync thread checks the files
 }
 
 bool report(const std::string& problem) {
-  if (!problem.empty()) std::fprintf(stderr, "dtv_tv: the change is not kept: %s\n", problem.c_str());
+  if (!problem.empty()) std::fprintf(stderr, "dtv_tv: the change was not saved: %s\n", problem.c_str());
   return problem.empty();
 }
 
 bool is_open() { return state.files.database.handle != nullptr; }
 
-// For a change; reported where the set is off.
+// Returns false, and reports it on stderr, when the set is off.
 bool can_change() {
-  if (!is_open()) std::fprintf(stderr, "dtv_tv: the set is off; nothing is changed\n");
+  if (!is_open()) std::fprintf(stderr, "dtv_tv: the set is off; nothing was changed\n");
   return is_open();
 }
 
@@ -133,7 +133,7 @@ void store_checkpoint() {
   const std::lock_guard guard(state.lock);
   if (!is_open()) return;
   sqlite3_wal_checkpoint_v2(state.files.database.handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-  // SQLite syncs the first write after this, since that restarts the log: better this one than somebody's change.
+  // The next write restarts the log, for which SQLite syncs it. This write takes that delay, so that no change does.
   files_touch(state.files.database.handle);
 }
 
@@ -156,9 +156,9 @@ void store_close() {
   {
     const std::lock_guard guard(state.lock);
     if (!is_open()) return;
-    database = std::exchange(state.files.database, {});  // from here on the set is off
+    database = std::exchange(state.files.database, {});  // from here on is_open() is false
   }
-  sync_stop();  // its thread reads the other members
+  sync_stop();  // the sync thread reads the other members
   StoreFiles closing = std::exchange(state.files, {});
   closing.database = std::move(database);
   files_close(closing);
@@ -178,7 +178,7 @@ std::int64_t store_read(const Setting& setting) {
   if (found == state.kept.end()) return setting.factory;
   const auto* const number = std::get_if<std::int64_t>(&found->second);
   if (number != nullptr && *number >= setting.minimum && *number <= setting.maximum) return *number;
-  std::fprintf(stderr, "dtv_tv: the kept %s \"%s\" is not within %lld to %lld; it is %lld again\n", setting.key,
+  std::fprintf(stderr, "dtv_tv: the stored %s \"%s\" is not within %lld to %lld; it is reset to %lld\n", setting.key,
                number != nullptr ? std::to_string(*number).c_str() : std::get<std::string>(found->second).c_str(),
                static_cast<long long>(setting.minimum), static_cast<long long>(setting.maximum),
                static_cast<long long>(setting.factory));
@@ -192,7 +192,7 @@ std::string store_read(const TextSetting& setting) {
   if (found == state.kept.end()) return setting.factory;
   const auto* const text = std::get_if<std::string>(&found->second);
   if (text != nullptr && store_is_text(*text) && text->size() <= setting.longest) return *text;
-  std::fprintf(stderr, "dtv_tv: the kept %s is not a text of at most %zu bytes; it is \"%s\" again\n", setting.key,
+  std::fprintf(stderr, "dtv_tv: the stored %s is not a text of at most %zu bytes; it is reset to \"%s\"\n", setting.key,
                setting.longest, setting.factory);
   return setting.factory;
 }

@@ -1,4 +1,5 @@
-// The set's memory: values by key in a SQLite database in the state folder (store.cpp, store_open.cpp, store_sync.cpp).
+// The store: the set's settings, values by key in a SQLite database in the state folder (store.cpp, store_open.cpp,
+// store_sync.cpp).
 #pragma once
 
 #include <cstddef>
@@ -27,23 +28,23 @@ struct SettingValue {
   Value value;
 };
 
-// Opens or creates the database, and locks its folder until store_close. A damaged file is moved aside, and the call
-// fails. A damaged value is reported on stderr and becomes the factory's again.
+// Opens or creates the database, and locks its folder until store_close. Renames a damaged file, and fails. Reports a
+// damaged value on stderr, and resets it to the factory value.
 bool store_open(const std::string& folder, std::string& ret_error);
 void store_close();
 bool store_is_open();
 
-// Whether the store can keep the text: UTF-8 without a NUL.
+// Whether the store accepts the text: UTF-8 without a NUL.
 bool store_is_text(std::string_view text);
 
-// Returns the kept value, or the factory's where none is kept. Where the kept one is of another kind or out of its
-// limits, that is reported on stderr, and the factory's is returned. A room reads each of its keys when it loads.
+// Returns the stored value, or the factory value if none is stored. If the stored value has another type or is outside
+// its limits, reports that on stderr and returns the factory value. A room reads each of its keys when it loads.
 std::int64_t store_read(const Setting& setting);
 std::string store_read(const TextSetting& setting);
 
-// Keeps all values or none. When it returns true they are on the disk, or with dtv_tv_on_kept written to the operating
-// system. Values that are kept already are not written again. A failure is reported on stderr.
+// Stores all values or none. When it returns true they are on the disk, or with dtv_tv_on_kept written to the operating
+// system. Values that have not changed are not written again. Reports a failure on stderr.
 bool store_write(std::span<const SettingValue> values);
 
-// Forgets all values at once, so that each is the factory's; returns as store_write does.
+// Deletes all values at once, so that each key has its factory value again. Returns and reports as store_write does.
 bool store_reset();

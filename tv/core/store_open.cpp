@@ -1,8 +1,8 @@
-// Opening the set's memory: the folder, which only its owner may enter and one process at a time may hold, and the
-// database, which has to be exactly as this file makes it. Whatever else is found in it is damage.
+// Opens the store: the folder, which only its owner may enter and only one process at a time may lock, and the
+// database. Any difference between the database and what this file writes is damage.
 //
-// The lock is the folder's own, so it holds whatever the folder or the database is called meanwhile. The database's
-// file is never opened here while SQLite has it open: closing it would let go of SQLite's lock.
+// The lock is on the folder itself, so it stays in force if the folder or the database is renamed. This file never
+// opens the database's file while SQLite has it open, since closing the descriptor would release SQLite's lock.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -23,10 +23,10 @@ namespace {
 constexpr const char* kDatabase = "tv.sqlite";
 constexpr const char* kLog = "tv.sqlite-wal";
 constexpr const char* kOthers = "another process runs the set in this folder";
-constexpr std::chrono::milliseconds kWaitForOther(2000);  // a set that is just being switched off lets go soon
+constexpr std::chrono::milliseconds kWaitForOther(2000);  // a set that is being switched off unlocks it soon
 constexpr std::chrono::milliseconds kLockPause(10);
 
-// The step to layout 2 drops the values: write_values puts them back, with their checksums.
+// The step to layout 2 drops the values; write_values writes them again, with their checksums.
 constexpr const char* kSteps[] = {
     "CREATE TABLE settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID",
     "DROP TABLE IF EXISTS settings;"
@@ -34,35 +34,36 @@ constexpr const char* kSteps[] = {
 };
 constexpr std::int64_t kLayout = std::size(kSteps);
 constexpr DatabaseLayouts kLayouts{
-    .application = 0x64747600, .steps = kSteps, .marked_from = 2};  // "dtv", and the layout
+    .application = 0x64747600, .steps = kSteps, .marked_from = 2};  // "dtv", then the layout
 
 std::string error_text(int number) { return std::generic_category().message(number); }
 
 // ---- The folder ----
 
-// Whether the folder is one for a set: it holds nothing yet, or a set's database.
+// Whether a set may use the folder: it is empty, or it contains a set's database.
 bool is_for_a_set(const std::string& folder) {
   std::error_code failed;
   return std::filesystem::is_empty(folder, failed) ||
          std::filesystem::exists(std::filesystem::symlink_status(folder + "/" + kDatabase, failed));
 }
 
-// Keeps other users out of the open folder. Only where it is the set's: shut to others, a folder such as / or
-// somebody's home would be of no use any more. What is wrong, or an empty text.
+// Removes other users' access to the open folder, if only a set uses it: removing it from a folder such as / or a home
+// would harm other programs. Returns an error text, empty on success.
 std::string close_to_others(const std::string& folder, int opened, const struct stat& info) {
   if (info.st_uid != geteuid()) {
-    return "belongs to user " + std::to_string(info.st_uid) + ", not to user " + std::to_string(geteuid()) +
-           ", who runs the set; it needs one of its own";
+    return "belongs to user " + std::to_string(info.st_uid) + ", but user " + std::to_string(geteuid()) +
+           " runs the set; the set needs a folder of its own";
   }
   if (faccessat(opened, ".", W_OK, 0) != 0) return "cannot be written; check its permissions";
   if ((info.st_mode & 077) == 0) return "";
   if ((info.st_mode & S_ISVTX) != 0 || !is_for_a_set(folder)) {
-    return "is open to other users and not the set's alone; it needs one of its own, or one of mode 700";
+    return "is open to other users and not used by the set alone; the set needs a folder of its own, or one with mode "
+           "700";
   }
   return fchmod(opened, info.st_mode & 0700) == 0 ? "" : "cannot be closed to other users: " + error_text(errno);
 }
 
-// Opens the folder and locks it. What is wrong, or an empty text.
+// Opens the folder and locks it. Returns an error text, empty on success.
 std::string open_folder(const std::string& folder, StoreFiles& files) {
   files.folder = std::filesystem::absolute(folder).string();
   const std::string name = "the state folder " + folder;
@@ -83,20 +84,20 @@ std::string open_folder(const std::string& folder, StoreFiles& files) {
   return "";
 }
 
-// Makes the database's file where there is none, and keeps others from all that belongs to it. SQLite gives the files
-// that it makes beside it the same permissions.
+// Creates the database's file if there is none, and removes other users' access to it and to its journals. SQLite gives
+// journals that it creates the same permissions.
 std::string protect_files(int folder) {
   const int file = openat(folder, kDatabase, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
   if (file < 0) return errno == EACCES ? "it cannot be written; check its permissions" : error_text(errno);
   struct stat info {};
   const bool known = fstat(file, &info) == 0;
   close(file);
-  if (!known || !S_ISREG(info.st_mode)) return "it is no file";
+  if (!known || !S_ISREG(info.st_mode)) return "it is not a regular file";
   if (info.st_uid != geteuid()) return "it belongs to user " + std::to_string(info.st_uid);
   for (const char* const name : {kDatabase, kLog, "tv.sqlite-shm", "tv.sqlite-journal"}) {
     if (fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(info.st_mode)) continue;
     if ((info.st_mode & 077) != 0 && fchmodat(folder, name, info.st_mode & 0600, 0) != 0) {
-      return std::string(name) + " cannot be kept from others: " + error_text(errno);
+      return std::string(name) + " cannot be closed to other users: " + error_text(errno);
     }
   }
   return "";
@@ -109,10 +110,10 @@ bool id_of(int folder, const char* name, FileId& ret_id) {
   return true;
 }
 
-// Notes which files SQLite has open. What is wrong, or an empty text.
+// Records which files SQLite has open. Returns an error text, empty on success.
 std::string note_files(StoreFiles& files) {
   files.log_fd = openat(files.folder_fd, kLog, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  int moved = 1;  // unless SQLite says that the database's path still leads to what it has open
+  int moved = 1;  // SQLite clears it if the database's path still leads to the file that it has open
   if (files.log_fd < 0 || !id_of(files.folder_fd, kLog, files.log_id) ||
       !id_of(files.folder_fd, kDatabase, files.database_id) ||
       sqlite3_file_control(files.database.handle, "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK || moved != 0) {
@@ -131,7 +132,7 @@ std::string printable(const std::string& key) {
   return text;
 }
 
-// The present row's value; false where it is damaged. A row of layout 1 has no checksum.
+// Reads the current row's value. Returns false if it is damaged. A row of layout 1 has no checksum.
 bool read_row(sqlite3_stmt* row, const std::string& key, std::int64_t layout, StoredValue& ret_value) {
   const int type = sqlite3_column_type(row, 1);
   if (sqlite3_column_type(row, 0) != SQLITE_TEXT || (type != SQLITE_INTEGER && type != SQLITE_TEXT)) return false;
@@ -143,7 +144,8 @@ bool read_row(sqlite3_stmt* row, const std::string& key, std::int64_t layout, St
   return whole;
 }
 
-// Reads every row. Damaged rows are reported, and left out; damaged also means that no row can be found by its key.
+// Reads every row. Reports damaged rows on stderr and leaves them out. ret_damaged: there were damaged rows, or the
+// rows are not in the order of their keys, so that look-ups by key would fail.
 Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bool& ret_damaged) {
   const Statement row =
       database_prepare(db, layout == 1 ? "SELECT key, value FROM settings" : "SELECT * FROM settings");
@@ -156,7 +158,8 @@ Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bo
     StoredValue value;
     const bool whole = read_row(row.get(), key, layout, value);
     if (!whole) {
-      std::fprintf(stderr, "dtv_tv: the kept %s is damaged; it is the factory's again\n", printable(key).c_str());
+      std::fprintf(stderr, "dtv_tv: the stored %s is damaged; it is reset to its factory value\n",
+                   printable(key).c_str());
     } else {
       values[key] = std::move(value);
     }
@@ -168,7 +171,7 @@ Found read_values(sqlite3* db, std::int64_t layout, StoredValues& ret_values, bo
   return {};
 }
 
-// Replaces the table by one of the newest layout with these values.
+// Replaces the table with one of the newest layout that contains these values.
 bool write_values(sqlite3* db, const StoredValues& values) {
   if (database_execute(db, kSteps[kLayout - 1]) != SQLITE_OK) return false;
   const Statement insert = database_prepare(db, kStoreInsert);
@@ -177,7 +180,7 @@ bool write_values(sqlite3* db, const StoredValues& values) {
   return database_mark(db, kLayouts);
 }
 
-// Opens the database and reads its values; brings it to the newest layout, without its damaged rows.
+// Opens the database, reads its values, migrates it to the newest layout, and removes its damaged rows.
 Found read_database(const std::string& path, sqlite3*& ret_db, StoredValues& ret_values) {
   std::int64_t layout = 0;
   if (Found found = database_connect(path, kLayouts, ret_db, layout); found.finding != Finding::kFine) return found;
@@ -193,7 +196,7 @@ Found read_database(const std::string& path, sqlite3*& ret_db, StoredValues& ret
   return {};
 }
 
-// Opens the database in the folder, which is locked, and reads its values.
+// Opens the database in the locked folder, and reads its values.
 Found open_database(StoreFiles& files, StoredValues& ret_values) {
   if (std::string problem = protect_files(files.folder_fd); !problem.empty()) return {Finding::kProblem, problem};
   const std::string path = files.folder + "/" + kDatabase;
@@ -206,7 +209,7 @@ Found open_database(StoreFiles& files, StoredValues& ret_values) {
 void close_descriptors(StoreFiles& files) {
   if (files.log_fd >= 0) close(files.log_fd);
   if (files.folder_fd >= 0) {
-    flock(files.folder_fd, LOCK_UN);  // also where a child process still has the descriptor
+    flock(files.folder_fd, LOCK_UN);  // a child process may still have the descriptor
     close(files.folder_fd);
   }
   files = {};
@@ -250,10 +253,11 @@ bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& 
     ret_values = std::move(values);
     return true;
   }
-  ret_error = "cannot use the set's memory " + path + ": " + found.why;
+  ret_error = "cannot use the set's database " + path + ": " + found.why;
   const bool damaged = found.finding == Finding::kDamage;
   if (damaged && files.database.handle != nullptr)
-    sqlite3_db_config(files.database.handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // it stays as it is
+    sqlite3_db_config(files.database.handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1,
+                      nullptr);  // leaves the file unchanged
   database_close(files.database);
   if (damaged) {
     const std::string aside = database_set_aside(path);
@@ -265,7 +269,7 @@ bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& 
 }
 
 void files_close(StoreFiles& files) {
-  // SQLite does this itself, except where the database was renamed meanwhile.
+  // SQLite does this itself, unless the database was renamed meanwhile.
   sqlite3_wal_checkpoint_v2(files.database.handle, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
   database_close(files.database);
   close_descriptors(files);

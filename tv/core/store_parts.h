@@ -1,5 +1,5 @@
-// What the store's three files share: store.cpp keeps the values, store_open.cpp puts the folder and the database in
-// order, store_sync.cpp brings what is written onto the disk.
+// What the store's three files share: store.cpp reads and writes the values, store_open.cpp opens the folder and the
+// database, store_sync.cpp syncs changes to the disk.
 #pragma once
 
 #include <sys/types.h>
@@ -18,18 +18,18 @@ using StoredValues = std::map<std::string, StoredValue, std::less<>>;  // by key
 
 // ---- store.cpp ----
 
-// Takes a key, a value and their checksum, in this order.
+// Its parameters: a key, a value and their checksum, in this order.
 constexpr const char* kStoreInsert = "INSERT OR REPLACE INTO settings (key, value, sum) VALUES (?, ?, ?)";
 
-// Runs that statement; SQLite's result, SQLITE_DONE when it is done.
+// Runs that statement. Returns SQLite's result, SQLITE_DONE on success.
 int store_insert(sqlite3_stmt* insert, std::string_view key, const SettingValue::Value& value);
 
-// Of a row: its key, its value's type and the value.
+// The checksum of a row's key, its value's type and its value.
 std::int64_t store_checksum(std::string_view key, const SettingValue::Value& value);
 
 SettingValue::Value store_view(const StoredValue& value);
 
-// Writes the log's pages into the database, which syncs both. For the sync thread: takes the store's lock.
+// Checkpoint: writes the log's pages into the database and syncs both. For the sync thread; takes the store's lock.
 void store_checkpoint();
 
 // ---- store_open.cpp ----
@@ -40,10 +40,10 @@ struct FileId {
   bool operator==(const FileId&) const = default;
 };
 
-// An open store. Only its statements change until it is closed.
+// An open store. Until it is closed, only the database's statements change.
 struct StoreFiles {
-  std::string folder;  // its whole path, as it was given
-  int folder_fd = -1;  // holds the lock that keeps other processes out, by whatever path they come
+  std::string folder;  // its absolute path, links not resolved
+  int folder_fd = -1;  // has the lock that excludes other processes, whatever path they use
   int log_fd = -1;     // SQLite's write-ahead log, to sync it
   Database database;
   FileId folder_id;
@@ -51,34 +51,34 @@ struct StoreFiles {
   FileId log_id;
 };
 
-// Opens everything, waits up to 2 s for a process that is about to unlock the folder, and reads all values. Reports
-// each damaged row on stderr and removes it. Returns false with ret_error; a damaged database is moved aside.
+// Opens everything and reads all values; waits up to 2 s if another process has locked the folder. Reports each damaged
+// row on stderr and removes it. Returns false with ret_error on failure; renames a damaged database.
 bool files_open(const std::string& folder, StoreFiles& ret_files, StoredValues& ret_values, std::string& ret_error);
 
-// Brings the log into the database and unlocks the folder.
+// Makes a checkpoint, closes the database and unlocks the folder.
 void files_close(StoreFiles& files);
 
-// What has become of the folder or of a file in it, seen from the path that the next start would take. Empty: all are
-// in their places. From any thread.
+// Checks that the folder and the files are still in their places, by the path that the next start would use. Returns an
+// error text, empty if they are. From any thread.
 std::string files_problem(const StoreFiles& files);
 
-// Writes what the database's head says already, for a write that changes nothing. SQLite's result.
+// A write that changes nothing: writes the user_version that the database has already. Returns SQLite's result.
 int files_touch(sqlite3* handle);
 
-// ---- store_sync.cpp: the thread that makes changes durable, and dtv_tv_on_kept ----
+// ---- store_sync.cpp: the sync thread, and dtv_tv_on_kept ----
 
-// files must stay until sync_stop has returned.
+// files must remain valid until sync_stop has returned.
 void sync_start(const StoreFiles& files);
 
-// Makes durable what is written, reports it, and ends the thread.
+// Syncs all changes, reports them, and ends the thread.
 void sync_stop();
 
 // Whether a change may return before it is on the disk.
 bool sync_is_deferred();
 
-// Why nothing more can be kept: the errno with which a sync has failed. 0: none has.
+// The errno of a failed sync, after which the store refuses all changes; 0: no sync has failed.
 int sync_failure();
 
-// Counts a change that has been written; durable: it is on the disk already. log_pages: how long the log is now. Where
-// dtv_tv_on_kept has no function to call, the change is on the disk when this returns. Returns 0, or an errno.
+// Counts a change that has been written. durable: it is on the disk already. log_pages: the log's length now. If no
+// function is registered with dtv_tv_on_kept, the change is on the disk when this returns. Returns 0, or an errno.
 int sync_written(bool durable, int log_pages);

@@ -1,11 +1,11 @@
 // The sync thread. With dtv_tv_on_kept a change returns when it is written to the log; this thread syncs the log and
-// tells up to which change all are on the disk. What is written while a sync runs shares the next one.
+// reports the number of the latest change that is on the disk. Changes written during a sync share the next one.
 //
-// It also brings the log into the database, so that no change has to wait for that: when the log is long and nothing
-// has been changed for a moment, or when it is very long.
+// The thread also makes checkpoints, which write the log into the database, so that no change waits for one: when the
+// log is long and nothing has changed for a moment, or when it is very long.
 //
-// After a failed sync it is unknown what is on the disk, and a second sync may succeed without having written it. So
-// the store refuses every change until the set is started again.
+// After a failed sync it is unknown what is on the disk, and a second sync may succeed without writing it. So the store
+// refuses every change until the set is started again.
 #include <pthread.h>
 #include <unistd.h>
 
@@ -28,39 +28,37 @@ constexpr int kLongLog = 1000;      // pages of 4 KiB
 constexpr int kLongestLog = 10000;  // likewise
 constexpr std::chrono::milliseconds kQuiet(100);
 
-std::atomic<std::uint64_t> last_change = 0;  // counted under the lock
+std::atomic<std::uint64_t> last_change = 0;  // incremented under the lock
 
 struct Sync {
-  std::mutex lock;  // guards all that follows, except what only start and stop touch; taken after the store's
+  std::mutex lock;  // guards all members below, except those that only start and stop use; taken after the store's
   std::condition_variable changed;
-  std::condition_variable returned;  // the function has
+  std::condition_variable returned;  // fct has returned
   dtv_tv_kept_fct fct = nullptr;     // null: nothing is reported
   void* context = nullptr;
-  bool calling = false;       // the function runs
-  std::uint64_t settled = 0;  // all changes up to this one are on the disk, or have failed
-  std::uint64_t told = 0;     // the function knows up to this change
-  int outcome = 0;            // of the latest sync, an errno
-  int failure = 0;            // of a sync after which there is no other; 0: none
-  int log_pages = 0;          // how long the log is; 0 while that does not matter
-  TimerTime quiet_at;         // when nothing will have been changed for a moment, unless another change comes
-  bool quiet = false;         // nothing has
+  bool calling = false;        // fct is running
+  std::uint64_t settled = 0;   // all changes up to this one are on the disk, or have failed
+  std::uint64_t notified = 0;  // the latest change that fct was called for
+  int outcome = 0;             // errno of the latest sync
+  int failure = 0;             // errno of the failed sync, after which there is no other; 0: none has failed
+  int log_pages = 0;           // length of the log; 0 after a checkpoint until the next change
+  TimerTime quiet_at;          // kQuiet after the latest change
+  bool quiet = false;          // that time has passed
   bool open = false;
-  const StoreFiles* files = nullptr;  // changed by start only
-  std::thread thread;                 // touched by start and stop only
+  const StoreFiles* files = nullptr;  // changed only by start
+  std::thread thread;                 // used only by start and stop
 };
 
-// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+// Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 Sync& state = *new Sync;
 
-Timer quiet_timer;
-
-// An errno: also where the files are no longer in their places, since the next start would not find the changes.
+// Returns an errno; also if the files are no longer in their places, since the next start would not find the changes.
 int sync_log() {
   if (fdatasync(state.files->log_fd) != 0) return errno;
   return files_problem(*state.files).empty() ? 0 : ENOENT;
 }
 
-// All that follow: the caller holds the lock; it is released while the disk or the function works.
+// The caller of the functions below holds the lock. They release it during a sync, a checkpoint or a call of fct.
 
 void note_settled(std::uint64_t change, int outcome) {
   state.settled = std::max(state.settled, change);
@@ -79,9 +77,9 @@ void sync(std::unique_lock<std::mutex>& guard) {
   note_settled(change, outcome);
 }
 
-void tell(std::unique_lock<std::mutex>& guard) {
+void notify(std::unique_lock<std::mutex>& guard) {
   const auto [fct, context, change, outcome] = std::tuple(state.fct, state.context, state.settled, state.outcome);
-  state.told = change;
+  state.notified = change;
   state.calling = true;
   guard.unlock();
   fct(context, change, outcome);
@@ -91,7 +89,7 @@ void tell(std::unique_lock<std::mutex>& guard) {
 }
 
 void checkpoint(std::unique_lock<std::mutex>& guard) {
-  state.log_pages = 0;  // the next change says how long the log is then
+  state.log_pages = 0;  // the next change sets the length again
   guard.unlock();
   store_checkpoint();
   guard.lock();
@@ -99,32 +97,25 @@ void checkpoint(std::unique_lock<std::mutex>& guard) {
 
 bool has_to_sync() { return last_change > state.settled; }
 
-bool has_to_tell() { return state.fct != nullptr && state.settled > state.told; }
+bool has_to_notify() { return state.fct != nullptr && state.settled > state.notified; }
 
-bool has_to_checkpoint() { return state.quiet && state.log_pages >= kLongLog; }
-
-bool is_called() { return has_to_sync() || has_to_tell() || has_to_checkpoint() || !state.open; }
-
-void note_quiet() {
-  const std::lock_guard guard(state.lock);
-  if (timer_now() < state.quiet_at) return;  // another change has come
-  state.quiet = true;
-  state.changed.notify_one();
-}
+bool has_work() { return has_to_sync() || has_to_notify() || !state.open; }
 
 void run_sync() {
   pthread_setname_np(pthread_self(), "dtv_tv-sync");
   std::unique_lock guard(state.lock);
   while (true) {
-    if (has_to_tell()) {
-      tell(guard);
+    if (has_to_notify()) {
+      notify(guard);
     } else if (state.log_pages >= kLongestLog) {
       checkpoint(guard);
     } else if (has_to_sync()) {
       sync(guard);
     } else if (!state.open) {
       return;
-    } else if (has_to_checkpoint()) {
+    } else if (state.log_pages < kLongLog) {
+      state.changed.wait(guard, has_work);
+    } else if (!state.changed.wait_for(guard, kQuiet, has_work)) {
       checkpoint(guard);
     } else {
       state.changed.wait(guard, is_called);
@@ -184,7 +175,7 @@ void dtv_tv_on_kept(dtv_tv_kept_fct fct, void* context) {
   std::unique_lock guard(state.lock);
   state.fct = fct;
   state.context = context;
-  state.told = 0;
+  state.notified = 0;
   state.changed.notify_one();
   state.returned.wait(guard, [] { return !state.calling; });
 }

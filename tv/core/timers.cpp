@@ -17,29 +17,29 @@ namespace {
 using std::chrono::steady_clock;
 
 struct Timers {
-  std::mutex lock;  // guards all but the thread, which only start and stop touch
+  std::mutex lock;  // guards all except the thread, which only start and stop use
   std::condition_variable changed;
-  std::vector<Timer*> waiting;  // the timers that are set, each once
+  std::vector<Timer*> waiting;  // the timers that are set, without duplicates
   bool open = false;
   bool acting = false;              // an action runs, on the thread or in dtv_tv_advance; never two at once
-  std::optional<TimerTime> manual;  // the time as the tests have advanced it; none: the machine's
+  std::optional<TimerTime> manual;  // the manual clock's time; none: the machine's clock is used
   std::thread thread;
 };
 
-// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+// Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 Timers& timers = *new Timers;
 
-// In what follows the caller holds the lock.
+// The caller of the functions below holds the lock.
 
 TimerTime now() { return timers.manual.value_or(steady_clock::now()); }
 
-// Null: none waits.
+// Null if no timer is set.
 Timer* first_due() {
   const auto first = std::ranges::min_element(timers.waiting, {}, &Timer::due);
   return first == timers.waiting.end() ? nullptr : *first;
 }
 
-// Runs the action with the lock released; no other one runs yet.
+// Runs the timer's action with the lock released. No other action is running.
 void act(Timer& due, std::unique_lock<std::mutex>& guard) {
   void (*const action)() = due.action;
   std::erase(timers.waiting, &due);
@@ -59,7 +59,7 @@ void run_timers() {
     if (timers.manual || next == nullptr) {
       timers.changed.wait(guard);
     } else if (next->due > steady_clock::now()) {
-      const TimerTime due = next->due;  // it may be set anew while this waits
+      const TimerTime due = next->due;  // a copy: the timer may be set again during the wait
       timers.changed.wait_until(guard, due);
     } else {
       act(*next, guard);

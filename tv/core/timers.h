@@ -1,5 +1,5 @@
-// The timer thread, for what happens later. Its clock is the machine's monotonic one, or with dtv_tv_manual_clock the
-// one that a test advances. The timers' lock is taken after every other lock.
+// The timer thread, which runs delayed actions. Its clock is the machine's monotonic one, or after dtv_tv_manual_clock
+// the one that a test advances. The timers' lock is taken after every other lock.
 #pragma once
 
 #include <chrono>
@@ -7,7 +7,7 @@
 using TimerTime = std::chrono::steady_clock::time_point;
 constexpr TimerTime kTimerNever = TimerTime::max();
 
-// A room's timer: a variable that lives until the process ends. Only timers.cpp touches its members.
+// A room's timer: a variable with static storage. Only timers.cpp accesses its members.
 struct Timer {
   TimerTime due = kTimerNever;
   void (*action)() = nullptr;
@@ -15,15 +15,15 @@ struct Timer {
 
 void timers_start();
 
-// Forgets every timer that is set and ends the thread; no action runs when it returns.
+// Cancels all timers and ends the thread. No action is running when it returns.
 void timers_stop();
 
 TimerTime timer_now();
 
-// Sets the timer, in place of what it was set to: calls action at that time, on the timer thread and without a lock. An
-// action may have begun already when its timer is set anew, so it checks under its room's lock whether it is still due.
-// The caller may hold its room's lock. Returns false when the set is off.
+// Sets the timer, replacing an earlier setting: the timer thread calls action at that time, without a lock. The action
+// may have begun when its timer is set again, so it must check under its room's lock whether it is still due. The
+// caller may hold its room's lock. Returns false when the set is off.
 bool timer_set(Timer& timer, TimerTime due, void (*action)());
 
-// Sleeps, also while the set is off. With a manual clock it advances that clock instead, and no action runs.
+// Sleeps, also while the set is off. With a manual clock it advances that clock instead, without running actions.
 void timer_pause(std::chrono::milliseconds pause);

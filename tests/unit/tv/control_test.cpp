@@ -1,4 +1,4 @@
-// The control interface itself: its help, from the rows of all rooms.
+// The control interface: its help, generated from the commands of all rooms, and its errors.
 #include "support.h"
 
 namespace {
@@ -7,7 +7,7 @@ class TvControl : public testing::Test {
  protected:
   void SetUp() override { ASSERT_EQ(tv_start(folder_.path), ""); }
 
-  // The words that "help" offers after these.
+  // The words that "help" offers after the given ones, which are written as inside a JSON array.
   static std::string next(const std::string& words) {
     std::string answer = tv_control(R"(["help",)" + words + "]");
     const std::string mark = R"("next":[)";
@@ -37,7 +37,7 @@ TEST_F(TvControl, HelpListsEveryCommand) {
             std::string::npos);
 }
 
-TEST_F(TvControl, HelpOfOneCommandOffersTheNextWord) {
+TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("mute")"), "on off toggle");
   EXPECT_EQ(next(R"("mute","on")"), "");
   EXPECT_EQ(next(R"("volume")"), "N up down");
@@ -55,12 +55,12 @@ TEST_F(TvControl, HelpOfOneCommandOffersTheNextWord) {
   EXPECT_EQ(next(R"("cec","send","dvd")"), "OPCODE");
 }
 
-TEST_F(TvControl, HelpOfNoCommandListsTheCommands) {
+TEST_F(TvControl, HelpForAnUnknownCommandListsTheCommands) {
   const std::string answer = tv_control(R"(["help","dance"])");
   expect_words(answer, {R"({"error":)", R"(\"dance\")", "volume", "stick", "help"});
 }
 
-TEST_F(TvControl, AControlCharacterOfAWordIsNotRepeated) {
+TEST_F(TvControl, AnErrorReplacesControlCharacters) {
   EXPECT_NE(tv_control(R"(["dance\u0007\n"])").find(R"(there is no command \"dance??\")"), std::string::npos);
 }
 

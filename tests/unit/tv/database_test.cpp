@@ -1,4 +1,4 @@
-// Databases of the rooms: steps from layout to layout, damage, statements that are kept.
+// Databases of rooms: migration between layouts, damage, prepared statements.
 #include "core/database.h"
 
 #include "store_support.h"
@@ -20,7 +20,7 @@ class TvDatabase : public testing::Test {
  protected:
   ~TvDatabase() override { database_close(database_); }
 
-  // What is wrong, or an empty text.
+  // Opens the database. Returns the error, empty on success.
   std::string open(std::size_t steps) {
     database_close(database_);
     std::string error;
@@ -63,14 +63,14 @@ class TvDatabase : public testing::Test {
   Database database_;
 };
 
-TEST_F(TvDatabase, ANewOneHasTheNewestLayout) {
+TEST_F(TvDatabase, ANewDatabaseHasTheNewestLayout) {
   ASSERT_EQ(open(3), "");
   EXPECT_EQ(value("PRAGMA user_version"), "3");
   EXPECT_EQ(value("PRAGMA application_id"), std::to_string(kApplication + 3));
   EXPECT_EQ(value("SELECT count(*) FROM favourites"), "0");
 }
 
-TEST_F(TvDatabase, StepsBringAnOlderOneToTheNewestLayout) {
+TEST_F(TvDatabase, AnOlderDatabaseIsMigratedToTheNewestLayout) {
   ASSERT_EQ(open(1), "");
   add(7, "One");
   for (const std::size_t steps : {2u, 3u, 3u}) {
@@ -80,7 +80,7 @@ TEST_F(TvDatabase, StepsBringAnOlderOneToTheNewestLayout) {
   }
 }
 
-TEST_F(TvDatabase, AStepThatFailsChangesNothing) {
+TEST_F(TvDatabase, AFailedStepChangesNothing) {
   ASSERT_EQ(open(1), "");
   add(7, "One");
   const char* const bad[] = {kSteps[0], "CREATE TABLE logos (id INTEGER); CREATE TABLE services (id INTEGER)"};
@@ -94,7 +94,7 @@ TEST_F(TvDatabase, AStepThatFailsChangesNothing) {
   EXPECT_EQ(value("SELECT name FROM services"), "One");
 }
 
-TEST_F(TvDatabase, ANewerOneIsLeftAlone) {
+TEST_F(TvDatabase, ANewerDatabaseIsNotChanged) {
   ASSERT_EQ(open(3), "");
   add(7, "One");
   database_close(database_);
@@ -106,7 +106,7 @@ TEST_F(TvDatabase, ANewerOneIsLeftAlone) {
   EXPECT_EQ(value("SELECT name FROM services"), "One");
 }
 
-TEST_F(TvDatabase, ADamagedOneIsMovedAside) {
+TEST_F(TvDatabase, ADamagedDatabaseIsRenamed) {
   ASSERT_EQ(open(3), "");
   database_close(database_);
   const std::string whole = content_of(path_);
@@ -116,9 +116,9 @@ TEST_F(TvDatabase, ADamagedOneIsMovedAside) {
   for (const std::string& content : damaged) {
     database_close(database_);
     write_file(path_, content);
-    std::string said;
-    ASSERT_EQ(open_reporting(3, said), "");
-    expect_words(said, {path_, "damaged", "kept as"});
+    std::string log;
+    ASSERT_EQ(open_reporting(3, log), "");
+    expect_words(log, {path_, "damaged", "kept as"});
     EXPECT_EQ(aside().size(), ++moved);
     EXPECT_EQ(value("SELECT count(*) FROM services"), "0");
   }
@@ -128,27 +128,27 @@ TEST_F(TvDatabase, ADamagedOneIsMovedAside) {
   }));
 }
 
-TEST_F(TvDatabase, OneWithOtherTablesIsDamaged) {
+TEST_F(TvDatabase, ADatabaseWithOtherTablesIsDamaged) {
   ASSERT_EQ(open(3), "");
   database_close(database_);
   write_sql(path_, "ALTER TABLE services ADD COLUMN other");
-  std::string said;
-  ASSERT_EQ(open_reporting(3, said), "");
-  expect_words(said, {"its tables are not as the set has made them"});
+  std::string log;
+  ASSERT_EQ(open_reporting(3, log), "");
+  expect_words(log, {"its tables are not those that the set creates"});
 }
 
-TEST_F(TvDatabase, ANumberThatIsNotTheSetsIsDamage) {
+TEST_F(TvDatabase, AWrongUserVersionOrApplicationIdIsDamage) {
   for (const char* const sql : {"PRAGMA user_version=9", "PRAGMA user_version=-1", "PRAGMA application_id=1"}) {
     ASSERT_EQ(open(3), "");
     database_close(database_);
     write_sql(path_, sql);
-    std::string said;
-    ASSERT_EQ(open_reporting(3, said), "") << sql;
-    expect_words(said, {"damaged"});
+    std::string log;
+    ASSERT_EQ(open_reporting(3, log), "") << sql;
+    expect_words(log, {"damaged"});
   }
 }
 
-TEST_F(TvDatabase, AFolderInItsPlaceIsAnError) {
+TEST_F(TvDatabase, AFolderAtThePathIsAnError) {
   std::filesystem::create_directory(path_);
   expect_words(open(3), {path_});
   EXPECT_TRUE(aside().empty());
@@ -163,7 +163,7 @@ TEST_F(TvDatabase, StatementsArePreparedOnce) {
   sqlite3_stmt* const again = database_statement(database_, "SELECT ?");
   EXPECT_EQ(again, first);
   EXPECT_EQ(sqlite3_step(again), SQLITE_ROW);
-  EXPECT_EQ(sqlite3_column_type(again, 0), SQLITE_NULL) << "the binding is kept";
+  EXPECT_EQ(sqlite3_column_type(again, 0), SQLITE_NULL) << "the binding is still there";
   EXPECT_EQ(database_statement(database_, "SELECT nothing FROM nowhere"), nullptr);
   EXPECT_FALSE(database_run(nullptr));
 }

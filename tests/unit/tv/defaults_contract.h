@@ -1,4 +1,4 @@
-/* A contract that only the tests know: what a platform's defaults make of each kind of statement. */
+/* A contract for tests: one function for each kind of statement that defaults.h expands. */
 #include "tvapi/begin.h"
 
 TVAPI_CALLBACK(INT32, tv_test_nfy_fct, IN(INT32, callback_type), TAG(void*, pv_tag))

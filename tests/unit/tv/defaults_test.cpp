@@ -1,4 +1,4 @@
-// Functions without a room: they exist, fail, and say so once; a definition of one's own takes their place.
+// Functions that no room defines: they exist, fail, and report that once on stderr. A room's definition replaces them.
 #include <dlfcn.h>
 
 #include <algorithm>
@@ -12,30 +12,29 @@ INT16 tv_test_built(INT16 number) { return static_cast<INT16>(number + 1); }
 namespace {
 
 template <typename Call>
-std::string said_by(Call call) {
+std::string stderr_of(Call call) {
   testing::internal::CaptureStderr();
   call();
   return testing::internal::GetCapturedStderr();
 }
 
-TEST(TvDefaults, FailAndSaySoOnce) {
-  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_plain(), -1); }),
-            "dtv_tv: tv_test_plain is not built; it answers failure\n");
-  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_plain(), -1); }), "");
-  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_handle(7), 0u); }),
-            "dtv_tv: tv_test_handle is not built; it answers failure\n");
-  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_pointer(), nullptr); }),
-            "dtv_tv: tv_test_pointer is not built; it answers failure\n");
-  EXPECT_EQ(said_by([] { tv_test_nothing(1); }), "dtv_tv: tv_test_nothing is not built; it answers failure\n");
+TEST(TvDefaults, FailAndReportItOnce) {
+  EXPECT_EQ(stderr_of([] { EXPECT_EQ(tv_test_plain(), -1); }), "dtv_tv: tv_test_plain is not implemented; it fails\n");
+  EXPECT_EQ(stderr_of([] { EXPECT_EQ(tv_test_plain(), -1); }), "");
+  EXPECT_EQ(stderr_of([] { EXPECT_EQ(tv_test_handle(7), 0u); }),
+            "dtv_tv: tv_test_handle is not implemented; it fails\n");
+  EXPECT_EQ(stderr_of([] { EXPECT_EQ(tv_test_pointer(), nullptr); }),
+            "dtv_tv: tv_test_pointer is not implemented; it fails\n");
+  EXPECT_EQ(stderr_of([] { tv_test_nothing(1); }), "dtv_tv: tv_test_nothing is not implemented; it fails\n");
 }
 
-TEST(TvDefaults, LeaveOutputsAlone) {
+TEST(TvDefaults, DoNotChangeOutputs) {
   INT32 result = 5;
   UINT32 count = 6;
   char name[32] = "untouched";
   UINT16 list[1] = {7};
   const UINT64 record = 0;
-  said_by([&] {
+  stderr_of([&] {
     EXPECT_EQ(tv_test_every_kind(1, "text", &record, nullptr, 0, &result, &count, name, list, nullptr, nullptr), -1);
   });
   EXPECT_EQ(result, 5);
@@ -45,7 +44,7 @@ TEST(TvDefaults, LeaveOutputsAlone) {
 }
 
 TEST(TvDefaults, RoomReplacesItsDefault) {
-  EXPECT_EQ(said_by([] { EXPECT_EQ(tv_test_built(41), 42); }), "");
+  EXPECT_EQ(stderr_of([] { EXPECT_EQ(tv_test_built(41), 42); }), "");
 }
 
 std::vector<std::string>& contract() {
@@ -53,12 +52,12 @@ std::vector<std::string>& contract() {
   return names;
 }
 
-// The names of the contract, from its statements.
+// The names of all functions of the contract, from its statements.
 #define TVAPI_FN(ret, name, ...) [[maybe_unused]] const auto& listed_##name = contract().emplace_back(#name);
 #define TVAPI_CALLBACK(...)
 #include "tvapi/all.h"
 
-TEST(TvDefaults, NoSymbolOfTheContractIsMissing) {
+TEST(TvDefaults, EveryFunctionOfTheContractIsDefined) {
   EXPECT_NE(std::ranges::find(contract(), "a_vextvapi_volctrl_setVolume"), contract().end());
   for (const std::string& name : contract()) EXPECT_NE(dlsym(RTLD_DEFAULT, name.c_str()), nullptr) << name;
 }

@@ -1,5 +1,5 @@
-// The test contract as a platform without any room expands it. defaults.h comes first: it says what a statement
-// becomes.
+// The weak definitions of the test contract. defaults.h must come first, since it defines how the contract's statements
+// expand.
 // clang-format off
 #include "tv/core/defaults.h"
 #include "defaults_contract.h"

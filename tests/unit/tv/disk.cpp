@@ -15,7 +15,7 @@
 namespace {
 
 std::mutex hook_lock;
-std::shared_ptr<const DiskHook> hook;  // guarded by it
+std::shared_ptr<const DiskHook> hook;  // guarded by hook_lock
 
 int sync_descriptor(int descriptor, long call) {
   std::shared_ptr<const DiskHook> present;
@@ -38,7 +38,7 @@ std::map<std::string, ino_t> names_in(const std::string& folder) {
   return names;
 }
 
-// Without opening the file: closing it would let go of SQLite's locks.
+// Does not open the file, since closing it would release SQLite's locks.
 std::string content_of(int descriptor) {
   struct stat info {};
   if (fstat(descriptor, &info) != 0) return "";
@@ -85,7 +85,7 @@ FolderImage PowerRecorder::synced_image() const {
   return image;
 }
 
-// A disk writes sectors in any order.
+// The synced content with random sectors of the written one, since a disk writes sectors in any order.
 std::string PowerRecorder::mixed(const std::string& synced, const std::string& written) {
   constexpr std::size_t kSector = 512;
   std::string result = synced;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// Every value of the set that the store keeps, as a text, by its key.
+// All stored values of the set, as texts by key.
 std::map<std::string, std::string> all_values() {
   std::map<std::string, std::string> values;
   for (const Row& row : rows())
@@ -23,7 +23,7 @@ std::map<std::string, std::string> all_values() {
 
 using Values = std::map<std::string, std::string>;
 
-// A set of which many values have been changed, and what its database is then.
+// The values of a set of which many have been changed, and its database.
 std::string database_with_changes(Values& ret_factory, Values& ret_values) {
   TvFolder folder;
   EXPECT_EQ(tv_start(folder.path), "");
@@ -53,13 +53,13 @@ struct Outcome {
   int aside = 0;
 };
 
-// Starts a set with this database.
-void look_at(const std::string& database, const Values& factory, const Values& expected, Outcome& outcome) {
+// Starts a set with this database, and checks that each value is right or has been reported.
+void check_database(const std::string& database, const Values& factory, const Values& expected, Outcome& outcome) {
   TvFolder folder;
   write_file(folder.database(), database);
   testing::internal::CaptureStderr();
   const std::string error = tv_start(folder.path);
-  const std::string said = testing::internal::GetCapturedStderr();
+  const std::string log = testing::internal::GetCapturedStderr();
   if (!error.empty()) {
     ++outcome.aside;
     const std::vector<std::string> aside = damaged_files(folder.path);
@@ -83,14 +83,14 @@ void look_at(const std::string& database, const Values& factory, const Values& e
     EXPECT_EQ(value, factory.at(key)) << key;
   }
   std::size_t reports = 0;
-  for (std::size_t at = said.find(" is damaged"); at != std::string::npos; at = said.find(" is damaged", at + 1)) {
+  for (std::size_t at = log.find(" is damaged"); at != std::string::npos; at = log.find(" is damaged", at + 1)) {
     ++reports;
   }
-  EXPECT_GE(reports, wrong) << said;
+  EXPECT_GE(reports, wrong) << log;
 }
 
-// Every bit with DTV_FLIPS=0, else so many, evenly spread.
-TEST(TvStoreDamage, NoFlippedBitMakesAWrongValue) {
+// DTV_FLIPS: how many bits, evenly spread; 0: every bit.
+TEST(TvStoreDamage, FlippedBitNeverYieldsAnUnreportedWrongValue) {
   Values factory, expected;
   const std::string good = database_with_changes(factory, expected);
   const std::size_t bits = good.size() * 8;
@@ -101,7 +101,7 @@ TEST(TvStoreDamage, NoFlippedBitMakesAWrongValue) {
     SCOPED_TRACE("bit " + std::to_string(bit % 8) + " of byte " + std::to_string(bit / 8));
     std::string damaged = good;
     damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
-    look_at(damaged, factory, expected, outcome);
+    check_database(damaged, factory, expected, outcome);
     if (HasFailure()) break;
   }
   std::printf("right %d, reported %d, moved aside %d\n", outcome.right, outcome.reported, outcome.aside);
@@ -109,8 +109,8 @@ TEST(TvStoreDamage, NoFlippedBitMakesAWrongValue) {
   EXPECT_GT(outcome.aside, 0);
 }
 
-// The head and the schema once more, bit by bit.
-TEST(TvStoreDamage, NoFlippedBitOfTheHeadMakesAWrongValue) {
+// Every bit of the header and the schema.
+TEST(TvStoreDamage, FlippedBitOfTheHeaderNeverYieldsAnUnreportedWrongValue) {
   Values factory, expected;
   const std::string good = database_with_changes(factory, expected);
   Outcome outcome;
@@ -118,7 +118,7 @@ TEST(TvStoreDamage, NoFlippedBitOfTheHeadMakesAWrongValue) {
     SCOPED_TRACE("bit " + std::to_string(bit % 8) + " of byte " + std::to_string(bit / 8));
     std::string damaged = good;
     damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
-    look_at(damaged, factory, expected, outcome);
+    check_database(damaged, factory, expected, outcome);
     if (HasFailure()) break;
   }
   EXPECT_GT(outcome.aside, 0);
@@ -136,20 +136,20 @@ TEST(TvStoreDamage, TwentyFlippedBits) {
       const std::size_t bit = random() % (good.size() * 8);
       damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ 1 << bit % 8);
     }
-    look_at(damaged, factory, expected, outcome);
+    check_database(damaged, factory, expected, outcome);
     if (HasFailure()) break;
   }
   EXPECT_GT(outcome.reported + outcome.aside, 0);
 }
 
-TEST(TvStoreDamage, CutShort) {
+TEST(TvStoreDamage, TruncatedDatabase) {
   Values factory, expected;
   const std::string good = database_with_changes(factory, expected);
   Outcome outcome;
   for (const std::size_t length : {std::size_t{1}, std::size_t{50}, std::size_t{100}, std::size_t{512},
                                    std::size_t{4095}, std::size_t{4096}, good.size() - 4096, good.size() - 1}) {
     SCOPED_TRACE(length);
-    look_at(good.substr(0, length), factory, expected, outcome);
+    check_database(good.substr(0, length), factory, expected, outcome);
   }
   EXPECT_EQ(outcome.right, 0);
 }

@@ -1,4 +1,4 @@
-// What the disk does to what the set keeps: power cuts, killed processes, a slow disk, one that fails, a full one.
+// The store on an unreliable disk: power cuts, killed processes, a slow disk, a failing one, a full one.
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -18,10 +18,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A key with room for any number, of which a test keeps one after the other, and a text that goes with it.
+// Stores a number; the key accepts any.
 bool keep(std::uint64_t number) { return write(kChannel, static_cast<INT32>(number)) == 0; }
 
-// Registers with dtv_tv_on_kept and notes what is reported. One at a time, made before the start.
+// Registers with dtv_tv_on_kept and records the reports. Only one may exist; construct it before the start.
 struct Kept {
   std::mutex lock;
   std::condition_variable changed;
@@ -47,7 +47,7 @@ struct Kept {
     kept.inside = false;
     kept.changed.notify_all();
   }
-  // False when it takes too long.
+  // Returns false on a timeout.
   bool wait(std::uint64_t wanted) {
     std::unique_lock guard(lock);
     return changed.wait_for(guard, std::chrono::seconds(20), [&] { return change >= wanted; });
@@ -56,7 +56,7 @@ struct Kept {
 
 // ---- Power cuts ----
 
-// Starts a set with what each cut has left, and looks for what was acknowledged until then.
+// Starts a set with what each power cut has left, and checks that everything acknowledged before is there.
 void expect_nothing_lost(const std::vector<PowerCut>& cuts) {
   const DiskGuard quick([](int) { return 0; });
   for (const PowerCut& cut : cuts) {
@@ -64,9 +64,9 @@ void expect_nothing_lost(const std::vector<PowerCut>& cuts) {
     for (const auto& [name, content] : cut.image) write_file(folder.path + "/" + name, content);
     testing::internal::CaptureStderr();
     const std::string error = tv_start(folder.path);
-    const std::string said = testing::internal::GetCapturedStderr();
+    const std::string log = testing::internal::GetCapturedStderr();
     ASSERT_EQ(error, "") << cut.where;
-    EXPECT_EQ(said, "") << cut.where;
+    EXPECT_EQ(log, "") << cut.where;
     const auto found = static_cast<std::uint64_t>(number(kChannel));
     EXPECT_GE(found, cut.acknowledged) << cut.where;
     EXPECT_LE(found, cut.begun) << cut.where;
@@ -82,7 +82,7 @@ TEST(TvStoreDisk, PowerCutLosesNothingAcknowledged) {
   {
     const DiskGuard disk([&](int descriptor) { return recorder.sync(descriptor); });
     ASSERT_EQ(tv_start(folder.path), "");
-    for (std::uint64_t value = 1; value <= 1200; ++value) {  // beyond the log's length
+    for (std::uint64_t value = 1; value <= 1200; ++value) {  // more than one log
       begun = value;
       ASSERT_TRUE(keep(value));
       acknowledged = value;
@@ -99,14 +99,14 @@ TEST(TvStoreDisk, PowerCutLosesNothingAcknowledged) {
   expect_nothing_lost(recorder.cuts);
 }
 
-TEST(TvStoreDisk, PowerCutLosesNothingThatWasToldOf) {
+TEST(TvStoreDisk, PowerCutLosesNothingReported) {
   TvFolder folder;
   const ManualClock clock;
   std::atomic<std::uint64_t> begun = 0;
   PowerRecorder recorder(folder.path);
   recorder.every = 10;
   Kept kept;
-  // Value N is change base + N, since nothing else is changed.
+  // Value N is change number base + N, since nothing else changes.
   const std::uint64_t base = dtv_tv_last_change();
   recorder.begun = [&] { return begun.load(); };
   recorder.acknowledged = [&] {
@@ -137,7 +137,7 @@ TEST(TvStoreDisk, PowerCutLosesNothingThatWasToldOf) {
       ASSERT_TRUE(keep(value));
     }
     dtv_tv_stop();
-    EXPECT_EQ(kept.change, base + 1510) << "the end makes all durable";
+    EXPECT_EQ(kept.change, base + 1510) << "dtv_tv_stop syncs all changes";
   }
   EXPECT_GE(recorder.cuts.size(), 60u);
   EXPECT_EQ(kept.failure, 0);
@@ -151,7 +151,7 @@ struct Progress {
   std::atomic<std::uint64_t> returned;
 };
 
-// DTV_KILLS says how often.
+// DTV_KILLS: how often.
 TEST(TvStoreDisk, KilledAtAnyMoment) {
   TvFolder folder;
   void* const shared = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -172,7 +172,7 @@ TEST(TvStoreDisk, KilledAtAnyMoment) {
     }
     const std::uint64_t before = progress.begun;
     std::this_thread::sleep_for(std::chrono::microseconds(random() % 30000));
-    // In some rounds during the start, in the others once it goes on.
+    // In some rounds it is killed during the start, in the others after it.
     const auto end = Clock::now() + std::chrono::seconds(20);
     while (round % 4 != 0 && progress.begun < before + random() % 200 + 2 && Clock::now() < end) {
       std::this_thread::yield();
@@ -193,7 +193,7 @@ TEST(TvStoreDisk, KilledAtAnyMoment) {
 
 // ---- The sync thread ----
 
-TEST(TvStoreDisk, WithoutAFunctionAChangeIsOnTheDiskWhenItReturns) {
+TEST(TvStoreDisk, WithoutAFunctionAChangeIsSyncedWhenItReturns) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   std::atomic<int> syncs = 0;
@@ -207,7 +207,7 @@ TEST(TvStoreDisk, WithoutAFunctionAChangeIsOnTheDiskWhenItReturns) {
   }
 }
 
-TEST(TvStoreDisk, SlowDiskHoldsNoChangeUp) {
+TEST(TvStoreDisk, SlowDiskDelaysNoChange) {
   TvFolder folder;
   Kept kept;
   ASSERT_EQ(tv_start(folder.path), "");
@@ -228,11 +228,11 @@ TEST(TvStoreDisk, SlowDiskHoldsNoChangeUp) {
   EXPECT_LE(syncs, 3) << "changes that come while a sync runs share the next one";
   const int calls = kept.calls;
   std::this_thread::sleep_for(milliseconds(300));
-  EXPECT_LE(syncs, 3) << "there was nothing to sync";
+  EXPECT_LE(syncs, 3) << "there is nothing to sync";
   EXPECT_EQ(kept.calls, calls);
 }
 
-TEST(TvStoreDisk, ChangeThatChangesNothingHasNoNumber) {
+TEST(TvStoreDisk, WritingTheSameValueIsNotAChange) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(write(kChannel, 5), 0);
@@ -241,7 +241,7 @@ TEST(TvStoreDisk, ChangeThatChangesNothingHasNoNumber) {
   EXPECT_EQ(dtv_tv_last_change(), change);
 }
 
-TEST(TvStoreDisk, FunctionIsToldOfEarlierChanges) {
+TEST(TvStoreDisk, EarlierChangesAreReported) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(write(kChannel, 5), 0);
@@ -251,7 +251,7 @@ TEST(TvStoreDisk, FunctionIsToldOfEarlierChanges) {
   EXPECT_EQ(kept.failure, 0);
 }
 
-TEST(TvStoreDisk, NoFunctionRunsAfterItWasTakenBack) {
+TEST(TvStoreDisk, FunctionDoesNotRunAfterItsRemoval) {
   TvFolder folder;
   Kept kept;
   kept.takes = milliseconds(300);
@@ -267,12 +267,12 @@ TEST(TvStoreDisk, NoFunctionRunsAfterItWasTakenBack) {
     return 0;
   });
   EXPECT_EQ(write(kChannel, 6), 0);
-  EXPECT_EQ(syncs, 1) << "as without a function";
+  EXPECT_EQ(syncs, 1) << "the change itself syncs, as no function is registered";
   std::this_thread::sleep_for(milliseconds(50));
   EXPECT_EQ(kept.calls, calls);
 }
 
-TEST(TvStoreDisk, ChangesOfManyThreadsAreAllToldOf) {
+TEST(TvStoreDisk, ChangesOfManyThreadsAreAllReported) {
   TvFolder folder;
   Kept kept;
   ASSERT_EQ(tv_start(folder.path), "");
@@ -286,7 +286,7 @@ TEST(TvStoreDisk, ChangesOfManyThreadsAreAllToldOf) {
       }
     });
   }
-  for (int turn = 0; turn < 20; ++turn) {  // meanwhile
+  for (int turn = 0; turn < 20; ++turn) {  // while the threads run
     dtv_tv_on_kept(nullptr, nullptr);
     dtv_tv_on_kept(Kept::take, &kept);
   }
@@ -297,19 +297,19 @@ TEST(TvStoreDisk, ChangesOfManyThreadsAreAllToldOf) {
 
 // ---- A disk that fails ----
 
-TEST(TvStoreDisk, FailedSyncIsRefused) {
+TEST(TvStoreDisk, FailedSyncFailsTheChange) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(write(kChannel, 5), 0);
   {
     const DiskGuard broken([](int) { return EIO; });
-    expect_words(refusal([] { return write(kChannel, 6); }), {"not kept", "I/O"});
+    expect_words(refusal([] { return write(kChannel, 6); }), {"not saved", "I/O"});
     EXPECT_EQ(number(kChannel), 5);
   }
   EXPECT_EQ(write(kChannel, 7), 0);
 }
 
-TEST(TvStoreDisk, FailedSyncIsToldOfAndNothingIsKeptUntilTheNextStart) {
+TEST(TvStoreDisk, FailedSyncIsReportedAndChangesAreRefusedUntilTheNextStart) {
   TvFolder folder;
   Kept kept;
   ASSERT_EQ(tv_start(folder.path), "");
@@ -332,7 +332,7 @@ TEST(TvStoreDisk, FailedSyncIsToldOfAndNothingIsKeptUntilTheNextStart) {
   EXPECT_EQ(kept.failure, 0);
 }
 
-TEST(TvStoreDisk, FolderThatGoesDuringTheSyncIsToldOf) {
+TEST(TvStoreDisk, FolderRenamedDuringTheSyncIsReported) {
   TvFolder folder;
   const std::string elsewhere = folder.path + "-elsewhere";
   Kept kept;
@@ -357,7 +357,7 @@ TEST(TvStoreDisk, FolderThatGoesDuringTheSyncIsToldOf) {
 
 // ---- A full disk ----
 
-// A file system of this process's own, with this many kilobytes.
+// Mounts a file system of this many kilobytes in a mount namespace of this process.
 bool mount_small(const std::string& folder, int kilobytes) {
   const std::string uid = std::to_string(geteuid()), gid = std::to_string(getegid());
   if (unshare(CLONE_NEWNS) != 0) {
@@ -381,12 +381,12 @@ void fill(const std::string& folder) {
 std::string state_without_key() {
   std::string state = tv_control(R"(["state"])");
   const std::size_t at = state.find(R"("key":")");
-  if (at != std::string::npos) state.erase(at, state.find('"', at + 7) - at);  // that it was pressed is no change
+  if (at != std::string::npos) state.erase(at, state.find('"', at + 7) - at);  // the last key is not stored
   return state;
 }
 
 void expect_nothing_kept(const std::string& stick) {
-  const std::string error = R"({"error":"the change could not be kept; the set's log says why"})";
+  const std::string error = R"({"error":"the change could not be saved; see the set's log"})";
   const std::string before = state_without_key();
   for (const std::string command : {R"(["volume","33"])",
                                     R"(["volume","up"])",
@@ -410,11 +410,11 @@ void expect_nothing_kept(const std::string& stick) {
                                     R"(["stick","remove","all"])"}) {
     testing::internal::CaptureStderr();
     EXPECT_EQ(tv_control(command), error) << command;
-    expect_words(testing::internal::GetCapturedStderr(), {"the change is not kept", "full"});
+    expect_words(testing::internal::GetCapturedStderr(), {"the change was not saved", "full"});
     EXPECT_EQ(state_without_key(), before) << command;
   }
   EXPECT_EQ(tv_control(R"(["stick","insert",")" + stick + R"("])"), error);
-  EXPECT_EQ(tv_control(R"(["key","1"])").find("error"), std::string::npos);  // the number has only begun
+  EXPECT_EQ(tv_control(R"(["key","1"])").find("error"), std::string::npos);  // the first digit stores nothing
   EXPECT_EQ(tv_control(R"(["key","2"])"), error);
   EXPECT_EQ(tv_control(R"(["key","3"])").find("error"), std::string::npos);
   EXPECT_EQ(tv_control(R"(["key","ENTER"])"), error);
@@ -425,7 +425,7 @@ void expect_nothing_kept(const std::string& stick) {
   EXPECT_LT(a_vextvapi_cec_set_cec_func(0), 0);
   EXPECT_LT(a_vextvapi_util_set(0, 2, 1, 0), 0);
   EXPECT_EQ(state_without_key(), before);
-  EXPECT_EQ(tv_control(R"(["key","POWER"])").find("error"), std::string::npos);  // keeps nothing
+  EXPECT_EQ(tv_control(R"(["key","POWER"])").find("error"), std::string::npos);  // stores nothing
   EXPECT_EQ(tv_control(R"(["power","on"])").find("error"), std::string::npos);
 }
 
@@ -458,7 +458,7 @@ void live_on_a_full_disk(const std::string& folder, bool deferred) {
   dtv_tv_stop();
 }
 
-TEST(TvStoreDisk, FullDiskIsAnErrorAndChangesNothing) {
+TEST(TvStoreDisk, FullDiskFailsTheChangeAndChangesNothing) {
   for (const bool deferred : {false, true}) {
     TvFolder folder;
     bool skipped = false;
@@ -468,7 +468,7 @@ TEST(TvStoreDisk, FullDiskIsAnErrorAndChangesNothing) {
       return !testing::Test::HasFailure();
     });
     skipped = WIFEXITED(status) && WEXITSTATUS(status) == 77;
-    if (skipped) GTEST_SKIP() << "this machine allows no mounts";
+    if (skipped) GTEST_SKIP() << "mounts are not allowed here";
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << (deferred ? ", deferred" : "");
   }
 }
@@ -487,7 +487,7 @@ TEST(TvStoreDisk, ResetIsOneChange) {
   EXPECT_EQ(dtv_tv_last_change(), change + 1);
   const std::string state = tv_control(R"(["state"])");
   EXPECT_EQ(tv_control(R"(["reset"])"), state);
-  EXPECT_EQ(dtv_tv_last_change(), change + 1) << "there was nothing to change";
+  EXPECT_EQ(dtv_tv_last_change(), change + 1) << "there is nothing to reset";
   dtv_tv_stop();
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(tv_control(R"(["state"])"), state);

@@ -1,4 +1,4 @@
-// The state folder: deleted, renamed or replaced while the set is on; who may read it; one process at a time.
+// The state folder: deleted, renamed or replaced while the set is on; its permissions; its lock.
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -9,7 +9,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A folder of the test's own, with room for state folders beside each other.
+// A folder for two state folders.
 struct Places {
   TvFolder home;
   std::string state = home.path + "/state";
@@ -19,10 +19,11 @@ struct Places {
 
 void expect_refused(const std::string& gone) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
-  expect_words(refusal([] { return a_vextvapi_volctrl_setVolume(33); }),
-               {"the change is not kept", gone, "deleted, renamed or replaced", "put it back, or start the set again"});
+  expect_words(
+      refusal([] { return a_vextvapi_volctrl_setVolume(33); }),
+      {"the change was not saved", gone, "deleted, renamed or replaced", "put it back, or start the set again"});
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
-  const std::string error = R"({"error":"the change could not be kept; the set's log says why"})";
+  const std::string error = R"({"error":"the change could not be saved; see the set's log"})";
   EXPECT_EQ(tv_control(R"(["volume","up"])"), error);
   EXPECT_EQ(tv_control(R"(["key","CH+"])"), error);
   EXPECT_EQ(tv_control(R"(["reset"])"), error);
@@ -34,14 +35,14 @@ void start_with_64(const std::string& folder) {
   EXPECT_EQ(a_vextvapi_volctrl_setVolume(64), 0);
 }
 
-// ---- Gone while the set is on ----
+// ---- Moved while the set is on ----
 
 TEST(TvStorePlace, DeletedFolder) {
   Places places;
   start_with_64(places.state);
   fs::remove_all(places.state);
   expect_refused(places.state);
-  fs::create_directory(places.state);  // another one
+  fs::create_directory(places.state);  // a new folder
   expect_refused(places.state);
   dtv_tv_stop();
   ASSERT_EQ(tv_start(places.state), "");
@@ -60,7 +61,7 @@ TEST(TvStorePlace, RenamedFolder) {
   expect_refused(places.state);
 }
 
-TEST(TvStorePlace, RenamedFolderHasAllThatWasKept) {
+TEST(TvStorePlace, RenamedFolderHasAllValues) {
   Places places;
   start_with_64(places.state);
   fs::rename(places.state, places.other);
@@ -69,7 +70,7 @@ TEST(TvStorePlace, RenamedFolderHasAllThatWasKept) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
 }
 
-TEST(TvStorePlace, LinkThatLeadsElsewhere) {
+TEST(TvStorePlace, ChangedLink) {
   Places places;
   fs::create_directory(places.other);
   const std::string link = places.home.path + "/link";
@@ -99,7 +100,7 @@ TEST(TvStorePlace, RenamedDatabase) {
   fs::rename(database, renamed);
   dtv_tv_stop();
   fs::create_directory(places.other);
-  fs::rename(renamed, places.other + "/tv.sqlite");  // it is whole without the log
+  fs::rename(renamed, places.other + "/tv.sqlite");  // it is complete without the log
   ASSERT_EQ(tv_start(places.other), "");
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
 }
@@ -120,19 +121,19 @@ TEST(TvStorePlace, DeletedLog) {
   expect_refused(places.state + "/tv.sqlite-wal");
 }
 
-TEST(TvStorePlace, GoneAlsoForTheFunctionThatIsTold) {
+TEST(TvStorePlace, RenamedFolderWithAKeptFunction) {
   static std::atomic<int> failure;
-  static std::atomic<std::uint64_t> told;
+  static std::atomic<std::uint64_t> reported;
   failure = 0;
   Places places;
   dtv_tv_on_kept(
       [](void*, std::uint64_t change, std::int32_t why) {
         failure = why;
-        told = change;
+        reported = change;
       },
       nullptr);
   start_with_64(places.state);
-  while (told < dtv_tv_last_change()) std::this_thread::yield();
+  while (reported < dtv_tv_last_change()) std::this_thread::yield();
   EXPECT_EQ(failure, 0);
   fs::rename(places.state, places.other);
   expect_refused(places.state);
@@ -141,7 +142,7 @@ TEST(TvStorePlace, GoneAlsoForTheFunctionThatIsTold) {
 
 // ---- One process at a time ----
 
-// A process of its own that runs a set: with volume 64 in the folder, until it is ended.
+// A child process that runs a set with volume 64 in the folder, until it is ended.
 struct OtherSet {
   pid_t process = -1;
   int control = -1;
@@ -211,7 +212,7 @@ TEST(TvStorePlace, SecondSetIsRefusedOnTheDatabaseMovedElsewhere) {
   EXPECT_NE(tv_start(places.other).find(kOtherProcess), std::string::npos);
 }
 
-TEST(TvStorePlace, SecondSetInTheFirstOnesPlaceIsNotHarmed) {
+TEST(TvStorePlace, SecondSetAtTheFirstOnesPathIsNotHarmed) {
   Places places;
   OtherSet first(places.state);
   fs::rename(places.state, places.other);
@@ -229,7 +230,7 @@ TEST(TvStorePlace, SecondSetInTheFirstOnesPlaceIsNotHarmed) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
 }
 
-TEST(TvStorePlace, SetThatIsAboutToEndIsWaitedFor) {
+TEST(TvStorePlace, StartWaitsForASetThatIsStopping) {
   Places places;
   OtherSet first(places.state);
   std::thread ends([&first] {
@@ -241,9 +242,9 @@ TEST(TvStorePlace, SetThatIsAboutToEndIsWaitedFor) {
   ends.join();
 }
 
-// ---- Who may read ----
+// ---- Permissions ----
 
-TEST(TvStorePlace, OnlyItsOwnerMayReadIt) {
+TEST(TvStorePlace, OnlyTheOwnerHasAccess) {
   Places places;
   fs::permissions(places.state, fs::perms{0777});
   const mode_t before = umask(0);
@@ -254,7 +255,7 @@ TEST(TvStorePlace, OnlyItsOwnerMayReadIt) {
   EXPECT_EQ(mode_of(places.state + "/tv.sqlite-wal"), 0600u);
 }
 
-TEST(TvStorePlace, WiderPermissionsAreTakenBack) {
+TEST(TvStorePlace, WiderPermissionsAreRemoved) {
   Places places;
   ASSERT_TRUE(run_and_kill(
       [&] { return dtv_tv_start(places.state.c_str(), nullptr) == 0 && a_vextvapi_volctrl_setVolume(64) == 0; }));
@@ -267,8 +268,8 @@ TEST(TvStorePlace, WiderPermissionsAreTakenBack) {
   EXPECT_EQ(mode_of(places.state + "/tv.sqlite-wal"), 0600u);
 }
 
-TEST(TvStorePlace, FolderOfSomebodyElseIsRefused) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
+TEST(TvStorePlace, FolderOfAnotherUserIsRefused) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can change a folder's owner";
   Places places;
   ASSERT_EQ(chown(places.state.c_str(), 65534, 65534), 0);
   fs::permissions(places.state, fs::perms{0777});
@@ -278,7 +279,7 @@ TEST(TvStorePlace, FolderOfSomebodyElseIsRefused) {
   EXPECT_TRUE(fs::is_empty(places.state));
 }
 
-TEST(TvStorePlace, FolderOfEverybodyIsRefused) {
+TEST(TvStorePlace, WorldWritableFolderIsRefused) {
   Places places;
   fs::permissions(places.state, fs::perms{01777});
   expect_words(tv_start(places.state), {places.state, "open to other users"});
@@ -286,7 +287,7 @@ TEST(TvStorePlace, FolderOfEverybodyIsRefused) {
   EXPECT_TRUE(fs::is_empty(places.state));
 }
 
-TEST(TvStorePlace, FolderThatHoldsOtherThingsIsNotClosedToOthers) {
+TEST(TvStorePlace, FolderWithOtherFilesIsRefusedAndKeepsItsPermissions) {
   Places places;
   write_file(places.state + "/letter", "Dear");
   fs::permissions(places.state, fs::perms{0755});
@@ -297,7 +298,7 @@ TEST(TvStorePlace, FolderThatHoldsOtherThingsIsNotClosedToOthers) {
   EXPECT_EQ(tv_start(places.state), "");
 }
 
-TEST(TvStorePlace, WhatIsNoFileIsRefused) {
+TEST(TvStorePlace, DatabaseThatIsNotARegularFileIsRefused) {
   const std::function<void(const std::string&)> makers[] = {
       [](const std::string& path) { fs::create_directory(path); },
       [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0600), 0); },
@@ -306,7 +307,7 @@ TEST(TvStorePlace, WhatIsNoFileIsRefused) {
   for (const auto& make : makers) {
     Places places;
     make(places.state + "/tv.sqlite");
-    expect_words(tv_start(places.state), {"cannot use the set's memory " + places.state + "/tv.sqlite"});
+    expect_words(tv_start(places.state), {"cannot use the set's database " + places.state + "/tv.sqlite"});
     EXPECT_EQ(files_of(places.state).size(), 1u);
   }
 }

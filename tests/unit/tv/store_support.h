@@ -1,4 +1,4 @@
-// What the tests of the set's memory share: files, SQL, and processes that end in the middle.
+// Shared by the store's tests: files, SQL, and child processes that are killed.
 #pragma once
 
 #include <signal.h>
@@ -15,13 +15,13 @@
 
 #include "support.h"
 
-// The numbers that say which layout a database has: one of its own and, from layout 2 on, a second one.
+// Sets the numbers of a database's layout: user_version and, from layout 2 on, application_id.
 inline std::string layout_sql(int layout) {
   const int application = layout < 2 ? 0 : 0x64747600 + layout;
   return "PRAGMA user_version=" + std::to_string(layout) + "; PRAGMA application_id=" + std::to_string(application);
 }
 
-// Makes the table as the set made it when its rows had no checksums.
+// Creates the table of layout 1, whose rows have no checksums.
 inline std::string layout_1_sql() {
   return "DROP TABLE IF EXISTS settings;"
          "CREATE TABLE IF NOT EXISTS settings (key TEXT PRIMARY KEY, value) WITHOUT ROWID;" +
@@ -50,7 +50,7 @@ inline std::vector<std::string> files_of(const std::string& folder) {
   return names;
 }
 
-// The names of damaged databases that were moved aside; what went with them is not among them.
+// The names of renamed damaged databases, without their journals.
 inline std::vector<std::string> damaged_files(const std::string& folder) {
   std::vector<std::string> names = files_of(folder);
   std::erase_if(names, [](const std::string& name) {
@@ -65,7 +65,7 @@ inline mode_t mode_of(const std::string& path) {
   return info.st_mode & 07777;
 }
 
-// Runs act in a process of its own, which must not use GoogleTest; returns its status as waitpid tells it.
+// Runs act in a child process, in which it must not use GoogleTest. Returns the status from waitpid.
 inline int run_apart(const std::function<bool()>& act) {
   const pid_t child = fork();
   if (child == 0) _exit(act() ? 0 : 1);
@@ -74,32 +74,32 @@ inline int run_apart(const std::function<bool()>& act) {
   return status;
 }
 
-// Likewise, but the process kills itself right after; returns whether act was content.
+// The same, but the child kills itself after act. Returns whether act has returned true.
 inline bool run_and_kill(const std::function<bool()>& act) {
   const int status = run_apart([&] { return act() && kill(getpid(), SIGKILL) == 0; });
   return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
 }
 
-// Starts a set in a process of its own, which then ends; returns the error, or "started". prepare runs first.
+// Runs prepare and starts a set in a child process, which then exits. Returns the error, or "started".
 inline std::string start_apart(
     const std::string& folder, const std::function<bool()>& prepare = [] { return true; }) {
-  int told[2];
-  EXPECT_EQ(pipe(told), 0);
+  int ends[2];
+  EXPECT_EQ(pipe(ends), 0);
   const int status = run_apart([&] {
     char* error = nullptr;
     if (!prepare()) return false;
     const std::string text = dtv_tv_start(folder.c_str(), &error) == 0 ? "started" : error;
-    return write(told[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    return write(ends[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
   });
-  close(told[1]);
+  close(ends[1]);
   char text[2000];
-  const ssize_t length = read(told[0], text, sizeof text);
-  close(told[0]);
+  const ssize_t length = read(ends[0], text, sizeof text);
+  close(ends[0]);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   return std::string(text, length < 0 ? 0u : static_cast<std::size_t>(length));
 }
 
-// How often a test does what it does at random, or for each of many; an environment variable makes it more.
+// The number of a test's repetitions: the environment variable's value, else `otherwise`.
 inline int times(const char* variable, int otherwise) {
   const char* const wanted = getenv(variable);
   return wanted == nullptr ? otherwise : std::stoi(wanted);

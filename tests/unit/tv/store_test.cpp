@@ -1,4 +1,4 @@
-// What the set keeps: through a restart, a killed process, and what becomes of a database that cannot be used.
+// The store: values after a restart and after a killed process, and databases that cannot be used.
 #include <cstring>
 
 #include "store_support.h"
@@ -60,7 +60,7 @@ TEST(TvStore, SecondStartIsRefused) {
   EXPECT_EQ(a_vextvapi_volctrl_setVolume(30), 0);
 }
 
-TEST(TvStore, OffMeansRefused) {
+TEST(TvStore, ChangesAreRefusedWhileTheSetIsOff) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   dtv_tv_stop();
@@ -72,7 +72,7 @@ TEST(TvStore, OffMeansRefused) {
   EXPECT_EQ(tv_control(R"(["volume","33"])"), R"({"error":"the set is off"})");
 }
 
-TEST(TvStore, NoFolder) {
+TEST(TvStore, StartNeedsAFolder) {
   const std::string missing = "/nonexistent/tv_test";
   EXPECT_NE(tv_start(missing).find(missing), std::string::npos);
   EXPECT_NE(tv_start("").find("state folder"), std::string::npos);
@@ -96,33 +96,33 @@ void expect_kept_aside(const TvFolder& folder, const std::string& damaged) {
   dtv_tv_stop();
 }
 
-TEST(TvStore, FileThatIsNoDatabaseIsKeptAside) {
+TEST(TvStore, FileThatIsNotADatabaseIsRenamed) {
   TvFolder folder;
   const std::string text(5000, 'x');
   write_file(folder.database(), text);
   expect_kept_aside(folder, text);
-  write_file(folder.database(), text);  // a second one, within the same second
+  write_file(folder.database(), text);  // a second damaged one within the same second
   const std::string error = tv_start(folder.path);
   EXPECT_NE(error.find("damaged"), std::string::npos) << error;
   EXPECT_EQ(damaged_files(folder.path).size(), 2u);
 }
 
-TEST(TvStore, BrokenPageIsKeptAside) {
+TEST(TvStore, DatabaseWithADamagedPageIsRenamed) {
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
   a_vextvapi_volctrl_setVolume(64);
   dtv_tv_stop();
   std::string damaged = content_of(folder.database());
   ASSERT_GE(damaged.size(), 8192u);
-  damaged.replace(4096, 100, std::string(100, '\xff'));  // the head of the page that holds the settings
+  damaged.replace(4096, 100, std::string(100, '\xff'));  // the header of the page that contains the settings
   write_file(folder.database(), damaged);
   expect_kept_aside(folder, damaged);
 }
 
-TEST(TvStore, DamagedSchemaIsKeptAside) {
+TEST(TvStore, DatabaseWithADamagedSchemaIsRenamed) {
   const std::pair<const char*, const char*> changes[] = {
-      {"value, sum", "vakue, sum"},  // a column of another name
-      {"CREATE", "CRATES"},          // no SQL
+      {"value, sum", "vakue, sum"},  // another column name
+      {"CREATE", "CRATES"},          // not SQL
       {"INTEGER NOT NULL", "INTEGER NOT LULL"},
       {"WITHOUT ROWID", "WITHOUT-ROWID"},
       {"tablesettings", "tablesettinks"},
@@ -141,7 +141,7 @@ TEST(TvStore, DamagedSchemaIsKeptAside) {
   }
 }
 
-TEST(TvStore, WhatTheSetHasNotMadeIsKeptAside) {
+TEST(TvStore, DatabaseThatTheSetHasNotCreatedIsRenamed) {
   for (const std::string& sql : {
            layout_1_sql() + "CREATE TABLE other (x)",
            layout_1_sql() + "PRAGMA application_id=7",
@@ -157,7 +157,7 @@ TEST(TvStore, WhatTheSetHasNotMadeIsKeptAside) {
   }
 }
 
-// Permissions do not bind root, so that root becomes somebody else, whom it has given the files to.
+// Permissions do not apply to root, so root changes the files' owner and runs the set as that user.
 constexpr uid_t kNobody = 65534;
 
 void give_away(const std::string& path) {
@@ -166,7 +166,7 @@ void give_away(const std::string& path) {
 
 bool give_up_root() { return geteuid() != 0 || setuid(kNobody) == 0; }
 
-TEST(TvStore, ReadOnlyIsSaidAndLeftAlone) {
+TEST(TvStore, ReadOnlyDatabaseIsReportedAndNotChanged) {
   using std::filesystem::perms;
   TvFolder folder;
   ASSERT_EQ(tv_start(folder.path), "");
@@ -189,25 +189,25 @@ TEST(TvStore, ReadOnlyIsSaidAndLeftAlone) {
   EXPECT_EQ(files_of(folder.path).size(), 1u);
 }
 
-TEST(TvStore, NewerLayoutIsRefusedAndLeftAlone) {
+TEST(TvStore, NewerLayoutIsRefusedAndNotChanged) {
   TvFolder folder;
   write_sql(folder.database(), layout_sql(99));
   EXPECT_NE(tv_start(folder.path).find("layout is 99"), std::string::npos);
   EXPECT_EQ(files_of(folder.path).size(), 1u);
 }
 
-TEST(TvStore, ValueOutsideItsLimitsIsTheFactorysAgain) {
+TEST(TvStore, ValueOutsideItsLimitsIsReset) {
   for (const char* value : {"101", "-1", "'loud'", "NULL", "12.5"}) {
     TvFolder folder;
     write_sql(folder.database(), layout_1_sql() + "INSERT INTO settings VALUES ('volume', " + value + ")");
     testing::internal::CaptureStderr();
     ASSERT_EQ(tv_start(folder.path), "");
-    expect_words(testing::internal::GetCapturedStderr(), {"the kept volume ", "again"});
+    expect_words(testing::internal::GetCapturedStderr(), {"the stored volume ", "reset"});
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << value;
   }
 }
 
-TEST(TvStore, DamagedValueIsReportedOnceAndTheFactorysAgain) {
+TEST(TvStore, DamagedValueIsReportedOnceAndReset) {
   for (const char* damage :
        {"UPDATE settings SET value=65 WHERE key='volume'", "UPDATE settings SET sum=sum+1",
         "UPDATE settings SET value='64' WHERE key='volume'", "UPDATE settings SET value=64.0 WHERE key='volume'",
@@ -219,7 +219,7 @@ TEST(TvStore, DamagedValueIsReportedOnceAndTheFactorysAgain) {
     write_sql(folder.database(), damage);
     testing::internal::CaptureStderr();
     ASSERT_EQ(tv_start(folder.path), "");
-    expect_words(testing::internal::GetCapturedStderr(), {"the kept volum", "is damaged", "factory"});
+    expect_words(testing::internal::GetCapturedStderr(), {"the stored volum", "is damaged", "factory"});
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << damage;
     dtv_tv_stop();
     testing::internal::CaptureStderr();
@@ -229,14 +229,14 @@ TEST(TvStore, DamagedValueIsReportedOnceAndTheFactorysAgain) {
   }
 }
 
-TEST(TvStore, DatabaseWithoutChecksumsIsTakenOver) {
+TEST(TvStore, DatabaseWithoutChecksumsIsMigrated) {
   TvFolder folder;
   write_sql(folder.database(), "PRAGMA journal_mode=WAL;" + layout_1_sql() +
                                    "INSERT INTO settings VALUES ('volume', 64), ('mute', 1), ('channel', 7),"
                                    "('g_misc__tv_network_name', 'Büro \"2\"'), ('g_misc__air_channel_id', 2147483647),"
                                    "('clock_moved_ms', -86400000), ('g_of_another_version', 'x')");
   testing::internal::CaptureStderr();
-  for (int start = 0; start < 2; ++start) {  // from the old layout, then from what was made of it
+  for (int start = 0; start < 2; ++start) {  // from the old layout, then from the migrated database
     ASSERT_EQ(tv_start(folder.path), "");
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
     EXPECT_EQ(a_vextvapi_volctrl_getMute(), 1);

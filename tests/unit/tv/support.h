@@ -1,4 +1,4 @@
-// A state folder of its own for each test, and the set that runs in it.
+// A temporary state folder, and functions that start and control the set in it.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ struct TvFolder {
   std::string database() const { return path + "/tv.sqlite"; }
 };
 
-// While it lives, only dtv_tv_advance moves the set's clock. It comes before the set is switched on.
+// While it exists, only dtv_tv_advance moves the set's clock. Construct it before the set is switched on.
 struct ManualClock {
   ManualClock() { dtv_tv_manual_clock(1); }
   ~ManualClock() { dtv_tv_manual_clock(0); }
@@ -35,10 +35,10 @@ struct ManualClock {
   ManualClock& operator=(const ManualClock&) = delete;
 };
 
-// What "state" says of a set as it comes from the factory.
+// What "state" reports for a new set.
 #define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"","volume":20,"mute":false)"
 
-// What is wrong with the start, or an empty text.
+// Starts the set. Returns the error, empty on success.
 inline std::string tv_start(const std::string& folder) {
   char* error = nullptr;
   const int32_t result = dtv_tv_start(folder.c_str(), &error);
@@ -53,16 +53,16 @@ inline std::string tv_control(const std::string& command) {
   return answer == nullptr ? "null" : answer.get();
 }
 
-// What is said on stderr by a call that has to fail.
+// Makes a call that must fail, and returns what it wrote to stderr.
 template <typename Call>
 std::string refusal(Call call) {
   testing::internal::CaptureStderr();
   const INT32 result = call();
-  const std::string said = testing::internal::GetCapturedStderr();
-  EXPECT_LT(result, 0) << said;
-  return said;
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_LT(result, 0) << log;
+  return log;
 }
 
-inline void expect_words(const std::string& said, const std::vector<std::string>& words) {
-  for (const std::string& word : words) EXPECT_NE(said.find(word), std::string::npos) << word << " in: " << said;
+inline void expect_words(const std::string& log, const std::vector<std::string>& words) {
+  for (const std::string& word : words) EXPECT_NE(log.find(word), std::string::npos) << word << " in: " << log;
 }

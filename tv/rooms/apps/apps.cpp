@@ -1,12 +1,13 @@
-// What the set runs besides television, as state that can be seen: HbbTV, the portal, the set's own applications. What
-// runs ends with standby; of HbbTV, the configuration keeps whether it is on.
+// The applications that the set runs besides television: HbbTV, the portal, the set's own applications. They are only
+// simulated: this room stores which of them run. Standby ends them all. Whether HbbTV is enabled is a configuration
+// value.
 //
-// Messages to HbbTV, by function type: 0 asks, 1 switches it on or off (value 1 or 0), 4 starts the application at the
-// address. What comes back is how things stand then: the value, for 0 and 1 whether HbbTV is on, for 4 the
-// application's type; and the address of the application that runs, empty for none.
+// Messages to HbbTV, by function type: 0 queries the state, 1 switches HbbTV on or off (value 1 or 0), 4 starts the
+// application at the address. The message is overwritten with the resulting state. Value: for 0 and 1 whether HbbTV is
+// on, for 4 the application's type. Address: that of the running application, empty if none runs.
 //
-// A USB path holds a demonstration for the shop when a file in it is named super_shop_demo, and an e-banner when one is
-// named ebanner, each with any ending and in small or capital letters.
+// A USB path contains a shop demonstration if a file in it is named super_shop_demo, and an e-banner if one is named
+// ebanner, each with any extension and in upper or lower case.
 #include "vex_tv_ctrl/apps.h"
 
 #include <algorithm>
@@ -49,24 +50,24 @@ constexpr NamedNumber kNativeApps[] = {
 };
 
 constexpr const char* kHbbtvKey = "g_hbbtv__enable";
-constexpr UINT32 kAsk = 0;                    // a function beside those of the contract
-constexpr UINT32 kHead = 2 * sizeof(UINT32);  // what ui4_length does not count
+constexpr UINT32 kAsk = 0;                    // a query; the contract has no constant for it
+constexpr UINT32 kHead = 2 * sizeof(UINT32);  // bytes that ui4_length does not count
 static_assert(VEXTVAPI_HBBTV_LENGTH == sizeof(VEXTVAPI_HBBTV_DATA_T) - kHead);
 static_assert(VEXTVAPI_HBBTV_LENGTH_APPLICATION == offsetof(VEXTVAPI_HBBTV_DATA_T, ui4_reserved) - kHead);
 constexpr std::size_t kLongestAddress = 255;
 
 struct State {
-  std::mutex lock;  // guards all that follows; before the configuration's and the remote control's
+  std::mutex lock;  // guards all members below; taken before the configuration's and the remote control's
   UINT32 hbbtv_type = 0;
-  UINT32 hbbtv_switched = 0;                 // how often HbbTV had been, before the application was started
+  UINT32 hbbtv_switched = 0;                 // config_changes(kHbbtvKey) before the application was started
   std::string hbbtv_uri;                     // empty: no application runs
-  std::string edfu_url;                      // what the portal opens in its mode for addresses
-  const NamedNumber* portal_mode = nullptr;  // null: it does not run
-  const NamedNumber* portal_exit = nullptr;  // why it was left last; null: it never was
-  const NamedNumber* native_app = nullptr;   // null: none runs
+  std::string edfu_url;                      // the address that the portal opens in its EDFU mode
+  const NamedNumber* portal_mode = nullptr;  // null: the portal is not running
+  const NamedNumber* portal_exit = nullptr;  // why the portal was left last; null: it never was
+  const NamedNumber* native_app = nullptr;   // null: none is running
 };
 
-// Lives until the process ends, whatever thread still reads.
+// Never destroyed: other threads may still use it when the process exits.
 State& state = *new State;
 
 template <std::size_t N>
@@ -79,14 +80,14 @@ const char* name_of(const NamedNumber* row) { return row == nullptr ? "" : row->
 
 INT32 refuse_standby(const char* function) { return refuse_call(function, "the set is in standby"); }
 
-// The caller holds the lock, here and below.
+// The caller of this and the functions below holds the lock.
 void end_hbbtv_application() {
   state.hbbtv_uri.clear();
   state.hbbtv_type = 0;
 }
 
-// The configuration may be changed by others than HbbTV's own message; no application outlives that, not even when
-// HbbTV is on again before somebody looks.
+// Not only HbbTV's own message may change the configuration value. If it has changed since the application was started,
+// the application has ended, even if HbbTV has been switched on again since.
 bool hbbtv_is_on() {
   const bool on = config_number(kHbbtvKey) != 0;
   if (!on || config_changes(kHbbtvKey) != state.hbbtv_switched) end_hbbtv_application();
@@ -105,7 +106,7 @@ INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
     return refuse_call(function, "an application's address has 1 to 255 bytes in UTF-8");
   }
   if (!remote_is_on()) return refuse_standby(function);
-  const UINT32 switched = config_changes(kHbbtvKey);  // asked first: a switch that comes between ends the application
+  const UINT32 switched = config_changes(kHbbtvKey);  // read first, so that a switch in between ends the application
   if (!hbbtv_is_on()) return refuse_call(function, "HbbTV is off");
   state.hbbtv_switched = switched;
   state.hbbtv_type = message.ui4_value;
@@ -114,7 +115,7 @@ INT32 start_hbbtv(const char* function, const VEXTVAPI_HBBTV_DATA_T& message) {
 }
 
 INT32 switch_hbbtv(const char* function, UINT32 wanted) {
-  if (wanted > 1) return refuse_call(function, std::to_string(wanted) + " is neither 0, off, nor 1, on");
+  if (wanted > 1) return refuse_call(function, std::to_string(wanted) + " is neither 0 (off) nor 1 (on)");
   return config_set(kHbbtvKey, static_cast<INT32>(wanted));
 }
 
@@ -135,7 +136,8 @@ INT32 look_for(const char* function, const char* path, const char* name, UINT8* 
 }  // namespace
 
 INT32 a_vextvapi_hbbtv_exchange_data(VEXTVAPI_HBBTV_DATA_T* block, UINT32 words) {
-  if (block == nullptr || words < sizeof *block / sizeof(UINT32)) return refuse_call(__func__, "a block has 100 words");
+  if (block == nullptr || words < sizeof *block / sizeof(UINT32))
+    return refuse_call(__func__, "the block must have at least 100 words");
   const UINT32 type = block->ui4_func_type;
   const bool starts = type == VEXTVAPI_HBBTV_FUNC_APPLICATION;
   const bool switches = type == VEXTVAPI_HBBTV_FUNC_ENABLE;
@@ -171,7 +173,7 @@ INT32 a_portal_pause_ex(UINT8 reason) {
   const NamedNumber* const why = find_number(kExitReasons, reason);
   if (why == nullptr) return refuse_call(__func__, "there is no reason " + std::to_string(reason));
   const std::lock_guard guard(state.lock);
-  if (state.portal_mode == nullptr) return refuse_call(__func__, "the portal does not run");
+  if (state.portal_mode == nullptr) return refuse_call(__func__, "the portal is not running");
   state.portal_mode = nullptr;
   state.portal_exit = why;
   return 0;
@@ -243,7 +245,7 @@ bool reset() {
   return true;
 }
 
-// Only what runs; "app" shows the rest.
+// Reports only what is running; "app" shows the rest.
 void report(boost::json::object& answer) {
   const std::lock_guard guard(state.lock);
   if (hbbtv_is_on() && !state.hbbtv_uri.empty()) answer["hbbtv"] = state.hbbtv_uri;
@@ -262,7 +264,7 @@ boost::json::object app_command(Arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"app", "", 0, "Shows what runs besides television: HbbTV, the portal, the set's own applications", app_command},
+    {"app", "", 0, "Shows the state of HbbTV, the portal and the set's own applications", app_command},
 };
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The applications, for the remote control.
+// What the remote control does to applications.
 #pragma once
 
-void apps_end();         // all that run
-void apps_leave_menu();  // the set's own application
+void apps_end();         // ends all that are running
+void apps_leave_menu();  // ends the set's own application

@@ -1,4 +1,4 @@
-// HbbTV, the portal, the set's own applications, the reset, demonstrations on a stick.
+// HbbTV, the portal, the set's own applications, the factory reset, shop demonstrations on a stick.
 #include <cstring>
 #include <fstream>
 #include <thread>
@@ -26,7 +26,7 @@ VEXTVAPI_HBBTV_DATA_T message(UINT32 type, UINT32 value, const char* uri = "") {
 
 INT32 exchange(VEXTVAPI_HBBTV_DATA_T block) { return a_vextvapi_hbbtv_exchange_data(&block, kWords); }
 
-// How HbbTV stands, by its own answer: whether it is on and the application's address.
+// HbbTV's answer to a query: whether it is on, and the application's address.
 std::string hbbtv() {
   VEXTVAPI_HBBTV_DATA_T block = message(0, 77, "stale");
   EXPECT_EQ(a_vextvapi_hbbtv_exchange_data(&block, kWords), 0);
@@ -37,7 +37,7 @@ bool app(const std::string& part) { return tv_control(R"(["app"])").find(part) !
 
 bool shown(const std::string& part) { return tv_control(R"(["state"])").find(part) != std::string::npos; }
 
-TEST_F(TvApps, HbbtvIsSwitchedAndTheConfigurationKnows) {
+TEST_F(TvApps, SwitchingHbbtvChangesTheConfiguration) {
   EXPECT_EQ(hbbtv(), "on ");
   VEXTVAPI_HBBTV_DATA_T off = message(1, 0);
   EXPECT_EQ(a_vextvapi_hbbtv_exchange_data(&off, kWords), 0);
@@ -54,7 +54,7 @@ TEST_F(TvApps, HbbtvIsSwitchedAndTheConfigurationKnows) {
   EXPECT_EQ(hbbtv(), "on ");
 }
 
-TEST_F(TvApps, HbbtvRunsAnApplicationUntilItIsOff) {
+TEST_F(TvApps, HbbtvRunsAnApplicationUntilItIsSwitchedOff) {
   const std::string longest = "http://h/" + std::string(246, 'a');
   VEXTVAPI_HBBTV_DATA_T start = message(4, 3, longest.c_str());
   EXPECT_EQ(a_vextvapi_hbbtv_exchange_data(&start, kWords), 0);
@@ -64,7 +64,7 @@ TEST_F(TvApps, HbbtvRunsAnApplicationUntilItIsOff) {
   EXPECT_EQ(exchange(message(4, 1, "http://h/other")), 0);
   EXPECT_TRUE(app(R"("hbbtv":{"enabled":true,"type":1,"uri":"http://h/other"})"));
   EXPECT_TRUE(shown(R"("hbbtv":"http://h/other")"));
-  EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_hbbtv__enable", 0, 0), 0);  // by the menu
+  EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_hbbtv__enable", 0, 0), 0);  // as the menu does
   EXPECT_EQ(hbbtv(), "off ");
   expect_words(refusal([] { return exchange(message(4, 1, "http://h/other")); }), {"HbbTV is off"});
   EXPECT_EQ(exchange(message(1, 1)), 0);
@@ -72,7 +72,7 @@ TEST_F(TvApps, HbbtvRunsAnApplicationUntilItIsOff) {
   EXPECT_FALSE(shown("hbbtv"));
 }
 
-TEST_F(TvApps, NoApplicationOutlivesASwitchThatNobodyLooksAt) {
+TEST_F(TvApps, ApplicationEndsEvenIfHbbtvIsOnAgainAtTheNextQuery) {
   const auto menu = [](INT32 on) { EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_hbbtv__enable", on, 0), 0); };
   EXPECT_EQ(exchange(message(4, 3, "http://h/")), 0);
   menu(1);  // it is on already
@@ -84,7 +84,7 @@ TEST_F(TvApps, NoApplicationOutlivesASwitchThatNobodyLooksAt) {
   EXPECT_EQ(hbbtv(), "on http://h/");
 }
 
-TEST_F(TvApps, HbbtvRefusesWhatItDoesNotKnow) {
+TEST_F(TvApps, HbbtvRefusesInvalidMessages) {
   expect_words(refusal([] { return exchange(message(1, 2)); }), {"2"});
   expect_words(refusal([] { return exchange(message(2, 0)); }), {"no function 2"});
   expect_words(refusal([] { return exchange(message(0xFFFFFFFF, 0)); }), {"4294967295"});
@@ -97,7 +97,7 @@ TEST_F(TvApps, HbbtvRefusesWhatItDoesNotKnow) {
   expect_words(refusal([] { return exchange(message(4, 0)); }), {"address"});
   expect_words(refusal([] { return exchange(message(4, 0, "\xFF")); }), {"UTF-8"});
   wrong = message(4, 0);
-  std::memset(wrong.s_uri, 'a', sizeof wrong.s_uri);  // without an end
+  std::memset(wrong.s_uri, 'a', sizeof wrong.s_uri);  // without a NUL
   expect_words(refusal([&] { return exchange(wrong); }), {"255"});
   wrong = message(1, 0);
   expect_words(refusal([&] { return a_vextvapi_hbbtv_exchange_data(&wrong, 99); }), {"100 words"});
@@ -117,7 +117,7 @@ TEST_F(TvApps, PortalRunsInItsModes) {
   EXPECT_EQ(a_net_get_app_mode(), 0);
   EXPECT_FALSE(shown("portal"));
   EXPECT_TRUE(app(R"("portal":{"mode":"","last_exit":"CHANGE_SOURCE","edfu_url":""})"));
-  expect_words(refusal([] { return a_portal_pause_ex(1); }), {"does not run"});
+  expect_words(refusal([] { return a_portal_pause_ex(1); }), {"is not running"});
 }
 
 TEST_F(TvApps, PortalOpensAnAddress) {
@@ -131,7 +131,7 @@ TEST_F(TvApps, PortalOpensAnAddress) {
   refusal([] { return a_set_edfu_url(nullptr); });
 }
 
-TEST_F(TvApps, PortalRefusesOtherModesAndReasons) {
+TEST_F(TvApps, PortalRefusesUnknownModesAndReasons) {
   EXPECT_EQ(a_portal_start_ex(2), 0);
   for (const UINT8 mode : {UINT8{0}, UINT8{8}, UINT8{9}, UINT8{10}, UINT8{13}, UINT8{16}, UINT8{255}}) {
     expect_words(refusal([&] { return a_portal_start_ex(mode); }), {std::to_string(mode)});
@@ -178,7 +178,7 @@ TEST_F(TvApps, NothingRunsInStandbyOrAfterARestart) {
   EXPECT_TRUE(app(R"("native_app":"")"));
 }
 
-TEST_F(TvApps, CleanAllIsTheFactorysState) {
+TEST_F(TvApps, CleanAllResetsTheSet) {
   EXPECT_EQ(a_vextvapi_volctrl_setVolume(77), 0);
   EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_audio__balance", 7, 0), 0);
   EXPECT_EQ(a_vextvapi_time_set_utc_time(0), 0);
@@ -199,7 +199,7 @@ TEST_F(TvApps, CleanAllIsTheFactorysState) {
   expect_words(refusal([] { return a_vextvapi_util_set(0, 2, 1, 0); }), {"off"});
 }
 
-TEST_F(TvApps, DemonstrationsOnAStick) {
+TEST_F(TvApps, FindsDemonstrationsOnAStick) {
   const std::filesystem::path stick = folder.path + "/stick";
   std::filesystem::create_directories(stick / "sub");
   const auto look = [&](auto function) {

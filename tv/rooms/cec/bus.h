@@ -1,5 +1,5 @@
-// HDMI-CEC inside the virtual television: what goes over the bus, who is on it, and what an event tells of a message.
-// The bus itself, its thread and its lock are in cec.cpp; all that is declared here is called under that lock.
+// HDMI-CEC inside the virtual television: the frames on the bus, its devices, and the messages that become events. The
+// bus itself and its lock are in cec.cpp; all functions declared here are called under that lock.
 #pragma once
 
 #include <optional>
@@ -11,10 +11,10 @@
 #include "core/contract.h"
 #include "vex_tv_ctrl/cec.h"
 
-inline constexpr UINT8 kCecBroadcast = 15;  // the logical address that means everybody
+inline constexpr UINT8 kCecBroadcast = 15;  // the logical address of broadcasts
 inline constexpr std::size_t kCecMostOperands = 14;
 
-// Opcodes that somebody here sends or looks for.
+// The opcodes that the set and the devices send or check for.
 enum CecOpcode : UINT8 {
   kFeatureAbort = 0x00,
   kImageViewOn = 0x04,
@@ -54,15 +54,15 @@ inline constexpr UINT8 kCecVersion20 = 6;
 struct CecFrame {
   UINT8 from;
   UINT8 to;
-  std::vector<UINT8> bytes;  // the opcode and its operands; none in a poll
+  std::vector<UINT8> bytes;  // the opcode and its operands; empty for a poll
 };
 
-// As a bus monitor writes it: "40:04", the two addresses and the bytes in hexadecimal.
+// The frame as a bus monitor shows it: "40:04", the two addresses and the bytes in hexadecimal.
 std::string cec_text(const CecFrame& frame);
 
 std::string cec_address_text(UINT16 address);  // "2.0.0.0"
 
-// ---- cec_devices.cpp: the set and the devices, as the bus sees them ----
+// ---- devices.cpp: the set and the devices on the bus ----
 
 struct CecDevice {
   std::string_view name;      // in commands
@@ -71,8 +71,8 @@ struct CecDevice {
   UINT8 port;  // HDMI input that it is plugged into; 0: the set itself
   UINT8 type;  // 0 television, 4 playback device, 5 audio system
   UINT8 version;
-  UINT32 vendor;  // locally administered: nobody's
-  UINT8 profile;  // of remote control, and features, as <Report Features> has them
+  UINT32 vendor;  // a locally administered identifier, assigned to no maker
+  UINT8 profile;  // the remote control profile in <Report Features>, as are the features
   UINT8 features;
   constexpr UINT16 address() const { return static_cast<UINT16>(port << 12); }
 };
@@ -80,7 +80,7 @@ struct CecDevice {
 struct CecDeviceState {
   bool plugged = true;
   bool on = false;
-  bool plays = false;   // says that its picture is to be shown
+  bool plays = false;   // it has asked the set to show its picture
   bool speaks = false;  // an audio system that plays the set's sound
   bool operator==(const CecDeviceState&) const = default;
 };
@@ -89,41 +89,42 @@ inline constexpr std::size_t kCecDevices = 2;
 extern const CecDevice kCecSet;
 extern const CecDevice kCecDeviceTable[kCecDevices];
 
-// The frames of a device's own, in the order in which it sends them.
+// Frames that a device sends, in their order.
 CecFrame cec_direct(const CecDevice& from, UINT8 to, std::vector<UINT8> bytes);
 CecFrame cec_broadcast(const CecDevice& from, std::vector<UINT8> bytes);
-std::vector<CecFrame> cec_joins(const CecDevice& device);  // with the logical address that it has just taken
+std::vector<CecFrame> cec_joins(const CecDevice& device);  // after it has chosen its logical address
 std::vector<CecFrame> cec_plays(const CecDevice& device, CecDeviceState& state);
 std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state);
 
-// What the one who is told a message answers when every device answers so: who it is, and whether it is on.
-std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& told);
+// The answers that the set and all devices have in common: identity and power status. None: the message has no such
+// answer.
+std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& received);
 
-// What a device that is told a message does and answers.
-std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told);
+// Updates the state of a device that has received a message, and returns its answers.
+std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& received);
 
-// ---- cec_messages.cpp: the messages that concern an application ----
+// ---- messages.cpp: the messages that become events ----
 
-// A message that has arrived, with what the set knows of its sender.
-struct CecTold {
+// A message that the set has received, with what it knows about the sender.
+struct CecReceived {
   std::span<const UINT8> operands;
   UINT8 from;
-  UINT16 address;  // CECM_PHY_ADDR_UNKNOWN before the sender has told it
+  UINT16 address;  // CECM_PHY_ADDR_UNKNOWN until the sender has reported it
   UINT8 type;
 };
 
 struct CecMessage {
   UINT8 opcode;
-  UINT8 least;     // bytes of operands; a shorter one is ignored
-  bool broadcast;  // sent to everybody
+  UINT8 least;     // bytes of operands; a shorter message is ignored
+  bool broadcast;  // sent to all devices
   UINT8 answers;   // opcode of the question; 0: none
-  void (*show)(const CecTold& told, T_CECM_NFY_DATA& ret_data);
+  void (*show)(const CecReceived& received, T_CECM_NFY_DATA& ret_data);
 };
 
 // The message's row, or null.
 const CecMessage* cec_message(UINT8 opcode);
 
-// Whether a device sends the message to everybody, also one that no application is told of.
+// Whether the message is sent as a broadcast; also for messages that do not become events.
 bool cec_is_broadcast(UINT8 opcode);
 
 // A physical address as events show it.

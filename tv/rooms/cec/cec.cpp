@@ -1,9 +1,9 @@
-// HDMI-CEC: the bus at the set's three HDMI inputs and the set's CEC manager. A timer carries the frames, each for as
-// long as it takes on a wire, so that events reach a listener at a bus's pace.
+// HDMI-CEC: the bus at the set's three HDMI inputs, and the set's CEC manager. A timer delivers each frame after the
+// time that it takes on a real wire, so that a listener receives events at a real bus's pace.
 //
-// The viewer's switch is the configuration's; the manager has one of its own. While either is off the set neither hears
-// nor says anything; the devices do not care. Where they are plugged and whether they are on is not kept: it is as new
-// whenever the set is switched on.
+// Two switches turn the set's CEC off: the viewer's, which is a configuration value, and the manager's. While either is
+// off the set neither receives nor sends frames; the devices go on as before. The devices' states are not stored: each
+// time the set is switched on they are those of a new set.
 #include "rooms/cec/cec.h"
 
 #include <algorithm>
@@ -46,30 +46,30 @@ struct Discovery {
   UINT8 next;
   microseconds pause;
   bool batch;
-  std::vector<UINT8> answered = {};  // those that are asked when all have been polled
+  std::vector<UINT8> answered = {};  // in a batch: the devices to query after all have been polled
   bool source_asked = false;
 };
 
-struct Carried {
+struct LoggedFrame {
   std::string text;
   bool heard;
 };
 
-struct Known {  // of the device at a logical address
+struct Known {  // what the set knows about the device at a logical address
   bool found = false;
   UINT16 address = CECM_PHY_ADDR_UNKNOWN;
   UINT8 type = 0;
-  UINT8 asked = 0;  // opcode of the question whose answer is still to come
+  UINT8 asked = 0;  // opcode of the query that has not been answered yet
 };
 
 struct Bus {
-  // Guards all that follows. Taken before the configuration's locks, the remote control's and the event queue's; the
+  // Guards all members below. Taken before the configuration's locks, the remote control's and the event queue's; the
   // remote control calls this room with no lock held.
   std::mutex lock;
 
-  std::optional<CecFrame> on_wire;  // until it has arrived and everybody has answered
-  std::deque<CecFrame> waiting;     // for the wire
-  std::deque<Carried> log;          // the latest frames, the oldest first
+  std::optional<CecFrame> on_wire;  // being transmitted
+  std::deque<CecFrame> waiting;     // to be transmitted
+  std::deque<LoggedFrame> log;      // the latest frames, the oldest first
   std::array<CecDeviceState, kCecDevices> devices;
   UINT16 active_source = CECM_PHY_ADDR_UNKNOWN;
 
@@ -79,17 +79,18 @@ struct Bus {
   a_vextvapi_cec_nfy_fct callback = nullptr;
   void* callback_tag = nullptr;
   std::array<Known, kCecBroadcast> known;
-  std::deque<Discovery> discoveries;  // the first is running
-  UINT32 listed = 0;                  // the devices of the latest list
+  std::deque<Discovery> discoveries;  // the first one is running
+  UINT32 listed = 0;                  // the devices in the latest list of an event, one bit per logical address
 };
 
-// Lives until the process ends, whatever thread still waits here.
+// Never destroyed: other threads may still use it when the process exits.
 Bus& bus = *new Bus;
 
 Timer frame_timer;  // when the frame on the wire has arrived
 
-// All that follow: the caller holds the lock.
+// The caller of the functions below holds the lock.
 
+// Whether both switches are on.
 bool listens() { return bus.enabled && config_number(kSwitch) != 0; }
 
 std::size_t index_of(const CecDevice& device) { return static_cast<std::size_t>(&device - kCecDeviceTable); }
@@ -106,15 +107,15 @@ void queue(std::vector<CecFrame> frames) {
   bus.waiting.insert(bus.waiting.end(), std::make_move_iterator(frames.begin()), std::make_move_iterator(frames.end()));
 }
 
-// Who is asked comes before all that still wait, as on a bus: the one who has just spoken waits longer.
+// Answers are transmitted before the waiting frames: on a real bus the device that has just sent waits longer.
 void reply(std::vector<CecFrame> frames) {
   bus.waiting.insert(bus.waiting.begin(), std::make_move_iterator(frames.begin()),
                      std::make_move_iterator(frames.end()));
 }
 
-// ---- What applications are told ----
+// ---- Events ----
 
-void tell(CECM_NFY_T event, const T_CECM_NFY_DATA& data) {
+void notify(CECM_NFY_T event, const T_CECM_NFY_DATA& data) {
   if (!bus.ready || bus.callback == nullptr || !listens()) return;
   static_assert(sizeof event.u_data == sizeof data);
   std::memcpy(event.u_data, &data, sizeof data);
@@ -129,13 +130,13 @@ CECM_NFY_T manager_event(INT32 code) {
   return event;
 }
 
-void tell_power_of_input(const CecDevice& device) {
+void notify_input_power(const CecDevice& device) {
   T_CECM_NFY_DATA data{};
   data.t_5v_pwr = {.ui1_5v_pwr = state_of(device).plugged, .ui2_comp_id = device.port};
-  tell(manager_event(CECM_MSGCODE_5V_PWR), data);
+  notify(manager_event(CECM_MSGCODE_5V_PWR), data);
 }
 
-void tell_devices(const Discovery& ended) {
+void notify_devices(const Discovery& ended) {
   UINT32 found = 0;
   for (UINT8 la = kFirstDevice; la <= kLastDevice; ++la)
     if (bus.known[la].found) found |= UINT32{1} << la;
@@ -146,10 +147,10 @@ void tell_devices(const Discovery& ended) {
   bus.listed = found;
   CECM_NFY_T event = manager_event(CECM_MSGCODE_DEV_LST);
   event.ui4_attr = found;
-  tell(event, data);
+  notify(event, data);
 }
 
-void tell_message(const CecMessage& message, const CecFrame& frame) {
+void notify_message(const CecMessage& message, const CecFrame& frame) {
   Known& sender = bus.known[frame.from];
   const auto operands = std::span(frame.bytes).subspan(1);
   CECM_NFY_T event{};
@@ -165,12 +166,12 @@ void tell_message(const CecMessage& message, const CecFrame& frame) {
   }
   T_CECM_NFY_DATA data{};
   message.show({.operands = operands, .from = frame.from, .address = sender.address, .type = sender.type}, data);
-  tell(event, data);
+  notify(event, data);
 }
 
 // ---- The set ----
 
-// Three letters of the menu's language; the bus has those of a language's English name.
+// The menu's language in three letters. HDMI-CEC uses the bibliographic codes, which differ for these languages.
 CecFrame menu_language() {
   constexpr std::pair<std::string_view, std::string_view> kOtherLetters[] = {
       {"ces", "cze"}, {"cym", "wel"}, {"deu", "ger"}, {"ell", "gre"}, {"eus", "baq"}, {"fra", "fre"},
@@ -185,7 +186,7 @@ CecFrame menu_language() {
   return cec_broadcast(kCecSet, std::move(bytes));
 }
 
-// What a source asks of the set when it is played: wake up, show me.
+// Reacts to the messages of a source that starts playing: wakes the set, shows the source.
 void follow_source(const CecFrame& frame) {
   switch (frame.bytes[0]) {
     case kImageViewOn:
@@ -200,7 +201,7 @@ void follow_source(const CecFrame& frame) {
   }
 }
 
-void set_hears(const CecFrame& frame) {
+void set_receives(const CecFrame& frame) {
   const bool direct = frame.to == CECM_LOG_ADDR_TV;
   const UINT8 opcode = frame.bytes[0];
   if (direct) {
@@ -218,7 +219,7 @@ void set_hears(const CecFrame& frame) {
     bus.known[frame.from].type = frame.bytes[3];
   }
   follow_source(frame);
-  tell_message(*message, frame);
+  notify_message(*message, frame);
 }
 
 void ask(UINT8 la) {
@@ -245,8 +246,8 @@ void set_polled(UINT8 la, bool answered) {
   }
 }
 
-// One step: a poll, the questions to one device, the question who plays, or the end, which is told. False: there is
-// none to do.
+// The next step of the running discovery: a poll, the queries to one device, the query for the active source, or the
+// end with its event. Returns false if no discovery is running.
 bool discover() {
   if (bus.discoveries.empty()) return false;
   Discovery& now = bus.discoveries.front();
@@ -260,7 +261,7 @@ bool discover() {
   } else if (!std::exchange(now.source_asked, true)) {
     queue({cec_broadcast(kCecSet, {kRequestActiveSource})});
   } else {
-    tell_devices(now);
+    notify_devices(now);
     bus.discoveries.pop_front();
   }
   return true;
@@ -268,7 +269,7 @@ bool discover() {
 
 // ---- The wire ----
 
-// A start bit, ten bits for each byte of which the first is the addresses, and the silence between two frames.
+// A start bit, ten bits for each byte including the address byte, and the silence between two frames.
 microseconds time_of(const CecFrame& frame) {
   constexpr microseconds kStart(4500), kBit(2400);
   const auto bits = static_cast<int>(10 * (1 + frame.bytes.size()) + 7);
@@ -285,7 +286,7 @@ bool is_heard(const CecFrame& frame) {
 
 bool is_there(UINT8 la) { return la == CECM_LOG_ADDR_TV ? listens() : plugged_at(la) != nullptr; }
 
-// Who shows a picture, as everybody on the bus has heard it.
+// Records the active source that a frame announces.
 void note_source(const CecFrame& frame) {
   const UINT8 opcode = frame.bytes[0];
   if (frame.bytes.size() < 3 || (opcode != kActiveSource && opcode != kInactiveSource)) return;
@@ -300,8 +301,8 @@ void note_source(const CecFrame& frame) {
     state_of(*sender).plays = active;
 }
 
-void carry(const CecFrame& frame) {
-  if (!is_there(frame.from)) return;  // pulled out, or switched off, in the middle of it
+void deliver(const CecFrame& frame) {
+  if (!is_there(frame.from)) return;  // the sender was unplugged or switched off during the transmission
   const bool heard = is_heard(frame);
   bus.log.push_back({.text = cec_text(frame), .heard = heard});
   if (bus.log.size() > kLogged) bus.log.pop_front();
@@ -315,7 +316,7 @@ void carry(const CecFrame& frame) {
     for (UINT8 la = kFirstDevice; la <= kLastDevice; ++la)
       if (frame.to == la || frame.to == kCecBroadcast) bus.known[la].asked = frame.bytes[0];
   } else if (listens()) {
-    set_hears(frame);
+    set_receives(frame);
   }
   for (const CecDevice& device : kCecDeviceTable) {
     if (device.la == frame.from || !state_of(device).plugged) continue;
@@ -325,8 +326,9 @@ void carry(const CecFrame& frame) {
 
 void frame_arrives();
 
-// Puts the next frame on the wire when it is free. While the set is off nothing arrives; loading clears the bus.
-void use_wire() {
+// Starts transmitting the next frame if the wire is free. While the set is off no frame is delivered; load clears the
+// bus.
+void start_next_frame() {
   if (bus.on_wire) return;
   while (bus.waiting.empty())
     if (!discover()) return;
@@ -337,20 +339,20 @@ void use_wire() {
 
 void frame_arrives() {
   const std::lock_guard guard(bus.lock);
-  carry(*bus.on_wire);
+  deliver(*bus.on_wire);
   bus.on_wire.reset();
-  use_wire();
+  start_next_frame();
 }
 
-void say(std::vector<CecFrame> frames) {
+void transmit(std::vector<CecFrame> frames) {
   queue(std::move(frames));
-  use_wire();
+  start_next_frame();
 }
 
 // ---- What a viewer does ----
 
-// One that waits already will find the device as it is then.
-void look_for(const CecDevice& device) {
+// Queues a discovery of the device, unless one is waiting already: it will find the device's state at that time.
+void queue_discovery(const CecDevice& device) {
   const auto same = [&](const Discovery& each) { return each.start == device.la && each.stop == device.la; };
   if (bus.discoveries.size() > 1 && std::any_of(bus.discoveries.begin() + 1, bus.discoveries.end(), same)) return;
   bus.discoveries.push_back({.start = device.la, .stop = device.la, .next = device.la, .pause = {}, .batch = false});
@@ -358,18 +360,18 @@ void look_for(const CecDevice& device) {
 
 void plug(const CecDevice& device) {
   state_of(device) = {};
-  tell_power_of_input(device);
-  say(cec_joins(device));
-  look_for(device);
+  notify_input_power(device);
+  transmit(cec_joins(device));
+  queue_discovery(device);
 }
 
 void unplug(const CecDevice& device) {
   state_of(device) = {.plugged = false};
   std::erase_if(bus.waiting, [&](const CecFrame& frame) { return frame.from == device.la; });
   if (bus.active_source == device.address()) bus.active_source = CECM_PHY_ADDR_UNKNOWN;
-  tell_power_of_input(device);
-  look_for(device);
-  use_wire();
+  notify_input_power(device);
+  queue_discovery(device);
+  start_next_frame();
 }
 
 boost::json::object describe(const CecDevice& device) {
@@ -401,37 +403,37 @@ std::string device_names() {
   return names;
 }
 
-// Addressed as HDMI-CEC says of the opcode.
+// Sends the message to the set or as a broadcast, as HDMI-CEC defines it for the opcode.
 boost::json::object send(const CecDevice& device, Arguments words) {
   std::vector<UINT8> bytes;
   for (const std::string_view word : words) {
     const auto byte = parse_number<UINT8>(word, 16);
-    if (!byte) return reply_error(quoted(word) + " is no byte in hexadecimal, 00 to ff");
+    if (!byte) return reply_error(quoted(word) + " is not a byte in hexadecimal, 00 to ff");
     bytes.push_back(*byte);
   }
   if (bytes.empty()) return reply_error("cec send DEVICE takes an opcode in hexadecimal and the bytes that follow it");
   CecFrame frame = cec_is_broadcast(bytes[0]) ? cec_broadcast(device, std::move(bytes))
                                               : cec_direct(device, CECM_LOG_ADDR_TV, std::move(bytes));
   boost::json::object answer{{"frame", cec_text(frame)}};
-  say({std::move(frame)});
+  transmit({std::move(frame)});
   return answer;
 }
 
 boost::json::object frames() {
   boost::json::array all;
-  for (const Carried& each : bus.log) all.push_back({{"frame", each.text}, {"heard", each.heard}});
+  for (const LoggedFrame& each : bus.log) all.push_back({{"frame", each.text}, {"heard", each.heard}});
   return {{"frames", std::move(all)}};
 }
 
 struct Action {
   std::string_view name;
-  bool plugged;  // what the device has to be
+  bool plugged;  // whether the device has to be plugged in
   void (*act)(const CecDevice& device);
 };
 
 constexpr Action kActions[] = {
-    {"play", true, [](const CecDevice& device) { say(cec_plays(device, state_of(device))); }},
-    {"standby", true, [](const CecDevice& device) { say(cec_sleeps(device, state_of(device))); }},
+    {"play", true, [](const CecDevice& device) { transmit(cec_plays(device, state_of(device))); }},
+    {"standby", true, [](const CecDevice& device) { transmit(cec_sleeps(device, state_of(device))); }},
     {"unplug", true, unplug},
     {"plug", false, plug},
     {"send", true, nullptr},  // takes more words
@@ -478,7 +480,7 @@ INT32 a_vextvapi_cec_signal_cec_ready(UINT8 ready) {
   return 0;
 }
 
-// A new discovery takes the place of those that run.
+// A new discovery replaces the running and the waiting ones.
 INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request) {
   if (request == nullptr) return -1;
   const auto [start, stop, interval, batch] = *request;
@@ -495,13 +497,13 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
                              .next = static_cast<UINT8>(start),
                              .pause = std::chrono::milliseconds(interval),
                              .batch = batch != 0});
-  use_wire();
+  start_next_frame();
   return 0;
 }
 
 void cec_standby() {
   const std::lock_guard guard(bus.lock);
-  if (listens() && config_number(kAutoOff) != 0) say({cec_broadcast(kCecSet, {kStandby})});
+  if (listens() && config_number(kAutoOff) != 0) transmit({cec_broadcast(kCecSet, {kStandby})});
 }
 
 namespace {
@@ -527,14 +529,14 @@ bool reset() {
     if (!state_of(device).plugged) {
       plug(device);
     } else {
-      say(cec_sleeps(device, state_of(device)));
+      transmit(cec_sleeps(device, state_of(device)));
     }
   }
   bus.active_source = CECM_PHY_ADDR_UNKNOWN;
   return true;
 }
 
-// Only what differs from a new set; "cec" lists everything.
+// Reports only the devices that differ from a new set; "cec" lists all.
 void report(boost::json::object& answer) {
   boost::json::object changed;
   const std::lock_guard guard(bus.lock);
@@ -557,7 +559,7 @@ boost::json::object cec_command(Arguments arguments) {
   if (arguments.size() < 2) return reply_error("cec " + word + " takes a device: " + device_names());
   const auto* const device = std::ranges::find(kCecDeviceTable, arguments[1], &CecDevice::name);
   if (device == std::end(kCecDeviceTable)) {
-    return reply_error("there is no device " + quoted(arguments[1]) + "; there are: " + device_names());
+    return reply_error("there is no device " + quoted(arguments[1]) + "; the devices are: " + device_names());
   }
   if (state_of(*device).plugged != action->plugged) {
     return reply_error("the " + std::string(device->name) +
@@ -565,7 +567,7 @@ boost::json::object cec_command(Arguments arguments) {
   }
   if (action->act == nullptr) return send(*device, arguments.subspan(2));
   if (arguments.size() > 2) {
-    return reply_error(quoted(arguments[2]) + " is too much; usage: cec " + word + " DEVICE");
+    return reply_error(quoted(arguments[2]) + " is one word too many; usage: cec " + word + " DEVICE");
   }
   action->act(*device);
   return describe_all();
@@ -573,8 +575,8 @@ boost::json::object cec_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"cec", "[play|standby|unplug|plug DEVICE | send DEVICE OPCODE [BYTE...] | frames]", 17,
-     "Lists the devices at HDMI; has one played, put into standby, pulled out or plugged in, or send a message; lists "
-     "the bus's latest frames",
+     "Lists the HDMI devices; makes one play, go to standby or send a message; unplugs it or plugs it in; lists the "
+     "latest frames on the bus",
      cec_command},
 };
 

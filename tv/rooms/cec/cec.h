@@ -1,5 +1,5 @@
 // HDMI-CEC, for the remote control.
 #pragma once
 
-// Tells the bus that the set has gone to standby, as the configuration wants it.
+// Sends <Standby> to all devices if the configuration says so. Call it when the set has gone to standby.
 void cec_standby();

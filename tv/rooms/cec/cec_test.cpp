@@ -1,4 +1,4 @@
-// HDMI-CEC: discovery, one touch play, standby, plugs, the switch and its silence, what the set answers.
+// HDMI-CEC: discovery, one touch play, standby, plugging, both switches, the set's answers.
 #include "cec_test.h"
 
 namespace {
@@ -20,7 +20,7 @@ std::vector<CecHeard> from(const std::vector<CecHeard>& heard, INT32 la) {
 
 bool reports_cec() { return tv_control(R"(["state"])").find(R"("cec")") != std::string::npos; }
 
-int times_carried(const std::string& frame) {
+int times_delivered(const std::string& frame) {
   const std::string all = TvCec::cec({"frames"});
   const std::string field = R"("frame":")" + frame + '"';
   int times = 0;
@@ -40,7 +40,7 @@ UINT8 function_state() {
   return state;
 }
 
-// ---- The set's side of it ----
+// ---- The functions of the set ----
 
 TEST_F(TvCec, NewSetHasTwoDevicesInStandbyAndCecOn) {
   EXPECT_EQ(cec({}), kNew);
@@ -51,7 +51,7 @@ TEST_F(TvCec, NewSetHasTwoDevicesInStandbyAndCecOn) {
   EXPECT_EQ(ports, 3);
 }
 
-TEST_F(TvCec, TheSwitchIsTheConfigurationsAndIsKept) {
+TEST_F(TvCec, TheFunctionIsAConfigurationValueAndIsStored) {
   EXPECT_EQ(a_vextvapi_cec_set_cec_func(0), 0);
   EXPECT_EQ(function_state(), 0);
   EXPECT_EQ(config("g_misc__cec_enable"), 0);
@@ -62,7 +62,7 @@ TEST_F(TvCec, TheSwitchIsTheConfigurationsAndIsKept) {
   EXPECT_EQ(function_state(), 1);
 }
 
-TEST_F(TvCec, RefusesAndSaysWhy) {
+TEST_F(TvCec, RefusesInvalidCalls) {
   expect_words(refusal([] { return a_vextvapi_cec_set_cec_func(2); }), {"0 or 1", "2"});
   EXPECT_EQ(function_state(), 1);
   expect_words(refusal([] { return a_vextvapi_cec_set_cec_fct({.b_enable = 2, .ui1_hdmi_port_num = 3}); }), {"2"});
@@ -83,7 +83,7 @@ TEST_F(TvCec, RefusesAndSaysWhy) {
 
 // ---- Discovery ----
 
-TEST_F(TvCec, DiscoveryFindsExactlyTheTwoAndAsksThemWhoTheyAre) {
+TEST_F(TvCec, DiscoveryFindsBothDevicesAndQueriesThem) {
   switch_on();
   ASSERT_EQ(discover(1, 14), 0);
   const std::vector<CecHeard> all = wait_for("msg 1");
@@ -136,7 +136,7 @@ TEST_F(TvCec, DiscoveryFindsExactlyTheTwoAndAsksThemWhoTheyAre) {
   EXPECT_EQ(again.data().t_dev_nfy_lst.e_stop_la, 4);
 }
 
-TEST_F(TvCec, BatchPollsFirstAndAsksThen) {
+TEST_F(TvCec, BatchPollsAllBeforeItQueries) {
   switch_on();
   ASSERT_EQ(discover(4, 5, 0, 1), 0);
   wait_for("msg 1");
@@ -144,23 +144,23 @@ TEST_F(TvCec, BatchPollsFirstAndAsksThen) {
   expect_frames({"40:90:01", "05:83", "5F:84:10:00:05"});
 }
 
-TEST_F(TvCec, PollsAreAsFarApartAsIsAsked) {
+TEST_F(TvCec, PollsHaveTheRequestedInterval) {
   switch_on();
   ASSERT_EQ(discover(1, 3, 100), 0);
   // A start bit, ten bits and the silence take 45.3 ms: polls end at 145.3, 290.6 and 435.9 ms.
   dtv_tv_advance(145 - 1);
   for (const char* const poll : {"01", "02", "03"}) {
     dtv_tv_advance(1);
-    EXPECT_EQ(times_carried(poll), 0);
+    EXPECT_EQ(times_delivered(poll), 0);
     dtv_tv_advance(1);
-    EXPECT_EQ(times_carried(poll), 1);
+    EXPECT_EQ(times_delivered(poll), 1);
     dtv_tv_advance(143);
   }
   wait_for("msg 1");
   EXPECT_EQ(ended().size(), 1u);
 }
 
-TEST_F(TvCec, ANewDiscoveryTakesTheOthersPlace) {
+TEST_F(TvCec, ANewDiscoveryReplacesTheRunningOne) {
   switch_on();
   ASSERT_EQ(discover(6, 14, 50), 0);
   ASSERT_EQ(discover(1, 2), 0);
@@ -172,7 +172,7 @@ TEST_F(TvCec, ANewDiscoveryTakesTheOthersPlace) {
   EXPECT_EQ(ended().size(), 1u);
 }
 
-TEST_F(TvCec, AmplifierIsAskedForTheSoundWhenTheViewerWantsItSo) {
+TEST_F(TvCec, DiscoverySwitchesSystemAudioOnIfConfigured) {
   switch_on();
   ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__cec_speakers", 1, 0), 0);
   ASSERT_EQ(discover(5, 5), 0);
@@ -195,7 +195,7 @@ TEST_F(TvCec, OneTouchPlay) {
   ASSERT_EQ(names_of(all), (Names{"op 04", "op 82"}));
   EXPECT_EQ(all[0].event.e_sent_la, 4);
   EXPECT_EQ(all[0].event.e_brdcst_type, CECM_BRDCST_TYPE_DIRECT);
-  EXPECT_EQ(all[0].data().t_one_touch_play.t_comp.t_pa.ui2_pa, 0xFFFF);  // it has not told its address yet
+  EXPECT_EQ(all[0].data().t_one_touch_play.t_comp.t_pa.ui2_pa, 0xFFFF);  // it has not reported its address yet
   EXPECT_EQ(all[1].event.e_sent_la, 4);
   EXPECT_EQ(all[1].event.e_brdcst_type, CECM_BRDCST_TYPE_BROADCAST);
   EXPECT_EQ(all[1].data().t_act_src.t_pa.ui2_pa, 0x2000);
@@ -209,14 +209,14 @@ TEST_F(TvCec, OneTouchPlay) {
   EXPECT_TRUE(reports_cec());
 
   forget();
-  cec({"play", "amplifier"});  // a device of version 2.0 tells that it is on now
+  cec({"play", "amplifier"});  // a device of version 2.0 reports that it is on
   EXPECT_EQ(names_of(wait_for(3)), (Names{"op 90", "op 04", "op 82"}));
   expect_frames({"5F:90:00", "50:04", "5F:82:10:00"});
   EXPECT_NE(cec({}).find(R"("address":"2.0.0.0","plugged":true,"power":"on","active":false)"), std::string::npos);
   EXPECT_NE(cec({}).find(R"("address":"1.0.0.0","plugged":true,"power":"on","active":true)"), std::string::npos);
 }
 
-TEST_F(TvCecInRealTime, EventsComeAtABussPace) {
+TEST_F(TvCecInRealTime, EventsArriveAtTheBusSpeed) {
   switch_on();
   const auto begin = std::chrono::steady_clock::now();
   cec({"play", "player"});
@@ -225,7 +225,7 @@ TEST_F(TvCecInRealTime, EventsComeAtABussPace) {
   EXPECT_GE(all[1].when - begin, std::chrono::milliseconds(144));  // six bytes of ten bits of 2.4 ms each
 }
 
-TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnother) {
+TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnotherDevice) {
   switch_on();
   cec({"play", "player"});
   cec({"standby", "player"});
@@ -236,14 +236,14 @@ TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnother) {
   expect_frames({"40:04", "4F:82:20:00", "40:9D:20:00"});
   EXPECT_EQ(cec({}), kNew);
   forget();
-  ASSERT_EQ(discover(1, 1), 0);  // which asks who plays
+  ASSERT_EQ(discover(1, 1), 0);  // which queries the active source
   EXPECT_EQ(names_of(wait_for("msg 1")), Names{"msg 1"});
 
   forget();
   cec({"play", "player"});
   cec({"play", "amplifier"});
   wait_for(5);
-  cec({"standby", "player"});  // plays no longer, so there is nothing to say
+  cec({"standby", "player"});  // it is not playing any more, so it sends nothing
   cec({"standby", "amplifier"});
   wait_frame("5F:90:01");
   EXPECT_EQ(cec({}), kNew);
@@ -252,7 +252,7 @@ TEST_F(TvCec, StandbyOfTheActiveSourceAndOfAnother) {
   EXPECT_EQ(names_of(ended()), (Names{"op 04", "op 82", "op 90", "op 04", "op 82", "op 9D", "op 90"}));
 }
 
-TEST_F(TvCec, DiscoveryFindsOutWhoPlays) {
+TEST_F(TvCec, DiscoveryFindsTheActiveSource) {
   enable();
   cec({"play", "player"});
   wait_frame("4F:82:20:00");
@@ -263,14 +263,14 @@ TEST_F(TvCec, DiscoveryFindsOutWhoPlays) {
   EXPECT_EQ(all[0].event.e_sent_opcode, 0x85);
   expect_frames({"0F:85", "4F:82:20:00"});
   cec({"send", "player", "82", "20", "00"});
-  EXPECT_EQ(wait_for(3).back().event.e_sent_opcode, 0);  // this one, nobody has asked for
+  EXPECT_EQ(wait_for(3).back().event.e_sent_opcode, 0);  // not an answer to a query
 }
 
 bool shown(const std::string& part) { return tv_control(R"(["state"])").find(part) != std::string::npos; }
 
-const char* const kStandby = R"("power":"standby","channel":)";  // the set's, not a device's
+const char* const kStandby = R"("power":"standby","channel":)";  // the set's power, not a device's
 
-TEST_F(TvCec, WhoIsPlayedWakesTheSetAndIsShown) {
+TEST_F(TvCec, ASourceThatPlaysWakesTheSetAndIsShown) {
   enable();
   tv_control(R"(["power","standby"])");
   cec({"play", "player"});
@@ -288,7 +288,7 @@ TEST_F(TvCec, WhoIsPlayedWakesTheSetAndIsShown) {
     EXPECT_TRUE(shown(R"("source":"HDMI 3")")) << nowhere;
   }
   tv_control(R"(["power","standby"])");
-  cec({"send", "player", "82", "20", "00"});  // alone it wakes nobody
+  cec({"send", "player", "82", "20", "00"});  // this message alone does not wake the set
   cec({"send", "player", "C0"});
   wait_frame("04:00:C0:00");
   EXPECT_TRUE(shown(kStandby));
@@ -301,7 +301,7 @@ TEST_F(TvCec, WhoIsPlayedWakesTheSetAndIsShown) {
   EXPECT_TRUE(shown(R"("source":"HDMI 3")"));
 }
 
-TEST_F(TvCec, ThePlayerWakesTheSetOnlyWhenTheViewerWantsItSo) {
+TEST_F(TvCec, ASourceWakesTheSetOnlyIfConfigured) {
   enable();
   ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__cec_auto_on", 0, 0), 0);
   tv_control(R"(["power","standby"])");
@@ -322,7 +322,7 @@ TEST_F(TvCec, ThePlayerWakesTheSetOnlyWhenTheViewerWantsItSo) {
   EXPECT_TRUE(shown(R"("source":"TV")"));
 }
 
-TEST_F(TvCec, InStandbyTheSetSaysSo) {
+TEST_F(TvCec, InStandbyTheSetReportsStandby) {
   enable();
   tv_control(R"(["power","standby"])");
   cec({"send", "player", "8F"});
@@ -332,7 +332,7 @@ TEST_F(TvCec, InStandbyTheSetSaysSo) {
   expect_frames({"40:8F", "04:90:00"});
 }
 
-TEST_F(TvCec, TheDevicesGoToStandbyWithTheSet) {
+TEST_F(TvCec, DevicesGoToStandbyWithTheSet) {
   switch_on();
   cec({"play", "amplifier"});
   cec({"play", "player"});
@@ -343,7 +343,7 @@ TEST_F(TvCec, TheDevicesGoToStandbyWithTheSet) {
   EXPECT_EQ(cec({}), kNew);
   wait_for("op 9D");
 
-  tv_control(R"(["power","standby"])");  // it is there
+  tv_control(R"(["power","standby"])");  // the player is plugged in
   a_vextvapi_cec_set_cec_func(0);
   tv_control(R"(["power","on"])");
   tv_control(R"(["power","standby"])");
@@ -353,10 +353,10 @@ TEST_F(TvCec, TheDevicesGoToStandbyWithTheSet) {
   tv_control(R"(["power","standby"])");
   cec({"send", "player", "8F"});
   wait_frame("04:90:01");
-  EXPECT_EQ(times_carried("0F:36"), 1) << cec({"frames"});
+  EXPECT_EQ(times_delivered("0F:36"), 1) << cec({"frames"});
 }
 
-// ---- Plugs ----
+// ---- Plugging ----
 
 TEST_F(TvCec, UnplugAndPlug) {
   switch_on();
@@ -384,14 +384,14 @@ TEST_F(TvCec, UnplugAndPlug) {
   EXPECT_EQ(all[0].data().t_5v_pwr.ui1_5v_pwr, 1);
   EXPECT_EQ(all[1].data().t_feature.e_ver, 6);
   EXPECT_EQ(all[1].data().t_feature.e_type, 0x08);  // an audio system
-  EXPECT_EQ(all[2].event.e_sent_opcode, 0);         // told unasked
+  EXPECT_EQ(all[2].event.e_sent_opcode, 0);         // not an answer to a query
   EXPECT_EQ(all[4].event.e_sent_opcode, 0x83);
   EXPECT_EQ(all.back().event.ui4_attr, kBoth);
   wait_frame("55", false);  // its address is free
   EXPECT_EQ(cec({}), kNew);
 }
 
-TEST_F(TvCec, WhoIsPulledOutSaysNothingMore) {
+TEST_F(TvCec, AnUnpluggedDeviceSendsNothing) {
   switch_on();
   cec({"play", "player"});
   cec({"unplug", "player"});
@@ -401,24 +401,24 @@ TEST_F(TvCec, WhoIsPulledOutSaysNothingMore) {
   cec({"unplug", "amplifier"});
   cec({"plug", "amplifier"});
   wait_frame("5F:84:10:00:05");
-  EXPECT_EQ(cec({"frames"}).find("5F:82"), std::string::npos);  // what it wanted to say is gone with it
+  EXPECT_EQ(cec({"frames"}).find("5F:82"), std::string::npos);  // its waiting frames were discarded
 }
 
-TEST_F(TvCec, ManyPlugsAreLookedAtOnce) {
+TEST_F(TvCec, ManyPlugsCauseOneWaitingDiscovery) {
   switch_on();
   for (int i = 0; i < 20; ++i) {
     cec({"unplug", "player"});
     cec({"plug", "player"});
   }
   cec({"unplug", "amplifier"});
-  wait_frame("05", false);  // its turn comes last
-  EXPECT_LE(times_carried("04"), 3);
-  EXPECT_NE(cec({"frames"}).find(row("04")), std::string::npos) << "it is found as it is now";
+  wait_frame("05", false);  // the last discovery
+  EXPECT_LE(times_delivered("04"), 3);
+  EXPECT_NE(cec({"frames"}).find(row("04")), std::string::npos) << "the discovery finds its current state";
 }
 
-// ---- Silence ----
+// ---- No events ----
 
-TEST_F(TvCec, NothingIsToldBeforeTheSubscriberIsReady) {
+TEST_F(TvCec, NoEventsBeforeTheApplicationIsReady) {
   enable();
   cec({"play", "player"});
   cec({"unplug", "amplifier"});
@@ -431,13 +431,13 @@ TEST_F(TvCec, NothingIsToldBeforeTheSubscriberIsReady) {
   wait_frame("40:44:41");
   Names names;
   for (const std::string& each : names_of(ended()))
-    if (each != "msg 1") names.push_back(each);  // the set looks for the amplifier, which may end after ready
+    if (each != "msg 1") names.push_back(each);  // the list of a discovery that ends after ready
   EXPECT_EQ(names, Names{"op 36"});
 }
 
-void expect_deaf(TvCec& test, const char* name) {
+void expect_no_events(TvCec& test, const char* name) {
   TvCec::cec({"play", name});
-  TvCec::wait_frame("40:04", false);  // nobody takes it
+  TvCec::wait_frame("40:04", false);  // not acknowledged
   TvCec::wait_frame("4F:82:20:00");
   TvCec::cec({"unplug", name});
   TvCec::cec({"plug", name});
@@ -448,18 +448,18 @@ void expect_deaf(TvCec& test, const char* name) {
   EXPECT_TRUE(test.heard.empty()) << name_of(test.heard[0].event);
 }
 
-TEST_F(TvCec, SilentWhileTheFunctionIsOff) {
+TEST_F(TvCec, NoEventsWhileTheFunctionIsOff) {
   switch_on();
   ASSERT_EQ(a_vextvapi_cec_set_cec_func(0), 0);
-  expect_deaf(*this, "player");
+  expect_no_events(*this, "player");
   ASSERT_EQ(a_vextvapi_cec_set_cec_func(1), 0);
   cec({"send", "player", "36"});
   EXPECT_EQ(names_of(wait_for(1)), Names{"op 36"});
 }
 
-TEST_F(TvCec, SilentWhileTheManagerIsOff) {
+TEST_F(TvCec, NoEventsWhileTheManagerIsOff) {
   EXPECT_EQ(a_vextvapi_cec_signal_cec_ready(1), 0);  // never switched on
-  expect_deaf(*this, "player");
+  expect_no_events(*this, "player");
   enable();
   enable(0);
   cec({"send", "player", "36"});
@@ -476,7 +476,7 @@ TEST_F(TvCec, SwitchingOffEndsTheDiscovery) {
   cec({"send", "player", "36"});
   wait_frame("40:36", false);
   EXPECT_EQ(cec({"frames"}).find(R"("frame":"0E")"), std::string::npos);
-  EXPECT_LE(ended().size(), told + 1);  // one may have been on its way
+  EXPECT_LE(ended().size(), told + 1);  // one event may have been queued already
 }
 
 TEST_F(TvCecInRealTime, SwitchingTheSetOffEndsEverythingAtOnce) {
@@ -489,14 +489,14 @@ TEST_F(TvCecInRealTime, SwitchingTheSetOffEndsEverythingAtOnce) {
   EXPECT_EQ(cec({}), kNew);
   EXPECT_EQ(cec({"frames"}), R"({"frames":[]})");
   cec({"play", "player"});
-  wait_frame("40:04", false);  // the manager waits to be switched on again
+  wait_frame("40:04", false);  // the manager is off after a restart
   switch_on();
   cec({"send", "player", "36"});
-  wait_frame("40:36");  // heard, and nobody there to be told
+  wait_frame("40:36");  // acknowledged, but no callback is registered
   EXPECT_TRUE(ended().empty());
 }
 
-TEST_F(TvCec, LaterSubscriberReplacesTheEarlierAndMayCallBack) {
+TEST_F(TvCec, LaterCallbackReplacesTheEarlierAndMayCallTheSet) {
   switch_on();
   a_vextvapi_cec_mw_reg_callback(
       [](INT32, const CECM_NFY_T* event, void* tag, UINT32) {
@@ -522,7 +522,7 @@ TEST_F(TvCec, LaterSubscriberReplacesTheEarlierAndMayCallBack) {
 
 // ---- What the set answers ----
 
-TEST_F(TvCec, TheSetAnswersWhatIsAskedOfIt) {
+TEST_F(TvCec, TheSetAnswersQueries) {
   enable();
   ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_gui_lang__gui_language", 0x64657500, 0), 0);  // "deu", on the bus "ger"
   const struct {
@@ -545,7 +545,7 @@ TEST_F(TvCec, TheSetAnswersWhatIsAskedOfIt) {
   EXPECT_TRUE(ended().empty());
 }
 
-TEST_F(TvCec, MessagesForEverybodyAreSentSo) {
+TEST_F(TvCec, BroadcastMessagesAreSentAsBroadcasts) {
   enable();
   EXPECT_EQ(cec({"send", "player", "86", "20", "00"}), R"({"frame":"4F:86:20:00"})");
   EXPECT_EQ(cec({"send", "player", "A7", "20", "00"}), R"({"frame":"4F:A7:20:00"})");
@@ -554,7 +554,7 @@ TEST_F(TvCec, MessagesForEverybodyAreSentSo) {
   expect_frames({"4F:86:20:00", "4F:A7:20:00", "4F:F8:20:00:13", "40:C0"});
 }
 
-TEST_F(TvCec, ResetPutsTheDevicesBack) {
+TEST_F(TvCec, ResetRestoresTheDevices) {
   switch_on();
   cec({"unplug", "amplifier"});
   cec({"play", "player"});
@@ -566,7 +566,7 @@ TEST_F(TvCec, ResetPutsTheDevicesBack) {
   wait_frame("5F:84:10:00:05");
 }
 
-TEST_F(TvCec, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvCec, ErrorsOfBadCommandsNameWhatIsAllowed) {
   cec({"unplug", "amplifier"});
   struct Case {
     const char* command;
@@ -576,7 +576,7 @@ TEST_F(TvCec, BadCommandsSayWhatIsAllowed) {
       {R"(["cec","dance"])", {"dance", "play", "standby", "unplug", "plug", "send", "frames"}},
       {R"(["cec","play"])", {"play", "amplifier, player"}},
       {R"(["cec","play","radio"])", {"radio", "amplifier, player"}},
-      {R"(["cec","play","player","now"])", {"now", "too much", "cec play DEVICE"}},
+      {R"(["cec","play","player","now"])", {"now", "one word too many", "cec play DEVICE"}},
       {R"(["cec","play","amplifier"])", {"amplifier is unplugged", "plug it"}},
       {R"(["cec","unplug","amplifier"])", {"amplifier is unplugged"}},
       {R"(["cec","send","amplifier","36"])", {"amplifier is unplugged"}},
@@ -587,7 +587,7 @@ TEST_F(TvCec, BadCommandsSayWhatIsAllowed) {
       {R"(["cec","send","player","44","-1"])", {"-1", "00 to ff"}},
       {R"(["cec","send","player","44",""])", {"00 to ff"}},
       {R"(["cec","send","player","89","1","2","3","4","5","6","7","8","9","a","b","c","d","e","f"])",
-       {"f", "too much"}},
+       {"f", "one word too many"}},
       {R"(["cec","frames","all"])", {"frames"}},
   };
   for (const Case& each : cases) {

@@ -1,4 +1,4 @@
-// What the tests of HDMI-CEC share: a listener, and a look at the bus.
+// Shared by the HDMI-CEC tests: a listener, and checks of the bus's frames.
 #pragma once
 
 #include <chrono>
@@ -25,7 +25,7 @@ struct CecHeard {
   }
 };
 
-// The code with the type before it, "op 82" or "msg 1".
+// The event's type and code: "op 82" or "msg 1".
 inline std::string name_of(const CECM_NFY_T& event) {
   char text[32];
   const bool own = event.e_nfy_type == CECM_NFY_TYPE_MSGCODE;
@@ -37,7 +37,7 @@ using Names = std::vector<std::string>;
 
 inline void* const kCecTag = reinterpret_cast<void*>(0x16080);
 
-// A set whose clock the tests advance.
+// A set with a manual clock.
 struct TvCec : testing::Test {
   std::optional<ManualClock> manual;  // none: the machine's clock
   TvFolder folder;
@@ -73,7 +73,7 @@ struct TvCec : testing::Test {
     return a_vextvapi_cec_start_dev_discovery_ex(&request);
   }
 
-  // cec and the words: {"play", "player"}.
+  // Runs the command cec with these words, for example {"play", "player"}.
   static std::string cec(const std::vector<std::string>& words) {
     std::string command = R"(["cec")";
     for (const std::string& word : words) command += ",\"" + word + '"';
@@ -82,11 +82,12 @@ struct TvCec : testing::Test {
     return answer;
   }
 
-  // Lets time pass until it is so, at most a minute; a frame takes four steps or more. False: it has not come to that.
+  // Advances the clock until the condition is true, by at most a minute. A frame takes at least four steps. Returns
+  // false on a timeout.
   template <typename Condition>
-  static bool pass_until(Condition is_so) {
+  static bool pass_until(Condition condition) {
     constexpr std::chrono::milliseconds kStep(10);
-    for (auto passed = kStep; !is_so(); passed += kStep) {
+    for (auto passed = kStep; !condition(); passed += kStep) {
       if (passed > std::chrono::minutes(1)) return false;
       if (now->manual) {
         dtv_tv_advance(kStep.count());
@@ -97,29 +98,30 @@ struct TvCec : testing::Test {
     return true;
   }
 
-  std::vector<CecHeard> told() {
+  std::vector<CecHeard> received() {
     const std::lock_guard guard(lock);
     return heard;
   }
 
-  // What was told once at least count have come.
+  // Waits for at least count events, and returns all received so far.
   std::vector<CecHeard> wait_for(std::size_t count) {
-    EXPECT_TRUE(pass_until([&] { return told().size() >= count; })) << told().size() << " of " << count << " events";
-    return told();
+    EXPECT_TRUE(pass_until([&] { return received().size() >= count; }))
+        << received().size() << " of " << count << " events";
+    return received();
   }
 
-  // The same once an event of that name has come.
+  // The same, but waits for an event of that name.
   std::vector<CecHeard> wait_for(const std::string& name) {
     const auto come = [&] {
-      for (const CecHeard& each : told())
+      for (const CecHeard& each : received())
         if (name_of(each.event) == name) return true;
       return false;
     };
     EXPECT_TRUE(pass_until(come)) << "no " << name;
-    return told();
+    return received();
   }
 
-  // Everything, once nothing more can come.
+  // Switches the set off, and returns all events.
   std::vector<CecHeard> ended() {
     dtv_tv_stop();
     return heard;
@@ -134,13 +136,13 @@ struct TvCec : testing::Test {
     return R"({"frame":")" + frame + R"(","heard":)" + (was_heard ? "true" : "false") + '}';
   }
 
-  // Waits until the bus has carried the frame.
+  // Waits until the bus has delivered the frame.
   static void wait_frame(const std::string& frame, bool was_heard = true) {
     ASSERT_TRUE(pass_until([&] { return cec({"frames"}).find(row(frame, was_heard)) != std::string::npos; }))
-        << frame << " was not carried: " << cec({"frames"});
+        << frame << " was not delivered: " << cec({"frames"});
   }
 
-  // Waits until the bus has carried these after all that came before, which were skip, and nothing in between.
+  // Waits until the bus has delivered these frames directly after each other.
   static void expect_frames(const std::vector<std::string>& frames) {
     std::string all;
     for (const std::string& each : frames) all += (all.empty() ? "" : ",") + row(each);
@@ -149,7 +151,7 @@ struct TvCec : testing::Test {
   }
 };
 
-// The same on the machine's clock.
+// The same with the machine's clock.
 struct TvCecInRealTime : TvCec {
   TvCecInRealTime() : TvCec(false) {}
 };

@@ -1,5 +1,5 @@
-// Who is on the CEC bus: the set, an amplifier and a disc player. A row says who a device is; the functions say what
-// each does with what it is told. Opcodes and operands are HDMI-CEC's.
+// The devices on the CEC bus: the set, an amplifier and a disc player. The table identifies them; the functions are
+// their reactions to messages. Opcodes and operands are HDMI-CEC's.
 #include <cstdio>
 
 #include "bus.h"
@@ -13,7 +13,7 @@ const CecDevice kCecSet{.name = "set",
                         .version = kCecVersion20,
                         .vendor = 0x02DE00,
                         .profile = 0x02,    // remote control of television profile 1
-                        .features = 0x20};  // shows texts of others
+                        .features = 0x20};  // displays OSD strings
 
 const CecDevice kCecDeviceTable[kCecDevices] = {
     {.name = "amplifier",
@@ -32,13 +32,13 @@ const CecDevice kCecDeviceTable[kCecDevices] = {
      .type = 4,
      .version = kCecVersion14,
      .vendor = 0x02DE02,
-     .profile = 0x00,  // not told: of version 2.0 on
+     .profile = 0x00,  // not reported before version 2.0
      .features = 0x00},
 };
 
 namespace {
 
-constexpr UINT8 kAmplifierVolume = 30;  // of 100, not muted; nothing here turns it
+constexpr UINT8 kAmplifierVolume = 30;  // of 100, not muted; it never changes
 
 UINT8 high(UINT16 address) { return static_cast<UINT8>(address >> 8); }
 UINT8 low(UINT16 address) { return static_cast<UINT8>(address & 0xFF); }
@@ -49,13 +49,13 @@ CecFrame report_address(const CecDevice& device) {
   return cec_broadcast(device, {kReportPhysicalAddress, high(device.address()), low(device.address()), device.type});
 }
 
-CecFrame tell_vendor(const CecDevice& device) {
+CecFrame report_vendor(const CecDevice& device) {
   const UINT32 id = device.vendor;
   return cec_broadcast(device, {kDeviceVendorId, static_cast<UINT8>(id >> 16), static_cast<UINT8>(id >> 8 & 0xFF),
                                 static_cast<UINT8>(id & 0xFF)});
 }
 
-// All device types are one bit each, from the top: television, recording, tuner, playback, audio system.
+// The device types are one bit each, from the highest: television, recording, tuner, playback, audio system.
 CecFrame report_features(const CecDevice& device) {
   const auto type_bit = static_cast<UINT8>(device.type == 0 ? 0x80 : device.type == 4 ? 0x10 : 0x08);
   return cec_broadcast(device, {kReportFeatures, device.version, type_bit, device.profile, device.features});
@@ -65,7 +65,7 @@ CecFrame active_source(const CecDevice& device) {
   return cec_broadcast(device, {kActiveSource, high(device.address()), low(device.address())});
 }
 
-// Devices of version 2.0 tell everybody when they go on or to standby.
+// Devices of version 2.0 broadcast when they go on or to standby.
 void turn(const CecDevice& device, CecDeviceState& state, bool on, std::vector<CecFrame>& ret_frames) {
   if (state.on == on) return;
   state.on = on;
@@ -101,10 +101,10 @@ CecFrame cec_broadcast(const CecDevice& from, std::vector<UINT8> bytes) {
 }
 
 std::vector<CecFrame> cec_joins(const CecDevice& device) {
-  std::vector<CecFrame> frames{cec_direct(device, device.la, {})};  // is the address free?
+  std::vector<CecFrame> frames{cec_direct(device, device.la, {})};  // a poll: is the address free?
   if (device.version >= kCecVersion20) frames.push_back(report_features(device));
   frames.push_back(report_address(device));
-  frames.push_back(tell_vendor(device));
+  frames.push_back(report_vendor(device));
   return frames;
 }
 
@@ -129,9 +129,9 @@ std::vector<CecFrame> cec_sleeps(const CecDevice& device, CecDeviceState& state)
   return frames;
 }
 
-std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& told) {
-  const auto answer = [&](std::vector<UINT8> bytes) { return cec_direct(device, told.from, std::move(bytes)); };
-  switch (told.bytes[0]) {
+std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const CecFrame& received) {
+  const auto answer = [&](std::vector<UINT8> bytes) { return cec_direct(device, received.from, std::move(bytes)); };
+  switch (received.bytes[0]) {
     case kGivePhysicalAddress:
       return report_address(device);
     case kGiveOsdName: {
@@ -140,7 +140,7 @@ std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const Cec
       return answer(std::move(bytes));
     }
     case kGiveDeviceVendorId:
-      return tell_vendor(device);
+      return report_vendor(device);
     case kGiveDevicePowerStatus:
       return answer({kReportPowerStatus, on ? kPowerOn : kPowerStandby});
     case kGetCecVersion:
@@ -155,22 +155,22 @@ std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const Cec
   }
 }
 
-std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& told) {
-  const UINT8 opcode = told.bytes[0];
+std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& received) {
+  const UINT8 opcode = received.bytes[0];
   if (opcode == kStandby) return cec_sleeps(device, state);
-  if (told.to == kCecBroadcast) {
-    if (opcode == kActiveSource) state.plays = false;  // another one does
+  if (received.to == kCecBroadcast) {
+    if (opcode == kActiveSource) state.plays = false;  // another device plays
     if (opcode == kRequestActiveSource && state.plays) return {active_source(device)};
     return {};
   }
-  if (auto identity = cec_identify(device, state.on, told)) return {*std::move(identity)};
+  if (auto identity = cec_identify(device, state.on, received)) return {*std::move(identity)};
   const auto answer = [&](std::vector<UINT8> bytes) {
-    return std::vector{cec_direct(device, told.from, std::move(bytes))};
+    return std::vector{cec_direct(device, received.from, std::move(bytes))};
   };
   if (is_audio_system(device)) {
     switch (opcode) {
-      case kSystemAudioModeRequest: {  // with the address of the source that shall be heard; without one: no longer
-        state.speaks = told.bytes.size() >= 3;
+      case kSystemAudioModeRequest: {  // with a source's address: on; without operands: off
+        state.speaks = received.bytes.size() >= 3;
         std::vector<CecFrame> frames;
         if (state.speaks) turn(device, state, true, frames);
         frames.push_back(cec_broadcast(device, {kSetSystemAudioMode, state.speaks}));
@@ -184,6 +184,6 @@ std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState
         break;
     }
   }
-  if (cec_message(opcode) != nullptr) return {};  // an answer of the set's
+  if (cec_message(opcode) != nullptr) return {};  // an answer or an event from the set: no reply
   return answer({kFeatureAbort, opcode, kUnrecognisedOpcode});
 }

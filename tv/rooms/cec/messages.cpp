@@ -1,5 +1,5 @@
-// The messages that an application is told of, and under which view their operands come. Questions about the set are
-// not among them: the set answers those itself.
+// The messages that become events of an application, and the views of the event that have their operands. Queries about
+// the set are not among them: the set answers those itself.
 #include <algorithm>
 
 #include "bus.h"
@@ -19,75 +19,75 @@ UINT8 copy(std::span<const UINT8> bytes, UINT8 (&ret_array)[CEC_DATA_MAX]) {
   return static_cast<UINT8>(bytes.size());
 }
 
-void nothing(const CecTold&, Data&) {}
+void nothing(const CecReceived&, Data&) {}
 
 template <auto Member>
-void byte(const CecTold& told, Data& data) {
-  data.*Member = told.operands[0];
+void byte(const CecReceived& received, Data& data) {
+  data.*Member = received.operands[0];
 }
 
 template <auto Member>
-void three_bytes(const CecTold& told, Data& data) {
-  data.*Member = three(told.operands);
+void three_bytes(const CecReceived& received, Data& data) {
+  data.*Member = three(received.operands);
 }
 
-// What it was the answer to comes as the event's sent opcode.
-void abort_reason(const CecTold& told, Data& data) { data.e_abort_reason = told.operands[1]; }
+// The aborted message's opcode is in the event's sent opcode.
+void abort_reason(const CecReceived& received, Data& data) { data.e_abort_reason = received.operands[1]; }
 
-void image_view(const CecTold& told, Data& data) {
-  data.t_one_touch_play = {.t_comp = cec_component(told.address), .e_action = CECM_ONE_TOUCH_IMAGE_VIEW};
+void image_view(const CecReceived& received, Data& data) {
+  data.t_one_touch_play = {.t_comp = cec_component(received.address), .e_action = CECM_ONE_TOUCH_IMAGE_VIEW};
 }
 
-void text_view(const CecTold& told, Data& data) {
-  data.t_one_touch_play = {.t_comp = cec_component(told.address), .e_action = CECM_ONE_TOUCH_TEXT_VIEW};
+void text_view(const CecReceived& received, Data& data) {
+  data.t_one_touch_play = {.t_comp = cec_component(received.address), .e_action = CECM_ONE_TOUCH_TEXT_VIEW};
 }
 
-void address(const CecTold& told, Data& data) { data.t_pa = cec_component(two(told.operands)).t_pa; }
+void address(const CecReceived& received, Data& data) { data.t_pa = cec_component(two(received.operands)).t_pa; }
 
-void active_source(const CecTold& told, Data& data) { data.t_act_src = cec_component(two(told.operands)); }
+void active_source(const CecReceived& received, Data& data) { data.t_act_src = cec_component(two(received.operands)); }
 
-void report_address(const CecTold& told, Data& data) {
-  data.t_report_pa = {.ui2_pa = two(told.operands), .e_dev_type = told.operands[2]};
+void report_address(const CecReceived& received, Data& data) {
+  data.t_report_pa = {.ui2_pa = two(received.operands), .e_dev_type = received.operands[2]};
 }
 
-void routing_change(const CecTold& told, Data& data) {
-  data.t_routing_chg = {.ui2_new_pa = two(told.operands.subspan(2)), .ui2_orig_pa = two(told.operands)};
+void routing_change(const CecReceived& received, Data& data) {
+  data.t_routing_chg = {.ui2_new_pa = two(received.operands.subspan(2)), .ui2_orig_pa = two(received.operands)};
 }
 
-// The view begins with the first character; the others follow it.
-void osd_name(const CecTold& told, Data& data) {
-  std::ranges::copy(told.operands, reinterpret_cast<UINT8*>(data.aui4_words));
+// The view begins with the first character; the other characters follow it.
+void osd_name(const CecReceived& received, Data& data) {
+  std::ranges::copy(received.operands, reinterpret_cast<UINT8*>(data.aui4_words));
 }
 
-void osd_string(const CecTold& told, Data& data) {
-  data.t_osd_string.e_display_ctrl = told.operands[0];
-  copy(told.operands.subspan(1), data.t_osd_string.aui1_string);
+void osd_string(const CecReceived& received, Data& data) {
+  data.t_osd_string.e_display_ctrl = received.operands[0];
+  copy(received.operands.subspan(1), data.t_osd_string.aui1_string);
 }
 
-void audio_descriptors(const CecTold& told, Data& data) {
+void audio_descriptors(const CecReceived& received, Data& data) {
   auto& view = data.t_short_aud_descr;
-  view.ui1_descr_num = static_cast<UINT8>(std::min<std::size_t>(told.operands.size() / 3, CEC_SHORT_AUD_DESCR_MAX));
-  for (std::size_t i = 0; i < view.ui1_descr_num; ++i) view.aui4_descr[i] = three(told.operands.subspan(3 * i));
+  view.ui1_descr_num = static_cast<UINT8>(std::min<std::size_t>(received.operands.size() / 3, CEC_SHORT_AUD_DESCR_MAX));
+  for (std::size_t i = 0; i < view.ui1_descr_num; ++i) view.aui4_descr[i] = three(received.operands.subspan(3 * i));
 }
 
-// The duration, hours and minutes in two decimal digits each, comes only when there is one to tell.
-void timer_status(const CecTold& told, Data& data) {
-  const UINT8 status = told.operands[0];
+// The duration, hours and minutes in two decimal digits each, is optional.
+void timer_status(const CecReceived& received, Data& data) {
+  const UINT8 status = received.operands[0];
   auto& view = data.t_timer_sts;
   view.b_overlap = bits(status, 7, 1);
   view.e_media_info = bits(status, 5, 2);
   view.b_programmed = bits(status, 4, 1);
   (view.b_programmed != 0 ? view.e_prog_info : view.e_err_info) = bits(status, 0, 4);
-  if (told.operands.size() >= 3) view.ui2_duration = two(told.operands.subspan(1));
+  if (received.operands.size() >= 3) view.ui2_duration = two(received.operands.subspan(1));
 }
 
-// Five bytes tell of an analogue service, eight of a digital one.
-void tuner_status(const CecTold& told, Data& data) {
-  const std::span<const UINT8> service = told.operands.subspan(1);
+// An analogue service has five bytes of operands, a digital one eight.
+void tuner_status(const CecReceived& received, Data& data) {
+  const std::span<const UINT8> service = received.operands.subspan(1);
   auto& view = data.t_tuner_dev;
   view.e_svc = service.size() >= 7 ? 1 : 0;
-  view.b_rec_flag = bits(told.operands[0], 7, 1);
-  view.e_display = bits(told.operands[0], 0, 7);
+  view.b_rec_flag = bits(received.operands[0], 7, 1);
+  view.e_display = bits(received.operands[0], 0, 7);
   if (view.e_svc == 0) {
     view.e_ana_brdcst = service[0];
     view.ui2_ana_freq = two(service.subspan(1));
@@ -99,23 +99,24 @@ void tuner_status(const CecTold& told, Data& data) {
   }
 }
 
-void vendor_command(const CecTold& told, Data& data) {
-  data.t_vndr_cmd.ui1_size = copy(told.operands, data.t_vndr_cmd.aui1_cmd);
+void vendor_command(const CecReceived& received, Data& data) {
+  data.t_vndr_cmd.ui1_size = copy(received.operands, data.t_vndr_cmd.aui1_cmd);
 }
 
-void vendor_command_with_id(const CecTold& told, Data& data) {
-  data.t_vndr_cmd_with_id = {.ui4_vndr_id = three(told.operands),
-                             .ui1_cmd = told.operands[3],
-                             .ui1_size = static_cast<UINT8>(told.operands.size() - 3)};
+void vendor_command_with_id(const CecReceived& received, Data& data) {
+  data.t_vndr_cmd_with_id = {.ui4_vndr_id = three(received.operands),
+                             .ui1_cmd = received.operands[3],
+                             .ui1_size = static_cast<UINT8>(received.operands.size() - 3)};
 }
 
-void vendor_button(const CecTold& told, Data& data) {
-  data.t_rc_code = {.ui1_code = told.operands[0], .ui1_size = static_cast<UINT8>(told.operands.size())};
+void vendor_button(const CecReceived& received, Data& data) {
+  data.t_rc_code = {.ui1_code = received.operands[0], .ui1_size = static_cast<UINT8>(received.operands.size())};
 }
 
-// The profile and the features are bytes of which the top bit says that another follows; the first of each counts.
-void features(const CecTold& told, Data& data) {
-  const std::span<const UINT8> all = told.operands;
+// The profile and the features each have one or more bytes: the top bit means that another byte follows. Only the first
+// byte of each is used.
+void features(const CecReceived& received, Data& data) {
+  const std::span<const UINT8> all = received.operands;
   const auto more = [](UINT8 byte) { return bits(byte, 7, 1) != 0; };
   std::size_t at = 2;
   while (at + 2 < all.size() && more(all[at])) ++at;
@@ -133,17 +134,17 @@ void features(const CecTold& told, Data& data) {
   }
   view.b_extension = bits(feature, 7, 1);
   view.ui1_feature = bits(feature, 0, 7);
-  view.ui1_primary_type = told.type;
-  view.ui1_dev_id = told.from;
+  view.ui1_primary_type = received.type;
+  view.ui1_dev_id = received.from;
 }
 
-void latency(const CecTold& told, Data& data) {
-  const UINT8 flags = told.operands[3];
-  data.t_latency = {.ui2_pa = two(told.operands),
-                    .ui1_out_delay = told.operands.size() > 4 ? told.operands[4] : UINT8{0},
+void latency(const CecReceived& received, Data& data) {
+  const UINT8 flags = received.operands[3];
+  data.t_latency = {.ui2_pa = two(received.operands),
+                    .ui1_out_delay = received.operands.size() > 4 ? received.operands[4] : UINT8{0},
                     .b_low_latency = bits(flags, 2, 1),
                     .e_out_comp = bits(flags, 0, 2),
-                    .ui1_latency = told.operands[2]};
+                    .ui1_latency = received.operands[2]};
 }
 
 constexpr bool kDirect = false;
@@ -189,7 +190,7 @@ constexpr CecMessage kMessages[] = {
     {0xA8, 4, kAll, 0xA7, latency},  // Report Current Latency
 };
 
-static_assert(std::ranges::is_sorted(kMessages, {}, &CecMessage::opcode), "a look-up halves the table");
+static_assert(std::ranges::is_sorted(kMessages, {}, &CecMessage::opcode), "cec_message needs the opcodes in order");
 
 }  // namespace
 
@@ -199,9 +200,9 @@ const CecMessage* cec_message(UINT8 opcode) {
 }
 
 bool cec_is_broadcast(UINT8 opcode) {
-  constexpr UINT8 kUntold[] = {0x86, 0xA7, 0xF8};  // Set Stream Path, Request Current Latency, those of CDC
+  constexpr UINT8 kNotReported[] = {0x86, 0xA7, 0xF8};  // Set Stream Path, Request Current Latency, CDC Message
   const CecMessage* const message = cec_message(opcode);
-  return message != nullptr ? message->broadcast : std::ranges::find(kUntold, opcode) != std::end(kUntold);
+  return message != nullptr ? message->broadcast : std::ranges::find(kNotReported, opcode) != std::end(kNotReported);
 }
 
 T_CEC_COMP_ADDR cec_component(UINT16 address) {

@@ -1,4 +1,4 @@
-// What a message's operands become: every message of the standard's that an application is told of, word by word.
+// The view of each message that becomes an event: what its operands become, word by word.
 #include <functional>
 
 #include "cec_test.h"
@@ -88,7 +88,7 @@ const Case kCases[] = {
      0, true},
     {"81 21 30", [](Data& d) { d.t_pa = {.ui2_pa = 0x2130, .e_pa = 2}; }, 0, true},
     {"82 20 00", [](Data& d) { d.t_act_src = {.t_pa = {.ui2_pa = 0x2000, .e_pa = 2}, .ui2_comp_id = 2}; }, 0, true},
-    {"82 00 00", nothing, 0, true},  // the set itself is no input and no component
+    {"82 00 00", nothing, 0, true},  // the set's own address: no input and no component
     {"82 FF FF", [](Data& d) { d.t_act_src = {.t_pa = {.ui2_pa = 0xFFFF, .e_pa = 15}, .ui2_comp_id = 0}; }, 0, true},
     {"84 20 00 04",
      [](Data& d) {
@@ -189,9 +189,9 @@ std::vector<std::string> words_of(std::string_view text) {
   return words;
 }
 
-TEST_F(TvCec, EveryMessageComesUnderItsView) {
+TEST_F(TvCec, EveryMessageFillsItsView) {
   switch_on();
-  cec({"send", "player", "84", "20", "00", "04"});  // who it is, for those messages that do not say
+  cec({"send", "player", "84", "20", "00", "04"});  // reports its address, for messages that do not contain it
   for (const Case& each : kCases) {
     std::vector<std::string> words = words_of(each.message);
     words.insert(words.begin(), {"send", "player"});
@@ -220,7 +220,7 @@ TEST_F(TvCec, EveryMessageComesUnderItsView) {
   }
 }
 
-TEST_F(TvCec, AMessageThatIsTooShortIsIgnored) {
+TEST_F(TvCec, ATooShortMessageIsIgnored) {
   switch_on();
   for (const char* const message : {"00 9F", "07 80 01 2F 10", "47", "64 40", "72", "80 10 00 20", "82 20", "84 20 00",
                                     "87 02 DE", "A0 02 DE 01", "A3 09 7F", "A6 06 10 51", "A8 20 00 1A", "9E"}) {

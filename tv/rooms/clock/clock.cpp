@@ -1,13 +1,13 @@
-// The clock and the sleep timer. The set's time is the machine's, moved by what setting the clock has moved it.
+// The clock and the sleep timer. The set's time is the machine's time plus an offset; setting the clock sets the
+// offset.
 //
-// Units: milliseconds since 1970 where a function's name has "millis", seconds everywhere else, the sleep timer
-// included. Times go from 1970 to the end of 9999. Broadcast time is the set's own: the broadcast of this set is always
-// right. The day of the week counts from 0, Sunday.
+// Units: milliseconds since 1970 if a function's name has "millis", else seconds, also for the sleep timer. Times range
+// from 1970 to the end of 9999. Broadcast time always equals the set's time. Days of the week are numbered from 0,
+// Sunday.
 //
-// The zone is the configuration's, by its name in the tz database; UTC in place of a name that is unknown there. Summer
-// time comes and goes as the zone has it, or is always or never, as the configuration says. A local time that the
-// change to summer time skips is read by winter time: 2:30 means 3:30. Of a local time that comes twice, b_dst says
-// which.
+// The zone is a configuration value, a name in the tz database; an unknown name means UTC. Summer time follows the
+// zone, or is always on or always off, as the configuration says. A local time that the change to summer time skips is
+// read as winter time: 2:30 means 3:30. For a local time that occurs twice, b_dst chooses one.
 #include "rooms/clock/clock.h"
 
 #include <absl/strings/string_view.h>
@@ -35,7 +35,7 @@ namespace {
 
 constexpr const char* kZoneKey = "g_time__tz_name";
 constexpr const char* kSummerKey = "g_time__dst";
-enum Summer : INT32 { kNoSummer = 0, kAlwaysSummer = 1 };  // any other value: as the zone has it
+enum Summer : INT32 { kNoSummer = 0, kAlwaysSummer = 1 };  // any other value: follow the zone
 constexpr INT64 kSummerSeconds = 3600;
 
 constexpr INT64 kLastSecond = 253402300799;  // of 9999
@@ -43,14 +43,15 @@ constexpr INT64 kLastMilli = kLastSecond * 1000 + 999;
 
 constexpr Setting kMoved{.key = "clock_moved_ms", .factory = 0, .minimum = -kLastMilli, .maximum = kLastMilli};
 
-constexpr INT32 kLongestSleep = 24 * 60 * 60;                   // in seconds
-constexpr INT32 kSleepSteps[] = {900, 1800, 3600, 5400, 7200};  // of the SLEEP key; after the last comes off
+constexpr INT32 kLongestSleep = 24 * 60 * 60;  // in seconds
+constexpr INT32 kSleepSteps[] = {900, 1800, 3600, 5400,
+                                 7200};  // of the SLEEP key; after the last step the timer is off
 
 std::atomic<INT64> moved = 0;  // milliseconds between the machine's clock and the set's; written under the lock
 
-std::mutex lock;                    // guards what follows
-TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer does not run
-INT32 sleep_duration = 0;           // what it was set to, in seconds
+std::mutex lock;                    // guards the variables below
+TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer is off
+INT32 sleep_duration = 0;           // the duration that it was set to, in seconds
 Timer sleep_timer;
 
 // ---- Time ----
@@ -66,7 +67,7 @@ bool is_time(INT64 seconds) { return seconds >= 0 && seconds <= kLastSecond; }
 
 std::string not_a_time(INT64 number) { return std::to_string(number) + " is not within 1970 to 9999"; }
 
-// From the machine's time to the set's, in milliseconds.
+// Sets the offset from the machine's time to the set's, in milliseconds.
 INT32 move_clock(INT64 by) {
   const std::lock_guard guard(lock);
   const SettingValue value[] = {{kMoved.key, by}};
@@ -79,7 +80,7 @@ INT32 set_clock(INT64 millis) { return move_clock(millis - machine_millis()); }
 
 // ---- The zone ----
 
-// Only names: the library would also take paths of files.
+// Accepts only names, since the library would also load files by their paths.
 bool find_zone(std::string_view name, absl::TimeZone& ret_zone) {
   const auto of_a_name = [](char c) {
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '/' || c == '_' ||
@@ -91,13 +92,13 @@ bool find_zone(std::string_view name, absl::TimeZone& ret_zone) {
 
 absl::TimeZone zone_of(const std::string& name) {
   absl::TimeZone zone = absl::UTCTimeZone();
-  if (!find_zone(name, zone)) std::fprintf(stderr, "dtv_tv: there is no time zone \"%s\"; it is UTC\n", name.c_str());
+  if (!find_zone(name, zone)) std::fprintf(stderr, "dtv_tv: there is no time zone \"%s\"; using UTC\n", name.c_str());
   return zone;
 }
 
-// Its distance from UTC in winter. The tz database has daylight saving that is negative, too: Dublin's standard time is
-// that of summer, which winter goes back from. So it is the lesser of the latest offsets with and without, where the
-// year before has had both.
+// Returns the zone's offset from UTC in winter. Daylight saving in the tz database can be negative: Dublin's standard
+// time is used in summer, and its daylight saving of -1 hour in winter. So this returns the smaller of the latest
+// offsets with and without daylight saving, if the year before had both.
 INT64 standard_offset(const absl::TimeZone& zone, absl::Time time) {
   std::optional<int> latest[2];  // without daylight saving, with it
   for (int days = 0; days < 366; days += 30) {
@@ -130,7 +131,8 @@ bool is_summer(const LocalClock& clock, absl::Time time) {
 
 bool is_dtg(const VEXTVAPI_TIME_DTG_T& dtg) {
   if (dtg.ui1_mo < 1 || dtg.ui1_mo > 12 || dtg.ui1_hr > 23 || dtg.ui1_min > 59 || dtg.ui1_sec > 59) return false;
-  return absl::CivilDay(dtg.ui2_yr, dtg.ui1_mo, dtg.ui1_day).day() == dtg.ui1_day;  // else it is another month's
+  return absl::CivilDay(dtg.ui2_yr, dtg.ui1_mo, dtg.ui1_day).day() ==
+         dtg.ui1_day;  // CivilDay moves a day that does not exist to the next month
 }
 
 absl::Time time_of(const VEXTVAPI_TIME_DTG_T& dtg) {
@@ -164,13 +166,13 @@ VEXTVAPI_TIME_DTG_T dtg_of(INT64 seconds) {
 void sleep_is_over() {
   {
     const std::lock_guard guard(lock);
-    if (timer_now() < sleep_end) return;  // it was set anew meanwhile
+    if (timer_now() < sleep_end) return;  // the timer was set again meanwhile
     sleep_end = kTimerNever;
   }
   remote_standby();
 }
 
-// The caller holds the lock. 0 seconds: off; the timer then ends for nothing.
+// The caller holds the lock. 0 seconds: off; a timer that is set then runs without effect.
 INT32 set_sleep(INT32 seconds) {
   const TimerTime end = seconds == 0 ? kTimerNever : timer_now() + std::chrono::seconds(seconds);
   if (seconds != 0 && !timer_set(sleep_timer, end, sleep_is_over)) return -1;
@@ -179,7 +181,7 @@ INT32 set_sleep(INT32 seconds) {
   return 0;
 }
 
-// Begun seconds count, so that 0 means that it does not run.
+// Rounds up to whole seconds, so that 0 means that the timer is off.
 INT32 sleep_remaining() {
   const std::lock_guard guard(lock);
   if (sleep_end == kTimerNever) return 0;
@@ -217,7 +219,7 @@ boost::json::object set_by_hand(std::string_view word) {
                        "machine or a time such as 2026-03-29T12:30:00, which is local, or 2026-03-29T10:30:00Z", word);
   }
   const INT64 millis = absl::ToUnixMillis(time);
-  if (millis < 0 || millis > kLastMilli) return reply_error("the clock goes from 1970 to the end of 9999");
+  if (millis < 0 || millis > kLastMilli) return reply_error("the clock accepts times from 1970 to the end of 9999");
   return changed(set_clock(millis));
 }
 
@@ -349,7 +351,8 @@ boost::json::object clock_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"clock", "[set TIME|machine | zone NAME | sleep SECONDS]", 2,
-     "Shows the clock; sets it (machine: back to the machine's); chooses the zone; starts the sleep timer, or stops it",
+     "Shows the clock; sets it (machine: to the machine's time); chooses the time zone; starts the sleep timer (0: "
+     "off)",
      clock_command},
 };
 

@@ -1,4 +1,4 @@
-// The sleep timer, for the remote control.
+// What the remote control does to the sleep timer.
 #pragma once
 
 void clock_stop_sleep();

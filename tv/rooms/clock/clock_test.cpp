@@ -1,4 +1,4 @@
-// The clock: zones, daylight saving, dates, setting it; the sleep timer.
+// The clock: zones, daylight saving, dates, setting the time; the sleep timer.
 #include <chrono>
 #include <climits>
 #include <ctime>
@@ -21,14 +21,14 @@ struct TvClock : testing::Test {
   TvClock() { EXPECT_EQ(tv_start(folder.path), ""); }
 };
 
-// The sleep timer's clock is the tests'.
+// A set whose timers use the manual clock.
 struct TvSleep : testing::Test {
   ManualClock manual;
   TvFolder folder;
   TvSleep() { EXPECT_EQ(tv_start(folder.path), ""); }
 };
 
-// On the machine's clock.
+// A set whose timers use the machine's clock.
 template <typename Condition>
 void wait_until(Condition is_so) {
   for (const auto begin = steady_clock::now(); !is_so() && steady_clock::now() - begin < seconds(20);)
@@ -70,7 +70,7 @@ std::string from_millis(INT64 number) {
   return text;
 }
 
-TEST_F(TvClock, NewSetHasTheMachinesTimeInBerlin) {
+TEST_F(TvClock, NewSetHasTheMachinesTimeAndBerlinsZone) {
   EXPECT_NEAR(static_cast<double>(a_vextvapi_time_get_utc_time()), static_cast<double>(std::time(nullptr)), 2);
   EXPECT_NEAR(static_cast<double>(a_vextvapi_time_get_broadcast_time()), static_cast<double>(std::time(nullptr)), 2);
   EXPECT_EQ(a_vextvapi_time_get_time_zone(), 3600);
@@ -101,7 +101,7 @@ TEST_F(TvClock, ZonesOfTheWorld) {
       {"Europe/London", 1794744000, 0, 0},     // 2026-11-15
       {"Europe/Berlin", 1783166400, 7200, 3600},
       {"Europe/Berlin", 1794744000, 3600, 3600},
-      {"Europe/Dublin", 1783166400, 3600, 0},  // standard time, which in winter is set back
+      {"Europe/Dublin", 1783166400, 3600, 0},  // standard time; winter time is an hour behind it
       {"Europe/Dublin", 1794744000, 0, 0},
       {"Europe/Dublin", 1774745999, 0, 0},  // the last second of winter
       {"Europe/Dublin", 1774746000, 3600, 0},
@@ -128,7 +128,7 @@ TEST_F(TvClock, ZonesOfTheWorld) {
   }
 }
 
-TEST_F(TvClock, SummerTimeMayBeSwitchedByHand) {
+TEST_F(TvClock, SummerTimeCanBeAlwaysOnOrOff) {
   EXPECT_EQ(a_vextvapi_time_set_utc_time(1783166400), 0);
   const VEXTVAPI_TIME_DTG_T noon = date(2026, 7, 4, 12, 0);
   EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_time__dst", 0, 0), 0);
@@ -144,7 +144,7 @@ TEST_F(TvClock, SummerTimeMayBeSwitchedByHand) {
   EXPECT_EQ(from_millis(1768478400000), "2026-01-15 14:00:00 4 GMT0 DST1");
 }
 
-TEST_F(TvClock, AnUnknownZoneIsUtcAndSaidSo) {
+TEST_F(TvClock, AnUnknownZoneIsReportedAndUtcIsUsed) {
   for (const char* zone : {"Mars/Olympus", "", "/etc/localtime", "../etc/passwd", "file:Europe/Berlin", "tzdata.zi"}) {
     choose(zone);
     testing::internal::CaptureStderr();
@@ -154,7 +154,7 @@ TEST_F(TvClock, AnUnknownZoneIsUtcAndSaidSo) {
   }
 }
 
-TEST_F(TvClock, DatesOfMillis) {
+TEST_F(TvClock, ConvertsMillisToDates) {
   EXPECT_EQ(from_millis(0), "1970-01-01 01:00:00 4 GMT0 DST0");
   EXPECT_EQ(from_millis(999), "1970-01-01 01:00:00 4 GMT0 DST0");
   EXPECT_EQ(from_millis(kSummerStarts * 1000 - 1), "2026-03-29 01:59:59 0 GMT0 DST0");
@@ -166,7 +166,7 @@ TEST_F(TvClock, DatesOfMillis) {
   EXPECT_EQ(from_millis(kLast * 1000 + 999), "10000-01-01 00:59:59 6 GMT0 DST0");
 }
 
-TEST_F(TvClock, MillisOfDates) {
+TEST_F(TvClock, ConvertsDatesToMillis) {
   EXPECT_EQ(millis(date(1970, 1, 1, 1, 0)), 0);
   EXPECT_EQ(millis(date(2026, 3, 29, 1, 59, 59)), kSummerStarts * 1000 - 1000);
   EXPECT_EQ(millis(date(2026, 3, 29, 3, 0)), kSummerStarts * 1000);
@@ -174,26 +174,26 @@ TEST_F(TvClock, MillisOfDates) {
   EXPECT_EQ(millis(date(2000, 2, 29, 13, 0)), 951825600000);
   VEXTVAPI_TIME_DTG_T utc = date(2024, 2, 29, 12, 0);
   utc.b_gmt = 1;
-  utc.b_dst = 1;    // means nothing for UTC
-  utc.ui1_dow = 9;  // never looked at
+  utc.b_dst = 1;    // ignored for UTC
+  utc.ui1_dow = 9;  // ignored
   EXPECT_EQ(millis(utc), 1709208000000);
 }
 
-TEST_F(TvClock, ChangesOfTheClocks) {
-  // Skipped: half past two does not exist on that day; it is an hour later, by summer time.
+TEST_F(TvClock, ConvertsTimesAroundChangesOfTheClock) {
+  // Skipped: half past two does not exist on that day. It is read as an hour later, in summer time.
   for (const INT32 summer : {0, 1}) {
     VEXTVAPI_TIME_DTG_T skipped = date(2026, 3, 29, 2, 30);
     skipped.b_dst = summer;
     EXPECT_EQ(millis(skipped), (kSummerStarts + 1800) * 1000) << summer;
   }
   EXPECT_EQ(from_millis((kSummerStarts + 1800) * 1000), "2026-03-29 03:30:00 0 GMT0 DST1");
-  // Twice: first by summer time.
+  // Repeated: the first time is in summer time.
   VEXTVAPI_TIME_DTG_T twice = date(2026, 10, 25, 2, 30);
   twice.b_dst = 1;
   EXPECT_EQ(millis(twice), (kSummerEnds - 1800) * 1000);
   twice.b_dst = 0;
   EXPECT_EQ(millis(twice), (kSummerEnds + 1800) * 1000);
-  // What exists once is that one, whatever is said of summer time.
+  // For a time that exists once, b_dst is ignored.
   VEXTVAPI_TIME_DTG_T once = date(2026, 7, 4, 14, 0);
   EXPECT_EQ(millis(once), 1783166400000);
   once.b_dst = 1;
@@ -204,7 +204,7 @@ TEST_F(TvClock, ChangesOfTheClocks) {
   EXPECT_EQ(millis(west), 1793514600000);
   west.b_dst = 1;
   EXPECT_EQ(millis(west), 1793511000000);
-  // Both of these are standard time, since the zone itself changed: the first one.
+  // Repeated because the zone's standard time changed, so b_dst cannot choose: the first one.
   choose("Europe/Moscow");
   for (const INT32 summer : {0, 1}) {
     VEXTVAPI_TIME_DTG_T moved = date(2014, 10, 26, 1, 30);
@@ -213,7 +213,7 @@ TEST_F(TvClock, ChangesOfTheClocks) {
   }
 }
 
-TEST_F(TvClock, EveryHourOfFourYearsComesBack) {
+TEST_F(TvClock, EveryHourOfFourYearsConvertsThereAndBack) {
   for (const char* zone : {"Europe/Berlin", "Europe/Dublin"}) {
     choose(zone);
     for (INT64 utc = 1704067200; utc < 1830297600; utc += 3600) {  // 2024 to 2027
@@ -239,13 +239,13 @@ TEST_F(TvClock, RefusesDatesThatDoNotExist) {
   };
   for (const VEXTVAPI_TIME_DTG_T& each : wrong) {
     INT64 untouched = 77;
-    const std::string said = refusal([&] { return a_vextvapi_time_convert_local_time_to_millis(&each, &untouched); });
-    expect_words(said, {"a_vextvapi_time_convert_local_time_to_millis", std::to_string(each.ui2_yr)});
+    const std::string log = refusal([&] { return a_vextvapi_time_convert_local_time_to_millis(&each, &untouched); });
+    expect_words(log, {"a_vextvapi_time_convert_local_time_to_millis", std::to_string(each.ui2_yr)});
     EXPECT_EQ(untouched, 77);
   }
 }
 
-TEST_F(TvClock, RefusesTimesOutsideAndAddressesThatAreNone) {
+TEST_F(TvClock, RefusesTimesOutOfRangeAndNullPointers) {
   const INT64 now = a_vextvapi_time_get_utc_time();
   for (const INT64 time : {INT64{-1}, INT64_MIN, kLast + 1, INT64_MAX}) {
     INT64 untouched = 77;
@@ -269,7 +269,7 @@ TEST_F(TvClock, RefusesTimesOutsideAndAddressesThatAreNone) {
   EXPECT_LE(a_vextvapi_time_get_utc_time() - now, 5);
 }
 
-TEST_F(TvClock, SettingItLastsAndItGoesOn) {
+TEST_F(TvClock, ASetClockRunsOnAndSurvivesARestart) {
   EXPECT_EQ(a_vextvapi_time_set_utc_time(kSummerStarts - 1), 0);
   wait_until([] { return a_vextvapi_time_get_utc_time() >= kSummerStarts; });
   const INT64 later = a_vextvapi_time_get_utc_time();
@@ -285,7 +285,7 @@ TEST_F(TvClock, SettingItLastsAndItGoesOn) {
   EXPECT_NEAR(static_cast<double>(a_vextvapi_time_get_utc_time()), static_cast<double>(std::time(nullptr)), 2);
 }
 
-TEST_F(TvClock, TheLastSecondOfTheScale) {
+TEST_F(TvClock, TheLastSecondOfTheRange) {
   EXPECT_EQ(a_vextvapi_time_set_utc_time(kLast), 0);
   EXPECT_GE(a_vextvapi_time_get_utc_time(), kLast);
   EXPECT_EQ(a_vextvapi_time_set_utc_time(0), 0);
@@ -302,7 +302,7 @@ INT32 remaining() {
 
 bool in_standby() { return tv_control(R"(["state"])").find(R"("power":"standby")") != std::string::npos; }
 
-// In real time. The set uses no processor time, whether a timer runs or none does.
+// In real time. The set uses no processor time, whether or not a timer is set.
 TEST_F(TvClock, SleepTimerPutsTheSetInStandby) {
   const auto takes_none = [] {
     const std::clock_t before = std::clock();
@@ -324,11 +324,11 @@ TEST_F(TvClock, SleepTimerPutsTheSetInStandby) {
   EXPECT_FALSE(in_standby());
 }
 
-TEST_F(TvSleep, SleepTimerEndsInItsMillisecond) {
+TEST_F(TvSleep, SleepTimerEndsAtTheExactMillisecond) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(7200), 0);
   dtv_tv_advance(7'199'999);
   EXPECT_FALSE(in_standby());
-  EXPECT_EQ(remaining(), 1) << "begun seconds count";
+  EXPECT_EQ(remaining(), 1) << "rounded up to whole seconds";
   dtv_tv_advance(1);
   EXPECT_TRUE(in_standby());
   EXPECT_EQ(remaining(), 0);
@@ -338,7 +338,7 @@ TEST_F(TvSleep, SleepTimerCountsDownAndIsReplaced) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(1), 0);
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(100), 0);
   EXPECT_EQ(remaining(), 100);
-  EXPECT_EQ(a_vextvapi_time_set_utc_time(0), 0);  // another clock
+  EXPECT_EQ(a_vextvapi_time_set_utc_time(0), 0);  // a change of the time of day has no effect
   dtv_tv_advance(2'000);
   EXPECT_EQ(remaining(), 98);
   EXPECT_FALSE(in_standby());
@@ -349,7 +349,7 @@ TEST_F(TvSleep, SleepTimerCountsDownAndIsReplaced) {
 }
 
 // The sleep timer is set again and ends while other threads advance the clock and the set is switched off and on.
-TEST_F(TvSleep, TimePassesOnManyThreads) {
+TEST_F(TvSleep, ManyThreadsAdvanceTheClock) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([t] {
@@ -369,14 +369,14 @@ TEST_F(TvSleep, TimePassesOnManyThreads) {
   EXPECT_TRUE(in_standby());
 }
 
-TEST_F(TvClock, WithoutAManualClockNothingIsAdvanced) {
+TEST_F(TvClock, WithoutAManualClockAdvanceDoesNothing) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(100), 0);
   dtv_tv_advance(100'000);
   EXPECT_FALSE(in_standby());
   EXPECT_GE(remaining(), 50);
 }
 
-TEST_F(TvClock, SleepTimerEndsWithTheSetOrStandby) {
+TEST_F(TvClock, SwitchingOffAndStandbyStopTheSleepTimer) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(86400), 0);
   EXPECT_EQ(remaining(), 86400);
   tv_control(R"(["power","standby"])");
@@ -389,7 +389,7 @@ TEST_F(TvClock, SleepTimerEndsWithTheSetOrStandby) {
   EXPECT_EQ(remaining(), 0);
 }
 
-TEST_F(TvClock, SleepTimerRefusesWhatIsAbsurd) {
+TEST_F(TvClock, SleepTimerRefusesDurationsOutOfRange) {
   EXPECT_EQ(a_vextvapi_time_set_sleep_timer(500), 0);
   for (const INT32 wrong : {-1, INT32_MIN, 86401, INT32_MAX}) {
     expect_words(refusal([&] { return a_vextvapi_time_set_sleep_timer(wrong); }), {std::to_string(wrong), "86400"});
@@ -397,7 +397,7 @@ TEST_F(TvClock, SleepTimerRefusesWhatIsAbsurd) {
   }
 }
 
-// ---- What a viewer does ----
+// ---- The command ----
 
 TEST_F(TvClock, Command) {
   const std::string set = tv_control(R"(["clock","set","2026-03-29T01:59:50"])");  // local
@@ -420,7 +420,7 @@ TEST_F(TvClock, Command) {
   EXPECT_EQ(a_vextvapi_time_get_time_zone(), 19800);
 }
 
-TEST_F(TvClock, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvClock, ErrorsOfBadCommandsNameWhatIsAllowed) {
   const struct {
     const char* command;
     std::vector<std::string> says;

@@ -1,8 +1,8 @@
-// The configuration store. What there is stands in config_catalogue.def. The set has one value for all its inputs.
-// What a write does besides keeping the value (update_flag) does nothing here: every room reads what it needs.
+// The configuration store. Its values are listed in catalogue.def; each applies to all inputs of the set. The argument
+// update_flag of a write has no effect, since each room reads the values that it needs when it needs them.
 //
-// A text that is read as a number is the number that it begins with, 0 where it begins with none. Item 0x07240005 looks
-// a key up: its name goes in, followed by a NUL or by bytes of 1, and its value as text comes back.
+// A text that is read as a number is the number that it begins with, 0 if it begins with none. Item 0x07240005 looks a
+// key up: the buffer contains the key, followed by a NUL or by bytes of 1, and receives the value as text.
 #include "rooms/config/config.h"
 
 #include <algorithm>
@@ -33,9 +33,9 @@ struct Entry {
   UINT32 item;
   INT32 minimum;
   INT32 maximum;
-  INT32 factory;        // of a new set; 0 for texts
+  INT32 factory;        // the value in a new set; 0 for texts
   std::size_t longest;  // of a text, in bytes
-  const char* text;     // a text's value in a new set; the prefix of the keys that an action resets
+  const char* text;     // a text: its value in a new set; an action: the prefix of the keys that it resets
   const char* help;
 };
 
@@ -71,7 +71,7 @@ constexpr bool items_differ() {
 
 static_assert(std::adjacent_find(std::begin(kCatalogue), std::end(kCatalogue),
                                  [](const Entry& a, const Entry& b) { return !before(a, b); }) == std::end(kCatalogue),
-              "the keys of the catalogue stand in their order, each once");
+              "the catalogue is in the order of its keys, without duplicates");
 static_assert(items_differ(), "two entries of the catalogue have the same item id");
 
 struct Value {
@@ -86,9 +86,9 @@ struct Change {
 };
 
 struct State {
-  std::mutex changing;  // makes changes one after the other, the disk included; taken before the lock
-  std::mutex lock;      // guards all that follows; held for moments only, so that no read waits for the disk
-  std::array<Value, kCount> values;      // changed under both
+  std::mutex changing;  // serializes changes, including their writes to the disk; taken before the lock
+  std::mutex lock;      // guards all members below; never held during a write to the disk, so that reads do not wait
+  std::array<Value, kCount> values;      // changed under both locks
   std::array<UINT32, kCount> changes{};  // how often each has changed
   std::array<bool, kCount> watched{};
   a_vextvapi_config_nfy_fct callback = nullptr;
@@ -99,7 +99,7 @@ Value factory_of(const Entry& entry) {
   return {.number = entry.factory, .text = entry.kind == ValueKind::kText ? entry.text : ""};
 }
 
-// Lives until the process ends, whatever thread still reads.
+// Never destroyed: other threads may still use it when the process exits.
 State& state = *[] {
   auto* const made = new State;
   std::ranges::transform(kCatalogue, made->values.begin(), factory_of);
@@ -122,7 +122,7 @@ INT32 number_of(const Entry& entry) {
   return number;
 }
 
-// A code as its three letters, any other number as such.
+// The value as text: a code as its three letters, any other number in decimal.
 std::string text_of(const Entry& entry, const Value& value) {
   if (entry.kind == ValueKind::kText) return value.text;
   if (entry.kind != ValueKind::kCode) return std::to_string(value.number);
@@ -130,7 +130,7 @@ std::string text_of(const Entry& entry, const Value& value) {
   return {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16 & 0xFF), static_cast<char>(bits >> 8 & 0xFF)};
 }
 
-// ---- What is taken ----
+// ---- Accepted values ----
 
 std::string item_name(UINT32 item) {
   char text[sizeof "0x00000000"];
@@ -170,27 +170,27 @@ const Entry* entry_of(UINT32 item) {
   return item != 0 && found != std::end(kCatalogue) ? found : nullptr;
 }
 
-// The entry that a call means, or null, which is said on stderr.
-const Entry* asked(const char* function, const char* key) {
+// These return the entry that a call names. If there is none, they report that on stderr and return null.
+const Entry* find_or_refuse(const char* function, const char* key) {
   const Entry* const found = key == nullptr ? nullptr : entry_of(key);
   if (found == nullptr) refuse_call(function, "there is no key " + quoted(key == nullptr ? "" : key));
   return found;
 }
 
-const Entry* asked(const char* function, INT32 input_group, const char* key) {
-  if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return asked(function, key);
+const Entry* find_or_refuse(const char* function, INT32 input_group, const char* key) {
+  if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return find_or_refuse(function, key);
   refuse_call(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
   return nullptr;
 }
 
-const Entry* asked(const char* function, UINT32 item) {
+const Entry* find_or_refuse(const char* function, UINT32 item) {
   const Entry* const found = entry_of(item);
   if (found == nullptr) refuse_call(function, "there is no item " + item_name(item));
   return found;
 }
 
-const Entry* asked(const char* function, UINT32 item, ValueKind kind) {
-  const Entry* const found = asked(function, item);
+const Entry* find_or_refuse(const char* function, UINT32 item, ValueKind kind) {
+  const Entry* const found = find_or_refuse(function, item);
   if (found == nullptr || found->kind == kind) return found;
   const auto name = [](ValueKind each) { return std::string(kKindNames[static_cast<int>(each)]); };
   refuse_call(function, std::string(found->key) + " is of kind " + name(found->kind) + ", not " + name(kind));
@@ -207,7 +207,8 @@ void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* t
   });
 }
 
-// Keeps what differs from the present values, all or nothing, then tells of it. The caller holds state.changing.
+// Stores the values that differ from the current ones, all or none, then posts the callbacks for them. The caller holds
+// state.changing.
 INT32 change(std::vector<Change> wanted) {
   std::erase_if(wanted, [](const Change& each) { return each.value == state.values[index_of(*each.entry)]; });
   if (wanted.empty()) return 0;
@@ -257,11 +258,11 @@ INT32 write(const char* function, const Entry& entry, Value value) {
 }
 
 INT32 write_number(const char* function, const Entry& entry, INT32 number) {
-  if (entry.kind == ValueKind::kText) return refuse_call(function, std::string(entry.key) + " is a text, no number");
+  if (entry.kind == ValueKind::kText) return refuse_call(function, std::string(entry.key) + " is a text, not a number");
   return write(function, entry, {.number = number, .text = ""});
 }
 
-// Also of a call without an address for the answer.
+// Fails without an entry, or without an address for the result.
 template <typename Number>
 INT32 read_number(const Entry* entry, Number* ret_value) {
   if (entry == nullptr || ret_value == nullptr) return -1;
@@ -269,7 +270,7 @@ INT32 read_number(const Entry* entry, Number* ret_value) {
   return 0;
 }
 
-// length: the buffer's size going in, terminator included; the text's length coming out.
+// length: in, the buffer's size including the terminator; out, the text's length.
 INT32 give_text(const char* function, const Entry& entry, const std::string& text, UINT32* length, char* ret_value) {
   if (length == nullptr || ret_value == nullptr) return -1;
   if (text.size() >= *length) {
@@ -285,7 +286,7 @@ INT32 look_up(const char* function, UINT32* length, char* value) {
   if (length == nullptr || value == nullptr) return -1;
   const std::string_view given(value, strnlen(value, *length));
   const std::string key(given.substr(0, given.find('\1')));
-  const Entry* const entry = asked(function, key.c_str());
+  const Entry* const entry = find_or_refuse(function, key.c_str());
   return entry == nullptr ? -1 : give_text(function, *entry, text_of(*entry, value_of(*entry)), length, value);
 }
 
@@ -323,7 +324,7 @@ boost::json::object describe(const Entry& entry) {
   return answer;
 }
 
-// The entry that a viewer names by its key, or by its item id as 0x07...
+// Returns the entry that a viewer names by its key, or by its item id as 0x07...; null if there is none.
 const Entry* named(std::string_view name) {
   const auto item = name.starts_with("0x") ? parse_number<UINT32>(name.substr(2), 16) : std::nullopt;
   return item ? entry_of(*item) : entry_of(name);
@@ -335,7 +336,7 @@ std::string viewer_words(const Entry& entry) {
   return what_it_takes(entry);
 }
 
-// What a viewer writes for a value of the entry's kind.
+// Parses the word that a viewer has entered for a value of the entry's kind.
 bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
   Value value;
   switch (entry.kind) {
@@ -368,30 +369,32 @@ bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
 }  // namespace
 
 INT32 a_vextvapi_config_get_value(INT32 input_group, const char* key, INT32* value) {
-  return read_number(asked(__func__, input_group, key), value);
+  return read_number(find_or_refuse(__func__, input_group, key), value);
 }
 
 INT32 a_vextvapi_config_set_value(INT32 input_group, const char* key, INT32 value, INT32) {
-  const Entry* const entry = asked(__func__, input_group, key);
+  const Entry* const entry = find_or_refuse(__func__, input_group, key);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 a_vextvapi_config_get_str_value(const char* key, char* value, UINT32* length) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
-  if (entry->kind != ValueKind::kText) return refuse_call(__func__, std::string(entry->key) + " is a number, no text");
+  if (entry->kind != ValueKind::kText)
+    return refuse_call(__func__, std::string(entry->key) + " is a number, not a text");
   return give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 a_vextvapi_config_set_str_value(const char* key, const char* value) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr || value == nullptr) return -1;
-  if (entry->kind != ValueKind::kText) return refuse_call(__func__, std::string(entry->key) + " is a number, no text");
+  if (entry->kind != ValueKind::kText)
+    return refuse_call(__func__, std::string(entry->key) + " is a number, not a text");
   return write(__func__, *entry, {.number = 0, .text = value});
 }
 
 INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT32* limits) {
-  const Entry* const entry = asked(__func__, input_group, key);
+  const Entry* const entry = find_or_refuse(__func__, input_group, key);
   if (entry == nullptr || limits == nullptr) return -1;
   const bool limited = entry->kind == ValueKind::kBool || entry->kind == ValueKind::kNumber;
   if (!limited || entry->minimum < INT16_MIN || entry->maximum > INT16_MAX) return 1;
@@ -401,7 +404,7 @@ INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT3
 }
 
 INT32 a_vextvapi_config_add_value_changed_callback(const char* key) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
   const std::lock_guard guard(state.lock);
   state.watched[index_of(*entry)] = true;
@@ -416,60 +419,62 @@ INT32 a_vextvapi_config_reg_callback(a_vextvapi_config_nfy_fct callback, void* t
 }
 
 INT32 getConfigValueBool(UINT32 item_id, UINT8* value) {
-  return read_number(asked(__func__, item_id, ValueKind::kBool), value);
+  return read_number(find_or_refuse(__func__, item_id, ValueKind::kBool), value);
 }
 
-INT32 getConfigValueInt32(UINT32 item_id, INT32* value) { return read_number(asked(__func__, item_id), value); }
+INT32 getConfigValueInt32(UINT32 item_id, INT32* value) {
+  return read_number(find_or_refuse(__func__, item_id), value);
+}
 
 INT32 getConfigValueString(UINT32 item_id, UINT32* length, char* value) {
   if (item_id == VEXTVAPI_CONFIG_ITEM_LOOK_UP) return look_up(__func__, length, value);
-  const Entry* const entry = asked(__func__, item_id, ValueKind::kText);
+  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kText);
   return entry == nullptr ? -1 : give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 setConfigValue(UINT32 item_id) {
-  const Entry* const entry = asked(__func__, item_id, ValueKind::kAction);
+  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kAction);
   return entry == nullptr ? -1 : trigger(*entry);
 }
 
 INT32 setConfigValueBool(UINT32 item_id, UINT8 value) {
-  const Entry* const entry = asked(__func__, item_id, ValueKind::kBool);
+  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kBool);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 setConfigValueInt32(UINT32 item_id, INT32 value) {
-  const Entry* const entry = asked(__func__, item_id);
+  const Entry* const entry = find_or_refuse(__func__, item_id);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 setConfigValueString(UINT32 item_id, const char* value) {
-  const Entry* const entry = asked(__func__, item_id, ValueKind::kText);
+  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kText);
   return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
 }
 
 INT32 config_number(const char* key) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? 0 : number_of(*entry);
 }
 
 std::string config_text(const char* key) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? "" : text_of(*entry, value_of(*entry));
 }
 
 INT32 config_set(const char* key, INT32 value) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 config_set(const char* key, std::string_view value) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
   return write(__func__, *entry, {.number = 0, .text = std::string(value)});
 }
 
 UINT32 config_changes(const char* key) {
-  const Entry* const entry = asked(__func__, key);
+  const Entry* const entry = find_or_refuse(__func__, key);
   const std::lock_guard guard(state.lock);
   return entry == nullptr ? 0 : state.changes[index_of(*entry)];
 }
@@ -485,12 +490,12 @@ void load() {
     } else {
       value.number = static_cast<INT32>(store_read(Setting{entry.key, entry.factory, entry.minimum, entry.maximum}));
     }
-    if (entry.kind != ValueKind::kCode || takes(entry, value)) continue;  // the others, the store has looked at
+    if (entry.kind != ValueKind::kCode || takes(entry, value)) continue;  // store_read has checked the other kinds
     value = factory_of(entry);
-    std::fprintf(stderr, "dtv_tv: the kept %s is not three letters; it is %s again\n", entry.key,
+    std::fprintf(stderr, "dtv_tv: the stored %s is not three letters; it is reset to %s\n", entry.key,
                  text_of(entry, value).c_str());
   }
-  // Whoever listens registers after the set was switched on.
+  // Listeners register again each time the set is switched on.
   state.watched = {};
   state.callback = nullptr;
 }
@@ -500,7 +505,7 @@ bool reset() {
   return change(defaults_of("")) == 0;
 }
 
-// Only what differs from a new set; "config" lists everything. A new set has nothing to report.
+// Reports only the values that differ from a new set's; "config" lists all.
 void report(boost::json::object& answer) {
   boost::json::object changed;
   const std::lock_guard guard(state.lock);
@@ -529,7 +534,7 @@ boost::json::object config_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"config", "[WORD|KEY [VALUE]]", 2,
-     "Lists the configuration, or what has WORD in its key or help; shows one value; changes it as the menu does",
+     "Lists all values, or those with WORD in their key or help; shows one value; changes it as the menu does",
      config_command},
 };
 

@@ -1,4 +1,5 @@
-// The values of the configuration, for the other rooms. Their locks may be held; the configuration's come after them.
+// The values of the configuration, for the other rooms. The caller may hold its room's lock; the configuration's locks
+// come after it.
 #pragma once
 
 #include <string>
@@ -13,5 +14,5 @@ std::string config_text(const char* key);
 INT32 config_set(const char* key, INT32 value);
 INT32 config_set(const char* key, std::string_view value);
 
-// How often the value has changed, to compare.
+// Returns how often the value has changed, so that a room can detect a change.
 UINT32 config_changes(const char* key);

@@ -1,11 +1,11 @@
-// The configuration store: what it takes and what it gives.
+// The configuration store: reading and writing values.
 #include "config_test.h"
 
 namespace {
 
 // ---- The catalogue ----
 
-TEST_F(TvConfig, HasTheKeysThatApplicationsKnow) {
+TEST_F(TvConfig, HasTheKeysThatApplicationsUse) {
   for (const char* const key : {"g_country__country", "g_gui_lang__gui_language", "g_subtitle__subtitle_lang",
                                 "g_subtitle__subtitle_lang_2nd"}) {
     const INT32 value = number(key);
@@ -27,7 +27,7 @@ TEST_F(TvConfig, HasTheKeysThatApplicationsKnow) {
   EXPECT_GE(rows().size(), 140u);
 }
 
-TEST_F(TvConfig, EveryRowIsReadWrittenAndLimited) {
+TEST_F(TvConfig, EveryValueCanBeReadAndWrittenWithinItsLimits) {
   testing::internal::CaptureStderr();
   for (const Row& row : rows()) {
     SCOPED_TRACE(row.key);
@@ -36,7 +36,7 @@ TEST_F(TvConfig, EveryRowIsReadWrittenAndLimited) {
     if (row.kind == Row::kText) {
       EXPECT_EQ(text(row.key), row.text);
       EXPECT_LE(std::strlen(row.text), row.longest);
-      EXPECT_LE(row.longest, 1000u);  // what an application's buffer holds
+      EXPECT_LE(row.longest, 1000u);  // the size of an application's buffer
       const std::string longest(row.longest, 'x');
       EXPECT_EQ(row.item == 0 ? a_vextvapi_config_set_str_value(row.key, longest.c_str())
                               : setConfigValueString(row.item, longest.c_str()),
@@ -85,7 +85,7 @@ TEST_F(TvConfig, NumbersByKey) {
   EXPECT_EQ(number(kChannel), INT32_MAX);
 }
 
-TEST_F(TvConfig, RefusesWhatIsOutsideAndSaysWhat) {
+TEST_F(TvConfig, RefusesNumbersOutsideTheLimits) {
   expect_words(refusal([] { return write(kBalance, 51); }),
                {"a_vextvapi_config_set_value", kBalance, "-50", "50", "51"});
   expect_words(refusal([] { return write(kBalance, -51); }), {"-51"});
@@ -94,7 +94,7 @@ TEST_F(TvConfig, RefusesWhatIsOutsideAndSaysWhat) {
   EXPECT_EQ(number(kLogos), 1);
 }
 
-TEST_F(TvConfig, LimitsAreTwoSignedHalves) {
+TEST_F(TvConfig, LimitsAreTwoSigned16BitNumbers) {
   INT32 limits = 0;
   EXPECT_EQ(a_vextvapi_config_get_minmaxvalue(-1, kBalance, &limits), 0);
   EXPECT_EQ(limits, 0x0032FFCE);
@@ -118,7 +118,7 @@ TEST_F(TvConfig, CodesAreThreeLetters) {
   EXPECT_EQ(number(kLanguage), 0x44455520);
 }
 
-TEST_F(TvConfig, UnknownKeysAndInputs) {
+TEST_F(TvConfig, RefusesUnknownKeysAndInputs) {
   INT32 value = 5;
   UINT32 length = 9;
   char buffer[9] = "before";
@@ -130,11 +130,11 @@ TEST_F(TvConfig, UnknownKeysAndInputs) {
       refusal([&] { return a_vextvapi_config_get_minmaxvalue(-1, "g_no", &value); }),
       refusal([&] { return a_vextvapi_config_add_value_changed_callback("g_no"); }),
   };
-  for (const std::string& said : every_kind) expect_words(said, {"there is no key \"g_no\""});
+  for (const std::string& log : every_kind) expect_words(log, {"there is no key \"g_no\""});
   for (const char* const key : {"", "g_", "g_audio__balanc", "g_audio__balance_", "G_AUDIO__BALANCE", "zzz"})
     refusal([&] { return a_vextvapi_config_get_value(-1, key, &value); });
-  const std::string said = refusal([&] { return a_vextvapi_config_get_value(-1, "a\nb\x1b[2J", &value); });
-  EXPECT_NE(said.find("\"a?b?[2J\""), std::string::npos) << said;
+  const std::string log = refusal([&] { return a_vextvapi_config_get_value(-1, "a\nb\x1b[2J", &value); });
+  EXPECT_NE(log.find("\"a?b?[2J\""), std::string::npos) << log;
   expect_words(refusal([&] { return a_vextvapi_config_get_value(3, kBalance, &value); }), {"input 3"});
   expect_words(refusal([&] { return a_vextvapi_config_set_value(0, kBalance, 1, 3); }), {"input 0"});
   expect_words(refusal([&] { return a_vextvapi_config_get_minmaxvalue(-2, kBalance, &value); }), {"input -2"});
@@ -143,7 +143,7 @@ TEST_F(TvConfig, UnknownKeysAndInputs) {
   EXPECT_STREQ(buffer, "before");
 }
 
-TEST_F(TvConfig, NothingToWriteInto) {
+TEST_F(TvConfig, RefusesNullPointers) {
   INT32 value = 0;
   char buffer[100] = "x";
   UINT32 length = sizeof buffer;
@@ -174,18 +174,18 @@ TEST_F(TvConfig, Texts) {
   }
 }
 
-TEST_F(TvConfig, TextsThatAreRefused) {
+TEST_F(TvConfig, RefusesInvalidTexts) {
   const std::string before = text(kName);
   expect_words(refusal([] { return a_vextvapi_config_set_str_value(kName, std::string(65, 'x').c_str()); }),
                {"a_vextvapi_config_set_str_value", kName, "64", "65"});
   for (const char* const bad : {"\xFF", "a\xC3", "\xC0\x80", "\xED\xA0\x80", "\xF5\x80\x80\x80"})
     expect_words(refusal([&] { return a_vextvapi_config_set_str_value(kName, bad); }), {kName, "UTF-8"});
-  expect_words(refusal([] { return a_vextvapi_config_set_str_value(kBalance, "1"); }), {kBalance, "no text"});
-  expect_words(refusal([] { return write(kName, 1); }), {kName, "no number"});
+  expect_words(refusal([] { return a_vextvapi_config_set_str_value(kBalance, "1"); }), {kBalance, "not a text"});
+  expect_words(refusal([] { return write(kName, 1); }), {kName, "not a number"});
   EXPECT_EQ(text(kName), before);
 }
 
-TEST_F(TvConfig, RoomForATextIncludesItsTerminator) {
+TEST_F(TvConfig, BufferForATextIncludesItsTerminator) {
   ASSERT_EQ(a_vextvapi_config_set_str_value(kName, "12345"), 0);
   for (const UINT32 room : {0u, 1u, 5u}) {
     char buffer[8] = "before";
@@ -236,7 +236,7 @@ TEST_F(TvConfig, ItemsAreTheSameValuesAsKeys) {
   EXPECT_EQ(text(kName), "Attic");
 }
 
-TEST_F(TvConfig, ItemsOfAnotherKindAndUnknownOnes) {
+TEST_F(TvConfig, RefusesItemsOfAnotherKindAndUnknownItems) {
   UINT8 flag = 9;
   INT32 value = 8;
   char buffer[20] = "before";
@@ -268,7 +268,7 @@ TEST_F(TvConfig, ItemsOfAnotherKindAndUnknownOnes) {
   EXPECT_STREQ(buffer, "before");
 }
 
-// As the plugin asks: the name, then bytes of 1 up to the last byte, a NUL.
+// Fills the buffer as the plugin does: the name, then bytes of 1, and a NUL as the last byte.
 std::string look_up(const char* name, INT32 expected = 0) {
   char scratch[32];
   std::memset(scratch, 1, sizeof scratch - 1);
@@ -283,7 +283,7 @@ std::string look_up(const char* name, INT32 expected = 0) {
   return scratch;
 }
 
-TEST_F(TvConfig, LookUpGivesAnyKeyAsText) {
+TEST_F(TvConfig, LookUpReturnsAnyValueAsText) {
   EXPECT_EQ(look_up(kLanguage), "eng");
   EXPECT_EQ(look_up(kName), text(kName));
   write(kBalance, -20);
@@ -297,7 +297,7 @@ TEST_F(TvConfig, LookUpGivesAnyKeyAsText) {
   EXPECT_STREQ(terminated, "eng");
 }
 
-TEST_F(TvConfig, LookUpThatFailsLeavesTheBuffer) {
+TEST_F(TvConfig, FailedLookUpDoesNotChangeTheBuffer) {
   testing::internal::CaptureStderr();
   EXPECT_EQ(look_up("g_no", -1), "g_no" + std::string(27, '\1'));
   EXPECT_EQ(look_up("", -1), std::string(31, '\1'));
@@ -329,8 +329,9 @@ TEST_F(TvConfig, ActionsCountAndReset) {
   watch({"g_action__reset_all"});
   EXPECT_EQ(setConfigValue(item_of("g_action__reset_all")), 0);
   EXPECT_EQ(number("g_action__reset_all"), 2);
-  EXPECT_EQ(told(), (Keys{kStore, kStore, kStore, kBrightness, kBalance, kBrightness, "g_action__reset_picture",
-                          "g_action__reset_picture", kBalance, kStore, "g_action__reset_all"}));
+  EXPECT_EQ(notified_keys(),
+            (Keys{kStore, kStore, kStore, kBrightness, kBalance, kBrightness, "g_action__reset_picture",
+                  "g_action__reset_picture", kBalance, kStore, "g_action__reset_all"}));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// What the tests of the configuration store share: its catalogue's rows, its functions in short, and a listener.
+// Shared by the configuration store's tests: the catalogue's rows, short forms of its functions, and a listener.
 #pragma once
 
 #include <sqlite3.h>
@@ -20,7 +20,7 @@ inline constexpr const char* kBrightness = "g_video__brightness";  // 0 to 100
 inline constexpr const char* kLogos = "g_misc__ch_logos_status";   // a bool
 inline constexpr const char* kName = "g_misc__tv_network_name";    // a text
 inline constexpr const char* kStore = "g_misc__channel_store";     // an action
-inline constexpr const char* kChannel = "g_misc__air_channel_id";  // too large for limits of 16 bits
+inline constexpr const char* kChannel = "g_misc__air_channel_id";  // its limits do not fit into 16 bits
 inline constexpr UINT32 kLookUp = VEXTVAPI_CONFIG_ITEM_LOOK_UP;
 inline constexpr UINT32 kUnknownItem = 0x07FF0001;
 
@@ -96,8 +96,8 @@ inline INT32 listen(INT32 id, void* tag, void* arg1, void* arg2, void* arg3, voi
 
 inline void* const kTag = reinterpret_cast<void*>(0x14BF88);
 
-// The keys that were told of until the set is off, so that one too many shows up as well.
-inline std::vector<std::string> told() {
+// Switches the set off, so that no callback can follow, and returns the keys of all callbacks.
+inline std::vector<std::string> notified_keys() {
   dtv_tv_stop();
   std::vector<std::string> keys;
   for (const Heard& each : heard) keys.push_back(each.key);

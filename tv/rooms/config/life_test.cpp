@@ -1,4 +1,4 @@
-// The configuration store: whom it tells, what it keeps, and what a viewer does to it.
+// The configuration store: callbacks, stored values, and the command.
 #include "config_test.h"
 #include "tests/unit/tv/store_support.h"
 
@@ -6,17 +6,17 @@ namespace {
 
 // ---- Callbacks ----
 
-TEST_F(TvConfig, TellsWhatWasAskedForOnceAndInOrder) {
+TEST_F(TvConfig, EachChangeOfAWatchedKeyIsReportedOnceAndInOrder) {
   watch({kLanguage, kName});
   watch({kLanguage});
   write(kLanguage, kGerman);
   write(kLanguage, kGerman);
-  write(kBrightness, 11);  // nobody asked
+  write(kBrightness, 11);  // not watched
   a_vextvapi_config_set_str_value(kName, "Attic");
   a_vextvapi_config_set_str_value(kName, "Attic");
   refusal([] { return write(kLanguage, 1); });
   write(kLanguage, kEnglish);
-  EXPECT_EQ(told(), (Keys{kLanguage, kName, kLanguage}));
+  EXPECT_EQ(notified_keys(), (Keys{kLanguage, kName, kLanguage}));
   for (const Heard& each : heard) {
     EXPECT_EQ(each.id, -1);
     EXPECT_EQ(each.tag, kTag);
@@ -26,17 +26,17 @@ TEST_F(TvConfig, TellsWhatWasAskedForOnceAndInOrder) {
   }
 }
 
-TEST_F(TvConfig, NobodyAskedNobodyIsTold) {
+TEST_F(TvConfig, KeysThatAreNotWatchedAreNotReported) {
   write(kLanguage, kGerman);
   write(kBrightness, 11);
-  EXPECT_EQ(told(), Keys{});
+  EXPECT_EQ(notified_keys(), Keys{});
 }
 
-TEST_F(TvConfig, AskedForWithoutACallback) {
+TEST_F(TvConfig, WatchingWithoutACallbackIsAllowed) {
   EXPECT_EQ(a_vextvapi_config_reg_callback(nullptr, nullptr), 0);
   watch({kLanguage});
   EXPECT_EQ(write(kLanguage, kGerman), 0);
-  EXPECT_EQ(told(), Keys{});
+  EXPECT_EQ(notified_keys(), Keys{});
 }
 
 TEST_F(TvConfig, KeyIsCutToFiftyCharacters) {
@@ -44,7 +44,7 @@ TEST_F(TvConfig, KeyIsCutToFiftyCharacters) {
   ASSERT_GT(std::strlen(key), 50u);
   watch({key});
   EXPECT_EQ(write(key, 1), 0);
-  EXPECT_EQ(told(), Keys{std::string(key).substr(0, 50)});
+  EXPECT_EQ(notified_keys(), Keys{std::string(key).substr(0, 50)});
 }
 
 TEST_F(TvConfig, CallbackSeesTheNewValueAndMayWrite) {
@@ -63,10 +63,10 @@ TEST_F(TvConfig, CallbackSeesTheNewValueAndMayWrite) {
   EXPECT_TRUE(arrived.wait_for(guard, std::chrono::seconds(5), [] { return heard.size() == 5; })) << heard.size();
   guard.unlock();
   EXPECT_EQ(number(kBrightness), 65);
-  EXPECT_EQ(told().size(), 5u);
+  EXPECT_EQ(notified_keys().size(), 5u);
 }
 
-TEST_F(TvConfig, SlowCallbackHoldsNoCallUp) {
+TEST_F(TvConfig, SlowCallbackDelaysNoCall) {
   static std::mutex gate;
   std::unique_lock closed(gate);
   a_vextvapi_config_reg_callback(
@@ -80,11 +80,11 @@ TEST_F(TvConfig, SlowCallbackHoldsNoCallUp) {
   EXPECT_EQ(number(kBrightness), 20);
   EXPECT_TRUE(heard.empty());
   closed.unlock();
-  EXPECT_EQ(told().size(), 20u);
+  EXPECT_EQ(notified_keys().size(), 20u);
 }
 
 TEST_F(TvConfig, ManyThreads) {
-  static std::vector<INT32> seen;  // touched by the event thread, read after it has ended
+  static std::vector<INT32> seen;  // used by the event thread, read after it has ended
   seen.clear();
   a_vextvapi_config_reg_callback(
       [](INT32, void*, void*, void*, void*, void*) {
@@ -111,12 +111,12 @@ TEST_F(TvConfig, ManyThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   dtv_tv_stop();
-  EXPECT_EQ(number(kStore), 16);  // none was lost
+  EXPECT_EQ(number(kStore), 16);  // no change was lost
   ASSERT_FALSE(seen.empty());
   EXPECT_EQ(seen.back(), number(kBalance));
 }
 
-// ---- What is kept ----
+// ---- Stored values ----
 
 TEST_F(TvConfig, SurvivesSwitchingOff) {
   write(kLanguage, kGerman);
@@ -132,22 +132,22 @@ TEST_F(TvConfig, SurvivesSwitchingOff) {
   EXPECT_EQ(text("g_password__password"), "");
   EXPECT_EQ(number(kStore), 1);
   EXPECT_EQ(number(kBrightness), 50);
-  EXPECT_EQ(told(), Keys{});
+  EXPECT_EQ(notified_keys(), Keys{});
 }
 
-TEST_F(TvConfig, ListenersAreForgottenWhenTheSetIsSwitchedOn) {
+TEST_F(TvConfig, SwitchingOnRemovesAllListeners) {
   watch({kLanguage});
   dtv_tv_stop();
   ASSERT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(a_vextvapi_config_reg_callback(listen, kTag), 0);
-  write(kLanguage, kGerman);  // the key is forgotten
+  write(kLanguage, kGerman);  // the key is no longer watched
   dtv_tv_stop();
   ASSERT_EQ(tv_start(folder.path), "");
   watch({kLanguage});
-  write(kLanguage, kEnglish);  // the callback is forgotten
+  write(kLanguage, kEnglish);  // no callback is registered
   EXPECT_EQ(a_vextvapi_config_reg_callback(listen, kTag), 0);
   write(kLanguage, kGerman);
-  EXPECT_EQ(told(), Keys{kLanguage});
+  EXPECT_EQ(notified_keys(), Keys{kLanguage});
 }
 
 TEST_F(TvConfig, SurvivesAKilledProcess) {
@@ -167,7 +167,7 @@ TEST_F(TvConfig, SurvivesAKilledProcess) {
   EXPECT_EQ(text(kName), "Attic");
 }
 
-TEST_F(TvConfig, WhatCannotBeKeptFallsBackAndIsSaid) {
+TEST_F(TvConfig, InvalidStoredValuesAreReportedAndReset) {
   struct Damage {
     const char* key;
     const char* value;
@@ -176,7 +176,7 @@ TEST_F(TvConfig, WhatCannotBeKeptFallsBackAndIsSaid) {
       {kBalance, "51"},
       {kBrightness, "'bright'"},
       {kLogos, "2"},
-      {kLanguage, "1696622336"},  // 0x65206700, no letter in the middle
+      {kLanguage, "1696622336"},  // 0x65206700: the second character is not a letter
       {"g_country__country", "0"},
       {kChannel, "4294967296"},
       {kName, "17"},
@@ -187,15 +187,15 @@ TEST_F(TvConfig, WhatCannotBeKeptFallsBackAndIsSaid) {
       {"g_password__password", "NULL"},
   };
   dtv_tv_stop();
-  sql(layout_1_sql());  // whose rows have no checksums
+  sql(layout_1_sql());  // layout 1, whose rows have no checksums
   for (const Damage& each : damages)
     sql("INSERT OR REPLACE INTO settings VALUES ('" + std::string(each.key) + "'," + each.value + ")");
   sql("INSERT OR REPLACE INTO settings VALUES ('g_video__contrast', 33), ('g_rec__device', 'disk')");
   testing::internal::CaptureStderr();
   start();
-  const std::string said = testing::internal::GetCapturedStderr();
+  const std::string log = testing::internal::GetCapturedStderr();
   for (const Damage& each : damages) {
-    expect_words(said, {std::string("the kept ") + each.key + " "});
+    expect_words(log, {std::string("the stored ") + each.key + " "});
     for (const Row& row : rows()) {
       if (std::strcmp(row.key, each.key) != 0) continue;
       if (row.kind == Row::kText) {
@@ -205,8 +205,8 @@ TEST_F(TvConfig, WhatCannotBeKeptFallsBackAndIsSaid) {
       }
     }
   }
-  expect_words(said, {"g_gui_lang__gui_language is not three letters; it is eng again"});
-  EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), static_cast<std::ptrdiff_t>(std::size(damages))) << said;
+  expect_words(log, {"g_gui_lang__gui_language is not three letters; it is reset to eng"});
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), static_cast<std::ptrdiff_t>(std::size(damages))) << log;
   EXPECT_EQ(number("g_video__contrast"), 33);
   EXPECT_EQ(text("g_rec__device"), "disk");
   EXPECT_EQ(write(kBalance, 12), 0);
@@ -215,7 +215,7 @@ TEST_F(TvConfig, WhatCannotBeKeptFallsBackAndIsSaid) {
   EXPECT_EQ(number(kBalance), 12);
 }
 
-TEST_F(TvConfig, OffMeansRefused) {
+TEST_F(TvConfig, ChangesAreRefusedWhileTheSetIsOff) {
   watch({kBrightness});
   dtv_tv_stop();
   expect_words(refusal([] { return write(kBrightness, 51); }), {"off"});
@@ -224,12 +224,12 @@ TEST_F(TvConfig, OffMeansRefused) {
   EXPECT_EQ(number(kBrightness), 50);
   EXPECT_NE(text(kName), "x");
   EXPECT_EQ(tv_control(R"(["config"])"), R"({"error":"the set is off"})");
-  EXPECT_EQ(told(), Keys{});
+  EXPECT_EQ(notified_keys(), Keys{});
 }
 
-// ---- The control ----
+// ---- The command ----
 
-TEST_F(TvConfig, ResetTellsWhatChanges) {
+TEST_F(TvConfig, ResetReportsTheChangedKeys) {
   watch({kLanguage, kName, kBalance, kBrightness});
   write(kLanguage, kGerman);
   write(kBalance, 7);
@@ -242,7 +242,7 @@ TEST_F(TvConfig, ResetTellsWhatChanges) {
   EXPECT_EQ(number(kLanguage), kEnglish);
   EXPECT_EQ(number(kStore), 0);
   EXPECT_EQ(text(kName), "Living room");
-  EXPECT_EQ(told(), (Keys{kLanguage, kBalance, kName, kBalance, kLanguage, kName}));
+  EXPECT_EQ(notified_keys(), (Keys{kLanguage, kBalance, kName, kBalance, kLanguage, kName}));
   start();
   EXPECT_EQ(number(kLanguage), kEnglish);
 }
@@ -289,10 +289,10 @@ TEST_F(TvConfig, CommandChangesAsTheMenuDoes) {
   expect_words(set(kName, ""), {R"("value":"")"});
   EXPECT_EQ(text(kName), "");
   expect_words(set(kStore, "trigger"), {R"("value":1)"});
-  EXPECT_EQ(told(), (Keys{kLanguage, kBalance, kLogos, kLogos, kLogos, kLogos, kLogos, kName, kName, kStore}));
+  EXPECT_EQ(notified_keys(), (Keys{kLanguage, kBalance, kLogos, kLogos, kLogos, kLogos, kLogos, kName, kName, kStore}));
 }
 
-TEST_F(TvConfig, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvConfig, ErrorsOfBadCommandsNameWhatIsAllowed) {
   struct Case {
     std::string command;
     std::vector<std::string> says;
@@ -313,7 +313,7 @@ TEST_F(TvConfig, BadCommandsSayWhatIsAllowed) {
       {R"(["config","g_misc__tv_network_name",")" + std::string(65, 'x') + "\"]", {"64"}},
       {R"(["config","g_misc__tv_network_name","a\u0000b"])", {"64"}},
       {R"(["config","g_misc__channel_store","5"])", {"trigger"}},
-      {R"(["config","a","b","c"])", {"too much", "[WORD|KEY [VALUE]]"}},
+      {R"(["config","a","b","c"])", {"one word too many", "[WORD|KEY [VALUE]]"}},
   };
   for (const Case& each : cases) {
     const std::string answer = tv_control(each.command);

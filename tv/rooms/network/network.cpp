@@ -1,11 +1,11 @@
-// The network is the machine's own, but for what a viewer pretends: that the cable is pulled. The kernel's netlink
-// tells that something has changed; what, is found by reading all facts anew and comparing. So a message that is lost
-// in a burst costs nothing, and an address whose lifetime is renewed is no event.
+// The network: the machine's own interfaces, except that a viewer can simulate a pulled cable. A netlink message from
+// the kernel only means that something has changed: the network thread then reads all interfaces again and compares
+// them with its last reading. So messages may be lost in a burst, and renewing an address's lifetime is not an event.
 //
 // Events: 1 an Ethernet interface is plugged, 2 unplugged, 3 an interface's addresses have changed, 15 a WLAN interface
-// is gone. The parameter is the interface's index, 0 where a viewer pulls a cable that no interface has. The loopback
-// interface is not looked at. An Ethernet interface is any with Ethernet's frames, so that bridges and virtual ones
-// count, too; those named "wl..." as Linux does are WLAN.
+// has been removed. The parameter is the interface's index, or 0 if a viewer pulls the cable and no interface is
+// plugged. The loopback interface is ignored. Interfaces named "wl...", Linux's names, are WLAN; any other with
+// Ethernet frames is Ethernet, including bridges and virtual interfaces.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <linux/netlink.h>
@@ -51,7 +51,7 @@ constexpr const char* kKindNames[] = {"ethernet", "wlan", "other"};
 struct Interface {
   std::string name;
   InterfaceKind kind = InterfaceKind::kOther;
-  bool runs = false;                // switched on, with a carrier
+  bool runs = false;                // up, with a carrier
   std::set<std::string> addresses;  // as "192.0.2.5/24"
 };
 
@@ -65,16 +65,16 @@ struct Listener {
 struct State {
   std::mutex lock;  // guards the listeners, the facts and lost
   std::vector<Listener> listeners;
-  Facts facts;        // as last told of
+  Facts facts;        // the last reading, for which all events have been posted
   bool lost = false;  // a viewer has pulled the cable
 
-  // Touched by start and stop only, but for the descriptors, which the thread reads.
+  // Used only by start and stop, except that the network thread reads the descriptors.
   std::thread thread;
   int netlink = -1;
   int stop = -1;
 };
 
-// Lives until the process ends: a host may leave without switching the set off while the thread still waits here.
+// Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 State& state = *new State;
 
 // ---- Reading the facts ----
@@ -121,7 +121,8 @@ bool read_facts(Facts& ret_facts) {
     if (each->ifa_addr == nullptr || (each->ifa_addr->sa_family != AF_INET && each->ifa_addr->sa_family != AF_INET6)) {
       continue;
     }
-    const std::string_view label = each->ifa_name;  // of an address "eth0:1", the interface being eth0
+    const std::string_view label =
+        each->ifa_name;  // an address can have a label such as "eth0:1"; the interface is eth0
     const auto found = named.find(label.substr(0, label.find(':')));
     if (found != named.end()) found->second->addresses.insert(address_text(*each->ifa_addr, each->ifa_netmask));
   }
@@ -129,9 +130,9 @@ bool read_facts(Facts& ret_facts) {
   return true;
 }
 
-// ---- Telling; the caller holds the lock ----
+// ---- Notifications; the caller of these functions holds the lock ----
 
-void tell(INT32 id, int index) {
+void notify(INT32 id, int index) {
   for (const Listener& listener : state.listeners) {
     events_post([listener, id, index] {
       listener.callback(listener.tag, id, reinterpret_cast<void*>(static_cast<std::intptr_t>(index)));
@@ -139,35 +140,35 @@ void tell(INT32 id, int index) {
   }
 }
 
-// Without the cable nothing is heard of what it connects.
-bool is_heard(const Interface& interface) { return !state.lost || interface.kind != InterfaceKind::kEthernet; }
+// While the cable is pulled, Ethernet interfaces raise no events.
+bool is_connected(const Interface& interface) { return !state.lost || interface.kind != InterfaceKind::kEthernet; }
 
-void tell_differences(const Facts& before, const Facts& after) {
-  static const Interface& kNone = *new Interface;  // lives until the process ends, as the thread may
+void notify_differences(const Facts& before, const Facts& after) {
+  static const Interface& kNone = *new Interface;  // never destroyed: the thread may outlive main
   const auto look_up = [](const Facts& facts, int index) -> const Interface& {
     const auto found = facts.find(index);
     return found == facts.end() ? kNone : found->second;
   };
   const auto is_plugged = [](const Interface& each) { return each.kind == InterfaceKind::kEthernet && each.runs; };
   for (const auto& [index, old] : before) {
-    if (!is_heard(old)) continue;
-    if (is_plugged(old) && !is_plugged(look_up(after, index))) tell(VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG, index);
-    if (old.kind == InterfaceKind::kWlan && !after.contains(index)) tell(VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND, index);
-    if (!after.contains(index) && !old.addresses.empty()) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+    if (!is_connected(old)) continue;
+    if (is_plugged(old) && !is_plugged(look_up(after, index))) notify(VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG, index);
+    if (old.kind == InterfaceKind::kWlan && !after.contains(index)) notify(VEXVAPI_NW_NFY_ID_WLAN_DEINIT_IND, index);
+    if (!after.contains(index) && !old.addresses.empty()) notify(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
   }
   for (const auto& [index, now] : after) {
-    if (!is_heard(now)) continue;
+    if (!is_connected(now)) continue;
     const Interface& old = look_up(before, index);
-    if (is_plugged(now) && !is_plugged(old)) tell(kPlugged, index);
-    if (now.addresses != old.addresses) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+    if (is_plugged(now) && !is_plugged(old)) notify(kPlugged, index);
+    if (now.addresses != old.addresses) notify(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
   }
 }
 
-// Reads all facts and tells what has changed; false when they cannot be read.
-bool look() {
+// Reads all facts and posts events for the changes. Returns false if they cannot be read.
+bool update_facts() {
   Facts now;
   if (!read_facts(now)) return false;
-  tell_differences(state.facts, now);
+  notify_differences(state.facts, now);
   state.facts = std::move(now);
   return true;
 }
@@ -179,11 +180,11 @@ void run_network() {
   pollfd sources[] = {{state.netlink, POLLIN, 0}, {state.stop, POLLIN, 0}};
   while (poll(sources, std::size(sources), -1) >= 0 || errno == EINTR) {
     if (sources[1].revents != 0) return;
-    char message;  // what it says is read from the facts
+    char message;  // its content is not used: update_facts reads everything
     while (recv(state.netlink, &message, sizeof message, 0) >= 0 || errno == ENOBUFS || errno == EINTR) {
     }
     const std::lock_guard guard(state.lock);
-    look();
+    update_facts();
   }
 }
 
@@ -208,8 +209,8 @@ void close_descriptors() {
 
 // ---- The control ----
 
-// Pulls or plugs the cable; false when that cannot be kept.
-bool pretend(bool lost) {
+// Simulates pulling or plugging the cable. Returns false if the store refuses the change.
+bool simulate(bool lost) {
   const std::lock_guard guard(state.lock);
   if (lost == state.lost) return true;
   const SettingValue values[] = {{kLost.key, static_cast<std::int64_t>(lost)}};
@@ -218,18 +219,18 @@ bool pretend(bool lost) {
   const auto cable = std::ranges::find_if(
       state.facts, [](const auto& each) { return each.second.kind == InterfaceKind::kEthernet && each.second.runs; });
   const int index = cable == state.facts.end() ? 0 : cable->first;
-  tell(lost ? VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG : kPlugged, index);
-  if (!lost) tell(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
+  notify(lost ? VEXVAPI_NW_NFY_ID_ETHERNET_UNPLUG : kPlugged, index);
+  if (!lost) notify(VEXVAPI_NW_NFY_ID_ADDRESS_CHANGED, index);
   return true;
 }
 
 boost::json::object shown(int index, const Interface& interface) {
-  const bool heard = is_heard(interface);
+  const bool connected = is_connected(interface);
   const boost::json::array addresses(interface.addresses.begin(), interface.addresses.end());
   return {{"index", index},
           {"kind", kKindNames[static_cast<int>(interface.kind)]},
-          {"state", heard && interface.runs ? "plugged" : "unplugged"},
-          {"addresses", heard ? addresses : boost::json::array()}};
+          {"state", connected && interface.runs ? "plugged" : "unplugged"},
+          {"addresses", connected ? addresses : boost::json::array()}};
 }
 
 }  // namespace
@@ -238,7 +239,7 @@ INT32 a_vextvapi_nw_register(a_vextvapi_nw_nfy_fct callback, void* tag, UINT32* 
   if (callback == nullptr || nfy_id == nullptr) return -1;
   const std::lock_guard guard(state.lock);
   if (state.listeners.size() == kMostListeners) {
-    return refuse_call(__func__, std::to_string(kMostListeners) + " listen already, no more can");
+    return refuse_call(__func__, std::to_string(kMostListeners) + " listeners are registered, which is the maximum");
   }
   state.listeners.push_back({callback, tag});
   *nfy_id = static_cast<UINT32>(state.listeners.size());
@@ -250,21 +251,21 @@ namespace {
 void load() {
   const std::lock_guard guard(state.lock);
   state.lost = store_read(kLost) != 0;
-  state.listeners.clear();  // whoever listens registers after the set was switched on
+  state.listeners.clear();  // listeners register again each time the set is switched on
 }
 
 void start() {
   state.netlink = open_netlink();
   state.stop = eventfd(0, EFD_CLOEXEC);
   if (state.netlink < 0 || state.stop < 0) {
-    std::fprintf(stderr, "dtv_tv: no network event will be told of: %s\n",
+    std::fprintf(stderr, "dtv_tv: network changes will not be reported: %s\n",
                  std::generic_category().message(errno).c_str());
     close_descriptors();
     return;
   }
   {
     const std::lock_guard guard(state.lock);
-    read_facts(state.facts);  // from here on netlink tells of changes
+    read_facts(state.facts);  // from here on netlink reports changes
   }
   state.thread = std::thread(run_network);
 }
@@ -277,9 +278,9 @@ void stop() {
   close_descriptors();
 }
 
-bool reset() { return pretend(false); }
+bool reset() { return simulate(false); }
 
-// Nothing while the network is as it is; "network" shows it.
+// Reports only a pulled cable; "network" shows the network.
 void report(boost::json::object& answer) {
   const std::lock_guard guard(state.lock);
   if (state.lost) answer["network"] = "lost";
@@ -290,18 +291,18 @@ boost::json::object network_command(Arguments arguments) {
   if (!action.empty() && action != "lose" && action != "restore") {
     return reply_takes("network", "lose or restore", action);
   }
-  if (!action.empty() && !pretend(action == "lose")) return reply_not_kept();
+  if (!action.empty() && !simulate(action == "lose")) return reply_not_kept();
   const std::lock_guard guard(state.lock);
-  // So that the reply shows nothing of which no notification was sent, even when the thread is late.
-  if (!look()) return reply_error("the network cannot be read; the set's log says why");
+  // The thread may be late. Updating here posts the events of all that the reply shows.
+  if (!update_facts()) return reply_error("the network cannot be read; see the set's log");
   boost::json::object interfaces;
   for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
 }
 
 constexpr Command kCommands[] = {
-    {"network", "[lose|restore]", 1,
-     "Shows the network's interfaces; lose pretends that the cable is pulled, until restore", network_command},
+    {"network", "[lose|restore]", 1, "Shows the network interfaces; lose simulates a pulled cable until restore",
+     network_command},
 };
 
 }  // namespace

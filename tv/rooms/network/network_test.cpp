@@ -1,4 +1,5 @@
-// Network events and facts. Each test has a network namespace of its own, so that it changes nothing of the machine's.
+// Network events and facts. Each test runs in a network namespace of its own, so that the machine's network is not
+// changed.
 #include <fcntl.h>
 #include <net/if.h>
 #include <sched.h>
@@ -31,7 +32,7 @@ struct Heard {
   bool operator==(const Heard&) const = default;
 };
 
-[[maybe_unused]] void PrintTo(const Heard& each, std::ostream* out) {  // GoogleTest looks for this name
+[[maybe_unused]] void PrintTo(const Heard& each, std::ostream* out) {  // called by GoogleTest
   *out << "event " << each.id << " of " << each.index;
 }
 
@@ -49,7 +50,7 @@ void listen(void*, INT32 id, void* param) {
   arrived.notify_all();
 }
 
-// Runs the command; false when it fails.
+// Runs the command. Returns false if it fails.
 bool run(std::vector<std::string> words) {
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
@@ -75,7 +76,7 @@ int index_of(const char* name) {
   return static_cast<int>(index);
 }
 
-// Both ends of a wire; the kernel looks at the carrier on a thread of its own.
+// Waits until both ends of a wire have a carrier, or have none. The kernel detects it later, on its own thread.
 void wait_for_carrier(const char* near, const char* far, bool wanted) {
   const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   for (const char* const name : {near, far}) {
@@ -104,10 +105,10 @@ struct TvNetwork : testing::Test {
     if (unshare(CLONE_NEWNET) != 0)
       GTEST_SKIP() << "no network namespace here: " << std::generic_category().message(errno);
     if (!run({"ip", "link", "set", "lo", "up"})) GTEST_SKIP() << "iproute2's ip does not work here";
-    for (const char* which : {"all", "default"}) {  // addresses that nobody gave would come as events, too
+    for (const char* which : {"all", "default"}) {  // automatic addresses would raise events
       std::ofstream("/proc/sys/net/ipv6/conf/" + std::string(which) + "/disable_ipv6") << "1";
     }
-    // A wire's second name is the lower index. The last wire's events come last.
+    // The second name of a wire has the lower index. Events of the last wire come last.
     for (const char* const wire :
          {"far0 type veth peer name eth0", "far1 type veth peer name wlan0", "mark1 type veth peer name mark0"}) {
       ip(std::string("link add ") + wire);
@@ -127,21 +128,22 @@ struct TvNetwork : testing::Test {
     heard.clear();
     EXPECT_EQ(tv_start(folder.path), "");
   }
-  // What has been told of since the last time, other than of the wires' far ends.
+  // The events since the last call, except those of the wires' far ends. An address of the interface mark0 marks the
+  // end.
   Events events() {
     const Heard mark{kAddresses, index_of("mark0")};
     ip("address add 192.0.2." + std::to_string(++marks) + "/24 dev mark0");
     std::unique_lock guard(lock);
     const bool came = arrived.wait_for(guard, std::chrono::seconds(10),
                                        [&] { return std::count(heard.begin(), heard.end(), mark) > 0; });
-    EXPECT_TRUE(came) << "the change that marks the end has not been told of";
+    EXPECT_TRUE(came) << "the event that marks the end has not arrived";
     Events found;
     for (const Heard& each : heard)
       if (each != mark && std::ranges::find(far_ends, each.index) == far_ends.end()) found.push_back(each);
     heard.clear();
     return found;
   }
-  // What comes without anything else that happens.
+  // Waits for an event without causing one.
   static Events next() {
     std::unique_lock guard(lock);
     EXPECT_TRUE(arrived.wait_for(guard, std::chrono::seconds(10), [] { return !heard.empty(); }));
@@ -156,9 +158,9 @@ void expect_has(const std::string& text, const std::string& part) {
   EXPECT_NE(text.find(part), std::string::npos) << part << " in: " << text;
 }
 
-// ---- What the machine does ----
+// ---- Changes of the machine's network ----
 
-TEST_F(TvNetwork, AddressesThatComeAndGo) {
+TEST_F(TvNetwork, ReportsAddedAndRemovedAddresses) {
   const int eth0 = index_of("eth0");
   ip("address add 198.51.100.7/24 dev eth0");
   EXPECT_EQ(events(), (Events{{kAddresses, eth0}}));
@@ -178,24 +180,24 @@ TEST_F(TvNetwork, AddressesThatComeAndGo) {
   EXPECT_EQ(events(), Events{});
 }
 
-TEST_F(TvNetwork, RenewedLifetimeIsNoChange) {
+TEST_F(TvNetwork, RenewedLifetimeIsNotReported) {
   ip("address add 198.51.100.7/24 dev eth0 valid_lft 1000 preferred_lft 1000");
   EXPECT_EQ(events(), (Events{{kAddresses, index_of("eth0")}}));
   ip("address change 198.51.100.7/24 dev eth0 valid_lft 2000 preferred_lft 2000");
   EXPECT_EQ(events(), Events{});
 }
 
-TEST_F(TvNetwork, AddressesOfBothFamilies) {
+TEST_F(TvNetwork, ReportsAddressesOfBothFamilies) {
   if (!std::ofstream("/proc/sys/net/ipv6/conf/eth0/disable_ipv6").put('0').flush()) GTEST_SKIP() << "no IPv6 here";
   ip("address add 2001:db8::7/64 dev eth0 nodad");
   EXPECT_EQ(next(), (Events{{kAddresses, index_of("eth0")}}));
   expect_has(network(), R"("addresses":["2001:db8::7/64"])");
 }
 
-TEST_F(TvNetwork, CableThatIsPulledAndPlugged) {
+TEST_F(TvNetwork, ReportsAPulledAndPluggedCable) {
   const int eth0 = index_of("eth0");
   ip("link set eth0 up");
-  EXPECT_EQ(events(), Events{});  // nothing at the far end yet
+  EXPECT_EQ(events(), Events{});  // the far end is not up yet
   ip("link set far0 up");
   wait_for_carrier("eth0", "far0", true);
   EXPECT_EQ(events(), (Events{{kPlugged, eth0}}));
@@ -210,7 +212,7 @@ TEST_F(TvNetwork, CableThatIsPulledAndPlugged) {
   EXPECT_EQ(next().front(), (Heard{kUnplugged, eth0}));
 }
 
-TEST_F(TvNetwork, InterfaceThatGoes) {
+TEST_F(TvNetwork, ReportsARemovedInterface) {
   const int eth0 = index_of("eth0");
   ip("link set eth0 up");
   ip("link set far0 up");
@@ -222,12 +224,12 @@ TEST_F(TvNetwork, InterfaceThatGoes) {
   EXPECT_EQ(network().find("\"eth0\""), std::string::npos);
 }
 
-TEST_F(TvNetwork, WlanThatGoes) {
+TEST_F(TvNetwork, ReportsARemovedWlanInterface) {
   const int wlan0 = index_of("wlan0");
   ip("link set wlan0 up");
   ip("link set far1 up");
   wait_for_carrier("wlan0", "far1", true);
-  EXPECT_EQ(events(), Events{});  // there is no cable
+  EXPECT_EQ(events(), Events{});  // a WLAN interface has no cable
   expect_has(network(), R"("kind":"wlan","state":"plugged")");
   ip("address add 198.51.100.9/24 dev wlan0");
   EXPECT_EQ(events(), (Events{{kAddresses, wlan0}}));
@@ -235,17 +237,17 @@ TEST_F(TvNetwork, WlanThatGoes) {
   EXPECT_EQ(events(), (Events{{kWlanGone, wlan0}, {kAddresses, wlan0}}));
 }
 
-TEST_F(TvNetwork, LoopbackIsNotLookedAt) {
+TEST_F(TvNetwork, LoopbackIsIgnored) {
   ip("address add 127.0.0.9/8 dev lo");
   ip("link set lo down");
   EXPECT_EQ(events(), Events{});
   EXPECT_EQ(network().find("\"lo\""), std::string::npos);
 }
 
-// ---- Who is told ----
+// ---- Listeners ----
 
-TEST_F(TvNetwork, EachListenerHasItsNumber) {
-  static std::vector<int> tags;  // touched by the event thread, read after it has ended
+TEST_F(TvNetwork, EachListenerGetsANumber) {
+  static std::vector<int> tags;  // used by the event thread, read after it has ended
   tags.clear();
   const auto other = [](void* tag, INT32, void*) { tags.push_back(*static_cast<int*>(tag)); };
   int first_tag = 11, second_tag = 22;
@@ -261,7 +263,7 @@ TEST_F(TvNetwork, EachListenerHasItsNumber) {
   EXPECT_EQ(heard.size(), 1u);
 }
 
-TEST_F(TvNetwork, WhoCannotListen) {
+TEST_F(TvNetwork, RefusesInvalidAndTooManyListeners) {
   UINT32 number = 77;
   EXPECT_NE(a_vextvapi_nw_register(nullptr, nullptr, &number), 0);
   EXPECT_NE(a_vextvapi_nw_register(listen, nullptr, nullptr), 0);
@@ -269,13 +271,13 @@ TEST_F(TvNetwork, WhoCannotListen) {
   number = 77;
   testing::internal::CaptureStderr();
   EXPECT_NE(a_vextvapi_nw_register(listen, nullptr, &number), 0);
-  expect_has(testing::internal::GetCapturedStderr(), "32 listen already");
+  expect_has(testing::internal::GetCapturedStderr(), "32 listeners are registered");
   EXPECT_EQ(number, 77u);
 }
 
-TEST_F(TvNetwork, ListenersAreForgottenWhenTheSetIsSwitchedOn) {
+TEST_F(TvNetwork, SwitchingOnRemovesAllListeners) {
   dtv_tv_stop();
-  ip("address add 198.51.100.7/24 dev eth0");  // while it was off
+  ip("address add 198.51.100.7/24 dev eth0");  // while the set was off
   start();
   network("lose");
   dtv_tv_stop();
@@ -296,12 +298,12 @@ TEST_F(TvNetwork, SwitchingOffLeavesNoThreadAndNoDescriptor) {
   }
   EXPECT_EQ(entries("/proc/self/task"), threads);
   EXPECT_EQ(entries("/proc/self/fd"), descriptors);
-  dtv_tv_stop();  // once more does nothing
+  dtv_tv_stop();  // a second stop does nothing
 }
 
-// ---- What a viewer pretends ----
+// ---- The simulated cable ----
 
-TEST_F(TvNetwork, CableThatAViewerPulls) {
+TEST_F(TvNetwork, SimulatesAPulledCable) {
   const int eth0 = index_of("eth0"), wlan0 = index_of("wlan0");
   ip("link set eth0 up");
   ip("link set far0 up");
@@ -315,7 +317,7 @@ TEST_F(TvNetwork, CableThatAViewerPulls) {
   expect_has(network(), R"("addresses":["198.51.100.9/24"])");
   expect_has(tv_control(R"(["state"])"), R"("network":"lost")");
   EXPECT_EQ(next(), (Events{{kUnplugged, eth0}}));
-  // What happens at the other end of the cable meanwhile is not heard; WLAN is.
+  // While the cable is pulled, Ethernet changes are not reported; WLAN changes are.
   ip("address add 198.51.100.8/24 dev eth0");
   ip("link set far0 down");
   wait_for_carrier("eth0", "far0", false);
@@ -329,17 +331,17 @@ TEST_F(TvNetwork, CableThatAViewerPulls) {
   EXPECT_EQ(tv_control(R"(["state"])").find("network\":\"lost"), std::string::npos);
 }
 
-TEST_F(TvNetwork, PullingACableThatIsNotThere) {
+TEST_F(TvNetwork, SimulatesAPulledCableWithoutAnInterface) {
   network("lose");
   network("restore");
   dtv_tv_stop();
   EXPECT_EQ(heard, (Events{{kUnplugged, 0}, {kPlugged, 0}, {kAddresses, 0}}));
 }
 
-TEST_F(TvNetwork, PulledCableStaysOutOverARestart) {
+TEST_F(TvNetwork, SimulatedCableStaysPulledAfterARestart) {
   network("lose");
   dtv_tv_stop();
-  const TvFolder other;  // of another set
+  const TvFolder other;  // another set's state folder
   EXPECT_EQ(tv_start(other.path), "");
   expect_has(network(), R"("cable":"as the machine has it")");
   dtv_tv_stop();
@@ -353,9 +355,9 @@ TEST_F(TvNetwork, PulledCableStaysOutOverARestart) {
   expect_has(network(), R"("cable":"as the machine has it")");
 }
 
-TEST_F(TvNetwork, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvNetwork, ErrorsOfBadCommandsNameWhatIsAllowed) {
   expect_has(network("cut"), R"({"error":"network takes lose or restore, not \"cut\""})");
-  expect_has(tv_control(R"(["network","lose","now"])"), "too much");
+  expect_has(tv_control(R"(["network","lose","now"])"), "one word too many");
   expect_has(network(), R"("cable":"as the machine has it")");
 }
 

@@ -1,4 +1,4 @@
-// The players. They start when they are first used, so that the plugin's start has nothing to prepare.
+// The players. Each starts when it is first used, so there is nothing to initialise when the plugin starts.
 #include "core/contract.h"
 #include "core/room.h"
 

@@ -1,8 +1,8 @@
-// The remote control and what it moves: power, channel, source. A key comes as a command of the infrared receiver that
-// the command device takes, or from a viewer; both end in press().
+// The remote control and what it controls: power, channel, source. Keys come from the command device, as commands of
+// the infrared receiver, and from the command "key"; both call press().
 //
-// In standby the volume keys do nothing; any other key wakes the set and does no more. There are the channels 1 to 99;
-// choosing one leaves another source. A number of one digit is a channel after a moment or with ENTER.
+// In standby the volume keys do nothing, and any other key only wakes the set. The channels are 1 to 99; choosing one
+// sets the source to TV. A single digit becomes a channel number after a moment, or with ENTER.
 #include "rooms/remote/remote.h"
 
 #include <algorithm>
@@ -28,16 +28,16 @@ namespace {
 
 constexpr Setting kChannel{.key = "channel", .factory = 1, .minimum = 1, .maximum = 99};
 constexpr Setting kPrevious{.key = "channel_previous", .factory = 1, .minimum = 1, .maximum = 99};
-constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};  // an HDMI input at its number
+constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};  // an HDMI input's index is its number
 constexpr int kHdmiInputs = 3;
 constexpr Setting kSource{.key = "source", .factory = 0, .minimum = 0, .maximum = std::size(kSources) - 1};
 constexpr const char* kSubtitleKey = "g_misc__dvb_subtitle_enabled";
 
-constexpr std::chrono::milliseconds kNextDigit(1500);  // within which another digit makes one number of both
+constexpr std::chrono::milliseconds kNextDigit(1500);  // within which a second digit completes the number
 
 struct Place {
   INT64 channel;
-  INT64 previous;  // what PRE-CH goes back to
+  INT64 previous;  // the channel that PRE-CH returns to
   INT64 source;    // index in kSources
   bool operator==(const Place&) const = default;
 };
@@ -45,24 +45,24 @@ struct Place {
 constexpr Place kFactory{.channel = kChannel.factory, .previous = kPrevious.factory, .source = kSource.factory};
 
 struct State {
-  std::mutex lock;  // guards all that follows
+  std::mutex lock;  // guards all members below
   bool on = true;
   Place place = kFactory;
-  int number = -1;       // begun with a digit; -1: none is
-  TimerTime number_due;  // when it is a channel, if none else comes
+  int number = -1;       // the first digit of a channel number; -1: none
+  TimerTime number_due;  // when it becomes the channel, if no second digit comes
   const char* last_key = "";
 };
 
 Timer number_timer;
 
-// Lives until the process ends, whatever thread still reads.
+// Never destroyed: other threads may still use it when the process exits.
 State& state = *new State;
 
 // ---- What keys do ----
 
-// What follows returns false when a change could not be kept; nothing has changed then.
+// The functions below return false, with nothing changed, if the store has not saved a change.
 
-// Goes there and keeps it. The caller holds the lock, here and in tune.
+// Changes the channel and the source, and stores them. The caller of go and tune holds the lock.
 bool go(const Place& wanted) {
   if (wanted == state.place) return true;
   const SettingValue values[] = {
@@ -138,13 +138,13 @@ struct Action {
   const char* help;
   bool (*press)(int argument);
   int argument = 0;
-  bool in_standby = true;  // whether it wakes the set
+  bool in_standby = true;  // whether the key wakes the set
 };
 
 constexpr Action kActions[] = {
-    {"POWER", "standby and back", press_power},
+    {"POWER", "to standby and back", press_power},
     {"SOURCE", "next source", press_source},
-    {"SLEEP", "next time of the sleep timer", press_sleep},
+    {"SLEEP", "next step of the sleep timer", press_sleep},
     {"CC", "subtitles on and off", press_subtitle},
     {"SUBTITLE", "subtitles on and off", press_subtitle},
     {"0", "channel number", press_digit, 0},
@@ -157,10 +157,10 @@ constexpr Action kActions[] = {
     {"7", "channel number", press_digit, 7},
     {"8", "channel number", press_digit, 8},
     {"9", "channel number", press_digit, 9},
-    {"ENTER", "ends a channel number", press_enter},
+    {"ENTER", "completes a channel number", press_enter},
     {"CH+", "next channel", press_channel, 1},
-    {"CH-", "channel before", press_channel, -1},
-    {"PRE-CH", "channel that was seen before", press_previous},
+    {"CH-", "previous channel number", press_channel, -1},
+    {"PRE-CH", "back to the channel seen before", press_previous},
     {"VOL+", "louder", press_volume, 1, false},
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
@@ -172,7 +172,7 @@ constexpr Action kActions[] = {
 struct Key {
   const char* name;
   std::string_view code;
-  const Action* action;  // null: it is only seen
+  const Action* action;  // null: the key does nothing but wake the set
 };
 
 constexpr const Action* action_of(std::string_view name) {
@@ -187,7 +187,7 @@ constexpr Key kKeys[] = {
 
 static_assert(std::ranges::count_if(kKeys, [](const Key& key) { return key.action != nullptr; }) ==
                   std::ranges::ssize(kActions),
-              "what is to be done is a key's");
+              "every action belongs to a key");
 
 bool press(const Key& key) {
   bool was_on = false;
@@ -207,21 +207,21 @@ constexpr std::string_view kReceive = "ir.rx.send ";
 constexpr std::size_t kLongestLine = 64;
 
 std::mutex device_lock;  // guards the line
-std::string line;        // what was typed since the last line end, at most one character too many
+std::string line;        // characters since the last line feed; at most one more than a line may have
 
 void carry_out(std::string_view command) {
   if (command.ends_with('\r')) command.remove_suffix(1);
   if (command.starts_with(kReceive) && command.size() <= kLongestLine) {
     const auto* const key = std::ranges::find(kKeys, command.substr(kReceive.size()), &Key::code);
     if (key != std::end(kKeys)) {
-      press(*key);  // what could not be kept, the store has reported
+      press(*key);  // the store has reported a failure
       return;
     }
   }
   std::string shown(command.substr(0, kLongestLine));
   std::ranges::replace_if(
       shown, [](unsigned char c) { return std::isprint(c) == 0; }, '?');
-  std::fprintf(stderr, "dtv_tv: the command device knows no \"%s\"\n", shown.c_str());
+  std::fprintf(stderr, "dtv_tv: the command device does not know \"%s\"\n", shown.c_str());
 }
 
 }  // namespace

@@ -1,11 +1,11 @@
 // Power and source, for the other rooms.
 #pragma once
 
-bool remote_is_on();  // and not in standby
+bool remote_is_on();  // false in standby
 void remote_wake();
 
-// Puts the set into standby. The caller holds no lock.
+// Puts the set into standby. The caller must not hold a lock.
 void remote_standby();
 
-// Shows an HDMI input, as its source wishes. Does nothing for an input that does not exist, and nothing in standby.
+// Switches to an HDMI input, at the request of its source. Does nothing in standby or for an input that does not exist.
 void remote_show_hdmi(int input);

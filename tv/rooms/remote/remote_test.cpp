@@ -1,4 +1,4 @@
-// Keys, from the command device and from a viewer; power, channel, source.
+// Keys, from the command device and from the command "key"; power, channel, source.
 #include <malloc.h>
 
 #include <atomic>
@@ -40,7 +40,7 @@ std::string place() {
   return after("channel") + " " + after("source");
 }
 
-TEST_F(TvRemote, CommandDeviceTakesAKeysCode) {
+TEST_F(TvRemote, CommandDeviceAcceptsKeyCodes) {
   send("0x6f000");  // VOL+
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
   EXPECT_TRUE(shown(R"("key":"VOL+")"));
@@ -49,12 +49,12 @@ TEST_F(TvRemote, CommandDeviceTakesAKeysCode) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 19);
   type("ir.rx.send 0x6f002\n");  // MUTE; the line feed alone ends a line
   EXPECT_EQ(a_vextvapi_volctrl_getMute(), 1);
-  send("0x6f000");  // raising unmutes
+  send("0x6f000");  // raising the volume unmutes
   EXPECT_EQ(a_vextvapi_volctrl_getMute(), 0);
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
 }
 
-TEST_F(TvRemote, AKeyIsPressedAtTheLineEnd) {
+TEST_F(TvRemote, AKeyIsPressedAtTheLineFeed) {
   type("ir.rx.send 0x6f000");
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
   type("\r");
@@ -63,11 +63,11 @@ TEST_F(TvRemote, AKeyIsPressedAtTheLineEnd) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
 }
 
-TEST_F(TvRemote, WhatIsNoKeyIsSaidAndDoesNothing) {
+TEST_F(TvRemote, UnknownLinesAreReportedAndDoNothing) {
   const std::string before = tv_control(R"(["state"])");
   const struct {
     std::string line;
-    std::string said;
+    std::string log;
   } cases[] = {
       {"", "\"\""},
       {"ir.rx.send", "\"ir.rx.send\""},
@@ -86,35 +86,35 @@ TEST_F(TvRemote, WhatIsNoKeyIsSaidAndDoesNothing) {
   for (const auto& each : cases) {
     testing::internal::CaptureStderr();
     type(each.line + "\n");
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_NE(said.find(each.said), std::string::npos) << said;
-    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find(each.log), std::string::npos) << log;
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 1) << log;
     EXPECT_EQ(tv_control(R"(["state"])"), before) << each.line;
   }
-  send("0x6f000");  // and the next line is one
+  send("0x6f000");  // the next line works
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
 }
 
-// The sanitizers' allocators do not count here; there it only runs.
-TEST_F(TvRemote, ALineWithoutAnEndTakesNoMemory) {
+// Under sanitizers the memory is not measured, since their allocators do not count.
+TEST_F(TvRemote, AnEndlessLineUsesNoMemory) {
   const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
   const std::size_t before = in_use();
   for (int i = 0; i < 300000; ++i) dtv_tv_command('a');
   EXPECT_LT(in_use(), before + 100000);
 }
 
-TEST_F(TvRemote, TheDeviceIsDeadWhileTheSetIsOff) {
+TEST_F(TvRemote, TheDeviceDoesNothingWhileTheSetIsOff) {
   type("ir.rx.send 0x6f0");
   dtv_tv_stop();
   type("ir.rx.send 0x6f000\n");
   type("ir.rx.");
   EXPECT_EQ(tv_start(folder.path), "");
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
-  send("0x6f000");  // what was typed meanwhile is forgotten
+  send("0x6f000");  // what was typed meanwhile is discarded
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
 }
 
-TEST_F(TvRemote, ChannelsStepAndGoRound) {
+TEST_F(TvRemote, ChannelsStepAndWrapAround) {
   EXPECT_EQ(place(), "1 TV");
   send("0x5f000");
   EXPECT_EQ(place(), "2 TV");
@@ -129,7 +129,7 @@ TEST_F(TvRemote, ChannelsStepAndGoRound) {
   EXPECT_EQ(place(), "1 TV");
 }
 
-TEST_F(TvRemote, TwoDigitsAreAChannel) {
+TEST_F(TvRemote, TwoDigitsChooseAChannel) {
   send("0x10034");
   EXPECT_EQ(place(), "1 TV");
   send("0x10032");
@@ -147,7 +147,7 @@ TEST_F(TvRemote, TwoDigitsAreAChannel) {
   EXPECT_EQ(place(), "7 TV");
 }
 
-TEST_F(TvRemote, OneDigitIsAChannelWithEnterOrAfterAMoment) {
+TEST_F(TvRemote, OneDigitChoosesAChannelWithEnterOrAfterAMoment) {
   press("ENTER");
   EXPECT_EQ(place(), "1 TV");
   press("5");
@@ -159,13 +159,13 @@ TEST_F(TvRemote, OneDigitIsAChannelWithEnterOrAfterAMoment) {
   dtv_tv_advance(1);
   EXPECT_EQ(place(), "8 TV");
   press("3");
-  press("CH+");  // another key that chooses a channel ends what was begun
+  press("CH+");  // another key that changes the channel discards the digit
   EXPECT_EQ(place(), "9 TV");
   press("ENTER");
   EXPECT_EQ(place(), "9 TV");
 }
 
-TEST_F(TvRemote, SourcesGoRoundAndAChannelLeavesThem) {
+TEST_F(TvRemote, SourcesWrapAroundAndAChannelReturnsToTv) {
   for (const char* source : {"1 HDMI 1", "1 HDMI 2", "1 HDMI 3", "1 USB", "1 TV", "1 HDMI 1"}) {
     send("0x5f01f");
     EXPECT_EQ(place(), source);
@@ -180,7 +180,7 @@ TEST_F(TvRemote, SourcesGoRoundAndAChannelLeavesThem) {
   EXPECT_EQ(place(), "1 TV");
 }
 
-TEST_F(TvRemote, ChannelAndSourceLast) {
+TEST_F(TvRemote, ChannelAndSourceSurviveARestart) {
   press("1");
   press("2");
   press("SOURCE");
@@ -215,7 +215,7 @@ TEST_F(TvRemote, PowerTogglesAndKeysWakeTheSet) {
     EXPECT_TRUE(shown(R"("power":"on")")) << key;
     EXPECT_TRUE(shown(R"("key":")" + std::string(key) + '"'));
     press("ENTER");
-    EXPECT_EQ(place(), "1 TV") << key;  // it woke the set and did no more
+    EXPECT_EQ(place(), "1 TV") << key;  // it has only woken the set
   }
 }
 
@@ -229,7 +229,7 @@ TEST_F(TvRemote, PowerCommand) {
   expect_words(tv_control(R"(["power","off"])"), {"error", "off", "standby", "toggle"});
 }
 
-TEST_F(TvRemote, SleepKeySteps) {
+TEST_F(TvRemote, SleepKeyStepsTheSleepTimer) {
   for (const INT32 minutes : {15, 30, 60, 90, 120, 0, 15}) {
     send("0x5f01c");
     INT32 left = -1;
@@ -237,7 +237,7 @@ TEST_F(TvRemote, SleepKeySteps) {
     EXPECT_LE(left, minutes * 60);
     EXPECT_GE(left, minutes * 60 - (minutes > 0 ? 20 : 0));
   }
-  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(2000), 0);  // between two steps
+  EXPECT_EQ(a_vextvapi_time_set_sleep_timer(2000), 0);  // a duration between two steps
   press("SLEEP");
   INT32 left = -1;
   EXPECT_EQ(a_vextvapi_time_get_sleep_timer_remaining_time(&left), 0);
@@ -245,13 +245,13 @@ TEST_F(TvRemote, SleepKeySteps) {
   EXPECT_GE(left, 3580);
 }
 
-TEST_F(TvRemote, SubtitleKeysSwitchTheConfigurationAndAreToldOf) {
-  static std::atomic<int> told;
-  told = 0;
+TEST_F(TvRemote, SubtitleKeysChangeTheConfigurationAndCallItsCallback) {
+  static std::atomic<int> notifications;
+  notifications = 0;
   EXPECT_EQ(a_vextvapi_config_add_value_changed_callback("g_misc__dvb_subtitle_enabled"), 0);
   EXPECT_EQ(a_vextvapi_config_reg_callback(
                 [](INT32, void*, void*, void*, void*, void*) {
-                  ++told;
+                  ++notifications;
                   return INT32{0};
                 },
                 nullptr),
@@ -267,10 +267,10 @@ TEST_F(TvRemote, SubtitleKeysSwitchTheConfigurationAndAreToldOf) {
   send("0x5f01a");  // CC
   EXPECT_EQ(enabled(), 1);
   dtv_tv_stop();
-  EXPECT_EQ(told, 2);
+  EXPECT_EQ(notifications, 2);
 }
 
-TEST_F(TvRemote, EveryKeyOfTheTableArrives) {
+TEST_F(TvRemote, EveryKeyOfTheTableWorks) {
   const struct {
     const char* name;
     const char* code;

@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kMostLinks = 40;  // on one path, as the kernel has it
+constexpr int kMostLinks = 40;  // on one path, as in the kernel
 
 std::mutex lock;      // taken last
 std::string wanted;   // absolute; empty: $HOME; guarded by lock
@@ -27,7 +27,7 @@ bool is_within(const std::string& path, const std::string& folder) {
   return folder == "/" || path == folder || path.starts_with(folder + "/");
 }
 
-// Without the slash at its end.
+// The normalised path without a trailing slash.
 fs::path plain(const fs::path& path) {
   const fs::path normal = path.lexically_normal();
   return normal.has_filename() ? normal : normal.parent_path();
@@ -35,7 +35,7 @@ fs::path plain(const fs::path& path) {
 
 // A path that is being resolved, name by name.
 struct Walk {
-  std::string at = "/";            // what is resolved, canonical
+  std::string at = "/";            // the resolved part, canonical
   std::vector<std::string> ahead;  // the names still to resolve, in reverse order
   int links = 0;                   // followed so far
 };
@@ -94,8 +94,8 @@ void usb_root_load() {
   if (!failed && !fs::is_directory(folder, failed) && !failed)
     failed = std::make_error_code(std::errc::not_a_directory);
   if (failed) {
-    std::fprintf(stderr, "dtv_tv: no USB sticks, since the folder for them, %s, cannot be used: %s\n", name.c_str(),
-                 failed.message().c_str());
+    std::fprintf(stderr, "dtv_tv: no folder can become a USB stick: the stick root %s cannot be used: %s\n",
+                 name.c_str(), failed.message().c_str());
     return;
   }
   root = folder.string();

@@ -12,11 +12,11 @@ struct UsbPlace {
   std::string folder;      // the canonical path; if resolving failed, what it would be
 };
 
-// Sets the root to the folder given to dtv_tv_stick_root, or $HOME. A folder that cannot be used is reported on stderr.
-// The caller sees to it that only one thread at a time is in the functions of this file.
+// Sets the root to the folder given to dtv_tv_stick_root, or $HOME. Reports a folder that cannot be used on stderr. The
+// caller ensures that only one thread at a time calls the functions of this file.
 void usb_root_load();
 
-// The root's canonical path; empty if there is none: then no path is inside.
+// The root's canonical path; empty if there is no root, and then no path is inside.
 const std::string& usb_root();
 
 // path: absolute.

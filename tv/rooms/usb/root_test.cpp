@@ -25,7 +25,7 @@ struct TvUsbRoot : testing::Test {
     fs::create_symlink(target, world.path + "/" + name);
     return world.path + "/" + name;
   }
-  // What is inserted, as "/dev/sda1 /dev/sdc1".
+  // The inserted sticks, as "/dev/sda1 /dev/sdc1".
   static std::string devices() {
     const std::string listed = stick({"list"});
     std::string found;
@@ -35,11 +35,11 @@ struct TvUsbRoot : testing::Test {
   }
 };
 
-// What lies outside is refused in the same words, whatever is there.
-TEST_F(TvUsbRoot, OutsideTheRootNothingIsTold) {
+// A path outside the root is refused with the same text, whether or not it exists.
+TEST_F(TvUsbRoot, OutsideTheRootTheRefusalRevealsNothing) {
   const TvFolder elsewhere;
   const std::string inside = make("inside");
-  const std::string beside = world.path + " beside";  // the root's name is the beginning of it
+  const std::string beside = world.path + " beside";  // its name begins with the root's
   fs::create_directories(elsewhere.path + "/folder");
   fs::create_directory(beside);
   std::ofstream(elsewhere.path + "/file") << "x";
@@ -47,7 +47,7 @@ TEST_F(TvUsbRoot, OutsideTheRootNothingIsTold) {
   const std::string to_folder = link(elsewhere.path + "/folder", "to folder");
   const std::string name = fs::path(world.path).filename();
   const std::vector<std::string> paths = {
-      // there is a folder
+      // paths of existing folders
       elsewhere.path, elsewhere.path + "/folder", elsewhere.path + "/folder/", "/", "//", "/.", "/..", "/usr", beside,
       fs::path(world.path).parent_path(), world.path + "/..", world.path + "/../", world.path + "/../..",
       inside + "/../..", world.path + "/../" + fs::path(elsewhere.path).filename().string() + "/folder",
@@ -55,9 +55,9 @@ TEST_F(TvUsbRoot, OutsideTheRootNothingIsTold) {
       to_folder, to_folder + "/..", link("to folder", "to a link"), link("..", "up"), link("inside/../..", "up again"),
       link("/", "to all"), world.path + "/up/" + fs::path(elsewhere.path).filename().string(), elsewhere.path + "/back",
       link(elsewhere.path + "/back", "to back"),
-      // there is something else
+      // paths of other files
       elsewhere.path + "/file", elsewhere.path + "/file/x", link(elsewhere.path + "/file", "to file"), "/dev/null",
-      // there is nothing
+      // paths that do not exist
       elsewhere.path + "/nowhere", "/nowhere", "/nowhere/" + name, world.path + "/../nowhere",
       link(elsewhere.path + "/nowhere", "to nowhere"), link(elsewhere.path + "/nowhere/x", "to far nowhere"),
       world.path + "/nowhere/../..", world.path + "/nowhere/../../nowhere", to_folder + "/nowhere"};
@@ -67,7 +67,7 @@ TEST_F(TvUsbRoot, OutsideTheRootNothingIsTold) {
   fs::remove(beside);
 }
 
-TEST_F(TvUsbRoot, EveryWayIntoTheRoot) {
+TEST_F(TvUsbRoot, AcceptsAllPathsIntoTheRoot) {
   const std::string a = make("a/b/..") + "/../a";
   const std::string name = fs::path(world.path).filename();
   fs::create_symlink(world.path + "/a", world.path + "/whole");
@@ -86,7 +86,7 @@ TEST_F(TvUsbRoot, EveryWayIntoTheRoot) {
   EXPECT_NE(answer.find(R"("folder":")" + world.path + "\""), std::string::npos) << answer;
 }
 
-TEST_F(TvUsbRoot, InsideTheReasonIsTold) {
+TEST_F(TvUsbRoot, InsideTheRootTheRefusalNamesTheReason) {
   make("a");
   std::ofstream(world.path + "/file") << "x";
   fs::create_symlink("loop", world.path + "/loop");
@@ -114,12 +114,12 @@ TEST_F(TvUsbRoot, RootNamedByALink) {
   expect_error(stick({"insert", named + "/.."}), {"only a folder in " + world.path + " can"});
 }
 
-TEST_F(TvUsbRoot, WholeMachineIsNoStick) {
+TEST_F(TvUsbRoot, TheFileSystemsRootIsRefused) {
   start("/");
   for (const std::string& path :
        {std::string("/"), std::string("/.."), link("/", "all"), world.path + "/../../../../.."})
     expect_error(stick({"insert", path}), {"only a folder in / can become"});
-  expect_error(stick({"insert", "/nowhere at all/x"}), {"cannot be found", "made in / after the host's start"});
+  expect_error(stick({"insert", "/nowhere at all/x"}), {"cannot be found", "created in / after its start"});
   const std::string nowhere = stick({"insert", world.path + "/nowhere"});
   expect_error(nowhere, {"cannot be found"});
   EXPECT_EQ(nowhere.find("made in /"), std::string::npos) << nowhere;
@@ -127,7 +127,7 @@ TEST_F(TvUsbRoot, WholeMachineIsNoStick) {
   EXPECT_EQ(devices(), "/dev/sda1");
 }
 
-TEST_F(TvUsbRoot, WithoutANameTheRootIsTheHomeFolder) {
+TEST_F(TvUsbRoot, TheDefaultRootIsTheHomeFolder) {
   const char* const before = getenv("HOME");
   const std::string home = before == nullptr ? "" : before;
   const std::string a = make("a");
@@ -149,18 +149,18 @@ TEST_F(TvUsbRoot, WithoutANameTheRootIsTheHomeFolder) {
   before == nullptr ? unsetenv("HOME") : setenv("HOME", home.c_str(), 1);
 }
 
-TEST_F(TvUsbRoot, RootThatCannotBeUsed) {
+TEST_F(TvUsbRoot, UnusableRootIsReported) {
   std::ofstream(world.path + "/file") << "x";
   for (const std::string& root : {world.path + "/nowhere", world.path + "/file"}) {
     testing::internal::CaptureStderr();
     start(root.c_str());
-    expect_words(testing::internal::GetCapturedStderr(), {"no USB sticks", root});
+    expect_words(testing::internal::GetCapturedStderr(), {"no folder can become a USB stick", root});
     expect_error(stick({"insert", make("a")}), {"no folder can become a USB stick"});
     expect_error(stick({"insert", "/nowhere"}), {"no folder can become a USB stick"});
   }
 }
 
-TEST_F(TvUsbRoot, KeptSticksOutsideANewRootAreNotInserted) {
+TEST_F(TvUsbRoot, StoredSticksOutsideANewRootAreDropped) {
   const std::string old_folder = make("old"), new_folder = make("new"), moved = make("new/moved");
   stick({"insert", old_folder, "Old"});
   stick({"insert", new_folder + "/moved", "Moved"});
@@ -177,7 +177,7 @@ TEST_F(TvUsbRoot, KeptSticksOutsideANewRootAreNotInserted) {
   for (const char* name : {"sda1", "sdb1"}) EXPECT_FALSE(fs::exists(fs::symlink_status(folder.path + "/usb/" + name)));
   testing::internal::CaptureStderr();
   start(new_folder.c_str());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");  // once
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");  // reported only once
   EXPECT_EQ(devices(), "/dev/sdc1");
 }
 

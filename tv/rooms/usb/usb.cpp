@@ -1,10 +1,10 @@
-// USB sticks. A stick is a folder of the machine; it is mounted as a symbolic link to that folder, so that its files
-// are what an application sees under the mount point; it lies in the root (usb_root.h). The port says the rest: the
-// stick in port 1 is /dev/sda1, mounted at usb/sda1 of the state folder, that in port 27 is /dev/sdaa1. What is
-// inserted is kept in the store; the links are made anew when the set is switched on.
+// USB sticks. A stick is a folder of the machine inside the stick root (root.h). Its mount point is a symbolic link to
+// that folder, so that an application finds the folder's files there. Device name and mount point follow from the port:
+// the stick in port 1 is /dev/sda1, mounted at usb/sda1 of the state folder; the stick in port 27 is /dev/sdaa1. The
+// store contains the inserted sticks; the links are created again each time the set is switched on.
 //
-// There is one detection: starting another ends the first. When it has ended, no callback comes any more and none runs,
-// but for the one that ended it.
+// There is one detection: starting another ends the first. When a detection has ended, none of its callbacks is running
+// or will run, except the callback that ended it.
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
@@ -31,7 +31,7 @@ constexpr std::size_t kPorts = 32;
 constexpr std::size_t kLongestPath = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.path - 1;
 constexpr std::size_t kLongestLabel = sizeof VEXTVAPI_USB_MOUNT_INFO_T{}.label - 1;
 constexpr std::size_t kLongestFolder = 4096;  // a path of the machine
-constexpr int kMostEntries = 1000;            // of a folder, that a description looks at
+constexpr int kMostEntries = 1000;            // of a folder that a description counts
 
 struct Stick {
   std::string folder;  // empty: the port is free
@@ -41,18 +41,18 @@ struct Stick {
 using Callback = a_vextvapi_cb_usb_detect_nfy_fct;
 
 struct State {
-  std::mutex changing;           // one inserts or removes at a time, disk, links and root included; before the others
-  std::recursive_mutex telling;  // held while a callback runs, which may end the detection; taken before the lock
-  std::mutex lock;               // guards all that follows; held for moments only
-  std::string mounts;            // the folder of the links; changed while the set is switched on
-  std::array<Stick, kPorts> sticks;  // of port 1 onwards; changed under changing as well
-  UINT32 detection = 0;              // the running one's handle, 0: none
+  std::mutex changing;               // serializes inserts and removals, with disk, links and root; taken first
+  std::recursive_mutex notifying;    // held during a callback, which may end the detection; taken before the lock
+  std::mutex lock;                   // guards all members below; not held during a callback
+  std::string mounts;                // the folder of the links; changed only by load
+  std::array<Stick, kPorts> sticks;  // from port 1 on; changed under both changing and lock
+  UINT32 detection = 0;              // handle of the running detection, 0: none
   UINT32 last_detection = 0;
   Callback callback = nullptr;
   void* callback_tag = nullptr;
 };
 
-// Lives until the process ends, whatever thread still reads.
+// Never destroyed: other threads may still use it when the process exits.
 State& state = *new State;
 
 // "sda1" for the first port, "sdaa1" for the 27th.
@@ -70,7 +70,7 @@ UINT32 port_of(std::size_t index) { return static_cast<UINT32>(index + 1); }
 
 bool is_free(const Stick& stick) { return stick.folder.empty(); }
 
-// ---- The store and the links; the caller holds state.changing ----
+// ---- The store and the links; the caller of these functions holds state.changing ----
 
 struct StickKeys {
   std::string folder;
@@ -82,7 +82,7 @@ StickKeys keys_of(std::size_t index) {
   return {.folder = "usb_folder_" + port, .label = "usb_label_" + port};
 }
 
-// What is in these ports from now on, in all or in none.
+// Stores that this stick is in each of these ports: in all or in none.
 bool keep(const std::vector<std::size_t>& ports, const Stick& stick) {
   std::vector<StickKeys> keys;
   std::ranges::transform(ports, std::back_inserter(keys), keys_of);
@@ -103,8 +103,9 @@ Stick kept(std::size_t index) {
 bool mount(std::size_t index, const std::string& folder, std::string& ret_error) {
   const std::string place = mount_point_of(index);
   if (place.size() > kLongestPath) {
-    ret_error = "the mount point " + place + " has " + std::to_string(place.size()) + " bytes; an application takes " +
-                std::to_string(kLongestPath) + ", so the state folder needs a shorter path";
+    ret_error = "the mount point " + place + " has " + std::to_string(place.size()) +
+                " bytes; an application accepts " + std::to_string(kLongestPath) +
+                ", so the state folder needs a shorter path";
     return false;
   }
   std::error_code failed;
@@ -119,7 +120,7 @@ void unmount(std::size_t index) {
   fs::remove(mount_point_of(index), gone);
 }
 
-// Takes away what links the last run has left.
+// Removes the links of the last run.
 void unmount_all() {
   std::vector<fs::path> links;
   std::error_code failed;
@@ -131,14 +132,14 @@ void unmount_all() {
   for (const fs::path& link : links) fs::remove(link, failed);
 }
 
-// ---- Telling ----
+// ---- Notifications ----
 
-// The caller holds the lock. Whether the detection still runs is looked at again when the callback's turn has come.
-void tell(INT32 type, std::size_t index, const std::string& label) {
+// Posts the callback. The caller holds the lock. The event checks again whether the same detection is still running.
+void notify(INT32 type, std::size_t index, const std::string& label) {
   if (state.callback == nullptr) return;
   events_post([type, port = port_of(index), device = device_of(index), path = mount_point_of(index), label,
                detection = state.detection] {
-    const std::lock_guard telling(state.telling);
+    const std::lock_guard notifying(state.notifying);
     std::unique_lock guard(state.lock);
     const Callback callback = state.detection == detection ? state.callback : nullptr;
     void* const tag = state.callback_tag;
@@ -150,8 +151,8 @@ void tell(INT32 type, std::size_t index, const std::string& label) {
 void put(std::size_t index, Stick stick) {
   const std::lock_guard guard(state.lock);
   Stick& place = state.sticks[index];
-  tell(is_free(stick) ? VEXTVAPI_USB_DETECT_UNMOUNTED : VEXTVAPI_USB_DETECT_MOUNTED, index,
-       is_free(stick) ? place.label : stick.label);
+  notify(is_free(stick) ? VEXTVAPI_USB_DETECT_UNMOUNTED : VEXTVAPI_USB_DETECT_MOUNTED, index,
+         is_free(stick) ? place.label : stick.label);
   place = std::move(stick);
 }
 
@@ -165,7 +166,7 @@ boost::json::object shown(std::size_t index, const Stick& stick) {
           {"folder", stick.folder}};
 }
 
-// At most so many bytes, and no character cut in two.
+// The text cut to at most `longest` bytes, at a character's boundary.
 std::string cut(std::string text, std::size_t longest) {
   if (text.size() <= longest) return text;
   while (longest > 0 && (static_cast<unsigned char>(text[longest]) & 0xC0) == 0x80) --longest;
@@ -173,13 +174,13 @@ std::string cut(std::string text, std::size_t longest) {
   return text;
 }
 
-// Why a folder is not there that the caller may see: what the host sees of / is how that was at its start.
+// Why a folder in the root cannot be found. The host sees / as it was when the host started.
 std::string not_found(std::string_view given, const std::error_code& why) {
   std::string text = "the folder " + quoted(given) + " cannot be found: " + why.message();
   std::error_code none;
   const fs::path first = "/" / *fs::path(given).relative_path().begin();
   if (usb_root() == "/" && why == std::errc::no_such_file_or_directory && !fs::exists(first, none))
-    text += "; a folder made in / after the host's start is not seen";
+    text += "; the host does not see folders created in / after its start";
   return text;
 }
 
@@ -191,13 +192,13 @@ std::string outside() {
 
 boost::json::object insert_stick(std::string_view given, Arguments label) {
   const std::lock_guard guard(state.changing);
-  if (!given.starts_with('/')) return reply_error("the folder " + quoted(given) + " is not named by its whole path");
+  if (!given.starts_with('/')) return reply_error("the folder " + quoted(given) + " is not an absolute path");
   const UsbPlace found = usb_place(given);
   if (!found.inside) return reply_error(outside());
   if (found.failed) return reply_error(not_found(given, found.failed));
   const fs::path folder = found.folder;
   std::error_code failed;
-  if (!fs::is_directory(folder, failed)) return reply_error(quoted(given) + " is no folder");
+  if (!fs::is_directory(folder, failed)) return reply_error(quoted(given) + " is not a folder");
   Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
   if (!store_is_text(stick.folder)) return reply_error("the name of the folder " + quoted(given) + " is not in UTF-8");
   if (!label.empty()) {
@@ -229,7 +230,7 @@ boost::json::object insert_stick(std::string_view given, Arguments label) {
   return answer;
 }
 
-// The ports of the sticks that a viewer names, by device, label, folder or mount point, or as "all".
+// The ports of the sticks that a viewer names by device, label, folder or mount point, or all of them for "all".
 std::vector<std::size_t> named(std::string_view name) {
   const std::string folder = name.starts_with('/') ? usb_place(name).folder : "";
   std::vector<std::size_t> found;
@@ -273,7 +274,7 @@ boost::json::object list_sticks() {
 
 // ---- Descriptions ----
 
-// As the makers of sticks count: 1 kB is 1000 bytes.
+// In decimal units: 1 kB is 1000 bytes.
 std::string size_text(std::uintmax_t bytes) {
   if (bytes < 1000) return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
   auto amount = static_cast<double>(bytes);
@@ -288,7 +289,7 @@ std::string size_text(std::uintmax_t bytes) {
   return text;
 }
 
-// What the folder itself holds; what its own folders hold is not looked at.
+// Describes the folder's own files, not those of its subfolders.
 bool describe(const std::string& folder, std::string& ret_text) {
   std::error_code failed;
   std::uintmax_t files = 0, bytes = 0;
@@ -318,7 +319,7 @@ bool runs(const char* function, UINT32 handle) {
 }  // namespace
 
 UINT32 a_vextvapi_cb_usb_detect_init() {
-  const std::lock_guard telling(state.telling);
+  const std::lock_guard notifying(state.notifying);
   const std::lock_guard guard(state.lock);
   if (++state.last_detection == 0) ++state.last_detection;
   state.callback = nullptr;
@@ -334,7 +335,7 @@ INT32 a_vextvapi_cb_usb_detect_register_callback(UINT32 handle, Callback callbac
 }
 
 INT32 a_vextvapi_cb_usb_detect_deinit(UINT32 handle) {
-  const std::lock_guard telling(state.telling);
+  const std::lock_guard notifying(state.notifying);
   const std::lock_guard guard(state.lock);
   if (!runs(__func__, handle)) return -1;
   state.detection = 0;
@@ -391,7 +392,7 @@ void load() {
   const std::scoped_lock guard(state.changing, state.lock);
   state.mounts = set_folder() + "/usb";
   usb_root_load();
-  // A listener starts a detection after the set was switched on.
+  // Applications start a detection again each time the set is switched on.
   state.detection = 0;
   state.callback = nullptr;
   unmount_all();
@@ -410,7 +411,7 @@ void load() {
 
 bool reset() { return !remove_sticks("all").contains("error"); }
 
-// Nothing while no stick is inserted, as in a new set.
+// Reports the inserted sticks, if there are any.
 void report(boost::json::object& answer) {
   boost::json::object sticks;
   const std::lock_guard guard(state.lock);
@@ -429,7 +430,7 @@ boost::json::object stick_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"stick", "insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list", 3,
-     "Inserts a folder as a USB stick, pulls sticks out, lists them; they stay inserted when the set is switched off",
+     "Inserts a folder as a USB stick, removes sticks, lists them; sticks stay inserted when the set is switched off",
      stick_command},
 };
 

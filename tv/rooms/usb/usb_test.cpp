@@ -1,4 +1,4 @@
-// USB sticks: what the control inserts and removes, what a detection tells and answers, what stays over a restart.
+// USB sticks: the command, detections and their callbacks, descriptions, restarts.
 #include "usb_test.h"
 
 #include <sys/stat.h>
@@ -52,7 +52,7 @@ struct TvUsb : testing::Test {
     EXPECT_NE(detection, 0u);
     EXPECT_EQ(a_vextvapi_cb_usb_detect_register_callback(detection, listen, kTag), 0);
   }
-  // A folder that can be inserted.
+  // Creates a folder that can be inserted.
   std::string make(const std::string& name) const {
     fs::create_directories(world.path + "/" + name);
     return world.path + "/" + name;
@@ -115,7 +115,7 @@ TEST_F(TvUsb, InsertedFolderIsSeenAtTheMountPoint) {
   EXPECT_EQ(text, "sand");
 }
 
-TEST_F(TvUsb, TellsOfInsertingAndRemoving) {
+TEST_F(TvUsb, ReportsInsertsAndRemovals) {
   stick({"insert", make("Holiday"), "Küche"});
   stick({"insert", make("Work")});
   stick({"remove", "Küche"});
@@ -135,7 +135,7 @@ TEST_F(TvUsb, TellsOfInsertingAndRemoving) {
   }
 }
 
-TEST_F(TvUsb, LowestFreePortIsTaken) {
+TEST_F(TvUsb, TheLowestFreePortIsUsed) {
   for (const char* name : {"a", "b", "c"}) stick({"insert", make(name)});
   stick({"remove", "/dev/sdb1"});
   EXPECT_EQ(devices(), (Names{"/dev/sda1", "/dev/sdc1"}));
@@ -160,7 +160,7 @@ TEST_F(TvUsb, ThirtyTwoPorts) {
   EXPECT_EQ(heard.size(), 32u);
 }
 
-TEST_F(TvUsb, ListBeginsAndEndsWhereTheCallerWants) {
+TEST_F(TvUsb, MountedInfoReturnsTheRequestedRange) {
   for (const char* name : {"a", "b", "c"}) stick({"insert", make(name)});
   EXPECT_EQ(list(0, 0).size(), 0u);
   ASSERT_EQ(list(0, 2).size(), 2u);
@@ -179,8 +179,8 @@ TEST_F(TvUsb, ListBeginsAndEndsWhereTheCallerWants) {
   EXPECT_EQ(room, 1);
 }
 
-TEST_F(TvUsb, LabelOfAFolderIsCutBetweenCharacters) {
-  const std::string name = std::string(61, 'x') + "äöü";  // the 63rd byte is in the middle of the first: 61 + 2 * 3
+TEST_F(TvUsb, AFoldersLabelIsCutAtACharacter) {
+  const std::string name = std::string(61, 'x') + "äöü";  // byte 63 is within a character: 61 + 2 * 3 bytes
   stick({"insert", make(std::string(62, 'y') + "ä")});
   stick({"insert", make(name)});
   stick({"insert", make(std::string(64, 'z'))});
@@ -191,7 +191,7 @@ TEST_F(TvUsb, LabelOfAFolderIsCutBetweenCharacters) {
   EXPECT_STREQ(entries[2].label, std::string(63, 'z').c_str());
 }
 
-TEST_F(TvUsb, GivenLabelIsTakenWholeOrNotAtAll) {
+TEST_F(TvUsb, AGivenLabelIsNotCut) {
   const std::string holiday = make("Holiday");
   expect_error(stick({"insert", holiday, std::string(64, 'x')}), {"1 to 63 bytes"});
   expect_error(stick({"insert", holiday, ""}), {"1 to 63 bytes"});
@@ -202,7 +202,7 @@ TEST_F(TvUsb, GivenLabelIsTakenWholeOrNotAtAll) {
   EXPECT_STREQ(list()[0].label, std::string(63, 'x').c_str());
 }
 
-TEST_F(TvUsb, WhatIsNoFolderIsRefused) {
+TEST_F(TvUsb, PathsThatAreNotFoldersAreRefused) {
   std::ofstream(world.path + "/file") << "x";
   const std::string once = make("once");
   fs::create_directory_symlink(once, world.path + "/other name");
@@ -210,9 +210,9 @@ TEST_F(TvUsb, WhatIsNoFolderIsRefused) {
   const std::string nowhere = stick({"insert", world.path + "/nowhere"});
   expect_error(nowhere, {"/nowhere", "cannot be found"});
   EXPECT_EQ(nowhere.find("made in /"), std::string::npos) << nowhere;
-  expect_error(stick({"insert", world.path + "/file"}), {"/file", "no folder"});
-  expect_error(stick({"insert", "once"}), {"once", "whole path"});
-  expect_error(stick({"insert", ""}), {"whole path"});
+  expect_error(stick({"insert", world.path + "/file"}), {"/file", "is not a folder"});
+  expect_error(stick({"insert", "once"}), {"once", "absolute path"});
+  expect_error(stick({"insert", ""}), {"absolute path"});
   expect_error(stick({"insert", once}), {"already", "/dev/sda1"});
   expect_error(stick({"insert", once + "/../once/"}), {"already", "/dev/sda1"});
   expect_error(stick({"insert", world.path + "/other name"}), {"already", "/dev/sda1"});
@@ -224,7 +224,7 @@ TEST_F(TvUsb, WhatIsNoFolderIsRefused) {
   EXPECT_EQ(heard.size(), 1u);
 }
 
-TEST_F(TvUsb, WhatIsInTheWayIsLeftAlone) {
+TEST_F(TvUsb, AFolderAtTheMountPointIsNotReplaced) {
   fs::create_directories(mount_point("sda1") + "/precious");
   expect_error(stick({"insert", make("Holiday")}), {mount_point("sda1")});
   EXPECT_EQ(count(), 0);
@@ -233,8 +233,8 @@ TEST_F(TvUsb, WhatIsInTheWayIsLeftAlone) {
   EXPECT_TRUE(fs::exists(mount_point("sda1") + "/precious"));
 }
 
-// The mount point takes as many bytes as an application has room for, and not one more.
-TEST_F(TvUsb, MountPointThatIsTooLong) {
+// A mount point may have as many bytes as fit into an application's buffer, and no more.
+TEST_F(TvUsb, TooLongMountPointIsRefused) {
   dtv_tv_stop();
   const auto state_for = [&](std::size_t mount_point_bytes) {
     std::string path = folder.path;
@@ -257,7 +257,7 @@ TEST_F(TvUsb, MountPointThatIsTooLong) {
 
 // ---- Removing ----
 
-TEST_F(TvUsb, RemovedByEveryName) {
+TEST_F(TvUsb, RemovesByEachName) {
   const std::string holiday = make("Holiday");
   fs::create_directory_symlink(holiday, world.path + "/link");
   for (const std::string& name : {std::string("/dev/sda1"), std::string("sda1"), std::string("Summer"), holiday,
@@ -273,7 +273,7 @@ TEST_F(TvUsb, RemovedByEveryName) {
   EXPECT_EQ(heard.size(), 16u);
 }
 
-TEST_F(TvUsb, OnlyOneIsRemovedAtATime) {
+TEST_F(TvUsb, RefusesANameOfSeveralSticks) {
   stick({"insert", make("a"), "Music"});
   stick({"insert", make("b"), "Music"});
   stick({"insert", make("c")});
@@ -288,9 +288,9 @@ TEST_F(TvUsb, OnlyOneIsRemovedAtATime) {
   EXPECT_EQ(devices(), (Names{"/dev/sdc1"}));
 }
 
-TEST_F(TvUsb, AllOfNoneIsNoError) { EXPECT_EQ(stick({"remove", "all"}), R"({"removed":[]})"); }
+TEST_F(TvUsb, RemovingAllWithoutAStickIsNotAnError) { EXPECT_EQ(stick({"remove", "all"}), R"({"removed":[]})"); }
 
-TEST_F(TvUsb, FolderThatIsGoneCanBeRemoved) {
+TEST_F(TvUsb, AStickWhoseFolderIsDeletedCanBeRemoved) {
   const std::string holiday = make("Holiday");
   stick({"insert", holiday});
   fs::remove_all(holiday);
@@ -299,7 +299,7 @@ TEST_F(TvUsb, FolderThatIsGoneCanBeRemoved) {
   EXPECT_EQ(count(), 0);
 }
 
-TEST_F(TvUsb, ResetPullsThemAllOut) {
+TEST_F(TvUsb, ResetRemovesAllSticks) {
   stick({"insert", make("a")});
   stick({"insert", make("b")});
   EXPECT_EQ(tv_control(R"(["reset"])").find("sticks"), std::string::npos);
@@ -309,18 +309,18 @@ TEST_F(TvUsb, ResetPullsThemAllOut) {
   EXPECT_EQ(heard[3].type, VEXTVAPI_USB_DETECT_UNMOUNTED);
 }
 
-TEST_F(TvUsb, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvUsb, ErrorsOfBadCommandsNameWhatIsAllowed) {
   const std::string a = make("a");
   for (const std::vector<std::string>& words :
        {Names{"eat"}, Names{"insert"}, Names{"remove"}, Names{"remove", "a", "b"}, Names{"list", "a"}, Names{""}})
     expect_error(stick(words), {"insert DIR [LABEL]", "remove DEV|LABEL|DIR|all", "list"});
-  expect_error(stick({"insert", a, "b", "c"}), {"too much"});
+  expect_error(stick({"insert", a, "b", "c"}), {"one word too many"});
   EXPECT_EQ(count(), 0);
 }
 
 // ---- Detections ----
 
-TEST_F(TvUsb, EndedHandleAnswersFailure) {
+TEST_F(TvUsb, CallsWithAnEndedHandleFail) {
   stick({"insert", make("a")});
   EXPECT_EQ(a_vextvapi_cb_usb_detect_deinit(detection), 0);
   for (const UINT32 handle : {detection, detection + 1, UINT32{0}}) {
@@ -328,15 +328,15 @@ TEST_F(TvUsb, EndedHandleAnswersFailure) {
     INT32 mounted = 77, room = 1;
     VEXTVAPI_USB_MOUNT_INFO_T entry{};
     char text[256] = "untouched";
-    const std::string said =
+    const std::string log =
         refusal([&] { return a_vextvapi_cb_usb_detect_getUsbMountedCount(handle, &mounted); }) +
         refusal([&] { return a_vextvapi_cb_usb_detect_getUsbMountedInfo(handle, &entry, 0, &room); }) +
         refusal([&] { return a_vextvapi_cb_usb_detect_devDesc(handle, mount_point("sda1").c_str(), text, 255); }) +
         refusal([&] { return a_vextvapi_cb_usb_detect_register_callback(handle, listen, kTag); }) +
         refusal([&] { return a_vextvapi_cb_usb_detect_deinit(handle); });
     std::size_t times = 0;
-    for (std::size_t at = said.find(number); at != std::string::npos; at = said.find(number, at + 1)) ++times;
-    EXPECT_EQ(times, 5u) << said;
+    for (std::size_t at = log.find(number); at != std::string::npos; at = log.find(number, at + 1)) ++times;
+    EXPECT_EQ(times, 5u) << log;
     EXPECT_EQ(mounted, 77);
     EXPECT_EQ(room, 1);
     EXPECT_STREQ(entry.dev, "");
@@ -353,7 +353,7 @@ TEST_F(TvUsb, NewDetectionEndsTheEarlier) {
   EXPECT_NE(detection, earlier);
   INT32 mounted = 0;
   refusal([&] { return a_vextvapi_cb_usb_detect_getUsbMountedCount(earlier, &mounted); });
-  stick({"insert", make("a")});  // the earlier one's callback is forgotten
+  stick({"insert", make("a")});  // the earlier detection's callback is not called
   EXPECT_EQ(count(), 1);
   a_vextvapi_cb_usb_detect_register_callback(detection, listen, nullptr);
   stick({"insert", make("b")});
@@ -363,7 +363,7 @@ TEST_F(TvUsb, NewDetectionEndsTheEarlier) {
   EXPECT_EQ(heard[0].tag, nullptr);
 }
 
-TEST_F(TvUsb, NothingIsToldWithoutADetectionOrACallback) {
+TEST_F(TvUsb, NothingIsReportedWithoutADetectionOrACallback) {
   a_vextvapi_cb_usb_detect_register_callback(detection, nullptr, nullptr);
   stick({"insert", make("a")});
   a_vextvapi_cb_usb_detect_register_callback(detection, listen, kTag);
@@ -393,7 +393,7 @@ TEST_F(TvUsb, CallbackMayEndTheDetection) {
       [](INT32 type, void* tag, const char* device, const char* path, const char* label, UINT32 port) {
         INT32 mounted = 0;
         EXPECT_EQ(a_vextvapi_cb_usb_detect_getUsbMountedCount(ending, &mounted), 0);
-        // Give the second stick time to be waiting: what is told is decided when its turn has come.
+        // Wait until the second stick's event is queued: the detection is checked again when the event runs.
         for (int i = 0; i < 5000 && mounted < 2; ++i) {
           std::this_thread::sleep_for(std::chrono::milliseconds(1));
           a_vextvapi_cb_usb_detect_getUsbMountedCount(ending, &mounted);
@@ -410,7 +410,7 @@ TEST_F(TvUsb, CallbackMayEndTheDetection) {
   EXPECT_EQ(heard[0].label, "a");
 }
 
-// Whoever ends the detection may free what its callback uses: none is running then.
+// After ending the detection an application may free what its callback uses, since no callback is running.
 TEST_F(TvUsb, EndingWaitsForTheCallback) {
   static std::promise<void>* entered;
   static std::shared_future<void> gate;
@@ -436,7 +436,7 @@ TEST_F(TvUsb, EndingWaitsForTheCallback) {
     return !running;
   });
   EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  EXPECT_EQ(stick({"list"}).rfind(R"({"sticks":[{)", 0), 0u);  // nobody else waits
+  EXPECT_EQ(stick({"list"}).rfind(R"({"sticks":[{)", 0), 0u);  // other calls do not wait
   open.set_value();
   EXPECT_TRUE(ended.get());
 }
@@ -460,7 +460,7 @@ TEST_F(TvUsb, ManyThreads) {
   dtv_tv_stop();
   ASSERT_EQ(heard.size(), 80u);
   INT32 mounted[5] = {};
-  for (const Heard& each : heard) {  // a port is taken and let go in turn
+  for (const Heard& each : heard) {  // inserts and removals of a port alternate
     ASSERT_LE(each.port, 4u);
     EXPECT_EQ(each.type, mounted[each.port] == 0 ? VEXTVAPI_USB_DETECT_MOUNTED : VEXTVAPI_USB_DETECT_UNMOUNTED);
     mounted[each.port] ^= 1;
@@ -469,7 +469,7 @@ TEST_F(TvUsb, ManyThreads) {
 
 // ---- Descriptions ----
 
-TEST_F(TvUsb, DescribesWhatTheFolderHolds) {
+TEST_F(TvUsb, DescribesTheFoldersFiles) {
   struct Case {
     std::vector<std::uintmax_t> files;
     const char* text;
@@ -490,7 +490,7 @@ TEST_F(TvUsb, DescribesWhatTheFolderHolds) {
     for (std::size_t file = 0; file < cases[i].files.size(); ++file) {
       const std::string name = path + "/" + std::to_string(file);
       std::ofstream(name) << "";
-      fs::resize_file(name, cases[i].files[file]);  // takes no room on the disk
+      fs::resize_file(name, cases[i].files[file]);  // a sparse file
     }
     fs::create_directory(path + "/folder");
     std::ofstream(path + "/folder/inside") << "does not count";
@@ -501,7 +501,7 @@ TEST_F(TvUsb, DescribesWhatTheFolderHolds) {
   }
 }
 
-TEST_F(TvUsb, DescriptionLooksAtAThousandEntries) {
+TEST_F(TvUsb, DescriptionCountsAThousandEntries) {
   const std::string path = make("a");
   for (int i = 0; i < 1000; ++i) std::ofstream(path + "/" + std::to_string(i)) << "xx";
   stick({"insert", path});
@@ -510,7 +510,7 @@ TEST_F(TvUsb, DescriptionLooksAtAThousandEntries) {
   EXPECT_EQ(describe(mount_point("sda1")), "USB storage, at least 1000 files, at least 2.0 kB");
 }
 
-TEST_F(TvUsb, DescriptionNeedsAMountPointAndRoom) {
+TEST_F(TvUsb, DescriptionNeedsAMountPointAndABuffer) {
   stick({"insert", make("a")});
   const std::string text = "USB storage, 0 files, 0 bytes";
   EXPECT_EQ(describe(mount_point("sda1"), static_cast<INT32>(text.size() + 1)), text);
@@ -527,14 +527,14 @@ TEST_F(TvUsb, DescriptionNeedsAMountPointAndRoom) {
 
 // ---- Restarts ----
 
-TEST_F(TvUsb, StayInsertedOverARestart) {
+TEST_F(TvUsb, SticksStayInsertedAfterARestart) {
   const std::string b = make("b");
   for (const std::string& path : {make("a"), b, make("c")})
     stick({"insert", path, "label of " + path.substr(path.size() - 1)});
   stick({"remove", "/dev/sda1"});
   const std::string before = stick({"list"});
   dtv_tv_stop();
-  fs::remove(mount_point("sdb1"));  // the links are made anew
+  fs::remove(mount_point("sdb1"));  // the links are created again
   fs::create_directory_symlink("/", mount_point("sdq1"));
   start();
   EXPECT_EQ(stick({"list"}), before);
@@ -543,10 +543,10 @@ TEST_F(TvUsb, StayInsertedOverARestart) {
   EXPECT_FALSE(fs::exists(mount_point("sdq1")));
   EXPECT_EQ(stick({"insert", make("d")}).rfind(R"({"device":"/dev/sda1")", 0), 0u);
   dtv_tv_stop();
-  EXPECT_EQ(heard.size(), 1u);  // of the last one only
+  EXPECT_EQ(heard.size(), 1u);  // only the last change's
 }
 
-TEST_F(TvUsb, FolderThatIsGoneIsDroppedAtStart) {
+TEST_F(TvUsb, AStickWhoseFolderIsDeletedIsDroppedAtStart) {
   const std::string holiday = make("Holiday");
   stick({"insert", holiday, "Summer"});
   stick({"insert", make("b")});
@@ -554,13 +554,13 @@ TEST_F(TvUsb, FolderThatIsGoneIsDroppedAtStart) {
   fs::remove_all(holiday);
   testing::internal::CaptureStderr();
   start();
-  const std::string said = testing::internal::GetCapturedStderr();
-  EXPECT_EQ(said, "dtv_tv: the stick \"Summer\" is no longer inserted: there is no folder " + holiday + "\n");
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log, "dtv_tv: the stick \"Summer\" is no longer inserted: there is no folder " + holiday + "\n");
   EXPECT_EQ(devices(), (Names{"/dev/sdb1"}));
   EXPECT_FALSE(fs::exists(fs::symlink_status(mount_point("sda1"))));
   dtv_tv_stop();
   fs::create_directory(holiday);
-  start();  // it does not come back by itself
+  start();  // it is not inserted again by itself
   EXPECT_EQ(devices(), (Names{"/dev/sdb1"}));
 }
 

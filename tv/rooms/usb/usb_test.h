@@ -1,9 +1,9 @@
-// The command "stick" as a test gives it.
+// The command "stick" for tests.
 #pragma once
 
 #include "tests/unit/tv/support.h"
 
-// The command's words as the JSON array that the set takes. The words of these tests need no escapes.
+// Runs the command with these words, which must need no escapes in JSON.
 inline std::string stick(const std::vector<std::string>& words) {
   std::string command = R"(["stick")";
   for (const std::string& word : words) command += ",\"" + word + '"';

@@ -1,5 +1,5 @@
-// Volume and mute. The scale is 0 to 100, a step is 1. The TV API changes what it names and nothing else; the remote
-// control, as on any set, also unmutes when it raises the volume.
+// Volume and mute. The scale is 0 to 100, a step is 1. A call of the TV API changes either the volume or mute; the
+// remote control also unmutes when it raises the volume.
 #include "rooms/volume/volume.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 constexpr Setting kLevel{.key = "volume", .factory = 20, .minimum = 0, .maximum = 100};
 constexpr Setting kMute{.key = "mute", .factory = 0, .minimum = 0, .maximum = 1};
 
-struct alignas(8) Volume {  // read and written in one piece
+struct alignas(8) Volume {  // read and written atomically
   INT32 level;
   INT32 mute;  // 0 not muted, 1 muted
   bool operator==(const Volume&) const = default;
@@ -27,9 +27,10 @@ struct alignas(8) Volume {  // read and written in one piece
 
 constexpr Volume kFactory{.level = kLevel.factory, .mute = kMute.factory};
 
-std::atomic<Volume> volume = kFactory;  // changed under the lock only; read without, so that no read waits for the disk
+std::atomic<Volume> volume =
+    kFactory;  // changed only under the lock; read without it, so that no read waits for the disk
 
-std::mutex lock;  // makes changes one after the other; guards all that follow
+std::mutex lock;  // serializes changes; guards the variables below
 a_vextvapi_volctrl_nfy_fct callback = nullptr;
 void* callback_tag = nullptr;
 
@@ -37,7 +38,8 @@ std::string limits() { return std::to_string(kLevel.minimum) + " to " + std::to_
 
 void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
 
-// Keeps the wanted state and notifies of it. Does nothing when it is the present one. The caller holds the lock.
+// Stores the wanted state and posts the callback for it. Does nothing if it is the current state. The caller holds the
+// lock.
 INT32 change(const Volume& wanted) {
   if (wanted == volume.load()) return 0;
   const SettingValue values[] = {{kLevel.key, wanted.level}, {kMute.key, wanted.mute}};
@@ -51,7 +53,7 @@ INT32 change(const Volume& wanted) {
   return 0;
 }
 
-// The level a step further. The caller holds the lock, here and below.
+// The level after a step. The caller of this function, turn_to and switch_mute holds the lock.
 INT32 level_by(INT32 by) { return std::clamp<INT32>(volume.load().level + by, kLevel.minimum, kLevel.maximum); }
 
 INT32 step(INT32 by) {
@@ -162,7 +164,7 @@ boost::json::object mute_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"volume", "[N|up|down]", 1, "Turns the volume (0 to 100) as the remote control does: raising it also unmutes",
+    {"volume", "[N|up|down]", 1, "Sets the volume (0 to 100) as the remote control does: raising it also unmutes",
      volume_command},
     {"mute", "[on|off|toggle]", 1, "Presses the mute key", mute_command},
 };

@@ -1,6 +1,6 @@
 // Volume and mute, for the remote control.
 #pragma once
 
-// What the keys do. They return false when the change could not be kept.
+// What the volume keys and the mute key do. They return false if the store has not saved the change.
 bool volume_press(int by);
 bool mute_press();

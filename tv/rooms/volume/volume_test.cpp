@@ -30,7 +30,7 @@ INT32 listen(INT32 type, void* tag, void* arg1, void* arg2, void* arg3, void* ar
 
 void* const kTag = reinterpret_cast<void*>(0x129CA8);
 
-// All callbacks, after at least count have come and the set is off, so that one too many shows up as well.
+// Waits for at least count callbacks, switches the set off so that no other can follow, and returns all.
 std::vector<Heard> wait_for(std::size_t count) {
   {
     std::unique_lock guard(lock);
@@ -50,19 +50,19 @@ struct TvVolume : testing::Test {
   }
 };
 
-TEST_F(TvVolume, NewSetStandsAtTwentyUnmuted) {
+TEST_F(TvVolume, NewSetHasVolumeTwentyUnmuted) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20);
   EXPECT_EQ(a_vextvapi_volctrl_getMute(), 0);
 }
 
-TEST_F(TvVolume, TakesEveryValueOfTheScale) {
+TEST_F(TvVolume, AcceptsEveryValueOfTheScale) {
   for (INT16 volume : {INT16{0}, INT16{1}, INT16{99}, INT16{100}}) {
     EXPECT_EQ(a_vextvapi_volctrl_setVolume(volume), 0);
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), volume);
   }
 }
 
-TEST_F(TvVolume, RefusesWhatIsOutsideAndSaysWhich) {
+TEST_F(TvVolume, RefusesValuesOutsideTheScale) {
   for (INT16 volume : {INT16{-1}, INT16{-5}, INT16{101}, INT16{32767}, INT16{-32768}}) {
     testing::internal::CaptureStderr();
     EXPECT_LT(a_vextvapi_volctrl_setVolume(volume), 0) << volume;
@@ -79,7 +79,7 @@ TEST_F(TvVolume, RefusesWhatIsOutsideAndSaysWhich) {
   EXPECT_TRUE(heard.empty());
 }
 
-TEST_F(TvVolume, StepsByOneAndStopsAtTheEndsSilently) {
+TEST_F(TvVolume, StepsByOneAndStopsAtBothEnds) {
   EXPECT_EQ(a_vextvapi_volctrl_incrVolume(), 0);
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
   EXPECT_EQ(a_vextvapi_volctrl_decrVolume(), 0);
@@ -96,7 +96,7 @@ TEST_F(TvVolume, StepsByOneAndStopsAtTheEndsSilently) {
   for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(heard[i].args[0], expected[i]);
 }
 
-TEST_F(TvVolume, TellsEveryChangeOnceInOrderOnAThreadOfItsOwn) {
+TEST_F(TvVolume, ReportsEveryChangeOnceInOrderOnTheEventThread) {
   a_vextvapi_volctrl_setVolume(23);
   a_vextvapi_volctrl_setVolume(23);
   a_vextvapi_volctrl_setMute(1);
@@ -117,7 +117,7 @@ TEST_F(TvVolume, TellsEveryChangeOnceInOrderOnAThreadOfItsOwn) {
   }
 }
 
-TEST_F(TvVolume, LaterSubscriberReplacesTheEarlier) {
+TEST_F(TvVolume, LaterCallbackReplacesTheEarlier) {
   int other = 0;
   a_vextvapi_volctrl_reg_callback(
       [](INT32, void* tag, void*, void*, void*, void*) {
@@ -131,8 +131,8 @@ TEST_F(TvVolume, LaterSubscriberReplacesTheEarlier) {
   EXPECT_TRUE(heard.empty());
 }
 
-TEST_F(TvVolume, CallbackMayCallBack) {
-  // From the callback: reads, and goes on changing until 25; each change is told of in turn.
+TEST_F(TvVolume, CallbackMayCallTheSet) {
+  // The callback reads the volume and raises it until it is 25; each change calls the callback again.
   a_vextvapi_volctrl_reg_callback(
       [](INT32 type, void* tag, void* arg1, void* arg2, void* arg3, void* arg4) {
         EXPECT_EQ(a_vextvapi_volctrl_getVolume(), reinterpret_cast<intptr_t>(arg1));
@@ -148,7 +148,7 @@ TEST_F(TvVolume, CallbackMayCallBack) {
   for (std::size_t i = 0; i < 5; ++i) EXPECT_EQ(all[i].args[0], static_cast<intptr_t>(21 + i));
 }
 
-TEST_F(TvVolume, SlowCallbackHoldsNoCallUp) {
+TEST_F(TvVolume, SlowCallbackDelaysNoCall) {
   static std::mutex gate;
   std::unique_lock closed(gate);
   a_vextvapi_volctrl_reg_callback(
@@ -180,14 +180,14 @@ TEST_F(TvVolume, ManyThreadsEndInTheStateOfTheLastCallback) {
   for (std::thread& thread : threads) thread.join();
   dtv_tv_stop();
   ASSERT_FALSE(heard.empty());
-  for (std::size_t i = 1; i < heard.size(); ++i) {  // never two alike in a row: each is a change
+  for (std::size_t i = 1; i < heard.size(); ++i) {  // never the same twice in a row: each callback reports a change
     EXPECT_TRUE(heard[i].args[0] != heard[i - 1].args[0] || heard[i].args[1] != heard[i - 1].args[1]);
   }
   EXPECT_EQ(heard.back().args[0], a_vextvapi_volctrl_getVolume());
   EXPECT_EQ(heard.back().args[1], a_vextvapi_volctrl_getMute());
 }
 
-TEST_F(TvVolume, ApiChangesOnlyWhatItNames) {
+TEST_F(TvVolume, ApiChangesEitherTheVolumeOrMute) {
   a_vextvapi_volctrl_setMute(1);
   a_vextvapi_volctrl_setVolume(50);
   a_vextvapi_volctrl_incrVolume();
@@ -227,7 +227,7 @@ TEST_F(TvVolume, RaisingByRemoteControlUnmutesInOneChange) {
   EXPECT_EQ(heard[3].args[1], 0);
 }
 
-TEST_F(TvVolume, ResetGoesBackToTheFactory) {
+TEST_F(TvVolume, ResetRestoresTheFactoryState) {
   tv_control(R"(["volume","77"])");
   tv_control(R"(["mute","on"])");
   EXPECT_EQ(tv_control(R"(["reset"])"), "{" TV_FACTORY_STATE "}");
@@ -238,7 +238,7 @@ TEST_F(TvVolume, ResetGoesBackToTheFactory) {
   EXPECT_EQ(all[2].args[1], 0);
 }
 
-TEST_F(TvVolume, BadCommandsSayWhatIsAllowed) {
+TEST_F(TvVolume, ErrorsOfBadCommandsNameWhatIsAllowed) {
   struct Case {
     const char* command;
     std::vector<std::string> says;
@@ -250,7 +250,7 @@ TEST_F(TvVolume, BadCommandsSayWhatIsAllowed) {
       {R"(["volume","5x"])", {"5x"}},
       {R"(["volume",""])", {"volume takes"}},
       {R"(["volume","99999999999999999999"])", {"99999999999999999999"}},
-      {R"(["volume","up","up"])", {"too much", "[N|up|down]"}},
+      {R"(["volume","up","up"])", {"one word too many", "[N|up|down]"}},
       {R"(["mute","maybe"])", {"maybe", "on", "off", "toggle"}},
       {R"(["state","all"])", {"all", "usage: state"}},
       {R"(["dance"])", {"dance", "volume", "mute", "state", "reset", "help"}},
