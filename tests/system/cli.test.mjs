@@ -296,7 +296,7 @@ test('tv: the words go to the virtual television unchanged', async (t) => {
   const folder = stateFolder(t);
   assert.equal(await done(local(folder, '--json', 'tv', 'volume', '42')), '{"volume":42,"mute":false}\n');
   assert.equal(await done(local(folder, 'tv', 'mute', 'on')), 'volume  42\nmute    true\n');
-  assert.match(await done(local(folder, 'tv', 'help')), /^name +arguments +help\nvolume +\[N\|up\|down\] /);
+  assert.match(await done(local(folder, 'tv', 'help')), /^name +arguments +help\napp .*^volume +\[N\|up\|down\] /ms);
   assert.equal(await done(local(folder, 'tv', 'fault', 'a_vextvapi_volctrl_setVolume', '--fail', '-3')), 'ok\n');
   assert.equal(await done(local(folder, 'tv', 'faults')), 'faults  none\n'); // another process, another set
 });

@@ -52,6 +52,8 @@ struct Sync {
 // Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 Sync& state = *new Sync;
 
+Timer quiet_timer;
+
 // Returns an errno; also if the files are no longer in their places, since the next start would not find the changes.
 int sync_log() {
   if (fdatasync(state.files->log_fd) != 0) return errno;
@@ -99,7 +101,17 @@ bool has_to_sync() { return last_change > state.settled; }
 
 bool has_to_notify() { return state.fct != nullptr && state.settled > state.notified; }
 
-bool has_work() { return has_to_sync() || has_to_notify() || !state.open; }
+// A long log goes into the database when nothing has changed for a moment.
+bool has_to_checkpoint() { return state.quiet && state.log_pages >= kLongLog; }
+
+bool has_work() { return has_to_sync() || has_to_notify() || has_to_checkpoint() || !state.open; }
+
+void note_quiet() {
+  const std::lock_guard guard(state.lock);
+  if (timer_now() < state.quiet_at) return;  // there was another change
+  state.quiet = true;
+  state.changed.notify_one();
+}
 
 void run_sync() {
   pthread_setname_np(pthread_self(), "dtv_tv-sync");
@@ -113,12 +125,10 @@ void run_sync() {
       sync(guard);
     } else if (!state.open) {
       return;
-    } else if (state.log_pages < kLongLog) {
-      state.changed.wait(guard, has_work);
-    } else if (!state.changed.wait_for(guard, kQuiet, has_work)) {
+    } else if (has_to_checkpoint()) {
       checkpoint(guard);
     } else {
-      state.changed.wait(guard, is_called);
+      state.changed.wait(guard, has_work);
     }
   }
 }

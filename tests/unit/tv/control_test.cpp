@@ -52,7 +52,7 @@ TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("clock")"), "set zone sleep");
   EXPECT_EQ(next(R"("clock","zone")"), "NAME");
   EXPECT_EQ(next(R"("cec")"), "play standby unplug plug send frames");
-  EXPECT_EQ(next(R"("cec","send","dvd")"), "OPCODE");
+  EXPECT_EQ(next(R"("cec","send","dvd")"), "BYTE...");
 }
 
 TEST_F(TvControl, HelpForAnUnknownCommandListsTheCommands) {

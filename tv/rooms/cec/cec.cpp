@@ -574,7 +574,7 @@ boost::json::object cec_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"cec", "[play|standby|unplug|plug DEVICE | send DEVICE OPCODE [BYTE...] | frames]", 17,
+    {"cec", "[play|standby|unplug|plug DEVICE | send DEVICE BYTE... | frames]", 17,
      "Lists the HDMI devices; makes one play, go to standby or send a message; unplugs it or plugs it in; lists the "
      "latest frames on the bus",
      cec_command},
