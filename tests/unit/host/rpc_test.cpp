@@ -79,6 +79,34 @@ TEST(RpcRead, TheParameterIsPassedOnAsItIs) {
   EXPECT_TRUE(request.call.traced);
 }
 
+TEST(RpcRead, EveryMethodTakesAllItsParametersInAnyOrder) {
+  struct Row {
+    RpcMethod method;
+    CallKind kind;
+    const char* text;
+  };
+  constexpr Row rows[] = {
+      {RpcMethod::get, CallKind::get, R"("get","params":{"trace":true,"parameter":{},"uri":"/tv/cast/volume/volume"})"},
+      {RpcMethod::set, CallKind::set, R"("set","params":{"trace":true,"parameter":{},"uri":"/tv/cast/volume/volume"})"},
+      {RpcMethod::subscribe, CallKind::get, R"("subscribe","params":{"uri":"/tv/ws/notify/volume_ctrl"})"},
+      {RpcMethod::unsubscribe, CallKind::get, R"("unsubscribe","params":{"uri":"/tv/ws/notify/volume_ctrl"})"},
+      {RpcMethod::list, CallKind::get, R"("list","params":{})"},
+      {RpcMethod::trace, CallKind::get, R"("trace","params":{"on":true})"},
+      {RpcMethod::tv, CallKind::control, R"("tv","params":{"words":["state"]})"},
+      {RpcMethod::authorize, CallKind::get, R"("authorize","params":{"token":"a"})"},
+  };
+  for (const Row& row : rows) {
+    const RpcRequest request = read_one(std::string(R"({"jsonrpc":"2.0","id":1,"method":)") + row.text + "}");
+    EXPECT_EQ(request.error, "") << row.text;
+    EXPECT_EQ(request.method, row.method) << row.text;
+    EXPECT_EQ(request.call.kind, row.kind) << row.text;
+    const bool calls_plugin = row.method == RpcMethod::get || row.method == RpcMethod::set;
+    EXPECT_EQ(request.call.traced, calls_plugin) << row.text;
+    EXPECT_EQ(request.on, row.method == RpcMethod::trace) << row.text;
+    EXPECT_EQ(request.token, row.method == RpcMethod::authorize ? "a" : "") << row.text;
+  }
+}
+
 TEST(RpcRead, EveryErrorHasItsCode) {
   struct Row {
     int code;

@@ -7,11 +7,15 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "sandbox/device.h"
 
@@ -38,6 +42,28 @@ bool makes_file(const fs::path& path) {
 std::string text_of(const fs::path& path) {
   std::ifstream stream(path);
   return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// Whether the mount at this path, as /proc/self/mountinfo lists it, has each of the options.
+bool is_mounted_with(std::string_view path, std::initializer_list<std::string_view> options) {
+  std::ifstream mounts("/proc/self/mountinfo");
+  std::string line, id, parent, device, root, at, has;
+  bool found = false;
+  while (std::getline(mounts, line)) {
+    if (!(std::istringstream(line) >> id >> parent >> device >> root >> at >> has) || at != path) continue;
+    found = std::ranges::all_of(options, [&](std::string_view option) {
+      return ("," + has + ",").find("," + std::string(option) + ",") != std::string::npos;
+    });
+  }
+  return found;
+}
+
+// The error number with which the file cannot be opened for writing; 0 when it can.
+int error_of_writing(const fs::path& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (file < 0) return errno;
+  close(file);
+  return 0;
 }
 
 // A folder of the machine with a file in it.
@@ -68,6 +94,12 @@ class Sandbox : public testing::Test {
     expect(text_of("text") == "the machine's" && fs::current_path() == folder, "the working folder stays");
     expect(makes_file("new") && fs::exists(folder / "new"), "the machine's folders can be written to");
     expect(makes_file("/3rd/made/new") == (folders == NewFolders::WRITABLE), "new folders are as they are wanted");
+    expect(error_of_writing("/3rd/made/bound/text") == EROFS, "the files of a bound folder are read-only");
+    expect(error_of_writing("/3rd/made/bound/new") == EROFS, "no file can be made in a bound folder");
+    expect(is_mounted_with("/3rd/made/bound", {"ro"}), "a bound folder is mounted read-only");
+    expect(is_mounted_with("/", {"nosuid", "nodev"}), "the new root honours neither set-user-ID files nor devices");
+    expect(is_mounted_with("/", {folders == NewFolders::WRITABLE ? "rw" : "ro"}), "the new root is as it is wanted");
+    expect(!fs::exists("/.machine"), "the machine's root is out of reach");
     expect(getuid() == user, "the user stays who it is");
 
     device_listen(type);
@@ -89,15 +121,28 @@ TEST_F(Sandbox, HasWhatIsWanted) {
   EXPECT_EQ(fs::exists("/3rd/made"), had) << "nothing is made on the machine";
 }
 
+// Tries to enter and prints why it cannot; the exit code is 0 when it cannot.
+[[noreturn]] void fail_to_enter(const WantedPaths& wanted) {
+  std::string error;
+  const bool entered = sandbox_enter(wanted, NewFolders::WRITABLE, error);
+  fprintf(stderr, "%s\n", error.c_str());
+  _exit(entered ? 1 : 0);
+}
+
 TEST_F(Sandbox, SaysWhatItCannotDo) {
-  const auto fails = [this] {
-    std::string error;
-    const bool entered = sandbox_enter({{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}},
-                                       NewFolders::WRITABLE, error);
-    fprintf(stderr, "%s\n", error.c_str());
-    _exit(entered ? 1 : 0);
-  };
-  EXPECT_EXIT(fails(), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+  const WantedPaths missing = {{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}};
+  EXPECT_EXIT(fail_to_enter(missing), testing::ExitedWithCode(0),
+              getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+}
+
+TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
+  fs::create_symlink("loop", folder / "loop");
+  const WantedPaths in_loop = {{folder / "loop/file", {.what = WantedPath::FILE, .content = "a file's"}}};
+  EXPECT_EXIT(fail_to_enter(in_loop), testing::ExitedWithCode(0),
+              getuid() == 0 ? "opendir .*/loop: Too many levels" : ".");
+  const WantedPaths in_file = {{folder / "text/file", {.what = WantedPath::FILE, .content = "a file's"}}};
+  EXPECT_EXIT(fail_to_enter(in_file), testing::ExitedWithCode(0),
+              getuid() == 0 ? "opendir .*/text: Not a directory" : ".");
 }
 
 TEST(Device, OtherCallsAreTheKernels) {
