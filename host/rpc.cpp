@@ -15,40 +15,65 @@ namespace {
 
 enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words, token };
 
+void plugin_text(std::string_view parameter, std::string& ret_text) {
+  ret_text.reserve(parameter.size() + 14);
+  ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
+}
+
+void take_object(std::string_view value, RpcRequest& request) {
+  if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
+}
+
+void take_traced(std::string_view value, RpcRequest& request) { request.call.traced = value.front() == 't'; }
+void take_on(std::string_view value, RpcRequest& request) { request.on = value.front() == 't'; }
+void take_words(std::string_view value, RpcRequest& request) { request.call.text = value; }
+void take_token(std::string_view value, RpcRequest& request) { request.token = json_string(value); }
+
 struct ParamRow {
   std::string_view name;
   ParamKind kind;
   bool required;
+  // Stores a value of the right kind. Null: a URI, which take_uri looks up.
+  void (*take)(std::string_view value, RpcRequest& request);
 };
 
 struct MethodRow {
   std::string_view name;
   RpcMethod method;
   std::span<const ParamRow> params;
+  CallKind call = CallKind::get;
 };
 
-constexpr ParamRow get_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
-                                   {.name = "parameter", .kind = ParamKind::object_or_null, .required = false},
-                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
-constexpr ParamRow set_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
-                                   {.name = "parameter", .kind = ParamKind::object, .required = true},
-                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
-constexpr ParamRow subscribe_params[] = {{.name = "uri", .kind = ParamKind::notifying_uri, .required = true}};
-constexpr ParamRow unsubscribe_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
-constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true}};
-constexpr ParamRow authorize_params[] = {{.name = "token", .kind = ParamKind::token, .required = true}};
-constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true}};
+constexpr ParamRow uri_param = {.name = "uri", .kind = ParamKind::uri, .required = true, .take = nullptr};
+constexpr ParamRow traced_param = {.name = "trace", .kind = ParamKind::boolean, .required = false, .take = take_traced};
+
+constexpr ParamRow get_params[] = {
+    uri_param,
+    {.name = "parameter", .kind = ParamKind::object_or_null, .required = false, .take = take_object},
+    traced_param};
+constexpr ParamRow set_params[] = {
+    uri_param, {.name = "parameter", .kind = ParamKind::object, .required = true, .take = take_object}, traced_param};
+constexpr ParamRow subscribe_params[] = {
+    {.name = "uri", .kind = ParamKind::notifying_uri, .required = true, .take = nullptr}};
+constexpr ParamRow unsubscribe_params[] = {uri_param};
+constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true, .take = take_on}};
+constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true, .take = take_words}};
+constexpr ParamRow authorize_params[] = {
+    {.name = "token", .kind = ParamKind::token, .required = true, .take = take_token}};
 
 constexpr MethodRow methods[] = {
     {.name = "get", .method = RpcMethod::get, .params = get_params},
-    {.name = "set", .method = RpcMethod::set, .params = set_params},
+    {.name = "set", .method = RpcMethod::set, .params = set_params, .call = CallKind::set},
     {.name = "subscribe", .method = RpcMethod::subscribe, .params = subscribe_params},
     {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = unsubscribe_params},
     {.name = "list", .method = RpcMethod::list, .params = {}},
     {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
-    {.name = "tv", .method = RpcMethod::tv, .params = tv_params},
+    {.name = "tv", .method = RpcMethod::tv, .params = tv_params, .call = CallKind::control},
     {.name = "authorize", .method = RpcMethod::authorize, .params = authorize_params},
 };
+
+constexpr std::size_t most_params =
+    std::ranges::max(methods, {}, [](const MethodRow& row) { return row.params.size(); }).params.size();
 
 constexpr std::string_view wanted(ParamKind kind) {
   switch (kind) {
@@ -119,11 +144,6 @@ RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
   return RpcError::invalid_params;
 }
 
-void plugin_text(std::string_view parameter, std::string& ret_text) {
-  ret_text.reserve(parameter.size() + 14);
-  ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
-}
-
 // What the requests of one message share while they are read.
 struct Reading {
   const Catalogue& catalogue;
@@ -151,32 +171,8 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
   }
 }
 
-void take_param(const ParamRow& row, std::string_view method, std::string_view value, Reading& reading,
-                RpcRequest& request) {
-  switch (row.kind) {
-    case ParamKind::uri:
-    case ParamKind::notifying_uri:
-      take_uri(row, method, value, reading, request);
-      return;
-    case ParamKind::token:
-      request.token = json_string(value);
-      return;
-    case ParamKind::object:
-    case ParamKind::object_or_null:
-      if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
-      return;
-    case ParamKind::boolean:
-      (row.name == "trace" ? request.call.traced : request.on) = value.front() == 't';
-      return;
-    case ParamKind::words:
-      request.call.text = value;
-      return;
-  }
-}
-
 void read_params(const MethodRow& row, std::string_view params, Reading& reading, RpcRequest& request) {
-  constexpr std::size_t most = 3;
-  std::string_view values[most];
+  std::string_view values[most_params];
   if (!params.empty() && json_kind(params) != JsonKind::object) {
     request.error = refuse_params(request.id, "params", "an object", row.name);
     return;
@@ -201,8 +197,14 @@ void read_params(const MethodRow& row, std::string_view params, Reading& reading
       return;
     }
   }
-  for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i)
-    if (!values[i].empty()) take_param(row.params[i], row.name, values[i], reading, request);
+  for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i) {
+    const ParamRow& param = row.params[i];
+    if (values[i].empty()) continue;
+    if (param.take != nullptr)
+      param.take(values[i], request);
+    else
+      take_uri(param, row.name, values[i], reading, request);
+  }
 }
 
 RpcRequest read_request(std::string_view text, Reading& reading) {
@@ -242,9 +244,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
     return request;
   }
   request.method = row->method;
-  request.call.kind = row->method == RpcMethod::set  ? CallKind::set
-                      : row->method == RpcMethod::tv ? CallKind::control
-                                                     : CallKind::get;
+  request.call.kind = row->call;
   read_params(*row, params, reading, request);
   return request;
 }

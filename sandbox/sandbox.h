@@ -16,7 +16,7 @@ using WantedPaths = std::map<std::string, WantedPath>;  // by absolute path, wit
 enum class NewFolders { WRITABLE, READ_ONLY };
 
 // Moves this process, which must have only one thread, into a mount namespace of its own. Where the machine allows that
-// only to its superuser, the process also enters a user namespace, in which it keeps its user and group. Later mounts of
-// the machine are visible in the view. /proc/self/exe no longer gives the program's path. Returns false with ret_error
-// when the machine does not allow it or an operation fails; the process may then be half-way and should end.
+// only to its superuser, the process also enters a user namespace, in which it keeps its user and group. Later mounts
+// of the machine are visible in the view. /proc/self/exe no longer gives the program's path. Returns false with
+// ret_error when the machine does not allow it or an operation fails; the process may then be half-way and should end.
 bool sandbox_enter(const WantedPaths& wanted, NewFolders folders, std::string& ret_error);

@@ -131,8 +131,7 @@ TEST_F(Sandbox, HasWhatIsWanted) {
 
 TEST_F(Sandbox, SaysWhatItCannotDo) {
   const WantedPaths missing = {{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}};
-  EXPECT_EXIT(fail_to_enter(missing), testing::ExitedWithCode(0),
-              getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+  EXPECT_EXIT(fail_to_enter(missing), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
 }
 
 TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
