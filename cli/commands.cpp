@@ -1,9 +1,9 @@
 // The commands: what each sends, and what it prints of the answer.
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cctype>
 #include <filesystem>
 
+#include "base/text.h"
 #include "dtvctl.h"
 
 namespace json = boost::json;
@@ -148,11 +148,6 @@ int run_tv(const Options& options, Session& session, Words words, Failure& ret_f
   return kExitOk;
 }
 
-bool contains(std::string_view text, std::string_view part) {
-  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
-}
-
 std::string cell(const json::object& row, std::string_view key) {
   const json::value* value = row.if_contains(key);
   if (value == nullptr || value->is_null()) return "";
@@ -199,7 +194,8 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
     const Row shown{cell(row, "uri"), cell(row, "type"), can, hex_cell(row, "id"), cell(row, "help")};
     const bool wanted =
         (options.can.empty() || is_on(row, options.can)) && std::ranges::all_of(words, [&](const std::string& word) {
-          return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
+          return std::ranges::any_of(shown,
+                                     [&](const std::string& text) { return contains_ignoring_case(text, word); });
         });
     if (!wanted) continue;
     any = true;
@@ -232,7 +228,8 @@ int run_functions(const Options& options, Session&, Words words, Failure& ret_fa
       parameters += (parameters.empty() ? "" : ", ") + std::string(name.as_string());
     }
     const Row shown{cell(row, "name"), parameters};
-    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains(shown[0], word); })) continue;
+    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(shown[0], word); }))
+      continue;
     any = true;
     if (options.json) {
       print_line(json::serialize(row));

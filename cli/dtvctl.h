@@ -12,16 +12,9 @@
 #include <string_view>
 #include <vector>
 
-// ---- exit codes and failures ----
+#include "base/exit_codes.h"
 
-enum ExitCode : int {
-  kExitOk = 0,
-  kExitRefused = 1,      // the set answered a result other than 0
-  kExitUsage = 2,        // the command line is wrong
-  kExitUnreachable = 3,  // no host, or with --local no set
-  kExitProtocol = 4,     // the host, or the plugin, answered what cannot be used
-  kExitOutput = 5,       // the results could not be written
-};
+// ---- failures ----
 
 struct Failure {
   int exit_code = kExitOk;

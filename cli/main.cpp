@@ -2,16 +2,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/json.hpp>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <system_error>
 
+#include "base/text.h"
 #include "dtvctl.h"
-#include "json_text.h"
 #include "nearest.h"
 
 namespace {
@@ -25,11 +25,8 @@ struct Invocation {
 };
 
 bool read_count(const std::string& text, Options& options) {
-  std::int64_t count = 0;
-  const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (failed != std::errc() || end != text.data() + text.size() || count < 1) return false;
-  options.count = count;
-  return true;
+  options.count = parse_number_within<std::int64_t>(text, 1, std::numeric_limits<std::int64_t>::max());
+  return options.count.has_value();
 }
 
 bool read_seconds(const std::string& text, double& ret_seconds) {
@@ -77,9 +74,8 @@ constexpr OptionRow kOptions[] = {
     {"--version", "", "The version", nullptr},
 };
 
-constexpr std::string_view kAfterOptions =
-    "Exit codes: 0 done; 1 the set refused (a result other than 0); 2 wrong command line; 3 no host, or the local set\n"
-    "does not start; 4 an answer that cannot be used; 5 the results could not be written.\n"
+constexpr std::string_view kAfterExitCodes =
+    "\n"
     "Ctrl-C ends watch and trace.\n"
     "\n"
     "A host wants its token before it lets anybody control the television (tv; with --require-token everything). The\n"
@@ -119,7 +115,12 @@ void print_help(const Command* command) {
     rows.push_back({"  " + std::string(option.name) + " " + std::string(option.argument), std::string(option.help)});
   }
   print_table({}, rows);
-  print_text("\n\"dtvctl COMMAND --help\" tells more, with examples.\n\n" + std::string(kAfterOptions));
+  print_text("\n\"dtvctl COMMAND --help\" explains a command, with examples.\n\nExit codes:\n");
+  rows.clear();
+  for (const ExitMeaning& row : kExitMeanings)
+    rows.push_back({"  " + std::to_string(row.code), std::string(row.meaning)});
+  print_table({}, rows);
+  print_text(kAfterExitCodes);
 }
 
 template <typename Table>
@@ -173,7 +174,7 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
   bool behind_dashes = false;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& word = arguments[i];
-    if (!json_is_whole(boost::json::serialize(boost::json::string(word)))) {
+    if (!is_utf8(word)) {
       ret_wrong = "argument " + std::to_string(i + 1) + " is not UTF-8";
       return Parsed::kWrong;
     }

@@ -8,10 +8,11 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
 #include <boost/json.hpp>
-#include <charconv>
 #include <csignal>
 #include <deque>
 
+#include "base/rpc_error.h"
+#include "base/text.h"
 #include "dtvctl.h"
 
 namespace asio = boost::asio;
@@ -177,18 +178,16 @@ Failure lost(const Connection& connection) {
 
 // What a JSON-RPC error says. Its message stands for itself; the data is for programs.
 Failure rpc_failure(const Connection& connection, const json::object& error) {
-  constexpr std::int64_t kUnknownUri = -32001;
-  constexpr std::int64_t kPlatformRefused = -32004;
-  constexpr std::int64_t kForbidden = -32006;
   const json::value* const message = error.if_contains("message");
   const json::value* const code = error.if_contains("code");
-  if (code != nullptr && *code == kForbidden) {
+  const auto is = [&](RpcError expected) { return code != nullptr && *code == static_cast<std::int64_t>(expected); };
+  if (is(RpcError::kForbidden)) {
     return {kExitRefused,
             "the host at " + connection.host +
                 " wants its token for this; give its state folder with --state, or the token in DTV_TOKEN" +
                 (connection.token.trouble.empty() ? "" : " (" + connection.token.trouble + ")")};
   }
-  const bool refused = code != nullptr && (*code == kUnknownUri || *code == kPlatformRefused);
+  const bool refused = is(RpcError::kUnknownUri) || is(RpcError::kPlatform);
   return {refused ? kExitRefused : kExitProtocol, message != nullptr && message->is_string()
                                                       ? std::string(message->get_string())
                                                       : "the host answered an error: " + json::serialize(error)};
@@ -277,9 +276,9 @@ bool split_host(const std::string& host, std::string& ret_address, int& ret_port
   const std::size_t bracket = bracketed ? host.find(']') : std::string::npos;
   if (bracketed && bracket == std::string::npos) return false;
   if (colon != std::string::npos && (!bracketed || colon > bracket)) {
-    const char* const end = host.data() + host.size();
-    const auto [stop, failed] = std::from_chars(host.data() + colon + 1, end, port);
-    if (failed != std::errc() || stop != end || port < 1 || port > 65535) return false;
+    const auto given = parse_number_within(std::string_view(host).substr(colon + 1), 1, 65535);
+    if (!given) return false;
+    port = *given;
     address = host.substr(0, colon);
   }
   if (bracketed) {

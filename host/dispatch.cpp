@@ -22,11 +22,16 @@ std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * siz
 
 bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= limit_batch_reply_bytes; }
 
+// The reply to a request that exceeds a limit. allowed: the sentence up to the number, unit: what follows it.
+std::string beyond_limit(std::string_view id, std::string_view allowed, std::size_t limit, std::string_view unit) {
+  const std::string number = std::to_string(limit);
+  return rpc_error(id, RpcError::kLimit, std::string(allowed).append(number).append(unit),
+                   "{\"limit\":" + number + "}");
+}
+
 // The reply in place of one that its batch has no room for.
 std::string no_room(std::string_view id) {
-  return rpc_error(id, RpcError::limit,
-                   "the replies of a batch may have " + std::to_string(limit_batch_reply_bytes) + " bytes together",
-                   "{\"limit\":" + std::to_string(limit_batch_reply_bytes) + "}");
+  return beyond_limit(id, "the replies of a batch may have ", limit_batch_reply_bytes, " bytes together");
 }
 
 // The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
@@ -57,9 +62,7 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
 std::string subscribe(Server& server, Client& client, const RpcRequest& request) {
   if (std::ranges::find(client.uris, request.call.uri) != client.uris.end()) return rpc_result(request.id, "{}");
   if (client.uris.size() >= server.options.limits.subscriptions)
-    return rpc_error(request.id, RpcError::limit,
-                     "a client may have " + std::to_string(server.options.limits.subscriptions) + " subscriptions",
-                     "{\"limit\":" + std::to_string(server.options.limits.subscriptions) + "}");
+    return beyond_limit(request.id, "a client may have ", server.options.limits.subscriptions, " subscriptions");
   client.uris.push_back(request.call.uri);
   subscriptions_add(server.subscriptions, request.call.uri, client.id);
   return rpc_result(request.id, "{}");
@@ -75,7 +78,7 @@ std::string unsubscribe(Server& server, Client& client, const RpcRequest& reques
 
 std::string trace(Server& server, Client& client, const RpcRequest& request) {
   if (server.stack->watch == nullptr)
-    return rpc_error(request.id, RpcError::platform, "tracing needs the tap, and this server runs without it");
+    return rpc_error(request.id, RpcError::kPlatform, "tracing needs the tap, and this server runs without it");
   if (client.tracing != request.on) {
     client.tracing = request.on;
     server.tracing += request.on ? 1 : std::size_t(-1);
@@ -88,7 +91,7 @@ std::string trace(Server& server, Client& client, const RpcRequest& request) {
 std::string authorize(const Server& server, Client& client, const RpcRequest& request) {
   client.authorized = policy_is_token(request.token, server.options.token);
   return client.authorized ? rpc_result(request.id, "{}")
-                           : rpc_error(request.id, RpcError::forbidden, "this is not the token of this server");
+                           : rpc_error(request.id, RpcError::kForbidden, "this is not the token of this server");
 }
 
 // The reply to a request that calls nothing.
@@ -96,7 +99,7 @@ std::string answer_at_once(Server& server, Client& client, const RpcRequest& req
   if (request.method == RpcMethod::list)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
   if (!client.websocket)
-    return rpc_error(request.id, RpcError::invalid_request,
+    return rpc_error(request.id, RpcError::kInvalidRequest,
                      "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
                      "Authorization: Bearer TOKEN shows the token");
   switch (request.method) {
@@ -131,7 +134,7 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
   const auto refuse = [&](RpcError code, std::string_view text, std::string_view data = {}) {
     reply(server, client, batch, slot, request.id, rpc_error(request.id, code, text, data));
   };
-  if (is_forbidden(server, client, request.method)) return refuse(RpcError::forbidden, forbidden_text);
+  if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, forbidden_text);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
   // A thousand lists, made only to be dropped, would take long.
   if (request.method == RpcMethod::list && batch != 0 && !request.id.empty() &&
@@ -145,7 +148,7 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
     ++client.outstanding;
     return;
   }
-  refuse(RpcError::busy, added == RunnerAdd::full ? busy_text : busy_client_text,
+  refuse(RpcError::kBusy, added == RunnerAdd::full ? busy_text : busy_client_text,
          "{\"waiting\":" + std::to_string(runner_waiting(server.runner)) + "}");
 }
 

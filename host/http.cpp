@@ -49,8 +49,8 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
   if (puts || request.has_parameter) {
     std::string wrong;
     const RpcError refused = rpc_plugin_text(puts ? request.body : request.parameter, call.text, wrong);
-    if (refused != RpcError::none) {
-      ret_answer = http_error(refused == RpcError::limit ? 413 : 400, wrong);
+    if (refused != RpcError::kNone) {
+      ret_answer = http_error(refused == RpcError::kLimit ? 413 : 400, wrong);
       return HttpRoute::answer;
     }
   }

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <optional>
 
+#include "base/text.h"
 #include "bounds.h"
 
 namespace asio = boost::asio;
@@ -70,6 +71,13 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
   return 0;
 }
 
+constexpr std::string_view kVersionFault = "the request line must end with HTTP/1.1 or HTTP/1.0";
+constexpr std::string_view kLengthFault = "Content-Length must be a number of decimal digits";
+constexpr std::string_view kLengthsFault = "there is more than one Content-Length";
+constexpr std::string_view kCodingFault = "a request cannot have both Transfer-Encoding and Content-Length";
+constexpr std::string_view kRepeatedFault = "a header that may occur only once occurs twice";
+constexpr std::string_view kEscapeFault = "two hexadecimal digits must follow a percent sign";
+
 std::string parse_failure(const beast::error_code& failure) {
   struct Row {
     http::error failure;
@@ -78,12 +86,12 @@ std::string parse_failure(const beast::error_code& failure) {
   static constexpr Row rows[] = {
       {http::error::bad_method, "the method is no token"},
       {http::error::bad_target, "the request line is METHOD TARGET HTTP/1.1, with one space between"},
-      {http::error::bad_version, "the request line ends with HTTP/1.1"},
+      {http::error::bad_version, kVersionFault},
       {http::error::bad_field, "a header's name is no token that ends with a colon"},
       {http::error::bad_value, "a header's value holds what it may not"},
-      {http::error::bad_content_length, "Content-Length is a number of digits"},
-      {http::error::multiple_content_length, "there is more than one Content-Length"},
-      {http::error::bad_transfer_encoding, "Transfer-Encoding and Content-Length stand together"},
+      {http::error::bad_content_length, kLengthFault},
+      {http::error::multiple_content_length, kLengthsFault},
+      {http::error::bad_transfer_encoding, kCodingFault},
       {http::error::bad_chunk, "a chunk begins with its length in hexadecimal digits and ends with CR LF"},
       {http::error::bad_chunk_extension, "a chunk's extension is malformed"},
   };
@@ -94,34 +102,28 @@ std::string parse_failure(const beast::error_code& failure) {
 
 // What is wrong with the fields that say where the request ends, or whom it is for; empty: nothing.
 std::string_view framing_fault(const Fields& request) {
-  if (request.version() != 10 && request.version() != 11) return "the request line ends with HTTP/1.1";
+  if (request.version() != 10 && request.version() != 11) return kVersionFault;
   if (request.count(http::field::host) != 1) return "a request has one Host header";
   const std::size_t lengths = request.count(http::field::content_length);
-  if (lengths > 1) return "there is more than one Content-Length";
+  if (lengths > 1) return kLengthsFault;
   const std::string_view length = field(request, http::field::content_length);
   if (lengths == 1 && (length.empty() || length.find_first_not_of("0123456789") != std::string_view::npos))
-    return "Content-Length is a number of digits";
+    return kLengthFault;
   if (const std::size_t codings = request.count(http::field::transfer_encoding); codings > 0) {
-    if (lengths > 0) return "Transfer-Encoding and Content-Length stand together";
-    if (codings > 1 || !beast::iequals(request[http::field::transfer_encoding], "chunked") || request.version() == 10)
+    if (lengths > 0) return kCodingFault;
+    if (codings > 1 || !equal_ignoring_case(field(request, http::field::transfer_encoding), "chunked") ||
+        request.version() == 10)
       return "of transfer encodings this server takes only chunked, in HTTP/1.1";
   }
   for (const http::field name : {http::field::origin, http::field::authorization, http::field::sec_websocket_key,
                                  http::field::sec_websocket_version})
-    if (request.count(name) > 1) return "a header stands twice that may be there once";
+    if (request.count(name) > 1) return kRepeatedFault;
   for (const char* name : {"sec-fetch-site", "sec-fetch-mode", "sec-fetch-dest"})
-    if (request.count(name) > 1) return "a header stands twice that may be there once";
+    if (request.count(name) > 1) return kRepeatedFault;
   return {};
 }
 
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// Decodes %HH. False where a percent sign is followed by something else.
+// Decodes %HH. Returns false when something else follows a percent sign.
 bool decode(std::string_view text, std::string& ret_decoded) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -129,10 +131,10 @@ bool decode(std::string_view text, std::string& ret_decoded) {
       decoded += text[i];
       continue;
     }
-    const int high = i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
-    const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
-    if (low < 0) return false;
-    decoded += static_cast<char>(high << 4 | low);
+    const std::string_view digits = text.substr(i + 1, 2);
+    const auto byte = parse_number<unsigned char>(digits, 16);
+    if (digits.size() != 2 || !byte) return false;
+    decoded += static_cast<char>(*byte);
     i += 2;
   }
   ret_decoded = std::move(decoded);
@@ -150,7 +152,7 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
     request.path = "*";
     return {};
   }
-  if (beast::iequals(target.substr(0, scheme.size()), scheme)) {
+  if (equal_ignoring_case(target.substr(0, scheme.size()), scheme)) {
     target.remove_prefix(scheme.size());
     const std::string_view authority = target.substr(0, target.find_first_of("/?"));
     if (authority.empty()) return "the target names no server";
@@ -162,7 +164,7 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
   if (!std::ranges::all_of(target, is_plain) || target.find('#') != std::string_view::npos)
     return "the target holds a byte that has to be written as %HH";
   const std::size_t question = target.find('?');
-  if (!decode(target.substr(0, question), request.path)) return "a percent sign is followed by two hexadecimal digits";
+  if (!decode(target.substr(0, question), request.path)) return kEscapeFault;
   if (std::ranges::any_of(request.path, is_control)) return "the path holds a control character";
   if (question == std::string_view::npos) return {};
 
@@ -173,8 +175,7 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
     query.remove_prefix(std::min(query.size(), argument.size() + 1));
     if (!argument.starts_with(name)) continue;
     request.has_parameter = true;
-    if (!decode(argument.substr(name.size()), request.parameter))
-      return "a percent sign is followed by two hexadecimal digits";
+    if (!decode(argument.substr(name.size()), request.parameter)) return kEscapeFault;
   }
   return {};
 }
@@ -183,7 +184,8 @@ void read_fields(const Parser& parser, HttpRequest& request) {
   const Fields& fields = parser.get();
   request.keeps_alive = parser.keep_alive();
   request.announces_body = parser.chunked() || parser.content_length().value_or(0) > 0;
-  request.expects_continue = fields.version() == 11 && beast::iequals(fields[http::field::expect], "100-continue");
+  request.expects_continue =
+      fields.version() == 11 && equal_ignoring_case(field(fields, http::field::expect), "100-continue");
   request.origin = field(fields, http::field::origin);
   request.accept_encoding = joined(fields, http::field::accept_encoding);
   request.if_none_match = joined(fields, http::field::if_none_match);
@@ -239,6 +241,10 @@ static HttpRead refuse(HttpAnswer answer, HttpAnswer& ret_refusal) {
   return HttpRead::refused;
 }
 
+static HttpAnswer too_long(const HttpReader& reader) {
+  return http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes");
+}
+
 static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
   // Lines that are empty before a request line are skipped, as RFC 9112 has it.
   while (!reader.begun && window.starts_with("\r\n")) window.remove_prefix(2);
@@ -266,8 +272,7 @@ static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequ
   parser.body_limit(reader.longest_body);
   beast::error_code failure;
   parser.put(asio::buffer(head.data(), head.size()), failure);
-  if (failure == http::error::body_limit)
-    return refuse(http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes"), ret_refusal);
+  if (failure == http::error::body_limit) return refuse(too_long(reader), ret_refusal);
   if (failure && failure != http::error::need_more) return refuse(malformed(parse_failure(failure)), ret_refusal);
   if (!parser.is_header_done()) return refuse(malformed("the headers do not end where they should"), ret_refusal);
   if (const std::string_view fault = framing_fault(parser.get()); !fault.empty())
@@ -291,9 +296,7 @@ HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& re
     beast::error_code failure;
     const std::size_t taken = parser.put(asio::buffer(window.data(), window.size()), failure);
     window.remove_prefix(taken);
-    if (failure == http::error::body_limit)
-      return refuse(http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes"),
-                    ret_refusal);
+    if (failure == http::error::body_limit) return refuse(too_long(reader), ret_refusal);
     if (failure && failure != http::error::need_more) return refuse(malformed(parse_failure(failure)), ret_refusal);
     if (taken == 0) break;
   }

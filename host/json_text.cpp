@@ -4,6 +4,8 @@
 #include <boost/json/parse.hpp>
 #include <cstdint>
 
+#include "base/text.h"
+
 namespace json = boost::json;
 
 namespace {
@@ -96,21 +98,6 @@ bool move_to_next(std::string_view& rest) {
   rest.remove_prefix(1);
   skip_spaces(rest);
   return !rest.empty() && rest.front() != '}' && rest.front() != ']';
-}
-
-// Length of the valid UTF-8 sequence that the text starts with; 0 where it is none.
-std::size_t utf8_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80) return 1;
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4) return 0;
-  for (std::size_t i = 1; i < length; ++i)
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
-  const bool surrogate = lead == 0xED && byte(1) > 0x9F;
-  const bool beyond = lead == 0xF4 && byte(1) > 0x8F;
-  return overlong || surrogate || beyond ? 0 : length;
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include "policy.h"
 
 #include <algorithm>
-#include <charconv>
+#include <optional>
+
+#include "base/text.h"
 
 namespace {
 
@@ -21,18 +23,14 @@ bool is_address(std::string_view name) {
 
 std::string lower(std::string_view text) {
   std::string lowered(text);
-  for (char& c : lowered)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  std::ranges::transform(lowered, lowered.begin(), ascii_lower);
   return lowered;
 }
 
 bool read_port(std::string_view text, int& ret_port) {
-  int port = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), port);
-  if (text.empty() || failure != std::errc() || end != text.data() + text.size() || port < 0 || port > 65535)
-    return false;
-  ret_port = port;
-  return true;
+  const std::optional<int> port = parse_number_within(text, 0, 65535);
+  if (port) ret_port = *port;
+  return port.has_value();
 }
 
 // Splits "name:port", "[v6]:port" or a bare name. Without a port ret_port stays.
@@ -125,7 +123,7 @@ std::string policy_refuses(const Policy& policy, std::string_view host, std::str
   if (!names_this_host(policy, host))
     return "Host \"" + std::string(host) + "\" is not this server; use http://" + policy_authority(policy) + "/";
   if (origin.empty() || policy_is_foreign(policy, origin)) return {};
-  if (lower(origin) == "http://" + lower(host)) return {};
+  if (equal_ignoring_case(origin, "http://" + std::string(host))) return {};
   return "pages from \"" + std::string(origin) + "\" may not use this server; start dtv-host with --allow-origin " +
          std::string(origin) + " to let them";
 }
@@ -143,7 +141,7 @@ bool policy_is_token(std::string_view shown, std::string_view token) {
 
 bool policy_shows_token(std::string_view authorization, std::string_view token) {
   constexpr std::string_view scheme = "bearer ";
-  return lower(authorization.substr(0, scheme.size())) == scheme &&
+  return equal_ignoring_case(authorization.substr(0, scheme.size()), scheme) &&
          policy_is_token(authorization.substr(scheme.size()), token);
 }
 

@@ -159,7 +159,7 @@ bool read_websocket(Server& server, Client& client, std::string_view& window) {
     case WsRead::message:
       enter_phase(server, line, Phase::nothing);
       if (message.binary) {
-        outbox_reply(client.outbox, rpc_error("null", RpcError::invalid_request, "send text frames, not binary ones"));
+        outbox_reply(client.outbox, rpc_error("null", RpcError::kInvalidRequest, "send text frames, not binary ones"));
         server_mark(server, client);
       } else {
         server_handle_message(server, client, message.text);

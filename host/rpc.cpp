@@ -129,7 +129,7 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
                           std::string_view method) {
   std::string message = std::string(member) + " must be ";
   message.append(is_wanted_to_be).append(", in ").append(method);
-  return rpc_error(id, RpcError::invalid_params, message,
+  return rpc_error(id, RpcError::kInvalidParams, message,
                    "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
 }
 
@@ -137,11 +137,11 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
 RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
   if (facts.values > limit_parameter_values) {
     ret_error = "a parameter may have " + std::to_string(limit_parameter_values) + " values";
-    return RpcError::limit;
+    return RpcError::kLimit;
   }
-  if (!facts.has_nul) return RpcError::none;
+  if (!facts.has_nul) return RpcError::kNone;
   ret_error = "no text may hold the character U+0000, at which the set would end it";
-  return RpcError::invalid_params;
+  return RpcError::kInvalidParams;
 }
 
 // What the requests of one message share while they are read.
@@ -163,7 +163,7 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
     if (searches) --reading.searches;
     const std::string data =
         rpc_unknown_uri(searches ? std::span(reading.catalogue.uris) : std::span<const std::string>(), uri, message);
-    request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
+    request.error = rpc_error(request.id, RpcError::kUnknownUri, message, data);
   } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(reading.catalogue, uri)) {
     request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
   } else {
@@ -187,7 +187,7 @@ void read_params(const MethodRow& row, std::string_view params, Reading& reading
     std::string message = std::string(row.name) + " knows no member " + std::string(member->key.substr(0, 100)) + "; ";
     for (const ParamRow& known : row.params) message.append(&known == row.params.data() ? "" : ", ").append(known.name);
     message += row.params.empty() ? "it takes none" : " are its members";
-    request.error = rpc_error(request.id, RpcError::invalid_params, message);
+    request.error = rpc_error(request.id, RpcError::kInvalidParams, message);
     return;
   }
   for (std::size_t i = 0; i < row.params.size(); ++i) {
@@ -211,7 +211,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   RpcRequest request;
   request.id = "null";
   const auto refuse = [&request](std::string_view message) {
-    request.error = rpc_error(request.id, RpcError::invalid_request, message);
+    request.error = rpc_error(request.id, RpcError::kInvalidRequest, message);
     return std::move(request);
   };
   if (json_kind(text) != JsonKind::object) return refuse("a request is an object with jsonrpc, id, method and params");
@@ -238,7 +238,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   const auto row =
       std::ranges::find_if(methods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
   if (row == std::end(methods)) {
-    request.error = rpc_error(request.id, RpcError::unknown_method,
+    request.error = rpc_error(request.id, RpcError::kUnknownMethod,
                               "there is no such method; there are " + method_names(", ", false),
                               "{\"methods\":[" + method_names(",", true) + "]}");
     return request;
@@ -256,7 +256,7 @@ void refuse_unfit(RpcRequest& request) {
   json_is_whole(request.call.text, nullptr, &facts);
   if (request.call.kind != CallKind::control) --facts.values;  // the object around the parameter
   std::string message;
-  if (const RpcError refused = unfit(facts, message); refused != RpcError::none)
+  if (const RpcError refused = unfit(facts, message); refused != RpcError::kNone)
     request.error = rpc_error(request.id, refused, message);
 }
 
@@ -265,6 +265,18 @@ void append_number(std::string& text, std::int64_t number) {
   const auto end = std::to_chars(digits, digits + sizeof digits, number);
   text.append(digits, static_cast<std::size_t>(end.ptr - digits));
 }
+
+// The member "error" of a reply or a notification. data is JSON text or empty.
+void append_error(std::string& text, RpcError code, std::string_view message, std::string_view data) {
+  text += "\"error\":{\"code\":";
+  append_number(text, static_cast<std::int64_t>(code));
+  text.append(",\"message\":").append(json_quote(message));
+  if (!data.empty()) text.append(",\"data\":").append(data);
+  text += '}';
+}
+
+// The data of an error about a text of the plugin.
+std::string length_data(std::string_view text) { return "{\"length\":" + std::to_string(text.size()) + "}"; }
 
 }  // namespace
 
@@ -278,7 +290,7 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
     request.error = rpc_error("null", code, message);
   };
   JsonFacts facts;
-  if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::parse, "not JSON, " + wrong);
+  if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::kParse, "not JSON, " + wrong);
   const bool doubtful = facts.has_nul || facts.values > limit_parameter_values;
   Reading reading{.catalogue = catalogue};
   const auto add = [&](std::string_view request) {
@@ -292,10 +304,10 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
   text.remove_prefix(text.find('['));
   while (const auto element = json_next_element(text)) {
     if (ret_message.requests.size() == rpc_batch_max)
-      return refuse(RpcError::limit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
+      return refuse(RpcError::kLimit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
     add(*element);
   }
-  if (ret_message.requests.empty()) return refuse(RpcError::invalid_request, "the batch is empty");
+  if (ret_message.requests.empty()) return refuse(RpcError::kInvalidRequest, "the batch is empty");
   ret_message.batch = true;
 }
 
@@ -303,24 +315,22 @@ RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std:
   JsonFacts facts;
   if (std::string wrong; !json_is_whole(parameter, &wrong, &facts)) {
     ret_error = "not JSON, " + wrong;
-    return RpcError::parse;
+    return RpcError::kParse;
   }
   if (json_kind(parameter) != JsonKind::object) {
     ret_error = "the parameter must be an object, such as {\"REQUEST\":\"MODIFY\",\"VALUE\":20}";
-    return RpcError::invalid_params;
+    return RpcError::kInvalidParams;
   }
   const RpcError refused = unfit(facts, ret_error);
-  if (refused == RpcError::none) plugin_text(parameter, ret_text);
+  if (refused == RpcError::kNone) plugin_text(parameter, ret_text);
   return refused;
 }
 
 std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data) {
   std::string reply = "{\"jsonrpc\":\"2.0\",\"id\":";
-  reply.append(id.empty() ? "null" : id).append(",\"error\":{\"code\":");
-  append_number(reply, static_cast<std::int64_t>(code));
-  reply.append(",\"message\":").append(json_quote(message));
-  if (!data.empty()) reply.append(",\"data\":").append(data);
-  reply += "}}";
+  reply.append(id.empty() ? "null" : id).append(",");
+  append_error(reply, code, message, data);
+  reply += '}';
   return reply;
 }
 
@@ -334,12 +344,11 @@ std::string rpc_result(std::string_view id, std::string_view result) {
 
 void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome) {
   if (outcome.not_kept != 0) {
-    reply += rpc_error(id, RpcError::platform, rpc_not_kept_message(outcome));
+    reply += rpc_error(id, RpcError::kPlatform, rpc_not_kept_message(outcome));
     return;
   }
   if (outcome.broken) {
-    reply += rpc_error(id, RpcError::broken_text, rpc_broken_message(outcome),
-                       "{\"length\":" + std::to_string(outcome.text.size()) + "}");
+    reply += rpc_error(id, RpcError::kBrokenText, rpc_broken_message(outcome), length_data(outcome.text));
     return;
   }
   if (call.kind == CallKind::control) {
@@ -348,7 +357,7 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
                json_kind(outcome.text) == JsonKind::object ? json_next_member(rest) : std::optional<JsonMember>())
       if (json_string_is(member->key, "error")) {
         reply += rpc_error(
-            id, RpcError::platform,
+            id, RpcError::kPlatform,
             json_kind(member->value) == JsonKind::string ? json_string(member->value) : std::string(member->value));
         return;
       }
@@ -390,15 +399,11 @@ std::string rpc_not_kept_message(const Outcome& outcome) {
 std::string rpc_notify(std::string_view uri, std::string_view text) {
   std::string notification;
   notification.reserve(uri.size() + text.size() + 80);
-  notification.append("{\"jsonrpc\":\"2.0\",\"method\":\"notify\",\"params\":{\"uri\":\"").append(uri);
+  notification.append("{\"jsonrpc\":\"2.0\",\"method\":\"notify\",\"params\":{\"uri\":\"").append(uri).append("\",");
   if (std::string wrong; json_is_whole(text, &wrong))
-    notification.append("\",\"notification\":").append(text);
+    notification.append("\"notification\":").append(text);
   else
-    notification.append("\",\"error\":{\"code\":-32002,\"message\":")
-        .append(json_quote("the plugin's text is not JSON, " + wrong))
-        .append(",\"data\":{\"length\":")
-        .append(std::to_string(text.size()))
-        .append("}}");
+    append_error(notification, RpcError::kBrokenText, "the plugin's text is not JSON, " + wrong, length_data(text));
   notification += "}}";
   return notification;
 }

@@ -7,24 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "base/rpc_error.h"
 #include "calls.h"
 #include "catalogue.h"
 
 enum class RpcMethod { get, set, subscribe, unsubscribe, list, trace, tv, authorize };
-
-enum class RpcError {
-  none = 0,
-  parse = -32700,
-  invalid_request = -32600,
-  unknown_method = -32601,
-  invalid_params = -32602,
-  unknown_uri = -32001,
-  broken_text = -32002,
-  limit = -32003,
-  platform = -32004,
-  busy = -32005,
-  forbidden = -32006,
-};
 
 // One request of a message. It owns its texts and outlives the message; uri is the catalogue's.
 struct RpcRequest {

@@ -8,13 +8,14 @@
 
 #include <boost/json.hpp>
 #include <cerrno>
-#include <charconv>
 #include <filesystem>
+#include <limits>
 #include <span>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "base/text.h"
 #include "dtv_js_plugin.h"
 #include "dtv_tv.h"
 #include "nearest.h"
@@ -94,20 +95,14 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
 
 std::string error_object(std::string text) { return json::serialize(json::object{{"error", std::move(text)}}); }
 
-bool read_number(std::string_view word, std::int32_t& ret_value) {
-  std::int32_t value = 0;
-  const auto [end, failure] = std::from_chars(word.data(), word.data() + word.size(), value);
-  if (failure != std::errc() || end != word.data() + word.size()) return false;
-  ret_value = value;
-  return true;
-}
-
 std::vector<std::string> contract_functions(const Stack& stack) {
   std::vector<std::string> names;
   const json::value contract = json::parse(take_text(stack.contract()));
   for (const json::value& function : contract.as_array()) names.emplace_back(function.at("name").as_string());
   return names;
 }
+
+std::string no_tap() { return error_object("faults need the tap, and this process runs without it"); }
 
 constexpr const char* fault_usage =
     "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] | fault FUNCTION --clear | fault --clear";
@@ -118,12 +113,15 @@ std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string_view value = i + 1 < words.size() ? words[i + 1] : std::string_view();
     if (words[i] == "--delay") {
-      if (!read_number(value, fault.delay_ms) || fault.delay_ms < 0) return "--delay wants milliseconds, 0 or more";
+      const auto delay = parse_number_within(value, 0, std::numeric_limits<std::int32_t>::max());
+      if (!delay) return "--delay wants milliseconds, 0 or more";
+      fault.delay_ms = *delay;
       ++i;
     } else if (words[i] == "--fail") {
       fault.fails = 1;
-      fault.result = -1;
-      if (read_number(value, fault.result)) ++i;
+      const auto result = parse_number<std::int32_t>(value);
+      fault.result = result.value_or(-1);
+      if (result) ++i;
     } else if (words[i] == "--drop-callback") {
       fault.drop_callback = 1;
     } else {
@@ -136,7 +134,7 @@ std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_
 }
 
 std::string control_fault(const Stack& stack, std::span<const std::string> words) {
-  if (stack.fault == nullptr) return error_object("faults need the tap, and this process runs without it");
+  if (stack.fault == nullptr) return no_tap();
   if (words.size() == 1 && words[0] == "--clear") {
     stack.fault(nullptr, nullptr);
     return "{}";
@@ -158,7 +156,7 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
 }
 
 std::string list_faults(const Stack& stack) {
-  if (stack.contract == nullptr) return error_object("faults need the tap, and this process runs without it");
+  if (stack.contract == nullptr) return no_tap();
   json::object faults;
   const json::value contract = json::parse(take_text(stack.contract()));
   for (const json::value& function : contract.as_array())
