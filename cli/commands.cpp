@@ -47,7 +47,7 @@ int refused(Session& session, const std::string& uri, std::int64_t result, Failu
   return kExitRefused;
 }
 
-int run_get(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_get(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const std::string& uri = words[0];
   std::string parameter;
   if (!build_get_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
@@ -69,7 +69,7 @@ int run_get(const Options& options, Session& session, Words words, Failure& ret_
   return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
 }
 
-int run_set(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_set(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const std::string& uri = words[0];
   std::string parameter;
   if (!build_set_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
@@ -120,7 +120,7 @@ struct FolderWord {
 
 constexpr FolderWord kFolderWords[] = {{"stick", "insert", false}, {"stick", "remove", true}};
 
-json::array television_words(Words words) {
+json::array television_words(ShellWords words) {
   json::array sent(words.begin(), words.end());
   for (const FolderWord& row : kFolderWords) {
     if (words.size() < 3 || words[0] != row.command || words[1] != row.action) continue;
@@ -132,7 +132,7 @@ json::array television_words(Words words) {
   return sent;
 }
 
-int run_tv(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const json::object params{{"words", television_words(words)}};
   std::string answer;
   if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
@@ -169,13 +169,13 @@ bool is_on(const json::object& row, std::string_view key) {
 }
 
 // A list that comes out empty; it says so beside the results.
-void say_none(std::string_view what, Words words) {
+void say_none(std::string_view what, ShellWords words) {
   std::string text = "dtvctl: there is no " + std::string(what);
   for (const std::string& word : words) text += (&word == words.data() ? " with \"" : " and \"") + word + "\"";
   std::fprintf(stderr, "%s\n", text.c_str());
 }
 
-int run_list(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_list(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
   const json::value* uris = description.is_object() ? description.get_object().if_contains("uris") : nullptr;
@@ -211,7 +211,7 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
 }
 
 // The functions of the TV API, as the tap beside this program knows them: no set is needed.
-int run_functions(const Options& options, Session&, Words words, Failure& ret_failure) {
+int run_functions(const Options& options, Session&, ShellWords words, Failure& ret_failure) {
   std::string text;
   if (!contract_list(text, ret_failure)) return ret_failure.exit_code;
   json::value list;
@@ -244,16 +244,16 @@ int run_functions(const Options& options, Session&, Words words, Failure& ret_fa
 
 // The words before "--", and the command that stands behind it.
 struct Split {
-  Words before;
-  Words command;
+  ShellWords before;
+  ShellWords command;
 };
 
-Split split_command(Words words) {
+Split split_command(ShellWords words) {
   const auto dashes = static_cast<std::size_t>(std::ranges::find(words, "--") - words.begin());
-  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : Words()};
+  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : ShellWords()};
 }
 
-std::string check_inner_command(Words words) {
+std::string check_inner_command(ShellWords words) {
   if (words.empty()) return "";
   if (words[0] != "get" && words[0] != "set" && words[0] != "tv") {
     return "behind -- stands get, set or tv, not \"" + words[0] + "\"";
@@ -262,7 +262,7 @@ std::string check_inner_command(Words words) {
   return command->check(words.subspan(1));
 }
 
-int run_watch(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_watch(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const auto [uris, command] = split_command(words);
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
@@ -290,8 +290,8 @@ int run_watch(const Options& options, Session& session, Words words, Failure& re
   return follow(options, session, command, "notify", print, ret_failure);
 }
 
-int run_trace(const Options& options, Session& session, Words words, Failure& ret_failure) {
-  const Words command = split_command(words).command;
+int run_trace(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
+  const ShellWords command = split_command(words).command;
   std::string answer;
   if (!session.call("trace", R"({"on":true})", answer, ret_failure)) return ret_failure.exit_code;
   const auto print = [&](const std::string& params) {
@@ -302,14 +302,14 @@ int run_trace(const Options& options, Session& session, Words words, Failure& re
   return follow(options, session, command, "trace", print, ret_failure);
 }
 
-std::string check_uri(Words words) {
+std::string check_uri(ShellWords words) {
   if (words.empty()) return "which URI? \"dtvctl list TEXT\" searches";
   if (!words[0].starts_with('/'))
     return "a URI begins with a slash, not \"" + words[0] + "\"; \"dtvctl list TEXT\" searches";
   return "";
 }
 
-std::string check_watch(Words words) {
+std::string check_watch(ShellWords words) {
   const auto [uris, command] = split_command(words);
   if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
   for (const std::string& uri : uris) {
@@ -318,15 +318,15 @@ std::string check_watch(Words words) {
   return check_inner_command(command);
 }
 
-std::string check_trace(Words words) {
+std::string check_trace(ShellWords words) {
   const auto [others, command] = split_command(words);
   if (!others.empty()) return "trace takes no words but a command behind --, not \"" + others[0] + "\"";
   return check_inner_command(command);
 }
 
-std::string check_tv(Words words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
+std::string check_tv(ShellWords words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
 
-std::string check_nothing(Words) { return ""; }
+std::string check_nothing(ShellWords) { return ""; }
 
 constexpr Command kCommands[] = {
     {.name = "get",

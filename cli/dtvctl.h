@@ -38,7 +38,7 @@ struct Options {
   std::string can;                    // of list: what a URI is to be good for; empty: anything
 };
 
-using Words = std::span<const std::string>;
+using ShellWords = std::span<const std::string>;
 using Clock = std::chrono::steady_clock;
 
 // ---- session: the way to a set, through a host (remote.cpp) or in this process (local.cpp) ----
@@ -86,9 +86,9 @@ struct Command {
   std::string_view help;
   bool passes_words;      // what follows the name is not searched for options
   bool needs_set = true;  // false: run gets a session that is not open
-  int (*run)(const Options& options, Session& session, Words words, Failure& ret_failure);
+  int (*run)(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
   // Says what is wrong with the words before anything is opened; an empty text: nothing.
-  std::string (*check)(Words words);
+  std::string (*check)(ShellWords words);
 };
 
 std::span<const Command> commands();
@@ -100,7 +100,7 @@ using Print = std::function<bool(const std::string& params)>;
 
 // Runs the command behind "--", then hands every notification of the method to print until the count or the time is
 // reached, or print says that it is enough. Lines of a trace come in the order of their "seq"; Ctrl-C loses none.
-int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
            Failure& ret_failure);
 
 // ---- request.cpp: the "PARAMETER" object from the words of the command line ----
@@ -108,9 +108,9 @@ int follow(const Options& options, Session& session, Words command, std::string_
 // description: the host's list, asked for only when a word needs it.
 using Describe = std::function<bool(boost::json::value& ret_description, Failure& ret_failure)>;
 
-bool build_get_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_get_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure);
-bool build_set_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_set_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure);
 
 // The row of a URI in a description; null where there is none.

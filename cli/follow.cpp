@@ -91,7 +91,7 @@ void catch_signals() {
 
 }  // namespace
 
-int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
            Failure& ret_failure) {
   int result = kExitOk;
   std::optional<Clock::time_point> until;

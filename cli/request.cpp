@@ -165,7 +165,7 @@ bool add_member(const std::string& key, const std::string& word, const Form& for
   return field_value(word, form.kinds, field, (*object)[rest], ret_failure);
 }
 
-bool build_members(Words words, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
+bool build_members(ShellWords words, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
   std::string request = form.request;
   bool strict = true;
   std::string key;
@@ -235,7 +235,7 @@ bool is_member_of(const std::string& word, const Form& form) {
 
 }  // namespace
 
-bool build_get_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_get_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure) {
   if (words.empty()) {
     ret_parameter.clear();
@@ -247,7 +247,7 @@ bool build_get_parameter(const std::string& uri, Words words, const Describe& de
          build_members(words, target.form, ret_parameter, ret_failure);
 }
 
-bool build_set_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_set_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure) {
   if (words.size() == 1 && words[0].starts_with('{')) return take_json(words[0], ret_parameter, ret_failure);
   Target target;

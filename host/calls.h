@@ -7,10 +7,10 @@
 #include "stack.h"
 #include "tracer.h"
 
-enum class CallKind { get, set, control };
+enum class CallKind { kGet, kSet, kControl };
 
 struct Call {
-  CallKind kind = CallKind::get;
+  CallKind kind = CallKind::kGet;
   const char* uri = nullptr;  // the catalogue's; null for control
   std::string text = {};      // get, set: {"PARAMETER": ...}, empty for none; control: array of words
   bool traced = false;        // whether the platform calls are wanted

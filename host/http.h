@@ -8,7 +8,7 @@
 #include "rpc.h"
 
 // The subprotocol that a WebSocket client may ask for.
-inline constexpr std::string_view http_websocket_protocol = "jsonrpc";
+inline constexpr std::string_view kHttpWebsocketProtocol = "jsonrpc";
 
 struct HttpRequest {
   std::string method = {};
@@ -57,7 +57,7 @@ struct HttpAnswer {
 // Whether a path belongs to the page's files, not to a URI or JSON-RPC.
 bool http_is_page(std::string_view path, const Catalogue& catalogue);
 
-enum class HttpRoute { answer, call, rpc };
+enum class HttpRoute { kAnswer, kCall, kRpc };
 
 // Decides what a request is: answered at once, a call whose outcome http_outcome answers, or JSON-RPC in its body.
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,

@@ -83,7 +83,7 @@ std::string parse_failure(const beast::error_code& failure) {
     http::error failure;
     std::string_view text;
   };
-  static constexpr Row rows[] = {
+  static constexpr Row kRows[] = {
       {http::error::bad_method, "the method is no token"},
       {http::error::bad_target, "the request line is METHOD TARGET HTTP/1.1, with one space between"},
       {http::error::bad_version, kVersionFault},
@@ -95,7 +95,7 @@ std::string parse_failure(const beast::error_code& failure) {
       {http::error::bad_chunk, "a chunk begins with its length in hexadecimal digits and ends with CR LF"},
       {http::error::bad_chunk_extension, "a chunk's extension is malformed"},
   };
-  for (const Row& row : rows)
+  for (const Row& row : kRows)
     if (failure == row.failure) return std::string(row.text);
   return "malformed HTTP: " + failure.message();
 }
@@ -147,13 +147,13 @@ bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x
 
 // Reads the target into path, parameter and target_host. Returns what is wrong; empty: nothing.
 std::string_view read_target(std::string_view target, HttpRequest& request) {
-  constexpr std::string_view scheme = "http://";
+  constexpr std::string_view kScheme = "http://";
   if (target == "*" && request.method == "OPTIONS") {
     request.path = "*";
     return {};
   }
-  if (equal_ignoring_case(target.substr(0, scheme.size()), scheme)) {
-    target.remove_prefix(scheme.size());
+  if (equal_ignoring_case(target.substr(0, kScheme.size()), kScheme)) {
+    target.remove_prefix(kScheme.size());
     const std::string_view authority = target.substr(0, target.find_first_of("/?"));
     if (authority.empty()) return "the target names no server";
     request.target_host = authority;
@@ -168,14 +168,14 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
   if (std::ranges::any_of(request.path, is_control)) return "the path holds a control character";
   if (question == std::string_view::npos) return {};
 
-  constexpr std::string_view name = "parameter=";
+  constexpr std::string_view kName = "parameter=";
   std::string_view query = target.substr(question + 1);
   while (!query.empty() && !request.has_parameter) {
     const std::string_view argument = query.substr(0, query.find('&'));
     query.remove_prefix(std::min(query.size(), argument.size() + 1));
-    if (!argument.starts_with(name)) continue;
+    if (!argument.starts_with(kName)) continue;
     request.has_parameter = true;
-    if (!decode(argument.substr(name.size()), request.parameter)) return kEscapeFault;
+    if (!decode(argument.substr(kName.size()), request.parameter)) return kEscapeFault;
   }
   return {};
 }
@@ -202,14 +202,14 @@ void read_fields(const Parser& parser, HttpRequest& request) {
   const auto [begin, end] = fields.equal_range(http::field::sec_websocket_protocol);
   for (auto offer = begin; offer != end; ++offer)
     for (const auto& protocol : http::token_list{offer->value()})
-      if (view(protocol) == http_websocket_protocol) request.websocket_protocol = http_websocket_protocol;
+      if (view(protocol) == kHttpWebsocketProtocol) request.websocket_protocol = kHttpWebsocketProtocol;
 }
 
 // The key is 16 bytes in base64: 22 digits, of which the last holds four bits, and two equals signs.
 bool is_websocket_key(std::string_view key) {
-  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   return key.size() == 24 && key.ends_with("==") &&
-         key.substr(0, 22).find_first_not_of(digits) == std::string_view::npos;
+         key.substr(0, 22).find_first_not_of(kDigits) == std::string_view::npos;
 }
 
 std::string date() {
@@ -238,7 +238,7 @@ HttpReaderPtr http_reader_make(std::size_t longest_body) {
 
 static HttpRead refuse(HttpAnswer answer, HttpAnswer& ret_refusal) {
   ret_refusal = std::move(answer);
-  return HttpRead::refused;
+  return HttpRead::kRefused;
 }
 
 static HttpAnswer too_long(const HttpReader& reader) {
@@ -248,27 +248,27 @@ static HttpAnswer too_long(const HttpReader& reader) {
 static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
   // Lines that are empty before a request line are skipped, as RFC 9112 has it.
   while (!reader.begun && window.starts_with("\r\n")) window.remove_prefix(2);
-  if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::more;
+  if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::kMore;
   reader.begun = true;
   HttpAnswer refusal;
   const std::size_t length = head_length(window, reader.seen, refusal);
   if (refusal.status != 0) return refuse(std::move(refusal), ret_refusal);
-  if (length > limit_header_bytes || (length == 0 && window.size() > limit_header_bytes))
-    return refuse(http_error(431, "request line and headers may have " + std::to_string(limit_header_bytes) + " bytes"),
+  if (length > kLimitHeaderBytes || (length == 0 && window.size() > kLimitHeaderBytes))
+    return refuse(http_error(431, "request line and headers may have " + std::to_string(kLimitHeaderBytes) + " bytes"),
                   ret_refusal);
-  if (length == 0) return HttpRead::more;
+  if (length == 0) return HttpRead::kMore;
 
   const std::string_view head = window.substr(0, length);
   window.remove_prefix(length);
   reader.seen = 0;
   reader.begun = false;
-  if (static_cast<std::size_t>(std::ranges::count(head, '\n')) > limit_header_fields + 2)
-    return refuse(http_error(431, "a request may have " + std::to_string(limit_header_fields) + " headers"),
+  if (static_cast<std::size_t>(std::ranges::count(head, '\n')) > kLimitHeaderFields + 2)
+    return refuse(http_error(431, "a request may have " + std::to_string(kLimitHeaderFields) + " headers"),
                   ret_refusal);
 
   Parser& parser = reader.parser.emplace();
   parser.eager(false);
-  parser.header_limit(static_cast<std::uint32_t>(limit_header_bytes));
+  parser.header_limit(static_cast<std::uint32_t>(kLimitHeaderBytes));
   parser.body_limit(reader.longest_body);
   beast::error_code failure;
   parser.put(asio::buffer(head.data(), head.size()), failure);
@@ -286,7 +286,7 @@ static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequ
   if (read.wants_websocket) read.head = head;
   request = std::move(read);
   parser.eager(true);
-  return HttpRead::head;
+  return HttpRead::kHead;
 }
 
 HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
@@ -302,13 +302,13 @@ HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& re
   }
   if (!parser.is_done()) {
     // What the parser has not taken is the beginning of a chunk's line, or of the trailers.
-    if (window.size() > limit_small_message_bytes)
+    if (window.size() > kLimitSmallMessageBytes)
       return refuse(malformed("a chunk's line, or the trailers, are too long"), ret_refusal);
-    return HttpRead::more;
+    return HttpRead::kMore;
   }
   request.body = std::move(parser.get().body());
   reader.parser.reset();
-  return HttpRead::request;
+  return HttpRead::kRequest;
 }
 
 bool http_is_within(const HttpReader& reader, std::string_view window) { return reader.parser || !window.empty(); }

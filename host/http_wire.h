@@ -18,10 +18,10 @@ using HttpReaderPtr = std::unique_ptr<HttpReader, HttpReaderEnd>;
 HttpReaderPtr http_reader_make(std::size_t longest_body);
 
 enum class HttpRead {
-  more,     // more bytes are needed
-  head,     // the request is there but for its body; http_read goes on with the body, or with the next request
-  request,  // a whole request is there
-  refused,  // answer with ret_refusal and close: where the next request would begin cannot be trusted
+  kMore,     // more bytes are needed
+  kHead,     // the request is there but for its body; http_read goes on with the body, or with the next request
+  kRequest,  // a whole request is there
+  kRefused,  // answer with ret_refusal and close: where the next request would begin cannot be trusted
 };
 
 // Reads on to the next of these steps. Takes what it has read from the front of the window, which is the connection's
@@ -39,7 +39,7 @@ std::size_t http_held(const HttpReader& reader);
 // empty.
 std::string http_head(const HttpAnswer& answer, bool keeps_alive, std::string_view origin);
 
-inline constexpr std::string_view http_continue = "HTTP/1.1 100 Continue\r\n\r\n";
+inline constexpr std::string_view kHttpContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
 // What is wrong with an upgrade request to a WebSocket, as the answer that refuses it; status 0: nothing.
 HttpAnswer http_upgrade_refusal(const HttpRequest& request);

@@ -47,7 +47,7 @@ struct FactsHandler {
 
 json::parse_options options() {
   json::parse_options options;
-  options.max_depth = json_max_depth;
+  options.max_depth = kJsonMaxDepth;
   return options;
 }
 
@@ -114,7 +114,7 @@ bool json_is_whole(std::string_view text, std::string* ret_error, JsonFacts* ret
   if (ret_error == nullptr) return false;
   *ret_error = "at byte " + std::to_string(read) + ": ";
   if (failure == json::error::too_deep)
-    *ret_error += "nested deeper than " + std::to_string(json_max_depth) + " levels";
+    *ret_error += "nested deeper than " + std::to_string(kJsonMaxDepth) + " levels";
   else
     *ret_error += text.empty() ? "the text is empty" : failure.message();
   return false;
@@ -124,18 +124,18 @@ JsonKind json_kind(std::string_view value) {
   skip_spaces(value);
   switch (value.front()) {
     case '{':
-      return JsonKind::object;
+      return JsonKind::kObject;
     case '[':
-      return JsonKind::array;
+      return JsonKind::kArray;
     case '"':
-      return JsonKind::string;
+      return JsonKind::kString;
     case 't':
     case 'f':
-      return JsonKind::boolean;
+      return JsonKind::kBoolean;
     case 'n':
-      return JsonKind::null;
+      return JsonKind::kNull;
     default:
-      return JsonKind::number;
+      return JsonKind::kNumber;
   }
 }
 
@@ -168,7 +168,7 @@ bool json_string_is(std::string_view value, std::string_view text) {
 }
 
 std::string json_quote(std::string_view text) {
-  static constexpr char hex[] = "0123456789abcdef";
+  static constexpr char kHex[] = "0123456789abcdef";
   std::string quoted = "\"";
   while (!text.empty()) {
     const std::size_t length = utf8_length(text);
@@ -180,8 +180,8 @@ std::string json_quote(std::string_view text) {
       quoted += c;
     } else if (length == 1 && static_cast<unsigned char>(c) < 0x20) {
       quoted += "\\u00";
-      quoted += hex[c >> 4];
-      quoted += hex[c & 15];
+      quoted += kHex[c >> 4];
+      quoted += kHex[c & 15];
     } else {
       quoted += text.substr(0, length);
     }

@@ -7,7 +7,7 @@
 #include <string_view>
 
 // Deepest nesting that is read. The plugin's own parser stops at 1000, so that nothing it could accept is refused here.
-inline constexpr std::size_t json_max_depth = 1024;
+inline constexpr std::size_t kJsonMaxDepth = 1024;
 
 // What is to be known of a text before it goes to the plugin.
 struct JsonFacts {
@@ -20,7 +20,7 @@ bool json_is_whole(std::string_view text, std::string* ret_error = nullptr, Json
 
 // The rest of this header expects texts that json_is_whole has accepted, or parts of them.
 
-enum class JsonKind { object, array, string, number, boolean, null };
+enum class JsonKind { kObject, kArray, kString, kNumber, kBoolean, kNull };
 JsonKind json_kind(std::string_view value);
 
 struct JsonMember {

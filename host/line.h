@@ -13,22 +13,22 @@
 #include "ws_wire.h"
 
 // What the client is due to send, and since when; a deadline is set where a phase begins, and bytes do not renew it.
-enum class Phase { nothing, first_request, next_request, head, body, message, farewell };
+enum class Phase { kNothing, kFirstRequest, kNextRequest, kHead, kBody, kMessage, kFarewell };
 
 enum class State {
-  reading,    // of an HTTP request, or of WebSocket messages
-  waiting,    // for the outcome of an HTTP request's call
-  answering,  // until the answer to an HTTP request has left
-  leaving,    // what is still to be sent leaves, then the sending side is shut
-  lingering,  // until the client has shut its side as well: what it sends is forgotten
-  dead,       // to be closed as soon as nobody uses it
+  kReading,    // of an HTTP request, or of WebSocket messages
+  kWaiting,    // for the outcome of an HTTP request's call
+  kAnswering,  // until the answer to an HTTP request has left
+  kLeaving,    // what is still to be sent leaves, then the sending side is shut
+  kLingering,  // until the client has shut its side as well: what it sends is forgotten
+  kDead,       // to be closed as soon as nobody uses it
 };
 
 struct Line {
   Socket socket;
   std::string peer;     // address, of one that is not loopback
   bool excess = false;  // beyond the maximum: its request is refused unless it shows the token
-  State state = State::reading;
+  State state = State::kReading;
   HttpReaderPtr reader;
   WsStreamPtr stream;
   std::string input;  // received and not yet taken by the protocol
@@ -42,10 +42,10 @@ struct Line {
   bool yielded = false;  // the input has more that can be read now
   bool read_awaited = false;
   bool write_awaited = false;
-  Phase phase = Phase::nothing;
+  Phase phase = Phase::kNothing;
   TimePoint since;  // the phase began
-  TimePoint read_due = never;
-  TimePoint write_due = never;
+  TimePoint read_due = kNever;
+  TimePoint write_due = kNever;
   std::size_t receiving_bytes = 0;  // its part of Server::receiving_bytes
   std::size_t reply_bytes = 0;      // and of Server::reply_bytes
 

@@ -32,7 +32,7 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 // Lines that differ in nothing but their digits.
-struct Kind {
+struct LineKind {
   std::uint64_t hash = 0;
   Clock::time_point end{};     // of the window; once it is over, the place is free for another kind
   unsigned lines = 0;          // that passed in the window
@@ -41,7 +41,7 @@ struct Kind {
 };
 
 // What happens to the rest of a line whose beginning was dealt with.
-enum class Rest { NO_BEGINNING_YET, PASSES, DROPPED };
+enum class Rest { kNoBeginningYet, kPasses, kDropped };
 
 struct Stream {
   int number;
@@ -53,9 +53,9 @@ struct Stream {
   int pipe = -1;           // the read end of the pipe that stands in its place; -1 once nobody can write to it
   std::string piece = {};  // of a line that has not ended; empty, or passed on when it is due
   Clock::time_point piece_due{};
-  Rest rest = Rest::NO_BEGINNING_YET;
-  std::vector<Kind> kinds = {};
-  Kind other_kinds = {};
+  Rest rest = Rest::kNoBeginningYet;
+  std::vector<LineKind> kinds = {};
+  LineKind other_kinds = {};
 
   std::mutex lock = {};  // guards what follows; never held during a system call that may block
   std::condition_variable filled = {};
@@ -94,14 +94,14 @@ void append_notice(Stream& stream, const std::string& text) {
 }
 
 // Queues bytes, or a notice, that stand for so many lines; false: these lines are lost.
-enum class Form { LINE, NOTICE };
+enum class Form { kLine, kNotice };
 bool put(Stream& stream, Form form, const std::string& text, std::uint64_t lines) {
   const std::lock_guard guard(stream.lock);
   if (stream.lost > 0 || stream.held + text.size() > relay.options.queue_bytes) {
     stream.lost += lines;
     return false;
   }
-  if (form == Form::NOTICE)
+  if (form == Form::kNotice)
     append_notice(stream, text);
   else
     append(stream, text);
@@ -157,10 +157,10 @@ std::uint64_t hash_of(std::string_view line) {
 }
 
 std::string beginning_of(std::string_view line) {
-  constexpr std::size_t most = 60;
-  if (line.size() <= most) return std::string(line);
-  std::size_t length = most;
-  while (length > most - 3 && (line[length] & 0xc0) == 0x80) --length;  // not within a character of UTF-8
+  constexpr std::size_t kMost = 60;
+  if (line.size() <= kMost) return std::string(line);
+  std::size_t length = kMost;
+  while (length > kMost - 3 && (line[length] & 0xc0) == 0x80) --length;  // not within a character of UTF-8
   return std::string(line.substr(0, length)) + "...";
 }
 
@@ -169,8 +169,8 @@ bool kind_passes(Stream& stream, std::string_view line, Clock::time_point now) {
   const LogRelayOptions& options = relay.options;
   while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
   const std::uint64_t hash = hash_of(line);
-  Kind* place = nullptr;
-  for (Kind& kind : stream.kinds) {
+  LineKind* place = nullptr;
+  for (LineKind& kind : stream.kinds) {
     const bool over = now >= kind.end;
     if (!over && kind.hash == hash) {
       place = &kind;
@@ -191,24 +191,24 @@ bool kind_passes(Stream& stream, std::string_view line, Clock::time_point now) {
 
 // Tells of the lines that were counted in windows that are over, or in all.
 void tell_kinds(Stream& stream, Clock::time_point now, bool all) {
-  const auto is_due = [&](const Kind& kind) { return kind.more > 0 && (all || now >= kind.end); };
-  for (Kind& kind : stream.kinds) {
+  const auto is_due = [&](const LineKind& kind) { return kind.more > 0 && (all || now >= kind.end); };
+  for (LineKind& kind : stream.kinds) {
     if (!is_due(kind)) continue;
-    put(stream, Form::NOTICE, "the line \"" + kind.beginning + "\" came " + std::to_string(kind.more) + " times more",
+    put(stream, Form::kNotice, "the line \"" + kind.beginning + "\" came " + std::to_string(kind.more) + " times more",
         kind.more);
     kind.more = 0;
   }
-  Kind& others = stream.other_kinds;
+  LineKind& others = stream.other_kinds;
   if (!is_due(others)) return;
-  put(stream, Form::NOTICE, std::to_string(others.more) + " lines of many other kinds are left out", others.more);
+  put(stream, Form::kNotice, std::to_string(others.more) + " lines of many other kinds are left out", others.more);
   others.more = 0;
 }
 
 void pass_piece(Stream& stream, Clock::time_point now) {
-  if (stream.rest == Rest::NO_BEGINNING_YET)
-    stream.rest = kind_passes(stream, stream.piece, now) ? Rest::PASSES : Rest::DROPPED;
-  if (stream.rest == Rest::PASSES && !put(stream, Form::LINE, stream.piece, 1)) stream.rest = Rest::DROPPED;
-  if (stream.piece.ends_with('\n')) stream.rest = Rest::NO_BEGINNING_YET;
+  if (stream.rest == Rest::kNoBeginningYet)
+    stream.rest = kind_passes(stream, stream.piece, now) ? Rest::kPasses : Rest::kDropped;
+  if (stream.rest == Rest::kPasses && !put(stream, Form::kLine, stream.piece, 1)) stream.rest = Rest::kDropped;
+  if (stream.piece.ends_with('\n')) stream.rest = Rest::kNoBeginningYet;
   stream.piece.clear();
 }
 
@@ -238,7 +238,7 @@ int time_to_wait(Clock::time_point now) {
   for (const Stream& stream : relay.streams) {
     if (!stream.piece.empty()) due = std::min(due, stream.piece_due);
     if (stream.other_kinds.more > 0) due = std::min(due, stream.other_kinds.end);
-    for (const Kind& kind : stream.kinds)
+    for (const LineKind& kind : stream.kinds)
       if (kind.more > 0) due = std::min(due, kind.end);
   }
   if (due == Clock::time_point::max()) return -1;
@@ -254,8 +254,8 @@ void run_drain() {
                         {.fd = relay.wake, .events = POLLIN, .revents = 0}};
     poll(watched, std::size(watched), time_to_wait(Clock::now()));
     // Lets further lines gather: to be woken by each one costs a request that prints four half as much again.
-    constexpr timespec gathering = {.tv_sec = 0, .tv_nsec = 1'000'000};
-    if (watched[2].revents == 0) nanosleep(&gathering, nullptr);
+    constexpr timespec kGathering = {.tv_sec = 0, .tv_nsec = 1'000'000};
+    if (watched[2].revents == 0) nanosleep(&kGathering, nullptr);
     std::uint64_t wakes = 0;
     if (watched[2].revents != 0 && read(relay.wake, &wakes, sizeof wakes) < 0) continue;
     const std::uint32_t asked = relay.flush_asked;
@@ -276,13 +276,13 @@ void run_drain() {
 void settle(milliseconds patience) {
   const auto limit = Clock::now() + patience;
   const std::uint32_t asked = ++relay.flush_asked;
-  constexpr std::uint64_t one = 1;
-  if (write(relay.wake, &one, sizeof one) < 0) return;
+  constexpr std::uint64_t kOne = 1;
+  if (write(relay.wake, &kOne, sizeof kOne) < 0) return;
   const auto is_settled = [&] {
     return relay.flush_done >= asked && relay.streams[0].held == 0 && relay.streams[1].held == 0;
   };
-  constexpr timespec moment = {.tv_sec = 0, .tv_nsec = 1'000'000};
-  while (!is_settled() && Clock::now() < limit) nanosleep(&moment, nullptr);
+  constexpr timespec kMoment = {.tv_sec = 0, .tv_nsec = 1'000'000};
+  while (!is_settled() && Clock::now() < limit) nanosleep(&kMoment, nullptr);
 }
 
 void on_crash(int number) {

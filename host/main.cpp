@@ -18,10 +18,10 @@
 namespace {
 
 // For how long the end waits for a reader of stdout or stderr that stalls.
-constexpr std::chrono::milliseconds log_patience{1000};
+constexpr std::chrono::milliseconds kLogPatience{1000};
 
 struct LogEnd {
-  ~LogEnd() { log_relay_end(log_patience); }
+  ~LogEnd() { log_relay_end(kLogPatience); }
 };
 
 // Counted down once the signal's thread no longer uses the server. Lives as long as that thread, which nobody joins.
@@ -32,23 +32,23 @@ std::latch& stop_told = *new std::latch(1);
 // wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
 void wait_for_signal(Server& server, const sigset_t& signals) {
   using namespace std::chrono;
-  constexpr milliseconds patience = 5s;
-  constexpr milliseconds burst = 1s;
+  constexpr milliseconds kPatience = 5s;
+  constexpr milliseconds kBurst = 1s;
   int number = 0;
   sigwait(&signals, &number);
   const auto begin = steady_clock::now();
   server_stop(server);
   stop_told.count_down();
   const char* reason = "a platform call does not return; leaving without it";
-  for (auto left = patience; left > 0ms; left = patience - duration_cast<milliseconds>(steady_clock::now() - begin)) {
+  for (auto left = kPatience; left > 0ms; left = kPatience - duration_cast<milliseconds>(steady_clock::now() - begin)) {
     const timespec wait = {.tv_sec = left.count() / 1000, .tv_nsec = left.count() % 1000 * 1'000'000};
     if (sigtimedwait(&signals, nullptr, &wait) < 0) continue;  // time is up, or a debugger's doing
-    if (steady_clock::now() - begin < burst) continue;
+    if (steady_clock::now() - begin < kBurst) continue;
     reason = "told again to stop; leaving without waiting for a platform call";
     break;
   }
   fprintf(stderr, "dtv-host: %s\n", reason);
-  log_relay_end(log_patience);
+  log_relay_end(kLogPatience);
   _exit(kExitOk);
 }
 

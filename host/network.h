@@ -15,7 +15,7 @@ namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
 
 using TimePoint = std::chrono::steady_clock::time_point;
-inline constexpr TimePoint never = TimePoint::max();
+inline constexpr TimePoint kNever = TimePoint::max();
 
 // Without the type erasure that the default executor costs.
 using Executor = asio::io_context::executor_type;
@@ -32,11 +32,11 @@ struct Network {
   Descriptor waker{io};  // an eventfd, written to from any thread
   Timer accept_again{io};
   Timer sweep{io};  // looks for deadlines that have passed
-  TimePoint sweep_at = never;
+  TimePoint sweep_at = kNever;
   Timer poll{io};  // without a tap, while somebody is subscribed
   bool polling = false;
   std::unordered_map<std::string, std::size_t> peers;  // connections by address, of those that are not loopback
-  std::array<char, limit_read_bytes> buffer;           // what one read brings
+  std::array<char, kLimitReadBytes> buffer;            // what one read brings
 };
 
 // connection.cpp

@@ -100,6 +100,8 @@ template <typename... Functions>
 struct Visitor : Functions... {
   using Functions::operator()...;
 };
+template <typename... Functions>
+Visitor(Functions...) -> Visitor<Functions...>;
 
 std::string read_count(std::string_view text, std::size_t& ret_count) {
   const auto count = parse_number<std::size_t>(text);

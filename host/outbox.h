@@ -33,7 +33,7 @@ void outbox_reply(Outbox& outbox, std::string_view text);
 std::string& outbox_open_reply(Outbox& outbox);
 void outbox_close_reply(Outbox& outbox);
 
-// Drops the oldest notices beyond limit_client_notices and limit_client_notice_bytes.
+// Drops the oldest notices beyond kLimitClientNotices and kLimitClientNoticeBytes.
 void outbox_notice(Outbox& outbox, Notice notice);
 
 // Forgets the waiting notifications of one URI (or, with null, the trace lines).

@@ -22,7 +22,7 @@ struct TypeRow {
   std::string_view type;
 };
 
-constexpr TypeRow types[] = {
+constexpr TypeRow kTypes[] = {
     {.extension = ".html", .type = "text/html; charset=utf-8"},
     {.extension = ".js", .type = "text/javascript; charset=utf-8"},
     {.extension = ".mjs", .type = "text/javascript; charset=utf-8"},
@@ -41,8 +41,8 @@ constexpr TypeRow types[] = {
 
 std::string_view type_of(const fs::path& file) {
   const std::string extension = file.extension().string();
-  const auto row = std::ranges::find(types, std::string_view(extension), &TypeRow::extension);
-  return row != std::end(types) ? row->type : "application/octet-stream";
+  const auto row = std::ranges::find(kTypes, std::string_view(extension), &TypeRow::extension);
+  return row != std::end(kTypes) ? row->type : "application/octet-stream";
 }
 
 // Browsers differ in whether 'self' covers WebSocket connections to the same place: it is named besides.
@@ -148,14 +148,14 @@ std::string tag_of(const struct stat& status, bool compressed) {
 // Whether the name holds a hash of the content, as the page's build makes it: assets/NAME-HASH.ext, where the hash has
 // eight characters. The path is the requested one, since a link to such a file can later point to another.
 bool is_hashed(std::string_view path) {
-  constexpr std::string_view folder = "/assets/";
-  constexpr std::size_t hash_length = 8;
-  if (!path.starts_with(folder)) return false;
-  const std::string_view name = path.substr(folder.size());
+  constexpr std::string_view kFolder = "/assets/";
+  constexpr std::size_t kHashLength = 8;
+  if (!path.starts_with(kFolder)) return false;
+  const std::string_view name = path.substr(kFolder.size());
   const std::string_view stem = name.substr(0, name.find_last_of('.'));
-  if (stem.size() == name.size() || stem.size() < hash_length + 2) return false;
-  const std::string_view hash = stem.substr(stem.size() - hash_length);
-  return name.find('/') == std::string_view::npos && stem[stem.size() - hash_length - 1] == '-' &&
+  if (stem.size() == name.size() || stem.size() < kHashLength + 2) return false;
+  const std::string_view hash = stem.substr(stem.size() - kHashLength);
+  return name.find('/') == std::string_view::npos && stem[stem.size() - kHashLength - 1] == '-' &&
          std::ranges::all_of(hash, [](char c) {
            return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' || c == '_';
          });

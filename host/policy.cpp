@@ -140,9 +140,9 @@ bool policy_is_token(std::string_view shown, std::string_view token) {
 }
 
 bool policy_shows_token(std::string_view authorization, std::string_view token) {
-  constexpr std::string_view scheme = "bearer ";
-  return equal_ignoring_case(authorization.substr(0, scheme.size()), scheme) &&
-         policy_is_token(authorization.substr(scheme.size()), token);
+  constexpr std::string_view kScheme = "bearer ";
+  return equal_ignoring_case(authorization.substr(0, kScheme.size()), kScheme) &&
+         policy_is_token(authorization.substr(kScheme.size()), token);
 }
 
 bool policy_is_local(const Policy& policy) { return is_loopback(policy.address); }

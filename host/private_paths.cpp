@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* plugin_languages = "/3rd/i18n";
+constexpr const char* kPluginLanguages = "/3rd/i18n";
 
 void complain(const std::string& reason) {
   fprintf(stderr,
@@ -28,7 +28,7 @@ bool is_allowed(const WantedPaths& wanted) {
   const pid_t child = fork();
   if (child == 0) {
     std::string error;
-    const bool entered = sandbox_enter(wanted, NewFolders::READ_ONLY, error);
+    const bool entered = sandbox_enter(wanted, NewFolders::kReadOnly, error);
     if (!entered) complain(error);
     _exit(entered ? 0 : 1);
   }
@@ -47,18 +47,18 @@ PrivatePaths private_paths_enter(const std::string& state_folder) {
   std::error_code failure;
   const std::string language_folder =
       stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n");
-  if (!fs::exists(plugin_languages, failure)) {
+  if (!fs::exists(kPluginLanguages, failure)) {
     const fs::path folder = fs::canonical(language_folder, failure);
     if (failure)
       fprintf(stderr, "dtv-host: no language strings, since there is no folder %s\n", language_folder.c_str());
     else
-      wanted[plugin_languages] = {.what = WantedPath::BOUND, .content = folder};
+      wanted[kPluginLanguages] = {.what = WantedPath::kBound, .content = folder};
   }
-  const bool device = !fs::exists(DEVICE_PATH, failure);
-  if (device) wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = {}};
+  const bool device = !fs::exists(kDevicePath, failure);
+  if (device) wanted[kDevicePath] = {.what = WantedPath::kDevice, .content = {}};
   if (wanted.empty() || !is_allowed(wanted)) return {};
   std::string error;
-  if (sandbox_enter(wanted, NewFolders::READ_ONLY, error)) return {.device = device};
+  if (sandbox_enter(wanted, NewFolders::kReadOnly, error)) return {.device = device};
   complain(error);  // half-way, though the child had come through
   _exit(1);
 }

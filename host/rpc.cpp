@@ -13,7 +13,7 @@
 
 namespace {
 
-enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words, token };
+enum class ParamKind { kUri, kNotifyingUri, kObject, kObjectOrNull, kBoolean, kWords, kToken };
 
 void plugin_text(std::string_view parameter, std::string& ret_text) {
   ret_text.reserve(parameter.size() + 14);
@@ -21,7 +21,7 @@ void plugin_text(std::string_view parameter, std::string& ret_text) {
 }
 
 void take_object(std::string_view value, RpcRequest& request) {
-  if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
+  if (json_kind(value) == JsonKind::kObject) plugin_text(value, request.call.text);
 }
 
 void take_traced(std::string_view value, RpcRequest& request) { request.call.traced = value.front() == 't'; }
@@ -41,54 +41,55 @@ struct MethodRow {
   std::string_view name;
   RpcMethod method;
   std::span<const ParamRow> params;
-  CallKind call = CallKind::get;
+  CallKind call = CallKind::kGet;
 };
 
-constexpr ParamRow uri_param = {.name = "uri", .kind = ParamKind::uri, .required = true, .take = nullptr};
-constexpr ParamRow traced_param = {.name = "trace", .kind = ParamKind::boolean, .required = false, .take = take_traced};
+constexpr ParamRow kUriParam = {.name = "uri", .kind = ParamKind::kUri, .required = true, .take = nullptr};
+constexpr ParamRow kTracedParam = {
+    .name = "trace", .kind = ParamKind::kBoolean, .required = false, .take = take_traced};
 
-constexpr ParamRow get_params[] = {
-    uri_param,
-    {.name = "parameter", .kind = ParamKind::object_or_null, .required = false, .take = take_object},
-    traced_param};
-constexpr ParamRow set_params[] = {
-    uri_param, {.name = "parameter", .kind = ParamKind::object, .required = true, .take = take_object}, traced_param};
-constexpr ParamRow subscribe_params[] = {
-    {.name = "uri", .kind = ParamKind::notifying_uri, .required = true, .take = nullptr}};
-constexpr ParamRow unsubscribe_params[] = {uri_param};
-constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true, .take = take_on}};
-constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true, .take = take_words}};
-constexpr ParamRow authorize_params[] = {
-    {.name = "token", .kind = ParamKind::token, .required = true, .take = take_token}};
+constexpr ParamRow kGetParams[] = {
+    kUriParam,
+    {.name = "parameter", .kind = ParamKind::kObjectOrNull, .required = false, .take = take_object},
+    kTracedParam};
+constexpr ParamRow kSetParams[] = {
+    kUriParam, {.name = "parameter", .kind = ParamKind::kObject, .required = true, .take = take_object}, kTracedParam};
+constexpr ParamRow kSubscribeParams[] = {
+    {.name = "uri", .kind = ParamKind::kNotifyingUri, .required = true, .take = nullptr}};
+constexpr ParamRow kUnsubscribeParams[] = {kUriParam};
+constexpr ParamRow kTraceParams[] = {{.name = "on", .kind = ParamKind::kBoolean, .required = true, .take = take_on}};
+constexpr ParamRow kTvParams[] = {{.name = "words", .kind = ParamKind::kWords, .required = true, .take = take_words}};
+constexpr ParamRow kAuthorizeParams[] = {
+    {.name = "token", .kind = ParamKind::kToken, .required = true, .take = take_token}};
 
-constexpr MethodRow methods[] = {
-    {.name = "get", .method = RpcMethod::get, .params = get_params},
-    {.name = "set", .method = RpcMethod::set, .params = set_params, .call = CallKind::set},
-    {.name = "subscribe", .method = RpcMethod::subscribe, .params = subscribe_params},
-    {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = unsubscribe_params},
-    {.name = "list", .method = RpcMethod::list, .params = {}},
-    {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
-    {.name = "tv", .method = RpcMethod::tv, .params = tv_params, .call = CallKind::control},
-    {.name = "authorize", .method = RpcMethod::authorize, .params = authorize_params},
+constexpr MethodRow kMethods[] = {
+    {.name = "get", .method = RpcMethod::kGet, .params = kGetParams},
+    {.name = "set", .method = RpcMethod::kSet, .params = kSetParams, .call = CallKind::kSet},
+    {.name = "subscribe", .method = RpcMethod::kSubscribe, .params = kSubscribeParams},
+    {.name = "unsubscribe", .method = RpcMethod::kUnsubscribe, .params = kUnsubscribeParams},
+    {.name = "list", .method = RpcMethod::kList, .params = {}},
+    {.name = "trace", .method = RpcMethod::kTrace, .params = kTraceParams},
+    {.name = "tv", .method = RpcMethod::kTv, .params = kTvParams, .call = CallKind::kControl},
+    {.name = "authorize", .method = RpcMethod::kAuthorize, .params = kAuthorizeParams},
 };
 
-constexpr std::size_t most_params =
-    std::ranges::max(methods, {}, [](const MethodRow& row) { return row.params.size(); }).params.size();
+constexpr std::size_t kMostParams =
+    std::ranges::max(kMethods, {}, [](const MethodRow& row) { return row.params.size(); }).params.size();
 
 constexpr std::string_view wanted(ParamKind kind) {
   switch (kind) {
-    case ParamKind::uri:
-    case ParamKind::token:
+    case ParamKind::kUri:
+    case ParamKind::kToken:
       return "a string";
-    case ParamKind::notifying_uri:
+    case ParamKind::kNotifyingUri:
       return "a URI that notifies, such as /tv/ws/notify/volume_ctrl";
-    case ParamKind::object:
+    case ParamKind::kObject:
       return "an object";
-    case ParamKind::object_or_null:
+    case ParamKind::kObjectOrNull:
       return "an object, or null";
-    case ParamKind::boolean:
+    case ParamKind::kBoolean:
       return "true or false";
-    case ParamKind::words:
+    case ParamKind::kWords:
       return "an array of strings";
   }
   return {};
@@ -97,20 +98,20 @@ constexpr std::string_view wanted(ParamKind kind) {
 bool is_wanted(ParamKind kind, std::string_view value) {
   const JsonKind given = json_kind(value);
   switch (kind) {
-    case ParamKind::uri:
-    case ParamKind::notifying_uri:
-    case ParamKind::token:
-      return given == JsonKind::string;
-    case ParamKind::object:
-      return given == JsonKind::object;
-    case ParamKind::object_or_null:
-      return given == JsonKind::object || given == JsonKind::null;
-    case ParamKind::boolean:
-      return given == JsonKind::boolean;
-    case ParamKind::words:
-      if (given != JsonKind::array) return false;
+    case ParamKind::kUri:
+    case ParamKind::kNotifyingUri:
+    case ParamKind::kToken:
+      return given == JsonKind::kString;
+    case ParamKind::kObject:
+      return given == JsonKind::kObject;
+    case ParamKind::kObjectOrNull:
+      return given == JsonKind::kObject || given == JsonKind::kNull;
+    case ParamKind::kBoolean:
+      return given == JsonKind::kBoolean;
+    case ParamKind::kWords:
+      if (given != JsonKind::kArray) return false;
       while (const auto word = json_next_element(value))
-        if (json_kind(*word) != JsonKind::string) return false;
+        if (json_kind(*word) != JsonKind::kString) return false;
       return true;
   }
   return false;
@@ -118,7 +119,7 @@ bool is_wanted(ParamKind kind, std::string_view value) {
 
 std::string method_names(std::string_view separator, bool quoted) {
   std::string names;
-  for (const MethodRow& row : methods) {
+  for (const MethodRow& row : kMethods) {
     if (!names.empty()) names += separator;
     names += quoted ? json_quote(row.name) : std::string(row.name);
   }
@@ -135,8 +136,8 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
 
 // What speaks against handing a whole JSON text to the set; none: nothing does.
 RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
-  if (facts.values > limit_parameter_values) {
-    ret_error = "a parameter may have " + std::to_string(limit_parameter_values) + " values";
+  if (facts.values > kLimitParameterValues) {
+    ret_error = "a parameter may have " + std::to_string(kLimitParameterValues) + " values";
     return RpcError::kLimit;
   }
   if (!facts.has_nul) return RpcError::kNone;
@@ -147,7 +148,7 @@ RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
 // What the requests of one message share while they are read.
 struct Reading {
   const Catalogue& catalogue;
-  unsigned searches = limit_nearest_searches;  // that it may still cost
+  unsigned searches = kLimitNearestSearches;  // that it may still cost
 };
 
 // Finds the registered URI, or refuses the request.
@@ -164,7 +165,7 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
     const std::string data =
         rpc_unknown_uri(searches ? std::span(reading.catalogue.uris) : std::span<const std::string>(), uri, message);
     request.error = rpc_error(request.id, RpcError::kUnknownUri, message, data);
-  } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(reading.catalogue, uri)) {
+  } else if (row.kind == ParamKind::kNotifyingUri && !catalogue_notifies(reading.catalogue, uri)) {
     request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
   } else {
     request.call.uri = found;
@@ -172,8 +173,8 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
 }
 
 void read_params(const MethodRow& row, std::string_view params, Reading& reading, RpcRequest& request) {
-  std::string_view values[most_params];
-  if (!params.empty() && json_kind(params) != JsonKind::object) {
+  std::string_view values[kMostParams];
+  if (!params.empty() && json_kind(params) != JsonKind::kObject) {
     request.error = refuse_params(request.id, "params", "an object", row.name);
     return;
   }
@@ -214,7 +215,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
     request.error = rpc_error(request.id, RpcError::kInvalidRequest, message);
     return std::move(request);
   };
-  if (json_kind(text) != JsonKind::object) return refuse("a request is an object with jsonrpc, id, method and params");
+  if (json_kind(text) != JsonKind::kObject) return refuse("a request is an object with jsonrpc, id, method and params");
 
   std::string_view version, id, method, params;
   while (const auto member = json_next_member(text)) {
@@ -225,19 +226,19 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   }
   if (!id.empty()) {
     const JsonKind kind = json_kind(id);
-    if (kind != JsonKind::string && kind != JsonKind::number && kind != JsonKind::null)
+    if (kind != JsonKind::kString && kind != JsonKind::kNumber && kind != JsonKind::kNull)
       return refuse("id must be a string or a number");
     request.id = id;
   }
-  if (version.empty() || json_kind(version) != JsonKind::string || !json_string_is(version, "2.0"))
+  if (version.empty() || json_kind(version) != JsonKind::kString || !json_string_is(version, "2.0"))
     return refuse("jsonrpc must be \"2.0\"");
-  if (method.empty() || json_kind(method) != JsonKind::string) return refuse("method must be a string");
+  if (method.empty() || json_kind(method) != JsonKind::kString) return refuse("method must be a string");
 
   // From here on the request is one; without an id it is a notification, which is not even told of errors.
   if (id.empty()) request.id.clear();
   const auto row =
-      std::ranges::find_if(methods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
-  if (row == std::end(methods)) {
+      std::ranges::find_if(kMethods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
+  if (row == std::end(kMethods)) {
     request.error = rpc_error(request.id, RpcError::kUnknownMethod,
                               "there is no such method; there are " + method_names(", ", false),
                               "{\"methods\":[" + method_names(",", true) + "]}");
@@ -254,7 +255,7 @@ void refuse_unfit(RpcRequest& request) {
   if (!request.error.empty() || request.call.text.empty()) return;
   JsonFacts facts;
   json_is_whole(request.call.text, nullptr, &facts);
-  if (request.call.kind != CallKind::control) --facts.values;  // the object around the parameter
+  if (request.call.kind != CallKind::kControl) --facts.values;  // the object around the parameter
   std::string message;
   if (const RpcError refused = unfit(facts, message); refused != RpcError::kNone)
     request.error = rpc_error(request.id, refused, message);
@@ -291,20 +292,20 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
   };
   JsonFacts facts;
   if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::kParse, "not JSON, " + wrong);
-  const bool doubtful = facts.has_nul || facts.values > limit_parameter_values;
+  const bool doubtful = facts.has_nul || facts.values > kLimitParameterValues;
   Reading reading{.catalogue = catalogue};
   const auto add = [&](std::string_view request) {
     ret_message.requests.push_back(read_request(request, reading));
     if (doubtful) refuse_unfit(ret_message.requests.back());
   };
-  if (json_kind(text) != JsonKind::array) {
+  if (json_kind(text) != JsonKind::kArray) {
     text.remove_prefix(text.find_first_not_of(" \t\r\n"));
     return add(text);
   }
   text.remove_prefix(text.find('['));
   while (const auto element = json_next_element(text)) {
-    if (ret_message.requests.size() == rpc_batch_max)
-      return refuse(RpcError::kLimit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
+    if (ret_message.requests.size() == kRpcBatchMax)
+      return refuse(RpcError::kLimit, "a batch holds at most " + std::to_string(kRpcBatchMax) + " requests");
     add(*element);
   }
   if (ret_message.requests.empty()) return refuse(RpcError::kInvalidRequest, "the batch is empty");
@@ -317,7 +318,7 @@ RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std:
     ret_error = "not JSON, " + wrong;
     return RpcError::kParse;
   }
-  if (json_kind(parameter) != JsonKind::object) {
+  if (json_kind(parameter) != JsonKind::kObject) {
     ret_error = "the parameter must be an object, such as {\"REQUEST\":\"MODIFY\",\"VALUE\":20}";
     return RpcError::kInvalidParams;
   }
@@ -351,14 +352,14 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
     reply += rpc_error(id, RpcError::kBrokenText, rpc_broken_message(outcome), length_data(outcome.text));
     return;
   }
-  if (call.kind == CallKind::control) {
+  if (call.kind == CallKind::kControl) {
     std::string_view rest = outcome.text;
     while (const auto member =
-               json_kind(outcome.text) == JsonKind::object ? json_next_member(rest) : std::optional<JsonMember>())
+               json_kind(outcome.text) == JsonKind::kObject ? json_next_member(rest) : std::optional<JsonMember>())
       if (json_string_is(member->key, "error")) {
         reply += rpc_error(
             id, RpcError::kPlatform,
-            json_kind(member->value) == JsonKind::string ? json_string(member->value) : std::string(member->value));
+            json_kind(member->value) == JsonKind::kString ? json_string(member->value) : std::string(member->value));
         return;
       }
     reply += rpc_result(id, outcome.text);
@@ -367,7 +368,7 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
 
   reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":{\"ret\":");
   append_number(reply, outcome.ret);
-  if (call.kind == CallKind::get)
+  if (call.kind == CallKind::kGet)
     reply.append(",\"response\":").append(outcome.text.empty() ? "null" : std::string_view(outcome.text));
   if (call.traced) reply.append(",\"calls\":[").append(outcome.lines).append("]");
   reply += "}}";

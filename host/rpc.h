@@ -11,11 +11,11 @@
 #include "calls.h"
 #include "catalogue.h"
 
-enum class RpcMethod { get, set, subscribe, unsubscribe, list, trace, tv, authorize };
+enum class RpcMethod { kGet, kSet, kSubscribe, kUnsubscribe, kList, kTrace, kTv, kAuthorize };
 
 // One request of a message. It owns its texts and outlives the message; uri is the catalogue's.
 struct RpcRequest {
-  RpcMethod method = RpcMethod::list;
+  RpcMethod method = RpcMethod::kList;
   std::string id;     // JSON text as the client wrote it; empty: a notification, which gets no reply
   Call call;          // get, set, tv; of the other methods only call.uri
   bool on = false;    // trace
@@ -29,7 +29,7 @@ struct RpcMessage {
 };
 
 // Requests that one batch may hold.
-inline constexpr std::size_t rpc_batch_max = 1000;
+inline constexpr std::size_t kRpcBatchMax = 1000;
 
 // Reads one message. Whatever it is, ret_message has at least one request, an error if nothing else.
 void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret_message);

@@ -37,8 +37,8 @@ struct Finished {
 };
 
 // One lane for the plugin's requests, one for the television's control; the leader is a third.
-inline constexpr std::size_t runner_lanes = 2;
-inline constexpr unsigned runner_threads = runner_lanes + 1;
+inline constexpr std::size_t kRunnerLanes = 2;
+inline constexpr unsigned kRunnerThreads = kRunnerLanes + 1;
 
 struct Lane {
   std::unordered_map<std::uint64_t, std::deque<Job>> waiting;  // by client; no queue is empty
@@ -54,12 +54,12 @@ struct Runner {
   void (*wake)(void* context);  // makes the leader return from its wait; called from any thread
   void* context;
   bool watchdog = true;
-  std::chrono::milliseconds turn_time = limit_turn_time;
+  std::chrono::milliseconds turn_time = kLimitTurnTime;
   void (*stuck)(const char* text) =
       nullptr;  // called on the watching thread when the leader is stuck; null: ends the process
 
   // The leader's own. A thread that takes the lead sees what the last leader left.
-  std::array<Lane, runner_lanes> lanes;
+  std::array<Lane, kRunnerLanes> lanes;
   std::size_t jobs_bytes = 0;
 
   std::atomic<unsigned> calling{0};            // the leading thread's number while it is in a call, else 0
@@ -78,7 +78,7 @@ struct Runner {
   bool stop = false;
 };
 
-enum class RunnerAdd { added, full, full_for_client };
+enum class RunnerAdd { kAdded, kFull, kFullForClient };
 
 // Leader: queues a job, unless its lane, or this client's share of the control lane, is full. most: the plugin's lane.
 RunnerAdd runner_add(Runner& runner, Job& job, std::size_t most);

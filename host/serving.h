@@ -91,7 +91,7 @@ struct Server {
 // Makes the leader look at its inboxes; from any thread.
 void server_wake(Server& server);
 
-// dispatch.cpp: messages in, replies out.
+// messages.cpp: messages in, replies and notifications out.
 void server_handle_message(Server& server, Client& client, std::string_view text);
 void server_add_call(Server& server, Client& client, Call call);  // an HTTP request's only one
 void server_deliver(Server& server, Job& job, Outcome& outcome);

@@ -104,7 +104,7 @@ std::vector<std::string> contract_functions(const Stack& stack) {
 
 std::string no_tap() { return error_object("faults need the tap, and this process runs without it"); }
 
-constexpr const char* fault_usage =
+constexpr const char* kFaultUsage =
     "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] | fault FUNCTION --clear | fault --clear";
 
 // Reads the words after "fault FUNCTION"; returns what is wrong with them, or an empty text.
@@ -125,10 +125,10 @@ std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_
     } else if (words[i] == "--drop-callback") {
       fault.drop_callback = 1;
     } else {
-      return "\"" + words[i] + "\" is no fault; " + fault_usage;
+      return "\"" + words[i] + "\" is no fault; " + kFaultUsage;
     }
   }
-  if (words.empty()) return std::string("no fault given; ") + fault_usage;
+  if (words.empty()) return std::string("no fault given; ") + kFaultUsage;
   ret_fault = fault;
   return {};
 }
@@ -139,7 +139,7 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
     stack.fault(nullptr, nullptr);
     return "{}";
   }
-  if (words.empty() || words[0].starts_with("--")) return error_object(fault_usage);
+  if (words.empty() || words[0].starts_with("--")) return error_object(kFaultUsage);
 
   const std::string& function = words[0];
   const bool clears = words.size() == 2 && words[1] == "--clear";

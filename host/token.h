@@ -3,7 +3,7 @@
 
 #include <string>
 
-inline constexpr std::size_t token_digits = 64;
+inline constexpr std::size_t kTokenDigits = 64;
 
 // Reads the token from the state folder's file "token", or makes it: 64 hexadecimal digits and a line feed, readable by
 // the user alone. A file that holds something else, or that others can read, is replaced. Returns false, with a

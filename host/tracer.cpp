@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr std::size_t most_waiting = 65536;
+constexpr std::size_t kMostWaiting = 65536;
 
 thread_local std::string* captured = nullptr;
 
@@ -19,7 +19,7 @@ void on_line(void* context, const char* line) {
   {
     const std::lock_guard lock(tracer.lines_mutex);
     if (!tracer.following) return;
-    if (tracer.lines.size() >= most_waiting) {
+    if (tracer.lines.size() >= kMostWaiting) {
       ++tracer.lost;
       return;
     }

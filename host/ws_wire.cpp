@@ -45,15 +45,15 @@ std::size_t readable_length(std::string_view window, std::size_t longest_message
 
 // RFC 6455 has no close codes from 5000 on, but Beast takes them.
 bool has_unknown_code(std::string_view frame) {
-  constexpr unsigned first_unknown = 5000;
+  constexpr unsigned kFirstUnknown = 5000;
   const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(frame[at]); };
-  constexpr std::size_t header = 6;
-  if (frame.size() < header + 2 || byte(0) != 0x88 || (byte(1) & 0x80) == 0 || byte(1) > (0x80 | 125)) return false;
-  return static_cast<unsigned>((byte(6) ^ byte(2)) << 8 | (byte(7) ^ byte(3))) >= first_unknown;
+  constexpr std::size_t kHeader = 6;
+  if (frame.size() < kHeader + 2 || byte(0) != 0x88 || (byte(1) & 0x80) == 0 || byte(1) > (0x80 | 125)) return false;
+  return static_cast<unsigned>((byte(6) ^ byte(2)) << 8 | (byte(7) ^ byte(3))) >= kFirstUnknown;
 }
 
 // What Beast is given in place of such a frame: a close with code 0, which it refuses as it should refuse them.
-constexpr std::string_view refusable_close("\x88\x82\0\0\0\0\0\0", 8);
+constexpr std::string_view kRefusableClose("\x88\x82\0\0\0\0\0\0", 8);
 
 // Beast's next layer: reads from memory, one whole frame after the other, and writes to a text.
 struct Pipe {
@@ -73,7 +73,7 @@ struct Pipe {
     --frames;
     frame = window->substr(0, length);
     window->remove_prefix(length);
-    if (has_unknown_code(frame)) frame = refusable_close;
+    if (has_unknown_code(frame)) frame = kRefusableClose;
   }
 
   executor_type get_executor() { return no_context().get_executor(); }
@@ -147,18 +147,18 @@ WsStreamPtr ws_accept(std::string_view head, std::string_view protocol, std::siz
 
 WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_message) {
   if (stream.taken) {
-    constexpr std::size_t kept_bytes = 4096;
+    constexpr std::size_t kEptBytes = 4096;
     stream.taken = false;
     stream.message.consume(stream.message.size());
-    if (stream.message.capacity() > kept_bytes) stream.message.shrink_to_fit();
+    if (stream.message.capacity() > kEptBytes) stream.message.shrink_to_fit();
   }
-  if (!stream.beast.is_open()) return WsRead::closed;
-  constexpr unsigned most_frames = 32;  // the caller looks at the clock after a few calls
+  if (!stream.beast.is_open()) return WsRead::kClosed;
+  constexpr unsigned kMostFrames = 32;  // the caller looks at the clock after a few calls
   Pipe& pipe = stream.pipe();
   // The usual end of what was received: without the cost of an exception.
-  if (readable_length(window, pipe.longest_message, stream.message.size()) == 0) return WsRead::more;
+  if (readable_length(window, pipe.longest_message, stream.message.size()) == 0) return WsRead::kMore;
   pipe.window = &window;
-  pipe.frames = most_frames;
+  pipe.frames = kMostFrames;
   beast::error_code failure;
   bool out_of_frames = false;
   try {
@@ -168,12 +168,12 @@ WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_messag
     out_of_frames = true;
   }
   pipe.window = nullptr;
-  if (out_of_frames) return pipe.frames == 0 ? WsRead::again : WsRead::more;
-  if (failure) return WsRead::closed;
+  if (out_of_frames) return pipe.frames == 0 ? WsRead::kAgain : WsRead::kMore;
+  if (failure) return WsRead::kClosed;
   stream.taken = true;
   const beast::flat_buffer::const_buffers_type data = stream.message.cdata();
   ret_message = {.text = {static_cast<const char*>(data.data()), data.size()}, .binary = stream.beast.got_binary()};
-  return WsRead::message;
+  return WsRead::kMessage;
 }
 
 std::size_t ws_held(const WsStream& stream) { return stream.taken ? 0 : stream.message.size(); }

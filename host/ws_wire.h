@@ -17,10 +17,10 @@ using WsStreamPtr = std::unique_ptr<WsStream, WsStreamEnd>;
 WsStreamPtr ws_accept(std::string_view head, std::string_view protocol, std::size_t longest_message);
 
 enum class WsRead {
-  more,     // the window holds no whole frame any more; more bytes are needed
-  again,    // many frames have been read without the end of a message; there may be more
-  message,  // a message has come
-  closed,   // the client has closed, or broken the protocol; nothing that it sends counts any more
+  kMore,     // the window holds no whole frame any more; more bytes are needed
+  kAgain,    // many frames have been read without the end of a message; there may be more
+  kMessage,  // a message has come
+  kClosed,   // the client has closed, or broken the protocol; nothing that it sends counts any more
 };
 
 struct WsMessage {

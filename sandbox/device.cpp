@@ -18,8 +18,8 @@ bool is_device(int fd) {
   char target[64];
   std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
   const ssize_t length = readlink(path, target, sizeof target);
-  return length == static_cast<ssize_t>(std::strlen(DEVICE_PATH)) &&
-         std::memcmp(target, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
+  return length == static_cast<ssize_t>(std::strlen(kDevicePath)) &&
+         std::memcmp(target, kDevicePath, static_cast<std::size_t>(length)) == 0;
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 // know the device's control calls, so this process answers them itself.
 #pragma once
 
-constexpr const char* DEVICE_PATH = "/dev/cli";
+constexpr const char* kDevicePath = "/dev/cli";
 
 using DeviceFct = void (*)(char character);
 

@@ -21,9 +21,9 @@
 namespace {
 
 // Where the new root is assembled: a folder that every machine has. Its own entries are bound back in.
-constexpr const char* BUILDING_SITE = "/tmp";
-constexpr const char* OLD_ROOT = "/.machine";
-constexpr unsigned long NEW_ROOT_FLAGS = MS_NOSUID | MS_NODEV;
+constexpr const char* kBuildingSite = "/tmp";
+constexpr const char* kOldRoot = "/.machine";
+constexpr unsigned long kNewRootFlags = MS_NOSUID | MS_NODEV;
 
 struct Node {
   std::map<std::string, Node> children;
@@ -37,7 +37,7 @@ bool fail(const std::string& operation, std::string& ret_error) {
 }
 
 // Where a path of the machine is found while the new root is assembled.
-std::string old_path_of(const std::string& path) { return OLD_ROOT + path; }
+std::string old_path_of(const std::string& path) { return kOldRoot + path; }
 
 bool write_text(const std::string& path, const std::string& text, std::string& ret_error) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
@@ -57,11 +57,11 @@ bool bind(const std::string& from, const std::string& to, std::string& ret_error
 bool make_read_only(const std::string& path, std::string& ret_error) {
   struct statvfs info {};
   if (statvfs(path.c_str(), &info) != 0) return fail("statvfs " + path, ret_error);
-  constexpr std::pair<unsigned long, unsigned long> KEPT[] = {
+  constexpr std::pair<unsigned long, unsigned long> kKept[] = {
       {ST_NOSUID, MS_NOSUID},   {ST_NODEV, MS_NODEV},           {ST_NOEXEC, MS_NOEXEC},
       {ST_NOATIME, MS_NOATIME}, {ST_NODIRATIME, MS_NODIRATIME}, {ST_RELATIME, MS_RELATIME}};
   unsigned long flags = MS_REMOUNT | MS_BIND | MS_RDONLY;
-  for (const auto& [has, keeps] : KEPT)
+  for (const auto& [has, keeps] : kKept)
     if ((info.f_flag & has) != 0) flags |= keeps;
   return mount(nullptr, path.c_str(), nullptr, flags, nullptr) == 0 || fail("remount " + path, ret_error);
 }
@@ -89,22 +89,22 @@ bool pass_through(const std::string& old_path, const std::string& path, std::str
 bool build(const Node& node, const std::string& old_folder, const std::string& folder, std::string& ret_error);
 
 bool build_entry(const Node& node, const std::string& old_path, const std::string& path, std::string& ret_error) {
-  if (!node.children.empty() || node.wanted == nullptr || node.wanted->what == WantedPath::FOLDER) {
+  if (!node.children.empty() || node.wanted == nullptr || node.wanted->what == WantedPath::kFolder) {
     if (mkdir(path.c_str(), 0755) != 0) return fail("mkdir " + path, ret_error);
     // A wanted folder has no other entries than the wanted ones.
     const bool fresh = node.wanted != nullptr;
     return build(node, fresh ? "" : old_path, path, ret_error);
   }
   switch (node.wanted->what) {
-    case WantedPath::FILE:
+    case WantedPath::kFile:
       return write_text(path, node.wanted->content, ret_error);
-    case WantedPath::DEVICE:
+    case WantedPath::kDevice:
       return write_text(path, "", ret_error) && bind(old_path_of("/dev/null"), path, ret_error);
-    case WantedPath::BOUND:
+    case WantedPath::kBound:
       if (mkdir(path.c_str(), 0755) != 0) return fail("mkdir " + path, ret_error);
       return bind(old_path_of(node.wanted->content), path, ret_error) && make_read_only(path, ret_error);
-    case WantedPath::FOLDER:
-    case WantedPath::ABSENT:
+    case WantedPath::kFolder:
+    case WantedPath::kAbsent:
       break;
   }
   return true;
@@ -121,7 +121,7 @@ bool pass_through_others(const Node& node, const std::string& old_folder, const 
     const dirent* entry = readdir(listing.get());
     if (entry == nullptr) return errno == 0 || fail("readdir " + folder, ret_error);
     const std::string name = entry->d_name;
-    if (name == "." || name == ".." || node.children.contains(name) || "/" + name == OLD_ROOT) continue;
+    if (name == "." || name == ".." || node.children.contains(name) || "/" + name == kOldRoot) continue;
     if (!pass_through(old_folder + "/" + name, folder + "/" + name, ret_error)) return false;
   }
 }
@@ -165,7 +165,7 @@ bool sandbox_enter(const WantedPaths& wanted, NewFolders folders, std::string& r
   Node root;
   for (const auto& [path, what] : wanted) {
     // A path that the machine does not have anyway needs no new folders.
-    if (what.what == WantedPath::ABSENT && access(path.c_str(), F_OK) != 0) continue;
+    if (what.what == WantedPath::kAbsent && access(path.c_str(), F_OK) != 0) continue;
     Node* node = &root;
     for (std::size_t at = 1; at <= path.size();) {
       const std::size_t end = std::min(path.find('/', at), path.size());
@@ -183,17 +183,17 @@ bool sandbox_enter(const WantedPaths& wanted, NewFolders folders, std::string& r
   const bool has_working_folder = getcwd(working_folder, sizeof working_folder) != nullptr;
   bool of_user = false;
   if (!enter_namespace(of_user, ret_error)) return false;
-  if (mount("tmpfs", BUILDING_SITE, "tmpfs", NEW_ROOT_FLAGS, "mode=755") != 0) return fail("mount tmpfs", ret_error);
-  const std::string old_root = BUILDING_SITE + std::string(OLD_ROOT);
+  if (mount("tmpfs", kBuildingSite, "tmpfs", kNewRootFlags, "mode=755") != 0) return fail("mount tmpfs", ret_error);
+  const std::string old_root = kBuildingSite + std::string(kOldRoot);
   if (mkdir(old_root.c_str(), 0700) != 0) return fail("mkdir " + old_root, ret_error);
-  if (syscall(SYS_pivot_root, BUILDING_SITE, old_root.c_str()) != 0) return fail("pivot_root", ret_error);
+  if (syscall(SYS_pivot_root, kBuildingSite, old_root.c_str()) != 0) return fail("pivot_root", ret_error);
   if (chdir("/") != 0) return fail("chdir /", ret_error);
-  if (!build(root, OLD_ROOT, "", ret_error)) return false;
-  if (umount2(OLD_ROOT, MNT_DETACH) != 0) return fail("umount the machine's root", ret_error);
-  if (rmdir(OLD_ROOT) != 0) return fail("rmdir " + std::string(OLD_ROOT), ret_error);
+  if (!build(root, kOldRoot, "", ret_error)) return false;
+  if (umount2(kOldRoot, MNT_DETACH) != 0) return fail("umount the machine's root", ret_error);
+  if (rmdir(kOldRoot) != 0) return fail("rmdir " + std::string(kOldRoot), ret_error);
   if (has_working_folder && chdir(working_folder) != 0 && chdir("/") != 0) return fail("chdir /", ret_error);
-  constexpr unsigned long REMOUNT_FLAGS = MS_REMOUNT | MS_BIND | MS_RDONLY | NEW_ROOT_FLAGS;
-  if (folders == NewFolders::READ_ONLY && mount(nullptr, "/", nullptr, REMOUNT_FLAGS, nullptr) != 0)
+  constexpr unsigned long kRemountFlags = MS_REMOUNT | MS_BIND | MS_RDONLY | kNewRootFlags;
+  if (folders == NewFolders::kReadOnly && mount(nullptr, "/", nullptr, kRemountFlags, nullptr) != 0)
     return fail("make the new folders read-only", ret_error);
   return !of_user || drop_capabilities(ret_error);
 }

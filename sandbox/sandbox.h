@@ -6,14 +6,14 @@
 #include <string>
 
 struct WantedPath {
-  enum What { FILE, FOLDER, ABSENT, DEVICE, BOUND } what = FILE;
+  enum What { kFile, kFolder, kAbsent, kDevice, kBound } what = kFile;
   std::string content;  // a file's text; for BOUND, the real path of the machine's folder, which is shown read-only
 };
 using WantedPaths = std::map<std::string, WantedPath>;  // by absolute path, without a slash at its end
 
 // Whether files can be created in the folders that belong to the view itself, such as its root. They are lost with the
 // process.
-enum class NewFolders { WRITABLE, READ_ONLY };
+enum class NewFolders { kWritable, kReadOnly };
 
 // Moves this process, which must have only one thread, into a mount namespace of its own. Where the machine allows that
 // only to its superuser, the process also enters a user namespace, in which it keeps its user and group. Later mounts

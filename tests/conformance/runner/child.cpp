@@ -107,9 +107,9 @@ bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
     bool covered = false;
     for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
     // What is wanted below it brings it into being, as a folder with nothing of the machine's.
-    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::FOLDER : WantedPath::ABSENT, .content = ""});
+    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::kFolder : WantedPath::kAbsent, .content = ""});
   }
-  return sandbox_enter(wanted, NewFolders::WRITABLE, ret_error);
+  return sandbox_enter(wanted, NewFolders::kWritable, ret_error);
 }
 
 void take_streams(const ChildFiles& files) {

@@ -66,11 +66,11 @@ struct Bench {
 };
 
 Job get_job(const char* id, std::uint64_t client = 1) {
-  return {.client = client, .id = id, .call = {.kind = CallKind::get, .uri = "/gate"}};
+  return {.client = client, .id = id, .call = {.kind = CallKind::kGet, .uri = "/gate"}};
 }
 
 Job control_job(const char* id, std::uint64_t client = 2) {
-  return {.client = client, .id = id, .call = {.kind = CallKind::control, .text = "[\"volume\"]"}};
+  return {.client = client, .id = id, .call = {.kind = CallKind::kControl, .text = "[\"volume\"]"}};
 }
 
 RunnerAdd add(Runner& runner, Job job, std::size_t most = 100) { return runner_add(runner, job, most); }
@@ -107,32 +107,32 @@ TEST(Runner, ClientsTakeTurns) {
   EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
   std::string order;
   for (const std::string& one : bench.delivered) order += one[0];
-  ASSERT_EQ(limit_calls_in_turn, 4u);
+  ASSERT_EQ(kLimitCallsInTurn, 4u);
   EXPECT_EQ(order, "aaaabbbcaaaaaa");
 }
 
 TEST(Runner, LanesHaveLimitsOfTheirOwn) {
   Bench bench;
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::full);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kFull);
   // The plugin's lane is full; commands still get through, and no client fills their lane.
   std::uint64_t client = 10;
-  for (std::size_t i = 0; i < limit_control_requests_per_client; ++i)
-    EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::full_for_client);
-  for (std::size_t i = limit_control_requests_per_client; i < limit_control_requests; ++i)
-    EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::full);
+  for (std::size_t i = 0; i < kLimitControlRequestsPerClient; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::kFullForClient);
+  for (std::size_t i = kLimitControlRequestsPerClient; i < kLimitControlRequests; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::kFull);
 }
 
 TEST(Runner, WaitingRequestsHaveAMemoryLimit) {
   Bench bench;
   Job large = get_job("large");
-  large.call.text.assign(limit_waiting_bytes, 'x');
-  EXPECT_EQ(add(bench.runner, large), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::full);
+  large.call.text.assign(kLimitWaitingBytes, 'x');
+  EXPECT_EQ(add(bench.runner, large), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::kFull);
   EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
-  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::kAdded);
 }
 
 TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {

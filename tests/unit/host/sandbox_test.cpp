@@ -81,9 +81,9 @@ class Sandbox : public testing::Test {
   int look_from_inside(NewFolders folders) const {
     const uid_t user = getuid();
     std::string error;
-    const WantedPaths wanted = {{"/3rd/made/bound", {.what = WantedPath::BOUND, .content = folder}},
-                                {"/3rd/made/file", {.what = WantedPath::FILE, .content = "a file's"}},
-                                {DEVICE_PATH, {.what = WantedPath::DEVICE, .content = {}}}};
+    const WantedPaths wanted = {{"/3rd/made/bound", {.what = WantedPath::kBound, .content = folder}},
+                                {"/3rd/made/file", {.what = WantedPath::kFile, .content = "a file's"}},
+                                {kDevicePath, {.what = WantedPath::kDevice, .content = {}}}};
     fs::current_path(folder);
     if (!sandbox_enter(wanted, folders, error)) {
       fprintf(stderr, "refused: %s\n", error.c_str());
@@ -93,17 +93,17 @@ class Sandbox : public testing::Test {
     expect(text_of("/3rd/made/file") == "a file's", "a file has its content");
     expect(text_of("text") == "the machine's" && fs::current_path() == folder, "the working folder stays");
     expect(makes_file("new") && fs::exists(folder / "new"), "the machine's folders can be written to");
-    expect(makes_file("/3rd/made/new") == (folders == NewFolders::WRITABLE), "new folders are as they are wanted");
+    expect(makes_file("/3rd/made/new") == (folders == NewFolders::kWritable), "new folders are as they are wanted");
     expect(error_of_writing("/3rd/made/bound/text") == EROFS, "the files of a bound folder are read-only");
     expect(error_of_writing("/3rd/made/bound/new") == EROFS, "no file can be made in a bound folder");
     expect(is_mounted_with("/3rd/made/bound", {"ro"}), "a bound folder is mounted read-only");
     expect(is_mounted_with("/", {"nosuid", "nodev"}), "the new root honours neither set-user-ID files nor devices");
-    expect(is_mounted_with("/", {folders == NewFolders::WRITABLE ? "rw" : "ro"}), "the new root is as it is wanted");
+    expect(is_mounted_with("/", {folders == NewFolders::kWritable ? "rw" : "ro"}), "the new root is as it is wanted");
     expect(!fs::exists("/.machine"), "the machine's root is out of reach");
     expect(getuid() == user, "the user stays who it is");
 
     device_listen(type);
-    const int device = open(DEVICE_PATH, O_RDWR | O_CLOEXEC);
+    const int device = open(kDevicePath, O_RDWR | O_CLOEXEC);
     char character = 'x';
     expect(ioctl(device, 0, &character) == 0 && typed == "x", "the device's characters are heard");
     device_listen(nullptr);
@@ -116,7 +116,7 @@ class Sandbox : public testing::Test {
 
 TEST_F(Sandbox, HasWhatIsWanted) {
   const bool had = fs::exists("/3rd/made");
-  for (const NewFolders folders : {NewFolders::WRITABLE, NewFolders::READ_ONLY})
+  for (const NewFolders folders : {NewFolders::kWritable, NewFolders::kReadOnly})
     EXPECT_EXIT(_exit(look_from_inside(folders)), testing::ExitedWithCode(0), "");
   EXPECT_EQ(fs::exists("/3rd/made"), had) << "nothing is made on the machine";
 }
@@ -124,22 +124,22 @@ TEST_F(Sandbox, HasWhatIsWanted) {
 // Tries to enter and prints why it cannot; the exit code is 0 when it cannot.
 [[noreturn]] void fail_to_enter(const WantedPaths& wanted) {
   std::string error;
-  const bool entered = sandbox_enter(wanted, NewFolders::WRITABLE, error);
+  const bool entered = sandbox_enter(wanted, NewFolders::kWritable, error);
   fprintf(stderr, "%s\n", error.c_str());
   _exit(entered ? 1 : 0);
 }
 
 TEST_F(Sandbox, SaysWhatItCannotDo) {
-  const WantedPaths missing = {{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}};
+  const WantedPaths missing = {{"/3rd/made", {.what = WantedPath::kBound, .content = folder / "missing"}}};
   EXPECT_EXIT(fail_to_enter(missing), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
 }
 
 TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
   fs::create_symlink("loop", folder / "loop");
-  const WantedPaths in_loop = {{folder / "loop/file", {.what = WantedPath::FILE, .content = "a file's"}}};
+  const WantedPaths in_loop = {{folder / "loop/file", {.what = WantedPath::kFile, .content = "a file's"}}};
   EXPECT_EXIT(fail_to_enter(in_loop), testing::ExitedWithCode(0),
               getuid() == 0 ? "opendir .*/loop: Too many levels" : ".");
-  const WantedPaths in_file = {{folder / "text/file", {.what = WantedPath::FILE, .content = "a file's"}}};
+  const WantedPaths in_file = {{folder / "text/file", {.what = WantedPath::kFile, .content = "a file's"}}};
   EXPECT_EXIT(fail_to_enter(in_file), testing::ExitedWithCode(0),
               getuid() == 0 ? "opendir .*/text: Not a directory" : ".");
 }

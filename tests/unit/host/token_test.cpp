@@ -25,7 +25,7 @@ struct Folder {
     std::string text;
     std::string error;
     EXPECT_TRUE(token_read(path, text, error)) << error;
-    EXPECT_EQ(text.size(), token_digits);
+    EXPECT_EQ(text.size(), kTokenDigits);
     EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos);
     return text;
   }
@@ -38,7 +38,7 @@ TEST(Token, IsMadeOnceAndKept) {
   struct stat facts {};
   ASSERT_EQ(stat(folder.file().c_str(), &facts), 0);
   EXPECT_EQ(facts.st_mode & 07777, 0600u);
-  EXPECT_EQ(facts.st_size, static_cast<off_t>(token_digits) + 1);
+  EXPECT_EQ(facts.st_size, static_cast<off_t>(kTokenDigits) + 1);
   const Folder other_start;
   fs::remove(other_start.file());
   EXPECT_NE(other_start.token(), token);

@@ -49,11 +49,11 @@ Heard hear(const std::vector<std::string>& pieces) {
     waiting += piece;
     std::string_view window = waiting;
     WsMessage message;
-    WsRead step = WsRead::more;
-    while ((step = ws_read(*stream, window, message)) == WsRead::message || step == WsRead::again)
-      if (step == WsRead::message)
+    WsRead step = WsRead::kMore;
+    while ((step = ws_read(*stream, window, message)) == WsRead::kMessage || step == WsRead::kAgain)
+      if (step == WsRead::kMessage)
         heard.messages.append(message.binary ? "binary:" : "").append(message.text).append("|");
-    if (step == WsRead::closed) heard.closed = true;
+    if (step == WsRead::kClosed) heard.closed = true;
     waiting.erase(0, waiting.size() - window.size());
   }
   heard.output = ws_output(*stream);
@@ -176,7 +176,7 @@ TEST(WsWire, ManyFramesAreReadInParts) {
   std::string_view window = many;
   WsMessage message;
   int parts = 1;
-  while (ws_read(*stream, window, message) == WsRead::again) ++parts;
+  while (ws_read(*stream, window, message) == WsRead::kAgain) ++parts;
   EXPECT_EQ(parts, 19);  // of 32 frames, the last of fewer
   EXPECT_EQ(message.text, std::string(600, 'x') + "y");
 }
@@ -192,7 +192,7 @@ TEST(WsWire, ACloseOfOursIsWrittenOnce) {
   const std::string more = frame(1, "late");
   std::string_view window = more;
   WsMessage message;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::closed);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kClosed);
   EXPECT_EQ(ws_output(*stream), "\x88\x09\x03\xE9leaving");
 }
 
@@ -201,11 +201,11 @@ TEST(WsWire, WhatAnUnfinishedMessageHoldsIsKnown) {
   const std::string half = frame(1, std::string(500, 'x'), false);
   std::string_view window = half;
   WsMessage message;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::more);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kMore);
   EXPECT_EQ(ws_held(*stream), 500u);
   const std::string rest = frame(0, "y");
   window = rest;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::message);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kMessage);
   EXPECT_EQ(ws_held(*stream), 0u);
 }
 

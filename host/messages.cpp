@@ -20,7 +20,7 @@ void send_reply(Server& server, Client& client, std::string text) {
 // What a batch holds before there is any reply.
 std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof(std::string); }
 
-bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= limit_batch_reply_bytes; }
+bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= kLimitBatchReplyBytes; }
 
 // The reply to a request that exceeds a limit. allowed: the sentence up to the number, unit: what follows it.
 std::string beyond_limit(std::string_view id, std::string_view allowed, std::size_t limit, std::string_view unit) {
@@ -31,7 +31,7 @@ std::string beyond_limit(std::string_view id, std::string_view allowed, std::siz
 
 // The reply in place of one that its batch has no room for.
 std::string no_room(std::string_view id) {
-  return beyond_limit(id, "the replies of a batch may have ", limit_batch_reply_bytes, " bytes together");
+  return beyond_limit(id, "the replies of a batch may have ", kLimitBatchReplyBytes, " bytes together");
 }
 
 // The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
@@ -96,18 +96,18 @@ std::string authorize(const Server& server, Client& client, const RpcRequest& re
 
 // The reply to a request that calls nothing.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
-  if (request.method == RpcMethod::list)
+  if (request.method == RpcMethod::kList)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
   if (!client.websocket)
     return rpc_error(request.id, RpcError::kInvalidRequest,
                      "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
                      "Authorization: Bearer TOKEN shows the token");
   switch (request.method) {
-    case RpcMethod::subscribe:
+    case RpcMethod::kSubscribe:
       return subscribe(server, client, request);
-    case RpcMethod::unsubscribe:
+    case RpcMethod::kUnsubscribe:
       return unsubscribe(server, client, request);
-    case RpcMethod::authorize:
+    case RpcMethod::kAuthorize:
       return authorize(server, client, request);
     default:
       return trace(server, client, request);
@@ -115,40 +115,40 @@ std::string answer_at_once(Server& server, Client& client, const RpcRequest& req
 }
 
 bool calls_platform(RpcMethod method) {
-  return method == RpcMethod::get || method == RpcMethod::set || method == RpcMethod::tv;
+  return method == RpcMethod::kGet || method == RpcMethod::kSet || method == RpcMethod::kTv;
 }
 
 // Whether the request needs a token that its client has not shown. Commands act for the viewer and the world, which
 // applications do not.
 bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
-  if (client.authorized || method == RpcMethod::authorize) return false;
-  return method == RpcMethod::tv || server.options.require_token;
+  if (client.authorized || method == RpcMethod::kAuthorize) return false;
+  return method == RpcMethod::kTv || server.options.require_token;
 }
 
-constexpr std::string_view forbidden_text =
+constexpr std::string_view kForbiddenText =
     "this needs the token of this server, from the file \"token\" in its state folder; see the method authorize";
-constexpr std::string_view busy_text = "too many requests wait for the platform; try again";
-constexpr std::string_view busy_client_text = "too many commands of this connection wait; try again";
+constexpr std::string_view kBusyText = "too many requests wait for the platform; try again";
+constexpr std::string_view kBusyClientText = "too many commands of this connection wait; try again";
 
 void handle_request(Server& server, Client& client, RpcRequest& request, std::uint64_t batch, std::size_t slot) {
   const auto refuse = [&](RpcError code, std::string_view text, std::string_view data = {}) {
     reply(server, client, batch, slot, request.id, rpc_error(request.id, code, text, data));
   };
-  if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, forbidden_text);
+  if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, kForbiddenText);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
   // A thousand lists, made only to be dropped, would take long.
-  if (request.method == RpcMethod::list && batch != 0 && !request.id.empty() &&
+  if (request.method == RpcMethod::kList && batch != 0 && !request.id.empty() &&
       !has_room(client.batches.at(batch), server.catalogue.description.size()))
     return reply(server, client, batch, slot, request.id, no_room(request.id));
   if (!calls_platform(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
   Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
   const RunnerAdd added = runner_add(server.runner, job, server.options.limits.requests);
-  if (added == RunnerAdd::added) {
+  if (added == RunnerAdd::kAdded) {
     ++client.outstanding;
     return;
   }
-  refuse(RpcError::kBusy, added == RunnerAdd::full ? busy_text : busy_client_text,
+  refuse(RpcError::kBusy, added == RunnerAdd::kFull ? kBusyText : kBusyClientText,
          "{\"waiting\":" + std::to_string(runner_waiting(server.runner)) + "}");
 }
 
@@ -225,8 +225,8 @@ void server_handle_message(Server& server, Client& client, std::string_view text
 
 void server_add_call(Server& server, Client& client, Call call) {
   Job job{.client = client.id, .call = std::move(call)};
-  if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::added)
-    return server_answer(server, client, http_error(503, busy_text));
+  if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::kAdded)
+    return server_answer(server, client, http_error(503, kBusyText));
   ++client.outstanding;
 }
 
