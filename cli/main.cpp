@@ -45,12 +45,12 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"--host", "ADDR:PORT", "The host to talk to; also DTV_HOST in the environment (default 127.0.0.1:8080)",
+    {"--host", "ADDR:PORT", "The host to connect to; also DTV_HOST in the environment (default 127.0.0.1:8080)",
      [](const std::string& argument, Options& options) {
        options.host = argument;
        return !argument.empty();
      }},
-    {"--local", "", "No host: the plugin and a virtual television run in this process, for this command",
+    {"--local", "", "Without a host: run the plugin and a virtual television in this process, for this command",
      [](const std::string&, Options& options) { return options.local = true; }},
     {"--state", "FOLDER",
      "The state folder: the host's, for its token; with --local the set's (default: the XDG state folder)",
@@ -61,16 +61,16 @@ constexpr OptionRow kOptions[] = {
     {"--json", "", "JSON lines instead of tables",
      [](const std::string&, Options& options) { return options.json = true; }},
     {"--count", "N", "watch, trace: end after N lines", read_count},
-    {"--for", "SECONDS", "watch, trace: end after so long",
+    {"--for", "SECONDS", "watch, trace: end after this time",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
-    {"--can", "get|set|notify", "list: only URIs of which this has an effect",
+    {"--can", "get|set|notify", "list: only URIs with this use",
      [](const std::string& argument, Options& options) {
        options.can = argument;
        return std::ranges::find(kUses, argument) != std::end(kUses);
      }},
     {"--timeout", "SECONDS", "How long an answer may take (default 30)",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.timeout); }},
-    {"--help", "", "This help, or with a command the command's; also -h", nullptr},
+    {"--help", "", "This help, or with a command the help of the command; also -h", nullptr},
     {"--version", "", "The version", nullptr},
 };
 
@@ -78,23 +78,24 @@ constexpr std::string_view kAfterExitCodes =
     "\n"
     "Ctrl-C ends watch and trace.\n"
     "\n"
-    "A host wants its token before it lets anybody control the television (tv; with --require-token everything). The\n"
-    "token is the file \"token\" in the host's state folder, or the variable DTV_TOKEN; --state goes before it.\n"
-    "A host that is not on this machine gets it, in clear text, only when --state or DTV_TOKEN is there.\n"
+    "A host requires its token for control commands (tv), and with --require-token for everything. dtvctl takes the\n"
+    "token from the file \"token\" in the folder of --state, else from the variable DTV_TOKEN, else from the default\n"
+    "state folder. To a host on another machine it sends the token, in clear text, only with --state or DTV_TOKEN.\n"
     "\n"
-    "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words;\n"
-    "all words behind tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\";\n"
-    "\"make install\" puts that file where bash finds it.\n"
+    "Colours are used only on a terminal, and not with NO_COLOR. Options may precede or follow a command's words; all\n"
+    "words after tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\"; \"make "
+    "install\"\n"
+    "puts that file where bash finds it.\n"
     "\n"
     "First steps:\n"
     "  make run                                   start a host with a virtual television\n"
     "  dtvctl list volume                         find the URI\n"
     "  dtvctl get /tv/cast/volume/volume          read it\n"
     "  dtvctl set /tv/cast/volume/volume 23       change it\n"
-    "  dtvctl watch /tv/ws/notify/volume_ctrl     be told of changes; in another shell:\n"
+    "  dtvctl watch /tv/ws/notify/volume_ctrl     print changes; in another shell:\n"
     "  dtvctl tv volume up                        press a key of the remote control\n";
 
-// Text that ends with a line feed.
+// Prints a text that ends with a line feed.
 void print_text(std::string_view text) { print_line(text.substr(0, text.size() - 1)); }
 
 void print_help(const Command* command) {
@@ -131,7 +132,7 @@ std::string suggestion(const std::string& name, const Table& table) {
   return near.empty() ? "" : "; did you mean " + near[0] + "?";
 }
 
-// Takes the option at words[index], with its argument. kRun: the caller goes on behind it.
+// Takes the option at words[index] with its argument. Returns kRun when the caller goes on with the next word.
 Parsed take_option(const std::vector<std::string>& words, std::size_t& index, Options& options,
                    std::string& ret_wrong) {
   std::string name = words[index] == "-h" ? "--help" : words[index];
@@ -165,7 +166,7 @@ Parsed take_option(const std::vector<std::string>& words, std::size_t& index, Op
   return Parsed::kRun;
 }
 
-// "-5" is a number; "--" and what stands behind it are words.
+// "-5" is a number; "--" and everything after it are words.
 bool is_option(const std::string& word) {
   return word.size() > 1 && word[0] == '-' && word != "--" && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
 }
@@ -214,7 +215,7 @@ int complain(const Failure& failure) {
   return failure.exit_code;
 }
 
-// The exit code for a result whose text has been printed. A pipe that nobody reads ends the program as a pipe does.
+// The exit code after the results are printed. A pipe without a reader ends the program by SIGPIPE, as usual.
 int finish(int result) {
   const int error = output_error();
   if (error == EPIPE) {
@@ -256,7 +257,7 @@ int main(int count, char** values) {
     if (!failure.text.empty()) complain(failure);
     if (opens) session.close();
     return finish(result);
-  } catch (const std::exception& unexpected) {  // without memory, or a description of another form than agreed
+  } catch (const std::exception& unexpected) {  // no memory, or a description that has not the agreed form
     return complain({kExitProtocol, std::string("an answer that cannot be used: ") + unexpected.what()});
   }
 }

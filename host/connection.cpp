@@ -32,7 +32,7 @@ void forget_client(Server& server, std::uint64_t id) {
   server.clients.erase(found);
 }
 
-// Keeps the server's sums up to date with what this client holds.
+// Updates the server's sums with the bytes that this client holds.
 void account(Server& server, const Client& client) {
   Line& line = *client.line;
   std::size_t held = line.input.size();
@@ -47,7 +47,7 @@ void account(Server& server, const Client& client) {
   line.reply_bytes = replies;
 }
 
-// Whether a WebSocket client has so much waiting that no more of its requests are taken.
+// Whether so many calls or replies of a WebSocket client are waiting that no more of its requests are read.
 bool is_full(Server& server, const Client& client) {
   account(server, client);
   const std::size_t most =
@@ -55,7 +55,7 @@ bool is_full(Server& server, const Client& client) {
   return client.outstanding >= kLimitClientRequests || client.line->reply_bytes >= most;
 }
 
-// The rest of the answer, from its file, as far as it fits into one chunk. False: the file does not have it any more.
+// Appends the next part of an answer from its file, at most one chunk. Returns false when the file has become shorter.
 bool read_file(Line& line) {
   char piece[kLimitChunkBytes];
   const ssize_t bytes = read(line.file.descriptor, piece, std::min<std::size_t>(sizeof piece, line.file.bytes));
@@ -66,13 +66,13 @@ bool read_file(Line& line) {
   return true;
 }
 
-// Takes the next piece that is to be sent; false: there is none.
+// Takes the next bytes to send; returns false when there are none.
 bool next_chunk(Client& client) {
   Line& line = *client.line;
   line.sent = 0;
   line.write_due = kNever;
-  constexpr std::size_t kEptBytes = 4096;
-  if (line.unsent.capacity() > kEptBytes) line.unsent = {};
+  constexpr std::size_t kKeptBytes = 4096;
+  if (line.unsent.capacity() > kKeptBytes) line.unsent = {};
   line.unsent.clear();
   if (line.file.descriptor >= 0) {
     line.unsent_replies = true;
@@ -90,7 +90,7 @@ bool next_chunk(Client& client) {
   return !line.unsent.empty();
 }
 
-// Sends what can be sent now.
+// Sends as much as the socket takes now.
 void send_output(Server& server, Client& client) {
   Line& line = *client.line;
   while (line.state != State::kDead && (line.sent < line.unsent.size() || next_chunk(client))) {
@@ -99,7 +99,7 @@ void send_output(Server& server, Client& client) {
         line.socket.write_some(asio::buffer(line.unsent.data() + line.sent, line.unsent.size() - line.sent), failure);
     line.sent += bytes;
     if (failure == asio::error::would_block) {
-      // Notifications alone may wait: they are few, and the oldest are dropped.
+      // Notifications alone have no deadline: their number is limited, and the oldest are dropped.
       const bool replies = line.unsent_replies || client.outbox.replies_bytes > 0;
       if (replies && line.write_due == kNever) {
         line.write_due = steady_clock::now() + server.options.limits.reply_time;
@@ -122,12 +122,12 @@ void send_output(Server& server, Client& client) {
   }
 }
 
-// Lets the protocol take what it can of the window, and sends what comes of it. A client that has sent much is left in
-// the middle of it after a while, so that others have their turn.
+// Lets the protocol read from the window, and sends the answers. A client that has sent much is interrupted after a
+// while, so that other clients get their turn.
 void advance(Server& server, Client& client, std::string_view& window) {
   constexpr std::chrono::microseconds kTurn(100);
   Line& line = *client.line;
-  const unsigned steps_between_looks = line.stream != nullptr ? 8 : 1;  // an HTTP request may ask for a long answer
+  const unsigned steps_between_looks = line.stream != nullptr ? 8 : 1;  // an HTTP request may need a long answer
   line.yielded = false;
   std::optional<TimePoint> end;
   unsigned steps = 0;
@@ -149,7 +149,7 @@ void advance(Server& server, Client& client, std::string_view& window) {
         else if (!is_full(server, client))
           moved = read_websocket(server, client, window);
         else
-          enter_phase(server, line, Phase::kNothing);  // it is this server that keeps a message from coming
+          enter_phase(server, line, Phase::kNothing);  // the server, not the client, delays the message
         break;
       case State::kAnswering:
       case State::kLeaving:
@@ -164,15 +164,15 @@ void advance(Server& server, Client& client, std::string_view& window) {
         break;
     }
   }
-  // 100 Continue
+  // The interim answer 100 Continue.
   if (line.state == State::kReading && line.stream == nullptr && line.sent < line.unsent.size())
     send_output(server, client);
 }
 
-// The end of everything that may have changed a connection.
+// Called after everything that may have changed a connection: enforces limits, and reads or closes it.
 void settle(Server& server, Client& client) {
   Line& line = *client.line;
-  // The answers of the protocol's own, such as pongs.
+  // Answers that the protocol itself produces, such as pongs.
   if (line.stream != nullptr && !ws_output(*line.stream).empty() && !line.write_awaited) send_output(server, client);
   account(server, client);
   if (line.receiving_bytes > 0 && server.receiving_bytes > kLimitReceivingBytes && line.state == State::kReading) {
@@ -194,7 +194,7 @@ void settle(Server& server, Client& client) {
   if (takes || line.state == State::kLingering) await_read(server, client);
 }
 
-// Lets the protocol take what has been received before, and perhaps more now.
+// Lets the protocol read the bytes that were received earlier.
 void resume(Server& server, Client& client) {
   Line& line = *client.line;
   if (line.input.empty()) {
@@ -203,20 +203,20 @@ void resume(Server& server, Client& client) {
   }
   std::string_view window = line.input;
   advance(server, client, window);
-  constexpr std::size_t kEptBytes = 4096;
-  if (window.empty() && line.input.capacity() > kEptBytes)
+  constexpr std::size_t kKeptBytes = 4096;
+  if (window.empty() && line.input.capacity() > kKeptBytes)
     line.input = {};
   else
     line.input.erase(0, line.input.size() - window.size());
 }
 
-// The client has shut its side, or is gone.
+// The client has closed its sending side, or the connection is lost.
 void on_end(Server& server, Client& client) {
   Line& line = *client.line;
   if (line.state == State::kReading && line.reader != nullptr && http_is_within(*line.reader, line.input)) {
     refuse_http(server, client,
-                line.phase == Phase::kBody ? http_error(408, "the body did not come whole")
-                                           : http_error(400, "the headers did not end"));
+                line.phase == Phase::kBody ? http_error(408, "the body is incomplete")
+                                           : http_error(400, "the headers are incomplete"));
     send_output(server, client);
     if (line.state != State::kAnswering) line.state = State::kDead;
     return;
@@ -269,14 +269,15 @@ void await_write(Server& server, Client& client) {
                                  }));
 }
 
-// Whether the client has shut its side, or is gone, while nobody reads from it.
+// Whether the client has closed its sending side, or the connection is lost, while the server does not read from it.
 bool has_left(Line& line) {
   pollfd ended = {.fd = line.socket.native_handle(), .events = POLLRDHUP, .revents = 0};
   return !line.read_awaited && poll(&ended, 1, 0) > 0;
 }
 
-// A connection makes room for a new one, excess or not: of those that wait for their next request, or send one slowly,
-// the one that does so longest; else one whose client has left while its calls wait. Returns false where there is none.
+// Closes a connection to make room for a new one, among the excess connections or among the others: the one that has
+// waited longest for its next request or its end, or else one whose client has left while its calls wait. Returns false
+// when there is none.
 bool make_room(Server& server, bool excess) {
   Client* longest = nullptr;
   Client* left = nullptr;
@@ -293,7 +294,7 @@ bool make_room(Server& server, bool excess) {
   return true;
 }
 
-// Takes one of the places for connections, or for those beyond the maximum. Returns false where there is none.
+// Takes a place for a connection, regular or excess. Returns false when there is none.
 bool take_place(Server& server, bool& ret_excess) {
   const std::size_t most = server.options.limits.connections;
   ret_excess = false;
@@ -304,24 +305,24 @@ bool take_place(Server& server, bool& ret_excess) {
   return !ret_excess || beyond < kLimitExcessConnections || make_room(server, true);
 }
 
-// What a deadline that has passed means.
+// Handles a deadline that has passed.
 void on_overdue(Server& server, Client& client) {
   Line& line = *client.line;
   if (line.write_due <= steady_clock::now()) {
-    line.state = State::kDead;  // a reply that nobody reads
+    line.state = State::kDead;  // the client does not read its reply
     return;
   }
   const Phase phase = std::exchange(line.phase, Phase::kNothing);
   line.read_due = kNever;
   switch (phase) {
     case Phase::kHead:
-      refuse_http(server, client, http_error(408, "the headers did not end in time"));
+      refuse_http(server, client, http_error(408, "the headers were not complete in time"));
       return send_output(server, client);
     case Phase::kBody:
-      refuse_http(server, client, http_error(408, "the body did not come whole in time"));
+      refuse_http(server, client, http_error(408, "the body was not complete in time"));
       return send_output(server, client);
     case Phase::kMessage:
-      ws_close(*line.stream, 1008, "the message did not come whole in time");
+      ws_close(*line.stream, 1008, "the message was not complete in time");
       line.state = State::kLeaving;
       return send_output(server, client);
     default:
@@ -381,10 +382,10 @@ void connection_say_goodbye(Server& server) {
   for (const auto& [id, client] : server.clients) {
     Line& line = *client->line;
     if (line.stream == nullptr || !ws_is_open(*line.stream)) continue;
-    ws_close(*line.stream, 1001, "the server leaves");
+    ws_close(*line.stream, 1001, "the server is shutting down");
     line.state = State::kLeaving;
     send_output(server, *client);
-    // A socket that is closed with bytes unread resets the connection, and the close frame may be lost with it.
+    // Closing a socket with unread bytes resets the connection, and the close frame could be lost.
     boost::system::error_code failure;
     line.socket.read_some(asio::buffer(server.network->buffer), failure);
   }

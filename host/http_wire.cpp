@@ -24,7 +24,7 @@ std::string_view view(beast::string_view text) { return {text.data(), text.size(
 
 std::string_view field(const Fields& request, http::field name) { return view(request[name]); }
 
-// A field that may stand in several lines, which then count as one list.
+// A field that may occur in several lines, which together are one list.
 std::string joined(const Fields& request, http::field name) {
   std::string all;
   const auto [begin, end] = request.equal_range(name);
@@ -34,9 +34,9 @@ std::string joined(const Fields& request, http::field name) {
 
 HttpAnswer malformed(std::string_view what) { return http_error(400, what); }
 
-// Looks for the blank line that ends a head, from ret_seen on, which bytes up to there have passed. Returns the head's
-// length, 0 where it has not ended yet. What separates requests must be beyond doubt: only CR LF ends a line, no line
-// is folded, and no control character stands anywhere.
+// Searches the blank line that ends a head, from ret_seen on; the bytes before have been checked. Returns the head's
+// length, or 0 when its end has not arrived. The boundary between requests must be beyond doubt: only CR LF ends a
+// line, lines are not folded, and control characters are not allowed.
 std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnswer& ret_refusal) {
   for (std::size_t i = ret_seen; i < window.size(); ++i) {
     const auto c = static_cast<unsigned char>(window[i]);
@@ -46,7 +46,7 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
         return 0;
       }
       if (window[i + 1] != '\n') {
-        ret_refusal = malformed("a carriage return stands alone in the headers");
+        ret_refusal = malformed("the headers contain a carriage return without a line feed");
         return 0;
       }
       if (i >= 2 && window[i - 1] == '\n') return i + 2;
@@ -55,15 +55,15 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
         return 0;
       }
       if (window[i + 2] == ' ' || window[i + 2] == '\t') {
-        ret_refusal = malformed("a header is folded over two lines");
+        ret_refusal = malformed("a header is folded into two lines");
         return 0;
       }
       ++i;
     } else if (c == '\n') {
-      ret_refusal = malformed("a line feed stands alone in the headers");
+      ret_refusal = malformed("the headers contain a line feed without a carriage return");
       return 0;
     } else if ((c < 0x20 && c != '\t') || c == 0x7F) {
-      ret_refusal = malformed("a control character stands in the headers");
+      ret_refusal = malformed("the headers contain a control character");
       return 0;
     }
   }
@@ -84,15 +84,15 @@ std::string parse_failure(const beast::error_code& failure) {
     std::string_view text;
   };
   static constexpr Row kRows[] = {
-      {http::error::bad_method, "the method is no token"},
-      {http::error::bad_target, "the request line is METHOD TARGET HTTP/1.1, with one space between"},
+      {http::error::bad_method, "the method is not a token"},
+      {http::error::bad_target, "the request line must be METHOD TARGET HTTP/1.1, separated by single spaces"},
       {http::error::bad_version, kVersionFault},
-      {http::error::bad_field, "a header's name is no token that ends with a colon"},
-      {http::error::bad_value, "a header's value holds what it may not"},
+      {http::error::bad_field, "a header's name must be a token, followed by a colon"},
+      {http::error::bad_value, "a header's value contains a forbidden character"},
       {http::error::bad_content_length, kLengthFault},
       {http::error::multiple_content_length, kLengthsFault},
       {http::error::bad_transfer_encoding, kCodingFault},
-      {http::error::bad_chunk, "a chunk begins with its length in hexadecimal digits and ends with CR LF"},
+      {http::error::bad_chunk, "a chunk must begin with its length in hexadecimal digits and end with CR LF"},
       {http::error::bad_chunk_extension, "a chunk's extension is malformed"},
   };
   for (const Row& row : kRows)
@@ -100,10 +100,10 @@ std::string parse_failure(const beast::error_code& failure) {
   return "malformed HTTP: " + failure.message();
 }
 
-// What is wrong with the fields that say where the request ends, or whom it is for; empty: nothing.
+// Checks the fields that determine the end and the addressee of the request. Returns what is wrong, or an empty text.
 std::string_view framing_fault(const Fields& request) {
   if (request.version() != 10 && request.version() != 11) return kVersionFault;
-  if (request.count(http::field::host) != 1) return "a request has one Host header";
+  if (request.count(http::field::host) != 1) return "a request must have exactly one Host header";
   const std::size_t lengths = request.count(http::field::content_length);
   if (lengths > 1) return kLengthsFault;
   const std::string_view length = field(request, http::field::content_length);
@@ -113,7 +113,7 @@ std::string_view framing_fault(const Fields& request) {
     if (lengths > 0) return kCodingFault;
     if (codings > 1 || !equal_ignoring_case(field(request, http::field::transfer_encoding), "chunked") ||
         request.version() == 10)
-      return "of transfer encodings this server takes only chunked, in HTTP/1.1";
+      return "the only transfer encoding that this server accepts is chunked, in HTTP/1.1";
   }
   for (const http::field name : {http::field::origin, http::field::authorization, http::field::sec_websocket_key,
                                  http::field::sec_websocket_version})
@@ -145,7 +145,7 @@ bool is_plain(char c) { return static_cast<unsigned char>(c) > 0x20 && static_ca
 
 bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-// Reads the target into path, parameter and target_host. Returns what is wrong; empty: nothing.
+// Reads the target into path, parameter and target_host. Returns what is wrong, or an empty text.
 std::string_view read_target(std::string_view target, HttpRequest& request) {
   constexpr std::string_view kScheme = "http://";
   if (target == "*" && request.method == "OPTIONS") {
@@ -160,12 +160,12 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
     target.remove_prefix(authority.size());
     if (target.empty()) target = "/";
   }
-  if (!target.starts_with('/')) return "the target begins with a slash";
+  if (!target.starts_with('/')) return "the target must begin with a slash";
   if (!std::ranges::all_of(target, is_plain) || target.find('#') != std::string_view::npos)
-    return "the target holds a byte that has to be written as %HH";
+    return "the target contains a byte that must be written as %HH";
   const std::size_t question = target.find('?');
   if (!decode(target.substr(0, question), request.path)) return kEscapeFault;
-  if (std::ranges::any_of(request.path, is_control)) return "the path holds a control character";
+  if (std::ranges::any_of(request.path, is_control)) return "the path contains a control character";
   if (question == std::string_view::npos) return {};
 
   constexpr std::string_view kName = "parameter=";
@@ -246,7 +246,7 @@ static HttpAnswer too_long(const HttpReader& reader) {
 }
 
 static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
-  // Lines that are empty before a request line are skipped, as RFC 9112 has it.
+  // Empty lines before a request line are skipped, as RFC 9112 demands.
   while (!reader.begun && window.starts_with("\r\n")) window.remove_prefix(2);
   if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::kMore;
   reader.begun = true;
@@ -274,7 +274,7 @@ static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequ
   parser.put(asio::buffer(head.data(), head.size()), failure);
   if (failure == http::error::body_limit) return refuse(too_long(reader), ret_refusal);
   if (failure && failure != http::error::need_more) return refuse(malformed(parse_failure(failure)), ret_refusal);
-  if (!parser.is_header_done()) return refuse(malformed("the headers do not end where they should"), ret_refusal);
+  if (!parser.is_header_done()) return refuse(malformed("the headers end in the wrong place"), ret_refusal);
   if (const std::string_view fault = framing_fault(parser.get()); !fault.empty())
     return refuse(malformed(fault), ret_refusal);
 
@@ -301,9 +301,9 @@ HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& re
     if (taken == 0) break;
   }
   if (!parser.is_done()) {
-    // What the parser has not taken is the beginning of a chunk's line, or of the trailers.
+    // The bytes that the parser leaves are the beginning of a chunk's line or of the trailers.
     if (window.size() > kLimitSmallMessageBytes)
-      return refuse(malformed("a chunk's line, or the trailers, are too long"), ret_refusal);
+      return refuse(malformed("a chunk's line or the trailers are too long"), ret_refusal);
     return HttpRead::kMore;
   }
   request.body = std::move(parser.get().body());
@@ -341,9 +341,9 @@ std::string http_head(const HttpAnswer& answer, bool keeps_alive, std::string_vi
 }
 
 HttpAnswer http_upgrade_refusal(const HttpRequest& request) {
-  if (request.method != "GET") return malformed("a WebSocket is asked for with GET");
-  // Its bytes would be read as frames.
-  if (request.announces_body) return malformed("a request for a WebSocket has no body");
+  if (request.method != "GET") return malformed("a WebSocket upgrade must be a GET");
+  // The bytes of a body would be read as frames.
+  if (request.announces_body) return malformed("a WebSocket upgrade must not have a body");
   if (request.websocket_version != "13") {
     HttpAnswer answer = http_error(426, "this server speaks version 13 of WebSocket");
     answer.more = "sec-websocket-version: 13\r\n";

@@ -10,7 +10,7 @@ namespace json = boost::json;
 
 namespace {
 
-// What Boost.JSON's parser hands its findings to. All that is kept of them are the facts.
+// The handler that Boost.JSON's parser reports to. It keeps only the facts.
 struct FactsHandler {
   static constexpr std::size_t max_object_size = SIZE_MAX;
   static constexpr std::size_t max_array_size = SIZE_MAX;
@@ -63,7 +63,7 @@ std::size_t string_length(std::string_view text) {
   return i + 1;
 }
 
-// Length of the value that the text starts with.
+// Length of the value at the start of the text.
 std::size_t value_length(std::string_view text) {
   if (text.front() == '"') return string_length(text);
   std::size_t i = 0;
@@ -91,7 +91,7 @@ std::string_view take(std::string_view& text, std::size_t length) {
   return taken;
 }
 
-// Moves from the opening bracket, or from behind a value, to the next value; false at the closing bracket.
+// Moves from the opening bracket, or from the end of a value, to the next value. Returns false at the closing bracket.
 bool move_to_next(std::string_view& rest) {
   skip_spaces(rest);
   if (rest.empty() || rest.front() == '}' || rest.front() == ']') return false;

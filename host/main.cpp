@@ -17,19 +17,20 @@
 
 namespace {
 
-// For how long the end waits for a reader of stdout or stderr that stalls.
+// How long the end of the program waits for a stalled reader of stdout or stderr.
 constexpr std::chrono::milliseconds kLogPatience{1000};
 
 struct LogEnd {
   ~LogEnd() { log_relay_end(kLogPatience); }
 };
 
-// Counted down once the signal's thread no longer uses the server. Lives as long as that thread, which nobody joins.
+// Counted down when the signal's thread no longer uses the server. Never freed, since that thread is never joined.
 std::latch& stop_told = *new std::latch(1);
 
-// On a thread of its own: stops the server with the first signal. Where a platform call keeps it from stopping, the
-// process ends without it; nothing is lost, since the television's state is on disk. Signals come in bursts where a
-// wrapper passes on what the whole process group got: only one that comes later on is a wish to leave at once.
+// Runs on a thread of its own: stops the server at the first signal. If a platform call keeps the server from stopping,
+// the process ends without it; nothing is lost, since the television's state is on disk. Signals may come in bursts,
+// when a wrapper repeats a signal that the whole process group received: only a later signal is a request to end at
+// once.
 void wait_for_signal(Server& server, const sigset_t& signals) {
   using namespace std::chrono;
   constexpr milliseconds kPatience = 5s;
@@ -39,12 +40,12 @@ void wait_for_signal(Server& server, const sigset_t& signals) {
   const auto begin = steady_clock::now();
   server_stop(server);
   stop_told.count_down();
-  const char* reason = "a platform call does not return; leaving without it";
+  const char* reason = "a platform call does not return; ending without it";
   for (auto left = kPatience; left > 0ms; left = kPatience - duration_cast<milliseconds>(steady_clock::now() - begin)) {
     const timespec wait = {.tv_sec = left.count() / 1000, .tv_nsec = left.count() % 1000 * 1'000'000};
-    if (sigtimedwait(&signals, nullptr, &wait) < 0) continue;  // time is up, or a debugger's doing
+    if (sigtimedwait(&signals, nullptr, &wait) < 0) continue;  // the time is over, or a debugger interrupted the wait
     if (steady_clock::now() - begin < kBurst) continue;
-    reason = "told again to stop; leaving without waiting for a platform call";
+    reason = "another signal; ending without waiting for a platform call";
     break;
   }
   fprintf(stderr, "dtv-host: %s\n", reason);
@@ -61,7 +62,7 @@ int main(int argc, char** argv) {
   PrivatePaths paths;
   if (options.private_paths) paths = private_paths_enter(options.stack.state_folder);
 
-  // Before any other thread is made: all of them leave the signals to the one that waits for them.
+  // Before any other thread starts: all inherit the mask, and only one thread waits for these signals.
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
@@ -74,16 +75,16 @@ int main(int argc, char** argv) {
 
   Stack stack;
   std::string error;
-  if (!stack_start(options.stack, stack, error)) {
+  const auto fail = [&error] {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return kExitRefused;
-  }
-  // The virtual television has made the folder; another platform has not.
+  };
+  if (!stack_start(options.stack, stack, error)) return fail();
+  // The virtual television creates the folder; another platform does not.
   const std::string& folder = options.stack.state_folder;
   if (!stack_make_state_folder(folder, error) || !token_read(folder, options.server.token, error)) {
     stack_stop(stack);
-    fprintf(stderr, "dtv-host: %s\n", error.c_str());
-    return kExitRefused;
+    return fail();
   }
   private_paths_connect(paths, stack.tv_command);
   if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
@@ -94,11 +95,11 @@ int main(int argc, char** argv) {
   Server* server = server_start(options.server, stack, error);
   if (server == nullptr) {
     stack_stop(stack);
-    fprintf(stderr, "dtv-host: %s\n", error.c_str());
-    return kExitRefused;
+    return fail();
   }
   if (!policy_is_local(server_policy(*server)))
-    fputs("dtv-host: listening beyond this machine, without encryption: whoever reaches it can use the set\n", stderr);
+    fputs("dtv-host: listening beyond this machine, without encryption: everyone who can connect can use the set\n",
+          stderr);
   if (!options.quiet) {
     printf("dtv-host: http://%s/#token=%s\n", policy_authority(server_policy(*server)).c_str(),
            options.server.token.c_str());

@@ -5,7 +5,7 @@
 
 namespace {
 
-// A whole reply, or an empty text where nothing is to be said.
+// Sends a complete reply; an empty text means that there is none.
 void send_reply(Server& server, Client& client, std::string text) {
   if (client.websocket) {
     if (text.empty()) return;
@@ -17,7 +17,7 @@ void send_reply(Server& server, Client& client, std::string text) {
   server_answer(server, client, {.status = status, .body = std::move(text)});
 }
 
-// What a batch holds before there is any reply.
+// Bytes that a batch holds before its first reply.
 std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof(std::string); }
 
 bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= kLimitBatchReplyBytes; }
@@ -29,12 +29,13 @@ std::string beyond_limit(std::string_view id, std::string_view allowed, std::siz
                    "{\"limit\":" + number + "}");
 }
 
-// The reply in place of one that its batch has no room for.
+// Replaces a reply that does not fit into its batch.
 std::string no_room(std::string_view id) {
   return beyond_limit(id, "the replies of a batch may have ", kLimitBatchReplyBytes, " bytes together");
 }
 
-// The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
+// Sends the reply to one request, or keeps it until its batch is complete. With an empty id, that of a notification,
+// nothing is sent.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
   if (id.empty()) text = {};  // not clear(), which would keep its memory until the batch is complete
@@ -94,7 +95,7 @@ std::string authorize(const Server& server, Client& client, const RpcRequest& re
                            : rpc_error(request.id, RpcError::kForbidden, "this is not the token of this server");
 }
 
-// The reply to a request that calls nothing.
+// The reply to a request that makes no call.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
   if (request.method == RpcMethod::kList)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
@@ -118,8 +119,8 @@ bool calls_platform(RpcMethod method) {
   return method == RpcMethod::kGet || method == RpcMethod::kSet || method == RpcMethod::kTv;
 }
 
-// Whether the request needs a token that its client has not shown. Commands act for the viewer and the world, which
-// applications do not.
+// Whether the request needs the token and its client has not shown it. Control commands always need it: they act as the
+// viewer or the environment, which applications may not.
 bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
   if (client.authorized || method == RpcMethod::kAuthorize) return false;
   return method == RpcMethod::kTv || server.options.require_token;
@@ -136,7 +137,7 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
   };
   if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, kForbiddenText);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
-  // A thousand lists, made only to be dropped, would take long.
+  // Checked first, since making a thousand lists only to drop them would take long.
   if (request.method == RpcMethod::kList && batch != 0 && !request.id.empty() &&
       !has_room(client.batches.at(batch), server.catalogue.description.size()))
     return reply(server, client, batch, slot, request.id, no_room(request.id));
@@ -180,7 +181,7 @@ void serve_traces(Server& server) {
   }
 }
 
-// Delivers an outcome outside of the client's own turn.
+// Delivers an outcome outside the client's turn.
 void deliver_later(Server& server, Finished& one) {
   const std::uint64_t id = one.job.client;
   server_deliver(server, one.job, one.outcome);
@@ -238,7 +239,7 @@ void server_deliver(Server& server, Job& job, Outcome& outcome) {
   if (outcome.change > server.unkept_from && outcome.change <= server.unkept_report.change)
     outcome.not_kept = server.unkept_report.failure;
   const auto found = server.clients.find(job.client);
-  if (found == server.clients.end()) return;  // gone meanwhile
+  if (found == server.clients.end()) return;  // disconnected in the meantime
   Client& client = *found->second;
   --client.outstanding;
   if (!client.websocket && client.request.path != "/jsonrpc")
@@ -255,7 +256,7 @@ void server_deliver(Server& server, Job& job, Outcome& outcome) {
 }
 
 void server_serve_inboxes(Server& server) {
-  // Cleared before the inboxes are looked at: what comes later wakes again.
+  // Cleared before the inboxes are read, so that whatever arrives later wakes the leader again.
   if (!server.woken.exchange(false)) return;
   std::vector<Finished> finished;
   runner_take_finished(server.runner, finished);

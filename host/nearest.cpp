@@ -6,10 +6,10 @@
 
 namespace {
 
-// Longer names than these are no slips of the pen, and comparing them would cost the I/O thread time.
+// Longer names are not compared: that would take the serving thread too long.
 constexpr std::size_t kLongestCompared = 128;
 
-// Letters to insert, delete or exchange to make b of a; anything above limit where it is above limit.
+// Number of letters to insert, delete or replace to turn a into b; any number above limit when it exceeds the limit.
 std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
   if (std::max(a.size(), b.size()) - std::min(a.size(), b.size()) > limit) return limit + 1;
   std::array<std::size_t, kLongestCompared + 1> row;

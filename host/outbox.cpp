@@ -12,7 +12,7 @@ constexpr std::size_t kShortHeader = 2;   // for texts below 126 bytes
 constexpr std::size_t kMiddleHeader = 4;  // below 65,536 bytes
 constexpr std::size_t kLongHeader = 10;
 
-// Writes the header of a frame into room for it.
+// Writes the header of a frame to a place that has room for it.
 void write_header(char* at, std::size_t header, std::size_t length) {
   at[0] = kFinalTextFrame;
   at[1] = static_cast<char>(header == kShortHeader ? length : header == kMiddleHeader ? 126 : 127);
@@ -54,7 +54,7 @@ std::string& outbox_open_reply(Outbox& outbox) {
     outbox.replies.emplace_back().reserve(kUsualBytes);
   std::string& chunk = outbox.replies.back();
   outbox.open_at = chunk.size();
-  return chunk.append(kMiddleHeader, '\0');  // what most replies need
+  return chunk.append(kMiddleHeader, '\0');  // the size that most replies need
 }
 
 void outbox_close_reply(Outbox& outbox) {

@@ -13,7 +13,7 @@ bool is_loopback(std::string_view address) {
 
 bool is_any(std::string_view address) { return address == "0.0.0.0" || address == "::"; }
 
-// An address, not a name: a name of a foreign site could have been pointed at this machine.
+// Whether the text is an address, not a name: the name of a foreign site could resolve to this machine.
 bool is_address(std::string_view name) {
   const bool v4 = !name.empty() && name.find_first_not_of("0123456789.") == std::string_view::npos;
   const bool v6 = name.find(':') != std::string_view::npos &&
@@ -33,7 +33,7 @@ bool read_port(std::string_view text, int& ret_port) {
   return port.has_value();
 }
 
-// Splits "name:port", "[v6]:port" or a bare name. Without a port ret_port stays.
+// Splits "name:port", "[v6]:port" or a name alone. Without a port, ret_port is unchanged.
 bool split_authority(std::string_view text, std::string_view& ret_name, int& ret_port) {
   std::string_view name = text;
   std::string_view port;
@@ -56,7 +56,7 @@ bool is_scheme(std::string_view text) {
          text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789+-.") == std::string_view::npos;
 }
 
-// -1: the scheme has none that browsers leave out.
+// The port that browsers leave out in an origin; -1: none.
 int default_port(std::string_view scheme) { return scheme == "http" ? 80 : scheme == "https" ? 443 : -1; }
 
 bool names_this_host(const Policy& policy, std::string_view host) {
@@ -77,13 +77,13 @@ bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& 
   int port = -1;
   const bool read = only_port ? read_port(text, port) : split_authority(text, name, port);
   if (!read || port < 0) {
-    ret_error = "\"" + std::string(text) + "\" is no ADDR:PORT, such as 127.0.0.1:8080";
+    ret_error = "\"" + std::string(text) + "\" is not ADDR:PORT, such as 127.0.0.1:8080";
     return false;
   }
   if (name.empty()) name = "127.0.0.1";
   if (name == "localhost") name = "127.0.0.1";
   if (!is_address(name)) {
-    ret_error = "\"" + std::string(name) + "\" is no address; give one of this machine's, such as 127.0.0.1";
+    ret_error = "\"" + std::string(name) + "\" is not an address; give one of this machine, such as 127.0.0.1";
     return false;
   }
   ret_policy.address = name;
@@ -103,11 +103,11 @@ bool policy_allow_origin(std::string_view text, Policy& ret_policy, std::string&
                     !authority.ends_with(':') && split_authority(authority, name, port) && !name.empty();
   if (!read) {
     ret_error = "\"" + std::string(text) +
-                "\" is no origin; give scheme, name and port of the page's address, such as "
+                "\" is not an origin; give scheme, name and port of the page's address, such as "
                 "http://localhost:5173";
     return false;
   }
-  // Browsers leave the scheme's own port out.
+  // Browsers leave out the default port of the scheme.
   if (port == default_port(scheme) && !authority.ends_with(']'))
     if (const std::size_t colon = origin.rfind(':'); colon > scheme_end) origin.resize(colon);
   ret_policy.allowed_origins.push_back(std::move(origin));

@@ -23,7 +23,7 @@ void complain(const std::string& reason) {
           reason.c_str());
 }
 
-// What fails half-way leaves a process that is of no use, so a child tries it first.
+// A failure half-way would leave this process unusable, so a child process tries first.
 bool is_allowed(const WantedPaths& wanted) {
   const pid_t child = fork();
   if (child == 0) {
@@ -34,7 +34,7 @@ bool is_allowed(const WantedPaths& wanted) {
   }
   int status = 0;
   if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status)) return WEXITSTATUS(status) == 0;
-  complain("a child process could not try");
+  complain("no child process could try it");
   return false;
 }
 
@@ -42,8 +42,8 @@ bool is_allowed(const WantedPaths& wanted) {
 
 PrivatePaths private_paths_enter(const std::string& state_folder) {
   WantedPaths wanted;
-  std::string told_later;  // by the set's start, which makes it where it is still missing
-  if (!state_folder.empty()) stack_make_state_folder(state_folder, told_later);
+  std::string reported_later;  // the start of the set makes the folder again and reports the error
+  if (!state_folder.empty()) stack_make_state_folder(state_folder, reported_later);
   std::error_code failure;
   const std::string language_folder =
       stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n");
@@ -59,7 +59,7 @@ PrivatePaths private_paths_enter(const std::string& state_folder) {
   if (wanted.empty() || !is_allowed(wanted)) return {};
   std::string error;
   if (sandbox_enter(wanted, NewFolders::kReadOnly, error)) return {.device = device};
-  complain(error);  // half-way, though the child had come through
+  complain(error);  // half-way, although it worked in the child
   _exit(1);
 }
 

@@ -25,7 +25,7 @@ milliseconds time_for(const Limits& limits, Phase phase) {
   return {};
 }
 
-// What speaks against a request, whatever it wants; status 0: nothing.
+// Checks that hold for every request. Status 0: the request is allowed.
 HttpAnswer refusal(const Server& server, const Client& client) {
   const HttpRequest& request = client.request;
   const ServerOptions& options = server.options;
@@ -41,9 +41,9 @@ HttpAnswer refusal(const Server& server, const Client& client) {
                       "pages of other sites may not use this server; start dtv-host with --allow-origin to let one in");
   if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
-                               " connections, and has them; see --max-connections");
+                               " connections at a time, and all are in use; see --max-connections");
   if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
-    HttpAnswer answer = http_error(401, "this server wants its token; see --require-token");
+    HttpAnswer answer = http_error(401, "this server requires its token; see --require-token");
     answer.more = "www-authenticate: Bearer\r\n";
     return answer;
   }
@@ -65,7 +65,7 @@ void upgrade(Server& server, Client& client) {
   client.websocket = true;
 }
 
-// The head of a request is there: refuses it, upgrades the connection, or lets its body come.
+// Handles the head of a request: refuses it, upgrades the connection, or goes on to read its body.
 void on_head(Server& server, Client& client) {
   HttpRequest& request = client.request;
   client.authorized = policy_shows_token(request.authorization, server.options.token);
@@ -73,7 +73,7 @@ void on_head(Server& server, Client& client) {
     return refuse_http(server, client, std::move(refused));
   if (request.wants_websocket) return upgrade(server, client);
   if (!request.expects_continue) return;
-  // The client waits for a word before it sends the body: it is spared one that nobody takes.
+  // The client waits for permission to send the body. It is refused when the answer does not depend on the body.
   HttpAnswer answer;
   Call call;
   if (http_route(request, server.catalogue, server.options.web_folder, answer, call) == HttpRoute::kAnswer &&
@@ -91,7 +91,7 @@ void carry_out(Server& server, Client& client) {
   switch (http_route(client.request, server.catalogue, server.options.web_folder, answer, call)) {
     case HttpRoute::kAnswer:
       return server_answer(server, client, std::move(answer));
-    // The bytes of a call that waits are counted; those of the body that it came in would not be.
+    // Frees the body: only the waiting call's own bytes are counted against the limit.
     case HttpRoute::kCall:
       client.line->state = State::kWaiting;
       client.request.body = {};
@@ -106,7 +106,7 @@ void carry_out(Server& server, Client& client) {
 
 void enter_phase(Server& server, Line& line, Phase phase) {
   const Phase before = std::exchange(line.phase, phase);
-  // The first request's time runs from the connection on.
+  // The time for the first request begins with the connection.
   if (before == phase || (before == Phase::kFirstRequest && phase == Phase::kHead)) return;
   line.read_due = kNever;
   if (phase == Phase::kNothing) return;
@@ -148,7 +148,7 @@ bool read_websocket(Server& server, Client& client, std::string_view& window) {
   WsMessage message;
   switch (ws_read(*line.stream, window, message)) {
     case WsRead::kMore:
-      // Ending a phase that goes on would renew its time.
+      // Ending the phase in the middle of a message would extend its deadline.
       if (window.empty() && ws_held(*line.stream) == 0)
         enter_phase(server, line, Phase::kNothing);
       else

@@ -134,21 +134,21 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
                    "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
 }
 
-// What speaks against handing a whole JSON text to the set; none: nothing does.
+// Whether a valid JSON text may be passed to the set; kNone: it may.
 RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
   if (facts.values > kLimitParameterValues) {
     ret_error = "a parameter may have " + std::to_string(kLimitParameterValues) + " values";
     return RpcError::kLimit;
   }
   if (!facts.has_nul) return RpcError::kNone;
-  ret_error = "no text may hold the character U+0000, at which the set would end it";
+  ret_error = "no text may contain the character U+0000, at which the set would end it";
   return RpcError::kInvalidParams;
 }
 
-// What the requests of one message share while they are read.
+// Shared by the requests of one message while they are read.
 struct Reading {
   const Catalogue& catalogue;
-  unsigned searches = kLimitNearestSearches;  // that it may still cost
+  unsigned searches = kLimitNearestSearches;  // for the nearest URIs, which the message may still cause
 };
 
 // Finds the registered URI, or refuses the request.
@@ -234,7 +234,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
     return refuse("jsonrpc must be \"2.0\"");
   if (method.empty() || json_kind(method) != JsonKind::kString) return refuse("method must be a string");
 
-  // From here on the request is one; without an id it is a notification, which is not even told of errors.
+  // From here on the request is valid. Without an id it is a notification, which gets no reply, not even an error.
   if (id.empty()) request.id.clear();
   const auto row =
       std::ranges::find_if(kMethods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
@@ -250,7 +250,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   return request;
 }
 
-// Refuses a request whose parameter, or one of whose words, the set cannot be handed.
+// Refuses a request whose parameter or words must not be passed to the set.
 void refuse_unfit(RpcRequest& request) {
   if (!request.error.empty() || request.call.text.empty()) return;
   JsonFacts facts;
@@ -382,7 +382,7 @@ std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view
   }
   const std::string_view shown = uri.substr(0, 256);
   ret_message = "\"" + std::string(shown) + "\" is not registered" +
-                (known.empty() ? "; the method list tells all URIs" : "; did you mean " + known + "?");
+                (known.empty() ? "; the method list returns all URIs" : "; did you mean " + known + "?");
   return "{\"uri\":" + json_quote(shown) + ",\"nearest\":[" + known + "]}";
 }
 

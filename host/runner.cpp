@@ -13,10 +13,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::int64_t kSlowNs = std::chrono::nanoseconds(kLimitCallTime).count();
-constexpr std::int64_t kBudgetNs = 1'000'000;  // then sockets are looked at again
-constexpr std::int64_t kBurstNs = 250'000;     // replies of quick calls wait for each other for so long
+constexpr std::int64_t kBudgetNs = 1'000'000;  // after this time the leader serves sockets again
+constexpr std::int64_t kBurstNs = 250'000;     // how long the replies of quick calls wait for each other
 constexpr auto kTick = kLimitCallTime;
-// A tick that took longer tells of a process that was stopped, not of a leader that was stuck.
+// A longer tick means that the process was stopped, not that the leader was stuck.
 constexpr std::chrono::milliseconds kLongestTick{100};
 constexpr std::chrono::seconds kLongestDoze{1};  // while the leader polls
 
@@ -29,11 +29,11 @@ constexpr std::size_t kControlLane = 1;
 
 std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::kControl ? kControlLane : kPluginLane; }
 
-// What a waiting job holds of the memory that all of them may take.
+// Bytes of a waiting job, which count against kLimitWaitingBytes.
 std::size_t size_of(const Job& job) { return sizeof job + job.id.size() + job.call.text.size(); }
 
 Lane* next_lane(Runner& runner) {
-  // Control comes first: its commands are few, and may be what frees the other lane.
+  // Control comes first: its commands are few, and one of them may end a slow call of the other lane.
   for (const std::size_t lane : {kControlLane, kPluginLane})
     if (runner.lanes[lane].jobs > 0 && !runner.lanes[lane].busy) return &runner.lanes[lane];
   return nullptr;
@@ -113,7 +113,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
     runner.calling_since.store(now);
     runner.calling.store(self);
     call_run(*runner.stack, *runner.tracer, job.call, outcome);
-    // Where another thread has taken the lead, calling is no longer this thread's number.
+    // When another thread has become the leader, calling is no longer this thread's number.
     if (unsigned still = self; !runner.calling.compare_exchange_strong(still, 0)) {
       {
         const std::lock_guard lock(runner.mutex);
@@ -175,7 +175,8 @@ void runner_watch(Runner& runner) {
 
     unsigned leader = runner.calling.load();
     const std::int64_t since = runner.calling_since.load();
-    // A call that began after these two loads may be taken for the slow one: it then merely changes threads.
+    // If a new call began between these two loads, it may be mistaken for a slow one. That only makes another thread
+    // lead.
     if (leader != 0 && now_ns() - since > kSlowNs && runner.calling.compare_exchange_strong(leader, 0)) {
       runner.vacant = true;
       runner.standby.notify_one();
@@ -188,12 +189,13 @@ void runner_watch(Runner& runner) {
         quiet && leader == 0 && !runner.resting.load() && !runner.vacant ? stuck + passed : std::chrono::nanoseconds(0);
     if (runner.watchdog && stuck > runner.turn_time)
       return (runner.stuck != nullptr ? runner.stuck : leave_process)(
-          "dtv-host: the serving thread is stuck; leaving, so that a supervisor can start again (--no-watchdog)\n");
+          "dtv-host: the serving thread is stuck; ending, so that a supervisor can restart it (--no-watchdog prevents "
+          "this)\n");
 
     if (leader != 0 || !runner.resting.load() || (!quiet && !runner.polls.load())) continue;
     runner.dozing.store(true);
     const auto is_roused = [&] { return runner.roused || runner.stop; };
-    // The leader may have begun a turn before it could see that this thread dozes.
+    // The leader may have begun a turn before it could see `dozing`.
     if (runner.resting.load()) {
       if (runner.polls.load())
         runner.watcher.wait_for(lock, kLongestDoze, is_roused);

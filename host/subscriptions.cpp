@@ -4,7 +4,7 @@
 
 namespace {
 
-// A pending text is at most a queue's bound and one more item; this is far beyond every type's.
+// Far longer than the longest pending text of any type: the limit of a queue and one more item.
 constexpr std::size_t kLongestText = 256 * 1024;
 
 }  // namespace
@@ -23,7 +23,7 @@ void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::ui
 }
 
 void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context) {
-  // The plugin writes no terminator; what was read is cleared behind it. The last byte is never written.
+  // The plugin writes no terminator, so the buffer is cleared after each text. Its last byte is never written.
   static thread_local std::vector<char> buffer(kLongestText + 1);
   for (const auto& [uri, clients] : subscriptions.clients) {
     subscriptions.stack->fetch(uri, buffer.data(), kLongestText);

@@ -8,7 +8,7 @@ constexpr std::size_t kMostWaiting = 65536;
 
 thread_local std::string* captured = nullptr;
 
-// On the thread that made the call, which may be any of the platform's.
+// Runs on the thread that made the call, which may be one of the platform's.
 void on_line(void* context, const char* line) {
   auto& tracer = *static_cast<Tracer*>(context);
   if (captured != nullptr) {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/token.h"
 #include "stack.h"
 
 namespace fs = std::filesystem;
