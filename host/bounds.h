@@ -61,7 +61,7 @@ inline constexpr std::size_t kLimitClientReplyBytes = kMib;
 inline constexpr std::size_t kLimitManyReplyBytes = 32 * kMib;
 inline constexpr std::size_t kLimitClientReplyBytesOfMany = 64 * kKib;
 inline constexpr std::size_t kLimitAllReplyBytes = 128 * kMib;
-// Waiting notifications of one client. Beyond these the oldest are dropped, and the client is told how many.
+// Waiting notifications of one client. Beyond these the oldest are dropped, and the client gets their number.
 inline constexpr std::size_t kLimitClientNotices = 1024;
 inline constexpr std::size_t kLimitClientNoticeBytes = 512 * kKib;
 // Frames that leave in one write.

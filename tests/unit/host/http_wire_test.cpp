@@ -1,5 +1,5 @@
-// HTTP as bytes: where one request ends and the next begins, however the bytes are cut, and what is refused because
-// that cannot be known. tests/system has the suite over the wire.
+// HTTP as bytes: the boundaries between requests, however the bytes are split, and the requests that are refused
+// because their end is ambiguous. tests/system has the suite over the network.
 #include "http_wire.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t longest = 1000;
 
-// What a connection's bytes are read as: a line for each request, and at the end the status of a refusal.
+// The requests read from a connection's bytes, a line for each, and at the end the status of a refusal.
 std::string read_all(const std::vector<std::string>& pieces) {
   const HttpReaderPtr reader = http_reader_make(longest);
   std::string told;

@@ -138,7 +138,7 @@ TEST(RpcRead, EveryErrorHasItsCode) {
 TEST(RpcRead, RequestsWithoutAnIdAreNotifications) {
   EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","method":"list"})").id, "");
   EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","id":null,"method":"list"})").id, "null");
-  EXPECT_EQ(read_one(R"({"method":"list"})").id, "null") << "not even a request: told of without an id";
+  EXPECT_EQ(read_one(R"({"method":"list"})").id, "null") << "not a valid request: the error has the id null";
 }
 
 TEST(RpcRead, BatchesKeepTheirOrder) {
@@ -159,7 +159,7 @@ TEST(RpcRead, BatchesKeepTheirOrder) {
   EXPECT_EQ(code_of(message.requests[0]), -32003);
 }
 
-// A request's parameter with so many values, its object and its array among them.
+// A request whose parameter has this many values, including its object and its array.
 std::string set_with_values(std::size_t values) {
   std::string text =
       R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":[1)";
@@ -173,7 +173,7 @@ TEST(RpcRead, WhatTheSetCannotBeHandedIsRefused) {
   EXPECT_EQ(message.requests[0].error, "");
   rpc_read(set_with_values(kLimitParameterValues + 1), catalogue(), message);
   EXPECT_EQ(code_of(message.requests[0]), -32003);
-  // Each parameter of a batch counts for itself.
+  // The limit holds for each parameter of a batch separately.
   const std::string half = set_with_values(kLimitParameterValues / 2 + 100);
   rpc_read("[" + half + "," + half + "]", catalogue(), message);
   EXPECT_EQ(message.requests[0].error + message.requests[1].error, "");
@@ -188,7 +188,7 @@ TEST(RpcRead, WhatTheSetCannotBeHandedIsRefused) {
   rpc_read(
       R"({"jsonrpc":"2.0","id":"\u0000","method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":"\\u0000"}}})",
       catalogue(), message);
-  EXPECT_EQ(message.requests[0].error, "") << "a backslash that stands for itself";
+  EXPECT_EQ(message.requests[0].error, "") << "an escaped backslash";
 }
 
 std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome) {

@@ -1,4 +1,4 @@
-// Who runs calls: inline while they are quick, on another thread's back when they are slow.
+// The runner: quick calls run on the leader, a slow call makes another thread the leader.
 #include "runner.h"
 
 #include <gtest/gtest.h>
@@ -75,7 +75,7 @@ Job control_job(const char* id, std::uint64_t client = 2) {
 
 RunnerAdd add(Runner& runner, Job job, std::size_t most = 100) { return runner_add(runner, job, most); }
 
-// The watching thread, for as long as it lives.
+// Runs the watching thread until it is destroyed.
 struct Watch {
   Runner& runner;
   std::thread thread;
@@ -115,7 +115,7 @@ TEST(Runner, LanesHaveLimitsOfTheirOwn) {
   Bench bench;
   for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kAdded);
   EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kFull);
-  // The plugin's lane is full; commands still get through, and no client fills their lane.
+  // The plugin's lane is full; control commands are still accepted, and no client can fill their lane.
   std::uint64_t client = 10;
   for (std::size_t i = 0; i < kLimitControlRequestsPerClient; ++i)
     EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::kAdded);
@@ -144,7 +144,7 @@ TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {
 
   bool kept = true;
   std::thread first([&] { kept = runner_run(bench.runner, 1, Bench::deliver); });
-  // This thread stands by, and leads as soon as the call has turned out to be slow.
+  // This thread stands by, and becomes the leader when the call turns out to be slow.
   ASSERT_TRUE(runner_stand_by(bench.runner));
   EXPECT_FALSE(runner_has_work(bench.runner)) << "the plugin serves one request at a time";
 
@@ -225,7 +225,7 @@ TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
   runner_rest(bench.runner);
   std::this_thread::sleep_for(200ms);
   EXPECT_EQ(alarms.load(), 0);
-  // A slow call hands the lead over; the new leader rests.
+  // A slow call makes another thread the leader, which rests.
   runner_begin_turn(bench.runner);
   close_gate();
   add(bench.runner, get_job("slow"));

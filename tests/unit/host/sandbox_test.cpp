@@ -23,12 +23,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Prints what does not hold; the exit code of a child counts it.
+// Prints a statement that is false, and counts it for the exit code of the child.
 int wrong = 0;
 void expect(bool holds, const char* what) {
   if (holds) return;
   ++wrong;
-  fprintf(stderr, "it does not hold that %s\n", what);
+  fprintf(stderr, "false: %s\n", what);
 }
 
 std::string typed;
@@ -77,7 +77,7 @@ class Sandbox : public testing::Test {
   }
   void TearDown() override { fs::remove_all(folder); }
 
-  // The exit code is for EXPECT_EXIT: 0 when all holds. Only a superuser is never refused.
+  // Returns the exit code for EXPECT_EXIT: 0 when all statements are true. Users other than root may be refused.
   int look_from_inside(NewFolders folders) const {
     const uid_t user = getuid();
     std::string error;
@@ -93,21 +93,24 @@ class Sandbox : public testing::Test {
     expect(text_of("/3rd/made/file") == "a file's", "a file has its content");
     expect(text_of("text") == "the machine's" && fs::current_path() == folder, "the working folder stays");
     expect(makes_file("new") && fs::exists(folder / "new"), "the machine's folders can be written to");
-    expect(makes_file("/3rd/made/new") == (folders == NewFolders::kWritable), "new folders are as they are wanted");
+    expect(makes_file("/3rd/made/new") == (folders == NewFolders::kWritable),
+           "files can be created in new folders only if they are writable");
     expect(error_of_writing("/3rd/made/bound/text") == EROFS, "the files of a bound folder are read-only");
     expect(error_of_writing("/3rd/made/bound/new") == EROFS, "no file can be made in a bound folder");
     expect(is_mounted_with("/3rd/made/bound", {"ro"}), "a bound folder is mounted read-only");
     expect(is_mounted_with("/", {"nosuid", "nodev"}), "the new root honours neither set-user-ID files nor devices");
-    expect(is_mounted_with("/", {folders == NewFolders::kWritable ? "rw" : "ro"}), "the new root is as it is wanted");
+    expect(is_mounted_with("/", {folders == NewFolders::kWritable ? "rw" : "ro"}),
+           "the new root is mounted as requested");
     expect(!fs::exists("/.machine"), "the machine's root is out of reach");
-    expect(getuid() == user, "the user stays who it is");
+    expect(getuid() == user, "the process keeps its user");
 
     device_listen(type);
     const int device = open(kDevicePath, O_RDWR | O_CLOEXEC);
     char character = 'x';
-    expect(ioctl(device, 0, &character) == 0 && typed == "x", "the device's characters are heard");
+    expect(ioctl(device, 0, &character) == 0 && typed == "x", "the listener receives the device's characters");
     device_listen(nullptr);
-    expect(ioctl(device, 0, &character) == -1 && errno == ENOTTY && typed == "x", "without a listener nobody hears");
+    expect(ioctl(device, 0, &character) == -1 && errno == ENOTTY && typed == "x",
+           "without a listener the kernel refuses the call");
     return wrong;
   }
 

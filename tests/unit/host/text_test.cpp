@@ -1,4 +1,4 @@
-// JSON as text, "did you mean", and what waits for a client.
+// JSON as text, "did you mean", and the outbox of a client.
 #include <gtest/gtest.h>
 
 #include "bounds.h"
@@ -26,7 +26,7 @@ TEST(JsonText, NestsAsDeepAsTheLimit) {
   EXPECT_FALSE(json_is_whole(std::string(5'000'000, '[')));
 }
 
-TEST(JsonText, CutsMembersOutAsTheyWereWritten) {
+TEST(JsonText, ReturnsMembersAsWritten) {
   std::string_view rest = R"( { "a" : {"x":"}]\"" , "y":[1,{}]} ,"b":1.50, "c":"t\\" , "d":null })";
   rest.remove_prefix(1);
   const char* expected[][2] = {
@@ -62,7 +62,7 @@ TEST(JsonText, QuotesAnything) {
   EXPECT_FALSE(json_string_is(R"("ab")", "a"));
 }
 
-TEST(Nearest, FindsSlipsOfThePen) {
+TEST(Nearest, FindsMistypedNames) {
   const std::string names[] = {"/tv/cast/volume/volume", "/tv/cast/volume/mute", "/tv/menu/video/brightness"};
   EXPECT_EQ(nearest("/tv/cast/volume/volme", names, 1), std::vector<std::string>{names[0]});
   EXPECT_EQ(nearest("brightness", names, 3), std::vector<std::string>{names[2]});

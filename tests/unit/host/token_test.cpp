@@ -72,7 +72,7 @@ TEST(Token, WhatOthersCanReadOrWriteIsReplaced) {
   EXPECT_NE(folder.token(), fresh);
   fs::remove(folder.file());
   ASSERT_EQ(mkfifo(folder.file().c_str(), 0600), 0);
-  folder.token();  // and it did not wait for a writer
+  folder.token();  // without waiting for a writer
 }
 
 TEST(Token, AFolderThatIsNotThereIsAnError) {

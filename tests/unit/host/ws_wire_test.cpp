@@ -1,5 +1,5 @@
-// WebSocket as bytes: what comes in is read alike however it is cut, and what breaks the protocol ends the connection
-// with the right code. tests/system has the suite over the wire.
+// WebSocket as bytes: input is read the same however it is split, and a violation of the protocol ends the connection
+// with the right code. tests/system has the suite over the network.
 #include "ws_wire.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ std::string frame(unsigned opcode, std::string payload, bool final = true) {
   return bytes + mask + payload;
 }
 
-// What a session brings: messages, "|" where one ended, and the protocol's own frames.
+// The output of a session: its messages, "|" after each, and the frames of the protocol itself.
 struct Heard {
   std::string messages;
   std::string output;
@@ -38,7 +38,7 @@ struct Heard {
   bool operator==(const Heard&) const = default;
 };
 
-// The session's bytes in these pieces. What a piece leaves unread stands at the front of the next one's window.
+// Reads the session's bytes in these pieces. The unread rest of a piece is at the front of the next window.
 Heard hear(const std::vector<std::string>& pieces) {
   WsStreamPtr stream = ws_accept(request, "", longest);
   EXPECT_NE(stream, nullptr);
@@ -67,7 +67,7 @@ std::string close_frame(unsigned code) {
 TEST(WsWire, TheUpgradeIsAnswered) {
   const WsStreamPtr plain = ws_accept(request, "", longest);
   ASSERT_NE(plain, nullptr);
-  // The pair of key and answer stands in RFC 6455, section 1.3.
+  // The key and its answer are the example of RFC 6455, section 1.3.
   EXPECT_NE(ws_output(*plain).find("Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n"), std::string::npos);
   EXPECT_EQ(ws_output(*plain).find("Sec-WebSocket-Protocol"), std::string::npos);
   const WsStreamPtr chosen = ws_accept(request, "jsonrpc", longest);
@@ -75,7 +75,7 @@ TEST(WsWire, TheUpgradeIsAnswered) {
   EXPECT_NE(ws_output(*chosen).find("Sec-WebSocket-Protocol: jsonrpc\r\n"), std::string::npos);
 }
 
-// Holds Beast to resuming after a cut, which its documents do not promise.
+// Verifies that Beast goes on after an interruption, which its documentation does not promise.
 TEST(WsWire, ASessionIsReadAlikeHoweverItIsCut) {
   std::string session;
   session += frame(1, "first");
@@ -106,7 +106,7 @@ TEST(WsWire, ASessionIsReadAlikeHoweverItIsCut) {
   EXPECT_EQ(hear(single), expected);
 }
 
-// Not when its payload has come, which it announces and may never send.
+// A bad header is refused at once, not when the announced payload has arrived.
 TEST(WsWire, AFrameThatIsWrongByItsHeaderIsRefusedAtOnce) {
   const std::string headers[] = {
       std::string("\x81\x7E\x01\x00", 4),                  // unmasked
