@@ -53,10 +53,12 @@ constexpr bool is_utf8(std::string_view text) {
 // A to Z count as a to z; every other byte counts as itself, whatever the locale is.
 constexpr char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
+constexpr bool same_letter(char left, char right) { return ascii_lower(left) == ascii_lower(right); }
+
 constexpr bool equal_ignoring_case(std::string_view left, std::string_view right) {
-  return std::ranges::equal(left, right, {}, ascii_lower, ascii_lower);
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(), same_letter);
 }
 
 constexpr bool contains_ignoring_case(std::string_view text, std::string_view word) {
-  return word.empty() || !std::ranges::search(text, word, {}, ascii_lower, ascii_lower).empty();
+  return std::search(text.begin(), text.end(), word.begin(), word.end(), same_letter) != text.end() || word.empty();
 }

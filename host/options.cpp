@@ -180,14 +180,15 @@ std::optional<int> options_read(int argc, char** argv, Options& options) {
   int number = 0;
   // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
   while ((number = getopt_long(argc, argv, "", kLongOptions.data(), nullptr)) != -1) {
-    const bool known = number >= kFirstNumber;
-    const OptionRow* const row = known ? &kOptions[number - kFirstNumber] : nullptr;
-    const std::string wrong = known ? take_option(*row, optarg, options) : "see dtv-host --help";
-    if (!wrong.empty()) {
-      fprintf(stderr, "dtv-host: %s\n", wrong.c_str());
-      return kExitUsage;
+    std::string wrong = "see dtv-host --help";  // getopt_long has printed what is wrong
+    if (number >= kFirstNumber) {
+      const OptionRow& row = kOptions[number - kFirstNumber];
+      wrong = take_option(row, optarg, options);
+      if (std::holds_alternative<Print>(row.effect)) return kExitOk;
     }
-    if (std::holds_alternative<Print>(row->effect)) return kExitOk;
+    if (wrong.empty()) continue;
+    fprintf(stderr, "dtv-host: %s\n", wrong.c_str());
+    return kExitUsage;
   }
   if (optind == argc) return std::nullopt;
   fprintf(stderr, "dtv-host: \"%s\" is not an option; see dtv-host --help\n", argv[optind]);
