@@ -314,8 +314,8 @@ static bool same_text(const char* what, void (*ours)(), void (*floor)()) {
 
 int main(int argc, char** argv) {
   std::string error = "usage: bench_plugin FOLDER, where the language libraries are; a full path";
-  const WantedPath languages = {.what = WantedPath::BOUND, .content = argc > 1 ? argv[1] : ""};
-  if (argc != 2 || !sandbox_enter({{"/3rd/i18n", languages}}, NewFolders::READ_ONLY, error)) {
+  const WantedPath languages = {.what = WantedPath::kBound, .content = argc > 1 ? argv[1] : ""};
+  if (argc != 2 || !sandbox_enter({{"/3rd/i18n", languages}}, NewFolders::kReadOnly, error)) {
     fprintf(stderr, "bench_plugin: %s\n", error.c_str());
     return 1;
   }

@@ -1,9 +1,9 @@
-// The commands: what each sends, and what it prints of the answer.
+// The commands: what each sends, and what it prints from the answer.
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cctype>
 #include <filesystem>
 
+#include "base/text.h"
 #include "dtvctl.h"
 
 namespace json = boost::json;
@@ -16,7 +16,7 @@ bool describe(Session& session, json::value& ret_description, Failure& ret_failu
   std::string text;
   if (!session.call("list", "{}", text, ret_failure)) return false;
   if (json_parse(text, ret_description)) return true;
-  ret_failure = {kExitProtocol, "the list of URIs is no JSON text"};
+  ret_failure = {kExitProtocol, "the list of URIs is not JSON"};
   return false;
 }
 
@@ -37,7 +37,7 @@ bool take_result(const std::string& answer, std::int64_t& ret_result, Failure& r
   return false;
 }
 
-// What a result other than 0 is reported as.
+// Reports a result other than 0.
 int refused(Session& session, const std::string& uri, std::int64_t result, Failure& ret_failure) {
   json::value description;
   Failure ignored;
@@ -47,7 +47,7 @@ int refused(Session& session, const std::string& uri, std::int64_t result, Failu
   return kExitRefused;
 }
 
-int run_get(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_get(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const std::string& uri = words[0];
   std::string parameter;
   if (!build_get_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
@@ -69,7 +69,7 @@ int run_get(const Options& options, Session& session, Words words, Failure& ret_
   return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
 }
 
-int run_set(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_set(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const std::string& uri = words[0];
   std::string parameter;
   if (!build_set_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
@@ -89,7 +89,7 @@ int run_set(const Options& options, Session& session, Words words, Failure& ret_
   return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
 }
 
-// Where the television refused a command that its help does not list, the help's commands are those to choose from.
+// When the television refuses a command that its help does not list, the message lists the commands of the help.
 void explain_unknown(Session& session, const std::string& name, Failure& failure) {
   std::string answer;
   Failure ignored;
@@ -105,22 +105,23 @@ void explain_unknown(Session& session, const std::string& name, Failure& failure
     const std::string text(listed->get_string());
     if (std::ranges::find(names, text) == names.end()) names.push_back(text);
   }
-  if (std::ranges::find(names, "fault") == names.end()) return;  // without a tap the television has named them all
+  if (std::ranges::find(names, "fault") == names.end())
+    return;  // without a tap the television's message has listed them
   failure.text = "there is no command \"" + name + "\"; there are:";
   for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
 }
 
-// The television's words behind which a folder stands. It goes out by its whole path, since the set does not run in the
-// folder that this shell is in.
+// The television's commands whose next word is a folder. It is sent as an absolute path, since the set has another
+// working folder than this program.
 struct FolderWord {
   std::string_view command;
   std::string_view action;
-  bool with_slash;  // something else may stand there; only what has a slash is a folder
+  bool with_slash;  // the word may be something else; it is a folder only if it contains a slash
 };
 
 constexpr FolderWord kFolderWords[] = {{"stick", "insert", false}, {"stick", "remove", true}};
 
-json::array television_words(Words words) {
+json::array television_words(ShellWords words) {
   json::array sent(words.begin(), words.end());
   for (const FolderWord& row : kFolderWords) {
     if (words.size() < 3 || words[0] != row.command || words[1] != row.action) continue;
@@ -132,7 +133,7 @@ json::array television_words(Words words) {
   return sent;
 }
 
-int run_tv(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const json::object params{{"words", television_words(words)}};
   std::string answer;
   if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
@@ -148,18 +149,13 @@ int run_tv(const Options& options, Session& session, Words words, Failure& ret_f
   return kExitOk;
 }
 
-bool contains(std::string_view text, std::string_view part) {
-  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end() || part.empty();
-}
-
 std::string cell(const json::object& row, std::string_view key) {
   const json::value* value = row.if_contains(key);
   if (value == nullptr || value->is_null()) return "";
   return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
 }
 
-// The identifier as documents write it.
+// The identifier in the form that the documentation uses.
 std::string hex_cell(const json::object& row, std::string_view key) {
   const json::value* value = row.if_contains(key);
   if (value == nullptr || !value->is_int64()) return cell(row, key);
@@ -173,14 +169,14 @@ bool is_on(const json::object& row, std::string_view key) {
   return value != nullptr && !value->is_null() && !(value->is_bool() && !value->get_bool());
 }
 
-// A list that comes out empty; it says so beside the results.
-void say_none(std::string_view what, Words words) {
+// Reports an empty list on stderr, so that stdout has only results.
+void say_none(std::string_view what, ShellWords words) {
   std::string text = "dtvctl: there is no " + std::string(what);
   for (const std::string& word : words) text += (&word == words.data() ? " with \"" : " and \"") + word + "\"";
   std::fprintf(stderr, "%s\n", text.c_str());
 }
 
-int run_list(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_list(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
   const json::value* uris = description.is_object() ? description.get_object().if_contains("uris") : nullptr;
@@ -199,7 +195,8 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
     const Row shown{cell(row, "uri"), cell(row, "type"), can, hex_cell(row, "id"), cell(row, "help")};
     const bool wanted =
         (options.can.empty() || is_on(row, options.can)) && std::ranges::all_of(words, [&](const std::string& word) {
-          return std::ranges::any_of(shown, [&](const std::string& text) { return contains(text, word); });
+          return std::ranges::any_of(shown,
+                                     [&](const std::string& text) { return contains_ignoring_case(text, word); });
         });
     if (!wanted) continue;
     any = true;
@@ -214,13 +211,13 @@ int run_list(const Options& options, Session& session, Words words, Failure& ret
   return kExitOk;
 }
 
-// The functions of the TV API, as the tap beside this program knows them: no set is needed.
-int run_functions(const Options& options, Session&, Words words, Failure& ret_failure) {
+// Lists the functions of the TV API from the installed tap; needs no set.
+int run_functions(const Options& options, Session&, ShellWords words, Failure& ret_failure) {
   std::string text;
   if (!contract_list(text, ret_failure)) return ret_failure.exit_code;
   json::value list;
   if (!json_parse(text, list) || !list.is_array()) {
-    ret_failure = {kExitProtocol, "the tap's list of functions is no JSON array"};
+    ret_failure = {kExitProtocol, "the tap's list of functions is not a JSON array"};
     return ret_failure.exit_code;
   }
   std::vector<Row> rows;
@@ -232,7 +229,8 @@ int run_functions(const Options& options, Session&, Words words, Failure& ret_fa
       parameters += (parameters.empty() ? "" : ", ") + std::string(name.as_string());
     }
     const Row shown{cell(row, "name"), parameters};
-    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains(shown[0], word); })) continue;
+    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(shown[0], word); }))
+      continue;
     any = true;
     if (options.json) {
       print_line(json::serialize(row));
@@ -245,27 +243,27 @@ int run_functions(const Options& options, Session&, Words words, Failure& ret_fa
   return kExitOk;
 }
 
-// The words before "--", and the command that stands behind it.
+// The words before "--" and the command after it.
 struct Split {
-  Words before;
-  Words command;
+  ShellWords before;
+  ShellWords command;
 };
 
-Split split_command(Words words) {
+Split split_command(ShellWords words) {
   const auto dashes = static_cast<std::size_t>(std::ranges::find(words, "--") - words.begin());
-  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : Words()};
+  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : ShellWords()};
 }
 
-std::string check_inner_command(Words words) {
+std::string check_inner_command(ShellWords words) {
   if (words.empty()) return "";
   if (words[0] != "get" && words[0] != "set" && words[0] != "tv") {
-    return "behind -- stands get, set or tv, not \"" + words[0] + "\"";
+    return "the command after -- must be get, set or tv, not \"" + words[0] + "\"";
   }
   const auto command = std::ranges::find(commands(), words[0], &Command::name);
   return command->check(words.subspan(1));
 }
 
-int run_watch(const Options& options, Session& session, Words words, Failure& ret_failure) {
+int run_watch(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const auto [uris, command] = split_command(words);
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
@@ -293,8 +291,8 @@ int run_watch(const Options& options, Session& session, Words words, Failure& re
   return follow(options, session, command, "notify", print, ret_failure);
 }
 
-int run_trace(const Options& options, Session& session, Words words, Failure& ret_failure) {
-  const Words command = split_command(words).command;
+int run_trace(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
+  const ShellWords command = split_command(words).command;
   std::string answer;
   if (!session.call("trace", R"({"on":true})", answer, ret_failure)) return ret_failure.exit_code;
   const auto print = [&](const std::string& params) {
@@ -305,14 +303,14 @@ int run_trace(const Options& options, Session& session, Words words, Failure& re
   return follow(options, session, command, "trace", print, ret_failure);
 }
 
-std::string check_uri(Words words) {
+std::string check_uri(ShellWords words) {
   if (words.empty()) return "which URI? \"dtvctl list TEXT\" searches";
   if (!words[0].starts_with('/'))
-    return "a URI begins with a slash, not \"" + words[0] + "\"; \"dtvctl list TEXT\" searches";
+    return "a URI begins with a slash, unlike \"" + words[0] + "\"; \"dtvctl list TEXT\" searches";
   return "";
 }
 
-std::string check_watch(Words words) {
+std::string check_watch(ShellWords words) {
   const auto [uris, command] = split_command(words);
   if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
   for (const std::string& uri : uris) {
@@ -321,26 +319,27 @@ std::string check_watch(Words words) {
   return check_inner_command(command);
 }
 
-std::string check_trace(Words words) {
+std::string check_trace(ShellWords words) {
   const auto [others, command] = split_command(words);
-  if (!others.empty()) return "trace takes no words but a command behind --, not \"" + others[0] + "\"";
+  if (!others.empty()) return "trace takes only a command after --, not \"" + others[0] + "\"";
   return check_inner_command(command);
 }
 
-std::string check_tv(Words words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
+std::string check_tv(ShellWords words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
 
-std::string check_nothing(Words) { return ""; }
+std::string check_nothing(ShellWords) { return ""; }
 
 constexpr Command kCommands[] = {
     {.name = "get",
      .arguments = "URI [PARAMETER-JSON | KEY=VALUE...]",
      .summary = "Reads an item",
-     .help = "Without further words the item is read plainly. KEY=VALUE words make a QUERY of them; a JSON object is\n"
-             "sent as it stands and must say its REQUEST itself.\n"
-             "\n"
-             "  dtvctl get /tv/cast/volume/volume\n"
-             "  dtvctl --json get /tv/cast/volume/volume | jq .response.ITEMS[0].VALUE\n"
-             "  dtvctl get /tv/menu/tuner/... '{\"REQUEST\":\"QUERY\",\"INDEX\":2}'\n",
+     .help =
+         "Without further words the item is read without parameters. KEY=VALUE words become the members of a QUERY.\n"
+         "A JSON object is sent unchanged and must contain its REQUEST.\n"
+         "\n"
+         "  dtvctl get /tv/cast/volume/volume\n"
+         "  dtvctl --json get /tv/cast/volume/volume | jq .response.ITEMS[0].VALUE\n"
+         "  dtvctl get /tv/menu/tuner/... '{\"REQUEST\":\"QUERY\",\"INDEX\":2}'\n",
      .passes_words = false,
      .run = run_get,
      .check = check_uri},
@@ -348,9 +347,9 @@ constexpr Command kCommands[] = {
      .arguments = "URI [PARAMETER-JSON | VALUE | KEY=VALUE...]",
      .summary = "Changes an item, or triggers an action",
      .help =
-         "A single value goes into the item's VALUE; KEY=VALUE words name several members; the request word follows\n"
-         "from the item's type unless REQUEST=... says otherwise. An action takes no value. A JSON object is sent as\n"
-         "it stands.\n"
+         "A single value sets the item's VALUE; KEY=VALUE words set several members. The request word follows from "
+         "the\n"
+         "item's type unless REQUEST=... gives another. An action takes no value. A JSON object is sent unchanged.\n"
          "\n"
          "  dtvctl set /tv/cast/volume/volume 23\n"
          "  dtvctl set /tv/cast/volume/mute VALUE=1\n"
@@ -360,10 +359,10 @@ constexpr Command kCommands[] = {
      .check = check_uri},
     {.name = "watch",
      .arguments = "URI... [-- COMMAND...]",
-     .summary = "Prints notifications as they come",
+     .summary = "Prints notifications as they arrive",
      .help =
          "Each notification is one line, exactly as the set wrote it. Runs until Ctrl-C, --count or --for. A command\n"
-         "behind -- (get, set or tv) runs once the subscription stands; what it causes is waited for.\n"
+         "after -- (get, set or tv) runs once the subscription is made, and watch waits for its notifications.\n"
          "\n"
          "  dtvctl watch /tv/ws/notify/volume_ctrl\n"
          "  dtvctl watch --count 1 /tv/ws/notify/volume_ctrl -- tv volume up\n",
@@ -374,12 +373,11 @@ constexpr Command kCommands[] = {
      .arguments = "[TEXT...]",
      .summary = "Lists URIs",
      .help =
-         "Shows the URIs whose name, type, abilities, identifier or help contain every TEXT, in capitals or not. The\n"
-         "column CAN names the uses that have an effect: get, set, notify; --can shows only the URIs with one of "
-         "them.\n"
-         "With --json one object per line, as the set describes it; its \"without_effect\" names the requests that "
-         "the\n"
-         "set accepts although nothing happens. Where none matches, standard error says so, and the exit code is 0.\n"
+         "Shows the URIs whose name, type, uses, identifier or help contain every TEXT, ignoring case. The column CAN\n"
+         "lists the uses that have an effect: get, set, notify; --can shows only the URIs with one of them. With\n"
+         "--json prints one object per line, as the set describes it; its \"without_effect\" lists the requests that\n"
+         "the set accepts without doing anything. If none matches, a message goes to standard error, and the exit\n"
+         "code is 0.\n"
          "\n"
          "  dtvctl list volume\n"
          "  dtvctl list --can get subtitle\n"
@@ -391,8 +389,8 @@ constexpr Command kCommands[] = {
      .arguments = "[TEXT...]",
      .summary = "Lists the functions of the TV API",
      .help =
-         "Shows the functions that trace may show and that tv fault takes, those whose name contains every TEXT. They\n"
-         "are read from the tap beside this program, without a host. With --json one object per line, as the tap\n"
+         "Shows the functions whose name contains every TEXT. trace shows their calls, and tv fault makes them fail.\n"
+         "They are read from the installed tap, without a host. With --json prints one object per line, as the tap\n"
          "describes it.\n"
          "\n"
          "  dtvctl functions volctrl\n",
@@ -405,8 +403,8 @@ constexpr Command kCommands[] = {
      .summary = "Shows the platform calls live",
      .help =
          "-> is a call of the TV API with its result, <- a callback of the platform. Runs until Ctrl-C, --count or\n"
-         "--for. With a command behind -- (get, set or tv) it shows what that command causes. Lines stand in the\n"
-         "order in which calls and callbacks began (their \"seq\"); a line waits up to 0.1 s for an earlier one.\n"
+         "--for. With a command after -- (get, set or tv) it shows the calls that this command causes. Lines are in\n"
+         "the order in which calls and callbacks began (their \"seq\"); a line waits up to 0.1 s for an earlier one.\n"
          "\n"
          "  dtvctl trace\n"
          "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
@@ -415,19 +413,20 @@ constexpr Command kCommands[] = {
      .check = check_trace},
     {.name = "tv",
      .arguments = "COMMAND...",
-     .summary = "Does to the virtual television what a viewer or the world does",
-     .help =
-         "The words go to the virtual television as they stand, a folder by its whole path; \"dtvctl tv help\" lists\n"
-         "its commands. Faults can be set on any function of the TV API; \"dtvctl functions\" lists them.\n"
-         "\n"
-         "  dtvctl tv volume up\n"
-         "  dtvctl tv state\n"
-         "  dtvctl tv stick insert ~/Pictures\n"
-         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
-         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
-         "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
-         "  dtvctl tv faults\n"
-         "  dtvctl tv fault --clear\n",
+     .summary = "Acts on the virtual television as a viewer or its environment does",
+     .help = "The words are sent to the virtual television unchanged, except that a folder becomes an absolute path.\n"
+             "\"dtvctl tv help\" lists its commands. Faults can be set on any function of the TV API; \"dtvctl "
+             "functions\"\n"
+             "lists them.\n"
+             "\n"
+             "  dtvctl tv volume up\n"
+             "  dtvctl tv state\n"
+             "  dtvctl tv stick insert ~/Pictures\n"
+             "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
+             "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
+             "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
+             "  dtvctl tv faults\n"
+             "  dtvctl tv fault --clear\n",
      .passes_words = true,
      .run = run_tv,
      .check = check_tv},

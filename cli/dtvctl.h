@@ -1,4 +1,4 @@
-// What the parts of dtvctl share.
+// Shared by the files of dtvctl.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -12,16 +12,9 @@
 #include <string_view>
 #include <vector>
 
-// ---- exit codes and failures ----
+#include "base/exit_codes.h"
 
-enum ExitCode : int {
-  kExitOk = 0,
-  kExitRefused = 1,      // the set answered a result other than 0
-  kExitUsage = 2,        // the command line is wrong
-  kExitUnreachable = 3,  // no host, or with --local no set
-  kExitProtocol = 4,     // the host, or the plugin, answered what cannot be used
-  kExitOutput = 5,       // the results could not be written
-};
+// ---- failures ----
 
 struct Failure {
   int exit_code = kExitOk;
@@ -30,25 +23,25 @@ struct Failure {
 
 // ---- options ----
 
-// What a URI may be good for, as members of its description.
+// The uses of a URI, as its description names them.
 inline constexpr std::string_view kUses[] = {"get", "set", "notify"};
 
 struct Options {
   std::string host = "127.0.0.1:8080";
   bool local = false;
-  std::string state;  // empty: the usual folder
-  std::string token;  // of the environment; empty: none there
+  std::string state;  // empty: the default folder
+  std::string token;  // from the environment; empty: none
   bool json = false;
   double timeout = 30;                // seconds that an answer may take
   std::optional<std::int64_t> count;  // lines of watch and trace
   std::optional<double> seconds;      // duration of watch and trace
-  std::string can;                    // of list: what a URI is to be good for; empty: anything
+  std::string can;                    // list: a use that a URI must have; empty: any
 };
 
-using Words = std::span<const std::string>;
+using ShellWords = std::span<const std::string>;
 using Clock = std::chrono::steady_clock;
 
-// ---- session: the way to a set, through a host (remote.cpp) or in this process (local.cpp) ----
+// ---- session: access to a set, through a host (remote.cpp) or in this process (local.cpp) ----
 
 struct Message {
   std::string method;
@@ -57,12 +50,12 @@ struct Message {
 
 enum class Waited { kMessage, kTimeout, kFailed };
 
-// The methods are the host's: get, set, subscribe, unsubscribe, list, trace, tv. Texts are JSON exactly as the set or
-// the host wrote them. All functions are called from one thread.
+// The methods are those of the host: get, set, subscribe, unsubscribe, list, trace, tv. Texts are JSON exactly as the
+// set or the host wrote them. All functions are called on one thread.
 struct Session {
   std::function<bool(std::string_view method, const std::string& params, std::string& ret_result, Failure& ret_failure)>
       call;
-  // Takes the next notification; without a time limit it waits as long as it takes.
+  // Takes the next notification. Without a time limit it waits until one arrives.
   std::function<Waited(std::optional<Clock::time_point> until, Message& ret_message, Failure& ret_failure)> wait;
   std::function<void()> close;
 };
@@ -70,15 +63,15 @@ struct Session {
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
 
-// ---- token.cpp: by which a host knows that its own user asks ----
+// ---- token.cpp: the token shows a host that the request comes from its own user ----
 
 struct Token {
-  std::string hex;      // empty: there is none
-  std::string trouble;  // why there is none, where one was to be expected
+  std::string hex;      // empty: none
+  std::string trouble;  // why there is none, if one was expected
 };
 
-// The token is in the folder of --state, else in DTV_TOKEN, else in the usual state folder. The last one is nothing
-// that the caller named: it goes to a host at a loopback address only.
+// Takes the token from the folder of --state, else from DTV_TOKEN, else from the default state folder. The user did not
+// name that folder, so its token is sent only to a host at a loopback address.
 Token token_find(const Options& options, bool loopback);
 
 // The tap's list of the TV API's functions (see dtv_tap_list), from the tap's library alone.
@@ -91,39 +84,39 @@ struct Command {
   std::string_view arguments;
   std::string_view summary;
   std::string_view help;
-  bool passes_words;      // what follows the name is not searched for options
-  bool needs_set = true;  // false: run gets a session that is not open
-  int (*run)(const Options& options, Session& session, Words words, Failure& ret_failure);
-  // Says what is wrong with the words before anything is opened; an empty text: nothing.
-  std::string (*check)(Words words);
+  bool passes_words;      // the words after the name are not read as options
+  bool needs_set = true;  // false: run gets a closed session
+  int (*run)(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+  // Checks the words before the session is opened. Returns what is wrong, or an empty text.
+  std::string (*check)(ShellWords words);
 };
 
 std::span<const Command> commands();
 
 // ---- follow.cpp ----
 
-// Shows one message's parameters. False when nobody reads any more.
+// Prints the parameters of one message. Returns false when the output cannot be written any more.
 using Print = std::function<bool(const std::string& params)>;
 
-// Runs the command behind "--", then hands every notification of the method to print until the count or the time is
-// reached, or print says that it is enough. Lines of a trace come in the order of their "seq"; Ctrl-C loses none.
-int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+// Runs the command after "--", then calls print with every notification of the method until the count or the time is
+// reached, or print returns false. Lines of a trace are printed in the order of their "seq"; Ctrl-C loses none.
+int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
            Failure& ret_failure);
 
 // ---- request.cpp: the "PARAMETER" object from the words of the command line ----
 
-// description: the host's list, asked for only when a word needs it.
+// Fetches the host's list of URIs. It is called only when a word needs the list.
 using Describe = std::function<bool(boost::json::value& ret_description, Failure& ret_failure)>;
 
-bool build_get_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_get_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure);
-bool build_set_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_set_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure);
 
-// The row of a URI in a description; null where there is none.
+// The row of a URI in a description; null when there is none.
 const boost::json::object* find_uri(const boost::json::value& description, std::string_view uri);
 
-// A result with its meaning, where the description has one: "-1 (the platform refused ...)".
+// A result with its meaning if the description has one: "-1 (the platform refused ...)".
 std::string result_meaning(const boost::json::value& description, std::int64_t result);
 
 // "there is no URI ...", with the nearest ones.
@@ -131,26 +124,27 @@ std::string unknown_uri(const boost::json::value& description, const std::string
 
 // ---- json.cpp ----
 
-// A member's text, as it stands in the text of a valid JSON object; nothing where there is none.
+// The text of a member, cut out of the text of a valid JSON object; nullopt when there is none.
 std::optional<std::string_view> json_member(std::string_view object, std::string_view key);
 
 bool json_parse(std::string_view text, boost::json::value& ret_value);
 
-// ---- render.cpp: for people ----
+// ---- render.cpp: readable output ----
 
-// Where results go. With --local the plugin's own log keeps standard output, which is then standard error.
+// Where results are written. With --local, fd 1 leads to standard error for the plugin's log, and this is the original
+// standard output.
 extern std::FILE* output;
 
 enum class Paint { kPlain, kTitle, kFaint, kError };
 std::string paint(Paint paint, std::string_view text, std::FILE* to);
 
-// A text that others wrote, for a terminal: control characters would move the cursor, or worse.
+// Makes a text from elsewhere safe for a terminal by escaping control characters.
 std::string printable(std::string_view text);
 
-// Writes a line and hands it over at once. False when it, or an earlier one, could not be written.
+// Writes and flushes a line. Returns false when it, or an earlier one, could not be written.
 bool print_line(std::string_view line);
 
-// The first failed write's error number; 0: none.
+// The error number of the first failed write; 0: none.
 int output_error();
 
 using Row = std::vector<std::string>;

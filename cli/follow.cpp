@@ -1,4 +1,4 @@
-// Follows what a set tells of: the notifications of watch, the lines of trace.
+// Follows a set: the notifications of watch and the lines of trace.
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
@@ -12,23 +12,23 @@ namespace json = boost::json;
 
 namespace {
 
-// The longest that a command inside watch and trace is followed for what it causes, unless --for or --count says.
+// How long the effects of a command after "--" are followed, without --for and --count.
 constexpr std::chrono::milliseconds kAftermath{200};
 
-// How long a line waits for one that began before it. A call of the platform that takes longer is shown when it
-// returns, behind what began after it: what is live must not stand still for it.
+// How long a line waits for one that began before it. A platform call that takes longer is shown when it returns, after
+// lines that began later, so that it does not hold up live output.
 constexpr std::chrono::milliseconds kPatience{100};
 
-// Lines that wait for an earlier one. The tap writes a call's line as the call returns, often after the lines of what
-// the call caused; "seq" counts how they began, without a gap.
+// Lines that wait for an earlier one. The tap writes the line of a call when the call returns, often after the lines of
+// its effects. "seq" numbers them in the order in which they began, without gaps.
 struct Sorter {
   struct Arrival {
     Clock::time_point due;
     std::uint64_t seq;
   };
-  std::multimap<std::uint64_t, std::string> held;  // by seq; 0: stands in no order, and is due at once
+  std::multimap<std::uint64_t, std::string> held;  // by seq; 0: without an order, due at once
   std::deque<Arrival> arrivals;
-  std::uint64_t due = 0;  // lines up to this seq wait no longer
+  std::uint64_t due = 0;  // lines up to this seq are due
 };
 
 std::uint64_t sequence_of(const std::string& line) {
@@ -43,7 +43,7 @@ void put(Sorter& sorter, std::uint64_t seq, std::string line) {
   if (seq > sorter.due) sorter.arrivals.push_back({Clock::now() + kPatience, seq});
 }
 
-// The next line that is due; with all set, the next one.
+// The next line that is due, or with all the next line.
 std::optional<std::string> take(Sorter& sorter, bool all) {
   while (!sorter.arrivals.empty() && sorter.arrivals.front().due <= Clock::now()) {
     sorter.due = std::max(sorter.due, sorter.arrivals.front().seq);
@@ -52,17 +52,17 @@ std::optional<std::string> take(Sorter& sorter, bool all) {
   const auto first = sorter.held.begin();
   if (first == sorter.held.end() || (first->first > sorter.due && !all)) return std::nullopt;
   std::string line = std::move(first->second);
-  // Nothing can begin between this line and its follower.
+  // No line can begin between this one and its successor.
   sorter.due = std::max(sorter.due, first->first + 1);
   sorter.held.erase(first);
   while (!sorter.arrivals.empty() && sorter.arrivals.front().seq < sorter.due) sorter.arrivals.pop_front();
   return line;
 }
 
-// Ctrl-C (or what timeout sends) ends the program at once, unless lines are held: these are printed first.
+// Ctrl-C, or SIGTERM as timeout sends it, ends the program at once, unless lines are held: these are printed first.
 constexpr int kNone = 0;
 constexpr int kSome = -1;
-std::atomic<int> g_held{kNone};  // or the signal that came while lines were held
+std::atomic<int> g_held{kNone};  // or the number of the signal that arrived while lines were held
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler uses it");
 
 void end_by(int number) {
@@ -75,8 +75,8 @@ void on_signal(int number) {
   if (!g_held.compare_exchange_strong(held, number)) end_by(number);
 }
 
-// Returns the signal that has come while lines were held; 0: none.
-int tell_held(bool some) {
+// Tells the signal handler whether lines are held. Returns the signal that arrived while they were; 0: none.
+int set_held(bool some) {
   int before = some ? kNone : kSome;
   g_held.compare_exchange_strong(before, some ? kSome : kNone);
   return before == kSome ? 0 : before;
@@ -84,14 +84,14 @@ int tell_held(bool some) {
 
 void catch_signals() {
   for (const int number : {SIGINT, SIGTERM}) {
-    // A shell has its background programs ignore Ctrl-C: so it stays.
+    // A shell makes its background programs ignore Ctrl-C, which stays so.
     if (std::signal(number, on_signal) == SIG_IGN) std::signal(number, SIG_IGN);
   }
 }
 
 }  // namespace
 
-int follow(const Options& options, Session& session, Words command, std::string_view method, const Print& print,
+int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
            Failure& ret_failure) {
   int result = kExitOk;
   std::optional<Clock::time_point> until;
@@ -101,7 +101,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
   if (options.seconds) limit(std::chrono::duration<double>(*options.seconds));
   if (!command.empty()) {
     const auto inner = std::ranges::find(commands(), command[0], &Command::name);
-    std::FILE* const lines = output;  // they are for what follows; the command's own answer goes beside them
+    std::FILE* const lines = output;  // only the followed lines; the command's own answer goes to stderr
     output = stderr;
     result = inner->run(options, session, command.subspan(1), ret_failure);
     output = lines;
@@ -109,7 +109,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
     if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
   }
   Sorter sorter;
-  int signal = 0;  // that ends it
+  int signal = 0;  // the signal that ends it
   bool ended = false;
   catch_signals();
   for (std::int64_t printed = 0; !options.count || printed < *options.count;) {
@@ -120,7 +120,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
     }
     if (ended) break;
     if (signal == 0) {
-      signal = tell_held(!sorter.held.empty());
+      signal = set_held(!sorter.held.empty());
       if (signal != 0) until = Clock::now();
     }
     std::optional<Clock::time_point> wake = until;
@@ -129,7 +129,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
     Message message;
     const Waited waited = session.wait(wake, message, ret_failure);
     if (waited == Waited::kFailed) result = ret_failure.exit_code;
-    // What has arrived by the end is still shown; a set that never pauses must not keep it from coming.
+    // Lines that have arrived by the end are still shown, but a set that never pauses must not delay the end.
     const auto now = Clock::now();
     ended = waited == Waited::kFailed ||
             (until && now >= *until && (waited == Waited::kTimeout || now >= *until + kPatience));
@@ -142,7 +142,7 @@ int follow(const Options& options, Session& session, Words command, std::string_
       put(sorter, seq, std::move(message.params));
     }
   }
-  if (signal == 0) signal = tell_held(false);
+  if (signal == 0) signal = set_held(false);
   if (signal != 0) end_by(signal);
   return result;
 }

@@ -4,7 +4,7 @@
 #include "json_text.h"
 
 std::optional<std::string_view> json_member(std::string_view object, std::string_view key) {
-  if (json_kind(object) != JsonKind::object) return std::nullopt;
+  if (json_kind(object) != JsonKind::kObject) return std::nullopt;
   while (const std::optional<JsonMember> member = json_next_member(object)) {
     if (json_string_is(member->key, key)) return member->value;
   }
@@ -13,7 +13,7 @@ std::optional<std::string_view> json_member(std::string_view object, std::string
 
 bool json_parse(std::string_view text, boost::json::value& ret_value) {
   boost::json::parse_options options;
-  options.max_depth = json_max_depth;
+  options.max_depth = kJsonMaxDepth;
   boost::json::error_code failed;
   boost::json::value value = boost::json::parse(text, failed, {}, options);
   if (failed) return false;

@@ -1,5 +1,5 @@
-// The session in this process: plugin, tap and virtual television through the host's stack, with the answers that the
-// host would give.
+// The session in this process: loads plugin, tap and virtual television, and gives the answers that the host would
+// give.
 #include <dlfcn.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -21,15 +21,15 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr std::size_t kNotificationSize = 1 << 20;  // bytes; what a notification has beyond them would be lost
+constexpr std::size_t kNotificationSize = 1 << 20;  // bytes; the rest of a longer notification would be lost
 
 struct LocalSet {
   Stack stack{};
-  std::vector<std::string> subscribed;  // this thread's
+  std::vector<std::string> subscribed;  // used only by the main thread
 
-  std::mutex lock;  // guards what the platform's threads write
+  std::mutex lock;  // guards the following members, which the platform's threads write
   std::condition_variable changed;
-  bool event = false;  // a callback has returned since the last look
+  bool event = false;  // a callback has returned since the last fetch
   std::deque<std::string> lines;
 };
 
@@ -51,7 +51,7 @@ void on_line(void* context, const char* line) {
   set.changed.notify_one();
 }
 
-// The pending notification of one of the subscribed URIs.
+// Fetches the pending notification of one of the subscribed URIs.
 bool fetch(LocalSet& set, Message& ret_message) {
   for (const std::string& uri : set.subscribed) {
     std::string text(kNotificationSize, '\0');
@@ -122,7 +122,7 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
     const std::unique_ptr<char, decltype(&free)> description(set.stack.describe(), free);
     json::value whole;
     if (description == nullptr || !json_parse(description.get(), whole)) {
-      ret_failure = {kExitProtocol, "the plugin's description of its URIs is no JSON text"};
+      ret_failure = {kExitProtocol, "the plugin's description of its URIs is not JSON"};
       return false;
     }
     result = description.get();
@@ -133,7 +133,7 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
     result = stack_control(set.stack, json::serialize(object.at("words")));
     json::value answer;
     if (!json_parse(result, answer) || !answer.is_object()) {
-      ret_failure = {kExitProtocol, "the virtual television answered no JSON object: " + result};
+      ret_failure = {kExitProtocol, "the virtual television's answer is not a JSON object: " + result};
       return false;
     }
     if (const json::value* error = answer.get_object().if_contains("error"); error != nullptr && error->is_string()) {
@@ -151,7 +151,7 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
 }  // namespace
 
 bool contract_list(std::string& ret_list, Failure& ret_failure) {
-  void* const tap = dlopen(stack_defaults().tap.c_str(), RTLD_NOW | RTLD_LOCAL);  // stays until the program ends
+  void* const tap = dlopen(stack_defaults().tap.c_str(), RTLD_NOW | RTLD_LOCAL);  // loaded until the program ends
   const auto list = tap == nullptr ? nullptr : reinterpret_cast<decltype(&dtv_tap_list)>(dlsym(tap, "dtv_tap_list"));
   if (list == nullptr) {
     ret_failure = {kExitUnreachable, std::string("cannot load the tap: ") + dlerror()};
@@ -163,7 +163,7 @@ bool contract_list(std::string& ret_list, Failure& ret_failure) {
 }
 
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure) {
-  // The plugin logs to standard output: that becomes standard error, so that results stay clean.
+  // The plugin logs to standard output, which therefore becomes standard error; results keep the original one.
   if (const int results = dup(STDOUT_FILENO); results >= 0) {
     std::FILE* const file = fdopen(results, "w");
     if (file != nullptr && dup2(STDERR_FILENO, STDOUT_FILENO) >= 0) output = file;

@@ -2,16 +2,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <boost/json.hpp>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
 #include <string>
 #include <system_error>
 
+#include "base/text.h"
 #include "dtvctl.h"
-#include "json_text.h"
 #include "nearest.h"
 
 namespace {
@@ -25,11 +25,8 @@ struct Invocation {
 };
 
 bool read_count(const std::string& text, Options& options) {
-  std::int64_t count = 0;
-  const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (failed != std::errc() || end != text.data() + text.size() || count < 1) return false;
-  options.count = count;
-  return true;
+  options.count = parse_number_within<std::int64_t>(text, 1, std::numeric_limits<std::int64_t>::max());
+  return options.count.has_value();
 }
 
 bool read_seconds(const std::string& text, double& ret_seconds) {
@@ -48,12 +45,12 @@ struct OptionRow {
 };
 
 constexpr OptionRow kOptions[] = {
-    {"--host", "ADDR:PORT", "The host to talk to; also DTV_HOST in the environment (default 127.0.0.1:8080)",
+    {"--host", "ADDR:PORT", "The host to connect to; also DTV_HOST in the environment (default 127.0.0.1:8080)",
      [](const std::string& argument, Options& options) {
        options.host = argument;
        return !argument.empty();
      }},
-    {"--local", "", "No host: the plugin and a virtual television run in this process, for this command",
+    {"--local", "", "Without a host: run the plugin and a virtual television in this process, for this command",
      [](const std::string&, Options& options) { return options.local = true; }},
     {"--state", "FOLDER",
      "The state folder: the host's, for its token; with --local the set's (default: the XDG state folder)",
@@ -64,41 +61,41 @@ constexpr OptionRow kOptions[] = {
     {"--json", "", "JSON lines instead of tables",
      [](const std::string&, Options& options) { return options.json = true; }},
     {"--count", "N", "watch, trace: end after N lines", read_count},
-    {"--for", "SECONDS", "watch, trace: end after so long",
+    {"--for", "SECONDS", "watch, trace: end after this time",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
-    {"--can", "get|set|notify", "list: only URIs of which this has an effect",
+    {"--can", "get|set|notify", "list: only URIs with this use",
      [](const std::string& argument, Options& options) {
        options.can = argument;
        return std::ranges::find(kUses, argument) != std::end(kUses);
      }},
     {"--timeout", "SECONDS", "How long an answer may take (default 30)",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.timeout); }},
-    {"--help", "", "This help, or with a command the command's; also -h", nullptr},
+    {"--help", "", "This help, or with a command the help of the command; also -h", nullptr},
     {"--version", "", "The version", nullptr},
 };
 
-constexpr std::string_view kAfterOptions =
-    "Exit codes: 0 done; 1 the set refused (a result other than 0); 2 wrong command line; 3 no host, or the local set\n"
-    "does not start; 4 an answer that cannot be used; 5 the results could not be written.\n"
+constexpr std::string_view kAfterExitCodes =
+    "\n"
     "Ctrl-C ends watch and trace.\n"
     "\n"
-    "A host wants its token before it lets anybody control the television (tv; with --require-token everything). The\n"
-    "token is the file \"token\" in the host's state folder, or the variable DTV_TOKEN; --state goes before it.\n"
-    "A host that is not on this machine gets it, in clear text, only when --state or DTV_TOKEN is there.\n"
+    "A host requires its token for control commands (tv), and with --require-token for everything. dtvctl takes the\n"
+    "token from the file \"token\" in the folder of --state, else from the variable DTV_TOKEN, else from the default\n"
+    "state folder. To a host on another machine it sends the token, in clear text, only with --state or DTV_TOKEN.\n"
     "\n"
-    "Colours come on a terminal only, and not with NO_COLOR. Options may stand before or behind a command's words;\n"
-    "all words behind tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\";\n"
-    "\"make install\" puts that file where bash finds it.\n"
+    "Colours are used only on a terminal, and not with NO_COLOR. Options may precede or follow a command's words; all\n"
+    "words after tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\"; \"make "
+    "install\"\n"
+    "puts that file where bash finds it.\n"
     "\n"
     "First steps:\n"
     "  make run                                   start a host with a virtual television\n"
     "  dtvctl list volume                         find the URI\n"
     "  dtvctl get /tv/cast/volume/volume          read it\n"
     "  dtvctl set /tv/cast/volume/volume 23       change it\n"
-    "  dtvctl watch /tv/ws/notify/volume_ctrl     be told of changes; in another shell:\n"
+    "  dtvctl watch /tv/ws/notify/volume_ctrl     print changes; in another shell:\n"
     "  dtvctl tv volume up                        press a key of the remote control\n";
 
-// Text that ends with a line feed.
+// Prints a text that ends with a line feed.
 void print_text(std::string_view text) { print_line(text.substr(0, text.size() - 1)); }
 
 void print_help(const Command* command) {
@@ -119,7 +116,12 @@ void print_help(const Command* command) {
     rows.push_back({"  " + std::string(option.name) + " " + std::string(option.argument), std::string(option.help)});
   }
   print_table({}, rows);
-  print_text("\n\"dtvctl COMMAND --help\" tells more, with examples.\n\n" + std::string(kAfterOptions));
+  print_text("\n\"dtvctl COMMAND --help\" explains a command, with examples.\n\nExit codes:\n");
+  rows.clear();
+  for (const ExitMeaning& row : kExitMeanings)
+    rows.push_back({"  " + std::to_string(row.code), std::string(row.meaning)});
+  print_table({}, rows);
+  print_text(kAfterExitCodes);
 }
 
 template <typename Table>
@@ -130,7 +132,7 @@ std::string suggestion(const std::string& name, const Table& table) {
   return near.empty() ? "" : "; did you mean " + near[0] + "?";
 }
 
-// Takes the option at words[index], with its argument. kRun: the caller goes on behind it.
+// Takes the option at words[index] with its argument. Returns kRun when the caller goes on with the next word.
 Parsed take_option(const std::vector<std::string>& words, std::size_t& index, Options& options,
                    std::string& ret_wrong) {
   std::string name = words[index] == "-h" ? "--help" : words[index];
@@ -164,7 +166,7 @@ Parsed take_option(const std::vector<std::string>& words, std::size_t& index, Op
   return Parsed::kRun;
 }
 
-// "-5" is a number; "--" and what stands behind it are words.
+// "-5" is a number; "--" and everything after it are words.
 bool is_option(const std::string& word) {
   return word.size() > 1 && word[0] == '-' && word != "--" && std::isdigit(static_cast<unsigned char>(word[1])) == 0;
 }
@@ -173,7 +175,7 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
   bool behind_dashes = false;
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& word = arguments[i];
-    if (!json_is_whole(boost::json::serialize(boost::json::string(word)))) {
+    if (!is_utf8(word)) {
       ret_wrong = "argument " + std::to_string(i + 1) + " is not UTF-8";
       return Parsed::kWrong;
     }
@@ -213,7 +215,7 @@ int complain(const Failure& failure) {
   return failure.exit_code;
 }
 
-// The exit code for a result whose text has been printed. A pipe that nobody reads ends the program as a pipe does.
+// The exit code after the results are printed. A pipe without a reader ends the program by SIGPIPE, as usual.
 int finish(int result) {
   const int error = output_error();
   if (error == EPIPE) {
@@ -255,7 +257,7 @@ int main(int count, char** values) {
     if (!failure.text.empty()) complain(failure);
     if (opens) session.close();
     return finish(result);
-  } catch (const std::exception& unexpected) {  // without memory, or a description of another form than agreed
+  } catch (const std::exception& unexpected) {  // no memory, or a description that has not the agreed form
     return complain({kExitProtocol, std::string("an answer that cannot be used: ") + unexpected.what()});
   }
 }

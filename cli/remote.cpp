@@ -1,5 +1,4 @@
-// The session through a host: JSON-RPC 2.0 over WebSocket. One thread, which runs the network's handlers while it
-// waits.
+// The session through a host: JSON-RPC 2.0 over WebSocket. The only thread runs the network handlers while it waits.
 #include <boost/asio/connect.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -8,10 +7,11 @@
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/websocket.hpp>
 #include <boost/json.hpp>
-#include <charconv>
 #include <csignal>
 #include <deque>
 
+#include "base/rpc_error.h"
+#include "base/text.h"
 #include "dtvctl.h"
 
 namespace asio = boost::asio;
@@ -26,19 +26,20 @@ namespace {
 
 constexpr std::size_t kMessageMax = std::size_t{64} << 20;  // bytes of one message of the host
 
-// How long a deadline may be overrun to take what had arrived by then.
+// How long a deadline may be exceeded to read what arrived before it.
 constexpr std::chrono::milliseconds kGrace{100};
 
 struct Connection {
   asio::io_context context{1};
-  asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};  // it waits also without any
+  asio::executor_work_guard<asio::io_context::executor_type> work{
+      context.get_executor()};  // so that run_one waits even without handlers
   tcp::resolver resolver{context};
   websocket::stream<tcp::socket, false> socket{context};
   enum { kConnecting, kUpgrading, kOpen, kEnded } state = kConnecting;
   error_code failure;                // why it ended
   websocket::response_type upgrade;  // how the host answered the request for a WebSocket
   beast::flat_buffer received;
-  std::deque<std::string> outbox;  // messages that are not written yet; the first one is on its way
+  std::deque<std::string> outbox;  // messages that are not yet written; the first is being written
   std::deque<std::string> inbox;
   std::deque<Message> notifications;
   std::uint64_t last_id = 0;
@@ -111,7 +112,7 @@ void connect(Connection& connection, const Options& options, const std::string& 
       });
 }
 
-// Runs handlers until done() or the time is over. Returns whether it was done. A signal interrupts nothing here.
+// Runs handlers until done() is true or the time is over. Returns whether done() is true. Signals do not interrupt it.
 template <typename Done>
 bool run_until(Connection& connection, std::optional<Clock::time_point> until, Done done) {
   while (!done()) {
@@ -134,7 +135,7 @@ Failure unreachable(const Connection& connection, const std::string& reason) {
                                 "). Start one with \"make run\", name another with --host ADDR:PORT, or use --local."};
 }
 
-// The status line's end, and what a dtv-host says in the body.
+// Status and reason of the answer, with the error in the body of a dtv-host.
 std::string refusal(const websocket::response_type& upgrade) {
   std::string text = std::to_string(upgrade.result_int()) + " " + std::string(upgrade.reason());
   json::value body;
@@ -145,7 +146,8 @@ std::string refusal(const websocket::response_type& upgrade) {
   return text;
 }
 
-// Why there is no session. Whoever closes at once may be any program; whoever answers something else is no host.
+// Why there is no session. If the connection is closed at once, any program may be listening there; if the answer is
+// something else, it is not a host.
 Failure not_open(const Connection& connection) {
   const error_code& failure = connection.failure;
   if (connection.state != Connection::kEnded) return unreachable(connection, "no answer within the --timeout");
@@ -156,7 +158,7 @@ Failure not_open(const Connection& connection) {
   if (!answered) return unreachable(connection, failure.message());
   const std::string reason =
       failure == websocket::error::upgrade_declined ? refusal(connection.upgrade) : failure.message();
-  return {kExitProtocol, "what answers at " + connection.host + " is no dtv-host, or it refuses that name (" +
+  return {kExitProtocol, "the server at " + connection.host + " is not a dtv-host, or it refuses that name (" +
                              printable(reason) + ")"};
 }
 
@@ -165,7 +167,7 @@ Failure lost(const Connection& connection) {
   const error_code closed = websocket::error::closed;
   if (connection.failure != closed && connection.failure.category() == closed.category()) {
     return {kExitProtocol,
-            "the host at " + connection.host + " sent what is no message: " + connection.failure.message()};
+            "the host at " + connection.host + " sent an invalid message: " + connection.failure.message()};
   }
   const websocket::close_reason& close = connection.socket.reason();
   const bool usual = close.code == websocket::close_code::none || close.code == websocket::close_code::normal ||
@@ -175,26 +177,24 @@ Failure lost(const Connection& connection) {
   return {kExitUnreachable, "the host at " + connection.host + " closed the connection" + why + (usual ? "" : ")")};
 }
 
-// What a JSON-RPC error says. Its message stands for itself; the data is for programs.
+// The failure for a JSON-RPC error. Only its message is used; the data is for programs.
 Failure rpc_failure(const Connection& connection, const json::object& error) {
-  constexpr std::int64_t kUnknownUri = -32001;
-  constexpr std::int64_t kPlatformRefused = -32004;
-  constexpr std::int64_t kForbidden = -32006;
   const json::value* const message = error.if_contains("message");
   const json::value* const code = error.if_contains("code");
-  if (code != nullptr && *code == kForbidden) {
+  const auto is = [&](RpcError expected) { return code != nullptr && *code == static_cast<std::int64_t>(expected); };
+  if (is(RpcError::kForbidden)) {
     return {kExitRefused,
             "the host at " + connection.host +
                 " wants its token for this; give its state folder with --state, or the token in DTV_TOKEN" +
                 (connection.token.trouble.empty() ? "" : " (" + connection.token.trouble + ")")};
   }
-  const bool refused = code != nullptr && (*code == kUnknownUri || *code == kPlatformRefused);
+  const bool refused = is(RpcError::kUnknownUri) || is(RpcError::kPlatform);
   return {refused ? kExitRefused : kExitProtocol, message != nullptr && message->is_string()
                                                       ? std::string(message->get_string())
                                                       : "the host answered an error: " + json::serialize(error)};
 }
 
-// Sorts what has arrived: notifications to their queue; the answer to the call with this id is returned.
+// Sorts the received messages: puts notifications into their queue, and returns the answer to the call with this id.
 std::optional<std::string> take_answer(Connection& connection, std::uint64_t id, Failure& ret_failure) {
   while (!connection.inbox.empty()) {
     std::string text = std::move(connection.inbox.front());
@@ -202,7 +202,7 @@ std::optional<std::string> take_answer(Connection& connection, std::uint64_t id,
     json::value parsed;
     const json::object* message = json_parse(text, parsed) ? parsed.if_object() : nullptr;
     if (message == nullptr) {
-      ret_failure = {kExitProtocol, "the host sent a text that is no JSON object: " + text.substr(0, 200)};
+      ret_failure = {kExitProtocol, "the host sent a text that is not a JSON object: " + text.substr(0, 200)};
       return std::nullopt;
     }
     if (const json::value* method = message->if_contains("method"); method != nullptr && method->is_string()) {
@@ -277,9 +277,9 @@ bool split_host(const std::string& host, std::string& ret_address, int& ret_port
   const std::size_t bracket = bracketed ? host.find(']') : std::string::npos;
   if (bracketed && bracket == std::string::npos) return false;
   if (colon != std::string::npos && (!bracketed || colon > bracket)) {
-    const char* const end = host.data() + host.size();
-    const auto [stop, failed] = std::from_chars(host.data() + colon + 1, end, port);
-    if (failed != std::errc() || stop != end || port < 1 || port > 65535) return false;
+    const auto given = parse_number_within(std::string_view(host).substr(colon + 1), 1, 65535);
+    if (!given) return false;
+    port = *given;
     address = host.substr(0, colon);
   }
   if (bracketed) {
@@ -302,7 +302,7 @@ bool session_open_remote(const Options& options, Session& ret_session, Failure& 
     return false;
   }
   std::signal(SIGPIPE, SIG_IGN);
-  // It lives as long as the process: its end would wait for a name server that does not answer.
+  // It is never destroyed: its destructor would wait for a name server that does not answer.
   static Connection& connection = *new Connection;
   connection.host = options.host;
   connection.timeout = options.timeout;
@@ -315,7 +315,7 @@ bool session_open_remote(const Options& options, Session& ret_session, Failure& 
     ret_failure = not_open(connection);
     return false;
   }
-  // Nobody waits for the reply: whether the token was right, or needed at all, is seen by the requests behind it.
+  // The reply is not awaited: the following requests show whether the token was right or needed at all.
   if (!connection.token.hex.empty()) send(connection, "authorize", R"({"token":")" + connection.token.hex + R"("})");
 
   ret_session.call = [](std::string_view method, const std::string& params, std::string& ret_result, Failure& failure) {

@@ -16,20 +16,20 @@ std::FILE* output = stdout;
 
 namespace {
 
-int write_error = 0;  // of the first write that failed
+int write_error = 0;  // the error number of the first failed write
 
 bool paints(std::FILE* to) {
   const char* const no_color = std::getenv("NO_COLOR");
   return (no_color == nullptr || *no_color == '\0') && isatty(fileno(to)) != 0;
 }
 
-// Columns of the terminal; 100 where results go elsewhere.
+// Columns of the terminal; 100 when the output is not one.
 std::size_t line_width() {
   winsize size{};
   return ioctl(fileno(output), TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 100;
 }
 
-// Columns that a text takes: one per code point is right for all but wide scripts.
+// Columns of a text: one per code point, which is right except for wide scripts.
 std::size_t width_of(std::string_view text) {
   return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
@@ -64,7 +64,7 @@ void flatten(const json::object& object, const std::string& prefix, std::vector<
   }
 }
 
-// Whether a table reads well: all columns but the last fit, and the last one has some room to begin in.
+// Whether a table is readable: all columns but the last fit, and some room is left for the last one.
 bool fits(const Row& titles, std::span<const Row> rows) {
   constexpr std::size_t kRoomForLast = 20;
   std::size_t width = kRoomForLast;
@@ -76,7 +76,7 @@ bool fits(const Row& titles, std::span<const Row> rows) {
   return width <= line_width();
 }
 
-// Objects with the same members as a table where that fits, else one below the other.
+// Prints objects as a table if it fits, else one below the other.
 void print_objects(std::span<const json::value> objects) {
   std::vector<std::vector<Cell>> items;
   Row titles;

@@ -1,4 +1,4 @@
-// From the words of the command line to the "PARAMETER" object, with the help of the plugin's own description.
+// Makes the "PARAMETER" object from the words of the command line and the plugin's description.
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
@@ -18,22 +18,22 @@ std::string text_of(const json::value* value) {
   return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
 
-// How one direction of an item type is described: the request word and its fields.
+// The description of an item type for a get or a set: the request word and its fields.
 struct Form {
   std::string type;
   std::string request;
-  const json::value* fields = nullptr;  // an array; null: this type has no such request
+  const json::value* fields = nullptr;  // an array; null: the type has no such request
   const json::value* kinds = nullptr;   // of fields
 };
 
 struct Target {
   std::string uri;
   Form form;
-  json::value description;  // owns what form points into, like `fields`
+  json::value description;  // form points into it and into `fields`
   json::value fields;
 };
 
-// The element of an array that has this text under a key; null where there is none.
+// The element of an array with this text under the key; null when there is none.
 const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
   if (rows == nullptr || !rows->is_array()) return nullptr;
   for (const json::value& row : rows->get_array()) {
@@ -44,7 +44,7 @@ const json::value* find_row(const json::value* rows, std::string_view key, std::
 
 const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
 
-// The members of a URI's request: each once, without those of other URIs.
+// The fields of a URI's request: each key once, without the fields of other URIs.
 json::value fields_of(const json::array& fields, const std::string& uri) {
   json::value ret = json::array();
   for (const json::value& field : fields) {
@@ -54,7 +54,7 @@ json::value fields_of(const json::array& fields, const std::string& uri) {
   return ret;
 }
 
-// Both rows of the description that the URI leads to.
+// Looks up the URI and its item type in the description.
 bool look_up(const std::string& uri, bool sets, const Describe& describe, Target& ret_target, Failure& ret_failure) {
   ret_target.uri = uri;
   if (!describe(ret_target.description, ret_failure)) return false;
@@ -95,7 +95,7 @@ std::string field_list(const json::value* fields) {
   return list.empty() ? "none" : list;
 }
 
-// What a field's values are in JSON, by the description of its kind; empty where it is not described.
+// The JSON type of a field's values from the description of its kind; empty when it is not described.
 std::string json_kind(const json::value* kinds, const json::value* field) {
   return text_of(member(find_row(kinds, "kind", text_of(member(field, "kind"))), "json"));
 }
@@ -105,7 +105,7 @@ bool is_number(std::string_view word) {
   return json_parse(word, value) && value.is_number();
 }
 
-// The value for a field (null: of unknown kind).
+// Converts a word to the value of a field (null: of unknown kind).
 bool field_value(const std::string& word, const json::value* kinds, const json::value* field, json::value& ret_value,
                  Failure& ret_failure) {
   const std::string kind = json_kind(kinds, field);
@@ -143,7 +143,7 @@ bool split_member(const std::string& word, std::string& ret_key, std::string& re
   return true;
 }
 
-// Puts one KEY=VALUE into the parameter. Unless the request word was given, the type must know the member.
+// Adds one KEY=VALUE to the parameter. With strict, the type must have the member.
 bool add_member(const std::string& key, const std::string& word, const Form& form, bool strict, json::object& parameter,
                 Failure& ret_failure) {
   json::object* object = &parameter;
@@ -159,13 +159,13 @@ bool add_member(const std::string& key, const std::string& word, const Form& for
   const json::value* field = find_field(fields, rest);
   if (field == nullptr && strict) {
     ret_failure = {kExitUsage, form.type + " has no member " + key + " in a " + form.request + "; it has: " +
-                                   field_list(form.fields) + ". Give the parameters as JSON to send it all the same."};
+                                   field_list(form.fields) + ". To send it anyway, give the parameters as JSON."};
     return false;
   }
   return field_value(word, form.kinds, field, (*object)[rest], ret_failure);
 }
 
-bool build_members(Words words, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
+bool build_members(ShellWords words, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
   std::string request = form.request;
   bool strict = true;
   std::string key;
@@ -177,13 +177,13 @@ bool build_members(Words words, const Form& form, std::string& ret_parameter, Fa
     }
   }
   if (strict && form.fields == nullptr) {
-    ret_failure = {kExitUsage, form.type + " has no member to give; the parameters as JSON are sent all the same"};
+    ret_failure = {kExitUsage, form.type + " has no members; to send some anyway, give the parameters as JSON"};
     return false;
   }
   json::object parameter{{"REQUEST", request}};
   for (const std::string& word : words) {
     if (!split_member(word, key, value)) {
-      ret_failure = {kExitUsage, "\"" + word + "\" is not KEY=VALUE; a value that stands alone is the only one"};
+      ret_failure = {kExitUsage, "\"" + word + "\" is not KEY=VALUE; a value without a key must be the only word"};
       return false;
     }
     if (key != "REQUEST" && !add_member(key, value, form, strict, parameter, ret_failure)) return false;
@@ -192,7 +192,7 @@ bool build_members(Words words, const Form& form, std::string& ret_parameter, Fa
   return true;
 }
 
-// The member that a value without a key stands for.
+// The field that a value without a key sets.
 const json::value* only_field(const Form& form) {
   if (form.fields == nullptr) return nullptr;
   if (const json::value* value = find_field(form.fields, "VALUE"); value != nullptr) return value;
@@ -213,11 +213,11 @@ bool build_value(const std::string& word, const Form& form, std::string& ret_par
   return true;
 }
 
-// Parameters that are given as JSON go out as they stand.
+// Parameters that are given as JSON are sent unchanged.
 bool take_json(const std::string& word, std::string& ret_parameter, Failure& ret_failure) {
   json::value value;
   if (!json_parse(word, value) || !value.is_object()) {
-    ret_failure = {kExitUsage, "the parameters are no JSON object: " + word};
+    ret_failure = {kExitUsage, "the parameters are not a JSON object: " + word};
     return false;
   }
   ret_parameter = word;
@@ -235,7 +235,7 @@ bool is_member_of(const std::string& word, const Form& form) {
 
 }  // namespace
 
-bool build_get_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_get_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure) {
   if (words.empty()) {
     ret_parameter.clear();
@@ -247,7 +247,7 @@ bool build_get_parameter(const std::string& uri, Words words, const Describe& de
          build_members(words, target.form, ret_parameter, ret_failure);
 }
 
-bool build_set_parameter(const std::string& uri, Words words, const Describe& describe, std::string& ret_parameter,
+bool build_set_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure) {
   if (words.size() == 1 && words[0].starts_with('{')) return take_json(words[0], ret_parameter, ret_failure);
   Target target;

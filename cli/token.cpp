@@ -1,4 +1,6 @@
-// The token of a host: where it is, and whether it is one.
+// Finds and checks the token of a host.
+#include "base/token.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -11,17 +13,11 @@
 
 namespace {
 
-constexpr std::size_t kDigits = 64;
-
-bool is_token(std::string_view text) {
-  return text.size() == kDigits && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-// The file's beginning, as far as a token with its line feed goes. Returns 0 or an error number.
+// Reads one byte more than a token with its line feed has. Returns 0 or an error number.
 int read_start(const std::string& path, std::string& ret_text) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe must not hold this up
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // opening a pipe must not block
   if (file < 0) return errno;
-  char bytes[kDigits + 2];
+  char bytes[kTokenDigits + 2];
   const ssize_t count = read(file, bytes, sizeof bytes);
   const int failed = count < 0 ? errno : 0;
   close(file);

@@ -1,16 +1,16 @@
-// Every bound of the server in one place. docs/limits.md has the same table for readers, with the memory that the
-// bounds add up to; tests/system/host_bounds.test.mjs tries them.
+// All limits of the server. docs/limits.md explains them and the memory that they add up to;
+// tests/system/host_bounds.test.mjs tests them.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
 
-inline constexpr std::size_t limit_kib = 1024;
-inline constexpr std::size_t limit_mib = 1024 * limit_kib;
+inline constexpr std::size_t kKib = 1024;
+inline constexpr std::size_t kMib = 1024 * kKib;
 
-// What a start option can change.
+// The limits that a command-line option can change.
 struct Limits {
-  std::size_t message_bytes = limit_mib;  // of one request message: a WebSocket message or an HTTP body
+  std::size_t message_bytes = kMib;  // of one request message: a WebSocket message or an HTTP body
   std::size_t connections = 256;
   std::size_t subscriptions = 1000;               // of one client
   std::size_t requests = 16384;                   // waiting for the platform, of all clients together
@@ -22,54 +22,54 @@ struct Limits {
 
 // ---- connections ----
 
-// Connections beyond the maximum, for who shows the token with the first request; others are told that there are too
-// many. What comes beyond them is closed unheard.
-inline constexpr std::size_t limit_excess_connections = 32;
-// Connections of one address that is not a loopback one. On loopback everybody has the same address.
-inline constexpr std::size_t limit_connections_per_peer = 64;
-// What a connection that ends with an answer may still send before it is cut, and for how long.
-inline constexpr std::chrono::milliseconds limit_linger_time{2'000};
+// Connections beyond the maximum. They serve only clients whose first request shows the token; other clients get an
+// answer that there are too many. Connections beyond these are closed without an answer.
+inline constexpr std::size_t kLimitExcessConnections = 32;
+// Connections from one address, unless it is a loopback address, which all local clients share.
+inline constexpr std::size_t kLimitConnectionsPerPeer = 64;
+// How long a connection whose last answer is sent may still send before it is closed.
+inline constexpr std::chrono::milliseconds kLimitLingerTime{2'000};
 
 // ---- requests being received ----
 
-inline constexpr std::size_t limit_header_bytes = 32 * limit_kib;  // request line and headers together
-inline constexpr std::size_t limit_header_fields = 100;
-// Bytes of a connection that are read at once, and that may wait unread by the protocol while it is not listened to.
-inline constexpr std::size_t limit_read_bytes = 64 * limit_kib;
-// A message of at most so many bytes is always received. Longer ones share a budget; beyond it they are refused.
-inline constexpr std::size_t limit_small_message_bytes = 16 * limit_kib;
-inline constexpr std::size_t limit_receiving_bytes = 64 * limit_mib;
+inline constexpr std::size_t kLimitHeaderBytes = 32 * kKib;  // request line and headers together
+inline constexpr std::size_t kLimitHeaderFields = 100;
+// Bytes that are read from a connection at once, and that may wait while the server takes no requests from it.
+inline constexpr std::size_t kLimitReadBytes = 64 * kKib;
+// A message of at most this size is always received. Longer ones share a budget and are refused when it is used up.
+inline constexpr std::size_t kLimitSmallMessageBytes = 16 * kKib;
+inline constexpr std::size_t kLimitReceivingBytes = 64 * kMib;
 
 // ---- requests waiting ----
 
-inline constexpr std::size_t limit_parameter_values = 10'000;  // JSON values in one parameter
-inline constexpr unsigned limit_nearest_searches = 8;          // for names like an unknown one, in one message
-inline constexpr std::size_t limit_waiting_bytes = 64 * limit_mib;
-inline constexpr std::size_t limit_control_requests = 1024;            // control commands, of all clients together
-inline constexpr std::size_t limit_control_requests_per_client = 256;  // the page asks for 163 values at once
-// Calls of one client that may wait before it is not read from for a while.
-inline constexpr std::size_t limit_client_requests = 1024;
-// Calls of one client that run in a row while others wait.
-inline constexpr unsigned limit_calls_in_turn = 4;
+inline constexpr std::size_t kLimitParameterValues = 10'000;  // JSON values in one parameter
+inline constexpr unsigned kLimitNearestSearches = 8;          // for the nearest known URIs, in one message
+inline constexpr std::size_t kLimitWaitingBytes = 64 * kMib;
+inline constexpr std::size_t kLimitControlRequests = 1024;          // control commands, of all clients together
+inline constexpr std::size_t kLimitControlRequestsPerClient = 256;  // the page requests 163 values at once
+// Waiting calls of one client at which the server stops reading from it.
+inline constexpr std::size_t kLimitClientRequests = 1024;
+// Calls of one client that run in a row while other clients wait.
+inline constexpr unsigned kLimitCallsInTurn = 4;
 
 // ---- replies waiting ----
 
-inline constexpr std::size_t limit_batch_reply_bytes = 256 * limit_kib;
-// Bytes of replies of one client that may wait before it is not read from; the second once all clients together have
-// many. Beyond the last the client that adds to them is disconnected.
-inline constexpr std::size_t limit_client_reply_bytes = limit_mib;
-inline constexpr std::size_t limit_many_reply_bytes = 32 * limit_mib;
-inline constexpr std::size_t limit_client_reply_bytes_of_many = 64 * limit_kib;
-inline constexpr std::size_t limit_all_reply_bytes = 128 * limit_mib;
-// Notifications of one client that wait; the oldest are dropped, and the client is told how many.
-inline constexpr std::size_t limit_client_notices = 1024;
-inline constexpr std::size_t limit_client_notice_bytes = 512 * limit_kib;
+inline constexpr std::size_t kLimitBatchReplyBytes = 256 * kKib;
+// Waiting bytes of replies of one client at which the server stops reading from it; the lower limit applies when all
+// clients together have many. Beyond the limit of all clients, the client that adds to them is disconnected.
+inline constexpr std::size_t kLimitClientReplyBytes = kMib;
+inline constexpr std::size_t kLimitManyReplyBytes = 32 * kMib;
+inline constexpr std::size_t kLimitClientReplyBytesOfMany = 64 * kKib;
+inline constexpr std::size_t kLimitAllReplyBytes = 128 * kMib;
+// Waiting notifications of one client. Beyond these the oldest are dropped, and the client gets their number.
+inline constexpr std::size_t kLimitClientNotices = 1024;
+inline constexpr std::size_t kLimitClientNoticeBytes = 512 * kKib;
 // Frames that leave in one write.
-inline constexpr std::size_t limit_chunk_bytes = 64 * limit_kib;
+inline constexpr std::size_t kLimitChunkBytes = 64 * kKib;
 
 // ---- the serving thread ----
 
-// A call that takes longer costs its thread the lead; see "runner.h".
-inline constexpr std::chrono::milliseconds limit_call_time{2};
-// The serving thread, outside of calls, is taken for stuck after this.
-inline constexpr std::chrono::milliseconds limit_turn_time{10'000};
+// When a call takes longer, its thread loses the lead; see "runner.h".
+inline constexpr std::chrono::milliseconds kLimitCallTime{2};
+// Outside of calls, the serving thread counts as stuck after this time.
+inline constexpr std::chrono::milliseconds kLimitTurnTime{10'000};

@@ -7,7 +7,7 @@
 
 namespace {
 
-// The plugin writes into a cleared buffer and no terminator; what a call wrote is cleared behind it.
+// The plugin writes no terminator, so it gets a cleared buffer, which is cleared again after each call.
 void run_get(const Stack& stack, const Call& call, Outcome& outcome) {
   static thread_local char buffer[DTV_JSP_RESPONSE_MAX + 1];
   outcome.ret = stack.get(call.uri, call.text.empty() ? nullptr : call.text.c_str(), buffer);
@@ -28,18 +28,18 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   ret_outcome.not_kept = 0;
   if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
   switch (call.kind) {
-    case CallKind::get:
+    case CallKind::kGet:
       run_get(stack, call, ret_outcome);
       break;
-    case CallKind::set:
+    case CallKind::kSet:
       ret_outcome.ret = stack.set(call.uri, call.text.c_str());
       break;
-    case CallKind::control:
+    case CallKind::kControl:
       ret_outcome.text = stack_control(stack, call.text);
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }
   if (call.traced) tracer_capture(tracer, nullptr);
-  // Also where the call changed nothing: what it found may be a change that is on its way to the disk.
-  if (call.kind != CallKind::get && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
+  // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.
+  if (call.kind != CallKind::kGet && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -1,4 +1,4 @@
-// One call of the plugin or of the virtual television's control, and what came of it. Knows no JSON-RPC and no sockets.
+// One call of the plugin or of the virtual television's control, and its outcome. Knows nothing of JSON-RPC or sockets.
 #pragma once
 
 #include <cstdint>
@@ -7,24 +7,24 @@
 #include "stack.h"
 #include "tracer.h"
 
-enum class CallKind { get, set, control };
+enum class CallKind { kGet, kSet, kControl };
 
 struct Call {
-  CallKind kind = CallKind::get;
+  CallKind kind = CallKind::kGet;
   const char* uri = nullptr;  // the catalogue's; null for control
   std::string text = {};      // get, set: {"PARAMETER": ...}, empty for none; control: array of words
-  bool traced = false;        // whether the platform calls are wanted
+  bool traced = false;        // whether the outcome includes the platform calls
 };
 
 struct Outcome {
   std::int32_t ret = 0;
-  std::string text;           // get: the plugin's response, empty when it gave none; control: the reply
+  std::string text;           // get: the plugin's response, empty when there is none; control: the reply
   bool broken = false;        // the text is not whole, valid JSON
   std::string lines;          // traced: the platform calls' lines, separated by commas
   std::uint64_t change = 0;   // the latest change of the set's state that the call may have made, see "dtv_tv.h"
-  std::int32_t not_kept = 0;  // errno: the change did not get to the disk
+  std::int32_t not_kept = 0;  // errno: the change could not be written to the disk
 };
 
-// Makes the call on this thread, which may take as long as the platform does. get and set are for one thread at a
-// time; control may run beside them.
+// Makes the call on this thread; it takes as long as the platform takes. Only one thread at a time may make gets and
+// sets; a control call may run at the same time.
 void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret_outcome);

@@ -17,8 +17,8 @@ bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::stri
     const json::value parsed = json::parse(description);
     for (const json::value& row : parsed.at("uris").as_array()) {
       const std::string uri(row.at("uri").as_string());
-      // Every URI of the notification group is one, also where no handler of the plugin raises it yet: another part of
-      // the set may.
+      // Every URI of the notification group can notify, even if no handler of the plugin raises its event: another part
+      // of the set may raise it.
       const json::value* group = row.as_object().if_contains("group");
       const json::value* notify = row.as_object().if_contains("notify");
       const bool can = (notify != nullptr && notify->is_bool() && notify->get_bool()) ||

@@ -8,21 +8,21 @@
 
 struct CatalogueRow {
   const char* uri;  // NUL-terminated, in Catalogue::uris
-  bool notifies;    // whether notifications can come from it
+  bool notifies;    // whether it can send notifications
 };
 
 struct Catalogue {
   std::string description;                                  // the plugin's own text, for the method "list"
-  std::vector<std::string> uris;                            // each once, in the plugin's order
+  std::vector<std::string> uris;                            // without duplicates, in the plugin's order
   std::unordered_map<std::string_view, CatalogueRow> rows;  // by URI; views into uris
 };
 
-// Reads the plugin's description. Returns false, with a message, where it is not what "dtv_js_plugin.h" says.
-// ret_catalogue is not to be copied or moved afterwards.
+// Reads the plugin's description. Returns false with a message when it does not have the form that "dtv_js_plugin.h"
+// describes. ret_catalogue must not be copied or moved afterwards.
 bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::string& ret_error);
 
 // The registered text of a URI, which lives as long as the catalogue; null for an unknown one.
 const char* catalogue_find(const Catalogue& catalogue, std::string_view uri);
 
-// Whether it makes sense to subscribe to a registered URI.
+// Whether a registered URI can send notifications.
 bool catalogue_notifies(const Catalogue& catalogue, std::string_view uri);

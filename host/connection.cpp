@@ -32,13 +32,13 @@ void forget_client(Server& server, std::uint64_t id) {
   server.clients.erase(found);
 }
 
-// Keeps the server's sums up to date with what this client holds.
+// Updates the server's sums with the bytes that this client holds.
 void account(Server& server, const Client& client) {
   Line& line = *client.line;
   std::size_t held = line.input.size();
   if (line.reader != nullptr) held += http_held(*line.reader);
   if (line.stream != nullptr) held += ws_held(*line.stream);
-  const std::size_t receiving = held > limit_small_message_bytes ? held : 0;
+  const std::size_t receiving = held > kLimitSmallMessageBytes ? held : 0;
   server.receiving_bytes += receiving - line.receiving_bytes;
   line.receiving_bytes = receiving;
   std::size_t replies = client.batch_bytes + client.outbox.replies_bytes + line.unsent.size() - line.sent;
@@ -47,17 +47,17 @@ void account(Server& server, const Client& client) {
   line.reply_bytes = replies;
 }
 
-// Whether a WebSocket client has so much waiting that no more of its requests are taken.
+// Whether so many calls or replies of a WebSocket client are waiting that no more of its requests are read.
 bool is_full(Server& server, const Client& client) {
   account(server, client);
   const std::size_t most =
-      server.reply_bytes > limit_many_reply_bytes ? limit_client_reply_bytes_of_many : limit_client_reply_bytes;
-  return client.outstanding >= limit_client_requests || client.line->reply_bytes >= most;
+      server.reply_bytes > kLimitManyReplyBytes ? kLimitClientReplyBytesOfMany : kLimitClientReplyBytes;
+  return client.outstanding >= kLimitClientRequests || client.line->reply_bytes >= most;
 }
 
-// The rest of the answer, from its file, as far as it fits into one chunk. False: the file does not have it any more.
+// Appends the next part of an answer from its file, at most one chunk. Returns false when the file has become shorter.
 bool read_file(Line& line) {
-  char piece[limit_chunk_bytes];
+  char piece[kLimitChunkBytes];
   const ssize_t bytes = read(line.file.descriptor, piece, std::min<std::size_t>(sizeof piece, line.file.bytes));
   if (bytes <= 0) return false;
   line.unsent.append(piece, static_cast<std::size_t>(bytes));
@@ -66,17 +66,17 @@ bool read_file(Line& line) {
   return true;
 }
 
-// Takes the next piece that is to be sent; false: there is none.
+// Takes the next bytes to send; returns false when there are none.
 bool next_chunk(Client& client) {
   Line& line = *client.line;
   line.sent = 0;
-  line.write_due = never;
-  constexpr std::size_t kept_bytes = 4096;
-  if (line.unsent.capacity() > kept_bytes) line.unsent = {};
+  line.write_due = kNever;
+  constexpr std::size_t kKeptBytes = 4096;
+  if (line.unsent.capacity() > kKeptBytes) line.unsent = {};
   line.unsent.clear();
   if (line.file.descriptor >= 0) {
     line.unsent_replies = true;
-    if (!read_file(line)) line.state = State::dead;
+    if (!read_file(line)) line.state = State::kDead;
     return !line.unsent.empty();
   }
   if (line.stream == nullptr) return false;
@@ -90,51 +90,51 @@ bool next_chunk(Client& client) {
   return !line.unsent.empty();
 }
 
-// Sends what can be sent now.
+// Sends as much as the socket takes now.
 void send_output(Server& server, Client& client) {
   Line& line = *client.line;
-  while (line.state != State::dead && (line.sent < line.unsent.size() || next_chunk(client))) {
+  while (line.state != State::kDead && (line.sent < line.unsent.size() || next_chunk(client))) {
     boost::system::error_code failure;
     const std::size_t bytes =
         line.socket.write_some(asio::buffer(line.unsent.data() + line.sent, line.unsent.size() - line.sent), failure);
     line.sent += bytes;
     if (failure == asio::error::would_block) {
-      // Notifications alone may wait: they are few, and the oldest are dropped.
+      // Notifications alone have no deadline: their number is limited, and the oldest are dropped.
       const bool replies = line.unsent_replies || client.outbox.replies_bytes > 0;
-      if (replies && line.write_due == never) {
+      if (replies && line.write_due == kNever) {
         line.write_due = steady_clock::now() + server.options.limits.reply_time;
         server_sweep_at(server, line.write_due);
       }
       return await_write(server, client);
     }
-    if (failure) line.state = State::dead;
+    if (failure) line.state = State::kDead;
   }
-  if (line.state == State::answering) {
-    line.state = line.keeps_alive ? State::reading : State::leaving;
+  if (line.state == State::kAnswering) {
+    line.state = line.keeps_alive ? State::kReading : State::kLeaving;
     client.request = {};
-    if (line.keeps_alive) enter_phase(server, line, Phase::next_request);
+    if (line.keeps_alive) enter_phase(server, line, Phase::kNextRequest);
   }
-  if (line.state == State::leaving) {
+  if (line.state == State::kLeaving) {
     boost::system::error_code failure;
     line.socket.shutdown(tcp::socket::shutdown_send, failure);
-    line.state = failure ? State::dead : State::lingering;
-    enter_phase(server, line, Phase::farewell);
+    line.state = failure ? State::kDead : State::kLingering;
+    enter_phase(server, line, Phase::kFarewell);
   }
 }
 
-// Lets the protocol take what it can of the window, and sends what comes of it. A client that has sent much is left in
-// the middle of it after a while, so that others have their turn.
+// Lets the protocol read from the window, and sends the answers. A client that has sent much is interrupted after a
+// while, so that other clients get their turn.
 void advance(Server& server, Client& client, std::string_view& window) {
-  constexpr std::chrono::microseconds turn(100);
+  constexpr std::chrono::microseconds kTurn(100);
   Line& line = *client.line;
-  const unsigned steps_between_looks = line.stream != nullptr ? 8 : 1;  // an HTTP request may ask for a long answer
+  const unsigned steps_between_looks = line.stream != nullptr ? 8 : 1;  // an HTTP request may need a long answer
   line.yielded = false;
   std::optional<TimePoint> end;
   unsigned steps = 0;
   for (bool moved = true; moved;) {
     if (++steps % steps_between_looks == 0) {
       const TimePoint now = steady_clock::now();
-      if (!end) end = now + turn;
+      if (!end) end = now + kTurn;
       if (now > *end) {
         line.yielded = true;
         server_mark(server, client);
@@ -143,58 +143,58 @@ void advance(Server& server, Client& client, std::string_view& window) {
     }
     moved = false;
     switch (line.state) {
-      case State::reading:
+      case State::kReading:
         if (line.stream == nullptr)
           moved = read_http(server, client, window);
         else if (!is_full(server, client))
           moved = read_websocket(server, client, window);
         else
-          enter_phase(server, line, Phase::nothing);  // it is this server that keeps a message from coming
+          enter_phase(server, line, Phase::kNothing);  // the server, not the client, delays the message
         break;
-      case State::answering:
-      case State::leaving:
+      case State::kAnswering:
+      case State::kLeaving:
         send_output(server, client);
-        moved = line.state != State::answering && line.state != State::leaving;
+        moved = line.state != State::kAnswering && line.state != State::kLeaving;
         break;
-      case State::lingering:
+      case State::kLingering:
         window = {};
         break;
-      case State::waiting:
-      case State::dead:
+      case State::kWaiting:
+      case State::kDead:
         break;
     }
   }
-  // 100 Continue
-  if (line.state == State::reading && line.stream == nullptr && line.sent < line.unsent.size())
+  // The interim answer 100 Continue.
+  if (line.state == State::kReading && line.stream == nullptr && line.sent < line.unsent.size())
     send_output(server, client);
 }
 
-// The end of everything that may have changed a connection.
+// Called after everything that may have changed a connection: enforces limits, and reads or closes it.
 void settle(Server& server, Client& client) {
   Line& line = *client.line;
-  // The answers of the protocol's own, such as pongs.
+  // Answers that the protocol itself produces, such as pongs.
   if (line.stream != nullptr && !ws_output(*line.stream).empty() && !line.write_awaited) send_output(server, client);
   account(server, client);
-  if (line.receiving_bytes > 0 && server.receiving_bytes > limit_receiving_bytes && line.state == State::reading) {
-    constexpr std::string_view reason = "too many long messages are being received";
+  if (line.receiving_bytes > 0 && server.receiving_bytes > kLimitReceivingBytes && line.state == State::kReading) {
+    constexpr std::string_view kReason = "too many long messages are being received";
     line.input.clear();
     if (line.stream != nullptr) {
-      ws_close(*line.stream, 1013, reason);
-      line.state = State::leaving;
+      ws_close(*line.stream, 1013, kReason);
+      line.state = State::kLeaving;
     } else {
-      refuse_http(server, client, http_error(503, reason));
+      refuse_http(server, client, http_error(503, kReason));
     }
     line.input = {};
     send_output(server, client);
   }
-  if (server.reply_bytes > limit_all_reply_bytes && line.reply_bytes > limit_client_reply_bytes_of_many)
-    line.state = State::dead;
-  if (line.state == State::dead) return forget_client(server, client.id);
-  const bool takes = line.state == State::reading && !line.yielded && !(line.stream && is_full(server, client));
-  if (takes || line.state == State::lingering) await_read(server, client);
+  if (server.reply_bytes > kLimitAllReplyBytes && line.reply_bytes > kLimitClientReplyBytesOfMany)
+    line.state = State::kDead;
+  if (line.state == State::kDead) return forget_client(server, client.id);
+  const bool takes = line.state == State::kReading && !line.yielded && !(line.stream && is_full(server, client));
+  if (takes || line.state == State::kLingering) await_read(server, client);
 }
 
-// Lets the protocol take what has been received before, and perhaps more now.
+// Lets the protocol read the bytes that were received earlier.
 void resume(Server& server, Client& client) {
   Line& line = *client.line;
   if (line.input.empty()) {
@@ -203,32 +203,32 @@ void resume(Server& server, Client& client) {
   }
   std::string_view window = line.input;
   advance(server, client, window);
-  constexpr std::size_t kept_bytes = 4096;
-  if (window.empty() && line.input.capacity() > kept_bytes)
+  constexpr std::size_t kKeptBytes = 4096;
+  if (window.empty() && line.input.capacity() > kKeptBytes)
     line.input = {};
   else
     line.input.erase(0, line.input.size() - window.size());
 }
 
-// The client has shut its side, or is gone.
+// The client has closed its sending side, or the connection is lost.
 void on_end(Server& server, Client& client) {
   Line& line = *client.line;
-  if (line.state == State::reading && line.reader != nullptr && http_is_within(*line.reader, line.input)) {
+  if (line.state == State::kReading && line.reader != nullptr && http_is_within(*line.reader, line.input)) {
     refuse_http(server, client,
-                line.phase == Phase::body ? http_error(408, "the body did not come whole")
-                                          : http_error(400, "the headers did not end"));
+                line.phase == Phase::kBody ? http_error(408, "the body is incomplete")
+                                           : http_error(400, "the headers are incomplete"));
     send_output(server, client);
-    if (line.state != State::answering) line.state = State::dead;
+    if (line.state != State::kAnswering) line.state = State::kDead;
     return;
   }
-  line.state = State::dead;
+  line.state = State::kDead;
 }
 
 void on_readable(Server& server, Client& client) {
   Line& line = *client.line;
   line.read_awaited = false;
-  if (line.state != State::reading && line.state != State::lingering) return settle(server, client);
-  std::array<char, limit_read_bytes>& buffer = server.network->buffer;
+  if (line.state != State::kReading && line.state != State::kLingering) return settle(server, client);
+  std::array<char, kLimitReadBytes>& buffer = server.network->buffer;
   boost::system::error_code failure;
   const std::size_t bytes = line.socket.read_some(asio::buffer(buffer), failure);
   if (failure == asio::error::would_block) return settle(server, client);
@@ -269,21 +269,22 @@ void await_write(Server& server, Client& client) {
                                  }));
 }
 
-// Whether the client has shut its side, or is gone, while nobody reads from it.
+// Whether the client has closed its sending side, or the connection is lost, while the server does not read from it.
 bool has_left(Line& line) {
   pollfd ended = {.fd = line.socket.native_handle(), .events = POLLRDHUP, .revents = 0};
   return !line.read_awaited && poll(&ended, 1, 0) > 0;
 }
 
-// A connection makes room for a new one, excess or not: of those that wait for their next request, or send one slowly,
-// the one that does so longest; else one whose client has left while its calls wait. Returns false where there is none.
+// Closes a connection to make room for a new one, among the excess connections or among the others: the one that has
+// waited longest for its next request or its end, or else one whose client has left while its calls wait. Returns false
+// when there is none.
 bool make_room(Server& server, bool excess) {
   Client* longest = nullptr;
   Client* left = nullptr;
   for (const auto& [id, client] : server.clients) {
     Line& line = *client->line;
     if (line.excess != excess) continue;
-    const bool gives_way = line.state == State::lingering || (line.state == State::reading && !client->websocket);
+    const bool gives_way = line.state == State::kLingering || (line.state == State::kReading && !client->websocket);
     if (gives_way && (longest == nullptr || line.since < longest->line->since)) longest = client.get();
     if (longest == nullptr && left == nullptr && client->outstanding > 0 && has_left(line)) left = client.get();
   }
@@ -293,7 +294,7 @@ bool make_room(Server& server, bool excess) {
   return true;
 }
 
-// Takes one of the places for connections, or for those beyond the maximum. Returns false where there is none.
+// Takes a place for a connection, regular or excess. Returns false when there is none.
 bool take_place(Server& server, bool& ret_excess) {
   const std::size_t most = server.options.limits.connections;
   ret_excess = false;
@@ -301,31 +302,31 @@ bool take_place(Server& server, bool& ret_excess) {
   const auto beyond = static_cast<std::size_t>(
       std::ranges::count_if(server.clients, [](const auto& each) { return each.second->line->excess; }));
   ret_excess = server.clients.size() - beyond >= most && !make_room(server, false);
-  return !ret_excess || beyond < limit_excess_connections || make_room(server, true);
+  return !ret_excess || beyond < kLimitExcessConnections || make_room(server, true);
 }
 
-// What a deadline that has passed means.
+// Handles a deadline that has passed.
 void on_overdue(Server& server, Client& client) {
   Line& line = *client.line;
   if (line.write_due <= steady_clock::now()) {
-    line.state = State::dead;  // a reply that nobody reads
+    line.state = State::kDead;  // the client does not read its reply
     return;
   }
-  const Phase phase = std::exchange(line.phase, Phase::nothing);
-  line.read_due = never;
+  const Phase phase = std::exchange(line.phase, Phase::kNothing);
+  line.read_due = kNever;
   switch (phase) {
-    case Phase::head:
-      refuse_http(server, client, http_error(408, "the headers did not end in time"));
+    case Phase::kHead:
+      refuse_http(server, client, http_error(408, "the headers were not complete in time"));
       return send_output(server, client);
-    case Phase::body:
-      refuse_http(server, client, http_error(408, "the body did not come whole in time"));
+    case Phase::kBody:
+      refuse_http(server, client, http_error(408, "the body was not complete in time"));
       return send_output(server, client);
-    case Phase::message:
-      ws_close(*line.stream, 1008, "the message did not come whole in time");
-      line.state = State::leaving;
+    case Phase::kMessage:
+      ws_close(*line.stream, 1008, "the message was not complete in time");
+      line.state = State::kLeaving;
       return send_output(server, client);
     default:
-      line.state = State::dead;
+      line.state = State::kDead;
   }
 }
 
@@ -338,7 +339,7 @@ void connection_begin(Server& server, Socket socket) {
   Network& network = *server.network;
   const std::string peer = address.is_loopback() ? "" : address.to_string();
   const auto others = network.peers.find(peer);
-  if (others != network.peers.end() && others->second >= limit_connections_per_peer) return;
+  if (others != network.peers.end() && others->second >= kLimitConnectionsPerPeer) return;
   bool excess = false;
   if (!take_place(server, excess)) return;
 
@@ -354,14 +355,14 @@ void connection_begin(Server& server, Socket socket) {
   client->line->reader = http_reader_make(server.options.limits.message_bytes);
   Client& begun = *client;
   server.clients.emplace(begun.id, std::move(client));
-  enter_phase(server, *begun.line, Phase::first_request);
+  enter_phase(server, *begun.line, Phase::kFirstRequest);
   await_read(server, begun);
 }
 
 void connection_sweep(Server& server) {
   const TimePoint now = steady_clock::now();
   std::vector<std::uint64_t> overdue;
-  TimePoint next = never;
+  TimePoint next = kNever;
   for (const auto& [id, client] : server.clients) {
     const TimePoint due = std::min(client->line->read_due, client->line->write_due);
     if (due <= now)
@@ -369,7 +370,7 @@ void connection_sweep(Server& server) {
     else
       next = std::min(next, due);
   }
-  if (next != never) server_sweep_at(server, next);
+  if (next != kNever) server_sweep_at(server, next);
   for (const std::uint64_t id : overdue) {
     Client& client = *server.clients.at(id);
     on_overdue(server, client);
@@ -381,10 +382,10 @@ void connection_say_goodbye(Server& server) {
   for (const auto& [id, client] : server.clients) {
     Line& line = *client->line;
     if (line.stream == nullptr || !ws_is_open(*line.stream)) continue;
-    ws_close(*line.stream, 1001, "the server leaves");
-    line.state = State::leaving;
+    ws_close(*line.stream, 1001, "the server is shutting down");
+    line.state = State::kLeaving;
     send_output(server, *client);
-    // A socket that is closed with bytes unread resets the connection, and the close frame may be lost with it.
+    // Closing a socket with unread bytes resets the connection, and the close frame could be lost.
     boost::system::error_code failure;
     line.socket.read_some(asio::buffer(server.network->buffer), failure);
   }
@@ -403,9 +404,9 @@ void server_flush(Server& server, Client& client) {
 
 void server_answer(Server& server, Client& client, HttpAnswer answer) {
   Line& line = *client.line;
-  line.state = State::answering;
+  line.state = State::kAnswering;
   line.keeps_alive = client.request.keeps_alive && !server.stopping.load();
-  enter_phase(server, line, Phase::nothing);
+  enter_phase(server, line, Phase::kNothing);
   const std::string& origin = client.request.origin;
   const bool foreign = policy_is_foreign(server.options.policy, origin);
   line.unsent += http_head(answer, line.keeps_alive, foreign ? origin : "");

@@ -22,10 +22,10 @@ bool http_is_page(std::string_view path, const Catalogue& catalogue) {
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
                      HttpAnswer& ret_answer, Call& ret_call) {
   if (request.path == "/jsonrpc") {
-    if (request.method == "POST") return HttpRoute::rpc;
+    if (request.method == "POST") return HttpRoute::kRpc;
     ret_answer = not_allowed(request, "POST, and WebSocket connections,");
     ret_answer.allow = "POST";
-    return HttpRoute::answer;
+    return HttpRoute::kAnswer;
   }
   const char* uri = catalogue_find(catalogue, request.path);
   const bool names_page = http_is_page(request.path, catalogue);
@@ -33,29 +33,29 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
   const bool puts = request.method == "PUT";
   if (!reads && (names_page || !puts)) {
     ret_answer = not_allowed(request, names_page ? "GET, HEAD" : "GET, HEAD, PUT");
-    return HttpRoute::answer;
+    return HttpRoute::kAnswer;
   }
   if (names_page) {
     ret_answer = page_answer(request, web_folder);
-    return HttpRoute::answer;
+    return HttpRoute::kAnswer;
   }
   if (uri == nullptr) {
     std::string message;
     const std::string data = rpc_unknown_uri(catalogue.uris, request.path, message);
     ret_answer = HttpAnswer{.status = 404, .body = "{\"error\":" + json_quote(message) + ",\"data\":" + data + "}"};
-    return HttpRoute::answer;
+    return HttpRoute::kAnswer;
   }
-  Call call{.kind = puts ? CallKind::set : CallKind::get, .uri = uri};
+  Call call{.kind = puts ? CallKind::kSet : CallKind::kGet, .uri = uri};
   if (puts || request.has_parameter) {
     std::string wrong;
     const RpcError refused = rpc_plugin_text(puts ? request.body : request.parameter, call.text, wrong);
-    if (refused != RpcError::none) {
-      ret_answer = http_error(refused == RpcError::limit ? 413 : 400, wrong);
-      return HttpRoute::answer;
+    if (refused != RpcError::kNone) {
+      ret_answer = http_error(refused == RpcError::kLimit ? 413 : 400, wrong);
+      return HttpRoute::kAnswer;
     }
   }
   ret_call = std::move(call);
-  return HttpRoute::call;
+  return HttpRoute::kCall;
 }
 
 HttpAnswer http_outcome(const Call& call, const Outcome& outcome) {
@@ -63,7 +63,7 @@ HttpAnswer http_outcome(const Call& call, const Outcome& outcome) {
   if (outcome.broken) return http_error(502, rpc_broken_message(outcome));
   const std::string ret = "{\"ret\":" + std::to_string(outcome.ret);
   HttpAnswer answer{.status = outcome.ret == 0 ? 200u : 422u};
-  if (call.kind == CallKind::set)
+  if (call.kind == CallKind::kSet)
     answer.body = ret + "}";
   else if (outcome.ret == 0 && !outcome.text.empty())
     answer.body = outcome.text;

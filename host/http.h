@@ -1,4 +1,4 @@
-// Plain HTTP: GET, HEAD and PUT on the URIs themselves, JSON-RPC by POST, and the files of the page. Knows no sockets.
+// Plain HTTP: GET, HEAD and PUT on the URIs, JSON-RPC by POST, and the files of the page. Knows nothing of sockets.
 #pragma once
 
 #include <cstdint>
@@ -7,38 +7,38 @@
 
 #include "rpc.h"
 
-// The subprotocol that a WebSocket client may ask for.
-inline constexpr std::string_view http_websocket_protocol = "jsonrpc";
+// The subprotocol that a WebSocket client may offer.
+inline constexpr std::string_view kHttpWebsocketProtocol = "jsonrpc";
 
 struct HttpRequest {
   std::string method = {};
   std::string path = {};         // decoded, without the query
-  std::string host = {};         // checked by the policy before
-  std::string target_host = {};  // of a target in absolute form, likewise
+  std::string host = {};         // already checked by the policy
+  std::string target_host = {};  // from a target in absolute form; likewise checked
   bool has_parameter = false;
   std::string parameter = {};  // GET's ?parameter=, decoded
   std::string body = {};
-  bool announces_body = false;  // whatever has come of it
-  bool keeps_alive = false;     // the client wants to use the connection again
+  bool announces_body = false;  // whether or not it has arrived
+  bool keeps_alive = false;     // the client wants to keep the connection open
   bool expects_continue = false;
 
-  // Headers as they came; empty where there is none.
+  // Headers as received; empty when missing.
   std::string origin = {};
   std::string authorization = {};
-  std::string accept_encoding = {};  // the lines of one name joined with a comma
+  std::string accept_encoding = {};  // all lines with this name, joined with commas
   std::string if_none_match = {};    // likewise
   std::string fetch_site = {};
   std::string fetch_mode = {};
   std::string fetch_dest = {};
 
-  bool wants_websocket = false;  // the following only then
+  bool wants_websocket = false;  // the following are set only then
   std::string websocket_key = {};
   std::string websocket_version = {};
-  std::string_view websocket_protocol = {};  // of those offered, the one that is spoken here
-  std::string head = {};                     // request line and headers as they came
+  std::string_view websocket_protocol = {};  // kHttpWebsocketProtocol when the client offers it
+  std::string head = {};                     // request line and headers as received
 };
 
-// A regular file that is open for reading, at its beginning. Whoever takes the answer closes it.
+// A regular file, open for reading at its beginning. The receiver of the answer closes it.
 struct OpenFile {
   int descriptor = -1;  // -1: none
   std::uint64_t bytes = 0;
@@ -47,19 +47,20 @@ struct OpenFile {
 struct HttpAnswer {
   unsigned status = 0;
   std::string type = "application/json";
-  std::string body = {};    // that of a GET also when a HEAD is answered, which is sent without it
-  std::string allow = {};   // methods, of a 405
-  std::string policy = {};  // Content-Security-Policy, of a page
-  std::string more = {};    // further header lines, each "name: value\r\n" with the name in small letters
-  OpenFile file = {};       // with a descriptor: the body comes from it, in place of body
+  std::string body = {};    // also set for a HEAD, whose answer is sent without it
+  std::string allow = {};   // the methods of a 405
+  std::string policy = {};  // the Content-Security-Policy of a page
+  std::string more = {};    // further header lines, each "name: value\r\n" with the name in lower case
+  OpenFile file = {};       // with a descriptor, the body is read from it instead of body
 };
 
-// Whether a path belongs to the page's files, not to a URI or JSON-RPC.
+// Whether a path belongs to the page's files, not to a URI or to JSON-RPC.
 bool http_is_page(std::string_view path, const Catalogue& catalogue);
 
-enum class HttpRoute { answer, call, rpc };
+enum class HttpRoute { kAnswer, kCall, kRpc };
 
-// Decides what a request is: answered at once, a call whose outcome http_outcome answers, or JSON-RPC in its body.
+// Decides how a request is served: answered at once, by a call whose outcome http_outcome turns into the answer, or as
+// JSON-RPC in its body.
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
                      HttpAnswer& ret_answer, Call& ret_call);
 

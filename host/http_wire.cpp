@@ -8,6 +8,7 @@
 #include <ctime>
 #include <optional>
 
+#include "base/text.h"
 #include "bounds.h"
 
 namespace asio = boost::asio;
@@ -23,7 +24,7 @@ std::string_view view(beast::string_view text) { return {text.data(), text.size(
 
 std::string_view field(const Fields& request, http::field name) { return view(request[name]); }
 
-// A field that may stand in several lines, which then count as one list.
+// A field that may occur in several lines, which together are one list.
 std::string joined(const Fields& request, http::field name) {
   std::string all;
   const auto [begin, end] = request.equal_range(name);
@@ -33,9 +34,9 @@ std::string joined(const Fields& request, http::field name) {
 
 HttpAnswer malformed(std::string_view what) { return http_error(400, what); }
 
-// Looks for the blank line that ends a head, from ret_seen on, which bytes up to there have passed. Returns the head's
-// length, 0 where it has not ended yet. What separates requests must be beyond doubt: only CR LF ends a line, no line
-// is folded, and no control character stands anywhere.
+// Searches the blank line that ends a head, from ret_seen on; the bytes before have been checked. Returns the head's
+// length, or 0 when its end has not arrived. The boundary between requests must be beyond doubt: only CR LF ends a
+// line, lines are not folded, and control characters are not allowed.
 std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnswer& ret_refusal) {
   for (std::size_t i = ret_seen; i < window.size(); ++i) {
     const auto c = static_cast<unsigned char>(window[i]);
@@ -45,7 +46,7 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
         return 0;
       }
       if (window[i + 1] != '\n') {
-        ret_refusal = malformed("a carriage return stands alone in the headers");
+        ret_refusal = malformed("the headers contain a carriage return without a line feed");
         return 0;
       }
       if (i >= 2 && window[i - 1] == '\n') return i + 2;
@@ -54,15 +55,15 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
         return 0;
       }
       if (window[i + 2] == ' ' || window[i + 2] == '\t') {
-        ret_refusal = malformed("a header is folded over two lines");
+        ret_refusal = malformed("a header is folded into two lines");
         return 0;
       }
       ++i;
     } else if (c == '\n') {
-      ret_refusal = malformed("a line feed stands alone in the headers");
+      ret_refusal = malformed("the headers contain a line feed without a carriage return");
       return 0;
     } else if ((c < 0x20 && c != '\t') || c == 0x7F) {
-      ret_refusal = malformed("a control character stands in the headers");
+      ret_refusal = malformed("the headers contain a control character");
       return 0;
     }
   }
@@ -70,58 +71,59 @@ std::size_t head_length(std::string_view window, std::size_t& ret_seen, HttpAnsw
   return 0;
 }
 
+constexpr std::string_view kVersionFault = "the request line must end with HTTP/1.1 or HTTP/1.0";
+constexpr std::string_view kLengthFault = "Content-Length must be a number of decimal digits";
+constexpr std::string_view kLengthsFault = "there is more than one Content-Length";
+constexpr std::string_view kCodingFault = "a request cannot have both Transfer-Encoding and Content-Length";
+constexpr std::string_view kRepeatedFault = "a header that may occur only once occurs twice";
+constexpr std::string_view kEscapeFault = "two hexadecimal digits must follow a percent sign";
+
 std::string parse_failure(const beast::error_code& failure) {
   struct Row {
     http::error failure;
     std::string_view text;
   };
-  static constexpr Row rows[] = {
-      {http::error::bad_method, "the method is no token"},
-      {http::error::bad_target, "the request line is METHOD TARGET HTTP/1.1, with one space between"},
-      {http::error::bad_version, "the request line ends with HTTP/1.1"},
-      {http::error::bad_field, "a header's name is no token that ends with a colon"},
-      {http::error::bad_value, "a header's value holds what it may not"},
-      {http::error::bad_content_length, "Content-Length is a number of digits"},
-      {http::error::multiple_content_length, "there is more than one Content-Length"},
-      {http::error::bad_transfer_encoding, "Transfer-Encoding and Content-Length stand together"},
-      {http::error::bad_chunk, "a chunk begins with its length in hexadecimal digits and ends with CR LF"},
+  static constexpr Row kRows[] = {
+      {http::error::bad_method, "the method is not a token"},
+      {http::error::bad_target, "the request line must be METHOD TARGET HTTP/1.1, separated by single spaces"},
+      {http::error::bad_version, kVersionFault},
+      {http::error::bad_field, "a header's name must be a token, followed by a colon"},
+      {http::error::bad_value, "a header's value contains a forbidden character"},
+      {http::error::bad_content_length, kLengthFault},
+      {http::error::multiple_content_length, kLengthsFault},
+      {http::error::bad_transfer_encoding, kCodingFault},
+      {http::error::bad_chunk, "a chunk must begin with its length in hexadecimal digits and end with CR LF"},
       {http::error::bad_chunk_extension, "a chunk's extension is malformed"},
   };
-  for (const Row& row : rows)
+  for (const Row& row : kRows)
     if (failure == row.failure) return std::string(row.text);
   return "malformed HTTP: " + failure.message();
 }
 
-// What is wrong with the fields that say where the request ends, or whom it is for; empty: nothing.
+// Checks the fields that determine the end and the addressee of the request. Returns what is wrong, or an empty text.
 std::string_view framing_fault(const Fields& request) {
-  if (request.version() != 10 && request.version() != 11) return "the request line ends with HTTP/1.1";
-  if (request.count(http::field::host) != 1) return "a request has one Host header";
+  if (request.version() != 10 && request.version() != 11) return kVersionFault;
+  if (request.count(http::field::host) != 1) return "a request must have exactly one Host header";
   const std::size_t lengths = request.count(http::field::content_length);
-  if (lengths > 1) return "there is more than one Content-Length";
+  if (lengths > 1) return kLengthsFault;
   const std::string_view length = field(request, http::field::content_length);
   if (lengths == 1 && (length.empty() || length.find_first_not_of("0123456789") != std::string_view::npos))
-    return "Content-Length is a number of digits";
+    return kLengthFault;
   if (const std::size_t codings = request.count(http::field::transfer_encoding); codings > 0) {
-    if (lengths > 0) return "Transfer-Encoding and Content-Length stand together";
-    if (codings > 1 || !beast::iequals(request[http::field::transfer_encoding], "chunked") || request.version() == 10)
-      return "of transfer encodings this server takes only chunked, in HTTP/1.1";
+    if (lengths > 0) return kCodingFault;
+    if (codings > 1 || !equal_ignoring_case(field(request, http::field::transfer_encoding), "chunked") ||
+        request.version() == 10)
+      return "the only transfer encoding that this server accepts is chunked, in HTTP/1.1";
   }
   for (const http::field name : {http::field::origin, http::field::authorization, http::field::sec_websocket_key,
                                  http::field::sec_websocket_version})
-    if (request.count(name) > 1) return "a header stands twice that may be there once";
+    if (request.count(name) > 1) return kRepeatedFault;
   for (const char* name : {"sec-fetch-site", "sec-fetch-mode", "sec-fetch-dest"})
-    if (request.count(name) > 1) return "a header stands twice that may be there once";
+    if (request.count(name) > 1) return kRepeatedFault;
   return {};
 }
 
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-// Decodes %HH. False where a percent sign is followed by something else.
+// Decodes %HH. Returns false when something else follows a percent sign.
 bool decode(std::string_view text, std::string& ret_decoded) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -129,10 +131,10 @@ bool decode(std::string_view text, std::string& ret_decoded) {
       decoded += text[i];
       continue;
     }
-    const int high = i + 2 < text.size() ? hex_digit(text[i + 1]) : -1;
-    const int low = high >= 0 ? hex_digit(text[i + 2]) : -1;
-    if (low < 0) return false;
-    decoded += static_cast<char>(high << 4 | low);
+    const std::string_view digits = text.substr(i + 1, 2);
+    const auto byte = parse_number<unsigned char>(digits, 16);
+    if (digits.size() != 2 || !byte) return false;
+    decoded += static_cast<char>(*byte);
     i += 2;
   }
   ret_decoded = std::move(decoded);
@@ -143,38 +145,37 @@ bool is_plain(char c) { return static_cast<unsigned char>(c) > 0x20 && static_ca
 
 bool is_control(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
 
-// Reads the target into path, parameter and target_host. Returns what is wrong; empty: nothing.
+// Reads the target into path, parameter and target_host. Returns what is wrong, or an empty text.
 std::string_view read_target(std::string_view target, HttpRequest& request) {
-  constexpr std::string_view scheme = "http://";
+  constexpr std::string_view kScheme = "http://";
   if (target == "*" && request.method == "OPTIONS") {
     request.path = "*";
     return {};
   }
-  if (beast::iequals(target.substr(0, scheme.size()), scheme)) {
-    target.remove_prefix(scheme.size());
+  if (equal_ignoring_case(target.substr(0, kScheme.size()), kScheme)) {
+    target.remove_prefix(kScheme.size());
     const std::string_view authority = target.substr(0, target.find_first_of("/?"));
     if (authority.empty()) return "the target names no server";
     request.target_host = authority;
     target.remove_prefix(authority.size());
     if (target.empty()) target = "/";
   }
-  if (!target.starts_with('/')) return "the target begins with a slash";
+  if (!target.starts_with('/')) return "the target must begin with a slash";
   if (!std::ranges::all_of(target, is_plain) || target.find('#') != std::string_view::npos)
-    return "the target holds a byte that has to be written as %HH";
+    return "the target contains a byte that must be written as %HH";
   const std::size_t question = target.find('?');
-  if (!decode(target.substr(0, question), request.path)) return "a percent sign is followed by two hexadecimal digits";
-  if (std::ranges::any_of(request.path, is_control)) return "the path holds a control character";
+  if (!decode(target.substr(0, question), request.path)) return kEscapeFault;
+  if (std::ranges::any_of(request.path, is_control)) return "the path contains a control character";
   if (question == std::string_view::npos) return {};
 
-  constexpr std::string_view name = "parameter=";
+  constexpr std::string_view kName = "parameter=";
   std::string_view query = target.substr(question + 1);
   while (!query.empty() && !request.has_parameter) {
     const std::string_view argument = query.substr(0, query.find('&'));
     query.remove_prefix(std::min(query.size(), argument.size() + 1));
-    if (!argument.starts_with(name)) continue;
+    if (!argument.starts_with(kName)) continue;
     request.has_parameter = true;
-    if (!decode(argument.substr(name.size()), request.parameter))
-      return "a percent sign is followed by two hexadecimal digits";
+    if (!decode(argument.substr(kName.size()), request.parameter)) return kEscapeFault;
   }
   return {};
 }
@@ -183,7 +184,8 @@ void read_fields(const Parser& parser, HttpRequest& request) {
   const Fields& fields = parser.get();
   request.keeps_alive = parser.keep_alive();
   request.announces_body = parser.chunked() || parser.content_length().value_or(0) > 0;
-  request.expects_continue = fields.version() == 11 && beast::iequals(fields[http::field::expect], "100-continue");
+  request.expects_continue =
+      fields.version() == 11 && equal_ignoring_case(field(fields, http::field::expect), "100-continue");
   request.origin = field(fields, http::field::origin);
   request.accept_encoding = joined(fields, http::field::accept_encoding);
   request.if_none_match = joined(fields, http::field::if_none_match);
@@ -200,14 +202,14 @@ void read_fields(const Parser& parser, HttpRequest& request) {
   const auto [begin, end] = fields.equal_range(http::field::sec_websocket_protocol);
   for (auto offer = begin; offer != end; ++offer)
     for (const auto& protocol : http::token_list{offer->value()})
-      if (view(protocol) == http_websocket_protocol) request.websocket_protocol = http_websocket_protocol;
+      if (view(protocol) == kHttpWebsocketProtocol) request.websocket_protocol = kHttpWebsocketProtocol;
 }
 
 // The key is 16 bytes in base64: 22 digits, of which the last holds four bits, and two equals signs.
 bool is_websocket_key(std::string_view key) {
-  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   return key.size() == 24 && key.ends_with("==") &&
-         key.substr(0, 22).find_first_not_of(digits) == std::string_view::npos;
+         key.substr(0, 22).find_first_not_of(kDigits) == std::string_view::npos;
 }
 
 std::string date() {
@@ -236,40 +238,43 @@ HttpReaderPtr http_reader_make(std::size_t longest_body) {
 
 static HttpRead refuse(HttpAnswer answer, HttpAnswer& ret_refusal) {
   ret_refusal = std::move(answer);
-  return HttpRead::refused;
+  return HttpRead::kRefused;
+}
+
+static HttpAnswer too_long(const HttpReader& reader) {
+  return http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes");
 }
 
 static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
-  // Lines that are empty before a request line are skipped, as RFC 9112 has it.
+  // Empty lines before a request line are skipped, as RFC 9112 demands.
   while (!reader.begun && window.starts_with("\r\n")) window.remove_prefix(2);
-  if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::more;
+  if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::kMore;
   reader.begun = true;
   HttpAnswer refusal;
   const std::size_t length = head_length(window, reader.seen, refusal);
   if (refusal.status != 0) return refuse(std::move(refusal), ret_refusal);
-  if (length > limit_header_bytes || (length == 0 && window.size() > limit_header_bytes))
-    return refuse(http_error(431, "request line and headers may have " + std::to_string(limit_header_bytes) + " bytes"),
+  if (length > kLimitHeaderBytes || (length == 0 && window.size() > kLimitHeaderBytes))
+    return refuse(http_error(431, "request line and headers may have " + std::to_string(kLimitHeaderBytes) + " bytes"),
                   ret_refusal);
-  if (length == 0) return HttpRead::more;
+  if (length == 0) return HttpRead::kMore;
 
   const std::string_view head = window.substr(0, length);
   window.remove_prefix(length);
   reader.seen = 0;
   reader.begun = false;
-  if (static_cast<std::size_t>(std::ranges::count(head, '\n')) > limit_header_fields + 2)
-    return refuse(http_error(431, "a request may have " + std::to_string(limit_header_fields) + " headers"),
+  if (static_cast<std::size_t>(std::ranges::count(head, '\n')) > kLimitHeaderFields + 2)
+    return refuse(http_error(431, "a request may have " + std::to_string(kLimitHeaderFields) + " headers"),
                   ret_refusal);
 
   Parser& parser = reader.parser.emplace();
   parser.eager(false);
-  parser.header_limit(static_cast<std::uint32_t>(limit_header_bytes));
+  parser.header_limit(static_cast<std::uint32_t>(kLimitHeaderBytes));
   parser.body_limit(reader.longest_body);
   beast::error_code failure;
   parser.put(asio::buffer(head.data(), head.size()), failure);
-  if (failure == http::error::body_limit)
-    return refuse(http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes"), ret_refusal);
+  if (failure == http::error::body_limit) return refuse(too_long(reader), ret_refusal);
   if (failure && failure != http::error::need_more) return refuse(malformed(parse_failure(failure)), ret_refusal);
-  if (!parser.is_header_done()) return refuse(malformed("the headers do not end where they should"), ret_refusal);
+  if (!parser.is_header_done()) return refuse(malformed("the headers end in the wrong place"), ret_refusal);
   if (const std::string_view fault = framing_fault(parser.get()); !fault.empty())
     return refuse(malformed(fault), ret_refusal);
 
@@ -281,7 +286,7 @@ static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequ
   if (read.wants_websocket) read.head = head;
   request = std::move(read);
   parser.eager(true);
-  return HttpRead::head;
+  return HttpRead::kHead;
 }
 
 HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
@@ -291,21 +296,19 @@ HttpRead http_read(HttpReader& reader, std::string_view& window, HttpRequest& re
     beast::error_code failure;
     const std::size_t taken = parser.put(asio::buffer(window.data(), window.size()), failure);
     window.remove_prefix(taken);
-    if (failure == http::error::body_limit)
-      return refuse(http_error(413, "a message may have " + std::to_string(reader.longest_body) + " bytes"),
-                    ret_refusal);
+    if (failure == http::error::body_limit) return refuse(too_long(reader), ret_refusal);
     if (failure && failure != http::error::need_more) return refuse(malformed(parse_failure(failure)), ret_refusal);
     if (taken == 0) break;
   }
   if (!parser.is_done()) {
-    // What the parser has not taken is the beginning of a chunk's line, or of the trailers.
-    if (window.size() > limit_small_message_bytes)
-      return refuse(malformed("a chunk's line, or the trailers, are too long"), ret_refusal);
-    return HttpRead::more;
+    // The bytes that the parser leaves are the beginning of a chunk's line or of the trailers.
+    if (window.size() > kLimitSmallMessageBytes)
+      return refuse(malformed("a chunk's line or the trailers are too long"), ret_refusal);
+    return HttpRead::kMore;
   }
   request.body = std::move(parser.get().body());
   reader.parser.reset();
-  return HttpRead::request;
+  return HttpRead::kRequest;
 }
 
 bool http_is_within(const HttpReader& reader, std::string_view window) { return reader.parser || !window.empty(); }
@@ -338,9 +341,9 @@ std::string http_head(const HttpAnswer& answer, bool keeps_alive, std::string_vi
 }
 
 HttpAnswer http_upgrade_refusal(const HttpRequest& request) {
-  if (request.method != "GET") return malformed("a WebSocket is asked for with GET");
-  // Its bytes would be read as frames.
-  if (request.announces_body) return malformed("a request for a WebSocket has no body");
+  if (request.method != "GET") return malformed("a WebSocket upgrade must be a GET");
+  // The bytes of a body would be read as frames.
+  if (request.announces_body) return malformed("a WebSocket upgrade must not have a body");
   if (request.websocket_version != "13") {
     HttpAnswer answer = http_error(426, "this server speaks version 13 of WebSocket");
     answer.more = "sec-websocket-version: 13\r\n";

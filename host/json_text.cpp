@@ -4,11 +4,13 @@
 #include <boost/json/parse.hpp>
 #include <cstdint>
 
+#include "base/text.h"
+
 namespace json = boost::json;
 
 namespace {
 
-// What Boost.JSON's parser hands its findings to. All that is kept of them are the facts.
+// The handler that Boost.JSON's parser reports to. It keeps only the facts.
 struct FactsHandler {
   static constexpr std::size_t max_object_size = SIZE_MAX;
   static constexpr std::size_t max_array_size = SIZE_MAX;
@@ -45,7 +47,7 @@ struct FactsHandler {
 
 json::parse_options options() {
   json::parse_options options;
-  options.max_depth = json_max_depth;
+  options.max_depth = kJsonMaxDepth;
   return options;
 }
 
@@ -61,7 +63,7 @@ std::size_t string_length(std::string_view text) {
   return i + 1;
 }
 
-// Length of the value that the text starts with.
+// Length of the value at the start of the text.
 std::size_t value_length(std::string_view text) {
   if (text.front() == '"') return string_length(text);
   std::size_t i = 0;
@@ -89,28 +91,13 @@ std::string_view take(std::string_view& text, std::size_t length) {
   return taken;
 }
 
-// Moves from the opening bracket, or from behind a value, to the next value; false at the closing bracket.
+// Moves from the opening bracket, or from the end of a value, to the next value. Returns false at the closing bracket.
 bool move_to_next(std::string_view& rest) {
   skip_spaces(rest);
   if (rest.empty() || rest.front() == '}' || rest.front() == ']') return false;
   rest.remove_prefix(1);
   skip_spaces(rest);
   return !rest.empty() && rest.front() != '}' && rest.front() != ']';
-}
-
-// Length of the valid UTF-8 sequence that the text starts with; 0 where it is none.
-std::size_t utf8_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(i < text.size() ? text[i] : 0); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80) return 1;
-  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4) return 0;
-  for (std::size_t i = 1; i < length; ++i)
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  const bool overlong = (lead == 0xE0 && byte(1) < 0xA0) || (lead == 0xF0 && byte(1) < 0x90);
-  const bool surrogate = lead == 0xED && byte(1) > 0x9F;
-  const bool beyond = lead == 0xF4 && byte(1) > 0x8F;
-  return overlong || surrogate || beyond ? 0 : length;
 }
 
 }  // namespace
@@ -127,7 +114,7 @@ bool json_is_whole(std::string_view text, std::string* ret_error, JsonFacts* ret
   if (ret_error == nullptr) return false;
   *ret_error = "at byte " + std::to_string(read) + ": ";
   if (failure == json::error::too_deep)
-    *ret_error += "nested deeper than " + std::to_string(json_max_depth) + " levels";
+    *ret_error += "nested deeper than " + std::to_string(kJsonMaxDepth) + " levels";
   else
     *ret_error += text.empty() ? "the text is empty" : failure.message();
   return false;
@@ -137,18 +124,18 @@ JsonKind json_kind(std::string_view value) {
   skip_spaces(value);
   switch (value.front()) {
     case '{':
-      return JsonKind::object;
+      return JsonKind::kObject;
     case '[':
-      return JsonKind::array;
+      return JsonKind::kArray;
     case '"':
-      return JsonKind::string;
+      return JsonKind::kString;
     case 't':
     case 'f':
-      return JsonKind::boolean;
+      return JsonKind::kBoolean;
     case 'n':
-      return JsonKind::null;
+      return JsonKind::kNull;
     default:
-      return JsonKind::number;
+      return JsonKind::kNumber;
   }
 }
 
@@ -181,7 +168,7 @@ bool json_string_is(std::string_view value, std::string_view text) {
 }
 
 std::string json_quote(std::string_view text) {
-  static constexpr char hex[] = "0123456789abcdef";
+  static constexpr char kHex[] = "0123456789abcdef";
   std::string quoted = "\"";
   while (!text.empty()) {
     const std::size_t length = utf8_length(text);
@@ -193,8 +180,8 @@ std::string json_quote(std::string_view text) {
       quoted += c;
     } else if (length == 1 && static_cast<unsigned char>(c) < 0x20) {
       quoted += "\\u00";
-      quoted += hex[c >> 4];
-      quoted += hex[c & 15];
+      quoted += kHex[c >> 4];
+      quoted += kHex[c & 15];
     } else {
       quoted += text.substr(0, length);
     }

@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-// Of the sanitizers, where the program is built with one: where their reports go.
+// A function of the sanitizers, null in a build without one: sets where their reports go.
 extern "C" [[gnu::weak]] void __sanitizer_set_report_fd(void* fd);
 
 namespace {
@@ -31,38 +31,38 @@ namespace {
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
-// Lines that differ in nothing but their digits.
-struct Kind {
+// The lines of a stream that differ only in their digits.
+struct LineKind {
   std::uint64_t hash = 0;
-  Clock::time_point end{};     // of the window; once it is over, the place is free for another kind
-  unsigned lines = 0;          // that passed in the window
-  std::uint64_t more = 0;      // that did not and are not told yet
-  std::string beginning = {};  // of the window's first line
+  Clock::time_point end{};     // of the window; afterwards the entry is free for another kind
+  unsigned lines = 0;          // passed in the window
+  std::uint64_t more = 0;      // left out and not yet reported
+  std::string beginning = {};  // of the first line in the window
 };
 
-// What happens to the rest of a line whose beginning was dealt with.
-enum class Rest { NO_BEGINNING_YET, PASSES, DROPPED };
+// What happens to the rest of a line whose beginning has been handled.
+enum class Rest { kNoBeginningYet, kPasses, kDropped };
 
 struct Stream {
   int number;
   const char* writer_name;
-  int original = -1;   // what fd `number` was; open for good, written by the stream's writer only
-  int write_end = -1;  // of the pipe, until fd `number` is it
+  int original = -1;   // a copy of the original fd `number`; never closed, written only by the stream's writer
+  int write_end = -1;  // of the pipe, until it replaces fd `number`
 
-  // The drain thread's own.
-  int pipe = -1;           // the read end of the pipe that stands in its place; -1 once nobody can write to it
-  std::string piece = {};  // of a line that has not ended; empty, or passed on when it is due
+  // Used only by the drain thread.
+  int pipe = -1;           // the read end of the pipe; -1 once its write end is closed
+  std::string piece = {};  // the beginning of a line that has not ended; passed on when it is due
   Clock::time_point piece_due{};
-  Rest rest = Rest::NO_BEGINNING_YET;
-  std::vector<Kind> kinds = {};
-  Kind other_kinds = {};
+  Rest rest = Rest::kNoBeginningYet;
+  std::vector<LineKind> kinds = {};
+  LineKind other_kinds = {};
 
-  std::mutex lock = {};  // guards what follows; never held during a system call that may block
+  std::mutex lock = {};  // guards the following members; never held during a system call that may block
   std::condition_variable filled = {};
-  std::deque<std::string> blocks = {};  // whole lines, PIPE_BUF bytes at most but for a long line's piece
-  std::atomic<std::size_t> held{0};  // bytes in blocks and in the writer's hands; changed under the lock, read without
-  std::uint64_t lost = 0;            // lines behind the last block
-  bool in_line = false;              // whether the last block ends within a line
+  std::deque<std::string> blocks = {};  // whole lines, at most PIPE_BUF bytes each, or a piece of a long line
+  std::atomic<std::size_t> held{0};     // bytes in blocks and in the writer; written under the lock, read without it
+  std::uint64_t lost = 0;               // lines after the last block
+  bool in_line = false;                 // whether the last block ends within a line
 };
 
 struct Relay {
@@ -70,18 +70,18 @@ struct Relay {
   std::array<Stream, 2> streams{Stream{.number = STDOUT_FILENO, .writer_name = "dtv_log-stdout"},
                                 Stream{.number = STDERR_FILENO, .writer_name = "dtv_log-stderr"}};
   char stdout_buffer[BUFSIZ];
-  int wake = -1;                     // an eventfd; the drain thread looks at flush_asked
-  std::atomic<bool> started{false};  // fd 1 and 2 are the pipes
-  // The drain thread empties the pipes to the last byte when the first is ahead, and lets the second follow.
+  int wake = -1;                     // an eventfd that makes the drain thread look at flush_asked
+  std::atomic<bool> started{false};  // fd 1 and 2 lead to the pipes
+  // When flush_asked is ahead of flush_done, the drain thread empties the pipes completely and sets flush_done.
   std::atomic<std::uint32_t> flush_asked{0};
   std::atomic<std::uint32_t> flush_done{0};
 };
 
-// Lives until the process ends: its threads are never joined, since one of them may wait for a reader for ever.
+// Lives until the process ends: its threads are never joined, because one may wait for a reader for ever.
 Relay& relay = *new Relay;
 
-// Queues bytes; the stream's lock is held. A block is written at once, and a pipe does not mix what is written at once,
-// up to PIPE_BUF, with what others write.
+// Queues bytes; the caller holds the stream's lock. A block is written with one system call, so that up to PIPE_BUF
+// bytes are not mixed with the output of other processes in a pipe.
 void append(Stream& stream, std::string_view bytes) {
   if (stream.blocks.empty() || stream.blocks.back().size() + bytes.size() > PIPE_BUF) stream.blocks.emplace_back();
   stream.blocks.back() += bytes;
@@ -93,15 +93,15 @@ void append_notice(Stream& stream, const std::string& text) {
   append(stream, (stream.in_line ? "\n" : "") + ("dtv-host: " + text + "\n"));
 }
 
-// Queues bytes, or a notice, that stand for so many lines; false: these lines are lost.
-enum class Form { LINE, NOTICE };
+// Queues a line or a notice, which counts as this many lines. Returns false when they are lost.
+enum class Form { kLine, kNotice };
 bool put(Stream& stream, Form form, const std::string& text, std::uint64_t lines) {
   const std::lock_guard guard(stream.lock);
   if (stream.lost > 0 || stream.held + text.size() > relay.options.queue_bytes) {
     stream.lost += lines;
     return false;
   }
-  if (form == Form::NOTICE)
+  if (form == Form::kNotice)
     append_notice(stream, text);
   else
     append(stream, text);
@@ -109,13 +109,13 @@ bool put(Stream& stream, Form form, const std::string& text, std::uint64_t lines
   return true;
 }
 
-// A write that fails, for a closed reader or a full disk, takes the block with it; the next one is tried again.
+// When a write fails, because of a closed reader or a full disk, the block is dropped; the next one is tried again.
 void write_block(int fd, std::string_view block) {
   while (!block.empty()) {
     const ssize_t written = write(fd, block.data(), block.size());
     if (written >= 0) {
       block.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno == EAGAIN) {  // another process made the descriptor so
+    } else if (errno == EAGAIN) {  // another process made the descriptor non-blocking
       pollfd writable = {.fd = fd, .events = POLLOUT, .revents = 0};
       poll(&writable, 1, -1);
     } else if (errno != EINTR) {
@@ -134,7 +134,7 @@ void run_writer(Stream& stream) {
     guard.unlock();
     write_block(stream.original, block);
     guard.lock();
-    // Before the block is taken off `held`: whoever sees 0 there is to know that nothing is left to tell.
+    // Before the block is subtracted from `held`, since `held` == 0 means that nothing is left to report.
     if (stream.lost > 0 && stream.held - block.size() <= relay.options.queue_bytes / 2) {
       append_notice(stream, std::to_string(stream.lost) + " lines were lost, since nobody read them");
       stream.lost = 0;
@@ -143,7 +143,7 @@ void run_writer(Stream& stream) {
   }
 }
 
-// FNV-1a, each run of digits counting as one.
+// FNV-1a; each run of digits counts as one digit.
 std::uint64_t hash_of(std::string_view line) {
   std::uint64_t hash = 0xcbf29ce484222325;
   bool in_digits = false;
@@ -157,20 +157,20 @@ std::uint64_t hash_of(std::string_view line) {
 }
 
 std::string beginning_of(std::string_view line) {
-  constexpr std::size_t most = 60;
-  if (line.size() <= most) return std::string(line);
-  std::size_t length = most;
-  while (length > most - 3 && (line[length] & 0xc0) == 0x80) --length;  // not within a character of UTF-8
+  constexpr std::size_t kMost = 60;
+  if (line.size() <= kMost) return std::string(line);
+  std::size_t length = kMost;
+  while (length > kMost - 3 && (line[length] & 0xc0) == 0x80) --length;  // does not cut a UTF-8 character
   return std::string(line.substr(0, length)) + "...";
 }
 
-// Whether a line that begins so passes; counts it if not. Windows that are over by now have been told.
+// Whether a line with this beginning passes; counts it if not. Windows that have ended were reported before.
 bool kind_passes(Stream& stream, std::string_view line, Clock::time_point now) {
   const LogRelayOptions& options = relay.options;
   while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
   const std::uint64_t hash = hash_of(line);
-  Kind* place = nullptr;
-  for (Kind& kind : stream.kinds) {
+  LineKind* place = nullptr;
+  for (LineKind& kind : stream.kinds) {
     const bool over = now >= kind.end;
     if (!over && kind.hash == hash) {
       place = &kind;
@@ -189,34 +189,34 @@ bool kind_passes(Stream& stream, std::string_view line, Clock::time_point now) {
   return false;
 }
 
-// Tells of the lines that were counted in windows that are over, or in all.
+// Reports the lines that were left out in windows that have ended, or in all windows.
 void tell_kinds(Stream& stream, Clock::time_point now, bool all) {
-  const auto is_due = [&](const Kind& kind) { return kind.more > 0 && (all || now >= kind.end); };
-  for (Kind& kind : stream.kinds) {
+  const auto is_due = [&](const LineKind& kind) { return kind.more > 0 && (all || now >= kind.end); };
+  for (LineKind& kind : stream.kinds) {
     if (!is_due(kind)) continue;
-    put(stream, Form::NOTICE, "the line \"" + kind.beginning + "\" came " + std::to_string(kind.more) + " times more",
+    put(stream, Form::kNotice, "the line \"" + kind.beginning + "\" came " + std::to_string(kind.more) + " times more",
         kind.more);
     kind.more = 0;
   }
-  Kind& others = stream.other_kinds;
+  LineKind& others = stream.other_kinds;
   if (!is_due(others)) return;
-  put(stream, Form::NOTICE, std::to_string(others.more) + " lines of many other kinds are left out", others.more);
+  put(stream, Form::kNotice, std::to_string(others.more) + " lines of many other kinds are left out", others.more);
   others.more = 0;
 }
 
 void pass_piece(Stream& stream, Clock::time_point now) {
-  if (stream.rest == Rest::NO_BEGINNING_YET)
-    stream.rest = kind_passes(stream, stream.piece, now) ? Rest::PASSES : Rest::DROPPED;
-  if (stream.rest == Rest::PASSES && !put(stream, Form::LINE, stream.piece, 1)) stream.rest = Rest::DROPPED;
-  if (stream.piece.ends_with('\n')) stream.rest = Rest::NO_BEGINNING_YET;
+  if (stream.rest == Rest::kNoBeginningYet)
+    stream.rest = kind_passes(stream, stream.piece, now) ? Rest::kPasses : Rest::kDropped;
+  if (stream.rest == Rest::kPasses && !put(stream, Form::kLine, stream.piece, 1)) stream.rest = Rest::kDropped;
+  if (stream.piece.ends_with('\n')) stream.rest = Rest::kNoBeginningYet;
   stream.piece.clear();
 }
 
-// Reads once from the stream's pipe; false when nothing was there.
+// Reads once from the stream's pipe. Returns false when it was empty.
 bool take(Stream& stream, Clock::time_point now) {
   char buffer[64 * 1024];  // as much as a pipe holds
   const ssize_t got = stream.pipe < 0 ? -1 : read(stream.pipe, buffer, sizeof buffer);
-  if (got == 0) {  // after the relay's end
+  if (got == 0) {  // the relay has ended
     close(stream.pipe);
     stream.pipe = -1;
   }
@@ -232,13 +232,13 @@ bool take(Stream& stream, Clock::time_point now) {
   return true;
 }
 
-// Milliseconds until something is due without a byte being printed; -1: never.
+// Milliseconds until a piece or a report is due; -1: nothing is.
 int time_to_wait(Clock::time_point now) {
   auto due = Clock::time_point::max();
   for (const Stream& stream : relay.streams) {
     if (!stream.piece.empty()) due = std::min(due, stream.piece_due);
     if (stream.other_kinds.more > 0) due = std::min(due, stream.other_kinds.end);
-    for (const Kind& kind : stream.kinds)
+    for (const LineKind& kind : stream.kinds)
       if (kind.more > 0) due = std::min(due, kind.end);
   }
   if (due == Clock::time_point::max()) return -1;
@@ -253,9 +253,10 @@ void run_drain() {
                         {.fd = relay.streams[1].pipe, .events = POLLIN, .revents = 0},
                         {.fd = relay.wake, .events = POLLIN, .revents = 0}};
     poll(watched, std::size(watched), time_to_wait(Clock::now()));
-    // Lets further lines gather: to be woken by each one costs a request that prints four half as much again.
-    constexpr timespec gathering = {.tv_sec = 0, .tv_nsec = 1'000'000};
-    if (watched[2].revents == 0) nanosleep(&gathering, nullptr);
+    // Lets further lines arrive: waking up for each line would make a request that prints four lines half as slow
+    // again.
+    constexpr timespec kGathering = {.tv_sec = 0, .tv_nsec = 1'000'000};
+    if (watched[2].revents == 0) nanosleep(&kGathering, nullptr);
     std::uint64_t wakes = 0;
     if (watched[2].revents != 0 && read(relay.wake, &wakes, sizeof wakes) < 0) continue;
     const std::uint32_t asked = relay.flush_asked;
@@ -272,17 +273,17 @@ void run_drain() {
   }
 }
 
-// Waits until what was printed before is written, for at most `patience`. A signal handler may call it.
+// Waits until everything printed before is written, for at most `patience`. A signal handler may call it.
 void settle(milliseconds patience) {
   const auto limit = Clock::now() + patience;
   const std::uint32_t asked = ++relay.flush_asked;
-  constexpr std::uint64_t one = 1;
-  if (write(relay.wake, &one, sizeof one) < 0) return;
+  constexpr std::uint64_t kOne = 1;
+  if (write(relay.wake, &kOne, sizeof kOne) < 0) return;
   const auto is_settled = [&] {
     return relay.flush_done >= asked && relay.streams[0].held == 0 && relay.streams[1].held == 0;
   };
-  constexpr timespec moment = {.tv_sec = 0, .tv_nsec = 1'000'000};
-  while (!is_settled() && Clock::now() < limit) nanosleep(&moment, nullptr);
+  constexpr timespec kMoment = {.tv_sec = 0, .tv_nsec = 1'000'000};
+  while (!is_settled() && Clock::now() < limit) nanosleep(&kMoment, nullptr);
 }
 
 void on_crash(int number) {
@@ -291,7 +292,7 @@ void on_crash(int number) {
 }
 
 bool complain(int error) {
-  fprintf(stderr, "dtv-host: a reader of the log that stalls will stop the set, since no relay starts: %s\n",
+  fprintf(stderr, "dtv-host: the log relay does not start, so a stalled reader of the log would stop the set: %s\n",
           std::generic_category().message(error).c_str());
   return false;
 }
@@ -332,13 +333,13 @@ bool log_relay_start(const LogRelayOptions& options) {
   if (const int error = start_threads(); error != 0) return complain(error);
 
   fflush(stdout);
-  // With a buffer of ours: without one the C library goes on as before where something was printed already.
+  // With a buffer of our own: otherwise the C library ignores the new mode once something has been printed.
   setvbuf(stdout, relay.stdout_buffer, _IOLBF, sizeof relay.stdout_buffer);
   for (const Stream& stream : relay.streams) {
     dup2(stream.write_end, stream.number);
     close(stream.write_end);
   }
-  // A sanitizer ends the process at once after its report, which would not get through the relay.
+  // A sanitizer ends the process right after its report, before the relay could write it.
   const auto report_fd = static_cast<std::intptr_t>(relay.streams[1].original);
   if (__sanitizer_set_report_fd != nullptr) __sanitizer_set_report_fd(reinterpret_cast<void*>(report_fd));
   for (const int number : {SIGABRT, SIGSEGV, SIGBUS, SIGILL, SIGFPE}) {
@@ -355,12 +356,12 @@ bool log_relay_start(const LogRelayOptions& options) {
 
 void log_relay_end(milliseconds patience) {
   if (!relay.started) return;
-  if (ftrylockfile(stdout) == 0) {  // a thread that hangs may hold the lock
+  if (ftrylockfile(stdout) == 0) {  // a stuck thread may hold the lock
     fflush_unlocked(stdout);
     funlockfile(stdout);
   }
   settle(patience);
-  // A closed reader keeps the relay too: it takes the signal that writing to it brings.
+  // A stream with a closed reader keeps the relay too, which takes the SIGPIPE.
   for (Stream& stream : relay.streams) {
     pollfd writable = {.fd = stream.original, .events = POLLOUT, .revents = 0};
     if (stream.held == 0 && poll(&writable, 1, 0) > 0 && writable.revents == POLLOUT)

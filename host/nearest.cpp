@@ -6,13 +6,13 @@
 
 namespace {
 
-// Longer names than these are no slips of the pen, and comparing them would cost the I/O thread time.
-constexpr std::size_t longest_compared = 128;
+// Longer names are not compared: that would take the serving thread too long.
+constexpr std::size_t kLongestCompared = 128;
 
-// Letters to insert, delete or exchange to make b of a; anything above limit where it is above limit.
+// Number of letters to insert, delete or replace to turn a into b; any number above limit when it exceeds the limit.
 std::size_t edit_distance(std::string_view a, std::string_view b, std::size_t limit) {
   if (std::max(a.size(), b.size()) - std::min(a.size(), b.size()) > limit) return limit + 1;
-  std::array<std::size_t, longest_compared + 1> row;
+  std::array<std::size_t, kLongestCompared + 1> row;
   std::iota(row.begin(), row.begin() + static_cast<std::ptrdiff_t>(b.size()) + 1, std::size_t{0});
   for (std::size_t i = 1; i <= a.size(); ++i) {
     std::size_t diagonal = row[0];
@@ -36,12 +36,12 @@ std::vector<std::string> nearest(std::string_view name, std::span<const std::str
     const std::string* name;
   };
   std::vector<Candidate> candidates;
-  if (name.empty() || name.size() > longest_compared) return {};
+  if (name.empty() || name.size() > kLongestCompared) return {};
   const std::size_t limit = std::max<std::size_t>(2, name.size() / 4);
   for (const std::string& known : names) {
     const bool contains = name.size() >= 3 && known.find(name) != std::string::npos;
     const std::size_t distance = contains                           ? 1
-                                 : known.size() <= longest_compared ? edit_distance(name, known, limit)
+                                 : known.size() <= kLongestCompared ? edit_distance(name, known, limit)
                                                                     : limit + 1;
     if (distance <= limit) candidates.push_back({distance, &known});
   }

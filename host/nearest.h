@@ -1,4 +1,4 @@
-// "Did you mean": the known names that a mistyped one is nearest to.
+// "Did you mean": the known names nearest to a mistyped one.
 #pragma once
 
 #include <span>
@@ -6,5 +6,5 @@
 #include <string_view>
 #include <vector>
 
-// At most count of the names, nearest first, that differ from name in few letters or contain it.
+// The names that differ from name in few letters or contain it: at most count, nearest first.
 std::vector<std::string> nearest(std::string_view name, std::span<const std::string> names, std::size_t count);

@@ -1,4 +1,4 @@
-// Sockets and timers: what server.cpp and connection.cpp have of Boost.Asio. All of it is the leader's.
+// The sockets and timers of Boost.Asio that server.cpp and connection.cpp use. Only the leader uses them.
 #pragma once
 
 #include <array>
@@ -15,9 +15,9 @@ namespace asio = boost::asio;
 using tcp = asio::ip::tcp;
 
 using TimePoint = std::chrono::steady_clock::time_point;
-inline constexpr TimePoint never = TimePoint::max();
+inline constexpr TimePoint kNever = TimePoint::max();
 
-// Without the type erasure that the default executor costs.
+// Avoids the type erasure of the default executor.
 using Executor = asio::io_context::executor_type;
 using Socket = asio::basic_stream_socket<tcp, Executor>;
 using Acceptor = asio::basic_socket_acceptor<tcp, Executor>;
@@ -26,29 +26,29 @@ using Timer =
     asio::basic_waitable_timer<std::chrono::steady_clock, asio::wait_traits<std::chrono::steady_clock>, Executor>;
 
 struct Network {
-  // One thread at a time uses it, and passes it on together with the lead: no locks inside.
+  // Only one thread at a time uses it, the leader, so it needs no locks.
   asio::io_context io{BOOST_ASIO_CONCURRENCY_HINT_UNSAFE};
   Acceptor acceptor{io};
   Descriptor waker{io};  // an eventfd, written to from any thread
   Timer accept_again{io};
   Timer sweep{io};  // looks for deadlines that have passed
-  TimePoint sweep_at = never;
-  Timer poll{io};  // without a tap, while somebody is subscribed
+  TimePoint sweep_at = kNever;
+  Timer poll{io};  // runs without a tap, while a client is subscribed
   bool polling = false;
-  std::unordered_map<std::string, std::size_t> peers;  // connections by address, of those that are not loopback
-  std::array<char, limit_read_bytes> buffer;           // what one read brings
+  std::unordered_map<std::string, std::size_t> peers;  // number of connections by address, without loopback addresses
+  std::array<char, kLimitReadBytes> buffer;            // for one read
 };
 
 // connection.cpp
 
-// Takes over a connection that was accepted, or turns it away.
+// Takes over an accepted connection, or closes it.
 void connection_begin(Server& server, Socket socket);
 
-// Ends what has taken too long, and lets the sweep come again when the next deadline is due.
+// Handles the deadlines that have passed, and schedules the next sweep.
 void connection_sweep(Server& server);
 
-// Tells every client that the server leaves.
+// Tells every WebSocket client that the server ends.
 void connection_say_goodbye(Server& server);
 
-// server.cpp: has connection_sweep called at that time at the latest.
+// server.cpp: schedules connection_sweep for that time at the latest.
 void server_sweep_at(Server& server, TimePoint due);

@@ -13,6 +13,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/text.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -22,7 +24,7 @@ struct TypeRow {
   std::string_view type;
 };
 
-constexpr TypeRow types[] = {
+constexpr TypeRow kTypes[] = {
     {.extension = ".html", .type = "text/html; charset=utf-8"},
     {.extension = ".js", .type = "text/javascript; charset=utf-8"},
     {.extension = ".mjs", .type = "text/javascript; charset=utf-8"},
@@ -41,11 +43,11 @@ constexpr TypeRow types[] = {
 
 std::string_view type_of(const fs::path& file) {
   const std::string extension = file.extension().string();
-  const auto row = std::ranges::find(types, std::string_view(extension), &TypeRow::extension);
-  return row != std::end(types) ? row->type : "application/octet-stream";
+  const auto row = std::ranges::find(kTypes, std::string_view(extension), &TypeRow::extension);
+  return row != std::end(kTypes) ? row->type : "application/octet-stream";
 }
 
-// Browsers differ in whether 'self' covers WebSocket connections to the same place: it is named besides.
+// Not every browser includes WebSocket connections to the same host in 'self', so they are allowed explicitly.
 std::string page_policy(const std::string& host) {
   return "default-src 'self'; connect-src 'self' ws://" + host +
          "; img-src 'self' data:; object-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
@@ -56,7 +58,7 @@ std::string page(std::string_view title, std::string_view text) {
   return html.append(title).append("</title><h1>").append(title).append("</h1>").append(text).append("</html>\n");
 }
 
-// The file that a path names inside the folder; empty where there is none or it leads out of the folder.
+// The file that a path names inside the folder; empty when there is none or it is outside the folder.
 fs::path file_of(const std::string& folder, std::string_view path) {
   std::error_code failure;
   const fs::path root = fs::canonical(folder, failure);
@@ -68,9 +70,9 @@ fs::path file_of(const std::string& folder, std::string_view path) {
   return std::ranges::mismatch(root, file).in1 == root.end() ? file : fs::path();
 }
 
-// Opens what was a regular file a moment ago. Returns 0, or the reason in errno's numbers; ENOENT where it is none now.
+// Opens a file that has just been seen to be regular. Returns 0 or an error number, ENOENT if it is no longer regular.
 int open_regular(const fs::path& file, OpenFile& ret_file, struct stat& ret_status) {
-  // Without O_NONBLOCK a FIFO in its place would wait for a writer.
+  // Without O_NONBLOCK, opening a FIFO in its place would wait for a writer.
   const int descriptor = open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
   if (descriptor < 0) return errno == ELOOP || errno == ENOTDIR ? ENOENT : errno;
   struct stat status {};
@@ -84,7 +86,7 @@ int open_regular(const fs::path& file, OpenFile& ret_file, struct stat& ret_stat
   return 0;
 }
 
-// Cuts the text before the separator off the rest, without the blanks around it.
+// Takes the text up to the separator from the rest, without surrounding blanks.
 std::string_view cut(std::string_view& rest, char separator) {
   const std::size_t end = std::min(rest.find(separator), rest.size());
   std::string_view piece = rest.substr(0, end);
@@ -95,13 +97,8 @@ std::string_view cut(std::string_view& rest, char separator) {
   return piece;
 }
 
-bool equal_ignoring_case(std::string_view one, std::string_view other) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return std::ranges::equal(one, other, {}, lower, lower);
-}
-
-// Whether Accept-Encoding allows gzip: by its name, else by "*", with a weight other than 0. What is malformed allows
-// nothing, since every client reads the file as it is.
+// Whether Accept-Encoding allows gzip, by its name or else by "*", with a weight other than 0. A malformed entry allows
+// nothing: every client can read the uncompressed file.
 bool takes_gzip(std::string_view accepted) {
   std::optional<bool> named;
   bool any = false;
@@ -129,7 +126,7 @@ bool names_tag(std::string_view tags, std::string_view tag) {
   std::string_view whole = tags;
   if (cut(whole, ',') == "*") return whole.empty();
   for (;;) {
-    // A tag may hold commas: it ends with its quote.
+    // A tag may contain commas; it ends with its quotation mark.
     tags.remove_prefix(std::min(tags.find_first_not_of(" \t,"), tags.size()));
     if (tags.starts_with("W/")) tags.remove_prefix(2);
     if (!tags.starts_with('"')) return false;
@@ -145,17 +142,17 @@ std::string tag_of(const struct stat& status, bool compressed) {
   return "\"" + std::to_string(status.st_size) + "-" + std::to_string(changed) + (compressed ? "-gz\"" : "\"");
 }
 
-// Whether the name holds a hash of the content, as the page's build makes it: assets/NAME-HASH.ext, where the hash has
-// eight characters. The path is the requested one, since a link to such a file can later point to another.
+// Whether the file name contains a hash of the content, as the page's build makes it: assets/NAME-HASH.ext with eight
+// characters of hash. The requested path counts, since a link to such a file can later point to another file.
 bool is_hashed(std::string_view path) {
-  constexpr std::string_view folder = "/assets/";
-  constexpr std::size_t hash_length = 8;
-  if (!path.starts_with(folder)) return false;
-  const std::string_view name = path.substr(folder.size());
+  constexpr std::string_view kFolder = "/assets/";
+  constexpr std::size_t kHashLength = 8;
+  if (!path.starts_with(kFolder)) return false;
+  const std::string_view name = path.substr(kFolder.size());
   const std::string_view stem = name.substr(0, name.find_last_of('.'));
-  if (stem.size() == name.size() || stem.size() < hash_length + 2) return false;
-  const std::string_view hash = stem.substr(stem.size() - hash_length);
-  return name.find('/') == std::string_view::npos && stem[stem.size() - hash_length - 1] == '-' &&
+  if (stem.size() == name.size() || stem.size() < kHashLength + 2) return false;
+  const std::string_view hash = stem.substr(stem.size() - kHashLength);
+  return name.find('/') == std::string_view::npos && stem[stem.size() - kHashLength - 1] == '-' &&
          std::ranges::all_of(hash, [](char c) {
            return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' || c == '_';
          });

@@ -1,11 +1,11 @@
-// The page's files: which file a path names, in which encoding it is sent, and whether the client has it already. Opens
-// a file, but reads none.
+// The page's files: selects the file for a path and its encoding, and checks whether the client has it already. Opens
+// the file, but does not read it.
 #pragma once
 
 #include <string>
 
 #include "http.h"
 
-// Answers a GET or a HEAD of a path that is no URI from the folder of the built page. A FILE.gz beside FILE is FILE
-// compressed, and no page of its own.
+// Answers a GET or a HEAD of a path that is not a URI, from the folder of the built page. A FILE.gz beside FILE is the
+// compressed form of FILE and is not served by its own name.
 HttpAnswer page_answer(const HttpRequest& request, const std::string& folder);

@@ -1,7 +1,9 @@
 #include "policy.h"
 
 #include <algorithm>
-#include <charconv>
+#include <optional>
+
+#include "base/text.h"
 
 namespace {
 
@@ -11,7 +13,7 @@ bool is_loopback(std::string_view address) {
 
 bool is_any(std::string_view address) { return address == "0.0.0.0" || address == "::"; }
 
-// An address, not a name: a name of a foreign site could have been pointed at this machine.
+// Whether the text is an address, not a name: the name of a foreign site could resolve to this machine.
 bool is_address(std::string_view name) {
   const bool v4 = !name.empty() && name.find_first_not_of("0123456789.") == std::string_view::npos;
   const bool v6 = name.find(':') != std::string_view::npos &&
@@ -21,21 +23,17 @@ bool is_address(std::string_view name) {
 
 std::string lower(std::string_view text) {
   std::string lowered(text);
-  for (char& c : lowered)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  std::ranges::transform(lowered, lowered.begin(), ascii_lower);
   return lowered;
 }
 
 bool read_port(std::string_view text, int& ret_port) {
-  int port = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), port);
-  if (text.empty() || failure != std::errc() || end != text.data() + text.size() || port < 0 || port > 65535)
-    return false;
-  ret_port = port;
-  return true;
+  const std::optional<int> port = parse_number_within(text, 0, 65535);
+  if (port) ret_port = *port;
+  return port.has_value();
 }
 
-// Splits "name:port", "[v6]:port" or a bare name. Without a port ret_port stays.
+// Splits "name:port", "[v6]:port" or a name alone. Without a port, ret_port is unchanged.
 bool split_authority(std::string_view text, std::string_view& ret_name, int& ret_port) {
   std::string_view name = text;
   std::string_view port;
@@ -58,7 +56,7 @@ bool is_scheme(std::string_view text) {
          text.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789+-.") == std::string_view::npos;
 }
 
-// -1: the scheme has none that browsers leave out.
+// The port that browsers leave out in an origin; -1: none.
 int default_port(std::string_view scheme) { return scheme == "http" ? 80 : scheme == "https" ? 443 : -1; }
 
 bool names_this_host(const Policy& policy, std::string_view host) {
@@ -79,13 +77,13 @@ bool policy_read_listen(std::string_view text, Policy& ret_policy, std::string& 
   int port = -1;
   const bool read = only_port ? read_port(text, port) : split_authority(text, name, port);
   if (!read || port < 0) {
-    ret_error = "\"" + std::string(text) + "\" is no ADDR:PORT, such as 127.0.0.1:8080";
+    ret_error = "\"" + std::string(text) + "\" is not ADDR:PORT, such as 127.0.0.1:8080";
     return false;
   }
   if (name.empty()) name = "127.0.0.1";
   if (name == "localhost") name = "127.0.0.1";
   if (!is_address(name)) {
-    ret_error = "\"" + std::string(name) + "\" is no address; give one of this machine's, such as 127.0.0.1";
+    ret_error = "\"" + std::string(name) + "\" is not an address; give one of this machine, such as 127.0.0.1";
     return false;
   }
   ret_policy.address = name;
@@ -105,11 +103,11 @@ bool policy_allow_origin(std::string_view text, Policy& ret_policy, std::string&
                     !authority.ends_with(':') && split_authority(authority, name, port) && !name.empty();
   if (!read) {
     ret_error = "\"" + std::string(text) +
-                "\" is no origin; give scheme, name and port of the page's address, such as "
+                "\" is not an origin; give scheme, name and port of the page's address, such as "
                 "http://localhost:5173";
     return false;
   }
-  // Browsers leave the scheme's own port out.
+  // Browsers leave out the default port of the scheme.
   if (port == default_port(scheme) && !authority.ends_with(']'))
     if (const std::size_t colon = origin.rfind(':'); colon > scheme_end) origin.resize(colon);
   ret_policy.allowed_origins.push_back(std::move(origin));
@@ -125,7 +123,7 @@ std::string policy_refuses(const Policy& policy, std::string_view host, std::str
   if (!names_this_host(policy, host))
     return "Host \"" + std::string(host) + "\" is not this server; use http://" + policy_authority(policy) + "/";
   if (origin.empty() || policy_is_foreign(policy, origin)) return {};
-  if (lower(origin) == "http://" + lower(host)) return {};
+  if (equal_ignoring_case(origin, "http://" + std::string(host))) return {};
   return "pages from \"" + std::string(origin) + "\" may not use this server; start dtv-host with --allow-origin " +
          std::string(origin) + " to let them";
 }
@@ -142,9 +140,9 @@ bool policy_is_token(std::string_view shown, std::string_view token) {
 }
 
 bool policy_shows_token(std::string_view authorization, std::string_view token) {
-  constexpr std::string_view scheme = "bearer ";
-  return lower(authorization.substr(0, scheme.size())) == scheme &&
-         policy_is_token(authorization.substr(scheme.size()), token);
+  constexpr std::string_view kScheme = "bearer ";
+  return equal_ignoring_case(authorization.substr(0, kScheme.size()), kScheme) &&
+         policy_is_token(authorization.substr(kScheme.size()), token);
 }
 
 bool policy_is_local(const Policy& policy) { return is_loopback(policy.address); }

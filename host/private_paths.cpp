@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* plugin_languages = "/3rd/i18n";
+constexpr const char* kPluginLanguages = "/3rd/i18n";
 
 void complain(const std::string& reason) {
   fprintf(stderr,
@@ -23,18 +23,18 @@ void complain(const std::string& reason) {
           reason.c_str());
 }
 
-// What fails half-way leaves a process that is of no use, so a child tries it first.
+// A failure half-way would leave this process unusable, so a child process tries first.
 bool is_allowed(const WantedPaths& wanted) {
   const pid_t child = fork();
   if (child == 0) {
     std::string error;
-    const bool entered = sandbox_enter(wanted, NewFolders::READ_ONLY, error);
+    const bool entered = sandbox_enter(wanted, NewFolders::kReadOnly, error);
     if (!entered) complain(error);
     _exit(entered ? 0 : 1);
   }
   int status = 0;
   if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status)) return WEXITSTATUS(status) == 0;
-  complain("a child process could not try");
+  complain("no child process could try it");
   return false;
 }
 
@@ -42,24 +42,24 @@ bool is_allowed(const WantedPaths& wanted) {
 
 PrivatePaths private_paths_enter(const std::string& state_folder) {
   WantedPaths wanted;
-  std::string told_later;  // by the set's start, which makes it where it is still missing
-  if (!state_folder.empty()) stack_make_state_folder(state_folder, told_later);
+  std::string reported_later;  // the start of the set makes the folder again and reports the error
+  if (!state_folder.empty()) stack_make_state_folder(state_folder, reported_later);
   std::error_code failure;
   const std::string language_folder =
       stack_beside_program("../" DTV_INSTALL_LIBDIR "/dtv_js_plugin/i18n", "../lib/i18n");
-  if (!fs::exists(plugin_languages, failure)) {
+  if (!fs::exists(kPluginLanguages, failure)) {
     const fs::path folder = fs::canonical(language_folder, failure);
     if (failure)
       fprintf(stderr, "dtv-host: no language strings, since there is no folder %s\n", language_folder.c_str());
     else
-      wanted[plugin_languages] = {.what = WantedPath::BOUND, .content = folder};
+      wanted[kPluginLanguages] = {.what = WantedPath::kBound, .content = folder};
   }
-  const bool device = !fs::exists(DEVICE_PATH, failure);
-  if (device) wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = {}};
+  const bool device = !fs::exists(kDevicePath, failure);
+  if (device) wanted[kDevicePath] = {.what = WantedPath::kDevice, .content = {}};
   if (wanted.empty() || !is_allowed(wanted)) return {};
   std::string error;
-  if (sandbox_enter(wanted, NewFolders::READ_ONLY, error)) return {.device = device};
-  complain(error);  // half-way, though the child had come through
+  if (sandbox_enter(wanted, NewFolders::kReadOnly, error)) return {.device = device};
+  complain(error);  // half-way, although it worked in the child
   _exit(1);
 }
 

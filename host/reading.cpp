@@ -9,23 +9,23 @@ namespace {
 
 milliseconds time_for(const Limits& limits, Phase phase) {
   switch (phase) {
-    case Phase::nothing:
+    case Phase::kNothing:
       break;
-    case Phase::first_request:
-    case Phase::head:
+    case Phase::kFirstRequest:
+    case Phase::kHead:
       return limits.header_time;
-    case Phase::next_request:
+    case Phase::kNextRequest:
       return limits.idle_time;
-    case Phase::body:
-    case Phase::message:
+    case Phase::kBody:
+    case Phase::kMessage:
       return limits.body_time;
-    case Phase::farewell:
-      return limit_linger_time;
+    case Phase::kFarewell:
+      return kLimitLingerTime;
   }
   return {};
 }
 
-// What speaks against a request, whatever it wants; status 0: nothing.
+// Checks that hold for every request. Status 0: the request is allowed.
 HttpAnswer refusal(const Server& server, const Client& client) {
   const HttpRequest& request = client.request;
   const ServerOptions& options = server.options;
@@ -41,9 +41,9 @@ HttpAnswer refusal(const Server& server, const Client& client) {
                       "pages of other sites may not use this server; start dtv-host with --allow-origin to let one in");
   if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
-                               " connections, and has them; see --max-connections");
+                               " connections at a time, and all are in use; see --max-connections");
   if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
-    HttpAnswer answer = http_error(401, "this server wants its token; see --require-token");
+    HttpAnswer answer = http_error(401, "this server requires its token; see --require-token");
     answer.more = "www-authenticate: Bearer\r\n";
     return answer;
   }
@@ -65,7 +65,7 @@ void upgrade(Server& server, Client& client) {
   client.websocket = true;
 }
 
-// The head of a request is there: refuses it, upgrades the connection, or lets its body come.
+// Handles the head of a request: refuses it, upgrades the connection, or goes on to read its body.
 void on_head(Server& server, Client& client) {
   HttpRequest& request = client.request;
   client.authorized = policy_shows_token(request.authorization, server.options.token);
@@ -73,14 +73,14 @@ void on_head(Server& server, Client& client) {
     return refuse_http(server, client, std::move(refused));
   if (request.wants_websocket) return upgrade(server, client);
   if (!request.expects_continue) return;
-  // The client waits for a word before it sends the body: it is spared one that nobody takes.
+  // The client waits for permission to send the body. It is refused when the answer does not depend on the body.
   HttpAnswer answer;
   Call call;
-  if (http_route(request, server.catalogue, server.options.web_folder, answer, call) == HttpRoute::answer &&
+  if (http_route(request, server.catalogue, server.options.web_folder, answer, call) == HttpRoute::kAnswer &&
       (answer.status == 404 || answer.status == 405))
     return refuse_http(server, client, std::move(answer));
   if (answer.file.descriptor >= 0) close(answer.file.descriptor);
-  client.line->unsent += http_continue;
+  client.line->unsent += kHttpContinue;
 }
 
 void carry_out(Server& server, Client& client) {
@@ -89,15 +89,15 @@ void carry_out(Server& server, Client& client) {
   HttpAnswer answer;
   Call call;
   switch (http_route(client.request, server.catalogue, server.options.web_folder, answer, call)) {
-    case HttpRoute::answer:
+    case HttpRoute::kAnswer:
       return server_answer(server, client, std::move(answer));
-    // The bytes of a call that waits are counted; those of the body that it came in would not be.
-    case HttpRoute::call:
-      client.line->state = State::waiting;
+    // Frees the body: only the waiting call's own bytes are counted against the limit.
+    case HttpRoute::kCall:
+      client.line->state = State::kWaiting;
       client.request.body = {};
       return server_add_call(server, client, std::move(call));
-    case HttpRoute::rpc:
-      client.line->state = State::waiting;
+    case HttpRoute::kRpc:
+      client.line->state = State::kWaiting;
       return server_handle_message(server, client, std::exchange(client.request.body, {}));
   }
 }
@@ -106,10 +106,10 @@ void carry_out(Server& server, Client& client) {
 
 void enter_phase(Server& server, Line& line, Phase phase) {
   const Phase before = std::exchange(line.phase, phase);
-  // The first request's time runs from the connection on.
-  if (before == phase || (before == Phase::first_request && phase == Phase::head)) return;
-  line.read_due = never;
-  if (phase == Phase::nothing) return;
+  // The time for the first request begins with the connection.
+  if (before == phase || (before == Phase::kFirstRequest && phase == Phase::kHead)) return;
+  line.read_due = kNever;
+  if (phase == Phase::kNothing) return;
   line.since = steady_clock::now();
   line.read_due = line.since + time_for(server.options.limits, phase);
   server_sweep_at(server, line.read_due);
@@ -124,18 +124,18 @@ bool read_http(Server& server, Client& client, std::string_view& window) {
   Line& line = *client.line;
   HttpAnswer refused;
   switch (http_read(*line.reader, window, client.request, refused)) {
-    case HttpRead::more:
-      if (line.phase != Phase::body && http_is_within(*line.reader, window)) enter_phase(server, line, Phase::head);
+    case HttpRead::kMore:
+      if (line.phase != Phase::kBody && http_is_within(*line.reader, window)) enter_phase(server, line, Phase::kHead);
       return false;
-    case HttpRead::head:
-      enter_phase(server, line, Phase::body);
+    case HttpRead::kHead:
+      enter_phase(server, line, Phase::kBody);
       on_head(server, client);
       return true;
-    case HttpRead::request:
-      enter_phase(server, line, Phase::nothing);
+    case HttpRead::kRequest:
+      enter_phase(server, line, Phase::kNothing);
       carry_out(server, client);
       return true;
-    case HttpRead::refused:
+    case HttpRead::kRefused:
       client.request = {};
       refuse_http(server, client, std::move(refused));
       return true;
@@ -147,26 +147,26 @@ bool read_websocket(Server& server, Client& client, std::string_view& window) {
   Line& line = *client.line;
   WsMessage message;
   switch (ws_read(*line.stream, window, message)) {
-    case WsRead::more:
-      // Ending a phase that goes on would renew its time.
+    case WsRead::kMore:
+      // Ending the phase in the middle of a message would extend its deadline.
       if (window.empty() && ws_held(*line.stream) == 0)
-        enter_phase(server, line, Phase::nothing);
+        enter_phase(server, line, Phase::kNothing);
       else
-        enter_phase(server, line, Phase::message);
+        enter_phase(server, line, Phase::kMessage);
       return false;
-    case WsRead::again:
+    case WsRead::kAgain:
       return true;
-    case WsRead::message:
-      enter_phase(server, line, Phase::nothing);
+    case WsRead::kMessage:
+      enter_phase(server, line, Phase::kNothing);
       if (message.binary) {
-        outbox_reply(client.outbox, rpc_error("null", RpcError::invalid_request, "send text frames, not binary ones"));
+        outbox_reply(client.outbox, rpc_error("null", RpcError::kInvalidRequest, "send text frames, not binary ones"));
         server_mark(server, client);
       } else {
         server_handle_message(server, client, message.text);
       }
       return true;
-    case WsRead::closed:
-      line.state = State::leaving;
+    case WsRead::kClosed:
+      line.state = State::kLeaving;
       return true;
   }
   return false;

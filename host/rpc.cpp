@@ -13,57 +13,83 @@
 
 namespace {
 
-enum class ParamKind { uri, notifying_uri, object, object_or_null, boolean, words, token };
+enum class ParamKind { kUri, kNotifyingUri, kObject, kObjectOrNull, kBoolean, kWords, kToken };
+
+void plugin_text(std::string_view parameter, std::string& ret_text) {
+  ret_text.reserve(parameter.size() + 14);
+  ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
+}
+
+void take_object(std::string_view value, RpcRequest& request) {
+  if (json_kind(value) == JsonKind::kObject) plugin_text(value, request.call.text);
+}
+
+void take_traced(std::string_view value, RpcRequest& request) { request.call.traced = value.front() == 't'; }
+void take_on(std::string_view value, RpcRequest& request) { request.on = value.front() == 't'; }
+void take_words(std::string_view value, RpcRequest& request) { request.call.text = value; }
+void take_token(std::string_view value, RpcRequest& request) { request.token = json_string(value); }
 
 struct ParamRow {
   std::string_view name;
   ParamKind kind;
   bool required;
+  // Stores a value of the right kind. Null: a URI, which take_uri looks up.
+  void (*take)(std::string_view value, RpcRequest& request);
 };
 
 struct MethodRow {
   std::string_view name;
   RpcMethod method;
   std::span<const ParamRow> params;
+  CallKind call = CallKind::kGet;
 };
 
-constexpr ParamRow get_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
-                                   {.name = "parameter", .kind = ParamKind::object_or_null, .required = false},
-                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
-constexpr ParamRow set_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true},
-                                   {.name = "parameter", .kind = ParamKind::object, .required = true},
-                                   {.name = "trace", .kind = ParamKind::boolean, .required = false}};
-constexpr ParamRow subscribe_params[] = {{.name = "uri", .kind = ParamKind::notifying_uri, .required = true}};
-constexpr ParamRow unsubscribe_params[] = {{.name = "uri", .kind = ParamKind::uri, .required = true}};
-constexpr ParamRow trace_params[] = {{.name = "on", .kind = ParamKind::boolean, .required = true}};
-constexpr ParamRow authorize_params[] = {{.name = "token", .kind = ParamKind::token, .required = true}};
-constexpr ParamRow tv_params[] = {{.name = "words", .kind = ParamKind::words, .required = true}};
+constexpr ParamRow kUriParam = {.name = "uri", .kind = ParamKind::kUri, .required = true, .take = nullptr};
+constexpr ParamRow kTracedParam = {
+    .name = "trace", .kind = ParamKind::kBoolean, .required = false, .take = take_traced};
 
-constexpr MethodRow methods[] = {
-    {.name = "get", .method = RpcMethod::get, .params = get_params},
-    {.name = "set", .method = RpcMethod::set, .params = set_params},
-    {.name = "subscribe", .method = RpcMethod::subscribe, .params = subscribe_params},
-    {.name = "unsubscribe", .method = RpcMethod::unsubscribe, .params = unsubscribe_params},
-    {.name = "list", .method = RpcMethod::list, .params = {}},
-    {.name = "trace", .method = RpcMethod::trace, .params = trace_params},
-    {.name = "tv", .method = RpcMethod::tv, .params = tv_params},
-    {.name = "authorize", .method = RpcMethod::authorize, .params = authorize_params},
+constexpr ParamRow kGetParams[] = {
+    kUriParam,
+    {.name = "parameter", .kind = ParamKind::kObjectOrNull, .required = false, .take = take_object},
+    kTracedParam};
+constexpr ParamRow kSetParams[] = {
+    kUriParam, {.name = "parameter", .kind = ParamKind::kObject, .required = true, .take = take_object}, kTracedParam};
+constexpr ParamRow kSubscribeParams[] = {
+    {.name = "uri", .kind = ParamKind::kNotifyingUri, .required = true, .take = nullptr}};
+constexpr ParamRow kUnsubscribeParams[] = {kUriParam};
+constexpr ParamRow kTraceParams[] = {{.name = "on", .kind = ParamKind::kBoolean, .required = true, .take = take_on}};
+constexpr ParamRow kTvParams[] = {{.name = "words", .kind = ParamKind::kWords, .required = true, .take = take_words}};
+constexpr ParamRow kAuthorizeParams[] = {
+    {.name = "token", .kind = ParamKind::kToken, .required = true, .take = take_token}};
+
+constexpr MethodRow kMethods[] = {
+    {.name = "get", .method = RpcMethod::kGet, .params = kGetParams},
+    {.name = "set", .method = RpcMethod::kSet, .params = kSetParams, .call = CallKind::kSet},
+    {.name = "subscribe", .method = RpcMethod::kSubscribe, .params = kSubscribeParams},
+    {.name = "unsubscribe", .method = RpcMethod::kUnsubscribe, .params = kUnsubscribeParams},
+    {.name = "list", .method = RpcMethod::kList, .params = {}},
+    {.name = "trace", .method = RpcMethod::kTrace, .params = kTraceParams},
+    {.name = "tv", .method = RpcMethod::kTv, .params = kTvParams, .call = CallKind::kControl},
+    {.name = "authorize", .method = RpcMethod::kAuthorize, .params = kAuthorizeParams},
 };
+
+constexpr std::size_t kMostParams =
+    std::ranges::max(kMethods, {}, [](const MethodRow& row) { return row.params.size(); }).params.size();
 
 constexpr std::string_view wanted(ParamKind kind) {
   switch (kind) {
-    case ParamKind::uri:
-    case ParamKind::token:
+    case ParamKind::kUri:
+    case ParamKind::kToken:
       return "a string";
-    case ParamKind::notifying_uri:
+    case ParamKind::kNotifyingUri:
       return "a URI that notifies, such as /tv/ws/notify/volume_ctrl";
-    case ParamKind::object:
+    case ParamKind::kObject:
       return "an object";
-    case ParamKind::object_or_null:
+    case ParamKind::kObjectOrNull:
       return "an object, or null";
-    case ParamKind::boolean:
+    case ParamKind::kBoolean:
       return "true or false";
-    case ParamKind::words:
+    case ParamKind::kWords:
       return "an array of strings";
   }
   return {};
@@ -72,20 +98,20 @@ constexpr std::string_view wanted(ParamKind kind) {
 bool is_wanted(ParamKind kind, std::string_view value) {
   const JsonKind given = json_kind(value);
   switch (kind) {
-    case ParamKind::uri:
-    case ParamKind::notifying_uri:
-    case ParamKind::token:
-      return given == JsonKind::string;
-    case ParamKind::object:
-      return given == JsonKind::object;
-    case ParamKind::object_or_null:
-      return given == JsonKind::object || given == JsonKind::null;
-    case ParamKind::boolean:
-      return given == JsonKind::boolean;
-    case ParamKind::words:
-      if (given != JsonKind::array) return false;
+    case ParamKind::kUri:
+    case ParamKind::kNotifyingUri:
+    case ParamKind::kToken:
+      return given == JsonKind::kString;
+    case ParamKind::kObject:
+      return given == JsonKind::kObject;
+    case ParamKind::kObjectOrNull:
+      return given == JsonKind::kObject || given == JsonKind::kNull;
+    case ParamKind::kBoolean:
+      return given == JsonKind::kBoolean;
+    case ParamKind::kWords:
+      if (given != JsonKind::kArray) return false;
       while (const auto word = json_next_element(value))
-        if (json_kind(*word) != JsonKind::string) return false;
+        if (json_kind(*word) != JsonKind::kString) return false;
       return true;
   }
   return false;
@@ -93,7 +119,7 @@ bool is_wanted(ParamKind kind, std::string_view value) {
 
 std::string method_names(std::string_view separator, bool quoted) {
   std::string names;
-  for (const MethodRow& row : methods) {
+  for (const MethodRow& row : kMethods) {
     if (!names.empty()) names += separator;
     names += quoted ? json_quote(row.name) : std::string(row.name);
   }
@@ -104,30 +130,25 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
                           std::string_view method) {
   std::string message = std::string(member) + " must be ";
   message.append(is_wanted_to_be).append(", in ").append(method);
-  return rpc_error(id, RpcError::invalid_params, message,
+  return rpc_error(id, RpcError::kInvalidParams, message,
                    "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
 }
 
-// What speaks against handing a whole JSON text to the set; none: nothing does.
+// Whether a valid JSON text may be passed to the set; kNone: it may.
 RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
-  if (facts.values > limit_parameter_values) {
-    ret_error = "a parameter may have " + std::to_string(limit_parameter_values) + " values";
-    return RpcError::limit;
+  if (facts.values > kLimitParameterValues) {
+    ret_error = "a parameter may have " + std::to_string(kLimitParameterValues) + " values";
+    return RpcError::kLimit;
   }
-  if (!facts.has_nul) return RpcError::none;
-  ret_error = "no text may hold the character U+0000, at which the set would end it";
-  return RpcError::invalid_params;
+  if (!facts.has_nul) return RpcError::kNone;
+  ret_error = "no text may contain the character U+0000, at which the set would end it";
+  return RpcError::kInvalidParams;
 }
 
-void plugin_text(std::string_view parameter, std::string& ret_text) {
-  ret_text.reserve(parameter.size() + 14);
-  ret_text.assign("{\"PARAMETER\":").append(parameter).append("}");
-}
-
-// What the requests of one message share while they are read.
+// Shared by the requests of one message while they are read.
 struct Reading {
   const Catalogue& catalogue;
-  unsigned searches = limit_nearest_searches;  // that it may still cost
+  unsigned searches = kLimitNearestSearches;  // for the nearest URIs, which the message may still cause
 };
 
 // Finds the registered URI, or refuses the request.
@@ -143,41 +164,17 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
     if (searches) --reading.searches;
     const std::string data =
         rpc_unknown_uri(searches ? std::span(reading.catalogue.uris) : std::span<const std::string>(), uri, message);
-    request.error = rpc_error(request.id, RpcError::unknown_uri, message, data);
-  } else if (row.kind == ParamKind::notifying_uri && !catalogue_notifies(reading.catalogue, uri)) {
+    request.error = rpc_error(request.id, RpcError::kUnknownUri, message, data);
+  } else if (row.kind == ParamKind::kNotifyingUri && !catalogue_notifies(reading.catalogue, uri)) {
     request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
   } else {
     request.call.uri = found;
   }
 }
 
-void take_param(const ParamRow& row, std::string_view method, std::string_view value, Reading& reading,
-                RpcRequest& request) {
-  switch (row.kind) {
-    case ParamKind::uri:
-    case ParamKind::notifying_uri:
-      take_uri(row, method, value, reading, request);
-      return;
-    case ParamKind::token:
-      request.token = json_string(value);
-      return;
-    case ParamKind::object:
-    case ParamKind::object_or_null:
-      if (json_kind(value) == JsonKind::object) plugin_text(value, request.call.text);
-      return;
-    case ParamKind::boolean:
-      (row.name == "trace" ? request.call.traced : request.on) = value.front() == 't';
-      return;
-    case ParamKind::words:
-      request.call.text = value;
-      return;
-  }
-}
-
 void read_params(const MethodRow& row, std::string_view params, Reading& reading, RpcRequest& request) {
-  constexpr std::size_t most = 3;
-  std::string_view values[most];
-  if (!params.empty() && json_kind(params) != JsonKind::object) {
+  std::string_view values[kMostParams];
+  if (!params.empty() && json_kind(params) != JsonKind::kObject) {
     request.error = refuse_params(request.id, "params", "an object", row.name);
     return;
   }
@@ -191,7 +188,7 @@ void read_params(const MethodRow& row, std::string_view params, Reading& reading
     std::string message = std::string(row.name) + " knows no member " + std::string(member->key.substr(0, 100)) + "; ";
     for (const ParamRow& known : row.params) message.append(&known == row.params.data() ? "" : ", ").append(known.name);
     message += row.params.empty() ? "it takes none" : " are its members";
-    request.error = rpc_error(request.id, RpcError::invalid_params, message);
+    request.error = rpc_error(request.id, RpcError::kInvalidParams, message);
     return;
   }
   for (std::size_t i = 0; i < row.params.size(); ++i) {
@@ -201,18 +198,24 @@ void read_params(const MethodRow& row, std::string_view params, Reading& reading
       return;
     }
   }
-  for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i)
-    if (!values[i].empty()) take_param(row.params[i], row.name, values[i], reading, request);
+  for (std::size_t i = 0; i < row.params.size() && request.error.empty(); ++i) {
+    const ParamRow& param = row.params[i];
+    if (values[i].empty()) continue;
+    if (param.take != nullptr)
+      param.take(values[i], request);
+    else
+      take_uri(param, row.name, values[i], reading, request);
+  }
 }
 
 RpcRequest read_request(std::string_view text, Reading& reading) {
   RpcRequest request;
   request.id = "null";
   const auto refuse = [&request](std::string_view message) {
-    request.error = rpc_error(request.id, RpcError::invalid_request, message);
+    request.error = rpc_error(request.id, RpcError::kInvalidRequest, message);
     return std::move(request);
   };
-  if (json_kind(text) != JsonKind::object) return refuse("a request is an object with jsonrpc, id, method and params");
+  if (json_kind(text) != JsonKind::kObject) return refuse("a request is an object with jsonrpc, id, method and params");
 
   std::string_view version, id, method, params;
   while (const auto member = json_next_member(text)) {
@@ -223,40 +226,38 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   }
   if (!id.empty()) {
     const JsonKind kind = json_kind(id);
-    if (kind != JsonKind::string && kind != JsonKind::number && kind != JsonKind::null)
+    if (kind != JsonKind::kString && kind != JsonKind::kNumber && kind != JsonKind::kNull)
       return refuse("id must be a string or a number");
     request.id = id;
   }
-  if (version.empty() || json_kind(version) != JsonKind::string || !json_string_is(version, "2.0"))
+  if (version.empty() || json_kind(version) != JsonKind::kString || !json_string_is(version, "2.0"))
     return refuse("jsonrpc must be \"2.0\"");
-  if (method.empty() || json_kind(method) != JsonKind::string) return refuse("method must be a string");
+  if (method.empty() || json_kind(method) != JsonKind::kString) return refuse("method must be a string");
 
-  // From here on the request is one; without an id it is a notification, which is not even told of errors.
+  // From here on the request is valid. Without an id it is a notification, which gets no reply, not even an error.
   if (id.empty()) request.id.clear();
   const auto row =
-      std::ranges::find_if(methods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
-  if (row == std::end(methods)) {
-    request.error = rpc_error(request.id, RpcError::unknown_method,
+      std::ranges::find_if(kMethods, [&](const MethodRow& known) { return json_string_is(method, known.name); });
+  if (row == std::end(kMethods)) {
+    request.error = rpc_error(request.id, RpcError::kUnknownMethod,
                               "there is no such method; there are " + method_names(", ", false),
                               "{\"methods\":[" + method_names(",", true) + "]}");
     return request;
   }
   request.method = row->method;
-  request.call.kind = row->method == RpcMethod::set  ? CallKind::set
-                      : row->method == RpcMethod::tv ? CallKind::control
-                                                     : CallKind::get;
+  request.call.kind = row->call;
   read_params(*row, params, reading, request);
   return request;
 }
 
-// Refuses a request whose parameter, or one of whose words, the set cannot be handed.
+// Refuses a request whose parameter or words must not be passed to the set.
 void refuse_unfit(RpcRequest& request) {
   if (!request.error.empty() || request.call.text.empty()) return;
   JsonFacts facts;
   json_is_whole(request.call.text, nullptr, &facts);
-  if (request.call.kind != CallKind::control) --facts.values;  // the object around the parameter
+  if (request.call.kind != CallKind::kControl) --facts.values;  // the object around the parameter
   std::string message;
-  if (const RpcError refused = unfit(facts, message); refused != RpcError::none)
+  if (const RpcError refused = unfit(facts, message); refused != RpcError::kNone)
     request.error = rpc_error(request.id, refused, message);
 }
 
@@ -265,6 +266,18 @@ void append_number(std::string& text, std::int64_t number) {
   const auto end = std::to_chars(digits, digits + sizeof digits, number);
   text.append(digits, static_cast<std::size_t>(end.ptr - digits));
 }
+
+// The member "error" of a reply or a notification. data is JSON text or empty.
+void append_error(std::string& text, RpcError code, std::string_view message, std::string_view data) {
+  text += "\"error\":{\"code\":";
+  append_number(text, static_cast<std::int64_t>(code));
+  text.append(",\"message\":").append(json_quote(message));
+  if (!data.empty()) text.append(",\"data\":").append(data);
+  text += '}';
+}
+
+// The data of an error about a text of the plugin.
+std::string length_data(std::string_view text) { return "{\"length\":" + std::to_string(text.size()) + "}"; }
 
 }  // namespace
 
@@ -278,24 +291,24 @@ void rpc_read(std::string_view text, const Catalogue& catalogue, RpcMessage& ret
     request.error = rpc_error("null", code, message);
   };
   JsonFacts facts;
-  if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::parse, "not JSON, " + wrong);
-  const bool doubtful = facts.has_nul || facts.values > limit_parameter_values;
+  if (std::string wrong; !json_is_whole(text, &wrong, &facts)) return refuse(RpcError::kParse, "not JSON, " + wrong);
+  const bool doubtful = facts.has_nul || facts.values > kLimitParameterValues;
   Reading reading{.catalogue = catalogue};
   const auto add = [&](std::string_view request) {
     ret_message.requests.push_back(read_request(request, reading));
     if (doubtful) refuse_unfit(ret_message.requests.back());
   };
-  if (json_kind(text) != JsonKind::array) {
+  if (json_kind(text) != JsonKind::kArray) {
     text.remove_prefix(text.find_first_not_of(" \t\r\n"));
     return add(text);
   }
   text.remove_prefix(text.find('['));
   while (const auto element = json_next_element(text)) {
-    if (ret_message.requests.size() == rpc_batch_max)
-      return refuse(RpcError::limit, "a batch holds at most " + std::to_string(rpc_batch_max) + " requests");
+    if (ret_message.requests.size() == kRpcBatchMax)
+      return refuse(RpcError::kLimit, "a batch holds at most " + std::to_string(kRpcBatchMax) + " requests");
     add(*element);
   }
-  if (ret_message.requests.empty()) return refuse(RpcError::invalid_request, "the batch is empty");
+  if (ret_message.requests.empty()) return refuse(RpcError::kInvalidRequest, "the batch is empty");
   ret_message.batch = true;
 }
 
@@ -303,24 +316,22 @@ RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std:
   JsonFacts facts;
   if (std::string wrong; !json_is_whole(parameter, &wrong, &facts)) {
     ret_error = "not JSON, " + wrong;
-    return RpcError::parse;
+    return RpcError::kParse;
   }
-  if (json_kind(parameter) != JsonKind::object) {
+  if (json_kind(parameter) != JsonKind::kObject) {
     ret_error = "the parameter must be an object, such as {\"REQUEST\":\"MODIFY\",\"VALUE\":20}";
-    return RpcError::invalid_params;
+    return RpcError::kInvalidParams;
   }
   const RpcError refused = unfit(facts, ret_error);
-  if (refused == RpcError::none) plugin_text(parameter, ret_text);
+  if (refused == RpcError::kNone) plugin_text(parameter, ret_text);
   return refused;
 }
 
 std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data) {
   std::string reply = "{\"jsonrpc\":\"2.0\",\"id\":";
-  reply.append(id.empty() ? "null" : id).append(",\"error\":{\"code\":");
-  append_number(reply, static_cast<std::int64_t>(code));
-  reply.append(",\"message\":").append(json_quote(message));
-  if (!data.empty()) reply.append(",\"data\":").append(data);
-  reply += "}}";
+  reply.append(id.empty() ? "null" : id).append(",");
+  append_error(reply, code, message, data);
+  reply += '}';
   return reply;
 }
 
@@ -334,22 +345,21 @@ std::string rpc_result(std::string_view id, std::string_view result) {
 
 void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome) {
   if (outcome.not_kept != 0) {
-    reply += rpc_error(id, RpcError::platform, rpc_not_kept_message(outcome));
+    reply += rpc_error(id, RpcError::kPlatform, rpc_not_kept_message(outcome));
     return;
   }
   if (outcome.broken) {
-    reply += rpc_error(id, RpcError::broken_text, rpc_broken_message(outcome),
-                       "{\"length\":" + std::to_string(outcome.text.size()) + "}");
+    reply += rpc_error(id, RpcError::kBrokenText, rpc_broken_message(outcome), length_data(outcome.text));
     return;
   }
-  if (call.kind == CallKind::control) {
+  if (call.kind == CallKind::kControl) {
     std::string_view rest = outcome.text;
     while (const auto member =
-               json_kind(outcome.text) == JsonKind::object ? json_next_member(rest) : std::optional<JsonMember>())
+               json_kind(outcome.text) == JsonKind::kObject ? json_next_member(rest) : std::optional<JsonMember>())
       if (json_string_is(member->key, "error")) {
         reply += rpc_error(
-            id, RpcError::platform,
-            json_kind(member->value) == JsonKind::string ? json_string(member->value) : std::string(member->value));
+            id, RpcError::kPlatform,
+            json_kind(member->value) == JsonKind::kString ? json_string(member->value) : std::string(member->value));
         return;
       }
     reply += rpc_result(id, outcome.text);
@@ -358,7 +368,7 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
 
   reply.append("{\"jsonrpc\":\"2.0\",\"id\":").append(id).append(",\"result\":{\"ret\":");
   append_number(reply, outcome.ret);
-  if (call.kind == CallKind::get)
+  if (call.kind == CallKind::kGet)
     reply.append(",\"response\":").append(outcome.text.empty() ? "null" : std::string_view(outcome.text));
   if (call.traced) reply.append(",\"calls\":[").append(outcome.lines).append("]");
   reply += "}}";
@@ -372,7 +382,7 @@ std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view
   }
   const std::string_view shown = uri.substr(0, 256);
   ret_message = "\"" + std::string(shown) + "\" is not registered" +
-                (known.empty() ? "; the method list tells all URIs" : "; did you mean " + known + "?");
+                (known.empty() ? "; the method list returns all URIs" : "; did you mean " + known + "?");
   return "{\"uri\":" + json_quote(shown) + ",\"nearest\":[" + known + "]}";
 }
 
@@ -390,15 +400,11 @@ std::string rpc_not_kept_message(const Outcome& outcome) {
 std::string rpc_notify(std::string_view uri, std::string_view text) {
   std::string notification;
   notification.reserve(uri.size() + text.size() + 80);
-  notification.append("{\"jsonrpc\":\"2.0\",\"method\":\"notify\",\"params\":{\"uri\":\"").append(uri);
+  notification.append("{\"jsonrpc\":\"2.0\",\"method\":\"notify\",\"params\":{\"uri\":\"").append(uri).append("\",");
   if (std::string wrong; json_is_whole(text, &wrong))
-    notification.append("\",\"notification\":").append(text);
+    notification.append("\"notification\":").append(text);
   else
-    notification.append("\",\"error\":{\"code\":-32002,\"message\":")
-        .append(json_quote("the plugin's text is not JSON, " + wrong))
-        .append(",\"data\":{\"length\":")
-        .append(std::to_string(text.size()))
-        .append("}}");
+    append_error(notification, RpcError::kBrokenText, "the plugin's text is not JSON, " + wrong, length_data(text));
   notification += "}}";
   return notification;
 }

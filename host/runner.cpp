@@ -12,38 +12,38 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::int64_t slow_ns = std::chrono::nanoseconds(limit_call_time).count();
-constexpr std::int64_t budget_ns = 1'000'000;  // then sockets are looked at again
-constexpr std::int64_t burst_ns = 250'000;     // replies of quick calls wait for each other for so long
-constexpr auto tick = limit_call_time;
-// A tick that took longer tells of a process that was stopped, not of a leader that was stuck.
-constexpr std::chrono::milliseconds longest_tick{100};
-constexpr std::chrono::seconds longest_doze{1};  // while the leader polls
+constexpr std::int64_t kSlowNs = std::chrono::nanoseconds(kLimitCallTime).count();
+constexpr std::int64_t kBudgetNs = 1'000'000;  // after this time the leader serves sockets again
+constexpr std::int64_t kBurstNs = 250'000;     // how long the replies of quick calls wait for each other
+constexpr auto kTick = kLimitCallTime;
+// A longer tick means that the process was stopped, not that the leader was stuck.
+constexpr std::chrono::milliseconds kLongestTick{100};
+constexpr std::chrono::seconds kLongestDoze{1};  // while the leader polls
 
 std::int64_t now_ns() {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
 }
 
-constexpr std::size_t plugin_lane = 0;
-constexpr std::size_t control_lane = 1;
+constexpr std::size_t kPluginLane = 0;
+constexpr std::size_t kControlLane = 1;
 
-std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::control ? control_lane : plugin_lane; }
+std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::kControl ? kControlLane : kPluginLane; }
 
-// What a waiting job holds of the memory that all of them may take.
+// Bytes of a waiting job, which count against kLimitWaitingBytes.
 std::size_t size_of(const Job& job) { return sizeof job + job.id.size() + job.call.text.size(); }
 
 Lane* next_lane(Runner& runner) {
-  // Control comes first: its commands are few, and may be what frees the other lane.
-  for (const std::size_t lane : {control_lane, plugin_lane})
+  // Control comes first: its commands are few, and one of them may end a slow call of the other lane.
+  for (const std::size_t lane : {kControlLane, kPluginLane})
     if (runner.lanes[lane].jobs > 0 && !runner.lanes[lane].busy) return &runner.lanes[lane];
   return nullptr;
 }
 
 // A client's turn ends after a few calls, or after a slow one.
-void end_turn(Lane& lane) { lane.in_turn = limit_calls_in_turn; }
+void end_turn(Lane& lane) { lane.in_turn = kLimitCallsInTurn; }
 
 Job take_job(Runner& runner, Lane& lane) {
-  if (lane.in_turn >= limit_calls_in_turn) {
+  if (lane.in_turn >= kLimitCallsInTurn) {
     lane.turns.push_back(lane.turns.front());
     lane.turns.pop_front();
     lane.in_turn = 0;
@@ -63,11 +63,11 @@ Job take_job(Runner& runner, Lane& lane) {
 }
 
 void leave_process(const char* text) {
-  constexpr std::chrono::milliseconds log_patience(1000);
-  constexpr int internal_software_error = 70;  // EX_SOFTWARE
+  constexpr std::chrono::milliseconds kLogPatience(1000);
+  constexpr int kInternalSoftwareError = 70;  // EX_SOFTWARE
   fputs(text, stderr);
-  log_relay_end(log_patience);
-  _exit(internal_software_error);
+  log_relay_end(kLogPatience);
+  _exit(kInternalSoftwareError);
 }
 
 }  // namespace
@@ -75,17 +75,16 @@ void leave_process(const char* text) {
 RunnerAdd runner_add(Runner& runner, Job& job, std::size_t most) {
   const std::size_t number = lane_of(job);
   Lane& lane = runner.lanes[number];
-  if (lane.jobs >= (number == control_lane ? limit_control_requests : most) || runner.jobs_bytes >= limit_waiting_bytes)
-    return RunnerAdd::full;
+  if (lane.jobs >= (number == kControlLane ? kLimitControlRequests : most) || runner.jobs_bytes >= kLimitWaitingBytes)
+    return RunnerAdd::kFull;
   const auto queue = lane.waiting.find(job.client);
-  if (number == control_lane && queue != lane.waiting.end() &&
-      queue->second.size() >= limit_control_requests_per_client)
-    return RunnerAdd::full_for_client;
+  if (number == kControlLane && queue != lane.waiting.end() && queue->second.size() >= kLimitControlRequestsPerClient)
+    return RunnerAdd::kFullForClient;
   if (queue == lane.waiting.end()) lane.turns.push_back(job.client);
   runner.jobs_bytes += size_of(job);
   ++lane.jobs;
   lane.waiting[job.client].push_back(std::move(job));
-  return RunnerAdd::added;
+  return RunnerAdd::kAdded;
 }
 
 bool runner_has_work(const Runner& runner) {
@@ -102,8 +101,8 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
   static thread_local Outcome outcome;
   void* context = runner.context;
   std::int64_t now = now_ns();
-  const std::int64_t end = now + budget_ns;
-  std::int64_t burst_end = now + burst_ns;
+  const std::int64_t end = now + kBudgetNs;
+  std::int64_t burst_end = now + kBurstNs;
   while (now < end) {
     Lane* const lane = next_lane(runner);
     if (lane == nullptr) return true;
@@ -114,7 +113,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
     runner.calling_since.store(now);
     runner.calling.store(self);
     call_run(*runner.stack, *runner.tracer, job.call, outcome);
-    // Where another thread has taken the lead, calling is no longer this thread's number.
+    // When another thread has become the leader, calling is no longer this thread's number.
     if (unsigned still = self; !runner.calling.compare_exchange_strong(still, 0)) {
       {
         const std::lock_guard lock(runner.mutex);
@@ -127,7 +126,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
     now = now_ns();
     const bool more = next_lane(runner) != nullptr && now < std::min(burst_end, end);
     deliver(context, job, outcome, more);
-    if (!more) burst_end = now + burst_ns;
+    if (!more) burst_end = now + kBurstNs;
   }
   return true;
 }
@@ -169,15 +168,16 @@ void runner_watch(Runner& runner) {
   std::uint64_t seen = 0;
   std::chrono::nanoseconds stuck{0};
   auto last = Clock::now();
-  while (!runner.watcher.wait_for(lock, tick, [&] { return runner.stop; })) {
+  while (!runner.watcher.wait_for(lock, kTick, [&] { return runner.stop; })) {
     const auto now = Clock::now();
-    const auto passed = std::min<std::chrono::nanoseconds>(now - last, longest_tick);
+    const auto passed = std::min<std::chrono::nanoseconds>(now - last, kLongestTick);
     last = now;
 
     unsigned leader = runner.calling.load();
     const std::int64_t since = runner.calling_since.load();
-    // A call that began after these two loads may be taken for the slow one: it then merely changes threads.
-    if (leader != 0 && now_ns() - since > slow_ns && runner.calling.compare_exchange_strong(leader, 0)) {
+    // If a new call began between these two loads, it may be mistaken for a slow one. That only makes another thread
+    // lead.
+    if (leader != 0 && now_ns() - since > kSlowNs && runner.calling.compare_exchange_strong(leader, 0)) {
       runner.vacant = true;
       runner.standby.notify_one();
     }
@@ -189,15 +189,16 @@ void runner_watch(Runner& runner) {
         quiet && leader == 0 && !runner.resting.load() && !runner.vacant ? stuck + passed : std::chrono::nanoseconds(0);
     if (runner.watchdog && stuck > runner.turn_time)
       return (runner.stuck != nullptr ? runner.stuck : leave_process)(
-          "dtv-host: the serving thread is stuck; leaving, so that a supervisor can start again (--no-watchdog)\n");
+          "dtv-host: the serving thread is stuck; ending, so that a supervisor can restart it (--no-watchdog prevents "
+          "this)\n");
 
     if (leader != 0 || !runner.resting.load() || (!quiet && !runner.polls.load())) continue;
     runner.dozing.store(true);
     const auto is_roused = [&] { return runner.roused || runner.stop; };
-    // The leader may have begun a turn before it could see that this thread dozes.
+    // The leader may have begun a turn before it could see `dozing`.
     if (runner.resting.load()) {
       if (runner.polls.load())
-        runner.watcher.wait_for(lock, longest_doze, is_roused);
+        runner.watcher.wait_for(lock, kLongestDoze, is_roused);
       else
         runner.watcher.wait(lock, is_roused);
     }

@@ -15,14 +15,14 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// On the platform's thread that called back.
+// Runs on the platform's thread that made the callback.
 void on_event(void* context) {
   auto& server = *static_cast<Server*>(context);
   server.event.store(true);
   server_wake(server);
 }
 
-// On the television's thread that brings changes to the disk.
+// Runs on the television's thread that writes changes to the disk.
 void on_kept(void* context, std::uint64_t change, std::int32_t failure) {
   auto& server = *static_cast<Server*>(context);
   {
@@ -32,13 +32,13 @@ void on_kept(void* context, std::uint64_t change, std::int32_t failure) {
   server_wake(server);
 }
 
-// Sends what clients have waiting, and lets those go on that were left in the middle of what they sent; for about a
-// millisecond, since others wait to be read.
+// Sends waiting output, and goes on with clients whose input was interrupted. Stops after about a millisecond, since
+// other clients wait to be read.
 void flush_dirty(Server& server) {
-  constexpr std::chrono::milliseconds budget(1);
-  const std::size_t count = server.dirty.size();  // those that are marked meanwhile have their turn later
+  constexpr std::chrono::milliseconds kBudget(1);
+  const std::size_t count = server.dirty.size();  // clients that are marked in the meantime are served later
   if (count == 0) return;
-  const auto end = steady_clock::now() + budget;
+  const auto end = steady_clock::now() + kBudget;
   std::size_t done = 0;
   while (done < count && (done == 0 || steady_clock::now() < end)) {
     const auto found = server.clients.find(server.dirty[done++]);
@@ -49,8 +49,8 @@ void flush_dirty(Server& server) {
   server.dirty.erase(server.dirty.begin(), server.dirty.begin() + static_cast<std::ptrdiff_t>(done));
 }
 
-// Replies of one burst of calls leave one after the other: a client that is woken by the first is still awake when the
-// others come, which spares both sides most of what waking costs.
+// Replies of a burst of calls are sent together: a client that wakes up for the first is still awake when the others
+// arrive, which saves both sides most of the cost of waking up.
 void deliver(void* context, Job& job, Outcome& outcome, bool more) {
   auto& server = *static_cast<Server*>(context);
   const std::uint64_t id = job.client;
@@ -81,17 +81,17 @@ void await_wake(Server& server) {
 void await_connections(Server& server) {
   Network& network = *server.network;
   network.acceptor.async_wait(Acceptor::wait_read, in_turn(server, [](Server& called) {
-                                constexpr int most_at_once = 64;
+                                constexpr int kMostAtOnce = 64;
                                 Network& net = *called.network;
-                                for (int i = 0; i < most_at_once; ++i) {
+                                for (int i = 0; i < kMostAtOnce; ++i) {
                                   boost::system::error_code failure;
                                   Socket socket(net.io);
                                   net.acceptor.accept(socket, failure);
                                   if (failure == asio::error::would_block) break;
                                   if (failure == asio::error::no_descriptors) {
-                                    // The connection waits in the system's queue; asking again at once would spin.
-                                    constexpr auto pause = std::chrono::milliseconds(100);
-                                    net.accept_again.expires_after(pause);
+                                    // The connection stays in the system's queue; trying again at once would spin.
+                                    constexpr auto kPause = std::chrono::milliseconds(100);
+                                    net.accept_again.expires_after(kPause);
                                     return net.accept_again.async_wait(in_turn(called, await_connections));
                                   }
                                   if (!failure) connection_begin(called, std::move(socket));
@@ -100,39 +100,38 @@ void await_connections(Server& server) {
                               }));
 }
 
-// Without a tap nobody reports callbacks: the listener buffers are looked at again and again while anybody is
-// subscribed.
+// Without a tap nothing reports callbacks, so the listener buffers are polled while a client is subscribed.
 void keep_polling(Server& server) {
-  constexpr auto poll_time = std::chrono::microseconds(1800);
+  constexpr auto kPollTime = std::chrono::microseconds(1800);
   Network& network = *server.network;
   const bool polls = server.stack->on_event == nullptr && !server.subscriptions.clients.empty();
   server.runner.polls.store(polls);
   if (!polls || network.polling) return;
   network.polling = true;
-  network.poll.expires_after(poll_time);
+  network.poll.expires_after(kPollTime);
   network.poll.async_wait([&server](const boost::system::error_code&) {
     runner_begin_turn(server.runner, false);
     server.network->polling = false;
     server.event.store(true);
-    server.woken.store(true);  // the leader, which runs this, looks at its inboxes next
+    server.woken.store(true);  // this is the leader's thread, which reads its inboxes next
   });
 }
 
-// After a burst of long messages or replies, their memory goes back to the system.
+// Returns the memory of a burst of long messages or replies to the system.
 void give_memory_back(Server& server) {
-  constexpr std::size_t burst_bytes = 8 * limit_mib;
+  constexpr std::size_t kBurstBytes = 8 * kMib;
   const std::size_t bytes = server.receiving_bytes + server.reply_bytes + server.runner.jobs_bytes;
   server.peak_bytes = std::max(server.peak_bytes, bytes);
-  if (server.peak_bytes < burst_bytes || bytes > burst_bytes / 8) return;
+  if (server.peak_bytes < kBurstBytes || bytes > kBurstBytes / 8) return;
   server.peak_bytes = 0;
   server.message = {};
   malloc_trim(0);
 }
 
-// Leads until another thread has taken the lead over, or stop.
+// Leads until another thread is the leader, or the server stops.
 void lead(Server& server, unsigned self) {
-  constexpr int most_handlers = 64;  // between two rounds of calls; fewer where long messages take the time
-  constexpr std::chrono::milliseconds handlers_budget(1);
+  constexpr int kMostHandlers = 64;  // between two rounds of calls; fewer if long messages take the time
+  constexpr std::chrono::milliseconds kHandlersBudget(1);
   asio::io_context& io = server.network->io;
   for (;;) {
     server_serve_inboxes(server);
@@ -144,8 +143,8 @@ void lead(Server& server, unsigned self) {
       runner_rest(server.runner);
       io.run_one();
     }
-    const auto end = steady_clock::now() + handlers_budget;
-    for (int i = 0; i < most_handlers && is_busy() && steady_clock::now() < end && io.poll_one() > 0;) ++i;
+    const auto end = steady_clock::now() + kHandlersBudget;
+    for (int i = 0; i < kMostHandlers && is_busy() && steady_clock::now() < end && io.poll_one() > 0;) ++i;
     server_serve_inboxes(server);
     flush_dirty(server);
     if (!runner_run(server.runner, self, deliver)) return;
@@ -193,7 +192,7 @@ void server_sweep_at(Server& server, TimePoint due) {
   network.sweep_at = due;
   network.sweep.expires_at(due);
   network.sweep.async_wait(in_turn(server, [](Server& swept) {
-    swept.network->sweep_at = never;
+    swept.network->sweep_at = kNever;
     connection_sweep(swept);
   }));
 }
@@ -235,7 +234,7 @@ Server* server_start(const ServerOptions& options, const Stack& stack, std::stri
 const Policy& server_policy(const Server& server) { return server.options.policy; }
 
 void server_run(Server& server) {
-  for (unsigned number = 2; number <= runner_threads; ++number)
+  for (unsigned number = 2; number <= kRunnerThreads; ++number)
     server.threads.emplace_back(run_thread, std::ref(server), number, false);
   server.threads.emplace_back(runner_watch, std::ref(server.runner));
   run_thread(server, 1, true);

@@ -11,22 +11,22 @@
 struct ServerOptions {
   Policy policy;
   std::string web_folder;
-  std::string token;           // what control commands need; empty: nobody may
-  bool require_token = false;  // gets, sets and notifications need it as well
+  std::string token;           // required for control commands; empty: they are always refused
+  bool require_token = false;  // gets, sets and notifications require it too
   bool watchdog = true;
   Limits limits;
 };
 
 struct Server;
 
-// Listens. Returns null with a message; the port that was taken stands in server_policy afterwards.
+// Starts to listen. Returns null with a message on failure. server_policy then has the actual port.
 Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error);
 const Policy& server_policy(const Server& server);
 
-// Serves on this thread and its stand-ins until server_stop, which any thread may call. Clients have been told goodbye
-// when it returns, which a platform call that does not return can put off.
+// Serves on this thread and further ones until server_stop, which any thread may call. WebSocket clients get a close
+// frame before it returns. It returns only after running platform calls have returned.
 void server_run(Server& server);
 void server_stop(Server& server);
 
-// The platform must have been stopped before, since its threads wake the server.
+// Call it after the platform is stopped, since the platform's threads wake the server.
 void server_end(Server* server);

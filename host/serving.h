@@ -1,4 +1,4 @@
-// What the pieces of the server share. All of it is the leader's, unless a comment says otherwise.
+// Shared by the server's files. Only the leader uses it, unless a comment says otherwise.
 #pragma once
 
 #include <atomic>
@@ -19,40 +19,40 @@
 #include "subscriptions.h"
 #include "tracer.h"
 
-// Replies of a batch, until all are there.
+// The replies of a batch until it is complete.
 struct Batch {
-  std::vector<std::string> replies;  // empty: a notification's place
+  std::vector<std::string> replies;  // empty: no reply yet, or a notification's place
   std::size_t waiting;
   std::size_t bytes = 0;  // of all replies so far
 };
 
-// connection.cpp: the socket and what its protocol is in the middle of.
+// line.h: the socket and the state of its protocol.
 struct Line;
 struct LineEnd {
   void operator()(Line* line) const;
 };
 
-// One connection, HTTP at first and perhaps WebSocket from its upgrade on. Lives as long as the socket.
+// One connection, HTTP at first and perhaps WebSocket after an upgrade. Lives as long as the socket.
 struct Client {
   std::uint64_t id = 0;
   std::unique_ptr<Line, LineEnd> line;
   bool websocket = false;
   bool authorized = false;      // has shown the token
-  bool dirty = false;           // stands in Server::dirty
-  std::size_t outstanding = 0;  // calls that wait or run
+  bool dirty = false;           // is listed in Server::dirty
+  std::size_t outstanding = 0;  // waiting and running calls
   std::uint64_t next_batch = 1;
   std::unordered_map<std::uint64_t, Batch> batches;
-  std::size_t batch_bytes = 0;    // of their replies, and of the places for them
+  std::size_t batch_bytes = 0;    // of their replies, including the array of replies
   Outbox outbox;                  // WebSocket
   std::vector<const char*> uris;  // subscribed
   bool tracing = false;
-  HttpRequest request;  // HTTP: the one that is being read or answered
+  HttpRequest request;  // HTTP: being read or answered
 };
 
-// What the television reports of the disk, see dtv_tv_on_kept: all changes up to this one are kept, or are not.
+// A report of the television, see dtv_tv_on_kept: all changes up to this one are on the disk, or could not be written.
 struct KeptReport {
   std::uint64_t change;
-  std::int32_t failure;  // errno; 0: they are kept
+  std::int32_t failure;  // errno; 0: they are on the disk
 };
 
 struct Network;  // network.h: sockets and timers
@@ -67,37 +67,37 @@ struct Server {
 
   Subscriptions subscriptions;
   std::unordered_map<std::uint64_t, std::unique_ptr<Client>> clients;
-  std::vector<std::uint64_t> dirty;  // clients with something to send
-  std::vector<Finished> unkept;      // outcomes that are delivered when their change is on the disk
+  std::vector<std::uint64_t> dirty;  // clients with output to send or input to read
+  std::vector<Finished> unkept;      // outcomes that wait until their change is on the disk
   std::uint64_t kept_change = 0;     // changes up to this one have been reported
-  KeptReport unkept_report{};        // the latest failure: it holds from unkept_from + 1 on
+  KeptReport unkept_report{};        // the latest failure, for the changes from unkept_from + 1 on
   std::uint64_t unkept_from = 0;
-  std::size_t peak_bytes = 0;  // of what clients made the server hold, since memory was last given back
+  std::size_t peak_bytes = 0;  // highest number of bytes held for clients since give_memory_back
   std::size_t tracing = 0;
   std::uint64_t next_client = 1;
   std::size_t receiving_bytes = 0;  // of all clients' long unfinished messages
-  std::size_t reply_bytes = 0;      // of all clients' replies that wait
-  RpcMessage message;               // the one being handled; kept for its memory
+  std::size_t reply_bytes = 0;      // of the waiting replies of all clients
+  RpcMessage message;               // being handled; kept to reuse its memory
 
-  // From any thread.
-  std::atomic<bool> woken{false};  // the leader has been told to look at its inboxes
-  std::atomic<bool> event{false};  // a platform callback has returned: listener buffers may be filled
+  // Used by any thread.
+  std::atomic<bool> woken{false};  // the leader has been woken to read its inboxes
+  std::atomic<bool> event{false};  // a platform callback has returned: listener buffers may have texts
   std::mutex kept_mutex;           // guards kept_reports
   std::vector<KeptReport> kept_reports;
   std::atomic<bool> stopping{false};
-  std::vector<std::thread> threads;  // those that stand by, and the one that watches
+  std::vector<std::thread> threads;  // the standby threads and the watching thread
 };
 
-// Makes the leader look at its inboxes; from any thread.
+// Makes the leader read its inboxes. Any thread may call it.
 void server_wake(Server& server);
 
-// dispatch.cpp: messages in, replies out.
+// messages.cpp: messages in, replies and notifications out.
 void server_handle_message(Server& server, Client& client, std::string_view text);
-void server_add_call(Server& server, Client& client, Call call);  // an HTTP request's only one
+void server_add_call(Server& server, Client& client, Call call);  // the only call of an HTTP request
 void server_deliver(Server& server, Job& job, Outcome& outcome);
 void server_serve_inboxes(Server& server);
 
-// connection.cpp: what sockets bring, and sending.
-void server_mark(Server& server, Client& client);  // has something to send
+// connection.cpp: receiving and sending.
+void server_mark(Server& server, Client& client);  // the client has output to send
 void server_flush(Server& server, Client& client);
 void server_answer(Server& server, Client& client, HttpAnswer answer);  // HTTP

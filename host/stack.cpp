@@ -8,13 +8,14 @@
 
 #include <boost/json.hpp>
 #include <cerrno>
-#include <charconv>
 #include <filesystem>
+#include <limits>
 #include <span>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "base/text.h"
 #include "dtv_js_plugin.h"
 #include "dtv_tv.h"
 #include "nearest.h"
@@ -34,10 +35,10 @@ std::string state_folder() {
     return fs::path(base) / "dtv_js_plugin";
   if (const char* home = getenv("HOME"); home != nullptr && *home != '\0')
     return fs::path(home) / ".local/state/dtv_js_plugin";
-  return {};  // no folder that anybody could foretell, as one below /tmp
+  return {};  // not a predictable folder such as one in /tmp
 }
 
-// Text returned by one of the libraries, which their caller frees.
+// Takes a text that one of the libraries returned and its caller must free.
 std::string take_text(char* text) {
   std::string taken = text != nullptr ? text : "";
   free(text);
@@ -50,7 +51,7 @@ void* load(const char* what, const std::string& path, int mode, std::string& ret
   return library;
 }
 
-// Fills a function pointer from a library; false, with a message, where the library does not define it.
+// Sets a function pointer from a library. Returns false with a message when the library does not define it.
 template <typename Function>
 bool find(void* library, const std::string& path, const char* name, Function*& ret_function, std::string& ret_error) {
   void* symbol = dlsym(library, name);
@@ -62,7 +63,7 @@ bool find(void* library, const std::string& path, const char* name, Function*& r
   return true;
 }
 
-// Null where the library does not define it.
+// The same; null when the library does not define it.
 template <typename Function>
 void find_if_any(void* library, const char* name, Function*& ret_function) {
   ret_function = reinterpret_cast<Function*>(dlsym(library, name));
@@ -76,7 +77,7 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
   find_if_any(library, "dtv_tv_command", stack.tv_command);
   find_if_any(library, "dtv_tv_on_kept", stack.on_kept);
   find_if_any(library, "dtv_tv_last_change", stack.last_change);
-  if (start == nullptr) return true;  // a platform that is no virtual television starts by itself
+  if (start == nullptr) return true;  // another platform starts by itself
   if (!find(library, options.platform, "dtv_tv_control", stack.tv_control, ret_error) ||
       !find(library, options.platform, "dtv_tv_stop", stack.tv_stop, ret_error))
     return false;
@@ -94,14 +95,6 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
 
 std::string error_object(std::string text) { return json::serialize(json::object{{"error", std::move(text)}}); }
 
-bool read_number(std::string_view word, std::int32_t& ret_value) {
-  std::int32_t value = 0;
-  const auto [end, failure] = std::from_chars(word.data(), word.data() + word.size(), value);
-  if (failure != std::errc() || end != word.data() + word.size()) return false;
-  ret_value = value;
-  return true;
-}
-
 std::vector<std::string> contract_functions(const Stack& stack) {
   std::vector<std::string> names;
   const json::value contract = json::parse(take_text(stack.contract()));
@@ -109,39 +102,44 @@ std::vector<std::string> contract_functions(const Stack& stack) {
   return names;
 }
 
-constexpr const char* fault_usage =
+std::string no_tap() { return error_object("faults need the tap, and this process runs without it"); }
+
+constexpr const char* kFaultUsage =
     "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] | fault FUNCTION --clear | fault --clear";
 
-// Reads the words after "fault FUNCTION"; returns what is wrong with them, or an empty text.
+// Reads the words after "fault FUNCTION". Returns what is wrong with them, or an empty text.
 std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_fault) {
   dtv_tap_fault_t fault{};
   for (std::size_t i = 0; i < words.size(); ++i) {
     const std::string_view value = i + 1 < words.size() ? words[i + 1] : std::string_view();
     if (words[i] == "--delay") {
-      if (!read_number(value, fault.delay_ms) || fault.delay_ms < 0) return "--delay wants milliseconds, 0 or more";
+      const auto delay = parse_number_within(value, 0, std::numeric_limits<std::int32_t>::max());
+      if (!delay) return "--delay wants milliseconds, 0 or more";
+      fault.delay_ms = *delay;
       ++i;
     } else if (words[i] == "--fail") {
       fault.fails = 1;
-      fault.result = -1;
-      if (read_number(value, fault.result)) ++i;
+      const auto result = parse_number<std::int32_t>(value);
+      fault.result = result.value_or(-1);
+      if (result) ++i;
     } else if (words[i] == "--drop-callback") {
       fault.drop_callback = 1;
     } else {
-      return "\"" + words[i] + "\" is no fault; " + fault_usage;
+      return "\"" + words[i] + "\" is not a fault; " + kFaultUsage;
     }
   }
-  if (words.empty()) return std::string("no fault given; ") + fault_usage;
+  if (words.empty()) return std::string("no fault given; ") + kFaultUsage;
   ret_fault = fault;
   return {};
 }
 
 std::string control_fault(const Stack& stack, std::span<const std::string> words) {
-  if (stack.fault == nullptr) return error_object("faults need the tap, and this process runs without it");
+  if (stack.fault == nullptr) return no_tap();
   if (words.size() == 1 && words[0] == "--clear") {
     stack.fault(nullptr, nullptr);
     return "{}";
   }
-  if (words.empty() || words[0].starts_with("--")) return error_object(fault_usage);
+  if (words.empty() || words[0].starts_with("--")) return error_object(kFaultUsage);
 
   const std::string& function = words[0];
   const bool clears = words.size() == 2 && words[1] == "--clear";
@@ -158,7 +156,7 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
 }
 
 std::string list_faults(const Stack& stack) {
-  if (stack.contract == nullptr) return error_object("faults need the tap, and this process runs without it");
+  if (stack.contract == nullptr) return no_tap();
   json::object faults;
   const json::value contract = json::parse(take_text(stack.contract()));
   for (const json::value& function : contract.as_array())
@@ -167,7 +165,7 @@ std::string list_faults(const Stack& stack) {
   return json::serialize(json::object{{"faults", std::move(faults)}});
 }
 
-// The television's list of commands, and this library's own.
+// The television's list of commands with those of this file.
 std::string with_fault_help(std::string help) {
   json::error_code failure;
   json::value parsed = json::parse(help, failure);
@@ -202,10 +200,10 @@ bool stack_make_state_folder(const std::string& folder, std::string& ret_error) 
     const fs::path above = made.empty() ? fs::path(".") : made;
     made /= part;
     problem = mkdir(made.c_str(), 0700) == 0 ? 0 : errno;
-    if (problem != 0) continue;  // most are there already
+    if (problem != 0) continue;  // created, or it exists already
     const int parent = open(above.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (parent < 0) continue;
-    fsync(parent);  // so that a power cut does not take the new folder away
+    fsync(parent);  // so that the new folder survives a power cut
     close(parent);
   }
   std::error_code none;
@@ -227,7 +225,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
   decltype(&dtv_tap_platform) tap_platform = nullptr;
   const bool tapped = !options.tap.empty();
 
-  // The tap comes first and for everyone: the plugin's calls then bind to it, not to the platform.
+  // The tap is loaded first and globally, so that the plugin's calls bind to it and not to the platform.
   if (tapped) {
     void* tap = load("tap", options.tap, RTLD_GLOBAL, ret_error);
     if (tap == nullptr || !find(tap, options.tap, "dtv_tap_platform", tap_platform, ret_error) ||
@@ -245,7 +243,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
     return false;
   };
   if (char* text = nullptr; tapped && tap_platform(platform, &text) != 0) {
-    ret_error = options.platform + " is not a whole platform: " + take_text(text);
+    ret_error = options.platform + " is not a complete platform: " + take_text(text);
     return give_up();
   }
 
@@ -293,7 +291,7 @@ std::string stack_control(const Stack& stack, const std::string& command) {
   } catch (const std::exception& failure) {
     return error_object(std::string("the tap's list of functions cannot be read: ") + failure.what());
   }
-  if (stack.tv_control == nullptr) return error_object("this platform is no virtual television");
+  if (stack.tv_control == nullptr) return error_object("this platform is not the virtual television");
   std::string reply = take_text(stack.tv_control(command.c_str()));
   const bool asks_help = words.size() == 1 && words[0] == "help";
   return asks_help && stack.fault != nullptr ? with_fault_help(std::move(reply)) : reply;

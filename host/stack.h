@@ -1,4 +1,4 @@
-// The plugin, the tap and a platform, loaded into this process: what dtv-host and dtvctl --local stand on.
+// Loads the plugin, the tap and a platform into this process, for dtv-host and dtvctl --local.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,12 @@ struct StackOptions {
   std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
 };
 
-// Where something stands, by its path from the running program's folder: as installed, else as built. Where it is
-// neither, the path as built, so that a message names a place.
+// A path relative to the running program's folder: the installed one if it exists, else the built one, whether or not
+// it exists, so that a message can name it.
 std::string stack_beside_program(const char* installed, const char* built);
 
-// Makes the folder, and the missing ones above it, for this user alone (mode 0700). Does not change an existing folder:
-// the virtual television does that when it starts. False, with a message, when it cannot be made, or has no name.
+// Creates the folder and its missing parents with mode 0700. Does not change an existing folder: the virtual television
+// does that when it starts. Returns false with a message when it cannot be created or has no name.
 bool stack_make_state_folder(const std::string& folder, std::string& ret_error);
 
 // The paths of the libraries as built or installed beside this program, and the XDG state folder (empty: no HOME).
@@ -33,8 +33,8 @@ struct Stack {
   std::int32_t (*remove_listener)(const char* uri);
   std::int32_t (*fetch)(const char* uri, void* buffer, std::int32_t length);
   char* (*describe)();
-  std::int32_t (*start_broadcast)();  // see tv_ctrl_broadcast_init in "tv_ctrl_main.h"; null: it has none
-  std::int32_t (*start_cec)();        // see tvc_ctrl_cec_detect_init in "tv_ctrl_main.h"; null: it has none
+  std::int32_t (*start_broadcast)();  // see tv_ctrl_broadcast_init in "tv_ctrl_main.h"; null: missing
+  std::int32_t (*start_cec)();        // see tvc_ctrl_cec_detect_init in "tv_ctrl_main.h"; null: missing
 
   // The tap's (see "dtv_tap.h"); null without a tap.
   void (*watch)(dtv_tap_line_fct fct, void* context);
@@ -44,22 +44,22 @@ struct Stack {
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
   char* (*tv_control)(const char* command);
-  void (*tv_command)(char character);  // null also where it takes no characters
+  void (*tv_command)(char character);  // null also when it takes no characters
   void (*tv_stop)();
-  // Both or none: changes reach the disk on a thread of the television's own, which reports them.
+  // Both or neither: a thread of the television writes changes to the disk and reports them.
   void (*on_kept)(void (*fct)(void* context, std::uint64_t change, std::int32_t failure), void* context);
   std::uint64_t (*last_change)();
 };
 
 // Loads and starts everything: tap, platform, plugin, both start-up functions. Once per process.
-// Returns false with a message that says what is missing or failed.
+// Returns false with a message about what is missing or failed.
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error);
 
 // Stops the platform's threads.
 void stack_stop(Stack& stack);
 
 // Carries out one control command, a JSON array of words such as ["volume","up"], and returns a JSON object.
-// Beside the virtual television's own commands it knows, through the tap:
+// In addition to the virtual television's commands there are, through the tap:
 //   fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback]   sets a fault
 //   fault FUNCTION --clear | fault --clear                            clears one, or all
 //   faults                                                            lists them

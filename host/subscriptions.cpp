@@ -4,8 +4,8 @@
 
 namespace {
 
-// A pending text is at most a queue's bound and one more item; this is far beyond every type's.
-constexpr std::size_t longest_text = 256 * 1024;
+// Far longer than the longest pending text of any type: the limit of a queue and one more item.
+constexpr std::size_t kLongestText = 256 * 1024;
 
 }  // namespace
 
@@ -23,10 +23,10 @@ void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::ui
 }
 
 void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context) {
-  // The plugin writes no terminator; what was read is cleared behind it. The last byte is never written.
-  static thread_local std::vector<char> buffer(longest_text + 1);
+  // The plugin writes no terminator, so the buffer is cleared after each text. Its last byte is never written.
+  static thread_local std::vector<char> buffer(kLongestText + 1);
   for (const auto& [uri, clients] : subscriptions.clients) {
-    subscriptions.stack->fetch(uri, buffer.data(), longest_text);
+    subscriptions.stack->fetch(uri, buffer.data(), kLongestText);
     const std::size_t length = strlen(buffer.data());
     if (length == 0) continue;
     deliver(context, uri, clients, {buffer.data(), length});

@@ -1,5 +1,5 @@
-// Which clients follow which notification URI. The plugin is subscribed with a URI's first client and no longer than
-// its last. Leader's own.
+// Which clients are subscribed to which notification URI. The host is subscribed at the plugin while a URI has at least
+// one client. Only the leader uses it.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct Subscriptions {
 void subscriptions_add(Subscriptions& subscriptions, const char* uri, std::uint64_t client);
 void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::uint64_t client);
 
-// Fetches every subscribed listener buffer and hands over what was pending. The text lives for the call.
+// Fetches every subscribed listener buffer and calls deliver with each pending text, which is valid during the call.
 using SubscriptionsDeliver = void (*)(void* context, const char* uri, const std::vector<std::uint64_t>& clients,
                                       std::string_view text);
 void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context);

@@ -11,38 +11,34 @@
 #include <string_view>
 #include <system_error>
 
+#include "base/token.h"
+
 namespace {
 
-constexpr std::string_view digits = "0123456789abcdef";
-
-bool is_token(std::string_view text) {
-  return text.size() == token_digits && text.find_first_not_of(digits) == std::string_view::npos;
-}
-
-// The file's token; empty where it has none that is fit to be kept.
+// The token in the file; empty when the file has none or is not private.
 std::string read_file(const std::string& path) {
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (file < 0) return {};
   struct stat facts {};
-  std::array<char, token_digits + 2> text{};
+  std::array<char, kTokenDigits + 2> text{};
   ssize_t bytes = -1;
   if (fstat(file, &facts) == 0 && S_ISREG(facts.st_mode) && facts.st_uid == geteuid() && (facts.st_mode & 077) == 0)
     bytes = read(file, text.data(), text.size());
   close(file);
-  if (bytes != static_cast<ssize_t>(token_digits) + 1 || text[token_digits] != '\n') return {};
-  const std::string_view token(text.data(), token_digits);
+  if (bytes != static_cast<ssize_t>(kTokenDigits) + 1 || text[kTokenDigits] != '\n') return {};
+  const std::string_view token(text.data(), kTokenDigits);
   return is_token(token) ? std::string(token) : std::string();
 }
 
 bool make_token(std::string& ret_token) {
-  std::array<unsigned char, token_digits / 2> bytes{};
+  std::array<unsigned char, kTokenDigits / 2> bytes{};
   if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return false;
   ret_token.clear();
-  for (const unsigned char byte : bytes) ret_token.append({digits[byte >> 4], digits[byte & 15]});
+  for (const unsigned char byte : bytes) ret_token.append({kTokenAlphabet[byte >> 4], kTokenAlphabet[byte & 15]});
   return true;
 }
 
-// Under another name first, so that nobody ever reads half of it.
+// Writes a new file and renames it, so that no reader sees a part of the token.
 bool write_file(const std::string& path, const std::string& token) {
   const std::string fresh = path + ".new";
   unlink(fresh.c_str());

@@ -1,11 +1,10 @@
-// The token that control commands need: loopback TCP has no notion of the local user, but a file has.
+// The token that control commands require. A loopback connection does not identify the local user; access to a file
+// does.
 #pragma once
 
 #include <string>
 
-inline constexpr std::size_t token_digits = 64;
-
-// Reads the token from the state folder's file "token", or makes it: 64 hexadecimal digits and a line feed, readable by
-// the user alone. A file that holds something else, or that others can read, is replaced. Returns false, with a
-// message, where it can be neither read nor made. The folder must exist.
+// Reads the token from the file "token" in the state folder, or creates it: 64 hexadecimal digits and a line feed,
+// readable only by the user. A file with other content, or that others can read, is replaced. Returns false with a
+// message when the token can be neither read nor created. The folder must exist.
 bool token_read(const std::string& state_folder, std::string& ret_token, std::string& ret_error);

@@ -4,11 +4,11 @@
 
 namespace {
 
-constexpr std::size_t most_waiting = 65536;
+constexpr std::size_t kMostWaiting = 65536;
 
 thread_local std::string* captured = nullptr;
 
-// On the thread that made the call, which may be any of the platform's.
+// Runs on the thread that made the call, which may be one of the platform's.
 void on_line(void* context, const char* line) {
   auto& tracer = *static_cast<Tracer*>(context);
   if (captured != nullptr) {
@@ -19,7 +19,7 @@ void on_line(void* context, const char* line) {
   {
     const std::lock_guard lock(tracer.lines_mutex);
     if (!tracer.following) return;
-    if (tracer.lines.size() >= most_waiting) {
+    if (tracer.lines.size() >= kMostWaiting) {
       ++tracer.lost;
       return;
     }

@@ -1,5 +1,5 @@
-// Hands the tap's lines to those who want them: the request that caused them, and clients that follow everything.
-// The tap knows one watcher and costs time while it has one, so it is watched only while somebody wants lines.
+// Passes the tap's lines to the request that caused them, and to clients that trace all calls. The tap takes one
+// watcher and is slower while it has one, so the tracer watches only while lines are wanted.
 #pragma once
 
 #include <cstddef>
@@ -11,23 +11,23 @@
 
 struct Tracer {
   const Stack* stack;
-  void (*wake)(void* context);  // called when the first line waits to be taken
+  void (*wake)(void* context);  // called when the first line is waiting
   void* context;
 
-  std::mutex watch_mutex;  // guards wanted; held while the tap's watcher changes, never by the watcher itself
+  std::mutex watch_mutex;  // guards wanted; held while the tap's watcher is changed, never by the watcher
   int wanted = 0;
 
-  std::mutex lines_mutex;  // guards what follows
+  std::mutex lines_mutex;  // guards the following members
   bool following = false;
   std::vector<std::string> lines;
   std::size_t lost = 0;
 };
 
-// Collects this thread's platform calls into lines, separated by commas; null ends it. lines must live until then.
+// Appends this thread's platform calls to lines, separated by commas, until it is called with null.
 void tracer_capture(Tracer& tracer, std::string* lines);
 
 // Whether every line is kept for tracer_take.
 void tracer_follow(Tracer& tracer, bool on);
 
-// Takes the lines that came since the last time; returns how many were lost because too many waited.
+// Takes the lines since the last call; returns how many were lost because too many were waiting.
 std::size_t tracer_take(Tracer& tracer, std::vector<std::string>& ret_lines);

@@ -12,18 +12,18 @@ namespace websocket = beast::websocket;
 
 namespace {
 
-// Beast wants an executor for timers, which the synchronous functions never start.
+// Beast requires an executor for timers, which its synchronous functions never start.
 asio::io_context& no_context() {
   static asio::io_context& context = *new asio::io_context(1);
   return context;
 }
 
-// Thrown where Beast wants another frame and is not given one. It resumes with the next call: its state changes only
-// when bytes have been handed over. ws_wire_test splits a session at every byte to hold it to that.
+// Thrown when Beast asks for another frame and there is none. Beast goes on with the next call, because its state
+// changes only when it gets bytes. ws_wire_test splits a session at every byte to verify this.
 struct OutOfFrames {};
 
-// How much of the window Beast is given: a whole frame, or the header of one that Beast refuses for its header or its
-// length; 0 where neither is there. held: bytes of the message's earlier frames.
+// How many bytes of the window Beast gets: a whole frame, or the header of a frame that Beast refuses because of its
+// header or length; 0 when neither has arrived. held: bytes of the message's earlier frames.
 std::size_t readable_length(std::string_view window, std::size_t longest_message, std::size_t held) {
   const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(window[at]); };
   if (window.size() < 2) return 0;
@@ -43,27 +43,27 @@ std::size_t readable_length(std::string_view window, std::size_t longest_message
   return window.size() - header < length ? 0 : header + static_cast<std::size_t>(length);
 }
 
-// RFC 6455 has no close codes from 5000 on, but Beast takes them.
+// RFC 6455 has no close codes from 5000 on, but Beast accepts them.
 bool has_unknown_code(std::string_view frame) {
-  constexpr unsigned first_unknown = 5000;
+  constexpr unsigned kFirstUnknown = 5000;
   const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(frame[at]); };
-  constexpr std::size_t header = 6;
-  if (frame.size() < header + 2 || byte(0) != 0x88 || (byte(1) & 0x80) == 0 || byte(1) > (0x80 | 125)) return false;
-  return static_cast<unsigned>((byte(6) ^ byte(2)) << 8 | (byte(7) ^ byte(3))) >= first_unknown;
+  constexpr std::size_t kHeader = 6;
+  if (frame.size() < kHeader + 2 || byte(0) != 0x88 || (byte(1) & 0x80) == 0 || byte(1) > (0x80 | 125)) return false;
+  return static_cast<unsigned>((byte(6) ^ byte(2)) << 8 | (byte(7) ^ byte(3))) >= kFirstUnknown;
 }
 
-// What Beast is given in place of such a frame: a close with code 0, which it refuses as it should refuse them.
-constexpr std::string_view refusable_close("\x88\x82\0\0\0\0\0\0", 8);
+// Replaces such a frame: a close with code 0, which Beast refuses as it should refuse those codes.
+constexpr std::string_view kRefusableClose("\x88\x82\0\0\0\0\0\0", 8);
 
 // Beast's next layer: reads from memory, one whole frame after the other, and writes to a text.
 struct Pipe {
   using executor_type = asio::io_context::executor_type;
 
-  std::string_view frame;              // what is left of the one that is being read
-  std::string_view* window = nullptr;  // where the next ones come from
-  unsigned frames = 0;                 // how many more may be read now
+  std::string_view frame;              // the unread rest of the current frame
+  std::string_view* window = nullptr;  // the source of the next frames
+  unsigned frames = 0;                 // how many more frames may be read now
   std::size_t longest_message = 0;
-  const beast::flat_buffer* message = nullptr;  // its earlier frames
+  const beast::flat_buffer* message = nullptr;  // the earlier frames of the message
   std::string output;
 
   void take_frame() {
@@ -73,7 +73,7 @@ struct Pipe {
     --frames;
     frame = window->substr(0, length);
     window->remove_prefix(length);
-    if (has_unknown_code(frame)) frame = refusable_close;
+    if (has_unknown_code(frame)) frame = kRefusableClose;
   }
 
   executor_type get_executor() { return no_context().get_executor(); }
@@ -107,7 +107,7 @@ struct Pipe {
   }
 };
 
-// The connection itself ends when the output has left: there is nothing to tear down here.
+// The connection ends when the output is sent, so there is nothing to do here.
 void teardown(beast::role_type, Pipe&, beast::error_code& ret_failure) { ret_failure = {}; }
 
 }  // namespace
@@ -115,7 +115,7 @@ void teardown(beast::role_type, Pipe&, beast::error_code& ret_failure) { ret_fai
 struct WsStream {
   websocket::stream<Pipe, false> beast;
   beast::flat_buffer message;
-  bool taken = false;  // the message has been handed over and is still in the buffer
+  bool taken = false;  // the message in the buffer has been returned to the caller
 
   Pipe& pipe() { return beast.next_layer(); }
 };
@@ -136,29 +136,29 @@ WsStreamPtr ws_accept(std::string_view head, std::string_view protocol, std::siz
   parser.header_limit(static_cast<std::uint32_t>(head.size()));
   beast::error_code failure;
   parser.put(asio::buffer(head.data(), head.size()), failure);
-  // http_wire has read these headers as the lists that they are; Beast looks at the first line of each only.
+  // http_wire has read these headers as lists; Beast reads only the first line of each.
   parser.get().set(beast::http::field::connection, "upgrade");
   parser.get().set(beast::http::field::upgrade, "websocket");
   if (!failure) stream->beast.accept(parser.get(), failure);
-  // The option refers to what lives only here.
+  // The option refers to variables of this function.
   stream->beast.set_option(websocket::stream_base::decorator([](websocket::response_type&) {}));
   return failure ? nullptr : std::move(stream);
 }
 
 WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_message) {
   if (stream.taken) {
-    constexpr std::size_t kept_bytes = 4096;
+    constexpr std::size_t kKeptBytes = 4096;
     stream.taken = false;
     stream.message.consume(stream.message.size());
-    if (stream.message.capacity() > kept_bytes) stream.message.shrink_to_fit();
+    if (stream.message.capacity() > kKeptBytes) stream.message.shrink_to_fit();
   }
-  if (!stream.beast.is_open()) return WsRead::closed;
-  constexpr unsigned most_frames = 32;  // the caller looks at the clock after a few calls
+  if (!stream.beast.is_open()) return WsRead::kClosed;
+  constexpr unsigned kMostFrames = 32;  // so that the caller can check the time
   Pipe& pipe = stream.pipe();
-  // The usual end of what was received: without the cost of an exception.
-  if (readable_length(window, pipe.longest_message, stream.message.size()) == 0) return WsRead::more;
+  // The usual end of the received bytes, without the cost of an exception.
+  if (readable_length(window, pipe.longest_message, stream.message.size()) == 0) return WsRead::kMore;
   pipe.window = &window;
-  pipe.frames = most_frames;
+  pipe.frames = kMostFrames;
   beast::error_code failure;
   bool out_of_frames = false;
   try {
@@ -168,12 +168,12 @@ WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_messag
     out_of_frames = true;
   }
   pipe.window = nullptr;
-  if (out_of_frames) return pipe.frames == 0 ? WsRead::again : WsRead::more;
-  if (failure) return WsRead::closed;
+  if (out_of_frames) return pipe.frames == 0 ? WsRead::kAgain : WsRead::kMore;
+  if (failure) return WsRead::kClosed;
   stream.taken = true;
   const beast::flat_buffer::const_buffers_type data = stream.message.cdata();
   ret_message = {.text = {static_cast<const char*>(data.data()), data.size()}, .binary = stream.beast.got_binary()};
-  return WsRead::message;
+  return WsRead::kMessage;
 }
 
 std::size_t ws_held(const WsStream& stream) { return stream.taken ? 0 : stream.message.size(); }
@@ -182,7 +182,7 @@ std::string& ws_output(WsStream& stream) { return stream.pipe().output; }
 
 void ws_close(WsStream& stream, unsigned code, std::string_view reason) {
   if (!stream.beast.is_open()) return;
-  // close() waits for the client's own close frame; that wait ends at once, with the frame written.
+  // close() writes the frame and then waits for the client's close frame; OutOfFrames ends that wait at once.
   const websocket::close_reason why(static_cast<websocket::close_code>(code),
                                     beast::string_view(reason.data(), reason.size()));
   beast::error_code failure;

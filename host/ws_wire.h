@@ -1,4 +1,4 @@
-// WebSocket (RFC 6455) as bytes: Boost.Beast's server side over memory. Knows no sockets.
+// WebSocket (RFC 6455) as bytes: Boost.Beast's server side over memory. Knows nothing of sockets.
 #pragma once
 
 #include <cstddef>
@@ -12,34 +12,34 @@ struct WsStreamEnd {
 };
 using WsStreamPtr = std::unique_ptr<WsStream, WsStreamEnd>;
 
-// Answers the upgrade request head, a whole one that http_wire has accepted; protocol: the subprotocol that was chosen,
-// or empty. The answer stands in the stream's output. Null where Beast refuses the request.
+// Answers the head of an upgrade request that http_wire has accepted. protocol: the chosen subprotocol, or empty. The
+// answer is in the stream's output. Returns null when Beast refuses the request.
 WsStreamPtr ws_accept(std::string_view head, std::string_view protocol, std::size_t longest_message);
 
 enum class WsRead {
-  more,     // the window holds no whole frame any more; more bytes are needed
-  again,    // many frames have been read without the end of a message; there may be more
-  message,  // a message has come
-  closed,   // the client has closed, or broken the protocol; nothing that it sends counts any more
+  kMore,     // the window has no more whole frames; more bytes are needed
+  kAgain,    // many frames were read without reaching the end of a message; call again
+  kMessage,  // a message is complete
+  kClosed,   // the client has closed the connection or violated the protocol; its further bytes are ignored
 };
 
 struct WsMessage {
-  std::string_view text;  // lives until the next ws_read
+  std::string_view text;  // valid until the next ws_read
   bool binary = false;
 };
 
-// Reads on, up to the end of the next message. Takes what it has read from the front of the window. Pings are answered
-// and closes are confirmed into the output.
+// Reads up to the end of the next message, and removes the bytes it has read from the front of the window. Answers to
+// pings and close frames are written to the output.
 WsRead ws_read(WsStream& stream, std::string_view& window, WsMessage& ret_message);
 
 // Bytes of an unfinished, fragmented message that the stream holds.
 std::size_t ws_held(const WsStream& stream);
 
-// Frames of the protocol's own that are to be sent before anything else: the handshake, pongs, the close frame. The
-// caller takes them out.
+// Output of the protocol itself, which must be sent before anything else: the handshake, pongs, the close frame. The
+// caller takes it out.
 std::string& ws_output(WsStream& stream);
 
-// Writes a close frame into the output. Nothing is read or sent after it.
+// Writes a close frame to the output. Nothing is read or sent after it.
 void ws_close(WsStream& stream, unsigned code, std::string_view reason);
 
 bool ws_is_open(const WsStream& stream);

@@ -18,16 +18,16 @@ bool is_device(int fd) {
   char target[64];
   std::snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
   const ssize_t length = readlink(path, target, sizeof target);
-  return length == static_cast<ssize_t>(std::strlen(DEVICE_PATH)) &&
-         std::memcmp(target, DEVICE_PATH, static_cast<std::size_t>(length)) == 0;
+  return length == static_cast<ssize_t>(std::strlen(kDevicePath)) &&
+         std::memcmp(target, kDevicePath, static_cast<std::size_t>(length)) == 0;
 }
 
 }  // namespace
 
 void device_listen(DeviceFct fct) { listener = fct; }
 
-// Stands before the C library's by the order in which symbols are looked up. Only the device's request pays for a look
-// at the file's path.
+// The dynamic linker finds this function before the C library's. Only the device's request number costs a look-up of
+// the file's path.
 extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept {
   va_list args;
   va_start(args, request);

@@ -1,21 +1,22 @@
-// A private view of the file system for one process, in which absolute paths exist or do not exist as it says, while
-// nothing of it is made on the machine.
+// A private view of the file system for one process: absolute paths exist in it or are missing from it as the process
+// wants, and nothing is created on the machine.
 #pragma once
 
 #include <map>
 #include <string>
 
 struct WantedPath {
-  enum What { FILE, FOLDER, ABSENT, DEVICE, BOUND } what = FILE;
-  std::string content;  // of a file; of what is bound, the real path of the machine's folder
+  enum What { kFile, kFolder, kAbsent, kDevice, kBound } what = kFile;
+  std::string content;  // a file's text; for BOUND, the real path of the machine's folder, which is shown read-only
 };
-using WantedPaths = std::map<std::string, WantedPath>;  // by absolute path without a slash at its end
+using WantedPaths = std::map<std::string, WantedPath>;  // by absolute path, without a slash at its end
 
-// What is made in a folder of the private view's own, as the root is one, is lost with the process.
-enum class NewFolders { WRITABLE, READ_ONLY };
+// Whether files can be created in the folders that belong to the view itself, such as its root. They are lost with the
+// process.
+enum class NewFolders { kWritable, kReadOnly };
 
-// Moves this process, which must have one thread only, into a mount namespace of its own; where the machine keeps that
-// to its superuser, into a user namespace too, in which the process stays who it is. What the machine mounts later on
-// is seen there as well. /proc/self/exe no longer tells the program's path. False with ret_error when the machine does
-// not allow it; the process may then have come half-way and should end.
+// Moves this process, which must have only one thread, into a mount namespace of its own. Where the machine allows that
+// only to its superuser, the process also enters a user namespace, in which it keeps its user and group. Later mounts
+// of the machine are visible in the view. /proc/self/exe no longer gives the program's path. Returns false with
+// ret_error when the machine does not allow it or an operation fails; the process may then be half-way and should end.
 bool sandbox_enter(const WantedPaths& wanted, NewFolders folders, std::string& ret_error);

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "base/text.h"
+
 namespace tap {
 namespace {
 
@@ -15,33 +17,6 @@ int hex_digit(char c) {
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
-}
-
-bool is_continuation(unsigned char c) { return (c & 0xC0) == 0x80; }
-
-bool valid_utf8(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t length = lead < 0x80                   ? 1
-                               : lead >= 0xF0 && lead < 0xF5 ? 4
-                               : lead >= 0xE0 && lead < 0xF0 ? 3
-                               : lead >= 0xC2 && lead < 0xE0 ? 2
-                                                             : 0;
-    if (length == 0 || i + length > text.size()) return false;
-    for (std::size_t k = 1; k < length; ++k) {
-      if (!is_continuation(static_cast<unsigned char>(text[i + k]))) return false;
-    }
-    if (length >= 3) {
-      const auto second = static_cast<unsigned char>(text[i + 1]);
-      if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) || (lead == 0xF0 && second < 0x90) ||
-          (lead == 0xF4 && second > 0x8F)) {
-        return false;
-      }
-    }
-    i += length;
-  }
-  return true;
 }
 
 bool decimal_to_integer(const char* text, Integer& ret_value) {
@@ -192,7 +167,7 @@ cJSON* json_bytes(std::string_view bytes) {
 }
 
 cJSON* json_text(std::string_view text) {
-  return valid_utf8(text) ? cJSON_CreateString(std::string(text).c_str()) : json_bytes(text);
+  return is_utf8(text) ? cJSON_CreateString(std::string(text).c_str()) : json_bytes(text);
 }
 
 bool json_matches(const cJSON* expected, const cJSON* came) {

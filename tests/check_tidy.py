@@ -374,10 +374,15 @@ def selftest():
             expect(f"{text!r}: expected {expected}, found {found}",
                    not found if expected is None else expected in found)
 
-        for name, good in (("kLimit", True), ("limit", False)):
-            source.write_text(f"int f() {{ static constexpr int {name} = 3; return {name}; }}\n", encoding="utf-8")
-            findings = check(source, ["-std=c++20"], None, [f"--config-file={ROOT}/src/.clang-tidy"])
-            expect(f"a constant of src/ named {name}: {findings}", (findings == []) == good)
+        for part in ("src", "host", "cli", "sandbox", "base"):
+            (Path(folder) / part).mkdir()
+            for config_file in (".clang-tidy", f"{part}/.clang-tidy"):
+                shutil.copy(ROOT / config_file, Path(folder) / config_file)
+            for name, good in (("kLimit", True), ("limit", False)):
+                source = Path(folder) / part / "a.cpp"
+                source.write_text(f"int f() {{ static constexpr int {name} = 3; return {name}; }}\n", encoding="utf-8")
+                findings = check(source, ["-std=c++20"], None)
+                expect(f"a constant of {part}/ named {name}: {findings}", (findings == []) == good)
 
         check_project(expect, Path(folder))
     command = "-Ia -I b -isystem /c -DD=1 -std=c++20 -O2 -g -Wall -Wno-psabi -fno-rtti -fonly-g++ -o a.o -c a.cpp"

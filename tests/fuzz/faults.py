@@ -126,7 +126,7 @@ FAULTS = [
      [("host/connection.cpp",
        "  for (const char* uri : client.uris) subscriptions_remove(server.subscriptions, uri, id);\n", "")]),
     ("a batch's reply is put in another's place", "fuzz_wire",
-     [("host/dispatch.cpp", "batch.replies[slot] = std::move(text);",
+     [("host/messages.cpp", "batch.replies[slot] = std::move(text);",
        "batch.replies[slot / 2] = std::move(text);")]),
 ]
 

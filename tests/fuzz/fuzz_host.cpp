@@ -70,7 +70,7 @@ static std::size_t count_values(const json::value& value, bool& ret_has_nul) {
 
 static json::value parse(std::string_view text, json::error_code& ret_failure) {
   json::parse_options options;
-  options.max_depth = json_max_depth;
+  options.max_depth = kJsonMaxDepth;
   return json::parse(json::string_view(text.data(), text.size()), ret_failure, {}, options);
 }
 
@@ -81,7 +81,7 @@ static void check_handed(const char* text, const char* what) {
   const std::size_t values = count_values(parse(text, failure), has_nul);
   require(!failure, what, text);
   require(!has_nul, "the set is handed no text with U+0000", text);
-  require(values <= limit_parameter_values + 1, "the set is handed no more values than the limit", text);
+  require(values <= kLimitParameterValues + 1, "the set is handed no more values than the limit", text);
 }
 
 static std::int32_t plugin_get(const char* uri, const char* param, void* pv_content) {
@@ -216,7 +216,7 @@ static void message(Bytes& bytes) {
   check_against_library(text);
   RpcMessage read;
   rpc_read(text, catalogue(), read);
-  require(!read.requests.empty() && read.requests.size() <= rpc_batch_max, "a message has requests", text);
+  require(!read.requests.empty() && read.requests.size() <= kRpcBatchMax, "a message has requests", text);
   for (const RpcRequest& request : read.requests) {
     if (!request.error.empty()) {
       check_reply(request.error, request.id);
@@ -227,7 +227,7 @@ static void message(Bytes& bytes) {
             "a URI is the catalogue's");
     const auto number = static_cast<std::size_t>(request.method);
     seed_reached(methods().at(number).name);
-    if (request.method == RpcMethod::get || request.method == RpcMethod::set || request.method == RpcMethod::tv) {
+    if (request.method == RpcMethod::kGet || request.method == RpcMethod::kSet || request.method == RpcMethod::kTv) {
       Tracer tracer{};
       tracer.stack = &kStack;
       Outcome outcome;
@@ -327,19 +327,19 @@ static void http(Bytes& bytes) {
   HttpAnswer answer;
   Call call;
   switch (http_route(request, catalogue(), web_folder().string(), answer, call)) {
-    case HttpRoute::answer:
+    case HttpRoute::kAnswer:
       seed_reached("HTTP " + std::to_string(answer.status));
       return check_answer(answer);
-    case HttpRoute::rpc:
+    case HttpRoute::kRpc:
       return seed_reached("HTTP JSON-RPC");
-    case HttpRoute::call: {
+    case HttpRoute::kCall: {
       require(call.uri && request.path == call.uri, "the path is the URI", request.path);
       require(call.text.empty() || json_is_whole(call.text), "a call's text is whole", call.text);
       Tracer tracer{};
       tracer.stack = &kStack;
       Outcome outcome;
       call_run(kStack, tracer, call, outcome);
-      seed_reached(call.kind == CallKind::set ? "HTTP set" : "HTTP get");
+      seed_reached(call.kind == CallKind::kSet ? "HTTP set" : "HTTP get");
       return check_answer(http_outcome(call, outcome));
     }
   }
@@ -484,7 +484,7 @@ static void clients(Bytes& bytes) {
         const Notice notice{.frame = std::make_shared<const std::string>(
                                 ws_frame(rpc_notify(uri, json_quote(std::string(take_below(bytes, 4000), 'n'))))),
                             .uri = uri};
-        for (std::size_t times = take_below(bytes, 2 * limit_client_notices); times > 0; --times)
+        for (std::size_t times = take_below(bytes, 2 * kLimitClientNotices); times > 0; --times)
           outbox_notice(outbox, notice);
         if (outbox.dropped > 0) seed_reached("overflow");
         break;
@@ -511,7 +511,7 @@ static void clients(Bytes& bytes) {
     for (auto last = followed.begin(); last != followed.end(); ++expected)
       last = followed.upper_bound({last->first, UINT64_MAX});
     require(listeners.size() == expected, "the plugin is subscribed while somebody follows");
-    require(outbox.notices.size() <= limit_client_notices && outbox.notices_bytes <= limit_client_notice_bytes,
+    require(outbox.notices.size() <= kLimitClientNotices && outbox.notices_bytes <= kLimitClientNoticeBytes,
             "waiting notifications keep to their limits");
     std::size_t notices_bytes = 0;
     std::size_t replies_bytes = 0;

@@ -59,7 +59,7 @@ std::string take_host_uri(Bytes& bytes, const Catalogue& catalogue) {
 std::string take_many_values(Bytes& bytes) {
   // The object, its array, and the numbers.
   std::string text = "{\"VALUES\":[0";
-  for (std::size_t values = limit_parameter_values - 3 + take_below(bytes, 3); values > 0; --values) text += ",0";
+  for (std::size_t values = kLimitParameterValues - 3 + take_below(bytes, 3); values > 0; --values) text += ",0";
   return text + "]}";
 }
 
@@ -161,7 +161,7 @@ std::string take_message(Bytes& bytes, const Catalogue& catalogue, const std::ve
     }
     case 2: {  // about as many as a batch may hold
       text += '[';
-      for (std::size_t requests = rpc_batch_max - 1 + take_below(bytes, 3), i = 0; i < requests; ++i)
+      for (std::size_t requests = kRpcBatchMax - 1 + take_below(bytes, 3), i = 0; i < requests; ++i)
         text += i > 0 ? ",1" : "1";
       text += ']';
       return take_chance(bytes, 8) ? text : take_text(bytes);

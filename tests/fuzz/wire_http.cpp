@@ -380,9 +380,9 @@ void add_http_request(Maker& maker) {
   } else if (fate == Fate::kTooLong) {
     request.wanted = {.statuses = {431}};
     if (take_chance(bytes, 2))
-      request.headers.emplace_back("X: " + std::string(limit_header_bytes, 'x'));
+      request.headers.emplace_back("X: " + std::string(kLimitHeaderBytes, 'x'));
     else
-      request.headers.insert(request.headers.end(), limit_header_fields, "X: x");
+      request.headers.insert(request.headers.end(), kLimitHeaderFields, "X: x");
   }
   std::string text = text_of(bytes, maker.target, request, line);
   if (fate == Fate::kCut) {

@@ -20,7 +20,7 @@ constexpr unsigned kStatuses[] = {100, 101, 200, 204, 304, 400, 401, 403, 404, 4
 json::value parse(std::string_view text, const char* what) {
   json::error_code failure;
   json::parse_options options;
-  options.max_depth = json_max_depth + 8;  // a reply stands around the plugin's text
+  options.max_depth = kJsonMaxDepth + 8;  // a reply stands around the plugin's text
   json::value value = json::parse(json::string_view(text.data(), text.size()), failure, {}, options);
   require(!failure, what, text);
   return value;

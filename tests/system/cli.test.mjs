@@ -136,7 +136,7 @@ test('set: words that do not fit the item are exit code 2 and change nothing', a
     [['set', volume, 'loud'], /VALUE is a number, not "loud"/],
     [['set', volume, 'LEVEL=3'], /no member LEVEL.*VALUE/],
     [['set', volume, '3', '4'], /"3" is not KEY=VALUE/],
-    [['set', volume, '{"REQUEST":'], /no JSON object/],
+    [['set', volume, '{"REQUEST":'], /not a JSON object/],
     [['get', volume, 'INDEX=3'], /no member/],
     [['watch', volume], /never notifies/],
   ];

@@ -296,7 +296,7 @@ test('an answer that is no upgrade: the status, and what a host says in the body
     const { code, stdout, stderr } = await ctl(['--host', host.address, 'get', volume]);
     assert.equal(code, 4, stderr);
     assert.equal(stdout, '');
-    assert.match(stderr, /^dtvctl: what answers at [\d.:]+ is no dtv-host, or it refuses that name /);
+    assert.match(stderr, /^dtvctl: the server at [\d.:]+ is not a dtv-host, or it refuses that name /);
     assert.match(stderr, says);
   }
 });
@@ -343,9 +343,9 @@ test('how a host closes', async (t) => {
     [closeFrame(1001, 'the host ends'), 3, /closed the connection\n$/],
     [closeFrame(1000), 3, /closed the connection\n$/],
     [Buffer.from([0x88, 0]), 3, /closed the connection\n$/],
-    [Buffer.from([0x83, 0]), 4, /sent what is no message/],
-    [Buffer.from([0x81, 1, 0xff]), 4, /sent what is no message/],
-    [Buffer.from([0x81, 127, 0, 0, 0, 0, 0x04, 0, 0, 1]), 4, /sent what is no message/], // 64 MiB and a byte
+    [Buffer.from([0x83, 0]), 4, /sent an invalid message/],
+    [Buffer.from([0x81, 1, 0xff]), 4, /sent an invalid message/],
+    [Buffer.from([0x81, 127, 0, 0, 0, 0, 0x04, 0, 0, 1]), 4, /sent an invalid message/], // 64 MiB and a byte
   ];
   for (const [bytes, expected, says] of cases) {
     const host = await fakeHost(t, (request, send, socket) => socket.end(bytes));
@@ -380,8 +380,8 @@ test('errors and broken answers', async (t) => {
     [error(-32004, 'the set says no'), 1, /^dtvctl: the set says no\n$/],
     [error(-32602, 'wrong member'), 4, /^dtvctl: wrong member\n$/],
     [error(-32002, 'the text is cut'), 4, /^dtvctl: the text is cut\n$/],
-    [(request, send) => send('not JSON'), 4, /no JSON object: not JSON/],
-    [(request, send) => send('[]'), 4, /no JSON object/],
+    [(request, send) => send('not JSON'), 4, /not a JSON object: not JSON/],
+    [(request, send) => send('[]'), 4, /not a JSON object/],
     [(request, send) => send(`{"jsonrpc":"2.0","id":${request.id}}`), 4, /neither a result nor an error/],
     [(request, send) => send(result(request.id, '{}')), 4, /no "ret"/],
     [(request, send) => send(result(request.id, '{"ret":"0"}')), 4, /no "ret"/],

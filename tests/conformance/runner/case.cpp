@@ -408,21 +408,21 @@ WantedPaths wanted_paths(const Case& test, std::string_view language_template, s
     const std::string_view path = file->string;
     WantedPath& entry = wanted[clean_path(path)];
     if (cJSON_IsNull(file)) {
-      entry.what = WantedPath::ABSENT;
+      entry.what = WantedPath::kAbsent;
     } else if (path.ends_with("/")) {
-      entry.what = WantedPath::FOLDER;
+      entry.what = WantedPath::kFolder;
     } else {
-      entry = {.what = WantedPath::FILE, .content = file->valuestring};
+      entry = {.what = WantedPath::kFile, .content = file->valuestring};
     }
   }
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(test.json.get(), "libraries")) {
     wanted[clean_path(library->string)] = {
-        .what = WantedPath::FILE,
+        .what = WantedPath::kFile,
         .content = cJSON_IsNull(library) ? std::string(other_library) : language_library(language_template, library)};
   }
   if (cJSON_IsTrue(cJSON_GetObjectItemCaseSensitive(test.json.get(), "device"))) {
-    wanted[DEVICE_PATH] = {.what = WantedPath::DEVICE, .content = ""};
+    wanted[kDevicePath] = {.what = WantedPath::kDevice, .content = ""};
   }
   return wanted;
 }

@@ -108,9 +108,9 @@ bool enter_sandbox(WantedPaths wanted, std::string& ret_error) {
     bool covered = false;
     for (const auto& [other, what] : wanted) covered = covered || other.rfind(std::string(path) + "/", 0) == 0;
     // A file that the case wants below it creates it, as a folder without the machine's files.
-    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::FOLDER : WantedPath::ABSENT, .content = ""});
+    wanted.emplace(path, WantedPath{.what = covered ? WantedPath::kFolder : WantedPath::kAbsent, .content = ""});
   }
-  return sandbox_enter(wanted, NewFolders::WRITABLE, ret_error);
+  return sandbox_enter(wanted, NewFolders::kWritable, ret_error);
 }
 
 void take_streams(const ChildFiles& files) {

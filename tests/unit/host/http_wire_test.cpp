@@ -1,5 +1,5 @@
-// HTTP as bytes: where one request ends and the next begins, however the bytes are cut, and what is refused because
-// that cannot be known. tests/system has the suite over the wire.
+// HTTP as bytes: the boundaries between requests, however the bytes are split, and the requests that are refused
+// because their end is ambiguous. tests/system has the suite over the network.
 #include "http_wire.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t longest = 1000;
 
-// What a connection's bytes are read as: a line for each request, and at the end the status of a refusal.
+// The requests read from a connection's bytes, a line for each, and at the end the status of a refusal.
 std::string read_all(const std::vector<std::string>& pieces) {
   const HttpReaderPtr reader = http_reader_make(longest);
   std::string told;
@@ -25,9 +25,9 @@ std::string read_all(const std::vector<std::string>& pieces) {
     for (;;) {
       HttpAnswer refused;
       const HttpRead step = http_read(*reader, window, request, refused);
-      if (step == HttpRead::more) break;
-      if (step == HttpRead::refused) return told + std::to_string(refused.status);
-      if (step == HttpRead::request) {
+      if (step == HttpRead::kMore) break;
+      if (step == HttpRead::kRefused) return told + std::to_string(refused.status);
+      if (step == HttpRead::kRequest) {
         told += request.method + " " + request.target_host + request.path + " ";
         if (request.has_parameter) told += "(" + request.parameter + ") ";
         told += request.body + "\n";
@@ -130,10 +130,10 @@ TEST(HttpWire, HeadsHaveLimits) {
     for (std::size_t i = 1; i < count; ++i) head += "X-" + std::to_string(i) + ": b\r\n";
     return head + "\r\n";
   };
-  EXPECT_EQ(read_all({with_headers(limit_header_fields)}), "GET / \n");
-  EXPECT_EQ(read_all({with_headers(limit_header_fields + 1)}), "431");
+  EXPECT_EQ(read_all({with_headers(kLimitHeaderFields)}), "GET / \n");
+  EXPECT_EQ(read_all({with_headers(kLimitHeaderFields + 1)}), "431");
   const std::string start = "GET / HTTP/1.1\r\nHost: a\r\nX: ";
-  const std::string fitting(limit_header_bytes - start.size() - 4, 'x');
+  const std::string fitting(kLimitHeaderBytes - start.size() - 4, 'x');
   EXPECT_EQ(read_all({start + fitting + "\r\n\r\n"}), "GET / \n");
   EXPECT_EQ(read_all({start + fitting + "x\r\n\r\n"}), "431");
   EXPECT_EQ(read_all({start + fitting + "xxxxx"}), "431") << "not only when they end";
@@ -150,7 +150,7 @@ TEST(HttpWire, BodiesHaveALimit) {
   const std::string half = "1f4\r\n" + std::string(500, 'x') + "\r\n";
   EXPECT_EQ(read_all({chunked + half + half + "0\r\n\r\n"}), "PUT / " + std::string(longest, 'x') + "\n");
   EXPECT_EQ(read_all({chunked + half + half + "1\r\nx\r\n0\r\n\r\n"}), "413");
-  EXPECT_EQ(read_all({chunked + "1;" + std::string(limit_small_message_bytes + 10, 'x')}), "400");
+  EXPECT_EQ(read_all({chunked + "1;" + std::string(kLimitSmallMessageBytes + 10, 'x')}), "400");
 }
 
 TEST(HttpWire, HeadersAreRead) {
@@ -163,7 +163,7 @@ TEST(HttpWire, HeadersAreRead) {
   std::string_view window = text;
   HttpRequest request;
   HttpAnswer refused;
-  ASSERT_EQ(http_read(*reader, window, request, refused), HttpRead::head);
+  ASSERT_EQ(http_read(*reader, window, request, refused), HttpRead::kHead);
   EXPECT_EQ(request.origin, "http://a");
   EXPECT_EQ(request.fetch_site, "cross-site");
   EXPECT_TRUE(request.wants_websocket);

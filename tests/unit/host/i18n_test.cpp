@@ -17,7 +17,7 @@ namespace {
 
 struct Message {
   const char* id;
-  const char* texts[5];  // as the columns stand
+  const char* texts[5];  // in the order of the columns
 };
 
 constexpr Message catalogue[] = {
@@ -29,7 +29,7 @@ constexpr Message catalogue[] = {
 struct Language {
   const char* code;
   int column;
-  const char* volume;  // what IDS_VOLUME is in it
+  const char* volume;  // its text for IDS_VOLUME
 };
 
 constexpr Language languages[] = {{.code = "ENG", .column = 0, .volume = "Volume"},
@@ -66,7 +66,7 @@ TEST_P(Library, HasEveryText) {
 }
 
 TEST_P(Library, KnowsNoOtherId) {
-  // Before the first, behind the last, between two, and what only begins or ends like one.
+  // Before the first, after the last, between two, and names that only begin or end like one.
   for (const char* id : {"", "A", "IDS_", "IDS_ZZ", "zz", "IDS_VOLUM", "IDS_VOLUME_", "ids_volume", " IDS_VOLUME"})
     EXPECT_EQ(get(id), nullptr) << id;
   EXPECT_EQ(get(nullptr), nullptr);

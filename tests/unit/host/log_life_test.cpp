@@ -17,7 +17,7 @@ TEST(LogRelay, AClosedReaderIsNoError) {
   const Pipe err = make_pipe();
   close(out.read_end);
   close(err.read_end);
-  // The relay takes the signal that such a write brings; this process has not asked to be spared.
+  // The relay handles the SIGPIPE of such a write; this process does not ignore it itself.
   const pid_t child = start_child(out.write_end, err.write_end, [] {
     signal(SIGPIPE, SIG_DFL);
     if (!log_relay_start(without_limits())) return 1;
@@ -57,7 +57,7 @@ TEST(LogRelay, AStalledReaderDoesNotDelayTheEnd) {
   for (const int fd : {out.read_end, out.write_end, err.read_end, err.write_end}) close(fd);
 }
 
-// As main returns: with what the C library and the sanitizers do at exit, while the writer waits for its reader.
+// Returns from main, so that the exit functions of the C library and the sanitizers run while the writer waits.
 TEST(LogRelay, TheProcessExitsWithAStalledReader) {
   const Pipe out = make_pipe();
   const pid_t child = start_child(out.write_end, STDERR_FILENO, []() -> int {
@@ -237,7 +237,7 @@ TEST(LogRelay, ATerminalShowsTheSame) {
   close(terminal);
 }
 
-// Of the relay's threads, by name: a field of their status.
+// A field of the status of each relay thread, by the thread's name.
 std::map<std::string, std::string> thread_field(const std::string& field) {
   std::map<std::string, std::string> values;
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -262,7 +262,7 @@ TEST(LogRelay, AnIdleRelaySleeps) {
       std::this_thread::sleep_for(time);
       return before.size() == 3 && before == thread_field("voluntary_ctxt_switches");
     };
-    // On a busy machine the lines may be late, or the threads themselves.
+    // On a busy machine the lines or the threads may be late.
     for (int i = 0; i < 20; ++i)
       if (sleeps(150ms) && sleeps(1s)) return 0;
     return 3;
@@ -281,7 +281,7 @@ TEST(LogRelay, ItsThreadsTakeNoSignal) {
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
     puts("here");
     fputs("here\n", stderr);
-    log_relay_end(30s);  // all three run
+    log_relay_end(30s);  // all three threads run
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2, SIGCHLD, SIGALRM}) {
       if (sigismember(&after, number) != (number == SIGUSR2)) return 2;
       const auto masks = thread_field("SigBlk");

@@ -1,4 +1,4 @@
-// What the relay's tests share: a child process that prints, and the readers of its output.
+// Shared by the relay's tests: a child process that prints, and the readers of its output.
 #pragma once
 
 #include <fcntl.h>
@@ -22,16 +22,16 @@
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-inline constexpr int limit_seconds = 60;  // of what must not hang
+inline constexpr int limit_seconds = 60;  // limit for everything that must not hang
 
-// A name of its own without a digit: lines with such names are of different kinds.
+// A unique name without digits: lines with such names are of different kinds.
 inline std::string name_of(std::size_t number) {
   std::string name;
   for (int i = 0; i < 5; ++i, number /= 26) name.insert(name.begin(), static_cast<char>('a' + number % 26));
   return name;
 }
 
-// Nothing is held back as repeated.
+// Limits with which no line counts as repeated.
 inline LogRelayOptions without_limits() {
   LogRelayOptions options;
   options.kinds = 0;
@@ -57,7 +57,7 @@ inline Pipe make_pipe() {
   return {ends[0], ends[1]};
 }
 
-// Between a child and its test: one byte each.
+// A pipe between a child and its test, for one byte each.
 inline void tell(const Pipe& pipe) {
   if (write(pipe.write_end, "x", 1) != 1) _exit(90);
 }
@@ -72,7 +72,7 @@ inline void wait_until_told(const Pipe& pipe) {
   if (!is_told(pipe)) _exit(91);
 }
 
-// Runs body in a child whose stdout and stderr are these; a body's exit code is what it returns.
+// Runs body in a child with these as stdout and stderr; what body returns is the exit code.
 inline pid_t start_child(int out, int err, const std::function<int()>& body) {
   fflush(nullptr);
   const pid_t child = fork();
@@ -110,7 +110,7 @@ inline std::array<std::string, 2> read_to_end(int first, int second = -1) {
   return texts;
 }
 
-// Reads until the text ends with this, or for too long.
+// Reads until the text ends with `ending`, or the time limit is over.
 inline std::string read_until(int fd, const std::string& ending) {
   std::string text;
   char byte = 0;
@@ -144,7 +144,7 @@ struct Output {
   std::string err = {};
 };
 
-// A child whose output is read all the time.
+// A child whose output is read continuously.
 inline Output run_child(const std::function<int()>& body) {
   const Pipe out = make_pipe();
   const Pipe err = make_pipe();
@@ -155,7 +155,7 @@ inline Output run_child(const std::function<int()>& body) {
   return {.code = end_of(child), .out = std::move(out_text), .err = std::move(err_text)};
 }
 
-// Lines passed and lost of what was printed as "NUMBER" lines in rising order.
+// How many of the printed lines, which are rising numbers, passed and how many were lost.
 inline void expect_every_line_told(const std::string& text, long printed) {
   long passed = 0;
   long lost = 0;

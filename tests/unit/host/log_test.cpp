@@ -48,7 +48,7 @@ TEST(LogRelay, AStalledStreamDoesNotHoldTheOtherUp) {
 
 TEST(LogRelay, ALineIsLostAsAWhole) {
   constexpr int printed = 20;
-  constexpr std::size_t length = 100'000;  // longer than what is passed on at once
+  constexpr std::size_t length = 100'000;  // longer than line_bytes
   const Pipe out = make_pipe();
   const Pipe done = make_pipe();
   const pid_t child = start_child(out.write_end, STDERR_FILENO, [&] {
@@ -168,7 +168,7 @@ TEST(LogRelay, WhatWasCountedIsToldAfterTheWindow) {
       fflush(stdout);
       wait_until_told(go);
     }
-    return 0;  // without an end: the windows have told it
+    return 0;  // without log_relay_end: the windows have reported the lines
   });
   for (int round = 0; round < 2; ++round) {
     long passed = 0;
@@ -194,7 +194,7 @@ TEST(LogRelay, WhatWasCountedIsToldAfterTheWindow) {
 }
 
 TEST(LogRelay, WhatIsLeftOutAndLostAddsUp) {
-  // With a stalled reader and the usual limits; the lines that tell of others may be lost themselves.
+  // With a stalled reader and the default limits; the reports of lost lines may be lost themselves.
   constexpr std::size_t printed = 4000;
   const Pipe out = make_pipe();
   const Pipe done = make_pipe();
@@ -205,7 +205,7 @@ TEST(LogRelay, WhatIsLeftOutAndLostAddsUp) {
     if (!log_relay_start(options)) return 1;
     const std::string rest(1000, '.');
     for (std::size_t i = 0; i < printed; ++i) printf("%s%s\n", name_of(i % 3000).c_str(), rest.c_str());
-    log_relay_end(1s);  // nobody reads yet; what was counted is told now, and lost
+    log_relay_end(1s);  // there is no reader yet, so the report of the counted lines is lost
     tell(done);
     log_relay_end(30s);
     return 0;

@@ -40,7 +40,7 @@ struct Site {
 
 constexpr const char* script = "/assets/app-AbC_12-z.js";
 
-// What the answer's file holds; closes it.
+// The content of the answer's file, which is closed.
 std::string content_of(HttpAnswer& answer) {
   if (answer.file.descriptor < 0) return {};
   std::string text(answer.file.bytes + 1, '\0');
@@ -52,7 +52,7 @@ std::string content_of(HttpAnswer& answer) {
   return text;
 }
 
-// The value of one of the further headers; empty where there is none.
+// The value of one of the further headers; empty when it is missing.
 std::string header_of(const HttpAnswer& answer, const std::string& name) {
   const std::string lines = "\r\n" + answer.more;
   const std::size_t at = lines.find("\r\n" + name + ": ");
@@ -126,7 +126,7 @@ TEST(PageFiles, WhatIsNoFileIsNotOpened) {
   const int listening = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   ASSERT_EQ(bind(listening, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
 
-  alarm(60);  // a FIFO that is waited for ends the program
+  alarm(60);  // ends the program if it waits for a FIFO
   const std::size_t before = open_descriptors();
   for (const char* wanted : {"/fifo.html", "/zero.html", "/loop.html", "/folder.html", "/socket.html"})
     EXPECT_EQ(ask(site, {.path = wanted}).status, 404u) << wanted;
@@ -136,7 +136,7 @@ TEST(PageFiles, WhatIsNoFileIsNotOpened) {
   close(listening);
 }
 
-// Between the look at a file and its opening something else may take its place.
+// Between the check of a file and its opening, something else may replace it.
 TEST(PageFiles, WhatTakesAFilesPlaceIsNotServed) {
   const Site site;
   const std::string wanted = (site.folder / "web/file.txt").string();
@@ -216,7 +216,7 @@ TEST(PageFiles, AreCompressedForWhoTakesIt) {
   EXPECT_EQ(served(site, {.path = "/", .accept_encoding = "gzip"}), "page") << "there is no compressed one";
   EXPECT_EQ(ask(site, {.path = std::string(script) + ".gz"}).status, 404u);
   EXPECT_EQ(ask(site, {.path = std::string(script) + ".gz", .accept_encoding = "gzip"}).status, 404u);
-  // Without the file itself its compressed form is nothing.
+  // The compressed form is not served without the file itself.
   fs::remove(site.folder / "web/assets/app-AbC_12-z.js");
   EXPECT_EQ(ask(site, {.path = script, .accept_encoding = "gzip"}).status, 404u);
 }
@@ -304,7 +304,7 @@ TEST(PageFiles, HaveATagOfTheirVersionAndEncoding) {
   EXPECT_EQ(served(site, {.path = script, .accept_encoding = "gzip", .if_none_match = plain}), "compressed");
   EXPECT_EQ(served(site, {.path = script, .if_none_match = compressed}), "script");
 
-  // The same length at another time, down to the nanosecond.
+  // The same length but another modification time, compared to the nanosecond.
   const fs::path file = site.folder / "web/index.html";
   const timespec times[2] = {{.tv_sec = 1'700'000'000, .tv_nsec = 5}, {.tv_sec = 1'700'000'000, .tv_nsec = 5}};
   ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);

@@ -1,4 +1,4 @@
-// Who may talk to the host.
+// Which requests the host accepts.
 #include "policy.h"
 
 #include <gtest/gtest.h>
@@ -91,7 +91,7 @@ TEST(Policy, AllowsOriginsAsBrowsersWriteThem) {
     Policy policy{};
     std::string error;
     EXPECT_FALSE(policy_allow_origin(text, policy, error)) << text;
-    EXPECT_NE(error.find("http://localhost:5173"), std::string::npos) << "says what one looks like";
+    EXPECT_NE(error.find("http://localhost:5173"), std::string::npos) << "the message shows an example";
     EXPECT_TRUE(policy.allowed_origins.empty()) << "untouched";
   }
 }

@@ -62,7 +62,7 @@ TEST(RpcRead, AGetWithoutParameterHasNoText) {
       read_one(R"({"jsonrpc":"2.0","id":7,"method":"get","params":{"uri":"/tv/cast/volume/volume"}})");
   EXPECT_EQ(request.error, "");
   EXPECT_EQ(request.id, "7");
-  EXPECT_EQ(request.method, RpcMethod::get);
+  EXPECT_EQ(request.method, RpcMethod::kGet);
   EXPECT_STREQ(request.call.uri, volume);
   EXPECT_EQ(request.call.text, "");
   EXPECT_FALSE(request.call.traced);
@@ -74,9 +74,39 @@ TEST(RpcRead, TheParameterIsPassedOnAsItIs) {
       "\"uri\":\"/tv/cast/volume/volume\"},\"method\":\"set\",\"id\":\"a\\\"b\",\"jsonrpc\":\"2.0\"}\n");
   EXPECT_EQ(request.error, "");
   EXPECT_EQ(request.id, "\"a\\\"b\"");
-  EXPECT_EQ(request.call.kind, CallKind::set);
+  EXPECT_EQ(request.call.kind, CallKind::kSet);
   EXPECT_EQ(request.call.text, "{\"PARAMETER\":{ \"REQUEST\" :\"MODIFY\",\"VALUE\":1.0 , \"VALUE\":[ ] }}");
   EXPECT_TRUE(request.call.traced);
+}
+
+TEST(RpcRead, EveryMethodTakesAllItsParametersInAnyOrder) {
+  struct Row {
+    RpcMethod method;
+    CallKind kind;
+    const char* text;
+  };
+  constexpr Row rows[] = {
+      {RpcMethod::kGet, CallKind::kGet,
+       R"("get","params":{"trace":true,"parameter":{},"uri":"/tv/cast/volume/volume"})"},
+      {RpcMethod::kSet, CallKind::kSet,
+       R"("set","params":{"trace":true,"parameter":{},"uri":"/tv/cast/volume/volume"})"},
+      {RpcMethod::kSubscribe, CallKind::kGet, R"("subscribe","params":{"uri":"/tv/ws/notify/volume_ctrl"})"},
+      {RpcMethod::kUnsubscribe, CallKind::kGet, R"("unsubscribe","params":{"uri":"/tv/ws/notify/volume_ctrl"})"},
+      {RpcMethod::kList, CallKind::kGet, R"("list","params":{})"},
+      {RpcMethod::kTrace, CallKind::kGet, R"("trace","params":{"on":true})"},
+      {RpcMethod::kTv, CallKind::kControl, R"("tv","params":{"words":["state"]})"},
+      {RpcMethod::kAuthorize, CallKind::kGet, R"("authorize","params":{"token":"a"})"},
+  };
+  for (const Row& row : rows) {
+    const RpcRequest request = read_one(std::string(R"({"jsonrpc":"2.0","id":1,"method":)") + row.text + "}");
+    EXPECT_EQ(request.error, "") << row.text;
+    EXPECT_EQ(request.method, row.method) << row.text;
+    EXPECT_EQ(request.call.kind, row.kind) << row.text;
+    const bool calls_plugin = row.method == RpcMethod::kGet || row.method == RpcMethod::kSet;
+    EXPECT_EQ(request.call.traced, calls_plugin) << row.text;
+    EXPECT_EQ(request.on, row.method == RpcMethod::kTrace) << row.text;
+    EXPECT_EQ(request.token, row.method == RpcMethod::kAuthorize ? "a" : "") << row.text;
+  }
 }
 
 TEST(RpcRead, EveryErrorHasItsCode) {
@@ -108,7 +138,7 @@ TEST(RpcRead, EveryErrorHasItsCode) {
 TEST(RpcRead, RequestsWithoutAnIdAreNotifications) {
   EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","method":"list"})").id, "");
   EXPECT_EQ(read_one(R"({"jsonrpc":"2.0","id":null,"method":"list"})").id, "null");
-  EXPECT_EQ(read_one(R"({"method":"list"})").id, "null") << "not even a request: told of without an id";
+  EXPECT_EQ(read_one(R"({"method":"list"})").id, "null") << "not a valid request: the error has the id null";
 }
 
 TEST(RpcRead, BatchesKeepTheirOrder) {
@@ -122,14 +152,14 @@ TEST(RpcRead, BatchesKeepTheirOrder) {
   EXPECT_EQ(message.requests[2].id, "");
 
   std::string many = "[1";
-  for (std::size_t i = 1; i <= rpc_batch_max; ++i) many += ",1";
+  for (std::size_t i = 1; i <= kRpcBatchMax; ++i) many += ",1";
   rpc_read(many + "]", catalogue(), message);
   EXPECT_FALSE(message.batch);
   ASSERT_EQ(message.requests.size(), 1u);
   EXPECT_EQ(code_of(message.requests[0]), -32003);
 }
 
-// A request's parameter with so many values, its object and its array among them.
+// A request whose parameter has this many values, including its object and its array.
 std::string set_with_values(std::size_t values) {
   std::string text =
       R"({"jsonrpc":"2.0","id":1,"method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":[1)";
@@ -139,12 +169,12 @@ std::string set_with_values(std::size_t values) {
 
 TEST(RpcRead, WhatTheSetCannotBeHandedIsRefused) {
   RpcMessage message;
-  rpc_read(set_with_values(limit_parameter_values), catalogue(), message);
+  rpc_read(set_with_values(kLimitParameterValues), catalogue(), message);
   EXPECT_EQ(message.requests[0].error, "");
-  rpc_read(set_with_values(limit_parameter_values + 1), catalogue(), message);
+  rpc_read(set_with_values(kLimitParameterValues + 1), catalogue(), message);
   EXPECT_EQ(code_of(message.requests[0]), -32003);
-  // Each parameter of a batch counts for itself.
-  const std::string half = set_with_values(limit_parameter_values / 2 + 100);
+  // The limit holds for each parameter of a batch separately.
+  const std::string half = set_with_values(kLimitParameterValues / 2 + 100);
   rpc_read("[" + half + "," + half + "]", catalogue(), message);
   EXPECT_EQ(message.requests[0].error + message.requests[1].error, "");
 
@@ -158,7 +188,7 @@ TEST(RpcRead, WhatTheSetCannotBeHandedIsRefused) {
   rpc_read(
       R"({"jsonrpc":"2.0","id":"\u0000","method":"set","params":{"uri":"/tv/cast/volume/volume","parameter":{"A":"\\u0000"}}})",
       catalogue(), message);
-  EXPECT_EQ(message.requests[0].error, "") << "a backslash that stands for itself";
+  EXPECT_EQ(message.requests[0].error, "") << "an escaped backslash";
 }
 
 std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& outcome) {
@@ -168,26 +198,26 @@ std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& ou
 }
 
 TEST(RpcReply, CarriesThePluginsText) {
-  const Call get{.kind = CallKind::get, .uri = volume};
+  const Call get{.kind = CallKind::kGet, .uri = volume};
   Outcome outcome{.ret = -2, .text = "{ \"a\":1.0}", .broken = false, .lines = {}};
   EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":{ "a":1.0}}})");
   outcome.text.clear();
   EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":null}})");
-  const Call set{.kind = CallKind::set, .uri = volume, .text = "{}", .traced = true};
+  const Call set{.kind = CallKind::kSet, .uri = volume, .text = "{}", .traced = true};
   outcome.lines = R"({"call":"a"},{"call":"b"})";
   EXPECT_EQ(rpc_outcome("\"x\"", set, outcome),
             R"({"jsonrpc":"2.0","id":"x","result":{"ret":-2,"calls":[{"call":"a"},{"call":"b"}]}})");
 }
 
 TEST(RpcReply, BrokenTextsAreErrors) {
-  const Call get{.kind = CallKind::get, .uri = volume};
+  const Call get{.kind = CallKind::kGet, .uri = volume};
   const std::string reply = rpc_outcome("1", get, {.ret = 0, .text = "{\"a\":", .broken = true, .lines = {}});
   EXPECT_NE(reply.find("-32002"), std::string::npos);
   EXPECT_NE(reply.find("\"data\":{\"length\":5}"), std::string::npos);
 }
 
 TEST(RpcReply, AChangeThatIsNotOnTheDiskIsAnError) {
-  const Call set{.kind = CallKind::set, .uri = volume};
+  const Call set{.kind = CallKind::kSet, .uri = volume};
   const std::string reply = rpc_outcome("1", set, {.ret = 0, .text = "", .lines = {}, .not_kept = ENOSPC});
   EXPECT_NE(reply.find("-32004"), std::string::npos);
   EXPECT_NE(reply.find("No space left on device"), std::string::npos);
@@ -195,7 +225,7 @@ TEST(RpcReply, AChangeThatIsNotOnTheDiskIsAnError) {
 }
 
 TEST(RpcReply, ControlErrorsAreErrors) {
-  const Call control{.kind = CallKind::control};
+  const Call control{.kind = CallKind::kControl};
   EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "{\"volume\":5}", .broken = false, .lines = {}}),
             R"({"jsonrpc":"2.0","id":1,"result":{"volume":5}})");
   EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = R"({"error":"no \"x\""})", .broken = false, .lines = {}}),
@@ -216,7 +246,7 @@ HttpAnswer answer_to(const std::string& method, const std::string& path) {
   HttpAnswer answer;
   Call call;
   EXPECT_EQ(http_route({.method = method, .path = path, .host = "localhost:8080"}, catalogue(), "", answer, call),
-            HttpRoute::answer)
+            HttpRoute::kAnswer)
       << path;
   return answer;
 }
@@ -224,35 +254,35 @@ HttpAnswer answer_to(const std::string& method, const std::string& path) {
 TEST(Http, RoutesUris) {
   HttpAnswer answer;
   Call call;
-  EXPECT_EQ(http_route({.method = "GET", .path = volume}, catalogue(), "", answer, call), HttpRoute::call);
-  EXPECT_EQ(call.kind, CallKind::get);
+  EXPECT_EQ(http_route({.method = "GET", .path = volume}, catalogue(), "", answer, call), HttpRoute::kCall);
+  EXPECT_EQ(call.kind, CallKind::kGet);
   EXPECT_EQ(call.text, "");
   EXPECT_EQ(http_route({.method = "GET", .path = volume, .has_parameter = true, .parameter = "{\"A\":1}"}, catalogue(),
                        "", answer, call),
-            HttpRoute::call);
+            HttpRoute::kCall);
   EXPECT_EQ(call.text, "{\"PARAMETER\":{\"A\":1}}");
   EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = " {}"}, catalogue(), "", answer, call),
-            HttpRoute::call);
-  EXPECT_EQ(call.kind, CallKind::set);
-  EXPECT_EQ(http_route({.method = "POST", .path = "/jsonrpc"}, catalogue(), "", answer, call), HttpRoute::rpc);
+            HttpRoute::kCall);
+  EXPECT_EQ(call.kind, CallKind::kSet);
+  EXPECT_EQ(http_route({.method = "POST", .path = "/jsonrpc"}, catalogue(), "", answer, call), HttpRoute::kRpc);
 
   EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = R"({"A":"\u0000"})"}, catalogue(), "", answer, call),
-            HttpRoute::answer);
+            HttpRoute::kAnswer);
   EXPECT_EQ(answer.status, 400u);
   std::string many = "{\"A\":[1";
-  for (std::size_t i = 1; i < limit_parameter_values; ++i) many += ",1";
+  for (std::size_t i = 1; i < kLimitParameterValues; ++i) many += ",1";
   EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = many + "]}"}, catalogue(), "", answer, call),
-            HttpRoute::answer);
+            HttpRoute::kAnswer);
   EXPECT_EQ(answer.status, 413u);
-  EXPECT_EQ(http_route({.method = "HEAD", .path = volume}, catalogue(), "", answer, call), HttpRoute::call);
-  EXPECT_EQ(call.kind, CallKind::get);
+  EXPECT_EQ(http_route({.method = "HEAD", .path = volume}, catalogue(), "", answer, call), HttpRoute::kCall);
+  EXPECT_EQ(call.kind, CallKind::kGet);
 
   EXPECT_EQ(answer_to("GET", "/jsonrpc").status, 405u);
   EXPECT_EQ(answer_to("GET", "/tv/nothing").status, 404u);
   EXPECT_EQ(answer_to("HEAD", "/tv/nothing").status, 404u);
   for (const char* body : {"", "{", "5", "[]", "\"a\""}) {
     EXPECT_EQ(http_route({.method = "PUT", .path = volume, .body = body}, catalogue(), "", answer, call),
-              HttpRoute::answer);
+              HttpRoute::kAnswer);
     EXPECT_EQ(answer.status, 400u) << body;
   }
 }
@@ -273,8 +303,8 @@ TEST(Http, SaysWhichMethodsAreServed) {
 }
 
 TEST(Http, OutcomesBecomeStatuses) {
-  const Call get{.kind = CallKind::get, .uri = volume};
-  const Call set{.kind = CallKind::set, .uri = volume};
+  const Call get{.kind = CallKind::kGet, .uri = volume};
+  const Call set{.kind = CallKind::kSet, .uri = volume};
   EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{}", .broken = false, .lines = {}}).body, "{}");
   const HttpAnswer failed = http_outcome(get, {.ret = -2, .text = "{}", .broken = false, .lines = {}});
   EXPECT_EQ(failed.status, 422u);

@@ -1,4 +1,4 @@
-// Who runs calls: inline while they are quick, on another thread's back when they are slow.
+// The runner: quick calls run on the leader, a slow call makes another thread the leader.
 #include "runner.h"
 
 #include <gtest/gtest.h>
@@ -66,11 +66,11 @@ struct Bench {
 };
 
 Job get_job(const char* id, std::uint64_t client = 1) {
-  return {.client = client, .id = id, .call = {.kind = CallKind::get, .uri = "/gate"}};
+  return {.client = client, .id = id, .call = {.kind = CallKind::kGet, .uri = "/gate"}};
 }
 
 Job control_job(const char* id, std::uint64_t client = 2) {
-  return {.client = client, .id = id, .call = {.kind = CallKind::control, .text = "[\"volume\"]"}};
+  return {.client = client, .id = id, .call = {.kind = CallKind::kControl, .text = "[\"volume\"]"}};
 }
 
 RunnerAdd add(Runner& runner, Job job, std::size_t most = 100) { return runner_add(runner, job, most); }
@@ -83,7 +83,7 @@ void run_all(Bench& bench) {
   EXPECT_FALSE(runner_has_work(bench.runner));
 }
 
-// The watching thread, for as long as it lives.
+// Runs the watching thread until it is destroyed.
 struct Watch {
   Runner& runner;
   std::thread thread;
@@ -114,32 +114,32 @@ TEST(Runner, ClientsTakeTurns) {
   run_all(bench);
   std::string order;
   for (const std::string& one : bench.delivered) order += one[0];
-  ASSERT_EQ(limit_calls_in_turn, 4u);
+  ASSERT_EQ(kLimitCallsInTurn, 4u);
   EXPECT_EQ(order, "aaaabbbcaaaaaa");
 }
 
 TEST(Runner, LanesHaveLimitsOfTheirOwn) {
   Bench bench;
-  for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::full);
-  // The plugin's lane is full; commands still get through, and no client fills their lane.
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kFull);
+  // The plugin's lane is full; control commands are still accepted, and no client can fill their lane.
   std::uint64_t client = 10;
-  for (std::size_t i = 0; i < limit_control_requests_per_client; ++i)
-    EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::full_for_client);
-  for (std::size_t i = limit_control_requests_per_client; i < limit_control_requests; ++i)
-    EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::full);
+  for (std::size_t i = 0; i < kLimitControlRequestsPerClient; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, control_job("c", client), 5), RunnerAdd::kFullForClient);
+  for (std::size_t i = kLimitControlRequestsPerClient; i < kLimitControlRequests; ++i)
+    EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, control_job("c", ++client), 5), RunnerAdd::kFull);
 }
 
 TEST(Runner, WaitingRequestsHaveAMemoryLimit) {
   Bench bench;
   Job large = get_job("large");
-  large.call.text.assign(limit_waiting_bytes, 'x');
-  EXPECT_EQ(add(bench.runner, large), RunnerAdd::added);
-  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::full);
+  large.call.text.assign(kLimitWaitingBytes, 'x');
+  EXPECT_EQ(add(bench.runner, large), RunnerAdd::kAdded);
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::kFull);
   EXPECT_TRUE(runner_run(bench.runner, 1, Bench::deliver));
-  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::added);
+  EXPECT_EQ(add(bench.runner, get_job("small")), RunnerAdd::kAdded);
 }
 
 TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {
@@ -151,7 +151,7 @@ TEST(Runner, ASlowCallCostsTheLeadAndIsDeliveredLater) {
 
   bool kept = true;
   std::thread first([&] { kept = runner_run(bench.runner, 1, Bench::deliver); });
-  // This thread stands by, and leads as soon as the call has turned out to be slow.
+  // This thread stands by, and becomes the leader when the call turns out to be slow.
   ASSERT_TRUE(runner_stand_by(bench.runner));
   EXPECT_FALSE(runner_has_work(bench.runner)) << "the plugin serves one request at a time";
 
@@ -232,7 +232,7 @@ TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
   runner_rest(bench.runner);
   std::this_thread::sleep_for(200ms);
   EXPECT_EQ(alarms.load(), 0);
-  // A slow call hands the lead over; the new leader rests.
+  // A slow call makes another thread the leader, which rests.
   runner_begin_turn(bench.runner);
   close_gate();
   add(bench.runner, get_job("slow"));

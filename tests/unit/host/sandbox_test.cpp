@@ -7,11 +7,15 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 #include "sandbox/device.h"
 
@@ -19,12 +23,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Prints what does not hold; the exit code of a child counts it.
+// Prints a statement that is false, and counts it for the exit code of the child.
 int wrong = 0;
 void expect(bool holds, const char* what) {
   if (holds) return;
   ++wrong;
-  fprintf(stderr, "it does not hold that %s\n", what);
+  fprintf(stderr, "false: %s\n", what);
 }
 
 std::string typed;
@@ -40,6 +44,28 @@ std::string text_of(const fs::path& path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+// Whether the mount at this path, as /proc/self/mountinfo lists it, has each of the options.
+bool is_mounted_with(std::string_view path, std::initializer_list<std::string_view> options) {
+  std::ifstream mounts("/proc/self/mountinfo");
+  std::string line, id, parent, device, root, at, has;
+  bool found = false;
+  while (std::getline(mounts, line)) {
+    if (!(std::istringstream(line) >> id >> parent >> device >> root >> at >> has) || at != path) continue;
+    found = std::ranges::all_of(options, [&](std::string_view option) {
+      return ("," + has + ",").find("," + std::string(option) + ",") != std::string::npos;
+    });
+  }
+  return found;
+}
+
+// The error number with which the file cannot be opened for writing; 0 when it can.
+int error_of_writing(const fs::path& path) {
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (file < 0) return errno;
+  close(file);
+  return 0;
+}
+
 // A folder of the machine with a file in it.
 class Sandbox : public testing::Test {
  protected:
@@ -51,13 +77,13 @@ class Sandbox : public testing::Test {
   }
   void TearDown() override { fs::remove_all(folder); }
 
-  // The exit code is for EXPECT_EXIT: 0 when all holds. Only a superuser is never refused.
+  // Returns the exit code for EXPECT_EXIT: 0 when all statements are true. Users other than root may be refused.
   int look_from_inside(NewFolders folders) const {
     const uid_t user = getuid();
     std::string error;
-    const WantedPaths wanted = {{"/3rd/made/bound", {.what = WantedPath::BOUND, .content = folder}},
-                                {"/3rd/made/file", {.what = WantedPath::FILE, .content = "a file's"}},
-                                {DEVICE_PATH, {.what = WantedPath::DEVICE, .content = {}}}};
+    const WantedPaths wanted = {{"/3rd/made/bound", {.what = WantedPath::kBound, .content = folder}},
+                                {"/3rd/made/file", {.what = WantedPath::kFile, .content = "a file's"}},
+                                {kDevicePath, {.what = WantedPath::kDevice, .content = {}}}};
     fs::current_path(folder);
     if (!sandbox_enter(wanted, folders, error)) {
       fprintf(stderr, "refused: %s\n", error.c_str());
@@ -67,15 +93,24 @@ class Sandbox : public testing::Test {
     expect(text_of("/3rd/made/file") == "a file's", "a file has its content");
     expect(text_of("text") == "the machine's" && fs::current_path() == folder, "the working folder stays");
     expect(makes_file("new") && fs::exists(folder / "new"), "the machine's folders can be written to");
-    expect(makes_file("/3rd/made/new") == (folders == NewFolders::WRITABLE), "new folders are as they are wanted");
-    expect(getuid() == user, "the user stays who it is");
+    expect(makes_file("/3rd/made/new") == (folders == NewFolders::kWritable),
+           "files can be created in new folders only if they are writable");
+    expect(error_of_writing("/3rd/made/bound/text") == EROFS, "the files of a bound folder are read-only");
+    expect(error_of_writing("/3rd/made/bound/new") == EROFS, "no file can be made in a bound folder");
+    expect(is_mounted_with("/3rd/made/bound", {"ro"}), "a bound folder is mounted read-only");
+    expect(is_mounted_with("/", {"nosuid", "nodev"}), "the new root honours neither set-user-ID files nor devices");
+    expect(is_mounted_with("/", {folders == NewFolders::kWritable ? "rw" : "ro"}),
+           "the new root is mounted as requested");
+    expect(!fs::exists("/.machine"), "the machine's root is out of reach");
+    expect(getuid() == user, "the process keeps its user");
 
     device_listen(type);
-    const int device = open(DEVICE_PATH, O_RDWR | O_CLOEXEC);
+    const int device = open(kDevicePath, O_RDWR | O_CLOEXEC);
     char character = 'x';
-    expect(ioctl(device, 0, &character) == 0 && typed == "x", "the device's characters are heard");
+    expect(ioctl(device, 0, &character) == 0 && typed == "x", "the listener receives the device's characters");
     device_listen(nullptr);
-    expect(ioctl(device, 0, &character) == -1 && errno == ENOTTY && typed == "x", "without a listener nobody hears");
+    expect(ioctl(device, 0, &character) == -1 && errno == ENOTTY && typed == "x",
+           "without a listener the kernel refuses the call");
     return wrong;
   }
 
@@ -84,20 +119,32 @@ class Sandbox : public testing::Test {
 
 TEST_F(Sandbox, HasWhatIsWanted) {
   const bool had = fs::exists("/3rd/made");
-  for (const NewFolders folders : {NewFolders::WRITABLE, NewFolders::READ_ONLY})
+  for (const NewFolders folders : {NewFolders::kWritable, NewFolders::kReadOnly})
     EXPECT_EXIT(_exit(look_from_inside(folders)), testing::ExitedWithCode(0), "");
   EXPECT_EQ(fs::exists("/3rd/made"), had) << "nothing is made on the machine";
 }
 
+// Tries to enter and prints why it cannot; the exit code is 0 when it cannot.
+[[noreturn]] void fail_to_enter(const WantedPaths& wanted) {
+  std::string error;
+  const bool entered = sandbox_enter(wanted, NewFolders::kWritable, error);
+  fprintf(stderr, "%s\n", error.c_str());
+  _exit(entered ? 1 : 0);
+}
+
 TEST_F(Sandbox, SaysWhatItCannotDo) {
-  const auto fails = [this] {
-    std::string error;
-    const bool entered = sandbox_enter({{"/3rd/made", {.what = WantedPath::BOUND, .content = folder / "missing"}}},
-                                       NewFolders::WRITABLE, error);
-    fprintf(stderr, "%s\n", error.c_str());
-    _exit(entered ? 1 : 0);
-  };
-  EXPECT_EXIT(fails(), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+  const WantedPaths missing = {{"/3rd/made", {.what = WantedPath::kBound, .content = folder / "missing"}}};
+  EXPECT_EXIT(fail_to_enter(missing), testing::ExitedWithCode(0), getuid() == 0 ? "bind /3rd/made: No such file" : ".");
+}
+
+TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
+  fs::create_symlink("loop", folder / "loop");
+  const WantedPaths in_loop = {{folder / "loop/file", {.what = WantedPath::kFile, .content = "a file's"}}};
+  EXPECT_EXIT(fail_to_enter(in_loop), testing::ExitedWithCode(0),
+              getuid() == 0 ? "opendir .*/loop: Too many levels" : ".");
+  const WantedPaths in_file = {{folder / "text/file", {.what = WantedPath::kFile, .content = "a file's"}}};
+  EXPECT_EXIT(fail_to_enter(in_file), testing::ExitedWithCode(0),
+              getuid() == 0 ? "opendir .*/text: Not a directory" : ".");
 }
 
 TEST(Device, OtherCallsAreTheKernels) {

@@ -1,4 +1,4 @@
-// JSON as text, "did you mean", and what waits for a client.
+// JSON as text, "did you mean", and the outbox of a client.
 #include <gtest/gtest.h>
 
 #include "bounds.h"
@@ -19,14 +19,14 @@ TEST(JsonText, KnowsWholeTexts) {
 
 TEST(JsonText, NestsAsDeepAsTheLimit) {
   const auto nested = [](std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); };
-  EXPECT_TRUE(json_is_whole(nested(json_max_depth)));
+  EXPECT_TRUE(json_is_whole(nested(kJsonMaxDepth)));
   std::string error;
-  EXPECT_FALSE(json_is_whole(nested(json_max_depth + 1), &error));
+  EXPECT_FALSE(json_is_whole(nested(kJsonMaxDepth + 1), &error));
   EXPECT_NE(error.find("deeper"), std::string::npos);
   EXPECT_FALSE(json_is_whole(std::string(5'000'000, '[')));
 }
 
-TEST(JsonText, CutsMembersOutAsTheyWereWritten) {
+TEST(JsonText, ReturnsMembersAsWritten) {
   std::string_view rest = R"( { "a" : {"x":"}]\"" , "y":[1,{}]} ,"b":1.50, "c":"t\\" , "d":null })";
   rest.remove_prefix(1);
   const char* expected[][2] = {
@@ -62,7 +62,7 @@ TEST(JsonText, QuotesAnything) {
   EXPECT_FALSE(json_string_is(R"("ab")", "a"));
 }
 
-TEST(Nearest, FindsSlipsOfThePen) {
+TEST(Nearest, FindsMistypedNames) {
   const std::string names[] = {"/tv/cast/volume/volume", "/tv/cast/volume/mute", "/tv/menu/video/brightness"};
   EXPECT_EQ(nearest("/tv/cast/volume/volme", names, 1), std::vector<std::string>{names[0]});
   EXPECT_EQ(nearest("brightness", names, 3), std::vector<std::string>{names[2]});
@@ -113,7 +113,7 @@ TEST(Outbox, ChunksHoldWholeFrames) {
   for (std::string chunk = outbox_take(outbox, replies); !chunk.empty(); chunk = outbox_take(outbox, replies)) {
     EXPECT_TRUE(replies);
     EXPECT_EQ(chunk.size() % 1004, 0u);
-    EXPECT_LE(chunk.size(), limit_chunk_bytes + 1004);
+    EXPECT_LE(chunk.size(), kLimitChunkBytes + 1004);
     total += chunk.size();
   }
   EXPECT_EQ(total, 200u * 1004);
@@ -122,7 +122,7 @@ TEST(Outbox, ChunksHoldWholeFrames) {
 
 TEST(Outbox, OldestNotificationsGoFirstAndTheClientIsTold) {
   Outbox outbox;
-  const std::size_t all = limit_client_notices + 7;
+  const std::size_t all = kLimitClientNotices + 7;
   for (std::size_t i = 0; i < all; ++i) outbox_notice(outbox, notice("<" + std::to_string(i) + ">"));
   outbox_reply(outbox, "reply");
   bool replies = false;
@@ -139,10 +139,10 @@ TEST(Outbox, OldestNotificationsGoFirstAndTheClientIsTold) {
 
 TEST(Outbox, BytesAreBoundedToo) {
   Outbox outbox;
-  const std::size_t bytes = limit_client_notice_bytes / 4;
+  const std::size_t bytes = kLimitClientNoticeBytes / 4;
   for (int i = 0; i < 7; ++i) outbox_notice(outbox, notice(std::string(bytes, 'n')));
   EXPECT_EQ(outbox.notices.size(), 4u);
-  EXPECT_EQ(outbox.notices_bytes, limit_client_notice_bytes);
+  EXPECT_EQ(outbox.notices_bytes, kLimitClientNoticeBytes);
   EXPECT_EQ(outbox.dropped, 3u);
 }
 

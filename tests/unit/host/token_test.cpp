@@ -9,6 +9,7 @@
 #include <fstream>
 #include <string>
 
+#include "base/token.h"
 #include "stack.h"
 
 namespace fs = std::filesystem;
@@ -25,7 +26,7 @@ struct Folder {
     std::string text;
     std::string error;
     EXPECT_TRUE(token_read(path, text, error)) << error;
-    EXPECT_EQ(text.size(), token_digits);
+    EXPECT_EQ(text.size(), kTokenDigits);
     EXPECT_EQ(text.find_first_not_of("0123456789abcdef"), std::string::npos);
     return text;
   }
@@ -38,7 +39,7 @@ TEST(Token, IsMadeOnceAndKept) {
   struct stat facts {};
   ASSERT_EQ(stat(folder.file().c_str(), &facts), 0);
   EXPECT_EQ(facts.st_mode & 07777, 0600u);
-  EXPECT_EQ(facts.st_size, static_cast<off_t>(token_digits) + 1);
+  EXPECT_EQ(facts.st_size, static_cast<off_t>(kTokenDigits) + 1);
   const Folder other_start;
   fs::remove(other_start.file());
   EXPECT_NE(other_start.token(), token);
@@ -71,7 +72,7 @@ TEST(Token, WhatOthersCanReadOrWriteIsReplaced) {
   EXPECT_NE(folder.token(), fresh);
   fs::remove(folder.file());
   ASSERT_EQ(mkfifo(folder.file().c_str(), 0600), 0);
-  folder.token();  // and it did not wait for a writer
+  folder.token();  // without waiting for a writer
 }
 
 TEST(Token, AFolderThatIsNotThereIsAnError) {

@@ -1,5 +1,5 @@
-// WebSocket as bytes: what comes in is read alike however it is cut, and what breaks the protocol ends the connection
-// with the right code. tests/system has the suite over the wire.
+// WebSocket as bytes: input is read the same however it is split, and a violation of the protocol ends the connection
+// with the right code. tests/system has the suite over the network.
 #include "ws_wire.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +29,7 @@ std::string frame(unsigned opcode, std::string payload, bool final = true) {
   return bytes + mask + payload;
 }
 
-// What a session brings: messages, "|" where one ended, and the protocol's own frames.
+// The output of a session: its messages, "|" after each, and the frames of the protocol itself.
 struct Heard {
   std::string messages;
   std::string output;
@@ -38,7 +38,7 @@ struct Heard {
   bool operator==(const Heard&) const = default;
 };
 
-// The session's bytes in these pieces. What a piece leaves unread stands at the front of the next one's window.
+// Reads the session's bytes in these pieces. The unread rest of a piece is at the front of the next window.
 Heard hear(const std::vector<std::string>& pieces) {
   WsStreamPtr stream = ws_accept(request, "", longest);
   EXPECT_NE(stream, nullptr);
@@ -49,11 +49,11 @@ Heard hear(const std::vector<std::string>& pieces) {
     waiting += piece;
     std::string_view window = waiting;
     WsMessage message;
-    WsRead step = WsRead::more;
-    while ((step = ws_read(*stream, window, message)) == WsRead::message || step == WsRead::again)
-      if (step == WsRead::message)
+    WsRead step = WsRead::kMore;
+    while ((step = ws_read(*stream, window, message)) == WsRead::kMessage || step == WsRead::kAgain)
+      if (step == WsRead::kMessage)
         heard.messages.append(message.binary ? "binary:" : "").append(message.text).append("|");
-    if (step == WsRead::closed) heard.closed = true;
+    if (step == WsRead::kClosed) heard.closed = true;
     waiting.erase(0, waiting.size() - window.size());
   }
   heard.output = ws_output(*stream);
@@ -67,7 +67,7 @@ std::string close_frame(unsigned code) {
 TEST(WsWire, TheUpgradeIsAnswered) {
   const WsStreamPtr plain = ws_accept(request, "", longest);
   ASSERT_NE(plain, nullptr);
-  // The pair of key and answer stands in RFC 6455, section 1.3.
+  // The key and its answer are the example of RFC 6455, section 1.3.
   EXPECT_NE(ws_output(*plain).find("Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n"), std::string::npos);
   EXPECT_EQ(ws_output(*plain).find("Sec-WebSocket-Protocol"), std::string::npos);
   const WsStreamPtr chosen = ws_accept(request, "jsonrpc", longest);
@@ -75,7 +75,7 @@ TEST(WsWire, TheUpgradeIsAnswered) {
   EXPECT_NE(ws_output(*chosen).find("Sec-WebSocket-Protocol: jsonrpc\r\n"), std::string::npos);
 }
 
-// Holds Beast to resuming after a cut, which its documents do not promise.
+// Verifies that Beast goes on after an interruption, which its documentation does not promise.
 TEST(WsWire, ASessionIsReadAlikeHoweverItIsCut) {
   std::string session;
   session += frame(1, "first");
@@ -106,7 +106,7 @@ TEST(WsWire, ASessionIsReadAlikeHoweverItIsCut) {
   EXPECT_EQ(hear(single), expected);
 }
 
-// Not when its payload has come, which it announces and may never send.
+// A bad header is refused at once, not when the announced payload has arrived.
 TEST(WsWire, AFrameThatIsWrongByItsHeaderIsRefusedAtOnce) {
   const std::string headers[] = {
       std::string("\x81\x7E\x01\x00", 4),                  // unmasked
@@ -176,7 +176,7 @@ TEST(WsWire, ManyFramesAreReadInParts) {
   std::string_view window = many;
   WsMessage message;
   int parts = 1;
-  while (ws_read(*stream, window, message) == WsRead::again) ++parts;
+  while (ws_read(*stream, window, message) == WsRead::kAgain) ++parts;
   EXPECT_EQ(parts, 19);  // of 32 frames, the last of fewer
   EXPECT_EQ(message.text, std::string(600, 'x') + "y");
 }
@@ -192,7 +192,7 @@ TEST(WsWire, ACloseOfOursIsWrittenOnce) {
   const std::string more = frame(1, "late");
   std::string_view window = more;
   WsMessage message;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::closed);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kClosed);
   EXPECT_EQ(ws_output(*stream), "\x88\x09\x03\xE9leaving");
 }
 
@@ -201,11 +201,11 @@ TEST(WsWire, WhatAnUnfinishedMessageHoldsIsKnown) {
   const std::string half = frame(1, std::string(500, 'x'), false);
   std::string_view window = half;
   WsMessage message;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::more);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kMore);
   EXPECT_EQ(ws_held(*stream), 500u);
   const std::string rest = frame(0, "y");
   window = rest;
-  EXPECT_EQ(ws_read(*stream, window, message), WsRead::message);
+  EXPECT_EQ(ws_read(*stream, window, message), WsRead::kMessage);
   EXPECT_EQ(ws_held(*stream), 0u);
 }
 

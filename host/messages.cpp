@@ -5,7 +5,7 @@
 
 namespace {
 
-// A whole reply, or an empty text where nothing is to be said.
+// Sends a complete reply; an empty text means that there is none.
 void send_reply(Server& server, Client& client, std::string text) {
   if (client.websocket) {
     if (text.empty()) return;
@@ -17,19 +17,25 @@ void send_reply(Server& server, Client& client, std::string text) {
   server_answer(server, client, {.status = status, .body = std::move(text)});
 }
 
-// What a batch holds before there is any reply.
+// Bytes that a batch holds before its first reply.
 std::size_t places_bytes(const Batch& batch) { return batch.replies.size() * sizeof(std::string); }
 
-bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= limit_batch_reply_bytes; }
+bool has_room(const Batch& batch, std::size_t bytes) { return batch.bytes + bytes <= kLimitBatchReplyBytes; }
 
-// The reply in place of one that its batch has no room for.
-std::string no_room(std::string_view id) {
-  return rpc_error(id, RpcError::limit,
-                   "the replies of a batch may have " + std::to_string(limit_batch_reply_bytes) + " bytes together",
-                   "{\"limit\":" + std::to_string(limit_batch_reply_bytes) + "}");
+// The reply to a request that exceeds a limit. allowed: the sentence up to the number, unit: what follows it.
+std::string beyond_limit(std::string_view id, std::string_view allowed, std::size_t limit, std::string_view unit) {
+  const std::string number = std::to_string(limit);
+  return rpc_error(id, RpcError::kLimit, std::string(allowed).append(number).append(unit),
+                   "{\"limit\":" + number + "}");
 }
 
-// The reply to one request: sent, or kept until its batch is complete. id empty: a notification's, not sent.
+// Replaces a reply that does not fit into its batch.
+std::string no_room(std::string_view id) {
+  return beyond_limit(id, "the replies of a batch may have ", kLimitBatchReplyBytes, " bytes together");
+}
+
+// Sends the reply to one request, or keeps it until its batch is complete. With an empty id, that of a notification,
+// nothing is sent.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
   if (id.empty()) text = {};  // not clear(), which would keep its memory until the batch is complete
@@ -57,9 +63,7 @@ void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t s
 std::string subscribe(Server& server, Client& client, const RpcRequest& request) {
   if (std::ranges::find(client.uris, request.call.uri) != client.uris.end()) return rpc_result(request.id, "{}");
   if (client.uris.size() >= server.options.limits.subscriptions)
-    return rpc_error(request.id, RpcError::limit,
-                     "a client may have " + std::to_string(server.options.limits.subscriptions) + " subscriptions",
-                     "{\"limit\":" + std::to_string(server.options.limits.subscriptions) + "}");
+    return beyond_limit(request.id, "a client may have ", server.options.limits.subscriptions, " subscriptions");
   client.uris.push_back(request.call.uri);
   subscriptions_add(server.subscriptions, request.call.uri, client.id);
   return rpc_result(request.id, "{}");
@@ -75,7 +79,7 @@ std::string unsubscribe(Server& server, Client& client, const RpcRequest& reques
 
 std::string trace(Server& server, Client& client, const RpcRequest& request) {
   if (server.stack->watch == nullptr)
-    return rpc_error(request.id, RpcError::platform, "tracing needs the tap, and this server runs without it");
+    return rpc_error(request.id, RpcError::kPlatform, "tracing needs the tap, and this server runs without it");
   if (client.tracing != request.on) {
     client.tracing = request.on;
     server.tracing += request.on ? 1 : std::size_t(-1);
@@ -88,23 +92,23 @@ std::string trace(Server& server, Client& client, const RpcRequest& request) {
 std::string authorize(const Server& server, Client& client, const RpcRequest& request) {
   client.authorized = policy_is_token(request.token, server.options.token);
   return client.authorized ? rpc_result(request.id, "{}")
-                           : rpc_error(request.id, RpcError::forbidden, "this is not the token of this server");
+                           : rpc_error(request.id, RpcError::kForbidden, "this is not the token of this server");
 }
 
-// The reply to a request that calls nothing.
+// The reply to a request that makes no call.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
-  if (request.method == RpcMethod::list)
+  if (request.method == RpcMethod::kList)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
   if (!client.websocket)
-    return rpc_error(request.id, RpcError::invalid_request,
+    return rpc_error(request.id, RpcError::kInvalidRequest,
                      "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
                      "Authorization: Bearer TOKEN shows the token");
   switch (request.method) {
-    case RpcMethod::subscribe:
+    case RpcMethod::kSubscribe:
       return subscribe(server, client, request);
-    case RpcMethod::unsubscribe:
+    case RpcMethod::kUnsubscribe:
       return unsubscribe(server, client, request);
-    case RpcMethod::authorize:
+    case RpcMethod::kAuthorize:
       return authorize(server, client, request);
     default:
       return trace(server, client, request);
@@ -112,40 +116,40 @@ std::string answer_at_once(Server& server, Client& client, const RpcRequest& req
 }
 
 bool calls_platform(RpcMethod method) {
-  return method == RpcMethod::get || method == RpcMethod::set || method == RpcMethod::tv;
+  return method == RpcMethod::kGet || method == RpcMethod::kSet || method == RpcMethod::kTv;
 }
 
-// Whether the request needs a token that its client has not shown. Commands act for the viewer and the world, which
-// applications do not.
+// Whether the request needs the token and its client has not shown it. Control commands always need it: they act as the
+// viewer or the environment, which applications may not.
 bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
-  if (client.authorized || method == RpcMethod::authorize) return false;
-  return method == RpcMethod::tv || server.options.require_token;
+  if (client.authorized || method == RpcMethod::kAuthorize) return false;
+  return method == RpcMethod::kTv || server.options.require_token;
 }
 
-constexpr std::string_view forbidden_text =
+constexpr std::string_view kForbiddenText =
     "this needs the token of this server, from the file \"token\" in its state folder; see the method authorize";
-constexpr std::string_view busy_text = "too many requests wait for the platform; try again";
-constexpr std::string_view busy_client_text = "too many commands of this connection wait; try again";
+constexpr std::string_view kBusyText = "too many requests wait for the platform; try again";
+constexpr std::string_view kBusyClientText = "too many commands of this connection wait; try again";
 
 void handle_request(Server& server, Client& client, RpcRequest& request, std::uint64_t batch, std::size_t slot) {
   const auto refuse = [&](RpcError code, std::string_view text, std::string_view data = {}) {
     reply(server, client, batch, slot, request.id, rpc_error(request.id, code, text, data));
   };
-  if (is_forbidden(server, client, request.method)) return refuse(RpcError::forbidden, forbidden_text);
+  if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, kForbiddenText);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
-  // A thousand lists, made only to be dropped, would take long.
-  if (request.method == RpcMethod::list && batch != 0 && !request.id.empty() &&
+  // Checked first, since making a thousand lists only to drop them would take long.
+  if (request.method == RpcMethod::kList && batch != 0 && !request.id.empty() &&
       !has_room(client.batches.at(batch), server.catalogue.description.size()))
     return reply(server, client, batch, slot, request.id, no_room(request.id));
   if (!calls_platform(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
   Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
   const RunnerAdd added = runner_add(server.runner, job, server.options.limits.requests);
-  if (added == RunnerAdd::added) {
+  if (added == RunnerAdd::kAdded) {
     ++client.outstanding;
     return;
   }
-  refuse(RpcError::busy, added == RunnerAdd::full ? busy_text : busy_client_text,
+  refuse(RpcError::kBusy, added == RunnerAdd::kFull ? kBusyText : kBusyClientText,
          "{\"waiting\":" + std::to_string(runner_waiting(server.runner)) + "}");
 }
 
@@ -177,7 +181,7 @@ void serve_traces(Server& server) {
   }
 }
 
-// Delivers an outcome outside of the client's own turn.
+// Delivers an outcome outside the client's turn.
 void deliver_later(Server& server, Finished& one) {
   const std::uint64_t id = one.job.client;
   server_deliver(server, one.job, one.outcome);
@@ -222,8 +226,8 @@ void server_handle_message(Server& server, Client& client, std::string_view text
 
 void server_add_call(Server& server, Client& client, Call call) {
   Job job{.client = client.id, .call = std::move(call)};
-  if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::added)
-    return server_answer(server, client, http_error(503, busy_text));
+  if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::kAdded)
+    return server_answer(server, client, http_error(503, kBusyText));
   ++client.outstanding;
 }
 
@@ -235,7 +239,7 @@ void server_deliver(Server& server, Job& job, Outcome& outcome) {
   if (outcome.change > server.unkept_from && outcome.change <= server.unkept_report.change)
     outcome.not_kept = server.unkept_report.failure;
   const auto found = server.clients.find(job.client);
-  if (found == server.clients.end()) return;  // gone meanwhile
+  if (found == server.clients.end()) return;  // disconnected in the meantime
   Client& client = *found->second;
   --client.outstanding;
   if (!client.websocket && client.request.path != "/jsonrpc")
@@ -252,7 +256,7 @@ void server_deliver(Server& server, Job& job, Outcome& outcome) {
 }
 
 void server_serve_inboxes(Server& server) {
-  // Cleared before the inboxes are looked at: what comes later wakes again.
+  // Cleared before the inboxes are read, so that whatever arrives later wakes the leader again.
   if (!server.woken.exchange(false)) return;
   std::vector<Finished> finished;
   runner_take_finished(server.runner, finished);
