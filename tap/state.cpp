@@ -60,8 +60,8 @@ std::int64_t now_us() {
 Start start_now() { return {.seq = next_seq.fetch_add(1, std::memory_order_relaxed), .t = now_us()}; }
 
 int thread_number() {
-  thread_local const int number = next_thread.fetch_add(1, std::memory_order_relaxed);
-  return number;
+  thread_local const int kNumber = next_thread.fetch_add(1, std::memory_order_relaxed);
+  return kNumber;
 }
 
 Json new_line(const Start& start) {

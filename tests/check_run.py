@@ -157,14 +157,18 @@ def check_ends(expect, folder):
     expect("what it started has ended too", is_gone((folder / "hung").read_text(encoding="utf-8").strip()))
 
     table = f"[Stage(n, [['sh', '-c', 'sleep 1000 & echo $! > {folder}/' + n + '; wait'], ['touch', '{folder}/next']]) for n in 'ab']"
-    text = (f"import signal, sys; sys.path.insert(0, {str(HERE)!r}); import run; from stages import Stage\n"
-            f"signal.signal(signal.SIGTERM, signal.default_int_handler); run.run_table({table}, 2)")
+    text = (f"import sys; sys.path.insert(0, {str(HERE)!r}); import run; from stages import Stage\n"
+            f"run.end_on_signals(); run.run_table({table}, 2)")
     with subprocess.Popen(python(text), stderr=subprocess.DEVNULL, stdout=subprocess.DEVNULL) as process:
         files = [folder / name for name in "ab"]
         while not all(file.is_file() and file.read_text(encoding="utf-8").strip() for file in files):
             time.sleep(0.01)
         process.send_signal(signal.SIGTERM)
-        process.wait(20)
+        try:
+            process.wait(20)
+        except subprocess.TimeoutExpired:
+            process.kill()
+    expect("a run ends by a signal", process.returncode != -signal.SIGKILL)
     expect("a run that is ended leaves no process", all(is_gone(file.read_text(encoding="utf-8").strip()) for file in files))
     expect("and begins no command", not (folder / "next").exists())
 

@@ -50,7 +50,7 @@ class Result(NamedTuple):
     tests: tuple = ()  # (program, build folder, how many it ran)
 
 
-groups_lock = threading.Lock()  # guards groups and interrupted
+groups_lock = threading.RLock()  # guards groups and interrupted; a second signal may come while the first is handled
 groups = set()  # process groups that run now
 interrupted = False  # no command may begin any more
 
@@ -62,12 +62,19 @@ def kill_group(group):
         pass
 
 
-def kill_all():
+def interrupt(*_):
+    """Handles a signal that ends the run: kills what runs, and lets no other command begin. An exception would not do:
+    raised within the thread pool's own code, it could be lost or leave a lock held."""
     global interrupted
     with groups_lock:
         interrupted = True
         for group in groups:
             kill_group(group)
+
+
+def end_on_signals():
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, interrupt)
 
 
 def run_once(arguments, environment, limit=TIME_LIMIT):
@@ -191,8 +198,8 @@ def run_stages(table, jobs, report):
                     if stage.prepares and not done.result().good:
                         failed.add(stage.name)
                     report(done.result())
-        except BaseException:
-            kill_all()
+        except BaseException:  # a result that cannot be printed
+            interrupt()
             raise
 
 
@@ -247,11 +254,9 @@ def main():
     if options.list:
         print("\n".join(stage.name for stage in table))
         return 0
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-    try:
-        return run_table(table, options.jobs)
-    except KeyboardInterrupt:
-        return 130
+    end_on_signals()
+    result = run_table(table, options.jobs)
+    return 130 if interrupted else result
 
 
 if __name__ == "__main__":

@@ -38,7 +38,7 @@ struct Row {
 inline INT32 code(const char* letters) { return letters[0] << 24 | letters[1] << 16 | letters[2] << 8; }
 
 inline const std::vector<Row>& rows() {
-  static const std::vector<Row> all = {
+  static const std::vector<Row> kRows = {
 #define TV_CFG_BOOL(key, item, value, help) {Row::kBool, key, item, 0, 1, value, 0, ""},
 #define TV_CFG_NUMBER(key, item, least, most, value, help) {Row::kNumber, key, item, least, most, value, 0, ""},
 #define TV_CFG_CODE(key, item, value, help) {Row::kCode, key, item, 0, 0, code(value), 0, ""},
@@ -46,7 +46,7 @@ inline const std::vector<Row>& rows() {
 #define TV_CFG_ACTION(key, item, prefix, help) {Row::kAction, key, item, 0, 0, 0, 0, ""},
 #include "catalogue.def"
   };
-  return all;
+  return kRows;
 }
 
 inline UINT32 item_of(const char* key) {

@@ -144,10 +144,10 @@ void notify(INT32 id, int index) {
 bool is_connected(const Interface& interface) { return !state.lost || interface.kind != InterfaceKind::kEthernet; }
 
 void notify_differences(const Facts& before, const Facts& after) {
-  static const Interface& kNone = *new Interface;  // never destroyed: the thread may outlive main
+  static const Interface& none = *new Interface;  // never destroyed: the thread may outlive main
   const auto look_up = [](const Facts& facts, int index) -> const Interface& {
     const auto found = facts.find(index);
-    return found == facts.end() ? kNone : found->second;
+    return found == facts.end() ? none : found->second;
   };
   const auto is_plugged = [](const Interface& each) { return each.kind == InterfaceKind::kEthernet && each.runs; };
   for (const auto& [index, old] : before) {
