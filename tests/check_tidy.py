@@ -191,11 +191,19 @@ def passes_of_all_checkouts():
     return Passes(folder)
 
 
+def test_checks(source):
+    """The checks of tests/ hold for a test that stands beside what it tests, too."""
+    if not source.endswith("_test.cpp") or source.startswith("tests/"):
+        return []
+    checks = re.search(r"^Checks: '(.*)'", (ROOT / "tests/.clang-tidy").read_text(encoding="utf-8"), re.M)
+    return [f"--checks={checks[1]}"]
+
+
 def check(source, options, passes, config=()):
     """The findings in one source, as texts that each begin with their place."""
     begun = passes.begin(source, options) if passes else None
-    tidy = subprocess.run(["clang-tidy", "--quiet", *config, source, "--", *options], cwd=ROOT, stdout=subprocess.PIPE,
-                          stderr=subprocess.PIPE, text=True, errors="replace", check=False)
+    tidy = subprocess.run(["clang-tidy", "--quiet", *config, *test_checks(str(source)), source, "--", *options], cwd=ROOT,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, errors="replace", check=False)
     text = portable(tidy.stdout)
     starts = [match.start() for match in FINDING.finditer(text)]
     findings = [text[begin:end] for begin, end in zip(starts, starts[1:] + [len(text)])]

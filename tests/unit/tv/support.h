@@ -58,7 +58,7 @@ template <typename Call>
 std::string refusal(Call call) {
   testing::internal::CaptureStderr();
   const INT32 result = call();
-  const std::string log = testing::internal::GetCapturedStderr();
+  std::string log = testing::internal::GetCapturedStderr();
   EXPECT_LT(result, 0) << log;
   return log;
 }
