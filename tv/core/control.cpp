@@ -3,7 +3,7 @@
 #include <boost/json.hpp>
 #include <cctype>
 #include <cstring>
-#include <exception>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -65,7 +65,8 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
   return parts;
 }
 
-// Returns the choices for the word that follows the given ones, from every form of the command that they match.
+// Returns what the usage text allows as the next word, literal words and placeholders alike, from every form that
+// matches the given words, from every form of the command that they match.
 std::vector<std::string> next_words(const Command& command, Arguments given) {
   std::string arguments;  // without its brackets
   std::ranges::remove_copy_if(command.arguments, std::back_inserter(arguments),
@@ -136,7 +137,7 @@ boost::json::object run(std::string_view text) {
 char* dtv_tv_control(const char* command) {
   try {
     return strdup(boost::json::serialize(run(command == nullptr ? "" : command)).c_str());
-  } catch (const std::exception&) {  // out of memory
+  } catch (const std::bad_alloc&) {
     return strdup(R"({"error":"the set is out of memory"})");
   }
 }

@@ -7,16 +7,17 @@
 //   <name>.h         what other rooms may call, if anything. Rooms never call each other through the TV API: in a host,
 //                    those names lead to the tap.
 //   <name>_test.cpp  its unit tests, which become part of tv_test
-// A function of the area that the room does not define fails with a message (defaults.h). If absent.cpp defines one of
-// the area's functions, move it into the room.
+// The name is yours to choose; it need not be the header's. A function of the area that the room does not define fails
+// with a message (defaults.h). If absent.cpp defines one of the area's functions, move it into the room.
 //
 // Settings go to the store (store.h), callbacks of the plugin to the event thread (events.h), delayed actions to the
 // timers (timers.h), refusals through reply.h.
 //
 // Locks are taken in this order: the power lock (set.cpp); the CEC bus's or the applications'; the remote control's or
-// the configuration's; the store's or the event queue's; the timers'. The other rooms' locks, and so a new room's, come
-// directly before the store's. Callbacks run on the event thread without a lock, so they may call any function of the
-// TV API; only the USB room holds a lock of its own during its callbacks.
+// the configuration's; the store's or the event queue's; the timers'. The sync thread's comes
+// after the store's. A room that calls another one with its lock held stands before that one; all others come directly
+// before the store's. The USB room's lock for callbacks comes before all. Callbacks run on the event thread without a
+// lock, so they may call any function of the TV API; only the USB room holds a lock of its own during its callbacks.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -31,22 +32,29 @@ using Arguments = std::span<const std::string_view>;
 struct Command {
   std::string_view name;
   // For people and for the shell's completion: " | " separates the command's forms, "|" the choices for one word. Words
-  // in lower case are literal; words in capitals stand for a value, DIR for a folder; brackets enclose optional parts.
+  // in lower case are literal; words in capitals stand for a value, DIR for a folder; brackets enclose optional parts;
+  // "..." after a value means any number of them.
   std::string_view arguments;
   std::size_t most_arguments;
   std::string_view help;
-  boost::json::object (*run)(Arguments arguments);  // returns the reply, or an error from reply.h
+  // Returns the reply, or an error from reply.h. Called on any thread, without a lock, while the set is on, with at
+  // most most_arguments words.
+  boost::json::object (*run)(Arguments arguments);
 };
 
 // A null function is not called. Rooms are called in the order of their names, but a room must not rely on another one
 // having been loaded or reset before it.
 struct Room {
   std::span<const Command> commands = {};
-  void (*load)() = nullptr;   // reads the state from the store
-  bool (*reset)() = nullptr;  // restores the factory state, with callbacks as for any change; false: see set_reset
-  void (*report)(boost::json::object& answer) = nullptr;  // adds its members to the answer of the command "state"
-  void (*start)() = nullptr;                              // starts the room's thread; events can be posted
-  void (*stop)() = nullptr;  // ends that thread, before the event thread ends; also called if none runs
+  // Reads the state from the store, and forgets everything else, callbacks included. Events and timers do not run yet.
+  void (*load)() = nullptr;
+  // Restores the factory state, with callbacks as for any change. False if that was not saved.
+  bool (*reset)() = nullptr;
+  // Adds the room's members to the answer of the command "state": what a viewer sees at once, and else only what
+  // differs from a new set.
+  void (*report)(boost::json::object& answer) = nullptr;
+  void (*start)() = nullptr;  // starts the room's thread; events can be posted
+  void (*stop)() = nullptr;   // ends that thread, before the event thread ends; also called if none runs
 };
 
 #define TV_ROOM(area) extern const Room room_##area;

@@ -15,14 +15,14 @@
 
 namespace {
 
-constexpr int kCheckpointPages = 1000;  // length of the log from which a change that syncs also makes a checkpoint
+constexpr int kCheckpointPages = 1000;  // at this length of the log, a change that SQLite syncs also makes a checkpoint
 
 struct State {
   std::mutex lock;  // guards all members below
   StoreFiles files;
-  StoredValues kept;      // the database's values
+  StoredValues kept;      // the database's values, perhaps not synced yet
   StoredValues factory;   // of the keys that rooms have read
-  bool deferred = false;  // the sync thread syncs changes, not SQLite
+  bool deferred = false;  // changes are synced by the sync thread instead of by SQLite
   int log_pages = 0;
 };
 
@@ -48,7 +48,8 @@ bool set_deferred(bool wanted) {
 
 std::string error_text(int number) { return std::generic_category().message(number); }
 
-// The value that a room would read; null for a key that is not stored and that no room has read.
+// The stored value, even if it is outside its limits, or else the factory value. Null for a key that is not stored and
+// that no room has read.
 const StoredValue* present(std::string_view key) {
   for (const StoredValues* values : {&state.kept, &state.factory})
     if (const auto found = values->find(key); found != values->end()) return &found->second;
@@ -178,7 +179,7 @@ std::int64_t store_read(const Setting& setting) {
   if (found == state.kept.end()) return setting.factory;
   const auto* const number = std::get_if<std::int64_t>(&found->second);
   if (number != nullptr && *number >= setting.minimum && *number <= setting.maximum) return *number;
-  std::fprintf(stderr, "dtv_tv: the stored %s \"%s\" is not within %lld to %lld; it is reset to %lld\n", setting.key,
+  std::fprintf(stderr, "dtv_tv: the stored %s \"%s\" is not within %lld to %lld; using %lld\n", setting.key,
                number != nullptr ? std::to_string(*number).c_str() : std::get<std::string>(found->second).c_str(),
                static_cast<long long>(setting.minimum), static_cast<long long>(setting.maximum),
                static_cast<long long>(setting.factory));
@@ -192,7 +193,7 @@ std::string store_read(const TextSetting& setting) {
   if (found == state.kept.end()) return setting.factory;
   const auto* const text = std::get_if<std::string>(&found->second);
   if (text != nullptr && store_is_text(*text) && text->size() <= setting.longest) return *text;
-  std::fprintf(stderr, "dtv_tv: the stored %s is not a text of at most %zu bytes; it is reset to \"%s\"\n", setting.key,
+  std::fprintf(stderr, "dtv_tv: the stored %s is not a text of at most %zu bytes; using \"%s\"\n", setting.key,
                setting.longest, setting.factory);
   return setting.factory;
 }

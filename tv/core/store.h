@@ -43,7 +43,8 @@ std::int64_t store_read(const Setting& setting);
 std::string store_read(const TextSetting& setting);
 
 // Stores all values or none. When it returns true they are on the disk, or with dtv_tv_on_kept written to the operating
-// system. Values that have not changed are not written again. Reports a failure on stderr.
+// system. False: they may not survive a restart; after a failed sync, or where the folder was moved, they may be in the
+// file all the same. Values that have not changed are not written again. Reports a failure on stderr.
 bool store_write(std::span<const SettingValue> values);
 
 // Deletes all values at once, so that each key has its factory value again. Returns and reports as store_write does.

@@ -1,5 +1,6 @@
 // Opens the store: the folder, which only its owner may enter and only one process at a time may lock, and the
-// database. Any difference between the database and what this file writes is damage.
+// database. Any difference between the database and what this file writes is damage, apart from an older or newer
+// layout.
 //
 // The lock is on the folder itself, so it stays in force if the folder or the database is renamed. This file never
 // opens the database's file while SQLite has it open, since closing the descriptor would release SQLite's lock.

@@ -1,11 +1,13 @@
-// The sync thread. With dtv_tv_on_kept a change returns when it is written to the log; this thread syncs the log and
-// reports the number of the latest change that is on the disk. Changes written during a sync share the next one.
+// The sync thread. With dtv_tv_on_kept, a call that changes something returns when the change is written to the log;
+// this thread syncs the log and reports the number of the latest change that is on the disk. Changes written during a
+// sync are synced together by the next one.
 //
-// The thread also makes checkpoints, which write the log into the database, so that no change waits for one: when the
-// log is long and nothing has changed for a moment, or when it is very long.
+// The thread also makes checkpoints, which write the log into the database, so that changes seldom wait for
+// one: when the log is long and nothing has changed for a moment, or when it is very long. A change made during a
+// checkpoint waits for its end.
 //
-// After a failed sync it is unknown what is on the disk, and a second sync may succeed without writing it. So the store
-// refuses every change until the set is started again.
+// After a failed sync of this thread it is unknown what is on the disk, and a second sync may succeed without writing
+// it. So the store refuses every change until the set is started again.
 #include <pthread.h>
 #include <unistd.h>
 
@@ -31,7 +33,7 @@ constexpr std::chrono::milliseconds kQuiet(100);
 std::atomic<std::uint64_t> last_change = 0;  // incremented under the lock
 
 struct Sync {
-  std::mutex lock;  // guards all members below, except those that only start and stop use; taken after the store's
+  std::mutex lock;  // guards the members below, except files and thread; taken after the store's
   std::condition_variable changed;
   std::condition_variable returned;  // fct has returned
   dtv_tv_kept_fct fct = nullptr;     // null: nothing is reported
@@ -39,13 +41,13 @@ struct Sync {
   bool calling = false;        // fct is running
   std::uint64_t settled = 0;   // all changes up to this one are on the disk, or have failed
   std::uint64_t notified = 0;  // the latest change that fct was called for
-  int outcome = 0;             // errno of the latest sync
-  int failure = 0;             // errno of the failed sync, after which there is no other; 0: none has failed
-  int log_pages = 0;           // length of the log; 0 after a checkpoint until the next change
-  TimerTime quiet_at;          // kQuiet after the latest change
-  bool quiet = false;          // that time has passed
+  int outcome = 0;     // errno of the latest sync; ENOENT: files were not in their places, which can be put right
+  int failure = 0;     // errno of the failed sync, after which no sync is tried; 0: none has failed
+  int log_pages = 0;   // length of the log; 0 after a checkpoint until the next change
+  TimerTime quiet_at;  // kQuiet after the latest change
+  bool quiet = false;  // that time has passed
   bool open = false;
-  const StoreFiles* files = nullptr;  // changed only by start
+  const StoreFiles* files = nullptr;  // set by start before the thread exists, then only read
   std::thread thread;                 // used only by start and stop
 };
 
@@ -60,7 +62,8 @@ int sync_log() {
   return files_problem(*state.files).empty() ? 0 : ENOENT;
 }
 
-// The caller of the functions below holds the lock. They release it during a sync, a checkpoint or a call of fct.
+// The caller of note_settled, sync, notify, checkpoint and the has_... functions holds the lock. sync, notify and
+// checkpoint release it while they work.
 
 void note_settled(std::uint64_t change, int outcome) {
   state.settled = std::max(state.settled, change);
@@ -185,7 +188,7 @@ void dtv_tv_on_kept(dtv_tv_kept_fct fct, void* context) {
   std::unique_lock guard(state.lock);
   state.fct = fct;
   state.context = context;
-  state.notified = 0;
+  state.notified = 0;  // so that the new function is called for earlier changes
   state.changed.notify_one();
   state.returned.wait(guard, [] { return !state.calling; });
 }

@@ -1,5 +1,5 @@
 // The timer thread, which runs delayed actions. Its clock is the machine's monotonic one, or after dtv_tv_manual_clock
-// the one that a test advances. The timers' lock is taken after every other lock.
+// the one that a test advances. The timers' lock is taken last.
 #pragma once
 
 #include <chrono>

@@ -1,6 +1,6 @@
 // The applications that the set runs besides television: HbbTV, the portal, the set's own applications. They are only
-// simulated: this room stores which of them run. Standby ends them all. Whether HbbTV is enabled is a configuration
-// value.
+// simulated: this room remembers which of them run, until the set is switched off. Standby ends them all. Whether HbbTV
+// is enabled is a configuration value.
 //
 // Messages to HbbTV, by function type: 0 queries the state, 1 switches HbbTV on or off (value 1 or 0), 4 starts the
 // application at the address. The message is overwritten with the resulting state. Value: for 0 and 1 whether HbbTV is

@@ -172,7 +172,7 @@ void sleep_is_over() {
   remote_standby();
 }
 
-// The caller holds the lock. 0 seconds: off; a timer that is set then runs without effect.
+// The caller holds the lock. 0 seconds: off. The timer is not cancelled; its action finds that nothing is due.
 INT32 set_sleep(INT32 seconds) {
   const TimerTime end = seconds == 0 ? kTimerNever : timer_now() + std::chrono::seconds(seconds);
   if (seconds != 0 && !timer_set(sleep_timer, end, sleep_is_over)) return -1;

@@ -492,7 +492,7 @@ void load() {
     }
     if (entry.kind != ValueKind::kCode || takes(entry, value)) continue;  // store_read has checked the other kinds
     value = factory_of(entry);
-    std::fprintf(stderr, "dtv_tv: the stored %s is not three letters; it is reset to %s\n", entry.key,
+    std::fprintf(stderr, "dtv_tv: the stored %s is not three letters; using %s\n", entry.key,
                  text_of(entry, value).c_str());
   }
   // Listeners register again each time the set is switched on.

@@ -205,7 +205,7 @@ TEST_F(TvConfig, InvalidStoredValuesAreReportedAndReset) {
       }
     }
   }
-  expect_words(log, {"g_gui_lang__gui_language is not three letters; it is reset to eng"});
+  expect_words(log, {"g_gui_lang__gui_language is not three letters; using eng"});
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), static_cast<std::ptrdiff_t>(std::size(damages))) << log;
   EXPECT_EQ(number("g_video__contrast"), 33);
   EXPECT_EQ(text("g_rec__device"), "disk");

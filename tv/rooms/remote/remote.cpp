@@ -60,7 +60,7 @@ State& state = *new State;
 
 // ---- What keys do ----
 
-// The functions below return false, with nothing changed, if the store has not saved a change.
+// The functions below return false if the change was not saved, or the set is off. A pending digit may be gone then.
 
 // Changes the channel and the source, and stores them. The caller of go and tune holds the lock.
 bool go(const Place& wanted) {
@@ -138,7 +138,7 @@ struct Action {
   const char* help;
   bool (*press)(int argument);
   int argument = 0;
-  bool in_standby = true;  // whether the key wakes the set
+  bool wakes = true;  // the set from standby
 };
 
 constexpr Action kActions[] = {
@@ -194,7 +194,7 @@ bool press(const Key& key) {
   {
     const std::lock_guard guard(state.lock);
     was_on = state.on;
-    if (!was_on && key.action != nullptr && !key.action->in_standby) return true;
+    if (!was_on && key.action != nullptr && !key.action->wakes) return true;
     state.on = true;
     state.last_key = key.name;
   }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kMostLinks = 40;  // on one path, as in the kernel
 
-std::mutex lock;      // taken last
+std::mutex lock;      // held for moments, without taking another
 std::string wanted;   // absolute; empty: $HOME; guarded by lock
 fs::path named_root;  // the root's path as it was given, links included
 std::string root;     // canonical
@@ -57,7 +57,7 @@ void lead(Walk& walk, const fs::path& path) {
   std::reverse(walk.ahead.begin() + behind, walk.ahead.end());
 }
 
-// Resolves one name; next, its path, is in the root. Returns false, and sets ret_failed, if that fails.
+// Resolves one name. `next` is its path, which is in the root. Returns false, and sets ret_failed, if that fails.
 bool step(Walk& walk, const std::string& next, std::error_code& ret_failed) {
   std::error_code failed;
   const fs::file_type type = fs::symlink_status(next, failed).type();

@@ -36,7 +36,7 @@ void* callback_tag = nullptr;
 
 std::string limits() { return std::to_string(kLevel.minimum) + " to " + std::to_string(kLevel.maximum); }
 
-void* word(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
+void* as_pointer(INT32 number) { return reinterpret_cast<void*>(static_cast<std::intptr_t>(number)); }
 
 // Stores the wanted state and posts the callback for it. Does nothing if it is the current state. The caller holds the
 // lock.
@@ -47,7 +47,7 @@ INT32 change(const Volume& wanted) {
   volume = wanted;
   if (callback != nullptr) {
     events_post([fct = callback, tag = callback_tag, wanted] {
-      fct(0, tag, word(wanted.level), word(wanted.mute), nullptr, nullptr);
+      fct(0, tag, as_pointer(wanted.level), as_pointer(wanted.mute), nullptr, nullptr);
     });
   }
   return 0;
@@ -61,7 +61,7 @@ INT32 step(INT32 by) {
   return change({.level = level_by(by), .mute = volume.load().mute});
 }
 
-// What the volume keys do.
+// Turns the volume as the keys do.
 INT32 turn_to(INT32 level, bool raises) { return change({.level = level, .mute = raises ? 0 : volume.load().mute}); }
 
 INT32 switch_mute(bool mute) { return change({.level = volume.load().level, .mute = mute ? 1 : 0}); }
