@@ -7,9 +7,10 @@ enum ExitCode : int {
   kExitOk = 0,
   kExitRefused = 1,      // dtvctl: the set refused; dtv-host: the set or the server does not start
   kExitUsage = 2,        // the command line is wrong
-  kExitUnreachable = 3,  // the remaining codes are dtvctl's
+  kExitUnreachable = 3,  // dtvctl's, like the next two
   kExitProtocol = 4,
   kExitOutput = 5,
+  kExitStuck = 70,  // dtv-host: its serving thread was stuck; EX_SOFTWARE
 };
 
 struct ExitMeaning {

@@ -50,7 +50,7 @@ struct Message {
 
 enum class Waited { kMessage, kTimeout, kFailed };
 
-// The methods are those of the host: get, set, subscribe, unsubscribe, list, trace, tv. Texts are JSON exactly as the
+// The methods are the host's that dtvctl needs: get, set, subscribe, list, trace, tv. Texts are JSON exactly as the
 // set or the host wrote them. All functions are called on one thread.
 struct Session {
   std::function<bool(std::string_view method, const std::string& params, std::string& ret_result, Failure& ret_failure)>
@@ -63,7 +63,7 @@ struct Session {
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
 
-// ---- token.cpp: the token shows a host that the request comes from its own user ----
+// ---- token.cpp: the token shows a host that the request comes from the user who runs it ----
 
 struct Token {
   std::string hex;      // empty: none
@@ -73,6 +73,8 @@ struct Token {
 // Takes the token from the folder of --state, else from DTV_TOKEN, else from the default state folder. The user did not
 // name that folder, so its token is sent only to a host at a loopback address.
 Token token_find(const Options& options, bool loopback);
+
+// ---- local.cpp ----
 
 // The tap's list of the TV API's functions (see dtv_tap_list), from the tap's library alone.
 bool contract_list(std::string& ret_list, Failure& ret_failure);

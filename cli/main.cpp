@@ -41,7 +41,7 @@ struct OptionRow {
   std::string_view name;
   std::string_view argument;  // empty: it takes none
   std::string_view help;
-  bool (*take)(const std::string& argument, Options& options);  // null: -h, --version
+  bool (*take)(const std::string& argument, Options& options);  // null: --help, --version
 };
 
 constexpr OptionRow kOptions[] = {

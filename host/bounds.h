@@ -67,9 +67,9 @@ inline constexpr std::size_t kLimitClientNoticeBytes = 512 * kKib;
 // Frames that leave in one write.
 inline constexpr std::size_t kLimitChunkBytes = 64 * kKib;
 
-// ---- the serving thread ----
+// ---- the leader ----
 
 // When a call takes longer, its thread loses the lead; see "runner.h".
 inline constexpr std::chrono::milliseconds kLimitCallTime{2};
-// Outside of calls, the serving thread counts as stuck after this time.
+// Outside of calls, the leader counts as stuck after this time.
 inline constexpr std::chrono::milliseconds kLimitTurnTime{10'000};

@@ -21,7 +21,7 @@ struct Outcome {
   std::string text;           // get: the plugin's response, empty when there is none; control: the reply
   bool broken = false;        // the text is not whole, valid JSON
   std::string lines;          // traced: the platform calls' lines, separated by commas
-  std::uint64_t change = 0;   // the latest change of the set's state that the call may have made, see "dtv_tv.h"
+  std::uint64_t change = 0;   // number of the set's latest change when the call returned, whoever made it; 0 for a get
   std::int32_t not_kept = 0;  // errno: the change could not be written to the disk
 };
 

@@ -294,7 +294,7 @@ bool make_room(Server& server, bool excess) {
   return true;
 }
 
-// Takes a place for a connection, regular or excess. Returns false when there is none.
+// Finds a place for a connection, regular or excess, and makes one if it can. Returns false when there is none.
 bool take_place(Server& server, bool& ret_excess) {
   const std::size_t most = server.options.limits.connections;
   ret_excess = false;

@@ -246,7 +246,7 @@ static HttpAnswer too_long(const HttpReader& reader) {
 }
 
 static HttpRead read_head(HttpReader& reader, std::string_view& window, HttpRequest& request, HttpAnswer& ret_refusal) {
-  // Empty lines before a request line are skipped, as RFC 9112 demands.
+  // Empty lines before a request line are skipped, as RFC 9112 recommends.
   while (!reader.begun && window.starts_with("\r\n")) window.remove_prefix(2);
   if (window.empty() || (!reader.begun && window == "\r")) return HttpRead::kMore;
   reader.begun = true;

@@ -6,7 +6,8 @@
 #include <string>
 #include <string_view>
 
-// Deepest accepted nesting. The plugin's own parser stops at 1000, so the host refuses nothing that it would accept.
+// Deepest accepted nesting. The plugin's own parser stops at 1000, so the host refuses nothing that the plugin would
+// accept.
 inline constexpr std::size_t kJsonMaxDepth = 1024;
 
 // What the host checks of a text before it passes it to the plugin.

@@ -34,8 +34,8 @@ std::string no_room(std::string_view id) {
   return beyond_limit(id, "the replies of a batch may have ", kLimitBatchReplyBytes, " bytes together");
 }
 
-// Sends the reply to one request, or keeps it until its batch is complete. With an empty id, that of a notification,
-// nothing is sent.
+// Sends the reply to one request, or keeps it until its batch is complete. An empty id marks a
+// JSON-RPC notification: it gets no reply, by HTTP an empty 204.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
   if (id.empty()) text = {};  // not clear(), which would keep its memory until the batch is complete
@@ -95,7 +95,7 @@ std::string authorize(const Server& server, Client& client, const RpcRequest& re
                            : rpc_error(request.id, RpcError::kForbidden, "this is not the token of this server");
 }
 
-// The reply to a request that makes no call.
+// The reply to a request that needs no get, set or control command.
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
   if (request.method == RpcMethod::kList)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
@@ -115,12 +115,12 @@ std::string answer_at_once(Server& server, Client& client, const RpcRequest& req
   }
 }
 
-bool calls_platform(RpcMethod method) {
+bool makes_call(RpcMethod method) {
   return method == RpcMethod::kGet || method == RpcMethod::kSet || method == RpcMethod::kTv;
 }
 
-// Whether the request needs the token and its client has not shown it. Control commands always need it: they act as the
-// viewer or the environment, which applications may not.
+// Whether the request needs the token and its client has not shown it. Control commands always need it: they do what
+// only a viewer or the surroundings of a set can do.
 bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
   if (client.authorized || method == RpcMethod::kAuthorize) return false;
   return method == RpcMethod::kTv || server.options.require_token;
@@ -137,11 +137,11 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
   };
   if (is_forbidden(server, client, request.method)) return refuse(RpcError::kForbidden, kForbiddenText);
   if (!request.error.empty()) return reply(server, client, batch, slot, request.id, std::move(request.error));
-  // Checked first, since making a thousand lists only to drop them would take long.
+  // Checked before the list is copied: a batch may ask for a thousand.
   if (request.method == RpcMethod::kList && batch != 0 && !request.id.empty() &&
       !has_room(client.batches.at(batch), server.catalogue.description.size()))
     return reply(server, client, batch, slot, request.id, no_room(request.id));
-  if (!calls_platform(request.method))
+  if (!makes_call(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
   Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
   const RunnerAdd added = runner_add(server.runner, job, server.options.limits.requests);
@@ -181,14 +181,14 @@ void serve_traces(Server& server) {
   }
 }
 
-// Delivers an outcome outside the client's turn.
+// Delivers an outcome that runner_run does not deliver: of a slow call, or one that waited for the disk.
 void deliver_later(Server& server, Finished& one) {
   const std::uint64_t id = one.job.client;
   server_deliver(server, one.job, one.outcome);
   if (const auto found = server.clients.find(id); found != server.clients.end()) server_mark(server, *found->second);
 }
 
-// Delivers the outcomes that waited for the disk.
+// Delivers the outcomes that wait for the disk; those whose change is not reported yet go on waiting.
 void take_kept_reports(Server& server) {
   std::vector<KeptReport> reports;
   {

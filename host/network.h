@@ -1,4 +1,5 @@
-// The sockets and timers of Boost.Asio that server.cpp and connection.cpp use. Only the leader uses them.
+// The sockets and timers of Boost.Asio that server.cpp and connection.cpp use. Only the leader uses them, except the
+// waker.
 #pragma once
 
 #include <array>

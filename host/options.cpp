@@ -69,8 +69,7 @@ constexpr OptionRow kOptions[] = {
     {"no-cec", nullptr, "do not start HDMI-CEC", [](Options& options) { options.cec = false; }},
     {"no-broadcast-init", nullptr, "do not subscribe to the results of channel changes",
      [](Options& options) { options.broadcast = false; }},
-    {"require-token", nullptr,
-     "require the token for gets, sets and notifications too; control commands always need it",
+    {"require-token", nullptr, "require the token for every request; control commands always need it",
      [](Options& options) { options.server.require_token = true; }},
     {"max-message", "BYTES", "longest request message", &Limits::message_bytes},
     {"max-connections", "N", "connections at a time", &Limits::connections},
@@ -86,7 +85,8 @@ constexpr OptionRow kOptions[] = {
     {"version", nullptr, "print the version", print_version},
 };
 
-// The table as getopt_long wants it. A number is the row's place, beyond every character that getopt_long returns.
+// The table as getopt_long wants it. An option's number is its row's plus kFirstNumber, so that it equals no character,
+// such as '?', that getopt_long returns.
 constexpr int kFirstNumber = 256;
 constexpr auto kLongOptions = [] {
   std::array<option, std::size(kOptions) + 1> table{};

@@ -15,11 +15,10 @@ struct Options {
   bool quiet = false;
 };
 
-// The options that hold without any words on the command line.
 Options options_defaults();
 
 std::string options_help();
 
-// Reads the words of the command line into the options, which hold the defaults. Returns the exit code when the program
-// ends here: after --help, --version or a wrong word, about which it has printed.
+// Reads the words of the command line into the options, which hold the defaults. Returns the exit code if the
+// program ends here: after --help, --version or an invalid argument, which is reported. nullopt: it goes on.
 std::optional<int> options_read(int argc, char** argv, Options& options);

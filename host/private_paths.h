@@ -9,9 +9,9 @@ struct PrivatePaths {
 };
 
 // Makes those of the paths that the machine does not have visible to this process alone, without creating anything on
-// the machine. state_folder is made first: its parent folder may be read-only afterwards. Call it before any other
-// thread starts and after the last use of /proc/self/exe. If the machine does not allow it, prints so on stderr and
-// changes nothing.
+// the machine except state_folder, which is made first: its parent folder may be read-only afterwards. Call it before
+// any other thread starts and after the last use of /proc/self/exe. If the machine does not allow it, prints so on
+// stderr and changes nothing.
 PrivatePaths private_paths_enter(const std::string& state_folder);
 
 // Passes the device's characters to the set, on the thread that writes them. Null: the set takes none.

@@ -134,7 +134,7 @@ std::string refuse_params(std::string_view id, std::string_view member, std::str
                    "{\"member\":" + json_quote(member) + ",\"wanted\":" + json_quote(is_wanted_to_be) + "}");
 }
 
-// Whether a valid JSON text may be passed to the set; kNone: it may.
+// Whether a valid JSON text may be passed to the plugin; kNone: it may.
 RpcError unfit(const JsonFacts& facts, std::string& ret_error) {
   if (facts.values > kLimitParameterValues) {
     ret_error = "a parameter may have " + std::to_string(kLimitParameterValues) + " values";
@@ -250,7 +250,7 @@ RpcRequest read_request(std::string_view text, Reading& reading) {
   return request;
 }
 
-// Refuses a request whose parameter or words must not be passed to the set.
+// Refuses a request whose parameter or words must not be passed to the plugin.
 void refuse_unfit(RpcRequest& request) {
   if (!request.error.empty() || request.call.text.empty()) return;
   JsonFacts facts;

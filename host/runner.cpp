@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/exit_codes.h"
 #include "log_relay.h"
 
 namespace {
@@ -16,7 +17,7 @@ constexpr std::int64_t kSlowNs = std::chrono::nanoseconds(kLimitCallTime).count(
 constexpr std::int64_t kBudgetNs = 1'000'000;  // after this time the leader serves sockets again
 constexpr std::int64_t kBurstNs = 250'000;     // how long the replies of quick calls wait for each other
 constexpr auto kTick = kLimitCallTime;
-// A longer tick means that the process was stopped, not that the leader was stuck.
+// A longer tick counts as only this much: the process was probably suspended.
 constexpr std::chrono::milliseconds kLongestTick{100};
 constexpr std::chrono::seconds kLongestDoze{1};  // while the leader polls
 
@@ -39,7 +40,7 @@ Lane* next_lane(Runner& runner) {
   return nullptr;
 }
 
-// A client's turn ends after a few calls, or after a slow one.
+// Ends the first client's turn: the next take_job takes from the next client.
 void end_turn(Lane& lane) { lane.in_turn = kLimitCallsInTurn; }
 
 Job take_job(Runner& runner, Lane& lane) {
@@ -64,10 +65,9 @@ Job take_job(Runner& runner, Lane& lane) {
 
 void leave_process(const char* text) {
   constexpr std::chrono::milliseconds kLogPatience(1000);
-  constexpr int kInternalSoftwareError = 70;  // EX_SOFTWARE
   fputs(text, stderr);
   log_relay_end(kLogPatience);
-  _exit(kInternalSoftwareError);
+  _exit(kExitStuck);
 }
 
 }  // namespace
@@ -113,7 +113,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
     runner.calling_since.store(now);
     runner.calling.store(self);
     call_run(*runner.stack, *runner.tracer, job.call, outcome);
-    // When another thread has become the leader, calling is no longer this thread's number.
+    // When the lead was taken away, calling is no longer this thread's number.
     if (unsigned still = self; !runner.calling.compare_exchange_strong(still, 0)) {
       {
         const std::lock_guard lock(runner.mutex);
@@ -175,8 +175,7 @@ void runner_watch(Runner& runner) {
 
     unsigned leader = runner.calling.load();
     const std::int64_t since = runner.calling_since.load();
-    // If a new call began between these two loads, it may be mistaken for a slow one. That only makes another thread
-    // lead.
+    // If the slow call ends and a new one begins before the exchange, the new call loses the lead. That does no harm.
     if (leader != 0 && now_ns() - since > kSlowNs && runner.calling.compare_exchange_strong(leader, 0)) {
       runner.vacant = true;
       runner.standby.notify_one();

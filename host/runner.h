@@ -62,8 +62,9 @@ struct Runner {
   std::array<Lane, kRunnerLanes> lanes;
   std::size_t jobs_bytes = 0;
 
-  std::atomic<unsigned> calling{0};            // the number of the leading thread while it is in a call, else 0
-  std::atomic<std::int64_t> calling_since{0};  // steady clock, ns; changes with each call
+  std::atomic<unsigned> calling{
+      0};  // the leader's number during its call; the watching thread sets 0 to take the lead away
+  std::atomic<std::int64_t> calling_since{0};  // steady clock, ns: when the call began, or the call before it returned
   std::atomic<bool> resting{false};            // the leader waits for events
   std::atomic<std::uint64_t> turns{0};         // incremented with each turn and each call of the leader
   std::atomic<bool> dozing{false};             // the watching thread sleeps until the leader stops resting
@@ -101,8 +102,8 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver);
 void runner_take_finished(Runner& runner, std::vector<Finished>& ret_finished);
 
 // Leader: called when a turn begins, and when the leader rests until the next one. A turn that makes no calls need not
-// wake the watching thread (rouses); with runner.polls set, that thread then notices only after a second that the
-// leader is stuck.
+// wake the watching thread (rouses). With runner.polls set, that thread looks again within a second, so a stuck leader
+// is noticed up to a second later than usual.
 void runner_begin_turn(Runner& runner, bool rouses = true);
 void runner_rest(Runner& runner);
 

@@ -130,7 +130,7 @@ void give_memory_back(Server& server) {
 
 // Leads until another thread is the leader, or the server stops.
 void lead(Server& server, unsigned self) {
-  constexpr int kMostHandlers = 64;  // between two rounds of calls; fewer if long messages take the time
+  constexpr int kMostHandlers = 64;  // at most, before calls run again; fewer if long messages take the time
   constexpr std::chrono::milliseconds kHandlersBudget(1);
   asio::io_context& io = server.network->io;
   for (;;) {

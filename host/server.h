@@ -12,7 +12,7 @@ struct ServerOptions {
   Policy policy;
   std::string web_folder;
   std::string token;           // required for control commands; empty: they are always refused
-  bool require_token = false;  // gets, sets and notifications require it too
+  bool require_token = false;  // all requests require it; only the page's files do not
   bool watchdog = true;
   Limits limits;
 };

@@ -70,7 +70,7 @@ struct Server {
   std::vector<std::uint64_t> dirty;  // clients with output to send or input to read
   std::vector<Finished> unkept;      // outcomes that wait until their change is on the disk
   std::uint64_t kept_change = 0;     // changes up to this one have been reported
-  KeptReport unkept_report{};        // the latest failure, for the changes from unkept_from + 1 on
+  KeptReport unkept_report{};        // the latest failure: of the changes after unkept_from, up to its own number
   std::uint64_t unkept_from = 0;
   std::size_t peak_bytes = 0;  // highest number of bytes held for clients since give_memory_back
   std::size_t tracing = 0;
@@ -98,6 +98,6 @@ void server_deliver(Server& server, Job& job, Outcome& outcome);
 void server_serve_inboxes(Server& server);
 
 // connection.cpp: receiving and sending.
-void server_mark(Server& server, Client& client);  // the client has output to send
+void server_mark(Server& server, Client& client);  // the client has output to send or input to read
 void server_flush(Server& server, Client& client);
 void server_answer(Server& server, Client& client, HttpAnswer answer);  // HTTP

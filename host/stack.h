@@ -51,7 +51,8 @@ struct Stack {
   std::uint64_t (*last_change)();
 };
 
-// Loads and starts everything: tap, platform, plugin, both start-up functions. Once per process.
+// Loads tap, platform and plugin, switches the platform on, and calls a_dtv_jsp_init_res and a_dtv_jsp_init. Once per
+// process.
 // Returns false with a message about what is missing or failed.
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error);
 

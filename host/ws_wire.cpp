@@ -18,8 +18,9 @@ asio::io_context& no_context() {
   return context;
 }
 
-// Thrown when Beast asks for another frame and there is none. Beast goes on with the next call, because its state
-// changes only when it gets bytes. ws_wire_test splits a session at every byte to verify this.
+// Thrown when Beast asks for another frame and there is none, or this call has used up its frames. Beast goes on with
+// the next call, because its state changes only when it gets bytes. ws_wire_test splits a session at every byte to
+// verify this.
 struct OutOfFrames {};
 
 // How many bytes of the window Beast gets: a whole frame, or the header of a frame that Beast refuses because of its

@@ -26,8 +26,8 @@ bool is_device(int fd) {
 
 void device_listen(DeviceFct fct) { listener = fct; }
 
-// The dynamic linker finds this function before the C library's. Only the device's request number costs a look-up of
-// the file's path.
+// The dynamic linker finds this function before the C library's. The file's path is looked up only for
+// the device's request number.
 extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) noexcept {
   va_list args;
   va_start(args, request);

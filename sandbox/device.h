@@ -6,6 +6,6 @@ constexpr const char* kDevicePath = "/dev/cli";
 
 using DeviceFct = void (*)(char character);
 
-// Passes each character that this process writes to the device by its control call to fct, on the writing thread. With
-// null, the device's control calls go to the kernel like all others.
+// Calls fct, on the writing thread, with each character that this process sends to the device by ioctl. With null,
+// these calls go to the kernel like all others.
 void device_listen(DeviceFct fct);

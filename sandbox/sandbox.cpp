@@ -110,7 +110,7 @@ bool build_entry(const Node& node, const std::string& old_path, const std::strin
   return true;
 }
 
-// Shows the entries of a folder of the machine, but those that the view replaces. A folder that the machine does not
+// Shows the entries of a folder of the machine, except those that the view replaces. A folder that the machine does not
 // have has none.
 bool pass_through_others(const Node& node, const std::string& old_folder, const std::string& folder,
                          std::string& ret_error) {

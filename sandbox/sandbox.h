@@ -7,7 +7,7 @@
 
 struct WantedPath {
   enum What { kFile, kFolder, kAbsent, kDevice, kBound } what = kFile;
-  std::string content;  // a file's text; for BOUND, the real path of the machine's folder, which is shown read-only
+  std::string content;  // a file's text; for kBound, the real path of the machine's folder, which is shown read-only
 };
 using WantedPaths = std::map<std::string, WantedPath>;  // by absolute path, without a slash at its end
 

@@ -196,13 +196,15 @@ TEST(TvStore, NewerLayoutIsRefusedAndNotChanged) {
   EXPECT_EQ(files_of(folder.path).size(), 1u);
 }
 
-TEST(TvStore, ValueOutsideItsLimitsIsReset) {
-  for (const char* value : {"101", "-1", "'loud'", "NULL", "12.5"}) {
+TEST(TvStore, ValueOutsideItsLimitsIsNotUsed) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"101", "using 20"}, {"-1", "using 20"}, {"'loud'", "using 20"}, {"NULL", "is damaged"}, {"12.5", "is damaged"}};
+  for (const auto& [value, word] : cases) {
     TvFolder folder;
     write_sql(folder.database(), layout_1_sql() + "INSERT INTO settings VALUES ('volume', " + value + ")");
     testing::internal::CaptureStderr();
     ASSERT_EQ(tv_start(folder.path), "");
-    expect_words(testing::internal::GetCapturedStderr(), {"the stored volume ", "reset"});
+    expect_words(testing::internal::GetCapturedStderr(), {"the stored volume ", word});
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 20) << value;
   }
 }
