@@ -18,7 +18,11 @@ boost::json::object reply_takes(std::string_view command, std::string_view what,
   return reply_error(std::string(command) + " takes " + std::string(what) + ", not " + quoted(word));
 }
 
-boost::json::object reply_not_kept() { return reply_error("the change could not be saved; see the set's log"); }
+boost::json::object reply_see_log(std::string_view what) {
+  return reply_error(std::string(what) + "; see the set's log");
+}
+
+boost::json::object reply_not_kept() { return reply_see_log("the change could not be saved"); }
 
 INT32 refuse_call(const char* function, const std::string& why) {
   std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());

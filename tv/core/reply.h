@@ -16,6 +16,9 @@ boost::json::object reply_error(std::string text);
 // For a word that a command does not accept: network takes lose or restore, not "lost".
 boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word);
 
+// For a failure whose reason is on stderr already.
+boost::json::object reply_see_log(std::string_view what);
+
 // For a change that the store has not saved.
 boost::json::object reply_not_kept();
 

@@ -25,7 +25,7 @@ inline constexpr UINT32 kLookUp = VEXTVAPI_CONFIG_ITEM_LOOK_UP;
 inline constexpr UINT32 kUnknownItem = 0x07FF0001;
 
 struct Row {
-  enum Kind { kBool, kNumber, kCode, kText, kAction } kind;
+  enum ValueKind { kBool, kNumber, kCode, kText, kAction } kind;
   const char* key;
   UINT32 item;
   INT32 minimum;

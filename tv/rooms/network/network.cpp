@@ -294,7 +294,7 @@ boost::json::object network_command(Arguments arguments) {
   if (!action.empty() && !simulate(action == "lose")) return reply_not_kept();
   const std::lock_guard guard(state.lock);
   // The thread may be late. Updating here posts the events of all that the reply shows.
-  if (!update_facts()) return reply_error("the network cannot be read; see the set's log");
+  if (!update_facts()) return reply_see_log("the network cannot be read");
   boost::json::object interfaces;
   for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
