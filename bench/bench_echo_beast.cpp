@@ -1,4 +1,4 @@
-// The host's floor with the host's own libraries: a WebSocket server on Asio's reactor and Beast's synchronous stream
+// Measured beside the floor, with the host's own libraries: a WebSocket server on Asio's reactor and Beast's stream
 // over memory. It answers every message with a text of a given length and does nothing else; one recv and one send per
 // turn.
 #include <poll.h>

@@ -244,13 +244,13 @@ struct Side {
 
 struct Operation {
   const char* name;
-  int count;  // how often a repetition operates
+  int count;  // calls of operate in one repetition
   Side ours;
   Side floor;
-  int size = 1;  // operations that each time carries out
+  int size = 1;  // operations that one call of operate carries out
 };
 
-// Nanoseconds of one operation.
+// Nanoseconds of one call of operate.
 static double time_side(const Side& side, int count, double clock_ns) {
   double total = 0;
   if (!side.prepare) {
@@ -287,7 +287,7 @@ static constexpr Operation kOperations[] = {
      {ours_start_channels, ours_append_channels},
      {floor_start_channels, floor_append_channels},
      kAppended},
-    // With a hundred pending, beside the same with one pending.
+    // No floor code here: the plugin with a hundred pending is compared with the plugin with one pending.
     {"notify_behind_100",
      5,
      {ours_fill_servers, ours_append_servers},

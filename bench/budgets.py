@@ -106,7 +106,7 @@ class Machine:
                 raise Failed(f"{path} is missing; build it: {build}")
         cache = (folder / "CMakeCache.txt").read_text(encoding="utf-8")
         if not re.search(r"^CMAKE_BUILD_TYPE:\w+=RelWithDebInfo$", cache, re.M):
-            raise Failed(f"{folder} is no RelWithDebInfo build, of which the figures are; build it: {build}")
+            raise Failed(f"{folder} is no RelWithDebInfo build, as the table requires; build it: {build}")
 
     def run(self, mode, library=None, front=()):
         lines = output([*front, *self.emulator, self.probe, library or self.library, mode]).splitlines()
@@ -233,7 +233,7 @@ def compare(measured, table):
                 failures.append(f"{name} on {machine}: {value:,}, but the table has {limit:,} "
                                 f"({difference(value, limit)})")
             elif value is not None and value * 10 < limit * 9:
-                remarks.append(f"{name} on {machine}: only {value:,}, the table has {limit:,}; --update holds on to it")
+                remarks.append(f"{name} on {machine}: only {value:,}, the table has {limit:,}; --update records it")
     return tests, failures, remarks
 
 

@@ -2,11 +2,11 @@
 """Measures the plugin in process and the host over WebSocket, each beside a floor taken in turn with it.
 
     bench/run.py --build build --out build/bench.json
-    bench/run.py --build build --out other.json --host other/bin/dtv-host      the libraries beside it are its own
+    bench/run.py --build build --out other.json --host other/bin/dtv-host      with the plugin, tap and TV of that build
 
 The host's floor is bench_echo_lws, a server that does nothing but answer; bench_echo_beast stands beside it.
-Writes {name: {value, unit, floor, ratio}}. A missed target is said and is no error: a busy machine measures badly. What
-cannot be measured is said and left out.
+Writes {name: {value, unit, floor, ratio}}. A missed target is printed but is no error, since figures from a busy machine
+are poor. What cannot be measured is printed and left out of the file.
 All servers are started here, listen on the loopback address only and are ended here.
 """
 import argparse
@@ -22,7 +22,7 @@ import tempfile
 import time
 from typing import NamedTuple
 
-ROUNDS = 11  # each figure is the median of so many, short ones: on a busy machine some of them pass undisturbed
+ROUNDS = 11  # short ones, for figures that are medians of rounds: even on a busy machine most pass undisturbed
 GET = '{"jsonrpc":"2.0","id":1,"method":"get","params":{"uri":"/tv/cast/volume/volume"}}'
 GET_REPLY = '"ret":0'
 ECHO_REQUEST = "x" * 100
@@ -32,7 +32,7 @@ SETTLE_SECONDS = 12.0  # CEC devices announce themselves meanwhile, and the time
 IDLE_CLIENTS = 250
 SLOW_GETS_PAUSE_US = 40_000  # 25 a second
 EVENTS = 400
-UNSTEADY = 1.5  # between the quartiles of the rounds; beyond it a figure says more about the machine's other work
+UNSTEADY = 1.5  # upper quartile of the rounds / lower one; above it, a figure says more about the machine's other work
 
 # What must hold of a figure's ratio to its floor; of its value where a unit is given.
 AT_MOST, AT_LEAST = "at most", "at least"
@@ -88,7 +88,7 @@ def run_json(words, timeout):
 
 @contextlib.contextmanager
 def server(words, log, environment=None):
-    """Starts a server that prints its address; gives it, and ends it."""
+    """Starts a server that prints its address, yields it as a Server, and ends it afterwards."""
     with open(log, "w", encoding="utf-8") as errors:
         process = subprocess.Popen([str(word) for word in words], stdout=subprocess.PIPE, stderr=errors, text=True,
                                    env={**os.environ, **(environment or {})})
@@ -130,7 +130,7 @@ def resident_kib(process):
 
 
 def during(seconds, count):
-    """What a count grows by in so long, and how long it was, in seconds."""
+    """(how much a count grew while this slept for about `seconds`, the seconds that really passed)"""
     before, start = count(), time.monotonic()
     time.sleep(seconds)
     return count() - before, time.monotonic() - start
@@ -240,7 +240,7 @@ class Bench:
               f"echo: {len(ECHO_REQUEST)} and {ECHO_REPLY_SIZE}")
 
     def measure_notifications(self, echoes):
-        """A set until another client reads its notification, and the platform's callback until then.
+        """The time from a set, and from a platform callback, until a client has read the notification of it.
 
         The floor of both is the echo's round trip. Callbacks come a millisecond apart, so that host and client have
         gone to sleep. What that alone costs is told by the echo's round trip with a millisecond's pause.
@@ -292,7 +292,7 @@ class Bench:
             self.add("host_memory_per_websocket", "KiB", grown / IDLE_CLIENTS)
 
     def measure_beside_sets(self):
-        """Another client's gets while someone sets steadily, with the store on the disk; the floor is without that."""
+        """A client's gets while another client sets steadily, so that the store writes; the floor: gets without sets."""
         alone, beside, sets = [], [], []
         with self.host("store") as host:
             for _ in range(ROUNDS):
@@ -310,7 +310,7 @@ class Bench:
         self.add_medians("host_changing_set_p50", "us", "p50", sets, [])
 
     def measure_without_tap(self):
-        """Callbacks come 7 ms apart: none replaces one that the host, which must ask for them, has not fetched."""
+        """Without a tap the host polls. Callbacks come 7 ms apart, so that it fetches each before the next replaces it."""
         with self.host("no_tap", "--no-tap", platform=self.lib / "libbench_platform.so",
                        environment={"BENCH_INTERVAL_US": "7000"}) as host:
             self.add("host_no_tap_idle_cpu", "%", self.idle_cpu(host))

@@ -10,8 +10,8 @@
 
 struct Connection {
   int socket = -1;
-  std::vector<char> received;  // bytes read and not yet taken
-  std::size_t taken = 0;       // of them, at the front
+  std::vector<char> received;  // bytes read; the next read removes those already taken
+  std::size_t taken = 0;       // how many bytes at the front of received are already taken
 };
 
 // Connects to 127.0.0.1 and upgrades at /jsonrpc. The socket blocks. Ends the process with a message on failure, as do

@@ -19,7 +19,7 @@ std::vector<Function*>& function_list() {
   return list;
 }
 
-// A pointer argument: what args[i] points at is the pointer.
+// Reads a pointer argument; arg is the address of the pointer.
 template <class T>
 T* pointer_argument(void* arg) {
   void* pointer = nullptr;
@@ -41,7 +41,7 @@ std::size_t count_now(const Signature& signature, const Param& param, void* cons
   return count.negative ? 0 : static_cast<std::size_t>(std::min<std::uint64_t>(room, count.bits));
 }
 
-// The argument as JSON before the call; null for one that is only written.
+// The argument as JSON before the call; a null pointer, not JSON null, for one that is only written.
 cJSON* argument_in(const Signature& signature, std::size_t i, void* const* args, std::size_t size) {
   const Param& param = signature.params[i];
   void* const arg = args[i];

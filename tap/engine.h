@@ -1,5 +1,6 @@
-// What happens to every call and every callback. For each function of the contract the macros of "tap/expand.h" make a
-// few lines that collect the addresses of its arguments and call the functions here, which know no function by name.
+// What happens to every callback, and to every call that does not go straight to the platform. For each function of the
+// contract the macros of "tap/expand.h" make a few lines that decide which it is, collect the addresses of its
+// arguments, and call the functions here, which know no function by name.
 #pragma once
 
 #include <atomic>
@@ -28,14 +29,15 @@ struct Signature {
   void (*invoke)(void* fct, void* ret, void* const* args);
 };
 
-// The callbacks that the plugin registered through one parameter of one function. Each gets a trampoline of its own
-// (a slot), since a platform may keep several at once; the last slot is shared by all further ones.
+// The callbacks that the plugin registered through one parameter of one function. A platform may keep several at once,
+// so each gets a slot with a trampoline of its own. Once all slots are taken, a further one replaces that of the last.
 constexpr std::size_t kSlots = 4;
 struct Registration {
   std::atomic<Function*> function{nullptr};
   std::atomic<const Param*> param{nullptr};
   std::atomic<void*> fct[kSlots]{};
-  // The latest registration, which dtv_tap_raise calls: under the tap's lock. slot is kSlots while there is none.
+  // The latest registration, which is the one that dtv_tap_raise calls. The tap's lock guards slot and tag, and is
+  // released before the callback runs. slot is kSlots while there is none.
   std::size_t slot = kSlots;
   Integer tag;
 };
@@ -135,11 +137,12 @@ bool argument_matches(const Param& param, const cJSON* expected, const cJSON* ca
 bool is_addressed(const Signature& signature, const Param& param, void* const* args);
 Form pointed_form(const Param& param);  // of what an address points at
 const Param* find_param(const Signature& signature, std::string_view name, std::size_t& ret_position);
-// Turns {"2": value, "name": value} or [value, ...] into one value or null per parameter, owned by json.
+// Turns {"2": value, "name": value} or [value, ...] into values by position, owned by json. ret_values has a place for
+// each parameter; the place of one that json leaves out is not written.
 bool by_position(const Signature& signature, const cJSON* json, std::span<const cJSON*> ret_values,
                  std::string& ret_error);
-bool is_output(const Param& param);  // written by the platform
-bool is_input(const Param& param);   // read by the platform
+bool is_output(const Param& param);  // written by what is called: the platform, or the plugin's callback
+bool is_input(const Param& param);   // read by it
 void clear_outputs(const Signature& signature, void* const* args, const std::size_t* sizes);
 void write_output(const Param& param, const cJSON* json, void* arg, std::size_t size);
 void write_result(const Signature& signature, const cJSON* json, void* ret);
@@ -159,11 +162,13 @@ bool raise_and_wait(const Raise& raise, std::int64_t& ret_result, std::string& r
 // Raises it on this thread.
 bool raise_here(const Raise& raise, std::int64_t& ret_result, std::string& ret_error);
 
-// Answer a call in place of the platform. Return whether they did. in: the arguments by name.
+// Answer a call in place of the platform, also one that they have no answer for: its outputs are cleared and its result
+// is 0. False only if the script or the recording was ended meanwhile. in: the arguments by name.
 bool script_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
 bool replay_answer(Function& function, const cJSON* in, void* ret, void* const* args, const std::size_t* sizes);
 
-// Reports what went wrong inside the tap as a line {"t", "seq", "thread", "error"}, or on stderr while nobody watches.
+// Reports what went wrong inside the tap as a line {"t", "seq", "thread", "error"}, or on stderr while there is neither
+// a watcher nor a recording.
 void report_error(const std::string& text);
 
 }  // namespace tap

@@ -78,7 +78,7 @@ Json json_parse(std::string_view text, std::string& ret_error) {
     const std::size_t at = end == nullptr ? 0 : static_cast<std::size_t>(end - terminated.c_str());
     std::size_t line = 1;
     for (std::size_t i = 0; i < at && i < terminated.size(); ++i) line += terminated[i] == '\n';
-    ret_error = "not JSON from line " + std::to_string(line) + ", byte " + std::to_string(at) + " on: \"" +
+    ret_error = "not JSON from line " + std::to_string(line) + " (byte " + std::to_string(at) + " of the text) on: \"" +
                 terminated.substr(std::min(at, terminated.size()), 40) + "\"";
   }
   return json;

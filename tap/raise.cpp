@@ -100,7 +100,7 @@ bool prepare_raise(const char* name, const cJSON* args, Raise& ret_raise, std::s
   for (const Param& param : function->signature.params) {
     if (param.form != Form::callback) continue;
     if (args != nullptr && !cJSON_IsNull(args) && !cJSON_IsArray(args) && !cJSON_IsObject(args)) {
-      ret_error = "the arguments of a callback are an array";
+      ret_error = "the arguments of a callback are an array, or an object by their names";
       return false;
     }
     const Raise raise{

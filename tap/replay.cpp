@@ -1,4 +1,4 @@
-// Answers calls from a recording, in the order in which the recorded calls began, on whatever thread they come.
+// Answers calls from a recording. Calls are expected in the order in which the recorded ones began, on any thread.
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -77,7 +77,7 @@ Entry* take(Replay& replay, Function& function, const cJSON* in) {
   const std::string number = std::to_string(due - replay.entries.begin() + 1);
   note_difference(replay, due == replay.entries.end()
                               ? "after the end of the recording came " + came
-                              : "line " + number + ": recorded was " +
+                              : "entry " + number + ": recorded was " +
                                     describe_call(due->function->signature, arguments_of(*due)) + ", came " + came);
   // Continue after this call's place in the recording, so that one call more or less does not spoil the rest.
   auto found = std::find_if(begin, replay.entries.end(), fits);
@@ -197,7 +197,7 @@ bool replay_load(const char* lines, std::string& ret_error) {
   current().swap(replay);
   set_active(kReplayed, current() != nullptr);
   if (replay) wait_for_events(guard, *replay);
-  guard.unlock();  // the old one is freed without it
+  guard.unlock();  // the old recording is freed without the lock
   return true;
 }
 

@@ -1,5 +1,6 @@
-// The tap's state, for the life of the process. One lock guards whatever is not atomic. It is never held while the
-// platform, the plugin or a hook runs. Nothing is freed at exit, since threads of the platform may still call.
+// The tap's state, for the life of the process. One lock guards whatever is not atomic; a hook and the kept
+// texts have locks of their own. No lock is held while the platform, the plugin or a hook runs. Nothing is freed at
+// exit, since threads of the platform may still call.
 #pragma once
 
 #include <condition_variable>

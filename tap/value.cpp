@@ -47,7 +47,7 @@ bool integer_from_json(const Type& type, const cJSON* json, void* value, std::st
     ret_error = shown(json) + " is not a whole number";
     return false;
   }
-  // A word may be wider than an address, so that one case fits sets of any pointer width.
+  // A number that is too wide for a word is cut, so that one conformance case serves televisions of any pointer width.
   if (type.shape != Shape::kWord && !integer_fits(type, number)) {
     ret_error = shown(json) + " does not fit " + std::to_string(type.size * 8) + " bits";
     return false;

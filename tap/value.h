@@ -93,9 +93,9 @@ cJSON* value_to_json(const Type& type, const void* value);
 cJSON* text_to_json(const char* text, std::size_t size);
 cJSON* array_to_json(const Type& element, const void* values, std::size_t count);
 
-// Write into cleared memory; members that JSON leaves out stay cleared. A text is cut so that it fits with its
-// terminator,
-// {"bytes": ...} is cut to size and gets none. False with ret_error when JSON does not fit the type.
+// Write into cleared memory; what JSON leaves out or gives as null stays cleared. A text is cut so that it fits with
+// its terminator. {"bytes": ...} is cut to size, without a terminator. False with ret_error when JSON does not fit the
+// type.
 bool value_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error);
 bool text_from_json(const cJSON* json, char* text, std::size_t size, std::string& ret_error);
 bool array_from_json(const Type& element, const cJSON* json, void* values, std::size_t count, std::string& ret_error);

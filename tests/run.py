@@ -3,13 +3,15 @@
 
 usage: tests/run.py [--jobs N] [--race SECONDS] [--check | STAGE...] [--list]
 
-Without names every stage runs, with --check those of `make check`. Stages that compile run one after the other in the
-background, and the tests run beside them, as many as the cores take. A stage that needs another one waits for it, and
-is not run when that one prepares and has failed; a stage that is named alone finds what it needs or fails.
+Without names every stage runs, with --check those of `make check`; with both, the named ones among these. Background
+stages (builds, npm installs, clang-tidy) run one at a time at low priority; the other stages run beside them, as many as
+the cores allow. A stage waits for the stages that it needs. It is not run when one that prepares it has failed. A stage
+that is named alone uses what is already built, or fails.
 
 A stage's output comes in one piece when it has ended: all that its failed commands printed, and a line with its time,
 the processor time of its processes, and its tests. A command whose output does not say how many tests it ran is one
-test, which passes when the command exits with 0.
+test, which passes when the command exits with 0; one that says it ran none has failed. The commands of a stage that
+prepares are no tests; one that fails counts as one failure.
 """
 
 import argparse
@@ -78,7 +80,9 @@ def end_on_signals():
 
 
 def run_once(arguments, environment, limit=TIME_LIMIT):
-    """The command has a group of its own, but no session: the kernel may give each session an equal share of the
+    """Runs one command to its end or its time limit.
+
+    It has a process group of its own, but no session: the kernel may give each session an equal share of the
     processor, and `nice` weighs only within a session."""
     hung = threading.Event()
     with tempfile.TemporaryFile() as output:
@@ -98,7 +102,7 @@ def run_once(arguments, environment, limit=TIME_LIMIT):
 
         late = threading.Timer(limit, end)
         late.start()
-        os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)  # until wait4 the number is no other group's
+        os.waitid(os.P_PID, process.pid, os.WEXITED | os.WNOWAIT)  # not yet reaped, so the number cannot be reused
         late.cancel()
         with groups_lock:
             groups.discard(process.pid)
@@ -148,7 +152,7 @@ def run_stage(stage):
         elif its_counts.passed + its_counts.failed + its_counts.skipped.total() == 0:
             its_counts, failed = Counts(failed=1), True
         if program := program_of(ran.arguments):
-            # A case that another word size leaves out counts here: it runs elsewhere. A skipped test does not.
+            # Cases left out because they are for the other word size count: that build runs them. Skipped tests do not.
             tests.append((*program, its_counts.passed + its_counts.failed + its_counts.skipped["ours"]))
         counts += its_counts
         if failed:

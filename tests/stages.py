@@ -9,10 +9,10 @@ ROOT = Path(__file__).resolve().parent.parent
 # The tests that run in every build, also by `make arm`. The others need the virtual television and the host.
 PLUGIN_TESTS = ["base_test", "unit_test", "tap_test", "load_test", "race_test"]
 DESK_TESTS = ["tv_test", "host_test"]
-# The emulator has threads of its own, so that only the superuser gets the file systems that a case wants; unshare makes
-# any user one.
+# A case mounts file systems, for which an ordinary user needs a user namespace. A process with several threads cannot
+# enter one, and the emulator has threads of its own; so `unshare` enters it before the emulator starts.
 EMULATOR = ["qemu-arm"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "qemu-arm"]
-# Programs whose tests mostly wait: so many processes at once each run a part of the tests.
+# Programs whose tests mostly wait, and the number of processes among which each one's tests are divided.
 SHARDS = {"tv_test": 4, "host_test": 4}
 # Where unit tests make their files: in memory, since a disk that others use makes each sync slow. Tests of the disk
 # replace it by one of their own; the system tests use the machine's.
@@ -71,7 +71,7 @@ def with_environment(commands, more):
 
 
 def sanitized(name, jobs, environment):
-    """The build, its programs and its system tests."""
+    """The three stages of a sanitizer: the build, its test programs, its system tests."""
     folder, built = f"build-{name}", (f"{name}-build",)
     return [
         Stage(f"{name}-build", build(name, jobs), prepares=True, background=True),

@@ -66,8 +66,8 @@ const stored = (page: Page): Promise<string | null> => page.evaluate(() => local
 const notice = (page: Page): Locator => page.locator(".access-notice");
 const configLines = (page: Page): Locator => page.locator(".config-line");
 const lookOnly =
-  "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)";
-const noAccess = "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)";
+  "This page shows the configuration only with the token: open the address that dtv-host printed (it ends with #token=...)";
+const noAccess = "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)";
 
 test("the token is removed from the address, stored, and sent before any other call", async ({ host, open }) => {
   const { connections, token, prepare } = guard(host, "control");
@@ -85,7 +85,7 @@ test("the token is removed from the address, stored, and sent before any other c
   }
 });
 
-test("a page without the token can look, and says that it cannot control the set", async ({ host, open }) => {
+test("a page without the token has no configuration, and says why", async ({ host, open }) => {
   const { connections, token, prepare } = guard(host, "control");
   const page = await open("/#configuration", { token: null, prepare });
   await expect(notice(page)).toHaveText(lookOnly);
@@ -95,11 +95,11 @@ test("a page without the token can look, and says that it cannot control the set
   await slider(page).fill("37");
   await expect.poll(() => host.read(volumeUri)).toBe(37);
   for (const [language, words] of Object.entries({
-    deu: "aber das Gerät nicht steuern",
-    fra: "mais pas commander le téléviseur",
-    spa: "pero no controlar el televisor",
-    tur: "izleyebilir ama yönetemez",
-    eng: "but not control the set",
+    deu: "die Konfiguration nur mit dem Token",
+    fra: "n’affiche la configuration",
+    spa: "solo muestra la configuración",
+    tur: "yapılandırmayı yalnızca",
+    eng: "shows the configuration only",
   })) {
     await page.getByRole("combobox").selectOption(language);
     await expect(notice(page)).toContainText(words);

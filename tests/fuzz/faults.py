@@ -193,7 +193,8 @@ def finding(output):
 
 
 def look_for(target, seconds):
-    """Whether the kept inputs find the fault; seconds, executions and finding of the fuzzer, or None."""
+    """Returns ((whether the kept inputs find the fault, row), ""), or (None, output) when the build fails. row: the
+    fuzzer's seconds, executions and finding; None when it finds nothing."""
     begun = time.monotonic()
     compiles = target == DOES_NOT_COMPILE
     made = run(["nice", "ninja", "-C", str(BUILD), "fuzz_request" if compiles else target])

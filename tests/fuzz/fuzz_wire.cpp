@@ -198,7 +198,7 @@ static void read_until(std::vector<Line>& all, milliseconds patience, const char
   }
 }
 
-// Sends the next bytes. When the server takes none, it waits until its answers are read.
+// Sends the next bytes. While the server takes none, reads all connections: it may be waiting for that.
 static void send_some(Line& line, std::size_t bytes) {
   const std::size_t until = line.sent + bytes;
   const auto end = steady_clock::now() + kEnd;
@@ -256,7 +256,7 @@ static void ask_resident() {
 
 // --- What is known of the answers ---
 
-// Whether a set was carried out as its answer says; a get's answer repeats its mark.
+// Checks that a set was carried out if and only if its answer says so, and that a get's answer repeats its mark.
 static void check_marked(const Marked& marked, bool carried_out, bool repeats, std::string_view text) {
   if (marked.mark.empty()) return;
   if (marked.sets)
@@ -303,8 +303,8 @@ static void check_replies(const Line& line) {
 
 // --- One input ---
 
-// Whether everything that is due on a WebSocket connection has come. What is not sent yet when the client shuts its
-// side is lost, so that it waits for the server's close frame first, as the protocol wants it.
+// Whether everything that is due on a WebSocket connection has come. What the server has not sent when the client shuts
+// down its side is lost, so the client first waits for the server's close frame, as the protocol requires.
 static bool has_all(const Line& line) {
   const Script& script = line.script;
   const Received& received = line.received;
@@ -369,7 +369,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     close(line.socket);
     constexpr std::size_t kBuffered = 32768;
     receive_end(line.received, line.reset || line.script.slow || line.received.bytes > kBuffered);
-    // Without regard to the server's deadlines for the connection.
+    // Must hold even when a deadline has ended the connection.
     for (const std::string& mark : line.script.forbidden)
       require(wire_sets(mark) == 0, "what stands behind a refusal or a close is not carried out", mark);
     if (line.script.doubtful || crowded || line.lasted >= kDeadline) continue;

@@ -31,12 +31,12 @@ BUILD = Path(os.environ.get("BUILD", ROOT / "build-asan")).resolve()
 TARGETS = sorted(path.stem for path in HERE.glob("fuzz_*.cpp"))
 AT_A_TIME = 2
 PROGRESS = 15  # seconds between two lines of a target
-# An input fails when it crashes, leaks, takes as long as this, or as much memory; the same when it is replayed.
+# An input fails when it crashes, leaks, or exceeds these limits of time and memory, in fuzzing as in replaying.
 LIMITS = ["-timeout=20", "-report_slow_units=20", "-rss_limit_mb=2000", "-max_len=2048"]
 # What a target's threads reach differs from run to run: to weigh inputs by how rare that is takes most of the time.
 OPTIONS = {"fuzz_wire": ["-entropic=0"]}
 FINDINGS = ("crash-", "leak-", "timeout-", "oom-")
-# Without it the leak sanitizer is silent in some settings of the environment.
+# Without detect_leaks=1 the leak sanitizer is silent in some environments. The caller's own settings win.
 ENVIRONMENT = {"ASAN_OPTIONS": "detect_leaks=1", "UBSAN_OPTIONS": "print_stacktrace=1", **os.environ}
 
 
@@ -115,7 +115,7 @@ def new_folder(path):
 
 
 def fuzz_target(target, seconds):
-    """A row of figures; says how it goes on."""
+    """Fuzzes one target and prints its progress. Returns its row of the final table."""
     found = BUILD / "corpus" / target
     found.mkdir(parents=True, exist_ok=True)
     seeds = new_folder(BUILD / "seeds" / target)

@@ -54,7 +54,7 @@ void add_ping(Maker& maker) {
   if (!maker.script.ended) maker.script.pings.push_back(std::move(payload));
 }
 
-// A message in one frame, or in several with control frames between them. kept: so many bytes are left to the last one.
+// A message in one frame, or in several with control frames between them. The last gets at least `kept` bytes.
 void add_message(Maker& maker, std::string_view message, std::size_t kept = 0) {
   Script& script = maker.script;
   unsigned opcode = kText;
@@ -94,11 +94,11 @@ void add_rpc(Maker& maker) {
   const std::string message = take_wire_message(other, replies);
   const bool too_long = message.size() > maker.target.message_bytes;
   if (too_long || !is_utf8(message)) {
-    // Where the last frame is empty, a sequence that is cut off before it goes unnoticed: the text is then refused as
-    // JSON, in a reply.
+    // The last frame must not be empty: before an empty one the server does not notice a cut-off UTF-8 sequence, and
+    // refuses the text as JSON, in a reply, instead of closing.
     constexpr std::size_t kLastByte = 1;
     add_message(maker, message, kLastByte);
-    // Of a text that is too long in the end, an earlier fragment may be found not to be UTF-8.
+    // 1007 for a text that is too long: the server may reject an early fragment as not UTF-8 before the length shows.
     return end(script, too_long ? std::vector<unsigned>{1009, 1007} : std::vector<unsigned>{1007});
   }
   if (script.ended)

@@ -148,7 +148,7 @@ void take_call(Maker& maker, Request& request, bool refused) {
   const bool sets = !take_chance(bytes, 3);
   const std::string mark = sets ? new_set_mark(maker, !refused) : wire_new_mark();
   request.wanted = {.statuses = {sets ? row.set : row.get, 503}, .marked = {.mark = mark, .sets = sets}};
-  // A later change that reached the disk has saved this one as well.
+  // Also 200: a later change that reaches the disk saves this one as well.
   if (sets && row.act == Act::kUnkept) request.wanted.statuses.push_back(200);
   const std::string parameter = wire_parameter(mark, row.act);
   if (sets) {
@@ -201,7 +201,7 @@ void take_page(Maker& maker, Request& request) {
       {"OPTIONS", "*", {204}},
       {"OPTIONS", kWireUri, {204}},
   };
-  // Only the request says that its answer has a length but no body, and the request may be damaged.
+  // An answer to HEAD has a length but no body, which only the request tells. A damaged script sends GET instead.
   const Row& row = kRows[take_below(maker.bytes, std::size(kRows))];
   const bool to_head = row.method == "HEAD" && !maker.script.doubtful;
   request.method = to_head || row.method != "HEAD" ? row.method : "GET";
@@ -246,7 +246,7 @@ bool take_upgrade(Maker& maker, Request& request) {
   return request.wanted.statuses[0] == 101;
 }
 
-// Headers that do not change the request. Those about the connection's end are for requests that may end it.
+// Headers that do not change what a request does. decides: the request may also say whether the connection stays.
 void take_headers(Maker& maker, Request& request, bool decides) {
   for (std::size_t more = take_below(maker.bytes, 4); more > 0; --more) {
     switch (take_below(maker.bytes, 8)) {

@@ -83,7 +83,8 @@ bool read_answer(Received& received, const Script& script) {
   const bool to_head =
       !script.doubtful && number < script.answers.size() && script.answers[number].to_head && head.status != 408;
   const std::string_view behind = std::string_view(received.rest).substr(end + 4);
-  // In a spoiled connection only the answer itself tells that it is one to HEAD.
+  // In a damaged script the request is unknown: where a HEAD may have been sent, an answer without a body counts as
+  // its.
   const bool may_be_to_head = script.doubtful && script.bytes.find("HEAD ") != std::string::npos &&
                               (behind.empty() || behind.starts_with("HTTP/1.1 "));
   if (to_head || may_be_to_head) length = 0;

@@ -22,7 +22,7 @@ struct WireTarget {
 // What a request's answer says about a mark.
 struct Marked {
   std::string mark;   // empty: the request carries none
-  bool sets = false;  // it was a set's; else a successful answer repeats it
+  bool sets = false;  // the mark of a set; that of a get is repeated by a successful answer
 };
 
 struct WantedAnswer {
@@ -34,7 +34,7 @@ struct WantedAnswer {
 struct Script {
   std::string bytes;
   bool doubtful = false;   // damaged somewhere: what comes back is well-formed, and no more is known
-  bool ended = false;      // what follows must be without effect
+  bool ended = false;      // the bytes so far end the connection: any further ones must have no effect
   bool cut = false;        // nothing follows
   bool websocket = false;  // has been upgraded
   bool follows = false;    // notifications may come
@@ -69,7 +69,7 @@ std::string wire_upgrade(const WireTarget& target);
 std::string wire_text_frame(std::string_view text);
 inline constexpr std::string_view kWireAcceptKey = "s3pPLMBiTxaQ9kYGzzhZRbK+xOo=";
 
-// A mark for a set, which is forbidden from the end of the script on.
+// A mark for a set. The set must not be carried out when the script has already ended, or when it is not allowed.
 std::string new_set_mark(Maker& maker, bool allowed = true);
 
 // A JSON-RPC message by whose ids, or whose number, its replies are known. ret_replies: whether there is a reply.

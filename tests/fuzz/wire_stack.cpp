@@ -174,9 +174,9 @@ std::string wire_parameter(std::string_view mark, Act act) {
 }
 
 std::string wire_new_mark() {
-  // The fuzzer learns the marks that it sees: in another process they are others.
+  // Random start: the fuzzer puts marks it has seen into later inputs, and none of them may be a mark of this process.
   static std::uint64_t number = std::uint64_t{std::random_device()()} << 32;
-  // One digit that is damaged makes a mark that nobody has.
+  // Mixed, so that damaging one digit does not turn a mark into a neighbouring one that is in use.
   const std::uint64_t mixed = ++number * 0x9E3779B97F4A7C15u;
   char text[24];
   snprintf(text, sizeof text, "m%016llx", static_cast<unsigned long long>(mixed));

@@ -11,7 +11,8 @@ const volume = '/tv/cast/volume/volume';
 const token = '0123456789abcdef'.repeat(4);
 const other = 'f'.repeat(64);
 
-// Whoever is not the superuser becomes it in a user namespace. The superuser reads every file, except without this.
+// own: options of unshare; an ordinary user becomes superuser in a user namespace. powerless: a command that drops the
+// superuser's capabilities, with which it could read every file.
 const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
 const powerless = process.getuid() === 0 ? ['setpriv', '--bounding-set=-all', '--inh-caps=-all'] : ['env'];
 

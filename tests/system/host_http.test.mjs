@@ -184,7 +184,7 @@ test('malformed HTTP is answered or closed, and harms nobody else', async (t) =>
   assert.equal(valueOf({ response: (await get(host)).json }), 20);
 });
 
-test('a connection is answered once for each request, and not for a pause', async (t) => {
+test('each request is answered once; a silent or pausing client gets no answer', async (t) => {
   const host = await startHost(t);
   // What was answered is not answered again when the client ends.
   for (const text of [`GET ${volume} HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\n\r\n`, `GET /no HTTP/1.1\r\nHost: 127.0.0.1:${host.port}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n`]) {

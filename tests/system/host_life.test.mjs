@@ -59,7 +59,7 @@ test('a client that vanishes is unsubscribed, and the plugin with the last one',
   await goes.call('trace', { on: true });
   goes.socket.terminate();
   await stays.call('set', { uri: volume, parameter: modify(50) });
-  // Nobody was subscribed then, or the last subscription took its pending text with it: the next one starts empty.
+  // The set found no subscriber, or its text was dropped with the last subscription: a new one starts without it.
   await sleep(200);
   await stays.call('subscribe', { uri: volumeEvents });
   await stays.call('set', { uri: volume, parameter: modify(51) });
@@ -281,7 +281,7 @@ test('a signal that comes twice at once counts as one', async (t) => {
   }
 });
 
-test('twice during a slow call waits for it as well; again later on does not', async (t) => {
+test('two signals at once during a slow call wait for it; a later third one does not', async (t) => {
   const host = await startHost(t, [], { env: { TSAN_OPTIONS: `${process.env.TSAN_OPTIONS ?? ''} report_thread_leaks=0` } });
   const client = await connect(t, host);
   await client.call('tv', { words: ['fault', slowCall, '--delay', '60000'] });

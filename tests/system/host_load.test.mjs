@@ -115,8 +115,8 @@ const harms = {
       };
     },
   },
-  // All but one of a batch's requests are answered at once, with nothing: the batch waits for the one.
-  'batches that wait for the platform, of lists and of requests that nobody is told of': {
+  // Only the first request of a batch has an id. The others are done at once without a reply; the batch waits for it.
+  'batches that wait for one slow get, filled with lists or unknown methods without an id': {
     count: full ? 200 : 8,
     probe: { uri: '/no/such/uri' },
     async begin(t, host, { count }, tv) {
@@ -174,7 +174,7 @@ async function prober(t, host, params) {
 }
 
 for (const [name, harm] of Object.entries(harms))
-  test(`${harm.count} times: ${name}`, async (t) => {
+  test(`${name} (${harm.count})`, async (t) => {
     const host = await startHost(t, ['--no-cec']);
     const other = await prober(t, host, harm.probe ?? { uri: mute });
     const tv = await connect(t, host);

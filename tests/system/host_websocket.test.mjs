@@ -70,7 +70,7 @@ async function check(t, sent, expected) {
   for (const bytes of [...sent, ends ? set(77) : get('"last"')]) client.socket.write(bytes);
   const last = ends ? (heard) => heard.some((one) => one.startsWith('close')) : (heard) => heard.includes('reply last');
   await client.until(last);
-  if (['close 1002', 'close 1007', 'close 1009'].includes(choices[0].at(-1))) client.socket.end(); // who was failed goes
+  if (['close 1002', 'close 1007', 'close 1009'].includes(choices[0].at(-1))) client.socket.end(); // after a protocol error the client must close
   if (ends) await client.ended();
   const heard = client.heard();
   const kind = (text) => text.split(' ')[0].replace('error', 'reply');

@@ -72,8 +72,8 @@ export async function ask(t, host, text) {
 
 export const volumeOf = async (t, host) => JSON.parse((await ask(t, host, getText(host))).text).ITEMS[0].VALUE;
 
-// Sends what must be refused, and behind it a request that must not be carried out: one answer of one of the statuses, which
-// says that the connection ends, and the connection ends; the volume stays. With reset false it is 20 already.
+// Sends what must be refused, and behind it a set that must not be carried out. Checks that there is one answer, with one of
+// the statuses and "Connection: close", that the connection ends, and that the volume is still 20. reset sets it to 20 first.
 export async function refuses(t, host, text, statuses = [400], { behind = putText(host, 77), reset = true } = {}) {
   if (reset) await ask(t, host, putText(host, 20));
   const line = await talk(t, host, Buffer.concat([Buffer.from(text, 'latin1'), Buffer.from(behind)]));

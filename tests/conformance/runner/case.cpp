@@ -15,7 +15,7 @@
 namespace runner {
 namespace {
 
-enum class Value { kAny, kText, kTextOrNull, kNumber, kWhole, kFlag, kObject, kArray, kTexts, kNothing, kWordBits };
+enum class Value { kAny, kText, kTextOrNull, kInteger, kNatural, kFlag, kObject, kArray, kTexts, kNothing, kWordBits };
 
 struct Member {
   std::string_view name;
@@ -30,10 +30,10 @@ const char* value_name(Value value) {
       return "a text";
     case Value::kTextOrNull:
       return "a text or null";
-    case Value::kNumber:
+    case Value::kInteger:
       return "a whole number";
-    case Value::kWhole:
-      return "a whole number from 0 on";
+    case Value::kNatural:
+      return "a whole number, 0 or more";
     case Value::kFlag:
       return "true or false";
     case Value::kObject:
@@ -59,9 +59,9 @@ bool is_value(const cJSON* json, Value value) {
       return cJSON_IsString(json);
     case Value::kTextOrNull:
       return cJSON_IsString(json) || cJSON_IsNull(json);
-    case Value::kNumber:
+    case Value::kInteger:
       return !cJSON_IsBool(json) && tap::json_to_integer(json, number);
-    case Value::kWhole:
+    case Value::kNatural:
       return cJSON_IsNumber(json) && tap::json_to_integer(json, number) && !number.negative;
     case Value::kFlag:
       return cJSON_IsBool(json);
@@ -93,17 +93,17 @@ constexpr Member kCaseMembers[] = {
 constexpr Member kGeneralChecks[] = {{"calls", Value::kArray}, {"log", Value::kTexts},     {"log_has", Value::kTexts},
                                      {"err", Value::kTexts},   {"err_has", Value::kTexts}, {"device", Value::kText}};
 
-constexpr Member kBufferChecks[] = {{"ret", Value::kNumber},
+constexpr Member kBufferChecks[] = {{"ret", Value::kInteger},
                                     {"text", Value::kText},
                                     {"json", Value::kAny},
                                     {"absent", Value::kFlag},
-                                    {"bytes", Value::kWhole}};
-constexpr Member kRetCheck[] = {{"ret", Value::kNumber}};
-constexpr Member kCallChecks[] = {{"ret", Value::kNumber}, {"after", Value::kArray}};
+                                    {"bytes", Value::kNatural}};
+constexpr Member kRetCheck[] = {{"ret", Value::kInteger}};
+constexpr Member kCallChecks[] = {{"ret", Value::kInteger}, {"after", Value::kArray}};
 
 constexpr Member kGetMembers[] = {{"param", Value::kAny}, {"buffer", Value::kNothing}};
 constexpr Member kSetMembers[] = {{"param", Value::kAny}};
-constexpr Member kFetchMembers[] = {{"length", Value::kNumber}, {"buffer", Value::kNothing}};
+constexpr Member kFetchMembers[] = {{"length", Value::kInteger}, {"buffer", Value::kNothing}};
 constexpr Member kRaiseMembers[] = {{"args", Value::kArray}};
 constexpr Member kCallMembers[] = {{"in", Value::kArray}};
 
@@ -158,7 +158,7 @@ std::string check_calls(const cJSON* calls, const Contract& contract) {
   const cJSON* call = nullptr;
   cJSON_ArrayForEach(call, calls) {
     if (!cJSON_IsArray(call) || !cJSON_IsString(call->child)) {
-      return "\"calls\": an entry is an array of a platform function's name and its arguments";
+      return "\"calls\": each entry must be an array: a platform function's name, then its arguments";
     }
     const auto function = contract.find(std::string_view(call->child->valuestring));
     if (function == contract.end()) {
@@ -235,13 +235,13 @@ std::string check_paths(const cJSON* json) {
   const cJSON* library = nullptr;
   cJSON_ArrayForEach(library, cJSON_GetObjectItemCaseSensitive(json, "libraries")) {
     if (!cJSON_IsObject(library) && !cJSON_IsNull(library))
-      return "\"libraries\": " + std::string(library->string) + " is an object of string id and text, or null";
+      return "\"libraries\": " + std::string(library->string) + " must be null or an object {string id: text}";
     if (*library->string != '/')
       return "\"libraries\": \"" + std::string(library->string) + "\" is not an absolute path";
     const cJSON* text = nullptr;
     cJSON_ArrayForEach(text, library) {
       if (!cJSON_IsString(text))
-        return "\"libraries\": the texts of " + std::string(library->string) + " are texts by string id";
+        return "\"libraries\": each string id of " + std::string(library->string) + " must have a text";
     }
   }
   return {};
@@ -292,7 +292,7 @@ Case read_case(PlainCase plain) {
   if (cJSON_IsString(name)) test.name = name->valuestring;
   const cJSON* steps = cJSON_GetObjectItemCaseSensitive(test.json.get(), "steps");
   const bool good = !cJSON_IsArray(steps) || cJSON_GetArraySize(steps) == static_cast<int>(test.step_rows.size());
-  if (test.refusal.empty() && !good) test.refusal = "\"steps\" must be written without escapes";
+  if (test.refusal.empty() && !good) test.refusal = "the key \"steps\" must be written without escapes";
   for (const auto& [key, step] : raw_children(raw_member(test.text, "steps"))) {
     test.step_params.push_back(raw_minified(raw_member(step, "param")));
   }

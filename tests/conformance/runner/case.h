@@ -50,7 +50,8 @@ bool is_word_bits(const cJSON* json);
 // without the look-up function.
 WantedPaths wanted_paths(const Case& test, std::string_view language_template, std::string_view other_library);
 
-// The kind of a step, after the first of its members that names one; null when none does.
+// The member that says what a step does ("get", "set", ...); null when there is none. Of several it returns the one
+// that comes first in the runner's list of kinds; check_case refuses the others as unknown members.
 const cJSON* step_action(const cJSON* step);
 
 }  // namespace runner

@@ -289,7 +289,7 @@ TEST_F(TapTest, a_call_that_differs_from_the_recording_is_told) {
   EXPECT_EQ(replay_report(), "");
   EXPECT_EQ(demo_set(3, 0), 12);  // with other arguments
   EXPECT_EQ(replay_report(),
-            "line 2: recorded was demo_set{\"value\":2,\"flag\":0}, came demo_set{\"value\":3,\"flag\":0}\n");
+            "entry 2: recorded was demo_set{\"value\":2,\"flag\":0}, came demo_set{\"value\":3,\"flag\":0}\n");
   EXPECT_EQ(demo_colour(DEMO_RED), 13);
   ASSERT_EQ(dtv_tap_replay(recording, nullptr), 0);
   EXPECT_EQ(demo_colour(DEMO_RED), 13);  // calls left out

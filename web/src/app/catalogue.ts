@@ -1,5 +1,7 @@
 import type { UriRow } from "./rpc";
 
+/** The URIs that the plugin lists, grouped, ranked and filtered. The texts' catalogue is i18n/catalogue.def. */
+
 export interface Row extends UriRow {
   /** The URI without its group's prefix. */
   tail: string;

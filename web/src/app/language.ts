@@ -10,11 +10,11 @@ const shared = {
   IDS_CONNECTED: "Connected",
   IDS_DISCONNECTED: "Disconnected",
   IDS_LOOK_ONLY:
-    "This page may look, but not control the set: open the address that dtv-host printed (it ends with #token=...)",
+    "This page shows the configuration only with the token: open the address that dtv-host printed (it ends with #token=...)",
   IDS_MENU_LANGUAGE: "Menu language",
   IDS_NOTHING_FOUND: "Nothing found",
   IDS_NOTIFICATIONS: "Notifications",
-  IDS_NO_ACCESS: "This page may not use the set: open the address that dtv-host printed (it ends with #token=...)",
+  IDS_NO_ACCESS: "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)",
   IDS_OFF: "Off",
   IDS_ON: "On",
   IDS_RETRY: "Retry",
@@ -83,7 +83,7 @@ async function readAll() {
   document.documentElement.lang = found.status === "fulfilled" && tag ? tag : "en";
 }
 
-/** The television answers every change of the language with success, so the language is read back. */
+/** The television reports success even for a language that it does not take, so the language is read back. */
 export async function setLanguage(code: string) {
   try {
     await setItem(languageUri, { REQUEST: "MODIFY", VALUE: code });

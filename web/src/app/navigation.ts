@@ -2,7 +2,7 @@ import { batch, computed, effect, signal } from "@preact/signals";
 import { addressHasToken } from "../lib/token";
 import type { View } from "./view";
 
-/** The chosen view and the selected URI, both kept in the page's address. */
+/** The chosen view and the selected URI. The address names a view that is a page, else the selected URI. */
 
 export const view = signal("uris");
 export const selectedUri = signal("");
@@ -48,7 +48,7 @@ export function startNavigation(views: readonly View[]) {
 export function show(next: string) {
   view.value = next;
   const hash = onPage.value ? next : selectedUri.value;
-  // The live log has no address: it leaves the one of the selected URI or page.
+  // The live log has no address of its own: that of the selected URI or page stays.
   if (next === "live" || hash === textOfHash()) return;
   history.pushState(null, "", hash ? `#${hash}` : location.pathname);
 }

@@ -12,7 +12,7 @@ import { createClient, isForbidden, type ConnectionState, type Field, type Kind,
 export const volumeNotifyUri = "/tv/ws/notify/volume_ctrl";
 export const configNotifyUri = "/tv/ws/notify/config_update";
 
-/** What the host lets this page do, judged by its refusals: control the set, only look, or neither. */
+/** What the host lets this page call, judged by its refusals: everything, everything but "tv", or nothing. */
 export type Access = "control" | "look" | "none";
 
 export type LogValue = { uri: string; notification: Json } | { warning: string };
@@ -43,7 +43,7 @@ const client = createClient({
   token,
   onTokenRefused: dropToken,
   onForbidden(method) {
-    // Only "tv" controls the set. A host that refuses any other method refuses them all.
+    // Without the token every host refuses "tv". One that refuses another method refuses them all.
     if (method !== "tv") access.value = "none";
     else if (access.value === "control") access.value = "look";
   },

@@ -21,7 +21,7 @@ interface RowListProps<T> {
   render: (row: T, tabIndex: 0 | -1) => ComponentChildren;
   /** Rows that cannot have the focus, such as headings. */
   isPassive?: (row: T) => boolean;
-  /** The row that the Tab key reaches first; the first row if absent. */
+  /** The row that the Tab key reaches while none has the focus; if absent, the first that can have it. */
   current?: Key;
   label?: string;
   /** Shown while there are no rows. */
@@ -44,6 +44,7 @@ export function RowList<T>(props: RowListProps<T>) {
   const [active, setActive] = useState<Key | null>(null);
   const pendingFocus = useRef<Key | null>(null);
 
+  // The index of the row that the Tab key reaches; -1 if none can have the focus.
   const stop =
     [active, current].map((key) => (key == null ? undefined : indexes.get(key))).find((at) => at !== undefined) ??
     rows.findIndex((row) => !isPassive(row));

@@ -5,7 +5,7 @@ export type Key = string | number;
 /** Rows this far above and below the visible part are rendered as well. */
 const overscanPx = 300;
 
-/** The index of the row at a height. Row i reaches from offsets[i] to offsets[i + 1]. */
+/** The index of the row that many pixels below the list's top. Row i reaches from offsets[i] to offsets[i + 1]. */
 function indexAt(offsets: Float64Array, height: number): number {
   let low = 0;
   let high = offsets.length - 2;
@@ -28,6 +28,7 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
   const scroller = useRef<HTMLDivElement>(null);
   const list = useRef<HTMLOListElement>(null);
   const [, redraw] = useReducer((count: number, _: void) => count + 1, 0);
+  // What the previous render left: heights measured so far, offsets, rows, scroll position, and what stays in place.
   const last = useRef({
     heights: new Map<Key, number>(),
     offsets: new Float64Array(1),

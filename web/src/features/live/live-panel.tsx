@@ -66,7 +66,7 @@ function Notifications() {
         empty={
           watched.value.size > 0
             ? "Waiting for the first notification. Change the volume to see one."
-            : "Nothing is subscribed."
+            : "No URI is subscribed to."
         }
         title={(value) => ("uri" in value ? nameOf(value.uri) : "")}
         estimate={68}

@@ -86,7 +86,8 @@ function readNumbers(typed: string): { value: Json } | Problem {
 }
 
 /**
- * Makes the "PARAMETER" object from the typed texts. Empty fields are not sent, unless every field is required.
+ * Makes the "PARAMETER" object from the typed texts. Empty fields are left out; if `required`, an empty text is
+ * sent as "", and an empty number is a problem.
  */
 export function buildParameter(
   request: string,

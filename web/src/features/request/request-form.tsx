@@ -38,7 +38,7 @@ export function SetForm({ row, type }: FormProps) {
   // A "MODIFY" needs its value; the members of the other request words are optional.
   const required = word === "MODIFY";
   const built = buildParameter(word, fields, values.value, required, kindOf);
-  if (!type?.set) return <p class="hint">The description of {row.type} has no set parameters.</p>;
+  if (!type?.set) return <p class="hint">The description of {row.type} does not say what a set takes.</p>;
   return (
     <RequestForm
       method="set"

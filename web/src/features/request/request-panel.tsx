@@ -80,7 +80,7 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
             </>
           ) : (
             <>
-              <b>Not served.</b> The URI is registered, but the plugin serves no request of it.
+              <b>Not served.</b> The URI is registered, but the plugin serves no request for it.
             </>
           )}
         </p>
@@ -123,7 +123,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
         {notify?.form !== "queued"
           ? "Only the newest notification waits to be fetched."
           : notify.bound
-            ? `Notifications wait in a queue, which starts again when it grows past ${notify.bound} characters.`
+            ? `Notifications wait in a queue. One longer than ${notify.bound} bytes is discarded when the next arrives.`
             : "Notifications wait in a queue until they are fetched."}
       </p>
       {notify && notify.fields.length > 0 && (

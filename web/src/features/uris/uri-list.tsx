@@ -142,7 +142,7 @@ function GroupView({ group, open, words, tabIndex }: { group: Group; open: boole
       <span class="group-name">
         <Marked text={group.prefix} words={words} />
       </span>
-      {!group.served && <span class="quiet">not served</span>}
+      {!group.served && <span class="quiet">{group.rows[0]?.section.toLowerCase()}</span>}
       <span class="count">{group.rows.length}</span>
     </button>
   );
