@@ -1,5 +1,5 @@
 // SQLite databases of the set: opened under an exclusive lock, checked completely, and migrated to the newest layout in
-// steps. The store has one; a room that stores more than settings opens one of its own. The room's lock guards its
+// steps. The store has one; a room that stores more than settings may open one of its own. The room's lock guards its
 // database, so only one thread at a time uses it.
 #pragma once
 

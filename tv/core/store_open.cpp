@@ -41,7 +41,7 @@ std::string error_text(int number) { return std::generic_category().message(numb
 
 // ---- The folder ----
 
-// Whether a set may use the folder: it is empty, or it contains a set's database.
+// Whether the folder seems to be a set's alone: it is empty, or has a set's database.
 bool is_for_a_set(const std::string& folder) {
   std::error_code failed;
   return std::filesystem::is_empty(folder, failed) ||

@@ -1,4 +1,4 @@
-// The players. Each starts when it is first used, so there is nothing to initialise when the plugin starts.
+// There are no players yet; only the plugin's start call succeeds.
 #include "core/contract.h"
 #include "core/room.h"
 
