@@ -4,6 +4,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -41,8 +42,8 @@ struct PowerRecorder {
 
   std::function<std::uint64_t()> acknowledged, begun;
   std::vector<PowerCut> cuts;
-  std::size_t database_syncs = 0;
-  std::size_t every = 100;  // after the first syncs, only one in this many is recorded
+  std::atomic<std::size_t> database_syncs = 0;  // written on the syncing thread
+  std::size_t every = 100;                      // after the first syncs, only one in this many is recorded
 
   // Internal:
   void cut(const std::string& where, const FolderImage& image);
