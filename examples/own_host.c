@@ -9,6 +9,7 @@
  * loader takes the first definition in the order of the command line: the tap's, which forwards each call to the next
  * definition, the television's. Link dtv_tv without dtv_tap, and the plugin calls the television directly; nobody then
  * reports when a notification is pending, so the host polls for it. */
+#define _POSIX_C_SOURCE 200809L /* clock_gettime */
 #include <dtv_js_plugin.h>
 #include <dtv_tap.h>
 #include <dtv_tv.h>
@@ -72,6 +73,9 @@ static int use(int volume) {
 
 int main(int count, char** arguments) {
   if (count != 3) return fail("usage: own_host STATE_FOLDER VOLUME");
+  char* end = NULL;
+  const int volume = (int)strtol(arguments[2], &end, 10);
+  if (*arguments[2] == '\0' || *end != '\0') return fail("the volume is not a number");
   char* error = NULL;
   if (dtv_tv_start(arguments[1], &error) != 0) {
     fail(error);
@@ -82,7 +86,7 @@ int main(int count, char** arguments) {
   dtv_tap_on_event(on_event, &event);
   a_dtv_jsp_init_res();
   a_dtv_jsp_init();
-  const int result = use(atoi(arguments[2]));
+  const int result = use(volume);
   dtv_tap_on_event(NULL, NULL);
   dtv_tv_stop(); /* afterwards no callback runs */
   return result;
