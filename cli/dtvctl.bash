@@ -30,7 +30,7 @@ _dtvctl_uris() { _dtvctl_ask "uris$1" '"uri":"[^"]*"' list ${1:+--can $1}; }
 _dtvctl_tv_words() {  # WORD...: what may come after these words of a command of the television
   local -a given=()
   local word
-  for word in "$@"; do  # what is not a word of the command, such as a folder, does not matter, and is kept nowhere
+  for word in "$@"; do  # a value, such as a folder, does not change the answer: with X for each, few answers are kept
     [[ $word =~ ^[a-z]+$ ]] || word=X
     given+=("$word")
   done

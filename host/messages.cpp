@@ -34,8 +34,8 @@ std::string no_room(std::string_view id) {
   return beyond_limit(id, "the replies of a batch may have ", kLimitBatchReplyBytes, " bytes together");
 }
 
-// Sends the reply to one request, or keeps it until its batch is complete. An empty id marks a
-// JSON-RPC notification: it gets no reply, by HTTP an empty 204.
+// Sends the reply to one request, or keeps it until its batch is complete. An empty id marks a JSON-RPC
+// notification: it gets no reply, by HTTP an empty 204.
 void reply(Server& server, Client& client, std::uint64_t batch_id, std::size_t slot, std::string_view id,
            std::string text) {
   if (id.empty()) text = {};  // not clear(), which would keep its memory until the batch is complete

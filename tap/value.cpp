@@ -38,7 +38,7 @@ std::string shown(const cJSON* json) {
 bool integer_from_json(const Type& type, const cJSON* json, void* value, std::string& ret_error) {
   Integer number;
   if (cJSON_IsString(json) && type.size == sizeof(void*) && !json_to_integer(json, number)) {
-    // An integer as wide as an address, which here is that of a text.
+    // The integer is as wide as an address, and JSON gives a text: the argument becomes the text's address.
     const char* text = keep_text(json->valuestring);
     std::memcpy(value, &text, sizeof text);
     return true;

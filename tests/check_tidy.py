@@ -192,7 +192,7 @@ def passes_of_all_checkouts():
 
 
 def test_checks(source):
-    """The checks of tests/ hold for a test that stands beside what it tests, too."""
+    """The options that apply the checks of tests/ to a test outside tests/, such as a room's."""
     if not source.endswith("_test.cpp") or source.startswith("tests/"):
         return []
     checks = re.search(r"^Checks: '(.*)'", (ROOT / "tests/.clang-tidy").read_text(encoding="utf-8"), re.M)

@@ -34,7 +34,7 @@ enum class FieldKind : UINT8 {
   kInt32Array,
   kUint32Array,
   kObject,    // nested object with a field table of its own
-  kMembers,   // rows of another table, about the same record: their members stand in the same object
+  kMembers,   // the rows of another table for the same record; their members belong to the same JSON object
   kConstant,  // a constant text, without a field in the record; rendered only
 };
 

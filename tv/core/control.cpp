@@ -65,8 +65,8 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
   return parts;
 }
 
-// Returns what the usage text allows as the next word, literal words and placeholders alike, from every form that
-// matches the given words, from every form of the command that they match.
+// Returns what the usage text allows as the next word, literal words and placeholders alike, from every form of the
+// command that the given words match.
 std::vector<std::string> next_words(const Command& command, Arguments given) {
   std::string arguments;  // without its brackets
   std::ranges::remove_copy_if(command.arguments, std::back_inserter(arguments),
@@ -78,8 +78,9 @@ std::vector<std::string> next_words(const Command& command, Arguments given) {
     bool fits = true;
     for (std::size_t i = 0; i < given.size(); ++i) {
       const std::vector<std::string_view> choices = split(places[i], "|");
-      const bool names_a_value = std::ranges::any_of(
-          choices, [](std::string_view choice) { return std::isupper(static_cast<unsigned char>(choice[0])) != 0; });
+      const bool names_a_value = std::ranges::any_of(choices, [](std::string_view choice) {
+        return !choice.empty() && std::isupper(static_cast<unsigned char>(choice[0])) != 0;
+      });
       fits = fits && (names_a_value || std::ranges::find(choices, given[i]) != choices.end());
     }
     for (const std::string_view choice : fits ? split(places[given.size()], "|") : std::vector<std::string_view>())

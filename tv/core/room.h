@@ -31,9 +31,9 @@ using Arguments = std::span<const std::string_view>;
 // A control command: an action of a viewer, or of the world around the set.
 struct Command {
   std::string_view name;
-  // For people and for the shell's completion: " | " separates the command's forms, "|" the choices for one word. Words
-  // in lower case are literal; words in capitals stand for a value, DIR for a folder; brackets enclose optional parts;
-  // "..." after a value means any number of them.
+  // For people and for the shell's completion. " | " separates the command's forms, "|" the choices for one word. The
+  // user types words in lower case literally, a value in place of words in capitals, and a folder in place of DIR.
+  // Brackets enclose optional parts. "..." after a value means that it may be repeated.
   std::string_view arguments;
   std::size_t most_arguments;
   std::string_view help;

@@ -1,4 +1,4 @@
-// Replaces "${name}" in a case, where a name is that of a column, a value or a repetition.
+// Replaces "${name}" in a case by the text of the column, value or repetition with this name.
 #pragma once
 
 #include <deque>
