@@ -139,3 +139,28 @@ test("a log of 10,000 notifications renders few rows, and a row that is being re
   await live.getByRole("button", { name: "Clear" }).click();
   await expect(rows).toHaveCount(0);
 });
+
+test("a log of large notifications keeps the newest, up to 16 million characters", async ({ open }) => {
+  const text = "x".repeat(250_000);
+  const sent = 100;
+  let send: (number: number) => void = () => {};
+  const page = await open("/", {
+    prepare: (page) =>
+      page.routeWebSocket("**/jsonrpc", (socket) => {
+        socket.connectToServer();
+        send = (number) => {
+          const notification = { URI: volumeNotifyUri, REQUEST: "NOTIFY", ITEMS: [{ number, text }] };
+          const params = { uri: volumeNotifyUri, notification };
+          socket.send(JSON.stringify({ jsonrpc: "2.0", method: "notify", params }));
+        };
+      }),
+  });
+  for (let number = 1; number <= sent; ++number) send(number);
+  await expect(page.getByRole("region", { name: "Live" })).toContainText(`${sent} received`);
+  const rows = logRows(page, "Notifications");
+  await expect(rows.first()).toContainText(`#${sent}`);
+  const kept = Number(await rows.first().getAttribute("aria-setsize"));
+  // Each has a few characters beside its text.
+  expect(kept * text.length).toBeLessThan(16_000_000);
+  expect((kept + 2) * text.length).toBeGreaterThan(16_000_000);
+});

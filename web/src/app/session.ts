@@ -17,14 +17,15 @@ export type Access = "control" | "look" | "none";
 
 export type LogValue = { uri: string; notification: Json } | { warning: string };
 
-const loggedEntries = 10_000;
+// A notification may have 256 KiB, so a number of entries alone would not bound the memory.
+const logLimits = { entries: 10_000, characters: 16_000_000 };
 
 export const connection = signal<ConnectionState>({ name: "connecting" });
 export const access = signal<Access>("control");
 export const list = signal<ListResult | null>(null);
 export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
-export const notifications = createLog<LogValue>(loggedEntries);
-export const calls = createLog<TapLine>(loggedEntries);
+export const notifications = createLog<LogValue>(logLimits);
+export const calls = createLog<TapLine>(logLimits);
 export const tracing = signal(false);
 
 export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));

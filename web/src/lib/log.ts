@@ -5,6 +5,14 @@ export interface Entry<T> {
   /** A time of Date.now(). */
   at: number;
   value: T;
+  /** The characters of the value as JSON. */
+  size: number;
+}
+
+/** A log drops its oldest entries beyond either limit. */
+export interface LogLimits {
+  entries: number;
+  characters: number;
 }
 
 export interface Log<T> {
@@ -20,13 +28,24 @@ export interface Log<T> {
   clear(): void;
 }
 
+/** The first entries, as far as both limits allow. */
+function within<T>(limits: LogLimits, entries: Entry<T>[]): Entry<T>[] {
+  let characters = 0;
+  const end = entries.findIndex((entry, index) => {
+    characters += entry.size;
+    return index >= limits.entries || characters > limits.characters;
+  });
+  return end < 0 ? entries : entries.slice(0, end);
+}
+
 /** A bounded log. Its signals change at most once per frame, however fast entries are added. */
-export function createLog<T>(keep: number): Log<T> {
+export function createLog<T>(limits: LogLimits): Log<T> {
   const entries = signal<Entry<T>[]>([]);
   const total = signal(0);
   const paused = signal(false);
   const held = signal(0);
   let waiting: Entry<T>[] = [];
+  let waitingCharacters = 0;
   let frame = 0;
   let count = 0;
 
@@ -37,8 +56,9 @@ export function createLog<T>(keep: number): Log<T> {
       held.value = waiting.length;
       return;
     }
-    entries.value = [...waiting.reverse(), ...entries.value].slice(0, keep);
+    entries.value = within(limits, [...waiting.reverse(), ...entries.value]);
     waiting = [];
+    waitingCharacters = 0;
     held.value = 0;
   }
 
@@ -48,9 +68,13 @@ export function createLog<T>(keep: number): Log<T> {
     paused,
     held,
     add(value) {
-      waiting.push({ number: ++count, at: Date.now(), value });
+      const size = JSON.stringify(value).length;
+      waiting.push({ number: ++count, at: Date.now(), value, size });
+      waitingCharacters += size;
       // A hidden page gets no frames, so the waiting entries are bounded too.
-      if (waiting.length > keep) waiting.shift();
+      while (waiting.length > limits.entries || waitingCharacters > limits.characters) {
+        waitingCharacters -= waiting.shift()!.size;
+      }
       if (!frame) frame = requestAnimationFrame(show);
     },
     setPaused(on) {
@@ -59,6 +83,7 @@ export function createLog<T>(keep: number): Log<T> {
     },
     clear() {
       waiting = [];
+      waitingCharacters = 0;
       count = 0;
       entries.value = [];
       show();
