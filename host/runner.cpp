@@ -33,9 +33,10 @@ std::size_t lane_of(const Job& job) { return job.call.kind == CallKind::kControl
 // Bytes of a waiting job, which count against kLimitWaitingBytes.
 std::size_t size_of(const Job& job) { return sizeof job + job.id.size() + job.call.text.size(); }
 
+// The lanes take turns, so that neither keeps the other's calls from starting.
 Lane* next_lane(Runner& runner) {
-  // Control comes first: its commands are few, and one of them may end a slow call of the other lane.
-  for (const std::size_t lane : {kControlLane, kPluginLane})
+  const std::size_t first = runner.last_lane == kControlLane ? kPluginLane : kControlLane;
+  for (const std::size_t lane : {first, kRunnerLanes - 1 - first})
     if (runner.lanes[lane].jobs > 0 && !runner.lanes[lane].busy) return &runner.lanes[lane];
   return nullptr;
 }
@@ -108,6 +109,7 @@ bool runner_run(Runner& runner, unsigned self, RunnerDeliver deliver) {
     if (lane == nullptr) return true;
     Job job = take_job(runner, *lane);
     lane->busy = true;
+    runner.last_lane = lane_of(job);
 
     runner.turns.fetch_add(1, std::memory_order_relaxed);
     runner.calling_since.store(now);

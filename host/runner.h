@@ -60,6 +60,7 @@ struct Runner {
 
   // Used only by the leader. Taking the lead synchronizes with the previous leader.
   std::array<Lane, kRunnerLanes> lanes;
+  std::size_t last_lane = 0;  // the lane of the newest call
   std::size_t jobs_bytes = 0;
 
   std::atomic<unsigned> calling{

@@ -25,7 +25,7 @@ export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 export const descriptors = (host) => readdirSync(`/proc/${host.child.pid}/fd`).length;
 
-// Returns when a slow platform call that the client has requested is running. The host runs commands first, so the call may
+// Returns when a slow platform call that the client has requested is running. The host's lanes take turns, so the call may
 // begin only after the first command here; when the second is answered, the call has begun.
 export async function callRuns(client) {
   for (let i = 0; i < 2; ++i) await client.call('tv', { words: ['faults'] });

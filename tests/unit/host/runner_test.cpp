@@ -118,6 +118,21 @@ TEST(Runner, ClientsTakeTurns) {
   EXPECT_EQ(order, "aaaabbbcaaaaaa");
 }
 
+// Control commands that each use up the leader's share of time do not keep a request from its turn.
+TEST(Runner, LanesTakeTurns) {
+  Bench bench;
+  bench.stack.tv_control = [](const char*) {
+    std::this_thread::sleep_for(2ms);
+    return strdup("{}");
+  };
+  add(bench.runner, get_job("g1"));
+  add(bench.runner, get_job("g2"));
+  for (const char* id : {"c1", "c2", "c3"}) add(bench.runner, control_job(id));
+  run_all(bench);
+  const std::vector<std::string> expected = {"c1 {}", "g1 /gate", "c2 {}", "g2 /gate", "c3 {}"};
+  EXPECT_EQ(bench.delivered, expected);
+}
+
 TEST(Runner, LanesHaveLimitsOfTheirOwn) {
   Bench bench;
   for (int i = 0; i < 5; ++i) EXPECT_EQ(add(bench.runner, get_job("a"), 5), RunnerAdd::kAdded);
