@@ -54,9 +54,9 @@ DTV_TV_EXPORT char* dtv_tv_control(const char* command);
  * never waits for a callback. */
 DTV_TV_EXPORT void dtv_tv_command(char character);
 
-/* For tests. manual 1: all timers of the set use a clock that only dtv_tv_advance moves: the sleep timer, the end of a
- * channel number, the pace of HDMI-CEC, the wait for another process at the start. 0: they use the machine's monotonic
- * clock again. Neither changes the time of day. Call it before dtv_tv_start. */
+/* For tests. manual 1: all timers of the set and its time of day use a clock that only dtv_tv_advance moves: the sleep
+ * timer, the end of a channel number, the pace of HDMI-CEC, the wait for another process at the start. It begins at the
+ * machine's time. 0: they use the machine's clocks again. Call it before dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_manual_clock(int32_t manual);
 
 /* Advances the manual clock. Timers that become due run on the calling thread, in order, each at its time. Their

@@ -22,6 +22,7 @@
 
 #include <boost/json/fwd.hpp>
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -42,10 +43,20 @@ struct Command {
   boost::json::object (*run)(Arguments arguments);
 };
 
+// A structured item of the configuration that the room answers (getConfigValueStruct, setConfigValueStruct). The caller
+// has compared the length. The functions are called on any thread, without a lock, and return 0 or -1.
+struct StructItem {
+  std::uint32_t id;
+  std::uint32_t length;
+  std::int32_t (*read)(void* record);         // the record holds the request's
+  std::int32_t (*write)(const void* record);  // null: the item cannot be written
+};
+
 // A null function is not called. Rooms are called in the order of their names, but a room must not rely on another one
 // having been loaded or reset before it.
 struct Room {
   std::span<const Command> commands = {};
+  std::span<const StructItem> items = {};
   // Reads the state from the store, and forgets everything else, callbacks included. Events and timers do not run yet.
   void (*load)() = nullptr;
   // Restores the factory state, with callbacks as for any change. False if that was not saved.

@@ -23,6 +23,7 @@ struct Timers {
   bool open = false;
   bool acting = false;              // an action runs, on the thread or in dtv_tv_advance; never two at once
   std::optional<TimerTime> manual;  // the manual clock's time; none: the machine's clock is used
+  std::chrono::system_clock::duration day{};  // the time of day at the manual clock's zero
   std::thread thread;
 };
 
@@ -93,6 +94,14 @@ TimerTime timer_now() {
   return now();
 }
 
+std::int64_t timer_utc_millis() {
+  const std::lock_guard guard(timers.lock);
+  using std::chrono::system_clock;
+  const auto utc =
+      timers.manual ? timers.day + timers.manual->time_since_epoch() : system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(utc).count();
+}
+
 bool timer_set(Timer& timer, TimerTime due, void (*action)()) {
   const std::lock_guard guard(timers.lock);
   if (!timers.open) return false;
@@ -116,7 +125,9 @@ void timer_pause(std::chrono::milliseconds pause) {
 void dtv_tv_manual_clock(int32_t manual) {
   const std::lock_guard guard(timers.lock);
   timers.manual.reset();
-  if (manual != 0) timers.manual = steady_clock::now();
+  if (manual == 0) return;
+  timers.manual = steady_clock::now();
+  timers.day = std::chrono::system_clock::now().time_since_epoch() - timers.manual->time_since_epoch();
 }
 
 void dtv_tv_advance(uint32_t milliseconds) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 using TimerTime = std::chrono::steady_clock::time_point;
 constexpr TimerTime kTimerNever = TimerTime::max();
@@ -19,6 +20,9 @@ void timers_start();
 void timers_stop();
 
 TimerTime timer_now();
+
+// The machine's time of day, in milliseconds since 1970, UTC. With a manual clock it moves with that clock.
+std::int64_t timer_utc_millis();
 
 // Sets the timer, replacing an earlier setting: the timer thread calls action at that time, without a lock. The action
 // may have begun when its timer is set again, so it must check under its room's lock whether it is still due. The

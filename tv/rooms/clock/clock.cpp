@@ -49,6 +49,8 @@ constexpr INT32 kSleepSteps[] = {900, 1800, 3600, 5400,
 
 std::atomic<INT64> moved = 0;  // milliseconds between the machine's clock and the set's; written under the lock
 
+std::atomic<std::uint64_t> changes = 0;  // of the set's time
+
 std::mutex lock;                    // guards the variables below
 TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer is off
 INT32 sleep_duration = 0;           // the duration that it was set to, in seconds
@@ -56,12 +58,7 @@ Timer sleep_timer;
 
 // ---- Time ----
 
-INT64 machine_millis() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
-
-INT64 now_seconds() { return (machine_millis() + moved) / 1000; }
+INT64 now_seconds() { return (timer_utc_millis() + moved) / 1000; }
 
 bool is_time(INT64 seconds) { return seconds >= 0 && seconds <= kLastSecond; }
 
@@ -73,10 +70,11 @@ INT32 move_clock(INT64 by) {
   const SettingValue value[] = {{kMoved.key, by}};
   if (!store_write(value)) return -1;
   moved = by;
+  ++changes;
   return 0;
 }
 
-INT32 set_clock(INT64 millis) { return move_clock(millis - machine_millis()); }
+INT32 set_clock(INT64 millis) { return move_clock(millis - timer_utc_millis()); }
 
 // ---- The zone ----
 
@@ -309,6 +307,10 @@ void clock_stop_sleep() {
   const std::lock_guard guard(lock);
   set_sleep(0);
 }
+
+std::int64_t clock_utc() { return now_seconds(); }
+
+std::uint64_t clock_changes() { return changes; }
 
 bool clock_step_sleep() {
   const std::lock_guard guard(lock);

@@ -366,6 +366,20 @@ bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
   return true;
 }
 
+// Finds the room's item, or refuses the call and returns null.
+const StructItem* struct_item(const char* function, UINT32 id, UINT32 length) {
+  for (const Room* const room : rooms()) {
+    const auto item = std::ranges::find(room->items, id, &StructItem::id);
+    if (item == room->items.end()) continue;
+    if (item->length == length) return &*item;
+    refuse_call(function, "item " + std::to_string(id) + " has " + std::to_string(item->length) + " bytes, not " +
+                              std::to_string(length));
+    return nullptr;
+  }
+  refuse_call(function, "no room has the structured item " + std::to_string(id));
+  return nullptr;
+}
+
 }  // namespace
 
 INT32 a_vextvapi_config_get_value(INT32 input_group, const char* key, INT32* value) {
@@ -450,6 +464,20 @@ INT32 setConfigValueInt32(UINT32 item_id, INT32 value) {
 INT32 setConfigValueString(UINT32 item_id, const char* value) {
   const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kText);
   return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
+}
+
+INT32 getConfigValueStruct(UINT32 item_id, UINT32* length, void* value) {
+  if (length == nullptr || value == nullptr) return -1;
+  const StructItem* const item = struct_item(__func__, item_id, *length);
+  return item == nullptr ? -1 : item->read(value);
+}
+
+INT32 setConfigValueStruct(UINT32 item_id, UINT32 length, const void* value) {
+  if (value == nullptr) return -1;
+  const StructItem* const item = struct_item(__func__, item_id, length);
+  if (item == nullptr) return -1;
+  if (item->write == nullptr) return refuse_call(__func__, "item " + std::to_string(item_id) + " is only read");
+  return item->write(value);
 }
 
 INT32 config_number(const char* key) {
