@@ -21,8 +21,8 @@ struct Timers {
   std::condition_variable changed;
   std::vector<Timer*> waiting;  // the timers that are set, without duplicates
   bool open = false;
-  bool acting = false;              // an action runs, on the thread or in dtv_tv_advance; never two at once
-  std::optional<TimerTime> manual;  // the manual clock's time; none: the machine's clock is used
+  bool acting = false;                        // an action runs, on the thread or in dtv_tv_advance; never two at once
+  std::optional<TimerTime> manual;            // the manual clock's time; none: the machine's clock is used
   std::chrono::system_clock::duration day{};  // the time of day at the manual clock's zero
   std::thread thread;
 };
