@@ -1,0 +1,56 @@
+// The antenna, a folder of transport streams, and the tuners that receive it, for the other rooms.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "broadcast/playout.h"
+#include "broadcast/tables.h"
+
+inline constexpr int kTuners = 2;
+
+struct Multiplex {
+  std::string path;
+  Medium medium = Medium::kAir;
+  std::uint32_t frequency = 0;  // as in TSL_REC_T; of the stream's NIT, else a free one
+  std::uint16_t network = 0;    // original network id
+  std::uint16_t stream = 0;
+  int strength = 0;  // percent
+  int quality = 0;
+};
+
+// The multiplexes in the folder, in the order of their frequencies.
+std::vector<Multiplex> antenna_multiplexes();
+
+// What a reception reports. The functions run on the reception's thread, without a lock, and must not end the
+// reception.
+struct ReceptionUser {
+  // Packets of the multiplex, at the time when they are due.
+  void (*packets)(void* context, const PlayoutChunk& chunk) = nullptr;
+  // The stream ended for good: the file is gone or has no packets any more.
+  void (*lost)(void* context, const std::string& why) = nullptr;
+  void* context = nullptr;
+};
+
+// A multiplex being received by a tuner. Users of the same multiplex share the tuner and its thread. Destroying it ends
+// it: no function of its user runs after that.
+struct Reception;
+struct ReceptionEnd {
+  void operator()(Reception* reception) const;
+};
+using ReceptionHandle = std::unique_ptr<Reception, ReceptionEnd>;
+
+enum class ReceptionRefusal { kNone, kNoSignal, kNoTuner };
+
+// Starts to receive the multiplex of this service. Null: no multiplex of the antenna carries it (kNoSignal), or all
+// tuners receive others (kNoTuner). The caller holds no lock that the user's functions take.
+ReceptionHandle reception_start(const ServiceKey& key, const ReceptionUser& user, ReceptionRefusal& ret_refusal);
+
+// Every tuner that receives something hands the tables of its multiplex to the rooms that keep them: the guide's
+// guide_take. Times of a stream are shifted by whole minutes so that the stream's own clock, when the antenna was
+// loaded, was the set's.
+std::int64_t antenna_time_shift(std::uint16_t network, std::uint16_t stream);

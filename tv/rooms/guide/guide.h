@@ -1,0 +1,41 @@
+// The programme guide, for the other rooms. The room's lock comes after the tuner's and the antenna's, before the
+// channels'. Functions read the database, so they can take some tens of microseconds, and a write some milliseconds.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "broadcast/tables.h"
+
+struct GuideEvent {
+  ServiceKey key;
+  std::uint16_t id = 0;
+  std::int64_t start = 0;  // seconds since 1970, UTC
+  std::uint32_t duration = 0;
+  std::string title;
+  std::string summary;
+  std::string details;
+  std::vector<std::uint8_t> categories;
+  std::uint8_t age = 0;  // minimum age in years; 0: none
+  std::string series;    // XMLTV's series or the title: events with the same one belong together
+};
+
+// Takes a section of events. shift: added to its times (antenna_time_shift). Any thread, without a lock.
+void guide_take(const Eit& eit, std::int64_t shift);
+
+// The event that runs at that time, and the first that begins after it.
+std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time);
+std::optional<GuideEvent> guide_event_after(const ServiceKey& key, std::int64_t time);
+
+std::optional<GuideEvent> guide_event(const ServiceKey& key, std::uint16_t id);
+
+// The events of a service that overlap the time, in their order; at most `most`.
+std::vector<GuideEvent> guide_events(const ServiceKey& key, std::int64_t from, std::int64_t to, std::size_t most);
+
+// Future events of a series on any service, in their order; at most 100.
+std::vector<GuideEvent> guide_series(const std::string& series, std::int64_t from);
+
+// Whether the set's age limit blocks the event.
+bool guide_blocks(const GuideEvent& event);
