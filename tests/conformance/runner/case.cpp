@@ -342,10 +342,8 @@ CaseFile read_case_file(const std::string& path) {
   return file;
 }
 
-Contract read_contract(const char* list) {
+Contract read_contract(const cJSON* list) {
   Contract contract;
-  std::string error;
-  const tap::Json json = tap::json_parse(list, error);
   const auto texts = [](const cJSON* entry, const char* key) {
     std::vector<std::string> result;
     const cJSON* text = nullptr;
@@ -355,7 +353,7 @@ Contract read_contract(const char* list) {
     return result;
   };
   const cJSON* entry = nullptr;
-  cJSON_ArrayForEach(entry, json.get()) {
+  cJSON_ArrayForEach(entry, list) {
     const cJSON* name = cJSON_GetObjectItemCaseSensitive(entry, "name");
     if (!cJSON_IsString(name)) continue;
     contract[name->valuestring] = {

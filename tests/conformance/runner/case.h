@@ -38,7 +38,7 @@ struct ContractFunction {
   bool has_callback = false;
 };
 using Contract = std::map<std::string, ContractFunction, std::less<>>;
-Contract read_contract(const char* list);
+Contract read_contract(const cJSON* list);
 
 // Why a case cannot be run (unknown members or functions, wrong kinds of values, no check); empty when it can.
 std::string check_case(const Case& test, const Contract& contract);

@@ -33,36 +33,10 @@ void add_line(void* context, const char* line) {
   session.lines.emplace_back(line);
 }
 
-void read_registry(Session& session) {
-  if (session.describe == nullptr) return;
-  char* text = session.describe();
-  if (text == nullptr) return;
-  std::string error;
-  const tap::Json json = tap::json_parse(text, error);
-  std::free(text);
-  const cJSON* types = cJSON_GetObjectItemCaseSensitive(json.get(), "types");
-  const cJSON* row = nullptr;
-  cJSON_ArrayForEach(row, cJSON_GetObjectItemCaseSensitive(json.get(), "uris")) {
-    const cJSON* id = cJSON_GetObjectItemCaseSensitive(row, "id");
-    const cJSON* uri = cJSON_GetObjectItemCaseSensitive(row, "uri");
-    if (!cJSON_IsNumber(id) || !cJSON_IsString(uri)) continue;
-    session.uri_of_id[id->valueint] = uri->valuestring;
-    const cJSON* name = cJSON_GetObjectItemCaseSensitive(row, "type");
-    const cJSON* type = cJSON_GetObjectItemCaseSensitive(types, cJSON_IsString(name) ? name->valuestring : "");
-    const cJSON* set = cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(type, "set"), "request");
-    session.words_of_uri[uri->valuestring] = {
-        .set = cJSON_IsString(set) ? set->valuestring : "",
-        .query = cJSON_IsArray(cJSON_GetObjectItemCaseSensitive(type, "query")) != 0};
-  }
-}
-
 // Checks the case before its first step, and loads its answers into the tap. Returns why it cannot be run; empty when
 // it can.
 std::string refuse(Session& session) {
-  char* list = session.list();
-  session.contract = read_contract(list);
-  std::free(list);
-  if (std::string problem = check_case(*session.test, session.contract); !problem.empty()) return problem;
+  if (std::string problem = check_case(*session.test, session.inventory->contract); !problem.empty()) return problem;
   const cJSON* platform = cJSON_GetObjectItemCaseSensitive(session.test->json.get(), "platform");
   char* error = nullptr;
   const std::string answers = platform == nullptr ? "[]" : tap::json_print(platform);
@@ -174,10 +148,11 @@ void report_note(Session& session, const std::string& text) {
   report_line(session.report, line.get());
 }
 
-void child_run(const Case& test, const Libraries& libraries, const ChildFiles& files) {
+void child_run(const Case& test, const Inventory& inventory, const Libraries& libraries, const ChildFiles& files) {
   // Never freed: the tap's watcher points at it until the process ends.
   static Session session;
   session.test = &test;
+  session.inventory = &inventory;
   session.report = files.report;
   session.out.file = files.out;
   session.err.file = files.err;
@@ -192,7 +167,6 @@ void child_run(const Case& test, const Libraries& libraries, const ChildFiles& f
   } else if (!session_load_plugin(session, libraries, error)) {
     report_fail(session, "cannot load: " + error);
   } else {
-    read_registry(session);
     session.watch(add_line, &session);
     device_record();
     run_steps(session);
@@ -207,19 +181,21 @@ void child_inventory(const Libraries& libraries, const ChildFiles& files) {
   static Session session;
   session.report = files.report;
   std::string error;
-  if (session_load_tap(session, libraries, error) && session_load_plugin(session, libraries, error)) {
+  // A line for each library: that of the tap counts also where the plugin cannot be loaded.
+  const auto report = [&](const char* key, char* text) {
     const tap::Json line(cJSON_CreateObject());
-    char* contract = session.list();
-    cJSON_AddItemToObject(line.get(), "contract", cJSON_Parse(contract));
-    std::free(contract);
-    char* registry = session.describe == nullptr ? nullptr : session.describe();
-    cJSON_AddItemToObject(line.get(), "registry", registry == nullptr ? cJSON_CreateNull() : cJSON_Parse(registry));
-    std::free(registry);
+    cJSON_AddItemToObject(line.get(), key, text == nullptr ? cJSON_CreateNull() : cJSON_Parse(text));
+    std::free(text);
     report_line(session.report, line.get());
-    report_end(session);
-  } else {
-    report_fail(session, "cannot load: " + error);
+  };
+  if (session_load_tap(session, libraries, error)) {
+    report("contract", session.list());
+    if (session_load_plugin(session, libraries, error)) {
+      if (session.describe != nullptr) report("registry", session.describe());
+    }
   }
+  if (!error.empty()) report_fail(session, "cannot load: " + error);
+  report_end(session);
   std::exit(session.failed ? 1 : 0);
 }
 

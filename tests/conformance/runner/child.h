@@ -4,6 +4,7 @@
 #include <string>
 
 #include "runner/case.h"
+#include "runner/inventory.h"
 
 namespace runner {
 
@@ -23,9 +24,10 @@ struct ChildFiles {
 
 // Lines of the report: {"step": number} as each begins (0: start-up), {"fail": text}, {"note": text} for -v,
 // {"functions": {name: count}, "uris": {uri: count}} and {"done": true} at the end.
-[[noreturn]] void child_run(const Case& test, const Libraries& libraries, const ChildFiles& files);
+[[noreturn]] void child_run(const Case& test, const Inventory& inventory, const Libraries& libraries,
+                            const ChildFiles& files);
 
-// Writes {"contract": [...], "registry": {...}} (what dtv_tap_list and a_dtv_jsp_describe say) instead of a case.
+// Writes {"contract": [...]} and {"registry": {...}} (what dtv_tap_list and a_dtv_jsp_describe say) instead of a case.
 [[noreturn]] void child_inventory(const Libraries& libraries, const ChildFiles& files);
 
 }  // namespace runner

@@ -194,7 +194,7 @@ int memory_file(const char* name) {
   return file;
 }
 
-void start(Job& job, const Libraries& libraries, int timeout) {
+void start(Job& job, const Inventory& inventory, const Libraries& libraries, int timeout) {
   job.files = {.report = memory_file("report"), .out = memory_file("out"), .err = memory_file("err")};
   job.deadline = Clock::now() + std::chrono::seconds(timeout);
   if (job.test != nullptr) job.deadline += own_delays(job.test->json.get());
@@ -209,7 +209,7 @@ void start(Job& job, const Libraries& libraries, int timeout) {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   if (job.test == nullptr) child_inventory(libraries, job.files);
-  child_run(*job.test, libraries, job.files);
+  child_run(*job.test, inventory, libraries, job.files);
 }
 
 std::string tail_of(const char* name, const std::string& text) {
@@ -288,6 +288,19 @@ void wait_for_one(std::vector<Job*>& running, bool verbose, Coverage& coverage) 
   std::erase_if(running, [](const Job* job) { return job->ended; });
 }
 
+// What cannot be read is missing in the inventory; the cases then say why.
+Inventory take_inventory(const Libraries& libraries, int timeout) {
+  Job job;
+  start(job, {}, libraries, timeout);
+  // A copy of the descriptor: wait_for_one closes the job's own.
+  const int report = dup(job.files.report);
+  Coverage none;
+  for (std::vector<Job*> running = {&job}; !running.empty();) wait_for_one(running, false, none);
+  Inventory inventory = inventory_read(read_memory(report));
+  close(report);
+  return inventory;
+}
+
 void print_job(const Job& job, bool verbose) {
   if (job.passed && !verbose) return;
   std::printf("%s %s: %s\n%s", job.passed ? "PASS" : "FAIL", job.test->file.c_str(), job.test->name.c_str(),
@@ -314,26 +327,19 @@ bool takes(const cJSON* row, const char* use) {
   return false;
 }
 
-// What no case has used; nullopt, after a message, when the library does not describe its rows.
-std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, const Coverage& coverage, int timeout) {
-  Job job;
-  start(job, libraries, timeout);
-  int status = 0;
-  waitpid(job.pid, &status, 0);
-  const std::string report = read_memory(job.files.report);
+// What no case has used; nullopt, after a message, when the libraries do not describe themselves.
+std::optional<std::vector<std::string>> unexercised(const Inventory& inventory, const Coverage& coverage) {
   std::string error;
-  const tap::Json json = tap::json_parse(report.substr(0, report.find('\n')), error);
-  const cJSON* contract = cJSON_GetObjectItemCaseSensitive(json.get(), "contract");
-  const cJSON* rows =
-      cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(json.get(), "registry"), "uris");
-  if (!cJSON_IsArray(contract) || !cJSON_IsArray(rows)) {
-    std::printf("coverage: the libraries do not list their functions and URIs: %s%s", report.c_str(),
-                read_memory(job.files.err).c_str());
+  const tap::Json contract = tap::json_parse(inventory.functions, error);
+  const tap::Json registry = tap::json_parse(inventory.registry, error);
+  const cJSON* rows = cJSON_GetObjectItemCaseSensitive(registry.get(), "uris");
+  if (!cJSON_IsArray(contract.get()) || !cJSON_IsArray(rows)) {
+    std::printf("coverage: the libraries do not list their functions and URIs\n");
     return std::nullopt;
   }
   std::vector<std::string> missing;
   const cJSON* entry = nullptr;
-  cJSON_ArrayForEach(entry, contract) {
+  cJSON_ArrayForEach(entry, contract.get()) {
     const std::string name = cJSON_GetObjectItemCaseSensitive(entry, "name")->valuestring;
     if (!coverage.functions.contains(name)) missing.push_back("platform function " + name);
   }
@@ -361,16 +367,59 @@ std::optional<std::vector<std::string>> unexercised(const Libraries& libraries, 
   return missing;
 }
 
+struct Outcome {
+  int passed = 0;
+  int failed = 0;
+  int left_out = 0;
+  bool found = false;  // a case to run
+  Coverage coverage;
+};
+
+void run_file(const std::string& path, const Options& options, const Inventory& inventory, const Libraries& libraries,
+              Outcome& outcome) {
+  const CaseFile file = read_case_file(path);
+  if (!file.refusal.empty()) {
+    ++outcome.failed;
+    std::printf("FAIL %s: %s\n", file.path.c_str(), file.refusal.c_str());
+  }
+  std::vector<Job> jobs;
+  for (const Case& test : file.cases) {
+    if (test.name.find(options.filter) == std::string::npos) continue;
+    if (is_for_other_word_size(test)) {
+      ++outcome.left_out;
+      continue;
+    }
+    jobs.emplace_back().test = &test;
+  }
+  outcome.found = outcome.found || !jobs.empty();
+
+  std::vector<Job*> running;
+  std::size_t next = 0;
+  std::size_t printed = 0;
+  while (printed < jobs.size()) {
+    while (next < jobs.size() && running.size() < static_cast<std::size_t>(options.jobs)) {
+      start(jobs[next], inventory, libraries, options.timeout);
+      running.push_back(&jobs[next++]);
+    }
+    wait_for_one(running, options.verbose, outcome.coverage);
+    for (; printed < jobs.size() && jobs[printed].ended; ++printed) {
+      print_job(jobs[printed], options.verbose);
+      ++(jobs[printed].passed ? outcome.passed : outcome.failed);
+    }
+  }
+}
+
 // Prints the cases as one file; false, after a message, when one cannot be expanded.
-bool print_expanded(const std::vector<CaseFile>& files, const std::string& filter) {
+bool print_expanded(const Options& options) {
   bool good = true;
   const char* separator = "\n ";
   std::printf("{\"cases\":[");
-  for (const CaseFile& file : files) {
+  for (const std::string& path : find_files(options.paths)) {
+    const CaseFile file = read_case_file(path);
     if (!file.refusal.empty()) std::fprintf(stderr, "%s: %s\n", file.path.c_str(), file.refusal.c_str());
     good = good && file.refusal.empty();
     for (const Case& test : file.cases) {
-      if (test.name.find(filter) == std::string::npos) continue;
+      if (test.name.find(options.filter) == std::string::npos) continue;
       if (!test.refusal.empty()) {
         std::fprintf(stderr, "%s: %s: %s\n", test.file.c_str(), test.name.c_str(), test.refusal.c_str());
         good = false;
@@ -410,57 +459,23 @@ int main(int argc, char** argv) {
   sigaddset(&child_ended, SIGCHLD);
   sigprocmask(SIG_BLOCK, &child_ended, nullptr);
 
-  int passed = 0;
-  int failed = 0;
-  int left_out = 0;
-  std::vector<CaseFile> files;
-  for (const std::string& path : find_files(options.paths)) files.push_back(read_case_file(path));
-  if (options.expand) return print_expanded(files, options.filter) ? 0 : 1;
-  std::vector<Job> jobs;
-  for (const CaseFile& file : files) {
-    if (!file.refusal.empty()) {
-      ++failed;
-      std::printf("FAIL %s: %s\n", file.path.c_str(), file.refusal.c_str());
-    }
-    for (const Case& test : file.cases) {
-      if (test.name.find(options.filter) == std::string::npos) continue;
-      if (is_for_other_word_size(test)) {
-        ++left_out;
-        continue;
-      }
-      Job& job = jobs.emplace_back();
-      job.test = &test;
-    }
-  }
+  if (options.expand) return print_expanded(options) ? 0 : 1;
+  const Inventory inventory = take_inventory(libraries, options.timeout);
+  Outcome outcome;
+  // One file at a time: a case's process inherits what the runner has read, and a leak sanitizer searches all of it.
+  for (const std::string& path : find_files(options.paths)) run_file(path, options, inventory, libraries, outcome);
 
-  Coverage coverage;
-  std::vector<Job*> running;
-  std::size_t next = 0;
-  std::size_t printed = 0;
-  while (printed < jobs.size()) {
-    while (next < jobs.size() && running.size() < static_cast<std::size_t>(options.jobs)) {
-      start(jobs[next], libraries, options.timeout);
-      running.push_back(&jobs[next++]);
-    }
-    wait_for_one(running, options.verbose, coverage);
-    for (; printed < jobs.size() && jobs[printed].ended; ++printed) {
-      print_job(jobs[printed], options.verbose);
-      ++(jobs[printed].passed ? passed : failed);
-      jobs[printed].text.clear();
-    }
-  }
-
-  bool good = failed == 0 && passed > 0;
+  bool good = outcome.failed == 0 && outcome.passed > 0;
   if (options.list_unexercised || options.require_coverage) {
-    const auto missing = unexercised(libraries, coverage, options.timeout);
+    const auto missing = unexercised(inventory, outcome.coverage);
     for (const std::string& what : missing.value_or(std::vector<std::string>{})) {
       std::printf("no case exercises %s\n", what.c_str());
     }
     if (options.require_coverage && (!missing || !missing->empty())) good = false;
   }
-  if (!options.coverage.empty() && !write_coverage(options.coverage, coverage)) good = false;
-  if (jobs.empty() && failed == 0) std::printf("no case was found\n");
-  if (left_out > 0) std::printf("%d left out: they are for sets with another word size\n", left_out);
-  std::printf("%d passed, %d failed\n", passed, failed);
+  if (!options.coverage.empty() && !write_coverage(options.coverage, outcome.coverage)) good = false;
+  if (!outcome.found && outcome.failed == 0) std::printf("no case was found\n");
+  if (outcome.left_out > 0) std::printf("%d left out: they are for sets with another word size\n", outcome.left_out);
+  std::printf("%d passed, %d failed\n", outcome.passed, outcome.failed);
   return good ? 0 : 1;
 }

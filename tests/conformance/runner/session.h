@@ -11,18 +11,14 @@
 #include "dtv_tap.h"
 #include "runner/case.h"
 #include "runner/child.h"
+#include "runner/inventory.h"
 #include "runner/output.h"
 
 namespace runner {
 
-// The request word with which a request reaches the handler of its URI.
-struct RequestWords {
-  std::string set;     // the request word of a set; empty: any
-  bool query = false;  // whether a get can be a query
-};
-
 struct Session {
   const Case* test = nullptr;
+  const Inventory* inventory = nullptr;
   int report = -1;
   Capture out;
   Capture err;
@@ -41,10 +37,6 @@ struct Session {
   decltype(&dtv_tap_script) script = nullptr;
   decltype(&dtv_tap_watch) watch = nullptr;
   decltype(&dtv_tap_raise) raise = nullptr;
-
-  Contract contract;
-  std::map<std::int64_t, std::string> uri_of_id;
-  std::map<std::string, RequestWords> words_of_uri;
 
   std::mutex lines_lock;
   std::vector<std::string> lines;  // the tap's, since the last step; under lines_lock

@@ -71,8 +71,8 @@ bool has_word(const char* param, const std::string& word) {
 
 // A request with a word that its type does not know never reaches the handler, and does not count as a use of the URI.
 void use_request(Session& session, const char* use, const char* uri, const char* param) {
-  const auto words = session.words_of_uri.find(uri == nullptr ? "" : uri);
-  if (words != session.words_of_uri.end()) {
+  const auto words = session.inventory->words_of_uri.find(uri == nullptr ? "" : uri);
+  if (words != session.inventory->words_of_uri.end()) {
     const bool get = std::string_view(use) == "get";
     if (get && !words->second.query && has_word(param, "QUERY")) return;
     if (!get && !words->second.set.empty() && !has_word(param, words->second.set)) return;
@@ -140,7 +140,7 @@ void do_call(Session& session, const cJSON* step, Outcome& outcome) {
   const std::string_view function = name;
   const cJSON* first = in == nullptr ? nullptr : in->child;
   if (function == "tv_ctrl_get" || function == "tv_ctrl_set") {
-    if (const auto uri = session.uri_of_id.find(number_of(first)); uri != session.uri_of_id.end())
+    if (const auto uri = session.inventory->uri_of_id.find(number_of(first)); uri != session.inventory->uri_of_id.end())
       use_uri(session, function == "tv_ctrl_get" ? "get" : "set", uri->second.c_str());
   }
   outcome.ret = exported.run(fct, arguments.data());
@@ -220,7 +220,7 @@ bool same_word(const cJSON* expected, const cJSON* came) {
 bool same_call(const Session& session, const cJSON* expected, const cJSON* line) {
   const char* name = expected->child->valuestring;
   if (std::strcmp(name, member(line, "call")->valuestring) != 0) return false;
-  const ContractFunction& function = session.contract.find(std::string_view(name))->second;
+  const ContractFunction& function = session.inventory->contract.find(std::string_view(name))->second;
   std::size_t i = 0;
   for (const cJSON* argument = expected->child->next; argument != nullptr; argument = argument->next, ++i) {
     const cJSON* came = call_argument(line, function.params[i]);
@@ -233,7 +233,8 @@ std::string show_call(const Session& session, const cJSON* line) {
   const char* name = member(line, "call")->valuestring;
   const tap::Json array(cJSON_CreateArray());
   cJSON_AddItemToArray(array.get(), cJSON_CreateString(name));
-  if (const auto function = session.contract.find(std::string_view(name)); function != session.contract.end()) {
+  if (const auto function = session.inventory->contract.find(std::string_view(name));
+      function != session.inventory->contract.end()) {
     for (const std::string& param : function->second.params) {
       const cJSON* value = call_argument(line, param);
       cJSON_AddItemToArray(array.get(), value == nullptr ? cJSON_CreateNull() : cJSON_Duplicate(value, 1));
