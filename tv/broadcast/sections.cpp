@@ -35,7 +35,8 @@ static std::uint64_t place_of(std::uint16_t pid, Bytes section) {
   const bool has_extension = section.size() >= kLongHeaderSize && (section[1] & 0x80) != 0;
   const bool is_eit = section[0] >= 0x4E && section[0] <= 0x6F && section.size() >= kEitHeaderSize;
   std::uint64_t place = section[0];
-  if (has_extension) place = place << 24 | section[3] << 16 | section[4] << 8 | section[6];
+  if (has_extension)
+    for (const std::size_t i : {3U, 4U, 6U}) place = place << 8 | section[i];
   if (has_extension && is_eit) {
     for (std::size_t i = kLongHeaderSize; i < kEitHeaderSize; ++i) place = place << 8 | section[i];
     place = (place * 0x9E3779B97F4A7C15U) >> (64 - kPlaceBits);

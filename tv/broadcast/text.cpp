@@ -57,6 +57,9 @@ static constexpr std::uint32_t kEmphasisOn = 0x86;
 static constexpr std::uint32_t kEmphasisOff = 0x87;
 static constexpr std::uint32_t kLineBreak = 0x8A;
 static constexpr std::uint32_t kWideControls = 0xE000;
+static constexpr std::uint32_t kFirstSurrogate = 0xD800;
+static constexpr std::uint32_t kLastSurrogate = 0xDFFF;
+static constexpr std::uint32_t kLastCharacter = 0x10FFFF;
 static constexpr std::uint8_t kEuro = 0xA4;  // in ISO 6937
 static constexpr const char* kReplacement = "\xEF\xBF\xBD";
 static constexpr const char* kEuroText = "\xE2\x82\xAC";
@@ -101,11 +104,17 @@ static void write_control(Writing& writing, std::uint32_t code) {
   if (code == kLineBreak) write(writing, "\n");
 }
 
-// The characters of valid UTF-8; control codes among them take effect or are dropped.
+// The characters of what iconv gives, which may have codes beyond Unicode; control codes take effect or are dropped.
 static void write_characters(Writing& writing, std::string_view utf8) {
   while (!utf8.empty()) {
     const auto lead = static_cast<std::uint8_t>(utf8[0]);
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    // glibc takes the old forms of five and six bytes as well.
+    const std::size_t size = lead < 0x80   ? 1
+                             : lead < 0xE0 ? 2
+                             : lead < 0xF0 ? 3
+                             : lead < 0xF8 ? 4
+                             : lead < 0xFC ? 5
+                                           : 6;
     const std::string_view character = utf8.substr(0, size);
     utf8.remove_prefix(character.size());
     std::uint32_t code = lead;
@@ -114,6 +123,8 @@ static void write_characters(Writing& writing, std::string_view utf8) {
     const std::uint32_t control = code >= kWideControls ? code - kWideControls : code;
     if (control >= 0x80 && control < 0xA0)
       write_control(writing, control);
+    else if (code > kLastCharacter || (code >= kFirstSurrogate && code <= kLastSurrogate))
+      write(writing, kReplacement);
     else if (code >= kFirstCharacter && code != 0x7F)
       write(writing, character);
   }
