@@ -8,6 +8,9 @@
 
 #include "tests/unit/tv/store_support.h"
 
+// Other rooms' tests in the same program have records with the same names.
+namespace channels_test {
+
 inline constexpr UINT16 kAir = 1, kCable = 2, kSatellite = 3;
 inline constexpr UINT32 kActive = SVL_NW_MASK_ACTIVE, kVisible = SVL_NW_MASK_VISIBLE, kBlocked = SVL_NW_MASK_BLOCKED;
 inline constexpr const char* kOneList = "all_channel";
@@ -129,3 +132,5 @@ struct TvChannelList : TvChannels {
     EXPECT_EQ(a_vextvapi_channellist_register_callback(listen, kTag), 0);
   }
 };
+
+}  // namespace channels_test
