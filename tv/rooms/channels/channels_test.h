@@ -83,6 +83,10 @@ struct TvChannels : testing::Test {
     dtv_tv_stick_root(world.path.c_str());
     start();
   }
+  ~TvChannels() override {
+    dtv_tv_stop();
+    dtv_tv_stick_root(nullptr);
+  }
   void start() const {
     EXPECT_EQ(tv_start(folder.path), "");
     const std::lock_guard guard(ear.lock);
