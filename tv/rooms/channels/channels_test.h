@@ -8,6 +8,9 @@
 
 #include "tests/unit/tv/store_support.h"
 
+// Other rooms' tests in the same program have records with the same names.
+namespace channels_test {
+
 inline constexpr UINT16 kAir = 1, kCable = 2, kSatellite = 3;
 inline constexpr UINT32 kActive = SVL_NW_MASK_ACTIVE, kVisible = SVL_NW_MASK_VISIBLE, kBlocked = SVL_NW_MASK_BLOCKED;
 inline constexpr const char* kOneList = "all_channel";
@@ -80,6 +83,10 @@ struct TvChannels : testing::Test {
     dtv_tv_stick_root(world.path.c_str());
     start();
   }
+  ~TvChannels() override {
+    dtv_tv_stop();
+    dtv_tv_stick_root(nullptr);
+  }
   void start() const {
     EXPECT_EQ(tv_start(folder.path), "");
     const std::lock_guard guard(ear.lock);
@@ -129,3 +136,5 @@ struct TvChannelList : TvChannels {
     EXPECT_EQ(a_vextvapi_channellist_register_callback(listen, kTag), 0);
   }
 };
+
+}  // namespace channels_test

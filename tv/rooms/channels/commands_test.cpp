@@ -3,6 +3,8 @@
 
 #include "channels_test.h"
 
+using namespace channels_test;
+
 namespace {
 
 bool failed(const std::string& answer) { return answer.rfind(R"({"error":")", 0) == 0; }
@@ -134,7 +136,7 @@ TEST_F(TvChannels, ATableOfFrequenciesIsImportedOnce) {
 
 TEST_F(TvChannels, GoodSectionsOfABadFileAreImported) {
   expect_words(import("list", service("Good", 1, "DVBT", 1) + "nonsense\n"),
-               {R"("added":1)", R"("bad_lines":1,"bad":[{"line":8,"why":)", "nonsense"});
+               {R"("added":1)", R"("bad_lines":1,"bad":[{"line":9,"why":)", "nonsense"});
   expect_words(import("list", "nonsense\n"), {"error", "no services and no multiplexes; line 1", "nonsense"});
   expect_words(import("list", ""), {"error", "no services"});
 }

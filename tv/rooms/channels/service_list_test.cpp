@@ -1,6 +1,8 @@
 // The TV API of one service list.
 #include "channels_test.h"
 
+using namespace channels_test;
+
 namespace {
 
 // What a record has in it before a call that must not touch it.
