@@ -31,6 +31,7 @@ void watch_signals() {
   action.sa_handler = [](int number) { latest_signal = number; };
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);  // a reader of the progress that leaves must not end the program
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow any more is an error of write()
 }
 
 bool interrupted() { return latest_signal != 0; }
@@ -72,9 +73,9 @@ bool file_write(const NewFile& file, std::span<const std::uint8_t> bytes, std::s
   return true;
 }
 
-bool file_commit(NewFile& file, std::string& ret_error) {
+bool file_commit(NewFile& file, bool durable, std::string& ret_error) {
   // A file system may report a full disk only now.
-  const bool kept = fdatasync(file.descriptor) == 0 && close(std::exchange(file.descriptor, -1)) == 0;
+  const bool kept = (!durable || fdatasync(file.descriptor) == 0) && close(std::exchange(file.descriptor, -1)) == 0;
   if (!kept || rename(file.temporary.c_str(), file.path.c_str()) != 0) {
     ret_error = failed("cannot write", file.path);
     return false;

@@ -22,10 +22,11 @@ struct NewFile {
   ~NewFile();
 };
 
-// Each is false with ret_error when the file system refuses.
+// Each is false with ret_error when the file system refuses. file_commit first waits until the disk has the file where
+// `durable` is set: without that, a power cut may leave an empty file under the new name.
 bool file_begin(NewFile& file, const std::string& path, std::string& ret_error);
 bool file_write(const NewFile& file, std::span<const std::uint8_t> bytes, std::string& ret_error);
-bool file_commit(NewFile& file, std::string& ret_error);
+bool file_commit(NewFile& file, bool durable, std::string& ret_error);
 
 // Removes temporary files that a killed program has left in the folder.
 void files_remove_temporary(const std::string& folder);

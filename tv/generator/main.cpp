@@ -130,7 +130,7 @@ ExitCode fill(const Options& options, std::string& ret_error) {
   const int seconds = options.stamp.seconds;
   std::vector<const MultiplexRow*> missing;
   for (const MultiplexRow& multiplex : kMultiplexes)
-    if (!fs::exists(pictures_path(pictures, multiplex, seconds), failed)) missing.push_back(&multiplex);
+    if (!pictures_there(multiplex, pictures, seconds)) missing.push_back(&multiplex);
   if (!missing.empty()) {
     remove_other_pictures(pictures, seconds);
     fprintf(stderr, "dtv-multiplexes: making %zu multiplexes in %s, once\n", missing.size(), options.folder.c_str());

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -48,6 +48,16 @@ struct Job {
     }
   }
 };
+
+// A stream of constant rate has a known length.
+std::size_t expected_length(const MultiplexRow& multiplex, int seconds) {
+  return static_cast<std::size_t>(pictures_rate(multiplex, seconds)) * 1000 / 8 * static_cast<std::size_t>(seconds);
+}
+
+// ffmpeg ends a little before or behind the expected length.
+bool has_length(std::size_t length, std::size_t expected) {
+  return length % kPacketSize == 0 && length > expected / 10 * 9;
+}
 
 // Writes what the command line refers to. The paths are in the order of the multiplex's services.
 bool write_helpers(Job& job, const std::string& folder, int seconds, std::vector<std::string>& ret_strips,
@@ -117,8 +127,7 @@ ExitCode start(Job& job, const std::string& folder, int seconds, std::string& re
   if (!write_helpers(job, folder, seconds, strips, subtitles, ret_error) ||
       !file_begin(job.file, pictures_path(folder, *job.multiplex, seconds), ret_error))
     return kExitOutput;
-  job.expected =
-      static_cast<std::size_t>(pictures_rate(*job.multiplex, seconds)) * 1000 / 8 * static_cast<std::size_t>(seconds);
+  job.expected = expected_length(*job.multiplex, seconds);
   const int failure = spawn(job, pictures_command(*job.multiplex, seconds, strips, subtitles));
   if (failure == 0) return kExitOk;
   ret_error = failure == ENOENT ? "there is no ffmpeg in PATH; install the package ffmpeg"
@@ -192,9 +201,7 @@ ExitCode finish(Job& job, std::string& ret_error) {
   while (waitpid(job.child, &status, 0) < 0)
     if (errno != EINTR) break;
   job.child = -1;
-  // A stream of constant rate has a known length; ffmpeg may end a little before or behind it.
-  const bool whole = job.received % kPacketSize == 0 && job.received > job.expected / 10 * 9;
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || !whole) {
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || !has_length(job.received, job.expected)) {
     ret_error = "ffmpeg has failed for " + std::string(job.multiplex->name) +
                 (WIFSIGNALED(status) ? ", by signal " + std::to_string(WTERMSIG(status))
                                      : ", with exit code " + std::to_string(WEXITSTATUS(status))) +
@@ -202,10 +209,16 @@ ExitCode finish(Job& job, std::string& ret_error) {
                 (job.complaint.empty() ? "" : ":\n" + job.complaint);
     return kExitRefused;
   }
-  return file_commit(job.file, ret_error) ? kExitOk : kExitOutput;
+  return file_commit(job.file, true, ret_error) ? kExitOk : kExitOutput;
 }
 
 }  // namespace
+
+bool pictures_there(const MultiplexRow& multiplex, const std::string& folder, int seconds) {
+  std::error_code failed;
+  const std::uintmax_t length = std::filesystem::file_size(pictures_path(folder, multiplex, seconds), failed);
+  return !failed && has_length(length, expected_length(multiplex, seconds));
+}
 
 ExitCode pictures_make(std::span<const MultiplexRow* const> multiplexes, const std::string& folder, int seconds,
                        std::string& ret_error) {

@@ -14,6 +14,9 @@ inline constexpr int kPicturesVersion = 1;
 // Where the pictures of a multiplex are kept.
 std::string pictures_path(const std::string& folder, const MultiplexRow& multiplex, int seconds);
 
+// Whether they are kept there, at their whole length.
+bool pictures_there(const MultiplexRow& multiplex, const std::string& folder, int seconds);
+
 // Of its packets, null packets included, in kbit/s.
 int pictures_rate(const MultiplexRow& multiplex, int seconds);
 

@@ -46,7 +46,7 @@ Words codec_options(Codec codec) {
             "-g",       "12",         "-bf",      "2",
             "-threads", "1"};
   return {"-c",       "libx264", "-preset",  "superfast", "-b", std::to_string(kH264Rate) + "k",
-          "-maxrate", "600k",    "-bufsize", "600k",     "-g", "25",
+          "-maxrate", "600k",    "-bufsize", "600k",      "-g", "25",
           "-threads", "1"};
 }
 

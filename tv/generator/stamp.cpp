@@ -162,5 +162,5 @@ bool stamp_multiplex(const MultiplexRow& multiplex, const Stamp& stamp, const st
     ret_error = pictures + " has too few null packets for the guide; remove it";
     return false;
   }
-  return file_commit(file, ret_error);
+  return file_commit(file, false, ret_error);  // the next start makes it again
 }
