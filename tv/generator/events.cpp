@@ -104,7 +104,8 @@ void append_components(std::vector<std::uint8_t>& loop, const ServiceRow& servic
 
 }  // namespace
 
-std::vector<std::uint8_t> event_bytes(const ServiceRow& service, const Programme& programme, bool running) {
+std::vector<std::uint8_t> event_bytes(const ServiceRow& service, const Programme& programme,
+                                      std::uint8_t running_status) {
   const Show& show = *programme.show;
   std::vector<std::uint8_t> loop;
   append_short(loop, service.language, service.character_set, show.title,
@@ -135,7 +136,7 @@ std::vector<std::uint8_t> event_bytes(const ServiceRow& service, const Programme
   eitn_set_event_id(event.data(), programme.id);
   eitn_set_start_time(event.data(), dvb_time_encode_UTC(programme.start));
   eitn_set_duration_bcd(event.data(), dvb_time_encode_duration(programme.duration));
-  eitn_set_running(event.data(), running ? 4 : 1);
+  eitn_set_running(event.data(), running_status);
   if (service.scrambled) eitn_set_ca(event.data());
   eitn_set_desclength(event.data(), static_cast<std::uint16_t>(loop.size()));
   event.insert(event.end(), loop.begin(), loop.end());

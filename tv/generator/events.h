@@ -8,4 +8,5 @@
 #include "generator/services.h"
 
 // The entry of the event loop: header and descriptors.
-std::vector<std::uint8_t> event_bytes(const ServiceRow& service, const Programme& programme, bool running);
+std::vector<std::uint8_t> event_bytes(const ServiceRow& service, const Programme& programme,
+                                      std::uint8_t running_status);

@@ -84,7 +84,8 @@ void append_day(std::uint16_t service, absl::CivilDay day, std::vector<Programme
     const std::int64_t next = next_fixed(service, day, now, show);
     int minutes = show == nullptr ? 0 : show->shortest;
     if (show == nullptr || next > now) {
-      const auto hour = static_cast<int>((now - utc_of(day, 0)) / 3600);
+      const absl::CivilHour begin = absl::ToCivilHour(absl::FromUnixSeconds(now), zone());
+      const auto hour = static_cast<int>(begin - absl::CivilHour(day));
       show = &pick(service, hour, scattered(number, service, index * 2), previous);
       minutes = minutes_of(*show, scattered(number, service, index * 2 + 1), static_cast<int>((next - now) / 60));
     }
@@ -121,6 +122,7 @@ ZoneOffset programmes_zone(std::int64_t utc) {
 std::vector<Programme> programmes_between(std::uint16_t service, std::int64_t from, std::int64_t to) {
   const auto day_of = [](std::int64_t utc) { return absl::ToCivilDay(absl::FromUnixSeconds(utc), zone()); };
   std::vector<Programme> programmes;
+  if (std::ranges::find(kShows, service, &Show::service) == std::end(kShows)) return programmes;
   for (absl::CivilDay day = day_of(from) - 1; day <= day_of(to); ++day) append_day(service, day, programmes);
   std::erase_if(programmes,
                 [from, to](const Programme& each) { return each.start + each.duration <= from || each.start >= to; });

@@ -35,4 +35,5 @@ struct ZoneOffset {
 ZoneOffset programmes_zone(std::int64_t utc);
 
 // The service's programmes that end after `from` and begin before `to`, in seconds since 1970, without gaps.
+// None if the service has no guide.
 std::vector<Programme> programmes_between(std::uint16_t service, std::int64_t from, std::int64_t to);

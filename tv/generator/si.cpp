@@ -24,6 +24,10 @@ constexpr int kDaysPerTable = 4;
 constexpr std::uint32_t kNumbersSpecifier = 0x28;     // private data specifier of the logical channel numbers
 constexpr std::uint16_t kConditionalAccess = 0x4A80;  // CA system id
 constexpr std::uint16_t kEcmPid = 0x1F00;
+// running_status. The schedule leaves it undefined, so that it stays the same all day, like its version.
+constexpr std::uint8_t kUndefined = 0;
+constexpr std::uint8_t kNotRunning = 1;
+constexpr std::uint8_t kRunning = 4;
 
 // The length that stands in front of a loop: 12 bits, below four reserved ones.
 void append_loop(Section& section, const std::vector<std::uint8_t>& loop) {
@@ -213,10 +217,13 @@ void append_present_following(const MultiplexRow& multiplex, const ServiceRow& s
   const int table = actual ? EIT_TABLE_ID_PF_ACTUAL : EIT_TABLE_ID_PF_OTHER;
   // Programmes begin at whole five minutes, so that another version means other programmes.
   const auto version = static_cast<std::uint8_t>(utc / 300 % 32);
-  for (std::size_t number = 0; number < 2 && number < programmes.size(); ++number) {
+  for (std::size_t number = 0; number < 2; ++number) {
     Section section = open_eit(multiplex, service.id, table);
-    const std::vector<std::uint8_t> event = event_bytes(service, programmes[number], number == 0);
-    section.insert(section.end(), event.begin(), event.end());
+    if (number < programmes.size()) {
+      const std::vector<std::uint8_t> event =
+          event_bytes(service, programmes[number], number == 0 ? kRunning : kNotRunning);
+      section.insert(section.end(), event.begin(), event.end());
+    }
     close_eit(section, version, static_cast<int>(number), 1, 1, table);
     ret_sections.push_back(std::move(section));
   }
@@ -224,12 +231,11 @@ void append_present_following(const MultiplexRow& multiplex, const ServiceRow& s
 
 // One segment: at least one section, an empty one if nothing begins within these three hours.
 std::vector<Section> segment_sections(const MultiplexRow& multiplex, const ServiceRow& service, int table,
-                                      std::int64_t begin, std::int64_t now) {
+                                      std::int64_t begin) {
   std::vector<Section> sections = {open_eit(multiplex, service.id, table)};
   for (const Programme& programme : programmes_between(service.id, begin, begin + kSegment)) {
     if (programme.start < begin) continue;
-    const bool running = programme.start <= now && now < programme.start + programme.duration;
-    const std::vector<std::uint8_t> event = event_bytes(service, programme, running);
+    const std::vector<std::uint8_t> event = event_bytes(service, programme, kUndefined);
     if (sections.back().size() + event.size() + PSI_CRC_SIZE > kLongestEventSection)
       sections.push_back(open_eit(multiplex, service.id, table));
     sections.back().insert(sections.back().end(), event.begin(), event.end());
@@ -250,7 +256,7 @@ void append_schedule(const MultiplexRow& multiplex, const ServiceRow& service, c
     std::vector<std::vector<Section>> table;
     for (int segment = 0; segment < segments; ++segment)
       table.push_back(segment_sections(multiplex, service, EIT_TABLE_ID_SCHED_ACTUAL_FIRST + index,
-                                       midnight + (index * kSegmentsPerTable + segment) * kSegment, stamp.utc));
+                                       midnight + (index * kSegmentsPerTable + segment) * kSegment));
     const int last = (segments - 1) * kSectionsPerSegment + static_cast<int>(table.back().size()) - 1;
     for (int segment = 0; segment < segments; ++segment) {
       std::vector<Section>& sections = table[static_cast<std::size_t>(segment)];
