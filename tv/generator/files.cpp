@@ -9,13 +9,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
 namespace {
 
-constexpr std::string_view kTemporarySuffix = ".part";
 constexpr int kLockPeriod = 100;  // ms between two looks at a lock that another program has
 
 volatile std::sig_atomic_t latest_signal = 0;
@@ -49,7 +47,7 @@ NewFile::~NewFile() {
 
 bool file_begin(NewFile& file, const std::string& path, std::string& ret_error) {
   // A name of its own, since the antenna takes every file that ends with .ts.
-  const std::string temporary = path + std::string(kTemporarySuffix);
+  const std::string temporary = file_temporary(path);
   file.descriptor = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0666);
   if (file.descriptor < 0) {
     ret_error = failed("cannot create", temporary);
@@ -84,11 +82,7 @@ bool file_commit(NewFile& file, bool durable, std::string& ret_error) {
   return true;
 }
 
-void files_remove_temporary(const std::string& folder) {
-  std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored))
-    if (entry.path().native().ends_with(kTemporarySuffix)) std::filesystem::remove(entry.path(), ignored);
-}
+std::string file_temporary(const std::string& path) { return path + ".part"; }
 
 bool folder_lock(const std::string& folder, std::string& ret_error) {
   const std::string path = folder + "/lock";

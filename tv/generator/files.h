@@ -28,8 +28,8 @@ bool file_begin(NewFile& file, const std::string& path, std::string& ret_error);
 bool file_write(const NewFile& file, std::span<const std::uint8_t> bytes, std::string& ret_error);
 bool file_commit(NewFile& file, bool durable, std::string& ret_error);
 
-// Removes temporary files that a killed program has left in the folder.
-void files_remove_temporary(const std::string& folder);
+// The temporary name of a file.
+std::string file_temporary(const std::string& path);
 
 // Holds the lock of the folder until the program ends; waits while another program has it. False with ret_error if it
 // cannot be locked.

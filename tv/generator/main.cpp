@@ -104,6 +104,20 @@ std::optional<int> read_options(int argc, char** argv, Options& ret_options) {
   return std::nullopt;
 }
 
+std::string multiplex_path(const std::string& folder, const MultiplexRow& multiplex) {
+  return folder + "/" + std::string(multiplex.name) + ".ts";
+}
+
+// Removes what a killed program has left.
+void remove_temporary(const std::string& folder, const std::string& pictures) {
+  std::error_code ignored;
+  for (const MultiplexRow& multiplex : kMultiplexes)
+    fs::remove(file_temporary(multiplex_path(folder, multiplex)), ignored);
+  for (const auto& entry : fs::directory_iterator(pictures, ignored))
+    if (entry.path() == file_temporary(entry.path().parent_path() / entry.path().stem()))
+      fs::remove(entry.path(), ignored);
+}
+
 // Removes pictures of other versions and lengths.
 void remove_other_pictures(const std::string& folder, int seconds) {
   std::error_code ignored;
@@ -124,8 +138,7 @@ ExitCode fill(const Options& options, std::string& ret_error) {
     return kExitOutput;
   }
   if (!folder_lock(pictures, ret_error)) return kExitOutput;
-  files_remove_temporary(options.folder);
-  files_remove_temporary(pictures);
+  remove_temporary(options.folder, pictures);
 
   const int seconds = options.stamp.seconds;
   std::vector<const MultiplexRow*> missing;
@@ -137,7 +150,7 @@ ExitCode fill(const Options& options, std::string& ret_error) {
     if (const ExitCode code = pictures_make(missing, pictures, seconds, ret_error); code != kExitOk) return code;
   }
   for (const MultiplexRow& multiplex : kMultiplexes) {
-    const std::string path = options.folder + "/" + std::string(multiplex.name) + ".ts";
+    const std::string path = multiplex_path(options.folder, multiplex);
     if (!stamp_multiplex(multiplex, options.stamp, pictures_path(pictures, multiplex, seconds), path, ret_error))
       return kExitOutput;
   }

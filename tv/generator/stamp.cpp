@@ -95,10 +95,14 @@ void scramble(std::uint8_t* packet) {
   for (std::uint8_t* byte = ts_payload(packet); byte < packet + TS_SIZE; ++byte) *byte ^= kKey;
 }
 
-// The pictures' PMT is one packet with one section at its begin.
+// The pictures' PMT is one packet with one section at its begin, and room for a descriptor behind it. Any other packet,
+// of a damaged file, is left as it is.
 void announce_scrambling(std::uint8_t* packet) {
-  const std::uint8_t* section = ts_section(packet);
-  if (!ts_get_unitstart(packet) || psi_get_length(section) + 32 > TS_SIZE) return;
+  const std::uint8_t* section = ts_payload(packet) + 1;
+  const std::ptrdiff_t room = packet + TS_SIZE - section - (DESC09_HEADER_SIZE + PSI_HEADER_SIZE);
+  if (!ts_get_unitstart(packet) || room < PMT_HEADER_SIZE || section[-1] != 0 || psi_get_length(section) > room ||
+      !pmt_validate(section))
+    return;
   std::uint8_t counter = ts_get_cc(packet);
   const std::uint16_t pid = ts_get_pid(packet);
   std::memcpy(packet, packets_of(si_scrambled_pmt(section), pid, counter)[0].data(), TS_SIZE);
@@ -156,6 +160,10 @@ bool stamp_multiplex(const MultiplexRow& multiplex, const Stamp& stamp, const st
     for (std::size_t packet = 0; packet < got; ++packet, ++number)
       stamp_packet(insertion, multiplex, stamp, number / packets * stamp.seconds, buffer.data() + packet * TS_SIZE);
     if (!file_write(file, {buffer.data(), got * TS_SIZE}, ret_error)) return false;
+  }
+  if (ferror(input.get()) != 0) {
+    ret_error = "cannot read " + pictures;
+    return false;
   }
   for (std::size_t index = 0; index < insertion.carousels.size(); ++index) {
     if (insertion.turns[index].complete >= insertion.carousels[index].sections.size()) continue;
