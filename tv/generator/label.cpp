@@ -118,7 +118,7 @@ void draw_text(Bitmap& ret_bitmap, int left, int top, int scale, std::string_vie
       for (int x = 0; x < kGlyphWidth * scale; ++x) {
         const bool dot = kGlyphs[glyph][y / scale] << (x / scale) & 0x10;
         if (dot && begin + x < ret_bitmap.width && top + y < ret_bitmap.height)
-          ret_bitmap.pixels[static_cast<std::size_t>((top + y) * ret_bitmap.width + begin + x)] = ink;
+          ret_bitmap.pixels.begin()[(top + y) * ret_bitmap.width + begin + x] = ink;
       }
     }
   }

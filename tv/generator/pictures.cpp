@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -162,7 +163,7 @@ void report(std::span<const std::unique_ptr<Job>> jobs, int& tenths) {
     received += job->received;
     expected += job->expected;
   }
-  const int now = static_cast<int>(received * 10 / expected);
+  const int now = static_cast<int>(received * 10 / std::max<std::size_t>(expected, 1));
   if (now <= tenths || now > 10) return;
   tenths = now;
   fprintf(stderr, "dtv-multiplexes: pictures and sound: %d %%\n", now * 10);

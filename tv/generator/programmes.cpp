@@ -18,12 +18,12 @@ constexpr int kLongest = 120;
 constexpr int kStep = 5;
 
 const absl::TimeZone& zone() {
-  static const absl::TimeZone known = [] {
+  static const absl::TimeZone kKnown = [] {
     absl::TimeZone loaded;
     absl::LoadTimeZone(kZone, &loaded);
     return loaded;
   }();
-  return known;
+  return kKnown;
 }
 
 std::int64_t utc_of(absl::CivilDay day, int hour) {

@@ -1,4 +1,4 @@
-// The guide: invented programmes, the same for each day and service whenever they are asked for.
+// The guide: invented programmes. They depend only on the day and the service.
 #pragma once
 
 #include <cstdint>

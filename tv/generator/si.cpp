@@ -29,7 +29,7 @@ constexpr std::uint8_t kUndefined = 0;
 constexpr std::uint8_t kNotRunning = 1;
 constexpr std::uint8_t kRunning = 4;
 
-// The length that stands in front of a loop: 12 bits, below four reserved ones.
+// Appends a loop with its length in front: 12 bits, below four reserved ones.
 void append_loop(Section& section, const std::vector<std::uint8_t>& loop) {
   section.push_back(static_cast<std::uint8_t>(0xF0 | loop.size() >> 8));
   section.push_back(static_cast<std::uint8_t>(loop.size()));
