@@ -219,6 +219,32 @@ def printer_lists_present_and_following(context):
             equal([present_following[number].get("running") for number in (0, 1)], ["4", "1"], "running status")
 
 
+def streams_can_be_decoded(context):
+    """Every picture and sound that is not scrambled, without a word of complaint from the decoder."""
+    for name, stream in FILES.items():
+        maps = [word for service in of_stream(stream) if not service.scrambled for word in ("-map", f"0:p:{service.id}")]
+        ran = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", context.folder / f"{name}.ts", *maps, "-c:s",
+                              "copy", "-f", "null", "-"], stderr=subprocess.PIPE, text=True, timeout=LIMIT, check=False)
+        equal((ran.returncode, ran.stderr), (0, ""), f"complaints about {name}")
+
+
+def clocks_are_even(context):
+    """The clock of each service advances as its packets do, and comes at least every 40 ms."""
+    for name, stream in FILES.items():
+        data = (context.folder / f"{name}.ts").read_bytes()
+        clocks = defaultdict(list)
+        for at in range(0, len(data), transport.PACKET):
+            if data[at + 3] & 0x20 and data[at + 4] and data[at + 5] & 0x10:
+                bits = int.from_bytes(data[at + 6:at + 12], "big")
+                clocks[(data[at + 1] & 0x1F) << 8 | data[at + 2]].append(((bits >> 15) * 300 + (bits & 0x1FF), at))
+        equal(set(clocks), {0x200 + 16 * (service.id % 100) for service in of_stream(stream)}, "PIDs with a clock")
+        for pid, its in clocks.items():
+            rate = (its[-1][1] - its[0][1]) / (its[-1][0] - its[0][0])  # bytes in 1/27,000,000 s
+            for (early, from_byte), (late, to_byte) in zip(its, its[1:]):
+                assert 0 < late - early <= 27000 * 40, f"clock of {pid:#x} goes from {early} to {late}"
+                assert abs((late - early) * rate - (to_byte - from_byte)) < 2, f"clock of {pid:#x} is uneven at {to_byte}"
+
+
 def counters_have_no_gap(context):
     for name in FILES:
         latest = {}
@@ -529,7 +555,7 @@ def wrong_command_lines(context):
 
 CHECKS = [
     folder_has_the_multiplexes, ffprobe_lists_programs, printer_lists_network, printer_lists_services,
-    printer_lists_present_and_following, counters_have_no_gap, time_moves_through_the_file,
+    printer_lists_present_and_following, streams_can_be_decoded, clocks_are_even, counters_have_no_gap, time_moves_through_the_file,
     other_multiplexes_are_announced, schedule_has_no_gap, events_describe_themselves, scrambled_service_is_scrambled,
     later_start_needs_no_ffmpeg_and_changes_nothing, next_day_continues_the_guide, shorter_guide,
     damaged_pictures_are_made_again, missing_ffmpeg, failing_ffmpeg, file_that_cannot_grow, folder_that_cannot_be,
