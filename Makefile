@@ -10,9 +10,13 @@ export PATH := $(shell tools/node.sh path):$(PATH)
 all: build web
 	@cmake --build --preset release --parallel $(JOBS)
 
+# The antenna of the virtual television: a folder of multiplexes, made at the first start and dated anew at each one.
+ANTENNA = "$${XDG_CACHE_HOME:-$$HOME/.cache}/dtv_js_plugin/antenna"
+
 # Builds and starts the host with the virtual television; ARGS go to dtv-host, for example ARGS="--listen 127.0.0.1:9000".
 run: build web
-	@build/bin/dtv-host $(ARGS)
+	@build/bin/dtv-multiplexes $(ANTENNA)
+	@build/bin/dtv-host --antenna $(ANTENNA) $(ARGS)
 
 # What to run before each commit: builds, and runs the quick tests and the checks of what has changed.
 check: check-packages
@@ -59,7 +63,7 @@ arm-packages:
 
 build: packages
 	@cmake --preset release >/dev/null
-	@cmake --build --preset release --parallel $(JOBS) --target dtv_js_plugin dtv_tap dtv_tv dtv_host dtvctl
+	@cmake --build --preset release --parallel $(JOBS) --target dtv_js_plugin dtv_tap dtv_tv dtv_host dtvctl dtv_multiplexes
 
 web: web/dist/index.html
 

@@ -31,7 +31,7 @@ HEADING = re.compile(r"^#{1,6}[ \t]+(?P<title>.+?)[ \t]*#*$", re.M)
 SUFFIX = r"\.(?:c|cpp|h|def|map|py|sh|bash|mjs|ts|tsx|json|md|cmake)"
 PATH = re.compile(rf"[\w.<*-]+[\w.<>*/-]*{SUFFIX}|(?:[\w.<>*-]+/)+[\w.<>*-]*")
 # How a program's help shows its options.
-BUILT = {"dtv-host": [["--help"]], "conformance": [["--help"]],
+BUILT = {"dtv-host": [["--help"]], "dtv-multiplexes": [["--help"]], "conformance": [["--help"]],
          "dtvctl": [["--help"]] + [[command, "--help"] for command in "get set watch list functions trace tv".split()]}
 
 

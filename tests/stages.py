@@ -99,8 +99,10 @@ def stages(jobs, only_check, race_seconds):
         Stage("web", [["make", "--silent", "web"]], prepares=True, background=True),
         Stage("packages", [node_modules("tests/system"), node_modules("tests/browser")], prepares=True, background=True),
         Stage("unit", unit("build", PLUGIN_TESTS + DESK_TESTS) +
-              library("build", "build/lib/libdtv_tv.so", "build/bin/dtv-host", "build/bin/dtvctl"),
+              library("build", "build/lib/libdtv_tv.so", "build/bin/dtv-host", "build/bin/dtvctl",
+                      "build/bin/dtv-multiplexes"),
               after=("build",), check=True),
+        Stage("multiplexes", [script("tests/broadcast/check_multiplexes.py", "build")], after=("build",), cores=2),
         Stage("conformance", [script("tests/conformance/selftest.py", "build/bin/conformance",
                                      "build/lib/libconformance_selftest_plugin.so"), conformance("build")],
               after=("build",), check=True),

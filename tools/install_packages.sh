@@ -3,7 +3,7 @@
 set -eu
 
 build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
-       libsqlite3-dev libabsl-dev libbitstream-dev libxml2-dev tzdata libgtest-dev libgmock-dev"
+       libsqlite3-dev libabsl-dev libbitstream-dev libxml2-dev tzdata ffmpeg libgtest-dev libgmock-dev"
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
