@@ -80,6 +80,7 @@ static void write_guide(const std::string& path) {
               kCategories[(i + k) % 6]);
     }
   }
+  fputs("</tv>\n", file);
   fclose(file);
 }
 
@@ -99,7 +100,8 @@ static void import_guide(const std::string& path) {
     answer = control(R"(["guide"])");
   }
   const std::string expected = "\"events\":" + std::to_string(kChannels * kEventsPerChannel) + ",";
-  if (answer.find(expected) == std::string::npos) fail("the import ended with " + answer);
+  if (answer.find(expected) == std::string::npos || answer.find(R"("state":"done")") == std::string::npos)
+    fail("the import ended with " + answer);
   printf("{\"name\":\"guide_import\",\"unit\":\"s\",\"value\":%.2f}\n", seconds_now() - begin);
   printf("{\"name\":\"guide_import_peak_memory\",\"unit\":\"MiB\",\"value\":%.1f}\n", peak_memory());
 }

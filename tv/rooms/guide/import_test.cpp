@@ -17,8 +17,8 @@ TEST_F(GuideImport, MatchesChannelsByNameNumberAndTheViewersWord) {
       import_guide(xmltv_channel("a", "oNe") + xmltv_channel("b", "2") + xmltv_channel("other.tv", "Something") +
                    xmltv_channel("c", "Unknown") + titled("a", 0, 10, "A") + titled("b", 0, 10, "B") +
                    titled("other.tv", 0, 10, "C") + titled("c", 0, 10, "D") + titled("undeclared", 0, 10, "E"));
-  expect_words(answer, {R"("events":3,)", R"("matched":3,"unmatched":2,"unmatched_channels":["c (Unknown)","undeclared"])",
-                        R"("state":"done")"});
+  expect_words(answer, {R"("events":3,)", R"("matched":3,"unmatched":2,)",
+                        R"x("unmatched_channels":["c (Unknown)","undeclared"])x", R"("state":"done")"});
   EXPECT_EQ(range(kOne, 0, 60), "A 0-10");
   EXPECT_EQ(range(kTwo, 0, 60), "B 0-10");
   EXPECT_EQ(range(kThree, 0, 60), "C 0-10");

@@ -98,6 +98,7 @@ bool is_shown(const VEXTVAPI_EVENT_QUERY_PARAM_T& how, const GuideBrief& brief, 
 std::vector<UINT16> query_range(Database& database, std::int64_t channel, GuideSpan span, std::size_t most) {
   const VEXTVAPI_EVENT_QUERY_PARAM_T how = current_parameter();
   std::vector<UINT16> ids;
+  if (span.to <= span.from) return ids;
   std::int64_t shown_until = span.from;
   const auto fill = [&](std::int64_t until) {
     const std::int64_t gap = until - shown_until;
