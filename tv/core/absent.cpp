@@ -7,8 +7,6 @@ INT32 a_vextvapi_channellist_register_callback(a_vextvapi_channellist_nfy_fct ca
   return callback ? 0 : -1;
 }
 
-INT32 a_vextvapi_broadcast_register_callback(a_vextvapi_broadcast_nfy_fct callback, void*) { return callback ? 0 : -1; }
-
 INT32 a_vextvapi_event_register_callback(a_vextvapi_event_nfy_fct callback, void*) { return callback ? 0 : -1; }
 
 INT32 a_vextvapi_time_register_dt_event_callback(a_vextvapi_time_dt_nfy_fct callback, void*) {
