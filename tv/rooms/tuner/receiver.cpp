@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+using std::chrono::microseconds;
+
 struct Receiver {
   ServiceKey key;
   ReceiverUser user;
@@ -12,54 +14,57 @@ struct Receiver {
   ReceiverOutput output = ReceiverOutput::kOff;
   ServiceStreamHandle stream;
   std::vector<std::uint8_t> held;
-  std::vector<std::uint8_t> taken;    // of one chunk; only the reception's thread uses it
-  std::vector<std::uint8_t> passing;  // likewise
-  ReceptionHandle reception;          // set once, before anybody else sees the receiver
+  // The reception's thread alone uses these; times are those of the chunks.
+  std::vector<std::uint8_t> taken;  // of one chunk
+  std::vector<std::uint8_t> passing;
+  bool has_news = false;
+  microseconds next_news{0};
+  microseconds clear_from{0};
+  ReceptionHandle reception;  // set once, before anybody else sees the receiver
 };
 
 namespace {
 
 // Copies what the stream says about the service. The caller holds the lock. Returns whether it is new.
-bool note_facts(Receiver& receiver) {
+bool note_facts(Receiver& receiver, microseconds now) {
   const Pmt* const pmt = service_stream_pmt(*receiver.stream);
-  // Once scrambled packets have come: a stream that begins anew has not seen them.
-  const bool scrambled = receiver.facts.scrambled || service_stream_scrambled(*receiver.stream);
+  if (pmt == nullptr) return false;  // of a stream that has begun anew
+  if (service_stream_scrambled(*receiver.stream)) receiver.clear_from = now + kClearAfter;
+  const bool scrambled = now < receiver.clear_from;
   const auto& known = receiver.facts.pmt;
-  const bool new_pmt = pmt != nullptr && (!known || known->version != pmt->version);
+  const bool new_pmt = !known || known->version != pmt->version;
   if (!new_pmt && scrambled == receiver.facts.scrambled) return false;
   if (new_pmt) receiver.facts.pmt = *pmt;
   receiver.facts.scrambled = scrambled;
   return true;
 }
 
+// Keeps the packets, or moves them to `passing`. The caller holds the lock.
+void sort_packets(Receiver& receiver) {
+  if (receiver.output == ReceiverOutput::kHold && receiver.held.size() + receiver.taken.size() > kMostHeldPackets) {
+    receiver.stream = service_stream_start(receiver.key.service);  // sends its PAT and PMT again
+    receiver.held.clear();
+  } else if (receiver.output != ReceiverOutput::kOff) {
+    receiver.held.insert(receiver.held.end(), receiver.taken.begin(), receiver.taken.end());
+  }
+  if (receiver.output == ReceiverOutput::kPass) receiver.passing.swap(receiver.held);
+}
+
 void take(void* context, const PlayoutChunk& chunk) {
   Receiver& receiver = *static_cast<Receiver*>(context);
   receiver.taken.clear();
   receiver.passing.clear();
-  bool news = false;
   {
     const std::lock_guard guard(receiver.lock);
     service_stream_take(*receiver.stream, chunk, receiver.taken);
-    news = note_facts(receiver);
-    switch (receiver.output) {
-      case ReceiverOutput::kOff:
-        break;
-      case ReceiverOutput::kHold:
-        if (receiver.held.size() + receiver.taken.size() > kMostHeldPackets) {
-          // A stream that begins anew sends its PAT and PMT again.
-          receiver.stream = service_stream_start(receiver.key.service);
-          receiver.held.clear();
-        } else {
-          receiver.held.insert(receiver.held.end(), receiver.taken.begin(), receiver.taken.end());
-        }
-        break;
-      case ReceiverOutput::kPass:
-        receiver.passing.swap(receiver.held);
-        receiver.passing.insert(receiver.passing.end(), receiver.taken.begin(), receiver.taken.end());
-        break;
-    }
+    receiver.has_news = note_facts(receiver, chunk.due) || receiver.has_news;
+    sort_packets(receiver);
   }
-  if (news) receiver.user.news(receiver.user.context);
+  if (receiver.has_news && chunk.due >= receiver.next_news) {
+    receiver.has_news = false;
+    receiver.next_news = chunk.due + kNewsPause;
+    receiver.user.news(receiver.user.context);
+  }
   if (!receiver.passing.empty()) receiver.user.packets(receiver.user.context, receiver.passing);
 }
 

@@ -1,6 +1,7 @@
 // One service as a tuner delivers it: what is known of its streams, and its packets for a player.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <span>
@@ -10,8 +11,14 @@
 #include "rooms/antenna/antenna.h"
 
 // Packets that are kept for the player until the result of a change is known. A change takes about a second, in which a
-// high-definition service sends about 1 MB; of what is longer, the latest part is kept.
+// high-definition service sends about 1 MB. Beyond the limit, all are dropped.
 inline constexpr std::size_t kMostHeldPackets = std::size_t{4} << 20;  // bytes
+
+// A broadcast may change its PMT or its scrambling with every packet. The user hears of it at most this often.
+inline constexpr std::chrono::milliseconds kNewsPause(100);
+
+// How long no packet may have come scrambled for a service to be clear again.
+inline constexpr std::chrono::milliseconds kClearAfter(1000);
 
 struct ReceiverFacts {
   ReceptionRefusal refusal = ReceptionRefusal::kNone;

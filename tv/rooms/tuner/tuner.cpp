@@ -174,39 +174,6 @@ INT32 a_vextvapi_broadcast_select_channel(UINT16 svl_id, UINT16 svl_rec_id, UINT
   return why.empty() ? 0 : refuse_call(__func__, why);
 }
 
-INT32 a_vextvapi_broadcast_ana_channel_fine_tune(const char* path, UINT32, UINT8) {
-  if (path == nullptr || !equal_ignoring_case(path, "main")) {
-    return refuse_call(__func__, "the picture is \"main\", not " + (path == nullptr ? "null" : quoted(path)));
-  }
-  const auto channel = tuner_channel();
-  if (!channel) return refuse_call(__func__, "no channel is tuned");
-  return refuse_call(__func__, "channel " + std::to_string(channel->number) +
-                                   " is digital; only the frequency of an analogue channel can be shifted");
-}
-
-INT32 a_vextvapi_channellist_get_current_channel(UINT16* ret_list, SVL_REC_T* ret_service, TSL_REC_T* ret_stream) {
-  if (ret_list == nullptr || ret_service == nullptr || ret_stream == nullptr) {
-    return refuse_call(__func__, "there is no room for the answer");
-  }
-  const auto channel = tuner_channel();
-  if (!channel) return refuse_call(__func__, "the channel list is empty");
-  SVL_REC_T service{};
-  service.ui2_svl_rec_id = channel->record;
-  service.t_rec_hdr.ui4_channel_id = channel->id;
-  const auto bit = [](bool set, UINT32 mask) { return set ? mask : 0; };
-  service.t_rec_hdr.ui4_nw_mask = bit(!channel->hidden, SVL_NW_MASK_ACTIVE) |
-                                  bit(!channel->skipped, SVL_NW_MASK_VISIBLE) |
-                                  bit(channel->blocked, SVL_NW_MASK_BLOCKED);
-  service.t_rec_hdr.e_brdcst_type = SVL_BRDCST_TYPE_DVB;
-  service.t_rec_hdr.e_serv_type = channel->type;
-  channel->name.copy(service.t_rec_hdr.ac_name, sizeof service.t_rec_hdr.ac_name - 1);
-  channel->short_name.copy(service.t_dvb.s_svc_name, sizeof service.t_dvb.s_svc_name - 1);
-  *ret_list = channel->list;
-  *ret_service = service;
-  *ret_stream = {.brdcst_medium = static_cast<UINT8>(channel->medium), .frequency = channel->frequency};
-  return 0;
-}
-
 std::optional<Channel> tuner_channel() {
   std::int64_t current = kNoChannel;
   {

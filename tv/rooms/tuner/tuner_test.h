@@ -5,7 +5,7 @@
 
 #include "tests/unit/tv/support.h"
 
-inline std::string run(std::initializer_list<std::string> words) {
+inline std::string run(const std::vector<std::string>& words) {
   std::string command = "[";
   for (const std::string& word : words) command += (command.size() > 1 ? ",\"" : "\"") + word + '"';
   return tv_control(command + "]");
