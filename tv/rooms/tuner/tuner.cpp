@@ -104,10 +104,11 @@ void work() { picture_work(picture); }
 // Stores the choice and begins the change. The source stays as it is.
 bool choose(const Channel& channel) {
   const std::int64_t wanted = stored(channel);
+  const auto before = tuner_channel();
   {
     const std::lock_guard guard(state.lock);
-    const bool same = wanted == state.current;
-    const std::int64_t previous = same ? state.previous : state.current;
+    const bool same = before && stored(*before) == wanted;
+    const std::int64_t previous = same || !before ? state.previous : stored(*before);
     const SettingValue values[] = {{kCurrent.key, wanted}, {kPrevious.key, previous}};
     if (!store_write(values)) return false;
     state.current = wanted;
