@@ -50,7 +50,7 @@ boost::json::object antenna_command(Arguments arguments) {
 constexpr Command kCommands[] = {
     {"antenna", "[DIR|none|rescan]", 1,
      "Shows the antenna; connects it to a folder of transport streams; rescan reads the folder again", antenna_command},
-    {"scan", "[cancel | air|cable|satellite|update [update]]", 2,
+    {"scan", "[cancel | update | all|air|cable|satellite [update]]", 2,
      "Shows the scan for services; searches all that the antenna receives, or one medium; update keeps the lists and "
      "what the viewer changed",
      scan_command},

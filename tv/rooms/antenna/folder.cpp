@@ -288,6 +288,14 @@ bool folder_settle(const std::atomic<bool>& cancelled) {
   return state.open && !cancelled;
 }
 
+std::vector<std::string> folder_refusals() {
+  std::vector<std::string> lines;
+  const std::lock_guard guard(state.lock);
+  if (!state.error.empty()) lines.push_back(state.error);
+  for (const IndexRefusal& each : state.index.refused) lines.push_back(each.name + ": " + each.why);
+  return lines;
+}
+
 bool folder_is_chosen() {
   const std::lock_guard guard(state.lock);
   return !state.folder.empty();
@@ -318,7 +326,7 @@ boost::json::object folder_shown() {
   if (!state.folder.empty()) answer["folder"] = state.folder;
   if (state.done != state.wanted)
     answer["reading"] = {{"file", state.progress.name}, {"number", state.progress.number}, {"of", state.progress.of}};
-  if (!state.error.empty()) answer["error_of_folder"] = state.error;
+  if (!state.error.empty()) answer["problem"] = state.error;
   guard.unlock();
   for (const TunerUse& use : receptions_use()) {
     boost::json::object tuner;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <boost/json/object.hpp>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -23,6 +24,9 @@ boost::json::object folder_shown();
 void folder_report(boost::json::object& answer);
 
 bool folder_is_chosen();
+
+// A line for each file that is not a multiplex, or for the folder that cannot be read.
+std::vector<std::string> folder_refusals();
 
 // Reads the folder again if its list of names or one of its files has changed.
 void folder_look();

@@ -138,6 +138,7 @@ void visit(const Step& step, std::vector<FoundService>& found) {
 
 Phase scan_all(Medium medium, bool update) {
   if (!folder_settle(state.cancelled)) return Phase::kCancelled;
+  for (std::string& line : folder_refusals()) report_message(std::move(line));
   const std::vector<Step> steps = steps_of(medium);
   {
     const std::lock_guard guard(state.lock);
@@ -260,13 +261,14 @@ boost::json::object scan_command(Arguments arguments) {
     return shown(state.scan);
   }
   const auto* const medium = std::ranges::find(kMedia, arguments[0], medium_name);
-  const std::size_t used = medium == std::end(kMedia) ? 0 : 1;
+  const bool all = medium == std::end(kMedia);
+  const std::size_t used = all && arguments[0] != "all" ? 0 : 1;
   const bool update = arguments.size() == used + 1 && arguments[used] == "update";
   if (arguments.size() != used + (update ? 1 : 0)) {
-    return reply_takes("scan", "cancel, or air, cable or satellite, or update, or both, such as air update",
+    return reply_takes("scan", "cancel, all, air, cable, satellite or update, and update behind a medium",
                        arguments[used < arguments.size() ? used : 0]);
   }
-  return begin_scan(used == 0 ? Medium::kNone : *medium, update);
+  return begin_scan(all ? Medium::kNone : *medium, update);
 }
 
 void scan_report(boost::json::object& answer) {
