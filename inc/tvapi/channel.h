@@ -118,12 +118,13 @@ enum {
 /* conditions of a list's event: those that mean a change of the list's channels. */
 enum { VEXTVAPI_CHANNEL_LIST_CHANGED = 2, VEXTVAPI_CHANNEL_LIST_RESET = 3 };
 
-/* Bits of the reason of a list's event. Its data is the channel's identifier; 0: the event is about several channels. */
+/* Bits of the reason of a list's event. Its data is the channel's identifier; 0: the event is about several channels.
+ */
 enum {
   VEXTVAPI_CHANNEL_REASON_ADDED = 0x1,
   VEXTVAPI_CHANNEL_REASON_REMOVED = 0x2,
-  VEXTVAPI_CHANNEL_REASON_CHANGED = 0x4,   /* name, network bits or other facts of a channel */
-  VEXTVAPI_CHANNEL_REASON_ORDER = 0x8,     /* numbers, and so the order */
+  VEXTVAPI_CHANNEL_REASON_CHANGED = 0x4, /* name, network bits or other facts of a channel */
+  VEXTVAPI_CHANNEL_REASON_ORDER = 0x8,   /* numbers, and so the order */
   VEXTVAPI_CHANNEL_REASON_FAVOURITES = 0x10
 };
 

@@ -34,20 +34,22 @@ struct Notice {
 using Notices = std::map<std::uint16_t, Notice>;  // by service list
 
 void note(Notices& notices, const Entry& entry, UINT32 reason) {
+  if (reason == 0) return;
   const UINT32 id = entry.channel.id;
   auto [found, is_new] = notices.try_emplace(entry.channel.list, Notice{.reason = reason, .channel_id = id});
   found->second.reason |= reason;
   if (!is_new && found->second.channel_id != id) found->second.channel_id = 0;
 }
 
+// 0: nothing that the TV API shows.
 UINT32 reason_of(const Entry& before, const Entry& after) {
-  UINT32 reason = before.channel.id != after.channel.id ? UINT32{VEXTVAPI_CHANNEL_REASON_ORDER} : 0;
-  Entry same_number = before;
-  set_id(same_number, after.channel.id);
-  same_number.former = after.former;
-  same_number.options = after.options;
-  if (same_number != after || reason == 0) reason |= VEXTVAPI_CHANNEL_REASON_CHANGED;
-  return reason;
+  const bool moved = before.channel.id != after.channel.id;
+  Entry same_place = before;
+  set_id(same_place, after.channel.id);
+  same_place.former = after.former;
+  if (moved) same_place.options = after.options;  // the bit for the number comes with it
+  return (moved ? UINT32{VEXTVAPI_CHANNEL_REASON_ORDER} : 0) |
+         (same_place != after ? UINT32{VEXTVAPI_CHANNEL_REASON_CHANGED} : 0);
 }
 
 // The favourites that were added or removed; if there are none, those that stand in another place.
