@@ -11,6 +11,7 @@
 #include "rooms/clock/clock.h"
 #include "rooms/guide/parts.h"
 #include "rooms/guide/words.h"
+#include "rooms/usb/root.h"
 
 namespace {
 
@@ -103,6 +104,12 @@ std::optional<Channel> channel_or_error(std::string_view word, boost::json::obje
   return channel;
 }
 
+std::string joined(Arguments words) {
+  std::string text;
+  for (const std::string_view word : words) text += (text.empty() ? "" : " ") + std::string(word);
+  return text;
+}
+
 // ---- The parts of the command ----
 
 boost::json::object now_and_next(const Channel& channel) {
@@ -192,8 +199,7 @@ boost::json::object one_event(Arguments words) {
 
 // Looks through one channel after the other, so that other readers get their turns.
 boost::json::object search(Arguments words) {
-  std::string text;
-  for (const std::string_view word : words) text += (text.empty() ? "" : " ") + std::string(word);
+  const std::string text = joined(words);
   if (text.empty() || text.size() > kLongestSearch)
     return reply_error("guide search takes a text of 1 to " + std::to_string(kLongestSearch) + " bytes");
   const std::int64_t now = clock_utc();
@@ -214,18 +220,24 @@ boost::json::object search(Arguments words) {
   return {{"events", std::move(events)}, {"more", more}};
 }
 
+// Only files in the folder that may become a stick, as everything that a viewer names by a path of the machine.
 boost::json::object import_file(Arguments words) {
-  if (words.size() != 1) return reply_error("guide import takes the path of an XMLTV file, or cancel");
-  if (words[0] == "cancel") {
+  const std::string path = joined(words);
+  if (path == "cancel") {
     keeper_cancel_import();
     return status();
   }
-  std::error_code failed;
-  const std::filesystem::path path = std::filesystem::absolute(words[0], failed);
-  if (failed || !std::filesystem::is_regular_file(path, failed))
-    return reply_error(quoted(words[0]) + " is not a file that can be read");
+  if (!path.starts_with('/')) return reply_error("guide import takes the absolute path of an XMLTV file, or cancel");
+  const UsbPlace place = usb_place(path);
+  if (!place.inside) {
+    return reply_error(usb_root().empty() ? "no file can be imported: the set was started without a folder for sticks"
+                                          : ::quoted(path) + " cannot be imported: only files in " + usb_root() + " can");
+  }
+  std::error_code failed = place.failed;
+  if (failed || !std::filesystem::is_regular_file(place.folder, failed))
+    return reply_error(::quoted(path) + (failed ? ": " + failed.message() : " is not a regular file"));
   std::string error;
-  return keeper_import(path.string(), error) ? status() : reply_error(error);
+  return keeper_import(place.folder, error) ? status() : reply_error(error);
 }
 
 std::vector<GuideMapping> mappings() {

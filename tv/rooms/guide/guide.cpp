@@ -139,7 +139,8 @@ void start() {
 
 constexpr Command kCommands[] = {
     {"guide",
-     "[NUMBER [DAY] | now [PAGE] | range FROM TO BEGIN END | event NUMBER ID | search TEXT... | import FILE|cancel | "
+     "[NUMBER [DAY] | now [PAGE] | range FROM TO BEGIN END | event NUMBER ID | search TEXT... | import FILE... | "
+     "import cancel | "
      "map [XMLTVID [NUMBER|none]] | clear]",
      kMostGuideWords,
      "Shows what the guide has; a channel's events now and next, or of a day (0 is today); the present events of all "

@@ -118,7 +118,7 @@ std::vector<UINT16> query_range(Database& database, std::int64_t channel, GuideS
   return ids;
 }
 
-struct Found {
+struct FoundEvent {
   UINT16 event = 0;
   UINT32 channel = 0;
 };
@@ -152,9 +152,9 @@ bool fits(const Wanted& wanted, const GuideBrief& brief) {
          (wanted.categories.empty() || has_category(brief.categories, wanted.categories));
 }
 
-std::vector<Found> query_filter(Database& database, const std::optional<Channel>& channel, const Wanted& wanted,
-                                std::size_t most) {
-  std::vector<Found> found;
+std::vector<FoundEvent> query_filter(Database& database, const std::optional<Channel>& channel, const Wanted& wanted,
+                                     std::size_t most) {
+  std::vector<FoundEvent> found;
   std::unordered_map<std::int64_t, std::optional<UINT32>> identifiers;  // of channels, by key; nothing: not wanted
   const auto identifier = [&](std::int64_t key) {
     const auto [place, is_new] = identifiers.try_emplace(key);
@@ -285,7 +285,7 @@ INT32 a_vextvapi_event_query_event_id_by_filter(UINT32 channel_id, const VEXTVAP
   if (one != 0 && !channel) return refuse_call(__func__, no_channel(one));
   const GuideReading reading;
   if (reading.database == nullptr) return refuse_call(__func__, "the guide's database is not open");
-  const std::vector<Found> found = query_filter(*reading.database, channel, wanted_by(*filter), *room);
+  const std::vector<FoundEvent> found = query_filter(*reading.database, channel, wanted_by(*filter), *room);
   for (std::size_t i = 0; i < found.size(); ++i) {
     event_ids[i] = found[i].event;
     if (channel_ids != nullptr) channel_ids[i] = found[i].channel;

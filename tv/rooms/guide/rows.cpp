@@ -22,7 +22,7 @@ constexpr const char* kSteps[] = {
     "CREATE INDEX by_series ON event (series, start);"
     "CREATE TABLE map (xmltv TEXT PRIMARY KEY, channel INTEGER NOT NULL) WITHOUT ROWID"};
 
-enum Flags : std::int64_t { kCaptions = 1, kScrambled = 2 };
+constexpr std::int64_t kCaptions = 1, kScrambled = 2;  // bits of flags
 
 #define GUIDE_BRIEF "SELECT channel, start, stop, id, flags, age, categories, rank"
 #define GUIDE_WHOLE                                                                                              \

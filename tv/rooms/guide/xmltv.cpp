@@ -205,6 +205,14 @@ void on_entity(void* context, const xmlChar*, int, const xmlChar*, const xmlChar
                    ": the file declares an entity; that is not accepted, since entities can make a text of any length");
 }
 
+// The first error tells most: those after it follow from it.
+void on_error(void* context, xmlError* error) {
+  Reader& reader = reader_of(context);
+  if (error->level != XML_ERR_FATAL || !reader.error.empty()) return;
+  const std::string_view message = error->message == nullptr ? "" : error->message;
+  reader.error = "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestTitle);
+}
+
 int read_file(void* context, char* buffer, int size) {
   Reader& reader = reader_of(context);
   if (reader.stopped) return -1;
@@ -239,6 +247,7 @@ XmltvEnd xmltv_read(int file, const std::string& language, const XmltvUser& user
   handler.characters = on_text;
   handler.cdataBlock = on_text;
   handler.entityDecl = on_entity;
+  handler.serror = on_error;
   xmlInitParser();
   const std::unique_ptr<xmlParserCtxt, ContextEnd> context(
       xmlCreateIOParserCtxt(&handler, &reader, read_file, close_nothing, &reader, XML_CHAR_ENCODING_NONE));
@@ -252,12 +261,7 @@ XmltvEnd xmltv_read(int file, const std::string& language, const XmltvUser& user
   const int result = xmlParseDocument(context.get());
   if (reader.stopped) return XmltvEnd::kStopped;
   if (reader.error.empty() && result == 0 && context->wellFormed != 0) return XmltvEnd::kWhole;
-  if (reader.error.empty()) {
-    const xmlError* const last = xmlCtxtGetLastError(context.get());
-    const bool known = last != nullptr && last->message != nullptr;
-    reader.error = "line " + std::to_string(known ? last->line : xmlSAX2GetLineNumber(context.get())) + ": " +
-                   (known ? clean_text(trimmed(last->message), kLongestTitle) : "the file is not well-formed XML");
-  }
+  if (reader.error.empty()) reader.error = "the file is not well-formed XML";
   ret_error = reader.error;
   return XmltvEnd::kFailed;
 }
