@@ -4,7 +4,7 @@
 #include <array>
 #include <bitset>
 #include <iterator>
-#include <set>
+#include <span>
 #include <utility>
 #include <variant>
 
@@ -22,11 +22,13 @@ struct Parts {
   std::bitset<256> arrived;
 };
 
-// Returns true if the section belongs to another version than those before it: what they said is out of date.
-bool take_part(Parts& parts, int version, int number, int last) {
-  const bool restarts = version != parts.version || last != parts.last;
-  if (restarts) parts = {.version = version, .last = last, .arrived = {}};
-  parts.arrived.set(static_cast<std::size_t>(number));
+// Notes a section of a PAT, an SDT or a NIT. Returns true if it belongs to another version than those before it: what
+// they said is out of date.
+template <typename PartOfTable>
+bool take_part(Parts& parts, const PartOfTable& part) {
+  const bool restarts = part.version != parts.version || part.last_section != parts.last;
+  if (restarts) parts = {.version = part.version, .last = part.last_section, .arrived = {}};
+  parts.arrived.set(part.section);
   return restarts;
 }
 
@@ -47,10 +49,7 @@ void measure(Meter& meter, std::span<const std::uint8_t> packets) {
   constexpr std::size_t kNullPid = 0x1FFF;
   for (; packets.size() >= kPacketSize; packets = packets.subspan(kPacketSize)) {
     ++meter.arrived;
-    if ((packets[1] & 0x80) != 0) {
-      ++meter.damaged;
-      continue;  // its PID and its counter may be wrong
-    }
+    if ((packets[1] & 0x80) != 0) ++meter.damaged;
     const std::size_t pid = (packets[1] & 0x1Fu) << 8 | packets[2];
     const bool has_payload = (packets[3] & 0x10) != 0;
     const bool has_field = (packets[3] & 0x20) != 0 && packets[4] > 0;
@@ -75,7 +74,7 @@ Signal signal_of(const Meter& meter) {
 // A survey under way.
 struct Work {
   Survey found;
-  SurveyAim aim;
+  SurveyAim aim = SurveyAim::kIndex;
   Sections sections;
   Meter meter;
   Parts pat;
@@ -83,7 +82,6 @@ struct Work {
   Parts nit;
   std::optional<std::uint16_t> network_id;  // of the NIT that is collected: the first that arrived
   std::vector<Nit::Multiplex> entries;      // of the NIT
-  bool forgets = false;                     // after the chunk, the PMTs that were seen must be handed out again
 };
 
 // Wants the PMTs that have not arrived, as many at once as there is room for.
@@ -93,80 +91,55 @@ void want_contents(Work& work) {
     if (!work.found.contents.contains(service) && !sections_want(work.sections, pid)) return;
 }
 
-void take(Work& work, Pat& pat, std::uint16_t pid, bool restarts) {
+// A table is accepted on its own PID only.
+
+void take(Work& work, Pat& pat, std::uint16_t pid) {
   if (pid != kPidPat) return;
-  if (restarts) {
-    for (const auto& [service, of_pmt] : std::exchange(work.found.programs, {}))
-      if (of_pmt > kPidTdt) sections_ignore(work.sections, of_pmt);
+  if (take_part(work.pat, pat)) {
+    for (const auto& [service, of_pmt] : std::exchange(work.found.programs, {})) sections_ignore(work.sections, of_pmt);
     work.found.contents.clear();
-    work.forgets = true;
   }
   work.found.stream = pat.stream;
-  for (const Pat::Program& program : pat.programs) {
-    if (work.found.programs.size() >= kMostPrograms) break;
-    if (program.pid > kPidTdt) work.found.programs.try_emplace(program.service, program.pid);
-  }
+  for (const Pat::Program& program : pat.programs)
+    if (work.found.programs.size() < kMostPrograms && program.pid > kPidTdt)
+      work.found.programs.try_emplace(program.service, program.pid);
   want_contents(work);
 }
 
-void take(Work& work, Pmt& pmt, std::uint16_t pid, bool) {
+void take(Work& work, Pmt& pmt, std::uint16_t pid) {
   const auto program = work.found.programs.find(pmt.service);
   if (program == work.found.programs.end() || program->second != pid) return;
   work.found.contents.insert_or_assign(pmt.service, std::move(pmt));
-  const bool needed = std::ranges::any_of(work.found.programs, [&](const auto& each) {
+  const bool is_wanted = std::ranges::any_of(work.found.programs, [&](const auto& each) {
     return each.second == pid && !work.found.contents.contains(each.first);
   });
-  if (needed) return;
+  if (is_wanted) return;
   sections_ignore(work.sections, pid);
   want_contents(work);
 }
 
-void take(Work& work, Sdt& sdt, std::uint16_t pid, bool restarts) {
+void take(Work& work, Sdt& sdt, std::uint16_t pid) {
   if (pid != kPidSdt || !sdt.actual) return;
-  if (restarts) work.found.services.clear();
+  if (take_part(work.sdt, sdt)) work.found.services.clear();
   work.found.network = sdt.network;
   for (Sdt::Service& service : sdt.services)
     if (work.found.services.size() < kMostPrograms)
       work.found.services.insert_or_assign(service.service, std::move(service));
 }
 
-void take(Work& work, Nit& nit, std::uint16_t pid, bool restarts) {
-  if (pid != kPidNit || !nit.actual) return;
-  if (restarts) work.entries.clear();
+void take(Work& work, Nit& nit, std::uint16_t pid) {
+  if (pid != kPidNit || !nit.actual || work.network_id.value_or(nit.network_id) != nit.network_id) return;
+  work.network_id = nit.network_id;
+  if (take_part(work.nit, nit)) work.entries.clear();
   for (Nit::Multiplex& each : nit.multiplexes)
     if (work.entries.size() < kMostNetworkEntries) work.entries.push_back(std::move(each));
 }
 
-void take(Work& work, const Tdt& tdt, std::uint16_t pid, bool) {
+void take(Work& work, const Tdt& tdt, std::uint16_t pid) {
   if (pid == kPidTdt && !work.found.utc) work.found.utc = tdt.utc;
 }
 
-void take(Work&, const Eit&, std::uint16_t, bool) {}
-
-// Where the arrival of a table's sections is noted; null for one that is complete with its section or not looked for.
-Parts* parts_of(Work& work, const Table& table, std::uint16_t pid) {
-  if (std::holds_alternative<Pat>(table) && pid == kPidPat) return &work.pat;
-  if (const auto* const sdt = std::get_if<Sdt>(&table); sdt != nullptr && sdt->actual && pid == kPidSdt)
-    return &work.sdt;
-  const auto* const nit = std::get_if<Nit>(&table);
-  if (nit == nullptr || !nit->actual || pid != kPidNit) return nullptr;
-  return &work.nit;
-}
-
-void take_section(Work& work, std::uint16_t pid, std::span<const std::uint8_t> section) {
-  std::optional<Table> table = table_read(section);
-  if (!table) return;
-  if (const auto* const nit = std::get_if<Nit>(&*table); nit != nullptr && nit->actual) {
-    if (work.network_id.value_or(nit->network_id) != nit->network_id) return;
-    work.network_id = nit->network_id;
-  }
-  bool restarts = false;
-  if (Parts* const parts = parts_of(work, *table, pid); parts != nullptr) {
-    if (section.size() < 8 || section[6] > section[7]) return;
-    restarts = take_part(*parts, section[5] >> 1 & 0x1F, section[6], section[7]);
-  }
-  std::visit([&](auto& each) { take(work, each, pid, restarts); }, *table);
-}
+void take(Work&, const Eit&, std::uint16_t) {}
 
 bool has_everything(const Work& work) {
   if (!is_complete(work.pat) || !is_complete(work.sdt) || !is_complete(work.nit)) return false;
@@ -202,18 +175,15 @@ bool is_for_viewers(std::uint8_t type) {
 bool survey_read(const std::string& path, SurveyAim aim, const std::atomic<bool>& cancelled, Survey& ret_survey,
                  std::string& ret_error) {
   ret_error.clear();
+  // The playout's messages begin with the path, which the caller knows.
+  const auto fail = [&] {
+    if (ret_error.starts_with(path + ": ")) ret_error.erase(0, path.size() + 2);
+    return false;
+  };
   const PlayoutHandle playout = playout_open(path, ret_error);
-  if (!playout) return false;
-  Work work{.found = {},
-            .aim = aim,
-            .sections = {},
-            .meter = {},
-            .pat = {},
-            .sdt = {},
-            .nit = {},
-            .network_id = {},
-            .entries = {},
-            .forgets = false};
+  if (!playout) return fail();
+  Work work;
+  work.aim = aim;
   for (const std::uint16_t pid : {kPidPat, kPidNit, kPidSdt}) sections_want(work.sections, pid);
   if (aim == SurveyAim::kIndex) sections_want(work.sections, kPidTdt);
   const steady_clock::time_point end = steady_clock::now() + kSurveyTime;
@@ -221,14 +191,14 @@ bool survey_read(const std::string& path, SurveyAim aim, const std::atomic<bool>
   while (bytes < kSurveyBytes && steady_clock::now() < end && (bytes < kSurveySample || !has_everything(work))) {
     if (cancelled) return false;
     const std::optional<PlayoutChunk> chunk = playout_next(*playout, false, ret_error);
-    if (!chunk && !ret_error.empty()) return false;
+    if (!chunk && !ret_error.empty()) return fail();
     if (!chunk) break;
     bytes += chunk->packets.size();
     measure(work.meter, chunk->packets);
     sections_take(work.sections, chunk->packets, [&work](std::uint16_t pid, std::span<const std::uint8_t> section) {
-      take_section(work, pid, section);
+      std::optional<Table> table = table_read(section);
+      if (table) std::visit([&](auto& each) { take(work, each, pid); }, *table);
     });
-    if (std::exchange(work.forgets, false)) work.sections.seen.clear();
   }
   if (work.found.programs.empty()) {
     ret_error = work.pat.last < 0 ? "the stream has no program association table" : "the stream lists no service";
