@@ -85,7 +85,6 @@ struct RecorderState {
   std::mutex changing;
   Database database;  // guarded by changing, like the next ones; not open: the set is off, or the file cannot be used
   std::int64_t next_look = 0;  // when the guide is searched for series again
-  bool (*yield)(const ServiceKey& key) = nullptr;
   std::int64_t message_end = 0;
 
   std::mutex lock;          // guards all members below

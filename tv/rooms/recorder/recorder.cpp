@@ -151,7 +151,17 @@ void finish_interrupted() {
   }
 }
 
+// The antenna has read its folder: a recording that found no signal may have one now.
+void try_again() {
+  {
+    const std::lock_guard guard(recorder.changing);
+    for (Plan& plan : recorder.plans) plan.retry = 0;
+  }
+  recorder_work();
+}
+
 void load() {
+  antenna_listen(try_again);
   const std::lock_guard guard(recorder.changing);
   {
     const std::lock_guard list_guard(recorder.lock);
@@ -161,7 +171,6 @@ void load() {
     recorder.last_played = 0;
     recorder.form = {};
   }
-  recorder.yield = nullptr;
   recorder.next_look = 0;
   std::string error;
   if (!recorder_open(set_folder(), error)) {

@@ -16,6 +16,7 @@
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/guide.h"
+#include "rooms/multiview/multiview.h"
 #include "rooms/recorder/parts.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/remote.h"
@@ -67,8 +68,7 @@ INT32 reason_of(ReceptionRefusal refusal) {
 // A sub picture gives up its tuner for a recording.
 WriterHandle receive(const ServiceKey& key, ReceptionRefusal& ret_refusal) {
   WriterHandle writer = writer_receive(key, ret_refusal);
-  if (writer == nullptr && ret_refusal == ReceptionRefusal::kNoTuner && recorder.yield != nullptr &&
-      recorder.yield(key)) {
+  if (writer == nullptr && ret_refusal == ReceptionRefusal::kNoTuner && multiview_give_up_tuner()) {
     writer = writer_receive(key, ret_refusal);
   }
   return writer;
@@ -313,9 +313,4 @@ void recorder_work() {
 std::string recorder_message() {
   const std::lock_guard guard(recorder.lock);
   return recorder.message;
-}
-
-void recorder_set_yield(bool (*yield)(const ServiceKey& key)) {
-  const std::lock_guard guard(recorder.changing);
-  recorder.yield = yield;
 }
