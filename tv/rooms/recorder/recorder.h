@@ -1,8 +1,11 @@
-// The recorder, for the other rooms. Its locks come after the remote control's, and before those of two pictures, of
-// the sources, of the tuner and of the rooms after it.
+// The recorder, for the other rooms.
+//
+// Its lock for changes comes before the remote control's and the locks of all rooms after that one. Its lock for what is
+// shown comes directly before the timers'.
 #pragma once
 
 #include <string>
 
-// The message of the latest reminder, for the screen; empty: there is none any more.
+// The message of the latest reminder, for the screen; empty: there is none any more. Takes the lock for what is shown
+// only, so the caller may hold its room's lock.
 std::string recorder_message();
