@@ -154,7 +154,7 @@ void finish_interrupted() {
 // The antenna has read its folder: a recording that found no signal may have one now.
 void try_again() {
   {
-    const std::lock_guard guard(recorder.changing);
+    const std::scoped_lock guard(recorder.changing, recorder.lock);
     for (Plan& plan : recorder.plans) plan.retry = 0;
   }
   recorder_work();

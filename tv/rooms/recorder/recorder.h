@@ -1,7 +1,7 @@
 // The recorder, for the other rooms.
 //
-// Its lock for changes comes before the remote control's and the locks of all rooms after that one. Its lock for what is
-// shown comes directly before the timers'.
+// Its lock for changes comes before the remote control's and the locks of all rooms after that one. Its lock for what
+// is shown comes directly before the timers'.
 #pragma once
 
 #include <string>

@@ -439,7 +439,8 @@ TEST_F(RecorderPlans, EmptyListHasNothingToShowOrPlay) {
   list.at_page[0].channel_id = 5;
   ASSERT_EQ(read_item(list), 0);
   EXPECT_EQ(list.at_page[0].channel_id, 0u);
-  for (const INT32 operation : {RECLIST_OP_DELETE, RECLIST_OP_RENAME, RECLIST_OP_STOP, 0, 99}) {
+  for (const INT32 operation :
+       std::initializer_list<INT32>{RECLIST_OP_DELETE, RECLIST_OP_RENAME, RECLIST_OP_STOP, 0, 99}) {
     list.e_op = operation;
     refusal([&] { return write_item(list); });
   }

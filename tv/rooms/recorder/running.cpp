@@ -219,9 +219,11 @@ std::int64_t next_work(std::int64_t now) {
 }  // namespace
 
 bool recording_begin(Plan& plan, std::int64_t now) {
-  plan.failure = begin(plan, now);
+  const INT32 failure = begin(plan, now);
+  const std::lock_guard guard(recorder.lock);
+  plan.failure = failure;
   plan.retry = now + kRetryEvery;
-  return plan.failure == RECLIST_REASON_NONE;
+  return failure == RECLIST_REASON_NONE;
 }
 
 void recording_end(int plan, INT32 reason) {
@@ -244,6 +246,10 @@ Outcome record_now(std::uint32_t channel_id, std::uint32_t duration, std::string
   if (Outcome outcome = plan_for_time(channel_id, now, duration, RMDR_MODE_RECORD, plan);
       outcome.result != RMDR_RESULT_OK) {
     return outcome;
+  }
+  const auto runs = [&plan](const Job& job) { return find_recording(job.recording)->key == plan.key; };
+  if (std::ranges::any_of(recorder.jobs, runs)) {
+    return failed(RMDR_RESULT_DUPLICATE, plan.channel + " is being recorded already");
   }
   if (const auto event = guide_event_at(plan.key, now)) plan.title = event->title;
   if (!title.empty()) plan.title = std::move(title);
