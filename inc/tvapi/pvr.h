@@ -17,8 +17,46 @@ enum {
 
 /* --- The list of recordings --- */
 
-/* e_op, of those that answer something else than a page of recordings. */
+/* e_op of a read, of those that answer something else than a page of recordings. */
 enum { RECLIST_OP_NUMBER = 2, RECLIST_OP_FILE = 3 };
+
+/* e_op of a write. The members of t_reclist_info that count are named; all others are ignored. */
+enum {
+  RECLIST_OP_DELETE = 4,     /* list_id; not while it is being recorded, nor while the viewer keeps it */
+  RECLIST_OP_RENAME = 5,     /* list_id; program_name: the new title */
+  RECLIST_OP_RECORD_NOW = 6, /* channel_id, 0: the current one; duration, 0: g_rec__default_duration; program_name,
+                                empty: the event's title */
+  RECLIST_OP_STOP = 7        /* list_id, 0: the only recording that runs */
+};
+
+/* e_sort_type; any other number is the first. */
+enum { RECLIST_SORT_NEWEST = 0, RECLIST_SORT_OLDEST = 1, RECLIST_SORT_NAME = 2 };
+
+/* recording_status */
+enum {
+  RECLIST_STATUS_NONE = 0,      /* there is no such recording */
+  RECLIST_STATUS_RECORDING = 1, /* and can be played */
+  RECLIST_STATUS_COMPLETE = 2,
+  RECLIST_STATUS_PARTIAL = 3, /* ended early; failure_reason says why */
+  RECLIST_STATUS_FAILED = 4   /* there is nothing to play */
+};
+
+/* failure_reason */
+enum {
+  RECLIST_REASON_NONE = 0,
+  RECLIST_REASON_STOPPED = 1,     /* by the viewer */
+  RECLIST_REASON_INTERRUPTED = 2, /* the set was switched off, or ended */
+  RECLIST_REASON_DISK_FULL = 3,
+  RECLIST_REASON_DISK_ERROR = 4,
+  RECLIST_REASON_FILE_GONE = 5, /* the file was deleted or moved */
+  RECLIST_REASON_SIGNAL_LOST = 6,
+  RECLIST_REASON_NO_SIGNAL = 7,
+  RECLIST_REASON_NO_TUNER = 8,
+  RECLIST_REASON_SCRAMBLED = 9,
+  RECLIST_REASON_DAMAGED = 10, /* complete, but the disk was too slow for parts of it */
+  RECLIST_REASON_LIST_FULL = 11,
+  RECLIST_REASON_MISSED = 12 /* the set was off */
+};
 
 /* The recording that a request names. */
 typedef struct {
@@ -72,12 +110,55 @@ typedef struct _Qt_RECLIST_INFO_T {
 
 /* e_operation, of those that answer something else than op_result. */
 enum {
+  /* ui2_slot: answers is_rmdr, is_on_going_pvr, and slot_idx, its place in the order of GET_BY_INDEX. */
   RMDR_OP_RECORDING_ON_SLOT = 1,
   RMDR_OP_USB_READY = 2,
-  RMDR_OP_IS_RECORDING = 4,
+  RMDR_OP_IS_RECORDING = 4, /* ui4_ref_channel_id, 0: any */
+  /* The request of RMDR_OP_ADD: answers conflict_type, conflict_state, and conflict_slot, the first of the reminders
+   * that it conflicts with. is_ignore_special_slot 1: the reminder of conflict_slot does not count. */
   RMDR_OP_CONFLICT = 10,
   RMDR_OP_NUMBER = 12,
-  RMDR_OP_USB_READY_TO_SHIFT = 13
+  RMDR_OP_USB_READY_TO_SHIFT = 13 /* 0: there is no time shift */
+};
+
+/* e_operation, of those that answer op_result. They are carried out by a read, since a set reads, too. A read whose
+ * op_result is negative returns -1. */
+enum {
+  RMDR_OP_NONE = 0, /* nothing is done */
+  /* e_rmdr_mode, ui4_ref_channel_id; event_id of the guide, or 0 with start_time, duration and s_event_title. Of a
+   * recording ui4_rec_start_time and ui4_rec_duration; 0: with the configured padding. Answers ui2_slot. */
+  RMDR_OP_ADD = 3,
+  RMDR_OP_DELETE = 5,      /* ui2_slot; ends its recording; of a series also its reminders */
+  RMDR_OP_MODIFY = 6,      /* ui2_slot; else as RMDR_OP_ADD, with the same mode; not of a series */
+  RMDR_OP_GET = 7,         /* ui2_slot: answers the reminder */
+  RMDR_OP_GET_BY_INDEX = 8 /* info_data, the place in the order of their times, from 0: answers the reminder */
+};
+
+/* e_rmdr_mode */
+enum {
+  RMDR_MODE_REMIND = 0, /* a message on the screen when the event begins */
+  RMDR_MODE_RECORD = 1,
+  RMDR_MODE_WATCH = 2, /* the set leaves standby and shows the channel */
+  RMDR_MODE_SERIES = 3 /* records the event's series on its channel */
+};
+
+/* op_result */
+enum {
+  RMDR_RESULT_OK = 0,
+  RMDR_RESULT_ARGUMENT = -1,  /* a member of the request is wrong */
+  RMDR_RESULT_NOT_FOUND = -2, /* no such channel, event or reminder */
+  RMDR_RESULT_CONFLICT = -3,  /* not added; conflict_slot says with what */
+  RMDR_RESULT_FULL = -4,
+  RMDR_RESULT_PAST = -5,
+  RMDR_RESULT_NOT_SAVED = -6,
+  RMDR_RESULT_DUPLICATE = -7
+};
+
+/* conflict_type; conflict_state is 0 for none, else 1. */
+enum {
+  RMDR_CONFLICT_NONE = 0,
+  RMDR_CONFLICT_REMINDERS = 1, /* more multiplexes at once than tuners */
+  RMDR_CONFLICT_PICTURE = 2    /* as above, with the channel that the viewer watches; conflict_slot 0 */
 };
 
 typedef struct _RmdrEventInfo_T {
@@ -114,6 +195,16 @@ typedef struct _Qt_PAIRED_DISK_INFO {
   char ca_mnt_path[160];
 } _Qt_PAIRED_DISK_INFO;
 
+/* e_file_status. A write accepts READY, PLAYING and PAUSED. */
+enum {
+  PVR_FILE_NONE = 0, /* no such recording, or nothing to play */
+  PVR_FILE_RECORDING = 1,
+  PVR_FILE_READY = 2,
+  PVR_FILE_PLAYING = 3, /* this and PAUSED: as was written last */
+  PVR_FILE_PAUSED = 4
+};
+
+/* A read with list_id 0 is about the recording that was written last. */
 typedef struct _PvrFileInfo {
   INT32 e_file_status;
   UINT32 ui4_resume_time; /* s from the beginning */

@@ -1,6 +1,6 @@
-// Media and the playback of recordings have no room, so their functions fail (defaults.h). This
-// file defines the exceptions: functions that the plugin's start calls succeed, so that it logs no errors, and
-// functions that report a fact report it. No event is raised, and no callback is stored.
+// Media and the playback of recordings have no room, so their functions fail (defaults.h). This file defines the
+// exceptions: functions that the plugin's start calls succeed, so that it logs no errors, and functions that report a
+// fact report it. No event is raised, and no callback is stored.
 #include "core/contract.h"
 
 INT32 a_vextvapi_pus_init() { return 0; }
