@@ -10,9 +10,9 @@ const canvas = (page: Page): Locator => panel(page).locator("canvas");
 /** The colour in the middle of the picture: red, green, blue. */
 const colour = (page: Page): Promise<number[]> =>
   canvas(page).evaluate((element) => {
-    const { width, height } = element as HTMLCanvasElement;
-    const pixels = (element as HTMLCanvasElement).getContext("2d")!.getImageData(width / 2, height / 2, 1, 1);
-    return [...pixels.data.slice(0, 3)];
+    const pixel = new OffscreenCanvas(1, 1).getContext("2d")!;
+    pixel.drawImage(element as HTMLCanvasElement, -320, -180);
+    return [...pixel.getImageData(0, 0, 1, 1).data.slice(0, 3)];
   });
 
 /** A picture of one colour, made by the browser. */
