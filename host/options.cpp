@@ -56,6 +56,7 @@ constexpr OptionRow kOptions[] = {
     {"stick-root", "FOLDER",
      "the folders in it can become USB sticks of the virtual television (default: your home folder)",
      &StackOptions::stick_root},
+    {"antenna", "FOLDER", "the virtual television receives the transport streams (.ts) in it", &StackOptions::antenna},
     {"plugin", "FILE", "the plugin's library", &StackOptions::plugin},
     {"platform", "FILE", "the platform's library, instead of the virtual television", &StackOptions::platform},
     {"tap", "FILE", "the tap's library", &StackOptions::tap},

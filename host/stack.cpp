@@ -72,8 +72,10 @@ void find_if_any(void* library, const char* name, Function*& ret_function) {
 bool start_platform(void* library, const StackOptions& options, Stack& stack, std::string& ret_error) {
   decltype(&dtv_tv_start) start = nullptr;
   decltype(&dtv_tv_stick_root) stick_root = nullptr;
+  decltype(&dtv_tv_antenna) antenna = nullptr;
   find_if_any(library, "dtv_tv_start", start);
   find_if_any(library, "dtv_tv_stick_root", stick_root);
+  find_if_any(library, "dtv_tv_antenna", antenna);
   find_if_any(library, "dtv_tv_command", stack.tv_command);
   find_if_any(library, "dtv_tv_screen", stack.tv_screen);
   find_if_any(library, "dtv_tv_on_kept", stack.on_kept);
@@ -85,6 +87,7 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
 
   if (!stack_make_state_folder(options.state_folder, ret_error)) return false;
   if (stick_root != nullptr && !options.stick_root.empty()) stick_root(options.stick_root.c_str());
+  if (antenna != nullptr && !options.antenna.empty()) antenna(options.antenna.c_str());
   char* text = nullptr;
   if (start(options.state_folder.c_str(), &text) != 0) {
     stack.tv_stop = nullptr;
@@ -218,7 +221,8 @@ StackOptions stack_defaults() {
           .tap = library_path("libdtv_tap.so"),
           .platform = library_path("libdtv_tv.so"),
           .state_folder = state_folder(),
-          .stick_root = {}};
+          .stick_root = {},
+          .antenna = {}};
 }
 
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error) {

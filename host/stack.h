@@ -12,6 +12,7 @@ struct StackOptions {
   std::string platform;      // path of the platform's library, for example libdtv_tv.so
   std::string state_folder;  // where the virtual television keeps its state; made when missing
   std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
+  std::string antenna;       // folder of transport streams that the virtual television receives; empty: as stored
 };
 
 // A path relative to the running program's folder: the installed one if it exists, else the built one, whether or not

@@ -16,6 +16,11 @@ extern "C" {
  * dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_stick_root(const char* folder);
 
+/* Connects the antenna to a folder of transport streams, in place of the one that the set has stored. folder: absolute,
+ * or relative to the working directory; any folder, also outside the stick root, to which the command "antenna" is
+ * confined. By default, and with null, the antenna is connected as stored. Call it before dtv_tv_start. */
+DTV_TV_EXPORT void dtv_tv_antenna(const char* folder);
+
 /* Switches the set on. state_folder: an existing folder of this user's, in which the set stores its state (SQLite,
  * survives kill -9). The set removes other users' access to the folder, and locks it against other processes until
  * dtv_tv_stop. If the folder or its database is deleted, renamed or replaced meanwhile, the set refuses every change.

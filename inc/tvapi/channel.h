@@ -34,6 +34,9 @@ enum {
 /* ui4_option_mask: what the viewer changed. */
 enum { SVL_OPT_MASK_NAME_EDITED = 0x8, SVL_OPT_MASK_NUMBER_EDITED = 0x400 };
 
+/* e_serv_type */
+enum { SVL_SERV_TYPE_TV = 1, SVL_SERV_TYPE_RADIO = 2, SVL_SERV_TYPE_DATA = 3 };
+
 /* A channel's identifier holds its number:
  *   bits 18 and up   major number, unless the channel has long numbers; of ISDB bits 18 to 25
  *   bits 24 and up   major number of an analogue or ATSC channel with long numbers and without bit 0x80
@@ -47,7 +50,7 @@ typedef struct {
   UINT32 ui4_nw_mask;
   UINT32 ui4_option_mask;
   UINT8 e_brdcst_type;
-  UINT8 e_serv_type; /* television, radio and so on, in the platform's numbers */
+  UINT8 e_serv_type; /* television, radio and so on */
   char ac_name[65];
   UINT8 aui1_custom_data[8]; /* the first two bytes are the channel logo's number, low byte first */
 } SVL_REC_HDR_T;
@@ -103,11 +106,26 @@ typedef struct {
   LOL_CATEGORY_LIST_T t_category_list; /* of tag LOL_DATA_TAG_TKGS_CATEGORIES */
 } LOL_REC_T;
 
-/* direction of a walk over a list by mask; the platform has more. */
-enum { VEXTVAPI_CHANNEL_ITERATE_NEXT = 2, VEXTVAPI_CHANNEL_ITERATE_PREV = 3 };
+/* direction of a walk over a list by mask; the platform has more. The walk ends at the ends of the list. */
+enum {
+  VEXTVAPI_CHANNEL_ITERATE_SELF = 0, /* the channel itself, if it fits */
+  VEXTVAPI_CHANNEL_ITERATE_FIRST = 1,
+  VEXTVAPI_CHANNEL_ITERATE_NEXT = 2,
+  VEXTVAPI_CHANNEL_ITERATE_PREV = 3,
+  VEXTVAPI_CHANNEL_ITERATE_LAST = 4
+};
 
 /* conditions of a list's event: those that mean a change of the list's channels. */
 enum { VEXTVAPI_CHANNEL_LIST_CHANGED = 2, VEXTVAPI_CHANNEL_LIST_RESET = 3 };
+
+/* Bits of the reason of a list's event. Its data is the channel's identifier; 0: the event is about several channels. */
+enum {
+  VEXTVAPI_CHANNEL_REASON_ADDED = 0x1,
+  VEXTVAPI_CHANNEL_REASON_REMOVED = 0x2,
+  VEXTVAPI_CHANNEL_REASON_CHANGED = 0x4,   /* name, network bits or other facts of a channel */
+  VEXTVAPI_CHANNEL_REASON_ORDER = 0x8,     /* numbers, and so the order */
+  VEXTVAPI_CHANNEL_REASON_FAVOURITES = 0x10
+};
 
 #endif
 
@@ -169,8 +187,10 @@ TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_mask, IN(UINT32, h_sv
          IN(UINT32, category_mask), IN(INT32, direction), IN(UINT32, channel_id), IN(UINT32, count),
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec))
 
-/* Reads the neighbours of a channel. before, after: how many are wanted on either side; before_found, after_found: how
- * many there were. Returns 0, negative on failure, which it also is when there is no neighbour. */
+/* Reads the neighbours of a channel. nw_value 0: all bits of nw_mask are to be set, as in get_number_by_filter. The
+ * record is that of the nearest channel before, and without one of the nearest after. before, after: how many are
+ * wanted on either side; before_found, after_found: how many there were. Returns 0, negative on failure, which it also
+ * is when there is no neighbour. */
 TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_filter, IN(UINT32, h_svl), IN(UINT32, h_tsl),
          IN(UINT32, nw_mask), IN(UINT32, nw_value), IN(UINT32, channel_id), IN(UINT32, before), IN(UINT32, after),
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec), OUT(UINT32, before_found), OUT(UINT32, after_found))
@@ -256,7 +276,7 @@ TVAPI_FN(INT32, vextvapi_1CL_getFavByIdxAndMask, IN(UINT32, nw_value), IN(UINT32
 TVAPI_FN(INT32, vextvapi_1CL_getFavIdxByChannelAndMask, IN(UINT32, nw_value), IN(UINT32, nw_mask),
          IN(UINT32, channel_id))
 
-/* --- Satellites. version: of the table, which changes with every change of it --- */
+/* --- Satellites, in one table, satl_id 1. version: of the table, which changes with every change of it --- */
 
 TVAPI_FN(UINT32, a_vextvapi_channellist_get_satl_handle_by_satl_id, IN(UINT16, satl_id))
 TVAPI_FN(INT32, c_satl_read_lock, IN(UINT32, h_satl))
@@ -265,7 +285,7 @@ TVAPI_FN(INT32, c_satl_get_num_recs, IN(UINT32, h_satl), OUT(INT32, number), OUT
 TVAPI_FN(INT32, c_satl_get_rec_by_rec_idx, IN(UINT32, h_satl), IN(INT32, index), OUT(SATL_REC_T, satl_rec),
          OUT(UINT32, version))
 
-/* --- What a broadcaster sends about its lists --- */
+/* --- What a broadcaster sends about its lists, in one list, lol_id 1 --- */
 
 TVAPI_FN(UINT32, a_vextvapi_channellist_get_lol_handle_by_lol_id, IN(UINT16, lol_id))
 TVAPI_FN(INT32, c_lol_lock, IN(UINT32, h_lol))

@@ -8,6 +8,25 @@
 /* Which of a channel's two nearest events. */
 enum { VEXTVAPI_EVENT_FOLLOWING = 0, VEXTVAPI_EVENT_PRESENT = 1 };
 
+/* What the virtual television reports by a_vextvapi_event_nfy_fct, as pv_arg2. A set may have other numbers. */
+enum {
+  VEXTVAPI_EVENT_CONDITION_WINDOW = 1,  /* the active window was set to another one, or cleared */
+  VEXTVAPI_EVENT_CONDITION_UPDATED = 2, /* events of a channel changed in the active window's time */
+  VEXTVAPI_EVENT_CONDITION_PRESENT = 3  /* another event is the present one, of a channel of the active window or of the
+                                         * channel that the main picture shows */
+};
+
+/* Why, as pv_arg3. */
+enum {
+  VEXTVAPI_EVENT_REASON_REQUEST = 1,   /* the application or the viewer wanted it */
+  VEXTVAPI_EVENT_REASON_BROADCAST = 2, /* a broadcast said so */
+  VEXTVAPI_EVENT_REASON_IMPORT = 3,    /* a guide was imported */
+  VEXTVAPI_EVENT_REASON_TIME = 4       /* an event ended or began */
+};
+
+/* Results of a_vextvapi_event_check_block of the virtual television. */
+enum { VEXTVAPI_EVENT_FREE = 0, VEXTVAPI_EVENT_BLOCKED_BY_AGE = 1 };
+
 typedef struct {
   UINT16 svl_id;
   UINT16 event_id;
@@ -66,11 +85,13 @@ TVAPI_RECORD(VEXTVAPI_EVENT_QUERY_PARAM_T, e_tv_win_id, ui4_at_least_secs, ui4_f
 /* All return 0, negative on failure, where they do not say otherwise. */
 
 /* Called by the platform, on a thread of its own, after events or the active window changed. What the numbers mean is
- * the platform's. */
+ * the platform's. In the virtual television callback_type and pv_arg1 are 0, pv_arg2 is a
+ * VEXTVAPI_EVENT_CONDITION_, pv_arg3 a VEXTVAPI_EVENT_REASON_, and pv_arg4 the channel's identifier, of the window 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_event_nfy_fct, IN(INT32, callback_type), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN(void*, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
 
-/* Called by the platform, on a thread of its own, after the date or time changed. */
+/* Called by the platform, on a thread of its own, after the date or time changed. In the virtual television: after the
+ * clock was set, and after the time zone or daylight saving time became another one. callback_type and handle are 0. */
 TVAPI_CALLBACK(INT32, a_vextvapi_time_dt_nfy_fct, IN(INT32, callback_type), TAG(void*, pv_tag), IN(UINT32, handle))
 
 /* Register a callback. One subscriber each; a later call replaces the earlier. */

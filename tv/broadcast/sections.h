@@ -22,16 +22,19 @@ inline constexpr std::uint16_t kPidTdt = 0x0014;
 struct SectionPid {
   std::vector<std::uint8_t> section;  // what has arrived of the unfinished section
   int counter = -1;                   // the latest packet's continuity counter
+  std::size_t payload = 0;            // a hash of its payload: a packet that repeats both is a duplicate
 };
 
 struct Sections {
   std::map<std::uint16_t, SectionPid> pids;  // the wanted ones
-  // The CRC of the latest section by PID, table, extension, (for EIT: network and stream,) number.
+  // A hash of the latest section by PID, table, extension, (for EIT: network and stream,) number. Cleared when it is
+  // full: each section is then handed out once more.
   std::unordered_map<std::uint64_t, std::uint32_t> seen;
 };
 
 // False when kMostSectionPids are wanted already.
 bool sections_want(Sections& sections, std::uint16_t pid);
+// Forgets the PID's sections as well: when the PID is wanted again, they are handed out again.
 void sections_ignore(Sections& sections, std::uint16_t pid);
 
 // Calls found for each section that the packets complete and that differs from the latest one in its place. The section

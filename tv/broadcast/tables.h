@@ -34,6 +34,8 @@ struct Pat {
   };
   std::uint16_t stream = 0;
   std::uint8_t version = 0;
+  std::uint8_t section = 0;  // number of this section, and of the table's last one
+  std::uint8_t last_section = 0;
   std::vector<Program> programs;  // without the network's entry (program 0)
 };
 
@@ -45,7 +47,8 @@ struct Pmt {
     std::uint8_t type = 0;  // stream_type
     std::uint16_t pid = 0;
     StreamKind kind = StreamKind::kOther;
-    std::string codec = {};     // "mpeg2video", "h264", "hevc", "mp2", "aac", "ac3", "eac3", "dvb_subtitle", "teletext"
+    // "mpeg1video", "mpeg2video", "mpeg4", "h264", "hevc", "mp2", "aac", "ac3", "eac3", "dvb_subtitle", "teletext"
+    std::string codec = {};
     std::string language = {};  // three letters, lower case; empty: unknown
     bool impaired = false;      // for the hard of hearing, or with a description for the visually impaired
   };
@@ -70,6 +73,8 @@ struct Sdt {
   std::uint16_t network = 0;
   std::uint16_t stream = 0;
   std::uint8_t version = 0;
+  std::uint8_t section = 0;
+  std::uint8_t last_section = 0;
   std::vector<Service> services;
 };
 
@@ -84,7 +89,7 @@ struct Nit {
     std::uint16_t network = 0;  // original network id
     std::uint16_t stream = 0;
     Medium medium = Medium::kNone;  // kNone: no delivery descriptor
-    std::uint32_t frequency = 0;    // Hz over the air and cable, MHz of a satellite
+    std::uint32_t frequency = 0;  // Hz over the air and cable, MHz of a satellite; 0: not said, or more than that holds
     std::uint32_t symbol_rate = 0;  // symbols per second; 0 over the air
     std::int16_t orbit = 0;         // tenths of a degree, east is positive; of a satellite
     bool horizontal = false;        // polarization; of a satellite
@@ -93,6 +98,8 @@ struct Nit {
   bool actual = true;
   std::uint16_t network_id = 0;
   std::uint8_t version = 0;
+  std::uint8_t section = 0;
+  std::uint8_t last_section = 0;
   std::string name;
   std::vector<Multiplex> multiplexes;
 };
@@ -100,13 +107,13 @@ struct Nit {
 // EIT: one section of a service's events.
 struct Eit {
   struct Text {
-    std::string language = {};  // three letters, lower case
+    std::string language = {};  // three letters, lower case; empty: unknown
     std::string title = {};
     std::string summary = {};
     std::string details = {};  // of the extended descriptions, joined in order, with their items as "what: text" lines
   };
   struct Rating {
-    std::string country = {};  // three letters, upper case
+    std::string country = {};  // three letters, upper case; empty: unknown
     std::uint8_t age = 0;      // years
   };
   struct Event {
@@ -134,9 +141,11 @@ struct Tdt {
   std::int64_t utc = 0;  // seconds since 1970
 };
 
-// PAT, PMT, SDT and NIT as assembled from all their sections by table_assemble; Eit and Tdt of one section.
+// What one section says. A PAT, an SDT or a NIT may have several sections: the user merges sections 0 to last_section
+// of one version.
 using Table = std::variant<Pat, Pmt, Sdt, Nit, Eit, Tdt>;
 
 // Reads one complete section, its CRC included. Nothing for a table that is not above, for one that is not applicable
-// yet (current_next_indicator 0), and for a section whose CRC, lengths or numbers are wrong.
+// yet (current_next_indicator 0), and for a section whose CRC, lengths or numbers are wrong. A descriptor whose
+// contents do not fit into its own length is left out, the others of the section count.
 std::optional<Table> table_read(std::span<const std::uint8_t> section);

@@ -14,3 +14,6 @@ std::string text_from_broadcast(std::span<const std::uint8_t> bytes, std::size_t
 // The text's bytes for a table, with the lead bytes of the character set: "ISO6937", "ISO-8859-5", "UCS-2BE", "EUC-KR",
 // "GB2312", "UTF-8" and the like. Empty if the character set cannot say the text.
 std::string text_for_broadcast(std::string_view utf8, std::string_view character_set);
+
+// The same for the part of the text between emphasis marks, which is a service's short name; empty if there is none.
+std::string text_emphasized(std::span<const std::uint8_t> bytes, std::size_t longest = 4096);

@@ -1,19 +1,7 @@
-// Channels, the guide, media and the playback of recordings have no room, so their functions fail (defaults.h). This
+// Media and the playback of recordings have no room, so their functions fail (defaults.h). This
 // file defines the exceptions: functions that the plugin's start calls succeed, so that it logs no errors, and
 // functions that report a fact report it. No event is raised, and no callback is stored.
 #include "core/contract.h"
-
-INT32 a_vextvapi_channellist_register_callback(a_vextvapi_channellist_nfy_fct callback, void*) {
-  return callback ? 0 : -1;
-}
-
-INT32 a_vextvapi_broadcast_register_callback(a_vextvapi_broadcast_nfy_fct callback, void*) { return callback ? 0 : -1; }
-
-INT32 a_vextvapi_event_register_callback(a_vextvapi_event_nfy_fct callback, void*) { return callback ? 0 : -1; }
-
-INT32 a_vextvapi_time_register_dt_event_callback(a_vextvapi_time_dt_nfy_fct callback, void*) {
-  return callback ? 0 : -1;
-}
 
 INT32 a_vextvapi_pus_init() { return 0; }
 

@@ -24,7 +24,7 @@ int read(std::vector<std::string> words, Options& options) {
 TEST(Options, EachChangesItsOwnValue) {
   Options options = options_defaults();
   EXPECT_EQ(read({"--listen", "127.0.0.1:9000", "--allow-origin=http://localhost:5173", "--web", "w", "--state", "s",
-                  "--stick-root", "r", "--plugin", "p", "--platform", "f", "--tap", "t"},
+                  "--stick-root", "r", "--antenna", "a", "--plugin", "p", "--platform", "f", "--tap", "t"},
                  options),
             -1);
   EXPECT_EQ(options.server.policy.port, 9000);
@@ -32,6 +32,7 @@ TEST(Options, EachChangesItsOwnValue) {
   EXPECT_EQ(options.server.web_folder, "w");
   EXPECT_EQ(options.stack.state_folder, "s");
   EXPECT_EQ(options.stack.stick_root, "r");
+  EXPECT_EQ(options.stack.antenna, "a");
   EXPECT_EQ(options.stack.plugin, "p");
   EXPECT_EQ(options.stack.platform, "f");
   EXPECT_EQ(options.stack.tap, "t");

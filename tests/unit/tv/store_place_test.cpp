@@ -25,7 +25,7 @@ void expect_refused(const std::string& gone) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
   const std::string error = R"({"error":"the change could not be saved; see the set's log"})";
   EXPECT_EQ(tv_control(R"(["volume","up"])"), error);
-  EXPECT_EQ(tv_control(R"(["key","CH+"])"), error);
+  EXPECT_EQ(tv_control(R"(["key","SOURCE"])"), error);
   EXPECT_EQ(tv_control(R"(["reset"])"), error);
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
 }

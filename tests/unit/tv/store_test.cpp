@@ -234,7 +234,7 @@ TEST(TvStore, DamagedValueIsReportedOnceAndReset) {
 TEST(TvStore, DatabaseWithoutChecksumsIsMigrated) {
   TvFolder folder;
   write_sql(folder.database(), "PRAGMA journal_mode=WAL;" + layout_1_sql() +
-                                   "INSERT INTO settings VALUES ('volume', 64), ('mute', 1), ('channel', 7),"
+                                   "INSERT INTO settings VALUES ('volume', 64), ('mute', 1), ('input_source', 3),"
                                    "('g_misc__tv_network_name', 'Büro \"2\"'), ('g_misc__air_channel_id', 2147483647),"
                                    "('clock_moved_ms', -86400000), ('g_of_another_version', 'x')");
   testing::internal::CaptureStderr();
@@ -243,7 +243,7 @@ TEST(TvStore, DatabaseWithoutChecksumsIsMigrated) {
     EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 64);
     EXPECT_EQ(a_vextvapi_volctrl_getMute(), 1);
     const std::string state = tv_control(R"(["state"])");
-    expect_words(state, {R"("channel":7)", R"("g_misc__tv_network_name":"Büro \"2\"")",
+    expect_words(state, {R"("source":"HDMI 2")", R"("g_misc__tv_network_name":"Büro \"2\"")",
                          R"("g_misc__air_channel_id":2147483647)"});
     dtv_tv_stop();
   }

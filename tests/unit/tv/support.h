@@ -36,7 +36,7 @@ struct ManualClock {
 };
 
 // What "state" reports for a new set.
-#define TV_FACTORY_STATE R"("power":"on","channel":1,"source":"TV","key":"","volume":20,"mute":false)"
+#define TV_FACTORY_STATE R"("power":"on","channel":null,"source":"TV","key":"","volume":20,"mute":false)"
 
 // Starts the set. Returns the error, empty on success.
 inline std::string tv_start(const std::string& folder) {

@@ -1,14 +1,62 @@
+// The antenna's row: its commands, and the parts that it consists of. folder.h has the folder with its index,
+// receptions.h the tuners, scan.h the scan for services.
 #include "rooms/antenna/antenna.h"
 
+#include <boost/json.hpp>
+
+#include "core/reply.h"
 #include "core/room.h"
+#include "rooms/antenna/folder.h"
+#include "rooms/antenna/receptions.h"
+#include "rooms/antenna/scan.h"
+#include "rooms/guide/guide.h"
 
-struct Reception {};
-void ReceptionEnd::operator()(Reception* reception) const { delete reception; }
-std::vector<Multiplex> antenna_multiplexes() { return {}; }
-ReceptionHandle reception_start(const ServiceKey&, const ReceptionUser&, ReceptionRefusal& ret_refusal) {
-  ret_refusal = ReceptionRefusal::kNoSignal;
-  return nullptr;
+namespace {
+
+void start() {
+  receptions_open(guide_take);
+  scan_open();
+  folder_start();
 }
-std::int64_t antenna_time_shift(std::uint16_t, std::uint16_t) { return 0; }
 
-const Room room_antenna = {};
+void stop() {
+  scan_close();
+  folder_stop();
+  receptions_close();
+}
+
+bool reset() {
+  scan_cancel();
+  return folder_reset();
+}
+
+void report(boost::json::object& answer) {
+  folder_report(answer);
+  scan_report(answer);
+}
+
+boost::json::object antenna_command(Arguments arguments) {
+  const std::string_view word = arguments.empty() ? "" : arguments[0];
+  if (word == "none") return folder_choose("");
+  if (word == "rescan") return folder_read_again();
+  if (!arguments.empty() && !word.starts_with('/')) {
+    return reply_takes("antenna", "the absolute path of a folder, none or rescan", word);
+  }
+  if (!arguments.empty()) return folder_choose(word);
+  folder_look();
+  return folder_shown();
+}
+
+constexpr Command kCommands[] = {
+    {"antenna", "[DIR|none|rescan]", 1,
+     "Shows the antenna; connects it to a folder of transport streams; rescan reads the folder again", antenna_command},
+    {"scan", "[cancel | air|cable|satellite|update [update]]", 2,
+     "Shows the scan for services; searches all that the antenna receives, or one medium; update keeps the lists and "
+     "what the viewer changed",
+     scan_command},
+};
+
+}  // namespace
+
+const Room room_antenna = {
+    .commands = kCommands, .load = folder_load, .reset = reset, .report = report, .start = start, .stop = stop};

@@ -1,4 +1,6 @@
-// The antenna, a folder of transport streams, and the tuners that receive it, for the other rooms.
+// The antenna, a folder of transport streams, and the tuners that receive it, for the other rooms. The room's locks
+// come after the tuner's and before the guide's. None of them is held while a file is read, a listener or a user's
+// function runs, or another room is called.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +25,15 @@ struct Multiplex {
   int quality = 0;
 };
 
-// The multiplexes in the folder, in the order of their frequencies.
+// The multiplexes in the folder, in the order of their media and frequencies. Does not access the disk: a thread of the
+// room reads the folder, which can take seconds after the set's start.
 std::vector<Multiplex> antenna_multiplexes();
+
+// The listener runs on a thread of the room, without a lock, after each reading of the folder: from then on
+// antenna_multiplexes and reception_start know what was found. It stays registered until the process ends; registering
+// it again changes nothing. At most kMostAntennaListeners.
+inline constexpr std::size_t kMostAntennaListeners = 8;
+void antenna_listen(void (*listener)());
 
 // What a reception reports. The functions run on the reception's thread, without a lock, and must not end the
 // reception.
@@ -37,7 +46,8 @@ struct ReceptionUser {
 };
 
 // A multiplex being received by a tuner. Users of the same multiplex share the tuner and its thread. Destroying it ends
-// it: no function of its user runs after that.
+// it: no function of its user runs after that. Destroying waits for a function of its user that runs, so the caller
+// holds no lock that these functions take. It may be destroyed after the set was switched off.
 struct Reception;
 struct ReceptionEnd {
   void operator()(Reception* reception) const;
@@ -52,5 +62,5 @@ ReceptionHandle reception_start(const ServiceKey& key, const ReceptionUser& user
 
 // Every tuner that receives something hands the tables of its multiplex to the rooms that keep them: the guide's
 // guide_take. Times of a stream are shifted by whole minutes so that the stream's own clock, when the antenna was
-// loaded, was the set's.
+// loaded, was the set's. A stream whose clock was less than 26 hours away from the set's is not shifted.
 std::int64_t antenna_time_shift(std::uint16_t network, std::uint16_t stream);

@@ -1,5 +1,6 @@
 // HDMI-CEC inside the virtual television: the frames on the bus, its devices, and the messages that become events. The
-// bus itself and its lock are in cec.cpp; all functions declared here are called under that lock.
+// bus itself and its lock are in cec.cpp; all functions declared here are called under that lock, if they do not say
+// otherwise.
 #pragma once
 
 #include <optional>
@@ -102,6 +103,10 @@ std::optional<CecFrame> cec_identify(const CecDevice& device, bool on, const Cec
 
 // Updates the state of a device that has received a message, and returns its answers.
 std::vector<CecFrame> cec_device_answers(const CecDevice& device, CecDeviceState& state, const CecFrame& received);
+
+// The device with this logical address, while it is plugged in and the set's CEC is on; null: none. Takes the bus's
+// lock.
+const CecDevice* cec_found(int la);
 
 // ---- messages.cpp: the messages that become events ----
 

@@ -1,4 +1,4 @@
-// HDMI-CEC: the bus at the set's three HDMI inputs, and the set's CEC manager. A timer delivers each frame after the
+// HDMI-CEC: the bus at the set's HDMI inputs, and the set's CEC manager. A timer delivers each frame after the
 // time that it takes on a real wire, so that a listener receives events at a real bus's pace.
 //
 // Two switches turn the set's CEC off: the viewer's, which is a configuration value, and the manager's. While either is
@@ -24,10 +24,11 @@
 #include "core/timers.h"
 #include "rooms/config/config.h"
 #include "rooms/remote/remote.h"
+#include "rooms/sources/sources.h"
 
 namespace {
 
-constexpr UINT8 kPorts = 3;
+constexpr UINT8 kPorts = kHdmiInputs;
 constexpr const char* kSwitch = "g_misc__cec_enable";
 constexpr const char* kAutoOn = "g_misc__cec_auto_on";
 constexpr const char* kAutoOff = "g_misc__cec_auto_off";
@@ -499,6 +500,17 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
                              .batch = batch != 0});
   start_next_frame();
   return 0;
+}
+
+bool cec_is_plugged(int input) {
+  const std::lock_guard guard(bus.lock);
+  return std::ranges::any_of(kCecDeviceTable,
+                             [&](const CecDevice& each) { return each.port == input && state_of(each).plugged; });
+}
+
+const CecDevice* cec_found(int la) {
+  const std::lock_guard guard(bus.lock);
+  return listens() && la >= kFirstDevice && la <= kLastDevice ? plugged_at(static_cast<UINT8>(la)) : nullptr;
 }
 
 void cec_standby() {

@@ -48,7 +48,7 @@ TEST_F(TvCec, NewSetHasTwoDevicesInStandbyAndCecOn) {
   EXPECT_EQ(function_state(), 1);
   UINT8 ports = 0;
   EXPECT_EQ(a_vextvapi_cec_get_hdmi_port_num(&ports), 0);
-  EXPECT_EQ(ports, 3);
+  EXPECT_EQ(ports, 4);
 }
 
 TEST_F(TvCec, TheFunctionIsAConfigurationValueAndIsStored) {
@@ -66,7 +66,7 @@ TEST_F(TvCec, RefusesInvalidCalls) {
   expect_words(refusal([] { return a_vextvapi_cec_set_cec_func(2); }), {"0 or 1", "2"});
   EXPECT_EQ(function_state(), 1);
   expect_words(refusal([] { return a_vextvapi_cec_set_cec_fct({.b_enable = 2, .ui1_hdmi_port_num = 3}); }), {"2"});
-  expect_words(refusal([] { return a_vextvapi_cec_set_cec_fct({.b_enable = 1, .ui1_hdmi_port_num = 4}); }), {"3", "4"});
+  expect_words(refusal([] { return a_vextvapi_cec_set_cec_fct({.b_enable = 1, .ui1_hdmi_port_num = 5}); }), {"4", "5"});
   expect_words(refusal([] { return a_vextvapi_cec_signal_cec_ready(3); }), {"3"});
   expect_words(refusal([] { return discover(1, 14); }), {"CEC is off"});
   enable();
@@ -275,14 +275,14 @@ TEST_F(TvCec, ASourceThatPlaysWakesTheSetAndIsShown) {
   tv_control(R"(["power","standby"])");
   cec({"play", "player"});
   wait_frame("4F:82:20:00");
-  EXPECT_TRUE(shown(R"("power":"on","channel":1,"source":"HDMI 2")"));
+  EXPECT_TRUE(shown(R"("power":"on","channel":null,"source":"HDMI 2")"));
   cec({"play", "amplifier"});
   wait_frame("5F:82:10:00");
   EXPECT_TRUE(shown(R"("source":"HDMI 1")"));
   cec({"send", "player", "82", "31", "00"});  // behind another device at that input
   wait_frame("4F:82:31:00");
   EXPECT_TRUE(shown(R"("source":"HDMI 3")"));
-  for (const char* nowhere : {"00", "40", "FF"}) {
+  for (const char* nowhere : {"00", "50", "FF"}) {
     cec({"send", "player", "82", nowhere, "00"});
     wait_frame(std::string("4F:82:") + nowhere + ":00");
     EXPECT_TRUE(shown(R"("source":"HDMI 3")")) << nowhere;

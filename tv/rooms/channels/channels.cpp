@@ -1,16 +1,92 @@
+// What other rooms call, and the room's row.
 #include "rooms/channels/channels.h"
 
+#include <algorithm>
+#include <boost/json/object.hpp>
+
 #include "core/room.h"
+#include "rooms/channels/commands.h"
+#include "rooms/channels/favourites.h"
+#include "rooms/channels/state.h"
 
-bool channels_take_scan(std::span<const FoundService>, bool, ScanOutcome&, std::string&) { return false; }
-std::optional<Channel> channels_by_id(std::uint32_t) { return std::nullopt; }
-std::optional<Channel> channels_by_key(const ServiceKey&) { return std::nullopt; }
-std::optional<Channel> channels_by_number(std::uint32_t) { return std::nullopt; }
-std::optional<Channel> channels_step(std::uint32_t, int) { return std::nullopt; }
-std::optional<Channel> channels_step_favourite(std::uint32_t, int) { return std::nullopt; }
-std::optional<bool> channels_toggle_favourite(std::uint32_t) { return std::nullopt; }
-std::vector<Channel> channels_all() { return {}; }
-std::size_t channels_count() { return 0; }
-std::uint64_t channels_changes() { return 0; }
+namespace {
 
-const Room room_channels = {};
+std::optional<Channel> channel_or_none(const Entry* entry) {
+  return entry != nullptr ? std::optional(entry->channel) : std::nullopt;
+}
+
+// Adds the number of channels, if there are any.
+void report(boost::json::object& answer) {
+  if (const std::size_t count = channels_count(); count != 0) answer["channels"] = count;
+}
+
+}  // namespace
+
+bool channels_take_scan(std::span<const FoundService> found, bool update, ScanOutcome& ret_outcome,
+                        std::string& ret_error) {
+  std::vector<Service> services;
+  services.reserve(found.size());
+  for (const FoundService& each : found) services.push_back({.found = each});
+  ScanOutcome outcome;
+  std::string why = change_lists([&](Lists& lists) { return take_services(lists, services, update, outcome); },
+                                 update ? ChangeKind::kEdit : ChangeKind::kReset);
+  if (!why.empty()) {
+    ret_error = std::move(why);
+    return false;
+  }
+  ret_outcome = outcome;
+  return true;
+}
+
+std::optional<Channel> channels_by_id(std::uint32_t channel_id) {
+  const auto lists = lists_now();
+  return channel_or_none(find_id(*lists, channel_id));
+}
+
+std::optional<Channel> channels_by_key(const ServiceKey& key) {
+  const auto lists = lists_now();
+  return channel_or_none(find_key(*lists, key));
+}
+
+std::optional<Channel> channels_by_number(std::uint32_t number) {
+  const auto lists = lists_now();
+  return channel_or_none(find_number(*lists, number));
+}
+
+std::optional<Channel> channels_step(std::uint32_t channel_id, int by) {
+  const auto lists = lists_now();
+  return channel_or_none(step(lists->views[0], kShown, find_id(*lists, channel_id), by));
+}
+
+std::optional<Channel> channels_step_favourite(std::uint32_t channel_id, int by) {
+  const auto lists = lists_now();
+  return channel_or_none(step(lists->favourite_views[0], kShown, find_id(*lists, channel_id), by));
+}
+
+std::optional<bool> channels_toggle_favourite(std::uint32_t channel_id) {
+  bool is_one = false;
+  const std::string why = change_lists([&](Lists& lists) {
+    const Entry* const entry = find_id(lists, channel_id);
+    if (entry == nullptr) return std::string("no such channel");
+    is_one = std::ranges::find(lists.favourites[0], reference_of(*entry)) == lists.favourites[0].end();
+    return is_one ? add_favourite(lists, 0, reference_of(*entry)) : remove_favourite(lists, 0, reference_of(*entry));
+  });
+  return why.empty() ? std::optional(is_one) : std::nullopt;
+}
+
+std::vector<Channel> channels_all() {
+  const auto lists = lists_now();
+  std::vector<Channel> all;
+  all.reserve(lists->entries.size());
+  for (const auto& entry : lists->entries) all.push_back(entry->channel);
+  return all;
+}
+
+std::size_t channels_count() { return lists_now()->entries.size(); }
+
+std::vector<KnownMultiplex> channels_known_multiplexes() { return lists_now()->multiplexes; }
+
+std::uint64_t channels_changes() { return lists_now()->changes; }
+
+const Room room_channels = {
+    .commands = kChannelCommands, .load = state_load, .reset = state_reset, .report = report, .stop = state_stop};

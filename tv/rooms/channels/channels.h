@@ -31,6 +31,8 @@ struct Channel {
   bool hidden = false;   // not in the list (SVL_NW_MASK_ACTIVE is clear), but can be tuned
   Medium medium = Medium::kAir;
   std::uint32_t frequency = 0;  // of its multiplex, as in TSL_REC_T
+
+  bool operator==(const Channel&) const = default;
 };
 
 // What a scan found of a service.
@@ -81,6 +83,21 @@ std::optional<bool> channels_toggle_favourite(std::uint32_t channel_id);
 std::vector<Channel> channels_all();
 
 std::size_t channels_count();
+
+// A multiplex that an imported table names, without its services.
+struct KnownMultiplex {
+  std::string table;  // the file's name
+  Medium medium = Medium::kAir;
+  std::uint32_t frequency = 0;  // as in TSL_REC_T
+  std::uint32_t symbol_rate = 0;
+  std::int16_t orbit = 0;  // of a satellite; 0: not known
+  bool horizontal = false;
+
+  bool operator==(const KnownMultiplex&) const = default;
+};
+
+// In the order in which they were imported.
+std::vector<KnownMultiplex> channels_known_multiplexes();
 
 // Incremented with each change of the lists, so that a room can detect one.
 std::uint64_t channels_changes();

@@ -24,6 +24,7 @@
 
 #include "base/text.h"
 #include "core/contract.h"
+#include "core/events.h"
 #include "core/reply.h"
 #include "core/room.h"
 #include "core/store.h"
@@ -56,6 +57,20 @@ TimerTime sleep_end = kTimerNever;  // kTimerNever: the sleep timer is off
 INT32 sleep_duration = 0;           // the duration that it was set to, in seconds
 Timer sleep_timer;
 
+// The subscriber of changes of the time. Its lock comes after the configuration's and the one above.
+struct Subscriber {
+  std::mutex lock;
+  a_vextvapi_time_dt_nfy_fct callback = nullptr;
+  void* tag = nullptr;
+};
+Subscriber& subscriber = *new Subscriber;
+
+void post_change() {
+  const std::lock_guard guard(subscriber.lock);
+  if (subscriber.callback == nullptr) return;
+  events_post([callback = subscriber.callback, tag = subscriber.tag] { callback(0, tag, 0); });
+}
+
 // ---- Time ----
 
 INT64 now_seconds() { return (timer_utc_millis() + moved) / 1000; }
@@ -71,6 +86,7 @@ INT32 move_clock(INT64 by) {
   if (!store_write(value)) return -1;
   moved = by;
   ++changes;
+  post_change();
   return 0;
 }
 
@@ -303,12 +319,28 @@ INT32 a_vextvapi_time_set_sleep_timer(INT32 duration) {
   return set_sleep(duration) == 0 ? 0 : refuse_call(__func__, "the set is off");
 }
 
+INT32 a_vextvapi_time_register_dt_event_callback(a_vextvapi_time_dt_nfy_fct callback, void* tag) {
+  if (callback == nullptr) return refuse_call(__func__, "there is no callback");
+  const std::lock_guard guard(subscriber.lock);
+  subscriber.callback = callback;
+  subscriber.tag = tag;
+  return 0;
+}
+
 void clock_stop_sleep() {
   const std::lock_guard guard(lock);
   set_sleep(0);
 }
 
 std::int64_t clock_utc() { return now_seconds(); }
+
+std::int64_t clock_local_day(int days) {
+  const LocalClock clock = local_clock();
+  const absl::CivilDay today(clock.zone.At(absl::FromUnixSeconds(now_seconds())).cs);
+  return absl::ToUnixSeconds(clock.zone.At(absl::CivilSecond(today + days)).pre);
+}
+
+void clock_zone_changed() { post_change(); }
 
 std::uint64_t clock_changes() { return changes; }
 
@@ -322,6 +354,10 @@ bool clock_step_sleep() {
 namespace {
 
 void load() {
+  {
+    const std::lock_guard guard(subscriber.lock);
+    subscriber.callback = nullptr;
+  }
   const std::lock_guard guard(lock);
   moved = store_read(kMoved);
   sleep_end = kTimerNever;

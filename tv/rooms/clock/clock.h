@@ -1,4 +1,4 @@
-// The set's time, and what the remote control does to the sleep timer.
+// The set's time, for the other rooms, and what the remote control does to the sleep timer.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,14 @@ std::int64_t clock_utc();
 
 // Incremented when the set's time is set.
 std::uint64_t clock_changes();
+
+// The time, in seconds since 1970, UTC, at which the local day begins that is so many days after today; negative is
+// before.
+std::int64_t clock_local_day(int days);
+
+// The configuration calls it when it has changed a value of the time zone or of daylight saving. The caller may hold
+// the configuration's locks.
+void clock_zone_changed();
 
 void clock_stop_sleep();
 

@@ -20,6 +20,7 @@
 #include "core/reply.h"
 #include "core/room.h"
 #include "core/store.h"
+#include "rooms/clock/clock.h"
 
 namespace {
 
@@ -207,6 +208,12 @@ void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* t
   });
 }
 
+// Whether local time depends on the value.
+bool is_of_the_zone(const Entry& entry) {
+  const std::string_view key(entry.key);
+  return key == "g_time__tz_name" || key == "g_time__dst";
+}
+
 // Stores the values that differ from the current ones, all or none, then posts the callbacks for them. The caller holds
 // state.changing.
 INT32 change(std::vector<Change> wanted) {
@@ -225,6 +232,7 @@ INT32 change(std::vector<Change> wanted) {
     ++state.changes[index];
     if (state.callback != nullptr && state.watched[index]) post_change(*each.entry, state.callback, state.callback_tag);
   }
+  if (std::ranges::any_of(wanted, [](const Change& each) { return is_of_the_zone(*each.entry); })) clock_zone_changed();
   return 0;
 }
 

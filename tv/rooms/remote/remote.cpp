@@ -1,8 +1,8 @@
-// The remote control and what it controls: power, channel, source. Keys come from the command device, as commands of
-// the infrared receiver, and from the command "key"; both call press().
+// The remote control: power, and the keys, most of which act on another room. Keys come from the command device, as
+// commands of the infrared receiver, and from the command "key"; both call press().
 //
-// In standby the volume keys do nothing, and any other key only wakes the set. The channels are 1 to 99; choosing one
-// sets the source to TV. A single digit becomes a channel number after a moment, or with ENTER.
+// In standby the volume keys do nothing, and any other key only wakes the set. Up to four digits become a channel
+// number: the fourth at once, fewer after a moment or with ENTER. A number without a channel does nothing.
 #include "rooms/remote/remote.h"
 
 #include <algorithm>
@@ -10,9 +10,9 @@
 #include <cctype>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <utility>
 
-#include "core/contract.h"
 #include "core/reply.h"
 #include "core/room.h"
 #include "core/store.h"
@@ -20,36 +20,28 @@
 #include "dtv_tv.h"
 #include "rooms/apps/apps.h"
 #include "rooms/cec/cec.h"
+#include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
+#include "rooms/multiview/multiview.h"
+#include "rooms/sources/sources.h"
+#include "rooms/tuner/tuner.h"
 #include "rooms/volume/volume.h"
 
 namespace {
 
-constexpr Setting kChannel{.key = "channel", .factory = 1, .minimum = 1, .maximum = 99};
-constexpr Setting kPrevious{.key = "channel_previous", .factory = 1, .minimum = 1, .maximum = 99};
-constexpr const char* kSources[] = {"TV", "HDMI 1", "HDMI 2", "HDMI 3", "USB"};  // an HDMI input's index is its number
-constexpr int kHdmiInputs = 3;
-constexpr Setting kSource{.key = "source", .factory = 0, .minimum = 0, .maximum = std::size(kSources) - 1};
 constexpr const char* kSubtitleKey = "g_misc__dvb_subtitle_enabled";
 
-constexpr std::chrono::milliseconds kNextDigit(1500);  // within which a second digit completes the number
-
-struct Place {
-  INT64 channel;
-  INT64 previous;  // the channel that PRE-CH returns to
-  INT64 source;    // index in kSources
-  bool operator==(const Place&) const = default;
-};
-
-constexpr Place kFactory{.channel = kChannel.factory, .previous = kPrevious.factory, .source = kSource.factory};
+constexpr std::chrono::milliseconds kNextDigit(1500);  // within which another digit continues the number
+constexpr int kMostDigits = 4;
 
 struct State {
   std::mutex lock;  // guards all members below
   bool on = true;
-  Place place = kFactory;
-  int number = -1;       // the first digit of a channel number; -1: none
-  TimerTime number_due;  // when it becomes the channel, if no second digit comes
+  std::uint32_t number = 0;      // the digits of a channel number so far
+  int digits = 0;                // how many they are; 0: no number has been begun
+  TimerTime number_due;          // when it becomes the channel, if no other digit comes
+  TimerTime info = kTimerNever;  // when INFO was pressed last
   const char* last_key = "";
 };
 
@@ -60,60 +52,80 @@ State& state = *new State;
 
 // ---- What keys do ----
 
-// The functions below return false if the change was not saved, or the set is off. A pending digit may be gone then.
+// The functions below return false if the change was not saved, or the set is off. They hold no lock when they call
+// another room. A number that has been begun may be gone then.
 
-// Changes the channel and the source, and stores them. The caller of go and tune holds the lock.
-bool go(const Place& wanted) {
-  if (wanted == state.place) return true;
-  const SettingValue values[] = {
-      {kChannel.key, wanted.channel}, {kPrevious.key, wanted.previous}, {kSource.key, wanted.source}};
-  const bool kept = store_write(values);
-  if (kept) state.place = wanted;
-  return kept;
+// Ends the number that has been begun, and returns it; nothing: there is none.
+std::optional<std::uint32_t> take_number() {
+  const std::lock_guard guard(state.lock);
+  if (std::exchange(state.digits, 0) == 0) return std::nullopt;
+  return std::exchange(state.number, 0);
 }
 
-bool tune(INT64 channel) {
-  state.number = -1;
-  if (channel < kChannel.minimum || channel > kChannel.maximum) return true;
-  const bool same = channel == state.place.channel;
-  return go({.channel = channel, .previous = same ? state.place.previous : state.place.channel, .source = 0});
+bool tune_to_number() {
+  const auto number = take_number();
+  return !number || tuner_number(*number);
 }
 
 bool press_channel(int by) {
-  const std::lock_guard guard(state.lock);
-  const INT64 count = kChannel.maximum;
-  return tune((state.place.channel - 1 + by + count) % count + 1);
+  take_number();
+  return tuner_step(by);
+}
+
+bool press_favourite_channel(int) {
+  take_number();
+  return tuner_step_favourite(1);
 }
 
 bool press_previous(int) {
-  const std::lock_guard guard(state.lock);
-  return tune(state.place.previous);
+  take_number();
+  return tuner_previous();
 }
 
 void number_is_over() {
-  const std::lock_guard guard(state.lock);
-  if (state.number >= 0 && timer_now() >= state.number_due) tune(state.number);
+  {
+    const std::lock_guard guard(state.lock);
+    if (state.digits == 0 || timer_now() < state.number_due) return;
+  }
+  tune_to_number();
 }
 
 bool press_digit(int digit) {
-  const std::lock_guard guard(state.lock);
-  if (state.number >= 0) return tune(state.number * 10 + digit);
-  state.number = digit;
-  state.number_due = timer_now() + kNextDigit;
-  return timer_set(number_timer, state.number_due, number_is_over);
+  {
+    const std::lock_guard guard(state.lock);
+    state.number = state.number * 10 + static_cast<std::uint32_t>(digit);
+    if (++state.digits < kMostDigits) {
+      state.number_due = timer_now() + kNextDigit;
+      return timer_set(number_timer, state.number_due, number_is_over);
+    }
+  }
+  return tune_to_number();
 }
 
-bool press_enter(int) {
-  const std::lock_guard guard(state.lock);
-  return state.number < 0 || tune(state.number);
+bool press_enter(int) { return tune_to_number(); }
+
+bool press_favourite(int) {
+  const auto channel = tuner_channel();
+  return !channel || channels_toggle_favourite(channel->id).has_value();
 }
 
-bool press_source(int) {
+bool press_info(int) {
   const std::lock_guard guard(state.lock);
-  Place wanted = state.place;
-  wanted.source = (wanted.source + 1) % static_cast<INT64>(std::size(kSources));
-  return go(wanted);
+  state.info = timer_now();
+  return true;
 }
+
+bool press_source(int) { return sources_step(); }
+
+bool press_audio(int) { return tuner_step_audio(); }
+
+bool press_pip(int) { return multiview_step_mode(); }
+
+bool press_pip_place(int) { return multiview_step_place(); }
+
+bool press_pip_size(int) { return multiview_step_size(); }
+
+bool press_swap(int) { return multiview_swap(); }
 
 bool press_volume(int by) { return volume_press(by); }
 
@@ -161,6 +173,14 @@ constexpr Action kActions[] = {
     {"CH+", "next channel", press_channel, 1},
     {"CH-", "previous channel number", press_channel, -1},
     {"PRE-CH", "back to the channel seen before", press_previous},
+    {"FAVCH+/-", "next favourite channel", press_favourite_channel},
+    {"FAVORITE", "makes the channel a favourite, or no longer one", press_favourite},
+    {"INFO", "shows the channel and the programme", press_info},
+    {"MTS/AUDIO", "next sound track", press_audio},
+    {"PIP/POP", "second picture: small, beside, none", press_pip},
+    {"PIPPOS", "next corner for the small picture", press_pip_place},
+    {"PIPSIZE", "next size of the small picture", press_pip_size},
+    {"SWAP", "swaps the two pictures", press_swap},
     {"VOL+", "louder", press_volume, 1, false},
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
@@ -198,6 +218,7 @@ bool press(const Key& key) {
     state.on = true;
     state.last_key = key.name;
   }
+  if (!was_on) tuner_update();
   return !was_on || key.action == nullptr || key.action->press(key.action->argument);
 }
 
@@ -214,7 +235,7 @@ void carry_out(std::string_view command) {
   if (command.starts_with(kReceive) && command.size() <= kLongestLine) {
     const auto* const key = std::ranges::find(kKeys, command.substr(kReceive.size()), &Key::code);
     if (key != std::end(kKeys)) {
-      press(*key);  // the store has reported a failure
+      press(*key);  // a failure is on stderr already
       return;
     }
   }
@@ -250,7 +271,12 @@ bool remote_is_on() {
 
 void remote_wake() {
   const std::lock_guard guard(state.lock);
-  state.on = true;
+  if (!std::exchange(state.on, true)) tuner_update();
+}
+
+TimerTime remote_info_pressed() {
+  const std::lock_guard guard(state.lock);
+  return state.info;
 }
 
 void remote_standby() {
@@ -258,19 +284,18 @@ void remote_standby() {
   {
     const std::lock_guard guard(state.lock);
     was_on = std::exchange(state.on, false);
-    state.number = -1;
+    state.number = 0;
+    state.digits = 0;
   }
+  if (was_on) tuner_update();
+  multiview_end();
   clock_stop_sleep();
   apps_end();
   if (was_on) cec_standby();
 }
 
 void remote_show_hdmi(int input) {
-  const std::lock_guard guard(state.lock);
-  if (!state.on || input < 1 || input > kHdmiInputs) return;
-  Place wanted = state.place;
-  wanted.source = input;
-  go(wanted);
+  if (remote_is_on()) sources_choose_hdmi(input);
 }
 
 namespace {
@@ -278,25 +303,25 @@ namespace {
 void load() {
   const std::lock_guard guard(state.lock);
   state.on = true;
-  state.place = {.channel = store_read(kChannel), .previous = store_read(kPrevious), .source = store_read(kSource)};
-  state.number = -1;
+  state.number = 0;
+  state.digits = 0;
+  state.info = kTimerNever;
   state.last_key = "";
 }
 
 bool reset() {
-  const std::lock_guard guard(state.lock);
-  if (!go(kFactory)) return false;
-  state.on = true;
-  state.number = -1;
-  state.last_key = "";
+  load();
   return true;
 }
 
 void report(boost::json::object& answer) {
+  const auto channel = tuner_channel();
+  const std::string source = sources_name(sources_current());
   const std::lock_guard guard(state.lock);
   answer["power"] = state.on ? "on" : "standby";
-  answer["channel"] = state.place.channel;
-  answer["source"] = kSources[state.place.source];
+  answer["channel"] = channel ? boost::json::value(channel->number) : nullptr;
+  if (channel) answer["channel_name"] = channel->name;
+  answer["source"] = source;
   answer["key"] = state.last_key;
 }
 

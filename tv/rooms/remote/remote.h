@@ -1,8 +1,13 @@
-// Power and source, for the other rooms.
+// Power and keys, for the other rooms.
 #pragma once
+
+#include "core/timers.h"
 
 bool remote_is_on();  // false in standby
 void remote_wake();
+
+// When the key INFO was pressed last; kTimerNever: not since the set was switched on.
+TimerTime remote_info_pressed();
 
 // Puts the set into standby. The caller must not hold a lock.
 void remote_standby();

@@ -5,15 +5,11 @@
 #include <set>
 #include <thread>
 
-#include "tests/unit/tv/support.h"
+#include "rooms/tuner/tuner_test.h"
 
 namespace {
 
-struct TvRemote : testing::Test {
-  ManualClock manual;
-  TvFolder folder;
-  TvRemote() { EXPECT_EQ(tv_start(folder.path), ""); }
-};
+struct TvRemote : TunerSet {};
 
 void type(const std::string& text) {
   for (const char character : text) dtv_tv_command(character);
@@ -21,24 +17,7 @@ void type(const std::string& text) {
 
 void send(const std::string& code) { type("ir.rx.send " + code + "\r\n"); }
 
-void press(const std::string& name) {
-  const std::string answer = tv_control(R"(["key",")" + name + R"("])");
-  EXPECT_EQ(answer.find("error"), std::string::npos) << answer;
-}
-
 bool shown(const std::string& part) { return tv_control(R"(["state"])").find(part) != std::string::npos; }
-
-// "12 TV": channel and source
-std::string place() {
-  const std::string state = tv_control(R"(["state"])");
-  const auto after = [&](const std::string& name) {
-    const std::size_t start = state.find('"' + name + "\":") + name.size() + 3;
-    std::string value = state.substr(start, state.find_first_of(",}", start) - start);
-    std::erase(value, '"');
-    return value;
-  };
-  return after("channel") + " " + after("source");
-}
 
 TEST_F(TvRemote, CommandDeviceAcceptsKeyCodes) {
   send("0x6f000");  // VOL+
@@ -114,93 +93,177 @@ TEST_F(TvRemote, TheDeviceDoesNothingWhileTheSetIsOff) {
   EXPECT_EQ(a_vextvapi_volctrl_getVolume(), 21);
 }
 
+TEST_F(TvRemote, WithoutChannelsTheirKeysDoNothing) {
+  EXPECT_EQ(place(), "null TV");
+  press_all({"CH+", "CH-", "PRE-CH", "FAVCH+/-", "FAVORITE", "MTS/AUDIO", "4", "2", "ENTER", "1", "2", "3", "4"});
+  dtv_tv_advance(2'000);
+  EXPECT_EQ(place(), "null TV");
+  press("SOURCE");
+  press_all({"CH+", "1", "ENTER"});  // there is nothing to show on the tuner either
+  EXPECT_EQ(place(), "null HDMI 1");
+}
+
 TEST_F(TvRemote, ChannelsStepAndWrapAround) {
+  import_channels();
   EXPECT_EQ(place(), "1 TV");
+  EXPECT_TRUE(shown(R"("channel":1,"channel_name":"One","source":"TV")"));
   send("0x5f000");
   EXPECT_EQ(place(), "2 TV");
   send("0x5f001");
   send("0x5f001");
-  EXPECT_EQ(place(), "99 TV");
+  EXPECT_EQ(place(), "1234 TV");
   send("0x5f000");
   EXPECT_EQ(place(), "1 TV");
   send("0x5f002");  // PRE-CH
-  EXPECT_EQ(place(), "99 TV");
+  EXPECT_EQ(place(), "1234 TV");
   send("0x5f002");
   EXPECT_EQ(place(), "1 TV");
 }
 
-TEST_F(TvRemote, TwoDigitsChooseAChannel) {
+TEST_F(TvRemote, DigitsChooseAChannelWithEnterOrAfterAMoment) {
+  import_channels();
+  press("ENTER");
+  EXPECT_EQ(place(), "1 TV");
+  press_all({"4", "ENTER"});
+  EXPECT_EQ(place(), "4 TV");
   send("0x10034");
-  EXPECT_EQ(place(), "1 TV");
   send("0x10032");
-  EXPECT_EQ(place(), "42 TV");
-  press("0");
-  press("7");
-  EXPECT_EQ(place(), "7 TV");
-  press("9");
-  press("9");
-  EXPECT_EQ(place(), "99 TV");
-  press("0");
-  press("0");  // there is no channel 0
-  EXPECT_EQ(place(), "99 TV");
-  press("PRE-CH");
-  EXPECT_EQ(place(), "7 TV");
-}
-
-TEST_F(TvRemote, OneDigitChoosesAChannelWithEnterOrAfterAMoment) {
-  press("ENTER");
-  EXPECT_EQ(place(), "1 TV");
-  press("5");
-  press("ENTER");
-  EXPECT_EQ(place(), "5 TV");
-  press("8");
+  EXPECT_EQ(place(), "4 TV");
   dtv_tv_advance(1'499);
-  EXPECT_EQ(place(), "5 TV");
+  EXPECT_EQ(place(), "4 TV");
   dtv_tv_advance(1);
-  EXPECT_EQ(place(), "8 TV");
-  press("3");
-  press("CH+");  // another key that changes the channel discards the digit
-  EXPECT_EQ(place(), "9 TV");
-  press("ENTER");
-  EXPECT_EQ(place(), "9 TV");
+  EXPECT_EQ(place(), "42 TV");
+  press_all({"0", "0", "3", "ENTER"});
+  EXPECT_EQ(place(), "3 TV");
+  press("4");
+  dtv_tv_advance(1'400);
+  press("2");  // each digit waits for the next one
+  dtv_tv_advance(1'400);
+  EXPECT_EQ(place(), "3 TV");
+  dtv_tv_advance(100);
+  EXPECT_EQ(place(), "42 TV");
 }
 
-TEST_F(TvRemote, SourcesWrapAroundAndAChannelReturnsToTv) {
-  for (const char* source : {"1 HDMI 1", "1 HDMI 2", "1 HDMI 3", "1 USB", "1 TV", "1 HDMI 1"}) {
-    send("0x5f01f");
-    EXPECT_EQ(place(), source);
-  }
+TEST_F(TvRemote, TheFourthDigitCompletesTheNumber) {
+  import_channels();
+  press_all({"1", "2", "3"});
+  EXPECT_EQ(place(), "1 TV");
+  press("4");
+  EXPECT_EQ(place(), "1234 TV");
+  press_all({"0", "0", "4", "2"});
+  EXPECT_EQ(place(), "42 TV");
+  press("2");  // begins another number
+  press("ENTER");
+  EXPECT_EQ(place(), "2 TV");
+}
+
+TEST_F(TvRemote, ANumberWithoutAChannelDoesNothing) {
+  import_channels();
+  press_all({"3", "ENTER", "9", "9", "ENTER", "0", "ENTER", "9", "9", "9", "9"});
+  dtv_tv_advance(2'000);
+  EXPECT_EQ(place(), "3 TV");
+  press("PRE-CH");
+  EXPECT_EQ(place(), "1 TV");
+}
+
+TEST_F(TvRemote, AnotherKeyForChannelsDiscardsTheDigits) {
+  import_channels();
+  press_all({"4", "CH+"});
+  EXPECT_EQ(place(), "2 TV");
+  press("ENTER");
+  EXPECT_EQ(place(), "2 TV");
+  press_all({"4", "PRE-CH"});
+  EXPECT_EQ(place(), "1 TV");
+  dtv_tv_advance(2'000);
+  EXPECT_EQ(place(), "1 TV");
+}
+
+TEST_F(TvRemote, AChannelReturnsToTheTuner) {
+  import_channels();
+  press("SOURCE");
+  EXPECT_EQ(place(), "1 HDMI 1");
   press("CH+");
   EXPECT_EQ(place(), "2 TV");
-  press("SOURCE");
-  press("2");
-  press("ENTER");
+  press_all({"SOURCE", "2", "ENTER"});
   EXPECT_EQ(place(), "2 TV");
+  press_all({"SOURCE", "PRE-CH"});
+  EXPECT_EQ(place(), "1 TV");
+  expect_done(run({"source", "TV", "block"}));
+  press("SOURCE");
+  press("CH+");  // the tuner is blocked
+  EXPECT_EQ(place(), "1 HDMI 1");
+}
+
+TEST_F(TvRemote, FavouriteKeys) {
+  import_channels();
+  press_all({"3", "ENTER", "FAVORITE", "4", "2", "ENTER", "FAVORITE"});
+  press("FAVCH+/-");
+  EXPECT_EQ(place(), "3 TV");
+  press("FAVCH+/-");
+  EXPECT_EQ(place(), "42 TV");
+  press("FAVORITE");
+  press("FAVCH+/-");
+  EXPECT_EQ(place(), "3 TV");
+  press("FAVCH+/-");
+  EXPECT_EQ(place(), "3 TV");
+}
+
+TEST_F(TvRemote, KeysForTwoPictures) {
+  import_channels();
+  press_all({"2", "ENTER", "PIP/POP"});
+  expect_words(run({"multiview"}), {R"("mode":"pip")", R"("sub":{"shown":true,"source":"TV","channel":1,)"});
+  press("SWAP");
+  EXPECT_EQ(place(), "1 TV");
+  expect_words(run({"multiview"}), {R"("sub":{"shown":true,"source":"TV","channel":2,)"});
+  const std::string before = run({"multiview"});
+  press("PIPPOS");
+  EXPECT_NE(run({"multiview"}), before);
+  press_all({"PIPPOS", "PIPPOS", "PIPPOS"});
+  EXPECT_EQ(run({"multiview"}), before);  // four corners
+  press("PIPSIZE");
+  EXPECT_NE(run({"multiview"}), before);
+  press("PIP/POP");
+  expect_words(run({"multiview"}), {R"("mode":"pop")"});
+  press("PIP/POP");
+  expect_words(run({"multiview"}), {R"("mode":"normal")"});
+}
+
+TEST_F(TvRemote, AChoiceThatIsNotSavedChangesNothing) {
+  import_channels();
+  press("CH+");
+  const auto refused = [](const std::string& key) { expect_words(run({"key", key}), {"error", "could not be saved"}); };
+  move_folder_away(true);
+  for (const char* key : {"CH+", "CH-", "PRE-CH", "SOURCE"}) refused(key);
+  press("4");  // the first digit stores nothing
+  refused("ENTER");
+  press_all({"1", "2", "3"});
+  refused("4");
+  EXPECT_EQ(place(), "2 TV");
+  move_folder_away(false);
   press("PRE-CH");
   EXPECT_EQ(place(), "1 TV");
 }
 
 TEST_F(TvRemote, ChannelAndSourceSurviveARestart) {
-  press("1");
-  press("2");
-  press("SOURCE");
-  dtv_tv_stop();
-  EXPECT_EQ(tv_start(folder.path), "");
-  EXPECT_EQ(place(), "12 HDMI 1");
+  import_channels();
+  press_all({"4", "2", "ENTER", "SOURCE"});
+  restart();
+  EXPECT_EQ(place(), "42 HDMI 1");
   EXPECT_TRUE(shown(R"("power":"on")"));
   EXPECT_TRUE(shown(R"("key":"")"));
   press("PRE-CH");
   EXPECT_EQ(place(), "1 TV");
-  press("5");
-  tv_control(R"(["reset"])");
+  press("3");
+  run({"reset"});
   press("ENTER");
-  EXPECT_EQ(place(), "1 TV");
+  EXPECT_EQ(place(), "null TV");
   press("POWER");
-  tv_control(R"(["reset"])");
+  run({"reset"});
   EXPECT_TRUE(shown(R"("power":"on")"));
 }
 
 TEST_F(TvRemote, PowerTogglesAndKeysWakeTheSet) {
+  import_channels();
   send("0x8f000");
   EXPECT_TRUE(shown(R"("power":"standby")"));
   for (const char* code : {"0x6f000", "0x6f001", "0x6f002"}) send(code);  // VOL+, VOL-, MUTE
@@ -220,7 +283,7 @@ TEST_F(TvRemote, PowerTogglesAndKeysWakeTheSet) {
 }
 
 TEST_F(TvRemote, PowerCommand) {
-  EXPECT_EQ(tv_control(R"(["power"])"), R"({"power":"on","channel":1,"source":"TV","key":""})");
+  EXPECT_EQ(tv_control(R"(["power"])"), R"({"power":"on","channel":null,"source":"TV","key":""})");
   EXPECT_TRUE(tv_control(R"(["power","standby"])").starts_with(R"({"power":"standby")"));
   EXPECT_TRUE(tv_control(R"(["power","standby"])").starts_with(R"({"power":"standby")"));
   EXPECT_TRUE(tv_control(R"(["power","toggle"])").starts_with(R"({"power":"on")"));
@@ -300,10 +363,11 @@ TEST_F(TvRemote, UnknownKeysAreRefused) {
 }
 
 TEST_F(TvRemote, ManyThreads) {
+  import_channels();
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([t] {
-      const char* const keys[] = {"CH+", "VOL+", "POWER", "5", "SOURCE", "SLEEP", "CC", "PRE-CH"};
+      const char* const keys[] = {"CH+", "VOL+", "POWER", "2", "SOURCE", "PIP/POP", "SWAP", "PRE-CH"};
       for (int i = 0; i < 40; ++i) {
         if (t == 0) send("0x5f000");
         if (t > 0) tv_control(R"(["key",")" + std::string(keys[(i + t) % 8]) + R"("])");
@@ -314,7 +378,7 @@ TEST_F(TvRemote, ManyThreads) {
   for (std::thread& thread : threads) thread.join();
   tv_control(R"(["power","on"])");
   tv_control(R"(["reset"])");
-  EXPECT_EQ(place(), "1 TV");
+  EXPECT_EQ(place(), "null TV");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "broadcast/tables.h"
 #include "rooms/channels/channels.h"
@@ -34,8 +35,46 @@ bool tuner_step(int by);
 bool tuner_previous();
 bool tuner_number(std::uint32_t number);
 
+// The result of the latest choice; nothing while the change is under way, and while the set is in standby or shows
+// another source. After the change it follows the channel: its signal is lost, an event begins that is blocked.
+std::optional<ChangeResult> tuner_result();
+
+// A stream of the service, in the order of its PMT. Of each kind, at most one is chosen: by the viewer, else by the
+// configuration's languages.
+struct TunerTrack {
+  StreamKind kind = StreamKind::kOther;  // kAudio or kSubtitle
+  std::uint16_t pid = 0;
+  std::string codec = {};
+  std::string language = {};
+  bool impaired = false;
+  bool chosen = false;
+};
+std::vector<TunerTrack> tuner_tracks();
+
+std::optional<Channel> tuner_previous_channel();  // that PRE-CH returns to; nothing: there is none
+
+bool tuner_step_favourite(int by);  // as tuner_step, over the favourites
+bool tuner_step_audio();            // the next sound track
+
+// Chooses a channel of the satellite, or of the air and the cable, unless the current one is such a channel: the
+// previous one, else the first of the list. True also if there is none. False: the choice was not saved.
+bool tuner_enter(bool satellite);
+bool tuner_has(bool satellite);  // whether there is such a channel
+
+// The set's power or its source has changed: the tuner starts or stops receiving, on the timer thread. The caller may
+// hold any lock that comes before the timers'.
+void tuner_update();
+
+// Ends the main picture until a channel or a source is chosen, or the set is switched on again. wait: returns when the
+// reception has ended. The caller holds no lock.
+void tuner_stop(bool wait);
+
+bool tuner_is_stopped();
+
 // Receives the service's packets (a transport stream with one program) while the main picture shows a channel: null
-// ends it. One player. Runs on the reception's thread and must not block; discontinuity: a new channel begins.
+// ends it, and none of the player's functions runs any more when tuner_set_player returns. One player. packets runs on
+// the reception's thread and must not block. changed runs, before the packets of a channel, when a result is known and
+// when it changes; not when the player is set (tuner_result). Neither may call this room, except to read.
 struct TunerPlayer {
   void (*packets)(void* context, std::span<const std::uint8_t> packets) = nullptr;
   void (*changed)(void* context, ChangeResult result) = nullptr;

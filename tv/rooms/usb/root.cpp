@@ -18,8 +18,8 @@ namespace {
 
 constexpr int kMostLinks = 40;  // on one path, as in the kernel
 
-std::mutex lock;      // held for moments, without taking another
-std::string wanted;   // absolute; empty: $HOME; guarded by lock
+std::mutex lock;      // guards all below; held while a path is resolved, without taking another
+std::string wanted;   // absolute; empty: $HOME
 fs::path named_root;  // the root's path as it was given, links included
 std::string root;     // canonical
 
@@ -102,9 +102,13 @@ void usb_root_load() {
   named_root = plain(name);
 }
 
-const std::string& usb_root() { return root; }
+std::string usb_root() {
+  const std::lock_guard guard(lock);
+  return root;
+}
 
 UsbPlace usb_place(std::string_view path) {
+  const std::lock_guard guard(lock);
   if (root.empty()) return {};
   if (path.size() >= PATH_MAX) {
     return {.inside = true, .failed = std::make_error_code(std::errc::filename_too_long), .folder = std::string(path)};

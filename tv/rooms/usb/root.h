@@ -1,4 +1,5 @@
-// Only folders of the machine inside one folder, the root, can become USB sticks. Nothing outside the root is accessed.
+// Only folders of the machine inside one folder, the root, can become USB sticks, or the antenna by a command. Nothing
+// outside the root is accessed.
 #pragma once
 
 #include <string>
@@ -12,12 +13,12 @@ struct UsbPlace {
   std::string folder;      // the canonical path; if resolving failed, what it would be
 };
 
-// Sets the root to the folder given to dtv_tv_stick_root, or $HOME. Reports a folder that cannot be used on stderr. The
-// caller ensures that only one thread at a time calls the functions of this file.
+// Sets the root to the folder given to dtv_tv_stick_root, or $HOME. Reports a folder that cannot be used on stderr. Any
+// thread may call the functions of this file.
 void usb_root_load();
 
 // The root's canonical path; empty if there is no root, and then no path is inside.
-const std::string& usb_root();
+std::string usb_root();
 
 // path: absolute.
 UsbPlace usb_place(std::string_view path);

@@ -1,0 +1,49 @@
+// The tuners. Each tuner in use has a thread, which reads the multiplex, hands its packets to the users at the time
+// when they are due, and its event tables to the guide. A tuner without users has no thread.
+//
+// One lock guards the tuners. It comes after the antenna's and is not held while a user's function runs, a file is read
+// or the guide takes events. Receptions use the machine's steady clock, also where a test has a manual one.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "rooms/antenna/antenna.h"
+
+inline constexpr std::size_t kMostUsers = 32;  // of one tuner
+// A tuner that is later than this drops packets until it is on time.
+inline constexpr std::chrono::milliseconds kMostLate{1000};
+// Of a longer delay, only this much is made up for; by the rest the whole stream is later.
+inline constexpr std::chrono::milliseconds kMostDropped{10000};
+inline constexpr std::size_t kMostWaitingSections = 1024;  // event sections that wait for the guide, of one tuner
+
+// Takes the events of a section, with the seconds by which its times are moved.
+using EventTaker = void (*)(const Eit& eit, std::int64_t shift);
+
+struct ReceptionSource {
+  std::string path;
+  std::int64_t shift = 0;
+};
+
+// From here on receptions can start.
+void receptions_open(EventTaker taker);
+
+// Ends all receptions, and returns when no user's function runs any more. The users' handles stay valid. No function of
+// a user may call it.
+void receptions_close();
+
+ReceptionHandle receptions_add(const ReceptionSource& source, const ReceptionUser& user, ReceptionRefusal& ret_refusal);
+
+// Ends the receptions of these files: their tuners report `why` to their users as lost.
+void receptions_drop(const std::function<bool(const std::string& path)>& drops, const std::string& why);
+
+struct TunerUse {
+  std::string path;  // empty: the tuner is free
+  std::size_t users = 0;
+};
+
+std::array<TunerUse, kTuners> receptions_use();

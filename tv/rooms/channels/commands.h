@@ -1,0 +1,8 @@
+// The room's commands.
+#pragma once
+
+#include <span>
+
+#include "core/room.h"
+
+extern const std::span<const Command> kChannelCommands;
