@@ -1,10 +1,10 @@
 // The screen: GET /screen.jpg, and "dtvctl tv screen FILE".
 import assert from 'node:assert/strict';
-import { execFile } from 'node:child_process';
+import { execFile, execFileSync } from 'node:child_process';
 import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { build, connect, folder, request, sharedHost } from './host_support.mjs';
+import { build, connect, folder, request, sharedHost, sleep, startHost } from './host_support.mjs';
 
 const host = sharedHost();
 const path = '/screen.jpg';
@@ -115,4 +115,74 @@ test('dtvctl saves the picture of a set of its own', async (t) => {
   const { code, stderr } = await dtvctl(['--local', '--state', join(place, 'state'), 'tv', 'screen', file]);
   assert.equal(code, 0, stderr);
   assert.deepEqual(sizeOf(readFileSync(file)), [640, 360]);
+});
+
+// A multiplex of two services that never stands still, one of them red.
+function broadcast(place) {
+  const file = join(place, 'multiplex.ts');
+  const sources = ['testsrc2=size=352x288:rate=25', 'color=red:size=352x288:rate=25', 'sine=440'];
+  const inputs = sources.flatMap((source) => ['-f', 'lavfi', '-i', source]);
+  const services = ['-program', 'title=Tests:program_num=101:st=0:st=1', '-program', 'title=Red:program_num=102:st=2:st=3'];
+  const streams = ['-map', '0', '-map', '2', '-map', '1', '-map', '2', '-c:v', 'mpeg2video', '-b:v', '700k', '-g', '12', '-c:a', 'mp2'];
+  execFileSync('ffmpeg', ['-v', 'error', ...inputs, '-t', '20', ...streams, ...services, '-mpegts_flags', '+nit', '-muxrate', '2200k', file]);
+}
+
+// Asks until the answer is good; the limit is generous.
+async function until(ask, good, what) {
+  const end = Date.now() + 60_000;
+  for (;;) {
+    const answer = await ask();
+    if (good(answer)) return answer;
+    assert.ok(Date.now() < end, `${what}: ${JSON.stringify(answer)}`);
+    await sleep(50);
+  }
+}
+
+// Scans the antenna; the channels found.
+async function scanned(tv) {
+  await tv('scan', 'update');
+  await until(() => tv('scan'), ({ state }) => state !== 'running', 'the end of the scan');
+  return (await tv('channels')).channels;
+}
+
+test('the picture of a channel moves, and follows the channel', async (t) => {
+  const antenna = folder(t);
+  broadcast(antenna);
+  const set = await startHost(t, ['--antenna', antenna]);
+  const client = await connect(t, set);
+  const tv = (...words) => client.call('tv', { words });
+  const numbers = Object.fromEntries((await scanned(tv)).map(({ name, number }) => [name, number]));
+  const screen = () => tv('screen');
+  const frames = async (count) => {
+    const tags = new Set();
+    await until(
+      async () => tags.add((await request(set, 'GET', path, { headers: bearer(set.token) })).headers.etag).size,
+      (size) => size >= count,
+      'frames',
+    );
+  };
+
+  await tv('tune', String(numbers.Tests));
+  const shown = await until(screen, ({ shown }) => shown, 'a picture');
+  assert.equal(shown.picture, 'channel');
+  assert.equal(shown.reason, undefined);
+  assert.deepEqual([shown.banner.number, shown.banner.name], [numbers.Tests, 'Tests']);
+  await frames(5);
+
+  await tv('tune', String(numbers.Red));
+  await until(screen, ({ banner }) => banner?.name === 'Red', 'the other banner');
+  await until(screen, ({ banner }) => !banner, 'the end of the banner');
+  await tv('key', 'INFO');
+  assert.equal((await screen()).banner.name, 'Red');
+  const file = join(folder(t), 'red.jpg');
+  const saved = await dtvctl(['--host', `127.0.0.1:${set.port}`, '--state', set.state, '--json', 'tv', 'screen', file]);
+  assert.equal(saved.code, 0, saved.stderr);
+  assert.equal(JSON.parse(saved.stdout).shown, true);
+  const pixel = execFileSync('ffmpeg', ['-v', 'error', '-i', file, '-vf', 'crop=1:1:320:180', '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-']);
+  assert.ok(pixel[0] > 200 && pixel[1] < 60 && pixel[2] < 60, `colour ${[...pixel]}`);
+
+  await tv('power', 'standby');
+  assert.deepEqual([(await screen()).picture, (await screen()).reason], ['none', 'standby']);
+  await until(screen, ({ shown }) => !shown, 'the empty frame');
+  assert.equal((await set.stop()).code, 0);
 });

@@ -3,8 +3,6 @@
 // The picture costs nothing while nobody looks. Asking for a frame counts as looking. The room's thread then starts a
 // player for the main picture's packets, and ends it some seconds after the last viewer has left. Without a picture (no
 // signal, standby, another source) the newest frame is an empty one; the page writes the reason on it.
-#include "rooms/screen/screen.h"
-
 #include <absl/strings/escaping.h>
 #include <malloc.h>
 #include <pthread.h>
@@ -51,7 +49,7 @@ struct Sound {
 };
 
 struct State {
-  std::mutex lock;  // guards all members below but the ring and the thread
+  std::mutex lock;  // taken after every other room's; guards all members below but the ring and the thread
   std::condition_variable wake;
   bool running = false;
   bool woken = false;
@@ -245,9 +243,15 @@ Sound sound_now() {
   return {.volume = reported.at("volume").to_number<std::int64_t>(), .mute = reported.at("mute").as_bool()};
 }
 
+bool shows_info() {
+  const TimerTime pressed = remote_info_pressed();
+  return pressed != kTimerNever && timer_now() < pressed + kBannerTime;
+}
+
 boost::json::object screen_command(Arguments arguments) {
   std::string_view why = reason();
   const Sound sound = sound_now();
+  const bool info = shows_info();
   boost::json::object reply;
   Jpeg frame;
   bool with_banner = false;
@@ -262,7 +266,7 @@ boost::json::object screen_command(Arguments arguments) {
     reply["picture"] = why.empty() ? "channel" : "none";
     if (!why.empty()) reply["reason"] = why;
     reply["shown"] = why.empty() && state.shown;
-    with_banner = now < state.banner_until && why != "standby" && why != "source";
+    with_banner = (info || now < state.banner_until) && why != "standby" && why != "source";
     if (std::exchange(state.sound, sound) != sound) state.sound_until = now + kVolumeTime;
     if (now < state.sound_until) {
       reply["volume"] = sound.volume;
@@ -333,11 +337,6 @@ constexpr Command kCommands[] = {
 };
 
 }  // namespace
-
-void screen_show_banner() {
-  const std::lock_guard guard(state.lock);
-  state.banner_until = timer_now() + kBannerTime;
-}
 
 std::uint64_t dtv_tv_screen(std::uint64_t after, std::uint8_t** ret_jpeg, std::uint32_t* ret_size) {
   Jpeg frame;
