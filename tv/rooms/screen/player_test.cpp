@@ -107,7 +107,9 @@ struct ScreenPlayer : testing::Test {
       }
       if (const std::uint64_t newest = ring_stream(*ring); newest != stream) {
         stream = newest;
-        player_restart(*player);
+        player.reset();
+        start();
+        if (player == nullptr) return false;
       }
       if (player_step(*player, *canvas) && done()) return true;
     }

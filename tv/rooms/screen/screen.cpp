@@ -167,12 +167,10 @@ void start_player(Show& show) {
 // Starts, continues or ends the player, and publishes its next frame.
 void turn(Show& show, bool wanted) {
   if (!wanted || !reason().empty()) return end_player(show);
+  // A new player shows nothing of the channel before.
+  if (ring_stream(*state.ring) != show.stream) end_player(show);
   if (show.player == nullptr) start_player(show);
   if (show.player == nullptr) return;
-  if (const std::uint64_t stream = ring_stream(*state.ring); stream != show.stream) {
-    show.stream = stream;
-    player_restart(*show.player);
-  }
   if (!player_step(*show.player, *show.canvas)) return;
   std::vector<std::uint8_t> jpeg;
   std::string error;
@@ -211,6 +209,7 @@ void take_packets(void*, std::span<const std::uint8_t> packets) { ring_put(*stat
 void take_change(void*, ChangeResult result) {
   const std::lock_guard guard(state.lock);
   state.result = result;
+  state.shown = false;
   state.banner_until = timer_now() + kBannerTime;
   state.woken = true;
   state.wake.notify_one();

@@ -18,8 +18,6 @@ PlayerHandle player_start(std::shared_ptr<PacketRing>, const PlayerWake&, std::s
   return nullptr;
 }
 
-void player_restart(Player&) {}
-
 bool player_step(Player&, Canvas&) { return false; }
 
 bool jpeg_write(const Canvas&, std::vector<std::uint8_t>&, std::string& ret_error) {

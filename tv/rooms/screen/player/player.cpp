@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <future>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -193,16 +194,19 @@ PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wa
 void PlayerEnd::operator()(Player* player) const {
   std::promise<void> ended;
   const std::future<void> end = ended.get_future();
-  std::thread closer([player, told = std::move(ended)]() mutable {
-    destroy(player);
-    told.set_value();
-  });
+  std::thread closer;
+  try {
+    closer = std::thread([player, told = std::move(ended)]() mutable {
+      destroy(player);
+      told.set_value();
+    });
+  } catch (const std::system_error&) {  // no thread is left: it ends without a limit
+    return destroy(player);
+  }
   if (end.wait_for(kPlayerStopTime) == std::future_status::ready) return closer.join();
   std::fprintf(stderr, "dtv_tv: the picture's player does not end; it is left behind\n");
   closer.detach();
 }
-
-void player_restart(Player& player) { open(player); }
 
 bool player_step(Player& player, Canvas& ret_canvas) {
   take_events(player);

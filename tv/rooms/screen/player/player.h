@@ -31,11 +31,9 @@ using PlayerHandle = std::unique_ptr<Player, PlayerEnd>;
 // about a tenth of a second.
 std::string player_trouble();
 
-// Null with ret_error if there can be no player.
+// Plays the ring's newest packets; for another stream of the ring, start another player. Null with ret_error if there
+// can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);
-
-// Plays the ring's newest packets from now on; for another stream.
-void player_restart(Player& player);
 
 // Does what is due. Returns whether the canvas has a new picture, with bars where it is not 16:9. A player that waits
 // to play a broken stream again does so here, so call it at least every kReopenTime.
