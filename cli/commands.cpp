@@ -134,6 +134,7 @@ json::array television_words(ShellWords words) {
 }
 
 int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
+  if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
   const json::object params{{"words", television_words(words)}};
   std::string answer;
   if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
@@ -421,6 +422,7 @@ constexpr Command kCommands[] = {
              "\n"
              "  dtvctl tv volume up\n"
              "  dtvctl tv state\n"
+             "  dtvctl tv screen picture.jpg\n"
              "  dtvctl tv stick insert ~/Pictures\n"
              "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
              "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"

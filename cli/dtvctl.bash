@@ -38,6 +38,7 @@ _dtvctl_tv_words() {  # WORD...: what may come after these words of a command of
   next=$(_dtvctl_ask "tv-${name// /-}" '"next":\[[^]]*' tv help "${given[@]}")
   COMPREPLY=($(compgen -W "$(grep -v '[A-Z]' <<<"$next")" -- "$current"))
   [[ $next =~ (^|$'\n')DIR($|$'\n') ]] && COMPREPLY+=($(compgen -d -- "$current"))
+  [[ $next =~ (^|$'\n')FILE($|$'\n') ]] && COMPREPLY+=($(compgen -f -- "$current"))
 }
 
 _dtvctl() {

@@ -95,6 +95,12 @@ struct Command {
 
 std::span<const Command> commands();
 
+// ---- screen.cpp ----
+
+// Saves the screen's picture in the file, which is overwritten, and prints the set's reply with the picture's size in
+// bytes in place of the picture.
+int save_screen(const Options& options, Session& session, const std::string& file, Failure& ret_failure);
+
 // ---- follow.cpp ----
 
 // Prints the parameters of one message. Returns false when the output cannot be written any more.

@@ -64,6 +64,8 @@ inline constexpr std::size_t kLimitAllReplyBytes = 128 * kMib;
 // Waiting notifications of one client. Beyond these the oldest are dropped, and the client gets their number.
 inline constexpr std::size_t kLimitClientNotices = 1024;
 inline constexpr std::size_t kLimitClientNoticeBytes = 512 * kKib;
+// One frame of the screen; see "screen.h".
+inline constexpr std::size_t kLimitScreenBytes = 2 * kMib;
 // Frames that leave in one write.
 inline constexpr std::size_t kLimitChunkBytes = 64 * kKib;
 

@@ -16,7 +16,8 @@ HttpAnswer not_allowed(const HttpRequest& request, std::string allow) {
 }  // namespace
 
 bool http_is_page(std::string_view path, const Catalogue& catalogue) {
-  return path != "/jsonrpc" && !path.starts_with("/tv/") && catalogue_find(catalogue, path) == nullptr;
+  return path != "/jsonrpc" && path != kHttpScreenPath && !path.starts_with("/tv/") &&
+         catalogue_find(catalogue, path) == nullptr;
 }
 
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
@@ -25,6 +26,11 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     if (request.method == "POST") return HttpRoute::kRpc;
     ret_answer = not_allowed(request, "POST, and WebSocket connections,");
     ret_answer.allow = "POST";
+    return HttpRoute::kAnswer;
+  }
+  if (request.path == kHttpScreenPath) {
+    if (request.method == "GET" || request.method == "HEAD") return HttpRoute::kScreen;
+    ret_answer = not_allowed(request, "GET, HEAD");
     return HttpRoute::kAnswer;
   }
   const char* uri = catalogue_find(catalogue, request.path);

@@ -54,13 +54,16 @@ struct HttpAnswer {
   OpenFile file = {};       // with a descriptor, the body is read from it instead of body
 };
 
-// Whether a path belongs to the page's files, not to a URI or to JSON-RPC.
+// The virtual television's picture; see screen.h.
+inline constexpr std::string_view kHttpScreenPath = "/screen.jpg";
+
+// Whether a path belongs to the page's files, not to a URI, to JSON-RPC or to the picture.
 bool http_is_page(std::string_view path, const Catalogue& catalogue);
 
-enum class HttpRoute { kAnswer, kCall, kRpc };
+enum class HttpRoute { kAnswer, kCall, kRpc, kScreen };
 
-// Decides how a request is served: answered at once, by a call whose outcome http_outcome turns into the answer, or as
-// JSON-RPC in its body.
+// Decides how a request is served: answered at once, by a call whose outcome http_outcome turns into the answer, as
+// JSON-RPC in its body, or by screen_answer.
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
                      HttpAnswer& ret_answer, Call& ret_call);
 

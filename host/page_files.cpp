@@ -121,22 +121,6 @@ bool takes_gzip(std::string_view accepted) {
   return named.value_or(any);
 }
 
-// Whether If-None-Match names the tag, which is in quotes. A weak tag counts like a strong one.
-bool names_tag(std::string_view tags, std::string_view tag) {
-  std::string_view whole = tags;
-  if (cut(whole, ',') == "*") return whole.empty();
-  for (;;) {
-    // A tag may contain commas; it ends with its quotation mark.
-    tags.remove_prefix(std::min(tags.find_first_not_of(" \t,"), tags.size()));
-    if (tags.starts_with("W/")) tags.remove_prefix(2);
-    if (!tags.starts_with('"')) return false;
-    const std::size_t end = tags.find('"', 1);
-    if (end == std::string_view::npos) return false;
-    if (tags.substr(0, end + 1) == tag) return true;
-    tags.remove_prefix(end + 1);
-  }
-}
-
 std::string tag_of(const struct stat& status, bool compressed) {
   const auto changed = static_cast<long long>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
   return "\"" + std::to_string(status.st_size) + "-" + std::to_string(changed) + (compressed ? "-gz\"" : "\"");
@@ -160,6 +144,21 @@ bool is_hashed(std::string_view path) {
 
 }  // namespace
 
+bool page_names_tag(std::string_view tags, std::string_view tag) {
+  std::string_view whole = tags;
+  if (cut(whole, ',') == "*") return whole.empty();
+  for (;;) {
+    // A tag may contain commas; it ends with its quotation mark.
+    tags.remove_prefix(std::min(tags.find_first_not_of(" \t,"), tags.size()));
+    if (tags.starts_with("W/")) tags.remove_prefix(2);
+    if (!tags.starts_with('"')) return false;
+    const std::size_t end = tags.find('"', 1);
+    if (end == std::string_view::npos) return false;
+    if (tags.substr(0, end + 1) == tag) return true;
+    tags.remove_prefix(end + 1);
+  }
+}
+
 HttpAnswer page_answer(const HttpRequest& request, const std::string& folder) {
   const fs::path file = file_of(folder, request.path);
   OpenFile opened;
@@ -178,7 +177,7 @@ HttpAnswer page_answer(const HttpRequest& request, const std::string& folder) {
     answer.type = type_of(file);
     answer.more = "etag: " + tag + "\r\nvary: accept-encoding, origin\r\ncache-control: " +
                   (is_hashed(request.path) ? "public, max-age=31536000, immutable" : "no-cache") + "\r\n";
-    if (names_tag(request.if_none_match, tag)) {
+    if (page_names_tag(request.if_none_match, tag)) {
       close(opened.descriptor);
       answer.status = 304;
       return answer;

@@ -1,6 +1,7 @@
 #include <chrono>
 
 #include "line.h"
+#include "screen.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -42,8 +43,11 @@ HttpAnswer refusal(const Server& server, const Client& client) {
   if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
                                " connections at a time, and all are in use; see --max-connections");
-  if (options.require_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS" && !page) {
-    HttpAnswer answer = http_error(401, "this server requires its token; see --require-token");
+  const bool screen = request.path == kHttpScreenPath;
+  const bool wants_token = screen || (options.require_token && !page);
+  if (wants_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS") {
+    HttpAnswer answer = http_error(401, screen ? "the screen requires this server's token, in Authorization: Bearer"
+                                               : "this server requires its token; see --require-token");
     answer.more = "www-authenticate: Bearer\r\n";
     return answer;
   }
@@ -99,6 +103,8 @@ void carry_out(Server& server, Client& client) {
     case HttpRoute::kRpc:
       client.line->state = State::kWaiting;
       return server_handle_message(server, client, std::exchange(client.request.body, {}));
+    case HttpRoute::kScreen:
+      return server_answer(server, client, screen_answer(client.request, *server.stack));
   }
 }
 

@@ -77,6 +77,7 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
   find_if_any(library, "dtv_tv_stick_root", stick_root);
   find_if_any(library, "dtv_tv_antenna", antenna);
   find_if_any(library, "dtv_tv_command", stack.tv_command);
+  find_if_any(library, "dtv_tv_screen", stack.tv_screen);
   find_if_any(library, "dtv_tv_on_kept", stack.on_kept);
   find_if_any(library, "dtv_tv_last_change", stack.last_change);
   if (start == nullptr) return true;  // another platform starts by itself

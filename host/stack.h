@@ -46,6 +46,8 @@ struct Stack {
   // The virtual television's (see "dtv_tv.h"); null with another platform.
   char* (*tv_control)(const char* command);
   void (*tv_command)(char character);  // null also when it takes no characters
+  // Gives the newest frame of the screen (see dtv_tv_screen); null also when it has no screen.
+  std::uint64_t (*tv_screen)(std::uint64_t after, std::uint8_t** ret_jpeg, std::uint32_t* ret_size);
   void (*tv_stop)();
   // Both or neither: a thread of the television writes changes to the disk and reports them.
   void (*on_kept)(void (*fct)(void* context, std::uint64_t change, std::int32_t failure), void* context);

@@ -53,6 +53,14 @@ DTV_TV_EXPORT void dtv_tv_stop(void);
  * Returns a JSON object that the caller frees with free(): the command's reply, or {"error": text}. */
 DTV_TV_EXPORT char* dtv_tv_control(const char* command);
 
+/* Gives the newest frame of the set's screen, a JPEG of 640x360 pixels, if its number is greater than `after`: then
+ * *ret_jpeg are its *ret_size bytes, which the caller frees with free(), else both are untouched. Returns the newest
+ * frame's number, which grows, also from one start to the next; 0: the set is off, has no memory, or was built without
+ * a picture. Asking counts as looking for 2 seconds: while nobody looks, the picture is not decoded, and the newest
+ * frame is an empty one. Cheap and without waiting, from any thread. For a picture, the process's LC_NUMERIC must be
+ * "C", as it is unless the process calls setlocale. */
+DTV_TV_EXPORT uint64_t dtv_tv_screen(uint64_t after, uint8_t** ret_jpeg, uint32_t* ret_size);
+
 /* Types one character into the set's command device. A line feed runs the line's command before the function returns:
  * "ir.rx.send 0x8f000", for example, is the key POWER as the infrared receiver sends it. A line that is not a command
  * has no effect, and characters typed while the set is off are ignored. From any thread, but lines must not overlap. It

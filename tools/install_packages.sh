@@ -3,12 +3,13 @@
 set -eu
 
 build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
-       libsqlite3-dev libabsl-dev libbitstream-dev libxml2-dev tzdata ffmpeg libgtest-dev libgmock-dev"
+       libsqlite3-dev libabsl-dev libbitstream-dev libxml2-dev libmpv-dev libturbojpeg0-dev tzdata ffmpeg libgtest-dev
+       libgmock-dev"
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
 check="clang clang-tidy clang-format binutils iproute2 util-linux libwebsockets-dev"
-test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl"
+test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg"
 # What may have come from elsewhere, and is then left as it is.
 command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
 { command -v node && command -v npm; } >/dev/null || build="$build nodejs npm"

@@ -22,6 +22,7 @@
 #include "policy.h"
 #include "require.h"
 #include "rpc.h"
+#include "screen.h"
 #include "seeds.h"
 #include "subscriptions.h"
 
@@ -332,6 +333,8 @@ static void http(Bytes& bytes) {
       return check_answer(answer);
     case HttpRoute::kRpc:
       return seed_reached("HTTP JSON-RPC");
+    case HttpRoute::kScreen:
+      return check_answer(screen_answer(request, kStack));
     case HttpRoute::kCall: {
       require(call.uri && request.path == call.uri, "the path is the URI", request.path);
       require(call.text.empty() || json_is_whole(call.text), "a call's text is whole", call.text);

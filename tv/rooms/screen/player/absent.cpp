@@ -1,0 +1,26 @@
+// A build without a picture (DTV_PICTURE is off).
+#include "rooms/screen/player/player.h"
+
+struct Player {};
+
+namespace {
+
+constexpr const char* kWhy = "this television was built without a picture";
+
+}  // namespace
+
+void PlayerEnd::operator()(Player* player) const { delete player; }
+
+std::string player_trouble() { return kWhy; }
+
+PlayerHandle player_start(std::shared_ptr<PacketRing>, const PlayerWake&, std::string& ret_error) {
+  ret_error = kWhy;
+  return nullptr;
+}
+
+bool player_step(Player&, Canvas&) { return false; }
+
+bool jpeg_write(const Canvas&, std::vector<std::uint8_t>&, std::string& ret_error) {
+  ret_error = kWhy;
+  return false;
+}

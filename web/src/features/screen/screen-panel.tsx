@@ -1,0 +1,143 @@
+import { useSignal, type Signal } from "@preact/signals";
+import type { RefObject } from "preact";
+import { useEffect, useRef } from "preact/hooks";
+import { isForbidden } from "../../app/rpc";
+import { access, connection, textOf } from "../../app/session";
+import { press, shortcuts } from "../remote/remote";
+import { messageOf, readFrame, readShown, type Banner, type Shown, type ShownEvent } from "./screen";
+import { label } from "./words";
+import "./screen.css";
+
+// The set renders at most ten frames a second.
+const frameMs = 100;
+// What is drawn over the picture is read with every fifth frame.
+const framesPerText = 5;
+
+const keys: Readonly<Record<string, string>> = { ...shortcuts, Enter: "ENTER", i: "INFO" };
+
+/** While the panel is open and the page visible: draws the newest frames, and reads what is written on the screen. */
+function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Shown | null>, problem: Signal<string>) {
+  const readable = connection.value.name === "open" && access.value === "control";
+  useEffect(() => {
+    if (!readable) return;
+    let timer: ReturnType<typeof setTimeout> | undefined;
+    let open = true;
+    let tag = "";
+    let turns = 0;
+
+    async function turn() {
+      if (turns++ % framesPerText === 0) shown.value = await readShown();
+      // A set that cannot render has no frame to ask for.
+      const frame = shown.value?.reason === "unavailable" ? null : await readFrame(tag);
+      if (!frame) return;
+      tag = frame.tag;
+      const element = open ? canvas.current : null;
+      element?.getContext("2d")?.drawImage(frame.bitmap, 0, 0, element.width, element.height);
+      if (element) element.dataset["frame"] = tag;
+      frame.bitmap.close();
+    }
+
+    async function poll() {
+      const begin = performance.now();
+      if (document.visibilityState === "visible") {
+        await turn().then(
+          () => (problem.value = ""),
+          (reason: unknown) => {
+            turns = 0;
+            if (!isForbidden(reason)) problem.value = textOf(reason);
+          },
+        );
+      }
+      // After a failure the set is asked once a second.
+      const pause = problem.value ? 10 * frameMs : Math.max(0, begin + frameMs - performance.now());
+      if (open) timer = setTimeout(() => void poll(), pause);
+    }
+
+    void poll();
+    return () => {
+      open = false;
+      clearTimeout(timer);
+    };
+  }, [readable]);
+}
+
+export function ScreenPanel() {
+  const canvas = useRef<HTMLCanvasElement>(null);
+  const shown = useSignal<Shown | null>(null);
+  const problem = useSignal("");
+  useScreen(canvas, shown, problem);
+
+  function pressKey(event: KeyboardEvent) {
+    const key = keys[event.key];
+    if (!key || event.ctrlKey || event.metaKey || event.altKey) return;
+    event.preventDefault();
+    void press(key);
+  }
+
+  const now = shown.value;
+  const message = problem.value || (now ? messageOf(now) : "");
+  return (
+    <main class="panel screen-panel" aria-label={label("IDS_PICTURE")}>
+      <h1>{label("IDS_PICTURE")}</h1>
+      {access.value === "look" ? (
+        <p class="access-notice" role="alert">
+          {label("IDS_PICTURE_TOKEN")}
+        </p>
+      ) : (
+        <div class="screen" tabIndex={0} role="group" aria-label={label("IDS_PICTURE")} onKeyDown={pressKey}>
+          <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
+          {now?.source && now.picture === "none" && now.reason !== "source" && <p class="screen-source">{now.source}</p>}
+          <p class="screen-message" role="status">
+            {message}
+          </p>
+          {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
+          <div aria-live="polite">{now?.banner && <BannerView banner={now.banner} />}</div>
+        </div>
+      )}
+      <p class="hint">
+        While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
+        <kbd>Esc</kbd> <kbd>i</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>.
+      </p>
+    </main>
+  );
+}
+
+function VolumeMark({ volume, muted }: { volume: number; muted: boolean }) {
+  return (
+    <div class="screen-volume" data-muted={muted}>
+      <span>{muted ? label("IDS_OFF") : volume}</span>
+      <progress max={100} value={muted ? 0 : volume} aria-label={label("IDS_VOLUME")} />
+    </div>
+  );
+}
+
+const clock = (seconds: number): string =>
+  new Date(seconds * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit" });
+
+function EventLine({ event }: { event: ShownEvent }) {
+  return (
+    <span>
+      <time>
+        {clock(event.start)}–{clock(event.start + event.duration)}
+      </time>{" "}
+      {event.title}
+    </span>
+  );
+}
+
+function BannerView({ banner: { number, name, present, following } }: { banner: Banner }) {
+  return (
+    <div class="screen-banner">
+      <b>
+        {number} {name}
+      </b>
+      {present && (
+        <>
+          <EventLine event={present} />
+          <progress max={1} value={present.progress} aria-label={present.title} />
+        </>
+      )}
+      {following && <EventLine event={following} />}
+    </div>
+  );
+}
