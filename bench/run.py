@@ -58,6 +58,10 @@ TARGETS = {
     "notify_channel_appended": (AT_MOST, 3),
     "notify_behind_100": (AT_MOST, 1.5),
     "notify_and_fetch": (AT_MOST, 4),
+    "channels_next": (AT_MOST, 50_000, "ns"),
+    "channels_by_index": (AT_MOST, 50_000, "ns"),
+    "channels_index_of": (AT_MOST, 50_000, "ns"),
+    "channels_count": (AT_MOST, 50_000, "ns"),
     "host_sequential_p50": (AT_MOST, 1.25),
     "host_64_in_flight": (AT_LEAST, 1.3),
     "host_64_clients": (AT_LEAST, 0.55),
@@ -151,7 +155,7 @@ class Bench:
         self.host_lib = self.host_file.parent.parent / "lib"
         self.figures = {}
         self.unsteady = set()  # names of figures whose rounds, or whose floor's, differ much
-        programs = (self.bin / name for name in ("bench_plugin", "bench_client", "bench_echo_beast"))
+        programs = (self.bin / name for name in ("bench_plugin", "bench_channels", "bench_client", "bench_echo_beast"))
         for file in (*programs, self.host_file):
             if not file.exists():
                 raise Failed(f"{file} is missing: build first")
@@ -221,6 +225,11 @@ class Bench:
         with tempfile.TemporaryDirectory() as folder:
             for figure in run_json([self.bin / "bench_guide", folder], 300):
                 self.add(figure["name"], figure["unit"], figure["value"], figure.get("floor"))
+
+    def measure_channels(self):
+        """Look-ups among 2,000 channels, by the set's own functions."""
+        for figure in run_json([self.bin / "bench_channels"], 60):
+            self.add(figure["name"], figure["unit"], figure["value"], figure["floor"])
 
     def measure_requests(self, echoes):
         loads = {"sequential": (1, 1, 0.4), "64_in_flight": (1, 64, 0.3), "64_clients": (64, 1, 0.3),
@@ -335,6 +344,7 @@ class Bench:
             if "lws" not in echoes:
                 print("bench_echo_lws is not built: there is no floor for the host's figures")
             for what, measure in (("plugin", self.measure_plugin), ("guide", self.measure_guide),
+                                  ("channels", self.measure_channels),
                                   ("requests", lambda: self.measure_requests(echoes)),
                                   ("notifications", lambda: self.measure_notifications(echoes)),
                                   ("idle host", self.measure_idle), ("memory", self.measure_memory),
