@@ -40,7 +40,6 @@ struct State {
   std::string given;   // of dtv_tv_antenna; canonical if it exists
   std::string folder;  // empty: none; changed only under both changing and lock
   Index index;
-  std::string error;         // why the folder could not be read
   std::uint64_t wanted = 0;  // how many readings have been asked for; each makes those before it superfluous
   std::uint64_t done = 0;    // the latest that was carried out
   bool afresh = false;       // the next reading reads all files
@@ -57,9 +56,9 @@ using Guard = std::unique_lock<std::mutex>;
 
 // ---- The thread ----
 
-void publish(Index index, std::string error) {
+// The caller holds the lock.
+void publish(Index index) {
   state.index = std::move(index);
-  state.error = std::move(error);
   state.progress = {};
 }
 
@@ -71,17 +70,16 @@ void read_once(Guard& guard) {
   state.cancelled = false;
   guard.unlock();
   Index index;
-  std::string error;
   const IndexReader reader{.now = clock_utc,
                            .cancelled = state.cancelled,
                            .begins = [](std::size_t number, std::size_t of, const std::string& name) {
                              const std::lock_guard progress(state.lock);
                              state.progress = {.number = number, .of = of, .name = name};
                            }};
-  if (!folder.empty()) index_read(folder, before, reader, index, error);
+  if (!folder.empty()) index_read(folder, before, reader, index);
   guard.lock();
   if (state.wanted != job || !state.open) return;
-  publish(std::move(index), std::move(error));
+  publish(std::move(index));
   state.done = job;
   state.settled.notify_all();
   std::vector<std::string> paths;
@@ -107,7 +105,11 @@ void want_reading() {
   ++state.wanted;
   state.cancelled = true;
   if (worker_start(state.worker, run_reader)) return;
-  publish({}, "the machine has no thread left to read the folder");
+  publish({.problem = "the machine has no thread left to read the folder",
+           .folder = {},
+           .entries = {},
+           .refused = {},
+           .files = {}});
   state.done = state.wanted;
 }
 
@@ -118,7 +120,7 @@ void use(const std::string& folder) {
     const std::lock_guard guard(state.lock);
     if (folder == state.folder) return;
     state.folder = folder;
-    publish({}, "");
+    publish({});
     want_reading();
   }
   receptions_drop([](const std::string&) { return true; },
@@ -211,7 +213,7 @@ void folder_load() {
   const std::scoped_lock guard(state.changing, state.lock);
   state.folder = store_read(kFolder);
   if (!state.given.empty()) state.folder = state.given;
-  publish({}, "");
+  publish({});
   state.done = state.wanted;
 }
 
@@ -274,7 +276,7 @@ void folder_look() {
   if (state.folder.empty() || state.done != state.wanted) return;
   const std::uint64_t looked_at = state.done;
   const std::string folder = state.folder;
-  Index seen{.folder = state.index.folder, .entries = {}, .refused = {}, .files = state.index.files};
+  const Index seen = state.index;
   guard.unlock();
   const bool outdated = index_is_outdated(folder, seen);
   guard.lock();
@@ -291,7 +293,7 @@ bool folder_settle(const std::atomic<bool>& cancelled) {
 std::vector<std::string> folder_refusals() {
   std::vector<std::string> lines;
   const std::lock_guard guard(state.lock);
-  if (!state.error.empty()) lines.push_back(state.error);
+  if (!state.index.problem.empty()) lines.push_back(state.index.problem);
   for (const IndexRefusal& each : state.index.refused) lines.push_back(each.name + ": " + each.why);
   return lines;
 }
@@ -324,9 +326,9 @@ boost::json::object folder_shown() {
   for (const IndexRefusal& each : state.index.refused) refused.push_back({{"file", each.name}, {"why", each.why}});
   boost::json::object answer{{"folder", nullptr}};
   if (!state.folder.empty()) answer["folder"] = state.folder;
-  if (state.done != state.wanted)
+  if (!state.folder.empty() && state.done != state.wanted)
     answer["reading"] = {{"file", state.progress.name}, {"number", state.progress.number}, {"of", state.progress.of}};
-  if (!state.error.empty()) answer["problem"] = state.error;
+  if (!state.index.problem.empty()) answer["problem"] = state.index.problem;
   guard.unlock();
   for (const TunerUse& use : receptions_use()) {
     boost::json::object tuner;

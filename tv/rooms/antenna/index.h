@@ -43,6 +43,7 @@ struct IndexRefusal {
 };
 
 struct Index {
+  std::string problem;              // why the folder could not be read; empty: it was
   FileStamp folder;                 // the latest change of the folder is that of its list of names
   std::vector<IndexEntry> entries;  // by medium, frequency and path
   std::vector<IndexRefusal> refused;
@@ -57,10 +58,8 @@ struct IndexReader {
 };
 
 // Reads the folder's files with a multiplex's extension; symbolic links are not followed. Files that have not changed
-// since `before` keep their entries. Returns false with ret_error if the folder cannot be read, and with an empty
-// ret_error if it was cancelled.
-bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index,
-                std::string& ret_error);
+// since `before` keep their entries. False: it was cancelled.
+bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index);
 
 // Whether the folder's list of names or one of the files that were looked at has changed since.
 bool index_is_outdated(const std::string& folder, const Index& index);

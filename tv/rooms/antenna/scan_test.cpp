@@ -25,6 +25,7 @@ struct TvScan : testing::Test {
   TvFolder folder;
   TvFolder world;
   TvScan() {
+    dtv_tv_stick_root(world.path.c_str());
     dtv_tv_antenna(world.path.c_str());
     EXPECT_EQ(tv_start(folder.path), "");
   }
