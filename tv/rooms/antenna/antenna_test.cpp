@@ -122,6 +122,16 @@ TEST_F(TvAntenna, AStoredFolderOutsideANewRootIsDisconnected) {
   EXPECT_EQ(antenna(), kNone);
 }
 
+TEST_F(TvAntenna, AFolderGivenAtTheStartThatCannotBeUsedLeavesTheStoredOne) {
+  antenna(path());
+  testing::internal::CaptureStderr();
+  start((world.path + "/\xFF").c_str());
+  expect_words(testing::internal::GetCapturedStderr(), {"the antenna is disconnected", "is not in UTF-8"});
+  EXPECT_EQ(antenna(), kNone);
+  start();
+  EXPECT_TRUE(read_antenna().starts_with("{\"folder\":\"" + path() + '"'));
+}
+
 TEST_F(TvAntenna, AResetDisconnectsItUnlessTheHostHasConnectedIt) {
   antenna(path());
   tv_control(R"(["reset"])");

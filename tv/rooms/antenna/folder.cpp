@@ -40,7 +40,7 @@ struct State {
   std::string given;   // of dtv_tv_antenna; canonical if it exists
   std::string folder;  // empty: none; changed only under both changing and lock
   Index index;
-  std::uint64_t wanted = 0;  // how many readings have been asked for; each makes those before it superfluous
+  std::uint64_t wanted = 0;  // number of the latest reading requested; it replaces the earlier ones
   std::uint64_t done = 0;    // the latest that was carried out
   bool afresh = false;       // the next reading reads all files
   Progress progress;
@@ -130,21 +130,21 @@ void use(const std::string& folder) {
 // Why the path cannot be the antenna's folder; empty: it can, and ret_folder is its canonical path.
 std::string refusal_of(std::string_view path, std::string& ret_folder) {
   if (!path.starts_with('/')) return "the folder " + quoted(path) + " is not an absolute path";
-  if (path == state.given) {
-    ret_folder = path;
-    return {};
+  std::string folder(path);
+  if (path != state.given) {
+    const UsbPlace place = usb_place(path);
+    if (!place.inside) {
+      const std::string root = usb_root();
+      return root.empty() ? "no folder can become the antenna: the set was started without a folder for sticks"
+                          : "only a folder in " + root + " can become the antenna";
+    }
+    if (place.failed) return "the folder " + quoted(path) + " cannot be found: " + place.failed.message();
+    std::error_code failed;
+    if (!fs::is_directory(place.folder, failed)) return quoted(path) + " is not a folder";
+    folder = place.folder;
   }
-  const UsbPlace place = usb_place(path);
-  if (!place.inside) {
-    const std::string root = usb_root();
-    return root.empty() ? "no folder can become the antenna: the set was started without a folder for sticks"
-                        : "only a folder in " + root + " can become the antenna";
-  }
-  if (place.failed) return "the folder " + quoted(path) + " cannot be found: " + place.failed.message();
-  std::error_code failed;
-  if (!fs::is_directory(place.folder, failed)) return quoted(path) + " is not a folder";
-  if (!store_is_text(place.folder)) return "the name of the folder " + quoted(path) + " is not in UTF-8";
-  ret_folder = place.folder;
+  if (!store_is_text(folder)) return "the name of the folder " + quoted(path) + " is not in UTF-8";
+  ret_folder = folder;
   return {};
 }
 
@@ -224,7 +224,7 @@ void folder_start() {
   if (const std::string why = state.folder.empty() ? "" : refusal_of(state.folder, folder); !why.empty()) {
     std::fprintf(stderr, "dtv_tv: the antenna is disconnected: %s\n", why.c_str());
     const SettingValue value[] = {{kFolder.key, std::string_view()}};
-    store_write(value);
+    if (state.folder != state.given) store_write(value);
   }
   const std::lock_guard guard(state.lock);
   state.open = true;
