@@ -14,7 +14,10 @@ struct TvAntenna : testing::Test {
     fs::create_directory(path());
     start();
   }
-  ~TvAntenna() override { dtv_tv_antenna(nullptr); }
+  ~TvAntenna() override {
+    dtv_tv_antenna(nullptr);
+    dtv_tv_stick_root(nullptr);
+  }
   void start(const char* given = nullptr) const {
     dtv_tv_stop();
     dtv_tv_stick_root(world.path.c_str());
