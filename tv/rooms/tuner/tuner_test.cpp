@@ -278,7 +278,7 @@ TEST_F(TvTuner, AServiceWithoutAPmtIsWaitedFor) {
   expect_done(run({"tune", "9"}));
   dtv_tv_advance(900);
   dtv_tv_advance(1'499);
-  EXPECT_EQ(heard(), 0u);
+  EXPECT_EQ(heard(), 0u) << run({"tuner"}) << antenna();
   dtv_tv_advance(1);
   EXPECT_EQ(next_result(), of(9, ChangeResult::kNoSignal));
 }
@@ -356,6 +356,7 @@ TEST_F(TvTuner, ABlockedChannelNeedsThePin) {
   EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedChannel));
   EXPECT_EQ(run({"tuner", "pin", "1111"}), R"({"error":"the PIN is wrong"})");
   EXPECT_EQ(run({"tuner", "pin", ""}), R"({"error":"the PIN is wrong"})");
+  ASSERT_TRUE(settles([] { return shows("\"audio\":[{"); }));  // before the clock leaves the patience behind
   dtv_tv_advance(10'000);
   EXPECT_EQ(heard(), 0u);
   expect_done(run({"tuner", "pin", "0000"}));
@@ -366,6 +367,7 @@ TEST_F(TvTuner, ABlockedChannelNeedsThePin) {
   EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
   EXPECT_EQ(change_to(4), of(4, ChangeResult::kAudioOnly));
   EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedChannel));
+  ASSERT_TRUE(settles([] { return shows("\"audio\":[{"); }));
   ASSERT_EQ(a_vextvapi_config_set_str_value("g_password__password", "8642"), 0);
   expect_words(run({"tuner", "pin", "0000"}), {"error", "the PIN is wrong"});
   expect_done(run({"tuner", "pin", "8642"}));
