@@ -46,6 +46,12 @@ TARGETS = {
     "get_media_info": (AT_MOST, 3),
     "get_24_media": (AT_MOST, 3),
     "get_thumbnail": (AT_MOST, 3),
+    "guide_import": (AT_MOST, 15, "s"),
+    "guide_import_peak_memory": (AT_MOST, 50, "MiB"),
+    "guide_present": (AT_MOST, 3),
+    "guide_range_3_hours": (AT_MOST, 3),
+    "guide_filter_channel_day": (AT_MOST, 3),
+    "guide_filter_all_3_hours": (AT_MOST, 3),
     "notify_single": (AT_MOST, 4),
     "notify_queued_empty": (AT_MOST, 5),
     "notify_appended": (AT_MOST, 5),
@@ -211,6 +217,11 @@ class Bench:
         for figure in run_json([self.bin / "bench_plugin", (self.lib / "i18n").resolve()], 60):
             self.add(figure["name"], figure["unit"], figure["value"], figure["floor"])
 
+    def measure_guide(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for figure in run_json([self.bin / "bench_guide", folder], 300):
+                self.add(figure["name"], figure["unit"], figure["value"], figure.get("floor"))
+
     def measure_requests(self, echoes):
         loads = {"sequential": (1, 1, 0.4), "64_in_flight": (1, 64, 0.3), "64_clients": (64, 1, 0.3),
                  f"{IDLE_CLIENTS}_clients": (IDLE_CLIENTS, 1, 0.3)}
@@ -323,7 +334,7 @@ class Bench:
         with self.echoes() as echoes:
             if "lws" not in echoes:
                 print("bench_echo_lws is not built: there is no floor for the host's figures")
-            for what, measure in (("plugin", self.measure_plugin),
+            for what, measure in (("plugin", self.measure_plugin), ("guide", self.measure_guide),
                                   ("requests", lambda: self.measure_requests(echoes)),
                                   ("notifications", lambda: self.measure_notifications(echoes)),
                                   ("idle host", self.measure_idle), ("memory", self.measure_memory),

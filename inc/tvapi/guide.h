@@ -86,7 +86,8 @@ TVAPI_RECORD(VEXTVAPI_EVENT_QUERY_PARAM_T, e_tv_win_id, ui4_at_least_secs, ui4_f
 
 /* Called by the platform, on a thread of its own, after events or the active window changed. What the numbers mean is
  * the platform's. In the virtual television callback_type and pv_arg1 are 0, pv_arg2 is a
- * VEXTVAPI_EVENT_CONDITION_, pv_arg3 a VEXTVAPI_EVENT_REASON_, and pv_arg4 the channel's identifier, of the window 0. */
+ * VEXTVAPI_EVENT_CONDITION_, pv_arg3 a VEXTVAPI_EVENT_REASON_, and pv_arg4 the channel's identifier, of the window 0.
+ */
 TVAPI_CALLBACK(INT32, a_vextvapi_event_nfy_fct, IN(INT32, callback_type), TAG(void*, pv_tag), IN(void*, pv_arg1),
                IN(void*, pv_arg2), IN(void*, pv_arg3), IN(void*, pv_arg4))
 

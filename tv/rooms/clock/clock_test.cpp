@@ -1,4 +1,5 @@
 // The clock: zones, daylight saving, dates, setting the time; the sleep timer.
+#include <atomic>
 #include <chrono>
 #include <climits>
 #include <ctime>
@@ -465,6 +466,54 @@ TEST_F(TvClock, ManyThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_GE(a_vextvapi_time_get_utc_time(), kSummerStarts);
+}
+
+// ---- The callback for changes of the time ----
+
+std::atomic<int> time_changes = 0;
+
+INT32 count_change(INT32 type, void* tag, UINT32 handle) {
+  EXPECT_EQ(type, 0);
+  EXPECT_EQ(tag, &time_changes);
+  EXPECT_EQ(handle, 0u);
+  ++time_changes;
+  return 0;
+}
+
+// A set with a subscriber of changes of the time.
+struct TvClockChanges : testing::Test {
+  ManualClock manual;
+  TvFolder folder;
+  TvClockChanges() {
+    EXPECT_EQ(tv_start(folder.path), "");
+    EXPECT_EQ(a_vextvapi_time_register_dt_event_callback(count_change, &time_changes), 0);
+  }
+  ~TvClockChanges() override { dtv_tv_stop(); }
+
+  // How many changes were reported since the last call.
+  static int reported() {
+    dtv_tv_advance(0);
+    return time_changes.exchange(0);
+  }
+};
+
+TEST_F(TvClockChanges, ClockAndZoneAreReported) {
+  EXPECT_EQ(a_vextvapi_time_set_utc_time(kSummerStarts), 0);
+  EXPECT_EQ(reported(), 1);
+  choose("Europe/London");
+  EXPECT_EQ(reported(), 1);
+  choose("Europe/London");
+  EXPECT_EQ(reported(), 0) << "it was that zone already";
+  EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_time__dst", 0, 0), 0);
+  EXPECT_EQ(reported(), 1);
+  EXPECT_EQ(a_vextvapi_config_set_value(-1, "g_time__clock_format", 0, 0), 0);
+  EXPECT_EQ(reported(), 0) << "local time does not depend on it";
+}
+
+TEST_F(TvClockChanges, RefusesANullCallback) {
+  refusal([] { return a_vextvapi_time_register_dt_event_callback(nullptr, nullptr); });
+  EXPECT_EQ(a_vextvapi_time_set_utc_time(kSummerStarts), 0);
+  EXPECT_EQ(reported(), 1) << "the earlier callback stays";
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // The command "guide": for people, and for the page. Every list has a bound, and says what it left out.
 #include <algorithm>
-#include <array>
 #include <boost/json.hpp>
 #include <filesystem>
 #include <map>
@@ -10,7 +9,6 @@
 #include "core/room.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/parts.h"
-#include "rooms/guide/words.h"
 #include "rooms/usb/root.h"
 
 namespace {
@@ -85,10 +83,11 @@ boost::json::object import_shown(const ImportReport& report) {
 }
 
 boost::json::object status() {
+  const ImportReport report = import_report();  // read first, so that a finished import's events are counted
   const KeeperState state = keeper_state();
   boost::json::object shown{{"events", state.events}, {"channels", channels_count()}, {"waiting", state.waiting}};
   if (state.dropped != 0) shown["dropped"] = state.dropped;
-  if (const ImportReport report = import_report(); report.state != "none") shown["import"] = import_shown(report);
+  if (report.state != "none") shown["import"] = import_shown(report);
   return shown;
 }
 
@@ -230,8 +229,9 @@ boost::json::object import_file(Arguments words) {
   if (!path.starts_with('/')) return reply_error("guide import takes the absolute path of an XMLTV file, or cancel");
   const UsbPlace place = usb_place(path);
   if (!place.inside) {
-    return reply_error(usb_root().empty() ? "no file can be imported: the set was started without a folder for sticks"
-                                          : ::quoted(path) + " cannot be imported: only files in " + usb_root() + " can");
+    return reply_error(usb_root().empty()
+                           ? "no file can be imported: the set was started without a folder for sticks"
+                           : ::quoted(path) + " cannot be imported: only files in " + usb_root() + " can");
   }
   std::error_code failed = place.failed;
   if (failed || !std::filesystem::is_regular_file(place.folder, failed))

@@ -60,7 +60,7 @@ bool is_outranked(Database& database, const GuideRow& row) {
 bool claim_identifier(Database& database, const GuideRow& row, GuideChanges& changes) {
   const auto same = brief_by_id(database, row.channel, row.id);
   if (!same || same->start == row.start) return true;
-  if (same->rank != Rank::kImported) return erase(database, *same, changes);
+  if (same->rank != GuideRank::kImported) return erase(database, *same, changes);
   const auto id = free_identifier(database, row.channel, same->start);
   return id ? row_renumber(database, row.channel, same->start, *id) : erase(database, *same, changes);
 }
@@ -70,7 +70,7 @@ bool claim_identifier(Database& database, const GuideRow& row, GuideChanges& cha
 std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTaste& taste, std::int64_t now) {
   std::vector<GuideRow> rows;
   if (eit.table < 0x4E || eit.table > 0x6F) return rows;
-  const Rank rank = eit.table <= 0x4F ? Rank::kPresentFollowing : Rank::kSchedule;
+  const GuideRank rank = eit.table <= 0x4F ? GuideRank::kPresentFollowing : GuideRank::kSchedule;
   constexpr std::int64_t kFarthest = std::numeric_limits<std::uint32_t>::max();  // the TV API's times
   for (const Eit::Event& event : eit.events) {
     if (event.start <= 0 || event.start > kFarthest || shift < -kFarthest || shift > kFarthest) continue;
@@ -90,9 +90,9 @@ std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTa
            .age = chosen_age(event, taste),
            .categories = pack_categories(event.categories)};
     if (const Eit::Text* const text = chosen_text(event, taste)) {
-      row.title = clean_text(text->title, kLongestTitle);
-      row.summary = clean_text(text->summary, kLongestText);
-      row.details = clean_text(text->details, kLongestText);
+      row.title = guide_clean_text(text->title, kLongestTitle);
+      row.summary = guide_clean_text(text->summary, kLongestText);
+      row.details = guide_clean_text(text->details, kLongestText);
     }
   }
   return rows;
@@ -104,7 +104,7 @@ bool eit_write(Database& database, const std::vector<GuideRow>& rows, std::int64
   GuideSpan span{rows.front().start, rows.front().stop};
   for (const GuideRow& row : rows) span = {std::min(span.from, row.start), std::max(span.to, row.stop)};
   // A section of a schedule covers its time without gaps, if that is a time as sections have it: a few hours.
-  if (rows.front().rank == Rank::kSchedule && span.to - span.from <= kLongestEvent &&
+  if (rows.front().rank == GuideRank::kSchedule && span.to - span.from <= kLongestEvent &&
       !clear_time(database, rows, span, changes)) {
     return false;
   }

@@ -1,6 +1,7 @@
 // The guide's room: what the other rooms ask, the update of the guide, and the room's row.
 #include "rooms/guide/guide.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <chrono>
 #include <cstdio>
@@ -116,6 +117,7 @@ void load() {
 }
 
 bool reset() {
+  if (GuideReading().database == nullptr) return true;  // it could not be opened, so it is empty
   keeper_cancel_import();
   std::string error;
   if (!keeper_erase_all(true, error)) {

@@ -120,7 +120,7 @@ void note_problem(Import& import, const XmltvProgramme& programme, const std::st
 bool has_broadcast_at(Database& database, const GuideRow& row) {
   bool found = false;
   briefs_of_channel(database, row.channel, row.start, row.stop, [&](const GuideBrief& brief) {
-    found = brief.rank != Rank::kImported;
+    found = brief.rank != GuideRank::kImported;
     return !found;
   });
   return found;

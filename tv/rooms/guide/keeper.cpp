@@ -38,11 +38,10 @@ struct Keeper {
 
   std::mutex lock;  // guards the rest; taken after all others
   std::condition_variable changed;
-  std::condition_variable settled;
+  std::condition_variable finished;  // a job or an import
   std::deque<Section> sections;
   std::deque<Waiting*> jobs;
   std::optional<std::string> import;  // the path of one that waits or runs
-  bool busy = false;
   bool running = false;
   bool look_for_old = true;
   std::int64_t looked_for_old = 0;  // when
@@ -101,7 +100,12 @@ void write_sections(const std::vector<Section>& sections) {
   if (kept && !changes.spans.empty()) window_changes(changes, VEXTVAPI_EVENT_REASON_BROADCAST);
 }
 
-void run_import(const std::string& path) {
+struct ImportEnd {
+  const char* state;
+  std::string error = {};
+};
+
+ImportEnd run_import(const std::string& path) {
   std::string error;
   GuideChanges changes;
   const std::int64_t room = room_for_more();
@@ -111,13 +115,11 @@ void run_import(const std::string& path) {
       },
       changes);
   if (kept) {
-    import_end("done", "");
     window_changes(changes, VEXTVAPI_EVENT_REASON_IMPORT);
-  } else if (keeper.cancelled) {
-    import_end("cancelled", "");
-  } else {
-    import_end("failed", error.empty() ? "the database could not be written; see the set's log" : error);
+    return {"done"};
   }
+  if (keeper.cancelled) return {"cancelled"};
+  return {"failed", error.empty() ? "the database could not be written; see the set's log" : error};
 }
 
 void erase_old() {
@@ -142,7 +144,7 @@ void run_job(Waiting& job) {
   const std::lock_guard guard(keeper.lock);
   job.kept = kept;
   job.done = true;
-  keeper.settled.notify_all();
+  keeper.finished.notify_all();
 }
 
 void run_keeper() {
@@ -154,12 +156,7 @@ void run_keeper() {
     const auto has_work = [] {
       return !keeper.sections.empty() || !keeper.jobs.empty() || keeper.import || keeper.look_for_old;
     };
-    if (keeper.running && !has_work()) {
-      keeper.busy = false;
-      keeper.settled.notify_all();
-      keeper.changed.wait(guard, [&] { return !keeper.running || has_work(); });
-    }
-    keeper.busy = true;
+    keeper.changed.wait(guard, [&] { return !keeper.running || has_work(); });
     if (!keeper.jobs.empty()) {  // also when the set is being switched off: somebody waits for it
       Waiting& job = *keeper.jobs.front();
       keeper.jobs.pop_front();
@@ -172,10 +169,11 @@ void run_keeper() {
     if (keeper.import) {
       const std::string path = *keeper.import;
       guard.unlock();
-      run_import(path);
+      const ImportEnd end = run_import(path);
       guard.lock();
       keeper.import.reset();
-      keeper.settled.notify_all();
+      import_end(end.state, end.error);
+      keeper.finished.notify_all();
     } else if (!keeper.sections.empty()) {
       std::vector<Section> batch;
       while (!keeper.sections.empty() && batch.size() < kMostSectionsAtOnce) {
@@ -192,10 +190,9 @@ void run_keeper() {
       guard.lock();
     }
   }
-  keeper.busy = false;
   keeper.sections.clear();
   keeper.import.reset();
-  keeper.settled.notify_all();
+  keeper.finished.notify_all();
 }
 
 // database_open opens the file for one connection only, which SQLite does not undo while the write-ahead log exists.
@@ -243,7 +240,6 @@ void keeper_start() {
   {
     const std::lock_guard guard(keeper.lock);
     keeper.running = true;
-    keeper.busy = true;
     keeper.look_for_old = true;
     keeper.looked_for_old = clock_utc();
     keeper.events = 0;
@@ -290,7 +286,7 @@ bool keeper_run(GuideJob job, std::string& ret_error) {
   }
   keeper.jobs.push_back(&waiting);
   keeper.changed.notify_all();
-  keeper.settled.wait(guard, [&] { return waiting.done; });
+  keeper.finished.wait(guard, [&] { return waiting.done; });
   if (!waiting.kept) ret_error = "the change could not be saved; see the set's log";
   return waiting.kept;
 }
@@ -326,7 +322,7 @@ void keeper_cancel_import() {
   std::unique_lock guard(keeper.lock);
   if (!keeper.import) return;
   keeper.cancelled = true;
-  keeper.settled.wait(guard, [] { return !keeper.import || !keeper.running; });
+  keeper.finished.wait(guard, [] { return !keeper.import || !keeper.running; });
 }
 
 void keeper_look_for_old() {
@@ -339,11 +335,6 @@ void keeper_look_for_old() {
     keeper.look_for_old = true;
   }
   keeper.changed.notify_all();
-}
-
-void keeper_settle() {
-  std::unique_lock guard(keeper.lock);
-  keeper.settled.wait(guard, [] { return !keeper.running || (!keeper.busy && keeper.sections.empty()); });
 }
 
 KeeperState keeper_state() {

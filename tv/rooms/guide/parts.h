@@ -54,9 +54,6 @@ void keeper_cancel_import();
 // Has the guide's thread look for old events, if an hour has passed since it did.
 void keeper_look_for_old();
 
-// Waits until the queue is empty and nothing is being written.
-void keeper_settle();
-
 struct KeeperState {
   std::int64_t events = 0;
   std::uint64_t dropped = 0;  // sections that found the queue full, since the set was switched on

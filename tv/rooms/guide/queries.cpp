@@ -56,7 +56,7 @@ std::optional<GuideRow> find_or_refuse(const char* function, UINT32 channel_id, 
 
 template <std::size_t Size>
 void copy_text(char (&place)[Size], std::string_view text) {
-  const std::string_view cut = cut_text(text, Size - 1);
+  const std::string_view cut = guide_cut_text(text, Size - 1);
   std::memcpy(place, cut.data(), cut.size());
   place[cut.size()] = '\0';
 }
@@ -67,7 +67,7 @@ INT32 give_text(const char* function, const std::string GuideRow::*text, UINT16 
   if (place == nullptr) return refuse_call(function, "there is no place for the text");
   const auto row = find_or_refuse(function, channel_id, event_id);
   if (!row) return -1;
-  const std::string_view cut = cut_text((*row).*text, size);
+  const std::string_view cut = guide_cut_text((*row).*text, size);
   std::memcpy(place, cut.data(), cut.size());
   if (cut.size() < size) place[cut.size()] = '\0';
   return 0;
@@ -98,6 +98,7 @@ bool is_shown(const VEXTVAPI_EVENT_QUERY_PARAM_T& how, const GuideBrief& brief, 
 std::vector<UINT16> query_range(Database& database, std::int64_t channel, GuideSpan span, std::size_t most) {
   const VEXTVAPI_EVENT_QUERY_PARAM_T how = current_parameter();
   std::vector<UINT16> ids;
+  if (span.to <= span.from) return ids;
   std::int64_t shown_until = span.from;
   const auto fill = [&](std::int64_t until) {
     const std::int64_t gap = until - shown_until;

@@ -56,7 +56,7 @@ GuideBrief read_brief(sqlite3_stmt* statement) {
           .captions = (number(4) & kCaptions) != 0,
           .age = static_cast<std::uint8_t>(number(5)),
           .categories = static_cast<std::uint64_t>(number(6)),
-          .rank = static_cast<Rank>(number(7))};
+          .rank = static_cast<GuideRank>(number(7))};
 }
 
 GuideRow read_whole(sqlite3_stmt* statement) {
@@ -351,14 +351,14 @@ std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t ch
   return std::nullopt;
 }
 
-std::string_view cut_text(std::string_view text, std::size_t longest) {
+std::string_view guide_cut_text(std::string_view text, std::size_t longest) {
   if (text.size() <= longest) return text;
   std::size_t end = longest;
   while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
   return text.substr(0, end);
 }
 
-std::string clean_text(std::string_view text, std::size_t longest) {
+std::string guide_clean_text(std::string_view text, std::size_t longest) {
   std::string clean;
   clean.reserve(std::min(text.size(), longest));
   while (!text.empty() && clean.size() < longest) {

@@ -23,14 +23,14 @@ inline constexpr std::int64_t kUnknownDuration = 1800;          // seconds, of a
 
 // Where an event came from. A higher rank wins: its events replace those of lower ranks at the same time, and are not
 // replaced by them.
-enum class Rank : std::uint8_t { kImported = 0, kSchedule = 1, kPresentFollowing = 2 };
+enum class GuideRank : std::uint8_t { kImported = 0, kSchedule = 1, kPresentFollowing = 2 };
 
 struct GuideRow {
   std::int64_t channel = 0;  // packed(ServiceKey)
   std::int64_t start = 0;    // seconds since 1970, UTC
   std::int64_t stop = 0;
   std::uint16_t id = 0;  // unique among the channel's events
-  Rank rank = Rank::kImported;
+  GuideRank rank = GuideRank::kImported;
   std::int64_t import = 0;  // number of the import that brought it; 0: a broadcast did
   bool captions = false;
   bool scrambled = false;
@@ -52,7 +52,7 @@ struct GuideBrief {
   bool captions = false;
   std::uint8_t age = 0;
   std::uint64_t categories = 0;
-  Rank rank = Rank::kImported;
+  GuideRank rank = GuideRank::kImported;
 };
 
 struct GuideSpan {
@@ -140,7 +140,7 @@ std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t ch
 // ---- Texts ----
 
 // The text in valid UTF-8 and without control characters but line breaks, cut between characters.
-std::string clean_text(std::string_view text, std::size_t longest);
+std::string guide_clean_text(std::string_view text, std::size_t longest);
 
 // The longest beginning that is no longer than that and does not cut a character.
-std::string_view cut_text(std::string_view text, std::size_t longest);
+std::string_view guide_cut_text(std::string_view text, std::size_t longest);
