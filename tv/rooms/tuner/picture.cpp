@@ -16,10 +16,6 @@ bool is_same(const std::optional<Channel>& left, const Channel& right) {
   return left && left->key == right.key && left->list == right.list;
 }
 
-bool same_multiplex(const ServiceKey& left, const ServiceKey& right) {
-  return left.network == right.network && left.stream == right.stream;
-}
-
 bool is_seen(std::optional<ChangeResult> result) {
   return result == ChangeResult::kPicture || result == ChangeResult::kAudioOnly;
 }
