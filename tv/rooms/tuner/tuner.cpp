@@ -381,7 +381,7 @@ boost::json::object tuner_command(Arguments arguments) {
   }
   if (arguments.size() < 2)
     return reply_error("tuner " + std::string(word) +
-                       (word == "pin" ? " takes the PIN" : " takes a number from the list"));
+                       (word == "pin" ? " takes the PIN" : " takes a number, as tuner shows them"));
   if (word == "pin") return pin_command(arguments[1]);
   return track_command(word == "audio" ? StreamKind::kAudio : StreamKind::kSubtitle, arguments[1]);
 }

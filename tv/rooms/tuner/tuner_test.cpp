@@ -513,7 +513,7 @@ TEST_F(TvTuner, TracksFollowTheConfigurationAndTheViewer) {
   for (const char* wrong : {"0", "4", "x", "off"})
     expect_words(run({"tuner", "audio", wrong}), {"error", "1 to 3", wrong});
   expect_words(run({"tuner", "subtitle", "3"}), {"error", "1 to 2"});
-  expect_words(run({"tuner", "audio"}), {"error", "one more word"});
+  expect_words(run({"tuner", "audio"}), {"error", "takes a number"});
   expect_words(run({"tuner", "dance"}), {"error", "pin PIN", "dance"});
   expect_words(run({"tune", "dance"}), {"error", "next, previous or back", "dance"});
   expect_words(run({"tune", "98"}), {"error", "no channel", "98"});
