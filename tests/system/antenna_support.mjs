@@ -125,8 +125,8 @@ export async function viewer(t, host, used = new Set()) {
         notices.set(about, [...(notices.get(about) ?? []), ...items]);
       }
     },
+    call: client.call,
     ask: client.ask,
-    close: () => client.socket.close(),
   };
 }
 
