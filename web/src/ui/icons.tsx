@@ -46,3 +46,14 @@ export const CheckIcon = () => line(<path d="m4 10.5 4 4 8-9" />);
 export const PauseIcon = () => line(<path d="M7 5v10M13 5v10" />);
 export const PlayIcon = () => line(<path d="m6.5 4.5 9 5.5-9 5.5z" />);
 export const ClearIcon = () => line(<path d="M4 6h12M8 6V4h4v2m2.5 0-.7 10H6.2L5.5 6" />);
+export const ChannelsIcon = () => line(<><rect x="2.5" y="6" width="15" height="10" rx="1.6" /><path d="m6.5 2.5 3.5 3.5 3.5-3.5M5.5 9.5h5M5.5 12.5h3" /></>);
+export const GuideIcon = () => line(<><rect x="3" y="4" width="14" height="13" rx="1.6" /><path d="M3 8h14M7 2.5V5M13 2.5V5M7 11h2.5M11.5 14H14" /></>);
+export const AntennaIcon = () => line(<path d="M10 9.5V17M7 17h6M6.8 12.7a4.5 4.5 0 0 1 0-6.4M13.2 6.3a4.5 4.5 0 0 1 0 6.4M4.3 15.2a8 8 0 0 1 0-11.4M15.7 3.8a8 8 0 0 1 0 11.4M10 9.5h.01" />);
+export const RecordIcon = () => line(<><circle cx="10" cy="10" r="7" /><circle cx="10" cy="10" r="3" fill="currentColor" /></>);
+export const StopIcon = () => line(<rect x="5" y="5" width="10" height="10" rx="1" />);
+export const EditIcon = () => line(<path d="m4 16 .8-3.4 8.3-8.3 2.6 2.6-8.3 8.3zM11.5 5.9l2.6 2.6" />);
+export const ClockIcon = () => line(<><circle cx="10" cy="10" r="7" /><path d="M10 6v4.3l2.8 1.7" /></>);
+export const StarIcon = ({ filled }: { filled: boolean }) =>
+  line(<path d="m10 2.8 2.2 4.6 5 .7-3.6 3.5.9 5-4.5-2.4-4.5 2.4.9-5-3.6-3.5 5-.7z" fill={filled ? "currentColor" : "none"} />);
+export const LockIcon = ({ closed }: { closed: boolean }) =>
+  line(<><rect x="4.5" y="9" width="11" height="8" rx="1.6" /><path d={closed ? "M7 9V6.5a3 3 0 0 1 6 0V9" : "M7 9V6a3 3 0 0 1 5.8-1"} /></>);
