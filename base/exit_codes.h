@@ -5,11 +5,12 @@
 
 enum ExitCode : int {
   kExitOk = 0,
-  kExitRefused = 1,      // dtvctl: the set refused; dtv-host: the set or the server does not start
+  kExitRefused = 1,      // dtvctl: the set refused; dtv-host: the set or the server does not start;
+                         // dtv-multiplexes: ffmpeg is missing or fails
   kExitUsage = 2,        // the command line is wrong
   kExitUnreachable = 3,  // dtvctl's, like the next two
   kExitProtocol = 4,
-  kExitOutput = 5,
+  kExitOutput = 5,  // also dtv-multiplexes': the folder cannot be written
   kExitStuck = 70,  // dtv-host: its serving thread was stuck; EX_SOFTWARE
 };
 

@@ -19,6 +19,7 @@ import statistics
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 from typing import NamedTuple
 
@@ -58,6 +59,10 @@ TARGETS = {
     "notify_channel_appended": (AT_MOST, 3),
     "notify_behind_100": (AT_MOST, 1.5),
     "notify_and_fetch": (AT_MOST, 4),
+    "channels_next": (AT_MOST, 50_000, "ns"),
+    "channels_by_index": (AT_MOST, 50_000, "ns"),
+    "channels_index_of": (AT_MOST, 50_000, "ns"),
+    "channels_count": (AT_MOST, 50_000, "ns"),
     "host_sequential_p50": (AT_MOST, 1.25),
     "host_64_in_flight": (AT_LEAST, 1.3),
     "host_64_clients": (AT_LEAST, 0.55),
@@ -69,9 +74,14 @@ TARGETS = {
     "host_25_gets_wakeups": (AT_MOST, 150, "/s"),
     "host_memory_per_websocket": (AT_MOST, 16, "KiB"),
     "host_get_p99_beside_sets": (AT_MOST, 1.5),
+    "host_get_p99_beside_scan": (AT_MOST, 3),
     "host_no_tap_idle_cpu": (AT_MOST, 1, "%"),
     "host_no_tap_notification_p99": (AT_MOST, 2000, "us"),
 }
+
+
+MULTIPLEXES = 100
+MULTIPLEX_PACKETS = 16000  # 3 MB: read to the end, since its tables do not say everything
 
 
 class Failed(Exception):
@@ -135,6 +145,34 @@ def resident_kib(process):
     return int(re.search(r"^VmRSS:\s*(\d+) kB", text, re.M).group(1))
 
 
+def section(table, extension, body):
+    """A section of a transport stream's table, with its CRC."""
+    text = bytes([table]) + (0xB000 | len(body) + 9).to_bytes(2, "big") + extension.to_bytes(2, "big") + b"\xC1\0\0"
+    text += body
+    crc = 0xFFFFFFFF
+    for byte in text:
+        crc ^= byte << 24
+        for _ in range(8):
+            crc = (crc << 1 ^ 0x04C11DB7 if crc & 0x80000000 else crc << 1) & 0xFFFFFFFF
+    return text + crc.to_bytes(4, "big")
+
+
+def packet(pid, text):
+    """A packet that holds one short section."""
+    return (b"\x47" + (0x4000 | pid).to_bytes(2, "big") + b"\x10\0" + text).ljust(188, b"\xFF")
+
+
+def multiplex(stream):
+    """A transport stream with one television service, whose tables stand at its beginning."""
+    name = f"Service of {stream}".encode()
+    named = b"\x01\0" + bytes([len(name)]) + name
+    service = b"\0\1\xFC" + (0x8000 | len(named) + 2).to_bytes(2, "big") + b"\x48" + bytes([len(named)]) + named
+    tables = [packet(0x00, section(0x00, stream, b"\0\1\xE0\x40")),
+              packet(0x40, section(0x02, 1, b"\xE1\0\xF0\0\x02\xE1\0\xF0\0")),
+              packet(0x11, section(0x42, stream, b"\0\1\xFF" + service))]
+    return b"".join(tables) + packet(0x1FFF, b"") * (MULTIPLEX_PACKETS - len(tables))
+
+
 def during(seconds, count):
     """(how much a count grew while this slept for about `seconds`, the seconds that really passed)"""
     before, start = count(), time.monotonic()
@@ -151,7 +189,8 @@ class Bench:
         self.host_lib = self.host_file.parent.parent / "lib"
         self.figures = {}
         self.unsteady = set()  # names of figures whose rounds, or whose floor's, differ much
-        programs = (self.bin / name for name in ("bench_plugin", "bench_client", "bench_echo_beast"))
+        programs = (self.bin / name
+                    for name in ("bench_plugin", "bench_channels", "bench_client", "bench_echo_beast", "dtvctl"))
         for file in (*programs, self.host_file):
             if not file.exists():
                 raise Failed(f"{file} is missing: build first")
@@ -221,6 +260,11 @@ class Bench:
         with tempfile.TemporaryDirectory() as folder:
             for figure in run_json([self.bin / "bench_guide", folder], 300):
                 self.add(figure["name"], figure["unit"], figure["value"], figure.get("floor"))
+
+    def measure_channels(self):
+        """Look-ups among 2,000 channels, by the set's own functions."""
+        for figure in run_json([self.bin / "bench_channels"], 60):
+            self.add(figure["name"], figure["unit"], figure["value"], figure["floor"])
 
     def measure_requests(self, echoes):
         loads = {"sequential": (1, 1, 0.4), "64_in_flight": (1, 64, 0.3), "64_clients": (64, 1, 0.3),
@@ -320,6 +364,32 @@ class Bench:
             self.add_medians(f"host_get_{part}_beside_sets", "us", part, beside, alone)
         self.add_medians("host_changing_set_p50", "us", "p50", sets, [])
 
+    def measure_beside_scan(self):
+        """A client's gets while the set scans; the floor: gets without a scan."""
+        folder = self.scratch / "antenna"
+        folder.mkdir()
+        for stream in range(1, MULTIPLEXES + 1):
+            (folder / f"{stream}.ts").write_bytes(multiplex(stream))
+        alone, beside, scans = [], [], 0
+        with self.host("scan", "--antenna", folder) as host:
+            words = [str(word) for word in (self.bin / "dtvctl", "--host", f"127.0.0.1:{host.port}", "--state",
+                                            self.scratch / "scan", "tv", "scan", "all")]
+            for _ in range(ROUNDS):
+                alone.append(self.gets(host, 1, 1, 0.4))
+                gets = {}
+                client = threading.Thread(target=lambda: gets.update(self.gets(host, 1, 1, 0.4)))
+                client.start()
+                while client.is_alive():  # one scan after the other; while one runs, another is refused
+                    scans += subprocess.run(words, capture_output=True, timeout=30).returncode == 0
+                client.join()
+                if not gets:
+                    raise Failed("the gets beside a scan fail")
+                beside.append(gets)
+        if scans < ROUNDS:
+            raise Failed(f"only {scans} scans ran in {ROUNDS} rounds")
+        for part in ("p50", "p99"):
+            self.add_medians(f"host_get_{part}_beside_scan", "us", part, beside, alone)
+
     def measure_without_tap(self):
         """Without a tap the host polls. Callbacks come 7 ms apart, so that it fetches each before the next replaces it."""
         with self.host("no_tap", "--no-tap", platform=self.lib / "libbench_platform.so",
@@ -335,10 +405,12 @@ class Bench:
             if "lws" not in echoes:
                 print("bench_echo_lws is not built: there is no floor for the host's figures")
             for what, measure in (("plugin", self.measure_plugin), ("guide", self.measure_guide),
+                                  ("channels", self.measure_channels),
                                   ("requests", lambda: self.measure_requests(echoes)),
                                   ("notifications", lambda: self.measure_notifications(echoes)),
                                   ("idle host", self.measure_idle), ("memory", self.measure_memory),
                                   ("gets beside sets", self.measure_beside_sets),
+                                  ("gets beside a scan", self.measure_beside_scan),
                                   ("host without tap", self.measure_without_tap)):
                 try:
                     measure()

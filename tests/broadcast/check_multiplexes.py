@@ -444,9 +444,9 @@ def missing_ffmpeg(context):
 
 
 def failing_ffmpeg(context):
-    """One that complains, one that stops in the middle, one that a signal ends."""
+    """One that complains, one that stops in the middle, one that never stops, one that a signal ends."""
     for script, words in [("echo no such codec >&2; exit 3", ["no such codec", "exit code 3"]),
-                          ("head -c 188000 /dev/zero", ["188000 of"]), ("kill -9 $$", ["signal 9"])]:
+                          ("head -c 188000 /dev/zero", ["188000 of"]), ("exec cat /dev/zero", ["more than"]), ("kill -9 $$", ["signal 9"])]:
         commands = context.work / "commands"
         commands.mkdir(exist_ok=True)
         fake = commands / "ffmpeg"

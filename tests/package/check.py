@@ -110,11 +110,15 @@ def by_host(prefix, work):
             host.terminate()
 
 
+def multiplexes(prefix, _):
+    return run(prefix / "bin/dtv-multiplexes", "--help").splitlines()[0]
+
+
 CHECKS = [
     (user_by_cmake, EXPECTED), (user_by_pkg_config, EXPECTED),
     (own_platform_by_cmake, EXPECTED), (own_platform_by_pkg_config, EXPECTED),
     (example_by_cmake, NOTIFICATION + EXPECTED), (example_by_pkg_config, NOTIFICATION + EXPECTED),
-    (by_host, TEXTS),
+    (by_host, TEXTS), (multiplexes, "Usage: dtv-multiplexes FOLDER [OPTIONS]"),
 ]
 
 

@@ -178,7 +178,7 @@ test('the picture of a channel moves, and follows the channel', async (t) => {
   const saved = await dtvctl(['--host', `127.0.0.1:${set.port}`, '--state', set.state, '--json', 'tv', 'screen', file]);
   assert.equal(saved.code, 0, saved.stderr);
   assert.equal(JSON.parse(saved.stdout).shown, true);
-  const pixel = execFileSync('ffmpeg', ['-v', 'error', '-i', file, '-vf', 'crop=1:1:320:180', '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-']);
+  const pixel = execFileSync('ffmpeg', ['-v', 'error', '-i', file, '-vf', 'format=rgb24,crop=1:1:320:180', '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-']);
   assert.ok(pixel[0] > 200 && pixel[1] < 60 && pixel[2] < 60, `colour ${[...pixel]}`);
 
   await tv('power', 'standby');

@@ -81,8 +81,8 @@ static std::vector<std::size_t> range(std::size_t begin, std::size_t end) {
 }
 
 TEST_F(BroadcastPlayout, ReadsEveryPacketSize) {
-  for (const std::size_t before : {0, 4}) {
-    for (const std::size_t behind : {0, 16}) {
+  for (const std::size_t before : std::initializer_list<std::size_t>{0, 4}) {
+    for (const std::size_t behind : std::initializer_list<std::size_t>{0, 16}) {
       if (before > 0 && behind > 0) continue;
       Bytes all;
       for (std::size_t i = 0; i < 200; ++i)
@@ -94,7 +94,7 @@ TEST_F(BroadcastPlayout, ReadsEveryPacketSize) {
 }
 
 TEST_F(BroadcastPlayout, ReadsShortFiles) {
-  for (const std::size_t count : {1, 2, 4, 5, 6}) {
+  for (const std::size_t count : std::initializer_list<std::size_t>{1, 2, 4, 5, 6}) {
     write(numbered_packets(count));
     EXPECT_EQ(read_all(*open()), range(0, count));
     write(Bytes(4, 0x11));
@@ -107,7 +107,7 @@ TEST_F(BroadcastPlayout, ReadsShortFiles) {
 TEST_F(BroadcastPlayout, FindsPacketsBehindOtherBytesAndAfterDamage) {
   const Bytes all = numbered_packets(100);
   const auto middle = all.begin() + 50 * 188;
-  for (const std::size_t noise : {1, 100, 187, 189, 5000, 200000}) {
+  for (const std::size_t noise : std::initializer_list<std::size_t>{1, 100, 187, 189, 5000, 200000}) {
     write(bytes::join({Bytes(noise, 0x47), {0x00}, all}));
     EXPECT_EQ(read_all(*open()).back(), 99u) << noise;
     write(bytes::join({{all.begin(), middle}, Bytes(noise, 0x55), {middle, all.end()}}));
@@ -229,7 +229,7 @@ TEST_F(BroadcastPlayout, BoundsTheRate) {
 }
 
 TEST_F(BroadcastPlayout, PacesFilesWithoutPcrAtFiveMegabits) {
-  for (const std::size_t count : {1, 100, 3000}) {
+  for (const std::size_t count : std::initializer_list<std::size_t>{1, 100, 3000}) {
     write(numbered_packets(count));
     const PlayoutHandle playout = open();
     std::size_t packets = 0;

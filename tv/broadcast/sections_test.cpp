@@ -37,7 +37,7 @@ static Bytes packet_at(const Bytes& packets, std::size_t index) {
 }
 
 TEST(Sections, AreFoundInOnePacketAndOverMany) {
-  for (const std::size_t size : {12, 100, 183, 184, 185, 366, 367, 368, 1024, 4096}) {
+  for (const std::size_t size : std::initializer_list<std::size_t>{12, 100, 183, 184, 185, 366, 367, 368, 1024, 4096}) {
     Collected collected = wanting(kPid);
     std::uint8_t counter = 5;
     take(collected, bytes::packets(kPid, counter, section_of(size, 0x11)));
@@ -82,7 +82,7 @@ TEST(Sections, BeginWherePointerFieldPoints) {
 }
 
 TEST(Sections, HeaderMayBeSplit) {
-  for (const std::size_t split : {1, 2, 3, 4}) {
+  for (const std::size_t split : std::initializer_list<std::size_t>{1, 2, 3, 4}) {
     Collected collected = wanting(kPid);
     const Bytes first = section_of(183 - split, 1, 0);
     const Bytes second = section_of(40, 2, 1);

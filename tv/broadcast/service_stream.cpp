@@ -147,9 +147,13 @@ static void take_pmt(ServiceStream& stream, const Pmt& pmt, std::span<const std:
 static void take_section(ServiceStream& stream, std::uint16_t pid, std::span<const std::uint8_t> section) {
   const auto table = table_read(section);
   if (!table) return;
-  if (const Pat* const pat = std::get_if<Pat>(&*table); pat && pid == kPidPat) take_pat(stream, *pat);
-  if (const Pmt* const pmt = std::get_if<Pmt>(&*table); pmt && pid == stream.pmt_pid && pmt->service == stream.service)
+  const Pat* const pat = std::get_if<Pat>(&*table);
+  const Pmt* const pmt = std::get_if<Pmt>(&*table);
+  if (pid == kPidPat) {
+    if (pat) take_pat(stream, *pat);
+  } else if (pid == stream.pmt_pid && pmt && pmt->service == stream.service) {
     take_pmt(stream, *pmt, section);
+  }
 }
 
 // --- Time stamps ---

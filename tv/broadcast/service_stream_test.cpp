@@ -139,6 +139,18 @@ TEST(ServiceStream, OfAServiceThatIsNotThereIsEmpty) {
   EXPECT_FALSE(service_stream_pmt(*player.stream));
 }
 
+// PID 0 belongs to the PAT: a PMT there does not count, neither before nor after the PAT.
+TEST(ServiceStream, IgnoresAPmtOnThePidOfThePat) {
+  Multiplex multiplex;
+  Player player;
+  const Bytes wrong = bytes::packets(0, multiplex.pat_counter, bytes::pmt(kService, kVideo, {{0x02, kVideo}}));
+  EXPECT_TRUE(player.take(join({wrong, multiplex.more_video()})).empty());
+  EXPECT_FALSE(service_stream_pmt(*player.stream));
+  player.take(join({multiplex.tables(), wrong, multiplex.more_video()}));
+  ASSERT_TRUE(service_stream_pmt(*player.stream));
+  EXPECT_EQ(service_stream_pmt(*player.stream)->streams.size(), 2u);
+}
+
 TEST(ServiceStream, RepeatsItsTablesWithThePat) {
   Multiplex multiplex;
   Player player;

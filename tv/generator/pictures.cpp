@@ -56,8 +56,9 @@ std::size_t expected_length(const MultiplexRow& multiplex, int seconds) {
 }
 
 // ffmpeg ends a little before or behind the expected length.
+bool is_too_long(std::size_t length, std::size_t expected) { return length > expected / 10 * 11; }
 bool has_length(std::size_t length, std::size_t expected) {
-  return length % kPacketSize == 0 && length > expected / 10 * 9;
+  return length % kPacketSize == 0 && length > expected / 10 * 9 && !is_too_long(length, expected);
 }
 
 // Writes what the command line refers to. The paths are in the order of the multiplex's services.
@@ -193,6 +194,11 @@ ExitCode receive(std::span<const std::unique_ptr<Job>> jobs, std::string& ret_er
     for (std::size_t index = 0; index < polled.size() && ready > 0; ++index)
       if (polled[index].revents != 0 && !take(*owners[index].first, *owners[index].second, ret_error))
         return kExitOutput;
+    for (const auto& job : jobs) {
+      if (!is_too_long(job->received, job->expected)) continue;
+      ret_error = "ffmpeg writes more than the expected " + std::to_string(job->expected) + " bytes";
+      return kExitRefused;
+    }
     report(jobs, tenths);
   }
 }

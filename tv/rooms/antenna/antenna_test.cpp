@@ -14,7 +14,10 @@ struct TvAntenna : testing::Test {
     fs::create_directory(path());
     start();
   }
-  ~TvAntenna() override { dtv_tv_antenna(nullptr); }
+  ~TvAntenna() override {
+    dtv_tv_antenna(nullptr);
+    dtv_tv_stick_root(nullptr);
+  }
   void start(const char* given = nullptr) const {
     dtv_tv_stop();
     dtv_tv_stick_root(world.path.c_str());
@@ -120,6 +123,16 @@ TEST_F(TvAntenna, AStoredFolderOutsideANewRootIsDisconnected) {
   expect_words(testing::internal::GetCapturedStderr(),
                {"the antenna is disconnected: only a folder in " + elsewhere.path + " can become the antenna"});
   EXPECT_EQ(antenna(), kNone);
+}
+
+TEST_F(TvAntenna, AFolderGivenAtTheStartThatCannotBeUsedLeavesTheStoredOne) {
+  antenna(path());
+  testing::internal::CaptureStderr();
+  start((world.path + "/\xFF").c_str());
+  expect_words(testing::internal::GetCapturedStderr(), {"the antenna is disconnected", "is not in UTF-8"});
+  EXPECT_EQ(antenna(), kNone);
+  start();
+  EXPECT_TRUE(read_antenna().starts_with("{\"folder\":\"" + path() + '"'));
 }
 
 TEST_F(TvAntenna, AResetDisconnectsItUnlessTheHostHasConnectedIt) {

@@ -40,8 +40,7 @@ struct State {
   std::string given;   // of dtv_tv_antenna; canonical if it exists
   std::string folder;  // empty: none; changed only under both changing and lock
   Index index;
-  std::string error;         // why the folder could not be read
-  std::uint64_t wanted = 0;  // how many readings have been asked for; each makes those before it superfluous
+  std::uint64_t wanted = 0;  // number of the latest reading requested; it replaces the earlier ones
   std::uint64_t done = 0;    // the latest that was carried out
   bool afresh = false;       // the next reading reads all files
   Progress progress;
@@ -57,9 +56,9 @@ using Guard = std::unique_lock<std::mutex>;
 
 // ---- The thread ----
 
-void publish(Index index, std::string error) {
+// The caller holds the lock.
+void publish(Index index) {
   state.index = std::move(index);
-  state.error = std::move(error);
   state.progress = {};
 }
 
@@ -71,17 +70,16 @@ void read_once(Guard& guard) {
   state.cancelled = false;
   guard.unlock();
   Index index;
-  std::string error;
   const IndexReader reader{.now = clock_utc,
                            .cancelled = state.cancelled,
                            .begins = [](std::size_t number, std::size_t of, const std::string& name) {
                              const std::lock_guard progress(state.lock);
                              state.progress = {.number = number, .of = of, .name = name};
                            }};
-  if (!folder.empty()) index_read(folder, before, reader, index, error);
+  if (!folder.empty()) index_read(folder, before, reader, index);
   guard.lock();
   if (state.wanted != job || !state.open) return;
-  publish(std::move(index), std::move(error));
+  publish(std::move(index));
   state.done = job;
   state.settled.notify_all();
   std::vector<std::string> paths;
@@ -107,7 +105,11 @@ void want_reading() {
   ++state.wanted;
   state.cancelled = true;
   if (worker_start(state.worker, run_reader)) return;
-  publish({}, "the machine has no thread left to read the folder");
+  publish({.problem = "the machine has no thread left to read the folder",
+           .folder = {},
+           .entries = {},
+           .refused = {},
+           .files = {}});
   state.done = state.wanted;
 }
 
@@ -118,7 +120,7 @@ void use(const std::string& folder) {
     const std::lock_guard guard(state.lock);
     if (folder == state.folder) return;
     state.folder = folder;
-    publish({}, "");
+    publish({});
     want_reading();
   }
   receptions_drop([](const std::string&) { return true; },
@@ -128,21 +130,21 @@ void use(const std::string& folder) {
 // Why the path cannot be the antenna's folder; empty: it can, and ret_folder is its canonical path.
 std::string refusal_of(std::string_view path, std::string& ret_folder) {
   if (!path.starts_with('/')) return "the folder " + quoted(path) + " is not an absolute path";
-  if (path == state.given) {
-    ret_folder = path;
-    return {};
+  std::string folder(path);
+  if (path != state.given) {
+    const UsbPlace place = usb_place(path);
+    if (!place.inside) {
+      const std::string root = usb_root();
+      return root.empty() ? "no folder can become the antenna: the set was started without a folder for sticks"
+                          : "only a folder in " + root + " can become the antenna";
+    }
+    if (place.failed) return "the folder " + quoted(path) + " cannot be found: " + place.failed.message();
+    std::error_code failed;
+    if (!fs::is_directory(place.folder, failed)) return quoted(path) + " is not a folder";
+    folder = place.folder;
   }
-  const UsbPlace place = usb_place(path);
-  if (!place.inside) {
-    const std::string root = usb_root();
-    return root.empty() ? "no folder can become the antenna: the set was started without a folder for sticks"
-                        : "only a folder in " + root + " can become the antenna";
-  }
-  if (place.failed) return "the folder " + quoted(path) + " cannot be found: " + place.failed.message();
-  std::error_code failed;
-  if (!fs::is_directory(place.folder, failed)) return quoted(path) + " is not a folder";
-  if (!store_is_text(place.folder)) return "the name of the folder " + quoted(path) + " is not in UTF-8";
-  ret_folder = place.folder;
+  if (!store_is_text(folder)) return "the name of the folder " + quoted(path) + " is not in UTF-8";
+  ret_folder = folder;
   return {};
 }
 
@@ -211,7 +213,7 @@ void folder_load() {
   const std::scoped_lock guard(state.changing, state.lock);
   state.folder = store_read(kFolder);
   if (!state.given.empty()) state.folder = state.given;
-  publish({}, "");
+  publish({});
   state.done = state.wanted;
 }
 
@@ -222,7 +224,7 @@ void folder_start() {
   if (const std::string why = state.folder.empty() ? "" : refusal_of(state.folder, folder); !why.empty()) {
     std::fprintf(stderr, "dtv_tv: the antenna is disconnected: %s\n", why.c_str());
     const SettingValue value[] = {{kFolder.key, std::string_view()}};
-    store_write(value);
+    if (state.folder != state.given) store_write(value);
   }
   const std::lock_guard guard(state.lock);
   state.open = true;
@@ -274,7 +276,7 @@ void folder_look() {
   if (state.folder.empty() || state.done != state.wanted) return;
   const std::uint64_t looked_at = state.done;
   const std::string folder = state.folder;
-  Index seen{.folder = state.index.folder, .entries = {}, .refused = {}, .files = state.index.files};
+  const Index seen = state.index;
   guard.unlock();
   const bool outdated = index_is_outdated(folder, seen);
   guard.lock();
@@ -291,7 +293,7 @@ bool folder_settle(const std::atomic<bool>& cancelled) {
 std::vector<std::string> folder_refusals() {
   std::vector<std::string> lines;
   const std::lock_guard guard(state.lock);
-  if (!state.error.empty()) lines.push_back(state.error);
+  if (!state.index.problem.empty()) lines.push_back(state.index.problem);
   for (const IndexRefusal& each : state.index.refused) lines.push_back(each.name + ": " + each.why);
   return lines;
 }
@@ -324,9 +326,9 @@ boost::json::object folder_shown() {
   for (const IndexRefusal& each : state.index.refused) refused.push_back({{"file", each.name}, {"why", each.why}});
   boost::json::object answer{{"folder", nullptr}};
   if (!state.folder.empty()) answer["folder"] = state.folder;
-  if (state.done != state.wanted)
+  if (!state.folder.empty() && state.done != state.wanted)
     answer["reading"] = {{"file", state.progress.name}, {"number", state.progress.number}, {"of", state.progress.of}};
-  if (!state.error.empty()) answer["problem"] = state.error;
+  if (!state.index.problem.empty()) answer["problem"] = state.index.problem;
   guard.unlock();
   for (const TunerUse& use : receptions_use()) {
     boost::json::object tuner;

@@ -34,6 +34,12 @@ FileStamp stamp_of(const struct stat& info) {
           .changed = info.st_mtim.tv_sec * kNanos + info.st_mtim.tv_nsec};
 }
 
+// All zero if the folder cannot be found.
+FileStamp folder_stamp(const std::string& folder) {
+  struct stat info {};
+  return stat(folder.c_str(), &info) == 0 ? stamp_of(info) : FileStamp{};
+}
+
 // Nothing if the path does not exist. Does not follow a link.
 std::optional<struct stat> status_of(const std::string& path) {
   struct stat info {};
@@ -58,8 +64,8 @@ std::string shown(std::string_view name) {
   return text;
 }
 
-// The names with a multiplex's extension, sorted.
-bool list_names(const std::string& folder, std::vector<std::string>& ret_names, Index& index, std::string& ret_error) {
+// The names with a multiplex's extension, sorted. Adds to the index's refusals what is left out.
+std::vector<std::string> list_names(const std::string& folder, Index& index) {
   std::error_code failed;
   std::vector<std::string> names;
   std::size_t entries = 0;
@@ -69,8 +75,8 @@ bool list_names(const std::string& folder, std::vector<std::string>& ret_names, 
     if (has_extension(name)) names.push_back(std::move(name));
   }
   if (failed) {
-    ret_error = "the folder cannot be read: " + failed.message();
-    return false;
+    index.problem = "the folder cannot be read: " + failed.message();
+    return {};
   }
   if (entry != fs::directory_iterator())
     index.refused.push_back(
@@ -81,8 +87,7 @@ bool list_names(const std::string& folder, std::vector<std::string>& ret_names, 
                                         std::to_string(kMostFiles)});
     names.resize(kMostFiles);
   }
-  ret_names = std::move(names);
-  return true;
+  return names;
 }
 
 // Why a file cannot be a multiplex, before it is opened; empty: it may be one.
@@ -138,18 +143,10 @@ std::int64_t index_shift(std::int64_t stream_utc, std::int64_t set_utc) {
   return minutes * 60;
 }
 
-bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index,
-                std::string& ret_error) {
-  ret_error.clear();
+bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index) {
   Index index;
-  struct stat info {};
-  if (stat(folder.c_str(), &info) != 0) {
-    ret_error = "the folder cannot be read: " + message_of(errno);
-    return false;
-  }
-  index.folder = stamp_of(info);
-  std::vector<std::string> names;
-  if (!list_names(folder, names, index, ret_error)) return false;
+  index.folder = folder_stamp(folder);
+  const std::vector<std::string> names = list_names(folder, index);
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (reader.cancelled) return false;
     const std::string& name = names[i];
@@ -193,9 +190,7 @@ bool index_read(const std::string& folder, const Index& before, const IndexReade
 }
 
 bool index_is_outdated(const std::string& folder, const Index& index) {
-  struct stat info {};
-  if (stat(folder.c_str(), &info) != 0) return true;
-  if (stamp_of(info).inode != index.folder.inode || stamp_of(info).changed != index.folder.changed) return true;
+  if (folder_stamp(folder) != index.folder) return true;
   return std::ranges::any_of(index.files, [](const IndexedFile& each) {
     const auto status = status_of(each.path);
     return (status ? stamp_of(*status) : FileStamp{}) != each.stamp;

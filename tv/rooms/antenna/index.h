@@ -12,7 +12,7 @@
 #include "rooms/antenna/antenna.h"
 
 inline constexpr std::size_t kMostFiles = 256;      // of a folder, by name; the others are refused together
-inline constexpr std::size_t kMostEntries = 10000;  // of a folder that are looked at, whatever they are
+inline constexpr std::size_t kMostEntries = 10000;  // of a folder, of any kind; the others are ignored
 
 // Tells whether a file has changed.
 struct FileStamp {
@@ -31,7 +31,7 @@ struct IndexEntry {
   FileStamp stamp;
 };
 
-// A file that was looked at, whether or not it is a multiplex.
+// A file that the index has examined, multiplex or not.
 struct IndexedFile {
   std::string path;
   FileStamp stamp;
@@ -43,7 +43,8 @@ struct IndexRefusal {
 };
 
 struct Index {
-  FileStamp folder;                 // the latest change of the folder is that of its list of names
+  std::string problem;              // why the folder could not be read; empty: it was
+  FileStamp folder;                 // its time changes with its list of names
   std::vector<IndexEntry> entries;  // by medium, frequency and path
   std::vector<IndexRefusal> refused;
   std::vector<IndexedFile> files;
@@ -57,12 +58,10 @@ struct IndexReader {
 };
 
 // Reads the folder's files with a multiplex's extension; symbolic links are not followed. Files that have not changed
-// since `before` keep their entries. Returns false with ret_error if the folder cannot be read, and with an empty
-// ret_error if it was cancelled.
-bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index,
-                std::string& ret_error);
+// since `before` keep their entries. False: it was cancelled.
+bool index_read(const std::string& folder, const Index& before, const IndexReader& reader, Index& ret_index);
 
-// Whether the folder's list of names or one of the files that were looked at has changed since.
+// Whether the folder's list of names or an examined file has changed since the index was read.
 bool index_is_outdated(const std::string& folder, const Index& index);
 
 // How far the times of a stream are moved, in seconds: by whole minutes from the stream's time to the set's. A stream

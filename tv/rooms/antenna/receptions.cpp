@@ -27,7 +27,7 @@ struct Tuner {
   ReceptionSource source;         // valid while there are users
   std::vector<Reception*> users;  // empty: the tuner is free, and its thread is about to end
   std::uint64_t job = 0;          // incremented when another multiplex is to be received, or none
-  std::string dropped;            // why the users are to be told that the stream is lost; empty: they are not
+  std::string dropped;            // the reason reported to the users as lost; empty: none
   Worker worker;
 };
 

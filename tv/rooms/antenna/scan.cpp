@@ -41,7 +41,7 @@ constexpr Raster kRasters[] = {
 enum class Phase { kNone, kRuns, kDone, kCancelled, kFailed };
 constexpr std::string_view kPhaseNames[] = {"none", "running", "done", "cancelled", "failed"};
 
-// What a scan was asked for, and how far it is.
+// A scan's request, progress and outcome.
 struct Scan {
   Phase phase = Phase::kNone;
   Medium medium = Medium::kNone;  // kNone: all

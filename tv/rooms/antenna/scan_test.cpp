@@ -25,10 +25,14 @@ struct TvScan : testing::Test {
   TvFolder folder;
   TvFolder world;
   TvScan() {
+    dtv_tv_stick_root(world.path.c_str());
     dtv_tv_antenna(world.path.c_str());
     EXPECT_EQ(tv_start(folder.path), "");
   }
-  ~TvScan() override { dtv_tv_antenna(nullptr); }
+  ~TvScan() override {
+    dtv_tv_antenna(nullptr);
+    dtv_tv_stick_root(nullptr);
+  }
   std::string path(const std::string& name) const { return world.path + "/" + name; }
   void make(const std::string& name, const Bytes& bytes) const { write_bytes(path(name), bytes); }
   // An air multiplex with two services, a cable one with one, and a satellite's with one.

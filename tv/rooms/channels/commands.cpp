@@ -206,9 +206,9 @@ std::string move_between(Lists& lists, const Entry& moved, const Entry& target) 
   std::vector<std::uint32_t> ids;
   for (const Entry* const each : between) ids.push_back(each->channel.id);
   if (from < to)
-    std::ranges::rotate(between, between.begin() + 1);
+    std::rotate(between.begin(), between.begin() + 1, between.end());
   else
-    std::ranges::rotate(between, between.end() - 1);
+    std::rotate(between.begin(), between.end() - 1, between.end());
   for (std::size_t i = 0; i < between.size(); ++i) {
     Entry entry = *between[i];
     give_id(entry, ids[i]);

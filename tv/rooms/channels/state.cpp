@@ -97,9 +97,9 @@ void post(const Notices& notices, ChangeKind kind) {
   }
 }
 
-template <std::size_t size>
-void copy_text(char (&ret_text)[size], const std::string& text) {
-  std::memcpy(ret_text, text.data(), std::min(size - 1, text.size()));
+template <std::size_t Size>
+void copy_text(char (&ret_text)[Size], const std::string& text) {
+  std::memcpy(ret_text, text.data(), std::min(Size - 1, text.size()));
 }
 
 }  // namespace

@@ -20,9 +20,9 @@ INT32 check_categories(const char* function, UINT32 h_lol) {
   return refuse_call(function, std::to_string(h_lol) + " is not the handle of a list of a broadcaster's data");
 }
 
-template <std::size_t size>
-void copy_text(char (&ret_text)[size], std::string_view text) {
-  std::memcpy(ret_text, text.data(), std::min(size - 1, text.size()));
+template <std::size_t Size>
+void copy_text(char (&ret_text)[Size], std::string_view text) {
+  std::memcpy(ret_text, text.data(), std::min(Size - 1, text.size()));
 }
 
 }  // namespace

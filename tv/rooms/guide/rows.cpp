@@ -29,7 +29,7 @@ constexpr std::int64_t kCaptions = 1, kScrambled = 2;  // bits of flags
   "SELECT e.channel, e.start, e.stop, e.id, e.flags, e.age, e.categories, e.rank, e.import, e.title, t.summary," \
   " t.details, t.series FROM event e LEFT JOIN text t ON t.channel = e.channel AND t.start = e.start"
 
-// FNV-1a. Two series with the same number are told apart by their texts.
+// FNV-1a. rows_of_series compares the texts as well, since two series can have the same hash.
 std::int64_t series_number(std::string_view series) {
   std::uint64_t hash = 0xCBF29CE484222325;
   for (const char c : series) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3;

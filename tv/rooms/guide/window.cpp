@@ -27,7 +27,7 @@ struct Window {
 };
 
 struct WindowState {
-  std::mutex lock;  // guards the rest, but for the timer
+  std::mutex lock;  // guards the members below, except the timer
   a_vextvapi_event_nfy_fct callback = nullptr;
   void* tag = nullptr;
   Window window;

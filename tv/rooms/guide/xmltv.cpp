@@ -198,7 +198,7 @@ void on_text(void* context, const xmlChar* text, int length) {
                      std::min<std::size_t>(static_cast<std::size_t>(length), room));
 }
 
-// An entity can stand for any number of others, so a short file can be a text of any length.
+// Nested entities can expand a short file to a text of any length.
 void on_entity(void* context, const xmlChar*, int, const xmlChar*, const xmlChar*, xmlChar*) {
   Reader& reader = reader_of(context);
   fail(reader, "line " + std::to_string(xmlSAX2GetLineNumber(reader.context)) +

@@ -76,9 +76,10 @@ std::vector<const Plan*> plans_in_order() {
 std::vector<const Recording*> recordings_in_order(INT32 sort) {
   std::vector<const Recording*> order;
   for (const Recording& recording : recorder.recordings) order.push_back(&recording);
-  std::ranges::stable_sort(order, [sort](const Recording* left, const Recording* right) {
+  std::ranges::sort(order, [sort](const Recording* left, const Recording* right) {
     if (sort == RECLIST_SORT_NAME && left->title != right->title) return left->title < right->title;
-    return sort == RECLIST_SORT_OLDEST ? left->start < right->start : left->start > right->start;
+    const auto left_age = std::pair(left->start, left->id), right_age = std::pair(right->start, right->id);
+    return sort == RECLIST_SORT_OLDEST ? left_age < right_age : left_age > right_age;
   });
   return order;
 }

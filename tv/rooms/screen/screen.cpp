@@ -38,6 +38,8 @@ constexpr seconds kLookTime{2};    // asking for a frame counts as looking for s
 constexpr seconds kLeaveTime{3};   // the player ends so long after the last viewer has stopped looking
 constexpr seconds kBannerTime{5};  // after a channel change or INFO
 constexpr seconds kVolumeTime{3};  // after a change of the volume
+// Between two starts of a player: a broken broadcast may change its program map many times a second.
+constexpr std::chrono::milliseconds kRestartTime{250};
 constexpr seconds kRetryTime{10};  // between two attempts to start a player that does not start
 
 using Jpeg = std::shared_ptr<const std::vector<std::uint8_t>>;
@@ -137,8 +139,9 @@ void look() {
 
 struct Show {
   PlayerHandle player;
-  std::uint64_t stream = 0;  // that it plays
-  TimerTime retry{};         // no player is started before
+  std::uint64_t stream = 0;                         // that it plays
+  TimerTime retry{};                                // no player is started before, after one that did not start
+  std::chrono::steady_clock::time_point restart{};  // nor before this
   Jpeg empty;
   std::unique_ptr<Canvas> canvas = std::make_unique<Canvas>();
 };
@@ -154,7 +157,8 @@ void end_player(Show& show) {
 void start_player(Show& show) {
   std::string error;
   const TimerTime now = timer_now();
-  if (now < show.retry) return;
+  if (now < show.retry || std::chrono::steady_clock::now() < show.restart) return;
+  show.restart = std::chrono::steady_clock::now() + kRestartTime;
   show.retry = now + kRetryTime;
   show.stream = ring_stream(*state.ring);
   show.player = player_start(state.ring, {.wake = [](void*) { wake_thread(); }}, error);
@@ -184,7 +188,8 @@ void run(Show show) {
   std::unique_lock guard(state.lock);
   while (true) {
     const auto is_woken = [] { return state.woken || !state.running; };
-    if (show.player != nullptr)
+    // Without a player it may wait for the next start.
+    if (timer_now() < leaves())
       state.wake.wait_for(guard, kReopenTime, is_woken);
     else
       state.wake.wait(guard, is_woken);

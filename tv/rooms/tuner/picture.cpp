@@ -200,6 +200,7 @@ void picture_unlock(Picture& picture) {
   {
     const std::lock_guard guard(picture.lock);
     picture.unlocked = true;
+    picture.shown.result.reset();  // the PMT may not have come yet: a block is known without it
   }
   picture_update(picture, false);
 }

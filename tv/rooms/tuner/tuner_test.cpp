@@ -2,6 +2,7 @@
 #include "rooms/tuner/tuner_test.h"
 
 #include <atomic>
+#include <ctime>
 #include <deque>
 #include <mutex>
 
@@ -107,6 +108,37 @@ Bytes multiplex(std::uint16_t stream, const std::vector<Program>& programs) {
     }
   }
   return made.bytes;
+}
+
+struct Show {
+  std::uint16_t id;
+  std::int64_t start;
+  int minutes;
+  int age;  // 0: none
+};
+
+// A service's present and following event, each in a section of its own.
+std::vector<Bytes> events_of(std::uint16_t stream, std::uint16_t service, const std::vector<Show>& shows) {
+  std::vector<Bytes> sections;
+  for (const Show& each : shows) {
+    Bytes text = {'e', 'n', 'g', 4, 'S', 'h', 'o', 'w', 0};
+    Bytes described = descriptor(0x4D, text);
+    if (each.age != 0) append(described, descriptor(0x55, {'G', 'B', 'R', static_cast<std::uint8_t>(each.age - 3)}));
+    Bytes body;
+    append(body, stream, 2);
+    append(body, 1, 2);
+    append(body, Bytes{1, 0x4E});
+    append(body, each.id, 2);
+    append(body, date_of(each.start));
+    append(body, bcd(static_cast<std::uint64_t>(each.minutes / 60)), 1);
+    append(body, bcd(static_cast<std::uint64_t>(each.minutes % 60)), 1);
+    append(body, 0, 1);
+    append(body, 0x8000u | described.size(), 2);
+    append(body, described);
+    sections.push_back(section_of(0x4E, service, body,
+                                  {.version = 0, .number = static_cast<std::uint8_t>(sections.size()), .last = 1}));
+  }
+  return sections;
 }
 
 Bytes multiplex_10() {
@@ -246,7 +278,7 @@ TEST_F(TvTuner, AServiceWithoutAPmtIsWaitedFor) {
   expect_done(run({"tune", "9"}));
   dtv_tv_advance(900);
   dtv_tv_advance(1'499);
-  EXPECT_EQ(heard(), 0u);
+  EXPECT_EQ(heard(), 0u) << run({"tuner"}) << antenna();
   dtv_tv_advance(1);
   EXPECT_EQ(next_result(), of(9, ChangeResult::kNoSignal));
 }
@@ -324,6 +356,7 @@ TEST_F(TvTuner, ABlockedChannelNeedsThePin) {
   EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedChannel));
   EXPECT_EQ(run({"tuner", "pin", "1111"}), R"({"error":"the PIN is wrong"})");
   EXPECT_EQ(run({"tuner", "pin", ""}), R"({"error":"the PIN is wrong"})");
+  ASSERT_TRUE(settles([] { return shows("\"audio\":[{"); }));  // before the clock leaves the patience behind
   dtv_tv_advance(10'000);
   EXPECT_EQ(heard(), 0u);
   expect_done(run({"tuner", "pin", "0000"}));
@@ -334,11 +367,45 @@ TEST_F(TvTuner, ABlockedChannelNeedsThePin) {
   EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
   EXPECT_EQ(change_to(4), of(4, ChangeResult::kAudioOnly));
   EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedChannel));
+  ASSERT_TRUE(settles([] { return shows("\"audio\":[{"); }));
   ASSERT_EQ(a_vextvapi_config_set_str_value("g_password__password", "8642"), 0);
   expect_words(run({"tuner", "pin", "0000"}), {"error", "the PIN is wrong"});
   expect_done(run({"tuner", "pin", "8642"}));
   EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
   expect_done(run({"channel", "1", "unblock"}));
+}
+
+TEST_F(TvTuner, AnEventIsBlockedByItsAgeFromItsBegin) {
+  const std::int64_t now = std::time(nullptr) / 60 * 60;
+  TestStream events;
+  for (const Bytes& each : events_of(10, 101, {{1, now - 600, 15, 12}, {2, now + 300, 60, 18}}))
+    add_section(events, 0x12, each);
+  Bytes stream = multiplex_10();
+  append(stream, events.bytes);
+  write_bytes(air + "/10.ts", stream);
+  expect_done(antenna("rescan"));
+  read_antenna();
+  import_channels();
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__parental_age", 16, 0), 0);
+  EXPECT_EQ(change_to(1), of(1, ChangeResult::kPicture));
+  ASSERT_TRUE(settles([] { return run({"guide"}).find("\"events\":2") != std::string::npos; })) << run({"guide"});
+  const auto left = static_cast<std::uint32_t>(now + 300 - a_vextvapi_time_get_utc_time()) * 1000;
+  dtv_tv_advance(left - 2'000);
+  EXPECT_EQ(heard(), 0u) << run({"tuner"});
+  dtv_tv_advance(3'000);
+  EXPECT_EQ(next_result(), of(1, ChangeResult::kBlockedEvent));
+  expect_done(run({"tuner", "pin", "0000"}));
+  EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
+  EXPECT_EQ(change_to(4), of(4, ChangeResult::kAudioOnly));
+  EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedEvent));
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__parental_age", 0, 0), 0);
+  dtv_tv_advance(5'000);
+  EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_misc__parental_age", 18, 0), 0);
+  dtv_tv_advance(5'000);
+  EXPECT_EQ(next_result(), of(1, ChangeResult::kBlockedEvent));
+  dtv_tv_advance(60 * 60'000);
+  EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
 }
 
 TEST_F(TvTuner, ReceivesOnlyWhileTheSetShowsTheTuner) {

@@ -12,7 +12,7 @@ constexpr const char* kName = "libmpv.so.2";
 // The library refuses to work with another decimal sign than the point, and looks at the process's locale, not at the
 // thread's.
 std::string locale_trouble() {
-  const char* const numbers = std::setlocale(LC_NUMERIC, nullptr);
+  const char* const numbers = std::setlocale(LC_NUMERIC, nullptr);  // NOLINT(concurrency-mt-unsafe): it only reads
   if (numbers == nullptr || std::strcmp(numbers, "C") == 0 || std::strcmp(numbers, "C.UTF-8") == 0) return {};
   return "the picture needs a process whose LC_NUMERIC is \"C\"; here it is \"" + std::string(numbers) + "\"";
 }

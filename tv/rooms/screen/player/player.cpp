@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <deque>
 #include <future>
+#include <mutex>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -15,6 +17,8 @@ using std::chrono::steady_clock;
 
 struct Player {
   std::shared_ptr<PacketRing> ring;
+  std::mutex readers_lock = {};                          // guards the readers
+  std::deque<std::unique_ptr<RingReader>> readers = {};  // the newest is last
   mpv_handle* handle = nullptr;
   mpv_render_context* renderer = nullptr;
   steady_clock::time_point next_frame = {};  // earlier pictures are skipped
@@ -28,6 +32,7 @@ namespace {
 
 constexpr const char* kScheme = "dtv";
 constexpr const char* kAddress = "dtv://";
+constexpr std::size_t kMostReaders = 8;      // of one player; it reads one stream at a time
 constexpr std::size_t kMostComplaints = 16;  // kinds of errors that a player prints
 // A stream is joined in the middle, so that decoders first complain about what they have not got. Not printed.
 constexpr std::chrono::milliseconds kJoinTime{1000};
@@ -83,10 +88,15 @@ std::int64_t read_stream(void* cookie, char* bytes, std::uint64_t room) {
 
 void cancel_stream(void* cookie) { ring_cancel(*static_cast<RingReader*>(cookie)); }
 
-void close_stream(void* cookie) { delete static_cast<RingReader*>(cookie); }
+// libmpv may cancel a stream that it has closed already, so a reader outlives its stream.
+void close_stream(void*) {}
 
-int open_stream(void* player, char*, mpv_stream_cb_info* ret_info) {
-  ret_info->cookie = ring_read_from_lead(static_cast<Player*>(player)->ring).release();
+int open_stream(void* context, char*, mpv_stream_cb_info* ret_info) {
+  Player& player = *static_cast<Player*>(context);
+  const std::lock_guard guard(player.readers_lock);
+  player.readers.push_back(ring_read_from_lead(player.ring));
+  if (player.readers.size() > kMostReaders) player.readers.pop_front();
+  ret_info->cookie = player.readers.back().get();
   ret_info->read_fn = read_stream;
   ret_info->cancel_fn = cancel_stream;
   ret_info->close_fn = close_stream;
