@@ -27,6 +27,8 @@ export const UpIcon = () => line(<path d="m4.5 12.5 5.5-6 5.5 6" />);
 export const DownIcon = () => line(<path d="m4.5 7.5 5.5 6 5.5-6" />);
 export const LeftIcon = () => line(<path d="m12.5 4.5-6 5.5 6 5.5" />);
 export const RightIcon = () => line(<path d="m7.5 4.5 6 5.5-6 5.5" />);
+export const FastLeftIcon = () => line(<path d="M9.5 4.5 4 10l5.5 5.5M16 4.5 10.5 10l5.5 5.5" />);
+export const FastRightIcon = () => line(<path d="m4 4.5 5.5 5.5L4 15.5M10.5 4.5 16 10l-5.5 5.5" />);
 export const SlidersIcon = () => line(<path d="M3 6h7m4 0h3M3 14h3m4 0h7M10 4v4M6 12v4" />);
 export const RemoteIcon = () => line(<><rect x="6" y="2.5" width="8" height="15" rx="2.2" /><path d="M10 6h.01M8.7 10h.01M11.3 10h.01M8.7 13h.01M11.3 13h.01" /></>);
 export const ScreenIcon = () => line(<><rect x="2.5" y="4" width="15" height="10" rx="1.6" /><path d="M7 17h6" /></>);
@@ -52,7 +54,6 @@ export const AntennaIcon = () => line(<path d="M10 9.5V17M7 17h6M6.8 12.7a4.5 4.
 export const RecordIcon = () => line(<><circle cx="10" cy="10" r="7" /><circle cx="10" cy="10" r="3" fill="currentColor" /></>);
 export const StopIcon = () => line(<rect x="5" y="5" width="10" height="10" rx="1" />);
 export const EditIcon = () => line(<path d="m4 16 .8-3.4 8.3-8.3 2.6 2.6-8.3 8.3zM11.5 5.9l2.6 2.6" />);
-export const ClockIcon = () => line(<><circle cx="10" cy="10" r="7" /><path d="M10 6v4.3l2.8 1.7" /></>);
 export const StarIcon = ({ filled }: { filled: boolean }) =>
   line(<path d="m10 2.8 2.2 4.6 5 .7-3.6 3.5.9 5-4.5-2.4-4.5 2.4.9-5-3.6-3.5 5-.7z" fill={filled ? "currentColor" : "none"} />);
 export const LockIcon = ({ closed }: { closed: boolean }) =>

@@ -38,8 +38,12 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
   }
 
   return (
-    <fieldset class="channel-editor" disabled={busy.value} onKeyDown={keyPressed}>
-      <legend class="quiet">{`${label("IDS_EDIT")}: ${channel.name}`}</legend>
+    <fieldset
+      class="channel-editor"
+      aria-label={`${label("IDS_EDIT")}: ${channel.name}`}
+      disabled={busy.value}
+      onKeyDown={keyPressed}
+    >
       <FieldForm
         id={`${id}name`}
         title="Name"

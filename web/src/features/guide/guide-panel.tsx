@@ -4,7 +4,7 @@ import { AccessNotice } from "../../app/access-notice";
 import { controllable, usePolling } from "../../app/commands";
 import { access, listen } from "../../app/session";
 import { dayText, setNow } from "../../app/set-clock";
-import { DownIcon, LeftIcon, RightIcon, UpIcon } from "../../ui/icons";
+import { FastLeftIcon, FastRightIcon, LeftIcon, RightIcon } from "../../ui/icons";
 import { channels, channelsProblem, useChannels } from "../channels/channels";
 import { ScanInvitation } from "../scan/scan-invitation";
 import { EventBox } from "./event-box";
@@ -81,13 +81,13 @@ function TimeBar() {
   );
   return (
     <div class="guide-times" role="group" aria-label="Time">
-      {button("Previous day", -24 * hour, UpIcon)}
+      {button("Previous day", -24 * hour, FastLeftIcon)}
       {button("Earlier", -step, LeftIcon)}
       <button type="button" class="button small" onClick={() => move(halfHour() - from)}>
         Now
       </button>
       {button("Later", step, RightIcon)}
-      {button("Next day", 24 * hour, DownIcon)}
+      {button("Next day", 24 * hour, FastRightIcon)}
       <b role="status">{dayText(from)}</b>
     </div>
   );
