@@ -111,24 +111,35 @@ void explain_unknown(Session& session, const std::string& name, Failure& failure
   for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
 }
 
-// The television's commands whose next word is a folder. It is sent as an absolute path, since the set has another
-// working folder than this program.
-struct FolderWord {
+// A word of a viewer's command that is a path. The set does not know the shell's folder, so it gets the whole path.
+enum class PathIf { kAlways, kHasSlash, kExists };
+struct PathWord {
   std::string_view command;
-  std::string_view action;
-  bool with_slash;  // the word may be something else; it is a folder only if it contains a slash
+  std::string_view action;  // the word before the path; empty: the command itself
+  PathIf path_if;           // when the word is a path, and not one of the command's own words or names
 };
 
-constexpr FolderWord kFolderWords[] = {{"stick", "insert", false}, {"stick", "remove", true}};
+constexpr PathWord kPathWords[] = {{"stick", "insert", PathIf::kAlways},
+                                   {"stick", "remove", PathIf::kHasSlash},
+                                   {"antenna", "", PathIf::kExists},
+                                   {"channels", "import", PathIf::kExists},
+                                   {"guide", "import", PathIf::kExists}};
+
+bool is_path(const std::string& word, PathIf path_if) {
+  std::error_code none;
+  return path_if == PathIf::kAlways || word.find('/') != std::string::npos ||
+         (path_if == PathIf::kExists && std::filesystem::exists(word, none));
+}
 
 json::array television_words(ShellWords words) {
   json::array sent(words.begin(), words.end());
-  for (const FolderWord& row : kFolderWords) {
-    if (words.size() < 3 || words[0] != row.command || words[1] != row.action) continue;
-    if (row.with_slash && words[2].find('/') == std::string::npos) continue;
+  for (const PathWord& row : kPathWords) {
+    const std::size_t place = row.action.empty() ? 1 : 2;
+    if (words.size() <= place || words[0] != row.command || (place == 2 && words[1] != row.action)) continue;
+    if (!is_path(words[place], row.path_if)) continue;
     std::error_code none;
-    const std::string whole = std::filesystem::absolute(words[2], none).lexically_normal().string();
-    if (!whole.empty()) sent[2] = json::string(whole);
+    const std::string whole = std::filesystem::absolute(words[place], none).lexically_normal().string();
+    if (!whole.empty()) sent[place] = json::string(whole);
   }
   return sent;
 }

@@ -76,6 +76,9 @@ bool fits(const Row& titles, std::span<const Row> rows) {
   return width <= line_width();
 }
 
+// The members of a command in the list of commands, which is printed as usage and help.
+const Row kCommandTitles = {"name", "arguments", "help"};
+
 // Prints objects as a table if it fits, else one below the other.
 void print_objects(std::span<const json::value> objects) {
   std::vector<std::vector<Cell>> items;
@@ -96,6 +99,13 @@ void print_objects(std::span<const json::value> objects) {
     }
   }
   if (titles.empty()) return;
+  if (titles == kCommandTitles) {
+    for (const Row& row : rows) {
+      print_line(paint(Paint::kTitle, row[0], output) + (row[1].empty() ? "" : " ") + row[1]);
+      print_line("    " + row[2]);
+    }
+    return;
+  }
   if (fits(titles, rows)) {
     print_table(titles, rows);
     return;
@@ -179,15 +189,30 @@ void print_object(const json::object& object) {
     print_line("ok");
     return;
   }
-  if (object.size() == 1 && object.begin()->value().is_array()) {
-    const json::array& array = object.begin()->value().get_array();
-    return print_objects({array.data(), array.size()});
-  }
-  std::vector<Cell> cells;
-  flatten(object, "", cells);
+  const auto is_table = [](const json::value& value) {
+    const json::array* const array = value.if_array();
+    return array != nullptr && std::ranges::any_of(*array, [](const json::value& row) {
+             return row.is_object() && !row.get_object().empty();
+           });
+  };
   std::vector<Row> lines;
-  for (const Cell& cell : cells) lines.push_back({cell.key, cell.value});
+  for (const auto& [key, value] : object) {
+    if (is_table(value)) continue;
+    std::vector<Cell> cells;
+    flatten({{key, value}}, "", cells);
+    for (const Cell& cell : cells) lines.push_back({cell.key, cell.value});
+  }
   print_table({}, lines);
+  // Tables come after the other members; the only member needs no heading.
+  bool first = lines.empty();
+  for (const auto& [key, value] : object) {
+    if (!is_table(value)) continue;
+    if (!first) print_line("");
+    first = false;
+    if (object.size() > 1) print_line(paint(Paint::kTitle, printable(key), output));
+    const json::array& array = value.get_array();
+    print_objects({array.data(), array.size()});
+  }
 }
 
 std::string trace_line(const json::object& line) {

@@ -296,7 +296,9 @@ test('tv: the words go to the virtual television unchanged', async (t) => {
   const folder = stateFolder(t);
   assert.equal(await done(local(folder, '--json', 'tv', 'volume', '42')), '{"volume":42,"mute":false}\n');
   assert.equal(await done(local(folder, 'tv', 'mute', 'on')), 'volume  42\nmute    true\n');
-  assert.match(await done(local(folder, 'tv', 'help')), /^name +arguments +help\napp .*^volume +\[N\|up\|down\] /ms);
+  assert.match(await done(local(folder, 'tv', 'help')), /^volume \[N\|up\|down\]\n    Sets the volume .*\n/m);
+  // Beside a table, the other members come first.
+  assert.match(await done(local(folder, 'tv', 'source')), /^current +0\n\nsources\nnumber +name .*\n0 +TV /);
   assert.equal(await done(local(folder, 'tv', 'fault', 'a_vextvapi_volctrl_setVolume', '--fail', '-3')), 'ok\n');
   assert.equal(await done(local(folder, 'tv', 'faults')), 'faults  none\n'); // another process, another set
 });

@@ -70,7 +70,7 @@ test('changes are refused after the folder was renamed; a second host cannot use
   renameSync(state, elsewhere);
 
   assert.equal(await tv.set(33), -1);
-  for (const words of [['volume', 'up'], ['key', 'CH+'], ['config', 'g_video__brightness', '11'], ['reset']]) await tv.refused(...words);
+  for (const words of [['volume', 'up'], ['key', 'SOURCE'], ['config', 'g_video__brightness', '11'], ['reset']]) await tv.refused(...words);
   assert.equal(await tv.get(), 64);
   await assert.rejects(startHost(t, [], { state: elsewhere }), /another process runs the set in this folder/);
 
