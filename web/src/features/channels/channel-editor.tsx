@@ -16,12 +16,15 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
   const problem = useSignal("");
   const sure = useSignal(false);
   const busy = useSignal(false);
+  /** The switch that the viewer has moved, until the set has answered. */
+  const moved = useSignal<{ flag: string; on: boolean } | null>(null);
   const id = useId();
 
   async function run(action: () => Promise<boolean>): Promise<boolean> {
     busy.value = true;
     const done = await action();
     busy.value = false;
+    moved.value = null;
     return done;
   }
 
@@ -62,10 +65,11 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
           <label class="check" key={flag}>
             <input
               type="checkbox"
-              checked={channel.flags.includes(flag)}
+              checked={moved.value?.flag === flag ? moved.value.on : channel.flags.includes(flag)}
               onChange={(event) => {
-                const word = event.currentTarget.checked ? on : off;
-                void run(() => change(channel, problem, word));
+                const wanted = event.currentTarget.checked;
+                moved.value = { flag, on: wanted };
+                void run(() => change(channel, problem, wanted ? on : off));
               }}
             />
             {text}

@@ -11,7 +11,7 @@ const rowHeight = 52;
 const axisHeight = 28;
 /** Rows above and below the visible ones that are rendered as well. */
 const overscan = 4;
-const hourWidth = 190;
+const hourWidth = 150;
 const pageRows = 8;
 
 /** The row and the time of the cell that the Tab key reaches. */
@@ -23,6 +23,10 @@ const clamp = (value: number, least: number, most: number): number => Math.max(l
 const width = (seconds: number): string => `${((seconds / (hoursShown.value * hour)) * 100).toFixed(3)}%`;
 /** The place of a time on the row. */
 const place = (time: number): string => width(time - shownFrom.value);
+
+// A cell is cut off at the edges of the shown time.
+const beginOf = ({ from, event }: Cell): number => Math.min(from, event?.start ?? from);
+const endOf = ({ to, event }: Cell): number => Math.max(to, event ? event.start + event.duration : to);
 
 export function GuideGrid({ channels }: { channels: readonly Channel[] }) {
   const scroller = useRef<HTMLDivElement>(null);
@@ -62,9 +66,11 @@ export function GuideGrid({ channels }: { channels: readonly Channel[] }) {
   useLayoutEffect(() => {
     if (!focusPending.current) return;
     const cell = scroller.current?.querySelector<HTMLElement>(`[data-row="${stop}"] [tabindex="0"]`);
-    if (!cell) return;
-    focusPending.current = false;
-    cell.focus({ preventScroll: true });
+    const { activeElement } = document;
+    const isElsewhere = activeElement !== document.body && !scroller.current?.contains(activeElement);
+    // Until the row's events are known, the focus waits at its "…".
+    focusPending.current = !isElsewhere && (!cell || cell.classList.contains("guide-loading"));
+    if (!isElsewhere) cell?.focus({ preventScroll: true });
   });
 
   /** Shows the row and the time, and gives the cell there the focus. */
@@ -89,10 +95,10 @@ export function GuideGrid({ channels }: { channels: readonly Channel[] }) {
     const cell = cellsOf(channels[stop]!, stop, from, to)?.find((each) => each.to > time);
     switch (event.key) {
       case "ArrowRight":
-        focusAt(stop, cell?.to ?? time + hour);
+        focusAt(stop, cell ? endOf(cell) : time + hour);
         break;
       case "ArrowLeft":
-        focusAt(stop, (cell?.from ?? time - hour + 60) - 60);
+        focusAt(stop, cell ? beginOf(cell) - 60 : time - hour);
         break;
       case "ArrowDown":
         focusAt(stop + 1, time);
@@ -215,7 +221,10 @@ interface CellViewProps {
 function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellViewProps) {
   const open = chosen.value?.event.id === event?.id && chosen.value?.channel.word === channel.word;
   const style = { left: place(from), width: `calc(${width(to - from)} - 2px)` };
-  const follow = () => (cursor.value = { row, time: from });
+  const follow = () => {
+    const { row: atRow, time } = cursor.peek();
+    if (atRow !== row || time < from || time >= to) cursor.value = { row, time: from };
+  };
   if (!event) {
     return (
       <span class="guide-gap" role="gridcell" tabIndex={tabIndex} style={style} onFocus={follow} aria-label="No event" />
