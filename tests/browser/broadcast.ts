@@ -21,6 +21,8 @@ export interface Programme {
   start: number;
   stop: number;
   text?: string;
+  /** The identifier that the parts of a series share. */
+  series?: string;
 }
 
 /** Runs a command of the virtual television; it must succeed. Returns its reply. */
@@ -57,9 +59,10 @@ export async function importGuide(host: Host, programmes: Programme[]) {
   const names = [...new Set(programmes.map(({ channel }) => channel))];
   const channels = names.map((name, index) => `<channel id="c${index}"><display-name>${name}</display-name></channel>`);
   const events = programmes.map(
-    ({ channel, title, start, stop, text }) =>
+    ({ channel, title, start, stop, text, series }) =>
       `<programme channel="c${names.indexOf(channel)}" start="${xmlTime(start)}" stop="${xmlTime(stop)}">` +
-      `<title>${title}</title>${text === undefined ? "" : `<desc>${text}</desc>`}</programme>`,
+      `<title>${title}</title>${text === undefined ? "" : `<desc>${text}</desc>`}` +
+      `${series === undefined ? "" : `<episode-num system="dd_progid">${series}.${start}</episode-num>`}</programme>`,
   );
   const path = join(host.files, "guide.xml");
   await writeFile(path, `<?xml version="1.0" encoding="UTF-8"?>\n<tv>\n${[...channels, ...events].join("\n")}\n</tv>\n`);
