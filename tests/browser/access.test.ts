@@ -66,7 +66,7 @@ const stored = (page: Page): Promise<string | null> => page.evaluate(() => local
 const notice = (page: Page): Locator => page.locator(".access-notice");
 const configLines = (page: Page): Locator => page.locator(".config-line");
 const lookOnly =
-  "This page shows the configuration only with the token: open the address that dtv-host printed (it ends with #token=...)";
+  "This view needs the token: open the address that dtv-host printed (it ends with #token=...)";
 const noAccess = "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)";
 
 test("the token is removed from the address, stored, and sent before any other call", async ({ host, open }) => {
@@ -95,11 +95,11 @@ test("a page without the token has no configuration, and says why", async ({ hos
   await slider(page).fill("37");
   await expect.poll(() => host.read(volumeUri)).toBe(37);
   for (const [language, words] of Object.entries({
-    deu: "die Konfiguration nur mit dem Token",
-    fra: "n’affiche la configuration",
-    spa: "solo muestra la configuración",
-    tur: "yapılandırmayı yalnızca",
-    eng: "shows the configuration only",
+    deu: "Diese Ansicht braucht das Token",
+    fra: "Cette vue demande le jeton",
+    spa: "Esta vista necesita el token",
+    tur: "Bu görünüm için belirteç gerekir",
+    eng: "This view needs the token",
   })) {
     await page.getByRole("combobox").selectOption(language);
     await expect(notice(page)).toContainText(words);

@@ -71,4 +71,17 @@ export const connection = (page: Page): Locator => page.locator(".connection");
 export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");
 
+/** The visible elements that extend beyond the sides of the page. */
+export const tooWide = (page: Page): Promise<string[]> =>
+  page.evaluate(() => {
+    const ret: string[] = [];
+    if (document.documentElement.scrollWidth > innerWidth) ret.push("page");
+    for (const element of document.querySelectorAll<HTMLElement>("#app *")) {
+      if (!element.checkVisibility() || element.closest('[role="status"]')) continue;
+      const { right, left, width } = element.getBoundingClientRect();
+      if (width > 0 && (right > innerWidth + 0.5 || left < -0.5)) ret.push(`${element.tagName}.${element.className}`);
+    }
+    return ret;
+  });
+
 export { expect };

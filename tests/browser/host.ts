@@ -9,7 +9,7 @@ import { createInterface } from "node:readline";
 /** The real host with its own virtual television, and dtvctl connected to it. */
 
 const here = import.meta.dirname;
-const bin = resolve(here, process.env["DTV_BUILD"] ?? "../../build", "bin");
+export const bin = resolve(here, process.env["DTV_BUILD"] ?? "../../build", "bin");
 const web = resolve(here, "../../web/dist");
 
 export const volumeUri = "/tv/cast/volume/volume";
@@ -41,6 +41,8 @@ export interface Printing {
 
 export interface Host {
   origin: string;
+  /** A folder from which the virtual television may read files, as from a USB stick. */
+  files: string;
   /** The token in the address that the host printed; undefined if it printed none. */
   readonly token: string | undefined;
   /** Ends the host as a power cut would, and starts it again at the same address. */
@@ -73,6 +75,7 @@ async function end(child: ChildProcess, signal: NodeJS.Signals) {
 
 export async function createHost(args: string[] = []): Promise<Host> {
   const state = await mkdtemp(join(tmpdir(), "dtv-browser-"));
+  const files = await mkdtemp(join(tmpdir(), "dtv-browser-files-"));
   const address = `127.0.0.1:${await freePort()}`;
   const origin = `http://${address}`;
   const children = new Set<ChildProcess>();
@@ -90,7 +93,7 @@ export async function createHost(args: string[] = []): Promise<Host> {
   }
 
   async function start() {
-    const child = run("dtv-host", ["--listen", address, "--state", state, "--web", web, ...args]);
+    const child = run("dtv-host", ["--listen", address, "--state", state, "--stick-root", files, "--web", web, ...args]);
     host = child;
     let said = "";
     child.stdout?.on("data", (data: Buffer) => (said += data.toString()));
@@ -115,6 +118,7 @@ export async function createHost(args: string[] = []): Promise<Host> {
 
   return {
     origin,
+    files,
     get token() {
       return token;
     },
@@ -124,7 +128,7 @@ export async function createHost(args: string[] = []): Promise<Host> {
     },
     async dispose() {
       for (const child of children) await end(child, "SIGKILL");
-      await rm(state, { recursive: true, force: true });
+      for (const folder of [state, files]) await rm(folder, { recursive: true, force: true });
     },
     async read(uri) {
       const reply = await fetch(origin + uri);

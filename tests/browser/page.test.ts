@@ -1,4 +1,4 @@
-import { connection, expect, logRows, slider, test } from "./fixtures";
+import { connection, expect, logRows, slider, test, tooWide } from "./fixtures";
 import { volumeNotifyUri, volumeUri } from "./host";
 
 test("the page comes with a policy that forbids other origins", async ({ host }) => {
@@ -49,17 +49,7 @@ for (const width of [360, 390]) {
       const tabs = page.getByRole("navigation", { name: "Views" });
 
       const fits = async (what: string) => {
-        const wide = await page.evaluate(() => {
-          const ret: string[] = [];
-          if (document.documentElement.scrollWidth > innerWidth) ret.push("page");
-          for (const element of document.querySelectorAll<HTMLElement>("#app *")) {
-            if (!element.checkVisibility() || element.closest('[role="status"]')) continue;
-            const { right, left, width } = element.getBoundingClientRect();
-            if (width > 0 && (right > innerWidth + 0.5 || left < -0.5)) ret.push(`${element.tagName}.${element.className}`);
-          }
-          return ret;
-        });
-        expect(wide, what).toEqual([]);
+        expect(await tooWide(page), what).toEqual([]);
       };
 
       await fits("list");
@@ -114,6 +104,10 @@ for (const width of [360, 390]) {
 for (const [place, least] of [
   [volumeUri, 10],
   ["configuration", 100],
+  ["channels", 12],
+  ["guide", 12],
+  ["recordings", 12],
+  ["scan", 16],
   ["remote", 60],
 ] as const) {
   test(`every control of ${place} has a name`, async ({ open }) => {

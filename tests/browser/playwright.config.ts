@@ -6,7 +6,7 @@ export default defineConfig({
   outputDir: "test-results",
   workers: 1,
   timeout: 30_000,
-  globalTimeout: 8 * 60_000,
+  globalTimeout: 15 * 60_000,
   expect: { timeout: 15_000 },
   reporter: "line",
   use: {

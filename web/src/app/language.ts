@@ -10,7 +10,7 @@ const shared = {
   IDS_CONNECTED: "Connected",
   IDS_DISCONNECTED: "Disconnected",
   IDS_LOOK_ONLY:
-    "This page shows the configuration only with the token: open the address that dtv-host printed (it ends with #token=...)",
+    "This view needs the token: open the address that dtv-host printed (it ends with #token=...)",
   IDS_MENU_LANGUAGE: "Menu language",
   IDS_NOTHING_FOUND: "Nothing found",
   IDS_NOTIFICATIONS: "Notifications",

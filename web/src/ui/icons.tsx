@@ -27,6 +27,8 @@ export const UpIcon = () => line(<path d="m4.5 12.5 5.5-6 5.5 6" />);
 export const DownIcon = () => line(<path d="m4.5 7.5 5.5 6 5.5-6" />);
 export const LeftIcon = () => line(<path d="m12.5 4.5-6 5.5 6 5.5" />);
 export const RightIcon = () => line(<path d="m7.5 4.5 6 5.5-6 5.5" />);
+export const FastLeftIcon = () => line(<path d="M9.5 4.5 4 10l5.5 5.5M16 4.5 10.5 10l5.5 5.5" />);
+export const FastRightIcon = () => line(<path d="m4 4.5 5.5 5.5L4 15.5M10.5 4.5 16 10l-5.5 5.5" />);
 export const SlidersIcon = () => line(<path d="M3 6h7m4 0h3M3 14h3m4 0h7M10 4v4M6 12v4" />);
 export const RemoteIcon = () => line(<><rect x="6" y="2.5" width="8" height="15" rx="2.2" /><path d="M10 6h.01M8.7 10h.01M11.3 10h.01M8.7 13h.01M11.3 13h.01" /></>);
 export const ScreenIcon = () => line(<><rect x="2.5" y="4" width="15" height="10" rx="1.6" /><path d="M7 17h6" /></>);
@@ -46,3 +48,13 @@ export const CheckIcon = () => line(<path d="m4 10.5 4 4 8-9" />);
 export const PauseIcon = () => line(<path d="M7 5v10M13 5v10" />);
 export const PlayIcon = () => line(<path d="m6.5 4.5 9 5.5-9 5.5z" />);
 export const ClearIcon = () => line(<path d="M4 6h12M8 6V4h4v2m2.5 0-.7 10H6.2L5.5 6" />);
+export const ChannelsIcon = () => line(<><rect x="2.5" y="6" width="15" height="10" rx="1.6" /><path d="m6.5 2.5 3.5 3.5 3.5-3.5M5.5 9.5h5M5.5 12.5h3" /></>);
+export const GuideIcon = () => line(<><rect x="3" y="4" width="14" height="13" rx="1.6" /><path d="M3 8h14M7 2.5V5M13 2.5V5M7 11h2.5M11.5 14H14" /></>);
+export const AntennaIcon = () => line(<path d="M10 9.5V17M7 17h6M6.8 12.7a4.5 4.5 0 0 1 0-6.4M13.2 6.3a4.5 4.5 0 0 1 0 6.4M4.3 15.2a8 8 0 0 1 0-11.4M15.7 3.8a8 8 0 0 1 0 11.4M10 9.5h.01" />);
+export const RecordIcon = () => line(<><circle cx="10" cy="10" r="7" /><circle cx="10" cy="10" r="3" fill="currentColor" /></>);
+export const StopIcon = () => line(<rect x="5" y="5" width="10" height="10" rx="1" />);
+export const EditIcon = () => line(<path d="m4 16 .8-3.4 8.3-8.3 2.6 2.6-8.3 8.3zM11.5 5.9l2.6 2.6" />);
+export const StarIcon = ({ filled }: { filled: boolean }) =>
+  line(<path d="m10 2.8 2.2 4.6 5 .7-3.6 3.5.9 5-4.5-2.4-4.5 2.4.9-5-3.6-3.5 5-.7z" fill={filled ? "currentColor" : "none"} />);
+export const LockIcon = ({ closed }: { closed: boolean }) =>
+  line(<><rect x="4.5" y="9" width="11" height="8" rx="1.6" /><path d={closed ? "M7 9V6.5a3 3 0 0 1 6 0V9" : "M7 9V6a3 3 0 0 1 5.8-1"} /></>);

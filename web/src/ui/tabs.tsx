@@ -21,6 +21,7 @@ export const Tabs = ({ label, tabs, current, onChoose }: TabsProps) => (
         type="button"
         key={id}
         data-tab={id}
+        title={title}
         aria-current={current === id ? "page" : undefined}
         onClick={() => onChoose(id)}
       >

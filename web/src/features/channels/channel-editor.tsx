@@ -1,0 +1,146 @@
+import { useSignal } from "@preact/signals";
+import { useId } from "preact/hooks";
+import { ClearIcon } from "../../ui/icons";
+import type { Channel } from "./channels";
+import { change, edited, renumber } from "./edits";
+import { label } from "./words";
+
+/** The switches of a channel: the flag in the list, and the words that set and clear it. */
+const switches = [
+  { flag: "blocked", on: "block", off: "unblock", text: "Blocked: the set asks for the PIN" },
+  { flag: "skipped", on: "skip", off: "unskip", text: "Skipped by channel up and down" },
+] as const;
+
+/** The row below a channel in which its name, number and switches are changed. */
+export function ChannelEditor({ channel }: { channel: Channel }) {
+  const problem = useSignal("");
+  const sure = useSignal(false);
+  const busy = useSignal(false);
+  /** The switch that the viewer has moved, until the set has answered. */
+  const moved = useSignal<{ flag: string; on: boolean } | null>(null);
+  const id = useId();
+
+  async function run(action: () => Promise<boolean>): Promise<boolean> {
+    busy.value = true;
+    const done = await action();
+    busy.value = false;
+    moved.value = null;
+    return done;
+  }
+
+  function keyPressed(event: KeyboardEvent) {
+    // The keys that move in the list are needed in the fields.
+    event.stopPropagation();
+    if (event.key === "Escape") edited.value = "";
+  }
+
+  async function remove() {
+    const done = await change(channel, problem, "delete");
+    if (done) edited.value = "";
+    return done;
+  }
+
+  return (
+    <fieldset
+      class="channel-editor"
+      aria-label={`${label("IDS_EDIT")}: ${channel.name}`}
+      disabled={busy.value}
+      onKeyDown={keyPressed}
+    >
+      <FieldForm
+        id={`${id}name`}
+        title="Name"
+        value={channel.name}
+        save={(text) => run(() => change(channel, problem, "name", text))}
+      />
+      <FieldForm
+        id={`${id}number`}
+        title="Number"
+        value={String(channel.number)}
+        narrow
+        save={(text) => run(() => renumber(channel, problem, text.trim()))}
+      />
+      <div class="channel-switches">
+        {switches.map(({ flag, on, off, text }) => (
+          <label class="check" key={flag}>
+            <input
+              type="checkbox"
+              checked={moved.value?.flag === flag ? moved.value.on : channel.flags.includes(flag)}
+              onChange={(event) => {
+                const wanted = event.currentTarget.checked;
+                moved.value = { flag, on: wanted };
+                void run(() => change(channel, problem, wanted ? on : off));
+              }}
+            />
+            {text}
+          </label>
+        ))}
+      </div>
+      <div class="channel-remove">
+        {sure.value ? (
+          <>
+            <span>{`Delete ${channel.name} from the list?`}</span>
+            <button type="button" class="button small" onClick={() => void run(remove)}>
+              <ClearIcon />
+              {label("IDS_DELETE")}
+            </button>
+            <button type="button" class="link-button" onClick={() => (sure.value = false)}>
+              Keep it
+            </button>
+          </>
+        ) : (
+          <button type="button" class="button small" onClick={() => (sure.value = true)}>
+            <ClearIcon />
+            {label("IDS_DELETE")}
+          </button>
+        )}
+      </div>
+      {problem.value && (
+        <p class="bad" role="alert">
+          {problem.value}
+        </p>
+      )}
+    </fieldset>
+  );
+}
+
+interface FieldFormProps {
+  id: string;
+  title: string;
+  value: string;
+  narrow?: true;
+  /** Returns whether the text was saved. */
+  save: (text: string) => Promise<boolean>;
+}
+
+/** One text with a button that saves it. A typed text stays until it is saved, even if the set's value changes. */
+function FieldForm({ id, title, value, narrow, save }: FieldFormProps) {
+  const draft = useSignal<string | null>(null);
+
+  async function submit(event: Event) {
+    event.preventDefault();
+    const typed = draft.value;
+    if (typed === null) return;
+    if ((await save(typed)) && draft.value === typed) draft.value = null;
+  }
+
+  return (
+    <form class="channel-field" onSubmit={(event) => void submit(event)}>
+      <label for={id}>{title}</label>
+      <input
+        id={id}
+        type="text"
+        class="text-field"
+        data-narrow={narrow}
+        inputMode={narrow ? "numeric" : undefined}
+        autocomplete="off"
+        spellcheck={false}
+        value={draft.value ?? value}
+        onInput={(event) => (draft.value = event.currentTarget.value)}
+      />
+      <button type="submit" class="button small" aria-label={`${label("IDS_SAVE")}: ${title}`} disabled={draft.value === null}>
+        {label("IDS_SAVE")}
+      </button>
+    </form>
+  );
+}

@@ -1,0 +1,121 @@
+import { useSignal } from "@preact/signals";
+import { useEffect } from "preact/hooks";
+import { attempt } from "../../app/commands";
+import { textOf } from "../../app/session";
+import { dayText, timeText } from "../../app/set-clock";
+import { BellIcon, ListIcon, RecordIcon } from "../../ui/icons";
+import { tune } from "../channels/channels";
+import { present, readDetails, type EventDetails } from "./guide";
+import { chosen as chosenEvent, type Chosen } from "./shown";
+import { label } from "./words";
+
+const done = {
+  record: "A timer will record it.",
+  reminder: "A message will remind you.",
+  series: "Every new part will be recorded.",
+} as const;
+
+/** The chosen event, and what can be done with it. */
+export function EventBox({ chosen }: { chosen: Chosen }) {
+  const { channel, event } = chosen;
+  const details = useSignal<EventDetails | null>(null);
+  const problem = useSignal("");
+  const said = useSignal("");
+  const end = event.start + event.duration;
+  const now = present.value;
+
+  useEffect(() => {
+    let shown = true;
+    details.value = null;
+    problem.value = said.value = "";
+    readDetails(channel, event.id).then(
+      (read) => {
+        if (shown) details.value = read;
+      },
+      (reason: unknown) => {
+        if (shown) problem.value = textOf(reason);
+      },
+    );
+    return () => {
+      shown = false;
+    };
+  }, [channel.word, event.id, event.start]);
+
+  async function plan(what: keyof typeof done, ...words: string[]) {
+    said.value = "";
+    if (await attempt(problem, ...words)) said.value = done[what];
+  }
+
+  const number = String(channel.number);
+  const id = String(event.id);
+  const { summary = "", details: text = "", age = 0, blocked = false, series = "" } = details.value ?? {};
+  return (
+    <aside
+      class="event-box"
+      aria-label={label("IDS_DETAILS")}
+      onKeyDown={(pressed) => {
+        if (pressed.key === "Escape") chosenEvent.value = null;
+      }}
+    >
+      <div class="event-title">
+        <h2 dir="auto">{event.title}</h2>
+        <button type="button" class="link-button" onClick={() => (chosenEvent.value = null)}>
+          {label("IDS_CLOSE")}
+        </button>
+      </div>
+      <p class="quiet">
+        <span dir="auto">{`${number} ${channel.name}`}</span>
+        <br />
+        {`${dayText(event.start)}, ${timeText(event.start)} – ${timeText(end)}`}
+      </p>
+      <div class="event-actions">
+        {event.start <= now && now < end && (
+          <button type="button" class="button small" onClick={() => void tune(channel)}>
+            Watch
+          </button>
+        )}
+        <button type="button" class="button small" onClick={() => void plan("record", "record", "event", number, id)}>
+          <RecordIcon />
+          {label("IDS_RECORD")}
+        </button>
+        <button
+          type="button"
+          class="button small"
+          disabled={event.start <= now}
+          onClick={() => void plan("reminder", "reminder", number, id)}
+        >
+          <BellIcon />
+          Remind
+        </button>
+        <button
+          type="button"
+          class="button small"
+          onClick={() => void plan("series", "record", "event", number, id, "series")}
+        >
+          <ListIcon />
+          Series
+        </button>
+      </div>
+      <p role="status" class="event-said">
+        {said.value}
+      </p>
+      {problem.value && (
+        <p class="bad" role="alert">
+          {problem.value}
+        </p>
+      )}
+      {(age > 0 || blocked || series !== "") && (
+        <p>
+          {age > 0 && <span class="badge">{`from ${age} years`}</span>} {blocked && <span class="badge bad">blocked</span>}{" "}
+          {series !== "" && <span class="badge">series</span>}
+        </p>
+      )}
+      {summary && <p dir="auto">{summary}</p>}
+      {text && (
+        <p class="event-text" dir="auto">
+          {text}
+        </p>
+      )}
+    </aside>
+  );
+}

@@ -1,0 +1,12 @@
+import type { View } from "../../app/view";
+import { AntennaIcon } from "../../ui/icons";
+import { ScanPanel } from "./scan-panel";
+import { label } from "./words";
+
+export const view: View = {
+  id: "scan",
+  title: () => label("IDS_CHANNEL_SEARCH"),
+  order: 28,
+  icon: AntennaIcon,
+  component: ScanPanel,
+};
