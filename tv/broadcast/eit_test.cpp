@@ -42,10 +42,14 @@ static Bytes short_event(std::string_view language, std::string_view title, std:
   return descriptor(0x4D, join({text(language), counted(text(title)), counted(text(summary))}));
 }
 
+namespace {
+
 struct Item {
   std::string_view what;
   std::string_view said;
 };
+
+}  // namespace
 
 static Bytes extended(std::uint8_t number, std::uint8_t last, std::string_view language, const std::vector<Item>& items,
                       std::string_view said) {

@@ -16,6 +16,8 @@ using bytes::Bytes;
 static constexpr std::int64_t kSecond = 27'000'000;  // of PCR
 static constexpr std::uint16_t kPid = 0x0100;
 
+namespace {
+
 struct BroadcastPlayout : testing::Test {
   std::string folder;
   std::string path;
@@ -41,6 +43,8 @@ struct BroadcastPlayout : testing::Test {
     return playout;
   }
 };
+
+}  // namespace
 
 // A packet that says its number, with or without a PCR.
 static Bytes numbered(std::size_t number, std::int64_t pcr = -1, std::uint16_t pid = kPid) {

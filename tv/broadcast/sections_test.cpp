@@ -14,10 +14,14 @@ static Bytes section_of(std::size_t size, std::uint8_t fill, std::uint8_t number
   return bytes::section({.table = 0x42, .extension = 1, .number = number, .last = 255}, Bytes(size - 12, fill));
 }
 
+namespace {
+
 struct Collected {
   Sections sections = {};
   std::vector<Bytes> found = {};
 };
+
+}  // namespace
 
 static Collected wanting(std::uint16_t pid) {
   Collected collected;

@@ -18,6 +18,8 @@ static constexpr std::uint16_t kOther = 0x0200;  // of another service
 static constexpr std::int64_t kSecond = 90'000;
 static constexpr std::int64_t kRange = std::int64_t{1} << 33U;
 
+namespace {
+
 // A multiplex of two services whose PMTs are on one PID.
 struct Multiplex {
   std::uint8_t pat_counter = 0;
@@ -54,6 +56,8 @@ struct Player {
     return taken;
   }
 };
+
+}  // namespace
 
 static std::vector<Bytes> split(const Bytes& all) {
   EXPECT_EQ(all.size() % kPacketSize, 0u);

@@ -160,7 +160,11 @@ void store_close() {
     database = std::exchange(state.files.database, {});  // from here on is_open() is false
   }
   sync_stop();  // the sync thread reads the other members
-  StoreFiles closing = std::exchange(state.files, {});
+  StoreFiles closing;
+  {
+    const std::lock_guard guard(state.lock);  // other threads ask whether the store is open
+    closing = std::exchange(state.files, {});
+  }
   closing.database = std::move(database);
   files_close(closing);
 }
