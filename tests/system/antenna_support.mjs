@@ -28,8 +28,8 @@ export function antenna() {
   return folder;
 }
 
-// What the multiplexes carry, as in tests/broadcast/check_multiplexes.py. The number is that of the channel: service 203
-// announces 4, which service 103 has.
+// The services of the multiplexes; tests/broadcast/check_multiplexes.py has the same table. number is the channel's: service
+// 203 announces 4, which service 103 has already.
 const row = (stream, service, number, name, more = {}) => {
   const list = stream === 2001 ? 3 : 1;
   const frequency = { 1001: 506_000_000, 1002: 578_000_000, 2001: 11494 }[stream];

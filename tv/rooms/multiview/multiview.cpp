@@ -51,6 +51,14 @@ struct State {
 // Never destroyed, as the picture: other threads may still use them when the process exits.
 State& state = *new State;
 
+// The channel as it is now: the viewer may have given it another number. A service may be in two lists: its channel is
+// the one that was chosen while that has its number.
+std::optional<Channel> channel_now(const std::optional<Channel>& chosen) {
+  if (!chosen) return std::nullopt;
+  auto channel = channels_by_id(chosen->id);
+  return channel && channel->key == chosen->key ? channel : channels_by_key(chosen->key);
+}
+
 std::optional<Channel> wanted_channel() {
   if (!remote_is_on()) return std::nullopt;
   std::optional<Channel> channel;
@@ -59,7 +67,7 @@ std::optional<Channel> wanted_channel() {
     if (!state.sub_shown || state.gave_up || !sources_is_tuner(state.sub_source)) return std::nullopt;
     channel = state.sub_channel;
   }
-  return channel ? channels_by_id(channel->id) : std::nullopt;
+  return channel_now(channel);
 }
 
 void work();
@@ -243,7 +251,7 @@ Multiview multiview_state() {
   answer.main.heard = !state.sub_heard;
   answer.sub = {.shown = state.sub_shown,
                 .source = state.sub_source,
-                .channel = sources_is_tuner(state.sub_source) ? state.sub_channel : std::nullopt,
+                .channel = sources_is_tuner(state.sub_source) ? channel_now(state.sub_channel) : std::nullopt,
                 .result = sub.result,
                 .region = state.sub,
                 .heard = state.sub_heard};

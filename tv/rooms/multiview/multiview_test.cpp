@@ -31,6 +31,16 @@ TEST_F(TvMultiview, ModesLayOutThePictures) {
   }
 }
 
+TEST_F(TvMultiview, SubPictureFollowsAChannelThatGetsAnotherNumber) {
+  import_channels();
+  ASSERT_EQ(a_vextvapi_multiview_setNewTvMode(VEXTVAPI_MULTIVIEW_PIP), 0);
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":2,)"});
+  expect_done(run({"channel", "2", "number", "77"}));
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":77,)"});
+  expect_done(run({"channel", "1", "number", "2"}));
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":77,)"});
+}
+
 TEST_F(TvMultiview, RegionsAreWithinTheScreen) {
   ASSERT_EQ(a_vextvapi_multiview_startSubVideo(2, &kSome), 0);
   const std::string before = shown();

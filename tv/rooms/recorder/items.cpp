@@ -53,7 +53,7 @@ std::string file_url(const Recording& recording) {
 
 RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
   RECLIST_ENTRY_T entry{};
-  entry.channel_id = recording.channel_id;
+  entry.channel_id = channel_id_now(recording.key, recording.channel_id);
   entry.start_time = seconds(recording.start);
   entry.duration = recording.duration;
   entry.playback_resume_time = recording.resume;
@@ -74,15 +74,19 @@ RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
 }
 
 void read_page(_Qt_RECLIST_INFO_T& list) {
-  const std::vector<const Recording*> order = recordings_in_order(list.e_sort_type);
   const std::size_t first = list.start_slot + kPage * list.page_index;
-  for (std::size_t i = 0; i < kPage; ++i) {
-    const std::size_t place = first + i;
-    list.at_page[i] = place < order.size() ? entry_of(recording_now(*order[place]), place) : RECLIST_ENTRY_T{};
+  std::vector<Recording> page;
+  {
+    const std::lock_guard guard(recorder.lock);
+    const std::vector<const Recording*> order = recordings_in_order(list.e_sort_type);
+    for (std::size_t place = first; place < std::min(first + kPage, order.size()); ++place)
+      page.push_back(recording_now(*order[place]));
   }
+  for (std::size_t i = 0; i < kPage; ++i)
+    list.at_page[i] = i < page.size() ? entry_of(page[i], first + i) : RECLIST_ENTRY_T{};
 }
 
-// The recording that list_id names, or without one the place in the list.
+// The recording that list_id names, or without one the place in the list. The caller holds `lock`.
 void read_file(_Qt_RECLIST_INFO_T& list) {
   const Recording* found = find_recording(list.t_reclist_info.list_id);
   if (list.t_reclist_info.list_id == 0) {
@@ -98,14 +102,12 @@ void read_file(_Qt_RECLIST_INFO_T& list) {
 
 INT32 read_list(void* record) {
   auto& list = *static_cast<_Qt_RECLIST_INFO_T*>(record);
-  const std::lock_guard guard(recorder.lock);
-  list.reclist_num = static_cast<INT32>(recorder.recordings.size());
-  if (list.e_op == RECLIST_OP_NUMBER) return 0;
-  if (list.e_op == RECLIST_OP_FILE) {
-    read_file(list);
-  } else {
-    read_page(list);
+  {
+    const std::lock_guard guard(recorder.lock);
+    list.reclist_num = static_cast<INT32>(recorder.recordings.size());
+    if (list.e_op == RECLIST_OP_FILE) read_file(list);
   }
+  if (list.e_op != RECLIST_OP_NUMBER && list.e_op != RECLIST_OP_FILE) read_page(list);
   return 0;
 }
 
@@ -192,7 +194,7 @@ Outcome modified(const _RmdrEventInfo_T& request) {
 
 void describe(const Plan& plan, _RmdrEventInfo_T& ret_record) {
   ret_record.e_rmdr_mode = plan.mode;
-  ret_record.ui4_ref_channel_id = plan.channel_id;
+  ret_record.ui4_ref_channel_id = channel_id_now(plan.key, plan.channel_id);
   ret_record.start_time = seconds(plan.start);
   ret_record.duration = plan.duration;
   const bool records = plan.mode == RMDR_MODE_RECORD;
@@ -256,7 +258,9 @@ Outcome ask_slot(_RmdrEventInfo_T& record) {
 
 Outcome ask_recording(_RmdrEventInfo_T& record) {
   record.is_recording = std::ranges::any_of(recorder.jobs, [&record](const Job& job) {
-    return record.ui4_ref_channel_id == 0 || find_recording(job.recording)->channel_id == record.ui4_ref_channel_id;
+    const Recording& recording = *find_recording(job.recording);
+    return record.ui4_ref_channel_id == 0 ||
+           channel_id_now(recording.key, recording.channel_id) == record.ui4_ref_channel_id;
   });
   return {};
 }

@@ -138,6 +138,10 @@ Outcome plan_for_time(std::uint32_t channel_id, std::int64_t start, std::uint32_
 // Gives a recording the configured padding.
 void plan_pad(Plan& plan);
 
+// The identifier that the channel of a plan or of a recording has now, or had when it was deleted. Takes the channels'
+// lock: the caller does not hold `lock`.
+std::uint32_t channel_id_now(const ServiceKey& key, std::uint32_t former_id);
+
 // What the plan would conflict with; ignored: a plan that does not count, besides the plan itself.
 std::vector<Window> plan_conflicts(const Plan& plan, int ignored);
 

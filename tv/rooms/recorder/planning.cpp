@@ -161,6 +161,14 @@ Outcome plan_add(Plan plan, bool padded) {
   return {.id = plan.id};
 }
 
+std::uint32_t channel_id_now(const ServiceKey& key, std::uint32_t former_id) {
+  // A service may be in two lists: its channel is the one that was planned while that has its number.
+  const auto same = channels_by_id(former_id);
+  if (same && same->key == key) return former_id;
+  const auto channel = channels_by_key(key);
+  return channel ? channel->id : former_id;
+}
+
 Outcome plan_for_event(std::uint32_t channel_id, int event, INT32 mode, Plan& ret_plan) {
   const auto channel = channels_by_id(channel_id);
   if (!channel) return failed(RMDR_RESULT_NOT_FOUND, "there is no channel " + std::to_string(channel_id));

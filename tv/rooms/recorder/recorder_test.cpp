@@ -340,6 +340,33 @@ TEST_F(RecorderPlans, WatchingWakesTheSetAndShowsTheChannel) {
   EXPECT_EQ(listed_timers().size(), 0u);
 }
 
+// The identifier of a channel of the air to which the viewer gave the number.
+constexpr UINT32 viewers_id(int number) { return channel_id(number) | SVL_CHANNEL_ID_VIEWERS_NUMBER; }
+
+TEST_F(RecorderPlans, TimerFollowsAChannelThatGetsAnotherNumber) {
+  _RmdrEventInfo_T request = timer_request(2, now() + 3600, 1800);
+  ASSERT_EQ(read_item(request), 0);
+  expect_done(run({"channel", "2", "number", "77"}));
+  _RmdrEventInfo_T got = ask(RMDR_OP_GET, request.ui2_slot);
+  ASSERT_EQ(read_item(got), 0);
+  EXPECT_EQ(got.ui4_ref_channel_id, viewers_id(77));
+  expect_done(run({"channel", "1", "number", "2"}));
+  ASSERT_EQ(read_item(got), 0);
+  EXPECT_EQ(got.ui4_ref_channel_id, viewers_id(77)) << "another channel has its former number";
+  expect_done(run({"channel", "77", "delete"}));
+  ASSERT_EQ(read_item(got), 0);
+  EXPECT_EQ(got.ui4_ref_channel_id, channel_id(2)) << "as it was planned";
+}
+
+TEST_F(RecorderPlans, WatchingShowsAChannelThatGotAnotherNumber) {
+  const std::int64_t start = now() + 600;
+  import_guide({{"Three", start, start + 1800, "A Film"}});
+  expect_done(run({"reminder", "3", event_at(channel_id(3), start), "watch"}));
+  expect_done(run({"channel", "3", "number", "55"}));
+  dtv_tv_advance(601'000);
+  EXPECT_EQ(place(), "55 TV");
+}
+
 TEST_F(RecorderPlans, RecordingWithoutASignalIsListedAsFailed) {
   standby();
   expect_done(run({"record", "1", "+10", "20"}));

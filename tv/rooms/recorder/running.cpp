@@ -166,7 +166,7 @@ std::uint32_t work_on(Plan& plan, std::int64_t now) {
   const int id = plan.id;
   if (plan.mode != RMDR_MODE_RECORD) {
     if (!over && plan.mode == RMDR_MODE_REMIND) show_message(plan, now);
-    if (!over && plan.mode == RMDR_MODE_WATCH) shown = plan.channel_id;
+    if (!over && plan.mode == RMDR_MODE_WATCH) shown = channel_id_now(plan.key, plan.channel_id);
     drop(id);
   } else if (over) {
     if (const Job* const job = job_of_plan(id)) {
