@@ -7,7 +7,7 @@ import { test } from 'node:test';
 import vm from 'node:vm';
 import WebSocket from 'ws';
 import { dtvctl, run, start } from './cli_support.mjs';
-import { build, connect, dtvHost, root, sleep, startHost, valueOf, within } from './host_support.mjs';
+import { build, connect, dtvHost, folder, root, sleep, startHost, valueOf, within } from './host_support.mjs';
 
 const readme = readFileSync(join(root, 'README.md'), 'utf8');
 const blocks = [...readme.matchAll(/^```(\w*)\n(.*?)^```$/gms)].map(([whole, language, text]) => ({
@@ -27,6 +27,16 @@ async function shell(reader, line) {
   const { code, stdout, stderr } = await run('bash', ['-c', reader.translated(line)], { env: reader.env });
   assert.equal(code, 0, `${line}\n${stdout}${stderr}`);
   return stdout;
+}
+
+// Waits until the scan has ended, as a reader does who looks at what it found.
+async function scanned(reader) {
+  for (let waits = 0; waits < 600; ++waits) {
+    const scan = await reader.client.call('tv', { words: ['scan'] });
+    if (scan.state !== 'running') return assert.equal(scan.state, 'done', JSON.stringify(scan));
+    await sleep(50);
+  }
+  assert.fail('the scan does not end');
 }
 
 const read = (reader, uri, parameter) => reader.client.call('get', { uri, parameter });
@@ -78,6 +88,7 @@ const commands = {
       await subscribed(reader, reader.watching);
     } else {
       await shell(reader, line);
+      if (words[1] === 'scan') await scanned(reader);
       if (words[0] === 'set') assert.equal(String(valueOf(await read(reader, words[1]))), words[2], line);
     }
   },
@@ -157,7 +168,12 @@ const languages = {
 };
 
 test('README.md does what it says', async (t) => {
-  const host = await startHost(t, [], { env: { HOME: root } }); // as if the reader had cloned it in the home folder
+  const files = folder(t);
+  const antenna = join(files, 'antenna'); // what make run gives the host, but short
+  const made = await run(join(build, 'bin/dtv-multiplexes'), [antenna, '--seconds', '4', '--days', '1'], { seconds: 300 });
+  assert.equal(made.code, 0, made.stderr);
+  // As if the reader had cloned the project in the home folder.
+  const host = await startHost(t, ['--antenna', antenna], { env: { HOME: root } });
   const address = `127.0.0.1:${host.port}`;
   const readmeAddress = await defaultAddress();
   const reader = {
@@ -166,7 +182,11 @@ test('README.md does what it says', async (t) => {
     client: await connect(t, host),
     env: { DTV_HOST: address, DTV_TOKEN: host.token }, // a reader's host has the usual state folder, where dtvctl looks
     readmeAddress,
-    translated: (text) => text.replaceAll(readmeAddress, address).replaceAll('build/bin/', `${build}/bin/`),
+    translated: (text) =>
+      text
+        .replaceAll(readmeAddress, address)
+        .replaceAll('build/bin/', `${build}/bin/`)
+        .replaceAll(' picture.jpg', ` ${join(files, 'picture.jpg')}`),
     watching: null, // the watch whose lines README.md has not shown yet
   };
   assert.ok(blocks.length > 0, 'no code blocks');

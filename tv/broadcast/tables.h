@@ -24,6 +24,17 @@ constexpr std::int64_t packed(const ServiceKey& key) {
   return std::int64_t{key.network} << 32 | std::int64_t{key.stream} << 16 | key.service;
 }
 
+// Of a packed key; bits above it are ignored.
+constexpr ServiceKey unpacked(std::int64_t packed) {
+  return {.network = static_cast<std::uint16_t>(packed >> 32),
+          .stream = static_cast<std::uint16_t>(packed >> 16),
+          .service = static_cast<std::uint16_t>(packed)};
+}
+
+constexpr bool same_multiplex(const ServiceKey& left, const ServiceKey& right) {
+  return left.network == right.network && left.stream == right.stream;
+}
+
 enum class Medium : std::uint8_t { kNone = 0, kAir = 1, kCable = 2, kSatellite = 3 };  // values: TSL_BRDCST_MEDIUM_*
 
 // PAT: the programs of this multiplex, and the PIDs of their PMTs.

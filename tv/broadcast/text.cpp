@@ -52,7 +52,7 @@ static constexpr const CharacterSet& kDefaultSet = kSets[0];
 static constexpr std::uint8_t kForeignEncoding = 0x1F;  // its texts cannot be read
 static constexpr std::uint8_t kFirstCharacter = 0x20;   // below: lead bytes
 
-// The control codes, as they stand in a single byte; wider sets have them at U+E080 as well.
+// The control codes as single bytes. In wider sets they are also characters from U+E080 on.
 static constexpr std::uint32_t kEmphasisOn = 0x86;
 static constexpr std::uint32_t kEmphasisOff = 0x87;
 static constexpr std::uint32_t kLineBreak = 0x8A;

@@ -12,6 +12,12 @@ std::string quoted(std::string_view text) {
   return '"' + shown + '"';
 }
 
+std::string joined(std::span<const std::string_view> words) {
+  std::string text;
+  for (const std::string_view word : words) text += (text.empty() ? "" : " ") + std::string(word);
+  return text;
+}
+
 boost::json::object reply_error(std::string text) { return {{"error", std::move(text)}}; }
 
 boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/json/object.hpp>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,9 @@
 
 // The text in quotation marks, on one line: control characters become "?".
 std::string quoted(std::string_view text);
+
+// The words with a space between them: the end of a command's line as one text.
+std::string joined(std::span<const std::string_view> words);
 
 // {"error": text}
 boost::json::object reply_error(std::string text);

@@ -13,11 +13,23 @@
 // Settings go to the store (store.h), callbacks of the plugin to the event thread (events.h), delayed actions to the
 // timers (timers.h), refusals through reply.h.
 //
-// Locks are taken in this order: the power lock (set.cpp); the CEC bus's or the applications'; the remote control's or
-// the configuration's; the store's or the event queue's; the timers'. The sync thread's comes
-// after the store's. A room that calls another one with its lock held stands before that one; all others come directly
-// before the store's. The USB room's lock for callbacks comes before all. Callbacks run on the event thread without a
-// lock, so they may call any function of the TV API; only the USB room holds a lock of its own during its callbacks.
+// Locks are taken in this order:
+//   1. the USB room's for callbacks
+//   2. the power lock (set.cpp)
+//   3. the CEC bus's; the applications'; the recorder's for changes
+//   4. Picture::working, under which a picture's channel is changed (rooms/tuner/picture.h)
+//   5. the remote control's; the configuration's
+//   6. the input sources'
+//   7. the tuner's; the antenna's: for changes, then the index's, then the tuners'; the guide's for reading
+//   8. the channel lists': for changes, then the other
+//   9. Picture::lock; Picture::player_lock; the recorder's for what its lists show
+//  10. the screen's; all that this list does not name
+//  11. the store's, then the sync thread's; the event queue's
+//  12. the timers'
+// Of two rooms in one line, neither takes its lock under the other's. A room that calls another one with its lock held
+// belongs in an earlier line than that one.
+// Callbacks run on the event thread without a lock, so they may call any function of the TV API; only the USB room
+// holds a lock of its own during its callbacks.
 #pragma once
 
 #include <boost/json/fwd.hpp>

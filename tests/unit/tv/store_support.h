@@ -50,6 +50,14 @@ inline std::vector<std::string> files_of(const std::string& folder) {
   return names;
 }
 
+// What is in the folder and in the folders in it: each path, with its content if it is a file.
+inline std::map<std::string, std::string> contents_of(const std::string& folder) {
+  std::map<std::string, std::string> contents;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+    contents[entry.path()] = entry.is_regular_file() ? content_of(entry.path()) : "";
+  return contents;
+}
+
 // The names of renamed damaged databases, without their journals.
 inline std::vector<std::string> damaged_files(const std::string& folder) {
   std::vector<std::string> names = files_of(folder);

@@ -172,7 +172,8 @@ TEST(TvStore, ReadOnlyDatabaseIsReportedAndNotChanged) {
   ASSERT_EQ(tv_start(folder.path), "");
   a_vextvapi_volctrl_setVolume(64);
   dtv_tv_stop();
-  const std::string before = content_of(folder.database());
+  const auto before = contents_of(folder.path);
+  ASSERT_TRUE(before.contains(folder.database()));
   give_away(folder.path);
   give_away(folder.database());
   std::filesystem::permissions(folder.database(), perms{0400});
@@ -185,8 +186,7 @@ TEST(TvStore, ReadOnlyDatabaseIsReportedAndNotChanged) {
   EXPECT_NE(error.find(folder.path), std::string::npos) << error;
   EXPECT_NE(error.find("cannot be written"), std::string::npos) << error;
   std::filesystem::permissions(folder.path, perms{0700});
-  EXPECT_EQ(content_of(folder.database()), before);
-  EXPECT_EQ(files_of(folder.path).size(), 1u);
+  EXPECT_TRUE(contents_of(folder.path) == before) << testing::PrintToString(files_of(folder.path));
 }
 
 TEST(TvStore, NewerLayoutIsRefusedAndNotChanged) {

@@ -49,10 +49,12 @@ boost::json::object antenna_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"antenna", "[DIR|none|rescan]", 1,
-     "Shows the antenna; connects it to a folder of transport streams; rescan reads the folder again", antenna_command},
+     "Shows the antenna and its tuners; DIR: connects it to a folder of transport streams; rescan: reads all files "
+     "again",
+     antenna_command},
     {"scan", "[cancel | update | all|air|cable|satellite [update]]", 2,
-     "Shows the scan for services; searches all that the antenna receives, or one medium; update keeps the lists and "
-     "what the viewer changed",
+     "Shows the scan for services; all, air, cable, satellite: starts one, which replaces the channel lists of what it "
+     "searches; update: keeps them, with what the viewer changed, and adds",
      scan_command},
 };
 

@@ -1,6 +1,6 @@
 // The antenna, a folder of transport streams, and the tuners that receive it, for the other rooms. The room's locks
-// come after the tuner's and before the guide's. None of them is held while a file is read, a listener or a user's
-// function runs, or another room is called.
+// come after the tuner's. One serializes changes of the setting and is held while the path is looked up and stored. The
+// others are not held while a file is read, a listener or a user's function runs, or another room is called.
 #pragma once
 
 #include <cstdint>

@@ -64,7 +64,7 @@ std::string shown(std::string_view name) {
   return text;
 }
 
-// The names with a multiplex's extension, sorted. Adds to the index's refusals what is left out.
+// The names with a multiplex's extension, sorted. What it leaves out it adds to the index's refusals.
 std::vector<std::string> list_names(const std::string& folder, Index& index) {
   std::error_code failed;
   std::vector<std::string> names;

@@ -148,7 +148,7 @@ std::string take_number(const Lists& lists, Entry& entry, std::uint32_t number) 
   for (const Entry* const other : lists.views[entry.channel.list].order) {
     if (place_of(other->channel.id) != place_of(id) || reference_of(*other) == reference_of(entry)) continue;
     const std::string place = std::to_string(entry.channel.number) + " to " + std::to_string(number);
-    return "number " + std::to_string(number) + " is that of " + quoted(other->channel.name) + "; \"channel move " +
+    return "number " + std::to_string(number) + " belongs to " + quoted(other->channel.name) + "; \"channel move " +
            place + "\" moves the channel there";
   }
   if (entry.channel.number != number) give_id(entry, id);
@@ -252,12 +252,6 @@ constexpr Switch kSwitches[] = {
     {"skip", SVL_NW_MASK_VISIBLE, false}, {"unskip", SVL_NW_MASK_VISIBLE, true},
     {"hide", SVL_NW_MASK_ACTIVE, false},  {"show", SVL_NW_MASK_ACTIVE, true},
 };
-
-std::string joined(Arguments words) {
-  std::string text;
-  for (const std::string_view each : words) text += (text.empty() ? "" : " ") + std::string(each);
-  return text;
-}
 
 boost::json::object channel_command(Arguments arguments) {
   if (arguments.empty()) return reply_error("channel takes the number of a channel; \"channels\" lists them");
@@ -469,21 +463,20 @@ boost::json::object favourites_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"channels", "[TEXT] | from N | TEXT from N | import FILE | categories | categories N [NAME...] | clear", 17,
-     "Lists the channels, whose name has the text, by number, 100 at a time; imports a channel list (dvbv5) or a table "
-     "of dtv-scan-tables, names the categories of a broadcaster, deletes everything",
+     "Lists the channels by number, 100 at a time, or those with the text in their names; import: reads a channel list "
+     "(dvbv5) or a table of dtv-scan-tables; categories: names those of a broadcaster; clear: deletes everything",
      channels_command},
     {"channel",
      "NUMBER | NUMBER name TEXT... | NUMBER number N | NUMBER block|unblock|skip|unskip|hide|show|delete | "
      "NUMBER categories [N...] | move NUMBER to NUMBER",
      33,
-     "Shows or changes a channel, given as 7, 7.1 or cable:7; move puts it where another stands, and those between "
-     "move "
-     "by one place",
+     "Shows or changes a channel, given as 7, 7.1 or cable:7; move: gives it another channel's place, and shifts those "
+     "between by one",
      channel_command},
     {"favourite", "NUMBER [add|remove]", 2,
-     "Makes a channel a favourite, or no longer one; without a word, the opposite", favourite_command},
+     "Makes a channel a favourite, or no longer one; without add or remove, whichever it is not", favourite_command},
     {"favourites", "[from N] | INDEX | INDEX from N", 3,
-     "Lists the favourites of the one channel list, or those in list 0 to 3 of the service lists, 100 at a time",
+     "Lists the favourites, 100 at a time; INDEX: those of the service lists' favourite list 0 to 3",
      favourites_command},
 };
 

@@ -63,19 +63,22 @@ TEST_F(TvChannelList, AServiceListHasFourFavouriteLists) {
 TEST_F(TvChannelList, FavouritesRefuseWhatIsNotThere) {
   SVL_REC_T svl = {};
   INT32 index = 5;
-  for (const auto& [list, which, channel] : {std::tuple(UINT16{0}, UINT8{0}, id(1)),
-                                             {UINT16{4}, UINT8{0}, id(1)},
-                                             {kAir, UINT8{4}, id(1)},
-                                             {kAir, UINT8{255}, id(1)}}) {
-    refusal([&] { return a_vextvapi_favorite_list_add_tail(list, which, channel); });
-    refusal([&] { return a_vextvapi_favorite_list_delete(list, which, channel); });
-    refusal([&] { return a_vextvapi_favorite_list_add_all(list, which, 0, 0); });
-    refusal([&] { return a_vextvapi_favorite_list_del_all(list, which, 0, 0); });
-    refusal([&] { return a_vextvapi_favorite_list_insert_move(list, which, 0, 0, 0, 0); });
-    refusal([&] { return a_vextvapi_favorite_list_swap_by_channel_id(list, which, id(1), id(2)); });
-    refusal([&] { return a_vextvapi_favorite_list_number_by_mask(list, which, 0, 0); });
-    refusal([&] { return a_vextvapi_favorite_list_get_svl_rec_by_index(list, which, 0, 0, 0, &svl); });
-    refusal([&] { return a_vextvapi_favorite_list_get_index_by_channel(list, which, 0, 0, id(1), &index); });
+  struct Wrong {
+    UINT16 list;
+    UINT8 which;
+    UINT32 channel;
+  };
+  for (const Wrong& wrong : {Wrong{0, 0, id(1)}, {4, 0, id(1)}, {kAir, 4, id(1)}, {kAir, 255, id(1)}}) {
+    refusal([&] { return a_vextvapi_favorite_list_add_tail(wrong.list, wrong.which, wrong.channel); });
+    refusal([&] { return a_vextvapi_favorite_list_delete(wrong.list, wrong.which, wrong.channel); });
+    refusal([&] { return a_vextvapi_favorite_list_add_all(wrong.list, wrong.which, 0, 0); });
+    refusal([&] { return a_vextvapi_favorite_list_del_all(wrong.list, wrong.which, 0, 0); });
+    refusal([&] { return a_vextvapi_favorite_list_insert_move(wrong.list, wrong.which, 0, 0, 0, 0); });
+    refusal([&] { return a_vextvapi_favorite_list_swap_by_channel_id(wrong.list, wrong.which, id(1), id(2)); });
+    refusal([&] { return a_vextvapi_favorite_list_number_by_mask(wrong.list, wrong.which, 0, 0); });
+    refusal([&] { return a_vextvapi_favorite_list_get_svl_rec_by_index(wrong.list, wrong.which, 0, 0, 0, &svl); });
+    refusal(
+        [&] { return a_vextvapi_favorite_list_get_index_by_channel(wrong.list, wrong.which, 0, 0, id(1), &index); });
   }
   refusal([&] { return a_vextvapi_favorite_list_add_tail(kAir, 0, id(4)); });
   refusal([&] { return a_vextvapi_favorite_list_add_tail(kAir, 0, id(2, kCable)); });

@@ -52,7 +52,7 @@ UINT32 reason_of(const Entry& before, const Entry& after) {
          (same_place != after ? UINT32{VEXTVAPI_CHANNEL_REASON_CHANGED} : 0);
 }
 
-// The favourites that were added or removed; if there are none, those that stand in another place.
+// The favourites that were added or removed; if there are none, those whose place has changed.
 void note_favourites(Notices& notices, const Lists& before, const Lists& after, std::size_t which) {
   const std::vector<std::uint32_t>&was = before.favourites[which], &is = after.favourites[which];
   std::vector<std::uint32_t> old = was, now = is, differing;

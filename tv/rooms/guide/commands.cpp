@@ -97,16 +97,11 @@ std::optional<Channel> channel_or_error(std::string_view word, boost::json::obje
   const auto number = parse_number<std::uint32_t>(word);
   const auto channel = number ? channels_by_number(*number) : std::nullopt;
   if (!channel) {
-    ret_error = number ? reply_error("there is no channel " + std::string(word))
-                       : reply_takes("guide", "a channel's number", word);
+    ret_error = number
+                    ? reply_error("there is no channel " + std::string(word))
+                    : reply_takes("guide", "a channel's number, now, range, event, search, import, map or clear", word);
   }
   return channel;
-}
-
-std::string joined(Arguments words) {
-  std::string text;
-  for (const std::string_view word : words) text += (text.empty() ? "" : " ") + std::string(word);
-  return text;
 }
 
 // ---- The parts of the command ----
@@ -153,8 +148,8 @@ boost::json::object of_all_now(Arguments words) {
 
 boost::json::object of_range(Arguments words) {
   constexpr std::string_view kTakes =
-      "guide range takes the first and the last channel's number, and the first and the "
-      "last hour from the present one";
+      "guide range takes the first and the last channel's number, and the first and the last hour, counted from the "
+      "present hour, as in \"guide range 1 20 0 3\"";
   if (words.size() != 4) return reply_error(std::string(kTakes));
   const auto first = parse_number<std::uint32_t>(words[0]), last = parse_number<std::uint32_t>(words[1]);
   const auto begin = parse_number_within<int>(words[2], -24, kFarthestHour);
@@ -281,7 +276,7 @@ boost::json::object map_channel(Arguments words) {
 }
 
 boost::json::object clear(Arguments words) {
-  if (!words.empty()) return reply_error("guide clear takes nothing else");
+  if (!words.empty()) return reply_error("guide clear takes no other word");
   std::string error;
   return keeper_erase_all(false, error) ? status() : reply_error(error);
 }
@@ -298,6 +293,6 @@ boost::json::object guide_command(std::span<const std::string_view> arguments) {
   if (arguments.empty()) return status();
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (part != std::end(kParts)) return part->run(arguments.subspan(1));
-  if (arguments.size() > 2) return reply_error("guide takes a channel's number and a day");
+  if (arguments.size() > 2) return reply_error("guide NUMBER takes a day and no other word");
   return of_channel(arguments);
 }

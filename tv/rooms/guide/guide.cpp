@@ -20,13 +20,8 @@ namespace {
 
 constexpr std::size_t kMostOfSeries = 100;
 
-ServiceKey key_of(std::int64_t packed) {
-  const auto half = [packed](int shift) { return static_cast<std::uint16_t>(packed >> shift); };
-  return {.network = half(32), .stream = half(16), .service = half(0)};
-}
-
 GuideEvent event_of(GuideRow row) {
-  return {.key = key_of(row.channel),
+  return {.key = unpacked(row.channel),
           .id = row.id,
           .start = row.start,
           .duration = static_cast<std::uint32_t>(row.stop - row.start),
@@ -145,9 +140,12 @@ constexpr Command kCommands[] = {
      "import cancel | "
      "map [XMLTVID [NUMBER|none]] | clear]",
      kMostGuideWords,
-     "Shows what the guide has; a channel's events now and next, or of a day (0 is today); the present events of all "
-     "channels; the events of channels FROM to TO in the hours BEGIN to END from the present one; one event; events "
-     "with a text in their titles; reads an XMLTV file; says which channel an XMLTV channel is; empties the guide",
+     "Shows how much the guide has; shows a channel's present and next event, or those of a day (0: today); now: of "
+     "all "
+     "channels; range: of channels FROM to TO, in the hours BEGIN to END counted from the present hour; event: one "
+     "with "
+     "its texts; search: by title; import: reads an XMLTV file; map: says which channel an XMLTV channel is; clear: "
+     "empties the guide",
      guide_command},
 };
 

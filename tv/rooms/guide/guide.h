@@ -1,5 +1,5 @@
-// The programme guide, for the other rooms. The room's lock comes after the tuner's and the antenna's, before the
-// channels'. Functions read the database, so they can take some tens of microseconds, and a write some milliseconds.
+// The programme guide, for the other rooms. The locks under which it is read come after the tuner's, before the
+// channels'. Functions that read the database take some tens of microseconds; none of them waits for a write.
 #pragma once
 
 #include <cstdint>

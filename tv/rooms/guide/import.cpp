@@ -21,7 +21,7 @@
 namespace {
 
 struct Progress {
-  std::mutex lock;  // guards the report; nothing else is locked meanwhile
+  std::mutex lock;  // guards the report; no other lock is taken under it
   ImportReport report;
 };
 Progress& progress = *new Progress;

@@ -20,7 +20,7 @@ struct Section {
   std::int64_t shift = 0;
 };
 
-// A job's caller waits until it is done.
+// The caller of keeper_run waits until its job is done.
 struct Waiting {
   GuideJob run;
   bool done = false;
@@ -36,7 +36,7 @@ struct Keeper {
   std::thread thread;
   std::atomic<bool> cancelled = false;  // the import is to end
 
-  std::mutex lock;  // guards the rest; taken after all others
+  std::mutex lock;  // guards the rest; only the lock of the import's report is taken under it
   std::condition_variable changed;
   std::condition_variable finished;  // a job or an import
   std::deque<Section> sections;

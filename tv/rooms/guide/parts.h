@@ -1,7 +1,8 @@
 // What the guide's files share. Threads: the guide's own thread is the only one that writes the database, so no request
 // waits for a disk. All others read through a connection of their own, one thread at a time, each for microseconds.
-// Locks: the reading lock (GuideReading) and that of window.cpp are never held together, and while one of them is held
-// only the channels' functions and events_post are called.
+// Locks: the reading lock (GuideReading) and that of window.cpp are never held together. Under them only the channels'
+// locks, the event queue's and the lock of the query parameters are taken. The lock of the queue (keeper.cpp) is taken
+// without either; only the lock of the import's report is taken under it.
 #pragma once
 
 #include <atomic>

@@ -160,8 +160,7 @@ std::vector<FoundEvent> query_filter(Database& database, const std::optional<Cha
   const auto identifier = [&](std::int64_t key) {
     const auto [place, is_new] = identifiers.try_emplace(key);
     if (!is_new) return place->second;
-    const auto half = [key](int shift) { return static_cast<std::uint16_t>(key >> shift); };
-    const auto named = channels_by_key({.network = half(32), .stream = half(16), .service = half(0)});
+    const auto named = channels_by_key(unpacked(key));
     if (named && (wanted.list == 0 || named->list == wanted.list)) place->second = named->id;
     return place->second;
   };

@@ -1,5 +1,5 @@
 // The guide's database: its layout, its rows, and how they are read and written. These functions know no thread and no
-// lock; keeper.h has the connections and says who may use them.
+// lock; parts.h has the connections and says who may use them.
 #pragma once
 
 #include <cstdint>

@@ -31,8 +31,7 @@ struct WindowState {
   a_vextvapi_event_nfy_fct callback = nullptr;
   void* tag = nullptr;
   Window window;
-  std::map<UINT32, std::int64_t>
-      present;  // by channel that is watched: the present event's beginning; 0: there is none
+  std::map<UINT32, std::int64_t> present;  // beginning of the present event by watched channel; 0: there is none
   Timer borders;
 };
 WindowState& state = *new WindowState;

@@ -388,7 +388,9 @@ boost::json::object multiview_command(Arguments arguments) {
   if (arguments.empty()) return describe();
   const std::string_view word = arguments[0];
   if (word == "channel" || word == "focus") {
-    if (arguments.size() < 2) return reply_error("multiview " + std::string(word) + " takes one more word");
+    if (arguments.size() < 2)
+      return reply_error("multiview " + std::string(word) +
+                         (word == "focus" ? " takes main or sub" : " takes a number"));
     return word == "channel" ? channel_command(arguments[1]) : focus_command(arguments[1]);
   }
   if (arguments.size() > 1) return reply_error("multiview " + std::string(word) + " takes no further word");
@@ -410,9 +412,8 @@ boost::json::object multiview_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"multiview", "[normal|pip|pop|swap|stop | focus main|sub | channel NUMBER]", 2,
-     "Shows both pictures; shows a second one small or beside the main one, swaps them, ends it, chooses which is "
-     "heard "
-     "and the second one's channel",
+     "Shows both pictures; pip, pop: a second one in a corner or beside the main one; normal, stop: ends it; focus: "
+     "chooses which one is heard; channel: the second one's",
      multiview_command},
 };
 

@@ -1,4 +1,4 @@
-// Two pictures at once, for the other rooms. The room's lock comes after the tuner's.
+// Two pictures at once, for the other rooms. No other room's lock is taken under the room's lock.
 #pragma once
 
 #include <optional>

@@ -147,7 +147,8 @@ std::optional<std::int64_t> parse_time(std::string_view word) {
 }
 
 boost::json::object record_timer(Arguments words) {
-  if (words.size() != 3) return reply_error("a timer takes a channel's number, a time, and minutes");
+  if (words.size() != 3)
+    return reply_error("record takes a channel's number, a time and minutes, as in \"record 7 +20 60\"");
   const auto channel = channel_of(words[0]);
   if (!channel) return no_channel(words[0]);
   const auto from = parse_time(words[1]);
@@ -168,11 +169,13 @@ boost::json::object record_command(Arguments arguments) {
     boost::json::object (*run)(Arguments words);
   };
   constexpr Part kParts[] = {{"now", 2, record_for}, {"stop", 2, stop_recording}, {"event", 4, record_event}};
-  if (arguments.empty()) return reply_error("record takes now, stop, event or a channel's number");
+  if (arguments.empty())
+    return reply_error("record takes now, stop, event, or a channel's number with a time and minutes");
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (part == std::end(kParts)) return record_timer(arguments);
   if (arguments.size() > part->most_words) {
-    return reply_error("record " + std::string(part->name) + " has a word too many");
+    return reply_error(quoted(arguments[part->most_words]) + " is one word too many for record " +
+                       std::string(part->name));
   }
   return part->run(arguments);
 }
@@ -188,13 +191,13 @@ boost::json::object timers_command(Arguments) {
 
 boost::json::object timer_command(Arguments arguments) {
   const auto id = arguments.empty() ? std::nullopt : parse_id(arguments[0]);
-  if (!id) return reply_error("timer takes a timer's id, as timers lists them");
+  if (!id) return reply_error("timer takes a timer's id; \"timers\" lists them");
   const std::lock_guard guard(recorder.changing);
   const Plan* const plan = find_plan(*id);
   if (plan == nullptr) return reply_error("there is no timer " + std::to_string(*id));
   boost::json::object answer = shown(*plan);
   if (arguments.size() == 1) return answer;
-  if (arguments[1] != "delete") return reply_takes("timer", "delete", arguments[1]);
+  if (arguments[1] != "delete") return reply_takes("timer ID", "delete", arguments[1]);
   answer["deleted"] = true;
   return reply(plan_delete(*id), std::move(answer));
 }
@@ -213,14 +216,14 @@ boost::json::object change_recording(int id, Arguments words) {
     }
     outcome = recording_change(id, [title](Recording& recording) { recording.title = title; });
   } else {
-    return reply_takes("recording", "delete, name TEXT or keep", words[0]);
+    return reply_takes("recording ID", "delete, keep or name TEXT", words[0]);
   }
   return outcome.result == RMDR_RESULT_OK ? shown(recording_now(*find_recording(id))) : reply_error(outcome.why);
 }
 
 boost::json::object recording_command(Arguments arguments) {
   const auto id = arguments.empty() ? std::nullopt : parse_id(arguments[0]);
-  if (!id) return reply_error("recording takes a recording's id, as recordings lists them");
+  if (!id) return reply_error("recording takes a recording's id; \"recordings\" lists them");
   const std::lock_guard guard(recorder.changing);
   const Recording* const found = find_recording(*id);
   if (found == nullptr) return reply_error("there is no recording " + std::to_string(*id));
@@ -246,13 +249,17 @@ boost::json::object reminder_command(Arguments arguments) {
 constexpr Command kCommands[] = {
     {"recordings", "[FROM]", 1, "Lists the recordings, the newest first, 50 at a time", recordings_command},
     {"recording", "ID [delete|keep] | ID name TEXT", 3,
-     "Shows a recording; deletes it; keeps it from being deleted, and releases it; renames it", recording_command},
+     "Shows a recording; delete: with its file; keep: protects it from deletion, or no longer; name: renames it",
+     recording_command},
     {"record", "now [MINUTES] | stop [ID] | event NUMBER EVENTID [series] | NUMBER FROM MINUTES", 4,
-     "Records the current channel; stops a recording; records an event or its series; sets a timer", record_command},
+     "now: records the current channel; stop: ends a recording; event: records an event of the guide, or its series; "
+     "NUMBER: sets a timer, FROM a time such as 2026-03-29T10:30:00Z or in +20 minutes",
+     record_command},
     {"timers", "", 0, "Lists timers, reminders and series", timers_command},
     {"timer", "ID [delete]", 2, "Shows or deletes a timer, a reminder or a series; ends its recording", timer_command},
     {"reminder", "NUMBER EVENTID [watch]", 3,
-     "Shows a message when an event begins; watch: wakes the set and shows the channel", reminder_command},
+     "Sets a reminder, which \"state\" shows when the event begins; watch: wakes the set and shows the channel then",
+     reminder_command},
 };
 
 }  // namespace

@@ -24,10 +24,6 @@ struct Window {
   ServiceKey key = {};  // a service of the multiplex
 };
 
-inline bool same_multiplex(const ServiceKey& left, const ServiceKey& right) {
-  return left.network == right.network && left.stream == right.stream;
-}
-
 // Those of the others that the wanted one conflicts with, in their order.
 inline std::vector<Window> find_conflicts(std::span<const Window> others, const Window& wanted, int tuners) {
   const auto needs = [&](const Window& other, std::int64_t moment) {

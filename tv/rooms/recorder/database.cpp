@@ -46,12 +46,6 @@ bool run(std::string_view sql, std::initializer_list<Cell> cells) {
   return statement != nullptr && database_run(statement);
 }
 
-ServiceKey unpacked(std::int64_t service) {
-  return {.network = static_cast<std::uint16_t>(service >> 32),
-          .stream = static_cast<std::uint16_t>(service >> 16),
-          .service = static_cast<std::uint16_t>(service)};
-}
-
 // Reads a row's columns one after the other, and notes a number that is out of its range.
 struct RowReader {
   sqlite3_stmt* statement;

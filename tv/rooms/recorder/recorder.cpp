@@ -120,7 +120,8 @@ Outcome recording_delete(int id) {
     return failed(RMDR_RESULT_CONFLICT, "recording " + std::to_string(id) + " still runs; stop it first");
   }
   if (found->kept) {
-    return failed(RMDR_RESULT_CONFLICT, "recording " + std::to_string(id) + " is kept; release it first");
+    return failed(RMDR_RESULT_CONFLICT, "recording " + std::to_string(id) + " is kept; \"recording " +
+                                            std::to_string(id) + " keep\" releases it");
   }
   const std::string path = file_path(*found);
   if (!database_change([id] { return recording_erase(id); })) return not_saved();

@@ -412,7 +412,9 @@ boost::json::object source_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"source", "[NAME|NUMBER [block|unblock|name|label [TEXT]]]", 3,
-     "Lists the input sources; chooses one; blocks or unblocks it, gives it a name, says what is connected to it",
+     "Lists the input sources; chooses one; block, unblock: whether it can be chosen; name: gives it one, or without "
+     "TEXT "
+     "its own back; label: says what is connected to it",
      source_command},
 };
 

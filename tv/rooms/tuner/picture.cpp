@@ -16,10 +16,6 @@ bool is_same(const std::optional<Channel>& left, const Channel& right) {
   return left && left->key == right.key && left->list == right.list;
 }
 
-bool same_multiplex(const ServiceKey& left, const ServiceKey& right) {
-  return left.network == right.network && left.stream == right.stream;
-}
-
 bool is_seen(std::optional<ChangeResult> result) {
   return result == ChangeResult::kPicture || result == ChangeResult::kAudioOnly;
 }
@@ -72,16 +68,16 @@ void take_news(void* context) { picture_update(*static_cast<Picture*>(context), 
 
 // The caller of the functions below holds `working`.
 
-// Receives the channel. Returns whether its multiplex was being received already.
-bool receive(Picture& picture, const Channel& channel) {
+// Receives the channel. The tuner stays locked, or goes on locking, to the multiplex that it receives already.
+void receive(Picture& picture, const Channel& channel) {
   ReceiverHandle old = std::move(picture.receiver);
   const bool within =
       old != nullptr && same_multiplex(receiver_key(*old), channel.key) && !is_broken(receiver_facts(*old));
   if (!within) old.reset();  // frees the tuner; of the same multiplex, the old receiver keeps the tuner for the new one
   picture.receiver = receiver_start(channel.key, {.news = take_news, .packets = take_packets, .context = &picture},
                                     has_player(picture) ? ReceiverOutput::kHold : ReceiverOutput::kOff);
+  if (!within) picture.locked = timer_now() + (kChangeOther - kChangeWithin);
   picture.retry = timer_now() + kPictureCheck;
-  return within;
 }
 
 // There is nothing to show. Returns the channel that does not exist any more.
@@ -109,7 +105,8 @@ void follow(Picture& picture, const Channel& channel) {
     if (is_broken(receiver_facts(*picture.receiver)) && timer_now() >= picture.retry) receive(picture, channel);
     return;
   }
-  picture.due = timer_now() + (receive(picture, channel) ? kChangeWithin : kChangeOther);
+  receive(picture, channel);
+  picture.due = std::max(timer_now(), picture.locked) + kChangeWithin;
   const std::lock_guard guard(picture.lock);
   picture.shown = {.channel = channel, .result = std::nullopt, .facts = {}};
   if (!same) picture.unlocked = false;

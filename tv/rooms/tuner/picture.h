@@ -40,7 +40,8 @@ struct Picture {
 
   // One thread at a time works on the picture. Taken before the locks of the rooms.
   std::mutex working = {};
-  ReceiverHandle receiver = {};  // this and the next two are guarded by working
+  ReceiverHandle receiver = {};  // this and the next three are guarded by working
+  TimerTime locked = {};         // when the tuner has locked to the receiver's multiplex
   TimerTime due = {};            // when the change's result is known at the earliest
   TimerTime retry = {};          // when a receiver that receives nothing is started again at the earliest
 

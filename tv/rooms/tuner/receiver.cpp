@@ -28,7 +28,7 @@ namespace {
 // Copies what the stream says about the service. The caller holds the lock. Returns whether it is new.
 bool note_facts(Receiver& receiver, microseconds now) {
   const Pmt* const pmt = service_stream_pmt(*receiver.stream);
-  if (pmt == nullptr) return false;  // of a stream that has begun anew
+  if (pmt == nullptr) return false;  // the stream has just been restarted
   if (service_stream_scrambled(*receiver.stream)) receiver.clear_from = now + kClearAfter;
   const bool scrambled = now < receiver.clear_from;
   const auto& known = receiver.facts.pmt;

@@ -62,9 +62,7 @@ std::int64_t stored(const Channel& channel) { return std::int64_t{channel.list} 
 // apart.
 std::optional<Channel> channel_of(std::int64_t number) {
   if (number == kNoChannel) return std::nullopt;
-  const ServiceKey key{.network = static_cast<std::uint16_t>(number >> 32),
-                       .stream = static_cast<std::uint16_t>(number >> 16),
-                       .service = static_cast<std::uint16_t>(number)};
+  const ServiceKey key = unpacked(number);
   const auto list = static_cast<std::uint16_t>(number >> 48);
   auto channel = channels_by_key(key);
   if (!channel || channel->list == list) return channel;
@@ -361,17 +359,16 @@ boost::json::object track_command(StreamKind kind, std::string_view word) {
   std::vector<TunerTrack> tracks = tuner_tracks();
   std::erase_if(tracks, [&](const TunerTrack& each) { return each.kind != kind; });
   const bool off = kind == StreamKind::kSubtitle && word == "off";
+  const bool audio = kind == StreamKind::kAudio;
+  if (!off && tracks.empty()) return reply_error(std::string("the channel has no ") + (audio ? "sound" : "subtitles"));
   const auto number = parse_number_within<std::size_t>(word, 1, tracks.size());
   if (!off && !number) {
-    return reply_takes(
-        kind == StreamKind::kAudio ? "tuner audio" : "tuner subtitle",
-        tracks.empty() ? "no number: the channel has none" : "a number from 1 to " + std::to_string(tracks.size()),
-        word);
+    return reply_takes(audio ? "tuner audio" : "tuner subtitle", "a number from 1 to " + std::to_string(tracks.size()),
+                       word);
   }
   {
     const std::lock_guard guard(state.lock);
-    (kind == StreamKind::kAudio ? state.tracks.audio : state.tracks.subtitle) =
-        off ? TrackChoice::kOff : tracks[*number - 1].pid;
+    (audio ? state.tracks.audio : state.tracks.subtitle) = off ? TrackChoice::kOff : tracks[*number - 1].pid;
   }
   return describe();
 }
@@ -382,7 +379,9 @@ boost::json::object tuner_command(Arguments arguments) {
   if (word != "pin" && word != "audio" && word != "subtitle") {
     return reply_takes("tuner", "pin PIN, audio NUMBER, subtitle NUMBER or subtitle off", word);
   }
-  if (arguments.size() < 2) return reply_error("tuner " + std::string(word) + " takes one more word");
+  if (arguments.size() < 2)
+    return reply_error("tuner " + std::string(word) +
+                       (word == "pin" ? " takes the PIN" : " takes a number, as tuner shows them"));
   if (word == "pin") return pin_command(arguments[1]);
   return track_command(word == "audio" ? StreamKind::kAudio : StreamKind::kSubtitle, arguments[1]);
 }
@@ -401,16 +400,20 @@ boost::json::object tune_command(Arguments arguments) {
   } else {
     return reply_takes("tune", "a channel number, next, previous or back", word);
   }
-  const std::string why = tune(channel, "there is no channel " + quoted(word));
+  const std::string missing = word == "back" ? "no other channel has been shown before"
+                              : word == "next" || word == "previous"
+                                  ? "every channel is skipped or hidden"
+                                  : "there is no channel " + std::string(word) + "; channels lists them";
+  const std::string why = tune(channel, missing);
   return why.empty() ? describe() : reply_error(why);
 }
 
 constexpr Command kCommands[] = {
-    {"tune", "[NUMBER|next|previous|back]", 1, "Changes the channel as the remote control does", tune_command},
+    {"tune", "NUMBER|next|previous|back", 1,
+     "Changes the channel as the remote control does; back: to the channel shown before", tune_command},
     {"tuner", "[pin PIN | audio NUMBER | subtitle NUMBER|off]", 2,
-     "Shows the channel, the result of its choice, its multiplex and its streams; gives the PIN of a blocked channel "
-     "or "
-     "event; chooses the sound or the subtitles",
+     "Shows the channel, the result of its choice, its multiplex and its streams; pin: unblocks the channel or event; "
+     "audio, subtitle: chooses a stream by its place in the list",
      tuner_command},
 };
 
