@@ -106,7 +106,8 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
       )}
       {(age > 0 || blocked || isPart) && (
         <p>
-          {age > 0 && <span class="badge">{`from ${age} years`}</span>} {blocked && <span class="badge bad">blocked</span>}{" "}
+          {age > 0 && <span class="badge">{`from ${age} years`}</span>}{" "}
+          {blocked && <span class="badge bad">blocked</span>}{" "}
           {isPart && <span class="badge">series</span>}
         </p>
       )}
