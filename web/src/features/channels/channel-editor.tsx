@@ -138,7 +138,12 @@ function FieldForm({ id, title, value, narrow, save }: FieldFormProps) {
         value={draft.value ?? value}
         onInput={(event) => (draft.value = event.currentTarget.value)}
       />
-      <button type="submit" class="button small" aria-label={`${label("IDS_SAVE")}: ${title}`} disabled={draft.value === null}>
+      <button
+        type="submit"
+        class="button small"
+        aria-label={`${label("IDS_SAVE")}: ${title}`}
+        disabled={draft.value === null}
+      >
         {label("IDS_SAVE")}
       </button>
     </form>

@@ -15,7 +15,7 @@ const done = {
   series: "Every new part will be recorded.",
 } as const;
 
-/** The chosen event, and what can be done with it. */
+/** The chosen event, and what can be done with it. Another event needs another key. */
 export function EventBox({ chosen }: { chosen: Chosen }) {
   const { channel, event } = chosen;
   const details = useSignal<EventDetails | null>(null);
@@ -26,8 +26,6 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
 
   useEffect(() => {
     let shown = true;
-    details.value = null;
-    problem.value = said.value = "";
     readDetails(channel, event.id).then(
       (read) => {
         if (shown) details.value = read;
@@ -39,7 +37,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
     return () => {
       shown = false;
     };
-  }, [channel.word, event.id, event.start]);
+  }, []);
 
   async function plan(what: keyof typeof done, ...words: string[]) {
     said.value = "";
@@ -48,7 +46,9 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
 
   const number = String(channel.number);
   const id = String(event.id);
-  const { summary = "", details: text = "", age = 0, blocked = false, series = "" } = details.value ?? {};
+  // An event that names no series is of the series that has its title.
+  const isPart = details.value !== null && details.value.series !== "" && details.value.series !== event.title;
+  const { summary = "", details: text = "", age = 0, blocked = false } = details.value ?? {};
   return (
     <aside
       class="event-box"
@@ -104,10 +104,11 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
           {problem.value}
         </p>
       )}
-      {(age > 0 || blocked || series !== "") && (
+      {(age > 0 || blocked || isPart) && (
         <p>
-          {age > 0 && <span class="badge">{`from ${age} years`}</span>} {blocked && <span class="badge bad">blocked</span>}{" "}
-          {series !== "" && <span class="badge">series</span>}
+          {age > 0 && <span class="badge">{`from ${age} years`}</span>}{" "}
+          {blocked && <span class="badge bad">blocked</span>}{" "}
+          {isPart && <span class="badge">series</span>}
         </p>
       )}
       {summary && <p dir="auto">{summary}</p>}

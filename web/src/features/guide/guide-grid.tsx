@@ -227,7 +227,14 @@ function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellVie
   };
   if (!event) {
     return (
-      <span class="guide-gap" role="gridcell" tabIndex={tabIndex} style={style} onFocus={follow} aria-label="No event" />
+      <span
+        class="guide-gap"
+        role="gridcell"
+        tabIndex={tabIndex}
+        style={style}
+        aria-label="No event"
+        onFocus={follow}
+      />
     );
   }
   const times = `${timeText(event.start)} – ${timeText(event.start + event.duration)}`;

@@ -10,7 +10,7 @@ import { ScanInvitation } from "../scan/scan-invitation";
 import { EventBox } from "./event-box";
 import { GuideGrid } from "./guide-grid";
 import { earliest, eventCount, eventsProblem, forgetBlocks, hour, latest, outdate, readStatus } from "./guide";
-import { chosen, hoursShown, shownFrom } from "./shown";
+import { chosen, hoursShown, shownFrom, type Chosen } from "./shown";
 import { label } from "./words";
 import "./guide.css";
 
@@ -33,6 +33,8 @@ async function read() {
   await readStatus();
   if (shownFrom.peek() === 0) shownFrom.value = halfHour();
 }
+
+const keyOf = ({ channel, event }: Chosen): string => `${channel.word} ${event.id} ${event.start}`;
 
 export function GuidePanel() {
   useChannels();
@@ -61,7 +63,7 @@ export function GuidePanel() {
       </div>
       {known?.length === 0 && access.value === "control" && <ScanInvitation />}
       {known !== null && known.length > 0 && eventCount.value !== null && <GuideGrid channels={known} />}
-      {chosen.value && <EventBox chosen={chosen.value} />}
+      {chosen.value && <EventBox key={keyOf(chosen.value)} chosen={chosen.value} />}
     </main>
   );
 }

@@ -56,8 +56,9 @@ export const hour = 3600;
 const blockHours = 3;
 const blockLength = blockHours * hour;
 const blockChannels = 20;
-/** About 200 KB each at most. */
-const mostBlocks = 200;
+/** Kept. A screen shows fewer than 20; the oldest is dropped. */
+const mostBlocks = 60;
+/** At the same time. */
 const mostReads = 3;
 
 // What the set's command accepts, in hours from the present one.
@@ -110,7 +111,7 @@ async function readRange(first: number, last: number, begin: number): Promise<Ma
     if (reply.from !== begin) {
       // The set's hour has changed since its clock was read.
       await readClock();
-      if (begin / hour - thisHour() === hours) throw new Error("The set's clock is ahead of its replies.");
+      if (begin / hour - thisHour() === hours) throw new Error("The set's hour has just changed.");
       continue;
     }
     for (const channel of reply.channels) found.set(keyOf(channel), channel.events);

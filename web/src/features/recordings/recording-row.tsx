@@ -24,7 +24,11 @@ export function RecordingRow({ recording }: { recording: Recording }) {
     <li class="recording" data-id={id} data-status={status}>
       <div class="recording-text">
         {renaming.value ? (
-          <Rename title={title} save={(text) => send("recording", String(id), "name", text)} close={() => (renaming.value = false)} />
+          <Rename
+            title={title}
+            save={(text) => send("recording", String(id), "name", text)}
+            close={() => (renaming.value = false)}
+          />
         ) : (
           <p class="recording-title" dir="auto">
             {title}
@@ -103,7 +107,11 @@ function RunningBar({ recording }: { recording: Recording }) {
   if (!times) return null;
   return (
     <div class="recording-bar">
-      <progress max={Math.max(times.to - times.from, 1)} value={Math.max(0, setNow() - times.from)} aria-label="Recorded" />
+      <progress
+        max={Math.max(times.to - times.from, 1)}
+        value={Math.max(0, setNow() - times.from)}
+        aria-label="Recorded"
+      />
       <span class="quiet">{`until ${timeText(times.to)}`}</span>
     </div>
   );

@@ -76,5 +76,6 @@ async function send(...words: string[]) {
 }
 
 /** With `update`, the lists and what the viewer changed in them are kept. */
-export const startScan = (medium: Medium, update: boolean): Promise<void> => send(medium, ...(update ? ["update"] : []));
+export const startScan = (medium: Medium, update: boolean): Promise<void> =>
+  send(medium, ...(update ? ["update"] : []));
 export const cancelScan = (): Promise<void> => send("cancel");
