@@ -222,6 +222,7 @@ static std::optional<std::string> said_in(const CharacterSet& set, std::string_v
 }
 
 std::string text_for_broadcast(std::string_view utf8, std::string_view character_set) {
+  if (utf8.empty()) return {};
   for (const CharacterSet& set : kSets) {
     if (character_set != set.name) continue;
     std::string text(reinterpret_cast<const char*>(set.lead.data()), set.lead_size);

@@ -43,7 +43,7 @@ std::string database_with_changes(Values& ret_factory, Values& ret_values) {
   }
   ret_values = all_values();
   dtv_tv_stop();
-  EXPECT_EQ(files_of(folder.path).size(), 1u);
+  EXPECT_EQ(store_files_of(folder.path).size(), 1u);
   return content_of(folder.database());
 }
 

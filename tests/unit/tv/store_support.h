@@ -50,6 +50,13 @@ inline std::vector<std::string> files_of(const std::string& folder) {
   return names;
 }
 
+// The files of the store's database: one after the set was switched off, since its journals are gone then.
+inline std::vector<std::string> store_files_of(const std::string& folder) {
+  std::vector<std::string> names = files_of(folder);
+  std::erase_if(names, [](const std::string& name) { return !name.starts_with("tv.sqlite"); });
+  return names;
+}
+
 // What is in the folder and in the folders in it: each path, with its content if it is a file.
 inline std::map<std::string, std::string> contents_of(const std::string& folder) {
   std::map<std::string, std::string> contents;

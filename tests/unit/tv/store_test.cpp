@@ -193,7 +193,7 @@ TEST(TvStore, NewerLayoutIsRefusedAndNotChanged) {
   TvFolder folder;
   write_sql(folder.database(), layout_sql(99));
   EXPECT_NE(tv_start(folder.path).find("layout is 99"), std::string::npos);
-  EXPECT_EQ(files_of(folder.path).size(), 1u);
+  EXPECT_EQ(store_files_of(folder.path).size(), 1u);
 }
 
 TEST(TvStore, ValueOutsideItsLimitsIsNotUsed) {

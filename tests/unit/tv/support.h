@@ -20,6 +20,7 @@ struct TvFolder {
   }
   ~TvFolder() {
     dtv_tv_stop();
+    dtv_tv_stick_root(nullptr);  // a test's root is gone after it
     std::filesystem::remove_all(path);
   }
   TvFolder(const TvFolder&) = delete;

@@ -301,6 +301,10 @@ void remote_show_hdmi(int input) {
 namespace {
 
 void load() {
+  {
+    const std::lock_guard guard(device_lock);
+    line.clear();  // what was typed before the set was switched off
+  }
   const std::lock_guard guard(state.lock);
   state.on = true;
   state.number = 0;
