@@ -293,7 +293,7 @@ TEST(TvStorePlace, FolderWithOtherFilesIsRefusedAndKeepsItsPermissions) {
   fs::permissions(places.state, fs::perms{0755});
   expect_words(tv_start(places.state), {places.state, "open to other users"});
   EXPECT_EQ(mode_of(places.state), 0755u);
-  EXPECT_EQ(store_files_of(places.state).size(), 1u);
+  EXPECT_EQ(files_of(places.state).size(), 1u);
   fs::permissions(places.state, fs::perms{0700});
   EXPECT_EQ(tv_start(places.state), "");
 }

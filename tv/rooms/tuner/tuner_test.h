@@ -48,6 +48,9 @@ struct TunerSet : testing::Test {
     dtv_tv_stick_root(home.path.c_str());
     EXPECT_EQ(tv_start(folder.path), "");
   }
+  ~TunerSet() override { dtv_tv_stick_root(nullptr); }
+  TunerSet(const TunerSet&) = delete;
+  TunerSet& operator=(const TunerSet&) = delete;
 
   void restart() {
     dtv_tv_stop();
