@@ -151,7 +151,8 @@ Outcome plan_add(Plan plan, bool padded) {
   if (padded) plan_pad(plan);
   if (Outcome checked = check(plan, clock_utc()); checked.result != RMDR_RESULT_OK) return checked;
   if (std::vector<Window> conflicts = plan_conflicts(plan, 0); !conflicts.empty()) {
-    return {.result = RMDR_RESULT_CONFLICT, .why = conflict_text(conflicts), .conflicts = std::move(conflicts)};
+    std::string why = conflict_text(conflicts);
+    return {.result = RMDR_RESULT_CONFLICT, .why = std::move(why), .conflicts = std::move(conflicts)};
   }
   if (plan.id == 0) plan.id = free_id();
   if (!database_change([&plan] { return plan_store(plan); })) return not_saved();
