@@ -68,7 +68,7 @@ test("a channel gets another number, is blocked, skipped and deleted", async ({ 
   // A refused number stays in its field, with the reason below it.
   await number.fill("12");
   await save.click();
-  await expect(panel(page).getByRole("alert")).toContainText('number 12 is that of "Beta Radio"');
+  await expect(panel(page).getByRole("alert")).toContainText('number 12 belongs to "Beta Radio"');
   await expect(number).toHaveValue("12");
   expect(await tv(host, "channel", "1")).toMatchObject({ name: "Alpha" });
 
