@@ -295,7 +295,7 @@ TEST(ServiceStream, GoesOnWithoutPcr) {
     Multiplex multiplex;
     Bytes all = multiplex.tables();
     for (int i = 0; i < 4; ++i) {
-      const auto dts = static_cast<std::uint64_t>(5000 + i * 3600);
+      const auto dts = 5000 + static_cast<std::uint64_t>(i) * 3600;
       all = join({all, bytes::packet({.pid = kVideo, .counter = multiplex.video_counter++, .start = true},
                                      bytes::pes(dts + 3600, dts))});
     }

@@ -95,7 +95,7 @@ boost::json::object status() {
 
 std::optional<Channel> channel_or_error(std::string_view word, boost::json::object& ret_error) {
   const auto number = parse_number<std::uint32_t>(word);
-  const auto channel = number ? channels_by_number(*number) : std::nullopt;
+  auto channel = number ? channels_by_number(*number) : std::nullopt;
   if (!channel) {
     ret_error = number
                     ? reply_error("there is no channel " + std::string(word))

@@ -131,7 +131,8 @@ Outcome recording_delete(int id) {
     if (recorder.last_played == id) recorder.last_played = 0;
   }
   if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-    std::fprintf(stderr, "dtv_tv: cannot delete %s: %s\n", path.c_str(), std::strerror(errno));
+    std::fprintf(stderr, "dtv_tv: cannot delete %s: %s\n", path.c_str(),
+                 std::generic_category().message(errno).c_str());
   }
   return {};
 }

@@ -48,8 +48,8 @@ Bytes broadcast(const std::string& video, int service = 1) {
 }
 
 const Bytes& moving() {
-  static const Bytes bytes = broadcast("testsrc2=size=352x288:rate=25");
-  return bytes;
+  static const Bytes kBytes = broadcast("testsrc2=size=352x288:rate=25");
+  return kBytes;
 }
 
 // Puts a broadcast's packets into the ring at its rate, on a thread.
