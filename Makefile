@@ -10,7 +10,8 @@ export PATH := $(shell tools/node.sh path):$(PATH)
 all: build web
 	@cmake --build --preset release --parallel $(JOBS)
 
-# The antenna of the virtual television: a folder of multiplexes, made at the first start and dated anew at each one.
+# The antenna of the virtual television: a folder of multiplexes. The first start makes them, and every start puts the
+# guide of the day into them.
 ANTENNA = "$${XDG_CACHE_HOME:-$$HOME/.cache}/dtv_js_plugin/antenna"
 
 # Builds and starts the host with the virtual television; ARGS go to dtv-host, for example ARGS="--listen 127.0.0.1:9000".

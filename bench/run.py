@@ -163,7 +163,7 @@ def packet(pid, text):
 
 
 def multiplex(stream):
-    """A transport stream with one television service, whose tables stand at its beginning."""
+    """A transport stream with one television service, with its tables at the beginning."""
     name = f"Service of {stream}".encode()
     named = b"\x01\0" + bytes([len(name)]) + name
     service = b"\0\1\xFC" + (0x8000 | len(named) + 2).to_bytes(2, "big") + b"\x48" + bytes([len(named)]) + named

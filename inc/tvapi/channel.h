@@ -188,10 +188,10 @@ TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_mask, IN(UINT32, h_sv
          IN(UINT32, category_mask), IN(INT32, direction), IN(UINT32, channel_id), IN(UINT32, count),
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec))
 
-/* Reads the neighbours of a channel. nw_value 0: all bits of nw_mask are to be set, as in get_number_by_filter. The
- * record is that of the nearest channel before, and without one of the nearest after. before, after: how many are
- * wanted on either side; before_found, after_found: how many there were. Returns 0, negative on failure, which it also
- * is when there is no neighbour. */
+/* Reads the neighbours of a channel. nw_value 0: all bits of nw_mask are to be set, as in get_number_by_filter. It
+ * gives the record of the nearest channel before, or if there is none, of the nearest one after. before, after: how
+ * many are wanted on either side; before_found, after_found: how many there were. Returns 0, negative on failure, which
+ * it also is when there is no neighbour. */
 TVAPI_FN(INT32, a_vextvapi_channellist_get_svl_tsl_recs_by_filter, IN(UINT32, h_svl), IN(UINT32, h_tsl),
          IN(UINT32, nw_mask), IN(UINT32, nw_value), IN(UINT32, channel_id), IN(UINT32, before), IN(UINT32, after),
          OUT(SVL_REC_T, svl_rec), OUT(TSL_REC_T, tsl_rec), OUT(UINT32, before_found), OUT(UINT32, after_found))

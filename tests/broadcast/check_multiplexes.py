@@ -220,7 +220,7 @@ def printer_lists_present_and_following(context):
 
 
 def streams_can_be_decoded(context):
-    """Every picture and sound that is not scrambled, without a word of complaint from the decoder."""
+    """Every picture and sound that is not scrambled is decoded without an error message."""
     for name, stream in FILES.items():
         maps = [word for service in of_stream(stream) if not service.scrambled for word in ("-map", f"0:p:{service.id}")]
         ran = subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-i", context.folder / f"{name}.ts", *maps, "-c:s",

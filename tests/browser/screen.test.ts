@@ -83,7 +83,7 @@ test("the host's own frame is shown, with the reason why there is no picture", a
   expect(await colour(page)).toEqual([0, 0, 0]);
 });
 
-test("standby is told, also in the menu's language", async ({ host, open }) => {
+test("the panel says that the set is in standby, also in the menu's language", async ({ host, open }) => {
   const page = await open("/#screen");
   expect((await host.dtvctl("tv", "power", "standby")).code).toBe(0);
   await expect(screen(page).getByRole("status")).toHaveText("Standby");

@@ -122,7 +122,7 @@ static void texts(Bytes& bytes) {
   const std::string said = text_for_broadcast(text, set);
   const std::string again =
       text_from_broadcast({reinterpret_cast<const std::uint8_t*>(said.data()), said.size()}, longest);
-  require(said.empty() || set == "ISO6937" || again == text, "a text that can be said is read as it was", text);
+  require(said.empty() || set == "ISO6937" || again == text, "a text that was written is read back unchanged", text);
   // Whatever a program gives: text_for_broadcast accepts any bytes.
   text_for_broadcast({reinterpret_cast<const char*>(raw.data()), raw.size()}, set);
 }

@@ -1,4 +1,4 @@
-// A change of channel from end to end: the request, the picture, and the result that subscribers are told.
+// A change of channel from end to end: the request, the picture, and the notification of the result.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 import { byNumber, television } from './antenna_support.mjs';

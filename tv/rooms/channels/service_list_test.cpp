@@ -1,4 +1,7 @@
 // The TV API of one service list.
+#include <array>
+#include <tuple>
+
 #include "channels_test.h"
 
 using namespace channels_test;
@@ -318,9 +321,15 @@ TEST_F(TvChannelList, AWriteRefusesNonsenseAndChangesNothing) {
   set(air_streams, kAir, 1, nullptr, &unchanged);
   set(air_streams, kAir, 1, &good, nullptr);
   set(air_streams, kAir, 1, &good, &cable);
-  const SVL_REC_T after = record(id(1));
-  // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): both were copied with their padding
-  EXPECT_EQ(memcmp(&after, &good, sizeof good), 0);
+  const auto members = [](const SVL_REC_T& svl) {
+    const SVL_REC_HDR_T& header = svl.t_rec_hdr;
+    const SVL_DVB_T& dvb = svl.t_dvb;
+    return std::tuple(svl.ui2_svl_rec_id, header.ui4_channel_id, header.ui4_nw_mask, header.ui4_option_mask,
+                      header.e_brdcst_type, header.e_serv_type, std::to_array(header.ac_name),
+                      std::to_array(header.aui1_custom_data), std::to_array(dvb.s_svc_name), dvb.ui4_linkage_descr_mask,
+                      dvb.b_ci_tune_service, dvb.b_hbbtv_off, dvb.ui4_category_mask);
+  };
+  EXPECT_TRUE(members(record(id(1))) == members(good));
   dtv_tv_stop();
   expect_heard({});
 }

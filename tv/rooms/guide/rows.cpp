@@ -343,7 +343,7 @@ bool mapping_erase(Database& database, const std::string& xmltv) {
 bool mappings_erase_all(Database& database) { return run(database_statement(database, "DELETE FROM map")); }
 
 std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t channel, std::int64_t start) {
-  constexpr std::int64_t kIdentifiers = 65535;  // from 1: an event of a query that stands for a gap has 0
+  constexpr std::int64_t kIdentifiers = 65535;  // from 1: a query gives a gap the identifier 0
   for (int i = 0; i < kMostIdentifierTries; ++i) {
     const auto id = static_cast<std::uint16_t>((start / 60 + i) % kIdentifiers + 1);
     if (!brief_by_id(database, channel, id)) return id;

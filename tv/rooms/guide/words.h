@@ -14,7 +14,7 @@ std::uint8_t category_of(std::string_view name);
 std::uint64_t pack_categories(const std::vector<std::uint8_t>& categories);
 std::vector<std::uint8_t> unpack_categories(std::uint64_t packed);
 
-// Whether the event has one of the wanted categories. A wanted one without a level 2 stands for all of its level 1.
+// Whether the event has one of the wanted categories. A wanted one without a level 2 matches its whole level 1.
 bool has_category(std::uint64_t packed, const std::vector<std::uint8_t>& wanted);
 
 // Whether two codes of ISO 639, with two or three letters, are the same language, whatever a region follows.

@@ -2,8 +2,9 @@
 //
 // Two locks. `changing` serializes everything that changes the recorder: commands, requests, due timers, ends of
 // recordings. It is held over writes to the database, the begin of a reception and the end of a writer, so it can be
-// held for some milliseconds. `lock` guards what is shown to readers, and is held only to copy or exchange it. Who
-// holds `changing` may read without `lock`, and changes under both. `changing` is taken first.
+// held for some milliseconds. `lock` guards the data that readers see, and is held only to copy or exchange
+// them. A thread that holds `changing` may read them without `lock`, and changes them under both. `changing` is taken
+// first.
 #pragma once
 
 #include <functional>

@@ -111,7 +111,7 @@ void end(const Job& ending, INT32 reason) {
     recorder.jobs.erase(found);
   }
   if (const INT32 own = writer_status(*job.writer).reason; own != RECLIST_REASON_NONE) reason = own;
-  // The writer's last bytes count, so its file is closed before the file is looked at.
+  // The writer's file is closed first, so that the size includes its last bytes.
   const WriterStatus status = writer_close(std::move(job.writer));
   Recording recording = *find_recording(job.recording);
   recording.bytes = status.written;
