@@ -16,7 +16,7 @@ from collections import Counter
 from pathlib import Path
 
 import run
-from counts import Counts, count
+from counts import Counts, count, failures
 from stages import Stage, stages
 
 HERE = Path(__file__).resolve().parent
@@ -55,6 +55,19 @@ COUNTS = [
     (PLAYWRIGHT + "  2 failed\n    a.test.ts:3 \u203a bad\n  2 skipped\n  1 did not run\n  1 passed (2s)\n", 1,
      Counts(1, 3, Counter({"Playwright": 2}))),
     (PLAYWRIGHT + "  1 failed\n    a.test.ts:3 \u203a bad\n", 1, Counts(0, 1)),
+]
+# What a failed command prints, and what is repeated of it at the end.
+FAILURES = [
+    ("[ RUN      ] A.Bad\na.cpp:7: Failure\nExpected: 1\n  more\n[  FAILED  ] A.Bad (0 ms)\n[  FAILED  ] 1 test, listed below:\n",
+     ["a.cpp:7: Failure", "Expected: 1", "[  FAILED  ] A.Bad (0 ms)"]),
+    ("ok 1 - a\n    not ok 2 - b\n  error: |-\n    timed out\n  code: 7\n",
+     ["    not ok 2 - b", "  error: |-", "    timed out"]),
+    ("  1) a.test.ts:3:1 \u203a bad \u2500\n\n    Error: late\n\n    at a.ts\n",
+     ["  1) a.test.ts:3:1 \u203a bad \u2500", "    Error: late"]),
+    ("PASS a\nFAIL b.json: the name\n  why\nnot so: the other\n", ["FAIL b.json: the name", "not so: the other"]),
+    ("one\n\ntwo\n", ["one", "two"]), ("", []),
+    ("".join(f"FAIL {number}\n" for number in range(20)), [*(f"FAIL {number}" for number in range(12)), "and 8 lines more"]),
+    ("x" * 999, ["x" * 200]),
 ]
 
 
@@ -183,6 +196,11 @@ def check_runs(expect):
         ["build/bin/unit_test", "-x"], ["qemu-arm", "build-arm/bin/conformance", "tests/conformance/cases"],
         ["python3", "tests/a.py", "build/bin/conformance"], ["cmake", "--build"])] ==
         [("unit_test", "build"), ("conformance", "build-arm"), None, None])
+    text = (f"import sys; sys.path.insert(0, {str(HERE)!r}); import run; from stages import Stage\n"
+            "sys.exit(run.run_table([Stage('first', [['sh', '-c', 'echo FAIL me; exit 1']]), Stage('second', [['true']])], 1))")
+    said = subprocess.run(python(text), stdout=subprocess.PIPE, text=True, check=False)
+    expect(f"failures are repeated at the end: {said.stdout}",
+           "failed in first: sh -c echo FAIL me; exit 1\n  FAIL me\nall " in said.stdout and said.returncode == 1)
 
 
 def check_table(expect):
@@ -213,6 +231,8 @@ def main():
     for output, exit_code, expected in COUNTS:
         found = count(output, exit_code)
         expect(f"{output!r} with {exit_code}: expected {expected}, found {found}", found == expected)
+    for output, expected in FAILURES:
+        expect(f"failures in {output!r}: expected {expected}, found {failures(output)}", failures(output) == expected)
     expect("the counts as a text", str(Counts(1, 2, Counter(gtest=3, ours=0)) + Counts(1, 0, Counter(ours=1))) ==
            "2 passed, 2 failed, 4 skipped (gtest 3, ours 1)")
     for checks in (check_stages, check_overlap, check_ends):

@@ -1,4 +1,4 @@
-"""How many tests a command ran, according to the end of its test program's output."""
+"""How many tests a command ran and which of them failed, according to its test program's output."""
 
 import re
 from collections import Counter
@@ -50,3 +50,19 @@ def count(output, exit_code):
     # It may fail after its tests, for example by a leak, or where it ran none.
     failed = failed or int(exit_code != 0)
     return Counts(passed, failed, Counter({kind.name: skipped}))
+
+
+# Lines that name a failed test or say why it failed; of some, the reason is on the line after them.
+FAILURE = re.compile(r"^(?:FAIL |not so: |\[  FAILED  \] \w+[./]\w| *not ok | *error: | +\d+\) .* \u203a | *Error: |.*: Failure$)")
+REASON_FOLLOWS = re.compile(r": Failure$|error: \|-$")
+MOST_LINES = 12
+MOST_CHARACTERS = 200  # of a line
+
+
+def failures(output):
+    """What a failed command's output says of its failures, in a few lines: its last lines when it names no test."""
+    lines = [line.rstrip() for line in output.splitlines() if line.strip()]
+    told = [line for before, line in zip(["", *lines], lines) if FAILURE.match(line) or REASON_FOLLOWS.search(before)]
+    chosen = list(dict.fromkeys(told)) or lines[-MOST_LINES // 2:]
+    more = [f"and {len(chosen) - MOST_LINES} lines more"] if len(chosen) > MOST_LINES else []
+    return [line[:MOST_CHARACTERS] for line in chosen[:MOST_LINES]] + more

@@ -9,7 +9,8 @@ the cores allow. A stage waits for the stages that it needs. It is not run when 
 that is named alone uses what is already built, or fails.
 
 A stage's output comes in one piece when it has ended: all that its failed commands printed, and a line with its time,
-the processor time of its processes, and its tests. A command whose output does not say how many tests it ran is one
+the processor time of its processes, and its tests. The names of all failed tests are repeated at the very end, where a
+log that was cut still has them. A command whose output does not say how many tests it ran is one
 test, which passes when the command exits with 0; one that says it ran none has failed. The commands of a stage that
 prepares are no tests; one that fails counts as one failure.
 """
@@ -27,7 +28,7 @@ from concurrent.futures import FIRST_COMPLETED, ThreadPoolExecutor, wait
 from pathlib import Path
 from typing import NamedTuple
 
-from counts import Counts, count
+from counts import MOST_CHARACTERS, Counts, count, failures
 from stages import ROOT, SHARDS, stages
 
 TIME_LIMIT = 1500  # seconds for one command; a test that hangs fails
@@ -50,6 +51,7 @@ class Result(NamedTuple):
     seconds: float = 0
     processor: float = 0
     tests: tuple = ()  # (program, build folder, how many it ran)
+    failures: tuple = ()  # (command, the lines of its output that name what failed)
 
 
 groups_lock = threading.RLock()  # guards groups and interrupted; a second signal may come while the first is handled
@@ -142,7 +144,7 @@ def program_of(arguments):
 def run_stage(stage):
     """Runs one stage's commands; a stage that prepares does not go on after a failure."""
     begun = time.monotonic()
-    counts, good, text, processor, tests = Counts(), True, "", 0, []
+    counts, good, text, processor, tests, failed_commands = Counts(), True, "", 0, [], []
     for command in stage.commands:
         ran, its_counts = run(stage, command)
         processor += ran.processor
@@ -158,6 +160,7 @@ def run_stage(stage):
         if failed:
             good = False
             text += f"--- {' '.join(ran.arguments)} (exit {ran.exit_code})\n{ran.output.rstrip()}\n---\n"
+            failed_commands.append((" ".join(ran.arguments), failures(ran.output)))
             if stage.prepares:
                 break
         elif stage.shown:
@@ -165,7 +168,7 @@ def run_stage(stage):
     seconds = time.monotonic() - begun
     said = "" if stage.prepares and good else str(counts)
     text += f"{stage.name:<12} {seconds:7.1f} s {processor:8.1f} s of processor time  {said}".rstrip()
-    return Result(stage.name, counts, good, text, seconds, processor, tuple(tests))
+    return Result(stage.name, counts, good, text, seconds, processor, tuple(tests), tuple(failed_commands))
 
 
 def may_begin(stage, running, waiting, jobs):
@@ -229,6 +232,9 @@ def run_table(table, jobs):
     for difference in differing_runs(results):
         counts += Counts(failed=1)
         print(difference)
+    for result in results:
+        for command, lines in result.failures:
+            print(f"failed in {result.name}: {command[:MOST_CHARACTERS]}", *lines, sep="\n  ")
     processor = sum(result.processor for result in results)
     print(f"{'all':<12} {time.monotonic() - begun:7.1f} s {processor:8.1f} s of processor time")
     print(counts)
