@@ -8,7 +8,7 @@ from typing import NamedTuple
 ROOT = Path(__file__).resolve().parent.parent
 # The tests that run in every build, also by `make arm`. The others need the virtual television and the host.
 PLUGIN_TESTS = ["base_test", "unit_test", "tap_test", "load_test", "race_test"]
-DESK_TESTS = ["tv_test", "host_test"]
+DESK_TESTS = ["tv_test", "tv_library_test", "host_test"]
 # A case mounts file systems, for which an ordinary user needs a user namespace. A process with several threads cannot
 # enter one, and the emulator has threads of its own; so `unshare` enters it before the emulator starts.
 EMULATOR = ["qemu-arm"] if os.geteuid() == 0 else ["unshare", "--user", "--map-root-user", "qemu-arm"]
