@@ -24,7 +24,8 @@ enum {
   TSL_BRDCST_MEDIUM_ANA_SATELLITE = 6
 };
 
-/* ui4_nw_mask. As an argument, the mask says which bits count, and the value what they are to be. */
+/* ui4_nw_mask. As an argument, the mask says which bits count, and the value what they are to be. A request may have no
+ * value: the mask ACTIVE alone with the value 0 means active channels, except in the functions by_mask of one list. */
 enum {
   SVL_NW_MASK_ACTIVE = 0x1,  /* the channel is in the list */
   SVL_NW_MASK_VISIBLE = 0x8, /* channel up and down stop at it */

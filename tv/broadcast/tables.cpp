@@ -16,9 +16,13 @@ static constexpr std::size_t kMostEitLength = PSI_PRIVATE_MAX_SIZE;  // of EIT
 static constexpr std::size_t kMostTexts = 16;
 static constexpr std::size_t kMostCategories = 32;
 static constexpr std::size_t kMostRatings = 32;
-static constexpr std::size_t kMostExtended = 64;     // extended event descriptors
-static constexpr std::size_t kMostDetails = 16384;   // bytes
-static constexpr std::uint32_t kEacem = 0x00000028;  // private data specifier of the logical channel numbers
+static constexpr std::size_t kMostExtended = 64;    // extended event descriptors
+static constexpr std::size_t kMostDetails = 16384;  // bytes
+// The private data specifiers under which 0x83 has logical channel numbers: of EACEM, NorDig and the United Kingdom.
+// The fields are the same but for unused bits: 10 bits of the number, or 14 of NorDig's.
+static constexpr std::uint32_t kEacem = 0x00000028;
+static constexpr std::uint32_t kNordig = 0x00000029;
+static constexpr std::uint32_t kUnitedKingdom = 0x0000233A;
 static constexpr std::uint16_t kLeastProgramPid = 0x0010;
 static constexpr std::uint16_t kNoPid = 0x1FFF;
 static constexpr int kMjdOf1970 = 40587;
@@ -320,6 +324,17 @@ static void read_cable_or_satellite(std::uint8_t tag, const std::uint8_t* descri
   multiplex.horizontal = desc43_get_polarization(descriptor) == 0;
 }
 
+static void read_numbers(std::uint8_t* descriptor, std::uint32_t specifier, Nit::Multiplex& multiplex) {
+  if (!desc83p28_validate(descriptor)) return;
+  for (std::uint8_t i = 0; const std::uint8_t* service = desc83p28_get_service(descriptor, i); ++i) {
+    const auto wide = static_cast<std::uint16_t>((service[2] & 0x3F) << 8 | service[3]);
+    const Nit::Number number{.service = desc83p28n_get_sid(service),
+                             .number = specifier == kNordig ? wide : desc83p28n_get_lcn(service),
+                             .visible = specifier == kUnitedKingdom || desc83p28n_get_visible(service)};
+    if (number.number != 0) multiplex.numbers.push_back(number);
+  }
+}
+
 static void read_multiplex_descriptor(std::uint8_t tag, std::uint8_t* descriptor, std::uint32_t specifier,
                                       Nit::Multiplex& multiplex) {
   switch (tag) {
@@ -336,13 +351,8 @@ static void read_multiplex_descriptor(std::uint8_t tag, std::uint8_t* descriptor
       if (desc43_validate(descriptor)) read_cable_or_satellite(tag, descriptor, multiplex);
       return;
     case 0x83:
-      if (specifier != kEacem || !desc83p28_validate(descriptor)) return;
-      for (std::uint8_t i = 0; const std::uint8_t* service = desc83p28_get_service(descriptor, i); ++i) {
-        const Nit::Number number{.service = desc83p28n_get_sid(service),
-                                 .number = desc83p28n_get_lcn(service),
-                                 .visible = desc83p28n_get_visible(service)};
-        if (number.number != 0) multiplex.numbers.push_back(number);
-      }
+      if (specifier == kEacem || specifier == kNordig || specifier == kUnitedKingdom)
+        read_numbers(descriptor, specifier, multiplex);
       return;
     default:
       return;

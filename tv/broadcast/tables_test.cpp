@@ -285,7 +285,7 @@ TEST(BroadcastNit, ReadsSatelliteDelivery) {
 
 TEST(BroadcastNit, ReadsChannelNumbersBehindTheirSpecifierOnly) {
   const Bytes eacem = descriptor(0x5F, {0x00, 0x00, 0x00, 0x28});
-  const Bytes other = descriptor(0x5F, {0x00, 0x00, 0x23, 0x3A});
+  const Bytes other = descriptor(0x5F, {0x00, 0x00, 0x00, 0x40});
   // Service 0x7085 is 1 and visible, 0x7086 is 1023 and hidden, 0x7087 has no number.
   const Bytes numbers = descriptor(0x83, {0x70, 0x85, 0xFC, 0x01, 0x70, 0x86, 0x7F, 0xFF, 0x70, 0x87, 0xFC, 0x00});
   const Nit::Multiplex multiplex = read_multiplex(join({eacem, numbers}));
@@ -304,6 +304,22 @@ TEST(BroadcastNit, ReadsChannelNumbersBehindTheirSpecifierOnly) {
   const Nit table = read_as<Nit>(nit(eacem, join({two(1), two(1), bytes::loop(numbers)})));
   ASSERT_EQ(table.multiplexes.size(), 1u);
   EXPECT_TRUE(table.multiplexes[0].numbers.empty());
+}
+
+TEST(BroadcastNit, ReadsTheChannelNumbersOfOtherCountries) {
+  // Service 0x7085: hidden, 1234 in 14 bits. The lower ten are 210.
+  const Bytes numbers = descriptor(0x83, {0x70, 0x85, 0x44, 0xD2});
+  const auto read_behind = [&](std::uint8_t high, std::uint8_t low) {
+    return read_multiplex(join({descriptor(0x5F, {0x00, 0x00, high, low}), numbers})).numbers;
+  };
+  const auto nordig = read_behind(0x00, 0x29);
+  ASSERT_EQ(nordig.size(), 1u);
+  EXPECT_EQ(nordig[0].number, 1234);
+  EXPECT_FALSE(nordig[0].visible);
+  const auto kingdom = read_behind(0x23, 0x3A);  // it has no bit for hidden services
+  ASSERT_EQ(kingdom.size(), 1u);
+  EXPECT_EQ(kingdom[0].number, 210);
+  EXPECT_TRUE(kingdom[0].visible);
 }
 
 // --- TDT and TOT ---

@@ -176,7 +176,8 @@ bool index_read(const std::string& folder, const Index& before, const IndexReade
       index.refused.push_back({shown(name), "it has the network and stream identifiers (" +
                                                 std::to_string(multiplex.network) + ", " +
                                                 std::to_string(multiplex.stream) + ") of " +
-                                                fs::path(same->multiplex.path).filename().string()});
+                                                fs::path(same->multiplex.path).filename().string() +
+                                                "; a set tells multiplexes apart by them"});
       continue;
     }
     index.entries.push_back(std::move(entry));

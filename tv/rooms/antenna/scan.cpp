@@ -78,25 +78,36 @@ struct Step {
   std::string path;  // of the multiplex; empty: there is no signal
 };
 
-// The frequencies of the scan in their order. A medium that the antenna does not receive is searched only if it was
-// asked for.
+// Whether a tuner would receive the same multiplex at both frequencies: they are less than half a channel apart.
+bool is_near(const Step& one, const Step& other) {
+  const std::uint32_t half = one.medium == Medium::kSatellite ? 2 : 4'000'000;  // MHz and Hz
+  return one.medium == other.medium &&
+         std::max(one.frequency, other.frequency) - std::min(one.frequency, other.frequency) < half;
+}
+
+// The frequencies of the scan in their order: the antenna's multiplexes, and without a signal those of the rasters and
+// of imported tables. A medium that the antenna does not receive is searched only if it was asked for.
 std::vector<Step> steps_of(Medium wanted) {
   std::vector<Step> steps;
   for (Multiplex& each : antenna_multiplexes())
     if (wanted == Medium::kNone || each.medium == wanted)
       steps.push_back({.medium = each.medium, .frequency = each.frequency, .path = std::move(each.path)});
   const std::vector<Step> signals = steps;
-  for (const Raster& raster : kRasters) {
-    if (raster.medium != wanted && std::ranges::count(signals, raster.medium, &Step::medium) == 0) continue;
-    for (std::uint32_t frequency = raster.first; frequency <= raster.last; frequency += raster.step) {
-      const bool has_signal = std::ranges::any_of(signals, [&](const Step& each) {
-        return each.medium == raster.medium && each.frequency > frequency - raster.step / 2 &&
-               each.frequency < frequency + raster.step / 2;
-      });
-      if (!has_signal) steps.push_back({.medium = raster.medium, .frequency = frequency, .path = {}});
-    }
-  }
-  std::ranges::sort(steps, {}, [](const Step& each) { return std::tie(each.medium, each.frequency, each.path); });
+  std::vector<Step> silent;
+  const auto add = [&](Medium medium, std::uint32_t frequency) {
+    const Step step{.medium = medium, .frequency = frequency, .path = {}};
+    const bool searched = medium == wanted || std::ranges::count(signals, medium, &Step::medium) > 0;
+    if (searched && std::ranges::none_of(signals, [&](const Step& each) { return is_near(each, step); }))
+      silent.push_back(step);
+  };
+  for (const Raster& raster : kRasters)
+    for (std::uint32_t frequency = raster.first; frequency <= raster.last; frequency += raster.step)
+      add(raster.medium, frequency);
+  for (const KnownMultiplex& each : channels_known_multiplexes()) add(each.medium, each.frequency);
+  const auto order = [](const Step& each) { return std::tie(each.medium, each.frequency, each.path); };
+  std::ranges::sort(silent, {}, order);
+  steps.insert(steps.end(), silent.begin(), std::unique(silent.begin(), silent.end(), is_near));
+  std::ranges::sort(steps, {}, order);
   return steps;
 }
 
@@ -189,6 +200,7 @@ boost::json::object shown(const Scan& scan) {
   answer["medium"] = scan.medium == Medium::kNone ? "all" : medium_name(scan.medium);
   answer["update"] = scan.update;
   answer["percent"] = scan.steps == 0 ? (scan.phase == Phase::kDone ? 100 : 0) : scan.step * 100 / scan.steps;
+  answer["frequencies"] = scan.steps;
   answer["multiplex"] = scan.multiplex;
   answer["multiplexes"] = scan.multiplexes;
   if (scan.phase == Phase::kRuns && scan.at != Medium::kNone) {

@@ -69,7 +69,7 @@ TEST_F(TvScan, FindsTheServicesOfAllMedia) {
   EXPECT_TRUE(has(scan(R"(,"all")"), R"("state":"running","medium":"all","update":false)"));
   const std::string done = scanned();
   EXPECT_TRUE(has(done, R"("state":"done")")) << done;
-  EXPECT_TRUE(has(done, R"("percent":100,"multiplex":3,"multiplexes":3,"services":4)")) << done;
+  EXPECT_TRUE(has(done, R"("percent":100,"frequencies":50,"multiplex":3,"multiplexes":3,"services":4)")) << done;
   EXPECT_TRUE(has(done, R"("messages":["bad.ts: it is empty"],"added":4,"changed":0,"removed":0)")) << done;
   const std::string found = channels();
   EXPECT_TRUE(has(found, channel(5, "First", "air"))) << found;
@@ -77,6 +77,22 @@ TEST_F(TvScan, FindsTheServicesOfAllMedia) {
   EXPECT_TRUE(has(found, channel(7, "Stream 11", "cable"))) << found;
   EXPECT_TRUE(has(found, channel(9, "Stream 12", "satellite"))) << found;
   EXPECT_FALSE(has(found, "Data")) << found;
+}
+
+TEST_F(TvScan, SearchesTheFrequenciesOfImportedTables) {
+  make_three();
+  scan(R"(,"air")");
+  EXPECT_TRUE(has(scanned(), R"("frequencies":28,)"));  // channels 21 to 48
+  // One beyond these channels; the others would receive the same as it, and as the multiplex of the antenna.
+  std::string table;
+  for (const char* const frequency : {"818000000", "818166000", "578100000"})
+    table += "[CHANNEL]\n\tDELIVERY_SYSTEM = DVBT\n\tFREQUENCY = " + std::string(frequency) + "\n";
+  const Bytes text(table.begin(), table.end());
+  make("de-Town", text);
+  EXPECT_TRUE(has(tv_control(R"(["channels","import",")" + path("de-Town") + R"("])"), R"("multiplexes":3)"));
+  scan(R"(,"air")");
+  const std::string done = scanned();
+  EXPECT_TRUE(has(done, R"("frequencies":29,"multiplex":1,"multiplexes":1)")) << done;
 }
 
 TEST_F(TvScan, OneMediumLeavesTheOthersAlone) {

@@ -166,7 +166,8 @@ std::uint8_t type_of(const Pmt& pmt) {
 }
 
 bool is_for_viewers(std::uint8_t type) {
-  constexpr std::uint8_t kTypes[] = {0x01, 0x02, 0x0A, 0x11, 0x16, 0x19, 0x1F};  // television and radio, by codec
+  // Television and radio, by codec and definition.
+  constexpr std::uint8_t kTypes[] = {0x01, 0x02, 0x07, 0x0A, 0x11, 0x16, 0x19, 0x1C, 0x1F, 0x20};
   return std::ranges::find(kTypes, type) != std::end(kTypes);
 }
 

@@ -502,10 +502,13 @@ INT32 a_vextvapi_cec_start_dev_discovery_ex(const CECM_DEV_DISCOVERY_T* request)
   return 0;
 }
 
-bool cec_is_plugged(int input) {
+CecInput cec_input(int input) {
   const std::lock_guard guard(bus.lock);
-  return std::ranges::any_of(kCecDeviceTable,
-                             [&](const CecDevice& each) { return each.port == input && state_of(each).plugged; });
+  for (const CecDevice& each : kCecDeviceTable) {
+    const CecDeviceState& now = state_of(each);
+    if (each.port == input && now.plugged) return {.device = each.osd_name, .on = now.on};
+  }
+  return {};
 }
 
 const CecDevice* cec_found(int la) {

@@ -18,6 +18,13 @@ std::string unknown_list(UINT32 svl_id);
 // The part of a name that a client looks for. In UTF-8, so that it never fits a part of a character.
 bool is_search(const char* name);
 
+// The channels that a request by mask and value asks for. A request that names no value has 0; with the mask ACTIVE
+// alone it means the channels in the list, not those that are hidden.
+inline Fit fit_of(UINT32 nw_mask, UINT32 nw_value, std::string_view name = {}) {
+  const bool default_value = nw_mask == SVL_NW_MASK_ACTIVE && nw_value == 0;
+  return {.mask = nw_mask, .value = default_value ? nw_mask : nw_value, .name = name};
+}
+
 // The channel with this identifier. Null, and a message, if there is no such list or channel.
 const Entry* channel_of(const char* function, const Lists& lists, UINT16 svl_id, UINT32 channel_id);
 

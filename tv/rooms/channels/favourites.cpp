@@ -107,7 +107,7 @@ INT32 a_vextvapi_favorite_list_delete(UINT16 svl_id, UINT8 fav_index, UINT32 cha
 INT32 a_vextvapi_favorite_list_add_all(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   return change(__func__, [&](Lists& lists) {
-    add_fitting(lists, favourites_of(svl_id, fav_index), lists.views[svl_id], {.mask = nw_mask, .value = nw_value});
+    add_fitting(lists, favourites_of(svl_id, fav_index), lists.views[svl_id], fit_of(nw_mask, nw_value));
     return std::string();
   });
 }
@@ -115,7 +115,7 @@ INT32 a_vextvapi_favorite_list_add_all(UINT16 svl_id, UINT8 fav_index, UINT32 nw
 INT32 a_vextvapi_favorite_list_del_all(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   return change(__func__, [&](Lists& lists) {
-    remove_fitting(lists, favourites_of(svl_id, fav_index), {.mask = nw_mask, .value = nw_value});
+    remove_fitting(lists, favourites_of(svl_id, fav_index), fit_of(nw_mask, nw_value));
     return std::string();
   });
 }
@@ -124,7 +124,7 @@ INT32 a_vextvapi_favorite_list_insert_move(UINT16 svl_id, UINT8 fav_index, UINT3
                                            INT32 index_from, INT32 index_to) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   return change(__func__, [&](Lists& lists) {
-    return move_favourite(lists, favourites_of(svl_id, fav_index), {.mask = nw_mask, .value = nw_value}, index_from,
+    return move_favourite(lists, favourites_of(svl_id, fav_index), fit_of(nw_mask, nw_value), index_from,
                           index_to);
   });
 }
@@ -141,7 +141,7 @@ INT32 a_vextvapi_favorite_list_swap_by_channel_id(UINT16 svl_id, UINT8 fav_index
 INT32 a_vextvapi_favorite_list_number_by_mask(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   return count_fitting(lists_now()->favourite_views[favourites_of(svl_id, fav_index)],
-                       {.mask = nw_mask, .value = nw_value});
+                       fit_of(nw_mask, nw_value));
 }
 
 INT32 a_vextvapi_favorite_list_get_svl_rec_by_index(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value,
@@ -149,7 +149,7 @@ INT32 a_vextvapi_favorite_list_get_svl_rec_by_index(UINT16 svl_id, UINT8 fav_ind
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   const auto lists = lists_now();
   return give_at(__func__, lists->favourite_views[favourites_of(svl_id, fav_index)],
-                 {.mask = nw_mask, .value = nw_value}, index, svl_rec);
+                 fit_of(nw_mask, nw_value), index, svl_rec);
 }
 
 INT32 a_vextvapi_favorite_list_get_index_by_channel(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value,
@@ -159,7 +159,7 @@ INT32 a_vextvapi_favorite_list_get_index_by_channel(UINT16 svl_id, UINT8 fav_ind
   const Entry* const entry = channel_of(__func__, *lists, svl_id, channel_id);
   if (entry == nullptr) return -1;
   const View& view = lists->favourite_views[favourites_of(svl_id, fav_index)];
-  return give_index(__func__, index_of(view, {.mask = nw_mask, .value = nw_value}, *entry), index);
+  return give_index(__func__, index_of(view, fit_of(nw_mask, nw_value), *entry), index);
 }
 
 // ---- Of the one channel list ----
@@ -180,31 +180,31 @@ INT32 vextvapi_1CL_removeFavByChannel(UINT32 channel_id) {
 
 INT32 vextvapi_1CL_addAllToFavByMask(UINT32 nw_value, UINT32 nw_mask) {
   return change(__func__, [&](Lists& lists) {
-    add_fitting(lists, kOfOneList, lists.views[0], {.mask = nw_mask, .value = nw_value});
+    add_fitting(lists, kOfOneList, lists.views[0], fit_of(nw_mask, nw_value));
     return std::string();
   });
 }
 
 INT32 vextvapi_1CL_delAllFavByMask(UINT32 nw_value, UINT32 nw_mask) {
   return change(__func__, [&](Lists& lists) {
-    remove_fitting(lists, kOfOneList, {.mask = nw_mask, .value = nw_value});
+    remove_fitting(lists, kOfOneList, fit_of(nw_mask, nw_value));
     return std::string();
   });
 }
 
 INT32 vextvapi_1CL_moveFavByIdx(INT32 index_from, INT32 index_to, UINT32 nw_value, UINT32 nw_mask) {
   return change(__func__, [&](Lists& lists) {
-    return move_favourite(lists, kOfOneList, {.mask = nw_mask, .value = nw_value}, index_from, index_to);
+    return move_favourite(lists, kOfOneList, fit_of(nw_mask, nw_value), index_from, index_to);
   });
 }
 
 INT32 vextvapi_1CL_getFavNumByMask(UINT32 nw_value, UINT32 nw_mask) {
-  return count_fitting(lists_now()->favourite_views[kOfOneList], {.mask = nw_mask, .value = nw_value});
+  return count_fitting(lists_now()->favourite_views[kOfOneList], fit_of(nw_mask, nw_value));
 }
 
 INT32 vextvapi_1CL_getFavByIdxAndMask(UINT32 nw_value, UINT32 nw_mask, INT32 index, SVL_REC_T* svl_rec) {
   const auto lists = lists_now();
-  return give_at(__func__, lists->favourite_views[kOfOneList], {.mask = nw_mask, .value = nw_value}, index, svl_rec);
+  return give_at(__func__, lists->favourite_views[kOfOneList], fit_of(nw_mask, nw_value), index, svl_rec);
 }
 
 INT32 vextvapi_1CL_getFavIdxByChannelAndMask(UINT32 nw_value, UINT32 nw_mask, UINT32 channel_id) {
@@ -213,6 +213,6 @@ INT32 vextvapi_1CL_getFavIdxByChannelAndMask(UINT32 nw_value, UINT32 nw_mask, UI
   if (entry == nullptr) return refuse_call(__func__, no_channel(channel_id));
   INT32 index = 0;
   const View& view = lists->favourite_views[kOfOneList];
-  const INT32 found = index_of(view, {.mask = nw_mask, .value = nw_value}, *entry);
+  const INT32 found = index_of(view, fit_of(nw_mask, nw_value), *entry);
   return give_index(__func__, found, &index) == 0 ? index : -1;
 }

@@ -183,6 +183,22 @@ TEST_F(TvChannelList, AReferenceStaysWhenTheNumberChanges) {
   EXPECT_EQ(vextvapi_getRefChannelByID(kOneList, viewers_id(77)), reference);
 }
 
+TEST_F(TvChannelList, AnActiveMaskWithoutAValueMeansActiveChannels) {
+  SVL_REC_T hidden = TvChannels::record(id(2));
+  hidden.t_rec_hdr.ui4_nw_mask &= ~kActive;
+  ASSERT_EQ(TvChannels::write(hidden), 0);
+  EXPECT_EQ(vextvapi_GetNumofChListByMask(kOneList, 0, kActive), 5);
+  EXPECT_EQ(vextvapi_1CL_getNumofChannelByName(kOneList, 0, kActive, "one"), 2);
+  EXPECT_EQ(vextvapi_GetFirstVirtualChannelByMask(kOneList, 0, kActive), vextvapi_getRefChannelByID(kOneList, id(1)));
+  INT32 index = -1;
+  EXPECT_EQ(a_vextvapi_channellist_get_index_by_channel(air, kActive, 0, id(3), &index), 0);
+  EXPECT_EQ(index, 1) << "after 1; 2 does not count";
+  EXPECT_LT(a_vextvapi_channellist_get_index_by_channel(air, kActive, 0, id(2), &index), 0);
+  // Where a request always has a value, 0 means 0; so do other masks.
+  EXPECT_EQ(a_vextvapi_channellist_get_number_by_mask(air, kActive, 0, 0, 0, 0), 1);
+  EXPECT_EQ(vextvapi_GetNumofChListByMask(kOneList, 0, kBlocked), 6);
+}
+
 TEST_F(TvChannelList, MasksNarrowTheOneChannelList) {
   block(id(2));
   block(id(10));

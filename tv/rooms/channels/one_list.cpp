@@ -47,15 +47,15 @@ UINT32 vextvapi_getRefChannelByID(const char* list, UINT32 channel_id) {
 UINT32 vextvapi_GetFirstVirtualChannelByMask(const char* list, UINT32 nw_value, UINT32 nw_mask) {
   if (!is_one_list(__func__, list)) return 0;
   const auto lists = lists_now();
-  return reference_or_0(neighbour(lists->views[0], {.mask = nw_mask, .value = nw_value}, nullptr, 1));
+  return reference_or_0(neighbour(lists->views[0], fit_of(nw_mask, nw_value), nullptr, 1));
 }
 
 UINT32 vextvapi_GetPrevVirtualChannelByMask(UINT32 reference, UINT32 nw_value, UINT32 nw_mask) {
-  return neighbour_of(__func__, reference, {.mask = nw_mask, .value = nw_value}, -1);
+  return neighbour_of(__func__, reference, fit_of(nw_mask, nw_value), -1);
 }
 
 UINT32 vextvapi_GetNextVirtualChannelByMask(UINT32 reference, UINT32 nw_value, UINT32 nw_mask) {
-  return neighbour_of(__func__, reference, {.mask = nw_mask, .value = nw_value}, 1);
+  return neighbour_of(__func__, reference, fit_of(nw_mask, nw_value), 1);
 }
 
 INT32 vextvapi_getChannelSvlRec(UINT32 reference, SVL_REC_T* svl_rec) {
@@ -79,7 +79,7 @@ INT32 vextvapi_getChannelSvlRecByIdxAndMask(const char* list, UINT32 nw_value, U
                                             SVL_REC_T* svl_rec) {
   if (!is_one_list(__func__, list)) return -1;
   const auto lists = lists_now();
-  return give_at(__func__, lists->views[0], {.mask = nw_mask, .value = nw_value}, index, svl_rec);
+  return give_at(__func__, lists->views[0], fit_of(nw_mask, nw_value), index, svl_rec);
 }
 
 INT32 vextvapi_1CL_getChannelByNameAndIdx(const char* list, UINT32 nw_value, UINT32 nw_mask, const char* name,
@@ -87,7 +87,7 @@ INT32 vextvapi_1CL_getChannelByNameAndIdx(const char* list, UINT32 nw_value, UIN
   if (!is_one_list(__func__, list)) return -1;
   if (!is_search(name)) return refuse_call(__func__, kNoSearch);
   const auto lists = lists_now();
-  return give_at(__func__, lists->views[0], {.mask = nw_mask, .value = nw_value, .name = name}, index, svl_rec);
+  return give_at(__func__, lists->views[0], fit_of(nw_mask, nw_value, name), index, svl_rec);
 }
 
 INT32 vextvapi_getIdxByChannelIdAndMask(const char* list, UINT32 nw_value, UINT32 nw_mask, UINT32 channel_id,
@@ -96,23 +96,23 @@ INT32 vextvapi_getIdxByChannelIdAndMask(const char* list, UINT32 nw_value, UINT3
   const auto lists = lists_now();
   const Entry* const entry = identified(__func__, *lists, channel_id);
   if (entry == nullptr) return -1;
-  return give_index(__func__, index_of(lists->views[0], {.mask = nw_mask, .value = nw_value}, *entry), index);
+  return give_index(__func__, index_of(lists->views[0], fit_of(nw_mask, nw_value), *entry), index);
 }
 
 INT32 vextvapi_getNearestIdxByMajorAndMask(const char* list, UINT32 nw_value, UINT32 nw_mask, UINT32 major,
                                            INT32* index) {
   if (!is_one_list(__func__, list)) return -1;
   const auto lists = lists_now();
-  return give_index(__func__, nearest_index(lists->views[0], {.mask = nw_mask, .value = nw_value}, major), index);
+  return give_index(__func__, nearest_index(lists->views[0], fit_of(nw_mask, nw_value), major), index);
 }
 
 INT32 vextvapi_1CL_getNumofChannelByName(const char* list, UINT32 nw_value, UINT32 nw_mask, const char* name) {
   if (!is_one_list(__func__, list)) return -1;
   if (!is_search(name)) return refuse_call(__func__, kNoSearch);
-  return count_fitting(lists_now()->views[0], {.mask = nw_mask, .value = nw_value, .name = name});
+  return count_fitting(lists_now()->views[0], fit_of(nw_mask, nw_value, name));
 }
 
 INT32 vextvapi_GetNumofChListByMask(const char* list, UINT32 nw_value, UINT32 nw_mask) {
   if (!is_one_list(__func__, list)) return -1;
-  return count_fitting(lists_now()->views[0], {.mask = nw_mask, .value = nw_value});
+  return count_fitting(lists_now()->views[0], fit_of(nw_mask, nw_value));
 }

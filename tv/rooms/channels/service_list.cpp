@@ -186,7 +186,7 @@ INT32 a_vextvapi_channellist_get_svl_rec_by_index(UINT32 h_svl, UINT32 nw_mask, 
   const std::uint16_t list = checked_list(__func__, h_svl);
   if (list == 0) return -1;
   const auto lists = lists_now();
-  return give_at(__func__, lists->views[list], {.mask = nw_mask, .value = nw_value}, index, svl_rec);
+  return give_at(__func__, lists->views[list], fit_of(nw_mask, nw_value), index, svl_rec);
 }
 
 INT32 a_vextvapi_channellist_get_svl_rec_by_index_and_name(UINT32 h_svl, UINT32 nw_mask, UINT32 nw_value,
@@ -195,7 +195,7 @@ INT32 a_vextvapi_channellist_get_svl_rec_by_index_and_name(UINT32 h_svl, UINT32 
   if (list == 0) return -1;
   if (!is_search(name)) return refuse_call(__func__, kNoSearch);
   const auto lists = lists_now();
-  return give_at(__func__, lists->views[list], {.mask = nw_mask, .value = nw_value, .name = name}, index, svl_rec);
+  return give_at(__func__, lists->views[list], fit_of(nw_mask, nw_value, name), index, svl_rec);
 }
 
 INT32 a_vextvapi_channellist_get_index_by_channel(UINT32 h_svl, UINT32 nw_mask, UINT32 nw_value, UINT32 channel_id,
@@ -205,7 +205,7 @@ INT32 a_vextvapi_channellist_get_index_by_channel(UINT32 h_svl, UINT32 nw_mask, 
   const auto lists = lists_now();
   const Entry* const entry = channel_of(__func__, *lists, list, channel_id);
   if (entry == nullptr) return -1;
-  return give_index(__func__, index_of(lists->views[list], {.mask = nw_mask, .value = nw_value}, *entry), index);
+  return give_index(__func__, index_of(lists->views[list], fit_of(nw_mask, nw_value), *entry), index);
 }
 
 // ---- Neighbours ----
@@ -264,7 +264,7 @@ INT32 a_vextvapi_channellist_get_number_by_name(UINT32 h_svl, UINT32 nw_mask, UI
   const std::uint16_t list = checked_list(__func__, h_svl);
   if (list == 0) return -1;
   if (!is_search(name)) return refuse_call(__func__, kNoSearch);
-  return count_fitting(lists_now()->views[list], {.mask = nw_mask, .value = nw_value, .name = name});
+  return count_fitting(lists_now()->views[list], fit_of(nw_mask, nw_value, name));
 }
 
 INT32 a_vextvapi_channellist_get_number_by_mask(UINT32 h_svl, UINT32 nw_mask, UINT32 nw_value, UINT32 satl_id,

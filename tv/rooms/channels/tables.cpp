@@ -80,9 +80,9 @@ INT32 c_lol_get_rec_by_data_tag(UINT32 h_lol, UINT32 data_tag, UINT16 index, LOL
   if (lol_rec == nullptr || version == nullptr) return refuse_call(__func__, kNullOutput);
   const auto lists = lists_now();
   const std::vector<Category>& categories = lists->categories;
-  if (data_tag != LOL_DATA_TAG_TKGS_CATEGORIES || index != 0 || categories.empty()) {
-    return refuse_call(__func__, "there is no record " + std::to_string(index) + " of the tag " +
-                                     std::to_string(data_tag) + (categories.empty() ? "; no category has a name" : ""));
+  if (data_tag != LOL_DATA_TAG_TKGS_CATEGORIES || index != 0) {
+    return refuse_call(__func__,
+                       "there is no record " + std::to_string(index) + " of the tag " + std::to_string(data_tag));
   }
   LOL_REC_T record = {};
   record.ui4_data_tag = data_tag;

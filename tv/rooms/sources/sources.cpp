@@ -135,16 +135,22 @@ std::string choose(int source) {
   return why;
 }
 
-// Whether there is something to see. Not under the lock: the CEC bus's comes before it.
+// What is behind a source that is not a part of the set. Not under the lock: the CEC bus's comes before it.
+CecInput input_of(int source) {
+  const int input = source - kSourceHdmi1 + 1;
+  return input >= 1 && input <= kHdmiInputs ? cec_input(input) : CecInput{};
+}
+
 bool is_connected(int source) {
   if (source == kSourceTv || source == kMedia) return true;  // parts of the set
   if (source == kSourceSatellite) return tuner_has(true);
-  const int input = source - kSourceHdmi1 + 1;
-  return input <= kHdmiInputs && cec_is_plugged(input);
+  return !input_of(source).device.empty();
 }
 
+// Whether there is something to see. A device in standby sends nothing.
 bool has_signal(int source) {
-  if (!sources_is_tuner(source)) return is_connected(source);
+  if (source == kMedia) return true;
+  if (!sources_is_tuner(source)) return input_of(source).on;
   const auto result = tuner_result();
   return source == sources_current() && (result == ChangeResult::kPicture || result == ChangeResult::kAudioOnly);
 }
@@ -341,12 +347,14 @@ boost::json::object describe(int source) {
   boost::json::object shown{{"number", source}, {"name", kNames[at(source)]}};
   const bool connected = is_connected(source);
   const bool signal = has_signal(source);
+  const std::string_view device = input_of(source).device;
   const std::lock_guard guard(state.lock);
   if (!state.names[at(source)].empty()) shown["viewers_name"] = state.names[at(source)];
   shown["label"] = kLabels[state.labels[at(source)]];
   shown["blocked"] = is_blocked(source);
   shown["connected"] = connected;
   shown["signal"] = signal;
+  if (!device.empty()) shown["device"] = device;
   return shown;
 }
 

@@ -228,7 +228,8 @@ TEST_F(TvSources, SourceCommand) {
                               R"("connected":true,"signal":false},)"))
       << all;
   expect_words(all,
-               {R"({"number":2,"name":"HDMI 1","label":"none","blocked":false,"connected":true,"signal":true})",
+               {R"({"number":2,"name":"HDMI 1","label":"none","blocked":false,"connected":true,"signal":false,)"
+                R"("device":"AV Amplifier"})",
                 R"({"number":4,"name":"HDMI 3","label":"none","blocked":false,"connected":false,"signal":false})"});
   expect_done(run({"source", "hdmi 2"}));
   EXPECT_EQ(current(), "HDMI 2");
@@ -236,7 +237,10 @@ TEST_F(TvSources, SourceCommand) {
   expect_done(run({"source", "Films", "label", "disc player"}));
   EXPECT_EQ(run({"source", "Films"}),
             R"({"number":3,"name":"HDMI 2","viewers_name":"Films","label":"disc player","blocked":false,)"
-            R"("connected":true,"signal":true})");
+            R"("connected":true,"signal":false,"device":"Disc Player"})")
+      << "a device in standby sends no picture";
+  run({"cec", "play", "player"});
+  expect_words(run({"source", "Films"}), {R"("signal":true)"});
   EXPECT_EQ(place(), "null Films");
   expect_done(run({"source", "3", "label", "8"}));
   EXPECT_EQ(label(3), 8);

@@ -8,6 +8,7 @@
 #include "rooms/tuner/tuner.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/json.hpp>
 #include <cstring>
 #include <mutex>
@@ -84,7 +85,19 @@ std::optional<Channel> wanted_channel() {
   return channel;
 }
 
+// Keeps the channel in the configuration as the latest one of its tuner. A value that stays the same is not written.
+void note_latest(const Channel& channel) {
+  constexpr std::array kLatest = {"g_misc__air_channel_id", "g_misc__cab_channel_id", "g_misc__sat_channel_id"};
+  const auto tuner = static_cast<std::size_t>(channel.medium) - static_cast<std::size_t>(Medium::kAir);
+  if (tuner >= kLatest.size()) return;
+  const auto id = static_cast<INT32>(channel.id);  // the bits of an identifier beyond INT32_MAX
+  config_set(kLatest[tuner], id);
+  config_set("g_misc__misc_ocl_channel_id", id);
+  config_set("g_misc__dtv_tuner_type", static_cast<INT32>(tuner));
+}
+
 void report_result(const Channel& channel, ChangeResult result) {
+  note_latest(channel);
   const std::lock_guard guard(state.lock);
   if (state.callback == nullptr) return;
   events_post([callback = state.callback, tag = state.callback_tag, list = channel.list, id = channel.id, result] {
@@ -118,8 +131,10 @@ bool choose(const Channel& channel) {
   return true;
 }
 
-// Shows the channel. Returns why not; empty: the change has begun.
+// Shows the channel. Returns why not; empty: the change has begun. A set in standby has no picture, so the change would
+// have no result.
 std::string tune(const Channel& channel) {
+  if (!remote_is_on()) return "the set is in standby";
   const int source = is_satellite(channel) ? kSourceSatellite : kSourceTv;
   if (source != sources_current() && sources_is_blocked(source)) return sources_name(source) + " is blocked";
   return sources_choose_tuner(is_satellite(channel)) && choose(channel) ? "" : kNotSaved;

@@ -9,18 +9,19 @@
 #include <vector>
 
 #include "broadcast/tables.h"
+#include "core/contract.h"
 #include "rooms/channels/channels.h"
 
-// Results of a channel change, as the callback reports them (pv_arg2).
+// Results of a channel change, as the callback reports them.
 enum class ChangeResult : std::int32_t {
-  kPicture = 0,
-  kNoSignal = 1,
-  kScrambled = 2,
-  kBlockedChannel = 3,  // until the PIN is given
-  kBlockedEvent = 4,    // by its age rating, until the PIN is given
-  kAudioOnly = 5,
-  kNoTuner = 6,  // recordings use all tuners
-  kNotFound = 7  // no such channel
+  kPicture = VEXTVAPI_BROADCAST_RESULT_PICTURE,
+  kNoSignal = VEXTVAPI_BROADCAST_RESULT_NO_SIGNAL,
+  kScrambled = VEXTVAPI_BROADCAST_RESULT_SCRAMBLED,
+  kBlockedChannel = VEXTVAPI_BROADCAST_RESULT_BLOCKED_CHANNEL,
+  kBlockedEvent = VEXTVAPI_BROADCAST_RESULT_BLOCKED_EVENT,
+  kAudioOnly = VEXTVAPI_BROADCAST_RESULT_AUDIO_ONLY,
+  kNoTuner = VEXTVAPI_BROADCAST_RESULT_NO_TUNER,
+  kNotFound = VEXTVAPI_BROADCAST_RESULT_NOT_FOUND
 };
 
 // The channel that was chosen last, whether or not it has a picture; nothing while the list is empty.

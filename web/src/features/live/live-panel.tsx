@@ -87,6 +87,14 @@ function setOpened(entry: Entry<LogValue>, on: boolean) {
   opened.value = next;
 }
 
+/** Of a member's text, so much is shown in a line. The raw text has all of it. */
+const lineCharacters = 300;
+
+function lineText(value: unknown): string {
+  const text = JSON.stringify(value);
+  return text.length > lineCharacters ? `${text.slice(0, lineCharacters)}…` : text;
+}
+
 function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabIndex: 0 | -1 }) {
   const { value } = entry;
   if ("warning" in value) {
@@ -99,10 +107,11 @@ function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabInde
   const { notification } = value;
   const body = isObject(notification) ? (notification["ITEMS"] ?? notification["PARAMETER"] ?? notification) : notification;
   const items = Array.isArray(body) ? body : [body];
+  const open = opened.value.has(entry);
   return (
     <details
       class="notification"
-      open={opened.value.has(entry)}
+      open={open}
       onToggle={(event) => setOpened(entry, event.currentTarget.open)}
     >
       <summary tabIndex={tabIndex}>
@@ -111,14 +120,14 @@ function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabInde
             {isObject(item)
               ? Object.entries(item).map(([key, member]) => (
                   <span class="arg" key={key}>
-                    <span class="j-key">{key}</span> <span class="j-number">{JSON.stringify(member)}</span>
+                    <span class="j-key">{key}</span> <span class="j-number">{lineText(member)}</span>
                   </span>
                 ))
-              : JSON.stringify(item)}
+              : lineText(item)}
           </span>
         ))}
       </summary>
-      <pre class="code">{JSON.stringify(notification)}</pre>
+      {open && <pre class="code">{JSON.stringify(notification)}</pre>}
     </details>
   );
 }
