@@ -223,8 +223,8 @@ static void measure_queries(sqlite3* database) {
   filter.end_time = now() + 3 * 3600;
   const Floor all =
       prepare(database,
-              "SELECT id, channel FROM event INDEXED BY by_time WHERE start < ? AND start > ? AND stop > ?"
-              " AND +categories = 16 ORDER BY start");
+              "SELECT id, channel FROM event INDEXED BY by_kind WHERE kind = 1 AND start < ? AND start > ? AND stop > ?"
+              " ORDER BY start");
   measure(
       "guide_filter_all_3_hours", kRoundsOfAll,
       [&](int) {
