@@ -10,7 +10,8 @@ namespace {
 constexpr std::int32_t kApplication = 0x47554400;
 
 // Most queries are about one channel, so events are stored by channel and time. by_kind has all that a filter over all
-// channels looks at, by kind_of and time. Long texts would make the pages of events few and large, so they have a table of their own.
+// channels looks at, by kind_of and time. Long texts would make the pages of events few and large, so they have a table
+// of their own.
 constexpr const char* kSteps[] = {
     "CREATE TABLE event (channel INTEGER NOT NULL, start INTEGER NOT NULL, stop INTEGER NOT NULL, id INTEGER NOT NULL,"
     " rank INTEGER NOT NULL, import INTEGER NOT NULL, flags INTEGER NOT NULL, age INTEGER NOT NULL,"
@@ -286,12 +287,12 @@ std::int64_t rows_count(Database& database) {
 
 bool row_put(Database& database, const GuideRow& row) {
   const std::int64_t flags = (row.captions ? kCaptions : 0) | (row.scrambled ? kScrambled : 0);
-  sqlite3_stmt* const event =
-      prepare(database,
-              "INSERT OR REPLACE INTO event (channel, start, stop, id, rank, import, flags, age, categories, kind, series,"
-              " title) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-              {row.channel, row.start, row.stop, row.id, static_cast<std::int64_t>(row.rank), row.import, flags,
-               row.age, static_cast<std::int64_t>(row.categories), kind_of(row), series_number(series_of(row))});
+  sqlite3_stmt* const event = prepare(
+      database,
+      "INSERT OR REPLACE INTO event (channel, start, stop, id, rank, import, flags, age, categories, kind, series,"
+      " title) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      {row.channel, row.start, row.stop, row.id, static_cast<std::int64_t>(row.rank), row.import, flags, row.age,
+       static_cast<std::int64_t>(row.categories), kind_of(row), series_number(series_of(row))});
   if (event == nullptr) return false;
   bind_text(event, 12, row.title);
   if (!database_run(event)) return false;
