@@ -1,28 +1,16 @@
 #include "core/background.h"
 
 #include <pthread.h>
-#include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstdlib>
+// On Linux a nice value is a thread's own, and anybody may raise it. A thread of this value gets a tenth of what a
+// usual one gets when both want the same processor, and is interrupted at once when a usual one wakes up. Not
+// SCHED_IDLE: on a busy machine a thread of that class may hardly run, also while it holds a lock for which a request
+// waits.
+static constexpr int kNice = 10;
 
 void background_begin(const char* name) {
   pthread_setname_np(pthread_self(), name);
-  if (const char* how = getenv("DTV_BG")) {
-    int n = atoi(how);
-    if (n >= 0 && n < 20) setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), n);
-    sched_param p{};
-    if (n == 100) sched_setscheduler(0, SCHED_IDLE, &p);
-    if (n == 101) sched_setscheduler(0, SCHED_BATCH, &p);
-    if (n == 102) {
-      setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 10);
-      sched_setscheduler(0, SCHED_BATCH, &p);
-    }
-    if (n == 103) {
-      setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 19);
-      sched_setscheduler(0, SCHED_BATCH, &p);
-    }
-    return;
-  }
+  setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);  // where it fails, the thread is a usual one
 }

@@ -224,8 +224,7 @@ boost::json::object begin_scan(Medium medium, bool update) {
     return reply_error("the machine has no thread left for a scan");
   }
   boost::json::object answer = shown(state.scan);
-  reply_watch(answer,
-              {.words = {"scan"}, .cancel = {"scan", "cancel"}, .shows = {"multiplex", "multiplexes", "services"}});
+  reply_watch(answer, {.words = {"scan"}, .cancel = {"scan", "cancel"}, .shows = {"multiplex", "services"}});
   return answer;
 }
 

@@ -274,7 +274,7 @@ boost::json::object update(Arguments words) {
   reply_watch(answer, {.words = {"guide"},
                        .member = "update",
                        .cancel = {"guide", "update", "cancel"},
-                       .shows = {"multiplex", "multiplexes", "events"}});
+                       .shows = {"multiplex", "events"}});
   return answer;
 }
 

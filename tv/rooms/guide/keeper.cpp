@@ -61,7 +61,7 @@ Keeper& keeper = *new Keeper;
 bool share(Database& writer, Database& ret_reader, std::string& ret_error) {
   constexpr const char* kShared =
       "PRAGMA journal_mode=DELETE; PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
-      "PRAGMA cache_size=-8000; PRAGMA journal_size_limit=16777216; PRAGMA temp_store=MEMORY";
+      "PRAGMA cache_size=-20000; PRAGMA journal_size_limit=16777216; PRAGMA temp_store=MEMORY";
   sqlite3* handle = nullptr;
   const bool opened = database_execute(writer.handle, kShared) == SQLITE_OK &&
                       sqlite3_open_v2(keeper.path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
@@ -148,6 +148,7 @@ ImportEnd run_import(const std::string& path) {
         return import_run(database, path, room, keeper.cancelled, ret_changes, error);
       },
       changes);
+  sqlite3_db_release_memory(keeper.writer.handle);  // the cache of an import: its indexes are filled in no order
   if (kept) {
     window_changes(changes, VEXTVAPI_EVENT_REASON_IMPORT);
     return {"done"};
