@@ -70,7 +70,7 @@ std::int64_t antenna_time_shift(std::uint16_t network, std::uint16_t stream);
 struct VisitsReport {
   std::string state = "none";  // running, done, cancelled, failed
   std::string error = {};
-  std::size_t multiplex = 0;   // visits that are over, of multiplexes
+  std::size_t multiplex = 0;  // visits that are over, of multiplexes
   std::size_t multiplexes = 0;
   std::size_t skipped = 0;   // without a tuner for them, or cut short because a viewer or a recording needed it
   std::uint64_t events = 0;  // in the sections that the guide was given

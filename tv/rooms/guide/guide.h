@@ -25,8 +25,8 @@ struct GuideEvent {
 // Takes a section of events. shift: added to its times (antenna_time_shift). Any thread, without a lock.
 void guide_take(const Eit& eit, std::int64_t shift);
 
-// Sections that were taken and are not written yet. Who reads a file faster than a broadcast comes waits while they are
-// many: when kMostWaitingSections wait, the oldest is dropped.
+// The number of sections that were taken and are not written yet. A caller that reads faster than a broadcast comes
+// waits while they are many: the queue has a bound, beyond which the oldest are dropped.
 std::size_t guide_waiting();
 
 // The event that runs at that time, and the first that begins after it.
