@@ -170,7 +170,8 @@ const ChannelNames& channel_names() {
   if (names.changes == changes) return names;
   names.changes = changes;
   names.by_key.clear();
-  for (const Channel& channel : channels_all()) names.by_key.try_emplace(packed(channel.key), channel.id, channel.list);
+  for (const Channel& channel : channels_all())
+    names.by_key.try_emplace(packed(channel.key), ChannelNames::Name{.id = channel.id, .list = channel.list});
   return names;
 }
 
