@@ -52,7 +52,9 @@ TARGETS = {
     "guide_present": (AT_MOST, 3),
     "guide_range_3_hours": (AT_MOST, 3),
     "guide_filter_channel_day": (AT_MOST, 3),
-    "guide_filter_all_3_hours": (AT_MOST, 3),
+    "guide_filter_all_3_hours": (AT_MOST, 1000, "us"),
+    "guide_filter_all_first_1024": (AT_MOST, 1000, "us"),
+    "guide_start_with_300000_events": (AT_MOST, 0.3, "s"),
     "notify_single": (AT_MOST, 4),
     "notify_queued_empty": (AT_MOST, 5),
     "notify_appended": (AT_MOST, 5),
@@ -74,13 +76,14 @@ TARGETS = {
     "host_25_gets_wakeups": (AT_MOST, 150, "/s"),
     "host_memory_per_websocket": (AT_MOST, 16, "KiB"),
     "host_get_p99_beside_sets": (AT_MOST, 1.5),
-    "host_get_p99_beside_scan": (AT_MOST, 3),
+    "host_get_p99_beside_scan": (AT_MOST, 1000, "us"),
     "host_no_tap_idle_cpu": (AT_MOST, 1, "%"),
     "host_no_tap_notification_p99": (AT_MOST, 2000, "us"),
 }
 
 
 MULTIPLEXES = 100
+SCAN_PAUSE = 0.1  # seconds from one start of a scan to the next attempt: starting a program costs more than a scan
 MULTIPLEX_PACKETS = 16000  # 3 MB: read to the end, since its tables do not say everything
 
 
@@ -365,26 +368,38 @@ class Bench:
         self.add_medians("host_changing_set_p50", "us", "p50", sets, [])
 
     def measure_beside_scan(self):
-        """A client's gets while the set scans; the floor: gets without a scan."""
+        """A client's gets while the set scans; the floor: gets without a scan, beside the same program that asks only."""
         folder = self.scratch / "antenna"
         folder.mkdir()
         for stream in range(1, MULTIPLEXES + 1):
             (folder / f"{stream}.ts").write_bytes(multiplex(stream))
         alone, beside, scans = [], [], 0
         with self.host("scan", "--antenna", folder) as host:
-            words = [str(word) for word in (self.bin / "dtvctl", "--host", f"127.0.0.1:{host.port}", "--state",
-                                            self.scratch / "scan", "tv", "scan", "all")]
-            for _ in range(ROUNDS):
-                alone.append(self.gets(host, 1, 1, 0.4))
-                gets = {}
-                client = threading.Thread(target=lambda: gets.update(self.gets(host, 1, 1, 0.4)))
+            dtvctl = [str(word) for word in (self.bin / "dtvctl", "--host", f"127.0.0.1:{host.port}", "--state",
+                                             self.scratch / "scan", "--no-wait", "tv", "scan")]
+
+            def gets_beside(words):
+                """The figures of gets, and how often the program succeeded meanwhile."""
+                gets, succeeded = {}, 0
+                client = threading.Thread(target=lambda: gets.update(self.gets(host, 1, 1, 0.8)))
                 client.start()
                 while client.is_alive():  # one scan after the other; while one runs, another is refused
-                    scans += subprocess.run(words, capture_output=True, timeout=30).returncode == 0
+                    succeeded += subprocess.run(words, capture_output=True, timeout=30).returncode == 0
+                    time.sleep(SCAN_PAUSE)
                 client.join()
                 if not gets:
                     raise Failed("the gets beside a scan fail")
+                return gets, succeeded
+
+            for _ in range(ROUNDS):
+                gets, _ = gets_beside(dtvctl)
+                alone.append(gets)
+                gets, begun = gets_beside([*dtvctl, "all"])
                 beside.append(gets)
+                scans += begun
+                while json.loads(subprocess.run([*dtvctl, "--json"], capture_output=True, timeout=30,
+                                                check=True).stdout)["state"] == "running":
+                    time.sleep(SCAN_PAUSE)
         if scans < ROUNDS:
             raise Failed(f"only {scans} scans ran in {ROUNDS} rounds")
         for part in ("p50", "p99"):

@@ -144,7 +144,45 @@ json::array television_words(ShellWords words) {
   return sent;
 }
 
+std::string cell(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  if (value == nullptr || value->is_null()) return "";
+  return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
+}
+
+// Prints the usage of one command from the list of all: the set's own help does not know the tap's.
+int show_usage(const Options& options, Session& session, const std::string& name, Failure& ret_failure) {
+  std::string answer;
+  json::value help;
+  if (!session.call("tv", R"({"words":["help"]})", answer, ret_failure)) return ret_failure.exit_code;
+  const json::value* rows =
+      json_parse(answer, help) && help.is_object() ? help.get_object().if_contains("commands") : nullptr;
+  if (rows == nullptr || !rows->is_array()) {
+    ret_failure = {kExitProtocol, "the set's help is not a list of commands"};
+    return ret_failure.exit_code;
+  }
+  bool any = false;
+  for (const json::value& row : rows->get_array()) {
+    if (!row.is_object() || cell(row.get_object(), "name") != name) continue;
+    if (options.json) {
+      print_line(json::serialize(row));
+    } else {
+      if (any) print_line("");
+      const std::string arguments = printable(cell(row.get_object(), "arguments"));
+      print_line("Usage: dtvctl tv " + printable(name) + (arguments.empty() ? "" : " ") + arguments);
+      print_line("");
+      print_line(printable(cell(row.get_object(), "help")));
+    }
+    any = true;
+  }
+  if (any) return kExitOk;
+  ret_failure = {kExitRefused, "there is no command " + json_text(name)};
+  explain_unknown(session, name, ret_failure);
+  return ret_failure.exit_code;
+}
+
 int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
+  if (words.size() == 2 && words[1] == "--help") return show_usage(options, session, words[0], ret_failure);
   if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
   const json::object params{{"words", television_words(words)}};
   std::string answer;
@@ -153,18 +191,18 @@ int run_tv(const Options& options, Session& session, ShellWords words, Failure& 
     return ret_failure.exit_code;
   }
   json::value value;
+  if (!json_parse(answer, value) || !value.is_object()) value = json::object();
+  json::object& reply = value.get_object();
+  const json::value* const watch = reply.if_contains("watch");
+  if (options.wait && watch != nullptr && watch->is_object())
+    return follow_action(options, session, watch->get_object(), ret_failure);
   if (options.json) {
     print_line(answer);
-  } else if (json_parse(answer, value) && value.is_object()) {
-    print_object(value.get_object());
+  } else {
+    reply.erase("watch");  // for programs
+    print_object(reply);
   }
   return kExitOk;
-}
-
-std::string cell(const json::object& row, std::string_view key) {
-  const json::value* value = row.if_contains(key);
-  if (value == nullptr || value->is_null()) return "";
-  return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
 }
 
 // The identifier in the form that the documentation uses.
@@ -337,7 +375,12 @@ std::string check_trace(ShellWords words) {
   return check_inner_command(command);
 }
 
-std::string check_tv(ShellWords words) { return words.empty() ? "which command? \"dtvctl tv help\" lists them" : ""; }
+std::string check_tv(ShellWords words) {
+  if (words.empty()) return "which command? \"dtvctl tv help\" lists them";
+  if (words.size() == 2 && words[0] == "screen" && words[1].starts_with('-'))
+    return "the file \"" + words[1] + "\" would look like an option; to write it, give ./" + words[1];
+  return "";
+}
 
 std::string check_nothing(ShellWords) { return ""; }
 
@@ -352,7 +395,6 @@ constexpr Command kCommands[] = {
          "  dtvctl get /tv/cast/volume/volume\n"
          "  dtvctl --json get /tv/cast/volume/volume | jq .response.ITEMS[0].VALUE\n"
          "  dtvctl get /tv/menu/tuner/... '{\"REQUEST\":\"QUERY\",\"INDEX\":2}'\n",
-     .passes_words = false,
      .run = run_get,
      .check = check_uri},
     {.name = "set",
@@ -366,7 +408,6 @@ constexpr Command kCommands[] = {
          "  dtvctl set /tv/cast/volume/volume 23\n"
          "  dtvctl set /tv/cast/volume/mute VALUE=1\n"
          "  dtvctl set /tv/cast/volume/volume '{\"REQUEST\":\"MODIFY\",\"VALUE\":23}'\n",
-     .passes_words = false,
      .run = run_set,
      .check = check_uri},
     {.name = "watch",
@@ -378,7 +419,6 @@ constexpr Command kCommands[] = {
          "\n"
          "  dtvctl watch /tv/ws/notify/volume_ctrl\n"
          "  dtvctl watch --count 1 /tv/ws/notify/volume_ctrl -- tv volume up\n",
-     .passes_words = false,
      .run = run_watch,
      .check = check_watch},
     {.name = "list",
@@ -394,7 +434,6 @@ constexpr Command kCommands[] = {
          "  dtvctl list volume\n"
          "  dtvctl list --can get subtitle\n"
          "  dtvctl list --can notify\n",
-     .passes_words = false,
      .run = run_list,
      .check = check_nothing},
     {.name = "functions",
@@ -406,7 +445,6 @@ constexpr Command kCommands[] = {
          "describes it.\n"
          "\n"
          "  dtvctl functions volctrl\n",
-     .passes_words = false,
      .needs_set = false,
      .run = run_functions,
      .check = check_nothing},
@@ -420,27 +458,33 @@ constexpr Command kCommands[] = {
          "\n"
          "  dtvctl trace\n"
          "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
-     .passes_words = false,
      .run = run_trace,
      .check = check_trace},
     {.name = "tv",
      .arguments = "COMMAND...",
      .summary = "Acts on the virtual television as a viewer or its environment does",
-     .help = "The words are sent to the virtual television unchanged, except that a folder becomes an absolute path.\n"
-             "\"dtvctl tv help\" lists its commands. Faults can be set on any function of the TV API; \"dtvctl "
-             "functions\"\n"
-             "lists them.\n"
-             "\n"
-             "  dtvctl tv volume up\n"
-             "  dtvctl tv state\n"
-             "  dtvctl tv screen picture.jpg\n"
-             "  dtvctl tv stick insert ~/Pictures\n"
-             "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
-             "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
-             "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
-             "  dtvctl tv faults\n"
-             "  dtvctl tv fault --clear\n",
-     .passes_words = true,
+     .help =
+         "The words are sent to the virtual television unchanged, except that a path becomes an absolute one.\n"
+         "\"dtvctl tv help\" lists its commands, \"dtvctl tv COMMAND --help\" explains one. Words that begin with "
+         "\"-\"\n"
+         "are options of dtvctl; behind \"--\" they are the television's, and a file -x is given as ./-x.\n"
+         "\n"
+         "A scan, an import of a guide and an update of the guide go on after the command. dtvctl shows how far they\n"
+         "are, waits for the end and prints the result; Ctrl-C cancels them. With --json it prints only the result,\n"
+         "with --no-wait it returns when they have begun.\n"
+         "\n"
+         "Faults can be set on any function of the TV API; \"dtvctl functions\" lists them.\n"
+         "\n"
+         "  dtvctl tv volume up\n"
+         "  dtvctl tv state\n"
+         "  dtvctl tv scan all\n"
+         "  dtvctl tv screen picture.jpg\n"
+         "  dtvctl tv stick insert ~/Pictures\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
+         "  dtvctl tv faults\n"
+         "  dtvctl tv fault --clear\n",
      .run = run_tv,
      .check = check_tv},
 };

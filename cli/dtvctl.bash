@@ -43,8 +43,8 @@ _dtvctl_tv_words() {  # WORD...: what may come after these words of a command of
 
 _dtvctl() {
   local commands='get set watch list functions trace tv'
-  local options='--host --local --state --json --count --for --can --timeout --help --version'
-  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 inner='' i
+  local options='--host --local --state --json --no-wait --count --for --can --timeout --help --version'
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 inner='' fault='' i
 
   case $previous in
     --state) COMPREPLY=($(compgen -d -- "$current")); return ;;
@@ -54,19 +54,24 @@ _dtvctl() {
   esac
 
   # The command, and how many words of it stand before the cursor. Behind "--" in watch and trace another one begins;
-  # no word behind it is an option.
+  # no word behind it is an option, and none behind "tv fault".
   for ((i = 1; i < COMP_CWORD; ++i)); do
     case ${COMP_WORDS[i]} in
       --)
-        if [[ -z $inner && $command == @(watch|trace) ]]; then commands='get set tv' command='' first=0; fi
+        if [[ -z $inner && $command == @(watch|trace) ]]; then commands='get set tv' command='' first=0 fault=''; fi
         inner=yes ;;
-      --host | --state | --count | --for | --can | --timeout) [[ $command == tv || -n $inner ]] || ((++i)) ;;
+      --host | --state | --count | --for | --can | --timeout) [[ $command$fault == tvyes || -n $inner ]] || ((++i)) ;;
       -*) ;;
-      *) if [[ -z $command ]]; then command=${COMP_WORDS[i]} first=$i; fi ;;
+      *)
+        if [[ -z $command ]]; then
+          command=${COMP_WORDS[i]} first=$i
+        elif ((i == first + 1)) && [[ ${COMP_WORDS[i]} == fault ]]; then
+          fault=yes
+        fi ;;
     esac
   done
 
-  if [[ $current == -* && $command != tv ]]; then
+  if [[ $current == -* && $command$fault != tvyes ]]; then
     [[ -z $inner ]] && COMPREPLY=($(compgen -W "$options" -- "$current"))
     return
   fi

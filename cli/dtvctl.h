@@ -32,6 +32,7 @@ struct Options {
   std::string state;  // empty: the default folder
   std::string token;  // from the environment; empty: none
   bool json = false;
+  bool wait = true;                   // tv: for the end of what the command has begun
   double timeout = 30;                // seconds that an answer may take
   std::optional<std::int64_t> count;  // lines of watch and trace
   std::optional<double> seconds;      // duration of watch and trace
@@ -86,7 +87,6 @@ struct Command {
   std::string_view arguments;
   std::string_view summary;
   std::string_view help;
-  bool passes_words;      // the words after the name are not read as options
   bool needs_set = true;  // false: run gets a closed session
   int (*run)(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
   // Checks the words before the session is opened. Returns what is wrong, or an empty text.
@@ -100,6 +100,12 @@ std::span<const Command> commands();
 // Saves the screen's picture in the file, which is overwritten, and prints the set's reply with the picture's size in
 // bytes in place of the picture.
 int save_screen(const Options& options, Session& session, const std::string& file, Failure& ret_failure);
+
+// ---- watched.cpp ----
+
+// Follows what a television's command has begun, as the member "watch" of its reply says, until it is over. Shows how
+// far it is, and prints how it ended. Ctrl-C and SIGTERM cancel it; the program then ends by that signal.
+int follow_action(const Options& options, Session& session, const boost::json::object& watch, Failure& ret_failure);
 
 // ---- follow.cpp ----
 

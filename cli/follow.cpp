@@ -103,7 +103,9 @@ int follow(const Options& options, Session& session, ShellWords command, std::st
     const auto inner = std::ranges::find(commands(), command[0], &Command::name);
     std::FILE* const lines = output;  // only the followed lines; the command's own answer goes to stderr
     output = stderr;
-    result = inner->run(options, session, command.subspan(1), ret_failure);
+    Options once = options;
+    once.wait = false;  // what it begins is followed here, by its notifications or calls
+    result = inner->run(once, session, command.subspan(1), ret_failure);
     output = lines;
     if (result > kExitRefused) return result;
     if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);

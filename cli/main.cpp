@@ -60,6 +60,11 @@ constexpr OptionRow kOptions[] = {
      }},
     {"--json", "", "JSON lines instead of tables",
      [](const std::string&, Options& options) { return options.json = true; }},
+    {"--no-wait", "", "tv: return when a scan, an import or an update has begun",
+     [](const std::string&, Options& options) {
+       options.wait = false;
+       return true;
+     }},
     {"--count", "N", "watch, trace: end after N lines", read_count},
     {"--for", "SECONDS", "watch, trace: end after this time",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
@@ -76,14 +81,15 @@ constexpr OptionRow kOptions[] = {
 
 constexpr std::string_view kAfterExitCodes =
     "\n"
-    "Ctrl-C ends watch and trace.\n"
+    "Ctrl-C ends watch and trace, and cancels a scan, an import or an update of tv.\n"
     "\n"
     "A host requires its token for control commands (tv), and with --require-token for everything. dtvctl takes the\n"
     "token from the file \"token\" in the folder of --state, else from the variable DTV_TOKEN, else from the default\n"
     "state folder. To a host on another machine it sends the token, in clear text, only with --state or DTV_TOKEN.\n"
     "\n"
-    "Colours are used only on a terminal, and not with NO_COLOR. Options may precede or follow a command's words; all\n"
-    "words after tv are the television's. The Tab key completes words after \"source cli/dtvctl.bash\"; \"make "
+    "Colours are used only on a terminal, and not with NO_COLOR. Options may precede or follow a command's words;\n"
+    "words after -- are never options, nor are those after tv fault. The Tab key completes words after \"source "
+    "cli/dtvctl.bash\"; \"make "
     "install\"\n"
     "puts that file where bash finds it.\n"
     "\n"
@@ -180,11 +186,16 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
       return Parsed::kWrong;
     }
     const Command* const command = ret_invocation.command;
-    const bool passes = command != nullptr && command->passes_words &&
-                        (!ret_invocation.words.empty() || word != "-h") &&
-                        (!ret_invocation.words.empty() || word != "--help");
+    const bool is_tv = command != nullptr && command->name == "tv";
+    // The only command of the television with options of its own. A shell's user asks for its help all the same.
+    const bool passes = is_tv && !ret_invocation.words.empty() && ret_invocation.words[0] == "fault" &&
+                        word != "--help" && word != "-h";
     if (!behind_dashes && !passes && is_option(word)) {
       const Parsed parsed = take_option(arguments, i, ret_invocation.options, ret_wrong);
+      if (parsed == Parsed::kHelp && is_tv && !ret_invocation.words.empty()) {
+        ret_invocation.words = {ret_invocation.words[0], "--help"};
+        return Parsed::kRun;
+      }
       if (parsed != Parsed::kRun) return parsed;
       continue;
     }
@@ -198,7 +209,7 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
       continue;
     }
     if (word == "--") behind_dashes = true;
-    const bool keeps_dashes = command->name == "watch" || command->name == "trace" || command->passes_words;
+    const bool keeps_dashes = command->name == "watch" || command->name == "trace";
     if (word != "--" || keeps_dashes) ret_invocation.words.push_back(word);
   }
   if (ret_invocation.command == nullptr) {

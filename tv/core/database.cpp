@@ -78,14 +78,24 @@ bool migrate(sqlite3* handle, const DatabaseLayouts& layouts, std::int64_t layou
   return database_mark(handle, layouts);
 }
 
-Found connect_and_migrate(const std::string& path, const DatabaseLayouts& layouts, sqlite3*& ret_handle) {
+Found connect_and_migrate(const std::string& path, const DatabaseLayouts& layouts, DatabaseCheck check,
+                          sqlite3*& ret_handle) {
   std::int64_t layout = 0;
-  if (Found found = database_connect(path, layouts, ret_handle, layout); found.finding != Finding::kFine) return found;
+  if (Found found = database_connect(path, layouts, check, ret_handle, layout); found.finding != Finding::kFine)
+    return found;
   if (layout == static_cast<std::int64_t>(layouts.steps.size())) return {};
   if (database_execute(ret_handle, "BEGIN IMMEDIATE") != SQLITE_OK || !migrate(ret_handle, layouts, layout) ||
       database_execute(ret_handle, "COMMIT") != SQLITE_OK) {
     return {Finding::kProblem, sqlite3_errmsg(ret_handle)};  // a step is wrong, or the disk is full; the file is intact
   }
+  return {};
+}
+
+// Reads the whole file.
+Found check_whole(sqlite3* handle) {
+  Rows check;
+  if (!read_texts(handle, "PRAGMA quick_check(1)", check)) return database_error(handle);
+  if (check != Rows{{"ok"}}) return {Finding::kDamage, check.empty() ? "it cannot be checked" : check[0][0]};
   return {};
 }
 
@@ -121,8 +131,8 @@ bool database_mark(sqlite3* handle, const DatabaseLayouts& layouts) {
   return database_execute(handle, marks.c_str()) == SQLITE_OK;
 }
 
-Found database_connect(const std::string& path, const DatabaseLayouts& layouts, sqlite3*& ret_handle,
-                       std::int64_t& ret_layout) {
+Found database_connect(const std::string& path, const DatabaseLayouts& layouts, DatabaseCheck check,
+                       sqlite3*& ret_handle, std::int64_t& ret_layout) {
   struct stat info {};
   if (stat(path.c_str(), &info) == 0) {
     if (!S_ISREG(info.st_mode)) return {Finding::kProblem, "it is not a regular file"};
@@ -145,9 +155,9 @@ Found database_connect(const std::string& path, const DatabaseLayouts& layouts, 
   }
   std::int64_t layout = 0;
   if (Found found = read_layout(handle, layouts, layout); found.finding != Finding::kFine) return found;
-  Rows check;
-  if (!read_texts(handle, "PRAGMA quick_check(1)", check)) return database_error(handle);
-  if (check != Rows{{"ok"}}) return {Finding::kDamage, check.empty() ? "it cannot be checked" : check[0][0]};
+  const bool is_newest = layout == static_cast<std::int64_t>(layouts.steps.size());
+  if (check == DatabaseCheck::kWhole || !is_newest)
+    if (Found found = check_whole(handle); found.finding != Finding::kFine) return found;
   if (database_execute(handle, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL") != SQLITE_OK) {
     return database_error(handle);
   }
@@ -175,27 +185,41 @@ std::string database_set_aside(const std::string& path) {
   return aside;
 }
 
+bool database_is_whole(Database& database, bool (*ends)(), std::string& ret_why) {
+  constexpr int kSteps = 1000;  // of SQLite's, from one call of `ends` to the next
+  sqlite3_progress_handler(
+      database.handle, kSteps, [](void* asks) { return (*static_cast<bool (**)()>(asks))() ? 1 : 0; }, &ends);
+  const Found found = check_whole(database.handle);
+  sqlite3_progress_handler(database.handle, 0, nullptr, nullptr);
+  if (found.finding != Finding::kDamage) return true;
+  ret_why = found.why;
+  return false;
+}
+
+bool database_discard(const std::string& path, Database& database, const std::string& why) {
+  database.statements.clear();
+  if (database.handle != nullptr)
+    sqlite3_db_config(database.handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // leaves the file unchanged
+  database_close(database);
+  const std::string aside = database_set_aside(path);
+  if (aside.empty()) return false;
+  std::fprintf(stderr, "dtv_tv: %s is damaged (%s); it was kept as %s, and a new one is made\n", path.c_str(),
+               why.c_str(), aside.c_str());
+  return true;
+}
+
 bool database_open(const std::string& path, const DatabaseLayouts& layouts, Database& ret_database,
-                   std::string& ret_error) {
-  sqlite3* handle = nullptr;
-  Found found = connect_and_migrate(path, layouts, handle);
-  if (found.finding == Finding::kDamage) {
-    if (handle != nullptr)
-      sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // leaves the file unchanged
-    sqlite3_close(handle);
-    handle = nullptr;
-    if (const std::string aside = database_set_aside(path); !aside.empty()) {
-      std::fprintf(stderr, "dtv_tv: %s is damaged (%s); it was kept as %s, and a new one is made\n", path.c_str(),
-                   found.why.c_str(), aside.c_str());
-      found = connect_and_migrate(path, layouts, handle);
-    }
-  }
+                   std::string& ret_error, DatabaseCheck check) {
+  Database database;
+  Found found = connect_and_migrate(path, layouts, check, database.handle);
+  if (found.finding == Finding::kDamage && database_discard(path, database, found.why))
+    found = connect_and_migrate(path, layouts, check, database.handle);
   if (found.finding != Finding::kFine) {
     ret_error = "cannot use " + path + ": " + found.why;
-    sqlite3_close(handle);
+    database_close(database);
     return false;
   }
-  ret_database = {.handle = handle, .statements = {}};
+  ret_database = std::move(database);
   return true;
 }
 

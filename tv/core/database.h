@@ -40,13 +40,25 @@ struct Found {
   std::string why = {};
 };
 
+// What is checked when a file is opened. kHead: its header, its layout and its tables' definitions, which takes the
+// same time for a file of any size; the room has the rest checked later, by database_is_whole on a thread of its own. A
+// file that is to be migrated is always checked as a whole.
+enum class DatabaseCheck { kWhole, kHead };
+
 // ---- For a room ----
 
 // Opens or creates the database at the path, and migrates it to the newest layout in one transaction. Renames a damaged
 // file, reports that on stderr and creates a new one. Returns false with ret_error if the file cannot be used: another
 // process has it open, it is not writable, or a newer version of the set created it.
 bool database_open(const std::string& path, const DatabaseLayouts& layouts, Database& ret_database,
-                   std::string& ret_error);
+                   std::string& ret_error, DatabaseCheck check = DatabaseCheck::kWhole);
+
+// Reads the whole file. False with ret_why if it is damaged. `ends` is called now and then; true ends the check, which
+// then returns true.
+bool database_is_whole(Database& database, bool (*ends)(), std::string& ret_why);
+
+// Closes the damaged database, renames its file, and reports that on stderr. False: the file could not be renamed.
+bool database_discard(const std::string& path, Database& database, const std::string& why);
 
 // Finalizes the statements and closes the file. Does nothing if the database is not open.
 void database_close(Database& database);
@@ -62,8 +74,8 @@ bool database_run(sqlite3_stmt* statement);
 
 // Opens the file; does not change a damaged one. ret_layout: 0 for an empty database. ret_handle may be set after a
 // failure too; the caller closes it.
-Found database_connect(const std::string& path, const DatabaseLayouts& layouts, sqlite3*& ret_handle,
-                       std::int64_t& ret_layout);
+Found database_connect(const std::string& path, const DatabaseLayouts& layouts, DatabaseCheck check,
+                       sqlite3*& ret_handle, std::int64_t& ret_layout);
 
 // Writes the newest layout's user_version and application_id, in the caller's transaction.
 bool database_mark(sqlite3* handle, const DatabaseLayouts& layouts);

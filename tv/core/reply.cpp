@@ -1,6 +1,7 @@
 #include "core/reply.h"
 
 #include <algorithm>
+#include <boost/json/array.hpp>
 #include <cctype>
 #include <cstdio>
 #include <utility>
@@ -29,6 +30,17 @@ boost::json::object reply_see_log(std::string_view what) {
 }
 
 boost::json::object reply_not_kept() { return reply_see_log("the change could not be saved"); }
+
+void reply_watch(boost::json::object& reply, const Watch& watch) {
+  const auto list = [](const std::vector<std::string_view>& words) {
+    return boost::json::array(words.begin(), words.end());
+  };
+  boost::json::object shown{{"words", list(watch.words)}};
+  if (!watch.member.empty()) shown["member"] = watch.member;
+  shown["cancel"] = list(watch.cancel);
+  shown["shows"] = list(watch.shows);
+  reply["watch"] = std::move(shown);
+}
 
 INT32 refuse_call(const char* function, const std::string& why) {
   std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());

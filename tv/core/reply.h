@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/contract.h"
 
@@ -25,6 +26,18 @@ boost::json::object reply_see_log(std::string_view what);
 
 // For a change that the store has not saved.
 boost::json::object reply_not_kept();
+
+// How a program follows an action that goes on after the reply to its command. The reply to the words, or that reply's
+// member, has "state" ("running" until the action is over), "percent" and "seconds".
+struct Watch {
+  std::vector<std::string_view> words;   // the command that shows the action
+  std::string_view member = {};          // empty: the reply itself
+  std::vector<std::string_view> cancel;  // the command that ends the action early
+  std::vector<std::string_view> shows;   // further members that tell people how far it is
+};
+
+// Adds it to the reply as the member "watch".
+void reply_watch(boost::json::object& reply, const Watch& watch);
 
 // Reports on stderr why a function of the TV API fails. Returns -1, for the function to return.
 INT32 refuse_call(const char* function, const std::string& why);

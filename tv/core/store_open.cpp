@@ -184,7 +184,9 @@ bool write_values(sqlite3* db, const StoredValues& values) {
 // Opens the database, reads its values, migrates it to the newest layout, and removes its damaged rows.
 Found read_database(const std::string& path, sqlite3*& ret_db, StoredValues& ret_values) {
   std::int64_t layout = 0;
-  if (Found found = database_connect(path, kLayouts, ret_db, layout); found.finding != Finding::kFine) return found;
+  if (Found found = database_connect(path, kLayouts, DatabaseCheck::kWhole, ret_db, layout);
+      found.finding != Finding::kFine)
+    return found;
   sqlite3* const db = ret_db;
   bool renew = layout != kLayout;
   if (layout != 0) {

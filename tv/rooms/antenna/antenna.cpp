@@ -1,5 +1,5 @@
 // The antenna's row: its commands, and the parts that it consists of. folder.h has the folder with its index,
-// receptions.h the tuners, scan.h the scan for services.
+// receptions.h the tuners, scan.h the scan for services, visits.h the visits for the guide.
 #include "rooms/antenna/antenna.h"
 
 #include <boost/json.hpp>
@@ -9,6 +9,7 @@
 #include "rooms/antenna/folder.h"
 #include "rooms/antenna/receptions.h"
 #include "rooms/antenna/scan.h"
+#include "rooms/antenna/visits.h"
 #include "rooms/guide/guide.h"
 
 namespace {
@@ -17,9 +18,11 @@ void start() {
   receptions_open(guide_take);
   scan_open();
   folder_start();
+  visits_open(guide_take);
 }
 
 void stop() {
+  visits_close();
   scan_close();
   folder_stop();
   receptions_close();
@@ -27,6 +30,7 @@ void stop() {
 
 bool reset() {
   scan_cancel();
+  visits_cancel();
   return folder_reset();
 }
 

@@ -64,3 +64,18 @@ ReceptionHandle reception_start(const ServiceKey& key, const ReceptionUser& user
 // guide_take. Times of a stream are shifted by whole minutes so that the stream's own clock, when the antenna was
 // loaded, was the set's. A stream whose clock was less than 26 hours away from the set's is not shifted.
 std::int64_t antenna_time_shift(std::uint16_t network, std::uint16_t stream);
+
+// The visits that fill the guide of the channels that nobody watches (visits.h). They happen by themselves; these
+// functions start a round of all multiplexes now. The caller holds no lock.
+struct VisitsReport {
+  std::string state = "none";  // running, done, cancelled, failed
+  std::string error = {};
+  std::size_t multiplex = 0;  // visits that are over, of multiplexes
+  std::size_t multiplexes = 0;
+  std::size_t skipped = 0;   // without a tuner for them, or cut short because a viewer or a recording needed it
+  std::uint64_t events = 0;  // in the sections that the guide was given
+  std::int64_t seconds = 0;
+};
+std::string visits_start();  // why it does not start; empty: it runs
+bool visits_cancel();        // ends the round soon; false: none runs
+VisitsReport visits_report();

@@ -1,7 +1,5 @@
 #include "rooms/antenna/folder.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <boost/json.hpp>
 #include <condition_variable>
@@ -11,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "core/background.h"
 #include "core/reply.h"
 #include "core/store.h"
 #include "dtv_tv.h"
@@ -93,7 +92,7 @@ void read_once(Guard& guard) {
 }
 
 void run_reader() {
-  pthread_setname_np(pthread_self(), "dtv_tv-antenna");
+  background_begin("dtv_tv-antenna");
   Guard guard(state.lock);
   while (state.open && state.done != state.wanted) read_once(guard);
   state.worker.runs = false;
@@ -333,6 +332,7 @@ boost::json::object folder_shown() {
   for (const TunerUse& use : receptions_use()) {
     boost::json::object tuner;
     if (use.users > 0) tuner = {{"file", file_name(use.path)}, {"users", use.users}};
+    if (!use.visited.empty()) tuner["guide_of"] = file_name(use.visited);
     tuners.push_back(std::move(tuner));
   }
   answer["multiplexes"] = std::move(multiplexes);

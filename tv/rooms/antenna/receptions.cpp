@@ -40,6 +40,8 @@ struct Tuners {
   bool open = false;
   EventTaker taker = nullptr;
   std::array<Tuner, kTuners> tuners;
+  const Tuner* visited = nullptr;  // the tuner of a visit; null: there is none
+  std::string visit;               // the path that it reads
   // The reception whose user's function a tuner runs, and the thread that runs it; null: none.
   std::array<std::pair<Reception*, std::thread::id>, kTuners> calling;
 };
@@ -217,8 +219,11 @@ ReceptionHandle receptions_add(const ReceptionSource& source, const ReceptionUse
     return !tuner.users.empty() && tuner.dropped.empty() && tuner.source.path == source.path;
   };
   auto tuner = std::ranges::find_if(state.tuners, receives);
+  const auto is_idle = [](const Tuner& each) { return each.users.empty(); };
   if (tuner == state.tuners.end())
-    tuner = std::ranges::find_if(state.tuners, [](const Tuner& each) { return each.users.empty(); });
+    tuner =
+        std::ranges::find_if(state.tuners, [&](const Tuner& each) { return is_idle(each) && &each != state.visited; });
+  if (tuner == state.tuners.end()) tuner = std::ranges::find_if(state.tuners, is_idle);
   if (tuner == state.tuners.end() || tuner->users.size() >= kMostUsers) return refuse(ReceptionRefusal::kNoTuner);
   if (tuner->users.empty()) {
     if (!worker_start(tuner->worker, [tuner] { run_tuner(*tuner); })) return refuse(ReceptionRefusal::kNoTuner);
@@ -257,10 +262,37 @@ void receptions_drop(const std::function<bool(const std::string& path)>& drops, 
   state.changed.notify_all();
 }
 
+bool receptions_visit_begin(const std::string& path) {
+  const std::lock_guard guard(state.lock);
+  const auto receives = [&path](const Tuner& tuner) { return !tuner.users.empty() && tuner.source.path == path; };
+  auto tuner = std::ranges::find_if(state.tuners, receives);
+  if (tuner == state.tuners.end())
+    tuner = std::ranges::find_if(state.tuners, [](const Tuner& each) { return each.users.empty(); });
+  if (!state.open || tuner == state.tuners.end()) return false;
+  state.visited = &*tuner;
+  state.visit = path;
+  return true;
+}
+
+bool receptions_visit_goes_on() {
+  const std::lock_guard guard(state.lock);
+  return state.open && state.visited != nullptr &&
+         (state.visited->users.empty() || state.visited->source.path == state.visit);
+}
+
+void receptions_visit_end() {
+  const std::lock_guard guard(state.lock);
+  state.visited = nullptr;
+  state.visit.clear();
+}
+
 std::array<TunerUse, kTuners> receptions_use() {
   std::array<TunerUse, kTuners> use;
   const std::lock_guard guard(state.lock);
-  for (std::size_t i = 0; i < use.size(); ++i)
-    if (!state.tuners[i].users.empty()) use[i] = {state.tuners[i].source.path, state.tuners[i].users.size()};
+  for (std::size_t i = 0; i < use.size(); ++i) {
+    const Tuner& tuner = state.tuners[i];
+    if (!tuner.users.empty()) use[i] = {.path = tuner.source.path, .users = tuner.users.size(), .visited = {}};
+    if (&tuner == state.visited) use[i].visited = state.visit;
+  }
   return use;
 }

@@ -41,9 +41,17 @@ ReceptionHandle receptions_add(const ReceptionSource& source, const ReceptionUse
 // Ends the receptions of these files: their tuners report `why` to their users as lost.
 void receptions_drop(const std::function<bool(const std::string& path)>& drops, const std::string& why);
 
+// A visit reads the multiplex with a tuner of its own thread's, one visit at a time: with the tuner that receives it
+// anyway, or with one that is idle. It has no claim to the tuner: receptions_add takes it as any other, the last of the
+// idle ones, and receptions_visit_goes_on is false from then on. The reader asks that between two chunks.
+bool receptions_visit_begin(const std::string& path);  // false: all tuners receive others
+bool receptions_visit_goes_on();
+void receptions_visit_end();  // also if none has begun
+
 struct TunerUse {
-  std::string path;  // empty: the tuner is free
+  std::string path;  // that it receives; empty: it is idle, or only a visit uses it
   std::size_t users = 0;
+  std::string visited;  // the path that a visit reads with it; empty: none does
 };
 
 std::array<TunerUse, kTuners> receptions_use();

@@ -144,6 +144,32 @@ TEST_F(AntennaReceptions, UsersOfAMultiplexShareATunerAndOthersNeedAnother) {
   EXPECT_EQ(d.lost.size(), 0u);
 }
 
+TEST_F(AntennaReceptions, AVisitGivesItsTunerAwayAtOnce) {
+  const std::string one = make(1), two = make(2), visited = make(3);
+  Listener a, b;
+  ASSERT_TRUE(receptions_visit_begin(visited));
+  EXPECT_TRUE(receptions_visit_goes_on());
+  EXPECT_EQ(receptions_use()[0].visited, visited);
+  ReceptionHandle first = start(one, a);
+  ASSERT_TRUE(first);
+  EXPECT_TRUE(receptions_visit_goes_on()) << "the other tuner was idle";
+  const ReceptionHandle second = start(two, b);
+  ASSERT_TRUE(second) << "whoever needs the tuner gets it";
+  EXPECT_FALSE(receptions_visit_goes_on());
+  EXPECT_TRUE(a.hears(1) && b.hears(1));
+  receptions_visit_end();
+  EXPECT_FALSE(receptions_visit_begin(visited)) << "both tuners receive others";
+  EXPECT_TRUE(receptions_visit_begin(two)) << "a tuner receives it anyway";
+  EXPECT_TRUE(receptions_visit_goes_on());
+  receptions_visit_end();
+  EXPECT_FALSE(receptions_visit_goes_on());
+  first.reset();
+  EXPECT_TRUE(receptions_visit_begin(visited));
+  receptions_close();
+  EXPECT_FALSE(receptions_visit_goes_on()) << "the set is off";
+  receptions_visit_end();
+}
+
 TEST_F(AntennaReceptions, ATunerHasABoundedNumberOfUsers) {
   const std::string path = make(1);
   std::vector<Listener> listeners(kMostUsers + 1);

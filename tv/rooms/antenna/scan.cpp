@@ -1,7 +1,5 @@
 #include "rooms/antenna/scan.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <boost/json.hpp>
@@ -14,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/background.h"
 #include "core/reply.h"
 #include "rooms/antenna/folder.h"
 #include "rooms/antenna/survey.h"
@@ -179,7 +178,7 @@ Phase scan_all(Medium medium, bool update) {
 }
 
 void run_scan() {
-  pthread_setname_np(pthread_self(), "dtv_tv-scan");
+  background_begin("dtv_tv-scan");
   std::unique_lock guard(state.lock);
   const Medium medium = state.scan.medium;
   const bool update = state.scan.update;
@@ -236,7 +235,9 @@ boost::json::object begin_scan(Medium medium, bool update) {
     state.scan = {};
     return reply_error("the machine has no thread left for a scan");
   }
-  return shown(state.scan);
+  boost::json::object answer = shown(state.scan);
+  reply_watch(answer, {.words = {"scan"}, .cancel = {"scan", "cancel"}, .shows = {"multiplex", "services"}});
+  return answer;
 }
 
 }  // namespace

@@ -66,8 +66,11 @@ TEST_F(TvScan, FindsTheServicesOfAllMedia) {
   make_three();
   make("bad.ts", {});
   EXPECT_TRUE(has(scan(), R"({"state":"none"})"));
-  EXPECT_TRUE(has(scan(R"(,"all")"), R"("state":"running","medium":"all","update":false)"));
+  const std::string begun = scan(R"(,"all")");
+  EXPECT_TRUE(has(begun, R"("state":"running","medium":"all","update":false)")) << begun;
+  EXPECT_TRUE(has(begun, R"("watch":{"words":["scan"],"cancel":["scan","cancel"],)")) << begun;
   const std::string done = scanned();
+  EXPECT_FALSE(has(done, "watch")) << "only the reply that begins it says how to follow it";
   EXPECT_TRUE(has(done, R"("state":"done")")) << done;
   EXPECT_TRUE(has(done, R"("percent":100,"frequencies":50,"multiplex":3,"multiplexes":3,"services":4)")) << done;
   EXPECT_TRUE(has(done, R"("messages":["bad.ts: it is empty"],"added":4,"changed":0,"removed":0)")) << done;

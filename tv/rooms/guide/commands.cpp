@@ -1,12 +1,14 @@
 // The command "guide": for people, and for the page. Every list has a bound, and says what it left out.
 #include <algorithm>
 #include <boost/json.hpp>
+#include <chrono>
 #include <filesystem>
 #include <map>
 
 #include "base/text.h"
 #include "core/reply.h"
 #include "core/room.h"
+#include "rooms/antenna/antenna.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/parts.h"
 #include "rooms/usb/root.h"
@@ -63,12 +65,21 @@ boost::json::array texts(const std::vector<std::string>& all) {
   return list;
 }
 
+// Of the file. 100 only at the end: behind the file's last line there is more to write.
+std::uint64_t percent_of(const ImportReport& report) {
+  if (report.state == "done") return 100;
+  return report.size == 0 ? 0 : std::min<std::uint64_t>(report.bytes * 100 / report.size, 99);
+}
+
 boost::json::object import_shown(const ImportReport& report) {
+  const auto end = report.state == "running" ? std::chrono::steady_clock::now() : report.end;
   boost::json::object shown{{"file", report.path},
                             {"state", report.state},
+                            {"percent", percent_of(report)},
                             {"bytes", report.bytes},
                             {"size", report.size},
-                            {"events", report.events}};
+                            {"events", report.events},
+                            {"seconds", std::chrono::duration_cast<std::chrono::seconds>(end - report.begin).count()}};
   if (report.past != 0) shown["past"] = report.past;
   if (report.kept != 0) shown["kept"] = report.kept;
   shown["matched"] = report.matched;
@@ -82,12 +93,25 @@ boost::json::object import_shown(const ImportReport& report) {
   return shown;
 }
 
+boost::json::object update_shown(const VisitsReport& report) {
+  boost::json::object shown{{"state", report.state},
+                            {"percent", report.multiplexes == 0 ? 0 : report.multiplex * 100 / report.multiplexes},
+                            {"multiplex", report.multiplex},
+                            {"multiplexes", report.multiplexes},
+                            {"events", report.events},
+                            {"seconds", report.seconds}};
+  if (report.skipped != 0) shown["skipped"] = report.skipped;
+  if (!report.error.empty()) shown["error_text"] = report.error;
+  return shown;
+}
+
 boost::json::object status() {
   const ImportReport report = import_report();  // read first, so that a finished import's events are counted
   const KeeperState state = keeper_state();
   boost::json::object shown{{"events", state.events}, {"channels", channels_count()}, {"waiting", state.waiting}};
   if (state.dropped != 0) shown["dropped"] = state.dropped;
   if (report.state != "none") shown["import"] = import_shown(report);
+  if (const VisitsReport visits = visits_report(); visits.state != "none") shown["update"] = update_shown(visits);
   return shown;
 }
 
@@ -97,9 +121,10 @@ std::optional<Channel> channel_or_error(std::string_view word, boost::json::obje
   const auto number = parse_number<std::uint32_t>(word);
   auto channel = number ? channels_by_number(*number) : std::nullopt;
   if (!channel) {
-    ret_error = number
-                    ? reply_error("there is no channel " + std::string(word))
-                    : reply_takes("guide", "a channel's number, now, range, event, search, import, map or clear", word);
+    ret_error =
+        number
+            ? reply_error("there is no channel " + std::string(word))
+            : reply_takes("guide", "a channel's number, now, range, event, search, import, update, map or clear", word);
   }
   return channel;
 }
@@ -232,7 +257,25 @@ boost::json::object import_file(Arguments words) {
   if (failed || !std::filesystem::is_regular_file(place.folder, failed))
     return reply_error(::quoted(path) + (failed ? ": " + failed.message() : " is not a regular file"));
   std::string error;
-  return keeper_import(place.folder, error) ? status() : reply_error(error);
+  if (!keeper_import(place.folder, error)) return reply_error(error);
+  boost::json::object answer = status();
+  reply_watch(answer,
+              {.words = {"guide"}, .member = "import", .cancel = {"guide", "import", "cancel"}, .shows = {"events"}});
+  return answer;
+}
+
+// Visits all multiplexes that a tuner is idle for.
+boost::json::object update(Arguments words) {
+  if (words.size() > 1 || (words.size() == 1 && words[0] != "cancel"))
+    return reply_takes("guide update", "cancel or no other word", words.back());
+  if (!words.empty()) return visits_cancel() ? status() : reply_error("no update of the guide runs");
+  if (std::string why = visits_start(); !why.empty()) return reply_error(std::move(why));
+  boost::json::object answer = status();
+  reply_watch(answer, {.words = {"guide"},
+                       .member = "update",
+                       .cancel = {"guide", "update", "cancel"},
+                       .shows = {"multiplex", "events"}});
+  return answer;
 }
 
 std::vector<GuideMapping> mappings() {
@@ -288,8 +331,8 @@ boost::json::object guide_command(std::span<const std::string_view> arguments) {
     std::string_view name;
     boost::json::object (*run)(Arguments words);
   };
-  constexpr Part kParts[] = {{"now", of_all_now},     {"range", of_range},  {"event", one_event}, {"search", search},
-                             {"import", import_file}, {"map", map_channel}, {"clear", clear}};
+  constexpr Part kParts[] = {{"now", of_all_now},     {"range", of_range}, {"event", one_event}, {"search", search},
+                             {"import", import_file}, {"update", update},  {"map", map_channel}, {"clear", clear}};
   if (arguments.empty()) return status();
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (part != std::end(kParts)) return part->run(arguments.subspan(1));

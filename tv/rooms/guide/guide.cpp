@@ -11,6 +11,7 @@
 #include "core/room.h"
 #include "core/set.h"
 #include "core/timers.h"
+#include "rooms/antenna/antenna.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/parts.h"
@@ -50,8 +51,8 @@ std::vector<GuideEvent> events_of(std::vector<GuideRow> rows) {
 
 // ---- The update of the guide ----
 
-// It waits for schedules: it runs until every channel has an event that begins later, until somebody stops it, or for
-// kLongestUpdate. It does not tune by itself.
+// It visits all multiplexes, and then waits for schedules: it runs until every channel has an event that begins later,
+// until somebody stops it, or for kLongestUpdate.
 constexpr std::chrono::minutes kLongestUpdate{10};
 enum UpdateState : UINT16 { kUpdateIdle = 0, kUpdateRuns = 1 };
 
@@ -94,8 +95,15 @@ std::int32_t update_write(const void* record) {
     return refuse_call("setConfigValueStruct", "operation " + std::to_string(operation) +
                                                    " of a guide update changes nothing; 1 starts it, 2 stops it");
   }
-  const std::lock_guard guard(update.lock);
-  update.end = operation == PpgOp_UpdateStart ? timer_now() + kLongestUpdate : kTimerNever;
+  {
+    const std::lock_guard guard(update.lock);
+    update.end = operation == PpgOp_UpdateStart ? timer_now() + kLongestUpdate : kTimerNever;
+  }
+  if (operation == PpgOp_UpdateStart) {
+    visits_start();  // where it is refused, a round runs already, or there is nothing to visit
+  } else {
+    visits_cancel();
+  }
   return 0;
 }
 
@@ -137,15 +145,12 @@ void start() {
 constexpr Command kCommands[] = {
     {"guide",
      "[NUMBER [DAY] | now [PAGE] | range FROM TO BEGIN END | event NUMBER ID | search TEXT... | import FILE... | "
-     "import cancel | "
-     "map [XMLTVID [NUMBER|none]] | clear]",
+     "import cancel | update [cancel] | map [XMLTVID [NUMBER|none]] | clear]",
      kMostGuideWords,
      "Shows how much the guide has; shows a channel's present and next event, or those of a day (0: today); now: of "
-     "all "
-     "channels; range: of channels FROM to TO, in the hours BEGIN to END counted from the present hour; event: one "
-     "with "
-     "its texts; search: by title; import: reads an XMLTV file; map: says which channel an XMLTV channel is; clear: "
-     "empties the guide",
+     "all channels; range: of channels FROM to TO, in the hours BEGIN to END counted from the present hour; event: one "
+     "with its texts; search: by title; import: reads an XMLTV file; update: collects the events of all multiplexes "
+     "that an idle tuner can receive; map: says which channel an XMLTV channel is; clear: empties the guide",
      guide_command},
 };
 
@@ -157,6 +162,8 @@ constexpr StructItem kItems[] = {{.id = VEXTVAPI_CONFIG_ITEM_GUIDE_UPDATE,
 }  // namespace
 
 void guide_take(const Eit& eit, std::int64_t shift) { keeper_queue(eit, shift); }
+
+std::size_t guide_waiting() { return keeper_state().waiting; }
 
 std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time) {
   return read_one(row_at, packed(key), time);

@@ -25,6 +25,10 @@ struct GuideEvent {
 // Takes a section of events. shift: added to its times (antenna_time_shift). Any thread, without a lock.
 void guide_take(const Eit& eit, std::int64_t shift);
 
+// The number of sections that were taken and are not written yet. A caller that reads faster than a broadcast comes
+// waits while they are many: the queue has a bound, beyond which the oldest are dropped.
+std::size_t guide_waiting();
+
 // The event that runs at that time, and the first that begins after it.
 std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time);
 std::optional<GuideEvent> guide_event_after(const ServiceKey& key, std::int64_t time);

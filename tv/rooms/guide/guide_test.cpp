@@ -2,6 +2,7 @@
 #include "rooms/guide/guide_test.h"
 
 #include <cstring>
+#include <filesystem>
 
 namespace {
 
@@ -255,6 +256,42 @@ TEST_F(GuideApi, DamagedDatabaseIsSetAsideAndTheSetStarts) {
   ASSERT_EQ(tv_start(folder.path), "");
   expect_words(testing::internal::GetCapturedStderr(), {"guide.sqlite", "damaged"});
   EXPECT_EQ(near(kOne, VEXTVAPI_EVENT_PRESENT), 0);
+}
+
+// The head of the file is whole, so the set starts with it; the guide's thread then reads the rest.
+TEST_F(GuideApi, DamageInsideTheDatabaseIsFoundAfterTheStart) {
+  std::string many = xmltv_channel("one.tv", "One");
+  for (int i = 0; i < 2000; ++i) many += titled("one.tv", i * 10, i * 10 + 10, "Event " + std::to_string(i));
+  import_guide(many);
+  dtv_tv_stop();
+  const std::string path = folder.path + "/guide.sqlite";
+  const auto size = std::filesystem::file_size(path);
+  {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(size / 2));
+    file << std::string(16384, 'x');
+  }
+  const auto kept = [this] {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path)) {
+      const std::string name = entry.path().filename().string();
+      if (name.starts_with("guide.sqlite.damaged-") && !name.ends_with("-wal") && !name.ends_with("-shm")) ++count;
+    }
+    return count;
+  };
+  testing::internal::CaptureStderr();
+  ASSERT_EQ(tv_start(folder.path), "");
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (kept() == 0 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  const std::string answer = import_guide(xmltv_channel("c", "Three") + titled("c", 0, 60, "Again"));
+  expect_words(testing::internal::GetCapturedStderr(), {"guide.sqlite", "damaged", "a new one is made"});
+  EXPECT_EQ(kept(), 1u);
+  expect_words(answer, {R"({"events":1,)", R"("state":"done")"});
+  EXPECT_EQ(range(guide_channel(3), 0, 600), "Again 0-60");
+  EXPECT_EQ(range(kOne, 0, 600), "");
+  dtv_tv_stop();
+  ASSERT_EQ(tv_start(folder.path), "");
+  EXPECT_EQ(range(guide_channel(3), 0, 600), "Again 0-60") << "the new file is whole";
 }
 
 TEST_F(GuideApi, ResetAndClearEmptyTheGuide) {

@@ -268,13 +268,16 @@ void import_forget() {
 }
 
 void import_begin(const std::string& path) {
-  report_change([&](ImportReport& report) { report = {.path = path, .state = "running"}; });
+  report_change([&](ImportReport& report) {
+    report = {.path = path, .state = "running", .begin = std::chrono::steady_clock::now()};
+  });
 }
 
 void import_end(const std::string& state, const std::string& error) {
   report_change([&](ImportReport& report) {
     report.state = state;
     report.error = error;
+    report.end = std::chrono::steady_clock::now();
   });
 }
 

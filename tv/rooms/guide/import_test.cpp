@@ -95,7 +95,9 @@ TEST_F(GuideImport, CancelledImportChangesNothing) {
   std::string content = "<tv>" + xmltv_channel("a", "One");
   for (int i = 0; i < 60000; ++i) content += titled("a", i, i + 1, "Minute");
   const std::string path = write_file("long.xml", content + "</tv>");
-  expect_words(tv_control(R"(["guide","import",")" + path + "\"]"), {R"("state":"running")"});
+  expect_words(tv_control(R"(["guide","import",")" + path + "\"]"),
+               {R"("state":"running","percent":)", R"("seconds":)",
+                R"("watch":{"words":["guide"],"member":"import","cancel":["guide","import","cancel"],)"});
   expect_words(tv_control(R"(["guide","import",")" + path + "\"]"), {"error", "running", "cancel"});
   expect_words(tv_control(R"(["guide","clear"])"), {"error", "running"});
   expect_words(tv_control(R"(["guide","import","cancel"])"), {R"("state":"cancelled")", R"("events":1,)"});

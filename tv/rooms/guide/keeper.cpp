@@ -1,5 +1,3 @@
-#include <pthread.h>
-
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
@@ -8,6 +6,7 @@
 #include <thread>
 #include <utility>
 
+#include "core/background.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/parts.h"
@@ -33,13 +32,16 @@ struct Keeper {
 
   Database writer;  // of the guide's thread; of load and stop while that thread does not run
   bool usable = false;
+  std::string path;
   std::thread thread;
+  std::atomic<bool> stopping = false;   // keeper_stop ends the check of the file
   std::atomic<bool> cancelled = false;  // the import is to end
 
   std::mutex lock;  // guards the rest; only the lock of the import's report is taken under it
   std::condition_variable changed;
   std::condition_variable finished;  // a job or an import
   std::deque<Section> sections;
+  std::size_t writing = 0;  // sections that have left the queue and are not in the database yet
   std::deque<Waiting*> jobs;
   std::optional<std::string> import;  // the path of one that waits or runs
   bool running = false;
@@ -51,6 +53,38 @@ struct Keeper {
 
 // Never destroyed: the process may exit without switching the set off, while the thread still waits here.
 Keeper& keeper = *new Keeper;
+
+// ---- The file ----
+
+// database_open opens the file for one connection only, which SQLite does not undo while the write-ahead log exists.
+// The store's folder lock keeps other processes out.
+bool share(Database& writer, Database& ret_reader, std::string& ret_error) {
+  constexpr const char* kShared =
+      "PRAGMA journal_mode=DELETE; PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
+      "PRAGMA cache_size=-20000; PRAGMA journal_size_limit=16777216; PRAGMA temp_store=MEMORY";
+  sqlite3* handle = nullptr;
+  const bool opened = database_execute(writer.handle, kShared) == SQLITE_OK &&
+                      sqlite3_open_v2(keeper.path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                                      nullptr) == SQLITE_OK &&
+                      database_execute(handle,
+                                       "PRAGMA query_only=ON; PRAGMA cell_size_check=ON; PRAGMA cache_size=-4000; "
+                                       "SELECT count(*) FROM sqlite_schema") == SQLITE_OK;
+  if (!opened) {
+    ret_error = "cannot use " + keeper.path + ": " + sqlite3_errmsg(handle == nullptr ? writer.handle : handle);
+    sqlite3_close(handle);
+    return false;
+  }
+  ret_reader = {.handle = handle, .statements = {}};
+  return true;
+}
+
+// The caller holds the reading lock.
+bool open_both(DatabaseCheck check, std::string& ret_error) {
+  if (!database_open(keeper.path, kGuideLayouts, keeper.writer, ret_error, check)) return false;
+  if (share(keeper.writer, keeper.reader, ret_error)) return true;
+  database_close(keeper.writer);
+  return false;
+}
 
 // ---- On the guide's thread ----
 
@@ -114,6 +148,7 @@ ImportEnd run_import(const std::string& path) {
         return import_run(database, path, room, keeper.cancelled, ret_changes, error);
       },
       changes);
+  sqlite3_db_release_memory(keeper.writer.handle);  // the cache of an import: its indexes are filled in no order
   if (kept) {
     window_changes(changes, VEXTVAPI_EVENT_REASON_IMPORT);
     return {"done"};
@@ -147,11 +182,38 @@ void run_job(Waiting& job) {
   keeper.finished.notify_all();
 }
 
+// Reads the whole file, which takes a second for 300,000 events, and puts an empty one in the place of a damaged one.
+// Until then a damaged part reads as if it were empty.
+void check_file() {
+  std::string why, error;
+  if (database_is_whole(
+          keeper.writer, [] { return keeper.stopping.load(); }, why)) {
+    return;
+  }
+  {
+    const std::lock_guard guard(keeper.reading);
+    database_close(keeper.reader);
+    if (!database_discard(keeper.path, keeper.writer, why))
+      error = "cannot use " + keeper.path + ": it is damaged (" + why + "), and it cannot be renamed";
+    if (error.empty()) open_both(DatabaseCheck::kWhole, error);
+  }
+  if (!error.empty()) std::fprintf(stderr, "dtv_tv: the guide stays empty: %s\n", error.c_str());
+  const std::int64_t count = rows_count(keeper.writer);
+  {
+    const std::lock_guard guard(keeper.lock);
+    keeper.events = count;
+  }
+  window_everything_changed(VEXTVAPI_EVENT_REASON_REQUEST);
+}
+
 void run_keeper() {
-  pthread_setname_np(pthread_self(), "dtv_tv-guide");
+  background_begin("dtv_tv-guide");
   const std::int64_t count = rows_count(keeper.writer);
   std::unique_lock guard(keeper.lock);
   keeper.events = count;
+  guard.unlock();
+  check_file();
+  guard.lock();
   while (true) {
     const auto has_work = [] {
       return !keeper.sections.empty() || !keeper.jobs.empty() || keeper.import || keeper.look_for_old;
@@ -180,9 +242,11 @@ void run_keeper() {
         batch.push_back(std::move(keeper.sections.front()));
         keeper.sections.pop_front();
       }
+      keeper.writing = batch.size();
       guard.unlock();
       write_sections(batch);
       guard.lock();
+      keeper.writing = 0;
     } else if (keeper.look_for_old) {
       keeper.look_for_old = false;
       guard.unlock();
@@ -195,27 +259,6 @@ void run_keeper() {
   keeper.finished.notify_all();
 }
 
-// database_open opens the file for one connection only, which SQLite does not undo while the write-ahead log exists.
-// The store's folder lock keeps other processes out.
-bool share(const std::string& path, Database& writer, Database& ret_reader, std::string& ret_error) {
-  constexpr const char* kShared =
-      "PRAGMA journal_mode=DELETE; PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
-      "PRAGMA cache_size=-8000; PRAGMA journal_size_limit=16777216; PRAGMA temp_store=MEMORY";
-  sqlite3* handle = nullptr;
-  const bool opened =
-      database_execute(writer.handle, kShared) == SQLITE_OK &&
-      sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
-      database_execute(handle, "PRAGMA query_only=ON; PRAGMA cache_size=-4000; SELECT count(*) FROM sqlite_schema") ==
-          SQLITE_OK;
-  if (!opened) {
-    ret_error = "cannot use " + path + ": " + sqlite3_errmsg(handle == nullptr ? writer.handle : handle);
-    sqlite3_close(handle);
-    return false;
-  }
-  ret_reader = {.handle = handle, .statements = {}};
-  return true;
-}
-
 }  // namespace
 
 GuideReading::GuideReading()
@@ -226,12 +269,9 @@ GuideTaste guide_taste() {
 }
 
 bool keeper_open(const std::string& folder, std::string& ret_error) {
-  const std::string path = folder + "/guide.sqlite";
-  keeper.usable = false;
-  if (!database_open(path, kGuideLayouts, keeper.writer, ret_error)) return false;
   const std::lock_guard guard(keeper.reading);
-  keeper.usable = share(path, keeper.writer, keeper.reader, ret_error);
-  if (!keeper.usable) database_close(keeper.writer);
+  keeper.path = folder + "/guide.sqlite";
+  keeper.usable = open_both(DatabaseCheck::kHead, ret_error);
   return keeper.usable;
 }
 
@@ -245,6 +285,7 @@ void keeper_start() {
     keeper.events = 0;
     keeper.dropped = 0;
     keeper.cancelled = false;
+    keeper.stopping = false;
   }
   keeper.thread = std::thread(run_keeper);
 }
@@ -254,6 +295,7 @@ void keeper_stop() {
     const std::lock_guard guard(keeper.lock);
     keeper.running = false;
     keeper.cancelled = true;
+    keeper.stopping = true;
   }
   keeper.changed.notify_all();
   if (keeper.thread.joinable()) keeper.thread.join();
@@ -339,5 +381,5 @@ void keeper_look_for_old() {
 
 KeeperState keeper_state() {
   const std::lock_guard guard(keeper.lock);
-  return {.events = keeper.events, .dropped = keeper.dropped, .waiting = keeper.sections.size()};
+  return {.events = keeper.events, .dropped = keeper.dropped, .waiting = keeper.sections.size() + keeper.writing};
 }

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <boost/json/fwd.hpp>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <span>
@@ -58,7 +59,7 @@ void keeper_look_for_old();
 struct KeeperState {
   std::int64_t events = 0;
   std::uint64_t dropped = 0;  // sections that found the queue full, since the set was switched on
-  std::size_t waiting = 0;
+  std::size_t waiting = 0;    // sections that are not in the database yet
 };
 KeeperState keeper_state();
 
@@ -85,6 +86,7 @@ struct ImportReport {
   std::vector<std::string> unmatched_names = {};  // the first
   std::vector<std::string> problems = {};         // the first
   std::string error = {};
+  std::chrono::steady_clock::time_point begin = {}, end = {};  // end: of one that does not run
 };
 ImportReport import_report();
 void import_forget();

@@ -153,32 +153,47 @@ bool fits(const Wanted& wanted, const GuideBrief& brief) {
          (wanted.categories.empty() || has_category(brief.categories, wanted.categories));
 }
 
+// The identifiers and lists of all channels, as they were at that change of the channel lists.
+struct ChannelNames {
+  struct Name {
+    UINT32 id;
+    UINT16 list;
+  };
+  std::optional<std::uint64_t> changes;
+  std::unordered_map<std::int64_t, Name> by_key;
+};
+
+// The caller holds the reading lock, which guards them.
+const ChannelNames& channel_names() {
+  static ChannelNames& names = *new ChannelNames;
+  const std::uint64_t changes = channels_changes();  // read before the lists, so that no change is missed
+  if (names.changes == changes) return names;
+  names.changes = changes;
+  names.by_key.clear();
+  for (const Channel& channel : channels_all())
+    names.by_key.try_emplace(packed(channel.key), ChannelNames::Name{.id = channel.id, .list = channel.list});
+  return names;
+}
+
 std::vector<FoundEvent> query_filter(Database& database, const std::optional<Channel>& channel, const Wanted& wanted,
                                      std::size_t most) {
   std::vector<FoundEvent> found;
-  std::unordered_map<std::int64_t, std::optional<UINT32>> identifiers;  // of channels, by key; nothing: not wanted
-  const auto identifier = [&](std::int64_t key) {
-    const auto [place, is_new] = identifiers.try_emplace(key);
-    if (!is_new) return place->second;
-    const auto named = channels_by_key(unpacked(key));
-    if (named && (wanted.list == 0 || named->list == wanted.list)) place->second = named->id;
-    return place->second;
-  };
-  const auto visit = [&](const GuideBrief& brief) {
+  if (channel) {
+    briefs_of_channel(database, packed(channel->key), wanted.span.from, wanted.span.to, [&](const GuideBrief& brief) {
+      if (found.size() < most && fits(wanted, brief)) found.push_back({brief.id, channel->id});
+      return found.size() < most;
+    });
+    return found;
+  }
+  const ChannelNames& names = channel_names();
+  briefs_of_all(database, kinds_of(wanted.categories), wanted.span.from, wanted.span.to, [&](const GuideBrief& brief) {
     if (found.size() >= most) return false;
     if (!fits(wanted, brief)) return true;
-    if (channel) {
-      found.push_back({brief.id, channel->id});
-    } else if (const auto id = identifier(brief.channel)) {
-      found.push_back({brief.id, *id});
-    }
-    return true;
-  };
-  if (channel) {
-    briefs_of_channel(database, packed(channel->key), wanted.span.from, wanted.span.to, visit);
-  } else {
-    briefs_of_all(database, wanted.span.from, wanted.span.to, visit);
-  }
+    const auto name = names.by_key.find(brief.channel);
+    if (name != names.by_key.end() && (wanted.list == 0 || name->second.list == wanted.list))
+      found.push_back({brief.id, name->second.id});
+    return found.size() < most;
+  });
   return found;
 }
 

@@ -1,6 +1,7 @@
 #include "rooms/guide/rows.h"
 
 #include <algorithm>
+#include <tuple>
 
 #include "base/text.h"
 
@@ -8,8 +9,9 @@ namespace {
 
 constexpr std::int32_t kApplication = 0x47554400;
 
-// Most queries are about one channel, so events are stored by channel and time. by_time has all that a filter over all
-// channels looks at. Long texts would make the pages of events few and large, so they have a table of their own.
+// Most queries are about one channel, so events are stored by channel and time. by_kind has all that a filter over all
+// channels looks at, by kind_of and time. Long texts would make the pages of events few and large, so they have a table
+// of their own.
 constexpr const char* kSteps[] = {
     "CREATE TABLE event (channel INTEGER NOT NULL, start INTEGER NOT NULL, stop INTEGER NOT NULL, id INTEGER NOT NULL,"
     " rank INTEGER NOT NULL, import INTEGER NOT NULL, flags INTEGER NOT NULL, age INTEGER NOT NULL,"
@@ -20,7 +22,25 @@ constexpr const char* kSteps[] = {
     "CREATE INDEX by_id ON event (channel, id);"
     "CREATE INDEX by_time ON event (start, stop, channel, id, flags, age, categories, rank);"
     "CREATE INDEX by_series ON event (series, start);"
-    "CREATE TABLE map (xmltv TEXT PRIMARY KEY, channel INTEGER NOT NULL) WITHOUT ROWID"};
+    "CREATE TABLE map (xmltv TEXT PRIMARY KEY, channel INTEGER NOT NULL) WITHOUT ROWID",
+    // Events that were there before: those with one category or none get their kind, the others are found as kOther.
+    "ALTER TABLE event ADD COLUMN kind INTEGER NOT NULL DEFAULT 16;"
+    "UPDATE event SET kind = categories >> 4 WHERE categories BETWEEN 0 AND 255 AND stop - start <= 14400;"
+    "DROP INDEX by_time;"
+    "CREATE INDEX by_kind ON event (kind, start, stop, channel, id, flags, age, categories, rank)"};
+
+// The kind of an event tells a filter over all channels where to look: the level 1 of its categories, 0 without any;
+// kOther if they have several, or if the event is so long that it may have begun long before the filter's time.
+constexpr unsigned kOther = 16, kKinds = 17;
+constexpr std::int64_t kUsualEvent = 4 * 3600;  // seconds; longer events are kOther
+
+unsigned kind_of(const GuideRow& row) {
+  if (row.stop - row.start > kUsualEvent) return kOther;
+  const unsigned kind = row.categories >> 4 & 0xF;
+  for (std::uint64_t rest = row.categories >> 8; rest != 0; rest >>= 8)
+    if ((rest >> 4 & 0xF) != kind) return kOther;
+  return kind;
+}
 
 constexpr std::int64_t kCaptions = 1, kScrambled = 2;  // bits of flags
 
@@ -190,12 +210,45 @@ void briefs_of_channel(Database& database, std::int64_t channel, std::int64_t fr
                visit);
 }
 
-void briefs_of_all(Database& database, std::int64_t from, std::int64_t to, const VisitBrief& visit) {
-  visit_briefs(prepare(database,
-                       GUIDE_BRIEF " FROM event INDEXED BY by_time WHERE start < ?2 AND start > ?3 AND stop > ?1"
-                                   " ORDER BY start",
-                       {from, to, from - kLongestEvent}),
-               visit);
+// Steps a statement for each kind, and takes the rows in the order of all of them.
+void briefs_of_all(Database& database, GuideKinds kinds, std::int64_t from, std::int64_t to, const VisitBrief& visit) {
+  struct Stream {
+    sqlite3_stmt* statement;
+    GuideBrief next;
+  };
+  std::vector<Stream> streams;
+  for (unsigned kind = 0; kind < kKinds; ++kind) {
+    if (!kinds.test(kind)) continue;
+    const std::string sql = GUIDE_BRIEF " FROM event INDEXED BY by_kind WHERE kind = " + std::to_string(kind) +
+                            " AND start < ?2 AND start > ?3 AND stop > ?1 ORDER BY start, stop, channel, id";
+    sqlite3_stmt* const statement =
+        prepare(database, sql, {from, to, from - (kind == kOther ? kLongestEvent : kUsualEvent)});
+    if (statement == nullptr) continue;
+    if (sqlite3_step(statement) == SQLITE_ROW)
+      streams.push_back({statement, read_brief(statement)});
+    else
+      sqlite3_reset(statement);
+  }
+  while (!streams.empty()) {
+    const auto first = std::ranges::min_element(streams, {}, [](const Stream& each) {
+      return std::tie(each.next.start, each.next.stop, each.next.channel, each.next.id);
+    });
+    if (!visit(first->next)) break;
+    if (sqlite3_step(first->statement) == SQLITE_ROW) {
+      first->next = read_brief(first->statement);
+    } else {
+      sqlite3_reset(first->statement);
+      streams.erase(first);
+    }
+  }
+  for (const Stream& each : streams) sqlite3_reset(each.statement);
+}
+
+GuideKinds kinds_of(const std::vector<std::uint8_t>& categories) {
+  GuideKinds kinds;
+  if (categories.empty()) return kinds.set();
+  for (const std::uint8_t category : categories) kinds.set(category >> 4);
+  return kinds.set(kOther);
 }
 
 std::vector<GuideRow> rows_of_series(Database& database, const std::string& series, std::int64_t from,
@@ -234,14 +287,14 @@ std::int64_t rows_count(Database& database) {
 
 bool row_put(Database& database, const GuideRow& row) {
   const std::int64_t flags = (row.captions ? kCaptions : 0) | (row.scrambled ? kScrambled : 0);
-  sqlite3_stmt* const event =
-      prepare(database,
-              "INSERT OR REPLACE INTO event (channel, start, stop, id, rank, import, flags, age, categories, series,"
-              " title) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-              {row.channel, row.start, row.stop, row.id, static_cast<std::int64_t>(row.rank), row.import, flags,
-               row.age, static_cast<std::int64_t>(row.categories), series_number(series_of(row))});
+  sqlite3_stmt* const event = prepare(
+      database,
+      "INSERT OR REPLACE INTO event (channel, start, stop, id, rank, import, flags, age, categories, kind, series,"
+      " title) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      {row.channel, row.start, row.stop, row.id, static_cast<std::int64_t>(row.rank), row.import, flags, row.age,
+       static_cast<std::int64_t>(row.categories), kind_of(row), series_number(series_of(row))});
   if (event == nullptr) return false;
-  bind_text(event, 11, row.title);
+  bind_text(event, 12, row.title);
   if (!database_run(event)) return false;
   if (row.summary.empty() && row.details.empty() && row.series.empty())
     return run(prepare(database, "DELETE FROM text WHERE channel = ? AND start = ?", {row.channel, row.start}));
@@ -265,15 +318,18 @@ bool row_renumber(Database& database, std::int64_t channel, std::int64_t start, 
 }
 
 bool rows_erase_old(Database& database, std::int64_t before, std::size_t most, std::size_t& ret_erased) {
-  sqlite3_stmt* const statement = prepare(
-      database,
-      "SELECT channel, start FROM event INDEXED BY by_time WHERE start < ?1 AND stop < ?1 ORDER BY start LIMIT ?2",
-      {before, static_cast<std::int64_t>(most)});
-  if (statement == nullptr) return false;
   std::vector<GuideBrief> old;
-  while (sqlite3_step(statement) == SQLITE_ROW)
-    old.push_back({.channel = sqlite3_column_int64(statement, 0), .start = sqlite3_column_int64(statement, 1)});
-  sqlite3_reset(statement);
+  for (unsigned kind = 0; kind < kKinds && old.size() < most; ++kind) {
+    sqlite3_stmt* const statement =
+        prepare(database,
+                "SELECT channel, start FROM event INDEXED BY by_kind WHERE kind = ?1 AND start < ?2 AND stop < ?2"
+                " ORDER BY start LIMIT ?3",
+                {kind, before, static_cast<std::int64_t>(most - old.size())});
+    if (statement == nullptr) return false;
+    while (sqlite3_step(statement) == SQLITE_ROW)
+      old.push_back({.channel = sqlite3_column_int64(statement, 0), .start = sqlite3_column_int64(statement, 1)});
+    sqlite3_reset(statement);
+  }
   for (const GuideBrief& each : old)
     if (!row_erase(database, each.channel, each.start)) return false;
   ret_erased = old.size();

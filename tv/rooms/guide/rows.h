@@ -2,6 +2,7 @@
 // lock; parts.h has the connections and says who may use them.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -90,7 +91,13 @@ std::vector<GuideRow> rows_between(Database& database, std::int64_t channel, std
 using VisitBrief = std::function<bool(const GuideBrief& brief)>;
 void briefs_of_channel(Database& database, std::int64_t channel, std::int64_t from, std::int64_t to,
                        const VisitBrief& visit);
-void briefs_of_all(Database& database, std::int64_t from, std::int64_t to, const VisitBrief& visit);
+
+// The same for all channels and for kinds of events, in the order of their beginnings, ends, channels and identifiers.
+// The kinds that a filter needs contain the events with its categories, and others; without categories they contain
+// all events.
+using GuideKinds = std::bitset<17>;
+GuideKinds kinds_of(const std::vector<std::uint8_t>& categories);
+void briefs_of_all(Database& database, GuideKinds kinds, std::int64_t from, std::int64_t to, const VisitBrief& visit);
 
 // Events of the series that begin at that time or later, in their order; at most `most`.
 std::vector<GuideRow> rows_of_series(Database& database, const std::string& series, std::int64_t from,

@@ -243,4 +243,64 @@ TEST(GuideWords, AgesOfRatings) {
   EXPECT_EQ(age_of(""), 0);
 }
 
+// A row for the tests of kinds, with its title as its only text.
+void put(Database& database, std::int64_t channel, std::uint16_t id, int from, int to,
+         const std::vector<std::uint8_t>& categories) {
+  GuideRow row = imported(id, from, to);
+  row.channel = channel;
+  row.categories = pack_categories(categories);
+  EXPECT_TRUE(row_put(database, row));
+}
+
+// The identifiers of the events between two minutes that are read for a filter by these categories.
+std::vector<int> read_for(Database& database, const std::vector<std::uint8_t>& categories, int from, int to) {
+  std::vector<int> ids;
+  briefs_of_all(database, kinds_of(categories), kNow + from * 60, kNow + to * 60, [&](const GuideBrief& brief) {
+    ids.push_back(brief.id);
+    return true;
+  });
+  return ids;
+}
+
+TEST_F(GuideRows, AFilterReadsEventsOfItsCategoriesInTheirOrder) {
+  put(database, 1, 10, 0, 30, {0x11});
+  put(database, 2, 11, 10, 40, {0x43});
+  put(database, 3, 12, 5, 35, {0x20, 0x11});  // of two kinds
+  put(database, 4, 13, 5, 35, {});
+  put(database, 5, 14, 20, 25, {0x10, 0x14});  // two categories of one kind
+  put(database, 6, 15, -1400, 1, {0x43});      // began 23 hours ago
+  EXPECT_EQ(read_for(database, {0x10}, 0, 60), (std::vector<int>{15, 10, 12, 14}))
+      << "those of several kinds and the long ones are read as well; the filter looks at their categories";
+  EXPECT_EQ(read_for(database, {0x20}, 0, 60), (std::vector<int>{15, 12}));
+  EXPECT_EQ(read_for(database, {0x40, 0x10}, 0, 60), (std::vector<int>{15, 10, 12, 11, 14}));
+  EXPECT_EQ(read_for(database, {}, 0, 60), (std::vector<int>{15, 10, 12, 13, 11, 14})) << "all, by their beginnings";
+  EXPECT_EQ(read_for(database, {}, 36, 39), (std::vector<int>{11}));
+  EXPECT_EQ(read_for(database, {}, 60, 90), (std::vector<int>{}));
+  std::size_t erased = 0;
+  EXPECT_TRUE(rows_erase_old(database, kNow + 36 * 60, 4, erased));
+  EXPECT_EQ(erased, 4u);
+  EXPECT_TRUE(rows_erase_old(database, kNow + 36 * 60, 4, erased));
+  EXPECT_EQ(erased, 1u);
+  EXPECT_EQ(read_for(database, {}, -2000, 60), (std::vector<int>{11})) << "of every kind";
+}
+
+TEST_F(GuideRows, EventsOfTheFirstLayoutGetTheirKinds) {
+  database_close(database);
+  const std::string path = folder.path + "/old.sqlite";
+  std::string error;
+  const DatabaseLayouts first = {.application = kGuideLayouts.application, .steps = kGuideLayouts.steps.first(1)};
+  ASSERT_TRUE(database_open(path, first, database, error)) << error;
+  const std::string rows =
+      "INSERT INTO event VALUES (1, 1800000000, 1800003600, 5, 0, 1, 0, 0, 17, 0, 'Short'),"
+      "(2, 1799950000, 1800003600, 6, 0, 1, 0, 0, 67, 0, 'Long'),"
+      "(3, 1800000001, 1800003600, 7, 0, 1, 0, 0, 8211, 0, 'Two'),"
+      "(4, 1800000002, 1800003600, 8, 0, 1, 0, 0, 0, 0, 'None')";
+  ASSERT_EQ(database_execute(database.handle, rows.c_str()), SQLITE_OK);
+  database_close(database);
+  ASSERT_TRUE(database_open(path, kGuideLayouts, database, error)) << error;
+  EXPECT_EQ(read_for(database, {}, 0, 60), (std::vector<int>{6, 5, 7, 8}));
+  EXPECT_EQ(read_for(database, {0x10}, 0, 60), (std::vector<int>{6, 5, 7}));
+  EXPECT_EQ(read_for(database, {0x90}, 0, 60), (std::vector<int>{6, 7}));
+}
+
 }  // namespace

@@ -1,0 +1,174 @@
+// Follows an action that goes on after the reply to its command, such as a scan: shows how far it is, and Ctrl-C
+// cancels it. The reply's member "watch" says how: "words" is the command that shows the action, "member" the part of
+// its reply, "cancel" the command that ends the action, "shows" the members for people.
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/json.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+
+#include "dtvctl.h"
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::chrono::milliseconds kLook{200};
+// Where no terminal is: a line for so much progress, or when so much time has passed.
+constexpr std::int64_t kLinePercent = 10;
+constexpr std::chrono::seconds kLineTime{10};
+constexpr std::int64_t kBarWidth = 24;
+
+std::atomic<int> g_signal{0};  // SIGINT or SIGTERM, once it has arrived
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler uses it");
+
+// The second signal ends the program at once.
+void on_signal(int number) {
+  g_signal = number;
+  std::signal(number, SIG_DFL);
+}
+
+// A shell makes its background programs ignore Ctrl-C, which stays so.
+void catch_signals() {
+  for (const int number : {SIGINT, SIGTERM})
+    if (std::signal(number, on_signal) == SIG_IGN) std::signal(number, SIG_IGN);
+}
+
+// Ends early when a signal arrives.
+void pause_for(std::chrono::milliseconds pause) {
+  const timespec time{.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(pause).count()};
+  nanosleep(&time, nullptr);
+}
+
+struct Action {
+  std::string words;  // of the television, as a JSON array
+  std::string cancel;
+  std::string member;
+  std::vector<std::string> shows;
+};
+
+std::string text_of(const json::object& object, std::string_view key) {
+  const json::value* const value = object.if_contains(key);
+  if (value == nullptr || value->is_null()) return "";
+  return printable(value->is_string() ? std::string(value->get_string()) : json::serialize(*value));
+}
+
+std::int64_t number_of(const json::object& object, std::string_view key) {
+  const json::value* const value = object.if_contains(key);
+  return value != nullptr && value->is_int64() ? value->get_int64() : 0;
+}
+
+bool read_action(const json::object& watch, Action& ret_action) {
+  const json::value* const words = watch.if_contains("words");
+  const json::value* const cancel = watch.if_contains("cancel");
+  if (words == nullptr || !words->is_array() || cancel == nullptr || !cancel->is_array()) return false;
+  ret_action = {.words = json::serialize(*words),
+                .cancel = json::serialize(*cancel),
+                .member = text_of(watch, "member"),
+                .shows = {}};
+  if (const json::value* const shows = watch.if_contains("shows"); shows != nullptr && shows->is_array())
+    for (const json::value& each : shows->get_array())
+      if (each.is_string()) ret_action.shows.emplace_back(each.get_string());
+  return true;
+}
+
+// Asks how far the action is. ret_answer is the reply as the set wrote it, ret_state the action's part.
+bool ask(Session& session, const Action& action, std::string& ret_answer, json::object& ret_state,
+         Failure& ret_failure) {
+  if (!session.call("tv", R"({"words":)" + action.words + "}", ret_answer, ret_failure)) return false;
+  json::value value;
+  const json::value* state = json_parse(ret_answer, value) ? &value : nullptr;
+  if (state != nullptr && !action.member.empty())
+    state = value.is_object() ? value.get_object().if_contains(action.member) : nullptr;
+  if (state == nullptr || !state->is_object()) {
+    ret_failure = {kExitProtocol, "the set's answer does not show the action that it has begun"};
+    return false;
+  }
+  ret_state = state->get_object();
+  return true;
+}
+
+// "42 %  multiplex 3  services 13  0:05"
+std::string progress_of(const Action& action, const json::object& state) {
+  std::string text = std::to_string(number_of(state, "percent")) + " %";
+  for (const std::string& each : action.shows)
+    if (state.contains(each)) text += "  " + printable(each) + " " + text_of(state, each);
+  const std::int64_t seconds = number_of(state, "seconds");
+  char time[32];
+  std::snprintf(time, sizeof time, "  %lld:%02lld", static_cast<long long>(seconds / 60),
+                static_cast<long long>(seconds % 60));
+  return text + time;
+}
+
+// Progress goes to standard error: a bar on a terminal, elsewhere a line now and then.
+struct Display {
+  bool on = true;
+  bool terminal = false;
+  std::int64_t percent = 0;  // of the latest line
+  Clock::time_point line;    // when it was printed
+};
+
+void show(Display& display, const Action& action, const json::object& state) {
+  if (!display.on) return;
+  const std::int64_t percent = std::clamp<std::int64_t>(number_of(state, "percent"), 0, 100);
+  const std::string text = progress_of(action, state);
+  if (display.terminal) {
+    const auto full = static_cast<std::size_t>(percent * kBarWidth / 100);
+    const std::string bar = std::string(full, '#') + std::string(static_cast<std::size_t>(kBarWidth) - full, '-');
+    std::fprintf(stderr, "\r[%s] %s\033[K", bar.c_str(), text.c_str());
+    std::fflush(stderr);
+  } else if (percent >= display.percent + kLinePercent || Clock::now() >= display.line + kLineTime) {
+    std::fprintf(stderr, "%s\n", text.c_str());
+    display.percent = percent;
+    display.line = Clock::now();
+  }
+}
+
+}  // namespace
+
+int follow_action(const Options& options, Session& session, const boost::json::object& watch, Failure& ret_failure) {
+  Action action;
+  if (!read_action(watch, action)) {
+    ret_failure = {kExitProtocol, R"(the set's answer has a "watch" without "words" and "cancel")"};
+    return ret_failure.exit_code;
+  }
+  const char* const kind = std::getenv("TERM");
+  const bool can_return = kind == nullptr || std::string_view(kind) != "dumb";
+  Display display{.on = !options.json, .terminal = can_return && isatty(STDERR_FILENO) != 0, .line = Clock::now()};
+  catch_signals();
+  std::string answer;
+  json::object state;
+  bool cancels = false;
+  while (true) {
+    if (!ask(session, action, answer, state, ret_failure)) return ret_failure.exit_code;
+    if (text_of(state, "state") != "running") break;
+    show(display, action, state);
+    if (g_signal != 0 && !cancels) {
+      cancels = true;
+      std::string ignored;
+      Failure over;  // if it is refused, the action has just ended
+      session.call("tv", R"({"words":)" + action.cancel + "}", ignored, over);
+      continue;
+    }
+    pause_for(kLook);
+  }
+  if (display.terminal) std::fputs("\r\033[K", stderr);
+  const std::string end = text_of(state, "state");
+  if (options.json)
+    print_line(answer);
+  else
+    print_object(state);
+  if (end == "cancelled" && cancels) {
+    std::fprintf(stderr, "dtvctl: cancelled\n");
+    if (session.close) session.close();
+    std::signal(g_signal, SIG_DFL);
+    std::raise(g_signal);
+  }
+  if (end == "done") return kExitOk;
+  const std::string why = text_of(state, "error_text");
+  ret_failure = {kExitRefused, end == "cancelled" ? "it was cancelled" : "it " + end + (why.empty() ? "" : ": " + why)};
+  return ret_failure.exit_code;
+}
