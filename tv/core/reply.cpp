@@ -1,5 +1,7 @@
 #include "core/reply.h"
 
+#include <absl/time/time.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -18,6 +20,10 @@ std::string joined(std::span<const std::string_view> words) {
   return text;
 }
 
+std::string reply_time(std::int64_t utc) {
+  return absl::FormatTime("%Y-%m-%dT%H:%M:%SZ", absl::FromUnixSeconds(utc), absl::UTCTimeZone());
+}
+
 boost::json::object reply_error(std::string text) { return {{"error", std::move(text)}}; }
 
 boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word) {
@@ -28,7 +34,7 @@ boost::json::object reply_see_log(std::string_view what) {
   return reply_error(std::string(what) + "; see the set's log");
 }
 
-boost::json::object reply_not_kept() { return reply_see_log("the change could not be saved"); }
+boost::json::object reply_not_kept() { return reply_error(kNotSaved); }
 
 INT32 refuse_call(const char* function, const std::string& why) {
   std::fprintf(stderr, "dtv_tv: %s: %s\n", function, why.c_str());

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "core/reply.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/parts.h"
@@ -287,7 +288,7 @@ bool keeper_run(GuideJob job, std::string& ret_error) {
   keeper.jobs.push_back(&waiting);
   keeper.changed.notify_all();
   keeper.finished.wait(guard, [&] { return waiting.done; });
-  if (!waiting.kept) ret_error = "the change could not be saved; see the set's log";
+  if (!waiting.kept) ret_error = kNotSaved;
   return waiting.kept;
 }
 
