@@ -408,7 +408,7 @@ TEST_F(TvClock, Command) {
   expect_words(tv_control(R"(["clock","set","2026-07-04T12:00:00Z"])"), {R"("local":"2026-07-04T14:00:0)"});
   expect_words(tv_control(R"(["clock","set","2026-07-04T12:00:00-05:00"])"), {R"("utc":"2026-07-04T17:00:0)"});
   expect_words(tv_control(R"(["clock","zone","Asia/Kolkata"])"),
-               {R"("utc":"2026-07-04T17:00:0)", R"("local":"2026-07-04T22:30:0)", R"("offset":19800)"});
+               {R"("utc":"2026-07-04T17:00:0)", R"("local":"2026-07-04T22:30:0)", R"("offset_seconds":19800)"});
   expect_words(tv_control(R"(["clock","sleep","900"])"), {R"("sleep_seconds":900)"});
   expect_words(tv_control(R"(["state"])"), {R"("sleep_seconds":)"});
   expect_words(tv_control(R"(["clock","sleep","0"])"), {R"("sleep_seconds":0)"});
