@@ -15,6 +15,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kPluginLanguages = "/3rd/i18n";
+constexpr const char* kPluginLogos = "/3rd_rw/ChLogo";
+constexpr const char* kSetLogos = "/ChLogo";  // in the state folder; the virtual television fills it
 
 void complain(const std::string& reason) {
   fprintf(stderr,
@@ -53,6 +55,14 @@ PrivatePaths private_paths_enter(const std::string& state_folder) {
       fprintf(stderr, "dtv-host: no language strings, since there is no folder %s\n", language_folder.c_str());
     else
       wanted[kPluginLanguages] = {.what = WantedPath::kBound, .content = folder};
+  }
+  if (!state_folder.empty() && !fs::exists(kPluginLogos, failure)) {
+    fs::create_directory(state_folder + kSetLogos, failure);
+    const fs::path folder = fs::canonical(state_folder + kSetLogos, failure);
+    if (failure)
+      fprintf(stderr, "dtv-host: no channel logos, since there is no folder %s%s\n", state_folder.c_str(), kSetLogos);
+    else
+      wanted[kPluginLogos] = {.what = WantedPath::kBound, .content = folder};
   }
   const bool device = !fs::exists(kDevicePath, failure);
   if (device) wanted[kDevicePath] = {.what = WantedPath::kDevice, .content = {}};

@@ -9,7 +9,7 @@ build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libb
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
 check="clang clang-tidy clang-format binutils iproute2 util-linux libwebsockets-dev"
-test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg"
+test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg dtv-scan-tables"
 # What may have come from elsewhere, and is then left as it is.
 command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
 { command -v node && command -v npm; } >/dev/null || build="$build nodejs npm"

@@ -1,10 +1,20 @@
 // Logos of channels.
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include "tvapi/channel.h"
 #include "tvctl_common/channel_rows.h"
 #include "tvctl_common/record.h"
+
+// Whether one of the name's parts is "..": it would lead out of the folder of logos.
+static bool leads_out(const char* name) {
+  for (const char* part = name;; ++part) {
+    if (strncmp(part, "..", 2) == 0 && (part[2] == '/' || part[2] == '\0')) return true;
+    part = strchr(part, '/');
+    if (!part) return false;
+  }
+}
 
 // False also for a name that makes the path too long.
 static bool find_logo(const char* folder, const char* name, char (&ret_path)[256]) {
@@ -19,7 +29,8 @@ INT32 tvc_logo_path(const RecordRequest& request) {
   tvc_end_text(text.value);
   if (text.value[0] == '\0') return VEXTVCTRLR_INV_ARG;
   char path[256];
-  const bool found = find_logo("PreDef", text.value, path) || find_logo("UserDef", text.value, path);
+  const bool found =
+      !leads_out(text.value) && (find_logo("PreDef", text.value, path) || find_logo("UserDef", text.value, path));
   tvc_copy_text(text.value, found ? path : "");
   return found ? VEXTVCTRLR_OK : VEXTVCTRLR_FAIL;
 }

@@ -125,6 +125,7 @@ test("a page that shows another view does not ask for the picture", async ({ ope
 test("banner, volume and source lie over the picture", async ({ open }) => {
   const set = television();
   const start = Math.floor(Date.now() / 1000) - 600;
+  const time = (seconds: number): string => new Date(seconds * 1000).toISOString().replace(".000", "");
   set.shown = {
     picture: "channel",
     reason: undefined,
@@ -133,8 +134,8 @@ test("banner, volume and source lie over the picture", async ({ open }) => {
     banner: {
       number: 7,
       name: "Harbour <b>TV</b>",
-      present: { title: "News at the quay", start, duration: 1200, progress: 0.5 },
-      following: { title: "Tides", start: start + 1200, duration: 600, progress: 0 },
+      present: { title: "News at the quay", start: time(start), seconds: 1200, progress: 0.5 },
+      following: { title: "Tides", start: time(start + 1200), seconds: 600, progress: 0 },
     },
   };
   const page = await open("/#screen", { prepare: set.prepare });

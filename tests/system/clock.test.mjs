@@ -41,7 +41,7 @@ test('the clock and its zone, set by an application and by a viewer', async (t) 
   assert.equal((await tv.get(setting('time_offset'))).VALUE, 7200);
   const shown = await tv.tv('clock');
   assert.match(shown.local, /^2026-03-29T03:00:\d\d\+02:00$/);
-  assert.deepEqual([shown.zone, shown.offset, shown.summer, shown.sleep], ['Europe/Berlin', 7200, true, 0]);
+  assert.deepEqual([shown.zone, shown.offset_seconds, shown.summer, shown.sleep_seconds], ['Europe/Berlin', 7200, true, 0]);
 
   // The set reads its zone from its configuration itself, so the plugin makes no call for it.
   const client = await connect(t, tv.host);

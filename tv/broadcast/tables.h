@@ -36,6 +36,13 @@ constexpr bool same_multiplex(const ServiceKey& left, const ServiceKey& right) {
 }
 
 enum class Medium : std::uint8_t { kNone = 0, kAir = 1, kCable = 2, kSatellite = 3 };  // values: TSL_BRDCST_MEDIUM_*
+inline constexpr Medium kMedia[] = {Medium::kAir, Medium::kCable, Medium::kSatellite};
+
+// "air", "cable", "satellite"; "none".
+constexpr std::string_view medium_name(Medium medium) {
+  constexpr std::string_view kNames[] = {"none", "air", "cable", "satellite"};
+  return kNames[static_cast<std::size_t>(medium)];
+}
 
 // PAT: the programs of this multiplex, and the PIDs of their PMTs.
 struct Pat {

@@ -1,7 +1,6 @@
 // The control interface: finds a command of the set or of a room, and runs it.
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cctype>
 #include <cstring>
 #include <new>
 #include <string>
@@ -11,6 +10,7 @@
 #include "core/room.h"
 #include "core/set.h"
 #include "core/store.h"
+#include "core/usage.h"
 #include "dtv_tv.h"
 
 namespace {
@@ -55,40 +55,6 @@ boost::json::object no_command(std::string_view name) {
   return reply_error("there is no command " + quoted(name) + "; the commands are: " + known);
 }
 
-std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
-  std::vector<std::string_view> parts;
-  for (std::size_t end = 0; end != std::string_view::npos; text.remove_prefix(std::min(text.size(), end))) {
-    end = text.find(separator);
-    parts.push_back(text.substr(0, end));
-    if (end != std::string_view::npos) end += separator.size();
-  }
-  return parts;
-}
-
-// Returns what the usage text allows as the next word, literal words and placeholders alike, from every form of the
-// command that the given words match.
-std::vector<std::string> next_words(const Command& command, Arguments given) {
-  std::string arguments;  // without its brackets
-  std::ranges::remove_copy_if(command.arguments, std::back_inserter(arguments),
-                              [](char c) { return c == '[' || c == ']'; });
-  std::vector<std::string> next;
-  for (const std::string_view form : split(arguments, " | ")) {
-    const std::vector<std::string_view> places = split(form, " ");
-    if (given.size() >= places.size()) continue;
-    bool fits = true;
-    for (std::size_t i = 0; i < given.size(); ++i) {
-      const std::vector<std::string_view> choices = split(places[i], "|");
-      const bool names_a_value = std::ranges::any_of(choices, [](std::string_view choice) {
-        return !choice.empty() && std::isupper(static_cast<unsigned char>(choice[0])) != 0;
-      });
-      fits = fits && (names_a_value || std::ranges::find(choices, given[i]) != choices.end());
-    }
-    for (const std::string_view choice : fits ? split(places[given.size()], "|") : std::vector<std::string_view>())
-      if (!choice.empty() && std::ranges::find(next, choice) == next.end()) next.emplace_back(choice);
-  }
-  return next;
-}
-
 boost::json::object shown(const Command& command) {
   return {{"name", command.name}, {"arguments", command.arguments}, {"help", command.help}};
 }
@@ -101,7 +67,7 @@ boost::json::object help_command(Arguments arguments) {
   }
   const Command* const command = find_command(arguments[0]);
   if (command == nullptr) return no_command(arguments[0]);
-  const std::vector<std::string> next = next_words(*command, arguments.subspan(1));
+  const std::vector<std::string> next = usage_next(*command, arguments.subspan(1));
   boost::json::object answer = shown(*command);
   answer["next"] = boost::json::array(next.begin(), next.end());
   return answer;
@@ -129,6 +95,8 @@ boost::json::object run(std::string_view text) {
   if (arguments.size() > command->most_arguments) {
     return reply_error(quoted(arguments[command->most_arguments]) + " is one word too many; usage: " + usage(*command));
   }
+  if (const std::string forms = usage_unfinished(*command, arguments); !forms.empty())
+    return reply_error("a word is missing; usage: " + std::string(command->name) + " " + forms);
   if (!store_is_open()) return reply_error("the set is off");
   return command->run(arguments);
 }

@@ -1,5 +1,7 @@
 #include "core/reply.h"
 
+#include <absl/time/time.h>
+
 #include <algorithm>
 #include <boost/json/array.hpp>
 #include <cctype>
@@ -19,6 +21,10 @@ std::string joined(std::span<const std::string_view> words) {
   return text;
 }
 
+std::string reply_time(std::int64_t utc) {
+  return absl::FormatTime("%Y-%m-%dT%H:%M:%SZ", absl::FromUnixSeconds(utc), absl::UTCTimeZone());
+}
+
 boost::json::object reply_error(std::string text) { return {{"error", std::move(text)}}; }
 
 boost::json::object reply_takes(std::string_view command, std::string_view what, std::string_view word) {
@@ -29,7 +35,7 @@ boost::json::object reply_see_log(std::string_view what) {
   return reply_error(std::string(what) + "; see the set's log");
 }
 
-boost::json::object reply_not_kept() { return reply_see_log("the change could not be saved"); }
+boost::json::object reply_not_kept() { return reply_error(kNotSaved); }
 
 void reply_watch(boost::json::object& reply, const Watch& watch) {
   const auto list = [](const std::vector<std::string_view>& words) {

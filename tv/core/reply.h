@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/json/object.hpp>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -15,6 +16,10 @@ std::string quoted(std::string_view text);
 // The words with a space between them: the end of a command's line as one text.
 std::string joined(std::span<const std::string_view> words);
 
+// Replies have times as this text, in UTC: "2026-03-29T10:30:00Z". Their other units are s ("seconds", or a name that
+// ends with it), bytes, and MHz ("mhz").
+std::string reply_time(std::int64_t utc);  // seconds since 1970
+
 // {"error": text}
 boost::json::object reply_error(std::string text);
 
@@ -24,7 +29,8 @@ boost::json::object reply_takes(std::string_view command, std::string_view what,
 // For a failure whose reason is on stderr already.
 boost::json::object reply_see_log(std::string_view what);
 
-// For a change that the store has not saved.
+// For a change that was not saved; the reason is on stderr.
+inline constexpr const char* kNotSaved = "the change could not be saved; see the set's log";
 boost::json::object reply_not_kept();
 
 // How a program follows an action that goes on after the reply to its command. The reply to the words, or that reply's

@@ -44,14 +44,15 @@ using Arguments = std::span<const std::string_view>;
 // A control command: an action of a viewer, or of the world around the set.
 struct Command {
   std::string_view name;
-  // For people and for the shell's completion. " | " separates the command's forms, "|" the choices for one word. The
-  // user types words in lower case literally, a value in place of words in capitals, and a folder in place of DIR.
-  // Brackets enclose optional parts. "..." after a value means that it may be repeated.
+  // For people, for the shell's completion, and for the refusal of too few words (core/usage.h). " | " separates the
+  // command's forms, "|" the choices for one word. The user types words in lower case literally, a value in place of
+  // words in capitals, and a folder in place of DIR. Brackets enclose optional parts. "..." after a value means that it
+  // may be repeated.
   std::string_view arguments;
   std::size_t most_arguments;
   std::string_view help;
   // Returns the reply, or an error from reply.h. Called on any thread, without a lock, while the set is on, with at
-  // most most_arguments words.
+  // most most_arguments words, and not with words that only begin a form of the command.
   boost::json::object (*run)(Arguments arguments);
 };
 

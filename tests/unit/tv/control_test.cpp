@@ -55,6 +55,86 @@ TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("cec","send","dvd")"), "BYTE...");
 }
 
+// Words that begin a form of a command, and the forms that are named in the refusal.
+struct Unfinished {
+  const char* words;
+  const char* usage;
+};
+
+TEST_F(TvControl, AMissingWordIsNamedByTheFormThatItBelongsTo) {
+  constexpr Unfinished kUnfinished[] = {
+      {R"("channel")", "channel CHANNEL | CHANNEL name TEXT... | CHANNEL number N | "},
+      {R"("channel","1","name")", "channel CHANNEL name TEXT...\""},
+      {R"("channel","1","number")", "channel CHANNEL number N\""},
+      {R"("channel","move")", "channel move CHANNEL to CHANNEL\""},
+      {R"("channel","move","1")", "channel move CHANNEL to CHANNEL\""},
+      {R"("channel","move","1","to")", "channel move CHANNEL to CHANNEL\""},
+      {R"("channels","from")", "channels from N\""},
+      {R"("channels","news","from")", "channels TEXT from N\""},
+      {R"("channels","import")", "channels import FILE...\""},
+      {R"("favourite")", "favourite CHANNEL [add|remove]\""},
+      {R"("favourites","from")", "favourites [from N]\""},
+      {R"("favourites","1","from")", "favourites INDEX from N\""},
+      {R"("tune")", "tune CHANNEL|next|previous|back\""},
+      {R"("tuner","pin")", "tuner pin PIN\""},
+      {R"("tuner","audio")", "tuner audio NUMBER\""},
+      {R"("tuner","subtitle")", "tuner subtitle NUMBER|off\""},
+      {R"("guide","range")", "guide range FROM TO BEGIN END\""},
+      {R"("guide","range","1","2","0")", "guide range FROM TO BEGIN END\""},
+      {R"("guide","event")", "guide event CHANNEL ID\""},
+      {R"("guide","event","1")", "guide event CHANNEL ID\""},
+      {R"("guide","search")", "guide search TEXT...\""},
+      {R"("guide","import")", "guide import FILE... | import cancel\""},
+      {R"("guide","map","x")", "guide map [XMLTVID CHANNEL|none]\""},
+      {R"("record")", "record now [MINUTES] | stop [ID] | event CHANNEL EVENTID [series] | CHANNEL FROM MINUTES\""},
+      {R"("record","event")", "record event CHANNEL EVENTID [series]\""},
+      {R"("record","event","1")", "record event CHANNEL EVENTID [series]\""},
+      {R"("record","1")", "record CHANNEL FROM MINUTES\""},
+      {R"("record","1","+5")", "record CHANNEL FROM MINUTES\""},
+      {R"("timer")", "timer ID [delete]\""},
+      {R"("recording","1","name")", "recording ID name TEXT\""},
+      {R"("reminder")", "reminder CHANNEL EVENTID [watch]\""},
+      {R"("reminder","1")", "reminder CHANNEL EVENTID [watch]\""},
+      {R"("multiview","focus")", "multiview focus main|sub\""},
+      {R"("multiview","channel")", "multiview channel CHANNEL\""},
+      {R"("source","1","label")", "source NAME|NUMBER label LABEL\""},
+      {R"("clock","set")", "clock set TIME|machine\""},
+      {R"("cec","send","dvd")", "cec send DEVICE BYTE...\""},
+      {R"("stick","insert")", "stick insert DIR"},
+  };
+  for (const Unfinished& each : kUnfinished) {
+    const std::string answer = tv_control(std::string("[") + each.words + "]");
+    EXPECT_EQ(answer.rfind(R"({"error":"a word is missing; usage: )" + std::string(each.usage), 0), 0u)
+        << each.words << ": " << answer;
+  }
+}
+
+TEST_F(TvControl, WordsThatAFormMayEndWithAreNotMissing) {
+  for (const char* const words : {R"("channels")",
+                                  R"("channels","categories")",
+                                  R"("channels","categories","1")",
+                                  R"("antenna")",
+                                  R"("scan")",
+                                  R"("guide")",
+                                  R"("guide","now")",
+                                  R"("guide","map")",
+                                  R"("record","now")",
+                                  R"("record","stop")",
+                                  R"("tuner")",
+                                  R"("multiview")",
+                                  R"("source")",
+                                  R"("source","1","name")",
+                                  R"("timers")",
+                                  R"("recordings")",
+                                  R"("help","tune")",
+                                  R"("channels","import","none")",
+                                  R"("channel","1","categories")",
+                                  R"("volume")",
+                                  R"("key")",
+                                  R"("state")"})
+    EXPECT_EQ(tv_control(std::string("[") + words + "]").find("a word is missing"), std::string::npos) << words;
+}
+
 TEST_F(TvControl, HelpForAnUnknownCommandListsTheCommands) {
   const std::string answer = tv_control(R"(["help","dance"])");
   expect_words(answer, {R"({"error":)", R"(\"dance\")", "volume", "stick", "help"});

@@ -61,7 +61,7 @@ TEST_F(TvAntenna, TheFolderIsReadAndShown) {
   write_bytes(path("c.ts"), wide.bytes);
   write_bytes(path("d.ts"), {});
   EXPECT_NE(antenna(path()).find("\"folder\":\"" + path() + '"'), std::string::npos);
-  const std::string rest = R"("services":1,"strength":100,"quality":100,"shift":0})";
+  const std::string rest = R"("services":1,"strength":100,"quality":100,"shift_seconds":0})";
   EXPECT_EQ(read_antenna(), R"({"folder":")" + path() +
                                 R"(","multiplexes":[{"file":"b.ts","medium":"air","mhz":474,"network":1,"stream":11,)" +
                                 rest + R"(,{"file":"a.ts","medium":"air","mhz":482,"network":1,"stream":10,)" + rest +

@@ -267,6 +267,17 @@ inline std::string write_bytes(const std::string& path, const Bytes& bytes) {
 
 // ---- The set ----
 
+// How many tuners receive something: each has a thread while it does.
+inline std::size_t tuners_in_use() {
+  std::size_t count = 0;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    count += name.starts_with("dtv_tv-tuner") ? 1 : 0;
+  }
+  return count;
+}
+
 inline std::string antenna(const std::string& word = "") {
   return tv_control(word.empty() ? R"(["antenna"])" : R"(["antenna",")" + word + "\"]");
 }

@@ -16,6 +16,7 @@
 #include "rooms/antenna/index.h"
 #include "rooms/antenna/receptions.h"
 #include "rooms/antenna/worker.h"
+#include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/usb/root.h"
 
@@ -158,18 +159,6 @@ std::string file_name(const std::string& path) { return fs::path(path).filename(
 
 }  // namespace
 
-std::string_view medium_name(Medium medium) {
-  constexpr std::string_view kNames[] = {"none", "air", "cable", "satellite"};
-  return kNames[static_cast<std::size_t>(medium)];
-}
-
-boost::json::value megahertz(Medium medium, std::uint32_t frequency) {
-  constexpr std::uint32_t kUnit = 1'000'000;
-  if (medium == Medium::kSatellite) return frequency;
-  if (frequency % kUnit == 0) return frequency / kUnit;
-  return static_cast<double>(frequency) / kUnit;
-}
-
 void dtv_tv_antenna(const char* folder) {
   std::error_code failed;
   std::string given;
@@ -289,12 +278,21 @@ bool folder_settle(const std::atomic<bool>& cancelled) {
   return state.open && !cancelled;
 }
 
+std::string folder_problem() {
+  const std::lock_guard guard(state.lock);
+  return state.index.problem;
+}
+
 std::vector<std::string> folder_refusals() {
   std::vector<std::string> lines;
   const std::lock_guard guard(state.lock);
-  if (!state.index.problem.empty()) lines.push_back(state.index.problem);
   for (const IndexRefusal& each : state.index.refused) lines.push_back(each.name + ": " + each.why);
   return lines;
+}
+
+std::string folder_logos() {
+  const std::lock_guard guard(state.lock);
+  return state.folder + kLogosBeside;
 }
 
 bool folder_is_chosen() {
@@ -320,7 +318,7 @@ boost::json::object folder_shown() {
                            {"services", each.services.size()},
                            {"strength", multiplex.strength},
                            {"quality", multiplex.quality},
-                           {"shift", each.shift}});
+                           {"shift_seconds", each.shift}});
   }
   for (const IndexRefusal& each : state.index.refused) refused.push_back({{"file", each.name}, {"why", each.why}});
   boost::json::object answer{{"folder", nullptr}};

@@ -25,7 +25,13 @@ void folder_report(boost::json::object& answer);
 
 bool folder_is_chosen();
 
-// A line for each file that is not a multiplex, or for the folder that cannot be read.
+// The folder beside the multiplexes in which channels' logos may be.
+std::string folder_logos();
+
+// Why the folder cannot be read; empty: it can.
+std::string folder_problem();
+
+// A line for each file that is not a multiplex.
 std::vector<std::string> folder_refusals();
 
 // Reads the folder again if its list of names or one of its files has changed.
@@ -33,9 +39,3 @@ void folder_look();
 
 // Waits until the folder has been read. False: cancelled, or the set is off.
 bool folder_settle(const std::atomic<bool>& cancelled);
-
-// "air", "cable" or "satellite".
-std::string_view medium_name(Medium medium);
-
-// A frequency for people, in MHz.
-boost::json::value megahertz(Medium medium, std::uint32_t frequency);

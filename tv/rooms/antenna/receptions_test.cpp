@@ -80,16 +80,6 @@ void take_events(const Eit& eit, std::int64_t shift) {
   for (const Eit::Event& each : eit.events) events.emplace_back(each.texts.at(0).title, each.start + shift);
 }
 
-std::size_t tuner_threads() {
-  std::size_t count = 0;
-  for (const auto& task : fs::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(task.path() / "comm"), name);
-    count += name.starts_with("dtv_tv-tuner") ? 1 : 0;
-  }
-  return count;
-}
-
 struct AntennaReceptions : testing::Test {
   TvFolder folder;
   ReceptionRefusal refusal = ReceptionRefusal::kNone;
@@ -99,7 +89,7 @@ struct AntennaReceptions : testing::Test {
   }
   ~AntennaReceptions() override {
     receptions_close();
-    EXPECT_EQ(tuner_threads(), 0u);
+    EXPECT_EQ(tuners_in_use(), 0u);
   }
   std::string make(std::uint16_t stream, const TestStream& made) const {
     return write_bytes(folder.path + "/" + std::to_string(stream) + ".ts", made.bytes);
@@ -134,7 +124,7 @@ TEST_F(AntennaReceptions, UsersOfAMultiplexShareATunerAndOthersNeedAnother) {
   EXPECT_EQ(receptions_use()[0].path, one);
   EXPECT_EQ(receptions_use()[0].users, 2u);
   EXPECT_EQ(receptions_use()[1].users, 1u);
-  EXPECT_LE(tuner_threads(), 2u);
+  EXPECT_LE(tuners_in_use(), 2u);
   first.reset();
   EXPECT_EQ(start(three, d), nullptr);
   second.reset();
@@ -183,14 +173,14 @@ TEST_F(AntennaReceptions, ATunerHasABoundedNumberOfUsers) {
 
 TEST_F(AntennaReceptions, WithoutUsersThereIsNoThread) {
   const std::string path = make(1);
-  EXPECT_EQ(tuner_threads(), 0u);
+  EXPECT_EQ(tuners_in_use(), 0u);
   for (int i = 0; i < 3; ++i) {
     Listener listener;
     const ReceptionHandle reception = start(path, listener);
     EXPECT_TRUE(listener.hears(1));
-    EXPECT_EQ(tuner_threads(), 1u);
+    EXPECT_EQ(tuners_in_use(), 1u);
   }
-  EXPECT_TRUE(comes_true([] { return tuner_threads() == 0; }));
+  EXPECT_TRUE(comes_true([] { return tuners_in_use() == 0; }));
 }
 
 TEST_F(AntennaReceptions, TheEndWaitsForAFunctionThatRuns) {
@@ -277,7 +267,7 @@ TEST_F(AntennaReceptions, AFileThatIsCutOrRemovedIsLostOnce) {
   fs::remove(removed);
   EXPECT_TRUE(a.wait([&] { return !a.lost.empty(); }));
   EXPECT_TRUE(b.wait([&] { return !b.lost.empty(); }));
-  EXPECT_TRUE(comes_true([] { return tuner_threads() == 0; }));
+  EXPECT_TRUE(comes_true([] { return tuners_in_use() == 0; }));
   EXPECT_EQ(a.lost.size(), 1u);
   EXPECT_EQ(b.lost.size(), 1u);
   EXPECT_NE(a.lost[0].find("no packets any more"), std::string::npos) << a.lost[0];
@@ -392,7 +382,7 @@ TEST_F(AntennaReceptions, UsersJoinAndLeaveUnderLoad) {
   for (std::thread& thread : threads) thread.join();
   EXPECT_GT(received, 0);
   EXPECT_EQ(receptions_use()[0].users + receptions_use()[1].users, 0u);
-  EXPECT_TRUE(comes_true([] { return tuner_threads() == 0; }));
+  EXPECT_TRUE(comes_true([] { return tuners_in_use() == 0; }));
 }
 
 }  // namespace

@@ -85,7 +85,7 @@ bool is_near(const Step& one, const Step& other) {
 }
 
 // The frequencies of the scan in their order: the antenna's multiplexes, and without a signal those of the rasters and
-// of imported tables. A medium that the antenna does not receive is searched only if it was asked for.
+// of imported tables.
 std::vector<Step> steps_of(Medium wanted) {
   std::vector<Step> steps;
   for (Multiplex& each : antenna_multiplexes())
@@ -95,7 +95,7 @@ std::vector<Step> steps_of(Medium wanted) {
   std::vector<Step> silent;
   const auto add = [&](Medium medium, std::uint32_t frequency) {
     const Step step{.medium = medium, .frequency = frequency, .path = {}};
-    const bool searched = medium == wanted || std::ranges::count(signals, medium, &Step::medium) > 0;
+    const bool searched = wanted == Medium::kNone || medium == wanted;
     if (searched && std::ranges::none_of(signals, [&](const Step& each) { return is_near(each, step); }))
       silent.push_back(step);
   };
@@ -117,7 +117,8 @@ void report_message(std::string text) {
   if (state.scan.messages.size() < kMostMessages) state.scan.messages.push_back(std::move(text));
 }
 
-void visit(const Step& step, std::vector<FoundService>& found) {
+// False: there is a multiplex, but it could not be read.
+bool visit(const Step& step, std::vector<FoundService>& found) {
   {
     std::unique_lock guard(state.lock);
     state.scan.at = step.medium;
@@ -125,7 +126,7 @@ void visit(const Step& step, std::vector<FoundService>& found) {
     state.scan.signal = {};
     if (step.path.empty()) {
       state.cancelling.wait_for(guard, kNoSignalTime, [] { return state.cancelled.load(); });
-      return;
+      return true;
     }
     ++state.scan.multiplex;
   }
@@ -133,7 +134,7 @@ void visit(const Step& step, std::vector<FoundService>& found) {
   std::string why;
   if (!survey_read(step.path, SurveyAim::kServices, state.cancelled, survey, why)) {
     if (!why.empty()) report_message(std::filesystem::path(step.path).filename().string() + ": " + why);
-    return;
+    return false;
   }
   std::vector<FoundService> services = survey_services(survey, step.medium, step.frequency);
   if (services.size() > kMostFound - found.size()) {
@@ -144,10 +145,15 @@ void visit(const Step& step, std::vector<FoundService>& found) {
   const std::lock_guard guard(state.lock);
   state.scan.signal = survey.signal;
   state.scan.services = found.size();
+  return true;
 }
 
 Phase scan_all(Medium medium, bool update) {
   if (!folder_settle(state.cancelled)) return Phase::kCancelled;
+  if (const std::string problem = folder_problem(); !problem.empty()) {
+    report_message(problem + "; the channel lists are unchanged");
+    return Phase::kFailed;
+  }
   for (std::string& line : folder_refusals()) report_message(std::move(line));
   const std::vector<Step> steps = steps_of(medium);
   {
@@ -156,19 +162,19 @@ Phase scan_all(Medium medium, bool update) {
     state.scan.multiplexes = steps.size() - static_cast<std::size_t>(std::ranges::count(steps, "", &Step::path));
   }
   std::vector<FoundService> found;
+  std::vector<Medium> searched(std::begin(kMedia), std::end(kMedia));
+  if (medium != Medium::kNone) searched = {medium};
   for (const Step& step : steps) {
-    visit(step, found);
+    if (!visit(step, found)) std::erase(searched, step.medium);
     if (state.cancelled) return Phase::kCancelled;
     const std::lock_guard guard(state.lock);
     ++state.scan.step;
   }
-  if (found.empty()) {
-    report_message("no service was found; the channel lists are unchanged");
-    return Phase::kDone;
-  }
+  if (found.empty()) report_message("no service was found");
   ScanOutcome outcome;
   std::string why;
-  if (!channels_take_scan(found, update, outcome, why)) {
+  if (!channels_take_scan({.found = found, .searched = searched, .update = update, .logos = folder_logos()}, outcome,
+                          why)) {
     report_message("the channel lists are unchanged: " + why);
     return Phase::kFailed;
   }
@@ -265,7 +271,6 @@ void scan_close() {
 }
 
 boost::json::object scan_command(Arguments arguments) {
-  constexpr Medium kMedia[] = {Medium::kAir, Medium::kCable, Medium::kSatellite};
   if (arguments.empty() || arguments[0] == "cancel") {
     if (arguments.size() > 1) return reply_error("scan cancel takes no other word");
     if (!arguments.empty()) scan_cancel();

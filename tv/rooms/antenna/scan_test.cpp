@@ -1,5 +1,6 @@
 // The scan for services, from the folder to the channel lists.
 #include <filesystem>
+#include <mutex>
 #include <random>
 
 #include "antenna_test.h"
@@ -156,16 +157,73 @@ TEST_F(TvScan, ACancelledScanChangesNothing) {
   EXPECT_FALSE(has(channels(), "First")) << channels();
 }
 
-TEST_F(TvScan, WithoutServicesTheListsAreUnchanged) {
+// What the channel list callback reported: the list, and 2 for a change or 3 for a reset.
+std::mutex heard_lock;
+std::vector<std::pair<UINT32, UINT32>> heard;
+
+INT32 hear(INT32, void*, void* list, void* condition, void*, void*) {
+  const auto number = [](void* word) { return static_cast<UINT32>(reinterpret_cast<std::uintptr_t>(word)); };
+  const std::lock_guard guard(heard_lock);
+  heard.emplace_back(number(list), number(condition));
+  return 0;
+}
+
+TEST_F(TvScan, AMediumWithoutServicesHasAnEmptyList) {
+  make_three();
+  scan(R"(,"all")");
+  scanned();
+  EXPECT_FALSE(has(tv_control(R"(["channel","5","name","Mine"])"), "error"));
+  for (const char* const file : {"air.ts", "cable.ts", "satellite.ts"}) fs::remove(path(file));
+  scan(R"(,"air","update")");
+  EXPECT_TRUE(has(scanned(), R"("added":0,"changed":0,"removed":0)"));
+  EXPECT_TRUE(has(channels(), channel(5, "Mine", "air"))) << "an update keeps what it does not find";
+  {
+    const std::lock_guard guard(heard_lock);
+    heard.clear();
+  }
+  ASSERT_EQ(a_vextvapi_channellist_register_callback(hear, nullptr), 0);
+  scan(R"(,"air")");
+  const std::string done = scanned();
+  EXPECT_TRUE(has(done, R"("services":0)")) << done;
+  EXPECT_TRUE(has(done, R"("messages":["no service was found"],"added":0,"changed":0,"removed":2)")) << done;
+  EXPECT_FALSE(has(channels(), R"("list":"air")"));
+  EXPECT_TRUE(has(channels(), channel(7, "Stream 11", "cable"))) << "it was not searched";
+  const UINT32 air = a_vextvapi_channellist_get_svl_handle_by_svl_id(1);
+  EXPECT_TRUE(comes_true([air] {
+    const std::lock_guard guard(heard_lock);
+    return heard == std::vector<std::pair<UINT32, UINT32>>{{air, VEXTVAPI_CHANNEL_LIST_RESET}};
+  }));
+  scan(R"(,"all")");
+  EXPECT_TRUE(has(scanned(), R"("removed":2)"));
+  EXPECT_TRUE(has(channels(), R"("channels":[])"));
+}
+
+TEST_F(TvScan, AFolderThatCannotBeReadLeavesTheLists) {
   make_three();
   scan(R"(,"air")");
   scanned();
-  fs::remove(path("air.ts"));
-  fs::remove(path("cable.ts"));
+  fs::rename(world.path, world.path + ".away");
   scan(R"(,"air")");
   const std::string done = scanned();
-  EXPECT_TRUE(has(done, R"("messages":["no service was found; the channel lists are unchanged"])")) << done;
+  fs::rename(world.path + ".away", world.path);
+  EXPECT_TRUE(has(done, R"("state":"failed")")) << done;
+  EXPECT_TRUE(has(done, "the channel lists are unchanged")) << done;
   EXPECT_TRUE(has(channels(), channel(5, "First", "air")));
+}
+
+TEST_F(TvScan, LogosBesideTheMultiplexesAreTaken) {
+  make_three();
+  fs::create_directory(path("logos"));
+  write_bytes(path("logos/First.png"), {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'});
+  write_bytes(path("logos/7.png"), {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'});
+  scan(R"(,"all")");
+  scanned();
+  EXPECT_TRUE(fs::exists(folder.path + "/ChLogo/PreDef/First.png"));
+  EXPECT_FALSE(has(tv_control(R"(["channel","5"])"), R"("logo":0)"));
+  EXPECT_TRUE(has(tv_control(R"(["channel","cable:7"])"), R"("logo":7)"));
+  EXPECT_TRUE(has(tv_control(R"(["channel","3"])"), R"("logo":0)"));
+  EXPECT_FALSE(has(tv_control(R"(["reset"])"), "error"));
+  EXPECT_TRUE(fs::is_empty(folder.path + "/ChLogo/PreDef"));
 }
 
 TEST_F(TvScan, SwitchingOffEndsAScan) {

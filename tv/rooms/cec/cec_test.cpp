@@ -574,14 +574,14 @@ TEST_F(TvCec, ErrorsOfBadCommandsNameWhatIsAllowed) {
   };
   const Case cases[] = {
       {R"(["cec","dance"])", {"dance", "play", "standby", "unplug", "plug", "send", "frames"}},
-      {R"(["cec","play"])", {"play", "amplifier, player"}},
+      {R"(["cec","play"])", {"a word is missing", "cec play|standby|unplug|plug DEVICE"}},
       {R"(["cec","play","radio"])", {"radio", "amplifier, player"}},
       {R"(["cec","play","player","now"])", {"now", "one word too many", "cec play DEVICE"}},
       {R"(["cec","play","amplifier"])", {"amplifier is unplugged", "plug it"}},
       {R"(["cec","unplug","amplifier"])", {"amplifier is unplugged"}},
       {R"(["cec","send","amplifier","36"])", {"amplifier is unplugged"}},
       {R"(["cec","plug","player"])", {"player is plugged in already"}},
-      {R"(["cec","send","player"])", {"opcode", "hexadecimal"}},
+      {R"(["cec","send","player"])", {"a word is missing", "cec send DEVICE BYTE..."}},
       {R"(["cec","send","player","zz"])", {"zz", "00 to ff"}},
       {R"(["cec","send","player","100"])", {"100", "00 to ff"}},
       {R"(["cec","send","player","44","-1"])", {"-1", "00 to ff"}},

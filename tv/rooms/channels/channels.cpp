@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
 
 #include "core/room.h"
 #include "rooms/channels/commands.h"
 #include "rooms/channels/favourites.h"
+#include "rooms/channels/logos.h"
 #include "rooms/channels/state.h"
 
 namespace {
@@ -22,14 +24,20 @@ void report(boost::json::object& answer) {
 
 }  // namespace
 
-bool channels_take_scan(std::span<const FoundService> found, bool update, ScanOutcome& ret_outcome,
-                        std::string& ret_error) {
+bool channels_take_scan(const ScanResult& scan, ScanOutcome& ret_outcome, std::string& ret_error) {
   std::vector<Service> services;
-  services.reserve(found.size());
-  for (const FoundService& each : found) services.push_back({.found = each});
+  services.reserve(scan.found.size());
+  for (const FoundService& each : scan.found) services.push_back({.found = each});
+  const std::string logos = logo_folder();
+  take_logos(scan.logos, logos);
   ScanOutcome outcome;
-  std::string why = change_lists([&](Lists& lists) { return take_services(lists, services, update, outcome); },
-                                 update ? ChangeKind::kEdit : ChangeKind::kReset);
+  std::string why = change_lists(
+      [&](Lists& lists) {
+        std::string refused = take_services(lists, services, scan.searched, scan.update, outcome);
+        give_logos(lists, logos);
+        return refused;
+      },
+      scan.update ? ChangeKind::kEdit : ChangeKind::kReset);
   if (!why.empty()) {
     ret_error = std::move(why);
     return false;
@@ -43,14 +51,28 @@ std::optional<Channel> channels_by_id(std::uint32_t channel_id) {
   return channel_or_none(find_id(*lists, channel_id));
 }
 
-std::optional<Channel> channels_by_key(const ServiceKey& key) {
+std::optional<Channel> channels_by_key(const ServiceKey& key, std::uint16_t list) {
   const auto lists = lists_now();
-  return channel_or_none(find_key(*lists, key));
+  return channel_or_none(find_key(*lists, key, list));
 }
 
 std::optional<Channel> channels_by_number(std::uint32_t number) {
   const auto lists = lists_now();
   return channel_or_none(find_number(*lists, number));
+}
+
+std::optional<Channel> channels_named(std::string_view word, std::string& ret_error) {
+  const auto lists = lists_now();
+  const Entry* const entry = find_named(*lists, word);
+  if (entry == nullptr) ret_error = no_channel_named(word);
+  return channel_or_none(entry);
+}
+
+boost::json::value megahertz(Medium medium, std::uint32_t frequency) {
+  constexpr std::uint32_t kUnit = 1'000'000;
+  if (medium == Medium::kSatellite) return frequency;
+  if (frequency % kUnit == 0) return frequency / kUnit;
+  return static_cast<double>(frequency) / kUnit;
 }
 
 std::optional<Channel> channels_step(std::uint32_t channel_id, int by) {

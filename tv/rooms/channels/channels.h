@@ -2,10 +2,12 @@
 // wait for the disk. The room's lock comes after the tuner's, the antenna's and the guide's; callers may hold theirs.
 #pragma once
 
+#include <boost/json/fwd.hpp>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "broadcast/tables.h"
@@ -58,16 +60,40 @@ struct ScanOutcome {
   std::size_t removed = 0;
 };
 
-// Takes a scan's result into the service lists of its services' media, in one transaction, and posts the channel list
-// callback. update false: the lists become exactly what was found. update true: services known already keep their
-// numbers and what the viewer changed, and those that were not found stay. A service without a number, or whose number
-// is taken, gets the next free one from 800 up. False with ret_error if the change was not saved.
-bool channels_take_scan(std::span<const FoundService> found, bool update, ScanOutcome& ret_outcome,
-                        std::string& ret_error);
+// The folder with the channels' logos beside multiplexes, or beside a list that is imported; see logos.h.
+inline constexpr const char* kLogosBeside = "/logos";
+
+struct ScanResult {
+  std::span<const FoundService> found;
+  std::span<const Medium> searched;  // to the end
+  bool update = false;
+  std::string logos = {};  // a folder with the channels' logos, which need not exist
+};
+
+// Takes a scan's result into the service lists of its services' media and of those that were searched, in one
+// transaction, and posts the channel list callback. update false: these lists become exactly what was found, so that
+// the list of a medium that was searched in vain is empty. update true: services known already keep their numbers and
+// what the viewer changed, and those that were not found stay. A service without a number, or whose number is taken,
+// gets the next free one from 800 up. False with ret_error if the change was not saved.
+bool channels_take_scan(const ScanResult& scan, ScanOutcome& ret_outcome, std::string& ret_error);
 
 std::optional<Channel> channels_by_id(std::uint32_t channel_id);
-std::optional<Channel> channels_by_key(const ServiceKey& key);
 std::optional<Channel> channels_by_number(std::uint32_t number);  // in the one channel list, visible or not
+
+// The service's channel. A service can be in several lists: its channel in this one counts before the others.
+std::optional<Channel> channels_by_key(const ServiceKey& key, std::uint16_t list = 0);
+
+// The service list of the channel with this identifier.
+constexpr std::uint16_t list_of_id(std::uint32_t channel_id) {
+  return static_cast<std::uint16_t>(channel_id & SVL_CHANNEL_ID_KEPT);
+}
+
+// The channel that a word of a command names: 7 or 7.1 in the one channel list, air:7, cable:7 or satellite:7 in a
+// service list. Nothing, with ret_error for the reply: there is none.
+std::optional<Channel> channels_named(std::string_view word, std::string& ret_error);
+
+// A frequency in a reply, in MHz. frequency: as in TSL_REC_T.
+boost::json::value megahertz(Medium medium, std::uint32_t frequency);
 
 // The channel that CH+ (by 1) or CH- (by -1) reaches from this one in the one channel list, over its ends; nothing when
 // the list has no channel to show. An unknown identifier counts as before the first.

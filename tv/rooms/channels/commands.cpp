@@ -7,16 +7,16 @@
 
 #include "base/text.h"
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/channels/favourites.h"
 #include "rooms/channels/import.h"
+#include "rooms/channels/logos.h"
 #include "rooms/channels/state.h"
 #include "rooms/usb/root.h"
 
 namespace {
 
 constexpr std::size_t kPage = 100;  // channels in a reply
-
-constexpr std::string_view kListNames[] = {"", "air", "cable", "satellite"};
 
 // ---- Channels in replies ----
 
@@ -36,7 +36,7 @@ boost::json::object shown(const Entry& entry) {
   boost::json::object answer{{"number", entry.channel.number}};
   if (const std::uint32_t minor = minor_of(entry.channel.id); minor != 0) answer["minor"] = minor;
   answer["name"] = entry.channel.name;
-  answer["list"] = kListNames[entry.channel.list];
+  answer["list"] = medium_name(entry.channel.medium);
   answer["flags"] = flags_of(entry);
   return answer;
 }
@@ -52,7 +52,7 @@ boost::json::object details(const Lists& lists, const Entry& entry) {
   answer["type"] = channel.type;
   answer["short_name"] = channel.short_name;
   answer["provider"] = channel.provider;
-  answer["frequency"] = channel.frequency;
+  answer["mhz"] = megahertz(channel.medium, channel.frequency);
   if (channel.medium == Medium::kSatellite) answer["orbit"] = orbit_text(entry.orbit);
   const auto& favourites = lists.favourites[0];
   answer["favourite"] = std::ranges::find(favourites, reference_of(entry)) != favourites.end();
@@ -83,34 +83,6 @@ boost::json::object bad_position(std::string_view command, std::string_view word
   return reply_takes(command, "from and a position from 1 to " + std::to_string(kMostChannels), word);
 }
 
-// ---- Finding ----
-
-// "7", "7.1", "cable:7"
-const Entry* find_channel(const Lists& lists, std::string_view word) {
-  const std::size_t colon = word.find(':');
-  std::size_t list = 0;
-  if (colon != std::string_view::npos) {
-    const auto* const name = std::ranges::find(kListNames, word.substr(0, colon));
-    if (name == std::end(kListNames) || name->empty()) return nullptr;
-    list = static_cast<std::size_t>(name - kListNames);
-    word.remove_prefix(colon + 1);
-  }
-  const std::size_t point = word.find('.');
-  const auto number = parse_number<std::uint32_t>(word.substr(0, point));
-  const auto minor = point == std::string_view::npos ? std::optional<std::uint32_t>()
-                                                     : parse_number<std::uint32_t>(word.substr(point + 1));
-  if (!number || (point != std::string_view::npos && !minor)) return nullptr;
-  const auto& order = lists.views[list].order;
-  const auto found = std::ranges::find_if(order, [&](const Entry* each) {
-    return each->channel.number == *number && (!minor || minor_of(each->channel.id) == *minor);
-  });
-  return found == order.end() ? nullptr : *found;
-}
-
-std::string no_channel(std::string_view word) {
-  return "there is no channel " + quoted(word) + "; a channel is a number, as 7, 7.1 or cable:7";
-}
-
 // ---- Changes of a channel ----
 
 using Edit = std::function<std::string(Lists& lists, Entry& entry)>;
@@ -119,8 +91,8 @@ using Edit = std::function<std::string(Lists& lists, Entry& entry)>;
 boost::json::object edit(std::string_view word, const Edit& edit) {
   std::uint32_t reference = 0;
   std::string why = change_lists([&](Lists& lists) {
-    const Entry* const found = find_channel(lists, word);
-    if (found == nullptr) return no_channel(word);
+    const Entry* const found = find_named(lists, word);
+    if (found == nullptr) return no_channel_named(word);
     reference = reference_of(*found);
     Entry entry = *found;
     std::string refused = edit(lists, entry);
@@ -189,8 +161,8 @@ boost::json::object categorize(std::string_view word, Arguments numbers) {
 boost::json::object delete_channel(std::string_view word) {
   std::string name;
   std::string why = change_lists([&](Lists& lists) {
-    const Entry* const found = find_channel(lists, word);
-    if (found == nullptr) return no_channel(word);
+    const Entry* const found = find_named(lists, word);
+    if (found == nullptr) return no_channel_named(word);
     name = found->channel.name;
     std::erase_if(lists.entries, [&](const auto& each) { return each.get() == found; });
     return std::string();
@@ -220,13 +192,13 @@ std::string move_between(Lists& lists, const Entry& moved, const Entry& target) 
 boost::json::object move_channel(std::string_view word, std::string_view target) {
   std::uint32_t reference = 0;
   std::string why = change_lists([&](Lists& lists) {
-    const Entry* const moved = find_channel(lists, word);
-    if (moved == nullptr) return no_channel(word);
+    const Entry* const moved = find_named(lists, word);
+    if (moved == nullptr) return no_channel_named(word);
     reference = reference_of(*moved);
-    const std::string_view list = kListNames[moved->channel.list];
+    const std::string_view list = medium_name(moved->channel.medium);
     const bool has_list = target.find(':') != std::string_view::npos;
     const std::string place = has_list ? std::string(target) : std::string(list) + ":" + std::string(target);
-    const Entry* const other = find_channel(lists, place);
+    const Entry* const other = find_named(lists, place);
     if (other != nullptr && other->channel.list == moved->channel.list) return move_between(lists, *moved, *other);
     const auto number = parse_number_within<std::uint32_t>(target, 1, kLastNumber);
     if (!number) return quoted(target) + " is not a number in the list of the channel, which is " + std::string(list);
@@ -254,7 +226,6 @@ constexpr Switch kSwitches[] = {
 };
 
 boost::json::object channel_command(Arguments arguments) {
-  if (arguments.empty()) return reply_error("channel takes the number of a channel; \"channels\" lists them");
   const std::string_view word = arguments[0];
   if (word == "move") {
     if (arguments.size() == 4 && arguments[2] == "to") return move_channel(arguments[1], arguments[3]);
@@ -262,11 +233,11 @@ boost::json::object channel_command(Arguments arguments) {
   }
   if (arguments.size() == 1) {
     const auto lists = lists_now();
-    const Entry* const entry = find_channel(*lists, word);
-    return entry != nullptr ? details(*lists, *entry) : reply_error(no_channel(word));
+    const Entry* const entry = find_named(*lists, word);
+    return entry != nullptr ? details(*lists, *entry) : reply_error(no_channel_named(word));
   }
   const std::string_view action = arguments[1];
-  if (action == "name" && arguments.size() > 2) return name_channel(word, joined(arguments.subspan(2)));
+  if (action == "name") return name_channel(word, joined(arguments.subspan(2)));
   if (action == "categories") return categorize(word, arguments.subspan(2));
   if (action == "number" && arguments.size() == 3) return number_channel(word, arguments[2]);
   if (action == "delete" && arguments.size() == 2) return delete_channel(word);
@@ -278,7 +249,7 @@ boost::json::object channel_command(Arguments arguments) {
     });
   }
   return reply_takes("channel",
-                     "a channel's number and name TEXT, number N, block, unblock, skip, unskip, hide, show, delete or "
+                     "a channel and name TEXT, number N, block, unblock, skip, unskip, hide, show, delete or "
                      "categories N...",
                      joined(arguments.subspan(1)));
 }
@@ -288,12 +259,14 @@ boost::json::object channel_command(Arguments arguments) {
 constexpr const char* kTables = "/usr/share/dvb";
 constexpr std::string_view kTableFolders[] = {"dvb-s", "dvb-t", "dvb-c", "atsc", "isdb-t"};
 
-std::string read_stick_file(std::string_view given, std::string& ret_content) {
+// ret_folder: where the file is.
+std::string read_stick_file(std::string_view given, std::string& ret_content, std::string& ret_folder) {
   const UsbPlace place = usb_place(given);
   if (!place.inside) {
     return usb_root().empty() ? "no file can be imported: the set was started without a folder for sticks"
                               : "only a file in " + usb_root() + " can be imported";
   }
+  ret_folder = place.folder.substr(0, place.folder.rfind('/'));
   return place.failed ? place.failed.message() : import_read(place.folder, ret_content);
 }
 
@@ -315,8 +288,8 @@ std::string read_table(std::string_view given, std::string& ret_content) {
 }
 
 boost::json::object import_file(std::string_view given) {
-  std::string content;
-  std::string why = given.starts_with('/') ? read_stick_file(given, content) : read_table(given, content);
+  std::string content, folder;
+  std::string why = given.starts_with('/') ? read_stick_file(given, content, folder) : read_table(given, content);
   if (!why.empty()) return reply_error("cannot read " + quoted(given) + ": " + why);
   const std::string_view name = given.substr(given.rfind('/') + 1);
   const Imported imported = import_text(content, name);
@@ -331,6 +304,8 @@ boost::json::object import_file(std::string_view given) {
         imported.bad.empty() ? "" : "; line " + std::to_string(imported.bad[0].line) + ": " + imported.bad[0].why;
     return reply_error(quoted(given) + " has no services and no multiplexes" + first);
   }
+  const std::string logos = logo_folder();
+  if (!folder.empty()) take_logos(folder + kLogosBeside, logos);
   ScanOutcome outcome;
   std::size_t multiplexes = 0;
   why = change_lists([&](Lists& lists) {
@@ -338,7 +313,9 @@ boost::json::object import_file(std::string_view given) {
     std::string refused = take_multiplexes(lists, imported.multiplexes);
     multiplexes = lists.multiplexes.size() - before;
     if (refused.empty() && names_satellite) refused = take_satellite(lists, *imported.orbit, imported.satellite);
-    return refused.empty() ? take_services(lists, imported.services, true, outcome) : refused;
+    if (refused.empty()) refused = take_services(lists, imported.services, {}, true, outcome);
+    give_logos(lists, logos);
+    return refused;
   });
   if (!why.empty()) return reply_error(std::move(why));
   boost::json::object answer{{"added", outcome.added}, {"changed", outcome.changed}, {"multiplexes", multiplexes}};
@@ -404,7 +381,7 @@ boost::json::object list_channels(std::string_view name, std::size_t first) {
 
 boost::json::object channels_command(Arguments arguments) {
   const std::string_view action = arguments.empty() ? "" : arguments[0];
-  if (action == "import" && arguments.size() > 1) return import_file(joined(arguments.subspan(1)));
+  if (action == "import") return import_file(joined(arguments.subspan(1)));
   if (action == "categories") return categories(arguments.subspan(1));
   if (action == "clear" && arguments.size() == 1) return clear();
   std::size_t first = 1;
@@ -419,14 +396,13 @@ boost::json::object channels_command(Arguments arguments) {
 // ---- Favourites ----
 
 boost::json::object favourite_command(Arguments arguments) {
-  if (arguments.empty()) return reply_error("favourite takes the number of a channel; \"favourites\" lists them");
   const std::string_view action = arguments.size() > 1 ? arguments[1] : "";
   if (arguments.size() > 1 && action != "add" && action != "remove")
-    return reply_takes("favourite", "a channel's number and add or remove", action);
+    return reply_takes("favourite", "a channel and add or remove", action);
   boost::json::object answer;
   std::string why = change_lists([&](Lists& lists) {
-    const Entry* const entry = find_channel(lists, arguments[0]);
-    if (entry == nullptr) return no_channel(arguments[0]);
+    const Entry* const entry = find_named(lists, arguments[0]);
+    if (entry == nullptr) return no_channel_named(arguments[0]);
     const std::uint32_t reference = reference_of(*entry);
     const bool is_one = std::ranges::find(lists.favourites[0], reference) != lists.favourites[0].end();
     const bool wanted = action.empty() ? !is_one : action == "add";
@@ -462,18 +438,19 @@ boost::json::object favourites_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"channels", "[TEXT] | from N | TEXT from N | import FILE | categories | categories N [NAME...] | clear", 17,
+    {"channels", "[TEXT...] | from N | TEXT from N | import FILE... | categories [N [NAME...]] | clear", 17,
      "Lists the channels by number, 100 at a time, or those with the text in their names; import: reads a channel list "
      "(dvbv5) or a table of dtv-scan-tables; categories: names those of a broadcaster; clear: deletes everything",
      channels_command},
     {"channel",
-     "NUMBER | NUMBER name TEXT... | NUMBER number N | NUMBER block|unblock|skip|unskip|hide|show|delete | "
-     "NUMBER categories [N...] | move NUMBER to NUMBER",
+     "CHANNEL | CHANNEL name TEXT... | CHANNEL number N | CHANNEL block|unblock|skip|unskip|hide|show|delete | "
+     "CHANNEL categories [N...] | move CHANNEL to CHANNEL",
      33,
-     "Shows or changes a channel, given as 7, 7.1 or cable:7; move: gives it another channel's place, and shifts those "
+     "Shows or changes a channel, given as 7, 7.1, air:7, cable:7 or satellite:7; move: gives it another channel's "
+     "place, and shifts those "
      "between by one",
      channel_command},
-    {"favourite", "NUMBER [add|remove]", 2,
+    {"favourite", "CHANNEL [add|remove]", 2,
      "Makes a channel a favourite, or no longer one; without add or remove, whichever it is not", favourite_command},
     {"favourites", "[from N] | INDEX | INDEX from N", 3,
      "Lists the favourites, 100 at a time; INDEX: those of the service lists' favourite list 0 to 3",

@@ -41,10 +41,9 @@ TEST_F(TvChannels, LongListsComeInPages) {
 }
 
 TEST_F(TvChannelList, AChannelIsShownAndChanged) {
-  expect_words(
-      command({"channel", "satellite:5"}),
-      {R"({"number":5,"name":"Five","list":"satellite","flags":[],"id":1310723,)", R"("network":1)", R"("stream":1101)",
-       R"("service":305)", R"("frequency":11836,"orbit":"19.2E")", R"("favourite":false)"});
+  expect_words(command({"channel", "satellite:5"}),
+               {R"({"number":5,"name":"Five","list":"satellite","flags":[],"id":1310723,)", R"("network":1)",
+                R"("stream":1101)", R"("service":305)", R"("mhz":11836,"orbit":"19.2E")", R"("favourite":false)"});
   expect_words(command({"channel", "cable:2"}), {R"("name":"Second")"});
   expect_words(command({"channel", "2"}), {R"("name":"Two")"});
   for (const auto& [word, flags] : {std::pair("block", R"("flags":["blocked"])"),

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "base/text.h"
+#include "core/text.h"
 
 namespace {
 
@@ -265,7 +266,7 @@ Imported import_text(std::string_view content, std::string_view name) {
   return imported;
 }
 
-std::string import_read(const std::string& path, std::string& ret_content) {
+std::string import_read(const std::string& path, std::string& ret_content, std::size_t longest) {
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (file < 0) return std::system_category().message(errno);
   struct stat info {};
@@ -275,7 +276,7 @@ std::string import_read(const std::string& path, std::string& ret_content) {
   else if (!S_ISREG(info.st_mode))
     why = "it is not a regular file";
   // One byte more than the limit shows that the file is longer, even if it grows meanwhile.
-  content.resize(why.empty() ? kLongestImport + 1 : 0);
+  content.resize(why.empty() ? longest + 1 : 0);
   std::size_t length = 0;
   while (why.empty() && length < content.size()) {
     const ssize_t got = read(file, content.data() + length, content.size() - length);
@@ -285,7 +286,7 @@ std::string import_read(const std::string& path, std::string& ret_content) {
     length += static_cast<std::size_t>(got);
   }
   close(file);
-  if (why.empty() && length > kLongestImport) why = "it has more than " + std::to_string(kLongestImport >> 20) + " MiB";
+  if (why.empty() && length > longest) why = "it has more than " + std::to_string(longest >> 10) + " KiB";
   if (!why.empty()) return why;
   content.resize(length);
   ret_content = std::move(content);

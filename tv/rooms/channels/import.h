@@ -28,5 +28,5 @@ struct Imported {
 // Reads a file's content. A bad line is left out, and so is a section that lacks something. name: the file's name.
 Imported import_text(std::string_view content, std::string_view name);
 
-// Reads a regular file of at most kLongestImport bytes; does not follow a link. Returns why not, or an empty text.
-std::string import_read(const std::string& path, std::string& ret_content);
+// Reads a regular file of at most `longest` bytes; does not follow a link. Returns why not, or an empty text.
+std::string import_read(const std::string& path, std::string& ret_content, std::size_t longest = kLongestImport);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "base/text.h"
+#include "core/text.h"
 
 namespace {
 
@@ -68,22 +68,6 @@ int service_type(std::uint8_t type) {
   return std::ranges::find(kRadio, type) != std::end(kRadio) ? SVL_SERV_TYPE_RADIO : SVL_SERV_TYPE_DATA;
 }
 
-std::string clean_text(std::string_view text, std::size_t longest) {
-  std::string clean;
-  while (!text.empty()) {
-    const std::size_t length = utf8_length(text);
-    const std::string_view character = length == 0 ? "?" : text.substr(0, length);
-    text.remove_prefix(std::max<std::size_t>(length, 1));
-    const auto lead = static_cast<unsigned char>(character[0]);
-    const bool control =
-        lead < 0x20 || lead == 0x7F || (lead == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
-    if (control) continue;
-    if (clean.size() + character.size() > longest) break;
-    clean += character;
-  }
-  return clean;
-}
-
 std::string orbit_text(std::int16_t orbit) {
   const int tenths = std::abs(int{orbit});
   return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + (orbit < 0 ? "W" : "E");
@@ -97,7 +81,38 @@ const Entry* find_reference(const Lists& lists, std::uint32_t reference) {
   return find_in(lists.by_reference, reference);
 }
 
-const Entry* find_key(const Lists& lists, const ServiceKey& key) { return find_in(lists.by_key, key); }
+const Entry* find_key(const Lists& lists, const ServiceKey& key, std::uint16_t list) {
+  const auto found = std::ranges::equal_range(lists.by_key, key, {}, &decltype(lists.by_key)::value_type::first);
+  const auto preferred =
+      std::ranges::find_if(found, [&](const auto& each) { return each.second->channel.list == list; });
+  if (preferred != found.end()) return preferred->second;
+  return found.empty() ? nullptr : found.front().second;
+}
+
+const Entry* find_named(const Lists& lists, std::string_view word) {
+  std::size_t list = 0;
+  if (const std::size_t colon = word.find(':'); colon != std::string_view::npos) {
+    const auto* const medium = std::ranges::find(kMedia, word.substr(0, colon), medium_name);
+    if (medium == std::end(kMedia)) return nullptr;
+    list = static_cast<std::size_t>(*medium);
+    word.remove_prefix(colon + 1);
+  }
+  const std::size_t point = word.find('.');
+  const auto number = parse_number<std::uint32_t>(word.substr(0, point));
+  const auto minor = point == std::string_view::npos ? std::optional<std::uint32_t>()
+                                                     : parse_number<std::uint32_t>(word.substr(point + 1));
+  if (!number || (point != std::string_view::npos && !minor)) return nullptr;
+  const auto& order = lists.views[list].order;
+  const auto found = std::ranges::find_if(order, [&](const Entry* each) {
+    return each->channel.number == *number && (!minor || minor_of(each->channel.id) == *minor);
+  });
+  return found == order.end() ? nullptr : *found;
+}
+
+std::string no_channel_named(std::string_view word) {
+  return "there is no channel \"" + clean_text(word, kLongestName) +
+         "\"; a channel is a number, as 7, 7.1, air:7, cable:7 or satellite:7, and \"channels\" lists them";
+}
 
 const Entry* find_number(const Lists& lists, std::uint32_t number) {
   const auto& order = lists.views[0].order;

@@ -128,10 +128,6 @@ int service_type(std::uint8_t type);
 
 // ---- Texts ----
 
-// The text without control characters and with at most `longest` bytes, cut between characters. Bytes that are not
-// UTF-8 become "?".
-std::string clean_text(std::string_view text, std::size_t longest);
-
 // "19.2E"
 std::string orbit_text(std::int16_t orbit);
 
@@ -139,8 +135,11 @@ std::string orbit_text(std::int16_t orbit);
 
 const Entry* find_id(const Lists& lists, std::uint32_t id);  // of two with one identifier, the first in the list
 const Entry* find_reference(const Lists& lists, std::uint32_t reference);
-const Entry* find_key(const Lists& lists, const ServiceKey& key);
+const Entry* find_key(const Lists& lists, const ServiceKey& key, std::uint16_t list);  // see channels_by_key
+const Entry* find_named(const Lists& lists, std::string_view word);                    // see channels_named
 const Entry* find_number(const Lists& lists, std::uint32_t number);
+
+std::string no_channel_named(std::string_view word);  // why find_named finds none
 
 // Which channels count. The mask says which network bits count, and the value what they are to be.
 struct Fit {
@@ -185,8 +184,9 @@ struct Service {
   std::uint16_t minor = 0;  // minor number
 };
 
-// channels_take_scan on a copy of the lists; update as there. Returns why not, or an empty text.
-std::string take_services(Lists& lists, std::span<const Service> services, bool update, ScanOutcome& ret_outcome);
+// channels_take_scan on a copy of the lists; searched and update as there. Returns why not, or an empty text.
+std::string take_services(Lists& lists, std::span<const Service> services, std::span<const Medium> searched,
+                          bool update, ScanOutcome& ret_outcome);
 
 // Names the satellite at this position, or adds it. Without a name a new one is named after its position.
 std::string take_satellite(Lists& lists, std::int16_t orbit, std::string_view name);

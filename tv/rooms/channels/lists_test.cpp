@@ -16,7 +16,7 @@ Service found(std::uint16_t service, const std::string& name, std::optional<std:
 
 ScanOutcome take(Lists& lists, const std::vector<Service>& services, bool update) {
   ScanOutcome outcome;
-  EXPECT_EQ(take_services(lists, services, update, outcome), "");
+  EXPECT_EQ(take_services(lists, services, {}, update, outcome), "");
   index_lists(lists);
   return outcome;
 }
@@ -98,6 +98,71 @@ TEST(ChannelLists, WithoutUpdateTheListsBecomeWhatWasFound) {
   EXPECT_NE(find_number(lists, 9)->channel.record, 1) << "the record of a removed channel leads nowhere";
 }
 
+TEST(ChannelLists, AMediumThatWasSearchedInVainHasAnEmptyListUnlessItIsAnUpdate) {
+  Lists lists;
+  take(lists, {found(1, "One", 1), found(3, "Cable", 3, Medium::kCable), found(5, "Bird", 5, Medium::kSatellite)},
+       false);
+  lists.favourites[0] = {reference_of(*find_number(lists, 1)), reference_of(*find_number(lists, 3))};
+  index_lists(lists);
+  const Medium searched[] = {Medium::kAir, Medium::kCable};
+  ScanOutcome outcome;
+  EXPECT_EQ(take_services(lists, {}, searched, true, outcome), "");
+  index_lists(lists);
+  expect_outcome(outcome, 0, 0, 0);
+  EXPECT_EQ(text(lists), "1 One, 3 Cable, 5 Bird");
+  const Service still_there[] = {found(1, "One", 1)};
+  EXPECT_EQ(take_services(lists, still_there, searched, false, outcome), "");
+  index_lists(lists);
+  expect_outcome(outcome, 0, 0, 1);
+  EXPECT_EQ(text(lists), "1 One, 5 Bird");
+  EXPECT_EQ(take_services(lists, {}, searched, false, outcome), "");
+  index_lists(lists);
+  expect_outcome(outcome, 0, 0, 1);
+  EXPECT_EQ(text(lists), "5 Bird");
+  EXPECT_TRUE(lists.favourites[0].empty());
+}
+
+TEST(ChannelLists, AWordNamesAChannelOfTheOneListOrOfAServiceList) {
+  Lists lists;
+  Service minor = found(8, "Minor", 7);
+  minor.minor = 1;
+  take(lists,
+       {minor, found(9, "Other minor", 9), found(1, "Cable seven", 7, Medium::kCable),
+        found(2, "Bird seven", 7, Medium::kSatellite)},
+       false);
+  const auto named = [&](std::string_view word) {
+    const Entry* const entry = find_named(lists, word);
+    return entry == nullptr ? "none" : entry->channel.name;
+  };
+  for (const auto& [word, name] : {std::pair("7", "Cable seven"),
+                                   {"7.1", "Minor"},
+                                   {"air:7", "Minor"},
+                                   {"air:7.1", "Minor"},
+                                   {"cable:7", "Cable seven"},
+                                   {"cable:7.0", "Cable seven"},
+                                   {"satellite:7", "Bird seven"},
+                                   {"9", "Other minor"}})
+    EXPECT_EQ(named(word), name) << word;
+  for (const char* const word : {"", "x", "7.", ".1", "7.2", "air:", ":7", "air:9.1", "none:7", "mars:7", "AIR:7",
+                                 "air:cable:7", "7 ", "-7", "4294967303", "cable:9"})
+    EXPECT_EQ(named(word), "none") << word;
+  expect_words(no_channel_named("mars:7"), {"\"mars:7\"", "7, 7.1, air:7, cable:7 or satellite:7"});
+}
+
+TEST(ChannelLists, AServiceInTwoListsHasTheChannelOfTheListThatIsAskedFor) {
+  Lists lists;
+  take(lists, {found(1, "Air", 1), found(1, "Cable", 2, Medium::kCable), found(2, "Alone", 3, Medium::kCable)}, false);
+  const auto of = [&](std::uint16_t service, std::uint16_t list) {
+    const Entry* const entry = find_key(lists, {1, 2, service}, list);
+    return entry == nullptr ? "none" : entry->channel.name;
+  };
+  EXPECT_EQ(of(1, kListAir), "Air");
+  EXPECT_EQ(of(1, kListCable), "Cable");
+  EXPECT_EQ(of(2, kListAir), "Alone");
+  EXPECT_NE(of(1, kListSatellite), "none");
+  EXPECT_EQ(of(3, kListAir), "none");
+}
+
 TEST(ChannelLists, HostileServicesAreCleaned) {
   Lists lists;
   Service service = found(7,
@@ -120,12 +185,12 @@ TEST(ChannelLists, ScansWithoutMediumOrBeyondTheBoundAreRefused) {
   Lists lists;
   ScanOutcome outcome;
   const Service none[] = {found(1, "One", 1, Medium::kNone)};
-  EXPECT_NE(take_services(lists, none, true, outcome), "");
+  EXPECT_NE(take_services(lists, none, {}, true, outcome), "");
   std::vector<Service> many;
   for (std::size_t i = 0; i < kMostChannels; ++i) many.push_back(found(static_cast<std::uint16_t>(i), "Many"));
   expect_outcome(take(lists, many, true), kMostChannels, 0, 0);
   const Service more[] = {found(60000, "One more")};
-  EXPECT_NE(take_services(lists, more, true, outcome), "");
+  EXPECT_NE(take_services(lists, more, {}, true, outcome), "");
   EXPECT_EQ(lists.entries.size(), kMostChannels);
   EXPECT_EQ(lists.views[0].order.back()->channel.number, kFirstFreeNumber + kMostChannels - 1);
 }
@@ -207,6 +272,73 @@ TEST(ChannelLogos, AFileHasTheChannelsNumberOrName) {
     entry.channel.name = name;
     EXPECT_EQ(find_logo(folder.path, entry), 0) << name;
   }
+}
+
+const std::string kPng = "\x89PNG\r\n\x1A\n the rest";
+
+std::vector<std::string> names_in(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& each : std::filesystem::directory_iterator(folder)) names.push_back(each.path().filename().string());
+  std::ranges::sort(names);
+  return names;
+}
+
+TEST(ChannelLogos, OnlyPngFilesNamedLikeAChannelAreTaken) {
+  const TvFolder set, world;
+  const std::string logos = set.path + "/ChLogo", from = world.path + "/logos", taken = logos + "/PreDef";
+  make_logo_folder(logos);
+  EXPECT_EQ(take_logos(from, logos), 0u) << "there is no such folder";
+  std::filesystem::create_directory(from);
+  write_file(from + "/7.png", kPng);
+  write_file(from + "/Wald & Kino.png", kPng);
+  write_file(from + "/text.png", "a text");
+  write_file(from + "/.png", kPng);
+  write_file(from + "/.hidden.png", kPng);
+  write_file(from + "/line\n.png", kPng);
+  write_file(from + "/\xFF.png", kPng);
+  write_file(from + "/" + std::string(kLongestName + 1, 'x') + ".png", kPng);
+  write_file(from + "/picture.jpg", kPng);
+  write_file(from + "/large.png", kPng + std::string(kLongestLogo, 'x'));
+  std::filesystem::create_directory(from + "/folder.png");
+  std::filesystem::create_symlink(from + "/7.png", from + "/link.png");
+  ASSERT_EQ(mkfifo((from + "/fifo.png").c_str(), 0600), 0);
+  EXPECT_EQ(take_logos(from, logos), 2u);
+  EXPECT_EQ(names_in(taken), (std::vector<std::string>{"7.png", "Wald & Kino.png"}));
+  write_file(from + "/7.png", kPng + " is new");
+  EXPECT_EQ(take_logos(from, logos), 2u);
+  EXPECT_EQ(content_of(taken + "/7.png"), kPng + " is new");
+  std::filesystem::create_directory_symlink(from, world.path + "/elsewhere");
+  EXPECT_EQ(take_logos(world.path + "/elsewhere", logos), 0u) << "a link";
+  remove_logos(logos);
+  EXPECT_TRUE(names_in(taken).empty());
+}
+
+TEST(ChannelLogos, AFolderHasAtMost2000) {
+  const TvFolder set, world;
+  const std::string logos = set.path + "/ChLogo";
+  make_logo_folder(logos);
+  for (std::size_t i = 1; i < kMostLogos; ++i) write_file(logos + "/PreDef/" + std::to_string(i) + ".png", kPng);
+  for (const char* const name : {"1", "A", "B", "C"}) write_file(world.path + "/" + name + ".png", kPng);
+  EXPECT_EQ(take_logos(world.path, logos), 2u) << "one is replaced, and one is new";
+  EXPECT_EQ(names_in(logos + "/PreDef").size(), kMostLogos);
+}
+
+TEST(ChannelLogos, EveryChannelGetsTheLogoThatItHasNow) {
+  const TvFolder folder;
+  make_logo_folder(folder.path);
+  write_file(folder.path + "/PreDef/2.png", kPng);
+  write_file(folder.path + "/UserDef/One.png", kPng);
+  Lists lists;
+  take(lists, {found(1, "One", 1), found(2, "Two", 2), found(3, "../One", 3)}, false);
+  give_logos(lists, folder.path);
+  index_lists(lists);
+  EXPECT_EQ(find_number(lists, 1)->logo, 0x8000 | find_number(lists, 1)->channel.record);
+  EXPECT_EQ(find_number(lists, 2)->logo, 2);
+  EXPECT_EQ(find_number(lists, 3)->logo, 0);
+  std::filesystem::remove(folder.path + "/PreDef/2.png");
+  give_logos(lists, folder.path);
+  index_lists(lists);
+  EXPECT_EQ(find_number(lists, 2)->logo, 0);
 }
 
 // ---- Files ----
@@ -302,6 +434,38 @@ TEST(ChannelImport, OtherSystemsHaveTheirTypeAndTwoNumbers) {
   EXPECT_EQ(lists.views[0].order[0]->channel.id, 7u << 18 | 1u << 8 | 1u);
 }
 
+// The tables of the package dtv-scan-tables. What is counted independently: the heads of sections in the files' bytes.
+TEST(ChannelImport, EveryTableOfThePackageIsReadOrRefusedWithAReason) {
+  const std::filesystem::path tables = "/usr/share/dvb";
+  ASSERT_TRUE(std::filesystem::is_directory(tables)) << "the package dtv-scan-tables is not installed";
+  std::size_t files = 0, multiplexes = 0, services = 0;
+  for (const char* const folder : {"dvb-s", "dvb-t", "dvb-c", "atsc", "isdb-t"}) {
+    for (const auto& each : std::filesystem::recursive_directory_iterator(tables / folder)) {
+      if (!each.is_regular_file()) continue;
+      const std::string content = content_of(each.path().string());
+      std::size_t heads = 0;
+      for (std::size_t at = 0; at != std::string::npos && at < content.size();) {
+        heads += content[at] == '[' ? 1 : 0;
+        at = content.find('\n', at);
+        if (at != std::string::npos) ++at;
+      }
+      const Imported table = import_text(content, each.path().filename().string());
+      EXPECT_EQ(table.multiplexes.size() + table.services.size() + table.bad_lines, heads) << each.path();
+      EXPECT_TRUE(table.bad_lines == 0 || !table.bad.empty()) << each.path();
+      for (const BadLine& bad : table.bad) EXPECT_NE(bad.why, "") << each.path();
+      EXPECT_EQ(table.orbit.has_value(), std::string_view(folder) == "dvb-s") << each.path();
+      ++files;
+      multiplexes += table.multiplexes.size();
+      services += table.services.size();
+    }
+  }
+  EXPECT_GT(files, 3000u);
+  EXPECT_GT(multiplexes, 10'000u);
+  RecordProperty("files", static_cast<int>(files));
+  RecordProperty("multiplexes", static_cast<int>(multiplexes));
+  RecordProperty("services", static_cast<int>(services));
+}
+
 TEST(ChannelImport, OnlyARegularFileOfLimitedSizeIsRead) {
   const TvFolder folder;
   std::string content = "unchanged";
@@ -314,7 +478,7 @@ TEST(ChannelImport, OnlyARegularFileOfLimitedSizeIsRead) {
   EXPECT_NE(import_read(folder.path + "/link", content), "");
   write_file(folder.path + "/large", "");
   std::filesystem::resize_file(folder.path + "/large", kLongestImport + 1);
-  expect_words(import_read(folder.path + "/large", content), {"16 MiB"});
+  expect_words(import_read(folder.path + "/large", content), {"16384 KiB"});
   EXPECT_EQ(content, "unchanged");
   EXPECT_EQ(import_read(folder.path + "/list", content), "");
   EXPECT_EQ(content, "text");

@@ -4,12 +4,11 @@
 
 #include "base/text.h"
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/channels/calls.h"
 #include "rooms/channels/logos.h"
 
 namespace {
-
-constexpr const char* kLogoFolder = "/3rd_rw/ChLogo";
 
 // How often each list is held. A client may hold a list for long, or for ever, and nobody waits for it: each reader has
 // the lists of one moment, and each change is complete in itself. So this only tells whether a release has its hold.
@@ -314,7 +313,7 @@ INT32 a_channel_logo_custom_update_logo_id_by_channel(UINT16 svl_id, UINT32 chan
   const auto before = lists_now();
   const Entry* const found = channel_of(__func__, *before, svl_id, channel_id);
   if (found == nullptr) return -1;
-  const std::uint16_t logo = find_logo(kLogoFolder, *found);
+  const std::uint16_t logo = find_logo(logo_folder(), *found);
   return change(__func__, [&](Lists& lists) {
     const Entry* const present = find_reference(lists, reference_of(*found));
     if (present == nullptr) return std::string("the channel was removed meanwhile");

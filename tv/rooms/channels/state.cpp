@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <mutex>
 
 #include "core/events.h"
 #include "core/reply.h"
 #include "core/set.h"
+#include "core/text.h"
+#include "rooms/channels/logos.h"
 #include "rooms/channels/storage.h"
 
 namespace {
@@ -18,6 +19,7 @@ struct State {
   Database database;
   std::mutex lock;  // guards the members below; held for moments
   std::shared_ptr<const Lists> lists = std::make_shared<const Lists>();
+  std::string logos;  // folder
   a_vextvapi_channellist_nfy_fct callback = nullptr;
   void* callback_tag = nullptr;
 };
@@ -97,11 +99,6 @@ void post(const Notices& notices, ChangeKind kind) {
   }
 }
 
-template <std::size_t Size>
-void copy_text(char (&ret_text)[Size], const std::string& text) {
-  std::memcpy(ret_text, text.data(), std::min(Size - 1, text.size()));
-}
-
 }  // namespace
 
 std::shared_ptr<const Lists> lists_now() {
@@ -134,6 +131,11 @@ std::string change_lists(const std::function<std::string(Lists& lists)>& edit, C
   return "";
 }
 
+std::string logo_folder() {
+  const std::lock_guard guard(state.lock);
+  return state.logos;
+}
+
 void state_load() {
   std::unique_lock changing(state.changing);
   database_close(state.database);
@@ -142,7 +144,10 @@ void state_load() {
   if (!storage_open(set_folder() + "/channels.sqlite", state.database, *lists, error))
     std::fprintf(stderr, "dtv_tv: there are no channels, and none can be saved: %s\n", error.c_str());
   index_lists(*lists);
+  const std::string logos = set_folder() + kLogoFolder;
+  make_logo_folder(logos);
   std::unique_lock guard(state.lock);
+  state.logos = logos;
   lists->changes = state.lists->changes + 1;  // what another room remembers of the last run is stale
   state.lists = std::move(lists);
   state.callback = nullptr;
@@ -168,6 +173,7 @@ bool state_reset() {
         return std::string();
       },
       ChangeKind::kReset);
+  if (why.empty()) remove_logos(logo_folder());
   return why.empty();
 }
 
@@ -181,10 +187,10 @@ SVL_REC_T service_record(const Entry& entry) {
   header.ui4_option_mask = entry.options;
   header.e_brdcst_type = entry.broadcast;
   header.e_serv_type = static_cast<UINT8>(service_type(channel.type));
-  copy_text(header.ac_name, channel.name);
+  put_text(header.ac_name, channel.name);
   header.aui1_custom_data[0] = static_cast<UINT8>(entry.logo & 0xFF);
   header.aui1_custom_data[1] = static_cast<UINT8>(entry.logo >> 8);
-  copy_text(record.t_dvb.s_svc_name, channel.short_name);
+  put_text(record.t_dvb.s_svc_name, channel.short_name);
   record.t_dvb.ui4_category_mask = entry.categories;
   return record;
 }

@@ -27,8 +27,8 @@ enum class ChangeKind {
 // thread.
 std::string change_lists(const std::function<std::string(Lists& lists)>& edit, ChangeKind kind = ChangeKind::kEdit);
 
-// What change_lists returns when the change was not saved; the reason is on stderr.
-inline constexpr const char* kNotSaved = "the change could not be saved; see the set's log";
+// Where the channels' logos are (logos.h). Any thread.
+std::string logo_folder();
 
 void state_load();
 void state_stop();  // closes the database: until the next load every change fails

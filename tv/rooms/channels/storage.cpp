@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "base/text.h"
+#include "core/text.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // The TV API of two tables: the satellites, and the categories of channels that a broadcaster names. The locks of both
 // are accepted and have no effect: a reader has the tables of one moment.
 #include <algorithm>
-#include <cstring>
 
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/channels/calls.h"
 
 namespace {
@@ -18,11 +18,6 @@ INT32 check_satellites(const char* function, UINT32 h_satl) {
 INT32 check_categories(const char* function, UINT32 h_lol) {
   if (h_lol == kCategoryHandle) return 0;
   return refuse_call(function, std::to_string(h_lol) + " is not the handle of a list of a broadcaster's data");
-}
-
-template <std::size_t Size>
-void copy_text(char (&ret_text)[Size], std::string_view text) {
-  std::memcpy(ret_text, text.data(), std::min(Size - 1, text.size()));
 }
 
 }  // namespace
@@ -58,8 +53,8 @@ INT32 c_satl_get_rec_by_rec_idx(UINT32 h_satl, INT32 index, SATL_REC_T* satl_rec
   SATL_REC_T record = {};
   record.ui2_satl_rec_id = satellite.record;
   record.i2_orb_pos = satellite.orbit;
-  copy_text(record.ac_sat_name, satellite.name);
-  copy_text(record.ac_lnb_config, kLnb);
+  put_text(record.ac_sat_name, satellite.name);
+  put_text(record.ac_lnb_config, kLnb);
   *satl_rec = record;
   *version = lists->satellites_version;
   return 0;
@@ -93,7 +88,7 @@ INT32 c_lol_get_rec_by_data_tag(UINT32 h_lol, UINT32 data_tag, UINT16 index, LOL
   list.ui2_category_num = static_cast<UINT16>(categories.size());
   for (std::size_t i = 0; i < categories.size(); ++i) {
     list.at_category_arr[i].ui2_category_no = categories[i].number;
-    copy_text(list.at_category_arr[i].ac_category_name, categories[i].name);
+    put_text(list.at_category_arr[i].ac_category_name, categories[i].name);
   }
   *lol_rec = record;
   *version = lists->categories_version;

@@ -3,6 +3,7 @@
 #include <map>
 #include <set>
 
+#include "core/text.h"
 #include "rooms/channels/lists.h"
 
 namespace {
@@ -105,9 +106,11 @@ Taking begin(const Lists& lists) {
 
 }  // namespace
 
-std::string take_services(Lists& lists, std::span<const Service> services, bool update, ScanOutcome& ret_outcome) {
+std::string take_services(Lists& lists, std::span<const Service> services, std::span<const Medium> searched,
+                          bool update, ScanOutcome& ret_outcome) {
   Taking taking = begin(lists);
   std::array<bool, kLastList + 1> affected = {};
+  for (const Medium each : searched) affected[static_cast<std::size_t>(each)] = true;
   for (const Service& each : services) {
     if (!is_list(list_of(each)))
       return "the service \"" + clean_text(each.found.name, kLongestName) + "\" has no medium";

@@ -215,9 +215,9 @@ boost::json::object show() {
   return {{"utc", shown(now, absl::UTCTimeZone())},
           {"local", shown(now, clock.zone)},
           {"zone", config_text(kZoneKey)},
-          {"offset", offset_at(clock, now)},
+          {"offset_seconds", offset_at(clock, now)},
           {"summer", is_summer(clock, absl::FromUnixSeconds(now))},
-          {"sleep", sleep_remaining()}};
+          {"sleep_seconds", sleep_remaining()}};
 }
 
 boost::json::object changed(INT32 result) { return result == 0 ? show() : reply_not_kept(); }
@@ -370,7 +370,7 @@ bool reset() {
 }
 
 void report(boost::json::object& answer) {
-  if (const INT32 remaining = sleep_remaining(); remaining > 0) answer["sleep"] = remaining;
+  if (const INT32 remaining = sleep_remaining(); remaining > 0) answer["sleep_seconds"] = remaining;
 }
 
 boost::json::object clock_command(Arguments arguments) {

@@ -403,15 +403,15 @@ TEST_F(TvClock, SleepTimerRefusesDurationsOutOfRange) {
 TEST_F(TvClock, Command) {
   const std::string set = tv_control(R"(["clock","set","2026-03-29T01:59:50"])");  // local
   expect_words(set, {R"("utc":"2026-03-29T00:59:5)", R"("local":"2026-03-29T01:59:5)", R"("zone":"Europe/Berlin")",
-                     R"("offset":3600)", R"("summer":false)", R"("sleep":0)"});
+                     R"("offset_seconds":3600)", R"("summer":false)", R"("sleep_seconds":0)"});
   EXPECT_LE(a_vextvapi_time_get_utc_time() - kSummerStarts, 0);
   expect_words(tv_control(R"(["clock","set","2026-07-04T12:00:00Z"])"), {R"("local":"2026-07-04T14:00:0)"});
   expect_words(tv_control(R"(["clock","set","2026-07-04T12:00:00-05:00"])"), {R"("utc":"2026-07-04T17:00:0)"});
   expect_words(tv_control(R"(["clock","zone","Asia/Kolkata"])"),
-               {R"("utc":"2026-07-04T17:00:0)", R"("local":"2026-07-04T22:30:0)", R"("offset":19800)"});
-  expect_words(tv_control(R"(["clock","sleep","900"])"), {R"("sleep":900)"});
-  expect_words(tv_control(R"(["state"])"), {R"("sleep":)"});
-  expect_words(tv_control(R"(["clock","sleep","0"])"), {R"("sleep":0)"});
+               {R"("utc":"2026-07-04T17:00:0)", R"("local":"2026-07-04T22:30:0)", R"("offset_seconds":19800)"});
+  expect_words(tv_control(R"(["clock","sleep","900"])"), {R"("sleep_seconds":900)"});
+  expect_words(tv_control(R"(["state"])"), {R"("sleep_seconds":)"});
+  expect_words(tv_control(R"(["clock","sleep","0"])"), {R"("sleep_seconds":0)"});
   EXPECT_EQ(tv_control(R"(["state"])").find("sleep"), std::string::npos);
   tv_control(R"(["clock","set","machine"])");
   EXPECT_NEAR(static_cast<double>(a_vextvapi_time_get_utc_time()), static_cast<double>(std::time(nullptr)), 2);

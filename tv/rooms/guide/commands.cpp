@@ -27,7 +27,7 @@ constexpr std::size_t kLongestSearch = 100;      // bytes
 // ---- Replies ----
 
 boost::json::object brief_event(const GuideEvent& event) {
-  return {{"id", event.id}, {"start", event.start}, {"duration", event.duration}, {"title", event.title}};
+  return {{"id", event.id}, {"start", reply_time(event.start)}, {"seconds", event.duration}, {"title", event.title}};
 }
 
 boost::json::object list_event(const GuideEvent& event) {
@@ -118,14 +118,9 @@ boost::json::object status() {
 // ---- Arguments ----
 
 std::optional<Channel> channel_or_error(std::string_view word, boost::json::object& ret_error) {
-  const auto number = parse_number<std::uint32_t>(word);
-  auto channel = number ? channels_by_number(*number) : std::nullopt;
-  if (!channel) {
-    ret_error =
-        number
-            ? reply_error("there is no channel " + std::string(word))
-            : reply_takes("guide", "a channel's number, now, range, event, search, import, update, map or clear", word);
-  }
+  std::string why;
+  auto channel = channels_named(word, why);
+  if (!channel) ret_error = reply_error(std::move(why));
   return channel;
 }
 
@@ -149,8 +144,8 @@ boost::json::object of_channel(Arguments words) {
     return reply_takes("guide NUMBER", "a day from -1 (yesterday) to " + std::to_string(kFarthestDay), words[1]);
   const std::int64_t from = clock_local_day(*day), to = clock_local_day(*day + 1);
   boost::json::object shown = channel_head(*channel);
-  shown["from"] = from;
-  shown["to"] = to;
+  shown["from"] = reply_time(from);
+  shown["to"] = reply_time(to);
   boost::json::array events;
   for (const GuideEvent& event : guide_events(channel->key, from, to, kMostRangeEvents))
     events.push_back(list_event(event));
@@ -168,7 +163,7 @@ boost::json::object of_all_now(Arguments words) {
   const std::size_t first = (*page - 1) * kChannelsOfPage;
   for (std::size_t i = first; i < std::min(first + kChannelsOfPage, channels.size()); ++i)
     shown.push_back(now_and_next(channels[i]));
-  return {{"time", clock_utc()}, {"page", *page}, {"pages", pages}, {"channels", std::move(shown)}};
+  return {{"time", reply_time(clock_utc())}, {"page", *page}, {"pages", pages}, {"channels", std::move(shown)}};
 }
 
 boost::json::object of_range(Arguments words) {
@@ -198,13 +193,14 @@ boost::json::object of_range(Arguments words) {
     shown["events"] = std::move(events);
     channels.push_back(std::move(shown));
   }
-  boost::json::object shown{{"time", now}, {"from", from}, {"to", to}, {"channels", std::move(channels)}};
+  boost::json::object shown{
+      {"time", reply_time(now)}, {"from", reply_time(from)}, {"to", reply_time(to)}, {"channels", std::move(channels)}};
   if (left_out != 0) shown["left_out"] = left_out;
   return shown;
 }
 
 boost::json::object one_event(Arguments words) {
-  if (words.size() != 2) return reply_error("guide event takes a channel's number and an event's id");
+  if (words.size() != 2) return reply_error("guide event takes a channel and an event's id");
   boost::json::object error;
   const auto channel = channel_or_error(words[0], error);
   if (!channel) return error;
@@ -298,7 +294,7 @@ boost::json::object map_channel(Arguments words) {
   if (words.empty()) return show_mappings();
   constexpr std::size_t kLongestId = 255;  // bytes, as of an XMLTV channel
   if (words.size() != 2 || words[0].size() > kLongestId || !is_utf8(words[0]))
-    return reply_error("guide map takes the id of an XMLTV channel, and a channel's number or none");
+    return reply_error("guide map takes the id of an XMLTV channel, and a channel or none");
   GuideMapping mapping{.xmltv = std::string(words[0])};
   const bool none = words[1] == "none";
   if (!none) {
@@ -336,6 +332,8 @@ boost::json::object guide_command(std::span<const std::string_view> arguments) {
   if (arguments.empty()) return status();
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (part != std::end(kParts)) return part->run(arguments.subspan(1));
+  if (arguments[0].find_first_of("0123456789") == std::string_view::npos)
+    return reply_takes("guide", "a channel, now, range, event, search, import, map or clear", arguments[0]);
   if (arguments.size() > 2) return reply_error("guide NUMBER takes a day and no other word");
   return of_channel(arguments);
 }

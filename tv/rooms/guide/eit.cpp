@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/text.h"
 #include "rooms/guide/words.h"
 
 namespace {
@@ -90,9 +91,9 @@ std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTa
            .age = chosen_age(event, taste),
            .categories = pack_categories(event.categories)};
     if (const Eit::Text* const text = chosen_text(event, taste)) {
-      row.title = guide_clean_text(text->title, kLongestTitle);
-      row.summary = guide_clean_text(text->summary, kLongestText);
-      row.details = guide_clean_text(text->details, kLongestText);
+      row.title = clean_text(text->title, kLongestTitle, Lines::kMany);
+      row.summary = clean_text(text->summary, kLongestText, Lines::kMany);
+      row.details = clean_text(text->details, kLongestText, Lines::kMany);
     }
   }
   return rows;

@@ -144,13 +144,14 @@ void start() {
 
 constexpr Command kCommands[] = {
     {"guide",
-     "[NUMBER [DAY] | now [PAGE] | range FROM TO BEGIN END | event NUMBER ID | search TEXT... | import FILE... | "
-     "import cancel | update [cancel] | map [XMLTVID [NUMBER|none]] | clear]",
+     "[CHANNEL [DAY] | now [PAGE] | range FROM TO BEGIN END | event CHANNEL ID | search TEXT... | import FILE... | "
+     "import cancel | update [cancel] | map [XMLTVID CHANNEL|none] | clear]",
      kMostGuideWords,
      "Shows how much the guide has; shows a channel's present and next event, or those of a day (0: today); now: of "
      "all channels; range: of channels FROM to TO, in the hours BEGIN to END counted from the present hour; event: one "
-     "with its texts; search: by title; import: reads an XMLTV file; update: collects the events of all multiplexes "
-     "that an idle tuner can receive; map: says which channel an XMLTV channel is; clear: empties the guide",
+     "with its texts; search: by title; import: reads an XMLTV file; update: collects the events of all "
+     "multiplexes that an idle tuner can receive; map: says which channel an XMLTV channel is; clear: empties the "
+     "guide",
      guide_command},
 };
 

@@ -138,18 +138,20 @@ TEST_F(GuideImport, CommandsShowEvents) {
                programme("a", 0, 30, "<title>News</title><sub-title>Short</sub-title><category>news</category>") +
                titled("a", 30, 60, "Film") + titled("b", 15, 45, "New Match"));
   const std::string id = std::to_string(near(kOne, VEXTVAPI_EVENT_PRESENT));
-  const std::string news = R"({"id":)" + id + R"(,"start":1800000000,"duration":1800,"title":"News","category":32})";
+  const std::string news =
+      R"({"id":)" + id + R"(,"start":"2027-01-15T08:00:00Z","seconds":1800,"title":"News","category":32})";
   expect_words(tv_control(R"(["guide","1"])"),
                {R"({"number":1,"id":)" + std::to_string(kOne) + R"(,"name":"One","now":)" + news, R"("next":{"id":)"});
   expect_words(tv_control(R"(["guide","3"])"), {R"("now":null,"next":null})"});
   expect_words(tv_control(R"(["guide","now"])"), {R"("page":1,"pages":1)", R"("name":"Three")", news});
   expect_words(tv_control(R"(["guide","now","2"])"), {"error", "1 to 1"});
   // The local day in Berlin begins at 23:00 UTC, nine hours before kGuideNow.
-  expect_words(tv_control(R"(["guide","1","0"])"), {R"("from":1799967600,"to":1800054000)", news, "Film"});
-  expect_words(tv_control(R"(["guide","1","1"])"), {R"("from":1800054000)", R"("events":[])"});
+  expect_words(tv_control(R"(["guide","1","0"])"),
+               {R"("from":"2027-01-14T23:00:00Z","to":"2027-01-15T23:00:00Z")", news, "Film"});
+  expect_words(tv_control(R"(["guide","1","1"])"), {R"("from":"2027-01-15T23:00:00Z")", R"("events":[])"});
   expect_words(tv_control(R"(["guide","1","63"])"), {"error", "62"});
   const std::string range = tv_control(R"(["guide","range","1","2","0","1"])");
-  expect_words(range, {R"("from":1800000000,"to":1800003600)", news, "Film", "New Match"});
+  expect_words(range, {R"("from":"2027-01-15T08:00:00Z","to":"2027-01-15T09:00:00Z")", news, "Film", "New Match"});
   EXPECT_EQ(range.find("Three"), std::string::npos);
   expect_words(tv_control(R"(["guide","range","1","2","1","1"])"), {"error"});
   expect_words(tv_control(R"(["guide","range","1","2","0","25"])"), {"error", "24"});

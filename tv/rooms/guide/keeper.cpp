@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "core/background.h"
+#include "core/reply.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/parts.h"
@@ -329,7 +330,7 @@ bool keeper_run(GuideJob job, std::string& ret_error) {
   keeper.jobs.push_back(&waiting);
   keeper.changed.notify_all();
   keeper.finished.wait(guard, [&] { return waiting.done; });
-  if (!waiting.kept) ret_error = "the change could not be saved; see the set's log";
+  if (!waiting.kept) ret_error = kNotSaved;
   return waiting.kept;
 }
 

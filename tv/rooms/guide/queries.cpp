@@ -1,12 +1,12 @@
 // The TV API's questions about events. They read the guide's database and wait for no writer.
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <optional>
 #include <unordered_map>
 
 #include "core/contract.h"
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/parts.h"
 #include "rooms/guide/words.h"
@@ -54,22 +54,12 @@ std::optional<GuideRow> find_or_refuse(const char* function, UINT32 channel_id, 
   return row;
 }
 
-template <std::size_t Size>
-void copy_text(char (&place)[Size], std::string_view text) {
-  const std::string_view cut = guide_cut_text(text, Size - 1);
-  std::memcpy(place, cut.data(), cut.size());
-  place[cut.size()] = '\0';
-}
-
-// Fills the buffer with at most `size` bytes of the text, and ends it if there is room for that.
 INT32 give_text(const char* function, const std::string GuideRow::*text, UINT16 event_id, UINT32 channel_id,
                 char* place, UINT32 size) {
   if (place == nullptr) return refuse_call(function, "there is no place for the text");
   const auto row = find_or_refuse(function, channel_id, event_id);
   if (!row) return -1;
-  const std::string_view cut = guide_cut_text((*row).*text, size);
-  std::memcpy(place, cut.data(), cut.size());
-  if (cut.size() < size) place[cut.size()] = '\0';
+  fill_text(place, size, (*row).*text);
   return 0;
 }
 
@@ -208,8 +198,8 @@ VEXTVAPI_EVENT_GENERAL_INFO_T info_of(const Channel& channel, const GuideRow& ro
   info.free_ca_mode = row.scrambled ? 1 : 0;
   for (const std::uint8_t category : unpack_categories(row.categories))
     info.event_category[info.event_category_num++] = category;
-  copy_text(info.event_title, row.title);
-  if (row.age != 0) copy_text(info.event_rating, std::to_string(row.age));
+  put_text(info.event_title, row.title);
+  if (row.age != 0) put_text(info.event_rating, std::to_string(row.age));
   info.event_detail_len = static_cast<UINT32>(row.summary.size());
   info.event_detail_extend_len = static_cast<UINT32>(row.details.size());
   return info;

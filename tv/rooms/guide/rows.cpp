@@ -406,25 +406,3 @@ std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t ch
   }
   return std::nullopt;
 }
-
-std::string_view guide_cut_text(std::string_view text, std::size_t longest) {
-  if (text.size() <= longest) return text;
-  std::size_t end = longest;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
-  return text.substr(0, end);
-}
-
-std::string guide_clean_text(std::string_view text, std::size_t longest) {
-  std::string clean;
-  clean.reserve(std::min(text.size(), longest));
-  while (!text.empty() && clean.size() < longest) {
-    const std::size_t length = utf8_length(text);
-    const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
-    const auto first = static_cast<unsigned char>(character[0]);
-    const bool control = length == 1 && (first < 0x20 || first == 0x7F) && first != '\n';
-    if (length != 0 && clean.size() + length > longest) break;
-    if (length != 0 && !control) clean += character;
-    text.remove_prefix(character.size());
-  }
-  return clean;
-}

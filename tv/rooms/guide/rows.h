@@ -143,11 +143,3 @@ bool mappings_erase_all(Database& database);
 // and not used by another event of the channel. Nothing if kMostIdentifierTries in a row are in use.
 inline constexpr int kMostIdentifierTries = 1024;
 std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t channel, std::int64_t start);
-
-// ---- Texts ----
-
-// The text in valid UTF-8 and without control characters but line breaks, cut between characters.
-std::string guide_clean_text(std::string_view text, std::size_t longest);
-
-// The longest beginning that is no longer than that and does not cut a character.
-std::string_view guide_cut_text(std::string_view text, std::size_t longest);

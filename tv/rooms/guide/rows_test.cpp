@@ -172,7 +172,7 @@ TEST_F(GuideRows, TextsAreCutBetweenCharactersAndHaveNoControlCharacters) {
   cut.texts[0].details = std::string(9000, 'x');
   const GuideRow row = eit_rows({.table = kSchedule, .key = kKey, .events = {cut}}, 0, {}, kNow).at(0);
   EXPECT_EQ(row.title, std::string(254, 'a'));
-  EXPECT_EQ(row.summary, "ab\ncd");
+  EXPECT_EQ(row.summary, "ab\nc?d");
   EXPECT_EQ(row.details.size(), kLongestText);
 }
 

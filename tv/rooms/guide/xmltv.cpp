@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "base/text.h"
+#include "core/text.h"
 #include "rooms/guide/rows.h"
 #include "rooms/guide/words.h"
 
@@ -82,7 +83,7 @@ std::string attribute(std::string_view name, int count, const xmlChar** attribut
     std::string value(reinterpret_cast<const char*>(each[3]), reinterpret_cast<const char*>(each[4]));
     // The parser leaves an ampersand of an attribute in this form.
     for (std::size_t at = 0; (at = value.find("&#38;", at)) != std::string::npos; ++at) value.replace(at, 5, "&");
-    return guide_clean_text(value, kLongestXmltvName);
+    return clean_text(value, kLongestXmltvName, Lines::kMany);
   }
   return "";
 }
@@ -98,7 +99,7 @@ void take(Reader& reader, std::string& place, std::size_t longest) {
   bool& preferred = reader.preferred[static_cast<int>(reader.field)];
   const bool prefers = same_language(reader.text_language, *reader.language);
   if (!place.empty() && (preferred || !prefers)) return;
-  place = guide_clean_text(trimmed(reader.text), longest);
+  place = clean_text(trimmed(reader.text), longest, Lines::kMany);
   preferred = prefers;
 }
 
@@ -108,7 +109,7 @@ void end_field(Reader& reader) {
   switch (reader.field) {
     case Field::kName:
       if (reader.channel.names.size() < kMostXmltvNames)
-        reader.channel.names.push_back(guide_clean_text(text, kLongestXmltvName));
+        reader.channel.names.push_back(clean_text(text, kLongestXmltvName, Lines::kMany));
       break;
     case Field::kTitle:
       take(reader, programme.title, kLongestTitle);
@@ -127,7 +128,7 @@ void end_field(Reader& reader) {
       if (programme.age == 0) programme.age = age_of(text);
       break;
     case Field::kSeries:
-      programme.series = guide_clean_text(text.substr(0, text.find('.')), kLongestXmltvName);
+      programme.series = clean_text(text.substr(0, text.find('.')), kLongestXmltvName, Lines::kMany);
       break;
     case Field::kNone:
       break;
@@ -210,7 +211,8 @@ void on_error(void* context, xmlError* error) {
   Reader& reader = reader_of(context);
   if (error->level != XML_ERR_FATAL || !reader.error.empty()) return;
   const std::string_view message = error->message == nullptr ? "" : error->message;
-  reader.error = "line " + std::to_string(error->line) + ": " + guide_clean_text(trimmed(message), kLongestTitle);
+  reader.error =
+      "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestTitle, Lines::kMany);
 }
 
 int read_file(void* context, char* buffer, int size) {

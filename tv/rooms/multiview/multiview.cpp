@@ -51,12 +51,9 @@ struct State {
 // Never destroyed, as the picture: other threads may still use them when the process exits.
 State& state = *new State;
 
-// The channel as it is now: the viewer may have given it another number. A service may be in two lists: its channel is
-// the one that was chosen while that has its number.
+// The channel as it is now: the viewer may have given it another number.
 std::optional<Channel> channel_now(const std::optional<Channel>& chosen) {
-  if (!chosen) return std::nullopt;
-  auto channel = channels_by_id(chosen->id);
-  return channel && channel->key == chosen->key ? channel : channels_by_key(chosen->key);
+  return chosen ? channels_by_key(chosen->key, chosen->list) : std::nullopt;
 }
 
 std::optional<Channel> wanted_channel() {
@@ -376,9 +373,9 @@ void report(boost::json::object& answer) {
 }
 
 boost::json::object channel_command(std::string_view word) {
-  const auto number = parse_number<std::uint32_t>(word);
-  const auto channel = number ? channels_by_number(*number) : std::nullopt;
-  if (!channel) return reply_error("there is no channel " + quoted(word));
+  std::string error;
+  const auto channel = channels_named(word, error);
+  if (!channel) return reply_error(std::move(error));
   show_sub(channel->medium == Medium::kSatellite ? kSourceSatellite : kSourceTv, channel);
   return describe();
 }
@@ -396,9 +393,6 @@ boost::json::object multiview_command(Arguments arguments) {
   if (arguments.empty()) return describe();
   const std::string_view word = arguments[0];
   if (word == "channel" || word == "focus") {
-    if (arguments.size() < 2)
-      return reply_error("multiview " + std::string(word) +
-                         (word == "focus" ? " takes main or sub" : " takes a number"));
     return word == "channel" ? channel_command(arguments[1]) : focus_command(arguments[1]);
   }
   if (arguments.size() > 1) return reply_error("multiview " + std::string(word) + " takes no further word");
@@ -412,14 +406,14 @@ boost::json::object multiview_command(Arguments arguments) {
   }
   const auto* const mode = std::ranges::find(kModeWords, word);
   if (mode == std::end(kModeWords)) {
-    return reply_takes("multiview", "normal, pip, pop, swap, stop, focus main|sub or channel NUMBER", word);
+    return reply_takes("multiview", "normal, pip, pop, swap, stop, focus main|sub or channel CHANNEL", word);
   }
   set_mode(static_cast<int>(mode - kModeWords));
   return describe();
 }
 
 constexpr Command kCommands[] = {
-    {"multiview", "[normal|pip|pop|swap|stop | focus main|sub | channel NUMBER]", 2,
+    {"multiview", "[normal|pip|pop|swap|stop | focus main|sub | channel CHANNEL]", 2,
      "Shows both pictures; pip, pop: a second one in a corner or beside the main one; normal, stop: ends it; focus: "
      "chooses which one is heard; channel: the second one's",
      multiview_command},

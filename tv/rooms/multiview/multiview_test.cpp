@@ -166,7 +166,7 @@ TEST_F(TvMultiview, MultiviewCommand) {
   expect_done(run({"multiview", "normal"}));
   expect_words(run({"multiview", "focus", "sub"}), {"error", "no sub picture"});
   expect_words(run({"multiview", "focus", "both"}), {"error", "main or sub", "both"});
-  expect_words(run({"multiview", "focus"}), {"error", "main or sub"});
+  expect_words(run({"multiview", "focus"}), {"error", "a word is missing", "focus main|sub"});
   expect_words(run({"multiview", "channel", "99"}), {"error", "no channel", "99"});
   expect_words(run({"multiview", "channel", "x"}), {"error", "no channel", "x"});
   expect_words(run({"multiview", "pip", "now"}), {"error", "no further word"});

@@ -20,22 +20,18 @@ constexpr std::uint32_t kMostMinutes = kLongestEvent / 60;
 constexpr const char* kModes[] = {"reminder", "record", "watch", "series"};                // RMDR_MODE_*
 constexpr const char* kStates[] = {"none", "recording", "complete", "partial", "failed"};  // RECLIST_STATUS_*
 
-std::string time_text(std::int64_t time) {
-  return absl::FormatTime("%Y-%m-%dT%H:%M:%SZ", absl::FromUnixSeconds(time), absl::UTCTimeZone());
-}
-
 boost::json::object shown(const Recording& recording) {
   boost::json::object answer = {{"id", recording.id},
                                 {"title", recording.title},
                                 {"channel", recording.channel},
-                                {"start", time_text(recording.start)},
+                                {"start", reply_time(recording.start)},
                                 {"seconds", recording.duration},
                                 {"bytes", recording.bytes},
                                 {"status", kStates[recording.status]},
                                 {"file", std::string(kRecordingsFolder) + "/" + file_name(recording)}};
   if (recording.reason != RECLIST_REASON_NONE) answer["reason"] = reason_text(recording.reason);
-  if (recording.resume != 0) answer["resume"] = recording.resume;
-  if (recording.lost != 0) answer["lost"] = recording.lost;
+  if (recording.resume != 0) answer["resume_seconds"] = recording.resume;
+  if (recording.lost != 0) answer["lost_bytes"] = recording.lost;
   if (recording.kept) answer["kept"] = true;
   return answer;
 }
@@ -44,8 +40,8 @@ boost::json::object shown(const Plan& plan) {
   boost::json::object answer = {
       {"id", plan.id}, {"kind", kModes[plan.mode]}, {"title", plan.title}, {"channel", plan.channel}};
   if (plan.mode != RMDR_MODE_SERIES) {
-    answer["from"] = time_text(plan_begin(plan));
-    answer["to"] = time_text(plan_end(plan));
+    answer["from"] = reply_time(plan_begin(plan));
+    answer["to"] = reply_time(plan_end(plan));
   }
   if (plan.event >= 0) answer["event"] = plan.event;
   if (plan.series != 0) answer["series"] = plan.series;
@@ -65,13 +61,6 @@ boost::json::object reply_plan(const Outcome& outcome) {
 }
 
 std::optional<int> parse_id(std::string_view word) { return parse_number_within<int>(word, 1, kLastId); }
-
-std::optional<Channel> channel_of(std::string_view word) {
-  const auto number = parse_number<std::uint32_t>(word);
-  return number ? channels_by_number(*number) : std::nullopt;
-}
-
-boost::json::object no_channel(std::string_view word) { return reply_error("there is no channel " + quoted(word)); }
 
 boost::json::object recordings_command(Arguments arguments) {
   std::size_t from = 0;
@@ -121,11 +110,10 @@ boost::json::object stop_recording(Arguments words) {
 }
 
 boost::json::object record_event(Arguments words) {
-  if (words.size() < 3 || (words.size() == 4 && words[3] != "series")) {
-    return reply_error("record event takes a channel's number, an event's id, and perhaps series");
-  }
-  const auto channel = channel_of(words[1]);
-  if (!channel) return no_channel(words[1]);
+  if (words.size() == 4 && words[3] != "series") return reply_takes("record event CHANNEL EVENTID", "series", words[3]);
+  std::string error;
+  const auto channel = channels_named(words[1], error);
+  if (!channel) return reply_error(std::move(error));
   const auto event = parse_number_within<int>(words[2], 0, UINT16_MAX);
   if (!event) return reply_takes("record event", "an event's id from the guide", words[2]);
   const std::lock_guard guard(recorder.changing);
@@ -148,9 +136,11 @@ std::optional<std::int64_t> parse_time(std::string_view word) {
 
 boost::json::object record_timer(Arguments words) {
   if (words.size() != 3)
-    return reply_error("record takes a channel's number, a time and minutes, as in \"record 7 +20 60\"");
-  const auto channel = channel_of(words[0]);
-  if (!channel) return no_channel(words[0]);
+    return reply_error(
+        "record takes now, stop, event, or a channel with a time and minutes, as in \"record 7 +20 60\"");
+  std::string error;
+  const auto channel = channels_named(words[0], error);
+  if (!channel) return reply_error(std::move(error));
   const auto from = parse_time(words[1]);
   if (!from) return reply_takes("record", "a time such as 2026-03-29T10:30:00Z, or +20 for in 20 minutes", words[1]);
   const auto minutes = parse_number_within<std::uint32_t>(words[2], 1, kMostMinutes);
@@ -169,8 +159,6 @@ boost::json::object record_command(Arguments arguments) {
     boost::json::object (*run)(Arguments words);
   };
   constexpr Part kParts[] = {{"now", 2, record_for}, {"stop", 2, stop_recording}, {"event", 4, record_event}};
-  if (arguments.empty())
-    return reply_error("record takes now, stop, event, or a channel's number with a time and minutes");
   const auto* const part = std::ranges::find(kParts, arguments[0], &Part::name);
   if (part == std::end(kParts)) return record_timer(arguments);
   if (arguments.size() > part->most_words) {
@@ -190,7 +178,7 @@ boost::json::object timers_command(Arguments) {
 }
 
 boost::json::object timer_command(Arguments arguments) {
-  const auto id = arguments.empty() ? std::nullopt : parse_id(arguments[0]);
+  const auto id = parse_id(arguments[0]);
   if (!id) return reply_error("timer takes a timer's id; \"timers\" lists them");
   const std::lock_guard guard(recorder.changing);
   const Plan* const plan = find_plan(*id);
@@ -222,7 +210,7 @@ boost::json::object change_recording(int id, Arguments words) {
 }
 
 boost::json::object recording_command(Arguments arguments) {
-  const auto id = arguments.empty() ? std::nullopt : parse_id(arguments[0]);
+  const auto id = parse_id(arguments[0]);
   if (!id) return reply_error("recording takes a recording's id; \"recordings\" lists them");
   const std::lock_guard guard(recorder.changing);
   const Recording* const found = find_recording(*id);
@@ -231,11 +219,11 @@ boost::json::object recording_command(Arguments arguments) {
 }
 
 boost::json::object reminder_command(Arguments arguments) {
-  if (arguments.size() < 2 || (arguments.size() == 3 && arguments[2] != "watch")) {
-    return reply_error("reminder takes a channel's number, an event's id, and perhaps watch");
-  }
-  const auto channel = channel_of(arguments[0]);
-  if (!channel) return no_channel(arguments[0]);
+  if (arguments.size() == 3 && arguments[2] != "watch")
+    return reply_takes("reminder CHANNEL EVENTID", "watch", arguments[2]);
+  std::string error;
+  const auto channel = channels_named(arguments[0], error);
+  if (!channel) return reply_error(std::move(error));
   const auto event = parse_number_within<int>(arguments[1], 0, UINT16_MAX);
   if (!event) return reply_takes("reminder", "an event's id from the guide", arguments[1]);
   const std::lock_guard guard(recorder.changing);
@@ -251,13 +239,13 @@ constexpr Command kCommands[] = {
     {"recording", "ID [delete|keep] | ID name TEXT", 3,
      "Shows a recording; delete: with its file; keep: protects it from deletion, or no longer; name: renames it",
      recording_command},
-    {"record", "now [MINUTES] | stop [ID] | event NUMBER EVENTID [series] | NUMBER FROM MINUTES", 4,
+    {"record", "now [MINUTES] | stop [ID] | event CHANNEL EVENTID [series] | CHANNEL FROM MINUTES", 4,
      "now: records the current channel; stop: ends a recording; event: records an event of the guide, or its series; "
-     "NUMBER: sets a timer, FROM a time such as 2026-03-29T10:30:00Z or in +20 minutes",
+     "CHANNEL: sets a timer, FROM a time such as 2026-03-29T10:30:00Z or in +20 minutes",
      record_command},
     {"timers", "", 0, "Lists timers, reminders and series", timers_command},
     {"timer", "ID [delete]", 2, "Shows or deletes a timer, a reminder or a series; ends its recording", timer_command},
-    {"reminder", "NUMBER EVENTID [watch]", 3,
+    {"reminder", "CHANNEL EVENTID [watch]", 3,
      "Sets a reminder, which \"state\" shows when the event begins; watch: wakes the set and shows the channel then",
      reminder_command},
 };

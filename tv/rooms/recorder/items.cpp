@@ -8,6 +8,7 @@
 
 #include "base/text.h"
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
 #include "rooms/recorder/parts.h"
@@ -17,19 +18,6 @@ namespace {
 template <std::size_t Size>
 std::string text_of(const char (&text)[Size]) {
   return {text, strnlen(text, Size)};
-}
-
-// Cuts between characters, and fills the rest with zeros.
-template <std::size_t Size>
-void put_text(char (&ret_text)[Size], std::string_view text) {
-  std::size_t size = 0;
-  while (size < text.size()) {
-    const std::size_t length = std::max<std::size_t>(utf8_length(text.substr(size)), 1);
-    if (size + length >= Size) break;
-    size += length;
-  }
-  std::memset(ret_text, 0, Size);
-  std::memcpy(ret_text, text.data(), size);
 }
 
 std::uint32_t seconds(std::int64_t time) {

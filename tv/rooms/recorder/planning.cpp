@@ -163,10 +163,7 @@ Outcome plan_add(Plan plan, bool padded) {
 }
 
 std::uint32_t channel_id_now(const ServiceKey& key, std::uint32_t former_id) {
-  // A service may be in two lists: its channel is the one that was planned while that has its number.
-  const auto same = channels_by_id(former_id);
-  if (same && same->key == key) return former_id;
-  const auto channel = channels_by_key(key);
+  const auto channel = channels_by_key(key, list_of_id(former_id));
   return channel ? channel->id : former_id;
 }
 

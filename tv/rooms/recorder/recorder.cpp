@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "core/reply.h"
 #include "core/set.h"
 #include "rooms/clock/clock.h"
 #include "rooms/recorder/parts.h"
@@ -63,7 +64,7 @@ const char* reason_text(INT32 reason) {
 
 Outcome failed(INT32 result, std::string why) { return {.result = result, .why = std::move(why)}; }
 
-Outcome not_saved() { return failed(RMDR_RESULT_NOT_SAVED, "the change could not be saved; see the set's log"); }
+Outcome not_saved() { return failed(RMDR_RESULT_NOT_SAVED, kNotSaved); }
 
 std::vector<const Plan*> plans_in_order() {
   std::vector<const Plan*> plans;

@@ -482,7 +482,7 @@ TEST_F(RecorderPlans, ErrorsOfBadCommandsSayWhatWouldBeRight) {
     std::vector<std::string> says;
   };
   const Case cases[] = {
-      {{"record"}, {"now", "stop", "event", "number"}},
+      {{"record"}, {"now", "stop", "event", "CHANNEL FROM MINUTES"}},
       {{"record", "now", "0"}, {"1 to 1440"}},
       {{"record", "now", "1441"}, {"1 to 1440"}},
       {{"record", "now", "5", "6"}, {"too many"}},
@@ -493,16 +493,16 @@ TEST_F(RecorderPlans, ErrorsOfBadCommandsSayWhatWouldBeRight) {
       {{"record", "1", "today", "5"}, {"2026-03-29T10:30:00Z", "+20", "today"}},
       {{"record", "1", "+5", "0"}, {"1 to 1440"}},
       {{"record", "1", "2001-01-01T00:00:00Z", "5"}, {"ended already"}},
-      {{"record", "event", "1"}, {"number", "id"}},
+      {{"record", "event", "1"}, {"CHANNEL EVENTID"}},
       {{"record", "event", "1", "5", "serial"}, {"series"}},
       {{"record", "event", "1", "5"}, {"guide", "event 5"}},
       {{"timer", "5"}, {"no timer 5"}},
-      {{"timer"}, {"id"}},
+      {{"timer"}, {"timer ID"}},
       {{"timer", "0"}, {"id"}},
       {{"recording", "5"}, {"no recording 5"}},
       {{"recording", "5", "burn"}, {"no recording 5"}},
       {{"recordings", "-1"}, {"counted from 0"}},
-      {{"reminder", "1"}, {"number", "id"}},
+      {{"reminder", "1"}, {"CHANNEL EVENTID"}},
       {{"reminder", "1", "70000"}, {"70000"}},
   };
   for (const Case& each : cases) {

@@ -356,7 +356,7 @@ TEST_F(RecorderFiles, SlowDiskLosesPartsAndSaysSo) {
     return 0;
   });
   ASSERT_EQ(error_of(reply_to({"record", "now", "1"})), "");
-  EXPECT_TRUE(comes_true([] { return number_in(newest_recording(), "lost") > 0; }));
+  EXPECT_TRUE(comes_true([] { return number_in(newest_recording(), "lost_bytes") > 0; }));
   stuck = false;
   dtv_tv_advance(61'000);
   EXPECT_EQ(text_in(newest_recording(), "status"), "complete");

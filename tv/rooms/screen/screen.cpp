@@ -228,8 +228,8 @@ boost::json::object shown_event(const GuideEvent& event, std::int64_t now) {
   const double progress =
       event.duration == 0 ? 0 : static_cast<double>(now - event.start) / static_cast<double>(event.duration);
   return {{"title", event.title},
-          {"start", event.start},
-          {"duration", event.duration},
+          {"start", reply_time(event.start)},
+          {"seconds", event.duration},
           {"progress", std::clamp(progress, 0.0, 1.0)}};
 }
 

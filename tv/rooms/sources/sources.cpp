@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <cstring>
 #include <mutex>
 
 #include "base/text.h"
@@ -14,6 +13,7 @@
 #include "core/reply.h"
 #include "core/room.h"
 #include "core/store.h"
+#include "core/text.h"
 #include "rooms/cec/cec.h"
 #include "rooms/multiview/multiview.h"
 #include "rooms/tuner/tuner.h"
@@ -63,8 +63,6 @@ struct State {
 
 // Never destroyed: other threads may still use it when the process exits.
 State& state = *new State;
-
-constexpr const char* kNotSaved = "the change could not be saved";
 
 bool exists(int source) { return source >= 0 && source < kSources; }
 
@@ -168,17 +166,9 @@ std::string no_path(const char* path) {
          (path == nullptr ? "null" : quoted(std::string_view(path).substr(0, 16)));
 }
 
-// Copies the name, cut between characters. It is terminated unless it fills the room.
 INT32 give_name(const char* function, std::string_view text, char* ret_name, INT32 size) {
   if (ret_name == nullptr || size <= 0) return refuse_call(function, "there is no room for the name");
-  std::size_t length = 0;
-  while (length < text.size()) {
-    const std::size_t next = utf8_length(text.substr(length));
-    if (next == 0 || length + next > static_cast<std::size_t>(size)) break;
-    length += next;
-  }
-  std::memcpy(ret_name, text.data(), length);
-  if (length < static_cast<std::size_t>(size)) ret_name[length] = '\0';
+  fill_text(ret_name, static_cast<std::size_t>(size), text);
   return 0;
 }
 
@@ -419,10 +409,9 @@ boost::json::object source_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"source", "[NAME|NUMBER [block|unblock|name|label [TEXT]]]", 3,
+    {"source", "[NAME|NUMBER] | NAME|NUMBER block|unblock | NAME|NUMBER name [TEXT] | NAME|NUMBER label LABEL", 3,
      "Lists the input sources; chooses one; block, unblock: whether it can be chosen; name: gives it one, or without "
-     "TEXT "
-     "its own back; label: says what is connected to it",
+     "TEXT its own back; label: says what is connected to it",
      source_command},
 };
 

@@ -87,7 +87,7 @@ std::optional<Channel> go_dark(Picture& picture) {
   {
     const std::lock_guard guard(picture.lock);
     before = std::exchange(picture.shown, {}).channel;
-    picture.unlocked = false;
+    picture.unlocked = picture.restart = false;
   }
   return before && !channels_by_key(before->key) ? before : std::nullopt;
 }
@@ -108,7 +108,7 @@ void follow(Picture& picture, const Channel& channel) {
   receive(picture, channel);
   picture.due = std::max(timer_now(), picture.locked) + kChangeWithin;
   const std::lock_guard guard(picture.lock);
-  picture.shown = {.channel = channel, .result = std::nullopt, .facts = {}};
+  picture.shown = {.channel = channel, .result = std::nullopt, .facts = {}, .changing = true};
   if (!same) picture.unlocked = false;
 }
 
@@ -204,7 +204,10 @@ void picture_unlock(Picture& picture) {
 
 PictureFacts picture_facts(Picture& picture) {
   const std::lock_guard guard(picture.lock);
-  return picture.shown;
+  if (picture.restart) return {.channel = picture.shown.channel, .result = std::nullopt, .facts = {}, .changing = true};
+  PictureFacts facts = picture.shown;
+  facts.changing = facts.channel && !facts.result;
+  return facts;
 }
 
 void picture_clear(Picture& picture) {

@@ -27,6 +27,7 @@ struct PictureFacts {
   std::optional<Channel> channel;      // that it receives or tries to; nothing: the picture is off
   std::optional<ChangeResult> result;  // nothing: the change is under way
   ReceiverFacts facts;
+  bool changing = false;  // a choice has no result yet
 };
 
 struct Picture {
@@ -66,6 +67,7 @@ void picture_set_player(Picture& picture, const TunerPlayer* player);
 // Lifts the block of the channel until another one, or none, is shown.
 void picture_unlock(Picture& picture);
 
+// From a choice on they are those of its change, although the timer thread has not begun it yet.
 PictureFacts picture_facts(Picture& picture);
 
 // Forgets everything, when the set is switched on or off. The timer thread does not run.

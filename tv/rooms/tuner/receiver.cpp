@@ -84,14 +84,15 @@ void ReceiverEnd::operator()(Receiver* receiver) const {
   delete receiver;
 }
 
-ReceiverHandle receiver_start(const ServiceKey& key, const ReceiverUser& user, ReceiverOutput output) {
+ReceiverHandle receiver_start(const ServiceKey& key, const ReceiverUser& user, ReceiverOutput output,
+                              decltype(&reception_start) start) {
   ReceiverHandle receiver(new Receiver);
   receiver->key = key;
   receiver->user = user;
   receiver->output = output;
   receiver->stream = service_stream_start(key.service);
   ReceptionRefusal refusal = ReceptionRefusal::kNone;
-  receiver->reception = reception_start(key, {.packets = take, .lost = lose, .context = receiver.get()}, refusal);
+  receiver->reception = start(key, {.packets = take, .lost = lose, .context = receiver.get()}, refusal);
   if (receiver->reception == nullptr) receiver->facts.refusal = refusal;
   return receiver;
 }

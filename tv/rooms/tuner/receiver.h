@@ -44,8 +44,10 @@ struct ReceiverEnd {
 };
 using ReceiverHandle = std::unique_ptr<Receiver, ReceiverEnd>;
 
-// Never null: the facts say whether the service can be received.
-ReceiverHandle receiver_start(const ServiceKey& key, const ReceiverUser& user, ReceiverOutput output);
+// Never null: the facts say whether the service can be received. start: what brings the multiplex's packets; a test has
+// its own.
+ReceiverHandle receiver_start(const ServiceKey& key, const ReceiverUser& user, ReceiverOutput output,
+                              decltype(&reception_start) start = reception_start);
 void receiver_set_output(Receiver& receiver, ReceiverOutput output);
 ReceiverFacts receiver_facts(Receiver& receiver);
 const ServiceKey& receiver_key(const Receiver& receiver);

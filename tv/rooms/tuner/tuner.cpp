@@ -38,8 +38,6 @@ constexpr Setting kPrevious{
     .key = "tuner_channel_previous", .factory = kNoChannel, .minimum = kNoChannel, .maximum = kMostChannel};
 constexpr const char* kPin = "g_password__password";
 
-constexpr const char* kNotSaved = "the change could not be saved";
-
 struct State {
   std::mutex lock;  // guards all members below
   std::int64_t current = kCurrent.factory;
@@ -59,17 +57,10 @@ bool is_satellite(const Channel& channel) { return channel.medium == Medium::kSa
 
 std::int64_t stored(const Channel& channel) { return std::int64_t{channel.list} << 48 | packed(channel.key); }
 
-// The channel that was stored, if it still exists. A service may be in two lists: then its list tells the channels
-// apart.
+// The channel that was stored, if it still exists.
 std::optional<Channel> channel_of(std::int64_t number) {
   if (number == kNoChannel) return std::nullopt;
-  const ServiceKey key = unpacked(number);
-  const auto list = static_cast<std::uint16_t>(number >> 48);
-  auto channel = channels_by_key(key);
-  if (!channel || channel->list == list) return channel;
-  for (Channel& each : channels_all())
-    if (each.key == key && each.list == list) return std::move(each);
-  return channel;
+  return channels_by_key(unpacked(number), static_cast<std::uint16_t>(number >> 48));
 }
 
 std::optional<Channel> wanted_channel() {
@@ -317,7 +308,7 @@ boost::json::value shown_multiplex(const Channel& channel) {
   boost::json::object shown{{"network", channel.key.network},
                             {"stream", channel.key.stream},
                             {"service", channel.key.service},
-                            {"frequency", channel.frequency}};
+                            {"mhz", megahertz(channel.medium, channel.frequency)}};
   for (const Multiplex& each : antenna_multiplexes()) {
     if (each.network != channel.key.network || each.stream != channel.key.stream) continue;
     shown["strength"] = each.strength;
@@ -347,7 +338,7 @@ boost::json::object describe() {
   boost::json::object answer{{"channel", channel->number},
                              {"name", channel->name},
                              {"id", channel->id},
-                             {"list", channel->list},
+                             {"list", medium_name(channel->medium)},
                              {"changing", now.channel && !now.result}};
   answer["result"] = now.result ? boost::json::value(result_word(*now.result)) : nullptr;
   if (!now.facts.lost.empty()) answer["lost"] = now.facts.lost;
@@ -394,37 +385,30 @@ boost::json::object tuner_command(Arguments arguments) {
   if (word != "pin" && word != "audio" && word != "subtitle") {
     return reply_takes("tuner", "pin PIN, audio NUMBER, subtitle NUMBER or subtitle off", word);
   }
-  if (arguments.size() < 2)
-    return reply_error("tuner " + std::string(word) +
-                       (word == "pin" ? " takes the PIN" : " takes a number, as tuner shows them"));
   if (word == "pin") return pin_command(arguments[1]);
   return track_command(word == "audio" ? StreamKind::kAudio : StreamKind::kSubtitle, arguments[1]);
 }
 
 boost::json::object tune_command(Arguments arguments) {
-  if (arguments.empty()) return reply_error("tune takes a channel number, next, previous or back");
   if (channels_count() == 0) return reply_error("the channel list is empty; scan or import channels first");
   const std::string_view word = arguments[0];
   std::optional<Channel> channel;
+  std::string missing;
   if (word == "next" || word == "previous") {
     channel = channels_step(current_id(), word == "next" ? 1 : -1);
+    missing = "every channel is skipped or hidden";
   } else if (word == "back") {
     channel = tuner_previous_channel();
-  } else if (const auto number = parse_number<std::uint32_t>(word)) {
-    channel = channels_by_number(*number);
+    missing = "no other channel has been shown before";
   } else {
-    return reply_takes("tune", "a channel number, next, previous or back", word);
+    channel = channels_named(word, missing);
   }
-  const std::string missing = word == "back" ? "no other channel has been shown before"
-                              : word == "next" || word == "previous"
-                                  ? "every channel is skipped or hidden"
-                                  : "there is no channel " + std::string(word) + "; channels lists them";
   const std::string why = tune(channel, missing);
   return why.empty() ? describe() : reply_error(why);
 }
 
 constexpr Command kCommands[] = {
-    {"tune", "NUMBER|next|previous|back", 1,
+    {"tune", "CHANNEL|next|previous|back", 1,
      "Changes the channel as the remote control does; back: to the channel shown before", tune_command},
     {"tuner", "[pin PIN | audio NUMBER | subtitle NUMBER|off]", 2,
      "Shows the channel, the result of its choice, its multiplex and its streams; pin: unblocks the channel or event; "

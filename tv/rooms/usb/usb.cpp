@@ -21,6 +21,7 @@
 #include "core/room.h"
 #include "core/set.h"
 #include "core/store.h"
+#include "core/text.h"
 #include "root.h"
 
 namespace fs = std::filesystem;
@@ -166,14 +167,6 @@ boost::json::object shown(std::size_t index, const Stick& stick) {
           {"folder", stick.folder}};
 }
 
-// The text cut to at most `longest` bytes, at a character's boundary.
-std::string cut(std::string text, std::size_t longest) {
-  if (text.size() <= longest) return text;
-  while (longest > 0 && (static_cast<unsigned char>(text[longest]) & 0xC0) == 0x80) --longest;
-  text.resize(longest);
-  return text;
-}
-
 // Why a folder in the root cannot be found. The host sees / as it was when the host started.
 std::string not_found(std::string_view given, const std::error_code& why) {
   std::string text = "the folder " + quoted(given) + " cannot be found: " + why.message();
@@ -199,7 +192,7 @@ boost::json::object insert_stick(std::string_view given, Arguments label) {
   const fs::path folder = found.folder;
   std::error_code failed;
   if (!fs::is_directory(folder, failed)) return reply_error(quoted(given) + " is not a folder");
-  Stick stick{.folder = folder.string(), .label = cut(folder.filename().string(), kLongestLabel)};
+  Stick stick{.folder = folder.string(), .label = std::string(cut_text(folder.filename().string(), kLongestLabel))};
   if (!store_is_text(stick.folder)) return reply_error("the name of the folder " + quoted(given) + " is not in UTF-8");
   if (!label.empty()) {
     stick.label = label[0];
@@ -429,7 +422,7 @@ boost::json::object stick_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"stick", "insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list", 3,
+    {"stick", "[insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list]", 3,
      "Inserts a folder as a USB stick, removes sticks, lists them; sticks stay inserted when the set is switched off",
      stick_command},
 };

@@ -311,9 +311,10 @@ TEST_F(TvUsb, ResetRemovesAllSticks) {
 
 TEST_F(TvUsb, ErrorsOfBadCommandsNameWhatIsAllowed) {
   const std::string a = make("a");
-  for (const std::vector<std::string>& words :
-       {Names{"eat"}, Names{"insert"}, Names{"remove"}, Names{"remove", "a", "b"}, Names{"list", "a"}, Names{""}})
+  for (const std::vector<std::string>& words : {Names{"eat"}, Names{"remove", "a", "b"}, Names{"list", "a"}, Names{""}})
     expect_error(stick(words), {"insert DIR [LABEL]", "remove DEV|LABEL|DIR|all", "list"});
+  expect_error(stick({"insert"}), {"a word is missing", "insert DIR [LABEL]"});
+  expect_error(stick({"remove"}), {"a word is missing", "remove DEV|LABEL|DIR|all"});
   expect_error(stick({"insert", a, "b", "c"}), {"one word too many"});
   EXPECT_EQ(count(), 0);
 }

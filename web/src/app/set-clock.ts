@@ -25,6 +25,9 @@ export async function readClock() {
   zone.value = typeof name === "string" && isZone(name) ? name : undefined;
 }
 
+/** The time of a reply, "2026-03-29T10:30:00Z". */
+export const secondsOf = (time: string): number => Math.floor(Date.parse(time) / 1000);
+
 export const setNow = (): number => Math.floor((Date.now() + ahead.value) / 1000);
 
 const formats = computed(() => {

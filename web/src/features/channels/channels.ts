@@ -32,7 +32,6 @@ type Page<Key extends string> = { [key in Key]: ChannelReply[] } & { count: numb
 
 const channelNotifyUri = "/tv/ws/notify/channel_info";
 const tunedNotifyUri = "/tv/ws/notify/broadcast/chg_channel_res";
-const listNames = ["", "air", "cable", "satellite"];
 
 /** Null until the list is known. */
 export const channels = signal<readonly Channel[] | null>(null);
@@ -95,19 +94,18 @@ export async function readChannels() {
 interface TunerReply {
   channel: number | null;
   name?: string;
-  list?: number;
+  list?: string;
 }
 
 function takeTuner({ channel, name, list }: TunerReply) {
-  const place = listNames[list ?? 0];
-  const shown = channels.peek()?.find((each) => each.number === channel && each.list === place && each.name === name);
+  const shown = channels.peek()?.find((each) => each.number === channel && each.list === list && each.name === name);
   tuned.value = shown?.word ?? "";
 }
 
 const readTuner = () => television("tuner").then((reply) => takeTuner(reply as unknown as TunerReply));
 
 export async function tune(channel: Channel) {
-  const reply = await attempt<TunerReply>(tuneProblem, "tune", String(channel.number));
+  const reply = await attempt<TunerReply>(tuneProblem, "tune", channel.word);
   if (reply) takeTuner(reply);
 }
 

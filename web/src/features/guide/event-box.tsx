@@ -44,7 +44,6 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
     if (await attempt(problem, ...words)) said.value = done[what];
   }
 
-  const number = String(channel.number);
   const id = String(event.id);
   // An event that names no series is of the series that has its title.
   const isPart = details.value !== null && details.value.series !== "" && details.value.series !== event.title;
@@ -64,7 +63,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
         </button>
       </div>
       <p class="quiet">
-        <span dir="auto">{`${number} ${channel.name}`}</span>
+        <span dir="auto">{`${channel.number} ${channel.name}`}</span>
         <br />
         {`${dayText(event.start)}, ${timeText(event.start)} – ${timeText(end)}`}
       </p>
@@ -74,7 +73,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
             Watch
           </button>
         )}
-        <button type="button" class="button small" onClick={() => void plan("record", "record", "event", number, id)}>
+        <button type="button" class="button small" onClick={() => void plan("record", "record", "event", channel.word, id)}>
           <RecordIcon />
           {label("IDS_RECORD")}
         </button>
@@ -82,7 +81,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
           type="button"
           class="button small"
           disabled={event.start <= now}
-          onClick={() => void plan("reminder", "reminder", number, id)}
+          onClick={() => void plan("reminder", "reminder", channel.word, id)}
         >
           <BellIcon />
           Remind
@@ -90,7 +89,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
         <button
           type="button"
           class="button small"
-          onClick={() => void plan("series", "record", "event", number, id, "series")}
+          onClick={() => void plan("series", "record", "event", channel.word, id, "series")}
         >
           <ListIcon />
           Series

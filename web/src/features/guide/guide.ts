@@ -1,6 +1,6 @@
 import { batch, signal } from "@preact/signals";
 import { isForbidden } from "../../app/rpc";
-import { readClock, setNow } from "../../app/set-clock";
+import { readClock, secondsOf, setNow } from "../../app/set-clock";
 import { television, textOf } from "../../app/session";
 import type { Channel } from "../channels/channels";
 
@@ -26,6 +26,12 @@ export interface EventDetails extends Omit<GuideEvent, "category"> {
   series: string;
 }
 
+/** An event as a reply has it. */
+type Told<Event extends { start: number; duration: number }> = Omit<Event, "start" | "duration"> & {
+  start: string;
+  seconds: number;
+};
+
 /** A part of a channel's row. Without an event, the guide knows nothing about that time. */
 export interface Cell {
   from: number;
@@ -36,11 +42,11 @@ export interface Cell {
 interface ChannelEvents {
   number: number;
   name: string;
-  events: GuideEvent[];
+  events: Told<GuideEvent>[];
 }
 
 interface RangeReply {
-  from: number;
+  from: string;
   channels: ChannelEvents[];
   /** Channels for which the reply had no room. */
   left_out?: number;
@@ -79,6 +85,9 @@ let generation = 0;
 let reads = 0;
 const underWay = new Set<string>();
 
+const eventOf = <Event extends { start: number; duration: number }>({ start, seconds, ...rest }: Told<Event>): Event =>
+  ({ ...rest, start: secondsOf(start), duration: seconds }) as unknown as Event;
+
 const thisHour = (): number => Math.floor(setNow() / hour);
 const keyOf = ({ number, name }: { number: number; name: string }): string => `${number} ${name}`;
 
@@ -108,13 +117,13 @@ async function readRange(first: number, last: number, begin: number): Promise<Ma
     const hours = begin / hour - thisHour();
     const words = [from, last, hours, hours + blockHours].map(String);
     const reply = (await television("guide", "range", ...words)) as unknown as RangeReply;
-    if (reply.from !== begin) {
+    if (secondsOf(reply.from) !== begin) {
       // The set's hour has changed since its clock was read.
       await readClock();
       if (begin / hour - thisHour() === hours) throw new Error("The set's hour has just changed.");
       continue;
     }
-    for (const channel of reply.channels) found.set(keyOf(channel), channel.events);
+    for (const channel of reply.channels) found.set(keyOf(channel), channel.events.map(eventOf<GuideEvent>));
     const end = reply.channels.at(-1)?.number;
     if (!reply.left_out || end === undefined) break;
     // The events of the last channel may be incomplete; a channel that is alone in a reply is not read again.
@@ -187,6 +196,6 @@ export function cellsOf(channel: Channel, row: number, from: number, to: number)
 }
 
 export async function readDetails(channel: Channel, id: number): Promise<EventDetails> {
-  const { event } = await television("guide", "event", String(channel.number), String(id));
-  return event as unknown as EventDetails;
+  const reply = await television("guide", "event", channel.word, String(id));
+  return eventOf(reply["event"] as unknown as Told<EventDetails>);
 }

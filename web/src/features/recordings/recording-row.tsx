@@ -1,7 +1,7 @@
 import { useSignal } from "@preact/signals";
-import { dayText, setNow, timeText } from "../../app/set-clock";
+import { dayText, secondsOf, setNow, timeText } from "../../app/set-clock";
 import { ClearIcon, EditIcon, LockIcon, StopIcon } from "../../ui/icons";
-import { change, durationText, endOf, seconds, sizeText, type Recording } from "./recordings";
+import { change, durationText, endOf, sizeText, type Recording } from "./recordings";
 import { label } from "./words";
 
 const states = {
@@ -16,8 +16,8 @@ export function RecordingRow({ recording }: { recording: Recording }) {
   const problem = useSignal("");
   const renaming = useSignal(false);
   const sure = useSignal(false);
-  const { id, title, channel, status, bytes, reason, lost, kept = false } = recording;
-  const start = seconds(recording.start);
+  const { id, title, channel, status, bytes, reason, lost_bytes: lost, kept = false } = recording;
+  const start = secondsOf(recording.start);
   const running = status === "recording";
   const send = (...words: string[]) => change(problem, ...words);
   return (

@@ -2,10 +2,10 @@ import { useSignal } from "@preact/signals";
 import { AccessNotice } from "../../app/access-notice";
 import { controllable, usePolling } from "../../app/commands";
 import { access } from "../../app/session";
-import { dayText, timeText } from "../../app/set-clock";
+import { dayText, secondsOf, timeText } from "../../app/set-clock";
 import { ClearIcon, RecordIcon } from "../../ui/icons";
 import { RecordingRow } from "./recording-row";
-import { change, readMore, readRecordings, recordings, seconds, timers, total, type Timer } from "./recordings";
+import { change, readMore, readRecordings, recordings, timers, total, type Timer } from "./recordings";
 import { label } from "./words";
 import "./recordings.css";
 
@@ -109,7 +109,7 @@ const kinds = { reminder: "Reminder", record: "Recording", watch: "Switch over",
 
 function timesOf({ from, to }: Timer): string {
   if (from === undefined || to === undefined) return "every new part";
-  return `${dayText(seconds(from))}, ${timeText(seconds(from))} – ${timeText(seconds(to))}`;
+  return `${dayText(secondsOf(from))}, ${timeText(secondsOf(from))} – ${timeText(secondsOf(to))}`;
 }
 
 function TimerRow({ timer }: { timer: Timer }) {

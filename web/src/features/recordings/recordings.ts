@@ -1,6 +1,6 @@
 import { batch, signal, type Signal } from "@preact/signals";
 import { attempt } from "../../app/commands";
-import { readClock } from "../../app/set-clock";
+import { readClock, secondsOf } from "../../app/set-clock";
 import { television } from "../../app/session";
 
 /** Recordings, timers, reminders and series of the set. */
@@ -17,7 +17,7 @@ export interface Recording {
   status: "none" | "recording" | "complete" | "partial" | "failed";
   reason?: string;
   /** Bytes that the disk was too slow for. */
-  lost?: number;
+  lost_bytes?: number;
   /** Protected from deletion. */
   kept?: boolean;
 }
@@ -85,11 +85,8 @@ export async function change(problem: Signal<string>, ...words: string[]): Promi
 /** The time that a recording has still to run, in seconds; null if none of the timers makes it. */
 export function endOf(recording: Recording): { from: number; to: number } | null {
   const timer = timers.value?.find((each) => each.recording === recording.id);
-  return timer?.from && timer.to ? { from: seconds(timer.from), to: seconds(timer.to) } : null;
+  return timer?.from && timer.to ? { from: secondsOf(timer.from), to: secondsOf(timer.to) } : null;
 }
-
-/** Seconds of UTC. */
-export const seconds = (time: string): number => Math.floor(Date.parse(time) / 1000);
 
 export function durationText(length: number): string {
   const hours = Math.floor(length / 3600);

@@ -3,6 +3,7 @@ import type { RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
+import { secondsOf } from "../../app/set-clock";
 import { press, shortcuts } from "../remote/remote";
 import { messageOf, readFrame, readShown, type Banner, type Shown, type ShownEvent } from "./screen";
 import { label } from "./words";
@@ -118,7 +119,7 @@ function EventLine({ event }: { event: ShownEvent }) {
   return (
     <span>
       <time>
-        {clock(event.start)}–{clock(event.start + event.duration)}
+        {clock(secondsOf(event.start))}–{clock(secondsOf(event.start) + event.seconds)}
       </time>{" "}
       {event.title}
     </span>

@@ -7,9 +7,8 @@ import { label } from "./words";
 
 export interface ShownEvent {
   title: string;
-  /** Seconds since 1970. */
-  start: number;
-  duration: number;
+  start: string;
+  seconds: number;
   /** From 0 to 1. */
   progress: number;
 }
