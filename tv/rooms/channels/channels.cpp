@@ -53,6 +53,27 @@ std::optional<Channel> channels_by_number(std::uint32_t number) {
   return channel_or_none(find_number(*lists, number));
 }
 
+std::vector<Channel> channels_all_by_key(const ServiceKey& key) {
+  const auto lists = lists_now();
+  std::vector<Channel> found;
+  using KeyAndEntry = decltype(lists->by_key)::value_type;
+  for (const KeyAndEntry& each : std::ranges::equal_range(lists->by_key, key, {}, &KeyAndEntry::first))
+    found.push_back(each.second->channel);
+  return found;
+}
+
+std::optional<Channel> channels_follow(const ServiceKey& key, std::uint32_t former_id) {
+  const auto lists = lists_now();
+  const Entry* const same = find_id(*lists, former_id);
+  return channel_or_none(same != nullptr && same->channel.key == key ? same : find_key(*lists, key));
+}
+
+std::uint16_t channels_logo(std::uint32_t channel_id) {
+  const auto lists = lists_now();
+  const Entry* const entry = find_id(*lists, channel_id);
+  return entry == nullptr ? std::uint16_t{0} : entry->logo;
+}
+
 std::optional<Channel> channels_step(std::uint32_t channel_id, int by) {
   const auto lists = lists_now();
   return channel_or_none(step(lists->views[0], kShown, find_id(*lists, channel_id), by));

@@ -69,6 +69,16 @@ std::optional<Channel> channels_by_id(std::uint32_t channel_id);
 std::optional<Channel> channels_by_key(const ServiceKey& key);
 std::optional<Channel> channels_by_number(std::uint32_t number);  // in the one channel list, visible or not
 
+// All channels of a service, which may be in several lists, in the order of the one channel list.
+std::vector<Channel> channels_all_by_key(const ServiceKey& key);
+
+// Follows a channel whose identifier may have changed: the channel that has the identifier, if it still is this
+// service's, else the service's first one.
+std::optional<Channel> channels_follow(const ServiceKey& key, std::uint32_t former_id);
+
+// The number of the channel's logo (aui1_custom_data of tvapi/channel.h); 0: it has none.
+std::uint16_t channels_logo(std::uint32_t channel_id);
+
 // The channel that CH+ (by 1) or CH- (by -1) reaches from this one in the one channel list, over its ends; nothing when
 // the list has no channel to show. An unknown identifier counts as before the first.
 std::optional<Channel> channels_step(std::uint32_t channel_id, int by);

@@ -51,12 +51,9 @@ struct State {
 // Never destroyed, as the picture: other threads may still use them when the process exits.
 State& state = *new State;
 
-// The channel as it is now: the viewer may have given it another number. A service may be in two lists: its channel is
-// the one that was chosen while that has its number.
+// The channel as it is now: the viewer may have given it another number.
 std::optional<Channel> channel_now(const std::optional<Channel>& chosen) {
-  if (!chosen) return std::nullopt;
-  auto channel = channels_by_id(chosen->id);
-  return channel && channel->key == chosen->key ? channel : channels_by_key(chosen->key);
+  return chosen ? channels_follow(chosen->key, chosen->id) : std::nullopt;
 }
 
 std::optional<Channel> wanted_channel() {
