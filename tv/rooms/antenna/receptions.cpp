@@ -39,6 +39,7 @@ struct Tuners {
   std::condition_variable returned;  // from a user's function
   bool open = false;
   EventTaker taker = nullptr;
+  EventRound round = nullptr;
   std::array<Tuner, kTuners> tuners;
   // The reception whose user's function a tuner runs, and the thread that runs it; null: none.
   std::array<std::pair<Reception*, std::thread::id>, kTuners> calling;
@@ -56,6 +57,8 @@ struct Play {
   std::uint64_t job;
   ReceptionSource source;
   EventTaker taker;
+  EventRound round;
+  std::uint64_t known_round = 0;  // what round returned last
   PlayoutHandle playout = nullptr;
   Sections sections = {};
   std::deque<std::vector<std::uint8_t>> waiting = {};  // event sections that the guide has not taken
@@ -92,6 +95,8 @@ bool wait_until(Tuner& tuner, const Play& play, steady_clock::time_point due, Gu
 // ---- The guide's events; the caller holds no lock ----
 
 void collect_events(Play& play, std::span<const std::uint8_t> packets) {
+  const std::uint64_t round = play.round();
+  if (std::exchange(play.known_round, round) != round) play.sections.seen.clear();
   bool full = false;
   sections_take(play.sections, packets, [&](std::uint16_t, std::span<const std::uint8_t> section) {
     if (play.waiting.size() < kMostWaitingSections)
@@ -167,7 +172,7 @@ void run_tuner(Tuner& tuner) {
   pthread_setname_np(pthread_self(), name.c_str());
   Guard guard(state.lock);
   while (state.open && !tuner.users.empty()) {
-    Play play{.job = tuner.job, .source = tuner.source, .taker = state.taker};
+    Play play{.job = tuner.job, .source = tuner.source, .taker = state.taker, .round = state.round};
     std::string why = tuner.dropped;
     if (why.empty()) why = receive(tuner, play, guard);
     if (goes_on(tuner, play) && !why.empty()) {
@@ -186,10 +191,11 @@ void run_tuner(Tuner& tuner) {
 
 }  // namespace
 
-void receptions_open(EventTaker taker) {
+void receptions_open(EventTaker taker, EventRound round) {
   const std::lock_guard guard(state.lock);
   state.open = true;
   state.taker = taker;
+  state.round = round;
 }
 
 void receptions_close() {

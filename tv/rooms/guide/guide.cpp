@@ -158,6 +158,8 @@ constexpr StructItem kItems[] = {{.id = VEXTVAPI_CONFIG_ITEM_GUIDE_UPDATE,
 
 void guide_take(const Eit& eit, std::int64_t shift) { keeper_queue(eit, shift); }
 
+std::uint64_t guide_round() { return std::uint64_t{config_changes(kLanguageKey)} + config_changes(kCountryKey); }
+
 std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time) {
   return read_one(row_at, packed(key), time);
 }
