@@ -40,7 +40,8 @@ Plan event_plan(const Channel& channel, const GuideEvent& event, INT32 mode) {
           .event = event.id,
           .start = event.start,
           .duration = event.duration,
-          .title = series ? event.series : event.title};
+          .title = series ? event.series : event.title,
+          .genre = event.categories.empty() ? 0 : event.categories.front()};
 }
 
 bool same_subject(const Plan& left, const Plan& right) {
@@ -163,10 +164,7 @@ Outcome plan_add(Plan plan, bool padded) {
 }
 
 std::uint32_t channel_id_now(const ServiceKey& key, std::uint32_t former_id) {
-  // A service may be in two lists: its channel is the one that was planned while that has its number.
-  const auto same = channels_by_id(former_id);
-  if (same && same->key == key) return former_id;
-  const auto channel = channels_by_key(key);
+  const auto channel = channels_follow(key, former_id);
   return channel ? channel->id : former_id;
 }
 
@@ -210,6 +208,15 @@ Outcome plan_delete(int id) {
   }
   recorder_schedule();
   return {.id = id};
+}
+
+void follow_due(std::int64_t now) {
+  const std::vector<Plan> plans = recorder.plans;
+  for (const Plan& plan : plans) {
+    if (plan.mode == RMDR_MODE_SERIES || plan.event < 0 || now < plan_begin(plan)) continue;
+    const bool runs = std::ranges::find(recorder.jobs, plan.id, &Job::plan) != recorder.jobs.end();
+    if (!runs || now >= plan_end(plan)) follow(plan);
+  }
 }
 
 void series_look(std::int64_t now) {
