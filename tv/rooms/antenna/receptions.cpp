@@ -96,7 +96,11 @@ bool wait_until(Tuner& tuner, const Play& play, steady_clock::time_point due, Gu
 
 void collect_events(Play& play, std::span<const std::uint8_t> packets) {
   const std::uint64_t round = play.round();
-  if (std::exchange(play.known_round, round) != round) play.sections.seen.clear();
+  if (std::exchange(play.known_round, round) != round) {
+    play.sections.seen.clear();
+    // Else a section in a single packet would be taken for a duplicate of the latest packet.
+    for (auto& [pid, unfinished] : play.sections.pids) unfinished = {};
+  }
   bool full = false;
   sections_take(play.sections, packets, [&](std::uint16_t, std::span<const std::uint8_t> section) {
     if (play.waiting.size() < kMostWaitingSections)

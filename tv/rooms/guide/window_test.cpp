@@ -1,9 +1,4 @@
 // The active window, and the callbacks for events that change.
-#include <algorithm>
-#include <atomic>
-#include <functional>
-
-#include "rooms/guide/guide.h"
 #include "rooms/guide/guide_test.h"
 
 namespace {
@@ -46,12 +41,6 @@ struct GuideWindow : GuideSet {
 };
 
 using Reports = std::vector<std::string>;
-
-bool becomes_true(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (!condition() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-  return condition();
-}
 
 TEST_F(GuideWindow, IsSetReadAndCleared) {
   INT32 number = 7;
@@ -137,50 +126,19 @@ TEST_F(GuideWindow, NoticesAChangedPresentEventAndASetClock) {
   EXPECT_EQ(reports(60 * 1000), Reports{"3 4 1"}) << "within a minute";
 }
 
-Eit::Event event(std::uint16_t id, int from, int to, const std::string& title) {
-  return {.id = id,
-          .start = kGuideNow + from * 60,
-          .duration = static_cast<std::uint32_t>((to - from) * 60),
-          .texts = {{.language = "eng", .title = title}}};
-}
-
-// Takes a section of a schedule, and waits until the guide has it.
-void take(std::uint16_t service, const std::vector<Eit::Event>& events) {
-  const ServiceKey key{1, 1, service};
-  guide_take({.table = 0x50, .key = key, .events = events}, 0);
-  const auto has_all = [&] {
-    return std::ranges::all_of(events, [&](const Eit::Event& each) {
-      const auto found = guide_event(key, each.id);
-      return found && found->start == each.start && found->duration == each.duration &&
-             found->title == each.texts[0].title;
-    });
-  };
-  EXPECT_TRUE(becomes_true(has_all));
-}
-
 TEST_F(GuideWindow, WithoutOneTheTunedChannelsPresentAndFollowingEventsCount) {
-  const Eit::Event following = event(6, 30, 60, "Following");
-  const auto reports_once = [] {
-    Reports all;
-    becomes_true([&all] {
-      for (const std::string& each : reports()) all.push_back(each);
-      return !all.empty();
-    });
-    return all;
-  };
-  take(101, {event(5, -10, 30, "News"), following, event(7, 60, 90, "Late")});
-  EXPECT_EQ(reports_once(), Reports{"2 2 1"});
-  take(101, {event(5, -10, 30, "More news"), following, event(7, 60, 90, "Late")});
-  EXPECT_EQ(reports_once(), Reports{"2 2 1"}) << "another title";
-  take(102, {event(5, -10, 30, "News"), following});
-  take(101, {event(5, -10, 30, "More news"), following, event(7, 60, 90, "Very late")});
-  take(101, {event(5, -10, 25, "More news"), following, event(7, 60, 90, "Very late")});
-  EXPECT_EQ(reports_once(), Reports{"2 2 1"}) << "another end; not another channel, nor a later event";
-  take(101, {event(5, -5, 25, "More news")});
-  Reports moved = reports_once();
-  if (moved.size() == 1)
-    for (const std::string& each : reports_once()) moved.push_back(each);
-  EXPECT_EQ(moved, (Reports{"2 2 1", "3 2 1"})) << "the broadcast moved the present event";
+  const std::string channels = xmltv_channel("1", "One") + xmltv_channel("2", "Two");
+  import_guide(channels + titled("1", -10, 30, "News") + titled("1", 30, 60, "Following") +
+               titled("1", 60, 90, "Late") + titled("2", 0, 30, "News"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "Two is not tuned";
+  import_guide(channels + titled("1", -10, 30, "More news"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "another title";
+  import_guide(channels + titled("1", -10, 25, "More news"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "another end";
+  import_guide(channels + titled("1", 30, 55, "Following"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "the following event's end";
+  import_guide(channels + titled("1", 60, 90, "Very late") + titled("2", 0, 30, "More news"));
+  EXPECT_EQ(reports(), Reports{}) << "neither the present nor the following event of the tuned channel";
 }
 
 TEST_F(GuideWindow, FollowsAChannelThatGetsAnotherNumber) {
@@ -195,19 +153,6 @@ TEST_F(GuideWindow, FollowsAChannelThatGetsAnotherNumber) {
   expect_words(tv_control(R"(["channel","1","number","2"])"), {"2"});
   import_guide(xmltv_channel("2", "Two") + titled("2", 60, 90, "Another film"));
   EXPECT_EQ(reports(), Reports{"2 3 77"}) << "another channel has its former number";
-}
-
-std::atomic<int> changes_heard = 0;
-
-TEST_F(GuideWindow, ListenersHearOfEachChange) {
-  void (*const hear)() = [] { ++changes_heard; };
-  guide_listen(hear);
-  guide_listen(hear);
-  changes_heard = 0;
-  import_guide(xmltv_channel("3", "Three") + titled("3", 60, 90, "Film"));
-  EXPECT_EQ(changes_heard, 1);
-  tv_control(R"(["guide","clear"])");
-  EXPECT_EQ(changes_heard, 2);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // Recordings and timers that follow the events of the guide.
 #include <ctime>
 
-#include "rooms/guide/guide.h"
 #include "rooms/recorder/recorder_test.h"
 
 namespace {
@@ -107,28 +106,37 @@ TEST_F(RecorderFollows, GuideChangesAreLookedAtAtABoundedRate) {
   EXPECT_EQ(timer_end(), start + 800);
 }
 
+// A multiplex that announces an event of channel One, with the identifier 5.
+Bytes announcing(std::int64_t start) {
+  TestStream stream{.bytes = multiplex(10, {101, 102}, 4), .counters = {}};
+  add_section(stream, 0x12, eit({1, 10, 101}, 5, start, "News"));
+  return stream.bytes;
+}
+
 TEST_F(RecorderFollows, ReminderOfAMovedEventWaits) {
-  const std::int64_t start = now() + 10 * kMinute;
-  const ServiceKey key{1, 10, 101};
-  const auto take = [&](std::int64_t begin) {
-    guide_take(
-        {.table = 0x50,
-         .key = key,
-         .events = {{.id = 5, .start = begin, .duration = 1800, .texts = {{.language = "eng", .title = "News"}}}}},
-        0);
-    EXPECT_TRUE(comes_true([&] {
-      const auto found = guide_event(key, 5);
-      return found && found->start == begin;
-    }));
+  const std::int64_t start = now() + 10 * kMinute, moved = start + 20 * kMinute;
+  const auto has_event = [](std::int64_t begin) {
+    return comes_true([begin] {
+      return run({"guide", "event", "1", "5"}).find("\"start\":" + std::to_string(begin)) != std::string::npos;
+    });
   };
-  take(start);
+  write_bytes(air + "/10.ts", announcing(start));
+  expect_done(antenna("rescan"));
+  read_antenna();
+  press("1");
+  press("ENTER");
+  dtv_tv_advance(5000);
+  ASSERT_TRUE(has_event(start)) << run({"guide"});
   expect_done(run({"reminder", "1", "5"}));
-  dtv_tv_advance(9 * 60'000);
-  take(start + 20 * kMinute);
-  dtv_tv_advance(2 * 60'000);
+  dtv_tv_advance(8 * 60'000);
+  std::fstream(air + "/10.ts", std::ios::binary | std::ios::in | std::ios::out)
+      .write(reinterpret_cast<const char*>(announcing(moved).data()),
+             static_cast<std::streamsize>(announcing(moved).size()));
+  ASSERT_TRUE(has_event(moved)) << run({"guide", "event", "1", "5"});
+  dtv_tv_advance(3 * 60'000);
   EXPECT_EQ(text_in(reply_to({"state"}), "reminder"), "") << "at the time that it had first";
   EXPECT_EQ(listed_timers().size(), 1u);
-  dtv_tv_advance(19 * 60'000 + 30'000);
+  dtv_tv_advance(19 * 60'000 + 10'000);
   EXPECT_EQ(text_in(reply_to({"state"}), "reminder"), "News on One");
 }
 

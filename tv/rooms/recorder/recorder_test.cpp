@@ -3,7 +3,6 @@
 
 #include <cerrno>
 
-#include "rooms/guide/guide.h"
 #include "rooms/recorder/conflicts.h"
 #include "tests/unit/tv/disk.h"
 
@@ -127,17 +126,17 @@ TEST_F(RecorderPlans, GenreIsTheRequestsOrTheEvents) {
   ASSERT_EQ(read_item(request), 0);
   EXPECT_EQ(request.ui1_genre, 0x41);
   const std::int64_t start = now() + 7200;
-  const ServiceKey key{1, 10, 101};
-  guide_take({.table = 0x50,
-              .key = key,
-              .events = {{.id = 5, .start = start, .duration = 600, .texts = {}, .categories = {0x23, 0x10}}}},
-             0);
-  ASSERT_TRUE(comes_true([&key] { return guide_event(key, 5).has_value(); }));
+  std::ofstream(home.path + "/news.xml")
+      << "<tv><channel id=\"1\"><display-name>One</display-name></channel><programme channel=\"1\" start=\""
+      << xmltv_time(start) << "\" stop=\"" << xmltv_time(start + 600)
+      << "\"><title>News</title><category>news</category></programme></tv>";
+  expect_done(run({"guide", "import", home.path + "/news.xml"}));
+  ASSERT_TRUE(comes_true([] { return run({"guide"}).find("\"running\"") == std::string::npos; }));
   _RmdrEventInfo_T of_event = timer_request(1, 0, 0);
-  of_event.event_id = 5;
+  of_event.event_id = static_cast<UINT16>(std::stoi(event_at(channel_id(1), start)));
   of_event.ui1_genre = 0x41;
   ASSERT_EQ(read_item(of_event), 0);
-  EXPECT_EQ(of_event.ui1_genre, 0x23) << "the event's first category";
+  EXPECT_EQ(of_event.ui1_genre, 0x20) << "the event's first category";
   restart();
   _RmdrEventInfo_T got = ask(RMDR_OP_GET, request.ui2_slot);
   ASSERT_EQ(read_item(got), 0);
