@@ -78,12 +78,12 @@ test('a recording without a duration takes the present event and its end', async
     'the present event',
   );
   const [event] = response.ITEMS;
+  await client.tv('config g_rec__end_padding 5');
   await client.set(uri('record_list_info'), { operation: list.record, channel_id: 0 });
   const [entry] = await page(client);
   assert.deepEqual([entry.event_id, entry.program_name], [event.EVENT_ID, event.EVENT_NAME]);
   const [running] = (await client.tv('timers')).timers;
-  const padding = (await client.tv('config g_rec__end_padding')).g_rec__end_padding * 60;
-  assert.equal(Date.parse(running.to) / 1000, event.START_TIME + event.DURATION + padding);
+  assert.equal(Date.parse(running.to) / 1000, event.START_TIME + event.DURATION + 5 * 60, 'the event and the padding');
   const titles = async (channel_id) => (await page(client, { channel_id })).map(({ program_name }) => program_name);
   assert.deepEqual([await titles(one.id), await titles(five.id)], [[event.EVENT_NAME], []]);
   await client.set(uri('record_list_info'), { operation: list.stop, list_id: entry.list_id });
