@@ -57,8 +57,8 @@ std::vector<Channel> channels_all_by_key(const ServiceKey& key) {
   const auto lists = lists_now();
   std::vector<Channel> found;
   using KeyAndEntry = decltype(lists->by_key)::value_type;
-  for (const KeyAndEntry& each : std::ranges::equal_range(lists->by_key, key, {}, &KeyAndEntry::first))
-    found.push_back(each.second->channel);
+  auto each = std::ranges::lower_bound(lists->by_key, key, {}, &KeyAndEntry::first);
+  for (; each != lists->by_key.end() && each->first == key; ++each) found.push_back(each->second->channel);
   return found;
 }
 

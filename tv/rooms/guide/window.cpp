@@ -1,4 +1,4 @@
-// The active window, its callbacks, the timer for the borders between events, and who is told of changes.
+// The active window, its callbacks, the timer for the borders between events, and the listeners.
 #include <algorithm>
 #include <chrono>
 #include <functional>
