@@ -11,7 +11,8 @@ enum { VEXTVAPI_EVENT_FOLLOWING = 0, VEXTVAPI_EVENT_PRESENT = 1 };
 /* What the virtual television reports by a_vextvapi_event_nfy_fct, as pv_arg2. A set may have other numbers. */
 enum {
   VEXTVAPI_EVENT_CONDITION_WINDOW = 1,  /* the active window was set to another one, or cleared */
-  VEXTVAPI_EVENT_CONDITION_UPDATED = 2, /* events of a channel changed in the active window's time */
+  VEXTVAPI_EVENT_CONDITION_UPDATED = 2, /* events of a channel of the active window changed in the window's time, or the
+                                         * present or following event of the channel that the main picture shows */
   VEXTVAPI_EVENT_CONDITION_PRESENT = 3  /* another event is the present one, of a channel of the active window or of the
                                          * channel that the main picture shows */
 };
@@ -41,17 +42,18 @@ typedef struct {
   char event_rating[48];
   UINT32 event_detail_len; /* in bytes; 0: there is no such text */
   UINT32 event_detail_extend_len;
-  UINT8 guidanceMode;
+  UINT8 guidanceMode; /* in the virtual television 0, and without a text: the standard tables of DVB have no guidance */
   UINT32 guidance_len;
 } VEXTVAPI_EVENT_GENERAL_INFO_T;
 
-/* What a query by filter looks for. */
+/* What a query by filter looks for; 0: any. A channel of another service list than ui2_svl_id has no events. */
 typedef struct {
   UINT16 ui2_svl_id;
   UINT32 ui4_channel_id;
-  UINT32 start_time;
+  UINT32 start_time; /* events that overlap this time */
   UINT32 end_time;
-  UINT32 duration_time; /* s */
+  UINT32 duration_time; /* s; with start_time and without end_time the length of the time, else that of the shortest
+                         * events */
   INT32 b_caption;
   UINT8 eventCategoryNum;
   UINT8 eventCategory[8];
@@ -63,7 +65,9 @@ typedef struct {
   INT32 e_tv_win_id;        /* main or sub picture, in the platform's numbers */
   UINT32 ui4_at_least_secs; /* shorter events are left out */
   UINT32 ui4_fake_empty_event_at_least_secs;
-  UINT8 b_auto_fillin_fake_empty_event; /* gaps become events without a title */
+  /* Gaps become events without a title, of at least the above duration. Each has an identifier of its own, by which
+   * a_vextvapi_event_get_general_info answers its beginning and duration. */
+  UINT8 b_auto_fillin_fake_empty_event;
   UINT8 b_skip_signal_check_when_retrieving_data;
   UINT8 b_allow_conflict_event_when_query;
   UINT8 b_allow_partial_overlap_event;

@@ -17,16 +17,19 @@ enum {
 
 /* --- The list of recordings --- */
 
-/* e_op of a read, of those that answer something else than a page of recordings. */
+/* e_op of a read, of those that answer something else than a page of recordings. With channel_id in t_reclist_info a
+ * read is about the recordings of that channel only, else about all. e_type and e_otr_mode are a set's own; the virtual
+ * television has recordings of one type and ignores them. */
 enum { RECLIST_OP_NUMBER = 2, RECLIST_OP_FILE = 3 };
 
 /* e_op of a write. The members of t_reclist_info that count are named; all others are ignored. */
 enum {
-  RECLIST_OP_DELETE = 4,     /* list_id; not while it is being recorded, nor while the viewer keeps it */
-  RECLIST_OP_RENAME = 5,     /* list_id; program_name: the new title */
-  RECLIST_OP_RECORD_NOW = 6, /* channel_id, 0: the current one; duration, 0: g_rec__default_duration; program_name,
-                                empty: the event's title */
-  RECLIST_OP_STOP = 7        /* list_id, 0: the only recording that runs */
+  RECLIST_OP_DELETE = 4, /* list_id; not while it is being recorded, nor while the viewer keeps it */
+  RECLIST_OP_RENAME = 5, /* list_id; program_name: the new title */
+  /* channel_id, 0: the current one; duration, 0: to the end of the present event, with the configured padding, which
+   * is followed if it is moved, or without an event g_rec__default_duration; program_name, empty: the event's title */
+  RECLIST_OP_RECORD_NOW = 6,
+  RECLIST_OP_STOP = 7 /* list_id, 0: the only recording that runs */
 };
 
 /* e_sort_type; any other number is the first. */
@@ -72,8 +75,8 @@ typedef struct {
 typedef struct {
   UINT32 channel_id;
   UINT32 start_time;
-  UINT32 duration; /* s */
-  UINT32 expire_time;
+  UINT32 duration;             /* s */
+  UINT32 expire_time;          /* 0: never, as in the virtual television */
   UINT32 playback_resume_time; /* s from the beginning */
   UINT32 channel_logo_id;
   INT32 recording_status; /* in the platform's numbers, as is the reason */
@@ -88,7 +91,7 @@ typedef struct {
   char program_name[72];
   char channel_name[72];
   char file_name_id[32];
-  char file_url_id[56];
+  char file_url_id[56]; /* in the folder that ca_mnt_path of the paired disk names */
 } RECLIST_ENTRY_T;
 
 typedef struct _Qt_RECLIST_INFO_T {
@@ -97,7 +100,7 @@ typedef struct _Qt_RECLIST_INFO_T {
   INT32 e_otr_mode;
   INT32 e_sort_type;
   INT32 recording_status;
-  INT32 reclist_num; /* recordings in all */
+  INT32 reclist_num; /* recordings that the read is about */
   UINT16 start_slot;
   UINT16 page_index;
   RECLIST_REQUEST_T t_reclist_info;
@@ -112,7 +115,7 @@ typedef struct _Qt_RECLIST_INFO_T {
 enum {
   /* ui2_slot: answers is_rmdr, is_on_going_pvr, and slot_idx, its place in the order of GET_BY_INDEX. */
   RMDR_OP_RECORDING_ON_SLOT = 1,
-  RMDR_OP_USB_READY = 2,
+  RMDR_OP_USB_READY = 2,    /* whether something can be recorded to the disk now */
   RMDR_OP_IS_RECORDING = 4, /* ui4_ref_channel_id, 0: any */
   /* The request of RMDR_OP_ADD: answers conflict_type, conflict_state, and conflict_slot, the first of the reminders
    * that it conflicts with. is_ignore_special_slot 1: the reminder of conflict_slot does not count. */
@@ -178,7 +181,7 @@ typedef struct _RmdrEventInfo_T {
   UINT16 conflict_slot;
   UINT8 conflict_type;
   UINT8 conflict_state;
-  UINT8 ui1_genre;
+  UINT8 ui1_genre;    /* of a request without an event the application's, else the event's first category; 0: none */
   UINT8 is_recording; /* flags from here on */
   UINT8 is_rmdr;
   UINT8 is_on_going_pvr;
@@ -192,7 +195,7 @@ typedef struct _RmdrEventInfo_T {
 typedef struct _Qt_PAIRED_DISK_INFO {
   UINT64 ui8_free_size; /* bytes */
   UINT64 ui8_total_size;
-  char ca_mnt_path[160];
+  char ca_mnt_path[160]; /* the folder of the recordings */
 } _Qt_PAIRED_DISK_INFO;
 
 /* e_file_status. A write accepts READY, PLAYING and PAUSED. */
@@ -204,7 +207,7 @@ enum {
   PVR_FILE_PAUSED = 4
 };
 
-/* A read with list_id 0 is about the recording that was written last. */
+/* A read with list_id 0 is about the recording that was written last, also before the set was switched off. */
 typedef struct _PvrFileInfo {
   INT32 e_file_status;
   UINT32 ui4_resume_time; /* s from the beginning */

@@ -12,6 +12,9 @@ const tag = { TYPE: 0, TAG: 999999, SVL_HANDLE: 0 };
 const condition = { window: 1, updated: 2, present: 3 };
 const reason = { request: 1, broadcast: 2, time: 4 };
 
+// The parameters of queries in a new set.
+const usual = { WINDOW_ID: 0, AT_LEAST_SECS: 0, FAKE_EMPTY_EVENT_AT_LEAST_SECS: 0, AUTO_FILLIN_FAKE_EMPTY_EVENT: 0, ALLOW_CONFLICT_EVENT_WHEN_QUERY: 1, ALLOW_PARTIAL_OVERLAP_EVENT: 1 };
+
 const russian = byNumber(4);
 const sport = byNumber(30);
 const guide = schedules();
@@ -120,6 +123,9 @@ test('events by category and by length', async (t) => {
   const long = ids(events.filter((each) => each.duration >= 4000));
   assert.ok(long.length > 0 && long.length < events.length);
   assert.deepEqual((await filter({ DURATION: 4000 })).EVENT_ID, long);
+  assert.deepEqual((await filter({ END_TIME: 0, DURATION })).EVENT_ID, ids(events), 'without an end, the length of the time');
+  const elsewhere = await client.get(uri('channel_event_num_by_filter'), { FILTER_TYPE: 1, SVL_ID: 3, CH_ID: russian.id, START_TIME, DURATION });
+  assert.equal(elsewhere.response?.ITEMS, undefined, 'the channel is in list 1');
   const { ret } = await client.get(uri('channel_event_num_by_filter'), { FILTER_TYPE: 1, CH_ID: russian.id, CATEGORY_NUM: 3, CATEGORY: [] });
   assert.equal(ret, -1);
 });
@@ -128,7 +134,6 @@ test('the parameters of queries leave out short and cut events', async (t) => {
   const client = await set.client(t);
   const events = (await collected(client, russian)).slice(2, 20);
   const { START_TIME, DURATION } = span(events);
-  const usual = { WINDOW_ID: 0, AT_LEAST_SECS: 0, FAKE_EMPTY_EVENT_AT_LEAST_SECS: 0, AUTO_FILLIN_FAKE_EMPTY_EVENT: 0, ALLOW_CONFLICT_EVENT_WHEN_QUERY: 1, ALLOW_PARTIAL_OVERLAP_EVENT: 1 };
   const range = async (cut = 0) => idsOf(await client.items(uri('channel_with_event_ids'), { CH_ID: russian.id, START_TIME: START_TIME + cut, DURATION: DURATION - cut }));
   const long = events.filter((each) => each.duration >= 3600);
   assert.ok(long.length > 1 && long.length < events.length);
@@ -138,6 +143,33 @@ test('the parameters of queries leave out short and cut events', async (t) => {
   assert.deepEqual(await range(60), ids(events.slice(1)));
   await client.set(uri('set_query_parameter'), usual);
   assert.deepEqual(await range(60), ids(events));
+});
+
+test('a gap in the guide is an event without a title, with an identifier and a time', async (t) => {
+  const client = await set.client(t);
+  const empty = byNumber(90);
+  const start = Math.floor(Date.now() / 1000);
+  await client.set(uri('set_query_parameter'), { ...usual, AUTO_FILLIN_FAKE_EMPTY_EVENT: 1 });
+  const range = (from) => client.item(uri('channel_with_event_ids'), { CH_ID: empty.id, START_TIME: from, DURATION: 3600 });
+  const [gap, later] = [await range(start), await range(start + 7200)];
+  assert.deepEqual([gap.EVENT_NAME, gap.START_TIME, gap.DURATION], ['', start, 3600]);
+  assert.deepEqual([later.START_TIME, later.DURATION], [start + 7200, 3600]);
+  assert.notEqual(gap.EVENT_ID, later.EVENT_ID);
+  assert.deepEqual(await client.item(uri('event_information'), { CH_ID: empty.id, EVENT_ID: gap.EVENT_ID }), gap);
+  await client.set(uri('set_query_parameter'), usual);
+});
+
+test('titles follow the language of the menus while the channel is received', async (t) => {
+  const client = await set.client(t);
+  const cinema = byNumber(2);
+  await client.tv('config g_gui_lang__gui_language eng');
+  const [{ id }] = await collected(client, cinema);
+  const name = async () => (await client.item(uri('event_information'), { CH_ID: cinema.id, EVENT_ID: id })).EVENT_NAME;
+  const english = await name();
+  await client.tv('config g_gui_lang__gui_language fra');
+  await until(name, (shown) => shown !== english, 'the French title');
+  await client.tv('config g_gui_lang__gui_language eng');
+  await until(name, (shown) => shown === english, 'the English title again');
 });
 
 test('an update of the guide is started, observed and stopped', async (t) => {

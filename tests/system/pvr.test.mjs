@@ -18,7 +18,7 @@ const timer = { slot: 1, disk: 2, add: 3, records: 4, remove: 5, modify: 6, get:
 const mode = { remind: 0, record: 1 };
 const paused = 4;
 
-const page = (client) => client.items(uri('record_list_info'), { operation: list.page });
+const page = (client, more) => client.items(uri('record_list_info'), { operation: list.page, ...more });
 const number = async (client) => (await client.item(uri('record_list_info'), { operation: list.number })).reclist_num;
 const ask = (client, operation, more) => client.item(uri('reminder_event'), { operation, ...more });
 const act = (client, operation, more) => client.set(uri('reminder_event'), { operation, ...more });
@@ -44,7 +44,7 @@ test('a recording is started, renamed, stopped, remembered where it was watched 
   const disk = await client.item(uri('record_paired_disk_info'));
   assert.ok(disk.totalSize >= disk.freeSize && disk.freeSize > 0);
   const file = join(disk.mntPath, entry.file_name_id);
-  assert.equal(join(set.host.state, entry.file_url_id), file);
+  assert.equal(join(disk.mntPath, entry.file_url_id), file);
   await until(() => existsSync(file) && statSync(file).size, (size) => size > 100_000, 'the growing recording');
   const playable = await client.item(uri('record_list_info'), { operation: list.file, list_id: entry.list_id });
   assert.deepEqual(playable, { recording_status: status.recording, file_name_id: entry.file_name_id, file_url_id: entry.file_url_id });
@@ -69,16 +69,37 @@ test('a recording is started, renamed, stopped, remembered where it was watched 
   await client.refused(uri('record_list_info'), { operation: list.record, channel_id: 0x3fff0001, duration: 60 });
 });
 
+test('a recording without a duration takes the present event and its end', async (t) => {
+  const client = await set.client(t);
+  await client.tv('tune 1');
+  const { response } = await until(
+    () => client.get('/tv/eventinfo/event_current_information', { CH_ID: one.id }),
+    ({ ret }) => ret === 0,
+    'the present event',
+  );
+  const [event] = response.ITEMS;
+  await client.tv('config g_rec__end_padding 5');
+  await client.set(uri('record_list_info'), { operation: list.record, channel_id: 0 });
+  const [entry] = await page(client);
+  assert.deepEqual([entry.event_id, entry.program_name], [event.EVENT_ID, event.EVENT_NAME]);
+  const [running] = (await client.tv('timers')).timers;
+  assert.equal(Date.parse(running.to) / 1000, event.START_TIME + event.DURATION + 5 * 60, 'the event and the padding');
+  const titles = async (channel_id) => (await page(client, { channel_id })).map(({ program_name }) => program_name);
+  assert.deepEqual([await titles(one.id), await titles(five.id)], [[event.EVENT_NAME], []]);
+  await client.set(uri('record_list_info'), { operation: list.stop, list_id: entry.list_id });
+  await client.set(uri('record_list_info'), { operation: list.remove, list_id: entry.list_id });
+});
+
 test('a timer is added, found, modified and deleted', async (t) => {
   const client = await set.client(t);
   const start = now() + 3 * 3600;
-  const wanted = { mode: mode.record, channel_id: one.id, event_id: 0, start_time: start, duration: 1800, event_title: 'Nachtfilm' };
+  const wanted = { mode: mode.record, channel_id: one.id, event_id: 0, start_time: start, duration: 1800, genre: 0x11, event_title: 'Nachtfilm' };
   await act(client, timer.add, wanted);
   assert.equal(await timers(client), 1);
   const found = await ask(client, timer.byIndex, { info_data: 0 });
   assert.deepEqual(
-    [found.mode, found.channel_id, found.start_time, found.duration, found.event_title, found.op_result],
-    [mode.record, one.id, start, 1800, 'Nachtfilm', 0],
+    [found.mode, found.channel_id, found.start_time, found.duration, found.genre, found.event_title, found.op_result],
+    [mode.record, one.id, start, 1800, 0x11, 'Nachtfilm', 0],
   );
   assert.ok(found.rec_start_time <= start && found.rec_start_time + found.rec_duration >= start + 1800);
   const { slot } = found;
@@ -144,7 +165,7 @@ test('a reminder of an event of the guide', async (t) => {
   const wanted = { mode: mode.remind, channel_id: channel.id, event_id: event.EVENT_ID };
   await act(client, timer.add, wanted);
   const found = await ask(client, timer.byIndex, { info_data: 0 });
-  assert.deepEqual([found.mode, found.event_id, found.start_time, found.duration, found.event_title], [mode.remind, event.EVENT_ID, event.START_TIME, event.DURATION, event.EVENT_NAME]);
+  assert.deepEqual([found.mode, found.event_id, found.start_time, found.duration, found.genre, found.event_title], [mode.remind, event.EVENT_ID, event.START_TIME, event.DURATION, event.CATEGORY[0], event.EVENT_NAME]);
   await client.refused(uri('reminder_event'), { operation: timer.add, ...wanted }); // there already
   await client.refused(uri('reminder_event'), { operation: timer.add, ...wanted, event_id: 1 }); // no such event
   assert.equal(await timers(client), 1);

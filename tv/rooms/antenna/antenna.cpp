@@ -15,7 +15,7 @@
 namespace {
 
 void start() {
-  receptions_open(guide_take);
+  receptions_open(guide_take, guide_round);
   scan_open();
   folder_start();
   visits_open(guide_take);

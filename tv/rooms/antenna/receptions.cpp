@@ -39,6 +39,7 @@ struct Tuners {
   std::condition_variable returned;  // from a user's function
   bool open = false;
   EventTaker taker = nullptr;
+  EventRound round = nullptr;
   std::array<Tuner, kTuners> tuners;
   const Tuner* visited = nullptr;  // the tuner of a visit; null: there is none
   std::string visit;               // the path that it reads
@@ -58,6 +59,8 @@ struct Play {
   std::uint64_t job;
   ReceptionSource source;
   EventTaker taker;
+  EventRound round;
+  std::uint64_t known_round = 0;  // what round returned last
   PlayoutHandle playout = nullptr;
   Sections sections = {};
   std::deque<std::vector<std::uint8_t>> waiting = {};  // event sections that the guide has not taken
@@ -94,6 +97,12 @@ bool wait_until(Tuner& tuner, const Play& play, steady_clock::time_point due, Gu
 // ---- The guide's events; the caller holds no lock ----
 
 void collect_events(Play& play, std::span<const std::uint8_t> packets) {
+  const std::uint64_t round = play.round();
+  if (std::exchange(play.known_round, round) != round) {
+    play.sections.seen.clear();
+    // Else a section in a single packet would be taken for a duplicate of the latest packet.
+    for (auto& [pid, unfinished] : play.sections.pids) unfinished = {};
+  }
   bool full = false;
   sections_take(play.sections, packets, [&](std::uint16_t, std::span<const std::uint8_t> section) {
     if (play.waiting.size() < kMostWaitingSections)
@@ -169,7 +178,7 @@ void run_tuner(Tuner& tuner) {
   pthread_setname_np(pthread_self(), name.c_str());
   Guard guard(state.lock);
   while (state.open && !tuner.users.empty()) {
-    Play play{.job = tuner.job, .source = tuner.source, .taker = state.taker};
+    Play play{.job = tuner.job, .source = tuner.source, .taker = state.taker, .round = state.round};
     std::string why = tuner.dropped;
     if (why.empty()) why = receive(tuner, play, guard);
     if (goes_on(tuner, play) && !why.empty()) {
@@ -188,10 +197,11 @@ void run_tuner(Tuner& tuner) {
 
 }  // namespace
 
-void receptions_open(EventTaker taker) {
+void receptions_open(EventTaker taker, EventRound round) {
   const std::lock_guard guard(state.lock);
   state.open = true;
   state.taker = taker;
+  state.round = round;
 }
 
 void receptions_close() {

@@ -24,13 +24,16 @@ inline constexpr std::size_t kMostWaitingSections = 1024;  // event sections tha
 // Takes the events of a section, with the seconds by which its times are moved.
 using EventTaker = void (*)(const Eit& eit, std::int64_t shift);
 
+// Returns another number when all sections are wanted again. Called on the tuners' threads, without a lock.
+using EventRound = std::uint64_t (*)();
+
 struct ReceptionSource {
   std::string path;
   std::int64_t shift = 0;
 };
 
 // From here on receptions can start.
-void receptions_open(EventTaker taker);
+void receptions_open(EventTaker taker, EventRound round);
 
 // Ends all receptions, and returns when no user's function runs any more. The users' handles stay valid. No function of
 // a user may call it.

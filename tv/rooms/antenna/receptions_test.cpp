@@ -80,16 +80,26 @@ void take_events(const Eit& eit, std::int64_t shift) {
   for (const Eit::Event& each : eit.events) events.emplace_back(each.texts.at(0).title, each.start + shift);
 }
 
+std::atomic<std::uint64_t> event_round = 0;
+
+std::size_t times_taken(const std::string& title) {
+  const std::lock_guard guard(events_lock);
+  return static_cast<std::size_t>(std::ranges::count(events, title, &std::pair<std::string, std::int64_t>::first));
+}
+
 struct AntennaReceptions : testing::Test {
   TvFolder folder;
   ReceptionRefusal refusal = ReceptionRefusal::kNone;
   AntennaReceptions() {
     events.clear();
-    receptions_open(take_events);
+    open();
   }
   ~AntennaReceptions() override {
     receptions_close();
     EXPECT_EQ(tuners_in_use(), 0u);
+  }
+  static void open() {
+    receptions_open(take_events, [] { return event_round.load(); });
   }
   std::string make(std::uint16_t stream, const TestStream& made) const {
     return write_bytes(folder.path + "/" + std::to_string(stream) + ".ts", made.bytes);
@@ -319,6 +329,22 @@ TEST_F(AntennaReceptions, EventsReachTheGuideOncePerVersionWithTheShift) {
   EXPECT_EQ(events, (Pairs{{"News", 1'700'003'600}, {"Film", 1'700'004'200}}));
 }
 
+TEST_F(AntennaReceptions, EventsComeAgainInAnotherRound) {
+  TestStream made;
+  add_section(made, 0x12, eit({1, 1, 1}, 10, 1'700'000'000, "News"));
+  add_time(made, 20);
+  Listener listener;
+  const ReceptionHandle reception = start(make(1, made), listener);
+  ASSERT_TRUE(listener.wait([&] { return listener.round >= 3; }));
+  EXPECT_EQ(times_taken("News"), 1u);
+  ++event_round;
+  EXPECT_TRUE(comes_true([] { return times_taken("News") == 2; }));
+  std::uint64_t before = 0;
+  ASSERT_TRUE(listener.wait([&] { return (before = listener.round) > 0; }));
+  ASSERT_TRUE(listener.wait([&] { return listener.round >= before + 3; }));
+  EXPECT_EQ(times_taken("News"), 2u) << "once in each round";
+}
+
 TEST_F(AntennaReceptions, DroppedFilesAreLostWithTheReason) {
   const std::string one = make(1), two = make(2);
   Listener a, b;
@@ -345,7 +371,7 @@ TEST_F(AntennaReceptions, HandlesOutliveTheTuners) {
   Listener c;
   EXPECT_EQ(start(make(1), c), nullptr);
   EXPECT_EQ(refusal, ReceptionRefusal::kNoSignal);
-  receptions_open(take_events);
+  open();
   const ReceptionHandle third = start(make(1), c);
   EXPECT_TRUE(c.hears(1));
   second.reset();

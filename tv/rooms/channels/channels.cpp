@@ -61,6 +61,21 @@ std::optional<Channel> channels_by_number(std::uint32_t number) {
   return channel_or_none(find_number(*lists, number));
 }
 
+std::vector<Channel> channels_all_by_key(const ServiceKey& key) {
+  const auto lists = lists_now();
+  std::vector<Channel> found;
+  using KeyAndEntry = decltype(lists->by_key)::value_type;
+  auto each = std::ranges::lower_bound(lists->by_key, key, {}, &KeyAndEntry::first);
+  for (; each != lists->by_key.end() && each->first == key; ++each) found.push_back(each->second->channel);
+  return found;
+}
+
+std::uint16_t channels_logo(std::uint32_t channel_id) {
+  const auto lists = lists_now();
+  const Entry* const entry = find_id(*lists, channel_id);
+  return entry == nullptr ? std::uint16_t{0} : entry->logo;
+}
+
 std::optional<Channel> channels_named(std::string_view word, std::string& ret_error) {
   const auto lists = lists_now();
   const Entry* const entry = find_named(*lists, word);

@@ -95,6 +95,12 @@ std::optional<Channel> channels_named(std::string_view word, std::string& ret_er
 // A frequency in a reply, in MHz. frequency: as in TSL_REC_T.
 boost::json::value megahertz(Medium medium, std::uint32_t frequency);
 
+// All channels of a service, which may be in several lists, in the order of the one channel list.
+std::vector<Channel> channels_all_by_key(const ServiceKey& key);
+
+// The number of the channel's logo (aui1_custom_data of tvapi/channel.h); 0: it has none.
+std::uint16_t channels_logo(std::uint32_t channel_id);
+
 // The channel that CH+ (by 1) or CH- (by -1) reaches from this one in the one channel list, over its ends; nothing when
 // the list has no channel to show. An unknown identifier counts as before the first.
 std::optional<Channel> channels_step(std::uint32_t channel_id, int by);

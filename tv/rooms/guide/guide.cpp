@@ -166,6 +166,8 @@ void guide_take(const Eit& eit, std::int64_t shift) { keeper_queue(eit, shift); 
 
 std::size_t guide_waiting() { return keeper_state().waiting; }
 
+std::uint64_t guide_round() { return std::uint64_t{config_changes(kLanguageKey)} + config_changes(kCountryKey); }
+
 std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time) {
   return read_one(row_at, packed(key), time);
 }

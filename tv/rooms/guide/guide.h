@@ -29,6 +29,16 @@ void guide_take(const Eit& eit, std::int64_t shift);
 // waits while they are many: the queue has a bound, beyond which the oldest are dropped.
 std::size_t guide_waiting();
 
+// Another number after the menus' language or the country has changed: of sections with texts or ratings for several,
+// the guide then stores others. Takes the configuration's lock.
+std::uint64_t guide_round();
+
+// The listener runs after each change of the guide's events, without a lock, on the guide's thread or that of whoever
+// emptied the guide; it must not wait for the guide. A batch of sections is one change. It stays registered until the
+// process ends; registering it again changes nothing. At most kMostGuideListeners.
+inline constexpr std::size_t kMostGuideListeners = 4;
+void guide_listen(void (*listener)());
+
 // The event that runs at that time, and the first that begins after it.
 std::optional<GuideEvent> guide_event_at(const ServiceKey& key, std::int64_t time);
 std::optional<GuideEvent> guide_event_after(const ServiceKey& key, std::int64_t time);

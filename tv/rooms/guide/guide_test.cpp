@@ -1,8 +1,10 @@
 // The guide through the TV API: events, queries, imports, resets.
 #include "rooms/guide/guide_test.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 namespace {
 
@@ -98,11 +100,54 @@ TEST_F(GuideApi, ParametersSayWhatARangeShows) {
   how.b_allow_partial_overlap_event = 1;
   how.b_auto_fillin_fake_empty_event = 1;
   EXPECT_EQ(a_vextvapi_event_set_query_parameter(&how), 0);
-  EXPECT_EQ(range(kOne, 0, 120), "News -30-30, Film 30-90, gap, Short 100-110, gap");
-  EXPECT_EQ(range(guide_channel(3), 0, 120), "gap");
+  EXPECT_EQ(range(kOne, 0, 120), "News -30-30, Film 30-90, gap 90-100, Short 100-110, gap 110-120");
+  EXPECT_EQ(range(guide_channel(3), 0, 120), "gap 0-120");
   how.ui4_fake_empty_event_at_least_secs = 601;
   EXPECT_EQ(a_vextvapi_event_set_query_parameter(&how), 0);
-  EXPECT_EQ(range(kOne, -60, 180), "gap, News -30-30, Film 30-90, Short 100-110");
+  EXPECT_EQ(range(kOne, -60, 180), "gap -60--30, News -30-30, Film 30-90, Short 100-110");
+}
+
+std::vector<UINT16> range_ids(UINT32 channel, INT64 start, UINT32 duration, UINT16 room = 100) {
+  std::vector<UINT16> ids(room);
+  EXPECT_EQ(a_vextvapi_event_query_event_id_by_range(channel, static_cast<UINT32>(start), duration, &room, ids.data()),
+            0);
+  ids.resize(room);
+  return ids;
+}
+
+TEST_F(GuideApi, GapsHaveIdentifiersOfTheirOwn) {
+  VEXTVAPI_EVENT_QUERY_PARAM_T how{};
+  how.b_allow_partial_overlap_event = 1;
+  how.b_auto_fillin_fake_empty_event = 1;
+  EXPECT_EQ(a_vextvapi_event_set_query_parameter(&how), 0);
+  const std::vector<UINT16> ids = range_ids(kOne, kGuideNow, 7200);
+  ASSERT_EQ(ids.size(), 5u);
+  EXPECT_EQ(std::set<UINT16>(ids.begin(), ids.end()).size(), 5u);
+  EXPECT_EQ(std::ranges::count(ids, 0), 0) << "0 names no event";
+  EXPECT_EQ(range_ids(kOne, kGuideNow, 7200), ids) << "they stay";
+  const std::vector<UINT16> shorter = range_ids(kOne, kGuideNow + 95 * 60, 300);
+  EXPECT_EQ(shown(kOne, shorter.at(0)), "gap 95-100");
+  EXPECT_EQ(shown(kOne, ids[2]), "gap 90-100") << "that of another query is another one";
+  EXPECT_EQ(a_vextvapi_event_check_block(kOne, ids[2]), VEXTVAPI_EVENT_FREE);
+  VEXTVAPI_EVENT_GENERAL_INFO_T info{};
+  refusal([&] { return a_vextvapi_event_get_general_info(kOne, 0, &info); });
+  import_guide(xmltv_channel("1", "One") + titled("1", 90, 100, "New"));
+  EXPECT_EQ(range(kOne, 30, 90), "Film 30-90, New 90-100, Short 100-110, gap 110-120");
+}
+
+TEST_F(GuideApi, GapsOfEarlierQueriesAreForgottenWhenThereAreTooMany) {
+  VEXTVAPI_EVENT_QUERY_PARAM_T how{};
+  how.b_allow_partial_overlap_event = 1;
+  how.b_auto_fillin_fake_empty_event = 1;
+  EXPECT_EQ(a_vextvapi_event_set_query_parameter(&how), 0);
+  const UINT32 empty = guide_channel(3);
+  const UINT16 first = range_ids(empty, kGuideNow, 60).at(0);
+  EXPECT_EQ(shown(empty, first), "gap 0-1");
+  UINT16 last = 0;
+  for (int i = 1; i <= 4096; ++i) last = range_ids(empty, kGuideNow + i * INT64{60}, 60).at(0);
+  EXPECT_EQ(shown(empty, last), "gap 4096-4097");
+  VEXTVAPI_EVENT_GENERAL_INFO_T info{};
+  expect_words(refusal([&] { return a_vextvapi_event_get_general_info(empty, first, &info); }), {"no event"});
 }
 
 TEST_F(GuideApi, ConflictingEventsAreLeftOutWhenNotAllowed) {
@@ -140,6 +185,13 @@ TEST_F(GuideApi, FilterChoosesByChannelTimeAndKind) {
   filter.start_time = kGuideNow + 3600;
   filter.end_time = kGuideNow + 6000;
   EXPECT_EQ(filtered(0, filter), "1 Film 30-90");
+  filter.end_time = 0;
+  filter.duration_time = 2400;
+  EXPECT_EQ(filtered(0, filter), "1 Film 30-90") << "40 minutes from the beginning; Short begins when they are over";
+  filter.duration_time = 2460;
+  EXPECT_EQ(filtered(0, filter), "1 Film 30-90, 1 Short 100-110");
+  filter.end_time = kGuideNow + 7200;
+  EXPECT_EQ(filtered(0, filter), "1 Film 30-90") << "with an end, events of 41 minutes at least";
   filter = {};
   filter.duration_time = 3600;
   EXPECT_EQ(filtered(0, filter), "1 News -30-30, 2 Match -10-50, 1 Film 30-90");
@@ -160,6 +212,33 @@ TEST_F(GuideApi, FilterChoosesByChannelTimeAndKind) {
   EXPECT_EQ(filtered(kOne, filter), "1 Film 30-90, 1 Short 100-110");
   filter.ui1_rating_type = 16;
   EXPECT_EQ(filtered(kOne, filter), "1 News -30-30, 1 Film 30-90, 1 Short 100-110");
+}
+
+TEST_F(GuideApi, FilterTellsTheListsOfAServiceApart) {
+  // The service of Two HD is in the cable's list as well.
+  const std::string path = write_file("cable.conf",
+                                      "[Two HD]\n\tSERVICE_ID = 102\n\tNETWORK_ID = 1\n\tTRANSPORT_ID = 1\n"
+                                      "\tVCHANNEL = 8\n\tVIDEO_PID = 1\n\tAUDIO_PID = 2\n\tFREQUENCY = 474000000\n"
+                                      "\tSYMBOL_RATE = 6900000\n\tDELIVERY_SYSTEM = DVBC/ANNEX_A\n");
+  const std::string imported = tv_control(R"(["channels","import",")" + path + "\"]");
+  ASSERT_EQ(imported.find("error"), std::string::npos) << imported;
+  const UINT32 cable = 8 << 18 | 2;
+  VEXTVAPI_EVENT_FILTER_T filter{};
+  EXPECT_EQ(filtered(0, filter), "1 News -30-30, 2 Match -10-50, 8 Match -10-50, 1 Film 30-90, 1 Short 100-110");
+  filter.ui2_svl_id = 2;
+  EXPECT_EQ(filtered(0, filter), "8 Match -10-50");
+  EXPECT_EQ(filtered(cable, filter), "8 Match -10-50");
+  EXPECT_EQ(filtered(kTwo, filter), "") << "Two HD over the air is not in the cable's list";
+  filter.ui2_svl_id = 1;
+  EXPECT_EQ(filtered(0, filter), "1 News -30-30, 2 Match -10-50, 1 Film 30-90, 1 Short 100-110");
+  EXPECT_EQ(filtered(kTwo, filter), "2 Match -10-50");
+  UINT16 count = 1, id = 0;
+  UINT32 channel = 0;
+  filter.ui2_svl_id = 0;
+  filter.start_time = kGuideNow + 2400;
+  filter.end_time = kGuideNow + 2460;
+  EXPECT_EQ(a_vextvapi_event_query_event_id_by_filter(0, &filter, &count, &id, &channel), 0);
+  EXPECT_EQ(count, 1) << "not more than there is room for";
 }
 
 TEST_F(GuideApi, BlocksByTheViewersAge) {

@@ -91,7 +91,8 @@ struct GuideSet : testing::Test {
     return answer;
   }
 
-  // "News 0-30, Film 30-120": titles and minutes after kGuideNow of the events that a range finds; "- gap" for gaps
+  // "News 0-30, Film 30-120": titles and minutes after kGuideNow of the events that a range finds; of a gap the title
+  // is "gap"
   static std::string range(UINT32 channel, int from, int minutes) {
     UINT16 count = 100, ids[100] = {};
     EXPECT_EQ(a_vextvapi_event_query_event_id_by_range(channel, static_cast<UINT32>(kGuideNow + from * 60),
@@ -105,9 +106,11 @@ struct GuideSet : testing::Test {
   static std::string shown(UINT32 channel, UINT16 id) {
     VEXTVAPI_EVENT_GENERAL_INFO_T info{};
     EXPECT_EQ(a_vextvapi_event_get_general_info(channel, id, &info), 0) << id;
-    if (id == 0) return "gap";
+    EXPECT_EQ(info.event_id, id);
+    EXPECT_EQ(info.channel_id, channel);
     const INT64 from = (info.start_time - kGuideNow) / 60;
-    return std::string(info.event_title) + " " + std::to_string(from) + "-" +
+    const std::string title = info.event_title;
+    return (title.empty() ? "gap" : title) + " " + std::to_string(from) + "-" +
            std::to_string(from + info.duration_time / 60);
   }
 

@@ -265,9 +265,7 @@ void run_keeper() {
 GuideReading::GuideReading()
     : guard(keeper.reading), database(keeper.reader.handle == nullptr ? nullptr : &keeper.reader) {}
 
-GuideTaste guide_taste() {
-  return {.language = config_text("g_gui_lang__gui_language"), .country = config_text("g_country__country")};
-}
+GuideTaste guide_taste() { return {.language = config_text(kLanguageKey), .country = config_text(kCountryKey)}; }
 
 bool keeper_open(const std::string& folder, std::string& ret_error) {
   const std::lock_guard guard(keeper.reading);

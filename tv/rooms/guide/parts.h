@@ -1,7 +1,7 @@
 // What the guide's files share. Threads: the guide's own thread is the only one that writes the database, so no request
 // waits for a disk. All others read through a connection of their own, one thread at a time, each for microseconds.
 // Locks: the reading lock (GuideReading) and that of window.cpp are never held together. Under them only the channels'
-// locks, the event queue's and the lock of the query parameters are taken. The lock of the queue (keeper.cpp) is taken
+// locks, the event queue's and the lock of the queries are taken. The lock of the queue (keeper.cpp) is taken
 // without either; only the lock of the import's report is taken under it.
 #pragma once
 
@@ -63,6 +63,8 @@ struct KeeperState {
 };
 KeeperState keeper_state();
 
+inline constexpr const char* kLanguageKey = "g_gui_lang__gui_language";
+inline constexpr const char* kCountryKey = "g_country__country";
 GuideTaste guide_taste();
 
 // ---- import.cpp ----
@@ -98,12 +100,12 @@ void import_end(const std::string& state, const std::string& error);
 bool import_run(Database& database, const std::string& path, std::int64_t room, const std::atomic<bool>& cancelled,
                 GuideChanges& ret_changes, std::string& ret_error);
 
-// ---- window.cpp: the active window, its callbacks, and the borders between events ----
+// ---- window.cpp: the active window, its callbacks, the borders between events, and the listeners of guide.h ----
 
 void window_load();
 void window_forget();  // the window, with a callback
 void window_start();
-// Posts callbacks for what a write changed, and looks for present events that are others now.
+// Posts callbacks for what a write changed, looks for present events that are others now, and calls the listeners.
 void window_changes(const GuideChanges& changes, std::intptr_t reason);
 void window_everything_changed(std::intptr_t reason);
 

@@ -1,8 +1,10 @@
 // The TV API's questions about events. They read the guide's database and wait for no writer.
 #include <algorithm>
 #include <limits>
+#include <map>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 
 #include "core/contract.h"
 #include "core/reply.h"
@@ -22,17 +24,44 @@ constexpr VEXTVAPI_EVENT_QUERY_PARAM_T kFactoryParameter = {.e_tv_win_id = 0,
                                                             .b_allow_conflict_event_when_query = 1,
                                                             .b_allow_partial_overlap_event = 1};
 
-constexpr UINT16 kGap = 0;  // identifier of a gap between events
+// Gaps that queries found get identifiers that no event of their channel has, so that an application can ask about them
+// as about events. When there are too many, those of earlier queries are forgotten.
+constexpr std::size_t kMostGaps = 4096;
+using GapKey = std::pair<std::int64_t, UINT16>;  // channel and identifier
 
-struct Parameter {
+struct Queries {
   std::mutex lock;
-  VEXTVAPI_EVENT_QUERY_PARAM_T value = kFactoryParameter;
+  VEXTVAPI_EVENT_QUERY_PARAM_T parameter = kFactoryParameter;
+  std::map<GapKey, GuideSpan> gaps;
 };
-Parameter& parameter = *new Parameter;
+Queries& queries = *new Queries;
 
 VEXTVAPI_EVENT_QUERY_PARAM_T current_parameter() {
-  const std::lock_guard guard(parameter.lock);
-  return parameter.value;
+  const std::lock_guard guard(queries.lock);
+  return queries.parameter;
+}
+
+std::optional<GuideSpan> find_gap(std::int64_t channel, UINT16 id) {
+  const std::lock_guard guard(queries.lock);
+  const auto found = queries.gaps.find({channel, id});
+  return found == queries.gaps.end() ? std::nullopt : std::optional(found->second);
+}
+
+// The identifier of the gap, which stays while the gap is known; nothing if too many in a row are in use.
+std::optional<UINT16> take_gap(Database& database, std::int64_t channel, GuideSpan span) {
+  const std::lock_guard guard(queries.lock);
+  const auto taken = [&](UINT16 id) {
+    const auto known = queries.gaps.find({channel, id});
+    return known != queries.gaps.end() && (known->second.from != span.from || known->second.to != span.to);
+  };
+  const auto id = free_identifier(database, channel, span.from, taken);
+  if (id) queries.gaps[{channel, *id}] = span;
+  return id;
+}
+
+void make_room_for_gaps(std::size_t count) {
+  const std::lock_guard guard(queries.lock);
+  if (queries.gaps.size() + count > kMostGaps) queries.gaps.clear();
 }
 
 std::string no_channel(UINT32 channel_id) { return "there is no channel " + std::to_string(channel_id); }
@@ -84,28 +113,48 @@ bool is_shown(const VEXTVAPI_EVENT_QUERY_PARAM_T& how, const GuideBrief& brief, 
   return how.b_allow_conflict_event_when_query != 0 || brief.start >= shown_until;
 }
 
-// Collects the identifiers of a channel's events, and of gaps where the parameters ask for them.
-std::vector<UINT16> query_range(Database& database, std::int64_t channel, GuideSpan span, std::size_t most) {
+// What a query of a time found: an event, or a gap between events.
+struct RangeEntry {
+  UINT16 id = 0;
+  std::optional<GuideSpan> gap = std::nullopt;
+};
+
+// Collects a channel's events, and gaps where the parameters ask for them.
+std::vector<RangeEntry> find_range(Database& database, std::int64_t channel, GuideSpan span, std::size_t most) {
   const VEXTVAPI_EVENT_QUERY_PARAM_T how = current_parameter();
-  std::vector<UINT16> ids;
-  if (span.to <= span.from) return ids;
+  std::vector<RangeEntry> found;
   std::int64_t shown_until = span.from;
+  std::size_t gaps = how.b_auto_fillin_fake_empty_event != 0 ? kMostGaps : 0;  // that may be added
   const auto fill = [&](std::int64_t until) {
-    const std::int64_t gap = until - shown_until;
     const std::int64_t least = std::max<std::int64_t>(how.ui4_fake_empty_event_at_least_secs, 1);
-    if (how.b_auto_fillin_fake_empty_event != 0 && gap >= least && ids.size() < most) ids.push_back(kGap);
+    if (gaps == 0 || until - shown_until < least || found.size() >= most) return;
+    --gaps;
+    found.push_back({.gap = GuideSpan{shown_until, until}});
   };
   bool first = true;
   briefs_of_channel(database, channel, span.from, span.to, [&](const GuideBrief& brief) {
     if (!is_shown(how, brief, span, first ? brief.start : shown_until)) return true;
     first = false;
     fill(brief.start);
-    if (ids.size() >= most) return false;
-    ids.push_back(brief.id);
+    if (found.size() >= most) return false;
+    found.push_back({.id = brief.id});
     shown_until = std::max(shown_until, brief.stop);
     return true;
   });
   fill(span.to);
+  return found;
+}
+
+std::vector<UINT16> query_range(Database& database, std::int64_t channel, GuideSpan span, std::size_t most) {
+  std::vector<UINT16> ids;
+  if (span.to <= span.from) return ids;
+  const std::vector<RangeEntry> found = find_range(database, channel, span, most);
+  const auto is_gap = [](const RangeEntry& entry) { return entry.gap.has_value(); };
+  make_room_for_gaps(static_cast<std::size_t>(std::ranges::count_if(found, is_gap)));
+  for (const RangeEntry& entry : found) {
+    const auto id = entry.gap ? take_gap(database, channel, *entry.gap) : std::optional(entry.id);
+    if (id) ids.push_back(*id);
+  }
   return ids;
 }
 
@@ -126,9 +175,12 @@ struct Wanted {
 
 Wanted wanted_by(const VEXTVAPI_EVENT_FILTER_T& filter) {
   Wanted wanted;
+  const bool is_length = filter.start_time != 0 && filter.end_time == 0 && filter.duration_time != 0;
   wanted.span.from = filter.start_time;
-  wanted.span.to = filter.end_time != 0 ? std::int64_t{filter.end_time} : std::numeric_limits<UINT32>::max();
-  wanted.shortest = std::max(filter.duration_time, current_parameter().ui4_at_least_secs);
+  wanted.span.to = is_length              ? std::int64_t{filter.start_time} + filter.duration_time
+                   : filter.end_time != 0 ? std::int64_t{filter.end_time}
+                                          : std::int64_t{std::numeric_limits<UINT32>::max()};
+  wanted.shortest = std::max(is_length ? 0 : filter.duration_time, current_parameter().ui4_at_least_secs);
   wanted.captions = filter.b_caption != 0;
   const std::size_t count = std::min<std::size_t>(filter.eventCategoryNum, std::size(filter.eventCategory));
   wanted.categories.assign(filter.eventCategory, filter.eventCategory + count);
@@ -150,7 +202,7 @@ struct ChannelNames {
     UINT16 list;
   };
   std::optional<std::uint64_t> changes;
-  std::unordered_map<std::int64_t, Name> by_key;
+  std::unordered_map<std::int64_t, std::vector<Name>> by_key;  // a service may be in several lists
 };
 
 // The caller holds the reading lock, which guards them.
@@ -161,27 +213,29 @@ const ChannelNames& channel_names() {
   names.changes = changes;
   names.by_key.clear();
   for (const Channel& channel : channels_all())
-    names.by_key.try_emplace(packed(channel.key), ChannelNames::Name{.id = channel.id, .list = channel.list});
+    names.by_key[packed(channel.key)].push_back({.id = channel.id, .list = channel.list});
   return names;
 }
 
 std::vector<FoundEvent> query_filter(Database& database, const std::optional<Channel>& channel, const Wanted& wanted,
                                      std::size_t most) {
   std::vector<FoundEvent> found;
+  const auto in_list = [&wanted](UINT16 list) { return wanted.list == 0 || list == wanted.list; };
+  if (most == 0 || (channel && !in_list(channel->list))) return found;
   if (channel) {
     briefs_of_channel(database, packed(channel->key), wanted.span.from, wanted.span.to, [&](const GuideBrief& brief) {
-      if (found.size() < most && fits(wanted, brief)) found.push_back({brief.id, channel->id});
+      if (fits(wanted, brief)) found.push_back({brief.id, channel->id});
       return found.size() < most;
     });
     return found;
   }
   const ChannelNames& names = channel_names();
   briefs_of_all(database, kinds_of(wanted.categories), wanted.span.from, wanted.span.to, [&](const GuideBrief& brief) {
-    if (found.size() >= most) return false;
     if (!fits(wanted, brief)) return true;
-    const auto name = names.by_key.find(brief.channel);
-    if (name != names.by_key.end() && (wanted.list == 0 || name->second.list == wanted.list))
-      found.push_back({brief.id, name->second.id});
+    const auto named = names.by_key.find(brief.channel);
+    if (named == names.by_key.end()) return true;
+    for (const ChannelNames::Name& each : named->second)
+      if (found.size() < most && in_list(each.list)) found.push_back({brief.id, each.id});
     return found.size() < most;
   });
   return found;
@@ -208,11 +262,11 @@ VEXTVAPI_EVENT_GENERAL_INFO_T info_of(const Channel& channel, const GuideRow& ro
 }  // namespace
 
 void queries_load() {
-  const std::lock_guard guard(parameter.lock);
-  parameter.value = kFactoryParameter;
+  const std::lock_guard guard(queries.lock);
+  queries.parameter = kFactoryParameter;
+  queries.gaps.clear();
 }
 
-// Identifier 0 is a gap's. Its beginning and duration depend on the query that found it, so they are 0 here.
 INT32 a_vextvapi_event_get_general_info(UINT32 channel_id, UINT16 event_id, VEXTVAPI_EVENT_GENERAL_INFO_T* info) {
   if (info == nullptr) return refuse_call(__func__, "there is no place for the event");
   const auto channel = channels_by_id(channel_id);
@@ -220,7 +274,8 @@ INT32 a_vextvapi_event_get_general_info(UINT32 channel_id, UINT16 event_id, VEXT
   std::optional<GuideRow> row;
   if (const GuideReading reading; reading.database != nullptr)
     row = row_by_id(*reading.database, packed(channel->key), event_id);
-  if (!row && event_id == kGap) row.emplace();
+  if (const auto gap = row ? std::nullopt : find_gap(packed(channel->key), event_id))
+    row = GuideRow{.start = gap->from, .stop = gap->to, .id = event_id};
   if (!row) return refuse_call(__func__, no_event(channel_id, event_id));
   *info = info_of(*channel, *row);
   return 0;
@@ -240,7 +295,7 @@ INT32 a_vextvapi_event_get_details_extend_info(UINT16 event_id, UINT32 channel_i
   return give_text(__func__, &GuideRow::details, event_id, channel_id, text, size);
 }
 
-// Neither a broadcast's tables nor a guide's file have a guidance, so it is always empty.
+// Neither the standard descriptors of DVB nor a guide's file have a guidance, so it is always empty.
 INT32 a_vextvapi_event_get_guidance_info(UINT16 event_id, UINT32 channel_id, char* text, UINT32 size) {
   if (text == nullptr) return refuse_call(__func__, "there is no place for the text");
   if (!find_or_refuse(__func__, channel_id, event_id)) return -1;
@@ -301,7 +356,7 @@ INT32 a_vextvapi_event_query_event_id_by_filter(UINT32 channel_id, const VEXTVAP
 
 INT32 a_vextvapi_event_set_query_parameter(const VEXTVAPI_EVENT_QUERY_PARAM_T* wanted) {
   if (wanted == nullptr) return refuse_call(__func__, "there is no parameter");
-  const std::lock_guard guard(parameter.lock);
-  parameter.value = *wanted;
+  const std::lock_guard guard(queries.lock);
+  queries.parameter = *wanted;
   return 0;
 }

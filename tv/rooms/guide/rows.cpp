@@ -398,11 +398,12 @@ bool mapping_erase(Database& database, const std::string& xmltv) {
 
 bool mappings_erase_all(Database& database) { return run(database_statement(database, "DELETE FROM map")); }
 
-std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t channel, std::int64_t start) {
-  constexpr std::int64_t kIdentifiers = 65535;  // from 1: a query gives a gap the identifier 0
+std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t channel, std::int64_t start,
+                                             const std::function<bool(std::uint16_t id)>& taken) {
+  constexpr std::int64_t kIdentifiers = 65535;  // from 1: applications take 0 for none
   for (int i = 0; i < kMostIdentifierTries; ++i) {
     const auto id = static_cast<std::uint16_t>((start / 60 + i) % kIdentifiers + 1);
-    if (!brief_by_id(database, channel, id)) return id;
+    if (!taken(id) && !brief_by_id(database, channel, id)) return id;
   }
   return std::nullopt;
 }

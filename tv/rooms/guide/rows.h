@@ -139,7 +139,10 @@ bool mapping_put(Database& database, const GuideMapping& mapping);
 bool mapping_erase(Database& database, const std::string& xmltv);
 bool mappings_erase_all(Database& database);
 
-// An identifier for an imported event: derived from its beginning, so that it stays when the event is imported again,
-// and not used by another event of the channel. Nothing if kMostIdentifierTries in a row are in use.
+// An identifier for an imported event or for a gap: derived from its beginning, so that it stays when the event is
+// imported again, not used by another event of the channel, and not taken. Nothing if kMostIdentifierTries in a row are
+// in use. 0 is never one.
 inline constexpr int kMostIdentifierTries = 1024;
-std::optional<std::uint16_t> free_identifier(Database& database, std::int64_t channel, std::int64_t start);
+std::optional<std::uint16_t> free_identifier(
+    Database& database, std::int64_t channel, std::int64_t start,
+    const std::function<bool(std::uint16_t id)>& taken = [](std::uint16_t) { return false; });

@@ -106,7 +106,7 @@ TEST_F(GuideWindow, ReportsThePresentEventAtEachBorder) {
   import_guide(xmltv_channel("1", "One") + xmltv_channel("2", "Two") + titled("1", 0, 30, "News") +
                titled("1", 30, 90, "Film") + titled("1", 100, 110, "Late") + titled("2", 0, 105, "Long"));
   show({kOne, kTwo});
-  EXPECT_EQ(reports(), Reports{"1 1 0"});
+  EXPECT_EQ(reports(), (Reports{"2 3 1", "1 1 0"})) << "One is tuned, so its present event counts without a window";
   EXPECT_EQ(reports(29 * 60 * 1000), Reports{}) << "the first event still runs";
   EXPECT_EQ(reports(61 * 1000), Reports{"3 4 1"}) << "from News to Film";
   EXPECT_EQ(reports(59 * 60 * 1000), Reports{});
@@ -119,11 +119,40 @@ TEST_F(GuideWindow, ReportsThePresentEventAtEachBorder) {
 TEST_F(GuideWindow, NoticesAChangedPresentEventAndASetClock) {
   import_guide(xmltv_channel("1", "One") + titled("1", 0, 30, "News") + titled("1", 30, 90, "Film"));
   show({kOne});
-  EXPECT_EQ(reports(), Reports{"1 1 0"});
+  EXPECT_EQ(reports(), (Reports{"2 3 1", "1 1 0"}));
   import_guide(xmltv_channel("1", "One") + titled("1", -10, 35, "Special") + titled("1", 35, 90, "Film"));
-  EXPECT_EQ(reports(), (Reports{"2 3 1", "3 4 1"}));
+  EXPECT_EQ(reports(), (Reports{"2 3 1", "3 3 1"})) << "because of the import, not of the time";
   EXPECT_EQ(a_vextvapi_time_set_utc_time(kGuideNow + 3600), 0);
   EXPECT_EQ(reports(60 * 1000), Reports{"3 4 1"}) << "within a minute";
+}
+
+TEST_F(GuideWindow, WithoutOneTheTunedChannelsPresentAndFollowingEventsCount) {
+  const std::string channels = xmltv_channel("1", "One") + xmltv_channel("2", "Two");
+  import_guide(channels + titled("1", -10, 30, "News") + titled("1", 30, 60, "Following") +
+               titled("1", 60, 90, "Late") + titled("2", 0, 30, "News"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "Two is not tuned";
+  import_guide(channels + titled("1", -10, 30, "More news"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "another title";
+  import_guide(channels + titled("1", -10, 25, "More news"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "another end";
+  import_guide(channels + titled("1", 30, 55, "Following"));
+  EXPECT_EQ(reports(), Reports{"2 3 1"}) << "the following event's end";
+  import_guide(channels + titled("1", 60, 90, "Very late") + titled("2", 0, 30, "More news"));
+  EXPECT_EQ(reports(), Reports{}) << "neither the present nor the following event of the tuned channel";
+}
+
+TEST_F(GuideWindow, FollowsAChannelThatGetsAnotherNumber) {
+  show({kTwo});
+  reports();
+  expect_words(tv_control(R"(["channel","2","number","77"])"), {"77"});
+  UINT32 now = 0;
+  EXPECT_EQ(a_vextvapi_event_get_active_win_list(&now, 1, nullptr, nullptr), 0);
+  EXPECT_EQ(now >> 18, 77u);
+  import_guide(xmltv_channel("2", "Two") + titled("2", 60, 90, "Film"));
+  EXPECT_EQ(reports(), Reports{"2 3 77"});
+  expect_words(tv_control(R"(["channel","1","number","2"])"), {"2"});
+  import_guide(xmltv_channel("2", "Two") + titled("2", 60, 90, "Another film"));
+  EXPECT_EQ(reports(), Reports{"2 3 77"}) << "another channel has its former number";
 }
 
 }  // namespace

@@ -20,7 +20,9 @@ constexpr const char* kSteps[] = {
     "status INTEGER NOT NULL, reason INTEGER NOT NULL, resume INTEGER NOT NULL, bytes INTEGER NOT NULL, lost INTEGER "
     "NOT NULL, kept INTEGER NOT NULL, scrambled INTEGER NOT NULL, version INTEGER NOT NULL) STRICT;"
     "CREATE TABLE taken (series INTEGER NOT NULL, service INTEGER NOT NULL, event INTEGER NOT NULL, start INTEGER NOT "
-    "NULL, PRIMARY KEY (series, service, event, start)) STRICT, WITHOUT ROWID;"};
+    "NULL, PRIMARY KEY (series, service, event, start)) STRICT, WITHOUT ROWID;",
+    "ALTER TABLE plan ADD COLUMN genre INTEGER NOT NULL DEFAULT 0;"
+    "CREATE TABLE played (one INTEGER PRIMARY KEY CHECK (one = 1), recording INTEGER NOT NULL) STRICT;"};
 constexpr DatabaseLayouts kLayouts{.application = 0x52454300, .steps = kSteps};
 
 constexpr std::int64_t kSameEvent = 12 * 60 * 60;         // s, within which an event's id is not used again
@@ -86,6 +88,7 @@ bool read_plan(sqlite3_stmt* statement, Plan& ret_plan) {
   read_number(row, plan.after, -std::int64_t{kLongestEvent}, kLongestEvent);
   read_text(row, plan.title);
   read_number(row, plan.series, 0, kLastId);
+  read_number(row, plan.genre, 0, UINT8_MAX);
   if (row.valid) ret_plan = std::move(plan);
   return row.valid;
 }
@@ -132,6 +135,15 @@ std::vector<Row> read_rows(const char* sql, std::size_t most, bool (*read)(sqlit
   return rows;
 }
 
+// The recording that was played last; 0: none.
+int read_played() {
+  sqlite3_stmt* const statement = database_statement(recorder.database, "SELECT recording FROM played");
+  if (statement == nullptr) return 0;
+  const std::int64_t id = sqlite3_step(statement) == SQLITE_ROW ? sqlite3_column_int64(statement, 0) : 0;
+  sqlite3_reset(statement);
+  return id > 0 && id <= kLastId ? static_cast<int>(id) : 0;
+}
+
 }  // namespace
 
 bool database_change(const std::function<bool()>& changes) {
@@ -147,9 +159,10 @@ bool database_change(const std::function<bool()>& changes) {
 }
 
 bool plan_store(const Plan& plan) {
-  return run("INSERT OR REPLACE INTO plan VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
-             {plan.id, plan.mode, packed(plan.key), plan.channel_id, std::string_view(plan.channel), plan.event,
-              plan.start, plan.duration, plan.before, plan.after, std::string_view(plan.title), plan.series});
+  return run(
+      "INSERT OR REPLACE INTO plan VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)",
+      {plan.id, plan.mode, packed(plan.key), plan.channel_id, std::string_view(plan.channel), plan.event, plan.start,
+       plan.duration, plan.before, plan.after, std::string_view(plan.title), plan.series, plan.genre});
 }
 
 bool plan_erase(int id) {
@@ -165,7 +178,11 @@ bool recording_store(const Recording& recording) {
        std::int64_t{recording.kept}, std::int64_t{recording.scrambled}, recording.version});
 }
 
-bool recording_erase(int id) { return run("DELETE FROM recording WHERE id = ?", {id}); }
+bool recording_erase(int id) {
+  return run("DELETE FROM recording WHERE id = ?", {id}) && run("DELETE FROM played WHERE recording = ?", {id});
+}
+
+bool played_store(int recording) { return run("INSERT OR REPLACE INTO played VALUES (1, ?)", {recording}); }
 
 bool taken_store(int series, const Plan& plan) {
   return run("DELETE FROM taken WHERE start < ?", {plan.start - kForgetTaken}) &&
@@ -194,9 +211,11 @@ bool recorder_open(const std::string& folder, std::string& ret_error) {
   recorder.database = std::move(opened);
   std::vector<Plan> plans = read_rows("SELECT * FROM plan ORDER BY id", kMostPlans, read_plan);
   std::vector<Recording> rows = read_rows("SELECT * FROM recording ORDER BY id", kMostRecordings, read_recording);
+  const int played = read_played();
   const std::lock_guard guard(recorder.lock);
   recorder.folder = recordings;
   recorder.plans = std::move(plans);
   recorder.recordings = std::move(rows);
+  recorder.last_played = find_recording(played) == nullptr ? 0 : played;
   return true;
 }

@@ -3,12 +3,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "base/text.h"
 #include "core/reply.h"
 #include "core/text.h"
+#include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
 #include "rooms/recorder/parts.h"
@@ -35,8 +37,27 @@ bool is_on(const char* function) {
 constexpr std::size_t kPage = std::size(_Qt_RECLIST_INFO_T{}.at_page);
 constexpr std::uint64_t kMegabyte = 1U << 20;
 
-std::string file_url(const Recording& recording) {
-  return std::string(kRecordingsFolder) + "/" + file_name(recording);  // in the state folder
+// Which recordings a read is about.
+struct Subject {
+  std::uint32_t channel_id = 0;        // 0: all
+  std::optional<ServiceKey> key = {};  // nothing: there is no such channel any more
+};
+
+// Takes the channels' lock: the caller does not hold `lock`.
+Subject subject_of(const _Qt_RECLIST_INFO_T& list) {
+  const std::uint32_t id = list.t_reclist_info.channel_id;
+  const auto channel = id == 0 ? std::nullopt : channels_by_id(id);
+  return {.channel_id = id, .key = channel ? std::optional(channel->key) : std::nullopt};
+}
+
+// The caller holds `lock`.
+std::vector<const Recording*> listed(const _Qt_RECLIST_INFO_T& list, const Subject& subject) {
+  std::vector<const Recording*> order = recordings_in_order(list.e_sort_type);
+  if (subject.channel_id == 0) return order;
+  std::erase_if(order, [&subject](const Recording* each) {
+    return subject.key ? each->key != *subject.key : each->channel_id != subject.channel_id;
+  });
+  return order;
 }
 
 RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
@@ -45,6 +66,7 @@ RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
   entry.start_time = seconds(recording.start);
   entry.duration = recording.duration;
   entry.playback_resume_time = recording.resume;
+  entry.channel_logo_id = channels_logo(entry.channel_id);
   entry.recording_status = recording.status;
   entry.failure_reason = recording.reason;
   entry.ver = recording.version;
@@ -57,16 +79,16 @@ RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
   put_text(entry.program_name, recording.title);
   put_text(entry.channel_name, recording.channel);
   put_text(entry.file_name_id, file_name(recording));
-  put_text(entry.file_url_id, file_url(recording));
+  put_text(entry.file_url_id, file_name(recording));
   return entry;
 }
 
-void read_page(_Qt_RECLIST_INFO_T& list) {
+void read_page(_Qt_RECLIST_INFO_T& list, const Subject& subject) {
   const std::size_t first = list.start_slot + kPage * list.page_index;
   std::vector<Recording> page;
   {
     const std::lock_guard guard(recorder.lock);
-    const std::vector<const Recording*> order = recordings_in_order(list.e_sort_type);
+    const std::vector<const Recording*> order = listed(list, subject);
     for (std::size_t place = first; place < std::min(first + kPage, order.size()); ++place)
       page.push_back(recording_now(*order[place]));
   }
@@ -75,27 +97,28 @@ void read_page(_Qt_RECLIST_INFO_T& list) {
 }
 
 // The recording that list_id names, or without one the place in the list. The caller holds `lock`.
-void read_file(_Qt_RECLIST_INFO_T& list) {
+void read_file(_Qt_RECLIST_INFO_T& list, const Subject& subject) {
   const Recording* found = find_recording(list.t_reclist_info.list_id);
   if (list.t_reclist_info.list_id == 0) {
-    const std::vector<const Recording*> order = recordings_in_order(list.e_sort_type);
+    const std::vector<const Recording*> order = listed(list, subject);
     if (list.t_reclist_info.slot < order.size()) found = order[list.t_reclist_info.slot];
   }
   const Recording shown = found == nullptr ? Recording{} : recording_now(*found);
   list.recording_status = found == nullptr ? RECLIST_STATUS_NONE : shown.status;
   const bool playable = found != nullptr && shown.status != RECLIST_STATUS_FAILED;
   put_text(list.file_name_id, playable ? file_name(shown) : "");
-  put_text(list.file_url_id, playable ? file_url(shown) : "");
+  put_text(list.file_url_id, playable ? file_name(shown) : "");
 }
 
 INT32 read_list(void* record) {
   auto& list = *static_cast<_Qt_RECLIST_INFO_T*>(record);
+  const Subject subject = subject_of(list);
   {
     const std::lock_guard guard(recorder.lock);
-    list.reclist_num = static_cast<INT32>(recorder.recordings.size());
-    if (list.e_op == RECLIST_OP_FILE) read_file(list);
+    list.reclist_num = static_cast<INT32>(listed(list, subject).size());
+    if (list.e_op == RECLIST_OP_FILE) read_file(list, subject);
   }
-  if (list.e_op != RECLIST_OP_NUMBER && list.e_op != RECLIST_OP_FILE) read_page(list);
+  if (list.e_op != RECLIST_OP_NUMBER && list.e_op != RECLIST_OP_FILE) read_page(list, subject);
   return 0;
 }
 
@@ -143,6 +166,7 @@ Outcome requested(const _RmdrEventInfo_T& request, Plan& ret_plan) {
           ? plan_for_event(request.ui4_ref_channel_id, request.event_id, request.e_rmdr_mode, plan)
           : plan_for_time(request.ui4_ref_channel_id, request.start_time, request.duration, request.e_rmdr_mode, plan);
   if (outcome.result != RMDR_RESULT_OK) return outcome;
+  if (request.event_id == 0) plan.genre = request.ui1_genre;
   if (request.event_id == 0 && !title.empty()) plan.title = title;
   if (request.ui4_rec_start_time != 0 && request.e_rmdr_mode == RMDR_MODE_RECORD) {
     const std::int64_t before = plan.start - request.ui4_rec_start_time;
@@ -190,6 +214,7 @@ void describe(const Plan& plan, _RmdrEventInfo_T& ret_record) {
   ret_record.ui4_rec_duration = records ? seconds(plan_end(plan) - plan_begin(plan)) : 0;
   ret_record.event_id = static_cast<UINT16>(std::max(plan.event, 0));
   ret_record.ui2_slot = static_cast<UINT16>(plan.id);
+  ret_record.ui1_genre = static_cast<UINT8>(plan.genre);
   put_text(ret_record.s_event_title, plan.title);
 }
 
@@ -343,14 +368,8 @@ INT32 write_playing(const void* record) {
   }
   const std::lock_guard guard(recorder.changing);
   if (!is_on("file info")) return -1;
-  const Outcome outcome = recording_change(info.ui2_list_id, [&info](Recording& recording) {
-    recording.resume = info.ui4_resume_time;
-    recording.playing = info.e_file_status;
-  });
-  if (outcome.result != RMDR_RESULT_OK) return refuse_call("file info", outcome.why);
-  const std::lock_guard list_guard(recorder.lock);
-  recorder.last_played = info.ui2_list_id;
-  return 0;
+  const Outcome outcome = recording_play(info.ui2_list_id, info.e_file_status, info.ui4_resume_time);
+  return outcome.result == RMDR_RESULT_OK ? 0 : refuse_call("file info", outcome.why);
 }
 
 INT32 read_form(void*) { return refuse_call("recorder's form", "it is only written"); }

@@ -7,6 +7,7 @@
 // first.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -18,6 +19,7 @@
 #include "core/contract.h"
 #include "core/database.h"
 #include "core/room.h"
+#include "core/timers.h"
 #include "rooms/antenna/antenna.h"
 #include "rooms/recorder/conflicts.h"
 #include "rooms/recorder/writer.h"
@@ -28,6 +30,7 @@ inline constexpr int kLastId = 65535;                                 // what a 
 inline constexpr std::uint32_t kLongestEvent = 24 * 60 * 60;          // s
 inline constexpr std::int64_t kFarthestEvent = 366LL * 24 * 60 * 60;  // s from now
 inline constexpr std::int64_t kLookEvery = 10 * 60;                   // s between searches of the guide
+inline constexpr std::chrono::seconds kGuidePause{10};                // between searches because the guide has changed
 inline constexpr std::size_t kLongestTitle = 255;                     // bytes
 inline constexpr const char* kRecordingsFolder = "recordings";        // in the state folder
 
@@ -45,10 +48,12 @@ struct Plan {
   std::int32_t after = 0;
   std::string title = {};  // of a series: its name, as GuideEvent has it
   int series = 0;          // the series that added it; 0: the viewer did
+  int genre = 0;           // the event's first category, else the application's
 
   // In memory only.
   std::int64_t retry = 0;               // a recording that could not begin is tried again then
   INT32 failure = RECLIST_REASON_NONE;  // why it could not
+  int present_event = -1;               // without an event: the one that ran when the viewer began to record
 };
 
 inline std::int64_t plan_begin(const Plan& plan) { return plan.start - plan.before; }
@@ -94,7 +99,8 @@ struct RecorderState {
   std::vector<Recording> recordings;
   std::vector<Job> jobs;
   std::string message;
-  int last_played = 0;  // recording
+  TimerTime guide_look = {};  // when the guide was last searched because it had changed
+  int last_played = 0;        // recording
   _PvrUiStatus form = {};
 };
 
@@ -110,6 +116,7 @@ bool plan_store(const Plan& plan);
 bool plan_erase(int id);  // of a series also the plans that it has added
 bool recording_store(const Recording& recording);
 bool recording_erase(int id);
+bool played_store(int recording);  // it was played last
 
 // Which events of a series have been planned: once is enough, even if the viewer deletes the plan. An event that begins
 // within 12 hours of another one with its id is the same.
@@ -152,6 +159,9 @@ Outcome plan_delete(int id);
 // Follows events that the broadcaster has moved, and plans new events of the series.
 void series_look(std::int64_t now);
 
+// Follows the events of the plans that are to begin or to end now.
+void follow_due(std::int64_t now);
+
 // ---- running.cpp: the caller holds `changing` ----
 
 // Begins the plan's recording. False: it did not begin, plan.failure says why.
@@ -163,7 +173,8 @@ void recording_end(int plan, INT32 reason);
 // Ends all recordings.
 void recordings_end(INT32 reason);
 
-// Records now. duration: s.
+// Records now. duration: s; 0: to the end of the present event, which the recording then follows, or if the guide has
+// none for g_rec__default_duration.
 Outcome record_now(std::uint32_t channel_id, std::uint32_t duration, std::string title, int& ret_recording);
 
 // Stops a recording for the viewer; 0: the only one.
@@ -171,6 +182,9 @@ Outcome record_stop(int recording);
 
 // Sets the timer for what is due next.
 void recorder_schedule();
+
+// The guide's listener: searches the guide soon, at most once in kGuidePause. Takes `lock` only.
+void recorder_guide_changed();
 
 // What the timer and the end of a writer call, without a lock: does everything that is due.
 void recorder_work();
@@ -188,6 +202,7 @@ Outcome not_saved();
 // For the viewer's wishes about a recording; the caller holds `changing`.
 Outcome recording_delete(int id);
 Outcome recording_change(int id, const std::function<void(Recording&)>& change);
+Outcome recording_play(int id, INT32 playing, std::uint32_t resume);  // PVR_FILE_*; it is the one that was played last
 
 // What a list shows of a recording now: of one that runs or whose file has vanished, that differs from the record. The
 // caller holds `lock`.

@@ -40,7 +40,8 @@ Plan event_plan(const Channel& channel, const GuideEvent& event, INT32 mode) {
           .event = event.id,
           .start = event.start,
           .duration = event.duration,
-          .title = series ? event.series : event.title};
+          .title = series ? event.series : event.title,
+          .genre = event.categories.empty() ? 0 : event.categories.front()};
 }
 
 bool same_subject(const Plan& left, const Plan& right) {
@@ -207,6 +208,15 @@ Outcome plan_delete(int id) {
   }
   recorder_schedule();
   return {.id = id};
+}
+
+void follow_due(std::int64_t now) {
+  const std::vector<Plan> plans = recorder.plans;
+  for (const Plan& plan : plans) {
+    if (plan.mode == RMDR_MODE_SERIES || plan.event < 0 || now < plan_begin(plan)) continue;
+    const bool runs = std::ranges::find(recorder.jobs, plan.id, &Job::plan) != recorder.jobs.end();
+    if (!runs || now >= plan_end(plan)) follow(plan);
+  }
 }
 
 void series_look(std::int64_t now) {

@@ -16,6 +16,7 @@
 #include "core/reply.h"
 #include "core/set.h"
 #include "rooms/clock/clock.h"
+#include "rooms/guide/guide.h"
 #include "rooms/recorder/parts.h"
 
 // Never destroyed: other threads may still use it when the process exits.
@@ -101,16 +102,37 @@ Recording recording_now(const Recording& recording) {
   return now;
 }
 
-Outcome recording_change(int id, const std::function<void(Recording&)>& change) {
+namespace {
+
+// store_more: what else the transaction stores.
+Outcome change_and(int id, const std::function<void(Recording&)>& change, const std::function<bool()>& store_more) {
   const Recording* const found = find_recording(id);
   if (found == nullptr) return failed(RMDR_RESULT_NOT_FOUND, "there is no recording " + std::to_string(id));
   Recording changed = *found;
   change(changed);
   ++changed.version;
-  if (!database_change([&changed] { return recording_store(changed); })) return not_saved();
+  if (!database_change([&] { return recording_store(changed) && store_more(); })) return not_saved();
   const std::lock_guard guard(recorder.lock);
   *find_recording(id) = std::move(changed);
   return {};
+}
+
+}  // namespace
+
+Outcome recording_change(int id, const std::function<void(Recording&)>& change) {
+  return change_and(id, change, [] { return true; });
+}
+
+Outcome recording_play(int id, INT32 playing, std::uint32_t resume) {
+  const auto change = [&](Recording& recording) {
+    recording.resume = resume;
+    recording.playing = playing;
+  };
+  Outcome outcome = change_and(id, change, [id] { return played_store(id); });
+  if (outcome.result != RMDR_RESULT_OK) return outcome;
+  const std::lock_guard guard(recorder.lock);
+  recorder.last_played = id;
+  return outcome;
 }
 
 // The row goes first: a row without a file would look like a file that somebody else has deleted.
@@ -166,12 +188,14 @@ void try_again() {
 
 void load() {
   antenna_listen(try_again);
+  guide_listen(recorder_guide_changed);
   const std::lock_guard guard(recorder.changing);
   {
     const std::lock_guard list_guard(recorder.lock);
     recorder.plans.clear();
     recorder.recordings.clear();
     recorder.message.clear();
+    recorder.guide_look = {};
     recorder.last_played = 0;
     recorder.form = {};
   }

@@ -120,6 +120,46 @@ TEST_F(RecorderPlans, AddsGetsModifiesAndDeletesATimer) {
   EXPECT_EQ(count_timers(), 0);
 }
 
+TEST_F(RecorderPlans, GenreIsTheRequestsOrTheEvents) {
+  _RmdrEventInfo_T request = timer_request(2, now() + 3600, 1800);
+  request.ui1_genre = 0x41;
+  ASSERT_EQ(read_item(request), 0);
+  EXPECT_EQ(request.ui1_genre, 0x41);
+  const std::int64_t start = now() + 7200;
+  std::ofstream(home.path + "/news.xml")
+      << "<tv><channel id=\"1\"><display-name>One</display-name></channel><programme channel=\"1\" start=\""
+      << xmltv_time(start) << "\" stop=\"" << xmltv_time(start + 600)
+      << "\"><title>News</title><category>news</category></programme></tv>";
+  expect_done(run({"guide", "import", home.path + "/news.xml"}));
+  ASSERT_TRUE(comes_true([] { return run({"guide"}).find("\"running\"") == std::string::npos; }));
+  _RmdrEventInfo_T of_event = timer_request(1, 0, 0);
+  of_event.event_id = static_cast<UINT16>(std::stoi(event_at(channel_id(1), start)));
+  of_event.ui1_genre = 0x41;
+  ASSERT_EQ(read_item(of_event), 0);
+  EXPECT_EQ(of_event.ui1_genre, 0x20) << "the event's first category";
+  restart();
+  _RmdrEventInfo_T got = ask(RMDR_OP_GET, request.ui2_slot);
+  ASSERT_EQ(read_item(got), 0);
+  EXPECT_EQ(got.ui1_genre, 0x41);
+}
+
+TEST_F(RecorderPlans, DiskIsReadyWhileItsFolderCanBeUsed) {
+  const auto is_ready = [] {
+    _RmdrEventInfo_T request = ask(RMDR_OP_USB_READY);
+    EXPECT_EQ(read_item(request), 0);
+    return request.is_usb_ready != 0;
+  };
+  EXPECT_TRUE(is_ready());
+  const std::string recordings = folder.path + "/recordings";
+  std::filesystem::remove(recordings);
+  EXPECT_FALSE(is_ready()) << "the folder is gone";
+  std::ofstream(recordings) << "x";
+  EXPECT_FALSE(is_ready()) << "it is a file";
+  std::filesystem::remove(recordings);
+  std::filesystem::create_directory(recordings);
+  EXPECT_TRUE(is_ready());
+}
+
 TEST_F(RecorderPlans, ListsTimersInTheOrderOfTheirTimes) {
   const std::int64_t start = now() + 7200;
   for (const int later : {2, 0, 1}) {

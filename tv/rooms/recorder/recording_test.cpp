@@ -8,6 +8,7 @@
 #include "rooms/antenna/survey.h"
 #include "rooms/recorder/recorder_test.h"
 #include "tests/unit/tv/disk.h"
+#include "tests/unit/tv/store_support.h"
 
 namespace {
 
@@ -173,7 +174,7 @@ TEST_F(RecorderFiles, EverySortAndPageOfTheList) {
   file.t_reclist_info.slot = 1;
   ASSERT_EQ(read_item(file), 0);
   EXPECT_STREQ(file.file_url_id, entry.file_url_id);
-  EXPECT_GE(size_of(folder.path + "/" + file.file_url_id), kSome);
+  EXPECT_GE(size_of(folder.path + "/recordings/" + file.file_url_id), kSome);
   EXPECT_EQ(file.recording_status, RECLIST_STATUS_PARTIAL);
   file.t_reclist_info.list_id = entry.list_id;
   file.t_reclist_info.slot = 0;
@@ -196,7 +197,7 @@ TEST_F(RecorderFiles, EverySortAndPageOfTheList) {
   expect_done(run({"recording", std::to_string(entry.list_id), "keep"}));
   ASSERT_EQ(write_item(change), 0);
   EXPECT_EQ(listed_recordings(), 2u);
-  EXPECT_EQ(size_of(folder.path + "/" + entry.file_url_id), -1);
+  EXPECT_EQ(size_of(folder.path + "/recordings/" + entry.file_url_id), -1);
   restart();
   EXPECT_EQ(listed_recordings(), 2u);
 }
@@ -232,6 +233,80 @@ TEST_F(RecorderFiles, ResumeTimeAndPlaybackAreKeptByRecording) {
   ASSERT_EQ(read_item(VEXTVAPI_CONFIG_ITEM_PVR_FILE_INFO, last), 0);
   EXPECT_EQ(last.e_file_status, PVR_FILE_READY);
   EXPECT_EQ(last.ui4_resume_time, 23u);
+  last = {};
+  ASSERT_EQ(read_item(VEXTVAPI_CONFIG_ITEM_PVR_FILE_INFO, last), 0);
+  EXPECT_EQ(last.ui2_list_id, number_in(newest_recording(), "id")) << "the one that was written last, after a restart";
+  EXPECT_EQ(last.ui4_resume_time, 23u);
+  expect_done(run({"recording", std::to_string(last.ui2_list_id), "delete"}));
+  restart();
+  last = {};
+  ASSERT_EQ(read_item(VEXTVAPI_CONFIG_ITEM_PVR_FILE_INFO, last), 0);
+  EXPECT_EQ(last.ui2_list_id, 0) << "its recording is gone";
+  EXPECT_EQ(last.e_file_status, PVR_FILE_NONE);
+}
+
+// Records a moment of each of these channels, one after the other.
+void record_each(std::initializer_list<int> channels) {
+  for (const int channel : channels) {
+    _Qt_RECLIST_INFO_T request{};
+    request.e_op = RECLIST_OP_RECORD_NOW;
+    request.t_reclist_info.channel_id = channel_id(channel);
+    request.t_reclist_info.duration = 60;
+    ASSERT_EQ(write_item(request), 0);
+    RecorderFiles::grows_to(kSome);
+    request.e_op = RECLIST_OP_STOP;
+    ASSERT_EQ(write_item(request), 0);
+    dtv_tv_advance(2000);
+  }
+}
+
+TEST_F(RecorderFiles, ListOfOneChannel) {
+  record_each({1, 2, 1});
+  _Qt_RECLIST_INFO_T list{};
+  list.e_sort_type = RECLIST_SORT_OLDEST;
+  list.t_reclist_info.channel_id = channel_id(1);
+  const auto channels = [&list] {
+    EXPECT_EQ(read_item(list), 0);
+    std::string names;
+    for (const RECLIST_ENTRY_T& entry : list.at_page) names += std::string(entry.channel_name) + ".";
+    return names;
+  };
+  EXPECT_EQ(channels(), "One.One........");
+  EXPECT_EQ(list.reclist_num, 2);
+  list.start_slot = 1;
+  EXPECT_EQ(channels(), "One.........");
+  const std::string second = list.at_page[0].file_name_id;
+  list.e_op = RECLIST_OP_FILE;
+  list.t_reclist_info.slot = 1;
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.file_name_id, second) << "the place among the channel's recordings";
+  list = {};
+  list.e_op = RECLIST_OP_NUMBER;
+  list.t_reclist_info.channel_id = channel_id(2);
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.reclist_num, 1);
+  expect_done(run({"channel", "2", "delete"}));
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.reclist_num, 1) << "a channel that is not in the list any more";
+  list.t_reclist_info.channel_id = 7;
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.reclist_num, 0);
+  list.t_reclist_info.channel_id = 0;
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.reclist_num, 3);
+}
+
+TEST_F(RecorderFiles, EntryHasTheLogoOfItsChannelAndAFileOnThePairedDisk) {
+  record_each({1});
+  dtv_tv_stop();
+  write_sql(folder.path + "/channels.sqlite", "UPDATE channel SET logo = 77");
+  ASSERT_EQ(tv_start(folder.path), "");
+  _Qt_RECLIST_INFO_T list{};
+  ASSERT_EQ(read_item(list), 0);
+  EXPECT_EQ(list.at_page[0].channel_logo_id, 77u);
+  _Qt_PAIRED_DISK_INFO disk{};
+  ASSERT_EQ(read_item(VEXTVAPI_CONFIG_ITEM_PVR_PAIRED_DISK, disk), 0);
+  EXPECT_GE(size_of(std::string(disk.ca_mnt_path) + "/" + list.at_page[0].file_url_id), kSome);
 }
 
 // ---- Ends that nobody wanted ----

@@ -31,6 +31,7 @@ constexpr std::int64_t kLongestPause = 60;                      // s after which
 constexpr const char* kDefaultKey = "g_rec__default_duration";  // minutes
 
 Timer work_timer;
+Timer guide_timer;
 
 Job* job_of_plan(int plan) {
   const auto found = std::ranges::find(recorder.jobs, plan, &Job::plan);
@@ -55,7 +56,7 @@ Recording recording_of(const Plan& plan, std::int64_t now) {
           .key = plan.key,
           .channel_id = plan.channel_id,
           .channel = plan.channel,
-          .event = plan.event,
+          .event = plan.event >= 0 ? plan.event : plan.present_event,
           .start = now,
           .duration = static_cast<std::uint32_t>(std::max<std::int64_t>(plan_end(plan) - now, 0)),
           .title = plan.title};
@@ -191,6 +192,32 @@ void reap() {
   }
 }
 
+// The plan of a recording that begins now: of the present event, or for the duration. 0: the event's, else the default.
+Outcome plan_now(std::uint32_t channel_id, std::uint32_t duration, std::int64_t now, Plan& ret_plan) {
+  const auto unknown = static_cast<std::uint32_t>(config_number(kDefaultKey)) * 60;
+  Outcome outcome = plan_for_time(channel_id, now, duration == 0 ? unknown : duration, RMDR_MODE_RECORD, ret_plan);
+  if (outcome.result != RMDR_RESULT_OK) return outcome;
+  const auto event = guide_event_at(ret_plan.key, now);
+  if (event && duration == 0) {
+    outcome = plan_for_event(channel_id, event->id, RMDR_MODE_RECORD, ret_plan);
+    plan_pad(ret_plan);
+  } else if (event) {
+    ret_plan.title = event->title;
+    ret_plan.present_event = event->id;
+  }
+  return outcome;
+}
+
+// The timer's action after the guide has changed.
+void look_at_guide() {
+  {
+    const std::scoped_lock guard(recorder.changing, recorder.lock);
+    recorder.guide_look = timer_now();
+    recorder.next_look = 0;
+  }
+  recorder_work();
+}
+
 INT32 result_of(INT32 reason) {
   switch (reason) {
     case RECLIST_REASON_NO_TUNER:
@@ -241,19 +268,15 @@ Outcome record_now(std::uint32_t channel_id, std::uint32_t duration, std::string
     channel_id = current->id;
   }
   const std::int64_t now = clock_utc();
-  if (duration == 0) duration = static_cast<std::uint32_t>(config_number(kDefaultKey)) * 60;
   Plan plan;
-  if (Outcome outcome = plan_for_time(channel_id, now, duration, RMDR_MODE_RECORD, plan);
-      outcome.result != RMDR_RESULT_OK) {
-    return outcome;
-  }
+  Outcome outcome = plan_now(channel_id, duration, now, plan);
+  if (outcome.result != RMDR_RESULT_OK) return outcome;
   const auto runs = [&plan](const Job& job) { return find_recording(job.recording)->key == plan.key; };
   if (std::ranges::any_of(recorder.jobs, runs)) {
     return failed(RMDR_RESULT_DUPLICATE, plan.channel + " is being recorded already");
   }
-  if (const auto event = guide_event_at(plan.key, now)) plan.title = event->title;
   if (!title.empty()) plan.title = std::move(title);
-  Outcome outcome = plan_add(plan, false);
+  outcome = plan_add(plan, false);
   if (outcome.result != RMDR_RESULT_OK) return outcome;
   Plan& added = *find_plan(outcome.id);
   if (!recording_begin(added, now)) {
@@ -290,6 +313,11 @@ void recorder_schedule() {
   timer_set(work_timer, timer_now() + std::chrono::seconds(next_work(now) - now), recorder_work);
 }
 
+void recorder_guide_changed() {
+  const std::lock_guard guard(recorder.lock);
+  timer_set(guide_timer, std::max(timer_now(), recorder.guide_look + kGuidePause), look_at_guide);
+}
+
 void recorder_work() {
   std::uint32_t shown = 0;
   {
@@ -298,6 +326,7 @@ void recorder_work() {
     const std::int64_t now = clock_utc();
     reap();
     if (now >= recorder.next_look || now + kLookEvery < recorder.next_look) series_look(now);
+    follow_due(now);
     std::vector<int> ids;
     for (const Plan& plan : recorder.plans) ids.push_back(plan.id);
     for (const bool ending : {true, false})  // what ends gives its tuner to what begins

@@ -196,8 +196,11 @@ WriterStatus writer_status(Writer& writer) {
 }
 
 INT32 disk_problem(const std::string& folder) {
+  struct stat info {};
   struct statvfs disk {};
-  if (statvfs(folder.c_str(), &disk) != 0 || access(folder.c_str(), W_OK) != 0) return RECLIST_REASON_DISK_ERROR;
+  const bool usable = lstat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+                      statvfs(folder.c_str(), &disk) == 0 && access(folder.c_str(), W_OK | X_OK) == 0;
+  if (!usable) return RECLIST_REASON_DISK_ERROR;
   return free_bytes(disk) <= kDiskReserve ? RECLIST_REASON_DISK_FULL : RECLIST_REASON_NONE;
 }
 

@@ -37,7 +37,8 @@ WriterStatus writer_status(Writer& writer);
 // Ends the reception, writes what is in the buffer, and closes the file.
 WriterStatus writer_close(WriterHandle writer);
 
-// RECLIST_REASON_DISK_FULL if nothing can be recorded to the folder, else RECLIST_REASON_NONE.
+// Why nothing can be recorded to the folder: RECLIST_REASON_DISK_FULL, or RECLIST_REASON_DISK_ERROR if it is no folder
+// or cannot be written; else RECLIST_REASON_NONE.
 INT32 disk_problem(const std::string& folder);
 
 // The time from the file's first to its last PCR, in seconds; 0 if it has not two.
