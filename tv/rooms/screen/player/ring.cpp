@@ -83,9 +83,18 @@ void ring_put(PacketRing& ring, std::span<const std::uint8_t> packets) {
   ring.changed.notify_all();
 }
 
+void ring_forget(PacketRing& ring) {
+  const std::lock_guard guard(ring.lock);
+  ring.pat.clear();
+  ring.map.clear();
+  ring.map_pid = -1;
+  ring.first = ring.end;
+  ring.marks.clear();
+}
+
 std::uint64_t ring_stream(PacketRing& ring) {
   const std::lock_guard guard(ring.lock);
-  return ring.stream;
+  return ring.pat.empty() ? 0 : ring.stream;
 }
 
 std::unique_ptr<RingReader> ring_read_from_lead(std::shared_ptr<PacketRing> ring) {

@@ -1,4 +1,4 @@
-// The newest packets of the main picture, on their way from the reception's thread to the player's. The writer never
+// The newest packets of a picture, on their way from the reception's thread to the player's. The writer never
 // waits: when the ring is full, its oldest packets are lost. Each function takes the ring's own lock, under which no
 // other lock is taken.
 #pragma once
@@ -43,6 +43,10 @@ struct PacketRing {
 // are dropped. A PAT with another content begins another stream: what is in the ring is dropped.
 void ring_put(PacketRing& ring, std::span<const std::uint8_t> packets);
 
+// Drops what is in the ring, and its tables: another program is to follow.
+void ring_forget(PacketRing& ring);
+
+// The number of the program that is in the ring; 0: no PAT has come.
 std::uint64_t ring_stream(PacketRing& ring);
 
 // One reading of the ring: the PAT and the program map, then the packets. Guarded by the ring's lock.
