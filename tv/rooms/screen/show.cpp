@@ -87,6 +87,7 @@ struct Show {
   Jpeg empty;
   std::array<Picture, kPictures> pictures;
   std::unique_ptr<Canvas> canvas = {};  // both pictures; while there is a player
+  bool rests = true;                    // no player has been started since player_rest
   bool composed = false;                // the newest frame has the pictures as they are
   steady_clock::time_point next_frame = {};
 };
@@ -136,11 +137,11 @@ void end_player(Show& show, Picture& picture) {
   picture.player.reset();
   picture.canvas.reset();
   picture.drawn = show.composed = false;
-  show.next_frame = {};  // what does not belong to the viewer any more is not shown any longer
+  show.next_frame = {};  // the viewer is not to see it any longer
   malloc_trim(0);        // what a player leaves behind, 10 MB and more, goes back to the system
 }
 
-void start_player(Picture& picture, std::string& ret_error) {
+void start_player(Show& show, Picture& picture, std::string& ret_error) {
   const TimerTime now = timer_now();
   picture.restart = steady_clock::now() + kRestartTime;
   picture.retry = now + kRetryTime;
@@ -148,6 +149,7 @@ void start_player(Picture& picture, std::string& ret_error) {
   picture.player = player_start(picture.ring, {.wake = [](void*) { show_wake(); }}, ret_error);
   if (picture.player == nullptr) return;
   picture.retry = {};
+  show.rests = false;
   picture.canvas = std::make_unique<Canvas>();
 }
 
@@ -161,13 +163,14 @@ void tell(const Show& show, const Picture& picture, std::string error) {
 // Starts, continues or ends the picture's player.
 void follow(Show& show, Picture& picture, const PicturePlan& plan) {
   const std::uint64_t stream = ring_stream(*picture.ring);
+  if (&picture != show.pictures.data() && !plan.region && stream != 0) ring_forget(*picture.ring);
   const bool plays = plan.plays && plan.region && stream != 0;
   // A new player shows nothing of the channel before.
   if (!plays || stream != picture.stream) end_player(show, picture);
   if (!plays) return;
   if (picture.player == nullptr && timer_now() >= picture.retry && steady_clock::now() >= picture.restart) {
     std::string error;
-    start_player(picture, error);
+    start_player(show, picture, error);
     tell(show, picture, std::move(error));
   }
   if (picture.player == nullptr) return;
@@ -224,6 +227,8 @@ void turn(Show& show, bool wanted) {
   lay_out(show, plan);
   for (std::size_t i = 0; i < kPictures; ++i) follow(show, show.pictures[i], plan[i]);
   report_streams(show);
+  const bool idle = !wanted && std::ranges::all_of(show.pictures, [](const Picture& each) { return !each.player; });
+  if (idle && !std::exchange(show.rests, true)) player_rest();
   const auto now = steady_clock::now();
   if (show.composed || now < show.next_frame) return;
   show.composed = true;

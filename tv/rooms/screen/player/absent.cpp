@@ -29,6 +29,7 @@ PlayerHandle player_start_file(const PlayerFile&, const PlayerWake&, std::string
 bool player_step(Player&, Canvas&) { return false; }
 
 const PlayerFacts& player_facts(const Player& player) { return player.facts; }
+void player_rest() {}
 void player_pause(Player&, bool) {}
 void player_seek(Player&, double) {}
 void player_set_speed(Player&, double) {}

@@ -191,6 +191,8 @@ bool render(Player& player, bool skips, Canvas& ret_canvas) {
 
 std::string player_trouble() { return mpv_library().trouble; }
 
+void player_rest() { library_rest(); }
+
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error) {
   PlayerHandle player(new Player{.ring = std::move(ring)});
   const bool started =

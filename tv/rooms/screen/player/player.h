@@ -35,6 +35,9 @@ using PlayerHandle = std::unique_ptr<Player, PlayerEnd>;
 // about a tenth of a second.
 std::string player_trouble();
 
+// No player is there, and none is needed for a while: less memory is used until then.
+void player_rest();
+
 // Plays the ring's newest packets; for another stream of the ring, start another player. Null with ret_error if there
 // can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);

@@ -29,7 +29,8 @@ struct PacketRing {
   };
   std::mutex lock;  // guards all members
   std::condition_variable changed;
-  std::vector<std::uint8_t> bytes;  // packet n is at (n % kRingPackets) * kPacketSize; grows up to the ring's size
+  std::vector<std::uint8_t> bytes;  // grows up to the ring's size
+  std::uint64_t base = 0;           // packet n is at ((n - base) % kRingPackets) * kPacketSize
   std::uint64_t first = 0;          // the oldest packet that is still there
   std::uint64_t end = 0;            // one beyond the newest
   std::deque<Mark> marks;           // when packets arrived: one per tenth of a second within kRingLead
@@ -43,7 +44,7 @@ struct PacketRing {
 // are dropped. A PAT with another content begins another stream: what is in the ring is dropped.
 void ring_put(PacketRing& ring, std::span<const std::uint8_t> packets);
 
-// Drops what is in the ring, and its tables: another program is to follow.
+// Drops what is in the ring, and its tables, and returns the memory: another program is to follow.
 void ring_forget(PacketRing& ring);
 
 // The number of the program that is in the ring; 0: no PAT has come.
