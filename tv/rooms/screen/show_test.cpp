@@ -1,12 +1,13 @@
 // What the screen shows of a real broadcast: both pictures in their regions, their reasons, sound and subtitles.
 #ifdef DTV_PICTURE
+#include <turbojpeg.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/json.hpp>
-#include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <thread>
 
 #include "rooms/antenna/antenna_test.h"
 #include "rooms/tuner/tuner_test.h"
@@ -55,18 +56,17 @@ struct TvShow : TunerSet {
 
   static boost::json::object screen() { return boost::json::parse(run({"screen"})).as_object(); }
 
-  // The newest frame's pixels, decoded by ffmpeg; empty: there is none.
-  std::string pixels() const {
+  // The newest frame's pixels; empty: there is none.
+  static Bytes pixels() {
     std::uint8_t* bytes = nullptr;
     std::uint32_t size = 0;
     if (dtv_tv_screen(0, &bytes, &size) == 0 || bytes == nullptr) return {};
-    const std::string path = home.path + "/frame.jpg";
-    write_bytes(path, Bytes(bytes, bytes + size));
+    Bytes decoded(std::size_t{3} * kWidth * kHeight);
+    auto* const decompressor = tjInitDecompress();
+    const int result = tjDecompress2(decompressor, bytes, size, decoded.data(), kWidth, 0, kHeight, TJPF_RGB, 0);
+    EXPECT_EQ(result, 0) << tjGetErrorStr2(decompressor);
+    tjDestroy(decompressor);
     std::free(bytes);
-    const std::string command = "ffmpeg -v error -i " + path + " -f rawvideo -pix_fmt rgb24 -";
-    const std::unique_ptr<FILE, int (*)(FILE*)> out(popen(command.c_str(), "r"), pclose);  // NOLINT(cert-env33-c)
-    std::string decoded(std::size_t{3} * kWidth * kHeight + 1, '\0');
-    decoded.resize(std::fread(decoded.data(), 1, decoded.size(), out.get()));
     return decoded;
   }
 
@@ -75,17 +75,13 @@ struct TvShow : TunerSet {
     int x, y;
     bool (*is)(Colour colour);
   };
-  bool shows(const std::vector<Spot>& spots) {
-    return comes_true([&] {
-      dtv_tv_advance(100);
-      const std::string frame = pixels();
-      if (frame.size() != std::size_t{3} * kWidth * kHeight) return false;
-      for (const Spot& spot : spots) {
+  static bool shows(const std::vector<Spot>& spots) {
+    return reports([&](const auto&) {
+      const Bytes frame = pixels();
+      return std::ranges::all_of(spots, [&](const Spot& spot) {
         const auto at = static_cast<std::size_t>(3 * (spot.y / 3 * kWidth + spot.x / 3));
-        const auto part = [&](std::size_t i) { return static_cast<int>(static_cast<unsigned char>(frame[at + i])); };
-        if (!spot.is({part(0), part(1), part(2)})) return false;
-      }
-      return true;
+        return !frame.empty() && spot.is({frame[at], frame[at + 1], frame[at + 2]});
+      });
     });
   }
 
@@ -93,6 +89,7 @@ struct TvShow : TunerSet {
   static bool reports(const std::function<bool(const boost::json::object&)>& condition) {
     return comes_true([&] {
       dtv_tv_advance(100);
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));  // for the set's threads
       return condition(screen());
     });
   }

@@ -95,10 +95,10 @@ export function ScreenPanel() {
           </PictureFrame>
           {now?.second && <SecondView second={now.second} heard={now.focus === "sub"} />}
           {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
-          <div aria-live="polite">{now?.banner && <BannerView banner={now.banner} />}</div>
-          <p class="screen-note" aria-live="polite">
-            {now?.message?.text}
-          </p>
+          <div aria-live="polite">
+            {now?.message && <p class="screen-note">{now.message.text}</p>}
+            {now?.banner && <BannerView banner={now.banner} />}
+          </div>
         </div>
       )}
       <p class="hint">
