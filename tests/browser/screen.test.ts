@@ -189,7 +189,7 @@ test("the set's message lies over the picture, and the reasons are in the menu's
   const set = television();
   set.shown = { picture: "none", reason: "scrambled", source: "TV", message: { text: "Tides begins at 20:15 <b>" } };
   const page = await open("/#screen", { prepare: set.prepare });
-  const note = panel(page).locator(".screen-note");
+  const note = page.locator(".screen-note");
   await expect(note).toHaveText("Tides begins at 20:15 <b>");
   await page.getByRole("combobox").selectOption("deu");
   for (const [reason, text] of Object.entries({
@@ -200,7 +200,7 @@ test("the set's message lies over the picture, and the reasons are in the menu's
     stopped: "Kein Bild",
   })) {
     set.shown = { picture: "none", reason, source: "TV" };
-    await expect(panel(page).locator(".screen-message")).toHaveText(text);
+    await expect(page.locator(".screen-message")).toHaveText(text);
   }
   await expect(note).toHaveCount(0);
 });

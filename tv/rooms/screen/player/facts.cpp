@@ -1,4 +1,5 @@
-// What the library reports about the file that it plays, and what it is told to do with it; of a ring, its streams.
+// What the library reports about the file that it plays, and what it is told to do with it. Of a ring, it reports the
+// streams.
 #include <algorithm>
 #include <array>
 #include <cmath>

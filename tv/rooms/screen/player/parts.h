@@ -22,7 +22,7 @@ struct Player {
   std::chrono::steady_clock::time_point reopen = kNever;  // when the broken stream is played again
   std::vector<std::string> complained = {};               // the player's modules that have reported an error
 
-  // Of a ring: PIDs that are to be played, and the numbers of the tracks that the library was asked for.
+  // Of a ring: the PIDs to play, and the tracks that the library was told to play.
   static constexpr int kUnknown = -1;
   int audio = kUnknown;
   int subtitle = 0;

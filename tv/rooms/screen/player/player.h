@@ -67,7 +67,7 @@ bool player_draw(Player& player, Canvas& ret_canvas);
 // without a choice, it plays the first sound and no subtitles. Does nothing for a file.
 void player_choose_streams(Player& player, int audio, int subtitle);
 
-// ---- Of a file; but for the tracks, the facts are of no use for a ring, and the functions do nothing ----
+// ---- Of a file. For a ring, only the tracks are known, and the functions do nothing ----
 
 enum class PlayerState { kOpening, kPlaying, kEnded, kFailed };
 enum class TrackKind { kVideo, kAudio, kSubtitle };
