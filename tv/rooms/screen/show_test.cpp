@@ -43,11 +43,21 @@ const Bytes& red_and_blue() {
   return kBytes;
 }
 
+// The same with damage in each packet of the blue picture.
+Bytes red_and_broken() {
+  constexpr int kBluePid = 0x103;
+  Bytes bytes = red_and_blue();
+  for (std::size_t at = 0; at + 188 <= bytes.size(); at += 188)
+    if (((bytes[at + 1] & 0x1F) << 8 | bytes[at + 2]) == kBluePid)
+      for (std::size_t i = at + 40; i < at + 188; i += 7) bytes[i] ^= 0x5A;
+  return bytes;
+}
+
 struct TvShow : TunerSet {
-  TvShow() {
+  explicit TvShow(const Bytes& multiplex = red_and_blue()) {
     const std::string air = home.path + "/air";
     std::filesystem::create_directory(air);
-    write_bytes(air + "/10.ts", red_and_blue());
+    write_bytes(air + "/10.ts", multiplex);
     expect_done(antenna(air));
     read_antenna();
     import_channels();
@@ -156,6 +166,28 @@ TEST_F(TvShow, TheSecondPictureHasAReasonOfItsOwn) {
   expect_done(run({"power", "standby"}));
   EXPECT_TRUE(shows({{960, 540, is_black}, {1620, 195, is_black}})) << run({"screen"});
   EXPECT_FALSE(screen().contains("second"));
+}
+
+struct TvBrokenShow : TvShow {
+  TvBrokenShow() : TvShow(red_and_broken()) {}
+};
+
+TEST_F(TvBrokenShow, ABrokenSecondPictureDoesNotDisturbTheMainOne) {
+  ASSERT_TRUE(shows({{960, 540, is_red}})) << run({"screen"});
+  testing::internal::CaptureStderr();
+  expect_done(run({"multiview", "channel", "2"}));
+  EXPECT_TRUE(reports([](const auto& now) { return now.contains("second") && second(now, "reason").empty(); }));
+  const std::uint64_t first = dtv_tv_screen(0, nullptr, nullptr);
+  bool always = true;
+  EXPECT_TRUE(reports([&](const auto& now) {
+    const Bytes frame = pixels();
+    const std::size_t at = std::size_t{3} * (kHeight / 2 * kWidth + kWidth / 2);
+    always = always && now.at("shown").as_bool() && is_red({frame.at(at), frame.at(at + 1), frame.at(at + 2)});
+    return dtv_tv_screen(0, nullptr, nullptr) >= first + 20;
+  }));
+  EXPECT_TRUE(always);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_LE(std::ranges::count(log, '\n'), 32) << log;
 }
 
 TEST_F(TvShow, ThePictureThatIsHeardPlaysTheChosenSound) {
