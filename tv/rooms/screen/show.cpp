@@ -237,8 +237,8 @@ void turn(Show& show, bool wanted) {
     show.next_frame = std::max(show.next_frame, now - kFrameTime / 2) + kFrameTime;
     return compose(show);
   }
-  show.canvas.reset();
-  publish(show, show.empty);
+  // A canvas is there since the first frame that was not empty.
+  if (std::exchange(show.canvas, nullptr) != nullptr) publish(show, show.empty);
 }
 
 void run(Show show) {
