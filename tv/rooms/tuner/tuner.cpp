@@ -22,6 +22,7 @@
 #include "core/store.h"
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
+#include "rooms/multiview/multiview.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
@@ -256,6 +257,11 @@ void tuner_update() {
     state.stopped = false;
   }
   picture_update(picture, false);
+}
+
+void tuner_look() {
+  picture_update(picture, false);
+  multiview_look();
 }
 
 void tuner_stop(bool wait) {

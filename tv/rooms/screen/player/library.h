@@ -14,6 +14,8 @@
   ROW(mpv_terminate_destroy)     \
   ROW(mpv_set_option_string)     \
   ROW(mpv_command_async)         \
+  ROW(mpv_observe_property)      \
+  ROW(mpv_set_property_async)    \
   ROW(mpv_error_string)          \
   ROW(mpv_request_log_messages)  \
   ROW(mpv_set_wakeup_callback)   \
@@ -34,3 +36,7 @@ struct MpvLibrary {
 
 // Loads the library on the first call. Any thread.
 const MpvLibrary& mpv_library();
+
+// No player needs the library for a while: its code and constants, and those of the libraries behind it, no longer
+// count as memory of this process. They come back from the system's cache when they are used. Any thread.
+void library_rest();

@@ -1,10 +1,12 @@
-// Plays the packets of a ring without a window and without sound, and renders the picture into memory. The player has
-// threads of its own; its owner calls the functions below from one thread.
+// Plays the packets of a ring, or a file, without a window and without sound, and renders the picture into memory. The
+// player has threads of its own; its owner calls the functions below from one thread. None of them waits for the
+// stream.
 #pragma once
 
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "rooms/screen/player/jpeg.h"
 #include "rooms/screen/player/ring.h"
@@ -12,6 +14,8 @@
 inline constexpr std::chrono::milliseconds kFrameTime{100};        // pictures are at least so far apart, on average
 inline constexpr std::chrono::milliseconds kPlayerStopTime{5000};  // then a player that does not end is left behind
 inline constexpr std::chrono::milliseconds kReopenTime{1000};      // between two attempts to play a broken stream
+inline constexpr std::chrono::milliseconds kSeekTime{5000};        // then the position counts again after a seek
+inline constexpr std::size_t kMostTracks = 64;                     // of a file; the others are not listed
 
 // Called on any thread when player_step has something to do. Must not wait, nor call the player.
 struct PlayerWake {
@@ -31,10 +35,69 @@ using PlayerHandle = std::unique_ptr<Player, PlayerEnd>;
 // about a tenth of a second.
 std::string player_trouble();
 
+// No player is there, and none is needed for a while: less memory is used until then.
+void player_rest();
+
 // Plays the ring's newest packets; for another stream of the ring, start another player. Null with ret_error if there
 // can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);
 
-// Does what is due. Returns whether the canvas has a new picture, with bars where it is not 16:9. A player that waits
-// to play a broken stream again does so here, so call it at least every kReopenTime.
+struct PlayerFile {
+  std::string path = {};
+  // Of its format, in the library's words, such as "mpegts"; empty: found out from its contents.
+  std::string format = {};
+  bool grows = false;  // playing waits for more at its end, until player_set_growing says otherwise
+  double from = 0;     // s from its beginning
+  bool paused = false;
+  double speed = 1;
+  int audio = 0;  // number of the sound track; 0: the file's first choice
+};
+
+// Plays the file. That it cannot be opened is reported by player_facts. Null with ret_error as above.
+PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, std::string& ret_error);
+
+// Does what is due. Returns whether the canvas has a new picture, in the canvas's size, with bars where its shape is
+// another one. A player that waits to play a broken stream again does so here, so call it at least every kReopenTime.
 bool player_step(Player& player, Canvas& ret_canvas);
+
+// Draws the present picture again, after the canvas's size has changed. False: it cannot be drawn.
+bool player_draw(Player& player, Canvas& ret_canvas);
+
+// Plays these streams of the ring's program, by their PIDs, as soon as the program has them; 0: none. Until then, and
+// without a choice, it plays the first sound and no subtitles. Does nothing for a file.
+void player_choose_streams(Player& player, int audio, int subtitle);
+
+// ---- Of a file. For a ring, only the tracks are known, and the functions do nothing ----
+
+enum class PlayerState { kOpening, kPlaying, kEnded, kFailed };
+enum class TrackKind { kVideo, kAudio, kSubtitle };
+
+struct PlayerTrack {
+  TrackKind kind = TrackKind::kVideo;
+  int number = 0;  // within its kind, from 1
+  int pid = 0;     // of a transport stream
+  std::string codec = {};
+  std::string language = {};
+  std::string title = {};
+  bool chosen = false;
+};
+
+// As of the latest player_step. Texts come from the file; they are valid UTF-8.
+struct PlayerFacts {
+  PlayerState state = PlayerState::kOpening;
+  std::string reason = {};  // why playing failed
+  double position = 0;      // s
+  double duration = 0;      // s; 0: unknown. Of a file that grows: when it was opened
+  bool seeking = false;     // the position is where it seeks to
+  std::vector<PlayerTrack> tracks = {};
+  int chapters = 0;
+  int chapter = 0;  // from 1; 0: none
+};
+const PlayerFacts& player_facts(const Player& player);
+
+void player_pause(Player& player, bool paused);
+void player_seek(Player& player, double position);  // s from the beginning
+void player_set_speed(Player& player, double speed);
+void player_choose(Player& player, TrackKind kind, int number);  // 0: none
+void player_choose_chapter(Player& player, int chapter);         // from 1
+void player_set_growing(Player& player, bool grows);
