@@ -16,7 +16,6 @@
 namespace {
 
 constexpr const char* kBeforeKey = "g_rec__start_padding";  // minutes
-constexpr const char* kAfterKey = "g_rec__end_padding";
 constexpr std::int64_t kSameEvent = 12 * 60 * 60;  // s by which the broadcaster can move an event
 
 Window window_of(const Plan& plan) {

@@ -17,6 +17,7 @@
 #include "dtv_tv.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
+#include "rooms/menus/menus.h"
 #include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
 #include "rooms/sources/sources.h"
@@ -116,15 +117,13 @@ Sound sound_now() {
   return {.volume = reported.at("volume").to_number<std::int64_t>(), .mute = reported.at("mute").as_bool()};
 }
 
-bool shows_info() {
-  const TimerTime pressed = remote_info_pressed();
-  return pressed != kTimerNever && timer_now() < pressed + kBannerTime;
-}
+bool is_recent(TimerTime pressed, seconds time) { return pressed != kTimerNever && timer_now() < pressed + time; }
 
 boost::json::object screen_command(Arguments arguments) {
   std::string_view why = reason();
   const Sound sound = sound_now();
-  const bool info = shows_info();
+  const bool info = is_recent(remote_info_pressed(), kBannerTime);
+  const bool volume = is_recent(remote_volume_pressed(), kVolumeTime);
   const ShowFrame frame = show_look();
   boost::json::object reply;
   if (!frame.problem.empty() && (why.empty() || frame.jpeg == nullptr)) {
@@ -140,12 +139,14 @@ boost::json::object screen_command(Arguments arguments) {
     const TimerTime now = timer_now();
     with_banner = (info || now < state.banner_until) && why != "standby" && why != "source";
     if (std::exchange(state.sound, sound) != sound) state.sound_until = now + kVolumeTime;
-    if (now < state.sound_until) {
+    if (volume || now < state.sound_until) {
       reply["volume"] = sound.volume;
       reply["mute"] = sound.mute;
     }
   }
   reply["source"] = sources_name(sources_current());
+  if (const std::string typed = remote_typed(); !typed.empty()) reply["typed"] = typed;
+  menus_report_screen(reply);
   if (with_banner)
     if (const auto channel = tuner_channel()) reply["banner"] = banner(*channel);
   if (!arguments.empty() && frame.jpeg != nullptr)

@@ -135,16 +135,8 @@ std::string choose(int source) {
   return why;
 }
 
-// Whether there is something to see. Not under the lock: the CEC bus's comes before it.
-bool is_connected(int source) {
-  if (source == kSourceTv || source == kMedia) return true;  // parts of the set
-  if (source == kSourceSatellite) return tuner_has(true);
-  const int input = source - kSourceHdmi1 + 1;
-  return input <= kHdmiInputs && cec_is_plugged(input);
-}
-
 bool has_signal(int source) {
-  if (!sources_is_tuner(source)) return is_connected(source);
+  if (!sources_is_tuner(source)) return sources_is_connected(source);
   const auto result = tuner_result();
   return source == sources_current() && (result == ChangeResult::kPicture || result == ChangeResult::kAudioOnly);
 }
@@ -290,7 +282,7 @@ bool sources_step() {
   const int now = sources_current();
   for (int by = 1; by < kSources; ++by) {
     const int next = (now + by) % kSources;
-    if (is_connected(next) && !sources_is_blocked(next)) return sources_choose(next);
+    if (sources_is_connected(next) && !sources_is_blocked(next)) return sources_choose(next);
   }
   return true;
 }
@@ -310,6 +302,15 @@ bool sources_is_blocked(int source) {
   if (!exists(source)) return false;
   const std::lock_guard guard(state.lock);
   return is_blocked(source);
+}
+
+// Whether there is something to see. Not under the lock: the CEC bus's comes before it.
+bool sources_is_connected(int source) {
+  if (!exists(source)) return false;
+  if (source == kSourceTv || source == kMedia) return true;  // parts of the set
+  if (source == kSourceSatellite) return tuner_has(true);
+  const int input = source - kSourceHdmi1 + 1;
+  return input <= kHdmiInputs && cec_is_plugged(input);
 }
 
 bool sources_is_tv() { return sources_is_tuner(sources_current()); }
@@ -339,7 +340,7 @@ bool reset() {
 
 boost::json::object describe(int source) {
   boost::json::object shown{{"number", source}, {"name", kNames[at(source)]}};
-  const bool connected = is_connected(source);
+  const bool connected = sources_is_connected(source);
   const bool signal = has_signal(source);
   const std::lock_guard guard(state.lock);
   if (!state.names[at(source)].empty()) shown["viewers_name"] = state.names[at(source)];

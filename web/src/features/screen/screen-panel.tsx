@@ -3,7 +3,9 @@ import type { RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
-import { press, shortcuts } from "../remote/remote";
+import { lastPress, press, shortcuts } from "../remote/remote";
+import { textOfMessage } from "./menu";
+import { chosenId, MenuView } from "./menu-view";
 import { messageOf, readFrame, readShown, type Banner, type Shown, type ShownEvent } from "./screen";
 import { label } from "./words";
 import "./screen.css";
@@ -13,7 +15,20 @@ const frameMs = 100;
 // What is drawn over the picture is read with every fifth frame.
 const framesPerText = 5;
 
-const keys: Readonly<Record<string, string>> = { ...shortcuts, Enter: "ENTER", i: "INFO" };
+const keys: Readonly<Record<string, string>> = {
+  ...shortcuts,
+  Enter: "ENTER",
+  Home: "MENU",
+  f: "FAVORITE",
+  g: "GUIDE",
+  i: "INFO",
+  s: "SOURCE",
+  t: "TIMER",
+  R: "RED",
+  G: "GREEN",
+  Y: "YELLOW",
+  B: "BLUE",
+};
 
 /** While the panel is open and the page visible: draws the newest frames, and reads what is written on the screen. */
 function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Shown | null>, problem: Signal<string>) {
@@ -24,8 +39,14 @@ function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Sh
     let open = true;
     let tag = "";
     let turns = 0;
+    let presses = lastPress.value?.number;
 
     async function turn() {
+      // A key may have changed what is drawn.
+      if (lastPress.value?.number !== presses) {
+        presses = lastPress.value?.number;
+        turns = 0;
+      }
       if (turns++ % framesPerText === 0) shown.value = await readShown();
       // A set that cannot render has no frame to ask for.
       const frame = shown.value?.reason === "unavailable" ? null : await readFrame(tag);
@@ -84,19 +105,33 @@ export function ScreenPanel() {
           {label("IDS_PICTURE_TOKEN")}
         </p>
       ) : (
-        <div class="screen" tabIndex={0} role="group" aria-label={label("IDS_PICTURE")} onKeyDown={pressKey}>
+        <div
+          class="screen"
+          tabIndex={0}
+          role="group"
+          aria-label={label("IDS_PICTURE")}
+          aria-activedescendant={now?.menu ? chosenId : undefined}
+          onKeyDown={pressKey}
+        >
           <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
           {now?.source && now.picture === "none" && now.reason !== "source" && <p class="screen-source">{now.source}</p>}
           <p class="screen-message" role="status">
             {message}
           </p>
           {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
-          <div aria-live="polite">{now?.banner && <BannerView banner={now.banner} />}</div>
+          {now?.typed && <p class="screen-typed">{now.typed}-</p>}
+          <div aria-live="polite">{now?.banner && !now.menu && <BannerView banner={now.banner} />}</div>
+          {now?.menu && <MenuView menu={now.menu} press={(key) => void press(key)} />}
+          <p class="screen-note" role="status">
+            {now?.message && textOfMessage(now.message)}
+          </p>
         </div>
       )}
       <p class="hint">
         While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
-        <kbd>Esc</kbd> <kbd>i</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>.
+        <kbd>Esc</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>g</kbd> guide,{" "}
+        <kbd>Home</kbd> menu, <kbd>s</kbd> sources, <kbd>f</kbd> favourites, <kbd>t</kbd> timers, <kbd>i</kbd> information,
+        colours <kbd>R</kbd> <kbd>G</kbd> <kbd>Y</kbd> <kbd>B</kbd> with Shift.
       </p>
     </main>
   );

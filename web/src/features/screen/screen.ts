@@ -1,6 +1,7 @@
 import { television } from "../../app/session";
 import type { JsonObject } from "../../lib/json";
 import { token } from "../../lib/token";
+import type { Menu, Message } from "./menu";
 import { label } from "./words";
 
 /** What the television's screen shows, and its frames. */
@@ -30,6 +31,10 @@ export interface Shown {
   banner?: Banner;
   volume?: number;
   mute?: boolean;
+  /** The digits of a channel number so far. */
+  typed?: string;
+  menu?: Menu;
+  message?: Message;
 }
 
 export const readShown = async (): Promise<Shown> => (await television("screen")) as JsonObject & Shown;
