@@ -128,6 +128,12 @@ void begin_guide(MenuView& view) {
   view.time = clock_utc();
 }
 
+void show_in_guide(MenuView& view, std::uint32_t channel_id, std::int64_t time) {
+  show_menu(view, *find_menu("guide"), false);
+  view.item = channel_id;
+  go_to(view, time);
+}
+
 void tidy_guide(MenuView& view) {
   const std::int64_t now = clock_utc();
   view.time = std::clamp(view.time, now, now + kFarthest);
@@ -137,7 +143,7 @@ void tidy_guide(MenuView& view) {
 
 boost::json::object guide_row(std::int64_t item, const MenuView& view) {
   const auto channel = channels_by_id(static_cast<std::uint32_t>(item));
-  if (!channel) return {{"name", ""}};
+  if (!channel) return gone_row();
   boost::json::array events;
   for (const GuideEvent& each : guide_events(channel->key, view.from, view.from + kWindow, kShownEvents))
     events.push_back(shown_event(each));
@@ -155,11 +161,13 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   boost::json::object shown = shown_with_channel(view, *event);
   shown["summary"] = shortened(event->summary, kLongestSummary);
   reply["event"] = std::move(shown);
-  const auto& row = reply.at("rows").at(reply.at("selected").at("row").to_number<std::size_t>());
-  const auto& events = row.at("events").as_array();
+  const auto chosen_row = reply.at("selected").at("row").to_number<std::size_t>();
+  const boost::json::value* const events = reply.at("rows").at(chosen_row).as_object().if_contains("events");
+  if (events == nullptr) return;  // the channel went while its row was made
+  const auto& listed = events->as_array();
   const auto* const found =
-      std::ranges::find_if(events, [&](const boost::json::value& each) { return each.at("start") == event->start; });
-  if (found != events.end()) reply["selected"].as_object()["column"] = found - events.begin();
+      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start") == event->start; });
+  if (found != listed.end()) reply["selected"].as_object()["column"] = found - listed.begin();
 }
 
 void add_details(const MenuView& view, boost::json::object& reply) {

@@ -52,9 +52,8 @@ Acted toggle_favourite(MenuView& view) {
 }
 
 Acted open_guide(MenuView& view) {
-  const std::int64_t channel = view.item;
-  show_menu(view, *find_menu("guide"), false);
-  if (channel != 0) view.item = channel;
+  if (view.item == 0) return refuse("the list is empty");
+  show_in_guide(view, id_of(view), clock_utc());
   return Acted::kStays;
 }
 
@@ -99,7 +98,7 @@ std::vector<std::int64_t> favourite_items() { return ids_of(lists_now()->favouri
 boost::json::object channel_row(std::int64_t item, const MenuView&) {
   const auto lists = lists_now();
   const Entry* const entry = find_id(*lists, static_cast<std::uint32_t>(item));
-  if (entry == nullptr) return {{"name", ""}};
+  if (entry == nullptr) return gone_row();
   const Channel& channel = entry->channel;
   boost::json::object row{{"number", channel.number}, {"name", shortened(channel.name, kLongestShown)}};
   if (const auto event = guide_event_at(channel.key, clock_utc())) row["note"] = shortened(event->title, kLongestShown);

@@ -185,6 +185,12 @@ std::string shortened(std::string_view text, std::size_t most) {
   return std::string(text.substr(0, length));
 }
 
+boost::json::object gone_row() {
+  boost::json::object row;
+  row["name"] = "";
+  return row;
+}
+
 Acted refuse(std::string_view why) {
   menus_say("refused", why);
   return Acted::kStays;

@@ -1,4 +1,7 @@
 // The set's menus, operated by keys, on a set with channels, a guide and a manual clock.
+#include <algorithm>
+#include <thread>
+
 #include "rooms/recorder/recorder_test.h"
 
 namespace {
@@ -33,7 +36,8 @@ std::string chosen() { return text_in(chosen_row(), "name"); }
 
 std::string names() {
   std::string all;
-  for (const value& row : menu().at("rows").as_array()) all += text_in(row, "name") + " ";
+  const object shown = menu();
+  for (const value& row : shown.at("rows").as_array()) all += text_in(row, "name") + " ";
   return all;
 }
 
@@ -46,9 +50,7 @@ std::string chosen_event() {
 bool has_mark(const value& row, std::string_view mark) {
   const value* const marks = row.as_object().if_contains("marks");
   if (marks == nullptr) return false;
-  for (const value& each : marks->as_array())
-    if (each.as_string() == mark) return true;
-  return false;
+  return std::ranges::any_of(marks->as_array(), [mark](const value& each) { return each.as_string() == mark; });
 }
 
 struct TvMenus : RecorderSet {};
@@ -359,7 +361,10 @@ TEST_F(TvGuideMenu, TimersAreDeleted) {
   EXPECT_EQ(number_in(menu(), "total"), 2);
   EXPECT_EQ(chosen(), "Opera");  // the earlier one
   EXPECT_TRUE(has_mark(chosen_row(), "remind"));
-  press("RED");
+  press("ENTER");
+  EXPECT_EQ(open_menu(), "guide");
+  EXPECT_EQ(chosen_event(), "Opera");
+  press_all({"TIMER", "RED"});
   EXPECT_EQ(message(), "deleted Opera");
   EXPECT_EQ(chosen(), "Film");
   press("RED");
@@ -367,6 +372,8 @@ TEST_F(TvGuideMenu, TimersAreDeleted) {
   EXPECT_EQ(listed_timers().size(), 0u);
   press("RED");
   EXPECT_EQ(message(), "refused there are no timers");
+  press("ENTER");
+  EXPECT_EQ(open_menu(), "timers");
 }
 
 // ---- Keys without effect ----

@@ -75,6 +75,9 @@ void show_menu(MenuView& view, const Menu& menu, bool keep);
 // The text, cut between characters.
 std::string shortened(std::string_view text, std::size_t most);
 
+// Of an item that has gone while the list was made.
+boost::json::object gone_row();
+
 Acted refuse(std::string_view why);  // tells the viewer
 
 // ---- What the rows of the table consist of ----
@@ -97,6 +100,7 @@ Acted watch_channel(MenuView& view);
 // guide_menu.cpp
 boost::json::object guide_row(std::int64_t item, const MenuView& view);
 void begin_guide(MenuView& view);
+void show_in_guide(MenuView& view, std::uint32_t channel_id, std::int64_t time);  // in place of the view's menu
 void tidy_guide(MenuView& view);
 void add_guide(const MenuView& view, boost::json::object& reply);
 void add_details(const MenuView& view, boost::json::object& reply);

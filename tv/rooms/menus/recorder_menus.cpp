@@ -1,6 +1,7 @@
 // The lists of recordings, and of timers and reminders: an item is the recorder's identifier.
 #include <boost/json.hpp>
 
+#include "rooms/channels/channels.h"
 #include "rooms/menus/menus.h"
 #include "rooms/menus/parts.h"
 #include "rooms/recorder/recorder.h"
@@ -14,7 +15,7 @@ boost::json::object shown(const RecorderLine& line) {
                           {"note", shortened(line.channel, kLongestShown)},
                           {"start", line.start},
                           {"duration", line.duration}};
-  if (!line.mark.empty()) row["marks"] = {line.mark};
+  if (!line.mark.empty()) row["marks"].emplace_array().emplace_back(line.mark);
   return row;
 }
 
@@ -47,8 +48,22 @@ Acted delete_timer(MenuView& view) {
   return Acted::kStays;
 }
 
-constexpr MenuAction kOfRecordings[] = {{"RED", "stop_or_delete", stop_or_delete}};
-constexpr MenuAction kOfTimers[] = {{"RED", "delete", delete_timer}};
+Acted show_event(MenuView& view) {
+  const auto timer = recorder_timer(id_of(view));
+  const auto channel = timer ? channels_by_key(timer->key) : std::nullopt;
+  if (!channel) return refuse(timer ? "the channel is not in the list any more" : "there are no timers");
+  show_in_guide(view, channel->id, timer->start);
+  return Acted::kStays;
+}
+
+// The set cannot play a recording.
+Acted play(MenuView&) {
+  menus_say("not_available", "ENTER");
+  return Acted::kStays;
+}
+
+constexpr MenuAction kOfRecordings[] = {{"ENTER", "", play}, {"RED", "stop_or_delete", stop_or_delete}};
+constexpr MenuAction kOfTimers[] = {{"ENTER", "guide", show_event}, {"RED", "delete", delete_timer}};
 
 }  // namespace
 
@@ -59,12 +74,12 @@ std::vector<std::int64_t> recording_items() { return recorder_recordings(); }
 
 boost::json::object recording_row(std::int64_t item, const MenuView&) {
   const auto recording = recorder_recording(static_cast<int>(item));
-  return recording ? shown(*recording) : boost::json::object{{"name", ""}};
+  return recording ? shown(*recording) : gone_row();
 }
 
 std::vector<std::int64_t> timer_items() { return recorder_timers(); }
 
 boost::json::object timer_row(std::int64_t item, const MenuView&) {
   const auto timer = recorder_timer(static_cast<int>(item));
-  return timer ? shown(*timer) : boost::json::object{{"name", ""}};
+  return timer ? shown(*timer) : gone_row();
 }

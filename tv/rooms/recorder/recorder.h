@@ -33,6 +33,7 @@ std::string_view recorder_mark(const GuideEvent& event);
 bool recorder_records(const ServiceKey& key);  // the service is being recorded
 
 struct RecorderLine {
+  ServiceKey key;
   std::string title;
   std::string channel;
   std::int64_t start = 0;

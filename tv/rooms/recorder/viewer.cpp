@@ -116,7 +116,8 @@ std::optional<RecorderLine> recorder_recording(int id) {
   if (found == nullptr) return std::nullopt;
   Recording now = recording_now(*found);
   const std::string_view mark = mark_of(now);
-  return RecorderLine{.title = std::move(now.title),
+  return RecorderLine{.key = now.key,
+                      .title = std::move(now.title),
                       .channel = std::move(now.channel),
                       .start = now.start,
                       .duration = now.duration,
@@ -127,7 +128,8 @@ std::optional<RecorderLine> recorder_timer(int id) {
   const std::lock_guard guard(recorder.lock);
   const Plan* const found = find_plan(id);
   if (found == nullptr) return std::nullopt;
-  return RecorderLine{.title = found->title,
+  return RecorderLine{.key = found->key,
+                      .title = found->title,
                       .channel = found->channel,
                       .start = found->start,
                       .duration = found->duration,
