@@ -124,7 +124,7 @@ std::optional<Acted> act(MenuView& view, std::string_view key) {
     return acted;
   }
   const auto* const moved = std::ranges::find(kMoves, key, &Move::key);
-  if (moved != std::end(kMoves) && view.menu->items != nullptr) {
+  if (moved != std::end(kMoves) && view.menu->items != nullptr && (moved->wraps || view.menu->pages)) {
     view.asked = 0;
     move(view, items, *moved);
     return Acted::kStays;

@@ -58,6 +58,7 @@ struct Menu {
   std::string_view parent;       // that EXIT returns to; empty: EXIT closes it
   std::chrono::seconds time;     // without a key, after which it closes
   bool in_main = false;          // the main menu lists it
+  bool pages = true;             // by CH+ and CH-; else they change the channel
   std::span<const MenuAction> actions = {};
   std::vector<std::int64_t> (*items)() = nullptr;  // null: a text
   boost::json::object (*row)(std::int64_t item, const MenuView& view) = nullptr;

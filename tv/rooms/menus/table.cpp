@@ -78,6 +78,7 @@ const Menu kMenus[] = {
      .parent = "",
      .time = seconds(15),
      .in_main = true,
+     .pages = false,
      .actions = kSourceActions,
      .items = source_items,
      .row = source_row,
