@@ -159,7 +159,7 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   const auto event = chosen(view);
   if (!event) return;
   boost::json::object shown = shown_with_channel(view, *event);
-  shown["summary"] = shortened(event->summary, kLongestSummary);
+  shown["summary"] = shortened(event->summary.empty() ? event->details : event->summary, kLongestSummary);
   reply["event"] = std::move(shown);
   const auto chosen_row = reply.at("selected").at("row").to_number<std::size_t>();
   const boost::json::value* const events = reply.at("rows").at(chosen_row).as_object().if_contains("events");

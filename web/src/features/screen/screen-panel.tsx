@@ -114,7 +114,7 @@ export function ScreenPanel() {
           onKeyDown={pressKey}
         >
           <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
-          {now?.source && now.picture === "none" && now.reason !== "source" && <p class="screen-source">{now.source}</p>}
+          {now?.source && now.picture === "none" && now.reason !== "source" && !now.menu && !now.typed && <p class="screen-source">{now.source}</p>}
           <p class="screen-message" role="status">
             {message}
           </p>
