@@ -82,6 +82,10 @@ function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Sh
   }, [readable]);
 }
 
+/** Whether the source's name is in the corner. A source without a channel has it in the middle; menus and digits cover it. */
+const namesSource = ({ picture, reason, menu, typed }: Shown): boolean =>
+  picture === "none" && reason !== "source" && !menu && !typed;
+
 export function ScreenPanel() {
   const canvas = useRef<HTMLCanvasElement>(null);
   const shown = useSignal<Shown | null>(null);
@@ -114,17 +118,17 @@ export function ScreenPanel() {
           onKeyDown={pressKey}
         >
           <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
-          {now?.source && now.picture === "none" && now.reason !== "source" && !now.menu && !now.typed && <p class="screen-source">{now.source}</p>}
+          {now && namesSource(now) && <p class="screen-source">{now.source}</p>}
           <p class="screen-message" role="status">
             {message}
           </p>
           {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
           {now?.typed && <p class="screen-typed">{now.typed}-</p>}
-          <div aria-live="polite">{now?.banner && !now.menu && <BannerView banner={now.banner} />}</div>
+          <div aria-live="polite">
+            {now?.message && <p class="screen-note">{textOfMessage(now.message)}</p>}
+            {now?.banner && !now.menu && <BannerView banner={now.banner} />}
+          </div>
           {now?.menu && <MenuView menu={now.menu} press={(key) => void press(key)} />}
-          <p class="screen-note" role="status">
-            {now?.message && textOfMessage(now.message)}
-          </p>
         </div>
       )}
       <p class="hint">
