@@ -24,6 +24,7 @@
 #include "core/store.h"
 #include "rooms/apps/apps.h"
 #include "rooms/config/config.h"
+#include "rooms/menus/menus.h"
 #include "rooms/remote/remote.h"
 
 namespace {
@@ -57,7 +58,7 @@ static_assert(VEXTVAPI_HBBTV_LENGTH_APPLICATION == offsetof(VEXTVAPI_HBBTV_DATA_
 constexpr std::size_t kLongestAddress = 255;
 
 struct State {
-  std::mutex lock;  // guards all members below; taken before the configuration's and the remote control's
+  std::mutex lock;  // guards all members below; taken before the configuration's, the remote control's and the menus'
   UINT32 hbbtv_type = 0;
   UINT32 hbbtv_switched = 0;                 // config_changes(kHbbtvKey) before the application was started
   std::string hbbtv_uri;                     // empty: no application runs
@@ -92,6 +93,12 @@ bool hbbtv_is_on() {
   const bool on = config_number(kHbbtvKey) != 0;
   if (!on || config_changes(kHbbtvKey) != state.hbbtv_switched) end_hbbtv_application();
   return on;
+}
+
+// An application that is a menu has ended when its menu was closed.
+const NamedNumber* native_app() {
+  if (state.native_app != nullptr && !menus_keep_application(state.native_app->name)) state.native_app = nullptr;
+  return state.native_app;
 }
 
 void end_all() {
@@ -198,6 +205,7 @@ INT32 a_vextvapi_util_start_native_app(INT32 index) {
   if (wanted == nullptr) return refuse_call(__func__, "there is no application " + std::to_string(index));
   const std::lock_guard guard(state.lock);
   if (!remote_is_on()) return refuse_standby(__func__);
+  menus_open_application(wanted->name);
   state.native_app = wanted;
   return 0;
 }
@@ -226,9 +234,16 @@ void apps_end() {
   end_all();
 }
 
-void apps_leave_menu() {
+bool apps_leave_menu() {
   const std::lock_guard guard(state.lock);
+  const bool left = native_app() != nullptr;
   state.native_app = nullptr;
+  return left;
+}
+
+bool apps_have_keys() {
+  const std::lock_guard guard(state.lock);
+  return (hbbtv_is_on() && !state.hbbtv_uri.empty()) || state.portal_mode != nullptr || native_app() != nullptr;
 }
 
 namespace {
@@ -250,7 +265,7 @@ void report(boost::json::object& answer) {
   const std::lock_guard guard(state.lock);
   if (hbbtv_is_on() && !state.hbbtv_uri.empty()) answer["hbbtv"] = state.hbbtv_uri;
   if (state.portal_mode != nullptr) answer["portal"] = state.portal_mode->name;
-  if (state.native_app != nullptr) answer["native_app"] = state.native_app->name;
+  if (const NamedNumber* const own = native_app()) answer["native_app"] = own->name;
 }
 
 boost::json::object app_command(Arguments) {
@@ -260,7 +275,7 @@ boost::json::object app_command(Arguments) {
       {"hbbtv", {{"enabled", on}, {"type", state.hbbtv_type}, {"uri", state.hbbtv_uri}}},
       {"portal",
        {{"mode", name_of(state.portal_mode)}, {"last_exit", name_of(state.portal_exit)}, {"edfu_url", state.edfu_url}}},
-      {"native_app", name_of(state.native_app)}};
+      {"native_app", name_of(native_app())}};
 }
 
 constexpr Command kCommands[] = {

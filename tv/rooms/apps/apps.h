@@ -2,4 +2,5 @@
 #pragma once
 
 void apps_end();         // ends all that are running
-void apps_leave_menu();  // ends the set's own application
+bool apps_leave_menu();  // ends the set's own application; false: none is running
+bool apps_have_keys();   // an application is running that takes the keys which the set itself has no use for

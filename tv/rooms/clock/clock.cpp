@@ -344,6 +344,8 @@ void clock_zone_changed() { post_change(); }
 
 std::uint64_t clock_changes() { return changes; }
 
+std::int32_t clock_sleep_left() { return sleep_remaining(); }
+
 bool clock_step_sleep() {
   const std::lock_guard guard(lock);
   const INT32 present = sleep_end == kTimerNever ? 0 : sleep_duration;

@@ -18,6 +18,7 @@ std::int64_t clock_local_day(int days);
 void clock_zone_changed();
 
 void clock_stop_sleep();
+std::int32_t clock_sleep_left();  // s; 0: the sleep timer is off
 
 // What the SLEEP key does. Returns false when the set is off.
 bool clock_step_sleep();

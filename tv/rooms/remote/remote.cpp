@@ -1,8 +1,10 @@
 // The remote control: power, and the keys, most of which act on another room. Keys come from the command device, as
 // commands of the infrared receiver, and from the command "key"; both call press().
 //
-// In standby the volume keys do nothing, and any other key only wakes the set. Up to four digits become a channel
-// number: the fourth at once, fewer after a moment or with ENTER. A number without a channel does nothing.
+// In standby the volume keys do nothing, and any other key only wakes the set. Else the open menu gets the key first. A
+// key without effect says so on the screen, unless an application is running that has the key.
+//
+// Up to four digits become a channel number: the fourth at once, fewer after a moment or with ENTER.
 #include "rooms/remote/remote.h"
 
 #include <algorithm>
@@ -23,14 +25,15 @@
 #include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
+#include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/recorder/recorder.h"
+#include "rooms/remote/settings.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/tuner.h"
 #include "rooms/volume/volume.h"
 
 namespace {
-
-constexpr const char* kSubtitleKey = "g_misc__dvb_subtitle_enabled";
 
 constexpr std::chrono::milliseconds kNextDigit(1500);  // within which another digit continues the number
 constexpr int kMostDigits = 4;
@@ -38,10 +41,11 @@ constexpr int kMostDigits = 4;
 struct State {
   std::mutex lock;  // guards all members below
   bool on = true;
-  std::uint32_t number = 0;      // the digits of a channel number so far
-  int digits = 0;                // how many they are; 0: no number has been begun
-  TimerTime number_due;          // when it becomes the channel, if no other digit comes
-  TimerTime info = kTimerNever;  // when INFO was pressed last
+  std::uint32_t number = 0;        // the digits of a channel number so far
+  int digits = 0;                  // how many they are; 0: no number has been begun
+  TimerTime number_due;            // when it becomes the channel, if no other digit comes
+  TimerTime info = kTimerNever;    // when INFO was pressed last
+  TimerTime volume = kTimerNever;  // when VOL_UI was
   const char* last_key = "";
 };
 
@@ -64,21 +68,37 @@ std::optional<std::uint32_t> take_number() {
 
 bool tune_to_number() {
   const auto number = take_number();
-  return !number || tuner_number(*number);
+  if (!number) return true;
+  if (!channels_by_number(*number)) menus_say("no_channel", std::to_string(*number));
+  return tuner_number(*number);
+}
+
+bool not_available(std::string_view key) {
+  if (!apps_have_keys()) menus_say("not_available", key);
+  return true;
+}
+
+// Whether there is a channel; tells the viewer if not.
+bool has_channel() {
+  const bool has = tuner_channel().has_value();
+  if (!has) menus_say("no_channels", "");
+  return has;
 }
 
 bool press_channel(int by) {
   take_number();
-  return tuner_step(by);
+  return !has_channel() || tuner_step(by);
 }
 
 bool press_favourite_channel(int) {
   take_number();
+  if (!channels_step_favourite(0, 1)) return not_available("FAVCH+/-");
   return tuner_step_favourite(1);
 }
 
 bool press_previous(int) {
   take_number();
+  if (!tuner_previous_channel()) return not_available("PRE-CH");
   return tuner_previous();
 }
 
@@ -102,11 +122,35 @@ bool press_digit(int digit) {
   return tune_to_number();
 }
 
-bool press_enter(int) { return tune_to_number(); }
+bool press_enter(int) {
+  bool is_number = false;
+  {
+    const std::lock_guard guard(state.lock);
+    is_number = state.digits != 0;
+  }
+  if (is_number) return tune_to_number();
+  if (apps_have_keys()) return true;
+  if (!sources_is_tv()) return not_available("ENTER");
+  menus_open_with("ENTER");
+  return true;
+}
 
 bool press_favourite(int) {
   const auto channel = tuner_channel();
-  return !channel || channels_toggle_favourite(channel->id).has_value();
+  if (!channel) return has_channel();
+  const auto is_one = channels_toggle_favourite(channel->id);
+  if (!is_one) return false;
+  menus_say(*is_one ? "favourite" : "no_favourite", channel->name);
+  return true;
+}
+
+bool press_record(int) {
+  if (apps_have_keys()) return true;
+  if (!sources_is_tv()) return not_available("RED");
+  std::string title;
+  const std::string why = recorder_record(title);
+  menus_say(why.empty() ? "records" : "refused", why.empty() ? title : why);
+  return true;
 }
 
 bool press_info(int) {
@@ -115,9 +159,28 @@ bool press_info(int) {
   return true;
 }
 
-bool press_source(int) { return sources_step(); }
+bool press_volume_bar(int) {
+  const std::lock_guard guard(state.lock);
+  state.volume = timer_now();
+  return true;
+}
 
-bool press_audio(int) { return tuner_step_audio(); }
+bool press_source(int) {
+  take_number();
+  if (!sources_step()) return false;
+  menus_open_with("SOURCE");
+  return true;
+}
+
+bool press_audio(int) {
+  if (!tuner_step_audio()) return false;
+  const std::vector<TunerTrack> tracks = tuner_tracks();
+  const auto chosen = std::ranges::find_if(
+      tracks, [](const TunerTrack& track) { return track.kind == StreamKind::kAudio && track.chosen; });
+  if (chosen == tracks.end()) return not_available("MTS/AUDIO");
+  menus_say("sound", chosen->language.empty() ? chosen->codec : chosen->language);
+  return true;
+}
 
 bool press_pip(int) { return multiview_step_mode(); }
 
@@ -131,13 +194,18 @@ bool press_volume(int by) { return volume_press(by); }
 
 bool press_mute(int) { return mute_press(); }
 
-bool press_subtitle(int) { return config_set(kSubtitleKey, config_number(kSubtitleKey) == 0 ? 1 : 0) == 0; }
+bool press_setting(int which) { return setting_step(which); }
 
-bool press_sleep(int) { return clock_step_sleep(); }
+bool press_sleep(int) {
+  if (!clock_step_sleep()) return false;
+  const std::int32_t left = clock_sleep_left();
+  menus_say(left == 0 ? "sleep_off" : "sleep", left == 0 ? "" : std::to_string((left + 59) / 60) + " min");
+  return true;
+}
 
 bool press_exit(int) {
-  apps_leave_menu();
-  return true;
+  const bool was_number = take_number().has_value();
+  return was_number || apps_leave_menu() || not_available("EXIT");
 }
 
 bool press_power(int) {
@@ -148,34 +216,46 @@ bool press_power(int) {
 struct Action {
   std::string_view key;
   const char* help;
-  bool (*press)(int argument);
+  bool (*press)(int argument) = nullptr;  // null: only menus use the key
   int argument = 0;
-  bool wakes = true;  // the set from standby
+  bool wakes = true;         // the set from standby
+  bool closes_menu = false;  // which has no use for the key
 };
 
+constexpr bool kWakes = true, kClosesMenu = true;
+
+// Keys that open a menu are in the menus' table instead.
 constexpr Action kActions[] = {
     {"POWER", "to standby and back", press_power},
-    {"SOURCE", "next source", press_source},
+    {"SOURCE", "next source; shows the list of sources", press_source},
     {"SLEEP", "next step of the sleep timer", press_sleep},
-    {"CC", "subtitles on and off", press_subtitle},
-    {"SUBTITLE", "subtitles on and off", press_subtitle},
-    {"0", "channel number", press_digit, 0},
-    {"1", "channel number", press_digit, 1},
-    {"2", "channel number", press_digit, 2},
-    {"3", "channel number", press_digit, 3},
-    {"4", "channel number", press_digit, 4},
-    {"5", "channel number", press_digit, 5},
-    {"6", "channel number", press_digit, 6},
-    {"7", "channel number", press_digit, 7},
-    {"8", "channel number", press_digit, 8},
-    {"9", "channel number", press_digit, 9},
-    {"ENTER", "completes a channel number", press_enter},
-    {"CH+", "next channel", press_channel, 1},
-    {"CH-", "previous channel number", press_channel, -1},
-    {"PRE-CH", "back to the channel seen before", press_previous},
-    {"FAVCH+/-", "next favourite channel", press_favourite_channel},
-    {"FAVORITE", "makes the channel a favourite, or no longer one", press_favourite},
-    {"INFO", "shows the channel and the programme", press_info},
+    {"ZOOM", "enlarges the picture, or no longer", press_setting, kSettingZoom},
+    {"P.EFFECT", "next picture mode", press_setting, kSettingPicture},
+    {"S.EFFECT", "next sound mode", press_setting, kSettingSound},
+    {"ASPECT", "next picture format", press_setting, kSettingAspect},
+    {"CC", "subtitles on and off", press_setting, kSettingSubtitles},
+    {"SUBTITLE", "subtitles on and off", press_setting, kSettingSubtitles},
+    {"0", "channel number", press_digit, 0, kWakes, kClosesMenu},
+    {"1", "channel number", press_digit, 1, kWakes, kClosesMenu},
+    {"2", "channel number", press_digit, 2, kWakes, kClosesMenu},
+    {"3", "channel number", press_digit, 3, kWakes, kClosesMenu},
+    {"4", "channel number", press_digit, 4, kWakes, kClosesMenu},
+    {"5", "channel number", press_digit, 5, kWakes, kClosesMenu},
+    {"6", "channel number", press_digit, 6, kWakes, kClosesMenu},
+    {"7", "channel number", press_digit, 7, kWakes, kClosesMenu},
+    {"8", "channel number", press_digit, 8, kWakes, kClosesMenu},
+    {"9", "channel number", press_digit, 9, kWakes, kClosesMenu},
+    {"ENTER", "completes a channel number, else opens the channel list; in a menu: chooses", press_enter},
+    {"CH+", "next channel; in a menu: a page up", press_channel, 1, kWakes, kClosesMenu},
+    {"CH-", "previous channel number; in a menu: a page down", press_channel, -1, kWakes, kClosesMenu},
+    {"PRE-CH", "back to the channel seen before", press_previous, 0, kWakes, kClosesMenu},
+    {"FAVCH+/-", "next favourite channel", press_favourite_channel, 0, kWakes, kClosesMenu},
+    {"ADD/ERASE", "makes the channel a favourite, or no longer one", press_favourite},
+    {"INFO", "shows the channel and the programme; in the guide: the event's details", press_info},
+    {"UP", "in a menu: a row up"},
+    {"DOWN", "in a menu: a row down"},
+    {"LEFT", "in the guide: the event before"},
+    {"RIGHT", "in the guide: the next event"},
     {"MTS/AUDIO", "next sound track", press_audio},
     {"PIP/POP", "second picture: small, beside, none", press_pip},
     {"PIPPOS", "next corner for the small picture", press_pip_place},
@@ -184,7 +264,12 @@ constexpr Action kActions[] = {
     {"VOL+", "louder", press_volume, 1, false},
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
-    {"EXIT", "leaves the set's own applications", press_exit},
+    {"VOL_UI", "shows the volume", press_volume_bar},
+    {"EXIT", "closes the menu, ends the number, leaves the set's own application", press_exit},
+    {"RED", "records the programme; in a menu: what the menu says", press_record},
+    {"GREEN", "in a menu: what the menu says"},
+    {"YELLOW", "in a menu: what the menu says"},
+    {"BLUE", "in a menu: what the menu says"},
 };
 
 // ---- The keys ----
@@ -192,7 +277,7 @@ constexpr Action kActions[] = {
 struct Key {
   const char* name;
   std::string_view code;
-  const Action* action;  // null: the key does nothing but wake the set
+  const Action* action;  // null: the key opens a menu, or does nothing but wake the set
 };
 
 constexpr const Action* action_of(std::string_view name) {
@@ -218,8 +303,20 @@ bool press(const Key& key) {
     state.on = true;
     state.last_key = key.name;
   }
-  if (!was_on) tuner_update();
-  return !was_on || key.action == nullptr || key.action->press(key.action->argument);
+  menus_forget_message();
+  if (!was_on) {
+    tuner_update();
+    return true;
+  }
+  const MenuAnswer answer = menus_press(key.name);
+  if (answer != MenuAnswer::kNotTaken) return answer == MenuAnswer::kDone;
+  if (key.action != nullptr && key.action->press != nullptr) {
+    if (key.action->closes_menu) menus_close();
+    return key.action->press(key.action->argument);
+  }
+  if (!menus_open_with(key.name)) return not_available(key.name);
+  take_number();
+  return true;
 }
 
 // ---- The command device ----
@@ -279,6 +376,19 @@ TimerTime remote_info_pressed() {
   return state.info;
 }
 
+TimerTime remote_volume_pressed() {
+  const std::lock_guard guard(state.lock);
+  return state.volume;
+}
+
+std::string remote_typed() {
+  const std::lock_guard guard(state.lock);
+  if (state.digits == 0) return "";
+  const std::string number = std::to_string(state.number);
+  return std::string(static_cast<std::size_t>(state.digits) - std::min<std::size_t>(number.size(), state.digits), '0') +
+         number;
+}
+
 void remote_standby() {
   bool was_on = false;
   {
@@ -288,6 +398,7 @@ void remote_standby() {
     state.digits = 0;
   }
   if (was_on) tuner_update();
+  menus_close();
   multiview_end();
   clock_stop_sleep();
   apps_end();
@@ -310,6 +421,7 @@ void load() {
   state.number = 0;
   state.digits = 0;
   state.info = kTimerNever;
+  state.volume = kTimerNever;
   state.last_key = "";
 }
 
@@ -338,7 +450,8 @@ boost::json::object reported() {
 boost::json::object list_keys() {
   boost::json::array keys;
   for (const Key& key : kKeys) {
-    keys.push_back({{"name", key.name}, {"code", key.code}, {"does", key.action == nullptr ? "" : key.action->help}});
+    const char* const help = key.action == nullptr ? menus_help(key.name) : key.action->help;
+    keys.push_back({{"name", key.name}, {"code", key.code}, {"does", help}});
   }
   return {{"keys", std::move(keys)}};
 }
@@ -363,7 +476,11 @@ boost::json::object key_command(Arguments arguments) {
   if (key == std::end(kKeys)) {
     return reply_error("there is no key " + quoted(arguments[0]) + "; key without a name lists them");
   }
-  return press(*key) ? reported() : reply_not_kept();
+  if (!press(*key)) return reply_not_kept();
+  boost::json::object answer = reported();
+  room_menus.report(answer);
+  menus_report_message(answer);
+  return answer;
 }
 
 constexpr Command kCommands[] = {

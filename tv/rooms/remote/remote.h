@@ -1,6 +1,8 @@
 // Power and keys, for the other rooms.
 #pragma once
 
+#include <string>
+
 #include "core/timers.h"
 
 bool remote_is_on();  // false in standby
@@ -8,6 +10,10 @@ void remote_wake();
 
 // When the key INFO was pressed last; kTimerNever: not since the set was switched on.
 TimerTime remote_info_pressed();
+TimerTime remote_volume_pressed();  // the same of VOL_UI
+
+// The digits of the channel number that is being typed; empty: none is.
+std::string remote_typed();
 
 // Puts the set into standby. The caller must not hold a lock.
 void remote_standby();

@@ -196,12 +196,12 @@ TEST_F(TvRemote, AChannelReturnsToTheTuner) {
 
 TEST_F(TvRemote, FavouriteKeys) {
   import_channels();
-  press_all({"3", "ENTER", "FAVORITE", "4", "2", "ENTER", "FAVORITE"});
+  press_all({"3", "ENTER", "ADD/ERASE", "4", "2", "ENTER", "ADD/ERASE"});
   press("FAVCH+/-");
   EXPECT_EQ(place(), "3 TV");
   press("FAVCH+/-");
   EXPECT_EQ(place(), "42 TV");
-  press("FAVORITE");
+  press("ADD/ERASE");
   press("FAVCH+/-");
   EXPECT_EQ(place(), "3 TV");
   press("FAVCH+/-");
@@ -351,8 +351,134 @@ TEST_F(TvRemote, EveryKeyOfTheTableWorks) {
     EXPECT_TRUE(shown(R"("key":")" + std::string(key.name) + '"')) << key.name;
     expect_words(list, {R"("name":")" + std::string(key.name) + R"(","code":")" + key.code + '"'});
   }
-  expect_words(list,
-               {R"({"name":"VOL+","code":"0x6f000","does":"louder"})", R"("name":"RED","code":"0xbf000","does":""})"});
+  expect_words(list, {R"({"name":"VOL+","code":"0x6f000","does":"louder"})",
+                      R"({"name":"GUIDE","code":"0x8f002","does":"opens the programme guide"})",
+                      R"({"name":"FREEZE","code":"0x5f011","does":""})"});
+}
+
+// The keys in the order of their table, on a set that keeps the effects of the keys before. After each key, menus are
+// closed, a number that was begun is ended, and the set is on.
+TEST_F(TvRemote, EachKeyHasItsEffect) {
+  import_channels();
+  const struct {
+    const char* key;
+    std::vector<std::string> then;  // a command whose reply shows the effect; empty: the key's own reply does
+    std::string effect;
+  } cases[] = {
+      {"POWER", {}, R"("power":"standby")"},
+      {"ROOTMENU", {}, "Not available: ROOTMENU"},
+      {"SOURCE", {}, R"("source":"HDMI 1","key":"SOURCE","menu":"sources")"},
+      {"TIMER", {}, R"("menu":"timers")"},
+      {"SLEEP", {}, "Sleep timer: 15 min"},
+      {"ZOOM", {}, "Picture format: zoom"},
+      {"P.EFFECT", {}, "Picture mode: vivid"},
+      {"S.EFFECT", {}, "Sound mode: film"},
+      {"ASPECT", {}, "Picture format: unscaled"},
+      {"PIP/POP", {"multiview"}, R"("mode":"pip")"},
+      {"PIPPOS", {"multiview"}, R"("mode":"pip")"},   // see KeysForTwoPictures
+      {"PIPSIZE", {"multiview"}, R"("mode":"pip")"},  // the same
+      {"MTS/AUDIO", {}, "Not available: MTS/AUDIO"},  // without a sound track
+      {"CC", {}, "Subtitles: off"},
+      {"SWAP", {}, R"("channel":2)"},  // that of the second picture
+      {"0", {"screen"}, R"("typed":"0")"},
+      {"1", {"screen"}, R"("typed":"1")"},
+      {"2", {"screen"}, R"("typed":"2")"},
+      {"3", {"screen"}, R"("typed":"3")"},
+      {"4", {"screen"}, R"("typed":"4")"},
+      {"5", {"screen"}, R"("typed":"5")"},
+      {"6", {"screen"}, R"("typed":"6")"},
+      {"7", {"screen"}, R"("typed":"7")"},
+      {"8", {"screen"}, R"("typed":"8")"},
+      {"9", {"screen"}, R"("typed":"9")"},
+      {".", {}, "Not available: ."},
+      {"FREEZE", {}, "Not available: FREEZE"},
+      {"CH+", {}, R"("channel":3)"},
+      {"CH-", {}, R"("channel":2)"},
+      {"PRE-CH", {}, R"("channel":3)"},
+      {"MUTE", {"state"}, R"("mute":true)"},
+      {"VOL+", {"state"}, R"("volume":21,"mute":false)"},
+      {"VOL-", {"state"}, R"("volume":20)"},
+      {"VOL_UI", {"screen"}, R"("volume":20)"},
+      {"MENU", {}, R"("menu":"main")"},
+      {"INFO", {"screen"}, R"("banner":{"number":3)"},
+      {"LEFT", {}, "Not available: LEFT"},
+      {"RIGHT", {}, "Not available: RIGHT"},
+      {"UP", {}, "Not available: UP"},
+      {"DOWN", {}, "Not available: DOWN"},
+      {"GUIDE", {}, R"("menu":"guide")"},
+      {"ENTER", {}, R"("menu":"channels")"},
+      {"EXIT", {}, "Not available: EXIT"},
+      {"ADD/ERASE", {}, "Added to the favourites: Three"},
+      {"FAVORITE", {}, R"("menu":"favourites")"},
+      {"FAVCH+/-", {}, R"("channel":3)"},
+      {"FF", {}, "Not available: FF"},
+      {"FR", {}, "Not available: FR"},
+      {"NEXT", {}, "Not available: NEXT"},
+      {"PREV", {}, "Not available: PREV"},
+      {"TITLE/PBC", {}, "Not available: TITLE/PBC"},
+      {"SUBTITLE", {}, "Subtitles: on"},
+      {"REPEAT", {}, "Not available: REPEAT"},
+      {"ANGLE", {}, "Not available: ANGLE"},
+      {"RED", {}, "Not possible: "},  // no antenna is connected
+      {"GREEN", {}, "Not available: GREEN"},
+      {"YELLOW", {}, "Not available: YELLOW"},
+      {"BLUE", {}, "Not available: BLUE"},
+  };
+  const char* const names[] = {
+#define TVC_KEY(name, code) name,
+#include "vex_tv_ctrl/keys.def"
+  };
+  ASSERT_EQ(std::size(cases), std::size(names));
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    const auto& each = cases[i];
+    EXPECT_STREQ(each.key, names[i]);
+    const std::string reply = run({"key", each.key});
+    expect_words(each.then.empty() ? reply : run(each.then), {each.effect});
+    run({"menu", "close"});
+    run({"power", "on"});
+    run({"source", "TV"});
+    press("EXIT");
+  }
+}
+
+TEST_F(TvRemote, TheScreenShowsTheNumberThatIsTyped) {
+  import_channels();
+  const auto typed = [] { return run({"screen"}).find(R"("typed":)") != std::string::npos; };
+  EXPECT_FALSE(typed());
+  press("0");
+  expect_words(run({"screen"}), {R"("typed":"0")"});
+  press_all({"0", "4"});
+  expect_words(run({"screen"}), {R"("typed":"004")"});
+  dtv_tv_advance(1'500);
+  EXPECT_FALSE(typed());
+  EXPECT_EQ(place(), "4 TV");
+  press_all({"4", "EXIT"});  // ends the number
+  EXPECT_FALSE(typed());
+  dtv_tv_advance(2'000);
+  EXPECT_EQ(place(), "4 TV");
+  press_all({"4", "2", "GUIDE"});
+  EXPECT_FALSE(typed());
+}
+
+TEST_F(TvRemote, KeysForSettingsComeAroundAgain) {
+  const struct {
+    const char* key;
+    const char* setting;
+    int steps;
+  } cases[] = {{"P.EFFECT", "g_video__picture_mode", 6},
+               {"S.EFFECT", "g_audio__sound_mode", 6},
+               {"ASPECT", "g_video__aspect_ratio", 6},
+               {"ZOOM", "g_video__aspect_ratio", 2}};
+  for (const auto& each : cases) {
+    std::set<INT32> values;
+    INT32 value = -1;
+    for (int i = 0; i < each.steps; ++i) {
+      press(each.key);
+      EXPECT_EQ(a_vextvapi_config_get_value(-1, each.setting, &value), 0);
+      EXPECT_TRUE(values.insert(value).second) << each.key << " " << value;
+    }
+    EXPECT_EQ(value, 0) << each.key;
+  }
 }
 
 TEST_F(TvRemote, UnknownKeysAreRefused) {

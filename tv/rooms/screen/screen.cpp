@@ -17,6 +17,7 @@
 #include "dtv_tv.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
+#include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/remote.h"
@@ -133,14 +134,12 @@ boost::json::object banner(const Channel& channel) {
   return shown;
 }
 
-bool shows_info() {
-  const TimerTime pressed = remote_info_pressed();
-  return pressed != kTimerNever && timer_now() < pressed + kBannerTime;
-}
+bool is_recent(TimerTime pressed, seconds time) { return pressed != kTimerNever && timer_now() < pressed + time; }
+
+bool shows_info() { return is_recent(remote_info_pressed(), kBannerTime); }
 
 bool shows_volume() {
-  const TimerTime changed = volume_changed();
-  return changed != kTimerNever && timer_now() < changed + kVolumeTime;
+  return is_recent(volume_changed(), kVolumeTime) || is_recent(remote_volume_pressed(), kVolumeTime);
 }
 
 bool shows_banner() {
@@ -191,8 +190,11 @@ boost::json::object screen_command(Arguments arguments) {
   const PlayedPicture& heard = frame.pictures[now.sub.heard ? 1 : 0];
   if (heard.audio) reply["sound"] = shown_stream(*heard.audio);
   if (frame.pictures[0].subtitle) reply["subtitles"] = shown_stream(*frame.pictures[0].subtitle);
-  if (const std::string message = recorder_message(); on && !message.empty())
-    reply["message"] = {{"word", "reminder"}, {"about", ""}, {"text", message}};
+  if (const std::string typed = remote_typed(); !typed.empty()) reply["typed"] = typed;
+  menus_report_screen(reply);
+  const std::string reminder = recorder_message();
+  if (on && !reminder.empty() && !reply.contains("message"))
+    reply["message"] = {{"word", "reminder"}, {"about", ""}, {"text", reminder}};
   if (!arguments.empty() && frame.jpeg != nullptr)
     reply["jpeg"] = absl::Base64Escape({reinterpret_cast<const char*>(frame.jpeg->data()), frame.jpeg->size()});
   return reply;

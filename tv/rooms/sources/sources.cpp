@@ -146,12 +146,6 @@ CecInput input_of(int source) {
   return input >= 1 && input <= kHdmiInputs ? cec_input(input) : CecInput{};
 }
 
-bool is_connected(int source) {
-  if (source == kSourceTv || source == kMedia) return true;  // parts of the set
-  if (source == kSourceSatellite) return tuner_has(true);
-  return !input_of(source).device.empty();
-}
-
 // Whether there is something to see. A device in standby sends nothing.
 bool has_signal(int source) {
   if (source == kMedia) return true;
@@ -294,7 +288,7 @@ bool sources_step() {
   const int now = sources_current();
   for (int by = 1; by < kSources; ++by) {
     const int next = (now + by) % kSources;
-    if (is_connected(next) && !sources_is_blocked(next)) return sources_choose(next);
+    if (sources_is_connected(next) && !sources_is_blocked(next)) return sources_choose(next);
   }
   return true;
 }
@@ -314,6 +308,13 @@ bool sources_is_blocked(int source) {
   if (!exists(source) || !locks_count()) return false;
   const std::lock_guard guard(state.lock);
   return is_blocked(source);
+}
+
+// Whether there is something to see. Not under the lock: the CEC bus's comes before it.
+bool sources_is_connected(int source) {
+  if (source == kSourceTv || source == kMedia) return true;  // parts of the set
+  if (source == kSourceSatellite) return tuner_has(true);
+  return !input_of(source).device.empty();
 }
 
 bool sources_is_tv() { return sources_is_tuner(sources_current()); }
@@ -343,7 +344,7 @@ bool reset() {
 
 boost::json::object describe(int source) {
   boost::json::object shown{{"number", source}, {"name", kNames[at(source)]}};
-  const bool connected = is_connected(source);
+  const bool connected = sources_is_connected(source);
   const bool signal = has_signal(source);
   const std::string_view device = input_of(source).device;
   const std::lock_guard guard(state.lock);

@@ -4,9 +4,11 @@ import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
 import { secondsOf } from "../../app/set-clock";
-import { press, shortcuts } from "../remote/remote";
-import { messageOf, placeOf, readFrame, readShown, type Banner, type Region, type SecondPicture, type Shown, type ShownEvent } from "./screen";
 import { SpeakerIcon } from "../../ui/icons";
+import { lastPress, press, shortcuts } from "../remote/remote";
+import { textOfMessage } from "./menu";
+import { chosenId, MenuView } from "./menu-view";
+import { messageOf, placeOf, readFrame, readShown, type Banner, type Region, type SecondPicture, type Shown, type ShownEvent } from "./screen";
 import { label } from "./words";
 import "./screen.css";
 
@@ -15,7 +17,20 @@ const frameMs = 100;
 // What is drawn over the picture is read with every fifth frame.
 const framesPerText = 5;
 
-const keys: Readonly<Record<string, string>> = { ...shortcuts, Enter: "ENTER", i: "INFO" };
+const keys: Readonly<Record<string, string>> = {
+  ...shortcuts,
+  Enter: "ENTER",
+  Home: "MENU",
+  f: "FAVORITE",
+  g: "GUIDE",
+  i: "INFO",
+  s: "SOURCE",
+  t: "TIMER",
+  R: "RED",
+  G: "GREEN",
+  Y: "YELLOW",
+  B: "BLUE",
+};
 
 /** While the panel is open and the page visible: draws the newest frames, and reads what is written on the screen. */
 function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Shown | null>, problem: Signal<string>) {
@@ -26,8 +41,14 @@ function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Sh
     let open = true;
     let tag = "";
     let turns = 0;
+    let presses = lastPress.value?.number;
 
     async function turn() {
+      // A key may have changed what is drawn.
+      if (lastPress.value?.number !== presses) {
+        presses = lastPress.value?.number;
+        turns = 0;
+      }
       if (turns++ % framesPerText === 0) shown.value = await readShown();
       // A set that cannot render has no frame to ask for.
       const frame = shown.value?.reason === "unavailable" ? null : await readFrame(tag);
@@ -63,6 +84,10 @@ function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Sh
   }, [readable]);
 }
 
+/** Whether the source's name is in the corner. A source without a channel has it in the middle; menus and digits cover it. */
+const namesSource = ({ picture, reason, menu, typed }: Shown): boolean =>
+  picture === "none" && reason !== "source" && !menu && !typed;
+
 export function ScreenPanel() {
   const canvas = useRef<HTMLCanvasElement>(null);
   const shown = useSignal<Shown | null>(null);
@@ -86,9 +111,16 @@ export function ScreenPanel() {
           {label("IDS_PICTURE_TOKEN")}
         </p>
       ) : (
-        <div class="screen" tabIndex={0} role="group" aria-label={label("IDS_PICTURE")} onKeyDown={pressKey}>
+        <div
+          class="screen"
+          tabIndex={0}
+          role="group"
+          aria-label={label("IDS_PICTURE")}
+          aria-activedescendant={now?.menu ? chosenId : undefined}
+          onKeyDown={pressKey}
+        >
           <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
-          {now?.source && now.picture === "none" && now.reason !== "source" && <p class="screen-source">{now.source}</p>}
+          {now && namesSource(now) && <p class="screen-source">{now.source}</p>}
           <PictureFrame region={now?.region} heard={now?.focus === "main"}>
             <p class="screen-message" role="status">
               {message}
@@ -96,15 +128,19 @@ export function ScreenPanel() {
           </PictureFrame>
           {now?.second && <SecondView second={now.second} heard={now.focus === "sub"} />}
           {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
+          {now?.typed && <p class="screen-typed">{now.typed}-</p>}
           <div aria-live="polite">
-            {now?.message && <p class="screen-note">{now.message.text}</p>}
-            {now?.banner && <BannerView banner={now.banner} />}
+            {now?.message && <p class="screen-note">{textOfMessage(now.message)}</p>}
+            {now?.banner && !now.menu && <BannerView banner={now.banner} />}
           </div>
+          {now?.menu && <MenuView menu={now.menu} press={(key) => void press(key)} />}
         </div>
       )}
       <p class="hint">
         While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
-        <kbd>Esc</kbd> <kbd>i</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>.
+        <kbd>Esc</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>g</kbd> guide,{" "}
+        <kbd>Home</kbd> menu, <kbd>s</kbd> sources, <kbd>f</kbd> favourites, <kbd>t</kbd> timers, <kbd>i</kbd> information,
+        colours <kbd>R</kbd> <kbd>G</kbd> <kbd>Y</kbd> <kbd>B</kbd> with Shift.
       </p>
     </main>
   );

@@ -1,6 +1,7 @@
 import { television } from "../../app/session";
 import type { JsonObject } from "../../lib/json";
 import { token } from "../../lib/token";
+import type { Menu, Message } from "./menu";
 import { label } from "./words";
 
 /** What the television's screen shows, and its frames. */
@@ -51,8 +52,11 @@ export interface Shown {
   region?: Region;
   second?: SecondPicture;
   focus?: "main" | "sub";
+  /** The digits of a channel number so far. */
+  typed?: string;
+  menu?: Menu;
   /** What the set tells the viewer, such as a reminder. */
-  message?: { text: string };
+  message?: Message;
 }
 
 export const readShown = async (): Promise<Shown> => (await television("screen")) as JsonObject & Shown;

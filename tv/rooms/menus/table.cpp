@@ -1,0 +1,117 @@
+// The menus: adding one is adding a row.
+#include <algorithm>
+#include <iterator>
+
+#include "rooms/menus/parts.h"
+
+namespace {
+
+using std::chrono::seconds;
+
+// ENTER and SOURCE have more to do than to open their menus, so the remote control says what they do.
+const Menu kMenus[] = {
+    {.name = "main",
+     .key = "MENU",
+     .title = "Menu",
+     .help = "opens the main menu",
+     .application = "",
+     .parent = "",
+     .time = seconds(60),
+     .in_main = false,
+     .actions = kMainActions,
+     .items = main_items,
+     .row = main_row},
+    {.name = "guide",
+     .key = "GUIDE",
+     .title = "Programme guide",
+     .help = "opens the programme guide",
+     .application = "GUIDE",
+     .parent = "",
+     .time = seconds(300),
+     .in_main = true,
+     .actions = kGuideActions,
+     .items = channel_items,
+     .row = guide_row,
+     .begin = begin_guide,
+     .tidy = tidy_guide,
+     .add = add_guide},
+    {.name = "details",
+     .key = "",
+     .title = "Details",
+     .help = "",
+     .application = "",
+     .parent = "guide",
+     .time = seconds(300),
+     .in_main = false,
+     .actions = kDetailsActions,
+     .tidy = tidy_guide,
+     .add = add_details},
+    {.name = "channels",
+     .key = "ENTER",
+     .title = "Channel list",
+     .help = "",
+     .application = "CHANNEL_LIST",
+     .parent = "",
+     .time = seconds(60),
+     .in_main = true,
+     .actions = kChannelActions,
+     .items = channel_items,
+     .row = channel_row,
+     .begin = choose_channel},
+    {.name = "favourites",
+     .key = "FAVORITE",
+     .title = "Favourites",
+     .help = "opens the list of favourites",
+     .application = "FAVOURITES",
+     .parent = "",
+     .time = seconds(60),
+     .in_main = true,
+     .actions = kChannelActions,
+     .items = favourite_items,
+     .row = channel_row,
+     .begin = choose_channel},
+    {.name = "sources",
+     .key = "SOURCE",
+     .title = "Sources",
+     .help = "",
+     .application = "SOURCE_LIST",
+     .parent = "",
+     .time = seconds(15),
+     .in_main = true,
+     .pages = false,
+     .actions = kSourceActions,
+     .items = source_items,
+     .row = source_row,
+     .begin = choose_source},
+    {.name = "recordings",
+     .key = "",
+     .title = "Recordings",
+     .help = "",
+     .application = "RECORDINGS",
+     .parent = "",
+     .time = seconds(60),
+     .in_main = true,
+     .actions = kRecordingActions,
+     .items = recording_items,
+     .row = recording_row},
+    {.name = "timers",
+     .key = "TIMER",
+     .title = "Timers",
+     .help = "opens the list of timers and reminders",
+     .application = "TIMERS",
+     .parent = "",
+     .time = seconds(60),
+     .in_main = true,
+     .actions = kTimerActions,
+     .items = timer_items,
+     .row = timer_row},
+};
+
+}  // namespace
+
+std::span<const Menu> menus_table() { return kMenus; }
+
+const Menu* find_menu(std::string_view name) {
+  const auto* const found = std::ranges::find(kMenus, name, &Menu::name);
+  return found == std::end(kMenus) ? nullptr : found;
+}
