@@ -17,6 +17,7 @@
 #include "dtv_tv.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
+#include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
 #include "rooms/sources/sources.h"
@@ -64,9 +65,11 @@ constexpr ReasonRow kReasons[] = {
     {ChangeResult::kNotFound, "not_found"},
 };
 
-// Why the screen shows no channel; empty: it shows one. Takes other rooms' locks, so the caller holds none.
+// Why the screen shows neither a channel nor a recording; empty: it shows one. Takes other rooms' locks, so the caller
+// holds none.
 std::string_view reason() {
   if (!remote_is_on()) return "standby";
+  if (playback_shown()) return "";
   if (!sources_is_tv()) return "source";
   if (!tuner_channel()) return "no_channel";
   const std::lock_guard guard(state.lock);
@@ -86,7 +89,7 @@ void take_change(void*, ChangeResult result) {
     state.result = result;
     state.banner_until = timer_now() + kBannerTime;
   }
-  show_changed();
+  if (!playback_shown()) show_changed();
 }
 
 constexpr TunerPlayer kPlayer{.packets = take_packets, .changed = take_change};
@@ -131,7 +134,7 @@ boost::json::object screen_command(Arguments arguments) {
     why = "unavailable";
     reply["problem"] = frame.problem;
   }
-  reply["picture"] = why.empty() ? "channel" : "none";
+  reply["picture"] = !why.empty() ? "none" : playback_shown() ? "recording" : "channel";
   if (!why.empty()) reply["reason"] = why;
   reply["shown"] = why.empty() && frame.shown;
   bool with_banner = false;

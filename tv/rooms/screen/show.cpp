@@ -8,10 +8,12 @@
 #include <condition_variable>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "core/timers.h"
+#include "rooms/screen/played.h"
 #include "rooms/screen/player/player.h"
 
 namespace {
@@ -69,6 +71,7 @@ void await_leaving(TimerTime now) {
 struct Show {
   bool (*shows_channel)();
   PlayerHandle player;
+  std::optional<PlaybackShown> played = {};         // what the player plays, as it has been told; nothing: a channel
   std::uint64_t stream = 0;                         // that it plays
   TimerTime retry{};                                // no player is started before, after one that did not start
   std::chrono::steady_clock::time_point restart{};  // nor before this
@@ -90,8 +93,9 @@ void start_player(Show& show) {
   if (now < show.retry || std::chrono::steady_clock::now() < show.restart) return;
   show.restart = std::chrono::steady_clock::now() + kRestartTime;
   show.retry = now + kRetryTime;
+  const PlayerWake wake{.wake = [](void*) { wake_thread(); }};
   show.stream = ring_stream(*state.ring);
-  show.player = player_start(state.ring, {.wake = [](void*) { wake_thread(); }}, error);
+  show.player = show.played ? played_start(*show.played, wake, error) : player_start(state.ring, wake, error);
   if (show.player != nullptr) show.retry = {};
   const std::lock_guard guard(state.lock);
   if (!error.empty() && error != state.newest.problem) std::fprintf(stderr, "dtv_tv: no picture: %s\n", error.c_str());
@@ -100,12 +104,23 @@ void start_player(Show& show) {
 
 // Starts, continues or ends the player, and publishes its next frame.
 void turn(Show& show, bool wanted) {
-  if (!wanted || !show.shows_channel()) return end_player(show);
-  // A new player shows nothing of the channel before.
-  if (ring_stream(*state.ring) != show.stream) end_player(show);
-  if (show.player == nullptr) start_player(show);
+  const auto played = playback_shown();
+  if (!wanted || (!played && !show.shows_channel())) return end_player(show);
+  // A new player shows nothing of what was before.
+  if (played_instance(played) != played_instance(show.played)) end_player(show);
+  if (!played && ring_stream(*state.ring) != show.stream) end_player(show);
+  if (show.player == nullptr) {
+    show.played = played;
+    start_player(show);
+  }
   if (show.player == nullptr) return;
-  if (!player_step(*show.player, *show.canvas)) return;
+  if (played) played_tell(*show.player, *show.played, *played);
+  const bool rendered = player_step(*show.player, *show.canvas);
+  if (played && !played_report(*show.player, *show.played)) {
+    end_player(show);
+    show.restart = std::chrono::steady_clock::now() + kReopenTime;
+  }
+  if (!rendered) return;
   std::vector<std::uint8_t> jpeg;
   std::string error;
   if (!jpeg_write(*show.canvas, jpeg, error)) return;
@@ -186,6 +201,8 @@ void show_clear() {
   state.leave_due = {};
   state.newest = {.jpeg = nullptr, .number = state.newest.number, .shown = false, .problem = {}};
 }
+
+void show_wake() { wake_thread(); }
 
 void show_packets(std::span<const std::uint8_t> packets) { ring_put(*state.ring, packets); }
 

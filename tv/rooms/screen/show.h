@@ -34,3 +34,6 @@ void show_packets(std::span<const std::uint8_t> packets);
 // The newest frame is not the channel's any more: what the screen shows has changed. Any thread; the caller may hold
 // any lock.
 void show_changed();
+
+// What is played has changed. Any thread; the caller may hold any lock.
+void show_wake();

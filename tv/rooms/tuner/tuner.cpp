@@ -22,6 +22,7 @@
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
@@ -115,6 +116,7 @@ bool choose(const Channel& channel) {
     state.stopped = false;
     if (!same) state.tracks = {};
   }
+  playback_leave();
   picture_update(picture, true);
   return true;
 }
