@@ -4,6 +4,7 @@
 #include "rooms/channels/channels.h"
 #include "rooms/menus/menus.h"
 #include "rooms/menus/parts.h"
+#include "rooms/playback/playback.h"
 #include "rooms/recorder/recorder.h"
 
 namespace {
@@ -56,13 +57,12 @@ Acted show_event(MenuView& view) {
   return Acted::kStays;
 }
 
-// The set cannot play a recording.
-Acted play(MenuView&) {
-  menus_say("not_available", "ENTER");
-  return Acted::kStays;
+Acted play(MenuView& view) {
+  const std::string why = playback_start(id_of(view), {});
+  return why.empty() ? Acted::kCloses : refuse(why);
 }
 
-constexpr MenuAction kOfRecordings[] = {{"ENTER", "", play}, {"RED", "stop_or_delete", stop_or_delete}};
+constexpr MenuAction kOfRecordings[] = {{"ENTER", "play", play}, {"RED", "stop_or_delete", stop_or_delete}};
 constexpr MenuAction kOfTimers[] = {{"ENTER", "guide", show_event}, {"RED", "delete", delete_timer}};
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
+#include <climits>
 #include <cstdio>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,7 @@
 #include "rooms/config/config.h"
 #include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/settings.h"
 #include "rooms/sources/sources.h"
@@ -129,11 +131,17 @@ bool press_enter(int) {
     is_number = state.digits != 0;
   }
   if (is_number) return tune_to_number();
-  if (apps_have_keys()) return true;
+  if (apps_have_keys() || playback_press_pause()) return true;
   if (!sources_is_tv()) return not_available("ENTER");
   menus_open_with("ENTER");
   return true;
 }
+
+bool press_on(int by) { return playback_press_skip(by) || not_available("FF"); }
+
+bool press_back(int by) { return playback_press_skip(-by) || not_available("FR"); }
+
+bool press_beginning(int) { return playback_press_skip(-INT_MAX) || not_available("PREV"); }
 
 bool press_favourite(int) {
   const auto channel = tuner_channel();
@@ -205,7 +213,7 @@ bool press_sleep(int) {
 
 bool press_exit(int) {
   const bool was_number = take_number().has_value();
-  return was_number || apps_leave_menu() || not_available("EXIT");
+  return was_number || playback_press_stop() || apps_leave_menu() || not_available("EXIT");
 }
 
 bool press_power(int) {
@@ -245,7 +253,10 @@ constexpr Action kActions[] = {
     {"7", "channel number", press_digit, 7, kWakes, kClosesMenu},
     {"8", "channel number", press_digit, 8, kWakes, kClosesMenu},
     {"9", "channel number", press_digit, 9, kWakes, kClosesMenu},
-    {"ENTER", "completes a channel number, else opens the channel list; in a menu: chooses", press_enter},
+    {"ENTER",
+     "completes a channel number, or pauses and resumes a recording that is played, else opens the channel list; in a "
+     "menu: chooses",
+     press_enter},
     {"CH+", "next channel; in a menu: a page up", press_channel, 1, kWakes, kClosesMenu},
     {"CH-", "previous channel number; in a menu: a page down", press_channel, -1, kWakes, kClosesMenu},
     {"PRE-CH", "back to the channel seen before", press_previous, 0, kWakes, kClosesMenu},
@@ -265,7 +276,10 @@ constexpr Action kActions[] = {
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
     {"VOL_UI", "shows the volume", press_volume_bar},
-    {"EXIT", "closes the menu, ends the number, leaves the set's own application", press_exit},
+    {"FF", "30 seconds on in a recording that is played", press_on, 30},
+    {"FR", "10 seconds back in a recording that is played", press_back, 10},
+    {"PREV", "back to the beginning of a recording that is played", press_beginning},
+    {"EXIT", "closes the menu, ends the number, the recording that is played, or the set's own application", press_exit},
     {"RED", "records the programme; in a menu: what the menu says", press_record},
     {"GREEN", "in a menu: what the menu says"},
     {"YELLOW", "in a menu: what the menu says"},
@@ -397,6 +411,7 @@ void remote_standby() {
     state.number = 0;
     state.digits = 0;
   }
+  playback_leave();
   if (was_on) tuner_update();
   menus_close();
   multiview_end();

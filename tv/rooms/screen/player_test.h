@@ -32,8 +32,8 @@ constexpr double kRate = 1'500'000 / 8.0;
 inline Bytes broadcast(const std::string& video, int service = 1) {
   const std::string path =
       (std::filesystem::temp_directory_path() / ("screen_" + std::to_string(getpid()) + ".ts")).string();
-  const std::string command = "ffmpeg -v error -y -f lavfi -i " + video +
-                              " -f lavfi -i sine=440 -t 10 -c:v mpeg2video -b:v 900k -g 12 -pix_fmt yuv420p -c:a mp2 "
+  const std::string command = "ffmpeg -v error -y -f lavfi -i '" + video +
+                              "' -f lavfi -i sine=440 -t 10 -c:v mpeg2video -b:v 900k -g 12 -pix_fmt yuv420p -c:a mp2 "
                               "-b:a 128k -mpegts_service_id " +
                               std::to_string(service) + " -muxrate 1500k -f mpegts " + path;
   EXPECT_EQ(std::system(command.c_str()), 0) << command;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)

@@ -19,6 +19,7 @@
 #include "rooms/guide/guide.h"
 #include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
@@ -83,8 +84,9 @@ ShowPlan plan() {
   ShowPlan plan;
   auto& [main, second] = plan;
   main.region = now.main.region;
-  main.plays = reason(now.main).empty();
-  if (main.plays) {
+  if (remote_is_on()) main.file = playback_shown();
+  main.plays = main.file || reason(now.main).empty();
+  if (main.plays && !main.file) {
     const std::vector<TunerTrack> tracks = tuner_tracks();
     main.audio = now.main.heard ? chosen(tracks, StreamKind::kAudio) : 0;
     main.subtitle = chosen(tracks, StreamKind::kSubtitle);
@@ -107,7 +109,7 @@ void take_change(void*, ChangeResult) {
     const std::lock_guard guard(state.lock);
     state.banner_until = timer_now() + kBannerTime;
   }
-  show_changed(PicturePlace::kMain);
+  if (!playback_shown()) show_changed(PicturePlace::kMain);
 }
 
 void take_second_change(void*, ChangeResult) { show_changed(PicturePlace::kSecond); }
@@ -172,14 +174,15 @@ void report_second(const Multiview& now, const ShowFrame& frame, boost::json::ob
 
 boost::json::object screen_command(Arguments arguments) {
   const Multiview now = multiview_state();
-  std::string_view why = reason(now.main);
+  const bool plays_recording = remote_is_on() && playback_shown();
+  std::string_view why = plays_recording ? "" : reason(now.main);
   const ShowFrame frame = show_look();
   boost::json::object reply;
   if (!frame.problem.empty() && (why.empty() || frame.jpeg == nullptr)) {
     why = "unavailable";
     reply["problem"] = frame.problem;
   }
-  reply["picture"] = why.empty() ? "channel" : "none";
+  reply["picture"] = !why.empty() ? "none" : plays_recording ? "recording" : "channel";
   if (!why.empty()) reply["reason"] = why;
   reply["shown"] = why.empty() && frame.pictures[0].shown;
   if (shows_volume()) room_volume.report(reply);

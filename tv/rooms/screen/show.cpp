@@ -9,11 +9,13 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
 #include "core/timers.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/screen/played.h"
 #include "rooms/screen/player/player.h"
 
 namespace {
@@ -75,11 +77,12 @@ struct Picture {
   Ring ring;
   Place place = {};
   PlayerHandle player = {};
-  std::uint64_t stream = 0;             // of the ring, that it plays
-  TimerTime retry = {};                 // no player is started before, after one that did not start
-  steady_clock::time_point restart{};   // nor before this
-  std::unique_ptr<Canvas> canvas = {};  // while there is a player
-  bool drawn = false;                   // the canvas has a picture of the player's, in the place's size
+  std::uint64_t stream = 0;                // of the ring, that it plays
+  std::optional<PlaybackShown> told = {};  // what the player knows of the file that it plays in place of the ring
+  TimerTime retry = {};                    // no player is started before, after one that did not start
+  steady_clock::time_point restart{};      // nor before this
+  std::unique_ptr<Canvas> canvas = {};     // while there is a player
+  bool drawn = false;                      // the canvas has a picture of the player's, in the place's size
 };
 
 struct Show {
@@ -141,12 +144,14 @@ void end_player(Show& show, Picture& picture) {
   malloc_trim(0);        // what a player leaves behind, 10 MB and more, goes back to the system
 }
 
-void start_player(Show& show, Picture& picture, std::string& ret_error) {
+void start_player(Show& show, Picture& picture, const PicturePlan& plan, std::string& ret_error) {
   const TimerTime now = timer_now();
   picture.restart = steady_clock::now() + kRestartTime;
   picture.retry = now + kRetryTime;
   picture.stream = ring_stream(*picture.ring);
-  picture.player = player_start(picture.ring, {.wake = [](void*) { show_wake(); }}, ret_error);
+  picture.told = plan.file;
+  const PlayerWake wake{.wake = [](void*) { show_wake(); }};
+  picture.player = plan.file ? played_start(*plan.file, wake, ret_error) : player_start(picture.ring, wake, ret_error);
   if (picture.player == nullptr) return;
   picture.retry = {};
   show.rests = false;
@@ -164,17 +169,22 @@ void tell(const Show& show, const Picture& picture, std::string error) {
 void follow(Show& show, Picture& picture, const PicturePlan& plan) {
   const std::uint64_t stream = ring_stream(*picture.ring);
   if (&picture != show.pictures.data() && !plan.region && stream != 0) ring_forget(*picture.ring);
-  const bool plays = plan.plays && plan.region && stream != 0;
-  // A new player shows nothing of the channel before.
-  if (!plays || stream != picture.stream) end_player(show, picture);
+  const bool plays = plan.plays && plan.region && (plan.file || stream != 0);
+  const bool same = plan.file ? played_instance(plan.file) == played_instance(picture.told)
+                              : !picture.told && stream == picture.stream;
+  // A new player shows nothing of what was before.
+  if (!plays || !same) end_player(show, picture);
   if (!plays) return;
   if (picture.player == nullptr && timer_now() >= picture.retry && steady_clock::now() >= picture.restart) {
     std::string error;
-    start_player(show, picture, error);
+    start_player(show, picture, plan, error);
     tell(show, picture, std::move(error));
   }
   if (picture.player == nullptr) return;
-  player_choose_streams(*picture.player, plan.audio, plan.subtitle);
+  if (plan.file)
+    played_tell(*picture.player, *picture.told, *plan.file);
+  else
+    player_choose_streams(*picture.player, plan.audio, plan.subtitle);
   Canvas& canvas = *picture.canvas;
   const bool resized = canvas.width != picture.place.width || canvas.height != picture.place.height;
   canvas.width = picture.place.width;
@@ -184,6 +194,10 @@ void follow(Show& show, Picture& picture, const PicturePlan& plan) {
     show.composed = false;
   } else if (resized && picture.drawn) {
     picture.drawn = player_draw(*picture.player, canvas);
+  }
+  if (plan.file && !played_report(*picture.player, *picture.told)) {
+    end_player(show, picture);
+    picture.restart = steady_clock::now() + kReopenTime;
   }
 }
 

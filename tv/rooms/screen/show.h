@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "core/contract.h"
+#include "rooms/playback/playback.h"
 
 inline constexpr std::size_t kPictures = 2;  // so at most two players
 enum class PicturePlace : std::size_t { kMain, kSecond };
@@ -25,6 +26,7 @@ struct PicturePlan {
   bool plays = false;                            // else its region is black
   int audio = 0;                                 // PIDs of its streams; 0: none
   int subtitle = 0;
+  std::optional<PlaybackShown> file = {};  // that is played in place of the channel
 };
 
 using ShowPlan = std::array<PicturePlan, kPictures>;  // a later one is in front of the earlier

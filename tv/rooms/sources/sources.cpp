@@ -18,6 +18,7 @@
 #include "rooms/cec/cec.h"
 #include "rooms/config/config.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/tuner/tuner.h"
 
 namespace {
@@ -87,6 +88,7 @@ std::string show(int source, bool with_locks) {
   const SettingValue value[] = {{kCurrent.key, std::int64_t{source}}};
   if (source != state.current && !store_write(value)) return kNotSaved;
   state.current = source;
+  playback_leave();
   tuner_update();  // also for the same source: the picture may have been stopped
   return "";
 }

@@ -23,6 +23,7 @@
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
@@ -119,6 +120,7 @@ bool choose(const Channel& channel) {
     state.stopped = false;
     if (!same) state.tracks = {};
   }
+  playback_leave();
   picture_update(picture, true);
   return true;
 }

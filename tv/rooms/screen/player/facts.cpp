@@ -1,4 +1,4 @@
-// What the library reports about the file that it plays, and what it is told to do with it. Of a ring, it reports the
+// The library's reports about the file that it plays, and the functions that control it. Of a ring, it reports the
 // streams.
 #include <algorithm>
 #include <array>
@@ -27,7 +27,8 @@ bool is_time(double seconds) { return std::isfinite(seconds) && seconds >= 0 && 
 
 void take_position(Player& player, const void* value) {
   const double position = *static_cast<const double*>(value);
-  if (!player.facts.seeking && std::isfinite(position) && position < kLongestFile)
+  if (player.facts.state == PlayerState::kPlaying && !player.facts.seeking && std::isfinite(position) &&
+      position < kLongestFile)
     player.facts.position = std::max(position, 0.0);
 }
 
@@ -88,7 +89,7 @@ void take_tracks(Player& player, const void* value) {
   }
 }
 
-// A property's place here is what the library is told to send with its changes.
+// The library sends a property's place in this table with each change of it.
 constexpr Property kProperties[] = {{"time-pos", MPV_FORMAT_DOUBLE, take_position},
                                     {"duration", MPV_FORMAT_DOUBLE, take_duration},
                                     {"chapter", MPV_FORMAT_INT64, take_chapter},

@@ -93,7 +93,9 @@ bool file_seek(FileReader& reader, std::int64_t position) {
 
 std::int64_t file_size(FileReader& reader) {
   const std::lock_guard guard(reader.source->lock);
-  return look(reader) ? reader.size : -1;
+  if (!look(reader)) return -1;
+  const std::int64_t size = reader.size;
+  return reader.source->grows ? size - std::min(kGrowMargin, size / 4) : size;
 }
 
 void file_cancel(FileReader& reader) {

@@ -14,6 +14,9 @@
 
 inline constexpr std::chrono::milliseconds kGrowCheck{100};  // how often a reader at the end of a growing file looks
 inline constexpr std::chrono::seconds kGrowWait{10};         // a file that does not grow for so long has ended
+// The end of a growing file that its size leaves out, at most a quarter of it. To seek, the library reads time stamps
+// behind what it takes for the end, and would wait there.
+inline constexpr std::int64_t kGrowMargin = 512 << 10;
 
 // What the player and its readers share.
 struct FileSource {

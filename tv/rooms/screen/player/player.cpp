@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <future>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <thread>
@@ -53,17 +54,15 @@ constexpr Option kOptions[] = {
     {"zimg-fast", "yes"},
 };
 
-constexpr Option kRingOptions[] = {
+constexpr Option kBroadcastOptions[] = {
     {"demuxer-lavf-format", "mpegts"},
     {"demuxer-lavf-probesize", "200000"},
     {"demuxer-lavf-analyzeduration", "0.5"},
 };
 
-// Nobody hears the sound, so that it may change its pitch with the speed.
-constexpr Option kFileOptions[] = {
+constexpr Option kAnyFileOptions[] = {
     {"demuxer-lavf-probesize", "2000000"},
     {"demuxer-lavf-analyzeduration", "2"},
-    {"audio-pitch-correction", "no"},
 };
 
 // Else the library reads the file's end for its duration, and waits there for more.
@@ -96,14 +95,17 @@ bool set_options(Player& player, std::span<const Option> options, std::string& r
 }
 
 bool set_file_options(Player& player, const PlayerFile& file, std::string& ret_error) {
-  const std::string from = std::to_string(std::max(file.from, 0.0)), speed = std::to_string(file.speed);
+  const std::string from = std::to_string(file.from), speed = std::to_string(file.speed);
   const std::string audio = file.audio == 0 ? "auto" : std::to_string(file.audio);
-  const Option options[] = {{"demuxer-lavf-format", file.format.c_str()},
-                            {"start", from.c_str()},
-                            {"speed", speed.c_str()},
+  const Option options[] = {{"speed", speed.c_str()},
                             {"pause", file.paused ? "yes" : "no"},
-                            {"aid", audio.c_str()}};
-  return set_options(player, kFileOptions, ret_error) && set_options(player, options, ret_error) &&
+                            {"aid", audio.c_str()},
+                            {"audio-pitch-correction", "no"},  // nobody hears it
+                            // A transport stream has no index: the library finds a place that may be somewhat too late.
+                            {"hr-seek-demuxer-offset", "1.5"}};
+  const std::span<const Option> format = file.broadcast ? std::span<const Option>(kBroadcastOptions) : kAnyFileOptions;
+  return set_options(player, format, ret_error) && set_options(player, options, ret_error) &&
+         (file.from <= 0 || set_option(player, {"start", from.c_str()}, ret_error)) &&
          (!file.grows || set_option(player, kGrowingOption, ret_error));
 }
 
@@ -195,8 +197,8 @@ void player_rest() { library_rest(); }
 
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error) {
   PlayerHandle player(new Player{.ring = std::move(ring)});
-  const bool started =
-      create(*player, ret_error) && set_options(*player, kRingOptions, ret_error) && set_up(*player, wake, ret_error);
+  const bool started = create(*player, ret_error) && set_options(*player, kBroadcastOptions, ret_error) &&
+                       set_up(*player, wake, ret_error);
   return started ? std::move(player) : nullptr;
 }
 

@@ -44,10 +44,9 @@ PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wa
 
 struct PlayerFile {
   std::string path = {};
-  // Of its format, in the library's words, such as "mpegts"; empty: found out from its contents.
-  std::string format = {};
-  bool grows = false;  // playing waits for more at its end, until player_set_growing says otherwise
-  double from = 0;     // s from its beginning
+  bool broadcast = true;  // a transport stream; false: the format is found out from the contents
+  bool grows = false;     // playing waits for more at its end, until player_set_growing says otherwise
+  double from = 0;        // s from its beginning
   bool paused = false;
   double speed = 1;
   int audio = 0;  // number of the sound track; 0: the file's first choice

@@ -40,7 +40,7 @@ export interface SecondPicture {
 }
 
 export interface Shown {
-  picture: "channel" | "none";
+  picture: "channel" | "recording" | "none";
   /** Why there is no picture. */
   reason?: string;
   problem?: string;
