@@ -204,6 +204,8 @@ void picture_unlock(Picture& picture) {
 
 PictureFacts picture_facts(Picture& picture) {
   const std::lock_guard guard(picture.lock);
+  // The latest choice counts from the moment at which it is made: the result and the streams are of the change before.
+  if (picture.restart) return {.channel = picture.shown.channel, .result = std::nullopt, .facts = {}};
   return picture.shown;
 }
 
