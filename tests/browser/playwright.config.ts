@@ -12,6 +12,7 @@ export default defineConfig({
   reporter: "line",
   use: {
     viewport: { width: 1280, height: 800 },
+    actionTimeout: 60_000,
     // Tracing makes the tests take half as long again.
     trace: process.env["DTV_TRACE"] ? "retain-on-failure" : "off",
     launchOptions: {
