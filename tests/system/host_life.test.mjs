@@ -72,7 +72,7 @@ test('a slow platform call delays nobody else', async (t) => {
   const slow = await connect(t, host);
   const other = await connect(t, host);
   const tv = await connect(t, host);
-  const delay = 3000;
+  const delay = 10_000;
   await tv.call('tv', { words: ['fault', slowCall, '--delay', String(delay)] });
 
   let answered = false;
