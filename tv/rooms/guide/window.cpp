@@ -16,7 +16,7 @@ namespace {
 
 constexpr UINT32 kMostWindowChannels = 64;
 constexpr UINT32 kWindowLength = 24 * 3600;  // seconds
-// The border timer looks at least so often, since the clock or the tuned channel may have changed.
+// The border timer looks at least so often, since the first channel, which an unused tuner has, may have changed.
 constexpr std::int64_t kLongestPause = 60;  // seconds
 
 struct Window {
@@ -125,6 +125,8 @@ void window_load() {
 void window_forget() { set_window({}); }
 
 void window_start() { look_again(timer_now()); }
+
+void guide_look_again() { look_again(timer_now()); }
 
 void window_changes(const GuideChanges& changes, std::intptr_t reason) {
   const Window window = current_window();

@@ -21,6 +21,7 @@
 #include "core/store.h"
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
+#include "rooms/guide/guide.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
@@ -115,6 +116,7 @@ bool choose(const Channel& channel) {
     if (!same) state.tracks = {};
   }
   picture_update(picture, true);
+  guide_look_again();
   return true;
 }
 
