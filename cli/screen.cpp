@@ -36,7 +36,7 @@ bool ask(Session& session, const std::string& file, json::object& ret_reply, Fai
       return false;
     }
     ret_reply = std::move(value.get_object());
-    const bool comes = has(ret_reply, "picture", "channel") && !has(ret_reply, "shown", true);
+    const bool comes = !has(ret_reply, "picture", "none") && !has(ret_reply, "shown", true);
     if (!comes || Clock::now() >= end) return true;
     std::this_thread::sleep_for(kPictureStep);
   }

@@ -88,10 +88,26 @@ test("a scan finds the antenna's services, and a channel is recorded", async ({ 
   await expect(recordings(page)).toHaveCount(1);
   await expect(recordings(page)).toContainText("records");
   await expect(timers(page)).toHaveCount(1);
+  // Long enough to be played.
+  const length = async () => ((await tv(host, "recordings")) as { recordings: { seconds: number }[] }).recordings[0]?.seconds;
+  await expect.poll(length, { timeout: 60_000 }).toBeGreaterThan(8);
   await recordings(page).getByRole("button", { name: "Stop" }).click();
   await expect(recordings(page)).not.toContainText("records");
   await expect(recordings(page).getByRole("button", { name: "Stop" })).toHaveCount(0);
   await expect(timers(page)).toHaveCount(0);
+
+  await recordings(page).getByRole("button", { name: /^Play/ }).click();
+  const player = recordingsPanel(page).getByRole("region", { name: "Playback" });
+  await player.getByRole("button", { name: "Pause" }).click();
+  await expect.poll(() => tv(host, "playback")).toMatchObject({ paused: true });
+  await expect(player.getByRole("slider", { name: "Position" })).toBeVisible();
+  await player.getByRole("button", { name: "10 seconds back" }).click();
+  await expect(player.locator(".playback-time")).toHaveText(/^0:00 \/ 0:/);
+  await player.getByRole("button", { name: "Resume" }).click();
+  await expect.poll(() => tv(host, "playback")).toMatchObject({ paused: false });
+  await player.getByRole("button", { name: "Stop" }).click();
+  await expect(player).toHaveCount(0);
+  expect(await tv(host, "playback")).toMatchObject({ recording: null });
 
   await recordings(page).getByRole("button", { name: /^Rename/ }).click();
   await recordings(page).getByRole("textbox", { name: "Title" }).fill("Kept for later");

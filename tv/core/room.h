@@ -16,16 +16,17 @@
 // Locks are taken in this order:
 //   1. the USB room's for callbacks
 //   2. the power lock (set.cpp)
-//   3. the CEC bus's; the applications'; the recorder's for changes
-//   4. Picture::working, under which a picture's channel is changed (rooms/tuner/picture.h)
-//   5. the remote control's; the configuration's
-//   6. the input sources'
-//   7. the tuner's; the antenna's: for changes, then the index's, then the tuners'; the guide's for reading
-//   8. the channel lists': for changes, then the other
-//   9. Picture::lock; Picture::player_lock; the recorder's for what its lists show
-//  10. the screen's; all that this list does not name
-//  11. the store's, then the sync thread's; the event queue's
-//  12. the timers'
+//   3. the playback's for changes
+//   4. the CEC bus's; the applications'; the recorder's for changes
+//   5. Picture::working, under which a picture's channel is changed (rooms/tuner/picture.h)
+//   6. the remote control's; the configuration's
+//   7. the input sources'
+//   8. the tuner's; the antenna's: for changes, then the index's, then the tuners'; the guide's for reading
+//   9. the channel lists': for changes, then the other
+//  10. Picture::lock; Picture::player_lock; the recorder's for what its lists show
+//  11. the screen's; all that this list does not name
+//  12. the store's, then the sync thread's; the event queue's
+//  13. the timers'
 // Of two rooms in one line, neither takes its lock under the other's. A room that calls another one with its lock held
 // belongs in an earlier line than that one.
 // Callbacks run on the event thread without a lock, so they may call any function of the TV API; only the USB room

@@ -10,6 +10,7 @@
 #include "core/reply.h"
 #include "core/set.h"
 #include "rooms/channels/storage.h"
+#include "rooms/tuner/tuner.h"
 
 namespace {
 
@@ -128,9 +129,12 @@ std::string change_lists(const std::function<std::string(Lists& lists)>& edit, C
   after->satellites_version = before->satellites_version + (satellites ? 1 : 0);
   after->categories_version = before->categories_version + (categories ? 1 : 0);
   const Notices notices = notices_of(*before, *after, changed);
-  const std::lock_guard guard(state.lock);
-  state.lists = after;
-  post(notices, kind);
+  {
+    const std::lock_guard guard(state.lock);
+    state.lists = after;
+    post(notices, kind);
+  }
+  tuner_look();
   return "";
 }
 

@@ -21,6 +21,7 @@
 #include "core/room.h"
 #include "core/store.h"
 #include "rooms/clock/clock.h"
+#include "rooms/tuner/tuner.h"
 
 namespace {
 
@@ -214,6 +215,12 @@ bool is_of_the_zone(const Entry& entry) {
   return key == "g_time__tz_name" || key == "g_time__dst";
 }
 
+// Whether the value decides what a viewer may see.
+bool is_of_the_locks(const Entry& entry) {
+  const std::string_view key(entry.key);
+  return key == "g_misc__parental_age" || key.starts_with("g_rating__");
+}
+
 // Stores the values that differ from the current ones, all or none, then posts the callbacks for them. The caller holds
 // state.changing.
 INT32 change(std::vector<Change> wanted) {
@@ -232,7 +239,11 @@ INT32 change(std::vector<Change> wanted) {
     ++state.changes[index];
     if (state.callback != nullptr && state.watched[index]) post_change(*each.entry, state.callback, state.callback_tag);
   }
-  if (std::ranges::any_of(wanted, [](const Change& each) { return is_of_the_zone(*each.entry); })) clock_zone_changed();
+  const auto concerns = [&](bool (*is_of)(const Entry&)) {
+    return std::ranges::any_of(wanted, [is_of](const Change& each) { return is_of(*each.entry); });
+  };
+  if (concerns(is_of_the_zone)) clock_zone_changed();
+  if (concerns(is_of_the_locks)) tuner_look();
   return 0;
 }
 

@@ -259,6 +259,8 @@ Multiview multiview_state() {
   return answer;
 }
 
+void multiview_look() { picture_update(picture, false); }
+
 void multiview_set_player(const TunerPlayer* player) { picture_set_player(picture, player); }
 
 bool multiview_give_up_tuner() {

@@ -28,6 +28,8 @@ struct Multiview {
 
 Multiview multiview_state();
 
+void multiview_look();  // as tuner_look, the sub picture's part of it
+
 // As tuner_set_player, for the sub picture.
 void multiview_set_player(const TunerPlayer* player);
 

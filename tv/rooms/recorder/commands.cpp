@@ -11,6 +11,7 @@
 #include "core/store.h"
 #include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
+#include "rooms/playback/playback.h"
 #include "rooms/recorder/parts.h"
 
 namespace {
@@ -32,11 +33,14 @@ boost::json::object shown(const Recording& recording) {
                                 {"seconds", recording.duration},
                                 {"bytes", recording.bytes},
                                 {"status", kStates[recording.status]},
-                                {"file", std::string(kRecordingsFolder) + "/" + file_name(recording)}};
+                                {"file", file_url(recording)}};
   if (recording.reason != RECLIST_REASON_NONE) answer["reason"] = reason_text(recording.reason);
   if (recording.resume != 0) answer["resume"] = recording.resume;
   if (recording.lost != 0) answer["lost"] = recording.lost;
   if (recording.kept) answer["kept"] = true;
+  if (recording.playing != PVR_FILE_READY) {
+    answer["playing"] = recording.playing == PVR_FILE_PAUSED ? "paused" : "playing";
+  }
   return answer;
 }
 
@@ -216,14 +220,28 @@ boost::json::object change_recording(int id, Arguments words) {
     }
     outcome = recording_change(id, [title](Recording& recording) { recording.title = title; });
   } else {
-    return reply_takes("recording ID", "delete, keep or name TEXT", words[0]);
+    return reply_takes("recording ID", "delete, keep, name TEXT or play", words[0]);
   }
   return outcome.result == RMDR_RESULT_OK ? shown(recording_now(*find_recording(id))) : reply_error(outcome.why);
+}
+
+boost::json::object play_recording(int id, Arguments words) {
+  std::optional<double> from;
+  if (!words.empty()) {
+    const auto seconds = parse_number_within<std::uint32_t>(words[0], 0, kLongestEvent);
+    if (!seconds) return reply_takes("recording ID play", "seconds from the beginning", words[0]);
+    from = *seconds;
+  }
+  if (const std::string why = playback_start(id, from); !why.empty()) return reply_error(why);
+  const std::lock_guard guard(recorder.lock);
+  const Recording* const found = find_recording(id);
+  return found == nullptr ? boost::json::object{} : shown(recording_now(*found));
 }
 
 boost::json::object recording_command(Arguments arguments) {
   const auto id = arguments.empty() ? std::nullopt : parse_id(arguments[0]);
   if (!id) return reply_error("recording takes a recording's id; \"recordings\" lists them");
+  if (arguments.size() > 1 && arguments[1] == "play") return play_recording(*id, arguments.subspan(2));
   const std::lock_guard guard(recorder.changing);
   const Recording* const found = find_recording(*id);
   if (found == nullptr) return reply_error("there is no recording " + std::to_string(*id));
@@ -248,8 +266,9 @@ boost::json::object reminder_command(Arguments arguments) {
 
 constexpr Command kCommands[] = {
     {"recordings", "[FROM]", 1, "Lists the recordings, the newest first, 50 at a time", recordings_command},
-    {"recording", "ID [delete|keep] | ID name TEXT", 3,
-     "Shows a recording; delete: with its file; keep: protects it from deletion, or no longer; name: renames it",
+    {"recording", "ID [delete|keep] | ID name TEXT | ID play [SECONDS]", 3,
+     "Shows a recording; delete: with its file; keep: protects it from deletion, or no longer; name: renames it; play: "
+     "from where it was left, or from a time (\"playback\" controls it)",
      recording_command},
     {"record", "now [MINUTES] | stop [ID] | event NUMBER EVENTID [series] | NUMBER FROM MINUTES", 4,
      "now: records the current channel; stop: ends a recording; event: records an event of the guide, or its series; "

@@ -47,10 +47,6 @@ bool is_on(const char* function) {
 constexpr std::size_t kPage = std::size(_Qt_RECLIST_INFO_T{}.at_page);
 constexpr std::uint64_t kMegabyte = 1U << 20;
 
-std::string file_url(const Recording& recording) {
-  return std::string(kRecordingsFolder) + "/" + file_name(recording);  // in the state folder
-}
-
 RECLIST_ENTRY_T entry_of(const Recording& recording, std::size_t place) {
   RECLIST_ENTRY_T entry{};
   entry.channel_id = channel_id_now(recording.key, recording.channel_id);

@@ -181,7 +181,8 @@ Plan* find_plan(int id);
 Recording* find_recording(int id);
 Job* find_job(int recording);
 std::string file_name(const Recording& recording);
-const char* reason_text(INT32 reason);  // RECLIST_REASON_*
+std::string file_url(const Recording& recording);  // in the state folder
+const char* reason_text(INT32 reason);             // RECLIST_REASON_*
 Outcome failed(INT32 result, std::string why);
 Outcome not_saved();
 

@@ -15,6 +15,7 @@
 
 #include "core/set.h"
 #include "rooms/clock/clock.h"
+#include "rooms/playback/playback.h"
 #include "rooms/recorder/parts.h"
 
 // Never destroyed: other threads may still use it when the process exits.
@@ -40,6 +41,8 @@ std::string file_name(const Recording& recording) {
       absl::FormatTime("%Y%m%d-%H%M%S", absl::FromUnixSeconds(recording.start), absl::UTCTimeZone());
   return std::to_string(recording.id) + "-" + time + ".ts";
 }
+
+std::string file_url(const Recording& recording) { return std::string(kRecordingsFolder) + "/" + file_name(recording); }
 
 std::string file_path(const Recording& recording) { return recorder.folder + "/" + file_name(recording); }
 
@@ -130,11 +133,49 @@ Outcome recording_delete(int id) {
     std::erase_if(recorder.recordings, [id](const Recording& each) { return each.id == id; });
     if (recorder.last_played == id) recorder.last_played = 0;
   }
+  playback_leave_recording(id);
   if (unlink(path.c_str()) != 0 && errno != ENOENT) {
     std::fprintf(stderr, "dtv_tv: cannot delete %s: %s\n", path.c_str(),
                  std::generic_category().message(errno).c_str());
   }
   return {};
+}
+
+std::optional<PlayableRecording> recorder_playable(int id, std::string& ret_why) {
+  const std::lock_guard guard(recorder.lock);
+  const Recording* const found = find_recording(id);
+  if (found == nullptr) {
+    ret_why = "there is no recording " + std::to_string(id);
+    return std::nullopt;
+  }
+  Recording shown = recording_now(*found);
+  if (shown.status == RECLIST_STATUS_FAILED) {
+    ret_why = "there is nothing to play of recording " + std::to_string(id) + ": " + reason_text(shown.reason);
+    return std::nullopt;
+  }
+  return PlayableRecording{.id = id,
+                           .path = file_path(shown),
+                           .url = file_url(shown),
+                           .title = std::move(shown.title),
+                           .channel = std::move(shown.channel),
+                           .event = shown.event,
+                           .start = shown.start,
+                           .duration = shown.duration,
+                           .bytes = shown.bytes,
+                           .resume = shown.resume,
+                           .runs = shown.status == RECLIST_STATUS_RECORDING};
+}
+
+void recorder_note_playing(int id, std::int32_t status, std::uint32_t resume) {
+  const std::lock_guard guard(recorder.changing);
+  const Recording* const found = find_recording(id);
+  if (found == nullptr) return;
+  if (found->resume != resume && recorder.database.handle != nullptr) {
+    recording_change(id, [resume](Recording& recording) { recording.resume = resume; });
+  }
+  const std::lock_guard list_guard(recorder.lock);
+  find_recording(id)->playing = status;
+  recorder.last_played = id;
 }
 
 namespace {
@@ -190,6 +231,7 @@ void start() {
 }
 
 void stop() {
+  playback_end();  // while its position can be saved
   const std::lock_guard guard(recorder.changing);
   recordings_end(RECLIST_REASON_INTERRUPTED);
   database_close(recorder.database);

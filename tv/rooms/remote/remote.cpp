@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cctype>
+#include <climits>
 #include <cstdio>
 #include <mutex>
 #include <optional>
@@ -24,6 +25,7 @@
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/tuner.h"
 #include "rooms/volume/volume.h"
@@ -102,7 +104,19 @@ bool press_digit(int digit) {
   return tune_to_number();
 }
 
-bool press_enter(int) { return tune_to_number(); }
+bool press_enter(int) {
+  const auto number = take_number();
+  if (number) return tuner_number(*number);
+  playback_press_pause();
+  return true;
+}
+
+bool press_skip(int by) {
+  playback_press_skip(by);
+  return true;
+}
+
+bool press_beginning(int) { return press_skip(-INT_MAX); }
 
 bool press_favourite(int) {
   const auto channel = tuner_channel();
@@ -136,7 +150,7 @@ bool press_subtitle(int) { return config_set(kSubtitleKey, config_number(kSubtit
 bool press_sleep(int) { return clock_step_sleep(); }
 
 bool press_exit(int) {
-  apps_leave_menu();
+  if (!playback_press_stop()) apps_leave_menu();
   return true;
 }
 
@@ -169,7 +183,7 @@ constexpr Action kActions[] = {
     {"7", "channel number", press_digit, 7},
     {"8", "channel number", press_digit, 8},
     {"9", "channel number", press_digit, 9},
-    {"ENTER", "completes a channel number", press_enter},
+    {"ENTER", "completes a channel number; pauses and resumes a recording that is played", press_enter},
     {"CH+", "next channel", press_channel, 1},
     {"CH-", "previous channel number", press_channel, -1},
     {"PRE-CH", "back to the channel seen before", press_previous},
@@ -184,7 +198,10 @@ constexpr Action kActions[] = {
     {"VOL+", "louder", press_volume, 1, false},
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
-    {"EXIT", "leaves the set's own applications", press_exit},
+    {"FF", "30 seconds on in a recording", press_skip, 30},
+    {"FR", "10 seconds back in a recording", press_skip, -10},
+    {"PREV", "back to the beginning of a recording", press_beginning},
+    {"EXIT", "ends a recording that is played, else the set's own applications", press_exit},
 };
 
 // ---- The keys ----
@@ -287,6 +304,7 @@ void remote_standby() {
     state.number = 0;
     state.digits = 0;
   }
+  playback_leave();
   if (was_on) tuner_update();
   multiview_end();
   clock_stop_sleep();

@@ -1,56 +1,16 @@
-// The picture's player: packets in, pictures out. The broadcasts are made by ffmpeg.
+// The picture's player: packets in, pictures out.
 #ifdef DTV_PICTURE
-#include "rooms/screen/player/player.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include "rooms/screen/player_test.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
-#include <condition_variable>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <memory>
-#include <mutex>
 #include <random>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
-using namespace std::chrono_literals;
-using std::chrono::steady_clock;
-using Bytes = std::vector<std::uint8_t>;
-
-constexpr auto kLongest = 30s;  // a first picture takes about 0.2 s
-constexpr double kRate = 1'500'000 / 8.0;
-
-// Ten seconds of a service, 1.5 Mbit/s. The video is a source of ffmpeg's.
-Bytes broadcast(const std::string& video, int service = 1) {
-  const std::string path =
-      (std::filesystem::temp_directory_path() / ("screen_" + std::to_string(getpid()) + ".ts")).string();
-  const std::string command = "ffmpeg -v error -y -f lavfi -i " + video +
-                              " -f lavfi -i sine=440 -t 10 -c:v mpeg2video -b:v 900k -g 12 -pix_fmt yuv420p -c:a mp2 "
-                              "-b:a 128k -mpegts_service_id " +
-                              std::to_string(service) + " -muxrate 1500k -f mpegts " + path;
-  EXPECT_EQ(std::system(command.c_str()), 0) << command;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
-  std::ifstream file(path, std::ios::binary);
-  Bytes bytes{std::istreambuf_iterator<char>(file), {}};
-  std::filesystem::remove(path);
-  EXPECT_GT(bytes.size(), 1'000'000U);
-  return bytes;
-}
-
-const Bytes& moving() {
-  static const Bytes kBytes = broadcast("testsrc2=size=352x288:rate=25");
-  return kBytes;
-}
+using namespace player_test;
 
 // Puts a broadcast's packets into the ring at its rate, on a thread.
 struct Feed {
@@ -73,38 +33,21 @@ struct Feed {
   }
 };
 
-struct ScreenPlayer : testing::Test {
+struct ScreenPlayer : PlayerOwner {
   std::shared_ptr<PacketRing> ring = std::make_shared<PacketRing>();
-  std::mutex lock;
-  std::condition_variable changed;
-  bool woken = false;
-  std::unique_ptr<Canvas> canvas = std::make_unique<Canvas>();
   std::uint64_t stream = 0;
-  PlayerHandle player;  // ends first
 
   void start() {
     std::string error;
-    const PlayerWake wake{.wake =
-                              [](void* context) {
-                                auto& self = *static_cast<ScreenPlayer*>(context);
-                                const std::lock_guard guard(self.lock);
-                                self.woken = true;
-                                self.changed.notify_all();
-                              },
-                          .context = this};
-    player = player_start(ring, wake, error);
+    player = player_start(ring, wake(), error);
     ASSERT_NE(player, nullptr) << error;
   }
 
-  // Lets the player work, as the room does, until done returns true for one of its pictures.
+  // Until done returns true for one of the player's pictures.
   bool watch(const std::function<bool()>& done, steady_clock::duration longest = kLongest) {
     const auto end = steady_clock::now() + longest;
     while (steady_clock::now() < end) {
-      {
-        std::unique_lock guard(lock);
-        changed.wait_for(guard, 100ms, [this] { return woken; });
-        woken = false;
-      }
+      wait();
       if (const std::uint64_t newest = ring_stream(*ring); newest != stream) {
         stream = newest;
         player.reset();
@@ -114,13 +57,6 @@ struct ScreenPlayer : testing::Test {
       if (player_step(*player, *canvas) && done()) return true;
     }
     return false;
-  }
-
-  // Red, green and blue in the middle of the picture, or at another place.
-  std::array<int, 3> colour(int x = kScreenWidth / 2, int y = kScreenHeight / 2) const {
-    const std::uint8_t* const pixel =
-        &canvas->pixels[static_cast<std::size_t>(y) * kScreenStride + static_cast<std::size_t>(x) * 4];
-    return {pixel[2], pixel[1], pixel[0]};
   }
 };
 

@@ -1,6 +1,7 @@
 // Input sources: two tuners, four HDMI inputs, the composite input and the set's media player. Their numbers and names
 // are fixed; a viewer can give each a name of its own, say what is connected to it, and block it. Blocking a source
-// does not end it while it is shown; it cannot be chosen again.
+// does not end it while it is shown; it cannot be chosen again. Blocks count only while the configuration has the lock
+// of inputs on.
 #include "rooms/sources/sources.h"
 
 #include <algorithm>
@@ -15,7 +16,9 @@
 #include "core/room.h"
 #include "core/store.h"
 #include "rooms/cec/cec.h"
+#include "rooms/config/config.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/tuner/tuner.h"
 
 namespace {
@@ -66,6 +69,8 @@ State& state = *new State;
 
 constexpr const char* kNotSaved = "the change could not be saved";
 
+bool locks_count() { return config_number("g_rating__input_lock") != 0; }
+
 bool exists(int source) { return source >= 0 && source < kSources; }
 
 std::size_t at(int source) { return static_cast<std::size_t>(source); }
@@ -79,11 +84,13 @@ std::string no_source(int source) {
 bool is_blocked(int source) { return (state.blocked >> source & 1) != 0; }
 
 // Returns why the source was not chosen; empty: it was.
-std::string show(int source) {
-  if (source != state.current && is_blocked(source)) return std::string(kNames[at(source)]) + " is blocked";
+std::string show(int source, bool with_locks) {
+  if (source != state.current && with_locks && is_blocked(source))
+    return std::string(kNames[at(source)]) + " is blocked";
   const SettingValue value[] = {{kCurrent.key, std::int64_t{source}}};
   if (source != state.current && !store_write(value)) return kNotSaved;
   state.current = source;
+  playback_leave();
   tuner_update();  // also for the same source: the picture may have been stopped
   return "";
 }
@@ -120,16 +127,18 @@ std::string name(int source, std::string_view wanted) {
 // The functions below take the lock.
 
 std::string choose_tuner(bool satellite) {
+  const bool with_locks = locks_count();
   const std::lock_guard guard(state.lock);
-  return show(satellite ? kSourceSatellite : kSourceTv);
+  return show(satellite ? kSourceSatellite : kSourceTv, with_locks);
 }
 
 std::string choose(int source) {
   if (!exists(source)) return no_source(source);
+  const bool with_locks = locks_count();
   std::string why;
   {
     const std::lock_guard guard(state.lock);
-    why = show(source);
+    why = show(source, with_locks);
   }
   if (why.empty() && sources_is_tuner(source) && !tuner_enter(source == kSourceSatellite)) why = kNotSaved;
   return why;
@@ -282,8 +291,9 @@ bool sources_choose_tv() {
 
 bool sources_choose_hdmi(int input) {
   if (input < 1 || input > kHdmiInputs) return false;
+  const bool with_locks = locks_count();
   const std::lock_guard guard(state.lock);
-  return answer_room(__func__, show(kSourceHdmi1 + input - 1));
+  return answer_room(__func__, show(kSourceHdmi1 + input - 1, with_locks));
 }
 
 bool sources_step() {
@@ -307,7 +317,7 @@ std::string sources_name(int source) {
 }
 
 bool sources_is_blocked(int source) {
-  if (!exists(source)) return false;
+  if (!exists(source) || !locks_count()) return false;
   const std::lock_guard guard(state.lock);
   return is_blocked(source);
 }
@@ -334,7 +344,7 @@ bool reset() {
     if (state.labels[at(source)] != 0) reset = label(source, 0) && reset;
     if (is_blocked(source)) reset = block(source, false) && reset;
   }
-  return show(kSourceTv).empty() && reset;
+  return show(kSourceTv, false).empty() && reset;
 }
 
 boost::json::object describe(int source) {

@@ -23,6 +23,6 @@ bool sources_choose_hdmi(int input);        // by input number from 1
 
 int sources_current();
 std::string sources_name(int source);  // the viewer's name, else the source's own
-bool sources_is_blocked(int source);
-bool sources_is_tv();  // the main picture shows a tuner
+bool sources_is_blocked(int source);   // and the lock of inputs is on
+bool sources_is_tv();                  // the main picture shows a tuner
 constexpr bool sources_is_tuner(int source) { return source == kSourceTv || source == kSourceSatellite; }

@@ -185,6 +185,17 @@ TEST_F(TvSources, ABlockedSourceCannotBeChosen) {
   EXPECT_EQ(blocked(2), 0);
 }
 
+TEST_F(TvSources, ABlockedSourceCanBeChosenWhileTheLockOfInputsIsOff) {
+  ASSERT_EQ(a_vextvapi_inputsource_set_source_blockstatus_bysourceid(3, 1), 0);
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_rating__input_lock", 0, 0), 0);
+  EXPECT_EQ(blocked(3), 1);
+  EXPECT_EQ(a_vextvapi_inputsource_changesource_bysourceid(3), 0);
+  EXPECT_EQ(current(), "HDMI 2");
+  EXPECT_EQ(a_vextvapi_inputsource_changesource_bysourceid(0), 0);
+  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_rating__input_lock", 1, 0), 0);
+  expect_words(refusal([] { return a_vextvapi_inputsource_changesource_bysourceid(3); }), {"HDMI 2 is blocked"});
+}
+
 TEST_F(TvSources, TheSourceKeyStopsWhereThereIsSomethingToSee) {
   const auto steps = [] {
     std::string all;

@@ -6,6 +6,7 @@
 #include <variant>
 
 #include "rooms/clock/clock.h"
+#include "rooms/config/config.h"
 #include "rooms/guide/guide.h"
 
 namespace {
@@ -34,7 +35,8 @@ ChangeResult received(const ReceiverFacts& facts) {
 }
 
 ChangeResult judge(const Channel& channel, const ReceiverFacts& facts, bool unlocked) {
-  if (!unlocked && channel.blocked) return ChangeResult::kBlockedChannel;
+  if (!unlocked && channel.blocked && config_number("g_rating__channel_lock") != 0)
+    return ChangeResult::kBlockedChannel;
   if (!unlocked) {
     const auto event = guide_event_at(channel.key, clock_utc());
     if (event && guide_blocks(*event)) return ChangeResult::kBlockedEvent;
@@ -149,6 +151,8 @@ TimerTime watch(Picture& picture, const Channel& channel) {
   bool ended = false;
   {
     const std::lock_guard guard(picture.lock);
+    // The PIN was not given for a block that came after it.
+    if (channel.blocked && picture.shown.channel && !picture.shown.channel->blocked) picture.unlocked = false;
     picture.shown.channel = channel;
     picture.shown.facts = facts;
     unlocked = picture.unlocked;

@@ -19,8 +19,9 @@ inline constexpr std::chrono::milliseconds kChangeOther(900);
 // How long after that a change waits for the service's PMT, which is sent at least twice a second.
 inline constexpr std::chrono::milliseconds kChangePatience(1500);
 
-// How often a picture looks for what nothing announces: a tuner or a signal that has become available, a first channel,
-// an event that has arrived, another age limit. Events that begin and end are found at their time.
+// How often a picture looks for what nothing announces: a tuner or a signal that has become available, an event that
+// has arrived. Events that begin and end are found at their time, changes of the lists and of the locks at once
+// (tuner_look).
 inline constexpr std::chrono::milliseconds kPictureCheck(5000);
 
 struct PictureFacts {

@@ -22,6 +22,8 @@
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/guide.h"
+#include "rooms/multiview/multiview.h"
+#include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
@@ -115,6 +117,7 @@ bool choose(const Channel& channel) {
     state.stopped = false;
     if (!same) state.tracks = {};
   }
+  playback_leave();
   picture_update(picture, true);
   guide_look_again();
   return true;
@@ -252,6 +255,11 @@ void tuner_update() {
     state.stopped = false;
   }
   picture_update(picture, false);
+}
+
+void tuner_look() {
+  picture_update(picture, false);
+  multiview_look();
 }
 
 void tuner_stop(bool wait) {

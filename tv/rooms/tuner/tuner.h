@@ -65,6 +65,10 @@ bool tuner_has(bool satellite);  // whether there is such a channel
 // hold any lock that comes before the timers'.
 void tuner_update();
 
+// A channel, or what a viewer may see, has changed: both pictures are judged again, on the timer thread. The caller may
+// hold any lock that comes before Picture::lock.
+void tuner_look();
+
 // Ends the main picture until a channel or a source is chosen, or the set is switched on again. wait: returns when the
 // reception has ended. The caller holds no lock.
 void tuner_stop(bool wait);

@@ -1,7 +1,9 @@
 // A build without a picture (DTV_PICTURE is off).
 #include "rooms/screen/player/player.h"
 
-struct Player {};
+struct Player {
+  PlayerFacts facts;
+};
 
 namespace {
 
@@ -19,7 +21,20 @@ PlayerHandle player_start(std::shared_ptr<PacketRing>, const PlayerWake&, std::s
   return nullptr;
 }
 
+PlayerHandle player_start_file(const PlayerFile&, const PlayerWake&, std::string& ret_error) {
+  ret_error = kWhy;
+  return nullptr;
+}
+
 bool player_step(Player&, Canvas&) { return false; }
+
+const PlayerFacts& player_facts(const Player& player) { return player.facts; }
+void player_pause(Player&, bool) {}
+void player_seek(Player&, double) {}
+void player_set_speed(Player&, double) {}
+void player_choose(Player&, TrackKind, int) {}
+void player_choose_chapter(Player&, int) {}
+void player_set_growing(Player&, bool) {}
 
 bool jpeg_write(const Canvas&, std::vector<std::uint8_t>&, std::string& ret_error) {
   ret_error = kWhy;

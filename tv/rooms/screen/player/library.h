@@ -14,6 +14,8 @@
   ROW(mpv_terminate_destroy)     \
   ROW(mpv_set_option_string)     \
   ROW(mpv_command_async)         \
+  ROW(mpv_observe_property)      \
+  ROW(mpv_set_property_async)    \
   ROW(mpv_error_string)          \
   ROW(mpv_request_log_messages)  \
   ROW(mpv_set_wakeup_callback)   \

@@ -2,37 +2,20 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <deque>
 #include <future>
-#include <mutex>
+#include <span>
 #include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "rooms/screen/player/library.h"
+#include "rooms/screen/player/parts.h"
 
 using std::chrono::steady_clock;
 
-struct Player {
-  std::shared_ptr<PacketRing> ring;
-  std::mutex readers_lock = {};                          // guards the readers
-  std::deque<std::unique_ptr<RingReader>> readers = {};  // the newest is last
-  mpv_handle* handle = nullptr;
-  mpv_render_context* renderer = nullptr;
-  steady_clock::time_point next_frame = {};  // earlier pictures are skipped
-  steady_clock::time_point opened = {};      // when it began to play the stream
-  steady_clock::time_point reopen = kNever;  // when the broken stream is played again
-  std::vector<std::string> complained = {};  // the player's modules that have reported an error
-  static constexpr steady_clock::time_point kNever = steady_clock::time_point::max();
-};
-
 namespace {
 
-constexpr const char* kScheme = "dtv";
-constexpr const char* kAddress = "dtv://";
-constexpr std::size_t kMostReaders = 8;      // of one player; it reads one stream at a time
 constexpr std::size_t kMostComplaints = 16;  // kinds of errors that a player prints
 // A stream is joined in the middle, so that decoders first complain about what they have not got. Not printed.
 constexpr std::chrono::milliseconds kJoinTime{1000};
@@ -42,7 +25,7 @@ struct Option {
   const char* value;
 };
 
-// A broadcast is hostile: only this ring, as a transport stream, with bounded memory, and no scripts or other files.
+// Streams are hostile: the library reads only the ring or the file, with bounded memory, and no scripts or other files.
 constexpr Option kOptions[] = {
     {"config", "no"},
     {"terminal", "no"},
@@ -61,9 +44,6 @@ constexpr Option kOptions[] = {
     {"sid", "no"},
     {"audio-display", "no"},
     {"demuxer", "lavf"},
-    {"demuxer-lavf-format", "mpegts"},
-    {"demuxer-lavf-probesize", "200000"},
-    {"demuxer-lavf-analyzeduration", "0.5"},
     {"demuxer-max-bytes", "8MiB"},
     {"demuxer-max-back-bytes", "0"},
     {"cache", "no"},
@@ -74,64 +54,82 @@ constexpr Option kOptions[] = {
     {"zimg-fast", "yes"},
 };
 
+constexpr Option kBroadcastOptions[] = {
+    {"demuxer-lavf-format", "mpegts"},
+    {"demuxer-lavf-probesize", "200000"},
+    {"demuxer-lavf-analyzeduration", "0.5"},
+};
+
+constexpr Option kAnyFileOptions[] = {
+    {"demuxer-lavf-probesize", "2000000"},
+    {"demuxer-lavf-analyzeduration", "2"},
+};
+
+// Else the library reads the file's end for its duration, and waits there for more.
+constexpr Option kGrowingOption = {"demuxer-lavf-o", "skip_estimate_duration_from_pts=1"};
+
 bool succeeded(int result, const char* what, std::string& ret_error) {
   if (result >= 0) return true;
   ret_error = std::string("the player refuses ") + what + ": " + mpv_library().mpv_error_string(result);
   return false;
 }
 
-// ---- The stream: called on the player's threads ----
-
-std::int64_t read_stream(void* cookie, char* bytes, std::uint64_t room) {
-  return static_cast<std::int64_t>(ring_read(*static_cast<RingReader*>(cookie), {bytes, room}));
-}
-
-void cancel_stream(void* cookie) { ring_cancel(*static_cast<RingReader*>(cookie)); }
-
-// libmpv may cancel a stream that it has closed already, so a reader outlives its stream.
-void close_stream(void*) {}
-
-int open_stream(void* context, char*, mpv_stream_cb_info* ret_info) {
-  Player& player = *static_cast<Player*>(context);
-  const std::lock_guard guard(player.readers_lock);
-  player.readers.push_back(ring_read_from_lead(player.ring));
-  if (player.readers.size() > kMostReaders) player.readers.pop_front();
-  ret_info->cookie = player.readers.back().get();
-  ret_info->read_fn = read_stream;
-  ret_info->cancel_fn = cancel_stream;
-  ret_info->close_fn = close_stream;
-  return 0;
-}
-
 // ---- The player ----
 
 void open(Player& player) {
-  const char* words[] = {"loadfile", kAddress, "replace", nullptr};
+  const char* words[] = {"loadfile", kStreamAddress, "replace", nullptr};
   player.opened = steady_clock::now();
   player.reopen = Player::kNever;
   mpv_library().mpv_command_async(player.handle, 0, words);
 }
 
-bool set_up(Player& player, const PlayerWake& wake, std::string& ret_error) {
-  const MpvLibrary& mpv = mpv_library();
-  player.handle = mpv.mpv_create();
-  if (player.handle == nullptr) {
-    ret_error = "the player cannot be created";
+bool set_option(Player& player, const Option& option, std::string& ret_error) {
+  return succeeded(mpv_library().mpv_set_option_string(player.handle, option.name, option.value), option.name,
+                   ret_error);
+}
+
+bool set_options(Player& player, std::span<const Option> options, std::string& ret_error) {
+  return std::ranges::all_of(options, [&](const Option& each) { return set_option(player, each, ret_error); });
+}
+
+bool set_file_options(Player& player, const PlayerFile& file, std::string& ret_error) {
+  const std::string from = std::to_string(file.from), speed = std::to_string(file.speed);
+  const std::string audio = file.audio == 0 ? "auto" : std::to_string(file.audio);
+  const Option options[] = {{"speed", speed.c_str()},
+                            {"pause", file.paused ? "yes" : "no"},
+                            {"aid", audio.c_str()},
+                            {"audio-pitch-correction", "no"},  // nobody hears it
+                            // A transport stream has no index: the library finds a place that may be somewhat too late.
+                            {"hr-seek-demuxer-offset", "1.5"}};
+  const std::span<const Option> format = file.broadcast ? std::span<const Option>(kBroadcastOptions) : kAnyFileOptions;
+  return set_options(player, format, ret_error) && set_options(player, options, ret_error) &&
+         (file.from <= 0 || set_option(player, {"start", from.c_str()}, ret_error)) &&
+         (!file.grows || set_option(player, kGrowingOption, ret_error));
+}
+
+bool create(Player& player, std::string& ret_error) {
+  if (std::string trouble = player_trouble(); !trouble.empty()) {
+    ret_error = std::move(trouble);
     return false;
   }
-  for (const Option& option : kOptions)
-    if (!succeeded(mpv.mpv_set_option_string(player.handle, option.name, option.value), option.name, ret_error))
-      return false;
+  player.handle = mpv_library().mpv_create();
+  if (player.handle == nullptr) ret_error = "the player cannot be created";
+  return player.handle != nullptr && set_options(player, kOptions, ret_error);
+}
+
+bool set_up(Player& player, const PlayerWake& wake, std::string& ret_error) {
+  const MpvLibrary& mpv = mpv_library();
   mpv.mpv_request_log_messages(player.handle, "error");
   if (!succeeded(mpv.mpv_initialize(player.handle), "to start", ret_error)) return false;
-  if (!succeeded(mpv.mpv_stream_cb_add_ro(player.handle, kScheme, &player, open_stream), "the stream", ret_error))
-    return false;
+  if (!succeeded(streams_offer(player), "the stream", ret_error)) return false;
+  if (player.file != nullptr && !succeeded(facts_observe(player), "to report", ret_error)) return false;
   std::string type = MPV_RENDER_API_TYPE_SW;
   mpv_render_param parameters[] = {{MPV_RENDER_PARAM_API_TYPE, type.data()}, {MPV_RENDER_PARAM_INVALID, nullptr}};
   if (!succeeded(mpv.mpv_render_context_create(&player.renderer, player.handle, parameters), "to render", ret_error))
     return false;
   mpv.mpv_set_wakeup_callback(player.handle, wake.wake, wake.context);
   mpv.mpv_render_context_set_update_callback(player.renderer, wake.wake, wake.context);
+  open(player);
   return true;
 }
 
@@ -162,10 +160,13 @@ void take_events(Player& player) {
     if (event->event_id == MPV_EVENT_NONE) return;
     if (event->event_id == MPV_EVENT_LOG_MESSAGE)
       complain(player, *static_cast<const mpv_event_log_message*>(event->data));
-    // A stop is ours: another stream follows.
-    if (event->event_id == MPV_EVENT_END_FILE &&
-        static_cast<const mpv_event_end_file*>(event->data)->reason != MPV_END_FILE_REASON_STOP)
+    if (player.file != nullptr) {
+      facts_take(player, *event);
+    } else if (event->event_id == MPV_EVENT_END_FILE &&
+               static_cast<const mpv_event_end_file*>(event->data)->reason != MPV_END_FILE_REASON_STOP) {
+      // A stop is ours: another stream follows.
       player.reopen = steady_clock::now() + kReopenTime;
+    }
   }
 }
 
@@ -191,14 +192,21 @@ bool render(Player& player, bool skips, Canvas& ret_canvas) {
 std::string player_trouble() { return mpv_library().trouble; }
 
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error) {
-  if (std::string trouble = player_trouble(); !trouble.empty()) {
-    ret_error = std::move(trouble);
-    return nullptr;
-  }
   PlayerHandle player(new Player{.ring = std::move(ring)});
-  if (!set_up(*player, wake, ret_error)) return nullptr;
-  open(*player);
-  return player;
+  const bool started = create(*player, ret_error) && set_options(*player, kBroadcastOptions, ret_error) &&
+                       set_up(*player, wake, ret_error);
+  return started ? std::move(player) : nullptr;
+}
+
+PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, std::string& ret_error) {
+  PlayerHandle player(new Player);
+  player->file = std::make_shared<FileSource>();
+  player->file->path = file.path;
+  player->file->grows = file.grows;
+  player->facts.position = file.from;
+  const bool started =
+      create(*player, ret_error) && set_file_options(*player, file, ret_error) && set_up(*player, wake, ret_error);
+  return started ? std::move(player) : nullptr;
 }
 
 void PlayerEnd::operator()(Player* player) const {

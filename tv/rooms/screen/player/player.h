@@ -1,10 +1,12 @@
-// Plays the packets of a ring without a window and without sound, and renders the picture into memory. The player has
-// threads of its own; its owner calls the functions below from one thread.
+// Plays the packets of a ring, or a file, without a window and without sound, and renders the picture into memory. The
+// player has threads of its own; its owner calls the functions below from one thread. None of them waits for the
+// stream.
 #pragma once
 
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "rooms/screen/player/jpeg.h"
 #include "rooms/screen/player/ring.h"
@@ -12,6 +14,8 @@
 inline constexpr std::chrono::milliseconds kFrameTime{100};        // pictures are at least so far apart, on average
 inline constexpr std::chrono::milliseconds kPlayerStopTime{5000};  // then a player that does not end is left behind
 inline constexpr std::chrono::milliseconds kReopenTime{1000};      // between two attempts to play a broken stream
+inline constexpr std::chrono::milliseconds kSeekTime{5000};        // then the position counts again after a seek
+inline constexpr std::size_t kMostTracks = 64;                     // of a file; the others are not listed
 
 // Called on any thread when player_step has something to do. Must not wait, nor call the player.
 struct PlayerWake {
@@ -35,6 +39,53 @@ std::string player_trouble();
 // can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);
 
+struct PlayerFile {
+  std::string path = {};
+  bool broadcast = true;  // a transport stream; false: the format is found out from the contents
+  bool grows = false;     // playing waits for more at its end, until player_set_growing says otherwise
+  double from = 0;        // s from its beginning
+  bool paused = false;
+  double speed = 1;
+  int audio = 0;  // number of the sound track; 0: the file's first choice
+};
+
+// Plays the file. That it cannot be opened is reported by player_facts. Null with ret_error as above.
+PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, std::string& ret_error);
+
 // Does what is due. Returns whether the canvas has a new picture, with bars where it is not 16:9. A player that waits
 // to play a broken stream again does so here, so call it at least every kReopenTime.
 bool player_step(Player& player, Canvas& ret_canvas);
+
+// ---- Of a file; the functions do nothing for a ring ----
+
+enum class PlayerState { kOpening, kPlaying, kEnded, kFailed };
+enum class TrackKind { kVideo, kAudio, kSubtitle };
+
+struct PlayerTrack {
+  TrackKind kind = TrackKind::kVideo;
+  int number = 0;  // within its kind, from 1
+  std::string codec = {};
+  std::string language = {};
+  std::string title = {};
+  bool chosen = false;
+};
+
+// As of the latest player_step. Texts come from the file; they are valid UTF-8.
+struct PlayerFacts {
+  PlayerState state = PlayerState::kOpening;
+  std::string reason = {};  // why playing failed
+  double position = 0;      // s
+  double duration = 0;      // s; 0: unknown. Of a file that grows: when it was opened
+  bool seeking = false;     // the position is where it seeks to
+  std::vector<PlayerTrack> tracks = {};
+  int chapters = 0;
+  int chapter = 0;  // from 1; 0: none
+};
+const PlayerFacts& player_facts(const Player& player);
+
+void player_pause(Player& player, bool paused);
+void player_seek(Player& player, double position);  // s from the beginning
+void player_set_speed(Player& player, double speed);
+void player_choose(Player& player, TrackKind kind, int number);  // 0: none
+void player_choose_chapter(Player& player, int chapter);         // from 1
+void player_set_growing(Player& player, bool grows);

@@ -1,6 +1,6 @@
 import { useSignal } from "@preact/signals";
 import { dayText, setNow, timeText } from "../../app/set-clock";
-import { ClearIcon, EditIcon, LockIcon, StopIcon } from "../../ui/icons";
+import { ClearIcon, EditIcon, LockIcon, PlayIcon, StopIcon } from "../../ui/icons";
 import { change, durationText, endOf, seconds, sizeText, type Recording } from "./recordings";
 import { label } from "./words";
 
@@ -49,6 +49,17 @@ export function RecordingRow({ recording }: { recording: Recording }) {
       </div>
       <span class={`badge ${states[status].tone}`}>{states[status].text}</span>
       <div class="recording-actions">
+        {status !== "failed" && (
+          <button
+            type="button"
+            class="icon-button"
+            aria-label={`${label("IDS_PLAY")}: ${title}`}
+            title={label("IDS_PLAY")}
+            onClick={() => void send("recording", String(id), "play")}
+          >
+            <PlayIcon />
+          </button>
+        )}
         {running && (
           <button type="button" class="button small" onClick={() => void send("record", "stop", String(id))}>
             <StopIcon />

@@ -4,8 +4,9 @@ import { controllable, usePolling } from "../../app/commands";
 import { access } from "../../app/session";
 import { dayText, timeText } from "../../app/set-clock";
 import { ClearIcon, RecordIcon } from "../../ui/icons";
+import { PlaybackBar } from "./playback-bar";
 import { RecordingRow } from "./recording-row";
-import { change, readMore, readRecordings, recordings, seconds, timers, total, type Timer } from "./recordings";
+import { change, playback, readMore, readRecordings, recordings, seconds, timers, total, type Timer } from "./recordings";
 import { label } from "./words";
 import "./recordings.css";
 
@@ -21,6 +22,7 @@ export function RecordingsPanel() {
       {access.value === "control" && (
         <>
           <RecordNow />
+          {playback.value && <PlaybackBar playback={playback.value} />}
           {problem.value && (
             <p class="bad" role="alert">
               {problem.value}

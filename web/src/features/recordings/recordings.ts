@@ -22,6 +22,20 @@ export interface Recording {
   kept?: boolean;
 }
 
+/** The recording that the set plays. */
+export interface Playback {
+  recording: number;
+  title: string;
+  /** In seconds, as the duration, which grows while the recording runs. */
+  position: number;
+  duration: number;
+  running: boolean;
+  paused: boolean;
+}
+
+/** Null: the set plays none. */
+export const playback = signal<Playback | null>(null);
+
 export interface Timer {
   id: number;
   kind: "reminder" | "record" | "watch" | "series";
@@ -62,8 +76,10 @@ export async function readRecordings() {
     if (reply.recordings.length === 0 || known.length >= count) break;
   }
   const planned = (await television("timers")) as unknown as { timers: Timer[] };
+  const played = (await television("playback")) as unknown as Playback | { recording: null };
   await readClock();
   batch(() => {
+    playback.value = played.recording === null ? null : played;
     recordings.value = known;
     total.value = count;
     timers.value = planned.timers;

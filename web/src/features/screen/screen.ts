@@ -22,7 +22,7 @@ export interface Banner {
 }
 
 export interface Shown {
-  picture: "channel" | "none";
+  picture: "channel" | "recording" | "none";
   /** Why there is no picture. */
   reason?: string;
   problem?: string;
@@ -48,7 +48,7 @@ const messages: Readonly<Record<string, Parameters<typeof label>[0]>> = {
 
 /** What is written in place of the picture; empty while there is one, or while the set tunes. */
 export function messageOf({ picture, reason, problem, source }: Shown): string {
-  if (picture === "channel" || reason === "tuning") return "";
+  if (picture !== "none" || reason === "tuning") return "";
   if (reason === "source") return source;
   const known = reason === undefined ? undefined : messages[reason];
   return known ? label(known) : [label("IDS_NO_PICTURE"), problem].filter(Boolean).join(": ");
