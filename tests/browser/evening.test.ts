@@ -143,12 +143,23 @@ test.describe("with the antenna of make run", () => {
       await expect(recordings(page)).toHaveCount(1);
       await expect(recordings(page)).toContainText("records");
       await expect(recordings(page)).toContainText(present.title);
-      await expect.poll(async () => (await listed(host))[0]?.bytes ?? 0).toBeGreaterThan(500_000);
+      await expect.poll(async () => (await listed(host))[0]?.bytes ?? 0).toBeGreaterThan(1_500_000);
       await recordings(page).getByRole("button", { name: "Stop" }).click();
       await expect(recordings(page)).toContainText("partial");
     });
 
-    const other = await open("/#channels");
+    const other = await open("/#screen");
+    await test.step("the recording is played on the set's screen, and stopped", async () => {
+      await recordings(page).getByRole("button", { name: "Play: " }).click();
+      const bar = main(page, "Recordings").getByRole("region", { name: "Playback" });
+      await expect(bar).toContainText(present.title);
+      await pictureMoves(other);
+      await bar.getByRole("button", { name: "Stop" }).click();
+      await expect(bar).toHaveCount(0);
+      await expect.poll(() => tv(host, "tuner")).toMatchObject({ channel: cinema.number, result: "picture" });
+    });
+
+    await choose(other, "Channels");
     await test.step("a channel that is renamed on one page has its new name on another", async () => {
       await expect(channel(other, shore.word)).toContainText(shore.name);
       await choose(page, "Channels");
