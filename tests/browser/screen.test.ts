@@ -161,6 +161,50 @@ test("banner, volume and source lie over the picture", async ({ open }) => {
   await expect(screen(page).getByRole("status")).toHaveText("Games console");
 });
 
+test("the second picture has its place, its reason and the mark of the sound", async ({ open }) => {
+  const set = television();
+  const second = { source: "TV", channel: 5, name: "Harbour", region: { x: 1380, y: 60, width: 480, height: 270 } };
+  const region = { x: 0, y: 0, width: 1920, height: 1080 };
+  set.shown = { picture: "channel", reason: undefined, region, second, focus: "main" };
+  const page = await open("/#screen", { prepare: set.prepare });
+  const small = panel(page).getByRole("group", { name: "Second picture" });
+  await expect(small).toContainText("5 Harbour");
+  const sound = panel(page).getByRole("img", { name: "Sound" });
+  await expect(sound).toHaveCount(1);
+  await expect(small.getByRole("img", { name: "Sound" })).toHaveCount(0);
+  const [whole, part] = await Promise.all([canvas(page).boundingBox(), small.locator(".screen-picture").boundingBox()]);
+  expect(Math.abs(part!.x - whole!.x - whole!.width * (1380 / 1920))).toBeLessThan(3);
+  expect(Math.abs(part!.y - whole!.y - whole!.height * (60 / 1080))).toBeLessThan(3);
+  expect(Math.abs(part!.width - whole!.width / 4)).toBeLessThan(3);
+  set.shown = { picture: "channel", reason: undefined, region, second: { ...second, reason: "scrambled" }, focus: "sub" };
+  await expect(small.getByRole("status")).toHaveText("Scrambled");
+  await expect(small.getByRole("img", { name: "Sound" })).toHaveCount(1);
+  await expect(sound).toHaveCount(1);
+  set.shown = { picture: "none", reason: "no_signal", source: "TV" };
+  await expect(small).toHaveCount(0);
+  await expect(panel(page).locator(".screen-message")).toHaveText("No signal");
+});
+
+test("the set's message lies over the picture, and the reasons are in the menu's language", async ({ open }) => {
+  const set = television();
+  set.shown = { picture: "none", reason: "scrambled", source: "TV", message: { text: "Tides begins at 20:15 <b>" } };
+  const page = await open("/#screen", { prepare: set.prepare });
+  const note = page.locator(".screen-note");
+  await expect(note).toHaveText("Tides begins at 20:15 <b>");
+  await page.getByRole("combobox").selectOption("deu");
+  for (const [reason, text] of Object.entries({
+    scrambled: "Verschlüsselt",
+    no_channel: "Kein Sender",
+    blocked_channel: "Gesperrt: PIN eingeben",
+    no_tuner: "Alle Tuner sind belegt",
+    stopped: "Kein Bild",
+  })) {
+    set.shown = { picture: "none", reason, source: "TV" };
+    await expect(page.locator(".screen-message")).toHaveText(text);
+  }
+  await expect(note).toHaveCount(0);
+});
+
 test("while the picture has the focus, the keyboard is the remote control", async ({ host, open }) => {
   await host.write("/tv/cast/volume/volume", 40);
   const page = await open("/#screen");

@@ -104,4 +104,27 @@ test('two channels of different multiplexes are shown at once', async (t) => {
   await until(() => client.tv('antenna'), (answer) => received(answer) === 'air-506.ts satellite-11494.ts', 'the reception of both multiplexes');
 });
 
+test('both pictures are drawn, each with its own reason when it is not', async (t) => {
+  const client = await set.client(t);
+  const screen = () => client.tv('screen');
+  await client.tv('tune 1');
+  await mode(client, 1);
+  await client.tv('multiview channel 30');
+  const both = await until(screen, ({ shown, second }) => shown && second?.shown, 'both pictures');
+  assert.deepEqual([both.second.channel, both.second.name, both.focus], [30, byNumber(30).name, 'main']);
+  assert.deepEqual(both.second.region, (await client.tv('multiview')).sub.region);
+  await client.set(uri('audio_focus'), { VALUE: 'sub' }, 'MODIFY');
+  await until(screen, ({ focus, sound }) => focus === 'sub' && sound?.language === 'eng', 'the sound of the second picture');
+  await client.tv('multiview focus main');
+  await until(screen, ({ sound }) => sound?.language === 'deu', 'the sound of the main picture');
+  await client.tv('multiview channel 12'); // scrambled
+  const scrambled = await until(screen, ({ second }) => second?.reason === 'scrambled', 'the reason');
+  assert.deepEqual([scrambled.shown, scrambled.second.shown], [true, false]);
+  await client.tv('multiview channel 30');
+  await client.tv('channel 1 block');
+  await until(screen, ({ reason, second }) => reason === 'blocked_channel' && second?.shown, 'the second picture alone');
+  await client.tv('channel 1 unblock');
+  await until(screen, ({ shown }) => shown, 'the main picture again');
+});
+
 set.everyUriIsUsed();

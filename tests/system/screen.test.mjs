@@ -4,6 +4,7 @@ import { execFile, execFileSync } from 'node:child_process';
 import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
+import { antenna } from './antenna_support.mjs';
 import { build, connect, folder, request, sharedHost, sleep, startHost } from './host_support.mjs';
 
 const host = sharedHost();
@@ -185,4 +186,64 @@ test('the picture of a channel moves, and follows the channel', async (t) => {
   assert.deepEqual([(await screen()).picture, (await screen()).reason], ['none', 'standby']);
   await until(screen, ({ shown }) => !shown, 'the empty frame');
   assert.equal((await set.stop()).code, 0);
+});
+
+// The red, green and blue of each pixel of the set's newest frame.
+async function pixels(set, t) {
+  const file = join(folder(t), 'frame.jpg');
+  const reply = await fetch(set.url + path, { headers: bearer(set.token) });
+  writeFileSync(file, Buffer.from(await reply.arrayBuffer()));
+  return execFileSync('ffmpeg', ['-v', 'error', '-i', file, '-f', 'rawvideo', '-pix_fmt', 'rgb24', '-'], { maxBuffer: 1e6 });
+}
+
+test('the chosen sound is played, and the chosen subtitles are drawn', async (t) => {
+  const set = await startHost(t, ['--antenna', antenna()]);
+  const client = await connect(t, set);
+  const tv = (words) => client.call('tv', { words: words.split(' ') });
+  await scanned((...words) => tv(words.join(' ')));
+  const screen = () => tv('screen');
+  const plays = (kind, language) => until(screen, (now) => now[kind]?.language === language, `${kind} ${language}`);
+
+  await tv('tune 2'); // in French and English; a new set prefers English
+  const first = await plays('sound', 'eng');
+  const { audio } = await tv('tuner');
+  assert.deepEqual(audio.map(({ language, chosen }) => [language, chosen]), [['fra', false], ['eng', true]]);
+  await tv('tuner audio 1');
+  const second = await plays('sound', 'fra');
+  assert.notEqual(second.sound.pid, first.sound.pid);
+  await tv('key MTS/AUDIO');
+  assert.equal((await plays('sound', 'eng')).sound.pid, first.sound.pid);
+
+  // The subtitles alone are yellow.
+  const yellow = async () => {
+    const frame = await pixels(set, t);
+    let count = 0;
+    for (let at = 0; at < frame.length; at += 3) if (frame[at] > 180 && frame[at + 1] > 180 && frame[at + 2] < 90) ++count;
+    return count;
+  };
+  await tv('tune 5');
+  await plays('subtitles', 'ell');
+  await until(yellow, (count) => count > 100, 'subtitles in the picture');
+  await tv('tuner subtitle off');
+  await until(screen, ({ shown, subtitles }) => shown && !subtitles, 'the end of the subtitles');
+  await until(yellow, (count) => count === 0, 'a picture without subtitles');
+  await tv('tuner subtitle 1');
+  await plays('subtitles', 'ell');
+  await until(yellow, (count) => count > 100, 'subtitles again');
+  assert.equal((await set.stop()).code, 0);
+});
+
+test('the volume is shown after its change, not at the first look', async (t) => {
+  const state = folder(t);
+  const run = async (then) => {
+    const set = await startHost(t, [], { state });
+    const client = await connect(t, set);
+    await then((words) => client.call('tv', { words: words.split(' ') }));
+    assert.equal((await set.stop()).code, 0);
+  };
+  await run(async (tv) => {
+    await tv('volume 33');
+    assert.equal((await tv('screen')).volume, 33);
+  });
+  await run(async (tv) => assert.equal((await tv('screen')).volume, undefined));
 });

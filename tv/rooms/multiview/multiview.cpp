@@ -15,6 +15,7 @@
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/picture.h"
+#include "rooms/tuner/tracks.h"
 
 namespace {
 
@@ -24,10 +25,10 @@ constexpr const char* kModeWords[] = {"normal", "pip", "pop"};
 constexpr int kModes = std::size(kModeWords);
 constexpr std::uint32_t kLeast = 16;  // pixels of a picture's width and height
 
-constexpr Region kFull{.x = 0, .y = 0, .width = kScreenWidth, .height = kScreenHeight};
-constexpr Region kLeft{.x = 0, .y = kScreenHeight / 4, .width = kScreenWidth / 2, .height = kScreenHeight / 2};
+constexpr Region kFull{.x = 0, .y = 0, .width = kPanelWidth, .height = kPanelHeight};
+constexpr Region kLeft{.x = 0, .y = kPanelHeight / 4, .width = kPanelWidth / 2, .height = kPanelHeight / 2};
 constexpr Region kRight{
-    .x = kScreenWidth / 2, .y = kScreenHeight / 4, .width = kScreenWidth / 2, .height = kScreenHeight / 2};
+    .x = kPanelWidth / 2, .y = kPanelHeight / 4, .width = kPanelWidth / 2, .height = kPanelHeight / 2};
 
 // The small picture: its size, and its corner clockwise from the upper right one.
 constexpr std::array<std::uint32_t, 3> kWidths = {480, 640, 800};
@@ -78,24 +79,24 @@ void work() { picture_work(picture); }
 
 Region small_region() {
   const std::uint32_t width = kWidths[state.size];
-  const std::uint32_t height = width * kScreenHeight / kScreenWidth;
+  const std::uint32_t height = width * kPanelHeight / kPanelWidth;
   const bool right = state.corner == 0 || state.corner == 1;
   const bool low = state.corner == 1 || state.corner == 2;
-  return {.x = right ? kScreenWidth - kMargin - width : kMargin,
-          .y = low ? kScreenHeight - kMargin - height : kMargin,
+  return {.x = right ? kPanelWidth - kMargin - width : kMargin,
+          .y = low ? kPanelHeight - kMargin - height : kMargin,
           .width = width,
           .height = height};
 }
 
 // Why the region does not fit the screen; empty: it does.
 std::string misfit(const Region& region) {
-  if (region.width >= kLeast && region.height >= kLeast && region.x < kScreenWidth && region.y < kScreenHeight &&
-      region.width <= kScreenWidth - region.x && region.height <= kScreenHeight - region.y) {
+  if (region.width >= kLeast && region.height >= kLeast && region.x < kPanelWidth && region.y < kPanelHeight &&
+      region.width <= kPanelWidth - region.x && region.height <= kPanelHeight - region.y) {
     return "";
   }
   return "the region " + std::to_string(region.width) + "x" + std::to_string(region.height) + " at " +
          std::to_string(region.x) + "," + std::to_string(region.y) + " is not within the screen of " +
-         std::to_string(kScreenWidth) + "x" + std::to_string(kScreenHeight) + ", or smaller than " +
+         std::to_string(kPanelWidth) + "x" + std::to_string(kPanelHeight) + ", or smaller than " +
          std::to_string(kLeast) + " pixels";
 }
 
@@ -257,6 +258,11 @@ Multiview multiview_state() {
                 .heard = state.sub_heard};
   if (state.gave_up) answer.sub.result = ChangeResult::kNoTuner;
   return answer;
+}
+
+std::vector<TunerTrack> multiview_tracks() {
+  const PictureFacts sub = picture_facts(picture);
+  return sub.facts.pmt ? tracks_of(*sub.facts.pmt, {}) : std::vector<TunerTrack>{};
 }
 
 void multiview_look() { picture_update(picture, false); }

@@ -3,13 +3,14 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "core/contract.h"
 #include "rooms/tuner/tuner.h"
 
-// The screen, in pixels.
-inline constexpr std::uint32_t kScreenWidth = 1920;
-inline constexpr std::uint32_t kScreenHeight = 1080;
+// The set's panel, in pixels. Regions are places on it.
+inline constexpr std::uint32_t kPanelWidth = 1920;
+inline constexpr std::uint32_t kPanelHeight = 1080;
 
 struct ScreenPicture {
   bool shown = false;
@@ -29,6 +30,8 @@ struct Multiview {
 Multiview multiview_state();
 
 void multiview_look();  // as tuner_look, the sub picture's part of it
+
+std::vector<TunerTrack> multiview_tracks();  // as tuner_tracks, of the sub picture
 
 // As tuner_set_player, for the sub picture.
 void multiview_set_player(const TunerPlayer* player);

@@ -323,8 +323,12 @@ TEST_F(RecorderPlans, ReminderShowsAMessageForAMinute) {
   EXPECT_EQ(text_in(reply_to({"state"}), "reminder"), "The News on Two");
   EXPECT_EQ(power(), "standby") << "a reminder does not switch the set on";
   EXPECT_EQ(listed_timers().size(), 0u);
+  EXPECT_EQ(run({"screen"}).find("message"), std::string::npos) << "nothing is shown in standby";
+  expect_done(run({"power", "on"}));
+  expect_words(run({"screen"}), {R"("message":{"word":"reminder","about":"","text":"The News on Two"})"});
   dtv_tv_advance(61'000);
   EXPECT_EQ(text_in(reply_to({"state"}), "reminder"), "");
+  EXPECT_EQ(run({"screen"}).find("message"), std::string::npos);
 }
 
 TEST_F(RecorderPlans, WatchingWakesTheSetAndShowsTheChannel) {

@@ -116,6 +116,30 @@ TEST_F(ScreenRing, AnotherProgramDropsTheOldOne) {
   EXPECT_EQ(read(*reader, kPacketSize), packet(0x200, false, 2));
 }
 
+TEST_F(ScreenRing, AForgottenRingIsEmptyUntilTheNextPat) {
+  EXPECT_EQ(ring_stream(*ring), 0U);
+  put(*ring, pat(5));
+  put(*ring, packet(0x200, false, 1));
+  const std::uint64_t before = ring_stream(*ring);
+  EXPECT_NE(before, 0U);
+  const auto old = ring_read_from_lead(ring);
+  ring_forget(*ring);
+  EXPECT_EQ(ring_stream(*ring), 0U);
+  EXPECT_EQ(ring->bytes.capacity(), 0U);
+  put(*ring, packet(0x200, false, 2));
+  EXPECT_EQ(ring_stream(*ring), 0U);
+  put(*ring, pat(5));  // the same program again is another stream
+  EXPECT_GT(ring_stream(*ring), before);
+  put(*ring, packet(0x200, false, 3));
+  const auto reader = ring_read_from_lead(ring);
+  EXPECT_EQ(read(*reader, kPacketSize), pat(5));
+  EXPECT_EQ(read(*reader, kPacketSize), pat(5));
+  EXPECT_EQ(read(*reader, kPacketSize), packet(0x200, false, 3));
+  EXPECT_EQ(read(*old, kPacketSize), pat(5));  // what it had begun with
+  EXPECT_EQ(read(*old, kPacketSize), pat(5));
+  EXPECT_EQ(read(*old, kPacketSize), packet(0x200, false, 3));
+}
+
 TEST_F(ScreenRing, KeepsAtMostFourPacketsOfAProgramMap) {
   put(*ring, pat(5));
   put(*ring, packet(kMapPid, true, 0));

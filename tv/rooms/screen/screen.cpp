@@ -7,9 +7,9 @@
 #include <chrono>
 #include <cstring>
 #include <mutex>
-#include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "core/reply.h"
 #include "core/room.h"
@@ -17,11 +17,14 @@
 #include "dtv_tv.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
+#include "rooms/multiview/multiview.h"
 #include "rooms/playback/playback.h"
+#include "rooms/recorder/recorder.h"
 #include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
 #include "rooms/sources/sources.h"
 #include "rooms/tuner/tuner.h"
+#include "rooms/volume/volume.h"
 
 namespace {
 
@@ -30,18 +33,9 @@ using std::chrono::seconds;
 constexpr seconds kBannerTime{5};  // after a channel change or INFO
 constexpr seconds kVolumeTime{3};  // after a change of the volume
 
-struct Sound {
-  std::int64_t volume = 0;
-  bool mute = false;
-  bool operator==(const Sound&) const = default;
-};
-
 struct State {
-  std::mutex lock;                     // taken after every other room's; guards all members below
-  std::optional<ChangeResult> result;  // of the last channel change
+  std::mutex lock;  // taken after every other room's; guards all members below
   TimerTime banner_until{};
-  Sound sound;  // as last reported
-  TimerTime sound_until{};
 };
 
 // Never destroyed: other threads may still use it when the process exits.
@@ -65,34 +59,62 @@ constexpr ReasonRow kReasons[] = {
     {ChangeResult::kNotFound, "not_found"},
 };
 
-// Why the screen shows neither a channel nor a recording; empty: it shows one. Takes other rooms' locks, so the caller
+// Why the screen shows no channel in the picture's region; empty: it shows one. Takes other rooms' locks, so the caller
 // holds none.
-std::string_view reason() {
+std::string_view reason(const ScreenPicture& picture) {
   if (!remote_is_on()) return "standby";
-  if (playback_shown()) return "";
-  if (!sources_is_tv()) return "source";
-  if (!tuner_channel()) return "no_channel";
-  const std::lock_guard guard(state.lock);
-  if (!state.result) return "tuning";
-  const auto* const row = std::ranges::find(kReasons, *state.result, &ReasonRow::result);
+  if (!sources_is_tuner(picture.source)) return "source";
+  if (!picture.shown) return "stopped";
+  if (!picture.channel) return "no_channel";
+  if (!picture.result) return "tuning";
+  const auto* const row = std::ranges::find(kReasons, *picture.result, &ReasonRow::result);
   return row != std::end(kReasons) ? row->reason : "no_signal";
 }
 
-// ---- The tuner ----
-
-// On the reception's thread.
-void take_packets(void*, std::span<const std::uint8_t> packets) { show_packets(packets); }
-
-void take_change(void*, ChangeResult result) {
-  {
-    const std::lock_guard guard(state.lock);
-    state.result = result;
-    state.banner_until = timer_now() + kBannerTime;
-  }
-  if (!playback_shown()) show_changed();
+int chosen(const std::vector<TunerTrack>& tracks, StreamKind kind) {
+  for (const TunerTrack& each : tracks)
+    if (each.kind == kind && each.chosen) return each.pid;
+  return 0;
 }
 
+// For the thread of show.cpp. The picture that is not heard plays no sound; the viewer's subtitles are the main one's.
+ShowPlan plan() {
+  const Multiview now = multiview_state();
+  ShowPlan plan;
+  auto& [main, second] = plan;
+  main.region = now.main.region;
+  if (remote_is_on()) main.file = playback_shown();
+  main.plays = main.file || reason(now.main).empty();
+  if (main.plays && !main.file) {
+    const std::vector<TunerTrack> tracks = tuner_tracks();
+    main.audio = now.main.heard ? chosen(tracks, StreamKind::kAudio) : 0;
+    main.subtitle = chosen(tracks, StreamKind::kSubtitle);
+  }
+  if (!now.sub.shown) return plan;
+  second.region = now.sub.region;
+  second.plays = reason(now.sub).empty();
+  if (second.plays && now.sub.heard) second.audio = chosen(multiview_tracks(), StreamKind::kAudio);
+  return plan;
+}
+
+// ---- The pictures' tuners ----
+
+// On the reception's thread.
+void take_packets(void*, std::span<const std::uint8_t> packets) { show_packets(PicturePlace::kMain, packets); }
+void take_second_packets(void*, std::span<const std::uint8_t> packets) { show_packets(PicturePlace::kSecond, packets); }
+
+void take_change(void*, ChangeResult) {
+  {
+    const std::lock_guard guard(state.lock);
+    state.banner_until = timer_now() + kBannerTime;
+  }
+  if (!playback_shown()) show_changed(PicturePlace::kMain);
+}
+
+void take_second_change(void*, ChangeResult) { show_changed(PicturePlace::kSecond); }
+
 constexpr TunerPlayer kPlayer{.packets = take_packets, .changed = take_change};
+constexpr TunerPlayer kSecondPlayer{.packets = take_second_packets, .changed = take_second_change};
 
 // ---- The command ----
 
@@ -113,44 +135,67 @@ boost::json::object banner(const Channel& channel) {
   return shown;
 }
 
-Sound sound_now() {
-  boost::json::object reported;
-  room_volume.report(reported);
-  return {.volume = reported.at("volume").to_number<std::int64_t>(), .mute = reported.at("mute").as_bool()};
-}
-
 bool shows_info() {
   const TimerTime pressed = remote_info_pressed();
   return pressed != kTimerNever && timer_now() < pressed + kBannerTime;
 }
 
+bool shows_volume() {
+  const TimerTime changed = volume_changed();
+  return changed != kTimerNever && timer_now() < changed + kVolumeTime;
+}
+
+bool shows_banner() {
+  const std::lock_guard guard(state.lock);
+  return timer_now() < state.banner_until;
+}
+
+boost::json::object shown_region(const VEXTVAPI_REGION_T& region) {
+  return {{"x", region.x}, {"y", region.y}, {"width", region.width}, {"height", region.height}};
+}
+
+boost::json::object shown_stream(const PlayedStream& stream) {
+  return {{"pid", stream.pid}, {"language", stream.language}};
+}
+
+// Both pictures' places, and what the second one shows.
+void report_second(const Multiview& now, const ShowFrame& frame, boost::json::object& ret_reply) {
+  ret_reply["region"] = shown_region(now.main.region);
+  boost::json::object second{{"source", sources_name(now.sub.source)}, {"region", shown_region(now.sub.region)}};
+  if (now.sub.channel) {
+    second["channel"] = now.sub.channel->number;
+    second["name"] = now.sub.channel->name;
+  }
+  const std::string_view why = reason(now.sub);
+  if (!why.empty()) second["reason"] = why;
+  second["shown"] = why.empty() && frame.pictures[1].shown;
+  ret_reply["second"] = std::move(second);
+  ret_reply["focus"] = now.sub.heard ? "sub" : "main";
+}
+
 boost::json::object screen_command(Arguments arguments) {
-  std::string_view why = reason();
-  const Sound sound = sound_now();
-  const bool info = shows_info();
+  const Multiview now = multiview_state();
+  const bool plays_recording = remote_is_on() && playback_shown();
+  std::string_view why = plays_recording ? "" : reason(now.main);
   const ShowFrame frame = show_look();
   boost::json::object reply;
   if (!frame.problem.empty() && (why.empty() || frame.jpeg == nullptr)) {
     why = "unavailable";
     reply["problem"] = frame.problem;
   }
-  reply["picture"] = !why.empty() ? "none" : playback_shown() ? "recording" : "channel";
+  reply["picture"] = !why.empty() ? "none" : plays_recording ? "recording" : "channel";
   if (!why.empty()) reply["reason"] = why;
-  reply["shown"] = why.empty() && frame.shown;
-  bool with_banner = false;
-  {
-    const std::lock_guard guard(state.lock);
-    const TimerTime now = timer_now();
-    with_banner = (info || now < state.banner_until) && why != "standby" && why != "source";
-    if (std::exchange(state.sound, sound) != sound) state.sound_until = now + kVolumeTime;
-    if (now < state.sound_until) {
-      reply["volume"] = sound.volume;
-      reply["mute"] = sound.mute;
-    }
-  }
-  reply["source"] = sources_name(sources_current());
-  if (with_banner)
-    if (const auto channel = tuner_channel()) reply["banner"] = banner(*channel);
+  reply["shown"] = why.empty() && frame.pictures[0].shown;
+  if (shows_volume()) room_volume.report(reply);
+  reply["source"] = sources_name(now.main.source);
+  const bool on = why != "standby";
+  if (now.main.channel && on && (shows_info() || shows_banner())) reply["banner"] = banner(*now.main.channel);
+  if (now.sub.shown && on) report_second(now, frame, reply);
+  const PlayedPicture& heard = frame.pictures[now.sub.heard ? 1 : 0];
+  if (heard.audio) reply["sound"] = shown_stream(*heard.audio);
+  if (frame.pictures[0].subtitle) reply["subtitles"] = shown_stream(*frame.pictures[0].subtitle);
+  if (const std::string message = recorder_message(); on && !message.empty())
+    reply["message"] = {{"word", "reminder"}, {"about", ""}, {"text", message}};
   if (!arguments.empty() && frame.jpeg != nullptr)
     reply["jpeg"] = absl::Base64Escape({reinterpret_cast<const char*>(frame.jpeg->data()), frame.jpeg->size()});
   return reply;
@@ -159,20 +204,19 @@ boost::json::object screen_command(Arguments arguments) {
 // ---- The room ----
 
 void load() {
-  const Sound sound = sound_now();
   show_clear();
   const std::lock_guard guard(state.lock);
-  state.result.reset();
   state.banner_until = {};
-  state.sound = sound;
-  state.sound_until = {};
 }
 
 void start() {
-  if (show_start([] { return reason().empty(); })) tuner_set_player(&kPlayer);
+  if (!show_start(plan)) return;
+  tuner_set_player(&kPlayer);
+  multiview_set_player(&kSecondPlayer);
 }
 
 void stop() {
+  multiview_set_player(nullptr);
   tuner_set_player(nullptr);
   show_stop();
 }

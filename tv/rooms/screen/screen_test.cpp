@@ -61,6 +61,14 @@ TEST_F(TvScreen, TheVolumeIsShownForThreeSecondsAfterItsChange) {
   EXPECT_FALSE(screen().contains("mute"));
 }
 
+TEST_F(TvScreen, TheVolumeIsNotShownAtTheFirstLookAfterAStart) {
+  tv_control(R"(["volume","33"])");
+  EXPECT_EQ(screen().at("volume"), 33);  // nobody has looked before
+  dtv_tv_stop();
+  ASSERT_EQ(tv_start(folder.path), "");
+  EXPECT_FALSE(screen().contains("volume"));
+}
+
 TEST_F(TvScreen, TakesOneWord) { EXPECT_TRUE(screen(R"(["screen","a.jpg","b.jpg"])").contains("error")); }
 
 #ifdef DTV_PICTURE

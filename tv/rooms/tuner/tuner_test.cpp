@@ -391,37 +391,6 @@ TEST_F(TvTuner, ABlockedChannelNeedsThePin) {
   expect_done(run({"channel", "1", "unblock"}));
 }
 
-TEST_F(TvTuner, BlockingTheWatchedChannelEndsItsPictureAtOnce) {
-  import_channels();
-  EXPECT_EQ(change_to(1), of(1, ChangeResult::kPicture));
-  expect_done(run({"channel", "1", "block"}));
-  EXPECT_EQ(next_result(), of(1, ChangeResult::kBlockedChannel));
-  expect_done(run({"tuner", "pin", "0000"}));
-  EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
-  expect_done(run({"channel", "1", "unblock"}));
-  dtv_tv_advance(0);
-
-  SVL_REC_T record{};
-  TSL_REC_T stream{};
-  ASSERT_EQ(a_vextvapi_channellist_get_svl_rec_by_channel_id(1, channel_id(1), &record), 0);
-  record.t_rec_hdr.ui4_nw_mask |= SVL_NW_MASK_BLOCKED;
-  ASSERT_EQ(a_vextvapi_channellist_set_svl_tsl_rec_info(a_vextvapi_channellist_get_svl_handle_by_svl_id(1),
-                                                        a_vextvapi_channellist_get_tsl_handle_by_svl_id(1), 1, 1,
-                                                        &record, &stream),
-            0);
-  EXPECT_EQ(next_result(), of(1, ChangeResult::kBlockedChannel));
-}
-
-TEST_F(TvTuner, BlockedChannelsAreShownWhileTheirLockIsOff) {
-  import_channels();
-  expect_done(run({"channel", "1", "block"}));
-  EXPECT_EQ(change_to(1), of(1, ChangeResult::kBlockedChannel));
-  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_rating__channel_lock", 0, 0), 0);
-  EXPECT_EQ(next_result(), of(1, ChangeResult::kPicture));
-  ASSERT_EQ(a_vextvapi_config_set_value(-1, "g_rating__channel_lock", 1, 0), 0);
-  EXPECT_EQ(next_result(), of(1, ChangeResult::kBlockedChannel));
-}
-
 TEST_F(TvTuner, AnEventIsBlockedByItsAgeFromItsBegin) {
   const std::int64_t now = std::time(nullptr) / 60 * 60;
   TestStream events;

@@ -30,6 +30,8 @@ constexpr Volume kFactory{.level = kLevel.factory, .mute = kMute.factory};
 std::atomic<Volume> volume =
     kFactory;  // changed only under the lock; read without it, so that no read waits for the disk
 
+std::atomic<TimerTime> changed = kTimerNever;
+
 std::mutex lock;  // serializes changes; guards the variables below
 a_vextvapi_volctrl_nfy_fct callback = nullptr;
 void* callback_tag = nullptr;
@@ -45,6 +47,7 @@ INT32 change(const Volume& wanted) {
   const SettingValue values[] = {{kLevel.key, wanted.level}, {kMute.key, wanted.mute}};
   if (!store_write(values)) return -1;
   volume = wanted;
+  changed = timer_now();
   if (callback != nullptr) {
     events_post([fct = callback, tag = callback_tag, wanted] {
       fct(0, tag, as_pointer(wanted.level), as_pointer(wanted.mute), nullptr, nullptr);
@@ -109,11 +112,14 @@ bool mute_press() {
   return switch_mute(volume.load().mute == 0) == 0;
 }
 
+TimerTime volume_changed() { return changed; }
+
 namespace {
 
 void load() {
   const std::lock_guard guard(lock);
   volume = Volume{.level = static_cast<INT32>(store_read(kLevel)), .mute = static_cast<INT32>(store_read(kMute))};
+  changed = kTimerNever;
 }
 
 bool reset() {

@@ -29,11 +29,14 @@ PlayerHandle player_start_file(const PlayerFile&, const PlayerWake&, std::string
 bool player_step(Player&, Canvas&) { return false; }
 
 const PlayerFacts& player_facts(const Player& player) { return player.facts; }
+void player_rest() {}
 void player_pause(Player&, bool) {}
 void player_seek(Player&, double) {}
 void player_set_speed(Player&, double) {}
 void player_choose(Player&, TrackKind, int) {}
 void player_choose_chapter(Player&, int) {}
+void player_choose_streams(Player&, int, int) {}
+bool player_draw(Player&, Canvas&) { return false; }
 void player_set_growing(Player&, bool) {}
 
 bool jpeg_write(const Canvas&, std::vector<std::uint8_t>&, std::string& ret_error) {

@@ -1,9 +1,11 @@
-// The library's reports about the file that it plays, and the functions that control it.
+// The library's reports about the file that it plays, and the functions that control it. Of a ring, it reports the
+// streams.
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 #include "base/text.h"
 #include "rooms/screen/player/parts.h"
@@ -76,8 +78,10 @@ void take_tracks(Player& player, const void* value) {
     const mpv_node* const number = member(map, "id", MPV_FORMAT_INT64);
     if (kind == std::end(kKinds) || number == nullptr) continue;
     const mpv_node* const chosen = member(map, "selected", MPV_FORMAT_FLAG);
+    const mpv_node* const pid = member(map, "src-id", MPV_FORMAT_INT64);
     player.facts.tracks.push_back({.kind = kind->kind,
                                    .number = static_cast<int>(number->u.int64),
+                                   .pid = pid == nullptr ? 0 : static_cast<int>(pid->u.int64),
                                    .codec = text_of(map, "codec"),
                                    .language = text_of(map, "lang"),
                                    .title = text_of(map, "title"),
@@ -103,6 +107,23 @@ void take_end(Player& player, const mpv_event_end_file& end) {
   if (!facts.reason.empty()) facts.state = PlayerState::kFailed;
 }
 
+// Has the library play a track; 0: none of the kind.
+void ask_for(Player& player, TrackKind kind, int number) {
+  const auto* const row = std::ranges::find(kKinds, kind, &KindRow::kind);
+  std::string text = number == 0 ? "no" : std::to_string(number);
+  char* value = text.data();
+  mpv_library().mpv_set_property_async(player.handle, 0, row->property, MPV_FORMAT_STRING, &value);
+}
+
+void follow(Player& player, TrackKind kind, int pid, int& asked) {
+  if (pid == Player::kUnknown) return;
+  const auto track = std::ranges::find_if(
+      player.facts.tracks, [&](const PlayerTrack& each) { return each.kind == kind && each.pid == pid; });
+  if (pid != 0 && track == player.facts.tracks.end()) return;
+  const int number = pid == 0 ? 0 : track->number;
+  if (std::exchange(asked, number) != number) ask_for(player, kind, number);
+}
+
 void set_property(Player& player, const char* name, mpv_format format, void* value) {
   if (player.file != nullptr) mpv_library().mpv_set_property_async(player.handle, 0, name, format, value);
 }
@@ -111,6 +132,7 @@ void set_property(Player& player, const char* name, mpv_format format, void* val
 
 int facts_observe(Player& player) {
   for (const Property& each : kProperties) {
+    if (player.ring != nullptr && each.take != take_tracks) continue;
     const auto number = static_cast<std::uint64_t>(&each - std::begin(kProperties));
     const int result = mpv_library().mpv_observe_property(player.handle, number, each.name, each.format);
     if (result < 0) return result;
@@ -168,10 +190,19 @@ void player_set_speed(Player& player, double speed) {
 }
 
 void player_choose(Player& player, TrackKind kind, int number) {
-  const auto* const row = std::ranges::find(kKinds, kind, &KindRow::kind);
-  std::string text = number == 0 ? "no" : std::to_string(number);
-  char* value = text.data();
-  set_property(player, row->property, MPV_FORMAT_STRING, &value);
+  if (player.file != nullptr) ask_for(player, kind, number);
+}
+
+void facts_follow_choice(Player& player) {
+  follow(player, TrackKind::kAudio, player.audio, player.asked_audio);
+  follow(player, TrackKind::kSubtitle, player.subtitle, player.asked_subtitle);
+}
+
+void player_choose_streams(Player& player, int audio, int subtitle) {
+  if (player.ring == nullptr) return;
+  player.audio = audio;
+  player.subtitle = subtitle;
+  facts_follow_choice(player);
 }
 
 void player_choose_chapter(Player& player, int chapter) {

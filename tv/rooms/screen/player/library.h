@@ -36,3 +36,7 @@ struct MpvLibrary {
 
 // Loads the library on the first call. Any thread.
 const MpvLibrary& mpv_library();
+
+// No player needs the library for a while: its code and constants, and those of the libraries behind it, no longer
+// count as memory of this process. They come back from the system's cache when they are used. Any thread.
+void library_rest();

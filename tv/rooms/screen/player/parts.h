@@ -22,7 +22,14 @@ struct Player {
   std::chrono::steady_clock::time_point reopen = kNever;  // when the broken stream is played again
   std::vector<std::string> complained = {};               // the player's modules that have reported an error
 
-  PlayerFacts facts = {};                                     // of a file
+  // Of a ring: the PIDs to play, and the tracks that the library was told to play.
+  static constexpr int kUnknown = -1;
+  int audio = kUnknown;
+  int subtitle = 0;
+  int asked_audio = kUnknown;
+  int asked_subtitle = 0;
+
+  PlayerFacts facts = {};
   std::uint64_t seek = 0;                                     // number of the latest seek
   bool seek_taken = false;                                    // the latest seek has begun
   std::chrono::steady_clock::time_point seek_until = kNever;  // then its position counts in any case
@@ -42,5 +49,8 @@ int streams_offer(Player& player);
 // Asks for the events that facts_take reads. Returns the library's result.
 int facts_observe(Player& player);
 
-// Reads an event of a file's player.
+// Reads an event of a file's player, or a property of a ring's.
 void facts_take(Player& player, const mpv_event& event);
+
+// Of a ring: has the library play the chosen streams that are there.
+void facts_follow_choice(Player& player);

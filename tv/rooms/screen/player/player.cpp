@@ -80,6 +80,8 @@ void open(Player& player) {
   const char* words[] = {"loadfile", kStreamAddress, "replace", nullptr};
   player.opened = steady_clock::now();
   player.reopen = Player::kNever;
+  player.facts.tracks.clear();
+  player.asked_audio = player.asked_subtitle = Player::kUnknown;
   mpv_library().mpv_command_async(player.handle, 0, words);
 }
 
@@ -122,7 +124,7 @@ bool set_up(Player& player, const PlayerWake& wake, std::string& ret_error) {
   mpv.mpv_request_log_messages(player.handle, "error");
   if (!succeeded(mpv.mpv_initialize(player.handle), "to start", ret_error)) return false;
   if (!succeeded(streams_offer(player), "the stream", ret_error)) return false;
-  if (player.file != nullptr && !succeeded(facts_observe(player), "to report", ret_error)) return false;
+  if (!succeeded(facts_observe(player), "to report", ret_error)) return false;
   std::string type = MPV_RENDER_API_TYPE_SW;
   mpv_render_param parameters[] = {{MPV_RENDER_PARAM_API_TYPE, type.data()}, {MPV_RENDER_PARAM_INVALID, nullptr}};
   if (!succeeded(mpv.mpv_render_context_create(&player.renderer, player.handle, parameters), "to render", ret_error))
@@ -160,7 +162,7 @@ void take_events(Player& player) {
     if (event->event_id == MPV_EVENT_NONE) return;
     if (event->event_id == MPV_EVENT_LOG_MESSAGE)
       complain(player, *static_cast<const mpv_event_log_message*>(event->data));
-    if (player.file != nullptr) {
+    if (player.file != nullptr || event->event_id == MPV_EVENT_PROPERTY_CHANGE) {
       facts_take(player, *event);
     } else if (event->event_id == MPV_EVENT_END_FILE &&
                static_cast<const mpv_event_end_file*>(event->data)->reason != MPV_END_FILE_REASON_STOP) {
@@ -172,7 +174,7 @@ void take_events(Player& player) {
 
 // Takes the player's picture; skips: without rendering it.
 bool render(Player& player, bool skips, Canvas& ret_canvas) {
-  int size[] = {kScreenWidth, kScreenHeight};
+  int size[] = {ret_canvas.width, ret_canvas.height};
   std::string format = "bgr0";
   std::size_t stride = kScreenStride;
   int waits = 0;
@@ -190,6 +192,8 @@ bool render(Player& player, bool skips, Canvas& ret_canvas) {
 }  // namespace
 
 std::string player_trouble() { return mpv_library().trouble; }
+
+void player_rest() { library_rest(); }
 
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error) {
   PlayerHandle player(new Player{.ring = std::move(ring)});
@@ -228,6 +232,7 @@ void PlayerEnd::operator()(Player* player) const {
 
 bool player_step(Player& player, Canvas& ret_canvas) {
   take_events(player);
+  if (player.ring != nullptr) facts_follow_choice(player);
   const auto now = steady_clock::now();
   if (now >= player.reopen) open(player);
   if ((mpv_library().mpv_render_context_update(player.renderer) & MPV_RENDER_UPDATE_FRAME) == 0) return false;
@@ -236,3 +241,5 @@ bool player_step(Player& player, Canvas& ret_canvas) {
   player.next_frame = std::max(player.next_frame, now - kFrameTime / 2) + kFrameTime;
   return render(player, false, ret_canvas);
 }
+
+bool player_draw(Player& player, Canvas& ret_canvas) { return render(player, false, ret_canvas); }

@@ -35,6 +35,9 @@ using PlayerHandle = std::unique_ptr<Player, PlayerEnd>;
 // about a tenth of a second.
 std::string player_trouble();
 
+// No player is there, and none is needed for a while: less memory is used until then.
+void player_rest();
+
 // Plays the ring's newest packets; for another stream of the ring, start another player. Null with ret_error if there
 // can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);
@@ -52,11 +55,18 @@ struct PlayerFile {
 // Plays the file. That it cannot be opened is reported by player_facts. Null with ret_error as above.
 PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, std::string& ret_error);
 
-// Does what is due. Returns whether the canvas has a new picture, with bars where it is not 16:9. A player that waits
-// to play a broken stream again does so here, so call it at least every kReopenTime.
+// Does what is due. Returns whether the canvas has a new picture, in the canvas's size, with bars where its shape is
+// another one. A player that waits to play a broken stream again does so here, so call it at least every kReopenTime.
 bool player_step(Player& player, Canvas& ret_canvas);
 
-// ---- Of a file; the functions do nothing for a ring ----
+// Draws the present picture again, after the canvas's size has changed. False: it cannot be drawn.
+bool player_draw(Player& player, Canvas& ret_canvas);
+
+// Plays these streams of the ring's program, by their PIDs, as soon as the program has them; 0: none. Until then, and
+// without a choice, it plays the first sound and no subtitles. Does nothing for a file.
+void player_choose_streams(Player& player, int audio, int subtitle);
+
+// ---- Of a file. For a ring, only the tracks are known, and the functions do nothing ----
 
 enum class PlayerState { kOpening, kPlaying, kEnded, kFailed };
 enum class TrackKind { kVideo, kAudio, kSubtitle };
@@ -64,6 +74,7 @@ enum class TrackKind { kVideo, kAudio, kSubtitle };
 struct PlayerTrack {
   TrackKind kind = TrackKind::kVideo;
   int number = 0;  // within its kind, from 1
+  int pid = 0;     // of a transport stream
   std::string codec = {};
   std::string language = {};
   std::string title = {};

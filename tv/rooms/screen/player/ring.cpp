@@ -52,8 +52,12 @@ void keep_map(PacketRing& ring, Packet packet) {
     ring.map.insert(ring.map.end(), packet.begin(), packet.end());
 }
 
+std::size_t place_of(const PacketRing& ring, std::uint64_t packet) {
+  return ((packet - ring.base) % kRingPackets) * kPacketSize;
+}
+
 void append(PacketRing& ring, Packet packet) {
-  const std::size_t place = (ring.end % kRingPackets) * kPacketSize;
+  const std::size_t place = place_of(ring, ring.end);
   if (ring.bytes.size() < place + kPacketSize) ring.bytes.resize(place + kPacketSize);
   std::ranges::copy(packet, ring.bytes.begin() + static_cast<std::ptrdiff_t>(place));
   ++ring.end;
@@ -83,9 +87,19 @@ void ring_put(PacketRing& ring, std::span<const std::uint8_t> packets) {
   ring.changed.notify_all();
 }
 
+void ring_forget(PacketRing& ring) {
+  const std::lock_guard guard(ring.lock);
+  ring.pat.clear();
+  ring.map.clear();
+  ring.map_pid = -1;
+  ring.first = ring.base = ring.end;
+  ring.marks.clear();
+  std::vector<std::uint8_t>().swap(ring.bytes);
+}
+
 std::uint64_t ring_stream(PacketRing& ring) {
   const std::lock_guard guard(ring.lock);
-  return ring.stream;
+  return ring.pat.empty() ? 0 : ring.stream;
 }
 
 std::unique_ptr<RingReader> ring_read_from_lead(std::shared_ptr<PacketRing> ring) {
@@ -110,7 +124,7 @@ std::size_t ring_read(RingReader& reader, std::span<char> room) {
     if (reader.handed_out == reader.pieces.size()) {
       reader.next = std::max(reader.next, ring.first);  // packets that the ring has lost meanwhile are skipped whole
       if (reader.next == ring.end) break;
-      const auto place = ring.bytes.begin() + static_cast<std::ptrdiff_t>((reader.next % kRingPackets) * kPacketSize);
+      const auto place = ring.bytes.begin() + static_cast<std::ptrdiff_t>(place_of(ring, reader.next));
       reader.pieces.assign(place, place + kPacketSize);
       reader.handed_out = 0;
       ++reader.next;

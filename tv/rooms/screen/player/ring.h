@@ -1,4 +1,4 @@
-// The newest packets of the main picture, on their way from the reception's thread to the player's. The writer never
+// The newest packets of a picture, on their way from the reception's thread to the player's. The writer never
 // waits: when the ring is full, its oldest packets are lost. Each function takes the ring's own lock, under which no
 // other lock is taken.
 #pragma once
@@ -29,7 +29,8 @@ struct PacketRing {
   };
   std::mutex lock;  // guards all members
   std::condition_variable changed;
-  std::vector<std::uint8_t> bytes;  // packet n is at (n % kRingPackets) * kPacketSize; grows up to the ring's size
+  std::vector<std::uint8_t> bytes;  // grows up to the ring's size
+  std::uint64_t base = 0;           // packet n is at ((n - base) % kRingPackets) * kPacketSize
   std::uint64_t first = 0;          // the oldest packet that is still there
   std::uint64_t end = 0;            // one beyond the newest
   std::deque<Mark> marks;           // when packets arrived: one per tenth of a second within kRingLead
@@ -43,6 +44,10 @@ struct PacketRing {
 // are dropped. A PAT with another content begins another stream: what is in the ring is dropped.
 void ring_put(PacketRing& ring, std::span<const std::uint8_t> packets);
 
+// Drops what is in the ring, and its tables, and returns the memory: another program is to follow.
+void ring_forget(PacketRing& ring);
+
+// The number of the program that is in the ring; 0: no PAT has come.
 std::uint64_t ring_stream(PacketRing& ring);
 
 // One reading of the ring: the PAT and the program map, then the packets. Guarded by the ring's lock.

@@ -1,10 +1,11 @@
 import { useSignal, type Signal } from "@preact/signals";
-import type { RefObject } from "preact";
+import type { ComponentChildren, RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
 import { press, shortcuts } from "../remote/remote";
-import { messageOf, readFrame, readShown, type Banner, type Shown, type ShownEvent } from "./screen";
+import { messageOf, placeOf, readFrame, readShown, type Banner, type Region, type SecondPicture, type Shown, type ShownEvent } from "./screen";
+import { SpeakerIcon } from "../../ui/icons";
 import { label } from "./words";
 import "./screen.css";
 
@@ -87,11 +88,17 @@ export function ScreenPanel() {
         <div class="screen" tabIndex={0} role="group" aria-label={label("IDS_PICTURE")} onKeyDown={pressKey}>
           <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
           {now?.source && now.picture === "none" && now.reason !== "source" && <p class="screen-source">{now.source}</p>}
-          <p class="screen-message" role="status">
-            {message}
-          </p>
+          <PictureFrame region={now?.region} heard={now?.focus === "main"}>
+            <p class="screen-message" role="status">
+              {message}
+            </p>
+          </PictureFrame>
+          {now?.second && <SecondView second={now.second} heard={now.focus === "sub"} />}
           {now?.volume !== undefined && <VolumeMark volume={now.volume} muted={now.mute === true} />}
-          <div aria-live="polite">{now?.banner && <BannerView banner={now.banner} />}</div>
+          <div aria-live="polite">
+            {now?.message && <p class="screen-note">{now.message.text}</p>}
+            {now?.banner && <BannerView banner={now.banner} />}
+          </div>
         </div>
       )}
       <p class="hint">
@@ -99,6 +106,41 @@ export function ScreenPanel() {
         <kbd>Esc</kbd> <kbd>i</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>.
       </p>
     </main>
+  );
+}
+
+interface PictureFrameProps {
+  /** Without it, the picture covers the screen. */
+  region: Region | undefined;
+  heard: boolean;
+  children: ComponentChildren;
+}
+
+/** What lies over one picture: why there is none, and a mark if it is the one that is heard. */
+function PictureFrame({ region, heard, children }: PictureFrameProps) {
+  return (
+    <div class="screen-picture" data-heard={heard} style={region && placeOf(region)}>
+      {heard && (
+        <span class="screen-heard" role="img" aria-label={label("IDS_SOUND")}>
+          <SpeakerIcon />
+        </span>
+      )}
+      {children}
+    </div>
+  );
+}
+
+function SecondView({ second, heard }: { second: SecondPicture; heard: boolean }) {
+  const name = [second.channel, second.name ?? second.source].join(" ").trim();
+  return (
+    <div role="group" aria-label={label("IDS_SECOND_PICTURE")} class="screen-second">
+      <PictureFrame region={second.region} heard={heard}>
+        <span class="screen-name">{name}</span>
+        <p class="screen-message" role="status">
+          {messageOf(second)}
+        </p>
+      </PictureFrame>
+    </div>
   );
 }
 

@@ -21,6 +21,24 @@ export interface Banner {
   following?: ShownEvent;
 }
 
+/** A place on the set's panel of 1920x1080 pixels. */
+export interface Region {
+  x: number;
+  y: number;
+  width: number;
+  height: number;
+}
+
+/** The second picture, which lies over the main one. */
+export interface SecondPicture {
+  source: string;
+  region: Region;
+  /** Why there is no picture. */
+  reason?: string;
+  channel?: number;
+  name?: string;
+}
+
 export interface Shown {
   picture: "channel" | "recording" | "none";
   /** Why there is no picture. */
@@ -30,6 +48,12 @@ export interface Shown {
   banner?: Banner;
   volume?: number;
   mute?: boolean;
+  /** While there is a second picture: where the main one is, and which of them is heard. */
+  region?: Region;
+  second?: SecondPicture;
+  focus?: "main" | "sub";
+  /** What the set tells the viewer, such as a reminder. */
+  message?: { text: string };
 }
 
 export const readShown = async (): Promise<Shown> => (await television("screen")) as JsonObject & Shown;
@@ -46,11 +70,19 @@ const messages: Readonly<Record<string, Parameters<typeof label>[0]>> = {
   not_found: "IDS_NO_CHANNEL",
 };
 
-/** What is written in place of the picture; empty while there is one, or while the set tunes. */
-export function messageOf({ picture, reason, problem, source }: Shown): string {
-  if (picture !== "none" || reason === "tuning") return "";
+/** Where a region is on the screen. */
+export const placeOf = ({ x, y, width, height }: Region) => ({
+  left: `${(x / 1920) * 100}%`,
+  top: `${(y / 1080) * 100}%`,
+  width: `${(width / 1920) * 100}%`,
+  height: `${(height / 1080) * 100}%`,
+});
+
+/** What is written in place of a picture; empty while there is one, or while the set tunes. */
+export function messageOf({ reason, problem, source }: Pick<Shown, "reason" | "problem" | "source">): string {
+  if (reason === undefined || reason === "tuning") return "";
   if (reason === "source") return source;
-  const known = reason === undefined ? undefined : messages[reason];
+  const known = messages[reason];
   return known ? label(known) : [label("IDS_NO_PICTURE"), problem].filter(Boolean).join(": ");
 }
 

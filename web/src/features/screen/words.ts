@@ -11,5 +11,6 @@ export const label = words({
     "This page shows the picture only with the token: open the address that dtv-host printed (it ends with #token=...)",
   IDS_RADIO: "Radio",
   IDS_SCRAMBLED: "Scrambled",
+  IDS_SECOND_PICTURE: "Second picture",
   IDS_STANDBY: "Standby",
 });
