@@ -17,16 +17,15 @@ import sys
 import tempfile
 import time
 import traceback
-import xml.etree.ElementTree as ElementTree
 from collections import defaultdict
 from datetime import datetime, timedelta, timezone
 from pathlib import Path
 from typing import NamedTuple
 from zoneinfo import ZoneInfo
 
+import print_si
 import transport
 
-EXAMPLE = "usr/share/doc/libbitstream-dev/examples/dvb_print_si.c"
 SECONDS = 6
 BEGIN = datetime(2026, 3, 27, 18, 30, tzinfo=timezone.utc)  # clocks change on the 29th
 ZONE = ZoneInfo("Europe/Berlin")
@@ -140,28 +139,14 @@ def ffprobe_lists_programs(context):
                 equal(sizes, [(640, 360)] if service.id == 303 else [(352, 288)] * (service.type != 2), "size")
 
 
-def print_si(context):
-    """dvb_print_si's XML of each file, by file name."""
-    printer = context.work / "dvb_print_si"
-    if not printer.exists():
-        source = Path("/") / EXAMPLE
-        if not source.exists():  # a machine without documentation files
-            unpacked = context.work / "unpacked"
-            unpacked.mkdir(exist_ok=True)
-            subprocess.run(["apt-get", "download", "-qq", "libbitstream-dev"], cwd=unpacked, check=True)
-            subprocess.run(["dpkg-deb", "-x", *unpacked.glob("*.deb"), unpacked], check=True)
-            source = unpacked / EXAMPLE
-        subprocess.run(["cc", "-o", printer, source], check=True, stderr=subprocess.DEVNULL)
-    trees = {}
-    for name in FILES:
-        output = subprocess.run([printer, "-x", "xml"], stdin=(context.folder / f"{name}.ts").open("rb"), check=True,
-                                stdout=subprocess.PIPE, timeout=LIMIT).stdout
-        trees[name] = ElementTree.fromstring(output)
-    return trees
+def trees(context):
+    """What dvb_print_si says about each file, by file name."""
+    printer = print_si.built(context.work)
+    return {name: print_si.tree(printer, (context.folder / f"{name}.ts").read_bytes()) for name in FILES}
 
 
 def printer_lists_network(context):
-    for name, tree in print_si(context).items():
+    for name, tree in trees(context).items():
         [nit] = tree.iter("NIT")
         network = NETWORK[FILES[name]]
         equal(int(nit.get("networkid")), network, "network")
@@ -177,7 +162,7 @@ def printer_lists_network(context):
 
 
 def printer_lists_services(context):
-    for name, tree in print_si(context).items():
+    for name, tree in trees(context).items():
         expected = of_stream(FILES[name])
         [pat] = tree.iter("PAT")
         programs = {int(each.get("number")): int(each.get("pid")) for each in pat.iter("PROGRAM")}
@@ -202,7 +187,7 @@ def printer_lists_services(context):
 
 
 def printer_lists_present_and_following(context):
-    for name, tree in print_si(context).items():
+    for name, tree in trees(context).items():
         found = defaultdict(dict)
         for eit in tree.iter("EIT"):
             if eit.get("tableid") == "0x4e":

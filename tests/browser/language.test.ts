@@ -34,7 +34,7 @@ test.describe("the menu's language", () => {
     await expect(connection(page)).toContainText("Getrennt");
     await expect(connection(page).getByRole("button")).toHaveText("Erneut versuchen");
     await host.start();
-    await expect(connection(page)).toHaveText("Verbunden", { timeout: 10_000 });
+    await expect(connection(page)).toHaveText("Verbunden");
     await expect(menu(page)).toHaveValue("deu");
     await page.reload();
     await expect(tab(page, "Konfiguration")).toBeVisible();

@@ -8,7 +8,7 @@ test("a volume set on one page reaches another page, dtvctl watch and an HTTP cl
   await expect(async () => {
     await host.dtvctl("tv", "volume", "up");
     expect(watch.lines.length).toBeGreaterThan(0);
-  }).toPass({ timeout: 10_000 });
+  }).toPass();
 
   const one = await open();
   const other = await open();

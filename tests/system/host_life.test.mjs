@@ -72,7 +72,7 @@ test('a slow platform call delays nobody else', async (t) => {
   const slow = await connect(t, host);
   const other = await connect(t, host);
   const tv = await connect(t, host);
-  const delay = 3000;
+  const delay = 10_000;
   await tv.call('tv', { words: ['fault', slowCall, '--delay', String(delay)] });
 
   let answered = false;
@@ -373,13 +373,17 @@ test('an idle host with a subscriber sleeps', { skip: /san$/.test(build) && 'a s
   const client = await connect(t, host);
   await client.call('subscribe', { uri: volumeEvents });
   await client.call('get', { uri: volume });
-  await sleep(500);
-  const before = { ticks: ticks(host.child.pid), wakes: wakes(host.child.pid) };
   const seconds = 5;
-  await sleep(seconds * 1000);
-  const used = ticks(host.child.pid) - before.ticks;
-  const woken = wakes(host.child.pid) - before.wakes;
-  t.diagnostic(`${used} ticks, ${woken} wake-ups in ${seconds} s`);
-  assert.ok(used <= 1, `${used} ticks of processor time in ${seconds} s`);
-  assert.ok(woken <= 5 * seconds, `${woken} wake-ups in ${seconds} s`);
+  const idle = async () => {
+    await sleep(500);
+    const before = { ticks: ticks(host.child.pid), wakes: wakes(host.child.pid) };
+    await sleep(seconds * 1000);
+    return { used: ticks(host.child.pid) - before.ticks, woken: wakes(host.child.pid) - before.wakes };
+  };
+  // What the start has left to do may come late on a busy machine.
+  let found = await idle();
+  for (let i = 0; i < 3 && (found.used > 1 || found.woken > 5 * seconds); ++i) found = await idle();
+  t.diagnostic(`${found.used} ticks, ${found.woken} wake-ups in ${seconds} s`);
+  assert.ok(found.used <= 1, `${found.used} ticks of processor time in ${seconds} s`);
+  assert.ok(found.woken <= 5 * seconds, `${found.woken} wake-ups in ${seconds} s`);
 });

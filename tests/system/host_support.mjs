@@ -109,7 +109,7 @@ export function sharedHost(args = [], options = {}) {
   const start = async () => Object.assign(host, await startHost({ after: (cleanup) => cleanups.push(cleanup) }, args, options));
   before(start);
   beforeEach(async () => {
-    const alive = within(request(host, 'GET', volume), 'answer', sanitized ? 20 : 3);
+    const alive = within(request(host, 'GET', volume), 'answer');
     await alive.catch(async () => {
       await host.stop('SIGKILL');
       await start();

@@ -75,11 +75,11 @@ test('without the token the screen is refused, as control commands are', async (
 
 test('the picture is served while a control command and a request hang', async (t) => {
   const client = await connect(t, host);
-  await client.call('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolume', '--delay', '3000'] });
-  const slow = client.call('get', { uri: '/tv/cast/volume/volume' });
-  const begin = Date.now();
+  await client.call('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolume', '--delay', '10000'] });
+  let answered = false;
+  const slow = client.call('get', { uri: '/tv/cast/volume/volume' }).then(() => (answered = true));
   for (let i = 0; i < 50; ++i) assert.equal((await ask()).status, 200);
-  assert.ok(Date.now() - begin < 2500, `${Date.now() - begin} ms`);
+  assert.ok(!answered, 'the pictures came after the slow answer');
   await client.call('tv', { words: ['fault', '--clear'] });
   await slow;
 });

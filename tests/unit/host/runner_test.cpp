@@ -238,7 +238,7 @@ TEST(Runner, AStuckLeaderIsNoticed) {
   EXPECT_EQ(alarms.load(), 1);
 }
 
-TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
+TEST(Runner, ALeaderThatRestsIsNotStuck) {
   Bench bench;
   bench.runner.turn_time = 50ms;
   bench.runner.stuck = [](const char*) { alarms.fetch_add(1); };
@@ -247,6 +247,14 @@ TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
   runner_rest(bench.runner);
   std::this_thread::sleep_for(200ms);
   EXPECT_EQ(alarms.load(), 0);
+}
+
+TEST(Runner, ALeaderThatCallsIsNotStuck) {
+  Bench bench;
+  bench.runner.turn_time = 1s;  // a busy machine may stop the threads between the turn's begin and its call
+  bench.runner.stuck = [](const char*) { alarms.fetch_add(1); };
+  alarms = 0;
+  const Watch watch(bench.runner);
   // A slow call makes another thread the leader, which rests.
   runner_begin_turn(bench.runner);
   close_gate();
@@ -254,7 +262,7 @@ TEST(Runner, ALeaderThatRestsOrCallsIsNotStuck) {
   std::thread first([&] { runner_run(bench.runner, 1, Bench::deliver); });
   ASSERT_TRUE(runner_stand_by(bench.runner));
   runner_rest(bench.runner);
-  std::this_thread::sleep_for(200ms);
+  std::this_thread::sleep_for(1500ms);
   open_gate();
   first.join();
   EXPECT_EQ(alarms.load(), 0);

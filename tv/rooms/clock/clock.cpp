@@ -30,6 +30,7 @@
 #include "core/store.h"
 #include "core/timers.h"
 #include "rooms/config/config.h"
+#include "rooms/guide/guide.h"
 #include "rooms/remote/remote.h"
 
 namespace {
@@ -87,6 +88,7 @@ INT32 move_clock(INT64 by) {
   moved = by;
   ++changes;
   post_change();
+  guide_look_again();
   return 0;
 }
 

@@ -51,5 +51,9 @@ std::vector<GuideEvent> guide_events(const ServiceKey& key, std::int64_t from, s
 // Future events of a series on any service, in their order; at most 100.
 std::vector<GuideEvent> guide_series(const std::string& series, std::int64_t from);
 
+// Another channel was chosen, or the time was set: another event may be the present one. Any thread, under any lock
+// that comes before the timers'.
+void guide_look_again();
+
 // Whether the set's age limit blocks the event.
 bool guide_blocks(const GuideEvent& event);

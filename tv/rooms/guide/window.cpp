@@ -19,7 +19,7 @@ namespace {
 
 constexpr UINT32 kMostWindowChannels = 64;
 constexpr UINT32 kWindowLength = 24 * 3600;  // seconds
-// The border timer looks at least so often, since the clock or the tuned channel may have changed.
+// The border timer looks at least so often, since the first channel, which an unused tuner has, may have changed.
 constexpr std::int64_t kLongestPause = 60;  // seconds
 
 // As the application names it. Its identifier may change, so the channel is followed by its service.
@@ -196,6 +196,8 @@ void window_load() {
 void window_forget() { set_window({}); }
 
 void window_start() { look_again(timer_now()); }
+
+void guide_look_again() { look_again(timer_now()); }
 
 void window_changes(const GuideChanges& changes, std::intptr_t reason) {
   report_changes(

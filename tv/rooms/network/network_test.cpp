@@ -104,7 +104,7 @@ struct TvNetwork : testing::Test {
     ASSERT_GE(outside, 0);
     if (unshare(CLONE_NEWNET) != 0)
       GTEST_SKIP() << "no network namespace here: " << std::generic_category().message(errno);
-    if (!run({"ip", "link", "set", "lo", "up"})) GTEST_SKIP() << "iproute2's ip does not work here";
+    ASSERT_TRUE(run({"ip", "link", "set", "lo", "up"})) << "iproute2's ip does not work here";
     for (const char* which : {"all", "default"}) {  // automatic addresses would raise events
       std::ofstream("/proc/sys/net/ipv6/conf/" + std::string(which) + "/disable_ipv6") << "1";
     }

@@ -22,6 +22,7 @@
 #include "core/store.h"
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
+#include "rooms/guide/guide.h"
 #include "rooms/multiview/multiview.h"
 #include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
@@ -122,6 +123,7 @@ bool choose(const Channel& channel) {
   }
   playback_leave();
   picture_update(picture, true);
+  guide_look_again();
   return true;
 }
 
