@@ -40,6 +40,7 @@ constexpr Message kMessages[] = {
     {"picture_mode", "Picture mode"},
     {"sound_mode", "Sound mode"},
     {"aspect_ratio", "Picture format"},
+    {"wrong_pin", "The PIN is wrong"},
 };
 
 struct State {

@@ -4,7 +4,8 @@
 // In standby the volume keys do nothing, and any other key only wakes the set. Else the open menu gets the key first. A
 // key without effect says so on the screen, unless an application is running that has the key.
 //
-// Up to four digits become a channel number: the fourth at once, fewer after a moment or with ENTER.
+// Up to four digits become a channel number: the fourth at once, fewer after a moment or with ENTER. While the picture
+// is blocked, digits are the PIN.
 #include "rooms/remote/remote.h"
 
 #include <algorithm>
@@ -39,14 +40,16 @@ namespace {
 
 constexpr std::chrono::milliseconds kNextDigit(1500);  // within which another digit continues the number
 constexpr int kMostDigits = 4;
+constexpr std::chrono::seconds kNextPinDigit(10);  // within which another digit continues the PIN
 
 struct State {
   std::mutex lock;  // guards all members below
   bool on = true;
-  std::uint32_t number = 0;        // the digits of a channel number so far
-  int digits = 0;                  // how many they are; 0: no number has been begun
-  TimerTime number_due;            // when it becomes the channel, if no other digit comes
-  TimerTime info = kTimerNever;    // when INFO was pressed last
+  std::uint32_t number = 0;      // the digits of a channel number so far
+  int digits = 0;                // how many they are; 0: no number has been begun
+  std::string pin;               // its digits so far
+  TimerTime number_due;          // when the number becomes the channel, or the PIN is forgotten, without another digit
+  TimerTime info = kTimerNever;  // when INFO was pressed last
   TimerTime volume = kTimerNever;  // when VOL_UI was
   const char* last_key = "";
 };
@@ -61,9 +64,10 @@ State& state = *new State;
 // The functions below return false if the change was not saved, or the set is off. They hold no lock when they call
 // another room. A number that has been begun may be gone then.
 
-// Ends the number that has been begun, and returns it; nothing: there is none.
+// Ends the number or the PIN that has been begun. Returns the number; nothing: there is none.
 std::optional<std::uint32_t> take_number() {
   const std::lock_guard guard(state.lock);
+  state.pin.clear();
   if (std::exchange(state.digits, 0) == 0) return std::nullopt;
   return std::exchange(state.number, 0);
 }
@@ -107,12 +111,29 @@ bool press_previous(int) {
 void number_is_over() {
   {
     const std::lock_guard guard(state.lock);
-    if (state.digits == 0 || timer_now() < state.number_due) return;
+    if ((state.digits == 0 && state.pin.empty()) || timer_now() < state.number_due) return;
   }
   tune_to_number();
 }
 
+bool press_pin_digit(int digit) {
+  const std::size_t length = config_text("g_password__password").size();
+  std::string pin;
+  {
+    const std::lock_guard guard(state.lock);
+    state.pin += static_cast<char>('0' + digit);
+    if (state.pin.size() < length) {
+      state.number_due = timer_now() + kNextPinDigit;
+      return timer_set(number_timer, state.number_due, number_is_over);
+    }
+    pin = std::exchange(state.pin, {});
+  }
+  if (!tuner_unblock(pin)) menus_say("wrong_pin", "");
+  return true;
+}
+
 bool press_digit(int digit) {
+  if (tuner_wants_pin()) return press_pin_digit(digit);
   {
     const std::lock_guard guard(state.lock);
     state.number = state.number * 10 + static_cast<std::uint32_t>(digit);
@@ -243,16 +264,16 @@ constexpr Action kActions[] = {
     {"ASPECT", "next picture format", press_setting, kSettingAspect},
     {"CC", "subtitles on and off", press_setting, kSettingSubtitles},
     {"SUBTITLE", "subtitles on and off", press_setting, kSettingSubtitles},
-    {"0", "channel number", press_digit, 0, kWakes, kClosesMenu},
-    {"1", "channel number", press_digit, 1, kWakes, kClosesMenu},
-    {"2", "channel number", press_digit, 2, kWakes, kClosesMenu},
-    {"3", "channel number", press_digit, 3, kWakes, kClosesMenu},
-    {"4", "channel number", press_digit, 4, kWakes, kClosesMenu},
-    {"5", "channel number", press_digit, 5, kWakes, kClosesMenu},
-    {"6", "channel number", press_digit, 6, kWakes, kClosesMenu},
-    {"7", "channel number", press_digit, 7, kWakes, kClosesMenu},
-    {"8", "channel number", press_digit, 8, kWakes, kClosesMenu},
-    {"9", "channel number", press_digit, 9, kWakes, kClosesMenu},
+    {"0", "channel number; the PIN of a blocked channel", press_digit, 0, kWakes, kClosesMenu},
+    {"1", "channel number; the PIN of a blocked channel", press_digit, 1, kWakes, kClosesMenu},
+    {"2", "channel number; the PIN of a blocked channel", press_digit, 2, kWakes, kClosesMenu},
+    {"3", "channel number; the PIN of a blocked channel", press_digit, 3, kWakes, kClosesMenu},
+    {"4", "channel number; the PIN of a blocked channel", press_digit, 4, kWakes, kClosesMenu},
+    {"5", "channel number; the PIN of a blocked channel", press_digit, 5, kWakes, kClosesMenu},
+    {"6", "channel number; the PIN of a blocked channel", press_digit, 6, kWakes, kClosesMenu},
+    {"7", "channel number; the PIN of a blocked channel", press_digit, 7, kWakes, kClosesMenu},
+    {"8", "channel number; the PIN of a blocked channel", press_digit, 8, kWakes, kClosesMenu},
+    {"9", "channel number; the PIN of a blocked channel", press_digit, 9, kWakes, kClosesMenu},
     {"ENTER",
      "completes a channel number, or pauses and resumes a recording that is played, else opens the channel list; in a "
      "menu: chooses",
@@ -279,7 +300,8 @@ constexpr Action kActions[] = {
     {"FF", "30 seconds on in a recording that is played", press_on, 30},
     {"FR", "10 seconds back in a recording that is played", press_back, 10},
     {"PREV", "back to the beginning of a recording that is played", press_beginning},
-    {"EXIT", "closes the menu, ends the number, the recording that is played, or the set's own application", press_exit},
+    {"EXIT", "closes the menu, ends the number, the recording that is played, or the set's own application",
+     press_exit},
     {"RED", "records the programme; in a menu: what the menu says", press_record},
     {"GREEN", "in a menu: what the menu says"},
     {"YELLOW", "in a menu: what the menu says"},
@@ -397,7 +419,9 @@ TimerTime remote_volume_pressed() {
 
 std::string remote_typed() {
   const std::lock_guard guard(state.lock);
-  if (state.digits == 0) return "";
+  std::string hidden;
+  for (std::size_t i = 0; i < state.pin.size(); ++i) hidden += "\u2022";
+  if (state.digits == 0) return hidden;
   const std::string number = std::to_string(state.number);
   return std::string(static_cast<std::size_t>(state.digits) - std::min<std::size_t>(number.size(), state.digits), '0') +
          number;

@@ -197,7 +197,7 @@ boost::json::object screen_command(Arguments arguments) {
   menus_report_screen(reply);
   const std::string reminder = recorder_message();
   if (on && !reminder.empty() && !reply.contains("message"))
-    reply["message"] = {{"word", "reminder"}, {"about", ""}, {"text", reminder}};
+    reply["message"] = {{"word", "reminder_due"}, {"about", ""}, {"text", reminder}};
   if (!arguments.empty() && frame.jpeg != nullptr)
     reply["jpeg"] = absl::Base64Escape({reinterpret_cast<const char*>(frame.jpeg->data()), frame.jpeg->size()});
   return reply;

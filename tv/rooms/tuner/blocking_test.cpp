@@ -54,6 +54,27 @@ TEST_F(TvBlocking, APinCountsForBlocksThatCameBeforeIt) {
   EXPECT_TRUE(becomes("blocked channel")) << run({"tuner"});
 }
 
+TEST_F(TvBlocking, DigitsOfTheRemoteControlAreThePin) {
+  const auto press = [](const std::string& digits) {
+    for (const char digit : digits) expect_done(run({"key", std::string(1, digit)}));
+  };
+  expect_done(run({"channel", "1", "block"}));
+  EXPECT_TRUE(becomes("blocked channel")) << run({"tuner"});
+  press("123");
+  expect_words(run({"screen"}), {"\"typed\":\"\u2022\u2022\u2022\""});
+  press("4");
+  expect_words(run({"screen"}), {R"("word":"wrong_pin")"});
+  EXPECT_EQ(run({"screen"}).find("typed"), std::string::npos);
+  press("00");
+  dtv_tv_advance(10'000);  // these are forgotten
+  press("00");
+  expect_words(run({"tuner"}), {R"("result":"blocked channel")"});
+  press("00");
+  EXPECT_TRUE(becomes("picture")) << run({"tuner"});
+  press("1");
+  expect_words(run({"screen"}), {R"("typed":"1")"});
+}
+
 TEST_F(TvBlocking, BlockedChannelsAreShownWhileTheirLockIsOff) {
   expect_done(run({"channel", "1", "block"}));
   EXPECT_TRUE(becomes("blocked channel")) << run({"tuner"});

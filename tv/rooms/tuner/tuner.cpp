@@ -280,6 +280,17 @@ void tuner_stop(bool wait) {
   }
 }
 
+bool tuner_wants_pin() {
+  const auto result = tuner_result();
+  return result == ChangeResult::kBlockedChannel || result == ChangeResult::kBlockedEvent;
+}
+
+bool tuner_unblock(std::string_view pin) {
+  if (pin != config_text(kPin) || !tuner_wants_pin()) return false;
+  picture_unlock(picture);
+  return true;
+}
+
 bool tuner_is_stopped() {
   const std::lock_guard guard(state.lock);
   return state.stopped;
@@ -363,12 +374,7 @@ boost::json::object describe() {
 
 boost::json::object pin_command(std::string_view pin) {
   if (pin != config_text(kPin)) return reply_error("the PIN is wrong");
-  const auto result = tuner_result();
-  if (result != ChangeResult::kBlockedChannel && result != ChangeResult::kBlockedEvent) {
-    return reply_error("the PIN is right, but nothing is blocked");
-  }
-  picture_unlock(picture);
-  return describe();
+  return tuner_unblock(pin) ? describe() : reply_error("the PIN is right, but nothing is blocked");
 }
 
 boost::json::object track_command(StreamKind kind, std::string_view word) {

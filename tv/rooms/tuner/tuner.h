@@ -76,6 +76,10 @@ void tuner_stop(bool wait);
 
 bool tuner_is_stopped();
 
+// Whether the picture is blocked until the PIN is given; and gives it. False: it is another one, or nothing is blocked.
+bool tuner_wants_pin();
+bool tuner_unblock(std::string_view pin);
+
 // Receives the service's packets (a transport stream with one program) while the main picture shows a channel: null
 // ends it, and none of the player's functions runs any more when tuner_set_player returns. One player. packets runs on
 // the reception's thread and must not block. changed runs, before the packets of a channel, when a result is known and

@@ -123,6 +123,7 @@ const messages: Readonly<Record<string, LabelId[]>> = {
   sound_mode: ["IDS_SOUND_MODE"],
   subtitles_off: ["IDS_SUBTITLES", "IDS_OFF"],
   subtitles_on: ["IDS_SUBTITLES", "IDS_ON"],
+  wrong_pin: ["IDS_WRONG_PIN"],
   will_record: ["IDS_WILL_RECORD"],
 };
 

@@ -67,5 +67,6 @@ export const label = words({
   IDS_VIVID: "Vivid",
   IDS_WATCH: "Watch",
   IDS_WILL_RECORD: "Will be recorded",
+  IDS_WRONG_PIN: "The PIN is wrong",
   IDS_ZOOM: "Zoom",
 });
