@@ -4,6 +4,7 @@
 #include <boost/json.hpp>
 #include <optional>
 
+#include "core/reply.h"
 #include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
@@ -92,7 +93,7 @@ Acted remind(MenuView& view) { return plan(view, RecorderPlan::kRemind, "reminde
 
 boost::json::object shown_event(const GuideEvent& event) {
   boost::json::object shown{
-      {"title", shortened(event.title, kLongestShown)}, {"start", event.start}, {"duration", event.duration}};
+      {"title", shortened(event.title, kLongestShown)}, {"start", reply_time(event.start)}, {"seconds", event.duration}};
   const std::string_view mark = recorder_mark(event);
   if (!mark.empty()) shown["mark"] = mark;
   return shown;
@@ -153,9 +154,9 @@ boost::json::object guide_row(std::int64_t item, const MenuView& view) {
 
 void add_guide(const MenuView& view, boost::json::object& reply) {
   boost::json::array columns;
-  for (std::int64_t time = view.from; time < view.from + kWindow; time += kColumn) columns.emplace_back(time);
+  for (std::int64_t time = view.from; time < view.from + kWindow; time += kColumn) columns.emplace_back(reply_time(time));
   reply["columns"] = std::move(columns);
-  reply["time"] = view.time;
+  reply["time"] = reply_time(view.time);
   const auto event = chosen(view);
   if (!event) return;
   boost::json::object shown = shown_with_channel(view, *event);
@@ -165,8 +166,9 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   const boost::json::value* const events = reply.at("rows").at(chosen_row).as_object().if_contains("events");
   if (events == nullptr) return;  // the channel went while its row was made
   const auto& listed = events->as_array();
+  const std::string start = reply_time(event->start);
   const auto* const found =
-      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start") == event->start; });
+      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start") == start; });
   if (found != listed.end()) reply["selected"].as_object()["column"] = found - listed.begin();
 }
 

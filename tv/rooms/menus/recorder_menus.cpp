@@ -1,6 +1,7 @@
 // The lists of recordings, and of timers and reminders: an item is the recorder's identifier.
 #include <boost/json.hpp>
 
+#include "core/reply.h"
 #include "rooms/channels/channels.h"
 #include "rooms/menus/menus.h"
 #include "rooms/menus/parts.h"
@@ -14,8 +15,8 @@ int id_of(const MenuView& view) { return static_cast<int>(view.item); }
 boost::json::object shown(const RecorderLine& line) {
   boost::json::object row{{"name", shortened(line.title, kLongestShown)},
                           {"note", shortened(line.channel, kLongestShown)},
-                          {"start", line.start},
-                          {"duration", line.duration}};
+                          {"start", reply_time(line.start)},
+                          {"seconds", line.duration}};
   if (!line.mark.empty()) row["marks"].emplace_array().emplace_back(line.mark);
   return row;
 }

@@ -26,7 +26,7 @@ namespace {
 // The plugin lists the names as "1:TV,2:Satellite", so they contain neither a comma nor a colon.
 constexpr std::array<const char*, kSources> kNames = {"TV",     "Satellite", "HDMI 1",    "HDMI 2",
                                                       "HDMI 3", "HDMI 4",    "Composite", "Media"};
-constexpr int kMedia = 7;
+constexpr int kSourceMedia = 7;
 
 // What a viewer says is connected to a source, by its index.
 constexpr const char* kLabels[] = {"none",      "disc player", "set-top box", "games console", "computer",
@@ -150,7 +150,7 @@ CecInput input_of(int source) {
 
 // Whether there is something to see. A device in standby sends nothing.
 bool has_signal(int source) {
-  if (source == kMedia) return true;
+  if (source == kSourceMedia) return true;
   if (!sources_is_tuner(source)) return input_of(source).on;
   const auto result = tuner_result();
   return source == sources_current() && (result == ChangeResult::kPicture || result == ChangeResult::kAudioOnly);
@@ -314,7 +314,7 @@ bool sources_is_blocked(int source) {
 
 // Whether there is something to see. Not under the lock: the CEC bus's comes before it.
 bool sources_is_connected(int source) {
-  if (source == kSourceTv || source == kMedia) return true;  // parts of the set
+  if (source == kSourceTv || source == kSourceMedia) return true;  // parts of the set
   if (source == kSourceSatellite) return tuner_has(true);
   return !input_of(source).device.empty();
 }

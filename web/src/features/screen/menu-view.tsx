@@ -1,12 +1,10 @@
+import { dayText, secondsOf, timeText } from "../../app/set-clock";
 import { actionOf, markOf, titleOf, type Menu, type MenuEvent, type MenuRow } from "./menu";
 import { label } from "./words";
 import "./menu.css";
 
-const clock = (seconds: number): string =>
-  new Date(seconds * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit" });
-
-const day = (seconds: number): string =>
-  new Date(seconds * 1000).toLocaleDateString([], { weekday: "short", day: "numeric", month: "numeric" });
+const clock = (time: string): string => timeText(secondsOf(time));
+const dayAndClock = (time: string): string => `${dayText(secondsOf(time))} ${clock(time)}`;
 
 /** The identifier of the chosen row or event, which the screen names as its active descendant. */
 export const chosenId = "menu-chosen";
@@ -20,7 +18,7 @@ export function MenuView({ menu, press }: { menu: Menu; press: (key: string) => 
     <section class="menu" data-menu={menu.menu} aria-label={title}>
       <header>
         <h2>{title}</h2>
-        {menu.columns && menu.time !== undefined && <span>{day(menu.time)}</span>}
+        {menu.columns && menu.time !== undefined && <span>{dayText(secondsOf(menu.time))}</span>}
         {menu.selected && menu.total !== undefined && menu.first !== undefined && (
           <span class="menu-place">
             {menu.first + menu.selected.row + 1}/{menu.total}
@@ -79,7 +77,7 @@ function RowText({ row }: { row: MenuRow }) {
       <span class="menu-name">{row.menu ? titleOf(row.menu, row.name) : row.name}</span>
       {(row.note || row.start !== undefined) && (
         <span class="menu-note">
-          {row.start !== undefined && `${day(row.start)} ${clock(row.start)} `}
+          {row.start !== undefined && `${dayAndClock(row.start)} `}
           {row.note}
         </span>
       )}
@@ -91,8 +89,8 @@ function RowText({ row }: { row: MenuRow }) {
 /** Events are as wide as they are long, within the shown hours; what the guide does not know is a gap. */
 function Guide({ menu, title }: { menu: Menu; title: string }) {
   const columns = menu.columns ?? [];
-  const from = columns[0] ?? 0;
-  const to = from + columns.length * ((columns[1] ?? from + 1800) - from);
+  const [from = 0, next = from + 1800] = columns.map(secondsOf);
+  const to = from + columns.length * (next - from);
   return (
     <div class="menu-grid" role="grid" aria-label={title}>
       <div class="menu-hours" role="row">
@@ -132,16 +130,17 @@ interface CellProps {
   chosen: boolean;
 }
 
-function EventCell({ event: { title, start, duration, mark }, from, to, chosen }: CellProps) {
+function EventCell({ event: { title, start, seconds, mark }, from, to, chosen }: CellProps) {
   const percent = (time: number) => ((Math.min(Math.max(time, from), to) - from) / (to - from)) * 100;
-  const left = percent(start);
+  const begin = secondsOf(start);
+  const left = percent(begin);
   return (
     <span
       class="menu-event"
       role="gridcell"
       id={chosen ? chosenId : undefined}
       aria-selected={chosen}
-      style={{ left: `${left}%`, width: `${percent(start + duration) - left}%` }}
+      style={{ left: `${left}%`, width: `${percent(begin + seconds) - left}%` }}
     >
       <Marks marks={mark ? [mark] : undefined} />
       {title}
@@ -157,7 +156,7 @@ function Chosen({ menu: { event, text } }: { menu: Menu }) {
         <>
           <b>{event.title}</b>
           <span class="menu-note">
-            {event.number} {event.channel}, {day(event.start)} {clock(event.start)}–{clock(event.start + event.duration)}
+            {event.number} {event.channel}, {dayAndClock(event.start)}–{timeText(secondsOf(event.start) + event.seconds)}
           </span>
           {event.summary && text === undefined && <p>{event.summary}</p>}
         </>

@@ -6,9 +6,8 @@ type LabelId = Parameters<typeof label>[0];
 
 export interface MenuEvent {
   title: string;
-  /** Seconds since 1970. */
-  start: number;
-  duration: number;
+  start: string;
+  seconds: number;
   mark?: string;
 }
 
@@ -18,8 +17,8 @@ export interface MenuRow {
   note?: string;
   /** The menu that the row opens. */
   menu?: string;
-  start?: number;
-  duration?: number;
+  start?: string;
+  seconds?: number;
   marks?: string[];
   /** Of a channel in the guide. */
   events?: MenuEvent[];
@@ -37,8 +36,8 @@ export interface Menu {
   /** What keys do here: a word for each. */
   actions: Record<string, string>;
   /** When the guide's columns begin, and the chosen time. */
-  columns?: number[];
-  time?: number;
+  columns?: string[];
+  time?: string;
   event?: MenuEvent & { number?: number; channel?: string; summary?: string };
   text?: string;
 }

@@ -3,7 +3,7 @@ import type { ComponentChildren, RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
-import { secondsOf } from "../../app/set-clock";
+import { readClock, secondsOf } from "../../app/set-clock";
 import { SpeakerIcon } from "../../ui/icons";
 import { lastPress, press, shortcuts } from "../remote/remote";
 import { textOfMessage } from "./menu";
@@ -76,6 +76,7 @@ function useScreen(canvas: RefObject<HTMLCanvasElement | null>, shown: Signal<Sh
       if (open) timer = setTimeout(() => void poll(), pause);
     }
 
+    void readClock().catch(() => undefined); // without it, times are shown in the browser's zone
     void poll();
     return () => {
       open = false;
