@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "rooms/channels/import.h"
 #include "rooms/channels/logos.h"
 #include "tests/unit/tv/store_support.h"

@@ -168,7 +168,7 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   const auto& listed = events->as_array();
   const std::string start = reply_time(event->start);
   const auto* const found =
-      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start") == start; });
+      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start").as_string() == start; });
   if (found != listed.end()) reply["selected"].as_object()["column"] = found - listed.begin();
 }
 

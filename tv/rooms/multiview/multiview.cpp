@@ -114,13 +114,17 @@ void hide_sub() {
 
 // The functions below take the lock.
 
-// What a viewer sees first in the sub picture: the channel seen before, else the next favourite, else the next one.
+// What a viewer sees first in the sub picture: the channel seen before, else the next favourite, else the next one, else
+// the first one of that tuner.
 std::optional<Channel> first_sub_channel(bool satellite) {
   const auto current = tuner_channel();
   const std::uint32_t id = current ? current->id : 0;
   for (const auto& channel : {tuner_previous_channel(), channels_step_favourite(id, 1), channels_step(id, 1)})
     if (channel && channel->id != id && (channel->medium == Medium::kSatellite) == satellite) return channel;
-  return current && (current->medium == Medium::kSatellite) == satellite ? current : std::nullopt;
+  if (current && (current->medium == Medium::kSatellite) == satellite) return current;
+  for (Channel& each : channels_all())
+    if (!each.hidden && (each.medium == Medium::kSatellite) == satellite) return std::move(each);
+  return std::nullopt;
 }
 
 void show_sub(int source, const std::optional<Channel>& channel) {
@@ -315,7 +319,14 @@ int multiview_sub_source() {
 std::string multiview_show_sub(int source) {
   if (source < 0 || source >= kSources) return "there is no source " + std::to_string(source);
   if (sources_is_blocked(source)) return sources_name(source) + " is blocked";
-  show_sub(source, sources_is_tuner(source) ? first_sub_channel(source == kSourceSatellite) : std::nullopt);
+  std::optional<Channel> channel;
+  {
+    const std::lock_guard guard(state.lock);
+    if (state.sub_shown && state.sub_source == source) channel = state.sub_channel;
+  }
+  channel = channel_now(channel);
+  if (!channel && sources_is_tuner(source)) channel = first_sub_channel(source == kSourceSatellite);
+  show_sub(source, channel);
   return "";
 }
 

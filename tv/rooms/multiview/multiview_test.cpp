@@ -1,4 +1,5 @@
 // Two pictures: modes, regions, what is heard, the sub picture's source and channel.
+#include "rooms/sources/sources.h"
 #include "rooms/tuner/tuner_test.h"
 
 namespace {
@@ -39,6 +40,22 @@ TEST_F(TvMultiview, SubPictureFollowsAChannelThatGetsAnotherNumber) {
   expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":77,)"});
   expect_done(run({"channel", "1", "number", "2"}));
   expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":77,)"});
+}
+
+TEST_F(TvMultiview, SubPictureOfTheOtherTunerShowsItsFirstChannel) {
+  import_channels();
+  import_satellite();
+  ASSERT_EQ(a_vextvapi_multiview_startSubVideo(kSourceSatellite, &kSome), 0);
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"Satellite","channel":)"});
+}
+
+TEST_F(TvMultiview, SubPictureKeepsItsChannelWhenItMoves) {
+  import_channels();
+  ASSERT_EQ(a_vextvapi_multiview_startSubVideo(kSourceTv, &kSome), 0);
+  expect_done(run({"multiview", "channel", "3"}));
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":3,)"});
+  ASSERT_EQ(a_vextvapi_multiview_startSubVideo(kSourceTv, &kSome), 0);
+  expect_words(shown(), {R"("sub":{"shown":true,"source":"TV","channel":3,"region":{"x":100,)"});
 }
 
 TEST_F(TvMultiview, RegionsAreWithinTheScreen) {
