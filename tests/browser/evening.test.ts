@@ -27,10 +27,10 @@ const shore = { number: 4, word: "air:4", name: "Вечерний берег" };
 interface Event {
   id: number;
   title: string;
-  start: number;
-  duration: number;
+  start: string;
+  seconds: number;
 }
-const noEvent: Event = { id: 0, title: "", start: 0, duration: 0 };
+const noEvent: Event = { id: 0, title: "", start: "1970-01-01T00:00:00Z", seconds: 0 };
 
 interface Recording {
   title: string;
@@ -126,7 +126,7 @@ test.describe("with the antenna of make run", () => {
         async () => {
           const { now } = (await tv(host, "guide", String(cinema.number))) as { now: Event | null };
           present = now ?? noEvent;
-          return present.start + present.duration - Date.now() / 1000;
+          return (Date.parse(present.start) - Date.now()) / 1000 + present.seconds;
         },
         { timeout: 120_000 },
       )

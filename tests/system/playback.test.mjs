@@ -98,13 +98,13 @@ test('a running recording is paused, played behind the broadcast, and ended by a
   await client.tv('playback pause');
   const before = await client.tv('playback');
   assert.equal(before.running, true);
-  const after = await until(() => client.tv('playback'), ({ duration }) => duration >= before.duration + 2, 'the growing recording');
-  assert.deepEqual([after.position, after.paused], [before.position, true]);
+  const after = await until(() => client.tv('playback'), ({ seconds }) => seconds >= before.seconds + 2, 'the growing recording');
+  assert.deepEqual([after.position_seconds, after.paused], [before.position_seconds, true]);
   await client.tv('playback resume');
-  await until(() => client.tv('playback'), ({ position }) => position > before.position, 'the position');
+  await until(() => client.tv('playback'), ({ position_seconds }) => position_seconds > before.position_seconds, 'the position');
   await client.tv('playback seek 9999');
   const live = await client.tv('playback');
-  assert.ok(live.position >= live.duration - 2, JSON.stringify(live));
+  assert.ok(live.position_seconds >= live.seconds - 2, JSON.stringify(live));
   await client.tv('tune 2');
   assert.deepEqual(await client.tv('playback'), { recording: null });
   await client.tv(`record stop ${id}`);
@@ -129,7 +129,7 @@ test('the position survives the end of the process', async (t) => {
   assert.equal(info.fileStatus, file.ready);
   assert.ok(info.resumeTime >= 2 && info.resumeTime <= 4, `${info.resumeTime}`);
   await client.tv(`recording ${id} play`);
-  const { position } = await client.tv('playback');
+  const { position_seconds: position } = await client.tv('playback');
   assert.ok(position >= info.resumeTime && position <= info.resumeTime + 3, `${position}`);
 });
 

@@ -85,7 +85,8 @@ TEST_F(AntennaIndex, BadFilesAreListedWithTheReason) {
   EXPECT_EQ(why("folder.ts"), "it is a folder; only the files of the antenna's own folder are read");
   EXPECT_EQ(why("link.ts"), "it is a symbolic link, which the antenna does not follow");
   EXPECT_NE(why("zeros.ts").find("not a transport stream"), std::string::npos) << why("zeros.ts");
-  EXPECT_EQ(why("same.ts"), "it has the network and stream identifiers (1, 1) of good.ts; a set tells multiplexes apart by them");
+  EXPECT_EQ(why("same.ts"),
+            "it has the network and stream identifiers (1, 1) of good.ts; a set tells multiplexes apart by them");
   EXPECT_EQ(why("bad?name.ts"), "its name is not in UTF-8");
 }
 

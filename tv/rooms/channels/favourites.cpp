@@ -124,8 +124,7 @@ INT32 a_vextvapi_favorite_list_insert_move(UINT16 svl_id, UINT8 fav_index, UINT3
                                            INT32 index_from, INT32 index_to) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   return change(__func__, [&](Lists& lists) {
-    return move_favourite(lists, favourites_of(svl_id, fav_index), fit_of(nw_mask, nw_value), index_from,
-                          index_to);
+    return move_favourite(lists, favourites_of(svl_id, fav_index), fit_of(nw_mask, nw_value), index_from, index_to);
   });
 }
 
@@ -140,16 +139,15 @@ INT32 a_vextvapi_favorite_list_swap_by_channel_id(UINT16 svl_id, UINT8 fav_index
 
 INT32 a_vextvapi_favorite_list_number_by_mask(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
-  return count_fitting(lists_now()->favourite_views[favourites_of(svl_id, fav_index)],
-                       fit_of(nw_mask, nw_value));
+  return count_fitting(lists_now()->favourite_views[favourites_of(svl_id, fav_index)], fit_of(nw_mask, nw_value));
 }
 
 INT32 a_vextvapi_favorite_list_get_svl_rec_by_index(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value,
                                                     INT32 index, SVL_REC_T* svl_rec) {
   if (!is_favourite_list(__func__, svl_id, fav_index)) return -1;
   const auto lists = lists_now();
-  return give_at(__func__, lists->favourite_views[favourites_of(svl_id, fav_index)],
-                 fit_of(nw_mask, nw_value), index, svl_rec);
+  return give_at(__func__, lists->favourite_views[favourites_of(svl_id, fav_index)], fit_of(nw_mask, nw_value), index,
+                 svl_rec);
 }
 
 INT32 a_vextvapi_favorite_list_get_index_by_channel(UINT16 svl_id, UINT8 fav_index, UINT32 nw_mask, UINT32 nw_value,

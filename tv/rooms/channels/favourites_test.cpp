@@ -216,7 +216,7 @@ TEST_F(TvChannelList, MasksNarrowTheOneChannelList) {
   EXPECT_EQ(index, 1);
   EXPECT_EQ(vextvapi_getNearestIdxByMajorAndMask(kOneList, 0, 0, 0xFFFFFFFF, &index), 0);
   EXPECT_EQ(index, 5);
-  refusal([&] { return vextvapi_getNearestIdxByMajorAndMask(kOneList, 0, kActive, 1, &index); });
+  refusal([&] { return vextvapi_getNearestIdxByMajorAndMask(kOneList, 0, kActive | kBlocked, 1, &index); });
   EXPECT_EQ(vextvapi_1CL_getNumofChannelByName(kOneList, 0, 0, "ONE"), 2);
   EXPECT_EQ(vextvapi_1CL_getNumofChannelByName(kOneList, kBlocked, kBlocked, "ONE"), 1);
   SVL_REC_T svl = {};

@@ -82,11 +82,13 @@ const Entry* find_reference(const Lists& lists, std::uint32_t reference) {
 }
 
 const Entry* find_key(const Lists& lists, const ServiceKey& key, std::uint16_t list) {
-  const auto found = std::ranges::equal_range(lists.by_key, key, {}, &decltype(lists.by_key)::value_type::first);
-  const auto preferred =
-      std::ranges::find_if(found, [&](const auto& each) { return each.second->channel.list == list; });
-  if (preferred != found.end()) return preferred->second;
-  return found.empty() ? nullptr : found.front().second;
+  const Entry* first = nullptr;
+  auto each = std::ranges::lower_bound(lists.by_key, key, {}, &decltype(lists.by_key)::value_type::first);
+  for (; each != lists.by_key.end() && each->first == key; ++each) {
+    if (each->second->channel.list == list) return each->second;
+    if (first == nullptr) first = each->second;
+  }
+  return first;
 }
 
 const Entry* find_named(const Lists& lists, std::string_view word) {

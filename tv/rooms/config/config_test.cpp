@@ -68,7 +68,9 @@ TEST_F(TvConfig, EveryValueCanBeReadAndWrittenWithinItsLimits) {
       EXPECT_EQ(static_cast<INT16>(limits & 0xFFFF), row.minimum);
       EXPECT_EQ(limits >> 16, row.maximum);
     }
-    EXPECT_LT(write(row.key, row.minimum - 1), 0);
+    if (row.minimum > INT32_MIN) {
+      EXPECT_LT(write(row.key, row.minimum - 1), 0);
+    }
     EXPECT_EQ(number(row.key), row.maximum);
   }
   testing::internal::GetCapturedStderr();

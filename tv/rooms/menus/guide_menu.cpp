@@ -92,8 +92,9 @@ Acted record(MenuView& view) { return plan(view, RecorderPlan::kRecord, "will_re
 Acted remind(MenuView& view) { return plan(view, RecorderPlan::kRemind, "reminder", "no_reminder"); }
 
 boost::json::object shown_event(const GuideEvent& event) {
-  boost::json::object shown{
-      {"title", shortened(event.title, kLongestShown)}, {"start", reply_time(event.start)}, {"seconds", event.duration}};
+  boost::json::object shown{{"title", shortened(event.title, kLongestShown)},
+                            {"start", reply_time(event.start)},
+                            {"seconds", event.duration}};
   const std::string_view mark = recorder_mark(event);
   if (!mark.empty()) shown["mark"] = mark;
   return shown;
@@ -154,7 +155,8 @@ boost::json::object guide_row(std::int64_t item, const MenuView& view) {
 
 void add_guide(const MenuView& view, boost::json::object& reply) {
   boost::json::array columns;
-  for (std::int64_t time = view.from; time < view.from + kWindow; time += kColumn) columns.emplace_back(reply_time(time));
+  for (std::int64_t time = view.from; time < view.from + kWindow; time += kColumn)
+    columns.emplace_back(reply_time(time));
   reply["columns"] = std::move(columns);
   reply["time"] = reply_time(view.time);
   const auto event = chosen(view);
@@ -167,8 +169,8 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   if (events == nullptr) return;  // the channel went while its row was made
   const auto& listed = events->as_array();
   const std::string start = reply_time(event->start);
-  const auto* const found =
-      std::ranges::find_if(listed, [&](const boost::json::value& each) { return each.at("start").as_string() == start; });
+  const auto* const found = std::ranges::find_if(
+      listed, [&](const boost::json::value& each) { return each.at("start").as_string() == start; });
   if (found != listed.end()) reply["selected"].as_object()["column"] = found - listed.begin();
 }
 

@@ -114,8 +114,8 @@ void hide_sub() {
 
 // The functions below take the lock.
 
-// What a viewer sees first in the sub picture: the channel seen before, else the next favourite, else the next one, else
-// the first one of that tuner.
+// What a viewer sees first in the sub picture: the channel seen before, else the next favourite, else the next one,
+// else the first one of that tuner.
 std::optional<Channel> first_sub_channel(bool satellite) {
   const auto current = tuner_channel();
   const std::uint32_t id = current ? current->id : 0;

@@ -65,7 +65,7 @@ struct PlaybackSet : RecorderSet {
   static void play(int id) { expect_done(run({"recording", std::to_string(id), "play"})); }
   static std::int64_t resume_of(int id) {
     const boost::json::value listed = reply_to({"recording", std::to_string(id)});
-    return listed.as_object().contains("resume") ? number_in(listed, "resume") : 0;
+    return listed.as_object().contains("resume_seconds") ? number_in(listed, "resume_seconds") : 0;
   }
   static _PvrFileInfo file_info(int id) {
     _PvrFileInfo info{};
@@ -88,13 +88,13 @@ TEST_F(PlaybackSet, PlaysFromTheBeginningToTheEnd) {
   EXPECT_EQ(number_in(begun, "recording"), 2);
   EXPECT_EQ(text_in(begun, "title"), "Title 2");
   EXPECT_EQ(text_in(begun, "channel"), "One");
-  EXPECT_EQ(number_in(begun, "position"), 0);
-  EXPECT_EQ(number_in(begun, "duration"), 20);
+  EXPECT_EQ(number_in(begun, "position_seconds"), 0);
+  EXPECT_EQ(number_in(begun, "seconds"), 20);
   EXPECT_FALSE(begun.at("running").as_bool());
   dtv_tv_advance(7000);
-  EXPECT_EQ(number_in(shown(), "position"), 7);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 7);
   dtv_tv_advance(12900);
-  EXPECT_EQ(number_in(shown(), "position"), 19);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 19);
   EXPECT_TRUE(plays());
   dtv_tv_advance(2500);
   EXPECT_FALSE(plays());
@@ -109,9 +109,9 @@ TEST_F(PlaybackSet, IsResumedWhereItWasLeft) {
   EXPECT_EQ(resume_of(1), 8);
   EXPECT_EQ(resume_of(2), 0);
   play(1);
-  EXPECT_EQ(number_in(shown(), "position"), 8);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 8);
   expect_done(run({"recording", "1", "play", "3"}));
-  EXPECT_EQ(number_in(shown(), "position"), 3) << "from a time, although it is played already";
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 3) << "from a time, although it is played already";
   EXPECT_EQ(run({"recording", "1", "play", "21"}), R"({"error":"the recording has only 20 s"})");
 }
 
@@ -138,25 +138,25 @@ TEST_F(PlaybackSet, PausesAndResumes) {
   expect_done(run({"playback", "pause"}));
   EXPECT_EQ(resume_of(1), 4);
   dtv_tv_advance(60'000);
-  EXPECT_EQ(number_in(shown(), "position"), 4);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 4);
   EXPECT_TRUE(shown().at("paused").as_bool());
   expect_done(run({"playback", "resume"}));
   dtv_tv_advance(2000);
-  EXPECT_EQ(number_in(shown(), "position"), 6);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 6);
 }
 
 TEST_F(PlaybackSet, SeeksWithinTheRecording) {
   play(1);
   expect_done(run({"playback", "seek", "15"}));
-  EXPECT_EQ(number_in(shown(), "position"), 15);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 15);
   expect_done(run({"playback", "seek", "-4"}));
-  EXPECT_EQ(number_in(shown(), "position"), 11);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 11);
   expect_done(run({"playback", "seek", "+2"}));
-  EXPECT_EQ(number_in(shown(), "position"), 13);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 13);
   expect_done(run({"playback", "seek", "-500"}));
-  EXPECT_EQ(number_in(shown(), "position"), 0);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 0);
   expect_done(run({"playback", "seek", "500"}));
-  EXPECT_EQ(number_in(shown(), "position"), 20);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 20);
   dtv_tv_advance(2500);
   EXPECT_FALSE(plays());
 }
@@ -165,10 +165,10 @@ TEST_F(PlaybackSet, PlaysAtAnotherSpeed) {
   play(1);
   expect_done(run({"playback", "speed", "2"}));
   dtv_tv_advance(4000);
-  EXPECT_EQ(number_in(shown(), "position"), 8);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 8);
   expect_done(run({"playback", "speed", "0.5"}));
   dtv_tv_advance(4000);
-  EXPECT_EQ(number_in(shown(), "position"), 10);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 10);
 }
 
 TEST_F(PlaybackSet, ListsAndChoosesSoundTracks) {
@@ -197,7 +197,7 @@ TEST_F(PlaybackSet, RefusesWhatItCannotDo) {
     EXPECT_NE(error_of(reply_to({"playback", "speed", word})), "") << word;
   EXPECT_NE(error_of(reply_to({"playback", "jump"})), "");
   EXPECT_NE(error_of(reply_to({"playback", "pause", "now"})), "");
-  EXPECT_EQ(number_in(shown(), "position"), 0);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 0);
   EXPECT_EQ(shown().at("speed").to_number<double>(), 1);
   standby();
   EXPECT_EQ(run({"recording", "1", "play"}), R"({"error":"the set is in standby"})");
@@ -256,15 +256,15 @@ TEST_F(PlaybackSet, KeysControlIt) {
   play(1);
   dtv_tv_advance(15000);
   press("FR");
-  EXPECT_EQ(number_in(shown(), "position"), 5);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 5);
   press("ENTER");
   EXPECT_TRUE(shown().at("paused").as_bool());
   press("ENTER");
   EXPECT_FALSE(shown().at("paused").as_bool());
   press("FF");
-  EXPECT_EQ(number_in(shown(), "position"), 20);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 20);
   press("PREV");
-  EXPECT_EQ(number_in(shown(), "position"), 0);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 0);
   press("EXIT");
   EXPECT_FALSE(plays());
 }
@@ -289,7 +289,7 @@ TEST_F(PlaybackSet, TheRecorderShowsWhatIsPlayed) {
   run({"playback", "pause"});
   EXPECT_EQ(file_info(1).e_file_status, PVR_FILE_PAUSED);
   EXPECT_EQ(file_info(1).ui4_resume_time, 2U);
-  EXPECT_EQ(number_in(reply_to({"state"}).at("playback"), "position"), 2);
+  EXPECT_EQ(number_in(reply_to({"state"}).at("playback"), "position_seconds"), 2);
   run({"playback", "stop"});
   EXPECT_EQ(file_info(1).e_file_status, PVR_FILE_READY);
   EXPECT_FALSE(reply_to({"state"}).as_object().contains("playback"));
@@ -373,17 +373,17 @@ TEST_F(TimeShift, ARunningRecordingIsPlayedBehindTheBroadcast) {
   expect_done(run({"recording", id, "play", "10"}));
   EXPECT_TRUE(shown().at("running").as_bool());
   dtv_tv_advance(5000);
-  EXPECT_EQ(number_in(shown(), "position"), 15);
-  EXPECT_EQ(number_in(shown(), "duration"), 35);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 15);
+  EXPECT_EQ(number_in(shown(), "seconds"), 35);
   run({"playback", "pause"});
   dtv_tv_advance(20'000);
-  EXPECT_EQ(number_in(shown(), "position"), 15);
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 15);
   run({"playback", "resume"});
   expect_done(run({"playback", "seek", "999"}));
-  EXPECT_EQ(number_in(shown(), "position"), 54) << "a second behind the broadcast";
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 54) << "a second behind the broadcast";
   expect_done(run({"playback", "speed", "4"}));
   dtv_tv_advance(10'000);
-  EXPECT_NEAR(static_cast<double>(number_in(shown(), "position")), 65, 1) << "not beyond the broadcast";
+  EXPECT_NEAR(static_cast<double>(number_in(shown(), "position_seconds")), 65, 1) << "not beyond the broadcast";
   EXPECT_EQ(shown().at("speed").to_number<double>(), 1);
   expect_done(run({"record", "stop"}));
   dtv_tv_advance(3000);

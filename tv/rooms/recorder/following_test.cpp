@@ -1,6 +1,7 @@
 // Recordings and timers that follow the events of the guide.
 #include <ctime>
 
+#include "core/reply.h"
 #include "rooms/recorder/recorder_test.h"
 
 namespace {
@@ -117,7 +118,7 @@ TEST_F(RecorderFollows, ReminderOfAMovedEventWaits) {
   const std::int64_t start = now() + 10 * kMinute, moved = start + 20 * kMinute;
   const auto has_event = [](std::int64_t begin) {
     return comes_true([begin] {
-      return run({"guide", "event", "1", "5"}).find("\"start\":" + std::to_string(begin)) != std::string::npos;
+      return run({"guide", "event", "1", "5"}).find("\"start\":\"" + reply_time(begin) + "\"") != std::string::npos;
     });
   };
   write_bytes(air + "/10.ts", announcing(start));

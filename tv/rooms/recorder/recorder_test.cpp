@@ -365,7 +365,7 @@ TEST_F(RecorderPlans, ReminderShowsAMessageForAMinute) {
   EXPECT_EQ(listed_timers().size(), 0u);
   EXPECT_EQ(run({"screen"}).find("message"), std::string::npos) << "nothing is shown in standby";
   expect_done(run({"power", "on"}));
-  expect_words(run({"screen"}), {R"("message":{"word":"reminder","about":"","text":"The News on Two"})"});
+  expect_words(run({"screen"}), {R"("message":{"word":"reminder_due","about":"","text":"The News on Two"})"});
   dtv_tv_advance(61'000);
   EXPECT_EQ(text_in(reply_to({"state"}), "reminder"), "");
   EXPECT_EQ(run({"screen"}).find("message"), std::string::npos);

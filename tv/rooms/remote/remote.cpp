@@ -423,8 +423,8 @@ std::string remote_typed() {
   for (std::size_t i = 0; i < state.pin.size(); ++i) hidden += "\u2022";
   if (state.digits == 0) return hidden;
   const std::string number = std::to_string(state.number);
-  return std::string(static_cast<std::size_t>(state.digits) - std::min<std::size_t>(number.size(), state.digits), '0') +
-         number;
+  const auto digits = static_cast<std::size_t>(state.digits);
+  return std::string(digits - std::min(number.size(), digits), '0') + number;
 }
 
 void remote_standby() {

@@ -22,7 +22,7 @@ bool sources_choose_tuner(bool satellite);  // the same, of a channel that is ab
 bool sources_choose_hdmi(int input);        // by input number from 1
 
 int sources_current();
-std::string sources_name(int source);  // the viewer's name, else the source's own
+std::string sources_name(int source);   // the viewer's name, else the source's own
 bool sources_is_blocked(int source);    // and the lock of inputs is on
 bool sources_is_connected(int source);  // there is something to see. The caller holds no lock.
 bool sources_is_tv();                   // the main picture shows a tuner

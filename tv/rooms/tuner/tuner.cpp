@@ -127,10 +127,8 @@ bool choose(const Channel& channel) {
   return true;
 }
 
-// Shows the channel. Returns why not; empty: the change has begun. A set in standby has no picture, so the change would
-// have no result.
+// Shows the channel. Returns why not; empty: the change has begun. In standby it begins when the set is switched on.
 std::string tune(const Channel& channel) {
-  if (!remote_is_on()) return "the set is in standby";
   const int source = is_satellite(channel) ? kSourceSatellite : kSourceTv;
   if (source != sources_current() && sources_is_blocked(source)) return sources_name(source) + " is blocked";
   return sources_choose_tuner(is_satellite(channel)) && choose(channel) ? "" : kNotSaved;

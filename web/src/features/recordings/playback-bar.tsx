@@ -16,7 +16,7 @@ export function PlaybackBar({ playback }: { playback: Playback }) {
   const problem = useSignal("");
   // Where the viewer drags the position to; null while nobody does.
   const dragged = useSignal<number | null>(null);
-  const { title, position, duration, paused } = playback;
+  const { title, position_seconds: position, seconds: duration, paused } = playback;
   const send = (...words: string[]) => change(problem, "playback", ...words);
   const shown = dragged.value ?? position;
 

@@ -26,9 +26,9 @@ export interface Recording {
 export interface Playback {
   recording: number;
   title: string;
-  /** In seconds, as the duration, which grows while the recording runs. */
-  position: number;
-  duration: number;
+  position_seconds: number;
+  /** The duration, which grows while the recording runs. */
+  seconds: number;
   running: boolean;
   paused: boolean;
 }
