@@ -102,6 +102,8 @@ void follow(Picture& picture, const Channel& channel) {
     const std::lock_guard guard(picture.lock);
     restart = std::exchange(picture.restart, false);
     same = is_same(picture.shown.channel, channel);
+    if (!same || restart) picture.shown = {.channel = channel, .result = std::nullopt, .facts = {}, .changing = true};
+    if (!same) picture.unlocked = false;
   }
   if (same && !restart) {
     if (is_broken(receiver_facts(*picture.receiver)) && timer_now() >= picture.retry) receive(picture, channel);
@@ -109,9 +111,6 @@ void follow(Picture& picture, const Channel& channel) {
   }
   receive(picture, channel);
   picture.due = std::max(timer_now(), picture.locked) + kChangeWithin;
-  const std::lock_guard guard(picture.lock);
-  picture.shown = {.channel = channel, .result = std::nullopt, .facts = {}, .changing = true};
-  if (!same) picture.unlocked = false;
 }
 
 // The result of the change, or the time at which to look for it again.
