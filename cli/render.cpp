@@ -3,8 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <boost/json.hpp>
 #include <cerrno>
+#include <charconv>
 #include <cinttypes>
 #include <cstdlib>
 
@@ -45,10 +47,17 @@ struct Cell {
   std::string value;
 };
 
+// "1" and "474.166"; JSON's text would be "1E0" and "4.74166E2".
+std::string number_text(double number) {
+  std::array<char, 32> text{};  // the shortest text of a double has at most 24 characters
+  return {text.data(), std::to_chars(text.begin(), text.end(), number).ptr};
+}
+
 std::string shown_value(const json::value& value) {
   const bool nothing =
       (value.is_object() && value.get_object().empty()) || (value.is_array() && value.get_array().empty());
   if (nothing) return "none";
+  if (value.is_double()) return number_text(value.get_double());
   return printable(value.is_string() ? std::string(value.get_string()) : json::serialize(value));
 }
 

@@ -179,3 +179,10 @@ test('a word that begins with a dash is an option, behind -- a word, and never a
   assert.deepEqual(JSON.parse(found.stdout), { events: [], more: false });
   assert.equal((await inHere('tv', 'volume', '33', '--json')).stdout, '{"volume":33,"mute":false}\n');
 });
+
+test('numbers of a reply are shown as people write them', async (t) => {
+  const host = await fakeHost(t, ({ id }, send) => send(result(id, '{"mhz":4.74166E2,"speed":1E0,"quarter":0.25,"seconds":-3}')));
+  const { code, stdout, stderr } = await ctl(['--host', host.address, 'tv', 'state']);
+  assert.equal(code, 0, stderr);
+  assert.deepEqual(stdout.trimEnd().split('\n').map((line) => line.split(/ +/)), [['mhz', '474.166'], ['speed', '1'], ['quarter', '0.25'], ['seconds', '-3']]);
+});
