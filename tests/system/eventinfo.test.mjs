@@ -23,7 +23,7 @@ const dayLength = 86400;
 // The service's events from the present one on, in the set's time. The broadcast begins at 18:30 of its own time, and is
 // moved to the set's; at that time no event of a service that is used here is about to end.
 async function eventsOf(client, { service, stream }) {
-  const { shift } = (await client.tv('antenna')).multiplexes.find((each) => each.stream === stream);
+  const { shift_seconds: shift } = (await client.tv('antenna')).multiplexes.find((each) => each.stream === stream);
   const moved = guide[service].map((event) => ({ ...event, start: event.start + shift }));
   return moved.filter((event) => event.start + event.duration > broadcastBegins + shift);
 }
@@ -62,7 +62,7 @@ function is(item, event, channel) {
 
 test('the broadcast is moved to the present time, by whole minutes', async (t) => {
   const client = await set.client(t);
-  for (const { shift } of (await client.tv('antenna')).multiplexes) {
+  for (const { shift_seconds: shift } of (await client.tv('antenna')).multiplexes) {
     assert.equal(shift % 60, 0);
     const off = Date.now() / 1000 - (broadcastBegins + shift);
     assert.ok(off > -60 && off < 600, `${off} s`);

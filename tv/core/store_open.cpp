@@ -41,11 +41,14 @@ std::string error_text(int number) { return std::generic_category().message(numb
 
 // ---- The folder ----
 
-// Whether the folder seems to be a set's alone: it is empty, or has a set's database.
+// Whether the folder seems to be a set's alone: it has a set's database, or is empty but for the folder of the
+// channels' logos, which dtv-host makes before the set starts.
 bool is_for_a_set(const std::string& folder) {
   std::error_code failed;
-  return std::filesystem::is_empty(folder, failed) ||
-         std::filesystem::exists(std::filesystem::symlink_status(folder + "/" + kDatabase, failed));
+  if (std::filesystem::exists(std::filesystem::symlink_status(folder + "/" + kDatabase, failed))) return true;
+  for (std::filesystem::directory_iterator each(folder, failed), end; !failed && each != end; each.increment(failed))
+    if (each->path().filename() != "ChLogo") return false;
+  return !failed;
 }
 
 // Removes other users' access to the open folder, if only a set uses it: removing it from a folder such as / or a home

@@ -268,6 +268,14 @@ TEST(TvStorePlace, WiderPermissionsAreRemoved) {
   EXPECT_EQ(mode_of(places.state + "/tv.sqlite-wal"), 0600u);
 }
 
+TEST(TvStorePlace, NewFolderWithTheFolderOfLogosIsTheSets) {
+  Places places;
+  fs::create_directory(places.state + "/ChLogo");
+  fs::permissions(places.state, fs::perms{0755});
+  ASSERT_EQ(tv_start(places.state), "");
+  EXPECT_EQ(mode_of(places.state), 0700u);
+}
+
 TEST(TvStorePlace, FolderOfAnotherUserIsRefused) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can change a folder's owner";
   Places places;

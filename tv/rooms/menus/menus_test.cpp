@@ -482,7 +482,8 @@ TEST_F(TvMenus, ManyThreads) {
     threads.emplace_back([t] {
       const char* const keys[] = {"GUIDE", "DOWN", "RIGHT", "MENU", "ENTER", "EXIT", "SOURCE", "BLUE", "FAVORITE"};
       for (int i = 0; i < 40; ++i) {
-        tv_control(R"(["key",")" + std::string(keys[(i * (t + 1)) % std::size(keys)]) + R"("])");
+        tv_control(R"(["key",")" + std::string(keys[static_cast<std::size_t>(i * (t + 1)) % std::size(keys)]) +
+                   R"("])");
         tv_control(R"(["screen"])");
         a_vextvapi_util_start_native_app(1 + i % 17);
       }
