@@ -206,6 +206,9 @@ test('the chosen sound is played, and the chosen subtitles are drawn', async (t)
 
   await tv('tune 2'); // in French and English; a new set prefers English
   const first = await plays('sound', 'eng');
+  // The generator's pictures have square pixels.
+  const { video } = await until(screen, (now) => now.video?.aspect, 'the shape of the picture');
+  assert.deepEqual([video.width, video.height, Math.round(video.aspect * 100)], [352, 288, 122]);
   const { audio } = await tv('tuner');
   assert.deepEqual(audio.map(({ language, chosen }) => [language, chosen]), [['fra', false], ['eng', true]]);
   await tv('tuner audio 1');

@@ -91,6 +91,7 @@ TEST_F(FilePlayer, ListsTheTracks) {
   EXPECT_EQ(sound.codec, "mp2");
   EXPECT_EQ(sound.number, 1);
   EXPECT_TRUE(sound.chosen);
+  EXPECT_TRUE(watch([this] { return facts().video.width != 0 && facts().video.aspect != 0; }));
   player_choose(*player, TrackKind::kAudio, 0);
   EXPECT_TRUE(watch([this] { return !facts().tracks[1].chosen; }));
 }

@@ -191,6 +191,8 @@ boost::json::object screen_command(Arguments arguments) {
   if (now.main.channel && on && (shows_info() || shows_banner())) reply["banner"] = banner(*now.main.channel);
   if (now.sub.shown && on) report_second(now, frame, reply);
   const PlayedPicture& heard = frame.pictures[now.sub.heard ? 1 : 0];
+  if (const VideoShape& video = frame.pictures[0].video; video.width != 0 && video.height != 0)
+    reply["video"] = {{"width", video.width}, {"height", video.height}, {"aspect", video.aspect}};
   if (heard.audio) reply["sound"] = shown_stream(*heard.audio);
   if (frame.pictures[0].subtitle) reply["subtitles"] = shown_stream(*frame.pictures[0].subtitle);
   if (const std::string typed = remote_typed(); !typed.empty()) reply["typed"] = typed;

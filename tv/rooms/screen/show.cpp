@@ -16,7 +16,6 @@
 #include "core/timers.h"
 #include "rooms/multiview/multiview.h"
 #include "rooms/screen/played.h"
-#include "rooms/screen/player/player.h"
 
 namespace {
 
@@ -216,11 +215,13 @@ void lay_out(Show& show, const ShowPlan& plan) {
 void report_streams(const Show& show) {
   std::array<PlayedPicture, kPictures> now;
   for (std::size_t i = 0; i < kPictures; ++i) {
+    if (const PlayerHandle& player = show.pictures[i].player) now[i].video = player_facts(*player).video;
     now[i].audio = played(show.pictures[i], TrackKind::kAudio);
     now[i].subtitle = played(show.pictures[i], TrackKind::kSubtitle);
   }
   const std::lock_guard guard(state.lock);
   for (std::size_t i = 0; i < kPictures; ++i) {
+    state.newest.pictures[i].video = now[i].video;
     state.newest.pictures[i].audio = std::move(now[i].audio);
     state.newest.pictures[i].subtitle = std::move(now[i].subtitle);
   }

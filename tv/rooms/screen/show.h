@@ -16,6 +16,7 @@
 
 #include "core/contract.h"
 #include "rooms/playback/playback.h"
+#include "rooms/screen/player/player.h"
 
 inline constexpr std::size_t kPictures = 2;  // so at most two players
 enum class PicturePlace : std::size_t { kMain, kSecond };
@@ -39,6 +40,7 @@ struct PlayedStream {
 
 struct PlayedPicture {
   bool shown = false;  // in the newest frame
+  VideoShape video = {};
   std::optional<PlayedStream> audio = {};
   std::optional<PlayedStream> subtitle = {};
 };

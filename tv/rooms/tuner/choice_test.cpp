@@ -47,7 +47,9 @@ TEST(TvTunerInTime, AReplyHasTheResultOfItsChannelOrNone) {
   expect_done(run({"channels", "import", home.path + "/air.conf"}));
   const auto result = [](const std::string& reply, int number) {
     EXPECT_NE(reply.find(R"("channel":)" + std::to_string(number) + ","), std::string::npos) << reply;
-    return reply.find(kChanging) != std::string::npos ? "" : reply.substr(reply.find(R"("result":)"), reply.find(R"(,"multiplex")") - reply.find(R"("result":)"));
+    return reply.find(kChanging) != std::string::npos
+               ? ""
+               : reply.substr(reply.find(R"("result":)"), reply.find(R"(,"multiplex")") - reply.find(R"("result":)"));
   };
   const auto settled = [&](int number) {
     std::string found;

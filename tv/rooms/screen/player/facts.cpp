@@ -1,5 +1,5 @@
 // The library's reports about the file that it plays, and the functions that control it. Of a ring, it reports the
-// streams.
+// streams and the video's shape.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -21,6 +21,7 @@ struct Property {
   const char* name;
   mpv_format format;
   void (*take)(Player& player, const void* value);
+  bool of_ring = false;  // also of a ring
 };
 
 bool is_time(double seconds) { return std::isfinite(seconds) && seconds >= 0 && seconds < kLongestFile; }
@@ -44,6 +45,19 @@ void take_chapter(Player& player, const void* value) {
 void take_chapters(Player& player, const void* value) {
   player.facts.chapters =
       static_cast<int>(std::clamp<std::int64_t>(*static_cast<const std::int64_t*>(value), 0, 10000));
+}
+
+int pixels(const void* value) {
+  return static_cast<int>(std::clamp<std::int64_t>(*static_cast<const std::int64_t*>(value), 0, 65535));
+}
+
+void take_width(Player& player, const void* value) { player.facts.video.width = pixels(value); }
+
+void take_height(Player& player, const void* value) { player.facts.video.height = pixels(value); }
+
+void take_aspect(Player& player, const void* value) {
+  const double aspect = *static_cast<const double*>(value);
+  if (std::isfinite(aspect) && aspect > 0 && aspect < 100) player.facts.video.aspect = aspect;
 }
 
 const mpv_node* member(const mpv_node_list& map, std::string_view key, mpv_format format) {
@@ -90,11 +104,11 @@ void take_tracks(Player& player, const void* value) {
 }
 
 // The library sends a property's place in this table with each change of it.
-constexpr Property kProperties[] = {{"time-pos", MPV_FORMAT_DOUBLE, take_position},
-                                    {"duration", MPV_FORMAT_DOUBLE, take_duration},
-                                    {"chapter", MPV_FORMAT_INT64, take_chapter},
-                                    {"chapters", MPV_FORMAT_INT64, take_chapters},
-                                    {"track-list", MPV_FORMAT_NODE, take_tracks}};
+constexpr Property kProperties[] = {
+    {"time-pos", MPV_FORMAT_DOUBLE, take_position},     {"duration", MPV_FORMAT_DOUBLE, take_duration},
+    {"chapter", MPV_FORMAT_INT64, take_chapter},        {"chapters", MPV_FORMAT_INT64, take_chapters},
+    {"track-list", MPV_FORMAT_NODE, take_tracks, true}, {"width", MPV_FORMAT_INT64, take_width, true},
+    {"height", MPV_FORMAT_INT64, take_height, true},    {"video-params/aspect", MPV_FORMAT_DOUBLE, take_aspect, true}};
 
 void take_end(Player& player, const mpv_event_end_file& end) {
   PlayerFacts& facts = player.facts;
@@ -132,7 +146,7 @@ void set_property(Player& player, const char* name, mpv_format format, void* val
 
 int facts_observe(Player& player) {
   for (const Property& each : kProperties) {
-    if (player.ring != nullptr && each.take != take_tracks) continue;
+    if (player.ring != nullptr && !each.of_ring) continue;
     const auto number = static_cast<std::uint64_t>(&each - std::begin(kProperties));
     const int result = mpv_library().mpv_observe_property(player.handle, number, each.name, each.format);
     if (result < 0) return result;

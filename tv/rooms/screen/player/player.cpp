@@ -81,6 +81,7 @@ void open(Player& player) {
   player.opened = steady_clock::now();
   player.reopen = Player::kNever;
   player.facts.tracks.clear();
+  player.facts.video = {};
   player.asked_audio = player.asked_subtitle = Player::kUnknown;
   mpv_library().mpv_command_async(player.handle, 0, words);
 }

@@ -66,7 +66,7 @@ bool player_draw(Player& player, Canvas& ret_canvas);
 // without a choice, it plays the first sound and no subtitles. Does nothing for a file.
 void player_choose_streams(Player& player, int audio, int subtitle);
 
-// ---- Of a file. For a ring, only the tracks are known, and the functions do nothing ----
+// ---- Of a file. For a ring, only the tracks and the video's shape are known, and the functions do nothing ----
 
 enum class PlayerState { kOpening, kPlaying, kEnded, kFailed };
 enum class TrackKind { kVideo, kAudio, kSubtitle };
@@ -81,6 +81,12 @@ struct PlayerTrack {
   bool chosen = false;
 };
 
+struct VideoShape {
+  int width = 0;  // pixels; 0: no picture is known yet
+  int height = 0;
+  double aspect = 0;  // of the picture as it is to be shown: 1.78 is 16:9
+};
+
 // As of the latest player_step. Texts come from the file; they are valid UTF-8.
 struct PlayerFacts {
   PlayerState state = PlayerState::kOpening;
@@ -88,6 +94,7 @@ struct PlayerFacts {
   double position = 0;      // s
   double duration = 0;      // s; 0: unknown. Of a file that grows: when it was opened
   bool seeking = false;     // the position is where it seeks to
+  VideoShape video = {};
   std::vector<PlayerTrack> tracks = {};
   int chapters = 0;
   int chapter = 0;  // from 1; 0: none
