@@ -267,7 +267,8 @@ inline std::string write_bytes(const std::string& path, const Bytes& bytes) {
 
 // ---- The set ----
 
-// How many tuners receive something: each has a thread while it does.
+// How many tuners receive something: each has a thread while it does. A thread counts from the moment at which it has
+// given itself its name, so wait for it with comes_true.
 inline std::size_t tuners_in_use() {
   std::size_t count = 0;
   for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {

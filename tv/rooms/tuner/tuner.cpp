@@ -358,7 +358,7 @@ boost::json::object describe() {
                              {"name", channel->name},
                              {"id", channel->id},
                              {"list", medium_name(channel->medium)},
-                             {"changing", now.changing}};
+                             {"changing", now.changing && remote_is_on()}};
   answer["result"] = now.result ? boost::json::value(result_word(*now.result)) : nullptr;
   if (!now.facts.lost.empty()) answer["lost"] = now.facts.lost;
   answer["multiplex"] = shown_multiplex(*channel);
