@@ -19,6 +19,8 @@ const recordings = (page: Page): Locator =>
 const progress = (page: Page): Locator => main(page, "Channel search").getByRole("region", { name: "Progress" });
 
 const resultUri = "/tv/ws/notify/broadcast/chg_channel_res";
+/** As a line of the log names it. */
+const resultName = "broadcast/chg_channel_res";
 const services = 15;
 // Of dtv-multiplexes: a service with two sound tracks, and one of the same multiplex.
 const cinema = { number: 2, word: "air:2", name: "Ciné Forêt" };
@@ -92,7 +94,7 @@ test.describe("with the antenna of make run", () => {
       await choose(page, "Channels");
       await channel(page, shore.word).locator(".channel-tune").click();
       await choose(page, "Request");
-      await expect(logRows(page, "Notifications").filter({ hasText: resultUri }).first()).toContainText("VALUE 0");
+      await expect(logRows(page, "Notifications").filter({ hasText: resultName }).first()).toContainText("VALUE 0");
       await choose(page, "Picture");
       await pictureMoves(page);
       // CH- is the channel below in the list.
