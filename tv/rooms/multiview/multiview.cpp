@@ -117,7 +117,7 @@ void hide_sub() {
 // What a viewer sees first in the sub picture: the channel seen before, else the next favourite, else the next one,
 // else the first one of that tuner.
 std::optional<Channel> first_sub_channel(bool satellite) {
-  const auto current = tuner_channel();
+  auto current = tuner_channel();
   const std::uint32_t id = current ? current->id : 0;
   for (const auto& channel : {tuner_previous_channel(), channels_step_favourite(id, 1), channels_step(id, 1)})
     if (channel && channel->id != id && (channel->medium == Medium::kSatellite) == satellite) return channel;

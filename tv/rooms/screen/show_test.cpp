@@ -89,7 +89,8 @@ struct TvShow : TunerSet {
     return reports([&](const auto&) {
       const Bytes frame = pixels();
       return std::ranges::all_of(spots, [&](const Spot& spot) {
-        const auto at = static_cast<std::size_t>(3 * (spot.y / 3 * kWidth + spot.x / 3));
+        const int pixel = spot.y / 3 * kWidth + spot.x / 3;
+        const std::size_t at = std::size_t{3} * static_cast<std::size_t>(pixel);
         return !frame.empty() && spot.is({frame[at], frame[at + 1], frame[at + 2]});
       });
     });
