@@ -66,15 +66,14 @@ bool make_read_only(const std::string& path, std::string& ret_error) {
   return mount(nullptr, path.c_str(), nullptr, flags, nullptr) == 0 || fail("remount " + path, ret_error);
 }
 
-// Shows one entry of the machine as it is.
+// Shows one entry of the machine as it is. Other processes may remove it at any step: it is then not shown.
 bool pass_through(const std::string& old_path, const std::string& path, std::string& ret_error) {
   struct stat info {};
-  if (lstat(old_path.c_str(), &info) != 0)
-    return errno == ENOENT || fail("lstat " + path, ret_error);  // removed in the meantime
+  if (lstat(old_path.c_str(), &info) != 0) return errno == ENOENT || fail("lstat " + path, ret_error);
   if (S_ISLNK(info.st_mode)) {
     char target[PATH_MAX];
     const ssize_t length = readlink(old_path.c_str(), target, sizeof target - 1);
-    if (length < 0) return fail("readlink " + path, ret_error);
+    if (length < 0) return errno == ENOENT || fail("readlink " + path, ret_error);
     target[length] = '\0';
     return symlink(target, path.c_str()) == 0 || fail("symlink " + path, ret_error);
   }
@@ -83,7 +82,9 @@ bool pass_through(const std::string& old_path, const std::string& path, std::str
   } else if (!write_text(path, "", ret_error)) {
     return false;
   }
-  return bind(old_path, path, ret_error);
+  if (mount(old_path.c_str(), path.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0) return true;
+  if (errno != ENOENT) return fail("bind " + path, ret_error);
+  return remove(path.c_str()) == 0 || fail("remove " + path, ret_error);
 }
 
 bool build(const Node& node, const std::string& old_folder, const std::string& folder, std::string& ret_error);

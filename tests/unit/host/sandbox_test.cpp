@@ -3,8 +3,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -146,6 +148,39 @@ TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
   EXPECT_EXIT(fail_to_enter(in_file), testing::ExitedWithCode(0),
               getuid() == 0 ? "opendir .*/text: Not a directory" : ".");
 }
+
+// Enters again and again, each time in a process of its own, while another process makes and removes files beside the
+// wanted one. Returns how many could not enter for another reason than the user's rights.
+int enter_beside_passing_files(const fs::path& folder) {
+  const pid_t maker = fork();
+  for (int number = 0; maker == 0; ++number) {
+    const fs::path path = folder / std::to_string(number % 8);
+    if (number % 2 == 0)
+      makes_file(path);
+    else
+      fs::create_symlink("text", path);
+    fs::remove(path);
+  }
+  int refused = 0;
+  for (int round = 0; round < 200; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      std::string error;
+      const bool entered = sandbox_enter({{folder / "made", {.what = WantedPath::kFile, .content = "a file's"}}},
+                                         NewFolders::kWritable, error);
+      if (!entered) fprintf(stderr, "refused: %s\n", error.c_str());
+      _exit(entered || (getuid() != 0 && error.starts_with("unshare")) ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (status != 0) ++refused;
+  }
+  kill(maker, SIGKILL);
+  waitpid(maker, nullptr, 0);
+  return refused;
+}
+
+TEST_F(Sandbox, AFileThatIsRemovedMeanwhileIsNotShown) { EXPECT_EQ(enter_beside_passing_files(folder), 0); }
 
 TEST(Device, OtherCallsAreTheKernels) {
   typed.clear();
