@@ -3,13 +3,16 @@
 set -eu
 
 build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
-       libsqlite3-dev libabsl-dev libbitstream-dev libxml2-dev libmpv-dev libturbojpeg0-dev tzdata ffmpeg libgtest-dev
-       libgmock-dev"
+       libsqlite3-dev libutf8proc-dev libabsl-dev libbitstream-dev libxml2-dev libmpv-dev libturbojpeg0-dev libavformat-dev
+       libavcodec-dev libavutil-dev libswscale-dev libexif-dev libgupnp-1.6-dev libgupnp-av-1.0-dev tzdata ffmpeg
+       libgtest-dev libgmock-dev"
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
 check="clang clang-tidy clang-format binutils iproute2 util-linux libwebsockets-dev"
-test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg dtv-scan-tables"
+test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg dtv-scan-tables exif minidlna
+      forensics-samples-files libtest-corpus-audio-mpd-perl golang-github-rwcarlsen-goexif-dev gnome-user-docs asc-music
+      gdk-pixbuf-tests"
 # What may have come from elsewhere, and is then left as it is.
 command -v python3 >/dev/null || build="$build python3" arm="$arm python3"
 { command -v node && command -v npm; } >/dev/null || build="$build nodejs npm"

@@ -223,6 +223,27 @@ bool database_open(const std::string& path, const DatabaseLayouts& layouts, Data
   return true;
 }
 
+// database_open opens the file for one connection only, which SQLite does not undo while the write-ahead log exists.
+bool database_share(const std::string& path, Database& writer, Database& ret_reader, std::string& ret_error) {
+  constexpr const char* kShared =
+      "PRAGMA journal_mode=DELETE; PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=WAL;"
+      "PRAGMA journal_size_limit=16777216";
+  sqlite3* handle = nullptr;
+  const bool opened =
+      database_execute(writer.handle, kShared) == SQLITE_OK &&
+      sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) == SQLITE_OK &&
+      database_execute(handle,
+                       "PRAGMA query_only=ON; PRAGMA cell_size_check=ON; PRAGMA cache_size=-4000; "
+                       "SELECT count(*) FROM sqlite_schema") == SQLITE_OK;
+  if (!opened) {
+    ret_error = "cannot use " + path + ": " + sqlite3_errmsg(handle == nullptr ? writer.handle : handle);
+    sqlite3_close(handle);
+    return false;
+  }
+  ret_reader = {.handle = handle, .statements = {}};
+  return true;
+}
+
 void database_close(Database& database) {
   database.statements.clear();
   sqlite3_close(database.handle);

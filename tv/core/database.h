@@ -53,6 +53,10 @@ enum class DatabaseCheck { kWhole, kHead };
 bool database_open(const std::string& path, const DatabaseLayouts& layouts, Database& ret_database,
                    std::string& ret_error, DatabaseCheck check = DatabaseCheck::kWhole);
 
+// Lets a second connection read what the first has written, while it writes: opens that connection. Each of them is of
+// one thread at a time; the store's folder lock keeps other processes out. False with ret_error.
+bool database_share(const std::string& path, Database& writer, Database& ret_reader, std::string& ret_error);
+
 // Reads the whole file. False with ret_why if it is damaged. `ends` is called now and then; true ends the check, which
 // then returns true.
 bool database_is_whole(Database& database, bool (*ends)(), std::string& ret_why);

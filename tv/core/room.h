@@ -8,7 +8,7 @@
 //                    those names lead to the tap.
 //   <name>_test.cpp  its unit tests, which become part of tv_test
 // The name is yours to choose; it need not be the header's. A function of the area that the room does not define fails
-// with a message (defaults.h). If absent.cpp defines one of the area's functions, move it into the room.
+// with a message (defaults.h).
 //
 // Settings go to the store (store.h), callbacks of the plugin to the event thread (events.h), delayed actions to the
 // timers (timers.h), refusals through reply.h.
@@ -16,7 +16,7 @@
 // Locks are taken in this order:
 //   1. the USB room's for callbacks
 //   2. the power lock (set.cpp)
-//   3. the playback's for changes
+//   3. the playback's and the media player's for changes
 //   4. the CEC bus's; the applications'; the recorder's for changes
 //   5. Picture::working, under which a picture's channel is changed (rooms/tuner/picture.h)
 //   6. the remote control's; the configuration's

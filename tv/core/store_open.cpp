@@ -41,8 +41,8 @@ std::string error_text(int number) { return std::generic_category().message(numb
 
 // ---- The folder ----
 
-// Whether the folder seems to be a set's alone: it has a set's database, or is empty but for the folder of the
-// channels' logos, which dtv-host makes before the set starts.
+// Whether only a set seems to use the folder: the folder has a set's database, or it has nothing except the folder of
+// the channels' logos, which dtv-host makes before the set starts.
 bool is_for_a_set(const std::string& folder) {
   std::error_code failed;
   if (std::filesystem::exists(std::filesystem::symlink_status(folder + "/" + kDatabase, failed))) return true;

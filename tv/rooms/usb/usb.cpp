@@ -5,6 +5,8 @@
 //
 // There is one detection: starting another ends the first. When a detection has ended, none of its callbacks is running
 // or will run, except the callback that ended it.
+#include "rooms/usb/usb.h"
+
 #include <algorithm>
 #include <array>
 #include <boost/json.hpp>
@@ -22,6 +24,10 @@
 #include "core/set.h"
 #include "core/store.h"
 #include "core/text.h"
+#include "rooms/library/library.h"
+#include "rooms/media_player/media_player.h"
+#include "rooms/menus/menus.h"
+#include "rooms/photos/photos.h"
 #include "root.h"
 
 namespace fs = std::filesystem;
@@ -157,6 +163,14 @@ void put(std::size_t index, Stick stick) {
   place = std::move(stick);
 }
 
+// The caller holds only state.changing, so the rooms are notified of the changes in their order.
+void tell_rooms() {
+  library_sticks_changed();
+  media_player_sticks_changed();
+  photos_sticks_changed();
+  menus_sticks_changed();
+}
+
 // ---- The control command ----
 
 boost::json::object shown(std::size_t index, const Stick& stick) {
@@ -181,6 +195,16 @@ std::string not_found(std::string_view given, const std::error_code& why) {
 std::string outside() {
   if (usb_root().empty()) return "no folder can become a USB stick: the set was started without a folder for them";
   return "only a folder in " + usb_root() + " can become a USB stick";
+}
+
+// The caller holds the lock.
+UsbStick described(std::size_t index) {
+  const Stick& stick = state.sticks[index];
+  return {.port = port_of(index),
+          .device = device_of(index),
+          .label = stick.label,
+          .mount_point = mount_point_of(index),
+          .folder = stick.folder};
 }
 
 boost::json::object insert_stick(std::string_view given, Arguments label) {
@@ -220,6 +244,12 @@ boost::json::object insert_stick(std::string_view given, Arguments label) {
   }
   boost::json::object answer = shown(index, stick);
   put(index, std::move(stick));
+  tell_rooms();
+  const std::string device = device_of(index);
+  reply_watch(answer, {.words = {"media", "stick", device},
+                       .member = "scan",
+                       .cancel = {"media", "scan", device, "cancel"},
+                       .shows = {"files", "of"}});
   return answer;
 }
 
@@ -254,14 +284,17 @@ boost::json::object remove_sticks(std::string_view name) {
     removed.push_back(shown(index, state.sticks[index]));
     put(index, {});
   }
+  if (!found.empty()) tell_rooms();
   return {{"removed", std::move(removed)}};
 }
 
 boost::json::object list_sticks() {
   boost::json::array sticks;
-  const std::lock_guard guard(state.lock);
-  for (std::size_t index = 0; index < kPorts; ++index)
-    if (!is_free(state.sticks[index])) sticks.push_back(shown(index, state.sticks[index]));
+  for (const UsbStick& each : usb_sticks()) {
+    boost::json::object stick = shown(each.port - 1, {.folder = each.folder, .label = each.label});
+    stick["scan"] = library_scan_state(each);
+    sticks.push_back(std::move(stick));
+  }
   return {{"sticks", std::move(sticks)}};
 }
 
@@ -310,6 +343,24 @@ bool runs(const char* function, UINT32 handle) {
 }
 
 }  // namespace
+
+std::vector<UsbStick> usb_sticks() {
+  std::vector<UsbStick> sticks;
+  const std::lock_guard guard(state.lock);
+  for (std::size_t index = 0; index < kPorts; ++index)
+    if (!is_free(state.sticks[index])) sticks.push_back(described(index));
+  return sticks;
+}
+
+std::optional<UsbStick> usb_stick_of(std::string_view path) {
+  const std::lock_guard guard(state.lock);
+  for (std::size_t index = 0; index < kPorts; ++index) {
+    const std::string place = mount_point_of(index);
+    const bool within = path.starts_with(place) && (path.size() == place.size() || path[place.size()] == '/');
+    if (within && !is_free(state.sticks[index])) return described(index);
+  }
+  return std::nullopt;
+}
 
 UINT32 a_vextvapi_cb_usb_detect_init() {
   const std::lock_guard notifying(state.notifying);

@@ -1,0 +1,31 @@
+// The inserted USB sticks and their files, for the other rooms.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct UsbStick {
+  std::uint32_t port = 0;
+  std::string device = {};  // "/dev/sda1"
+  std::string label = {};
+  std::string mount_point = {};  // where applications find its files
+  std::string folder = {};       // of the machine, which the mount point is a link to
+};
+
+// By port. The functions of this file take the USB room's lock for data, under which no other is taken.
+std::vector<UsbStick> usb_sticks();
+
+// The stick with the file or folder of this path, which begins with its mount point.
+std::optional<UsbStick> usb_stick_of(std::string_view path);
+
+// Opens a regular file or a folder of an inserted stick for reading, by its path, which begins with the stick's mount
+// point. Nothing outside the stick is ever opened: no symbolic link in the stick is followed, and no ".." leads out of
+// it. Never waits for a FIFO. Returns a file descriptor, or -1 with ret_error, for people.
+enum class UsbFile { kFile, kFolder };
+int usb_open(std::string_view path, UsbFile what, std::string& ret_error);
+
+// The same by a path within the stick whose folder is open (with O_PATH); "." is that folder. ret_why begins with "it".
+int usb_open_in(int stick, const char* path, UsbFile what, std::string& ret_why);
