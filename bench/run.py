@@ -55,6 +55,10 @@ TARGETS = {
     "guide_filter_all_3_hours": (AT_MOST, 1000, "us"),
     "guide_filter_all_first_1024": (AT_MOST, 1000, "us"),
     "guide_start_with_300000_events": (AT_MOST, 0.3, "s"),
+    "library_scan_files": (AT_LEAST, 200, "files/s"),
+    "library_second_scan": (AT_MOST, 2, "s"),
+    "library_volume_p99_beside_scan": (AT_MOST, 1000, "us"),
+    "library_memory": (AT_MOST, 150, "MiB"),
     "notify_single": (AT_MOST, 4),
     "notify_queued_empty": (AT_MOST, 5),
     "notify_appended": (AT_MOST, 5),
@@ -264,6 +268,12 @@ class Bench:
             for figure in run_json([self.bin / "bench_guide", folder], 300):
                 self.add(figure["name"], figure["unit"], figure["value"], figure.get("floor"))
 
+    def measure_library(self):
+        """Scans of 10,000 photos."""
+        with tempfile.TemporaryDirectory() as folder:
+            for figure in run_json([self.bin / "bench_library", folder], 300):
+                self.add(figure["name"], figure["unit"], figure["value"], figure.get("floor"))
+
     def measure_channels(self):
         """Look-ups among 2,000 channels, by the set's own functions."""
         for figure in run_json([self.bin / "bench_channels"], 60):
@@ -420,7 +430,7 @@ class Bench:
             if "lws" not in echoes:
                 print("bench_echo_lws is not built: there is no floor for the host's figures")
             for what, measure in (("plugin", self.measure_plugin), ("guide", self.measure_guide),
-                                  ("channels", self.measure_channels),
+                                  ("library", self.measure_library), ("channels", self.measure_channels),
                                   ("requests", lambda: self.measure_requests(echoes)),
                                   ("notifications", lambda: self.measure_notifications(echoes)),
                                   ("idle host", self.measure_idle), ("memory", self.measure_memory),

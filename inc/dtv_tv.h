@@ -21,6 +21,11 @@ DTV_TV_EXPORT void dtv_tv_stick_root(const char* folder);
  * confined. By default, and with null, the antenna is connected as stored. Call it before dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_antenna(const char* folder);
 
+/* Names the network interfaces through which the set uses the home network, for example "eth0" or "lo,eth0". By
+ * default, and with null, it is "lo": other machines are neither looked for nor answered. Nothing is sent before a
+ * viewer or an application uses the home network. Call it before dtv_tv_start. */
+DTV_TV_EXPORT void dtv_tv_home_interfaces(const char* names);
+
 /* Switches the set on. state_folder: an existing folder of this user's, in which the set stores its state (SQLite,
  * survives kill -9). The set removes other users' access to the folder, and locks it against other processes until
  * dtv_tv_stop. If the folder or its database is deleted, renamed or replaced meanwhile, the set refuses every change.

@@ -17,7 +17,8 @@ typedef enum {
   MEDIA_TYPE_SUPPER_SHOP_MODE = 6
 } E_MEDIA_TYPE;
 
-/* What is known of a file, by its kind. Durations and sizes are in the platform's units. */
+/* What is known of a file, by its kind. Durations are in seconds, rounded; sizes in bytes, those of photos at most
+ * 0xFFFFFFFF. A text that is unknown is empty. */
 typedef struct {
   char track[128];
   char title[128];
@@ -57,9 +58,9 @@ typedef union {
 typedef struct {
   INT32 media_type; /* an E_MEDIA_TYPE */
   char media_path[256];
-  UINT32 recid;    /* identifier in the database */
-  INT32 favourite; /* 1: marked as a favourite */
-  T_DATE_TIME date;
+  UINT32 recid;     /* identifier in the database; of a recording that of the recording */
+  INT32 favourite;  /* 1: marked as a favourite */
+  T_DATE_TIME date; /* local time when it was taken or recorded, else of the file's latest change */
   T_MEDIA_DETAILS u;
 } T_MEDIA_INFO;
 
@@ -70,7 +71,7 @@ typedef struct {
   char path[256];
   INT32 count; /* entries asked for; then entries in the result, at most CBROWSER_LIST_MAX */
   INT32 index; /* first entry asked for, from 0 */
-  INT32 sort;  /* order, in the platform's numbers */
+  INT32 sort;  /* VEXTVAPI_CB_SORT_... */
   INT32 type;  /* E_MEDIA_TYPE of the query and of its entries */
   T_MEDIA_INFO media_info[CBROWSER_LIST_MAX];
   char reserved[256]; /* a second path */
@@ -105,8 +106,31 @@ typedef struct {
   UINT32 size;
 } VEXTVAPI_CB_PHOTO_T;
 
-/* type of a scan's callback: only the value that the plugin uses. */
-enum { VEXTVAPI_CB_SCAN_FIRST_STATUS = 1 };
+/* Orders of lists, and with VEXTVAPI_CB_SORT_DESCENDING added the same backwards. Photos and videos have no artist,
+ * album and genre, photos no title and duration: their lists are then ordered by name. */
+enum {
+  VEXTVAPI_CB_SORT_SET = 0,  /* the order set for the kind; until one is set, by name */
+  VEXTVAPI_CB_SORT_NAME = 1, /* of the file; without case and accents, numbers by their values */
+  VEXTVAPI_CB_SORT_DATE = 2, /* the oldest first */
+  VEXTVAPI_CB_SORT_SIZE = 3,
+  VEXTVAPI_CB_SORT_TITLE = 4,
+  VEXTVAPI_CB_SORT_ARTIST = 5, /* then by album and track */
+  VEXTVAPI_CB_SORT_ALBUM = 6,  /* then by track */
+  VEXTVAPI_CB_SORT_GENRE = 7,  /* then by artist */
+  VEXTVAPI_CB_SORT_DURATION = 8,
+  VEXTVAPI_CB_SORT_FAVOURITES = 9, /* only favourites, by name */
+  VEXTVAPI_CB_SORT_PLAYED = 10,    /* only what has been played or displayed, the latest first */
+  VEXTVAPI_CB_SORT_DESCENDING = 100
+};
+
+/* type of a scan's callback. */
+enum {
+  VEXTVAPI_CB_SCAN_DONE = 1,      /* a scan has come to its end: the lists have everything */
+  VEXTVAPI_CB_SCAN_BEGUN = 2,     /* also one that began because a stick was inserted */
+  VEXTVAPI_CB_SCAN_PROGRESS = 3,  /* the lists have more entries; at most one in 500 ms */
+  VEXTVAPI_CB_SCAN_CANCELLED = 4, /* by a_vextvapi_cb_stopScan or a_vextvapi_cb_deinit; what was found stays */
+  VEXTVAPI_CB_SCAN_FAILED = 5     /* the stick was removed, or cannot be read */
+};
 
 #endif
 
@@ -124,59 +148,77 @@ TVAPI_RECORD(VEXTVAPI_CB_MUSIC_T, media_type, media_path, track, title, artist, 
 TVAPI_RECORD(VEXTVAPI_CB_VIDEO_T, media_type, media_path, title, year, duration, size)
 TVAPI_RECORD(VEXTVAPI_CB_PHOTO_T, media_type, media_path, width, height, size)
 
-/* All return 0, negative on failure, where they do not say otherwise. type is an E_MEDIA_TYPE, sort an order in the
- * platform's numbers, path a folder, mount_path the folder at which a stick is mounted. */
+/* All return 0, negative on failure, where they do not say otherwise. type is an E_MEDIA_TYPE, sort one of
+ * VEXTVAPI_CB_SORT_..., mount_path the folder at which a stick is mounted, or a path below it.
+ *
+ * path is a stick's mount point or a folder below it. Of photos, music, videos and playlists it means everything below
+ * it; with a "/" at its end only what is directly in it. Of folders it means those directly in it, always by name; only
+ * folders with media in them or below count. Empty, it means all sticks. MEDIA_TYPE_SUPPER_SHOP_MODE means photos and
+ * videos, which a shop shows. A playlist's path in place of a folder's means the files that it names. */
 
 /* --- Scanning --- */
 
-/* Called by the platform, on a thread of its own, when a scan's status has changed; type is in the platform's numbers.
- */
+/* Called by the platform, on a thread of its own, when a scan's status has changed; type is one of
+ * VEXTVAPI_CB_SCAN_.... */
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_scan_status_nfy_fct, IN(INT32, type), TAG(void*, tag))
 
 /* Registers the one callback for the status of scans; null ends the registration. */
 TVAPI_FN(INT32, a_vextvapi_cb_usb_scan_status_register_callback,
          CALLBACK(a_vextvapi_cb_usb_scan_status_nfy_fct, callback), TAG(void*, tag))
 
+/* An inserted stick is scanned by itself. A further scan reads only files that have changed. Stopping returns at once;
+ * the scan ends within a second, and VEXTVAPI_CB_SCAN_CANCELLED follows. Stopping where none runs does nothing. */
 TVAPI_FN(INT32, a_vextvapi_cb_startScan, IN_TEXT(mount_path))
 TVAPI_FN(INT32, a_vextvapi_cb_stopScan, IN_TEXT(mount_path))
 
-/* Returns 1 when no scan is running, else 0. */
+/* Returns 1 when no scan is running or waiting, else 0. */
 TVAPI_FN(UINT8, a_vextvapi_cb_scanDone)
 
 /* --- The database --- */
 
-/* Load and drop the database of a stick. */
+/* Load and drop the database of a stick. Dropping ends its scan, and forgets its entries with their favourites. Loading
+ * finds what earlier scans have found; without any it starts a scan. An inserted stick is loaded by itself. */
 TVAPI_FN(INT32, a_vextvapi_cb_init, IN_TEXT(mount_path))
 TVAPI_FN(INT32, a_vextvapi_cb_deinit, IN_TEXT(mount_path))
 
 /* Forgets at which positions the playing of files stopped. */
 TVAPI_FN(INT32, a_vextvapi_usb_stopinfo_delete, IN_TEXT(mount_path))
 
-/* Asks whether the set may jump to this stick by itself; may_jump keeps its value where the platform has no opinion. */
+/* Asks whether the set may jump to this stick by itself; may_jump keeps its value where the platform has no opinion. It
+ * becomes 0 where the viewer has switched that off, and for a stick without photos, music and videos. */
 TVAPI_FN(INT32, a_vextvapi_cb_checkJumpStatus, IN_RECORD(T_CBROWSER, query), INOUT(UINT8, may_jump))
 
-/* Returns non-zero when the device of the query's path has a file system of the recorder's kind, else 0. */
+/* Returns non-zero when the device of the query's path has a file system of the recorder's kind (ext4 and its
+ * predecessors), else 0. */
 TVAPI_FN(INT32, a_vextvapi_cb_checkDevExt4Status, IN_RECORD(T_CBROWSER, query))
 
 /* --- Lists --- */
 
-/* Sets the order of the lists of a kind. */
+/* Sets the order of the lists of a kind; it is kept when the set is switched off. */
 TVAPI_FN(INT32, a_vextvapi_set_sort_type, IN(INT32, type), IN(INT32, sort))
 
-/* Return how many entries there are, negative on failure. */
+/* Return how many entries there are, negative on failure. Of the top list, name selects: a path counts the entries of
+ * a_vextvapi_get_top_list_by_sort_type for it, empty that of all sticks; any other name is an artist's, an album's or a
+ * genre's, and counts the entries of a_vextvapi_get_rec on all sticks. */
 TVAPI_FN(INT32, a_vextvapi_cb_get_db_count, IN(INT32, type), IN_TEXT(path))
 TVAPI_FN(INT32, a_vextvapi_cb_get_top_list_db_count, IN(INT32, type), IN(INT32, sort), IN_TEXT(name))
 
-/* Finds the file at the query's index, and fills the record of its kind. Returns 0, anything else on failure. */
+/* Finds the file at the query's index in the list of its path and sort, and fills the record of its kind. Returns 0,
+ * anything else on failure, also where the list ends before the index. */
 TVAPI_FN(INT32, a_vextvapi_get_list_by_idx, OUT(VEXTVAPI_CB_MUSIC_T, music), OUT(VEXTVAPI_CB_VIDEO_T, video),
          OUT(VEXTVAPI_CB_PHOTO_T, photo), IN(INT32, type), IN_RECORD(T_CBROWSER, query))
 
 /* Reads what is known of a file in a folder. file: its name or path. */
 TVAPI_FN(INT32, a_vextvapi_get_metaData, OUT(T_MEDIA_DETAILS, details), IN(INT32, type), IN_TEXT(file), IN_TEXT(path))
 
-/* List entries of a folder from an index on, counted from 0: in the set order; in the order sort; recordings, which
- * name selects. count: on input the room in the list, on output the number of entries. Return 0, anything else on
- * failure. */
+/* List entries from an index on, counted from 0. count: on input the room in the list, on output the number of entries.
+ * Return 0, anything else on failure.
+ *
+ * By count: the list of the path in the set order.
+ * Top list: music by artist, album or genre has one entry for each of these, with one of its files; every other list
+ * has the path's files in this order. Rec: of music by artist, album or genre the files whose artist, album or genre is
+ * name. Of videos, in any other order and whatever the path is, the set's own recordings with name in their titles, or
+ * all if it is empty: by date, title (by name means the same), size or duration. Of other kinds nothing. */
 TVAPI_FN(INT32, a_vextvapi_get_list_by_count, OUT_ARRAY(T_MEDIA_INFO, list, count), IN(INT32, type), IN_TEXT(path),
          IN(INT32, index), INOUT(INT32, count))
 TVAPI_FN(INT32, a_vextvapi_get_top_list_by_sort_type, OUT_ARRAY(T_MEDIA_INFO, list, count), IN(INT32, type),

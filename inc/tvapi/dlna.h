@@ -11,6 +11,51 @@ enum { DLNA_MEDIA_PHOTO = 1, DLNA_MEDIA_MUSIC = 2, DLNA_MEDIA_VIDEO = 3, DLNA_ME
 
 enum { DMP_LIST_MAX = 20 }; /* children that one listing gives */
 
+/* What a controller asks of the renderer: the type of its callback. url and protocol_info are of the item concerned.
+ * What is not named is 0. */
+enum {
+  DMR_REQUEST_LOAD = 1, /* here is an item; without a url: forget it. arg1 kind of item, 0 not known; arg2 s */
+  DMR_REQUEST_PLAY = 2, /* or go on. arg1: where to begin, in s */
+  DMR_REQUEST_PAUSE = 3,
+  DMR_REQUEST_STOP = 4,
+  DMR_REQUEST_SEEK = 5,     /* arg1: the position in s */
+  DMR_REQUEST_LOAD_NEXT = 6 /* what comes after the item, to be prepared; it is loaded later. arg1 as for LOAD */
+};
+
+/* What an application reports of the item that the controller has sent last. */
+enum {
+  DMR_STATE_NO_MEDIA = 0, /* it has dropped the item */
+  DMR_STATE_STOPPED = 1,
+  DMR_STATE_OPENING = 2,
+  DMR_STATE_PLAYING = 3,
+  DMR_STATE_PAUSED = 4,
+  DMR_STATE_FAILED = 5, /* value: the application's number for the cause */
+  DMR_STATE_ENDED = 6   /* it has come to its end: the renderer asks for the next one, or for a repetition */
+};
+
+/* Types of the servers' callback; dev_id is the server, server_name its name. */
+enum {
+  DMS_FOUND = 0,     /* a server is on; for each one that is known when the callback is registered, too */
+  DMS_LOST = 1,      /* a server is off; it stays known until it is forgotten */
+  DMS_CHANGED = 2,   /* its name or its address has changed */
+  DMS_FORGOTTEN = 3, /* another server has taken its place, or it was cleared */
+  DMS_PROGRESS = 4,  /* of a download: arg1 is the object, arg2 the percent, in steps of 10 */
+  DMS_DOWNLOAD = 5,  /* a download is over: arg1 is the object, arg2 one of the results below */
+  DMS_THUMBNAIL = 6  /* an item's thumbnail has a local path now: arg1 is the object */
+};
+enum { DMS_DOWNLOAD_DONE = 0, DMS_DOWNLOAD_FAILED = 1, DMS_DOWNLOAD_CANCELLED = 2 };
+
+/* Types of a server. */
+enum { DMS_TYPE_ON = 1, DMS_TYPE_OFF = 2 };
+
+enum { DMP_ROOT_OBJECT = 0 };  /* of every server */
+enum { DMP_WAIT_SECONDS = 3 }; /* after which a call that waits for a server fails */
+
+/* The keys' callback: arg1 is DMP_KEY_PRESSED, arg2 the key's infrared code, arg3 is 0, arg4 DMP_KEY_LEAVES for the key
+ * EXIT, DMP_KEY_STAYS for all others. */
+enum { DMP_KEY_PRESSED = 0 };
+enum { DMP_KEY_LEAVES = 0, DMP_KEY_STAYS = 1 };
+
 /* A child of a container. 0 as either: none. */
 typedef struct {
   INT32 devId;
@@ -33,11 +78,13 @@ TVAPI_RECORD(T_DMP_INST_CONTAINER, devId, objectId)
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_dms_detect_nfy_fct, IN(INT32, type), TAG(void*, tag), IN_TEXT(server_name),
                IN(INT32, dev_id), IN(UINT32, arg1), IN(UINT32, arg2))
 
-/* Registers the one callback for servers; null ends the registration. */
+/* Registers the one callback for servers, and begins to look for them; null ends both. */
 TVAPI_FN(INT32, a_vextvapi_cb_dms_detect_register_callback, CALLBACK(a_vextvapi_cb_dms_detect_nfy_fct, callback),
          TAG(void*, tag))
 
 TVAPI_FN(INT32, a_vextvapi_dmp_getDmsType, IN(INT32, dev_id), OUT(INT32, type))
+/* Returns the device that replaces this one. A server that was installed again has a new device number: for a server
+ * that is off, real_dev_id is the one that is on with the same name and network card. Else it is dev_id. */
 TVAPI_FN(INT32, a_vextvapi_dmp_getRealDms, IN(INT32, dev_id), OUT(INT32, real_dev_id))
 
 /* Whether a server that is off can be woken: wakable becomes 1 or 0. */
@@ -63,7 +110,7 @@ TVAPI_FN(INT32, a_vextvapi_html5_agent_register_cb_for_usb, CALLBACK(a_vextvapi_
 TVAPI_FN(UINT32, a_vextvapi_dmp_file_create, IN(INT32, dev_id), IN(INT32, obj_id))
 TVAPI_FN(INT32, a_vextvapi_dmp_file_destroy, IN(UINT32, instance))
 
-/* Starts to download an item. */
+/* Starts to download an item; see DMS_DOWNLOAD. */
 TVAPI_FN(INT32, a_vextvapi_dmp_file_downloadFileAsync, IN(UINT32, instance))
 
 /* Waits for a part of a container's children: request_num of them from start_idx on. Where there are fewer, the rest of
@@ -90,11 +137,12 @@ TVAPI_FN(INT32, a_vextvapi_dmp_file_getMediaDate, IN(UINT32, instance), OUT(T_DA
 
 /* --- The set as a renderer --- */
 
+/* Controllers find the set as a renderer while there is an instance. Several instances are one renderer. */
 TVAPI_FN(UINT32, a_vextvapi_dmr_file_create)
 TVAPI_FN(INT32, a_vextvapi_dmr_file_destroy, IN(UINT32, instance))
 
-/* Called by the platform, on a thread of its own, when a controller asks something of the renderer; type and the
- * arguments are in the platform's numbers. */
+/* Called by the platform, on a thread of its own, when a controller asks something of the renderer: type is one of
+ * DMR_REQUEST_..., which say what the arguments are. */
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_dmr_nfy_fct, IN(INT32, type), TAG(void*, tag), IN_TEXT(url), IN_TEXT(protocol_info),
                IN(UINT32, arg1), IN(INT32, arg2))
 
@@ -102,11 +150,14 @@ TVAPI_CALLBACK(INT32, a_vextvapi_cb_dmr_nfy_fct, IN(INT32, type), TAG(void*, tag
 TVAPI_FN(INT32, a_vextvapi_cb_dmr_nfy_register_callback, IN(UINT32, instance),
          CALLBACK(a_vextvapi_cb_dmr_nfy_fct, callback), TAG(void*, tag))
 
-/* Starts to download what a controller sent, and tells the path of the file. */
+/* Starts to download what a controller sent, and tells the path that the file will have. The servers' callback reports
+ * how it goes, with the device and the object 0. */
 TVAPI_FN(INT32, a_vextvapi_dmr_file_downloadFileAsync, IN(UINT32, instance), IN_TEXT(url), IN_TEXT(protocol_info),
          OUT_TEXT(path, 256))
 
-/* Tell the controller the position and the state of the playback. */
+/* Tell the controller the position and the state of the playback: seconds, duration 0 for an unknown one; one of
+ * DMR_STATE_..., of the item with that address, or of the present one without an address. After a request to play, the
+ * application has 10 s to report. */
 TVAPI_FN(INT32, a_vextvapi_dmr_file_sync_pos, IN(UINT32, instance), IN(INT32, position), IN(INT32, duration))
 TVAPI_FN(INT32, a_vextvapi_dmr_file_sync_stat, IN(UINT32, instance), IN(INT32, state), IN_TEXT(url), IN(INT32, value))
 

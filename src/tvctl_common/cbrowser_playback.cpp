@@ -28,9 +28,12 @@ static const char* text_or_null(const char* text) { return text[0] ? text : null
 // record's address, which is never dereferenced.
 static void* event_tag(T_CBROWSER_PB& playback) {
   T_CBROWSER_PB_INIT_INFO& init = playback.u.t_cbrowser_pb_init_info;
-  if (init.pvTag != 0) return reinterpret_cast<void*>(static_cast<intptr_t>(init.pvTag));
-  init.pvTag = tvc_number_of(&playback);
-  return &playback;
+  if (init.pvTag == 0) {
+    init.pvTag = tvc_number_of(&playback);
+    if (init.pvTag != 0) return &playback;
+    init.pvTag = 1;  // the lower 32 bits of a longer address may be 0
+  }
+  return reinterpret_cast<void*>(static_cast<intptr_t>(init.pvTag));
 }
 
 INT32 tvc_player_create(const RecordRequest& request) {

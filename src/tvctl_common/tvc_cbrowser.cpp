@@ -21,7 +21,7 @@ enum : INT32 { kScanFirstStatus = 1000, kScanOtherStatus = 1001 };
 // The scan's callback, on the platform's thread.
 static INT32 _tv_ctrl_usb_scan_status_nfy_fct(INT32 type, void*) {
   T_USB_DETECT_NOTIFY notify = {};
-  notify.type = type == VEXTVAPI_CB_SCAN_FIRST_STATUS ? kScanFirstStatus : kScanOtherStatus;
+  notify.type = type == VEXTVAPI_CB_SCAN_DONE ? kScanFirstStatus : kScanOtherStatus;
   tvc_notify(TV_CTRL_RECID_WS_NFY_USB_DETECT, &notify);
   return VEXTVCTRLR_OK;
 }
