@@ -1,13 +1,12 @@
 // The recording file playback service: tells the application what is played, and takes its reports.
 #include <algorithm>
 #include <boost/json.hpp>
-#include <cstring>
 #include <mutex>
 #include <utility>
 
-#include "base/text.h"
 #include "core/events.h"
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/playback/parts.h"
 
 namespace {
@@ -34,19 +33,6 @@ Service& service = *new Service;
 a_vextvapi_pus_play_nfy_fct callback_now() {
   const std::lock_guard guard(service.lock);
   return service.callback;
-}
-
-// Cuts between characters, and fills the rest with zeros.
-template <std::size_t Size>
-void put_text(char (&ret_text)[Size], std::string_view text) {
-  std::size_t size = 0;
-  while (size < text.size()) {
-    const std::size_t length = std::max<std::size_t>(utf8_length(text.substr(size)), 1);
-    if (size + length >= Size) break;
-    size += length;
-  }
-  std::memset(ret_text, 0, Size);
-  std::memcpy(ret_text, text.data(), size);
 }
 
 INT32 bounded(std::int64_t number) { return static_cast<INT32>(std::clamp<std::int64_t>(number, 0, INT32_MAX)); }

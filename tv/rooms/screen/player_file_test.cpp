@@ -127,8 +127,11 @@ TEST_F(FilePlayer, PlaysFaster) {
   ASSERT_TRUE(plays());
   const auto begin = steady_clock::now();
   const double position = facts().position;
-  ASSERT_TRUE(watch([&] { return facts().position > position + 4; }));
-  EXPECT_LT(steady_clock::now() - begin, 3s);
+  // At the usual speed the position never gains on the clock, however slow the machine is.
+  EXPECT_TRUE(watch([&] {
+    const std::chrono::duration<double> passed = steady_clock::now() - begin;
+    return facts().position - position > std::max(1.0, 1.5 * passed.count());
+  }));
   EXPECT_TRUE(ends(PlayerState::kEnded));
 }
 
@@ -138,7 +141,7 @@ TEST_F(FilePlayer, AGrowingFileIsFollowedToItsEnd) {
   write(all.first(begin));
   start({.grows = true});
   ASSERT_TRUE(plays());
-  // The player stands at the end of what is there, which is at about two seconds.
+  // The file ends at about two seconds; the player waits there.
   EXPECT_FALSE(watch([this] { return facts().state == PlayerState::kEnded || facts().position > 2.5; }, 3s));
   write(all.subspan(begin, more - begin), std::ios::app);
   EXPECT_TRUE(watch([this] { return facts().position > 2.6; })) << facts().position;

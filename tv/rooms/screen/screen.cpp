@@ -17,8 +17,10 @@
 #include "dtv_tv.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/photos/photos.h"
 #include "rooms/playback/playback.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/remote.h"
@@ -78,14 +80,22 @@ int chosen(const std::vector<TunerTrack>& tracks, StreamKind kind) {
   return 0;
 }
 
+// Draws a photo, or what a media player plays, in place of the main picture. Null: there is neither.
+const Drawer* drawer() {
+  if (!remote_is_on()) return nullptr;
+  const Drawer* const photo = photos_drawer();
+  return photo != nullptr ? photo : media_player_drawer();
+}
+
 // For the thread of show.cpp. The picture that is not heard plays no sound; the viewer's subtitles are the main one's.
 ShowPlan plan() {
   const Multiview now = multiview_state();
   ShowPlan plan;
   auto& [main, second] = plan;
   main.region = now.main.region;
-  if (remote_is_on()) main.file = playback_shown();
-  main.plays = main.file || reason(now.main).empty();
+  main.drawer = drawer();
+  if (remote_is_on() && main.drawer == nullptr) main.file = playback_shown();
+  main.plays = main.drawer == nullptr && (main.file || reason(now.main).empty());
   if (main.plays && !main.file) {
     const std::vector<TunerTrack> tracks = tuner_tracks();
     main.audio = now.main.heard ? chosen(tracks, StreamKind::kAudio) : 0;
@@ -109,7 +119,7 @@ void take_change(void*, ChangeResult) {
     const std::lock_guard guard(state.lock);
     state.banner_until = timer_now() + kBannerTime;
   }
-  if (!playback_shown()) show_changed(PicturePlace::kMain);
+  if (!playback_shown() && drawer() == nullptr) show_changed(PicturePlace::kMain);
 }
 
 void take_second_change(void*, ChangeResult) { show_changed(PicturePlace::kSecond); }
@@ -172,19 +182,45 @@ void report_second(const Multiview& now, const ShowFrame& frame, boost::json::ob
   ret_reply["focus"] = now.sub.heard ? "sub" : "main";
 }
 
+// What is shown in the main picture's place: a photo, a media player's file, a recording; else a channel, or nothing.
+std::string_view shown_kind() {
+  if (!remote_is_on()) return "channel";
+  if (photos_drawer() != nullptr) return "photo";
+  if (media_player_drawer() != nullptr) return "media";
+  return playback_shown() ? "recording" : "channel";
+}
+
+// What a viewer sees of the photo or the file.
+void report_media(std::string_view kind, boost::json::object& ret_reply) {
+  if (kind == "photo") {
+    const auto photo = photos_shown();
+    ret_reply["title"] = photo ? photo->path.substr(photo->path.find_last_of('/') + 1) : "";
+    ret_reply["slide_show"] = photo && photo->slide_show;
+  } else if (kind == "media") {
+    const boost::json::object player = media_player_describe();
+    constexpr const char* kShown[] = {"state", "title",    "artist",  "album",  "reason",   "position",
+                                      "speed", "duration", "chapter", "tracks", "buffering"};
+    for (const char* const each : kShown)
+      if (const auto* const member = player.find(each); member != player.end()) ret_reply[each] = member->value();
+    ret_reply["paused"] = ret_reply["state"] == "paused";
+    if (const auto* const video = player.find("video"); video != player.end()) ret_reply["video"] = video->value();
+  }
+}
+
 boost::json::object screen_command(Arguments arguments) {
   const Multiview now = multiview_state();
-  const bool plays_recording = remote_is_on() && playback_shown();
-  std::string_view why = plays_recording ? "" : reason(now.main);
+  const std::string_view kind = shown_kind();
+  std::string_view why = kind == "channel" ? reason(now.main) : "";
   const ShowFrame frame = show_look();
   boost::json::object reply;
   if (!frame.problem.empty() && (why.empty() || frame.jpeg == nullptr)) {
     why = "unavailable";
     reply["problem"] = frame.problem;
   }
-  reply["picture"] = !why.empty() ? "none" : plays_recording ? "recording" : "channel";
+  reply["picture"] = why.empty() ? kind : "none";
   if (!why.empty()) reply["reason"] = why;
   reply["shown"] = why.empty() && frame.pictures[0].shown;
+  if (why.empty()) report_media(kind, reply);
   if (shows_volume()) room_volume.report(reply);
   reply["source"] = sources_name(now.main.source);
   const bool on = why != "standby";

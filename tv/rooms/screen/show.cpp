@@ -80,8 +80,10 @@ struct Picture {
   std::optional<PlaybackShown> told = {};  // what the player knows of the file that it plays in place of the ring
   TimerTime retry = {};                    // no player is started before, after one that did not start
   steady_clock::time_point restart{};      // nor before this
-  std::unique_ptr<Canvas> canvas = {};     // while there is a player
-  bool drawn = false;                      // the canvas has a picture of the player's, in the place's size
+  const Drawer* drawer = nullptr;          // draws in place of a player
+  std::uint64_t newest = 0;                // number of the picture that it has drawn
+  std::unique_ptr<Canvas> canvas = {};     // while there is a player or a drawer
+  bool drawn = false;                      // the canvas has a picture, in the place's size
 };
 
 struct Show {
@@ -134,13 +136,33 @@ void publish(const Show& show, Jpeg frame) {
   for (std::size_t i = 0; i < kPictures; ++i) state.newest.pictures[i].shown = show.pictures[i].drawn;
 }
 
+// What the picture shows is not to be seen any longer.
+void empty(Show& show, Picture& picture) {
+  picture.canvas.reset();
+  picture.drawn = show.composed = false;
+  show.next_frame = {};
+}
+
 void end_player(Show& show, Picture& picture) {
   if (picture.player == nullptr) return;
   picture.player.reset();
-  picture.canvas.reset();
-  picture.drawn = show.composed = false;
-  show.next_frame = {};  // the viewer is not to see it any longer
-  malloc_trim(0);        // what a player leaves behind, 10 MB and more, goes back to the system
+  empty(show, picture);
+  malloc_trim(0);  // what a player leaves behind, 10 MB and more, goes back to the system
+}
+
+// Has the drawer draw its newest picture, if that is not drawn yet in the place's size.
+void follow_drawer(Show& show, Picture& picture) {
+  if (picture.place.width <= 0 || picture.place.height <= 0) return;
+  if (picture.canvas == nullptr) picture.canvas = std::make_unique<Canvas>();
+  Canvas& canvas = *picture.canvas;
+  const bool resized = canvas.width != picture.place.width || canvas.height != picture.place.height;
+  canvas.width = picture.place.width;
+  canvas.height = picture.place.height;
+  const std::uint64_t newest = picture.drawer->newest(canvas.width, canvas.height);
+  if (newest == picture.newest && !resized && (picture.drawn || newest == 0)) return;
+  const bool was_drawn = std::exchange(picture.drawn, newest != 0 && picture.drawer->draw(canvas));
+  picture.newest = newest;
+  if (picture.drawn || was_drawn) show.composed = false;
 }
 
 void start_player(Show& show, Picture& picture, const PicturePlan& plan, std::string& ret_error) {
@@ -166,6 +188,13 @@ void tell(const Show& show, const Picture& picture, std::string error) {
 
 // Starts, continues or ends the picture's player.
 void follow(Show& show, Picture& picture, const PicturePlan& plan) {
+  if (const Drawer* const drawer = plan.region ? plan.drawer : nullptr; drawer != picture.drawer) {
+    end_player(show, picture);
+    empty(show, picture);
+    picture.drawer = drawer;
+    picture.newest = 0;
+  }
+  if (picture.drawer != nullptr) return follow_drawer(show, picture);
   const std::uint64_t stream = ring_stream(*picture.ring);
   if (&picture != show.pictures.data() && !plan.region && stream != 0) ring_forget(*picture.ring);
   const bool plays = plan.plays && plan.region && (plan.file || stream != 0);
@@ -204,7 +233,11 @@ void follow(Show& show, Picture& picture, const PicturePlan& plan) {
 void lay_out(Show& show, const ShowPlan& plan) {
   bool moved = false;
   for (std::size_t i = 0; i < kPictures; ++i) {
-    const Place place = plan[i].region ? place_of(*plan[i].region) : Place{};
+    std::optional<VEXTVAPI_REGION_T> region = plan[i].region;
+    VEXTVAPI_REGION_T own{};
+    if (region && plan[i].drawer != nullptr && plan[i].drawer->place != nullptr && plan[i].drawer->place(own))
+      region = own;
+    const Place place = region ? place_of(*region) : Place{};
     moved = std::exchange(show.pictures[i].place, place) != place || moved;
   }
   if (!moved) return;

@@ -16,6 +16,7 @@
 
 #include "core/contract.h"
 #include "rooms/playback/playback.h"
+#include "rooms/screen/drawn.h"
 #include "rooms/screen/player/player.h"
 
 inline constexpr std::size_t kPictures = 2;  // so at most two players
@@ -28,6 +29,7 @@ struct PicturePlan {
   int audio = 0;                                 // PIDs of its streams; 0: none
   int subtitle = 0;
   std::optional<PlaybackShown> file = {};  // that is played in place of the channel
+  const Drawer* drawer = nullptr;          // draws the picture in place of both
 };
 
 using ShowPlan = std::array<PicturePlan, kPictures>;  // a later one is in front of the earlier

@@ -30,6 +30,12 @@ bool player_step(Player&, Canvas&) { return false; }
 
 const PlayerFacts& player_facts(const Player& player) { return player.facts; }
 void player_rest() {}
+void player_step_unseen(Player&) {}
+void player_seek_fast(Player&, double) {}
+void player_seek_percent(Player&, double) {}
+void player_step_picture(Player&, bool) {}
+void player_repeat(Player&, bool) {}
+void player_set_look(Player&, const PlayerLook&) {}
 void player_pause(Player&, bool) {}
 void player_seek(Player&, double) {}
 void player_set_speed(Player&, double) {}

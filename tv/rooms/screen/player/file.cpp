@@ -53,11 +53,18 @@ FileReader::~FileReader() {
 std::unique_ptr<FileReader> file_open(const std::shared_ptr<FileSource>& source) {
   auto reader = std::make_unique<FileReader>();
   reader->source = source;
-  // Opening a pipe must not wait for its writer.
-  reader->file = open(source->path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  std::string why;
+  if (source->open)
+    reader->file = source->open(why);
+  else  // opening a pipe must not wait for its writer
+    reader->file = open(source->path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   const std::lock_guard guard(source->lock);
   source->trouble.clear();
   struct stat info {};
+  if (reader->file < 0 && source->open) {
+    source->trouble = why;
+    return nullptr;
+  }
   if (reader->file < 0 || fstat(reader->file, &info) != 0) {
     source->trouble = error_text("the file cannot be opened: ");
     return nullptr;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -21,7 +22,8 @@ inline constexpr std::int64_t kGrowMargin = 512 << 10;
 // What the player and its readers share.
 struct FileSource {
   std::string path;
-  std::mutex lock;  // guards the members below and the readers'
+  std::function<int(std::string& ret_why)> open;  // if set, opens the file in place of the path: a descriptor, or -1
+  std::mutex lock;                                // guards the members below and the readers'
   std::condition_variable changed;
   bool grows = false;
   std::string trouble;  // why the latest reader ended before the file's end; empty: it did not

@@ -1,48 +1,84 @@
 // The player's parts: its state, and what its files call of each other.
 #pragma once
 
+#include <atomic>
 #include <deque>
+#include <functional>
+#include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "rooms/screen/player/file.h"
+#include "rooms/screen/player/http.h"
 #include "rooms/screen/player/library.h"
 #include "rooms/screen/player/player.h"
 
+// One reading of what is played, or of a subtitle file: one of the three.
+struct Reader {
+  std::unique_ptr<RingReader> ring = {};
+  std::unique_ptr<FileReader> file = {};
+  HttpReaderHandle http = {};
+  std::atomic<bool> closed = false;
+};
+
 struct Player {
-  std::shared_ptr<PacketRing> ring = {};  // this or the file is played
+  static constexpr std::chrono::steady_clock::time_point kNever = std::chrono::steady_clock::time_point::max();
+
+  std::shared_ptr<PacketRing> ring = {};  // one of the three is played
   std::shared_ptr<FileSource> file = {};
+  std::shared_ptr<HttpSource> http = {};
+  bool media = false;                                       // it is not a broadcast: all facts are wanted
+  std::vector<std::shared_ptr<FileSource>> subtitles = {};  // of files beside the one that is played
+  std::vector<PlayerSubtitle> subtitle_files = {};
   std::mutex readers_lock = {};  // guards the readers
-  // Ring or file readers; the newest is last. libmpv may cancel a stream that it has closed already, so a reader
-  // outlives its stream.
-  std::deque<std::shared_ptr<void>> readers = {};
+  // The newest is last. libmpv may cancel a stream that it has closed already, so a reader outlives its stream.
+  std::deque<std::shared_ptr<Reader>> readers = {};
+  bool readers_end = false;  // no further one is opened
   mpv_handle* handle = nullptr;
   mpv_render_context* renderer = nullptr;
   std::chrono::steady_clock::time_point next_frame = {};  // earlier pictures are skipped
+  bool skipped = false;                                   // the newest picture was, and may be the last one
   std::chrono::steady_clock::time_point opened = {};      // when it began to play the stream
   std::chrono::steady_clock::time_point reopen = kNever;  // when the broken stream is played again
   std::vector<std::string> complained = {};               // the player's modules that have reported an error
 
-  // Of a ring: the PIDs to play, and the tracks that the library was told to play.
+  // For a ring only: the PIDs of the chosen streams, and the numbers of the tracks that were requested from libmpv.
   static constexpr int kUnknown = -1;
   int audio = kUnknown;
   int subtitle = 0;
   int asked_audio = kUnknown;
   int asked_subtitle = 0;
 
-  PlayerFacts facts = {};
-  std::uint64_t seek = 0;                                     // number of the latest seek
-  bool seek_taken = false;                                    // the latest seek has begun
-  std::chrono::steady_clock::time_point seek_until = kNever;  // then its position counts in any case
+  // Of a file: when the library began to play it, and the subtitle files that it has not refused. Until it lists their
+  // tracks, the file is being opened.
+  std::chrono::steady_clock::time_point begun = kNever;
+  std::size_t subtitles_expected = 0;
 
-  static constexpr std::chrono::steady_clock::time_point kNever = std::chrono::steady_clock::time_point::max();
+  PlayerFacts facts = {};
+  std::map<std::string, std::string, std::less<>> look = {};  // properties that were set by player_set_look
+  std::optional<double> sought = {};  // position that the library has reported since the latest seek began
+  std::uint64_t seek = 0;             // number of the latest seek
+  bool seek_taken = false;            // the latest seek has begun
+  std::chrono::steady_clock::time_point seek_until = kNever;  // then its position counts in any case
 };
 
 // ---- streams.cpp ----
 
 inline constexpr const char* kStreamAddress = "dtv://";
 
-// Makes kStreamAddress lead to the ring or the file. Returns the library's result.
+inline constexpr const char* kSubtitleAddress = "dtv://subtitle/";  // and its place from 0
+
+// Makes kStreamAddress lead to the ring, the file or the server. Returns the library's result.
 int streams_offer(Player& player);
+
+// Ends all reading, for ever. Any thread.
+void streams_end(Player& player);
+
+// Why the latest reader ended before the end of what is played; empty: it did not.
+std::string stream_trouble(Player& player);
 
 // ---- facts.cpp ----
 
@@ -51,6 +87,9 @@ int facts_observe(Player& player);
 
 // Reads an event of a file's player, or a property of a ring's.
 void facts_take(Player& player, const mpv_event& event);
+
+// The file is open once the library plays it and lists its subtitle files, or after kSubtitlesTime.
+void facts_settle(Player& player);
 
 // Of a ring: has the library play the chosen streams that are there.
 void facts_follow_choice(Player& player);

@@ -63,6 +63,17 @@ constexpr Option kBroadcastOptions[] = {
 constexpr Option kAnyFileOptions[] = {
     {"demuxer-lavf-probesize", "2000000"},
     {"demuxer-lavf-analyzeduration", "2"},
+    {"audio-display", "embedded-first"},  // an album's cover
+    {"embeddedfonts", "no"},
+    {"sub-scale-with-window", "yes"},
+};
+
+// A server may be slower than the file plays; reading goes on while the picture waits.
+constexpr Option kServerOptions[] = {
+    {"cache", "yes"},
+    {"cache-on-disk", "no"},
+    {"cache-pause-wait", "1"},
+    {"demuxer-readahead-secs", "20"},
 };
 
 // Else the library reads the file's end for its duration, and waits there for more.
@@ -79,7 +90,7 @@ bool succeeded(int result, const char* what, std::string& ret_error) {
 void open(Player& player) {
   const char* words[] = {"loadfile", kStreamAddress, "replace", nullptr};
   player.opened = steady_clock::now();
-  player.reopen = Player::kNever;
+  player.reopen = player.begun = Player::kNever;
   player.facts.tracks.clear();
   player.facts.video = {};
   player.asked_audio = player.asked_subtitle = Player::kUnknown;
@@ -106,6 +117,8 @@ bool set_file_options(Player& player, const PlayerFile& file, std::string& ret_e
                             {"hr-seek-demuxer-offset", "1.5"}};
   const std::span<const Option> format = file.broadcast ? std::span<const Option>(kBroadcastOptions) : kAnyFileOptions;
   return set_options(player, format, ret_error) && set_options(player, options, ret_error) &&
+         (!file.repeats || set_option(player, {"loop-file", "inf"}, ret_error)) &&
+         (file.address.empty() || set_options(player, kServerOptions, ret_error)) &&
          (file.from <= 0 || set_option(player, {"start", from.c_str()}, ret_error)) &&
          (!file.grows || set_option(player, kGrowingOption, ret_error));
 }
@@ -160,10 +173,10 @@ void complain(Player& player, const mpv_event_log_message& message) {
 void take_events(Player& player) {
   while (true) {
     const mpv_event* const event = mpv_library().mpv_wait_event(player.handle, 0);
-    if (event->event_id == MPV_EVENT_NONE) return;
+    if (event->event_id == MPV_EVENT_NONE) return facts_settle(player);
     if (event->event_id == MPV_EVENT_LOG_MESSAGE)
       complain(player, *static_cast<const mpv_event_log_message*>(event->data));
-    if (player.file != nullptr || event->event_id == MPV_EVENT_PROPERTY_CHANGE) {
+    if (player.ring == nullptr || event->event_id == MPV_EVENT_PROPERTY_CHANGE) {
       facts_take(player, *event);
     } else if (event->event_id == MPV_EVENT_END_FILE &&
                static_cast<const mpv_event_end_file*>(event->data)->reason != MPV_END_FILE_REASON_STOP) {
@@ -173,17 +186,22 @@ void take_events(Player& player) {
   }
 }
 
-// Takes the player's picture; skips: without rendering it.
-bool render(Player& player, bool skips, Canvas& ret_canvas) {
-  int size[] = {ret_canvas.width, ret_canvas.height};
+// Takes the player's picture; skips: without rendering it, and then there need be no canvas.
+bool render(Player& player, bool skips, Canvas* ret_canvas) {
+  int size[] = {kScreenWidth, kScreenHeight};
+  if (ret_canvas != nullptr) {
+    size[0] = ret_canvas->width;
+    size[1] = ret_canvas->height;
+  }
   std::string format = "bgr0";
   std::size_t stride = kScreenStride;
   int waits = 0;
   int skipping = skips ? 1 : 0;
+  void* const pixels = ret_canvas != nullptr ? ret_canvas->pixels.data() : nullptr;
   mpv_render_param parameters[] = {{MPV_RENDER_PARAM_SW_SIZE, size},
                                    {MPV_RENDER_PARAM_SW_FORMAT, format.data()},
                                    {MPV_RENDER_PARAM_SW_STRIDE, &stride},
-                                   {MPV_RENDER_PARAM_SW_POINTER, ret_canvas.pixels.data()},
+                                   {MPV_RENDER_PARAM_SW_POINTER, pixels},
                                    {MPV_RENDER_PARAM_BLOCK_FOR_TARGET_TIME, &waits},
                                    {MPV_RENDER_PARAM_SKIP_RENDERING, &skipping},
                                    {MPV_RENDER_PARAM_INVALID, nullptr}};
@@ -205,16 +223,33 @@ PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wa
 
 PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, std::string& ret_error) {
   PlayerHandle player(new Player);
-  player->file = std::make_shared<FileSource>();
-  player->file->path = file.path;
-  player->file->grows = file.grows;
+  player->media = !file.broadcast;
+  if (!file.address.empty()) {
+    player->http = std::make_shared<HttpSource>();
+    player->http->address = file.address;
+    player->http->is_near = file.is_near;
+  } else {
+    player->file = std::make_shared<FileSource>();
+    player->file->path = file.path;
+    player->file->open = file.open;
+    player->file->grows = file.grows;
+  }
+  for (const PlayerSubtitle& each : file.subtitles) {
+    if (player->subtitles.size() >= kMostSubtitleFiles) break;
+    player->subtitles.push_back(std::make_shared<FileSource>());
+    player->subtitles.back()->open = each.open;
+    player->subtitle_files.push_back(each);
+  }
   player->facts.position = file.from;
+  player->facts.paused = file.paused;
+  player->facts.speed = file.speed;
   const bool started =
       create(*player, ret_error) && set_file_options(*player, file, ret_error) && set_up(*player, wake, ret_error);
   return started ? std::move(player) : nullptr;
 }
 
 void PlayerEnd::operator()(Player* player) const {
+  streams_end(*player);
   std::promise<void> ended;
   const std::future<void> end = ended.get_future();
   std::thread closer;
@@ -236,11 +271,23 @@ bool player_step(Player& player, Canvas& ret_canvas) {
   if (player.ring != nullptr) facts_follow_choice(player);
   const auto now = steady_clock::now();
   if (now >= player.reopen) open(player);
-  if ((mpv_library().mpv_render_context_update(player.renderer) & MPV_RENDER_UPDATE_FRAME) == 0) return false;
-  if (now < player.next_frame) return render(player, true, ret_canvas);
+  const bool is_new = (mpv_library().mpv_render_context_update(player.renderer) & MPV_RENDER_UPDATE_FRAME) != 0;
+  if (!is_new && !player.skipped) return false;
+  if (now < player.next_frame) {
+    if (is_new) player.skipped = true;
+    return is_new && render(player, true, nullptr);
+  }
+  player.skipped = false;
   // A picture that comes late may be followed by one that comes half as long after it, so that the average is kept.
   player.next_frame = std::max(player.next_frame, now - kFrameTime / 2) + kFrameTime;
-  return render(player, false, ret_canvas);
+  return render(player, false, &ret_canvas);
 }
 
-bool player_draw(Player& player, Canvas& ret_canvas) { return render(player, false, ret_canvas); }
+void player_step_unseen(Player& player) {
+  take_events(player);
+  if (steady_clock::now() >= player.reopen) open(player);
+  if ((mpv_library().mpv_render_context_update(player.renderer) & MPV_RENDER_UPDATE_FRAME) == 0) return;
+  render(player, true, nullptr);
+}
+
+bool player_draw(Player& player, Canvas& ret_canvas) { return render(player, false, &ret_canvas); }

@@ -1,0 +1,77 @@
+// Players of files that a server sends, from servers that work and others.
+#ifdef DTV_PICTURE
+#include <iterator>
+
+#include "rooms/media_player/media_player_test.h"
+#include "rooms/screen/http_test.h"
+
+namespace {
+
+using namespace media_test;
+using http_test::Server;
+
+std::string film() {
+  std::ifstream file(files().folder + "/film.mkv", std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST_F(MediaSet, PlaysAndSeeksInAServersFile) {
+  const std::string bytes = film();
+  const Server server([&](int socket, const std::string& request) {
+    const std::size_t from = std::min(http_test::wanted_from(request), bytes.size() - 1);
+    http_test::say(socket, "HTTP/1.1 206 Partial Content\r\nContent-Range: bytes " + std::to_string(from) + "-" +
+                               std::to_string(bytes.size() - 1) + "/" + std::to_string(bytes.size()) +
+                               "\r\nContent-Length: " + std::to_string(bytes.size() - from) + "\r\n\r\n" +
+                               bytes.substr(from));
+  });
+  const UINT32 player = create(server.address("/film.mkv"));
+  EXPECT_EQ(a_vextvapi_cb_pb_open(player), 0);
+  ASSERT_TRUE(hears(PLAYER_EVENT_OPENED));
+  EXPECT_EQ(heard(PLAYER_EVENT_OPENED).at(0).arg2, 12u);
+  EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 9), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_SOUGHT));
+  EXPECT_EQ(a_vextvapi_cb_pb_play(player), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_END));
+  EXPECT_EQ(a_vextvapi_cb_pb_saveStopInfo(player), IVEX_PB_ERROR_CODE_NOT_SUPPORTED);
+  EXPECT_EQ(a_vextvapi_cb_pb_thumbnailAsync(player, 100, 100), IVEX_PB_ERROR_CODE_NOT_SUPPORTED);
+}
+
+TEST_F(MediaSet, AServerThatHangsFailsItsPlayerOnly) {
+  const Server server([](int socket, const std::string&) { http_test::hang(socket); });
+  const UINT32 waiting = create(server.address("/film.mkv"));
+  EXPECT_EQ(a_vextvapi_cb_pb_open(waiting), 0);
+  forget_events();
+  const UINT32 other = open("film.mp4");  // plays meanwhile
+  EXPECT_EQ(a_vextvapi_cb_pb_play(other), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_PLAYING));
+  EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(waiting, 1), IVEX_PB_ERROR_CODE_NOT_READY);
+  EXPECT_TRUE(hears(PLAYER_EVENT_ERROR));
+  EXPECT_EQ(heard(PLAYER_EVENT_ERROR).at(0).data, IVEX_PB_ERROR_CODE_NETWORK);
+}
+
+TEST_F(MediaSet, APlayerOfAServerThatHangsEndsAtOnce) {
+  const Server server([](int socket, const std::string&) { http_test::hang(socket); });
+  const UINT32 player = create(server.address("/film.mkv"));
+  EXPECT_EQ(a_vextvapi_cb_pb_open(player), 0);
+  EXPECT_TRUE(until([&] { return server.open >= 0; }));
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+  dtv_tv_stop();
+  EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds(5)) << "the server may hang for longer";
+}
+
+TEST_F(MediaSet, AServerThatStopsInTheMiddleFailsItsPlayer) {
+  const std::string bytes = film();
+  const Server server([&](int socket, const std::string&) {
+    http_test::say(socket, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(bytes.size()) + "\r\n\r\n" +
+                               bytes.substr(0, bytes.size() / 2));
+  });
+  const UINT32 player = create(server.address("/film.mkv"));
+  EXPECT_EQ(a_vextvapi_cb_pb_open(player), 0);
+  a_vextvapi_cb_pb_play(player);
+  EXPECT_TRUE(hears(PLAYER_EVENT_ERROR));
+  EXPECT_EQ(heard(PLAYER_EVENT_ERROR).at(0).data, IVEX_PB_ERROR_CODE_NETWORK);
+}
+
+}  // namespace
+#endif

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <span>
+
+#include "core/room.h"
+
+extern const std::span<const Command> kPhotoCommands;

@@ -1,0 +1,342 @@
+// The image viewer: what is displayed, how it lies, and the slide show. An application's pictures are opened in
+// application.cpp, a viewer's commands are in commands.cpp, the thread that decodes is in decoder.cpp.
+#include "rooms/photos/photos.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+#include "core/events.h"
+#include "core/reply.h"
+#include "core/room.h"
+#include "core/timers.h"
+#include "rooms/library/library.h"
+#include "rooms/photos/application.h"
+#include "rooms/photos/commands.h"
+#include "rooms/photos/state.h"
+#include "rooms/screen/show.h"
+#include "rooms/usb/usb.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds kFadeTime{600};
+constexpr int kMostBroken = 20;  // photos that a slide show passes over in a row
+
+struct State {
+  std::mutex lock;  // taken after every room's and the store's; the timers' is taken under it. Guards the members below
+  std::optional<Photo> shown;
+  std::optional<Photo> before;  // fades out
+  TimerTime fade_begin = {};
+  bool leaves = false;  // photos_leave was called
+  bool slides = false;
+  seconds slide_time{kUsualSlide};
+  TimerTime slide_due = kTimerNever;
+  int broken = 0;
+};
+
+// Never destroyed: other threads may still use it when the process exits.
+State& state = *new State;
+
+std::atomic<bool> displayed = false;    // read without the lock
+std::atomic<std::uint64_t> newest = 0;  // picture's number; grows under the lock
+
+Timer slide_timer;
+Timer leave_timer;
+Timer sticks_timer;
+
+void slide_on();
+
+// The caller of the functions below holds the lock.
+
+void changed() { ++newest; }
+
+void set_slide() {
+  state.slide_due = timer_now() + state.slide_time;
+  timer_set(slide_timer, state.slide_due, slide_on);
+}
+
+void stop_slides() {
+  state.slides = false;
+  state.slide_due = kTimerNever;
+}
+
+void close_now() {
+  state.shown.reset();
+  state.before.reset();
+  displayed = false;
+  stop_slides();
+  changed();
+}
+
+// ---- The slide show; the timer thread's and the decoder's ----
+
+// Opens the file; null with ret_why.
+PhotoFile open_file(const std::string& path, std::string& ret_why) {
+  const int file = usb_open(path, UsbFile::kFile, ret_why);
+  return file < 0 ? nullptr : photo_file(file);
+}
+
+void take_slide(const std::string& path, DecodedPhoto decoded);
+
+// Has the file decoded for the slide show or for a key.
+void queue(const std::string& path) {
+  std::string why;
+  if (PhotoFile file = open_file(path, why); file != nullptr) return decoder_queue(std::move(file), path, take_slide);
+  take_slide(path, {.why = std::move(why)});
+}
+
+// The first photo of the folder, after its last one.
+std::optional<std::string> first_of(const std::string& path) {
+  const std::string folder = path.substr(0, path.rfind('/'));
+  const std::vector<LibraryEntry> entries = library_folder(folder, MEDIA_TYPE_PHOTO, 0, 1);
+  if (entries.empty() || entries[0].path == path) return std::nullopt;
+  return entries[0].path;
+}
+
+std::optional<std::string> next_of(const std::string& path, int step) {
+  if (const auto entry = library_neighbour(path, step)) return entry->path;
+  return step > 0 ? first_of(path) : std::nullopt;
+}
+
+// A photo for the slide show or a key has been decoded, or cannot be.
+void take_slide(const std::string& path, DecodedPhoto decoded) {
+  if (decoded.picture != nullptr) {
+    photo_display({.path = path, .decoded = std::move(decoded)});
+    return;
+  }
+  std::fprintf(stderr, "dtv_tv: the photo %s is passed over: %s\n", quoted(path).c_str(), decoded.why.c_str());
+  bool goes_on = false;
+  {
+    const std::lock_guard guard(state.lock);
+    goes_on = state.slides && ++state.broken < kMostBroken;
+    if (!goes_on) stop_slides();
+  }
+  if (!goes_on) return;
+  if (const auto next = next_of(path, 1)) queue(*next);
+}
+
+void slide_on() {
+  std::string path;
+  {
+    const std::lock_guard guard(state.lock);
+    if (!state.slides || !state.shown || timer_now() < state.slide_due) return;
+    path = state.shown->path;
+    set_slide();  // in case nothing comes of it
+  }
+  if (const auto next = next_of(path, 1)) queue(*next);
+}
+
+// ---- What the screen draws ----
+
+std::uint64_t number(int, int) {
+  if (!displayed) return 0;
+  const std::lock_guard guard(state.lock);
+  if (state.before) {  // fades: every look is at another picture
+    changed();
+    if (timer_now() >= state.fade_begin + kFadeTime) state.before.reset();
+  }
+  return newest;
+}
+
+bool draw(Canvas& ret_canvas) {
+  std::optional<Photo> shown, before;
+  TimerTime fade_begin;
+  {
+    const std::lock_guard guard(state.lock);
+    shown = state.shown;
+    before = state.before;
+    fade_begin = state.fade_begin;
+  }
+  if (!shown) return false;
+  view_draw(*shown->decoded.picture, shown->view, ret_canvas);
+  if (!before) return true;
+  const auto past = std::chrono::duration_cast<milliseconds>(timer_now() - fade_begin);
+  const auto left = static_cast<int>(std::clamp<std::int64_t>(256 - past * 256 / kFadeTime, 0, 256));
+  const auto canvas = std::make_unique<Canvas>();
+  canvas->width = ret_canvas.width;
+  canvas->height = ret_canvas.height;
+  view_draw(*before->decoded.picture, before->view, *canvas);
+  view_mix(*canvas, left, ret_canvas);
+  return true;
+}
+
+constexpr Drawer kDrawer{.newest = number, .draw = draw};
+
+// Ends the display if photos_leave or a removed stick wants it.
+void leave_now() {
+  {
+    const std::lock_guard guard(state.lock);
+    if (!std::exchange(state.leaves, false)) return;
+    close_now();
+  }
+  decoder_forget();
+  show_wake();
+}
+
+void look_at_sticks() {
+  application_look_at_sticks();
+  const auto shown = photo_shown();
+  if (shown && !usb_stick_of(shown->path)) photo_close();
+}
+
+}  // namespace
+
+std::optional<Photo> photo_shown() {
+  const std::lock_guard guard(state.lock);
+  return state.shown;
+}
+
+bool photo_slides() {
+  const std::lock_guard guard(state.lock);
+  return state.slides;
+}
+
+void photo_display(const Photo& photo) {
+  {
+    const std::lock_guard guard(state.lock);
+    state.leaves = false;
+    state.before.reset();
+    if (state.shown && state.shown->path != photo.path && application_effect() == VEXTVAPI_IMAGE_EFFECT_FADE) {
+      state.before = std::move(state.shown);
+      state.fade_begin = timer_now();
+    }
+    state.shown = photo;
+    state.broken = 0;
+    displayed = true;
+    if (state.slides) set_slide();
+    changed();
+  }
+  if (!photo.application) application_forget();
+  library_note_played(photo.path);
+  show_wake();
+}
+
+bool photo_change_view(void (*change)(PhotoView& view, int number), int number) {
+  {
+    const std::lock_guard guard(state.lock);
+    if (!state.shown) return false;
+    change(state.shown->view, number);
+    changed();
+  }
+  show_wake();
+  return true;
+}
+
+void photo_close() {
+  {
+    const std::lock_guard guard(state.lock);
+    close_now();
+  }
+  decoder_forget();
+  show_wake();
+}
+
+std::string photo_show(const std::string& path) {
+  std::string why;
+  PhotoFile file = open_file(path, why);
+  if (file == nullptr) return why;
+  DecodedPhoto decoded = decoder_decode(std::move(file), path);
+  if (decoded.picture == nullptr) return quoted(path) + " cannot be shown: " + decoded.why;
+  photo_display({.path = path, .decoded = std::move(decoded)});
+  return {};
+}
+
+std::optional<std::string> photo_neighbour(int step) {
+  const auto shown = photo_shown();
+  return shown ? next_of(shown->path, step) : std::nullopt;
+}
+
+std::string photo_slide_show(bool runs, int between) {
+  const std::lock_guard guard(state.lock);
+  if (runs && !state.shown) return "no photo is displayed; show one first";
+  if (!runs) {
+    stop_slides();
+    return {};
+  }
+  state.slides = true;
+  state.broken = 0;
+  state.slide_time = seconds(std::clamp(between, kLeastSlide, kMostSlide));
+  set_slide();
+  return {};
+}
+
+// ---- For the other rooms ----
+
+const Drawer* photos_drawer() { return displayed ? &kDrawer : nullptr; }
+
+std::optional<PhotoShown> photos_shown() {
+  const std::lock_guard guard(state.lock);
+  if (!state.shown) return std::nullopt;
+  return PhotoShown{.path = state.shown->path, .application = state.shown->application, .slide_show = state.slides};
+}
+
+std::string photos_show(const std::string& path) { return photo_show(path); }
+
+std::string photos_slide_show(bool runs) { return photo_slide_show(runs, kUsualSlide); }
+
+bool photos_press_next(int step) {
+  if (!displayed) return false;
+  if (const auto path = photo_neighbour(step)) queue(*path);
+  return true;
+}
+
+bool photos_press_stop() {
+  if (!displayed) return false;
+  photo_close();
+  return true;
+}
+
+bool photos_press_pause() {
+  if (!displayed) return false;
+  photo_slide_show(!photo_slides(), kUsualSlide);
+  return true;
+}
+
+bool photos_press_zoom() {
+  return photo_change_view(
+      [](PhotoView& view, int) {
+        constexpr int kSteps[] = {kFitZoom, 150, 200, 400};
+        const int* const next = std::ranges::upper_bound(kSteps, view.zoom);
+        view.zoom = next == std::end(kSteps) ? kFitZoom : *next;
+      },
+      0);
+}
+
+bool photos_press_turn() {
+  return photo_change_view([](PhotoView& view, int) { view.rotation = (view.rotation + 90) % 360; }, 0);
+}
+
+void photos_leave() {
+  if (!displayed) return;
+  const std::lock_guard guard(state.lock);
+  state.leaves = true;
+  timer_set(leave_timer, timer_now(), leave_now);
+}
+
+void photos_sticks_changed() { timer_set(sticks_timer, timer_now(), look_at_sticks); }
+
+namespace {
+
+void load() {
+  application_clear();
+  const std::lock_guard guard(state.lock);
+  close_now();
+  state.leaves = false;
+}
+
+bool reset() {
+  application_clear();
+  photo_close();
+  return true;
+}
+
+}  // namespace
+
+const Room room_photos = {
+    .commands = kPhotoCommands, .load = load, .reset = reset, .start = decoder_start, .stop = decoder_stop};
