@@ -1,0 +1,121 @@
+// What the files of this room share. They have one lock each, or none; none is held while another file, another room or
+// the home network's thread is called, except for the event queue and the timers.
+#pragma once
+
+#include <boost/json/object.hpp>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/contract.h"
+#include "rooms/home_network/upnp/library.h"
+
+// ---- Servers (servers.cpp) ----
+
+struct Server {
+  INT32 id = 0;
+  UpnpServer upnp = {};
+  std::string mac = {};  // "02:00:5e:10:00:01"; empty: not known
+  bool online = false;
+};
+
+void servers_load();
+bool servers_reset();
+void servers_stop();
+
+std::optional<Server> servers_find(INT32 id);
+std::vector<Server> servers_all();
+bool servers_searching();
+std::size_t servers_refused();  // announcements that were not taken, since the search began
+
+// What a viewer does. Each returns why not; empty: done.
+std::string servers_search(bool on);
+std::string servers_wake(INT32 id);
+std::string servers_forget(INT32 id);
+
+// Calls the application's callback on the event thread; name: of the server, if it is known.
+void servers_notify(INT32 type, INT32 id, UINT32 arg1, UINT32 arg2);
+
+// ---- Wake-up (wake.cpp) ----
+
+// The hardware address of a host in the kernel's table, which is text as /proc/net/arp has it; empty: none.
+std::string mac_of(std::string_view table, std::string_view address);
+std::string mac_now(std::string_view address);  // by the machine's own table
+
+inline constexpr int kWakePort = 9;
+
+// Sends the packet that wakes the card to the broadcast address of each interface. False: it could not be sent.
+bool wake_card(const std::string& mac, const std::vector<std::string>& interfaces, int port);
+
+// ---- Questions to a server (asking.cpp) ----
+
+inline constexpr std::size_t kMostQuestions = 8;  // at a time
+
+// Asks and waits DMP_WAIT_SECONDS at most; the library's part of the listing is filled in here. Returns why there is no
+// answer; empty: ret_page is it. The caller holds no lock.
+std::string ask(const Server& server, UpnpListing listing, UpnpPage& ret_page);
+void asking_break(INT32 server);  // what waits for it ends at once
+std::uint64_t next_call();        // a number for a call of the library
+
+// ---- Objects (objects.cpp) ----
+
+// Of all servers. After that the oldest numbers become unknown; listing their folder again gives new ones.
+inline constexpr std::size_t kMostObjects = 5000;
+
+void objects_load();
+std::vector<INT32> objects_add(INT32 server, const std::vector<UpnpObject>& objects);  // their numbers
+std::optional<UpnpObject> objects_find(INT32 server, INT32 number);
+
+// The same, and asks the server for its root (DMP_ROOT_OBJECT). Returns why not.
+std::string object_read(INT32 server, INT32 number, UpnpObject& ret_object);
+
+// ---- Items (items.cpp) ----
+
+inline constexpr std::size_t kMostItems = 64;  // instances at a time
+
+void items_load();
+
+// "jpg", by the content type or else by the address; at most 7 characters, empty if unknown.
+std::string extension_of(const UpnpObject& object);
+
+// ---- Files (files.cpp) ----
+
+inline constexpr std::size_t kMostDownloads = 4;                // at a time
+inline constexpr std::size_t kMostDownloadsShown = 64;          // the oldest ones that are over are forgotten
+inline constexpr std::size_t kMostDownloadedFiles = 1000;       // in the folder
+inline constexpr std::uint64_t kLongestDownload = 16ULL << 30;  // bytes
+inline constexpr std::uint64_t kFreeSpace = 256ULL << 20;       // bytes that a download leaves free
+inline constexpr std::size_t kMostThumbnails = 200;             // files
+inline constexpr std::size_t kMostThumbnailFetches = 8;         // at a time
+inline constexpr std::size_t kLongestThumbnail = 512 << 10;     // bytes
+
+struct Download {
+  enum class State { kRunning, kDone, kFailed, kCancelled };
+  INT32 server = 0;
+  INT32 object = 0;
+  State state = State::kRunning;
+  std::string path = {};  // once it is done
+  std::string why = {};
+  std::uint64_t bytes = 0;
+  std::uint64_t of = 0;  // 0: unknown
+};
+
+void files_load();
+void files_stop();
+
+// Returns why not; empty: it runs. ret_path: where the file will be.
+std::string download_start(INT32 server, INT32 object, const UpnpObject& item, std::string* ret_path = nullptr);
+void download_cancel(INT32 server, INT32 object);
+std::optional<Download> download_find(INT32 server, INT32 object);  // the latest
+
+// The path of the object's thumbnail; empty: there is none, or it is being fetched (see DMS_THUMBNAIL).
+std::string thumbnail_of(INT32 server, INT32 object, const UpnpObject& item);
+
+// ---- Commands (commands.cpp) ----
+
+struct Command;  // core/room.h
+std::span<const Command> servers_commands();
+void servers_report(boost::json::object& answer);

@@ -1,0 +1,245 @@
+// Who plays what a controller sends: an application, by requests and reports, or the viewer's player.
+#include <algorithm>
+#include <atomic>
+
+#include "core/events.h"
+#include "rooms/media_player/media_player.h"
+#include "rooms/renderer/parts.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kMostWaitingRequests = 32;      // that applications have not taken yet
+constexpr double kShortestRepeatSeconds = 1;  // an item that ends sooner is not repeated, so that nothing spins
+
+std::atomic<int> waiting_requests = 0;
+
+// Both are guarded by the model's lock.
+std::string sounding;                // the address that the viewer's player has from the renderer; empty: none
+TimerTime answer_due = kTimerNever;  // when the application has to play
+Timer answer_timer;
+
+// Sends a request to the applications. The caller holds the model's lock.
+std::string ask(INT32 type, const Item& item, double seconds = 0, INT32 number = 0) {
+  if (waiting_requests >= kMostWaitingRequests) return "the application has not taken the requests before";
+  bool heard = false;
+  for (const Instance& instance : model.instances) {
+    if (instance.callback == nullptr) continue;
+    heard = true;
+    ++waiting_requests;
+    events_post([callback = instance.callback, tag = instance.tag, type, address = item.address,
+                 protocol_info = item.protocol_info, seconds, number] {
+      callback(type, tag, address.c_str(), protocol_info.c_str(), static_cast<UINT32>(seconds), number);
+      --waiting_requests;
+    });
+  }
+  return heard ? "" : "the application does not listen to requests";
+}
+
+void stop_waiting() {
+  const std::lock_guard guard(model_lock);
+  if (timer_now() < answer_due) return;
+  answer_due = kTimerNever;
+  if (model.transport != Transport::kOpening) return;
+  model.transport = Transport::kStopped;
+  model.reason = "the application has not begun to play";
+  subscribers_look();
+}
+
+// The caller holds the model's lock.
+std::string ask_to_play() {
+  std::string why = ask(DMR_REQUEST_PLAY, model.current, model.begin_at);
+  if (!why.empty()) return why;
+  model.begin_at = 0;
+  if (model.transport == Transport::kPlaying) return "";
+  if (model.transport != Transport::kPaused) model.transport = Transport::kOpening;
+  model.reason.clear();
+  answer_due = timer_now() + std::chrono::seconds(kAnswerSeconds);
+  timer_set(answer_timer, answer_due, stop_waiting);
+  return "";
+}
+
+bool application_plays() { return !model.instances.empty(); }
+
+// Whether the viewer's player has what the renderer gave to it.
+bool is_ours(const std::optional<MediaPlaying>& playing, const std::string& address) {
+  return !address.empty() && playing && !playing->application && playing->path == address;
+}
+
+std::string our_address() {
+  const std::lock_guard guard(model_lock);
+  return sounding;
+}
+
+void end_ours() {
+  const std::string address = our_address();
+  if (is_ours(media_player_playing(), address)) media_player_stop();
+  const std::lock_guard guard(model_lock);
+  if (sounding == address) sounding.clear();
+}
+
+std::string begin_ours() {
+  std::string address;
+  double from = 0;
+  {
+    const std::lock_guard guard(model_lock);
+    address = model.current.address;
+    from = model.begin_at;
+    model.begin_at = 0;
+    sounding = address;
+    model.transport = Transport::kOpening;
+    model.reason.clear();
+  }
+  std::string why = media_player_play(address, from);
+  if (why.empty()) return "";
+  const std::lock_guard guard(model_lock);
+  sounding.clear();
+  model.transport = Transport::kStopped;
+  model.reason = why;
+  return why;
+}
+
+// The next item becomes the current one. The caller holds the model's lock.
+void take_next() {
+  model.current = std::move(model.next);
+  model.next = {};
+  model.position = model.duration = model.begin_at = 0;
+  model.transport = Transport::kStopped;
+}
+
+}  // namespace
+
+void player_answered() { answer_due = kTimerNever; }
+
+std::string player_load() {
+  end_ours();
+  const std::lock_guard guard(model_lock);
+  if (!application_plays()) return "";
+  answer_due = kTimerNever;
+  return ask(DMR_REQUEST_LOAD, model.current, model.current.kind, static_cast<INT32>(model.current.duration));
+}
+
+std::string player_play() {
+  Transport now{};
+  {
+    const std::lock_guard guard(model_lock);
+    if (application_plays()) return ask_to_play();
+    now = model.transport;
+  }
+  if (now == Transport::kPlaying || now == Transport::kOpening) return "";
+  if (now == Transport::kPaused) return media_player_pause(false);
+  return begin_ours();
+}
+
+std::string player_pause() {
+  {
+    const std::lock_guard guard(model_lock);
+    if (application_plays()) return ask(DMR_REQUEST_PAUSE, model.current);
+  }
+  return media_player_pause(true);
+}
+
+std::string player_stop() {
+  {
+    const std::lock_guard guard(model_lock);
+    if (model.transport == Transport::kNoMedia) return "";
+    if (application_plays()) return ask(DMR_REQUEST_STOP, model.current);
+  }
+  end_ours();
+  const std::lock_guard guard(model_lock);
+  model.transport = Transport::kStopped;
+  model.position = model.begin_at = 0;
+  model.reason.clear();
+  return "";
+}
+
+std::string player_seek(double seconds) {
+  {
+    const std::lock_guard guard(model_lock);
+    if (application_plays()) return ask(DMR_REQUEST_SEEK, model.current, seconds);
+    if (sounding.empty()) {
+      model.begin_at = model.position = seconds;
+      return "";
+    }
+  }
+  return media_player_seek(seconds, false);
+}
+
+std::string player_next() {
+  end_ours();
+  {
+    const std::lock_guard guard(model_lock);
+    take_next();
+    if (application_plays()) {
+      std::string why =
+          ask(DMR_REQUEST_LOAD, model.current, model.current.kind, static_cast<INT32>(model.current.duration));
+      return why.empty() ? ask_to_play() : why;
+    }
+  }
+  return begin_ours();
+}
+
+std::string player_previous() { return player_seek(0); }
+
+void player_next_changed() {
+  const std::lock_guard guard(model_lock);
+  if (application_plays()) ask(DMR_REQUEST_LOAD_NEXT, model.next, model.next.kind);
+}
+
+void player_ended() {
+  bool again = false, next = false;
+  {
+    const std::lock_guard guard(model_lock);
+    next = !model.next.address.empty() && model.mode != PlayMode::kRepeatOne;
+    again = !next && model.mode != PlayMode::kNormal && model.position >= kShortestRepeatSeconds;
+    model.transport = Transport::kStopped;
+    model.position = 0;
+  }
+  if (next) player_next();
+  if (again) player_play();
+  subscribers_look();
+}
+
+void player_follow() {
+  const std::string address = our_address();
+  if (address.empty()) return;
+  const std::optional<MediaPlaying> playing = media_player_playing();
+  bool ended = false;
+  {
+    const std::lock_guard guard(model_lock);
+    if (sounding != address) return;
+    const Transport before = model.transport;
+    const double duration_before = model.duration;
+    if (!is_ours(playing, address)) {
+      sounding.clear();
+      model.transport = Transport::kStopped;
+      model.position = 0;
+    } else {
+      model.duration = playing->duration;
+      model.position = playing->state == MediaState::kEnded ? playing->duration : playing->position;
+      switch (playing->state) {
+        case MediaState::kOpening:
+          model.transport = Transport::kOpening;
+          break;
+        case MediaState::kPlaying:
+          model.transport = Transport::kPlaying;
+          break;
+        case MediaState::kPaused:
+          model.transport = Transport::kPaused;
+          break;
+        case MediaState::kEnded:
+          ended = true;
+          sounding.clear();
+          break;
+        case MediaState::kFailed:
+          sounding.clear();
+          model.transport = Transport::kStopped;
+          model.reason = playing->reason.empty() ? "the file cannot be played" : playing->reason;
+          break;
+      }
+    }
+    if (model.transport != before || model.duration != duration_before) subscribers_look();
+  }
+  if (ended) player_ended();
+}

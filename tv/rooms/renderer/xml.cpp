@@ -1,0 +1,128 @@
+#include "rooms/renderer/xml.h"
+
+#include <libxml/parser.h>
+
+#include <memory>
+#include <vector>
+
+#include "base/text.h"
+
+namespace {
+
+struct ContextEnd {
+  void operator()(xmlParserCtxt* context) const {
+    if (context->myDoc != nullptr) xmlFreeDoc(context->myDoc);
+    xmlFreeParserCtxt(context);
+  }
+};
+
+struct Reader {
+  const XmlUser* user;
+  xmlParserCtxt* context = nullptr;
+  bool failed = false;
+  std::vector<std::string> texts = {};  // of the open elements
+};
+
+Reader& reader_of(void* context) { return *static_cast<Reader*>(context); }
+
+std::string_view view(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+
+void fail(Reader& reader) {
+  reader.failed = true;
+  xmlStopParser(reader.context);
+}
+
+std::string attribute(std::string_view name, int count, const xmlChar** attributes) {
+  for (int i = 0; i < count; ++i) {
+    const xmlChar** const each = attributes + static_cast<std::ptrdiff_t>(i) * 5;
+    if (view(each[0]) != name) continue;
+    std::string value(reinterpret_cast<const char*>(each[3]), reinterpret_cast<const char*>(each[4]));
+    // The parser leaves an ampersand of an attribute in this form.
+    for (std::size_t at = 0; (at = value.find("&#38;", at)) != std::string::npos; ++at) value.replace(at, 5, "&");
+    return value;
+  }
+  return "";
+}
+
+void on_start(void* context, const xmlChar* name, const xmlChar*, const xmlChar*, int, const xmlChar**, int count, int,
+              const xmlChar** attributes) {
+  Reader& reader = reader_of(context);
+  if (reader.failed) return;
+  reader.texts.emplace_back();
+  if (reader.texts.size() > kDeepestXml) return fail(reader);
+  reader.user->begin(static_cast<int>(reader.texts.size()), view(name),
+                     [&](std::string_view wanted) { return attribute(wanted, count, attributes); });
+}
+
+void on_end(void* context, const xmlChar* name, const xmlChar*, const xmlChar*) {
+  Reader& reader = reader_of(context);
+  if (reader.failed || reader.texts.empty()) return;
+  const std::string text = std::move(reader.texts.back());
+  reader.user->end(static_cast<int>(reader.texts.size()), view(name), text);
+  reader.texts.pop_back();
+}
+
+void on_text(void* context, const xmlChar* text, int length) {
+  Reader& reader = reader_of(context);
+  if (!reader.failed && !reader.texts.empty())
+    reader.texts.back().append(reinterpret_cast<const char*>(text), static_cast<std::size_t>(length));
+}
+
+void on_document_type(void* context, const xmlChar*, const xmlChar*, const xmlChar*) { fail(reader_of(context)); }
+
+void on_error(void* context, xmlError* error) {
+  if (error->level == XML_ERR_FATAL) reader_of(context).failed = true;
+}
+
+}  // namespace
+
+bool xml_read(std::string_view text, const XmlUser& user) {
+  if (!is_utf8(text) || text.find('\0') != std::string_view::npos) return false;
+  Reader reader{.user = &user};
+  xmlSAXHandler handler{};
+  handler.initialized = XML_SAX2_MAGIC;
+  handler.startElementNs = on_start;
+  handler.endElementNs = on_end;
+  handler.characters = on_text;
+  handler.cdataBlock = on_text;
+  handler.internalSubset = on_document_type;
+  handler.serror = on_error;
+  xmlInitParser();
+  const std::unique_ptr<xmlParserCtxt, ContextEnd> context(
+      xmlCreatePushParserCtxt(&handler, &reader, nullptr, 0, nullptr));
+  if (context == nullptr) return false;
+  reader.context = context.get();
+  // The text is UTF-8, whatever it declares.
+  xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_IGNORE_ENC);
+  const int result = xmlParseChunk(context.get(), text.data(), static_cast<int>(text.size()), 1);
+  return result == 0 && !reader.failed && context->wellFormed != 0;
+}
+
+std::string xml_escaped(std::string_view text) {
+  std::string escaped;
+  escaped.reserve(text.size());
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      default:
+        escaped += c;
+    }
+  }
+  return escaped;
+}
+
+std::string xml_element(std::string_view name, std::string_view text) {
+  const std::string word(name);
+  return "<" + word + ">" + xml_escaped(text) + "</" + word + ">";
+}
