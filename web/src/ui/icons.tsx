@@ -58,3 +58,21 @@ export const StarIcon = ({ filled }: { filled: boolean }) =>
   line(<path d="m10 2.8 2.2 4.6 5 .7-3.6 3.5.9 5-4.5-2.4-4.5 2.4.9-5-3.6-3.5 5-.7z" fill={filled ? "currentColor" : "none"} />);
 export const LockIcon = ({ closed }: { closed: boolean }) =>
   line(<><rect x="4.5" y="9" width="11" height="8" rx="1.6" /><path d={closed ? "M7 9V6.5a3 3 0 0 1 6 0V9" : "M7 9V6a3 3 0 0 1 5.8-1"} /></>);
+export const MediaIcon = () => line(<><rect x="2.5" y="4" width="15" height="12" rx="1.6" /><path d="m8.5 7.5 4 2.5-4 2.5z" /></>);
+export const HomeNetworkIcon = () => line(<path d="M3 9.5 10 4l7 5.5M5 8.5V16h10V8.5M7.8 13.2a3 3 0 0 1 4.4 0M10 14.5h.01" />);
+export const FolderIcon = () => line(<path d="M2.5 6.5A1.5 1.5 0 0 1 4 5h3.5l1.8 2H16a1.5 1.5 0 0 1 1.5 1.5v5.5a1.5 1.5 0 0 1-1.5 1.5H4A1.5 1.5 0 0 1 2.5 14z" />);
+export const PhotoIcon = () => line(<><rect x="2.5" y="4" width="15" height="12" rx="1.6" /><circle cx="7" cy="8.2" r="1.3" /><path d="m4.5 14 4-3.5 2.5 2 2.5-3 2.5 4" /></>);
+export const MusicIcon = () => line(<><path d="M7.5 14.5V5l8-1.5v9" /><circle cx="5.5" cy="14.5" r="2" /><circle cx="13.5" cy="12.5" r="2" /></>);
+export const VideoIcon = () => line(<><rect x="2.5" y="4.5" width="15" height="11" rx="1.4" /><path d="M6 4.5v11M14 4.5v11M2.5 8H6M2.5 12H6M14 8h3.5M14 12h3.5" /></>);
+export const PlaylistIcon = () => line(<path d="M3 5.5h9M3 9.5h9M3 13.5h5M11.5 12v5l4-2.5z" />);
+export const FileIcon = () => line(<path d="M5.5 2.5h6l3.5 3.5v11.5h-9.5zM11.5 2.5V6H15" />);
+export const StickIcon = () => line(<path d="M6 8.5h8v8a1.5 1.5 0 0 1-1.5 1.5h-5A1.5 1.5 0 0 1 6 16.5zM7.5 8.5V3h5v5.5M9 5.5h.01M11 5.5h.01" />);
+export const GridIcon = () => line(<><rect x="3" y="3" width="5.8" height="5.8" rx="1" /><rect x="11.2" y="3" width="5.8" height="5.8" rx="1" /><rect x="3" y="11.2" width="5.8" height="5.8" rx="1" /><rect x="11.2" y="11.2" width="5.8" height="5.8" rx="1" /></>);
+export const InfoIcon = () => line(<><circle cx="10" cy="10" r="7.2" /><path d="M10 9v4.5M10 6.3h.01" /></>);
+export const NextIcon = () => line(<path d="m5 4.5 8 5.5-8 5.5zM15.5 4.5v11" />);
+export const PreviousIcon = () => line(<path d="m15 4.5-8 5.5 8 5.5zM4.5 4.5v11" />);
+export const RotateIcon = () => line(<path d="M15.8 8A6.3 6.3 0 1 0 16 12M16 4v4h-4" />);
+export const MinusIcon = () => line(<path d="M4.5 10h11" />);
+export const DownloadIcon = () => line(<path d="M10 3.5v9M6 9l4 4 4-4M4 16.5h12" />);
+export const ServerIcon = () => line(<><rect x="3" y="3.5" width="14" height="5.5" rx="1.3" /><rect x="3" y="11" width="14" height="5.5" rx="1.3" /><path d="M6 6.2h.01M6 13.8h.01" /></>);
+export const RefreshIcon = () => line(<path d="M4 10a6 6 0 0 1 10.3-4.2L16 7.5M16 4v3.5h-3.5M16 10a6 6 0 0 1-10.3 4.2L4 12.5M4 16v-3.5h3.5" />);

@@ -19,6 +19,11 @@ interface RowListProps<T> {
   estimate: number;
   /** The row's content. Its first element with a tabindex receives the focus; that tabindex must be `tabIndex`. */
   render: (row: T, tabIndex: 0 | -1) => ComponentChildren;
+  /**
+   * A row has cells, elements with `data-cell` and a tabindex: the arrow keys left and right move between them, up and
+   * down stay in the column.
+   */
+  cells?: boolean;
   /** Rows that cannot have the focus, such as headings. */
   isPassive?: (row: T) => boolean;
   /** The row that the Tab key reaches while none has the focus; if absent, the first that can have it. */
@@ -39,10 +44,15 @@ const indexOf = (event: Event): number =>
  * move the focus inside. The focused row is rendered wherever the list is scrolled to.
  */
 export function RowList<T>(props: RowListProps<T>) {
-  const { rows, keyOf, estimate, render, isPassive = () => false, current, label, empty, handle, onLeave } = props;
+  const { rows, keyOf, estimate, render, cells = false, isPassive = () => false } = props;
+  const { current, label, empty, handle, onLeave } = props;
   const { scroller, list, indexes, offsets, first, end, redraw, reveal } = useRowWindow(rows, keyOf, estimate);
   const [active, setActive] = useState<Key | null>(null);
   const pendingFocus = useRef<Key | null>(null);
+  // The column of the latest cell that had the focus.
+  const column = useRef(0);
+
+  const focusable = cells ? "[data-cell]" : "[tabindex]";
 
   // The index of the row that the Tab key reaches; -1 if none can have the focus.
   const stop =
@@ -55,7 +65,8 @@ export function RowList<T>(props: RowListProps<T>) {
   useLayoutEffect(() => {
     if (pendingFocus.current === null) return;
     const row = list.current?.querySelector(`[data-index="${indexes.get(pendingFocus.current)}"]`);
-    row?.querySelector<HTMLElement>("[tabindex]")?.focus({ preventScroll: true });
+    const stops = row?.querySelectorAll<HTMLElement>(focusable) ?? [];
+    stops[Math.min(column.current, stops.length - 1)]?.focus({ preventScroll: true });
     pendingFocus.current = null;
   });
 
@@ -75,6 +86,22 @@ export function RowList<T>(props: RowListProps<T>) {
     return -1;
   }
 
+  const cellsOf = (event: Event): HTMLElement[] => [
+    ...((event.target as HTMLElement).closest("li[data-index]")?.querySelectorAll<HTMLElement>(focusable) ?? []),
+  ];
+
+  /** To the next cell; beyond the end of a row to the next row. */
+  function moveInRow(event: KeyboardEvent, by: 1 | -1) {
+    const inRow = cellsOf(event);
+    const next = inRow.indexOf(event.target as HTMLElement) + by;
+    event.preventDefault();
+    if (inRow[next]) return inRow[next].focus();
+    const row = step(indexOf(event), by);
+    if (row < 0) return;
+    column.current = by > 0 ? 0 : inRow.length - 1;
+    focus(row);
+  }
+
   function moveFocus(event: KeyboardEvent) {
     const at = indexOf(event);
     if (Number.isNaN(at) || event.ctrlKey || event.metaKey || event.altKey) return;
@@ -83,6 +110,8 @@ export function RowList<T>(props: RowListProps<T>) {
     else if (event.key === "ArrowUp") next = step(at, -1);
     else if (event.key === "Home") next = step(-1, 1);
     else if (event.key === "End") next = step(rows.length, -1);
+    else if (cells && event.key === "ArrowRight") return moveInRow(event, 1);
+    else if (cells && event.key === "ArrowLeft") return moveInRow(event, -1);
     else return;
     event.preventDefault();
     if (next >= 0) focus(next);
@@ -92,6 +121,7 @@ export function RowList<T>(props: RowListProps<T>) {
   function onFocusIn(event: FocusEvent) {
     const row = rows[indexOf(event)];
     if (row !== undefined) setActive(keyOf(row));
+    if (cells) column.current = Math.max(0, cellsOf(event).indexOf(event.target as HTMLElement));
   }
 
   function onFocusOut(event: FocusEvent) {

@@ -34,6 +34,8 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
     offsets: new Float64Array(1),
     rows,
     top: 0,
+    // Whether a height has changed since.
+    changed: true,
     anchor: "top" as "top" | "end" | { key: Key; inside: number },
     reveal: null as Key | null,
   }).current;
@@ -55,8 +57,10 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
     takePosition(scroller.current.scrollTop);
   }
 
-  const offsets = new Float64Array(rows.length + 1);
-  rows.forEach((row, index) => (offsets[index + 1] = offsets[index]! + (last.heights.get(keyOf(row)) ?? estimate)));
+  // A render that only scrolls has the offsets of the one before.
+  const same = last.rows === rows && last.offsets.length === rows.length + 1 && !last.changed;
+  const offsets = same ? last.offsets : new Float64Array(rows.length + 1);
+  if (!same) rows.forEach((row, index) => (offsets[index + 1] = offsets[index]! + (last.heights.get(keyOf(row)) ?? estimate)));
   const total = offsets[rows.length]!;
 
   function wantedTop(): number {
@@ -87,14 +91,15 @@ export function useRowWindow<T>(rows: readonly T[], keyOf: (row: T) => Key, esti
   }
 
   useLayoutEffect(() => {
-    Object.assign(last, { rows, offsets });
+    Object.assign(last, { rows, offsets, changed: false });
     if (scroller.current && height > 0) {
       if (Math.abs(scroller.current.scrollTop - top) >= 1) scroller.current.scrollTop = top;
       takePosition(top);
       // The browser rounds, and limits the position to the actual heights, which are measured next.
       last.top = scroller.current.scrollTop;
     }
-    if (measure() || (scroller.current?.clientHeight ?? 0) !== height) redraw();
+    last.changed = measure();
+    if (last.changed || (scroller.current?.clientHeight ?? 0) !== height) redraw();
     else if (height > 0) last.reveal = null;
     if (last.heights.size < 2 * rows.length + 1000) return;
     for (const key of last.heights.keys()) if (!indexes.has(key)) last.heights.delete(key);

@@ -1,6 +1,7 @@
 import { useSignal } from "@preact/signals";
 import { useId } from "preact/hooks";
 import { ClearIcon } from "../../ui/icons";
+import { Problem } from "../../ui/problem";
 import type { Channel } from "./channels";
 import { change, edited, renumber } from "./edits";
 import { label } from "./words";
@@ -95,11 +96,7 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
           </button>
         )}
       </div>
-      {problem.value && (
-        <p class="bad" role="alert">
-          {problem.value}
-        </p>
-      )}
+      <Problem text={problem.value} />
     </fieldset>
   );
 }

@@ -5,6 +5,7 @@ import { access } from "../../app/session";
 import { searchWords } from "../../lib/search";
 import { EditIcon, StarIcon } from "../../ui/icons";
 import { Marked } from "../../ui/marked";
+import { Problem } from "../../ui/problem";
 import { RowList, type RowListHandle } from "../../ui/row-list";
 import { SearchField } from "../../ui/search-field";
 import { ScanInvitation } from "../scan/scan-invitation";
@@ -62,11 +63,7 @@ export function ChannelsPanel() {
             </div>
           </>
         )}
-        {problem && (
-          <p class="bad" role="alert">
-            {problem}
-          </p>
-        )}
+        <Problem text={problem} />
       </div>
       {total === 0 && access.value === "control" && <ScanInvitation />}
       {total !== undefined && total > 0 && (

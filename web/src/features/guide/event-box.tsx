@@ -4,6 +4,7 @@ import { attempt } from "../../app/commands";
 import { textOf } from "../../app/session";
 import { dayText, timeText } from "../../app/set-clock";
 import { BellIcon, ListIcon, RecordIcon } from "../../ui/icons";
+import { Problem } from "../../ui/problem";
 import { tune } from "../channels/channels";
 import { present, readDetails, type EventDetails } from "./guide";
 import { chosen as chosenEvent, type Chosen } from "./shown";
@@ -98,11 +99,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
       <p role="status" class="event-said">
         {said.value}
       </p>
-      {problem.value && (
-        <p class="bad" role="alert">
-          {problem.value}
-        </p>
-      )}
+      <Problem text={problem.value} />
       {(age > 0 || blocked || isPart) && (
         <p>
           {age > 0 && <span class="badge">{`from ${age} years`}</span>}{" "}

@@ -5,6 +5,7 @@ import { controllable, usePolling } from "../../app/commands";
 import { access, listen } from "../../app/session";
 import { dayText, setNow } from "../../app/set-clock";
 import { FastLeftIcon, FastRightIcon, LeftIcon, RightIcon } from "../../ui/icons";
+import { Problem } from "../../ui/problem";
 import { channels, channelsProblem, useChannels } from "../channels/channels";
 import { ScanInvitation } from "../scan/scan-invitation";
 import { EventBox } from "./event-box";
@@ -49,11 +50,7 @@ export function GuidePanel() {
         <h1>{label("IDS_GUIDE")}</h1>
         {access.value === "control" && known !== null && known.length > 0 && eventCount.value !== null && <TimeBar />}
         <AccessNotice when="look" />
-        {bad && (
-          <p class="bad" role="alert">
-            {bad}
-          </p>
-        )}
+        <Problem text={bad} />
         {eventCount.value === 0 && known !== null && known.length > 0 && (
           <p class="hint" role="status">
             The guide has no events yet. They come with the channel that the set shows, and from{" "}

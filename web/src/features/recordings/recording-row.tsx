@@ -1,7 +1,9 @@
 import { useSignal } from "@preact/signals";
 import { dayText, secondsOf, setNow, timeText } from "../../app/set-clock";
+import { sizeText } from "../../lib/measures";
 import { ClearIcon, EditIcon, LockIcon, PlayIcon, StopIcon } from "../../ui/icons";
-import { change, durationText, endOf, sizeText, type Recording } from "./recordings";
+import { Problem } from "../../ui/problem";
+import { change, durationText, endOf, type Recording } from "./recordings";
 import { label } from "./words";
 
 const states = {
@@ -41,11 +43,7 @@ export function RecordingRow({ recording }: { recording: Recording }) {
         {running && <RunningBar recording={recording} />}
         {reason && <p class="bad">{reason}</p>}
         {lost !== undefined && <p class="bad">{`${sizeText(lost)} are missing: the disk was too slow.`}</p>}
-        {problem.value && (
-          <p class="bad" role="alert">
-            {problem.value}
-          </p>
-        )}
+        <Problem text={problem.value} />
       </div>
       <span class={`badge ${states[status].tone}`}>{states[status].text}</span>
       <div class="recording-actions">

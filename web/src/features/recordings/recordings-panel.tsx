@@ -4,6 +4,7 @@ import { controllable, usePolling } from "../../app/commands";
 import { access } from "../../app/session";
 import { dayText, secondsOf, timeText } from "../../app/set-clock";
 import { ClearIcon, RecordIcon } from "../../ui/icons";
+import { Problem } from "../../ui/problem";
 import { PlaybackBar } from "./playback-bar";
 import { RecordingRow } from "./recording-row";
 import { change, playback, readMore, readRecordings, recordings, timers, total, type Timer } from "./recordings";
@@ -16,21 +17,17 @@ export function RecordingsPanel() {
   const problem = usePolling(readRecordings, () => pauseMs);
   const known = recordings.value;
   return (
-    <main class="panel recordings" aria-label={label("IDS_RECORDINGS")}>
+    <main class="panel sheet recordings" aria-label={label("IDS_RECORDINGS")}>
       <h1>{label("IDS_RECORDINGS")}</h1>
       <AccessNotice when="look" />
       {access.value === "control" && (
         <>
           <RecordNow />
           {playback.value && <PlaybackBar playback={playback.value} />}
-          {problem.value && (
-            <p class="bad" role="alert">
-              {problem.value}
-            </p>
-          )}
+          <Problem text={problem.value} />
           {known && (
             <section aria-label={label("IDS_RECORDINGS")}>
-              <ul class="recording-list">
+              <ul class="framed recording-list">
                 {known.map((each) => (
                   <RecordingRow key={each.id} recording={each} />
                 ))}
@@ -86,11 +83,7 @@ function RecordNow() {
         <RecordIcon />
         Record now
       </button>
-      {problem.value && (
-        <p class="bad" role="alert">
-          {problem.value}
-        </p>
-      )}
+      <Problem text={problem.value} />
     </form>
   );
 }
@@ -98,7 +91,7 @@ function RecordNow() {
 const Timers = ({ timers: planned }: { timers: readonly Timer[] }) => (
   <section class="timers" aria-label={label("IDS_TIMERS")}>
     <h2>{label("IDS_TIMERS")}</h2>
-    <ul class="recording-list">
+    <ul class="framed recording-list">
       {planned.map((each) => (
         <TimerRow key={each.id} timer={each} />
       ))}
@@ -128,11 +121,7 @@ function TimerRow({ timer }: { timer: Timer }) {
           {series !== undefined && " · of a series"}
         </p>
         {waits && <p class="bad">{`Cannot begin: ${waits}`}</p>}
-        {problem.value && (
-          <p class="bad" role="alert">
-            {problem.value}
-          </p>
-        )}
+        <Problem text={problem.value} />
       </div>
       <span class={recording === undefined ? "badge" : "badge bad"}>{kinds[kind]}</span>
       <div class="recording-actions">

@@ -110,8 +110,3 @@ export function durationText(length: number): string {
   if (hours > 0) return `${hours} h ${minutes} min`;
   return minutes > 0 ? `${minutes} min` : `${length} s`;
 }
-
-export function sizeText(bytes: number): string {
-  if (bytes >= 1e9) return `${(bytes / 1e9).toFixed(1)} GB`;
-  return bytes >= 1e6 ? `${(bytes / 1e6).toFixed(1)} MB` : `${Math.round(bytes / 1e3)} kB`;
-}

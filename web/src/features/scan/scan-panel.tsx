@@ -3,6 +3,7 @@ import { AccessNotice } from "../../app/access-notice";
 import { controllable, usePolling } from "../../app/commands";
 import { access } from "../../app/session";
 import { AntennaIcon } from "../../ui/icons";
+import { Problem } from "../../ui/problem";
 import { channels, useChannels } from "../channels/channels";
 import {
   antenna,
@@ -38,7 +39,7 @@ export function ScanPanel() {
   const state = scan.value;
   const running = state?.state === "running";
   return (
-    <main class="panel scan-panel" aria-label={label("IDS_CHANNEL_SEARCH")}>
+    <main class="panel sheet" aria-label={label("IDS_CHANNEL_SEARCH")}>
       <h1>{label("IDS_CHANNEL_SEARCH")}</h1>
       <AccessNotice when="look" />
       {access.value === "control" && (
@@ -74,11 +75,7 @@ export function ScanPanel() {
               Scan
             </button>
           </fieldset>
-          {problem && (
-            <p class="bad" role="alert">
-              {problem}
-            </p>
-          )}
+          <Problem text={problem} />
           {state && state.state !== "none" && <Progress scan={state} />}
           {antenna.value && <AntennaView antenna={antenna.value} />}
         </>
@@ -91,7 +88,7 @@ function Progress({ scan: state }: { scan: Scan }) {
   const running = state.state === "running";
   const { percent = 0, multiplex = 0, multiplexes = 0, services = 0, at, mhz, strength = 0, quality = 0 } = state;
   return (
-    <section class="scan-progress" aria-label="Progress" data-state={state.state}>
+    <section class="framed scan-progress" aria-label="Progress" data-state={state.state}>
       <div class="scan-bar">
         <progress max={100} value={percent} aria-label="Progress" />
         <span class="scan-percent">{percent} %</span>
@@ -142,7 +139,7 @@ function outcomeOf({ state, services, added = 0, changed = 0, removed = 0 }: Sca
 
 function AntennaView({ antenna: { folder, reading, problem, multiplexes, refused, tuners } }: { antenna: Antenna }) {
   return (
-    <section class="antenna" aria-label="Antenna">
+    <section class="framed antenna" aria-label="Antenna">
       <h2>Antenna</h2>
       {folder === null ? (
         <p class="empty">

@@ -6,7 +6,7 @@ import { label } from "./words";
 export const view: View = {
   id: "scan",
   title: () => label("IDS_CHANNEL_SEARCH"),
-  order: 28,
+  order: 29,
   icon: AntennaIcon,
   component: ScanPanel,
 };

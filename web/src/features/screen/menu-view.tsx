@@ -18,6 +18,7 @@ export function MenuView({ menu, press }: { menu: Menu; press: (key: string) => 
     <section class="menu" data-menu={menu.menu} aria-label={title}>
       <header>
         <h2>{title}</h2>
+        {menu.folder && <span>{menu.folder}</span>}
         {menu.columns && menu.time !== undefined && <span>{dayText(secondsOf(menu.time))}</span>}
         {menu.selected && menu.total !== undefined && menu.first !== undefined && (
           <span class="menu-place">

@@ -35,6 +35,8 @@ export interface Menu {
   selected?: { row: number; column?: number };
   /** What keys do here: a word for each. */
   actions: Record<string, string>;
+  /** Of media: the folder whose entries are listed; without it, the sticks are. */
+  folder?: string;
   /** When the guide's columns begin, and the chosen time. */
   columns?: string[];
   time?: string;
@@ -57,6 +59,7 @@ const titles: Readonly<Record<string, LabelId>> = {
   sources: "IDS_SOURCES",
   recordings: "IDS_RECORDINGS",
   timers: "IDS_TIMERS",
+  media: "IDS_MEDIA",
 };
 
 /** The title of a menu; the set's own if the page does not know it. */
@@ -87,11 +90,16 @@ const marks: Readonly<Record<string, { sign: string; text: LabelId }>> = {
   empty: { sign: "–", text: "IDS_NOT_CONNECTED" },
   failed: { sign: "!", text: "IDS_FAILED" },
   favourite: { sign: "★", text: "IDS_FAVOURITE" },
+  folder: { sign: "▸", text: "IDS_FOLDER" },
   kept: { sign: "✓", text: "IDS_KEPT" },
+  music: { sign: "♪", text: "IDS_MUSIC" },
+  photo: { sign: "▣", text: "IDS_PHOTO" },
+  playlist: { sign: "☰", text: "IDS_PLAYLIST" },
   record: { sign: "○", text: "IDS_WILL_RECORD" },
   recording: { sign: "●", text: "IDS_RECORDS" },
   remind: { sign: "◷", text: "IDS_REMINDER" },
   series: { sign: "≡", text: "IDS_SERIES" },
+  video: { sign: "▷", text: "IDS_VIDEO" },
 };
 
 /** The sign of a mark, and its text for a screen reader. */
@@ -112,14 +120,17 @@ const messages: Readonly<Record<string, LabelId[]>> = {
   not_available: ["IDS_NOT_AVAILABLE"],
   not_recorded: ["IDS_NOT_RECORDED"],
   picture_mode: ["IDS_PICTURE_MODE"],
+  playing: ["IDS_PLAYING"],
   press_red: ["IDS_PRESS_RED"],
   records: ["IDS_RECORDS"],
   refused: ["IDS_NOT_POSSIBLE"],
   reminder: ["IDS_REMINDER_SET"],
+  repeat: ["IDS_REPEAT"],
   sleep: ["IDS_SLEEP_TIMER"],
   sleep_off: ["IDS_SLEEP_TIMER", "IDS_OFF"],
   sound: ["IDS_SOUND"],
   sound_mode: ["IDS_SOUND_MODE"],
+  subtitles: ["IDS_SUBTITLES"],
   subtitles_off: ["IDS_SUBTITLES", "IDS_OFF"],
   subtitles_on: ["IDS_SUBTITLES", "IDS_ON"],
   wrong_pin: ["IDS_WRONG_PIN"],

@@ -5,6 +5,7 @@ import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
 import { readClock, secondsOf } from "../../app/set-clock";
 import { SpeakerIcon } from "../../ui/icons";
+import { NowPlaying } from "../player/now-playing";
 import { lastPress, press, shortcuts } from "../remote/remote";
 import { textOfMessage } from "./menu";
 import { chosenId, MenuView } from "./menu-view";
@@ -120,7 +121,7 @@ export function ScreenPanel() {
           aria-activedescendant={now?.menu ? chosenId : undefined}
           onKeyDown={pressKey}
         >
-          <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.source || label("IDS_PICTURE")} />
+          <canvas ref={canvas} width={640} height={360} role="img" aria-label={message || now?.title || now?.source || label("IDS_PICTURE")} />
           {now && namesSource(now) && <p class="screen-source">{now.source}</p>}
           <PictureFrame region={now?.region} heard={now?.focus === "main"}>
             <p class="screen-message" role="status">
@@ -137,6 +138,7 @@ export function ScreenPanel() {
           {now?.menu && <MenuView menu={now.menu} press={(key) => void press(key)} />}
         </div>
       )}
+      <NowPlaying />
       <p class="hint">
         While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
         <kbd>Esc</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>g</kbd> guide,{" "}

@@ -40,7 +40,9 @@ export interface SecondPicture {
 }
 
 export interface Shown {
-  picture: "channel" | "recording" | "none";
+  picture: "channel" | "recording" | "media" | "photo" | "none";
+  /** Of a recording or a file. */
+  title?: string;
   /** Why there is no picture. */
   reason?: string;
   problem?: string;

@@ -1,0 +1,12 @@
+import type { View } from "../../app/view";
+import { HomeNetworkIcon } from "../../ui/icons";
+import { HomeNetworkPanel } from "./home-network-panel";
+import { label } from "./words";
+
+export const view: View = {
+  id: "home-network",
+  title: () => label("IDS_HOME_NETWORK"),
+  order: 28,
+  icon: HomeNetworkIcon,
+  component: HomeNetworkPanel,
+};

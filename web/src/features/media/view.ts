@@ -1,0 +1,12 @@
+import type { View } from "../../app/view";
+import { MediaIcon } from "../../ui/icons";
+import { MediaPanel } from "./media-panel";
+import { label } from "./words";
+
+export const view: View = {
+  id: "media",
+  title: () => label("IDS_MEDIA"),
+  order: 27,
+  icon: MediaIcon,
+  component: MediaPanel,
+};
