@@ -115,31 +115,40 @@ void explain_unknown(Session& session, const std::string& name, Failure& failure
 enum class PathIf { kAlways, kHasSlash, kExists };
 struct PathWord {
   std::string_view command;
-  std::string_view action;  // the word before the path; empty: the command itself
+  std::string_view action;  // the word behind the command; empty: any
+  std::size_t place;        // the path's among the words
   PathIf path_if;           // when the word is a path, and not one of the command's own words or names
+  bool on_stick = false;    // the set knows it by the stick's mount point
 };
 
-constexpr PathWord kPathWords[] = {{"stick", "insert", PathIf::kAlways},
-                                   {"stick", "remove", PathIf::kHasSlash},
-                                   {"antenna", "", PathIf::kExists},
-                                   {"channels", "import", PathIf::kExists},
-                                   {"guide", "import", PathIf::kExists}};
+constexpr bool kOnStick = true;
+constexpr PathWord kPathWords[] = {{"stick", "insert", 2, PathIf::kAlways},
+                                   {"stick", "remove", 2, PathIf::kHasSlash},
+                                   {"antenna", "", 1, PathIf::kExists},
+                                   {"channels", "import", 2, PathIf::kExists},
+                                   {"guide", "import", 2, PathIf::kExists},
+                                   {"media", "list", 3, PathIf::kAlways, kOnStick},
+                                   {"media", "favourite", 2, PathIf::kAlways, kOnStick},
+                                   {"player", "play", 2, PathIf::kExists, kOnStick},
+                                   {"photo", "show", 2, PathIf::kAlways, kOnStick}};
 
 bool is_path(const std::string& word, PathIf path_if) {
+  if (word.find("://") != std::string::npos) return false;
   std::error_code none;
   return path_if == PathIf::kAlways || word.find('/') != std::string::npos ||
          (path_if == PathIf::kExists && std::filesystem::exists(word, none));
 }
 
-json::array television_words(ShellWords words) {
+json::array television_words(Session& session, ShellWords words) {
   json::array sent(words.begin(), words.end());
   for (const PathWord& row : kPathWords) {
-    const std::size_t place = row.action.empty() ? 1 : 2;
-    if (words.size() <= place || words[0] != row.command || (place == 2 && words[1] != row.action)) continue;
-    if (!is_path(words[place], row.path_if)) continue;
+    if (words.size() <= row.place || words[0] != row.command) continue;
+    if ((!row.action.empty() && words[1] != row.action) || !is_path(words[row.place], row.path_if)) continue;
     std::error_code none;
-    const std::string whole = std::filesystem::absolute(words[place], none).lexically_normal().string();
-    if (!whole.empty()) sent[place] = json::string(whole);
+    const std::string& word = words[row.place];
+    const std::string whole =
+        row.on_stick ? path_on_stick(session, word) : std::filesystem::absolute(word, none).lexically_normal().string();
+    if (!whole.empty()) sent[row.place] = json::string(whole);
   }
   return sent;
 }
@@ -184,7 +193,7 @@ int show_usage(const Options& options, Session& session, const std::string& name
 int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   if (words.size() == 2 && words[1] == "--help") return show_usage(options, session, words[0], ret_failure);
   if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
-  const json::object params{{"words", television_words(words)}};
+  const json::object params{{"words", television_words(session, words)}};
   std::string answer;
   if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
     if (ret_failure.exit_code == kExitRefused) explain_unknown(session, words[0], ret_failure);
@@ -195,12 +204,12 @@ int run_tv(const Options& options, Session& session, ShellWords words, Failure& 
   json::object& reply = value.get_object();
   const json::value* const watch = reply.if_contains("watch");
   if (options.wait && watch != nullptr && watch->is_object())
-    return follow_action(options, session, watch->get_object(), ret_failure);
+    return follow_action(options, session, words, reply, ret_failure);
   if (options.json) {
     print_line(answer);
   } else {
     reply.erase("watch");  // for programs
-    print_object(reply);
+    if (!print_media(words, reply)) print_object(reply);
   }
   return kExitOk;
 }
@@ -469,9 +478,11 @@ constexpr Command kCommands[] = {
          "\"-\"\n"
          "are options of dtvctl; behind \"--\" they are the television's, and a file -x is given as ./-x.\n"
          "\n"
-         "A scan, an import of a guide and an update of the guide go on after the command. dtvctl shows how far they\n"
-         "are, waits for the end and prints the result; Ctrl-C cancels them. With --json it prints only the result,\n"
-         "with --no-wait it returns when they have begun.\n"
+         "A scan, an import of a guide, an update of the guide and the reading of a stick's files go on after the\n"
+         "command. dtvctl shows how far they are, waits for the end and prints the result; Ctrl-C cancels them. With\n"
+         "--json it prints only the result, with --no-wait it returns when they have begun.\n"
+         "\n"
+         "A file of an inserted stick is named by its path on this machine or on the set.\n"
          "\n"
          "Faults can be set on any function of the TV API; \"dtvctl functions\" lists them.\n"
          "\n"
@@ -480,6 +491,7 @@ constexpr Command kCommands[] = {
          "  dtvctl tv scan all\n"
          "  dtvctl tv screen picture.jpg\n"
          "  dtvctl tv stick insert ~/Pictures\n"
+         "  dtvctl tv photo show ~/Pictures/harbour.jpg\n"
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
          "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"

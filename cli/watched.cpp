@@ -93,9 +93,10 @@ bool ask(Session& session, const Action& action, std::string& ret_answer, json::
 
 // "42 %  multiplex 3  services 13  0:05"
 std::string progress_of(const Action& action, const json::object& state) {
-  std::string text = std::to_string(number_of(state, "percent")) + " %";
+  std::string text = std::to_string(percent_of(state)) + " %";
   for (const std::string& each : action.shows)
     if (state.contains(each)) text += "  " + printable(each) + " " + text_of(state, each);
+  if (!state.contains("seconds")) return text;
   const std::int64_t seconds = number_of(state, "seconds");
   char time[32];
   std::snprintf(time, sizeof time, "  %lld:%02lld", static_cast<long long>(seconds / 60),
@@ -113,7 +114,7 @@ struct Display {
 
 void show(Display& display, const Action& action, const json::object& state) {
   if (!display.on) return;
-  const std::int64_t percent = std::clamp<std::int64_t>(number_of(state, "percent"), 0, 100);
+  const std::int64_t percent = std::clamp<std::int64_t>(percent_of(state), 0, 100);
   const std::string text = progress_of(action, state);
   if (display.terminal) {
     const auto full = static_cast<std::size_t>(percent * kBarWidth / 100);
@@ -127,27 +128,30 @@ void show(Display& display, const Action& action, const json::object& state) {
   }
 }
 
-}  // namespace
+// How an action ended.
+struct End {
+  std::string answer;  // as the set wrote it
+  json::object state;
+  bool cancelled = false;  // by a signal
+};
 
-int follow_action(const Options& options, Session& session, const boost::json::object& watch, Failure& ret_failure) {
-  Action action;
-  if (!read_action(watch, action)) {
-    ret_failure = {kExitProtocol, R"(the set's answer has a "watch" without "words" and "cancel")"};
-    return ret_failure.exit_code;
-  }
+bool runs(const json::object& state) {
+  const std::string word = text_of(state, "state");
+  return word == "running" || word == "waiting";
+}
+
+// Shows how far the action is until it is over, and cancels it when a signal arrives. Returns the exit code.
+int follow_to_end(const Options& options, Session& session, const Action& action, End& ret_end, Failure& ret_failure) {
   const char* const kind = std::getenv("TERM");
   const bool can_return = kind == nullptr || std::string_view(kind) != "dumb";
   Display display{.on = !options.json, .terminal = can_return && isatty(STDERR_FILENO) != 0, .line = Clock::now()};
   catch_signals();
-  std::string answer;
-  json::object state;
-  bool cancels = false;
   while (true) {
-    if (!ask(session, action, answer, state, ret_failure)) return ret_failure.exit_code;
-    if (text_of(state, "state") != "running") break;
-    show(display, action, state);
-    if (g_signal != 0 && !cancels) {
-      cancels = true;
+    if (!ask(session, action, ret_end.answer, ret_end.state, ret_failure)) return ret_failure.exit_code;
+    if (!runs(ret_end.state)) break;
+    show(display, action, ret_end.state);
+    if (g_signal != 0 && !ret_end.cancelled) {
+      ret_end.cancelled = true;
       std::string ignored;
       Failure over;  // if it is refused, the action has just ended
       session.call("tv", R"({"words":)" + action.cancel + "}", ignored, over);
@@ -156,19 +160,47 @@ int follow_action(const Options& options, Session& session, const boost::json::o
     pause_for(kLook);
   }
   if (display.terminal) std::fputs("\r\033[K", stderr);
-  const std::string end = text_of(state, "state");
-  if (options.json)
-    print_line(answer);
-  else
-    print_object(state);
-  if (end == "cancelled" && cancels) {
+  return kExitOk;
+}
+
+// The exit code of what has ended. After a signal that cancelled it, the program ends by that signal.
+int exit_code_of(Session& session, const End& ended, Failure& ret_failure) {
+  const std::string end = text_of(ended.state, "state");
+  if (end == "cancelled" && ended.cancelled) {
     std::fprintf(stderr, "dtvctl: cancelled\n");
     if (session.close) session.close();
     std::signal(g_signal, SIG_DFL);
     std::raise(g_signal);
   }
   if (end == "done") return kExitOk;
-  const std::string why = text_of(state, "error_text");
+  const std::string error = text_of(ended.state, "error_text");
+  const std::string why = error.empty() ? text_of(ended.state, "reason") : error;
   ret_failure = {kExitRefused, end == "cancelled" ? "it was cancelled" : "it " + end + (why.empty() ? "" : ": " + why)};
   return ret_failure.exit_code;
+}
+
+}  // namespace
+
+int follow_action(const Options& options, Session& session, ShellWords words, json::object& reply,
+                  Failure& ret_failure) {
+  Action action;
+  const json::object* const watch = reply.at("watch").if_object();
+  if (watch == nullptr || !read_action(*watch, action)) {
+    ret_failure = {kExitProtocol, R"(the set's answer has a "watch" without "words" and "cancel")"};
+    return ret_failure.exit_code;
+  }
+  End end;
+  if (const int failed = follow_to_end(options, session, action, end, ret_failure); failed != kExitOk) return failed;
+  if (reply.erase("watch"); !action.member.empty() && reply.contains("device")) {
+    reply[action.member] = end.state;  // of a stick
+    if (options.json)
+      print_line(json::serialize(reply));
+    else
+      print_media(words, reply);
+  } else if (options.json) {
+    print_line(end.answer);
+  } else {
+    print_object(end.state);
+  }
+  return exit_code_of(session, end, ret_failure);
 }
