@@ -36,6 +36,7 @@ foreach(name ${libraries})
 endforeach()
 
 if(DTV_DESK)
+  install(TARGETS dtv_upnp LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(TARGETS ${DTV_LANGUAGES} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/dtv_js_plugin/i18n)
   install(TARGETS dtv_host dtvctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(FILES cli/dtvctl.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME dtvctl)

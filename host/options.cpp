@@ -57,6 +57,10 @@ constexpr OptionRow kOptions[] = {
      "the folders in it can become USB sticks of the virtual television (default: your home folder)",
      &StackOptions::stick_root},
     {"antenna", "FOLDER", "the virtual television receives the transport streams (.ts) in it", &StackOptions::antenna},
+    {"home-network", "IFACES",
+     "the virtual television uses the home network through these network interfaces, with commas\nbetween them "
+     "(default: lo, this machine only)",
+     &StackOptions::home_network},
     {"plugin", "FILE", "the plugin's library", &StackOptions::plugin},
     {"platform", "FILE", "the platform's library, instead of the virtual television", &StackOptions::platform},
     {"tap", "FILE", "the tap's library", &StackOptions::tap},

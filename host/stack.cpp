@@ -73,9 +73,11 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
   decltype(&dtv_tv_start) start = nullptr;
   decltype(&dtv_tv_stick_root) stick_root = nullptr;
   decltype(&dtv_tv_antenna) antenna = nullptr;
+  decltype(&dtv_tv_home_interfaces) home_interfaces = nullptr;
   find_if_any(library, "dtv_tv_start", start);
   find_if_any(library, "dtv_tv_stick_root", stick_root);
   find_if_any(library, "dtv_tv_antenna", antenna);
+  find_if_any(library, "dtv_tv_home_interfaces", home_interfaces);
   find_if_any(library, "dtv_tv_command", stack.tv_command);
   find_if_any(library, "dtv_tv_screen", stack.tv_screen);
   find_if_any(library, "dtv_tv_on_kept", stack.on_kept);
@@ -88,6 +90,7 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
   if (!stack_make_state_folder(options.state_folder, ret_error)) return false;
   if (stick_root != nullptr && !options.stick_root.empty()) stick_root(options.stick_root.c_str());
   if (antenna != nullptr && !options.antenna.empty()) antenna(options.antenna.c_str());
+  if (home_interfaces != nullptr && !options.home_network.empty()) home_interfaces(options.home_network.c_str());
   char* text = nullptr;
   if (start(options.state_folder.c_str(), &text) != 0) {
     stack.tv_stop = nullptr;
@@ -222,7 +225,8 @@ StackOptions stack_defaults() {
           .platform = library_path("libdtv_tv.so"),
           .state_folder = state_folder(),
           .stick_root = {},
-          .antenna = {}};
+          .antenna = {},
+          .home_network = {}};
 }
 
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error) {

@@ -13,6 +13,7 @@ struct StackOptions {
   std::string state_folder;  // where the virtual television keeps its state; made when missing
   std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
   std::string antenna;       // folder of transport streams that the virtual television receives; empty: as stored
+  std::string home_network;  // network interfaces, as dtv_tv_home_interfaces takes them; empty: loopback only
 };
 
 // A path relative to the running program's folder: the installed one if it exists, else the built one, whether or not

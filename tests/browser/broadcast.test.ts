@@ -102,7 +102,7 @@ test("a scan finds the antenna's services, and a channel is recorded", async ({ 
   await expect.poll(() => tv(host, "playback")).toMatchObject({ paused: true });
   await expect(player.getByRole("slider", { name: "Position" })).toBeVisible();
   await player.getByRole("button", { name: "10 seconds back" }).click();
-  await expect(player.locator(".playback-time")).toHaveText(/^0:00 \/ 0:/);
+  await expect(player.locator(".seek-time")).toHaveText(/^0:00 \/ 0:/);
   await player.getByRole("button", { name: "Resume" }).click();
   await expect.poll(() => tv(host, "playback")).toMatchObject({ paused: false });
   await player.getByRole("button", { name: "Stop" }).click();

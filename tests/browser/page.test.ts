@@ -108,6 +108,8 @@ for (const [place, least] of [
   ["guide", 12],
   ["recordings", 12],
   ["scan", 16],
+  ["media", 12],
+  ["home-network", 12],
   ["remote", 60],
 ] as const) {
   test(`every control of ${place} has a name`, async ({ open }) => {

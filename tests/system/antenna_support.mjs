@@ -125,6 +125,8 @@ export async function viewer(t, host, used = new Set()) {
         notices.set(about, [...(notices.get(about) ?? []), ...items]);
       }
     },
+    // How many notifications have come and were not taken.
+    raised: () => client.pending('notify') + [...notices.values()].flat().length,
     call: client.call,
     ask: client.ask,
   };

@@ -19,9 +19,9 @@ export function environment(more = {}) {
 }
 
 // Runs a program to its end: {code, stdout, stderr}. The time limit keeps a hang from being waited for.
-export function run(program, words, { env = {}, seconds = 60 } = {}) {
+export function run(program, words, { env = {}, cwd, seconds = 60 } = {}) {
   return new Promise((resolve, reject) => {
-    const child = spawn(program, words, { env: environment(env), stdio: ['ignore', 'pipe', 'pipe'] });
+    const child = spawn(program, words, { env: environment(env), cwd, stdio: ['ignore', 'pipe', 'pipe'] });
     const told = { stdout: '', stderr: '' };
     child.stdout.setEncoding('utf8').on('data', (text) => (told.stdout += text));
     child.stderr.setEncoding('utf8').on('data', (text) => (told.stderr += text));

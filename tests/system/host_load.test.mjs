@@ -3,9 +3,8 @@
 import assert from 'node:assert/strict';
 import { once } from 'node:events';
 import { test } from 'node:test';
-import { Worker } from 'node:worker_threads';
 import { connect, dial, dialWebSocket, frame, modify, mute, sanitized, sleep, slowCall, startHost, valueOf, volume, within } from './host_support.mjs';
-import { hostLine, resident } from './wire_support.mjs';
+import { hostLine, prober, resident } from './wire_support.mjs';
 
 const full = process.env.DTV_LOAD === 'full';
 // Times of another client's gets in ms. A client that is not served waits for all of the harm, which lasts seconds; a busy
@@ -156,21 +155,6 @@ async function printMuch(t, host, { count, stream }, params) {
     assert.ok(replies.every(({ error }) => error === undefined), 'every get is answered by the plugin');
   }
   return () => {};
-}
-
-// Another client. times(during) are those of its gets while the promise is pending.
-async function prober(t, host, params) {
-  const worker = new Worker(new URL('./load_probe.mjs', import.meta.url), { workerData: { port: host.port, token: host.token, params } });
-  t.after(() => worker.terminate());
-  await within(once(worker, 'message'), 'connection of the probe');
-  return {
-    async times(during) {
-      worker.postMessage('begin');
-      await during.finally(() => worker.postMessage('end'));
-      const [times] = await within(once(worker, 'message'), 'reply to a get of another client');
-      return times;
-    },
-  };
 }
 
 for (const [name, harm] of Object.entries(harms))

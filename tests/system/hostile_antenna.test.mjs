@@ -158,7 +158,7 @@ test('a multiplex that shrinks and vanishes while its picture is shown and recor
   const size = () => statSync(join(host.state, file)).size;
   await until(size, (bytes) => bytes > 50_000, 'the recording');
   await grows(t, host, 'the shrinking file', async () => {
-    // Packets go on, first of what is left, then none.
+    // The tuner first reads the packets that are left in the file, then finds none.
     truncateSync(copy, Math.floor(whole.length / 2) + 77);
     const before = size();
     await until(size, (bytes) => bytes > before + 100_000, 'the recording of what is left');

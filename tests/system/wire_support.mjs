@@ -1,6 +1,8 @@
 // What the wire tests share: requests as text, and answers split into their parts.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
+import { Worker } from 'node:worker_threads';
 import { dial, modify, sanitized, volume, within } from './host_support.mjs';
 
 // How long an answer that comes at once may take.
@@ -94,6 +96,21 @@ export function processorTime(pid) {
 
 // Resident memory of a process in MiB.
 export const resident = (pid) => Number(/VmRSS:\s+(\d+) kB/.exec(readFileSync(`/proc/${pid}/status`, 'utf8'))[1]) / 1024;
+
+// Another client. times(during) are those of its gets while the promise is pending.
+export async function prober(t, host, params) {
+  const worker = new Worker(new URL('./load_probe.mjs', import.meta.url), { workerData: { port: host.port, token: host.token, params } });
+  t.after(() => worker.terminate());
+  await within(once(worker, 'message'), 'connection of the probe');
+  return {
+    async times(during) {
+      worker.postMessage('begin');
+      await during.finally(() => worker.postMessage('end'));
+      const [times] = await within(once(worker, 'message'), 'reply to a get of another client');
+      return times;
+    },
+  };
+}
 
 // Splits what a server sent on a WebSocket into its frames: {opcode, final, reserved, masked, payload}.
 export function framesIn(bytes) {

@@ -19,7 +19,7 @@ static constexpr std::size_t kMostRatings = 32;
 static constexpr std::size_t kMostExtended = 64;    // extended event descriptors
 static constexpr std::size_t kMostDetails = 16384;  // bytes
 // The private data specifiers under which 0x83 has logical channel numbers: of EACEM, NorDig and the United Kingdom.
-// The fields are the same but for unused bits: 10 bits of the number, or 14 of NorDig's.
+// All three have the same fields, except that NorDig's number has 14 bits and the others' has 10.
 static constexpr std::uint32_t kEacem = 0x00000028;
 static constexpr std::uint32_t kNordig = 0x00000029;
 static constexpr std::uint32_t kUnitedKingdom = 0x0000233A;

@@ -449,7 +449,7 @@ TEST(TvStoreDisk, FullDiskFailsTheChangeAndChangesNothing) {
     TvFolder folder;
     bool skipped = false;
     const int status = run_apart([&] {
-      if (!mount_small(folder.path, 256)) _exit(77);
+      if (!mount_small(folder.path, 1024)) _exit(77);
       live_on_a_full_disk(folder.path, deferred);
       return !testing::Test::HasFailure();
     });

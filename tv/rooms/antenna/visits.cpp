@@ -171,6 +171,10 @@ std::vector<Multiplex> due_multiplexes() {
   const TimerTime now = timer_now();
   const std::chrono::hours pause = remote_is_on() ? kVisitPause : kVisitPauseInStandby;
   const std::lock_guard guard(state.lock);
+  std::erase_if(state.visited, [&](const auto& visited) {
+    return std::ranges::none_of(
+        due, [&](const Multiplex& each) { return StreamId(each.network, each.stream) == visited.first; });
+  });
   std::erase_if(due, [&](const Multiplex& each) {
     const auto visited = state.visited.find({each.network, each.stream});
     return (visited != state.visited.end() && now < visited->second + pause) ||

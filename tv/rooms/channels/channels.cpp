@@ -61,6 +61,33 @@ std::optional<Channel> channels_by_number(std::uint32_t number) {
   return channel_or_none(find_number(*lists, number));
 }
 
+bool channels_is_favourite(std::uint32_t channel_id) {
+  const auto lists = lists_now();
+  const Entry* const entry = find_id(*lists, channel_id);
+  const auto& favourites = lists->favourites[0];
+  return entry != nullptr &&
+         std::ranges::find(favourites, reference_of(entry->channel.list, entry->channel.record)) != favourites.end();
+}
+
+std::vector<std::uint32_t> channels_shown(ShownList list) {
+  const auto lists = lists_now();
+  const View& view = list == ShownList::kAll ? lists->views[0] : lists->favourite_views[0];
+  std::vector<std::uint32_t> ids;
+  ids.reserve(view.order.size());
+  for (std::size_t i = 0; i < view.order.size(); ++i)
+    if ((view.masks[i] & kShown.mask) == kShown.value) ids.push_back(view.order[i]->channel.id);
+  return ids;
+}
+
+bool channels_records(std::uint32_t channel_id, SVL_REC_T& ret_service, TSL_REC_T& ret_stream) {
+  const auto lists = lists_now();
+  const Entry* const entry = find_id(*lists, channel_id);
+  if (entry == nullptr) return false;
+  ret_service = service_record(*entry);
+  ret_stream = stream_record(*entry);
+  return true;
+}
+
 std::vector<Channel> channels_all_by_key(const ServiceKey& key) {
   const auto lists = lists_now();
   std::vector<Channel> found;

@@ -111,6 +111,15 @@ std::optional<Channel> channels_step_favourite(std::uint32_t channel_id, int by)
 // Adds the channel to the favourites, or removes it. Returns whether it is one now; nothing if it was not saved.
 std::optional<bool> channels_toggle_favourite(std::uint32_t channel_id);
 
+bool channels_is_favourite(std::uint32_t channel_id);
+
+// The identifiers of the channels that a viewer sees, in their order: of the one channel list, or of the favourites.
+enum class ShownList { kAll, kFavourites };
+std::vector<std::uint32_t> channels_shown(ShownList list);
+
+// The channel's records as the TV API has them. False: there is no such channel.
+bool channels_records(std::uint32_t channel_id, SVL_REC_T& ret_service, TSL_REC_T& ret_stream);
+
 // All channels in the order of the one channel list, hidden ones included.
 std::vector<Channel> channels_all();
 

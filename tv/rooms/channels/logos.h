@@ -11,7 +11,7 @@
 inline constexpr const char* kLogoFolder = "/ChLogo";          // in the state folder
 inline constexpr std::size_t kLongestLogo = 256u << 10;        // bytes of a file that is taken
 inline constexpr std::size_t kMostLogos = 2'000;               // files in PreDef
-inline constexpr std::size_t kMostLogoFiles = 4 * kMostLogos;  // that are looked at in a folder of logos
+inline constexpr std::size_t kMostLogoFiles = 4 * kMostLogos;  // that take_logos reads at most
 
 // Makes the folder and its two folders, where they are missing.
 void make_logo_folder(const std::string& folder);

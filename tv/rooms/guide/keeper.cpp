@@ -57,32 +57,17 @@ Keeper& keeper = *new Keeper;
 
 // ---- The file ----
 
-// database_open opens the file for one connection only, which SQLite does not undo while the write-ahead log exists.
-// The store's folder lock keeps other processes out.
-bool share(Database& writer, Database& ret_reader, std::string& ret_error) {
-  constexpr const char* kShared =
-      "PRAGMA journal_mode=DELETE; PRAGMA locking_mode=NORMAL; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
-      "PRAGMA cache_size=-20000; PRAGMA journal_size_limit=16777216; PRAGMA temp_store=MEMORY";
-  sqlite3* handle = nullptr;
-  const bool opened = database_execute(writer.handle, kShared) == SQLITE_OK &&
-                      sqlite3_open_v2(keeper.path.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
-                                      nullptr) == SQLITE_OK &&
-                      database_execute(handle,
-                                       "PRAGMA query_only=ON; PRAGMA cell_size_check=ON; PRAGMA cache_size=-4000; "
-                                       "SELECT count(*) FROM sqlite_schema") == SQLITE_OK;
-  if (!opened) {
-    ret_error = "cannot use " + keeper.path + ": " + sqlite3_errmsg(handle == nullptr ? writer.handle : handle);
-    sqlite3_close(handle);
-    return false;
-  }
-  ret_reader = {.handle = handle, .statements = {}};
-  return true;
-}
+// What a broadcast repeats anyway need not survive a power cut. An import fills large indexes.
+constexpr const char* kWriter = "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-20000; PRAGMA temp_store=MEMORY";
 
 // The caller holds the reading lock.
 bool open_both(DatabaseCheck check, std::string& ret_error) {
   if (!database_open(keeper.path, kGuideLayouts, keeper.writer, ret_error, check)) return false;
-  if (share(keeper.writer, keeper.reader, ret_error)) return true;
+  if (database_share(keeper.path, keeper.writer, keeper.reader, ret_error) &&
+      database_execute(keeper.writer.handle, kWriter) == SQLITE_OK) {
+    return true;
+  }
+  database_close(keeper.reader);
   database_close(keeper.writer);
   return false;
 }

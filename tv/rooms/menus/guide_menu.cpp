@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
@@ -92,9 +93,8 @@ Acted record(MenuView& view) { return plan(view, RecorderPlan::kRecord, "will_re
 Acted remind(MenuView& view) { return plan(view, RecorderPlan::kRemind, "reminder", "no_reminder"); }
 
 boost::json::object shown_event(const GuideEvent& event) {
-  boost::json::object shown{{"title", shortened(event.title, kLongestShown)},
-                            {"start", reply_time(event.start)},
-                            {"seconds", event.duration}};
+  boost::json::object shown{
+      {"title", cut_text(event.title, kLongestShown)}, {"start", reply_time(event.start)}, {"seconds", event.duration}};
   const std::string_view mark = recorder_mark(event);
   if (!mark.empty()) shown["mark"] = mark;
   return shown;
@@ -104,7 +104,7 @@ boost::json::object shown_with_channel(const MenuView& view, const GuideEvent& e
   boost::json::object shown = shown_event(event);
   if (const auto channel = channel_of(view)) {
     shown["number"] = channel->number;
-    shown["channel"] = shortened(channel->name, kLongestShown);
+    shown["channel"] = cut_text(channel->name, kLongestShown);
   }
   return shown;
 }
@@ -149,8 +149,7 @@ boost::json::object guide_row(std::int64_t item, const MenuView& view) {
   boost::json::array events;
   for (const GuideEvent& each : guide_events(channel->key, view.from, view.from + kWindow, kShownEvents))
     events.push_back(shown_event(each));
-  return {
-      {"number", channel->number}, {"name", shortened(channel->name, kLongestShown)}, {"events", std::move(events)}};
+  return {{"number", channel->number}, {"name", cut_text(channel->name, kLongestShown)}, {"events", std::move(events)}};
 }
 
 void add_guide(const MenuView& view, boost::json::object& reply) {
@@ -162,7 +161,7 @@ void add_guide(const MenuView& view, boost::json::object& reply) {
   const auto event = chosen(view);
   if (!event) return;
   boost::json::object shown = shown_with_channel(view, *event);
-  shown["summary"] = shortened(event->summary.empty() ? event->details : event->summary, kLongestSummary);
+  shown["summary"] = cut_text(event->summary.empty() ? event->details : event->summary, kLongestSummary);
   reply["event"] = std::move(shown);
   const auto chosen_row = reply.at("selected").at("row").to_number<std::size_t>();
   const boost::json::value* const events = reply.at("rows").at(chosen_row).as_object().if_contains("events");
@@ -178,5 +177,5 @@ void add_details(const MenuView& view, boost::json::object& reply) {
   const auto event = chosen(view);
   if (!event) return;
   reply["event"] = shown_with_channel(view, *event);
-  reply["text"] = shortened(event->details.empty() ? event->summary : event->details, kLongestText);
+  reply["text"] = cut_text(event->details.empty() ? event->summary : event->details, kLongestText);
 }

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <boost/json.hpp>
 
+#include "core/text.h"
 #include "rooms/channels/channels.h"
-#include "rooms/channels/state.h"
 #include "rooms/clock/clock.h"
 #include "rooms/guide/guide.h"
 #include "rooms/menus/menus.h"
@@ -27,20 +27,12 @@ constexpr MenuAction kOfMain[] = {{"ENTER", "open", open_chosen}, {"RIGHT", "", 
 
 // ---- Channels: an item is a channel's identifier ----
 
-std::vector<std::int64_t> ids_of(const View& channels) {
-  std::vector<std::int64_t> ids;
-  ids.reserve(channels.order.size());
-  for (std::size_t i = 0; i < channels.order.size(); ++i)
-    if ((channels.masks[i] & kShown.mask) == kShown.value) ids.push_back(channels.order[i]->channel.id);
-  return ids;
+std::vector<std::int64_t> items_of(ShownList list) {
+  const std::vector<std::uint32_t> ids = channels_shown(list);
+  return {ids.begin(), ids.end()};
 }
 
 std::uint32_t id_of(const MenuView& view) { return static_cast<std::uint32_t>(view.item); }
-
-bool is_favourite(const Lists& lists, const Channel& channel) {
-  return std::ranges::find(lists.favourites[0], reference_of(channel.list, channel.record)) !=
-         lists.favourites[0].end();
-}
 
 Acted toggle_favourite(MenuView& view) {
   const auto channel = channels_by_id(id_of(view));
@@ -80,7 +72,7 @@ constinit const std::span<const MenuAction> kMainActions = kOfMain;
 constinit const std::span<const MenuAction> kChannelActions = kOfChannels;
 constinit const std::span<const MenuAction> kSourceActions = kOfSources;
 
-std::vector<std::int64_t> main_items() {
+std::vector<std::int64_t> main_items(const MenuView&) {
   std::vector<std::int64_t> items;
   for (const Menu& each : menus_table())
     if (each.in_main) items.push_back(&each - menus_table().data());
@@ -91,21 +83,20 @@ boost::json::object main_row(std::int64_t item, const MenuView&) {
   return {{"name", menu_of(item).title}, {"menu", menu_of(item).name}};
 }
 
-std::vector<std::int64_t> channel_items() { return ids_of(lists_now()->views[0]); }
+std::vector<std::int64_t> channel_items(const MenuView&) { return items_of(ShownList::kAll); }
 
-std::vector<std::int64_t> favourite_items() { return ids_of(lists_now()->favourite_views[0]); }
+std::vector<std::int64_t> favourite_items(const MenuView&) { return items_of(ShownList::kFavourites); }
 
 boost::json::object channel_row(std::int64_t item, const MenuView&) {
-  const auto lists = lists_now();
-  const Entry* const entry = find_id(*lists, static_cast<std::uint32_t>(item));
-  if (entry == nullptr) return gone_row();
-  const Channel& channel = entry->channel;
-  boost::json::object row{{"number", channel.number}, {"name", shortened(channel.name, kLongestShown)}};
-  if (const auto event = guide_event_at(channel.key, clock_utc())) row["note"] = shortened(event->title, kLongestShown);
+  const auto found = channels_by_id(static_cast<std::uint32_t>(item));
+  if (!found) return gone_row();
+  const Channel& channel = *found;
+  boost::json::object row{{"number", channel.number}, {"name", cut_text(channel.name, kLongestShown)}};
+  if (const auto event = guide_event_at(channel.key, clock_utc())) row["note"] = cut_text(event->title, kLongestShown);
   const auto current = tuner_channel();
   boost::json::array marks;
   if (current && current->id == channel.id && sources_is_tv()) marks.emplace_back("current");
-  if (is_favourite(*lists, channel)) marks.emplace_back("favourite");
+  if (channels_is_favourite(channel.id)) marks.emplace_back("favourite");
   if (channel.blocked) marks.emplace_back("blocked");
   if (recorder_records(channel.key)) marks.emplace_back("recording");
   if (!marks.empty()) row["marks"] = std::move(marks);
@@ -121,7 +112,7 @@ Acted watch_channel(MenuView& view) {
   return tuner_choose(id_of(view)) ? Acted::kCloses : Acted::kNotSaved;
 }
 
-std::vector<std::int64_t> source_items() {
+std::vector<std::int64_t> source_items(const MenuView&) {
   std::vector<std::int64_t> items;
   for (int source = 0; source < kSources; ++source) items.push_back(source + 1);
   return items;

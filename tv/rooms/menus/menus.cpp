@@ -8,12 +8,13 @@
 #include <optional>
 #include <utility>
 
-#include "base/text.h"
 #include "core/reply.h"
 #include "core/room.h"
+#include "core/text.h"
 #include "rooms/menus/parts.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
+#include "rooms/usb/usb.h"
 
 namespace {
 
@@ -79,7 +80,7 @@ void place(MenuView& view, const std::vector<std::int64_t>& items) {
 std::vector<std::int64_t> tidy(MenuView& view) {
   std::vector<std::int64_t> items;
   if (view.menu->items != nullptr) {
-    items = view.menu->items();
+    items = view.menu->items(view);
     place(view, items);
   }
   if (view.menu->tidy != nullptr) view.menu->tidy(view);
@@ -172,17 +173,8 @@ void show_menu(MenuView& view, const Menu& menu, bool keep) {
   view.row = 0;
   view.time = 0;
   view.from = 0;
+  view.folder.clear();
   if (menu.begin != nullptr) menu.begin(view);
-}
-
-std::string shortened(std::string_view text, std::size_t most) {
-  std::size_t length = 0;
-  while (length < text.size()) {
-    const std::size_t next = std::max<std::size_t>(1, utf8_length(text.substr(length)));
-    if (length + next > most) break;
-    length += next;
-  }
-  return std::string(text.substr(0, length));
 }
 
 boost::json::object gone_row() {
@@ -225,6 +217,19 @@ const char* menus_help(std::string_view key) {
 void menus_close() {
   const std::lock_guard guard(state.lock);
   state.view = {.version = ++state.versions};
+}
+
+void menus_sticks_changed() {
+  MenuView view;
+  {
+    const std::lock_guard guard(state.lock);
+    view = state.view;
+  }
+  if (view.menu == nullptr || view.folder.empty() || usb_stick_of(view.folder)) return;
+  view.folder.clear();
+  view.item = 0;
+  view.row = 0;
+  keep(view);
 }
 
 void menus_open_application(std::string_view application) {
@@ -286,7 +291,7 @@ boost::json::object menu_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"menu", "[main|guide|channels|favourites|sources|recordings|timers|close]", 1,
+    {"menu", "[main|guide|channels|favourites|sources|recordings|timers|media|close]", 1,
      "Shows the open menu; opens one, or closes it; keys operate it (\"key DOWN\")", menu_command},
 };
 

@@ -24,6 +24,9 @@ const char* menus_help(std::string_view key);
 
 void menus_close();
 
+// The USB room has inserted or removed a stick: a removed one's folders are left.
+void menus_sticks_changed();
+
 // An application of the set's own was started: opens its menu, or closes the open one if it has none.
 void menus_open_application(std::string_view application);
 

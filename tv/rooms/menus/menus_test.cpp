@@ -88,7 +88,7 @@ TEST_F(TvMenus, OneMenuIsOpenAtMost) {
 
 TEST_F(TvMenus, TheMainMenuOpensTheOthers) {
   press("MENU");
-  EXPECT_EQ(names(), "Programme guide Channel list Favourites Sources Recordings Timers ");
+  EXPECT_EQ(names(), "Programme guide Channel list Favourites Sources Recordings Timers Media ");
   const char* const menus[] = {"guide", "channels", "favourites", "sources", "recordings", "timers"};
   for (std::size_t i = 0; i < std::size(menus); ++i) {
     expect_done(run({"menu", "main"}));

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <mutex>
 
+#include "core/text.h"
 #include "core/timers.h"
 #include "rooms/menus/menus.h"
 #include "rooms/menus/parts.h"
@@ -37,6 +38,9 @@ constexpr Message kMessages[] = {
     {"subtitles_on", "Subtitles: on"},
     {"subtitles_off", "Subtitles: off"},
     {"sound", "Sound"},
+    {"subtitles", "Subtitles"},
+    {"repeat", "Repeat"},
+    {"playing", "Playing"},
     {"picture_mode", "Picture mode"},
     {"sound_mode", "Sound mode"},
     {"aspect_ratio", "Picture format"},
@@ -60,7 +64,7 @@ void menus_say(std::string_view word, std::string_view about) {
   if (found == std::end(kMessages)) return;
   const std::lock_guard guard(state.lock);
   state.message = found;
-  state.about = shortened(about, kLongestAbout);
+  state.about = cut_text(about, kLongestAbout);
   state.until = timer_now() + kMessageTime;
 }
 

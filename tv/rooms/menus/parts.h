@@ -33,6 +33,7 @@ struct MenuView {
   std::size_t row = 0;                // its place in the list; if it has gone, the item at this place is chosen
   std::int64_t time = 0;              // in the guide: a time within the chosen event
   std::int64_t from = 0;              // in the guide: when the shown hours begin
+  std::string folder = {};            // of media: whose entries are shown; empty: the sticks
   std::int64_t asked = 0;             // the recording that RED deletes; 0: none
   TimerTime asked_until{};            // if it is pressed before this time
 };
@@ -60,7 +61,7 @@ struct Menu {
   bool in_main = false;          // the main menu lists it
   bool pages = true;             // by CH+ and CH-; else they change the channel
   std::span<const MenuAction> actions = {};
-  std::vector<std::int64_t> (*items)() = nullptr;  // null: a text
+  std::vector<std::int64_t> (*items)(const MenuView& view) = nullptr;  // null: a text
   boost::json::object (*row)(std::int64_t item, const MenuView& view) = nullptr;
   void (*begin)(MenuView& view) = nullptr;                                  // chooses; null: the first item
   void (*tidy)(MenuView& view) = nullptr;                                   // before it is shown and before an action
@@ -73,9 +74,6 @@ const Menu* find_menu(std::string_view name);
 // Shows that menu in place of the view's. The chosen item stays with `keep`.
 void show_menu(MenuView& view, const Menu& menu, bool keep);
 
-// The text, cut between characters.
-std::string shortened(std::string_view text, std::size_t most);
-
 // Of an item that has gone while the list was made.
 boost::json::object gone_row();
 
@@ -84,13 +82,13 @@ Acted refuse(std::string_view why);  // tells the viewer
 // ---- What the rows of the table consist of ----
 
 // lists.cpp
-std::vector<std::int64_t> main_items();
+std::vector<std::int64_t> main_items(const MenuView& view);
 boost::json::object main_row(std::int64_t item, const MenuView& view);
-std::vector<std::int64_t> channel_items();
-std::vector<std::int64_t> favourite_items();
+std::vector<std::int64_t> channel_items(const MenuView& view);
+std::vector<std::int64_t> favourite_items(const MenuView& view);
 boost::json::object channel_row(std::int64_t item, const MenuView& view);
 void choose_channel(MenuView& view);
-std::vector<std::int64_t> source_items();
+std::vector<std::int64_t> source_items(const MenuView& view);
 boost::json::object source_row(std::int64_t item, const MenuView& view);
 void choose_source(MenuView& view);
 extern const std::span<const MenuAction> kMainActions;
@@ -109,9 +107,16 @@ extern const std::span<const MenuAction> kGuideActions;
 extern const std::span<const MenuAction> kDetailsActions;
 
 // recorder_menus.cpp
-std::vector<std::int64_t> recording_items();
+std::vector<std::int64_t> recording_items(const MenuView& view);
 boost::json::object recording_row(std::int64_t item, const MenuView& view);
-std::vector<std::int64_t> timer_items();
+std::vector<std::int64_t> timer_items(const MenuView& view);
 boost::json::object timer_row(std::int64_t item, const MenuView& view);
 extern const std::span<const MenuAction> kRecordingActions;
 extern const std::span<const MenuAction> kTimerActions;
+
+// media_menu.cpp
+std::vector<std::int64_t> media_items(const MenuView& view);
+boost::json::object media_row(std::int64_t item, const MenuView& view);
+void tidy_media(MenuView& view);
+void add_media(const MenuView& view, boost::json::object& reply);
+extern const std::span<const MenuAction> kMediaActions;

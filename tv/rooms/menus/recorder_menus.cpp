@@ -2,6 +2,7 @@
 #include <boost/json.hpp>
 
 #include "core/reply.h"
+#include "core/text.h"
 #include "rooms/channels/channels.h"
 #include "rooms/menus/menus.h"
 #include "rooms/menus/parts.h"
@@ -13,8 +14,8 @@ namespace {
 int id_of(const MenuView& view) { return static_cast<int>(view.item); }
 
 boost::json::object shown(const RecorderLine& line) {
-  boost::json::object row{{"name", shortened(line.title, kLongestShown)},
-                          {"note", shortened(line.channel, kLongestShown)},
+  boost::json::object row{{"name", cut_text(line.title, kLongestShown)},
+                          {"note", cut_text(line.channel, kLongestShown)},
                           {"start", reply_time(line.start)},
                           {"seconds", line.duration}};
   if (!line.mark.empty()) row["marks"].emplace_array().emplace_back(line.mark);
@@ -71,14 +72,14 @@ constexpr MenuAction kOfTimers[] = {{"ENTER", "guide", show_event}, {"RED", "del
 constinit const std::span<const MenuAction> kRecordingActions = kOfRecordings;
 constinit const std::span<const MenuAction> kTimerActions = kOfTimers;
 
-std::vector<std::int64_t> recording_items() { return recorder_recordings(); }
+std::vector<std::int64_t> recording_items(const MenuView&) { return recorder_recordings(); }
 
 boost::json::object recording_row(std::int64_t item, const MenuView&) {
   const auto recording = recorder_recording(static_cast<int>(item));
   return recording ? shown(*recording) : gone_row();
 }
 
-std::vector<std::int64_t> timer_items() { return recorder_timers(); }
+std::vector<std::int64_t> timer_items(const MenuView&) { return recorder_timers(); }
 
 boost::json::object timer_row(std::int64_t item, const MenuView&) {
   const auto timer = recorder_timer(static_cast<int>(item));

@@ -105,6 +105,19 @@ const Menu kMenus[] = {
      .actions = kTimerActions,
      .items = timer_items,
      .row = timer_row},
+    {.name = "media",
+     .key = "",
+     .title = "Media",
+     .help = "",
+     .application = "",
+     .parent = "",
+     .time = seconds(300),
+     .in_main = true,
+     .actions = kMediaActions,
+     .items = media_items,
+     .row = media_row,
+     .tidy = tidy_media,
+     .add = add_media},
 };
 
 }  // namespace

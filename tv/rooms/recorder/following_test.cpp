@@ -51,6 +51,19 @@ TEST_F(RecorderFollows, RecordingNowFollowsItsEvent) {
   EXPECT_EQ(text_in(newest_recording(), "status"), "complete");
 }
 
+TEST_F(RecorderFollows, RecordingByTheRedKeyFollowsItsEvent) {
+  const std::int64_t start = now() - 10 * kMinute, end = now() + 20 * kMinute;
+  import_guide({{"One", start, end, "The Match"}});
+  expect_done(run({"key", "RED"}));
+  grows_to(kSome);
+  ASSERT_EQ(listed_timers().size(), 1u);
+  EXPECT_EQ(end_of(listed_timers()[0]), end + kEndPadding);
+  import_guide({{"One", start, end + 15 * kMinute, "The Match"}});
+  dtv_tv_advance(1000);
+  EXPECT_EQ(end_of(listed_timers()[0]), end + 15 * kMinute + kEndPadding);
+  expect_done(run({"record", "stop"}));
+}
+
 TEST_F(RecorderFollows, RecordingForATimeKeepsItAndNamesTheEvent) {
   const std::int64_t start = now() - 10 * kMinute, end = now() + 20 * kMinute;
   import_guide({{"One", start, end, "The News"}});

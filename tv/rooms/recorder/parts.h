@@ -33,7 +33,6 @@ inline constexpr std::int64_t kLookEvery = 10 * 60;                   // s betwe
 inline constexpr std::chrono::seconds kGuidePause{10};                // between searches because the guide has changed
 inline constexpr std::size_t kLongestTitle = 255;                     // bytes
 inline constexpr const char* kRecordingsFolder = "recordings";        // in the state folder
-inline constexpr const char* kAfterKey = "g_rec__end_padding";        // configuration: minutes after an event
 
 // What is due at a time: a reminder, the timer of a recording, or a series. Its id is the request's slot.
 struct Plan {

@@ -16,7 +16,8 @@
 namespace {
 
 constexpr const char* kBeforeKey = "g_rec__start_padding";  // minutes
-constexpr std::int64_t kSameEvent = 12 * 60 * 60;           // s by which the broadcaster can move an event
+constexpr const char* kAfterKey = "g_rec__end_padding";
+constexpr std::int64_t kSameEvent = 12 * 60 * 60;  // s by which the broadcaster can move an event
 
 Window window_of(const Plan& plan) {
   return {.id = plan.id, .from = plan_begin(plan), .to = plan_end(plan), .key = plan.key};

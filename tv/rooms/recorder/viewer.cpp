@@ -69,16 +69,9 @@ std::string recorder_toggle(std::uint32_t channel_id, const GuideEvent& event, R
 std::string recorder_record(std::string& ret_title) {
   const auto channel = tuner_channel();
   if (!channel) return "there is no channel";
-  const std::int64_t now = clock_utc();
-  std::uint32_t duration = 0;  // the configured one
-  if (const auto event = guide_event_at(channel->key, now); event && is_running(*event, now)) {
-    const std::int64_t after = std::max<INT32>(0, config_number(kAfterKey)) * std::int64_t{60};
-    duration =
-        static_cast<std::uint32_t>(std::min<std::int64_t>(event->start + event->duration + after - now, kLongestEvent));
-  }
   const std::lock_guard guard(recorder.changing);
   int recording = 0;
-  Outcome outcome = record_now(channel->id, duration, "", recording);
+  Outcome outcome = record_now(channel->id, 0, "", recording);
   if (outcome.result == RMDR_RESULT_OK) ret_title = find_recording(recording)->title;
   return std::move(outcome.why);
 }

@@ -27,8 +27,11 @@
 #include "rooms/channels/channels.h"
 #include "rooms/clock/clock.h"
 #include "rooms/config/config.h"
+#include "rooms/home_network/home_network.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/menus/menus.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/photos/photos.h"
 #include "rooms/playback/playback.h"
 #include "rooms/recorder/recorder.h"
 #include "rooms/remote/settings.h"
@@ -152,17 +155,46 @@ bool press_enter(int) {
     is_number = state.digits != 0;
   }
   if (is_number) return tune_to_number();
+  if (photos_press_pause() || media_player_press_pause()) return true;
   if (apps_have_keys() || playback_press_pause()) return true;
   if (!sources_is_tv()) return not_available("ENTER");
   menus_open_with("ENTER");
   return true;
 }
 
-bool press_on(int by) { return playback_press_skip(by) || not_available("FF"); }
+bool press_on(int by) { return media_player_press_skip(by) || playback_press_skip(by) || not_available("FF"); }
 
-bool press_back(int by) { return playback_press_skip(-by) || not_available("FR"); }
+bool press_back(int by) { return media_player_press_skip(-by) || playback_press_skip(-by) || not_available("FR"); }
 
-bool press_beginning(int) { return playback_press_skip(-INT_MAX) || not_available("PREV"); }
+bool press_next(int) { return photos_press_next(1) || media_player_press_next(1) || not_available("NEXT"); }
+
+bool press_beginning(int) {
+  return photos_press_next(-1) || media_player_press_next(-1) || playback_press_skip(-INT_MAX) || not_available("PREV");
+}
+
+bool press_side(int step) { return photos_press_next(step) || not_available(step < 0 ? "LEFT" : "RIGHT"); }
+
+bool press_turn(int) { return photos_press_turn() || not_available("GREEN"); }
+
+bool press_freeze(int) { return media_player_press_pause() || playback_press_pause() || not_available("FREEZE"); }
+
+bool press_repeat(int) {
+  std::string repeat;
+  if (!media_player_press_repeat(repeat)) return not_available("REPEAT");
+  menus_say("repeat", repeat);
+  return true;
+}
+
+bool press_zoom(int which) { return photos_press_zoom() || media_player_press_zoom() || setting_step(which); }
+
+bool press_aspect(int which) { return photos_press_turn() || setting_step(which); }
+
+bool press_subtitles(int which) {
+  std::string chosen;
+  if (!media_player_press_track(true, chosen)) return setting_step(which);
+  menus_say(chosen.empty() ? "subtitles_off" : "subtitles", chosen);
+  return true;
+}
 
 bool press_favourite(int) {
   const auto channel = tuner_channel();
@@ -183,6 +215,14 @@ bool press_record(int) {
 }
 
 bool press_info(int) {
+  if (const auto playing = media_player_playing(); playing && media_player_drawer() != nullptr) {
+    const auto minutes = [](double seconds) {
+      const auto whole = static_cast<long>(seconds);
+      const std::string rest = std::to_string(whole % 60);
+      return std::to_string(whole / 60) + ":" + (rest.size() < 2 ? "0" : "") + rest;
+    };
+    menus_say("playing", playing->title + ", " + minutes(playing->position) + " / " + minutes(playing->duration));
+  }
   const std::lock_guard guard(state.lock);
   state.info = timer_now();
   return true;
@@ -202,6 +242,10 @@ bool press_source(int) {
 }
 
 bool press_audio(int) {
+  if (std::string chosen; media_player_press_track(false, chosen)) {
+    menus_say("sound", chosen);
+    return true;
+  }
   if (!tuner_step_audio()) return false;
   const std::vector<TunerTrack> tracks = tuner_tracks();
   const auto chosen = std::ranges::find_if(
@@ -234,7 +278,8 @@ bool press_sleep(int) {
 
 bool press_exit(int) {
   const bool was_number = take_number().has_value();
-  return was_number || playback_press_stop() || apps_leave_menu() || not_available("EXIT");
+  return was_number || photos_press_stop() || media_player_press_stop() || playback_press_stop() || apps_leave_menu() ||
+         not_available("EXIT");
 }
 
 bool press_power(int) {
@@ -258,12 +303,12 @@ constexpr Action kActions[] = {
     {"POWER", "to standby and back", press_power},
     {"SOURCE", "next source; shows the list of sources", press_source},
     {"SLEEP", "next step of the sleep timer", press_sleep},
-    {"ZOOM", "enlarges the picture, or no longer", press_setting, kSettingZoom},
+    {"ZOOM", "enlarges the picture, a photo or a film, or no longer", press_zoom, kSettingZoom},
     {"P.EFFECT", "next picture mode", press_setting, kSettingPicture},
     {"S.EFFECT", "next sound mode", press_setting, kSettingSound},
-    {"ASPECT", "next picture format", press_setting, kSettingAspect},
-    {"CC", "subtitles on and off", press_setting, kSettingSubtitles},
-    {"SUBTITLE", "subtitles on and off", press_setting, kSettingSubtitles},
+    {"ASPECT", "next picture format; turns a photo", press_aspect, kSettingAspect},
+    {"CC", "subtitles on and off; of a film: the next ones", press_subtitles, kSettingSubtitles},
+    {"SUBTITLE", "subtitles on and off; of a film: the next ones", press_subtitles, kSettingSubtitles},
     {"0", "channel number; the PIN of a blocked channel", press_digit, 0, kWakes, kClosesMenu},
     {"1", "channel number; the PIN of a blocked channel", press_digit, 1, kWakes, kClosesMenu},
     {"2", "channel number; the PIN of a blocked channel", press_digit, 2, kWakes, kClosesMenu},
@@ -275,7 +320,8 @@ constexpr Action kActions[] = {
     {"8", "channel number; the PIN of a blocked channel", press_digit, 8, kWakes, kClosesMenu},
     {"9", "channel number; the PIN of a blocked channel", press_digit, 9, kWakes, kClosesMenu},
     {"ENTER",
-     "completes a channel number, or pauses and resumes a recording that is played, else opens the channel list; in a "
+     "completes a channel number; pauses and resumes what is played, or a slide show; else opens the channel list; in "
+     "a "
      "menu: chooses",
      press_enter},
     {"CH+", "next channel; in a menu: a page up", press_channel, 1, kWakes, kClosesMenu},
@@ -283,11 +329,13 @@ constexpr Action kActions[] = {
     {"PRE-CH", "back to the channel seen before", press_previous, 0, kWakes, kClosesMenu},
     {"FAVCH+/-", "next favourite channel", press_favourite_channel, 0, kWakes, kClosesMenu},
     {"ADD/ERASE", "makes the channel a favourite, or no longer one", press_favourite},
-    {"INFO", "shows the channel and the programme; in the guide: the event's details", press_info},
+    {"INFO",
+     "shows the channel and the programme, or title and position of what is played; in the guide: the event's details",
+     press_info},
     {"UP", "in a menu: a row up"},
     {"DOWN", "in a menu: a row down"},
-    {"LEFT", "in the guide: the event before"},
-    {"RIGHT", "in the guide: the next event"},
+    {"LEFT", "the photo before; in the guide: the event before", press_side, -1},
+    {"RIGHT", "the next photo; in the guide: the next event", press_side, 1},
     {"MTS/AUDIO", "next sound track", press_audio},
     {"PIP/POP", "second picture: small, beside, none", press_pip},
     {"PIPPOS", "next corner for the small picture", press_pip_place},
@@ -297,13 +345,15 @@ constexpr Action kActions[] = {
     {"VOL-", "softer", press_volume, -1, false},
     {"MUTE", "mute", press_mute, 0, false},
     {"VOL_UI", "shows the volume", press_volume_bar},
-    {"FF", "30 seconds on in a recording that is played", press_on, 30},
-    {"FR", "10 seconds back in a recording that is played", press_back, 10},
-    {"PREV", "back to the beginning of a recording that is played", press_beginning},
-    {"EXIT", "closes the menu, ends the number, the recording that is played, or the set's own application",
-     press_exit},
+    {"FF", "30 seconds on in what is played", press_on, 30},
+    {"FR", "10 seconds back in what is played", press_back, 10},
+    {"NEXT", "next chapter, file or photo", press_next},
+    {"PREV", "previous chapter, file or photo; back to the beginning of a recording that is played", press_beginning},
+    {"REPEAT", "repeats the file that is played, its folder, or nothing", press_repeat},
+    {"FREEZE", "pauses and resumes what is played", press_freeze},
+    {"EXIT", "closes the menu, ends the number, the photo, what is played, or the set's own application", press_exit},
     {"RED", "records the programme; in a menu: what the menu says", press_record},
-    {"GREEN", "in a menu: what the menu says"},
+    {"GREEN", "turns a photo; in a menu: what the menu says", press_turn},
     {"YELLOW", "in a menu: what the menu says"},
     {"BLUE", "in a menu: what the menu says"},
 };
@@ -340,6 +390,7 @@ bool press(const Key& key) {
     state.last_key = key.name;
   }
   menus_forget_message();
+  if (was_on) home_network_key(key.code, key.name == std::string_view("EXIT"));
   if (!was_on) {
     tuner_update();
     return true;
@@ -436,6 +487,8 @@ void remote_standby() {
     state.digits = 0;
   }
   playback_leave();
+  media_player_leave();
+  photos_leave();
   if (was_on) tuner_update();
   menus_close();
   multiview_end();

@@ -17,7 +17,9 @@
 #include "core/text.h"
 #include "rooms/cec/cec.h"
 #include "rooms/config/config.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/photos/photos.h"
 #include "rooms/playback/playback.h"
 #include "rooms/tuner/tuner.h"
 
@@ -89,6 +91,8 @@ std::string show(int source, bool with_locks) {
   if (source != state.current && !store_write(value)) return kNotSaved;
   state.current = source;
   playback_leave();
+  media_player_leave();
+  photos_leave();
   tuner_update();  // also for the same source: the picture may have been stopped
   return "";
 }

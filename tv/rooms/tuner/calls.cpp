@@ -1,7 +1,6 @@
 // Functions of the TV API about the channel that the main picture shows.
 #include "base/text.h"
 #include "core/reply.h"
-#include "rooms/channels/state.h"
 #include "rooms/tuner/tuner.h"
 
 INT32 a_vextvapi_channellist_get_current_channel(UINT16* ret_list, SVL_REC_T* ret_service, TSL_REC_T* ret_stream) {
@@ -9,12 +8,9 @@ INT32 a_vextvapi_channellist_get_current_channel(UINT16* ret_list, SVL_REC_T* re
     return refuse_call(__func__, "there is no room for the answer");
   }
   const auto channel = tuner_channel();
-  const auto lists = lists_now();
-  const Entry* const entry = channel ? find_reference(*lists, reference_of(channel->list, channel->record)) : nullptr;
-  if (entry == nullptr) return refuse_call(__func__, "the channel list is empty");
-  *ret_list = entry->channel.list;
-  *ret_service = service_record(*entry);
-  *ret_stream = stream_record(*entry);
+  if (!channel || !channels_records(channel->id, *ret_service, *ret_stream))
+    return refuse_call(__func__, "the channel list is empty");
+  *ret_list = channel->list;
   return 0;
 }
 

@@ -23,7 +23,9 @@
 #include "rooms/antenna/antenna.h"
 #include "rooms/config/config.h"
 #include "rooms/guide/guide.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/multiview/multiview.h"
+#include "rooms/photos/photos.h"
 #include "rooms/playback/playback.h"
 #include "rooms/remote/remote.h"
 #include "rooms/sources/sources.h"
@@ -122,6 +124,8 @@ bool choose(const Channel& channel) {
     if (!same) state.tracks = {};
   }
   playback_leave();
+  media_player_leave();
+  photos_leave();
   picture_update(picture, true);
   guide_look_again();
   return true;

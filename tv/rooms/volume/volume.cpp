@@ -33,6 +33,7 @@ std::atomic<Volume> volume =
 std::atomic<TimerTime> changed = kTimerNever;
 
 std::mutex lock;  // serializes changes; guards the variables below
+void (*listener)() = nullptr;
 a_vextvapi_volctrl_nfy_fct callback = nullptr;
 void* callback_tag = nullptr;
 
@@ -48,6 +49,7 @@ INT32 change(const Volume& wanted) {
   if (!store_write(values)) return -1;
   volume = wanted;
   changed = timer_now();
+  if (listener != nullptr) listener();
   if (callback != nullptr) {
     events_post([fct = callback, tag = callback_tag, wanted] {
       fct(0, tag, as_pointer(wanted.level), as_pointer(wanted.mute), nullptr, nullptr);
@@ -110,6 +112,26 @@ bool volume_press(int by) {
 bool mute_press() {
   const std::lock_guard guard(lock);
   return switch_mute(volume.load().mute == 0) == 0;
+}
+
+int volume_level() { return volume.load().level; }
+
+bool volume_is_muted() { return volume.load().mute != 0; }
+
+bool volume_set(int level) {
+  if (level < kLevel.minimum || level > kLevel.maximum) return false;
+  const std::lock_guard guard(lock);
+  return turn_to(level, false) == 0;
+}
+
+bool mute_set(bool mute) {
+  const std::lock_guard guard(lock);
+  return switch_mute(mute) == 0;
+}
+
+void volume_on_change(void (*fct)()) {
+  const std::lock_guard guard(lock);
+  listener = fct;
 }
 
 TimerTime volume_changed() { return changed; }
