@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import { execFile, execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import { copyFileSync, existsSync, lstatSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
+import { copyFileSync, existsSync, lstatSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, readlinkSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { basename, dirname, join } from 'node:path';
 import { after, beforeEach } from 'node:test';
@@ -275,12 +275,15 @@ function processes(root) {
   for (let i = 0; i < found.length; ++i) for (const [pid, parent] of parents) if (parent === found[i]) found.push(pid);
   return found;
 }
-// Resident memory of these processes in MiB.
+// Resident memory of these processes in MiB. A child that has not yet executed its own program shares its parent's pages,
+// and would count them twice.
 export function memory(host) {
+  const root = host.child.pid;
+  const program = readlinkSync(`/proc/${root}/exe`);
   let sum = 0;
-  for (const pid of processes(host.child.pid)) {
+  for (const pid of processes(root)) {
     try {
-      sum += resident(pid);
+      if (pid === root || readlinkSync(`/proc/${pid}/exe`) !== program) sum += resident(pid);
     } catch {
       // It has ended.
     }

@@ -52,6 +52,7 @@ void load() {
     keys.callback = nullptr;
   }
   servers_load();
+  browsing_load();
   objects_load();
   items_load();
   files_load();

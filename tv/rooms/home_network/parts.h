@@ -60,6 +60,10 @@ std::string ask(const Server& server, UpnpListing listing, UpnpPage& ret_page);
 void asking_break(INT32 server);  // what waits for it ends at once
 std::uint64_t next_call();        // a number for a call of the library
 
+// ---- Browsing without waiting (browsing.cpp; for the other rooms: home_network.h) ----
+
+void browsing_load();
+
 // ---- Objects (objects.cpp) ----
 
 // Of all servers. After that the oldest numbers become unknown; listing their folder again gives new ones.
@@ -68,6 +72,7 @@ inline constexpr std::size_t kMostObjects = 5000;
 void objects_load();
 std::vector<INT32> objects_add(INT32 server, const std::vector<UpnpObject>& objects);  // their numbers
 std::optional<UpnpObject> objects_find(INT32 server, INT32 number);
+std::string_view kind_name(INT32 kind);  // of DLNA_MEDIA_...: "folder", "photo", "music", "video" or "other"
 
 // The same, and asks the server for its root (DMP_ROOT_OBJECT). Returns why not.
 std::string object_read(INT32 server, INT32 number, UpnpObject& ret_object);

@@ -32,4 +32,5 @@ struct Fetch {
 // Starts the request. `call` names it for fetch_cancel, and no other that runs. done is called later, not by
 // fetch_start itself. It connects only to hosts that are near, without a proxy and without following redirections.
 void fetch_start(std::uint64_t call, Fetch fetch);
-void fetch_cancel(std::uint64_t call);  // done is called with a reason; does nothing if it is over
+// Calls done with a reason, or lets it be called soon. Does nothing if the request is over.
+void fetch_cancel(std::uint64_t call);

@@ -41,8 +41,7 @@ void upnp_search_stop();
 // ---- What they have ----
 
 inline constexpr std::size_t kLongestAnswer = 1048576;  // bytes of a list
-inline constexpr std::size_t kLongestObject =
-    1024;  // bytes of an object's identifier; those with longer ones are left out
+inline constexpr std::size_t kLongestObject = 1024;     // bytes of an identifier; objects with longer ones are left out
 inline constexpr std::size_t kLongestObjectText = 255;  // bytes
 inline constexpr std::size_t kMostPage = 200;           // objects of one list
 
@@ -78,9 +77,11 @@ struct UpnpListing {
   std::uint32_t first = 0;
   std::uint32_t count = 0;  // at most kMostPage
   std::uint32_t millis = 0;
+  std::string sort = {};  // "+dc:title", "-dc:date"; empty: the server's own order
 };
 
-// Asks the server once. done: why is empty if it answered.
+// Asks the server, again if it has sent fewer objects than requested and has more, but not longer than millis.
+// done: why is empty if it answered.
 void upnp_list(std::uint64_t call, const UpnpListing& listing,
                std::function<void(UpnpPage page, const std::string& why)> done);
 
