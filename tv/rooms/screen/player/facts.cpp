@@ -264,8 +264,9 @@ void add_subtitles(Player& player) {
 }
 
 // While a film is paused, the library draws changed subtitles with the next picture only: it decodes the present one
-// again. A seek that is under way does that anyway.
+// again. The picture that a seek ends with may be too early for a change that comes meanwhile.
 void draw_again(Player& player) {
+  player.draws_again = player.facts.seeking;
   if (!player.facts.paused || player.facts.seeking || player.facts.state != PlayerState::kPlaying) return;
   const char* words[] = {"seek", "0", "relative+exact", nullptr};
   player.seek_taken = false;
@@ -312,6 +313,7 @@ void facts_take(Player& player, const mpv_event& event) {
         facts.seeking = false;
         // While it is paused, the library does not report the position again.
         if (player.sought) facts.position = *player.sought;
+        if (player.draws_again) draw_again(player);
       }
       return;
     case MPV_EVENT_END_FILE:
