@@ -1,4 +1,4 @@
-// Where the playing of files was left: a small database of its own, "positions.sqlite" in the state folder.
+// Stores the positions at which files were left, in the database "positions.sqlite" of the state folder.
 #include <cstdio>
 #include <mutex>
 #include <utility>

@@ -72,7 +72,7 @@ TEST(HttpReading, ReadsSeeksAndEnds) {
   EXPECT_EQ(reading.trouble(), "");
 }
 
-TEST(HttpReading, AServerWithoutPartsIsReadFromTheBeginningOnly) {
+TEST(HttpReading, AServerWithoutRangesIsReadFromTheBeginningOnly) {
   const Server server([](int socket, const std::string&) { say(socket, "HTTP/1.0 200 OK\r\n\r\n" + content()); });
   const Reading reading(server.address());
   ASSERT_TRUE(http_begin(*reading.reader)) << reading.trouble();
@@ -92,7 +92,7 @@ TEST(HttpReading, ChunkedContentIsRead) {
   EXPECT_EQ(reading.trouble(), "");
 }
 
-TEST(HttpReading, ARedirectLeadsToTheSameHostOnly) {
+TEST(HttpReading, OnlyRedirectsToTheSameHostAreFollowed) {
   const Server other(send_part);
   const std::string elsewhere = other.address();
   const Server server([&](int socket, const std::string& request) {
@@ -109,12 +109,12 @@ TEST(HttpReading, ARedirectLeadsToTheSameHostOnly) {
   for (const char* const path : {"/away", "/odd"}) {
     const Reading refused(server.address(path));
     EXPECT_FALSE(http_begin(*refused.reader));
-    EXPECT_EQ(refused.trouble(), "the server leads to another host") << path;
+    EXPECT_EQ(refused.trouble(), "the server redirects to another host") << path;
   }
   EXPECT_EQ(other.connections, 0);
   const Reading endless(server.address("/back"));
   EXPECT_FALSE(http_begin(*endless.reader));
-  EXPECT_EQ(endless.trouble(), "the server leads from one address to another without an end");
+  EXPECT_EQ(endless.trouble(), "the server redirects too often");
 }
 
 TEST(HttpReading, OnlyNearHostsByNumberAreConnectedTo) {
@@ -158,7 +158,7 @@ TEST(HttpReading, WhatServersDoWrongIsReported) {
   }
 }
 
-TEST(HttpReading, AShortFileEndsWithItsReason) {
+TEST(HttpReading, AFileThatEndsTooEarlyReportsWhy) {
   const Server server([](int socket, const std::string&) {
     say(socket, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + std::string(300, 'x'));
   });
@@ -169,7 +169,7 @@ TEST(HttpReading, AShortFileEndsWithItsReason) {
 }
 
 // The reader requests the rest from a server that sends a part at a time, but not from one that sends nothing more.
-TEST(HttpReading, PartsAreAskedForUntilNothingComes) {
+TEST(HttpReading, TheRestIsRequestedUntilNothingMoreComes) {
   const Server server([](int socket, const std::string& request) {
     const std::size_t from = wanted_from(request);
     const std::size_t count = from < 300 ? 100 : 0;
@@ -183,7 +183,7 @@ TEST(HttpReading, PartsAreAskedForUntilNothingComes) {
   EXPECT_EQ(server.connections, 4);
 }
 
-TEST(HttpReading, AServerThatHangsIsLeft) {
+TEST(HttpReading, AServerThatHangsIsGivenUp) {
   const Server server([](int socket, const std::string& request) {
     if (request.starts_with("GET /body ")) say(socket, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nabc");
     hang(socket);
