@@ -325,7 +325,7 @@ std::string home_download(const std::string& address, const std::string& name, c
   const UpnpObject item{.name = name, .url = address, .type = type};
   std::string path;
   std::string why = download_start(0, 0, item, &path);
-  if (why.empty() && path.empty()) why = "the file before is still being fetched";
+  if (why.empty() && path.empty()) why = "the previous file is still being downloaded";
   if (why.empty()) ret_path = std::move(path);
   return why;
 }

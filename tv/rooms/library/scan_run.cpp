@@ -255,7 +255,7 @@ void take_facts(const MediaFacts& facts, MediaRow& ret_row) {
   if (facts.kind == MEDIA_TYPE_NULL) ret_row.problem = "it is neither a photo nor music nor a video";
 }
 
-bool give_reader(Run& run) {
+bool ensure_reader(Run& run) {
   if (run.reader != nullptr) return true;
   run.reader = media_reader_create();
   const std::lock_guard guard(run.control.lock);
@@ -263,7 +263,7 @@ bool give_reader(Run& run) {
   return run.reader != nullptr && !ends(run);
 }
 
-void take_reader(Run& run) {
+void release_reader(Run& run) {
   {
     const std::lock_guard guard(run.control.lock);
     run.control.reader = nullptr;
@@ -288,7 +288,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
     leave_out(run, path, "the library is full");
     return true;
   }
-  if (!give_reader(run)) {
+  if (!ensure_reader(run)) {
     ret_why = "the reader of media files cannot be started";
     return ends(run);
   }
@@ -384,7 +384,7 @@ ScanEnd run_parts(Run& run) {
       return {.state = ScanState::kFailed, .reason = why};
     }
   }
-  take_reader(run);
+  release_reader(run);
   if (!flush(run) || !read_playlists(run) || !flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (ends(run)) return {.state = ScanState::kCancelled};
   const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id); });
@@ -424,6 +424,6 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
     if (writing.database != nullptr) run.room = kMostRows - media_count(*writing.database);
   }
   ScanEnd end = run_parts(run);
-  take_reader(run);
+  release_reader(run);
   return end;
 }

@@ -197,7 +197,7 @@ TEST_F(Scanning, PathsThatAnApplicationCannotTakeAreLeftOut) {
   EXPECT_EQ(count, static_cast<INT32>(kDeepestFolder) + (room >= 204 ? 1 : 0)) << "those within the deepest folder";
   bool deepest = false, longest = false;
   for (const std::string& each : problems()) {
-    deepest = deepest || each.ends_with("too many folders are in one another");
+    deepest = deepest || each.ends_with("it is inside too many folders");
     longest = longest || each.ends_with("longer than an application can take");
   }
   EXPECT_TRUE(deepest);

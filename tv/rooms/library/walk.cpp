@@ -52,7 +52,7 @@ void take_folder(Walking& walking, const Waiting& parent, const std::string& pat
   if (info.st_dev != walking.device) {
     walk.problem(path, "it is on another file system");
   } else if (parent.depth >= kDeepestFolder) {
-    walk.problem(path, "too many folders are in one another");
+    walk.problem(path, "it is inside too many folders");
   } else if (walking.folders >= kMostStickFolders) {
     walk.problem(path, "the stick has too many folders");
   } else {

@@ -143,7 +143,7 @@ INT32 set_attribute(PlayerLook& look, const IVEX_PB_CTRL_SBTL_ATTR_T& attribute,
       break;
     case IVEX_PB_CTRL_SBTL_ATTR_TYPE_EDG_WIDTH:
       if (attribute.ui4_edge_width > kWidestEdge)
-        return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "an edge is 0 to 20 wide");
+        return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "an edge's width is 0 to 20");
       look.edge_width = attribute.ui4_edge_width;
       break;
     case IVEX_PB_CTRL_SBTL_ATTR_TYPE_DISP_RECT:
@@ -352,7 +352,8 @@ INT32 a_vextvapi_cb_pb_setRepeat(UINT32 player, INT32 repeat) {
   const char* const function = __func__;
   return with_player(player, Needs::kPlayer, function, [&](Session& session) -> INT32 {
     if (repeat == PLAYER_REPEAT_FOLDER)
-      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "an application's player repeats its file only");
+      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function,
+                           "an application's player can only repeat its file");
     if (repeat != PLAYER_REPEAT_OFF && repeat != PLAYER_REPEAT_ONE)
       return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "a repeat is 0 or 1");
     session.wanted.repeat = repeat == PLAYER_REPEAT_ONE ? Repeat::kOne : Repeat::kOff;
@@ -439,7 +440,7 @@ INT32 a_vextvapi_cb_pb_saveStopInfo(UINT32 player) {
   const char* const function = __func__;
   return with_player(player, Needs::kFile, function, [&](Session& session) -> INT32 {
     if (!session.source->identity)
-      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "where a server's file was left is not saved");
+      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "positions in a server's file are not saved");
     const double position = session.stage == Stage::kEnded ? 0 : session_position(session);
     return bookmark_save(*session.source->identity, position) ? INT32{IVEX_PB_ERROR_CODE_OK}
                                                               : INT32{IVEX_PB_ERROR_CODE_FAILED};

@@ -219,7 +219,7 @@ std::string viewer_choose(TrackKind kind, std::size_t number) {
 std::string viewer_repeat(Repeat repeat) {
   return control([&](Session& session) {
     if (session.handle != 0 && repeat == Repeat::kFolder)
-      return std::string("an application's player repeats its file only");
+      return std::string("an application's player can only repeat its file");
     session.wanted.repeat = repeat;
     return std::string();
   });

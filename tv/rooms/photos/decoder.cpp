@@ -133,7 +133,7 @@ void decoder_stop() {
     state.running = false;
     for (const JobPointer& job : state.jobs) {
       job->progress = Progress::kDone;
-      job->result.why = "the set goes off";
+      job->result.why = "the set is being switched off";
     }
     state.jobs.clear();
     if (state.present != nullptr) give_up(state.present);

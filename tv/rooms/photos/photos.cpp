@@ -110,7 +110,7 @@ void take_slide(const std::string& path, DecodedPhoto decoded) {
     photo_display({.path = path, .decoded = std::move(decoded)});
     return;
   }
-  std::fprintf(stderr, "dtv_tv: the photo %s is passed over: %s\n", quoted(path).c_str(), decoded.why.c_str());
+  std::fprintf(stderr, "dtv_tv: the photo %s is skipped: %s\n", quoted(path).c_str(), decoded.why.c_str());
   bool goes_on = false;
   {
     const std::lock_guard guard(state.lock);

@@ -24,7 +24,7 @@ Timer answer_timer;
 
 // Sends a request to the applications. The caller holds the model's lock.
 std::string ask(INT32 type, const Item& item, double seconds = 0, INT32 number = 0) {
-  if (waiting_requests >= kMostWaitingRequests) return "the application has not taken the requests before";
+  if (waiting_requests >= kMostWaitingRequests) return "the application has not taken the earlier requests";
   bool heard = false;
   for (const Instance& instance : model.instances) {
     if (instance.callback == nullptr) continue;

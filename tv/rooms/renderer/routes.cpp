@@ -58,7 +58,7 @@ HttpResponse fault(const ActionOutcome& outcome) {
 
 HttpResponse act(const HttpRequest& request, const RendererService& service, const std::string& peer) {
   if (!std::string_view(request[http::field::content_type]).starts_with("text/xml"))
-    return answer(http::status::unsupported_media_type, "an action is text/xml\n");
+    return answer(http::status::unsupported_media_type, "the content type of an action is text/xml\n");
   // "urn:schemas-upnp-org:service:AVTransport:1#Play", with the quotation marks.
   std::string_view wanted = request["SOAPACTION"];
   if (wanted.size() > 1 && wanted.front() == '"' && wanted.back() == '"') wanted = wanted.substr(1, wanted.size() - 2);

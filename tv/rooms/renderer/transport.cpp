@@ -217,7 +217,7 @@ ActionOutcome seek(Call& call) {
     const auto time = read_clock(target);
     if (!time) return {kIllegalSeekTarget, "the target is not a time like 0:01:30"};
     if (duration_of(shown) > 0 && *time > duration_of(shown))
-      return {kIllegalSeekTarget, "the target is behind the end, " + write_clock(duration_of(shown))};
+      return {kIllegalSeekTarget, "the target is after the end, " + write_clock(duration_of(shown))};
     seconds = *time;
   }
   ActionOutcome outcome = failed(player_seek(seconds));

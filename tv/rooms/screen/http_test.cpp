@@ -138,17 +138,17 @@ TEST(HttpReading, WhatServersDoWrongIsReported) {
     const char* trouble;
   };
   const Case cases[] = {
-      {"garbage\r\n\r\n", "the server sends nothing to play: "},
-      {"", "the server sends nothing to play: it closed the connection before the end"},
+      {"garbage\r\n\r\n", "the server's answer cannot be read: "},
+      {"", "the server's answer cannot be read: it closed the connection before the end"},
       {"HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "the server does not send the file: HTTP status 404"},
       {"HTTP/1.1 200 OK\r\nX: " + std::string(40'000, 'x') + "\r\n\r\n",
-       "the server sends nothing to play: its answer's head is longer than 16 KiB"},
+       "the server's answer cannot be read: its answer's head is longer than 16 KiB"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 5-9/10\r\nContent-Length: 5\r\n\r\nabcde",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 0-9/5\r\nContent-Length: 10\r\n\r\n0123456789",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Length: 5\r\n\r\nabcde",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
   };
   for (const Case& each : cases) {
     const Server server([&](int socket, const std::string&) { say(socket, each.answer); });
@@ -191,7 +191,7 @@ TEST(HttpReading, AServerThatHangsIsGivenUp) {
   const auto begin = steady_clock::now();
   const Reading head(server.address("/head"));
   EXPECT_FALSE(http_begin(*head.reader));
-  EXPECT_EQ(head.trouble(), "the server sends nothing to play: it does not answer");
+  EXPECT_EQ(head.trouble(), "the server's answer cannot be read: it does not answer");
   EXPECT_GE(steady_clock::now() - begin, kHttpHeadTime - std::chrono::milliseconds(100));
   EXPECT_LT(steady_clock::now() - begin, 10 * kHttpHeadTime);
 }

@@ -178,7 +178,7 @@ bool take_head(HttpReader& reader, std::int64_t from) {
   if (status == 206) {
     std::int64_t first = 0;
     if (!parse_range(head[http::field::content_range], first, size) || first != from)
-      return fail(reader, "the server sends another part of the file than was asked for");
+      return fail(reader, "the server sends another part of the file than was requested");
     seekable = true;
   } else if (status == 200) {
     if (from != 0) return fail(reader, "the server sends the file only from its beginning");
