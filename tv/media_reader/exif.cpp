@@ -46,8 +46,8 @@ std::optional<JpegHeader> jpeg_header(const Source& source) {
   JpegHeader header;
   std::int64_t at = 2;
   for (int segments = 0; segments < kMostSegments; ++segments) {
-    const std::vector<std::uint8_t> head =
-        source_bytes(source, at, 9);  // marker, length, and the first fields of a frame
+    // Marker, length, and the first fields of a frame.
+    const std::vector<std::uint8_t> head = source_bytes(source, at, 9);
     if (head.size() < 4 || head[0] != 0xFF || head[1] == 0xDA || head[1] == 0xD9) break;
     if (head[1] == 0xFF) {  // a fill byte
       ++at;

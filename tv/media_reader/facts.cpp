@@ -14,8 +14,8 @@ extern "C" {
 
 namespace {
 
-constexpr std::int64_t kLongest =
-    std::int64_t{1000} * 3600 * AV_TIME_BASE;  // a longer duration is an error in the file
+// A longer duration is an error in the file.
+constexpr std::int64_t kLongest = std::int64_t{1000} * 3600 * AV_TIME_BASE;
 constexpr std::uint32_t kMostSide = 1U << 20;  // pixels
 
 struct TextKeys {

@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::size_t kMostPhotoBytes = std::size_t{64} << 20;
 constexpr int kMostPackets = 3000;  // that are read for one frame
-constexpr std::uint32_t kDark =
-    24;  // mean brightness below which a frame counts as dark, as in a fade or under a title
+// The mean brightness below which a frame counts as dark, as in a fade or under a title.
+constexpr std::uint32_t kDark = 24;
 constexpr std::int64_t kFewSeconds = std::int64_t{5} * AV_TIME_BASE;
 
 // The decoder's next frame after this packet. False: it needs more.

@@ -1,9 +1,11 @@
 // What the library's files share. Threads: dtv_tv-media scans sticks; dtv_tv-thumbs makes thumbnails. All threads read
 // the database through one connection (LibraryReading), one at a time, each for microseconds. All threads write through
 // a second connection (LibraryWriting). The scan writes in short transactions, so that a viewer's favourites are
-// written in between. Locks: the writing lock, the reading lock, and the locks of scan.cpp, thumbnails.cpp and
-// calls.cpp. A thread holds one of them at a time. The exceptions are opening, closing and replacing the database,
-// which take the writing lock and then the reading lock.
+// written in between.
+//
+// Locks: the writing lock, the reading lock, and the locks of scan.cpp, thumbnails.cpp and calls.cpp. A thread holds
+// one of them at a time. The exceptions are opening, closing and replacing the database, which take the writing lock
+// and then the reading lock.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -75,8 +77,8 @@ struct ScanReport {
   std::uint64_t read = 0;                                      // files that were opened in this scan
   std::chrono::steady_clock::time_point begin = {}, end = {};  // end: once the scan is over
   std::string reason = {};
-  std::vector<MediaProblem> problems =
-      {};  // files that could not be listed; refused_rows has those that the reader refused
+  // Files that could not be listed; refused_rows has those that the reader refused.
+  std::vector<MediaProblem> problems = {};
 };
 
 void scans_load(const std::string& state_folder);

@@ -25,8 +25,8 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kFactsTime{5000};      // for the facts of a file
 constexpr milliseconds kPictureTime{10'000};  // for its thumbnail or its picture
-constexpr std::uint32_t kFilesPerProcess =
-    1000;  // then the process is replaced, which ends leaks and any file's control of it
+// Then the process is replaced, which ends leaks, and the control that a file may have gained.
+constexpr std::uint32_t kFilesPerProcess = 1000;
 
 std::mutex program_lock;
 std::string program_set;  // set by media_reader_set_program; empty: the default

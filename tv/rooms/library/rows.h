@@ -29,10 +29,11 @@ bool stick_put(Database& database, StickRow& stick);  // id 0: adds the stick an
 bool stick_complete(Database& database, std::int64_t stick);
 std::vector<StickRow> sticks_by_age(Database& database);  // the least recently seen first
 
+// How the folder of a dropped stick's row begins; no other folder does.
+inline constexpr std::string_view kDroppedStick = "//";
+
 // Renames the folder of the stick's row, so that stick_find does not find it any more; stick_erase_some then erases its
 // entries in steps.
-inline constexpr std::string_view kDroppedStick =
-    "//";  // how the folder of a dropped stick's row begins; that of no other does
 bool stick_drop(Database& database, std::int64_t stick);
 std::int64_t stick_rows(Database& database, std::int64_t stick);  // its entries, refused ones too
 

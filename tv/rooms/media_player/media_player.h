@@ -40,8 +40,7 @@ boost::json::object media_player_describe();
 
 // What a viewer does. Each returns why it failed; empty: done. The caller holds no lock. media_player_play opens the
 // file in the viewer's player. The others act on the player that is seen, also if it is an application's.
-std::string media_player_play(const std::string& path,
-                              std::optional<double> from);  // from: s; nothing: where the file was left
+std::string media_player_play(const std::string& path, std::optional<double> from);  // s; nothing: where it was left
 std::string media_player_pause(bool paused);
 std::string media_player_stop();
 std::string media_player_seek(double position, bool from_here);  // s

@@ -12,8 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kMostWaitingRequests = 32;  // that have been posted to applications and not been delivered
-constexpr double kShortestRepeatSeconds =
-    1;  // an item that ends sooner is not repeated, so that a broken one does not loop
+// An item that ends sooner, in s, is not repeated, so that a broken one does not loop.
+constexpr double kShortestRepeatSeconds = 1;
 
 std::atomic<int> waiting_requests = 0;
 

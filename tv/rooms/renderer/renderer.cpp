@@ -19,8 +19,8 @@
 #include "rooms/renderer/subscribers.h"
 #include "rooms/volume/volume.h"
 
-std::mutex& model_lock =
-    *new std::mutex;  // not destroyed, as the model: threads may still use them when the process exits
+// Never destroyed, like the model: threads may still use them when the process exits.
+std::mutex& model_lock = *new std::mutex;
 Model& model = *new Model;
 
 namespace {

@@ -21,8 +21,8 @@ constexpr std::string_view kSpeeds[] = {"1"};
 constexpr std::string_view kSeekModes[] = {"TRACK_NR", "REL_TIME", "ABS_TIME"};
 constexpr std::string_view kNotImplemented = "NOT_IMPLEMENTED";
 constexpr std::string_view kNotImplementedOnly[] = {kNotImplemented};
-constexpr std::string_view kNoCounter =
-    "2147483647";  // the value that the service defines for a counter that is not implemented
+// The value that the service defines for a counter that is not implemented.
+constexpr std::string_view kNoCounter = "2147483647";
 
 bool has_media(const Model& shown) { return shown.transport != Transport::kNoMedia; }
 

@@ -24,11 +24,12 @@ struct Fetch {
   std::size_t most = 0;      // bytes of the body; a longer one fails
   std::uint32_t millis = 0;  // time limit for the whole answer; 0: none
   bool faults = false;       // accept an answer with status 500, which carries a SOAP fault
-  std::function<bool(const FetchHead&)> head =
-      {};  // called once before the body; false ends the fetch; null: accept any
-  std::function<bool(std::string_view)> chunk = {};  // called for each part of the body; false ends the fetch
-  std::function<void(const std::string& why)> done =
-      {};  // called once, at the end; why is empty if the whole body came
+  // Called once before the body. False ends the fetch. Null: any head is accepted.
+  std::function<bool(const FetchHead&)> head = {};
+  // Called for each part of the body. False ends the fetch.
+  std::function<bool(std::string_view)> chunk = {};
+  // Called once, at the end. why is empty if the whole body came.
+  std::function<void(const std::string& why)> done = {};
 };
 
 // Starts the request. `call` is its number for fetch_cancel; no other running request may have it. done is called

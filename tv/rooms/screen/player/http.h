@@ -15,8 +15,8 @@ inline constexpr std::chrono::seconds kHttpHeadTime{5};  // for the request, and
 inline constexpr std::chrono::seconds kHttpReadTime{5};  // until the next byte
 inline constexpr std::uint32_t kHttpLongestHead = 16 << 10;
 inline constexpr int kHttpMostRedirects = 3;  // all to the same host and port
-inline constexpr std::int64_t kHttpSkip =
-    256 << 10;  // bytes; a seek forward by less reads on, a longer one sends another request
+// In bytes. A seek forward by at most this much reads on; a longer one sends another request.
+inline constexpr std::int64_t kHttpSkip = 256 << 10;
 inline constexpr std::size_t kHttpLongestAddress = 2048;
 
 // What the player and its readers share.

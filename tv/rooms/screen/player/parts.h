@@ -58,8 +58,8 @@ struct Player {
   std::size_t subtitles_expected = 0;
 
   PlayerFacts facts = {};
-  std::map<std::string, std::string, std::less<>> look =
-      {};                             // the properties that player_set_look has set, and their values
+  // The properties that player_set_look has set, and their values.
+  std::map<std::string, std::string, std::less<>> look = {};
   std::optional<double> sought = {};  // position that libmpv has reported since the latest seek began
   std::uint64_t seek = 0;             // number of the latest seek
   bool seek_taken = false;            // the latest seek has begun
