@@ -58,7 +58,7 @@ void load() {
   files_load();
 }
 
-// What runs is cancelled and reports that on the thread, before the thread ends.
+// Cancels what runs. The callbacks of that run on the thread before it ends.
 void stop() {
   home_loop_stop();
   servers_stop();

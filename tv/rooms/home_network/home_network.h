@@ -10,13 +10,14 @@
 
 #include "core/contract.h"
 
-// The remote control: a key was pressed while the set was on. Notifies the application that has registered for
-// keys. leaves: the key is EXIT. The caller holds no lock.
+// Called by the remote control when a key is pressed while the set is on. Notifies the application that has registered
+// for keys. code: the key's infrared code. leaves: the key is EXIT. The caller holds no lock.
 void home_network_key(std::string_view code, bool leaves);
 
-// Downloads the file at an address that is near into the set's folder of downloads, one at a time. type: its media
-// type, if it is known. Returns why not; empty: it runs, and ret_path is where the file will be. The caller holds no
-// lock.
+// Starts to download the file at an http address of the home network (home_is_near) into the set's folder of downloads.
+// Only one such download runs at a time. name: for the file, without folders. type: the file's media type, or empty if
+// it is not known. Returns why it cannot start; empty: it runs, and ret_path is the path that the file will have. The
+// caller holds no lock.
 std::string home_download(const std::string& address, const std::string& name, const std::string& type,
                           std::string& ret_path);
 

@@ -1,4 +1,4 @@
-// Instances of objects, as applications use them: a copy of what the server listed.
+// Items: instances of objects for applications. Each is a copy of what the server has listed.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -14,8 +14,8 @@ namespace {
 
 struct Item {
   bool used = false;
-  UINT32 generation = 0;   // of the slot; makes a handle that was given back invalid
-  std::uint64_t made = 0;  // greater than that of an older one
+  UINT32 generation = 0;   // of the slot; makes handles of destroyed items invalid
+  std::uint64_t made = 0;  // grows with each item, so that the oldest one is known
   INT32 server = 0;
   INT32 number = 0;
   UpnpObject object = {};
@@ -52,7 +52,7 @@ std::optional<Item> copy_of(UINT32 instance) {
   return *item;
 }
 
-// Fills the caller's text with what `read` makes of the item.
+// Calls `read` with the item, and copies its result into the caller's text.
 template <typename Read>
 INT32 give_text(const char* function, UINT32 instance, char* text, INT32 size, Read read) {
   if (text == nullptr || size <= 0) return refuse_call(function, "there is no room for the text");

@@ -235,7 +235,7 @@ TEST_F(Items, ofAServerThatHangsFailWithinSecondsAndDelayNobody) {
   EXPECT_LT(steady_clock::now() - begin, seconds(10 * DMP_WAIT_SECONDS));
 }
 
-TEST_F(Items, endTheirWaitAtOnceWhenItIsBroken) {
+TEST_F(Items, endTheirWaitAtOnceWhenItIsCancelled) {
   control = [](const FakeRequest&) { return std::string(); };
   const auto begin = steady_clock::now();
   std::thread waiting([&] { EXPECT_EQ(a_vextvapi_dmp_file_create(id, DMP_ROOT_OBJECT), 0U); });
@@ -247,7 +247,7 @@ TEST_F(Items, endTheirWaitAtOnceWhenItIsBroken) {
 }
 
 // Whatever a content directory answers, it is a list within the limits or a reason.
-TEST_F(Items, areNotListedFromAnAnswerThatIsNone) {
+TEST_F(Items, areNotListedFromAMalformedAnswer) {
   std::string deep;
   for (int i = 0; i < 5000; ++i) deep += "<container>";
   const std::string bad[] = {
@@ -302,7 +302,7 @@ TEST_F(Items, areListedWithinTheLimitsWhateverNumbersTheServerStates) {
   }
 }
 
-TEST_F(Items, haveNoAddressBeyondTheNetwork) {
+TEST_F(Items, haveNoAddressOutsideTheHomeNetwork) {
   control = [&](const FakeRequest&) {
     return browse_answer(didl(item("1", "far", "object.item.videoItem",
                                    "<upnp:albumArtURI>http://203.0.113.7/cover.jpg</upnp:albumArtURI>"
@@ -323,7 +323,7 @@ TEST_F(Items, haveNoAddressBeyondTheNetwork) {
   EXPECT_EQ(page.objects[1].url, server->url("/v.mp4"));
 }
 
-TEST_F(Items, thatTheServerDoesNotHaveAreExplained) {
+TEST_F(Items, thatTheServerDoesNotHaveAreRefusedWithTheReason) {
   control = [](const FakeRequest&) {
     return http_answer(
         "<s:Envelope xmlns:s=\"x\"><s:Body><s:Fault><detail><UPnPError><errorCode>701</errorCode>"
@@ -377,7 +377,7 @@ TEST_F(Items, areDownloadedWithProgress) {
   EXPECT_TRUE(text_of(a_vextvapi_dmp_file_getLocalPath, song).ends_with("/Song 0 (2).ogg"));
 }
 
-TEST_F(Items, leaveNoPartOfAFileThatDidNotComeCompletely) {
+TEST_F(Items, leaveNoPartOfAFileWhoseDownloadFails) {
   const INT32 number = first_song();
   UpnpObject object;
   ASSERT_EQ(object_read(id, number, object), "");

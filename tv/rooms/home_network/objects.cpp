@@ -1,4 +1,4 @@
-// The objects that servers have listed. Servers name them by texts; applications get numbers for them.
+// The objects that servers have listed. Servers identify them by texts, applications by numbers.
 #include <map>
 #include <mutex>
 #include <utility>

@@ -48,7 +48,7 @@ TEST_F(Discovery, reportsAServerThatComesChangesAndGoes) {
   expect_words(refusal([&] { return a_vextvapi_dmp_getDmsType(id, &type); }), {"there is no server"});
 }
 
-TEST_F(Discovery, tellsAnApplicationThatRegistersLaterOfTheServersThatAreOn) {
+TEST_F(Discovery, reportsTheServersThatAreOnToAnApplicationThatRegistersLater) {
   const auto server = server_with("a1", [](const FakeServer& own) { return http_answer(own.description()); });
   ASSERT_GT(find(*server), 0);
   ASSERT_TRUE(eventually([] { return events_of(DMS_FOUND).size() == 1; }));
@@ -106,7 +106,7 @@ TEST_F(Discovery, remembersAServerAndItsNumberWhenTheSetIsSwitchedOffAndOn) {
 }
 
 // What a description may not be. Each server announces itself, and the one that is as it should be is found after it.
-TEST_F(Discovery, takesNoServerWithABadDescription) {
+TEST_F(Discovery, refusesAServerWithABadDescription) {
   const std::function<std::string(const FakeServer&)> bad[] = {
       [](const FakeServer&) { return http_answer("not XML"); },
       [](const FakeServer&) { return http_answer(""); },

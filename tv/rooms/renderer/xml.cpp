@@ -37,7 +37,7 @@ std::string attribute(std::string_view name, int count, const xmlChar** attribut
     const xmlChar** const each = attributes + static_cast<std::ptrdiff_t>(i) * 5;
     if (view(each[0]) != name) continue;
     std::string value(reinterpret_cast<const char*>(each[3]), reinterpret_cast<const char*>(each[4]));
-    // The parser leaves an ampersand of an attribute in this form.
+    // libxml2 leaves an ampersand in an attribute in this form.
     for (std::size_t at = 0; (at = value.find("&#38;", at)) != std::string::npos; ++at) value.replace(at, 5, "&");
     return value;
   }
@@ -92,7 +92,7 @@ bool xml_read(std::string_view text, const XmlUser& user) {
       xmlCreatePushParserCtxt(&handler, &reader, nullptr, 0, nullptr));
   if (context == nullptr) return false;
   reader.context = context.get();
-  // The text is UTF-8, whatever it declares.
+  // The text is read as UTF-8, whatever it declares.
   xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_IGNORE_ENC);
   const int result = xmlParseChunk(context.get(), text.data(), static_cast<int>(text.size()), 1);
   return result == 0 && !reader.failed && context->wellFormed != 0;

@@ -1,4 +1,4 @@
-// What servers have: their content directories by SOAP, the lists in DIDL-Lite by gupnp-av; and their files.
+// Lists the content directories of servers by SOAP, reads the answers in DIDL-Lite by gupnp-av, and downloads files.
 #include <libgupnp-av/gupnp-av.h>
 
 #include <algorithm>
@@ -35,7 +35,7 @@ std::string argument(const char* name, const std::string& value) {
   return "<" + std::string(name) + ">" + escaped(value) + "</" + name + ">";
 }
 
-// The criteria of ContentDirectory's Search for a part of a title.
+// The search criteria of ContentDirectory's action Search for a part of a title.
 std::string criteria(const std::string& text) {
   std::string quoted;
   for (const char c : text) {
@@ -72,7 +72,7 @@ struct Resource {
   GUPnPDIDLLiteResource* resource = nullptr;
 };
 
-// Nothing: the set cannot fetch it.
+// Nothing: the set cannot fetch this resource.
 std::optional<Resource> read_resource(GUPnPDIDLLiteResource* resource) {
   GUPnPProtocolInfo* const info = gupnp_didl_lite_resource_get_protocol_info(resource);
   const char* const address = gupnp_didl_lite_resource_get_uri(resource);
@@ -89,7 +89,7 @@ std::uint32_t bounded(long number, std::uint32_t most) {
   return number <= 0 ? 0 : static_cast<std::uint32_t>(std::min<long>(number, most));
 }
 
-// The file is the first resource that is no thumbnail; the thumbnail the smallest picture beside it.
+// The object's file is the first resource that is no thumbnail. Its thumbnail is the smallest picture among the others.
 void read_resources(GUPnPDIDLLiteObject* didl, UpnpObject& object) {
   constexpr std::uint32_t kMostPixels = 65535;
   GList* const list = gupnp_didl_lite_object_get_resources(didl);
@@ -176,7 +176,7 @@ bool read_didl(const std::string& text, Reading& reading) {
   if (document == nullptr) return false;
   const xmlNode* const root = xmlDocGetRootElement(document.get());
   if (xmlFirstElementChild(const_cast<xmlNode*>(root)) == nullptr)
-    return true;  // an empty list is an error to the parser
+    return true;  // the parser takes an empty list for an error
   GUPnPDIDLLiteParser* const parser = gupnp_didl_lite_parser_new();
   g_signal_connect(parser, "object-available", G_CALLBACK(on_object), &reading);
   GError* error = nullptr;

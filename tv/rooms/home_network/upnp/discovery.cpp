@@ -1,4 +1,4 @@
-// Which servers there are. GSSDP hears their announcements; their descriptions are fetched within limits.
+// Finds servers. GSSDP receives their announcements; this file fetches their descriptions, within limits.
 #include <libgupnp/gupnp.h>
 
 #include <algorithm>
@@ -25,15 +25,16 @@ constexpr guint kNextAttempt = 2000;  // ms
 // The search is repeated, since datagrams get lost.
 constexpr guint kRescan = 30;   // s
 constexpr int kMostUnseen = 2;  // searches that a server may miss after its browser has forgotten it
-// After which a server that failed, or for which there was no place, is looked for again; doubled each time.
+// The first pause before servers that failed, or for which there was no place, are searched for again. Each further
+// pause is twice as long, up to the longest.
 constexpr guint kFirstPause = 5;  // s
 constexpr guint kLongestPause = 60;
-// Calls of this part have numbers of their own.
+// Numbers of this file's fetches; the rooms' numbers are smaller.
 constexpr std::uint64_t kFirstCall = std::uint64_t{1} << 62;
 
 // A server that was announced.
 struct Announced {
-  std::size_t interface = 0;  // the number of the one that it was found through first
+  std::size_t interface = 0;  // index of the interface on which it was announced first
   std::string location = {};
   std::string host = {};
   int attempts = 0;
@@ -51,14 +52,14 @@ struct Interface {
 struct Discovery {
   UpnpSearch search;
   bool active = false;
-  bool ends_with_thread = false;  // upnp_at_end knows of it
+  bool ends_with_thread = false;  // an action for upnp_at_end has been added
   std::vector<Interface> interfaces;
-  bool restarting = false;                   // a browser forgets all: no server is lost for that
+  bool restarting = false;  // a browser is being restarted: servers that it reports as gone are not lost
   std::map<std::string, Announced> servers;  // by UDN, at most kMostServers
   std::deque<std::string> waiting;           // UDNs whose descriptions are to be fetched
   std::size_t fetching = 0;
   std::uint64_t next_call = kFirstCall;
-  std::map<std::uint64_t, std::string> calls;  // the descriptions that are being fetched: UDNs
+  std::map<std::uint64_t, std::string> calls;  // UDNs of the descriptions that are being fetched
   GSource* rescan = nullptr;
   GSource* retry = nullptr;  // null: no server has been left out
   guint pause = kFirstPause;
@@ -66,7 +67,7 @@ struct Discovery {
 
 Discovery& self = *new Discovery;
 
-// "uuid:4d69...::urn:schemas-upnp-org:device:MediaServer:1"; empty: the name is not usable.
+// The UDN in a name such as "uuid:4d69...::urn:schemas-upnp-org:device:MediaServer:1"; empty: it cannot be used.
 std::string udn_of(std::string_view usn) {
   const std::string_view udn = usn.substr(0, usn.find("::"));
   const bool fits = udn.starts_with("uuid:") && udn.size() <= kLongestUdn &&
@@ -81,7 +82,8 @@ std::string resolved(const std::string& base, const std::string& reference) {
   return text;
 }
 
-// The device of this UDN among the element's device and those embedded in it, which libxml2 nests 256 deep at most.
+// The media server with this UDN among the element's devices and those embedded in them, at most 256 levels deep
+// (libxml2's limit).
 const xmlNode* device_of(const xmlNode* element, const std::string& udn) {
   for (const xmlNode* each = xml_child(element, "device"); each != nullptr; each = xml_next(each, "device")) {
     if (xml_text(xml_child(each, "UDN")) == udn && xml_text(xml_child(each, "deviceType")).starts_with(kDevice))
@@ -222,14 +224,14 @@ gboolean on_restart(gpointer interface) {
 
 void count_announcement(std::size_t interface) {
   if (++self.interfaces[interface].announcements != kMostAnnouncements) return;
-  // Not now: the browser is reporting an announcement.
+  // Restarts the browser later, since it is reporting an announcement now.
   GSource* const source = g_idle_source_new();
   g_source_set_callback(source, on_restart, GSIZE_TO_POINTER(interface), nullptr);
   g_source_attach(source, g_main_context_get_thread_default());
   g_source_unref(source);
 }
 
-// The first of the addresses whose host is near, and that host.
+// Chooses the first address whose host is near. False: there is none.
 bool choose_location(const GList* locations, std::string& ret_location, std::string& ret_host) {
   HttpAddress read;
   for (const GList* each = locations; each != nullptr; each = each->next) {

@@ -30,7 +30,7 @@ struct Running {
   Ref<GCancellable> cancellable = {};
   GSource* deadline = nullptr;
   std::size_t received = 0;
-  std::string why = {};  // it was cancelled
+  std::string why = {};  // why it was cancelled; empty: it was not
 };
 
 struct State {
@@ -42,7 +42,7 @@ State& state = *new State;
 
 gpointer number(std::uint64_t call) { return std::make_unique<std::uint64_t>(call).release(); }
 
-// Takes the number back from a callback's data.
+// The number of the call in a callback's data.
 std::uint64_t take_number(gpointer data) {
   const std::unique_ptr<std::uint64_t> owned(static_cast<std::uint64_t*>(data));
   return *owned;
@@ -56,7 +56,7 @@ void end(std::uint64_t call, const std::string& why) {
     g_source_destroy(running.deadline);
     g_source_unref(running.deadline);
   }
-  running.stream.reset();  // closes the connection unless all of the answer has been read
+  running.stream.reset();  // closes the connection, unless the whole answer has been read
   running.fetch.done(why);
 }
 
@@ -156,7 +156,7 @@ SoupSession* session() {
                                                 "max-conns-per-host", kMostFetches,
                                                 "user-agent", "dtv_tv UPnP/1.0", nullptr);
   // clang-format on
-  // A compressed answer could be a thousand times as long as what the server sent, and no server needs it here.
+  // Compressed answers are not accepted, since one could expand to a thousand times the bytes that the server sent.
   soup_session_remove_feature_by_type(state.session, SOUP_TYPE_CONTENT_DECODER);
   upnp_at_end(cancel_all);
   return state.session;
