@@ -112,7 +112,7 @@ void end_field(Reader& reader) {
         reader.channel.names.push_back(clean_text(text, kLongestXmltvName, Lines::kMany));
       break;
     case Field::kTitle:
-      take(reader, programme.title, kLongestTitle);
+      take(reader, programme.title, kLongestEventTitle);
       break;
     case Field::kSummary:
       take(reader, programme.summary, kLongestText);
@@ -121,7 +121,7 @@ void end_field(Reader& reader) {
       take(reader, programme.details, kLongestText);
       break;
     case Field::kCategory:
-      if (const std::uint8_t category = category_of(text); programme.categories.size() < kMostCategories)
+      if (const std::uint8_t category = category_of(text); programme.categories.size() < kMostEventCategories)
         programme.categories.push_back(category);
       break;
     case Field::kRating:
@@ -212,7 +212,7 @@ void on_error(void* context, xmlError* error) {
   if (error->level != XML_ERR_FATAL || !reader.error.empty()) return;
   const std::string_view message = error->message == nullptr ? "" : error->message;
   reader.error =
-      "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestTitle, Lines::kMany);
+      "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestEventTitle, Lines::kMany);
 }
 
 int read_file(void* context, char* buffer, int size) {

@@ -258,7 +258,7 @@ void remove_oldest_thumbnail(const std::string& folder) {
     oldest_time = time;
     oldest = each->path();
   }
-  if (count >= kMostThumbnails) fs::remove(oldest, failed);
+  if (count >= kMostServerThumbnails) fs::remove(oldest, failed);
 }
 
 bool keep_thumbnail(const std::string& path, const std::string& bytes) {

@@ -97,7 +97,7 @@ inline constexpr std::size_t kMostDownloadsShown = 64;          // beyond that t
 inline constexpr std::size_t kMostDownloadedFiles = 1000;       // in the folder
 inline constexpr std::uint64_t kLongestDownload = 16ULL << 30;  // bytes
 inline constexpr std::uint64_t kFreeSpace = 256ULL << 20;       // bytes that a download leaves free on the disk
-inline constexpr std::size_t kMostThumbnails = 200;             // files
+inline constexpr std::size_t kMostServerThumbnails = 200;       // files
 inline constexpr std::size_t kMostThumbnailFetches = 8;         // at a time
 inline constexpr std::size_t kLongestThumbnail = 512 << 10;     // bytes
 

@@ -26,7 +26,7 @@ void show_folder(MenuView& view, OpenFolder folder) {
 
 Acted open_object(MenuView& view, const HomeObject& object) {
   if (object.kind == "folder") {
-    if (view.path.size() >= kDeepestFolder) return refuse("the folders are too deep");
+    if (view.path.size() >= kDeepestPath) return refuse("the folders are too deep");
     view.path.back().item = view.item;
     show_folder(view, {.id = object.id, .name = object.name});
     return Acted::kStays;

@@ -15,12 +15,12 @@
 
 #include "core/timers.h"
 
-inline constexpr std::size_t kShownRows = 7;        // of a list
-inline constexpr std::size_t kShownEvents = 8;      // of a channel in the guide
-inline constexpr std::size_t kLongestShown = 100;   // bytes of a title
-inline constexpr std::size_t kLongestText = 2'000;  // bytes of an event's details
+inline constexpr std::size_t kShownRows = 7;           // of a list
+inline constexpr std::size_t kShownEvents = 8;         // of a channel in the guide
+inline constexpr std::size_t kLongestShown = 100;      // bytes of a title
+inline constexpr std::size_t kLongestDetails = 2'000;  // bytes of an event's details
 
-inline constexpr std::size_t kDeepestFolder = 12;  // of a server; what home_network keeps for the way back
+inline constexpr std::size_t kDeepestPath = 12;  // of a server; what home_network keeps for the way back
 
 struct Menu;
 

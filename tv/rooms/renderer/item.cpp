@@ -39,7 +39,7 @@ void take_text(Item& ret_item, Description& ret_description, std::string_view na
   if (name == "class") ret_description.type = text;
   for (const Fact& fact : kFacts) {
     std::string& place = ret_item.*fact.place;
-    if (fact.name == name && place.empty()) place = clean_text(text, kLongestFact);
+    if (fact.name == name && place.empty()) place = clean_text(text, kLongestItemText);
   }
 }
 
@@ -54,7 +54,7 @@ std::string file_name(std::string_view address) {
     name += byte ? static_cast<char>(*byte) : path[i];
     if (byte) i += 2;
   }
-  return clean_text(name, kLongestFact);
+  return clean_text(name, kLongestItemText);
 }
 
 std::int32_t kind_of(std::string_view type, std::string_view media_type) {
@@ -105,8 +105,8 @@ Item item_read(std::string_view address, std::string_view metadata) {
   if (!description.resources.empty()) {
     const auto named = std::ranges::find(description.resources, address, &Resource::address);
     const Resource& chosen = named == description.resources.end() ? description.resources.front() : *named;
-    item.protocol_info = clean_text(chosen.protocol_info, kLongestFact);
-    item.resolution = clean_text(chosen.resolution, kLongestFact);
+    item.protocol_info = clean_text(chosen.protocol_info, kLongestItemText);
+    item.resolution = clean_text(chosen.resolution, kLongestItemText);
     item.duration = read_clock(chosen.duration).value_or(0);
     item.bytes = parse_number_within<std::int64_t>(chosen.size, 0, INT64_MAX).value_or(0);
   }

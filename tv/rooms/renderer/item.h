@@ -9,7 +9,7 @@
 
 inline constexpr std::size_t kLongestItemAddress = 1024;  // bytes of an item's address
 inline constexpr std::size_t kLongestMetadata = 16384;    // bytes of its description; a longer one is ignored
-inline constexpr std::size_t kLongestFact = 255;          // bytes of a text in it; a longer one is cut
+inline constexpr std::size_t kLongestItemText = 255;      // bytes of a text in it; a longer one is cut
 
 struct Item {
   std::string address = {};        // empty: no item
