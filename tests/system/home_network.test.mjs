@@ -179,6 +179,63 @@ test('a media server that hangs, and one that ends, delay nobody', { skip }, asy
   assert.match((await tv('servers', 'list', String(server.id))).error, /is off/);
 });
 
+test('a server sorts its list as requested', { skip }, async (t) => {
+  const { tv } = await home(t);
+  await tv('servers', 'search', 'on');
+  const { id } = await found(tv);
+  await until(() => listed(tv, id), (all) => Object.keys(all).length === 3, 'not all files are listed');
+  // The folder that has all three files.
+  const parentOf = async (folder) => {
+    const { entries } = await tv('servers', 'list', String(id), String(folder));
+    if (entries.length === 3 && entries.every(({ kind }) => kind !== 'folder')) return folder;
+    for (const { kind, object } of entries) {
+      const inner = kind === 'folder' ? await parentOf(object) : undefined;
+      if (inner !== undefined) return inner;
+    }
+    return undefined;
+  };
+  const parent = await parentOf(0);
+  const names = async (order) => (await tv('servers', 'list', String(id), String(parent), '0', '10', order)).entries.map(({ name }) => name);
+  const rising = await names('title');
+  assert.deepEqual([...rising].sort((a, b) => a.toLowerCase().localeCompare(b.toLowerCase())), rising);
+  assert.deepEqual(await names('-title'), [...rising].reverse());
+  assert.match((await tv('servers', 'list', String(id), String(parent), '0', '10', 'colour')).error, /title, date, artist, album or size/);
+});
+
+// An application's request waits for the server, and all requests to the plugin wait for it: a key ends that.
+test('a key ends a request that waits for a server', { skip }, async (t) => {
+  const { tv, inside, env, server: process_ } = await home(t);
+  const get = async (uri, ...words) => {
+    const { stdout } = await run(...inside(dtvctl, ['--json', 'get', `/tv/cbrowser/dlna/${uri}`, ...words]), { env });
+    return JSON.parse(stdout);
+  };
+  await tv('servers', 'search', 'on');
+  const { id } = await found(tv);
+  await until(() => listed(tv, id), (all) => Object.keys(all).length === 3, 'not all files are listed');
+  assert.equal((await get('dmp_get_real_dev_id', `devId=${id}`)).ret, 0);
+  const root = await get('dmp_create_instance', `devId=${id}`, 'objId=0');
+  assert.equal(root.ret, 0, JSON.stringify(root));
+  const { instance } = root.response.ITEMS[0];
+  const list = () => get('dmp_get_dir_list', `instance=${instance}`, 'startIdx=0', 'requestNum=20');
+  assert.ok((await list()).response.ITEMS.length > 0);
+
+  process_.child.kill('SIGSTOP');
+  const waits = list();
+  const begin = Date.now();
+  // The request has no other sign of life than that it has not been answered.
+  let answer;
+  waits.then((value) => (answer = value));
+  while (!answer && Date.now() < begin + 10 * waitSeconds * 1000) {
+    await tv('key', 'EXIT');
+    await sleep(50);
+  }
+  const seconds = (Date.now() - begin) / 1000;
+  process_.child.kill('SIGCONT');
+  t.diagnostic(`the request ended after ${seconds.toFixed(2)} s`);
+  assert.equal(answer.ret, -1);
+  assert.ok(seconds < waitSeconds, `${seconds} s`);
+});
+
 // Announces so many servers whose descriptions never come.
 const crowd = `
   import { createSocket } from 'node:dgram';
