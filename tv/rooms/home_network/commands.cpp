@@ -111,10 +111,12 @@ constexpr Order kOrders[] = {{"title", "dc:title"},
                              {"album", "upnp:album"},
                              {"size", "res@size"}};
 
-// What the server is to sort by. Nothing: the word names no order.
+// What the server is to sort by: "date", or "date_down" for the newest first. Nothing: the word names no order.
 std::optional<std::string> read_order(std::string_view word) {
-  const bool falls = word.starts_with('-');
-  const auto* const order = std::ranges::find(kOrders, falls ? word.substr(1) : word, &Order::word);
+  constexpr std::string_view kDown = "_down";
+  const bool falls = word.ends_with(kDown);
+  if (falls) word.remove_suffix(kDown.size());
+  const auto* const order = std::ranges::find(kOrders, word, &Order::word);
   if (order == std::end(kOrders)) return std::nullopt;
   return (falls ? "-" : "+") + std::string(order->property);
 }
@@ -125,7 +127,7 @@ json::object list(Arguments words) {
   if (words.size() > 2 && !read_counts(words.subspan(2), first, count)) return wrong_counts();
   const auto order = words.size() > 4 ? read_order(words[4]) : std::string();
   if (!order)
-    return reply_takes("servers list", "title, date, artist, album or size after the count, also with - before it",
+    return reply_takes("servers list", "title, date, artist, album or size after the count, also with _down behind it",
                        words[4]);
   const bool root = words.size() < 2 || words[1] == "0";
   Named named = root ? name_server(words[0]) : name_object(words[0], words[1]);

@@ -467,9 +467,9 @@ TEST_F(Items, areShownByCommands) {
   };
   expect_words(ordered("date"), {R"("total":45)"});
   EXPECT_EQ(sort, "+dc:date");
-  expect_words(ordered("-title"), {R"("total":45)"});
+  expect_words(ordered("title_down"), {R"("total":45)"});
   EXPECT_EQ(sort, "-dc:title");
-  expect_words(ordered("-artist"), {"the server does not offer this order"});
+  expect_words(ordered("artist_down"), {"the server does not offer this order"});
   expect_words(ordered("colour"), {"title, date, artist, album or size"});
   for (const char* const wrong :
        {R"("list","99")", R"("list","x")", R"("list")", R"("play","1","99999")", R"("search","maybe")", R"("dance")",
