@@ -1,26 +1,18 @@
 // The home network from end to end, with a media server as people use it. Server, host and dtvctl run in a network
 // namespace of the test, on its loopback, so nothing on the machine's network takes part.
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
+import { spawnSync } from 'node:child_process';
 import { existsSync, mkdirSync, readFileSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { dtvctl, run, start } from './cli_support.mjs';
-import { dtvHost, folder, sleep, volume, within } from './host_support.mjs';
+import { folder, sleep, volume } from './host_support.mjs';
+import { hostInNamespace, missingNamespace } from './namespace_support.mjs';
 
 const serverProgram = '/usr/sbin/minidlnad';
 const waitSeconds = 3; // for a server that does not answer
-const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
-const enter = process.getuid() === 0 ? ['--net'] : ['--user', '--preserve-credentials', '--net'];
-
-function missing() {
-  if (!existsSync(serverProgram)) return 'this needs the package minidlna';
-  const tried = spawnSync('unshare', [...own, 'ip', 'link', 'set', 'lo', 'up'], { encoding: 'utf8' });
-  if (tried.error) return `unshare does not run here: ${tried.error.message}`;
-  return tried.status !== 0 && `no network namespace here: ${tried.stderr.trim()}`;
-}
-
-const skip = missing();
+const loopback = ['ip link set lo up'];
+const skip = existsSync(serverProgram) ? missingNamespace(loopback) : 'this needs the package minidlna';
 
 function ffmpeg(...words) {
   const { status, stderr } = spawnSync('ffmpeg', ['-v', 'error', '-y', ...words], { encoding: 'utf8' });
@@ -48,20 +40,7 @@ function makeMedia(place) {
 async function home(t) {
   const place = folder(t);
   const files = makeMedia(join(place, 'media'));
-  const holder = spawn('unshare', [...own, 'sh', '-ec', 'ip link set lo up; echo ready; exec cat'], { stdio: ['pipe', 'pipe', 'inherit'] });
-  const ended = new Promise((resolve) => holder.on('close', resolve));
-  t.after(async () => {
-    holder.stdin.end();
-    await ended;
-  });
-  await within(new Promise((resolve) => holder.stdout.once('data', resolve)), 'network namespace');
-  const inside = (program, words) => ['nsenter', ['--target', String(holder.pid), ...enter, '--', program, ...words]];
-
-  const host = start(...inside(dtvHost, ['--listen', '127.0.0.1:0', '--state', join(place, 'state'), '--home-network', 'lo']));
-  t.after(() => host.stop());
-  let told;
-  while (!told) told = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/#token=([0-9a-f]+)$/.exec(await host.line());
-  const env = { DTV_HOST: told[1], DTV_TOKEN: told[2] };
+  const { inside, env, address } = await hostInNamespace(t, loopback, { args: ['--home-network', 'lo'], state: join(place, 'state') });
   const tv = async (...words) => {
     const { code, stdout, stderr } = await run(...inside(dtvctl, ['--json', 'tv', ...words]), { env });
     return code === 0 ? JSON.parse(stdout) : { error: stderr };
@@ -70,7 +49,7 @@ async function home(t) {
   writeFileSync(settings, `network_interface=lo\nport=8200\nfriendly_name=Attic\nmedia_dir=${join(place, 'media')}\ndb_dir=${join(place, 'db')}\n` + `log_dir=${place}\nroot_container=B\ninotify=no\nwide_links=no\n`);
   const server = start(...inside(serverProgram, ['-S', '-R', '-f', settings, '-P', join(place, 'server.pid')]));
   t.after(() => server.stop('SIGKILL'));
-  return { tv, files, env, inside, server, address: told[1], place, serverLog: () => readFileSync(join(place, 'minidlna.log'), 'utf8') };
+  return { tv, files, env, inside, server, address, place, serverLog: () => readFileSync(join(place, 'minidlna.log'), 'utf8') };
 }
 
 // Asks until the answer fits. The limit is generous.
