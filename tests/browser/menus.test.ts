@@ -2,6 +2,7 @@ import type { Locator, Page } from "@playwright/test";
 import { connectAntenna, importChannels, importGuide, tv } from "./broadcast";
 import { expect, test, tooWide } from "./fixtures";
 import type { Host } from "./host";
+import { startMediaServer } from "./media-server";
 
 /** The set's menus on the page's screen, operated by keys. */
 
@@ -131,6 +132,24 @@ test("a menu that another client opens appears, in the menu's language", async (
   await expect(message(page)).toHaveText("Bildmodus: Lebhaft");
   await tv(host, "menu", "close");
   await expect(menu(page)).toHaveCount(0);
+});
+
+test("the home network is browsed by keys, and says that it is loading", async ({ open }) => {
+  const server = await startMediaServer("Attic 1", "Walks");
+  try {
+    const page = await watch(() => open("/#screen"));
+    await press(page, "Home", "ArrowUp", "Enter");
+    await expect(menu(page).getByRole("heading")).toHaveText("Home network");
+    await expect(chosen(page)).toHaveText("Attic 1");
+    await press(page, "Enter");
+    await expect(menu(page)).toContainText("Loading…");
+    server.release();
+    await expect(chosen(page)).toContainText("Walks");
+    await press(page, "ArrowLeft");
+    await expect(chosen(page)).toHaveText("Attic 1");
+  } finally {
+    server.stop();
+  }
 });
 
 test("the screen names the chosen item as its active descendant", async ({ host, open }) => {
