@@ -33,6 +33,8 @@ bool open_both(DatabaseCheck check, std::string& ret_error) {
 
 }  // namespace
 
+LibraryLimits library_limits;
+
 LibraryReading::LibraryReading()
     : guard(keeper.reading), database(keeper.reader.handle == nullptr ? nullptr : &keeper.reader) {}
 

@@ -20,8 +20,13 @@
 #include "rooms/library/rows.h"
 #include "rooms/usb/usb.h"
 
-inline constexpr std::size_t kMostSticks = 64;                // in the database
-inline constexpr std::int64_t kMostRows = 400'000;            // of all sticks
+inline constexpr std::size_t kMostSticks = 64;      // in the database
+inline constexpr std::int64_t kMostRows = 400'000;  // of all sticks
+struct LibraryLimits {
+  std::size_t sticks = kMostSticks;
+  std::int64_t rows = kMostRows;
+};
+extern LibraryLimits library_limits;                          // changed only by tests, while no scan runs or waits
 inline constexpr std::size_t kMostProblems = 200;             // of a stick that are named
 inline constexpr std::size_t kMostErasedAtOnce = 2000;        // rows in one transaction
 inline constexpr std::size_t kMostWrittenAtOnce = 128;        // files in one transaction

@@ -162,10 +162,6 @@ bool stick_drop(Database& database, std::int64_t stick) {
                    std::string(kDroppedStick) + std::to_string(stick), stick);
 }
 
-std::int64_t stick_rows(Database& database, std::int64_t stick) {
-  return read_number(bound(database, "SELECT count(*) FROM entry INDEXED BY by_name WHERE stick = ?", stick));
-}
-
 bool stick_erase_some(Database& database, std::int64_t stick, std::size_t most) {
   if (!run_bound(database,
                  "DELETE FROM entry WHERE id IN (SELECT id FROM entry INDEXED BY by_name WHERE stick = ? LIMIT ?)",

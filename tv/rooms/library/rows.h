@@ -32,7 +32,6 @@ std::vector<StickRow> sticks_by_age(Database& database);  // the least recently 
 // Takes the stick's folder from it, so that nobody finds it any more; its entries can be erased in steps.
 inline constexpr std::string_view kDroppedStick = "//";  // what its folder begins with then; no other one's does
 bool stick_drop(Database& database, std::int64_t stick);
-std::int64_t stick_rows(Database& database, std::int64_t stick);  // its entries, refused ones too
 
 // Erases at most `most` of the stick's entries, and when none is left the stick and its folders.
 bool stick_erase_some(Database& database, std::int64_t stick, std::size_t most);

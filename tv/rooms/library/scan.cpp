@@ -73,8 +73,7 @@ std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
     return 0;
   }
   StickRow row{.folder = stick.folder, .device = info.st_dev, .inode = info.st_ino, .seen = clock_utc()};
-  std::vector<std::string> inserted;
-  for (const UsbStick& each : usb_sticks()) inserted.push_back(each.folder);
+  const std::vector<std::string> inserted = scan_inserted();
   const bool put = library_write([&](Database& database) {
     if (const auto known = stick_find(database, stick.folder)) {
       if (known->device == row.device && known->inode == row.inode) {
@@ -86,13 +85,11 @@ std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
     }
     if (!stick_put(database, row)) return false;
     std::vector<StickRow> all = sticks_by_age(database);
+    std::erase_if(all, [](const StickRow& each) { return each.folder.starts_with(kDroppedStick); });
     std::size_t count = all.size();
-    std::int64_t rows = media_count(database);
     for (const StickRow& each : all) {
-      if (count <= kMostSticks && rows <= kMostRows) break;
-      if (each.folder.starts_with(kDroppedStick) || std::ranges::find(inserted, each.folder) != inserted.end())
-        continue;
-      rows -= stick_rows(database, each.id);
+      if (count <= library_limits.sticks) break;
+      if (std::ranges::find(inserted, each.folder) != inserted.end()) continue;
       --count;
       if (!stick_drop(database, each.id)) return false;
     }
@@ -209,6 +206,12 @@ void cancel_running() {
 std::string not_running() { return "the media library is not open; see the set's log"; }
 
 }  // namespace
+
+std::vector<std::string> scan_inserted() {
+  std::vector<std::string> folders;
+  for (const UsbStick& each : usb_sticks()) folders.push_back(each.folder);
+  return folders;
+}
 
 void scans_load(const std::string& state_folder) {
   const std::lock_guard guard(scans.lock);

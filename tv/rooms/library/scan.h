@@ -5,6 +5,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "rooms/library/parts.h"
 
@@ -33,5 +34,7 @@ struct ScanEnd {
 
 // Runs the change on the stick's report, under its lock.
 using ScanTell = std::function<void(const std::function<void(ScanReport& report)>& change)>;
+
+std::vector<std::string> scan_inserted();  // the folders of the sticks whose rows may not be dropped
 
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell);

@@ -37,6 +37,7 @@ struct FileEnd {
 struct Queued {
   std::size_t folder;  // in Run::folders
   WalkedFile file;
+  bool known;  // it has a row
 };
 
 // Files that the database has and the stick has no more.
@@ -57,7 +58,7 @@ struct Run {
   std::set<std::string> walked = {};       // folders with media
   std::vector<std::string> unread = {};    // folders whose contents are not known now
   Gone gone = {};
-  std::int64_t room = 0;  // rows that the database may get
+  std::int64_t room = 0;  // rows that the database may still get
   std::vector<MediaRow> batch = {};
   SteadyTime batch_begin = {};
   SteadyTime told = {};
@@ -123,16 +124,18 @@ void compare(Run& run, WalkedFolder folder) {
   run.folders.push_back(folder.path);
   for (WalkedFile& file : folder.files) {
     const auto found = known.find(file.name);
-    const bool same = found != known.end() && found->second.size == file.size && found->second.mtime == file.mtime &&
+    const bool is_known = found != known.end();
+    const bool same = is_known && found->second.size == file.size && found->second.mtime == file.mtime &&
                       found->second.inode == file.inode;
     if (same && found->second.kind == MEDIA_TYPE_NULL) run.tell([](ScanReport& report) { ++report.left_out; });
-    if (found != known.end()) known.erase(found);
+    if (is_known) known.erase(found);
     if (file.kind == MEDIA_TYPE_PLAYLIST) {
-      (same ? run.old_playlists : run.playlists).push_back({.folder = number, .file = std::move(file)});
+      (same ? run.old_playlists : run.playlists)
+          .push_back({.folder = number, .file = std::move(file), .known = is_known});
     } else if (same) {
       ++run.done;
     } else {
-      run.queue.push_back({.folder = number, .file = std::move(file)});
+      run.queue.push_back({.folder = number, .file = std::move(file), .known = is_known});
     }
   }
   if (folder.whole)
@@ -180,6 +183,34 @@ bool erase_gone(Run& run) {
   return library_write([&](Database& database) { return folders_erase_empty(database, run.task.id); });
 }
 
+// Has the sticks that were inserted least recently forgotten, until the new files have room; those that are inserted
+// now stay. False: the database cannot be written.
+bool make_room(Run& run) {
+  const auto is_new = [](const Queued& each) { return !each.known; };
+  const std::int64_t files = std::ranges::count_if(run.queue, is_new) + std::ranges::count_if(run.playlists, is_new);
+  while (!ends(run)) {
+    const std::vector<std::string> inserted = scan_inserted();
+    std::int64_t goes = 0;
+    {
+      const LibraryWriting writing;
+      if (writing.database == nullptr) return false;
+      run.room = library_limits.rows - media_count(*writing.database);
+      if (run.room >= files) return true;
+      for (const StickRow& each : sticks_by_age(*writing.database)) {
+        const bool dropped = each.folder.starts_with(kDroppedStick);
+        if (dropped || (goes == 0 && std::ranges::find(inserted, each.folder) == inserted.end())) goes = each.id;
+        if (dropped) break;  // what is left of it is of no use to anybody
+      }
+    }
+    if (goes == 0) return true;
+    const bool kept = library_write([&](Database& database) {
+      return stick_drop(database, goes) && stick_erase_some(database, goes, kMostErasedAtOnce);
+    });
+    if (!kept) return false;
+  }
+  return true;
+}
+
 bool walk(Run& run, std::string& ret_why) {
   struct stat state {};
   const bool has_state = stat(run.task.state_folder.c_str(), &state) == 0;
@@ -219,11 +250,15 @@ bool keep(Run& run, MediaRow row) {
   return (run.batch.size() < kMostWrittenAtOnce && now - run.batch_begin < kWriteAfter) || flush(run);
 }
 
+std::string path_of(const Run& run, const Queued& queued) {
+  const std::string& folder = run.folders[queued.folder];
+  return folder.empty() ? queued.file.name : folder + "/" + queued.file.name;
+}
+
 // What the file is now: the walk's facts may be old. False with ret_why: it cannot be read.
 bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaRow& ret_row, std::string& ret_why) {
   MediaRow row{.stick = run.task.id, .folder = run.folders[queued.folder], .name = queued.file.name};
-  const std::string path = row.folder.empty() ? row.name : row.folder + "/" + row.name;
-  ret_file.file = usb_open_in(run.stick, path.c_str(), UsbFile::kFile, ret_why);
+  ret_file.file = usb_open_in(run.stick, path_of(run, queued).c_str(), UsbFile::kFile, ret_why);
   struct stat info {};
   if (ret_file.file < 0) return false;
   if (fstat(ret_file.file, &info) != 0) {
@@ -276,13 +311,12 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
   FileEnd file(-1);
   MediaRow row;
   std::string why;
-  const std::string path =
-      run.folders[queued.folder].empty() ? queued.file.name : run.folders[queued.folder] + "/" + queued.file.name;
+  const std::string path = path_of(run, queued);
   if (!open_queued(run, queued, file, row, why)) {
     leave_out(run, path, why);
     return true;
   }
-  if (run.room <= 0) {
+  if (!queued.known && run.room <= 0) {
     leave_out(run, path, "the library is full");
     return true;
   }
@@ -307,7 +341,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
   }
   ++run.read;
   ++run.done;
-  --run.room;
+  if (!queued.known) --run.room;
   if (row.kind == MEDIA_TYPE_NULL) run.tell([](ScanReport& report) { ++report.left_out; });
   if (keep(run, std::move(row))) return true;
   ret_why = kNotWritten;
@@ -327,12 +361,13 @@ bool read_playlist(Run& run, const Queued& queued) {
   FileEnd file(-1);
   MediaRow row;
   std::string why;
+  const std::string path = path_of(run, queued);
   if (!open_queued(run, queued, file, row, why)) {
-    leave_out(run, queued.file.name, why);
+    leave_out(run, path, why);
     return true;
   }
-  if (run.room <= 0) {
-    leave_out(run, queued.file.name, "the library is full");
+  if (!queued.known && run.room <= 0) {
+    leave_out(run, path, "the library is full");
     return true;
   }
   const Playlist playlist = playlist_read(file.file, row.folder, run.task.stick.mount_point);
@@ -349,7 +384,7 @@ bool read_playlist(Run& run, const Queued& queued) {
   for (const MediaRow& each : rows) row.duration_ms += each.duration_ms;
   ++run.read;
   ++run.done;
-  --run.room;
+  if (!queued.known) --run.room;
   return keep(run, std::move(row));
 }
 
@@ -367,7 +402,7 @@ ScanEnd run_parts(Run& run) {
   std::string why;
   if (!walk(run, why)) {
     if (!ends(run)) return {.state = ScanState::kFailed, .reason = why};
-  } else if (!erase_gone(run)) {
+  } else if (!erase_gone(run) || !make_room(run)) {
     return {.state = ScanState::kFailed, .reason = kNotWritten};
   }
   if (ends(run)) return {.state = ScanState::kCancelled};
@@ -417,10 +452,6 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
     return {.state = ScanState::kFailed, .reason = std::string("it cannot be read: ") + std::strerror(errno)};
   }
   Run run{.task = task, .control = control, .tell = tell, .stick = stick.file};
-  {
-    const LibraryWriting writing;
-    if (writing.database != nullptr) run.room = kMostRows - media_count(*writing.database);
-  }
   ScanEnd end = run_parts(run);
   take_reader(run);
   return end;

@@ -279,6 +279,64 @@ TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
   EXPECT_EQ(media_count(*LibraryWriting().database), 1) << "the earlier one's entries are erased";
 }
 
+struct FewRows {
+  explicit FewRows(LibraryLimits limits) { library_limits = limits; }
+  ~FewRows() { library_limits = {}; }
+  FewRows(const FewRows&) = delete;
+  FewRows& operator=(const FewRows&) = delete;
+};
+
+// Three photos in a folder of the world, inserted and scanned.
+void insert_three(const Scanning& set, const std::string& name) {
+  const std::string folder = set.world.path + "/" + name;
+  fs::create_directories(folder);
+  for (const char* const file : {"1.bmp", "2.bmp", "3.bmp"})
+    std::ofstream(folder + "/" + file, std::ios::binary) << bmp_bytes(2, 2);
+  ASSERT_FALSE(LibrarySet::run({"stick", "insert", folder}).contains("error"));
+  scans_settle();
+}
+
+TEST_F(Scanning, AFullLibraryForgetsTheSticksThatWereInsertedLeastRecently) {
+  const FewRows limits({.rows = 7});
+  for (const char* const name : {"A", "B"}) {
+    insert_three(*this, name);
+    run({"stick", "remove", "all"});
+  }
+  insert_three(*this, "C");
+  EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "1.bmp 2.bmp 3.bmp");
+  EXPECT_EQ(report().left_out, 0u);
+  EXPECT_EQ(media_count(*LibraryWriting().database), 6);
+  EXPECT_FALSE(stick_find(*LibraryWriting().database, world.path + "/A"));
+  EXPECT_TRUE(stick_find(*LibraryWriting().database, world.path + "/B"));
+  // B's return takes the rest of the room; A, which is new again, finds one row besides those of inserted sticks.
+  for (const char* const name : {"B", "A"}) insert_three(*this, name);
+  EXPECT_EQ(media_count(*LibraryWriting().database), 7);
+  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, (state.path + "/usb/sdc1").c_str()), 1);
+  const auto left_out = problems();
+  EXPECT_EQ(std::ranges::count_if(left_out, [](const auto& each) { return each.ends_with("the library is full"); }), 2);
+}
+
+TEST_F(Scanning, AChangedFileNeedsNoRoom) {
+  const FewRows limits({.rows = 3});
+  for (const char* const file : {"1.bmp", "2.bmp", "3.bmp"}) write_file(file, bmp_bytes(2, 2));
+  insert();
+  write_file("2.bmp", bmp_bytes(5, 5));
+  scan();
+  EXPECT_EQ(report().left_out, 0u);
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(1).u.photo_info.width, 5u);
+}
+
+TEST_F(Scanning, OfManySticksThoseInsertedLeastRecentlyAreForgotten) {
+  const FewRows limits({.sticks = 2});
+  for (const char* const name : {"A", "B", "C"}) {
+    insert_three(*this, name);
+    run({"stick", "remove", "all"});
+  }
+  scans_settle();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 6);
+  EXPECT_FALSE(stick_find(*LibraryWriting().database, world.path + "/A"));
+}
+
 TEST_F(Scanning, ADamagedDatabaseIsReplacedAndFilledAgain) {
   for (int i = 0; i < 300; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
   insert();
