@@ -3,6 +3,7 @@
 // transactions. At last the playlists are read, since their lengths are those of what they name.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,7 +57,7 @@ struct Run {
   std::vector<Queued> playlists = {};      // those that have changed
   std::vector<Queued> old_playlists = {};  // the others
   std::set<std::string> walked = {};       // folders with media
-  std::vector<std::string> unread = {};    // folders whose contents are not known now
+  std::set<std::string> unread = {};       // folders whose contents are not known now
   Gone gone = {};
   std::int64_t room = 0;  // rows that the database may still get
   std::vector<MediaRow> batch = {};
@@ -111,7 +112,7 @@ void tell_counts(Run& run) {
 // Compares a folder with the database.
 void compare(Run& run, WalkedFolder folder) {
   run.walked.insert(folder.path);
-  if (!folder.whole) run.unread.push_back(folder.path);
+  if (!folder.whole) run.unread.insert(folder.path);
   std::map<std::string, KnownFile> known;
   {
     const LibraryWriting writing;
@@ -143,8 +144,36 @@ void compare(Run& run, WalkedFolder folder) {
   tell_counts(run);
 }
 
-bool is_below(const std::string& path, const std::string& folder) {
-  return folder.empty() || path == folder || path.starts_with(folder + "/");
+// Whether the stick's folder is still the one that was opened, and can be read. A stick that is pulled out may look
+// empty: its file system answers from memory, or the mount point below it comes to light.
+bool is_there(const Run& run, std::string& ret_why) {
+  struct stat opened {
+  }, now{};
+  if (fstat(run.stick, &opened) != 0 || stat(run.task.stick.folder.c_str(), &now) != 0) {
+    ret_why = std::string("it cannot be read any more: ") + std::strerror(errno);
+    return false;
+  }
+  if (opened.st_dev != now.st_dev || opened.st_ino != now.st_ino) {
+    ret_why = "it cannot be read any more: another folder is in its place";
+    return false;
+  }
+  constexpr const char* kDevices = "/sys/dev/block/";
+  const std::string device = kDevices + std::to_string(major(now.st_dev)) + ":" + std::to_string(minor(now.st_dev));
+  if (major(now.st_dev) != 0 && access(kDevices, F_OK) == 0 && access(device.c_str(), F_OK) != 0) {
+    ret_why = "it cannot be read any more: its device is gone";
+    return false;
+  }
+  return true;
+}
+
+// Whether the walk could not say what is in the folder.
+bool is_unread(const Run& run, std::string path) {
+  while (!run.unread.contains(path)) {
+    if (path.empty()) return false;
+    const std::size_t slash = path.rfind('/');
+    path.resize(slash == std::string::npos ? 0 : slash);
+  }
+  return true;
 }
 
 // Erases what the walk has not found.
@@ -155,10 +184,8 @@ bool erase_gone(Run& run) {
     if (writing.database == nullptr) return false;
     folders = folders_all(*writing.database, run.task.id);
   }
-  for (const FolderRow& each : folders) {
-    const bool unread = std::ranges::any_of(run.unread, [&](const std::string& f) { return is_below(each.path, f); });
-    if (!run.walked.contains(each.path) && !unread) run.gone.folders.push_back(each.id);
-  }
+  for (const FolderRow& each : folders)
+    if (!run.walked.contains(each.path) && !is_unread(run, each.path)) run.gone.folders.push_back(each.id);
   for (std::size_t i = 0; i < run.gone.rows.size() && !ends(run); i += kMostErasedAtOnce) {
     const std::size_t end = std::min(i + kMostErasedAtOnce, run.gone.rows.size());
     if (!library_write([&](Database& database) {
@@ -304,6 +331,14 @@ void take_reader(Run& run) {
   run.reader.reset();
 }
 
+// Leaves the file out, unless the whole stick is gone: then the scan fails. False with ret_why.
+bool miss(Run& run, const std::string& path, const std::string& why, std::string& ret_why) {
+  if (!is_there(run, ret_why)) return ends(run);
+  leave_out(run, path, why);
+  ++run.done;
+  return true;
+}
+
 constexpr const char* kNotWritten = "the library's database cannot be written; see the set's log";
 
 // Reads one file. False with ret_why: the scan fails.
@@ -312,12 +347,10 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
   MediaRow row;
   std::string why;
   const std::string path = path_of(run, queued);
-  if (!open_queued(run, queued, file, row, why)) {
-    leave_out(run, path, why);
-    return true;
-  }
+  if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
   if (!queued.known && run.room <= 0) {
     leave_out(run, path, "the library is full");
+    ++run.done;
     return true;
   }
   if (!give_reader(run)) {
@@ -357,24 +390,26 @@ std::string common(const std::vector<MediaRow>& rows, std::string MediaRow::*tex
   return std::ranges::all_of(rows, [&](const MediaRow& each) { return each.*text == first; }) ? first : "";
 }
 
-bool read_playlist(Run& run, const Queued& queued) {
+// As read_file.
+bool read_playlist(Run& run, const Queued& queued, std::string& ret_why) {
   FileEnd file(-1);
   MediaRow row;
   std::string why;
   const std::string path = path_of(run, queued);
-  if (!open_queued(run, queued, file, row, why)) {
-    leave_out(run, path, why);
-    return true;
-  }
+  if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
   if (!queued.known && run.room <= 0) {
     leave_out(run, path, "the library is full");
+    ++run.done;
     return true;
   }
   const Playlist playlist = playlist_read(file.file, row.folder, run.task.stick.mount_point);
   std::vector<MediaRow> rows;
   {
     const LibraryWriting writing;
-    if (writing.database == nullptr) return false;
+    if (writing.database == nullptr) {
+      ret_why = kNotWritten;
+      return false;
+    }
     rows = playlist_rows(*writing.database, run.task.id, playlist);
   }
   row.kind = MEDIA_TYPE_PLAYLIST;
@@ -385,22 +420,25 @@ bool read_playlist(Run& run, const Queued& queued) {
   ++run.read;
   ++run.done;
   if (!queued.known) --run.room;
-  return keep(run, std::move(row));
+  if (keep(run, std::move(row))) return true;
+  ret_why = kNotWritten;
+  return false;
 }
 
-bool read_playlists(Run& run) {
+bool read_playlists(Run& run, std::string& ret_why) {
   // What an unchanged one names may have changed.
   if (run.changed) {
     std::ranges::move(run.old_playlists, std::back_inserter(run.playlists));
   } else {
     run.done += run.old_playlists.size();
   }
-  return std::ranges::all_of(run.playlists, [&](const Queued& each) { return ends(run) || read_playlist(run, each); });
+  return std::ranges::all_of(run.playlists,
+                             [&](const Queued& each) { return ends(run) || read_playlist(run, each, ret_why); });
 }
 
 ScanEnd run_parts(Run& run) {
   std::string why;
-  if (!walk(run, why)) {
+  if (!walk(run, why) || !is_there(run, why)) {
     if (!ends(run)) return {.state = ScanState::kFailed, .reason = why};
   } else if (!erase_gone(run) || !make_room(run)) {
     return {.state = ScanState::kFailed, .reason = kNotWritten};
@@ -418,8 +456,14 @@ ScanEnd run_parts(Run& run) {
     }
   }
   take_reader(run);
-  if (!flush(run) || !read_playlists(run) || !flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
+  if (!flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
+  if (!read_playlists(run, why)) {
+    flush(run);
+    return {.state = ScanState::kFailed, .reason = why};
+  }
+  if (!flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (ends(run)) return {.state = ScanState::kCancelled};
+  if (!is_there(run, why)) return {.state = ScanState::kFailed, .reason = why};
   const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id); });
   tell_counts(run);
   if (!kept) return {.state = ScanState::kFailed, .reason = kNotWritten};

@@ -267,6 +267,64 @@ TEST_F(Scanning, ARemovedSticksScanEnds) {
   EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 1000);
 }
 
+// Inserts the stick, which has many files, and returns while they are read.
+void insert_and_read(const Scanning& set) {
+  ASSERT_FALSE(LibrarySet::run({"stick", "insert", set.stick}).contains("error"));
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (set.report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
+}
+
+TEST_F(Scanning, AStickThatDisappearsWhileItsFilesAreReadFailsTheScan) {
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  insert_and_read(*this);
+  fs::rename(stick + "/d", stick + "/e");  // no file is where the walk has seen it
+  fs::rename(stick, world.path + "/Away");
+  scans_settle();
+  events_settle();
+  EXPECT_EQ(report().state, "failed");
+  EXPECT_NE(report().reason.find("cannot be read any more"), std::string::npos) << report().reason;
+  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_FAILED);
+  const std::uint64_t read = report().read;
+  EXPECT_LT(read, 3000u);
+  fs::rename(world.path + "/Away", stick);
+  fs::rename(stick + "/e", stick + "/d");
+  scan();
+  EXPECT_EQ(report().state, "done");
+  EXPECT_LE(report().read, 3000 - read);
+  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 3000);
+}
+
+TEST_F(Scanning, AnotherFolderThatTakesTheSticksPlaceFailsTheScan) {
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  insert_and_read(*this);
+  fs::rename(stick, world.path + "/Away");  // its files can still be read through the folder that is open
+  fs::create_directories(stick);
+  scans_settle();
+  EXPECT_EQ(report().state, "failed");
+  EXPECT_NE(report().reason.find("another folder is in its place"), std::string::npos) << report().reason;
+}
+
+TEST_F(Scanning, FilesThatChangeBetweenTheWalkAndTheReading) {
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  write_file("e/gone.bmp", bmp_bytes(2, 2));
+  write_file("e/other.bmp", bmp_bytes(2, 2));
+  write_file("e/link.bmp", bmp_bytes(2, 2));
+  insert_and_read(*this);
+  fs::remove(stick + "/e/gone.bmp");
+  write_file("e/other.bmp", bmp_bytes(7, 7));
+  fs::remove(stick + "/e/link.bmp");
+  fs::create_symlink("/etc/passwd", stick + "/e/link.bmp");
+  scans_settle();
+  EXPECT_EQ(report().state, "done");
+  EXPECT_EQ(report().files, 3003u);
+  EXPECT_EQ(problems(), (Words{"e/gone.bmp: No such file or directory",
+                               "e/link.bmp: it is a symbolic link, or behind one; links on a stick are not followed"}));
+  ASSERT_EQ(list(MEDIA_TYPE_PHOTO, at("e")), "e/other.bmp");
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, at("e")).at(0).u.photo_info.width, 7u);
+  scan();
+  EXPECT_EQ(report().read, 0u) << "its row is of what was read";
+}
+
 TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
   write_file("a.bmp", bmp_bytes(2, 2));
   insert();

@@ -85,7 +85,9 @@ void take_entry(Walking& walking, const Waiting& parent, DIR* open, const std::s
   const std::string path = join(parent.path, name);
   struct stat info {};
   if (fstatat(dirfd(open), name.c_str(), &info, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
-    if (errno != ENOENT) walking.walk.problem(path, std::strerror(errno));
+    if (errno == ENOENT) return;
+    folder.whole = false;
+    walking.walk.problem(path, std::strerror(errno));
     return;
   }
   const bool is_folder = S_ISDIR(info.st_mode);
@@ -112,13 +114,16 @@ bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
     errno = 0;
     const dirent* const entry = readdir(open.get());
     if (entry == nullptr) {
-      folder.whole = errno == 0;
-      if (errno != 0) walking.walk.problem(waiting.path, std::strerror(errno));
+      if (errno != 0) {
+        folder.whole = false;
+        walking.walk.problem(waiting.path, std::strerror(errno));
+      }
       break;
     }
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;
-    if (++walking.names > kMostStickNames) {
+    if (++walking.names > walking.walk.most_names) {
+      folder.whole = false;
       walking.walk.problem(waiting.path, "the stick has too many names; the rest of this folder is left out");
       break;
     }

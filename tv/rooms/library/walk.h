@@ -25,13 +25,14 @@ struct WalkedFile {
 
 struct WalkedFolder {
   std::string path = {};               // within the stick, as MediaRow::folder
-  bool whole = true;                   // false: it could not be read to its end
+  bool whole = true;                   // false: there may be more in it
   std::vector<WalkedFile> files = {};  // by name
 };
 
 struct Walk {
-  int stick = -1;                                       // the stick's folder, opened with O_PATH
-  std::size_t longest_path = 0;                         // bytes, within the stick
+  int stick = -1;                // the stick's folder, opened with O_PATH
+  std::size_t longest_path = 0;  // bytes, within the stick
+  std::size_t most_names = kMostStickNames;
   std::uint64_t avoided_device = 0, avoided_inode = 0;  // a folder that is not entered
   // Called for each folder with media files in it.
   std::function<void(WalkedFolder folder)> folder;
