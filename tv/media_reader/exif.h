@@ -16,7 +16,7 @@ struct JpegHeader {
 };
 
 // The header of a file that begins like a JPEG; nothing: the file does not. Throws a Refusal for a broken one.
-std::optional<JpegHeader> jpeg_header(const Source& source);
+std::optional<JpegHeader> jpeg_header(Source& source);
 
 struct Exif {
   std::uint32_t orientation = 1;

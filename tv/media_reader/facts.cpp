@@ -73,7 +73,7 @@ std::uint32_t side(int pixels) {
   return pixels > 0 && static_cast<std::uint32_t>(pixels) <= kMostSide ? static_cast<std::uint32_t>(pixels) : 0;
 }
 
-bool photo_facts(const Source& source, WireReply& ret_reply) {
+bool photo_facts(Source& source, WireReply& ret_reply) {
   const std::optional<JpegHeader> header = jpeg_header(source);
   if (!header) return false;
   const Exif exif = exif_read(header->exif);
@@ -88,8 +88,7 @@ bool photo_facts(const Source& source, WireReply& ret_reply) {
 
 }  // namespace
 
-void read_facts(int file, const std::string& extension, Deadline deadline, WireReply& ret_reply) {
-  Source source;
+void read_facts(Source& source, int file, const std::string& extension, Deadline deadline, WireReply& ret_reply) {
   source_probe(source, file, extension, deadline);
   if (source.kind == nullptr) return;
   if (std::strcmp(source.kind->name, "jpeg_pipe") == 0 && photo_facts(source, ret_reply)) return;

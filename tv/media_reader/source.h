@@ -49,6 +49,7 @@ struct Source {
   int file = -1;
   std::int64_t size = 0;
   std::int64_t position = 0;
+  int error = 0;  // of the stick, if the file could not be read somewhere
   Deadline deadline = {};
   StreamIo io = {};
   const AVInputFormat* kind = nullptr;  // null: it is none that a television plays
@@ -58,7 +59,7 @@ struct Source {
 void check_time(Deadline deadline);  // throws when it is over
 
 // Up to so many bytes of the file from there on; fewer at its end. Throws on an error of the stick.
-std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, std::size_t count);
+std::vector<std::uint8_t> source_bytes(Source& source, std::int64_t from, std::size_t count);
 
 // Finds out what the file is.
 void source_probe(Source& source, int file, const std::string& extension, Deadline deadline);

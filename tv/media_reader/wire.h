@@ -32,13 +32,20 @@ struct WireRequest {
   char extension[8] = {};  // of the file's name: letters and digits, ended by a zero
 };
 
+// How a request has ended.
+enum class WireEnd : std::uint32_t {
+  kDone,
+  kRefused,  // the file is what it is
+  kFailed,   // it may be otherwise next time: the stick cannot be read, or time or memory was short
+};
+
 enum class WireText : std::uint32_t { kTitle, kArtist, kAlbum, kGenre, kTrack, kYear, kCount };
 
 struct WireReply {
   std::uint32_t magic = kWireMagic;
-  std::uint32_t serial = 0;   // the request's; 0: hello
-  std::uint32_t refused = 0;  // 1: `why` says why, and the rest is zero
-  std::uint32_t kind = 0;     // E_MEDIA_TYPE
+  std::uint32_t serial = 0;      // the request's; 0: hello
+  WireEnd end = WireEnd::kDone;  // else `why` says why, and the rest is zero
+  std::uint32_t kind = 0;        // E_MEDIA_TYPE
   std::uint64_t duration_ms = 0;
   std::uint32_t width = 0;  // of the file; of the thumbnail; of the picture
   std::uint32_t height = 0;

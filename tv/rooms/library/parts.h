@@ -148,6 +148,7 @@ bool set_may_jump(bool may);
 struct Playlist {
   std::string title = {};               // empty: it has none
   std::vector<std::string> files = {};  // within the stick, in their order
+  bool whole = true;                    // false: the file could not be read
 };
 // file: open for reading. folder: of the playlist, within the stick; mount_point: of the stick, since entries may be
 // absolute.

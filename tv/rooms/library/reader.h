@@ -46,7 +46,9 @@ MediaReaderHandle media_reader_create();
 
 enum class ReadResult {
   kRead,
-  kRefused,    // the file is broken, too large, of another kind than requested, or took too long: ret_why says it
+  kRefused,    // the file is broken, too large, or of another kind than requested: ret_why says it
+  kFailed,     // it may be otherwise next time: the stick cannot be read, or reading the file crashed the process, took
+               // too long or too much memory: ret_why says it
   kCancelled,  // by media_reader_cancel
   kNoReader,   // the process cannot be started
 };

@@ -121,7 +121,7 @@ bool process_start(const std::string& program, ReaderProcess& ret_process, std::
   process.handle = static_cast<int>(syscall(SYS_pidfd_open, process.id, 0));
   WireReply hello;
   const Exchange said = receive(process, -1, kStartTime, hello);
-  if (said == Exchange::kAnswered && hello.serial == 0 && hello.refused == 0) {
+  if (said == Exchange::kAnswered && hello.serial == 0 && hello.end == WireEnd::kDone) {
     ret_process = process;
     return true;
   }

@@ -366,6 +366,8 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
       row.problem = why;
       row.date = date_of_change(row.mtime);
       break;
+    case ReadResult::kFailed:
+      return miss(run, path, why, ret_why);  // it gets no row, so the next scan tries again
     case ReadResult::kCancelled:
       return true;
     case ReadResult::kNoReader:
@@ -403,6 +405,7 @@ bool read_playlist(Run& run, const Queued& queued, std::string& ret_why) {
     return true;
   }
   const Playlist playlist = playlist_read(file.file, row.folder, run.task.stick.mount_point);
+  if (!playlist.whole) return miss(run, path, "it cannot be read", ret_why);
   std::vector<MediaRow> rows;
   {
     const LibraryWriting writing;

@@ -7,6 +7,7 @@
 #include <chrono>
 
 #include "rooms/library/library_test.h"
+#include "rooms/library/reader.h"
 #include "rooms/library/walk.h"
 
 namespace {
@@ -324,6 +325,27 @@ TEST_F(Scanning, FilesThatChangeBetweenTheWalkAndTheReading) {
   scan();
   EXPECT_EQ(report().read, 0u) << "its row is of what was read";
 }
+
+#ifdef DTV_PICTURE
+// The false reader behaves as a file's text says; of a good file it says that it is no media.
+TEST_F(Scanning, AFileThatCrashesTheReaderIsTriedAgainByTheNextScan) {
+  write_file("a.bmp", "good");
+  write_file("b.bmp", "crash");
+  write_file("c.bmp", "good");
+  media_reader_set_program(fs::read_symlink("/proc/self/exe").parent_path() / "dtv-false-reader");
+  insert();
+  media_reader_set_program("");
+  EXPECT_EQ(report().state, "done");
+  ASSERT_EQ(problems().size(), 3u);
+  EXPECT_TRUE(problems()[1].starts_with("b.bmp: it crashed the reader")) << problems()[1];
+  EXPECT_TRUE(problems()[2].starts_with("c.bmp: it is neither")) << problems()[2];
+  EXPECT_EQ(report().left_out, 3u);
+  scan();
+  EXPECT_EQ(report().read, 1u) << "only the file that has no facts";
+  ASSERT_EQ(problems().size(), 3u);
+  EXPECT_EQ(problems()[1].find("crashed"), std::string::npos) << problems()[1];
+}
+#endif
 
 TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
   write_file("a.bmp", bmp_bytes(2, 2));

@@ -30,6 +30,7 @@ namespace {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
 constexpr std::chrono::seconds kTryAgain{5};     // after a failure that may pass, such as a full disk
+constexpr std::chrono::seconds kReadAgain{60};   // after one that took the reader's time
 constexpr std::chrono::seconds kReaderIdle{10};  // then its process ends
 constexpr std::uint64_t kFnvBegin = 0xCBF29CE484222325, kFnvPrime = 0x100000001B3;
 
@@ -189,11 +190,12 @@ bool save(const std::string& path, const std::vector<std::uint8_t>& jpeg) {
   return false;
 }
 
-// Returns why there is no thumbnail; empty: it is saved. ret_again: the reason may pass.
+// Returns why there is no thumbnail; empty: it is saved. ret_again: after which time the reason may have passed;
+// nothing: it stays.
 std::string make(const Wanted& wanted, MediaReader& reader, const std::string& target, std::uint64_t& ret_bytes,
-                 bool& ret_again) {
+                 std::optional<std::chrono::seconds>& ret_again) {
   std::string key, why;
-  ret_again = true;
+  ret_again = kTryAgain;
   const int file = open_wanted(wanted.path, wanted.width, wanted.height, key, why);
   if (file < 0) return why;
   std::vector<std::uint8_t> jpeg;
@@ -207,7 +209,10 @@ std::string make(const Wanted& wanted, MediaReader& reader, const std::string& t
       ret_bytes = jpeg.size();
       return "";
     case ReadResult::kRefused:
-      ret_again = false;
+      ret_again.reset();
+      return why;
+    case ReadResult::kFailed:
+      ret_again = kReadAgain;
       return why;
     case ReadResult::kCancelled:
       return "the file was changed, or the set is being switched off";
@@ -242,7 +247,7 @@ void run_thumbnails() {
     const std::string target = file_of(wanted.key);
     guard.unlock();
     std::uint64_t bytes = 0;
-    bool again = false;
+    std::optional<std::chrono::seconds> again;
     const std::string why = make(wanted, *reader, target, bytes, again);
     guard.lock();
     thumbnails.making.clear();
@@ -252,7 +257,7 @@ void run_thumbnails() {
     } else {
       if (thumbnails.refused.size() >= kMostRefusedThumbnails) thumbnails.refused.clear();
       const SteadyTime now = std::chrono::steady_clock::now();
-      thumbnails.refused[wanted.key] = {.why = why, .until = again ? now + kTryAgain : SteadyTime::max()};
+      thumbnails.refused[wanted.key] = {.why = why, .until = again ? now + *again : SteadyTime::max()};
     }
     thumbnails.changed.notify_all();
   }
