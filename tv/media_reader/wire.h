@@ -53,6 +53,7 @@ struct WireReply {
   std::uint32_t has_cover = 0;
   std::uint32_t size = 0;      // bytes in the memory
   std::uint32_t date[6] = {};  // year, month, day, hour, minute, second; all 0: unknown
+  std::uint32_t date_is_utc = 0;
   char why[kWireTextSize] = {};
   char texts[static_cast<std::size_t>(WireText::kCount)][kWireTextSize] = {};
 };

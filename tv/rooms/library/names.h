@@ -14,6 +14,7 @@ E_MEDIA_TYPE media_kind_of_name(std::string_view name);
 
 // Whether files and folders of this name are skipped and not reported: hidden ones, and those in which systems keep
 // their own things (recycle bins, indexes).
+bool media_is_unsupported(std::string_view name);  // a photo that the reader cannot decode
 bool media_is_hidden(std::string_view name);
 
 // Why a name cannot be shown: not UTF-8, or control characters; null: it can.

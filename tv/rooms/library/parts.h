@@ -125,7 +125,7 @@ bool media_list(const MediaList& list, std::int64_t first, std::int64_t count, s
 bool media_search(std::string_view text, std::optional<E_MEDIA_TYPE> kind, std::int64_t first, std::int64_t count,
                   std::vector<MediaItem>& ret_items, std::int64_t& ret_total, std::string& ret_why);
 
-// The time as 20260323141500 in the set's time zone, as far as the present day has it. utc: s since 1970.
+// The time as 20260323141500 in the set's time zone. utc: s since 1970. Takes the configuration's lock.
 std::int64_t media_local_date(std::int64_t utc);
 
 // ---- recordings.cpp ----

@@ -24,7 +24,8 @@ struct MediaFacts {
   std::uint32_t width = 0;        // pixels, as stored in the file
   std::uint32_t height = 0;
   std::uint32_t orientation = 1;  // EXIF's 1 to 8: how the stored picture is turned to be seen
-  T_DATE_TIME date = {};          // when it was taken or recorded, local time; all 0: unknown
+  T_DATE_TIME date = {};          // when it was taken or recorded; all 0: unknown
+  bool date_is_utc = false;       // else it is local time
   bool has_cover = false;         // an attached picture
 };
 

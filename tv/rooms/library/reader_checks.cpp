@@ -55,6 +55,7 @@ bool check_facts(const WireReply& reply, MediaFacts& ret_facts) {
                   .ihour = static_cast<UINT8>(reply.date[3]),
                   .iminute = static_cast<UINT8>(reply.date[4]),
                   .isecond = static_cast<UINT8>(reply.date[5])};
+  facts.date_is_utc = reply.date_is_utc != 0;
   facts.has_cover = reply.has_cover != 0;
   ret_facts = std::move(facts);
   return true;

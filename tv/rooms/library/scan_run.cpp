@@ -1,9 +1,11 @@
-// A scan has three parts. The walk finds all files, and compares them with the database by size, time of change and
-// inode: what is the same is not opened. Then the reader reads the others, and what it finds is written in short
-// transactions. At last the playlists are read, since their lengths are those of what they name.
+// A scan has three parts. The walk finds all files, and compares them with the database by size, time of change and,
+// where the file system keeps it, inode: what is the same is not opened. Then the reader reads the others, and what it
+// finds is written in short transactions. At last the playlists are read, since their lengths are those of what they
+// name.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,6 +54,7 @@ struct Run {
   ScanControl& control;
   const ScanTell& tell;
   int stick = -1;                         // its folder, opened with O_PATH
+  bool inodes = true;                     // the stick's file system keeps them
   std::vector<std::string> folders = {};  // of what is queued
   std::vector<Queued> queue = {};
   std::vector<Queued> playlists = {};      // those that have changed
@@ -79,7 +82,8 @@ std::int64_t packed_date(std::tm time) {
 
 std::int64_t date_of_change(std::int64_t mtime) { return media_local_date(mtime / 1'000'000'000); }
 
-std::int64_t date_of(const T_DATE_TIME& date, std::int64_t mtime) {
+std::int64_t date_of(const MediaFacts& facts, std::int64_t mtime) {
+  const T_DATE_TIME& date = facts.date;
   if (date.iyear == 0) return date_of_change(mtime);
   std::tm time{};
   time.tm_year = date.iyear - 1900;
@@ -88,7 +92,7 @@ std::int64_t date_of(const T_DATE_TIME& date, std::int64_t mtime) {
   time.tm_hour = date.ihour;
   time.tm_min = date.iminute;
   time.tm_sec = date.isecond;
-  return packed_date(time);
+  return facts.date_is_utc ? media_local_date(timegm(&time)) : packed_date(time);
 }
 
 void leave_out(Run& run, const std::string& path, const std::string& why) {
@@ -245,6 +249,7 @@ bool walk(Run& run, std::string& ret_why) {
       .stick = run.stick,
       // One byte less: the name of a later port's mount point is longer by one.
       .longest_path = kLongestMediaPath - std::min(kLongestMediaPath, run.task.stick.mount_point.size() + 2),
+      .inodes = run.inodes,
       .avoided_device = has_state ? state.st_dev : 0,
       .avoided_inode = has_state ? state.st_ino : 0,
       .folder = [&](WalkedFolder folder) { compare(run, std::move(folder)); },
@@ -293,8 +298,8 @@ bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaR
     return false;
   }
   row.size = static_cast<std::uint64_t>(info.st_size);
-  row.mtime = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec;
-  row.inode = info.st_ino;
+  row.mtime = media_time(info.st_mtim);
+  row.inode = run.inodes ? info.st_ino : 0;
   ret_row = std::move(row);
   return true;
 }
@@ -311,7 +316,7 @@ void take_facts(const MediaFacts& facts, MediaRow& ret_row) {
   const bool turned = facts.orientation >= 5;  // on its side
   ret_row.width = turned ? facts.height : facts.width;
   ret_row.height = turned ? facts.width : facts.height;
-  ret_row.date = date_of(facts.date, ret_row.mtime);
+  ret_row.date = date_of(facts, ret_row.mtime);
   if (facts.kind == MEDIA_TYPE_NULL) ret_row.problem = "it is neither a photo nor music nor a video";
 }
 
@@ -373,6 +378,10 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
     case ReadResult::kNoReader:
       ret_why = "the reader of media files cannot be started" + (why.empty() ? "" : ": " + why);
       return ends(run);
+  }
+  if (row.kind != MEDIA_TYPE_PHOTO && media_is_unsupported(row.name)) {
+    row.kind = MEDIA_TYPE_NULL;  // FFmpeg may take it for a video of one picture
+    row.problem = "photos of this format are not supported";
   }
   ++run.read;
   ++run.done;
@@ -476,10 +485,7 @@ ScanEnd run_parts(Run& run) {
 }  // namespace
 
 std::int64_t media_local_date(std::int64_t utc) {
-  constexpr std::int64_t kDay = 86400, kFarthestEast = 14 * 3600;
-  std::int64_t east = (kDay - clock_local_day(0) % kDay) % kDay;
-  if (east > kFarthestEast) east -= kDay;
-  const auto local = static_cast<std::time_t>(utc + east);
+  const auto local = static_cast<std::time_t>(utc + clock_offset_at(utc));
   std::tm time{};
   gmtime_r(&local, &time);
   return packed_date(time);
@@ -498,7 +504,9 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
   if (stick.file < 0) {
     return {.state = ScanState::kFailed, .reason = std::string("it cannot be read: ") + std::strerror(errno)};
   }
-  Run run{.task = task, .control = control, .tell = tell, .stick = stick.file};
+  struct statfs system {};
+  const bool inodes = fstatfs(stick.file, &system) == 0 && keeps_inodes(system.f_type);
+  Run run{.task = task, .control = control, .tell = tell, .stick = stick.file, .inodes = inodes};
   ScanEnd end = run_parts(run);
   take_reader(run);
   return end;

@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,8 +75,8 @@ void take_file(Walking& walking, const std::string& path, const std::string& nam
     folder.files.push_back({.name = name,
                             .kind = kind,
                             .size = static_cast<std::uint64_t>(info.st_size),
-                            .mtime = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec,
-                            .inode = info.st_ino});
+                            .mtime = media_time(info.st_mtim),
+                            .inode = walking.walk.inodes ? info.st_ino : 0});
   }
 }
 
@@ -138,6 +139,15 @@ bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
 }
 
 }  // namespace
+
+bool keeps_inodes(std::int64_t magic) {
+  return magic != MSDOS_SUPER_MAGIC && magic != EXFAT_SUPER_MAGIC && magic != FUSE_SUPER_MAGIC;
+}
+
+std::int64_t media_time(const timespec& time) {
+  constexpr std::int64_t kSecond = 1'000'000'000, kLast = INT64_MAX / kSecond - 1;
+  return std::clamp<std::int64_t>(time.tv_sec, -kLast, kLast) * kSecond + time.tv_nsec;
+}
 
 bool walk_stick(const Walk& walk, std::string& ret_why) {
   ret_why.clear();
