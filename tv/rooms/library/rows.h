@@ -18,11 +18,11 @@ extern const DatabaseLayouts kLibraryLayouts;
 
 struct StickRow {
   std::int64_t id = 0;
-  std::string folder = {};  // canonical; with device and inode it is the stick's identity
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::int64_t seen = 0;  // s since 1970
-  bool complete = false;  // a scan has come to its end
+  std::string folder = {};   // canonical; with the inode it is the stick's identity
+  std::uint64_t device = 0;  // of its latest scan; it may change with the port
+  std::uint64_t inode = 0;   // 0: its file system does not keep them
+  std::int64_t seen = 0;     // s since 1970
+  bool complete = false;     // a scan has come to its end
 };
 std::optional<StickRow> stick_find(Database& database, const std::string& folder);
 bool stick_put(Database& database, StickRow& stick);  // of id 0: a new one, which gets its id

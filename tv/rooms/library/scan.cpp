@@ -2,6 +2,7 @@
 #include "rooms/library/scan.h"
 
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,6 +16,7 @@
 #include "core/timers.h"
 #include "rooms/clock/clock.h"
 #include "rooms/library/parts.h"
+#include "rooms/library/walk.h"
 
 namespace {
 
@@ -64,19 +66,21 @@ bool is_running(const UsbStick& stick) {
 
 // ---- On the thread ----
 
-// The row of the stick, made or renewed. A folder that is another one now (device, inode) gets a row of its own, and
-// the rows of the earlier one are dropped, as are those of sticks that were not seen for long. 0: that failed.
+// The row of the stick, made or renewed. A folder that is another one now gets a row of its own, and the rows of the
+// earlier one are dropped, as are those of sticks that were not seen for long. 0: that failed.
 std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
   struct stat info {};
   if (stat(stick.folder.c_str(), &info) != 0) {
     ret_why = std::string("it cannot be read: ") + std::strerror(errno);
     return 0;
   }
-  StickRow row{.folder = stick.folder, .device = info.st_dev, .inode = info.st_ino, .seen = clock_utc()};
+  struct statfs system {};
+  const bool inodes = statfs(stick.folder.c_str(), &system) == 0 && keeps_inodes(system.f_type);
+  StickRow row{.folder = stick.folder, .device = info.st_dev, .inode = inodes ? info.st_ino : 0, .seen = clock_utc()};
   const std::vector<std::string> inserted = scan_inserted();
   const bool put = library_write([&](Database& database) {
     if (const auto known = stick_find(database, stick.folder)) {
-      if (known->device == row.device && known->inode == row.inode) {
+      if (known->inode == row.inode) {
         row.id = known->id;
         row.complete = known->complete;
       } else if (!stick_drop(database, known->id)) {
@@ -246,6 +250,7 @@ void scans_stop() {
 
 void scans_sticks_changed() {
   const std::vector<UsbStick> present = usb_sticks();
+  std::size_t waited = 0;  // scans of removed sticks
   {
     const std::lock_guard guard(scans.lock);
     if (!scans.runs) return;
@@ -254,11 +259,15 @@ void scans_sticks_changed() {
     };
     for (const Scanned& each : scans.sticks)
       if (is_running(each.stick) && !is_present(each.stick)) cancel_running();
+    waited = std::erase_if(scans.sticks, [&](const Scanned& each) {
+      return each.wanted && !is_running(each.stick) && !is_present(each.stick);
+    });
     std::erase_if(scans.sticks, [&](const Scanned& each) { return !is_present(each.stick); });
     for (const UsbStick& each : present)
       if (find(each) == nullptr) scans.sticks.push_back({.stick = each, .wanted = true});
     scans.busy = true;
   }
+  for (; waited > 0; --waited) calls_scan_status(VEXTVAPI_CB_SCAN_FAILED);
   scans.changed.notify_all();
 }
 

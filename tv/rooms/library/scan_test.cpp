@@ -255,6 +255,46 @@ TEST_F(Scanning, StoppingEndsAScanWithinASecond) {
   EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0) << "none runs";
 }
 
+TEST_F(Scanning, AScanThatWaitsFailsWhenItsStickIsRemoved) {
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
+  fs::create_directories(world.path + "/Other");
+  ASSERT_FALSE(run({"stick", "insert", world.path + "/Other"}).contains("error"));
+  run({"stick", "remove", "/dev/sdb1"});
+  scans_settle();
+  events_settle();
+  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_DONE);
+  EXPECT_EQ(std::ranges::count(heard, INT32{VEXTVAPI_CB_SCAN_FAILED}), 1);
+  EXPECT_EQ(begun, 1);
+}
+
+TEST_F(Scanning, AStickThatComesBackAsAnotherDeviceKeepsItsRows) {
+  write_file("a.bmp", bmp_bytes(2, 2));
+  insert();
+  media({"favourite", at("a.bmp"), "on"});
+  EXPECT_TRUE(library_write([&](Database& database) {
+    auto row = stick_find(database, stick);
+    row->device += 1;
+    return stick_put(database, *row);
+  }));
+  scan();
+  EXPECT_EQ(report().read, 0u);
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(0).favourite, 1);
+}
+
+TEST_F(Scanning, PhotosThatTheReaderCannotDecodeAreNoVideos) {
+  const std::string path = stick + "/b.avif";
+  const std::string make = "ffmpeg -v error -f lavfi -i testsrc=size=64x48 -frames:v 1 " + path + " 2>&1";
+  if (std::system(make.c_str()) != 0) std::ofstream(path) << "x";  // this ffmpeg writes none
+  write_file("a.heic", "ftypheic");
+  write_file("c.heif", bmp_bytes(2, 2));
+  insert();
+  EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "c.heif") << "it is none";
+  EXPECT_EQ(list(MEDIA_TYPE_VIDEO, mount()), "");
+  EXPECT_EQ(problems(), (Words{"a.heic: photos of this format are not supported",
+                               "b.avif: photos of this format are not supported"}));
+}
+
 TEST_F(Scanning, ARemovedSticksScanEnds) {
   for (int i = 0; i < 1000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
   ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
