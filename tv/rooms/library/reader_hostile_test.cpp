@@ -1,5 +1,6 @@
 // Hostile files, and a reader that a hostile file has taken over.
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -273,6 +274,39 @@ TEST(ReaderProcess, that_is_killed_is_started_again) {
   waitid(P_PID, static_cast<id_t>(process.id), &info, WEXITED | WNOWAIT);
   EXPECT_TRUE(process_is_useless(process));
   process_end(process);
+}
+
+// A traced process stays when it is killed, until its tracer lets it go: like one that reads from a broken stick.
+TEST(ReaderProcess, that_cannot_die_is_left_behind_thrice) {
+  const std::string program = beside("dtv-media-reader");
+  std::vector<pid_t> stuck;
+  ReaderProcess process;
+  std::string why;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_TRUE(process_start(program, process, why)) << why;
+    if (ptrace(PTRACE_SEIZE, process.id, nullptr, PTRACE_O_TRACEEXIT) != 0) {
+      process_end(process);
+      GTEST_SKIP() << "no process may be traced here";
+    }
+    stuck.push_back(process.id);
+    process_end(process);
+  }
+  EXPECT_FALSE(process_start(program, process, why));
+  EXPECT_NE(why.find("3 readers of media files cannot end"), std::string::npos) << why;
+  for (const pid_t each : stuck) {
+    int status = 0;
+    waitpid(each, &status, __WALL);
+    ptrace(PTRACE_DETACH, each, nullptr, nullptr);
+  }
+  const auto exists = [](pid_t each) { return kill(each, 0) == 0; };
+  const auto limit = steady_clock::now() + seconds(10);
+  bool started = false;
+  while ((!started || std::ranges::any_of(stuck, exists)) && steady_clock::now() < limit) {
+    started = process_start(program, process, why);
+    process_end(process);
+  }
+  EXPECT_TRUE(started) << why;
+  EXPECT_TRUE(std::ranges::none_of(stuck, exists)) << "they are reaped";
 }
 
 // ---- Files ----

@@ -17,7 +17,8 @@ struct ReaderProcess {
   bool running() const { return socket >= 0; }
 };
 
-// Starts the program, and waits until it has confined itself. False with ret_why.
+// Starts the program, and waits until it has confined itself. False with ret_why, also while three processes that were
+// killed have not ended. Any thread.
 bool process_start(const std::string& program, ReaderProcess& ret_process, std::string& ret_why);
 
 // Kills it. Waits until it is gone, for at most a second: a read from a broken stick cannot be interrupted.
