@@ -154,17 +154,27 @@ void copy_text(char (&ret_text)[Size], const char (&text)[Size]) {
   std::ranges::copy(text, ret_text);
 }
 
+// The caller holds the lock.
+void read_settings() {
+  std::ranges::transform(kSorts, calls.sorts.begin(), [](const Setting& setting) {
+    const auto sort = static_cast<INT32>(store_read(setting));
+    return is_sort(sort) ? sort : VEXTVAPI_CB_SORT_NAME;
+  });
+  calls.jump = store_read(kJump) != 0;
+}
+
 }  // namespace
 
 void calls_load() {
   const std::lock_guard guard(calls.lock);
   calls.callback = nullptr;
   calls.tag = nullptr;
-  std::ranges::transform(kSorts, calls.sorts.begin(), [](const Setting& setting) {
-    const auto sort = static_cast<INT32>(store_read(setting));
-    return is_sort(sort) ? sort : VEXTVAPI_CB_SORT_NAME;
-  });
-  calls.jump = store_read(kJump) != 0;
+  read_settings();
+}
+
+void calls_reset() {
+  const std::lock_guard guard(calls.lock);
+  read_settings();
 }
 
 INT32 set_sort(E_MEDIA_TYPE kind) {

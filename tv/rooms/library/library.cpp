@@ -310,12 +310,11 @@ void stop() {
 }
 
 // The orders of lists and the jump to a stick are settings, which the store has forgotten already. What is known of
-// sticks goes; those that are still inserted, if any, are scanned again.
+// sticks goes, with their favourites, what was played, and the thumbnails.
 bool reset() {
-  calls_load();
-  bool kept = true;
-  for (const UsbStick& each : usb_sticks()) kept = scan_forget(each).empty() && kept;
-  return kept;
+  calls_reset();
+  thumbnails_forget();
+  return scans_forget();
 }
 
 constexpr Command kCommands[] = {

@@ -87,6 +87,7 @@ ScanReport scan_report(const UsbStick& stick);
 std::string scan_begin(const UsbStick& stick);
 std::string scan_cancel(const UsbStick& stick);
 std::string scan_forget(const UsbStick& stick);  // erases what is known of it
+bool scans_forget();                             // the same of all sticks, also of those that are not inserted
 bool scans_are_done();                           // none runs or waits
 void scans_note_played(std::string_view path);
 void scans_settle();  // waits until none runs or waits, and what was noted is written
@@ -136,6 +137,7 @@ std::vector<MediaItem> media_recordings(INT32 sort, std::string_view title);
 // ---- calls.cpp ----
 
 void calls_load();
+void calls_reset();                  // to the settings in the store; an application stays registered
 INT32 set_sort(E_MEDIA_TYPE kind);   // the set order of the kind's lists
 void calls_scan_status(INT32 type);  // posts the callback
 
@@ -161,6 +163,7 @@ std::vector<MediaRow> playlist_rows(Database& database, std::int64_t stick, cons
 void thumbnails_load(const std::string& state_folder);
 void thumbnails_start();
 void thumbnails_stop();
+void thumbnails_forget();  // erases all
 
 struct ThumbnailAnswer {
   enum class State { kMade, kPending, kNone } state = State::kNone;

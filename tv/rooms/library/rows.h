@@ -26,7 +26,7 @@ struct StickRow {
 };
 std::optional<StickRow> stick_find(Database& database, const std::string& folder);
 bool stick_put(Database& database, StickRow& stick);  // of id 0: a new one, which gets its id
-bool stick_complete(Database& database, std::int64_t stick);
+bool stick_complete(Database& database, std::int64_t stick, bool complete);
 std::vector<StickRow> sticks_by_age(Database& database);  // the least recently seen first
 
 // Takes the stick's folder from it, so that nobody finds it any more; its entries can be erased in steps.
@@ -91,8 +91,8 @@ std::int64_t media_count(Database& database);  // of all sticks, refused ones to
 
 std::optional<std::int64_t> folder_find(Database& database, std::int64_t stick, std::string_view path);
 std::vector<FolderRow> folders_all(Database& database, std::int64_t stick);
-bool folder_erase(Database& database, std::int64_t folder);  // with its files, without its subfolders
-bool folders_erase_empty(Database& database, std::int64_t stick);
+// Erases the folder if it is empty, and takes it from the lists if nothing in it is listed. For those below it first.
+bool folder_tidy(Database& database, std::int64_t folder);
 
 struct KindCounts {
   std::int64_t files[MEDIA_TYPE_SUPPER_SHOP_MODE] = {};  // by E_MEDIA_TYPE; of kind null: refused ones
@@ -135,7 +135,7 @@ std::int64_t groups_count(Database& database, const ListQuery& query);
 std::vector<std::int64_t> groups_ids(Database& database, const ListQuery& query, std::int64_t first,
                                      std::int64_t count);
 
-// Folders directly in a folder, by name.
+// Folders with media directly in a folder, by name.
 std::int64_t folders_count(Database& database, std::int64_t parent);
 std::vector<FolderRow> folders_in(Database& database, std::int64_t parent, bool descending, std::int64_t first,
                                   std::int64_t count);

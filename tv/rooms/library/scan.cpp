@@ -67,12 +67,12 @@ bool is_running(const UsbStick& stick) {
 // ---- On the thread ----
 
 // The row of the stick, made or renewed. A folder that is another one now gets a row of its own, and the rows of the
-// earlier one are dropped, as are those of sticks that were not seen for long. 0: that failed.
-std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
+// earlier one are dropped, as are those of sticks that were not seen for long. False with ret_why.
+bool adopt(const UsbStick& stick, StickRow& ret_row, std::string& ret_why) {
   struct stat info {};
   if (stat(stick.folder.c_str(), &info) != 0) {
     ret_why = std::string("it cannot be read: ") + std::strerror(errno);
-    return 0;
+    return false;
   }
   struct statfs system {};
   const bool inodes = statfs(stick.folder.c_str(), &system) == 0 && keeps_inodes(system.f_type);
@@ -100,7 +100,8 @@ std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
     return true;
   });
   if (!put) ret_why = "the library's database cannot be written; see the set's log";
-  return put ? row.id : 0;
+  ret_row = std::move(row);
+  return put;
 }
 
 // Erases a part of what was dropped. True: there may be more.
@@ -114,17 +115,6 @@ bool erase_dropped() {
   }
   if (dropped == 0) return false;
   return library_write([&](Database& database) { return stick_erase_some(database, dropped, kMostErasedAtOnce); });
-}
-
-void write_noted(const std::vector<Noted>& noted) {
-  for (const Noted& each : noted) {
-    const auto place = media_place(each.path);
-    if (!place) continue;
-    library_write([&](Database& database) {
-      const auto row = media_row(database, *place);
-      return !row || row_set_played(database, row->id, each.when);
-    });
-  }
 }
 
 void end_scan(const UsbStick& stick, const ScanEnd& end) {
@@ -152,12 +142,13 @@ void end_scan(const UsbStick& stick, const ScanEnd& end) {
 void scan(const UsbStick& stick, ScanControl& control) {
   calls_scan_status(VEXTVAPI_CB_SCAN_BEGUN);
   ScanEnd end;
-  if (const std::int64_t id = adopt(stick, end.reason); id != 0) {
+  if (StickRow row; adopt(stick, row, end.reason)) {
     const auto tell = [&stick](const std::function<void(ScanReport&)>& change) {
       const std::lock_guard guard(scans.lock);
       if (Scanned* const scanned = find(stick)) change(scanned->report);
     };
-    end = scan_run({.stick = stick, .id = id, .state_folder = scans.state_folder}, control, tell);
+    const ScanTask task{.stick = stick, .id = row.id, .complete = row.complete, .state_folder = scans.state_folder};
+    end = scan_run(task, control, tell);
   }
   end_scan(stick, end);
 }
@@ -170,10 +161,8 @@ void run_scans() {
     const auto waiting = std::ranges::find_if(scans.sticks, &Scanned::wanted);
     scans.busy = !scans.noted.empty() || waiting != scans.sticks.end() || scans.erase;
     if (!scans.noted.empty()) {
-      const std::vector<Noted> noted = std::move(scans.noted);
-      scans.noted.clear();
       guard.unlock();
-      write_noted(noted);
+      scan_write_noted();
       guard.lock();
     } else if (waiting != scans.sticks.end()) {
       const UsbStick stick = waiting->stick;
@@ -210,6 +199,22 @@ void cancel_running() {
 std::string not_running() { return "the media library is not open; see the set's log"; }
 
 }  // namespace
+
+void scan_write_noted() {
+  std::vector<Noted> noted;
+  {
+    const std::lock_guard guard(scans.lock);
+    noted.swap(scans.noted);
+  }
+  for (const Noted& each : noted) {
+    const auto place = media_place(each.path);
+    if (!place) continue;
+    library_write([&](Database& database) {
+      const auto row = media_row(database, *place);
+      return !row || row_set_played(database, row->id, each.when);
+    });
+  }
+}
 
 std::vector<std::string> scan_inserted() {
   std::vector<std::string> folders;
@@ -328,6 +333,24 @@ std::string scan_forget(const UsbStick& stick) {
   return "";
 }
 
+bool scans_forget() {
+  for (const UsbStick& each : usb_sticks()) scan_cancel(each);
+  const bool kept = library_write([](Database& database) {
+    return std::ranges::all_of(sticks_by_age(database),
+                               [&](const StickRow& each) { return stick_drop(database, each.id); });
+  });
+  {
+    const std::lock_guard guard(scans.lock);
+    scans.erase = true;
+    scans.busy = scans.runs;
+    scans.noted.clear();
+    for (Scanned& each : scans.sticks)
+      if (!is_running(each.stick)) each.report = {.state = "cancelled"};
+  }
+  scans.changed.notify_all();
+  return kept;
+}
+
 bool scans_are_done() {
   const std::lock_guard guard(scans.lock);
   return scans.running.empty() && std::ranges::none_of(scans.sticks, &Scanned::wanted);
@@ -336,7 +359,9 @@ bool scans_are_done() {
 void scans_note_played(std::string_view path) {
   {
     const std::lock_guard guard(scans.lock);
-    if (!scans.runs || scans.noted.size() >= kMostNoted) return;
+    if (!scans.runs) return;
+    std::erase_if(scans.noted, [&](const Noted& each) { return each.path == path; });
+    if (scans.noted.size() >= kMostNoted) scans.noted.erase(scans.noted.begin());
     scans.noted.push_back({.path = std::string(path), .when = timer_utc_millis()});
     scans.busy = true;
   }

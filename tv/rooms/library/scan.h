@@ -22,7 +22,8 @@ bool scan_is_stopped(const ScanControl& control);
 
 struct ScanTask {
   UsbStick stick;
-  std::int64_t id = 0;  // of the stick's row
+  std::int64_t id = 0;    // of the stick's row
+  bool complete = false;  // the latest scan has come to its end
   std::string state_folder;
 };
 
@@ -35,6 +36,7 @@ struct ScanEnd {
 // Runs the change on the stick's report, under its lock.
 using ScanTell = std::function<void(const std::function<void(ScanReport& report)>& change)>;
 
+void scan_write_noted();                   // what was played since the last call; on the scanning thread
 std::vector<std::string> scan_inserted();  // the folders of the sticks whose rows may not be dropped
 
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell);

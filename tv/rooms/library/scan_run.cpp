@@ -14,6 +14,7 @@
 #include <ctime>
 #include <map>
 #include <set>
+#include <span>
 
 #include "core/text.h"
 #include "rooms/clock/clock.h"
@@ -43,12 +44,6 @@ struct Queued {
   bool known;  // it has a row
 };
 
-// Files that the database has and the stick has no more.
-struct Gone {
-  std::vector<std::int64_t> rows = {};
-  std::vector<std::int64_t> folders = {};
-};
-
 struct Run {
   const ScanTask& task;
   ScanControl& control;
@@ -61,14 +56,15 @@ struct Run {
   std::vector<Queued> old_playlists = {};  // the others
   std::set<std::string> walked = {};       // folders with media
   std::set<std::string> unread = {};       // folders whose contents are not known now
-  Gone gone = {};
-  std::int64_t room = 0;  // rows that the database may still get
+  std::vector<std::int64_t> gone = {};     // rows of files that the stick has no more
+  std::int64_t room = 0;                   // rows that the database may still get
   std::vector<MediaRow> batch = {};
   SteadyTime batch_begin = {};
   SteadyTime told = {};
   std::uint64_t done = 0;
   std::uint64_t read = 0;
-  bool changed = false;  // files were read, or are gone
+  bool changed = false;     // files were read, or are gone; also by an earlier scan that did not come to its end
+  bool incomplete = false;  // the stick's row says that this one has not
   MediaReaderHandle reader = nullptr;
 };
 
@@ -111,10 +107,32 @@ void tell_counts(Run& run) {
   });
 }
 
+// Changes the stick's entries in a transaction. From the first one on the stick is incomplete, until the scan's end.
+bool change(Run& run, const std::function<bool(Database& database)>& work) {
+  const bool kept = library_write([&](Database& database) {
+    return (run.incomplete || stick_complete(database, run.task.id, false)) && work(database);
+  });
+  run.incomplete = run.incomplete || kept;
+  return kept;
+}
+
+// The same change of each of these, in several short transactions, until the scan is cancelled.
+bool change_each(Run& run, const std::vector<std::int64_t>& ids, bool (*work)(Database& database, std::int64_t id)) {
+  for (std::size_t i = 0; i < ids.size() && !ends(run); i += kMostErasedAtOnce) {
+    const std::span part = std::span(ids).subspan(i, std::min(kMostErasedAtOnce, ids.size() - i));
+    const auto all = [&](Database& database) {
+      return std::ranges::all_of(part, [&](std::int64_t id) { return work(database, id); });
+    };
+    if (!change(run, all)) return false;
+  }
+  return true;
+}
+
 // ---- The walk ----
 
 // Compares a folder with the database.
 void compare(Run& run, WalkedFolder folder) {
+  scan_write_noted();
   run.walked.insert(folder.path);
   if (!folder.whole) run.unread.insert(folder.path);
   std::map<std::string, KnownFile> known;
@@ -144,7 +162,7 @@ void compare(Run& run, WalkedFolder folder) {
     }
   }
   if (folder.whole)
-    for (const auto& [name, file] : known) run.gone.rows.push_back(file.id);
+    for (const auto& [name, file] : known) run.gone.push_back(file.id);
   tell_counts(run);
 }
 
@@ -180,38 +198,34 @@ bool is_unread(const Run& run, std::string path) {
   return true;
 }
 
-// Erases what the walk has not found.
-bool erase_gone(Run& run) {
+// Erases folders that are empty, and takes those without media from the lists.
+bool tidy_folders(Run& run) {
   std::vector<FolderRow> folders;
   {
     const LibraryWriting writing;
     if (writing.database == nullptr) return false;
     folders = folders_all(*writing.database, run.task.id);
   }
-  for (const FolderRow& each : folders)
-    if (!run.walked.contains(each.path) && !is_unread(run, each.path)) run.gone.folders.push_back(each.id);
-  for (std::size_t i = 0; i < run.gone.rows.size() && !ends(run); i += kMostErasedAtOnce) {
-    const std::size_t end = std::min(i + kMostErasedAtOnce, run.gone.rows.size());
-    if (!library_write([&](Database& database) {
-          return std::all_of(run.gone.rows.begin() + static_cast<std::ptrdiff_t>(i),
-                             run.gone.rows.begin() + static_cast<std::ptrdiff_t>(end),
-                             [&](std::int64_t id) { return row_erase(database, id); });
-        })) {
-      return false;
+  // From the deepest up, since a folder is empty when its last subfolder is gone.
+  std::ranges::sort(folders, std::greater(), [](const FolderRow& each) { return each.path.size(); });
+  std::vector<std::int64_t> ids;
+  for (const FolderRow& each : folders) ids.push_back(each.id);
+  return change_each(run, ids, folder_tidy);
+}
+
+// Erases what the walk has not found.
+bool erase_gone(Run& run) {
+  {
+    const LibraryWriting writing;
+    if (writing.database == nullptr) return false;
+    for (const FolderRow& folder : folders_all(*writing.database, run.task.id)) {
+      if (run.walked.contains(folder.path) || is_unread(run, folder.path)) continue;
+      for (const KnownFile& file : rows_known(*writing.database, folder.id)) run.gone.push_back(file.id);
     }
   }
-  // Folders without media stand in the tree only for those below them, so most of these are empty.
-  std::erase_if(run.gone.folders, [&](std::int64_t id) {
-    const LibraryWriting writing;
-    return writing.database == nullptr || rows_known(*writing.database, id).empty();
-  });
-  run.changed = run.changed || !run.gone.rows.empty() || !run.gone.folders.empty();
-  for (const std::int64_t folder : run.gone.folders) {
-    if (ends(run)) return true;
-    if (!library_write([&](Database& database) { return folder_erase(database, folder); })) return false;
-  }
-  if (!run.changed) return true;
-  return library_write([&](Database& database) { return folders_erase_empty(database, run.task.id); });
+  if (run.gone.empty()) return true;
+  run.changed = true;
+  return change_each(run, run.gone, row_erase) && tidy_folders(run);
 }
 
 // Has the sticks that were inserted least recently forgotten, until the new files have room; those that are inserted
@@ -261,8 +275,9 @@ bool walk(Run& run, std::string& ret_why) {
 // ---- Reading ----
 
 bool flush(Run& run) {
+  scan_write_noted();
   if (run.batch.empty()) return true;
-  const bool kept = library_write([&](Database& database) {
+  const bool kept = change(run, [&](Database& database) {
     return std::ranges::all_of(run.batch, [&](const MediaRow& row) { return row_put(database, row); });
   });
   run.batch.clear();
@@ -473,10 +488,10 @@ ScanEnd run_parts(Run& run) {
     flush(run);
     return {.state = ScanState::kFailed, .reason = why};
   }
-  if (!flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
+  if (!flush(run) || (run.changed && !tidy_folders(run))) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (ends(run)) return {.state = ScanState::kCancelled};
   if (!is_there(run, why)) return {.state = ScanState::kFailed, .reason = why};
-  const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id); });
+  const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id, true); });
   tell_counts(run);
   if (!kept) return {.state = ScanState::kFailed, .reason = kNotWritten};
   return {.state = ScanState::kDone};
@@ -506,7 +521,8 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
   }
   struct statfs system {};
   const bool inodes = fstatfs(stick.file, &system) == 0 && keeps_inodes(system.f_type);
-  Run run{.task = task, .control = control, .tell = tell, .stick = stick.file, .inodes = inodes};
+  Run run{
+      .task = task, .control = control, .tell = tell, .stick = stick.file, .inodes = inodes, .changed = !task.complete};
   ScanEnd end = run_parts(run);
   take_reader(run);
   return end;

@@ -295,6 +295,92 @@ TEST_F(Scanning, PhotosThatTheReaderCannotDecodeAreNoVideos) {
                                "b.avif: photos of this format are not supported"}));
 }
 
+TEST_F(Scanning, AFolderOfRefusedFilesIsNotListed) {
+  write_file("bad/deep/x.jpg", "no picture");
+  write_file("good/x.bmp", bmp_bytes(2, 2));
+  const auto folders = [&] { return media({"stick", "sda1"}).at("folders").as_int64(); };
+  insert();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "good");
+  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_FOLDER, mount().c_str()), 1);
+  EXPECT_EQ(folders(), 1);
+  write_file("bad/deep/x.jpg", bmp_bytes(2, 2));
+  scan();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "bad good");
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, at("bad")), "bad/deep");
+  EXPECT_EQ(folders(), 3);
+  write_file("good/x.bmp", "no picture");
+  scan();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "bad");
+  EXPECT_EQ(folders(), 2);
+}
+
+TEST_F(Scanning, ManyFilesThatAreGoneAreErasedInSteps) {
+  fs::create_directories(stick + "/d");
+  for (std::size_t i = 0; i < 2 * kMostErasedAtOnce + 1; ++i)
+    std::ofstream(stick + "/d/" + std::to_string(i) + ".jpg") << "x";
+  insert();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 2 * kMostErasedAtOnce + 1);
+  fs::remove_all(stick + "/d");
+  const std::uint64_t before = library_changes();
+  scan();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 0);
+  EXPECT_GE(library_changes() - before, 3u);
+}
+
+TEST_F(Scanning, APlaylistHasItsNewLengthAfterAnInterruptedScan) {
+  write_file("a.wav", wav_bytes({.seconds = 1}));
+  write_file("list.m3u", "a.wav\n");
+  insert();
+  EXPECT_EQ(entries(MEDIA_TYPE_PLAYLIST, mount()).at(0).u.playlist_info.duration, 1u);
+  write_file("a.wav", wav_bytes({.seconds = 3}));
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  EXPECT_EQ(a_vextvapi_cb_startScan(mount().c_str()), 0);
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (report().read < kMostWrittenAtOnce && std::chrono::steady_clock::now() < limit)
+    timer_pause(std::chrono::milliseconds(1));
+  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0);
+  scans_settle();
+  ASSERT_EQ(report().state, "cancelled");
+  ASSERT_EQ(entries(MEDIA_TYPE_MUSIC, mount()).at(0).u.music_info.duration, 3u) << "it was read before";
+  scan();
+  EXPECT_EQ(entries(MEDIA_TYPE_PLAYLIST, mount()).at(0).u.playlist_info.duration, 3u);
+}
+
+TEST_F(Scanning, WhatIsPlayedDuringAScanIsNotedAtOnce) {
+  write_file("a.wav", wav_bytes({}));
+  insert();
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  EXPECT_EQ(a_vextvapi_cb_startScan(mount().c_str()), 0);
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
+  for (std::size_t i = 0; i < 2 * kMostNoted; ++i) library_note_played(at("d/none" + std::to_string(i)));
+  library_note_played(at("a.wav"));
+  while (top(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_PLAYED, mount()).empty() && a_vextvapi_cb_scanDone() == 0)
+    timer_pause(std::chrono::milliseconds(1));
+  EXPECT_EQ(a_vextvapi_cb_scanDone(), 0) << "the scan goes on";
+  scans_settle();
+  EXPECT_EQ(top(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_PLAYED, mount()), "a.wav");
+}
+
+TEST_F(Scanning, AResetForgetsAllSticksAndThumbnails) {
+  write_file("a.bmp", bmp_bytes(20, 20));
+  insert();
+  media({"favourite", at("a.bmp"), "on"});
+  std::string why;
+  ASSERT_NE(library_thumbnail(at("a.bmp"), 16, 16, why), "") << why;
+  run({"stick", "remove", "all"});
+  events_settle();
+  heard.clear();
+  tv_control(R"(["reset"])");
+  scans_settle();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 0) << "also of a stick that is not inserted";
+  EXPECT_TRUE(fs::is_empty(state.path + "/thumbnails"));
+  insert();
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(0).favourite, 0);
+  ASSERT_FALSE(heard.empty()) << "the application is still registered";
+  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_DONE);
+}
+
 TEST_F(Scanning, ARemovedSticksScanEnds) {
   for (int i = 0; i < 1000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
   ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
