@@ -41,17 +41,24 @@ void library_close();
 // Reads the whole file, and puts an empty one in the place of a damaged one. For the scanning thread.
 void library_check(bool (*ends)());
 
-// The connection for reading; null when the set is off or the database could not be opened.
+// Puts an empty file in the place of one that a statement has found damaged. For the scanning thread. False: there is
+// none, or that has happened too often.
+bool library_replace_damaged();
+
+// The connection for reading; null when the set is off or the database could not be opened. What the end of either of
+// these does about a damaged file takes the lock of scan.cpp.
 struct LibraryReading {
   std::unique_lock<std::mutex> guard;
   Database* database = nullptr;
   LibraryReading();
+  ~LibraryReading();
 };
 
 struct LibraryWriting {
   std::unique_lock<std::mutex> guard;
   Database* database = nullptr;
   LibraryWriting();
+  ~LibraryWriting();
 };
 
 // Runs the work in a transaction. False: nothing has changed; an error of the database is reported on stderr.
@@ -82,6 +89,7 @@ void scans_load(const std::string& state_folder);
 void scans_start();
 void scans_stop();
 void scans_sticks_changed();
+void scans_damaged();  // has the damaged database replaced, and all sticks scanned again
 ScanReport scan_report(const UsbStick& stick);
 // Each returns why not; empty: done.
 std::string scan_begin(const UsbStick& stick);

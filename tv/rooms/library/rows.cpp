@@ -198,7 +198,7 @@ bool row_put(Database& database, const MediaRow& row) {
   sqlite3_stmt* const known =
       bound(database, "SELECT id, favourite, played FROM entry WHERE folder = ? AND name = ?", folder, row.name);
   if (known == nullptr) return false;
-  const bool is_known = sqlite3_step(known) == SQLITE_ROW;
+  const bool is_known = step(known);
   if (is_known) {
     id = sqlite3_column_int64(known, 0);
     favourite = sqlite3_column_int64(known, 1);
@@ -283,7 +283,7 @@ KindCounts kind_counts(Database& database, std::int64_t stick) {
   KindCounts counts;
   sqlite3_stmt* const statement = bound(
       database, "SELECT kind, count(*), sum(size) FROM entry INDEXED BY by_size WHERE stick = ? GROUP BY kind", stick);
-  while (statement != nullptr && sqlite3_step(statement) == SQLITE_ROW) {
+  while (statement != nullptr && step(statement)) {
     const std::int64_t kind = sqlite3_column_int64(statement, 0);
     if (kind < 0 || kind >= MEDIA_TYPE_SUPPER_SHOP_MODE) continue;
     counts.files[kind] = sqlite3_column_int64(statement, 1);

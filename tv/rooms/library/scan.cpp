@@ -40,9 +40,10 @@ struct Scans {
   std::string running;         // the mount point of the stick that is being scanned; empty: none
   std::string running_folder;  // its folder
   ScanControl* control = nullptr;
-  bool erase = false;  // there may be rows of sticks that have been dropped
-  bool runs = false;   // the thread does
-  bool busy = false;   // it is at work
+  bool erase = false;    // there may be rows of sticks that have been dropped
+  bool damaged = false;  // a statement has found the database damaged
+  bool runs = false;     // the thread does
+  bool busy = false;     // it is at work
   std::string state_folder;
   std::thread thread;  // of start and stop
 };
@@ -159,8 +160,14 @@ void run_scans() {
   std::unique_lock guard(scans.lock);
   while (scans.runs) {
     const auto waiting = std::ranges::find_if(scans.sticks, &Scanned::wanted);
-    scans.busy = !scans.noted.empty() || waiting != scans.sticks.end() || scans.erase;
-    if (!scans.noted.empty()) {
+    scans.busy = scans.damaged || !scans.noted.empty() || waiting != scans.sticks.end() || scans.erase;
+    if (scans.damaged) {
+      scans.damaged = false;
+      guard.unlock();
+      const bool replaced = library_replace_damaged();
+      guard.lock();
+      for (Scanned& each : scans.sticks) each.wanted = each.wanted || replaced;
+    } else if (!scans.noted.empty()) {
       guard.unlock();
       scan_write_noted();
       guard.lock();
@@ -228,6 +235,7 @@ void scans_load(const std::string& state_folder) {
   scans.noted.clear();
   scans.state_folder = state_folder;
   scans.erase = true;
+  scans.damaged = false;
 }
 
 void scans_start() {
@@ -273,6 +281,17 @@ void scans_sticks_changed() {
     scans.busy = true;
   }
   for (; waited > 0; --waited) calls_scan_status(VEXTVAPI_CB_SCAN_FAILED);
+  scans.changed.notify_all();
+}
+
+void scans_damaged() {
+  {
+    const std::lock_guard guard(scans.lock);
+    if (!scans.runs) return;
+    scans.damaged = true;
+    scans.busy = true;
+    cancel_running();
+  }
   scans.changed.notify_all();
 }
 

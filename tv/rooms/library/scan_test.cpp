@@ -1,48 +1,12 @@
-// Scans: what is read again, what is left out, progress and callbacks, cancelling, hostile sticks, failures.
+// Scans: what is read again, what is left out, limits, callbacks, hostile sticks.
+#include "rooms/library/scan_test.h"
+
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-
-#include "rooms/library/library_test.h"
-#include "rooms/library/reader.h"
 #include "rooms/library/walk.h"
 
 namespace {
-
-std::vector<INT32> heard;  // on the event thread; read after events_settle
-std::atomic<int> begun = 0;
-
-INT32 listen(INT32 type, void* tag) {
-  EXPECT_EQ(tag, &heard);
-  heard.push_back(type);
-  if (type == VEXTVAPI_CB_SCAN_BEGUN) ++begun;
-  return 0;
-}
-
-struct Scanning : LibrarySet {
-  Scanning() {
-    heard.clear();
-    begun = 0;
-    EXPECT_EQ(a_vextvapi_cb_usb_scan_status_register_callback(listen, &heard), 0);
-  }
-  // "name: why" of all that was left out, sorted.
-  std::vector<std::string> problems() const {
-    std::vector<std::string> found;
-    const json::object answer = media({"problems"});
-    for (const json::value& each : answer.at("problems").as_array()) {
-      const std::string path(each.at("path").as_string());
-      found.push_back(path.substr(std::min(path.size(), mount().size() + 1)) + ": " +
-                      std::string(each.at("why").as_string()));
-    }
-    std::ranges::sort(found);
-    return found;
-  }
-};
-
-using Words = std::vector<std::string>;
 
 TEST_F(Scanning, AnInsertedStickIsScannedByItself) {
   write_file("a.bmp", bmp_bytes(2, 2));
@@ -234,40 +198,6 @@ TEST_F(Scanning, AHundredThousandNames) {
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "many/real.bmp");
 }
 
-TEST_F(Scanning, StoppingEndsAScanWithinASecond) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
-  EXPECT_EQ(a_vextvapi_cb_scanDone(), 0);
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0);
-  scans_settle();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
-  events_settle();
-  EXPECT_EQ(report().state, "cancelled");
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_CANCELLED);
-  EXPECT_LT(report().read, 3000u);
-  const std::uint64_t read = report().read;
-  scan();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_LE(report().read, 3000 - read + kMostWrittenAtOnce) << "what was read before stays";
-  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0) << "none runs";
-}
-
-TEST_F(Scanning, AScanThatWaitsFailsWhenItsStickIsRemoved) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
-  fs::create_directories(world.path + "/Other");
-  ASSERT_FALSE(run({"stick", "insert", world.path + "/Other"}).contains("error"));
-  run({"stick", "remove", "/dev/sdb1"});
-  scans_settle();
-  events_settle();
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_DONE);
-  EXPECT_EQ(std::ranges::count(heard, INT32{VEXTVAPI_CB_SCAN_FAILED}), 1);
-  EXPECT_EQ(begun, 1);
-}
-
 TEST_F(Scanning, AStickThatComesBackAsAnotherDeviceKeepsItsRows) {
   write_file("a.bmp", bmp_bytes(2, 2));
   insert();
@@ -327,25 +257,6 @@ TEST_F(Scanning, ManyFilesThatAreGoneAreErasedInSteps) {
   EXPECT_GE(library_changes() - before, 3u);
 }
 
-TEST_F(Scanning, APlaylistHasItsNewLengthAfterAnInterruptedScan) {
-  write_file("a.wav", wav_bytes({.seconds = 1}));
-  write_file("list.m3u", "a.wav\n");
-  insert();
-  EXPECT_EQ(entries(MEDIA_TYPE_PLAYLIST, mount()).at(0).u.playlist_info.duration, 1u);
-  write_file("a.wav", wav_bytes({.seconds = 3}));
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  EXPECT_EQ(a_vextvapi_cb_startScan(mount().c_str()), 0);
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (report().read < kMostWrittenAtOnce && std::chrono::steady_clock::now() < limit)
-    timer_pause(std::chrono::milliseconds(1));
-  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0);
-  scans_settle();
-  ASSERT_EQ(report().state, "cancelled");
-  ASSERT_EQ(entries(MEDIA_TYPE_MUSIC, mount()).at(0).u.music_info.duration, 3u) << "it was read before";
-  scan();
-  EXPECT_EQ(entries(MEDIA_TYPE_PLAYLIST, mount()).at(0).u.playlist_info.duration, 3u);
-}
-
 TEST_F(Scanning, WhatIsPlayedDuringAScanIsNotedAtOnce) {
   write_file("a.wav", wav_bytes({}));
   insert();
@@ -380,98 +291,6 @@ TEST_F(Scanning, AResetForgetsAllSticksAndThumbnails) {
   ASSERT_FALSE(heard.empty()) << "the application is still registered";
   EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_DONE);
 }
-
-TEST_F(Scanning, ARemovedSticksScanEnds) {
-  for (int i = 0; i < 1000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
-  run({"stick", "remove", "all"});
-  scans_settle();
-  events_settle();
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_FAILED);
-  insert();
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 1000);
-}
-
-// Inserts the stick, which has many files, and returns while they are read.
-void insert_and_read(const Scanning& set) {
-  ASSERT_FALSE(LibrarySet::run({"stick", "insert", set.stick}).contains("error"));
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (set.report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
-}
-
-TEST_F(Scanning, AStickThatDisappearsWhileItsFilesAreReadFailsTheScan) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  insert_and_read(*this);
-  fs::rename(stick + "/d", stick + "/e");  // no file is where the walk has seen it
-  fs::rename(stick, world.path + "/Away");
-  scans_settle();
-  events_settle();
-  EXPECT_EQ(report().state, "failed");
-  EXPECT_NE(report().reason.find("cannot be read any more"), std::string::npos) << report().reason;
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_FAILED);
-  const std::uint64_t read = report().read;
-  EXPECT_LT(read, 3000u);
-  fs::rename(world.path + "/Away", stick);
-  fs::rename(stick + "/e", stick + "/d");
-  scan();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_LE(report().read, 3000 - read);
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 3000);
-}
-
-TEST_F(Scanning, AnotherFolderThatTakesTheSticksPlaceFailsTheScan) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  insert_and_read(*this);
-  fs::rename(stick, world.path + "/Away");  // its files can still be read through the folder that is open
-  fs::create_directories(stick);
-  scans_settle();
-  EXPECT_EQ(report().state, "failed");
-  EXPECT_NE(report().reason.find("another folder is in its place"), std::string::npos) << report().reason;
-}
-
-TEST_F(Scanning, FilesThatChangeBetweenTheWalkAndTheReading) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  write_file("e/gone.bmp", bmp_bytes(2, 2));
-  write_file("e/other.bmp", bmp_bytes(2, 2));
-  write_file("e/link.bmp", bmp_bytes(2, 2));
-  insert_and_read(*this);
-  fs::remove(stick + "/e/gone.bmp");
-  write_file("e/other.bmp", bmp_bytes(7, 7));
-  fs::remove(stick + "/e/link.bmp");
-  fs::create_symlink("/etc/passwd", stick + "/e/link.bmp");
-  scans_settle();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_EQ(report().files, 3003u);
-  EXPECT_EQ(problems(), (Words{"e/gone.bmp: No such file or directory",
-                               "e/link.bmp: it is a symbolic link, or behind one; links on a stick are not followed"}));
-  ASSERT_EQ(list(MEDIA_TYPE_PHOTO, at("e")), "e/other.bmp");
-  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, at("e")).at(0).u.photo_info.width, 7u);
-  scan();
-  EXPECT_EQ(report().read, 0u) << "its row is of what was read";
-}
-
-#ifdef DTV_PICTURE
-// The false reader behaves as a file's text says; of a good file it says that it is no media.
-TEST_F(Scanning, AFileThatCrashesTheReaderIsTriedAgainByTheNextScan) {
-  write_file("a.bmp", "good");
-  write_file("b.bmp", "crash");
-  write_file("c.bmp", "good");
-  media_reader_set_program(fs::read_symlink("/proc/self/exe").parent_path() / "dtv-false-reader");
-  insert();
-  media_reader_set_program("");
-  EXPECT_EQ(report().state, "done");
-  ASSERT_EQ(problems().size(), 3u);
-  EXPECT_TRUE(problems()[1].starts_with("b.bmp: it crashed the reader")) << problems()[1];
-  EXPECT_TRUE(problems()[2].starts_with("c.bmp: it is neither")) << problems()[2];
-  EXPECT_EQ(report().left_out, 3u);
-  scan();
-  EXPECT_EQ(report().read, 1u) << "only the file that has no facts";
-  ASSERT_EQ(problems().size(), 3u);
-  EXPECT_EQ(problems()[1].find("crashed"), std::string::npos) << problems()[1];
-}
-#endif
 
 TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
   write_file("a.bmp", bmp_bytes(2, 2));
@@ -541,67 +360,6 @@ TEST_F(Scanning, OfManySticksThoseInsertedLeastRecentlyAreForgotten) {
   scans_settle();
   EXPECT_EQ(media_count(*LibraryWriting().database), 6);
   EXPECT_FALSE(stick_find(*LibraryWriting().database, world.path + "/A"));
-}
-
-TEST_F(Scanning, ADamagedDatabaseIsReplacedAndFilledAgain) {
-  for (int i = 0; i < 300; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  insert();
-  dtv_tv_stop();
-  const std::string path = state.path + "/media.sqlite";
-  {
-    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-    const auto size = static_cast<std::streamoff>(fs::file_size(path));
-    for (std::streamoff at = 4096 * 4; at + 512 < size; at += 4096) {
-      file.seekp(at);
-      file << std::string(512, '\xA5');
-    }
-  }
-  testing::internal::CaptureStderr();
-  start();
-  scans_settle();
-  const std::string log = testing::internal::GetCapturedStderr();
-  EXPECT_NE(log.find("media.sqlite is damaged"), std::string::npos) << log;
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 300);
-}
-
-TEST_F(Scanning, AfterAKillTheScanGoesOn) {
-  for (int i = 0; i < 600; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  dtv_tv_stop();
-  const std::string program = fs::read_symlink("/proc/self/exe").string();
-  const pid_t child = fork();
-  if (child == 0) {
-    // exec, so that no thread of this process is missing: the program is this one, with one test of its own.
-    for (const char* const shard : {"GTEST_TOTAL_SHARDS", "GTEST_SHARD_INDEX"}) unsetenv(shard);
-    setenv("LIBRARY_KILL_STATE", state.path.c_str(), 1);
-    setenv("LIBRARY_KILL_STICK", stick.c_str(), 1);
-    execl(program.c_str(), program.c_str(), "--gtest_filter=ScanningChild.DISABLED_Scans",
-          "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-  start();
-  scans_settle();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 600);
-  EXPECT_LT(report().read, 600u) << "what was written before is not read again";
-}
-
-// The process that AfterAKillTheScanGoesOn kills.
-TEST(ScanningChild, DISABLED_Scans) {
-  const char* const state = getenv("LIBRARY_KILL_STATE");
-  const char* const stick = getenv("LIBRARY_KILL_STICK");
-  ASSERT_TRUE(state != nullptr && stick != nullptr);
-  dtv_tv_stick_root(fs::path(stick).parent_path().c_str());
-  ASSERT_EQ(tv_start(state), "");
-  LibrarySet::run({"stick", "insert", stick});
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-  while (scan_report(usb_sticks().at(0)).files < 200) {
-    ASSERT_LT(std::chrono::steady_clock::now(), limit) << scan_report(usb_sticks().at(0)).reason;
-    timer_pause(std::chrono::milliseconds(1));
-  }
-  kill(getpid(), SIGKILL);
 }
 
 }  // namespace
