@@ -169,8 +169,8 @@ void compare(Run& run, WalkedFolder folder) {
 // Whether the stick's folder is still the one that was opened, and can be read. A stick that is pulled out may look
 // empty: its file system answers from memory, or the mount point below it comes to light.
 bool is_there(const Run& run, std::string& ret_why) {
-  struct stat opened {
-  }, now{};
+  struct stat opened {};
+  struct stat now {};
   if (fstat(run.stick, &opened) != 0 || stat(run.task.stick.folder.c_str(), &now) != 0) {
     ret_why = std::string("it cannot be read any more: ") + std::strerror(errno);
     return false;
@@ -215,13 +215,18 @@ bool tidy_folders(Run& run) {
 
 // Erases what the walk has not found.
 bool erase_gone(Run& run) {
+  std::vector<FolderRow> folders;
   {
     const LibraryWriting writing;
     if (writing.database == nullptr) return false;
-    for (const FolderRow& folder : folders_all(*writing.database, run.task.id)) {
-      if (run.walked.contains(folder.path) || is_unread(run, folder.path)) continue;
-      for (const KnownFile& file : rows_known(*writing.database, folder.id)) run.gone.push_back(file.id);
-    }
+    folders = folders_all(*writing.database, run.task.id);
+  }
+  for (const FolderRow& folder : folders) {
+    if (ends(run)) return true;
+    if (run.walked.contains(folder.path) || is_unread(run, folder.path)) continue;
+    const LibraryWriting writing;  // for each folder, so that a viewer's favourites are written in between
+    if (writing.database == nullptr) return false;
+    for (const KnownFile& file : rows_known(*writing.database, folder.id)) run.gone.push_back(file.id);
   }
   if (run.gone.empty()) return true;
   run.changed = true;
