@@ -7,12 +7,12 @@
 namespace {
 
 struct Keeper {
-  std::mutex writing;  // guards the writer; taken before `reading` where both are
+  std::mutex writing;  // guards the writer; taken before `reading` where both are needed
   Database writer;
   std::mutex reading;  // guards the reader
   Database reader;
-  std::string path;  // changed only by load
-  int replaced = 0;  // how often since then; of the scanning thread
+  std::string path;  // changed only by library_open
+  int replaced = 0;  // how often the file was replaced since then; changed only by library_open and the scanning thread
   std::atomic<std::uint64_t> changes = 0;
 };
 

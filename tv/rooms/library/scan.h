@@ -11,11 +11,11 @@
 
 struct MediaReader;
 
-// How other threads end a scan.
+// Lets other threads end a scan.
 struct ScanControl {
   std::atomic<bool> stopped = false;
   std::mutex lock;                // guards the reader's address
-  MediaReader* reader = nullptr;  // while there is one
+  MediaReader* reader = nullptr;  // the reader that the scan uses now; null: none
 };
 void scan_stop(ScanControl& control);
 bool scan_is_stopped(const ScanControl& control);
@@ -33,10 +33,11 @@ struct ScanEnd {
   std::string reason = {};
 };
 
-// Runs the change on the stick's report, under its lock.
+// Calls `change` with the stick's report, under the lock that guards it.
 using ScanTell = std::function<void(const std::function<void(ScanReport& report)>& change)>;
 
-void scan_write_noted();                   // what was played since the last call; on the scanning thread
-std::vector<std::string> scan_inserted();  // the folders of the sticks whose rows may not be dropped
+void scan_write_noted();                   // writes what was played since the last call; for the scanning thread
+std::vector<std::string> scan_inserted();  // the folders of the inserted sticks, whose rows may not be dropped
 
+// Scans the stick. Returns when the scan is done, has been stopped, or has failed.
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell);

@@ -1,7 +1,7 @@
-// A scan has three parts. The walk finds all files, and compares them with the database by size, time of change and,
-// where the file system keeps it, inode: what is the same is not opened. Then the reader reads the others, and what it
-// finds is written in short transactions. At last the playlists are read, since their lengths are those of what they
-// name.
+// Carries out a scan, in three parts. First the walk finds all files, and compares them with the database by size, time
+// of change and, where the file system keeps it, inode; unchanged files are not opened. Then the reader reads the
+// others, and their facts are written in short transactions. Last come the playlists, since a playlist's duration is
+// that of the files that it names.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -49,15 +49,15 @@ struct Run {
   ScanControl& control;
   const ScanTell& tell;
   int stick = -1;                         // its folder, opened with O_PATH
-  bool inodes = true;                     // the stick's file system keeps them
-  std::vector<std::string> folders = {};  // of what is queued
+  bool inodes = true;                     // the stick's file system keeps inode numbers
+  std::vector<std::string> folders = {};  // of the queued files
   std::vector<Queued> queue = {};
   std::vector<Queued> playlists = {};      // those that have changed
   std::vector<Queued> old_playlists = {};  // the others
   std::set<std::string> walked = {};       // folders with media
-  std::set<std::string> unread = {};       // folders whose contents are not known now
-  std::vector<std::int64_t> gone = {};     // rows of files that the stick has no more
-  std::int64_t room = 0;                   // rows that the database may still get
+  std::set<std::string> unread = {};       // folders that could not be read to their end
+  std::vector<std::int64_t> gone = {};     // rows of files that are no longer on the stick
+  std::int64_t room = 0;                   // how many rows may still be added
   std::vector<MediaRow> batch = {};
   SteadyTime batch_begin = {};
   SteadyTime told = {};
@@ -213,7 +213,7 @@ bool tidy_folders(Run& run) {
   return change_each(run, ids, folder_tidy);
 }
 
-// Erases what the walk has not found.
+// Erases the rows of files and folders that the walk has not found.
 bool erase_gone(Run& run) {
   std::vector<FolderRow> folders;
   {
@@ -266,7 +266,7 @@ bool walk(Run& run, std::string& ret_why) {
   const bool has_state = stat(run.task.state_folder.c_str(), &state) == 0;
   const Walk how = {
       .stick = run.stick,
-      // One byte less: the name of a later port's mount point is longer by one.
+      // One byte is reserved, since at a later port the mount point's name can be longer by one.
       .longest_path = kLongestMediaPath - std::min(kLongestMediaPath, run.task.stick.mount_point.size() + 2),
       .inodes = run.inodes,
       .avoided_device = has_state ? state.st_dev : 0,
@@ -307,7 +307,8 @@ std::string path_of(const Run& run, const Queued& queued) {
   return folder.empty() ? queued.file.name : folder + "/" + queued.file.name;
 }
 
-// What the file is now: the walk's facts may be old. False with ret_why: it cannot be read.
+// Opens the file, and reads its size, time and inode again, since they may have changed since the walk. False with
+// ret_why: it cannot be read.
 bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaRow& ret_row, std::string& ret_why) {
   MediaRow row{.stick = run.task.id, .folder = run.folders[queued.folder], .name = queued.file.name};
   ret_file.file = usb_open_in(run.stick, path_of(run, queued).c_str(), UsbFile::kFile, ret_why);
@@ -333,14 +334,14 @@ void take_facts(const MediaFacts& facts, MediaRow& ret_row) {
   ret_row.track = facts.track;
   ret_row.year = facts.year;
   ret_row.duration_ms = facts.duration_ms;
-  const bool turned = facts.orientation >= 5;  // on its side
+  const bool turned = facts.orientation >= 5;  // by a quarter
   ret_row.width = turned ? facts.height : facts.width;
   ret_row.height = turned ? facts.width : facts.height;
   ret_row.date = date_of(facts, ret_row.mtime);
   if (facts.kind == MEDIA_TYPE_NULL) ret_row.problem = "it is neither a photo nor music nor a video";
 }
 
-bool give_reader(Run& run) {
+bool ensure_reader(Run& run) {
   if (run.reader != nullptr) return true;
   run.reader = media_reader_create();
   const std::lock_guard guard(run.control.lock);
@@ -348,7 +349,7 @@ bool give_reader(Run& run) {
   return run.reader != nullptr && !ends(run);
 }
 
-void take_reader(Run& run) {
+void release_reader(Run& run) {
   {
     const std::lock_guard guard(run.control.lock);
     run.control.reader = nullptr;
@@ -378,7 +379,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
     ++run.done;
     return true;
   }
-  if (!give_reader(run)) {
+  if (!ensure_reader(run)) {
     ret_why = "the reader of media files cannot be started";
     return ends(run);
   }
@@ -414,7 +415,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
 
 // ---- Playlists ----
 
-// The one value of all rows; empty if they differ.
+// The value that all rows have; empty if they differ.
 std::string common(const std::vector<MediaRow>& rows, std::string MediaRow::*text) {
   if (rows.empty()) return "";
   const std::string& first = rows.front().*text;
@@ -458,7 +459,7 @@ bool read_playlist(Run& run, const Queued& queued, std::string& ret_why) {
 }
 
 bool read_playlists(Run& run, std::string& ret_why) {
-  // What an unchanged one names may have changed.
+  // The files that an unchanged playlist names may have changed.
   if (run.changed) {
     std::ranges::move(run.old_playlists, std::back_inserter(run.playlists));
   } else {
@@ -487,7 +488,7 @@ ScanEnd run_parts(Run& run) {
       return {.state = ScanState::kFailed, .reason = why};
     }
   }
-  take_reader(run);
+  release_reader(run);
   if (!flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (!read_playlists(run, why)) {
     flush(run);
@@ -529,6 +530,6 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
   Run run{
       .task = task, .control = control, .tell = tell, .stick = stick.file, .inodes = inodes, .changed = !task.complete};
   ScanEnd end = run_parts(run);
-  take_reader(run);
+  release_reader(run);
   return end;
 }

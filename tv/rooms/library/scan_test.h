@@ -6,17 +6,15 @@
 
 #include "rooms/library/library_test.h"
 
-inline std::vector<INT32> heard;  // on the event thread; read after events_settle
-inline std::atomic<int> begun = 0;
-
-inline INT32 listen(INT32 type, void* tag) {
-  EXPECT_EQ(tag, &heard);
-  heard.push_back(type);
-  if (type == VEXTVAPI_CB_SCAN_BEGUN) ++begun;
-  return 0;
-}
-
 struct Scanning : LibrarySet {
+  inline static std::vector<INT32> heard = {};  // on the event thread; read after events_settle
+  inline static std::atomic<int> begun = 0;
+  static INT32 listen(INT32 type, void* tag) {
+    EXPECT_EQ(tag, &heard);
+    heard.push_back(type);
+    if (type == VEXTVAPI_CB_SCAN_BEGUN) ++begun;
+    return 0;
+  }
   Scanning() {
     heard.clear();
     begun = 0;

@@ -1,5 +1,5 @@
-// The image viewer: what is displayed, how it lies, and the slide show. An application's pictures are opened in
-// application.cpp, a viewer's commands are in commands.cpp, the thread that decodes is in decoder.cpp.
+// The image viewer: the displayed picture, its view, and the slide show. application.cpp opens the pictures of
+// applications, commands.cpp has the viewer's commands, decoder.cpp the thread that decodes.
 #include "rooms/photos/photos.h"
 
 #include <algorithm>
@@ -26,12 +26,12 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kFadeTime{600};
-constexpr int kMostBroken = 20;  // photos that a slide show passes over in a row
+constexpr int kMostBroken = 20;  // photos in a row that a slide show skips, since they cannot be shown
 
 struct State {
-  std::mutex lock;  // taken after every room's and the store's; the timers' is taken under it. Guards the members below
+  std::mutex lock;  // guards the members below; taken after every room's and the store's; the timers' is taken under it
   std::optional<Photo> shown;
-  std::optional<Photo> before;  // fades out
+  std::optional<Photo> before;  // the picture that fades out
   TimerTime fade_begin = {};
   bool leaves = false;  // photos_leave was called
   bool slides = false;
@@ -44,7 +44,7 @@ struct State {
 State& state = *new State;
 
 std::atomic<bool> displayed = false;    // read without the lock
-std::atomic<std::uint64_t> newest = 0;  // picture's number; grows under the lock
+std::atomic<std::uint64_t> newest = 0;  // number of the newest picture; changed under the lock
 
 Timer slide_timer;
 Timer leave_timer;
@@ -74,7 +74,7 @@ void close_now() {
   changed();
 }
 
-// ---- The slide show; the timer thread's and the decoder's ----
+// ---- The slide show, on the timer thread and the decoder's ----
 
 // Opens the file; null with ret_why.
 PhotoFile open_file(const std::string& path, std::string& ret_why) {
@@ -84,14 +84,14 @@ PhotoFile open_file(const std::string& path, std::string& ret_why) {
 
 void take_slide(const std::string& path, DecodedPhoto decoded);
 
-// Has the file decoded for the slide show or for a key.
+// Queues the file to be decoded, for the slide show or a key.
 void queue(const std::string& path) {
   std::string why;
   if (PhotoFile file = open_file(path, why); file != nullptr) return decoder_queue(std::move(file), path, take_slide);
   take_slide(path, {.why = std::move(why)});
 }
 
-// The first photo of the folder, after its last one.
+// The first photo of the path's folder; nothing: there is no other than the path.
 std::optional<std::string> first_of(const std::string& path) {
   const std::string folder = path.substr(0, path.rfind('/'));
   const std::vector<LibraryEntry> entries = library_folder(folder, MEDIA_TYPE_PHOTO, 0, 1);
@@ -104,13 +104,13 @@ std::optional<std::string> next_of(const std::string& path, int step) {
   return step > 0 ? first_of(path) : std::nullopt;
 }
 
-// A photo for the slide show or a key has been decoded, or cannot be.
+// Takes a photo that the slide show or a key has requested: displays it, or goes on to the next if it cannot be shown.
 void take_slide(const std::string& path, DecodedPhoto decoded) {
   if (decoded.picture != nullptr) {
     photo_display({.path = path, .decoded = std::move(decoded)});
     return;
   }
-  std::fprintf(stderr, "dtv_tv: the photo %s is passed over: %s\n", quoted(path).c_str(), decoded.why.c_str());
+  std::fprintf(stderr, "dtv_tv: the photo %s is skipped: %s\n", quoted(path).c_str(), decoded.why.c_str());
   bool goes_on = false;
   {
     const std::lock_guard guard(state.lock);
@@ -127,7 +127,7 @@ void slide_on() {
     const std::lock_guard guard(state.lock);
     if (!state.slides || !state.shown || timer_now() < state.slide_due) return;
     path = state.shown->path;
-    set_slide();  // in case nothing comes of it
+    set_slide();  // tries again later if the next photo cannot be shown
   }
   if (const auto next = next_of(path, 1)) queue(*next);
 }
@@ -137,7 +137,7 @@ void slide_on() {
 std::uint64_t number(int, int) {
   if (!displayed) return 0;
   const std::lock_guard guard(state.lock);
-  if (state.before) {  // fades: every look is at another picture
+  if (state.before) {  // during a fade, each call is about another picture
     changed();
     if (timer_now() >= state.fade_begin + kFadeTime) state.before.reset();
   }
