@@ -40,7 +40,7 @@ bool take_date(ExifData& data, ExifIfd part, ExifTag tag, std::array<std::uint32
 
 }  // namespace
 
-std::optional<JpegHeader> jpeg_header(const Source& source) {
+std::optional<JpegHeader> jpeg_header(Source& source) {
   const std::vector<std::uint8_t> start = source_bytes(source, 0, 3);
   if (start.size() < 3 || start[0] != 0xFF || start[1] != 0xD8 || start[2] != 0xFF) return std::nullopt;
   JpegHeader header;

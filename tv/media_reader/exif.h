@@ -16,7 +16,7 @@ struct JpegHeader {
 };
 
 // The header of a JPEG; nothing: the file does not begin like a JPEG. Throws a Refusal if the JPEG is broken.
-std::optional<JpegHeader> jpeg_header(const Source& source);
+std::optional<JpegHeader> jpeg_header(Source& source);
 
 struct Exif {
   std::uint32_t orientation = 1;             // EXIF's number, 1 to 8

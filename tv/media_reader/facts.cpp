@@ -28,7 +28,8 @@ constexpr TextKeys kTexts[] = {
     {WireText::kAlbum, {"album", nullptr, nullptr}},       {WireText::kGenre, {"genre", nullptr, nullptr}},
     {WireText::kTrack, {"track", "tracknumber", nullptr}},
 };
-constexpr const char* kDateKeys[] = {"date", "year", "creation_time"};
+constexpr const char* kUtcKey = "creation_time";  // the other dates are local times
+constexpr const char* kDateKeys[] = {"date", "year", kUtcKey};
 
 // The text of the file's tag, else of a stream's, where Ogg has its tags. Null: there is none.
 const char* text_of(const AVFormatContext& format, const char* key) {
@@ -46,9 +47,11 @@ void put(WireReply& ret_reply, WireText which, std::string_view text) {
   field[size] = '\0';
 }
 
-void put_date(WireReply& ret_reply, const char* text) {
+void put_date(WireReply& ret_reply, const char* text, bool is_utc) {
   std::array<std::uint32_t, 6> date{};
-  if (date_read(text, date)) std::ranges::copy(date, ret_reply.date);
+  if (!date_read(text, date)) return;
+  std::ranges::copy(date, ret_reply.date);
+  ret_reply.date_is_utc = is_utc ? 1 : 0;
 }
 
 void put_texts(const AVFormatContext& format, WireReply& ret_reply) {
@@ -61,7 +64,7 @@ void put_texts(const AVFormatContext& format, WireReply& ret_reply) {
   for (const char* const key : kDateKeys) {
     const char* const text = text_of(format, key);
     if (text == nullptr) continue;
-    if (ret_reply.date[0] == 0) put_date(ret_reply, text);
+    if (ret_reply.date[0] == 0) put_date(ret_reply, text, key == kUtcKey);
     const std::string_view year(text, std::min<std::size_t>(std::strlen(text), 4));
     const bool is_year =
         year.size() == 4 && std::ranges::all_of(year, [](char c) { return c >= '0' && c <= '9'; }) && year != "0000";
@@ -74,7 +77,7 @@ std::uint32_t side(int pixels) {
   return pixels > 0 && static_cast<std::uint32_t>(pixels) <= kMostSide ? static_cast<std::uint32_t>(pixels) : 0;
 }
 
-bool photo_facts(const Source& source, WireReply& ret_reply) {
+bool photo_facts(Source& source, WireReply& ret_reply) {
   const std::optional<JpegHeader> header = jpeg_header(source);
   if (!header) return false;
   const Exif exif = exif_read(header->exif);
@@ -89,8 +92,7 @@ bool photo_facts(const Source& source, WireReply& ret_reply) {
 
 }  // namespace
 
-void read_facts(int file, const std::string& extension, Deadline deadline, WireReply& ret_reply) {
-  Source source;
+void read_facts(Source& source, int file, const std::string& extension, Deadline deadline, WireReply& ret_reply) {
   source_probe(source, file, extension, deadline);
   if (source.kind == nullptr) return;
   if (std::strcmp(source.kind->name, "jpeg_pipe") == 0 && photo_facts(source, ret_reply)) return;

@@ -4,9 +4,11 @@
 #include "media_reader/wire.h"
 #include "source.h"
 
-// Finds out what the file contains, and writes it into the reply. Throws a Refusal.
-void read_facts(int file, const std::string& extension, Deadline deadline, WireReply& ret_reply);
+// Finds out what the file contains, and writes it into the reply. Throws a Refusal. source: a new one, which afterwards
+// says whether the stick could be read.
+void read_facts(Source& source, int file, const std::string& extension, Deadline deadline, WireReply& ret_reply);
 
 // A picture of the file, of at most the size `bounds`, turned for display. any: accept a frame of a video and the cover
-// of music, not only a photo. Throws a Refusal.
-Image read_picture(int file, const std::string& extension, Deadline deadline, ImageSize bounds, bool any);
+// of music, not only a photo. Throws a Refusal. source: as above.
+Image read_picture(Source& source, int file, const std::string& extension, Deadline deadline, ImageSize bounds,
+                   bool any);

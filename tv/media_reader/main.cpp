@@ -56,22 +56,23 @@ bool receive(WireRequest& ret_request, int& ret_file) {
   return true;
 }
 
-void put_why(WireReply& ret_reply, const char* why) {
+void put_why(WireReply& ret_reply, WireEnd end, const char* why) {
   const std::size_t size = std::min(std::strlen(why), sizeof ret_reply.why - 1);
   std::memcpy(ret_reply.why, why, size);
-  ret_reply.refused = 1;
+  ret_reply.end = end;
 }
 
-void answer(const WireRequest& request, int file, std::span<std::uint8_t> memory, WireReply& ret_reply) {
+void answer(const WireRequest& request, int file, Source& source, std::span<std::uint8_t> memory,
+            WireReply& ret_reply) {
   const char* const end = std::find(std::begin(request.extension), std::end(request.extension), '\0');
   const std::string extension(std::begin(request.extension), end);
   const milliseconds time(request.milliseconds);
   const Deadline deadline = std::chrono::steady_clock::now() + std::max(time - kMargin, time / 2);
-  if (request.what == WireWhat::kFacts) return read_facts(file, extension, deadline, ret_reply);
+  if (request.what == WireWhat::kFacts) return read_facts(source, file, extension, deadline, ret_reply);
   const ImageSize bounds{std::clamp(request.width, 1U, kMostPictureWidth),
                          std::clamp(request.height, 1U, kMostPictureHeight)};
   const bool thumbnail = request.what == WireWhat::kThumbnail;
-  const Image image = read_picture(file, extension, deadline, bounds, thumbnail);
+  const Image image = read_picture(source, file, extension, deadline, bounds, thumbnail);
   const std::vector<std::uint8_t> jpeg = thumbnail ? image_jpeg(image) : std::vector<std::uint8_t>();
   const std::vector<std::uint8_t>& bytes = thumbnail ? jpeg : image.pixels;
   if (bytes.size() > memory.size()) throw Refusal("its picture is too large");
@@ -84,15 +85,17 @@ void answer(const WireRequest& request, int file, std::span<std::uint8_t> memory
 
 WireReply reply_to(const WireRequest& request, int file, std::span<std::uint8_t> memory) {
   WireReply reply{.serial = request.serial};
+  Source source;
   try {
-    answer(request, file, memory, reply);
+    answer(request, file, source, memory, reply);
     return reply;
   } catch (const std::bad_alloc&) {
     reply = {.serial = request.serial};
-    put_why(reply, "it takes more memory than is allowed");
+    put_why(reply, WireEnd::kFailed, "it takes more memory than is allowed");
   } catch (const std::exception& failure) {
     reply = {.serial = request.serial};
-    put_why(reply, failure.what());
+    const bool late = std::chrono::steady_clock::now() >= source.deadline;
+    put_why(reply, source.error != 0 || late ? WireEnd::kFailed : WireEnd::kRefused, failure.what());
   }
   return reply;
 }
@@ -111,8 +114,8 @@ int main() {
   }
   av_log_set_level(AV_LOG_QUIET);
   WireReply hello;
-  if (const char* const why = confine(); why != nullptr) put_why(hello, why);
-  if (!send_reply(hello) || hello.refused != 0) return 1;
+  if (const char* const why = confine(); why != nullptr) put_why(hello, WireEnd::kFailed, why);
+  if (!send_reply(hello) || hello.end != WireEnd::kDone) return 1;
   const std::span memory(static_cast<std::uint8_t*>(mapped), kWireMemorySize);
   WireRequest request;
   int file = -1;

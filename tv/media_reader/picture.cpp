@@ -102,7 +102,7 @@ bool camera_image(const JpegHeader& header, const Exif& exif, ImageSize bounds, 
 }
 
 // Decodes a JPEG. False: only FFmpeg can decode it.
-bool jpeg_image(const Source& source, ImageSize bounds, bool thumbnail, Image& ret_image) {
+bool jpeg_image(Source& source, ImageSize bounds, bool thumbnail, Image& ret_image) {
   const std::optional<JpegHeader> header = jpeg_header(source);
   if (!header) return false;
   const Exif exif = exif_read(header->exif);
@@ -119,8 +119,8 @@ bool jpeg_image(const Source& source, ImageSize bounds, bool thumbnail, Image& r
 
 }  // namespace
 
-Image read_picture(int file, const std::string& extension, Deadline deadline, ImageSize bounds, bool any) {
-  Source source;
+Image read_picture(Source& source, int file, const std::string& extension, Deadline deadline, ImageSize bounds,
+                   bool any) {
   source_probe(source, file, extension, deadline);
   if (source.kind == nullptr) throw Refusal("it is neither a photo nor music nor a video");
   const bool is_jpeg = std::strcmp(source.kind->name, "jpeg_pipe") == 0;

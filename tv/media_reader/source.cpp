@@ -43,7 +43,10 @@ int read_some(void* opaque, std::uint8_t* ret_bytes, int count) {
   do {
     got = pread(source.file, ret_bytes, static_cast<std::size_t>(count), source.position);
   } while (got < 0 && errno == EINTR);
-  if (got < 0) return AVERROR(errno);
+  if (got < 0) {
+    source.error = errno;
+    return AVERROR(errno);
+  }
   if (got == 0) return AVERROR_EOF;
   source.position += got;
   return static_cast<int>(got);
@@ -69,6 +72,7 @@ std::string name_of(const std::string& extension) { return extension.empty() ? "
 
 [[noreturn]] void refuse(const Source& source, int error) {
   check_time(source.deadline);
+  if (error == AVERROR(ENOMEM)) throw std::bad_alloc();
   throw Refusal(source_error(error));
 }
 
@@ -89,7 +93,7 @@ std::string source_error(int error) {
   return text.data();
 }
 
-std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, std::size_t count) {
+std::vector<std::uint8_t> source_bytes(Source& source, std::int64_t from, std::size_t count) {
   const std::int64_t left = std::max<std::int64_t>(source.size - from, 0);
   std::vector<std::uint8_t> bytes(static_cast<std::size_t>(std::min(left, static_cast<std::int64_t>(count))));
   std::size_t done = 0;
@@ -99,7 +103,10 @@ std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, 
     const ssize_t got = pread(source.file, bytes.data() + done, std::min(bytes.size() - done, kAtOnce),
                               from + static_cast<std::int64_t>(done));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw Refusal(std::strerror(errno));
+    if (got < 0) {
+      source.error = errno;
+      throw Refusal(std::strerror(source.error));
+    }
     if (got == 0) break;
     done += static_cast<std::size_t>(got);
   }
@@ -108,12 +115,12 @@ std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, 
 }
 
 void source_probe(Source& source, int file, const std::string& extension, Deadline deadline) {
+  source.deadline = deadline;
   struct stat info {};
   // The C library's fstat makes a call that can also look at other files, which the process may not make.
   if (syscall(SYS_fstat, file, &info) != 0 || !S_ISREG(info.st_mode)) throw Refusal("it is not a regular file");
   source.file = file;
   source.size = info.st_size;
-  source.deadline = deadline;
   auto* const buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
   if (buffer == nullptr) throw std::bad_alloc();
   source.io.reset(avio_alloc_context(buffer, kBuffer, 0, &source, read_some, nullptr, seek));
@@ -132,6 +139,7 @@ void source_probe(Source& source, int file, const std::string& extension, Deadli
     const AVInputFormat* kind = nullptr;
     const int result = av_probe_input_buffer2(source.io.get(), &kind, name.c_str(), nullptr, 0, 0);
     check_time(deadline);
+    if (source.error != 0) throw Refusal(std::strerror(source.error));
     if (result <= AVPROBE_SCORE_RETRY || kind == nullptr) return;  // a guess
     if (av_match_list(kind->name, kKinds, ',') > 0) source.kind = kind;
     if (std::strcmp(kind->name, "image2") != 0) return;
@@ -172,6 +180,7 @@ Codec source_decoder(const AVCodecParameters& parameters) {
   codec->thread_count = 1;
   codec->max_pixels = kMostPixels;
   const int opened = avcodec_open2(codec.get(), decoder, nullptr);
+  if (opened == AVERROR(ENOMEM)) throw std::bad_alloc();
   if (opened < 0) throw Refusal(source_error(opened));
   return codec;
 }

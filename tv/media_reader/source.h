@@ -49,6 +49,7 @@ struct Source {
   int file = -1;
   std::int64_t size = 0;      // bytes
   std::int64_t position = 0;  // of the next read
+  int error = 0;              // error number of a read that failed; 0: none did
   Deadline deadline = {};
   StreamIo io = {};
   const AVInputFormat* kind = nullptr;  // null: none that a television plays
@@ -59,7 +60,7 @@ void check_time(Deadline deadline);  // throws a Refusal once the deadline has p
 
 // At most `count` bytes of the file from the position `from` on; fewer at its end. Throws a Refusal if the stick cannot
 // be read.
-std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, std::size_t count);
+std::vector<std::uint8_t> source_bytes(Source& source, std::int64_t from, std::size_t count);
 
 // Finds out the file's format, by its contents and its extension, and sets Source::kind. Throws a Refusal.
 void source_probe(Source& source, int file, const std::string& extension, Deadline deadline);

@@ -32,13 +32,20 @@ struct WireRequest {
   char extension[8] = {};  // of the file's name: letters and digits, zero-terminated
 };
 
+// How a request has ended.
+enum class WireEnd : std::uint32_t {
+  kDone,
+  kRefused,  // the file is what it is
+  kFailed,   // it may be otherwise next time: the stick cannot be read, or time or memory was short
+};
+
 enum class WireText : std::uint32_t { kTitle, kArtist, kAlbum, kGenre, kTrack, kYear, kCount };
 
 struct WireReply {
   std::uint32_t magic = kWireMagic;
-  std::uint32_t serial = 0;   // the request's; 0: hello
-  std::uint32_t refused = 0;  // 1: the file is refused, `why` says why, and the rest is zero
-  std::uint32_t kind = 0;     // E_MEDIA_TYPE
+  std::uint32_t serial = 0;      // the request's; 0: hello
+  WireEnd end = WireEnd::kDone;  // otherwise `why` says why, and the rest is zero
+  std::uint32_t kind = 0;        // E_MEDIA_TYPE
   std::uint64_t duration_ms = 0;
   std::uint32_t width = 0;  // pixels: of the file, the thumbnail or the picture
   std::uint32_t height = 0;
@@ -46,6 +53,7 @@ struct WireReply {
   std::uint32_t has_cover = 0;
   std::uint32_t size = 0;      // bytes of the picture in the shared memory
   std::uint32_t date[6] = {};  // year, month, day, hour, minute, second; all 0: unknown
+  std::uint32_t date_is_utc = 0;
   char why[kWireTextSize] = {};
   char texts[static_cast<std::size_t>(WireText::kCount)][kWireTextSize] = {};
 };

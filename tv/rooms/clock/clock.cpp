@@ -342,6 +342,8 @@ std::int64_t clock_local_day(int days) {
   return absl::ToUnixSeconds(clock.zone.At(absl::CivilSecond(today + days)).pre);
 }
 
+std::int64_t clock_offset_at(std::int64_t utc) { return offset_at(local_clock(), utc); }
+
 void clock_zone_changed() { post_change(); }
 
 std::uint64_t clock_changes() { return changes; }

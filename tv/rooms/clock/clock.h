@@ -13,6 +13,9 @@ std::uint64_t clock_changes();
 // before.
 std::int64_t clock_local_day(int days);
 
+// How many seconds the local time is ahead of UTC at that time (seconds since 1970, UTC).
+std::int64_t clock_offset_at(std::int64_t utc);
+
 // The configuration calls it when it has changed a value of the time zone or of daylight saving. The caller may hold
 // the configuration's locks.
 void clock_zone_changed();

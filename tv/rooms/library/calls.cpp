@@ -154,17 +154,27 @@ void copy_text(char (&ret_text)[Size], const char (&text)[Size]) {
   std::ranges::copy(text, ret_text);
 }
 
+// The caller holds the lock.
+void read_settings() {
+  std::ranges::transform(kSorts, calls.sorts.begin(), [](const Setting& setting) {
+    const auto sort = static_cast<INT32>(store_read(setting));
+    return is_sort(sort) ? sort : VEXTVAPI_CB_SORT_NAME;
+  });
+  calls.jump = store_read(kJump) != 0;
+}
+
 }  // namespace
 
 void calls_load() {
   const std::lock_guard guard(calls.lock);
   calls.callback = nullptr;
   calls.tag = nullptr;
-  std::ranges::transform(kSorts, calls.sorts.begin(), [](const Setting& setting) {
-    const auto sort = static_cast<INT32>(store_read(setting));
-    return is_sort(sort) ? sort : VEXTVAPI_CB_SORT_NAME;
-  });
-  calls.jump = store_read(kJump) != 0;
+  read_settings();
+}
+
+void calls_reset() {
+  const std::lock_guard guard(calls.lock);
+  read_settings();
 }
 
 INT32 set_sort(E_MEDIA_TYPE kind) {
@@ -277,6 +287,7 @@ INT32 a_vextvapi_cb_get_db_count(INT32 type, const char* path) {
 
 INT32 a_vextvapi_cb_get_top_list_db_count(INT32 type, INT32 sort, const char* name) {
   if (!is_kind(type, MEDIA_TYPE_VIDEO)) return refuse_call(__func__, no_kind(type));
+  if (sort == VEXTVAPI_CB_SORT_SET) sort = set_sort(static_cast<E_MEDIA_TYPE>(type));
   const std::string_view text = name == nullptr ? "" : name;
   MediaList list{.kind = static_cast<E_MEDIA_TYPE>(type), .sort = sort, .groups = true};
   if (text.empty() || text.starts_with('/')) {
@@ -362,6 +373,7 @@ INT32 a_vextvapi_get_top_list_by_sort_type(T_MEDIA_INFO* list, INT32 type, INT32
 INT32 a_vextvapi_get_rec(T_MEDIA_INFO* list, INT32 type, INT32 sort, const char* name, const char* path, INT32 index,
                          INT32* count) {
   if (name == nullptr) return refuse_call(__func__, "there is no name");
+  if (sort == VEXTVAPI_CB_SORT_SET) sort = set_sort(static_cast<E_MEDIA_TYPE>(type));
   if (type == MEDIA_TYPE_MUSIC && groups(sort))
     return give_list(__func__, {.sort = sort, .group = media_key(name)}, type, path, index, count, list);
   if (list == nullptr || count == nullptr) return refuse_call(__func__, "there is no place for the list");
@@ -369,9 +381,8 @@ INT32 a_vextvapi_get_rec(T_MEDIA_INFO* list, INT32 type, INT32 sort, const char*
   if (index < 0 || *count < 0) return refuse_call(__func__, "an index or a number of entries is negative");
   std::vector<MediaItem> found;
   if (type == MEDIA_TYPE_VIDEO) {
-    if (sort != VEXTVAPI_CB_SORT_SET && !is_sort(sort))
-      return refuse_call(__func__, "there is no order " + std::to_string(sort) + " of lists");
-    found = media_recordings(sort == VEXTVAPI_CB_SORT_SET ? set_sort(MEDIA_TYPE_VIDEO) : sort, name);
+    if (!is_sort(sort)) return refuse_call(__func__, "there is no order " + std::to_string(sort) + " of lists");
+    found = media_recordings(sort, name);
   }
   const std::size_t room = static_cast<std::size_t>(std::min<INT32>(*count, CBROWSER_LIST_MAX));
   std::size_t given = 0;

@@ -114,6 +114,29 @@ TEST(LibraryIndex, NoListCountOrSearchReadsAWholeTable) {
   }
 }
 
+TEST(LibraryIndex, AnEarlierLayoutListsItsFoldersAfterwards) {
+  const TvFolder folder;
+  const std::string path = folder.path + "/media.sqlite";
+  Database database;
+  std::string error;
+  const DatabaseLayouts earlier = {.application = kLibraryLayouts.application, .steps = kLibraryLayouts.steps.first(1)};
+  ASSERT_TRUE(database_open(path, earlier, database, error)) << error;
+  ASSERT_EQ(database_execute(database.handle,
+                             "INSERT INTO folder VALUES (1, 1, 0, '', ''), (2, 1, 1, 'a', 'a'), (3, 1, 2, 'a/b', 'b'),"
+                             " (4, 1, 1, 'c', 'c');"
+                             "INSERT INTO entry SELECT column1, 1, column2, column3, 'x', 'x', 1, 1, 1, 1, '', '', '',"
+                             " '', '', '', '', '', '', '', '', 1, 1, 1, 0, 0, '' FROM (VALUES (1, 3, 1), (2, 4, 0))"),
+            SQLITE_OK)
+      << sqlite3_errmsg(database.handle);
+  database_close(database);
+  ASSERT_TRUE(database_open(path, kLibraryLayouts, database, error)) << error;
+  EXPECT_EQ(folders_count(database, 1), 1);
+  ASSERT_EQ(folders_in(database, 1, false, 0, 10).size(), 1u);
+  EXPECT_EQ(folders_in(database, 1, false, 0, 10)[0].path, "a");
+  EXPECT_EQ(folders_count(database, 2), 1);
+  database_close(database);
+}
+
 TEST(LibraryIndex, ListsOfWholeSticksAreNotSorted) {
   Rows rows(100);
   rows.each_query([&](const ListQuery& query) {

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "rooms/library/parts.h"
+#include "rooms/library/statements.h"
 
 namespace {
 
@@ -11,11 +12,14 @@ struct Keeper {
   std::mutex reading;  // guards the reader
   Database reader;
   std::string path;  // changed only by library_open
+  int replaced = 0;  // how often the file was replaced since then; changed only by library_open and the scanning thread
   std::atomic<std::uint64_t> changes = 0;
 };
 
 // Never destroyed: other threads may still use it when the process exits.
 Keeper& keeper = *new Keeper;
+
+constexpr int kMostReplaced = 3;  // on a broken disk each replacement would leave a damaged file behind
 
 constexpr const char* kWriter = "PRAGMA synchronous=FULL; PRAGMA cache_size=-8000; PRAGMA temp_store=MEMORY";
 
@@ -31,7 +35,23 @@ bool open_both(DatabaseCheck check, std::string& ret_error) {
   return false;
 }
 
+// Puts an empty file in the place of the damaged one. The caller holds the writing lock.
+void replace_file(const std::string& why) {
+  const std::lock_guard reading(keeper.reading);
+  std::string error;
+  database_close(keeper.reader);
+  if (!database_discard(keeper.path, keeper.writer, why))
+    error = "cannot use " + keeper.path + ": it is damaged (" + why + "), and it cannot be renamed";
+  if (error.empty()) open_both(DatabaseCheck::kWhole, error);
+  if (!error.empty()) std::fprintf(stderr, "dtv_tv: the media library stays empty: %s\n", error.c_str());
+  library_damaged = false;
+  ++keeper.changes;
+}
+
 }  // namespace
+
+LibraryLimits library_limits;
+std::atomic<bool> library_damaged = false;
 
 LibraryReading::LibraryReading()
     : guard(keeper.reading), database(keeper.reader.handle == nullptr ? nullptr : &keeper.reader) {}
@@ -39,9 +59,21 @@ LibraryReading::LibraryReading()
 LibraryWriting::LibraryWriting()
     : guard(keeper.writing), database(keeper.writer.handle == nullptr ? nullptr : &keeper.writer) {}
 
+LibraryReading::~LibraryReading() {
+  guard.unlock();
+  if (library_damaged) scans_damaged();
+}
+
+LibraryWriting::~LibraryWriting() {
+  guard.unlock();
+  if (library_damaged) scans_damaged();
+}
+
 bool library_open(const std::string& folder, std::string& ret_error) {
   const std::scoped_lock guard(keeper.writing, keeper.reading);
   keeper.path = folder + "/media.sqlite";
+  keeper.replaced = 0;
+  library_damaged = false;
   return open_both(DatabaseCheck::kHead, ret_error);
 }
 
@@ -53,15 +85,17 @@ void library_close() {
 
 void library_check(bool (*ends)()) {
   const std::lock_guard writing(keeper.writing);
-  std::string why, error;
-  if (keeper.writer.handle == nullptr || database_is_whole(keeper.writer, ends, why)) return;
-  const std::lock_guard reading(keeper.reading);
-  database_close(keeper.reader);
-  if (!database_discard(keeper.path, keeper.writer, why))
-    error = "cannot use " + keeper.path + ": it is damaged (" + why + "), and it cannot be renamed";
-  if (error.empty()) open_both(DatabaseCheck::kWhole, error);
-  if (!error.empty()) std::fprintf(stderr, "dtv_tv: the media library stays empty: %s\n", error.c_str());
-  ++keeper.changes;
+  std::string why;
+  if (keeper.writer.handle != nullptr && !database_is_whole(keeper.writer, ends, why)) replace_file(why);
+}
+
+bool library_replace_damaged() {
+  const std::lock_guard writing(keeper.writing);
+  const bool damaged = library_damaged.exchange(false);
+  if (!damaged || keeper.writer.handle == nullptr || keeper.replaced >= kMostReplaced) return false;
+  ++keeper.replaced;
+  replace_file("a statement could not read it");
+  return true;
 }
 
 bool library_write(const std::function<bool(Database& database)>& work) {
@@ -74,10 +108,12 @@ bool library_write(const std::function<bool(Database& database)>& work) {
       return true;
     }
     const std::string why = sqlite3_errmsg(handle);
+    note_damage(sqlite3_errcode(handle));
     database_execute(handle, "ROLLBACK");
     std::fprintf(stderr, "dtv_tv: the media library was not written: %s\n", why.c_str());
     return false;
   }
+  note_damage(sqlite3_errcode(handle));
   std::fprintf(stderr, "dtv_tv: the media library cannot be written: %s\n", sqlite3_errmsg(handle));
   return false;
 }

@@ -122,11 +122,13 @@ MediaList list_of_folder(std::string_view folder, E_MEDIA_TYPE kind) {
 std::optional<MediaPlace> media_place(std::string_view path) {
   auto stick = usb_stick_of(path);
   if (!stick) return std::nullopt;
-  std::string_view within = path.substr(stick->mount_point.size());
+  std::string within(path.substr(stick->mount_point.size()));
   const bool slash = within.ends_with('/');
-  while (within.starts_with('/')) within.remove_prefix(1);
-  while (within.ends_with('/')) within.remove_suffix(1);
-  return MediaPlace{.stick = std::move(*stick), .path = std::string(within), .ends_with_slash = slash};
+  const auto doubled = std::ranges::unique(within, [](char one, char next) { return one == '/' && next == '/'; });
+  within.erase(doubled.begin(), doubled.end());
+  if (within.starts_with('/')) within.erase(0, 1);
+  if (within.ends_with('/')) within.pop_back();
+  return MediaPlace{.stick = std::move(*stick), .path = std::move(within), .ends_with_slash = slash};
 }
 
 std::optional<MediaRow> media_row(Database& database, const MediaPlace& place) {
@@ -308,12 +310,11 @@ void stop() {
 }
 
 // The orders of lists and the jump to a stick are settings, which the store has reset already. This erases all rows of
-// sticks, and scans the inserted sticks again.
+// sticks, with their favourites and what was played, and all thumbnails.
 bool reset() {
-  calls_load();
-  bool kept = true;
-  for (const UsbStick& each : usb_sticks()) kept = scan_forget(each).empty() && kept;
-  return kept;
+  calls_reset();
+  thumbnails_forget();
+  return scans_forget();
 }
 
 constexpr Command kCommands[] = {

@@ -176,6 +176,50 @@ TEST_F(Library, TheSetOrderIsKept) {
   for (const INT32 type : {-1, 0, 7}) refusal([&] { return a_vextvapi_set_sort_type(type, VEXTVAPI_CB_SORT_NAME); });
 }
 
+TEST_F(Library, TheSetOrderHasGroups) {
+  EXPECT_EQ(a_vextvapi_set_sort_type(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_ARTIST), 0);
+  EXPECT_EQ(rec(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_SET, "Anna", mount()), "Music/c.wav Music/b.wav");
+  EXPECT_EQ(a_vextvapi_cb_get_top_list_db_count(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_SET, "Anna"), 2);
+}
+
+TEST_F(Library, DatesAreOfTheSetsZone) {
+  const auto date_of = [&](const std::string& path) {
+    std::string why;
+    std::vector<MediaItem> items;
+    EXPECT_TRUE(media_list({.path = at(path), .all = true, .sort = VEXTVAPI_CB_SORT_NAME}, 0, 1, items, nullptr, why));
+    return items.empty() ? 0 : items[0].row.date;
+  };
+  write_file("summer/a.bmp", bmp_bytes(2, 2));
+  set_time("summer/a.bmp", 1'690'000'000);  // 2023-07-22T04:26:40Z
+  write_file("winter/a.bmp", bmp_bytes(2, 2));
+  set_time("winter/a.bmp", 1'700'000'000);  // 2023-11-14T22:13:20Z
+  write_file("film/a.mp4", film_bytes());
+  write_file("later/a.bmp", bmp_bytes(2, 2));
+  set_time("later/a.bmp", 100'000'000'000);  // in the year 5138
+  const std::string film = stick + "/film/b.mp4";
+  ASSERT_EQ(std::system(("ffmpeg -v error -i " + stick + "/film/a.mp4 -c copy -metadata date= -metadata " +
+                         "creation_time=2026-03-23T14:15:00Z " + film)
+                            .c_str()),
+            0);
+  fs::remove(stick + "/film/a.mp4");
+  EXPECT_EQ(a_vextvapi_config_set_str_value("g_time__tz_name", "Pacific/Honolulu"), 0);
+  scan();
+  EXPECT_EQ(date_of("winter"), 20231114121320);
+  EXPECT_EQ(date_of("film"), 20260323041500) << "the time of a film is UTC";
+  EXPECT_EQ(date_of("later") / 10'000'000'000, 2262);
+  for (const char* const path : {"summer/a.bmp", "winter/a.bmp", "film/b.mp4"}) fs::remove(stick + "/" + path);
+  scan();
+  EXPECT_EQ(report().read, 1u) << "the playlist";
+  write_file("summer/a.bmp", bmp_bytes(2, 2));
+  set_time("summer/a.bmp", 1'690'000'000);
+  write_file("winter/a.bmp", bmp_bytes(2, 2));
+  set_time("winter/a.bmp", 1'700'000'000);
+  EXPECT_EQ(a_vextvapi_config_set_str_value("g_time__tz_name", "Europe/Berlin"), 0);
+  scan();
+  EXPECT_EQ(date_of("summer"), 20230722062640);
+  EXPECT_EQ(date_of("winter"), 20231114231320);
+}
+
 TEST_F(Library, FindsAFileByItsIndex) {
   VEXTVAPI_CB_MUSIC_T music{};
   VEXTVAPI_CB_VIDEO_T video{};
@@ -214,6 +258,8 @@ TEST_F(Library, GivesTheFactsOfAFileByItsPathOrName) {
   ASSERT_EQ(a_vextvapi_get_metaData(&details, MEDIA_TYPE_PHOTO, at("beach.bmp").c_str(), nullptr), 0);
   ASSERT_EQ(a_vextvapi_get_metaData(&details, MEDIA_TYPE_PLAYLIST, "Music/all.m3u", mount().c_str()), 0);
   EXPECT_STREQ(details.playlist_info.title, "Best of");
+  for (const char* const folder : {"Music/", "Music//", "/Music"})
+    EXPECT_EQ(a_vextvapi_get_metaData(&details, MEDIA_TYPE_MUSIC, "c.wav", at(folder).c_str()), 0) << folder;
   const auto fails = [&](INT32 type, const std::string& file) {
     return refusal([&] { return a_vextvapi_get_metaData(&details, type, file.c_str(), mount().c_str()); });
   };

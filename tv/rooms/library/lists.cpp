@@ -193,16 +193,18 @@ std::vector<std::int64_t> groups_ids(Database& database, const ListQuery& query,
 }
 
 std::int64_t folders_count(Database& database, std::int64_t parent) {
-  return read_number(bound(database, "SELECT count(*) FROM folder INDEXED BY folder_by_name WHERE parent = ?", parent));
+  return read_number(
+      bound(database, "SELECT count(*) FROM folder INDEXED BY folder_by_name WHERE parent = ? AND listed = 1", parent));
 }
 
 std::vector<FolderRow> folders_in(Database& database, std::int64_t parent, bool descending, std::int64_t first,
                                   std::int64_t count) {
-  const std::string_view sql =
-      descending ? "SELECT id, path FROM folder INDEXED BY folder_by_name WHERE parent = ? ORDER BY name_key DESC, id "
-                   "DESC LIMIT ? OFFSET ?"
-                 : "SELECT id, path FROM folder INDEXED BY folder_by_name WHERE parent = ? ORDER BY name_key, id LIMIT "
-                   "? OFFSET ?";
+  const std::string_view sql = descending ? "SELECT id, path FROM folder INDEXED BY folder_by_name WHERE parent = ? "
+                                            "AND listed = 1 ORDER BY name_key DESC, id "
+                                            "DESC LIMIT ? OFFSET ?"
+                                          : "SELECT id, path FROM folder INDEXED BY folder_by_name WHERE parent = ? "
+                                            "AND listed = 1 ORDER BY name_key, id LIMIT "
+                                            "? OFFSET ?";
   return read_all(
       bound(database, sql, parent, count, first), +[](sqlite3_stmt* row) -> FolderRow {
         return {.id = sqlite3_column_int64(row, 0), .path = column_text(row, 1)};

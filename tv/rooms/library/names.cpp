@@ -38,6 +38,8 @@ constexpr Extension kExtensions[] = {
     {"m3u8", MEDIA_TYPE_PLAYLIST}, {"pls", MEDIA_TYPE_PLAYLIST},
 };
 
+constexpr std::string_view kUnsupported[] = {"heic", "heif", "avif"};
+
 // Folders of operating systems whose names do not begin with a dot.
 constexpr std::string_view kSystemFolders[] = {"$RECYCLE.BIN", "RECYCLER",  "System Volume Information",
                                                "lost+found",   "FOUND.000", "Recycled"};
@@ -68,6 +70,11 @@ E_MEDIA_TYPE media_kind_of_name(std::string_view name) {
   const auto* const found = std::ranges::find_if(
       kExtensions, [&](const Extension& each) { return equal_ignoring_case(each.name, extension); });
   return found == std::end(kExtensions) ? MEDIA_TYPE_NULL : found->kind;
+}
+
+bool media_is_unsupported(std::string_view name) {
+  const std::string_view extension = extension_of(name);
+  return std::ranges::any_of(kUnsupported, [&](std::string_view each) { return equal_ignoring_case(each, extension); });
 }
 
 bool media_is_hidden(std::string_view name) {

@@ -12,6 +12,9 @@
 // contents decide later (reader.h).
 E_MEDIA_TYPE media_kind_of_name(std::string_view name);
 
+// Whether the name is that of a photo in a format that the reader cannot decode.
+bool media_is_unsupported(std::string_view name);
+
 // Whether a scan skips files and folders of this name without reporting them: names that begin with a dot, and folders
 // of operating systems (recycle bins, indexes).
 bool media_is_hidden(std::string_view name);

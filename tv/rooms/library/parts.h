@@ -23,8 +23,13 @@
 #include "rooms/library/rows.h"
 #include "rooms/usb/usb.h"
 
-inline constexpr std::size_t kMostSticks = 64;                // in the database
-inline constexpr std::int64_t kMostRows = 400'000;            // of all sticks
+inline constexpr std::size_t kMostSticks = 64;      // in the database
+inline constexpr std::int64_t kMostRows = 400'000;  // of all sticks
+struct LibraryLimits {
+  std::size_t sticks = kMostSticks;
+  std::int64_t rows = kMostRows;
+};
+extern LibraryLimits library_limits;                          // changed only by tests, while no scan runs or waits
 inline constexpr std::size_t kMostProblems = 200;             // of a stick that are named; the others are only counted
 inline constexpr std::size_t kMostErasedAtOnce = 2000;        // rows in one transaction
 inline constexpr std::size_t kMostWrittenAtOnce = 128;        // files in one transaction
@@ -40,12 +45,18 @@ void library_close();
 // check. For the scanning thread.
 void library_check(bool (*ends)());
 
+// Puts an empty file in the place of one that a statement has found damaged. For the scanning thread. False: no
+// statement has, or the file was replaced too often.
+bool library_replace_damaged();
+
 // The connection for reading, and its lock while the object exists. database is null when the set is off or the
-// database could not be opened.
+// database could not be opened. After a statement has found damage, the destructor releases the lock, and then takes
+// that of scan.cpp to wake the scanning thread.
 struct LibraryReading {
   std::unique_lock<std::mutex> guard;
   Database* database = nullptr;
   LibraryReading();
+  ~LibraryReading();
 };
 
 // The same for the connection for writing.
@@ -53,6 +64,7 @@ struct LibraryWriting {
   std::unique_lock<std::mutex> guard;
   Database* database = nullptr;
   LibraryWriting();
+  ~LibraryWriting();
 };
 
 // Runs the work in a transaction, under the writing lock. False: the work returned false or the database failed, which
@@ -85,11 +97,13 @@ void scans_load(const std::string& state_folder);
 void scans_start();
 void scans_stop();
 void scans_sticks_changed();
+void scans_damaged();  // has the damaged database replaced, and all sticks scanned again
 ScanReport scan_report(const UsbStick& stick);
 // Each returns why it failed; empty: done.
 std::string scan_begin(const UsbStick& stick);
 std::string scan_cancel(const UsbStick& stick);
 std::string scan_forget(const UsbStick& stick);  // ends its scan, and erases all that the database has of it
+bool scans_forget();                             // the same for all sticks, also those that are not inserted
 bool scans_are_done();                           // no scan runs or waits
 void scans_note_played(std::string_view path);
 void scans_settle();  // waits until no scan runs or waits, and all noted times are written
@@ -130,7 +144,8 @@ bool media_list(const MediaList& list, std::int64_t first, std::int64_t count, s
 bool media_search(std::string_view text, std::optional<E_MEDIA_TYPE> kind, std::int64_t first, std::int64_t count,
                   std::vector<MediaItem>& ret_items, std::int64_t& ret_total, std::string& ret_why);
 
-// The local time as the number 20260323141500, with the offset that the set's time zone has today. utc: s since 1970.
+// The local time as the number 20260323141500, in the set's time zone. utc: s since 1970. Takes the configuration's
+// lock.
 std::int64_t media_local_date(std::int64_t utc);
 
 // ---- recordings.cpp ----
@@ -141,6 +156,7 @@ std::vector<MediaItem> media_recordings(INT32 sort, std::string_view title);
 // ---- calls.cpp ----
 
 void calls_load();
+void calls_reset();                  // reads the settings again; an application's callback stays registered
 INT32 set_sort(E_MEDIA_TYPE kind);   // the order that was set for the kind's lists
 void calls_scan_status(INT32 type);  // posts a call of the application's callback
 
@@ -153,6 +169,7 @@ bool set_may_jump(bool may);  // false: the store has not saved it
 struct Playlist {
   std::string title = {};               // empty: the playlist does not state one
   std::vector<std::string> files = {};  // within the stick, in their order
+  bool whole = true;                    // false: the file could not be read
 };
 // file: the playlist, open for reading. folder: the playlist's folder within the stick. mount_point: the stick's, for
 // entries with absolute paths.
@@ -165,6 +182,7 @@ std::vector<MediaRow> playlist_rows(Database& database, std::int64_t stick, cons
 void thumbnails_load(const std::string& state_folder);
 void thumbnails_start();
 void thumbnails_stop();
+void thumbnails_forget();  // erases all
 
 struct ThumbnailAnswer {
   enum class State { kMade, kPending, kNone } state = State::kNone;

@@ -15,17 +15,20 @@ constexpr std::size_t kLongestPlaylist = 1 << 20;   // bytes that are read of a 
 constexpr std::size_t kMostPlaylistFiles = 1000;    // of a playlist
 constexpr std::size_t kLongestPlaylistTitle = 127;  // bytes
 
-std::string read_text(int file) {
+// False: it cannot be read.
+bool read_text(int file, std::string& ret_text) {
   std::string text(kLongestPlaylist, '\0');
   std::size_t length = 0;
   while (length < text.size()) {
     const ssize_t got = pread(file, text.data() + length, text.size() - length, static_cast<off_t>(length));
     if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
+    if (got < 0) return false;
+    if (got == 0) break;
     length += static_cast<std::size_t>(got);
   }
   text.resize(length);
-  return text;
+  ret_text = std::move(text);
+  return true;
 }
 
 // Text that is not UTF-8 is taken for ISO 8859-1, which old players write.
@@ -104,7 +107,8 @@ std::string_view trimmed(std::string_view line) {
 }  // namespace
 
 Playlist playlist_read(int file, std::string_view folder, std::string_view mount_point) {
-  const std::string text = read_text(file);
+  std::string text;
+  if (!read_text(file, text)) return {.whole = false};
   std::string_view rest = text;
   if (rest.starts_with("\xEF\xBB\xBF")) rest.remove_prefix(3);
   Playlist playlist;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -25,6 +26,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kFactsTime{5000};      // for the facts of a file
 constexpr milliseconds kPictureTime{10'000};  // for its thumbnail or its picture
+constexpr const char* kNonsense = "the reader of media files answered nonsense";
 // Then the process is replaced, which ends leaks, and the control that a file may have gained.
 constexpr std::uint32_t kFilesPerProcess = 1000;
 
@@ -82,9 +84,12 @@ void put_extension(const std::string& name, WireRequest& ret_request) {
 
 std::string seconds(milliseconds time) { return std::to_string(time.count() / 1000) + " s"; }
 
-// Sends a request and waits for the reply. After any failure the process is ended, and the next file gets a new one.
-ReadResult ask(MediaReader& reader, WireRequest request, int file, const std::string& name, milliseconds time,
-               WireReply& ret_reply, std::string& ret_why) {
+// Checks and takes the contents of a reply. False: they are nonsense.
+using Take = std::function<bool(const WireReply& reply)>;
+
+// Sends a request and waits for the reply. After any failure the process is ended, and the next request gets a new one.
+ReadResult ask_once(MediaReader& reader, WireRequest request, int file, const std::string& name, milliseconds time,
+                    const Take& take, std::string& ret_why) {
   if (reader.cancelled) return ReadResult::kCancelled;
   if (std::string why; !have_process(reader, why)) {
     ret_why = std::move(why);
@@ -99,12 +104,13 @@ ReadResult ask(MediaReader& reader, WireRequest request, int file, const std::st
   std::string why;
   switch (process_ask(reader.process, request, file, reader.cancel, time, reply)) {
     case Exchange::kAnswered:
-      if (reply.refused != 0) {
+      if (reply.end == WireEnd::kDone && take(reply)) return ReadResult::kRead;
+      if (reply.end == WireEnd::kRefused) {
         ret_why = check_why(reply);
         return ReadResult::kRefused;
       }
-      ret_reply = reply;
-      return ReadResult::kRead;
+      why = reply.end == WireEnd::kFailed ? check_why(reply) : kNonsense;
+      break;
     case Exchange::kCancelled:
       process_end(reader.process);
       return ReadResult::kCancelled;
@@ -112,7 +118,7 @@ ReadResult ask(MediaReader& reader, WireRequest request, int file, const std::st
       why = "it crashed the reader of media files: " + process_end_of(reader.process);
       break;
     case Exchange::kNonsense:
-      why = "the reader of media files answered nonsense";
+      why = kNonsense;
       break;
     case Exchange::kLate:
       why = "reading it took more than " + seconds(time);
@@ -120,13 +126,16 @@ ReadResult ask(MediaReader& reader, WireRequest request, int file, const std::st
   }
   process_end(reader.process);
   ret_why = std::move(why);
-  return ReadResult::kRefused;
+  return ReadResult::kFailed;
 }
 
-ReadResult nonsense(MediaReader& reader, std::string& ret_why) {
-  process_end(reader.process);
-  ret_why = "the reader of media files answered nonsense";
-  return ReadResult::kRefused;
+// Asks once more where an earlier file may have spoiled the process.
+ReadResult ask(MediaReader& reader, const WireRequest& request, int file, const std::string& name, milliseconds time,
+               const Take& take, std::string& ret_why) {
+  const ReadResult result = ask_once(reader, request, file, name, time, take, ret_why);
+  const bool was_fresh = reader.files == 1;
+  return result != ReadResult::kFailed || was_fresh ? result
+                                                    : ask_once(reader, request, file, name, time, take, ret_why);
 }
 
 // Copies the bytes before it checks them, since the process could still change them.
@@ -166,38 +175,35 @@ MediaReaderHandle media_reader_create() {
 
 ReadResult media_reader_facts(MediaReader& reader, int file, const std::string& name, MediaFacts& ret_facts,
                               std::string& ret_why) {
-  WireReply reply;
-  const ReadResult result = ask(reader, {.what = WireWhat::kFacts}, file, name, kFactsTime, reply, ret_why);
-  if (result != ReadResult::kRead) return result;
-  return check_facts(reply, ret_facts) ? result : nonsense(reader, ret_why);
+  const auto take = [&](const WireReply& reply) { return check_facts(reply, ret_facts); };
+  return ask(reader, {.what = WireWhat::kFacts}, file, name, kFactsTime, take, ret_why);
 }
 
 ReadResult media_reader_thumbnail(MediaReader& reader, int file, const std::string& name, std::uint32_t width,
                                   std::uint32_t height, std::vector<std::uint8_t>& ret_jpeg, std::string& ret_why) {
   const WireRequest request = picture_request(WireWhat::kThumbnail, width, height);
-  WireReply reply;
-  const ReadResult result = ask(reader, request, file, name, kPictureTime, reply, ret_why);
-  if (result != ReadResult::kRead) return result;
-  std::vector<std::uint8_t> jpeg;
-  if (!take_bytes(reader, reply, jpeg) || !check_jpeg(jpeg, request.width, request.height))
-    return nonsense(reader, ret_why);
-  ret_jpeg = std::move(jpeg);
-  return result;
+  const auto take = [&](const WireReply& reply) {
+    std::vector<std::uint8_t> jpeg;
+    if (!take_bytes(reader, reply, jpeg) || !check_jpeg(jpeg, request.width, request.height)) return false;
+    ret_jpeg = std::move(jpeg);
+    return true;
+  };
+  return ask(reader, request, file, name, kPictureTime, take, ret_why);
 }
 
 ReadResult media_reader_picture(MediaReader& reader, int file, const std::string& name, std::uint32_t width,
                                 std::uint32_t height, MediaPicture& ret_picture, std::string& ret_why) {
   const WireRequest request = picture_request(WireWhat::kPicture, width, height);
-  WireReply reply;
-  const ReadResult result = ask(reader, request, file, name, kPictureTime, reply, ret_why);
-  if (result != ReadResult::kRead) return result;
-  MediaPicture picture{.width = reply.width, .height = reply.height};
-  const bool fits = picture.width <= request.width && picture.height <= request.height;
-  if (!fits || reply.size != std::uint64_t{4} * picture.width * picture.height ||
-      !take_bytes(reader, reply, picture.pixels))
-    return nonsense(reader, ret_why);
-  ret_picture = std::move(picture);
-  return result;
+  const auto take = [&](const WireReply& reply) {
+    MediaPicture picture{.width = reply.width, .height = reply.height};
+    const bool fits = picture.width <= request.width && picture.height <= request.height;
+    if (!fits || reply.size != std::uint64_t{4} * picture.width * picture.height ||
+        !take_bytes(reader, reply, picture.pixels))
+      return false;
+    ret_picture = std::move(picture);
+    return true;
+  };
+  return ask(reader, request, file, name, kPictureTime, take, ret_why);
 }
 
 void media_reader_cancel(MediaReader& reader) {

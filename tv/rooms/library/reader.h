@@ -26,7 +26,8 @@ struct MediaFacts {
   std::uint32_t width = 0;        // pixels, as stored in the file
   std::uint32_t height = 0;
   std::uint32_t orientation = 1;  // 1 to 8, as EXIF numbers it: how to turn the stored picture for display
-  T_DATE_TIME date = {};          // local time at which it was taken or recorded; all 0: unknown
+  T_DATE_TIME date = {};          // when it was taken or recorded; all 0: unknown
+  bool date_is_utc = false;       // false: the date is a local time
   bool has_cover = false;         // the file has an attached picture, as music has a cover
 };
 
@@ -48,7 +49,9 @@ MediaReaderHandle media_reader_create();
 
 enum class ReadResult {
   kRead,
-  kRefused,    // ret_why says why: the file is broken, too large, of the wrong kind, or took too long
+  kRefused,  // ret_why says why: the file is broken, too large, or of the wrong kind
+  kFailed,   // ret_why says why: the stick cannot be read, or the process crashed, answered nonsense, took too long or
+             // too much memory; the next attempt may succeed
   kCancelled,  // by media_reader_cancel
   kNoReader,   // the process cannot be started
 };

@@ -31,7 +31,7 @@ std::uint32_t number(std::span<const std::uint8_t> bytes) {
 }  // namespace
 
 bool check_facts(const WireReply& reply, MediaFacts& ret_facts) {
-  if (reply.refused != 0 || reply.size != 0 || reply.kind > MEDIA_TYPE_VIDEO) return false;
+  if (reply.end != WireEnd::kDone || reply.size != 0 || reply.kind > MEDIA_TYPE_VIDEO) return false;
   const auto text = [&reply](WireText which) { return text_of(reply.texts[static_cast<std::size_t>(which)]); };
   MediaFacts facts{.kind = static_cast<E_MEDIA_TYPE>(reply.kind)};
   if (facts.kind == MEDIA_TYPE_NULL) {
@@ -55,6 +55,7 @@ bool check_facts(const WireReply& reply, MediaFacts& ret_facts) {
                   .ihour = static_cast<UINT8>(reply.date[3]),
                   .iminute = static_cast<UINT8>(reply.date[4]),
                   .isecond = static_cast<UINT8>(reply.date[5])};
+  facts.date_is_utc = reply.date_is_utc != 0;
   facts.has_cover = reply.has_cover != 0;
   ret_facts = std::move(facts);
   return true;

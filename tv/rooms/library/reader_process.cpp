@@ -13,7 +13,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <utility>
+#include <vector>
 
 namespace {
 
@@ -22,6 +24,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kStartTime{10'000};  // until the process says hello; takes some 0.1 s on an idle machine
 constexpr milliseconds kEndTime{1000};
+constexpr std::size_t kMostLeftBehind = 3;
 
 void close_one(int& file) {
   if (file >= 0) close(std::exchange(file, -1));
@@ -100,9 +103,34 @@ bool lift(int& file) {
   return true;
 }
 
+// Processes that could not die within kEndTime: a read from a broken stick cannot be interrupted.
+struct LeftBehind {
+  pid_t id;
+  int handle;
+};
+std::mutex left_lock;
+std::vector<LeftBehind>& left = *new std::vector<LeftBehind>;  // guarded by left_lock
+
+// Reaps those that have died meanwhile. Returns how many have not.
+std::size_t reap_left() {
+  const std::lock_guard guard(left_lock);
+  std::erase_if(left, [](LeftBehind& each) {
+    pollfd ended{.fd = each.handle, .events = POLLIN, .revents = 0};
+    if (poll(&ended, 1, 0) <= 0) return false;
+    waitpid(each.id, nullptr, 0);
+    close_one(each.handle);
+    return true;
+  });
+  return left.size();
+}
+
 }  // namespace
 
 bool process_start(const std::string& program, ReaderProcess& ret_process, std::string& ret_why) {
+  if (const std::size_t stuck = reap_left(); stuck >= kMostLeftBehind) {
+    ret_why = std::to_string(stuck) + " readers of media files cannot end; a stick is probably broken";
+    return false;
+  }
   ReaderProcess process;
   std::array<int, 2> sockets = {-1, -1};
   int failure = 0;
@@ -122,7 +150,7 @@ bool process_start(const std::string& program, ReaderProcess& ret_process, std::
   process.handle = static_cast<int>(syscall(SYS_pidfd_open, process.id, 0));
   WireReply hello;
   const Exchange said = receive(process, -1, kStartTime, hello);
-  if (said == Exchange::kAnswered && hello.serial == 0 && hello.refused == 0) {
+  if (said == Exchange::kAnswered && hello.serial == 0 && hello.end == WireEnd::kDone) {
     ret_process = process;
     return true;
   }
@@ -142,9 +170,12 @@ void process_end(ReaderProcess& process) {
   if (process.id > 0) {
     kill(process.id, SIGKILL);  // it has not been waited for, so its number is not reused
     pollfd ended{.fd = process.handle, .events = POLLIN, .revents = 0};
-    const bool gone = process.handle < 0 || poll(&ended, 1, static_cast<int>(kEndTime.count())) > 0;
-    // A process that cannot die now is left behind.
-    waitpid(process.id, nullptr, gone ? 0 : WNOHANG);
+    if (process.handle < 0 || poll(&ended, 1, static_cast<int>(kEndTime.count())) > 0) {
+      waitpid(process.id, nullptr, 0);
+    } else {
+      const std::lock_guard guard(left_lock);
+      left.push_back({.id = process.id, .handle = std::exchange(process.handle, -1)});
+    }
   }
   close_one(process.handle);
   process = {};

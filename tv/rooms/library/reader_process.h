@@ -17,7 +17,8 @@ struct ReaderProcess {
   bool running() const { return socket >= 0; }
 };
 
-// Starts the program, and waits until it has confined itself (media_reader/confine.h). False with ret_why.
+// Starts the program, and waits until it has confined itself (media_reader/confine.h). False with ret_why; also while
+// three processes that were killed have not ended. Any thread.
 bool process_start(const std::string& program, ReaderProcess& ret_process, std::string& ret_why);
 
 // Kills the process, and waits for at most a second until it is gone: a process that reads from a broken stick cannot

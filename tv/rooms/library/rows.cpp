@@ -46,7 +46,14 @@ constexpr const char* kSteps[] = {
     " new.album); END;"
     "CREATE TRIGGER entry_erased AFTER DELETE ON entry WHEN old.kind <> 0 BEGIN"
     " INSERT INTO found (found, rowid, name, title, artist, album) VALUES ('delete', old.id, old.name, old.title,"
-    " old.artist, old.album); END"};
+    " old.artist, old.album); END",
+    // A folder is listed if it or one below it has an entry that is listed.
+    "ALTER TABLE folder ADD COLUMN listed INTEGER NOT NULL DEFAULT 0;"
+    "DROP INDEX folder_by_name;"
+    "CREATE INDEX folder_by_name ON folder (parent, listed, name_key);"
+    "WITH RECURSIVE shown (id) AS (SELECT folder FROM entry WHERE kind <> 0 UNION"
+    " SELECT f.parent FROM folder AS f JOIN shown ON f.id = shown.id)"
+    " UPDATE folder SET listed = 1 WHERE id IN (SELECT id FROM shown)"};
 
 #define MEDIA_ROW                                                                                                 \
   "SELECT e.id, e.stick, e.kind, f.path, e.name, e.size, e.mtime, e.inode, e.date, e.title, e.artist, e.album,"   \
@@ -118,6 +125,16 @@ std::int64_t folder_put(Database& database, std::int64_t stick, std::string_view
   return put ? sqlite3_last_insert_rowid(database.handle) : 0;
 }
 
+// Lists the folder and those above it.
+bool folder_list(Database& database, std::int64_t folder) {
+  while (folder != 0) {
+    if (!run_bound(database, "UPDATE folder SET listed = 1 WHERE id = ? AND listed = 0", folder)) return false;
+    if (sqlite3_changes(database.handle) == 0) return true;  // it was listed already, and so were those above it
+    folder = read_number(bound(database, "SELECT parent FROM folder WHERE id = ?", folder));
+  }
+  return true;
+}
+
 // The key of a track, which sorts "2" before "10", and files without a track number last.
 std::string track_key(const std::string& track) { return track.empty() ? "~" : media_key(track); }
 
@@ -148,8 +165,8 @@ bool stick_put(Database& database, StickRow& stick) {
   return true;
 }
 
-bool stick_complete(Database& database, std::int64_t stick) {
-  return run_bound(database, "UPDATE stick SET complete = 1 WHERE id = ?", stick);
+bool stick_complete(Database& database, std::int64_t stick, bool complete) {
+  return run_bound(database, "UPDATE stick SET complete = ? WHERE id = ?", std::int64_t{complete}, stick);
 }
 
 std::vector<StickRow> sticks_by_age(Database& database) {
@@ -162,19 +179,14 @@ bool stick_drop(Database& database, std::int64_t stick) {
                    std::string(kDroppedStick) + std::to_string(stick), stick);
 }
 
-std::int64_t stick_rows(Database& database, std::int64_t stick) {
-  return read_number(bound(database, "SELECT count(*) FROM entry INDEXED BY by_name WHERE stick = ?", stick));
-}
-
 bool stick_erase_some(Database& database, std::int64_t stick, std::size_t most) {
-  if (!run_bound(database,
-                 "DELETE FROM entry WHERE id IN (SELECT id FROM entry INDEXED BY by_name WHERE stick = ? LIMIT ?)",
-                 stick, static_cast<std::int64_t>(most))) {
-    return false;
+  for (const std::string_view sql :
+       {"DELETE FROM entry WHERE id IN (SELECT id FROM entry INDEXED BY by_name WHERE stick = ? LIMIT ?)",
+        "DELETE FROM folder WHERE id IN (SELECT id FROM folder INDEXED BY folder_by_path WHERE stick = ? LIMIT ?)"}) {
+    if (!run_bound(database, sql, stick, static_cast<std::int64_t>(most))) return false;
+    if (static_cast<std::size_t>(sqlite3_changes(database.handle)) == most) return true;
   }
-  if (static_cast<std::size_t>(sqlite3_changes(database.handle)) == most) return true;
-  return run_bound(database, "DELETE FROM folder WHERE stick = ?", stick) &&
-         run_bound(database, "DELETE FROM stick WHERE id = ?", stick);
+  return run_bound(database, "DELETE FROM stick WHERE id = ?", stick);
 }
 
 // ---- Entries ----
@@ -186,7 +198,7 @@ bool row_put(Database& database, const MediaRow& row) {
   sqlite3_stmt* const known =
       bound(database, "SELECT id, favourite, played FROM entry WHERE folder = ? AND name = ?", folder, row.name);
   if (known == nullptr) return false;
-  const bool is_known = sqlite3_step(known) == SQLITE_ROW;
+  const bool is_known = step(known);
   if (is_known) {
     id = sqlite3_column_int64(known, 0);
     favourite = sqlite3_column_int64(known, 1);
@@ -196,7 +208,7 @@ bool row_put(Database& database, const MediaRow& row) {
   // The row is erased and added again, since the triggers that keep the search index up to date run on both.
   if (is_known && !row_erase(database, id)) return false;
   const std::string title = row.title.empty() ? std::string(media_stem(row.name)) : row.title;
-  return run_bound(
+  const bool put = run_bound(
       database,
       "INSERT INTO entry (id, stick, folder, kind, name, name_key, size, mtime, inode, date, title, title_key, artist,"
       " artist_key, album, album_key, genre, genre_key, track, track_key, year, duration, width, height, favourite,"
@@ -207,6 +219,7 @@ bool row_put(Database& database, const MediaRow& row) {
       media_key(row.artist), row.album, media_key(row.album), row.genre, media_key(row.genre), row.track,
       track_key(row.track), row.year, static_cast<std::int64_t>(row.duration_ms), std::int64_t{row.width},
       std::int64_t{row.height}, favourite, played, row.problem);
+  return put && (row.kind == MEDIA_TYPE_NULL || folder_list(database, folder));
 }
 
 bool row_erase(Database& database, std::int64_t id) {
@@ -254,27 +267,23 @@ std::vector<FolderRow> folders_all(Database& database, std::int64_t stick) {
   return read_all(bound(database, "SELECT id, path FROM folder WHERE stick = ?", stick), read_folder);
 }
 
-bool folder_erase(Database& database, std::int64_t folder) {
-  return run_bound(database, "DELETE FROM entry WHERE folder = ?", folder);
-}
-
-// From the deepest folder up, since a folder is empty when its last subfolder is gone.
-bool folders_erase_empty(Database& database, std::int64_t stick) {
-  std::vector<FolderRow> folders = folders_all(database, stick);
-  std::ranges::sort(folders, std::greater(), [](const FolderRow& each) { return each.path.size(); });
-  return std::ranges::all_of(folders, [&](const FolderRow& each) {
-    return run_bound(database,
-                     "DELETE FROM folder WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM entry WHERE folder = ?1)"
-                     " AND NOT EXISTS (SELECT 1 FROM folder AS below WHERE below.parent = ?1)",
-                     each.id);
-  });
+bool folder_tidy(Database& database, std::int64_t folder) {
+  return run_bound(database,
+                   "DELETE FROM folder WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM entry WHERE folder = ?1)"
+                   " AND NOT EXISTS (SELECT 1 FROM folder AS below WHERE below.parent = ?1)",
+                   folder) &&
+         run_bound(database,
+                   "UPDATE folder SET listed = 0 WHERE id = ?1 AND listed = 1"
+                   " AND NOT EXISTS (SELECT 1 FROM entry WHERE folder = ?1 AND kind > 0)"
+                   " AND NOT EXISTS (SELECT 1 FROM folder AS below WHERE below.parent = ?1 AND below.listed = 1)",
+                   folder);
 }
 
 KindCounts kind_counts(Database& database, std::int64_t stick) {
   KindCounts counts;
   sqlite3_stmt* const statement = bound(
       database, "SELECT kind, count(*), sum(size) FROM entry INDEXED BY by_size WHERE stick = ? GROUP BY kind", stick);
-  while (statement != nullptr && sqlite3_step(statement) == SQLITE_ROW) {
+  while (statement != nullptr && step(statement)) {
     const std::int64_t kind = sqlite3_column_int64(statement, 0);
     if (kind < 0 || kind >= MEDIA_TYPE_SUPPER_SHOP_MODE) continue;
     counts.files[kind] = sqlite3_column_int64(statement, 1);
@@ -282,7 +291,7 @@ KindCounts kind_counts(Database& database, std::int64_t stick) {
   }
   if (statement != nullptr) sqlite3_reset(statement);
   counts.files[MEDIA_TYPE_FOLDER] =
-      read_number(bound(database, "SELECT count(*) FROM folder WHERE stick = ? AND path > ''", stick));
+      read_number(bound(database, "SELECT count(*) FROM folder WHERE stick = ? AND path > '' AND listed = 1", stick));
   return counts;
 }
 

@@ -18,15 +18,15 @@ extern const DatabaseLayouts kLibraryLayouts;
 
 struct StickRow {
   std::int64_t id = 0;
-  std::string folder = {};  // canonical; with device and inode it is the stick's identity
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::int64_t seen = 0;  // s since 1970, when a scan of it began last
-  bool complete = false;  // a scan has finished
+  std::string folder = {};   // canonical; with the inode it is the stick's identity
+  std::uint64_t device = 0;  // when a scan of it began last; it may change with the port
+  std::uint64_t inode = 0;   // 0: the file system does not keep inode numbers
+  std::int64_t seen = 0;     // s since 1970, when a scan of it began last
+  bool complete = false;     // the last scan that changed its entries has finished
 };
 std::optional<StickRow> stick_find(Database& database, const std::string& folder);
 bool stick_put(Database& database, StickRow& stick);  // id 0: adds the stick and fills in its id
-bool stick_complete(Database& database, std::int64_t stick);
+bool stick_complete(Database& database, std::int64_t stick, bool complete);
 std::vector<StickRow> sticks_by_age(Database& database);  // the least recently seen first
 
 // How the folder of a dropped stick's row begins; no other folder does.
@@ -35,7 +35,6 @@ inline constexpr std::string_view kDroppedStick = "//";
 // Renames the folder of the stick's row, so that stick_find does not find it any more; stick_erase_some then erases its
 // entries in steps.
 bool stick_drop(Database& database, std::int64_t stick);
-std::int64_t stick_rows(Database& database, std::int64_t stick);  // its entries, refused ones too
 
 // Erases at most `most` of the stick's entries. Once none is left, it erases the stick's row and folders.
 bool stick_erase_some(Database& database, std::int64_t stick, std::size_t most);
@@ -96,8 +95,8 @@ std::int64_t media_count(Database& database);  // files of all sticks, refused o
 
 std::optional<std::int64_t> folder_find(Database& database, std::int64_t stick, std::string_view path);
 std::vector<FolderRow> folders_all(Database& database, std::int64_t stick);
-bool folder_erase(Database& database, std::int64_t folder);  // with its files, without its subfolders
-bool folders_erase_empty(Database& database, std::int64_t stick);
+// Erases the folder if it is empty, and takes it from the lists if nothing in it is listed. For those below it first.
+bool folder_tidy(Database& database, std::int64_t folder);
 
 struct KindCounts {
   std::int64_t files[MEDIA_TYPE_SUPPER_SHOP_MODE] = {};  // by E_MEDIA_TYPE; [MEDIA_TYPE_NULL]: refused files
@@ -141,7 +140,7 @@ std::int64_t groups_count(Database& database, const ListQuery& query);
 std::vector<std::int64_t> groups_ids(Database& database, const ListQuery& query, std::int64_t first,
                                      std::int64_t count);
 
-// Subfolders of a folder, sorted by name.
+// Subfolders of a folder that have media in them or below, sorted by name.
 std::int64_t folders_count(Database& database, std::int64_t parent);
 std::vector<FolderRow> folders_in(Database& database, std::int64_t parent, bool descending, std::int64_t first,
                                   std::int64_t count);

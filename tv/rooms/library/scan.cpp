@@ -2,6 +2,7 @@
 #include "rooms/library/scan.h"
 
 #include <sys/stat.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,6 +16,7 @@
 #include "core/timers.h"
 #include "rooms/clock/clock.h"
 #include "rooms/library/parts.h"
+#include "rooms/library/walk.h"
 
 namespace {
 
@@ -38,9 +40,10 @@ struct Scans {
   std::string running;         // the mount point of the stick that is being scanned; empty: none
   std::string running_folder;  // its folder
   ScanControl* control = nullptr;
-  bool erase = false;  // rows of dropped sticks may wait to be erased
-  bool runs = false;   // the thread is to run
-  bool busy = false;   // the thread is at work, or about to be
+  bool erase = false;    // rows of dropped sticks may wait to be erased
+  bool damaged = false;  // a statement has found the database damaged
+  bool runs = false;     // the thread is to run
+  bool busy = false;     // the thread is at work, or about to be
   std::string state_folder;
   std::thread thread;  // used by scans_start and scans_stop only
 };
@@ -64,21 +67,22 @@ bool is_running(const UsbStick& stick) {
 
 // ---- On the thread ----
 
-// Adds or updates the stick's row, and returns its id. If the folder has another device or inode than before, it is
-// another stick: it gets a new row, and the old one is dropped. Beyond the limits of the database, the sticks that were
-// scanned least recently are dropped too. 0: that failed.
-std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
+// Adds or updates the stick's row. If the folder has another inode than before, it is another stick: it gets a new row,
+// and the old one is dropped. If there are too many sticks, those that were scanned least recently are dropped too.
+// False with ret_why.
+bool adopt(const UsbStick& stick, StickRow& ret_row, std::string& ret_why) {
   struct stat info {};
   if (stat(stick.folder.c_str(), &info) != 0) {
     ret_why = std::string("it cannot be read: ") + std::strerror(errno);
-    return 0;
+    return false;
   }
-  StickRow row{.folder = stick.folder, .device = info.st_dev, .inode = info.st_ino, .seen = clock_utc()};
-  std::vector<std::string> inserted;
-  for (const UsbStick& each : usb_sticks()) inserted.push_back(each.folder);
+  struct statfs system {};
+  const bool inodes = statfs(stick.folder.c_str(), &system) == 0 && keeps_inodes(system.f_type);
+  StickRow row{.folder = stick.folder, .device = info.st_dev, .inode = inodes ? info.st_ino : 0, .seen = clock_utc()};
+  const std::vector<std::string> inserted = scan_inserted();
   const bool put = library_write([&](Database& database) {
     if (const auto known = stick_find(database, stick.folder)) {
-      if (known->device == row.device && known->inode == row.inode) {
+      if (known->inode == row.inode) {
         row.id = known->id;
         row.complete = known->complete;
       } else if (!stick_drop(database, known->id)) {
@@ -87,20 +91,19 @@ std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
     }
     if (!stick_put(database, row)) return false;
     std::vector<StickRow> all = sticks_by_age(database);
+    std::erase_if(all, [](const StickRow& each) { return each.folder.starts_with(kDroppedStick); });
     std::size_t count = all.size();
-    std::int64_t rows = media_count(database);
     for (const StickRow& each : all) {
-      if (count <= kMostSticks && rows <= kMostRows) break;
-      if (each.folder.starts_with(kDroppedStick) || std::ranges::find(inserted, each.folder) != inserted.end())
-        continue;
-      rows -= stick_rows(database, each.id);
+      if (count <= library_limits.sticks) break;
+      if (std::ranges::find(inserted, each.folder) != inserted.end()) continue;
       --count;
       if (!stick_drop(database, each.id)) return false;
     }
     return true;
   });
   if (!put) ret_why = "the library's database cannot be written; see the set's log";
-  return put ? row.id : 0;
+  ret_row = std::move(row);
+  return put;
 }
 
 // Erases some of the rows of a dropped stick. True: there may be more.
@@ -114,17 +117,6 @@ bool erase_dropped() {
   }
   if (dropped == 0) return false;
   return library_write([&](Database& database) { return stick_erase_some(database, dropped, kMostErasedAtOnce); });
-}
-
-void write_noted(const std::vector<Noted>& noted) {
-  for (const Noted& each : noted) {
-    const auto place = media_place(each.path);
-    if (!place) continue;
-    library_write([&](Database& database) {
-      const auto row = media_row(database, *place);
-      return !row || row_set_played(database, row->id, each.when);
-    });
-  }
 }
 
 void end_scan(const UsbStick& stick, const ScanEnd& end) {
@@ -152,12 +144,13 @@ void end_scan(const UsbStick& stick, const ScanEnd& end) {
 void scan(const UsbStick& stick, ScanControl& control) {
   calls_scan_status(VEXTVAPI_CB_SCAN_BEGUN);
   ScanEnd end;
-  if (const std::int64_t id = adopt(stick, end.reason); id != 0) {
+  if (StickRow row; adopt(stick, row, end.reason)) {
     const auto tell = [&stick](const std::function<void(ScanReport&)>& change) {
       const std::lock_guard guard(scans.lock);
       if (Scanned* const scanned = find(stick)) change(scanned->report);
     };
-    end = scan_run({.stick = stick, .id = id, .state_folder = scans.state_folder}, control, tell);
+    const ScanTask task{.stick = stick, .id = row.id, .complete = row.complete, .state_folder = scans.state_folder};
+    end = scan_run(task, control, tell);
   }
   end_scan(stick, end);
 }
@@ -168,12 +161,16 @@ void run_scans() {
   std::unique_lock guard(scans.lock);
   while (scans.runs) {
     const auto waiting = std::ranges::find_if(scans.sticks, &Scanned::wanted);
-    scans.busy = !scans.noted.empty() || waiting != scans.sticks.end() || scans.erase;
-    if (!scans.noted.empty()) {
-      const std::vector<Noted> noted = std::move(scans.noted);
-      scans.noted.clear();
+    scans.busy = scans.damaged || !scans.noted.empty() || waiting != scans.sticks.end() || scans.erase;
+    if (scans.damaged) {
+      scans.damaged = false;
       guard.unlock();
-      write_noted(noted);
+      const bool replaced = library_replace_damaged();
+      guard.lock();
+      for (Scanned& each : scans.sticks) each.wanted = each.wanted || replaced;
+    } else if (!scans.noted.empty()) {
+      guard.unlock();
+      scan_write_noted();
       guard.lock();
     } else if (waiting != scans.sticks.end()) {
       const UsbStick stick = waiting->stick;
@@ -211,12 +208,35 @@ std::string not_running() { return "the media library is not open; see the set's
 
 }  // namespace
 
+void scan_write_noted() {
+  std::vector<Noted> noted;
+  {
+    const std::lock_guard guard(scans.lock);
+    noted.swap(scans.noted);
+  }
+  for (const Noted& each : noted) {
+    const auto place = media_place(each.path);
+    if (!place) continue;
+    library_write([&](Database& database) {
+      const auto row = media_row(database, *place);
+      return !row || row_set_played(database, row->id, each.when);
+    });
+  }
+}
+
+std::vector<std::string> scan_inserted() {
+  std::vector<std::string> folders;
+  for (const UsbStick& each : usb_sticks()) folders.push_back(each.folder);
+  return folders;
+}
+
 void scans_load(const std::string& state_folder) {
   const std::lock_guard guard(scans.lock);
   scans.sticks.clear();
   scans.noted.clear();
   scans.state_folder = state_folder;
   scans.erase = true;
+  scans.damaged = false;
 }
 
 void scans_start() {
@@ -244,6 +264,7 @@ void scans_stop() {
 
 void scans_sticks_changed() {
   const std::vector<UsbStick> present = usb_sticks();
+  std::size_t waited = 0;  // scans of removed sticks
   {
     const std::lock_guard guard(scans.lock);
     if (!scans.runs) return;
@@ -252,10 +273,25 @@ void scans_sticks_changed() {
     };
     for (const Scanned& each : scans.sticks)
       if (is_running(each.stick) && !is_present(each.stick)) cancel_running();
+    waited = std::erase_if(scans.sticks, [&](const Scanned& each) {
+      return each.wanted && !is_running(each.stick) && !is_present(each.stick);
+    });
     std::erase_if(scans.sticks, [&](const Scanned& each) { return !is_present(each.stick); });
     for (const UsbStick& each : present)
       if (find(each) == nullptr) scans.sticks.push_back({.stick = each, .wanted = true});
     scans.busy = true;
+  }
+  for (; waited > 0; --waited) calls_scan_status(VEXTVAPI_CB_SCAN_FAILED);
+  scans.changed.notify_all();
+}
+
+void scans_damaged() {
+  {
+    const std::lock_guard guard(scans.lock);
+    if (!scans.runs) return;
+    scans.damaged = true;
+    scans.busy = true;
+    cancel_running();
   }
   scans.changed.notify_all();
 }
@@ -317,6 +353,24 @@ std::string scan_forget(const UsbStick& stick) {
   return "";
 }
 
+bool scans_forget() {
+  for (const UsbStick& each : usb_sticks()) scan_cancel(each);
+  const bool kept = library_write([](Database& database) {
+    return std::ranges::all_of(sticks_by_age(database),
+                               [&](const StickRow& each) { return stick_drop(database, each.id); });
+  });
+  {
+    const std::lock_guard guard(scans.lock);
+    scans.erase = true;
+    scans.busy = scans.runs;
+    scans.noted.clear();
+    for (Scanned& each : scans.sticks)
+      if (!is_running(each.stick)) each.report = {.state = "cancelled"};
+  }
+  scans.changed.notify_all();
+  return kept;
+}
+
 bool scans_are_done() {
   const std::lock_guard guard(scans.lock);
   return scans.running.empty() && std::ranges::none_of(scans.sticks, &Scanned::wanted);
@@ -325,7 +379,9 @@ bool scans_are_done() {
 void scans_note_played(std::string_view path) {
   {
     const std::lock_guard guard(scans.lock);
-    if (!scans.runs || scans.noted.size() >= kMostNoted) return;
+    if (!scans.runs) return;
+    std::erase_if(scans.noted, [&](const Noted& each) { return each.path == path; });
+    if (scans.noted.size() >= kMostNoted) scans.noted.erase(scans.noted.begin());
     scans.noted.push_back({.path = std::string(path), .when = timer_utc_millis()});
     scans.busy = true;
   }

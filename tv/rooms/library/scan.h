@@ -5,6 +5,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "rooms/library/parts.h"
 
@@ -21,7 +22,8 @@ bool scan_is_stopped(const ScanControl& control);
 
 struct ScanTask {
   UsbStick stick;
-  std::int64_t id = 0;  // of the stick's row
+  std::int64_t id = 0;    // of the stick's row
+  bool complete = false;  // the latest scan has come to its end
   std::string state_folder;
 };
 
@@ -33,6 +35,9 @@ struct ScanEnd {
 
 // Calls `change` with the stick's report, under the lock that guards it.
 using ScanTell = std::function<void(const std::function<void(ScanReport& report)>& change)>;
+
+void scan_write_noted();                   // writes what was played since the last call; for the scanning thread
+std::vector<std::string> scan_inserted();  // the folders of the inserted sticks, whose rows may not be dropped
 
 // Scans the stick. Returns when the scan is done, has been stopped, or has failed.
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell);

@@ -1,8 +1,11 @@
 // Carries out a scan, in three parts. First the walk finds all files, and compares them with the database by size, time
-// of change and inode; unchanged files are not opened. Then the reader reads the others, and their facts are written in
-// short transactions. Last come the playlists, since a playlist's duration is that of the files that it names.
+// of change and, where the file system keeps it, inode; unchanged files are not opened. Then the reader reads the
+// others, and their facts are written in short transactions. Last come the playlists, since a playlist's duration is
+// that of the files that it names.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +14,7 @@
 #include <ctime>
 #include <map>
 #include <set>
+#include <span>
 
 #include "core/text.h"
 #include "rooms/clock/clock.h"
@@ -37,12 +41,7 @@ struct FileEnd {
 struct Queued {
   std::size_t folder;  // in Run::folders
   WalkedFile file;
-};
-
-// Rows of files and folders that are no longer on the stick.
-struct Gone {
-  std::vector<std::int64_t> rows = {};
-  std::vector<std::int64_t> folders = {};
+  bool known;  // it has a row
 };
 
 struct Run {
@@ -50,20 +49,22 @@ struct Run {
   ScanControl& control;
   const ScanTell& tell;
   int stick = -1;                         // its folder, opened with O_PATH
+  bool inodes = true;                     // the stick's file system keeps inode numbers
   std::vector<std::string> folders = {};  // of the queued files
   std::vector<Queued> queue = {};
   std::vector<Queued> playlists = {};      // those that have changed
   std::vector<Queued> old_playlists = {};  // the others
   std::set<std::string> walked = {};       // folders with media
-  std::vector<std::string> unread = {};    // folders that could not be read to their end
-  Gone gone = {};
-  std::int64_t room = 0;  // how many rows may still be added
+  std::set<std::string> unread = {};       // folders that could not be read to their end
+  std::vector<std::int64_t> gone = {};     // rows of files that are no longer on the stick
+  std::int64_t room = 0;                   // how many rows may still be added
   std::vector<MediaRow> batch = {};
   SteadyTime batch_begin = {};
   SteadyTime told = {};
   std::uint64_t done = 0;
   std::uint64_t read = 0;
-  bool changed = false;  // files were read, or are gone
+  bool changed = false;     // files were read, or are gone; also by an earlier scan that did not come to its end
+  bool incomplete = false;  // the stick's row says that this one has not
   MediaReaderHandle reader = nullptr;
 };
 
@@ -77,7 +78,8 @@ std::int64_t packed_date(std::tm time) {
 
 std::int64_t date_of_change(std::int64_t mtime) { return media_local_date(mtime / 1'000'000'000); }
 
-std::int64_t date_of(const T_DATE_TIME& date, std::int64_t mtime) {
+std::int64_t date_of(const MediaFacts& facts, std::int64_t mtime) {
+  const T_DATE_TIME& date = facts.date;
   if (date.iyear == 0) return date_of_change(mtime);
   std::tm time{};
   time.tm_year = date.iyear - 1900;
@@ -86,7 +88,7 @@ std::int64_t date_of(const T_DATE_TIME& date, std::int64_t mtime) {
   time.tm_hour = date.ihour;
   time.tm_min = date.iminute;
   time.tm_sec = date.isecond;
-  return packed_date(time);
+  return facts.date_is_utc ? media_local_date(timegm(&time)) : packed_date(time);
 }
 
 void leave_out(Run& run, const std::string& path, const std::string& why) {
@@ -105,12 +107,34 @@ void tell_counts(Run& run) {
   });
 }
 
+// Changes the stick's entries in a transaction. From the first one on the stick is incomplete, until the scan's end.
+bool change(Run& run, const std::function<bool(Database& database)>& work) {
+  const bool kept = library_write([&](Database& database) {
+    return (run.incomplete || stick_complete(database, run.task.id, false)) && work(database);
+  });
+  run.incomplete = run.incomplete || kept;
+  return kept;
+}
+
+// The same change of each of these, in several short transactions, until the scan is cancelled.
+bool change_each(Run& run, const std::vector<std::int64_t>& ids, bool (*work)(Database& database, std::int64_t id)) {
+  for (std::size_t i = 0; i < ids.size() && !ends(run); i += kMostErasedAtOnce) {
+    const std::span part = std::span(ids).subspan(i, std::min(kMostErasedAtOnce, ids.size() - i));
+    const auto all = [&](Database& database) {
+      return std::ranges::all_of(part, [&](std::int64_t id) { return work(database, id); });
+    };
+    if (!change(run, all)) return false;
+  }
+  return true;
+}
+
 // ---- The walk ----
 
 // Compares a folder with the database.
 void compare(Run& run, WalkedFolder folder) {
+  scan_write_noted();
   run.walked.insert(folder.path);
-  if (!folder.whole) run.unread.push_back(folder.path);
+  if (!folder.whole) run.unread.insert(folder.path);
   std::map<std::string, KnownFile> known;
   {
     const LibraryWriting writing;
@@ -123,25 +147,70 @@ void compare(Run& run, WalkedFolder folder) {
   run.folders.push_back(folder.path);
   for (WalkedFile& file : folder.files) {
     const auto found = known.find(file.name);
-    const bool same = found != known.end() && found->second.size == file.size && found->second.mtime == file.mtime &&
+    const bool is_known = found != known.end();
+    const bool same = is_known && found->second.size == file.size && found->second.mtime == file.mtime &&
                       found->second.inode == file.inode;
     if (same && found->second.kind == MEDIA_TYPE_NULL) run.tell([](ScanReport& report) { ++report.left_out; });
-    if (found != known.end()) known.erase(found);
+    if (is_known) known.erase(found);
     if (file.kind == MEDIA_TYPE_PLAYLIST) {
-      (same ? run.old_playlists : run.playlists).push_back({.folder = number, .file = std::move(file)});
+      (same ? run.old_playlists : run.playlists)
+          .push_back({.folder = number, .file = std::move(file), .known = is_known});
     } else if (same) {
       ++run.done;
     } else {
-      run.queue.push_back({.folder = number, .file = std::move(file)});
+      run.queue.push_back({.folder = number, .file = std::move(file), .known = is_known});
     }
   }
   if (folder.whole)
-    for (const auto& [name, file] : known) run.gone.rows.push_back(file.id);
+    for (const auto& [name, file] : known) run.gone.push_back(file.id);
   tell_counts(run);
 }
 
-bool is_below(const std::string& path, const std::string& folder) {
-  return folder.empty() || path == folder || path.starts_with(folder + "/");
+// Whether the stick's folder is still the one that was opened, and can be read. A stick that is pulled out may look
+// empty: its file system answers from memory, or the mount point below it comes to light.
+bool is_there(const Run& run, std::string& ret_why) {
+  struct stat opened {};
+  struct stat now {};
+  if (fstat(run.stick, &opened) != 0 || stat(run.task.stick.folder.c_str(), &now) != 0) {
+    ret_why = std::string("it cannot be read any more: ") + std::strerror(errno);
+    return false;
+  }
+  if (opened.st_dev != now.st_dev || opened.st_ino != now.st_ino) {
+    ret_why = "it cannot be read any more: another folder is in its place";
+    return false;
+  }
+  constexpr const char* kDevices = "/sys/dev/block/";
+  const std::string device = kDevices + std::to_string(major(now.st_dev)) + ":" + std::to_string(minor(now.st_dev));
+  if (major(now.st_dev) != 0 && access(kDevices, F_OK) == 0 && access(device.c_str(), F_OK) != 0) {
+    ret_why = "it cannot be read any more: its device is gone";
+    return false;
+  }
+  return true;
+}
+
+// Whether the walk could not say what is in the folder.
+bool is_unread(const Run& run, std::string path) {
+  while (!run.unread.contains(path)) {
+    if (path.empty()) return false;
+    const std::size_t slash = path.rfind('/');
+    path.resize(slash == std::string::npos ? 0 : slash);
+  }
+  return true;
+}
+
+// Erases folders that are empty, and takes those without media from the lists.
+bool tidy_folders(Run& run) {
+  std::vector<FolderRow> folders;
+  {
+    const LibraryWriting writing;
+    if (writing.database == nullptr) return false;
+    folders = folders_all(*writing.database, run.task.id);
+  }
+  // From the deepest up, since a folder is empty when its last subfolder is gone.
+  std::ranges::sort(folders, std::greater(), [](const FolderRow& each) { return each.path.size(); });
+  std::vector<std::int64_t> ids;
+  for (const FolderRow& each : folders) ids.push_back(each.id);
+  return change_each(run, ids, folder_tidy);
 }
 
 // Erases the rows of files and folders that the walk has not found.
@@ -152,33 +221,44 @@ bool erase_gone(Run& run) {
     if (writing.database == nullptr) return false;
     folders = folders_all(*writing.database, run.task.id);
   }
-  for (const FolderRow& each : folders) {
-    const bool unread = std::ranges::any_of(run.unread, [&](const std::string& f) { return is_below(each.path, f); });
-    if (!run.walked.contains(each.path) && !unread) run.gone.folders.push_back(each.id);
-  }
-  for (std::size_t i = 0; i < run.gone.rows.size() && !ends(run); i += kMostErasedAtOnce) {
-    const std::size_t end = std::min(i + kMostErasedAtOnce, run.gone.rows.size());
-    if (!library_write([&](Database& database) {
-          return std::all_of(run.gone.rows.begin() + static_cast<std::ptrdiff_t>(i),
-                             run.gone.rows.begin() + static_cast<std::ptrdiff_t>(end),
-                             [&](std::int64_t id) { return row_erase(database, id); });
-        })) {
-      return false;
-    }
-  }
-  // Folders without media of their own have a row only because of the folders below them. They have no files to erase,
-  // so they are left to folders_erase_empty.
-  std::erase_if(run.gone.folders, [&](std::int64_t id) {
-    const LibraryWriting writing;
-    return writing.database == nullptr || rows_known(*writing.database, id).empty();
-  });
-  run.changed = run.changed || !run.gone.rows.empty() || !run.gone.folders.empty();
-  for (const std::int64_t folder : run.gone.folders) {
+  for (const FolderRow& folder : folders) {
     if (ends(run)) return true;
-    if (!library_write([&](Database& database) { return folder_erase(database, folder); })) return false;
+    if (run.walked.contains(folder.path) || is_unread(run, folder.path)) continue;
+    const LibraryWriting writing;  // for each folder, so that a viewer's favourites are written in between
+    if (writing.database == nullptr) return false;
+    for (const KnownFile& file : rows_known(*writing.database, folder.id)) run.gone.push_back(file.id);
   }
-  if (!run.changed) return true;
-  return library_write([&](Database& database) { return folders_erase_empty(database, run.task.id); });
+  if (run.gone.empty()) return true;
+  run.changed = true;
+  return change_each(run, run.gone, row_erase) && tidy_folders(run);
+}
+
+// Has the sticks that were inserted least recently forgotten, until the new files have room; those that are inserted
+// now stay. False: the database cannot be written.
+bool make_room(Run& run) {
+  const auto is_new = [](const Queued& each) { return !each.known; };
+  const std::int64_t files = std::ranges::count_if(run.queue, is_new) + std::ranges::count_if(run.playlists, is_new);
+  while (!ends(run)) {
+    const std::vector<std::string> inserted = scan_inserted();
+    std::int64_t goes = 0;
+    {
+      const LibraryWriting writing;
+      if (writing.database == nullptr) return false;
+      run.room = library_limits.rows - media_count(*writing.database);
+      if (run.room >= files) return true;
+      for (const StickRow& each : sticks_by_age(*writing.database)) {
+        const bool dropped = each.folder.starts_with(kDroppedStick);
+        if (dropped || (goes == 0 && std::ranges::find(inserted, each.folder) == inserted.end())) goes = each.id;
+        if (dropped) break;  // what is left of it is of no use to anybody
+      }
+    }
+    if (goes == 0) return true;
+    const bool kept = library_write([&](Database& database) {
+      return stick_drop(database, goes) && stick_erase_some(database, goes, kMostErasedAtOnce);
+    });
+    if (!kept) return false;
+  }
+  return true;
 }
 
 bool walk(Run& run, std::string& ret_why) {
@@ -188,6 +268,7 @@ bool walk(Run& run, std::string& ret_why) {
       .stick = run.stick,
       // One byte is reserved, since at a later port the mount point's name can be longer by one.
       .longest_path = kLongestMediaPath - std::min(kLongestMediaPath, run.task.stick.mount_point.size() + 2),
+      .inodes = run.inodes,
       .avoided_device = has_state ? state.st_dev : 0,
       .avoided_inode = has_state ? state.st_ino : 0,
       .folder = [&](WalkedFolder folder) { compare(run, std::move(folder)); },
@@ -199,8 +280,9 @@ bool walk(Run& run, std::string& ret_why) {
 // ---- Reading ----
 
 bool flush(Run& run) {
+  scan_write_noted();
   if (run.batch.empty()) return true;
-  const bool kept = library_write([&](Database& database) {
+  const bool kept = change(run, [&](Database& database) {
     return std::ranges::all_of(run.batch, [&](const MediaRow& row) { return row_put(database, row); });
   });
   run.batch.clear();
@@ -220,12 +302,16 @@ bool keep(Run& run, MediaRow row) {
   return (run.batch.size() < kMostWrittenAtOnce && now - run.batch_begin < kWriteAfter) || flush(run);
 }
 
+std::string path_of(const Run& run, const Queued& queued) {
+  const std::string& folder = run.folders[queued.folder];
+  return folder.empty() ? queued.file.name : folder + "/" + queued.file.name;
+}
+
 // Opens the file, and reads its size, time and inode again, since they may have changed since the walk. False with
 // ret_why: it cannot be read.
 bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaRow& ret_row, std::string& ret_why) {
   MediaRow row{.stick = run.task.id, .folder = run.folders[queued.folder], .name = queued.file.name};
-  const std::string path = row.folder.empty() ? row.name : row.folder + "/" + row.name;
-  ret_file.file = usb_open_in(run.stick, path.c_str(), UsbFile::kFile, ret_why);
+  ret_file.file = usb_open_in(run.stick, path_of(run, queued).c_str(), UsbFile::kFile, ret_why);
   struct stat info {};
   if (ret_file.file < 0) return false;
   if (fstat(ret_file.file, &info) != 0) {
@@ -233,8 +319,8 @@ bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaR
     return false;
   }
   row.size = static_cast<std::uint64_t>(info.st_size);
-  row.mtime = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec;
-  row.inode = info.st_ino;
+  row.mtime = media_time(info.st_mtim);
+  row.inode = run.inodes ? info.st_ino : 0;
   ret_row = std::move(row);
   return true;
 }
@@ -251,7 +337,7 @@ void take_facts(const MediaFacts& facts, MediaRow& ret_row) {
   const bool turned = facts.orientation >= 5;  // by a quarter
   ret_row.width = turned ? facts.height : facts.width;
   ret_row.height = turned ? facts.width : facts.height;
-  ret_row.date = date_of(facts.date, ret_row.mtime);
+  ret_row.date = date_of(facts, ret_row.mtime);
   if (facts.kind == MEDIA_TYPE_NULL) ret_row.problem = "it is neither a photo nor music nor a video";
 }
 
@@ -271,6 +357,14 @@ void release_reader(Run& run) {
   run.reader.reset();
 }
 
+// Leaves the file out, unless the whole stick is gone: then the scan fails. False with ret_why.
+bool miss(Run& run, const std::string& path, const std::string& why, std::string& ret_why) {
+  if (!is_there(run, ret_why)) return ends(run);
+  leave_out(run, path, why);
+  ++run.done;
+  return true;
+}
+
 constexpr const char* kNotWritten = "the library's database cannot be written; see the set's log";
 
 // Reads one file. False with ret_why: the scan fails.
@@ -278,14 +372,11 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
   FileEnd file(-1);
   MediaRow row;
   std::string why;
-  const std::string path =
-      run.folders[queued.folder].empty() ? queued.file.name : run.folders[queued.folder] + "/" + queued.file.name;
-  if (!open_queued(run, queued, file, row, why)) {
-    leave_out(run, path, why);
-    return true;
-  }
-  if (run.room <= 0) {
+  const std::string path = path_of(run, queued);
+  if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
+  if (!queued.known && run.room <= 0) {
     leave_out(run, path, "the library is full");
+    ++run.done;
     return true;
   }
   if (!ensure_reader(run)) {
@@ -301,15 +392,21 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
       row.problem = why;
       row.date = date_of_change(row.mtime);
       break;
+    case ReadResult::kFailed:
+      return miss(run, path, why, ret_why);  // it gets no row, so the next scan tries again
     case ReadResult::kCancelled:
       return true;
     case ReadResult::kNoReader:
       ret_why = "the reader of media files cannot be started" + (why.empty() ? "" : ": " + why);
       return ends(run);
   }
+  if (row.kind != MEDIA_TYPE_PHOTO && media_is_unsupported(row.name)) {
+    row.kind = MEDIA_TYPE_NULL;  // FFmpeg may take it for a video of one picture
+    row.problem = "photos of this format are not supported";
+  }
   ++run.read;
   ++run.done;
-  --run.room;
+  if (!queued.known) --run.room;
   if (row.kind == MEDIA_TYPE_NULL) run.tell([](ScanReport& report) { ++report.left_out; });
   if (keep(run, std::move(row))) return true;
   ret_why = kNotWritten;
@@ -325,23 +422,27 @@ std::string common(const std::vector<MediaRow>& rows, std::string MediaRow::*tex
   return std::ranges::all_of(rows, [&](const MediaRow& each) { return each.*text == first; }) ? first : "";
 }
 
-bool read_playlist(Run& run, const Queued& queued) {
+// As read_file.
+bool read_playlist(Run& run, const Queued& queued, std::string& ret_why) {
   FileEnd file(-1);
   MediaRow row;
   std::string why;
-  if (!open_queued(run, queued, file, row, why)) {
-    leave_out(run, queued.file.name, why);
-    return true;
-  }
-  if (run.room <= 0) {
-    leave_out(run, queued.file.name, "the library is full");
+  const std::string path = path_of(run, queued);
+  if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
+  if (!queued.known && run.room <= 0) {
+    leave_out(run, path, "the library is full");
+    ++run.done;
     return true;
   }
   const Playlist playlist = playlist_read(file.file, row.folder, run.task.stick.mount_point);
+  if (!playlist.whole) return miss(run, path, "it cannot be read", ret_why);
   std::vector<MediaRow> rows;
   {
     const LibraryWriting writing;
-    if (writing.database == nullptr) return false;
+    if (writing.database == nullptr) {
+      ret_why = kNotWritten;
+      return false;
+    }
     rows = playlist_rows(*writing.database, run.task.id, playlist);
   }
   row.kind = MEDIA_TYPE_PLAYLIST;
@@ -351,25 +452,28 @@ bool read_playlist(Run& run, const Queued& queued) {
   for (const MediaRow& each : rows) row.duration_ms += each.duration_ms;
   ++run.read;
   ++run.done;
-  --run.room;
-  return keep(run, std::move(row));
+  if (!queued.known) --run.room;
+  if (keep(run, std::move(row))) return true;
+  ret_why = kNotWritten;
+  return false;
 }
 
-bool read_playlists(Run& run) {
+bool read_playlists(Run& run, std::string& ret_why) {
   // The files that an unchanged playlist names may have changed.
   if (run.changed) {
     std::ranges::move(run.old_playlists, std::back_inserter(run.playlists));
   } else {
     run.done += run.old_playlists.size();
   }
-  return std::ranges::all_of(run.playlists, [&](const Queued& each) { return ends(run) || read_playlist(run, each); });
+  return std::ranges::all_of(run.playlists,
+                             [&](const Queued& each) { return ends(run) || read_playlist(run, each, ret_why); });
 }
 
 ScanEnd run_parts(Run& run) {
   std::string why;
-  if (!walk(run, why)) {
+  if (!walk(run, why) || !is_there(run, why)) {
     if (!ends(run)) return {.state = ScanState::kFailed, .reason = why};
-  } else if (!erase_gone(run)) {
+  } else if (!erase_gone(run) || !make_room(run)) {
     return {.state = ScanState::kFailed, .reason = kNotWritten};
   }
   if (ends(run)) return {.state = ScanState::kCancelled};
@@ -385,9 +489,15 @@ ScanEnd run_parts(Run& run) {
     }
   }
   release_reader(run);
-  if (!flush(run) || !read_playlists(run) || !flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
+  if (!flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
+  if (!read_playlists(run, why)) {
+    flush(run);
+    return {.state = ScanState::kFailed, .reason = why};
+  }
+  if (!flush(run) || (run.changed && !tidy_folders(run))) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (ends(run)) return {.state = ScanState::kCancelled};
-  const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id); });
+  if (!is_there(run, why)) return {.state = ScanState::kFailed, .reason = why};
+  const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id, true); });
   tell_counts(run);
   if (!kept) return {.state = ScanState::kFailed, .reason = kNotWritten};
   return {.state = ScanState::kDone};
@@ -396,10 +506,7 @@ ScanEnd run_parts(Run& run) {
 }  // namespace
 
 std::int64_t media_local_date(std::int64_t utc) {
-  constexpr std::int64_t kDay = 86400, kFarthestEast = 14 * 3600;
-  std::int64_t east = (kDay - clock_local_day(0) % kDay) % kDay;
-  if (east > kFarthestEast) east -= kDay;
-  const auto local = static_cast<std::time_t>(utc + east);
+  const auto local = static_cast<std::time_t>(utc + clock_offset_at(utc));
   std::tm time{};
   gmtime_r(&local, &time);
   return packed_date(time);
@@ -418,11 +525,10 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
   if (stick.file < 0) {
     return {.state = ScanState::kFailed, .reason = std::string("it cannot be read: ") + std::strerror(errno)};
   }
-  Run run{.task = task, .control = control, .tell = tell, .stick = stick.file};
-  {
-    const LibraryWriting writing;
-    if (writing.database != nullptr) run.room = kMostRows - media_count(*writing.database);
-  }
+  struct statfs system {};
+  const bool inodes = fstatfs(stick.file, &system) == 0 && keeps_inodes(system.f_type);
+  Run run{
+      .task = task, .control = control, .tell = tell, .stick = stick.file, .inodes = inodes, .changed = !task.complete};
   ScanEnd end = run_parts(run);
   release_reader(run);
   return end;

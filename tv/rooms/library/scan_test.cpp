@@ -1,47 +1,12 @@
-// Scans: what is read again, what is left out, progress and callbacks, cancelling, hostile sticks, failures.
+// Scans: what is read again, what is left out, limits, callbacks, hostile sticks.
+#include "rooms/library/scan_test.h"
+
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-
-#include "rooms/library/library_test.h"
 #include "rooms/library/walk.h"
 
 namespace {
-
-std::vector<INT32> heard;  // on the event thread; read after events_settle
-std::atomic<int> begun = 0;
-
-INT32 listen(INT32 type, void* tag) {
-  EXPECT_EQ(tag, &heard);
-  heard.push_back(type);
-  if (type == VEXTVAPI_CB_SCAN_BEGUN) ++begun;
-  return 0;
-}
-
-struct Scanning : LibrarySet {
-  Scanning() {
-    heard.clear();
-    begun = 0;
-    EXPECT_EQ(a_vextvapi_cb_usb_scan_status_register_callback(listen, &heard), 0);
-  }
-  // "name: why" of all that was left out, sorted.
-  std::vector<std::string> problems() const {
-    std::vector<std::string> found;
-    const json::object answer = media({"problems"});
-    for (const json::value& each : answer.at("problems").as_array()) {
-      const std::string path(each.at("path").as_string());
-      found.push_back(path.substr(std::min(path.size(), mount().size() + 1)) + ": " +
-                      std::string(each.at("why").as_string()));
-    }
-    std::ranges::sort(found);
-    return found;
-  }
-};
-
-using Words = std::vector<std::string>;
 
 TEST_F(Scanning, AnInsertedStickIsScannedByItself) {
   write_file("a.bmp", bmp_bytes(2, 2));
@@ -233,38 +198,98 @@ TEST_F(Scanning, ListsAHundredThousandFiles) {
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "many/real.bmp");
 }
 
-TEST_F(Scanning, StoppingEndsAScanWithinASecond) {
-  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
-  EXPECT_EQ(a_vextvapi_cb_scanDone(), 0);
-  const auto begin = std::chrono::steady_clock::now();
-  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0);
-  scans_settle();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
-  events_settle();
-  EXPECT_EQ(report().state, "cancelled");
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_CANCELLED);
-  EXPECT_LT(report().read, 3000u);
-  const std::uint64_t read = report().read;
+TEST_F(Scanning, AStickThatComesBackAsAnotherDeviceKeepsItsRows) {
+  write_file("a.bmp", bmp_bytes(2, 2));
+  insert();
+  media({"favourite", at("a.bmp"), "on"});
+  EXPECT_TRUE(library_write([&](Database& database) {
+    auto row = stick_find(database, stick);
+    row->device += 1;
+    return stick_put(database, *row);
+  }));
   scan();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_LE(report().read, 3000 - read + kMostWrittenAtOnce) << "what was read before stays";
-  EXPECT_EQ(a_vextvapi_cb_stopScan(mount().c_str()), 0) << "none runs";
+  EXPECT_EQ(report().read, 0u);
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(0).favourite, 1);
 }
 
-TEST_F(Scanning, ARemovedSticksScanEnds) {
-  for (int i = 0; i < 1000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  ASSERT_FALSE(run({"stick", "insert", stick}).contains("error"));
+TEST_F(Scanning, PhotosThatTheReaderCannotDecodeAreNoVideos) {
+  const std::string path = stick + "/b.avif";
+  const std::string make = "ffmpeg -v error -f lavfi -i testsrc=size=64x48 -frames:v 1 " + path + " 2>&1";
+  if (std::system(make.c_str()) != 0) std::ofstream(path) << "x";  // this ffmpeg writes none
+  write_file("a.heic", "ftypheic");
+  write_file("c.heif", bmp_bytes(2, 2));
+  insert();
+  EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "c.heif") << "it is none";
+  EXPECT_EQ(list(MEDIA_TYPE_VIDEO, mount()), "");
+  EXPECT_EQ(problems(), (Words{"a.heic: photos of this format are not supported",
+                               "b.avif: photos of this format are not supported"}));
+}
+
+TEST_F(Scanning, AFolderOfRefusedFilesIsNotListed) {
+  write_file("bad/deep/x.jpg", "no picture");
+  write_file("good/x.bmp", bmp_bytes(2, 2));
+  const auto folders = [&] { return media({"stick", "sda1"}).at("folders").as_int64(); };
+  insert();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "good");
+  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_FOLDER, mount().c_str()), 1);
+  EXPECT_EQ(folders(), 1);
+  write_file("bad/deep/x.jpg", bmp_bytes(2, 2));
+  scan();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "bad good");
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, at("bad")), "bad/deep");
+  EXPECT_EQ(folders(), 3);
+  write_file("good/x.bmp", "no picture");
+  scan();
+  EXPECT_EQ(list(MEDIA_TYPE_FOLDER, mount()), "bad");
+  EXPECT_EQ(folders(), 2);
+}
+
+TEST_F(Scanning, ManyFilesThatAreGoneAreErasedInSteps) {
+  fs::create_directories(stick + "/d");
+  for (std::size_t i = 0; i < 2 * kMostErasedAtOnce + 1; ++i)
+    std::ofstream(stick + "/d/" + std::to_string(i) + ".jpg") << "x";
+  insert();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 2 * kMostErasedAtOnce + 1);
+  fs::remove_all(stick + "/d");
+  const std::uint64_t before = library_changes();
+  scan();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 0);
+  EXPECT_GE(library_changes() - before, 3u);
+}
+
+TEST_F(Scanning, WhatIsPlayedDuringAScanIsNotedAtOnce) {
+  write_file("a.wav", wav_bytes({}));
+  insert();
+  for (int i = 0; i < 3000; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+  EXPECT_EQ(a_vextvapi_cb_startScan(mount().c_str()), 0);
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (report().read == 0 && std::chrono::steady_clock::now() < limit) timer_pause(std::chrono::milliseconds(1));
-  run({"stick", "remove", "all"});
+  for (std::size_t i = 0; i < 2 * kMostNoted; ++i) library_note_played(at("d/none" + std::to_string(i)));
+  library_note_played(at("a.wav"));
+  while (top(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_PLAYED, mount()).empty() && a_vextvapi_cb_scanDone() == 0)
+    timer_pause(std::chrono::milliseconds(1));
+  EXPECT_EQ(a_vextvapi_cb_scanDone(), 0) << "the scan goes on";
   scans_settle();
-  events_settle();
-  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_FAILED);
+  EXPECT_EQ(top(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_PLAYED, mount()), "a.wav");
+}
+
+TEST_F(Scanning, AResetForgetsAllSticksAndThumbnails) {
+  write_file("a.bmp", bmp_bytes(20, 20));
   insert();
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 1000);
+  media({"favourite", at("a.bmp"), "on"});
+  std::string why;
+  ASSERT_NE(library_thumbnail(at("a.bmp"), 16, 16, why), "") << why;
+  run({"stick", "remove", "all"});
+  events_settle();
+  heard.clear();
+  tv_control(R"(["reset"])");
+  scans_settle();
+  EXPECT_EQ(media_count(*LibraryWriting().database), 0) << "also of a stick that is not inserted";
+  EXPECT_TRUE(fs::is_empty(state.path + "/thumbnails"));
+  insert();
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(0).favourite, 0);
+  ASSERT_FALSE(heard.empty()) << "the application is still registered";
+  EXPECT_EQ(heard.back(), VEXTVAPI_CB_SCAN_DONE);
 }
 
 TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
@@ -279,65 +304,62 @@ TEST_F(Scanning, AnotherFolderInTheSamePlaceIsAnotherStick) {
   EXPECT_EQ(media_count(*LibraryWriting().database), 1) << "the earlier one's entries are erased";
 }
 
-TEST_F(Scanning, ADamagedDatabaseIsReplacedAndFilledAgain) {
-  for (int i = 0; i < 300; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
+struct FewRows {
+  explicit FewRows(LibraryLimits limits) { library_limits = limits; }
+  ~FewRows() { library_limits = {}; }
+  FewRows(const FewRows&) = delete;
+  FewRows& operator=(const FewRows&) = delete;
+};
+
+// Three photos in a folder of the world, inserted and scanned.
+void insert_three(const Scanning& set, const std::string& name) {
+  const std::string folder = set.world.path + "/" + name;
+  fs::create_directories(folder);
+  for (const char* const file : {"1.bmp", "2.bmp", "3.bmp"})
+    std::ofstream(folder + "/" + file, std::ios::binary) << bmp_bytes(2, 2);
+  ASSERT_FALSE(LibrarySet::run({"stick", "insert", folder}).contains("error"));
+  scans_settle();
+}
+
+TEST_F(Scanning, AFullLibraryForgetsTheSticksThatWereInsertedLeastRecently) {
+  const FewRows limits({.rows = 7});
+  for (const char* const name : {"A", "B"}) {
+    insert_three(*this, name);
+    run({"stick", "remove", "all"});
+  }
+  insert_three(*this, "C");
+  EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "1.bmp 2.bmp 3.bmp");
+  EXPECT_EQ(report().left_out, 0u);
+  EXPECT_EQ(media_count(*LibraryWriting().database), 6);
+  EXPECT_FALSE(stick_find(*LibraryWriting().database, world.path + "/A"));
+  EXPECT_TRUE(stick_find(*LibraryWriting().database, world.path + "/B"));
+  // B's return takes the rest of the room; A, which is new again, finds one row besides those of inserted sticks.
+  for (const char* const name : {"B", "A"}) insert_three(*this, name);
+  EXPECT_EQ(media_count(*LibraryWriting().database), 7);
+  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, (state.path + "/usb/sdc1").c_str()), 1);
+  const auto left_out = problems();
+  EXPECT_EQ(std::ranges::count_if(left_out, [](const auto& each) { return each.ends_with("the library is full"); }), 2);
+}
+
+TEST_F(Scanning, AChangedFileNeedsNoRoom) {
+  const FewRows limits({.rows = 3});
+  for (const char* const file : {"1.bmp", "2.bmp", "3.bmp"}) write_file(file, bmp_bytes(2, 2));
   insert();
-  dtv_tv_stop();
-  const std::string path = state.path + "/media.sqlite";
-  {
-    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-    const auto size = static_cast<std::streamoff>(fs::file_size(path));
-    for (std::streamoff at = 4096 * 4; at + 512 < size; at += 4096) {
-      file.seekp(at);
-      file << std::string(512, '\xA5');
-    }
-  }
-  testing::internal::CaptureStderr();
-  start();
-  scans_settle();
-  const std::string log = testing::internal::GetCapturedStderr();
-  EXPECT_NE(log.find("media.sqlite is damaged"), std::string::npos) << log;
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 300);
+  write_file("2.bmp", bmp_bytes(5, 5));
+  scan();
+  EXPECT_EQ(report().left_out, 0u);
+  EXPECT_EQ(entries(MEDIA_TYPE_PHOTO, mount()).at(1).u.photo_info.width, 5u);
 }
 
-TEST_F(Scanning, AfterAKillTheScanGoesOn) {
-  for (int i = 0; i < 600; ++i) write_file("d/" + std::to_string(i) + ".bmp", bmp_bytes(2, 2));
-  dtv_tv_stop();
-  const std::string program = fs::read_symlink("/proc/self/exe").string();
-  const pid_t child = fork();
-  if (child == 0) {
-    // exec, so that no thread of this process is missing: the program is this one, with one test of its own.
-    for (const char* const shard : {"GTEST_TOTAL_SHARDS", "GTEST_SHARD_INDEX"}) unsetenv(shard);
-    setenv("LIBRARY_KILL_STATE", state.path.c_str(), 1);
-    setenv("LIBRARY_KILL_STICK", stick.c_str(), 1);
-    execl(program.c_str(), program.c_str(), "--gtest_filter=ScanningChild.DISABLED_Scans",
-          "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
-    _exit(127);
+TEST_F(Scanning, OfManySticksThoseInsertedLeastRecentlyAreForgotten) {
+  const FewRows limits({.sticks = 2});
+  for (const char* const name : {"A", "B", "C"}) {
+    insert_three(*this, name);
+    run({"stick", "remove", "all"});
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
-  start();
   scans_settle();
-  EXPECT_EQ(report().state, "done");
-  EXPECT_EQ(a_vextvapi_cb_get_db_count(MEDIA_TYPE_PHOTO, mount().c_str()), 600);
-  EXPECT_LT(report().read, 600u) << "what was written before is not read again";
-}
-
-// The process that AfterAKillTheScanGoesOn kills.
-TEST(ScanningChild, DISABLED_Scans) {
-  const char* const state = getenv("LIBRARY_KILL_STATE");
-  const char* const stick = getenv("LIBRARY_KILL_STICK");
-  ASSERT_TRUE(state != nullptr && stick != nullptr);
-  dtv_tv_stick_root(fs::path(stick).parent_path().c_str());
-  ASSERT_EQ(tv_start(state), "");
-  LibrarySet::run({"stick", "insert", stick});
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-  while (scan_report(usb_sticks().at(0)).files < 200) {
-    ASSERT_LT(std::chrono::steady_clock::now(), limit) << scan_report(usb_sticks().at(0)).reason;
-    timer_pause(std::chrono::milliseconds(1));
-  }
-  kill(getpid(), SIGKILL);
+  EXPECT_EQ(media_count(*LibraryWriting().database), 6);
+  EXPECT_FALSE(stick_find(*LibraryWriting().database, world.path + "/A"));
 }
 
 }  // namespace

@@ -1,12 +1,27 @@
 // Helpers for the library's SQL statements: they bind values in order, and read rows.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
 
 #include "core/database.h"
+
+// A statement has found the library's file damaged. Any thread; the scanning thread then replaces the file.
+extern std::atomic<bool> library_damaged;
+
+inline void note_damage(int result) {
+  if ((result & 0xff) == SQLITE_CORRUPT || (result & 0xff) == SQLITE_NOTADB) library_damaged = true;
+}
+
+// Steps the statement. True: there is a row. An error ends the rows.
+inline bool step(sqlite3_stmt* statement) {
+  const int result = sqlite3_step(statement);
+  note_damage(result);
+  return result == SQLITE_ROW;
+}
 
 inline void bind_value(sqlite3_stmt* statement, int place, std::int64_t value) {
   sqlite3_bind_int64(statement, place, value);
@@ -20,7 +35,10 @@ inline void bind_value(sqlite3_stmt* statement, int place, std::string_view text
 template <typename... Values>
 sqlite3_stmt* bound(Database& database, std::string_view sql, const Values&... values) {
   sqlite3_stmt* const statement = database_statement(database, sql);
-  if (statement == nullptr) return nullptr;
+  if (statement == nullptr) {
+    note_damage(sqlite3_errcode(database.handle));
+    return nullptr;
+  }
   int place = 0;
   (bind_value(statement, ++place, values), ...);
   return statement;
@@ -29,14 +47,18 @@ sqlite3_stmt* bound(Database& database, std::string_view sql, const Values&... v
 template <typename... Values>
 bool run_bound(Database& database, std::string_view sql, const Values&... values) {
   sqlite3_stmt* const statement = bound(database, sql, values...);
-  return statement != nullptr && database_run(statement);
+  if (statement == nullptr) return false;
+  const int result = sqlite3_step(statement);
+  note_damage(result);
+  sqlite3_reset(statement);
+  return result == SQLITE_DONE;
 }
 
 template <typename Record>
 std::vector<Record> read_all(sqlite3_stmt* statement, Record (*read)(sqlite3_stmt*)) {
   std::vector<Record> rows;
   if (statement == nullptr) return rows;
-  while (sqlite3_step(statement) == SQLITE_ROW) rows.push_back(read(statement));
+  while (step(statement)) rows.push_back(read(statement));
   sqlite3_reset(statement);  // ends the read transaction
   return rows;
 }
@@ -45,7 +67,7 @@ template <typename Record>
 std::optional<Record> read_first(sqlite3_stmt* statement, Record (*read)(sqlite3_stmt*)) {
   std::optional<Record> row;
   if (statement == nullptr) return row;
-  if (sqlite3_step(statement) == SQLITE_ROW) row = read(statement);
+  if (step(statement)) row = read(statement);
   sqlite3_reset(statement);
   return row;
 }

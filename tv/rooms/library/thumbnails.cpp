@@ -30,6 +30,7 @@ namespace {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
 constexpr std::chrono::seconds kTryAgain{5};     // after a failure that may pass, such as a full disk
+constexpr std::chrono::seconds kReadAgain{60};   // after the reader has failed, which may have taken long
 constexpr std::chrono::seconds kReaderIdle{10};  // after which the reader's process is ended
 constexpr std::uint64_t kFnvBegin = 0xCBF29CE484222325, kFnvPrime = 0x100000001B3;
 
@@ -61,7 +62,8 @@ struct Thumbnails {
   std::uint64_t bytes = 0;                      // of `kept`
   std::map<std::string, Refused> refused = {};  // by key
   std::deque<Wanted> queue = {};
-  std::string making;  // key of the one that is being made; empty: none
+  std::string making;           // key of the one that is being made; empty: none
+  std::uint64_t forgotten = 0;  // how often all were erased
   MediaReader* reader = nullptr;
   bool runs = false;
   std::thread thread;  // used by thumbnails_start and thumbnails_stop only
@@ -190,11 +192,11 @@ bool save(const std::string& path, const std::vector<std::uint8_t>& jpeg) {
   return false;
 }
 
-// Makes and saves a thumbnail. Returns why it failed; empty: it is saved. ret_again: the failure may be temporary.
+// Makes and saves a thumbnail. Returns why it failed; empty: it is saved. ret_until: when it may be tried again.
 std::string make(const Wanted& wanted, MediaReader& reader, const std::string& target, std::uint64_t& ret_bytes,
-                 bool& ret_again) {
+                 SteadyTime& ret_until) {
   std::string key, why;
-  ret_again = true;
+  ret_until = std::chrono::steady_clock::now() + kTryAgain;
   const int file = open_wanted(wanted.path, wanted.width, wanted.height, key, why);
   if (file < 0) return why;
   std::vector<std::uint8_t> jpeg;
@@ -208,7 +210,10 @@ std::string make(const Wanted& wanted, MediaReader& reader, const std::string& t
       ret_bytes = jpeg.size();
       return "";
     case ReadResult::kRefused:
-      ret_again = false;
+      ret_until = SteadyTime::max();
+      return why;
+    case ReadResult::kFailed:
+      ret_until = std::chrono::steady_clock::now() + kReadAgain;
       return why;
     case ReadResult::kCancelled:
       return "the file was changed, or the set is being switched off";
@@ -241,19 +246,21 @@ void run_thumbnails() {
     if (reader == nullptr) reader = media_reader_create();
     thumbnails.reader = reader.get();
     const std::string target = file_of(wanted.key);
+    const std::uint64_t forgotten = thumbnails.forgotten;
     guard.unlock();
     std::uint64_t bytes = 0;
-    bool again = false;
-    const std::string why = make(wanted, *reader, target, bytes, again);
+    SteadyTime until;
+    const std::string why = make(wanted, *reader, target, bytes, until);
     guard.lock();
     thumbnails.making.clear();
-    if (why.empty()) {
+    if (thumbnails.forgotten != forgotten) {
+      unlink(target.c_str());
+    } else if (why.empty()) {
       note(wanted.key, bytes);
       make_room();
     } else {
       if (thumbnails.refused.size() >= kMostRefusedThumbnails) thumbnails.refused.clear();
-      const SteadyTime now = std::chrono::steady_clock::now();
-      thumbnails.refused[wanted.key] = {.why = why, .until = again ? now + kTryAgain : SteadyTime::max()};
+      thumbnails.refused[wanted.key] = {.why = why, .until = until};
     }
     thumbnails.changed.notify_all();
   }
@@ -311,6 +318,18 @@ void thumbnails_stop() {
   }
   thumbnails.changed.notify_all();
   if (thumbnails.thread.joinable()) thumbnails.thread.join();
+}
+
+void thumbnails_forget() {
+  const std::lock_guard guard(thumbnails.lock);
+  for (const auto& [key, kept] : thumbnails.kept) unlink(file_of(key).c_str());
+  thumbnails.kept.clear();
+  thumbnails.uses.clear();
+  thumbnails.bytes = 0;
+  thumbnails.refused.clear();
+  thumbnails.queue.clear();
+  ++thumbnails.forgotten;  // the one that is being made is erased when it is saved
+  thumbnails.changed.notify_all();
 }
 
 ThumbnailAnswer thumbnail_ask(std::string_view path, std::uint32_t width, std::uint32_t height) {

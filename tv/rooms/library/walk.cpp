@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,8 +75,8 @@ void take_file(Walking& walking, const std::string& path, const std::string& nam
     folder.files.push_back({.name = name,
                             .kind = kind,
                             .size = static_cast<std::uint64_t>(info.st_size),
-                            .mtime = std::int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec,
-                            .inode = info.st_ino});
+                            .mtime = media_time(info.st_mtim),
+                            .inode = walking.walk.inodes ? info.st_ino : 0});
   }
 }
 
@@ -85,7 +86,9 @@ void take_entry(Walking& walking, const Waiting& parent, DIR* open, const std::s
   const std::string path = join(parent.path, name);
   struct stat info {};
   if (fstatat(dirfd(open), name.c_str(), &info, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
-    if (errno != ENOENT) walking.walk.problem(path, std::strerror(errno));
+    if (errno == ENOENT) return;
+    folder.whole = false;
+    walking.walk.problem(path, std::strerror(errno));
     return;
   }
   const bool is_folder = S_ISDIR(info.st_mode);
@@ -112,13 +115,16 @@ bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
     errno = 0;
     const dirent* const entry = readdir(open.get());
     if (entry == nullptr) {
-      folder.whole = errno == 0;
-      if (errno != 0) walking.walk.problem(waiting.path, std::strerror(errno));
+      if (errno != 0) {
+        folder.whole = false;
+        walking.walk.problem(waiting.path, std::strerror(errno));
+      }
       break;
     }
     const std::string name = entry->d_name;
     if (name == "." || name == "..") continue;
-    if (++walking.names > kMostStickNames) {
+    if (++walking.names > walking.walk.most_names) {
+      folder.whole = false;
       walking.walk.problem(waiting.path, "the stick has too many names; the rest of this folder is left out");
       break;
     }
@@ -133,6 +139,15 @@ bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
 }
 
 }  // namespace
+
+bool keeps_inodes(std::int64_t magic) {
+  return magic != MSDOS_SUPER_MAGIC && magic != EXFAT_SUPER_MAGIC && magic != FUSE_SUPER_MAGIC;
+}
+
+std::int64_t media_time(const timespec& time) {
+  constexpr std::int64_t kSecond = 1'000'000'000, kLast = INT64_MAX / kSecond - 1;
+  return std::clamp<std::int64_t>(time.tv_sec, -kLast, kLast) * kSecond + time.tv_nsec;
+}
 
 bool walk_stick(const Walk& walk, std::string& ret_why) {
   ret_why.clear();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -25,13 +26,15 @@ struct WalkedFile {
 
 struct WalkedFolder {
   std::string path = {};               // within the stick, as MediaRow::folder
-  bool whole = true;                   // false: it could not be read to its end
+  bool whole = true;                   // false: there may be more in it
   std::vector<WalkedFile> files = {};  // by name
 };
 
 struct Walk {
-  int stick = -1;                                       // the stick's folder, opened with O_PATH
-  std::size_t longest_path = 0;                         // bytes, within the stick
+  int stick = -1;                // the stick's folder, opened with O_PATH
+  std::size_t longest_path = 0;  // bytes, within the stick
+  std::size_t most_names = kMostStickNames;
+  bool inodes = true;                                   // false: all are reported as 0; see keeps_inodes
   std::uint64_t avoided_device = 0, avoided_inode = 0;  // the folder that is not entered: the set's own state folder
   // Called for each folder with media files in it.
   std::function<void(WalkedFolder folder)> folder;
@@ -39,6 +42,13 @@ struct Walk {
   std::function<void(const std::string& path, const char* why)> problem;
   std::function<bool()> ends;  // true: the walk is cancelled
 };
+
+// Whether a file keeps its inode number on a file system of this magic number (of statfs). FAT and FUSE number their
+// files anew at each mount, and when they leave the memory.
+bool keeps_inodes(std::int64_t magic);
+
+// ns since 1970, moved into the years 1678 to 2262. What a stick says may be any number.
+std::int64_t media_time(const timespec& time);
 
 // False: it was cancelled, or the stick cannot be read any more, which ret_why then says.
 bool walk_stick(const Walk& walk, std::string& ret_why);
