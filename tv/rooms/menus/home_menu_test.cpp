@@ -18,7 +18,8 @@ struct TvHomeMenu : ServersTest, ShownMenu {
   void SetUp() override {
     ServersTest::SetUp();
     server = std::make_unique<FakeServer>("attic", [this](const FakeRequest& request) {
-      return request.path == "/desc.xml" ? http_answer(server->description()) : listed(request);
+      if (request.path == "/desc.xml") return http_answer(server->description());
+      return request.path == "/control" ? listed(request) : http_answer("", "text/plain", "404 Not Found");
     });
     ASSERT_GT(find(*server), 0);
     EXPECT_EQ(word(run({"menu", "home_network"}), "menu"), "home_network");
