@@ -196,11 +196,7 @@ UINT32 a_vextvapi_cb_pb_init(INT32, INT32, const char*, INT32, const char*, cons
     refuse_call(__func__, "the path is missing");
     return 0;
   }
-  std::string why;
-  const SessionHandle session = session_create(true, media_path, why);
-  if (session != nullptr) return session->handle;
-  refuse_call(__func__, why);
-  return 0;
+  return session_create(media_path)->handle;
 }
 
 INT32 a_vextvapi_cb_pb_deinit(UINT32 player) {

@@ -1,6 +1,7 @@
 // The players of files and network streams, for the other rooms. Applications create players of their own through the
-// TV API; a viewer has one, which keys, commands and the renderer use. At most kMostMediaPlayers exist; the newest one
-// that has been opened is seen on the screen in place of the main picture.
+// TV API; a viewer has one, which keys, commands and the renderer use. The newest one that has been opened is seen on
+// the screen in place of the main picture. At most kMostMediaPlayers exist: another one ends an application's, the
+// oldest that plays nothing, else the oldest. A page that is left or loaded again does not destroy its players.
 #pragma once
 
 #include <boost/json/fwd.hpp>

@@ -462,18 +462,6 @@ TEST_F(MediaSet, AWildHandleIsRefused) {
   all_give(player, IVEX_PB_ERROR_CODE_INV_HANDLE);  // after its end
 }
 
-TEST_F(MediaSet, AThirdPlayerIsRefused) {
-  EXPECT_EQ(a_vextvapi_cb_pb_init(0, 0, nullptr, 0, nullptr, nullptr), 0u);
-  EXPECT_EQ(a_vextvapi_cb_pb_init(0, 0, nullptr, 0, nullptr, ""), 0u);
-  const UINT32 first = create(path("film.mp4"));
-  create(path("song.mp3"));
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(a_vextvapi_cb_pb_init(0, 0, nullptr, 0, nullptr, path("film.ts").c_str()), 0u);
-  expect_words(testing::internal::GetCapturedStderr(), {"a_vextvapi_cb_pb_init", "there are 2 players already"});
-  EXPECT_EQ(a_vextvapi_cb_pb_deinit(first), 0);
-  create(path("film.ts"));
-}
-
 TEST_F(MediaSet, WhatCannotBeOpenedSaysWhy) {
   fs::create_symlink("/etc/passwd", world.path + "/Films/link.mp4");
   std::ofstream(world.path + "/Films/text.mp4") << std::string(100'000, 'x');

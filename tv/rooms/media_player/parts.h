@@ -158,8 +158,10 @@ SessionHandle session_find(std::uint32_t handle);
 SessionHandle session_seen();
 SessionHandle session_of_viewer();  // also one that has ended; null: there is none
 
-// Null with ret_why: there are kMostMediaPlayers.
-SessionHandle session_create(bool application, const std::string& path, std::string& ret_why);
+// An application's player, for one file. If there are kMostMediaPlayers, one of an application ends first.
+SessionHandle session_create(const std::string& path);
+SessionHandle session_create_viewer();           // the caller sees to it that there is none
+void sessions_make_room_for_viewer();            // once the viewer's player plays
 void session_end(const SessionHandle& session);  // returns soon; its thread may take longer
 
 // Opens the path in place of what the player had. False with ret_why and ret_code. from: nothing: where it was left, if

@@ -1,0 +1,67 @@
+// How players follow each other: too many of them, a stop and what comes at once after it, and what was chosen
+// meanwhile.
+#ifdef DTV_PICTURE
+#include <atomic>
+
+#include "rooms/library/parts.h"
+#include "rooms/media_player/media_player.h"
+#include "rooms/media_player/media_player_test.h"
+
+namespace {
+
+using namespace media_test;
+
+TEST_F(MediaSet, AThirdPlayerEndsOneThatWasLeft) {
+  EXPECT_EQ(a_vextvapi_cb_pb_init(0, 0, nullptr, 0, nullptr, nullptr), 0u);
+  EXPECT_EQ(a_vextvapi_cb_pb_init(0, 0, nullptr, 0, nullptr, ""), 0u);
+  const auto is_there = [](UINT32 player) { return a_vextvapi_cb_pb_setRepeat(player, PLAYER_REPEAT_OFF) == 0; };
+  const UINT32 playing = open("film.mp4");
+  EXPECT_EQ(a_vextvapi_cb_pb_play(playing), 0);
+  const UINT32 missing = create(path("missing.mp4"));
+  EXPECT_NE(a_vextvapi_cb_pb_open(missing), 0);
+  const UINT32 third = create(path("film.ts"));
+  EXPECT_FALSE(is_there(missing)) << "it plays nothing";
+  EXPECT_TRUE(is_there(playing));
+  forget_events();
+  EXPECT_EQ(a_vextvapi_cb_pb_open(third), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_OPENED));
+  const UINT32 fourth = create(path("song.mp3"));
+  EXPECT_FALSE(is_there(playing)) << "the oldest";
+  EXPECT_TRUE(is_there(third));
+  EXPECT_EQ(a_vextvapi_cb_pb_open(fourth), 0);
+}
+
+// What a page that is loaded again and again leaves behind keeps nobody out.
+TEST_F(MediaSet, PlayersThatAreNeverDestroyedKeepNobodyOut) {
+  for (int i = 0; i < 5; ++i) {
+    forget_events();
+    EXPECT_EQ(a_vextvapi_cb_pb_play(open("film.mp4")), 0);
+    EXPECT_TRUE(hears(PLAYER_EVENT_PLAYING));
+  }
+  const auto played = [] { return text(command({"player"}), "path"); };
+  EXPECT_EQ(command({"player", "play", path("song.mp3")}).if_contains("error"), nullptr);
+  EXPECT_TRUE(until([&] { return played() == path("song.mp3"); }));
+  const UINT32 player = open("film.ts");  // beside the viewer's, which plays on below it
+  EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+  EXPECT_TRUE(until([&] { return played() == path("song.mp3"); }));
+}
+
+TEST_F(MediaSet, AViewersPlayerThatPlaysAgainIsOneOfTwo) {
+  EXPECT_EQ(command({"player", "play", path("film.mp4"), "11"}).if_contains("error"), nullptr);
+  EXPECT_TRUE(until([] { return text(command({"player"}), "state") == "ended"; }));
+  const UINT32 left = create(path("film.ts"));
+  const UINT32 opened = open("film.mkv");
+  EXPECT_EQ(command({"player", "play", path("film.mp4")}).if_contains("error"), nullptr);
+  EXPECT_EQ(a_vextvapi_cb_pb_setRepeat(left, PLAYER_REPEAT_OFF), IVEX_PB_ERROR_CODE_INV_HANDLE);
+  EXPECT_EQ(a_vextvapi_cb_pb_setRepeat(opened, PLAYER_REPEAT_OFF), 0);
+}
+
+TEST_F(MediaSet, AResetEndsAllPlayers) {
+  const UINT32 player = open("film.mp4");
+  command({"reset"});
+  EXPECT_EQ(a_vextvapi_cb_pb_play(player), IVEX_PB_ERROR_CODE_INV_HANDLE);
+  EXPECT_EQ(text(command({"player"}), "state"), "none");
+}
+
+}  // namespace
+#endif
