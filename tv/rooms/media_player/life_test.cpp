@@ -63,5 +63,39 @@ TEST_F(MediaSet, AResetEndsAllPlayers) {
   EXPECT_EQ(text(command({"player"}), "state"), "none");
 }
 
+TEST_F(MediaSet, WhatFollowsAStopAtOnceFindsItStopped) {
+  for (int i = 0; i < 5; ++i) {
+    const UINT32 player = open("film.mp4");
+    EXPECT_EQ(a_vextvapi_cb_pb_play(player), 0);
+    EXPECT_TRUE(comes_to(player, 1, 11));
+    forget_events();
+    EXPECT_EQ(a_vextvapi_cb_pb_stop(player), 0);
+    EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 5), IVEX_PB_ERROR_CODE_NOT_READY);
+    EXPECT_EQ(a_vextvapi_cb_pb_pause(player), IVEX_PB_ERROR_CODE_NOT_READY);
+    EXPECT_EQ(a_vextvapi_cb_pb_FF(player), IVEX_PB_ERROR_CODE_NOT_READY);
+    EXPECT_EQ(a_vextvapi_cb_pb_play(player), 0);
+    EXPECT_TRUE(hears(PLAYER_EVENT_PLAYING));
+    EXPECT_EQ(heard(PLAYER_EVENT_STOPPED).size(), 1u);
+    EXPECT_EQ(heard(PLAYER_EVENT_PLAYING).at(0).data, 0) << "it plays from its beginning";
+    EXPECT_EQ(a_vextvapi_cb_pb_stop(player), 0);
+    EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+    EXPECT_EQ(a_vextvapi_cb_pb_play(player), IVEX_PB_ERROR_CODE_INV_HANDLE);
+    forget_events();
+  }
+}
+
+TEST_F(MediaSet, AStoppedLockedFileIsLockedAgain) {
+  EXPECT_EQ(command({"config", "g_misc__parental_age", "12"}).if_contains("error"), nullptr);
+  const UINT32 player = open("film.mkv");
+  EXPECT_TRUE(hears(PLAYER_EVENT_RATING_BLOCKED));
+  EXPECT_EQ(a_vextvapi_cb_pb_stop(player), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_STOPPED));
+  forget_events();
+  EXPECT_EQ(a_vextvapi_cb_pb_play(player), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_RATING_BLOCKED));
+  EXPECT_EQ(a_vextvapi_cb_pb_unblockRating(player), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_PLAYING));
+}
+
 }  // namespace
 #endif

@@ -30,7 +30,7 @@ std::string control(Change change) {
   if (session == nullptr) return kNothing;
   std::string why;
   session_change(*session, [&](Session& found) {
-    if (is_over(found.stage))
+    if (is_over(found.stage) || found.leaving)
       why = kNothing;
     else
       why = change(found);
