@@ -31,6 +31,12 @@ struct MediaPlaying {
   bool application = false;  // the player belongs to an application
 };
 
+// Opens a file that the set can play or show: one of a stick, by its mount point; "recordings/NAME" or
+// "downloads/NAME", a file of the set's own; or a download by its whole path, as it is reported. Returns a descriptor,
+// or -1 with ret_why.
+int media_player_open_file(const std::string& path, std::string& ret_why);
+bool media_player_is_own_file(std::string_view path);  // by its path: no stick has it
+
 // What is seen, or heard; nothing: no player has a file.
 std::optional<MediaPlaying> media_player_playing();
 

@@ -2,6 +2,7 @@
 #ifdef DTV_PICTURE
 #include <iterator>
 
+#include "rooms/media_player/media_player.h"
 #include "rooms/media_player/media_player_test.h"
 #include "rooms/screen/http_test.h"
 
@@ -10,10 +11,12 @@ namespace {
 using namespace media_test;
 using http_test::Server;
 
-std::string film() {
-  std::ifstream file(files().folder + "/film.mkv", std::ios::binary);
+std::string read(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
+
+std::string film() { return read(files().folder + "/film.mkv"); }
 
 TEST_F(MediaSet, PlaysAndSeeksInAServersFile) {
   const std::string bytes = film();
@@ -71,6 +74,35 @@ TEST_F(MediaSet, AServerThatStopsInTheMiddleFailsItsPlayer) {
   a_vextvapi_cb_pb_play(player);
   EXPECT_TRUE(hears(PLAYER_EVENT_ERROR));
   EXPECT_EQ(heard(PLAYER_EVENT_ERROR).at(0).data, IVEX_PB_ERROR_CODE_NETWORK);
+}
+
+// ---- Files that were fetched from a server ----
+
+TEST_F(MediaSet, PlaysADownloadByItsWholePath) {
+  fs::create_directory(folder.path + "/downloads");
+  fs::copy(files().folder + "/film.mp4", folder.path + "/downloads/A film.mp4");
+  fs::create_symlink("/etc/passwd", folder.path + "/downloads/link.mp4");
+  UINT32 player = create(folder.path + "/downloads/A film.mp4");
+  EXPECT_EQ(a_vextvapi_cb_pb_open(player), 0);
+  ASSERT_TRUE(hears(PLAYER_EVENT_OPENED));
+  EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 7), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_SOUGHT));
+  EXPECT_EQ(a_vextvapi_cb_pb_saveStopInfo(player), 0);
+  EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+  forget_events();
+  player = create("downloads/A film.mp4");
+  EXPECT_EQ(a_vextvapi_cb_pb_open(player), 0);
+  ASSERT_TRUE(hears(PLAYER_EVENT_OPENED));
+  UINT8 has = 0;
+  EXPECT_EQ(a_vextvapi_cb_pb_getStopInfo(player, &has), 0);
+  EXPECT_EQ(has, 1) << "it is the same file";
+  EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+  for (const char* const wrong : {"/downloads/../tv.sqlite", "/downloads/link.mp4", "/downloads/", "/tv.sqlite",
+                                  "/downloads/missing.mp4", "/downloads/.hidden"}) {
+    player = create(folder.path + wrong);
+    EXPECT_EQ(a_vextvapi_cb_pb_open(player), IVEX_PB_ERROR_CODE_FILE) << wrong;
+    EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
+  }
 }
 
 }  // namespace

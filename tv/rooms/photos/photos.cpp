@@ -14,6 +14,7 @@
 #include "core/room.h"
 #include "core/timers.h"
 #include "rooms/library/library.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/photos/application.h"
 #include "rooms/photos/commands.h"
 #include "rooms/photos/state.h"
@@ -78,7 +79,7 @@ void close_now() {
 
 // Opens the file; null with ret_why.
 PhotoFile open_file(const std::string& path, std::string& ret_why) {
-  const int file = usb_open(path, UsbFile::kFile, ret_why);
+  const int file = media_player_open_file(path, ret_why);
   return file < 0 ? nullptr : photo_file(file);
 }
 
@@ -182,7 +183,7 @@ void leave_now() {
 void look_at_sticks() {
   application_look_at_sticks();
   const auto shown = photo_shown();
-  if (shown && !usb_stick_of(shown->path)) photo_close();
+  if (shown && !media_player_is_own_file(shown->path) && !usb_stick_of(shown->path)) photo_close();
 }
 
 }  // namespace

@@ -284,6 +284,25 @@ TEST_F(PhotosTest, fades_from_one_picture_to_the_next) {
   EXPECT_EQ(on_screen(), "GGGG");
 }
 
+TEST_F(PhotosTest, shows_a_download_by_its_whole_path) {
+  const std::string downloads = state.path + "/downloads";
+  std::filesystem::create_directory(downloads);
+  std::filesystem::copy(stick + "/a.png", downloads + "/a.png");
+  std::filesystem::create_symlink(stick + "/b.png", downloads + "/link.png");
+  EXPECT_EQ(photos_show(downloads + "/a.png"), "");
+  EXPECT_EQ(on_screen(), "RRRR");
+  ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_open((downloads + "/a.png").c_str(), 0, 0), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_decode(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_display(), 0);
+  tv_control(R"(["stick","remove","all"])");
+  photos_sticks_changed();
+  dtv_tv_advance(1);
+  EXPECT_EQ(on_screen(), "RRRR") << "no stick has it";
+  EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/link.png").c_str(), 0, 0), 0);
+  EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/../tv.sqlite").c_str(), 0, 0), 0);
+}
+
 TEST_F(PhotosTest, leaves_when_a_channel_is_chosen_and_when_the_stick_is_removed) {
   ASSERT_EQ(photos_show(at("a.png")), "");
   photos_leave();
