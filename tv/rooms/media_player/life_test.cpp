@@ -97,5 +97,63 @@ TEST_F(MediaSet, AStoppedLockedFileIsLockedAgain) {
   EXPECT_TRUE(hears(PLAYER_EVENT_PLAYING));
 }
 
+// ---- What follows a viewer's file ----
+
+// The films of the folder, one after the other, begin with the first near its end.
+void play_around(const MediaSet& set) {
+  scans_settle();
+  EXPECT_EQ(command({"player", "play", set.path("film.mp4"), "11"}).if_contains("error"), nullptr);
+  EXPECT_EQ(command({"player", "repeat", "folder"}).if_contains("error"), nullptr);
+}
+
+std::atomic<int> ends;
+
+TEST_F(MediaSet, TheNextFileFollowsWithoutAnEnd) {
+  ends = 0;
+  media_player_on_change([] {
+    const auto playing = media_player_playing();
+    if (playing && playing->state == MediaState::kEnded) ++ends;
+  });
+  play_around(*this);
+  EXPECT_TRUE(until([&] {
+    const std::string played = text(command({"player"}), "path");
+    return !played.empty() && played != path("film.mp4");
+  }));
+  media_player_on_change(nullptr);
+  EXPECT_EQ(ends, 0) << "between the two, something else could have been chosen and lost";
+  // The first was seen to its end.
+  EXPECT_EQ(command({"player", "play", path("film.mp4")}).if_contains("error"), nullptr);
+  EXPECT_TRUE(until([] { return text(command({"player"}), "state") == "playing"; }));
+  EXPECT_LT(number(command({"player"}), "position"), 3);
+}
+
+TEST_F(MediaSet, WhatIsChosenAtTheEndOfAFileCounts) {
+  play_around(*this);
+  for (int i = 0; i < 8; ++i) {
+    command({"power", "on"});
+    EXPECT_EQ(command({"player", "play", path("film.mp4"), "11.8"}).if_contains("error"), nullptr);
+    EXPECT_TRUE(until([] { return number(command({"player"}), "position") >= 11.8; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200 + 25 * i));  // about when it ends
+    command({"power", "standby"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(media_player_drawer(), nullptr) << "round " << i;
+  }
+}
+
+TEST_F(MediaSet, APauseDoesNotCountOnTheWayBack) {
+  const UINT32 player = open("film.mp4");
+  EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 11), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_SOUGHT));
+  EXPECT_EQ(a_vextvapi_cb_pb_setSpeed(player, -200), 0);
+  EXPECT_TRUE(comes_to(player, 0, 10));
+  EXPECT_EQ(a_vextvapi_cb_pb_pause(player), 0);
+  std::this_thread::sleep_for(std::chrono::seconds(3));
+  const UINT32 paused = position(player);
+  EXPECT_GT(paused, 4u) << "it did not wait";
+  EXPECT_EQ(a_vextvapi_cb_pb_setSpeed(player, -200), 0);
+  EXPECT_TRUE(comes_to(player, 0, paused - 1));
+  EXPECT_GE(position(player) + 4, paused) << "three seconds of pause are six of the film";
+}
+
 }  // namespace
 #endif

@@ -166,8 +166,11 @@ void session_end(const SessionHandle& session);  // returns soon; its thread may
 
 // Opens the path in place of what the player had. False with ret_why and ret_code. from: nothing: where it was left, if
 // the player uses that.
+//
+// after: only in place of the opening of this number. If something else was chosen meanwhile, or the player is to stop,
+// the result is false without ret_why. 0: in place of any.
 bool session_open(const SessionHandle& session, const std::string& path, std::optional<double> from, bool paused,
-                  std::string& ret_why, INT32& ret_code);
+                  std::string& ret_why, INT32& ret_code, std::uint64_t after = 0);
 
 // Changes what is wanted under the session's lock, and wakes its thread.
 template <typename Change>

@@ -164,10 +164,11 @@ void sessions_end_all() {
 }
 
 bool session_open(const SessionHandle& session, const std::string& path, std::optional<double> from, bool paused,
-                  std::string& ret_why, INT32& ret_code) {
+                  std::string& ret_why, INT32& ret_code, std::uint64_t after) {
   auto source = media_source(path, ret_why, ret_code);
   if (!source) return false;
   const std::lock_guard guard(session->lock);
+  if (after != 0 && (session->opened != after || session->leaving || session->ending)) return false;
   if (!session->thread.joinable()) {
     try {
       session->thread = std::thread(session_run, session);
