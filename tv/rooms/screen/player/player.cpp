@@ -65,6 +65,7 @@ constexpr Option kAnyFileOptions[] = {
     {"demuxer-lavf-analyzeduration", "2"},
     {"audio-display", "embedded-first"},  // an album's cover
     {"embeddedfonts", "no"},
+    {"image-display-duration", "inf"},  // a picture is played until somebody stops it
     {"sub-scale-with-window", "yes"},
 };
 
