@@ -12,6 +12,7 @@
 #include "rooms/library/library.h"
 #include "rooms/media_player/media_player.h"
 #include "rooms/photos/state.h"
+#include "rooms/remote/remote.h"
 #include "rooms/usb/usb.h"
 
 namespace {
@@ -130,6 +131,7 @@ INT32 a_vextvapi_img_playback_display() {
   const auto present = opened();
   if (!present) return refuse_call(__func__, "no picture is open");
   if (present->photo.decoded.picture == nullptr) return refuse_call(__func__, "the picture has not been decoded yet");
+  if (!remote_is_on()) return refuse_call(__func__, "the set is in standby");
   photo_display(present->photo);
   return 0;
 }

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -22,14 +23,15 @@ struct DecodedPhoto {
 // An open file, closed with its last user.
 using PhotoFile = std::shared_ptr<const int>;
 PhotoFile photo_file(int file);
+using PhotoOpen = std::function<PhotoFile(std::string& ret_why)>;  // null with ret_why
 
 void decoder_start();
 void decoder_stop();
 
 // Decodes it and waits, at most kDecodeTime. Not with a lock.
-DecodedPhoto decoder_decode(PhotoFile file, const std::string& name);
+DecodedPhoto decoder_decode(const PhotoFile& file, const std::string& name);
 
-// Has it decoded; `take` gets the result on the decoder's thread, without a lock, unless a later call of this function,
-// or decoder_forget, comes first.
-void decoder_queue(PhotoFile file, const std::string& name, void (*take)(const std::string& name, DecodedPhoto photo));
+// Has it opened and decoded; `take` gets the result, both on the decoder's thread without a lock, unless a later call
+// of this function, or decoder_forget, comes first.
+void decoder_queue(PhotoOpen open, const std::string& name, std::function<void(DecodedPhoto photo)> take);
 void decoder_forget();

@@ -18,6 +18,7 @@
 #include "rooms/photos/application.h"
 #include "rooms/photos/commands.h"
 #include "rooms/photos/state.h"
+#include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
 #include "rooms/usb/usb.h"
 
@@ -35,6 +36,8 @@ struct State {
   std::optional<Photo> before;  // fades out
   TimerTime fade_begin = {};
   bool leaves = false;  // photos_leave was called
+  // Incremented when the display ends or is to end: what was queued before is not displayed.
+  std::uint64_t turn = 0;
   bool slides = false;
   seconds slide_time{kUsualSlide};
   TimerTime slide_due = kTimerNever;
@@ -68,6 +71,7 @@ void stop_slides() {
 }
 
 void close_now() {
+  ++state.turn;
   state.shown.reset();
   state.before.reset();
   displayed = false;
@@ -83,13 +87,15 @@ PhotoFile open_file(const std::string& path, std::string& ret_why) {
   return file < 0 ? nullptr : photo_file(file);
 }
 
-void take_slide(const std::string& path, DecodedPhoto decoded);
+void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded);
 
-// Has the file decoded for the slide show or for a key.
-void queue(const std::string& path) {
-  std::string why;
-  if (PhotoFile file = open_file(path, why); file != nullptr) return decoder_queue(std::move(file), path, take_slide);
-  take_slide(path, {.why = std::move(why)});
+// As photo_display. turn: the display is wanted as long as this is the present one; nothing: it is in any case.
+void display(const Photo& photo, std::optional<std::uint64_t> turn);
+
+// Has the file opened and decoded for the slide show or for a key; a stick may answer slowly.
+void queue(const std::string& path, std::uint64_t turn) {
+  decoder_queue([path](std::string& ret_why) { return open_file(path, ret_why); }, path,
+                [path, turn](DecodedPhoto decoded) { take_slide(path, turn, std::move(decoded)); });
 }
 
 // The first photo of the folder, after its last one.
@@ -106,31 +112,31 @@ std::optional<std::string> next_of(const std::string& path, int step) {
 }
 
 // A photo for the slide show or a key has been decoded, or cannot be.
-void take_slide(const std::string& path, DecodedPhoto decoded) {
-  if (decoded.picture != nullptr) {
-    photo_display({.path = path, .decoded = std::move(decoded)});
-    return;
-  }
+void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded) {
+  if (decoded.picture != nullptr) return display({.path = path, .decoded = std::move(decoded)}, turn);
   std::fprintf(stderr, "dtv_tv: the photo %s is passed over: %s\n", quoted(path).c_str(), decoded.why.c_str());
   bool goes_on = false;
   {
     const std::lock_guard guard(state.lock);
+    if (turn != state.turn) return;
     goes_on = state.slides && ++state.broken < kMostBroken;
     if (!goes_on) stop_slides();
   }
   if (!goes_on) return;
-  if (const auto next = next_of(path, 1)) queue(*next);
+  if (const auto next = next_of(path, 1)) queue(*next, turn);
 }
 
 void slide_on() {
   std::string path;
+  std::uint64_t turn = 0;
   {
     const std::lock_guard guard(state.lock);
     if (!state.slides || !state.shown || timer_now() < state.slide_due) return;
     path = state.shown->path;
+    turn = state.turn;
     set_slide();  // in case nothing comes of it
   }
-  if (const auto next = next_of(path, 1)) queue(*next);
+  if (const auto next = next_of(path, 1)) queue(*next, turn);
 }
 
 // ---- What the screen draws ----
@@ -198,9 +204,14 @@ bool photo_slides() {
   return state.slides;
 }
 
-void photo_display(const Photo& photo) {
+void photo_display(const Photo& photo) { display(photo, std::nullopt); }
+
+namespace {
+
+void display(const Photo& photo, std::optional<std::uint64_t> turn) {
   {
     const std::lock_guard guard(state.lock);
+    if (turn && *turn != state.turn) return;
     state.leaves = false;
     state.before.reset();
     if (state.shown && state.shown->path != photo.path && application_effect() == VEXTVAPI_IMAGE_EFFECT_FADE) {
@@ -216,7 +227,10 @@ void photo_display(const Photo& photo) {
   if (!photo.application) application_forget();
   library_note_played(photo.path);
   show_wake();
+  if (!remote_is_on()) photos_leave();  // the set went to standby meanwhile
 }
+
+}  // namespace
 
 bool photo_change_view(void (*change)(PhotoView& view, int number), int number) {
   {
@@ -239,6 +253,7 @@ void photo_close() {
 }
 
 std::string photo_show(const std::string& path) {
+  if (!remote_is_on()) return "the set is in standby";
   std::string why;
   PhotoFile file = open_file(path, why);
   if (file == nullptr) return why;
@@ -282,8 +297,15 @@ std::string photos_show(const std::string& path) { return photo_show(path); }
 std::string photos_slide_show(bool runs) { return photo_slide_show(runs, kUsualSlide); }
 
 bool photos_press_next(int step) {
-  if (!displayed) return false;
-  if (const auto path = photo_neighbour(step)) queue(*path);
+  std::string path;
+  std::uint64_t turn = 0;
+  {
+    const std::lock_guard guard(state.lock);
+    if (!state.shown) return false;
+    path = state.shown->path;
+    turn = state.turn;
+  }
+  if (const auto next = next_of(path, step)) queue(*next, turn);
   return true;
 }
 
@@ -316,6 +338,7 @@ bool photos_press_turn() {
 void photos_leave() {
   if (!displayed) return;
   const std::lock_guard guard(state.lock);
+  ++state.turn;
   state.leaves = true;
   timer_set(leave_timer, timer_now(), leave_now);
 }

@@ -4,9 +4,12 @@
 #include <boost/json.hpp>
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <thread>
 
+#include "core/timers.h"
+#include "rooms/library/parts.h"
 #include "rooms/library/reader_support.h"
 #include "rooms/photos/view.h"
 #include "rooms/usb/usb.h"
@@ -282,6 +285,57 @@ TEST_F(PhotosTest, fades_from_one_picture_to_the_next) {
   EXPECT_NEAR(canvas->pixels[1], 127, 12) << "half green";
   dtv_tv_advance(400);
   EXPECT_EQ(on_screen(), "GGGG");
+}
+
+TEST_F(PhotosTest, a_photo_that_is_decoded_after_a_channel_was_chosen_is_not_displayed) {
+  scans_settle();
+  ASSERT_EQ(photos_show(at("a.png")), "");
+  // The timers' thread is busy, so that the photo could come before it ends the display.
+  static std::promise<void> go_on;
+  static std::shared_future<void> goes_on;
+  go_on = {};
+  goes_on = go_on.get_future().share();
+  static Timer busy;
+  timer_set(busy, timer_now(), [] { goes_on.wait_for(std::chrono::seconds(10)); });
+  EXPECT_TRUE(photos_press_next(1));
+  photos_leave();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_NE(on_screen(), "GGGG");
+  go_on.set_value();
+  dtv_tv_advance(1);
+  EXPECT_EQ(on_screen(), "none");
+}
+
+TEST_F(PhotosTest, a_key_shows_the_next_photo_and_passes_over_a_broken_one_in_a_slide_show) {
+  std::ofstream(stick + "/aa.jpg") << "This is a text.";
+  tv_control(json::serialize(json::array{"stick", "remove", stick}));
+  tv_control(json::serialize(json::array{"stick", "insert", stick}));
+  scans_settle();
+  ASSERT_EQ(photos_show(at("a.png")), "");
+  const auto comes = [](const char* corners) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (on_screen() != corners && std::chrono::steady_clock::now() < end)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return on_screen();
+  };
+  ASSERT_EQ(photos_slide_show(true), "");
+  dtv_tv_advance(5000);
+  EXPECT_EQ(comes("GGGG"), "GGGG");
+  EXPECT_TRUE(photos_press_next(1)) << "from the last one to the first";
+  EXPECT_EQ(comes("RRRR"), "RRRR");
+}
+
+TEST_F(PhotosTest, nothing_is_displayed_in_standby) {
+  ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_open(at("a.png").c_str(), 0, 0), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_decode(), 0);
+  tv_control(R"(["power","standby"])");
+  expect_words(refusal(a_vextvapi_img_playback_display), {"standby"});
+  EXPECT_EQ(photos_show(at("a.png")), "the set is in standby");
+  EXPECT_EQ(on_screen(), "none");
+  tv_control(R"(["power","on"])");
+  EXPECT_EQ(a_vextvapi_img_playback_display(), 0);
+  EXPECT_EQ(on_screen(), "RRRR");
 }
 
 TEST_F(PhotosTest, shows_a_download_by_its_whole_path) {
