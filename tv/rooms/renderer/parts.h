@@ -48,7 +48,9 @@ extern Model& model;
 
 // ---- Who plays (player.cpp). The caller holds no lock. Each returns why not; empty: done. ----
 
-std::string player_load();  // the current item has changed; what was played ends
+// What was played ends, and the item is the current one, without a next; an item without an address: none is. If an
+// application refuses it, the model stays as it was.
+std::string player_load(Item item);
 std::string player_play();
 std::string player_pause();
 std::string player_stop();
