@@ -130,6 +130,11 @@ struct PhotosTest : testing::Test {
     if (std::system(command.c_str()) != 0) std::filesystem::remove(stick + "/" + name);
   }
   std::string at(const std::string& name) const { return mount + "/" + name; }
+  // The library learns which photos were written.
+  void scan() const {
+    for (const char* const word : {"remove", "insert"}) tv_control(json::serialize(json::array{"stick", word, stick}));
+    scans_settle();
+  }
 };
 
 // What the screen would draw; "none": no photo is displayed.
@@ -288,7 +293,7 @@ TEST_F(PhotosTest, fades_from_one_picture_to_the_next) {
 }
 
 TEST_F(PhotosTest, a_photo_that_is_decoded_after_a_channel_was_chosen_is_not_displayed) {
-  scans_settle();
+  scan();
   ASSERT_EQ(photos_show(at("a.png")), "");
   // The timers' thread is busy, so that the photo could come before it ends the display.
   static std::promise<void> go_on;
@@ -308,9 +313,7 @@ TEST_F(PhotosTest, a_photo_that_is_decoded_after_a_channel_was_chosen_is_not_dis
 
 TEST_F(PhotosTest, a_key_shows_the_next_photo_and_passes_over_a_broken_one_in_a_slide_show) {
   std::ofstream(stick + "/aa.jpg") << "This is a text.";
-  tv_control(json::serialize(json::array{"stick", "remove", stick}));
-  tv_control(json::serialize(json::array{"stick", "insert", stick}));
-  scans_settle();
+  scan();
   ASSERT_EQ(photos_show(at("a.png")), "");
   const auto comes = [](const char* corners) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
