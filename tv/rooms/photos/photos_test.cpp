@@ -1,9 +1,13 @@
 #include "rooms/photos/photos.h"
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <thread>
@@ -358,6 +362,32 @@ TEST_F(PhotosTest, shows_a_download_by_its_whole_path) {
   EXPECT_EQ(on_screen(), "RRRR") << "no stick has it";
   EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/link.png").c_str(), 0, 0), 0);
   EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/../tv.sqlite").c_str(), 0, 0), 0);
+}
+
+// The processes that this one has started and that read media files.
+std::vector<pid_t> readers() {
+  std::vector<pid_t> found;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream children(thread.path() / "children");
+    for (pid_t child = 0; children >> child;) {
+      std::string name;
+      std::getline(std::ifstream("/proc/" + std::to_string(child) + "/comm"), name);
+      if (name.starts_with("dtv-media-read")) found.push_back(child);
+    }
+  }
+  return found;
+}
+
+TEST_F(PhotosTest, a_thumbnail_that_cannot_be_made_in_time_is_refused) {
+  char place[256];
+  ASSERT_EQ(a_vextvapi_img_playback_getThumbnail_path(at("a.png").c_str(), 100, 100, place), 0);
+  ASSERT_FALSE(readers().empty());
+  for (const pid_t reader : readers()) kill(reader, SIGSTOP);
+  const auto begin = std::chrono::steady_clock::now();
+  expect_words(refusal([&] { return a_vextvapi_img_playback_getThumbnail_path(at("b.png").c_str(), 100, 100, place); }),
+               {"takes more than 5 s"});
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+  for (const pid_t reader : readers()) kill(reader, SIGCONT);
 }
 
 TEST_F(PhotosTest, leaves_when_a_channel_is_chosen_and_when_the_stick_is_removed) {
