@@ -1,11 +1,12 @@
 // Where the playing of files was left: a small database of its own, "positions.sqlite" in the state folder.
+#include "rooms/media_player/bookmarks.h"
+
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
 #include "core/database.h"
 #include "core/set.h"
-#include "rooms/media_player/parts.h"
 
 namespace {
 

@@ -1,9 +1,16 @@
 // How players follow each other: too many of them, a stop and what comes at once after it, and what was chosen
 // meanwhile.
 #ifdef DTV_PICTURE
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
+#include <csignal>
 
 #include "rooms/library/parts.h"
+#include "rooms/media_player/bookmarks.h"
 #include "rooms/media_player/media_player.h"
 #include "rooms/media_player/media_player_test.h"
 
@@ -153,6 +160,41 @@ TEST_F(MediaSet, APauseDoesNotCountOnTheWayBack) {
   EXPECT_EQ(a_vextvapi_cb_pb_setSpeed(player, -200), 0);
   EXPECT_TRUE(comes_to(player, 0, paused - 1));
   EXPECT_GE(position(player) + 4, paused) << "three seconds of pause are six of the film";
+}
+
+// ---- Where files were left ----
+
+FileIdentity nth_file(int number) { return {.path = "/stick/" + std::to_string(number), .size = 1, .changed = 1}; }
+
+TEST(MediaPositions, SurviveAProcessThatIsKilledWhileItSaves) {
+  const TvFolder folder;
+  int last = -1;
+  for (int round = 0; round < 5; ++round) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+      if (dtv_tv_start(folder.path.c_str(), nullptr) != 0) _exit(1);
+      for (int number = last + 1;; ++number)
+        if (!bookmark_save(nth_file(number), number + 1) || write(ends[1], &number, sizeof number) < 0) _exit(2);
+    }
+    close(ends[1]);
+    for (int told = -1; told < last + 50 + 7 * round;) {
+      const ssize_t got = read(ends[0], &told, sizeof told);
+      ASSERT_EQ(got, static_cast<ssize_t>(sizeof told)) << "the process has ended by itself";
+    }
+    kill(child, SIGKILL);  // it goes on saving until then
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    for (int told = -1; read(ends[0], &told, sizeof told) == sizeof told;) last = told;
+    close(ends[0]);
+    ASSERT_EQ(tv_start(folder.path), "");
+    for (int number = std::max(0, last - 900); number <= last; ++number)
+      EXPECT_EQ(bookmark_read(nth_file(number)), number + 1) << "of " << last;
+    EXPECT_TRUE(bookmark_save(nth_file(last), last + 1));
+    dtv_tv_stop();
+  }
 }
 
 }  // namespace
