@@ -387,6 +387,8 @@ TEST_F(MediaSet, PlaysMusicAndTransportStreams) {
   EXPECT_EQ(a_vextvapi_cb_pb_FR(player), IVEX_PB_ERROR_CODE_NOT_SUPPORTED);
   EXPECT_EQ(a_vextvapi_cb_pb_play(player), 0);
   EXPECT_TRUE(comes_to(player, 1, 7));
+  EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 7), 0);
+  EXPECT_TRUE(hears(PLAYER_EVENT_END)) << "its cover does not stay";
   EXPECT_EQ(a_vextvapi_cb_pb_deinit(player), 0);
   forget_events();
   player = open("film.ts");
