@@ -81,7 +81,7 @@ static void make_photos(const std::string& stick, int photos) {
   }
 }
 
-// Looks at all files, and reads them if asked.
+// Finds the size and time of each file; also reads the files if asked.
 static double look_at(const std::string& stick, int photos, bool read_them) {
   static char buffer[1 << 16];
   const double begin = now();

@@ -115,10 +115,10 @@ void explain_unknown(Session& session, const std::string& name, Failure& failure
 enum class PathIf { kAlways, kHasSlash, kExists };
 struct PathWord {
   std::string_view command;
-  std::string_view action;  // the word behind the command; empty: any
-  std::size_t place;        // the path's among the words
+  std::string_view action;  // the word after the command; empty: any
+  std::size_t place;        // the path's index among the words
   PathIf path_if;           // when the word is a path, and not one of the command's own words or names
-  bool on_stick = false;    // the set knows it by the stick's mount point
+  bool on_stick = false;    // the path is replaced by that at the stick's mount point
 };
 
 constexpr bool kOnStick = true;

@@ -103,23 +103,23 @@ int save_screen(const Options& options, Session& session, const std::string& fil
 
 // ---- watched.cpp ----
 
-// Follows what a television's command has begun, as the member "watch" of its reply says, until it is over. Shows how
-// far it is, and prints how it ended; of the scan of a stick, the reply with that. Ctrl-C and SIGTERM cancel it; the
-// program then ends by that signal.
+// Follows an action that a command of the television has started, as the member "watch" of its reply says, until it is
+// over. Shows its progress, and prints how it ended; after the scan of a stick it prints the reply with the final
+// state. Ctrl-C and SIGTERM cancel the action; the program then ends by that signal.
 int follow_action(const Options& options, Session& session, ShellWords words, boost::json::object& reply,
                   Failure& ret_failure);
 
 // ---- media.cpp ----
 
-// Prints a reply to a command about sticks, media or the player for people. False: the words are another command, or
-// the reply has nothing of its own form.
+// Prints a reply to a command about sticks, media or the player for people. False: nothing was printed, since the words
+// are another command, or the reply has no special form.
 bool print_media(ShellWords words, const boost::json::object& reply);
 
-// How far an action is: its member "percent", else its "progress" from 0 to 1.
+// The progress of an action in percent: its member "percent", or else "progress", which is from 0 to 1.
 std::int64_t percent_of(const boost::json::object& state);
 
-// The path by which the set knows a file or a folder: at the mount point of the stick that has it. A path that is on no
-// stick becomes absolute.
+// The path by which the set knows a file or a folder: at the mount point of the stick that contains it. A path that is
+// on no stick is made absolute.
 std::string path_on_stick(Session& session, const std::string& word);
 
 // ---- follow.cpp ----

@@ -1,4 +1,5 @@
-// What the set's commands about media reply, for people: sticks and lists of files as tables, the player in lines.
+// Prints the replies of the set's commands about media for people: sticks and lists of files as tables, the player as
+// lines.
 #include <algorithm>
 #include <boost/json.hpp>
 #include <filesystem>
@@ -19,7 +20,7 @@ std::string text(const json::object& object, std::string_view key) {
   return value != nullptr && value->is_string() ? printable(std::string(value->get_string())) : "";
 }
 
-// 0 if there is none, or if it is no number.
+// A number of the object; 0 if there is none.
 double number(const json::object& object, std::string_view key) {
   const json::value* const value = member(object, key);
   boost::system::error_code no_number;
@@ -148,7 +149,7 @@ constexpr Column kEntryColumns[] = {
     {"PATH", [](const json::object& row) { return text(row, "path"); }},
 };
 
-// A column without a text in any row is left out.
+// A column whose cells are all empty is left out.
 void print_columns(std::span<const Column> columns, std::span<const json::object* const> rows) {
   Row titles;
   std::vector<Row> cells(rows.size());

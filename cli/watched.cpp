@@ -140,7 +140,7 @@ bool runs(const json::object& state) {
   return word == "running" || word == "waiting";
 }
 
-// Shows how far the action is until it is over, and cancels it when a signal arrives. Returns the exit code.
+// Shows the progress of the action until it is over, and cancels it when a signal arrives. Returns the exit code.
 int follow_to_end(const Options& options, Session& session, const Action& action, End& ret_end, Failure& ret_failure) {
   const char* const kind = std::getenv("TERM");
   const bool can_return = kind == nullptr || std::string_view(kind) != "dumb";
@@ -163,7 +163,7 @@ int follow_to_end(const Options& options, Session& session, const Action& action
   return kExitOk;
 }
 
-// The exit code of what has ended. After a signal that cancelled it, the program ends by that signal.
+// The exit code for an action that has ended. If a signal has cancelled it, the program ends by that signal instead.
 int exit_code_of(Session& session, const End& ended, Failure& ret_failure) {
   const std::string end = text_of(ended.state, "state");
   if (end == "cancelled" && ended.cancelled) {

@@ -21,9 +21,9 @@ DTV_TV_EXPORT void dtv_tv_stick_root(const char* folder);
  * confined. By default, and with null, the antenna is connected as stored. Call it before dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_antenna(const char* folder);
 
-/* Names the network interfaces through which the set uses the home network, for example "eth0" or "lo,eth0". By
- * default, and with null, it is "lo": other machines are neither looked for nor answered. Nothing is sent before a
- * viewer or an application uses the home network. Call it before dtv_tv_start. */
+/* Names the network interfaces through which the set uses the home network, for example "eth0" or "lo,eth0". The
+ * default, also for null, is "lo": the set neither searches for other machines nor answers them. The set sends nothing
+ * before a viewer or an application uses the home network. Call it before dtv_tv_start. */
 DTV_TV_EXPORT void dtv_tv_home_interfaces(const char* names);
 
 /* Switches the set on. state_folder: an existing folder of this user's, in which the set stores its state (SQLite,

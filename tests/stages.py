@@ -92,7 +92,8 @@ def stages(jobs, only_check, race_seconds):
     tsan = {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66 die_after_fork=0", **race}
     return [
         Stage("build", build("release", jobs), prepares=True, background=True, check=True),
-        Stage("rules", [check("run"), check("includes", "--selftest"), check("includes"), check("symbols", "--selftest"),
+        Stage("rules", [check("run"), check("includes", "--selftest"), check("includes"), check("names", "--selftest"),
+                        check("names"), check("symbols", "--selftest"),
                         check("hardening", "--selftest"), check("format", "--selftest"), check("format"),
                         check("docs", "--selftest"), check("tidy", "--selftest"),
                         script("tests/fuzz/faults.py", "--check"), script("bench/budgets.py", "--selftest")],

@@ -106,10 +106,10 @@ typedef struct {
   UINT32 size;
 } VEXTVAPI_CB_PHOTO_T;
 
-/* Orders of lists, and with VEXTVAPI_CB_SORT_DESCENDING added the same backwards. Photos and videos have no artist,
+/* Orders of lists. VEXTVAPI_CB_SORT_DESCENDING is added to an order to reverse it. Photos and videos have no artist,
  * album and genre, photos no title and duration: their lists are then ordered by name. */
 enum {
-  VEXTVAPI_CB_SORT_SET = 0,  /* the order set for the kind; until one is set, by name */
+  VEXTVAPI_CB_SORT_SET = 0,  /* the order that was set for the kind; until one is set, by name */
   VEXTVAPI_CB_SORT_NAME = 1, /* of the file; without case and accents, numbers by their values */
   VEXTVAPI_CB_SORT_DATE = 2, /* the oldest first */
   VEXTVAPI_CB_SORT_SIZE = 3,
@@ -126,8 +126,8 @@ enum {
 /* type of a scan's callback. */
 enum {
   VEXTVAPI_CB_SCAN_DONE = 1,      /* a scan has come to its end: the lists have everything */
-  VEXTVAPI_CB_SCAN_BEGUN = 2,     /* also one that began because a stick was inserted */
-  VEXTVAPI_CB_SCAN_PROGRESS = 3,  /* the lists have more entries; at most one in 500 ms */
+  VEXTVAPI_CB_SCAN_BEGUN = 2,     /* a scan was requested, or a stick was inserted */
+  VEXTVAPI_CB_SCAN_PROGRESS = 3,  /* the lists have more entries; at most every 500 ms */
   VEXTVAPI_CB_SCAN_CANCELLED = 4, /* by a_vextvapi_cb_stopScan or a_vextvapi_cb_deinit; what was found stays */
   VEXTVAPI_CB_SCAN_FAILED = 5     /* the stick was removed, or cannot be read */
 };
@@ -166,8 +166,9 @@ TVAPI_CALLBACK(INT32, a_vextvapi_cb_usb_scan_status_nfy_fct, IN(INT32, type), TA
 TVAPI_FN(INT32, a_vextvapi_cb_usb_scan_status_register_callback,
          CALLBACK(a_vextvapi_cb_usb_scan_status_nfy_fct, callback), TAG(void*, tag))
 
-/* An inserted stick is scanned by itself. A further scan reads only files that have changed. Stopping returns at once;
- * the scan ends within a second, and VEXTVAPI_CB_SCAN_CANCELLED follows. Stopping where none runs does nothing. */
+/* A stick is scanned automatically when it is inserted. A further scan reads only files that have changed. Stopping
+ * returns at once; the scan ends within a second, and VEXTVAPI_CB_SCAN_CANCELLED follows. Stopping where none runs does
+ * nothing. */
 TVAPI_FN(INT32, a_vextvapi_cb_startScan, IN_TEXT(mount_path))
 TVAPI_FN(INT32, a_vextvapi_cb_stopScan, IN_TEXT(mount_path))
 
@@ -177,7 +178,8 @@ TVAPI_FN(UINT8, a_vextvapi_cb_scanDone)
 /* --- The database --- */
 
 /* Load and drop the database of a stick. Dropping ends its scan, and forgets its entries with their favourites. Loading
- * finds what earlier scans have found; without any it starts a scan. An inserted stick is loaded by itself. */
+ * finds what earlier scans have found; without any it starts a scan. A stick is loaded automatically when it is
+ * inserted. */
 TVAPI_FN(INT32, a_vextvapi_cb_init, IN_TEXT(mount_path))
 TVAPI_FN(INT32, a_vextvapi_cb_deinit, IN_TEXT(mount_path))
 

@@ -12,36 +12,37 @@ enum { DLNA_MEDIA_PHOTO = 1, DLNA_MEDIA_MUSIC = 2, DLNA_MEDIA_VIDEO = 3, DLNA_ME
 enum { DMP_LIST_MAX = 20 }; /* children that one listing gives */
 
 /* What a controller asks of the renderer: the type of its callback. url and protocol_info are of the item concerned.
- * What is not named is 0. */
+ * Arguments that are not listed are 0. */
 enum {
-  DMR_REQUEST_LOAD = 1, /* here is an item; without a url: forget it. arg1 kind of item, 0 not known; arg2 s */
-  DMR_REQUEST_PLAY = 2, /* or go on. arg1: where to begin, in s */
+  DMR_REQUEST_LOAD = 1, /* load this item; without a url: drop the item. arg1: kind of item (DLNA_MEDIA_...), 0: not
+                           known; arg2: duration in s */
+  DMR_REQUEST_PLAY = 2, /* play, or resume. arg1: where to begin, in s */
   DMR_REQUEST_PAUSE = 3,
   DMR_REQUEST_STOP = 4,
   DMR_REQUEST_SEEK = 5,     /* arg1: the position in s */
-  DMR_REQUEST_LOAD_NEXT = 6 /* what comes after the item, to be prepared; it is loaded later. arg1 as for LOAD */
+  DMR_REQUEST_LOAD_NEXT = 6 /* the item to prepare, which a later LOAD loads; arg1 as for LOAD */
 };
 
-/* What an application reports of the item that the controller has sent last. */
+/* What an application reports about the item that the controller sent last. */
 enum {
-  DMR_STATE_NO_MEDIA = 0, /* it has dropped the item */
+  DMR_STATE_NO_MEDIA = 0, /* the application has dropped the item */
   DMR_STATE_STOPPED = 1,
   DMR_STATE_OPENING = 2,
   DMR_STATE_PLAYING = 3,
   DMR_STATE_PAUSED = 4,
   DMR_STATE_FAILED = 5, /* value: the application's number for the cause */
-  DMR_STATE_ENDED = 6   /* it has come to its end: the renderer asks for the next one, or for a repetition */
+  DMR_STATE_ENDED = 6   /* the item has ended: the renderer requests the next one, or the same again */
 };
 
 /* Types of the servers' callback; dev_id is the server, server_name its name. */
 enum {
-  DMS_FOUND = 0,     /* a server is on; for each one that is known when the callback is registered, too */
+  DMS_FOUND = 0,     /* a server is on; registering the callback reports each one that is on already */
   DMS_LOST = 1,      /* a server is off; it stays known until it is forgotten */
   DMS_CHANGED = 2,   /* its name or its address has changed */
-  DMS_FORGOTTEN = 3, /* another server has taken its place, or it was cleared */
+  DMS_FORGOTTEN = 3, /* it was forgotten, to make room for another server or by a command */
   DMS_PROGRESS = 4,  /* of a download: arg1 is the object, arg2 the percent, in steps of 10 */
-  DMS_DOWNLOAD = 5,  /* a download is over: arg1 is the object, arg2 one of the results below */
-  DMS_THUMBNAIL = 6  /* an item's thumbnail has a local path now: arg1 is the object */
+  DMS_DOWNLOAD = 5,  /* a download has ended: arg1 is the object, arg2 one of the results below */
+  DMS_THUMBNAIL = 6  /* an item's thumbnail was fetched and has a local path: arg1 is the object */
 };
 enum { DMS_DOWNLOAD_DONE = 0, DMS_DOWNLOAD_FAILED = 1, DMS_DOWNLOAD_CANCELLED = 2 };
 
@@ -78,7 +79,7 @@ TVAPI_RECORD(T_DMP_INST_CONTAINER, devId, objectId)
 TVAPI_CALLBACK(INT32, a_vextvapi_cb_dms_detect_nfy_fct, IN(INT32, type), TAG(void*, tag), IN_TEXT(server_name),
                IN(INT32, dev_id), IN(UINT32, arg1), IN(UINT32, arg2))
 
-/* Registers the one callback for servers, and begins to look for them; null ends both. */
+/* Registers the one callback for servers, and starts the search for them; null ends both. */
 TVAPI_FN(INT32, a_vextvapi_cb_dms_detect_register_callback, CALLBACK(a_vextvapi_cb_dms_detect_nfy_fct, callback),
          TAG(void*, tag))
 
@@ -137,7 +138,7 @@ TVAPI_FN(INT32, a_vextvapi_dmp_file_getMediaDate, IN(UINT32, instance), OUT(T_DA
 
 /* --- The set as a renderer --- */
 
-/* Controllers find the set as a renderer while there is an instance. Several instances are one renderer. */
+/* Controllers find the set as a renderer while there is an instance. All instances together are one renderer. */
 TVAPI_FN(UINT32, a_vextvapi_dmr_file_create)
 TVAPI_FN(INT32, a_vextvapi_dmr_file_destroy, IN(UINT32, instance))
 

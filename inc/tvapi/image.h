@@ -2,7 +2,7 @@
 #ifndef TVAPI_IMAGE_TYPES_H
 #define TVAPI_IMAGE_TYPES_H
 
-/* Rotations: degrees clockwise from how the picture is to be seen by its EXIF data, not from how it is turned now. */
+/* Rotations: degrees clockwise from the picture's upright position by its EXIF data, not from its present one. */
 enum {
   VEXTVAPI_IMAGE_ROTATION_NONE = 0,
   VEXTVAPI_IMAGE_ROTATION_RIGHT = 90,
@@ -33,7 +33,7 @@ TVAPI_FN(INT32, a_vextvapi_img_playback_deinitRes)
 TVAPI_FN(INT32, a_vextvapi_img_playback_open, IN_TEXT(path), IN(INT32, mode), IN(INT32, flags))
 TVAPI_FN(INT32, a_vextvapi_img_playback_close)
 
-/* Decode and show the picture that is open. A picture is turned and zoomed when it has been decoded. */
+/* Decode and show the picture that is open. A picture can be turned and zoomed once it is decoded. */
 TVAPI_FN(INT32, a_vextvapi_img_playback_decode)
 TVAPI_FN(INT32, a_vextvapi_img_playback_display)
 

@@ -7,16 +7,16 @@
 /* Results. All but OK, INV_HANDLE and NOT_READY are numbers that the virtual television chose. */
 typedef enum {
   IVEX_PB_ERROR_CODE_OK = 0,
-  IVEX_PB_ERROR_CODE_FAILED = -1,         /* anything that has no number of its own */
+  IVEX_PB_ERROR_CODE_FAILED = -1,         /* any other failure */
   IVEX_PB_ERROR_CODE_INV_HANDLE = -2,     /* there is no such player */
-  IVEX_PB_ERROR_CODE_NOT_READY = -9,      /* before open, after stop or a failure; the file is not open yet */
-  IVEX_PB_ERROR_CODE_INV_ARG = -10,       /* a number that is out of its range; no such track */
-  IVEX_PB_ERROR_CODE_NOT_SUPPORTED = -11, /* this set, or this file, does not have it */
+  IVEX_PB_ERROR_CODE_NOT_READY = -9,      /* not opened, still being opened, stopped or failed */
+  IVEX_PB_ERROR_CODE_INV_ARG = -10,       /* a number is out of its range, or there is no such track */
+  IVEX_PB_ERROR_CODE_NOT_SUPPORTED = -11, /* not possible on this set or with this file */
   IVEX_PB_ERROR_CODE_FILE = -12,          /* the file cannot be opened or read */
-  IVEX_PB_ERROR_CODE_FORMAT = -13,        /* it is nothing that the set can play */
+  IVEX_PB_ERROR_CODE_FORMAT = -13,        /* the set cannot play this format */
   IVEX_PB_ERROR_CODE_NETWORK = -14,       /* the server cannot be reached, or does not send the file */
-  IVEX_PB_ERROR_CODE_REMOVED = -15,       /* its stick was removed */
-  IVEX_PB_ERROR_CODE_BLOCKED = -16        /* its age rating is locked, until unblockRating */
+  IVEX_PB_ERROR_CODE_REMOVED = -15,       /* the file's stick was removed */
+  IVEX_PB_ERROR_CODE_BLOCKED = -16        /* the file's age rating is locked until unblockRating */
 } IVEX_PB_ERROR_CODE_T;
 
 /* type of a player's event, in the virtual television's numbers except for THUMBNAIL, the only event whose data is an
@@ -30,12 +30,12 @@ enum {
   PLAYER_EVENT_ERROR = 6,            /* an IVEX_PB_ERROR_CODE_T: the player can only be destroyed */
   PLAYER_EVENT_POSITION = 7,         /* each second while it plays: position and duration in s, percent */
   PLAYER_EVENT_SOUGHT = 8,           /* a seek has arrived: position in s */
-  PLAYER_EVENT_BUFFERING = 9,        /* 1: playing waits for the server; 0: no longer */
-  PLAYER_EVENT_TRACKS = 10,          /* number of sound tracks and of subtitles; index of those that play, -1: none */
+  PLAYER_EVENT_BUFFERING = 9,        /* 1: playing waits for the server; 0: it goes on */
+  PLAYER_EVENT_TRACKS = 10,          /* number of sound tracks and of subtitles; index of the chosen ones, -1: none */
   PLAYER_EVENT_VIDEO_SIZE = 11,      /* width and height in pixels, shape in thousandths (1778 is 16:9) */
   PLAYER_EVENT_SPEED = 12,           /* percent, as in setSpeed */
   PLAYER_EVENT_CHAPTER = 13,         /* its number from 1, number of chapters */
-  PLAYER_EVENT_RATING_BLOCKED = 14,  /* the file's age: it plays after unblockRating */
+  PLAYER_EVENT_RATING_BLOCKED = 14,  /* the file's age rating; it plays after unblockRating */
   PLAYER_EVENT_THUMBNAIL = 19,       /* a picture was made: the address of its path */
   PLAYER_EVENT_THUMBNAIL_FAILED = 20 /* an IVEX_PB_ERROR_CODE_T: there can be no picture */
 };
@@ -70,7 +70,7 @@ enum { PLAYER_SPEED_USUAL = 100, PLAYER_SPEED_SLOWEST = 10, PLAYER_SPEED_FASTEST
 /* type of a zoom. getZoomStatus gives it as "TYPE X Y W H". */
 enum {
   PLAYER_ZOOM_OFF = 0,  /* the whole picture */
-  PLAYER_ZOOM_FILL = 1, /* the picture covers its place; what is beside that is cut off */
+  PLAYER_ZOOM_FILL = 1, /* the picture covers its place; what does not fit is cut off */
   PLAYER_ZOOM_RECT = 2, /* the rectangle, in pixels of a panel of 1920x1080, is enlarged; at most 8 times */
   PLAYER_ZOOM_2X = 3    /* the middle */
 };
@@ -273,8 +273,9 @@ TVAPI_FN(INT32, a_vextvapi_cb_pb_zoom, IN(UINT32, player), IN(INT32, type), IN(U
 /* Plays on, after the viewer has entered the password for a rated file. */
 TVAPI_FN(INT32, a_vextvapi_cb_pb_unblockRating, IN(UINT32, player))
 
-/* The position at which the playing of the file stopped, with which it can go on later: use it or not, save it. Used,
- * the next play from the beginning begins there. It belongs to a file by its path, size and time of change. */
+/* The position at which the playing of the file stopped, with which it can go on later: use it or not, save it. If
+ * it is used, the next play from the beginning begins there. It belongs to a file by its path, size and time of change.
+ */
 TVAPI_FN(INT32, a_vextvapi_cb_pb_setStopInfo, IN(UINT32, player), IN(UINT8, use))
 TVAPI_FN(INT32, a_vextvapi_cb_pb_saveStopInfo, IN(UINT32, player))
 

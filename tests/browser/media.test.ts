@@ -90,7 +90,7 @@ test("the page requests thumbnails of visible rows only, at most 24 at once, and
   await expect(rows(page).first().locator("svg").first()).toBeVisible();
 });
 
-test("by keyboard: from the search to the list, through it, into folders and back", async ({ open }) => {
+test("the keyboard leads from the search to the list, through it, into folders and back", async ({ open }) => {
   const fakes = mediaFakes();
   const page = await open("/#media", { prepare: fakes.prepare });
   await expect(rows(page)).toHaveCount(3);
@@ -359,7 +359,7 @@ async function makeStick(files: string): Promise<string> {
   return folder;
 }
 
-test("a film and photos of a real stick, from its insertion until it is pulled", async ({ host, open }) => {
+test("a film and photos of a real stick, from its insertion to its removal", async ({ host, open }) => {
   test.slow();
   const folder = await makeStick(host.files);
   const page = await open("/#media");

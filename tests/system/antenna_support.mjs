@@ -1,31 +1,20 @@
 // A host whose antenna has the multiplexes of dtv-multiplexes, what these carry, and which requests a file has made.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
-import { existsSync, mkdtempSync, readdirSync, renameSync, rmSync, statSync } from 'node:fs';
+import { rmSync, statSync } from 'node:fs';
 import { join } from 'node:path';
 import { beforeEach, test } from 'node:test';
-import { build, connect, root, sharedHost, sleep } from './host_support.mjs';
+import { build, connect, madeOnce, root, sharedHost, sleep } from './host_support.mjs';
 
 export const broadcastBegins = Date.UTC(2026, 2, 27, 18, 30) / 1000;
 
-// A folder of multiplexes, made once for each dtv-multiplexes. Two test files may make it at the same time: the first one
-// that has finished counts.
+// A folder of multiplexes, made once for each dtv-multiplexes.
 export function antenna() {
   const program = join(build, 'bin/dtv-multiplexes');
-  const name = `test-antenna-${Math.round(statSync(program).mtimeMs)}`;
-  const folder = join(build, name);
-  if (existsSync(folder)) return folder;
-  for (const old of readdirSync(build)) if (/^test-antenna-\d+$/.test(old) && old !== name) rmSync(join(build, old), { recursive: true, force: true });
-  const made = mkdtempSync(join(build, 'new-antenna-'));
-  execFileSync(program, [made, '--seconds', '6', '--date', '2026-03-27T18:30'], { stdio: 'ignore', timeout: 300_000 });
-  rmSync(join(made, '.pictures'), { recursive: true });
-  try {
-    renameSync(made, folder);
-  } catch (error) {
-    rmSync(made, { recursive: true });
-    if (!existsSync(folder)) throw error;
-  }
-  return folder;
+  return madeOnce('antenna', Math.round(statSync(program).mtimeMs), (folder) => {
+    execFileSync(program, [folder, '--seconds', '6', '--date', '2026-03-27T18:30'], { stdio: 'ignore', timeout: 300_000 });
+    rmSync(join(folder, '.pictures'), { recursive: true });
+  });
 }
 
 // The services of the multiplexes; tests/broadcast/check_multiplexes.py has the same table. number is the channel's: service

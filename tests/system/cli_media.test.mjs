@@ -98,7 +98,7 @@ async function printed(t, reply, ...words) {
   return stdout;
 }
 
-test('sticks are a table, with their scans in words', async (t) => {
+test('sticks are printed as a table, with their scans in words', async (t) => {
   const sticks = [
     { device, port: 1, label: 'HOLIDAY', path: '/state/usb/sda1', folder: '/home/user/holiday', scan: scanAt(4200, 10000, 0.42) },
     { device: '/dev/sdb1', port: 2, label: 'MUSIC', path: '/state/usb/sdb1', folder: '/home/user/music', scan: { state: 'done', files: 12, of: 12, progress: 1, left_out: 0 } },
@@ -111,7 +111,7 @@ test('sticks are a table, with their scans in words', async (t) => {
   assert.equal(await printed(t, { sticks: [] }, 'media'), 'no stick is inserted\n');
 });
 
-test('files are a table: lengths, sizes with units, no empty columns; control characters are shown as codes', async (t) => {
+test('files are printed as a table: lengths, sizes with units, no empty columns; control characters as codes', async (t) => {
   const entries = [
     { path: '/m/a.mkv', name: 'a.mkv', kind: 'video', title: 'The Harbour', duration: 5025.4, width: 1920, height: 1080, size: 1_900_000_000, date: '2026-10-05T18:00:00Z', favourite: true },
     { path: '/m/b.mp3', name: 'b\x1b[31m.mp3', kind: 'music', title: '', duration: 61, size: 4_800_000, favourite: false },
@@ -131,7 +131,7 @@ test('values of a wrong kind in a reply are left out', async (t) => {
   assert.match(await printed(t, { state: 'playing', position: 1e300, duration: -1, speed: null, tracks: 7, chapters: [1] }, 'player'), /^state +playing$/m);
 });
 
-test('the player is lines', async (t) => {
+test('the player is printed as lines', async (t) => {
   const reply = {
     state: 'playing',
     path: '/m/a.mkv',

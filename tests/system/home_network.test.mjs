@@ -1,26 +1,18 @@
 // The home network from end to end, with a media server as people use it. Server, host and dtvctl run in a network
 // namespace of the test, on its loopback, so nothing on the machine's network takes part.
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
+import { spawnSync } from 'node:child_process';
 import { existsSync, mkdirSync, readFileSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { dtvctl, run, start } from './cli_support.mjs';
-import { dtvHost, folder, sleep, volume, within } from './host_support.mjs';
+import { folder, sleep, volume } from './host_support.mjs';
+import { hostInNamespace, missingNamespace } from './namespace_support.mjs';
 
 const serverProgram = '/usr/sbin/minidlnad';
 const waitSeconds = 3; // for a server that does not answer
-const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
-const enter = process.getuid() === 0 ? ['--net'] : ['--user', '--preserve-credentials', '--net'];
-
-function missing() {
-  if (!existsSync(serverProgram)) return 'this needs the package minidlna';
-  const tried = spawnSync('unshare', [...own, 'ip', 'link', 'set', 'lo', 'up'], { encoding: 'utf8' });
-  if (tried.error) return `unshare does not run here: ${tried.error.message}`;
-  return tried.status !== 0 && `no network namespace here: ${tried.stderr.trim()}`;
-}
-
-const skip = missing();
+const loopback = ['ip link set lo up'];
+const skip = existsSync(serverProgram) ? missingNamespace(loopback) : 'this needs the package minidlna';
 
 function ffmpeg(...words) {
   const { status, stderr } = spawnSync('ffmpeg', ['-v', 'error', '-y', ...words], { encoding: 'utf8' });
@@ -48,20 +40,7 @@ function makeMedia(place) {
 async function home(t) {
   const place = folder(t);
   const files = makeMedia(join(place, 'media'));
-  const holder = spawn('unshare', [...own, 'sh', '-ec', 'ip link set lo up; echo ready; exec cat'], { stdio: ['pipe', 'pipe', 'inherit'] });
-  const ended = new Promise((resolve) => holder.on('close', resolve));
-  t.after(async () => {
-    holder.stdin.end();
-    await ended;
-  });
-  await within(new Promise((resolve) => holder.stdout.once('data', resolve)), 'network namespace');
-  const inside = (program, words) => ['nsenter', ['--target', String(holder.pid), ...enter, '--', program, ...words]];
-
-  const host = start(...inside(dtvHost, ['--listen', '127.0.0.1:0', '--state', join(place, 'state'), '--home-network', 'lo']));
-  t.after(() => host.stop());
-  let told;
-  while (!told) told = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/#token=([0-9a-f]+)$/.exec(await host.line());
-  const env = { DTV_HOST: told[1], DTV_TOKEN: told[2] };
+  const { inside, env, address } = await hostInNamespace(t, loopback, { args: ['--home-network', 'lo'], state: join(place, 'state') });
   const tv = async (...words) => {
     const { code, stdout, stderr } = await run(...inside(dtvctl, ['--json', 'tv', ...words]), { env });
     return code === 0 ? JSON.parse(stdout) : { error: stderr };
@@ -70,7 +49,7 @@ async function home(t) {
   writeFileSync(settings, `network_interface=lo\nport=8200\nfriendly_name=Attic\nmedia_dir=${join(place, 'media')}\ndb_dir=${join(place, 'db')}\n` + `log_dir=${place}\nroot_container=B\ninotify=no\nwide_links=no\n`);
   const server = start(...inside(serverProgram, ['-S', '-R', '-f', settings, '-P', join(place, 'server.pid')]));
   t.after(() => server.stop('SIGKILL'));
-  return { tv, files, env, inside, server, address: told[1], place, serverLog: () => readFileSync(join(place, 'minidlna.log'), 'utf8') };
+  return { tv, files, env, inside, server, address, place, serverLog: () => readFileSync(join(place, 'minidlna.log'), 'utf8') };
 }
 
 // Asks until the answer fits. The limit is generous.
@@ -177,6 +156,67 @@ test('a media server that hangs, and one that ends, delay nobody', { skip }, asy
   await process_.stop('SIGTERM');
   await until(() => tv('servers'), ({ servers }) => !servers[0].online, 'the end of the server was not noticed');
   assert.match((await tv('servers', 'list', String(server.id))).error, /is off/);
+});
+
+test('a server sorts its list as requested', { skip }, async (t) => {
+  const { tv } = await home(t);
+  await tv('servers', 'search', 'on');
+  const { id } = await found(tv);
+  await until(() => listed(tv, id), (all) => Object.keys(all).length === 3, 'not all files are listed');
+  // The folder that has all three files.
+  const parentOf = async (folder) => {
+    const { entries } = await tv('servers', 'list', String(id), String(folder));
+    if (entries.length === 3 && entries.every(({ kind }) => kind !== 'folder')) return folder;
+    for (const { kind, object } of entries) {
+      const inner = kind === 'folder' ? await parentOf(object) : undefined;
+      if (inner !== undefined) return inner;
+    }
+    return undefined;
+  };
+  const parent = await parentOf(0);
+  const names = async (order) => {
+    const page = await tv('servers', 'list', String(id), String(parent), '0', '10', order);
+    assert.ok(page.entries, JSON.stringify(page));
+    return page.entries.map(({ name }) => name);
+  };
+  const rising = await names('title');
+  assert.deepEqual([...rising].sort((a, b) => a.toLowerCase().localeCompare(b.toLowerCase())), rising);
+  assert.deepEqual(await names('title_down'), [...rising].reverse());
+  assert.match((await tv('servers', 'list', String(id), String(parent), '0', '10', 'colour')).error, /title, date, artist, album or size/);
+});
+
+// An application's request waits for the server, and all requests to the plugin wait for it: a key ends that.
+test('a key ends a request that waits for a server', { skip }, async (t) => {
+  const { tv, inside, env, server: process_ } = await home(t);
+  const get = async (uri, ...words) => {
+    const { stdout } = await run(...inside(dtvctl, ['--json', 'get', `/tv/cbrowser/dlna/${uri}`, ...words]), { env });
+    return JSON.parse(stdout);
+  };
+  await tv('servers', 'search', 'on');
+  const { id } = await found(tv);
+  await until(() => listed(tv, id), (all) => Object.keys(all).length === 3, 'not all files are listed');
+  assert.equal((await get('dmp_get_real_dev_id', `devId=${id}`)).ret, 0);
+  const root = await get('dmp_create_instance', `devId=${id}`, 'objId=0');
+  assert.equal(root.ret, 0, JSON.stringify(root));
+  const { instance } = root.response.ITEMS[0];
+  const list = () => get('dmp_get_dir_list', `instance=${instance}`, 'startIdx=0', 'requestNum=20');
+  assert.ok((await list()).response.ITEMS.length > 0);
+
+  process_.child.kill('SIGSTOP');
+  const waits = list();
+  const begin = Date.now();
+  // The request has no other sign of life than that it has not been answered.
+  let answer;
+  waits.then((value) => (answer = value));
+  while (!answer && Date.now() < begin + 10 * waitSeconds * 1000) {
+    await tv('key', 'EXIT');
+    await sleep(50);
+  }
+  const seconds = (Date.now() - begin) / 1000;
+  process_.child.kill('SIGCONT');
+  t.diagnostic(`the request ended after ${seconds.toFixed(2)} s`);
+  assert.equal(answer.ret, -1);
+  assert.ok(seconds < waitSeconds, `${seconds} s`);
 });
 
 // Announces so many servers whose descriptions never come.

@@ -1,7 +1,7 @@
 // Starts dtv-host on a free port with a state of its own, and talks to it.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { mkdtempSync, readdirSync, rmSync } from 'node:fs';
+import { existsSync, mkdtempSync, readdirSync, renameSync, rmSync } from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
 import { tmpdir } from 'node:os';
@@ -24,6 +24,24 @@ export const slowCall = 'a_vextvapi_volctrl_getVolume';
 export const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
 
 export const descriptors = (host) => readdirSync(`/proc/${host.child.pid}/fd`).length;
+
+// A folder in the build that is made once for each version of what it contains. Two test files may make it at the same time:
+// the first one that has finished counts.
+export function madeOnce(kind, version, make) {
+  const name = `test-${kind}-${version}`;
+  const place = join(build, name);
+  if (existsSync(place)) return place;
+  for (const old of readdirSync(build)) if (old.startsWith(`test-${kind}-`) && old !== name) rmSync(join(build, old), { recursive: true, force: true });
+  const made = mkdtempSync(join(build, `new-${kind}-`));
+  make(made);
+  try {
+    renameSync(made, place);
+  } catch (error) {
+    rmSync(made, { recursive: true });
+    if (!existsSync(place)) throw error;
+  }
+  return place;
+}
 
 // Returns when a slow platform call that the client has requested is running. The host's lanes take turns, so the call may
 // begin only after the first command here; when the second is answered, the call has begun.

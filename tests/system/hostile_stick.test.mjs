@@ -222,7 +222,7 @@ test(`${mutations} damaged files of all kinds`, async (t) => {
   assert.equal((await client.tv('player')).state, 'none');
 });
 
-test('files that are none, lead elsewhere, or name others', async (t) => {
+test('entries that are no files, lead out of the stick, or name other files', async (t) => {
   const client = await set.client(t);
   const made = madeMedia();
   const odd = place('Odd');
@@ -322,7 +322,7 @@ test('files that are none, lead elsewhere, or name others', async (t) => {
   assert.deepEqual((await client.tv('media', 'search', 'secret')).entries, []);
 });
 
-test('names of all bytes, and folders in folders', async (t) => {
+test('names with every byte, and deep folders', async (t) => {
   const client = await set.client(t);
   const strange = place('Names');
   const at = (...names) => join(strange, ...names);

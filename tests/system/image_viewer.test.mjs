@@ -87,7 +87,7 @@ test('a picture is opened, displayed, and closed', async (t) => {
   await until(() => app.tv('screen'), ({ picture }) => picture !== 'photo', 'the end of the picture');
 });
 
-test('EXIF orientations', async (t) => {
+test('pictures are turned by their EXIF orientations', async (t) => {
   const app = await application(t);
   await app.action('image_res_init');
   for (const [orientation, wanted] of Object.entries(orientations)) {
@@ -126,7 +126,7 @@ test('a picture is turned and zoomed', async (t) => {
   for (const wrong of [0, 65537, -1]) assert.notEqual(await app.actStatus('Zoom', { zoom: wrong }), 0, `zoom ${wrong}`);
 });
 
-test('operators: names, effects, and what is none', async (t) => {
+test('operators are known by their names in any case, and effects run; others are refused', async (t) => {
   const app = await application(t);
   await app.action('image_res_init');
   await app.open('quadrants.jpg');
@@ -139,7 +139,7 @@ test('operators: names, effects, and what is none', async (t) => {
   assert.notEqual(await app.actStatus('Tfx_Effect_Play', { effect: 99999 }), 0);
 });
 
-test('wrong orders, and what is no picture', async (t) => {
+test('calls in the wrong order and files that are no pictures are refused', async (t) => {
   const app = await application(t);
   const picture = app.path('quadrants.jpg');
   assert.notEqual(await app.openStatus(picture), 0, 'before the resources');
@@ -188,7 +188,7 @@ test('thumbnails', async (t) => {
   assert.match(await app.refuses('media', 'thumbnails', ...Array(25).fill(paths[0])), /24|many/);
 });
 
-test('the viewer turns the pages, and a slide show does', async (t) => {
+test('the viewer and a slide show step through the photos of a folder', async (t) => {
   const app = await application(t);
   const photo = (...words) => app.tv('photo', ...words);
   const at = (name, what) => until(() => app.tv('photo'), ({ state, path }) => state === 'shown' && path === app.path(name), `${name} ${what ?? ''}`);
@@ -226,7 +226,7 @@ test('the viewer turns the pages, and a slide show does', async (t) => {
   for (const [words, says] of [[['show', '/etc/passwd'], /stick/], [['next'], /photo|picture/], [['show', app.path('text.jpg')], /text\.jpg|picture|photo/]]) assert.match(await app.refuses('photo', ...words), says);
 });
 
-test('a stick that is pulled takes its picture along', async (t) => {
+test('removing a stick ends the display of its picture', async (t) => {
   const app = await application(t);
   await app.tv('photo', 'show', app.path('quadrants.jpg'));
   await shows(upright, 'the photo');

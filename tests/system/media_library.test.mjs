@@ -52,7 +52,7 @@ const names = (list) => list.map(({ MEDIA_PATH: path }) => basename(path));
 const music = songs.map(({ file }) => file);
 const musicMembers = ['MEDIA_TYPE', 'MEDIA_PATH', 'RECID', 'FAVOURITE', 'DATE', 'TRACK', 'TITLE', 'ARTIST', 'ALBUM', 'GENER', 'DURATION'];
 
-test('a scan is started and reported, and its end is the status', async (t) => {
+test('a scan is started, and its callback and its status report the end', async (t) => {
   const client = await set.client(t);
   const path = await client.stick('Made');
   await client.subscribe(scans);
@@ -112,7 +112,7 @@ test('what is on the stick is counted by kind', async (t) => {
   }
 });
 
-test('a list has 24 entries at most, and goes on from an index', async (t) => {
+test('a list has 24 entries at most, and continues from an index', async (t) => {
   const client = await set.client(t);
   const path = await client.stick('Made');
   const ask = (index, number) => entries(client, 'get_info', { TYPE: kind.music, PATH: path, INDEX: index, COUNT: number });
@@ -271,7 +271,7 @@ test('a file is found by its index, and its facts by its path', async (t) => {
   for (const type of [0, 4, 6, 7]) assert.equal(await look(type, 'quadrants.png', join(path, 'Photos')), badParameter);
 });
 
-test('a disk: its file system, and whether the set may jump to it', async (t) => {
+test('queries of a disk: its file system, and whether the set may jump to it', async (t) => {
   const client = await set.client(t);
   const path = await client.stick('Made');
   const texts = await client.stick('Texts');

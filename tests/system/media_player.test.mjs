@@ -88,7 +88,7 @@ test('a player opens a film, plays it to its end, and is destroyed once', async 
   for (const operator of ['getcurpos', 'getspeed', 'getmetadata', 'getmediainfo', 'getstopinfo']) await player.failsToTell(operator, code.invalidHandle);
 });
 
-test('what is no player, no operator, and no path', async (t) => {
+test('invalid players, operators and paths are refused', async (t) => {
   const app = await application(t);
   const init = async (request) => (await app.get(uri('playback_init'), { REQUEST: 'QUERY', ...request })).ret;
   assert.equal(await init({}), -2);
@@ -133,7 +133,7 @@ test('what is no player, no operator, and no path', async (t) => {
   await player.told(event.end);
 });
 
-test('before the film is open, after a stop and after a failure only some operators are for a player', async (t) => {
+test('before the film is open, after a stop and after a failure a player takes only some operators', async (t) => {
   const app = await application(t);
   const player = await app.open('colours.mkv');
   playersEnd.push(player.handle);
@@ -228,7 +228,7 @@ test('speeds, single pictures, and repeating', async (t) => {
   for (const [wrong, wanted] of [[2, code.unsupported], [3, code.badArgument], [-1, code.badArgument]]) await player.refuses('repeat', wanted, { repeat: wrong });
 });
 
-test('sounds and subtitles are described and chosen', async (t) => {
+test('sound tracks and subtitles are described and chosen', async (t) => {
   const app = await application(t);
   const player = await app.open('colours.mkv');
   playersEnd.push(player.handle);
@@ -276,7 +276,7 @@ test('sounds and subtitles are described and chosen', async (t) => {
   assert.ok([code.unsupported, code.badArgument].includes(ret), 'there are no closed captions');
 });
 
-test('how subtitles look', async (t) => {
+test('subtitle attributes change how subtitles look', async (t) => {
   const app = await application(t);
   const player = await app.open('plain.mp4');
   playersEnd.push(player.handle);
@@ -357,7 +357,7 @@ test('subtitles in another character set', async (t) => {
   await other.end();
 });
 
-test('where the picture stands, and which part of it is seen', async (t) => {
+test('the picture is placed and zoomed', async (t) => {
   const app = await application(t);
   const player = await app.open('quadrants.mp4');
   playersEnd.push(player.handle);
@@ -467,7 +467,7 @@ test('the position is kept for a later player, until it is forgotten', async (t)
   assert.equal((await third.ask('getstopinfo')).bgethasstopinfo, 0);
 });
 
-test('a stick that is pulled ends what is played from it, and nothing else', async (t) => {
+test('removing a stick ends the players of its files, and no others', async (t) => {
   const app = await application(t);
   const pulled = await app.stick('Pulled');
   const player = await app.open(join(pulled, 'colours.mkv'));
@@ -568,4 +568,4 @@ test('the requests of the player do not wait for each other', async (t) => {
   for (const { ret } of await asked) assert.ok(ret === 0 || ret === code.notReady, `${ret}`);
 });
 
-test("every URI of the player has been used", (t) => set.everyUriIsUsed(t, /^\/tv\/cbrowser\/playback_/));
+test('every URI of the player has been used', (t) => set.everyUriIsUsed(t, /^\/tv\/cbrowser\/playback_/));

@@ -75,7 +75,7 @@ async function open(client, address) {
 
 const seen = (wanted) => until(async () => shownColour((await frame(set.host)).at(320, 120)), (shown) => shown === wanted, wanted);
 
-test('a server with ranges: the film is played, and sought in', async (t) => {
+test('a server with ranges: the film is played, and seeks work', async (t) => {
   const client = await set.client(t);
   await client.subscribe(events);
   const server = await serve(t);
@@ -106,7 +106,7 @@ test('a server without ranges: the film is played from its beginning', async (t)
   await player.end();
 });
 
-test('a film by command from a server, as a controller has it played', async (t) => {
+test('a command plays a film from a server', async (t) => {
   const client = await set.client(t);
   const server = await serve(t);
   await client.tv('player', 'play', `${server.address}/film.mkv`);

@@ -2,14 +2,14 @@
 import assert from 'node:assert/strict';
 import { execFile, execFileSync } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import { copyFileSync, existsSync, lstatSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
+import { copyFileSync, lstatSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, readlinkSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { basename, dirname, join } from 'node:path';
 import { after, beforeEach } from 'node:test';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
 import { until, viewer } from './antenna_support.mjs';
-import { build, sharedHost } from './host_support.mjs';
+import { build, madeOnce, sharedHost } from './host_support.mjs';
 import { resident } from './wire_support.mjs';
 
 export const kind = { photo: 1, music: 2, video: 3, folder: 4, playlist: 5, shop: 6 };
@@ -118,25 +118,14 @@ export function withExif(jpeg, { orientation, taken }) {
   return Buffer.concat([jpeg.subarray(0, 2), head, tiff, jpeg.subarray(2)]);
 }
 
-// A folder of made media: Films, Music, Photos. It is made once for each version of this file; two test files may make it at
-// the same time: the first one that has finished counts.
+// A folder of made media: Films, Music, Photos. It is made once for each version of this file.
 export function madeMedia() {
   const version = createHash('sha256').update(readFileSync(fileURLToPath(import.meta.url))).digest('hex').slice(0, 12);
-  const name = `test-media-${version}`;
-  const folder = join(build, name);
-  if (existsSync(folder)) return folder;
-  for (const old of readdirSync(build)) if (/^test-media-[0-9a-f]{12}$/.test(old)) rmSync(join(build, old), { recursive: true, force: true });
-  const made = mkdtempSync(join(build, 'new-media-'));
-  makeFilms(join(made, 'Films'));
-  makeMusic(join(made, 'Music'));
-  makePhotos(join(made, 'Photos'));
-  try {
-    renameSync(made, folder);
-  } catch (error) {
-    rmSync(made, { recursive: true });
-    if (!existsSync(folder)) throw error;
-  }
-  return folder;
+  return madeOnce('media', version, (folder) => {
+    makeFilms(join(folder, 'Films'));
+    makeMusic(join(folder, 'Music'));
+    makePhotos(join(folder, 'Photos'));
+  });
 }
 
 export const copyInto = (from, to) => execFileSync('cp', ['-rT', '--preserve=timestamps', from, to]);
@@ -275,12 +264,15 @@ function processes(root) {
   for (let i = 0; i < found.length; ++i) for (const [pid, parent] of parents) if (parent === found[i]) found.push(pid);
   return found;
 }
-// Resident memory of these processes in MiB.
+// Resident memory of these processes in MiB. A child that has not yet executed its own program shares its parent's pages,
+// and would count them twice.
 export function memory(host) {
+  const root = host.child.pid;
+  const program = readlinkSync(`/proc/${root}/exe`);
   let sum = 0;
-  for (const pid of processes(host.child.pid)) {
+  for (const pid of processes(root)) {
     try {
-      sum += resident(pid);
+      if (pid === root || readlinkSync(`/proc/${pid}/exe`) !== program) sum += resident(pid);
     } catch {
       // It has ended.
     }

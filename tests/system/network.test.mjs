@@ -1,10 +1,9 @@
 // Network events from end to end. The host and dtvctl run in a network namespace of the test, which is always removed when
 // the test ends.
 import assert from 'node:assert/strict';
-import { spawn, spawnSync } from 'node:child_process';
 import { test } from 'node:test';
-import { dtvctl, run, start } from './cli_support.mjs';
-import { dtvHost, folder, within } from './host_support.mjs';
+import { dtvctl, start } from './cli_support.mjs';
+import { hostInNamespace, missingNamespace } from './namespace_support.mjs';
 
 const updates = '/tv/ws/notify/network';
 const tag = 0x118224;
@@ -12,9 +11,6 @@ const unplugged = 2;
 const addressChanged = 3;
 const wlanGone = 15;
 
-// A user other than the superuser becomes superuser in a user namespace.
-const own = process.getuid() === 0 ? ['--net'] : ['--user', '--map-root-user', '--net'];
-const enter = process.getuid() === 0 ? ['--net'] : ['--user', '--preserve-credentials', '--net'];
 const wires = [
   'ip link set lo up',
   'ip link add far0 type veth peer name eth0',
@@ -23,38 +19,10 @@ const wires = [
   'for each in all default; do echo 1 2>/dev/null >/proc/sys/net/ipv6/conf/$each/disable_ipv6 || true; done',
 ];
 
-// Why such a namespace cannot be created here, or false.
-function missing() {
-  const tried = spawnSync('unshare', [...own, 'sh', '-ec', wires.join('\n')], { encoding: 'utf8' });
-  if (tried.error) return `unshare does not run here: ${tried.error.message}`;
-  return tried.status !== 0 && `no network namespace with veth here: ${tried.stderr.trim()}`;
-}
-
-const skip = missing();
+const skip = missingNamespace(wires);
 
 async function television(t) {
-  // Processes keep the namespace alive. This one ends with its input, at the latest when the test's process ends.
-  const holder = spawn('unshare', [...own, 'sh', '-ec', [...wires, 'echo ready', 'exec cat'].join('\n')], {
-    stdio: ['pipe', 'pipe', 'inherit'],
-  });
-  const ended = new Promise((resolve) => holder.on('close', resolve));
-  t.after(async () => {
-    holder.stdin.end();
-    await ended;
-  });
-  await within(new Promise((resolve) => holder.stdout.once('data', resolve)), 'network namespace');
-  const inside = (program, words) => ['nsenter', ['--target', String(holder.pid), ...enter, '--', program, ...words]];
-
-  const host = start(...inside(dtvHost, ['--listen', '127.0.0.1:0', '--state', folder(t)]));
-  t.after(() => host.stop());
-  let told;
-  while (!told) told = /^dtv-host: http:\/\/(127\.0\.0\.1:\d+)\/#token=([0-9a-f]+)$/.exec(await host.line());
-  const env = { DTV_HOST: told[1], DTV_TOKEN: told[2] };
-  const done = async (program, ...words) => {
-    const { code, stdout, stderr } = await run(...inside(program, words), { env });
-    assert.equal(code, 0, `${program} ${words.join(' ')}: ${stderr}`);
-    return stdout;
-  };
+  const { done, inside, env } = await hostInNamespace(t, wires);
   return {
     ip: (...words) => done('ip', ...words),
     network: async (...words) => JSON.parse(await done(dtvctl, '--json', 'tv', 'network', ...words)),

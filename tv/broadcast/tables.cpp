@@ -120,6 +120,8 @@ static std::optional<Table> read_pat(Section& section) {
 
 // --- PMT ---
 
+namespace {
+
 struct Codec {
   StreamKind kind;
   const char* name;
@@ -129,6 +131,8 @@ struct CodecRow {
   std::uint8_t code;  // stream_type, or the descriptor's tag
   Codec codec;
 };
+
+}  // namespace
 
 static constexpr CodecRow kStreamTypes[] = {
     {0x01, {StreamKind::kVideo, "mpeg1video"}}, {0x02, {StreamKind::kVideo, "mpeg2video"}},

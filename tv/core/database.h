@@ -53,8 +53,8 @@ enum class DatabaseCheck { kWhole, kHead };
 bool database_open(const std::string& path, const DatabaseLayouts& layouts, Database& ret_database,
                    std::string& ret_error, DatabaseCheck check = DatabaseCheck::kWhole);
 
-// Lets a second connection read what the first has written, while it writes: opens that connection. Each of them is of
-// one thread at a time; the store's folder lock keeps other processes out. False with ret_error.
+// Opens a second connection to the file, for reading while `writer` writes. Each connection may be used by one thread
+// at a time. The lock of the state folder keeps other processes out. False with ret_error.
 bool database_share(const std::string& path, Database& writer, Database& ret_reader, std::string& ret_error);
 
 // Reads the whole file. False with ret_why if it is damaged. `ends` is called now and then; true ends the check, which

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int kNice = 10;  // as the virtual television's background threads
+constexpr int kNice = 10;  // the same as for the virtual television's background threads
 
 bool limit(int what, std::size_t most) {
   const rlimit limits{.rlim_cur = most, .rlim_max = most};
@@ -44,8 +44,8 @@ constexpr std::uint32_t kMachine = AUDIT_ARCH_AARCH64;
 #error "the filter of system calls does not know this machine"
 #endif
 
-// All that the process may ask of the system. Every other call fails with EPERM: a library that tries to open a file or
-// to start a thread can go on without it.
+// The system calls that the process may make. Every other one fails with EPERM, so that a library that tries to open a
+// file or to start a thread can go on without it.
 constexpr std::uint32_t kAllowed[] = {
     SYS_read,
     SYS_pread64,
@@ -80,7 +80,7 @@ constexpr std::uint32_t kAllowed[] = {
     SYS_alarm,
 #endif
 };
-// Allowed for memory that is not code.
+// Allowed only for memory that is not executable.
 constexpr std::uint32_t kMapping[] = {SYS_mmap, SYS_mprotect};
 
 bool filter_calls() {

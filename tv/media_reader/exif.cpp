@@ -23,7 +23,7 @@ std::uint32_t number(std::span<const std::uint8_t> bytes) {
   return static_cast<std::uint32_t>(bytes[0] << 8 | bytes[1]);
 }
 
-bool has_size(unsigned marker) {  // a start of frame, whatever the coding
+bool has_size(unsigned marker) {  // whether it starts a frame, of whatever coding
   return marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
 }
 
@@ -46,9 +46,10 @@ std::optional<JpegHeader> jpeg_header(const Source& source) {
   JpegHeader header;
   std::int64_t at = 2;
   for (int segments = 0; segments < kMostSegments; ++segments) {
-    const std::vector<std::uint8_t> head = source_bytes(source, at, 9);  // marker, length, and what a frame begins with
+    // Marker, length, and the first fields of a frame.
+    const std::vector<std::uint8_t> head = source_bytes(source, at, 9);
     if (head.size() < 4 || head[0] != 0xFF || head[1] == 0xDA || head[1] == 0xD9) break;
-    if (head[1] == 0xFF) {  // filling
+    if (head[1] == 0xFF) {  // a fill byte
       ++at;
       continue;
     }

@@ -1,4 +1,4 @@
-// What a camera writes into a JPEG beside the picture.
+// Reads what a camera writes into a JPEG beside the picture.
 #pragma once
 
 #include <array>
@@ -12,18 +12,19 @@
 struct JpegHeader {
   std::uint32_t width = 0;
   std::uint32_t height = 0;
-  std::vector<std::uint8_t> exif = {};  // the segment's contents; empty: there is none
+  std::vector<std::uint8_t> exif = {};  // contents of the EXIF segment; empty: there is none
 };
 
-// The header of a file that begins like a JPEG; nothing: the file does not. Throws a Refusal for a broken one.
+// The header of a JPEG; nothing: the file does not begin like a JPEG. Throws a Refusal if the JPEG is broken.
 std::optional<JpegHeader> jpeg_header(const Source& source);
 
 struct Exif {
-  std::uint32_t orientation = 1;
-  std::array<std::uint32_t, 6> date = {};    // as in the reply
-  std::vector<std::uint8_t> thumbnail = {};  // the camera's own, a JPEG
+  std::uint32_t orientation = 1;             // EXIF's number, 1 to 8
+  std::array<std::uint32_t, 6> date = {};    // as in WireReply
+  std::vector<std::uint8_t> thumbnail = {};  // a JPEG that the camera made; empty: none
 };
+// Reads the segment's contents. What is missing or broken keeps its default.
 Exif exif_read(std::span<const std::uint8_t> exif);
 
-// "2026:03:29 10:30:00" or "2026-03-29T10:30:00" as six numbers. False: the text is no date.
+// Reads "2026:03:29 10:30:00" or "2026-03-29T10:30:00" as six numbers, as in WireReply. False: the text is no date.
 bool date_read(const char* text, std::array<std::uint32_t, 6>& ret_date);

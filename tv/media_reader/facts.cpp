@@ -14,12 +14,13 @@ extern "C" {
 
 namespace {
 
-constexpr std::int64_t kLongest = std::int64_t{1000} * 3600 * AV_TIME_BASE;  // a longer duration is a mistake
-constexpr std::uint32_t kMostSide = 1U << 20;                                // pixels
+// A longer duration is an error in the file.
+constexpr std::int64_t kLongest = std::int64_t{1000} * 3600 * AV_TIME_BASE;
+constexpr std::uint32_t kMostSide = 1U << 20;  // pixels
 
 struct TextKeys {
   WireText text;
-  const char* keys[3];  // the first that the file has
+  const char* keys[3];  // the first one that the file has is used
 };
 
 constexpr TextKeys kTexts[] = {
@@ -29,7 +30,7 @@ constexpr TextKeys kTexts[] = {
 };
 constexpr const char* kDateKeys[] = {"date", "year", "creation_time"};
 
-// Of the file, else of one of its streams: Ogg has its texts there. Null: there is none.
+// The text of the file's tag, else of a stream's, where Ogg has its tags. Null: there is none.
 const char* text_of(const AVFormatContext& format, const char* key) {
   const AVDictionaryEntry* entry = av_dict_get(format.metadata, key, nullptr, 0);
   for (unsigned i = 0; entry == nullptr && i < format.nb_streams; ++i)

@@ -60,18 +60,18 @@ Image scale(const Planes& from, ImageSize size, AVPixelFormat format, bool full_
   return image;
 }
 
-// On black.
+// Blends transparent pixels with black.
 void blend(Image& image) {
   for (std::size_t i = 0; i < image.pixels.size(); i += 4)
     for (std::size_t colour = 0; colour < 3; ++colour)
       image.pixels[i + colour] = static_cast<std::uint8_t>(image.pixels[i + colour] * image.pixels[i + 3] / 255);
 }
 
-// Width and height as they are seen: the pixels of some videos are not square.
+// Width and height for display, since the pixels of some videos are not square.
 ImageSize seen_size(const AVFrame& frame) {
   const auto width = static_cast<std::uint32_t>(frame.width), height = static_cast<std::uint32_t>(frame.height);
   const AVRational shape = frame.sample_aspect_ratio;
-  constexpr int kMostShape = 8;  // of a pixel; more is a mistake of the file
+  constexpr int kMostShape = 8;  // of a pixel's width to its height, or the reverse; more is an error in the file
   if (shape.num <= 0 || shape.den <= 0 || shape.num / shape.den >= kMostShape || shape.den / shape.num >= kMostShape)
     return {width, height};
   const auto wide = static_cast<std::uint32_t>(av_rescale(frame.width, shape.num, shape.den));
@@ -117,7 +117,7 @@ bool image_of_jpeg(std::span<const std::uint8_t> jpeg, ImageSize bounds, Image& 
   if (std::int64_t{width} * height > kMostJpegPixels) throw Refusal("it has too many pixels");
   const ImageSize full{static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height)};
   const ImageSize wanted = image_fit(full, bounds);
-  // The smallest size of the decoder's that is not too small.
+  // The smallest size that the decoder can scale to and that is not below the wanted one.
   int count = 0;
   const tjscalingfactor* const factors = tjGetScalingFactors(&count);
   ImageSize best = full;
@@ -130,7 +130,7 @@ bool image_of_jpeg(std::span<const std::uint8_t> jpeg, ImageSize bounds, Image& 
   const int decoded =
       tjDecompress2(turbo.get(), jpeg.data(), jpeg.size(), image.pixels.data(), static_cast<int>(best.width), 0,
                     static_cast<int>(best.height), TJPF_BGRX, TJFLAG_LIMITSCANS);
-  // A warning: the file is cut or damaged, and a part of the picture is there.
+  // After a warning, the file is truncated or damaged, but part of the picture is decoded.
   if (decoded != 0 && tjGetErrorCode(turbo.get()) != TJERR_WARNING) throw Refusal(tjGetErrorStr2(turbo.get()));
   if (best.width != wanted.width || best.height != wanted.height) {
     const Planes planes{.data = {image.pixels.data()}, .lines = {static_cast<int>(4 * best.width)}};

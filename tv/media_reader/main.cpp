@@ -1,5 +1,5 @@
-// dtv-media-reader: reads the media files that its client hands it as open file descriptors, and says what they contain
-// (wire.h). The virtual television starts it; it is of no use by itself. It ends when the client has closed the socket.
+// dtv-media-reader: reads media files that its client passes as open file descriptors, and replies what they contain
+// (wire.h). The virtual television starts it; it has no use of its own. It ends when the client closes the socket.
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -30,10 +30,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// The process gives up so long before nobody waits for the reply any longer.
+// The process gives up this long before the client stops waiting for the reply.
 constexpr milliseconds kMargin{200};
 
-// Receives a request and its file. False: the client has gone, or what it sent is no request.
+// Receives a request and its file. False: the client has gone, or has sent something else.
 bool receive(WireRequest& ret_request, int& ret_file) {
   WireRequest request;
   iovec data{.iov_base = &request, .iov_len = sizeof request};
@@ -117,7 +117,7 @@ int main() {
   WireRequest request;
   int file = -1;
   while (receive(request, file)) {
-    // If the client dies while a library is in an endless loop, nobody else ends this process.
+    // Ends this process when the client dies, since a library may be in an endless loop then.
     alarm(request.milliseconds / 1000 + 2);
     const WireReply reply = reply_to(request, file, memory);
     close(file);

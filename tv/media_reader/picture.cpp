@@ -10,13 +10,14 @@
 namespace {
 
 constexpr std::size_t kMostPhotoBytes = std::size_t{64} << 20;
-constexpr int kMostPackets = 3000;   // that are read for one frame
-constexpr std::uint32_t kDark = 24;  // a frame below this brightness is a fade or a title's black
+constexpr int kMostPackets = 3000;  // that are read for one frame
+// The mean brightness below which a frame counts as dark, as in a fade or under a title.
+constexpr std::uint32_t kDark = 24;
 constexpr std::int64_t kFewSeconds = std::int64_t{5} * AV_TIME_BASE;
 
 // The decoder's next frame after this packet. False: it needs more.
 bool decode(AVCodecContext& codec, const AVPacket* packet, AVFrame& ret_frame) {
-  avcodec_send_packet(&codec, packet);  // an error concerns this packet only
+  avcodec_send_packet(&codec, packet);  // an error only concerns this packet
   return avcodec_receive_frame(&codec, &ret_frame) == 0;
 }
 
@@ -34,7 +35,7 @@ Frame frame_of(const AVCodecParameters& parameters, const AVPacket& packet) {
   return frame;
 }
 
-// The next frame of the stream from where the file is; null: there is none.
+// The next frame of the stream from the file's present position on; null: there is none.
 Frame next_frame(const Source& source, const AVStream& stream, AVCodecContext& codec) {
   const Packet packet(av_packet_alloc());
   Frame frame = new_frame();
@@ -50,7 +51,7 @@ Frame next_frame(const Source& source, const AVStream& stream, AVCodecContext& c
   return nullptr;
 }
 
-// A few seconds in; further on where it is dark there.
+// A frame from a few seconds into the video, or from further on if that one is dark.
 Image video_image(const Source& source, const AVStream& stream, ImageSize bounds) {
   const Codec codec = source_decoder(*stream.codecpar);
   const std::int64_t duration = std::max<std::int64_t>(source.format->duration, 0);
@@ -59,7 +60,7 @@ Image video_image(const Source& source, const AVStream& stream, ImageSize bounds
   for (const std::int64_t at : {std::min(duration / 10, kFewSeconds), duration / 4, duration / 2, std::int64_t{0}}) {
     std::int64_t target = 0;
     if (__builtin_add_overflow(begin, at, &target)) continue;
-    // Where the file cannot be searched, the next frame is taken.
+    // If seeking fails, the next frame is taken.
     if (at > 0 || dark) avformat_seek_file(source.format.get(), -1, INT64_MIN, target, target, 0);
     avcodec_flush_buffers(codec.get());
     const Frame frame = next_frame(source, stream, *codec);
@@ -90,7 +91,7 @@ bool camera_image(const JpegHeader& header, const Exif& exif, ImageSize bounds, 
   try {
     if (!image_of_jpeg(exif.thumbnail, bounds, image)) return false;
   } catch (const Refusal&) {
-    return false;  // it is broken; the photo may be well
+    return false;  // the thumbnail is broken; the photo may not be
   }
   const auto differs = [](std::uint32_t one, std::uint32_t other) {
     return one > other ? one - other > 1 : other - one > 1;
@@ -100,7 +101,7 @@ bool camera_image(const JpegHeader& header, const Exif& exif, ImageSize bounds, 
   return true;
 }
 
-// A JPEG. False: FFmpeg has to decode it.
+// Decodes a JPEG. False: only FFmpeg can decode it.
 bool jpeg_image(const Source& source, ImageSize bounds, bool thumbnail, Image& ret_image) {
   const std::optional<JpegHeader> header = jpeg_header(source);
   if (!header) return false;

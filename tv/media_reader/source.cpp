@@ -16,10 +16,11 @@ extern "C" {
 
 namespace {
 
-constexpr int kBuffer = 32 << 10;  // of what is read from the file at once
+constexpr int kBuffer = 32 << 10;  // bytes that are read from the file at once
 constexpr const char* kMostStreams = "64";
 
-// The kinds of file that a television plays. Formats that name other files (playlists, lists of parts) are not here.
+// FFmpeg's names of the formats that a television plays. Formats that name other files (playlists, lists of parts) are
+// not among them.
 constexpr const char* kKinds =
     "bmp_pipe,jpeg_pipe,pam_pipe,pbm_pipe,pgm_pipe,png_pipe,ppm_pipe,qoi_pipe,tiff_pipe,webp_pipe,apng,gif,"
     "aac,ac3,aiff,amr,ape,asf,au,avi,caf,dsf,dts,dtshd,dv,eac3,flac,flv,h264,hevc,ivf,m4v,matroska,mjpeg,mov,mp3,mpc,"
@@ -94,7 +95,7 @@ std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, 
   std::size_t done = 0;
   while (done < bytes.size()) {
     check_time(source.deadline);
-    constexpr std::size_t kAtOnce = std::size_t{1} << 20;  // between two looks at the time
+    constexpr std::size_t kAtOnce = std::size_t{1} << 20;  // bytes between two checks of the time
     const ssize_t got = pread(source.file, bytes.data() + done, std::min(bytes.size() - done, kAtOnce),
                               from + static_cast<std::int64_t>(done));
     if (got < 0 && errno == EINTR) continue;
@@ -122,11 +123,11 @@ void source_probe(Source& source, int file, const std::string& extension, Deadli
   }
   if (const std::vector<std::uint8_t> start = source_bytes(source, 0, 3);
       start == std::vector<std::uint8_t>{0xFF, 0xD8, 0xFF} && !extension.starts_with("mj")) {
-    source.kind = av_find_input_format("jpeg_pipe");  // also a broken one, which looks like other things
+    source.kind = av_find_input_format("jpeg_pipe");  // by force, since FFmpeg takes a broken one for other formats
     return;
   }
   // FFmpeg gives a picture's name more weight than its contents, because the name may be a pattern for several files.
-  // Without the name it looks at the contents.
+  // Without the name it goes by the contents.
   for (const std::string& name : {name_of(extension), name_of({})}) {
     const AVInputFormat* kind = nullptr;
     const int result = av_probe_input_buffer2(source.io.get(), &kind, name.c_str(), nullptr, 0, 0);

@@ -1,4 +1,4 @@
-// A media file that FFmpeg reads through an open file descriptor. FFmpeg opens nothing by a name.
+// A media file that FFmpeg reads through an open file descriptor. FFmpeg is never given a name to open.
 #pragma once
 
 extern "C" {
@@ -41,33 +41,34 @@ using StreamIo = std::unique_ptr<AVIOContext, StreamIoEnd>;
 
 using Deadline = std::chrono::steady_clock::time_point;
 
-// The most pixels of a picture that is decoded; a JPEG, which is scaled while it is decoded, may have more.
+// Most pixels of a picture that FFmpeg decodes. A JPEG is scaled while it is decoded, so it may have more (image.h).
 inline constexpr std::int64_t kMostPixels = std::int64_t{64} << 20;
 
-// Must stay where it is: FFmpeg has its address.
+// A file that is read. It must not be moved, since FFmpeg has its address.
 struct Source {
   int file = -1;
-  std::int64_t size = 0;
-  std::int64_t position = 0;
+  std::int64_t size = 0;      // bytes
+  std::int64_t position = 0;  // of the next read
   Deadline deadline = {};
   StreamIo io = {};
-  const AVInputFormat* kind = nullptr;  // null: it is none that a television plays
+  const AVInputFormat* kind = nullptr;  // null: none that a television plays
   Format format = {};                   // destroyed before the io
 };
 
-void check_time(Deadline deadline);  // throws when it is over
+void check_time(Deadline deadline);  // throws a Refusal once the deadline has passed
 
-// Up to so many bytes of the file from there on; fewer at its end. Throws on an error of the stick.
+// At most `count` bytes of the file from the position `from` on; fewer at its end. Throws a Refusal if the stick cannot
+// be read.
 std::vector<std::uint8_t> source_bytes(const Source& source, std::int64_t from, std::size_t count);
 
-// Finds out what the file is.
+// Finds out the file's format, by its contents and its extension, and sets Source::kind. Throws a Refusal.
 void source_probe(Source& source, int file, const std::string& extension, Deadline deadline);
 
-// Opens the file, which is of a kind, and finds its streams. Throws a Refusal.
+// Opens the file, whose Source::kind must be set, and finds its streams. Throws a Refusal.
 void source_open(Source& source, const std::string& extension);
 
 // Opens the stream's decoder. Throws a Refusal.
 Codec source_decoder(const AVCodecParameters& parameters);
 
-// "Invalid data found when processing input", of an error of FFmpeg.
+// FFmpeg's text for its error number, such as "Invalid data found when processing input".
 std::string source_error(int error);

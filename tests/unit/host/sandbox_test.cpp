@@ -153,13 +153,15 @@ TEST_F(Sandbox, AFolderThatCannotBeReadIsNotShownAsEmpty) {
 // wanted one. Returns how many could not enter for another reason than the user's rights.
 int enter_beside_passing_files(const fs::path& folder) {
   const pid_t maker = fork();
-  for (int number = 0; maker == 0; ++number) {
-    const fs::path path = folder / std::to_string(number % 8);
-    if (number % 2 == 0)
-      makes_file(path);
-    else
-      fs::create_symlink("text", path);
-    fs::remove(path);
+  if (maker == 0) {
+    for (int number = 0;; number = (number + 1) % 8) {
+      const fs::path path = folder / std::to_string(number);
+      if (number % 2 == 0)
+        makes_file(path);
+      else
+        fs::create_symlink("text", path);
+      fs::remove(path);
+    }
   }
   int refused = 0;
   for (int round = 0; round < 200; ++round) {

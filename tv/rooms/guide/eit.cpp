@@ -78,7 +78,7 @@ std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTa
     const std::int64_t start = event.start + shift;
     const std::int64_t stop = start + event.duration;
     const bool fits = start > 0 && stop <= kFarthest && stop > now - kKeptAfterEnd && start < now + kFarthestStart;
-    if (!fits || event.duration == 0 || event.duration > kLongestEvent) continue;
+    if (!fits || event.duration == 0 || event.duration > kLongestEventTime) continue;
     std::erase_if(rows, [&](const GuideRow& row) { return row.start == start || row.id == event.id; });
     GuideRow& row = rows.emplace_back();
     row = {.channel = packed(eit.key),
@@ -91,7 +91,7 @@ std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTa
            .age = chosen_age(event, taste),
            .categories = pack_categories(event.categories)};
     if (const Eit::Text* const text = chosen_text(event, taste)) {
-      row.title = clean_text(text->title, kLongestTitle, Lines::kMany);
+      row.title = clean_text(text->title, kLongestEventTitle, Lines::kMany);
       row.summary = clean_text(text->summary, kLongestText, Lines::kMany);
       row.details = clean_text(text->details, kLongestText, Lines::kMany);
     }
@@ -105,7 +105,7 @@ bool eit_write(Database& database, const std::vector<GuideRow>& rows, std::int64
   GuideSpan span{rows.front().start, rows.front().stop};
   for (const GuideRow& row : rows) span = {std::min(span.from, row.start), std::max(span.to, row.stop)};
   // A section of a schedule covers its time without gaps, if that is a time as sections have it: a few hours.
-  if (rows.front().rank == GuideRank::kSchedule && span.to - span.from <= kLongestEvent &&
+  if (rows.front().rank == GuideRank::kSchedule && span.to - span.from <= kLongestEventTime &&
       !clear_time(database, rows, span, changes)) {
     return false;
   }

@@ -14,7 +14,7 @@ struct GuideTaste {
   std::string country;
 };
 
-// The rows of a section: those with a beginning, a duration of 1 s to kLongestEvent, and a time between
+// The rows of a section: those with a beginning, a duration of 1 s to kLongestEventTime, and a time between
 // now - kKeptAfterEnd and now + kFarthestStart. Empty for a table that is not an EIT. Of two events that begin at the
 // same time only the later in the section is returned.
 std::vector<GuideRow> eit_rows(const Eit& eit, std::int64_t shift, const GuideTaste& taste, std::int64_t now);

@@ -162,7 +162,7 @@ bool close_open(Import& import, Target& target, std::optional<std::int64_t> end)
   if (!target.open) return true;
   GuideRow row = std::move(*target.open);
   target.open.reset();
-  const bool fits = end && *end > row.start && *end - row.start <= kLongestEvent;
+  const bool fits = end && *end > row.start && *end - row.start <= kLongestEventTime;
   row.stop = fits ? *end : row.start + kUnknownDuration;
   return store(import, target, std::move(row));
 }
@@ -180,11 +180,11 @@ bool take_programme(Import& import, const XmltvProgramme& programme) {
   const auto start = xmltv_time(programme.start);
   const std::int64_t stop = programme.stop.empty() ? 0 : xmltv_time(programme.stop).value_or(-1);  // 0: not given
   constexpr std::int64_t kFarthest = std::numeric_limits<std::uint32_t>::max();                    // the TV API's times
-  if (!start || *start <= 0 || *start > kFarthest - kLongestEvent) {
+  if (!start || *start <= 0 || *start > kFarthest - kLongestEventTime) {
     note_problem(import, programme, "the start " + std::string(programme.start) + " is not a time");
     return true;
   }
-  if (stop != 0 && (stop <= *start || stop - *start > kLongestEvent)) {
+  if (stop != 0 && (stop <= *start || stop - *start > kLongestEventTime)) {
     note_problem(import, programme,
                  stop > 0 ? "the event does not end within 24 hours after its start"
                           : "the stop " + std::string(programme.stop) + " is not a time");

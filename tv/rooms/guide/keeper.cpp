@@ -145,12 +145,12 @@ ImportEnd run_import(const std::string& path) {
 
 void erase_old() {
   const std::int64_t before = clock_utc() - kKeptAfterEnd;
-  std::size_t erased = kMostErasedAtOnce;
-  while (erased == kMostErasedAtOnce) {
+  std::size_t erased = kMostEventsErased;
+  while (erased == kMostEventsErased) {
     GuideChanges changes;
     const bool kept = transact(
         [&](Database& database, GuideChanges& ret_changes) {
-          if (!rows_erase_old(database, before, kMostErasedAtOnce, erased)) return false;
+          if (!rows_erase_old(database, before, kMostEventsErased, erased)) return false;
           ret_changes.added = -static_cast<std::int64_t>(erased);
           return true;
         },
@@ -293,7 +293,7 @@ void keeper_queue(const Eit& eit, std::int64_t shift) {
   {
     const std::lock_guard guard(keeper.lock);
     if (!keeper.running) return;
-    if (keeper.sections.size() >= kMostWaitingSections) {
+    if (keeper.sections.size() >= kMostQueuedSections) {
       keeper.sections.pop_front();
       ++keeper.dropped;
     }

@@ -22,10 +22,10 @@
 
 // ---- keeper.cpp: the connections, the thread and its queue ----
 
-inline constexpr std::size_t kMostWaitingSections = 2048;  // in the queue; beyond it the oldest is dropped and counted
-inline constexpr std::size_t kMostSectionsAtOnce = 256;    // in one transaction
-inline constexpr std::size_t kMostErasedAtOnce = 1000;     // old events in one transaction
-inline constexpr std::int64_t kErasePause = 3600;          // seconds between two searches for old events
+inline constexpr std::size_t kMostQueuedSections = 2048;  // in the queue; beyond it the oldest is dropped and counted
+inline constexpr std::size_t kMostSectionsAtOnce = 256;   // in one transaction
+inline constexpr std::size_t kMostEventsErased = 1000;    // old events in one transaction
+inline constexpr std::int64_t kErasePause = 3600;         // seconds between two searches for old events
 
 bool keeper_open(const std::string& folder, std::string& ret_error);
 void keeper_start();

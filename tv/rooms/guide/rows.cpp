@@ -140,7 +140,8 @@ void note_change(GuideChanges& changes, std::int64_t channel, std::int64_t from,
   place->second.to = std::max(place->second.to, to);
 }
 
-// An event that overlaps a time begins at most kLongestEvent before it: that bounds what the statements below visit.
+// An event that overlaps a time begins at most kLongestEventTime before it: that bounds what the statements below
+// visit.
 
 std::optional<GuideRow> row_by_id(Database& database, std::int64_t channel, std::uint16_t id) {
   return one(prepare(database, GUIDE_WHOLE " WHERE e.channel = ? AND e.id = ? LIMIT 1", {channel, id}), read_whole);
@@ -150,7 +151,7 @@ std::optional<GuideRow> row_at(Database& database, std::int64_t channel, std::in
   return one(prepare(database,
                      GUIDE_WHOLE " WHERE e.channel = ?1 AND e.start <= ?2 AND e.start > ?3 AND e.stop > ?2"
                                  " ORDER BY e.start DESC LIMIT 1",
-                     {channel, time, time - kLongestEvent}),
+                     {channel, time, time - kLongestEventTime}),
              read_whole);
 }
 
@@ -173,7 +174,7 @@ std::optional<GuideBrief> brief_at(Database& database, std::int64_t channel, std
   return one(prepare(database,
                      GUIDE_BRIEF " FROM event WHERE channel = ?1 AND start <= ?2 AND start > ?3 AND stop > ?2"
                                  " ORDER BY start DESC LIMIT 1",
-                     {channel, time, time - kLongestEvent}),
+                     {channel, time, time - kLongestEventTime}),
              read_brief);
 }
 
@@ -194,7 +195,7 @@ std::vector<GuideRow> rows_between(Database& database, std::int64_t channel, std
   sqlite3_stmt* const statement = prepare(
       database,
       GUIDE_WHOLE " WHERE e.channel = ?1 AND e.start < ?3 AND e.start > ?4 AND e.stop > ?2 ORDER BY e.start LIMIT ?5",
-      {channel, from, to, from - kLongestEvent, static_cast<std::int64_t>(most)});
+      {channel, from, to, from - kLongestEventTime, static_cast<std::int64_t>(most)});
   if (statement == nullptr) return rows;
   while (sqlite3_step(statement) == SQLITE_ROW) rows.push_back(read_whole(statement));
   sqlite3_reset(statement);
@@ -206,7 +207,7 @@ void briefs_of_channel(Database& database, std::int64_t channel, std::int64_t fr
   visit_briefs(prepare(database,
                        GUIDE_BRIEF " FROM event WHERE channel = ?1 AND start < ?3 AND start > ?4 AND stop > ?2"
                                    " ORDER BY start",
-                       {channel, from, to, from - kLongestEvent}),
+                       {channel, from, to, from - kLongestEventTime}),
                visit);
 }
 
@@ -222,7 +223,7 @@ void briefs_of_all(Database& database, GuideKinds kinds, std::int64_t from, std:
     const std::string sql = GUIDE_BRIEF " FROM event INDEXED BY by_kind WHERE kind = " + std::to_string(kind) +
                             " AND start < ?2 AND start > ?3 AND stop > ?1 ORDER BY start, stop, channel, id";
     sqlite3_stmt* const statement =
-        prepare(database, sql, {from, to, from - (kind == kOther ? kLongestEvent : kUsualEvent)});
+        prepare(database, sql, {from, to, from - (kind == kOther ? kLongestEventTime : kUsualEvent)});
     if (statement == nullptr) continue;
     if (sqlite3_step(statement) == SQLITE_ROW)
       streams.push_back({statement, read_brief(statement)});
@@ -270,7 +271,7 @@ std::vector<GuideRow> rows_with_title(Database& database, std::int64_t channel, 
   std::vector<std::int64_t> starts;
   sqlite3_stmt* const statement =
       prepare(database, "SELECT start, title FROM event WHERE channel = ? AND start > ? AND stop > ? ORDER BY start",
-              {channel, from - kLongestEvent, from});
+              {channel, from - kLongestEventTime, from});
   if (statement == nullptr) return {};
   while (starts.size() < most && sqlite3_step(statement) == SQLITE_ROW)
     if (contains_ignoring_case(column_text(statement, 1), text)) starts.push_back(sqlite3_column_int64(statement, 0));
@@ -347,7 +348,7 @@ bool rows_erase_imported(Database& database, std::int64_t channel, GuideSpan spa
       prepare(database,
               "SELECT start, stop FROM event WHERE channel = ?1 AND start < ?3 AND start > ?4 AND stop > ?2"
               " AND rank = 0 AND import <> ?5",
-              {channel, span.from, span.to, span.from - kLongestEvent, import});
+              {channel, span.from, span.to, span.from - kLongestEventTime, import});
   if (statement == nullptr) return false;
   std::vector<GuideSpan> old;
   while (sqlite3_step(statement) == SQLITE_ROW)

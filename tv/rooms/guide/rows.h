@@ -14,12 +14,12 @@
 #include "core/database.h"
 
 inline constexpr std::int64_t kMostEvents = 1'000'000;          // in the database
-inline constexpr std::int64_t kLongestEvent = 24 * 3600;        // seconds; longer events are not stored
+inline constexpr std::int64_t kLongestEventTime = 24 * 3600;    // seconds; longer events are not stored
 inline constexpr std::int64_t kKeptAfterEnd = 24 * 3600;        // seconds for which an event stays after its end
 inline constexpr std::int64_t kFarthestStart = 62 * 24 * 3600;  // seconds from now; later events are not stored
-inline constexpr std::size_t kLongestTitle = 255;               // bytes; room in VEXTVAPI_EVENT_GENERAL_INFO_T
+inline constexpr std::size_t kLongestEventTitle = 255;          // bytes; room in VEXTVAPI_EVENT_GENERAL_INFO_T
 inline constexpr std::size_t kLongestText = 4095;               // bytes of summary or details
-inline constexpr std::size_t kMostCategories = 8;               // of an event
+inline constexpr std::size_t kMostEventCategories = 8;          // of an event
 inline constexpr std::int64_t kUnknownDuration = 1800;          // seconds, of an imported event without an end
 
 // Where an event came from. A higher rank wins: its events replace those of lower ranks at the same time, and are not

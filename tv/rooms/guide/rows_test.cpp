@@ -223,7 +223,7 @@ TEST(GuideWords, CategoriesByNameAndLevel) {
   EXPECT_TRUE(has_category(packed_both, {0x43}));
   EXPECT_TRUE(has_category(packed_both, {0x10, 0x20})) << "a wanted level 1 matches each of its level 2";
   EXPECT_FALSE(has_category(packed_both, {0x22, 0x44}));
-  EXPECT_EQ(unpack_categories(pack_categories({1, 2, 3, 4, 5, 6, 7, 8, 9})).size(), kMostCategories);
+  EXPECT_EQ(unpack_categories(pack_categories({1, 2, 3, 4, 5, 6, 7, 8, 9})).size(), kMostEventCategories);
 }
 
 TEST(GuideWords, LanguagesByAnyCode) {

@@ -170,7 +170,7 @@ std::uint64_t pack_categories(const std::vector<std::uint8_t>& categories) {
   for (const std::uint8_t category : categories) {
     bool known = category == 0;
     for (std::size_t i = 0; i < count; ++i) known = known || content_at(packed, i) == category;
-    if (!known && count < kMostCategories) packed |= std::uint64_t{category} << (8 * count++);
+    if (!known && count < kMostEventCategories) packed |= std::uint64_t{category} << (8 * count++);
   }
   return packed;
 }

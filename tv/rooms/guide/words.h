@@ -10,7 +10,7 @@
 std::uint8_t category_of(std::string_view name);
 
 // The bytes in one number, the first in the lowest byte; zeros and repetitions are left out, and what is beyond
-// kMostCategories.
+// kMostEventCategories.
 std::uint64_t pack_categories(const std::vector<std::uint8_t>& categories);
 std::vector<std::uint8_t> unpack_categories(std::uint64_t packed);
 

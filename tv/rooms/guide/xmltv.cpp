@@ -1,7 +1,6 @@
 #include "rooms/guide/xmltv.h"
 
 #include <libxml/SAX2.h>
-#include <libxml/parser.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 #include <system_error>
 
 #include "base/text.h"
+#include "core/sax.h"
 #include "core/text.h"
 #include "rooms/guide/rows.h"
 #include "rooms/guide/words.h"
@@ -39,13 +39,6 @@ constexpr Element kElements[] = {
 
 constexpr std::size_t kLongestRaw = 4 * kLongestText;  // bytes of an element's text, before it is trimmed and cut
 
-struct ContextEnd {
-  void operator()(xmlParserCtxt* context) const {
-    if (context->myDoc != nullptr) xmlFreeDoc(context->myDoc);
-    xmlFreeParserCtxt(context);
-  }
-};
-
 struct Reader {
   int file = -1;
   const std::string* language = nullptr;
@@ -68,8 +61,6 @@ struct Reader {
 
 Reader& reader_of(void* context) { return *static_cast<Reader*>(context); }
 
-std::string_view view(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
-
 void fail(Reader& reader, std::string why) {
   if (reader.error.empty()) reader.error = std::move(why);
   xmlStopParser(reader.context);
@@ -77,15 +68,7 @@ void fail(Reader& reader, std::string why) {
 
 // The attribute's value; empty if it is not given.
 std::string attribute(std::string_view name, int count, const xmlChar** attributes) {
-  for (int i = 0; i < count; ++i) {
-    const xmlChar** const each = attributes + static_cast<std::ptrdiff_t>(i) * 5;
-    if (view(each[0]) != name) continue;
-    std::string value(reinterpret_cast<const char*>(each[3]), reinterpret_cast<const char*>(each[4]));
-    // The parser leaves an ampersand of an attribute in this form.
-    for (std::size_t at = 0; (at = value.find("&#38;", at)) != std::string::npos; ++at) value.replace(at, 5, "&");
-    return clean_text(value, kLongestXmltvName, Lines::kMany);
-  }
-  return "";
+  return clean_text(xml_attribute(name, count, attributes), kLongestXmltvName, Lines::kMany);
 }
 
 std::string_view trimmed(std::string_view text) {
@@ -112,7 +95,7 @@ void end_field(Reader& reader) {
         reader.channel.names.push_back(clean_text(text, kLongestXmltvName, Lines::kMany));
       break;
     case Field::kTitle:
-      take(reader, programme.title, kLongestTitle);
+      take(reader, programme.title, kLongestEventTitle);
       break;
     case Field::kSummary:
       take(reader, programme.summary, kLongestText);
@@ -121,7 +104,7 @@ void end_field(Reader& reader) {
       take(reader, programme.details, kLongestText);
       break;
     case Field::kCategory:
-      if (const std::uint8_t category = category_of(text); programme.categories.size() < kMostCategories)
+      if (const std::uint8_t category = category_of(text); programme.categories.size() < kMostEventCategories)
         programme.categories.push_back(category);
       break;
     case Field::kRating:
@@ -148,7 +131,7 @@ void begin_programme(Reader& reader, int count, const xmlChar** attributes) {
 void on_start(void* context, const xmlChar* name, const xmlChar*, const xmlChar*, int, const xmlChar**, int count, int,
               const xmlChar** attributes) {
   Reader& reader = reader_of(context);
-  const std::string_view element = view(name);
+  const std::string_view element = xml_view(name);
   ++reader.depth;
   if (reader.depth == 1) {
     if (element != "tv") return fail(reader, "the file's root element is not tv, so it is not XMLTV");
@@ -212,7 +195,7 @@ void on_error(void* context, xmlError* error) {
   if (error->level != XML_ERR_FATAL || !reader.error.empty()) return;
   const std::string_view message = error->message == nullptr ? "" : error->message;
   reader.error =
-      "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestTitle, Lines::kMany);
+      "line " + std::to_string(error->line) + ": " + clean_text(trimmed(message), kLongestEventTitle, Lines::kMany);
 }
 
 int read_file(void* context, char* buffer, int size) {
@@ -251,7 +234,7 @@ XmltvEnd xmltv_read(int file, const std::string& language, const XmltvUser& user
   handler.entityDecl = on_entity;
   handler.serror = on_error;
   xmlInitParser();
-  const std::unique_ptr<xmlParserCtxt, ContextEnd> context(
+  const std::unique_ptr<xmlParserCtxt, XmlParserEnd> context(
       xmlCreateIOParserCtxt(&handler, &reader, read_file, close_nothing, &reader, XML_CHAR_ENCODING_NONE));
   if (context == nullptr) {
     if (reader.stopped) return XmltvEnd::kStopped;

@@ -1,4 +1,4 @@
-// Questions to a server, for which a caller waits: not longer than DMP_WAIT_SECONDS, and not after asking_break.
+// Requests to a server whose answers a caller waits for, until DMP_WAIT_SECONDS have passed or asking_break is called.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::chrono::seconds kWait(DMP_WAIT_SECONDS);
 
-// Shared by the caller and by the answer, which may come after the caller has gone.
+// A request, shared by its caller and its callback, which may run after the caller has returned.
 struct Question {
   INT32 server = 0;
   bool over = false;
@@ -33,7 +33,7 @@ struct State {
 // Never destroyed: other threads may still use it when the process exits.
 State& state = *new State;
 
-// The caller holds the lock. What comes later is dropped.
+// Ends a request with its answer or with why there is none. A later answer is dropped. The caller holds the lock.
 void end(Question& question, UpnpPage page, std::string why) {
   if (question.over) return;
   question.over = true;

@@ -1,11 +1,14 @@
 // The commands for the home network's servers.
 #include <algorithm>
 #include <boost/json.hpp>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "base/text.h"
 #include "core/reply.h"
 #include "core/room.h"
+#include "rooms/home_network/home_network.h"
 #include "rooms/home_network/parts.h"
 #include "rooms/media_player/media_player.h"
 
@@ -28,21 +31,6 @@ json::object shown_servers() {
   json::object answer{{"searching", servers_searching()}, {"servers", std::move(list)}};
   if (const std::size_t refused = servers_refused(); refused != 0) answer["refused"] = refused;
   return answer;
-}
-
-std::string_view kind_name(INT32 kind) {
-  switch (kind) {
-    case DLNA_MEDIA_CONTAINER:
-      return "folder";
-    case DLNA_MEDIA_PHOTO:
-      return "photo";
-    case DLNA_MEDIA_MUSIC:
-      return "music";
-    case DLNA_MEDIA_VIDEO:
-      return "video";
-    default:
-      return "other";
-  }
 }
 
 json::object shown_object(INT32 number, const UpnpObject& object) {
@@ -112,17 +100,43 @@ json::object wrong_counts() {
   return reply_error("the index is a number from 0 on, and the count one from 1 to " + std::to_string(kMostPage));
 }
 
+struct Order {
+  std::string_view word;
+  const char* property;
+};
+
+constexpr Order kOrders[] = {{"title", "dc:title"},
+                             {"date", "dc:date"},
+                             {"artist", "upnp:artist"},
+                             {"album", "upnp:album"},
+                             {"size", "res@size"}};
+
+// What the server is to sort by: "date", or "date_down" for the newest first. Nothing: the word names no order.
+std::optional<std::string> read_order(std::string_view word) {
+  constexpr std::string_view kDown = "_down";
+  const bool falls = word.ends_with(kDown);
+  if (falls) word.remove_suffix(kDown.size());
+  const auto* const order = std::ranges::find(kOrders, word, &Order::word);
+  if (order == std::end(kOrders)) return std::nullopt;
+  return (falls ? "-" : "+") + std::string(order->property);
+}
+
 json::object list(Arguments words) {
   std::uint32_t first = 0;
   std::uint32_t count = kUsualPage;
   if (words.size() > 2 && !read_counts(words.subspan(2), first, count)) return wrong_counts();
+  const auto order = words.size() > 4 ? read_order(words[4]) : std::string();
+  if (!order)
+    return reply_takes("servers list", "title, date, artist, album or size after the count, also with _down behind it",
+                       words[4]);
   const bool root = words.size() < 2 || words[1] == "0";
   Named named = root ? name_server(words[0]) : name_object(words[0], words[1]);
   if (!named.why.empty()) return reply_error(named.why);
-  if (root) named.object = {.id = "0", .kind = DLNA_MEDIA_CONTAINER};
+  if (root) named.object = {.id = kHomeRoot, .kind = DLNA_MEDIA_CONTAINER};
   if (named.object.kind != DLNA_MEDIA_CONTAINER) return reply_error("object " + quoted(words[1]) + " is no folder");
   UpnpPage page;
-  const std::string why = ask(named.server, {.object = named.object.id, .first = first, .count = count}, page);
+  const std::string why =
+      ask(named.server, {.object = named.object.id, .first = first, .count = count, .sort = *order}, page);
   return why.empty() ? shown_page(named.server.id, first, page) : reply_error(why);
 }
 
@@ -136,7 +150,7 @@ json::object search_for(Arguments words) {
   if (!named.why.empty()) return reply_error(named.why);
   UpnpPage page;
   const std::string why =
-      ask(named.server, {.object = "0", .search = std::string(words[1]), .first = first, .count = count}, page);
+      ask(named.server, {.object = kHomeRoot, .search = std::string(words[1]), .first = first, .count = count}, page);
   return why.empty() ? shown_page(named.server.id, first, page) : reply_error(why);
 }
 
@@ -204,7 +218,7 @@ struct Action {
 };
 
 constexpr Action kActions[] = {
-    {"search", search, 1, 1},     {"list", list, 1, 4}, {"search_for", search_for, 2, 4}, {"play", play, 2, 2},
+    {"search", search, 1, 1},     {"list", list, 1, 5}, {"search_for", search_for, 2, 4}, {"play", play, 2, 2},
     {"download", download, 2, 3}, {"wake", wake, 1, 1}, {"forget", forget, 1, 1},
 };
 
@@ -221,9 +235,9 @@ json::object servers(Arguments words) {
 
 constexpr Command kCommands[] = {
     {"servers",
-     "[search on|off | list SERVER [OBJECT [INDEX [COUNT]]] | search_for SERVER TEXT [INDEX [COUNT]] | "
+     "[search on|off | list SERVER [OBJECT [INDEX [COUNT [ORDER]]]] | search_for SERVER TEXT [INDEX [COUNT]] | "
      "play SERVER OBJECT | download SERVER OBJECT [cancel|show] | wake SERVER | forget SERVER]",
-     5, "Lists the media servers of the home network, and plays and downloads what they have", servers},
+     6, "Lists the media servers of the home network, and plays and downloads what they have", servers},
 };
 
 }  // namespace

@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t kLongestName = 100;      // bytes of a file's name, without its extension
-constexpr const char* kPartial = ".part";      // the end of the name of a file that has not come completely
+constexpr const char* kPartial = ".part";      // ending of the name of an incomplete file
 constexpr std::uint64_t kSpaceStep = 8 << 20;  // bytes after which the free space is checked again
 constexpr UINT32 kPercentStep = 10;
 constexpr std::uint32_t kThumbnailMillis = 5000;
@@ -42,7 +42,7 @@ struct State {
   std::string thumbnails_folder;
   std::deque<Running> downloads;   // in the order in which they were started
   std::set<std::string> fetching;  // paths of thumbnails
-  std::set<std::string> failed;    // the same
+  std::set<std::string> failed;    // paths of thumbnails
 };
 
 // Never destroyed: other threads may still use it when the process exits.
@@ -54,9 +54,9 @@ struct Target {
   std::string partial = {};
   std::string path = {};
   std::uint64_t bytes = 0;
-  std::uint64_t checked = 0;  // bytes when the free space was checked
-  UINT32 percent = 0;         // the latest that was reported
-  bool full = false;          // the disk
+  std::uint64_t checked = 0;  // bytes that had come when the free space was checked last
+  UINT32 percent = 0;         // the latest one that was reported
+  bool full = false;          // the disk is full
 
   Target() = default;
   Target(const Target&) = delete;
@@ -84,7 +84,8 @@ bool write_all(int file, const char* bytes, std::size_t size) {
   return true;
 }
 
-// A file's name of a server's text: no folder, not hidden, and nothing that a shell or a terminal minds.
+// Makes a file name of a server's text: without folders, not hidden, and without characters that are special to a shell
+// or a terminal.
 std::string safe_name(const std::string& text, const std::string& extension) {
   std::string name = clean_text(text, kLongestName);
   std::ranges::replace_if(
@@ -96,7 +97,8 @@ std::string safe_name(const std::string& text, const std::string& extension) {
   return name + end;
 }
 
-// The name, or "name (2)" and so on if it is taken. The caller holds the lock, so that no other download takes it.
+// A path that no file has: with the name, or with "name (2)" and so on. The caller holds the lock, so that no other
+// download gets the same path.
 std::string free_path(const std::string& folder, const std::string& name) {
   const fs::path wanted(name);
   std::error_code failed;
@@ -162,7 +164,7 @@ bool take(std::uint64_t call, Target& target, const char* bytes, std::size_t siz
   return true;
 }
 
-// A result of 0: done.
+// A result of 0 means done.
 void finish(std::uint64_t call, Target& target, std::string why) {
   if (target.full) why = "the disk is full";
   if (why.empty() && rename(target.partial.c_str(), target.path.c_str()) != 0) why = "the file cannot be renamed";
@@ -198,7 +200,7 @@ void set_size(std::uint64_t call, std::int64_t size) {
     running->shown.of = static_cast<std::uint64_t>(size);
 }
 
-// Forgets the oldest downloads that are over. The caller holds the lock.
+// Forgets the oldest finished downloads beyond kMostDownloadsShown. The caller holds the lock.
 void forget_old() {
   while (state.downloads.size() >= kMostDownloadsShown) {
     const auto old = std::ranges::find_if(
@@ -219,7 +221,7 @@ void remove_partial_files(const std::string& folder) {
   }
 }
 
-// Opens the file for a download. Returns why not. The caller holds the lock.
+// Opens the file for a download. Returns why it failed; empty: done. The caller holds the lock.
 std::string open_target(const UpnpObject& item, Target& ret_target) {
   const std::string& folder = state.downloads_folder;
   if (!make_folder(folder)) return "the folder of downloads cannot be created";
@@ -236,7 +238,7 @@ std::string open_target(const UpnpObject& item, Target& ret_target) {
 
 // ---- Thumbnails ----
 
-// "jpg" or "png" by the first bytes; empty: neither.
+// The type of a picture by its first bytes: "jpg" or "png"; empty: neither.
 std::string picture_of(std::string_view bytes) {
   if (bytes.starts_with("\xFF\xD8\xFF")) return "jpg";
   return bytes.starts_with("\x89PNG\r\n\x1A\n") ? "png" : "";
@@ -256,7 +258,7 @@ void remove_oldest_thumbnail(const std::string& folder) {
     oldest_time = time;
     oldest = each->path();
   }
-  if (count >= kMostThumbnails) fs::remove(oldest, failed);
+  if (count >= kMostServerThumbnails) fs::remove(oldest, failed);
 }
 
 bool keep_thumbnail(const std::string& path, const std::string& bytes) {
@@ -323,7 +325,7 @@ std::string home_download(const std::string& address, const std::string& name, c
   const UpnpObject item{.name = name, .url = address, .type = type};
   std::string path;
   std::string why = download_start(0, 0, item, &path);
-  if (why.empty() && path.empty()) why = "the file before is still being fetched";
+  if (why.empty() && path.empty()) why = "the previous file is still being downloaded";
   if (why.empty()) ret_path = std::move(path);
   return why;
 }

@@ -52,12 +52,13 @@ void load() {
     keys.callback = nullptr;
   }
   servers_load();
+  browsing_load();
   objects_load();
   items_load();
   files_load();
 }
 
-// What runs is cancelled and reports that on the thread, before the thread ends.
+// Cancels what runs. The callbacks of that run on the thread before it ends.
 void stop() {
   home_loop_stop();
   servers_stop();

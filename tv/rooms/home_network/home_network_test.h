@@ -1,5 +1,5 @@
-// A media server made for a test, on a loopback address: what it answers is up to the test. It announces itself by
-// multicast on the loopback.
+// A media server for tests, on a loopback address. The test supplies its answers. It announces itself by multicast on
+// the loopback.
 #pragma once
 
 #include <arpa/inet.h>
@@ -20,10 +20,11 @@ struct FakeRequest {
   std::string path = {};
   std::string head = {};
   std::string body = {};
-  int socket = -1;  // for an answer in parts
+  int socket = -1;  // the connection, for an answer that is sent in parts
 };
 
-// The bytes of an answer; empty: none comes, and the connection stays open until the server ends.
+// Returns the bytes of the answer; empty: the server answers nothing, and the connection stays open until the server
+// ends.
 using FakeAnswer = std::function<std::string(const FakeRequest& request)>;
 
 inline std::string http_answer(const std::string& body, const std::string& type = "text/xml; charset=\"utf-8\"",
@@ -138,7 +139,7 @@ struct FakeServer {
   std::list<std::thread> threads_;
 
  public:
-  // The bytes that could be sent before the other side closed the connection.
+  // Returns how many bytes could be sent before the other side closed the connection.
   static std::size_t send_all(int socket, const std::string& bytes) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
@@ -150,7 +151,7 @@ struct FakeServer {
   }
 };
 
-// Waits for a condition, at most half a minute.
+// Waits until the condition holds, for at most 30 s. Returns whether it does.
 template <typename Condition>
 bool eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);

@@ -1,4 +1,4 @@
-// Instances of objects, as applications use them: a copy of what the server listed.
+// Items: instances of objects for applications. Each is a copy of what the server has listed.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -14,7 +14,8 @@ namespace {
 
 struct Item {
   bool used = false;
-  UINT32 generation = 0;  // of the slot; makes a handle that was given back invalid
+  UINT32 generation = 0;   // of the slot; makes handles of destroyed items invalid
+  std::uint64_t made = 0;  // grows with each item, so that the oldest one is known
   INT32 server = 0;
   INT32 number = 0;
   UpnpObject object = {};
@@ -23,6 +24,7 @@ struct Item {
 struct State {
   std::mutex lock;  // guards the items
   std::array<Item, kMostItems> items;
+  std::uint64_t made = 0;
 };
 
 // Never destroyed: other threads may still use it when the process exits.
@@ -50,7 +52,7 @@ std::optional<Item> copy_of(UINT32 instance) {
   return *item;
 }
 
-// Fills the caller's text with what `read` makes of the item.
+// Calls `read` with the item, and copies its result into the caller's text.
 template <typename Read>
 INT32 give_text(const char* function, UINT32 instance, char* text, INT32 size, Read read) {
   if (text == nullptr || size <= 0) return refuse_call(function, "there is no room for the text");
@@ -142,13 +144,17 @@ UINT32 a_vextvapi_dmp_file_create(INT32 dev_id, INT32 obj_id) {
   const std::string why = object_read(dev_id, obj_id, object);
   if (!why.empty()) return refuse_call(__func__, why), 0;
   const std::lock_guard guard(state.lock);
-  const auto free = std::ranges::find(state.items, false, &Item::used);
-  if (free == state.items.end()) {
-    return refuse_call(__func__, "there are " + std::to_string(kMostItems) + " items already; destroy one"), 0;
-  }
-  const UINT32 generation = (free->generation + 1) & (~0U >> kSlotBits);
-  *free = {.used = true, .generation = generation, .server = dev_id, .number = obj_id, .object = std::move(object)};
-  return generation << kSlotBits | static_cast<UINT32>(free - state.items.begin() + 1);
+  auto slot = std::ranges::find(state.items, false, &Item::used);
+  // An application that was reloaded has forgotten its items, and nobody else can destroy them.
+  if (slot == state.items.end()) slot = std::ranges::min_element(state.items, {}, &Item::made);
+  const UINT32 generation = (slot->generation + 1) & (~0U >> kSlotBits);
+  *slot = {.used = true,
+           .generation = generation,
+           .made = ++state.made,
+           .server = dev_id,
+           .number = obj_id,
+           .object = std::move(object)};
+  return generation << kSlotBits | static_cast<UINT32>(slot - state.items.begin() + 1);
 }
 
 INT32 a_vextvapi_dmp_file_destroy(UINT32 instance) {

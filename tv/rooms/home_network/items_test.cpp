@@ -174,11 +174,43 @@ TEST_F(Items, areAtMostSixtyFourAtATime) {
   std::vector<UINT32> handles;
   for (std::size_t i = 0; i < kMostItems; ++i) handles.push_back(a_vextvapi_dmp_file_create(id, song));
   EXPECT_EQ(std::ranges::count(handles, 0U), 0);
-  EXPECT_EQ(a_vextvapi_dmp_file_create(id, song), 0U);
   EXPECT_EQ(a_vextvapi_dmp_file_destroy(handles[7]), 0);
   const UINT32 next = a_vextvapi_dmp_file_create(id, song);
   EXPECT_NE(next, 0U);
   EXPECT_NE(next, handles[7]);
+  // One more ends the oldest one.
+  EXPECT_NE(a_vextvapi_dmp_file_create(id, song), 0U);
+  expect_words(refusal([&] { return a_vextvapi_dmp_file_destroy(handles[0]); }), {"there is no item"});
+  EXPECT_EQ(a_vextvapi_dmp_file_destroy(handles[1]), 0);
+}
+
+TEST_F(Items, areListedCompletelyFromAServerThatSendsFewerThanRequested) {
+  control = [this](const FakeRequest& request) {
+    const std::string asked = "<RequestedCount>" + between(request.body, "<RequestedCount>", "<");
+    FakeRequest less = request;
+    if (std::stoul(asked.substr(16)) > 7) less.body.replace(less.body.find(asked), asked.size(), "<RequestedCount>7");
+    return listed(less);
+  };
+  UpnpPage page;
+  EXPECT_EQ(ask(*servers_find(id), {.object = "1", .first = 3, .count = 20}, page), "");
+  EXPECT_EQ(page.total, 45U);
+  ASSERT_EQ(page.objects.size(), 20U);
+  for (std::size_t i = 0; i < page.objects.size(); ++i) EXPECT_EQ(page.objects[i].id, "s" + std::to_string(3 + i));
+  EXPECT_EQ(ask(*servers_find(id), {.object = "1", .first = 40, .count = 20}, page), "");
+  EXPECT_EQ(page.objects.size(), 5U);
+}
+
+TEST_F(Items, areListedWhileFilesOfTheirServerAreDownloaded) {
+  file = [](const FakeRequest&) { return std::string(); };
+  UpnpPage songs;
+  ASSERT_EQ(ask(*servers_find(id), {.object = "1", .count = 4}, songs), "");
+  const std::vector<INT32> numbers = objects_add(id, songs.objects);
+  const int before = server->requests;
+  for (std::size_t i = 0; i < kMostDownloads; ++i) EXPECT_EQ(download_start(id, numbers[i], songs.objects[i]), "");
+  ASSERT_TRUE(eventually([&] { return server->requests == before + static_cast<int>(kMostDownloads); }));
+  UpnpPage page;
+  EXPECT_EQ(ask_root(page), "");
+  EXPECT_EQ(page.objects.size(), 1U);
 }
 
 TEST_F(Items, forgetTheOldestNumbersBeyondTheirLimit) {
@@ -203,7 +235,7 @@ TEST_F(Items, ofAServerThatHangsFailWithinSecondsAndDelayNobody) {
   EXPECT_LT(steady_clock::now() - begin, seconds(10 * DMP_WAIT_SECONDS));
 }
 
-TEST_F(Items, endTheirWaitAtOnceWhenItIsBroken) {
+TEST_F(Items, endTheirWaitAtOnceWhenItIsCancelled) {
   control = [](const FakeRequest&) { return std::string(); };
   const auto begin = steady_clock::now();
   std::thread waiting([&] { EXPECT_EQ(a_vextvapi_dmp_file_create(id, DMP_ROOT_OBJECT), 0U); });
@@ -215,7 +247,7 @@ TEST_F(Items, endTheirWaitAtOnceWhenItIsBroken) {
 }
 
 // Whatever a content directory answers, it is a list within the limits or a reason.
-TEST_F(Items, areNotListedFromAnAnswerThatIsNone) {
+TEST_F(Items, areNotListedFromAMalformedAnswer) {
   std::string deep;
   for (int i = 0; i < 5000; ++i) deep += "<container>";
   const std::string bad[] = {
@@ -270,7 +302,7 @@ TEST_F(Items, areListedWithinTheLimitsWhateverNumbersTheServerStates) {
   }
 }
 
-TEST_F(Items, haveNoAddressBeyondTheNetwork) {
+TEST_F(Items, haveNoAddressOutsideTheHomeNetwork) {
   control = [&](const FakeRequest&) {
     return browse_answer(didl(item("1", "far", "object.item.videoItem",
                                    "<upnp:albumArtURI>http://203.0.113.7/cover.jpg</upnp:albumArtURI>"
@@ -291,7 +323,7 @@ TEST_F(Items, haveNoAddressBeyondTheNetwork) {
   EXPECT_EQ(page.objects[1].url, server->url("/v.mp4"));
 }
 
-TEST_F(Items, thatTheServerDoesNotHaveAreExplained) {
+TEST_F(Items, thatTheServerDoesNotHaveAreRefusedWithTheReason) {
   control = [](const FakeRequest&) {
     return http_answer(
         "<s:Envelope xmlns:s=\"x\"><s:Body><s:Fault><detail><UPnPError><errorCode>701</errorCode>"
@@ -345,7 +377,7 @@ TEST_F(Items, areDownloadedWithProgress) {
   EXPECT_TRUE(text_of(a_vextvapi_dmp_file_getLocalPath, song).ends_with("/Song 0 (2).ogg"));
 }
 
-TEST_F(Items, leaveNoPartOfAFileThatDidNotComeCompletely) {
+TEST_F(Items, leaveNoPartOfAFileWhoseDownloadFails) {
   const INT32 number = first_song();
   UpnpObject object;
   ASSERT_EQ(object_read(id, number, object), "");
@@ -421,6 +453,24 @@ TEST_F(Items, areShownByCommands) {
   const std::string songs = tv_control(R"(["servers","list",")" + number + "\",\"" + object + R"(","44","10"])");
   expect_words(songs, {R"("total":45,"index":44)", R"("name":"Song 44","artist":"The Four")", R"("duration":3.723E3)",
                        R"("size":5000000000)", "\"url\":\"" + server->url("/file.dat")});
+  std::string sort;
+  control = [&](const FakeRequest& request) {
+    sort = between(request.body, "<SortCriteria>", "</SortCriteria>");
+    if (sort != "-upnp:artist") return listed(request);
+    return http_answer(
+        "<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"><s:Body><s:Fault><detail>"
+        "<UPnPError><errorCode>709</errorCode></UPnPError></detail></s:Fault></s:Body></s:Envelope>",
+        "text/xml", "500 Internal Server Error");
+  };
+  const auto ordered = [&](const std::string& order) {
+    return tv_control(R"(["servers","list",")" + number + "\",\"" + object + R"(","0","10",")" + order + "\"]");
+  };
+  expect_words(ordered("date"), {R"("total":45)"});
+  EXPECT_EQ(sort, "+dc:date");
+  expect_words(ordered("title_down"), {R"("total":45)"});
+  EXPECT_EQ(sort, "-dc:title");
+  expect_words(ordered("artist_down"), {"the server does not offer this order"});
+  expect_words(ordered("colour"), {"title, date, artist, album or size"});
   for (const char* const wrong :
        {R"("list","99")", R"("list","x")", R"("list")", R"("play","1","99999")", R"("search","maybe")", R"("dance")",
         R"("list","1","0","-1")", R"("list","1","0","0","201")", R"("wake","99")", R"("download","1","0")"})

@@ -32,7 +32,8 @@ struct Loaded {
   std::string trouble = {};
 };
 
-// The library stands beside this one; for a program that these objects are part of, in the folder of libraries.
+// libdtv_upnp.so is in the same folder as libdtv_tv.so. A test program that links these objects finds it in the build's
+// folder of libraries.
 std::string place() {
   Dl_info info{};
   if (dladdr(reinterpret_cast<void*>(&home_loop_start), &info) == 0 || info.dli_fname == nullptr) return kName;

@@ -1,4 +1,5 @@
-// Hosts that the set may talk to. It knows neither GLib nor a room: the television and libdtv_upnp.so both contain it.
+// Decides which hosts the set may exchange data with. It uses neither GLib nor a room, since libdtv_tv.so and
+// libdtv_upnp.so both contain it.
 #pragma once
 
 #include <span>
@@ -14,8 +15,8 @@ struct HttpAddress {
   int port = 80;
 };
 
-// False: not an http address whose host is a number, as "http://192.168.1.7:8200/desc.xml", or longer than
-// kLongestAddress.
+// Reads an http address whose host is a number, such as "http://192.168.1.7:8200/desc.xml". False: it is none, or is
+// longer than kLongestAddress bytes.
 inline constexpr std::size_t kLongestAddress = 2048;
 bool read_http_address(std::string_view address, HttpAddress& ret_address);
 

@@ -1,13 +1,12 @@
-// The objects that servers have listed. Servers name them by texts; applications get numbers for them.
+// The objects that servers have listed. Servers identify them by texts, applications by numbers.
 #include <map>
 #include <mutex>
 #include <utility>
 
+#include "rooms/home_network/home_network.h"
 #include "rooms/home_network/parts.h"
 
 namespace {
-
-constexpr const char* kRoot = "0";  // the identifier of every server's root
 
 struct Listed {
   INT32 server = 0;
@@ -26,7 +25,7 @@ State& state = *new State;
 
 // The caller holds the lock.
 INT32 add(INT32 server, const UpnpObject& object) {
-  if (object.id == kRoot) return DMP_ROOT_OBJECT;
+  if (object.id == kHomeRoot) return DMP_ROOT_OBJECT;
   const auto known = state.by_name.find({server, object.id});
   if (known != state.by_name.end()) {
     state.by_number[known->second].object = object;
@@ -81,13 +80,28 @@ std::string object_read(INT32 server, INT32 number, UpnpObject& ret_object) {
     return {};
   }
   UpnpPage page;
-  std::string why = ask(*known, {.object = kRoot, .itself = true, .count = 1}, page);
+  std::string why = ask(*known, {.object = kHomeRoot, .itself = true, .count = 1}, page);
   if (!why.empty()) return why;
   UpnpObject root;
   if (!page.objects.empty()) root = std::move(page.objects[0]);
-  root.id = kRoot;
+  root.id = kHomeRoot;
   root.kind = DLNA_MEDIA_CONTAINER;
   if (root.name.empty()) root.name = known->upnp.name;
   ret_object = std::move(root);
   return {};
+}
+
+std::string_view kind_name(INT32 kind) {
+  switch (kind) {
+    case DLNA_MEDIA_CONTAINER:
+      return "folder";
+    case DLNA_MEDIA_PHOTO:
+      return "photo";
+    case DLNA_MEDIA_MUSIC:
+      return "music";
+    case DLNA_MEDIA_VIDEO:
+      return "video";
+    default:
+      return "other";
+  }
 }

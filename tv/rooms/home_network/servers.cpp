@@ -12,6 +12,7 @@
 #include "core/store.h"
 #include "core/text.h"
 #include "core/timers.h"
+#include "rooms/home_network/home_network.h"
 #include "rooms/home_network/loop.h"
 #include "rooms/home_network/parts.h"
 
@@ -237,9 +238,8 @@ bool servers_reset() {
     const std::lock_guard guard(state.lock);
     for (const auto& [id, known] : state.servers) notify(DMS_FORGOTTEN, id, known.server.upnp.name);
     state.servers.clear();
-    state.last_id = 0;
     state.by_viewer = false;
-    state.changed = false;  // the store has been reset
+    state.changed = true;  // the store has been reset, and applications may still have numbers of servers
   }
   follow_wishes(true);
   return true;
@@ -282,6 +282,22 @@ std::string servers_search(bool on) {
   state.by_viewer = false;
   return why;
 }
+
+std::vector<HomeServer> home_servers() {
+  std::vector<HomeServer> all;
+  const std::lock_guard guard(state.lock);
+  for (const auto& [id, known] : state.servers)
+    all.push_back({.id = id, .name = known.server.upnp.name, .online = known.server.online});
+  return all;
+}
+
+std::optional<HomeServer> home_server(INT32 id) {
+  const auto server = servers_find(id);
+  if (!server) return std::nullopt;
+  return HomeServer{.id = id, .name = server->upnp.name, .online = server->online};
+}
+
+std::string home_search() { return servers_searching() ? std::string() : servers_search(true); }
 
 std::string servers_wake(INT32 id) {
   const auto server = servers_find(id);

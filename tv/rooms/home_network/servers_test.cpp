@@ -48,12 +48,38 @@ TEST_F(Discovery, reportsAServerThatComesChangesAndGoes) {
   expect_words(refusal([&] { return a_vextvapi_dmp_getDmsType(id, &type); }), {"there is no server"});
 }
 
-TEST_F(Discovery, tellsAnApplicationThatRegistersLaterOfTheServersThatAreOn) {
+TEST_F(Discovery, reportsTheServersThatAreOnToAnApplicationThatRegistersLater) {
   const auto server = server_with("a1", [](const FakeServer& own) { return http_answer(own.description()); });
   ASSERT_GT(find(*server), 0);
   ASSERT_TRUE(eventually([] { return events_of(DMS_FOUND).size() == 1; }));
   EXPECT_EQ(a_vextvapi_cb_dms_detect_register_callback(keep_server_event, nullptr), 0);
   EXPECT_TRUE(eventually([] { return events_of(DMS_FOUND).size() == 2; }));
+}
+
+// Without white space, and with another service and an embedded device before those that matter.
+TEST_F(Discovery, readsADescriptionOnOneLine) {
+  const auto server = server_with("a1", [](const FakeServer& own) {
+    std::string text = own.description();
+    const std::string other =
+        "<service><serviceType>urn:schemas-upnp-org:service:ConnectionManager:1</serviceType></service>";
+    text.insert(text.find("<service>"), other);
+    const std::string outer =
+        "<device><deviceType>urn:schemas-upnp-org:device:Basic:1</deviceType><UDN>uuid:outer</UDN><deviceList>"
+        "<device><deviceType>urn:schemas-upnp-org:device:Basic:1</deviceType><UDN>uuid:first</UDN></device>";
+    text.insert(text.find("<device>"), outer);
+    return http_answer(text.insert(text.find("</root>"), "</deviceList></device>"));
+  });
+  EXPECT_GT(find(*server), 0);
+}
+
+// Such as one that announces itself before it can answer.
+TEST_F(Discovery, findsAServerThatFailsAtFirst) {
+  std::atomic<int> requests = 0;
+  const auto server = server_with("a1", [&](const FakeServer& own) {
+    return ++requests <= 4 ? http_answer("", "text/plain", "503 Busy") : http_answer(own.description());
+  });
+  EXPECT_GT(find(*server), 0);
+  EXPECT_EQ(requests, 5);
 }
 
 TEST_F(Discovery, endsWhenNobodyWantsItAnyMore) {
@@ -80,7 +106,7 @@ TEST_F(Discovery, remembersAServerAndItsNumberWhenTheSetIsSwitchedOffAndOn) {
 }
 
 // What a description may not be. Each server announces itself, and the one that is as it should be is found after it.
-TEST_F(Discovery, takesNoServerWithABadDescription) {
+TEST_F(Discovery, refusesAServerWithABadDescription) {
   const std::function<std::string(const FakeServer&)> bad[] = {
       [](const FakeServer&) { return http_answer("not XML"); },
       [](const FakeServer&) { return http_answer(""); },

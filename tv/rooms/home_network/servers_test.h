@@ -1,4 +1,4 @@
-// A set that looks for servers, and what it told the application.
+// A set that searches for servers, and records the events that an application gets.
 #pragma once
 
 #include <algorithm>

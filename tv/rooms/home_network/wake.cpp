@@ -1,4 +1,4 @@
-// Waking a server by a packet with its network card's address.
+// Wakes a server by a packet with the address of its network card.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -19,12 +19,12 @@
 namespace {
 
 constexpr std::size_t kCard = 6;             // bytes of a card's address
-constexpr std::size_t kTimes = 16;           // that a packet repeats it
+constexpr std::size_t kTimes = 16;           // repetitions of the address in a packet
 constexpr std::size_t kTableBytes = 262144;  // of the kernel's table that are read
 
 using Card = std::array<unsigned char, kCard>;
 
-// "02:00:5e:10:00:01". A card with only zeros is none.
+// Reads an address such as "02:00:5e:10:00:01". False: it is none, or has only zeros.
 bool read_card(std::string_view mac, Card& ret_card) {
   if (mac.size() != kCard * 3 - 1) return false;
   Card card{};
@@ -42,7 +42,7 @@ struct AddressesEnd {
   void operator()(ifaddrs* list) const { freeifaddrs(list); }
 };
 
-// The address that all hosts on the interface receive. The loopback has none of its own.
+// The address that all hosts on the interface receive. The loopback interface does not state one.
 bool broadcast_address(const ifaddrs& each, sockaddr_in& ret_address) {
   if (each.ifa_addr == nullptr || each.ifa_addr->sa_family != AF_INET) return false;
   sockaddr_in address{};

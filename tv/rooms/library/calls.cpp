@@ -31,7 +31,7 @@ struct Calls {
   std::mutex lock;  // guards all below; the store's is taken under it
   a_vextvapi_cb_usb_scan_status_nfy_fct callback = nullptr;
   void* tag = nullptr;
-  std::array<INT32, std::size(kSorts)> sorts = {};  // of kind 1 and on
+  std::array<INT32, std::size(kSorts)> sorts = {};  // by kind, from MEDIA_TYPE_PHOTO on
   bool jump = true;
 };
 Calls& calls = *new Calls;
@@ -51,7 +51,7 @@ std::string_view text_in(const char (&text)[Size]) {
   return {text, static_cast<std::size_t>(std::ranges::find(text, '\0') - text)};
 }
 
-// Carries the action out for the stick of the path.
+// Calls the action for the stick of the path. Returns 0, or prints why it failed and returns a negative number.
 INT32 for_stick(const char* function, const char* path, std::string (*action)(const UsbStick& stick)) {
   if (path == nullptr) return refuse_call(function, "there is no path");
   const auto stick = usb_stick_of(path);
@@ -116,7 +116,7 @@ void put_entry(const MediaItem& item, T_MEDIA_INFO& ret_entry) {
   put_details(item.row, ret_entry.u);
 }
 
-// What a function for lists does after it has said what it lists.
+// Checks the arguments of a function that lists entries, and fills in its list and count.
 INT32 give_list(const char* function, const MediaList& asked, INT32 type, const char* path, INT32 index, INT32* count,
                 T_MEDIA_INFO* list) {
   if (list == nullptr || count == nullptr || path == nullptr)
@@ -135,7 +135,7 @@ INT32 give_list(const char* function, const MediaList& asked, INT32 type, const 
   return 0;
 }
 
-// The count of a list, or -1.
+// The length of the list; negative on failure.
 INT32 give_count(const char* function, const MediaList& list) {
   std::vector<MediaItem> none;
   std::int64_t total = 0;

@@ -1,4 +1,4 @@
-// The command "media": for people, and for the page. Every list has a bound.
+// The command "media", which people and the page use. Every list in a reply has a limit.
 #include <absl/strings/escaping.h>
 
 #include <algorithm>
@@ -34,7 +34,7 @@ std::string_view name_of(E_MEDIA_TYPE kind) {
   return found == std::end(kKinds) ? "other" : found->name;
 }
 
-// ---- Counts: counting reads an index, so it is done once per change ----
+// ---- Counts of a stick, which are kept until the library changes, since counting reads a whole index ----
 
 struct Counted {
   std::uint64_t changes = 0;
@@ -144,7 +144,7 @@ boost::json::object all_sticks() {
 
 // ---- Arguments ----
 
-// By device, its last part, label, mount point or folder.
+// Finds an inserted stick by its device, the last part of that, its label, its mount point or its folder.
 std::optional<UsbStick> stick_named(std::string_view word, std::string& ret_why) {
   std::vector<UsbStick> found = usb_sticks();
   std::erase_if(found, [&](const UsbStick& each) {
@@ -174,7 +174,7 @@ std::string all_sorts() {
   return text + "; with a - in front backwards";
 }
 
-// The order's number; nothing: there is none of this name.
+// The number of the order with this name; nothing: there is none.
 std::optional<INT32> sort_named(std::string_view word) {
   if (word == "set") return VEXTVAPI_CB_SORT_SET;
   const bool down = word.starts_with('-');
@@ -190,7 +190,7 @@ struct Range {
   std::int64_t count = kUsuallyListed;
 };
 
-// The index and the number of entries, from words that may be missing.
+// Reads an index and a number of entries; both words are optional.
 bool read_range(std::string_view command, Arguments words, Range& ret_range, boost::json::object& ret_error) {
   Range range;
   if (!words.empty()) {

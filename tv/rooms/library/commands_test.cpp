@@ -125,7 +125,7 @@ TEST_F(MediaCommand, FavouritesAreKept) {
   EXPECT_NE(error(media({"favourite", at("beach.bmp"), "yes"})).find("on or off"), std::string::npos);
 }
 
-TEST_F(MediaCommand, WhatWasPlayedComesFirst) {
+TEST_F(MediaCommand, TheFilePlayedLastComesFirst) {
   library_note_played(at("Music/b.wav"));
   scans_settle();
   timer_pause(std::chrono::milliseconds(3));
@@ -174,7 +174,7 @@ TEST_F(MediaCommand, ThumbnailsAreMadeOnce) {
   EXPECT_TRUE(fs::exists(path));
 }
 
-TEST_F(MediaCommand, WhatHasNoThumbnail) {
+TEST_F(MediaCommand, SaysWhyAFileHasNoThumbnail) {
   EXPECT_TRUE(thumbnail(at("broken.jpg")).contains("none"));
   EXPECT_TRUE(thumbnail(at("Music/a.wav")).contains("none")) << "it has no cover";
   EXPECT_TRUE(thumbnail(at("Photos")).contains("none"));
@@ -187,7 +187,7 @@ TEST_F(MediaCommand, WhatHasNoThumbnail) {
   EXPECT_NE(error(media({"thumbnails"})), "no error");
 }
 
-TEST_F(MediaCommand, TheCacheHasABound) {
+TEST_F(MediaCommand, TheThumbnailCacheHasALimit) {
   dtv_tv_stop();
   const std::string folder = state.path + "/thumbnails";
   for (std::size_t i = 0; i < kMostThumbnails + 10; ++i)
@@ -201,7 +201,7 @@ TEST_F(MediaCommand, TheCacheHasABound) {
   EXPECT_FALSE(fs::exists(folder + "/half.jpg.part"));
 }
 
-TEST_F(MediaCommand, ThumbnailsNeverWait) {
+TEST_F(MediaCommand, TheReplyDoesNotWaitForThumbnails) {
   std::vector<std::string> words = {"media", "thumbnails"};
   for (int i = 0; i < 24; ++i) words.push_back(at("missing" + std::to_string(i) + ".bmp"));
   EXPECT_EQ(run(words).at("thumbnails").as_array().size(), 24u);

@@ -6,11 +6,11 @@
 namespace {
 
 struct Keeper {
-  std::mutex writing;  // guards the writer; taken before `reading` where both are
+  std::mutex writing;  // guards the writer; taken before `reading` where both are needed
   Database writer;
   std::mutex reading;  // guards the reader
   Database reader;
-  std::string path;  // changed only by load
+  std::string path;  // changed only by library_open
   std::atomic<std::uint64_t> changes = 0;
 };
 

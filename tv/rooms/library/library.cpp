@@ -1,4 +1,4 @@
-// The media library's room: entries by their paths, lists, what other rooms ask, and the room's row.
+// The media library's room: finds entries by their paths, makes lists, answers other rooms, and has the room's row.
 #include "rooms/library/library.h"
 
 #include <unistd.h>
@@ -22,7 +22,7 @@ std::vector<E_MEDIA_TYPE> kinds_of(const MediaList& list) {
   return {list.kind};
 }
 
-// The sticks that a list is about, each with its row.
+// A stick whose files a list contains, with the id of its row.
 struct ListedStick {
   UsbStick stick;
   std::int64_t id;
@@ -52,7 +52,7 @@ std::vector<MediaItem> items_of(Database& database, const std::vector<ListedStic
   return items;
 }
 
-// Folders directly in a folder, or of all sticks those in their roots, one stick after the other.
+// Lists the subfolders of a folder, on one stick after the other.
 void list_folders(Database& database, const std::vector<ListedStick>& sticks, const std::string& folder,
                   bool descending, std::int64_t first, std::int64_t count, std::vector<MediaItem>& ret_items,
                   std::int64_t& ret_total) {
@@ -77,7 +77,7 @@ void list_folders(Database& database, const std::vector<ListedStick>& sticks, co
   ret_total = total;
 }
 
-// What a playlist names, of the list's kinds.
+// Lists the files that a playlist names, as far as they are of the list's kinds.
 void list_playlist(const MediaPlace& place, const MediaList& list, std::int64_t first, std::int64_t count,
                    std::vector<MediaItem>& ret_items, std::int64_t* ret_total) {
   std::vector<LibraryEntry> entries = library_playlist(media_path(place.stick, "", place.path));
@@ -307,8 +307,8 @@ void stop() {
   library_close();
 }
 
-// The orders of lists and the jump to a stick are settings, which the store has forgotten already. What is known of
-// sticks goes; those that are still inserted, if any, are scanned again.
+// The orders of lists and the jump to a stick are settings, which the store has reset already. This erases all rows of
+// sticks, and scans the inserted sticks again.
 bool reset() {
   calls_load();
   bool kept = true;

@@ -13,18 +13,18 @@
 
 struct UsbStick;
 
-// The USB room has inserted or removed a stick: the library scans it, or forgets its lists. Any thread; it takes no
-// lock that comes before the library's.
+// Called by the USB room after it has inserted or removed a stick: the library scans the new stick, or drops the lists
+// of the removed one. Any thread. Takes no lock that comes before the library's.
 void library_sticks_changed();
 
-// How far the stick's scan is, as the command "media" shows it.
+// The state of the stick's scan, in the form in which the command "media" replies.
 boost::json::object library_scan_state(const UsbStick& stick);
 
-// An entry as the lists have it. The path begins with the stick's mount point.
+// An entry of a list. The path begins with the stick's mount point.
 struct LibraryEntry {
   E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;
   std::string path = {};
-  std::string title = {};  // else the file's name
+  std::string title = {};  // the file's own title, or else its name
   std::string artist = {};
   std::string album = {};
   std::uint64_t duration_ms = 0;
@@ -32,26 +32,29 @@ struct LibraryEntry {
   std::uint32_t height = 0;
 };
 
-// The folders and then the files of one kind (MEDIA_TYPE_NULL: of all kinds) directly in a folder, by name, from an
-// index on. What is not in the library is not listed.
+// At most `count` entries directly in a folder, from the index `first` on: the files of one kind, the subfolders
+// (MEDIA_TYPE_FOLDER), or the subfolders and then the files of all kinds (MEDIA_TYPE_NULL), each sorted by name. Files
+// that the library does not have are not listed.
 std::vector<LibraryEntry> library_folder(std::string_view folder, E_MEDIA_TYPE kind, std::size_t first,
                                          std::size_t count);
 
-std::size_t library_folder_count(std::string_view folder, E_MEDIA_TYPE kind);  // how many those are
+std::size_t library_folder_count(std::string_view folder, E_MEDIA_TYPE kind);  // the length of that list
 
-// The file next to this one in its folder's list of its kind, forwards (1) or backwards (-1); nothing: it is the last.
+// The file after (step 1) or before (step -1) this one among its folder's files of the same kind; nothing at the end of
+// the list.
 std::optional<LibraryEntry> library_neighbour(std::string_view path, int step);
 
+// Nothing: the library does not have the path.
 std::optional<LibraryEntry> library_entry(std::string_view path);
 
-// What a playlist on a stick names, in its order: files of the same stick that are in the library. Reads the file. The
-// caller holds no lock.
+// The files that a playlist on a stick names, in its order, as far as they are on the same stick and in the library.
+// Reads the playlist from the stick. The caller holds no lock.
 std::vector<LibraryEntry> library_playlist(std::string_view path);
 
-// A file of a stick is being played, or a photo displayed: it comes first in the list of what was played. Any thread;
-// never waits.
+// Records that a file of a stick is being played or displayed now, which puts it first in the order
+// VEXTVAPI_CB_SORT_PLAYED. Any thread; never waits for the disk.
 void library_note_played(std::string_view path);
 
-// The path of the thumbnail's file in the library's cache, made if it is not there yet, which may take seconds. Empty
-// with ret_why: there can be none. The caller holds no lock.
+// The path of the file's thumbnail in the library's cache, a JPEG of at most this size in pixels. Makes it if the cache
+// does not have it, which may take seconds. Empty with ret_why: no thumbnail can be made. The caller holds no lock.
 std::string library_thumbnail(std::string_view path, std::uint32_t width, std::uint32_t height, std::string& ret_why);

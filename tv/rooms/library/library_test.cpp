@@ -56,7 +56,7 @@ TEST_F(Library, ListsByNameWithNumbersInTheirOrder) {
             "Photos/Old/1.bmp Photos/2.bmp Photos/10.bmp beach.bmp Films/film.mp4");
 }
 
-TEST_F(Library, AListsEndAndAHugeIndex) {
+TEST_F(Library, ListsStopAtTheirEndAndRefuseBadArguments) {
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount(), 1, 2), "Photos/2.bmp Photos/10.bmp");
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount(), 3, 24), "beach.bmp");
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount(), 4), "");
@@ -74,7 +74,7 @@ TEST_F(Library, AListsEndAndAHugeIndex) {
   EXPECT_EQ(count, 5) << "a call that fails leaves it as it was";
 }
 
-TEST_F(Library, AnEntryHasWhatIsKnownOfItsKind) {
+TEST_F(Library, AnEntryHasTheDetailsOfItsKind) {
   const auto photo = entries(MEDIA_TYPE_PHOTO, at("Photos/")).at(0);
   EXPECT_EQ(photo.media_type, MEDIA_TYPE_PHOTO);
   EXPECT_EQ(photo.media_path, at("Photos/2.bmp"));
@@ -103,7 +103,7 @@ TEST_F(Library, AnEntryHasWhatIsKnownOfItsKind) {
   EXPECT_EQ(folder.media_path, at("Films"));
 }
 
-TEST_F(Library, APlaylistHasTheLengthOfWhatItNames) {
+TEST_F(Library, APlaylistLastsAsLongAsTheFilesThatItNames) {
   const auto playlist = entries(MEDIA_TYPE_PLAYLIST, mount()).at(0);
   EXPECT_STREQ(playlist.u.playlist_info.title, "Best of");
   EXPECT_STREQ(playlist.u.playlist_info.artist, "") << "its files have several";
@@ -140,7 +140,7 @@ TEST_F(Library, TopListsAreInTheirOrder) {
   }
 }
 
-TEST_F(Library, GroupsAndTheirFiles) {
+TEST_F(Library, ListsGroupsAndTheirFiles) {
   EXPECT_EQ(top(MEDIA_TYPE_MUSIC, VEXTVAPI_CB_SORT_ARTIST, mount()).size(),
             std::string("Music/b.wav Music/a.wav").size())
       << "one for Anna, one for Bert";
@@ -176,7 +176,7 @@ TEST_F(Library, TheSetOrderIsKept) {
   for (const INT32 type : {-1, 0, 7}) refusal([&] { return a_vextvapi_set_sort_type(type, VEXTVAPI_CB_SORT_NAME); });
 }
 
-TEST_F(Library, AFileByItsIndex) {
+TEST_F(Library, FindsAFileByItsIndex) {
   VEXTVAPI_CB_MUSIC_T music{};
   VEXTVAPI_CB_VIDEO_T video{};
   VEXTVAPI_CB_PHOTO_T photo{};
@@ -205,7 +205,7 @@ TEST_F(Library, AFileByItsIndex) {
   refusal([&] { return a_vextvapi_get_list_by_idx(&music, &video, &photo, MEDIA_TYPE_PHOTO, &query); });
 }
 
-TEST_F(Library, FactsOfAFileByItsPathOrName) {
+TEST_F(Library, GivesTheFactsOfAFileByItsPathOrName) {
   T_MEDIA_DETAILS details{};
   ASSERT_EQ(a_vextvapi_get_metaData(&details, MEDIA_TYPE_MUSIC, "c.wav", at("Music").c_str()), 0);
   EXPECT_STREQ(details.music_info.title, "Élan");
@@ -226,7 +226,7 @@ TEST_F(Library, FactsOfAFileByItsPathOrName) {
   refusal([&] { return a_vextvapi_get_metaData(&details, MEDIA_TYPE_PHOTO, nullptr, mount().c_str()); });
 }
 
-TEST_F(Library, JumpAndFileSystem) {
+TEST_F(Library, TellsWhetherTheSetMayJumpAndWhetherTheFileSystemIsExt4) {
   T_CBROWSER query{};
   std::strcpy(query.path, mount().c_str());
   UINT8 may = 1;
@@ -253,7 +253,7 @@ TEST_F(Library, JumpAndFileSystem) {
   EXPECT_EQ(a_vextvapi_cb_checkDevExt4Status(&query) != 0, is_ext4);
 }
 
-TEST_F(Library, LoadingAndDropping) {
+TEST_F(Library, LoadsAndDropsAStick) {
   EXPECT_EQ(a_vextvapi_cb_init(mount().c_str()), 0);
   EXPECT_EQ(a_vextvapi_cb_scanDone(), 1) << "nothing was to be scanned";
   EXPECT_EQ(a_vextvapi_cb_deinit(mount().c_str()), 0);

@@ -15,7 +15,7 @@ constexpr unsigned kAllKinds =
     bit(MEDIA_TYPE_PHOTO) | bit(MEDIA_TYPE_MUSIC) | bit(MEDIA_TYPE_VIDEO) | bit(MEDIA_TYPE_PLAYLIST);
 constexpr unsigned kMusic = bit(MEDIA_TYPE_MUSIC), kNoPhotos = kAllKinds & ~bit(MEDIA_TYPE_PHOTO);
 
-// The first sort is the one by name.
+// The first row is the order by name.
 constexpr ListSort kSorts[] = {
     {VEXTVAPI_CB_SORT_NAME, "name", "by_name", "name_key", "", kAllKinds, false},
     {VEXTVAPI_CB_SORT_DATE, "date", "by_date", "date", "", kAllKinds, false},
@@ -32,16 +32,17 @@ constexpr ListSort kSorts[] = {
 
 constexpr std::size_t kMostWords = 8;  // of a search
 
-// A folder that has less than this part of its stick's files of a kind is read by itself and sorted; of a larger one
-// the index in the list's order is read, and the other folders' files are skipped.
+// If a folder has at most 1/kLargeFolderPart of its stick's files of a kind, its files are read and then sorted.
+// Otherwise the index in the list's order is read, and files of other folders are skipped.
 constexpr std::int64_t kLargeFolderPart = 8;
 
-// Parameters of the statements that are built here; those of the sticks follow.
+// Numbers of the parameters of the statements that this file builds. From kSticks on, there is one for each stick.
 constexpr int kFirst = 1, kCount = 2, kFolder = 3, kFolderFrom = 4, kFolderTo = 5, kGroup = 6, kSticks = 7;
 
 std::string place(int parameter) { return '?' + std::to_string(parameter); }
 
-// How the statement finds the files of a folder.
+// How a statement finds the files of a folder: it needs no folder, skips other folders' files, or reads the folder's
+// files.
 enum class Way { kWhole, kWalk, kFolder };
 
 const ListSort& sort_of(const ListQuery& query) {
@@ -62,8 +63,8 @@ std::string in_folder(const ListQuery& query, std::size_t stick) {
   return text + ")";
 }
 
-// FROM and WHERE for the files of one stick and one kind. The kind is a literal, so that SQLite knows which partial
-// indexes have it.
+// FROM and WHERE for the files of one stick and one kind. The kind is a literal, so that SQLite can use partial
+// indexes.
 std::string arm(const ListQuery& query, std::size_t stick, E_MEDIA_TYPE kind, Way way) {
   const ListSort& sort = sort_of(query);
   const std::string own = "stick = " + place(kSticks + static_cast<int>(stick));
@@ -87,7 +88,7 @@ sqlite3_stmt* bind_query(sqlite3_stmt* statement, const ListQuery& query, std::i
   bind_value(statement, kFirst, first);
   bind_value(statement, kCount, count);
   bind_value(statement, kFolder, query.folder);
-  // '0' follows '/', so these two enclose what is below the folder. Everything is below the root.
+  // '0' follows '/' in ASCII, so the paths of all subfolders are between these two. Every path is below the root.
   bind_value(statement, kFolderFrom, query.folder.empty() ? "" : query.folder + "/");
   bind_value(statement, kFolderTo, query.folder.empty() ? "\xFF" : query.folder + "0");
   bind_value(statement, kGroup, query.group.value_or(""));
@@ -107,7 +108,7 @@ std::int64_t count_by(Database& database, const ListQuery& query, Way way) {
   return read_number(bind_query(database_statement(database, sql + ")"), query, 0, 0));
 }
 
-// A group, favourites and what was played are few: they are walked through in any case.
+// Whether the list has few files anyway: a group, favourites, or played files. Such a list is always read in its order.
 bool is_narrow(const ListQuery& query) {
   const INT32 sort = sort_of(query).number;
   return query.group || sort == VEXTVAPI_CB_SORT_FAVOURITES || sort == VEXTVAPI_CB_SORT_PLAYED;
@@ -123,7 +124,7 @@ Way way_of(Database& database, const ListQuery& query) {
   return own * kLargeFolderPart > all ? Way::kWalk : Way::kFolder;
 }
 
-// The columns of the order, each with its direction. numbered: as columns 2, 3, ... of the result.
+// The terms of ORDER BY, each with its direction. numbered: they name the columns 2, 3, ... of the result.
 std::string ordered(std::string_view columns, bool descending, bool numbered) {
   const char* const direction = descending ? " DESC" : "";
   std::string text;
@@ -224,14 +225,14 @@ std::optional<MediaRow> row_beside(Database& database, const MediaRow& row, int 
 std::vector<std::int64_t> search_ids(Database& database, const std::vector<std::int64_t>& sticks, std::string_view text,
                                      std::optional<E_MEDIA_TYPE> kind, std::int64_t first, std::int64_t count,
                                      std::int64_t& ret_total) {
-  // Each word in quotation marks, so that none has a meaning of its own in the search's language.
+  // Each word is quoted, so that FTS5 does not take it for an operator.
   std::string match;
   std::size_t words = 0;
   while (!text.empty() && words < kMostWords) {
     const std::size_t space = std::min(text.find(' '), text.size());
     std::string word(text.substr(0, space));
     std::erase(word, '"');
-    // A word without a letter or a digit finds nothing and would spoil the others.
+    // A word without a letter or a digit would match nothing, and so would the whole search.
     const std::string key = media_key(word);
     const bool has_letter = std::ranges::any_of(key, [](char c) {
       return static_cast<unsigned char>(c) >= 0x80 || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');

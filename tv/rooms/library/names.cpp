@@ -38,7 +38,7 @@ constexpr Extension kExtensions[] = {
     {"m3u8", MEDIA_TYPE_PLAYLIST}, {"pls", MEDIA_TYPE_PLAYLIST},
 };
 
-// Folders of systems that are not hidden by a dot.
+// Folders of operating systems whose names do not begin with a dot.
 constexpr std::string_view kSystemFolders[] = {"$RECYCLE.BIN", "RECYCLER",  "System Volume Information",
                                                "lost+found",   "FOUND.000", "Recycled"};
 
@@ -49,7 +49,7 @@ std::string_view extension_of(std::string_view name) {
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// The text without case, accents and the differences of width and form.
+// The text without case, accents and compatibility differences (Unicode's NFKD with case folding).
 std::string folded(std::string_view text) {
   constexpr auto kOptions = static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPAT | UTF8PROC_DECOMPOSE |
                                                            UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK | UTF8PROC_IGNORE);
@@ -97,7 +97,8 @@ std::string media_key(std::string_view text) {
     std::size_t end = i;
     while (end < plain.size() && is_digit(plain[end])) ++end;
     while (i + 1 < end && plain[i] == '0') ++i;
-    // A longer number is a larger one. Its length stands before it, as a digit, so that numbers stay before letters.
+    // The number's length goes before it as a digit, since a longer number is larger. So numbers also stay before
+    // letters.
     key += static_cast<char>('0' + std::min<std::size_t>(end - i, 9));
     key.append(plain, i, end - i);
     i = end;

@@ -1,5 +1,5 @@
-// Names of files: which ones the library looks at, and the keys by which lists are sorted and groups are found. Pure
-// functions of any thread.
+// Names of files: which files the library reads, and the keys by which it sorts lists and finds groups. Pure functions,
+// for any thread.
 #pragma once
 
 #include <cstddef>
@@ -8,21 +8,21 @@
 
 #include "tvapi/cbrowser.h"
 
-// The kind that the name's extension promises: photo, music, video, playlist; null: not a medium. The reader says
-// whether the promise holds.
+// The kind of media that the name's extension stands for: photo, music, video or playlist; MEDIA_TYPE_NULL: none. The
+// contents decide later (reader.h).
 E_MEDIA_TYPE media_kind_of_name(std::string_view name);
 
-// Whether files and folders of this name are skipped and not reported: hidden ones, and those in which systems keep
-// their own things (recycle bins, indexes).
+// Whether a scan skips files and folders of this name without reporting them: names that begin with a dot, and folders
+// of operating systems (recycle bins, indexes).
 bool media_is_hidden(std::string_view name);
 
-// Why a name cannot be shown: not UTF-8, or control characters; null: it can.
+// Why a name cannot be shown, for people: it is not UTF-8, or contains control characters. Null: it can be shown.
 const char* media_name_problem(std::string_view name);
 
 // The name without its extension.
 std::string_view media_stem(std::string_view name);
 
-// The text as it is sorted and compared: without case and accents, and with its numbers in their order ("2" before
-// "10"). At most kLongestKey bytes.
+// The key by which a text is sorted and compared: it ignores case and accents, and sorts "2" before "10". At most
+// kLongestKey bytes.
 inline constexpr std::size_t kLongestKey = 160;
 std::string media_key(std::string_view text);

@@ -29,14 +29,14 @@ TEST(MediaNames, KeysPutTextsInTheOrderPeopleExpect) {
   EXPECT_EQ(media_key(""), "");
 }
 
-TEST(MediaNames, KeysHaveABoundAndTakeAnyBytes) {
+TEST(MediaNames, KeysHaveALimitAndTakeAnyBytes) {
   EXPECT_LE(media_key(std::string(10'000, '9')).size(), kLongestKey);
   EXPECT_LE(media_key(std::string(1000, 'x')).size(), kLongestKey);
   EXPECT_LE(media_key("\xEF\xB7\xBA" + std::string(200, 'y')).size(), kLongestKey) << "one character becomes many";
   EXPECT_FALSE(media_key("\xFF\xFE").empty());
 }
 
-TEST(MediaNames, HiddenNamesAndProblems) {
+TEST(MediaNames, NamesAreHiddenOrRefused) {
   for (const char* const name :
        {".x", "._a.jpg", ".DS_Store", "$Recycle.Bin", "LOST+FOUND", "System Volume Information"})
     EXPECT_TRUE(media_is_hidden(name)) << name;

@@ -1,4 +1,4 @@
-// Playlists: M3U and PLS files. What they name counts only inside their stick.
+// Reads playlists, which are M3U and PLS files. Entries that lead out of the stick are dropped.
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,7 +28,7 @@ std::string read_text(int file) {
   return text;
 }
 
-// Old players write ISO 8859-1.
+// Text that is not UTF-8 is taken for ISO 8859-1, which old players write.
 std::string in_utf8(std::string_view line) {
   if (is_utf8(line)) return std::string(line);
   std::string text;
@@ -44,12 +44,13 @@ std::string in_utf8(std::string_view line) {
   return text;
 }
 
-// The path within the stick; empty: it leads out of it, or it is an address in a network.
+// The path of an entry within the stick; empty: it leads out of the stick, or is a network address.
 std::string within_stick(std::string named, std::string_view folder, std::string_view mount_point) {
   if (named.find("://") != std::string::npos) return "";
   std::ranges::replace(named, '\\', '/');
   std::string_view rest = named;
-  if (rest.size() >= 2 && rest[1] == ':') rest.remove_prefix(2);  // a drive's letter: the stick's root is meant
+  if (rest.size() >= 2 && rest[1] == ':')
+    rest.remove_prefix(2);  // after a drive's letter the path begins at the stick's root
   std::vector<std::string_view> names;
   const auto add = [&](std::string_view path) {
     while (!path.empty()) {
@@ -78,13 +79,13 @@ std::string within_stick(std::string named, std::string_view folder, std::string
   return path.size() > kLongestMediaPath ? "" : path;
 }
 
-// What follows the key, in any case of letters; nothing: the line begins with something else.
+// The rest of a line that begins with the key, ignoring case; nothing: it begins with something else.
 std::optional<std::string_view> after(std::string_view line, std::string_view key) {
   if (line.size() < key.size() || !equal_ignoring_case(line.substr(0, key.size()), key)) return std::nullopt;
   return line.substr(key.size());
 }
 
-// The file that a line of either form names; empty: none.
+// The file that a line of an M3U or PLS file names; empty: none.
 std::string_view named_by(std::string_view line, bool pls) {
   if (!pls) return line.starts_with('#') ? "" : line;
   const std::size_t equals = line.find('=');

@@ -17,14 +17,14 @@ Playlist read(const std::string& text, const std::string& folder = "Music") {
   return playlist;
 }
 
-TEST(Playlists, M3u) {
+TEST(Playlists, ReadsM3u) {
   const Playlist playlist = read(
       "\xEF\xBB\xBF#EXTM3U\r\n#PLAYLIST: Best of \r\n#EXTINF:123,Somebody\r\na.mp3\r\n\r\n  sub/b.mp3\n../c.mp3\n");
   EXPECT_EQ(playlist.title, "Best of");
   EXPECT_EQ(playlist.files, (Files{"Music/a.mp3", "Music/sub/b.mp3", "c.mp3"}));
 }
 
-TEST(Playlists, Pls) {
+TEST(Playlists, ReadsPls) {
   const Playlist playlist = read(
       "[Playlist]\nNumberOfEntries=2\nFile1=a.mp3\nTitle1=x\nLength1=5\nfile22=b.mp3\nFileX=c.mp3\nX-GNOME-Title="
       "Mix\n");
@@ -43,7 +43,7 @@ TEST(Playlists, EntriesStayInsideTheStick) {
   EXPECT_EQ(read("..\n.\n/\n", "").files, Files{});
 }
 
-TEST(Playlists, OldTextsAndBounds) {
+TEST(Playlists, ReadsIso88591AndStopsAtTheLimits) {
   EXPECT_EQ(read("caf\xE9.mp3\n").files, Files{"Music/caf\xC3\xA9.mp3"});
   EXPECT_EQ(read(std::string(300, 'x') + "\n").files, Files{}) << "no path is so long";
   std::string many;

@@ -23,14 +23,15 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds kFactsTime{5000};          // for the facts of a file
-constexpr milliseconds kPictureTime{10'000};      // for its thumbnail or its picture
-constexpr std::uint32_t kFilesPerProcess = 1000;  // what leaks, and what has taken the process over, ends with it
+constexpr milliseconds kFactsTime{5000};      // for the facts of a file
+constexpr milliseconds kPictureTime{10'000};  // for its thumbnail or its picture
+// Then the process is replaced, which ends leaks, and the control that a file may have gained.
+constexpr std::uint32_t kFilesPerProcess = 1000;
 
 std::mutex program_lock;
-std::string program_set;  // by media_reader_set_program
+std::string program_set;  // set by media_reader_set_program; empty: the default
 
-// Beside this library or program, as they are built and installed.
+// Finds dtv-media-reader relative to this library or program, in a build and when installed.
 std::string program() {
   {
     const std::lock_guard guard(program_lock);
@@ -52,15 +53,15 @@ std::string program() {
 
 struct MediaReader {
   ReaderProcess process = {};
-  std::uint32_t files = 0;   // that the process has been given
-  std::uint32_t serial = 0;  // of the last request; never 0 in one
+  std::uint32_t files = 0;   // that the present process has been given
+  std::uint32_t serial = 0;  // of the latest request; a request never has 0
   std::atomic<bool> cancelled = false;
   int cancel = -1;  // an eventfd, readable after media_reader_cancel
 };
 
 namespace {
 
-// Has the process running. False with ret_why.
+// Starts the process unless a usable one runs. False with ret_why.
 bool have_process(MediaReader& reader, std::string& ret_why) {
   ReaderProcess& process = reader.process;
   if (process.running() && (reader.files >= kFilesPerProcess || process_is_useless(process))) process_end(process);
@@ -81,7 +82,7 @@ void put_extension(const std::string& name, WireRequest& ret_request) {
 
 std::string seconds(milliseconds time) { return std::to_string(time.count() / 1000) + " s"; }
 
-// Asks the process. Whatever goes wrong costs this file only: a process that failed is started again for the next.
+// Sends a request and waits for the reply. After any failure the process is ended, and the next file gets a new one.
 ReadResult ask(MediaReader& reader, WireRequest request, int file, const std::string& name, milliseconds time,
                WireReply& ret_reply, std::string& ret_why) {
   if (reader.cancelled) return ReadResult::kCancelled;
@@ -128,7 +129,7 @@ ReadResult nonsense(MediaReader& reader, std::string& ret_why) {
   return ReadResult::kRefused;
 }
 
-// Copies the reply's bytes first: the process could still change them while they are checked.
+// Copies the bytes before it checks them, since the process could still change them.
 bool take_bytes(const MediaReader& reader, const WireReply& reply, std::vector<std::uint8_t>& ret_bytes) {
   if (reply.size == 0 || reply.size > kWireMemorySize) return false;
   std::vector<std::uint8_t> bytes(reply.size);

@@ -1,6 +1,7 @@
-// Reads media files in a process of its own, dtv-media-reader, with limits of memory and time: a hostile file costs
-// that file and nothing else. The process gets an open file descriptor for each file, so it opens no path itself, and
-// has no network. It is started when it is needed, ends when its handle does, and is started again after it has died.
+// Reads media files in a separate process, dtv-media-reader, whose memory and time are limited: a hostile file can only
+// make its own reading fail. The process gets an open file descriptor for each file. It can open no path and has no
+// network. A MediaReader starts the process at the first call and again after the process has died, and ends it when
+// the MediaReader is destroyed.
 #pragma once
 
 #include <cstdint>
@@ -11,9 +12,10 @@
 #include "tvapi/cbrowser.h"
 #include "tvapi/date.h"
 
-// What a file contains, by its contents and not by its name. Texts are clean UTF-8 (core/text.h), at most 127 bytes.
+// What a file contains, decided by its contents and not by its name. Texts are clean UTF-8 (core/text.h) of at most 127
+// bytes; empty: the file does not have them.
 struct MediaFacts {
-  E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;  // photo, music or video; null: it is none of them
+  E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;  // photo, music or video; MEDIA_TYPE_NULL: none of them
   std::string title = {};
   std::string artist = {};
   std::string album = {};
@@ -23,12 +25,12 @@ struct MediaFacts {
   std::uint64_t duration_ms = 0;  // 0: unknown
   std::uint32_t width = 0;        // pixels, as stored in the file
   std::uint32_t height = 0;
-  std::uint32_t orientation = 1;  // EXIF's 1 to 8: how the stored picture is turned to be seen
-  T_DATE_TIME date = {};          // when it was taken or recorded, local time; all 0: unknown
-  bool has_cover = false;         // an attached picture
+  std::uint32_t orientation = 1;  // 1 to 8, as EXIF numbers it: how to turn the stored picture for display
+  T_DATE_TIME date = {};          // local time at which it was taken or recorded; all 0: unknown
+  bool has_cover = false;         // the file has an attached picture, as music has a cover
 };
 
-// Pixels of four bytes (blue, green, red, unused), row after row, turned as EXIF wants it.
+// Pixels of four bytes (blue, green, red, unused), row by row, already turned as EXIF says.
 struct MediaPicture {
   std::uint32_t width = 0;
   std::uint32_t height = 0;
@@ -46,25 +48,28 @@ MediaReaderHandle media_reader_create();
 
 enum class ReadResult {
   kRead,
-  kRefused,    // the file is broken, too large, of another kind than requested, or took too long: ret_why says it
+  kRefused,    // ret_why says why: the file is broken, too large, of the wrong kind, or took too long
   kCancelled,  // by media_reader_cancel
   kNoReader,   // the process cannot be started
 };
 
-// file: an open regular file, which stays the caller's. name: only its extension is used, as a hint.
+// file: an open regular file; the caller keeps it and closes it. name: only its extension is used, as a hint. Takes at
+// most 5 s, and up to 10 s more if the process has to be started.
 ReadResult media_reader_facts(MediaReader& reader, int file, const std::string& name, MediaFacts& ret_facts,
                               std::string& ret_why);
 
-// A picture of the file, at most so many pixels wide and high, as a JPEG: of a photo, a video's frame, music's cover.
+// A thumbnail of the file as a JPEG of at most this size in pixels: of the photo, of a frame of the video, or of the
+// cover of the music. Takes at most 10 s, and the start.
 ReadResult media_reader_thumbnail(MediaReader& reader, int file, const std::string& name, std::uint32_t width,
                                   std::uint32_t height, std::vector<std::uint8_t>& ret_jpeg, std::string& ret_why);
 
-// A photo, scaled down to at most so many pixels if it is larger.
+// A photo, scaled down to at most this size in pixels. Takes as long as a thumbnail.
 ReadResult media_reader_picture(MediaReader& reader, int file, const std::string& name, std::uint32_t width,
                                 std::uint32_t height, MediaPicture& ret_picture, std::string& ret_why);
 
-// Ends the call that is running, from another thread, and every later one.
+// Makes the running call and every later one return kCancelled. Any thread.
 void media_reader_cancel(MediaReader& reader);
 
-// The program to start in place of dtv-media-reader, for tests. Empty: dtv-media-reader, which is beside this library.
+// Sets the program to start in place of dtv-media-reader, for tests. Empty: dtv-media-reader, as it is built or
+// installed with this library.
 void media_reader_set_program(const std::string& path);

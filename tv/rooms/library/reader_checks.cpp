@@ -67,7 +67,7 @@ std::string check_why(const WireReply& reply) {
 
 bool check_jpeg(std::span<const std::uint8_t> jpeg, std::uint32_t width, std::uint32_t height) {
   if (jpeg.size() < 4 || number(jpeg) != 0xFFD8 || number(jpeg.last(2)) != 0xFFD9) return false;
-  // Segments, each with its length, up to the frame's.
+  // Skips segments by their lengths, up to the frame header.
   for (std::size_t at = 2; at + 9 <= jpeg.size();) {
     const std::uint32_t marker = number(jpeg.subspan(at));
     const std::uint32_t length = number(jpeg.subspan(at + 2));

@@ -1,4 +1,5 @@
-// Checks of what dtv-media-reader says. A hostile file may have taken it over, so a reply may have any contents.
+// Checks the replies of dtv-media-reader. A hostile file may have taken control of the process, so a reply may have any
+// contents.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +11,13 @@
 
 inline constexpr std::size_t kLongestFact = 127;  // bytes of a text of a file
 
-// Fills the facts with what of the reply is plausible: a number that is not becomes 0, and a text is cleaned.
-// False: it is no reply about facts.
+// Copies the plausible values of the reply: a number that is out of its range becomes 0, and texts are cleaned. False:
+// the reply is not about facts.
 bool check_facts(const WireReply& reply, MediaFacts& ret_facts);
 
-// Why the file is refused, on one line.
+// The reply's reason for refusing the file, cleaned, on one line.
 std::string check_why(const WireReply& reply);
 
-// Whether the bytes are a JPEG's from the first marker to the last, with a picture of at most this size.
+// Whether the bytes are a complete JPEG, from the first marker to the last, whose picture has at most this size in
+// pixels.
 bool check_jpeg(std::span<const std::uint8_t> jpeg, std::uint32_t width, std::uint32_t height);

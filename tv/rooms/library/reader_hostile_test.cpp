@@ -40,7 +40,7 @@ TEST(ReaderChecks, keep_what_is_plausible) {
   EXPECT_EQ(facts.title, "Title");
 }
 
-TEST(ReaderChecks, drop_what_is_not) {
+TEST(ReaderChecks, drop_what_is_implausible) {
   WireReply reply = photo_reply();
   reply.width = 1U << 31;
   reply.duration_ms = ~std::uint64_t{0};
@@ -116,7 +116,7 @@ struct Attack {
 
 class TakenOver : public testing::TestWithParam<Attack> {};
 
-TEST_P(TakenOver, costs_one_file) {
+TEST_P(TakenOver, makes_only_its_own_file_fail) {
   const FalseReader reader_program;
   const MediaReaderHandle reader = media_reader_create();
   const std::string good = reader_program.folder.write("good", "good"),
@@ -187,7 +187,7 @@ TEST(TakenOverReader, reaches_nothing_but_its_file) {
 }
 #endif
 
-TEST(Reader, cannot_be_started_where_there_is_none) {
+TEST(Reader, says_that_its_program_is_missing) {
   const MediaFolder folder;
   for (const std::string& program : {folder.path + "/none", std::string("/bin/true")}) {
     media_reader_set_program(program);
@@ -270,7 +270,7 @@ struct Disguise {
   std::string bytes;
 };
 
-TEST(Reader, takes_nothing_for_what_its_name_says) {
+TEST(Reader, goes_by_the_contents_and_not_by_the_name) {
   const MediaFolder folder;
   const std::string secret = folder.write("secret.ts", std::string(2000, 'G'));
   const std::vector<Disguise> disguises = {
@@ -390,7 +390,7 @@ TEST(Reader, survives_a_file_that_becomes_shorter) {
   other.join();
 }
 
-TEST(Reader, takes_an_endless_duration_for_an_unknown_one) {
+TEST(Reader, takes_an_impossible_duration_for_an_unknown_one) {
   const MediaFolder folder;
   if (!folder.make("-f lavfi -i sine=d=1", "a.mp4")) GTEST_SKIP() << "ffmpeg is not installed";
   const std::string path = folder.path + "/a.mp4";

@@ -20,7 +20,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds kStartTime{10'000};  // of the process, until it says hello; some 0.1 s on an idle machine
+constexpr milliseconds kStartTime{10'000};  // until the process says hello; takes some 0.1 s on an idle machine
 constexpr milliseconds kEndTime{1000};
 
 void close_one(int& file) {
@@ -32,7 +32,7 @@ int time_left(steady_clock::time_point deadline) {
   return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
-// Waits for a message and takes it. Its length is checked; file descriptors that come with it are dropped.
+// Waits for a message and reads it. A message of the wrong length is refused; file descriptors sent with it are closed.
 Exchange receive(const ReaderProcess& process, int cancel, milliseconds time, WireReply& ret_reply) {
   const auto deadline = steady_clock::now() + time;
   for (;;) {
@@ -54,7 +54,8 @@ Exchange receive(const ReaderProcess& process, int cancel, milliseconds time, Wi
 
 bool make_memory(int& ret_memory) {
   int memory = memfd_create("dtv_tv-picture", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-  // Of a fixed size: a process that maps the memory could not survive that another one shortens it.
+  // The size is sealed: if one process shortened the memory, the other would be killed when it touches the missing
+  // part.
   if (memory >= 0 && ftruncate(memory, static_cast<off_t>(kWireMemorySize)) == 0 &&
       fcntl(memory, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0) {
     ret_memory = memory;
@@ -64,7 +65,7 @@ bool make_memory(int& ret_memory) {
   return false;
 }
 
-// Starts the program with nothing of this process but the two descriptors. Returns an error number.
+// Starts the program with an empty environment and only the two descriptors. Returns 0, or an error number.
 int spawn(const std::string& program, int socket, int memory, pid_t& ret_id) {
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
@@ -91,7 +92,7 @@ int spawn(const std::string& program, int socket, int memory, pid_t& ret_id) {
   return failure;
 }
 
-// The descriptors for the child, above those that it gets them as, so that none is overwritten before it is copied.
+// Moves the descriptors above the numbers that the child gets them as, so that none is overwritten before it is copied.
 bool lift(int& file) {
   const int lifted = fcntl(file, F_DUPFD_CLOEXEC, kWireMemory + 1);
   if (lifted < 0) return false;
@@ -139,10 +140,10 @@ void process_end(ReaderProcess& process) {
   close_one(process.socket);
   close_one(process.memory);
   if (process.id > 0) {
-    kill(process.id, SIGKILL);  // not yet waited for, so the number is still its own
+    kill(process.id, SIGKILL);  // it has not been waited for, so its number is not reused
     pollfd ended{.fd = process.handle, .events = POLLIN, .revents = 0};
     const bool gone = process.handle < 0 || poll(&ended, 1, static_cast<int>(kEndTime.count())) > 0;
-    // One that cannot die now is not waited for.
+    // A process that cannot die now is left behind.
     waitpid(process.id, nullptr, gone ? 0 : WNOHANG);
   }
   close_one(process.handle);

@@ -1,4 +1,4 @@
-// What the tests of the reader share.
+// Helpers for the tests of the reader.
 #pragma once
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ struct MediaFolder {
     std::ofstream(path + "/" + name, std::ios::binary) << bytes;
     return path + "/" + name;
   }
-  // Has ffmpeg make the file. False: there is no ffmpeg.
+  // Makes the file with ffmpeg. False: ffmpeg failed or is missing.
   bool make(const std::string& arguments, const std::string& name) const {
     const std::string command =
         "cd '" + path + "' && timeout 60 ffmpeg -v error -nostdin -y " + arguments + " " + name + " 2>&1";
@@ -73,7 +73,7 @@ inline std::string in_shell(const std::string& word) {
   return text + "'";
 }
 
-// The regular files of a Debian package whose names end so; none: it is not installed.
+// The regular files of a Debian package whose names have one of these endings; none if the package is not installed.
 inline std::vector<std::string> package_files(const std::string& package, const std::vector<std::string>& ends) {
   std::vector<std::string> files;
   std::istringstream lines(printed("dpkg -L " + package + " 2>/dev/null"));

@@ -454,7 +454,7 @@ TEST(Reader, reads_a_stick_of_photos_fast) {
 
 #else
 
-TEST(Reader, says_that_this_build_has_none) {
+TEST(Reader, says_that_this_build_has_no_program_for_it) {
   const MediaReaderHandle reader = media_reader_create();
   MediaFacts facts;
   std::string why;

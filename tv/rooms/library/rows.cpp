@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::int32_t kApplication = 0x4C494200;
 
-// Lists are of a stick and a kind, or of a folder and a kind: each order has an index that begins with these two. Only
-// music has the last three orders.
+// Each order of lists has an index that begins with the stick and the kind. Lists of a folder use by_place. Only music
+// has the last three orders.
 constexpr const char* kSteps[] = {
     "CREATE TABLE stick (id INTEGER PRIMARY KEY, folder TEXT NOT NULL UNIQUE, device INTEGER NOT NULL,"
     " inode INTEGER NOT NULL, seen INTEGER NOT NULL, complete INTEGER NOT NULL);"
@@ -108,7 +108,7 @@ std::string_view parent_of(std::string_view path) {
 
 std::string_view last_name(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// The folder's id; it and the folders above it are made if they are new. 0: that failed.
+// The folder's id. Adds the folder and those above it if they are new. 0: that failed.
 std::int64_t folder_put(Database& database, std::int64_t stick, std::string_view path) {
   if (const auto known = folder_find(database, stick, path)) return *known;
   const std::int64_t parent = path.empty() ? 0 : folder_put(database, stick, parent_of(path));
@@ -118,7 +118,7 @@ std::int64_t folder_put(Database& database, std::int64_t stick, std::string_view
   return put ? sqlite3_last_insert_rowid(database.handle) : 0;
 }
 
-// So that "2" comes before "10", and a track without a number last.
+// The key of a track, which sorts "2" before "10", and files without a track number last.
 std::string track_key(const std::string& track) { return track.empty() ? "~" : media_key(track); }
 
 }  // namespace
@@ -193,7 +193,7 @@ bool row_put(Database& database, const MediaRow& row) {
     played = sqlite3_column_int64(known, 2);
   }
   sqlite3_reset(known);
-  // Erased and added again: the triggers keep the search's words in step.
+  // The row is erased and added again, since the triggers that keep the search index up to date run on both.
   if (is_known && !row_erase(database, id)) return false;
   const std::string title = row.title.empty() ? std::string(media_stem(row.name)) : row.title;
   return run_bound(

@@ -1,5 +1,5 @@
-// The library's database: its layout, its rows, and how they are read and written. These functions know no thread and
-// no lock; parts.h has the connections and says who may use them.
+// The library's database: its layout, and functions that read and write its rows. They take no lock; parts.h has the
+// connections and their locks.
 #pragma once
 
 #include <cstdint>
@@ -21,25 +21,28 @@ struct StickRow {
   std::string folder = {};  // canonical; with device and inode it is the stick's identity
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
-  std::int64_t seen = 0;  // s since 1970
-  bool complete = false;  // a scan has come to its end
+  std::int64_t seen = 0;  // s since 1970, when a scan of it began last
+  bool complete = false;  // a scan has finished
 };
 std::optional<StickRow> stick_find(Database& database, const std::string& folder);
-bool stick_put(Database& database, StickRow& stick);  // of id 0: a new one, which gets its id
+bool stick_put(Database& database, StickRow& stick);  // id 0: adds the stick and fills in its id
 bool stick_complete(Database& database, std::int64_t stick);
 std::vector<StickRow> sticks_by_age(Database& database);  // the least recently seen first
 
-// Takes the stick's folder from it, so that nobody finds it any more; its entries can be erased in steps.
-inline constexpr std::string_view kDroppedStick = "//";  // what its folder begins with then; no other one's does
+// How the folder of a dropped stick's row begins; no other folder does.
+inline constexpr std::string_view kDroppedStick = "//";
+
+// Renames the folder of the stick's row, so that stick_find does not find it any more; stick_erase_some then erases its
+// entries in steps.
 bool stick_drop(Database& database, std::int64_t stick);
 std::int64_t stick_rows(Database& database, std::int64_t stick);  // its entries, refused ones too
 
-// Erases at most `most` of the stick's entries, and when none is left the stick and its folders.
+// Erases at most `most` of the stick's entries. Once none is left, it erases the stick's row and folders.
 bool stick_erase_some(Database& database, std::int64_t stick, std::size_t most);
 
 // ---- Entries ----
 
-// A file. Of kind null: one that the reader refused, which is not read again while it stays the same.
+// A file. Kind MEDIA_TYPE_NULL: the reader refused the file; a scan does not read it again until it changes.
 struct MediaRow {
   std::int64_t id = 0;
   std::int64_t stick = 0;
@@ -49,7 +52,7 @@ struct MediaRow {
   std::uint64_t size = 0;
   std::int64_t mtime = 0;  // ns since 1970
   std::uint64_t inode = 0;
-  std::int64_t date = 0;  // local time as 20260323141500
+  std::int64_t date = 0;  // local time, as the number 20260323141500
   std::string title = {};
   std::string artist = {};
   std::string album = {};
@@ -57,14 +60,14 @@ struct MediaRow {
   std::string track = {};
   std::string year = {};
   std::uint64_t duration_ms = 0;
-  std::uint32_t width = 0;  // as it is seen
+  std::uint32_t width = 0;  // as displayed, after turning
   std::uint32_t height = 0;
   bool favourite = false;
   std::int64_t played = 0;   // ms since 1970; 0: never
-  std::string problem = {};  // of kind null
+  std::string problem = {};  // why the reader refused it; for kind MEDIA_TYPE_NULL
 };
 
-// What the scan compares with the files.
+// The members of a row that a scan compares with the file.
 struct KnownFile {
   std::int64_t id = 0;
   E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;
@@ -79,7 +82,8 @@ struct FolderRow {
   std::string path = {};  // as MediaRow::folder
 };
 
-// Writes the file's row, and its folders' if they are new. A row of the same name keeps its id, favourite and played.
+// Writes the file's row, and the rows of its folders if they are new. If the folder has a row of this name, its id,
+// favourite and played stay.
 bool row_put(Database& database, const MediaRow& row);
 bool row_erase(Database& database, std::int64_t id);
 bool row_set_favourite(Database& database, std::int64_t id, bool favourite);
@@ -88,7 +92,7 @@ std::optional<MediaRow> row_by_id(Database& database, std::int64_t id);
 std::optional<MediaRow> row_by_path(Database& database, std::int64_t stick, std::string_view folder,
                                     std::string_view name);
 std::vector<KnownFile> rows_known(Database& database, std::int64_t folder);
-std::int64_t media_count(Database& database);  // of all sticks, refused ones too
+std::int64_t media_count(Database& database);  // files of all sticks, refused ones too
 
 std::optional<std::int64_t> folder_find(Database& database, std::int64_t stick, std::string_view path);
 std::vector<FolderRow> folders_all(Database& database, std::int64_t stick);
@@ -96,8 +100,8 @@ bool folder_erase(Database& database, std::int64_t folder);  // with its files, 
 bool folders_erase_empty(Database& database, std::int64_t stick);
 
 struct KindCounts {
-  std::int64_t files[MEDIA_TYPE_SUPPER_SHOP_MODE] = {};  // by E_MEDIA_TYPE; of kind null: refused ones
-  std::int64_t bytes = 0;                                // of all that are listed
+  std::int64_t files[MEDIA_TYPE_SUPPER_SHOP_MODE] = {};  // by E_MEDIA_TYPE; [MEDIA_TYPE_NULL]: refused files
+  std::int64_t bytes = 0;                                // of all files that are listed
 };
 KindCounts kind_counts(Database& database, std::int64_t stick);
 
@@ -105,19 +109,20 @@ std::vector<MediaRow> refused_rows(Database& database, std::int64_t stick, std::
 
 // ---- Lists ----
 
+// An order of lists.
 struct ListSort {
-  INT32 number;           // VEXTVAPI_CB_SORT_...
-  std::string_view name;  // in commands
-  const char* index;
+  INT32 number;            // VEXTVAPI_CB_SORT_...
+  std::string_view name;   // in commands
+  const char* index;       // the SQL index that has this order
   const char* order;       // the columns, separated by commas
-  const char* condition;   // rows that the list has, or empty
-  unsigned kinds;          // bits of the kinds that it can sort; the others are sorted by name
-  bool newest_first;       // its ascending order begins with the largest value
-  const char* group = "";  // the column of equal values
+  const char* condition;   // SQL that selects the rows of the list, or empty
+  unsigned kinds;          // bits (1 << E_MEDIA_TYPE) of the kinds with this order; the others are sorted by name
+  bool newest_first;       // without "descending" the list begins with the largest value
+  const char* group = "";  // the column by which the list can be grouped, or empty
 };
 std::span<const ListSort> list_sorts();
 
-// What a list is about. One stick with a folder, or the whole of several sticks.
+// Selects the files of a list: those of one folder of one stick, or of several whole sticks.
 struct ListQuery {
   std::vector<std::int64_t> sticks = {};
   std::string folder = {};
@@ -125,26 +130,27 @@ struct ListQuery {
   std::vector<E_MEDIA_TYPE> kinds = {};
   const ListSort* sort = nullptr;
   bool descending = false;
-  std::optional<std::string> group = {};  // only files whose value, by which `sort` groups, has this key
+  std::optional<std::string> group = {};  // only files with this key in the column sort->group
 };
 
 std::int64_t list_count(Database& database, const ListQuery& query);
 std::vector<std::int64_t> list_ids(Database& database, const ListQuery& query, std::int64_t first, std::int64_t count);
 
-// The groups of the query's sort, each by one of its files.
+// The groups of the query's order. groups_ids gives the id of one file of each group.
 std::int64_t groups_count(Database& database, const ListQuery& query);
 std::vector<std::int64_t> groups_ids(Database& database, const ListQuery& query, std::int64_t first,
                                      std::int64_t count);
 
-// Folders directly in a folder, by name.
+// Subfolders of a folder, sorted by name.
 std::int64_t folders_count(Database& database, std::int64_t parent);
 std::vector<FolderRow> folders_in(Database& database, std::int64_t parent, bool descending, std::int64_t first,
                                   std::int64_t count);
 
-// The row next to this one in its folder's list of its kind by name.
+// The row after (step 1) or before (step -1) this one by name, among its folder's files of the same kind.
 std::optional<MediaRow> row_beside(Database& database, const MediaRow& row, int step);
 
-// Files whose names, titles, artists or albums have a word that begins with each of the text's words.
+// Files in whose name, title, artist or album each word of the text begins a word. ret_total: how many there are in
+// all.
 std::vector<std::int64_t> search_ids(Database& database, const std::vector<std::int64_t>& sticks, std::string_view text,
                                      std::optional<E_MEDIA_TYPE> kind, std::int64_t first, std::int64_t count,
                                      std::int64_t& ret_total);

@@ -1,4 +1,4 @@
-// The scanning thread, what is to be scanned, and how far it is. scan_run.cpp carries a scan out.
+// The scanning thread, its queue, and the reports of scans. scan_run.cpp carries out a scan.
 #include "rooms/library/scan.h"
 
 #include <sys/stat.h>
@@ -38,11 +38,11 @@ struct Scans {
   std::string running;         // the mount point of the stick that is being scanned; empty: none
   std::string running_folder;  // its folder
   ScanControl* control = nullptr;
-  bool erase = false;  // there may be rows of sticks that have been dropped
-  bool runs = false;   // the thread does
-  bool busy = false;   // it is at work
+  bool erase = false;  // rows of dropped sticks may wait to be erased
+  bool runs = false;   // the thread is to run
+  bool busy = false;   // the thread is at work, or about to be
   std::string state_folder;
-  std::thread thread;  // of start and stop
+  std::thread thread;  // used by scans_start and scans_stop only
 };
 Scans& scans = *new Scans;
 
@@ -52,7 +52,7 @@ bool same(const UsbStick& left, const UsbStick& right) {
   return left.port == right.port && left.folder == right.folder && left.mount_point == right.mount_point;
 }
 
-// The caller of these holds the lock.
+// The caller of the next functions holds the lock.
 Scanned* find(const UsbStick& stick) {
   const auto found = std::ranges::find_if(scans.sticks, [&](const Scanned& each) { return same(each.stick, stick); });
   return found == scans.sticks.end() ? nullptr : &*found;
@@ -64,8 +64,9 @@ bool is_running(const UsbStick& stick) {
 
 // ---- On the thread ----
 
-// The row of the stick, made or renewed. A folder that is another one now (device, inode) gets a row of its own, and
-// the rows of the earlier one are dropped, as are those of sticks that were not seen for long. 0: that failed.
+// Adds or updates the stick's row, and returns its id. If the folder has another device or inode than before, it is
+// another stick: it gets a new row, and the old one is dropped. Beyond the limits of the database, the sticks that were
+// scanned least recently are dropped too. 0: that failed.
 std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
   struct stat info {};
   if (stat(stick.folder.c_str(), &info) != 0) {
@@ -102,7 +103,7 @@ std::int64_t adopt(const UsbStick& stick, std::string& ret_why) {
   return put ? row.id : 0;
 }
 
-// Erases a part of what was dropped. True: there may be more.
+// Erases some of the rows of a dropped stick. True: there may be more.
 bool erase_dropped() {
   std::int64_t dropped = 0;
   {
@@ -142,7 +143,7 @@ void end_scan(const UsbStick& stick, const ScanEnd& end) {
       scanned->report.reason = end.reason;
       scanned->report.end = std::chrono::steady_clock::now();
     } else {
-      status = VEXTVAPI_CB_SCAN_FAILED;  // it was removed
+      status = VEXTVAPI_CB_SCAN_FAILED;  // the stick was removed
     }
   }
   calls_scan_status(status);
@@ -182,7 +183,7 @@ void run_scans() {
       scans.control = &control;
       scans.running = stick.mount_point;
       scans.running_folder = stick.folder;
-      scans.erase = true;  // adopting it may drop others
+      scans.erase = true;  // adopt may drop others
       guard.unlock();
       scan(stick, control);
       guard.lock();
@@ -271,7 +272,7 @@ std::string scan_begin(const UsbStick& stick) {
     const std::lock_guard guard(scans.lock);
     Scanned* const scanned = find(stick);
     if (!scans.runs || scanned == nullptr) return not_running();
-    // One that runs and is being cancelled is followed by another.
+    // If the running scan is being cancelled, another one follows it.
     const bool cancelled = scans.control != nullptr && scan_is_stopped(*scans.control);
     if (is_running(stick) && !cancelled) return "";
     if (!is_running(stick)) scanned->report = {};

@@ -10,11 +10,11 @@
 
 struct MediaReader;
 
-// How other threads end a scan.
+// Lets other threads end a scan.
 struct ScanControl {
   std::atomic<bool> stopped = false;
   std::mutex lock;                // guards the reader's address
-  MediaReader* reader = nullptr;  // while there is one
+  MediaReader* reader = nullptr;  // the reader that the scan uses now; null: none
 };
 void scan_stop(ScanControl& control);
 bool scan_is_stopped(const ScanControl& control);
@@ -31,7 +31,8 @@ struct ScanEnd {
   std::string reason = {};
 };
 
-// Runs the change on the stick's report, under its lock.
+// Calls `change` with the stick's report, under the lock that guards it.
 using ScanTell = std::function<void(const std::function<void(ScanReport& report)>& change)>;
 
+// Scans the stick. Returns when the scan is done, has been stopped, or has failed.
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell);

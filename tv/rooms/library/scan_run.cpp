@@ -1,6 +1,6 @@
-// A scan has three parts. The walk finds all files, and compares them with the database by size, time of change and
-// inode: what is the same is not opened. Then the reader reads the others, and what it finds is written in short
-// transactions. At last the playlists are read, since their lengths are those of what they name.
+// Carries out a scan, in three parts. First the walk finds all files, and compares them with the database by size, time
+// of change and inode; unchanged files are not opened. Then the reader reads the others, and their facts are written in
+// short transactions. Last come the playlists, since a playlist's duration is that of the files that it names.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,7 +39,7 @@ struct Queued {
   WalkedFile file;
 };
 
-// Files that the database has and the stick has no more.
+// Rows of files and folders that are no longer on the stick.
 struct Gone {
   std::vector<std::int64_t> rows = {};
   std::vector<std::int64_t> folders = {};
@@ -50,14 +50,14 @@ struct Run {
   ScanControl& control;
   const ScanTell& tell;
   int stick = -1;                         // its folder, opened with O_PATH
-  std::vector<std::string> folders = {};  // of what is queued
+  std::vector<std::string> folders = {};  // of the queued files
   std::vector<Queued> queue = {};
   std::vector<Queued> playlists = {};      // those that have changed
   std::vector<Queued> old_playlists = {};  // the others
   std::set<std::string> walked = {};       // folders with media
-  std::vector<std::string> unread = {};    // folders whose contents are not known now
+  std::vector<std::string> unread = {};    // folders that could not be read to their end
   Gone gone = {};
-  std::int64_t room = 0;  // rows that the database may get
+  std::int64_t room = 0;  // how many rows may still be added
   std::vector<MediaRow> batch = {};
   SteadyTime batch_begin = {};
   SteadyTime told = {};
@@ -144,7 +144,7 @@ bool is_below(const std::string& path, const std::string& folder) {
   return folder.empty() || path == folder || path.starts_with(folder + "/");
 }
 
-// Erases what the walk has not found.
+// Erases the rows of files and folders that the walk has not found.
 bool erase_gone(Run& run) {
   std::vector<FolderRow> folders;
   {
@@ -166,7 +166,8 @@ bool erase_gone(Run& run) {
       return false;
     }
   }
-  // Folders without media stand in the tree only for those below them, so most of these are empty.
+  // Folders without media of their own have a row only because of the folders below them. They have no files to erase,
+  // so they are left to folders_erase_empty.
   std::erase_if(run.gone.folders, [&](std::int64_t id) {
     const LibraryWriting writing;
     return writing.database == nullptr || rows_known(*writing.database, id).empty();
@@ -185,7 +186,7 @@ bool walk(Run& run, std::string& ret_why) {
   const bool has_state = stat(run.task.state_folder.c_str(), &state) == 0;
   const Walk how = {
       .stick = run.stick,
-      // One byte less: the name of a later port's mount point is longer by one.
+      // One byte is reserved, since at a later port the mount point's name can be longer by one.
       .longest_path = kLongestMediaPath - std::min(kLongestMediaPath, run.task.stick.mount_point.size() + 2),
       .avoided_device = has_state ? state.st_dev : 0,
       .avoided_inode = has_state ? state.st_ino : 0,
@@ -219,7 +220,8 @@ bool keep(Run& run, MediaRow row) {
   return (run.batch.size() < kMostWrittenAtOnce && now - run.batch_begin < kWriteAfter) || flush(run);
 }
 
-// What the file is now: the walk's facts may be old. False with ret_why: it cannot be read.
+// Opens the file, and reads its size, time and inode again, since they may have changed since the walk. False with
+// ret_why: it cannot be read.
 bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaRow& ret_row, std::string& ret_why) {
   MediaRow row{.stick = run.task.id, .folder = run.folders[queued.folder], .name = queued.file.name};
   const std::string path = row.folder.empty() ? row.name : row.folder + "/" + row.name;
@@ -246,14 +248,14 @@ void take_facts(const MediaFacts& facts, MediaRow& ret_row) {
   ret_row.track = facts.track;
   ret_row.year = facts.year;
   ret_row.duration_ms = facts.duration_ms;
-  const bool turned = facts.orientation >= 5;  // on its side
+  const bool turned = facts.orientation >= 5;  // by a quarter
   ret_row.width = turned ? facts.height : facts.width;
   ret_row.height = turned ? facts.width : facts.height;
   ret_row.date = date_of(facts.date, ret_row.mtime);
   if (facts.kind == MEDIA_TYPE_NULL) ret_row.problem = "it is neither a photo nor music nor a video";
 }
 
-bool give_reader(Run& run) {
+bool ensure_reader(Run& run) {
   if (run.reader != nullptr) return true;
   run.reader = media_reader_create();
   const std::lock_guard guard(run.control.lock);
@@ -261,7 +263,7 @@ bool give_reader(Run& run) {
   return run.reader != nullptr && !ends(run);
 }
 
-void take_reader(Run& run) {
+void release_reader(Run& run) {
   {
     const std::lock_guard guard(run.control.lock);
     run.control.reader = nullptr;
@@ -286,7 +288,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
     leave_out(run, path, "the library is full");
     return true;
   }
-  if (!give_reader(run)) {
+  if (!ensure_reader(run)) {
     ret_why = "the reader of media files cannot be started";
     return ends(run);
   }
@@ -316,7 +318,7 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
 
 // ---- Playlists ----
 
-// The one value of all rows; empty if they differ.
+// The value that all rows have; empty if they differ.
 std::string common(const std::vector<MediaRow>& rows, std::string MediaRow::*text) {
   if (rows.empty()) return "";
   const std::string& first = rows.front().*text;
@@ -354,7 +356,7 @@ bool read_playlist(Run& run, const Queued& queued) {
 }
 
 bool read_playlists(Run& run) {
-  // What an unchanged one names may have changed.
+  // The files that an unchanged playlist names may have changed.
   if (run.changed) {
     std::ranges::move(run.old_playlists, std::back_inserter(run.playlists));
   } else {
@@ -382,7 +384,7 @@ ScanEnd run_parts(Run& run) {
       return {.state = ScanState::kFailed, .reason = why};
     }
   }
-  take_reader(run);
+  release_reader(run);
   if (!flush(run) || !read_playlists(run) || !flush(run)) return {.state = ScanState::kFailed, .reason = kNotWritten};
   if (ends(run)) return {.state = ScanState::kCancelled};
   const bool kept = library_write([&](Database& database) { return stick_complete(database, run.task.id); });
@@ -422,6 +424,6 @@ ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tel
     if (writing.database != nullptr) run.room = kMostRows - media_count(*writing.database);
   }
   ScanEnd end = run_parts(run);
-  take_reader(run);
+  release_reader(run);
   return end;
 }

@@ -114,7 +114,7 @@ TEST_F(Scanning, FoldersWithoutMediaAreNotListed) {
   EXPECT_EQ(list(MEDIA_TYPE_PHOTO, mount()), "");
 }
 
-TEST_F(Scanning, HiddenFilesAndThoseOfSystemsAreSkippedWithoutAWord) {
+TEST_F(Scanning, HiddenFilesAndThoseOfSystemsAreSkippedAndNotReported) {
   for (const char* const path : {".hidden.bmp", "._a.bmp", ".Trash-1000/a.bmp", "$RECYCLE.BIN/a.bmp",
                                  "System Volume Information/a.bmp", "lost+found/a.bmp", "shown.bmp"})
     write_file(path, bmp_bytes(2, 2));
@@ -162,7 +162,7 @@ TEST_F(Scanning, HostileFilesAreLeftOut) {
   EXPECT_EQ(report().left_out, 7u);
 }
 
-TEST_F(Scanning, NamesWithEveryByte) {
+TEST_F(Scanning, NamesWithEveryByteAreListedOrReported) {
   int made = 0;
   for (int byte = 1; byte < 256; ++byte) {
     if (byte == '/') continue;
@@ -197,7 +197,7 @@ TEST_F(Scanning, PathsThatAnApplicationCannotTakeAreLeftOut) {
   EXPECT_EQ(count, static_cast<INT32>(kDeepestFolder) + (room >= 204 ? 1 : 0)) << "those within the deepest folder";
   bool deepest = false, longest = false;
   for (const std::string& each : problems()) {
-    deepest = deepest || each.ends_with("too many folders are in one another");
+    deepest = deepest || each.ends_with("it is inside too many folders");
     longest = longest || each.ends_with("longer than an application can take");
   }
   EXPECT_TRUE(deepest);
@@ -216,7 +216,7 @@ TEST_F(Scanning, AnUnreadableFolderKeepsWhatIsKnown) {
   EXPECT_EQ(problems().size(), 1u);
 }
 
-TEST_F(Scanning, AHundredThousandNames) {
+TEST_F(Scanning, ListsAHundredThousandFiles) {
   fs::create_directories(stick + "/many");
   const int folder = open((stick + "/many").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   for (int i = 0; i < 100'000; ++i) {

@@ -1,4 +1,4 @@
-// Short forms for the library's statements: bind values in their order, and read rows.
+// Helpers for the library's SQL statements: they bind values in order, and read rows.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ inline void bind_value(sqlite3_stmt* statement, int place, std::string_view text
   sqlite3_bind_text(statement, place, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
-// The statement with these values bound; null as database_statement.
+// The prepared statement with these values bound; null under the same conditions as for database_statement.
 template <typename... Values>
 sqlite3_stmt* bound(Database& database, std::string_view sql, const Values&... values) {
   sqlite3_stmt* const statement = database_statement(database, sql);

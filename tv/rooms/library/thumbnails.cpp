@@ -1,6 +1,6 @@
-// Thumbnails: JPEG files in a folder of the state folder, made by a thread with a reader of its own. A file's name
-// follows from the stick, the path, the size, the time of change and the picture's largest measures, so that one of a
-// changed file is never found. The least recently used ones go when there are too many.
+// The thumbnail cache: JPEG files in a folder of the state folder, which a thread makes with a reader of its own. A
+// thumbnail's key, its file name, is a hash of the stick, the path, the size, the time of change and the bounds of the
+// picture, so a changed file has another key. If there are too many, the least recently used ones are removed.
 #include "rooms/library/thumbnails.h"
 
 #include <fcntl.h>
@@ -30,7 +30,7 @@ namespace {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
 constexpr std::chrono::seconds kTryAgain{5};     // after a failure that may pass, such as a full disk
-constexpr std::chrono::seconds kReaderIdle{10};  // then its process ends
+constexpr std::chrono::seconds kReaderIdle{10};  // after which the reader's process is ended
 constexpr std::uint64_t kFnvBegin = 0xCBF29CE484222325, kFnvPrime = 0x100000001B3;
 
 struct Wanted {
@@ -40,13 +40,13 @@ struct Wanted {
   std::uint32_t height;
 };
 
-// A file of the cache.
+// A thumbnail in the cache.
 struct Kept {
   std::uint64_t bytes;
   std::list<std::string>::iterator use;  // in Thumbnails::uses
 };
 
-// Why there is none, and until when nobody tries again.
+// Why a thumbnail cannot be made, and until when it is not tried again.
 struct Refused {
   std::string why;
   SteadyTime until;
@@ -61,10 +61,10 @@ struct Thumbnails {
   std::uint64_t bytes = 0;                      // of `kept`
   std::map<std::string, Refused> refused = {};  // by key
   std::deque<Wanted> queue = {};
-  std::string making;  // the key
+  std::string making;  // key of the one that is being made; empty: none
   MediaReader* reader = nullptr;
   bool runs = false;
-  std::thread thread;  // of start and stop
+  std::thread thread;  // used by thumbnails_start and thumbnails_stop only
 };
 Thumbnails& thumbnails = *new Thumbnails;
 
@@ -83,7 +83,7 @@ std::string key_of(std::string_view identity) {
   return hex(forwards) + hex(backwards);
 }
 
-// Opens the file and finds its key. -1 with ret_why.
+// Opens the media file, and computes the key of its thumbnail. -1 with ret_why.
 int open_wanted(std::string_view path, std::uint32_t width, std::uint32_t height, std::string& ret_key,
                 std::string& ret_why) {
   const auto place = media_place(path);
@@ -106,7 +106,7 @@ int open_wanted(std::string_view path, std::uint32_t width, std::uint32_t height
   return file;
 }
 
-// The caller of the following holds the lock.
+// The caller of the next functions holds the lock.
 
 std::string file_of(const std::string& key) { return thumbnails.folder + "/" + key + ".jpg"; }
 
@@ -134,13 +134,13 @@ void note(const std::string& key, std::uint64_t bytes) {
   thumbnails.bytes += bytes;
 }
 
-// What is known of the key; nothing: it is neither made nor refused.
+// The answer for the key, if there is one now; nothing: the thumbnail is neither made nor refused.
 std::optional<ThumbnailAnswer> known(const std::string& key) {
   using State = ThumbnailAnswer::State;
   const auto kept = thumbnails.kept.find(key);
   if (kept != thumbnails.kept.end()) {
     const std::string path = file_of(key);
-    // The time of the latest use, which decides after the next start. It fails where somebody has removed the file.
+    // Sets the file's time, by which the next start sorts the cache. This fails if somebody has removed the file.
     if (utimensat(AT_FDCWD, path.c_str(), nullptr, 0) == 0) {
       thumbnails.uses.splice(thumbnails.uses.end(), thumbnails.uses, kept->second.use);
       return ThumbnailAnswer{.state = State::kMade, .path = path};
@@ -154,7 +154,8 @@ std::optional<ThumbnailAnswer> known(const std::string& key) {
   return std::nullopt;
 }
 
-// Puts it in front of the others if somebody waits. The oldest goes if there are too many.
+// Queues the request. first: somebody waits for it, so it goes to the front. Otherwise the oldest request is dropped if
+// there are too many.
 void enqueue(Wanted wanted, bool first) {
   if (thumbnails.making == wanted.key) return;
   const auto queued = std::ranges::find(thumbnails.queue, wanted.key, &Wanted::key);
@@ -189,7 +190,7 @@ bool save(const std::string& path, const std::vector<std::uint8_t>& jpeg) {
   return false;
 }
 
-// Returns why there is no thumbnail; empty: it is saved. ret_again: the reason may pass.
+// Makes and saves a thumbnail. Returns why it failed; empty: it is saved. ret_again: the failure may be temporary.
 std::string make(const Wanted& wanted, MediaReader& reader, const std::string& target, std::uint64_t& ret_bytes,
                  bool& ret_again) {
   std::string key, why;
@@ -283,7 +284,7 @@ void thumbnails_load(const std::string& state_folder) {
     if (entry->path().extension() == ".jpg") {
       files.emplace_back(entry->last_write_time(none), entry->path());
     } else if (entry->path().extension() == ".part") {
-      unlink(entry->path().c_str());  // of a run that was killed
+      unlink(entry->path().c_str());  // left by a process that was killed
     }
   }
   std::ranges::sort(files);
@@ -346,7 +347,7 @@ std::string thumbnail_wait(std::string_view path, std::uint32_t width, std::uint
       ret_why = "making it takes more than " + std::to_string(kLongestWait.count()) + " s";
       return "";
     }
-    // Again after each turn: others may have pushed it out of the queue.
+    // Queued again after each wait, since other requests may have pushed it out of the queue.
     enqueue({.key = key, .path = std::string(path), .width = width, .height = height}, true);
     thumbnails.changed.notify_all();
     thumbnails.changed.wait_until(guard, end);

@@ -38,7 +38,7 @@ std::string join(const std::string& folder, const std::string& name) {
   return folder.empty() ? name : folder + "/" + name;
 }
 
-// Why the entry of this name is left out although it would be shown; null: it is taken, or skipped and not reported.
+// Why a file or folder must be left out and reported; null: it is taken, or is skipped without a report.
 const char* problem_of(const Walking& walking, const std::string& path, const std::string& name) {
   if (const char* const problem = media_name_problem(name)) return problem;
   if (path.size() > walking.walk.longest_path) return "its path is longer than an application can take";
@@ -52,7 +52,7 @@ void take_folder(Walking& walking, const Waiting& parent, const std::string& pat
   if (info.st_dev != walking.device) {
     walk.problem(path, "it is on another file system");
   } else if (parent.depth >= kDeepestFolder) {
-    walk.problem(path, "too many folders are in one another");
+    walk.problem(path, "it is inside too many folders");
   } else if (walking.folders >= kMostStickFolders) {
     walk.problem(path, "the stick has too many folders");
   } else {
@@ -103,7 +103,7 @@ void take_entry(Walking& walking, const Waiting& parent, DIR* open, const std::s
   }
 }
 
-// False: cancelled.
+// Reads the folder's names. False: the walk was cancelled.
 bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
   WalkedFolder folder{.path = waiting.path};
   std::vector<Waiting> subfolders;

@@ -1,5 +1,5 @@
-// Walks the folders of a stick, whose contents are hostile: nothing outside the stick is visited, no symbolic link is
-// followed, no other file system is entered, and only regular files are reported.
+// Walks the folders of a stick, whose contents may be hostile. The walk stays inside the stick: it follows no symbolic
+// link, enters no other file system, and reports only regular files.
 #pragma once
 
 #include <cstdint>
@@ -12,12 +12,12 @@
 inline constexpr std::size_t kMostStickFiles = 100'000;    // media files of a stick
 inline constexpr std::size_t kMostStickNames = 1'000'000;  // names of any kind that a walk reads
 inline constexpr std::size_t kMostStickFolders = 50'000;   // folders of a stick
-inline constexpr std::size_t kDeepestFolder = 32;          // folders in one another
+inline constexpr std::size_t kDeepestFolder = 32;          // levels of folders
 inline constexpr std::size_t kLongestMediaPath = sizeof T_MEDIA_INFO{}.media_path - 1;
 
 struct WalkedFile {
   std::string name = {};
-  E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;  // by its name
+  E_MEDIA_TYPE kind = MEDIA_TYPE_NULL;  // by the name's extension
   std::uint64_t size = 0;
   std::int64_t mtime = 0;  // ns since 1970
   std::uint64_t inode = 0;
@@ -32,10 +32,10 @@ struct WalkedFolder {
 struct Walk {
   int stick = -1;                                       // the stick's folder, opened with O_PATH
   std::size_t longest_path = 0;                         // bytes, within the stick
-  std::uint64_t avoided_device = 0, avoided_inode = 0;  // a folder that is not entered
+  std::uint64_t avoided_device = 0, avoided_inode = 0;  // the folder that is not entered: the set's own state folder
   // Called for each folder with media files in it.
   std::function<void(WalkedFolder folder)> folder;
-  // What is left out. The path is within the stick and may hold any bytes.
+  // Called for each file and folder that is left out. The path is within the stick and may contain any bytes.
   std::function<void(const std::string& path, const char* why)> problem;
   std::function<bool()> ends;  // true: the walk is cancelled
 };

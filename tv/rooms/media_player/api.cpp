@@ -14,9 +14,9 @@ namespace {
 
 constexpr UINT32 kPanel[] = {kPanelWidth, kPanelHeight};
 constexpr double kMostZoom = 8;
-constexpr INT32 kMostSubtitleDelay = 60'000;  // ms
-constexpr double kLines = 720;                // of the picture, in which the library counts letters and margins
-constexpr double kSmall = 40, kMedium = 55, kLarge = 75;  // letters
+constexpr INT32 kMostSubtitleDelay = 60'000;              // ms
+constexpr double kLines = 720;                            // height of the picture, in the units of PlayerLook
+constexpr double kSmall = 40, kMedium = 55, kLarge = 75;  // height of letters, in those units
 constexpr UINT32 kWidestEdge = 20;
 constexpr INT32 kFastSteps[] = {200, 400, 800};
 constexpr INT32 kBackSteps[] = {-200, -400, -800};
@@ -39,7 +39,7 @@ INT32 set_speed(Session& session, INT32 percent, const char* function) {
   return IVEX_PB_ERROR_CODE_OK;
 }
 
-// The step after the present speed; the first one from any other speed.
+// Sets the speed to the step after the present one; after the last step, and from any other speed, to the first step.
 INT32 step_speed(UINT32 handle, std::span<const INT32> steps, const char* function) {
   return with_player(handle, Needs::kPlaying, function, [&](Session& session) {
     const auto at = std::ranges::find(steps, session.wanted.speed);
@@ -60,7 +60,7 @@ INT32 check_seekable(const Session& session, const char* function) {
              : refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "the file cannot be sought in");
 }
 
-// Chooses a subtitle track, by its place among those that are closed captions or not limited to them.
+// Chooses a subtitle track by its index, among the closed captions or among all subtitles; -1: none.
 INT32 choose_subtitle(UINT32 handle, INT32 idx, bool captions, const char* function) {
   return with_player(handle, Needs::kPlaying, function, [&](Session& session) -> INT32 {
     if (idx == -1) {
@@ -143,7 +143,7 @@ INT32 set_attribute(PlayerLook& look, const IVEX_PB_CTRL_SBTL_ATTR_T& attribute,
       break;
     case IVEX_PB_CTRL_SBTL_ATTR_TYPE_EDG_WIDTH:
       if (attribute.ui4_edge_width > kWidestEdge)
-        return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "an edge is 0 to 20 wide");
+        return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "an edge's width is 0 to 20");
       look.edge_width = attribute.ui4_edge_width;
       break;
     case IVEX_PB_CTRL_SBTL_ATTR_TYPE_DISP_RECT:
@@ -354,7 +354,8 @@ INT32 a_vextvapi_cb_pb_setRepeat(UINT32 player, INT32 repeat) {
   const char* const function = __func__;
   return with_player(player, Needs::kPlayer, function, [&](Session& session) -> INT32 {
     if (repeat == PLAYER_REPEAT_FOLDER)
-      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "an application's player repeats its file only");
+      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function,
+                           "an application's player can only repeat its file");
     if (repeat != PLAYER_REPEAT_OFF && repeat != PLAYER_REPEAT_ONE)
       return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, "a repeat is 0 or 1");
     session.wanted.repeat = repeat == PLAYER_REPEAT_ONE ? Repeat::kOne : Repeat::kOff;
@@ -448,6 +449,6 @@ INT32 a_vextvapi_cb_pb_saveStopInfo(UINT32 player) {
   });
   if (found != IVEX_PB_ERROR_CODE_OK) return found;
   if (!file)
-    return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "where a server's file was left is not saved");
+    return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "positions in a server's file are not saved");
   return bookmark_save(*file, position) ? IVEX_PB_ERROR_CODE_OK : IVEX_PB_ERROR_CODE_FAILED;
 }

@@ -1,4 +1,4 @@
-// What the functions of the TV API share: they find the player, check how far it is, and refuse.
+// Helpers of this room's functions of the TV API: they find the player, check its stage, and report refusals.
 #pragma once
 
 #include <mutex>
@@ -9,10 +9,10 @@
 
 inline constexpr const char* kNoPlayer = "there is no such player";
 
-// Prints why the function fails. Returns the code.
+// Prints on stderr why the function fails. Returns `code`, an IVEX_PB_ERROR_CODE_T.
 INT32 refuse_player(INT32 code, const char* function, const std::string& why);
 
-// How far a player has to be for a call.
+// The stage that a call requires of its player.
 enum class Needs {
   kPlayer,  // it exists
   kFile,    // its file was opened, and has not failed
@@ -20,9 +20,10 @@ enum class Needs {
 };
 
 // The caller holds the session's lock.
-INT32 check_stage(const Session& session, Needs needs, const char* function);
+INT32 check_stage(const Session& session, Needs needs, const char* function);  // 0, or the code of the refusal
 
-// Runs the action on the player under its lock, and wakes its thread. The action returns the result.
+// Finds the player, and checks its stage. Then runs the action on it under the session's lock, and wakes its thread.
+// Returns the action's result, or the code of the refusal.
 template <typename Action>
 INT32 with_player(UINT32 handle, Needs needs, const char* function, Action action) {
   const SessionHandle session = session_find(handle);

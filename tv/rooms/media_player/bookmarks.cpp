@@ -1,4 +1,4 @@
-// Where the playing of files was left: a small database of its own, "positions.sqlite" in the state folder.
+// Stores the positions at which files were left, in the database "positions.sqlite" of the state folder.
 #include "rooms/media_player/bookmarks.h"
 
 #include <cstdio>
@@ -36,7 +36,7 @@ sqlite3_stmt* prepare(std::string_view sql) {
 bool run(sqlite3_stmt* statement) {
   if (statement != nullptr && database_run(statement)) return true;
   std::fprintf(
-      stderr, "dtv_tv: where a file was left could not be saved: %s\n",
+      stderr, "dtv_tv: the position in a file could not be saved: %s\n",
       bookmarks.database.handle == nullptr ? "there is no database" : sqlite3_errmsg(bookmarks.database.handle));
   return false;
 }
@@ -57,7 +57,7 @@ void bookmarks_load() {
   if (database_open(set_folder() + "/positions.sqlite", kLayouts, opened, why)) {
     bookmarks.database = std::move(opened);
   } else {
-    std::fprintf(stderr, "dtv_tv: where files are left will not be saved: %s\n", why.c_str());
+    std::fprintf(stderr, "dtv_tv: positions in files will not be saved: %s\n", why.c_str());
   }
 }
 

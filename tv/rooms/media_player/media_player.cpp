@@ -1,4 +1,4 @@
-// The room: what it shows to the screen, to other rooms and in replies, and what ends its players.
+// The room's row, what it gives to the screen, to other rooms and in replies, and what ends its players.
 #include "rooms/media_player/media_player.h"
 
 #include <algorithm>
@@ -12,9 +12,10 @@
 
 namespace {
 
-constexpr std::chrono::seconds kLookTime{2};  // asking for a picture counts as looking for so long
+constexpr std::chrono::seconds kLookTime{
+    2};  // after a request for a picture, the screen counts as looked at for this long
 
-// The state folder's path; guarded by the lock.
+// The state folder's path, guarded by the lock.
 struct Folder {
   std::mutex lock;
   std::string path;
@@ -62,7 +63,7 @@ bool place_of_picture(VEXTVAPI_REGION_T& ret_region) {
 
 constexpr Drawer kDrawer{.newest = newest_picture, .draw = draw_picture, .place = place_of_picture};
 
-// What is seen; else the viewer's player, whose file has ended.
+// The player that is seen, else the viewer's player, whose file has ended; null: neither.
 SessionHandle reported() {
   SessionHandle session = session_seen();
   return session != nullptr ? session : session_of_viewer();

@@ -127,7 +127,7 @@ TEST_F(MediaSet, PausesStopsAndStartsAgain) {
   EXPECT_EQ(heard(PLAYER_EVENT_PLAYING).at(0).data, 0);
 }
 
-TEST_F(MediaSet, SeeksByTimeByteAndSeesThePicture) {
+TEST_F(MediaSet, SeeksByTimeAndByByteAndShowsThePictureThere) {
   const UINT32 player = open("film.mp4");
   EXPECT_TRUE(shows(kRed));
   EXPECT_EQ(a_vextvapi_cb_pb_timeSeek(player, 5), 0);
@@ -303,7 +303,7 @@ TEST_F(MediaSet, SubtitleAttributesAreChecked) {
   EXPECT_EQ(a_vextvapi_cb_pb_setSubtitleAttr(player, nullptr), IVEX_PB_ERROR_CODE_INV_ARG);
 }
 
-TEST_F(MediaSet, ThePictureStandsAndIsEnlargedAsWanted) {
+TEST_F(MediaSet, ThePictureIsPlacedAndZoomedAsWanted) {
   const UINT32 player = open("film.mp4");
   EXPECT_TRUE(shows(kRed, 0.9, 0.9));
   EXPECT_EQ(a_vextvapi_cb_pb_display(player, 0, 0, 960, 540), 0);
@@ -335,7 +335,7 @@ TEST_F(MediaSet, RepeatsTheFile) {
   EXPECT_EQ(a_vextvapi_cb_pb_setRepeat(player, 3), IVEX_PB_ERROR_CODE_INV_ARG);
 }
 
-TEST_F(MediaSet, PlaysOnWhereItWasLeftAlsoAfterARestart) {
+TEST_F(MediaSet, ResumesWhereItWasLeftAlsoAfterARestart) {
   UINT32 player = open("film.mp4");
   UINT8 has = 9;
   EXPECT_EQ(a_vextvapi_cb_pb_getStopInfo(player, &has), 0);
@@ -399,7 +399,7 @@ TEST_F(MediaSet, PlaysMusicAndTransportStreams) {
 
 // ---- Wrong orders, wrong handles, and what ends a player ----
 
-TEST_F(MediaSet, AWildHandleIsRefused) {
+TEST_F(MediaSet, AnInvalidHandleIsRefused) {
   const UINT32 player = create(path("film.mp4"));
   char room[PLAYER_THUMBNAIL_SIZE];
   UINT32 time = 0;
@@ -464,7 +464,7 @@ TEST_F(MediaSet, AWildHandleIsRefused) {
   all_give(player, IVEX_PB_ERROR_CODE_INV_HANDLE);  // after its end
 }
 
-TEST_F(MediaSet, WhatCannotBeOpenedSaysWhy) {
+TEST_F(MediaSet, AFileThatCannotBeOpenedIsReportedWithTheReason) {
   fs::create_symlink("/etc/passwd", world.path + "/Films/link.mp4");
   std::ofstream(world.path + "/Films/text.mp4") << std::string(100'000, 'x');
   const std::pair<std::string, INT32> cases[] = {{path("missing.mp4"), IVEX_PB_ERROR_CODE_FILE},

@@ -1,5 +1,5 @@
-// What the tests of the player share: a set with a stick, files that ffmpeg makes once per process, and the events that
-// an application hears.
+// Helpers for the tests of the player: a set with a stick, files that ffmpeg makes once per process, and the events
+// that an application gets.
 #pragma once
 
 #include <unistd.h>
@@ -22,9 +22,9 @@ namespace media_test {
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kLongest{30};  // what is waited for takes less than two
+constexpr std::chrono::seconds kLongest{30};  // an upper limit; the tests wait for less than 2 s
 
-// Tries until it is true.
+// Calls `done` until it returns true. False: it did not within the time.
 inline bool until(const std::function<bool()>& done, steady_clock::duration longest = kLongest) {
   const auto end = steady_clock::now() + longest;
   while (!done()) {

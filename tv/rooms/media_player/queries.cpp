@@ -1,4 +1,4 @@
-// What applications ask of their players.
+// The functions of the TV API by which applications query their players.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* kNoRoom = "there is no room for the answer";
 
-// The container's name; of several ones, that of the file's extension.
+// The container's name. If libmpv gives several names, the one that is the file's extension, or else the first.
 std::string format_of(const Session& session) {
   const std::string& names = session.facts.format;
   const std::string name = session.source ? session.source->name : "";

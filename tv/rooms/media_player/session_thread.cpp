@@ -18,23 +18,25 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::chrono::milliseconds kLookEvery{500};  // at what nobody announces
+constexpr std::chrono::milliseconds kLookEvery{500};  // interval at which the thread checks what nothing reports to it
 constexpr std::chrono::milliseconds kBackEvery{500};  // between two pictures backwards
-constexpr std::chrono::seconds kBookmarkEvery{10};    // what the end of the process may take of a viewer's position
-constexpr std::chrono::seconds kUnseenTime{5};        // then the memory for pictures is released
-constexpr std::chrono::seconds kOpenWithin{20};       // from a server that always sends a little, but not enough
-constexpr double kNearEnd = 5;  // s: a file that is left so shortly before its end was seen to the end
+constexpr std::chrono::seconds kBookmarkEvery{
+    10};                                        // so that a killed process loses at most this of the viewer's position
+constexpr std::chrono::seconds kUnseenTime{5};  // after which the memory for pictures is released
+constexpr std::chrono::seconds kOpenWithin{
+    20};                        // time limit for opening, also from a server that keeps sending a little
+constexpr double kNearEnd = 5;  // s; a file that is left this close to its end counts as seen to the end
 
-// What the thread knows. Only it uses this.
+// State of the thread. No other thread uses it.
 struct Engine {
   PlayerHandle player = {};
   Wanted told = {};
-  std::uint64_t opened = 0;  // number of the opening that the player belongs to
+  std::uint64_t opened = 0;  // Session::opened of the opening that `player` belongs to
   std::string path = {};
   MediaSource source = {};
   bool ready = false;                   // the file is open
-  steady_clock::time_point begun = {};  // its opening
-  // What was reported last.
+  steady_clock::time_point begun = {};  // when opening the file began
+  // The latest values that were reported.
   bool playing = false;
   bool buffering = false;
   bool seeking = false;
@@ -43,10 +45,10 @@ struct Engine {
   int speed = PLAYER_SPEED_USUAL;
   VideoShape video = {};
   std::array<int, 4> tracks = {0, 0, -1, -1};
-  steady_clock::time_point back_due = {};  // the next picture backwards
-  double back_from = 0;                    // where that began
+  steady_clock::time_point back_due = {};  // when the next picture backwards is due
+  double back_from = 0;                    // s, the position at which playing backwards began
   steady_clock::time_point back_since = {};
-  bool back_waits = false;  // it is paused: the time of the pause does not count
+  bool back_waits = false;  // playing backwards is paused; the time of the pause does not count
   steady_clock::time_point bookmark_due = {};
   steady_clock::time_point unseen_since = {};
   std::unique_ptr<Canvas> canvas = {};
@@ -57,7 +59,7 @@ std::atomic<std::uint64_t> last_picture = 0;
 
 double factor(int percent) { return std::abs(percent) / 100.0; }
 
-// Saves where a file is left, for the viewer's player only: an application saves by itself.
+// Saves the position at which a file is left. Only for the viewer's player: an application saves its positions itself.
 void save_bookmark(const Session& session, const Engine& engine, double position, double duration) {
   if (session.handle != 0 || !engine.source.identity) return;
   const bool at_end = duration > 0 && position > duration - std::min(kNearEnd, duration / 10);
@@ -71,7 +73,7 @@ void close_player(Engine& engine) {
   malloc_trim(0);
 }
 
-// The thread turns to another file, or ends.
+// Saves the position when the thread opens another file, or ends.
 void leave_file(const Session& session, Engine& engine) {
   if (!engine.ready || engine.player == nullptr) return;
   const PlayerFacts& facts = player_facts(*engine.player);
@@ -79,7 +81,7 @@ void leave_file(const Session& session, Engine& engine) {
   engine.ready = false;
 }
 
-// Ends what is played, and says why. The caller holds no lock.
+// Closes the player, sets the session's stage and error, and reports why playing has ended. The caller holds no lock.
 void finish(const SessionHandle& session, Engine& engine, Stage stage, INT32 error, const std::string& reason) {
   double position = 0, duration = 0;
   {
@@ -121,7 +123,8 @@ void open_player(const SessionHandle& session, Engine& engine, const Wanted& wan
   file.repeats = wanted.repeat == Repeat::kOne;
   file.subtitles = media_subtitles(engine.path);
   std::string why;
-  // A player that was left behind may still call it when the session is gone, so it gets a number.
+  // A player that was left behind may call `wake` when the session no longer exists, so it gets the serial number, not
+  // a pointer.
   const PlayerWake wake{.wake = [](void* serial) { session_wake(reinterpret_cast<std::uintptr_t>(serial)); },
                         .context = reinterpret_cast<void*>(session->serial)};
   engine.player = player_start_file(file, wake, why);
@@ -145,7 +148,7 @@ bool is_locked(int age) {
   return limit > 0 && age >= limit;
 }
 
-// The file is open: what it contains is known.
+// Reports that the file is open, and blocks it if its age rating is locked.
 void report_opened(const SessionHandle& session, Engine& engine, const PlayerFacts& facts) {
   engine.ready = true;
   const std::optional<int> age = media_rating(facts);
@@ -163,7 +166,7 @@ void report_opened(const SessionHandle& session, Engine& engine, const PlayerFac
   show_wake();
 }
 
-// ---- Doing what is wanted ----
+// ---- Setting what is wanted ----
 
 void begin_backwards(Engine& engine, double position) {
   engine.back_from = position;
@@ -181,8 +184,8 @@ bool go_back(Engine& engine, int speed) {
   return target <= 0;
 }
 
-// Gives the player the settings that differ from its present ones. wanted.paused is what the viewer wants; a rated file
-// waits.
+// Gives the player the settings that differ from its present ones. A blocked file stays paused, whatever wanted.paused
+// says.
 void tell(Engine& engine, const Wanted& wanted, bool blocked) {
   Player& player = *engine.player;
   Wanted& told = engine.told;
@@ -208,7 +211,7 @@ void tell(Engine& engine, const Wanted& wanted, bool blocked) {
   if (wanted.chapters != told.chapters) player_choose_chapter(player, wanted.chapter);
   const bool pauses = wanted.paused || blocked || wanted.speed < 0;
   if (pauses != engine.told.paused) player_pause(player, pauses);
-  // Steps that come faster than the thread works are one.
+  // Several steps between two turns of this thread become one.
   if (wanted.steps != told.steps) player_step_picture(player, wanted.step_back);
   told = wanted;
   told.paused = pauses;
@@ -257,7 +260,7 @@ void report(const SessionHandle& session, Engine& engine, const PlayerFacts& fac
     session_post(session, PLAYER_EVENT_TRACKS, tracks[0], tracks[1], tracks[2], tracks[3]);
 }
 
-// Gives the newest picture to the screen.
+// Hands the newest picture over to the screen.
 void show_picture(Session& session, Engine& engine) {
   {
     const std::lock_guard guard(session.lock);
@@ -301,7 +304,7 @@ INT32 error_of(const Engine& engine, const std::string& reason) {
   return reason.starts_with("the file cannot be played") ? IVEX_PB_ERROR_CODE_FORMAT : IVEX_PB_ERROR_CODE_FILE;
 }
 
-// Plays what follows the viewer's file. False: nothing does. Until the next one is opened the present one counts as
+// Plays what follows the viewer's file. False: nothing does. Until the next file is opened, the present one counts as
 // playing, so that what a viewer chooses meanwhile comes first.
 bool play_next(const SessionHandle& session, Engine& engine) {
   std::vector<std::string> list;
@@ -320,12 +323,12 @@ bool play_next(const SessionHandle& session, Engine& engine) {
     if (!why.empty()) std::fprintf(stderr, "dtv_tv: the next file is not played: %s\n", why.c_str());
     return false;
   }
-  save_bookmark(*session, engine, 0, 0);  // it was seen to its end
-  engine.ready = false;                   // so that it is not saved as left
+  save_bookmark(*session, engine, 0, 0);  // the file was seen to its end
+  engine.ready = false;                   // leave_file is not to save its position
   return true;
 }
 
-// The file has come to its end, or cannot be played.
+// Handles the end of the file, or a failure to play it.
 void take_end(const SessionHandle& session, Engine& engine, const PlayerFacts& facts) {
   if (facts.state == PlayerState::kFailed)
     return finish(session, engine, Stage::kFailed, error_of(engine, facts.reason), facts.reason);
@@ -333,7 +336,7 @@ void take_end(const SessionHandle& session, Engine& engine, const PlayerFacts& f
   finish(session, engine, Stage::kEnded, 0, "");
 }
 
-// One turn of the player's work. The caller holds no lock.
+// One turn of the thread while a player exists. The caller holds no lock.
 void work(const SessionHandle& session, Engine& engine, const Wanted& wanted, bool blocked, bool seen, int width,
           int height) {
   const bool repeats_back = engine.ready && wanted.speed < 0;
@@ -361,7 +364,7 @@ void work(const SessionHandle& session, Engine& engine, const Wanted& wanted, bo
   if (std::exchange(engine.back_waits, back_waits) && !back_waits) begin_backwards(engine, facts.position);
   if (repeats_back && !back_waits && go_back(engine, wanted.speed)) {
     const std::lock_guard guard(session->lock);
-    session->wanted.speed = PLAYER_SPEED_USUAL;  // it plays on from the beginning
+    session->wanted.speed = PLAYER_SPEED_USUAL;  // at the beginning it turns and plays forwards
     session->woken = true;
   }
   if (engine.ready && (changed || (!wanted.paused && steady_clock::now() >= engine.bookmark_due))) {

@@ -1,4 +1,4 @@
-// The players: which there are. session_thread.cpp has what the thread of each does.
+// The table of players. session_thread.cpp has the thread of each.
 #include <algorithm>
 #include <cstdio>
 #include <utility>
@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kMostEnding = 4;  // threads that end; then the next end waits for the first of them
+constexpr std::size_t kMostEnding = 4;  // threads that may be ending; one more end waits for the oldest of them
 
 struct Table {
   std::mutex lock;  // guards all members; a session's lock may be taken under it

@@ -1,4 +1,4 @@
-// What the path of a player means: a file of a stick, of the recorder or of the downloads, or one of a server.
+// Finds what a player's path means: a file of a stick, of the recorder or of the downloads, or a file on a server.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,7 +30,8 @@ constexpr std::string_view kSubtitleEnds[] = {".srt", ".ass", ".ssa", ".vtt"};
 
 std::string name_of(std::string_view path) { return std::string(path.substr(path.find_last_of('/') + 1)); }
 
-// The place of a file of the set's own within the state folder: "recordings/..." or "downloads/..."; empty: it is none.
+// The place of one of the set's own files within the state folder: "recordings/..." or "downloads/..."; empty: the path
+// is another file's.
 std::string own_place(std::string_view path) {
   const std::string folder = media_state_folder() + "/";
   if (path.starts_with(folder + std::string(kDownloads))) path.remove_prefix(folder.size());
@@ -38,6 +39,7 @@ std::string own_place(std::string_view path) {
   return std::string(is_own ? path : "");
 }
 
+// Opens a file in one of the set's own folders, by its place as above.
 int open_own(const std::string& place, std::string& ret_why) {
   const std::string name = place.substr(place.find('/') + 1);
   if (name.empty() || name.starts_with('.') || name.find('/') != std::string::npos) {
@@ -72,7 +74,7 @@ std::string lower(std::string_view text) {
   return result;
 }
 
-// The names in an open folder, which is closed.
+// The names in a folder, at most kMostNames. Closes the folder's descriptor.
 std::vector<std::string> names_in(int folder) {
   std::vector<std::string> names;
   DIR* const listed = fdopendir(folder);
@@ -141,7 +143,7 @@ std::vector<PlayerSubtitle> media_subtitles(const std::string& path) {
   for (const std::string& each : names) {
     const bool is_one = std::ranges::any_of(kSubtitleEnds, [&](auto end) { return lower(each).ends_with(end); });
     if (!is_one || !each.starts_with(stem) || each[stem.size()] != '.') continue;
-    // What stands between the film's name and the end is the language: film.de.srt.
+    // The part between the film's name and the extension is the language: film.de.srt.
     const std::size_t end = each.find_last_of('.');
     const std::string language = end > stem.size() ? each.substr(stem.size() + 1, end - stem.size() - 1) : "";
     found.push_back(

@@ -1,4 +1,4 @@
-// What a file's tags and tracks say.
+// Texts and types from a file's tags and tracks.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -16,7 +16,7 @@ struct TagRow {
   std::string_view tag;
 };
 
-// The first tag of a type that a file has counts.
+// The names of tags by type. The first one that the file has is used.
 constexpr TagRow kTags[] = {
     {PLAYER_METADATA_TITLE, "title"},         {PLAYER_METADATA_ARTIST, "artist"},
     {PLAYER_METADATA_ARTIST, "album_artist"}, {PLAYER_METADATA_ALBUM, "album"},
@@ -56,7 +56,7 @@ constexpr CodecRow kSubtitleCodecs[] = {
     {"hdmv_pgs_subtitle", T_CBROWSER_PB_SBTL_PGS},
 };
 
-// Tags with an age rating, and words in them that mean one.
+// Tags with an age rating, and words that stand for an age in them.
 constexpr std::string_view kRatingTags[] = {"law_rating", "itunextc", "content_rating", "rating_age"};
 struct RatingRow {
   std::string_view word;
@@ -93,7 +93,7 @@ std::optional<int> media_rating(const PlayerFacts& facts) {
   for (const std::string_view name : kRatingTags) {
     std::string_view text = tag(facts, name);
     if (text.empty()) continue;
-    // "mpaa|PG-13|300|" has its word in the middle.
+    // In "mpaa|PG-13|300|" the rating is in the middle.
     if (const std::size_t bar = text.find('|'); bar != std::string_view::npos) {
       text = text.substr(bar + 1);
       text = text.substr(0, text.find('|'));

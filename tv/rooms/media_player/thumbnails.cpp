@@ -1,4 +1,4 @@
-// Pictures of files, for applications: made by the library on a thread, and handed out as text.
+// Thumbnails for applications: the library makes them on a thread of the player, and applications read them as text.
 #include <absl/strings/escaping.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -17,7 +17,7 @@
 namespace {
 
 constexpr INT32 kLargest = 1920;  // pixels
-// What fits into the platform's block as base64, with a NUL behind it.
+// Bytes that fit as base64, with a NUL at the end, into a block of PLAYER_THUMBNAIL_SIZE characters.
 constexpr std::size_t kMostBytes = (PLAYER_THUMBNAIL_SIZE - 1) / 4 * 3;
 
 void make(const SessionHandle& session, const std::string& path, std::uint32_t width, std::uint32_t height) {

@@ -1,4 +1,4 @@
-// The viewer's player, and what a viewer does with the one that is seen.
+// The viewer's player, and what a viewer does with the player that is seen.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -14,15 +14,15 @@
 namespace {
 
 const char* const kNothing = "nothing is played; \"player play PATH\" plays a file";
-constexpr double kBackToStart = 3;  // s of a chapter, after which "previous" begins it again
+constexpr double kBackToStart = 3;  // s; later than this in a chapter, "previous" goes back to its beginning
 constexpr std::string_view kPlaylistEnds[] = {".m3u", ".m3u8", ".pls"};
 constexpr std::size_t kMostOfList = 1000;  // entries of a playlist that are played
 
-std::mutex changing;  // one change of the viewer's at a time; taken before the locks of parts.h
+std::mutex changing;  // serializes what a viewer does; taken before the other locks of parts.h
 
 std::atomic<void (*)()> on_change = nullptr;
 
-// Carries out what a viewer wants of the player that is seen. change: called under the session's lock; returns why not.
+// Calls `change` on the player that is seen, under its session's lock. change: returns why it failed; empty: done.
 template <typename Change>
 std::string control(Change change) {
   const std::lock_guard guard(changing);
@@ -40,7 +40,7 @@ std::string control(Change change) {
 
 const char* const kOpening = "the file is still being opened";
 
-// As above, of a player whose file is open.
+// The same, if the player's file is open.
 template <typename Change>
 std::string control_open(Change change) {
   return control([&](Session& session) { return session.stage == Stage::kReady ? change(session) : kOpening; });
@@ -51,7 +51,7 @@ std::string seek_in(Session& session, double place, bool percent) {
   session.wanted.seek = place;
   session.wanted.seek_percent = percent;
   ++session.wanted.seeks;
-  if (!percent) session.facts.position = place;  // so that the next one counts from there
+  if (!percent) session.facts.position = place;  // so that a further relative seek counts from there
   return {};
 }
 
@@ -135,7 +135,7 @@ std::string media_player_pause(bool paused) {
 
 std::string media_player_stop() {
   if (media_player_press_stop()) return {};
-  // What has ended or failed is only reported still.
+  // The viewer's player is not seen any more, but it is still reported as ended or failed.
   const std::lock_guard guard(changing);
   const SessionHandle session = session_of_viewer();
   if (session == nullptr) return kNothing;
@@ -217,7 +217,7 @@ std::string viewer_choose(TrackKind kind, std::size_t number) {
 std::string viewer_repeat(Repeat repeat) {
   return control([&](Session& session) {
     if (session.handle != 0 && repeat == Repeat::kFolder)
-      return std::string("an application's player repeats its file only");
+      return std::string("an application's player can only repeat its file");
     session.wanted.repeat = repeat;
     return std::string();
   });
@@ -304,7 +304,7 @@ bool media_player_press_track(bool subtitles, std::string& ret_chosen) {
              at = std::ranges::find_if(tracks, [](const auto* each) { return each->chosen; });
              if (subtitles) at = tracks.end();
            }
-           // After the last subtitles there are none; the sound begins again.
+           // After the last subtitles they are off; after the last sound track comes the first.
            if (at == tracks.end())
              at = tracks.begin();
            else if (++at == tracks.end() && !subtitles)

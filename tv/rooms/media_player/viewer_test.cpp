@@ -72,7 +72,7 @@ TEST_F(MediaSet, WrongWordsAreRefused) {
   EXPECT_EQ(text(shown(), "state"), "playing");
 }
 
-TEST_F(MediaSet, AViewersFileGoesOnWhereItWasLeft) {
+TEST_F(MediaSet, AViewersFileIsResumedWhereItWasLeft) {
   EXPECT_EQ(error({"player", "play", path("film.mp4"), "6"}), "");
   ASSERT_TRUE(is("playing"));
   EXPECT_TRUE(until([] { return number(shown(), "position") >= 6; }));
@@ -132,7 +132,7 @@ TEST_F(MediaSet, KeysControlThePlayer) {
   EXPECT_EQ(text(shown(), "state"), "none");
 }
 
-TEST_F(MediaSet, WhatCannotBePlayedSaysWhyToTheViewer) {
+TEST_F(MediaSet, TheViewerLearnsWhyAFileCannotBePlayed) {
   EXPECT_EQ(error({"player", "play", path("missing.mp4")}),
             "\"" + path("missing.mp4") + "\" cannot be opened: No such file or directory");
   EXPECT_EQ(error({"player", "play", "/etc/passwd"}), "\"/etc/passwd\" is not on an inserted stick");
@@ -159,7 +159,7 @@ TEST_F(MediaSet, ARatedFileIsUnlockedByThePin) {
   EXPECT_TRUE(is("playing"));
 }
 
-TEST_F(MediaSet, OthersAreToldOfChanges) {
+TEST_F(MediaSet, ChangesAreReportedToTheRegisteredFunction) {
   static std::atomic<int> changes;
   changes = 0;
   media_player_on_change([] { ++changes; });

@@ -177,5 +177,5 @@ void add_details(const MenuView& view, boost::json::object& reply) {
   const auto event = chosen(view);
   if (!event) return;
   reply["event"] = shown_with_channel(view, *event);
-  reply["text"] = cut_text(event->details.empty() ? event->summary : event->details, kLongestText);
+  reply["text"] = cut_text(event->details.empty() ? event->summary : event->details, kLongestDetails);
 }

@@ -174,6 +174,8 @@ void show_menu(MenuView& view, const Menu& menu, bool keep) {
   view.time = 0;
   view.from = 0;
   view.folder.clear();
+  view.server = 0;
+  view.path.clear();
   if (menu.begin != nullptr) menu.begin(view);
 }
 
@@ -291,7 +293,7 @@ boost::json::object menu_command(Arguments arguments) {
 }
 
 constexpr Command kCommands[] = {
-    {"menu", "[main|guide|channels|favourites|sources|recordings|timers|media|close]", 1,
+    {"menu", "[main|guide|channels|favourites|sources|recordings|timers|media|home_network|close]", 1,
      "Shows the open menu; opens one, or closes it; keys operate it (\"key DOWN\")", menu_command},
 };
 

@@ -15,12 +15,21 @@
 
 #include "core/timers.h"
 
-inline constexpr std::size_t kShownRows = 7;        // of a list
-inline constexpr std::size_t kShownEvents = 8;      // of a channel in the guide
-inline constexpr std::size_t kLongestShown = 100;   // bytes of a title
-inline constexpr std::size_t kLongestText = 2'000;  // bytes of an event's details
+inline constexpr std::size_t kShownRows = 7;           // of a list
+inline constexpr std::size_t kShownEvents = 8;         // of a channel in the guide
+inline constexpr std::size_t kLongestShown = 100;      // bytes of a title
+inline constexpr std::size_t kLongestDetails = 2'000;  // bytes of an event's details
+
+inline constexpr std::size_t kDeepestPath = 12;  // of a server; what home_network keeps for the way back
 
 struct Menu;
+
+// A folder of a server that was opened: the last one's entries are shown.
+struct OpenFolder {
+  std::string id = {};
+  std::string name = {};
+  std::int64_t item = 0;  // that was chosen when the next folder was opened
+};
 
 // The open menu, and what is chosen in it. Copied; an action changes its copy.
 struct MenuView {
@@ -34,6 +43,8 @@ struct MenuView {
   std::int64_t time = 0;              // in the guide: a time within the chosen event
   std::int64_t from = 0;              // in the guide: when the shown hours begin
   std::string folder = {};            // of media: whose entries are shown; empty: the sticks
+  std::int32_t server = 0;            // of the home network: whose folders are open; 0: the servers are shown
+  std::vector<OpenFolder> path = {};  // the first one is the server's root
   std::int64_t asked = 0;             // the recording that RED deletes; 0: none
   TimerTime asked_until{};            // if it is pressed before this time
 };
@@ -120,3 +131,10 @@ boost::json::object media_row(std::int64_t item, const MenuView& view);
 void tidy_media(MenuView& view);
 void add_media(const MenuView& view, boost::json::object& reply);
 extern const std::span<const MenuAction> kMediaActions;
+
+// home_menu.cpp
+std::vector<std::int64_t> home_items(const MenuView& view);
+boost::json::object home_row(std::int64_t item, const MenuView& view);
+void begin_home(MenuView& view);
+void add_home(const MenuView& view, boost::json::object& reply);
+extern const std::span<const MenuAction> kHomeActions;

@@ -118,6 +118,19 @@ const Menu kMenus[] = {
      .row = media_row,
      .tidy = tidy_media,
      .add = add_media},
+    {.name = "home_network",
+     .key = "",
+     .title = "Home network",
+     .help = "",
+     .application = "",
+     .parent = "",
+     .time = seconds(300),
+     .in_main = true,
+     .actions = kHomeActions,
+     .items = home_items,
+     .row = home_row,
+     .begin = begin_home,
+     .add = add_home},
 };
 
 }  // namespace

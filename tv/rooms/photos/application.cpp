@@ -28,9 +28,9 @@ struct Opened {
 };
 
 struct State {
-  std::mutex lock;  // guards the members below; not held together with another one
+  std::mutex lock;  // guards the members below; no other lock is taken under it
   bool ready = false;
-  std::uint64_t serial = 0;  // of the last opened picture
+  std::uint64_t serial = 0;  // number of the picture that was opened last
   std::optional<Opened> opened;
 };
 
@@ -47,7 +47,7 @@ std::optional<Opened> opened() {
   return state.opened;
 }
 
-// Changes how the open picture lies; what is displayed with it, if it is the same picture.
+// Changes the view of the open picture, and of the displayed one if that is the same picture.
 INT32 turn(const char* function, void (*change)(PhotoView& view, int number), int number) {
   std::string path;
   {

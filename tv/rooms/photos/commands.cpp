@@ -12,9 +12,9 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr std::size_t kMostCounted = 2000;  // photos of a folder, for the place of the displayed one
+constexpr std::size_t kMostCounted = 2000;  // photos of a folder among which the displayed one is counted
 
-// Its number in its folder, from 1, and how many there are; 0: the library does not know it.
+// The photo's number in its folder, from 1, and the number of photos there; 0: the library does not have it.
 struct Place {
   std::size_t index = 0;
   std::size_t of = 0;
@@ -75,7 +75,7 @@ json::object pan(Arguments arguments) {
   const auto x = parse_number_within(arguments[0], -100, 100), y = parse_number_within(arguments[1], -100, 100);
   if (!x || !y)
     return reply_takes("photo pan", "two numbers from -100 (left, top) to 100 (right, bottom)", joined(arguments));
-  // Both at once, as one number: a frame between them would jump.
+  // Both values are set at once, as one number, so that no frame is drawn between them.
   constexpr int kRow = 1000;
   return change(
       [](PhotoView& view, int number) {
@@ -102,7 +102,7 @@ json::object slide_show(Arguments arguments) {
 
 struct Word {
   std::string_view name;
-  std::size_t least, most;  // words behind it
+  std::size_t least, most;  // number of words after it
   json::object (*run)(Arguments arguments);
 };
 

@@ -1,3 +1,4 @@
+// The command "photo".
 #pragma once
 
 #include <span>

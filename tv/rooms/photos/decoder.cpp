@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::size_t kMostJobs = 8;                            // that wait
-constexpr std::chrono::seconds kReaderIdle{10};                 // the reader's process ends after it
+constexpr std::chrono::seconds kReaderIdle{10};                 // after which the reader's process is ended
 constexpr std::uint32_t kMostWidth = 1920, kMostHeight = 1080;  // of a decoded picture: the panel's
 
 enum class Progress { kWaits, kRuns, kDone };
@@ -21,19 +21,20 @@ enum class Progress { kWaits, kRuns, kDone };
 struct Job {
   PhotoOpen open;
   std::string name;
-  std::function<void(DecodedPhoto photo)> take = {};  // empty: somebody waits for `done`
+  std::function<void(DecodedPhoto photo)> take = {};  // empty: a caller waits for `done`
   Progress progress = Progress::kWaits;
   DecodedPhoto result = {};
 };
 using JobPointer = std::shared_ptr<Job>;
 
 struct State {
-  std::mutex lock;  // guards all members but the thread and what the reader does; no other lock is taken under it
+  std::mutex
+      lock;  // guards all members except the thread, and the reader while it works; no other lock is taken under it
   std::condition_variable wake;
   std::condition_variable done;
   bool running = false;
   std::deque<JobPointer> jobs;
-  JobPointer present;  // what the thread works on
+  JobPointer present;  // the job that the thread works on; null: none, or it was cancelled
   MediaReaderHandle reader;
   std::thread thread;
 };
@@ -84,7 +85,7 @@ void run() {
     guard.unlock();
     DecodedPhoto result = decode(reader, *job);
     guard.lock();
-    // A reader that was cancelled is of no use any more.
+    // A cancelled reader stays cancelled, so it is replaced.
     MediaReaderHandle cancelled = state.present != job ? std::move(state.reader) : nullptr;
     const bool wanted = state.present == job;
     state.present.reset();
@@ -98,7 +99,7 @@ void run() {
   }
 }
 
-// The job is not wanted any more. The caller holds the lock.
+// Removes the job from the queue, or cancels it. The caller holds the lock.
 void give_up(const JobPointer& job) {
   std::erase(state.jobs, job);
   if (state.present != job) return;
@@ -133,7 +134,7 @@ void decoder_stop() {
     state.running = false;
     for (const JobPointer& job : state.jobs) {
       job->progress = Progress::kDone;
-      job->result.why = "the set goes off";
+      job->result.why = "the set is being switched off";
     }
     state.jobs.clear();
     if (state.present != nullptr) give_up(state.present);

@@ -1,5 +1,5 @@
-// The image viewer: what is displayed, how it lies, and the slide show. An application's pictures are opened in
-// application.cpp, a viewer's commands are in commands.cpp, the thread that decodes is in decoder.cpp.
+// The image viewer: the displayed picture, its view, and the slide show. application.cpp opens the pictures of
+// applications, commands.cpp has the viewer's commands, decoder.cpp the thread that decodes.
 #include "rooms/photos/photos.h"
 
 #include <algorithm>
@@ -28,15 +28,15 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kFadeTime{600};
-constexpr int kMostBroken = 20;  // photos that a slide show passes over in a row
+constexpr int kMostBroken = 20;  // photos in a row that a slide show skips, since they cannot be shown
 
 struct State {
-  std::mutex lock;  // taken after every room's and the store's; the timers' is taken under it. Guards the members below
+  std::mutex lock;  // guards the members below; taken after every room's and the store's; the timers' is taken under it
   std::optional<Photo> shown;
-  std::optional<Photo> before;  // fades out
+  std::optional<Photo> before;  // the picture that fades out
   TimerTime fade_begin = {};
   bool leaves = false;  // photos_leave was called
-  // Incremented when the display ends or is to end: what was queued before is not displayed.
+  // Incremented when the display ends or is to end. A photo that was queued before is then dropped.
   std::uint64_t turn = 0;
   bool slides = false;
   seconds slide_time{kUsualSlide};
@@ -48,7 +48,7 @@ struct State {
 State& state = *new State;
 
 std::atomic<bool> displayed = false;    // read without the lock
-std::atomic<std::uint64_t> newest = 0;  // picture's number; grows under the lock
+std::atomic<std::uint64_t> newest = 0;  // number of the newest picture; changed under the lock
 
 Timer slide_timer;
 Timer leave_timer;
@@ -79,7 +79,7 @@ void close_now() {
   changed();
 }
 
-// ---- The slide show; the timer thread's and the decoder's ----
+// ---- The slide show, on the timer thread and the decoder's ----
 
 // Opens the file; null with ret_why.
 PhotoFile open_file(const std::string& path, std::string& ret_why) {
@@ -89,16 +89,18 @@ PhotoFile open_file(const std::string& path, std::string& ret_why) {
 
 void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded);
 
-// As photo_display. turn: the display is wanted as long as this is the present one; nothing: it is in any case.
+// As photo_display. turn: if it is no longer State::turn, the photo is dropped; nothing: the photo is displayed in any
+// case.
 void display(const Photo& photo, std::optional<std::uint64_t> turn);
 
-// Has the file opened and decoded for the slide show or for a key; a stick may answer slowly.
+// Queues the file to be opened and decoded, for the slide show or a key. Opening waits for the stick, so the decoder's
+// thread does it.
 void queue(const std::string& path, std::uint64_t turn) {
   decoder_queue([path](std::string& ret_why) { return open_file(path, ret_why); }, path,
                 [path, turn](DecodedPhoto decoded) { take_slide(path, turn, std::move(decoded)); });
 }
 
-// The first photo of the folder, after its last one.
+// The first photo of the path's folder; nothing: there is no other than the path.
 std::optional<std::string> first_of(const std::string& path) {
   const std::string folder = path.substr(0, path.rfind('/'));
   const std::vector<LibraryEntry> entries = library_folder(folder, MEDIA_TYPE_PHOTO, 0, 1);
@@ -111,10 +113,10 @@ std::optional<std::string> next_of(const std::string& path, int step) {
   return step > 0 ? first_of(path) : std::nullopt;
 }
 
-// A photo for the slide show or a key has been decoded, or cannot be.
+// Takes a photo that the slide show or a key has requested: displays it, or goes on to the next if it cannot be shown.
 void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded) {
   if (decoded.picture != nullptr) return display({.path = path, .decoded = std::move(decoded)}, turn);
-  std::fprintf(stderr, "dtv_tv: the photo %s is passed over: %s\n", quoted(path).c_str(), decoded.why.c_str());
+  std::fprintf(stderr, "dtv_tv: the photo %s is skipped: %s\n", quoted(path).c_str(), decoded.why.c_str());
   bool goes_on = false;
   {
     const std::lock_guard guard(state.lock);
@@ -134,7 +136,7 @@ void slide_on() {
     if (!state.slides || !state.shown || timer_now() < state.slide_due) return;
     path = state.shown->path;
     turn = state.turn;
-    set_slide();  // in case nothing comes of it
+    set_slide();  // tries again later if the next photo cannot be shown
   }
   if (const auto next = next_of(path, 1)) queue(*next, turn);
 }
@@ -144,7 +146,7 @@ void slide_on() {
 std::uint64_t number(int, int) {
   if (!displayed) return 0;
   const std::lock_guard guard(state.lock);
-  if (state.before) {  // fades: every look is at another picture
+  if (state.before) {  // during a fade, each call is about another picture
     changed();
     if (timer_now() >= state.fade_begin + kFadeTime) state.before.reset();
   }

@@ -87,7 +87,7 @@ TEST(PhotoView, turns_zooms_and_pans) {
   EXPECT_EQ(drawn(picture, {.zoom = 50}, 50, 50), "RGBW") << "in the middle";
 }
 
-TEST(PhotoView, has_bars_where_the_shape_is_another_one) {
+TEST(PhotoView, has_bars_where_the_shapes_differ) {
   const MediaPicture wide = quadrants(1280, 720);
   // Standing, it is 202 pixels wide of 640.
   EXPECT_EQ(drawn(wide, {.rotation = 90}, 31, 100), "BRWG");
@@ -188,7 +188,7 @@ TEST_F(PhotosTest, calls_in_the_wrong_order_are_refused) {
   expect_words(refusal(a_vextvapi_img_playback_decode), {"no picture is open"});
 }
 
-TEST_F(PhotosTest, wild_arguments_are_refused) {
+TEST_F(PhotosTest, arguments_out_of_range_are_refused) {
   ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
   const auto open = [](const std::string& path, INT32 mode = 0, INT32 flags = 0) {
     return [=] { return a_vextvapi_img_playback_open(path.c_str(), mode, flags); };
@@ -213,7 +213,7 @@ TEST_F(PhotosTest, wild_arguments_are_refused) {
                {"1 to 1280"});
 }
 
-TEST_F(PhotosTest, what_is_no_photo_is_not_decoded) {
+TEST_F(PhotosTest, a_file_that_is_no_photo_is_not_decoded) {
   std::ofstream(stick + "/text.jpg") << "This is a text.";
   ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
   ASSERT_EQ(a_vextvapi_img_playback_open(at("text.jpg").c_str(), 0, 0), 0);

@@ -7,14 +7,14 @@
 
 namespace {
 
-// Of a canvas pixel that covers many of the picture's, so many in each direction are averaged.
+// A canvas pixel that covers several pixels of the picture is the average of at most so many in each direction.
 constexpr int kMostSamples = 4;
 
 struct Colour {
   std::uint32_t blue = 0, green = 0, red = 0;
 };
 
-// The picture's pixel at a place of the turned picture.
+// The pixel of the picture that is at this position after turning.
 const std::uint8_t* pixel_at(const MediaPicture& picture, int rotation, std::uint32_t x, std::uint32_t y) {
   std::uint32_t from_x = x, from_y = y;
   if (rotation == 90) {

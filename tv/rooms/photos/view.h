@@ -1,4 +1,4 @@
-// How a photo lies on the screen.
+// How a photo is turned, zoomed and moved on the screen.
 #pragma once
 
 #include "rooms/library/reader.h"
@@ -9,13 +9,14 @@ inline constexpr int kLeastZoom = 25, kFitZoom = 100, kMostZoom = 800;  // perce
 struct PhotoView {
   int rotation = 0;  // degrees clockwise: 0, 90, 180, 270
   int zoom = kFitZoom;
-  int pan_x = 0;  // percent of what does not fit: -100 shows its left edge, 100 its right edge
-  int pan_y = 0;  // -100 shows its top
+  int pan_x = 0;  // percent: -100 shows the picture's left edge, 0 its middle, 100 its right edge
+  int pan_y = 0;  // percent: -100 shows its upper edge, 100 its lower edge
   bool operator==(const PhotoView&) const = default;
 };
 
-// Draws the picture into the canvas's size, on black.
+// Draws the picture on black into the canvas, whose width and height are set.
 void view_draw(const MediaPicture& picture, const PhotoView& view, Canvas& ret_canvas);
 
-// Mixes the upper one into the canvas; share: of the upper one, 0 to 256.
+// Blends `upper` over the canvas, which has the same size. share: how much of `upper`, from 0 (nothing) to 256 (only
+// it).
 void view_mix(const Canvas& upper, int share, Canvas& canvas);

@@ -1,6 +1,6 @@
-// The renderer as applications have it: instances, their callbacks, their reports, the facts of the present item.
-// Several instances are one renderer: each gets every request, and each may report. The oldest one ends when there are
-// more than kMostInstances, so that an application that was left without destroying its instance keeps nobody out.
+// The TV API's functions of the renderer: instances, their callbacks and reports, and the facts of the present item.
+// All instances together are one renderer: each gets every request, and each may report. If there are more than
+// kMostInstances, the oldest one ends, so that an application that did not destroy its instances keeps nobody out.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -26,7 +26,7 @@ std::string unknown(UINT32 handle) {
   return "there is no renderer instance " + std::to_string(handle) + "; a_vextvapi_dmr_file_create makes one";
 }
 
-// Nothing is loaded any more. The caller holds the model's lock.
+// Removes the present and the next item. The caller holds the model's lock.
 void forget_items() {
   model.transport = Transport::kNoMedia;
   model.current = model.next = {};
@@ -35,7 +35,7 @@ void forget_items() {
   player_answered();
 }
 
-// Reads a fact of the present item; refuses an unknown instance, and a renderer without an item.
+// Reads a fact of the present item. Refuses an unknown instance, and fails without an item.
 template <typename Take>
 INT32 with_item(const char* function, UINT32 instance, const void* place, Take take) {
   if (place == nullptr) return refuse_call(function, "there is no place for the result");
@@ -89,7 +89,7 @@ UINT32 a_vextvapi_dmr_file_create() {
     const std::lock_guard guard(model_lock);
     ours = model.instances.empty() && model.transport != Transport::kNoMedia;
   }
-  if (ours) player_stop();  // what the viewer's player plays for a controller
+  if (ours) player_stop();  // ends what the viewer's player plays for a controller
   {
     const std::lock_guard guard(model_lock);
     if (model.instances.empty()) forget_items();

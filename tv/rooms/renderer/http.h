@@ -1,4 +1,4 @@
-// Boost.Beast and Boost.Asio, for the files that touch sockets or HTTP.
+// What the renderer's files that use Boost.Beast and Boost.Asio share.
 #pragma once
 
 #include <boost/asio/io_context.hpp>
@@ -19,9 +19,9 @@ using HttpResponse = http::response<http::string_body>;
 
 inline constexpr const char* kServerName = "Linux UPnP/1.0 dtv/1.0";
 
-// ---- routes.cpp: what a request's answer is. On the server's thread. ----
+// ---- routes.cpp: the answers to requests. On the server's thread. ----
 
-// peer: the address of who asks. own: the address and port that the request came to.
+// The answer to a request. peer: the client's address. own: the "address:port" to which the request came.
 HttpResponse route(const HttpRequest& request, const std::string& peer, const std::string& own);
 
 HttpResponse answer(http::status status, std::string body = "");
@@ -30,6 +30,8 @@ HttpResponse answer(http::status status, std::string body = "");
 
 asio::io_context& server_context();
 
-// ---- subscribers.cpp: SUBSCRIBE and UNSUBSCRIBE to the events of the service with that place in services() ----
+// ---- subscribers.cpp ----
 
+// The answer to a SUBSCRIBE or UNSUBSCRIBE request. service: the index in services() of the service whose events it
+// concerns. On the server's thread.
 HttpResponse subscribers_answer(const HttpRequest& request, std::size_t service);

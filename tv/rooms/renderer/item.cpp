@@ -13,7 +13,7 @@
 namespace {
 
 constexpr unsigned kMostHours = 999;
-constexpr std::size_t kMostResources = 32;  // of a description
+constexpr std::size_t kMostResources = 32;  // of a description that are read
 
 struct Resource {
   std::string address, protocol_info, duration, size, resolution;
@@ -24,7 +24,7 @@ struct Description {
   std::string type;  // "object.item.videoItem.movie"
 };
 
-// Elements whose text is a fact of the item, at the depth of an item's members. The first one of a name counts.
+// Elements whose text is a fact of the item. The first element of a name is used.
 struct Fact {
   std::string_view name;
   std::string Item::*place;
@@ -39,11 +39,11 @@ void take_text(Item& ret_item, Description& ret_description, std::string_view na
   if (name == "class") ret_description.type = text;
   for (const Fact& fact : kFacts) {
     std::string& place = ret_item.*fact.place;
-    if (fact.name == name && place.empty()) place = clean_text(text, kLongestFact);
+    if (fact.name == name && place.empty()) place = clean_text(text, kLongestItemText);
   }
 }
 
-// The last part of the address's path, with its escapes resolved.
+// The last part of the address's path, percent-decoded.
 std::string file_name(std::string_view address) {
   std::string_view path = address.substr(0, address.find_first_of("?#"));
   path = path.substr(path.rfind('/') + 1);
@@ -54,7 +54,7 @@ std::string file_name(std::string_view address) {
     name += byte ? static_cast<char>(*byte) : path[i];
     if (byte) i += 2;
   }
-  return clean_text(name, kLongestFact);
+  return clean_text(name, kLongestItemText);
 }
 
 std::int32_t kind_of(std::string_view type, std::string_view media_type) {
@@ -64,7 +64,7 @@ std::int32_t kind_of(std::string_view type, std::string_view media_type) {
   return 0;
 }
 
-// The extension of the address's file if it looks like one, else the media type's.
+// The extension in the address if it looks like one, or else the media type's.
 std::string extension_of(std::string_view name, std::string_view media_type) {
   const std::size_t dot = name.rfind('.');
   if (dot != std::string_view::npos) {
@@ -105,8 +105,8 @@ Item item_read(std::string_view address, std::string_view metadata) {
   if (!description.resources.empty()) {
     const auto named = std::ranges::find(description.resources, address, &Resource::address);
     const Resource& chosen = named == description.resources.end() ? description.resources.front() : *named;
-    item.protocol_info = clean_text(chosen.protocol_info, kLongestFact);
-    item.resolution = clean_text(chosen.resolution, kLongestFact);
+    item.protocol_info = clean_text(chosen.protocol_info, kLongestItemText);
+    item.resolution = clean_text(chosen.resolution, kLongestItemText);
     item.duration = read_clock(chosen.duration).value_or(0);
     item.bytes = parse_number_within<std::int64_t>(chosen.size, 0, INT64_MAX).value_or(0);
   }

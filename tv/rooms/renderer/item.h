@@ -1,4 +1,4 @@
-// What a controller tells about a file that the renderer plays: an address, and a description in DIDL-Lite.
+// What a controller says about a file that the renderer plays: its address, and its description in DIDL-Lite.
 #pragma once
 
 #include <cstddef>
@@ -9,13 +9,13 @@
 
 inline constexpr std::size_t kLongestItemAddress = 1024;  // bytes of an item's address
 inline constexpr std::size_t kLongestMetadata = 16384;    // bytes of its description; a longer one is ignored
-inline constexpr std::size_t kLongestFact = 255;          // bytes of a text in it; cut
+inline constexpr std::size_t kLongestItemText = 255;      // bytes of a text in it; a longer one is cut
 
 struct Item {
   std::string address = {};        // empty: no item
-  std::string metadata = {};       // the description as it came, if it is well-formed
-  std::string protocol_info = {};  // of the resource that has the address, else of the first one
-  std::string title = {};          // the description's, else the end of the address
+  std::string metadata = {};       // the description as received; empty if it is not well-formed
+  std::string protocol_info = {};  // of the description's resource with this address, else of its first resource
+  std::string title = {};          // from the description, else the last part of the address
   std::string artist = {};
   std::string author = {};
   std::string album = {};
@@ -27,14 +27,15 @@ struct Item {
   double duration = 0;          // s; 0: not known
 };
 
+// Reads what a controller sends. metadata: the description; may be empty, and may be anything.
 Item item_read(std::string_view address, std::string_view metadata);
 
-// The media type of a protocol information, "http-get:*:video/mp4:*", in lower case and without parameters; empty for
-// any type, and for a text that is no protocol information.
+// The media type in a protocol information such as "http-get:*:video/mp4:*", in lower case and without parameters.
+// Empty: it says any type, or the text is no protocol information.
 std::string item_media_type(std::string_view protocol_info);
 
-// "1:02:03.5" in s; nullopt for another form, or 1,000 hours and more.
+// Reads a time such as "1:02:03.5", in s. Nothing: it has another form, or is 1,000 hours or more.
 std::optional<double> read_clock(std::string_view text);
 
-// "1:02:03": whole seconds.
+// Writes whole seconds as "1:02:03".
 std::string write_clock(double seconds);

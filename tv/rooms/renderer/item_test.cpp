@@ -67,7 +67,7 @@ TEST(RendererItem, RefusesElementsThatAreTooDeep) {
 }
 
 TEST(RendererItem, CutsLongFactsAndIgnoresLongDescriptions) {
-  EXPECT_EQ(item_read(kFilm, with_title(std::string(1000, 'x'))).title, std::string(kLongestFact, 'x'));
+  EXPECT_EQ(item_read(kFilm, with_title(std::string(1000, 'x'))).title, std::string(kLongestItemText, 'x'));
   const std::string huge = with_title(std::string(8'000'000, 'x'));
   EXPECT_EQ(item_read(kFilm, huge).title, "One night.mp4");
 }

@@ -103,7 +103,7 @@ TEST_F(TvRendererNetwork, SendsTheVariablesOfTheConnectionManager) {
   EXPECT_NE(event.element("SinkProtocolInfo").find("http-get:*:video/mp4:*"), std::string::npos);
 }
 
-TEST_F(TvRendererNetwork, JoinsChangesThatComeTooFast) {
+TEST_F(TvRendererNetwork, JoinsChangesWithinTheLeastTimeBetweenEvents) {
   const Listener listener;
   ASSERT_EQ(subscribe_to("RenderingControl", listener).status, 200);
   listener.take();
@@ -152,7 +152,7 @@ TEST_F(TvRendererNetwork, ForgetsASubscriptionThatIsNotRenewed) {
   EXPECT_EQ(exchange(place, "SUBSCRIBE", "/AVTransport/events", {{"SID", id}}).status, 412);
 }
 
-TEST_F(TvRendererNetwork, BoundsTheTimeOfASubscription) {
+TEST_F(TvRendererNetwork, LimitsTheTimeOfASubscription) {
   const Listener listener;
   const auto granted = [&](const std::string& wanted) {
     return subscribe("AVTransport", "<http://" + listener.place + "/>", wanted).header("TIMEOUT");
@@ -164,7 +164,7 @@ TEST_F(TvRendererNetwork, BoundsTheTimeOfASubscription) {
   EXPECT_EQ(granted("Second-x"), "Second-1800");
 }
 
-TEST_F(TvRendererNetwork, RefusesSubscriptionsThatCannotBe) {
+TEST_F(TvRendererNetwork, RefusesInvalidSubscriptions) {
   for (const char* const callbacks :
        {"", "http://127.0.0.1:9/", "<>", "<http://203.0.113.7:9/>", "<https://127.0.0.1:9/>", "<http://localhost:9/>",
         "<http://127.0.0.1:0/>", "<http://127.0.0.1:70000/>", "<http://127.0.0.1:9/ HTTP/1.1>"})
@@ -199,7 +199,7 @@ TEST_F(TvRendererNetwork, EndsASubscriptionWhoseOwnerHasGone) {
 
 // ---- Limits ----
 
-TEST_F(TvRendererNetwork, BoundsSubscriptionsAndServesTheOthers) {
+TEST_F(TvRendererNetwork, LimitsSubscriptionsPerHostAndServesOtherHosts) {
   const Listener listener;
   int taken = 0, refused = 0;
   for (int i = 0; i < 500; ++i) {
@@ -216,7 +216,7 @@ TEST_F(TvRendererNetwork, BoundsSubscriptionsAndServesTheOthers) {
   EXPECT_EQ(changed(other.take(), "Volume"), "20");
 }
 
-TEST_F(TvRendererNetwork, BoundsSubscriptionsOfAllHostsTogether) {
+TEST_F(TvRendererNetwork, LimitsSubscriptionsOfAllHostsTogether) {
   for (std::size_t i = 0; i < kMostSubscribers / kMostSubscribersOfHost; ++i) {
     const Listener listener("127.0.1." + std::to_string(i + 1));  // it answers nobody
     for (std::size_t k = 0; k < kMostSubscribersOfHost; ++k)
@@ -244,7 +244,7 @@ TEST_F(TvRendererNetwork, ASubscriberThatDoesNotReadDelaysNobody) {
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(kDeliverySeconds));
 }
 
-TEST_F(TvRendererNetwork, BoundsConnectionsOfOneAddressAndServesTheOthers) {
+TEST_F(TvRendererNetwork, LimitsConnectionsFromOneAddressAndServesOthers) {
   std::vector<Socket> idle;
   for (std::size_t i = 0; i < kMostConnectionsOfPeer; ++i) idle.push_back(connect_to(place));
   // The server accepts them in order, so that this one is beyond the bound.
@@ -254,7 +254,7 @@ TEST_F(TvRendererNetwork, BoundsConnectionsOfOneAddressAndServesTheOthers) {
   EXPECT_TRUE(eventually([&] { return exchange(place, "GET", "/description.xml").status == 200; }));
 }
 
-TEST_F(TvRendererNetwork, BoundsAllConnections) {
+TEST_F(TvRendererNetwork, LimitsAllConnections) {
   std::vector<Socket> idle;
   for (std::size_t i = 0; i < kMostConnections; ++i)
     idle.push_back(connect_to(place, "127.0.3." + std::to_string(i / kMostConnectionsOfPeer + 1)));
@@ -274,7 +274,7 @@ TEST_F(TvRendererNetwork, RefusesLongHeadersAndBodies) {
   EXPECT_EQ(state(), "NO_MEDIA_PRESENT");
 }
 
-TEST_F(TvRendererNetwork, RefusesWhatIsNoRequestOfAController) {
+TEST_F(TvRendererNetwork, RefusesRequestsThatNoControllerSends) {
   const std::string control = "/AVTransport/control";
   const std::string type = "urn:schemas-upnp-org:service:AVTransport:1";
   const std::string good = "<s:Envelope xmlns:s=\"s\"><s:Body><u:Stop xmlns:u=\"" + type +

@@ -1,4 +1,5 @@
-// Who plays what a controller sends: an application, by requests and reports, or the viewer's player.
+// Plays what a controller sends: by an application, which gets requests and reports its state, or by the viewer's
+// player.
 #include <algorithm>
 #include <atomic>
 #include <memory>
@@ -11,26 +12,27 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kMostWaitingRequests = 32;      // that applications have not taken yet
-constexpr double kShortestRepeatSeconds = 1;  // an item that ends sooner is not repeated, so that nothing spins
+constexpr int kMostWaitingRequests = 32;  // that have been posted to applications and not been delivered
+// An item that ends sooner, in s, is not repeated, so that a broken one does not loop.
+constexpr double kShortestRepeatSeconds = 1;
 
 std::atomic<int> waiting_requests = 0;
 
-// What the viewer's player has from the renderer. Guarded by the model's lock.
+// What the renderer has given to the viewer's player. Guarded by the model's lock.
 struct Sounding {
   std::string address = {};  // empty: nothing
-  bool starting = false;     // the player is being given it: what it reports is about what it had before
-  std::uint64_t begun = 0;   // grows with each item
+  bool starting = false;     // the player is still being given it, and reports the file that it had before
+  std::uint64_t begun = 0;   // incremented with each item
 };
 Sounding sounding;
 
 // Both are guarded by the model's lock.
-TimerTime answer_due = kTimerNever;  // when the application has to play
+TimerTime answer_due = kTimerNever;  // by when the application must report that it plays
 Timer answer_timer;
 
 // Sends a request to the applications. The caller holds the model's lock.
 std::string ask(INT32 type, const Item& item, double seconds = 0, INT32 number = 0) {
-  if (waiting_requests >= kMostWaitingRequests) return "the application has not taken the requests before";
+  if (waiting_requests >= kMostWaitingRequests) return "the application has not taken the earlier requests";
   bool heard = false;
   for (const Instance& instance : model.instances) {
     if (instance.callback == nullptr) continue;
@@ -71,7 +73,7 @@ std::string ask_to_play() {
 
 bool application_plays() { return !model.instances.empty(); }
 
-// Whether the viewer's player has what the renderer gave to it.
+// Whether the viewer's player still has the address that the renderer gave it.
 bool is_ours(const std::optional<MediaPlaying>& playing, const std::string& address) {
   return !address.empty() && playing && !playing->application && playing->path == address;
 }

@@ -1,5 +1,6 @@
 // The set as a renderer of the home network. Controllers find it while a viewer has switched it on, or an application
-// has an instance. The application receives the controllers' requests; without one the viewer's player plays it.
+// has an instance. An application gets the controllers' requests as events; without one the viewer's player carries
+// them out.
 #include <atomic>
 #include <boost/json.hpp>
 #include <cstdio>
@@ -18,7 +19,8 @@
 #include "rooms/renderer/subscribers.h"
 #include "rooms/volume/volume.h"
 
-std::mutex& model_lock = *new std::mutex;  // never destroyed: threads may still use both when the process exits
+// Never destroyed, like the model: threads may still use them when the process exits.
+std::mutex& model_lock = *new std::mutex;
 Model& model = *new Model;
 
 namespace {
@@ -31,10 +33,10 @@ constexpr std::size_t kLongestName = 64;
 
 constexpr const char* kStateNames[] = {"no media", "stopped", "opening", "playing", "paused"};  // by Transport
 
-std::mutex& life_lock = *new std::mutex;  // serializes begin and end; taken before all others of the room
+std::mutex& life_lock = *new std::mutex;  // serializes begin and end; taken before all other locks of the room
 bool running = false;                     // guarded by life_lock
 
-std::atomic<bool> follow_waits = false;  // for the server's thread
+std::atomic<bool> follow_waits = false;  // a call of player_follow waits for the server's thread
 
 Model copy_of_model() {
   const std::lock_guard guard(model_lock);
@@ -49,7 +51,7 @@ void player_changed() {
   });
 }
 
-// Names the renderer, and gives the set its identifier when it is a renderer for the first time.
+// Sets the renderer's name, and makes and stores its identifier the first time. False: that was not saved.
 bool take_names() {
   std::string name = clean_text(config_text(kNameKey), kLongestName);
   const std::lock_guard guard(model_lock);

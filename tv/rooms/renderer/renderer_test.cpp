@@ -219,7 +219,7 @@ TEST_F(TvRenderer, ControlsTheSetsOwnVolume) {
 
 // ---- An application plays ----
 
-TEST_F(TvRenderer, AsksTheApplicationAndTellsControllersWhatItReports) {
+TEST_F(TvRenderer, SendsRequestsToTheApplicationAndItsReportsToControllers) {
   begin();
   ASSERT_EQ(transport("SetAVTransportURI", load_film()).error(), 0);
   EXPECT_EQ(application.take(1),
@@ -294,7 +294,7 @@ TEST_F(TvRenderer, ReportsAnApplicationThatDoesNotBeginToPlay) {
   EXPECT_EQ(renderer_reply().at("reason"), "the application has not begun to play");
 }
 
-TEST_F(TvRenderer, TellsThatTheApplicationFailed) {
+TEST_F(TvRenderer, ReportsThatTheApplicationFailed) {
   begin();
   ASSERT_EQ(transport("SetAVTransportURI", load_film()).error(), 0);
   ASSERT_EQ(a_vextvapi_dmr_file_sync_stat(application.instance, DMR_STATE_FAILED, "", 42), 0);
@@ -302,7 +302,7 @@ TEST_F(TvRenderer, TellsThatTheApplicationFailed) {
   EXPECT_EQ(renderer_reply().at("reason"), "the application reports error 42");
 }
 
-TEST_F(TvRenderer, RefusesReportsThatCannotBe) {
+TEST_F(TvRenderer, RefusesInvalidReports) {
   begin();
   const UINT32 instance = application.instance;
   expect_words(refusal([&] { return a_vextvapi_dmr_file_sync_stat(instance, DMR_STATE_PLAYING, "", 0); }),
@@ -324,7 +324,7 @@ TEST_F(TvRenderer, RefusesReportsThatCannotBe) {
 
 // ---- Facts of the item ----
 
-TEST_F(TvRenderer, TellsTheApplicationTheItemsFacts) {
+TEST_F(TvRenderer, GivesTheItemsFactsToTheApplication) {
   begin();
   const UINT32 instance = application.instance;
   ASSERT_EQ(transport("SetAVTransportURI", load_film()).error(), 0);
@@ -354,7 +354,7 @@ TEST_F(TvRenderer, TellsTheApplicationTheItemsFacts) {
   EXPECT_STREQ(small, "Eine");
 }
 
-TEST_F(TvRenderer, RefusesFactsWithoutAnItemAPlaceOrAnInstance) {
+TEST_F(TvRenderer, RefusesFactsWithoutAnItemABufferOrAnInstance) {
   begin();
   const UINT32 instance = application.instance;
   char text[8];
@@ -393,7 +393,7 @@ TEST_F(TvRenderer, ChecksHandlesAndEndsTheOldestInstanceAtTheFifth) {
   EXPECT_FALSE(renderer_reply().contains("description"));
 }
 
-TEST_F(TvRenderer, AsksEveryApplication) {
+TEST_F(TvRenderer, SendsRequestsToEveryApplication) {
   begin();
   Application second;
   second.begin();

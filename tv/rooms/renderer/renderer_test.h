@@ -18,7 +18,7 @@
 #include "rooms/renderer/xml.h"
 #include "tests/unit/tv/support.h"
 
-inline constexpr int kLongWaitMillis = 20'000;  // an upper limit; what is waited for takes milliseconds
+inline constexpr int kLongWaitMillis = 20'000;  // an upper limit; the tests wait for milliseconds
 
 struct Socket {
   int number = -1;
@@ -228,7 +228,8 @@ inline Words load_film() {
   return {{"InstanceID", "0"}, {"CurrentURI", kFilm}, {"CurrentURIMetaData", kFilmDescription}};
 }
 
-// A set that is a renderer, with an application that listens. Time stands unless the test advances it.
+// A set that is a renderer, with an application that records requests. The clock stands still unless the test advances
+// it.
 struct TvRenderer : testing::Test {
   ManualClock clock;
   TvFolder folder;

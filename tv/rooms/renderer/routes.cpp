@@ -1,4 +1,4 @@
-// The renderer's paths: descriptions, actions in SOAP, subscriptions.
+// Answers requests by their paths: descriptions, actions in SOAP, subscriptions.
 #include <algorithm>
 
 #include "base/text.h"
@@ -13,8 +13,8 @@ constexpr std::size_t kMostArguments = 32;  // of a request; further ones are ig
 
 using Arguments = std::map<std::string, std::string, std::less<>>;
 
-// Reads an envelope with one action in it. False: it is none. What follows the action is ignored, since some
-// controllers count the bytes of their request too low.
+// Reads an envelope with one action. False: the body is none. What is missing after the action is ignored, since some
+// controllers state too small a Content-Length.
 bool read_envelope(const std::string& body, std::string_view action, Arguments& ret_arguments) {
   bool envelope = false, inside = false, whole = false, found = false;
   Arguments arguments;
@@ -58,7 +58,7 @@ HttpResponse fault(const ActionOutcome& outcome) {
 
 HttpResponse act(const HttpRequest& request, const RendererService& service, const std::string& peer) {
   if (!std::string_view(request[http::field::content_type]).starts_with("text/xml"))
-    return answer(http::status::unsupported_media_type, "an action is text/xml\n");
+    return answer(http::status::unsupported_media_type, "the content type of an action is text/xml\n");
   // "urn:schemas-upnp-org:service:AVTransport:1#Play", with the quotation marks.
   std::string_view wanted = request["SOAPACTION"];
   if (wanted.size() > 1 && wanted.front() == '"' && wanted.back() == '"') wanted = wanted.substr(1, wanted.size() - 2);
@@ -109,7 +109,7 @@ HttpResponse answer(http::status status, std::string body) {
 }
 
 HttpResponse route(const HttpRequest& request, const std::string& peer, const std::string& own) {
-  // A page in a browser must not act on the set, neither by itself nor by a name that leads here.
+  // A page in a browser must not act on the set, neither directly nor through a host name that resolves to it.
   if (request.find(http::field::origin) != request.end()) return answer(http::status::forbidden);
   if (request[http::field::host] != own) return answer(http::status::bad_request, "Host is not " + own + "\n");
   const std::string_view path = request.target();

@@ -1,4 +1,4 @@
-// The rows of each service: transport.cpp, rendering.cpp.
+// The rows of the services' tables, defined in transport.cpp and rendering.cpp.
 #pragma once
 
 #include "rooms/renderer/services.h"

@@ -26,7 +26,7 @@ struct Listener {
 };
 
 struct Server {
-  // The connections' ends use these, also while the context is destroyed, so they stand before it.
+  // Connections use these when they end, also while the context is destroyed, so these are declared before it.
   std::size_t connections = 0;
   std::map<std::string, std::size_t> by_peer;
   asio::io_context context;
@@ -46,7 +46,7 @@ struct Connection {
 
 using ConnectionShare = std::shared_ptr<Connection>;
 
-std::mutex& lock = *new std::mutex;  // guards the pointer; it changes while no thread of the server runs
+std::mutex& lock = *new std::mutex;  // guards the pointer, which changes only while the server's thread does not run
 std::unique_ptr<Server>& server = *new std::unique_ptr<Server>;
 
 void write(const ConnectionShare& connection) {
@@ -55,7 +55,7 @@ void write(const ConnectionShare& connection) {
   http::async_write(connection->stream, connection->response, [connection](error_code, std::size_t) {
     error_code ignored;
     connection->stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
-    subscribers_send();  // a new subscriber gets its first event behind the answer
+    subscribers_send();  // a new subscriber gets its first event after the answer
   });
 }
 
@@ -113,7 +113,7 @@ void accept(Server& of, Listener& listener) {
       begin(of, std::move(socket));
       return accept(of, listener);
     }
-    // The process has no descriptor left, for example. Those who wait are accepted later.
+    // For example, the process has no descriptor left. Waiting connections are accepted later.
     listener.pause.expires_after(kAcceptPause);
     listener.pause.async_wait([&of, &listener](error_code stopped) {
       if (!stopped) accept(of, listener);

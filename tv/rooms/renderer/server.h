@@ -1,5 +1,5 @@
-// The renderer's HTTP server, with a thread of its own. It serves the descriptions, takes the actions, and sends the
-// events. Each connection takes one request.
+// The renderer's HTTP server, with a thread of its own. It serves the descriptions, carries out the actions, and sends
+// the events. Each connection carries one request.
 #pragma once
 
 #include <functional>
@@ -7,12 +7,12 @@
 #include <vector>
 
 inline constexpr std::size_t kMostConnections = 64;        // further ones are closed at once
-inline constexpr std::size_t kMostConnectionsOfPeer = 16;  // of one address
+inline constexpr std::size_t kMostConnectionsOfPeer = 16;  // from one address
 inline constexpr int kConnectionSeconds = 15;              // for a request and its answer together
 inline constexpr unsigned kLongestHeader = 16 * 1024;      // bytes
 inline constexpr unsigned kLongestBody = 64 * 1024;        // bytes
 
-// Starts the thread. False with ret_error: it cannot start. One caller at a time starts and stops.
+// Starts the thread. False with ret_error: it cannot start. Calls of server_start and server_stop must not overlap.
 bool server_start(std::string& ret_error);
 
 // Ends the thread, all connections and subscriptions.
@@ -21,6 +21,6 @@ void server_stop();
 // Runs the action on the thread. Any thread; does nothing if the thread does not run.
 void server_post(std::function<void()> action);
 
-// Listens at the addresses, each with a port of its own. Returns "address:port" of those that could be used. On the
+// Listens at each of the addresses, on a free port. Returns "address:port" for each one that can be used. On the
 // thread.
 std::vector<std::string> server_listen(const std::vector<std::string>& hosts);

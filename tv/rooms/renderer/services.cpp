@@ -12,7 +12,7 @@ constexpr std::string_view kXml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>";
 
 bool is_number(const Variable& variable) { return variable.type != "string" && variable.type != "boolean"; }
 
-// Booleans may be words. The value as the actions read it.
+// The value in the form that the actions read: a boolean may also come as a word.
 std::string plain(const Variable& variable, const std::string& value) {
   if (variable.type != "boolean") return value;
   if (equal_ignoring_case(value, "true") || equal_ignoring_case(value, "yes")) return "1";

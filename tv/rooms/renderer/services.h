@@ -1,5 +1,5 @@
-// The renderer's services as tables. The description, the services' own descriptions, the check of an action's
-// arguments, its reply and the events come from these rows.
+// The renderer's services as tables. The descriptions of the device and of the services, the check of an action's
+// arguments, its reply and the events are made from these rows.
 #pragma once
 
 #include <map>
@@ -9,7 +9,7 @@
 
 #include "rooms/renderer/parts.h"
 
-// Errors of the UPnP architecture, and of the services.
+// Error codes of the UPnP device architecture and of the services. Numbers from 701 on have a meaning per service.
 enum : int {
   kDone = 0,
   kInvalidAction = 401,
@@ -33,18 +33,22 @@ enum : int {
 
 enum class ValueType : std::uint8_t { kText, kNumber, kSigned, kBoolean };  // string, ui4 or ui2, i4, boolean
 
-enum class Told : std::uint8_t { kNo, kEvent, kLastChange };  // how controllers learn of a change
+enum class Told : std::uint8_t {
+  kNo,
+  kEvent,
+  kLastChange
+};  // how changes are sent: never, as an event of its own, in LastChange
 
 struct Variable {
   std::string_view name;
-  std::string_view type;                           // as the description has it
-  std::string (*read)(const Model&) = nullptr;     // null: it stands for an argument only
+  std::string_view type;                           // the dataType in the service's description
+  std::string (*read)(const Model&) = nullptr;     // null: the variable only gives an argument its type
   std::span<const std::string_view> allowed = {};  // empty: any
   int minimum = 0;
   int maximum = 0;              // above the minimum: a range, with a step of 1
-  int invalid = kValueInvalid;  // the error of a value that is not allowed
+  int invalid = kValueInvalid;  // error code for a value that is not allowed
   Told told = Told::kNo;
-  bool channel = false;  // in LastChange it has the channel "Master"
+  bool channel = false;  // LastChange names the channel "Master" with it
 };
 
 struct Argument {
@@ -53,7 +57,8 @@ struct Argument {
   std::string_view variable;
 };
 
-// An action's arguments in, checked, by name, and those out that are no variable's value.
+// One call of an action. in: its arguments by name, checked. out: results by name; one that is not set here is the
+// value of its variable.
 struct Call {
   std::map<std::string, std::string, std::less<>> in;
   std::map<std::string, std::string, std::less<>> out;
@@ -67,12 +72,12 @@ struct ActionOutcome {
 struct Action {
   std::string_view name;
   std::span<const Argument> arguments;
-  ActionOutcome (*run)(Call& call) = nullptr;  // null: it only tells variables
+  ActionOutcome (*run)(Call& call) = nullptr;  // null: the results are the values of variables
 };
 
 struct RendererService {
   std::string_view name;
-  std::string_view space;  // of its LastChange; empty: it has none
+  std::string_view space;  // XML namespace of its LastChange; empty: it has none
   std::span<const Variable> variables;
   std::span<const Action> actions;
 };
@@ -83,8 +88,8 @@ std::string service_type(const RendererService& service);  // urn:schemas-upnp-o
 
 const Variable* variable_row(const RendererService& service, std::string_view name);
 
-// Carries an action out. in: the request's arguments; further ones are ignored. The arguments out come in the order of
-// the action's row. The caller holds no lock.
+// Carries out an action. in: the request's arguments; unknown ones are ignored. out: the results, in the order of the
+// action's row. The caller holds no lock.
 struct Reply {
   ActionOutcome outcome;
   std::vector<std::pair<std::string_view, std::string>> out = {};
@@ -92,11 +97,11 @@ struct Reply {
 Reply service_call(const RendererService& service, std::string_view action,
                    const std::map<std::string, std::string, std::less<>>& in);
 
-// The documents, by the path of an HTTP request. The paths of a service are /NAME.xml, /NAME/control and /NAME/events.
+// The documents that the server serves. A service's own paths are /NAME.xml, /NAME/control and /NAME/events.
 inline constexpr std::string_view kDescriptionPath = "/description.xml";
 std::string write_description(const Model& shown);
 std::string write_service(const RendererService& service);
 
-// The values of the variables whose bit is set in `changed`, by their place in the service, as the body of an event.
+// The body of an event with the values of the variables in `changed`: bit i stands for service.variables[i].
 using Bits = std::uint64_t;
 std::string write_event(const RendererService& service, const Model& shown, Bits changed);

@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr std::size_t kMostCallbacks = 6;      // of a request that are looked at; the first usable one gets the events
-constexpr std::size_t kLongestCallback = 256;  // bytes
+constexpr std::size_t kMostCallbacks = 6;  // addresses of a request that are read; the first usable one gets the events
+constexpr std::size_t kLongestCallback = 256;    // bytes
 constexpr unsigned kLongestAnswerHeader = 8192;  // bytes of what a subscriber answers
 
 struct Subscriber {
@@ -30,7 +30,7 @@ struct Subscriber {
   std::string path = {};
   TimerTime end = {};
   std::uint32_t number = 0;  // of the next event
-  Bits unsent = 0;           // variables that it has not been sent
+  Bits unsent = 0;           // variables whose change was not sent yet
   bool sending = false;
   int failures = 0;  // in a row
 };
@@ -47,7 +47,7 @@ using DeliveryShare = std::shared_ptr<Delivery>;
 
 // Used on the server's thread only, or while it does not run.
 std::vector<Subscriber> subscribers;
-std::map<std::string, std::string> told;  // values at the last look, by service and variable
+std::map<std::string, std::string> told;  // values at the last call of look, by "SERVICE/VARIABLE"
 
 std::atomic<std::size_t> count = 0;
 
@@ -133,7 +133,7 @@ void write_event_to(const DeliveryShare& delivery) {
   });
 }
 
-// Sends the subscriber what it lacks, unless an event is on its way to it: then it gets everything with the next one.
+// Sends the subscriber the changes that it lacks. While an event is on its way to it, they wait for the next one.
 void deliver(Subscriber& subscriber) {
   if (subscriber.sending || subscriber.unsent == 0) return;
   const DeliveryShare delivery(new Delivery{.stream = beast::tcp_stream(server_context()), .id = subscriber.id});

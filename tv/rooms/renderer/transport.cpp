@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::literals;
 
-constexpr std::size_t kLongestApplicationAddress = 255;  // bytes; applications get no longer text
+constexpr std::size_t kLongestApplicationAddress = 255;  // bytes; room for an address in the TV API
 
 constexpr std::string_view kTransportNames[] = {"NO_MEDIA_PRESENT", "STOPPED", "TRANSITIONING", "PLAYING",
                                                 "PAUSED_PLAYBACK"};
@@ -21,7 +21,8 @@ constexpr std::string_view kSpeeds[] = {"1"};
 constexpr std::string_view kSeekModes[] = {"TRACK_NR", "REL_TIME", "ABS_TIME"};
 constexpr std::string_view kNotImplemented = "NOT_IMPLEMENTED";
 constexpr std::string_view kNotImplementedOnly[] = {kNotImplemented};
-constexpr std::string_view kNoCounter = "2147483647";  // the services' number for a counter that does not exist
+// The value that the service defines for a counter that is not implemented.
+constexpr std::string_view kNoCounter = "2147483647";
 
 bool has_media(const Model& shown) { return shown.transport != Transport::kNoMedia; }
 
@@ -122,7 +123,7 @@ ActionOutcome failed(const std::string& why) {
   return why.empty() ? ActionOutcome{} : ActionOutcome{kActionFailed, why};
 }
 
-// What the renderer refuses to load; kDone for an item that it accepts.
+// Why the renderer refuses to load an item; kDone: it accepts it.
 ActionOutcome check_item(const Model& shown, const Item& item) {
   const std::size_t longest = shown.instances.empty() ? kLongestItemAddress : kLongestApplicationAddress;
   if (item.address.size() > longest)
@@ -208,7 +209,7 @@ ActionOutcome seek(Call& call) {
     const auto time = read_clock(target);
     if (!time) return {kIllegalSeekTarget, "the target is not a time like 0:01:30"};
     if (duration_of(shown) > 0 && *time > duration_of(shown))
-      return {kIllegalSeekTarget, "the target is behind the end, " + write_clock(duration_of(shown))};
+      return {kIllegalSeekTarget, "the target is after the end, " + write_clock(duration_of(shown))};
     seconds = *time;
   }
   ActionOutcome outcome = failed(player_seek(seconds));
@@ -290,7 +291,7 @@ constexpr Action kActions[] = {
     {"SetPlayMode", kPlayMode, set_play_mode},
 };
 
-static_assert(std::size(kVariables) <= 64);  // Bits
+static_assert(std::size(kVariables) <= 64);  // each has a bit in Bits
 
 }  // namespace
 

@@ -1,20 +1,12 @@
 #include "rooms/renderer/xml.h"
 
-#include <libxml/parser.h>
-
 #include <memory>
 #include <vector>
 
 #include "base/text.h"
+#include "core/sax.h"
 
 namespace {
-
-struct ContextEnd {
-  void operator()(xmlParserCtxt* context) const {
-    if (context->myDoc != nullptr) xmlFreeDoc(context->myDoc);
-    xmlFreeParserCtxt(context);
-  }
-};
 
 struct Reader {
   const XmlUser* user;
@@ -25,23 +17,9 @@ struct Reader {
 
 Reader& reader_of(void* context) { return *static_cast<Reader*>(context); }
 
-std::string_view view(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
-
 void fail(Reader& reader) {
   reader.failed = true;
   xmlStopParser(reader.context);
-}
-
-std::string attribute(std::string_view name, int count, const xmlChar** attributes) {
-  for (int i = 0; i < count; ++i) {
-    const xmlChar** const each = attributes + static_cast<std::ptrdiff_t>(i) * 5;
-    if (view(each[0]) != name) continue;
-    std::string value(reinterpret_cast<const char*>(each[3]), reinterpret_cast<const char*>(each[4]));
-    // The parser leaves an ampersand of an attribute in this form.
-    for (std::size_t at = 0; (at = value.find("&#38;", at)) != std::string::npos; ++at) value.replace(at, 5, "&");
-    return value;
-  }
-  return "";
 }
 
 void on_start(void* context, const xmlChar* name, const xmlChar*, const xmlChar*, int, const xmlChar**, int count, int,
@@ -50,15 +28,15 @@ void on_start(void* context, const xmlChar* name, const xmlChar*, const xmlChar*
   if (reader.failed) return;
   reader.texts.emplace_back();
   if (reader.texts.size() > kDeepestXml) return fail(reader);
-  reader.user->begin(static_cast<int>(reader.texts.size()), view(name),
-                     [&](std::string_view wanted) { return attribute(wanted, count, attributes); });
+  reader.user->begin(static_cast<int>(reader.texts.size()), xml_view(name),
+                     [&](std::string_view wanted) { return xml_attribute(wanted, count, attributes); });
 }
 
 void on_end(void* context, const xmlChar* name, const xmlChar*, const xmlChar*) {
   Reader& reader = reader_of(context);
   if (reader.failed || reader.texts.empty()) return;
   const std::string text = std::move(reader.texts.back());
-  reader.user->end(static_cast<int>(reader.texts.size()), view(name), text);
+  reader.user->end(static_cast<int>(reader.texts.size()), xml_view(name), text);
   reader.texts.pop_back();
 }
 
@@ -88,11 +66,11 @@ bool xml_read(std::string_view text, const XmlUser& user) {
   handler.internalSubset = on_document_type;
   handler.serror = on_error;
   xmlInitParser();
-  const std::unique_ptr<xmlParserCtxt, ContextEnd> context(
+  const std::unique_ptr<xmlParserCtxt, XmlParserEnd> context(
       xmlCreatePushParserCtxt(&handler, &reader, nullptr, 0, nullptr));
   if (context == nullptr) return false;
   reader.context = context.get();
-  // The text is UTF-8, whatever it declares.
+  // The text is read as UTF-8, whatever it declares.
   xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_IGNORE_ENC);
   const int result = xmlParseChunk(context.get(), text.data(), static_cast<int>(text.size()), 1);
   return result == 0 && !reader.failed && context->wellFormed != 0;

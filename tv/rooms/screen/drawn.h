@@ -7,13 +7,14 @@
 #include "rooms/screen/player/jpeg.h"
 
 struct Drawer {
-  // Number of the newest picture; it grows with each one. 0: there is none yet. Called often while somebody looks, with
-  // the size of the main picture's place; asking counts as looking (see show.h). It must not wait. Who draws a picture
-  // calls show_wake() when there is a newer one, with no lock that comes after the screen's.
+  // Returns the number of the newest picture, which grows with each one; 0: there is none yet. Called often while
+  // somebody looks at the screen (see show.h), with the size of the main picture's place in pixels. Must not wait. The
+  // room calls show_wake() when it has a newer picture, and holds no lock then that comes after the screen's.
   std::uint64_t (*newest)(int width, int height);
-  // Draws that picture into the upper left corner, in the canvas's size, with bars where its shape is another one.
-  // False: it cannot be drawn.
+  // Draws the newest picture into the canvas, at its width and height, with black bars where the shapes differ. False:
+  // it cannot be drawn.
   bool (*draw)(Canvas& ret_canvas);
-  // Where it stands on the panel (rooms/multiview/multiview.h). Null or false: in the main picture's place.
+  // Gives the picture's region of the panel (rooms/multiview/multiview.h). Null, or false: it is drawn in the main
+  // picture's place.
   bool (*place)(VEXTVAPI_REGION_T& ret_region) = nullptr;
 };

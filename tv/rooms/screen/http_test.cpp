@@ -72,7 +72,7 @@ TEST(HttpReading, ReadsSeeksAndEnds) {
   EXPECT_EQ(reading.trouble(), "");
 }
 
-TEST(HttpReading, AServerWithoutPartsIsReadFromTheBeginningOnly) {
+TEST(HttpReading, AServerWithoutRangesIsReadFromTheBeginningOnly) {
   const Server server([](int socket, const std::string&) { say(socket, "HTTP/1.0 200 OK\r\n\r\n" + content()); });
   const Reading reading(server.address());
   ASSERT_TRUE(http_begin(*reading.reader)) << reading.trouble();
@@ -92,7 +92,7 @@ TEST(HttpReading, ChunkedContentIsRead) {
   EXPECT_EQ(reading.trouble(), "");
 }
 
-TEST(HttpReading, ARedirectLeadsToTheSameHostOnly) {
+TEST(HttpReading, OnlyRedirectsToTheSameHostAreFollowed) {
   const Server other(send_part);
   const std::string elsewhere = other.address();
   const Server server([&](int socket, const std::string& request) {
@@ -109,12 +109,12 @@ TEST(HttpReading, ARedirectLeadsToTheSameHostOnly) {
   for (const char* const path : {"/away", "/odd"}) {
     const Reading refused(server.address(path));
     EXPECT_FALSE(http_begin(*refused.reader));
-    EXPECT_EQ(refused.trouble(), "the server leads to another host") << path;
+    EXPECT_EQ(refused.trouble(), "the server redirects to another host") << path;
   }
   EXPECT_EQ(other.connections, 0);
   const Reading endless(server.address("/back"));
   EXPECT_FALSE(http_begin(*endless.reader));
-  EXPECT_EQ(endless.trouble(), "the server leads from one address to another without an end");
+  EXPECT_EQ(endless.trouble(), "the server redirects too often");
 }
 
 TEST(HttpReading, OnlyNearHostsByNumberAreConnectedTo) {
@@ -138,17 +138,17 @@ TEST(HttpReading, WhatServersDoWrongIsReported) {
     const char* trouble;
   };
   const Case cases[] = {
-      {"garbage\r\n\r\n", "the server sends nothing to play: "},
-      {"", "the server sends nothing to play: it closed the connection before the end"},
+      {"garbage\r\n\r\n", "the server's answer cannot be read: "},
+      {"", "the server's answer cannot be read: it closed the connection before the end"},
       {"HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n", "the server does not send the file: HTTP status 404"},
       {"HTTP/1.1 200 OK\r\nX: " + std::string(40'000, 'x') + "\r\n\r\n",
-       "the server sends nothing to play: its answer's head is longer than 16 KiB"},
+       "the server's answer cannot be read: its answer's head is longer than 16 KiB"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 5-9/10\r\nContent-Length: 5\r\n\r\nabcde",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Range: bytes 0-9/5\r\nContent-Length: 10\r\n\r\n0123456789",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
       {"HTTP/1.1 206 Partial Content\r\nContent-Length: 5\r\n\r\nabcde",
-       "the server sends another part of the file than was asked for"},
+       "the server sends another part of the file than was requested"},
   };
   for (const Case& each : cases) {
     const Server server([&](int socket, const std::string&) { say(socket, each.answer); });
@@ -158,7 +158,7 @@ TEST(HttpReading, WhatServersDoWrongIsReported) {
   }
 }
 
-TEST(HttpReading, AShortFileEndsWithItsReason) {
+TEST(HttpReading, AFileThatEndsTooEarlyReportsWhy) {
   const Server server([](int socket, const std::string&) {
     say(socket, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + std::string(300, 'x'));
   });
@@ -169,7 +169,7 @@ TEST(HttpReading, AShortFileEndsWithItsReason) {
 }
 
 // The reader requests the rest from a server that sends a part at a time, but not from one that sends nothing more.
-TEST(HttpReading, PartsAreAskedForUntilNothingComes) {
+TEST(HttpReading, TheRestIsRequestedUntilNothingMoreComes) {
   const Server server([](int socket, const std::string& request) {
     const std::size_t from = wanted_from(request);
     const std::size_t count = from < 300 ? 100 : 0;
@@ -183,7 +183,7 @@ TEST(HttpReading, PartsAreAskedForUntilNothingComes) {
   EXPECT_EQ(server.connections, 4);
 }
 
-TEST(HttpReading, AServerThatHangsIsLeft) {
+TEST(HttpReading, AServerThatHangsIsGivenUp) {
   const Server server([](int socket, const std::string& request) {
     if (request.starts_with("GET /body ")) say(socket, "HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nabc");
     hang(socket);
@@ -191,7 +191,7 @@ TEST(HttpReading, AServerThatHangsIsLeft) {
   const auto begin = steady_clock::now();
   const Reading head(server.address("/head"));
   EXPECT_FALSE(http_begin(*head.reader));
-  EXPECT_EQ(head.trouble(), "the server sends nothing to play: it does not answer");
+  EXPECT_EQ(head.trouble(), "the server's answer cannot be read: it does not answer");
   EXPECT_GE(steady_clock::now() - begin, kHttpHeadTime - std::chrono::milliseconds(100));
   EXPECT_LT(steady_clock::now() - begin, 10 * kHttpHeadTime);
 }

@@ -18,7 +18,7 @@
 
 namespace http_test {
 
-// Answers each connection by a function, one after the other.
+// Accepts one connection after the other, and calls a function to answer each.
 struct Server {
   using Answer = std::function<void(int socket, const std::string& request)>;
   int listening = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -80,7 +80,7 @@ int chosen(const std::vector<TunerTrack>& tracks, StreamKind kind) {
   return 0;
 }
 
-// Draws a photo, or what a media player plays, in place of the main picture. Null: there is neither.
+// The drawer of the photo or the media player's picture that replaces the main picture; null: there is neither.
 const Drawer* drawer() {
   if (!remote_is_on()) return nullptr;
   const Drawer* const photo = photos_drawer();
@@ -182,7 +182,7 @@ void report_second(const Multiview& now, const ShowFrame& frame, boost::json::ob
   ret_reply["focus"] = now.sub.heard ? "sub" : "main";
 }
 
-// What is shown in the main picture's place: a photo, a media player's file, a recording; else a channel, or nothing.
+// What is in the main picture's place: a photo, a media player's file or a recording, else a channel, or nothing.
 std::string_view shown_kind() {
   if (!remote_is_on()) return "channel";
   if (photos_drawer() != nullptr) return "photo";
@@ -190,7 +190,7 @@ std::string_view shown_kind() {
   return playback_shown() ? "recording" : "channel";
 }
 
-// What a viewer sees of the photo or the file.
+// The photo or the file that a viewer sees, for a reply.
 void report_media(std::string_view kind, boost::json::object& ret_reply) {
   if (kind == "photo") {
     const auto photo = photos_shown();

@@ -81,7 +81,7 @@ struct Picture {
   TimerTime retry = {};                    // no player is started before, after one that did not start
   steady_clock::time_point restart{};      // nor before this
   const Drawer* drawer = nullptr;          // draws in place of a player
-  std::uint64_t newest = 0;                // number of the picture that it has drawn
+  std::uint64_t newest = 0;                // number of the picture that the drawer drew last
   std::unique_ptr<Canvas> canvas = {};     // while there is a player or a drawer
   bool drawn = false;                      // the canvas has a picture, in the place's size
 };
@@ -136,7 +136,7 @@ void publish(const Show& show, Jpeg frame) {
   for (std::size_t i = 0; i < kPictures; ++i) state.newest.pictures[i].shown = show.pictures[i].drawn;
 }
 
-// What the picture shows is not to be seen any longer.
+// The present picture must not be shown any more.
 void empty(Show& show, Picture& picture) {
   picture.canvas.reset();
   picture.drawn = show.composed = false;
@@ -147,10 +147,10 @@ void end_player(Show& show, Picture& picture) {
   if (picture.player == nullptr) return;
   picture.player.reset();
   empty(show, picture);
-  malloc_trim(0);  // what a player leaves behind, 10 MB and more, goes back to the system
+  malloc_trim(0);  // returns what a player has freed, 10 MB and more, to the system
 }
 
-// Has the drawer draw its newest picture, if that is not drawn yet in the place's size.
+// Lets the drawer draw its newest picture, unless the canvas has that picture in the right size.
 void follow_drawer(Show& show, Picture& picture) {
   if (picture.place.width <= 0 || picture.place.height <= 0) return;
   if (picture.canvas == nullptr) picture.canvas = std::make_unique<Canvas>();

@@ -29,7 +29,7 @@ struct PicturePlan {
   int audio = 0;                                 // PIDs of its streams; 0: none
   int subtitle = 0;
   std::optional<PlaybackShown> file = {};  // that is played in place of the channel
-  const Drawer* drawer = nullptr;          // draws the picture in place of both
+  const Drawer* drawer = nullptr;          // draws a picture in place of the channel and of `file`; may be null
 };
 
 using ShowPlan = std::array<PicturePlan, kPictures>;  // a later one is in front of the earlier

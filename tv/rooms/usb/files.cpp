@@ -1,5 +1,5 @@
-// Opens files of the sticks. A stick's contents are hostile: its links may lead anywhere, and anything may have the
-// name of a picture.
+// Opens files of the sticks. A stick's contents may be hostile: links may lead anywhere, and any kind of file may have
+// the name of a picture.
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/stat.h>
@@ -41,8 +41,8 @@ bool is_what(int file, UsbFile what) {
 }  // namespace
 
 int usb_open_in(int stick, const char* path, UsbFile what, std::string& ret_why) {
-  // A FIFO's other end may be missing for ever, and opening a device may have effects: neither is opened for reading
-  // before its kind is known.
+  // Opening a FIFO could wait for ever, and opening a device may have effects. So the path is opened for reading only
+  // after its kind is known.
   const int found = open_beneath(stick, path, O_PATH | O_CLOEXEC);
   if (found < 0) {
     ret_why = why(errno);

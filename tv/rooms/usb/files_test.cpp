@@ -50,13 +50,13 @@ TEST_F(UsbFiles, OpensFilesAndFolders) {
   EXPECT_EQ(read(at("/sub"), UsbFile::kFolder), "");
 }
 
-TEST_F(UsbFiles, RefusesTheOtherKind) {
+TEST_F(UsbFiles, RefusesAFolderAsAFileAndAFileAsAFolder) {
   expect_words(read(at("/sub")), {"not a regular file"});
   expect_words(read(at("/sub/a.txt"), UsbFile::kFolder), {"not a folder"});
   expect_words(read(at("/missing")), {"cannot be opened", "No such file"});
 }
 
-TEST_F(UsbFiles, NothingOutsideTheStick) {
+TEST_F(UsbFiles, OpensNothingOutsideTheStick) {
   expect_words(read(at("/../secret.txt")), {"leads out of the stick"});
   expect_words(read(at("/sub/../../secret.txt")), {"leads out of the stick"});
   fs::create_symlink("../secret.txt", stick_folder + "/link.txt");
@@ -84,7 +84,7 @@ TEST_F(UsbFiles, NeverWaitsForAFifoOrASocket) {
   close(server);
 }
 
-TEST_F(UsbFiles, AStickWhoseFolderIsGone) {
+TEST_F(UsbFiles, RefusesFilesOfAStickWhoseFolderIsGone) {
   fs::rename(stick_folder, world.path + "/Away");
   expect_words(read(at("/sub/a.txt")), {"cannot be read", "No such file"});
 }

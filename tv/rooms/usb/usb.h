@@ -12,13 +12,13 @@ struct UsbStick {
   std::string device = {};  // "/dev/sda1"
   std::string label = {};
   std::string mount_point = {};  // where applications find its files
-  std::string folder = {};       // of the machine, which the mount point is a link to
+  std::string folder = {};       // on this machine; the mount point is a link to it
 };
 
 // By port. The functions of this file take the USB room's lock for data, under which no other is taken.
 std::vector<UsbStick> usb_sticks();
 
-// The stick with the file or folder of this path, which begins with its mount point.
+// The stick whose mount point the path begins with; nothing: none. The path need not exist.
 std::optional<UsbStick> usb_stick_of(std::string_view path);
 
 // Opens a regular file or a folder of an inserted stick for reading, by its path, which begins with the stick's mount
@@ -27,5 +27,6 @@ std::optional<UsbStick> usb_stick_of(std::string_view path);
 enum class UsbFile { kFile, kFolder };
 int usb_open(std::string_view path, UsbFile what, std::string& ret_error);
 
-// The same by a path within the stick whose folder is open (with O_PATH); "." is that folder. ret_why begins with "it".
+// The same by a path within the stick. stick: the stick's folder, opened with O_PATH; "." as the path is that folder.
+// ret_why begins with "it".
 int usb_open_in(int stick, const char* path, UsbFile what, std::string& ret_why);

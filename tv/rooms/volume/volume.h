@@ -10,13 +10,13 @@ bool mute_press();
 int volume_level();  // 0 to 100
 bool volume_is_muted();
 
-// What a controller of the home network does: each changes one of both. False: the store has not saved the change, or
-// the level is not on the scale.
+// What a controller of the home network does: sets the volume (0 to 100), or only mute. False: the store has not saved
+// the change, or the level is out of its range.
 bool volume_set(int level);
 bool mute_set(bool mute);
 
-// Called at each change, under the room's lock; it must not wait, nor call the room. Null: nobody is called. One
-// function at a time.
+// Sets the function that is called at each change. There is one; null: none. It is called under the room's lock, and
+// must neither wait nor call this room.
 void volume_on_change(void (*changed)());
 
 TimerTime volume_changed();  // when volume or mute were changed last; kTimerNever: not since the set's start

@@ -1,7 +1,8 @@
-// What servers have: their content directories by SOAP, the lists in DIDL-Lite by gupnp-av; and their files.
+// Lists the content directories of servers by SOAP, reads the answers in DIDL-Lite by gupnp-av, and downloads files.
 #include <libgupnp-av/gupnp-av.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -20,6 +21,7 @@ namespace {
 constexpr std::int32_t kPhoto = 1, kMusic = 2, kVideo = 3, kContainer = 6;
 constexpr std::size_t kLongestType = 64;
 constexpr std::uint32_t kLongestDuration = 1000 * 3600;  // s
+constexpr int kMostResources = 32;                       // of an object; the others are not looked at
 constexpr const char* kNotUnderstood = "the server's answer cannot be understood";
 
 std::string escaped(const std::string& text) {
@@ -33,7 +35,7 @@ std::string argument(const char* name, const std::string& value) {
   return "<" + std::string(name) + ">" + escaped(value) + "</" + name + ">";
 }
 
-// The criteria of ContentDirectory's Search for a part of a title.
+// The search criteria of ContentDirectory's action Search for a part of a title.
 std::string criteria(const std::string& text) {
   std::string quoted;
   for (const char c : text) {
@@ -52,7 +54,7 @@ std::string envelope(const UpnpListing& listing, const std::string& action) {
                 argument("BrowseFlag", listing.itself ? "BrowseMetadata" : "BrowseDirectChildren");
   }
   arguments += argument("Filter", "*") + argument("StartingIndex", std::to_string(listing.first)) +
-               argument("RequestedCount", std::to_string(listing.count)) + argument("SortCriteria", "");
+               argument("RequestedCount", std::to_string(listing.count)) + argument("SortCriteria", listing.sort);
   return R"(<?xml version="1.0" encoding="utf-8"?>)"
          R"(<s:Envelope xmlns:s="http://schemas.xmlsoap.org/soap/envelope/" )"
          R"(s:encodingStyle="http://schemas.xmlsoap.org/soap/encoding/"><s:Body><u:)" +
@@ -70,13 +72,13 @@ struct Resource {
   GUPnPDIDLLiteResource* resource = nullptr;
 };
 
-// Nothing: the set cannot fetch it.
+// Nothing: the set cannot fetch this resource.
 std::optional<Resource> read_resource(GUPnPDIDLLiteResource* resource) {
   GUPnPProtocolInfo* const info = gupnp_didl_lite_resource_get_protocol_info(resource);
   const char* const address = gupnp_didl_lite_resource_get_uri(resource);
-  if (info == nullptr || address == nullptr || !upnp_is_near(address)) return std::nullopt;
-  const char* const protocol = gupnp_protocol_info_get_protocol(info);
+  const char* const protocol = info == nullptr ? nullptr : gupnp_protocol_info_get_protocol(info);
   if (protocol == nullptr || std::string_view(protocol) != "http-get") return std::nullopt;
+  if (address == nullptr || !upnp_is_near(address)) return std::nullopt;
   return Resource{.url = address,
                   .type = text_of(gupnp_protocol_info_get_mime_type(info), kLongestType),
                   .profile = text_of(gupnp_protocol_info_get_dlna_profile(info), kLongestType),
@@ -87,12 +89,13 @@ std::uint32_t bounded(long number, std::uint32_t most) {
   return number <= 0 ? 0 : static_cast<std::uint32_t>(std::min<long>(number, most));
 }
 
-// The file is the first resource that is no thumbnail; the thumbnail the smallest picture beside it.
+// The object's file is the first resource that is no thumbnail. Its thumbnail is the smallest picture among the others.
 void read_resources(GUPnPDIDLLiteObject* didl, UpnpObject& object) {
   constexpr std::uint32_t kMostPixels = 65535;
   GList* const list = gupnp_didl_lite_object_get_resources(didl);
   std::string small;
-  for (GList* each = list; each != nullptr; each = each->next) {
+  int left = kMostResources;
+  for (GList* each = list; each != nullptr && left > 0; each = each->next, --left) {
     const auto read = read_resource(static_cast<GUPnPDIDLLiteResource*>(each->data));
     if (!read) continue;
     const bool is_thumbnail = read->profile == "JPEG_TN" || read->profile == "PNG_TN";
@@ -173,7 +176,7 @@ bool read_didl(const std::string& text, Reading& reading) {
   if (document == nullptr) return false;
   const xmlNode* const root = xmlDocGetRootElement(document.get());
   if (xmlFirstElementChild(const_cast<xmlNode*>(root)) == nullptr)
-    return true;  // an empty list is an error to the parser
+    return true;  // the parser takes an empty list for an error
   GUPnPDIDLLiteParser* const parser = gupnp_didl_lite_parser_new();
   g_signal_connect(parser, "object-available", G_CALLBACK(on_object), &reading);
   GError* error = nullptr;
@@ -189,11 +192,14 @@ std::string fault_text(const xmlNode* root) {
   const std::string code = xml_text(xml_child(fault, "errorCode"));
   if (code == "701" || code == "710") return "the server has no such object";
   if (code == "401" || code == "602") return "the server does not offer this";
+  if (code == "709") return "the server does not offer this order";
   return "the server refuses: " + clean_text(xml_text(xml_child(fault, "errorDescription")), kLongestObjectText) +
          " (" + clean_text(code, 16) + ")";
 }
 
-std::string read_answer(const std::string& text, const UpnpListing& listing, UpnpPage& ret_page) {
+// ret_returned: how many objects the server has sent, including those that the set leaves out.
+std::string read_answer(const std::string& text, const UpnpListing& listing, UpnpPage& ret_page,
+                        std::size_t& ret_returned) {
   const XmlDocument document = xml_read(text);
   if (document == nullptr) return kNotUnderstood;
   const xmlNode* const root = xmlDocGetRootElement(document.get());
@@ -205,10 +211,56 @@ std::string read_answer(const std::string& text, const UpnpListing& listing, Upn
   Reading reading{.objects = {}, .most = listing.itself ? 1 : listing.count};
   if (!read_didl(xml_text(result), reading)) return kNotUnderstood;
   const auto total = parse_number<std::uint32_t>(xml_text(xml_child(answer, "TotalMatches"))).value_or(0);
+  const auto returned = parse_number<std::uint32_t>(xml_text(xml_child(answer, "NumberReturned"))).value_or(0);
   ret_page.objects = std::move(reading.objects);
+  ret_returned = std::max<std::size_t>(std::min(returned, listing.count), ret_page.objects.size());
   ret_page.total = std::max<std::uint64_t>(std::min<std::uint32_t>(total, std::numeric_limits<std::int32_t>::max()),
                                            ret_page.objects.empty() ? 0 : listing.first + ret_page.objects.size());
   return {};
+}
+
+// A list that may take several questions, since a server may send fewer objects than requested.
+struct List {
+  std::uint64_t call = 0;
+  UpnpListing listing = {};  // what is left to ask for
+  gint64 end = 0;            // us, as g_get_monotonic_time has it
+  UpnpPage page = {};        // what has come
+  std::function<void(UpnpPage page, const std::string& why)> done = {};
+};
+
+void ask_on(const std::shared_ptr<List>& list);
+
+// What has come counts, even if the server fails later.
+void answered(const std::shared_ptr<List>& list, const std::string& text, std::string why) {
+  UpnpPage part;
+  std::size_t returned = 0;
+  UpnpListing& left = list->listing;
+  if (why.empty()) why = read_answer(text, left, part, returned);
+  std::vector<UpnpObject>& objects = list->page.objects;
+  if (!why.empty()) return list->done(std::move(list->page), objects.empty() ? why : "");
+  const bool whole = left.itself || returned == 0 || returned >= left.count || left.first + returned >= part.total;
+  left.first += static_cast<std::uint32_t>(returned);
+  left.count -= std::min(left.count, static_cast<std::uint32_t>(returned));
+  objects.insert(objects.end(), std::make_move_iterator(part.objects.begin()),
+                 std::make_move_iterator(part.objects.end()));
+  list->page.total = std::max(list->page.total, part.total);
+  if (whole || g_get_monotonic_time() >= list->end) return list->done(std::move(list->page), "");
+  ask_on(list);
+}
+
+void ask_on(const std::shared_ptr<List>& list) {
+  const UpnpListing& listing = list->listing;
+  const std::string action = listing.search.empty() ? "Browse" : "Search";
+  const auto text = std::make_shared<std::string>();
+  const gint64 left = (list->end - g_get_monotonic_time()) / 1000;
+  fetch_start(list->call, {.address = listing.control,
+                           .action = "\"" + listing.service + "#" + action + "\"",
+                           .body = envelope(listing, action),
+                           .most = kLongestAnswer,
+                           .millis = static_cast<std::uint32_t>(std::clamp<gint64>(left, 1, listing.millis)),
+                           .faults = true,
+                           .chunk = [text](std::string_view chunk) { return text->append(chunk), true; },
+                           .done = [list, text](const std::string& why) { answered(list, *text, why); }});
 }
 
 bool is_picture(const std::string& type) { return type == "image/jpeg" || type == "image/png"; }
@@ -217,21 +269,8 @@ bool is_picture(const std::string& type) { return type == "image/jpeg" || type =
 
 void upnp_list(std::uint64_t call, const UpnpListing& listing,
                std::function<void(UpnpPage page, const std::string& why)> done) {
-  const std::string action = listing.search.empty() ? "Browse" : "Search";
-  const auto text = std::make_shared<std::string>();
-  fetch_start(call, {.address = listing.control,
-                     .action = "\"" + listing.service + "#" + action + "\"",
-                     .body = envelope(listing, action),
-                     .most = kLongestAnswer,
-                     .millis = listing.millis,
-                     .faults = true,
-                     .chunk = [text](std::string_view chunk) { return text->append(chunk), true; },
-                     .done =
-                         [listing, text, done = std::move(done)](std::string why) {
-                           UpnpPage page;
-                           if (why.empty()) why = read_answer(*text, listing, page);
-                           done(std::move(page), why);
-                         }});
+  const gint64 end = g_get_monotonic_time() + gint64{listing.millis} * 1000;
+  ask_on(std::make_shared<List>(List{.call = call, .listing = listing, .end = end, .done = std::move(done)}));
 }
 
 void upnp_download(std::uint64_t call, UpnpDownload download) {

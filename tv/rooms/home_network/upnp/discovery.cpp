@@ -1,4 +1,4 @@
-// Which servers there are. GSSDP hears their announcements; their descriptions are fetched within limits.
+// Finds servers. GSSDP receives their announcements; this file fetches their descriptions, within limits.
 #include <libgupnp/gupnp.h>
 
 #include <algorithm>
@@ -23,37 +23,51 @@ constexpr std::uint32_t kDescriptionMillis = 5000;
 constexpr int kMostAttempts = 3;      // to fetch a description
 constexpr guint kNextAttempt = 2000;  // ms
 // The search is repeated, since datagrams get lost.
-constexpr guint kRescan = 30;  // s
-// Calls of this part have numbers of their own.
+constexpr guint kRescan = 30;   // s
+constexpr int kMostUnseen = 2;  // searches that a server may miss after its browser has forgotten it
+// The first pause before servers that failed, or for which there was no place, are searched for again. Each further
+// pause is twice as long, up to the longest.
+constexpr guint kFirstPause = 5;  // s
+constexpr guint kLongestPause = 60;
+// Numbers of this file's fetches; the rooms' numbers are smaller.
 constexpr std::uint64_t kFirstCall = std::uint64_t{1} << 62;
 
 // A server that was announced.
 struct Announced {
-  std::size_t interface = 0;  // the number of the one that it was found through first
+  std::size_t interface = 0;  // index of the interface on which it was announced first
   std::string location = {};
   std::string host = {};
   int attempts = 0;
   bool described = false;
+  int unseen = -1;  // searches since its browser has forgotten it; -1: the browser tells when it has gone
+};
+
+// What has been heard through a network interface.
+struct Interface {
+  GSSDPResourceBrowser* browser = nullptr;
+  std::size_t announcements = 0;  // that the browser remembers at most
+  bool missed = false;            // a server that may be taken later has been left out
 };
 
 struct Discovery {
   UpnpSearch search;
   bool active = false;
-  bool ends_with_thread = false;                // upnp_at_end knows of it
-  std::vector<GSSDPResourceBrowser*> browsers;  // one for each interface
-  std::vector<std::size_t> announcements;       // that each of them remembers at most
-  bool restarting = false;                      // a browser forgets all: no server is lost for that
-  std::map<std::string, Announced> servers;     // by UDN, at most kMostServers
-  std::deque<std::string> waiting;              // UDNs whose descriptions are to be fetched
+  bool ends_with_thread = false;  // an action for upnp_at_end has been added
+  std::vector<Interface> interfaces;
+  bool restarting = false;  // a browser is being restarted: servers that it reports as gone are not lost
+  std::map<std::string, Announced> servers;  // by UDN, at most kMostServers
+  std::deque<std::string> waiting;           // UDNs whose descriptions are to be fetched
   std::size_t fetching = 0;
   std::uint64_t next_call = kFirstCall;
-  std::map<std::uint64_t, std::string> calls;  // the descriptions that are being fetched: UDNs
+  std::map<std::uint64_t, std::string> calls;  // UDNs of the descriptions that are being fetched
   GSource* rescan = nullptr;
+  GSource* retry = nullptr;  // null: no server has been left out
+  guint pause = kFirstPause;
 };
 
 Discovery& self = *new Discovery;
 
-// "uuid:4d69...::urn:schemas-upnp-org:device:MediaServer:1"; empty: the name is not usable.
+// The UDN in a name such as "uuid:4d69...::urn:schemas-upnp-org:device:MediaServer:1"; empty: it cannot be used.
 std::string udn_of(std::string_view usn) {
   const std::string_view udn = usn.substr(0, usn.find("::"));
   const bool fits = udn.starts_with("uuid:") && udn.size() <= kLongestUdn &&
@@ -68,13 +82,13 @@ std::string resolved(const std::string& base, const std::string& reference) {
   return text;
 }
 
-// The device of this UDN among the element's device and those embedded in it, which libxml2 nests 256 deep at most.
+// The media server with this UDN among the element's devices and those embedded in them, at most 256 levels deep
+// (libxml2's limit).
 const xmlNode* device_of(const xmlNode* element, const std::string& udn) {
-  for (const xmlNode* each = xml_child(element, "device"); each != nullptr; each = xml_next(each->next, "device")) {
+  for (const xmlNode* each = xml_child(element, "device"); each != nullptr; each = xml_next(each, "device")) {
     if (xml_text(xml_child(each, "UDN")) == udn && xml_text(xml_child(each, "deviceType")).starts_with(kDevice))
       return each;
     if (const xmlNode* const inner = device_of(xml_child(each, "deviceList"), udn)) return inner;
-    if (each->next == nullptr) break;
   }
   return nullptr;
 }
@@ -89,7 +103,7 @@ std::optional<UpnpServer> read_description(std::string_view text, const std::str
   if (base.empty()) base = announced.location;
   const xmlNode* service = xml_child(xml_child(device, "serviceList"), "service");
   while (service != nullptr && !xml_text(xml_child(service, "serviceType")).starts_with(kService))
-    service = service->next == nullptr ? nullptr : xml_next(service->next, "service");
+    service = xml_next(service, "service");
   if (service == nullptr) return std::nullopt;
   UpnpServer server;
   server.udn = udn;
@@ -102,6 +116,43 @@ std::optional<UpnpServer> read_description(std::string_view text, const std::str
   const bool is_version = server.service.size() == kService.size() + 1 && g_ascii_isdigit(server.service.back());
   if (!is_version || !upnp_is_near(server.control)) return std::nullopt;
   return server;
+}
+
+void end_timer(GSource*& timer) {
+  if (timer == nullptr) return;
+  g_source_destroy(timer);
+  g_source_unref(std::exchange(timer, nullptr));
+}
+
+// A browser remembers every announcement for half an hour, and reports no server twice; this is how it forgets them.
+// A server that is there answers the new search.
+void restart(std::size_t number) {
+  Interface& interface = self.interfaces[number];
+  self.restarting = true;
+  gssdp_resource_browser_set_active(interface.browser, FALSE);
+  self.restarting = false;
+  interface.announcements = 0;
+  interface.missed = false;
+  for (auto& [udn, announced] : self.servers)
+    if (announced.interface == number) announced.unseen = 0;
+  gssdp_resource_browser_set_active(interface.browser, TRUE);
+}
+
+gboolean retry(gpointer) {
+  end_timer(self.retry);
+  for (std::size_t i = 0; i < self.interfaces.size(); ++i)
+    if (self.interfaces[i].missed) restart(i);
+  return G_SOURCE_REMOVE;
+}
+
+// The browser would not report this server again.
+void look_again(std::size_t interface) {
+  self.interfaces[interface].missed = true;
+  if (self.retry != nullptr) return;
+  self.retry = g_timeout_source_new_seconds(self.pause);
+  self.pause = std::min(self.pause * 2, kLongestPause);
+  g_source_set_callback(self.retry, retry, nullptr, nullptr);
+  g_source_attach(self.retry, g_main_context_get_thread_default());
 }
 
 void fetch_next();
@@ -133,7 +184,9 @@ void described(std::uint64_t call, const std::string& text, const std::string& w
       if (++announced.attempts < kMostAttempts) {
         try_again(udn);
       } else {
+        const std::size_t interface = announced.interface;
         self.servers.erase(found);
+        look_again(interface);
       }
     } else if (const auto server = read_description(text, udn, announced)) {
       announced.described = true;
@@ -164,30 +217,21 @@ void fetch_next() {
   }
 }
 
-// A browser remembers every announcement for half an hour; this is how it forgets them.
-void restart(std::size_t interface) {
-  self.restarting = true;
-  gssdp_resource_browser_set_active(self.browsers[interface], FALSE);
-  self.restarting = false;
-  self.announcements[interface] = 0;
-  gssdp_resource_browser_set_active(self.browsers[interface], TRUE);
-}
-
 gboolean on_restart(gpointer interface) {
-  if (self.active && GPOINTER_TO_SIZE(interface) < self.browsers.size()) restart(GPOINTER_TO_SIZE(interface));
+  if (self.active && GPOINTER_TO_SIZE(interface) < self.interfaces.size()) restart(GPOINTER_TO_SIZE(interface));
   return G_SOURCE_REMOVE;
 }
 
 void count_announcement(std::size_t interface) {
-  if (++self.announcements[interface] != kMostAnnouncements) return;
-  // Not now: the browser is reporting an announcement.
+  if (++self.interfaces[interface].announcements != kMostAnnouncements) return;
+  // Restarts the browser later, since it is reporting an announcement now.
   GSource* const source = g_idle_source_new();
   g_source_set_callback(source, on_restart, GSIZE_TO_POINTER(interface), nullptr);
   g_source_attach(source, g_main_context_get_thread_default());
   g_source_unref(source);
 }
 
-// The first of the addresses whose host is near, and that host.
+// Chooses the first address whose host is near. False: there is none.
 bool choose_location(const GList* locations, std::string& ret_location, std::string& ret_host) {
   HttpAddress read;
   for (const GList* each = locations; each != nullptr; each = each->next) {
@@ -209,12 +253,15 @@ void on_available(GSSDPResourceBrowser*, const char* usn, GList* locations, gpoi
   if (udn.empty() || !choose_location(locations, location, host)) return self.search.refused();
   const auto found = self.servers.find(udn);
   if (found != self.servers.end()) {
+    if (found->second.interface == interface) found->second.unseen = -1;
     if (found->second.interface != interface || found->second.location == location) return;
   } else {
     const auto of_host =
         std::ranges::count_if(self.servers, [&](const auto& each) { return each.second.host == host; });
-    if (self.servers.size() >= kMostServers || static_cast<std::size_t>(of_host) >= kMostServersPerAddress)
+    if (self.servers.size() >= kMostServers || static_cast<std::size_t>(of_host) >= kMostServersPerAddress) {
+      look_again(interface);
       return self.search.refused();
+    }
   }
   self.servers[udn] = {.interface = interface, .location = location, .host = host};
   self.waiting.push_back(udn);
@@ -224,7 +271,7 @@ void on_available(GSSDPResourceBrowser*, const char* usn, GList* locations, gpoi
 void on_unavailable(GSSDPResourceBrowser*, const char* usn, gpointer data) {
   const std::size_t interface = GPOINTER_TO_SIZE(data);
   if (self.restarting) return;
-  if (self.announcements[interface] > 0) --self.announcements[interface];
+  if (std::size_t& count = self.interfaces[interface].announcements; count > 0) --count;
   const auto found = self.servers.find(udn_of(usn));
   if (found == self.servers.end() || found->second.interface != interface) return;
   const std::string udn = found->first;
@@ -233,8 +280,25 @@ void on_unavailable(GSSDPResourceBrowser*, const char* usn, gpointer data) {
   if (was_described) self.search.lost(udn);
 }
 
+// Ends what is known of servers that have not answered since their browser forgot them.
+void drop_unseen() {
+  for (auto each = self.servers.begin(); each != self.servers.end();) {
+    Announced& announced = each->second;
+    if (announced.unseen < 0 || ++announced.unseen <= kMostUnseen) {
+      ++each;
+      continue;
+    }
+    const std::string udn = each->first;
+    const bool was_described = announced.described;
+    each = self.servers.erase(each);
+    if (was_described) self.search.lost(udn);
+  }
+}
+
 gboolean rescan(gpointer) {
-  for (GSSDPResourceBrowser* const each : self.browsers) gssdp_resource_browser_rescan(each);
+  drop_unseen();
+  if (self.retry == nullptr) self.pause = kFirstPause;
+  for (const Interface& each : self.interfaces) gssdp_resource_browser_rescan(each.browser);
   return G_SOURCE_CONTINUE;
 }
 
@@ -243,20 +307,20 @@ gboolean rescan(gpointer) {
 void upnp_search_stop() {
   self.active = false;
   self.search = {};
-  for (GSSDPResourceBrowser* const each : std::exchange(self.browsers, {})) {
+  for (const Interface& interface : std::exchange(self.interfaces, {})) {
+    GSSDPResourceBrowser* const each = interface.browser;
     g_signal_handlers_disconnect_matched(each, G_SIGNAL_MATCH_FUNC, 0, 0, nullptr,
                                          reinterpret_cast<gpointer>(on_available), nullptr);
     g_signal_handlers_disconnect_matched(each, G_SIGNAL_MATCH_FUNC, 0, 0, nullptr,
                                          reinterpret_cast<gpointer>(on_unavailable), nullptr);
     g_object_unref(each);
   }
-  self.announcements.clear();
   self.servers.clear();
   self.waiting.clear();
-  for (const auto& [call, udn] : self.calls) fetch_cancel(call);
-  if (self.rescan == nullptr) return;
-  g_source_destroy(self.rescan);
-  g_source_unref(std::exchange(self.rescan, nullptr));
+  while (!self.calls.empty()) fetch_cancel(self.calls.begin()->first);  // described takes it out
+  end_timer(self.rescan);
+  end_timer(self.retry);
+  self.pause = kFirstPause;
 }
 
 void upnp_search_start(UpnpSearch search) {
@@ -274,8 +338,7 @@ void upnp_search_start(UpnpSearch search) {
     GSSDPResourceBrowser* const browser = gssdp_resource_browser_new(GSSDP_CLIENT(context), kTarget);
     g_signal_connect(browser, "resource-available", G_CALLBACK(on_available), GSIZE_TO_POINTER(interface));
     g_signal_connect(browser, "resource-unavailable", G_CALLBACK(on_unavailable), GSIZE_TO_POINTER(interface));
-    self.browsers.push_back(browser);
-    self.announcements.push_back(0);
+    self.interfaces.push_back({.browser = browser});
     gssdp_resource_browser_set_active(browser, TRUE);
     ++interface;
   }

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::size_t kLongestReason = 200;
-constexpr int kConnectionsPerHost = 4;
 constexpr const char* kTooSlow = "the server did not answer in time";
 constexpr const char* kCancelled = "cancelled";
 
@@ -31,7 +30,7 @@ struct Running {
   Ref<GCancellable> cancellable = {};
   GSource* deadline = nullptr;
   std::size_t received = 0;
-  std::string why = {};  // it was cancelled
+  std::string why = {};  // why it was cancelled; empty: it was not
 };
 
 struct State {
@@ -43,7 +42,7 @@ State& state = *new State;
 
 gpointer number(std::uint64_t call) { return std::make_unique<std::uint64_t>(call).release(); }
 
-// Takes the number back from a callback's data.
+// The number of the call in a callback's data.
 std::uint64_t take_number(gpointer data) {
   const std::unique_ptr<std::uint64_t> owned(static_cast<std::uint64_t*>(data));
   return *owned;
@@ -57,13 +56,15 @@ void end(std::uint64_t call, const std::string& why) {
     g_source_destroy(running.deadline);
     g_source_unref(running.deadline);
   }
-  running.stream.reset();  // closes the connection unless all of the answer has been read
+  running.stream.reset();  // closes the connection, unless the whole answer has been read
   running.fetch.done(why);
 }
 
-void cancel(Running& running, const char* why) {
+// libsoup does not end a request that waits for a connection when it is cancelled, so it is ended here.
+void cancel(std::uint64_t call, Running& running, const char* why) {
   if (running.why.empty()) running.why = why;
   g_cancellable_cancel(running.cancellable.get());
+  if (running.stream == nullptr) end(call, why);
 }
 
 std::string reason(const Running& running, GError* error) {
@@ -78,9 +79,13 @@ void read_on(std::uint64_t call, Running& running);
 void on_read(GObject* source, GAsyncResult* result, gpointer data) {
   const std::uint64_t call = take_number(data);
   GError* error = nullptr;
-  GBytes* const bytes = g_input_stream_read_bytes_finish(G_INPUT_STREAM(source), result, &error);
+  GBytes* bytes = g_input_stream_read_bytes_finish(G_INPUT_STREAM(source), result, &error);
   const auto found = state.running.find(call);
-  if (found == state.running.end()) return;
+  if (found == state.running.end()) {
+    g_clear_error(&error);
+    g_clear_pointer(&bytes, g_bytes_unref);
+    return;
+  }
   Running& running = found->second;
   if (bytes == nullptr) return end(call, reason(running, error));
   gsize size = 0;
@@ -119,7 +124,7 @@ void on_head(GObject* source, GAsyncResult* result, gpointer data) {
   GError* error = nullptr;
   Ref<GInputStream> stream(soup_session_send_finish(SOUP_SESSION(source), result, &error));
   const auto found = state.running.find(call);
-  if (found == state.running.end()) return;
+  if (found == state.running.end()) return g_clear_error(&error);
   Running& running = found->second;
   if (stream == nullptr) return end(call, reason(running, error));
   running.stream = std::move(stream);
@@ -134,7 +139,10 @@ void on_head(GObject* source, GAsyncResult* result, gpointer data) {
 }
 
 void cancel_all() {
-  for (auto& [call, running] : state.running) cancel(running, kCancelled);
+  for (auto each = state.running.begin(); each != state.running.end();) {
+    const auto current = each++;
+    cancel(current->first, current->second, kCancelled);
+  }
   if (state.session == nullptr) return;
   soup_session_abort(state.session);
   g_object_unref(std::exchange(state.session, nullptr));
@@ -145,10 +153,10 @@ SoupSession* session() {
   // clang-format off
   state.session = soup_session_new_with_options("proxy-resolver", nullptr, "timeout", static_cast<guint>(kFetchSilence),
                                                 "idle-timeout", 5U, "max-conns", kMostFetches,
-                                                "max-conns-per-host", kConnectionsPerHost,
+                                                "max-conns-per-host", kMostFetches,
                                                 "user-agent", "dtv_tv UPnP/1.0", nullptr);
   // clang-format on
-  // A compressed answer could be a thousand times as long as what the server sent, and no server needs it here.
+  // Compressed answers are not accepted, since one could expand to a thousand times the bytes that the server sent.
   soup_session_remove_feature_by_type(state.session, SOUP_TYPE_CONTENT_DECODER);
   upnp_at_end(cancel_all);
   return state.session;
@@ -186,7 +194,7 @@ void fetch_start(std::uint64_t call, Fetch fetch) {
         running.deadline,
         [](gpointer data) -> gboolean {
           const auto found = state.running.find(*static_cast<std::uint64_t*>(data));
-          if (found != state.running.end()) cancel(found->second, kTooSlow);
+          if (found != state.running.end()) cancel(found->first, found->second, kTooSlow);
           return G_SOURCE_REMOVE;
         },
         number(call), [](gpointer data) { take_number(data); });
@@ -197,5 +205,5 @@ void fetch_start(std::uint64_t call, Fetch fetch) {
 
 void fetch_cancel(std::uint64_t call) {
   const auto found = state.running.find(call);
-  if (found != state.running.end()) cancel(found->second, kCancelled);
+  if (found != state.running.end()) cancel(call, found->second, kCancelled);
 }

@@ -1,5 +1,5 @@
 // HTTP requests to servers of the home network, each with a limit of bytes and of time. GUPnP's own proxies would read
-// an answer of any length into memory. On the thread.
+// an answer of any length into memory. All functions are for the home network's thread.
 #pragma once
 
 #include <cstddef>
@@ -13,23 +13,28 @@ inline constexpr int kFetchSilence = 10;           // s without a byte from the 
 inline constexpr std::size_t kFetchChunk = 65536;  // bytes at a time
 
 struct FetchHead {
-  std::string type;        // its content type without parameters, in lower case; empty: none
-  std::int64_t size = -1;  // -1: not stated
+  std::string type;        // the answer's content type, in lower case and without parameters; empty: not stated
+  std::int64_t size = -1;  // bytes of the body; -1: not stated
 };
 
 struct Fetch {
   std::string address = {};
-  std::string action = {};                                // a SOAP action; empty: a GET
-  std::string body = {};                                  // of a SOAP action
-  std::size_t most = 0;                                   // bytes; a longer answer fails
-  std::uint32_t millis = 0;                               // in which the whole answer must have come; 0: any time
-  bool faults = false;                                    // an answer with status 500 is one as well
-  std::function<bool(const FetchHead&)> head = {};        // false ends the fetch; null: any will do
-  std::function<bool(std::string_view)> chunk = {};       // the same for each part of the body
-  std::function<void(const std::string& why)> done = {};  // once, at the end; why is empty if all came
+  std::string action = {};   // the SOAP action to post; empty: the request is a GET
+  std::string body = {};     // of the SOAP action
+  std::size_t most = 0;      // bytes of the body; a longer one fails
+  std::uint32_t millis = 0;  // time limit for the whole answer; 0: none
+  bool faults = false;       // accept an answer with status 500, which carries a SOAP fault
+  // Called once before the body. False ends the fetch. Null: any head is accepted.
+  std::function<bool(const FetchHead&)> head = {};
+  // Called for each part of the body. False ends the fetch.
+  std::function<bool(std::string_view)> chunk = {};
+  // Called once, at the end. why is empty if the whole body came.
+  std::function<void(const std::string& why)> done = {};
 };
 
-// Starts the request. `call` names it for fetch_cancel, and no other that runs. done is called later, not by
-// fetch_start itself. It connects only to hosts that are near, without a proxy and without following redirections.
+// Starts the request. `call` is its number for fetch_cancel; no other running request may have it. done is called
+// later, never by fetch_start itself. The request goes only to hosts that are near (upnp_is_near), uses no proxy and
+// follows no redirection.
 void fetch_start(std::uint64_t call, Fetch fetch);
-void fetch_cancel(std::uint64_t call);  // done is called with a reason; does nothing if it is over
+// Ends the request: calls done with a reason, or lets it be called soon. Does nothing if the request has ended.
+void fetch_cancel(std::uint64_t call);

@@ -1,7 +1,7 @@
-// The functions of libdtv_upnp.so for the rooms of libdtv_tv.so: a room adds its own to the rows, includes the header
-// of rooms/<room>/upnp/ that declares them here, and calls them by upnp_library() and home_loop_post(). What comes back
-// goes through a std::function that the room gives. Both libraries are built together. libdtv_upnp.so contains nothing
-// of libdtv_tv.so but core/text.cpp and near.cpp.
+// The functions of libdtv_upnp.so that the rooms of libdtv_tv.so call. To add one, add a row below, include the header
+// of rooms/<room>/upnp/ that declares it, and call it through upnp_library(), on the thread (home_loop_post). Results
+// come back through a std::function that the room passes. Both libraries are built together. Of libdtv_tv.so,
+// libdtv_upnp.so contains only core/text.cpp and near.cpp.
 #pragma once
 
 #include "rooms/home_network/upnp/servers.h"
@@ -27,9 +27,9 @@ struct UpnpLibrary {
 #undef ROW
 };
 
-// Of libdtv_upnp.so.
+// Defined in libdtv_upnp.so: the table of its functions.
 extern "C" const UpnpLibrary* dtv_upnp_library();
 
-// Of libdtv_tv.so: loads the other library on the first call, and keeps it. Null with ret_error: it cannot be loaded.
-// Any thread.
+// Defined in libdtv_tv.so: loads libdtv_upnp.so on the first call, and keeps it loaded. Null with ret_error: it cannot
+// be loaded. Any thread.
 const UpnpLibrary* upnp_library(std::string& ret_error);

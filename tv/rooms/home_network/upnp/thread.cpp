@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int kMostLines = 100;  // that GLib, GUPnP and libsoup print
+constexpr int kMostLines = 100;  // from GLib, GUPnP and libsoup that are printed
 constexpr std::size_t kLongestLine = 300;
 constexpr int kOpenAttempts = 8;  // to open a context
 
@@ -35,7 +35,8 @@ struct Thread {
 // Never destroyed: the thread may outlive main.
 Thread& self = *new Thread;
 
-// A message about what came from the network: on stderr on one line, and not for ever.
+// Prints a message of these libraries on stderr, on one line, at most kMostLines times: the network decides how many
+// come.
 void print_line(const gchar* domain, GLogLevelFlags, const gchar* message, gpointer) {
   static std::atomic<int> lines = 0;
   const int number = ++lines;
@@ -57,7 +58,7 @@ void take_over_messages() {
 GUPnPContext* open_context(const std::string& interface, std::string& ret_error) {
   GError* error = nullptr;
   GUPnPContext* context = nullptr;
-  // GUPnP chooses a port at random, which another program may have.
+  // GUPnP chooses a port at random, which another program may use already.
   for (int attempt = 0; context == nullptr && attempt < kOpenAttempts; ++attempt) {
     g_clear_error(&error);
     context = static_cast<GUPnPContext*>(g_initable_new(GUPNP_TYPE_CONTEXT, nullptr, &error, "interface",
@@ -72,7 +73,7 @@ GUPnPContext* open_context(const std::string& interface, std::string& ret_error)
   return context;
 }
 
-// Opens a context for each interface that can be used. False with ret_error: there is none.
+// Opens a context for each interface that can be used. False with ret_error: none can be used.
 bool open_contexts(const std::vector<std::string>& interfaces, std::string& ret_error) {
   for (const std::string& interface : interfaces) {
     std::string error;
@@ -105,7 +106,7 @@ void run(const std::vector<std::string>& interfaces, std::promise<std::string> s
   for (const auto& action : std::exchange(self.at_end, {})) action();
   for (GUPnPContext* const each : std::exchange(self.contexts, {})) g_object_unref(each);
   self.interfaces.clear();
-  // What was cancelled reports that once more.
+  // Lets the callbacks of cancelled operations run.
   while (g_main_context_iteration(context, FALSE) != FALSE) {
   }
   g_main_loop_unref(std::exchange(self.loop, nullptr));

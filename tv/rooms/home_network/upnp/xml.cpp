@@ -33,7 +33,7 @@ const xmlNode* xml_below(const xmlNode* element, std::string_view name) {
   if (element == nullptr) return nullptr;
   for (const xmlNode* each = element->children; each != nullptr; each = each->next) {
     if (is_named(each, name)) return each;
-    // No deeper than the parser allows.
+    // The recursion is no deeper than the parser allows.
     if (const xmlNode* const found = each->type == XML_ELEMENT_NODE ? xml_below(each, name) : nullptr) return found;
   }
   return nullptr;

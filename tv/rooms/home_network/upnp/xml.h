@@ -1,4 +1,4 @@
-// XML from the network, read by libxml2. Elements are found by their names without prefix.
+// Reads XML from the network by libxml2. Elements are found by their names, without the namespace's prefix.
 #pragma once
 
 #include <libxml/tree.h>
@@ -12,16 +12,18 @@ struct XmlEnd {
 };
 using XmlDocument = std::unique_ptr<xmlDoc, XmlEnd>;
 
-// Null: it is no XML, nested too deeply (libxml2's limit, 256), or declares a document type, as entities need it.
+// Null: the text is not XML, is nested deeper than libxml2's limit of 256, or declares a document type. Only a document
+// type could define entities.
 XmlDocument xml_read(std::string_view text);
 
-// The first child element of that name, or the first below the element at any depth; null: none. The element may be
-// null.
+// xml_child: the first child element of that name. xml_below: the first one at any depth below the element. Null: there
+// is none. The element may be null.
 const xmlNode* xml_child(const xmlNode* element, std::string_view name);
 const xmlNode* xml_below(const xmlNode* element, std::string_view name);
 
-// Of the elements that follow the child in the same parent, the first of its name; null: none.
+// The first element of that name after this element in the same parent; null: there is none. The element may not be
+// null.
 const xmlNode* xml_next(const xmlNode* element, std::string_view name);
 
-// The element's text, without white space around it; null element: empty.
+// The element's text, without white space around it; empty for a null element.
 std::string xml_text(const xmlNode* element);

@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr unsigned kMaxAge = 1800;  // s; it is announced again in time
+constexpr unsigned kMaxAge = 1800;  // s until an announcement expires; GSSDP repeats it before
 
 std::vector<GSSDPResourceGroup*>& groups = *new std::vector<GSSDPResourceGroup*>;
-bool ends_with_thread = false;  // the thread calls renderer_withdraw
+bool ends_with_thread = false;  // the thread's end calls renderer_withdraw
 
 std::string host_of(GUPnPContext* context) {
   const char* const host = gssdp_client_get_host_ip(GSSDP_CLIENT(context));

@@ -14,14 +14,14 @@ using std::chrono::steady_clock;
 
 namespace {
 
-// Mark the replies to commands; a seek has its number.
+// Identify libmpv's replies to commands; a seek has its own number.
 constexpr std::uint64_t kAddsSubtitles = UINT64_MAX, kReloadsSubtitles = UINT64_MAX - 1;
 
 constexpr std::size_t kLongestText = 255;  // bytes of a track's texts; a longer one is left out
 constexpr std::size_t kMostTexts = 64;     // tags of a file
 constexpr double kLongestFile = 1e7;       // s; larger numbers are not believed
 
-// What a property is wanted of.
+// For which kind of player a property is observed.
 enum class Wanted { kAlways, kFile, kMedia };
 
 struct Property {
@@ -252,7 +252,7 @@ void seek(Player& player, double place, const char* how) {
   mpv_library().mpv_command_async(player.handle, ++player.seek, words);
 }
 
-// Offers the subtitle files beside the file that has been opened; none is chosen by that.
+// Adds the subtitle files beside the opened file to libmpv's tracks, without choosing one.
 void add_subtitles(Player& player) {
   player.subtitles_expected = player.subtitle_files.size();
   for (std::size_t i = 0; i < player.subtitle_files.size(); ++i) {
@@ -263,9 +263,10 @@ void add_subtitles(Player& player) {
   }
 }
 
-// While a film is paused, the library draws changed subtitles with the next picture only: it decodes the present one
-// again. A seek that is under way does that anyway.
+// While a film is paused, libmpv draws changed subtitles only with the next picture. So this seeks to the present
+// position, which decodes the picture again; after a seek that is under way, since its picture may be decoded already.
 void draw_again(Player& player) {
+  player.draws_again = player.facts.seeking;
   if (!player.facts.paused || player.facts.seeking || player.facts.state != PlayerState::kPlaying) return;
   const char* words[] = {"seek", "0", "relative+exact", nullptr};
   player.seek_taken = false;
@@ -310,8 +311,9 @@ void facts_take(Player& player, const mpv_event& event) {
       player.begun = std::min(player.begun, steady_clock::now());
       if (player.seek_taken) {
         facts.seeking = false;
-        // While it is paused, the library does not report the position again.
+        // While playing is paused, libmpv does not report the position again.
         if (player.sought) facts.position = *player.sought;
+        if (player.draws_again) draw_again(player);
       }
       return;
     case MPV_EVENT_END_FILE:
@@ -410,7 +412,7 @@ void player_set_look(Player& player, const PlayerLook& look) {
   set("panscan", look.fills ? "1" : "0");
   bool subtitles = set("sub-visibility", look.subtitles_shown ? "yes" : "no");
   subtitles = set("sub-delay", number(look.subtitle_delay)) || subtitles;
-  // What has its initial value has never been set, unless it was changed meanwhile.
+  // A property that has its initial value is set only if it was set to another one before.
   const auto set_or = [&](const char* name, bool is_set, const std::string& value, const char* initial) {
     if (is_set || player.look.contains(name)) return set(name, is_set ? value : initial);
     return false;

@@ -56,7 +56,7 @@ std::unique_ptr<FileReader> file_open(const std::shared_ptr<FileSource>& source)
   std::string why;
   if (source->open)
     reader->file = source->open(why);
-  else  // opening a pipe must not wait for its writer
+  else  // opening a FIFO must not wait for its writer
     reader->file = open(source->path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   const std::lock_guard guard(source->lock);
   source->trouble.clear();

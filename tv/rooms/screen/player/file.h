@@ -22,8 +22,9 @@ inline constexpr std::int64_t kGrowMargin = 512 << 10;
 // What the player and its readers share.
 struct FileSource {
   std::string path;
-  std::function<int(std::string& ret_why)> open;  // if set, opens the file in place of the path: a descriptor, or -1
-  std::mutex lock;                                // guards the members below and the readers'
+  std::function<int(std::string& ret_why)>
+      open;         // if set, used instead of the path: opens the file, and returns its descriptor or -1
+  std::mutex lock;  // guards the members below and the readers'
   std::condition_variable changed;
   bool grows = false;
   std::string trouble;  // why the latest reader ended before the file's end; empty: it did not

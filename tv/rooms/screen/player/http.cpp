@@ -26,11 +26,11 @@ struct HttpReader {
   std::shared_ptr<HttpSource> source;
   asio::io_context context{1};
   std::atomic<bool> cancelled = false;
-  // All below belongs to the reading thread; what another one posts runs there too.
+  // The members below belong to the reading thread, which also runs what other threads post to the context.
   std::optional<beast::tcp_stream> stream;
   beast::flat_buffer buffer{kHttpLongestHead + (64U << 10)};
   std::optional<http::response_parser<http::buffer_body>> answer;
-  std::int64_t asked = 0;   // where the answer began
+  std::int64_t asked = 0;   // position at which the answer began
   std::int64_t at = 0;      // position of the next byte of the answer
   std::int64_t wanted = 0;  // position of the next byte for the caller
 };
@@ -80,7 +80,8 @@ bool fail(HttpReader& reader, std::string why) {
   return false;
 }
 
-// Runs an operation to its end, which comes within the time. start: begins it, with the handler that it is to call.
+// Runs an operation to its end, which comes within `time`. start: begins the operation, with the handler that it must
+// call.
 template <typename Start>
 beast::error_code run(HttpReader& reader, std::chrono::seconds time, Start start) {
   beast::error_code result = asio::error::operation_aborted;
@@ -101,7 +102,7 @@ std::string cause(beast::error_code error) {
   return error.message();
 }
 
-// A number at the text's beginning, which is cut off; -1: there is none.
+// Removes the number at the beginning of the text and returns it; -1: there is none.
 std::int64_t take_number(std::string_view& text) {
   std::int64_t number = -1;
   const auto [end, failed] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -110,7 +111,7 @@ std::int64_t take_number(std::string_view& text) {
   return number;
 }
 
-// "bytes FIRST-LAST/SIZE". False: it is something else.
+// Reads "bytes FIRST-LAST/SIZE"; ret_size is -1 for the size "*". False: the text is something else.
 bool parse_range(std::string_view text, std::int64_t& ret_first, std::int64_t& ret_size) {
   constexpr std::string_view kUnit = "bytes ";
   if (!text.starts_with(kUnit)) return false;
@@ -149,16 +150,16 @@ bool ask(HttpReader& reader, const Address& address, std::int64_t from) {
   request.set("transferMode.dlna.org", "Streaming");
   beast::error_code failed =
       run(reader, kHttpHeadTime, [&](auto handler) { http::async_write(*reader.stream, request, handler); });
-  if (failed) return fail(reader, "the server takes no request: " + cause(failed));
+  if (failed) return fail(reader, "the request cannot be sent to the server: " + cause(failed));
   reader.answer.emplace();
   reader.answer->header_limit(kHttpLongestHead);
   reader.answer->body_limit(boost::none);  // read in pieces
   failed = run(reader, kHttpHeadTime,
                [&](auto handler) { http::async_read_header(*reader.stream, reader.buffer, *reader.answer, handler); });
-  return !failed || fail(reader, "the server sends nothing to play: " + cause(failed));
+  return !failed || fail(reader, "the server's answer cannot be read: " + cause(failed));
 }
 
-// Where an answer with another place leads; nothing: to another host.
+// The target of a redirection; nothing: it is on another host or port.
 std::optional<Address> redirected(const Address& from, std::string_view place) {
   if (place.starts_with('/') && !place.starts_with("//")) {
     const std::string host = from.host.find(':') == std::string::npos ? from.host : "[" + from.host + "]";
@@ -168,7 +169,7 @@ std::optional<Address> redirected(const Address& from, std::string_view place) {
   return to && to->host == from.host && to->port == from.port ? to : std::nullopt;
 }
 
-// Takes the head of an answer that is no redirection.
+// Checks the head of an answer that is no redirection, and takes the file's size from it.
 bool take_head(HttpReader& reader, std::int64_t from) {
   const auto& head = reader.answer->get();
   const unsigned status = head.result_int();
@@ -177,7 +178,7 @@ bool take_head(HttpReader& reader, std::int64_t from) {
   if (status == 206) {
     std::int64_t first = 0;
     if (!parse_range(head[http::field::content_range], first, size) || first != from)
-      return fail(reader, "the server sends another part of the file than was asked for");
+      return fail(reader, "the server sends another part of the file than was requested");
     seekable = true;
   } else if (status == 200) {
     if (from != 0) return fail(reader, "the server sends the file only from its beginning");
@@ -195,7 +196,7 @@ bool take_head(HttpReader& reader, std::int64_t from) {
   return true;
 }
 
-// Asks for the file from a position on.
+// Requests the file from a position on, and follows redirections.
 bool request_from(HttpReader& reader, std::int64_t from) {
   auto address = parse(reader.source->address);
   if (!address) return fail(reader, "it is not an http address of a file");
@@ -211,12 +212,12 @@ bool request_from(HttpReader& reader, std::int64_t from) {
       return false;
     }
     address = redirected(*address, reader.answer->get()[http::field::location]);
-    if (!address) return fail(reader, "the server leads to another host");
+    if (!address) return fail(reader, "the server redirects to another host");
   }
-  return fail(reader, "the server leads from one address to another without an end");
+  return fail(reader, "the server redirects too often");
 }
 
-// Reads a piece of the body. 0: the end, or trouble.
+// Reads a piece of the body. 0: the end, or an error.
 std::size_t read_piece(HttpReader& reader, std::span<char> room) {
   while (reader.answer && !reader.answer->is_done()) {
     auto& body = reader.answer->get().body();
@@ -238,7 +239,7 @@ std::size_t read_piece(HttpReader& reader, std::span<char> room) {
   return 0;
 }
 
-// The answer ended before the file did.
+// Whether the answer ended before the file did.
 bool is_short(const HttpReader& reader) {
   const std::lock_guard guard(reader.source->lock);
   return reader.source->size >= 0 && reader.at < reader.source->size;
@@ -280,7 +281,7 @@ std::size_t http_read(HttpReader& reader, std::span<char> room) {
   }
   std::size_t count = read_piece(reader, room);
   if (count == 0 && reader.answer && is_short(reader)) {
-    // A server may send a part at a time, but not nothing.
+    // A server may answer with a part of the range at a time, but each answer must have some bytes.
     if (reader.at == reader.asked)
       fail(reader, "the server sends less than it promises");
     else if (request_from(reader, reader.at))
@@ -307,7 +308,7 @@ bool http_is_seekable(HttpReader& reader) {
   return reader.source->seekable;
 }
 
-// The stream belongs to the reading thread, so that thread closes it.
+// The stream belongs to the reading thread, so the close is posted to that thread.
 void http_cancel(HttpReader& reader) {
   reader.cancelled = true;
   asio::post(reader.context, [&reader] {

@@ -16,7 +16,7 @@
 #include "rooms/screen/player/library.h"
 #include "rooms/screen/player/player.h"
 
-// One reading of what is played, or of a subtitle file: one of the three.
+// A stream that libmpv has open, of what is played or of a subtitle file. One of the three handles is set.
 struct Reader {
   std::unique_ptr<RingReader> ring = {};
   std::unique_ptr<FileReader> file = {};
@@ -30,17 +30,17 @@ struct Player {
   std::shared_ptr<PacketRing> ring = {};  // one of the three is played
   std::shared_ptr<FileSource> file = {};
   std::shared_ptr<HttpSource> http = {};
-  bool media = false;                                       // it is not a broadcast: all facts are wanted
-  std::vector<std::shared_ptr<FileSource>> subtitles = {};  // of files beside the one that is played
+  bool media = false;  // a media file, not a broadcast: all of PlayerFacts is filled in
+  std::vector<std::shared_ptr<FileSource>> subtitles = {};  // of subtitle_files, in the same order
   std::vector<PlayerSubtitle> subtitle_files = {};
   std::mutex readers_lock = {};  // guards the readers
   // The newest is last. libmpv may cancel a stream that it has closed already, so a reader outlives its stream.
   std::deque<std::shared_ptr<Reader>> readers = {};
-  bool readers_end = false;  // no further one is opened
+  bool readers_end = false;  // no further reader is opened
   mpv_handle* handle = nullptr;
   mpv_render_context* renderer = nullptr;
   std::chrono::steady_clock::time_point next_frame = {};  // earlier pictures are skipped
-  bool skipped = false;                                   // the newest picture was, and may be the last one
+  bool skipped = false;                                   // the newest picture was skipped; it may be the last one
   std::chrono::steady_clock::time_point opened = {};      // when it began to play the stream
   std::chrono::steady_clock::time_point reopen = kNever;  // when the broken stream is played again
   std::vector<std::string> complained = {};               // the player's modules that have reported an error
@@ -52,16 +52,18 @@ struct Player {
   int asked_audio = kUnknown;
   int asked_subtitle = 0;
 
-  // Of a file: when the library began to play it, and the subtitle files that it has not refused. Until it lists their
-  // tracks, the file is being opened.
+  // For a file only: when libmpv began to play it, and how many subtitle files it has not refused. The file counts as
+  // open when libmpv lists the tracks of all of these.
   std::chrono::steady_clock::time_point begun = kNever;
   std::size_t subtitles_expected = 0;
 
   PlayerFacts facts = {};
-  std::map<std::string, std::string, std::less<>> look = {};  // properties that were set by player_set_look
-  std::optional<double> sought = {};  // position that the library has reported since the latest seek began
+  // The properties that player_set_look has set, and their values.
+  std::map<std::string, std::string, std::less<>> look = {};
+  std::optional<double> sought = {};  // position that libmpv has reported since the latest seek began
   std::uint64_t seek = 0;             // number of the latest seek
   bool seek_taken = false;            // the latest seek has begun
+  bool draws_again = false;           // subtitles have changed since
   std::chrono::steady_clock::time_point seek_until = kNever;  // then its position counts in any case
 };
 
@@ -69,12 +71,12 @@ struct Player {
 
 inline constexpr const char* kStreamAddress = "dtv://";
 
-inline constexpr const char* kSubtitleAddress = "dtv://subtitle/";  // and its place from 0
+inline constexpr const char* kSubtitleAddress = "dtv://subtitle/";  // followed by its index in Player::subtitles
 
-// Makes kStreamAddress lead to the ring, the file or the server. Returns the library's result.
+// Makes libmpv read kStreamAddress from the ring, the file or the server. Returns libmpv's result.
 int streams_offer(Player& player);
 
-// Ends all reading, for ever. Any thread.
+// Ends all readers; none can be opened afterwards. Any thread.
 void streams_end(Player& player);
 
 // Why the latest reader ended before the end of what is played; empty: it did not.
@@ -88,7 +90,7 @@ int facts_observe(Player& player);
 // Reads an event of a file's player, or a property of a ring's.
 void facts_take(Player& player, const mpv_event& event);
 
-// The file is open once the library plays it and lists its subtitle files, or after kSubtitlesTime.
+// Marks the file as open once libmpv plays it and lists its subtitle files, or after kSubtitlesTime.
 void facts_settle(Player& player);
 
 // Of a ring: has the library play the chosen streams that are there.

@@ -30,6 +30,9 @@ constexpr Option kOptions[] = {
     {"config", "no"},
     {"terminal", "no"},
     {"load-scripts", "no"},
+    {"load-auto-profiles", "no"},
+    {"load-osd-console", "no"},
+    {"load-stats-overlay", "no"},
     {"ytdl", "no"},
     {"osc", "no"},
     {"input-default-bindings", "no"},
@@ -63,13 +66,13 @@ constexpr Option kBroadcastOptions[] = {
 constexpr Option kAnyFileOptions[] = {
     {"demuxer-lavf-probesize", "2000000"},
     {"demuxer-lavf-analyzeduration", "2"},
-    {"audio-display", "embedded-first"},  // an album's cover
+    {"audio-display", "embedded-first"},  // the cover of an album
     {"embeddedfonts", "no"},
     {"image-display-duration", "inf"},  // a picture is played until somebody stops it
     {"sub-scale-with-window", "yes"},
 };
 
-// A server may be slower than the file plays; reading goes on while the picture waits.
+// A server may be slower than the file plays; then playing waits while reading goes on.
 constexpr Option kServerOptions[] = {
     {"cache", "yes"},
     {"cache-on-disk", "no"},
@@ -187,7 +190,7 @@ void take_events(Player& player) {
   }
 }
 
-// Takes the player's picture; skips: without rendering it, and then there need be no canvas.
+// Takes the player's newest picture. skips: without rendering it; the canvas may then be null.
 bool render(Player& player, bool skips, Canvas* ret_canvas) {
   int size[] = {kScreenWidth, kScreenHeight};
   if (ret_canvas != nullptr) {

@@ -17,11 +17,12 @@
 inline constexpr std::chrono::milliseconds kFrameTime{100};        // pictures are at least so far apart, on average
 inline constexpr std::chrono::milliseconds kPlayerStopTime{5000};  // then a player that does not end is left behind
 inline constexpr std::chrono::milliseconds kReopenTime{1000};      // between two attempts to play a broken stream
-inline constexpr std::chrono::milliseconds kSubtitlesTime{2000};   // then a film is open without its subtitle files
-inline constexpr std::chrono::milliseconds kSeekTime{5000};        // then the position counts again after a seek
-inline constexpr std::size_t kMostTracks = 64;                     // of a file; the others are not listed
-inline constexpr std::size_t kMostChapters = 256;                  // as above
-inline constexpr std::size_t kMostSubtitleFiles = 16;              // beside the file; the others are not offered
+inline constexpr std::chrono::milliseconds kSubtitlesTime{
+    2000};  // within which subtitle files are read; then the film counts as open without them
+inline constexpr std::chrono::milliseconds kSeekTime{5000};  // then the position counts again after a seek
+inline constexpr std::size_t kMostTracks = 64;               // of a file; the others are not listed
+inline constexpr std::size_t kMostChapters = 256;            // as above
+inline constexpr std::size_t kMostSubtitleFiles = 16;        // beside the file; the others are not offered
 
 // Called on any thread when player_step has something to do. Must not wait, nor call the player.
 struct PlayerWake {
@@ -48,7 +49,7 @@ void player_rest();
 // can be none.
 PlayerHandle player_start(std::shared_ptr<PacketRing> ring, const PlayerWake& wake, std::string& ret_error);
 
-// A subtitle file. open: on the library's threads; returns a descriptor for the library to close, or -1 with why.
+// A subtitle file. open: called on libmpv's threads; returns a descriptor, which the caller closes, or -1 with ret_why.
 struct PlayerSubtitle {
   std::function<int(std::string& ret_why)> open = {};
   std::string title = {};
@@ -56,17 +57,17 @@ struct PlayerSubtitle {
 };
 
 struct PlayerFile {
-  std::string path = {};  // of this machine; or instead of it one of the last two members
+  std::string path = {};  // on this machine; empty: `open` or `address` below says what to play
   bool broadcast = true;  // a transport stream; false: the format is found out from the contents
   bool grows = false;     // playing waits for more at its end, until player_set_growing says otherwise
   double from = 0;        // s from its beginning
   bool paused = false;
   double speed = 1;
-  int audio = 0;  // number of the sound track; 0: the file's first choice
-  bool repeats = false;
-  std::vector<PlayerSubtitle> subtitles = {};             // besides those in the file; for a media file only
+  int audio = 0;                                          // number of the sound track; 0: the file's first choice
+  bool repeats = false;                                   // the file begins again at its end
+  std::vector<PlayerSubtitle> subtitles = {};             // beside the file; for a media file only
   std::function<int(std::string& ret_why)> open = {};     // as in PlayerSubtitle
-  std::string address = {};                               // of a file of a server, as in http.h
+  std::string address = {};                               // of a file on a server, as in http.h
   bool (*is_near)(const std::string& address) = nullptr;  // whether the address may be connected to
 };
 
@@ -77,7 +78,7 @@ PlayerHandle player_start_file(const PlayerFile& file, const PlayerWake& wake, s
 // another one. A player that waits to play a broken stream again does so here, so call it at least every kReopenTime.
 bool player_step(Player& player, Canvas& ret_canvas);
 
-// As player_step, while nobody looks: pictures are decoded but not rendered.
+// The same while nobody looks at the screen: pictures are decoded but not rendered.
 void player_step_unseen(Player& player);
 
 // Draws the present picture again, after the canvas's size has changed. False: it cannot be drawn.
@@ -134,15 +135,15 @@ struct PlayerFacts {
   // For a media file only.
   std::vector<PlayerChapter> chapter_list = {};
   std::vector<std::pair<std::string, std::string>> texts = {};  // the file's tags: name in lower case, value
-  std::string format = {};                                      // names of the container, with commas between
+  std::string format = {};                                      // names of the container, separated by commas
   std::int64_t video_rate = 0;                                  // bits/s at present; 0: unknown
   std::int64_t audio_rate = 0;
-  double percent = 0;  // of the way through the file
+  double percent = 0;  // position in percent of the file
   double speed = 1;
   int editions = 0;
   int edition = 0;  // from 1; 0: none
   bool paused = false;
-  bool buffering = false;  // it waits for the server
+  bool buffering = false;  // playing waits for the server
   bool seekable = true;
   std::int64_t size = 0;  // bytes; 0: unknown
 };
@@ -150,31 +151,31 @@ const PlayerFacts& player_facts(const Player& player);
 
 void player_pause(Player& player, bool paused);
 void player_seek(Player& player, double position);       // s from the beginning
-void player_seek_fast(Player& player, double position);  // to a picture near by that needs no other one
+void player_seek_fast(Player& player, double position);  // to a key frame near the position, which is faster
 void player_seek_percent(Player& player, double percent);
-void player_step_picture(Player& player, bool back);  // to the next picture, and pauses
+void player_step_picture(Player& player, bool back);  // to the next or previous picture, and pauses
 void player_repeat(Player& player, bool repeats);
 void player_set_speed(Player& player, double speed);
 void player_choose(Player& player, TrackKind kind, int number);  // 0: none
 void player_choose_chapter(Player& player, int chapter);         // from 1
 void player_set_growing(Player& player, bool grows);
 
-// How the picture and the subtitles of a file look. Texts are the library's forms of a value; empty: as the player
-// begins.
+// How the picture and the subtitles of a file look. Empty and negative values, where they are allowed, mean libmpv's
+// defaults. Sizes of subtitles are in units of 1/720 of the picture's height.
 struct PlayerLook {
-  double zoom = 1;   // factor
-  double pan_x = 0;  // part of the picture's width by which it is moved
-  double pan_y = 0;
-  bool fills = false;  // the picture covers the place; what is beside it is cut off
+  double zoom = 1;     // factor
+  double pan_x = 0;    // how far the picture is moved, as a part of its width
+  double pan_y = 0;    // as a part of its height
+  bool fills = false;  // the picture covers its whole place and is cut off beyond it
   bool subtitles_shown = true;
   double subtitle_delay = 0;     // s
-  std::string encoding = {};     // of a subtitle file's text; a name of iconv's
+  std::string encoding = {};     // iconv's name for the encoding of subtitle files
   std::string text_colour = {};  // #AARRGGBB
   std::string edge_colour = {};
   std::string back_colour = {};
-  double edge_width = -1;       // of 720 lines; negative: as the player begins
-  double size = 0;              // of letters, of 720 lines; 0: as the player begins
-  double subtitle_line = 0;     // where the lowest line ends, in percent of the height; 0: as the player begins
-  double subtitle_margin = -1;  // left and right, of 720 lines; negative: as the player begins
+  double edge_width = -1;       // units; negative: the default
+  double size = 0;              // height of letters in units; 0: the default
+  double subtitle_line = 0;     // lower edge of the lowest line, in percent of the height; 0: the default
+  double subtitle_margin = -1;  // left and right, in units; negative: the default
 };
 void player_set_look(Player& player, const PlayerLook& look);

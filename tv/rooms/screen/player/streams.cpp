@@ -1,5 +1,5 @@
-// How the library reads a ring, a file or a server. All functions but streams_offer, streams_end and stream_trouble run
-// on the library's threads.
+// The stream callbacks by which libmpv reads a ring, a file or a server. All functions except streams_offer,
+// streams_end and stream_trouble run on libmpv's threads.
 #include <algorithm>
 #include <string_view>
 
@@ -9,7 +9,8 @@
 namespace {
 
 constexpr const char* kScheme = "dtv";
-// Of one player: it reads one stream and a few subtitle files at a time, and those that it has closed are dropped.
+// Readers of one player. It reads one stream and a few subtitle files at a time; readers that libmpv has closed are
+// dropped.
 constexpr std::size_t kMostReaders = 24;
 
 Reader& reader_of(void* cookie) { return *static_cast<Reader*>(cookie); }
@@ -47,7 +48,7 @@ void cancel(Reader& reader) {
 
 void cancel_stream(void* cookie) { cancel(reader_of(cookie)); }
 
-// Keeps the reader for the library; null: the player ends, or reads too much at once.
+// Adds the reader to the player's readers; null: the player ends, or has too many readers.
 Reader* keep(Player& player, std::shared_ptr<Reader> reader) {
   const std::lock_guard guard(player.readers_lock);
   if (player.readers_end) return nullptr;
@@ -60,7 +61,7 @@ Reader* keep(Player& player, std::shared_ptr<Reader> reader) {
   return player.readers.back().get();
 }
 
-// The file of the address; null: there is none.
+// The file or subtitle file that the address names; null: none.
 std::shared_ptr<FileSource> file_of(const Player& player, std::string_view address) {
   if (!address.starts_with(kSubtitleAddress)) return player.file;
   const auto place = parse_number<std::size_t>(address.substr(std::string_view(kSubtitleAddress).size()));
@@ -77,7 +78,7 @@ std::shared_ptr<Reader> open_reader(Player& player, const char* address, bool& r
   }
   if (player.http != nullptr && !std::string_view(address).starts_with(kSubtitleAddress)) {
     reader->http = http_create(player.http);
-    // It is kept before it waits for the server, so that streams_end ends the waiting.
+    // The reader is added before it waits for the server, so that streams_end can end the wait.
     if (keep(player, reader) == nullptr || !http_begin(*reader->http)) return nullptr;
     ret_is_seekable = http_is_seekable(*reader->http);
     return reader;

@@ -5,6 +5,7 @@ import { television } from "../../app/session";
 import { sizeText } from "../../lib/measures";
 import { IconButton } from "../../ui/icon-button";
 import { ClearIcon, PlusIcon, RefreshIcon, StickIcon } from "../../ui/icons";
+import { LineForm } from "../../ui/line-form";
 import { changeSticks, folder, openFolder, scans, stickOf, type Stick } from "./media";
 import { forgetThumbnails } from "./thumbnails";
 import { label } from "./words";
@@ -44,38 +45,17 @@ export function Sticks({ known }: { known: readonly Stick[] }) {
 }
 
 function InsertForm({ close }: { close: () => void }) {
-  const path = useSignal("");
-
-  async function submit(event: Event) {
-    event.preventDefault();
-    const given = path.peek().trim();
-    if (given === "" || !(await changeSticks("stick", "insert", given))) return;
-    path.value = "";
-    close();
-  }
-
   return (
-    <form
+    <LineForm
       class="stick-insert"
-      onSubmit={(event) => void submit(event)}
-      onKeyDown={(event) => {
-        if (event.key === "Escape") close();
-      }}
-    >
-      <input
-        type="text"
-        class="text-field"
-        aria-label={label("IDS_STICK_FOLDER")}
-        placeholder={label("IDS_STICK_FOLDER")}
-        autocomplete="off"
-        spellcheck={false}
-        value={path.value}
-        onInput={(event) => (path.value = event.currentTarget.value)}
-      />
-      <button type="submit" class="button small" disabled={!controllable.value || path.value.trim() === ""}>
-        {label("IDS_INSERT")}
-      </button>
-    </form>
+      label={label("IDS_STICK_FOLDER")}
+      placeholder={label("IDS_STICK_FOLDER")}
+      action={label("IDS_INSERT")}
+      empty={false}
+      disabled={!controllable.value}
+      send={(path) => changeSticks("stick", "insert", path.trim())}
+      close={close}
+    />
   );
 }
 

@@ -2,6 +2,7 @@ import { useSignal } from "@preact/signals";
 import { dayText, secondsOf, setNow, timeText } from "../../app/set-clock";
 import { sizeText } from "../../lib/measures";
 import { ClearIcon, EditIcon, LockIcon, PlayIcon, StopIcon } from "../../ui/icons";
+import { LineForm } from "../../ui/line-form";
 import { Problem } from "../../ui/problem";
 import { change, durationText, endOf, type Recording } from "./recordings";
 import { label } from "./words";
@@ -26,9 +27,12 @@ export function RecordingRow({ recording }: { recording: Recording }) {
     <li class="recording" data-id={id} data-status={status}>
       <div class="recording-text">
         {renaming.value ? (
-          <Rename
-            title={title}
-            save={(text) => send("recording", String(id), "name", text)}
+          <LineForm
+            class="recording-rename"
+            label="Title"
+            text={title}
+            action={label("IDS_SAVE")}
+            send={(text) => send("recording", String(id), "name", text)}
             close={() => (renaming.value = false)}
           />
         ) : (
@@ -123,43 +127,5 @@ function RunningBar({ recording }: { recording: Recording }) {
       />
       <span class="quiet">{`until ${timeText(times.to)}`}</span>
     </div>
-  );
-}
-
-interface RenameProps {
-  title: string;
-  save: (text: string) => Promise<boolean>;
-  close: () => void;
-}
-
-function Rename({ title, save, close }: RenameProps) {
-  const draft = useSignal(title);
-
-  async function submit(event: Event) {
-    event.preventDefault();
-    if (await save(draft.peek())) close();
-  }
-
-  return (
-    <form
-      class="recording-rename"
-      onSubmit={(event) => void submit(event)}
-      onKeyDown={(event) => {
-        if (event.key === "Escape") close();
-      }}
-    >
-      <input
-        type="text"
-        class="text-field"
-        aria-label="Title"
-        autocomplete="off"
-        spellcheck={false}
-        value={draft.value}
-        onInput={(event) => (draft.value = event.currentTarget.value)}
-      />
-      <button type="submit" class="button small">
-        {label("IDS_SAVE")}
-      </button>
-    </form>
   );
 }

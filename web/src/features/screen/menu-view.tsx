@@ -26,13 +26,15 @@ export function MenuView({ menu, press }: { menu: Menu; press: (key: string) => 
           </span>
         )}
       </header>
-      {menu.rows?.length === 0 && <p class="menu-empty">{label("IDS_LIST_EMPTY")}</p>}
+      {menu.rows?.length === 0 && <p class="menu-empty">{emptyText(menu)}</p>}
       {menu.rows && menu.rows.length > 0 && (menu.columns ? <Guide menu={menu} title={title} /> : <List menu={menu} title={title} />)}
       <Chosen menu={menu} />
       <Actions menu={menu} press={press} />
     </section>
   );
 }
+
+const emptyText = ({ loading, problem }: Menu): string => problem ?? label(loading ? "IDS_LOADING" : "IDS_LIST_EMPTY");
 
 function Marks({ marks }: { marks: string[] | undefined }) {
   return (

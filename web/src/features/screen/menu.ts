@@ -35,8 +35,11 @@ export interface Menu {
   selected?: { row: number; column?: number };
   /** What keys do here: a word for each. */
   actions: Record<string, string>;
-  /** Of media: the folder whose entries are listed; without it, the sticks are. */
+  /** Of media and the home network: the folder whose entries are listed; without it, the sticks or the servers are. */
   folder?: string;
+  /** Of the home network: the server has not answered yet, or why it cannot be listed. */
+  loading?: boolean;
+  problem?: string;
   /** When the guide's columns begin, and the chosen time. */
   columns?: string[];
   time?: string;
@@ -60,6 +63,7 @@ const titles: Readonly<Record<string, LabelId>> = {
   recordings: "IDS_RECORDINGS",
   timers: "IDS_TIMERS",
   media: "IDS_MEDIA",
+  home_network: "IDS_HOME_NETWORK",
 };
 
 /** The title of a menu; the set's own if the page does not know it. */
