@@ -354,15 +354,21 @@ std::string thumbnail_wait(std::string_view path, std::uint32_t width, std::uint
     return "";
   }
   close(file);
+  constexpr std::chrono::seconds kLongestWait{5};
+  const SteadyTime end = std::chrono::steady_clock::now() + kLongestWait;
   std::unique_lock guard(thumbnails.lock);
   while (true) {
     if (auto answer = known(key)) {
       ret_why = answer->why;
       return answer->path;
     }
+    if (std::chrono::steady_clock::now() >= end) {
+      ret_why = "making it takes more than " + std::to_string(kLongestWait.count()) + " s";
+      return "";
+    }
     // Queued again after each wait, since other requests may have pushed it out of the queue.
     enqueue({.key = key, .path = std::string(path), .width = width, .height = height}, true);
     thumbnails.changed.notify_all();
-    thumbnails.changed.wait(guard);
+    thumbnails.changed.wait_until(guard, end);
   }
 }

@@ -167,7 +167,7 @@ INT32 refuse_player(INT32 code, const char* function, const std::string& why) {
 
 INT32 check_stage(const Session& session, Needs needs, const char* function) {
   if (needs == Needs::kPlayer) return IVEX_PB_ERROR_CODE_OK;
-  switch (session.stage) {
+  switch (session.leaving ? Stage::kStopped : session.stage) {
     case Stage::kNew:
       return refuse_player(IVEX_PB_ERROR_CODE_NOT_READY, function, "the player's file has not been opened");
     case Stage::kOpening:
@@ -196,11 +196,7 @@ UINT32 a_vextvapi_cb_pb_init(INT32, INT32, const char*, INT32, const char*, cons
     refuse_call(__func__, "the path is missing");
     return 0;
   }
-  std::string why;
-  const SessionHandle session = session_create(true, media_path, why);
-  if (session != nullptr) return session->handle;
-  refuse_call(__func__, why);
-  return 0;
+  return session_create(media_path)->handle;
 }
 
 INT32 a_vextvapi_cb_pb_deinit(UINT32 player) {
@@ -244,21 +240,27 @@ INT32 a_vextvapi_cb_pb_play(UINT32 player) {
   const SessionHandle session = session_find(player);
   if (session == nullptr) return refuse_player(IVEX_PB_ERROR_CODE_INV_HANDLE, __func__, kNoPlayer);
   if (!remote_is_on()) return refuse_player(IVEX_PB_ERROR_CODE_FAILED, __func__, "the set is in standby");
+  std::optional<FileIdentity> marked;
+  {
+    const std::lock_guard guard(session->lock);
+    if (session->uses_bookmark && session->source && !session->played) marked = session->source->identity;
+  }
+  const std::optional<double> left = marked ? bookmark_read(*marked) : std::nullopt;
   const std::lock_guard guard(session->lock);
   if (session->stage == Stage::kNew || session->stage == Stage::kFailed)
     return check_stage(*session, Needs::kFile, __func__);
-  if (session->blocked)
+  const bool again = session->leaving || is_over(session->stage);
+  if (session->blocked && !again)
     return refuse_player(IVEX_PB_ERROR_CODE_BLOCKED, __func__, "the file is locked by its age rating");
-  std::optional<double> left;
-  const bool again = is_over(session->stage) && session->stage != Stage::kOpening;
-  if (session->uses_bookmark && session->source->identity && !again && !session->played)
-    left = bookmark_read(*session->source->identity);
   session->wanted.paused = false;
   session->wanted.speed = PLAYER_SPEED_USUAL;
   if (again) {
+    // The thread has not come to the stop yet, and will find another opening in its place.
+    if (session->leaving)
+      session_post(session, PLAYER_EVENT_STOPPED, static_cast<std::int64_t>(session->facts.position));
     session->wanted.from = kWhereLeft;
     session_restart(*session);
-  } else if (left) {
+  } else if (left && !session->played) {
     seek(*session, *left, false);
   }
   session->played = true;
@@ -271,7 +273,7 @@ INT32 a_vextvapi_cb_pb_pause(UINT32 player) {
   const SessionHandle session = session_find(player);
   if (session == nullptr) return refuse_player(IVEX_PB_ERROR_CODE_INV_HANDLE, __func__, kNoPlayer);
   const std::lock_guard guard(session->lock);
-  if (session->stage != Stage::kOpening) {
+  if (session->stage != Stage::kOpening || session->leaving) {
     const INT32 ready = check_stage(*session, Needs::kPlaying, __func__);
     if (ready != IVEX_PB_ERROR_CODE_OK) return ready;
   }
@@ -438,11 +440,15 @@ INT32 a_vextvapi_cb_pb_setStopInfo(UINT32 player, UINT8 use) {
 
 INT32 a_vextvapi_cb_pb_saveStopInfo(UINT32 player) {
   const char* const function = __func__;
-  return with_player(player, Needs::kFile, function, [&](Session& session) -> INT32 {
-    if (!session.source->identity)
-      return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "positions in a server's file are not saved");
-    const double position = session.stage == Stage::kEnded ? 0 : session_position(session);
-    return bookmark_save(*session.source->identity, position) ? INT32{IVEX_PB_ERROR_CODE_OK}
-                                                              : INT32{IVEX_PB_ERROR_CODE_FAILED};
+  std::optional<FileIdentity> file;
+  double position = 0;
+  const INT32 found = with_player(player, Needs::kFile, function, [&](const Session& session) -> INT32 {
+    file = session.source->identity;
+    position = session.stage == Stage::kEnded ? 0 : session_position(session);
+    return IVEX_PB_ERROR_CODE_OK;
   });
+  if (found != IVEX_PB_ERROR_CODE_OK) return found;
+  if (!file)
+    return refuse_player(IVEX_PB_ERROR_CODE_NOT_SUPPORTED, function, "positions in a server's file are not saved");
+  return bookmark_save(*file, position) ? IVEX_PB_ERROR_CODE_OK : IVEX_PB_ERROR_CODE_FAILED;
 }

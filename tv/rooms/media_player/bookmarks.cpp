@@ -1,11 +1,12 @@
 // Stores the positions at which files were left, in the database "positions.sqlite" of the state folder.
+#include "rooms/media_player/bookmarks.h"
+
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
 #include "core/database.h"
 #include "core/set.h"
-#include "rooms/media_player/parts.h"
 
 namespace {
 

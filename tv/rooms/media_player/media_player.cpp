@@ -192,7 +192,7 @@ void load() {
 }
 
 bool reset() {
-  media_player_stop();
+  sessions_end_all();  // so that none saves a position after that
   return bookmarks_reset();
 }
 

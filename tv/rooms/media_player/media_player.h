@@ -1,6 +1,8 @@
 // The players of files and network streams, for the other rooms. Applications create their players through the TV API.
 // The viewer has one, which keys, commands and the renderer use. At most kMostMediaPlayers exist, the viewer's among
-// them while it plays. The screen shows the one that was opened last, in place of the main picture.
+// them while it plays. Another one ends a player of an application: the oldest that plays nothing, else the oldest;
+// for a page that is left or loaded again does not destroy its players. The screen shows the one that was opened last,
+// in place of the main picture.
 #pragma once
 
 #include <boost/json/fwd.hpp>
@@ -30,6 +32,12 @@ struct MediaPlaying {
   double speed = 1;
   bool application = false;  // the player belongs to an application
 };
+
+// Opens a file that the set can play or show: a file of a stick, by its mount point; "recordings/NAME" or
+// "downloads/NAME", which are the set's own files; or a download by its whole path. Returns a descriptor, or -1 with
+// ret_why. The caller holds no lock.
+int media_player_open_file(const std::string& path, std::string& ret_why);
+bool media_player_is_own_file(std::string_view path);  // whether the path names a file of the set's own folders
 
 // The player that is seen or heard, else the viewer's player, whose file has ended or failed; nothing: no player has a
 // file.

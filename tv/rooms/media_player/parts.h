@@ -21,27 +21,10 @@
 
 #include "core/contract.h"
 #include "core/room.h"
+#include "rooms/media_player/bookmarks.h"
 #include "rooms/media_player/media_player.h"
 #include "rooms/screen/player/player.h"
 #include "tvapi/playback.h"
-
-// ---- bookmarks.cpp: where files were left ----
-
-inline constexpr std::int64_t kMostBookmarks = 1000;  // the oldest are dropped
-
-// Identifies a file. A file that has changed is another file.
-struct FileIdentity {
-  std::string path = {};
-  std::int64_t size = 0;
-  std::int64_t changed = 0;  // time of the latest change, ns since 1970
-};
-
-void bookmarks_load();
-void bookmarks_close();
-std::optional<double> bookmark_read(const FileIdentity& file);  // s
-bool bookmark_save(const FileIdentity& file, double seconds);   // 0: forgets the file. False: not saved
-bool bookmarks_forget(std::string_view folder);                 // of all files below the folder
-bool bookmarks_reset();
 
 // ---- media_player.cpp ----
 
@@ -161,14 +144,19 @@ SessionHandle session_find(std::uint32_t handle);
 SessionHandle session_seen();
 SessionHandle session_of_viewer();  // also if its file has ended; null: there is none
 
-// Null with ret_why: there are kMostMediaPlayers already.
-SessionHandle session_create(bool application, const std::string& path, std::string& ret_why);
+// An application's player, for one file. If there are kMostMediaPlayers already, one of an application ends first.
+SessionHandle session_create(const std::string& path);
+SessionHandle session_create_viewer();           // there must be none
+void sessions_make_room_for_viewer();            // ends players of applications, once the viewer's player plays
 void session_end(const SessionHandle& session);  // does not wait for its thread, unless many threads are ending
 
 // Opens the path in the player, in place of its present file. from: s; nothing: where the file was left, if the player
 // uses that position, else its beginning. False with ret_why and ret_code, an IVEX_PB_ERROR_CODE_T.
+//
+// after: the opening that this one may replace. If another file was opened meanwhile, or the player is to stop, the
+// result is false without ret_why. 0: it may replace any.
 bool session_open(const SessionHandle& session, const std::string& path, std::optional<double> from, bool paused,
-                  std::string& ret_why, INT32& ret_code);
+                  std::string& ret_why, INT32& ret_code, std::uint64_t after = 0);
 
 // Calls `change` with the session under its lock, and wakes its thread.
 template <typename Change>

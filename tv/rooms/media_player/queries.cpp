@@ -176,12 +176,15 @@ INT32 a_vextvapi_cb_pb_getMediaInfo(UINT32 player, IVEX_PB_MEDIA_INFO_T* ret_inf
 
 INT32 a_vextvapi_cb_pb_getStopInfo(UINT32 player, UINT8* ret_has_stop_info) {
   const char* const function = __func__;
-  return with_player(player, Needs::kFile, function, [&](Session& session) -> INT32 {
+  std::optional<FileIdentity> file;
+  const INT32 found = with_player(player, Needs::kFile, function, [&](const Session& session) -> INT32 {
     if (ret_has_stop_info == nullptr) return refuse_player(IVEX_PB_ERROR_CODE_INV_ARG, function, kNoRoom);
-    const auto& file = session.source->identity;
-    *ret_has_stop_info = file && bookmark_read(*file) ? 1 : 0;
+    file = session.source->identity;
     return IVEX_PB_ERROR_CODE_OK;
   });
+  if (found != IVEX_PB_ERROR_CODE_OK) return found;
+  *ret_has_stop_info = file && bookmark_read(*file) ? 1 : 0;
+  return IVEX_PB_ERROR_CODE_OK;
 }
 
 // The result is whether there is a rating, so a call that cannot be answered gives 0 too.

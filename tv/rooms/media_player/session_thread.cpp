@@ -48,6 +48,7 @@ struct Engine {
   steady_clock::time_point back_due = {};  // when the next picture backwards is due
   double back_from = 0;                    // s, the position at which playing backwards began
   steady_clock::time_point back_since = {};
+  bool back_waits = false;  // playing backwards is paused; the time of the pause does not count
   steady_clock::time_point bookmark_due = {};
   steady_clock::time_point unseen_since = {};
   std::unique_ptr<Canvas> canvas = {};
@@ -86,6 +87,7 @@ void finish(const SessionHandle& session, Engine& engine, Stage stage, INT32 err
   {
     const std::lock_guard guard(session->lock);
     if (session->opened != engine.opened) return;  // another file was opened meanwhile
+    if (stage == Stage::kEnded && session->leaving) stage = Stage::kStopped;
     position = session->facts.position;
     duration = session->facts.duration;
     session->stage = stage;
@@ -302,10 +304,9 @@ INT32 error_of(const Engine& engine, const std::string& reason) {
   return reason.starts_with("the file cannot be played") ? IVEX_PB_ERROR_CODE_FORMAT : IVEX_PB_ERROR_CODE_FILE;
 }
 
-// Handles the end of the file, or a failure to play it.
-void take_end(const SessionHandle& session, Engine& engine, const PlayerFacts& facts) {
-  if (facts.state == PlayerState::kFailed)
-    return finish(session, engine, Stage::kFailed, error_of(engine, facts.reason), facts.reason);
+// Plays what follows the viewer's file. False: nothing does. Until the next file is opened, the present one counts as
+// playing, so that what a viewer chooses meanwhile comes first.
+bool play_next(const SessionHandle& session, Engine& engine) {
   std::vector<std::string> list;
   bool around = false;
   {
@@ -313,13 +314,26 @@ void take_end(const SessionHandle& session, Engine& engine, const PlayerFacts& f
     list = session->list;
     around = session->wanted.repeat == Repeat::kFolder;
   }
-  finish(session, engine, Stage::kEnded, 0, "");
-  if (session->handle != 0 || (list.empty() && !around)) return;
+  if (list.empty() && !around) return false;
   const std::string next = viewer_following(engine.path, list, around);
   std::string why;
   INT32 code = 0;
-  if (!next.empty() && !session_open(session, next, 0.0, false, why, code))
-    std::fprintf(stderr, "dtv_tv: the next file is not played: %s\n", why.c_str());
+  if (next.empty()) return false;
+  if (!session_open(session, next, 0.0, false, why, code, engine.opened)) {
+    if (!why.empty()) std::fprintf(stderr, "dtv_tv: the next file is not played: %s\n", why.c_str());
+    return false;
+  }
+  save_bookmark(*session, engine, 0, 0);  // the file was seen to its end
+  engine.ready = false;                   // leave_file is not to save its position
+  return true;
+}
+
+// Handles the end of the file, or a failure to play it.
+void take_end(const SessionHandle& session, Engine& engine, const PlayerFacts& facts) {
+  if (facts.state == PlayerState::kFailed)
+    return finish(session, engine, Stage::kFailed, error_of(engine, facts.reason), facts.reason);
+  if (session->handle == 0 && play_next(session, engine)) return;
+  finish(session, engine, Stage::kEnded, 0, "");
 }
 
 // One turn of the thread while a player exists. The caller holds no lock.
@@ -346,7 +360,9 @@ void work(const SessionHandle& session, Engine& engine, const Wanted& wanted, bo
     return finish(session, engine, Stage::kFailed,
                   engine.source.network ? IVEX_PB_ERROR_CODE_NETWORK : IVEX_PB_ERROR_CODE_FILE,
                   engine.source.network ? "the server sends the file too slowly" : "opening the file takes too long");
-  if (repeats_back && !wanted.paused && !blocked && go_back(engine, wanted.speed)) {
+  const bool back_waits = repeats_back && (wanted.paused || blocked);
+  if (std::exchange(engine.back_waits, back_waits) && !back_waits) begin_backwards(engine, facts.position);
+  if (repeats_back && !back_waits && go_back(engine, wanted.speed)) {
     const std::lock_guard guard(session->lock);
     session->wanted.speed = PLAYER_SPEED_USUAL;  // at the beginning it turns and plays forwards
     session->woken = true;

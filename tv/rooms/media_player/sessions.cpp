@@ -30,6 +30,29 @@ bool is_over_now(Session& session) {
   return is_over(session.stage) || session.leaving;
 }
 
+// The caller holds the table's lock. The session's thread ends soon.
+void take_out(const SessionHandle& session) {
+  {
+    const std::lock_guard guard(session->lock);
+    session->ending = true;
+    session->callback = nullptr;
+    session->wake.notify_one();
+    if (!session->thread.joinable()) session->ended = true;
+  }
+  std::erase(table.applications, session);
+  if (table.viewer == session) table.viewer = nullptr;
+  table.ending.push_back(session);
+}
+
+// Leaves so many players of applications, those that were created last; first those end that play nothing. The caller
+// holds the table's lock.
+void leave_applications(std::size_t most) {
+  while (table.applications.size() > most) {
+    const auto idle = std::ranges::find_if(table.applications, [](const auto& each) { return is_over_now(*each); });
+    take_out(SessionHandle(idle != table.applications.end() ? *idle : table.applications.front()));
+  }
+}
+
 void join(Session& session) {
   if (session.thread.joinable()) session.thread.join();
   if (session.thumbnailer.joinable()) session.thumbnailer.join();
@@ -88,41 +111,43 @@ std::vector<SessionHandle> sessions_all() {
   return all;
 }
 
-SessionHandle session_create(bool application, const std::string& path, std::string& ret_why) {
-  reap(kMostEnding);
-  const std::lock_guard guard(table.lock);
-  const bool viewer_plays = table.viewer != nullptr && !is_over_now(*table.viewer);
-  if (table.applications.size() + (viewer_plays ? 1 : 0) >= kMostMediaPlayers) {
-    ret_why =
-        "there are " + std::to_string(kMostMediaPlayers) + " players already; one of them must be destroyed first";
-    return nullptr;
-  }
-  auto session = std::make_shared<Session>();
-  session->serial = ++table.last_serial;
-  session->uses_bookmark = !application;
+SessionHandle session_create(const std::string& path) {
+  const auto session = std::make_shared<Session>();
   session->path = path;
-  if (application) {
+  {
+    const std::lock_guard guard(table.lock);
+    const bool viewer_plays = table.viewer != nullptr && !is_over_now(*table.viewer);
+    leave_applications(kMostMediaPlayers - 1 - (viewer_plays ? 1 : 0));
+    session->serial = ++table.last_serial;
     session->handle = ++table.last_handle;
     table.applications.push_back(session);
-  } else {
-    table.viewer = session;
   }
+  show_wake();
+  reap(kMostEnding);
   return session;
+}
+
+SessionHandle session_create_viewer() {
+  const auto session = std::make_shared<Session>();
+  session->uses_bookmark = true;
+  const std::lock_guard guard(table.lock);
+  session->serial = ++table.last_serial;
+  table.viewer = session;
+  return session;
+}
+
+void sessions_make_room_for_viewer() {
+  {
+    const std::lock_guard guard(table.lock);
+    leave_applications(kMostMediaPlayers - 1);
+  }
+  reap(kMostEnding);
 }
 
 void session_end(const SessionHandle& session) {
   {
-    const std::lock_guard guard(session->lock);
-    session->ending = true;
-    session->callback = nullptr;
-    session->wake.notify_one();
-    if (!session->thread.joinable()) session->ended = true;
-  }
-  {
     const std::lock_guard guard(table.lock);
-    std::erase(table.applications, session);
-    if (table.viewer == session) table.viewer = nullptr;
-    table.ending.push_back(session);
+    take_out(session);
   }
   show_wake();
   reap(kMostEnding);
@@ -139,10 +164,11 @@ void sessions_end_all() {
 }
 
 bool session_open(const SessionHandle& session, const std::string& path, std::optional<double> from, bool paused,
-                  std::string& ret_why, INT32& ret_code) {
+                  std::string& ret_why, INT32& ret_code, std::uint64_t after) {
   auto source = media_source(path, ret_why, ret_code);
   if (!source) return false;
   const std::lock_guard guard(session->lock);
+  if (after != 0 && (session->opened != after || session->leaving || session->ending)) return false;
   if (!session->thread.joinable()) {
     try {
       session->thread = std::thread(session_run, session);

@@ -24,15 +24,31 @@ constexpr std::size_t kLongestPath = 4096;
 constexpr int kMostNames = 5000;  // of a folder that is searched for subtitle files
 constexpr std::string_view kServer = "http://";
 // Folders of the state folder.
-constexpr std::string_view kOwnFolders[] = {"recordings/", "downloads/"};
+constexpr std::string_view kDownloads = "downloads/";
+constexpr std::string_view kOwnFolders[] = {"recordings/", kDownloads};
 constexpr std::string_view kSubtitleEnds[] = {".srt", ".ass", ".ssa", ".vtt"};
 
 std::string name_of(std::string_view path) { return std::string(path.substr(path.find_last_of('/') + 1)); }
 
-// Opens a file in one of the set's own folders.
-int open_own(const std::string& path, std::string& ret_why) {
+// The place of one of the set's own files within the state folder: "recordings/..." or "downloads/..."; empty: the path
+// is another file's.
+std::string own_place(std::string_view path) {
+  const std::string folder = media_state_folder() + "/";
+  if (path.starts_with(folder + std::string(kDownloads))) path.remove_prefix(folder.size());
+  const bool is_own = std::ranges::any_of(kOwnFolders, [&](std::string_view each) { return path.starts_with(each); });
+  return std::string(is_own ? path : "");
+}
+
+// Opens a file in one of the set's own folders, by its place as above.
+int open_own(const std::string& place, std::string& ret_why) {
+  const std::string name = place.substr(place.find('/') + 1);
+  if (name.empty() || name.starts_with('.') || name.find('/') != std::string::npos) {
+    ret_why = quoted(place) + " is not a file of that folder";
+    return -1;
+  }
+  const std::string path = media_state_folder() + "/" + place;
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (file < 0) ret_why = quoted(name_of(path)) + " cannot be opened: " + std::strerror(errno);
+  if (file < 0) ret_why = quoted(name) + " cannot be opened: " + std::strerror(errno);
   return file;
 }
 
@@ -97,23 +113,20 @@ std::optional<MediaSource> media_source(const std::string& path, std::string& re
     source.file.is_near = home_is_near;
     return source;
   }
-  const auto* const own =
-      std::ranges::find_if(kOwnFolders, [&](std::string_view each) { return path.starts_with(each); });
-  if (own != std::end(kOwnFolders)) {
-    const std::string name = path.substr(own->size());
-    if (name.empty() || name.starts_with('.') || name.find('/') != std::string::npos) {
-      ret_why = quoted(path) + " is not a file of that folder";
-      return std::nullopt;
-    }
-    source.file.open = [place = media_state_folder() + "/" + path](std::string& why) { return open_own(place, why); };
-  } else {
-    if (const auto stick = usb_stick_of(path)) source.stick_folder = stick->folder;
-    source.file.open = [path](std::string& why) { return usb_open(path, UsbFile::kFile, why); };
-  }
-  source.identity = identify(source.file, path, ret_why);
+  if (const auto stick = usb_stick_of(path)) source.stick_folder = stick->folder;
+  source.file.open = [path](std::string& why) { return media_player_open_file(path, why); };
+  const std::string own = own_place(path);  // the same file by its other path has the same position
+  source.identity = identify(source.file, own.empty() ? path : own, ret_why);
   if (!source.identity) return std::nullopt;
   return source;
 }
+
+int media_player_open_file(const std::string& path, std::string& ret_why) {
+  const std::string own = own_place(path);
+  return own.empty() ? usb_open(path, UsbFile::kFile, ret_why) : open_own(own, ret_why);
+}
+
+bool media_player_is_own_file(std::string_view path) { return !own_place(path).empty(); }
 
 std::vector<PlayerSubtitle> media_subtitles(const std::string& path) {
   std::vector<PlayerSubtitle> found;

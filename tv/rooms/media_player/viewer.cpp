@@ -30,7 +30,7 @@ std::string control(Change change) {
   if (session == nullptr) return kNothing;
   std::string why;
   session_change(*session, [&](Session& found) {
-    if (is_over(found.stage))
+    if (is_over(found.stage) || found.leaving)
       why = kNothing;
     else
       why = change(found);
@@ -67,15 +67,13 @@ std::string play(const std::string& path, std::vector<std::string> list, std::op
   std::string why;
   INT32 code = 0;
   const bool is_new = session == nullptr;
-  if (is_new) {
-    session = session_create(false, path, why);
-    if (session == nullptr) return why;
-  }
+  if (is_new) session = session_create_viewer();
   if (!session_open(session, path, from, false, why, code)) {
     if (is_new) session_end(session);
     return why;
   }
   session_change(*session, [&](Session& opened) { opened.list = std::move(list); });
+  sessions_make_room_for_viewer();
   if (!remote_is_on()) media_player_leave();  // the set went to standby meanwhile
   show_wake();
   viewer_changed();

@@ -10,7 +10,9 @@
 #include "core/reply.h"
 #include "core/text.h"
 #include "rooms/library/library.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/photos/state.h"
+#include "rooms/remote/remote.h"
 #include "rooms/usb/usb.h"
 
 namespace {
@@ -93,7 +95,7 @@ INT32 a_vextvapi_img_playback_open(const char* path, INT32 mode, INT32 flags) {
     if (!state.ready) return refuse_call(__func__, "the image player has not been prepared (initRes)");
   }
   std::string why;
-  const int file = usb_open(name, UsbFile::kFile, why);
+  const int file = media_player_open_file(path, why);
   if (file < 0) return refuse_call(__func__, why);
   const std::lock_guard guard(state.lock);
   state.opened = Opened{.photo = {.path = std::string(name), .application = true, .mode = mode},
@@ -129,6 +131,7 @@ INT32 a_vextvapi_img_playback_display() {
   const auto present = opened();
   if (!present) return refuse_call(__func__, "no picture is open");
   if (present->photo.decoded.picture == nullptr) return refuse_call(__func__, "the picture has not been decoded yet");
+  if (!remote_is_on()) return refuse_call(__func__, "the set is in standby");
   photo_display(present->photo);
   return 0;
 }
@@ -186,7 +189,7 @@ void application_forget() {
 
 void application_look_at_sticks() {
   const auto present = opened();
-  if (!present || usb_stick_of(present->photo.path)) return;
+  if (!present || media_player_is_own_file(present->photo.path) || usb_stick_of(present->photo.path)) return;
   const std::lock_guard guard(state.lock);
   if (state.opened && state.opened->serial == present->serial) state.opened.reset();
 }

@@ -19,9 +19,9 @@ constexpr std::uint32_t kMostWidth = 1920, kMostHeight = 1080;  // of a decoded 
 enum class Progress { kWaits, kRuns, kDone };
 
 struct Job {
-  PhotoFile file;
+  PhotoOpen open;
   std::string name;
-  void (*take)(const std::string& name, DecodedPhoto photo) = nullptr;  // null: a caller waits for `done`
+  std::function<void(DecodedPhoto photo)> take = {};  // empty: a caller waits for `done`
   Progress progress = Progress::kWaits;
   DecodedPhoto result = {};
 };
@@ -45,14 +45,15 @@ State& state = *new State;
 DecodedPhoto decode(MediaReader& reader, const Job& job) {
   DecodedPhoto photo;
   MediaFacts facts;
-  if (media_reader_facts(reader, *job.file, job.name, facts, photo.why) != ReadResult::kRead) return photo;
+  const PhotoFile file = job.open(photo.why);
+  if (file == nullptr) return photo;
+  if (media_reader_facts(reader, *file, job.name, facts, photo.why) != ReadResult::kRead) return photo;
   if (facts.kind != MEDIA_TYPE_PHOTO) {
     photo.why = "it is not a photo";
     return photo;
   }
   auto picture = std::make_shared<MediaPicture>();
-  if (media_reader_picture(reader, *job.file, job.name, kMostWidth, kMostHeight, *picture, photo.why) !=
-      ReadResult::kRead)
+  if (media_reader_picture(reader, *file, job.name, kMostWidth, kMostHeight, *picture, photo.why) != ReadResult::kRead)
     return photo;
   photo.width = facts.width;
   photo.height = facts.height;
@@ -93,7 +94,7 @@ void run() {
     state.done.notify_all();
     guard.unlock();
     cancelled.reset();
-    if (wanted && job->take != nullptr) job->take(job->name, job->result);
+    if (wanted && job->take) job->take(job->result);
     guard.lock();
   }
 }
@@ -108,8 +109,8 @@ void give_up(const JobPointer& job) {
 
 void forget_queued() {
   const JobPointer present = state.present;
-  if (present != nullptr && present->take != nullptr) give_up(present);
-  std::erase_if(state.jobs, [](const JobPointer& job) { return job->take != nullptr; });
+  if (present != nullptr && present->take) give_up(present);
+  std::erase_if(state.jobs, [](const JobPointer& job) { return job->take; });
 }
 
 }  // namespace
@@ -144,8 +145,8 @@ void decoder_stop() {
   state.reader.reset();
 }
 
-DecodedPhoto decoder_decode(PhotoFile file, const std::string& name) {
-  const auto job = std::make_shared<Job>(Job{.file = std::move(file), .name = name});
+DecodedPhoto decoder_decode(const PhotoFile& file, const std::string& name) {
+  const auto job = std::make_shared<Job>(Job{.open = [file](std::string&) { return file; }, .name = name});
   std::unique_lock guard(state.lock);
   if (!state.running) return {.why = "the set is off"};
   if (state.jobs.size() >= kMostJobs) return {.why = "too many photos are being decoded"};
@@ -158,11 +159,11 @@ DecodedPhoto decoder_decode(PhotoFile file, const std::string& name) {
   return job->result;
 }
 
-void decoder_queue(PhotoFile file, const std::string& name, void (*take)(const std::string& name, DecodedPhoto photo)) {
+void decoder_queue(PhotoOpen open, const std::string& name, std::function<void(DecodedPhoto photo)> take) {
   const std::lock_guard guard(state.lock);
   forget_queued();
   if (!state.running || state.jobs.size() >= kMostJobs) return;
-  state.jobs.push_back(std::make_shared<Job>(Job{.file = std::move(file), .name = name, .take = take}));
+  state.jobs.push_back(std::make_shared<Job>(Job{.open = std::move(open), .name = name, .take = std::move(take)}));
   state.wake.notify_one();
 }
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -22,14 +23,16 @@ struct DecodedPhoto {
 // The descriptor of an open file, which is closed with the last share of it.
 using PhotoFile = std::shared_ptr<const int>;
 PhotoFile photo_file(int file);
+using PhotoOpen = std::function<PhotoFile(std::string& ret_why)>;  // null with ret_why
 
 void decoder_start();
 void decoder_stop();
 
 // Decodes the photo, and waits for that, for at most kDecodeTime. The caller holds no lock.
-DecodedPhoto decoder_decode(PhotoFile file, const std::string& name);
+DecodedPhoto decoder_decode(const PhotoFile& file, const std::string& name);
 
-// Queues the photo, in place of the one that this function queued before. `take` gets the result on the decoder's
-// thread, with no lock held, unless another call of this function or decoder_forget comes first.
-void decoder_queue(PhotoFile file, const std::string& name, void (*take)(const std::string& name, DecodedPhoto photo));
+// Queues the photo, in place of the one that this function queued before. `open` and `take`, which gets the result, are
+// called on the decoder's thread, with no lock held. `take` is not called if another call of this function or
+// decoder_forget comes first.
+void decoder_queue(PhotoOpen open, const std::string& name, std::function<void(DecodedPhoto photo)> take);
 void decoder_forget();  // drops the photo that decoder_queue has queued

@@ -14,9 +14,11 @@
 #include "core/room.h"
 #include "core/timers.h"
 #include "rooms/library/library.h"
+#include "rooms/media_player/media_player.h"
 #include "rooms/photos/application.h"
 #include "rooms/photos/commands.h"
 #include "rooms/photos/state.h"
+#include "rooms/remote/remote.h"
 #include "rooms/screen/show.h"
 #include "rooms/usb/usb.h"
 
@@ -34,6 +36,8 @@ struct State {
   std::optional<Photo> before;  // the picture that fades out
   TimerTime fade_begin = {};
   bool leaves = false;  // photos_leave was called
+  // Incremented when the display ends or is to end. A photo that was queued before is then dropped.
+  std::uint64_t turn = 0;
   bool slides = false;
   seconds slide_time{kUsualSlide};
   TimerTime slide_due = kTimerNever;
@@ -67,6 +71,7 @@ void stop_slides() {
 }
 
 void close_now() {
+  ++state.turn;
   state.shown.reset();
   state.before.reset();
   displayed = false;
@@ -78,17 +83,21 @@ void close_now() {
 
 // Opens the file; null with ret_why.
 PhotoFile open_file(const std::string& path, std::string& ret_why) {
-  const int file = usb_open(path, UsbFile::kFile, ret_why);
+  const int file = media_player_open_file(path, ret_why);
   return file < 0 ? nullptr : photo_file(file);
 }
 
-void take_slide(const std::string& path, DecodedPhoto decoded);
+void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded);
 
-// Queues the file to be decoded, for the slide show or a key.
-void queue(const std::string& path) {
-  std::string why;
-  if (PhotoFile file = open_file(path, why); file != nullptr) return decoder_queue(std::move(file), path, take_slide);
-  take_slide(path, {.why = std::move(why)});
+// As photo_display. turn: if it is no longer State::turn, the photo is dropped; nothing: the photo is displayed in any
+// case.
+void display(const Photo& photo, std::optional<std::uint64_t> turn);
+
+// Queues the file to be opened and decoded, for the slide show or a key. Opening waits for the stick, so the decoder's
+// thread does it.
+void queue(const std::string& path, std::uint64_t turn) {
+  decoder_queue([path](std::string& ret_why) { return open_file(path, ret_why); }, path,
+                [path, turn](DecodedPhoto decoded) { take_slide(path, turn, std::move(decoded)); });
 }
 
 // The first photo of the path's folder; nothing: there is no other than the path.
@@ -105,31 +114,31 @@ std::optional<std::string> next_of(const std::string& path, int step) {
 }
 
 // Takes a photo that the slide show or a key has requested: displays it, or goes on to the next if it cannot be shown.
-void take_slide(const std::string& path, DecodedPhoto decoded) {
-  if (decoded.picture != nullptr) {
-    photo_display({.path = path, .decoded = std::move(decoded)});
-    return;
-  }
+void take_slide(const std::string& path, std::uint64_t turn, DecodedPhoto decoded) {
+  if (decoded.picture != nullptr) return display({.path = path, .decoded = std::move(decoded)}, turn);
   std::fprintf(stderr, "dtv_tv: the photo %s is skipped: %s\n", quoted(path).c_str(), decoded.why.c_str());
   bool goes_on = false;
   {
     const std::lock_guard guard(state.lock);
+    if (turn != state.turn) return;
     goes_on = state.slides && ++state.broken < kMostBroken;
     if (!goes_on) stop_slides();
   }
   if (!goes_on) return;
-  if (const auto next = next_of(path, 1)) queue(*next);
+  if (const auto next = next_of(path, 1)) queue(*next, turn);
 }
 
 void slide_on() {
   std::string path;
+  std::uint64_t turn = 0;
   {
     const std::lock_guard guard(state.lock);
     if (!state.slides || !state.shown || timer_now() < state.slide_due) return;
     path = state.shown->path;
+    turn = state.turn;
     set_slide();  // tries again later if the next photo cannot be shown
   }
-  if (const auto next = next_of(path, 1)) queue(*next);
+  if (const auto next = next_of(path, 1)) queue(*next, turn);
 }
 
 // ---- What the screen draws ----
@@ -182,7 +191,7 @@ void leave_now() {
 void look_at_sticks() {
   application_look_at_sticks();
   const auto shown = photo_shown();
-  if (shown && !usb_stick_of(shown->path)) photo_close();
+  if (shown && !media_player_is_own_file(shown->path) && !usb_stick_of(shown->path)) photo_close();
 }
 
 }  // namespace
@@ -197,9 +206,14 @@ bool photo_slides() {
   return state.slides;
 }
 
-void photo_display(const Photo& photo) {
+void photo_display(const Photo& photo) { display(photo, std::nullopt); }
+
+namespace {
+
+void display(const Photo& photo, std::optional<std::uint64_t> turn) {
   {
     const std::lock_guard guard(state.lock);
+    if (turn && *turn != state.turn) return;
     state.leaves = false;
     state.before.reset();
     if (state.shown && state.shown->path != photo.path && application_effect() == VEXTVAPI_IMAGE_EFFECT_FADE) {
@@ -215,7 +229,10 @@ void photo_display(const Photo& photo) {
   if (!photo.application) application_forget();
   library_note_played(photo.path);
   show_wake();
+  if (!remote_is_on()) photos_leave();  // the set went to standby meanwhile
 }
+
+}  // namespace
 
 bool photo_change_view(void (*change)(PhotoView& view, int number), int number) {
   {
@@ -238,6 +255,7 @@ void photo_close() {
 }
 
 std::string photo_show(const std::string& path) {
+  if (!remote_is_on()) return "the set is in standby";
   std::string why;
   PhotoFile file = open_file(path, why);
   if (file == nullptr) return why;
@@ -281,8 +299,15 @@ std::string photos_show(const std::string& path) { return photo_show(path); }
 std::string photos_slide_show(bool runs) { return photo_slide_show(runs, kUsualSlide); }
 
 bool photos_press_next(int step) {
-  if (!displayed) return false;
-  if (const auto path = photo_neighbour(step)) queue(*path);
+  std::string path;
+  std::uint64_t turn = 0;
+  {
+    const std::lock_guard guard(state.lock);
+    if (!state.shown) return false;
+    path = state.shown->path;
+    turn = state.turn;
+  }
+  if (const auto next = next_of(path, step)) queue(*next, turn);
   return true;
 }
 
@@ -315,6 +340,7 @@ bool photos_press_turn() {
 void photos_leave() {
   if (!displayed) return;
   const std::lock_guard guard(state.lock);
+  ++state.turn;
   state.leaves = true;
   timer_set(leave_timer, timer_now(), leave_now);
 }

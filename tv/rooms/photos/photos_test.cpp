@@ -1,12 +1,19 @@
 #include "rooms/photos/photos.h"
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <future>
 #include <memory>
 #include <thread>
 
+#include "core/timers.h"
+#include "rooms/library/parts.h"
 #include "rooms/library/reader_support.h"
 #include "rooms/photos/view.h"
 #include "rooms/usb/usb.h"
@@ -127,6 +134,11 @@ struct PhotosTest : testing::Test {
     if (std::system(command.c_str()) != 0) std::filesystem::remove(stick + "/" + name);
   }
   std::string at(const std::string& name) const { return mount + "/" + name; }
+  // The library learns which photos were written.
+  void scan() const {
+    for (const char* const word : {"remove", "insert"}) tv_control(json::serialize(json::array{"stick", word, stick}));
+    scans_settle();
+  }
 };
 
 // What the screen would draw; "none": no photo is displayed.
@@ -282,6 +294,100 @@ TEST_F(PhotosTest, fades_from_one_picture_to_the_next) {
   EXPECT_NEAR(canvas->pixels[1], 127, 12) << "half green";
   dtv_tv_advance(400);
   EXPECT_EQ(on_screen(), "GGGG");
+}
+
+TEST_F(PhotosTest, a_photo_that_is_decoded_after_a_channel_was_chosen_is_not_displayed) {
+  scan();
+  ASSERT_EQ(photos_show(at("a.png")), "");
+  // The timers' thread is busy, so that the photo could come before it ends the display.
+  static std::promise<void> go_on;
+  static std::shared_future<void> goes_on;
+  go_on = {};
+  goes_on = go_on.get_future().share();
+  static Timer busy;
+  timer_set(busy, timer_now(), [] { goes_on.wait_for(std::chrono::seconds(10)); });
+  EXPECT_TRUE(photos_press_next(1));
+  photos_leave();
+  std::this_thread::sleep_for(std::chrono::seconds(1));
+  EXPECT_NE(on_screen(), "GGGG");
+  go_on.set_value();
+  dtv_tv_advance(1);
+  EXPECT_EQ(on_screen(), "none");
+}
+
+TEST_F(PhotosTest, a_key_shows_the_next_photo_and_passes_over_a_broken_one_in_a_slide_show) {
+  std::ofstream(stick + "/aa.jpg") << "This is a text.";
+  scan();
+  ASSERT_EQ(photos_show(at("a.png")), "");
+  const auto comes = [](const char* corners) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (on_screen() != corners && std::chrono::steady_clock::now() < end)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return on_screen();
+  };
+  ASSERT_EQ(photos_slide_show(true), "");
+  dtv_tv_advance(5000);
+  EXPECT_EQ(comes("GGGG"), "GGGG");
+  EXPECT_TRUE(photos_press_next(1)) << "from the last one to the first";
+  EXPECT_EQ(comes("RRRR"), "RRRR");
+}
+
+TEST_F(PhotosTest, nothing_is_displayed_in_standby) {
+  ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_open(at("a.png").c_str(), 0, 0), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_decode(), 0);
+  tv_control(R"(["power","standby"])");
+  expect_words(refusal(a_vextvapi_img_playback_display), {"standby"});
+  EXPECT_EQ(photos_show(at("a.png")), "the set is in standby");
+  EXPECT_EQ(on_screen(), "none");
+  tv_control(R"(["power","on"])");
+  EXPECT_EQ(a_vextvapi_img_playback_display(), 0);
+  EXPECT_EQ(on_screen(), "RRRR");
+}
+
+TEST_F(PhotosTest, shows_a_download_by_its_whole_path) {
+  const std::string downloads = state.path + "/downloads";
+  std::filesystem::create_directory(downloads);
+  std::filesystem::copy(stick + "/a.png", downloads + "/a.png");
+  std::filesystem::create_symlink(stick + "/b.png", downloads + "/link.png");
+  EXPECT_EQ(photos_show(downloads + "/a.png"), "");
+  EXPECT_EQ(on_screen(), "RRRR");
+  ASSERT_EQ(a_vextvapi_img_playback_initRes(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_open((downloads + "/a.png").c_str(), 0, 0), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_decode(), 0);
+  ASSERT_EQ(a_vextvapi_img_playback_display(), 0);
+  tv_control(R"(["stick","remove","all"])");
+  photos_sticks_changed();
+  dtv_tv_advance(1);
+  EXPECT_EQ(on_screen(), "RRRR") << "no stick has it";
+  EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/link.png").c_str(), 0, 0), 0);
+  EXPECT_NE(a_vextvapi_img_playback_open((downloads + "/../tv.sqlite").c_str(), 0, 0), 0);
+}
+
+// The processes that this one has started and that read media files.
+std::vector<pid_t> readers() {
+  std::vector<pid_t> found;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream children(thread.path() / "children");
+    for (pid_t child = 0; children >> child;) {
+      std::string name;
+      std::getline(std::ifstream("/proc/" + std::to_string(child) + "/comm"), name);
+      if (name.starts_with("dtv-media-read")) found.push_back(child);
+    }
+  }
+  return found;
+}
+
+TEST_F(PhotosTest, a_thumbnail_that_cannot_be_made_in_time_is_refused) {
+  char place[256];
+  ASSERT_EQ(a_vextvapi_img_playback_getThumbnail_path(at("a.png").c_str(), 100, 100, place), 0);
+  ASSERT_FALSE(readers().empty());
+  for (const pid_t reader : readers()) kill(reader, SIGSTOP);
+  const auto begin = std::chrono::steady_clock::now();
+  expect_words(refusal([&] { return a_vextvapi_img_playback_getThumbnail_path(at("b.png").c_str(), 100, 100, place); }),
+               {"takes more than 5 s"});
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(8));
+  for (const pid_t reader : readers()) kill(reader, SIGCONT);
 }
 
 TEST_F(PhotosTest, leaves_when_a_channel_is_chosen_and_when_the_stick_is_removed) {

@@ -48,7 +48,9 @@ extern Model& model;
 
 // ---- Playing (player.cpp). The caller holds no lock. Each returns why it failed; empty: done. ----
 
-std::string player_load();  // call it when the current item has changed: ends what is played
+// Ends what is played, and makes the item the current one, with no next one. An item without an address: there is no
+// media any more. If an application does not take the item, the model stays as it was.
+std::string player_load(Item item);
 std::string player_play();
 std::string player_pause();
 std::string player_stop();

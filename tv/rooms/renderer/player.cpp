@@ -2,6 +2,7 @@
 // player.
 #include <algorithm>
 #include <atomic>
+#include <memory>
 
 #include "core/events.h"
 #include "rooms/media_player/media_player.h"
@@ -17,8 +18,15 @@ constexpr double kShortestRepeatSeconds = 1;
 
 std::atomic<int> waiting_requests = 0;
 
-// Guarded by the model's lock.
-std::string sounding;                // address that the renderer has given to the viewer's player; empty: none
+// What the renderer has given to the viewer's player. Guarded by the model's lock.
+struct Sounding {
+  std::string address = {};  // empty: nothing
+  bool starting = false;     // the player is still being given it, and reports the file that it had before
+  std::uint64_t begun = 0;   // incremented with each item
+};
+Sounding sounding;
+
+// Both are guarded by the model's lock.
 TimerTime answer_due = kTimerNever;  // by when the application must report that it plays
 Timer answer_timer;
 
@@ -30,10 +38,11 @@ std::string ask(INT32 type, const Item& item, double seconds = 0, INT32 number =
     if (instance.callback == nullptr) continue;
     heard = true;
     ++waiting_requests;
+    // The request waits until its last copy is destroyed, also when no events are accepted any more.
+    const std::shared_ptr<void> waits(nullptr, [](void*) { --waiting_requests; });
     events_post([callback = instance.callback, tag = instance.tag, type, address = item.address,
-                 protocol_info = item.protocol_info, seconds, number] {
+                 protocol_info = item.protocol_info, seconds, number, waits] {
       callback(type, tag, address.c_str(), protocol_info.c_str(), static_cast<UINT32>(seconds), number);
-      --waiting_requests;
     });
   }
   return heard ? "" : "the application does not listen to requests";
@@ -69,36 +78,49 @@ bool is_ours(const std::optional<MediaPlaying>& playing, const std::string& addr
   return !address.empty() && playing && !playing->application && playing->path == address;
 }
 
-std::string our_address() {
+Sounding our_sound() {
   const std::lock_guard guard(model_lock);
   return sounding;
 }
 
 void end_ours() {
-  const std::string address = our_address();
-  if (is_ours(media_player_playing(), address)) media_player_stop();
+  const Sounding ours = our_sound();
+  if (is_ours(media_player_playing(), ours.address)) media_player_stop();
   const std::lock_guard guard(model_lock);
-  if (sounding == address) sounding.clear();
+  if (sounding.begun == ours.begun) sounding.address.clear();
 }
 
 std::string begin_ours() {
   std::string address;
   double from = 0;
+  std::uint64_t begun = 0;
   {
     const std::lock_guard guard(model_lock);
     address = model.current.address;
     from = model.begin_at;
     model.begin_at = 0;
-    sounding = address;
+    begun = sounding.begun + 1;
+    sounding = {.address = address, .starting = true, .begun = begun};
     model.transport = Transport::kOpening;
     model.reason.clear();
   }
   std::string why = media_player_play(address, from);
-  if (why.empty()) return "";
-  const std::lock_guard guard(model_lock);
-  sounding.clear();
-  model.transport = Transport::kStopped;
-  model.reason = why;
+  bool was_ended = false;
+  {
+    const std::lock_guard guard(model_lock);
+    if (sounding.begun != begun) return why;  // another item was begun in its place
+    was_ended = sounding.address.empty();
+    sounding.starting = false;
+    if (!why.empty()) {
+      sounding.address.clear();
+      model.transport = Transport::kStopped;
+      model.reason = why;
+    }
+  }
+  if (why.empty() && was_ended)
+    media_player_stop();
+  else
+    player_follow();
   return why;
 }
 
@@ -114,12 +136,20 @@ void take_next() {
 
 void player_answered() { answer_due = kTimerNever; }
 
-std::string player_load() {
+std::string player_load(Item item) {
   end_ours();
   const std::lock_guard guard(model_lock);
-  if (!application_plays()) return "";
-  answer_due = kTimerNever;
-  return ask(DMR_REQUEST_LOAD, model.current, model.current.kind, static_cast<INT32>(model.current.duration));
+  if (application_plays()) {
+    std::string why = ask(DMR_REQUEST_LOAD, item, item.kind, static_cast<INT32>(item.duration));
+    if (!why.empty()) return why;
+    answer_due = kTimerNever;
+  }
+  model.transport = item.address.empty() ? Transport::kNoMedia : Transport::kStopped;
+  model.current = std::move(item);
+  model.next = {};
+  model.position = model.duration = model.begin_at = 0;
+  model.reason.clear();
+  return "";
 }
 
 std::string player_play() {
@@ -160,7 +190,7 @@ std::string player_seek(double seconds) {
   {
     const std::lock_guard guard(model_lock);
     if (application_plays()) return ask(DMR_REQUEST_SEEK, model.current, seconds);
-    if (sounding.empty()) {
+    if (sounding.address.empty()) {
       model.begin_at = model.position = seconds;
       return "";
     }
@@ -204,17 +234,17 @@ void player_ended() {
 }
 
 void player_follow() {
-  const std::string address = our_address();
-  if (address.empty()) return;
+  const Sounding ours = our_sound();
+  if (ours.address.empty() || ours.starting) return;
   const std::optional<MediaPlaying> playing = media_player_playing();
   bool ended = false;
   {
     const std::lock_guard guard(model_lock);
-    if (sounding != address) return;
+    if (sounding.begun != ours.begun || sounding.address.empty()) return;
     const Transport before = model.transport;
     const double duration_before = model.duration;
-    if (!is_ours(playing, address)) {
-      sounding.clear();
+    if (!is_ours(playing, ours.address)) {
+      sounding.address.clear();
       model.transport = Transport::kStopped;
       model.position = 0;
     } else {
@@ -232,10 +262,10 @@ void player_follow() {
           break;
         case MediaState::kEnded:
           ended = true;
-          sounding.clear();
+          sounding.address.clear();
           break;
         case MediaState::kFailed:
-          sounding.clear();
+          sounding.address.clear();
           model.transport = Transport::kStopped;
           model.reason = playing->reason.empty() ? "the file cannot be played" : playing->reason;
           break;

@@ -140,6 +140,7 @@ void stop() {
 
 bool reset() {
   player_stop();
+  stop();  // an application's renderer begins again, with another identifier
   {
     const std::lock_guard guard(model_lock);
     model.on = false;

@@ -1,9 +1,12 @@
 // The renderer as controllers and applications have it: descriptions, actions, requests, reports, facts, instances.
 #include "rooms/renderer/renderer_test.h"
 
+#include <atomic>
 #include <set>
+#include <thread>
 
 #include "rooms/renderer/services.h"
+#include "rooms/screen/http_test.h"
 
 namespace {
 
@@ -406,7 +409,52 @@ TEST_F(TvRenderer, RefusesAnActionThatNoApplicationListensTo) {
   begin();
   ASSERT_EQ(a_vextvapi_cb_dmr_nfy_register_callback(application.instance, nullptr, nullptr), 0);
   EXPECT_EQ(transport("SetAVTransportURI", load_film()).error(), 501);
+  EXPECT_EQ(state(), "NO_MEDIA_PRESENT") << "what is refused changes nothing";
+  ASSERT_EQ(a_vextvapi_cb_dmr_nfy_register_callback(application.instance, Application::hear, &application), 0);
+  ASSERT_EQ(transport("SetAVTransportURI", load_film()).error(), 0);
+  ASSERT_EQ(a_vextvapi_dmr_file_sync_stat(application.instance, DMR_STATE_PLAYING, "", 0), 0);
+  ASSERT_EQ(a_vextvapi_cb_dmr_nfy_register_callback(application.instance, nullptr, nullptr), 0);
+  const Words other = {{"InstanceID", "0"}, {"CurrentURI", "http://127.0.0.1:9/b.mp4"}, {"CurrentURIMetaData", ""}};
+  EXPECT_EQ(transport("SetAVTransportURI", other).error(), 501);
+  EXPECT_EQ(transport("GetMediaInfo").element("CurrentURI"), kFilm);
+  EXPECT_EQ(state(), "PLAYING");
 }
+
+TEST_F(TvRenderer, AnApplicationsRendererGoesOnWithAnotherIdentifierAfterAReset) {
+  begin();
+  const std::string before = exchange(place, "GET", "/description.xml").element("UDN");
+  tv_control(R"(["reset"])");
+  place = wait_for_place();
+  const std::string after = exchange(place, "GET", "/description.xml").element("UDN");
+  EXPECT_TRUE(after.starts_with("uuid:")) << after;
+  EXPECT_NE(after, before);
+  ASSERT_EQ(transport("SetAVTransportURI", load_film()).error(), 0);
+  EXPECT_EQ(a_vextvapi_dmr_file_destroy(application.instance), 0);
+}
+
+// ---- The viewer's player ----
+
+#ifdef DTV_PICTURE
+TEST_F(TvRenderer, AsksOfManyDoNotDisturbTheBeginOfAnItem) {
+  const http_test::Server hangs([](int socket, const std::string&) { http_test::hang(socket); });
+  renderer_reply("on");
+  place = wait_for_place();
+  const Words film = {{"InstanceID", "0"}, {"CurrentURI", hangs.address("/film.mp4")}, {"CurrentURIMetaData", ""}};
+  std::atomic<bool> asks = true;
+  std::thread asker([&] {
+    while (asks) renderer_reply();
+  });
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(transport("SetAVTransportURI", film).error(), 0);
+    EXPECT_EQ(transport("Play", {kInstance, {"Speed", "1"}}).error(), 0);
+    EXPECT_EQ(state(), "TRANSITIONING") << "round " << i;
+    EXPECT_EQ(transport("Stop").error(), 0);
+    EXPECT_EQ(boost::json::parse(tv_control(R"(["player"])")).at("state"), "none") << "round " << i;
+  }
+  asks = false;
+  asker.join();
+}
+#endif
 
 // ---- The viewer's switch ----
 

@@ -148,15 +148,7 @@ ActionOutcome set_address(Call& call) {
     item = item_read(call.in["CurrentURI"], call.in["CurrentURIMetaData"]);
     if (ActionOutcome outcome = check_item(shown, item); outcome.error != kDone) return outcome;
   }
-  {
-    const std::lock_guard guard(model_lock);
-    model.transport = item.address.empty() ? Transport::kNoMedia : Transport::kStopped;
-    model.current = std::move(item);
-    model.next = {};
-    model.position = model.duration = model.begin_at = 0;
-    model.reason.clear();
-  }
-  ActionOutcome outcome = failed(player_load());
+  ActionOutcome outcome = failed(player_load(std::move(item)));
   subscribers_look();
   return outcome;
 }

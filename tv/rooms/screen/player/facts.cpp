@@ -387,8 +387,9 @@ void player_choose_streams(Player& player, int audio, int subtitle) {
 }
 
 void player_choose_chapter(Player& player, int chapter) {
-  auto place = static_cast<std::int64_t>(chapter) - 1;
-  set_property(player, "chapter", MPV_FORMAT_INT64, &place);
+  // As a seek, since the library does not report the position after a change of the chapter while it is paused.
+  const std::size_t place = static_cast<std::size_t>(chapter) - 1;
+  if (place < player.facts.chapter_list.size()) player_seek(player, player.facts.chapter_list[place].start);
 }
 
 void player_set_growing(Player& player, bool grows) {

@@ -68,6 +68,7 @@ constexpr Option kAnyFileOptions[] = {
     {"demuxer-lavf-analyzeduration", "2"},
     {"audio-display", "embedded-first"},  // the cover of an album
     {"embeddedfonts", "no"},
+    {"image-display-duration", "inf"},  // a picture is played until somebody stops it
     {"sub-scale-with-window", "yes"},
 };
 
