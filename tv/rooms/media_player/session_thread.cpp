@@ -52,7 +52,9 @@ struct Engine {
   steady_clock::time_point bookmark_due = {};
   steady_clock::time_point unseen_since = {};
   std::unique_ptr<Canvas> canvas = {};
-  bool drawn = false;  // the canvas has the present picture
+  bool drawn = false;   // the canvas has the present picture
+  int drawn_width = 0;  // of the present picture
+  int drawn_height = 0;
 };
 
 std::atomic<std::uint64_t> last_picture = 0;
@@ -288,7 +290,8 @@ void step(Session& session, Engine& engine, bool seen, int width, int height) {
   }
   engine.unseen_since = now;
   if (engine.canvas == nullptr) engine.canvas = std::make_unique<Canvas>();
-  const bool resized = engine.canvas->width != width || engine.canvas->height != height;
+  // The canvas was shown before the present picture, so its own size may be the wanted one already.
+  const bool resized = engine.drawn_width != width || engine.drawn_height != height;
   engine.canvas->width = width;
   engine.canvas->height = height;
   bool fresh = player_step(player, *engine.canvas);
@@ -296,6 +299,8 @@ void step(Session& session, Engine& engine, bool seen, int width, int height) {
   if (!fresh && has_picture && (resized || !engine.drawn)) fresh = player_draw(player, *engine.canvas);
   if (!fresh) return;
   engine.drawn = true;
+  engine.drawn_width = width;
+  engine.drawn_height = height;
   show_picture(session, engine);
 }
 
