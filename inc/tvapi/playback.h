@@ -214,7 +214,7 @@ TVAPI_FN(INT32, IVexPb_Ctrl_Init)
 /* Creates a player for a file or a stream. mode_1, mode_2 and info are the application's numbers; profile and protocol
  * may be null. media_path: a file of a stick, by its mount point; "recordings/NAME", a finished recording;
  * "downloads/NAME", a file fetched from a server; or an http:// address of a host of the home network. The virtual
- * television uses nothing else, and has two players. Returns a handle, 0 on failure. */
+ * television uses nothing else, and has two players: a third ends an earlier one. Returns a handle, 0 on failure. */
 TVAPI_FN(UINT32, a_vextvapi_cb_pb_init, IN(INT32, mode_1), IN(INT32, mode_2), IN_TEXT(profile), IN(INT32, info),
          IN_TEXT(protocol), IN_TEXT(media_path))
 TVAPI_FN(INT32, a_vextvapi_cb_pb_deinit, IN(UINT32, player))

@@ -41,7 +41,9 @@ struct FakeServer {
   std::atomic<int> requests = 0;
 
   FakeServer(std::string name, FakeAnswer answers, std::string host = "127.0.0.1")
-      : address(std::move(host)), udn("uuid:" + std::move(name)), answer(std::move(answers)) {
+      : address(std::move(host)),
+        udn("uuid:" + std::move(name) + "-" + std::to_string(getpid())),  // other tests' sets hear it as well
+        answer(std::move(answers)) {
     listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in own{};
     own.sin_family = AF_INET;
