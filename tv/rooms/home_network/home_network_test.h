@@ -42,7 +42,7 @@ struct FakeServer {
 
   FakeServer(std::string name, FakeAnswer answers, std::string host = "127.0.0.1")
       : address(std::move(host)),
-        udn("uuid:" + std::move(name) + "-" + std::to_string(getpid())),  // other tests' sets hear it as well
+        udn("uuid:" + std::move(name) + "-" + std::to_string(getpid())),  // a set of another process may hear it too
         answer(std::move(answers)) {
     listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in own{};

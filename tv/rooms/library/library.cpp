@@ -124,8 +124,8 @@ std::optional<MediaPlace> media_place(std::string_view path) {
   if (!stick) return std::nullopt;
   std::string within(path.substr(stick->mount_point.size()));
   const bool slash = within.ends_with('/');
-  const auto doubled = std::ranges::unique(within, [](char one, char next) { return one == '/' && next == '/'; });
-  within.erase(doubled.begin(), doubled.end());
+  const auto is_doubled = [](char one, char next) { return one == '/' && next == '/'; };
+  within.erase(std::unique(within.begin(), within.end(), is_doubled), within.end());
   if (within.starts_with('/')) within.erase(0, 1);
   if (within.ends_with('/')) within.pop_back();
   return MediaPlace{.stick = std::move(*stick), .path = std::move(within), .ends_with_slash = slash};
