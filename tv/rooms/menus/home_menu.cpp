@@ -98,10 +98,7 @@ boost::json::object home_row(std::int64_t item, const MenuView& view) {
 }
 
 void add_home(const MenuView& view, boost::json::object& reply) {
-  if (view.path.empty()) {
-    reply["loading"] = home_servers().empty();
-    return;
-  }
+  if (view.path.empty()) return;
   reply["folder"] = cut_text(view.path.back().name, kLongestShown);
   const HomeFolder folder = home_folder(view.server, folder_of(view));
   reply["loading"] = folder.loading;

@@ -34,7 +34,10 @@ export function MenuView({ menu, press }: { menu: Menu; press: (key: string) => 
   );
 }
 
-const emptyText = ({ loading, problem }: Menu): string => problem ?? label(loading ? "IDS_LOADING" : "IDS_LIST_EMPTY");
+function emptyText({ menu, folder, loading, problem }: Menu): string {
+  if (menu === "home_network" && !folder) return label("IDS_SEARCHING_SERVERS");
+  return problem ?? label(loading ? "IDS_LOADING" : "IDS_LIST_EMPTY");
+}
 
 function Marks({ marks }: { marks: string[] | undefined }) {
   return (

@@ -59,6 +59,7 @@ export const label = words({
   IDS_REMINDER_SET: "Reminder set",
   IDS_REPEAT: "Repeat",
   IDS_SCRAMBLED: "Scrambled",
+  IDS_SEARCHING_SERVERS: "Searching for servers…",
   IDS_SECOND_PICTURE: "Second picture",
   IDS_SELECT: "Select",
   IDS_SERIES: "Series",
