@@ -162,13 +162,13 @@ void try_again(const std::string& udn) {
   g_source_set_callback(
       source,
       [](gpointer data) -> gboolean {
-        const std::unique_ptr<std::string> owned(static_cast<std::string*>(data));
-        const auto found = self.servers.find(*owned);
-        if (self.active && found != self.servers.end() && !found->second.described) self.waiting.push_back(*owned);
+        const std::string& waited = *static_cast<std::string*>(data);
+        const auto found = self.servers.find(waited);
+        if (self.active && found != self.servers.end() && !found->second.described) self.waiting.push_back(waited);
         fetch_next();
         return G_SOURCE_REMOVE;
       },
-      std::make_unique<std::string>(udn).release(), nullptr);
+      std::make_unique<std::string>(udn).release(), [](gpointer data) { delete static_cast<std::string*>(data); });
   g_source_attach(source, g_main_context_get_thread_default());
   g_source_unref(source);
 }
