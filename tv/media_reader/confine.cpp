@@ -84,14 +84,14 @@ constexpr std::uint32_t kAllowed[] = {
 constexpr std::uint32_t kMapping[] = {SYS_mmap, SYS_mprotect};
 
 bool filter_calls() {
-  constexpr auto number = static_cast<std::uint32_t>(offsetof(seccomp_data, nr));
-  constexpr auto machine = static_cast<std::uint32_t>(offsetof(seccomp_data, arch));
-  constexpr auto protection = static_cast<std::uint32_t>(offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t));
+  constexpr auto kNumberAt = static_cast<std::uint32_t>(offsetof(seccomp_data, nr));
+  constexpr auto kMachineAt = static_cast<std::uint32_t>(offsetof(seccomp_data, arch));
+  constexpr auto kProtectionAt = static_cast<std::uint32_t>(offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t));
   std::vector<sock_filter> program = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, machine),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kMachineAt),
       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kMachine, 1, 0),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kNumberAt),
   };
   for (const std::uint32_t call : kAllowed) {
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
@@ -99,7 +99,7 @@ bool filter_calls() {
   }
   for (const std::uint32_t call : kMapping) {
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 4));
-    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, protection));
+    program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kProtectionAt));
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, PROT_EXEC, 1, 0));
     program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
     program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM));

@@ -99,6 +99,7 @@ bool date_read(const char* text, std::array<std::uint32_t, 6>& ret_date) {
   std::array<std::uint32_t, 6> date{};
   auto& [year, month, day, hour, minute, second] = date;
   const int parts =
+      // NOLINTNEXTLINE(cert-err34-c): no number of at most four digits is out of range
       std::sscanf(text, "%4u%*1[:-]%2u%*1[:-]%2u%*1[ T]%2u:%2u:%2u", &year, &month, &day, &hour, &minute, &second);
   const bool complete = parts == 3 || parts == 6;
   if (!complete || year < 1800 || year > 9999 || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 ||

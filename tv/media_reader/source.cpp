@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 
 extern "C" {
 #include <libavutil/avstring.h>
@@ -105,7 +106,7 @@ std::vector<std::uint8_t> source_bytes(Source& source, std::int64_t from, std::s
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) {
       source.error = errno;
-      throw Refusal(std::strerror(source.error));
+      throw Refusal(std::generic_category().message(source.error));
     }
     if (got == 0) break;
     done += static_cast<std::size_t>(got);
@@ -139,7 +140,7 @@ void source_probe(Source& source, int file, const std::string& extension, Deadli
     const AVInputFormat* kind = nullptr;
     const int result = av_probe_input_buffer2(source.io.get(), &kind, name.c_str(), nullptr, 0, 0);
     check_time(deadline);
-    if (source.error != 0) throw Refusal(std::strerror(source.error));
+    if (source.error != 0) throw Refusal(std::generic_category().message(source.error));
     if (result <= AVPROBE_SCORE_RETRY || kind == nullptr) return;  // a guess
     if (av_match_list(kind->name, kKinds, ',') > 0) source.kind = kind;
     if (std::strcmp(kind->name, "image2") != 0) return;

@@ -44,27 +44,27 @@ struct FakeServer {
       : address(std::move(host)),
         udn("uuid:" + std::move(name) + "-" + std::to_string(getpid())),  // a set of another process may hear it too
         answer(std::move(answers)) {
-    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in own{};
     own.sin_family = AF_INET;
     inet_pton(AF_INET, address.c_str(), &own.sin_addr);
     socklen_t size = sizeof own;
-    EXPECT_EQ(bind(listener_, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
-    EXPECT_EQ(listen(listener_, 64), 0);
-    EXPECT_EQ(getsockname(listener_, reinterpret_cast<sockaddr*>(&own), &size), 0);
+    EXPECT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&own), sizeof own), 0);
+    EXPECT_EQ(listen(listener, 64), 0);
+    EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&own), &size), 0);
     port = ntohs(own.sin_port);
-    accepting_ = std::thread([this] { accept_all(); });
+    accepting = std::thread([this] { accept_all(); });
   }
   ~FakeServer() {
-    shutdown(listener_, SHUT_RDWR);
-    accepting_.join();
+    shutdown(listener, SHUT_RDWR);
+    accepting.join();
     {
-      const std::lock_guard guard(lock_);
-      for (const int each : sockets_) shutdown(each, SHUT_RDWR);
+      const std::lock_guard guard(lock);
+      for (const int each : sockets) shutdown(each, SHUT_RDWR);
     }
-    for (std::thread& each : threads_) each.join();
-    for (const int each : sockets_) close(each);
-    close(listener_);
+    for (std::thread& each : threads) each.join();
+    for (const int each : sockets) close(each);
+    close(listener);
   }
   FakeServer(const FakeServer&) = delete;
   FakeServer& operator=(const FakeServer&) = delete;
@@ -103,11 +103,11 @@ struct FakeServer {
  private:
   void accept_all() {
     for (;;) {
-      const int socket = accept(listener_, nullptr, nullptr);
+      const int socket = accept(listener, nullptr, nullptr);
       if (socket < 0) return;
-      const std::lock_guard guard(lock_);
-      sockets_.push_back(socket);
-      threads_.emplace_back([this, socket] { serve(socket); });
+      const std::lock_guard guard(lock);
+      sockets.push_back(socket);
+      threads.emplace_back([this, socket] { serve(socket); });
     }
   }
   void serve(int socket) {
@@ -134,11 +134,11 @@ struct FakeServer {
     shutdown(socket, SHUT_RDWR);
   }
 
-  int listener_ = -1;
-  std::thread accepting_;
-  std::mutex lock_;  // guards the two lists until the accepting thread has ended
-  std::list<int> sockets_;
-  std::list<std::thread> threads_;
+  int listener = -1;
+  std::thread accepting;
+  std::mutex lock;  // guards the two lists until the accepting thread has ended
+  std::list<int> sockets;
+  std::list<std::thread> threads;
 
  public:
   // Returns how many bytes could be sent before the other side closed the connection.

@@ -421,7 +421,7 @@ TEST_F(Items, areDownloadedFourAtATimeUnderSafeNames) {
                                              "hidden.mp3.part"}));
   UpnpObject nothing;
   EXPECT_EQ(download_start(id, 2000, nothing), "the object has no file that the set can fetch");
-  ServersTest::TearDown();  // ends them
+  dtv_tv_stop();  // ends them
   EXPECT_TRUE(names_in(folder.path + "/downloads").empty());
 }
 

@@ -197,6 +197,7 @@ TEST_F(Library, DatesAreOfTheSetsZone) {
   write_file("later/a.bmp", bmp_bytes(2, 2));
   set_time("later/a.bmp", 100'000'000'000);  // in the year 5138
   const std::string film = stick + "/film/b.mp4";
+  // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe)
   ASSERT_EQ(std::system(("ffmpeg -v error -i " + stick + "/film/a.mp4 -c copy -metadata date= -metadata " +
                          "creation_time=2026-03-23T14:15:00Z " + film)
                             .c_str()),
@@ -295,6 +296,7 @@ TEST_F(Library, TellsWhetherTheSetMayJumpAndWhetherTheFileSystemIsExt4) {
   EXPECT_EQ(a_vextvapi_cb_checkDevExt4Status(&query), 0);
   EXPECT_EQ(a_vextvapi_cb_checkDevExt4Status(nullptr), 0);
   std::strcpy(query.path, mount().c_str());
+  // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe)
   const bool is_ext4 = std::system(("test \"$(stat -f -c %T " + stick + ")\" = ext2/ext3").c_str()) == 0;
   EXPECT_EQ(a_vextvapi_cb_checkDevExt4Status(&query) != 0, is_ext4);
 }

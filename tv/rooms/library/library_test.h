@@ -80,7 +80,7 @@ inline std::string wav_bytes(const Song& song) {
 
 // A film of 2 s, 64x48 pixels, with the title "Test film" and the year 2001.
 inline const std::string& film_bytes() {
-  static const std::string bytes = [] {
+  static const std::string kBytes = [] {
     std::string folder = (fs::temp_directory_path() / "tv_film_XXXXXX").string();
     EXPECT_NE(mkdtemp(folder.data()), nullptr);
     const std::string path = folder + "/film.mp4";
@@ -88,13 +88,13 @@ inline const std::string& film_bytes() {
         "ffmpeg -v error -y -f lavfi -i testsrc=size=64x48:rate=5 -t 2 -c:v mpeg4 -metadata title='Test film' "
         "-metadata date=2001 " +
         path;
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
     std::ifstream file(path, std::ios::binary);
     std::string made(std::istreambuf_iterator<char>(file), {});
     fs::remove_all(folder);
     return made;
   }();
-  return bytes;
+  return kBytes;
 }
 
 struct LibrarySet : testing::Test {

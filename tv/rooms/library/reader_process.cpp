@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -142,7 +143,8 @@ bool process_start(const std::string& program, ReaderProcess& ret_process, std::
   close_one(sockets[1]);
   process.socket = sockets[0];
   if (failure != 0) {
-    ret_why = "the reader of media files, " + program + ", cannot be started: " + std::strerror(failure);
+    ret_why =
+        "the reader of media files, " + program + ", cannot be started: " + std::generic_category().message(failure);
     close_one(process.socket);
     close_one(process.memory);
     return false;

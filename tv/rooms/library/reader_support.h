@@ -32,7 +32,7 @@ struct MediaFolder {
   bool make(const std::string& arguments, const std::string& name) const {
     const std::string command =
         "cd '" + path + "' && timeout 60 ffmpeg -v error -nostdin -y " + arguments + " " + name + " 2>&1";
-    return std::system(command.c_str()) == 0;
+    return std::system(command.c_str()) == 0;  // NOLINT(cert-env33-c,concurrency-mt-unsafe)
   }
 };
 
@@ -60,7 +60,7 @@ inline ReadFacts facts_of(MediaReader& reader, const std::string& path) {
 // What a command prints.
 inline std::string printed(const std::string& command) {
   std::string text;
-  FILE* const pipe = popen(command.c_str(), "r");
+  FILE* const pipe = popen(command.c_str(), "r");  // NOLINT(cert-env33-c)
   char bytes[4096];
   for (std::size_t got = 0; (got = fread(bytes, 1, sizeof bytes, pipe)) > 0;) text.append(bytes, got);
   pclose(pipe);

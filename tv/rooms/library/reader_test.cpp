@@ -317,7 +317,7 @@ Pixels pixels_of(const std::vector<std::uint8_t>& jpeg) {
   int subsampling = 0, colours = 0;
   EXPECT_EQ(tjDecompressHeader3(turbo, jpeg.data(), jpeg.size(), &pixels.width, &pixels.height, &subsampling, &colours),
             0);
-  pixels.bgrx.resize(static_cast<std::size_t>(4 * pixels.width * pixels.height));
+  pixels.bgrx.resize(std::size_t{4} * static_cast<std::size_t>(pixels.width) * static_cast<std::size_t>(pixels.height));
   EXPECT_EQ(
       tjDecompress2(turbo, jpeg.data(), jpeg.size(), pixels.bgrx.data(), pixels.width, 0, pixels.height, TJPF_BGRX, 0),
       0);

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <system_error>
 #include <thread>
 
 #include "core/background.h"
@@ -73,7 +74,7 @@ bool is_running(const UsbStick& stick) {
 bool adopt(const UsbStick& stick, StickRow& ret_row, std::string& ret_why) {
   struct stat info {};
   if (stat(stick.folder.c_str(), &info) != 0) {
-    ret_why = std::string("it cannot be read: ") + std::strerror(errno);
+    ret_why = "it cannot be read: " + std::generic_category().message(errno);
     return false;
   }
   struct statfs system {};

@@ -10,11 +10,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <set>
 #include <span>
+#include <system_error>
 
 #include "core/text.h"
 #include "rooms/clock/clock.h"
@@ -172,7 +172,7 @@ bool is_there(const Run& run, std::string& ret_why) {
   struct stat opened {};
   struct stat now {};
   if (fstat(run.stick, &opened) != 0 || stat(run.task.stick.folder.c_str(), &now) != 0) {
-    ret_why = std::string("it cannot be read any more: ") + std::strerror(errno);
+    ret_why = "it cannot be read any more: " + std::generic_category().message(errno);
     return false;
   }
   if (opened.st_dev != now.st_dev || opened.st_ino != now.st_ino) {
@@ -272,7 +272,7 @@ bool walk(Run& run, std::string& ret_why) {
       .avoided_device = has_state ? state.st_dev : 0,
       .avoided_inode = has_state ? state.st_ino : 0,
       .folder = [&](WalkedFolder folder) { compare(run, std::move(folder)); },
-      .problem = [&](const std::string& path, const char* why) { leave_out(run, path, why); },
+      .problem = [&](const std::string& path, const std::string& why) { leave_out(run, path, why); },
       .ends = [&] { return ends(run); }};
   return walk_stick(how, ret_why);
 }
@@ -315,7 +315,7 @@ bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaR
   struct stat info {};
   if (ret_file.file < 0) return false;
   if (fstat(ret_file.file, &info) != 0) {
-    ret_why = std::strerror(errno);
+    ret_why = std::generic_category().message(errno);
     return false;
   }
   row.size = static_cast<std::uint64_t>(info.st_size);
@@ -523,7 +523,7 @@ bool scan_is_stopped(const ScanControl& control) { return control.stopped; }
 ScanEnd scan_run(const ScanTask& task, ScanControl& control, const ScanTell& tell) {
   const FileEnd stick(open(task.stick.folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (stick.file < 0) {
-    return {.state = ScanState::kFailed, .reason = std::string("it cannot be read: ") + std::strerror(errno)};
+    return {.state = ScanState::kFailed, .reason = "it cannot be read: " + std::generic_category().message(errno)};
   }
   struct statfs system {};
   const bool inodes = fstatfs(stick.file, &system) == 0 && keeps_inodes(system.f_type);

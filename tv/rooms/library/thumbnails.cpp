@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <list>
 #include <map>
+#include <system_error>
 #include <thread>
 
 #include "core/background.h"
@@ -206,7 +207,7 @@ std::string make(const Wanted& wanted, MediaReader& reader, const std::string& t
   close(file);
   switch (result) {
     case ReadResult::kRead:
-      if (!save(target, jpeg)) return std::string("the thumbnail cannot be saved: ") + std::strerror(errno);
+      if (!save(target, jpeg)) return "the thumbnail cannot be saved: " + std::generic_category().message(errno);
       ret_bytes = jpeg.size();
       return "";
     case ReadResult::kRefused:

@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <memory>
+#include <system_error>
 
 #include "rooms/library/names.h"
 #include "rooms/usb/usb.h"
@@ -88,7 +88,7 @@ void take_entry(Walking& walking, const Waiting& parent, DIR* open, const std::s
   if (fstatat(dirfd(open), name.c_str(), &info, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) {
     if (errno == ENOENT) return;
     folder.whole = false;
-    walking.walk.problem(path, std::strerror(errno));
+    walking.walk.problem(path, std::generic_category().message(errno));
     return;
   }
   const bool is_folder = S_ISDIR(info.st_mode);
@@ -117,7 +117,7 @@ bool read_folder(Walking& walking, const Waiting& waiting, OpenFolder open) {
     if (entry == nullptr) {
       if (errno != 0) {
         folder.whole = false;
-        walking.walk.problem(waiting.path, std::strerror(errno));
+        walking.walk.problem(waiting.path, std::generic_category().message(errno));
       }
       break;
     }
@@ -155,7 +155,7 @@ bool walk_stick(const Walk& walk, std::string& ret_why) {
   walking.ahead.push_back({.path = "", .depth = 0});
   struct stat info {};
   if (fstat(walk.stick, &info) != 0) {
-    ret_why = std::string("it cannot be read: ") + std::strerror(errno);
+    ret_why = "it cannot be read: " + std::generic_category().message(errno);
     return false;
   }
   walking.device = info.st_dev;

@@ -39,7 +39,7 @@ struct Walk {
   // Called for each folder with media files in it.
   std::function<void(WalkedFolder folder)> folder;
   // Called for each file and folder that is left out. The path is within the stick and may contain any bytes.
-  std::function<void(const std::string& path, const char* why)> problem;
+  std::function<void(const std::string& path, const std::string& why)> problem;
   std::function<bool()> ends;  // true: the walk is cancelled
 };
 

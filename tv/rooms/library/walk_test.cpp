@@ -28,7 +28,7 @@ Walked walk_of(const std::string& folder, std::size_t most_names = kMostStickNam
                     .most_names = most_names,
                     .inodes = inodes,
                     .folder = [&](WalkedFolder found) { walked.folders[found.path] = std::move(found); },
-                    .problem = [&](const std::string& path, const char* why) { walked.problems[path] = why; },
+                    .problem = [&](const std::string& path, const std::string& why) { walked.problems[path] = why; },
                     .ends = [] { return false; }};
   std::string why;
   EXPECT_TRUE(walk_stick(how, why)) << why;

@@ -52,10 +52,10 @@ boost::json::object play(Arguments words) {
   return reply(media_player_play(std::string(words[0]), from));
 }
 
-boost::json::object with_number(std::string_view form, std::string_view what, std::string_view word,
+boost::json::object with_number(std::string_view command, std::string_view what, std::string_view given,
                                 std::string (*action)(double)) {
-  const auto value = number(word);
-  return value ? reply(action(*value)) : reply_takes("player " + std::string(form), what, word);
+  const auto value = number(given);
+  return value ? reply(action(*value)) : reply_takes("player " + std::string(command), what, given);
 }
 
 boost::json::object with_value(std::string_view word, std::string_view value, Arguments arguments) {

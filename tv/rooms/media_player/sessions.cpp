@@ -112,7 +112,7 @@ std::vector<SessionHandle> sessions_all() {
 }
 
 SessionHandle session_create(const std::string& path) {
-  const auto session = std::make_shared<Session>();
+  auto session = std::make_shared<Session>();
   session->path = path;
   {
     const std::lock_guard guard(table.lock);
@@ -128,7 +128,7 @@ SessionHandle session_create(const std::string& path) {
 }
 
 SessionHandle session_create_viewer() {
-  const auto session = std::make_shared<Session>();
+  auto session = std::make_shared<Session>();
   session->uses_bookmark = true;
   const std::lock_guard guard(table.lock);
   session->serial = ++table.last_serial;

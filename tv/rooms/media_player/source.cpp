@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <system_error>
 
 #include "base/text.h"
 #include "core/reply.h"
@@ -48,7 +49,7 @@ int open_own(const std::string& place, std::string& ret_why) {
   }
   const std::string path = media_state_folder() + "/" + place;
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (file < 0) ret_why = quoted(name) + " cannot be opened: " + std::strerror(errno);
+  if (file < 0) ret_why = quoted(name) + " cannot be opened: " + std::generic_category().message(errno);
   return file;
 }
 

@@ -259,7 +259,7 @@ std::string photo_show(const std::string& path) {
   std::string why;
   PhotoFile file = open_file(path, why);
   if (file == nullptr) return why;
-  DecodedPhoto decoded = decoder_decode(std::move(file), path);
+  DecodedPhoto decoded = decoder_decode(file, path);
   if (decoded.picture == nullptr) return quoted(path) + " cannot be shown: " + decoded.why;
   photo_display({.path = path, .decoded = std::move(decoded)});
   return {};

@@ -131,6 +131,7 @@ struct PhotosTest : testing::Test {
   void write(const std::string& name, const std::string& source) const {
     const std::string command =
         "ffmpeg -v error -nostdin -y -f lavfi -i " + source + " -frames:v 1 '" + stick + "/" + name + "'";
+    // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe)
     if (std::system(command.c_str()) != 0) std::filesystem::remove(stick + "/" + name);
   }
   std::string at(const std::string& name) const { return mount + "/" + name; }

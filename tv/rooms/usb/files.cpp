@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <system_error>
 
 #include "core/reply.h"
 #include "rooms/usb/usb.h"
@@ -21,7 +21,7 @@ std::string why(int error) {
     case EXDEV:
       return "it leads out of the stick";
     default:
-      return std::strerror(error);
+      return std::generic_category().message(error);
   }
 }
 
@@ -76,7 +76,7 @@ int usb_open(std::string_view path, UsbFile what, std::string& ret_error) {
   const std::string relative(name == std::string_view::npos ? "." : behind.substr(name));
   const int folder = open(stick->folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) {
-    ret_error = "the stick " + quoted(stick->label) + " cannot be read: " + std::strerror(errno);
+    ret_error = "the stick " + quoted(stick->label) + " cannot be read: " + std::generic_category().message(errno);
     return -1;
   }
   std::string reason;

@@ -97,8 +97,8 @@ TEST_F(TvUsb, NewSetHasNoStick) {
 
 // The reply without what a client needs to follow the stick's scan.
 std::string without_watch(const std::string& answer) {
-  static const std::regex watch(R"(,"watch":\{[^}]*\})");
-  return std::regex_replace(answer, watch, "");
+  static const std::regex kWatch(R"(,"watch":\{[^}]*\})");
+  return std::regex_replace(answer, kWatch, "");
 }
 
 TEST_F(TvUsb, InsertedFolderIsSeenAtTheMountPoint) {
@@ -539,8 +539,8 @@ TEST_F(TvUsb, DescriptionNeedsAMountPointAndABuffer) {
 
 // How far the scans are differs from one moment to the next.
 std::string without_scans(const std::string& answer) {
-  static const std::regex scan(R"(,"scan":\{[^}]*\})");
-  return std::regex_replace(answer, scan, "");
+  static const std::regex kScan(R"(,"scan":\{[^}]*\})");
+  return std::regex_replace(answer, kScan, "");
 }
 
 TEST_F(TvUsb, SticksStayInsertedAfterARestart) {
