@@ -134,7 +134,11 @@ Image read_picture(Source& source, int file, const std::string& extension, Deadl
   if (video == nullptr && cover == nullptr) throw Refusal("it has no picture");
   if (video == nullptr || (kind == MEDIA_TYPE_VIDEO && cover != nullptr)) return cover_image(*cover, bounds);
   std::uint32_t turn = kind_turn(*video);
-  if (is_jpeg) turn = exif_read(jpeg_header(source)->exif).orientation;
+  if (is_jpeg) {
+    // A damaged file can look like a JPEG to FFmpeg only.
+    const std::optional<JpegHeader> header = jpeg_header(source);
+    if (header) turn = exif_read(header->exif).orientation;
+  }
   bounds = image_unturned(bounds, turn);
   if (kind == MEDIA_TYPE_VIDEO) return image_turn(video_image(source, *video, bounds), turn);
   const Codec codec = source_decoder(*video->codecpar);
