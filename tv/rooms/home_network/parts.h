@@ -113,7 +113,6 @@ struct Download {
 };
 
 void files_load();
-void files_stop();
 
 // Returns why the download cannot start; empty: it runs. ret_path: the path that the file will have; may be null.
 std::string download_start(INT32 server, INT32 object, const UpnpObject& item, std::string* ret_path = nullptr);

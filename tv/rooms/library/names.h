@@ -8,11 +8,11 @@
 
 #include "tvapi/cbrowser.h"
 
-// The kind of media that the name's extension stands for: photo, music, video or playlist; MEDIA_TYPE_NULL: none. The
-// contents decide later (reader.h).
+// Guesses the kind of media from the file name's extension: photo, music, video or playlist; MEDIA_TYPE_NULL: none of
+// them. The reader decides by the file's contents (reader.h).
 E_MEDIA_TYPE media_kind_of_name(std::string_view name);
 
-// Whether the name is that of a photo in a format that the reader cannot decode.
+// Whether the extension belongs to a photo format that the reader cannot decode.
 bool media_is_unsupported(std::string_view name);
 
 // Whether a scan skips files and folders of this name without reporting them: names that begin with a dot, and folders

@@ -249,7 +249,7 @@ bool make_room(Run& run) {
       for (const StickRow& each : sticks_by_age(*writing.database)) {
         const bool dropped = each.folder.starts_with(kDroppedStick);
         if (dropped || (goes == 0 && std::ranges::find(inserted, each.folder) == inserted.end())) goes = each.id;
-        if (dropped) break;  // what is left of it is of no use to anybody
+        if (dropped) break;  // nobody sees its rows any more, so they go first
       }
     }
     if (goes == 0) return true;
@@ -308,8 +308,12 @@ std::string path_of(const Run& run, const Queued& queued) {
 }
 
 // Opens the file, and reads its size, time and inode again, since they may have changed since the walk. False with
-// ret_why: it cannot be read.
+// ret_why: it cannot be read, or the database has no room for it.
 bool open_queued(const Run& run, const Queued& queued, FileEnd& ret_file, MediaRow& ret_row, std::string& ret_why) {
+  if (!queued.known && run.room <= 0) {
+    ret_why = "the library is full";
+    return false;
+  }
   MediaRow row{.stick = run.task.id, .folder = run.folders[queued.folder], .name = queued.file.name};
   ret_file.file = usb_open_in(run.stick, path_of(run, queued).c_str(), UsbFile::kFile, ret_why);
   struct stat info {};
@@ -374,11 +378,6 @@ bool read_file(Run& run, const Queued& queued, std::string& ret_why) {
   std::string why;
   const std::string path = path_of(run, queued);
   if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
-  if (!queued.known && run.room <= 0) {
-    leave_out(run, path, "the library is full");
-    ++run.done;
-    return true;
-  }
   if (!ensure_reader(run)) {
     ret_why = "the reader of media files cannot be started";
     return ends(run);
@@ -429,11 +428,6 @@ bool read_playlist(Run& run, const Queued& queued, std::string& ret_why) {
   std::string why;
   const std::string path = path_of(run, queued);
   if (!open_queued(run, queued, file, row, why)) return miss(run, path, why, ret_why);
-  if (!queued.known && run.room <= 0) {
-    leave_out(run, path, "the library is full");
-    ++run.done;
-    return true;
-  }
   const Playlist playlist = playlist_read(file.file, row.folder, run.task.stick.mount_point);
   if (!playlist.whole) return miss(run, path, "it cannot be read", ret_why);
   std::vector<MediaRow> rows;

@@ -1,4 +1,4 @@
-// Scans: what is read again, what is left out, limits, callbacks, hostile sticks.
+// Tests of scans: changed files, files that are left out, limits, callbacks, hostile sticks.
 #include "rooms/library/scan_test.h"
 
 #include <fcntl.h>

@@ -43,8 +43,8 @@ struct Walk {
   std::function<bool()> ends;  // true: the walk is cancelled
 };
 
-// Whether a file keeps its inode number on a file system of this magic number (of statfs). FAT and FUSE number their
-// files anew at each mount, and when they leave the memory.
+// Whether files keep their inode numbers on the file system with this magic number (f_type of statfs). On FAT, exFAT
+// and FUSE, a file gets another number at each mount, and after the kernel has dropped its inode from the cache.
 bool keeps_inodes(std::int64_t magic);
 
 // ns since 1970, moved into the years 1678 to 2262. What a stick says may be any number.

@@ -70,8 +70,7 @@ inline constexpr double kWhereLeft = -1;
 // The state that the viewer or the application wants of a player. The player's thread compares it with the state that
 // it has set. A request is a counter that is incremented, so that the thread sees two equal ones as two.
 struct Wanted {
-  std::uint64_t starts = 0;  // requests to open the path, for the first time or again
-  double from = 0;           // s, where playing begins then; or kWhereLeft
+  double from = 0;  // s, where playing begins when the path is opened; or kWhereLeft
   bool paused = false;
   int speed = PLAYER_SPEED_USUAL;  // percent; negative: backwards
   Repeat repeat = Repeat::kOff;

@@ -190,7 +190,6 @@ bool session_open(const SessionHandle& session, const std::string& path, std::op
 
 // The caller holds the session's lock.
 void session_restart(Session& session) {
-  ++session.wanted.starts;
   session.opened = ++last_opened;
   session.stage = Stage::kOpening;
   session.reason.clear();

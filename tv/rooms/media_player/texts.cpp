@@ -56,7 +56,7 @@ constexpr CodecRow kSubtitleCodecs[] = {
     {"hdmv_pgs_subtitle", T_CBROWSER_PB_SBTL_PGS},
 };
 
-// Tags with an age rating, and words that stand for an age in them.
+// The tags of a file that may contain an age rating, and the ages that the ratings' names mean.
 constexpr std::string_view kRatingTags[] = {"law_rating", "itunextc", "content_rating", "rating_age"};
 struct RatingRow {
   std::string_view word;

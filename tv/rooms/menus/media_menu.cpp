@@ -84,10 +84,8 @@ std::int64_t item_of(const std::string& parent, const std::string& folder) {
   constexpr std::size_t kPage = 1000;  // entries that are read at a time
   for (std::size_t first = 0;; first += kPage) {
     const std::vector<LibraryEntry> page = library_folder(parent, MEDIA_TYPE_FOLDER, first, kPage);
-    for (std::size_t i = 0; i < page.size(); ++i) {
+    for (std::size_t i = 0; i < page.size(); ++i)
       if (page[i].path == folder) return static_cast<std::int64_t>(first + i + 1);
-      if (page[i].kind != MEDIA_TYPE_FOLDER) return 0;
-    }
     if (page.size() < kPage) return 0;
   }
 }

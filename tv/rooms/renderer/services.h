@@ -18,7 +18,6 @@ enum : int {
   kValueInvalid = 600,
   kValueOutOfRange = 601,
   kTransitionNotAvailable = 701,
-  kNoContents = 702,
   kSeekModeNotSupported = 710,
   kIllegalSeekTarget = 711,
   kPlayModeNotSupported = 712,
@@ -102,6 +101,6 @@ inline constexpr std::string_view kDescriptionPath = "/description.xml";
 std::string write_description(const Model& shown);
 std::string write_service(const RendererService& service);
 
-// The body of an event with the values of the variables in `changed`: bit i stands for service.variables[i].
+// Returns the body of an event with the changed variables. Bit i of `changed` is set if service.variables[i] changed.
 using Bits = std::uint64_t;
 std::string write_event(const RendererService& service, const Model& shown, Bits changed);

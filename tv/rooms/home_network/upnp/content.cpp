@@ -222,7 +222,7 @@ std::string read_answer(const std::string& text, const UpnpListing& listing, Upn
 // A list that may take several questions, since a server may send fewer objects than requested.
 struct List {
   std::uint64_t call = 0;
-  UpnpListing listing = {};  // what is left to ask for
+  UpnpListing listing = {};  // the objects that have not been requested yet
   gint64 end = 0;            // us, as g_get_monotonic_time has it
   UpnpPage page = {};        // what has come
   std::function<void(UpnpPage page, const std::string& why)> done = {};
