@@ -48,6 +48,9 @@ export interface Host {
   /** Ends the host as a power cut would, and starts it again at the same address. */
   kill(): Promise<void>;
   start(): Promise<void>;
+  /** Stops the host's process, which then neither reads nor writes, or lets it go on. */
+  pause(): void;
+  resume(): void;
   /** Ends all programs and removes the state. */
   dispose(): Promise<void>;
   read(uri: string): Promise<number>;
@@ -133,6 +136,12 @@ export async function createHost(args: string[] = []): Promise<Host> {
       return token;
     },
     start,
+    pause() {
+      host?.kill("SIGSTOP");
+    },
+    resume() {
+      host?.kill("SIGCONT");
+    },
     async kill() {
       if (host) await end(host, "SIGKILL");
     },

@@ -40,6 +40,29 @@ test.describe("after the host was killed", () => {
   });
 });
 
+test.describe("a host that was killed before it answered", () => {
+  test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
+
+  test("is asked for the trace again by the next connection", async ({ host, open }) => {
+    const page = await open();
+    await page.getByRole("button", { name: "Calls" }).click();
+    host.pause();
+    await page.getByRole("switch").check();
+    await host.kill();
+    await expect(connection(page)).toContainText("Disconnected");
+
+    await host.start();
+    await expect(connection(page)).toContainText("Connected");
+    await expect(page.getByRole("switch")).toBeChecked();
+    // The page requests the trace a moment after it has connected.
+    let volume = 30;
+    await expect(async () => {
+      await host.write(volumeUri, volume++);
+      await expect(logRows(page, "Calls").first()).toBeVisible({ timeout: 500 });
+    }).toPass();
+  });
+});
+
 for (const width of [360, 390]) {
   test.describe(`at a width of ${width}`, () => {
     test.use({ viewport: { width, height: 740 } });

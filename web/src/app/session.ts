@@ -5,7 +5,7 @@ import type { TapLine } from "../lib/tap-line";
 import { dropToken, token } from "../lib/token";
 import { tell } from "../ui/notice";
 import { groupRows } from "./catalogue";
-import { createClient, isForbidden, type ConnectionState, type Field, type Kind, type ListResult } from "./rpc";
+import { ConnectionError, createClient, isForbidden, type ConnectionState, type Field, type Kind, type ListResult } from "./rpc";
 
 /** The page's one connection to the host, and the state that several features share. */
 
@@ -161,6 +161,8 @@ export function setWatched(uri: string, on: boolean) {
 export function setTracing(on: boolean) {
   tracing.value = on;
   client.call("trace", { on }).catch((reason: unknown) => {
+    // After a lost connection the next one requests the trace again.
+    if (reason instanceof ConnectionError) return;
     tracing.value = false;
     tellError(reason);
   });
