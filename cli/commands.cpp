@@ -10,224 +10,6 @@ namespace json = boost::json;
 
 namespace {
 
-std::string json_text(std::string_view text) { return json::serialize(json::string(text)); }
-
-bool describe(Session& session, json::value& ret_description, Failure& ret_failure) {
-  std::string text;
-  if (!session.call("list", "{}", text, ret_failure)) return false;
-  if (json_parse(text, ret_description)) return true;
-  ret_failure = {kExitProtocol, "the list of URIs is not JSON"};
-  return false;
-}
-
-Describe describer(Session& session) {
-  return [&session](json::value& ret_description, Failure& ret_failure) {
-    return describe(session, ret_description, ret_failure);
-  };
-}
-
-bool take_result(const std::string& answer, std::int64_t& ret_result, Failure& ret_failure) {
-  json::value value;
-  const std::optional<std::string_view> text = json_member(answer, "ret");
-  if (text && json_parse(*text, value) && value.is_int64()) {
-    ret_result = value.get_int64();
-    return true;
-  }
-  ret_failure = {kExitProtocol, "the answer has no \"ret\": " + answer.substr(0, 200)};
-  return false;
-}
-
-// Reports a result other than 0.
-int refused(Session& session, const std::string& uri, std::int64_t result, Failure& ret_failure) {
-  json::value description;
-  Failure ignored;
-  const bool unknown = describe(session, description, ignored) && find_uri(description, uri) == nullptr;
-  ret_failure = {kExitRefused,
-                 unknown ? unknown_uri(description, uri) : "the set answered " + result_meaning(description, result)};
-  return kExitRefused;
-}
-
-int run_get(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
-  const std::string& uri = words[0];
-  std::string parameter;
-  if (!build_get_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
-    return ret_failure.exit_code;
-  }
-  std::string params = R"({"uri":)" + json_text(uri);
-  if (!parameter.empty()) params += R"(,"parameter":)" + parameter;
-  std::string answer;
-  std::int64_t result = 0;
-  if (!session.call("get", params + "}", answer, ret_failure) || !take_result(answer, result, ret_failure)) {
-    return ret_failure.exit_code;
-  }
-  if (options.json) {
-    print_line(answer);
-  } else if (const auto text = json_member(answer, "response"); text) {
-    json::value response;
-    if (json_parse(*text, response) && response.is_object()) print_response(response.get_object());
-  }
-  return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
-}
-
-int run_set(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
-  const std::string& uri = words[0];
-  std::string parameter;
-  if (!build_set_parameter(uri, words.subspan(1), describer(session), parameter, ret_failure)) {
-    return ret_failure.exit_code;
-  }
-  std::string answer;
-  std::int64_t result = 0;
-  if (!session.call("set", R"({"uri":)" + json_text(uri) + R"(,"parameter":)" + parameter + "}", answer, ret_failure) ||
-      !take_result(answer, result, ret_failure)) {
-    return ret_failure.exit_code;
-  }
-  if (options.json) {
-    print_line(answer);
-  } else if (result == 0) {
-    print_line("ok");
-  }
-  return result == 0 ? kExitOk : refused(session, uri, result, ret_failure);
-}
-
-// When the television refuses a command that its help does not list, the message lists the commands of the help.
-void explain_unknown(Session& session, const std::string& name, Failure& failure) {
-  std::string answer;
-  Failure ignored;
-  json::value help;
-  if (!session.call("tv", R"({"words":["help"]})", answer, ignored) || !json_parse(answer, help)) return;
-  const json::value* const commands = help.is_object() ? help.get_object().if_contains("commands") : nullptr;
-  if (commands == nullptr || !commands->is_array()) return;
-  std::vector<std::string> names;
-  for (const json::value& row : commands->get_array()) {
-    const json::value* const listed = row.is_object() ? row.get_object().if_contains("name") : nullptr;
-    if (listed == nullptr || !listed->is_string()) return;
-    if (*listed == json::value(name)) return;
-    const std::string text(listed->get_string());
-    if (std::ranges::find(names, text) == names.end()) names.push_back(text);
-  }
-  if (std::ranges::find(names, "fault") == names.end())
-    return;  // without a tap the television's message has listed them
-  failure.text = "there is no command \"" + name + "\"; there are:";
-  for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
-}
-
-// A word of a viewer's command that is a path. The set does not know the shell's folder, so it gets the whole path.
-enum class PathIf { kAlways, kHasSlash, kExists };
-struct PathWord {
-  std::string_view command;
-  std::string_view action;  // the word after the command; empty: any
-  std::size_t place;        // the path's index among the words
-  PathIf path_if;           // when the word is a path, and not one of the command's own words or names
-  bool on_stick = false;    // the path is replaced by that at the stick's mount point
-};
-
-constexpr bool kOnStick = true;
-constexpr PathWord kPathWords[] = {{"stick", "insert", 2, PathIf::kAlways},
-                                   {"stick", "remove", 2, PathIf::kHasSlash},
-                                   {"antenna", "", 1, PathIf::kExists},
-                                   {"channels", "import", 2, PathIf::kExists},
-                                   {"guide", "import", 2, PathIf::kExists},
-                                   {"media", "list", 3, PathIf::kAlways, kOnStick},
-                                   {"media", "favourite", 2, PathIf::kAlways, kOnStick},
-                                   {"player", "play", 2, PathIf::kExists, kOnStick},
-                                   {"photo", "show", 2, PathIf::kAlways, kOnStick}};
-
-bool is_path(const std::string& word, PathIf path_if) {
-  if (word.find("://") != std::string::npos) return false;
-  std::error_code none;
-  return path_if == PathIf::kAlways || word.find('/') != std::string::npos ||
-         (path_if == PathIf::kExists && std::filesystem::exists(word, none));
-}
-
-json::array television_words(Session& session, ShellWords words) {
-  json::array sent(words.begin(), words.end());
-  for (const PathWord& row : kPathWords) {
-    if (words.size() <= row.place || words[0] != row.command) continue;
-    if ((!row.action.empty() && words[1] != row.action) || !is_path(words[row.place], row.path_if)) continue;
-    std::error_code none;
-    const std::string& word = words[row.place];
-    const std::string whole =
-        row.on_stick ? path_on_stick(session, word) : std::filesystem::absolute(word, none).lexically_normal().string();
-    if (!whole.empty()) sent[row.place] = json::string(whole);
-  }
-  return sent;
-}
-
-std::string cell(const json::object& row, std::string_view key) {
-  const json::value* value = row.if_contains(key);
-  if (value == nullptr || value->is_null()) return "";
-  return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
-}
-
-// Prints the usage of one command from the list of all: the set's own help does not know the tap's.
-int show_usage(const Options& options, Session& session, const std::string& name, Failure& ret_failure) {
-  std::string answer;
-  json::value help;
-  if (!session.call("tv", R"({"words":["help"]})", answer, ret_failure)) return ret_failure.exit_code;
-  const json::value* rows =
-      json_parse(answer, help) && help.is_object() ? help.get_object().if_contains("commands") : nullptr;
-  if (rows == nullptr || !rows->is_array()) {
-    ret_failure = {kExitProtocol, "the set's help is not a list of commands"};
-    return ret_failure.exit_code;
-  }
-  bool any = false;
-  for (const json::value& row : rows->get_array()) {
-    if (!row.is_object() || cell(row.get_object(), "name") != name) continue;
-    if (options.json) {
-      print_line(json::serialize(row));
-    } else {
-      if (any) print_line("");
-      const std::string arguments = printable(cell(row.get_object(), "arguments"));
-      print_line("Usage: dtvctl tv " + printable(name) + (arguments.empty() ? "" : " ") + arguments);
-      print_line("");
-      print_line(printable(cell(row.get_object(), "help")));
-    }
-    any = true;
-  }
-  if (any) return kExitOk;
-  ret_failure = {kExitRefused, "there is no command " + json_text(name)};
-  explain_unknown(session, name, ret_failure);
-  return ret_failure.exit_code;
-}
-
-int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
-  if (words.size() == 2 && words[1] == "--help") return show_usage(options, session, words[0], ret_failure);
-  if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
-  const json::object params{{"words", television_words(session, words)}};
-  std::string answer;
-  if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
-    if (ret_failure.exit_code == kExitRefused) explain_unknown(session, words[0], ret_failure);
-    return ret_failure.exit_code;
-  }
-  json::value value;
-  if (!json_parse(answer, value) || !value.is_object()) value = json::object();
-  json::object& reply = value.get_object();
-  const json::value* const watch = reply.if_contains("watch");
-  if (options.wait && watch != nullptr && watch->is_object())
-    return follow_action(options, session, words, reply, ret_failure);
-  if (options.json) {
-    print_line(answer);
-  } else {
-    reply.erase("watch");  // for programs
-    if (!print_media(words, reply)) print_object(reply);
-  }
-  return kExitOk;
-}
-
-// The identifier in the form that the documentation uses.
-std::string hex_cell(const json::object& row, std::string_view key) {
-  const json::value* value = row.if_contains(key);
-  if (value == nullptr || !value->is_int64()) return cell(row, key);
-  char text[24];
-  std::snprintf(text, sizeof text, "0x%04llX", static_cast<unsigned long long>(value->get_int64()));
-  return text;
-}
-
-bool is_on(const json::object& row, std::string_view key) {
-  const json::value* value = row.if_contains(key);
-  return value != nullptr && !value->is_null() && !(value->is_bool() && !value->get_bool());
-}
-
 // Reports an empty list on stderr, so that stdout has only results.
 void say_none(std::string_view what, ShellWords words) {
   std::string text = "dtvctl: there is no " + std::string(what);
@@ -337,29 +119,34 @@ int run_watch(const Options& options, Session& session, ShellWords words, Failur
       return ret_failure.exit_code;
     }
   }
-  for (const std::string& uri : uris) {
+  const auto begin = [&session, watched = uris](Failure& failure) {
     std::string answer;
-    if (!session.call("subscribe", R"({"uri":)" + json_text(uri) + "}", answer, ret_failure))
-      return ret_failure.exit_code;
-  }
+    return std::ranges::all_of(watched, [&](const std::string& uri) {
+      return session.call("subscribe", R"({"uri":)" + json_text(uri) + "}", answer, failure);
+    });
+  };
   const auto print = [](const std::string& params) {
     if (const auto text = json_member(params, "notification"); text) return print_line(*text);
     std::fprintf(stderr, "dtvctl: a notification that cannot be shown: %s\n", params.c_str());
     return true;
   };
-  return follow(options, session, command, "notify", print, ret_failure);
+  return follow(options, session, command, {.method = "notify", .begin = begin, .print = print, .json = true},
+                ret_failure);
 }
 
 int run_trace(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   const ShellWords command = split_command(words).command;
-  std::string answer;
-  if (!session.call("trace", R"({"on":true})", answer, ret_failure)) return ret_failure.exit_code;
-  const auto print = [&](const std::string& params) {
+  const auto begin = [&session](Failure& failure) {
+    std::string answer;
+    return session.call("trace", R"({"on":true})", answer, failure);
+  };
+  const auto print = [&options](const std::string& params) {
     json::value line;
     if (options.json || !json_parse(params, line) || !line.is_object()) return print_line(params);
     return print_line(trace_line(line.get_object()));
   };
-  return follow(options, session, command, "trace", print, ret_failure);
+  return follow(options, session, command, {.method = "trace", .begin = begin, .print = print, .json = options.json},
+                ret_failure);
 }
 
 std::string check_uri(ShellWords words) {
@@ -369,12 +156,27 @@ std::string check_uri(ShellWords words) {
   return "";
 }
 
+std::string check_get(ShellWords words) {
+  const auto uris = words.first(static_cast<std::size_t>(
+      std::ranges::find_if(words, [](const std::string& word) { return !word.starts_with('/'); }) - words.begin()));
+  if (uris.empty()) return check_uri(words);
+  const ShellWords others = words.subspan(uris.size());
+  const auto late = std::ranges::find_if(others, [](const std::string& word) { return word.starts_with('/'); });
+  return late == others.end() ? "" : "the URIs come first, and " + *late + " stands behind \"" + others[0] + "\"";
+}
+
+// Every word is a URI.
+std::string check_uris(ShellWords words) {
+  if (words.empty()) return check_uri(words);
+  for (const std::string& uri : words)
+    if (std::string wrong = check_uri({&uri, 1}); !wrong.empty()) return wrong;
+  return "";
+}
+
 std::string check_watch(ShellWords words) {
   const auto [uris, command] = split_command(words);
   if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
-  for (const std::string& uri : uris) {
-    if (std::string wrong = check_uri({&uri, 1}); !wrong.empty()) return wrong;
-  }
+  if (std::string wrong = check_uris(uris); !wrong.empty()) return wrong;
   return check_inner_command(command);
 }
 
@@ -395,17 +197,20 @@ std::string check_nothing(ShellWords) { return ""; }
 
 constexpr Command kCommands[] = {
     {.name = "get",
-     .arguments = "URI [PARAMETER-JSON | KEY=VALUE...]",
-     .summary = "Reads an item",
+     .arguments = "URI... [PARAMETER-JSON | KEY=VALUE...]",
+     .summary = "Reads items",
      .help =
-         "Without further words the item is read without parameters. KEY=VALUE words become the members of a QUERY.\n"
-         "A JSON object is sent unchanged and must contain its REQUEST.\n"
+         "Without further words the items are read without parameters. KEY=VALUE words become the members of a QUERY.\n"
+         "A JSON object is sent unchanged and must contain its REQUEST. Several URIs are read in order, each with "
+         "these\n"
+         "parameters; a refused one does not keep the others from being printed, and the exit code is 1.\n"
          "\n"
          "  dtvctl get /tv/cast/volume/volume\n"
+         "  dtvctl get /tv/cast/volume/volume /tv/cast/volume/mute\n"
          "  dtvctl --json get /tv/cast/volume/volume | jq .response.ITEMS[0].VALUE\n"
          "  dtvctl get /tv/menu/tuner/... '{\"REQUEST\":\"QUERY\",\"INDEX\":2}'\n",
      .run = run_get,
-     .check = check_uri},
+     .check = check_get},
     {.name = "set",
      .arguments = "URI [PARAMETER-JSON | VALUE | KEY=VALUE...]",
      .summary = "Changes an item, or triggers an action",
@@ -416,6 +221,7 @@ constexpr Command kCommands[] = {
          "\n"
          "  dtvctl set /tv/cast/volume/volume 23\n"
          "  dtvctl set /tv/cast/volume/mute VALUE=1\n"
+         "  dtvctl set --strict /tv/cast/volume/mute VALUE=1\n"
          "  dtvctl set /tv/cast/volume/volume '{\"REQUEST\":\"MODIFY\",\"VALUE\":23}'\n",
      .run = run_set,
      .check = check_uri},
@@ -425,6 +231,11 @@ constexpr Command kCommands[] = {
      .help =
          "Each notification is one line, exactly as the set wrote it. Runs until Ctrl-C, --count or --for. A command\n"
          "after -- (get, set or tv) runs once the subscription is made, and watch waits for its notifications.\n"
+         "\n"
+         "When the host is gone, or has given no sign of life for 9 seconds, watch connects again and subscribes "
+         "again.\n"
+         "It then prints a line for the gap, in which notifications may be missing:\n"
+         "{\"gap\":{\"from\":TIME,\"to\":TIME}}. With --no-reconnect, or with a command, it ends with exit code 3.\n"
          "\n"
          "  dtvctl watch /tv/ws/notify/volume_ctrl\n"
          "  dtvctl watch --count 1 /tv/ws/notify/volume_ctrl -- tv volume up\n",
@@ -445,6 +256,18 @@ constexpr Command kCommands[] = {
          "  dtvctl list --can notify\n",
      .run = run_list,
      .check = check_nothing},
+    {.name = "describe",
+     .arguments = "URI...",
+     .summary = "Explains URIs: their requests, values and units, with an example of each",
+     .help =
+         "Shows what the URI is, and for each request the members with their kinds, ranges and named values, and a\n"
+         "command line that can be copied. With --json prints one object per URI: its row of the list, with its item\n"
+         "type under \"of_type\" and the command lines under \"examples\".\n"
+         "\n"
+         "  dtvctl describe /tv/cast/volume/mute\n"
+         "  dtvctl describe /tv/config/value_string /tv/key/irrc\n",
+     .run = run_describe,
+     .check = check_uris},
     {.name = "functions",
      .arguments = "[TEXT...]",
      .summary = "Lists the functions of the TV API",
@@ -464,6 +287,8 @@ constexpr Command kCommands[] = {
          "-> is a call of the TV API with its result, <- a callback of the platform. Runs until Ctrl-C, --count or\n"
          "--for. With a command after -- (get, set or tv) it shows the calls that this command causes. Lines are in\n"
          "the order in which calls and callbacks began (their \"seq\"); a line waits up to 0.1 s for an earlier one.\n"
+         "When the host is gone, trace connects again as watch does. The line for the gap begins with --; with --json\n"
+         "it is the one of watch.\n"
          "\n"
          "  dtvctl trace\n"
          "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
@@ -499,8 +324,45 @@ constexpr Command kCommands[] = {
          "  dtvctl tv fault --clear\n",
      .run = run_tv,
      .check = check_tv},
+    {.name = "help",
+     .arguments = "[COMMAND]",
+     .summary = "Explains a command, as --help behind the command does",
+     .help = "Without a command it explains dtvctl; \"help tv COMMAND\" explains a command of the virtual television.\n"
+             "\n"
+             "  dtvctl help watch\n"
+             "  dtvctl help tv scan\n",
+     .needs_set = false,
+     .run = nullptr,  // the words lead to --help
+     .check = check_nothing},
 };
 
 }  // namespace
+
+bool describe(Session& session, json::value& ret_description, Failure& ret_failure) {
+  std::string text;
+  if (!session.call("list", "{}", text, ret_failure)) return false;
+  if (json_parse(text, ret_description)) return true;
+  ret_failure = {kExitProtocol, "the list of URIs is not JSON"};
+  return false;
+}
+
+std::string cell(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  if (value == nullptr || value->is_null()) return "";
+  return value->is_string() ? std::string(value->get_string()) : json::serialize(*value);
+}
+
+std::string hex_cell(const json::object& row, std::string_view key) {
+  const json::value* value = row.if_contains(key);
+  if (value == nullptr || !value->is_int64()) return cell(row, key);
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%04llX", static_cast<unsigned long long>(value->get_int64()));
+  return text;
+}
+
+bool is_on(const json::object& row, std::string_view use) {
+  const json::value* value = row.if_contains(use);
+  return value != nullptr && !value->is_null() && !(value->is_bool() && !value->get_bool());
+}
 
 std::span<const Command> commands() { return kCommands; }

@@ -37,6 +37,9 @@ struct Options {
   std::optional<std::int64_t> count;  // lines of watch and trace
   std::optional<double> seconds;      // duration of watch and trace
   std::string can;                    // list: a use that a URI must have; empty: any
+  bool strict = false;                // get, set: a request that the set would bend is refused
+  bool trace = false;                 // get, set: show the platform calls and the plugin's log
+  bool reconnect = true;              // watch, trace: when the host is gone
 };
 
 using ShellWords = std::span<const std::string>;
@@ -58,11 +61,23 @@ struct Session {
       call;
   // Takes the next notification. Without a time limit it waits until one arrives.
   std::function<Waited(std::optional<Clock::time_point> until, Message& ret_message, Failure& ret_failure)> wait;
+  // Connects again to a host that is gone, in one attempt. Null: there is no host.
+  std::function<bool(Clock::time_point until, Failure& ret_failure)> reopen;
+  // From now on, a host that gives no sign of life for 9 seconds counts as gone. Null: there is no host.
+  std::function<void()> keep_alive;
+  // When the host gave its latest sign of life. Null: there is no host.
+  std::function<Clock::time_point()> heard;
   std::function<void()> close;
 };
 
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
+
+// ---- libraries.cpp ----
+
+// Calls only, for help and completion: the host answers, and where there is none, or it refuses, the installed
+// libraries do. These know "list", and of "tv" the help. Starts no set and makes no file.
+Session session_of_help(const Options& options);
 
 // ---- token.cpp: the token shows a host that the request comes from the user who runs it ----
 
@@ -94,6 +109,55 @@ struct Command {
 };
 
 std::span<const Command> commands();
+
+// Fetches the host's list of URIs.
+bool describe(Session& session, boost::json::value& ret_description, Failure& ret_failure);
+
+// Whether a URI's row says that a use has an effect.
+bool is_on(const boost::json::object& row, std::string_view use);
+
+// A member for people: a text as it is, anything else as JSON; empty: there is none.
+std::string cell(const boost::json::object& row, std::string_view key);
+
+// The identifier in the form that the documentation uses.
+std::string hex_cell(const boost::json::object& row, std::string_view key);
+
+// ---- main.cpp ----
+
+struct OptionRow {
+  std::string_view name;
+  std::string_view argument;  // empty: it takes none
+  std::string_view commands;  // those that it serves; empty: all that need a set
+  std::string_view help;
+  bool (*take)(const std::string& argument, Options& options);  // null: --help, --version
+};
+
+std::span<const OptionRow> option_rows();
+
+// Prints the message on standard error. Returns the exit code.
+int complain(const Failure& failure);
+
+// ---- exchange.cpp: get and set ----
+
+int run_get(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+int run_set(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+
+// ---- television.cpp: tv ----
+
+int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+
+// Whether the words ask for help, which needs no set.
+bool asks_tv_help(ShellWords words);
+
+// ---- describe.cpp ----
+
+int run_describe(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+
+// ---- complete.cpp ----
+
+// Prints what the last word may become, given the words before it, one per line: for the shell's Tab key. A line
+// "\tfiles" or "\tfolders" stands for the names in the file system.
+int run_complete(const Options& options, ShellWords words);
 
 // ---- screen.cpp ----
 
@@ -127,9 +191,21 @@ std::string path_on_stick(Session& session, const std::string& word);
 // Prints the parameters of one message. Returns false when the output cannot be written any more.
 using Print = std::function<bool(const std::string& params)>;
 
-// Runs the command after "--", then calls print with every notification of the method until the count or the time is
+// Makes the host send what is followed. Called at the start, and each time that the connection is there again.
+using Begin = std::function<bool(Failure& ret_failure)>;
+
+// What watch and trace follow.
+struct Followed {
+  std::string_view method;  // of the notifications
+  Begin begin;
+  Print print;
+  bool json = false;  // the printed lines are JSON
+};
+
+// Begins, runs the command after "--", then prints every notification of the method until the count or the time is
 // reached, or print returns false. Lines of a trace are printed in the order of their "seq"; Ctrl-C loses none.
-int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
+// Without a command it connects again to a host that is gone, and prints a line for the gap.
+int follow(const Options& options, Session& session, ShellWords command, const Followed& followed,
            Failure& ret_failure);
 
 // ---- request.cpp: the "PARAMETER" object from the words of the command line ----
@@ -141,6 +217,18 @@ bool build_get_parameter(const std::string& uri, ShellWords words, const Describ
                          Failure& ret_failure);
 bool build_set_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure);
+
+// The members of a URI's request, in objects as the description has them: each key once, without those of other URIs.
+boost::json::value fields_of(const boost::json::array& fields, const std::string& uri);
+
+// The JSON type of a field's values from the description of its kind; empty when it is not described.
+std::string json_kind(const boost::json::value* kinds, const boost::json::value* field);
+
+// The field that a value without a key sets; null: there is none.
+const boost::json::value* only_field(const boost::json::value* fields);
+
+// The element of an array with this text under the key; null when there is none.
+const boost::json::value* find_row(const boost::json::value* rows, std::string_view key, std::string_view text);
 
 // The row of a URI in a description; null when there is none.
 const boost::json::object* find_uri(const boost::json::value& description, std::string_view uri);
@@ -157,6 +245,9 @@ std::string unknown_uri(const boost::json::value& description, const std::string
 std::optional<std::string_view> json_member(std::string_view object, std::string_view key);
 
 bool json_parse(std::string_view text, boost::json::value& ret_value);
+
+// A text as a JSON string.
+std::string json_text(std::string_view text);
 
 // ---- render.cpp: readable output ----
 

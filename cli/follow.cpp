@@ -3,14 +3,20 @@
 #include <atomic>
 #include <boost/json.hpp>
 #include <csignal>
+#include <ctime>
 #include <deque>
 #include <map>
+#include <thread>
 
 #include "dtvctl.h"
 
 namespace json = boost::json;
 
 namespace {
+
+// The pause before an attempt to connect again; it doubles with each attempt.
+constexpr std::chrono::milliseconds kFirstPause{250};
+constexpr std::chrono::seconds kLongestPause{5};
 
 // How long the effects of a command after "--" are followed, without --for and --count.
 constexpr std::chrono::milliseconds kAftermath{200};
@@ -89,10 +95,65 @@ void catch_signals() {
   }
 }
 
+// "2026-11-23T19:20:00.125Z"
+std::string iso_time(std::chrono::system_clock::time_point time) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(time);
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(whole);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  char day[32];
+  std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &parts);
+  char text[48];
+  std::snprintf(text, sizeof text, "%s.%03dZ", day,
+                static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(time - whole).count()));
+  return text;
+}
+
+// The line for the time in which the host sent nothing.
+std::string gap_line(bool json, const std::string& from, const std::string& to) {
+  return json ? R"({"gap":{"from":")" + from + R"(","to":")" + to + R"("}})"
+              : "-- not connected from " + from + " to " + to;
+}
+
+enum class Returned { kBack, kTimeout, kRefused };
+
+// Connects again until it succeeds or the time is over, and begins again. Every failure to connect counts as passing;
+// a refusal of the host does not.
+Returned connect_again(Session& session, const Followed& followed, std::optional<Clock::time_point> until,
+                       Failure& ret_failure) {
+  const Clock::time_point end = until.value_or(Clock::time_point::max());
+  for (auto pause = Clock::duration(kFirstPause);; pause = std::min<Clock::duration>(2 * pause, kLongestPause)) {
+    if (Clock::now() >= end) return Returned::kTimeout;
+    std::this_thread::sleep_until(std::min(end, Clock::now() + pause));
+    Failure failure;
+    if (!session.reopen(end, failure)) continue;
+    if (followed.begin(failure)) return Returned::kBack;
+    if (failure.exit_code != kExitRefused) continue;
+    ret_failure = failure;
+    return Returned::kRefused;
+  }
+}
+
+// What follows the loss of the host: says so, connects again, and prints the line for the gap. Returns false when there
+// is nothing more to follow; ret_failure is then the reason.
+bool survive(Session& session, const Followed& followed, std::optional<Clock::time_point> until, Failure& ret_failure) {
+  const auto silence = std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - session.heard());
+  const std::string from = iso_time(std::chrono::system_clock::now() - silence);
+  complain({kExitUnreachable, ret_failure.text + "; trying to connect again, Ctrl-C ends it"});
+  if (connect_again(session, followed, until, ret_failure) != Returned::kBack) return false;
+  const std::string to = iso_time(std::chrono::system_clock::now());
+  complain({kExitOk, "connected again; what happened from " + from + " to " + to + " is missing"});
+  ret_failure = {};
+  return print_line(gap_line(followed.json, from, to));
+}
+
 }  // namespace
 
-int follow(const Options& options, Session& session, ShellWords command, std::string_view method, const Print& print,
+int follow(const Options& options, Session& session, ShellWords command, const Followed& followed,
            Failure& ret_failure) {
+  if (!followed.begin(ret_failure)) return ret_failure.exit_code;
+  if (session.keep_alive) session.keep_alive();
+  const bool returns = options.reconnect && command.empty() && session.reopen;
   int result = kExitOk;
   std::optional<Clock::time_point> until;
   const auto limit = [&](auto duration) {
@@ -116,11 +177,18 @@ int follow(const Options& options, Session& session, ShellWords command, std::st
   catch_signals();
   for (std::int64_t printed = 0; !options.count || printed < *options.count;) {
     if (const std::optional<std::string> line = take(sorter, ended); line) {
-      if (!print(*line)) break;
+      if (!followed.print(*line)) break;
       ++printed;
       continue;
     }
-    if (ended) break;
+    if (ended) {
+      if (signal == 0) signal = set_held(false);
+      const bool lost = ret_failure.exit_code == kExitUnreachable;
+      if (!lost || !returns || signal != 0 || !survive(session, followed, until, ret_failure)) break;
+      sorter = {};
+      ended = false;
+      continue;
+    }
     if (signal == 0) {
       signal = set_held(!sorter.held.empty());
       if (signal != 0) until = Clock::now();
@@ -130,7 +198,6 @@ int follow(const Options& options, Session& session, ShellWords command, std::st
       wake = std::min(until.value_or(Clock::time_point::max()), sorter.arrivals.front().due);
     Message message;
     const Waited waited = session.wait(wake, message, ret_failure);
-    if (waited == Waited::kFailed) result = ret_failure.exit_code;
     // Lines that have arrived by the end are still shown, but a set that never pauses must not delay the end.
     const auto now = Clock::now();
     ended = waited == Waited::kFailed ||
@@ -139,12 +206,12 @@ int follow(const Options& options, Session& session, ShellWords command, std::st
     if (message.method == "overflow") {
       const std::string dropped(json_member(message.params, "dropped").value_or("some"));
       std::fprintf(stderr, "dtvctl: %s messages were dropped; this program reads too slowly\n", dropped.c_str());
-    } else if (message.method == method) {
-      const std::uint64_t seq = method == "trace" ? sequence_of(message.params) : 0;
+    } else if (message.method == followed.method) {
+      const std::uint64_t seq = followed.method == "trace" ? sequence_of(message.params) : 0;
       put(sorter, seq, std::move(message.params));
     }
   }
   if (signal == 0) signal = set_held(false);
   if (signal != 0) end_by(signal);
-  return result;
+  return ret_failure.exit_code == kExitOk ? result : ret_failure.exit_code;
 }

@@ -20,3 +20,5 @@ bool json_parse(std::string_view text, boost::json::value& ret_value) {
   ret_value = std::move(value);
   return true;
 }
+
+std::string json_text(std::string_view text) { return boost::json::serialize(boost::json::string(text)); }

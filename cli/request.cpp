@@ -18,6 +18,8 @@ std::string text_of(const json::value* value) {
   return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
 
+const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
+
 // The description of an item type for a get or a set: the request word and its fields.
 struct Form {
   std::string type;
@@ -32,27 +34,6 @@ struct Target {
   json::value description;  // form points into it and into `fields`
   json::value fields;
 };
-
-// The element of an array with this text under the key; null when there is none.
-const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
-  if (rows == nullptr || !rows->is_array()) return nullptr;
-  for (const json::value& row : rows->get_array()) {
-    if (text_of(member(&row, key)) == text) return &row;
-  }
-  return nullptr;
-}
-
-const json::value* find_field(const json::value* fields, std::string_view key) { return find_row(fields, "key", key); }
-
-// The fields of a URI's request: each key once, without the fields of other URIs.
-json::value fields_of(const json::array& fields, const std::string& uri) {
-  json::value ret = json::array();
-  for (const json::value& field : fields) {
-    const bool reads = member(&field, "uri") == nullptr || text_of(member(&field, "uri")) == uri;
-    if (reads && find_field(&ret, text_of(member(&field, "key"))) == nullptr) ret.get_array().push_back(field);
-  }
-  return ret;
-}
 
 // Looks up the URI and its item type in the description.
 bool look_up(const std::string& uri, bool sets, const Describe& describe, Target& ret_target, Failure& ret_failure) {
@@ -93,11 +74,6 @@ std::string field_list(const json::value* fields) {
       list += (list.empty() ? "" : ", ") + text_of(member(&field, "key"));
   }
   return list.empty() ? "none" : list;
-}
-
-// The JSON type of a field's values from the description of its kind; empty when it is not described.
-std::string json_kind(const json::value* kinds, const json::value* field) {
-  return text_of(member(find_row(kinds, "kind", text_of(member(field, "kind"))), "json"));
 }
 
 bool is_number(std::string_view word) {
@@ -192,16 +168,8 @@ bool build_members(ShellWords words, const Form& form, std::string& ret_paramete
   return true;
 }
 
-// The field that a value without a key sets.
-const json::value* only_field(const Form& form) {
-  if (form.fields == nullptr) return nullptr;
-  if (const json::value* value = find_field(form.fields, "VALUE"); value != nullptr) return value;
-  const json::array& fields = form.fields->get_array();
-  return fields.size() == 1 ? fields.data() : nullptr;
-}
-
 bool build_value(const std::string& word, const Form& form, std::string& ret_parameter, Failure& ret_failure) {
-  const json::value* field = only_field(form);
+  const json::value* field = only_field(form.fields);
   if (field == nullptr) {
     ret_failure = {kExitUsage, form.type + " takes no single value; its members: " + field_list(form.fields) +
                                    ". Give KEY=VALUE words or the parameters as JSON."};
@@ -228,12 +196,40 @@ bool is_member_of(const std::string& word, const Form& form) {
   std::string key;
   std::string value;
   if (!split_member(word, key, value)) return false;
-  const json::value* only = only_field(form);
+  const json::value* only = only_field(form.fields);
   return only == nullptr || json_kind(form.kinds, only) != "string" || key == "REQUEST" ||
          find_field(form.fields, key.substr(0, key.find('.'))) != nullptr;
 }
 
 }  // namespace
+
+const json::value* find_row(const json::value* rows, std::string_view key, std::string_view text) {
+  if (rows == nullptr || !rows->is_array()) return nullptr;
+  for (const json::value& row : rows->get_array()) {
+    if (text_of(member(&row, key)) == text) return &row;
+  }
+  return nullptr;
+}
+
+json::value fields_of(const json::array& fields, const std::string& uri) {
+  json::value ret = json::array();
+  for (const json::value& field : fields) {
+    const bool reads = member(&field, "uri") == nullptr || text_of(member(&field, "uri")) == uri;
+    if (reads && find_field(&ret, text_of(member(&field, "key"))) == nullptr) ret.get_array().push_back(field);
+  }
+  return ret;
+}
+
+std::string json_kind(const json::value* kinds, const json::value* field) {
+  return text_of(member(find_row(kinds, "kind", text_of(member(field, "kind"))), "json"));
+}
+
+const json::value* only_field(const json::value* fields) {
+  if (fields == nullptr) return nullptr;
+  if (const json::value* value = find_field(fields, "VALUE"); value != nullptr) return value;
+  const json::array& all = fields->get_array();
+  return all.size() == 1 ? all.data() : nullptr;
+}
 
 bool build_get_parameter(const std::string& uri, ShellWords words, const Describe& describe, std::string& ret_parameter,
                          Failure& ret_failure) {

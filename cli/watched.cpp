@@ -22,19 +22,44 @@ constexpr std::int64_t kLinePercent = 10;
 constexpr std::chrono::seconds kLineTime{10};
 constexpr std::int64_t kBarWidth = 24;
 
-std::atomic<int> g_signal{0};  // SIGINT or SIGTERM, once it has arrived
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler uses it");
+std::atomic<int> g_signal{0};     // SIGINT or SIGTERM, once it has arrived
+std::atomic<bool> g_late{false};  // a question has been unanswered for kLate
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "a signal handler uses them");
+constexpr unsigned kLate = 1;  // seconds
 
-// The second signal ends the program at once.
+void end_by(int number) {
+  std::signal(number, SIG_DFL);
+  std::raise(number);
+}
+
+// The second signal ends the program at once; so does the first one if the set does not answer.
 void on_signal(int number) {
+  if (g_late) return end_by(number);
   g_signal = number;
   std::signal(number, SIG_DFL);
+  alarm(kLate);
+}
+
+void on_alarm(int) {
+  if (g_signal != 0) return end_by(g_signal);
+  g_late = true;
 }
 
 // A shell makes its background programs ignore Ctrl-C, which stays so.
 void catch_signals() {
+  std::signal(SIGALRM, on_alarm);
   for (const int number : {SIGINT, SIGTERM})
     if (std::signal(number, on_signal) == SIG_IGN) std::signal(number, SIG_IGN);
+}
+
+// A call of the television during which Ctrl-C ends the program if the answer is late.
+bool call(Session& session, const std::string& words, std::string& ret_answer, Failure& ret_failure) {
+  alarm(kLate);
+  const bool answered = session.call("tv", R"({"words":)" + words + "}", ret_answer, ret_failure);
+  alarm(0);
+  g_late = false;
+  return answered;
 }
 
 // Ends early when a signal arrives.
@@ -78,7 +103,7 @@ bool read_action(const json::object& watch, Action& ret_action) {
 // Asks how far the action is. ret_answer is the reply as the set wrote it, ret_state the action's part.
 bool ask(Session& session, const Action& action, std::string& ret_answer, json::object& ret_state,
          Failure& ret_failure) {
-  if (!session.call("tv", R"({"words":)" + action.words + "}", ret_answer, ret_failure)) return false;
+  if (!call(session, action.words, ret_answer, ret_failure)) return false;
   json::value value;
   const json::value* state = json_parse(ret_answer, value) ? &value : nullptr;
   if (state != nullptr && !action.member.empty())
@@ -146,6 +171,7 @@ int follow_to_end(const Options& options, Session& session, const Action& action
   const bool can_return = kind == nullptr || std::string_view(kind) != "dumb";
   Display display{.on = !options.json, .terminal = can_return && isatty(STDERR_FILENO) != 0, .line = Clock::now()};
   catch_signals();
+  if (session.keep_alive) session.keep_alive();
   while (true) {
     if (!ask(session, action, ret_end.answer, ret_end.state, ret_failure)) return ret_failure.exit_code;
     if (!runs(ret_end.state)) break;
@@ -154,7 +180,7 @@ int follow_to_end(const Options& options, Session& session, const Action& action
       ret_end.cancelled = true;
       std::string ignored;
       Failure over;  // if it is refused, the action has just ended
-      session.call("tv", R"({"words":)" + action.cancel + "}", ignored, over);
+      call(session, action.cancel, ignored, over);
       continue;
     }
     pause_for(kLook);
@@ -169,8 +195,7 @@ int exit_code_of(Session& session, const End& ended, Failure& ret_failure) {
   if (end == "cancelled" && ended.cancelled) {
     std::fprintf(stderr, "dtvctl: cancelled\n");
     if (session.close) session.close();
-    std::signal(g_signal, SIG_DFL);
-    std::raise(g_signal);
+    end_by(g_signal);
   }
   if (end == "done") return kExitOk;
   const std::string error = text_of(ended.state, "error_text");

@@ -70,6 +70,8 @@ boost::json::object help_command(Arguments arguments) {
   const std::vector<std::string> next = usage_next(*command, arguments.subspan(1));
   boost::json::object answer = shown(*command);
   answer["next"] = boost::json::array(next.begin(), next.end());
+  const auto names = command->names == nullptr ? std::vector<std::string>() : command->names(arguments.subspan(1));
+  if (!names.empty()) answer["names"] = boost::json::array(names.begin(), names.end());
   return answer;
 }
 
@@ -97,7 +99,7 @@ boost::json::object run(std::string_view text) {
   }
   if (const std::string forms = usage_unfinished(*command, arguments); !forms.empty())
     return reply_error("a word is missing; usage: " + std::string(command->name) + " " + forms);
-  if (!store_is_open()) return reply_error("the set is off");
+  if (!store_is_open() && command->run != help_command) return reply_error("the set is off");
   return command->run(arguments);
 }
 

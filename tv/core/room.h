@@ -37,7 +37,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 // The words after a command's name.
 using Arguments = std::span<const std::string_view>;
@@ -55,6 +57,9 @@ struct Command {
   // Returns the reply, or an error from reply.h. Called on any thread, without a lock, while the set is on, with at
   // most most_arguments words, and not with words that only begin a form of the command.
   boost::json::object (*run)(Arguments arguments);
+  // The values that may come next, behind the arguments given so far, in place of a word in capitals. Null, or an empty
+  // list: they are not known without the set. Called on any thread, without a lock, also while the set is off.
+  std::vector<std::string> (*names)(Arguments given) = nullptr;
 };
 
 // A structured item of the configuration that the room answers (getConfigValueStruct, setConfigValueStruct). The caller

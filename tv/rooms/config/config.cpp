@@ -579,10 +579,33 @@ boost::json::object config_command(Arguments arguments) {
   return write("config", *entry, std::move(value)) == 0 ? describe(*entry) : reply_not_kept();
 }
 
+// The keys, or the values of one. Of a wide range and of texts, only the default is named; of the languages, those of
+// the menus (i18n/CMakeLists.txt).
+std::vector<std::string> names(Arguments given) {
+  constexpr std::int64_t kFewValues = 20;
+  std::vector<std::string> found;
+  if (given.empty()) {
+    for (const Entry& entry : kCatalogue) found.emplace_back(entry.key);
+    return found;
+  }
+  const Entry* const entry = given.size() == 1 ? named(given[0]) : nullptr;
+  if (entry == nullptr) return found;
+  if (entry->kind == ValueKind::kBool) return {"on", "off"};
+  if (entry->kind == ValueKind::kAction) return {"trigger"};
+  if (entry->kind == ValueKind::kCode && std::string_view(entry->key).ends_with("language"))
+    return {"eng", "deu", "fra", "spa", "tur"};
+  if (entry->kind == ValueKind::kNumber && std::int64_t{entry->maximum} - entry->minimum < kFewValues) {
+    for (INT32 value = entry->minimum; value <= entry->maximum; ++value) found.push_back(std::to_string(value));
+    return found;
+  }
+  if (std::string text = text_of(*entry, factory_of(*entry)); !text.empty()) found.push_back(std::move(text));
+  return found;
+}
+
 constexpr Command kCommands[] = {
     {"config", "[WORD|KEY [VALUE]]", 2,
      "Lists all values, or those with WORD in their key or help; shows one value; changes it as the menu does",
-     config_command},
+     config_command, names},
 };
 
 }  // namespace

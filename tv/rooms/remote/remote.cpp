@@ -574,8 +574,15 @@ boost::json::object key_command(Arguments arguments) {
   return answer;
 }
 
+std::vector<std::string> key_names(Arguments given) {
+  std::vector<std::string> names;
+  if (given.empty())
+    for (const Key& key : kKeys) names.emplace_back(key.name);
+  return names;
+}
+
 constexpr Command kCommands[] = {
-    {"key", "[NAME]", 1, "Presses a key of the remote control, or lists the keys", key_command},
+    {"key", "[NAME]", 1, "Presses a key of the remote control, or lists the keys", key_command, key_names},
     {"power", "[on|standby|toggle]", 1, "Wakes the set or puts it in standby", power_command},
 };
 
