@@ -42,10 +42,10 @@ int code_of(const RpcRequest& request) {
 
 TEST(Catalogue, KeepsTheFirstOfTwoRows) {
   EXPECT_EQ(catalogue().uris.size(), 2u);
-  EXPECT_STREQ(catalogue_find(catalogue(), volume), volume);
+  EXPECT_STREQ(catalogue_find(catalogue(), volume)->uri, volume);
   EXPECT_EQ(catalogue_find(catalogue(), "/tv"), nullptr);
-  EXPECT_TRUE(catalogue_notifies(catalogue(), events));
-  EXPECT_FALSE(catalogue_notifies(catalogue(), volume));
+  EXPECT_TRUE(catalogue_find(catalogue(), events)->check->notifies);
+  EXPECT_FALSE(catalogue_find(catalogue(), volume)->check->notifies);
 }
 
 TEST(Catalogue, RefusesWhatIsNoDescription) {
