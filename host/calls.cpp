@@ -50,8 +50,10 @@ void explain(const Stack& stack, const Call& call, Outcome& outcome) {
                           .findings = findings,
                           .example = example};
   if (outcome.ret != 0) outcome.reason = reason_of(evidence);
+  // A refusal that was expected and did not come: the set knows better than its description.
   for (const Finding& finding : findings)
-    if (outcome.reason.find(finding.text) == std::string::npos) outcome.warnings.push_back(finding.text);
+    if ((outcome.ret != 0 || !finding.refused) && outcome.reason.find(finding.text) == std::string::npos)
+      outcome.warnings.push_back(finding.text);
   // A get may ask the platform for more than there is, so that a failed call is usual.
   if (outcome.ret == 0 && failed && call.kind == CallKind::kSet)
     outcome.warnings.push_back(swallowed_failure(evidence));

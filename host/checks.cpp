@@ -222,8 +222,13 @@ void check_values(Check& check, const CheckField& field, std::string_view value)
     if (field.json == JsonKind::kNumber) return number(known.value) == std::trunc(number(value));
     return same_letters(json_string(value), json_string(known.value));
   };
-  if (std::ranges::none_of(field.values, same))
-    add(check, field.key + " is " + shown(value) + ", which is not among its values: " + listed(field.values));
+  if (std::ranges::any_of(field.values, same)) return;
+  std::vector<std::string> names;
+  if (field.json == JsonKind::kString)
+    for (const CheckValue& known : field.values) names.push_back(known.value);
+  const std::vector<std::string> near = nearest(value, names, 1);
+  add(check, field.key + " is " + shown(value) + ", which is not among its values: " + listed(field.values) +
+                 (near.empty() ? "" : "; did you mean " + near.front() + "?"));
 }
 
 void check_members(Check& check, std::span<const CheckField> fields, std::string_view object, bool root);
@@ -359,9 +364,10 @@ std::vector<Finding> check_get(const CheckUri& row, std::string_view uri, std::s
   const bool queries = !word.empty() && json_string_is(word, "QUERY");
   if (row.get_accepted) add(check, "a get of this URI succeeds without effect");
   if (!row.get && !row.get_accepted) add(check, unserved(row, "read", row.set), true);
-  if (queries && row.type != nullptr && !row.type->query)
+  if (row.type == nullptr) return std::move(check.findings);
+  if (queries && !row.type->query)
     add(check, "a get of this URI takes no parameter, and so no \"QUERY\"", true);
-  else if (queries && row.type != nullptr)
+  else if (queries)
     check_members(check, *row.type->query, parameter, true);
   else if (!parameter.empty() && (!word.empty() || parameter.find('"') != std::string_view::npos))
     add(check, "REQUEST " + (word.empty() ? std::string("is missing") : "is " + shown(word)) +
@@ -372,13 +378,13 @@ std::vector<Finding> check_get(const CheckUri& row, std::string_view uri, std::s
 std::vector<Finding> check_set(const CheckUri& row, std::string_view uri, std::string_view parameter) {
   Check check{.uri = uri};
   const std::string_view word = member_of(parameter, "REQUEST");
-  const std::string wanted = row.type != nullptr ? row.type->word : std::string();
   const auto is = [&](std::string_view known) { return !word.empty() && json_string_is(word, known); };
   if (!row.set && !row.set_accepted) {
     add(check, unserved(row, "set", row.get), true);
     return std::move(check.findings);
   }
   if (row.set_accepted) add(check, "a set of this URI succeeds without effect");
+  if (row.type == nullptr) return std::move(check.findings);
   // An option list takes its index in a "SET", too.
   if (is("SET") && row.type->name == "TYPE_OPTION_LIST") {
     const CheckField index{.key = "INDEX", .whole = true, .minimum = "-2147483648", .maximum = "2147483647"};
@@ -387,7 +393,7 @@ std::vector<Finding> check_set(const CheckUri& row, std::string_view uri, std::s
       add(check, "INDEX is negative: nothing is done");
     return std::move(check.findings);
   }
-  if (!is(wanted)) {
+  if (!is(row.type->word)) {
     const std::string right = "; this URI takes " + check_example(row, uri, false);
     if (word.empty())
       add(check, "REQUEST is missing" + right, true);
@@ -397,7 +403,7 @@ std::vector<Finding> check_set(const CheckUri& row, std::string_view uri, std::s
       add(check, "REQUEST is " + shown(word) + right, true);
     return std::move(check.findings);
   }
-  check.modifies = wanted == "MODIFY";
+  check.modifies = row.type->word == "MODIFY";
   if (check.modifies && member_of(parameter, "VALUE").empty())
     add(check, "VALUE is missing; this URI takes " + check_example(row, uri, false), true);
   check_members(check, row.fields, parameter, true);
