@@ -71,6 +71,8 @@ struct Session {
 };
 
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure);
+// Why a request with --strict was refused.
+Failure strict_failure(std::span<const std::string> warnings);
 bool session_open_local(const Options& options, Session& ret_session, Failure& ret_failure);
 
 // ---- libraries.cpp ----
@@ -232,9 +234,6 @@ const boost::json::value* find_row(const boost::json::value* rows, std::string_v
 
 // The row of a URI in a description; null when there is none.
 const boost::json::object* find_uri(const boost::json::value& description, std::string_view uri);
-
-// A result with its meaning if the description has one: "-1 (the platform refused ...)".
-std::string result_meaning(const boost::json::value& description, std::int64_t result);
 
 // "there is no URI ...", with the nearest ones.
 std::string unknown_uri(const boost::json::value& description, const std::string& uri);

@@ -39,21 +39,13 @@ void say_more(const std::string& answer) {
       say(paint(Paint::kError, "dtvctl: warning:", stderr) + " " + printable(warning.get_string()));
 }
 
-// Reports a result other than 0: what was wrong and what would be right, as the host says it, else what the plugin's
-// table says of the result.
-int refused(Session& session, const std::string& uri, const std::string& answer, std::int64_t result,
-            Failure& ret_failure) {
+// Reports a result other than 0: what was wrong and what would be right, as the host says it.
+int refused(const std::string& answer, std::int64_t result, Failure& ret_failure) {
   json::value reason;
   const std::optional<std::string_view> text = json_member(answer, "reason");
-  if (text && json_parse(*text, reason) && reason.is_string()) {
-    ret_failure = {kExitRefused, printable(reason.get_string()) + " (the set answered " + std::to_string(result) + ")"};
-    return kExitRefused;
-  }
-  json::value description;
-  Failure ignored;
-  const bool unknown = describe(session, description, ignored) && find_uri(description, uri) == nullptr;
-  ret_failure = {kExitRefused,
-                 unknown ? unknown_uri(description, uri) : "the set answered " + result_meaning(description, result)};
+  const std::string answered = "the set answered " + std::to_string(result);
+  const bool told = text && json_parse(*text, reason) && reason.is_string() && !reason.get_string().empty();
+  ret_failure = {kExitRefused, told ? printable(reason.get_string()) + " (" + answered + ")" : answered};
   return kExitRefused;
 }
 
@@ -74,7 +66,7 @@ int exchange(const Options& options, Session& session, std::string_view method, 
   else if (result == 0)
     print(answer);
   say_more(answer);
-  return result == 0 ? kExitOk : refused(session, uri, answer, result, ret_failure);
+  return result == 0 ? kExitOk : refused(answer, result, ret_failure);
 }
 
 Describe describer(Session& session) {

@@ -12,10 +12,14 @@
 #include <memory>
 #include <mutex>
 
-#include "dtv_js_plugin.h"
+#include "calls.h"
+#include "catalogue.h"
 #include "dtvctl.h"
+#include "log_capture.h"
 #include "private_paths.h"
+#include "rpc.h"
 #include "stack.h"
+#include "tracer.h"
 
 namespace json = boost::json;
 
@@ -25,12 +29,14 @@ constexpr std::size_t kNotificationSize = 1 << 20;  // bytes; the rest of a long
 
 struct LocalSet {
   Stack stack{};
-  std::vector<std::string> subscribed;  // used only by the main thread
+  Catalogue catalogue;  // read when the first request needs it
+  Tracer tracer{};
+  std::vector<std::string> subscribed;  // used only by the main thread, like the next one
+  std::deque<Message> lines;            // of a trace
 
-  std::mutex lock;  // guards the following members, which the platform's threads write
+  std::mutex lock;  // guards the following member, which the platform's threads write
   std::condition_variable changed;
-  bool event = false;  // a callback has returned since the last fetch
-  std::deque<std::string> lines;
+  bool event = false;  // a callback has returned, or the tracer has a line, since the last look
 };
 
 void on_event(void* context) {
@@ -38,15 +44,6 @@ void on_event(void* context) {
   {
     const std::lock_guard guard(set.lock);
     set.event = true;
-  }
-  set.changed.notify_one();
-}
-
-void on_line(void* context, const char* line) {
-  auto& set = *static_cast<LocalSet*>(context);
-  {
-    const std::lock_guard guard(set.lock);
-    set.lines.emplace_back(line);
   }
   set.changed.notify_one();
 }
@@ -64,37 +61,69 @@ bool fetch(LocalSet& set, Message& ret_message) {
   return false;
 }
 
+void take_lines(LocalSet& set) {
+  std::vector<std::string> lines;
+  const std::size_t lost = tracer_take(set.tracer, lines);
+  for (std::string& line : lines) set.lines.push_back({"trace", std::move(line)});
+  if (lost > 0) set.lines.push_back({"overflow", R"({"dropped":)" + std::to_string(lost) + "}"});
+}
+
 Waited wait(LocalSet& set, std::optional<Clock::time_point> until, Message& ret_message) {
   while (true) {
     if (fetch(set, ret_message)) return Waited::kMessage;
+    take_lines(set);
+    if (!set.lines.empty()) {
+      ret_message = std::move(set.lines.front());
+      set.lines.pop_front();
+      return Waited::kMessage;
+    }
     std::unique_lock guard(set.lock);
-    const auto ready = [&] { return set.event || !set.lines.empty(); };
+    const auto ready = [&] { return set.event; };
     if (!until) {
       set.changed.wait(guard, ready);
     } else if (!set.changed.wait_until(guard, *until, ready)) {
       return Waited::kTimeout;
     }
     set.event = false;
-    if (!set.lines.empty()) {
-      ret_message = {"trace", std::move(set.lines.front())};
-      set.lines.pop_front();
-      return Waited::kMessage;
-    }
   }
 }
 
-bool get(LocalSet& set, const std::string& uri, const std::string& param, std::string& ret_result,
-         Failure& ret_failure) {
-  std::string response(DTV_JSP_RESPONSE_MAX + 1, '\0');
-  const std::int32_t result = set.stack.get(uri.c_str(), param.empty() ? nullptr : param.c_str(), response.data());
-  response.resize(strnlen(response.data(), response.size()));
-  json::value whole;
-  if (!response.empty() && !json_parse(response, whole)) {
-    ret_failure = {kExitProtocol,
-                   "the set's answer to " + uri + " is cut or broken (" + std::to_string(response.size()) + " bytes)"};
+// The plugin's description of its URIs, as a host has it.
+bool read_catalogue(LocalSet& set, Failure& ret_failure) {
+  if (!set.catalogue.rows.empty()) return true;
+  const std::unique_ptr<char, decltype(&free)> description(set.stack.describe(), free);
+  std::string wrong;
+  if (catalogue_read(description == nullptr ? "" : description.get(), set.catalogue, wrong)) return true;
+  ret_failure = {kExitProtocol, wrong};
+  return false;
+}
+
+// A get or a set, as a host makes it.
+bool request(LocalSet& set, Call call, const std::string& uri, std::string& ret_result, Failure& ret_failure) {
+  if (!read_catalogue(set, ret_failure)) return false;
+  const CatalogueRow* const row = catalogue_find(set.catalogue, uri);
+  if (row == nullptr) {
+    json::value description;
+    json_parse(set.catalogue.description, description);
+    ret_failure = {kExitRefused, unknown_uri(description, uri)};
     return false;
   }
-  ret_result = R"({"ret":)" + std::to_string(result) + R"(,"response":)" + (response.empty() ? "null" : response) + "}";
+  call.uri = row->uri;
+  call.row = row->check;
+  Outcome outcome;
+  call_run(set.stack, set.tracer, call, outcome);
+  if (outcome.departs) {
+    ret_failure = strict_failure(outcome.warnings);
+    return false;
+  }
+  if (outcome.broken) {
+    ret_failure = {kExitProtocol, "the set's answer to " + uri + " is cut or broken (" +
+                                      std::to_string(outcome.text.size()) + " bytes)"};
+    return false;
+  }
+  std::string reply;
+  rpc_append_outcome(reply, "0", call, outcome);
+  ret_result = std::string(json_member(reply, "result").value_or("null"));
   return true;
 }
 
@@ -109,26 +138,22 @@ bool call(LocalSet& set, std::string_view method, const std::string& params, std
   };
   const std::string uri = text("uri");
   const std::optional<std::string_view> parameter = json_member(params, "parameter");
-  const std::string param = parameter ? R"({"PARAMETER":)" + std::string(*parameter) + "}" : "";
-
-  if (method == "get") return get(set, uri, param, ret_result, ret_failure);
+  if (method == "get" || method == "set") {
+    const Call exchange{.kind = method == "get" ? CallKind::kGet : CallKind::kSet,
+                        .text = parameter ? R"({"PARAMETER":)" + std::string(*parameter) + "}" : "",
+                        .traced = object.contains("trace"),
+                        .strict = object.contains("strict")};
+    return request(set, exchange, uri, ret_result, ret_failure);
+  }
   std::string result = "{}";
-  if (method == "set") {
-    result = R"({"ret":)" + std::to_string(set.stack.set(uri.c_str(), param.c_str())) + "}";
-  } else if (method == "subscribe") {
+  if (method == "subscribe") {
     set.stack.add_listener(uri.c_str());
     if (std::ranges::find(set.subscribed, uri) == set.subscribed.end()) set.subscribed.push_back(uri);
   } else if (method == "list") {
-    const std::unique_ptr<char, decltype(&free)> description(set.stack.describe(), free);
-    json::value whole;
-    if (description == nullptr || !json_parse(description.get(), whole)) {
-      ret_failure = {kExitProtocol, "the plugin's description of its URIs is not JSON"};
-      return false;
-    }
-    result = description.get();
+    if (!read_catalogue(set, ret_failure)) return false;
+    result = set.catalogue.description;
   } else if (method == "trace") {
-    const bool on = object.at("on").get_bool();
-    set.stack.watch(on ? on_line : nullptr, &set);
+    tracer_follow(set.tracer, object.at("on").get_bool());
   } else if (method == "tv") {
     result = stack_control(set.stack, json::serialize(object.at("words")));
     json::value answer;
@@ -168,6 +193,7 @@ bool session_open_local(const Options& options, Session& ret_session, Failure& r
     std::FILE* const file = fdopen(results, "w");
     if (file != nullptr && dup2(STDERR_FILENO, STDOUT_FILENO) >= 0) output = file;
   }
+  log_capture_start();  // a refusal quotes what the set prints
   StackOptions stack = stack_defaults();
   if (!options.state.empty()) stack.state_folder = options.state;
   const auto set = std::make_shared<LocalSet>();
@@ -178,6 +204,9 @@ bool session_open_local(const Options& options, Session& ret_session, Failure& r
     return false;
   }
   private_paths_connect(paths, set->stack.tv_command);
+  set->tracer.stack = &set->stack;
+  set->tracer.wake = on_event;
+  set->tracer.context = set.get();
   set->stack.on_event(on_event, set.get());
   ret_session.call = [set](std::string_view method, const std::string& params, std::string& ret_result,
                            Failure& failure) { return call(*set, method, params, ret_result, failure); };

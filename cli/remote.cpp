@@ -271,16 +271,16 @@ Failure lost(const Connection& connection) {
   return {kExitUnreachable, host + " closed the connection" + why + (usual ? "" : ")")};
 }
 
-// The texts of the warnings for which --strict has refused a request; empty: it was refused for something else.
-std::string warnings_of(const json::object& error) {
+// The warnings for which --strict has refused a request; none: it was refused for something else.
+std::vector<std::string> warnings_of(const json::object& error) {
   const json::value* const data = error.if_contains("data");
   const json::value* const warnings =
       data != nullptr && data->is_object() ? data->get_object().if_contains("warnings") : nullptr;
-  std::string text;
-  if (warnings == nullptr || !warnings->is_array()) return text;
+  std::vector<std::string> texts;
+  if (warnings == nullptr || !warnings->is_array()) return texts;
   for (const json::value& each : warnings->get_array())
-    if (each.is_string()) text += (text.empty() ? "" : "; ") + std::string(each.get_string());
-  return text;
+    if (each.is_string()) texts.emplace_back(each.get_string());
+  return texts;
 }
 
 // The failure for a JSON-RPC error. Only its message is used; the data is for programs.
@@ -295,8 +295,8 @@ Failure rpc_failure(const Connection& connection, const json::object& error) {
                 (connection.link->token.trouble.empty() ? "" : " (" + connection.link->token.trouble + ")")};
   }
   if (is(RpcError::kInvalidParams)) {
-    if (const std::string warnings = warnings_of(error); !warnings.empty())
-      return {kExitRefused, "not sent to the set, because of --strict: " + warnings};
+    if (const std::vector<std::string> warnings = warnings_of(error); !warnings.empty())
+      return strict_failure(warnings);
   }
   const bool refused = is(RpcError::kUnknownUri) || is(RpcError::kPlatform);
   return {refused ? kExitRefused : kExitProtocol, message != nullptr && message->is_string()
@@ -420,6 +420,12 @@ bool open(Connection& connection, Clock::time_point until, Failure& ret_failure)
 }
 
 }  // namespace
+
+Failure strict_failure(std::span<const std::string> warnings) {
+  std::string text = "not sent to the set, because of --strict: ";
+  for (const std::string& each : warnings) text += (&each == warnings.data() ? "" : "; ") + printable(each);
+  return {kExitRefused, text};
+}
 
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure) {
   // It is never destroyed: its destructor would wait for a name server that does not answer.

@@ -20,9 +20,10 @@ namespace {
 
 int write_error = 0;  // the error number of the first failed write
 
+// With --local, standard error is a stream without a descriptor (host/log_capture.h).
 bool paints(std::FILE* to) {
   const char* const no_color = std::getenv("NO_COLOR");
-  return (no_color == nullptr || *no_color == '\0') && isatty(fileno(to)) != 0;
+  return (no_color == nullptr || *no_color == '\0') && isatty(to == stderr ? STDERR_FILENO : fileno(to)) != 0;
 }
 
 // Columns of the terminal; 100 when the output is not one.

@@ -268,18 +268,6 @@ const json::object* find_uri(const json::value& description, std::string_view ur
   return row == nullptr ? nullptr : &row->get_object();
 }
 
-std::string result_meaning(const json::value& description, std::int64_t result) {
-  const json::value* results = member(&description, "results");
-  if (results != nullptr && results->is_array()) {
-    for (const json::value& row : results->get_array()) {
-      const json::value* number = member(&row, "result");
-      if (number == nullptr || !number->is_int64() || number->get_int64() != result) continue;
-      return std::to_string(result) + " (" + text_of(member(&row, "help")) + ")";
-    }
-  }
-  return std::to_string(result);
-}
-
 std::string unknown_uri(const json::value& description, const std::string& uri) {
   std::vector<std::string> uris;
   if (const json::value* rows = member(&description, "uris"); rows != nullptr && rows->is_array()) {
