@@ -186,17 +186,18 @@ bool run_one(Connection& connection, std::optional<Clock::time_point> until) {
          (Clock::now() <= *until + kGrace && connection.context.poll_one() > 0);
 }
 
-// Runs handlers until done() is true or the time is over. Returns whether done() is true. Signals do not interrupt it.
+// Runs handlers until done() is true or the time is over. Returns whether done() is true; once it is, it is not called
+// again. Signals do not interrupt it.
 template <typename Done>
 bool run_until(Connection& connection, std::optional<Clock::time_point> until, Done done) {
   while (!done()) {
+    if (until && Clock::now() > *until + kGrace) return false;
     std::optional<Clock::time_point> wake = until;
     if (connection.keeps_alive) {
-      while (connection.context.poll_one() > 0 && !done()) continue;
-      if (done()) return true;
-      wake = std::min(until.value_or(Clock::time_point::max()), keep_alive(connection));
-      if (wake == Clock::time_point::max()) wake.reset();
-      if (done()) return true;
+      if (connection.context.poll_one() > 0) continue;
+      const Clock::time_point look = keep_alive(connection);
+      if (connection.link->silent) continue;
+      if (look < until.value_or(Clock::time_point::max())) wake = look;
     }
     if (!run_one(connection, wake) && until && Clock::now() >= *until) return false;
   }
