@@ -265,7 +265,7 @@ test('trace: the end loses no line, whatever ends it', async (t) => {
     for (const seq of [9, 7]) send(notification('trace', begun(seq)));
     setTimeout(() => socket.destroy(), 30);
   });
-  const { code, stdout } = await ctl(['--host', lost.address, '--json', 'trace']);
+  const { code, stdout } = await ctl(['--host', lost.address, '--json', '--no-reconnect', 'trace']);
   assert.equal(code, 3);
   assert.deepEqual(numbers(stdout), [7, 9]);
 });
@@ -424,13 +424,13 @@ test('an answer to another request is not taken for ours', async (t) => {
   assert.equal((await ctl(['--host', host.address, 'get', volume])).code, 0);
 });
 
-test('watch ends with exit code 3 when the host goes away', async (t) => {
+test('watch --no-reconnect ends with exit code 3 when the host goes away', async (t) => {
   let socket;
   const host = await fakeHost(t, (request, send, theSocket) => {
     socket = theSocket;
     friendly(request, send);
   });
-  const watching = start(dtvctl, ['--host', host.address, 'watch', volumeNotify]);
+  const watching = start(dtvctl, ['--host', host.address, '--no-reconnect', 'watch', volumeNotify]);
   while (host.seen.requests.length < 2) await new Promise((resolve) => setTimeout(resolve, 20));
   await new Promise((resolve) => setTimeout(resolve, 100));
   socket.destroy();
