@@ -72,6 +72,7 @@ export function start(program, words, { env = {} } = {}) {
             waiting.push((line) => (clearTimeout(limit), resolve(line)));
           }),
     more: () => lines.length,
+    told: () => stderr,
     stop: (signal = 'SIGINT') => (child.kill(signal), ended),
   };
 }
