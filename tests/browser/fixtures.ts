@@ -67,6 +67,7 @@ export const test = base.extend<Fixtures>({
 
 export const slider = (page: Page): Locator => page.getByRole("slider", { name: "Volume" });
 export const muteButton = (page: Page): Locator => page.getByRole("button", { name: "Mute", exact: true });
+export const languageMenu = (page: Page): Locator => page.locator("select.language");
 export const connection = (page: Page): Locator => page.locator(".connection");
 export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");

@@ -21,6 +21,10 @@ const shared = {
   IDS_SEARCH: "Search",
   IDS_SOUND: "Sound",
   IDS_SUBSCRIBE: "Subscribe",
+  IDS_THEME: "Colours of this page",
+  IDS_THEME_DARK: "Dark",
+  IDS_THEME_LIGHT: "Light",
+  IDS_THEME_SYSTEM: "As the system",
   IDS_UNSUBSCRIBE: "Unsubscribe",
   IDS_VOLUME: "Volume",
 };

@@ -106,17 +106,17 @@ function ChannelRow({ channel, words, tabIndex }: ChannelRowProps) {
         >
           <span class="channel-number">
             <Marked text={shownNumber} words={words} />
-          </span>
+          </span>{" "}
           <span class="channel-name" dir="auto">
             <Marked text={name} words={words} />
-          </span>
+          </span>{" "}
           <span class="channel-list quiet">
             <Marked text={list} words={words} />
-          </span>
+          </span>{" "}
           <span class="channel-flags">
             {flags.map((flag) => (
               <span key={flag} class="badge" data-flag={flag}>
-                {flag}
+                {`${flag} `}
               </span>
             ))}
           </span>

@@ -254,7 +254,7 @@ function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellVie
       >
         <span class="guide-name" dir="auto">
           {event.title}
-        </span>
+        </span>{" "}
         <span class="guide-when">{times}</span>
       </button>
     </div>
