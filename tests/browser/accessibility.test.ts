@@ -48,6 +48,10 @@ const inside: Record<string, (page: Page, host: Host) => Promise<void>> = {
     await host.write(volumeUri, 31);
     await page.getByText("Subscriptions").click();
   },
+  async configuration(page) {
+    await page.getByRole("button", { name: "g_action__reset_all" }).click();
+    await expect(page.getByRole("alertdialog")).toBeVisible();
+  },
   async channels(page) {
     await page.getByRole("button", { name: "Edit: Alpha", exact: true }).click();
   },

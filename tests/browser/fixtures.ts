@@ -68,6 +68,8 @@ export const test = base.extend<Fixtures>({
 export const slider = (page: Page): Locator => page.getByRole("slider", { name: "Volume" });
 export const muteButton = (page: Page): Locator => page.getByRole("button", { name: "Mute", exact: true });
 export const languageMenu = (page: Page): Locator => page.locator("select.language");
+/** The question that the page asks before it does what cannot be undone. */
+export const question = (page: Page): Locator => page.getByRole("alertdialog");
 export const connection = (page: Page): Locator => page.locator(".connection");
 export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");

@@ -1,4 +1,5 @@
 import { Notice } from "../ui/notice";
+import { QuestionDialog } from "../ui/question";
 import { AccessNotice } from "./access-notice";
 import { Header } from "./header";
 import { label } from "./language";
@@ -29,6 +30,7 @@ export function App() {
         })}
       </div>
       <Notice close={label("IDS_CLOSE")} />
+      <QuestionDialog cancel={label("IDS_CANCEL")} />
     </div>
   );
 }

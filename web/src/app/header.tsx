@@ -11,7 +11,7 @@ import { views } from "./views";
 export function Header() {
   return (
     <header class="header">
-      <a class="brand" href="#" aria-label="dtv inspector, start">
+      <a class="brand" href="#" aria-label={label("IDS_START_OF_PAGE")}>
         <svg viewBox="0 0 32 32" width="28" height="28" aria-hidden="true">
           <rect x="2" y="5" width="28" height="19" rx="4" fill="currentColor" />
           <path d="M10 28h12" stroke="currentColor" stroke-width="3" stroke-linecap="round" />
@@ -33,7 +33,7 @@ export function Header() {
 /** On a wide screen in the header, on a narrow one at the bottom. */
 const ViewTabs = () => (
   <Tabs
-    label="Views"
+    label={label("IDS_VIEWS")}
     tabs={views.map(({ id, title, icon, badge }) => ({ id, title: title(), icon, badge: badge?.() }))}
     current={shownTab.value}
     onChoose={show}

@@ -232,7 +232,7 @@ function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellVie
         role="gridcell"
         tabIndex={tabIndex}
         style={style}
-        aria-label="No event"
+        aria-label={label("IDS_NO_EVENT")}
         onFocus={follow}
       />
     );

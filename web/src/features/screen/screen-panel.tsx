@@ -5,6 +5,7 @@ import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
 import { readClock, secondsOf } from "../../app/set-clock";
 import { SpeakerIcon } from "../../ui/icons";
+import { Worded } from "../../ui/worded";
 import { NowPlaying } from "../player/now-playing";
 import { lastPress, press, shortcuts } from "../remote/remote";
 import { textOfMessage } from "./menu";
@@ -140,10 +141,7 @@ export function ScreenPanel() {
       )}
       <NowPlaying />
       <p class="hint">
-        While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
-        <kbd>Esc</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>g</kbd> guide,{" "}
-        <kbd>Home</kbd> menu, <kbd>s</kbd> sources, <kbd>f</kbd> favourites, <kbd>t</kbd> timers, <kbd>i</kbd> information,
-        colours <kbd>R</kbd> <kbd>G</kbd> <kbd>Y</kbd> <kbd>B</kbd> with Shift.
+        <Worded text={label("IDS_SCREEN_KEYS")} as="kbd" />
       </p>
     </main>
   );
