@@ -3,7 +3,7 @@ import type { ComponentChildren, RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
-import { readClock, secondsOf } from "../../app/set-clock";
+import { readClock, secondsOf, timeText } from "../../app/set-clock";
 import { SpeakerIcon } from "../../ui/icons";
 import { Worded } from "../../ui/worded";
 import { NowPlaying } from "../player/now-playing";
@@ -191,14 +191,11 @@ function VolumeMark({ volume, muted }: { volume: number; muted: boolean }) {
   );
 }
 
-const clock = (seconds: number): string =>
-  new Date(seconds * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit" });
-
 function EventLine({ event }: { event: ShownEvent }) {
   return (
     <span>
       <time>
-        {clock(secondsOf(event.start))}–{clock(secondsOf(event.start) + event.seconds)}
+        {timeText(secondsOf(event.start))}–{timeText(secondsOf(event.start) + event.seconds)}
       </time>{" "}
       {event.title}
     </span>
