@@ -32,7 +32,7 @@ SUFFIX = r"\.(?:c|cpp|h|def|map|py|sh|bash|mjs|ts|tsx|json|md|cmake)"
 PATH = re.compile(rf"[\w.<*-]+[\w.<>*/-]*{SUFFIX}|(?:[\w.<>*-]+/)+[\w.<>*-]*")
 # How a program's help shows its options.
 BUILT = {"dtv-host": [["--help"]], "dtv-multiplexes": [["--help"]], "conformance": [["--help"]],
-         "dtvctl": [["--help"]] + [[command, "--help"] for command in "get set watch list functions trace tv".split()]}
+         "dtvctl": [["--help"]] + [[command, "--help"] for command in "get set watch list describe functions trace tv help".split()]}
 
 
 def without(pattern, text):

@@ -128,7 +128,9 @@ test('get and set: what the set refuses is exit code 1', async (t) => {
 test('--json prints the answer of a refusal, too', async (t) => {
   const { code, stdout, stderr } = await local(stateFolder(t), '--json', 'set', volume, '101');
   assert.equal(code, 1);
-  assert.equal(stdout, '{"ret":-1}\n');
+  const { ret, reason } = JSON.parse(stdout);
+  assert.equal(ret, -1);
+  assert.match(reason, /0 to 100/);
   assert.match(stderr, /answered -1/);
 });
 

@@ -59,6 +59,8 @@ test('named values, members and configuration keys', async () => {
   assert.deepEqual(await after('tv config g_gui_lang'), ['g_gui_lang__gui_language']);
   assert.deepEqual(await after('tv config g_gui_lang__gui_language '), ['deu', 'eng', 'fra', 'spa', 'tur']);
   assert.deepEqual(await after('tv config g_audio__speakers '), ['off', 'on']);
+  assert.deepEqual(await after('tv config g_audio__digital_output '), ['PCM', 'automatic', 'off']);
+  assert.deepEqual(await after('tv config g_audio__type h'), ['hearing\\ impaired']);
   assert.deepEqual(await after('tv config g_audio__key_tone '), ['0', '1', '2', '3']);
 });
 

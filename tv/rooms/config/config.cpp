@@ -551,20 +551,22 @@ boost::json::object config_command(Arguments arguments) {
 
 // The keys, or the values of one. Of a wide range and of texts, only the default is named; of the languages, those of
 // the menus (i18n/CMakeLists.txt).
-std::vector<std::string> names(Arguments given) {
+std::vector<std::string> next_names(Arguments given) {
   constexpr std::int64_t kFewValues = 20;
   std::vector<std::string> found;
   if (given.empty()) {
-    for (const Entry& entry : kCatalogue) found.emplace_back(entry.key);
+    for (const ConfigEntry& entry : kConfigEntries) found.emplace_back(entry.key);
     return found;
   }
-  const Entry* const entry = given.size() == 1 ? named(given[0]) : nullptr;
+  const ConfigEntry* const entry = given.size() == 1 ? named(given[0]) : nullptr;
   if (entry == nullptr) return found;
-  if (entry->kind == ValueKind::kBool) return {"on", "off"};
-  if (entry->kind == ValueKind::kAction) return {"trigger"};
-  if (entry->kind == ValueKind::kCode && std::string_view(entry->key).ends_with("language"))
+  if (entry->kind == ConfigKind::kBool) return {"on", "off"};
+  if (entry->kind == ConfigKind::kAction) return {"trigger"};
+  if (entry->kind == ConfigKind::kCode && std::string_view(entry->key).ends_with("language"))
     return {"eng", "deu", "fra", "spa", "tur"};
-  if (entry->kind == ValueKind::kNumber && std::int64_t{entry->maximum} - entry->minimum < kFewValues) {
+  for (const std::string_view name : names_of(*entry)) found.emplace_back(name);
+  if (!found.empty()) return found;
+  if (entry->kind == ConfigKind::kNumber && std::int64_t{entry->maximum} - entry->minimum < kFewValues) {
     for (INT32 value = entry->minimum; value <= entry->maximum; ++value) found.push_back(std::to_string(value));
     return found;
   }
@@ -575,7 +577,7 @@ std::vector<std::string> names(Arguments given) {
 constexpr Command kCommands[] = {
     {"config", "[WORD|KEY [VALUE]]", 2,
      "Lists all values, or those with WORD in their key or help; shows one value; changes it as the menu does",
-     config_command, names},
+     config_command, next_names},
 };
 
 }  // namespace
