@@ -156,6 +156,25 @@ TEST_F(TvControl, WordsThatAFormMayEndWithAreNotMissing) {
     EXPECT_EQ(tv_control(std::string("[") + words + "]").find("a word is missing"), std::string::npos) << words;
 }
 
+TEST_F(TvControl, HelpNamesTheValuesThatAreKnownWithoutASet) {
+  const auto names = [](const std::string& words) {
+    const std::string answer = tv_control(R"(["help",)" + words + "]");
+    const std::size_t found = answer.find(R"("names":)");
+    return found == std::string::npos ? "" : answer.substr(found + 8, answer.size() - found - 9);
+  };
+  EXPECT_NE(names(R"("key")").find(R"("VOL+","VOL-")"), std::string::npos);
+  EXPECT_NE(names(R"("config")").find(R"("g_gui_lang__gui_language")"), std::string::npos);
+  EXPECT_EQ(names(R"("config","g_audio__speakers")"), R"(["on","off"])");
+  EXPECT_EQ(names(R"("config","g_action__reset_all")"), R"(["trigger"])");
+  EXPECT_EQ(names(R"("config","g_gui_lang__gui_language")"), R"(["eng","deu","fra","spa","tur"])");
+  EXPECT_EQ(names(R"("config","g_audio__digital_output")"), R"(["off","automatic","PCM"])");
+  EXPECT_EQ(names(R"("config","g_audio__key_tone")"), R"(["0","1","2","3"])");
+  EXPECT_EQ(names(R"("config","g_audio__bass")"), R"(["50"])");
+  EXPECT_EQ(names(R"("config","g_audio__speakers","on")"), "");
+  EXPECT_EQ(names(R"("config","nothing")"), "");
+  EXPECT_EQ(names(R"("volume")"), "");
+}
+
 TEST_F(TvControl, HelpForAnUnknownCommandListsTheCommands) {
   const std::string answer = tv_control(R"(["help","dance"])");
   expect_words(answer, {R"({"error":)", R"(\"dance\")", "volume", "stick", "help"});

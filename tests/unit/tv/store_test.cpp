@@ -70,6 +70,7 @@ TEST(TvStore, ChangesAreRefusedWhileTheSetIsOff) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("off"), std::string::npos);
   EXPECT_NE(a_vextvapi_volctrl_getVolume(), 33);
   EXPECT_EQ(tv_control(R"(["volume","33"])"), R"({"error":"the set is off"})");
+  EXPECT_NE(tv_control(R"(["help","key"])").find(R"("names":["POWER")"), std::string::npos) << "help needs no set";
 }
 
 TEST(TvStore, StartNeedsAFolder) {
