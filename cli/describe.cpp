@@ -14,6 +14,9 @@ namespace {
 // Of a long list of members, an example has only the first ones: what a URI does not use is ignored.
 constexpr std::size_t kExampleMembers = 4;
 
+// Behind this, the help of a member names a value.
+constexpr std::string_view kSuchAs = "such as ";
+
 const json::value* member(const json::value* value, std::string_view key) {
   const json::value* const found =
       value != nullptr && value->is_object() ? value->get_object().if_contains(key) : nullptr;
@@ -120,7 +123,6 @@ std::string sample(const Subject& subject, const json::value& field) {
   if (values == nullptr && text_of(&field, "key") == "VALUE") values = subject.row->if_contains("values");
   if (values != nullptr && values->is_array() && !values->get_array().empty())
     return text_of(&values->get_array()[0], "value");
-  constexpr std::string_view kSuchAs = "such as ";
   const std::string help = text_of(&field, "help");
   if (const std::size_t found = help.find(kSuchAs); found != std::string::npos) {
     const std::string named = help.substr(found + kSuchAs.size());
@@ -181,6 +183,10 @@ std::string get_example(const Subject& subject) {
   const bool named = std::ranges::any_of(fields.get_array(),
                                          [&](const json::value& field) { return names(help, text_of(&field, "key")); });
   if (!named && only_field(&fields) != nullptr) return line_of("get", subject.uri, {});
+  // A key whose help has an example is enough: the other members are answered, not asked for.
+  for (const json::value& field : fields.get_array())
+    if (text_of(&field, "help").find(kSuchAs) != std::string::npos)
+      return line_of("get", subject.uri, {text_of(&field, "key") + "=" + sample(subject, field)});
   return line_of("get", subject.uri, example_words(subject, fields.get_array()));
 }
 
