@@ -4,17 +4,58 @@
 
 #include "dtv_js_plugin.h"
 #include "json_text.h"
+#include "recorder.h"
 
 namespace {
 
 // The plugin writes no terminator, so it gets a cleared buffer, which is cleared again after each call.
-void run_get(const Stack& stack, const Call& call, Outcome& outcome) {
+void run_get(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
   static thread_local char buffer[DTV_JSP_RESPONSE_MAX + 1];
-  outcome.ret = stack.get(call.uri, call.text.empty() ? nullptr : call.text.c_str(), buffer);
+  const char* const param = call.text.empty() ? nullptr : call.text.c_str();
+  const Begun begun = recorder_begin(recorder);
+  outcome.ret = stack.get(call.uri, param, buffer);
   const std::size_t length = strnlen(buffer, sizeof buffer);
   outcome.text.assign(buffer, length);
+  recorder_request(recorder, begun, true, call.uri, param, outcome.ret, outcome.text);
   memset(buffer, 0, length);
   outcome.broken = length > 0 && !json_is_whole(outcome.text);
+}
+
+void run_set(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
+  const Begun begun = recorder_begin(recorder);
+  outcome.ret = stack.set(call.uri, call.text.c_str());
+  recorder_request(recorder, begun, false, call.uri, call.text.c_str(), outcome.ret, {});
+}
+
+constexpr std::string_view kCaptureUsage = "usage: capture start | capture stop | capture status";
+
+// The commands that are the host's own; everything else goes to the tap and the television.
+std::string run_control(const Stack& stack, Tracer& tracer, const std::string& text) {
+  std::vector<std::string> words;
+  Recorder* const recorder = tracer.recorder;
+  if (recorder == nullptr || !stack_words(text, words) || words.empty()) return stack_control(stack, text);
+  if (words.size() == 1 && words[0] == "help")
+    return stack_add_help(stack_control(stack, text), "capture", "start|stop|status",
+                          "Records requests, platform calls and notifications; \"dtvctl record\" saves them");
+  if (words[0] != "capture") return stack_control(stack, text);
+  if (words.size() != 2) return stack_error(kCaptureUsage);
+  std::string error;
+  if (words[1] == "start") {
+    // The tap's lines come before the record takes them, so that it misses none.
+    tracer_record(tracer, true);
+    if (!recorder_start(*recorder, error)) {
+      if (!recorder->on.load()) tracer_record(tracer, false);
+      return stack_error(error);
+    }
+  } else if (words[1] == "stop") {
+    recorder_stop(*recorder);
+    tracer_record(tracer, false);
+  } else if (words[1] == "case") {
+    return recorder_case(*recorder);
+  } else if (words[1] != "status") {
+    return stack_error(kCaptureUsage);
+  }
+  return recorder_status(*recorder);
 }
 
 }  // namespace
@@ -29,13 +70,13 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
   switch (call.kind) {
     case CallKind::kGet:
-      run_get(stack, call, ret_outcome);
+      run_get(stack, tracer.recorder, call, ret_outcome);
       break;
     case CallKind::kSet:
-      ret_outcome.ret = stack.set(call.uri, call.text.c_str());
+      run_set(stack, tracer.recorder, call, ret_outcome);
       break;
     case CallKind::kControl:
-      ret_outcome.text = stack_control(stack, call.text);
+      ret_outcome.text = run_control(stack, tracer, call.text);
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }

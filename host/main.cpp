@@ -74,6 +74,7 @@ int main(int argc, char** argv) {
   const LogEnd log_end;
 
   Stack stack;
+  options.stack.keeps_start = !options.stack.tap.empty();
   std::string error;
   const auto fail = [&error] {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
@@ -87,10 +88,14 @@ int main(int argc, char** argv) {
     return fail();
   }
   private_paths_connect(paths, stack.tv_command);
-  if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
+  if (options.cec && stack.start_cec != nullptr &&
+      stack_start_up(stack, "tvc_ctrl_cec_detect_init", stack.start_cec) < 0)
     fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
-  if (options.broadcast && stack.start_broadcast != nullptr && stack.start_broadcast() < 0)
+  if (options.broadcast && stack.start_broadcast != nullptr &&
+      stack_start_up(stack, "tv_ctrl_broadcast_init", stack.start_broadcast) < 0)
     fputs("dtv-host: the platform does not report the results of channel changes; going on without them\n", stderr);
+  stack_started(stack);
+  options.server.record_folder = folder;
 
   Server* server = server_start(options.server, stack, error);
   if (server == nullptr) {

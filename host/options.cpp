@@ -74,6 +74,8 @@ constexpr OptionRow kOptions[] = {
     {"no-cec", nullptr, "do not start HDMI-CEC", [](Options& options) { options.cec = false; }},
     {"no-broadcast-init", nullptr, "do not subscribe to the results of channel changes",
      [](Options& options) { options.broadcast = false; }},
+    {"record", nullptr, "record from the start; see \"dtvctl record --help\"",
+     [](Options& options) { options.server.record = true; }},
     {"require-token", nullptr, "require the token for every request; control commands always need it",
      [](Options& options) { options.server.require_token = true; }},
     {"max-message", "BYTES", "longest request message", &Limits::message_bytes},

@@ -11,6 +11,8 @@
 struct ServerOptions {
   Policy policy;
   std::string web_folder;
+  std::string record_folder;   // where records are kept
+  bool record = false;         // a record begins with the server
   std::string token;           // required for control commands; empty: they are always refused
   bool require_token = false;  // all requests require it; only the page's files do not
   bool watchdog = true;

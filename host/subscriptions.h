@@ -9,8 +9,11 @@
 
 #include "stack.h"
 
+struct Recorder;
+
 struct Subscriptions {
   const Stack* stack;
+  Recorder* recorder = nullptr;
   std::unordered_map<const char*, std::vector<std::uint64_t>> clients;  // by the catalogue's text
 };
 
