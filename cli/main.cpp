@@ -66,7 +66,7 @@ constexpr OptionRow kOptions[] = {
        return true;
      }},
     {"--count", "N", "watch, trace: end after N lines", read_count},
-    {"--for", "SECONDS", "watch, trace: end after this time",
+    {"--for", "SECONDS", "watch, trace, record: end after this time",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
     {"--can", "get|set|notify", "list: only URIs with this use",
      [](const std::string& argument, Options& options) {
@@ -209,7 +209,7 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
       continue;
     }
     if (word == "--") behind_dashes = true;
-    const bool keeps_dashes = command->name == "watch" || command->name == "trace";
+    const bool keeps_dashes = command->name == "watch" || command->name == "trace" || command->name == "record";
     if (word != "--" || keeps_dashes) ret_invocation.words.push_back(word);
   }
   if (ret_invocation.command == nullptr) {

@@ -268,8 +268,7 @@ Waited wait(Connection& connection, std::optional<Clock::time_point> until, Mess
   return Waited::kFailed;
 }
 
-// "ADDR:PORT", "ADDR" or "[ADDR]:PORT" (IPv6).
-bool split_host(const std::string& host, std::string& ret_address, int& ret_port) {
+bool parse_host(const std::string& host, std::string& ret_address, int& ret_port) {
   std::string address = host;
   int port = 8080;
   const std::size_t colon = host.rfind(':');
@@ -294,13 +293,16 @@ bool split_host(const std::string& host, std::string& ret_address, int& ret_port
 
 }  // namespace
 
+bool split_host(const std::string& host, std::string& ret_address, int& ret_port, Failure& ret_failure) {
+  if (parse_host(host, ret_address, ret_port)) return true;
+  ret_failure = {kExitUsage, "the host \"" + host + "\" is not ADDR:PORT, for example 127.0.0.1:8080"};
+  return false;
+}
+
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure) {
   std::string address;
   int port = 0;
-  if (!split_host(options.host, address, port)) {
-    ret_failure = {kExitUsage, "the host \"" + options.host + "\" is not ADDR:PORT, for example 127.0.0.1:8080"};
-    return false;
-  }
+  if (!split_host(options.host, address, port, ret_failure)) return false;
   std::signal(SIGPIPE, SIG_IGN);
   // It is never destroyed: its destructor would wait for a name server that does not answer.
   static Connection& connection = *new Connection;

@@ -277,18 +277,30 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
         !find(tap, options.tap, "dtv_tap_watch", stack.watch, ret_error) ||
         !find(tap, options.tap, "dtv_tap_on_event", stack.on_event, ret_error) ||
         !find(tap, options.tap, "dtv_tap_stamp", stack.stamp, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_replay", stack.replay, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_replay_report", stack.replay_report, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_raise", stack.raise, ret_error) ||
         !find(tap, options.tap, "dtv_tap_fault", stack.fault, ret_error) ||
         !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error))
       return false;
   }
 
-  void* platform = load("platform", options.platform, tapped ? RTLD_LOCAL : RTLD_GLOBAL, ret_error);
-  if (platform == nullptr || !start_platform(platform, options, stack, ret_error)) return false;
+  void* platform = nullptr;
+  if (options.replays) {
+    if (!tapped) {
+      ret_error = "a replay needs the tap";
+      return false;
+    }
+    if (!stack_replay(stack, options.start_answers, ret_error)) return false;
+  } else {
+    platform = load("platform", options.platform, tapped ? RTLD_LOCAL : RTLD_GLOBAL, ret_error);
+    if (platform == nullptr || !start_platform(platform, options, stack, ret_error)) return false;
+  }
   const auto give_up = [&stack] {
     stack_stop(stack);
     return false;
   };
-  if (char* text = nullptr; tapped && tap_platform(platform, &text) != 0) {
+  if (char* text = nullptr; platform != nullptr && tapped && tap_platform(platform, &text) != 0) {
     ret_error = options.platform + " is not a complete platform: " + take_text(text);
     return give_up();
   }
@@ -327,6 +339,23 @@ std::int32_t stack_start_up(const Stack& stack, const char* name, std::int32_t (
       {"seq", begun.seq}, {"t", begun.t}, {"thread", begun.thread}, {"start", name}, {"ret", ret}};
   on_start_line(stack.start.get(), json::serialize(line).c_str());
   return ret;
+}
+
+bool stack_replay(const Stack& stack, const std::string& answers, std::string& ret_error) {
+  char* text = nullptr;
+  if (stack.replay(answers.c_str(), &text) == 0) return true;
+  ret_error = "the record cannot be replayed: " + take_text(text);
+  return false;
+}
+
+std::string stack_replay_report(const Stack& stack) { return take_text(stack.replay_report()); }
+
+bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments,
+                 std::string& ret_error) {
+  char* text = nullptr;
+  if (stack.raise(function.c_str(), arguments.c_str(), nullptr, &text) == 0) return true;
+  ret_error = take_text(text);
+  return false;
 }
 
 void stack_started(const Stack& stack) {

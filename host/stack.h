@@ -18,6 +18,8 @@ struct StackOptions {
   std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
   std::string antenna;       // folder of transport streams that the virtual television receives; empty: as stored
   std::string home_network;  // network interfaces, as dtv_tv_home_interfaces takes them; empty: loopback only
+  bool replays = false;      // no platform is loaded: the tap answers, first from start_answers
+  std::string start_answers = {};  // JSON lines for dtv_tap_replay: the platform calls of the plugin's start
   bool keeps_start = false;  // keeps what a record of the host begins with; needs the tap
 };
 
@@ -57,6 +59,9 @@ struct Stack {
   void (*stamp)(dtv_tap_stamp_t* ret_stamp);
   std::int32_t (*fault)(const char* function, const dtv_tap_fault_t* fault);
   char* (*contract)();
+  std::int32_t (*replay)(const char* lines, char** ret_error);
+  char* (*replay_report)();
+  std::int32_t (*raise)(const char* function, const char* args, std::int64_t* ret_result, char** ret_error);
   std::shared_ptr<StartLines> start;  // null: not kept
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
@@ -78,6 +83,12 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
 // Calls a further start-up function of the plugin, such as Stack::start_cec. stack_started says that it was the last.
 std::int32_t stack_start_up(const Stack& stack, const char* name, std::int32_t (*function)());
 void stack_started(const Stack& stack);
+
+// The tap's functions of these names, with texts that need not be freed.
+bool stack_replay(const Stack& stack, const std::string& answers, std::string& ret_error);
+std::string stack_replay_report(const Stack& stack);
+bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments,
+                 std::string& ret_error);
 
 // Stops the platform's threads.
 void stack_stop(Stack& stack);
