@@ -1,6 +1,7 @@
 // "replay" and "case": repeat a record in this process, and make a conformance case of it.
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cstring>
 #include <filesystem>
@@ -143,7 +144,7 @@ std::vector<std::string> compare_start(const Stack& stack, const RecordStep& ste
 }
 
 bool is_first_start(const RecordStep& step) {
-  return step.name == "a_dtv_jsp_init_res" || step.name == "a_dtv_jsp_init";
+  return step.kind == StepKind::kStart && std::ranges::find(kStartFunctions, step.name) != std::end(kStartFunctions);
 }
 
 bool start(const Options& options, const Record& record, Stack& ret_stack, Failure& ret_failure) {
@@ -152,7 +153,7 @@ bool start(const Options& options, const Record& record, Stack& ret_stack, Failu
   wanted.replays = true;
   wanted.keeps_start = true;
   for (const RecordStep& step : record.steps)
-    if (step.kind == StepKind::kStart && is_first_start(step)) wanted.start_answers += record_answers(step);
+    if (is_first_start(step)) wanted.start_answers += record_answers(step);
   // The plugin logs to standard output, which therefore becomes standard error; results keep the original one.
   if (const int results = dup(STDOUT_FILENO); results >= 0) {
     std::FILE* const file = fdopen(results, "w");
@@ -182,9 +183,8 @@ int run_replay(const Options& options, Session&, ShellWords words, Failure& ret_
   std::size_t number = 0;
   for (const RecordStep& step : record.steps) {
     ++number;
-    const bool started = step.kind == StepKind::kStart && is_first_start(step);
     const std::vector<std::string> differences =
-        started ? compare_start(stack, step) : repeat(stack, lines, step);
+        is_first_start(step) ? compare_start(stack, step) : repeat(stack, lines, step);
     if (differences.empty()) continue;
     ++differing;
     print_line("step " + std::to_string(number) + ", " + printable(record_step_name(step)));

@@ -5,6 +5,7 @@
 #include "dtv_js_plugin.h"
 #include "json_text.h"
 #include "recorder.h"
+#include "replayer.h"
 
 namespace {
 
@@ -55,7 +56,10 @@ std::string run_control(const Stack& stack, Tracer& tracer, const std::string& t
   } else if (words[1] != "status") {
     return stack_error(kCaptureUsage);
   }
-  return recorder_status(*recorder);
+  std::string status = recorder_status(*recorder);
+  if (tracer.replayer == nullptr) return status;
+  status.back() = ',';
+  return status + "\"replay\":" + replayer_status(*tracer.replayer) + "}";
 }
 
 }  // namespace
@@ -67,7 +71,12 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   ret_outcome.lines.clear();
   ret_outcome.change = 0;
   ret_outcome.not_kept = 0;
-  if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
+  const bool replays = tracer.replayer != nullptr && call.kind != CallKind::kControl;
+  if (call.traced || replays) tracer_capture(tracer, &ret_outcome.lines);
+  Replayed replayed;
+  if (replays)
+    replayed = replayer_begin(tracer.replayer, call.kind == CallKind::kGet ? StepKind::kGet : StepKind::kSet, call.uri,
+                              call.kind == CallKind::kGet && call.text.empty() ? nullptr : call.text.c_str());
   switch (call.kind) {
     case CallKind::kGet:
       run_get(stack, tracer.recorder, call, ret_outcome);
@@ -80,7 +89,9 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }
-  if (call.traced) tracer_capture(tracer, nullptr);
+  if (replays) replayer_end(tracer.replayer, replayed, ret_outcome.ret, ret_outcome.text, ret_outcome.lines);
+  if (call.traced || replays) tracer_capture(tracer, nullptr);
+  if (!call.traced) ret_outcome.lines.clear();
   // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.
   if (call.kind != CallKind::kGet && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -12,6 +12,7 @@
 #include "log_relay.h"
 #include "options.h"
 #include "private_paths.h"
+#include "replayer.h"
 #include "server.h"
 #include "token.h"
 
@@ -80,6 +81,11 @@ int main(int argc, char** argv) {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return kExitRefused;
   };
+  Replayer replayer;
+  const bool replays = !options.replay.empty();
+  if (replays && !replayer_read(options.replay, replayer, error)) return fail();
+  options.stack.replays = replays;
+  if (replays) options.stack.start_answers = replayer_start_answers(replayer);
   if (!stack_start(options.stack, stack, error)) return fail();
   // The virtual television creates the folder; another platform does not.
   const std::string& folder = options.stack.state_folder;
@@ -88,6 +94,10 @@ int main(int argc, char** argv) {
     return fail();
   }
   private_paths_connect(paths, stack.tv_command);
+  if (replays) {
+    replayer_start(replayer, stack);
+    options.cec = options.broadcast = false;  // as the record says
+  }
   if (options.cec && stack.start_cec != nullptr &&
       stack_start_up(stack, "tvc_ctrl_cec_detect_init", stack.start_cec) < 0)
     fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
@@ -97,7 +107,7 @@ int main(int argc, char** argv) {
   stack_started(stack);
   options.server.record_folder = folder;
 
-  Server* server = server_start(options.server, stack, error);
+  Server* server = server_start(options.server, stack, replays ? &replayer : nullptr, error);
   if (server == nullptr) {
     stack_stop(stack);
     return fail();

@@ -76,6 +76,12 @@ constexpr OptionRow kOptions[] = {
      [](Options& options) { options.broadcast = false; }},
     {"record", nullptr, "record from the start; see \"dtvctl record --help\"",
      [](Options& options) { options.server.record = true; }},
+    {"replay", "FILE",
+     "serve a record of \"dtvctl record\" in place of a television: it answers the requests that it has,\nin its order",
+     [](const char* argument, Options& options) {
+       options.replay = argument;
+       return std::string();
+     }},
     {"require-token", nullptr, "require the token for every request; control commands always need it",
      [](Options& options) { options.server.require_token = true; }},
     {"max-message", "BYTES", "longest request message", &Limits::message_bytes},

@@ -197,7 +197,7 @@ void server_sweep_at(Server& server, TimePoint due) {
   }));
 }
 
-Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error) {
+Server* server_start(const ServerOptions& options, const Stack& stack, Replayer* replayer, std::string& ret_error) {
   auto server = std::make_unique<Server>();
   server->options = options;
   server->stack = &stack;
@@ -219,6 +219,8 @@ Server* server_start(const ServerOptions& options, const Stack& stack, std::stri
   };
   server->recorder.context = server.get();
   server->tracer.recorder = &server->recorder;
+  server->tracer.replayer = replayer;
+  server->subscriptions.replayer = replayer;
   server->subscriptions.recorder = &server->recorder;
 
   char* description = stack.describe();

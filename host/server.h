@@ -22,7 +22,9 @@ struct ServerOptions {
 struct Server;
 
 // Starts to listen. Returns null with a message on failure. server_policy then has the actual port.
-Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error);
+// replayer: null where there is a platform.
+struct Replayer;
+Server* server_start(const ServerOptions& options, const Stack& stack, Replayer* replayer, std::string& ret_error);
 const Policy& server_policy(const Server& server);
 
 // Serves on this thread and further ones until server_stop, which any thread may call. WebSocket clients get a close

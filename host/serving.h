@@ -14,6 +14,7 @@
 #include "http.h"
 #include "outbox.h"
 #include "recorder.h"
+#include "replayer.h"
 #include "rpc.h"
 #include "runner.h"
 #include "server.h"

@@ -75,6 +75,9 @@ struct Stack {
   std::uint64_t (*last_change)();
 };
 
+// The start-up functions that stack_start calls, as a record names them.
+inline constexpr std::string_view kStartFunctions[] = {"a_dtv_jsp_init_res", "a_dtv_jsp_init"};
+
 // Loads tap, platform and plugin, switches the platform on, and calls a_dtv_jsp_init_res and a_dtv_jsp_init. Once per
 // process.
 // Returns false with a message about what is missing or failed.

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "recorder.h"
+#include "replayer.h"
 
 namespace {
 
@@ -16,7 +17,9 @@ void subscriptions_add(Subscriptions& subscriptions, const char* uri, std::uint6
   if (clients.empty()) {
     recorder_await_callbacks(subscriptions.recorder);
     const Begun begun = recorder_begin(subscriptions.recorder);
+    Replayed replayed = replayer_begin(subscriptions.replayer, StepKind::kSubscribe, uri, nullptr);
     const std::int32_t ret = subscriptions.stack->add_listener(uri);
+    replayer_end(subscriptions.replayer, replayed, ret, {}, {});
     recorder_subscription(subscriptions.recorder, begun, true, uri, ret);
   }
   clients.push_back(client);
@@ -27,7 +30,9 @@ void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::ui
   if (found == subscriptions.clients.end() || std::erase(found->second, client) == 0 || !found->second.empty()) return;
   recorder_await_callbacks(subscriptions.recorder);
   const Begun begun = recorder_begin(subscriptions.recorder);
+  Replayed replayed = replayer_begin(subscriptions.replayer, StepKind::kUnsubscribe, uri, nullptr);
   const std::int32_t ret = subscriptions.stack->remove_listener(uri);
+  replayer_end(subscriptions.replayer, replayed, ret, {}, {});
   recorder_subscription(subscriptions.recorder, begun, false, uri, ret);
   subscriptions.clients.erase(found);
 }

@@ -10,10 +10,12 @@
 #include "stack.h"
 
 struct Recorder;
+struct Replayer;
 
 struct Tracer {
   const Stack* stack;
   Recorder* recorder = nullptr;      // gets every line while it is on; null: nothing can be recorded
+  Replayer* replayer = nullptr;      // answers in place of a platform; null: there is one
   void (*wake)(void* context);  // called when the first line is waiting
   void* context;
 

@@ -183,7 +183,7 @@ bool record_read(std::string_view text, Record& ret_record, std::string& ret_err
       RecordStep& step = record.steps[around->step];
       step.calls.push_back(
           {.line = item.line, .own = number_of(*step.line, "thread") == item.thread, .events = {}});
-      ++record.counts.calls;
+      record.counts.calls += step.kind == StepKind::kStart ? 0 : 1;
     } else if (item.kind == StepKind::kRaise) {
       add_event(sorting, item);
       ++record.counts.events;

@@ -48,7 +48,7 @@ struct RecordCounts {
 struct Record {
   std::vector<boost::json::object> lines;  // not changed once read: steps point into it
   std::vector<RecordStep> steps;
-  RecordCounts counts;         // of the steps
+  RecordCounts counts;         // of the steps after the start
   bool device = false;         // there was a command device
   std::size_t left_over = 0;   // calls that belong to no step: of requests that began before the record or ended after it
 };
