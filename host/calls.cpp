@@ -1,65 +1,78 @@
 #include "calls.h"
 
 #include <cstring>
+#include <optional>
+#include <string_view>
+#include <utility>
 
+#include "control.h"
 #include "dtv_js_plugin.h"
 #include "json_text.h"
+#include "log_capture.h"
+#include "reasons.h"
 #include "recorder.h"
 #include "replayer.h"
 
 namespace {
 
+// What the plugin gets as the parameter: a get may have none.
+const char* param_of(const Call& call) {
+  return call.kind == CallKind::kGet && call.text.empty() ? nullptr : call.text.c_str();
+}
+
 // The plugin writes no terminator, so it gets a cleared buffer, which is cleared again after each call.
 void run_get(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
   static thread_local char buffer[DTV_JSP_RESPONSE_MAX + 1];
-  const char* const param = call.text.empty() ? nullptr : call.text.c_str();
   const Begun begun = recorder_begin(recorder);
-  outcome.ret = stack.get(call.uri, param, buffer);
+  outcome.ret = stack.get(call.uri, param_of(call), buffer);
   const std::size_t length = strnlen(buffer, sizeof buffer);
   outcome.text.assign(buffer, length);
-  recorder_request(recorder, begun, true, call.uri, param, outcome.ret, outcome.text);
+  recorder_request(recorder, begun, true, call.uri, param_of(call), outcome.ret, outcome.text);
   memset(buffer, 0, length);
   outcome.broken = length > 0 && !json_is_whole(outcome.text);
 }
 
 void run_set(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
   const Begun begun = recorder_begin(recorder);
-  outcome.ret = stack.set(call.uri, call.text.c_str());
-  recorder_request(recorder, begun, false, call.uri, call.text.c_str(), outcome.ret, {});
+  outcome.ret = stack.set(call.uri, param_of(call));
+  recorder_request(recorder, begun, false, call.uri, param_of(call), outcome.ret, {});
 }
 
-constexpr std::string_view kCaptureUsage = "usage: capture start | capture stop | capture status";
+// The parameter in the text for the plugin, {"PARAMETER":...}; empty without one.
+std::string_view parameter_of(const Call& call) {
+  std::string_view rest = call.text;
+  const auto member = call.text.empty() ? std::nullopt : json_next_member(rest);
+  return member ? member->value : std::string_view();
+}
 
-// The commands that are the host's own; everything else goes to the tap and the television.
-std::string run_control(const Stack& stack, Tracer& tracer, const std::string& text) {
-  std::vector<std::string> words;
-  Recorder* const recorder = tracer.recorder;
-  if (recorder == nullptr || !stack_words(text, words) || words.empty()) return stack_control(stack, text);
-  if (words.size() == 1 && words[0] == "help")
-    return stack_add_help(stack_control(stack, text), "capture", "start|stop|status",
-                          "Records requests, platform calls and notifications; \"dtvctl record\" saves them");
-  if (words[0] != "capture") return stack_control(stack, text);
-  if (words.size() != 2) return stack_error(kCaptureUsage);
-  std::string error;
-  if (words[1] == "start") {
-    // The tap's lines come before the record takes them, so that it misses none.
-    tracer_record(tracer, true);
-    if (!recorder_start(*recorder, error)) {
-      if (!recorder->on.load()) tracer_record(tracer, false);
-      return stack_error(error);
-    }
-  } else if (words[1] == "stop") {
-    recorder_stop(*recorder);
-    tracer_record(tracer, false);
-  } else if (words[1] == "case") {
-    return recorder_case(*recorder);
-  } else if (words[1] != "status") {
-    return stack_error(kCaptureUsage);
-  }
-  std::string status = recorder_status(*recorder);
-  if (tracer.replayer == nullptr) return status;
-  status.back() = ',';
-  return status + "\"replay\":" + replayer_status(*tracer.replayer) + "}";
+std::vector<Finding> check(const Call& call) {
+  if (call.kind == CallKind::kControl || call.row == nullptr) return {};
+  return call.kind == CallKind::kGet ? check_get(*call.row, call.uri, parameter_of(call))
+                                     : check_set(*call.row, call.uri, parameter_of(call));
+}
+
+// Says why the call was refused, and what it ignored or changed.
+void explain(const Stack& stack, const Call& call, Outcome& outcome) {
+  dtv_tap_failure_t failure{};
+  const bool failed = stack.take_failure != nullptr && stack.take_failure(&failure) != 0;
+  const std::vector<Finding> findings = check(call);
+  const std::string example =
+      outcome.ret != 0 && call.kind == CallKind::kGet && call.text.empty() && call.row != nullptr
+          ? check_example(*call.row, call.uri, true)
+          : std::string();
+  const Evidence evidence{.ret = outcome.ret,
+                          .failure = failed ? &failure : nullptr,
+                          .log = outcome.log,
+                          .findings = findings,
+                          .example = example};
+  if (outcome.ret != 0) outcome.reason = reason_of(evidence);
+  // A refusal that was expected and did not come: the set knows better than its description.
+  for (const Finding& finding : findings)
+    if ((outcome.ret != 0 || !finding.refused) && outcome.reason.find(finding.text) == std::string::npos)
+      outcome.warnings.push_back(finding.text);
+  // A get may ask the platform for more than there is, so that a failed call is usual.
+  if (outcome.ret == 0 && failed && call.kind == CallKind::kSet)
+    outcome.warnings.push_back(swallowed_failure(evidence));
 }
 
 }  // namespace
@@ -67,16 +80,25 @@ std::string run_control(const Stack& stack, Tracer& tracer, const std::string& t
 void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret_outcome) {
   ret_outcome.ret = 0;
   ret_outcome.broken = false;
-  ret_outcome.text.clear();
-  ret_outcome.lines.clear();
+  ret_outcome.departs = false;
+  for (std::string* const text : {&ret_outcome.text, &ret_outcome.reason, &ret_outcome.log, &ret_outcome.lines})
+    text->clear();
+  ret_outcome.warnings.clear();
   ret_outcome.change = 0;
   ret_outcome.not_kept = 0;
+  if (call.strict) {
+    for (Finding& finding : check(call)) ret_outcome.warnings.push_back(std::move(finding.text));
+    ret_outcome.departs = !ret_outcome.warnings.empty();
+    if (ret_outcome.departs) return;
+  }
+  if (stack.take_failure != nullptr) stack.take_failure(nullptr);  // forgets one of before
+  log_capture(&ret_outcome.log);
   const bool replays = tracer.replayer != nullptr && call.kind != CallKind::kControl;
   if (call.traced || replays) tracer_capture(tracer, &ret_outcome.lines);
   Replayed replayed;
   if (replays)
     replayed = replayer_begin(tracer.replayer, call.kind == CallKind::kGet ? StepKind::kGet : StepKind::kSet, call.uri,
-                              call.kind == CallKind::kGet && call.text.empty() ? nullptr : call.text.c_str());
+                              param_of(call));
   switch (call.kind) {
     case CallKind::kGet:
       run_get(stack, tracer.recorder, call, ret_outcome);
@@ -85,13 +107,15 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
       run_set(stack, tracer.recorder, call, ret_outcome);
       break;
     case CallKind::kControl:
-      ret_outcome.text = run_control(stack, tracer, call.text);
+      ret_outcome.text = control_run(stack, tracer, call.text);
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }
   if (replays) replayer_end(tracer.replayer, replayed, ret_outcome.ret, ret_outcome.text, ret_outcome.lines);
   if (call.traced || replays) tracer_capture(tracer, nullptr);
   if (!call.traced) ret_outcome.lines.clear();
+  log_capture(nullptr);
+  if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
   // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.
   if (call.kind != CallKind::kGet && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -15,6 +15,7 @@ struct ServerOptions {
   bool record = false;         // a record begins with the server
   std::string token;           // required for control commands; empty: they are always refused
   bool require_token = false;  // all requests require it; only the page's files do not
+  bool strict = false;         // refuse requests that the set would accept with warnings
   bool watchdog = true;
   Limits limits;
 };

@@ -281,7 +281,8 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
         !find(tap, options.tap, "dtv_tap_replay_report", stack.replay_report, ret_error) ||
         !find(tap, options.tap, "dtv_tap_raise", stack.raise, ret_error) ||
         !find(tap, options.tap, "dtv_tap_fault", stack.fault, ret_error) ||
-        !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error))
+        !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_take_failure", stack.take_failure, ret_error))
       return false;
   }
 

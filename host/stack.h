@@ -63,6 +63,7 @@ struct Stack {
   char* (*replay_report)();
   std::int32_t (*raise)(const char* function, const char* args, std::int64_t* ret_result, char** ret_error);
   std::shared_ptr<StartLines> start;  // null: not kept
+  std::int32_t (*take_failure)(dtv_tap_failure_t* ret_failure);
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
   char* (*tv_control)(const char* command);
