@@ -1,3 +1,4 @@
+import { CaptureBadge } from "../features/capture/capture-badge";
 import { VolumeBar } from "../features/volume/volume-bar";
 import { Tabs } from "../ui/tabs";
 import { label, language, languages, setLanguage } from "./language";
@@ -19,6 +20,7 @@ export function Header() {
         </span>
       </a>
       <ViewTabs />
+      <CaptureBadge />
       <VolumeBar />
       <LanguageMenu />
       <Connection />
