@@ -20,7 +20,8 @@ export function CaptureBadge() {
       {replays && <span>Replay</span>}
       {count > 0 && (
         <span>
-          {label("IDS_FAULTS")} {count}
+          <span class="capture-word">{label("IDS_FAULTS")} </span>
+          {count}
         </span>
       )}
     </button>

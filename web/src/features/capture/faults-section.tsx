@@ -1,4 +1,4 @@
-import { computed, signal } from "@preact/signals";
+import { batch, computed, signal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
 import { controllable } from "../../app/commands";
 import { tellError } from "../../app/session";
@@ -69,9 +69,18 @@ export function FaultsSection() {
   );
 }
 
+/** The form begins empty for each function: a value for callbacks means nothing to a function without one. */
+function choose(name: string) {
+  batch(() => {
+    chosen.value = name;
+    for (const text of [fail, delay, repeat]) text.value = "";
+    drop.value = false;
+  });
+}
+
 const FunctionLine = ({ name, params, callback }: ContractFunction) => (
   <li>
-    <button type="button" aria-pressed={chosen.value === name} onClick={() => (chosen.value = name)}>
+    <button type="button" aria-pressed={chosen.value === name} onClick={() => choose(name)}>
       <b>{name}</b>
       <span class="quiet">({params.join(", ")})</span>
       {callback && (
