@@ -467,7 +467,8 @@ constexpr Command kCommands[] = {
      .summary = "Lists the functions of the TV API",
      .help =
          "Shows the functions whose name contains every TEXT. trace shows their calls, and tv fault makes them fail.\n"
-         "CALLBACK has the arguments of the callback that a function registers. They are read from the installed tap, without a host. With --json prints one object per line, as the tap\n"
+         "CALLBACK has the arguments of the callback that a function registers. They are read from the installed tap, "
+         "without a host. With --json prints one object per line, as the tap\n"
          "describes it.\n"
          "\n"
          "  dtvctl functions volctrl\n",

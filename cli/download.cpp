@@ -54,9 +54,8 @@ void send_request(Exchange& exchange, const Options& options) {
 
 std::string error_text(const http::response<http::string_body>& answer) {
   json::value body;
-  const json::value* error = json_parse(answer.body(), body) && body.is_object()
-                                 ? body.get_object().if_contains("error")
-                                 : nullptr;
+  const json::value* error =
+      json_parse(answer.body(), body) && body.is_object() ? body.get_object().if_contains("error") : nullptr;
   return error != nullptr && error->is_string() ? std::string(error->get_string())
                                                 : "status " + std::to_string(answer.result_int());
 }
@@ -87,8 +86,8 @@ bool download(const Options& options, const std::string& path, const std::string
           if (!refused) send_request(exchange, options);
         });
       });
-  exchange.context.run_for(std::chrono::duration_cast<std::chrono::milliseconds>(
-      std::chrono::duration<double>(options.timeout)));
+  exchange.context.run_for(
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::duration<double>(options.timeout)));
   if (exchange.failure || !exchange.parser.is_done()) {
     const std::string why = exchange.failure ? exchange.failure.message() : "no answer within the --timeout";
     ret_failure = {kExitUnreachable, "the host at " + options.host + " does not give " + path + " (" + why + ")"};
@@ -96,8 +95,8 @@ bool download(const Options& options, const std::string& path, const std::string
   }
   const http::response<http::string_body>& answer = exchange.parser.get();
   if (answer.result() != http::status::ok) {
-    ret_failure = {kExitRefused, "the host at " + options.host + " does not give " + path + ": " +
-                                     printable(error_text(answer))};
+    ret_failure = {kExitRefused,
+                   "the host at " + options.host + " does not give " + path + ": " + printable(error_text(answer))};
     return false;
   }
   return write_file(file, answer.body(), ret_failure);

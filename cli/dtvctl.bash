@@ -42,7 +42,7 @@ _dtvctl_tv_words() {  # WORD...: what may come after these words of a command of
 }
 
 _dtvctl() {
-  local commands='get set watch list functions trace tv'
+  local commands='get set watch list functions trace record replay case tv'
   local options='--host --local --state --json --no-wait --count --for --can --timeout --help --version'
   local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD-1]} command='' first=0 inner='' fault='' i
 
@@ -78,12 +78,13 @@ _dtvctl() {
   case $command in
     '') COMPREPLY=($(compgen -W "$commands" -- "$current")) ;;
     get | set) ((COMP_CWORD == first + 1)) && COMPREPLY=($(compgen -W "$(_dtvctl_uris)" -- "$current")) ;;
+    record | replay | case) ((COMP_CWORD == first + 1)) && COMPREPLY=($(compgen -f -- "$current")) ;;
     watch) COMPREPLY=($(compgen -W "$(_dtvctl_uris notify)" -- "$current")) ;;
     tv)
       if ((COMP_CWORD == first + 1)); then
         COMPREPLY=($(compgen -W "$(_dtvctl_ask tv '"name":"[^"]*"' tv help)" -- "$current"))
       elif [[ ${COMP_WORDS[first+1]} == fault ]]; then
-        local words='--clear --delay --fail --drop-callback'
+        local words='--clear --delay --fail --drop-callback --repeat-callback'
         ((COMP_CWORD == first + 2)) && words="--clear $(_dtvctl_ask functions '"name":"[^"]*"' functions)"
         COMPREPLY=($(compgen -W "$words" -- "$current"))
       else

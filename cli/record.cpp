@@ -38,10 +38,9 @@ bool is_recording(const json::object& status) {
 
 // Waits until Ctrl-C, the end of --for, or the end of the record by itself. The signals are blocked.
 bool wait_for_end(const Options& options, Session& session, const sigset_t& signals, Failure& ret_failure) {
-  const auto end = options.seconds
-                       ? std::optional(Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                          std::chrono::duration<double>(*options.seconds)))
-                       : std::nullopt;
+  const auto end = options.seconds ? std::optional(Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                                      std::chrono::duration<double>(*options.seconds)))
+                                   : std::nullopt;
   while (!end || Clock::now() < *end) {
     auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(kAskAgain);
     if (end) left = std::min(left, std::chrono::duration_cast<std::chrono::nanoseconds>(*end - Clock::now()));

@@ -77,7 +77,7 @@ constexpr OptionRow kOptions[] = {
     {"record", nullptr, "record from the start; see \"dtvctl record --help\"",
      [](Options& options) { options.server.record = true; }},
     {"replay", "FILE",
-     "serve a record of \"dtvctl record\" in place of a television: it answers the requests that it has,\nin its order",
+     "serve a record of \"dtvctl record\" in place of a television: it answers the requests that it\nhas, in its order",
      [](const char* argument, Options& options) {
        options.replay = argument;
        return std::string();

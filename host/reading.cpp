@@ -46,10 +46,9 @@ HttpAnswer refusal(const Server& server, const Client& client) {
   const std::string_view guarded = http_needs_token(request.path);
   const bool wants_token = !guarded.empty() || (options.require_token && !page);
   if (wants_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS") {
-    HttpAnswer answer =
-        http_error(401, guarded.empty()
-                            ? "this server requires its token; see --require-token"
-                            : std::string(guarded) + " requires this server's token, in Authorization: Bearer");
+    HttpAnswer answer = http_error(
+        401, guarded.empty() ? "this server requires its token; see --require-token"
+                             : std::string(guarded) + " requires this server's token, in Authorization: Bearer");
     answer.more = "www-authenticate: Bearer\r\n";
     return answer;
   }

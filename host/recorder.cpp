@@ -60,8 +60,8 @@ void flush(Recorder& recorder) {
 void add_line(Recorder& recorder, std::string_view line) {
   if (!recorder.on.load()) return;
   if (recorder.bytes + line.size() + 1 > recorder.limit)
-    return end_record(recorder, "the record has reached its limit of " + std::to_string(recorder.limit / kMib) +
-                                    " MiB");
+    return end_record(recorder,
+                      "the record has reached its limit of " + std::to_string(recorder.limit / kMib) + " MiB");
   recorder.unwritten.append(line).push_back('\n');
   recorder.bytes += line.size() + 1;
   record_count(line, recorder.counts);

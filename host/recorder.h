@@ -33,8 +33,9 @@ struct Recorder {
   RecordCounts counts;
   std::chrono::steady_clock::time_point begun;
   std::chrono::steady_clock::time_point stopped;
-  std::string reason;               // why it ended by itself; empty: it did not
-  std::set<std::string> subscribed;  // URIs that the host is subscribed to at the plugin, also while nothing is recorded
+  std::string reason;  // why it ended by itself; empty: it did not
+  std::set<std::string>
+      subscribed;  // URIs that the host is subscribed to at the plugin, also while nothing is recorded
 };
 
 // Where something began that is to be recorded.

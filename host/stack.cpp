@@ -149,7 +149,8 @@ std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_
       fault.drop_callback = 1;
     } else if (words[i] == "--repeat-callback") {
       const auto times = parse_number_within(value, 2, kMostRepeats);
-      if (!times) return "--repeat-callback wants how often a callback arrives, from 2 to " + std::to_string(kMostRepeats);
+      if (!times)
+        return "--repeat-callback wants how often a callback arrives, from 2 to " + std::to_string(kMostRepeats);
       fault.repeat_callback = *times;
       ++i;
     } else {
@@ -186,7 +187,8 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
   if (!clears)
     if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return stack_error(std::move(wrong));
   const json::array contract = contract_list(stack);
-  const auto row = std::ranges::find_if(contract, [&](const json::value& each) { return each.at("name").as_string() == function; });
+  const auto row =
+      std::ranges::find_if(contract, [&](const json::value& each) { return each.at("name").as_string() == function; });
   if (row == contract.end()) return unknown_function(contract, function);
   if ((fault.drop_callback != 0 || fault.repeat_callback != 0) && row->at("callback").is_null())
     return stack_error(function + " registers no callback; \"faults functions\" shows those that do");
@@ -210,8 +212,8 @@ std::string list_functions(const Stack& stack, std::span<const std::string> word
     const std::string_view name = function.at("name").as_string();
     if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(name, word); }))
       continue;
-    functions.push_back(json::object{
-        {"name", name}, {"params", function.at("params")}, {"callback", function.at("callback")}});
+    functions.push_back(
+        json::object{{"name", name}, {"params", function.at("params")}, {"callback", function.at("callback")}});
   }
   if (functions.empty()) return unknown_function(contract, words[0]);
   return json::serialize(json::object{{"functions", std::move(functions)}});
@@ -336,8 +338,7 @@ std::int32_t stack_start_up(const Stack& stack, const char* name, std::int32_t (
   dtv_tap_stamp_t begun{};
   stack.stamp(&begun);
   const std::int32_t ret = function();
-  const json::object line{
-      {"seq", begun.seq}, {"t", begun.t}, {"thread", begun.thread}, {"start", name}, {"ret", ret}};
+  const json::object line{{"seq", begun.seq}, {"t", begun.t}, {"thread", begun.thread}, {"start", name}, {"ret", ret}};
   on_start_line(stack.start.get(), json::serialize(line).c_str());
   return ret;
 }

@@ -20,7 +20,7 @@ struct StackOptions {
   std::string home_network;  // network interfaces, as dtv_tv_home_interfaces takes them; empty: loopback only
   bool replays = false;      // no platform is loaded: the tap answers, first from start_answers
   std::string start_answers = {};  // JSON lines for dtv_tap_replay: the platform calls of the plugin's start
-  bool keeps_start = false;  // keeps what a record of the host begins with; needs the tap
+  bool keeps_start = false;        // keeps what a record of the host begins with; needs the tap
 };
 
 // What the plugin's start-up functions and the platform did, as lines of a record (see "record/record.h").
@@ -91,8 +91,7 @@ void stack_started(const Stack& stack);
 // The tap's functions of these names, with texts that need not be freed.
 bool stack_replay(const Stack& stack, const std::string& answers, std::string& ret_error);
 std::string stack_replay_report(const Stack& stack);
-bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments,
-                 std::string& ret_error);
+bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments, std::string& ret_error);
 
 // Stops the platform's threads.
 void stack_stop(Stack& stack);

@@ -1,5 +1,5 @@
-// Passes the tap's lines to the request that caused them, to clients that trace all calls, and to the recorder. The tap takes one
-// watcher and is slower while it has one, so the tracer watches only while lines are wanted.
+// Passes the tap's lines to the request that caused them, to clients that trace all calls, and to the recorder. The tap
+// takes one watcher and is slower while it has one, so the tracer watches only while lines are wanted.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +14,9 @@ struct Replayer;
 
 struct Tracer {
   const Stack* stack;
-  Recorder* recorder = nullptr;      // gets every line while it is on; null: nothing can be recorded
-  Replayer* replayer = nullptr;      // answers in place of a platform; null: there is one
-  void (*wake)(void* context);  // called when the first line is waiting
+  Recorder* recorder = nullptr;  // gets every line while it is on; null: nothing can be recorded
+  Replayer* replayer = nullptr;  // answers in place of a platform; null: there is one
+  void (*wake)(void* context);   // called when the first line is waiting
   void* context;
 
   std::mutex watch_mutex;  // guards wanted; held while the tap's watcher is changed, never by the watcher

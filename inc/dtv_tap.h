@@ -50,10 +50,10 @@ DTV_TAP_EXPORT void dtv_tap_stamp(dtv_tap_stamp_t* ret_stamp);
 
 /* A fault set on one contract function. */
 typedef struct {
-  int32_t delay_ms;      /* milliseconds to wait before the call continues */
-  int32_t fails;         /* 1: the platform is not called, outputs are cleared, result is returned */
-  int32_t result;        /* what a failing call returns */
-  int32_t drop_callback; /* 1: callbacks registered through this function do not reach the plugin */
+  int32_t delay_ms;        /* milliseconds to wait before the call continues */
+  int32_t fails;           /* 1: the platform is not called, outputs are cleared, result is returned */
+  int32_t result;          /* what a failing call returns */
+  int32_t drop_callback;   /* 1: callbacks registered through this function do not reach the plugin */
   int32_t repeat_callback; /* how often each of these callbacks reaches the plugin; 0 is once */
 } dtv_tap_fault_t;
 

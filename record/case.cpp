@@ -186,7 +186,8 @@ bool record_case(const Record& record, std::string_view contract_text, std::stri
     ret_left_out.push_back(std::to_string(language) +
                            " requests for language strings, since a case has no language library");
   ret_case = "{\"cases\":[\n {\"name\":" + json::serialize(json::string(name)) +
-             ",\n  \"device\":" + (record.device ? "true" : "false") + ",\n  \"calls\":" + lines_of("   ", start_calls) +
-             ",\n  \"platform\":" + lines_of("   ", answers) + ",\n  \"steps\":" + lines_of("   ", steps) + "}]}\n";
+             ",\n  \"device\":" + (record.device ? "true" : "false") +
+             ",\n  \"calls\":" + lines_of("   ", start_calls) + ",\n  \"platform\":" + lines_of("   ", answers) +
+             ",\n  \"steps\":" + lines_of("   ", steps) + "}]}\n";
   return true;
 }

@@ -11,9 +11,12 @@ namespace {
 constexpr struct {
   std::string_view key;
   StepKind kind;
-} kStepKeys[] = {{"start", StepKind::kStart},         {"get", StepKind::kGet},
-                 {"set", StepKind::kSet},             {"subscribe", StepKind::kSubscribe},
-                 {"unsubscribe", StepKind::kUnsubscribe}, {"fetch", StepKind::kFetch},
+} kStepKeys[] = {{"start", StepKind::kStart},
+                 {"get", StepKind::kGet},
+                 {"set", StepKind::kSet},
+                 {"subscribe", StepKind::kSubscribe},
+                 {"unsubscribe", StepKind::kUnsubscribe},
+                 {"fetch", StepKind::kFetch},
                  {"event", StepKind::kRaise}};
 
 // A line that counts, with what is needed to find the step that it belongs to.
@@ -181,8 +184,7 @@ bool record_read(std::string_view text, Record& ret_record, std::string& ret_err
         continue;
       }
       RecordStep& step = record.steps[around->step];
-      step.calls.push_back(
-          {.line = item.line, .own = number_of(*step.line, "thread") == item.thread, .events = {}});
+      step.calls.push_back({.line = item.line, .own = number_of(*step.line, "thread") == item.thread, .events = {}});
       record.counts.calls += step.kind == StepKind::kStart ? 0 : 1;
     } else if (item.kind == StepKind::kRaise) {
       add_event(sorting, item);

@@ -32,9 +32,9 @@ struct RecordCall {
 // One thing that a replay does: a call of the plugin, or a callback outside of any request.
 struct RecordStep {
   StepKind kind = StepKind::kStart;
-  std::string name;                            // the start-up function, the URI, or the function of the callback
-  const boost::json::object* line = nullptr;   // with the outcome
-  std::vector<RecordCall> calls;               // in the order in which they began
+  std::string name;                           // the start-up function, the URI, or the function of the callback
+  const boost::json::object* line = nullptr;  // with the outcome
+  std::vector<RecordCall> calls;              // in the order in which they began
 };
 
 struct RecordCounts {
@@ -48,9 +48,10 @@ struct RecordCounts {
 struct Record {
   std::vector<boost::json::object> lines;  // not changed once read: steps point into it
   std::vector<RecordStep> steps;
-  RecordCounts counts;         // of the steps after the start
-  bool device = false;         // there was a command device
-  std::size_t left_over = 0;   // calls that belong to no step: of requests that began before the record or ended after it
+  RecordCounts counts;  // of the steps after the start
+  bool device = false;  // there was a command device
+  std::size_t left_over =
+      0;  // calls that belong to no step: of requests that began before the record or ended after it
 };
 
 // Adds what a line is to the counts.
@@ -73,14 +74,14 @@ std::string record_arguments(const boost::json::object& event);
 // What a replayed step gave.
 struct RecordOutcome {
   std::int32_t ret = 0;
-  std::string text;                       // of a get or a fetch
+  std::string text;                        // of a get or a fetch
   std::vector<boost::json::object> calls;  // the tap's lines of the calls on the step's thread
 };
 
 // How a step differs from the record, one text each: "ret: was 0, is -1".
 std::vector<std::string> record_compare(const RecordStep& step, const RecordOutcome& outcome);
 
-// A conformance case with this name. contract: the list of dtv_tap_list. ret_left_out: what could not be taken over, one
-// sentence each.
+// A conformance case with this name. contract: the list of dtv_tap_list. ret_left_out: what could not be taken over,
+// one sentence each.
 bool record_case(const Record& record, std::string_view contract, std::string_view name, std::string& ret_case,
                  std::vector<std::string>& ret_left_out, std::string& ret_error);

@@ -9,7 +9,7 @@ export const label = words({
   IDS_CAPTURE_DIFFERENCES: "Differences from the record",
   IDS_CAPTURE_DOWNLOAD: "Download record",
   IDS_CAPTURE_HINT:
-    "A record has the requests and notifications of all clients and the platform calls behind them; \"dtvctl replay\" repeats it.",
+    "A record has the requests and notifications of all clients and the platform calls behind them; “dtvctl replay” repeats it.",
   IDS_CAPTURE_REPLAYS: "A record answers in place of a television",
   IDS_CAPTURE_RUNS: "Recording",
   IDS_CAPTURE_START: "Start recording",
