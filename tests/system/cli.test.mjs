@@ -255,7 +255,9 @@ test('functions lists the TV API, without a set', async () => {
   assert.deepEqual([setVolume.name, setVolume.params], ['a_vextvapi_volctrl_setVolume', ['volume']]);
   const names = (await functions()).map((row) => row.name);
   assert.ok(names.includes('a_vextvapi_volctrl_reg_callback'));
-  assert.match(await done(ctl(['functions', 'setVolume'])), /^FUNCTION +PARAMETERS\na_vextvapi_volctrl_setVolume +volume\n$/);
+  assert.match(await done(ctl(['functions', 'setVolume'])), /^FUNCTION +PARAMETERS +CALLBACK\na_vextvapi_volctrl_setVolume +volume +\n$/);
+  const registered = await done(ctl(['functions', 'volctrl_reg']));
+  assert.match(registered, /^a_vextvapi_volctrl_reg_callback +callback, tag +callback_type, pv_tag, pv_arg1, pv_arg2, pv_arg3, pv_arg4$/m);
   const none = await ctl(['functions', 'nothing']);
   assert.deepEqual([none.code, none.stdout], [0, '']);
   assert.match(none.stderr, /no function with "nothing"/);
@@ -343,7 +345,7 @@ test('bash completes commands, options, URIs and the virtual television', async 
     assert.equal(stderr, '');
     return stdout.split('\n').filter(Boolean).sort();
   };
-  assert.deepEqual(await complete(''), ['functions', 'get', 'list', 'set', 'trace', 'tv', 'watch']);
+  assert.deepEqual(await complete(''), ['case', 'functions', 'get', 'list', 'record', 'replay', 'set', 'trace', 'tv', 'watch']);
   assert.deepEqual(await complete('t'), ['trace', 'tv']);
   assert.deepEqual(await complete('--j'), ['--json']);
   assert.deepEqual(await complete('list', '--can', ''), ['get', 'notify', 'set']);
