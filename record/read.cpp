@@ -1,6 +1,7 @@
 // Reads a record and sorts its lines into steps.
 #include <algorithm>
 #include <map>
+#include <span>
 
 #include "record/record.h"
 
@@ -120,6 +121,7 @@ struct Sorting {
   std::vector<RecordStep>& steps;
   std::map<std::int64_t, std::vector<Span>> open;  // by thread, the innermost last
   std::optional<Span> request;                     // the latest that may have events
+  std::uint64_t last_fetch = 0;                    // the "seq" of the last fetch or subscription during it; 0: none
 };
 
 // The innermost span of a thread that had not ended when the line was written.
@@ -129,27 +131,47 @@ std::optional<Span> span_around(Sorting& sorting, const Item& item) {
   return open.empty() ? std::nullopt : std::optional(open.back());
 }
 
-// An event during a request is raised during its replay, after the call that came before it. If none came before it, it
-// is raised before the request.
-void add_event(Sorting& sorting, const Item& item) {
-  std::optional<Span> around = span_around(sorting, item);
-  const bool nested = around.has_value();
-  if (!nested && sorting.request && sorting.request->index > item.index) around = sorting.request;
-  if (around && !sorting.steps[around->step].calls.empty()) {
-    sorting.steps[around->step].calls.back().events.push_back(item.line);
-    sorting.open[item.thread].push_back({item.index, around->step});
-    return;
-  }
+// Adds a step before the request that runs, or as the last one. Returns its place.
+std::size_t add_step(Sorting& sorting, const Item& item, bool before_request) {
   std::size_t place = sorting.steps.size();
-  if (around && !nested) {
-    place = around->step;
+  if (before_request) {
+    place = sorting.request->step;
     for (auto& [thread, spans] : sorting.open)
       for (Span& span : spans) span.step += span.step >= place ? 1 : 0;
     ++sorting.request->step;
   }
   sorting.steps.insert(sorting.steps.begin() + static_cast<std::ptrdiff_t>(place),
-                       {.kind = StepKind::kRaise, .name = item.name, .line = item.line, .calls = {}});
+                       {.kind = item.kind, .name = item.name, .line = item.line, .calls = {}});
   sorting.open[item.thread].push_back({item.index, place});
+  return place;
+}
+
+// A replay does one thing at a time. An event during a request is raised during its replay, after the call that came
+// before it, since the request may wait for it. If no call came before it, it is raised before the request, as is an
+// event that a fetch or a subscription followed during the request: else the fetch would find the later events, too.
+void add_event(Sorting& sorting, const Item& item) {
+  std::optional<Span> around = span_around(sorting, item);
+  const bool nested = around.has_value();
+  const bool during_request = !nested && sorting.request && sorting.request->index > item.index;
+  if (during_request && item.seq > sorting.last_fetch) around = sorting.request;
+  if (around && !sorting.steps[around->step].calls.empty()) {
+    sorting.steps[around->step].calls.back().events.push_back(item.line);
+    sorting.open[item.thread].push_back({item.index, around->step});
+    return;
+  }
+  add_step(sorting, item, during_request);
+}
+
+// The "seq" of the last fetch or subscription during the request at this place among the items; 0: there was none.
+std::uint64_t last_fetch_during(std::span<const Item> items, std::size_t place) {
+  std::uint64_t last = 0;
+  const std::size_t index = items[place].index;
+  // The plugin serves one request at a time, so the next one begins after the end of this one.
+  for (std::size_t i = place + 1; i < items.size(); ++i) {
+    if (!items[i].is_call && holds_events(items[i].kind)) break;
+    if (!items[i].is_call && items[i].kind != StepKind::kRaise && items[i].index < index) last = items[i].seq;
+  }
+  return last;
 }
 
 }  // namespace
@@ -175,7 +197,7 @@ bool record_read(std::string_view text, Record& ret_record, std::string& ret_err
   if (!read_lines(text, record, items, ret_error)) return false;
   const json::value* const device = record.lines.front().if_contains("device");
   record.device = device != nullptr && device->is_bool() && device->get_bool();
-  Sorting sorting{.steps = record.steps, .open = {}, .request = {}};
+  Sorting sorting{.steps = record.steps, .open = {}, .request = {}, .last_fetch = 0};
   for (const Item& item : items) {
     if (item.is_call) {
       const std::optional<Span> around = span_around(sorting, item);
@@ -190,10 +212,13 @@ bool record_read(std::string_view text, Record& ret_record, std::string& ret_err
       add_event(sorting, item);
       ++record.counts.events;
     } else {
-      const Span span{item.index, record.steps.size()};
-      record.steps.push_back({.kind = item.kind, .name = item.name, .line = item.line, .calls = {}});
-      sorting.open[item.thread].push_back(span);
-      if (holds_events(item.kind)) sorting.request = span;
+      const bool holds = holds_events(item.kind);
+      const bool during_request = !holds && sorting.request && sorting.request->index > item.index;
+      const std::size_t place = add_step(sorting, item, during_request);
+      if (holds) {
+        sorting.request = {item.index, place};
+        sorting.last_fetch = last_fetch_during(items, static_cast<std::size_t>(&item - items.data()));
+      }
       record.counts.requests += item.kind == StepKind::kGet || item.kind == StepKind::kSet ? 1 : 0;
       record.counts.notifications += item.kind == StepKind::kFetch ? 1 : 0;
       record.counts.subscriptions += item.kind == StepKind::kSubscribe ? 1 : 0;

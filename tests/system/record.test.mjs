@@ -114,6 +114,56 @@ test('a replay gives what was recorded, and names each thing that differs', asyn
   await changed(isCall('a_vextvapi_pus_init'), (line, lines) => lines.splice(lines.indexOf(line), 0, { ...line, call: 'a_vextvapi_volctrl_getVolume' }), /start a_dtv_jsp_init\n  call \d+: was a_vextvapi_volctrl_getVolume/);
 });
 
+// Slow calls overlap with callbacks, fetches and subscriptions of other clients; a replay does one thing after the other.
+test('a burst of requests and changes of several clients, also with slow calls, replays and passes as a case', async (t) => {
+  const place = folder(t);
+  const host = await startHost(t);
+  const client = await connect(t, host);
+  const other = await connect(t, host);
+  for (const delay of [0, 0, 15, 15]) {
+    await client.call('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolume', '--delay', String(delay)] });
+    await capture(client, 'start');
+    await client.call('subscribe', { uri: volumeEvents });
+    const replies = [];
+    for (let k = 0; k < 20; ++k) {
+      replies.push(other.call('tv', { words: ['volume', String((delay + 7 * k) % 90)] }));
+      replies.push(client.call('set', { uri: volume, parameter: modify(3 * k) }));
+      replies.push(client.call('get', { uri: volume }));
+      if (k % 5 === 0) replies.push(client.call('unsubscribe', { uri: volumeEvents }), client.call('subscribe', { uri: volumeEvents }));
+    }
+    await Promise.all(replies);
+    await capture(client, 'stop');
+    await client.call('unsubscribe', { uri: volumeEvents });
+    const { text } = await request(host, 'GET', '/record.jsonl', authorized(host));
+    const [record, made] = [join(place, 'r.jsonl'), join(place, 'case.json')];
+    writeFileSync(record, text);
+    const replayed = await ctl(['replay', record]);
+    assert.equal(replayed.code, 0, replayed.stdout);
+    assert.equal((await ctl(['case', record, made])).code, 0);
+    const passed = await run(conformance, [made]);
+    assert.equal(passed.code, 0, passed.stdout);
+  }
+});
+
+test('a record of a get of every URI replays, and passes as a case', async (t) => {
+  const place = folder(t);
+  const host = await startHost(t, ['--record']);
+  const client = await connect(t, host);
+  const { uris } = await client.call('list', {});
+  assert.ok(uris.length > 400);
+  // Devices of HDMI-CEC and the network report what they like meanwhile.
+  for (const { uri, get } of uris) if (get) await client.call('get', { uri });
+  await capture(client, 'stop');
+  const { text } = await request(host, 'GET', '/record.jsonl', authorized(host));
+  const [record, made] = [join(place, 'r.jsonl'), join(place, 'case.json')];
+  writeFileSync(record, text);
+  const replayed = await ctl(['replay', record]);
+  assert.equal(replayed.code, 0, replayed.stdout);
+  assert.equal((await ctl(['case', record, made])).code, 0);
+  const passed = await run(conformance, [made]);
+  assert.equal(passed.code, 0, passed.stdout);
+});
+
 test('what is not a record is refused with its line', async (t) => {
   const file = join(folder(t), 'r.jsonl');
   for (const [text, reason] of [

@@ -161,6 +161,24 @@ TEST(Record, ACallbackBeforeARequestsFirstCallIsRaisedBeforeTheRequest) {
   EXPECT_EQ(record.steps[1].calls.size(), 1U);
 }
 
+TEST(Record, WhatWasFetchedDuringARequestIsFetchedBeforeItWithTheCallbacksThatCameBefore) {
+  const Record record = read_whole(lines_of({
+      R"({"seq":2,"thread":1,"call":"f","in":{}})",
+      R"({"seq":3,"thread":2,"event":"first","in":{}})",
+      R"({"seq":4,"thread":3,"fetch":"/tv/ws/notify/a","ret":0,"notification":"1"})",
+      R"({"seq":5,"thread":2,"event":"second","in":{}})",
+      R"({"seq":6,"thread":1,"call":"g","in":{}})",
+      R"({"seq":1,"thread":1,"get":"/tv/x","ret":0})",
+      R"({"seq":7,"thread":3,"fetch":"/tv/ws/notify/a","ret":0,"notification":"2"})",
+  }));
+  std::vector<std::string> names;
+  for (const RecordStep& step : record.steps) names.push_back(record_step_name(step));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"event first", "fetch /tv/ws/notify/a", "get /tv/x", "fetch /tv/ws/notify/a"}));
+  ASSERT_EQ(record.steps[2].calls.size(), 2U);
+  EXPECT_EQ(record.steps[2].calls[0].events.size(), 1U) << "the second one";
+}
+
 TEST(Record, ACallbackThatOutlastsItsRequestIsAStepOfItsOwnWithItsCalls) {
   const Record record = read_whole(lines_of({
       R"({"seq":2,"thread":1,"call":"f","in":{}})",
