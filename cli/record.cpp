@@ -6,7 +6,6 @@
 #include <boost/json.hpp>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <system_error>
 
 #include "dtvctl.h"
@@ -15,7 +14,7 @@ namespace json = boost::json;
 
 namespace {
 
-// How often the host is asked whether the record still runs.
+// The time between two questions to the host whether it still records.
 constexpr std::chrono::milliseconds kAskAgain{500};
 
 bool capture(Session& session, const char* action, json::object& ret_status, Failure& ret_failure) {
@@ -53,14 +52,40 @@ bool wait_for_end(const Options& options, Session& session, const sigset_t& sign
   return true;
 }
 
+// The token that a host at this address may get from a program on this machine.
+Token token_for(const Options& options) {
+  std::string address;
+  int port = 0;
+  Failure ignored;
+  const bool known = split_host(options.host, address, port, ignored);
+  return token_find(options, known && (address == "localhost" || address == "::1" || address.starts_with("127.")));
+}
+
+// This process's environment with the host and its token. Another thread may read the environment, so it is not
+// changed.
+std::vector<std::string> program_environment(const Options& options) {
+  std::vector<std::string> variables{"DTV_HOST=" + options.host};
+  if (const Token token = token_for(options); !token.hex.empty()) variables.push_back("DTV_TOKEN=" + token.hex);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    if (!text.starts_with("DTV_HOST=") && !text.starts_with("DTV_TOKEN=")) variables.emplace_back(text);
+  }
+  return variables;
+}
+
+std::vector<char*> pointers_to(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 // Runs a program with the host and its token in the environment. Returns its exit code, or 127 with a failure.
 int run_program(const Options& options, ShellWords command, Failure& ret_failure) {
-  setenv("DTV_HOST", options.host.c_str(), 1);
-  if (const Token token = token_find(options, true); !token.hex.empty()) setenv("DTV_TOKEN", token.hex.c_str(), 1);
   std::vector<std::string> texts(command.begin(), command.end());
-  std::vector<char*> words;
-  for (std::string& text : texts) words.push_back(text.data());
-  words.push_back(nullptr);
+  const std::vector<char*> words = pointers_to(texts);
+  std::vector<std::string> environment = program_environment(options);
+  const std::vector<char*> variables = pointers_to(environment);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   sigset_t none;
@@ -68,7 +93,7 @@ int run_program(const Options& options, ShellWords command, Failure& ret_failure
   posix_spawnattr_setsigmask(&attributes, &none);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
   pid_t child = 0;
-  const int failure = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), environ);
+  const int failure = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), variables.data());
   posix_spawnattr_destroy(&attributes);
   if (failure != 0) {
     ret_failure = {127, "cannot run " + texts[0] + ": " + std::generic_category().message(failure)};

@@ -127,7 +127,7 @@ TEST(Recorder, ATextThatIsNotUtf8IsItsLength) {
   EXPECT_EQ(record_compare(record.steps.back(), {.ret = 0, .text = "x", .calls = {}}).front(), "bytes: was 2, is 1");
 }
 
-// "{" stands for the line's members in common.
+// A record of these lines.
 std::string lines_of(std::initializer_list<const char*> lines) {
   std::string text = "{\"record\":1}\n";
   for (const char* line : lines) text.append(line).push_back('\n');
