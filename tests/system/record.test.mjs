@@ -262,6 +262,10 @@ test('dtv-host --replay answers as recorded, raises the callbacks, and says what
   assert.match(text, /usb_mount_point_list: came before 2 other recorded requests/);
   assert.match(text, /get \/tv\/cast\/volume\/volume: came once more than recorded/);
   assert.match(text, /gui_language: is not in the record/);
+  // Only so many differences are kept.
+  await Promise.all(Array.from({ length: 120 }, () => client.call('get', { uri: mute })));
+  const late = (await capture(client, 'status')).replay;
+  assert.deepEqual([late.different, late.differences.length], [replay.different + 120, 100]);
   const { output } = await host.stop();
   assert.match(output, /dtv-host: replay: .*is not in the record/);
 });

@@ -75,6 +75,35 @@ TEST(Recorder, EndsAtItsLimitAndKeepsWholeLines) {
   EXPECT_EQ(read_whole(text).counts.requests, bench.recorder.counts.requests);
 }
 
+TEST(Recorder, MakesNoCaseOfALongRecord) {
+  Bench bench;
+  std::string error;
+  ASSERT_TRUE(recorder_start(bench.recorder, error));
+  const std::string response(kMib, 'r');
+  for (std::size_t bytes = 0; bytes < kLimitCaseBytes; bytes += response.size()) bench.get(response.c_str());
+  EXPECT_TRUE(bench.recorder.on.load());
+  const std::string answer = recorder_case(bench.recorder);
+  EXPECT_TRUE(answer.starts_with("{\"error\":\"the record has ")) << answer.substr(0, 200);
+  EXPECT_NE(answer.find("more than the 8 MiB"), std::string::npos);
+}
+
+TEST(Recorder, DoesNotBeginWithAStartThatIsNotWhole) {
+  Bench bench;
+  bench.stack.start->full = true;
+  std::string error;
+  EXPECT_FALSE(recorder_start(bench.recorder, error));
+  EXPECT_EQ(error, "the plugin's start made more platform calls than are kept");
+  EXPECT_FALSE(bench.recorder.on.load());
+}
+
+TEST(Recorder, SaysThatItsFolderTakesNoFile) {
+  Bench bench;
+  bench.recorder.folder = "/proc/no/such";
+  std::string error;
+  EXPECT_FALSE(recorder_start(bench.recorder, error));
+  EXPECT_TRUE(error.starts_with("cannot make a file in /proc/no/such: ")) << error;
+}
+
 TEST(Recorder, TakesNothingWhileItIsOff) {
   Bench bench;
   bench.get("{}");
