@@ -1,5 +1,7 @@
 import { execFile } from "node:child_process";
+import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
 import { readFile } from "node:fs/promises";
+import { tmpdir } from "node:os";
 import { join } from "node:path";
 import type { Page } from "@playwright/test";
 import { expect, muteButton, test, tooWide } from "./fixtures";
@@ -90,6 +92,30 @@ test("faults are found by name or argument, set, listed and removed", async ({ h
   await expect(page.getByText("No faults are set")).toBeVisible();
   await expect(badge(page)).toHaveCount(0);
   expect((await host.dtvctl("set", "/tv/cast/volume/volume", "40")).code).toBe(0);
+});
+
+test.describe("with a record in place of a television", () => {
+  const folder = mkdtempSync(join(tmpdir(), "dtv-page-record-"));
+  const file = join(folder, "record.jsonl");
+  const lines = [
+    { record: 1 },
+    { seq: 2, thread: 1, call: "a_vextvapi_volctrl_getVolume", in: {}, ret: 42 },
+    { seq: 1, thread: 1, get: "/tv/cast/volume/volume", ret: 0, response: "" },
+  ];
+  writeFileSync(file, lines.map((line) => JSON.stringify(line) + "\n").join(""));
+  test.afterAll(() => rmSync(folder, { recursive: true }));
+  test.use({ hostArgs: ["--replay", file] });
+
+  test("the page says so, and lists what the record does not have", async ({ open }) => {
+    const page = await open("/#capture");
+    await expect(badge(page)).toHaveText("Replay");
+    await expect(page.locator(".volume input").first()).toHaveValue("42");
+    const section = page.getByRole("region", { name: "A record answers in place of a television" });
+    await expect(section).toContainText(file);
+    await expect(section.locator("li").filter({ hasText: "is not in the record" }).first()).toBeVisible();
+    expect(await tooWide(page)).toEqual([]);
+    await page.screenshot({ path: test.info().outputPath("replay.png") });
+  });
 });
 
 for (const width of [320, 768, 1280]) {

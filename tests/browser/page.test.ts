@@ -1,4 +1,4 @@
-import { connection, expect, logRows, slider, test, tooWide } from "./fixtures";
+import { connection, expect, languageMenu, logRows, slider, test, tooWide } from "./fixtures";
 import { volumeNotifyUri, volumeUri } from "./host";
 
 test("the page comes with a policy that forbids other origins", async ({ host }) => {
@@ -116,7 +116,7 @@ for (const width of [360, 390]) {
       await expect(network.getByRole("alert")).toBeVisible();
       await fits("configuration");
       for (const [language, tag] of Object.entries({ deu: "de", fra: "fr", spa: "es", tur: "tr" })) {
-        await page.getByRole("combobox").selectOption(language);
+        await languageMenu(page).selectOption(language);
         await expect(page.locator("html")).toHaveAttribute("lang", tag);
         await fits(language);
       }

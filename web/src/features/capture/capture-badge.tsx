@@ -17,7 +17,7 @@ export function CaptureBadge() {
           <span class="capture-word">{label("IDS_CAPTURE_RUNS")}</span>
         </span>
       )}
-      {replays && <span>Replay</span>}
+      {replays && <span>{label("IDS_CAPTURE_REPLAY")}</span>}
       {count > 0 && (
         <span>
           <span class="capture-word">{label("IDS_FAULTS")} </span>

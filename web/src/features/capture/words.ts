@@ -10,6 +10,7 @@ export const label = words({
   IDS_CAPTURE_DOWNLOAD: "Download record",
   IDS_CAPTURE_HINT:
     "A record has the requests and notifications of all clients and the platform calls behind them; “dtvctl replay” repeats it.",
+  IDS_CAPTURE_REPLAY: "Replay",
   IDS_CAPTURE_REPLAYS: "A record answers in place of a television",
   IDS_CAPTURE_RUNS: "Recording",
   IDS_CAPTURE_START: "Start recording",

@@ -164,15 +164,15 @@ function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line"
         <span class="names">
           <span class="tail">
             <Marked text={row.tail} words={words} />
-          </span>
+          </span>{" "}
           <span class="type" title={row.type}>
             <Marked text={shortType(row.type)} words={words} />
           </span>
-        </span>
+        </span>{" "}
         <span class="abilities">
           {abilities.map((ability) => (
             <span key={ability} class={`ability ${ability}`}>
-              {ability}
+              {`${ability} `}
             </span>
           ))}
         </span>
