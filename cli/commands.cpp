@@ -69,7 +69,10 @@ int run_functions(const Options& options, Session&, ShellWords words, Failure& r
     for (const json::value& name : row.at("params").as_array()) {
       parameters += (parameters.empty() ? "" : ", ") + std::string(name.as_string());
     }
-    const Row shown{cell(row, "name"), parameters};
+    std::string callback;
+    if (const json::array* const names = row.at("callback").if_array(); names != nullptr)
+      for (const json::value& name : *names) callback += (callback.empty() ? "" : ", ") + std::string(name.as_string());
+    const Row shown{cell(row, "name"), parameters, callback};
     if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(shown[0], word); }))
       continue;
     any = true;
@@ -79,7 +82,7 @@ int run_functions(const Options& options, Session&, ShellWords words, Failure& r
       rows.push_back(shown);
     }
   }
-  if (!rows.empty()) print_table({"FUNCTION", "PARAMETERS"}, rows);
+  if (!rows.empty()) print_table({"FUNCTION", "PARAMETERS", "CALLBACK"}, rows);
   if (!any) say_none("function", words);
   return kExitOk;
 }
@@ -195,6 +198,20 @@ std::string check_tv(ShellWords words) {
 
 std::string check_nothing(ShellWords) { return ""; }
 
+std::string check_record(ShellWords words) {
+  const auto [files, command] = split_command(words);
+  if (files.size() != 1) return files.empty() ? "which file is to get the record?" : "one file; a command follows --";
+  return std::ranges::find(words, "--") != words.end() && command.empty() ? "which command, after --?" : "";
+}
+
+std::string check_replay(ShellWords words) {
+  return words.size() == 1 ? "" : "which file? \"dtvctl record FILE\" makes one";
+}
+
+std::string check_case(ShellWords words) {
+  return words.size() == 1 || words.size() == 2 ? "" : "which record? \"dtvctl record FILE\" makes one";
+}
+
 constexpr Command kCommands[] = {
     {.name = "get",
      .arguments = "URI... [PARAMETER-JSON | KEY=VALUE...]",
@@ -273,7 +290,8 @@ constexpr Command kCommands[] = {
      .summary = "Lists the functions of the TV API",
      .help =
          "Shows the functions whose name contains every TEXT. trace shows their calls, and tv fault makes them fail.\n"
-         "They are read from the installed tap, without a host. With --json prints one object per line, as the tap\n"
+         "CALLBACK has the arguments of the callback that a function registers. They are read from the installed tap, "
+         "without a host. With --json prints one object per line, as the tap\n"
          "describes it.\n"
          "\n"
          "  dtvctl functions volctrl\n",
@@ -294,6 +312,46 @@ constexpr Command kCommands[] = {
          "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
      .run = run_trace,
      .check = check_trace},
+    {.name = "record",
+     .arguments = "FILE [-- COMMAND ARGS...]",
+     .summary = "Records requests, platform calls and notifications of the host",
+     .help =
+         "Records everything that all clients of the host do, until Ctrl-C, --for, or while COMMAND runs, and saves\n"
+         "it in FILE as JSON lines. COMMAND is any program; it finds the host by DTV_HOST and DTV_TOKEN, and its exit\n"
+         "code is passed on. The record begins with what the plugin did at its start. \"dtv-host --record\" records\n"
+         "from the start on.\n"
+         "\n"
+         "  dtvctl record volume.jsonl\n"
+         "  dtvctl record volume.jsonl -- npm test\n"
+         "  dtvctl replay volume.jsonl\n"
+         "  dtvctl case volume.jsonl volume.json\n",
+     .run = run_record,
+     .check = check_record},
+    {.name = "replay",
+     .arguments = "FILE",
+     .summary = "Repeats a record, and reports what differs",
+     .help =
+         "Runs the plugin in this process, without a platform: its platform calls are answered from the record. The\n"
+         "recorded requests are made again in their order, the recorded callbacks are called, and results, responses,\n"
+         "notifications and platform calls are compared. Exit code 1 if something differs.\n"
+         "\n"
+         "  dtvctl replay volume.jsonl\n"
+         "  dtv-host --replay volume.jsonl         serves the record to an application\n",
+     .needs_set = false,
+     .run = run_replay,
+     .check = check_replay},
+    {.name = "case",
+     .arguments = "RECORD [OUT.json]",
+     .summary = "Makes a conformance case of a record",
+     .help =
+         "Writes the requests, platform calls and notifications of a record as a case for build/bin/conformance. The\n"
+         "case passes as it is, and fails when the plugin behaves differently. Without OUT.json it is printed.\n"
+         "\n"
+         "  dtvctl case volume.jsonl volume.json\n"
+         "  build/bin/conformance volume.json\n",
+     .needs_set = false,
+     .run = run_case,
+     .check = check_case},
     {.name = "tv",
      .arguments = "COMMAND...",
      .summary = "Acts on the virtual television as a viewer or its environment does",
@@ -320,6 +378,7 @@ constexpr Command kCommands[] = {
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --delay 500\n"
          "  dtvctl tv fault a_vextvapi_volctrl_setVolume --fail -1\n"
          "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --drop-callback\n"
+         "  dtvctl tv fault a_vextvapi_volctrl_reg_callback --repeat-callback 3\n"
          "  dtvctl tv faults\n"
          "  dtvctl tv fault --clear\n",
      .run = run_tv,

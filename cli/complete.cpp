@@ -177,7 +177,7 @@ Names television_words(Session& session, const Names& words) {
     return names_of(help.if_contains("commands"), "name");
   }
   if (words[0] == "fault") {
-    Names found = words.size() == 1 ? functions() : Names{"--delay", "--fail", "--drop-callback"};
+    Names found = words.size() == 1 ? functions() : Names{"--delay", "--fail", "--drop-callback", "--repeat-callback"};
     found.emplace_back("--clear");
     return found;
   }
@@ -241,6 +241,7 @@ Names next_of(const Line& line, const std::string& current) {
     Session session = session_of_help(line.options);
     return uris_of(description_of(session), line.command == "watch" ? "notify" : "");
   }
+  if (line.command == "record" || line.command == "replay" || line.command == "case") return {std::string(kFiles)};
   const bool sets = line.command == "set";
   if (!sets && line.command != "get") return {};
   Session session = session_of_help(line.options);

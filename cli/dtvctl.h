@@ -81,6 +81,23 @@ bool session_open_local(const Options& options, Session& ret_session, Failure& r
 // libraries do. These know "list", and of "tv" the help. Starts no set and makes no file.
 Session session_of_help(const Options& options);
 
+// "ADDR:PORT", "ADDR" or "[ADDR]:PORT" (IPv6). Returns false with a failure for any other text.
+bool split_host(const std::string& host, std::string& ret_address, int& ret_port, Failure& ret_failure);
+
+// ---- download.cpp ----
+
+// The file is overwritten.
+bool write_file(const std::string& file, std::string_view bytes, Failure& ret_failure);
+
+// Writes what the host serves at a path to the file, which is overwritten. The token is sent with the request.
+bool download(const Options& options, const std::string& path, const std::string& file, Failure& ret_failure);
+
+// ---- record.cpp, replay.cpp ----
+
+int run_record(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+int run_replay(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+int run_case(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
+
 // ---- token.cpp: the token shows a host that the request comes from the user who runs it ----
 
 struct Token {

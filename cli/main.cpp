@@ -63,7 +63,7 @@ constexpr OptionRow kOptions[] = {
        return true;
      }},
     {"--count", "N", "watch trace", "End after N lines", read_count},
-    {"--for", "SECONDS", "watch trace", "End after this time",
+    {"--for", "SECONDS", "watch trace record", "End after this time",
      [](const std::string& argument, Options& options) { return read_seconds(argument, options.seconds.emplace()); }},
     {"--no-reconnect", "", "watch trace", "End with exit code 3 when the host is gone",
      [](const std::string&, Options& options) {
@@ -244,7 +244,7 @@ Parsed parse(const std::vector<std::string>& arguments, Invocation& ret_invocati
       continue;
     }
     if (word == "--") behind_dashes = true;
-    const bool keeps_dashes = command->name == "watch" || command->name == "trace";
+    const bool keeps_dashes = command->name == "watch" || command->name == "trace" || command->name == "record";
     if (word != "--" || keeps_dashes) ret_invocation.words.push_back(word);
   }
   if (asks_help) return explain(ret_invocation);

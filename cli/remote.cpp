@@ -381,7 +381,7 @@ Waited wait(Connection& connection, std::optional<Clock::time_point> until, Mess
 }
 
 // "ADDR:PORT", "ADDR" or "[ADDR]:PORT" (IPv6).
-bool split_host(const std::string& host, std::string& ret_address, int& ret_port) {
+bool parse_host(const std::string& host, std::string& ret_address, int& ret_port) {
   const bool bracketed = host.starts_with('[');
   const std::size_t end = bracketed ? host.find(']') : host.find(':');
   if (bracketed && end == std::string::npos) return false;
@@ -428,16 +428,19 @@ Failure strict_failure(std::span<const std::string> warnings) {
   return {kExitRefused, text};
 }
 
+bool split_host(const std::string& host, std::string& ret_address, int& ret_port, Failure& ret_failure) {
+  if (parse_host(host, ret_address, ret_port)) return true;
+  ret_failure = {kExitUsage, "the host \"" + printable(host) +
+                                 "\" is not ADDR:PORT, for example 127.0.0.1:8080 or [::1]:8080; a port is a number "
+                                 "from 1 to 65535"};
+  return false;
+}
+
 bool session_open_remote(const Options& options, Session& ret_session, Failure& ret_failure) {
   // It is never destroyed: its destructor would wait for a name server that does not answer.
   static Connection& connection = *new Connection;
   connection.options = options;
-  if (!split_host(options.host, connection.address, connection.port)) {
-    ret_failure = {kExitUsage, "the host \"" + printable(options.host) +
-                                   "\" is not ADDR:PORT, for example 127.0.0.1:8080 or [::1]:8080; a port is a number "
-                                   "from 1 to 65535"};
-    return false;
-  }
+  if (!split_host(options.host, connection.address, connection.port, ret_failure)) return false;
   std::signal(SIGPIPE, SIG_IGN);
   if (!open(connection, in_seconds(options.timeout), ret_failure)) return false;
 

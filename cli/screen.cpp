@@ -2,10 +2,6 @@
 #include <absl/strings/escaping.h>
 
 #include <boost/json.hpp>
-#include <cerrno>
-#include <cstdio>
-#include <memory>
-#include <system_error>
 #include <thread>
 
 #include "dtvctl.h"
@@ -42,14 +38,6 @@ bool ask(Session& session, const std::string& file, json::object& ret_reply, Fai
   }
 }
 
-bool write(const std::string& file, const std::string& bytes, Failure& ret_failure) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(std::fopen(file.c_str(), "wb"), std::fclose);
-  const bool written = opened != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), opened.get()) == bytes.size() &&
-                       std::fflush(opened.get()) == 0;
-  if (!written) ret_failure = {kExitOutput, "cannot write " + file + ": " + std::generic_category().message(errno)};
-  return written;
-}
-
 }  // namespace
 
 int save_screen(const Options& options, Session& session, const std::string& file, Failure& ret_failure) {
@@ -68,7 +56,7 @@ int save_screen(const Options& options, Session& session, const std::string& fil
     ret_failure = {kExitProtocol, "the set's picture is not base64"};
     return ret_failure.exit_code;
   }
-  if (!write(file, bytes, ret_failure)) return ret_failure.exit_code;
+  if (!write_file(file, bytes, ret_failure)) return ret_failure.exit_code;
   reply["jpeg"] = bytes.size();
   if (options.json)
     print_line(json::serialize(reply));

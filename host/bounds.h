@@ -71,6 +71,11 @@ inline constexpr std::size_t kLimitClientNotices = 1024;
 inline constexpr std::size_t kLimitClientNoticeBytes = 512 * kKib;
 // One frame of the screen; see "screen.h".
 inline constexpr std::size_t kLimitScreenBytes = 2 * kMib;
+// One record, and the record of which the host makes a conformance case; see "recorder.h".
+inline constexpr std::size_t kLimitRecordBytes = 64 * kMib;
+inline constexpr std::size_t kLimitCaseBytes = 8 * kMib;
+// How long a fetch waits, while a record is made, for callbacks that are under way.
+inline constexpr std::chrono::milliseconds kLimitCallbackWait{5};
 // Frames that leave in one write.
 inline constexpr std::size_t kLimitChunkBytes = 64 * kKib;
 

@@ -5,21 +5,37 @@
 #include <string_view>
 #include <utility>
 
+#include "control.h"
 #include "dtv_js_plugin.h"
 #include "json_text.h"
 #include "log_capture.h"
 #include "reasons.h"
+#include "recorder.h"
+#include "replayer.h"
 
 namespace {
 
+// What the plugin gets as the parameter: a get may have none.
+const char* param_of(const Call& call) {
+  return call.kind == CallKind::kGet && call.text.empty() ? nullptr : call.text.c_str();
+}
+
 // The plugin writes no terminator, so it gets a cleared buffer, which is cleared again after each call.
-void run_get(const Stack& stack, const Call& call, Outcome& outcome) {
+void run_get(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
   static thread_local char buffer[DTV_JSP_RESPONSE_MAX + 1];
-  outcome.ret = stack.get(call.uri, call.text.empty() ? nullptr : call.text.c_str(), buffer);
+  const Begun begun = recorder_begin(recorder);
+  outcome.ret = stack.get(call.uri, param_of(call), buffer);
   const std::size_t length = strnlen(buffer, sizeof buffer);
   outcome.text.assign(buffer, length);
+  recorder_request(recorder, begun, true, call.uri, param_of(call), outcome.ret, outcome.text);
   memset(buffer, 0, length);
   outcome.broken = length > 0 && !json_is_whole(outcome.text);
+}
+
+void run_set(const Stack& stack, Recorder* recorder, const Call& call, Outcome& outcome) {
+  const Begun begun = recorder_begin(recorder);
+  outcome.ret = stack.set(call.uri, param_of(call));
+  recorder_request(recorder, begun, false, call.uri, param_of(call), outcome.ret, {});
 }
 
 // The parameter in the text for the plugin, {"PARAMETER":...}; empty without one.
@@ -77,20 +93,27 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   }
   if (stack.take_failure != nullptr) stack.take_failure(nullptr);  // forgets one of before
   log_capture(&ret_outcome.log);
-  if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
+  const bool replays = tracer.replayer != nullptr && call.kind != CallKind::kControl;
+  if (call.traced || replays) tracer_capture(tracer, &ret_outcome.lines);
+  Replayed replayed;
+  if (replays)
+    replayed = replayer_begin(tracer.replayer, call.kind == CallKind::kGet ? StepKind::kGet : StepKind::kSet, call.uri,
+                              param_of(call));
   switch (call.kind) {
     case CallKind::kGet:
-      run_get(stack, call, ret_outcome);
+      run_get(stack, tracer.recorder, call, ret_outcome);
       break;
     case CallKind::kSet:
-      ret_outcome.ret = stack.set(call.uri, call.text.c_str());
+      run_set(stack, tracer.recorder, call, ret_outcome);
       break;
     case CallKind::kControl:
-      ret_outcome.text = stack_control(stack, call.text);
+      ret_outcome.text = control_run(stack, tracer, call.text);
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }
-  if (call.traced) tracer_capture(tracer, nullptr);
+  if (replays) replayer_end(tracer.replayer, replayed, ret_outcome.ret, ret_outcome.text, ret_outcome.lines);
+  if (call.traced || replays) tracer_capture(tracer, nullptr);
+  if (!call.traced) ret_outcome.lines.clear();
   log_capture(nullptr);
   if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
   // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.

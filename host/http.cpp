@@ -23,8 +23,14 @@ std::string header_text(std::string text) {
 
 }  // namespace
 
+std::string_view http_needs_token(std::string_view path) {
+  if (path == kHttpScreenPath) return "the screen";
+  if (path == kHttpRecordPath || path == kHttpCasePath) return "a record";
+  return {};
+}
+
 bool http_is_page(std::string_view path, const Catalogue& catalogue) {
-  return path != "/jsonrpc" && path != kHttpScreenPath && !path.starts_with("/tv/") &&
+  return path != "/jsonrpc" && http_needs_token(path).empty() && !path.starts_with("/tv/") &&
          catalogue_find(catalogue, path) == nullptr;
 }
 
@@ -36,8 +42,14 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     ret_answer.allow = "POST";
     return HttpRoute::kAnswer;
   }
-  if (request.path == kHttpScreenPath) {
-    if (request.method == "GET" || request.method == "HEAD") return HttpRoute::kScreen;
+  if (!http_needs_token(request.path).empty()) {
+    const bool fetches = request.method == "GET" || request.method == "HEAD";
+    if (fetches && request.path == kHttpScreenPath) return HttpRoute::kScreen;
+    if (fetches && request.path == kHttpRecordPath) return HttpRoute::kRecord;
+    if (fetches) {
+      ret_call = {.kind = CallKind::kControl, .text = R"(["capture","case"])"};
+      return HttpRoute::kCall;
+    }
     ret_answer = not_allowed(request, "GET, HEAD");
     return HttpRoute::kAnswer;
   }
@@ -74,6 +86,9 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
 
 HttpAnswer http_outcome(const Call& call, const Outcome& outcome) {
   if (outcome.not_kept != 0) return http_error(500, rpc_not_kept_message(outcome));
+  // The only command by HTTP makes a conformance case; it refuses with {"error": ...}.
+  if (call.kind == CallKind::kControl)
+    return {.status = outcome.text.starts_with("{\"error\":") ? 404u : 200u, .body = outcome.text};
   if (outcome.broken) return http_error(502, rpc_broken_message(outcome));
   if (outcome.departs)
     return {.status = 400,

@@ -57,13 +57,20 @@ struct HttpAnswer {
 // The virtual television's picture; see screen.h.
 inline constexpr std::string_view kHttpScreenPath = "/screen.jpg";
 
-// Whether a path belongs to the page's files, not to a URI, to JSON-RPC or to the picture.
+// The latest record and a conformance case made of it; see recorder.h.
+inline constexpr std::string_view kHttpRecordPath = "/record.jsonl";
+inline constexpr std::string_view kHttpCasePath = "/record.case.json";
+
+// What a path that always requires the token serves, for a message; empty: it does not.
+std::string_view http_needs_token(std::string_view path);
+
+// Whether a path belongs to the page's files, not to a URI, to JSON-RPC, to the picture or to a record.
 bool http_is_page(std::string_view path, const Catalogue& catalogue);
 
-enum class HttpRoute { kAnswer, kCall, kRpc, kScreen };
+enum class HttpRoute { kAnswer, kCall, kRpc, kScreen, kRecord };
 
 // Decides how a request is served: answered at once, by a call whose outcome http_outcome turns into the answer, as
-// JSON-RPC in its body, or by screen_answer.
+// JSON-RPC in its body, by screen_answer, or by recorder_answer.
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
                      HttpAnswer& ret_answer, Call& ret_call);
 

@@ -13,6 +13,7 @@
 #include "log_relay.h"
 #include "options.h"
 #include "private_paths.h"
+#include "replayer.h"
 #include "server.h"
 #include "token.h"
 
@@ -76,11 +77,17 @@ int main(int argc, char** argv) {
   log_capture_start();
 
   Stack stack;
+  options.stack.keeps_start = !options.stack.tap.empty();
   std::string error;
   const auto fail = [&error] {
     fprintf(stderr, "dtv-host: %s\n", error.c_str());
     return kExitRefused;
   };
+  Replayer replayer;
+  const bool replays = !options.replay.empty();
+  if (replays && !replayer_read(options.replay, replayer, error)) return fail();
+  options.stack.replays = replays;
+  if (replays) options.stack.start_answers = replayer_start_answers(replayer);
   if (!stack_start(options.stack, stack, error)) return fail();
   // The virtual television creates the folder; another platform does not.
   const std::string& folder = options.stack.state_folder;
@@ -89,12 +96,20 @@ int main(int argc, char** argv) {
     return fail();
   }
   private_paths_connect(paths, stack.tv_command);
-  if (options.cec && stack.start_cec != nullptr && stack.start_cec() < 0)
+  if (replays) {
+    replayer_start(replayer, stack);
+    options.cec = options.broadcast = false;  // as the record says
+  }
+  if (options.cec && stack.start_cec != nullptr &&
+      stack_start_up(stack, "tvc_ctrl_cec_detect_init", stack.start_cec) < 0)
     fputs("dtv-host: HDMI-CEC does not start; going on without it\n", stderr);
-  if (options.broadcast && stack.start_broadcast != nullptr && stack.start_broadcast() < 0)
+  if (options.broadcast && stack.start_broadcast != nullptr &&
+      stack_start_up(stack, "tv_ctrl_broadcast_init", stack.start_broadcast) < 0)
     fputs("dtv-host: the platform does not report the results of channel changes; going on without them\n", stderr);
+  stack_started(stack);
+  options.server.record_folder = folder;
 
-  Server* server = server_start(options.server, stack, error);
+  Server* server = server_start(options.server, stack, replays ? &replayer : nullptr, error);
   if (server == nullptr) {
     stack_stop(stack);
     return fail();

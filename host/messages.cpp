@@ -267,4 +267,5 @@ void server_serve_inboxes(Server& server) {
   take_kept_reports(server);
   if (server.event.exchange(false)) subscriptions_fetch(server.subscriptions, on_notification, &server);
   if (server.tracing > 0) serve_traces(server);
+  if (server.record_ended.exchange(false)) tracer_record(server.tracer, false);
 }

@@ -74,6 +74,14 @@ constexpr OptionRow kOptions[] = {
     {"no-cec", nullptr, "do not start HDMI-CEC", [](Options& options) { options.cec = false; }},
     {"no-broadcast-init", nullptr, "do not subscribe to the results of channel changes",
      [](Options& options) { options.broadcast = false; }},
+    {"record", nullptr, "record from the start; see \"dtvctl record --help\"",
+     [](Options& options) { options.server.record = true; }},
+    {"replay", "FILE",
+     "serve a record of \"dtvctl record\" in place of a television: it answers the requests that it\nhas, in its order",
+     [](const char* argument, Options& options) {
+       options.replay = argument;
+       return std::string();
+     }},
     {"require-token", nullptr, "require the token for every request; control commands always need it",
      [](Options& options) { options.server.require_token = true; }},
     {"strict", nullptr, "refuse requests that the set would accept with warnings",

@@ -12,6 +12,7 @@ struct Options {
   bool private_paths = true;
   bool cec = true;
   bool broadcast = true;
+  std::string replay;  // a record's file, which answers in place of the platform; empty: there is a platform
   bool quiet = false;
 };
 

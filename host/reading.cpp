@@ -43,11 +43,12 @@ HttpAnswer refusal(const Server& server, const Client& client) {
   if (client.line->excess && !client.authorized)
     return http_error(503, "this server serves " + std::to_string(options.limits.connections) +
                                " connections at a time, and all are in use; see --max-connections");
-  const bool screen = request.path == kHttpScreenPath;
-  const bool wants_token = screen || (options.require_token && !page);
+  const std::string_view guarded = http_needs_token(request.path);
+  const bool wants_token = !guarded.empty() || (options.require_token && !page);
   if (wants_token && !client.authorized && !request.wants_websocket && request.method != "OPTIONS") {
-    HttpAnswer answer = http_error(401, screen ? "the screen requires this server's token, in Authorization: Bearer"
-                                               : "this server requires its token; see --require-token");
+    HttpAnswer answer = http_error(
+        401, guarded.empty() ? "this server requires its token; see --require-token"
+                             : std::string(guarded) + " requires this server's token, in Authorization: Bearer");
     answer.more = "www-authenticate: Bearer\r\n";
     return answer;
   }
@@ -105,6 +106,8 @@ void carry_out(Server& server, Client& client) {
       return server_handle_message(server, client, std::exchange(client.request.body, {}));
     case HttpRoute::kScreen:
       return server_answer(server, client, screen_answer(client.request, *server.stack));
+    case HttpRoute::kRecord:
+      return server_answer(server, client, recorder_answer(server.recorder));
   }
 }
 

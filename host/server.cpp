@@ -197,7 +197,7 @@ void server_sweep_at(Server& server, TimePoint due) {
   }));
 }
 
-Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error) {
+Server* server_start(const ServerOptions& options, const Stack& stack, Replayer* replayer, std::string& ret_error) {
   auto server = std::make_unique<Server>();
   server->options = options;
   server->stack = &stack;
@@ -210,6 +210,18 @@ Server* server_start(const ServerOptions& options, const Stack& stack, std::stri
   server->runner.context = server.get();
   server->runner.watchdog = options.watchdog;
   server->subscriptions.stack = &stack;
+  server->recorder.stack = &stack;
+  server->recorder.folder = options.record_folder;
+  server->recorder.ended = [](void* context) {
+    auto& recording = *static_cast<Server*>(context);
+    recording.record_ended.store(true);
+    server_wake(recording);
+  };
+  server->recorder.context = server.get();
+  server->tracer.recorder = &server->recorder;
+  server->tracer.replayer = replayer;
+  server->subscriptions.replayer = replayer;
+  server->subscriptions.recorder = &server->recorder;
 
   char* description = stack.describe();
   std::string text = description != nullptr ? description : "";
@@ -228,6 +240,10 @@ Server* server_start(const ServerOptions& options, const Stack& stack, std::stri
   await_connections(*server);
   if (stack.on_event != nullptr) stack.on_event(on_event, server.get());
   if (stack.on_kept != nullptr) stack.on_kept(on_kept, server.get());
+  if (options.record) {
+    tracer_record(server->tracer, true);
+    if (!recorder_start(server->recorder, ret_error)) return nullptr;
+  }
   return server.release();
 }
 

@@ -11,6 +11,8 @@
 struct ServerOptions {
   Policy policy;
   std::string web_folder;
+  std::string record_folder;   // where records are kept
+  bool record = false;         // a record begins with the server
   std::string token;           // required for control commands; empty: they are always refused
   bool require_token = false;  // all requests require it; only the page's files do not
   bool strict = false;         // refuse requests that the set would accept with warnings
@@ -21,7 +23,9 @@ struct ServerOptions {
 struct Server;
 
 // Starts to listen. Returns null with a message on failure. server_policy then has the actual port.
-Server* server_start(const ServerOptions& options, const Stack& stack, std::string& ret_error);
+// replayer: null where there is a platform.
+struct Replayer;
+Server* server_start(const ServerOptions& options, const Stack& stack, Replayer* replayer, std::string& ret_error);
 const Policy& server_policy(const Server& server);
 
 // Serves on this thread and further ones until server_stop, which any thread may call. WebSocket clients get a close

@@ -13,6 +13,8 @@
 #include "catalogue.h"
 #include "http.h"
 #include "outbox.h"
+#include "recorder.h"
+#include "replayer.h"
 #include "rpc.h"
 #include "runner.h"
 #include "server.h"
@@ -62,6 +64,7 @@ struct Server {
   const Stack* stack;
   Catalogue catalogue;
   Tracer tracer;
+  Recorder recorder;
   Runner runner;
   std::unique_ptr<Network, void (*)(Network*)> network{nullptr, nullptr};
 
@@ -84,6 +87,7 @@ struct Server {
   std::atomic<bool> event{false};  // a platform callback has returned: listener buffers may have texts
   std::mutex kept_mutex;           // guards kept_reports
   std::vector<KeptReport> kept_reports;
+  std::atomic<bool> record_ended{false};  // by itself: the tap's lines are no longer wanted
   std::atomic<bool> stopping{false};
   std::vector<std::thread> threads;  // the standby threads and the watching thread
 };

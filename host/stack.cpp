@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cerrno>
 #include <filesystem>
@@ -100,19 +101,34 @@ bool start_platform(void* library, const StackOptions& options, Stack& stack, st
   return true;
 }
 
-std::string error_object(std::string text) { return json::serialize(json::object{{"error", std::move(text)}}); }
-
-std::vector<std::string> contract_functions(const Stack& stack) {
-  std::vector<std::string> names;
-  const json::value contract = json::parse(take_text(stack.contract()));
-  for (const json::value& function : contract.as_array()) names.emplace_back(function.at("name").as_string());
-  return names;
+void on_start_line(void* context, const char* line) {
+  auto& start = *static_cast<StartLines*>(context);
+  const std::lock_guard guard(start.lock);
+  const std::string_view text = line;
+  start.full = start.full || start.text.size() + text.size() >= kStartBytes;
+  if (!start.full) start.text.append(text).push_back('\n');
 }
 
-std::string no_tap() { return error_object("faults need the tap, and this process runs without it"); }
+json::array contract_list(const Stack& stack) { return json::parse(take_text(stack.contract())).as_array(); }
+
+std::string no_tap() { return stack_error("faults need the tap, and this process runs without it"); }
 
 constexpr const char* kFaultUsage =
-    "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] | fault FUNCTION --clear | fault --clear";
+    "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES] | "
+    "fault FUNCTION --clear | fault --clear";
+
+constexpr struct {
+  const char* name;
+  const char* arguments;
+  const char* help;
+} kFaultHelp[] = {{"fault", "FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES]",
+                   "Makes a function of the TV API misbehave"},
+                  {"fault", "[FUNCTION] --clear", "Lets one function, or all, behave again"},
+                  {"faults", "", "Lists the faults that are set"},
+                  {"faults", "functions [TEXT...]", "Lists the functions that faults can be set on"}};
+
+// A callback that is repeated without end would keep the platform's thread for ever.
+constexpr std::int32_t kMostRepeats = 1000;
 
 // Reads the words after "fault FUNCTION". Returns what is wrong with them, or an empty text.
 std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_fault) {
@@ -131,13 +147,30 @@ std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_
       if (result) ++i;
     } else if (words[i] == "--drop-callback") {
       fault.drop_callback = 1;
+    } else if (words[i] == "--repeat-callback") {
+      const auto times = parse_number_within(value, 2, kMostRepeats);
+      if (!times)
+        return "--repeat-callback wants how often a callback arrives, from 2 to " + std::to_string(kMostRepeats);
+      fault.repeat_callback = *times;
+      ++i;
     } else {
       return "\"" + words[i] + "\" is not a fault; " + kFaultUsage;
     }
   }
   if (words.empty()) return std::string("no fault given; ") + kFaultUsage;
+  if (fault.drop_callback != 0 && fault.repeat_callback != 0) return "a callback that is dropped cannot be repeated";
   ret_fault = fault;
   return {};
+}
+
+std::string unknown_function(const json::array& contract, const std::string& name) {
+  std::vector<std::string> functions;
+  for (const json::value& function : contract) functions.emplace_back(function.at("name").as_string());
+  std::string text = "the TV API has no function \"" + name + "\"";
+  const std::vector<std::string> names = nearest(name, functions, 3);
+  if (!names.empty()) text += "; nearest:";
+  for (const std::string& near : names) text += " " + near;
+  return stack_error(text);
 }
 
 std::string control_fault(const Stack& stack, std::span<const std::string> words) {
@@ -146,46 +179,51 @@ std::string control_fault(const Stack& stack, std::span<const std::string> words
     stack.fault(nullptr, nullptr);
     return "{}";
   }
-  if (words.empty() || words[0].starts_with("--")) return error_object(kFaultUsage);
+  if (words.empty() || words[0].starts_with("--")) return stack_error(kFaultUsage);
 
   const std::string& function = words[0];
   const bool clears = words.size() == 2 && words[1] == "--clear";
   dtv_tap_fault_t fault{};
   if (!clears)
-    if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return error_object(std::move(wrong));
-  if (stack.fault(function.c_str(), clears ? nullptr : &fault) == 0) return "{}";
-
-  std::string text = "the TV API has no function \"" + function + "\"";
-  const std::vector<std::string> names = nearest(function, contract_functions(stack), 3);
-  if (!names.empty()) text += "; nearest:";
-  for (const std::string& name : names) text += " " + name;
-  return error_object(std::move(text));
+    if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return stack_error(std::move(wrong));
+  const json::array contract = contract_list(stack);
+  const auto row =
+      std::ranges::find_if(contract, [&](const json::value& each) { return each.at("name").as_string() == function; });
+  if (row == contract.end()) return unknown_function(contract, function);
+  if ((fault.drop_callback != 0 || fault.repeat_callback != 0) && row->at("callback").is_null())
+    return stack_error(function + " registers no callback; \"faults functions\" shows those that do");
+  stack.fault(function.c_str(), clears ? nullptr : &fault);
+  return "{}";
 }
 
 std::string list_faults(const Stack& stack) {
-  if (stack.contract == nullptr) return no_tap();
   json::object faults;
-  const json::value contract = json::parse(take_text(stack.contract()));
-  for (const json::value& function : contract.as_array())
+  for (const json::value& function : contract_list(stack))
     if (const json::value& fault = function.at("fault"); !fault.is_null())
       faults.emplace(function.at("name").as_string(), fault);
   return json::serialize(json::object{{"faults", std::move(faults)}});
 }
 
-// The television's list of commands with those of this file.
-std::string with_fault_help(std::string help) {
-  json::error_code failure;
-  json::value parsed = json::parse(help, failure);
-  json::object* object = failure ? nullptr : parsed.if_object();
-  json::value* commands = object != nullptr ? object->if_contains("commands") : nullptr;
-  if (commands == nullptr || !commands->is_array()) return help;
-  const auto add = [commands](const char* name, const char* arguments, const char* text) {
-    commands->get_array().push_back(json::object{{"name", name}, {"arguments", arguments}, {"help", text}});
-  };
-  add("fault", "FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback]", "Makes a function of the TV API misbehave");
-  add("fault", "[FUNCTION] --clear", "Lets one function, or all, behave again");
-  add("faults", "", "Lists the faults that are set");
-  return json::serialize(parsed);
+// The functions whose names contain every word, with their parameters and those of their callbacks.
+std::string list_functions(const Stack& stack, std::span<const std::string> words) {
+  json::array functions;
+  const json::array contract = contract_list(stack);
+  for (const json::value& function : contract) {
+    const std::string_view name = function.at("name").as_string();
+    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(name, word); }))
+      continue;
+    functions.push_back(
+        json::object{{"name", name}, {"params", function.at("params")}, {"callback", function.at("callback")}});
+  }
+  if (functions.empty()) return unknown_function(contract, words[0]);
+  return json::serialize(json::object{{"functions", std::move(functions)}});
+}
+
+std::string control_faults(const Stack& stack, std::span<const std::string> words) {
+  if (stack.contract == nullptr) return no_tap();
+  if (words.empty()) return list_faults(stack);
+  if (words[0] == "functions") return list_functions(stack, words.subspan(1));
+  return stack_error("usage: faults | faults functions [TEXT...]");
 }
 
 }  // namespace
@@ -240,19 +278,32 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
     if (tap == nullptr || !find(tap, options.tap, "dtv_tap_platform", tap_platform, ret_error) ||
         !find(tap, options.tap, "dtv_tap_watch", stack.watch, ret_error) ||
         !find(tap, options.tap, "dtv_tap_on_event", stack.on_event, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_stamp", stack.stamp, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_replay", stack.replay, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_replay_report", stack.replay_report, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_raise", stack.raise, ret_error) ||
         !find(tap, options.tap, "dtv_tap_fault", stack.fault, ret_error) ||
         !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error) ||
         !find(tap, options.tap, "dtv_tap_take_failure", stack.take_failure, ret_error))
       return false;
   }
 
-  void* platform = load("platform", options.platform, tapped ? RTLD_LOCAL : RTLD_GLOBAL, ret_error);
-  if (platform == nullptr || !start_platform(platform, options, stack, ret_error)) return false;
+  void* platform = nullptr;
+  if (options.replays) {
+    if (!tapped) {
+      ret_error = "a replay needs the tap";
+      return false;
+    }
+    if (!stack_replay(stack, options.start_answers, ret_error)) return false;
+  } else {
+    platform = load("platform", options.platform, tapped ? RTLD_LOCAL : RTLD_GLOBAL, ret_error);
+    if (platform == nullptr || !start_platform(platform, options, stack, ret_error)) return false;
+  }
   const auto give_up = [&stack] {
     stack_stop(stack);
     return false;
   };
-  if (char* text = nullptr; tapped && tap_platform(platform, &text) != 0) {
+  if (char* text = nullptr; platform != nullptr && tapped && tap_platform(platform, &text) != 0) {
     ret_error = options.platform + " is not a complete platform: " + take_text(text);
     return give_up();
   }
@@ -271,11 +322,46 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
     return give_up();
   find_if_any(plugin, "tv_ctrl_broadcast_init", stack.start_broadcast);
   find_if_any(plugin, "tvc_ctrl_cec_detect_init", stack.start_cec);
-  init_res();
-  init();
+  if (options.keeps_start && tapped) {
+    stack.start = std::make_shared<StartLines>();
+    stack.watch(on_start_line, stack.start.get());
+  }
+  stack_start_up(stack, "a_dtv_jsp_init_res", init_res);
+  stack_start_up(stack, "a_dtv_jsp_init", init);
 
   ret_stack = stack;
   return true;
+}
+
+std::int32_t stack_start_up(const Stack& stack, const char* name, std::int32_t (*function)()) {
+  if (stack.start == nullptr) return function();
+  dtv_tap_stamp_t begun{};
+  stack.stamp(&begun);
+  const std::int32_t ret = function();
+  const json::object line{{"seq", begun.seq}, {"t", begun.t}, {"thread", begun.thread}, {"start", name}, {"ret", ret}};
+  on_start_line(stack.start.get(), json::serialize(line).c_str());
+  return ret;
+}
+
+bool stack_replay(const Stack& stack, const std::string& answers, std::string& ret_error) {
+  char* text = nullptr;
+  if (stack.replay(answers.c_str(), &text) == 0) return true;
+  ret_error = "the record cannot be replayed: " + take_text(text);
+  return false;
+}
+
+std::string stack_replay_report(const Stack& stack) { return take_text(stack.replay_report()); }
+
+bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments,
+                 std::string& ret_error) {
+  char* text = nullptr;
+  if (stack.raise(function.c_str(), arguments.c_str(), nullptr, &text) == 0) return true;
+  ret_error = take_text(text);
+  return false;
+}
+
+void stack_started(const Stack& stack) {
+  if (stack.start != nullptr) stack.watch(nullptr, nullptr);
 }
 
 void stack_stop(Stack& stack) {
@@ -288,21 +374,43 @@ void stack_stop(Stack& stack) {
 
 std::string stack_control(const Stack& stack, const std::string& command) {
   std::vector<std::string> words;
-  try {
-    const json::value parsed = json::parse(command);
-    for (const json::value& word : parsed.as_array()) words.emplace_back(word.as_string());
-  } catch (const std::exception&) {
-    return error_object("a command is a JSON array of words, such as [\"volume\",\"up\"]");
-  }
+  if (!stack_words(command, words))
+    return stack_error("a command is a JSON array of words, such as [\"volume\",\"up\"]");
   try {
     const std::span<const std::string> arguments = std::span(words).subspan(words.empty() ? 0 : 1);
     if (!words.empty() && words[0] == "fault") return control_fault(stack, arguments);
-    if (!words.empty() && words[0] == "faults") return list_faults(stack);
+    if (!words.empty() && words[0] == "faults") return control_faults(stack, arguments);
   } catch (const std::exception& failure) {
-    return error_object(std::string("the tap's list of functions cannot be read: ") + failure.what());
+    return stack_error(std::string("the tap's list of functions cannot be read: ") + failure.what());
   }
-  if (stack.tv_control == nullptr) return error_object("this platform is not the virtual television");
+  if (stack.tv_control == nullptr) return stack_error("this platform is not the virtual television");
   std::string reply = take_text(stack.tv_control(command.c_str()));
   const bool asks_help = words.size() == 1 && words[0] == "help";
-  return asks_help && stack.fault != nullptr ? with_fault_help(std::move(reply)) : reply;
+  if (!asks_help || stack.fault == nullptr) return reply;
+  for (const auto& [name, arguments, help] : kFaultHelp)
+    reply = stack_add_help(std::move(reply), name, arguments, help);
+  return reply;
+}
+
+bool stack_words(const std::string& command, std::vector<std::string>& ret_words) {
+  json::error_code failure;
+  const json::value parsed = json::parse(command, failure);
+  if (failure || !parsed.is_array()) return false;
+  for (const json::value& word : parsed.get_array()) {
+    if (!word.is_string()) return false;
+    ret_words.emplace_back(word.get_string());
+  }
+  return true;
+}
+
+std::string stack_error(std::string_view text) { return json::serialize(json::object{{"error", text}}); }
+
+std::string stack_add_help(std::string reply, const char* name, const char* arguments, const char* help) {
+  json::error_code failure;
+  json::value parsed = json::parse(reply, failure);
+  json::object* object = failure ? nullptr : parsed.if_object();
+  json::value* commands = object != nullptr ? object->if_contains("commands") : nullptr;
+  if (commands == nullptr || !commands->is_array()) return reply;
+  commands->get_array().push_back(json::object{{"name", name}, {"arguments", arguments}, {"help", help}});
+  return json::serialize(parsed);
 }

@@ -2,7 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "dtv_tap.h"
 
@@ -14,7 +18,18 @@ struct StackOptions {
   std::string stick_root;    // only folders inside it can become USB sticks of the virtual television; empty: $HOME
   std::string antenna;       // folder of transport streams that the virtual television receives; empty: as stored
   std::string home_network;  // network interfaces, as dtv_tv_home_interfaces takes them; empty: loopback only
+  bool replays = false;      // no platform is loaded: the tap answers, first from start_answers
+  std::string start_answers = {};  // JSON lines for dtv_tap_replay: the platform calls of the plugin's start
+  bool keeps_start = false;        // keeps what a record of the host begins with; needs the tap
 };
+
+// What the plugin's start-up functions and the platform did, as lines of a record (see "record/record.h").
+struct StartLines {
+  std::mutex lock;  // guards the other members: the platform's threads write lines, too
+  std::string text;
+  bool full = false;  // there were more than kStartBytes
+};
+inline constexpr std::size_t kStartBytes = std::size_t{4} << 20;
 
 // A path relative to the running program's folder: the installed one if it exists, else the built one, whether or not
 // it exists, so that a message can name it.
@@ -41,8 +56,13 @@ struct Stack {
   // The tap's (see "dtv_tap.h"); null without a tap.
   void (*watch)(dtv_tap_line_fct fct, void* context);
   void (*on_event)(dtv_tap_event_fct fct, void* context);
+  void (*stamp)(dtv_tap_stamp_t* ret_stamp);
   std::int32_t (*fault)(const char* function, const dtv_tap_fault_t* fault);
   char* (*contract)();
+  std::int32_t (*replay)(const char* lines, char** ret_error);
+  char* (*replay_report)();
+  std::int32_t (*raise)(const char* function, const char* args, std::int64_t* ret_result, char** ret_error);
+  std::shared_ptr<StartLines> start;  // null: not kept
   std::int32_t (*take_failure)(dtv_tap_failure_t* ret_failure);
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
@@ -56,10 +76,22 @@ struct Stack {
   std::uint64_t (*last_change)();
 };
 
+// The start-up functions that stack_start calls, as a record names them.
+inline constexpr std::string_view kStartFunctions[] = {"a_dtv_jsp_init_res", "a_dtv_jsp_init"};
+
 // Loads tap, platform and plugin, switches the platform on, and calls a_dtv_jsp_init_res and a_dtv_jsp_init. Once per
 // process.
 // Returns false with a message about what is missing or failed.
 bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret_error);
+
+// Calls a further start-up function of the plugin, such as Stack::start_cec. stack_started says that it was the last.
+std::int32_t stack_start_up(const Stack& stack, const char* name, std::int32_t (*function)());
+void stack_started(const Stack& stack);
+
+// The tap's functions of these names, with texts that need not be freed.
+bool stack_replay(const Stack& stack, const std::string& answers, std::string& ret_error);
+std::string stack_replay_report(const Stack& stack);
+bool stack_raise(const Stack& stack, const std::string& function, const std::string& arguments, std::string& ret_error);
 
 // Stops the platform's threads.
 void stack_stop(Stack& stack);
@@ -70,3 +102,8 @@ void stack_stop(Stack& stack);
 //   fault FUNCTION --clear | fault --clear                            clears one, or all
 //   faults                                                            lists them
 std::string stack_control(const Stack& stack, const std::string& command);
+
+// What commands share: their words, {"error": text}, and a row in the reply to "help".
+bool stack_words(const std::string& command, std::vector<std::string>& ret_words);
+std::string stack_error(std::string_view text);
+std::string stack_add_help(std::string reply, const char* name, const char* arguments, const char* help);

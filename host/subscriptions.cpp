@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "recorder.h"
+#include "replayer.h"
+
 namespace {
 
 // Far longer than the longest pending text of any type: the limit of a queue and one more item.
@@ -11,24 +14,39 @@ constexpr std::size_t kLongestText = 256 * 1024;
 
 void subscriptions_add(Subscriptions& subscriptions, const char* uri, std::uint64_t client) {
   std::vector<std::uint64_t>& clients = subscriptions.clients[uri];
-  if (clients.empty()) subscriptions.stack->add_listener(uri);
+  if (clients.empty()) {
+    recorder_await_callbacks(subscriptions.recorder);
+    const Begun begun = recorder_begin(subscriptions.recorder);
+    Replayed replayed = replayer_begin(subscriptions.replayer, StepKind::kSubscribe, uri, nullptr);
+    const std::int32_t ret = subscriptions.stack->add_listener(uri);
+    replayer_end(subscriptions.replayer, replayed, ret, {}, {});
+    recorder_subscription(subscriptions.recorder, begun, true, uri, ret);
+  }
   clients.push_back(client);
 }
 
 void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::uint64_t client) {
   const auto found = subscriptions.clients.find(uri);
   if (found == subscriptions.clients.end() || std::erase(found->second, client) == 0 || !found->second.empty()) return;
-  subscriptions.stack->remove_listener(uri);
+  recorder_await_callbacks(subscriptions.recorder);
+  const Begun begun = recorder_begin(subscriptions.recorder);
+  Replayed replayed = replayer_begin(subscriptions.replayer, StepKind::kUnsubscribe, uri, nullptr);
+  const std::int32_t ret = subscriptions.stack->remove_listener(uri);
+  replayer_end(subscriptions.replayer, replayed, ret, {}, {});
+  recorder_subscription(subscriptions.recorder, begun, false, uri, ret);
   subscriptions.clients.erase(found);
 }
 
 void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context) {
   // The plugin writes no terminator, so the buffer is cleared after each text. Its last byte is never written.
   static thread_local std::vector<char> buffer(kLongestText + 1);
+  recorder_await_callbacks(subscriptions.recorder);
   for (const auto& [uri, clients] : subscriptions.clients) {
-    subscriptions.stack->fetch(uri, buffer.data(), kLongestText);
+    const Begun begun = recorder_begin(subscriptions.recorder);
+    const std::int32_t ret = subscriptions.stack->fetch(uri, buffer.data(), kLongestText);
     const std::size_t length = strlen(buffer.data());
     if (length == 0) continue;
+    recorder_fetch(subscriptions.recorder, begun, uri, ret, {buffer.data(), length});
     deliver(context, uri, clients, {buffer.data(), length});
     memset(buffer.data(), 0, length);
   }

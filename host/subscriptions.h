@@ -9,8 +9,13 @@
 
 #include "stack.h"
 
+struct Recorder;
+struct Replayer;
+
 struct Subscriptions {
   const Stack* stack;
+  Recorder* recorder = nullptr;
+  Replayer* replayer = nullptr;
   std::unordered_map<const char*, std::vector<std::uint64_t>> clients;  // by the catalogue's text
 };
 

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "recorder.h"
+
 namespace {
 
 constexpr std::size_t kMostWaiting = 65536;
@@ -11,6 +13,7 @@ thread_local std::string* captured = nullptr;
 // Runs on the thread that made the call, which may be one of the platform's.
 void on_line(void* context, const char* line) {
   auto& tracer = *static_cast<Tracer*>(context);
+  recorder_line(tracer.recorder, line);
   if (captured != nullptr) {
     if (!captured->empty()) *captured += ',';
     *captured += line;
@@ -29,13 +32,18 @@ void on_line(void* context, const char* line) {
   if (first) tracer.wake(tracer.context);
 }
 
-void want(Tracer& tracer, int change) {
+// Under watch_mutex.
+void change_wanted(Tracer& tracer, int change) {
   if (tracer.stack->watch == nullptr) return;
-  const std::lock_guard lock(tracer.watch_mutex);
   const bool watched = tracer.wanted > 0;
   tracer.wanted += change;
   if (tracer.wanted > 0 && !watched) tracer.stack->watch(on_line, &tracer);
   if (tracer.wanted == 0 && watched) tracer.stack->watch(nullptr, nullptr);
+}
+
+void want(Tracer& tracer, int change) {
+  const std::lock_guard lock(tracer.watch_mutex);
+  change_wanted(tracer, change);
 }
 
 }  // namespace
@@ -53,6 +61,11 @@ void tracer_follow(Tracer& tracer, bool on) {
     tracer.lines.clear();
   }
   want(tracer, on ? 1 : -1);
+}
+
+void tracer_record(Tracer& tracer, bool on) {
+  const std::lock_guard lock(tracer.watch_mutex);
+  if (std::exchange(tracer.records, on) != on) change_wanted(tracer, on ? 1 : -1);
 }
 
 std::size_t tracer_take(Tracer& tracer, std::vector<std::string>& ret_lines) {

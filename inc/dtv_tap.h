@@ -39,12 +39,22 @@ DTV_TAP_EXPORT void dtv_tap_watch(dtv_tap_line_fct fct, void* context);
 typedef void (*dtv_tap_event_fct)(void* context);
 DTV_TAP_EXPORT void dtv_tap_on_event(dtv_tap_event_fct fct, void* context);
 
+/* A place in the order of calls and events, for a host that writes lines of its own between the tap's. */
+typedef struct {
+  uint64_t seq;      /* a new number, greater than those of all calls and events that have begun */
+  int64_t t;         /* the time, as in lines */
+  int32_t thread;    /* this thread's number, as in lines */
+  int32_t callbacks; /* platform callbacks that began with a watcher and whose line is not yet written */
+} dtv_tap_stamp_t;
+DTV_TAP_EXPORT void dtv_tap_stamp(dtv_tap_stamp_t* ret_stamp);
+
 /* A fault set on one contract function. */
 typedef struct {
-  int32_t delay_ms;      /* milliseconds to wait before the call continues */
-  int32_t fails;         /* 1: the platform is not called, outputs are cleared, result is returned */
-  int32_t result;        /* what a failing call returns */
-  int32_t drop_callback; /* 1: callbacks registered through this function do not reach the plugin */
+  int32_t delay_ms;        /* milliseconds to wait before the call continues */
+  int32_t fails;           /* 1: the platform is not called, outputs are cleared, result is returned */
+  int32_t result;          /* what a failing call returns */
+  int32_t drop_callback;   /* 1: callbacks registered through this function do not reach the plugin */
+  int32_t repeat_callback; /* how often each of these callbacks reaches the plugin; 0 is once */
 } dtv_tap_fault_t;
 
 /* Sets the fault of one function, replacing an earlier one, or clears it if fault is null. A null function clears all
@@ -73,8 +83,8 @@ DTV_TAP_EXPORT int32_t dtv_tap_script(const char* answers, char** ret_error);
 
 /* Answers every call from a recording (JSON lines), in its order; null ends the replay. dtv_tap_replay_report returns
  * null while every call has matched the recording, else a text that names the call that differed and the recorded one.
- * A call that replaces or ends the recording first waits until the recording has raised its events, for one second at
- * most. */
+ * dtv_tap_replay_report, and a call that replaces or ends the recording, first wait until the recording has raised its
+ * events, for one second at most. */
 DTV_TAP_EXPORT int32_t dtv_tap_replay(const char* lines, char** ret_error);
 DTV_TAP_EXPORT char* dtv_tap_replay_report(void);
 

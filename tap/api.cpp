@@ -23,6 +23,7 @@ cJSON* fault_to_json(const tap::Function& function) {
   cJSON_AddNumberToObject(fault, "fails", function.fault.fails);
   cJSON_AddNumberToObject(fault, "result", function.fault.result);
   cJSON_AddNumberToObject(fault, "drop_callback", function.fault.drop_callback);
+  cJSON_AddNumberToObject(fault, "repeat_callback", function.fault.repeat_callback);
   return fault;
 }
 
@@ -47,6 +48,12 @@ std::int32_t dtv_tap_platform(void* library, char** ret_error) {
 void dtv_tap_watch(dtv_tap_line_fct fct, void* context) { tap::watch(fct, context); }
 
 void dtv_tap_on_event(dtv_tap_event_fct fct, void* context) { tap::on_event(fct, context); }
+
+void dtv_tap_stamp(dtv_tap_stamp_t* ret_stamp) {
+  const tap::Start start = tap::start_now();
+  *ret_stamp = {
+      .seq = start.seq, .t = start.t, .thread = tap::thread_number(), .callbacks = tap::callbacks_under_way()};
+}
 
 std::int32_t dtv_tap_fault(const char* name, const dtv_tap_fault_t* fault) {
   tap::Function* chosen = name == nullptr ? nullptr : tap::find_function(name);

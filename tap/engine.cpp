@@ -122,6 +122,9 @@ void keep_callbacks(Function& function, void* const* args) {
   }
 }
 
+// Callbacks whose line is still to be written.
+std::atomic<int> unwritten_callbacks{0};
+
 bool fault_of(Function& function, dtv_tap_fault_t& ret_fault) {
   if ((g_active.load(std::memory_order_acquire) & kFaulty) == 0) return false;
   const std::lock_guard guard(state_lock());
@@ -220,17 +223,21 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
   emit(line.get());
 }
 
-void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes) {
+namespace {
+
+// Passes a callback to the plugin once, or not at all if it is dropped.
+void deliver_once(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes,
+                  bool dropped) {
   Function& function = *registration.function.load(std::memory_order_acquire);
   const Signature& callback = *registration.param.load(std::memory_order_acquire)->callback;
   const bool lines = (g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) != 0;
+  // Before the callback gets its "seq", so that nobody who sees the number misses the callback.
+  if (lines) unwritten_callbacks.fetch_add(1, std::memory_order_acq_rel);
   const Start start = start_now();
   // Taken before the plugin runs, since the plugin may change what the arguments point at.
   Json in;
   if (lines) in = arguments_in(callback, args, sizes);
 
-  dtv_tap_fault_t fault{};
-  const bool dropped = fault_of(function, fault) && fault.drop_callback != 0;
   if (!dropped) callback.invoke(registration.fct[slot].load(std::memory_order_acquire), ret, args);
 
   if (lines) {
@@ -243,8 +250,21 @@ void deliver(Registration& registration, std::size_t slot, void* ret, void* cons
       add_result(line.get(), callback, ret);
     }
     emit(line.get());
+    unwritten_callbacks.fetch_sub(1, std::memory_order_acq_rel);
   }
   if (!dropped) run_event_hook();
+}
+
+}  // namespace
+
+int callbacks_under_way() { return unwritten_callbacks.load(std::memory_order_acquire); }
+
+void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes) {
+  dtv_tap_fault_t fault{};
+  const bool faulty = fault_of(*registration.function.load(std::memory_order_acquire), fault);
+  const int times = faulty ? std::max(fault.repeat_callback, 1) : 1;
+  for (int i = 0; i < times; ++i)
+    deliver_once(registration, slot, ret, args, sizes, faulty && fault.drop_callback != 0);
 }
 
 bool is_output(const Param& param) { return param.direction != Direction::in; }

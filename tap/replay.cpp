@@ -202,9 +202,11 @@ bool replay_load(const char* lines, std::string& ret_error) {
 }
 
 std::string replay_differences() {
-  const std::lock_guard guard(state_lock());
-  if (!current()) return {};
-  const Replay& replay = *current();
+  std::unique_lock guard(state_lock());
+  const std::shared_ptr<Replay> kept = current();
+  if (!kept) return {};
+  const Replay& replay = *kept;
+  wait_for_events(guard, replay);
   std::string text;
   for (const std::string& difference : replay.differences) text += difference + "\n";
   if (replay.different > replay.differences.size()) {

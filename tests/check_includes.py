@@ -36,12 +36,13 @@ RULES = {
             "the virtual television sees only inc/ and base/, its tests also what tests/unit/tv/ shares"),
     "i18n/": ([], "a language library sees only its catalogue"),
     "sandbox/": ([], "the private view of the machine's files knows nothing else of the project"),
-    "host/": (["inc/", "base/", "sandbox/"], "the host sees only inc/, base/ and sandbox/"),
-    "cli/": (["inc/", "base/", "host/stack.h", "host/private_paths.h", "host/calls.h", "host/catalogue.h", "host/log_capture.h",
-              "host/rpc.h", "host/tracer.h", "host/nearest.h", "host/json_text.h"],
-             "the command line sees only inc/, base/, what --local takes of host/, and the host's two text helpers"),
+    "record/": (["inc/", "base/"], "records see only inc/ and base/"),
+    "host/": (["inc/", "base/", "sandbox/", "record/"], "the host sees only inc/, base/, sandbox/ and record/"),
+    "cli/": (["inc/", "base/", "record/", "host/stack.h", "host/private_paths.h", "host/calls.h", "host/catalogue.h",
+              "host/log_capture.h", "host/rpc.h", "host/tracer.h", "host/nearest.h", "host/json_text.h"],
+             "the command line sees only inc/, base/, record/, what --local takes of host/, and the host's two text helpers"),
 }
-TOP_FOLDERS = ["src", "inc", ".", "base", "tap", "tv", "i18n", "sandbox", "host", "cli", "bench", "tests"]
+TOP_FOLDERS = ["src", "inc", ".", "base", "tap", "tv", "i18n", "sandbox", "record", "host", "cli", "bench", "tests"]
 
 
 def matches(path, entry):

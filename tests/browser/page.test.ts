@@ -134,6 +134,7 @@ for (const [place, least] of [
   ["media", 12],
   ["home-network", 12],
   ["remote", 60],
+  ["capture", 30],
 ] as const) {
   test(`every control of ${place} has a name`, async ({ open }) => {
     const page = await open(`/#${place}`);

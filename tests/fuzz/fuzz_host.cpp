@@ -123,8 +123,10 @@ static std::int32_t tap_fault(const char* function, const dtv_tap_fault_t*) {
 }
 
 static char* tap_contract() {
-  return strdup(take_chance(*input, 8) ? take_text(*input).c_str()
-                                       : R"([{"name":"f","fault":null},{"name":"g","fault":{"delay_ms":1}}])");
+  return strdup(
+      take_chance(*input, 8)
+          ? take_text(*input).c_str()
+          : R"([{"name":"f","params":[],"callback":["a"],"fault":null},{"name":"g","params":[],"callback":null,"fault":{"delay_ms":1}}])");
 }
 
 static char* tv_control(const char* command) {

@@ -280,7 +280,8 @@ static void operate(Bytes& bytes) {
       const dtv_tap_fault_t fault = {.delay_ms = take_integer<std::int32_t>(bytes),
                                      .fails = take_integer<std::int32_t>(bytes),
                                      .result = take_integer<std::int32_t>(bytes),
-                                     .drop_callback = take_integer<std::int32_t>(bytes)};
+                                     .drop_callback = take_integer<std::int32_t>(bytes),
+                                     .repeat_callback = take_integer<std::int32_t>(bytes) % 4};
       const std::string name = take_chance(bytes, 8) ? take_text(bytes) : take_function(bytes).signature.name;
       dtv_tap_fault(name.c_str(), take_chance(bytes, 2) ? nullptr : &fault);
       return;

@@ -92,7 +92,7 @@ static void start_server() {
                                          .body_time = kDeadline,
                                          .reply_time = kDeadline,
                                          .idle_time = kDeadline}};
-  server = server_start(options, wire_stack, error);
+  server = server_start(options, wire_stack, nullptr, error);
   require(server != nullptr, "the server starts", error);
   port = static_cast<std::uint16_t>(server_policy(*server).port);
   target.authority = "127.0.0.1:" + std::to_string(port);

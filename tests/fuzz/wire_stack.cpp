@@ -124,7 +124,10 @@ std::int32_t tap_fault(const char* function, const dtv_tap_fault_t*) {
   return !function || strcmp(function, "f") == 0 ? 0 : -1;
 }
 
-char* tap_contract() { return strdup(R"([{"name":"f","fault":null},{"name":"g","fault":{"delay_ms":1}}])"); }
+char* tap_contract() {
+  return strdup(
+      R"([{"name":"f","params":[],"callback":["a"],"fault":null},{"name":"g","params":[],"callback":null,"fault":{"delay_ms":1}}])");
+}
 
 char* tv_control(const char* command) {
   if (strstr(command, "slow")) std::this_thread::sleep_for(std::chrono::milliseconds(4));

@@ -260,7 +260,9 @@ test('functions lists the TV API, without a set', async () => {
   assert.deepEqual([setVolume.name, setVolume.params], ['a_vextvapi_volctrl_setVolume', ['volume']]);
   const names = (await functions()).map((row) => row.name);
   assert.ok(names.includes('a_vextvapi_volctrl_reg_callback'));
-  assert.match(await done(ctl(['functions', 'setVolume'])), /^FUNCTION +PARAMETERS\na_vextvapi_volctrl_setVolume +volume\n$/);
+  assert.match(await done(ctl(['functions', 'setVolume'])), /^FUNCTION +PARAMETERS +CALLBACK\na_vextvapi_volctrl_setVolume +volume +\n$/);
+  const registered = await done(ctl(['functions', 'volctrl_reg']));
+  assert.match(registered, /^a_vextvapi_volctrl_reg_callback +callback, tag +callback_type, pv_tag, pv_arg1, pv_arg2, pv_arg3, pv_arg4$/m);
   const none = await ctl(['functions', 'nothing']);
   assert.deepEqual([none.code, none.stdout], [0, '']);
   assert.match(none.stderr, /no function with "nothing"/);

@@ -29,13 +29,14 @@ async function complete(line, { env = noHost, cwd } = {}) {
 const after = (words, options) => complete(`${dtvctl} ${words}`, options);
 
 test('commands, options and their values', async () => {
-  assert.deepEqual(await after(''), ['describe', 'functions', 'get', 'help', 'list', 'set', 'trace', 'tv', 'watch']);
+  assert.deepEqual(await after(''), ['case', 'describe', 'functions', 'get', 'help', 'list', 'record', 'replay', 'set', 'trace', 'tv', 'watch']);
   assert.deepEqual(await after('t'), ['trace', 'tv']);
   assert.deepEqual(await after('help w'), ['watch']);
   assert.deepEqual(await after('--j'), ['--json']);
   assert.deepEqual(await after('watch --no'), ['--no-reconnect']);
   assert.deepEqual(await after('list --can '), ['get', 'notify', 'set']);
   assert.deepEqual(await after('--count '), []);
+  assert.deepEqual(await after(`replay ${join(root, 'ARCH')}`), [join(root, 'ARCHITECTURE.md')]);
   assert.deepEqual(await after(`--state ${join(root, 'cl')}`), [join(root, 'cli')]);
 });
 

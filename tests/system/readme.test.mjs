@@ -79,6 +79,7 @@ const commands = {
       if (parameter) assert.notDeepEqual(await read(reader, uri), { ret: 0, response: answer }, line);
     }
   },
+  'build/bin/conformance': (reader, line) => shell(reader, line),
   'build/bin/dtvctl': async (reader, line) => {
     const words = line.replace(/\s+#.*$/, '').split(/\s+/).slice(1);
     if (words[0] === 'watch') {

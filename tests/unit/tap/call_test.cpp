@@ -195,12 +195,12 @@ TEST_F(TapTest, records_are_written_field_by_field) {
 
 TEST_F(TapTest, faults_fail_delay_and_drop) {
   use_platform();
-  const dtv_tap_fault_t fails{.delay_ms = 0, .fails = 1, .result = -4, .drop_callback = 0};
+  const dtv_tap_fault_t fails{.delay_ms = 0, .fails = 1, .result = -4, .drop_callback = 0, .repeat_callback = 0};
   EXPECT_EQ(dtv_tap_fault("demo_count", &fails), 0);
   INT32 number = 5;
   EXPECT_EQ(demo_count(&number), -4);
   EXPECT_EQ(number, 0);
-  const dtv_tap_fault_t slow{.delay_ms = 30, .fails = 0, .result = 0, .drop_callback = 0};
+  const dtv_tap_fault_t slow{.delay_ms = 30, .fails = 0, .result = 0, .drop_callback = 0, .repeat_callback = 0};
   EXPECT_EQ(dtv_tap_fault("demo_count", &slow), 0);
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(demo_count(&number), 0);
@@ -211,17 +211,26 @@ TEST_F(TapTest, faults_fail_delay_and_drop) {
   calls = 0;
   demo_register([](INT32, void*, void*, void*) -> INT32 { return ++calls; }, nullptr);
   const int before = calls;
-  const dtv_tap_fault_t drops{.delay_ms = 0, .fails = 0, .result = 0, .drop_callback = 1};
+  const dtv_tap_fault_t drops{.delay_ms = 0, .fails = 0, .result = 0, .drop_callback = 1, .repeat_callback = 0};
   EXPECT_EQ(dtv_tap_fault("demo_register", &drops), 0);
   EXPECT_EQ(raise("demo_register", "[1]"), 0);
   EXPECT_EQ(calls, before);
   EXPECT_EQ(dtv_tap_fault("demo_register", nullptr), 0);
   EXPECT_EQ(raise("demo_register", "[1]"), before + 1);
 
+  const dtv_tap_fault_t repeats{.delay_ms = 0, .fails = 0, .result = 0, .drop_callback = 0, .repeat_callback = 3};
+  EXPECT_EQ(dtv_tap_fault("demo_register", &repeats), 0);
+  watch();
+  EXPECT_EQ(raise("demo_register", "[1]"), before + 4) << "the last of three results";
+  std::size_t lines = 0;
+  for (const std::string& line : plain_lines()) lines += line.find("\"event\"") != std::string::npos ? 1 : 0;
+  EXPECT_EQ(lines, 3U);
+
   EXPECT_EQ(dtv_tap_fault("demo_nowhere", &fails), -1);
   char* list = dtv_tap_list();
   EXPECT_NE(std::strstr(list, R"("name":"demo_count","params":["number"])"), nullptr);
-  EXPECT_NE(std::strstr(list, R"("fault":{"delay_ms":30,"fails":0,"result":0,"drop_callback":0})"), nullptr);
+  EXPECT_NE(std::strstr(list, R"("fault":{"delay_ms":30,"fails":0,"result":0,"drop_callback":0,"repeat_callback":0})"),
+            nullptr);
   std::free(list);
   dtv_tap_fault(nullptr, nullptr);
   list = dtv_tap_list();
@@ -325,10 +334,36 @@ TEST_F(TapTest, a_wrong_recording_is_refused_with_its_line) {
   EXPECT_NE(replay_error("{\"call\":\"demo_get_number\",\"out\":{\"number\":[]}}").find("number"), std::string::npos);
 }
 
+TEST_F(TapTest, a_stamp_has_its_place_between_calls_and_counts_callbacks_under_way) {
+  use_platform();
+  watch();
+  dtv_tap_stamp_t before{};
+  dtv_tap_stamp_t after{};
+  dtv_tap_stamp(&before);
+  demo_set(1, 0);
+  dtv_tap_stamp(&after);
+  EXPECT_EQ(after.seq, before.seq + 2) << "the call's number is between them";
+  EXPECT_EQ(after.thread, before.thread);
+  EXPECT_GE(after.t, before.t);
+  EXPECT_EQ(after.callbacks, 0);
+  static dtv_tap_stamp_t inside;
+  demo_register(
+      [](INT32, void*, void*, void*) -> INT32 {
+        dtv_tap_stamp(&inside);
+        return 0;
+      },
+      nullptr);
+  EXPECT_EQ(raise("demo_register", "[1]"), 0);
+  EXPECT_EQ(inside.callbacks, 1);
+  EXPECT_NE(inside.thread, after.thread);
+  dtv_tap_stamp(&after);
+  EXPECT_EQ(after.callbacks, 0);
+}
+
 TEST_F(TapTest, order_thread_and_duration_stand_in_a_line) {
   use_platform();
   watch();
-  const dtv_tap_fault_t slow{.delay_ms = 5, .fails = 0, .result = 0, .drop_callback = 0};
+  const dtv_tap_fault_t slow{.delay_ms = 5, .fails = 0, .result = 0, .drop_callback = 0, .repeat_callback = 0};
   dtv_tap_fault("demo_set", &slow);
   demo_set(1, 0);
   // Only a call that takes time has a duration. On a busy machine any call may be interrupted, so that it has one.
@@ -416,7 +451,7 @@ TEST_F(TapTest, everything_at_once_from_many_threads) {
       }
     });
   }
-  const dtv_tap_fault_t fault{.delay_ms = 0, .fails = 1, .result = -1, .drop_callback = 1};
+  const dtv_tap_fault_t fault{.delay_ms = 0, .fails = 1, .result = -1, .drop_callback = 1, .repeat_callback = 0};
   for (int round = 0; round < 100; ++round) {
     watch();
     script(R"([{"call":"demo_count","out":{"0":3},"times":5}])");

@@ -1,3 +1,4 @@
+import { CaptureBadge } from "../features/capture/capture-badge";
 import { VolumeBar } from "../features/volume/volume-bar";
 import { DarkThemeIcon, LightThemeIcon, SystemThemeIcon } from "../ui/icons";
 import { Tabs } from "../ui/tabs";
@@ -22,6 +23,7 @@ export function Header() {
         </span>
       </a>
       <ViewTabs />
+      <CaptureBadge />
       <VolumeBar />
       <ThemeMenu />
       <LanguageMenu />

@@ -1,0 +1,154 @@
+// "record": has the host record, and saves the record.
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <boost/json.hpp>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "dtvctl.h"
+
+namespace json = boost::json;
+
+namespace {
+
+// The time between two questions to the host whether it still records.
+constexpr std::chrono::milliseconds kAskAgain{500};
+
+bool capture(Session& session, const char* action, json::object& ret_status, Failure& ret_failure) {
+  const std::string params = json::serialize(json::object{{"words", {"capture", action}}});
+  std::string answer;
+  if (!session.call("tv", params, answer, ret_failure)) return false;
+  json::value value;
+  if (!json_parse(answer, value) || !value.is_object()) {
+    ret_failure = {kExitProtocol, "the host's answer is not a JSON object"};
+    return false;
+  }
+  ret_status = std::move(value.get_object());
+  return true;
+}
+
+bool is_recording(const json::object& status) {
+  const json::value* const recording = status.if_contains("recording");
+  return recording != nullptr && recording->is_bool() && recording->get_bool();
+}
+
+// Waits until Ctrl-C, the end of --for, or the end of the record by itself. The signals are blocked.
+bool wait_for_end(const Options& options, Session& session, const sigset_t& signals, Failure& ret_failure) {
+  const auto end = options.seconds ? std::optional(Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                                      std::chrono::duration<double>(*options.seconds)))
+                                   : std::nullopt;
+  while (!end || Clock::now() < *end) {
+    auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(kAskAgain);
+    if (end) left = std::min(left, std::chrono::duration_cast<std::chrono::nanoseconds>(*end - Clock::now()));
+    const timespec wait = {.tv_sec = 0, .tv_nsec = std::max<std::int64_t>(left.count(), 1)};
+    if (sigtimedwait(&signals, nullptr, &wait) > 0) return true;
+    json::object status;
+    if (!capture(session, "status", status, ret_failure)) return false;
+    if (!is_recording(status)) return true;
+  }
+  return true;
+}
+
+// The token that a host at this address may get from a program on this machine.
+Token token_for(const Options& options) {
+  std::string address;
+  int port = 0;
+  Failure ignored;
+  const bool known = split_host(options.host, address, port, ignored);
+  return token_find(options, known && (address == "localhost" || address == "::1" || address.starts_with("127.")));
+}
+
+// This process's environment with the host and its token. Another thread may read the environment, so it is not
+// changed.
+std::vector<std::string> program_environment(const Options& options) {
+  std::vector<std::string> variables{"DTV_HOST=" + options.host};
+  if (const Token token = token_for(options); !token.hex.empty()) variables.push_back("DTV_TOKEN=" + token.hex);
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    if (!text.starts_with("DTV_HOST=") && !text.starts_with("DTV_TOKEN=")) variables.emplace_back(text);
+  }
+  return variables;
+}
+
+std::vector<char*> pointers_to(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Runs a program with the host and its token in the environment. Returns its exit code, or 127 with a failure.
+int run_program(const Options& options, ShellWords command, Failure& ret_failure) {
+  std::vector<std::string> texts(command.begin(), command.end());
+  const std::vector<char*> words = pointers_to(texts);
+  std::vector<std::string> environment = program_environment(options);
+  const std::vector<char*> variables = pointers_to(environment);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t none;
+  sigemptyset(&none);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  pid_t child = 0;
+  const int failure = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), variables.data());
+  posix_spawnattr_destroy(&attributes);
+  if (failure != 0) {
+    ret_failure = {127, "cannot run " + texts[0] + ": " + std::generic_category().message(failure)};
+    return 127;
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  constexpr int kSignalled = 128;  // as shells say it
+  return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
+}
+
+std::string count_of(const json::object& status, std::string_view key) {
+  const json::value* const value = status.if_contains(key);
+  return value == nullptr ? "0" : json::serialize(*value);
+}
+
+}  // namespace
+
+int run_record(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
+  if (options.local) {
+    ret_failure = {kExitUsage, "a record is made by a host; --local has none"};
+    return ret_failure.exit_code;
+  }
+  const std::string& file = words[0];
+  const ShellWords command = words.size() > 2 ? words.subspan(2) : ShellWords();
+  // Before the host records: a file that cannot be written is known now.
+  if (!write_file(file, "", ret_failure)) return ret_failure.exit_code;
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  json::object status;
+  if (!capture(session, "start", status, ret_failure)) return ret_failure.exit_code;
+  int result = kExitOk;
+  if (command.empty()) {
+    if (!wait_for_end(options, session, signals, ret_failure)) return ret_failure.exit_code;
+  } else {
+    result = run_program(options, command, ret_failure);
+  }
+  Failure failure;
+  if (!capture(session, "stop", status, failure) || !download(options, "/record.jsonl", file, failure)) {
+    ret_failure = failure;
+    return failure.exit_code;
+  }
+  if (const json::value* const reason = status.if_contains("reason"); reason != nullptr && reason->is_string())
+    std::fprintf(stderr, "dtvctl: %s\n", printable(reason->get_string()).c_str());
+  // The program's own output stays alone on standard output.
+  std::FILE* const results = output;
+  if (!command.empty()) output = stderr;
+  if (options.json)
+    print_line(json::serialize(status));
+  else
+    print_line(file + ": " + count_of(status, "requests") + " requests, " + count_of(status, "calls") + " calls, " +
+               count_of(status, "notifications") + " notifications");
+  output = results;
+  return result;
+}

@@ -1,0 +1,12 @@
+import type { View } from "../../app/view";
+import { RecordIcon } from "../../ui/icons";
+import { CapturePanel } from "./capture-panel";
+import { label } from "./words";
+
+export const view: View = {
+  id: "capture",
+  title: () => label("IDS_CAPTURE"),
+  order: 32,
+  icon: RecordIcon,
+  component: CapturePanel,
+};

@@ -1,0 +1,32 @@
+import { words } from "../../app/language";
+
+export const label = words({
+  IDS_CALLBACK: "Callback",
+  IDS_CALLBACKS: "Callbacks",
+  IDS_CALLS: "Calls",
+  IDS_CAPTURE: "Record and faults",
+  IDS_CAPTURE_CASE: "Download as conformance case",
+  IDS_CAPTURE_DIFFERENCES: "Differences from the record",
+  IDS_CAPTURE_DOWNLOAD: "Download record",
+  IDS_CAPTURE_HINT:
+    "A record has the requests and notifications of all clients and the platform calls behind them; “dtvctl replay” repeats it.",
+  IDS_CAPTURE_REPLAY: "Replay",
+  IDS_CAPTURE_REPLAYS: "A record answers in place of a television",
+  IDS_CAPTURE_RUNS: "Recording",
+  IDS_CAPTURE_START: "Start recording",
+  IDS_CAPTURE_STOP: "Stop recording",
+  IDS_DURATION: "Duration",
+  IDS_FAULTS: "Faults",
+  IDS_FAULTS_NONE: "No faults are set",
+  IDS_FAULT_DELAY: "Delay in ms",
+  IDS_FAULT_DROP: "Callback is lost",
+  IDS_FAULT_FAIL: "Fails with code",
+  IDS_FAULT_FUNCTIONS: "Functions of the TV API",
+  IDS_FAULT_NO_CALLBACK: "This function registers no callback",
+  IDS_FAULT_REPEAT: "Callback comes so many times",
+  IDS_FAULT_SET: "Set fault",
+  IDS_REMOVE: "Remove",
+  IDS_REMOVE_ALL: "Remove all",
+  IDS_REQUESTS: "Requests",
+  IDS_SIZE: "Size",
+});
