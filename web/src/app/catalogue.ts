@@ -1,4 +1,4 @@
-import type { UriRow } from "./rpc";
+import type { UriRow } from "./protocol";
 
 /** The URIs that the plugin lists, grouped, ranked and filtered. The texts' catalogue is i18n/catalogue.def. */
 

@@ -12,6 +12,7 @@ const shared = {
   IDS_LOOK_ONLY:
     "This view needs the token: open the address that dtv-host printed (it ends with #token=...)",
   IDS_MENU_LANGUAGE: "Menu language",
+  IDS_NOT_ANSWERING: "Not answering",
   IDS_NOTHING_FOUND: "Nothing found",
   IDS_NOTIFICATIONS: "Notifications",
   IDS_NO_ACCESS: "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)",

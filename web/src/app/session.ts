@@ -1,11 +1,12 @@
 import { batch, computed, signal } from "@preact/signals";
 import { itemsOf, type Json, type JsonObject } from "../lib/json";
-import { createLog } from "../lib/log";
+import { clock, createLog } from "../lib/log";
 import type { TapLine } from "../lib/tap-line";
 import { dropToken, token } from "../lib/token";
 import { tell } from "../ui/notice";
 import { groupRows } from "./catalogue";
-import { ConnectionError, createClient, isForbidden, type ConnectionState, type Field, type Kind, type ListResult } from "./rpc";
+import type { Field, Kind, ListResult, SetResult } from "./protocol";
+import { ConnectionError, createClient, isForbidden, type ConnectionState } from "./rpc";
 
 /** The page's one connection to the host, and the state that several features share. */
 
@@ -15,17 +16,23 @@ export const configNotifyUri = "/tv/ws/notify/config_update";
 /** What the host lets this page call, judged by its refusals: everything, everything but "tv", or nothing. */
 export type Access = "control" | "look" | "none";
 
-export type LogValue = { uri: string; notification: Json } | { warning: string };
+/** A line of the log that the page itself has written. */
+export interface LogWarning {
+  warning: string;
+}
+export type LogValue = { uri: string; notification: Json } | LogWarning;
 
 // A notification may have 256 KiB, so a number of entries alone would not bound the memory.
 const logLimits = { entries: 10_000, characters: 16_000_000 };
 
 export const connection = signal<ConnectionState>({ name: "connecting" });
+/** The connection is open, but the host does not answer. */
+export const silent = signal(false);
 export const access = signal<Access>("control");
 export const list = signal<ListResult | null>(null);
 export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
 export const notifications = createLog<LogValue>(logLimits);
-export const calls = createLog<TapLine>(logLimits);
+export const calls = createLog<TapLine | LogWarning>(logLimits);
 export const tracing = signal(false);
 
 export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
@@ -53,8 +60,10 @@ const client = createClient({
       if (state.name === "open") access.value = "control";
       connection.value = state;
     });
+    if (state.name === "waiting") gapFrom ??= state.lostAt;
     if (state.name === "open") onOpen();
   },
+  onSilent: (now) => (silent.value = now),
   onOverflow(dropped) {
     const lost = dropped === 1 ? "1 message was" : `${dropped} messages were`;
     notifications.add({ warning: `${lost} lost: the queue overflowed.` });
@@ -73,7 +82,24 @@ document.addEventListener("visibilitychange", () => {
   if (document.visibilityState === "visible") client.reconnectNow();
 });
 
+// When the connection was lost that is not open again yet. It may never have been open.
+let gapFrom: number | null = null;
+let wasOpen = false;
+
+/** What the logs miss stands in them. */
+function logGap() {
+  if (gapFrom !== null && wasOpen) {
+    const to = Date.now();
+    const warning = `Not connected from ${clock(gapFrom)} to ${clock(to)} (${((to - gapFrom) / 1000).toFixed(1)} s).`;
+    if (watched.value.size > 0) notifications.add({ warning });
+    if (tracing.value) calls.add({ warning });
+  }
+  gapFrom = null;
+  wasOpen = true;
+}
+
 function onOpen() {
+  logGap();
   client.call("list").then((result) => (list.value = result), tellError);
   if (tracing.value) client.call("trace", { on: true }).catch(tellError);
 }
@@ -93,27 +119,30 @@ export const meaningOf = (ret: number): string =>
 
 // ---- requests
 
+/** Why a result is not 0, by the host's words; of a host that gives none, the meaning of the number. */
+export const reasonOf = ({ ret, reason }: SetResult): string => reason ?? meaningOf(ret);
+
 /** The response to a request has a negative "ret". */
 export class RefusedError extends Error {
-  constructor(
-    uri: string,
-    readonly ret: number,
-  ) {
-    super(`${uri} was refused: ${meaningOf(ret)} (ret ${ret}).`);
+  readonly ret: number;
+
+  constructor(uri: string, result: SetResult) {
+    super(`${uri} was refused: ${reasonOf(result).replace(/\.$/, "")} (ret ${result.ret}).`);
     this.name = "RefusedError";
+    this.ret = result.ret;
   }
 }
 
 /** The first item of a URI's response. */
 export async function getItem(uri: string, parameter?: JsonObject): Promise<JsonObject> {
-  const { ret, response } = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
-  if (ret < 0) throw new RefusedError(uri, ret);
-  return itemsOf(response)[0] ?? {};
+  const result = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
+  if (result.ret < 0) throw new RefusedError(uri, result);
+  return itemsOf(result.response)[0] ?? {};
 }
 
 export async function setItem(uri: string, parameter: JsonObject): Promise<void> {
-  const { ret } = await client.call("set", { uri, parameter });
-  if (ret < 0) throw new RefusedError(uri, ret);
+  const result = await client.call("set", { uri, parameter });
+  if (result.ret < 0) throw new RefusedError(uri, result);
 }
 
 /** A command of the virtual television. */

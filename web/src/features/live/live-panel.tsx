@@ -95,15 +95,15 @@ function lineText(value: unknown): string {
   return text.length > lineCharacters ? `${text.slice(0, lineCharacters)}…` : text;
 }
 
+const WarningLine = ({ text, tabIndex }: { text: string; tabIndex: 0 | -1 }) => (
+  <p class="warning" tabIndex={tabIndex}>
+    {text}
+  </p>
+);
+
 function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabIndex: 0 | -1 }) {
   const { value } = entry;
-  if ("warning" in value) {
-    return (
-      <p class="warning" tabIndex={tabIndex}>
-        {value.warning}
-      </p>
-    );
-  }
+  if ("warning" in value) return <WarningLine text={value.warning} tabIndex={tabIndex} />;
   const { notification } = value;
   const body = isObject(notification) ? (notification["ITEMS"] ?? notification["PARAMETER"] ?? notification) : notification;
   const items = Array.isArray(body) ? body : [body];
@@ -151,11 +151,15 @@ const PlatformCalls = () => (
       empty={tracing.value ? "Waiting for the first call." : "The trace is off."}
       title={() => ""}
       estimate={76}
-      render={({ value }, tabIndex) => (
-        <div tabIndex={tabIndex}>
-          <CallLine line={value} />
-        </div>
-      )}
+      render={({ value }, tabIndex) =>
+        "warning" in value ? (
+          <WarningLine text={value.warning} tabIndex={tabIndex} />
+        ) : (
+          <div tabIndex={tabIndex}>
+            <CallLine line={value} />
+          </div>
+        )
+      }
     />
   </>
 );

@@ -1,4 +1,4 @@
-import type { Field, Kind, UriRow } from "../../app/rpc";
+import type { Field, Kind, UriRow } from "../../app/protocol";
 import type { Json, JsonObject } from "../../lib/json";
 
 /** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */

@@ -1,10 +1,11 @@
 import { useSignal, type Signal } from "@preact/signals";
-import type { Field, ItemType, UriRow } from "../../app/rpc";
+import type { Field, ItemType, UriRow } from "../../app/protocol";
 import { connection, kindOf } from "../../app/session";
 import { isObject, type Json, type JsonObject } from "../../lib/json";
 import { buildParameter, describeKind, fieldsOf, type Built, type FormValues } from "./form";
-import { outcomes, request } from "./outcomes";
+import { outcomes, send, waiting } from "./outcomes";
 import { Sample } from "./sample";
+import { WaitLine } from "./wait-line";
 
 interface FormProps {
   row: UriRow;
@@ -72,20 +73,17 @@ interface RequestFormProps {
 
 function RequestForm({ method, label, row, fields, values, built, parameter, hint }: RequestFormProps) {
   const { uri } = row;
-  const busy = useSignal(false);
+  const wait = waiting.value.get(uri);
   const blocked = [...built.problems.values()].some((problem) => problem.level === "bad");
   const offline = connection.value.name !== "open";
 
-  async function submit(event: Event) {
+  function submit(event: Event) {
     event.preventDefault();
-    if (blocked || offline || busy.value) return;
-    busy.value = true;
-    await request(method, uri, parameter);
-    busy.value = false;
+    if (!blocked && !offline) void send({ method, uri, parameter });
   }
 
   return (
-    <form onSubmit={(event) => void submit(event)} aria-label={label}>
+    <form onSubmit={submit} aria-label={label}>
       {fields.length > 0 && (
         <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
       )}
@@ -94,6 +92,7 @@ function RequestForm({ method, label, row, fields, values, built, parameter, hin
         <button type="submit" class="button primary" disabled={blocked || offline}>
           {label}
         </button>
+        {wait && <WaitLine wait={wait} />}
       </div>
       <Sample call={{ method, params: { uri, ...(parameter ? { parameter } : {}) } }} />
     </form>

@@ -1,7 +1,7 @@
 import { useSignal } from "@preact/signals";
 import { hexId, shortType } from "../../app/catalogue";
 import { selectedUri } from "../../app/navigation";
-import type { ItemType, UriRow } from "../../app/rpc";
+import type { ItemType, UriRow } from "../../app/protocol";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { Breakable } from "../../ui/breakable";
 import { CopyButton } from "../../ui/copy-button";

@@ -1,4 +1,5 @@
-import { RpcError, type Field, type UriRow } from "../../app/rpc";
+import type { Field, UriRow } from "../../app/protocol";
+import { RpcError } from "../../app/rpc";
 import { meaningOf } from "../../app/session";
 import { isObject, type Json, type JsonObject } from "../../lib/json";
 import { CallList } from "../../ui/call-list";
@@ -27,8 +28,8 @@ export function ResponseView({ outcome, fields, row }: ResponseProps) {
 }
 
 function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
-  const { answer, method, millis } = outcome;
-  const time = `${method} · ${millis < 10 ? millis.toFixed(1) : millis.toFixed(0)} ms`;
+  const { answer, request, millis } = outcome;
+  const time = `${request.method} · ${millis < 10 ? millis.toFixed(1) : millis.toFixed(0)} ms`;
   if ("error" in answer) {
     const { error } = answer;
     return (
