@@ -1,6 +1,7 @@
 import { batch, computed, signal } from "@preact/signals";
 import { itemsOf, type Json, type JsonObject } from "../lib/json";
 import { clock, createLog } from "../lib/log";
+import { readStored, store } from "../lib/stored";
 import type { TapLine } from "../lib/tap-line";
 import { dropToken, token } from "../lib/token";
 import { tell } from "../ui/notice";
@@ -30,7 +31,7 @@ export const connection = signal<ConnectionState>({ name: "connecting" });
 export const silent = signal(false);
 export const access = signal<Access>("control");
 export const list = signal<ListResult | null>(null);
-export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
+export const groups = computed(() => (list.value ? groupRows(list.value) : []));
 export const notifications = createLog<LogValue>(logLimits);
 export const calls = createLog<TapLine | LogWarning>(logLimits);
 export const tracing = signal(false);
@@ -157,12 +158,8 @@ export const listen = (uri: string, listener: (item: JsonObject) => void): (() =
 const storageKey = "dtv.watched";
 
 function storedUris(): string[] {
-  try {
-    const stored: unknown = JSON.parse(localStorage.getItem(storageKey) ?? "null");
-    if (Array.isArray(stored)) return stored.filter((uri): uri is string => typeof uri === "string");
-  } catch {
-    // The browser may refuse access to its storage, or another version of the page may have written something else.
-  }
+  const stored = readStored(storageKey);
+  if (Array.isArray(stored)) return stored.filter((uri): uri is string => typeof uri === "string");
   return [volumeNotifyUri, configNotifyUri];
 }
 
@@ -178,11 +175,7 @@ export function setWatched(uri: string, on: boolean) {
     unwatch.delete(uri);
   }
   watched.value = new Set(unwatch.keys());
-  try {
-    localStorage.setItem(storageKey, JSON.stringify([...unwatch.keys()]));
-  } catch {
-    // Without storage, the choice is not kept.
-  }
+  store(storageKey, [...unwatch.keys()]);
 }
 
 // ---- platform calls

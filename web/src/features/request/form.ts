@@ -1,5 +1,5 @@
 import type { Field, Kind, UriRow } from "../../app/protocol";
-import type { Json, JsonObject } from "../../lib/json";
+import { isObject, type Json, type JsonObject } from "../../lib/json";
 
 /** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */
 export const ofUri = (field: Field, row: UriRow): Field =>
@@ -9,6 +9,21 @@ export const ofUri = (field: Field, row: UriRow): Field =>
 
 /** The text typed into each field, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
+
+/** The texts for the fields of a parameter. Members that no field can hold are left out. */
+export function valuesOf(parameter: JsonObject): FormValues {
+  const ret: FormValues = {};
+  function add(members: JsonObject, prefix: string) {
+    for (const [key, value] of Object.entries(members)) {
+      const path = prefix + key;
+      if (typeof value === "string" || typeof value === "number") ret[path] = String(value);
+      else if (Array.isArray(value)) ret[path] = value.map(String).join(", ");
+      else if (isObject(value)) add(value, `${path}.`);
+    }
+  }
+  add(parameter, "");
+  return ret;
+}
 
 /** Whether the plugin reads a field of the request as typed so far. */
 function isRead(field: Field, row: UriRow, values: FormValues): boolean {

@@ -2,6 +2,8 @@ import { signal } from "@preact/signals";
 import type { GetResult, SetResult } from "../../app/protocol";
 import { call } from "../../app/session";
 import type { JsonObject } from "../../lib/json";
+import { readStored, store } from "../../lib/stored";
+import { remember } from "./history";
 
 /** A request as the page sends it and remembers it. */
 export interface Request {
@@ -43,12 +45,23 @@ export const waiting = signal<ReadonlyMap<string, Waiting>>(new Map());
 // The user sees the wait and can end it, so it may be longer than that of other calls.
 const timeoutMs = 10 * 60_000;
 
+const strictKey = "dtv.strict";
+
+/** Whether requests are refused that would get warnings. */
+export const strict = signal(readStored(strictKey) === true);
+
+export function setStrict(on: boolean) {
+  strict.value = on;
+  store(strictKey, on);
+}
+
 let requests = 0;
 
 /** Sends a request, unless one of its URI is waiting. */
 export async function send(request: Request) {
   const { method, uri, parameter, strict } = request;
   if (waiting.peek().has(uri)) return;
+  remember(request);
   const abort = new AbortController();
   const since = performance.now();
   waiting.value = new Map(waiting.peek()).set(uri, { request, since, cancel: () => abort.abort(new CancelledError()) });

@@ -1,12 +1,15 @@
 import { useSignal } from "@preact/signals";
 import { hexId, shortType } from "../../app/catalogue";
 import { selectedUri } from "../../app/navigation";
+import { Nearest } from "../../app/nearest";
 import type { ItemType, UriRow } from "../../app/protocol";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { Breakable } from "../../ui/breakable";
 import { CopyButton } from "../../ui/copy-button";
-import { outcomes } from "./outcomes";
-import { GetForm, SetForm } from "./request-form";
+import { recalled } from "./history";
+import { HistoryList } from "./history-list";
+import { outcomes, type Request } from "./outcomes";
+import { RequestForm } from "./request-form";
 import { ResponseView } from "./response-view";
 import { Sample } from "./sample";
 import { selectedRow, selectedType } from "./selection";
@@ -15,15 +18,19 @@ import "./request.css";
 
 export function RequestPanel() {
   const row = selectedRow.value;
+  const recalledHere = recalled.value?.request.uri === row?.uri ? recalled.value : null;
   return (
     <main class="panel request" aria-label={label("IDS_REQUEST")}>
       {row ? (
-        <Selected key={row.uri} row={row} type={selectedType.value} />
+        <Selected key={`${row.uri} ${recalledHere?.number ?? 0}`} row={row} type={selectedType.value} recalled={recalledHere?.request} />
       ) : selectedUri.value ? (
         list.value && (
-          <p class="empty">
-            The registry has no URI <code>{selectedUri.value}</code>.
-          </p>
+          <div class="empty">
+            <p>
+              The registry has no URI <code>{selectedUri.value}</code>.
+            </p>
+            <Nearest key={selectedUri.value} uri={selectedUri.value} />
+          </div>
         )
       ) : (
         <Start />
@@ -36,9 +43,15 @@ type Ability = "get" | "set" | "notify";
 const nameOf = (ability: Ability): string =>
   ability === "notify" ? label("IDS_NOTIFICATIONS") : ability === "get" ? "Get" : "Set";
 
-function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
+interface SelectedProps {
+  row: UriRow;
+  type: ItemType | null;
+  recalled: Request | undefined;
+}
+
+function Selected({ row, type, recalled }: SelectedProps) {
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
-  const chosen = useSignal<Ability | undefined>(abilities[0]);
+  const chosen = useSignal<Ability | undefined>(recalled && row[recalled.method] ? recalled.method : abilities[0]);
   const outcome = outcomes.value.get(row.uri);
   const cut = row.uri.lastIndexOf("/") + 1;
   return (
@@ -103,13 +116,21 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
                 ))}
               </div>
             )}
-            {chosen.value === "get" && <GetForm row={row} type={type} />}
-            {chosen.value === "set" && <SetForm row={row} type={type} />}
+            {(chosen.value === "get" || chosen.value === "set") && (
+              <RequestForm
+                key={chosen.value}
+                method={chosen.value}
+                row={row}
+                type={type}
+                recalled={recalled?.method === chosen.value ? { parameter: recalled.parameter } : undefined}
+              />
+            )}
             {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
           </section>
           {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} row={row} />}
         </div>
       )}
+      <HistoryList />
     </>
   );
 }
@@ -175,6 +196,7 @@ function Start() {
           </ul>
         </>
       )}
+      <HistoryList />
     </div>
   );
 }

@@ -1,6 +1,7 @@
 import { signal, useComputed, useSignal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
 import { filterGroups, shortType, type Group, type Row } from "../../app/catalogue";
+import { Nearest } from "../../app/nearest";
 import { onPage, selectedUri, view } from "../../app/navigation";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { searchWords } from "../../lib/search";
@@ -54,8 +55,9 @@ export function UriList() {
     if (event.target === input.current) {
       const firstUri = lines.value.findIndex(({ kind }) => kind === "uri");
       if (event.key === "ArrowDown") handle.current?.focus(Math.max(0, firstUri));
-      else if (event.key === "Enter" && rows.value[0]) open(rows.value[0].uri);
-      else return;
+      else if (event.key !== "Enter") return;
+      else if (rows.value[0]) open(rows.value[0].uri);
+      else if (search.value.startsWith("/")) open(search.value.trim());
       event.preventDefault();
     } else if (event.key === "Escape" && search.value !== "") {
       search.value = "";
@@ -96,7 +98,7 @@ export function UriList() {
           estimate={lineHeight}
           isPassive={(line) => line.kind === "section"}
           {...(current.value ? { current: lineKey(current.value) } : {})}
-          empty={total > 0 && label("IDS_NOTHING_FOUND")}
+          empty={total > 0 && <NothingFound text={search.value.trim()} />}
           handle={handle}
           onLeave={() => input.current?.focus()}
           render={(line, tabIndex) => <LineView line={line} words={words.value} tabIndex={tabIndex} />}
@@ -105,6 +107,14 @@ export function UriList() {
     </section>
   );
 }
+
+/** A text that begins like a URI may be one with a mistake in it. */
+const NothingFound = ({ text }: { text: string }) => (
+  <>
+    <p>{label("IDS_NOTHING_FOUND")}</p>
+    {text.startsWith("/") && <Nearest uri={text} />}
+  </>
+);
 
 /** Opens a URI's request. The view changes also if the URI is selected already, which does not change the address. */
 function open(uri: string) {
@@ -125,7 +135,7 @@ function LineView({ line, words, tabIndex }: LineProps) {
     case "section":
       return <p class="section-line">{line.text}</p>;
     case "uri":
-      return <RowView row={line.row} words={words} tabIndex={tabIndex} />;
+      return <RowView row={line.row} described={line.described} words={words} tabIndex={tabIndex} />;
   }
 }
 
@@ -148,7 +158,7 @@ function GroupView({ group, open, words, tabIndex }: { group: Group; open: boole
   );
 }
 
-function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line">) {
+function RowView({ row, described, words, tabIndex }: { row: Row; described: boolean } & Omit<LineProps, "line">) {
   const selected = row.uri === selectedUri.value;
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
   return (
@@ -168,6 +178,11 @@ function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line"
           <span class="type" title={row.type}>
             <Marked text={shortType(row.type)} words={words} />
           </span>
+          {described && row.help && (
+            <span class="description">
+              <Marked text={row.help} words={words} />
+            </span>
+          )}
         </span>
         <span class="abilities">
           {abilities.map((ability) => (
