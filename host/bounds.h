@@ -27,6 +27,11 @@ struct Limits {
 inline constexpr std::size_t kLimitExcessConnections = 32;
 // Connections from one address, unless it is a loopback address, which all local clients share.
 inline constexpr std::size_t kLimitConnectionsPerPeer = 64;
+// An idle connection is probed after the first time, and closed when this many probes, each after the second time, get
+// no answer: its machine or its network is gone.
+inline constexpr std::chrono::seconds kLimitProbeAfter{30};
+inline constexpr std::chrono::seconds kLimitProbeEvery{10};
+inline constexpr int kLimitProbes = 3;
 // How long a connection whose last answer is sent may still send before it is closed.
 inline constexpr std::chrono::milliseconds kLimitLingerTime{2'000};
 

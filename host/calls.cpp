@@ -1,9 +1,14 @@
 #include "calls.h"
 
 #include <cstring>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "dtv_js_plugin.h"
 #include "json_text.h"
+#include "log_capture.h"
+#include "reasons.h"
 
 namespace {
 
@@ -17,15 +22,61 @@ void run_get(const Stack& stack, const Call& call, Outcome& outcome) {
   outcome.broken = length > 0 && !json_is_whole(outcome.text);
 }
 
+// The parameter in the text for the plugin, {"PARAMETER":...}; empty without one.
+std::string_view parameter_of(const Call& call) {
+  std::string_view rest = call.text;
+  const auto member = call.text.empty() ? std::nullopt : json_next_member(rest);
+  return member ? member->value : std::string_view();
+}
+
+std::vector<Finding> check(const Call& call) {
+  if (call.kind == CallKind::kControl || call.row == nullptr) return {};
+  return call.kind == CallKind::kGet ? check_get(*call.row, call.uri, parameter_of(call))
+                                     : check_set(*call.row, call.uri, parameter_of(call));
+}
+
+// Says why the call was refused, and what it ignored or changed.
+void explain(const Stack& stack, const Call& call, Outcome& outcome) {
+  dtv_tap_failure_t failure{};
+  const bool failed = stack.take_failure != nullptr && stack.take_failure(&failure) != 0;
+  const std::vector<Finding> findings = check(call);
+  const std::string example =
+      outcome.ret != 0 && call.kind == CallKind::kGet && call.text.empty() && call.row != nullptr
+          ? check_example(*call.row, call.uri, true)
+          : std::string();
+  const Evidence evidence{.ret = outcome.ret,
+                          .failure = failed ? &failure : nullptr,
+                          .log = outcome.log,
+                          .findings = findings,
+                          .example = example};
+  if (outcome.ret != 0) outcome.reason = reason_of(evidence);
+  // A refusal that was expected and did not come: the set knows better than its description.
+  for (const Finding& finding : findings)
+    if ((outcome.ret != 0 || !finding.refused) && outcome.reason.find(finding.text) == std::string::npos)
+      outcome.warnings.push_back(finding.text);
+  // A get may ask the platform for more than there is, so that a failed call is usual.
+  if (outcome.ret == 0 && failed && call.kind == CallKind::kSet)
+    outcome.warnings.push_back(swallowed_failure(evidence));
+}
+
 }  // namespace
 
 void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret_outcome) {
   ret_outcome.ret = 0;
   ret_outcome.broken = false;
-  ret_outcome.text.clear();
-  ret_outcome.lines.clear();
+  ret_outcome.departs = false;
+  for (std::string* const text : {&ret_outcome.text, &ret_outcome.reason, &ret_outcome.log, &ret_outcome.lines})
+    text->clear();
+  ret_outcome.warnings.clear();
   ret_outcome.change = 0;
   ret_outcome.not_kept = 0;
+  if (call.strict) {
+    for (Finding& finding : check(call)) ret_outcome.warnings.push_back(std::move(finding.text));
+    ret_outcome.departs = !ret_outcome.warnings.empty();
+    if (ret_outcome.departs) return;
+  }
+  if (stack.take_failure != nullptr) stack.take_failure(nullptr);  // forgets one of before
+  log_capture(&ret_outcome.log);
   if (call.traced) tracer_capture(tracer, &ret_outcome.lines);
   switch (call.kind) {
     case CallKind::kGet:
@@ -40,6 +91,8 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
       break;
   }
   if (call.traced) tracer_capture(tracer, nullptr);
+  log_capture(nullptr);
+  if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
   // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.
   if (call.kind != CallKind::kGet && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -6,14 +6,17 @@
 #include <unordered_map>
 #include <vector>
 
+#include "checks.h"
+
 struct CatalogueRow {
-  const char* uri;  // NUL-terminated, in Catalogue::uris
-  bool notifies;    // whether it can send notifications
+  const char* uri;        // NUL-terminated, in Catalogue::uris
+  const CheckUri* check;  // what its requests look like, in Catalogue::checks
 };
 
 struct Catalogue {
-  std::string description;                                  // the plugin's own text, for the method "list"
-  std::vector<std::string> uris;                            // without duplicates, in the plugin's order
+  std::string description;        // the plugin's own text, for the method "list"
+  std::vector<std::string> uris;  // without duplicates, in the plugin's order
+  CheckUris checks;
   std::unordered_map<std::string_view, CatalogueRow> rows;  // by URI; views into uris
 };
 
@@ -21,8 +24,5 @@ struct Catalogue {
 // describes. ret_catalogue must not be copied or moved afterwards.
 bool catalogue_read(std::string description, Catalogue& ret_catalogue, std::string& ret_error);
 
-// The registered text of a URI, which lives as long as the catalogue; null for an unknown one.
-const char* catalogue_find(const Catalogue& catalogue, std::string_view uri);
-
-// Whether a registered URI can send notifications.
-bool catalogue_notifies(const Catalogue& catalogue, std::string_view uri);
+// The row of a URI, which lives as long as the catalogue; null for an unknown one.
+const CatalogueRow* catalogue_find(const Catalogue& catalogue, std::string_view uri);

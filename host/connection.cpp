@@ -1,4 +1,6 @@
+#include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -305,6 +307,19 @@ bool take_place(Server& server, bool& ret_excess) {
   return !ret_excess || beyond < kLimitExcessConnections || make_room(server, true);
 }
 
+// Without this the kernel begins to probe after two hours.
+void probe_when_idle(Socket& socket) {
+  const auto set = [&](int option, std::int64_t value) {
+    const int number = static_cast<int>(value);
+    setsockopt(socket.native_handle(), IPPROTO_TCP, option, &number, sizeof number);
+  };
+  boost::system::error_code failure;
+  socket.set_option(asio::socket_base::keep_alive(true), failure);
+  set(TCP_KEEPIDLE, kLimitProbeAfter.count());
+  set(TCP_KEEPINTVL, kLimitProbeEvery.count());
+  set(TCP_KEEPCNT, kLimitProbes);
+}
+
 // Handles a deadline that has passed.
 void on_overdue(Server& server, Client& client) {
   Line& line = *client.line;
@@ -345,7 +360,7 @@ void connection_begin(Server& server, Socket socket) {
 
   socket.non_blocking(true, failure);
   socket.set_option(tcp::no_delay(true), failure);
-  socket.set_option(asio::socket_base::keep_alive(true), failure);
+  probe_when_idle(socket);
   if (!peer.empty()) ++network.peers[peer];
   auto client = std::make_unique<Client>();
   client->id = server.next_client++;

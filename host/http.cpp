@@ -1,5 +1,6 @@
 #include "http.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "json_text.h"
@@ -11,6 +12,13 @@ HttpAnswer not_allowed(const HttpRequest& request, std::string allow) {
   HttpAnswer answer = http_error(405, request.method + " is not served here, but " + allow + " are");
   answer.allow = std::move(allow);
   return answer;
+}
+
+// The text with a question mark for each byte that a header's value may not have.
+std::string header_text(std::string text) {
+  std::ranges::replace_if(
+      text, [](char c) { return c < ' ' || c > '~'; }, '?');
+  return text;
 }
 
 }  // namespace
@@ -33,7 +41,7 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     ret_answer = not_allowed(request, "GET, HEAD");
     return HttpRoute::kAnswer;
   }
-  const char* uri = catalogue_find(catalogue, request.path);
+  const CatalogueRow* const row = catalogue_find(catalogue, request.path);
   const bool names_page = http_is_page(request.path, catalogue);
   const bool reads = request.method == "GET" || request.method == "HEAD";
   const bool puts = request.method == "PUT";
@@ -45,13 +53,13 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     ret_answer = page_answer(request, web_folder);
     return HttpRoute::kAnswer;
   }
-  if (uri == nullptr) {
+  if (row == nullptr) {
     std::string message;
     const std::string data = rpc_unknown_uri(catalogue.uris, request.path, message);
     ret_answer = HttpAnswer{.status = 404, .body = "{\"error\":" + json_quote(message) + ",\"data\":" + data + "}"};
     return HttpRoute::kAnswer;
   }
-  Call call{.kind = puts ? CallKind::kSet : CallKind::kGet, .uri = uri};
+  Call call{.kind = puts ? CallKind::kSet : CallKind::kGet, .uri = row->uri, .row = row->check};
   if (puts || request.has_parameter) {
     std::string wrong;
     const RpcError refused = rpc_plugin_text(puts ? request.body : request.parameter, call.text, wrong);
@@ -67,14 +75,22 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
 HttpAnswer http_outcome(const Call& call, const Outcome& outcome) {
   if (outcome.not_kept != 0) return http_error(500, rpc_not_kept_message(outcome));
   if (outcome.broken) return http_error(502, rpc_broken_message(outcome));
-  const std::string ret = "{\"ret\":" + std::to_string(outcome.ret);
+  if (outcome.departs)
+    return {.status = 400,
+            .body = "{\"error\":" + json_quote(outcome.warnings.front()) + "," + rpc_warnings(outcome) + "}"};
   HttpAnswer answer{.status = outcome.ret == 0 ? 200u : 422u};
-  if (call.kind == CallKind::kSet)
-    answer.body = ret + "}";
-  else if (outcome.ret == 0 && !outcome.text.empty())
+  // A get that succeeds answers with the plugin's own text, so its warnings are in the headers.
+  if (call.kind == CallKind::kGet && outcome.ret == 0 && !outcome.text.empty()) {
     answer.body = outcome.text;
-  else
-    answer.body = ret + ",\"response\":" + (outcome.text.empty() ? "null" : outcome.text) + "}";
+    for (const std::string& warning : outcome.warnings) answer.more += "dtv-warning: " + header_text(warning) + "\r\n";
+    return answer;
+  }
+  answer.body = "{\"ret\":" + std::to_string(outcome.ret);
+  if (call.kind == CallKind::kGet)
+    answer.body.append(",\"response\":").append(outcome.text.empty() ? "null" : outcome.text);
+  if (outcome.ret != 0) answer.body.append(",\"reason\":").append(json_quote(outcome.reason));
+  if (!outcome.warnings.empty()) answer.body.append(",").append(rpc_warnings(outcome));
+  answer.body += '}';
   return answer;
 }
 

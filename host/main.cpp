@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/exit_codes.h"
+#include "log_capture.h"
 #include "log_relay.h"
 #include "options.h"
 #include "private_paths.h"
@@ -72,6 +73,7 @@ int main(int argc, char** argv) {
 
   log_relay_start({});  // starts threads, so after private_paths_enter
   const LogEnd log_end;
+  log_capture_start();
 
   Stack stack;
   std::string error;

@@ -99,6 +99,7 @@ std::string authorize(const Server& server, Client& client, const RpcRequest& re
 std::string answer_at_once(Server& server, Client& client, const RpcRequest& request) {
   if (request.method == RpcMethod::kList)
     return request.id.empty() ? std::string() : rpc_result(request.id, server.catalogue.description);
+  if (request.method == RpcMethod::kPing) return request.id.empty() ? std::string() : rpc_result(request.id, "{}");
   if (!client.websocket)
     return rpc_error(request.id, RpcError::kInvalidRequest,
                      "subscribe, unsubscribe, trace and authorize need a WebSocket connection; by POST, the header "
@@ -122,7 +123,7 @@ bool makes_call(RpcMethod method) {
 // Whether the request needs the token and its client has not shown it. Control commands always need it: they do what
 // only a viewer or the surroundings of a set can do.
 bool is_forbidden(const Server& server, const Client& client, RpcMethod method) {
-  if (client.authorized || method == RpcMethod::kAuthorize) return false;
+  if (client.authorized || method == RpcMethod::kAuthorize || method == RpcMethod::kPing) return false;
   return method == RpcMethod::kTv || server.options.require_token;
 }
 
@@ -143,6 +144,7 @@ void handle_request(Server& server, Client& client, RpcRequest& request, std::ui
     return reply(server, client, batch, slot, request.id, no_room(request.id));
   if (!makes_call(request.method))
     return reply(server, client, batch, slot, request.id, answer_at_once(server, client, request));
+  request.call.strict |= server.options.strict;
   Job job{.client = client.id, .batch = batch, .slot = slot, .id = request.id, .call = std::move(request.call)};
   const RunnerAdd added = runner_add(server.runner, job, server.options.limits.requests);
   if (added == RunnerAdd::kAdded) {
@@ -225,6 +227,7 @@ void server_handle_message(Server& server, Client& client, std::string_view text
 }
 
 void server_add_call(Server& server, Client& client, Call call) {
+  call.strict = server.options.strict;
   Job job{.client = client.id, .call = std::move(call)};
   if (runner_add(server.runner, job, server.options.limits.requests) != RunnerAdd::kAdded)
     return server_answer(server, client, http_error(503, kBusyText));

@@ -76,6 +76,8 @@ constexpr OptionRow kOptions[] = {
      [](Options& options) { options.broadcast = false; }},
     {"require-token", nullptr, "require the token for every request; control commands always need it",
      [](Options& options) { options.server.require_token = true; }},
+    {"strict", nullptr, "refuse requests that the set would accept with warnings",
+     [](Options& options) { options.server.strict = true; }},
     {"max-message", "BYTES", "longest request message", &Limits::message_bytes},
     {"max-connections", "N", "connections at a time", &Limits::connections},
     {"max-subscriptions", "N", "notification URIs per client", &Limits::subscriptions},

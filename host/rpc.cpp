@@ -25,6 +25,7 @@ void take_object(std::string_view value, RpcRequest& request) {
 }
 
 void take_traced(std::string_view value, RpcRequest& request) { request.call.traced = value.front() == 't'; }
+void take_strict(std::string_view value, RpcRequest& request) { request.call.strict = value.front() == 't'; }
 void take_on(std::string_view value, RpcRequest& request) { request.on = value.front() == 't'; }
 void take_words(std::string_view value, RpcRequest& request) { request.call.text = value; }
 void take_token(std::string_view value, RpcRequest& request) { request.token = json_string(value); }
@@ -47,13 +48,19 @@ struct MethodRow {
 constexpr ParamRow kUriParam = {.name = "uri", .kind = ParamKind::kUri, .required = true, .take = nullptr};
 constexpr ParamRow kTracedParam = {
     .name = "trace", .kind = ParamKind::kBoolean, .required = false, .take = take_traced};
+constexpr ParamRow kStrictParam = {
+    .name = "strict", .kind = ParamKind::kBoolean, .required = false, .take = take_strict};
 
 constexpr ParamRow kGetParams[] = {
     kUriParam,
     {.name = "parameter", .kind = ParamKind::kObjectOrNull, .required = false, .take = take_object},
-    kTracedParam};
+    kTracedParam,
+    kStrictParam};
 constexpr ParamRow kSetParams[] = {
-    kUriParam, {.name = "parameter", .kind = ParamKind::kObject, .required = true, .take = take_object}, kTracedParam};
+    kUriParam,
+    {.name = "parameter", .kind = ParamKind::kObject, .required = true, .take = take_object},
+    kTracedParam,
+    kStrictParam};
 constexpr ParamRow kSubscribeParams[] = {
     {.name = "uri", .kind = ParamKind::kNotifyingUri, .required = true, .take = nullptr}};
 constexpr ParamRow kUnsubscribeParams[] = {kUriParam};
@@ -70,6 +77,7 @@ constexpr MethodRow kMethods[] = {
     {.name = "list", .method = RpcMethod::kList, .params = {}},
     {.name = "trace", .method = RpcMethod::kTrace, .params = kTraceParams},
     {.name = "tv", .method = RpcMethod::kTv, .params = kTvParams, .call = CallKind::kControl},
+    {.name = "ping", .method = RpcMethod::kPing, .params = {}},
     {.name = "authorize", .method = RpcMethod::kAuthorize, .params = kAuthorizeParams},
 };
 
@@ -157,7 +165,7 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
   std::string unescaped;
   std::string_view uri = value.substr(1, value.size() - 2);
   if (uri.find('\\') != std::string_view::npos) uri = unescaped = json_string(value);
-  const char* found = catalogue_find(reading.catalogue, uri);
+  const CatalogueRow* const found = catalogue_find(reading.catalogue, uri);
   if (found == nullptr) {
     std::string message;
     const bool searches = reading.searches > 0;
@@ -165,10 +173,11 @@ void take_uri(const ParamRow& row, std::string_view method, std::string_view val
     const std::string data =
         rpc_unknown_uri(searches ? std::span(reading.catalogue.uris) : std::span<const std::string>(), uri, message);
     request.error = rpc_error(request.id, RpcError::kUnknownUri, message, data);
-  } else if (row.kind == ParamKind::kNotifyingUri && !catalogue_notifies(reading.catalogue, uri)) {
+  } else if (row.kind == ParamKind::kNotifyingUri && !found->check->notifies) {
     request.error = refuse_params(request.id, row.name, wanted(row.kind), method);
   } else {
-    request.call.uri = found;
+    request.call.uri = found->uri;
+    request.call.row = found->check;
   }
 }
 
@@ -276,6 +285,22 @@ void append_error(std::string& text, RpcError code, std::string_view message, st
   text += '}';
 }
 
+// The member "log", an array of lines.
+void append_log(std::string& text, std::string_view log) {
+  text += ",\"log\":[";
+  bool first = true;
+  while (!log.empty()) {
+    const std::size_t end = std::min(log.find('\n'), log.size());
+    std::string_view line = log.substr(0, end);
+    log.remove_prefix(std::min(end + 1, log.size()));
+    while (line.ends_with('\r')) line.remove_suffix(1);
+    if (line.empty()) continue;
+    text.append(first ? "" : ",").append(json_quote(line));
+    first = false;
+  }
+  text += ']';
+}
+
 // The data of an error about a text of the plugin.
 std::string length_data(std::string_view text) { return "{\"length\":" + std::to_string(text.size()) + "}"; }
 
@@ -352,6 +377,10 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
     reply += rpc_error(id, RpcError::kBrokenText, rpc_broken_message(outcome), length_data(outcome.text));
     return;
   }
+  if (outcome.departs) {
+    reply += rpc_error(id, RpcError::kInvalidParams, outcome.warnings.front(), "{" + rpc_warnings(outcome) + "}");
+    return;
+  }
   if (call.kind == CallKind::kControl) {
     std::string_view rest = outcome.text;
     while (const auto member =
@@ -371,7 +400,17 @@ void rpc_append_outcome(std::string& reply, std::string_view id, const Call& cal
   if (call.kind == CallKind::kGet)
     reply.append(",\"response\":").append(outcome.text.empty() ? "null" : std::string_view(outcome.text));
   if (call.traced) reply.append(",\"calls\":[").append(outcome.lines).append("]");
+  if (outcome.ret != 0) reply.append(",\"reason\":").append(json_quote(outcome.reason));
+  if (!outcome.warnings.empty()) reply.append(",").append(rpc_warnings(outcome));
+  if (call.traced) append_log(reply, outcome.log);
   reply += "}}";
+}
+
+std::string rpc_warnings(const Outcome& outcome) {
+  std::string text = "\"warnings\":[";
+  for (const std::string& warning : outcome.warnings)
+    text.append(&warning == outcome.warnings.data() ? "" : ",").append(json_quote(warning));
+  return text + "]";
 }
 
 std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view uri, std::string& ret_message) {

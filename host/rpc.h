@@ -11,7 +11,7 @@
 #include "calls.h"
 #include "catalogue.h"
 
-enum class RpcMethod { kGet, kSet, kSubscribe, kUnsubscribe, kList, kTrace, kTv, kAuthorize };
+enum class RpcMethod { kGet, kSet, kSubscribe, kUnsubscribe, kList, kTrace, kTv, kPing, kAuthorize };
 
 // One request of a message. It owns its texts and outlives the message; call.uri belongs to the catalogue.
 struct RpcRequest {
@@ -41,6 +41,9 @@ RpcError rpc_plugin_text(std::string_view parameter, std::string& ret_text, std:
 std::string rpc_error(std::string_view id, RpcError code, std::string_view message, std::string_view data = {});
 std::string rpc_result(std::string_view id, std::string_view result);
 void rpc_append_outcome(std::string& reply, std::string_view id, const Call& call, const Outcome& outcome);
+
+// The member "warnings" of a reply, without a comma: an array of texts.
+std::string rpc_warnings(const Outcome& outcome);
 
 // The error object's data and message for a URI that is not registered. among: the URIs of which the nearest are named,
 // a search that takes about a millisecond; may be empty.

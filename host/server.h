@@ -13,6 +13,7 @@ struct ServerOptions {
   std::string web_folder;
   std::string token;           // required for control commands; empty: they are always refused
   bool require_token = false;  // all requests require it; only the page's files do not
+  bool strict = false;         // refuse requests that the set would accept with warnings
   bool watchdog = true;
   Limits limits;
 };

@@ -241,7 +241,8 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
         !find(tap, options.tap, "dtv_tap_watch", stack.watch, ret_error) ||
         !find(tap, options.tap, "dtv_tap_on_event", stack.on_event, ret_error) ||
         !find(tap, options.tap, "dtv_tap_fault", stack.fault, ret_error) ||
-        !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error))
+        !find(tap, options.tap, "dtv_tap_list", stack.contract, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_take_failure", stack.take_failure, ret_error))
       return false;
   }
 

@@ -43,6 +43,7 @@ struct Stack {
   void (*on_event)(dtv_tap_event_fct fct, void* context);
   std::int32_t (*fault)(const char* function, const dtv_tap_fault_t* fault);
   char* (*contract)();
+  std::int32_t (*take_failure)(dtv_tap_failure_t* ret_failure);
 
   // The virtual television's (see "dtv_tv.h"); null with another platform.
   char* (*tv_control)(const char* command);

@@ -61,7 +61,7 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
 /* Describes every URI and item type, for tools that generate forms, documents or tests.
  * Returns a JSON text that the caller frees with free(), or null without memory:
  *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "help", "unit",
- *              "values"}, ...],
+ *              "limit", "values"}, ...],
  *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
  *                             "response": [field...] | null, "root": [field...],
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...},
@@ -69,8 +69,8 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *    "results": [{"result", "name", "help"}, ...]}
  * In a URI, "get" and "set" are true if the request has an effect, "notify" if a handler raises the event.
  * "without_effect" names those of "get" and "set" that succeed without effect; if there are none, it is left out.
- * "help" is a sentence; a URI that no handler serves has none. "unit" and "values" describe the item's value and are
- * left out if there is nothing to say.
+ * "help" is a sentence; a URI that no handler serves has none. "unit", "limit" (bytes of a text that count) and "values"
+ * describe the item's value and are left out if there is nothing to say.
  * "root" describes the members of a response that stand before "ITEMS"; a type without them has no "root".
  * A field is {"key", "kind", "uri", "when", "limit", "count", "unit", "values", "help", "value", "fields"}: "uri" is
  * the only URI whose requests read the field; "when", {"key", "value"}, names the member and its value without which

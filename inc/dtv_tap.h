@@ -55,6 +55,18 @@ DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t
  * the callback's parameter names | null, "fault": {...} | null}. */
 DTV_TAP_EXPORT char* dtv_tap_list(void);
 
+/* The last call on this thread whose result was negative. */
+typedef struct {
+  const char* function; /* its name, valid for ever */
+  int64_t result;       /* what it returned */
+  int32_t by_fault;     /* 1: a fault that is set on the function made it fail */
+} dtv_tap_failure_t;
+
+/* Takes this thread's last failed call, so that whoever made a request of the plugin can say which function of the
+ * platform failed. Returns 1 with ret_failure (which may be null), or 0 if no call failed since the thread last asked.
+ * Costs nothing while no call fails. */
+DTV_TAP_EXPORT int32_t dtv_tap_take_failure(dtv_tap_failure_t* ret_failure);
+
 /* Answers every call from a script, a JSON array in the form of the conformance cases' "platform", instead of
  * forwarding. Returns 0, or -1 with ret_error naming the wrong entry and the reason. */
 DTV_TAP_EXPORT int32_t dtv_tap_script(const char* answers, char** ret_error);

@@ -91,6 +91,13 @@ char* dtv_tap_list(void) {
   return copy_text(tap::json_print(list.get()));
 }
 
+std::int32_t dtv_tap_take_failure(dtv_tap_failure_t* ret_failure) {
+  dtv_tap_failure_t failure{};
+  const bool failed = tap::take_failure(failure);
+  if (failed && ret_failure != nullptr) *ret_failure = failure;
+  return failed ? 1 : 0;
+}
+
 std::int32_t dtv_tap_script(const char* answers, char** ret_error) {
   std::string error;
   return tap::script_load(answers, error) ? 0 : failed(ret_error, error);

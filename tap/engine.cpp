@@ -159,6 +159,18 @@ void forward(Function& function, void* ret, void* const* args, const std::size_t
 
 }  // namespace
 
+// In this thread's own storage, so that a request sees only the calls that it made.
+static thread_local dtv_tap_failure_t last_failure{};
+
+void note_failure(const Function& function, std::int64_t result, bool by_fault) {
+  last_failure = {.function = function.signature.name, .result = result, .by_fault = by_fault ? 1 : 0};
+}
+
+bool take_failure(dtv_tap_failure_t& ret_failure) {
+  ret_failure = std::exchange(last_failure, {});
+  return ret_failure.function != nullptr;
+}
+
 int know_function(Function& function) {
   function_list().push_back(&function);
   return 0;
@@ -183,13 +195,18 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
 
   dtv_tap_fault_t fault{};
   const bool faulty = fault_of(function, fault);
+  const bool fails = faulty && fault.fails != 0;
   if (faulty && fault.delay_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(fault.delay_ms));
-  if (faulty && fault.fails != 0) {
+  if (fails) {
     clear_outputs(signature, args, sizes);
     store_result(signature, fault.result, ret);
   } else if (!((active & kScripted) != 0 && script_answer(function, in.get(), ret, args, sizes)) &&
              !((active & kReplayed) != 0 && replay_answer(function, in.get(), ret, args, sizes))) {
     forward(function, ret, args, sizes);
+  }
+  if (signature.result->is_signed && signature.result->shape == Shape::kInteger) {
+    if (const Integer result = integer_load(*signature.result, ret); result.negative)
+      note_failure(function, static_cast<std::int64_t>(result.bits), fails);
   }
 
   if ((active & (kWatched | kRecorded)) == 0) return;

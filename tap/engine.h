@@ -79,6 +79,22 @@ void set_active(Active reason, bool on);
 void call(Function& function, void* ret, void* const* args, const std::size_t* sizes);
 void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes);
 
+// Remembers, for dtv_tap_take_failure, that a call on this thread returned a negative result.
+void note_failure(const Function& function, std::int64_t result, bool by_fault);
+bool take_failure(dtv_tap_failure_t& ret_failure);
+
+// Passes a call straight to the platform.
+template <class Result, class... Params>
+Result pass(const Function& function, Result (*next)(Params...), std::type_identity_t<Params>... args) {
+  if constexpr (std::is_integral_v<Result> && std::is_signed_v<Result>) {
+    const Result result = next(args...);
+    if (result < 0) note_failure(function, result, false);
+    return result;
+  } else {
+    return next(args...);
+  }
+}
+
 template <class Result>
 Result call(Function& function, void* const* args, const std::size_t* sizes) {
   if constexpr (std::is_void_v<Result>) {

@@ -299,6 +299,7 @@ static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   if (get_accepted || set_accepted) describe_without_effect(json, get_accepted, set_accepted);
   if (*use.help) write_text_member(json, "help", use.help);
   if (*use.unit) write_text_member(json, "unit", use.unit);
+  if (use.limit) write_number_member(json, "limit", use.limit);
   if (*use.values) describe_values(json, use.values);
   tvc_close_object(json);
 }

@@ -38,7 +38,7 @@ static INT32 unserved_get(int group) {
 
 UriUse tvc_uri_use(UINT16 ui2_id) {
   UriUse use = {
-      .get = Effect::kRefused, .set = Effect::kRefused, .notifies = false, .help = "", .unit = "", .values = ""};
+      .get = Effect::kRefused, .set = Effect::kRefused, .notifies = false, .help = "", .unit = "", .limit = 0, .values = ""};
   const Handler* const handler = tvc_handler(tvc_group(ui2_id));
   if (!handler) return use;
   const bool has_record = tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;  // a set brings one, except for an action
@@ -49,6 +49,7 @@ UriUse tvc_uri_use(UINT16 ui2_id) {
     use.notifies = handler->group == TV_CTRL_GRPID_WS_NFY;
     use.help = texts + row->help;
     use.unit = texts + row->unit;
+    use.limit = row->limit;
     use.values = texts + row->values;
   } else if (use.get == Effect::kAccepted || use.set == Effect::kAccepted) {
     use.help = "Requests succeed without effect.";

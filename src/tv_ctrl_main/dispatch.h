@@ -10,6 +10,7 @@ struct UriUse {
   bool notifies;       // true: a handler raises the event
   const char* help;    // one sentence
   const char* unit;    // of the value
+  UINT8 limit;         // as RecordRow::limit
   const char* values;  // allowed values, in the form of RecordRow::values
 };
 

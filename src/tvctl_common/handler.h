@@ -34,6 +34,7 @@ struct RecordRow {
   const char* name = "";                // display name
   const char* help = "";                // one sentence for application developers
   const char* unit = "";                // unit of the value
+  UINT8 limit = 0;                      // bytes of a text that count; 0: all that its type has room for
   const char* values = "";              // allowed values: texts "POWER\0" "MUTE\0", or numbers "0=off\0" "1=on\0"
 };
 
@@ -50,6 +51,7 @@ struct StoredRecord {
   TextOffset values;
   UINT8 record;
   UINT8 type;
+  UINT8 limit;
   std::optional<INT8> set_answer;
 };
 
@@ -147,6 +149,7 @@ inline constexpr auto kStoredRecords = [] {
                .values = tvc_pool_add(stored.pool, row.values, tvc_pool_list_size(row.values)),
                .record = row.record,
                .type = row.type,
+               .limit = row.limit,
                .set_answer = row.set_answer};
   return stored;
 }();

@@ -1,6 +1,6 @@
 // How long a request may take to arrive, what slow and greedy clients cost the others, and that control commands get through.
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { join } from 'node:path';
 import { test } from 'node:test';
@@ -283,4 +283,17 @@ test('clients that have left while the platform hangs take no place', async (t) 
   for (const line of lines) line.socket.destroy();
   await Promise.all(lines.map((line) => line.ended()));
   for (let i = 0; i < 10; ++i) assert.equal((await ask(t, host, getText(host, { path: '/tv/none' }))).status, 404);
+});
+
+test('an idle connection is probed within half a minute, so that one whose machine is gone does not stay', async (t) => {
+  const host = await startHost(t);
+  await connect(t, host);
+  const timers = () => execFileSync('ss', ['-tnoH', 'state', 'established', `sport = :${host.port}`], { encoding: 'utf8' });
+  // Another timer runs until the client's machine has acknowledged the last reply.
+  let found;
+  for (let i = 0; i < 100 && !found; ++i) {
+    await sleep(100);
+    found = /timer:\(keepalive,([\d.]+)sec,0\)/.exec(timers());
+  }
+  assert.ok(found && Number(found[1]) <= 30, timers());
 });

@@ -42,10 +42,10 @@ int code_of(const RpcRequest& request) {
 
 TEST(Catalogue, KeepsTheFirstOfTwoRows) {
   EXPECT_EQ(catalogue().uris.size(), 2u);
-  EXPECT_STREQ(catalogue_find(catalogue(), volume), volume);
+  EXPECT_STREQ(catalogue_find(catalogue(), volume)->uri, volume);
   EXPECT_EQ(catalogue_find(catalogue(), "/tv"), nullptr);
-  EXPECT_TRUE(catalogue_notifies(catalogue(), events));
-  EXPECT_FALSE(catalogue_notifies(catalogue(), volume));
+  EXPECT_TRUE(catalogue_find(catalogue(), events)->check->notifies);
+  EXPECT_FALSE(catalogue_find(catalogue(), volume)->check->notifies);
 }
 
 TEST(Catalogue, RefusesWhatIsNoDescription) {
@@ -199,39 +199,47 @@ std::string rpc_outcome(std::string_view id, const Call& call, const Outcome& ou
 
 TEST(RpcReply, CarriesThePluginsText) {
   const Call get{.kind = CallKind::kGet, .uri = volume};
-  Outcome outcome{.ret = -2, .text = "{ \"a\":1.0}", .broken = false, .lines = {}};
-  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":{ "a":1.0}}})");
+  Outcome outcome{.ret = 0, .text = "{ \"a\":1.0}"};
+  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":0,"response":{ "a":1.0}}})");
   outcome.text.clear();
-  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":-2,"response":null}})");
+  EXPECT_EQ(rpc_outcome("5", get, outcome), R"({"jsonrpc":"2.0","id":5,"result":{"ret":0,"response":null}})");
   const Call set{.kind = CallKind::kSet, .uri = volume, .text = "{}", .traced = true};
   outcome.lines = R"({"call":"a"},{"call":"b"})";
+  outcome.log = "one\r\ntwo\n";
   EXPECT_EQ(rpc_outcome("\"x\"", set, outcome),
-            R"({"jsonrpc":"2.0","id":"x","result":{"ret":-2,"calls":[{"call":"a"},{"call":"b"}]}})");
+            R"({"jsonrpc":"2.0","id":"x","result":{"ret":0,"calls":[{"call":"a"},{"call":"b"}],"log":["one","two"]}})");
+}
+
+TEST(RpcReply, SaysWhyAndWhatWasBent) {
+  const Call set{.kind = CallKind::kSet, .uri = volume};
+  EXPECT_EQ(rpc_outcome("1", set, {.ret = -1, .reason = "the \"why\"", .warnings = {"a", "b"}}),
+            R"({"jsonrpc":"2.0","id":1,"result":{"ret":-1,"reason":"the \"why\"","warnings":["a","b"]}})");
+  EXPECT_EQ(rpc_outcome("1", set, {.warnings = {"a", "b"}, .departs = true}),
+            R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"a","data":{"warnings":["a","b"]}}})");
 }
 
 TEST(RpcReply, BrokenTextsAreErrors) {
   const Call get{.kind = CallKind::kGet, .uri = volume};
-  const std::string reply = rpc_outcome("1", get, {.ret = 0, .text = "{\"a\":", .broken = true, .lines = {}});
+  const std::string reply = rpc_outcome("1", get, {.ret = 0, .text = "{\"a\":", .broken = true});
   EXPECT_NE(reply.find("-32002"), std::string::npos);
   EXPECT_NE(reply.find("\"data\":{\"length\":5}"), std::string::npos);
 }
 
 TEST(RpcReply, AChangeThatIsNotOnTheDiskIsAnError) {
   const Call set{.kind = CallKind::kSet, .uri = volume};
-  const std::string reply = rpc_outcome("1", set, {.ret = 0, .text = "", .lines = {}, .not_kept = ENOSPC});
+  const std::string reply = rpc_outcome("1", set, {.ret = 0, .text = "", .not_kept = ENOSPC});
   EXPECT_NE(reply.find("-32004"), std::string::npos);
   EXPECT_NE(reply.find("No space left on device"), std::string::npos);
-  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = "", .lines = {}, .not_kept = ENOSPC}).status, 500u);
+  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = "", .not_kept = ENOSPC}).status, 500u);
 }
 
 TEST(RpcReply, ControlErrorsAreErrors) {
   const Call control{.kind = CallKind::kControl};
-  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "{\"volume\":5}", .broken = false, .lines = {}}),
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "{\"volume\":5}"}),
             R"({"jsonrpc":"2.0","id":1,"result":{"volume":5}})");
-  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = R"({"error":"no \"x\""})", .broken = false, .lines = {}}),
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = R"({"error":"no \"x\""})"}),
             R"({"jsonrpc":"2.0","id":1,"error":{"code":-32004,"message":"no \"x\""}})");
-  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "[]", .broken = false, .lines = {}}),
-            R"({"jsonrpc":"2.0","id":1,"result":[]})");
+  EXPECT_EQ(rpc_outcome("1", control, {.ret = 0, .text = "[]"}), R"({"jsonrpc":"2.0","id":1,"result":[]})");
 }
 
 TEST(RpcReply, NotificationsCarryThePluginsText) {
@@ -305,15 +313,22 @@ TEST(Http, SaysWhichMethodsAreServed) {
 TEST(Http, OutcomesBecomeStatuses) {
   const Call get{.kind = CallKind::kGet, .uri = volume};
   const Call set{.kind = CallKind::kSet, .uri = volume};
-  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{}", .broken = false, .lines = {}}).body, "{}");
-  const HttpAnswer failed = http_outcome(get, {.ret = -2, .text = "{}", .broken = false, .lines = {}});
+  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{}"}).body, "{}");
+  const HttpAnswer failed = http_outcome(get, {.ret = -2, .text = "{}", .reason = "why"});
   EXPECT_EQ(failed.status, 422u);
-  EXPECT_EQ(failed.body, R"({"ret":-2,"response":{}})");
-  EXPECT_EQ(http_outcome(get, {.ret = -1, .text = "", .broken = false, .lines = {}}).body,
-            R"({"ret":-1,"response":null})");
-  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = "", .broken = false, .lines = {}}).status, 200u);
-  EXPECT_EQ(http_outcome(set, {.ret = 13, .text = "", .broken = false, .lines = {}}).body, R"({"ret":13})");
-  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{", .broken = true, .lines = {}}).status, 502u);
+  EXPECT_EQ(failed.body, R"({"ret":-2,"response":{},"reason":"why"})");
+  EXPECT_EQ(http_outcome(get, {.ret = -1, .reason = "why"}).body, R"({"ret":-1,"response":null,"reason":"why"})");
+  EXPECT_EQ(http_outcome(set, {.ret = 0, .text = ""}).status, 200u);
+  EXPECT_EQ(http_outcome(set, {.ret = 13, .reason = "why"}).body, R"({"ret":13,"reason":"why"})");
+  EXPECT_EQ(http_outcome(set, {.warnings = {"a"}}).body, R"({"ret":0,"warnings":["a"]})");
+  const HttpAnswer strict = http_outcome(set, {.warnings = {"a"}, .departs = true});
+  EXPECT_EQ(strict.status, 400u);
+  EXPECT_EQ(strict.body, R"({"error":"a","warnings":["a"]})");
+  // A get's body is the plugin's own text; a header takes only printable ASCII.
+  const HttpAnswer bent = http_outcome(get, {.text = "{}", .warnings = {"a\r\nb: \xc3\xa4", "c"}});
+  EXPECT_EQ(bent.body, "{}");
+  EXPECT_EQ(bent.more, "dtv-warning: a??b: ??\r\ndtv-warning: c\r\n");
+  EXPECT_EQ(http_outcome(get, {.ret = 0, .text = "{", .broken = true}).status, 502u);
 }
 
 }  // namespace

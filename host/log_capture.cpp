@@ -1,0 +1,33 @@
+#include "log_capture.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+thread_local std::string* captured = nullptr;
+
+// Called by stdio on the thread that prints, with the new stream locked. The cookie is the stream of before.
+ssize_t pass_on(void* cookie, const char* bytes, std::size_t length) {
+  if (captured != nullptr) captured->append(bytes, std::min(length, kLogCaptureBytes - captured->size()));
+  auto* const stream = static_cast<std::FILE*>(cookie);
+  const std::size_t written = std::fwrite(bytes, 1, length, stream);
+  std::fflush(stream);
+  // A short count makes stdio set the stream's error flag, and drop the rest.
+  return static_cast<ssize_t>(written);
+}
+
+bool replace(std::FILE*& stream, int buffering) {
+  std::FILE* const passing =
+      fopencookie(stream, "w", {.read = nullptr, .write = pass_on, .seek = nullptr, .close = nullptr});
+  if (passing == nullptr) return false;
+  std::setvbuf(passing, nullptr, buffering, BUFSIZ);
+  stream = passing;
+  return true;
+}
+
+}  // namespace
+
+bool log_capture_start() { return replace(stdout, _IOLBF) && replace(stderr, _IONBF); }
+
+void log_capture(std::string* ret_lines) { captured = ret_lines; }
