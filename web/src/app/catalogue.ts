@@ -89,12 +89,20 @@ function pick(groups: Group[], is: (row: Row) => boolean): Group[] {
   return groups.map((group) => ({ ...group, rows: group.rows.filter(is) })).filter(({ rows }) => rows.length > 0);
 }
 
+/** Whether a word of the text begins with this. In the middle of words, descriptions would match too much. */
+function hasBeginning(text: string, word: string): boolean {
+  for (let at = text.indexOf(word); at >= 0; at = text.indexOf(word, at + 1)) {
+    if (at === 0 || !/[a-z0-9]/.test(text[at - 1]!)) return true;
+  }
+  return false;
+}
+
 /** The rows that contain every word: first those whose names do, then those whose names and descriptions do together. */
 export function filterGroups(groups: Group[], words: string[], servedOnly: boolean): Group[] {
   if (words.length === 0 && !servedOnly) return groups;
   const allowed = (row: Row) => !servedOnly || row.served;
   const named = (row: Row) => words.every((word) => row.names.includes(word));
-  const described = (row: Row) => words.every((word) => row.names.includes(word) || row.about.includes(word));
+  const described = (row: Row) => words.every((word) => row.names.includes(word) || hasBeginning(row.about, word));
   return [
     ...pick(groups, (row) => allowed(row) && named(row)),
     ...pick(groups, (row) => allowed(row) && !named(row) && described(row)).map(

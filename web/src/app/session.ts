@@ -128,7 +128,7 @@ export class RefusedError extends Error {
   readonly ret: number;
 
   constructor(uri: string, result: SetResult) {
-    super(`${uri} was refused: ${reasonOf(result).replace(/\.$/, "")} (ret ${result.ret}).`);
+    super(`${uri} was refused: ${result.reason ?? `${meaningOf(result.ret)} (ret ${result.ret})`}`);
     this.name = "RefusedError";
     this.ret = result.ret;
   }
