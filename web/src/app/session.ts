@@ -121,16 +121,19 @@ export const meaningOf = (ret: number): string =>
 // ---- requests
 
 /** Why a result is not 0, by the host's words; of a host that gives none, the meaning of the number. */
-export const reasonOf = ({ ret, reason }: SetResult): string => reason ?? meaningOf(ret);
+export const reasonOf = ({ ret, reason }: SetResult): string => reason ?? `${meaningOf(ret)} (ret ${ret})`;
 
 /** The response to a request has a negative "ret". */
 export class RefusedError extends Error {
   readonly ret: number;
+  /** Without the URI. */
+  readonly reason: string;
 
   constructor(uri: string, result: SetResult) {
-    super(`${uri} was refused: ${result.reason ?? `${meaningOf(result.ret)} (ret ${result.ret})`}`);
+    super(`${uri} was refused: ${reasonOf(result)}`);
     this.name = "RefusedError";
     this.ret = result.ret;
+    this.reason = reasonOf(result);
   }
 }
 
