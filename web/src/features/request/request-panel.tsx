@@ -142,10 +142,11 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
     <>
       <p class="hint">
         {notify?.form !== "queued"
-          ? "Only the newest notification waits to be fetched."
+          ? "Keeps only the newest: of several changes within a few milliseconds, the last one arrives."
           : notify.bound
-            ? `Notifications wait in a queue. One longer than ${notify.bound} bytes is discarded when the next arrives.`
-            : "Notifications wait in a queue until they are fetched."}
+            ? `Keeps up to ${notify.bound} bytes: changes within a few milliseconds arrive together, as the members of "ITEMS". ` +
+              "Beyond that, the earlier ones are lost."
+            : 'Keeps all: changes within a few milliseconds arrive together, as the members of "ITEMS".'}
       </p>
       {notify && notify.fields.length > 0 && (
         <dl class="members">
