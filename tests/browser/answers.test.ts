@@ -2,7 +2,7 @@ import type { Locator, Page } from "@playwright/test";
 import { expect, slider, test } from "./fixtures";
 import { muteUri, volumeUri } from "./host";
 
-/** Where the answer stands, what it says, and the requests that the page keeps. */
+/** Where the answer is, what it says, and the requests that the page keeps. */
 
 const response = (page: Page) => page.getByRole("region", { name: "Response" });
 const form = (page: Page) => page.getByRole("form");
@@ -23,7 +23,7 @@ for (const [width, height] of [
   test.describe(`at ${width}x${height}`, () => {
     test.use({ viewport: { width, height } });
 
-    test("the answer stands beside the request, also beside a long form", async ({ host, open }) => {
+    test("the answer is beside the request, and beside a long form too", async ({ host, open }) => {
       const page = await open(`/#${volumeUri}`);
       await submit(page, "Get").click();
       await expect(response(page)).toContainText("ret 0");
@@ -193,7 +193,7 @@ test("an answer shows what the set silently changed; a strict request is refused
   await expect(page.getByRole("checkbox", { name: "Strict" })).toBeChecked();
 });
 
-test("the log of a request stands under its platform calls", async ({ open }) => {
+test("the log of a request is below its platform calls", async ({ open }) => {
   const page = await open(`/#${volumeUri}`);
   await choose(page, "Set");
   await page.getByRole("textbox", { name: "VALUE" }).fill("101");

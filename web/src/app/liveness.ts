@@ -20,7 +20,7 @@ interface LivenessOptions {
 }
 
 const tickMs = 500;
-/** Silence after which the other end is asked, and asked again. */
+/** Silence after which the page asks the other end, again and again. */
 const askMs = 3_000;
 /** Silence after which it counts as not answering: a question has had no answer for `askMs`. */
 const silentMs = 2 * askMs;

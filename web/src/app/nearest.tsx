@@ -5,7 +5,7 @@ import { Breakable } from "../ui/breakable";
 import { RpcError } from "./rpc";
 import { call, connection } from "./session";
 
-/** While somebody types, the host is asked only after a pause. */
+/** While somebody types, the page asks the host only after a pause. */
 const pauseMs = 250;
 
 /** The host refuses a URI that it does not know, and names those that are most like it. */

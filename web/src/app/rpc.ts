@@ -67,7 +67,9 @@ export interface CallOptions {
 }
 
 /** What follows the method's name in a call. */
-type Arguments<M extends Method> = Params<M> extends undefined ? [] : [params: Params<M>, options?: CallOptions];
+type Arguments<M extends Method> = Params<M> extends undefined
+  ? [params?: undefined, options?: CallOptions]
+  : [params: Params<M>, options?: CallOptions];
 
 export interface Client {
   call<M extends Method>(method: M, ...rest: Arguments<M>): Promise<Result<M>>;
@@ -251,7 +253,7 @@ export function createClient(options: ClientOptions): Client {
   open();
 
   return {
-    call: <M extends Method>(method: M, ...rest: [] | [Params<M>, CallOptions?]) =>
+    call: <M extends Method>(method: M, ...rest: [Params<M>?, CallOptions?]) =>
       send(method, ...rest) as unknown as Promise<Result<M>>,
     subscribe(uri, listener) {
       const known = listeners.get(uri);

@@ -87,7 +87,7 @@ document.addEventListener("visibilitychange", () => {
 let gapFrom: number | null = null;
 let wasOpen = false;
 
-/** What the logs miss stands in them. */
+/** Writes into the logs from when to when they miss something. */
 function logGap() {
   if (gapFrom !== null && wasOpen) {
     const to = Date.now();
@@ -99,13 +99,19 @@ function logGap() {
   wasOpen = true;
 }
 
-/** The list has 190 kB: over a slow line the answers that come first, such as the volume, would wait for it for seconds. */
+const listTimeoutMs = 60_000;
+
+/**
+ * The list has 190 kB: over a slow line it takes seconds. So the page asks for it when the host has answered the first
+ * short requests, such as that of the volume.
+ */
 async function readList() {
-  await client.call("ping").catch(() => undefined);
   try {
-    list.value = await client.call("list");
+    await client.call("ping").catch(() => undefined);
+    list.value = await client.call("list", undefined, { timeoutMs: listTimeoutMs });
   } catch (reason) {
-    tellError(reason);
+    // After a lost connection the next one requests the list again.
+    if (connection.peek().name === "open") tellError(reason);
   }
 }
 

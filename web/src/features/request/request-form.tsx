@@ -38,7 +38,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
   }
 
   const values = useSignal<FormValues>(valuesOf(recalled?.parameter ?? {}));
-  // The text as it was typed, and the form's values that it stands for. It is made anew when those have changed.
+  // The text as the user typed it, and the form's values at that time. A form that has changed since makes a new text.
   const draft = useSignal({ text: textOf(recalled?.parameter), values: recalled ? values.peek() : null });
 
   const { fields, built, parameter: fromForm } = build(values.value);
