@@ -15,10 +15,33 @@
 
 namespace {
 
-boost::json::object state_command(Arguments) {
+const Command* find_command(std::string_view name);
+
+// What "state all" shows of a command's reply: the whole reply, or one member of it.
+struct StatePart {
+  std::string_view name;
+  std::string_view command;
+  std::string_view member;  // empty: the reply
+};
+
+constexpr StatePart kStateParts[] = {
+    {"clock", "clock", ""},        {"applications", "app", ""}, {"sources", "source", "sources"},
+    {"sticks", "stick", "sticks"}, {"network", "network", ""},  {"cec", "cec", "devices"},
+};
+
+boost::json::object state_command(Arguments arguments) {
+  if (!arguments.empty() && arguments[0] != "all") return reply_takes("state", "all, or nothing", arguments[0]);
   boost::json::object answer;
   for (const Room* const room : rooms())
     if (room->report != nullptr) room->report(answer);
+  if (arguments.empty()) return answer;
+  for (const StatePart& part : kStateParts) {
+    boost::json::object reply = find_command(part.command)->run({});
+    if (part.member.empty())
+      answer[part.name] = std::move(reply);
+    else
+      answer[part.name] = std::move(reply[part.member]);
+  }
   return answer;
 }
 
@@ -27,7 +50,10 @@ boost::json::object reset_command(Arguments) { return set_reset() ? state_comman
 boost::json::object help_command(Arguments arguments);
 
 constexpr Command kSetCommands[] = {
-    {"state", "", 0, "Reports the set's state; of the configuration, only the values that are not defaults",
+    {"state", "[all]", 1,
+     "Reports what a viewer sees at once, and what differs from a new set; with all, also clock, applications, "
+     "sources, "
+     "sticks, network and CEC devices",
      state_command},
     {"reset", "", 0, "Resets the set to its factory state", reset_command},
     {"help", "[COMMAND [WORD...]]", 17, "Lists the commands; for one command, also the words that may follow",

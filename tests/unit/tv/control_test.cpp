@@ -41,7 +41,7 @@ TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("mute")"), "on off toggle");
   EXPECT_EQ(next(R"("mute","on")"), "");
   EXPECT_EQ(next(R"("volume")"), "N up down");
-  EXPECT_EQ(next(R"("state")"), "");
+  EXPECT_EQ(next(R"("state")"), "all");
   EXPECT_EQ(next(R"("stick")"), "insert remove list");
   EXPECT_EQ(next(R"("stick","insert")"), "DIR");
   EXPECT_EQ(next(R"("stick","insert","/media")"), "LABEL");
@@ -53,6 +53,27 @@ TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("clock","zone")"), "NAME");
   EXPECT_EQ(next(R"("cec")"), "play standby unplug plug send frames");
   EXPECT_EQ(next(R"("cec","send","dvd")"), "BYTE...");
+}
+
+TEST_F(TvControl, StateAllShowsWhatTheOtherCommandsShow) {
+  const auto part = [](const char* name, const std::string& reply) { return "\"" + std::string(name) + "\":" + reply; };
+  const auto member = [](const std::string& reply, const char* name) {
+    const std::string key = "\"" + std::string(name) + "\":";
+    const std::size_t begin = reply.find(key) + key.size();
+    return reply.substr(begin, reply.rfind(']') + 1 - begin);
+  };
+  ASSERT_EQ(tv_control(R"(["state","some"])"), R"({"error":"state takes all, or nothing, not \"some\""})");
+  ASSERT_EQ(tv_control(R"(["state"])").find("applications"), std::string::npos);
+  ASSERT_NE(tv_control(R"(["cec","unplug","player"])").find("player"), std::string::npos);
+  const std::string all = tv_control(R"(["state","all"])");
+  EXPECT_NE(all.find(TV_FACTORY_STATE), std::string::npos) << all;
+  for (const std::string& expected :
+       {part("applications", tv_control(R"(["app"])")), part("network", tv_control(R"(["network"])")),
+        part("sticks", member(tv_control(R"(["stick"])"), "sticks")),
+        part("sources", member(tv_control(R"(["source"])"), "sources")),
+        part("cec", member(tv_control(R"(["cec"])"), "devices"))})
+    EXPECT_NE(all.find(expected), std::string::npos) << expected << " is not in " << all;
+  EXPECT_NE(all.find(R"("zone":"Europe/Berlin")"), std::string::npos);
 }
 
 // Words that begin a form of a command, and the forms that are named in the refusal.

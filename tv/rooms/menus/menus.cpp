@@ -266,6 +266,7 @@ bool reset() {
 
 void report(boost::json::object& answer) {
   if (const auto view = open_view()) answer["menu"] = view->menu->name;
+  menus_report_message(answer);
 }
 
 std::string names() {

@@ -44,6 +44,7 @@ constexpr Message kMessages[] = {
     {"picture_mode", "Picture mode"},
     {"sound_mode", "Sound mode"},
     {"aspect_ratio", "Picture format"},
+    {"standby", "No effect in standby"},
     {"wrong_pin", "The PIN is wrong"},
 };
 

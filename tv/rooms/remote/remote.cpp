@@ -381,12 +381,19 @@ static_assert(std::ranges::count_if(kKeys, [](const Key& key) { return key.actio
 
 bool press(const Key& key) {
   bool was_on = false;
+  bool ignored = false;
   {
     const std::lock_guard guard(state.lock);
     was_on = state.on;
-    if (!was_on && key.action != nullptr && !key.action->wakes) return true;
-    state.on = true;
-    state.last_key = key.name;
+    ignored = !was_on && key.action != nullptr && !key.action->wakes;
+    if (!ignored) {
+      state.on = true;
+      state.last_key = key.name;
+    }
+  }
+  if (ignored) {
+    menus_say("standby", key.name);
+    return true;
   }
   menus_forget_message();
   if (was_on) home_network_key(key.code, key.name == std::string_view("EXIT"));
@@ -570,7 +577,6 @@ boost::json::object key_command(Arguments arguments) {
   if (!press(*key)) return reply_not_kept();
   boost::json::object answer = reported();
   room_menus.report(answer);
-  menus_report_message(answer);
   return answer;
 }
 

@@ -270,6 +270,7 @@ TEST_F(TvRemote, PowerTogglesAndKeysWakeTheSet) {
   EXPECT_TRUE(shown(R"("volume":20,"mute":false)"));
   EXPECT_TRUE(shown(R"("power":"standby")"));
   EXPECT_TRUE(shown(R"("key":"POWER")"));
+  EXPECT_TRUE(shown(R"("message":{"word":"standby","about":"MUTE","text":"No effect in standby: MUTE"})"));
   send("0x8f000");
   EXPECT_TRUE(shown(R"("power":"on")"));
   for (const char* key : {"CH+", "5", "MENU", "SOURCE"}) {

@@ -32,6 +32,7 @@ export const FastRightIcon = () => line(<path d="m4 4.5 5.5 5.5L4 15.5M10.5 4.5 
 export const SlidersIcon = () => line(<path d="M3 6h7m4 0h3M3 14h3m4 0h7M10 4v4M6 12v4" />);
 export const RemoteIcon = () => line(<><rect x="6" y="2.5" width="8" height="15" rx="2.2" /><path d="M10 6h.01M8.7 10h.01M11.3 10h.01M8.7 13h.01M11.3 13h.01" /></>);
 export const ScreenIcon = () => line(<><rect x="2.5" y="4" width="15" height="10" rx="1.6" /><path d="M7 17h6" /></>);
+export const SetIcon = () => line(<><rect x="2.5" y="4" width="15" height="10" rx="1.6" /><path d="M7 17h6M6 11l2.5-3 2.5 2 3-3.5" /></>);
 export const SearchIcon = () => line(<><circle cx="8.7" cy="8.7" r="5" /><path d="m12.6 12.6 4 4" /></>);
 export const ListIcon = () => line(<path d="M7 5h10M7 10h10M7 15h10M3 5h.01M3 10h.01M3 15h.01" />);
 export const SendIcon = () => line(<path d="m3.5 10 13-6-4 13-3-5.5z" />);
