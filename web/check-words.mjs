@@ -12,7 +12,7 @@ const catalogueFile = join(root, "../i18n/catalogue.def");
 // Attributes that nobody reads. All others of a component are shown or read aloud.
 const silent = new Set(
   ("accept action aria-activedescendant aria-atomic aria-busy aria-controls aria-current aria-describedby aria-hidden " +
-    "aria-keyshortcuts aria-labelledby aria-live aria-modal as autocapitalize autocomplete class d data-cell dataset decoding dir " +
+    "aria-keyshortcuts aria-labelledby aria-live aria-modal as autocapitalize autocomplete class command d data-cell dataset decoding dir " +
     "draggable fill for form height href id inputMode inputmode key kind lang list method name open points preload r rel " +
     "role rx scope src step stroke stroke-linecap stroke-linejoin stroke-width style tabIndex target tone transform type value " +
     "viewBox when width x y cx cy").split(" "),
@@ -27,6 +27,7 @@ const names = new Map([
   ["inspector", "the page's name"],
   [" · dtv inspector", "the page's name"],
   ["dtv inspector", "the page's name"],
+  ["HbbTV:", "the name of a standard"],
   ["MHz", "a unit"],
   ["ms", "a unit"],
   ["ret", "the name of a result"],

@@ -99,9 +99,19 @@ function logGap() {
   wasOpen = true;
 }
 
+/** The list has 190 kB: over a slow line the answers that come first, such as the volume, would wait for it for seconds. */
+async function readList() {
+  await client.call("ping").catch(() => undefined);
+  try {
+    list.value = await client.call("list");
+  } catch (reason) {
+    tellError(reason);
+  }
+}
+
 function onOpen() {
   logGap();
-  client.call("list").then((result) => (list.value = result), tellError);
+  void readList();
   if (tracing.value) client.call("trace", { on: true }).catch(tellError);
 }
 

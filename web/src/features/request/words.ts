@@ -42,10 +42,10 @@ export const label = words({
   IDS_NEEDS_NUMBERS: "Whole numbers separated by commas are needed",
   IDS_NOTHING_SENT: "Nothing has been sent yet.",
   IDS_NOTIFY_IN_LIVE: "Notifications appear in the live log.",
-  IDS_NOTIFY_NEWEST: "Only the newest notification waits to be fetched.",
-  IDS_NOTIFY_QUEUE: "Notifications wait in a queue until they are fetched.",
+  IDS_NOTIFY_NEWEST: "Keeps only the newest: of several changes within a few milliseconds, the last one arrives.",
+  IDS_NOTIFY_QUEUE: "Keeps all: changes within a few milliseconds arrive together, as the members of ITEMS.",
   IDS_NOTIFY_QUEUE_BOUND:
-    "Notifications wait in a queue. One longer than {0} bytes is discarded when the next arrives.",
+    "Keeps up to {0} bytes: changes within a few milliseconds arrive together, as the members of ITEMS. Beyond that, the earlier ones are lost.",
   IDS_NOT_ASKED: "the set was not asked: the plugin answered without a call to the platform",
   IDS_NOT_SERVED: "Not served",
   IDS_NOT_SERVED_ABOUT: "The URI is registered, but the plugin serves no request for it.",
