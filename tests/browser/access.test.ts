@@ -1,5 +1,5 @@
 import type { Locator, Page } from "@playwright/test";
-import { expect as base, slider, test } from "./fixtures";
+import { expect as base, languageMenu, slider, test } from "./fixtures";
 import { volumeUri, type Host } from "./host";
 
 /** The token in the address that dtv-host prints, and a page without it. */
@@ -109,7 +109,7 @@ test("a page without the token has no configuration, and says why", async ({ hos
     tur: "Bu görünüm için belirteç gerekir",
     eng: "This view needs the token",
   })) {
-    await page.getByRole("combobox").selectOption(language);
+    await languageMenu(page).selectOption(language);
     await expect(notice(page)).toContainText(words);
     await expect(notice(page)).toContainText("#token=...");
   }

@@ -2,7 +2,7 @@ import type { Locator, Page } from "@playwright/test";
 import { mkdir } from "node:fs/promises";
 import { join } from "node:path";
 import { connectAntenna, importChannels, tv } from "./broadcast";
-import { expect, test, tooWide } from "./fixtures";
+import { expect, question, test, tooWide } from "./fixtures";
 
 /** The panels of the scan and of the recordings, at an antenna. */
 
@@ -46,7 +46,7 @@ test("the progress of a scan is shown, and it can be cancelled", async ({ open }
       }),
   });
   await expect(progress(page).getByRole("progressbar")).toHaveAttribute("value", "40");
-  for (const text of ["The scan runs.", "2 of 5", "air, 506 MHz", "81 %, quality 93 %"]) {
+  for (const text of ["The scan runs.", "2 of 5", "Air, 506 MHz", "81 %, quality 93 %"]) {
     await expect(progress(page)).toContainText(text);
   }
   await expect(scanPanel(page).getByRole("button", { name: "Scan" })).toBeDisabled();
@@ -121,14 +121,14 @@ test("a scan finds the antenna's services, and a channel is recorded", async ({ 
   expect(await tv(host, "recordings")).toMatchObject({ recordings: [{ title: "Kept for later", kept: true }] });
   const remove = async () => {
     await recordings(page).getByRole("button", { name: "Delete: Kept for later" }).click();
-    await recordings(page).getByRole("button", { name: "Delete", exact: true }).click();
+    await question(page).getByRole("button", { name: "Delete" }).click();
   };
   await remove();
   await expect(recordings(page).getByRole("alert")).toBeVisible();
   expect(await tv(host, "recordings")).toMatchObject({ total: 1 });
   await keep.click();
   await expect(keep).toHaveAttribute("aria-pressed", "false");
-  await recordings(page).getByRole("button", { name: "Delete", exact: true }).click();
+  await remove();
   await expect(recordings(page)).toHaveCount(0);
   expect(await tv(host, "recordings")).toMatchObject({ total: 0 });
 });
@@ -142,6 +142,11 @@ test("timers are listed and deleted, and a refused recording tells why", async (
   await expect(timers(page)).toHaveCount(1);
   await expect(timers(page)).toContainText("Alpha");
   await timers(page).getByRole("button", { name: /^Delete/ }).click();
+  await question(page).getByRole("button", { name: "Cancel" }).click();
+  await expect(question(page)).toHaveCount(0);
+  await expect(timers(page)).toHaveCount(1);
+  await timers(page).getByRole("button", { name: /^Delete/ }).click();
+  await question(page).getByRole("button", { name: "Delete" }).click();
   await expect(timers(page)).toHaveCount(0);
   expect(await tv(host, "timers")).toEqual({ timers: [] });
 });
@@ -178,6 +183,7 @@ for (const width of [360, 800]) {
       await expect(recordings(page)).toHaveCount(1);
       await recordings(page).getByRole("button", { name: /^Rename/ }).click();
       await recordings(page).getByRole("button", { name: /^Delete/ }).click();
+      await expect(question(page)).toBeVisible();
       expect(await tooWide(page), "recordings").toEqual([]);
     });
   });

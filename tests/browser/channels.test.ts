@@ -1,6 +1,6 @@
 import type { Locator, Page } from "@playwright/test";
 import { importChannels, tv } from "./broadcast";
-import { expect, test } from "./fixtures";
+import { expect, question, test } from "./fixtures";
 
 const panel = (page: Page): Locator => page.getByRole("main", { name: "Channels" });
 const rows = (page: Page): Locator => panel(page).locator(".channel");
@@ -23,8 +23,8 @@ test("the channel list is shown, searched by name and number, and a click change
   await page.getByRole("navigation", { name: "Views" }).getByRole("button", { name: "Channels" }).click();
   await expect(page).toHaveURL(/#channels$/);
   await expect(rows(page)).toHaveCount(2);
-  await expect(rows(page).nth(0)).toContainText(/1\s*Alpha\s*air/);
-  await expect(rows(page).nth(1)).toContainText(/12\s*Beta Radio\s*air/);
+  await expect(rows(page).nth(0)).toContainText(/1\s*Alpha\s*Air/);
+  await expect(rows(page).nth(1)).toContainText(/12\s*Beta Radio\s*Air/);
 
   const search = panel(page).getByRole("searchbox");
   await search.fill("radio");
@@ -80,18 +80,18 @@ test("a channel gets another number, is blocked, skipped and deleted", async ({ 
 
   // The editor is still open.
   await page.getByRole("checkbox", { name: /^Blocked/ }).check();
-  await expect(row(page, "air:30")).toContainText("blocked");
+  await expect(row(page, "air:30")).toContainText("Blocked");
   await page.getByRole("checkbox", { name: /^Skipped/ }).check();
-  await expect(row(page, "air:30")).toContainText("skipped");
+  await expect(row(page, "air:30")).toContainText("Skipped");
   expect(await tv(host, "channel", "30")).toMatchObject({ flags: ["blocked", "skipped"] });
   await page.getByRole("checkbox", { name: /^Blocked/ }).uncheck();
   await expect.poll(() => tv(host, "channel", "30")).toMatchObject({ flags: ["skipped"] });
 
   // The first press only asks.
   await page.getByRole("button", { name: "Delete", exact: true }).click();
-  await expect(panel(page)).toContainText("Delete Alpha from the list?");
+  await expect(question(page)).toHaveAccessibleName("Delete “Alpha”?");
   expect(await tv(host, "channels")).toMatchObject({ count: 2 });
-  await page.getByRole("button", { name: "Delete", exact: true }).click();
+  await question(page).getByRole("button", { name: "Delete" }).click();
   await expect(rows(page)).toHaveCount(1);
   expect(await tv(host, "channels")).toMatchObject({ count: 1 });
 });
@@ -131,9 +131,9 @@ test("a list of 2,000 channels renders few rows, scrolls to its end and works by
   await expect(rows(page)).toHaveCount(1);
   await panel(page).getByRole("searchbox").fill("");
   await panel(page).getByRole("searchbox").press("ArrowDown");
-  await expect(page.locator(":focus")).toHaveAccessibleName("1, Station 1, air");
+  await expect(page.locator(":focus")).toHaveAccessibleName("1, Station 1, Air");
   await page.keyboard.press("End");
-  await expect(page.locator(":focus")).toHaveAccessibleName(`${many}, Station ${many}, air`);
+  await expect(page.locator(":focus")).toHaveAccessibleName(`${many}, Station ${many}, Air`);
   await page.keyboard.press("Enter");
   await expect(row(page, `air:${many}`)).toHaveAttribute("data-current", "true");
 });

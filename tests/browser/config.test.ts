@@ -1,5 +1,5 @@
 import type { Locator, Page } from "@playwright/test";
-import { expect, logRows, test } from "./fixtures";
+import { expect, languageMenu, logRows, question, test } from "./fixtures";
 import { configNotifyUri, type Host } from "./host";
 
 const lines = (page: Page): Locator => page.locator(".config-line");
@@ -34,6 +34,10 @@ test("the configuration is listed and searched by key and by help", async ({ hos
   await expect(balance.getByRole("spinbutton", { name: "g_audio__balance" })).toHaveValue("0");
   await expect(line(page, "g_misc__tv_network_name")).toContainText("text at most 64 bytes");
   await expect(line(page, "g_gui_lang__gui_language")).toContainText("code three letters");
+  // The values are in groups, whose headings are the first parts of their keys in words.
+  const sound = page.getByRole("region", { name: "Sound", exact: true });
+  await expect(sound.getByRole("heading")).toHaveText("Sound");
+  await expect(sound.locator(".config-line")).toHaveCount(keys.filter((key) => key.startsWith("g_audio__")).length);
 
   await page.keyboard.press("/");
   await expect(search(page)).toBeFocused();
@@ -44,6 +48,10 @@ test("the configuration is listed and searched by key and by help", async ({ hos
   await search(page).fill("g_video__ bright");
   await expect(lines(page)).toHaveCount(1);
   await expect(lines(page)).toHaveAttribute("data-key", "g_video__brightness");
+  // Names of values are found too.
+  await search(page).fill("side by side");
+  await expect(lines(page)).toHaveCount(1);
+  await expect(lines(page)).toHaveAttribute("data-key", "g_video__three_d_mode");
   await search(page).fill("balance nosuchword");
   await expect(lines(page)).toHaveCount(0);
   await expect(page.getByText("Nothing found")).toBeVisible();
@@ -102,6 +110,7 @@ test("every kind of value can be edited, through the plugin", async ({ host, ope
 
   const reset = line(page, "g_action__reset_sound");
   await reset.getByRole("button").click();
+  await question(page).getByRole("button", { name: "Send" }).click();
   await expect(reset).toContainText("1×");
   await expect(number).toHaveValue("50");
   await expect(surround).not.toBeChecked();
@@ -119,6 +128,67 @@ test("every kind of value can be edited, through the plugin", async ({ host, ope
   ]);
   expect(commands.length).toBeGreaterThan(100);
   for (const words of commands) expect(words.length, words.join(" ")).toBeLessThanOrEqual(2);
+});
+
+test("a number whose values have names is chosen by its name", async ({ host, open }) => {
+  const page = await open("/#configuration");
+  const mode = line(page, "g_video__picture_mode");
+  const menu = mode.getByRole("combobox", { name: "g_video__picture_mode" });
+  await expect(menu.locator("option")).toHaveText(["standard", "vivid", "film", "sport", "game", "custom"]);
+  await menu.selectOption("film");
+  await expect.poll(async () => (await described(host, "g_video__picture_mode"))["value"]).toBe(2);
+  await expect(mode).toContainText("Default standard");
+  await change(host, "g_video__picture_mode", "game");
+  await expect(menu).toHaveValue("4");
+
+  // What the set refuses is not shown as chosen.
+  const fault = await host.dtvctl("tv", "fault", "a_vextvapi_config_set_value", "--fail");
+  expect(fault.code, fault.stderr).toBe(0);
+  await menu.selectOption("vivid");
+  await expect(mode.getByRole("alert")).toBeVisible();
+  await expect(menu).toHaveValue("4");
+
+  // A number without names has its limits.
+  await expect(line(page, "g_video__sharpness")).toContainText("number 0 to 20");
+  await expect(line(page, "g_video__sharpness").getByRole("spinbutton")).toBeVisible();
+});
+
+test("an action that resets values asks first, with the safe answer focused", async ({ host, open }) => {
+  await change(host, "g_audio__bass", "61");
+  const page = await open("/#configuration");
+  const bass = async () => (await described(host, "g_audio__bass"))["value"];
+  const send = line(page, "g_action__reset_all").getByRole("button");
+  const cancel = question(page).getByRole("button", { name: "Cancel" });
+
+  await send.click();
+  await expect(question(page)).toHaveAccessibleName("Send g_action__reset_all?");
+  await expect(question(page)).toHaveAccessibleDescription(/^Resets every value to its default\. This cannot be undone\.$/);
+  await expect(cancel).toBeFocused();
+  // The rest of the page cannot be reached meanwhile.
+  for (let press = 0; press < 4; press++) {
+    await page.keyboard.press("Tab");
+    expect(await page.evaluate(() => document.activeElement?.closest(".config-line"))).toBeNull();
+  }
+  await page.keyboard.press("Escape");
+  await expect(question(page)).toHaveCount(0);
+  await expect(send).toBeFocused();
+  expect(await bass()).toBe(61);
+
+  await send.click();
+  await page.keyboard.press("Enter");
+  await expect(question(page)).toHaveCount(0);
+  expect(await bass()).toBe(61);
+
+  await languageMenu(page).selectOption("deu");
+  await send.click();
+  await question(page).getByRole("button", { name: "Senden" }).click();
+  await expect(question(page)).toHaveCount(0);
+  await expect.poll(bass).toBe(50);
+
+  // One that changes nothing does not ask.
+  await line(page, "g_action__search_update").getByRole("button").click();
+  await expect(line(page, "g_action__search_update")).toContainText("1×");
+  await expect(question(page)).toHaveCount(0);
 });
 
 test("a refused value is shown with the reason, and Escape discards it", async ({ host, open }) => {

@@ -240,7 +240,7 @@ test("a scan that takes long is cancelled, and the channels stay", async ({ host
   const page = await open("/#scan");
   await main(page, "Channel search").getByRole("button", { name: "Scan" }).click();
   await expect(progress(page)).toContainText(/[1-5] of 5/);
-  await expect(progress(page)).toContainText(/air, \d+ MHz/);
+  await expect(progress(page)).toContainText(/Air, \d+ MHz/);
   await progress(page).getByRole("button", { name: "Cancel" }).click();
   await expect(progress(page)).toContainText("The scan was cancelled");
   expect(await tv(host, "scan")).toMatchObject({ state: "cancelled" });

@@ -67,6 +67,9 @@ export const test = base.extend<Fixtures>({
 
 export const slider = (page: Page): Locator => page.getByRole("slider", { name: "Volume" });
 export const muteButton = (page: Page): Locator => page.getByRole("button", { name: "Mute", exact: true });
+export const languageMenu = (page: Page): Locator => page.locator("select.language");
+/** The question that the page asks before it does what cannot be undone. */
+export const question = (page: Page): Locator => page.getByRole("alertdialog");
 export const connection = (page: Page): Locator => page.locator(".connection");
 export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");
@@ -77,7 +80,8 @@ export const tooWide = (page: Page): Promise<string[]> =>
     const ret: string[] = [];
     if (document.documentElement.scrollWidth > innerWidth) ret.push("page");
     for (const element of document.querySelectorAll<HTMLElement>("#app *")) {
-      if (!element.checkVisibility() || element.closest('[role="status"]')) continue;
+      // On a narrow screen the choices of the player are one line, which scrolls.
+      if (!element.checkVisibility() || element.closest('[role="status"], .player-choices')) continue;
       const { right, left, width } = element.getBoundingClientRect();
       if (width > 0 && (right > innerWidth + 0.5 || left < -0.5)) ret.push(`${element.tagName}.${element.className}`);
     }

@@ -128,10 +128,10 @@ test("the parts of a series are recorded", async ({ host, open }) => {
   const kinds = async () => ((await tv(host, "timers")) as { timers: { kind: string }[] }).timers.map(({ kind }) => kind);
   await expect.poll(async () => (await kinds()).sort()).toEqual(["record", "record", "series"]);
   // The badge tells of a series that the guide names.
-  await expect(box(page).getByText("series", { exact: true })).toBeVisible();
+  await expect(box(page).locator(".badge", { hasText: "Series" })).toBeVisible();
   await event(page, "Single show").click();
   await expect(box(page)).toContainText("Alone.");
-  await expect(box(page).getByText("series", { exact: true })).toHaveCount(0);
+  await expect(box(page).locator(".badge", { hasText: "Series" })).toHaveCount(0);
 });
 
 test("a recording for which no tuner is free is refused with the conflicts", async ({ host, open }) => {

@@ -1,7 +1,6 @@
 import type { Locator, Page } from "@playwright/test";
-import { connection, expect, test } from "./fixtures";
+import { connection, expect, languageMenu as menu, test } from "./fixtures";
 
-const menu = (page: Page): Locator => page.locator("select.language");
 const tab = (page: Page, name: string): Locator => page.getByRole("navigation", { name: "Views" }).getByRole("button", { name });
 
 test.describe("the menu's language", () => {

@@ -197,7 +197,7 @@ test("the bar of the player: position, chapters, tracks, speed and why it failed
   await expect(list(page)).toBeVisible();
   await expect(player(page)).toHaveCount(0);
   await kind(page, "Videos").click();
-  await list(page).getByRole("button", { name: /^The Harbour, Video/ }).click();
+  await list(page).getByRole("button", { name: /^The Harbour, .*Video$/ }).click();
   expect(fakes.commands).toContain(`player play ${String(film["path"])}`);
   await expect(player(page)).toContainText("Playing");
   await expect(player(page)).toContainText("1:01 / 1:23:45");
@@ -243,7 +243,7 @@ test("the bar of a photo", async ({ open }) => {
   const fakes = mediaFakes();
   const page = await open("/#media", { prepare: fakes.prepare });
   await kind(page, "Photos").click();
-  await list(page).getByRole("button", { name: /^photo 00000.jpg, Photo/ }).click();
+  await list(page).getByRole("button", { name: /^photo 00000.jpg, .*Photo$/ }).click();
   await expect(photoBar(page)).toContainText(`1 / ${many} · 4000 × 3000`);
   await photoBar(page).getByRole("button", { name: "Next" }).click();
   await expect(photoBar(page)).toContainText("photo 00001.jpg");
@@ -279,7 +279,7 @@ test("the home network: servers, their folders, playing, downloading, and the se
   await servers.nth(0).getByRole("button", { name: /^Study/ }).click();
   const files = home.getByRole("region", { name: "Study" });
   await expect(files.getByRole("listitem").filter({ hasText: "Summer in the mountains" })).toContainText("1:02:05");
-  await files.getByRole("button", { name: "Summer in the mountains, Video" }).click();
+  await files.getByRole("button", { name: /^Summer in the mountains, .*Video$/ }).click();
   await expect(player(page)).toContainText("Summer in the mountains");
   await files.getByRole("button", { name: "Download: Summer in the mountains" }).click();
   const download = home.getByRole("region", { name: "Download" });
@@ -287,7 +287,7 @@ test("the home network: servers, their folders, playing, downloading, and the se
   await expect(download).toContainText("70.0 MB / 700.0 MB");
   await download.getByRole("button", { name: "Cancel" }).click();
   await expect(download).toContainText("Cancelled");
-  await files.getByRole("button", { name: "Concerts, Folder" }).click();
+  await files.getByRole("button", { name: /^Concerts, .*Folder$/ }).click();
   await expect(files).toContainText("The list is empty");
   await files.getByRole("navigation", { name: "Folder" }).getByRole("button", { name: "Study" }).click();
   await files.getByRole("searchbox").fill("train");
@@ -373,7 +373,7 @@ test("a film and photos of a real stick, from its insertion to its removal", asy
   await expect(rows(page)).toHaveCount(4);
   await expect(rows(page).locator("img")).toHaveCount(4);
 
-  await list(page).getByRole("button", { name: /^The Harbour, Video/ }).click();
+  await list(page).getByRole("button", { name: /^The Harbour, .*Video$/ }).click();
   await expect(player(page)).toContainText("Playing");
   await player(page).getByRole("button", { name: "Pause" }).click();
   await expect(player(page)).toContainText("Paused");

@@ -1,6 +1,6 @@
 import type { Locator, Page } from "@playwright/test";
 import { connectAntenna, importChannels, importGuide, tv } from "./broadcast";
-import { expect, test, tooWide } from "./fixtures";
+import { expect, languageMenu, test, tooWide } from "./fixtures";
 import type { Host } from "./host";
 import { startMediaServer } from "./media-server";
 
@@ -123,7 +123,7 @@ test("a menu that another client opens appears, in the menu's language", async (
   const page = await open("/#screen");
   await tv(host, "menu", "channels");
   await expect(menu(page).getByRole("heading")).toHaveText("Channel list");
-  await page.getByRole("combobox").selectOption("deu");
+  await languageMenu(page).selectOption("deu");
   await expect(menu(page).getByRole("heading")).toHaveText("Senderliste");
   await expect(menu(page).locator('[data-key="ENTER"]')).toContainText("Ansehen");
   await tv(host, "key", "SLEEP");

@@ -1,5 +1,5 @@
 import type { Page } from "@playwright/test";
-import { connection, expect, logRows, slider, test, tooWide } from "./fixtures";
+import { connection, expect, languageMenu, logRows, slider, test, tooWide } from "./fixtures";
 import { volumeNotifyUri, volumeUri } from "./host";
 
 /** The rows of calls, without that of the time in which the page was not connected. */
@@ -120,7 +120,7 @@ for (const width of [360, 390]) {
       await expect(network.getByRole("alert")).toBeVisible();
       await fits("configuration");
       for (const [language, tag] of Object.entries({ deu: "de", fra: "fr", spa: "es", tur: "tr" })) {
-        await page.getByRole("combobox").selectOption(language);
+        await languageMenu(page).selectOption(language);
         await expect(page.locator("html")).toHaveAttribute("lang", tag);
         await fits(language);
       }

@@ -1,5 +1,5 @@
 import type { Locator, Page, Route } from "@playwright/test";
-import { expect, slider, test } from "./fixtures";
+import { expect, languageMenu, slider, test } from "./fixtures";
 
 /** The television's picture in the page. */
 
@@ -87,7 +87,7 @@ test("the panel says that the set is in standby, also in the menu's language", a
   const page = await open("/#screen");
   expect((await host.dtvctl("tv", "power", "standby")).code).toBe(0);
   await expect(screen(page).getByRole("status")).toHaveText("Standby");
-  await page.getByRole("combobox").selectOption("deu");
+  await languageMenu(page).selectOption("deu");
   await expect(page.locator(".screen-message")).toHaveText("Bereitschaft");
 });
 
@@ -192,7 +192,7 @@ test("the set's message lies over the picture, and the reasons are in the menu's
   const page = await open("/#screen", { prepare: set.prepare });
   const note = page.locator(".screen-note");
   await expect(note).toHaveText("Tides begins at 20:15 <b>");
-  await page.getByRole("combobox").selectOption("deu");
+  await languageMenu(page).selectOption("deu");
   for (const [reason, text] of Object.entries({
     scrambled: "Verschlüsselt",
     no_channel: "Kein Sender",

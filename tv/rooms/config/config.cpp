@@ -39,7 +39,17 @@ struct Entry {
   std::size_t longest;  // of a text, in bytes
   const char* text;     // a text: its value in a new set; an action: the prefix of the keys that it resets
   const char* help;
+  const char* names = "";  // of a number's values 0, 1, 2 and so on, with ", " between them; "" if they have none
 };
+
+constexpr std::string_view kNameEnd = ", ";
+
+// The greatest value of a choice with these names.
+constexpr INT32 last_of(std::string_view names) {
+  INT32 last = 0;
+  for (std::size_t at = names.find(kNameEnd); at != names.npos; at = names.find(kNameEnd, at + 1)) ++last;
+  return last;
+}
 
 constexpr INT32 code_of(std::string_view letters) {
   INT32 code = 0;
@@ -50,6 +60,7 @@ constexpr INT32 code_of(std::string_view letters) {
 // clang-format off
 #define TV_CFG_BOOL(key, item, value, help) Entry{ValueKind::kBool, key, item, 0, 1, value, 0, "", help},
 #define TV_CFG_NUMBER(key, item, least, most, value, help) Entry{ValueKind::kNumber, key, item, least, most, value, 0, "", help},
+#define TV_CFG_CHOICE(key, item, value, help, names) Entry{ValueKind::kNumber, key, item, 0, last_of(names), value, 0, "", help, names},
 #define TV_CFG_CODE(key, item, value, help) Entry{ValueKind::kCode, key, item, INT32_MIN, INT32_MAX, code_of(value), 0, "", help},
 #define TV_CFG_TEXT(key, item, most, value, help) Entry{ValueKind::kText, key, item, 0, 0, 0, most, value, help},
 #define TV_CFG_ACTION(key, item, prefix, help) Entry{ValueKind::kAction, key, item, 0, INT32_MAX, 0, 0, prefix, help},
@@ -322,9 +333,20 @@ boost::json::object list(std::string_view word) {
   boost::json::object answer;
   const std::lock_guard guard(state.lock);
   for (const Entry& entry : kCatalogue)
-    if (contains_ignoring_case(entry.key, word) || contains_ignoring_case(entry.help, word))
+    if (contains_ignoring_case(entry.key, word) || contains_ignoring_case(entry.help, word) ||
+        contains_ignoring_case(entry.names, word))
       answer[entry.key] = shown(entry, state.values[index_of(entry)]);
   return answer;
+}
+
+std::vector<std::string_view> names_of(const Entry& entry) {
+  std::vector<std::string_view> names;
+  for (std::string_view rest = entry.names; !rest.empty();) {
+    const std::size_t end = std::min(rest.find(kNameEnd), rest.size());
+    names.push_back(rest.substr(0, end));
+    rest.remove_prefix(std::min(end + kNameEnd.size(), rest.size()));
+  }
+  return names;
 }
 
 boost::json::object describe(const Entry& entry) {
@@ -340,6 +362,10 @@ boost::json::object describe(const Entry& entry) {
     answer["longest"] = entry.longest;
   }
   answer["help"] = entry.help;
+  boost::json::object values;
+  const std::vector<std::string_view> names = names_of(entry);
+  for (std::size_t value = 0; value < names.size(); ++value) values[std::to_string(value)] = names[value];
+  if (!values.empty()) answer["values"] = std::move(values);
   return answer;
 }
 
@@ -352,7 +378,7 @@ const Entry* named(std::string_view name) {
 std::string viewer_words(const Entry& entry) {
   if (entry.kind == ValueKind::kBool) return "on or off";
   if (entry.kind == ValueKind::kAction) return "trigger";
-  return what_it_takes(entry);
+  return what_it_takes(entry) + (*entry.names != '\0' ? std::string(" or one of: ") + entry.names : "");
 }
 
 // Parses the word that a viewer has entered for a value of the entry's kind.
@@ -375,7 +401,9 @@ bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
       if (word != "trigger") return false;
       break;
     case ValueKind::kNumber: {
-      const auto number = parse_number<INT32>(word);
+      const std::vector<std::string_view> names = names_of(entry);
+      const auto name = std::ranges::find(names, word);
+      const auto number = name == names.end() ? parse_number<INT32>(word) : static_cast<INT32>(name - names.begin());
       if (!number) return false;
       value.number = *number;
     }

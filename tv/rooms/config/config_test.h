@@ -17,6 +17,7 @@ inline constexpr INT32 kGerman = 0x64657500;
 inline constexpr const char* kLanguage = "g_gui_lang__gui_language";
 inline constexpr const char* kBalance = "g_audio__balance";        // -50 to 50
 inline constexpr const char* kBrightness = "g_video__brightness";  // 0 to 100
+inline constexpr const char* kDst = "g_time__dst";                 // a number whose values 0 to 2 have names
 inline constexpr const char* kLogos = "g_misc__ch_logos_status";   // a bool
 inline constexpr const char* kName = "g_misc__tv_network_name";    // a text
 inline constexpr const char* kStore = "g_misc__channel_store";     // an action
@@ -37,10 +38,17 @@ struct Row {
 
 inline INT32 code(const char* letters) { return letters[0] << 24 | letters[1] << 16 | letters[2] << 8; }
 
+inline INT32 names_in(const std::string& names) {
+  INT32 count = 1;
+  for (const char c : names) count += c == ',';
+  return count;
+}
+
 inline const std::vector<Row>& rows() {
   static const std::vector<Row> kRows = {
 #define TV_CFG_BOOL(key, item, value, help) {Row::kBool, key, item, 0, 1, value, 0, ""},
 #define TV_CFG_NUMBER(key, item, least, most, value, help) {Row::kNumber, key, item, least, most, value, 0, ""},
+#define TV_CFG_CHOICE(key, item, value, help, names) {Row::kNumber, key, item, 0, names_in(names) - 1, value, 0, ""},
 #define TV_CFG_CODE(key, item, value, help) {Row::kCode, key, item, 0, 0, code(value), 0, ""},
 #define TV_CFG_TEXT(key, item, most, value, help) {Row::kText, key, item, 0, 0, 0, most, value},
 #define TV_CFG_ACTION(key, item, prefix, help) {Row::kAction, key, item, 0, 0, 0, 0, ""},

@@ -250,6 +250,7 @@ TEST_F(TvConfig, ResetReportsTheChangedKeys) {
 TEST_F(TvConfig, CommandLists) {
   EXPECT_EQ(tv_control(R"(["config","GUI_LANG"])"), R"({"g_gui_lang__gui_language":"eng"})");
   EXPECT_EQ(tv_control(R"(["config","logos of"])"), R"({"g_misc__ch_logos_status":true})");
+  EXPECT_EQ(tv_control(R"(["config","side by side"])"), R"({"g_video__three_d_mode":0})");
   const std::string all = tv_control(R"(["config"])");
   for (const Row& row : rows()) EXPECT_NE(all.find('"' + std::string(row.key) + "\":"), std::string::npos) << row.key;
   expect_words(all, {R"("g_audio__balance":0)", R"("g_misc__tv_network_name":"Living room")"});
@@ -264,6 +265,8 @@ TEST_F(TvConfig, CommandShows) {
                                   R"(","kind":"number","value":4,"default":0,"minimum":-50,"maximum":50,)"
                                   R"("help":"Balance; negative is left"})");
   EXPECT_EQ(detail(item), detail(kBalance));
+  expect_words(detail(kDst), {R"("value":2,"default":2,"minimum":0,"maximum":2,"help":"Summer time",)"
+                              R"("values":{"0":"off","1":"on","2":"automatic"}})"});
   expect_words(detail(kLanguage), {R"("kind":"code","value":"eng","default":"eng","help")"});
   expect_words(detail(kName), {R"("kind":"text","value":"Living room","default":"Living room","longest":64,"help")"});
   expect_words(detail(kLogos), {R"("kind":"bool","value":true,"default":true,"help")"});
@@ -279,6 +282,11 @@ TEST_F(TvConfig, CommandChangesAsTheMenuDoes) {
   EXPECT_EQ(number(kLanguage), kGerman);
   expect_words(set(kBalance, "-12"), {R"("value":-12)"});
   EXPECT_EQ(number(kBalance), -12);
+  expect_words(set(kDst, "on"), {R"("value":1,)"});
+  EXPECT_EQ(number(kDst), 1);
+  expect_words(set(kDst, "0"), {R"("value":0,)"});
+  expect_words(set(kDst, "never"), {"g_time__dst takes a number from 0 to 2 or one of: off, on, automatic", "never"});
+  EXPECT_EQ(number(kDst), 0);
   for (const char* const off : {"off", "false", "0"}) {
     set(kLogos, "on");
     EXPECT_EQ(number(kLogos), 1);

@@ -1,7 +1,9 @@
 import { Notice } from "../ui/notice";
+import { QuestionDialog } from "../ui/question";
 import { AccessNotice } from "./access-notice";
 import { Header } from "./header";
 import { label } from "./language";
+import { shownTab } from "./layout";
 import { onPage, view } from "./navigation";
 import { views } from "./views";
 
@@ -16,13 +18,19 @@ export function App() {
       <Header />
       <AccessNotice when="none" />
       <div class="columns">
-        {shown.map(({ id, column, component: Panel }) => (
-          <div key={id} class={column ? "column" : "page"} data-id={id}>
-            <Panel />
-          </div>
-        ))}
+        {shown.map(({ id, column, title, component: Panel }) => {
+          // A column is the page's main part only while it stands alone. The request's panel is a main part itself.
+          const main = column === true && id === shownTab.value && id !== "request";
+          return (
+            <div key={id} class={column ? "column" : "page"} data-id={id} role={main ? "main" : undefined}>
+              {main && <h1 class="unseen">{title()}</h1>}
+              <Panel />
+            </div>
+          );
+        })}
       </div>
       <Notice close={label("IDS_CLOSE")} />
+      <QuestionDialog cancel={label("IDS_CANCEL")} />
     </div>
   );
 }

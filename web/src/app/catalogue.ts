@@ -7,14 +7,14 @@ export interface Row extends UriRow {
   tail: string;
   /** A get or set of it has an effect, or its event is raised. */
   served: boolean;
-  /** The heading above rows of this kind; empty for served rows. */
-  section: "" | "Without effect" | "Not served";
+  /** The word of the heading above rows of this kind; empty for served rows. */
+  section: "" | "IDS_WITHOUT_EFFECT" | "IDS_NOT_SERVED";
   /** The texts that a search examines, in lower case: the names of the URI, and what describes it. */
   names: string;
   about: string;
 }
 
-const sections = ["", "", "Without effect", "Not served"] as const;
+const sections = ["", "", "IDS_WITHOUT_EFFECT", "IDS_NOT_SERVED"] as const;
 
 export interface Group {
   key: string;

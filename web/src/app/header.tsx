@@ -1,16 +1,19 @@
 import { useSignal } from "@preact/signals";
 import { useEffect } from "preact/hooks";
 import { VolumeBar } from "../features/volume/volume-bar";
+import { DarkThemeIcon, LightThemeIcon, SystemThemeIcon } from "../ui/icons";
 import { Tabs } from "../ui/tabs";
 import { label, language, languages, setLanguage } from "./language";
-import { show, view } from "./navigation";
+import { shownTab } from "./layout";
+import { show } from "./navigation";
 import { connection, reconnectNow, silent } from "./session";
+import { setTheme, theme, themes, type Theme } from "./theme";
 import { views } from "./views";
 
 export function Header() {
   return (
     <header class="header">
-      <a class="brand" href="#" aria-label="dtv inspector, start">
+      <a class="brand" href="#" aria-label={label("IDS_START_OF_PAGE")}>
         <svg viewBox="0 0 32 32" width="28" height="28" aria-hidden="true">
           <rect x="2" y="5" width="28" height="19" rx="4" fill="currentColor" />
           <path d="M10 28h12" stroke="currentColor" stroke-width="3" stroke-linecap="round" />
@@ -22,6 +25,7 @@ export function Header() {
       </a>
       <ViewTabs />
       <VolumeBar />
+      <ThemeMenu />
       <LanguageMenu />
       <Connection />
     </header>
@@ -31,12 +35,40 @@ export function Header() {
 /** On a wide screen in the header, on a narrow one at the bottom. */
 const ViewTabs = () => (
   <Tabs
-    label="Views"
+    label={label("IDS_VIEWS")}
     tabs={views.map(({ id, title, icon, badge }) => ({ id, title: title(), icon, badge: badge?.() }))}
-    current={view.value}
+    current={shownTab.value}
     onChoose={show}
   />
 );
+
+const themeRows = {
+  system: { name: "IDS_THEME_SYSTEM", icon: SystemThemeIcon },
+  light: { name: "IDS_THEME_LIGHT", icon: LightThemeIcon },
+  dark: { name: "IDS_THEME_DARK", icon: DarkThemeIcon },
+} as const;
+
+/** An icon with a menu over it that is not seen until it opens. */
+function ThemeMenu() {
+  const Icon = themeRows[theme.value].icon;
+  return (
+    <span class="theme">
+      <Icon />
+      <select
+        aria-label={label("IDS_THEME")}
+        title={label("IDS_THEME")}
+        value={theme.value}
+        onChange={(event) => setTheme(event.currentTarget.value as Theme)}
+      >
+        {themes.map((each) => (
+          <option key={each} value={each}>
+            {label(themeRows[each].name)}
+          </option>
+        ))}
+      </select>
+    </span>
+  );
+}
 
 /** Chooses the language of the television's menus, which is also the language of this page. */
 function LanguageMenu() {

@@ -5,6 +5,7 @@ import { startNavigation } from "./navigation";
 import { views } from "./views";
 import "./header.css";
 import "./layout.css";
+import "../ui/forced-colors.css";
 
 startNavigation(views);
 const root = document.getElementById("app");

@@ -4,6 +4,7 @@ import { isObject } from "../lib/json";
 import { Breakable } from "../ui/breakable";
 import { RpcError } from "./rpc";
 import { call, connection } from "./session";
+import { label } from "./words";
 
 /** While somebody types, the page asks the host only after a pause. */
 const pauseMs = 250;
@@ -38,7 +39,7 @@ export function Nearest({ uri }: { uri: string }) {
   if (found.value.length === 0) return null;
   return (
     <div class="nearest">
-      <p>The nearest ones are:</p>
+      <p>{label("IDS_NEAREST")}</p>
       <ul>
         {found.value.map((each) => (
           <li key={each}>

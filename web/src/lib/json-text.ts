@@ -6,8 +6,23 @@ export interface JsonFault {
   /** From 1 on. */
   line: number;
   column: number;
-  text: string;
+  kind: FaultKind;
+  /** Of a missing comma: the bracket that may be there instead. */
+  bracket?: string;
 }
+
+export type FaultKind =
+  | "escape"
+  | "character"
+  | "end"
+  | "member"
+  | "colon"
+  | "comma"
+  | "value"
+  | "after"
+  | "depth"
+  /** The text is JSON, but no object. */
+  | "object";
 
 export type ParsedJson = { value: Json } | { fault: JsonFault };
 
@@ -19,9 +34,10 @@ const text = /"(?:[^"\\\x00-\x1f]|\\(?:["\\/bfnrt]|u[0-9a-fA-F]{4}))*/y;
 class Stop extends Error {
   constructor(
     readonly at: number,
-    readonly expected: string,
+    readonly kind: FaultKind,
+    readonly bracket?: string,
   ) {
-    super(expected);
+    super(kind);
   }
 }
 
@@ -45,14 +61,14 @@ function findFault(json: string): Stop {
   function readText() {
     take(text);
     if (json[at] === '"') at++;
-    else if (json[at] === "\\") throw new Stop(at, "This escape is not one of JSON");
-    else throw new Stop(at, at < json.length ? "A text must not contain this character" : "The text does not end");
+    else if (json[at] === "\\") throw new Stop(at, "escape");
+    else throw new Stop(at, at < json.length ? "character" : "end");
   }
 
   function readMember() {
-    if (next() !== '"') throw new Stop(at, "A member's name in quotes is expected");
+    if (next() !== '"') throw new Stop(at, "member");
     readText();
-    if (next() !== ":") throw new Stop(at, "A colon is expected");
+    if (next() !== ":") throw new Stop(at, "colon");
     at++;
     readValue();
   }
@@ -69,7 +85,7 @@ function findFault(json: string): Stop {
       const mark = next();
       at++;
       if (mark === end) return;
-      if (mark !== ",") throw new Stop(at - 1, `A comma or ${end} is expected`);
+      if (mark !== ",") throw new Stop(at - 1, "comma", end);
     }
   }
 
@@ -78,15 +94,15 @@ function findFault(json: string): Stop {
     if (first === "{") readList("}", readMember);
     else if (first === "[") readList("]", readValue);
     else if (first === '"') readText();
-    else if (take(number) === 0 && take(word) === 0) throw new Stop(at, "A value is expected");
+    else if (take(number) === 0 && take(word) === 0) throw new Stop(at, "value");
   }
 
   try {
     readValue();
-    return new Stop(next() === "" ? 0 : at, "Nothing may follow the value");
+    return new Stop(next() === "" ? 0 : at, "after");
   } catch (reason) {
     // Values that are nested too deep for this function.
-    return reason instanceof Stop ? reason : new Stop(at, "Nested too deep");
+    return reason instanceof Stop ? reason : new Stop(at, "depth");
   }
 }
 
@@ -94,8 +110,8 @@ export function parseJson(json: string): ParsedJson {
   try {
     return { value: JSON.parse(json) as Json };
   } catch {
-    const { at, expected } = findFault(json);
+    const { at, kind, bracket } = findFault(json);
     const before = json.slice(0, at).split("\n");
-    return { fault: { line: before.length, column: before.at(-1)!.length + 1, text: expected } };
+    return { fault: { line: before.length, column: before.at(-1)!.length + 1, kind, ...(bracket ? { bracket } : {}) } };
   }
 }

@@ -77,3 +77,6 @@ export const MinusIcon = () => line(<path d="M4.5 10h11" />);
 export const DownloadIcon = () => line(<path d="M10 3.5v9M6 9l4 4 4-4M4 16.5h12" />);
 export const ServerIcon = () => line(<><rect x="3" y="3.5" width="14" height="5.5" rx="1.3" /><rect x="3" y="11" width="14" height="5.5" rx="1.3" /><path d="M6 6.2h.01M6 13.8h.01" /></>);
 export const RefreshIcon = () => line(<path d="M4 10a6 6 0 0 1 10.3-4.2L16 7.5M16 4v3.5h-3.5M16 10a6 6 0 0 1-10.3 4.2L4 12.5M4 16v-3.5h3.5" />);
+export const SystemThemeIcon = () => line(<><circle cx="10" cy="10" r="6.5" /><path d="M10 3.5a6.5 6.5 0 0 1 0 13z" fill="currentColor" /></>);
+export const LightThemeIcon = () => line(<><circle cx="10" cy="10" r="3.4" /><path d="M10 2.2v2M10 15.8v2M2.2 10h2M15.8 10h2M4.5 4.5l1.4 1.4M14.1 14.1l1.4 1.4M4.5 15.5l1.4-1.4M14.1 5.9l1.4-1.4" /></>);
+export const DarkThemeIcon = () => line(<path d="M16.5 12A7 7 0 0 1 8 3.5 7 7 0 1 0 16.5 12z" />);

@@ -2,20 +2,20 @@ import { useSignal } from "@preact/signals";
 import { useId } from "preact/hooks";
 import { ClearIcon } from "../../ui/icons";
 import { Problem } from "../../ui/problem";
+import { ask } from "../../ui/question";
 import type { Channel } from "./channels";
 import { change, edited, renumber } from "./edits";
 import { label } from "./words";
 
-/** The switches of a channel: the flag in the list, and the words that set and clear it. */
+/** The switches of a channel: the flag in the list, the words that set and clear it, and its text. */
 const switches = [
-  { flag: "blocked", on: "block", off: "unblock", text: "Blocked: the set asks for the PIN" },
-  { flag: "skipped", on: "skip", off: "unskip", text: "Skipped by channel up and down" },
+  { flag: "blocked", on: "block", off: "unblock", text: "IDS_BLOCKED_SWITCH" },
+  { flag: "skipped", on: "skip", off: "unskip", text: "IDS_SKIPPED_SWITCH" },
 ] as const;
 
 /** The row below a channel in which its name, number and switches are changed. */
 export function ChannelEditor({ channel }: { channel: Channel }) {
   const problem = useSignal("");
-  const sure = useSignal(false);
   const busy = useSignal(false);
   /** The switch that the viewer has moved, until the set has answered. */
   const moved = useSignal<{ flag: string; on: boolean } | null>(null);
@@ -36,6 +36,12 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
   }
 
   async function remove() {
+    const question = { text: label("IDS_DELETE_QUESTION", channel.name), about: label("IDS_SCAN_FINDS"), action: label("IDS_DELETE") };
+    if (!(await ask(question))) return;
+    await run(removeNow);
+  }
+
+  async function removeNow() {
     const done = await change(channel, problem, "delete");
     if (done) edited.value = "";
     return done;
@@ -50,13 +56,13 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
     >
       <FieldForm
         id={`${id}name`}
-        title="Name"
+        title={label("IDS_NAME")}
         value={channel.name}
         save={(text) => run(() => change(channel, problem, "name", text))}
       />
       <FieldForm
         id={`${id}number`}
-        title="Number"
+        title={label("IDS_NUMBER")}
         value={String(channel.number)}
         narrow
         save={(text) => run(() => renumber(channel, problem, text.trim()))}
@@ -73,28 +79,15 @@ export function ChannelEditor({ channel }: { channel: Channel }) {
                 void run(() => change(channel, problem, wanted ? on : off));
               }}
             />
-            {text}
+            {label(text)}
           </label>
         ))}
       </div>
       <div class="channel-remove">
-        {sure.value ? (
-          <>
-            <span>{`Delete ${channel.name} from the list?`}</span>
-            <button type="button" class="button small" onClick={() => void run(remove)}>
-              <ClearIcon />
-              {label("IDS_DELETE")}
-            </button>
-            <button type="button" class="link-button" onClick={() => (sure.value = false)}>
-              Keep it
-            </button>
-          </>
-        ) : (
-          <button type="button" class="button small" onClick={() => (sure.value = true)}>
-            <ClearIcon />
-            {label("IDS_DELETE")}
-          </button>
-        )}
+        <button type="button" class="button small" onClick={() => void remove()}>
+          <ClearIcon />
+          {label("IDS_DELETE")}
+        </button>
       </div>
       <Problem text={problem.value} />
     </fieldset>

@@ -12,6 +12,7 @@ import { ScanInvitation } from "../scan/scan-invitation";
 import { ChannelEditor } from "./channel-editor";
 import { channels, channelsProblem, tune, tuned, tuneProblem, useChannels, type Channel } from "./channels";
 import { edited, favouriteProblem, toggleFavourite } from "./edits";
+import { flagName, listName } from "./names";
 import { label } from "./words";
 import "./channels.css";
 
@@ -21,6 +22,10 @@ const favouritesOnly = signal(false);
 
 const rowHeight = 45;
 
+/** What the set calls it, and what the page does. */
+const haystackOf = ({ haystack, list, flags }: Channel): string =>
+  [haystack, listName(list), ...flags.map(flagName)].join(" ").toLowerCase();
+
 export function ChannelsPanel() {
   useChannels();
   const input = useRef<HTMLInputElement>(null);
@@ -28,8 +33,8 @@ export function ChannelsPanel() {
   const words = useComputed(() => searchWords(search.value));
   const shown = useComputed(() =>
     (channels.value ?? []).filter(
-      ({ haystack, favourite }) =>
-        words.value.every((word) => haystack.includes(word)) && (favourite || !favouritesOnly.value),
+      (channel) =>
+        (channel.favourite || !favouritesOnly.value) && words.value.every((word) => haystackOf(channel).includes(word)),
     ),
   );
   const total = channels.value?.length;
@@ -101,22 +106,22 @@ function ChannelRow({ channel, words, tabIndex }: ChannelRowProps) {
           class="channel-tune"
           tabIndex={tabIndex}
           aria-current={current ? "true" : undefined}
-          aria-label={[shownNumber, name, list, ...flags].join(", ")}
+          aria-label={[shownNumber, name, listName(list), ...flags.map(flagName)].join(", ")}
           onClick={() => void tune(channel)}
         >
           <span class="channel-number">
             <Marked text={shownNumber} words={words} />
-          </span>
+          </span>{" "}
           <span class="channel-name" dir="auto">
             <Marked text={name} words={words} />
-          </span>
+          </span>{" "}
           <span class="channel-list quiet">
-            <Marked text={list} words={words} />
-          </span>
+            <Marked text={listName(list)} words={words} />
+          </span>{" "}
           <span class="channel-flags">
             {flags.map((flag) => (
               <span key={flag} class="badge" data-flag={flag}>
-                {flag}
+                {`${flagName(flag)} `}
               </span>
             ))}
           </span>

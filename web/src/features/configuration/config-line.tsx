@@ -1,7 +1,7 @@
 import { useSignal } from "@preact/signals";
-import type { Json } from "../../lib/json";
 import { Marked } from "../../ui/marked";
-import { limitsOf, valueOf, writeConfig, type ConfigEntry, type ConfigRow } from "./config";
+import { ask } from "../../ui/question";
+import { isDestructive, limitsOf, textOfValue, valueOf, writeConfig, type ConfigEntry, type ConfigRow } from "./config";
 import { label } from "./words";
 
 /** One value of the configuration, with its editor. */
@@ -26,7 +26,7 @@ export function ConfigLine({ row, words }: { row: ConfigRow; words: string[] }) 
           {entry.item !== null && <span class="config-item">{itemName(entry.item)}</span>}
           {!isDefault && (
             <span>
-              {label("IDS_DEFAULT")} <span class="j-number">{shown(entry.factory ?? null)}</span>
+              {label("IDS_DEFAULT")} <span class="j-number">{textOfValue(entry, entry.factory ?? null)}</span>
             </span>
           )}
         </span>
@@ -45,9 +45,6 @@ export function ConfigLine({ row, words }: { row: ConfigRow; words: string[] }) 
 
 const itemName = (item: number): string => `0x${item.toString(16).toUpperCase().padStart(8, "0")}`;
 
-const shown = (value: Json): string =>
-  typeof value === "boolean" ? label(value ? "IDS_ON" : "IDS_OFF") : value === "" ? "“”" : String(value);
-
 interface EditorProps {
   row: ConfigRow;
   entry: ConfigEntry;
@@ -60,6 +57,9 @@ function Editor({ row, entry, id }: EditorProps) {
       return <Switch row={row} entry={entry} id={id} />;
     case "action":
       return <Action row={row} entry={entry} id={id} />;
+    case "number":
+      if (entry.names) return <Choice row={row} entry={entry} names={entry.names} id={id} />;
+      return <TextEditor row={row} entry={entry} id={id} />;
     default:
       return <TextEditor row={row} entry={entry} id={id} />;
   }
@@ -82,25 +82,66 @@ function Switch({ row, entry, id }: EditorProps) {
         aria-describedby={describedBy(id)}
         onChange={(event) => void change(event.currentTarget)}
       />
-      <span aria-hidden="true">{shown(entry.value)}</span>
+      <span aria-hidden="true">{textOfValue(entry, entry.value)}</span>
     </span>
   );
 }
 
-const Action = ({ row, entry, id }: EditorProps) => (
-  <>
-    <button
-      type="button"
-      id={id}
-      class="button small"
-      aria-describedby={describedBy(id)}
-      onClick={() => void writeConfig(row, null)}
-    >
-      {label("IDS_SEND")}
-    </button>
-    <span class="quiet">{String(entry.value)}×</span>
-  </>
-);
+/** A number whose values have names. */
+function Choice({ row, entry, names, id }: EditorProps & { names: Readonly<Record<string, string>> }) {
+  const value = String(entry.value);
+
+  async function choose(menu: HTMLSelectElement) {
+    await writeConfig(row, Number(menu.value));
+    // What the set refuses is not shown as chosen.
+    menu.value = String(row.entry.peek().value);
+  }
+
+  return (
+    <>
+      <select
+        id={id}
+        class="select"
+        value={value}
+        aria-describedby={describedBy(id)}
+        onChange={(event) => void choose(event.currentTarget)}
+      >
+        {!(value in names) && <option value={value}>{value}</option>}
+        {Object.entries(names).map(([number, name]) => (
+          <option key={number} value={number}>
+            {name}
+          </option>
+        ))}
+      </select>
+      <span class="quiet">{value}</span>
+    </>
+  );
+}
+
+function Action({ row, entry, id }: EditorProps) {
+  async function send() {
+    const question = {
+      text: label("IDS_SEND_QUESTION", row.key),
+      about: `${entry.help}. ${label("IDS_NOT_UNDONE")}`,
+      action: label("IDS_SEND"),
+    };
+    if (!isDestructive(entry) || (await ask(question))) await writeConfig(row, null);
+  }
+  return (
+    <>
+      <button
+        type="button"
+        id={id}
+        class="button small"
+        aria-describedby={describedBy(id)}
+        onClick={() => void send()}
+      >
+        {label("IDS_SEND")}
+      </button>
+      <span class="quiet">{String(entry.value)}×</span>
+    </>
+  );
+}
 
 function TextEditor({ row, entry, id }: EditorProps) {
   // The typed text stays until the television accepts it, even if the value changes meanwhile. Escape discards it.

@@ -6,8 +6,9 @@ import { access, configNotifyUri, connection, listen, RefusedError, textOf } fro
 import { searchWords } from "../../lib/search";
 import { PlusIcon } from "../../ui/icons";
 import { SearchField } from "../../ui/search-field";
-import { addKey, configLists, configRows, refreshConfig, refreshKey } from "./config";
+import { addKey, configLists, configRows, refreshConfig, refreshKey, type ConfigRow } from "./config";
 import { ConfigLine } from "./config-line";
+import { groupName } from "./groups";
 import { label } from "./words";
 import "./config.css";
 
@@ -83,14 +84,26 @@ export function ConfigPanel() {
           <span>{label("IDS_VALUE")}</span>
         </div>
       </div>
-      <ul class="config-lines" aria-label={label("IDS_CONFIGURATION")}>
-        {shown.value.map((row) => (
-          <ConfigLine key={row.key} row={row} words={words.value} />
-        ))}
-        {total > 0 && shown.value.length === 0 && <li class="empty">{label("IDS_NOTHING_FOUND")}</li>}
-      </ul>
+      {groupsOf(shown.value).map(({ group, rows }) => (
+        <section key={group} class="config-group" data-group={group} aria-labelledby={`config-group-${group}`}>
+          <h2 id={`config-group-${group}`}>{groupName(group)}</h2>
+          <ul>
+            {rows.map((row) => (
+              <ConfigLine key={row.key} row={row} words={words.value} />
+            ))}
+          </ul>
+        </section>
+      ))}
+      {total > 0 && shown.value.length === 0 && <p class="empty">{label("IDS_NOTHING_FOUND")}</p>}
     </main>
   );
+}
+
+/** The rows by group, both in the order in which the television lists them. */
+function groupsOf(rows: readonly ConfigRow[]): { group: string; rows: ConfigRow[] }[] {
+  const ret = new Map<string, ConfigRow[]>();
+  for (const row of rows) ret.set(row.group, [...(ret.get(row.group) ?? []), row]);
+  return [...ret].map(([group, members]) => ({ group, rows: members }));
 }
 
 /** For a television that does not list its configuration: the viewer names the keys to show. */
@@ -106,13 +119,13 @@ function AddKey() {
       await addKey(wanted);
       key.value = problem.value = "";
     } catch (reason) {
-      problem.value = reason instanceof RefusedError ? `The television has no ${wanted}.` : textOf(reason);
+      problem.value = reason instanceof RefusedError ? label("IDS_NO_KEY", wanted) : textOf(reason);
     }
   }
 
   return (
     <form class="add-key" aria-label={label("IDS_ADD")} onSubmit={(event) => void submit(event)}>
-      <p class="hint">This television does not list its configuration. Name a key to read it.</p>
+      <p class="hint">{label("IDS_NAME_A_KEY")}</p>
       <div class="actions">
         <input
           type="text"

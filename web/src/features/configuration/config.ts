@@ -2,6 +2,7 @@ import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals
 import { isForbidden, RpcError } from "../../app/rpc";
 import { getItem, meaningOf, RefusedError, setItem, television, textOf } from "../../app/session";
 import type { Json, JsonObject } from "../../lib/json";
+import { label } from "./words";
 
 /**
  * The television's configuration. The virtual television lists all keys and describes them. On another television the
@@ -22,11 +23,15 @@ export interface ConfigEntry {
   maximum: number | undefined;
   /** The greatest length of a text in bytes. */
   longest: number | undefined;
+  /** The names of a number's values, by the number; undefined if they have none. */
+  names: Readonly<Record<string, string>> | undefined;
   help: string;
 }
 
 export interface ConfigRow {
   key: string;
+  /** "audio" of "g_audio__bass"; empty if the key has none. */
+  group: string;
   /** The text that a search examines, in lower case. */
   haystack: string;
   entry: Signal<ConfigEntry>;
@@ -56,13 +61,14 @@ async function describedEntry(key: string): Promise<ConfigEntry> {
     minimum: numberOf(told["minimum"]),
     maximum: numberOf(told["maximum"]),
     longest: numberOf(told["longest"]),
+    names: told["values"] as Record<string, string> | undefined,
     help: String(told["help"] ?? ""),
   };
 }
 
 /** Reads an entry through the plugin. A value that cannot be read as a text is a number. */
 async function askedEntry(key: string): Promise<ConfigEntry> {
-  const limits = { minimum: undefined, maximum: undefined, longest: undefined };
+  const limits = { minimum: undefined, maximum: undefined, longest: undefined, names: undefined };
   const unknown = { key, item: null, factory: undefined, help: "", ...limits };
   const parameter: JsonObject = { REQUEST: "QUERY", cfgId: key };
   try {
@@ -98,9 +104,10 @@ function markChanged(row: ConfigRow) {
 function take(entry: ConfigEntry) {
   const row = known.get(entry.key);
   if (!row) {
-    const { key, help } = entry;
+    const { key, help, names } = entry;
     const fresh = { entry: signal(entry), changed: signal(false), problem: signal("") };
-    known.set(key, { key, haystack: `${key} ${help}`.toLowerCase(), ...fresh });
+    const haystack = [key, help, ...Object.values(names ?? {})].join(" ").toLowerCase();
+    known.set(key, { key, group: /^g_(.+?)__/.exec(key)?.[1] ?? "", haystack, ...fresh });
   } else if (!same(row.entry.peek().value, entry.value)) {
     row.entry.value = entry;
     row.problem.value = "";
@@ -185,20 +192,29 @@ const signed = (number: number): string => String(number).replace("-", "−");
 
 /** "0 to 100" or "at most 64 bytes"; empty if the limits are unknown. */
 export function limitsOf({ kind, minimum, maximum, longest }: ConfigEntry): string {
-  if (minimum !== undefined && maximum !== undefined) return `${signed(minimum)} to ${signed(maximum)}`;
-  if (longest !== undefined) return `at most ${longest} bytes`;
-  return kind === "code" ? "three letters" : "";
+  if (minimum !== undefined && maximum !== undefined) return label("IDS_RANGE", signed(minimum), signed(maximum));
+  if (longest !== undefined) return label("IDS_AT_MOST_BYTES", longest);
+  return kind === "code" ? label("IDS_THREE_LETTERS") : "";
 }
+
+/** A value as it is shown: by its name if it has one. */
+export function textOfValue({ names }: ConfigEntry, value: Json): string {
+  if (typeof value === "boolean") return label(value ? "IDS_ON" : "IDS_OFF");
+  return value === "" ? "“”" : (names?.[String(value)] ?? String(value));
+}
+
+/** Whether an action changes values, so that a viewer is asked before. */
+export const isDestructive = ({ kind, key }: ConfigEntry): boolean => kind === "action" && /__(reset|clear)_/.test(key);
 
 /** The value of a typed text, or why it cannot be sent. The television checks the limits. */
 export function valueOf({ kind }: ConfigEntry, typed: string): { value: Json } | { problem: string } {
   if (kind === "number") {
     const value = Number(typed);
-    if (typed.trim() === "" || !Number.isInteger(value)) return { problem: "A whole number is needed." };
-    if (value !== (value | 0)) return { problem: "The number does not fit into 32 bits." };
+    if (typed.trim() === "" || !Number.isInteger(value)) return { problem: label("IDS_NEEDS_WHOLE") };
+    if (value !== (value | 0)) return { problem: label("IDS_NEEDS_32_BITS") };
     return { value };
   }
-  if (kind === "code" && !/^[a-z]{3}$/i.test(typed)) return { problem: "Three letters are needed." };
+  if (kind === "code" && !/^[a-z]{3}$/i.test(typed)) return { problem: label("IDS_NEEDS_LETTERS") };
   return { value: kind === "code" ? typed.toLowerCase() : typed };
 }
 
@@ -213,10 +229,11 @@ export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean>
     await (entry.kind === "action" ? refreshConfig() : refreshKey(row.key));
     return true;
   } catch (reason) {
-    row.problem.value =
-      reason instanceof RefusedError
-        ? `Not accepted: ${meaningOf(reason.ret)} (ret ${signed(reason.ret)}).${limits && ` Allowed: ${limits}.`}`
-        : textOf(reason);
+    if (!(reason instanceof RefusedError)) row.problem.value = textOf(reason);
+    else {
+      const why = `${meaningOf(reason.ret)} (ret ${signed(reason.ret)})`;
+      row.problem.value = limits ? label("IDS_REFUSED_LIMITS", why, limits) : label("IDS_REFUSED", why);
+    }
     return false;
   }
 }

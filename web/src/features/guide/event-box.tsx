@@ -11,9 +11,9 @@ import { chosen as chosenEvent, type Chosen } from "./shown";
 import { label } from "./words";
 
 const done = {
-  record: "A timer will record it.",
-  reminder: "A message will remind you.",
-  series: "Every new part will be recorded.",
+  record: "IDS_WILL_RECORD_EVENT",
+  reminder: "IDS_WILL_REMIND",
+  series: "IDS_WILL_RECORD_PARTS",
 } as const;
 
 /** The chosen event, and what can be done with it. Another event needs another key. */
@@ -42,7 +42,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
 
   async function plan(what: keyof typeof done, ...words: string[]) {
     said.value = "";
-    if (await attempt(problem, ...words)) said.value = done[what];
+    if (await attempt(problem, ...words)) said.value = label(done[what]);
   }
 
   const id = String(event.id);
@@ -71,7 +71,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
       <div class="event-actions">
         {event.start <= now && now < end && (
           <button type="button" class="button small" onClick={() => void tune(channel)}>
-            Watch
+            {label("IDS_WATCH")}
           </button>
         )}
         <button type="button" class="button small" onClick={() => void plan("record", "record", "event", channel.word, id)}>
@@ -85,7 +85,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
           onClick={() => void plan("reminder", "reminder", channel.word, id)}
         >
           <BellIcon />
-          Remind
+          {label("IDS_REMIND")}
         </button>
         <button
           type="button"
@@ -93,7 +93,7 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
           onClick={() => void plan("series", "record", "event", channel.word, id, "series")}
         >
           <ListIcon />
-          Series
+          {label("IDS_SERIES")}
         </button>
       </div>
       <p role="status" class="event-said">
@@ -102,9 +102,9 @@ export function EventBox({ chosen }: { chosen: Chosen }) {
       <Problem text={problem.value} />
       {(age > 0 || blocked || isPart) && (
         <p>
-          {age > 0 && <span class="badge">{`from ${age} years`}</span>}{" "}
-          {blocked && <span class="badge bad">blocked</span>}{" "}
-          {isPart && <span class="badge">series</span>}
+          {age > 0 && <span class="badge">{label("IDS_FROM_AGE", age)}</span>}{" "}
+          {blocked && <span class="badge bad">{label("IDS_BLOCKED")}</span>}{" "}
+          {isPart && <span class="badge">{label("IDS_SERIES")}</span>}
         </p>
       )}
       {summary && <p dir="auto">{summary}</p>}

@@ -232,7 +232,7 @@ function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellVie
         role="gridcell"
         tabIndex={tabIndex}
         style={style}
-        aria-label="No event"
+        aria-label={label("IDS_NO_EVENT")}
         onFocus={follow}
       />
     );
@@ -254,7 +254,7 @@ function CellView({ channel, row, cell: { from, to, event }, tabIndex }: CellVie
       >
         <span class="guide-name" dir="auto">
           {event.title}
-        </span>
+        </span>{" "}
         <span class="guide-when">{times}</span>
       </button>
     </div>

@@ -6,6 +6,7 @@ import { access, listen } from "../../app/session";
 import { dayText, setNow } from "../../app/set-clock";
 import { FastLeftIcon, FastRightIcon, LeftIcon, RightIcon } from "../../ui/icons";
 import { Problem } from "../../ui/problem";
+import { Worded } from "../../ui/worded";
 import { channels, channelsProblem, useChannels } from "../channels/channels";
 import { ScanInvitation } from "../scan/scan-invitation";
 import { EventBox } from "./event-box";
@@ -53,8 +54,7 @@ export function GuidePanel() {
         <Problem text={bad} />
         {eventCount.value === 0 && known !== null && known.length > 0 && (
           <p class="hint" role="status">
-            The guide has no events yet. They come with the channel that the set shows, and from{" "}
-            <code>dtvctl tv guide import FILE</code>.
+            <Worded text={label("IDS_GUIDE_EMPTY")} as="code" />
           </p>
         )}
       </div>
@@ -79,14 +79,14 @@ function TimeBar() {
     </button>
   );
   return (
-    <div class="guide-times" role="group" aria-label="Time">
-      {button("Previous day", -24 * hour, FastLeftIcon)}
-      {button("Earlier", -step, LeftIcon)}
+    <div class="guide-times" role="group" aria-label={label("IDS_TIME")}>
+      {button(label("IDS_PREVIOUS_DAY"), -24 * hour, FastLeftIcon)}
+      {button(label("IDS_EARLIER"), -step, LeftIcon)}
       <button type="button" class="button small" onClick={() => move(halfHour() - from)}>
-        Now
+        {label("IDS_NOW")}
       </button>
-      {button("Later", step, RightIcon)}
-      {button("Next day", 24 * hour, FastRightIcon)}
+      {button(label("IDS_LATER"), step, RightIcon)}
+      {button(label("IDS_NEXT_DAY"), 24 * hour, FastRightIcon)}
       <b role="status">{dayText(from)}</b>
     </div>
   );

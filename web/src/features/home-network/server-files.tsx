@@ -109,6 +109,10 @@ function ItemRow({ server, index, tabIndex }: { server: number; index: number; t
   const Icon = icons[item?.kind ?? "other"] ?? FileIcon;
   const about = item ? [item.artist, item.album].filter(Boolean).join(" · ") : "";
   const count = item?.kind === "folder" && item.children !== undefined ? String(item.children) : "";
+  const length = item?.duration ? lengthText(item.duration) : count;
+  const size = item?.size ? sizeText(item.size) : "";
+  // It says what is seen on the button, in that order, and then what the icon says.
+  const name = item && [item.name, about, length, size, label(kindNames[item.kind])].filter(Boolean).join(", ");
 
   function open() {
     if (item?.kind === "folder") openFolder(item.object, item.name);
@@ -122,7 +126,7 @@ function ItemRow({ server, index, tabIndex }: { server: number; index: number; t
         class="file-open"
         tabIndex={tabIndex}
         aria-busy={!item}
-        aria-label={item ? [item.name, label(kindNames[item.kind]), about].filter(Boolean).join(", ") : String(index + 1)}
+        aria-label={name ?? String(index + 1)}
         onClick={open}
       >
         {item && (
@@ -131,15 +135,14 @@ function ItemRow({ server, index, tabIndex }: { server: number; index: number; t
             <span class="file-text">
               <span class="file-title" dir="auto">
                 {item.name}
-              </span>
+              </span>{" "}
               {about && (
                 <span class="file-about quiet" dir="auto">
                   {about}
                 </span>
               )}
-            </span>
-            <span class="file-length">{item.duration ? lengthText(item.duration) : count}</span>
-            <span class="file-size quiet">{item.size ? sizeText(item.size) : ""}</span>
+            </span>{" "}
+            <span class="file-length">{length}</span> <span class="file-size quiet">{size}</span>
           </>
         )}
       </button>

@@ -2,7 +2,6 @@ import { words } from "../../app/language";
 
 export const label = words({
   IDS_APPLICATION_USES: "An application uses it",
-  IDS_CANCEL: "Cancel",
   IDS_CANCELLED: "Cancelled",
   IDS_CONTROLLER: "Sent by",
   IDS_DOWNLOAD: "Download",
@@ -17,10 +16,8 @@ export const label = words({
   IDS_NO_SERVERS: "No media servers yet: search for them",
   IDS_OFFLINE: "Not reachable",
   IDS_ONLINE: "Reachable",
-  IDS_OPEN: "Open",
   IDS_PAUSED: "Paused",
   IDS_PHOTO: "Photo",
-  IDS_PLAY: "Play",
   IDS_PLAYING: "Playing",
   IDS_PROGRESS: "Progress",
   IDS_RENDERER: "Play what other devices send",

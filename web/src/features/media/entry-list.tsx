@@ -129,8 +129,12 @@ function detailsKey(event: KeyboardEvent, entry: Entry | undefined) {
   choose(entry);
 }
 
+const lengthOf = ({ duration }: Entry): string => (duration ? lengthText(duration) : "");
+const sizeOf = ({ kind, size }: Entry): string => (kind !== "folder" && size ? sizeText(size) : "");
+
+/** A button's name says what is seen on it, in that order, and then what the picture says. */
 const nameOfEntry = (entry: Entry): string =>
-  [titleOf(entry), label(kindNames[entry.kind]), about(entry)].filter(Boolean).join(", ");
+  [titleOf(entry), about(entry), lengthOf(entry), sizeOf(entry), label(kindNames[entry.kind])].filter(Boolean).join(", ");
 
 /** Rows that wait for their entry keep their height and their focus. */
 function Row({ index, tabIndex }: CellProps) {
@@ -152,13 +156,13 @@ function Row({ index, tabIndex }: CellProps) {
             <span class="file-text">
               <span class="file-title" dir="auto">
                 {titleOf(entry)}
-              </span>
+              </span>{" "}
               <span class="file-about quiet" dir="auto">
                 {about(entry)}
               </span>
-            </span>
-            <span class="file-length">{entry.duration ? lengthText(entry.duration) : ""}</span>
-            <span class="file-size quiet">{entry.kind !== "folder" && entry.size ? sizeText(entry.size) : ""}</span>
+            </span>{" "}
+            <span class="file-length">{lengthOf(entry)}</span>{" "}
+            <span class="file-size quiet">{sizeOf(entry)}</span>
           </>
         )}
       </button>

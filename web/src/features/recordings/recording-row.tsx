@@ -4,32 +4,38 @@ import { sizeText } from "../../lib/measures";
 import { ClearIcon, EditIcon, LockIcon, PlayIcon, StopIcon } from "../../ui/icons";
 import { LineForm } from "../../ui/line-form";
 import { Problem } from "../../ui/problem";
+import { ask } from "../../ui/question";
 import { change, durationText, endOf, type Recording } from "./recordings";
 import { label } from "./words";
 
 const states = {
-  none: { text: "empty", tone: "" },
-  recording: { text: "records", tone: "bad" },
-  complete: { text: "complete", tone: "good" },
-  partial: { text: "partial", tone: "" },
-  failed: { text: "failed", tone: "bad" },
+  none: { text: "IDS_EMPTY", tone: "" },
+  recording: { text: "IDS_RECORDS_NOW", tone: "bad" },
+  complete: { text: "IDS_COMPLETE", tone: "good" },
+  partial: { text: "IDS_PARTIAL", tone: "" },
+  failed: { text: "IDS_FAILED", tone: "bad" },
 } as const;
 
 export function RecordingRow({ recording }: { recording: Recording }) {
   const problem = useSignal("");
   const renaming = useSignal(false);
-  const sure = useSignal(false);
   const { id, title, channel, status, bytes, reason, lost_bytes: lost, kept = false } = recording;
   const start = secondsOf(recording.start);
   const running = status === "recording";
   const send = (...words: string[]) => change(problem, ...words);
+
+  async function remove() {
+    const question = { text: label("IDS_DELETE_QUESTION", title), about: label("IDS_NOT_UNDONE"), action: label("IDS_DELETE") };
+    if (await ask(question)) await send("recording", String(id), "delete");
+  }
+
   return (
     <li class="recording" data-id={id} data-status={status}>
       <div class="recording-text">
         {renaming.value ? (
           <LineForm
             class="recording-rename"
-            label="Title"
+            label={label("IDS_TITLE")}
             text={title}
             action={label("IDS_SAVE")}
             send={(text) => send("recording", String(id), "name", text)}
@@ -46,10 +52,10 @@ export function RecordingRow({ recording }: { recording: Recording }) {
         </p>
         {running && <RunningBar recording={recording} />}
         {reason && <p class="bad">{reason}</p>}
-        {lost !== undefined && <p class="bad">{`${sizeText(lost)} are missing: the disk was too slow.`}</p>}
+        {lost !== undefined && <p class="bad">{label("IDS_LOST_BYTES", sizeText(lost))}</p>}
         <Problem text={problem.value} />
       </div>
-      <span class={`badge ${states[status].tone}`}>{states[status].text}</span>
+      <span class={`badge ${states[status].tone}`}>{label(states[status].text)}</span>
       <div class="recording-actions">
         {status !== "failed" && (
           <button
@@ -72,8 +78,8 @@ export function RecordingRow({ recording }: { recording: Recording }) {
           type="button"
           class="icon-button"
           aria-pressed={kept}
-          aria-label={`Keep: ${title}`}
-          title={kept ? "Protected from deletion" : "Keep: protect from deletion"}
+          aria-label={`${label("IDS_KEEP")}: ${title}`}
+          title={label(kept ? "IDS_KEPT_ABOUT" : "IDS_KEEP_ABOUT")}
           onClick={() => void send("recording", String(id), "keep")}
         >
           <LockIcon closed={kept} />
@@ -82,33 +88,21 @@ export function RecordingRow({ recording }: { recording: Recording }) {
           type="button"
           class="icon-button"
           aria-expanded={renaming.value}
-          aria-label={`Rename: ${title}`}
-          title="Rename"
+          aria-label={`${label("IDS_RENAME")}: ${title}`}
+          title={label("IDS_RENAME")}
           onClick={() => (renaming.value = !renaming.value)}
         >
           <EditIcon />
         </button>
-        {sure.value ? (
-          <>
-            <button type="button" class="button small" onClick={() => void send("recording", String(id), "delete")}>
-              <ClearIcon />
-              {label("IDS_DELETE")}
-            </button>
-            <button type="button" class="link-button" onClick={() => (sure.value = false)}>
-              {label("IDS_CANCEL")}
-            </button>
-          </>
-        ) : (
-          <button
-            type="button"
-            class="icon-button"
-            aria-label={`${label("IDS_DELETE")}: ${title}`}
-            title={label("IDS_DELETE")}
-            onClick={() => (sure.value = true)}
-          >
-            <ClearIcon />
-          </button>
-        )}
+        <button
+          type="button"
+          class="icon-button"
+          aria-label={`${label("IDS_DELETE")}: ${title}`}
+          title={label("IDS_DELETE")}
+          onClick={() => void remove()}
+        >
+          <ClearIcon />
+        </button>
       </div>
     </li>
   );
@@ -123,9 +117,9 @@ function RunningBar({ recording }: { recording: Recording }) {
       <progress
         max={Math.max(times.to - times.from, 1)}
         value={Math.max(0, setNow() - times.from)}
-        aria-label="Recorded"
+        aria-label={label("IDS_RECORDED")}
       />
-      <span class="quiet">{`until ${timeText(times.to)}`}</span>
+      <span class="quiet">{label("IDS_UNTIL", timeText(times.to))}</span>
     </div>
   );
 }

@@ -5,6 +5,7 @@ import { access } from "../../app/session";
 import { dayText, secondsOf, timeText } from "../../app/set-clock";
 import { ClearIcon, RecordIcon } from "../../ui/icons";
 import { Problem } from "../../ui/problem";
+import { ask } from "../../ui/question";
 import { PlaybackBar } from "./playback-bar";
 import { RecordingRow } from "./recording-row";
 import { change, playback, readMore, readRecordings, recordings, timers, total, type Timer } from "./recordings";
@@ -32,10 +33,10 @@ export function RecordingsPanel() {
                   <RecordingRow key={each.id} recording={each} />
                 ))}
               </ul>
-              {known.length === 0 && <p class="empty">No recordings yet.</p>}
+              {known.length === 0 && <p class="empty">{label("IDS_NO_RECORDINGS")}</p>}
               {known.length < total.value && (
                 <button type="button" class="button" onClick={() => void readMore().catch(() => undefined)}>
-                  {`Show more (${total.value - known.length})`}
+                  {label("IDS_SHOW_MORE", total.value - known.length)}
                 </button>
               )}
             </section>
@@ -47,41 +48,43 @@ export function RecordingsPanel() {
   );
 }
 
-const lengths = [
-  { minutes: "", text: "Usual length" },
-  { minutes: "30", text: "30 min" },
-  { minutes: "60", text: "1 h" },
-  { minutes: "120", text: "2 h" },
-  { minutes: "240", text: "4 h" },
-] as const;
+/** In minutes; 0 lets the set decide. */
+const lengths = [0, 30, 60, 120, 240];
+
+const lengthName = (minutes: number): string =>
+  minutes === 0
+    ? label("IDS_USUAL_LENGTH")
+    : minutes % 60 === 0
+      ? label("IDS_HOURS", minutes / 60)
+      : label("IDS_MINUTES", minutes);
 
 /** Records the channel that the set shows. */
 function RecordNow() {
-  const minutes = useSignal("");
+  const minutes = useSignal(0);
   const problem = useSignal("");
 
   function submit(event: Event) {
     event.preventDefault();
-    void change(problem, "record", "now", ...(minutes.peek() === "" ? [] : [minutes.peek()]));
+    void change(problem, "record", "now", ...(minutes.peek() === 0 ? [] : [String(minutes.peek())]));
   }
 
   return (
-    <form class="record-now" aria-label="Record now" onSubmit={submit}>
+    <form class="record-now" aria-label={label("IDS_RECORD_NOW")} onSubmit={submit}>
       <select
         class="select"
-        aria-label="Length"
+        aria-label={label("IDS_LENGTH")}
         value={minutes.value}
-        onChange={(event) => (minutes.value = event.currentTarget.value)}
+        onChange={(event) => (minutes.value = Number(event.currentTarget.value))}
       >
         {lengths.map((each) => (
-          <option key={each.minutes} value={each.minutes}>
-            {each.text}
+          <option key={each} value={each}>
+            {lengthName(each)}
           </option>
         ))}
       </select>
       <button type="submit" class="button" disabled={!controllable.value}>
         <RecordIcon />
-        Record now
+        {label("IDS_RECORD_NOW")}
       </button>
       <Problem text={problem.value} />
     </form>
@@ -96,20 +99,32 @@ const Timers = ({ timers: planned }: { timers: readonly Timer[] }) => (
         <TimerRow key={each.id} timer={each} />
       ))}
     </ul>
-    {planned.length === 0 && <p class="empty">No timers, reminders or series. The programme guide sets them.</p>}
+    {planned.length === 0 && <p class="empty">{label("IDS_NO_TIMERS")}</p>}
   </section>
 );
 
-const kinds = { reminder: "Reminder", record: "Recording", watch: "Switch over", series: "Series" } as const;
+const kinds = {
+  reminder: "IDS_REMINDER",
+  record: "IDS_RECORDING",
+  watch: "IDS_SWITCH_OVER",
+  series: "IDS_SERIES",
+} as const;
 
 function timesOf({ from, to }: Timer): string {
-  if (from === undefined || to === undefined) return "every new part";
+  if (from === undefined || to === undefined) return label("IDS_EVERY_PART");
   return `${dayText(secondsOf(from))}, ${timeText(secondsOf(from))} – ${timeText(secondsOf(to))}`;
 }
 
 function TimerRow({ timer }: { timer: Timer }) {
   const problem = useSignal("");
   const { id, kind, title, channel, waits, recording, series } = timer;
+
+  async function remove() {
+    if (await ask({ text: label("IDS_DELETE_QUESTION", title), action: label("IDS_DELETE") })) {
+      await change(problem, "timer", String(id), "delete");
+    }
+  }
+
   return (
     <li class="recording" data-id={id}>
       <div class="recording-text">
@@ -118,19 +133,19 @@ function TimerRow({ timer }: { timer: Timer }) {
         </p>
         <p class="quiet">
           <span dir="auto">{channel}</span> · {timesOf(timer)}
-          {series !== undefined && " · of a series"}
+          {series !== undefined && ` · ${label("IDS_OF_SERIES")}`}
         </p>
-        {waits && <p class="bad">{`Cannot begin: ${waits}`}</p>}
+        {waits && <p class="bad">{label("IDS_CANNOT_BEGIN", waits)}</p>}
         <Problem text={problem.value} />
       </div>
-      <span class={recording === undefined ? "badge" : "badge bad"}>{kinds[kind]}</span>
+      <span class={recording === undefined ? "badge" : "badge bad"}>{label(kinds[kind])}</span>
       <div class="recording-actions">
         <button
           type="button"
           class="icon-button"
           aria-label={`${label("IDS_DELETE")}: ${title}`}
           title={label("IDS_DELETE")}
-          onClick={() => void change(problem, "timer", String(id), "delete")}
+          onClick={() => void remove()}
         >
           <ClearIcon />
         </button>

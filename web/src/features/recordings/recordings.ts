@@ -2,6 +2,7 @@ import { batch, signal, type Signal } from "@preact/signals";
 import { attempt } from "../../app/commands";
 import { readClock, secondsOf } from "../../app/set-clock";
 import { television } from "../../app/session";
+import { label } from "./words";
 
 /** Recordings, timers, reminders and series of the set. */
 
@@ -107,6 +108,6 @@ export function endOf(recording: Recording): { from: number; to: number } | null
 export function durationText(length: number): string {
   const hours = Math.floor(length / 3600);
   const minutes = Math.floor((length % 3600) / 60);
-  if (hours > 0) return `${hours} h ${minutes} min`;
-  return minutes > 0 ? `${minutes} min` : `${length} s`;
+  if (hours > 0) return label("IDS_HOURS_MINUTES", hours, minutes);
+  return minutes > 0 ? label("IDS_MINUTES", minutes) : label("IDS_SECONDS", length);
 }

@@ -3,6 +3,7 @@ import { useEffect } from "preact/hooks";
 import { connection, list } from "../../app/session";
 import { Breakable } from "../../ui/breakable";
 import { DownIcon, LeftIcon, RightIcon, UpIcon } from "../../ui/icons";
+import { Worded } from "../../ui/worded";
 import { keyGroups, lastPress, press, shortcuts, type KeyGroup } from "./remote";
 import { label } from "./words";
 import "./remote.css";
@@ -39,14 +40,14 @@ export function RemotePanel() {
           ))}
         </fieldset>
       ) : (
-        list.value && <p class="empty">The plugin reports no key names.</p>
+        list.value && <p class="empty">{label("IDS_NO_KEYS")}</p>
       )}
     </main>
   );
 }
 
 function Group({ group: { id, title, keys } }: { group: KeyGroup }) {
-  const name = title ? label(title) : "More";
+  const name = label(title || "IDS_MORE");
   return (
     <section class="key-group" data-group={id} aria-label={name}>
       <h2>{name}</h2>
@@ -99,8 +100,7 @@ function LastPress() {
     <p class="last-press" role="status">
       {last === null ? (
         <span class="hint">
-          While a key has the focus, the keyboard works too: digits, arrows, <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd>{" "}
-          <kbd>PgUp</kbd> <kbd>PgDn</kbd> <kbd>Esc</kbd>.
+          <Worded text={label("IDS_KEYS_HELP")} as="kbd" />
         </span>
       ) : last.problem ? (
         <span class="bad">
@@ -108,7 +108,7 @@ function LastPress() {
         </span>
       ) : (
         <span>
-          <b>{last.key}</b> was pressed.
+          <b>{last.key}</b> {label("IDS_KEY_PRESSED")}
         </span>
       )}
     </p>

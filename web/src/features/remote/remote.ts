@@ -89,6 +89,6 @@ export async function press(key: string) {
 }
 
 function whyRefused(ret: number): string {
-  const why = ret === -1 ? "the set's command device cannot be opened" : ret === -2 ? "the set has no such key" : "";
+  const why = ret === -1 ? label("IDS_COMMAND_DEVICE") : ret === -2 ? label("IDS_NO_SUCH_KEY") : "";
   return `${meaningOf(ret)} (ret ${ret})${why && `: ${why}`}.`;
 }

@@ -3,6 +3,7 @@ import type { Field } from "../../app/protocol";
 import { kindOf } from "../../app/session";
 import { isObject, type Json, type JsonObject } from "../../lib/json";
 import { describeKind, type Built, type FormValues } from "./form";
+import { label } from "./words";
 
 interface FieldsProps {
   list: Field[];
@@ -71,7 +72,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
     <div class="field" data-kind={field.kind}>
       <label for={id}>
         {field.key}
-        {field.unit && <span class="unit"> in {field.unit}</span>}
+        {field.unit && <span class="unit"> {label("IDS_IN_UNIT", field.unit)}</span>}
       </label>
       <input
         id={id}

@@ -1,5 +1,19 @@
 import { isObject, type JsonObject } from "../../lib/json";
-import { parseJson, type JsonFault } from "../../lib/json-text";
+import { parseJson, type FaultKind, type JsonFault } from "../../lib/json-text";
+import { label } from "./words";
+
+const faultNames: Readonly<Record<FaultKind, Parameters<typeof label>[0]>> = {
+  escape: "IDS_FAULT_ESCAPE",
+  character: "IDS_FAULT_CHARACTER",
+  end: "IDS_FAULT_END",
+  member: "IDS_FAULT_MEMBER",
+  colon: "IDS_FAULT_COLON",
+  comma: "IDS_FAULT_COMMA",
+  value: "IDS_FAULT_VALUE",
+  after: "IDS_FAULT_AFTER",
+  depth: "IDS_FAULT_DEPTH",
+  object: "IDS_FAULT_OBJECT",
+};
 
 /** Reads the parameter of a request from a text. Without `required`, an empty text is no parameter. */
 export function readParameter(
@@ -10,7 +24,7 @@ export function readParameter(
   const parsed = parseJson(text);
   if ("fault" in parsed) return parsed;
   if (isObject(parsed.value)) return { parameter: parsed.value };
-  return { fault: { line: 1, column: 1, text: "The parameter is an object: {...}" } };
+  return { fault: { line: 1, column: 1, kind: "object" } };
 }
 
 interface EditorProps {
@@ -24,7 +38,7 @@ interface EditorProps {
 export const JsonEditor = ({ text, fault, hint, onInput }: EditorProps) => (
   <div class="field json-editor">
     <textarea
-      aria-label="Parameter as JSON"
+      aria-label={label("IDS_PARAMETER_JSON")}
       aria-describedby="json-editor-about"
       aria-invalid={fault !== undefined}
       rows={Math.max(6, Math.min(16, text.split("\n").length + 1))}
@@ -36,7 +50,7 @@ export const JsonEditor = ({ text, fault, hint, onInput }: EditorProps) => (
     <p class="about" id="json-editor-about">
       {fault ? (
         <span class="bad">
-          Line {fault.line}, column {fault.column}: {fault.text}
+          {label("IDS_FAULT_AT", fault.line, fault.column, label(faultNames[fault.kind], fault.bracket ?? ""))}
         </span>
       ) : (
         <span class="quiet">{hint}</span>

@@ -4,6 +4,7 @@ import { call } from "../../app/session";
 import type { JsonObject } from "../../lib/json";
 import { readStored, store } from "../../lib/stored";
 import { remember } from "./history";
+import { label } from "./words";
 
 /** A request as the page sends it and remembers it. */
 export interface Request {
@@ -33,7 +34,7 @@ export interface Waiting {
 /** The user stopped waiting. */
 export class CancelledError extends Error {
   constructor() {
-    super("You stopped waiting. The set may still carry the request out.");
+    super(label("IDS_STOPPED_WAITING"));
     this.name = "CancelledError";
   }
 }

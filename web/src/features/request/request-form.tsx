@@ -8,6 +8,7 @@ import { JsonEditor, readParameter } from "./json-editor";
 import { outcomes, send, setStrict, strict, waiting } from "./outcomes";
 import { Sample } from "./sample";
 import { WaitLine } from "./wait-line";
+import { label } from "./words";
 
 // One choice for all requests: it is kept when another URI is selected.
 const asJson = signal(false);
@@ -71,14 +72,14 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
   }
 
   if (method === "set" && !type?.set) {
-    return <p class="hint">The description of {row.type} does not say what a set takes.</p>;
+    return <p class="hint">{label("IDS_NO_SET_DESCRIBED", row.type)}</p>;
   }
-  const label = method === "get" ? "Get" : word === "ACTION" ? "Run" : "Set";
+  const name = method === "get" ? "Get" : word === "ACTION" ? label("IDS_RUN") : "Set";
   return (
-    <form onSubmit={submit} aria-label={label}>
-      <div class="segments small form-mode" role="group" aria-label="Parameter as">
+    <form onSubmit={submit} aria-label={name}>
+      <div class="segments small form-mode" role="group" aria-label={label("IDS_PARAMETER_AS")}>
         <button type="button" aria-pressed={!asJson.value} onClick={() => choose(false)}>
-          Form
+          {label("IDS_FORM")}
         </button>
         <button type="button" aria-pressed={asJson.value} onClick={() => choose(true)}>
           JSON
@@ -88,7 +89,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
         <JsonEditor
           text={text}
           fault={"fault" in read ? read.fault : undefined}
-          hint={method === "get" ? "An empty text sends no parameter." : ""}
+          hint={method === "get" ? label("IDS_EMPTY_JSON") : ""}
           onInput={(next) => (draft.value = { text: next, values: values.peek() })}
         />
       ) : (
@@ -96,18 +97,18 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
           {fields.length > 0 && (
             <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
           )}
-          {"fault" in read && <p class="hint note">The JSON text has a fault. It is kept; the form does not show it.</p>}
-          {lost.length > 0 && <p class="hint note">Only the JSON text has this: {lost.join(", ")}</p>}
+          {"fault" in read && <p class="hint note">{label("IDS_JSON_FAULT")}</p>}
+          {lost.length > 0 && <p class="hint note">{label("IDS_JSON_ONLY", lost.join(", "))}</p>}
           <Hint method={method} fields={fields.length} required={required} />
         </>
       )}
       <div class="actions">
         <button type="submit" class="button primary" disabled={blocked}>
-          {label}
+          {name}
         </button>
-        <label class="check" title="The host refuses a request of which the set would change or ignore something.">
+        <label class="check" title={label("IDS_STRICT_ABOUT")}>
           <input type="checkbox" checked={strict.value} onChange={(event) => setStrict(event.currentTarget.checked)} />
-          Strict
+          {label("IDS_STRICT")}
         </label>
         {wait && <WaitLine wait={wait} />}
       </div>
@@ -131,8 +132,9 @@ function missing(typed: JsonObject | undefined, form: JsonObject | undefined): s
 }
 
 function Hint({ method, fields, required }: { method: "get" | "set"; fields: number; required: boolean }) {
-  if (fields === 0) return <p class="hint">This {method === "get" ? "read" : "action"} takes no parameters.</p>;
-  return required ? null : <p class="hint">Fields that are left empty are not sent.</p>;
+  const none = method === "get" ? "IDS_NO_PARAMETERS_READ" : "IDS_NO_PARAMETERS_ACTION";
+  if (fields === 0) return <p class="hint">{label(none)}</p>;
+  return required ? null : <p class="hint">{label("IDS_FIELDS_EMPTY")}</p>;
 }
 
 /** The item of the last response. */

@@ -6,6 +6,7 @@ import type { ItemType, UriRow } from "../../app/protocol";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { Breakable } from "../../ui/breakable";
 import { CopyButton } from "../../ui/copy-button";
+import { Worded } from "../../ui/worded";
 import { recalled } from "./history";
 import { HistoryList } from "./history-list";
 import { outcomes, type Request } from "./outcomes";
@@ -27,7 +28,7 @@ export function RequestPanel() {
         list.value && (
           <div class="empty">
             <p>
-              The registry has no URI <code>{selectedUri.value}</code>.
+              <Worded text={label("IDS_NO_SUCH_URI", selectedUri.value)} as="code" />
             </p>
             <Nearest key={selectedUri.value} uri={selectedUri.value} />
           </div>
@@ -64,23 +65,23 @@ function Selected({ row, type, recalled }: SelectedProps) {
           <wbr />
           <Breakable text={row.uri.slice(cut)} />
         </h1>
-        <CopyButton text={row.uri} label="Copy the URI" />
+        <CopyButton text={row.uri} label={label("IDS_COPY_URI")} refused={label("IDS_CLIPBOARD_REFUSED")} />
         {row.help && <p class="uri-help">{row.help}</p>}
         <dl class="facts">
           <div>
-            <dt>Type</dt>
+            <dt>{label("IDS_TYPE")}</dt>
             <dd>{shortType(row.type)}</dd>
           </div>
           <div>
-            <dt>Identifier</dt>
+            <dt>{label("IDS_IDENTIFIER")}</dt>
             <dd>{hexId(row.id)}</dd>
           </div>
           <div>
-            <dt>Group</dt>
+            <dt>{label("IDS_GROUP")}</dt>
             <dd>{row.group}</dd>
           </div>
           <div>
-            <dt>Record</dt>
+            <dt>{label("IDS_RECORD_NUMBER")}</dt>
             <dd>{row.record}</dd>
           </div>
         </dl>
@@ -89,21 +90,21 @@ function Selected({ row, type, recalled }: SelectedProps) {
         <p class="card not-served">
           {row.without_effect ? (
             <>
-              <b>Without effect.</b> The plugin accepts a {row.without_effect.join(" and a ")}, and does nothing.
+              <b>{label("IDS_WITHOUT_EFFECT")}.</b> {label("IDS_WITHOUT_EFFECT_ABOUT", row.without_effect.join(", "))}
             </>
           ) : (
             <>
-              <b>Not served.</b> The URI is registered, but the plugin serves no request for it.
+              <b>{label("IDS_NOT_SERVED")}.</b> {label("IDS_NOT_SERVED_ABOUT")}
             </>
           )}
         </p>
       ) : (
         <div class="request-cards">
-          <section class="card" aria-label="Make a request">
+          <section class="card" aria-label={label("IDS_MAKE_REQUEST")}>
             {abilities.length === 1 ? (
               <h2>{chosen.value && nameOf(chosen.value)}</h2>
             ) : (
-              <div class="segments" role="group" aria-label="Kind of request">
+              <div class="segments" role="group" aria-label={label("IDS_KIND_OF_REQUEST")}>
                 {abilities.map((ability) => (
                   <button
                     type="button"
@@ -142,11 +143,10 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
     <>
       <p class="hint">
         {notify?.form !== "queued"
-          ? "Keeps only the newest: of several changes within a few milliseconds, the last one arrives."
+          ? label("IDS_NOTIFY_NEWEST")
           : notify.bound
-            ? `Keeps up to ${notify.bound} bytes: changes within a few milliseconds arrive together, as the members of "ITEMS". ` +
-              "Beyond that, the earlier ones are lost."
-            : 'Keeps all: changes within a few milliseconds arrive together, as the members of "ITEMS".'}
+            ? label("IDS_NOTIFY_QUEUE_BOUND", notify.bound)
+            : label("IDS_NOTIFY_QUEUE")}
       </p>
       {notify && notify.fields.length > 0 && (
         <dl class="members">
@@ -164,7 +164,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
         <button type="button" class={on ? "button" : "button primary"} onClick={() => setWatched(row.uri, !on)}>
           {label(on ? "IDS_UNSUBSCRIBE" : "IDS_SUBSCRIBE")}
         </button>
-        <span class="quiet">{on ? "Notifications appear in the live log." : ""}</span>
+        <span class="quiet">{on ? label("IDS_NOTIFY_IN_LIVE") : ""}</span>
       </div>
       <Sample call={{ method: "subscribe", params: { uri: row.uri } }} />
     </>
@@ -175,17 +175,14 @@ function Start() {
   const readable = groups.value.flatMap((group) => group.rows).filter((row) => row.get);
   return (
     <div class="start">
-      <h1>Talk to the television</h1>
-      <p>
-        Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to
-        it; the page shows the request, the answer and the platform calls that it caused.
-      </p>
+      <h1>{label("IDS_START_TITLE")}</h1>
+      <p>{label("IDS_START_ABOUT")}</p>
       <p class="hint">
-        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
+        <Worded text={label("IDS_START_KEYS")} as="kbd" />
       </p>
       {readable.length > 0 && (
         <>
-          <h2>Start with</h2>
+          <h2>{label("IDS_START_WITH")}</h2>
           <ul class="start-list">
             {readable.slice(0, 6).map((row) => (
               <li key={row.id}>

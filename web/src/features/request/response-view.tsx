@@ -3,7 +3,7 @@ import type { Field, GetResult, SetResult, UriRow } from "../../app/protocol";
 import { RpcError } from "../../app/rpc";
 import { reasonOf } from "../../app/session";
 import { isObject, itemsOf, type Json, type JsonObject } from "../../lib/json";
-import { CallList } from "../../ui/call-list";
+import { CallList } from "../../app/call-list";
 import { JsonBlock } from "../../ui/json-view";
 import { ofUri } from "./form";
 import type { Outcome } from "./outcomes";
@@ -46,7 +46,7 @@ export function ResponseView({ outcome, fields, row }: ResponseProps) {
           fields={fields.map((field) => ofUri(field, row))}
         />
       ) : (
-        <p class="empty">Nothing has been sent yet.</p>
+        <p class="empty">{label("IDS_NOTHING_SENT")}</p>
       )}
     </section>
   );
@@ -54,7 +54,7 @@ export function ResponseView({ outcome, fields, row }: ResponseProps) {
 
 const Warnings = ({ texts }: { texts: string[] }) =>
   texts.length === 0 ? null : (
-    <ul class="warnings" aria-label="Warnings">
+    <ul class="warnings" aria-label={label("IDS_WARNINGS")}>
       {texts.map((text, index) => (
         <li key={index}>{text}</li>
       ))}
@@ -64,8 +64,8 @@ const Warnings = ({ texts }: { texts: string[] }) =>
 /** What a result means, and how it is marked: amber for a get that the plugin answered without the set. */
 function verdictOf({ request, answer }: Outcome & { answer: GetResult | SetResult }): { level: string; text: string } {
   if (answer.ret !== 0) return { level: "bad", text: reasonOf(answer) };
-  if (request.method === "set" || answer.calls?.length !== 0) return { level: "good", text: "done" };
-  return { level: "warn", text: "the set was not asked: the plugin answered without a call to the platform" };
+  if (request.method === "set" || answer.calls?.length !== 0) return { level: "good", text: label("IDS_DONE_RESULT") };
+  return { level: "warn", text: label("IDS_NOT_ASKED") };
 }
 
 function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
@@ -76,7 +76,7 @@ function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
     return (
       <>
         <p class="verdict">
-          <span class="badge bad">{error instanceof RpcError ? `error ${error.code}` : "no answer"}</span>
+          <span class="badge bad">{error instanceof RpcError ? label("IDS_ERROR_CODE", error.code) : label("IDS_NO_ANSWER")}</span>
           <span>{error.message}</span>
           <span class="quiet">{time}</span>
         </p>
@@ -96,28 +96,28 @@ function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
       </p>
       <Warnings texts={answer.warnings ?? []} />
       {items.map((item, index) => (
-        <ItemTable key={index} item={item} fields={fields} title={items.length > 1 ? `Item ${index + 1}` : ""} />
+        <ItemTable key={index} item={item} fields={fields} title={items.length > 1 ? label("IDS_ITEM_NUMBER", index + 1) : ""} />
       ))}
       {response !== undefined && (
         <details class="raw">
-          <summary>Raw JSON</summary>
-          <JsonBlock value={response} label="Raw response" />
+          <summary>{label("IDS_RAW_JSON")}</summary>
+          <JsonBlock value={response} label={label("IDS_RAW_RESPONSE")} />
         </details>
       )}
       <h3>
-        Platform calls <span class="count">{answer.calls?.length ?? 0}</span>
+        {label("IDS_PLATFORM_CALLS")} <span class="count">{answer.calls?.length ?? 0}</span>
       </h3>
       {answer.calls && answer.calls.length > 0 ? (
-        <CallList lines={answer.calls} label="Platform calls of this request" />
+        <CallList lines={answer.calls} label={label("IDS_CALLS_OF_REQUEST")} />
       ) : (
-        <p class="hint">This request made no call to the platform.</p>
+        <p class="hint">{label("IDS_NO_CALLS")}</p>
       )}
       {answer.log && answer.log.length > 0 && (
         <details class="raw">
           <summary>
-            Log <span class="count">{answer.log.length}</span>
+            {label("IDS_LOG")} <span class="count">{answer.log.length}</span>
           </summary>
-          <pre class="code" tabIndex={0} aria-label="Log of this request">
+          <pre class="code" tabIndex={0} aria-label={label("IDS_LOG_OF_REQUEST")}>
             {answer.log.join("\n")}
           </pre>
         </details>
@@ -130,7 +130,7 @@ function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
 function ErrorData({ data }: { data: Json | undefined }) {
   if (data === undefined) return null;
   const warnings = isObject(data) ? data["warnings"] : undefined;
-  return Array.isArray(warnings) ? <Warnings texts={warnings.map(String)} /> : <JsonBlock value={data} label="Error data" />;
+  return Array.isArray(warnings) ? <Warnings texts={warnings.map(String)} /> : <JsonBlock value={data} label={label("IDS_ERROR_DATA")} />;
 }
 
 interface TableRow {
@@ -159,7 +159,7 @@ const nameOf = (field: Field | undefined, value: Json | undefined): string | und
 
 function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[]; title: string }) {
   const rows = rowsOf(item, fields);
-  if (rows.length === 0) return <p class="hint">The item is empty.</p>;
+  if (rows.length === 0) return <p class="hint">{label("IDS_ITEM_EMPTY")}</p>;
   return (
     <table class="item">
       {title && <caption>{title}</caption>}

@@ -1,6 +1,7 @@
 import { show } from "../../app/navigation";
 import { AntennaIcon } from "../../ui/icons";
 import { startScan } from "./scan";
+import { label } from "./words";
 import "./scan.css";
 
 /** What a panel shows while the channel list is empty. The button starts a scan and shows its progress. */
@@ -11,10 +12,10 @@ export function ScanInvitation() {
   }
   return (
     <p class="scan-invitation">
-      <span>No channels yet: scan</span>
+      <span>{label("IDS_SCAN_FIRST")}</span>
       <button type="button" class="button primary" onClick={scanNow}>
         <AntennaIcon />
-        Scan
+        {label("IDS_SCAN")}
       </button>
     </p>
   );

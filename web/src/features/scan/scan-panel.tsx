@@ -4,7 +4,9 @@ import { controllable, usePolling } from "../../app/commands";
 import { access } from "../../app/session";
 import { AntennaIcon } from "../../ui/icons";
 import { Problem } from "../../ui/problem";
+import { Worded } from "../../ui/worded";
 import { channels, useChannels } from "../channels/channels";
+import { listName } from "../channels/names";
 import {
   antenna,
   cancelScan,
@@ -25,13 +27,6 @@ import "./scan.css";
 const medium = signal<Medium>("all");
 const update = signal(false);
 
-const mediumNames: Readonly<Record<Medium, () => string>> = {
-  all: () => label("IDS_ALL"),
-  air: () => "Air",
-  cable: () => "Cable",
-  satellite: () => "Satellite",
-};
-
 export function ScanPanel() {
   useChannels();
   const readProblem = usePolling(readScan, pauseMs);
@@ -44,9 +39,9 @@ export function ScanPanel() {
       <AccessNotice when="look" />
       {access.value === "control" && (
         <>
-          {channels.value?.length === 0 && !running && <p class="hint">No channels yet: scan</p>}
+          {channels.value?.length === 0 && !running && <p class="hint">{label("IDS_SCAN_FIRST")}</p>}
           <fieldset class="scan-form" disabled={running || !controllable.value}>
-            <div class="segments small" role="group" aria-label="What to search">
+            <div class="segments small" role="group" aria-label={label("IDS_SCAN_WHAT")}>
               {media.map((each) => (
                 <button
                   type="button"
@@ -54,7 +49,7 @@ export function ScanPanel() {
                   aria-pressed={medium.value === each}
                   onClick={() => (medium.value = each)}
                 >
-                  {mediumNames[each]()}
+                  {each === "all" ? label("IDS_ALL") : listName(each)}
                 </button>
               ))}
             </div>
@@ -64,7 +59,7 @@ export function ScanPanel() {
                 checked={update.value}
                 onChange={(event) => (update.value = event.currentTarget.checked)}
               />
-              Update: keep the lists and your changes
+              {label("IDS_UPDATE_LISTS")}
             </label>
             <button
               type="button"
@@ -72,7 +67,7 @@ export function ScanPanel() {
               onClick={() => void startScan(medium.peek(), update.peek())}
             >
               <AntennaIcon />
-              Scan
+              {label("IDS_SCAN")}
             </button>
           </fieldset>
           <Problem text={problem} />
@@ -88,9 +83,9 @@ function Progress({ scan: state }: { scan: Scan }) {
   const running = state.state === "running";
   const { percent = 0, multiplex = 0, multiplexes = 0, services = 0, at, mhz, strength = 0, quality = 0 } = state;
   return (
-    <section class="framed scan-progress" aria-label="Progress" data-state={state.state}>
+    <section class="framed scan-progress" aria-label={label("IDS_PROGRESS")} data-state={state.state}>
       <div class="scan-bar">
-        <progress max={100} value={percent} aria-label="Progress" />
+        <progress max={100} value={percent} aria-label={label("IDS_PROGRESS")} />
         <span class="scan-percent">{percent} %</span>
         {running && (
           <button type="button" class="button small scan-cancel" onClick={() => void cancelScan()}>
@@ -100,16 +95,19 @@ function Progress({ scan: state }: { scan: Scan }) {
       </div>
       <p role="status">{outcomeOf(state)}</p>
       <dl class="scan-facts">
-        <Fact name="Multiplex" value={`${multiplex} of ${multiplexes}`} />
-        <Fact name="Services found" value={String(services)} />
-        {running && at !== undefined && <Fact name="Frequency" value={`${at}, ${mhz} MHz`} />}
+        <Fact name={label("IDS_MULTIPLEX")} value={label("IDS_PART_OF", multiplex, multiplexes)} />
+        <Fact name={label("IDS_SERVICES_FOUND")} value={String(services)} />
+        {running && at !== undefined && <Fact name={label("IDS_FREQUENCY")} value={`${listName(at)}, ${mhz} MHz`} />}
         {running && at !== undefined && (
-          <Fact name="Signal" value={strength === 0 ? label("IDS_NO_SIGNAL") : `${strength} %, quality ${quality} %`} />
+          <Fact
+            name={label("IDS_SIGNAL")}
+            value={strength === 0 ? label("IDS_NO_SIGNAL") : label("IDS_SIGNAL_QUALITY", strength, quality)}
+          />
         )}
-        <Fact name="Time" value={`${state.seconds ?? 0} s`} />
+        <Fact name={label("IDS_TIME")} value={label("IDS_SECONDS", state.seconds ?? 0)} />
       </dl>
       {(state.messages ?? []).length > 0 && (
-        <ul class="scan-messages" aria-label="Messages">
+        <ul class="scan-messages" aria-label={label("IDS_MESSAGES")}>
           {state.messages?.map((text, index) => <li key={index}>{text}</li>)}
         </ul>
       )}
@@ -127,54 +125,53 @@ const Fact = ({ name, value }: { name: string; value: string }) => (
 function outcomeOf({ state, services, added = 0, changed = 0, removed = 0 }: Scan): string {
   switch (state) {
     case "running":
-      return "The scan runs.";
+      return label("IDS_SCAN_CHANNELS");
     case "cancelled":
-      return "The scan was cancelled; the channel lists are unchanged.";
+      return label("IDS_SCAN_CANCELLED");
     case "failed":
-      return "The scan failed.";
+      return label("IDS_SCAN_FAILED");
     default:
-      return services ? `Done: ${added} added, ${changed} changed, ${removed} removed.` : label("IDS_NOTHING_FOUND");
+      return services ? label("IDS_SCAN_DONE", added, changed, removed) : label("IDS_NOTHING_FOUND");
   }
 }
 
 function AntennaView({ antenna: { folder, reading, problem, multiplexes, refused, tuners } }: { antenna: Antenna }) {
   return (
-    <section class="framed antenna" aria-label="Antenna">
-      <h2>Antenna</h2>
+    <section class="framed antenna" aria-label={label("IDS_ANTENNA")}>
+      <h2>{label("IDS_ANTENNA")}</h2>
       {folder === null ? (
         <p class="empty">
-          The antenna is not connected. <code>dtvctl tv antenna FOLDER</code> connects it to a folder of transport
-          streams, and so does the option <code>--antenna FOLDER</code> of dtv-host.
+          <Worded text={label("IDS_ANTENNA_HELP")} as="code" />
         </p>
       ) : (
         <p class="antenna-folder">
           <code>{folder}</code>{" "}
           {tuners.map(({ file }, index) => (
-            <span key={index} class="badge">{`Tuner ${index + 1}: ${file ?? "free"}`}</span>
+            <span key={index} class="badge">{label("IDS_TUNER", index + 1, file ?? label("IDS_FREE"))}</span>
           ))}
         </p>
       )}
-      {reading && <p role="status">{`Reads ${reading.file}, file ${reading.number} of ${reading.of}.`}</p>}
+      {reading && <p role="status">{label("IDS_FILE_OF", reading.file, reading.number, reading.of)}</p>}
       {problem && <p class="bad">{problem}</p>}
-      {folder !== null && !reading && multiplexes.length === 0 && <p class="empty">The folder has no multiplexes.</p>}
+      {folder !== null && !reading && multiplexes.length === 0 && <p class="empty">{label("IDS_NO_MULTIPLEXES")}</p>}
       {multiplexes.length > 0 && (
-        <table aria-label="Multiplexes">
+        <table aria-label={label("IDS_MULTIPLEXES")}>
           <thead>
             <tr>
-              <th scope="col">Medium</th>
+              <th scope="col">{label("IDS_MEDIUM")}</th>
               <th scope="col" class="figure">MHz</th>
-              <th scope="col" class="wide">File</th>
-              <th scope="col" class="figure wide">Network</th>
-              <th scope="col" class="figure wide">Stream</th>
-              <th scope="col" class="figure">Services</th>
-              <th scope="col" class="figure">Signal</th>
-              <th scope="col" class="figure">Quality</th>
+              <th scope="col" class="wide">{label("IDS_FILE")}</th>
+              <th scope="col" class="figure wide">{label("IDS_NETWORK")}</th>
+              <th scope="col" class="figure wide">{label("IDS_STREAM")}</th>
+              <th scope="col" class="figure">{label("IDS_SERVICES")}</th>
+              <th scope="col" class="figure">{label("IDS_SIGNAL")}</th>
+              <th scope="col" class="figure">{label("IDS_QUALITY")}</th>
             </tr>
           </thead>
           <tbody>
             {multiplexes.map((each) => (
               <tr key={each.file}>
-                <td>{each.medium}</td>
+                <td>{listName(each.medium)}</td>
                 <td class="figure">{each.mhz}</td>
                 <td class="wide antenna-file">{each.file}</td>
                 <td class="figure wide">{each.network}</td>
@@ -188,7 +185,7 @@ function AntennaView({ antenna: { folder, reading, problem, multiplexes, refused
         </table>
       )}
       {refused.length > 0 && (
-        <ul class="scan-messages" aria-label="Files that are no multiplex">
+        <ul class="scan-messages" aria-label={label("IDS_NOT_MULTIPLEXES")}>
           {refused.map(({ file, why }) => (
             <li key={file}>
               <code>{file}</code> {why}

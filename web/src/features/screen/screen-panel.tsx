@@ -3,8 +3,9 @@ import type { ComponentChildren, RefObject } from "preact";
 import { useEffect, useRef } from "preact/hooks";
 import { isForbidden } from "../../app/rpc";
 import { access, connection, textOf } from "../../app/session";
-import { readClock, secondsOf } from "../../app/set-clock";
+import { readClock, secondsOf, timeText } from "../../app/set-clock";
 import { SpeakerIcon } from "../../ui/icons";
+import { Worded } from "../../ui/worded";
 import { NowPlaying } from "../player/now-playing";
 import { lastPress, press, shortcuts } from "../remote/remote";
 import { textOfMessage } from "./menu";
@@ -140,10 +141,7 @@ export function ScreenPanel() {
       )}
       <NowPlaying />
       <p class="hint">
-        While the picture has the focus, the keyboard is the remote control: digits, arrows, <kbd>Enter</kbd>{" "}
-        <kbd>Esc</kbd> <kbd>+</kbd> <kbd>-</kbd> <kbd>m</kbd> <kbd>PgUp</kbd> <kbd>PgDn</kbd>, <kbd>g</kbd> guide,{" "}
-        <kbd>Home</kbd> menu, <kbd>s</kbd> sources, <kbd>f</kbd> favourites, <kbd>t</kbd> timers, <kbd>i</kbd> information,
-        colours <kbd>R</kbd> <kbd>G</kbd> <kbd>Y</kbd> <kbd>B</kbd> with Shift.
+        <Worded text={label("IDS_SCREEN_KEYS")} as="kbd" />
       </p>
     </main>
   );
@@ -193,14 +191,11 @@ function VolumeMark({ volume, muted }: { volume: number; muted: boolean }) {
   );
 }
 
-const clock = (seconds: number): string =>
-  new Date(seconds * 1000).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit" });
-
 function EventLine({ event }: { event: ShownEvent }) {
   return (
     <span>
       <time>
-        {clock(secondsOf(event.start))}–{clock(secondsOf(event.start) + event.seconds)}
+        {timeText(secondsOf(event.start))}–{timeText(secondsOf(event.start) + event.seconds)}
       </time>{" "}
       {event.title}
     </span>

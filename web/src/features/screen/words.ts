@@ -9,7 +9,6 @@ export const label = words({
   IDS_CHANNEL_LIST: "Channel list",
   IDS_CURRENT: "Current",
   IDS_CUSTOM: "Custom",
-  IDS_DELETE: "Delete",
   IDS_DELETED: "Deleted",
   IDS_DETAILS: "Details",
   IDS_FAILED: "Failed",
@@ -59,6 +58,8 @@ export const label = words({
   IDS_REMINDER_SET: "Reminder set",
   IDS_REPEAT: "Repeat",
   IDS_SCRAMBLED: "Scrambled",
+  IDS_SCREEN_KEYS:
+    "While the picture has the focus, the keyboard is the remote control: digits, arrows, `Enter` `Esc` `+` `-` `m` `PgUp` `PgDn`, `g` guide, `Home` menu, `s` sources, `f` favourites, `t` timers, `i` information, colours `R` `G` `Y` `B` with Shift.",
   IDS_SEARCHING_SERVERS: "Searching for servers…",
   IDS_SECOND_PICTURE: "Second picture",
   IDS_SELECT: "Select",

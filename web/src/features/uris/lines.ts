@@ -1,9 +1,10 @@
 import type { Group, Row } from "../../app/catalogue";
+import type { label } from "./words";
 
 /** A line of the list: the head of a group, the head of a section within a group, or a URI. */
 export type Line =
   | { kind: "group"; key: string; group: Group; open: boolean }
-  | { kind: "section"; key: string; text: string }
+  | { kind: "section"; key: string; text: Parameters<typeof label>[0] | "" }
   | { kind: "uri"; key: string; row: Row; described: boolean };
 
 /** The key of a URI's line. The registry may list a URI twice, but with two identifiers. */
@@ -14,7 +15,7 @@ export function linesOf(groups: Group[], isOpen: (group: Group) => boolean): Lin
   const lines: Line[] = [];
   for (const [index, group] of groups.entries()) {
     if (group.described && !groups[index - 1]?.described) {
-      lines.push({ kind: "section", key: "described", text: "Found in the description" });
+      lines.push({ kind: "section", key: "described", text: "IDS_FOUND_IN_DESCRIPTION" });
     }
     const open = isOpen(group);
     lines.push({ kind: "group", key: `group ${group.key}`, group, open });

@@ -87,11 +87,11 @@ export function UriList() {
               checked={servedOnly.value}
               onChange={(event) => (servedOnly.value = event.currentTarget.checked)}
             />
-            Served only
+            {label("IDS_SERVED_ONLY")}
           </label>
         </div>
       </div>
-      <nav class="list-body" aria-label="URIs by group">
+      <nav class="list-body" aria-label={label("IDS_URIS_BY_GROUP")}>
         <RowList
           rows={lines.value}
           keyOf={(line) => line.key}
@@ -133,7 +133,7 @@ function LineView({ line, words, tabIndex }: LineProps) {
     case "group":
       return <GroupView group={line.group} open={line.open} words={words} tabIndex={tabIndex} />;
     case "section":
-      return <p class="section-line">{line.text}</p>;
+      return <p class="section-line">{line.text && label(line.text)}</p>;
     case "uri":
       return <RowView row={line.row} described={line.described} words={words} tabIndex={tabIndex} />;
   }
@@ -152,11 +152,14 @@ function GroupView({ group, open, words, tabIndex }: { group: Group; open: boole
       <span class="group-name">
         <Marked text={group.prefix} words={words} />
       </span>
-      {!group.served && <span class="quiet">{group.rows[0]?.section.toLowerCase()}</span>}
+      {!group.served && <span class="quiet">{sectionName(group.rows[0])}</span>}
       <span class="count">{group.rows.length}</span>
     </button>
   );
 }
+
+/** "not served", within a line. */
+const sectionName = (row: Row | undefined): string => (row?.section ? label(row.section).toLowerCase() : "");
 
 function RowView({ row, described, words, tabIndex }: { row: Row; described: boolean } & Omit<LineProps, "line">) {
   const selected = row.uri === selectedUri.value;
@@ -168,26 +171,31 @@ function RowView({ row, described, words, tabIndex }: { row: Row; described: boo
         href={`#${row.uri}`}
         tabIndex={tabIndex}
         aria-current={selected ? "true" : undefined}
-        aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : row.section.toLowerCase()}`}
+        aria-label={[
+          row.uri,
+          shortType(row.type),
+          ...(described && row.help ? [row.help] : []),
+          ...(row.served ? abilities : [sectionName(row)]),
+        ].join(", ")}
         onClick={() => (view.value = "request")}
       >
         <span class="names">
           <span class="tail">
             <Marked text={row.tail} words={words} />
-          </span>
+          </span>{" "}
           <span class="type" title={row.type}>
             <Marked text={shortType(row.type)} words={words} />
-          </span>
+          </span>{" "}
           {described && row.help && (
             <span class="description">
               <Marked text={row.help} words={words} />
             </span>
           )}
-        </span>
+        </span>{" "}
         <span class="abilities">
           {abilities.map((ability) => (
             <span key={ability} class={`ability ${ability}`}>
-              {ability}
+              {`${ability} `}
             </span>
           ))}
         </span>
