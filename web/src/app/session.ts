@@ -131,7 +131,7 @@ const kinds = computed(() => new Map(list.value?.kinds.map((row) => [row.kind, r
 export const kindOf = (field: Field): Kind | undefined => kinds.value.get(field.kind);
 
 /** What the "ret" of a response means. The platform has results that the plugin does not list. */
-export const meaningOf = (ret: number): string =>
+const meaningOf = (ret: number): string =>
   list.value?.results.find((row) => row.result === ret)?.help ?? label("IDS_RESULT_OF_PLATFORM");
 
 // ---- requests
