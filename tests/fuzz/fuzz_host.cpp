@@ -224,7 +224,7 @@ static void message(Bytes& bytes) {
       continue;
     }
     require(request.id.empty() || json_is_whole(request.id), "an id is JSON", request.id);
-    require(!request.call.uri || catalogue_find(catalogue(), request.call.uri) == request.call.uri,
+    require(!request.call.uri || catalogue_find(catalogue(), request.call.uri)->uri == request.call.uri,
             "a URI is the catalogue's");
     const auto number = static_cast<std::size_t>(request.method);
     seed_reached(methods().at(number).name);
@@ -524,7 +524,7 @@ static void clients(Bytes& bytes) {
             "what waits is as long as is counted");
   }
   for (const auto& [uri, client] : followed)
-    subscriptions_remove(subscriptions, catalogue_find(catalogue(), uri), client);
+    subscriptions_remove(subscriptions, catalogue_find(catalogue(), uri)->uri, client);
   require(listeners.empty() && subscriptions.clients.empty(), "nothing stays subscribed");
 }
 
