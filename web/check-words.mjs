@@ -1,5 +1,5 @@
 // Checks that everything the page shows comes from its words, and that each word exists in every language:
-//   - a text in a component, or a sentence anywhere, that is no word of a words.ts or of app/language.ts
+//   - a text in a component, or a sentence anywhere, that is no word of a words.ts or of app/words.ts
 //   - a word that i18n/catalogue.def lacks, or has with another English text or with other {0} in a language
 //   - a word that its feature does not use, or that two lists have
 import { readdirSync, readFileSync } from "node:fs";
@@ -12,7 +12,7 @@ const catalogueFile = join(root, "../i18n/catalogue.def");
 // Attributes that nobody reads. All others of a component are shown or read aloud.
 const silent = new Set(
   ("accept action aria-activedescendant aria-atomic aria-busy aria-controls aria-current aria-describedby aria-hidden " +
-    "aria-keyshortcuts aria-labelledby aria-live aria-modal as autocapitalize autocomplete class d data-cell dataset decoding dir " +
+    "aria-keyshortcuts aria-labelledby aria-live aria-modal as autocapitalize autocomplete class command d data-cell dataset decoding dir " +
     "draggable fill for form height href id inputMode inputmode key kind lang list method name open points preload r rel " +
     "role rx scope src step stroke stroke-linecap stroke-linejoin stroke-width style tabIndex target tone transform type value " +
     "viewBox when width x y cx cy").split(" "),
@@ -27,12 +27,14 @@ const names = new Map([
   ["inspector", "the page's name"],
   [" · dtv inspector", "the page's name"],
   ["dtv inspector", "the page's name"],
+  ["HbbTV:", "the name of a standard"],
   ["MHz", "a unit"],
   ["ms", "a unit"],
+  ["ret", "the name of a result"],
+  [": volume mute", "what a viewer may type"],
 ]);
 // Files whose texts no viewer reads, and why.
 const unread = new Map([
-  ["app/rpc.ts", "errors of a broken connection, for the browser's console"],
   ["features/request/samples.ts", "programs, which are in no human language"],
 ]);
 
@@ -86,12 +88,12 @@ export function literals(file, source) {
     if (node.type === "ImportDeclaration" || node.type.startsWith("TSType") || node.type === "TSInterfaceDeclaration") return;
     // The lists of words themselves.
     if (node.type === "CallExpression" && node.callee.name === "words") return;
-    if (node.type === "VariableDeclarator" && node.id.name === "shared" && file.endsWith("language.ts")) return;
+    if (node.type === "VariableDeclarator" && node.id.name === "shared" && file.endsWith("app/words.ts")) return;
     if (node.type === "CallExpression" && selecting.has(node.callee.property?.name)) return visit(node.callee);
     // What a programmer reads: errors that are thrown, and the console.
     if (node.type === "ThrowStatement") return;
     if (node.type === "CallExpression" && node.callee.object?.name === "console") return;
-    if (node.type === "JSXElement" && verbatim.has(node.openingElement.name.name)) return;
+    if (node.type === "JSXElement" && verbatim.has(node.openingElement.name.name)) return visit(node.openingElement.attributes);
     if (node.type === "JSXAttribute") {
       const name = node.name.name;
       if (silent.has(name) || String(name).startsWith("data-")) return visitCode(node.value);
@@ -181,18 +183,20 @@ function check() {
   }
   const catalogue = readCatalogue(readFileSync(catalogueFile, "utf8"));
   const problems = [];
-  const shared = new Map(declared("language.ts", sources.get("app/language.ts")));
+  const shared = new Map(declared("words.ts", sources.get("app/words.ts")));
   const idsIn = (source) => new Set(source.match(/\bIDS_\w+(?=")/g));
   for (const [file, source] of sources) {
     const say = (text) => problems.push(`web/src/${file}:${text}`);
     if (!unread.has(file)) literals(file, source).forEach(say);
-    const own = declared(file, source).filter(([id, text]) => shared.get(id) !== text || file === "app/language.ts");
+    const own = declared(file, source).filter(([id, text]) => shared.get(id) !== text || file === "app/words.ts");
     for (const [id, english] of own) {
       for (const problem of wordProblems(id, english, catalogue)) say(` ${problem}`);
-      if (shared.has(id) && file !== "app/language.ts") say(` ${id} is a shared word`);
+      if (shared.has(id) && file !== "app/words.ts") say(` ${id} is a shared word`);
     }
-    const scope = basename(file) === "words.ts" ? `${dirname(file)}/` : file === "app/language.ts" ? "" : file;
+    const scope = file === "app/words.ts" ? "" : basename(file) === "words.ts" ? `${dirname(file)}/` : file;
     const users = [...sources].filter(([name]) => name.startsWith(scope)).map(([, text]) => idsIn(text));
+    // The words of a row's section are chosen in app/catalogue.ts.
+    if (scope === "features/uris/") users.push(idsIn(sources.get("app/catalogue.ts")));
     for (const [id] of own) if (!users.some((ids) => ids.has(id))) say(` ${id} is not used`);
   }
   return problems;

@@ -98,7 +98,7 @@ test.describe("a television without texts and without a command device", () => {
     const remote = page.getByRole("main", { name: "Remote control" });
     await remote.getByRole("button", { name: "GUIDE" }).click();
     await expect(remote.getByRole("status")).toHaveText(
-      "GUIDE the platform refused, or nothing serves the request (ret -1): the set's command device cannot be opened.",
+      "GUIDE the platform refused, or nothing serves the request: the set's command device cannot be opened.",
     );
   });
 });

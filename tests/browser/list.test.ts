@@ -62,6 +62,26 @@ test("the search accepts several words in any order", async ({ open }) => {
   await search(page).fill("olume_inc");
   await expect(links(page)).toHaveAttribute("href", "#/tv/cast/volume/volume_increase");
 
+  // What describes a URI is found by the beginnings of words, behind what has the words in its name.
+  await search(page).fill("clock");
+  await expect(links(page)).toHaveCount(1);
+  await expect(links(page)).toHaveAttribute("href", "#/tv/menu/common_setting/utc_time");
+  await expect(links(page)).toContainText("The clock of the set");
+  await search(page).fill("brightness");
+  await expect(links(page)).toHaveAttribute("href", "#/tv/config/value_number");
+  // A unit, the name of a value, and a member of a request.
+  await search(page).fill("local_time ms");
+  await expect(links(page)).toHaveCount(2);
+  await search(page).fill("volume muted");
+  await expect(links(page).first()).toHaveAttribute("href", "#/tv/cast/volume/mute");
+  await search(page).fill("cfgid value_number");
+  await expect(links(page)).toHaveAttribute("href", "#/tv/config/value_number");
+  // "mute" is in the name of one, in the description of the other.
+  await search(page).fill("mute volume");
+  await expect(page.getByText("Found in the description")).toBeVisible();
+  await expect(links(page).first()).toHaveAttribute("href", "#/tv/cast/volume/mute");
+  await expect(links(page).last()).toHaveAttribute("href", "#/tv/ws/notify/volume_ctrl");
+
   await search(page).fill("volume nosuchword");
   await expect(links(page)).toHaveCount(0);
   await expect(page.getByText("Nothing found")).toBeVisible();
@@ -124,7 +144,8 @@ test("the URIs that the page suggests to start with can be read", async ({ open 
 test("a deep link selects its URI, and the browser's history works", async ({ open }) => {
   const page = await open("/#/tv/cast/volume/mute");
   await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/mute");
-  await expect(page.locator('a.uri[aria-current="true"]')).toHaveAttribute("href", "#/tv/cast/volume/mute");
+  const chosen = page.locator('a.uri[aria-current="true"]');
+  await expect(chosen).toHaveAttribute("href", "#/tv/cast/volume/mute");
 
   await page.getByLabel("/tv/cast/volume/volume, VALUE, get, set", { exact: true }).click();
   await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/volume");
@@ -133,4 +154,22 @@ test("a deep link selects its URI, and the browser's history works", async ({ op
 
   await page.goto(`${new URL(page.url()).origin}/#/tv/no/such/uri`);
   await expect(page.getByText("The registry has no URI /tv/no/such/uri.")).toBeVisible();
+  // A URI far down, in a page that is loaded with it.
+  const far = await open("/#/tv/cbrowser/dlna/dmr_get_media_info");
+  await expect(far.locator('a.uri[aria-current="true"]')).toBeInViewport({ ratio: 0.95 });
+});
+
+test("a URI with a mistake leads to the nearest ones", async ({ host, open }) => {
+  const page = await open("/#/tv/cast/volume/volum");
+  const nearest = page.getByRole("main").getByRole("link");
+  await expect(nearest.first()).toHaveText("/tv/cast/volume/volume");
+  await nearest.first().click();
+  await expect(page.getByRole("heading", { level: 1 })).toHaveText("/tv/cast/volume/volume");
+
+  await search(page).fill("/tv/cast/volume/mutte");
+  await expect(links(page).first()).toHaveText("/tv/cast/volume/mute");
+  await search(page).press("Enter");
+  await expect(page.getByText("The registry has no URI /tv/cast/volume/mutte.")).toBeVisible();
+  await expect(nearest.first()).toHaveText("/tv/cast/volume/mute");
+  await expect(page).toHaveURL(`${host.origin}/#/tv/cast/volume/mutte`);
 });

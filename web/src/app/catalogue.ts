@@ -1,4 +1,4 @@
-import type { UriRow } from "./rpc";
+import type { Field, ItemType, ListResult, NamedValue, UriRow } from "./protocol";
 
 /** The URIs that the plugin lists, grouped, ranked and filtered. The texts' catalogue is i18n/catalogue.def. */
 
@@ -7,13 +7,14 @@ export interface Row extends UriRow {
   tail: string;
   /** A get or set of it has an effect, or its event is raised. */
   served: boolean;
-  /** The heading above rows of this kind; empty for served rows. */
-  section: "" | "Without effect" | "Not served";
-  /** The text that a search examines, in lower case. */
-  haystack: string;
+  /** The word of the heading above rows of this kind; empty for served rows. */
+  section: "" | "IDS_WITHOUT_EFFECT" | "IDS_NOT_SERVED";
+  /** The texts that a search examines, in lower case: the names of the URI, and what describes it. */
+  names: string;
+  about: string;
 }
 
-const sections = ["", "", "Without effect", "Not served"] as const;
+const sections = ["", "", "IDS_WITHOUT_EFFECT", "IDS_NOT_SERVED"] as const;
 
 export interface Group {
   key: string;
@@ -21,6 +22,8 @@ export interface Group {
   prefix: string;
   rows: Row[];
   served: boolean;
+  /** Of a search: the words are not all in the names of these rows, but in what describes them. */
+  described?: true;
 }
 
 export const hexId = (id: number): string => `0x${id.toString(16).toUpperCase().padStart(4, "0")}`;
@@ -40,8 +43,25 @@ function commonPrefix(uris: string[]): string {
 const rank = (row: UriRow): number => (row.get || row.set ? 0 : row.notify ? 1 : row.without_effect ? 2 : 3);
 const rankOfGroup = (group: Group): number => Math.min(...group.rows.map(rank));
 
+const valuesText = (values: NamedValue[] | null | undefined): string =>
+  (values ?? []).map(({ value, help }) => `${value} ${help ?? ""}`).join(" ");
+
+const fieldsText = (fields: Field[] | null | undefined, uri: string): string =>
+  (fields ?? [])
+    .filter((field) => field.uri == null || field.uri === uri)
+    .map(({ key, unit, values, help, fields: inner }) =>
+      [key, unit ?? "", valuesText(values), help ?? "", fieldsText(inner, uri)].join(" "),
+    )
+    .join(" ");
+
+function aboutOf(row: UriRow, type: ItemType | undefined): string {
+  const uses = [type?.query, type?.set?.fields, type?.response, type?.notify?.fields];
+  const fields = uses.map((use) => fieldsText(use, row.uri));
+  return [row.help ?? "", row.unit ?? "", valuesText(row.values), ...fields].join(" ").toLowerCase();
+}
+
 /** The registry by group, sorted by rank and then by the registry's own order. */
-export function groupRows(uris: UriRow[]): Group[] {
+export function groupRows({ uris, types }: ListResult): Group[] {
   const byGroup = new Map<string, UriRow[]>();
   for (const row of uris) {
     const key = String(row.group);
@@ -56,22 +76,37 @@ export function groupRows(uris: UriRow[]): Group[] {
       tail: row.uri.slice(prefix.length),
       served: rank(row) < 2,
       section: sections[rank(row)] ?? "",
-      haystack: `${row.uri} ${row.type} ${hexId(row.id)} ${row.help ?? ""}`.toLowerCase(),
+      names: `${row.uri} ${row.type} ${hexId(row.id)}`.toLowerCase(),
+      about: aboutOf(row, types[row.type]),
     }));
     return { key, prefix, rows: rows.sort((a, b) => rank(a) - rank(b)), served: rows.some((row) => row.served) };
   });
   return groups.sort((a, b) => rankOfGroup(a) - rankOfGroup(b));
 }
 
-/** The rows that contain every word, without the groups that have none. */
+/** The rows that `is` returns true for, without the groups that have none. */
+function pick(groups: Group[], is: (row: Row) => boolean): Group[] {
+  return groups.map((group) => ({ ...group, rows: group.rows.filter(is) })).filter(({ rows }) => rows.length > 0);
+}
+
+/** Whether a word of the text begins with this. In the middle of words, descriptions would match too much. */
+function hasBeginning(text: string, word: string): boolean {
+  for (let at = text.indexOf(word); at >= 0; at = text.indexOf(word, at + 1)) {
+    if (at === 0 || !/[a-z0-9]/.test(text[at - 1]!)) return true;
+  }
+  return false;
+}
+
+/** The rows that contain every word: first those whose names do, then those whose names and descriptions do together. */
 export function filterGroups(groups: Group[], words: string[], servedOnly: boolean): Group[] {
   if (words.length === 0 && !servedOnly) return groups;
-  const ret: Group[] = [];
-  for (const group of groups) {
-    const rows = group.rows.filter(
-      (row) => (!servedOnly || row.served) && words.every((word) => row.haystack.includes(word)),
-    );
-    if (rows.length > 0) ret.push({ ...group, rows });
-  }
-  return ret;
+  const allowed = (row: Row) => !servedOnly || row.served;
+  const named = (row: Row) => words.every((word) => row.names.includes(word));
+  const described = (row: Row) => words.every((word) => row.names.includes(word) || hasBeginning(row.about, word));
+  return [
+    ...pick(groups, (row) => allowed(row) && named(row)),
+    ...pick(groups, (row) => allowed(row) && !named(row) && described(row)).map(
+      (group): Group => ({ ...group, key: `${group.key} described`, described: true }),
+    ),
+  ];
 }

@@ -1,3 +1,5 @@
+import { useSignal } from "@preact/signals";
+import { useEffect } from "preact/hooks";
 import { CaptureBadge } from "../features/capture/capture-badge";
 import { VolumeBar } from "../features/volume/volume-bar";
 import { DarkThemeIcon, LightThemeIcon, SystemThemeIcon } from "../ui/icons";
@@ -5,7 +7,7 @@ import { Tabs } from "../ui/tabs";
 import { label, language, languages, setLanguage } from "./language";
 import { shownTab } from "./layout";
 import { show } from "./navigation";
-import { connection, reconnectNow } from "./session";
+import { connection, reconnectNow, silent } from "./session";
 import { setTheme, theme, themes, type Theme } from "./theme";
 import { views } from "./views";
 
@@ -99,18 +101,30 @@ function LanguageMenu() {
   );
 }
 
-const stateNames = { open: "IDS_CONNECTED", connecting: "IDS_DISCONNECTED", waiting: "IDS_DISCONNECTED" } as const;
+/** The seconds until a time of Date.now(), counted down. */
+function Countdown({ to }: { to: number }) {
+  const now = useSignal(Date.now());
+  useEffect(() => {
+    const timer = setInterval(() => (now.value = Date.now()), 250);
+    return () => clearInterval(timer);
+  }, []);
+  return <span class="countdown">{Math.max(0, Math.ceil((to - now.value) / 1000))} s</span>;
+}
 
 function Connection() {
-  const { name } = connection.value;
+  const state = connection.value;
+  const text = state.name !== "open" ? "IDS_DISCONNECTED" : silent.value ? "IDS_NOT_ANSWERING" : "IDS_CONNECTED";
   return (
-    <div class="connection" data-state={name}>
+    <div class="connection" data-state={state.name === "open" && silent.value ? "silent" : state.name}>
       <span class="dot" aria-hidden="true" />
-      <span role="status">{label(stateNames[name])}</span>
-      {name === "waiting" && (
-        <button type="button" class="link-button" onClick={reconnectNow}>
-          {label("IDS_RETRY")}
-        </button>
+      <span role="status">{label(text)}</span>
+      {state.name === "waiting" && (
+        <>
+          <Countdown to={state.retryAt} />
+          <button type="button" class="link-button" onClick={reconnectNow}>
+            {label("IDS_RETRY")}
+          </button>
+        </>
       )}
     </div>
   );

@@ -1,55 +1,11 @@
 import { effect, signal } from "@preact/signals";
 import { tell } from "../ui/notice";
 import { access, configNotifyUri, connection, getItem, listen, setItem, tellError } from "./session";
+import { english, label, texts } from "./words";
 
-/** The page's words in the language of the television's menus, and that language itself. */
+export { label, words } from "./words";
 
-/** Words that several features use, with the English text for a television that has none. */
-const shared = {
-  IDS_CANCEL: "Cancel",
-  IDS_CLOSE: "Close",
-  IDS_CONNECTED: "Connected",
-  IDS_DELETE: "Delete",
-  IDS_DELETE_QUESTION: "Delete “{0}”?",
-  IDS_DISCONNECTED: "Disconnected",
-  IDS_LANGUAGE_REFUSED: "The television did not accept the language “{0}”.",
-  IDS_LOOK_ONLY:
-    "This view needs the token: open the address that dtv-host printed (it ends with #token=...)",
-  IDS_MENU_LANGUAGE: "Menu language",
-  IDS_NOTHING_FOUND: "Nothing found",
-  IDS_NOTIFICATIONS: "Notifications",
-  IDS_NOT_UNDONE: "This cannot be undone.",
-  IDS_NO_ACCESS: "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)",
-  IDS_OFF: "Off",
-  IDS_ON: "On",
-  IDS_RETRY: "Retry",
-  IDS_SEARCH: "Search",
-  IDS_SOUND: "Sound",
-  IDS_START_OF_PAGE: "dtv inspector, start",
-  IDS_SUBSCRIBE: "Subscribe",
-  IDS_THEME: "Colours of this page",
-  IDS_THEME_DARK: "Dark",
-  IDS_THEME_LIGHT: "Light",
-  IDS_THEME_SYSTEM: "As the system",
-  IDS_UNSUBSCRIBE: "Unsubscribe",
-  IDS_VIEWS: "Views",
-  IDS_VOLUME: "Volume",
-};
-
-const english: Record<string, string> = { ...shared };
-const texts = signal<Readonly<Record<string, string>>>({});
-
-/**
- * Adds a feature's own words, by their id at the television. Returns the look-up of these and the shared words, which
- * replaces {0}, {1} and so on by the values.
- */
-export function words<Own extends Record<string, string>>(own: Own) {
-  Object.assign(english, own);
-  return (id: (keyof Own & string) | keyof typeof shared, ...values: (string | number)[]): string =>
-    (texts.value[id] || (english[id] ?? "")).replace(/\{(\d)\}/g, (hole, at) => String(values[Number(at)] ?? hole));
-}
-
-export const label = words({});
+/** The language of the television's menus, which is also that of the page's words. */
 
 /** The languages that the menu may have: code at the television, name in the language itself, tag for the browser. */
 export const languages: readonly { code: string; name: string; tag: string }[] = [

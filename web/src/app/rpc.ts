@@ -1,112 +1,10 @@
 import { isObject, type Json, type JsonObject } from "../lib/json";
 import type { TapLine } from "../lib/tap-line";
+import { watchLiveness, type Liveness } from "./liveness";
+import type { Method, Params, Result } from "./protocol";
+import { label } from "./words";
 
 /** JSON-RPC 2.0 over WebSocket to dtv-host: calls, shared subscriptions and reconnection. */
-
-export interface GetResult {
-  ret: number;
-  response: Json;
-  calls?: TapLine[];
-}
-
-export interface SetResult {
-  ret: number;
-  calls?: TapLine[];
-}
-
-/** One of the values that a field accepts, with its meaning. */
-export interface NamedValue {
-  value: string | number;
-  help?: string;
-}
-
-/** One JSON member of a request, a response or a notification. */
-export interface Field {
-  key: string;
-  /** One of the "kinds" in the list. */
-  kind: string;
-  /** The only URI whose requests read it. */
-  uri?: string | null;
-  /**
-   * Another member on which it depends: the field is read only if that member has this text, or is absent (null). A
-   * number cannot be met by a request.
-   */
-  when?: { key: string; value: string | number | null } | null;
-  /** Longest text in bytes. */
-  limit?: number | null;
-  /** The greatest length of an array. */
-  count?: number | null;
-  unit?: string | null;
-  values?: NamedValue[] | null;
-  help?: string | null;
-  /** The value of a constant. */
-  value?: string | null;
-  /** The members of an object. */
-  fields?: Field[] | null;
-}
-
-export interface UriRow {
-  uri: string;
-  id: number;
-  group: number | string;
-  record: number;
-  type: string;
-  /** Whether a get or set has an effect, and whether the event is raised. */
-  get: boolean;
-  set: boolean;
-  notify: boolean;
-  /** Requests that are accepted but have no effect. */
-  without_effect?: ("get" | "set")[];
-  help?: string;
-  /** The unit of the item's value. */
-  unit?: string;
-  values?: NamedValue[];
-}
-
-/** A kind of field. The limits are decimal numbers as texts. */
-export interface Kind {
-  kind: string;
-  json: "number" | "string" | "array" | "object";
-  help: string;
-  minimum?: string;
-  maximum?: string;
-}
-
-/** The meaning of a response's "ret". */
-export interface ResultRow {
-  result: number;
-  name: string;
-  help: string;
-}
-
-export interface ItemType {
-  query: Field[] | null;
-  set: { request: string; fields: Field[] } | null;
-  response: Field[] | null;
-  notify: { form: string; member: string; bound: number | null; fields: Field[] } | null;
-}
-
-export interface ListResult {
-  uris: UriRow[];
-  types: Record<string, ItemType>;
-  kinds: Kind[];
-  results: ResultRow[];
-}
-
-interface Methods {
-  authorize: { params: { token: string }; result: JsonObject };
-  get: { params: { uri: string; parameter?: JsonObject; trace?: boolean }; result: GetResult };
-  set: { params: { uri: string; parameter: JsonObject; trace?: boolean }; result: SetResult };
-  subscribe: { params: { uri: string }; result: JsonObject };
-  unsubscribe: { params: { uri: string }; result: JsonObject };
-  list: { params: undefined; result: ListResult };
-  trace: { params: { on: boolean }; result: JsonObject };
-  tv: { params: { words: string[] }; result: JsonObject };
-}
-
-export type Method = keyof Methods;
-export type Params<M extends Method> = Methods[M]["params"];
-export type Result<M extends Method> = Methods[M]["result"];
 
 /** The error with which the host answered a call. */
 export class RpcError extends Error {
@@ -126,7 +24,7 @@ const forbidden = -32006;
 /** Whether the host refused a call because the connection is not authorized, or refused the token. */
 export const isForbidden = (reason: unknown): boolean => reason instanceof RpcError && reason.code === forbidden;
 
-/** A call got no answer: there was no connection, it was lost, or the answer did not come in time. */
+/** A call got no answer: there was no connection, it was lost, the answer did not come in time, or nobody waits for it. */
 export class ConnectionError extends Error {
   constructor(message: string) {
     super(message);
@@ -137,8 +35,8 @@ export class ConnectionError extends Error {
 export type ConnectionState =
   | { name: "connecting" }
   | { name: "open" }
-  /** `retryAt` is a time of Date.now(). */
-  | { name: "waiting"; retryAt: number };
+  /** Times of Date.now(): when the connection was lost, and when the next attempt begins. */
+  | { name: "waiting"; lostAt: number; retryAt: number };
 
 export interface ClientOptions {
   url: string;
@@ -149,6 +47,8 @@ export interface ClientOptions {
   /** The host refused a call of the method because the connection is not authorized. */
   onForbidden?: (method: Method) => void;
   onState?: (state: ConnectionState) => void;
+  /** The host does not answer over the open connection, or answers again. */
+  onSilent?: (silent: boolean) => void;
   /** The host dropped notifications because this client read them too slowly. */
   onOverflow?: (dropped: number) => void;
   onTrace?: (line: TapLine) => void;
@@ -156,13 +56,24 @@ export interface ClientOptions {
   onBrokenNotification?: (uri: string, message: string) => void;
   /** The host refused a subscription, possibly when it was renewed after a reconnection. */
   onSubscribeError?: (uri: string, error: Error) => void;
-  timeoutMs?: number;
   /** The pause before a reconnection: it starts at `first` and doubles up to `longest`. */
   retryMs?: { first: number; longest: number };
 }
 
+export interface CallOptions {
+  /** How long the client waits for the answer; 20 s if absent. */
+  timeoutMs?: number;
+  /** Ends the wait with the signal's reason. A later answer is ignored. */
+  signal?: AbortSignal;
+}
+
+/** What follows the method's name in a call. */
+type Arguments<M extends Method> = Params<M> extends undefined
+  ? [params?: undefined, options?: CallOptions]
+  : [params: Params<M>, options?: CallOptions];
+
 export interface Client {
-  call<M extends Method>(method: M, ...params: Params<M> extends undefined ? [] : [Params<M>]): Promise<Result<M>>;
+  call<M extends Method>(method: M, ...rest: Arguments<M>): Promise<Result<M>>;
   /**
    * Calls the listener for each notification of the URI until the returned function is called. Listeners of one URI
    * share one subscription, which is renewed after a reconnection.
@@ -180,14 +91,17 @@ interface PendingCall {
   timer: ReturnType<typeof setTimeout>;
 }
 
+const usualTimeoutMs = 20_000;
+
 const asError = (reason: unknown): Error => (reason instanceof Error ? reason : new Error(String(reason)));
 
 export function createClient(options: ClientOptions): Client {
-  const timeoutMs = options.timeoutMs ?? 20_000;
   const retry = options.retryMs ?? { first: 250, longest: 5_000 };
   const pending = new Map<number, PendingCall>();
   const listeners = new Map<string, Set<(notification: Json) => void>>();
   let socket: WebSocket | undefined;
+  let liveness: Liveness | undefined;
+  let heardAt = 0;
   let retryTimer: ReturnType<typeof setTimeout> | undefined;
   let pause = retry.first;
   let lastId = 0;
@@ -203,17 +117,23 @@ export function createClient(options: ClientOptions): Client {
     pending.clear();
   }
 
-  function send(method: Method, params: unknown): Promise<Json> {
+  function send(method: Method, params?: unknown, { timeoutMs = usualTimeoutMs, signal }: CallOptions = {}): Promise<Json> {
     return new Promise((resolve, reject) => {
       if (!socket || !isOpen()) {
-        reject(new ConnectionError("Not connected to the host."));
+        reject(new ConnectionError(label("IDS_NOT_CONNECTED_HOST")));
         return;
       }
       const id = ++lastId;
-      const timer = setTimeout(() => {
+      const giveUp = (reason: Error) => {
+        const call = pending.get(id);
+        if (!call) return;
         pending.delete(id);
-        reject(new ConnectionError(`No answer to "${method}" within ${timeoutMs / 1000} s.`));
-      }, timeoutMs);
+        clearTimeout(call.timer);
+        reject(reason);
+      };
+      const late = new ConnectionError(label("IDS_NO_ANSWER_WITHIN", method, timeoutMs / 1000));
+      const timer = setTimeout(() => giveUp(late), timeoutMs);
+      signal?.addEventListener("abort", () => giveUp(asError(signal.reason)), { once: true });
       pending.set(id, { method, resolve, reject, timer });
       socket.send(JSON.stringify({ jsonrpc: "2.0", id, method, ...(params === undefined ? {} : { params }) }));
     });
@@ -282,38 +202,60 @@ export function createClient(options: ClientOptions): Client {
     }
   }
 
+  /** The connection is gone, or counts as gone: its calls fail, and another attempt follows. */
+  function lose(lostAt: number) {
+    liveness?.stop();
+    const lost = socket;
+    socket = undefined;
+    // The browser waits for the host's part of the closing, which may never come. Nothing listens to it any more.
+    lost?.close();
+    options.onSilent?.(false);
+    failPending(label("IDS_CONNECTION_LOST"));
+    // The random part keeps many pages from reconnecting at the same moment.
+    const wait = pause * (1 + Math.random() / 4);
+    pause = Math.min(pause * 2, retry.longest);
+    retryTimer = setTimeout(open, wait);
+    options.onState?.({ name: "waiting", lostAt, retryAt: Date.now() + wait });
+  }
+
   function open() {
     clearTimeout(retryTimer);
     options.onState?.({ name: "connecting" });
     const opened = new WebSocket(options.url);
     socket = opened;
+    heardAt = Date.now();
+    liveness = watchLiveness({
+      // Any answer shows that the host lives, even that it does not know the method.
+      ask: () => void (isOpen() && send("ping").catch(() => undefined)),
+      onSilent: (silent) => isOpen() && options.onSilent?.(silent),
+      onLost: () => lose(heardAt),
+      expectsLong: () => [...pending.values()].some(({ method }) => method === "list"),
+    });
     opened.onopen = () => {
+      if (socket !== opened) return;
       pause = retry.first;
+      liveness?.heard();
       // The host handles messages in order, so the subscriptions need not wait for the answer to "authorize".
       authorize();
       for (const uri of listeners.keys()) requestSubscription(uri);
       options.onState?.({ name: "open" });
     };
     opened.onmessage = (event: MessageEvent<unknown>) => {
+      if (socket !== opened) return;
+      heardAt = Date.now();
+      liveness?.heard();
       if (typeof event.data === "string") receive(event.data);
     };
     opened.onclose = () => {
-      if (closed || socket !== opened) return;
-      socket = undefined;
-      failPending("The connection to the host was lost.");
-      // The random part keeps many pages from reconnecting at the same moment.
-      const wait = pause * (1 + Math.random() / 4);
-      pause = Math.min(pause * 2, retry.longest);
-      retryTimer = setTimeout(open, wait);
-      options.onState?.({ name: "waiting", retryAt: Date.now() + wait });
+      if (!closed && socket === opened) lose(Date.now());
     };
   }
 
   open();
 
   return {
-    call: <M extends Method>(method: M, ...params: [] | [Params<M>]) =>
-      send(method, params[0]) as unknown as Promise<Result<M>>,
+    call: <M extends Method>(method: M, ...rest: [Params<M>?, CallOptions?]) =>
+      send(method, ...rest) as unknown as Promise<Result<M>>,
     subscribe(uri, listener) {
       const known = listeners.get(uri);
       if (known) {
@@ -335,8 +277,9 @@ export function createClient(options: ClientOptions): Client {
     close() {
       closed = true;
       clearTimeout(retryTimer);
+      liveness?.stop();
       socket?.close();
-      failPending("The client was closed.");
+      failPending(label("IDS_CONNECTION_LOST"));
     },
   };
 }

@@ -1,11 +1,14 @@
 import { batch, computed, signal } from "@preact/signals";
 import { itemsOf, type Json, type JsonObject } from "../lib/json";
-import { createLog } from "../lib/log";
+import { clock, createLog } from "../lib/log";
+import { readStored, store } from "../lib/stored";
 import type { TapLine } from "../lib/tap-line";
 import { dropToken, token } from "../lib/token";
 import { tell } from "../ui/notice";
 import { groupRows } from "./catalogue";
-import { ConnectionError, createClient, isForbidden, type ConnectionState, type Field, type Kind, type ListResult } from "./rpc";
+import type { Field, Kind, ListResult, SetResult } from "./protocol";
+import { ConnectionError, createClient, isForbidden, type ConnectionState } from "./rpc";
+import { label } from "./words";
 
 /** The page's one connection to the host, and the state that several features share. */
 
@@ -15,17 +18,23 @@ export const configNotifyUri = "/tv/ws/notify/config_update";
 /** What the host lets this page call, judged by its refusals: everything, everything but "tv", or nothing. */
 export type Access = "control" | "look" | "none";
 
-export type LogValue = { uri: string; notification: Json } | { warning: string };
+/** A line of the log that the page itself has written. */
+export interface LogWarning {
+  warning: string;
+}
+export type LogValue = { uri: string; notification: Json } | LogWarning;
 
 // A notification may have 256 KiB, so a number of entries alone would not bound the memory.
 const logLimits = { entries: 10_000, characters: 16_000_000 };
 
 export const connection = signal<ConnectionState>({ name: "connecting" });
+/** The connection is open, but the host does not answer. */
+export const silent = signal(false);
 export const access = signal<Access>("control");
 export const list = signal<ListResult | null>(null);
-export const groups = computed(() => (list.value ? groupRows(list.value.uris) : []));
+export const groups = computed(() => (list.value ? groupRows(list.value) : []));
 export const notifications = createLog<LogValue>(logLimits);
-export const calls = createLog<TapLine>(logLimits);
+export const calls = createLog<TapLine | LogWarning>(logLimits);
 export const tracing = signal(false);
 
 export const textOf = (reason: unknown): string => (reason instanceof Error ? reason.message : String(reason));
@@ -53,17 +62,18 @@ const client = createClient({
       if (state.name === "open") access.value = "control";
       connection.value = state;
     });
+    if (state.name === "waiting") gapFrom ??= state.lostAt;
     if (state.name === "open") onOpen();
   },
+  onSilent: (now) => (silent.value = now),
   onOverflow(dropped) {
-    const lost = dropped === 1 ? "1 message was" : `${dropped} messages were`;
-    notifications.add({ warning: `${lost} lost: the queue overflowed.` });
+    notifications.add({ warning: dropped === 1 ? label("IDS_DROPPED_ONE") : label("IDS_DROPPED", dropped) });
   },
   onBrokenNotification: (uri, message) => notifications.add({ warning: `${uri}: ${message}` }),
   onTrace: (line) => calls.add(line),
   onSubscribeError(uri, error) {
     if (isForbidden(error)) return;
-    tell(`Cannot subscribe to ${uri}: ${error.message}`);
+    tell(label("IDS_CANNOT_SUBSCRIBE", uri, error.message));
     setWatched(uri, false);
   },
 });
@@ -73,8 +83,41 @@ document.addEventListener("visibilitychange", () => {
   if (document.visibilityState === "visible") client.reconnectNow();
 });
 
+// When the connection was lost that is not open again yet. It may never have been open.
+let gapFrom: number | null = null;
+let wasOpen = false;
+
+/** Writes into the logs from when to when they miss something. */
+function logGap() {
+  if (gapFrom !== null && wasOpen) {
+    const to = Date.now();
+    const warning = label("IDS_GAP", clock(gapFrom), clock(to), ((to - gapFrom) / 1000).toFixed(1));
+    if (watched.value.size > 0) notifications.add({ warning });
+    if (tracing.value) calls.add({ warning });
+  }
+  gapFrom = null;
+  wasOpen = true;
+}
+
+const listTimeoutMs = 60_000;
+
+/**
+ * The list has 190 kB: over a slow line it takes seconds. So the page asks for it when the host has answered the first
+ * short requests, such as that of the volume.
+ */
+async function readList() {
+  try {
+    await client.call("ping").catch(() => undefined);
+    list.value = await client.call("list", undefined, { timeoutMs: listTimeoutMs });
+  } catch (reason) {
+    // After a lost connection the next one requests the list again.
+    if (connection.peek().name === "open") tellError(reason);
+  }
+}
+
 function onOpen() {
-  client.call("list").then((result) => (list.value = result), tellError);
+  logGap();
+  void readList();
   if (tracing.value) client.call("trace", { on: true }).catch(tellError);
 }
 
@@ -88,32 +131,38 @@ const kinds = computed(() => new Map(list.value?.kinds.map((row) => [row.kind, r
 export const kindOf = (field: Field): Kind | undefined => kinds.value.get(field.kind);
 
 /** What the "ret" of a response means. The platform has results that the plugin does not list. */
-export const meaningOf = (ret: number): string =>
-  list.value?.results.find((row) => row.result === ret)?.help ?? "a result of the platform's own";
+const meaningOf = (ret: number): string =>
+  list.value?.results.find((row) => row.result === ret)?.help ?? label("IDS_RESULT_OF_PLATFORM");
 
 // ---- requests
 
+/** Why a result is not 0, by the host's words; of a host that gives none, the meaning of the number. */
+export const reasonOf = ({ ret, reason }: SetResult): string => reason ?? `${meaningOf(ret)} (ret ${ret})`;
+
 /** The response to a request has a negative "ret". */
 export class RefusedError extends Error {
-  constructor(
-    uri: string,
-    readonly ret: number,
-  ) {
-    super(`${uri} was refused: ${meaningOf(ret)} (ret ${ret}).`);
+  readonly ret: number;
+  /** Without the URI. */
+  readonly reason: string;
+
+  constructor(uri: string, result: SetResult) {
+    super(label("IDS_REFUSED_URI", uri, reasonOf(result)));
     this.name = "RefusedError";
+    this.ret = result.ret;
+    this.reason = reasonOf(result);
   }
 }
 
 /** The first item of a URI's response. */
 export async function getItem(uri: string, parameter?: JsonObject): Promise<JsonObject> {
-  const { ret, response } = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
-  if (ret < 0) throw new RefusedError(uri, ret);
-  return itemsOf(response)[0] ?? {};
+  const result = await client.call("get", { uri, ...(parameter ? { parameter } : {}) });
+  if (result.ret < 0) throw new RefusedError(uri, result);
+  return itemsOf(result.response)[0] ?? {};
 }
 
 export async function setItem(uri: string, parameter: JsonObject): Promise<void> {
-  const { ret } = await client.call("set", { uri, parameter });
-  if (ret < 0) throw new RefusedError(uri, ret);
+  const result = await client.call("set", { uri, parameter });
+  if (result.ret < 0) throw new RefusedError(uri, result);
 }
 
 /** A command of the virtual television. */
@@ -128,12 +177,8 @@ export const listen = (uri: string, listener: (item: JsonObject) => void): (() =
 const storageKey = "dtv.watched";
 
 function storedUris(): string[] {
-  try {
-    const stored: unknown = JSON.parse(localStorage.getItem(storageKey) ?? "null");
-    if (Array.isArray(stored)) return stored.filter((uri): uri is string => typeof uri === "string");
-  } catch {
-    // The browser may refuse access to its storage, or another version of the page may have written something else.
-  }
+  const stored = readStored(storageKey);
+  if (Array.isArray(stored)) return stored.filter((uri): uri is string => typeof uri === "string");
   return [volumeNotifyUri, configNotifyUri];
 }
 
@@ -149,11 +194,7 @@ export function setWatched(uri: string, on: boolean) {
     unwatch.delete(uri);
   }
   watched.value = new Set(unwatch.keys());
-  try {
-    localStorage.setItem(storageKey, JSON.stringify([...unwatch.keys()]));
-  } catch {
-    // Without storage, the choice is not kept.
-  }
+  store(storageKey, [...unwatch.keys()]);
 }
 
 // ---- platform calls

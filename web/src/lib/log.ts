@@ -38,7 +38,10 @@ function within<T>(limits: LogLimits, entries: Entry<T>[]): Entry<T>[] {
   return end < 0 ? entries : entries.slice(0, end);
 }
 
-/** A bounded log. Its signals change at most once per frame, however fast entries are added. */
+/** So often a log changes at most: a reader sees no more, and a flood of entries leaves the page time for other things. */
+const pauseMs = 100;
+
+/** A bounded log. Its signals change at most every `pauseMs`, in a frame, however fast entries are added. */
 export function createLog<T>(limits: LogLimits): Log<T> {
   const entries = signal<Entry<T>[]>([]);
   const total = signal(0);
@@ -46,11 +49,21 @@ export function createLog<T>(limits: LogLimits): Log<T> {
   const held = signal(0);
   let waiting: Entry<T>[] = [];
   let waitingCharacters = 0;
-  let frame = 0;
+  let scheduled = false;
+  let shownAt = 0;
   let count = 0;
 
+  function schedule() {
+    if (scheduled) return;
+    scheduled = true;
+    const wait = shownAt + pauseMs - performance.now();
+    if (wait > 0) setTimeout(() => requestAnimationFrame(show), wait);
+    else requestAnimationFrame(show);
+  }
+
   function show() {
-    frame = 0;
+    scheduled = false;
+    shownAt = performance.now();
     total.value = count;
     if (paused.value) {
       held.value = waiting.length;
@@ -75,7 +88,7 @@ export function createLog<T>(limits: LogLimits): Log<T> {
       while (waiting.length > limits.entries || waitingCharacters > limits.characters) {
         waitingCharacters -= waiting.shift()!.size;
       }
-      if (!frame) frame = requestAnimationFrame(show);
+      schedule();
     },
     setPaused(on) {
       paused.value = on;

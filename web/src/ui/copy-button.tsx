@@ -2,7 +2,14 @@ import { useSignal } from "@preact/signals";
 import { CheckIcon, CopyIcon } from "./icons";
 import { tell } from "./notice";
 
-export function CopyButton({ text, label }: { text: string; label: string }) {
+interface CopyButtonProps {
+  text: string;
+  label: string;
+  /** Told if the browser does not let the page copy. */
+  refused: string;
+}
+
+export function CopyButton({ text, label, refused }: CopyButtonProps) {
   const done = useSignal(false);
 
   async function copy() {
@@ -11,7 +18,7 @@ export function CopyButton({ text, label }: { text: string; label: string }) {
       done.value = true;
       setTimeout(() => (done.value = false), 1500);
     } catch {
-      tell("The browser refused access to the clipboard.");
+      tell(refused);
     }
   }
 

@@ -46,7 +46,7 @@ const indexOf = (event: Event): number =>
 export function RowList<T>(props: RowListProps<T>) {
   const { rows, keyOf, estimate, render, cells = false, isPassive = () => false } = props;
   const { current, label, empty, handle, onLeave } = props;
-  const { scroller, list, indexes, offsets, first, end, redraw, reveal } = useRowWindow(rows, keyOf, estimate);
+  const { scroller, list, indexOf: rowOf, offsets, first, end, redraw, reveal } = useRowWindow(rows, keyOf, estimate);
   const [active, setActive] = useState<Key | null>(null);
   const pendingFocus = useRef<Key | null>(null);
   // The column of the latest cell that had the focus.
@@ -56,7 +56,7 @@ export function RowList<T>(props: RowListProps<T>) {
 
   // The index of the row that the Tab key reaches; -1 if none can have the focus.
   const stop =
-    [active, current].map((key) => (key == null ? undefined : indexes.get(key))).find((at) => at !== undefined) ??
+    [active, current].map((key) => (key == null ? undefined : rowOf(key))).find((at) => at !== undefined) ??
     rows.findIndex((row) => !isPassive(row));
   const rendered = Array.from({ length: end - first }, (_, index) => first + index);
   if (stop >= end) rendered.push(stop);
@@ -64,7 +64,7 @@ export function RowList<T>(props: RowListProps<T>) {
 
   useLayoutEffect(() => {
     if (pendingFocus.current === null) return;
-    const row = list.current?.querySelector(`[data-index="${indexes.get(pendingFocus.current)}"]`);
+    const row = list.current?.querySelector(`[data-index="${rowOf(pendingFocus.current)}"]`);
     const stops = row?.querySelectorAll<HTMLElement>(focusable) ?? [];
     stops[Math.min(column.current, stops.length - 1)]?.focus({ preventScroll: true });
     pendingFocus.current = null;

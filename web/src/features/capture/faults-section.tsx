@@ -85,7 +85,7 @@ const FunctionLine = ({ name, params, callback }: ContractFunction) => (
       <span class="quiet">({params.join(", ")})</span>
       {callback && (
         <span class="fault-callback">
-          {label("IDS_CALLBACK")}({callback.join(", ")})
+          {label("IDS_CALLBACK_OF")}({callback.join(", ")})
         </span>
       )}
     </button>

@@ -1,7 +1,7 @@
 import { words } from "../../app/language";
 
 export const label = words({
-  IDS_CALLBACK: "Callback",
+  IDS_CALLBACK_OF: "Callback",
   IDS_CALLBACKS: "Callbacks",
   IDS_CALLS: "Calls",
   IDS_CAPTURE: "Record and faults",

@@ -1,6 +1,6 @@
 import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals";
 import { isForbidden, RpcError } from "../../app/rpc";
-import { getItem, meaningOf, RefusedError, setItem, television, textOf } from "../../app/session";
+import { getItem, RefusedError, setItem, television, textOf } from "../../app/session";
 import type { Json, JsonObject } from "../../lib/json";
 import { label } from "./words";
 
@@ -231,7 +231,7 @@ export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean>
   } catch (reason) {
     if (!(reason instanceof RefusedError)) row.problem.value = textOf(reason);
     else {
-      const why = `${meaningOf(reason.ret)} (ret ${signed(reason.ret)})`;
+      const why = reason.reason;
       row.problem.value = limits ? label("IDS_REFUSED_LIMITS", why, limits) : label("IDS_REFUSED", why);
     }
     return false;

@@ -3,7 +3,7 @@ import type { ComponentChildren } from "preact";
 import { calls, list, notifications, setTracing, setWatched, tracing, watched, type LogValue } from "../../app/session";
 import { isObject } from "../../lib/json";
 import { clock, type Entry, type Log } from "../../lib/log";
-import { CallLine } from "../../ui/call-list";
+import { CallLine } from "../../app/call-list";
 import { ClearIcon, PauseIcon, PlayIcon } from "../../ui/icons";
 import { RowList } from "../../ui/row-list";
 import { label } from "./words";
@@ -24,7 +24,7 @@ export function LivePanel() {
   );
   return (
     <section class="panel live" aria-label={label("IDS_LIVE")}>
-      <div class="segments" role="group" aria-label="Live log">
+      <div class="segments" role="group" aria-label={label("IDS_LIVE_LOG")}>
         {tab("notifications", label("IDS_NOTIFICATIONS"), notifications)}
         {tab("calls", label("IDS_CALLS"), calls)}
       </div>
@@ -54,7 +54,7 @@ function Notifications() {
                   onChange={(event) => setWatched(row.uri, event.currentTarget.checked)}
                 />
                 <span class="source-name">{nameOf(row.uri)}</span>
-                {!row.notify && <span class="quiet">not served</span>}
+                {!row.notify && <span class="quiet">{label("IDS_NOT_SERVED").toLowerCase()}</span>}
               </label>
             </li>
           ))}
@@ -65,8 +65,8 @@ function Notifications() {
         name={label("IDS_NOTIFICATIONS")}
         empty={
           watched.value.size > 0
-            ? "Waiting for the first notification. Change the volume to see one."
-            : "No URI is subscribed to."
+            ? label("IDS_WAITING_NOTIFICATION")
+            : label("IDS_NO_SUBSCRIPTION")
         }
         title={(value) => ("uri" in value ? nameOf(value.uri) : "")}
         estimate={68}
@@ -95,15 +95,15 @@ function lineText(value: unknown): string {
   return text.length > lineCharacters ? `${text.slice(0, lineCharacters)}…` : text;
 }
 
+const WarningLine = ({ text, tabIndex }: { text: string; tabIndex: 0 | -1 }) => (
+  <p class="warning" tabIndex={tabIndex}>
+    {text}
+  </p>
+);
+
 function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabIndex: 0 | -1 }) {
   const { value } = entry;
-  if ("warning" in value) {
-    return (
-      <p class="warning" tabIndex={tabIndex}>
-        {value.warning}
-      </p>
-    );
-  }
+  if ("warning" in value) return <WarningLine text={value.warning} tabIndex={tabIndex} />;
   const { notification } = value;
   const body = isObject(notification) ? (notification["ITEMS"] ?? notification["PARAMETER"] ?? notification) : notification;
   const items = Array.isArray(body) ? body : [body];
@@ -142,20 +142,24 @@ const PlatformCalls = () => (
           checked={tracing.value}
           onChange={(event) => setTracing(event.currentTarget.checked)}
         />
-        <span>Trace every platform call</span>
+        <span>{label("IDS_TRACE_CALLS")}</span>
       </label>
     </div>
     <LogView
       log={calls}
       name={label("IDS_CALLS")}
-      empty={tracing.value ? "Waiting for the first call." : "The trace is off."}
+      empty={label(tracing.value ? "IDS_WAITING_CALL" : "IDS_TRACE_OFF")}
       title={() => ""}
       estimate={76}
-      render={({ value }, tabIndex) => (
-        <div tabIndex={tabIndex}>
-          <CallLine line={value} />
-        </div>
-      )}
+      render={({ value }, tabIndex) =>
+        "warning" in value ? (
+          <WarningLine text={value.warning} tabIndex={tabIndex} />
+        ) : (
+          <div tabIndex={tabIndex}>
+            <CallLine line={value} />
+          </div>
+        )
+      }
     />
   </>
 );
@@ -177,7 +181,7 @@ function LogView<T>({ log, name, empty, title, estimate, render }: LogViewProps<
     <>
       <div class="log-bar">
         <span role="status">
-          {paused ? `Paused · ${log.held.value} waiting` : `${log.total.value} ${label("IDS_RECEIVED")}`}
+          {paused ? label("IDS_PAUSED_WAITING", log.held.value) : `${log.total.value} ${label("IDS_RECEIVED")}`}
         </span>
         <button type="button" class="button small" aria-pressed={paused} onClick={() => log.setPaused(!paused)}>
           {paused ? <PlayIcon /> : <PauseIcon />}

@@ -1,5 +1,5 @@
 import { computed, signal } from "@preact/signals";
-import { list, meaningOf, RefusedError, setItem, textOf } from "../../app/session";
+import { list, RefusedError, setItem, textOf } from "../../app/session";
 import { label } from "./words";
 
 type LabelId = Parameters<typeof label>[0];
@@ -83,12 +83,11 @@ export async function press(key: string) {
   try {
     await setItem(keyUri, { REQUEST: "MODIFY", VALUE: key });
   } catch (reason) {
-    problem = reason instanceof RefusedError ? whyRefused(reason.ret) : textOf(reason);
+    problem = reason instanceof RefusedError ? whyRefused(reason) : textOf(reason);
   }
   if (number === presses) lastPress.value = { key, problem, number };
 }
 
-function whyRefused(ret: number): string {
-  const why = ret === -1 ? label("IDS_COMMAND_DEVICE") : ret === -2 ? label("IDS_NO_SUCH_KEY") : "";
-  return `${meaningOf(ret)} (ret ${ret})${why && `: ${why}`}.`;
-}
+/** The plugin returns -1 for a key only if it cannot open the device, of which the host knows nothing. */
+const whyRefused = ({ ret, reason }: RefusedError): string =>
+  ret === -1 ? `${reason}: ${label("IDS_COMMAND_DEVICE")}.` : reason;

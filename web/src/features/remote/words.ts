@@ -9,7 +9,6 @@ export const label = words({
   IDS_MENU: "Menu",
   IDS_MORE: "More",
   IDS_NO_KEYS: "The plugin reports no key names.",
-  IDS_NO_SUCH_KEY: "the set has no such key",
   IDS_PICTURE: "Picture",
   IDS_PLAY: "Play",
   IDS_POWER: "Power",

@@ -1,5 +1,6 @@
-import type { Field, Kind, UriRow } from "../../app/rpc";
-import type { Json, JsonObject } from "../../lib/json";
+import type { Field, Kind, UriRow } from "../../app/protocol";
+import { isObject, type Json, type JsonObject } from "../../lib/json";
+import { label } from "./words";
 
 /** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */
 export const ofUri = (field: Field, row: UriRow): Field =>
@@ -9,6 +10,21 @@ export const ofUri = (field: Field, row: UriRow): Field =>
 
 /** The text typed into each field, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
+
+/** The texts for the fields of a parameter. Members that no field can hold are left out. */
+export function valuesOf(parameter: JsonObject): FormValues {
+  const ret: FormValues = {};
+  function add(members: JsonObject, prefix: string) {
+    for (const [key, value] of Object.entries(members)) {
+      const path = prefix + key;
+      if (typeof value === "string" || typeof value === "number") ret[path] = String(value);
+      else if (Array.isArray(value)) ret[path] = value.map(String).join(", ");
+      else if (isObject(value)) add(value, `${path}.`);
+    }
+  }
+  add(parameter, "");
+  return ret;
+}
 
 /** Whether the plugin reads a field of the request as typed so far. */
 function isRead(field: Field, row: UriRow, values: FormValues): boolean {
@@ -51,23 +67,23 @@ export function describeKind(field: Field, kind: Kind | undefined): string {
   const { minimum, maximum } = kind ?? {};
   // The limits of a 64-bit number are too long to be of use.
   if (minimum !== undefined && maximum !== undefined) {
-    if (maximum.length <= 10) parts.push(`${minimum} to ${maximum}`.replace("-", "−"));
+    if (maximum.length <= 10) parts.push(label("IDS_RANGE", minimum.replace("-", "−"), maximum));
   } else if (field.limit) {
-    parts.push(`at most ${field.limit} bytes`);
+    parts.push(label("IDS_AT_MOST_BYTES", field.limit));
   } else if (field.count) {
-    parts.push(`at most ${field.count}, separated by commas`);
+    parts.push(label("IDS_MOST_ITEMS", field.count));
   }
   return parts.join(" · ");
 }
 
 function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Problem {
   if (!/^([+-]?\d+|0x[0-9a-f]+)$/i.test(typed)) {
-    return { level: "bad", text: "A whole number is needed, decimal or 0x…" };
+    return { level: "bad", text: label("IDS_NEEDS_HEX") };
   }
   const value = BigInt(typed.startsWith("+") ? typed.slice(1) : typed);
   const { minimum, maximum } = kind ?? {};
   if (minimum !== undefined && maximum !== undefined && (value < BigInt(minimum) || value > BigInt(maximum))) {
-    return { level: "bad", text: `Outside ${minimum} to ${maximum}` };
+    return { level: "bad", text: label("IDS_OUTSIDE", minimum, maximum) };
   }
   // A JavaScript number cannot hold it exactly. The plugin also accepts a 64-bit number as a text.
   if (value > maxSafe || value < -maxSafe) return { value: value.toString() };
@@ -79,7 +95,7 @@ function readNumbers(typed: string): { value: Json } | Problem {
   const numbers: Json[] = [];
   for (const word of typed.split(",")) {
     const read = readNumber(undefined, word.trim());
-    if ("level" in read) return { level: "bad", text: "Whole numbers separated by commas are needed" };
+    if ("level" in read) return { level: "bad", text: label("IDS_NEEDS_NUMBERS") };
     numbers.push(read.value);
   }
   return { value: numbers };
@@ -113,10 +129,10 @@ export function buildParameter(
         ret[field.key] = typed;
         const bytes = bytesOf(typed);
         if (field.limit && bytes > field.limit) {
-          problems.set(path, { level: "note", text: `${bytes} bytes; the plugin keeps the first ${field.limit}` });
+          problems.set(path, { level: "note", text: label("IDS_BYTES_KEPT", bytes, field.limit) });
         }
       } else if (typed.trim() === "") {
-        if (required) problems.set(path, { level: "bad", text: "A number is needed" });
+        if (required) problems.set(path, { level: "bad", text: label("IDS_NEEDS_NUMBER") });
       } else {
         const kind = kindOf(field);
         const read = kind?.json === "array" ? readNumbers(typed) : readNumber(kind, typed.trim());

@@ -1,211 +1,144 @@
-import { useSignal, type Signal } from "@preact/signals";
-import type { Field, ItemType, UriRow } from "../../app/rpc";
+import { signal, useSignal } from "@preact/signals";
+import type { ItemType, UriRow } from "../../app/protocol";
 import { connection, kindOf } from "../../app/session";
-import { isObject, type Json, type JsonObject } from "../../lib/json";
-import { buildParameter, describeKind, fieldsOf, type Built, type FormValues } from "./form";
-import { outcomes, request } from "./outcomes";
+import { itemsOf, prettyJson, type JsonObject } from "../../lib/json";
+import { Fields } from "./fields";
+import { buildParameter, fieldsOf, valuesOf, type FormValues } from "./form";
+import { JsonEditor, readParameter } from "./json-editor";
+import { outcomes, send, setStrict, strict, waiting } from "./outcomes";
 import { Sample } from "./sample";
+import { WaitLine } from "./wait-line";
+import { label } from "./words";
+
+// One choice for all requests: it is kept when another URI is selected.
+const asJson = signal(false);
 
 interface FormProps {
+  method: "get" | "set";
   row: UriRow;
   type: ItemType | null;
+  /** A remembered request's parameter, with which the form begins. */
+  recalled: { parameter: JsonObject | undefined } | undefined;
 }
 
-/** A get is sent without a parameter, or as a "QUERY" if a field has been filled in. */
-export function GetForm({ row, type }: FormProps) {
-  const values = useSignal<FormValues>({});
-  const fields = fieldsOf(type?.query ?? [], row, values.value);
-  const built = buildParameter("QUERY", fields, values.value, false, kindOf);
-  const parameter = built.filled ? built.parameter : undefined;
-  return (
-    <RequestForm
-      method="get"
-      label="Get"
-      row={row}
-      fields={fields}
-      values={values}
-      built={built}
-      parameter={parameter}
-      hint={fields.length === 0 ? "This read takes no parameters." : "Fields that are left empty are not sent."}
-    />
-  );
-}
+const textOf = (parameter: JsonObject | undefined): string => (parameter ? prettyJson(parameter, 40) : "");
 
-export function SetForm({ row, type }: FormProps) {
-  const values = useSignal<FormValues>({});
-  const word = type?.set?.request ?? "";
-  const fields = fieldsOf(type?.set?.fields ?? [], row, values.value);
-  // A "MODIFY" needs its value; the members of the other request words are optional.
-  const required = word === "MODIFY";
-  const built = buildParameter(word, fields, values.value, required, kindOf);
-  if (!type?.set) return <p class="hint">The description of {row.type} does not say what a set takes.</p>;
-  return (
-    <RequestForm
-      method="set"
-      label={word === "ACTION" ? "Run" : "Set"}
-      row={row}
-      fields={fields}
-      values={values}
-      built={built}
-      parameter={built.parameter}
-      hint={
-        fields.length === 0
-          ? "This action takes no parameters."
-          : required
-            ? ""
-            : "Fields that are left empty are not sent."
-      }
-    />
-  );
-}
-
-interface RequestFormProps {
-  method: "get" | "set";
-  label: string;
-  row: UriRow;
-  fields: Field[];
-  values: Signal<FormValues>;
-  built: Built;
-  parameter: JsonObject | undefined;
-  hint: string;
-}
-
-function RequestForm({ method, label, row, fields, values, built, parameter, hint }: RequestFormProps) {
+/**
+ * A get is sent without a parameter, or as a "QUERY" if a field has been filled in. A set has a request word; of those
+ * only "MODIFY" needs its members.
+ */
+export function RequestForm({ method, row, type, recalled }: FormProps) {
   const { uri } = row;
-  const busy = useSignal(false);
-  const blocked = [...built.problems.values()].some((problem) => problem.level === "bad");
-  const offline = connection.value.name !== "open";
+  const word = method === "get" ? "QUERY" : (type?.set?.request ?? "");
+  const required = word === "MODIFY";
 
-  async function submit(event: Event) {
-    event.preventDefault();
-    if (blocked || offline || busy.value) return;
-    busy.value = true;
-    await request(method, uri, parameter);
-    busy.value = false;
+  function build(values: FormValues) {
+    const fields = fieldsOf((method === "get" ? type?.query : type?.set?.fields) ?? [], row, values);
+    const built = buildParameter(word, fields, values, required, kindOf);
+    return { fields, built, parameter: method === "set" || built.filled ? built.parameter : undefined };
   }
 
+  const values = useSignal<FormValues>(valuesOf(recalled?.parameter ?? {}));
+  // The text as the user typed it, and the form's values at that time. A form that has changed since makes a new text.
+  const draft = useSignal({ text: textOf(recalled?.parameter), values: recalled ? values.peek() : null });
+
+  const { fields, built, parameter: fromForm } = build(values.value);
+  const text = draft.value.values === values.value ? draft.value.text : textOf(fromForm);
+  const read = readParameter(text, method === "set");
+  const parameter = asJson.value ? ("fault" in read ? undefined : read.parameter) : fromForm;
+  // What the text has and the form cannot show.
+  const lost = draft.value.values === values.value ? missing("fault" in read ? undefined : read.parameter, fromForm) : [];
+
+  const wait = waiting.value.get(uri);
+  const wrong = asJson.value ? "fault" in read : [...built.problems.values()].some(({ level }) => level === "bad");
+  const blocked = wrong || connection.value.name !== "open";
+
+  function choose(json: boolean) {
+    if (!json && asJson.peek()) {
+      if ("fault" in read) {
+        draft.value = { text, values: values.peek() };
+      } else {
+        const next = valuesOf(read.parameter ?? {});
+        draft.value = { text, values: next };
+        values.value = next;
+      }
+    }
+    asJson.value = json;
+  }
+
+  function submit(event: Event) {
+    event.preventDefault();
+    if (!blocked) void send({ method, uri, parameter, strict: strict.peek() });
+  }
+
+  if (method === "set" && !type?.set) {
+    return <p class="hint">{label("IDS_NO_SET_DESCRIBED", row.type)}</p>;
+  }
+  const name = method === "get" ? "Get" : word === "ACTION" ? label("IDS_RUN") : "Set";
   return (
-    <form onSubmit={(event) => void submit(event)} aria-label={label}>
-      {fields.length > 0 && (
-        <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
-      )}
-      {hint && <p class="hint">{hint}</p>}
-      <div class="actions">
-        <button type="submit" class="button primary" disabled={blocked || offline}>
-          {label}
+    <form onSubmit={submit} aria-label={name}>
+      <div class="segments small form-mode" role="group" aria-label={label("IDS_PARAMETER_AS")}>
+        <button type="button" aria-pressed={!asJson.value} onClick={() => choose(false)}>
+          {label("IDS_FORM")}
+        </button>
+        <button type="button" aria-pressed={asJson.value} onClick={() => choose(true)}>
+          JSON
         </button>
       </div>
-      <Sample call={{ method, params: { uri, ...(parameter ? { parameter } : {}) } }} />
+      {asJson.value ? (
+        <JsonEditor
+          text={text}
+          fault={"fault" in read ? read.fault : undefined}
+          hint={method === "get" ? label("IDS_EMPTY_JSON") : ""}
+          onInput={(next) => (draft.value = { text: next, values: values.peek() })}
+        />
+      ) : (
+        <>
+          {fields.length > 0 && (
+            <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
+          )}
+          {"fault" in read && <p class="hint note">{label("IDS_JSON_FAULT")}</p>}
+          {lost.length > 0 && <p class="hint note">{label("IDS_JSON_ONLY", lost.join(", "))}</p>}
+          <Hint method={method} fields={fields.length} required={required} />
+        </>
+      )}
+      <div class="actions">
+        <button type="submit" class="button primary" disabled={blocked}>
+          {name}
+        </button>
+        <label class="check" title={label("IDS_STRICT_ABOUT")}>
+          <input type="checkbox" checked={strict.value} onChange={(event) => setStrict(event.currentTarget.checked)} />
+          {label("IDS_STRICT")}
+        </label>
+        {wait && <WaitLine wait={wait} />}
+      </div>
+      {!(asJson.value && wrong) && (
+        <Sample
+          call={{
+            method,
+            params: { uri, ...(parameter ? { parameter } : {}), ...(strict.value ? { strict: true } : {}) },
+          }}
+        />
+      )}
     </form>
   );
 }
 
-/** The item of the last response. Its members are the placeholders of empty fields. */
+/** The members that are absent from the form's parameter, or different there. */
+function missing(typed: JsonObject | undefined, form: JsonObject | undefined): string[] {
+  return Object.entries(typed ?? {})
+    .filter(([key, value]) => JSON.stringify(value) !== JSON.stringify(form?.[key]))
+    .map(([key, value]) => `"${key}": ${JSON.stringify(value)}`);
+}
+
+function Hint({ method, fields, required }: { method: "get" | "set"; fields: number; required: boolean }) {
+  const none = method === "get" ? "IDS_NO_PARAMETERS_READ" : "IDS_NO_PARAMETERS_ACTION";
+  if (fields === 0) return <p class="hint">{label(none)}</p>;
+  return required ? null : <p class="hint">{label("IDS_FIELDS_EMPTY")}</p>;
+}
+
+/** The item of the last response. */
 function currentItem(uri: string): JsonObject {
   const answer = outcomes.value.get(uri)?.answer;
-  const response = answer && "response" in answer ? answer.response : null;
-  return asObject(asArray(asObject(response)["ITEMS"])[0]);
-}
-
-const asArray = (value: Json | undefined): Json[] => (Array.isArray(value) ? value : []);
-const asObject = (value: Json | undefined): JsonObject => (isObject(value) ? value : {});
-
-interface FieldsProps {
-  list: Field[];
-  prefix: string;
-  values: Signal<FormValues>;
-  built: Built;
-  current: JsonObject;
-}
-
-function Fields({ list, prefix, values, built, current }: FieldsProps) {
-  return (
-    <div class="fields">
-      {list.map((field) => {
-        const path = prefix + field.key;
-        if (field.value != null) return null;
-        if (field.fields) {
-          return (
-            <fieldset key={path}>
-              <legend>{field.key}</legend>
-              {field.help && <p class="hint">{field.help}</p>}
-              <Fields
-                list={field.fields}
-                prefix={`${path}.`}
-                values={values}
-                built={built}
-                current={asObject(current[field.key])}
-              />
-            </fieldset>
-          );
-        }
-        return (
-          <FieldInput
-            key={path}
-            field={field}
-            path={path}
-            values={values}
-            built={built}
-            now={current[field.key]}
-          />
-        );
-      })}
-    </div>
-  );
-}
-
-interface FieldInputProps {
-  field: Field;
-  path: string;
-  values: Signal<FormValues>;
-  built: Built;
-  now: Json | undefined;
-}
-
-function FieldInput({ field, path, values, built, now }: FieldInputProps) {
-  const kind = kindOf(field);
-  const names = field.values;
-  const typed = values.value[path] ?? "";
-  const problem = built.problems.get(path);
-  // An empty field is not marked as wrong.
-  const shown = typed === "" && problem?.level === "bad" ? undefined : problem;
-  const id = `field-${path}`;
-  return (
-    <div class="field" data-kind={field.kind}>
-      <label for={id}>
-        {field.key}
-        {field.unit && <span class="unit"> in {field.unit}</span>}
-      </label>
-      <input
-        id={id}
-        type="text"
-        {...(names ? { list: `${id}-names` } : {})}
-        inputMode={kind?.json === "number" ? "numeric" : "text"}
-        autocomplete="off"
-        spellcheck={false}
-        placeholder={typeof now === "string" || typeof now === "number" ? String(now) : ""}
-        value={typed}
-        aria-describedby={`${id}-about`}
-        aria-invalid={shown?.level === "bad"}
-        onInput={(event) => (values.value = { ...values.value, [path]: event.currentTarget.value })}
-      />
-      {names && (
-        <datalist id={`${id}-names`}>
-          {names.map(({ value, help }) => (
-            <option key={value} value={value} {...(help ? { label: `${value} ${help}` } : {})} />
-          ))}
-        </datalist>
-      )}
-      <p class="about" id={`${id}-about`}>
-        {shown ? (
-          <span class={shown.level}>{shown.text}</span>
-        ) : (
-          <>
-            {field.help && `${field.help} · `}
-            <span class="quiet">{describeKind(field, kind)}</span>
-          </>
-        )}
-      </p>
-    </div>
-  );
+  return answer && "response" in answer ? (itemsOf(answer.response)[0] ?? {}) : {};
 }

@@ -1,12 +1,16 @@
 import { useSignal } from "@preact/signals";
 import { hexId, shortType } from "../../app/catalogue";
 import { selectedUri } from "../../app/navigation";
-import type { ItemType, UriRow } from "../../app/rpc";
+import { Nearest } from "../../app/nearest";
+import type { ItemType, UriRow } from "../../app/protocol";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { Breakable } from "../../ui/breakable";
 import { CopyButton } from "../../ui/copy-button";
-import { outcomes } from "./outcomes";
-import { GetForm, SetForm } from "./request-form";
+import { Worded } from "../../ui/worded";
+import { recalled } from "./history";
+import { HistoryList } from "./history-list";
+import { outcomes, type Request } from "./outcomes";
+import { RequestForm } from "./request-form";
 import { ResponseView } from "./response-view";
 import { Sample } from "./sample";
 import { selectedRow, selectedType } from "./selection";
@@ -15,15 +19,19 @@ import "./request.css";
 
 export function RequestPanel() {
   const row = selectedRow.value;
+  const recalledHere = recalled.value?.request.uri === row?.uri ? recalled.value : null;
   return (
     <main class="panel request" aria-label={label("IDS_REQUEST")}>
       {row ? (
-        <Selected key={row.uri} row={row} type={selectedType.value} />
+        <Selected key={`${row.uri} ${recalledHere?.number ?? 0}`} row={row} type={selectedType.value} recalled={recalledHere?.request} />
       ) : selectedUri.value ? (
         list.value && (
-          <p class="empty">
-            The registry has no URI <code>{selectedUri.value}</code>.
-          </p>
+          <div class="empty">
+            <p>
+              <Worded text={label("IDS_NO_SUCH_URI", selectedUri.value)} as="code" />
+            </p>
+            <Nearest key={selectedUri.value} uri={selectedUri.value} />
+          </div>
         )
       ) : (
         <Start />
@@ -36,9 +44,15 @@ type Ability = "get" | "set" | "notify";
 const nameOf = (ability: Ability): string =>
   ability === "notify" ? label("IDS_NOTIFICATIONS") : ability === "get" ? "Get" : "Set";
 
-function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
+interface SelectedProps {
+  row: UriRow;
+  type: ItemType | null;
+  recalled: Request | undefined;
+}
+
+function Selected({ row, type, recalled }: SelectedProps) {
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
-  const chosen = useSignal<Ability | undefined>(abilities[0]);
+  const chosen = useSignal<Ability | undefined>(recalled && row[recalled.method] ? recalled.method : abilities[0]);
   const outcome = outcomes.value.get(row.uri);
   const cut = row.uri.lastIndexOf("/") + 1;
   return (
@@ -51,23 +65,23 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
           <wbr />
           <Breakable text={row.uri.slice(cut)} />
         </h1>
-        <CopyButton text={row.uri} label="Copy the URI" />
+        <CopyButton text={row.uri} label={label("IDS_COPY_URI")} refused={label("IDS_CLIPBOARD_REFUSED")} />
         {row.help && <p class="uri-help">{row.help}</p>}
         <dl class="facts">
           <div>
-            <dt>Type</dt>
+            <dt>{label("IDS_TYPE")}</dt>
             <dd>{shortType(row.type)}</dd>
           </div>
           <div>
-            <dt>Identifier</dt>
+            <dt>{label("IDS_IDENTIFIER")}</dt>
             <dd>{hexId(row.id)}</dd>
           </div>
           <div>
-            <dt>Group</dt>
+            <dt>{label("IDS_GROUP")}</dt>
             <dd>{row.group}</dd>
           </div>
           <div>
-            <dt>Record</dt>
+            <dt>{label("IDS_RECORD_NUMBER")}</dt>
             <dd>{row.record}</dd>
           </div>
         </dl>
@@ -76,21 +90,21 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
         <p class="card not-served">
           {row.without_effect ? (
             <>
-              <b>Without effect.</b> The plugin accepts a {row.without_effect.join(" and a ")}, and does nothing.
+              <b>{label("IDS_WITHOUT_EFFECT")}.</b> {label("IDS_WITHOUT_EFFECT_ABOUT", row.without_effect.join(", "))}
             </>
           ) : (
             <>
-              <b>Not served.</b> The URI is registered, but the plugin serves no request for it.
+              <b>{label("IDS_NOT_SERVED")}.</b> {label("IDS_NOT_SERVED_ABOUT")}
             </>
           )}
         </p>
       ) : (
         <div class="request-cards">
-          <section class="card" aria-label="Make a request">
+          <section class="card" aria-label={label("IDS_MAKE_REQUEST")}>
             {abilities.length === 1 ? (
               <h2>{chosen.value && nameOf(chosen.value)}</h2>
             ) : (
-              <div class="segments" role="group" aria-label="Kind of request">
+              <div class="segments" role="group" aria-label={label("IDS_KIND_OF_REQUEST")}>
                 {abilities.map((ability) => (
                   <button
                     type="button"
@@ -103,13 +117,21 @@ function Selected({ row, type }: { row: UriRow; type: ItemType | null }) {
                 ))}
               </div>
             )}
-            {chosen.value === "get" && <GetForm row={row} type={type} />}
-            {chosen.value === "set" && <SetForm row={row} type={type} />}
+            {(chosen.value === "get" || chosen.value === "set") && (
+              <RequestForm
+                key={chosen.value}
+                method={chosen.value}
+                row={row}
+                type={type}
+                recalled={recalled?.method === chosen.value ? { parameter: recalled.parameter } : undefined}
+              />
+            )}
             {chosen.value === "notify" && <NotifyForm row={row} type={type} />}
           </section>
           {(row.get || row.set) && <ResponseView outcome={outcome} fields={type?.response ?? []} row={row} />}
         </div>
       )}
+      <HistoryList />
     </>
   );
 }
@@ -121,10 +143,10 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
     <>
       <p class="hint">
         {notify?.form !== "queued"
-          ? "Only the newest notification waits to be fetched."
+          ? label("IDS_NOTIFY_NEWEST")
           : notify.bound
-            ? `Notifications wait in a queue. One longer than ${notify.bound} bytes is discarded when the next arrives.`
-            : "Notifications wait in a queue until they are fetched."}
+            ? label("IDS_NOTIFY_QUEUE_BOUND", notify.bound)
+            : label("IDS_NOTIFY_QUEUE")}
       </p>
       {notify && notify.fields.length > 0 && (
         <dl class="members">
@@ -142,7 +164,7 @@ function NotifyForm({ row, type }: { row: UriRow; type: ItemType | null }) {
         <button type="button" class={on ? "button" : "button primary"} onClick={() => setWatched(row.uri, !on)}>
           {label(on ? "IDS_UNSUBSCRIBE" : "IDS_SUBSCRIBE")}
         </button>
-        <span class="quiet">{on ? "Notifications appear in the live log." : ""}</span>
+        <span class="quiet">{on ? label("IDS_NOTIFY_IN_LIVE") : ""}</span>
       </div>
       <Sample call={{ method: "subscribe", params: { uri: row.uri } }} />
     </>
@@ -153,17 +175,14 @@ function Start() {
   const readable = groups.value.flatMap((group) => group.rows).filter((row) => row.get);
   return (
     <div class="start">
-      <h1>Talk to the television</h1>
-      <p>
-        Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to
-        it; the page shows the request, the answer and the platform calls that it caused.
-      </p>
+      <h1>{label("IDS_START_TITLE")}</h1>
+      <p>{label("IDS_START_ABOUT")}</p>
       <p class="hint">
-        Press <kbd>/</kbd> to search, <kbd>↓</kbd> and <kbd>↑</kbd> to move, <kbd>Enter</kbd> to open.
+        <Worded text={label("IDS_START_KEYS")} as="kbd" />
       </p>
       {readable.length > 0 && (
         <>
-          <h2>Start with</h2>
+          <h2>{label("IDS_START_WITH")}</h2>
           <ul class="start-list">
             {readable.slice(0, 6).map((row) => (
               <li key={row.id}>
@@ -175,6 +194,7 @@ function Start() {
           </ul>
         </>
       )}
+      <HistoryList />
     </div>
   );
 }

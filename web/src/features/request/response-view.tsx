@@ -1,7 +1,9 @@
-import { RpcError, type Field, type UriRow } from "../../app/rpc";
-import { meaningOf } from "../../app/session";
-import { isObject, type Json, type JsonObject } from "../../lib/json";
-import { CallList } from "../../ui/call-list";
+import { useEffect, useRef } from "preact/hooks";
+import type { Field, GetResult, SetResult, UriRow } from "../../app/protocol";
+import { RpcError } from "../../app/rpc";
+import { reasonOf } from "../../app/session";
+import { isObject, itemsOf, type Json, type JsonObject } from "../../lib/json";
+import { CallList } from "../../app/call-list";
 import { JsonBlock } from "../../ui/json-view";
 import { ofUri } from "./form";
 import type { Outcome } from "./outcomes";
@@ -13,63 +15,122 @@ interface ResponseProps {
   row: UriRow;
 }
 
+/** Scrolls to the answer to a new request if it stands below the form and out of sight, as on a phone. */
+function useScrollToAnswer(number: number | undefined) {
+  const card = useRef<HTMLElement>(null);
+  const shown = useRef(number);
+  useEffect(() => {
+    if (number === shown.current) return;
+    shown.current = number;
+    const panel = card.current?.closest(".panel");
+    if (!card.current || !panel) return;
+    const { top } = card.current.getBoundingClientRect();
+    const { bottom } = panel.getBoundingClientRect();
+    if (top > bottom - leastVisiblePx) card.current.scrollIntoView({ block: "start" });
+  }, [number]);
+  return card;
+}
+
+/** So much of the answer is in sight without scrolling. */
+const leastVisiblePx = 240;
+
 export function ResponseView({ outcome, fields, row }: ResponseProps) {
+  const card = useScrollToAnswer(outcome?.number);
   return (
-    <section class="card response" aria-label={label("IDS_RESPONSE")} aria-live="polite">
+    <section ref={card} class="card response" aria-label={label("IDS_RESPONSE")} aria-live="polite">
       <h2>{label("IDS_RESPONSE")}</h2>
       {outcome ? (
-        <Answer key={outcome.number} outcome={outcome} fields={fields.map((field) => ofUri(field, row))} />
+        <Answer
+          key={outcome.number}
+          outcome={outcome}
+          fields={fields.map((field) => ofUri(field, row))}
+        />
       ) : (
-        <p class="empty">Nothing has been sent yet.</p>
+        <p class="empty">{label("IDS_NOTHING_SENT")}</p>
       )}
     </section>
   );
 }
 
+const Warnings = ({ texts }: { texts: string[] }) =>
+  texts.length === 0 ? null : (
+    <ul class="warnings" aria-label={label("IDS_WARNINGS")}>
+      {texts.map((text, index) => (
+        <li key={index}>{text}</li>
+      ))}
+    </ul>
+  );
+
+/** What a result means, and how it is marked: amber for a get that the plugin answered without the set. */
+function verdictOf({ request, answer }: Outcome & { answer: GetResult | SetResult }): { level: string; text: string } {
+  if (answer.ret !== 0) return { level: "bad", text: reasonOf(answer) };
+  if (request.method === "set" || answer.calls?.length !== 0) return { level: "good", text: label("IDS_DONE_RESULT") };
+  return { level: "warn", text: label("IDS_NOT_ASKED") };
+}
+
 function Answer({ outcome, fields }: { outcome: Outcome; fields: Field[] }) {
-  const { answer, method, millis } = outcome;
-  const time = `${method} · ${millis < 10 ? millis.toFixed(1) : millis.toFixed(0)} ms`;
+  const { answer, request, millis } = outcome;
+  const time = `${request.method} · ${millis < 10 ? millis.toFixed(1) : millis.toFixed(0)} ms`;
   if ("error" in answer) {
     const { error } = answer;
     return (
       <>
         <p class="verdict">
-          <span class="badge bad">{error instanceof RpcError ? `error ${error.code}` : "no answer"}</span>
+          <span class="badge bad">{error instanceof RpcError ? label("IDS_ERROR_CODE", error.code) : label("IDS_NO_ANSWER")}</span>
           <span>{error.message}</span>
           <span class="quiet">{time}</span>
         </p>
-        {error instanceof RpcError && error.data !== undefined && <JsonBlock value={error.data} label="Error data" />}
+        {error instanceof RpcError && <ErrorData data={error.data} />}
       </>
     );
   }
   const response = "response" in answer ? answer.response : undefined;
-  const items = isObject(response) && Array.isArray(response["ITEMS"]) ? response["ITEMS"].filter(isObject) : [];
+  const items = itemsOf(response ?? null);
+  const verdict = verdictOf({ ...outcome, answer });
   return (
     <>
       <p class="verdict">
-        <span class={answer.ret === 0 ? "badge good" : "badge bad"}>ret {answer.ret}</span>
-        <span>{meaningOf(answer.ret)}</span>
+        <span class={`badge ${verdict.level}`}>ret {answer.ret}</span>
+        <span>{verdict.text}</span>
         <span class="quiet">{time}</span>
       </p>
+      <Warnings texts={answer.warnings ?? []} />
       {items.map((item, index) => (
-        <ItemTable key={index} item={item} fields={fields} title={items.length > 1 ? `Item ${index + 1}` : ""} />
+        <ItemTable key={index} item={item} fields={fields} title={items.length > 1 ? label("IDS_ITEM_NUMBER", index + 1) : ""} />
       ))}
       {response !== undefined && (
         <details class="raw">
-          <summary>Raw JSON</summary>
-          <JsonBlock value={response} label="Raw response" />
+          <summary>{label("IDS_RAW_JSON")}</summary>
+          <JsonBlock value={response} label={label("IDS_RAW_RESPONSE")} />
         </details>
       )}
       <h3>
-        Platform calls <span class="count">{answer.calls?.length ?? 0}</span>
+        {label("IDS_PLATFORM_CALLS")} <span class="count">{answer.calls?.length ?? 0}</span>
       </h3>
       {answer.calls && answer.calls.length > 0 ? (
-        <CallList lines={answer.calls} label="Platform calls of this request" />
+        <CallList lines={answer.calls} label={label("IDS_CALLS_OF_REQUEST")} />
       ) : (
-        <p class="hint">This request made no call to the platform.</p>
+        <p class="hint">{label("IDS_NO_CALLS")}</p>
+      )}
+      {answer.log && answer.log.length > 0 && (
+        <details class="raw">
+          <summary>
+            {label("IDS_LOG")} <span class="count">{answer.log.length}</span>
+          </summary>
+          <pre class="code" tabIndex={0} aria-label={label("IDS_LOG_OF_REQUEST")}>
+            {answer.log.join("\n")}
+          </pre>
+        </details>
       )}
     </>
   );
+}
+
+/** A strict request is refused with its warnings. */
+function ErrorData({ data }: { data: Json | undefined }) {
+  if (data === undefined) return null;
+  const warnings = isObject(data) ? data["warnings"] : undefined;
+  return Array.isArray(warnings) ? <Warnings texts={warnings.map(String)} /> : <JsonBlock value={data} label={label("IDS_ERROR_DATA")} />;
 }
 
 interface TableRow {
@@ -98,7 +159,7 @@ const nameOf = (field: Field | undefined, value: Json | undefined): string | und
 
 function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[]; title: string }) {
   const rows = rowsOf(item, fields);
-  if (rows.length === 0) return <p class="hint">The item is empty.</p>;
+  if (rows.length === 0) return <p class="hint">{label("IDS_ITEM_EMPTY")}</p>;
   return (
     <table class="item">
       {title && <caption>{title}</caption>}

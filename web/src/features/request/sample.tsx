@@ -3,6 +3,7 @@ import { useLayoutEffect, useRef } from "preact/hooks";
 import { CopyButton } from "../../ui/copy-button";
 import { JsonText } from "../../ui/json-view";
 import { sampleKinds, sampleOf, type Call, type SampleKind } from "./samples";
+import { label } from "./words";
 
 // One choice for all forms: it is kept when another URI is selected.
 const chosen = signal<SampleKind>("JSON-RPC");
@@ -36,16 +37,16 @@ export function Sample({ call }: { call: Call }) {
   return (
     <div class="sample">
       <div class="sample-bar">
-        <div class="segments small" role="group" aria-label="Show the request as">
+        <div class="segments small" role="group" aria-label={label("IDS_SHOW_REQUEST_AS")}>
           {kinds.map((each) => (
             <button type="button" key={each} aria-pressed={each === kind} onClick={() => (chosen.value = each)}>
               {each}
             </button>
           ))}
         </div>
-        <CopyButton text={text} label="Copy the request" />
+        <CopyButton text={text} label={label("IDS_COPY_REQUEST")} refused={label("IDS_CLIPBOARD_REFUSED")} />
       </div>
-      <pre ref={ref} class="code" tabIndex={0} aria-label="The request that will be sent">
+      <pre ref={ref} class="code" tabIndex={0} aria-label={label("IDS_REQUEST_TO_SEND")}>
         {kind === "JSON-RPC" ? <JsonText text={text} /> : text}
       </pre>
     </div>

@@ -170,7 +170,7 @@ const Sleep = ({ now: { clock } }: Props) => {
     <Part id="sleep" title={label("IDS_SLEEP_TIMER")} command="clock sleep 1800">
       {(send) => (
         <p class="set-line">
-          <b>{left > 0 ? `${left} min` : label("IDS_OFF")}</b>
+          <b>{left > 0 ? label("IDS_MINUTES", left) : label("IDS_OFF")}</b>
           <select
             class="select"
             aria-label={label("IDS_SLEEP_TIMER")}
@@ -186,7 +186,7 @@ const Sleep = ({ now: { clock } }: Props) => {
             <option value="0">{label("IDS_OFF")}</option>
             {sleepMinutes.map((minutes) => (
               <option key={minutes} value={String(minutes * 60)}>
-                {minutes} min
+                {label("IDS_MINUTES", minutes)}
               </option>
             ))}
           </select>

@@ -12,6 +12,7 @@ export const label = words({
   IDS_END_APPLICATION: "End it (EXIT)",
   IDS_INSERT: "Insert",
   IDS_LOUDER: "Louder",
+  IDS_MINUTES: "{0} min",
   IDS_MUTE: "Mute",
   IDS_NETWORK: "Network",
   IDS_NONE: "None",

@@ -1,6 +1,7 @@
 import { signal, useComputed, useSignal } from "@preact/signals";
 import { useEffect, useRef } from "preact/hooks";
 import { filterGroups, shortType, type Group, type Row } from "../../app/catalogue";
+import { Nearest } from "../../app/nearest";
 import { onPage, selectedUri, view } from "../../app/navigation";
 import { groups, list, setWatched, watched } from "../../app/session";
 import { searchWords } from "../../lib/search";
@@ -54,8 +55,9 @@ export function UriList() {
     if (event.target === input.current) {
       const firstUri = lines.value.findIndex(({ kind }) => kind === "uri");
       if (event.key === "ArrowDown") handle.current?.focus(Math.max(0, firstUri));
-      else if (event.key === "Enter" && rows.value[0]) open(rows.value[0].uri);
-      else return;
+      else if (event.key !== "Enter") return;
+      else if (rows.value[0]) open(rows.value[0].uri);
+      else if (search.value.startsWith("/")) open(search.value.trim());
       event.preventDefault();
     } else if (event.key === "Escape" && search.value !== "") {
       search.value = "";
@@ -85,18 +87,18 @@ export function UriList() {
               checked={servedOnly.value}
               onChange={(event) => (servedOnly.value = event.currentTarget.checked)}
             />
-            Served only
+            {label("IDS_SERVED_ONLY")}
           </label>
         </div>
       </div>
-      <nav class="list-body" aria-label="URIs by group">
+      <nav class="list-body" aria-label={label("IDS_URIS_BY_GROUP")}>
         <RowList
           rows={lines.value}
           keyOf={(line) => line.key}
           estimate={lineHeight}
           isPassive={(line) => line.kind === "section"}
           {...(current.value ? { current: lineKey(current.value) } : {})}
-          empty={total > 0 && label("IDS_NOTHING_FOUND")}
+          empty={total > 0 && <NothingFound text={search.value.trim()} />}
           handle={handle}
           onLeave={() => input.current?.focus()}
           render={(line, tabIndex) => <LineView line={line} words={words.value} tabIndex={tabIndex} />}
@@ -105,6 +107,14 @@ export function UriList() {
     </section>
   );
 }
+
+/** A text that begins like a URI may be one with a mistake in it. */
+const NothingFound = ({ text }: { text: string }) => (
+  <>
+    <p>{label("IDS_NOTHING_FOUND")}</p>
+    {text.startsWith("/") && <Nearest uri={text} />}
+  </>
+);
 
 /** Opens a URI's request. The view changes also if the URI is selected already, which does not change the address. */
 function open(uri: string) {
@@ -123,9 +133,9 @@ function LineView({ line, words, tabIndex }: LineProps) {
     case "group":
       return <GroupView group={line.group} open={line.open} words={words} tabIndex={tabIndex} />;
     case "section":
-      return <p class="section-line">{line.text}</p>;
+      return <p class="section-line">{line.text && label(line.text)}</p>;
     case "uri":
-      return <RowView row={line.row} words={words} tabIndex={tabIndex} />;
+      return <RowView row={line.row} described={line.described} words={words} tabIndex={tabIndex} />;
   }
 }
 
@@ -142,13 +152,16 @@ function GroupView({ group, open, words, tabIndex }: { group: Group; open: boole
       <span class="group-name">
         <Marked text={group.prefix} words={words} />
       </span>
-      {!group.served && <span class="quiet">{group.rows[0]?.section.toLowerCase()}</span>}
+      {!group.served && <span class="quiet">{sectionName(group.rows[0])}</span>}
       <span class="count">{group.rows.length}</span>
     </button>
   );
 }
 
-function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line">) {
+/** "not served", within a line. */
+const sectionName = (row: Row | undefined): string => (row?.section ? label(row.section).toLowerCase() : "");
+
+function RowView({ row, described, words, tabIndex }: { row: Row; described: boolean } & Omit<LineProps, "line">) {
   const selected = row.uri === selectedUri.value;
   const abilities = (["get", "set", "notify"] as const).filter((ability) => row[ability]);
   return (
@@ -158,7 +171,12 @@ function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line"
         href={`#${row.uri}`}
         tabIndex={tabIndex}
         aria-current={selected ? "true" : undefined}
-        aria-label={`${row.uri}, ${shortType(row.type)}, ${row.served ? abilities.join(", ") : row.section.toLowerCase()}`}
+        aria-label={[
+          row.uri,
+          shortType(row.type),
+          ...(described && row.help ? [row.help] : []),
+          ...(row.served ? abilities : [sectionName(row)]),
+        ].join(", ")}
         onClick={() => (view.value = "request")}
       >
         <span class="names">
@@ -167,7 +185,12 @@ function RowView({ row, words, tabIndex }: { row: Row } & Omit<LineProps, "line"
           </span>{" "}
           <span class="type" title={row.type}>
             <Marked text={shortType(row.type)} words={words} />
-          </span>
+          </span>{" "}
+          {described && row.help && (
+            <span class="description">
+              <Marked text={row.help} words={words} />
+            </span>
+          )}
         </span>{" "}
         <span class="abilities">
           {abilities.map((ability) => (

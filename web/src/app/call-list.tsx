@@ -1,6 +1,7 @@
 import { Fragment } from "preact";
 import type { Json, JsonObject } from "../lib/json";
 import type { TapLine } from "../lib/tap-line";
+import { label } from "./words";
 import "./call-list.css";
 
 const show = (value: Json): string => JSON.stringify(value);
@@ -35,13 +36,13 @@ export function CallLine({ line }: { line: TapLine }) {
       </div>
       {hasOut && (
         <div class="call-out">
-          out <Members members={line.out} />
+          {label("IDS_OUT")} <Members members={line.out} />
         </div>
       )}
       <div class="call-meta">
-        {isEvent && <span class="badge event">callback</span>}
-        {(line.t / 1e6).toFixed(6)} s · thread {line.thread}
-        {line.duration !== undefined && ` · took ${(line.duration / 1000).toFixed(1)} ms`}
+        {isEvent && <span class="badge event">{label("IDS_CALLBACK")}</span>}
+        {label("IDS_CALL_AT", (line.t / 1e6).toFixed(6), line.thread)}
+        {line.duration !== undefined && ` · ${label("IDS_TOOK", (line.duration / 1000).toFixed(1))}`}
       </div>
     </div>
   );

@@ -1,0 +1,52 @@
+import { signal } from "@preact/signals";
+import { isObject, type Json } from "../../lib/json";
+import { readStored, store } from "../../lib/stored";
+import type { Request } from "./outcomes";
+
+/** The latest requests of this browser, newest first. */
+
+const storageKey = "dtv.requests";
+const mostRequests = 50;
+/** A request with a longer JSON text is not kept. */
+const mostCharacters = 10_000;
+
+function isRequest(value: Json | undefined): boolean {
+  if (!isObject(value)) return false;
+  const { method, uri, parameter } = value;
+  return (method === "get" || method === "set") && typeof uri === "string" && (parameter === undefined || isObject(parameter));
+}
+
+function read(): Request[] {
+  const stored = readStored(storageKey);
+  return Array.isArray(stored) ? (stored.filter(isRequest).slice(0, mostRequests) as Request[]) : [];
+}
+
+export const history = signal<readonly Request[]>(read());
+
+const same = (one: Request, other: Request): boolean =>
+  one.method === other.method &&
+  one.uri === other.uri &&
+  JSON.stringify(one.parameter) === JSON.stringify(other.parameter);
+
+/** Puts a request first. What could be a PIN is not kept. */
+export function remember({ method, uri, parameter }: Request) {
+  const request: Request = { method, uri, ...(parameter ? { parameter } : {}) };
+  if (/password|pin_code/.test(uri) || JSON.stringify(request).length > mostCharacters) return;
+  // Another tab may have added requests.
+  history.value = [request, ...read().filter((each) => !same(each, request))].slice(0, mostRequests);
+  store(storageKey, history.value);
+}
+
+export function forgetAll() {
+  history.value = [];
+  store(storageKey, []);
+}
+
+/** The request that the form of its URI takes over; `number` increases, so that the same one can be taken twice. */
+export const recalled = signal<{ request: Request; number: number } | null>(null);
+
+/** Opens the URI of a remembered request, with the request in its form. */
+export function recall(request: Request) {
+  recalled.value = { request, number: (recalled.peek()?.number ?? 0) + 1 };
+  location.hash = request.uri;
+}

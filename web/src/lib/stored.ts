@@ -1,0 +1,18 @@
+/** Values that the browser keeps for this origin. It may refuse access to its storage; a value is then not kept. */
+
+/** Returns null if there is none, or if it is not JSON: another version of the page may have written it. */
+export function readStored(key: string): unknown {
+  try {
+    return JSON.parse(localStorage.getItem(key) ?? "null");
+  } catch {
+    return null;
+  }
+}
+
+export function store(key: string, value: unknown) {
+  try {
+    localStorage.setItem(key, JSON.stringify(value));
+  } catch {
+    // See above.
+  }
+}
