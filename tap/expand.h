@@ -96,8 +96,8 @@ consteval unsigned name_number(std::string_view name) {
   __attribute__((visibility("default"))) ret fct(TVAPI_EACH(TVAPI_DECLARE, __VA_ARGS__)) {                     \
     if (!fct##_tap::registers && ::tap::passive()) {                                                           \
       if (void* tap_next = fct##_tap::function.next.load(std::memory_order_acquire); tap_next != nullptr) {    \
-        return ::tap::pass(fct##_tap::function, reinterpret_cast<fct##_tap::Fct>(tap_next)                     \
-                               __VA_OPT__(, ) TVAPI_EACH(TVAPI_NAME, __VA_ARGS__));                            \
+        return ::tap::pass(fct##_tap::function, reinterpret_cast<fct##_tap::Fct>(tap_next) __VA_OPT__(, )      \
+                                                    TVAPI_EACH(TVAPI_NAME, __VA_ARGS__));                      \
       }                                                                                                        \
     }                                                                                                          \
     TAP_ARGUMENTS(__VA_ARGS__)                                                                                 \

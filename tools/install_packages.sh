@@ -10,7 +10,7 @@ build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libb
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf
      libgtest-dev:armhf libgmock-dev:armhf"
 check="clang clang-tidy clang-format binutils iproute2 util-linux libwebsockets-dev"
-test="libclang-rt-14-dev llvm valgrind chromium bash-completion curl ffmpeg dtv-scan-tables exif minidlna
+test="libclang-rt-14-dev llvm valgrind chromium firefox-esr bash-completion curl ffmpeg dtv-scan-tables exif minidlna
       forensics-samples-files libtest-corpus-audio-mpd-perl golang-github-rwcarlsen-goexif-dev gnome-user-docs asc-music
       gdk-pixbuf-tests"
 # What may have come from elsewhere, and is then left as it is.

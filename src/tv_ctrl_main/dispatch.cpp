@@ -37,8 +37,13 @@ static INT32 unserved_get(int group) {
 }
 
 UriUse tvc_uri_use(UINT16 ui2_id) {
-  UriUse use = {
-      .get = Effect::kRefused, .set = Effect::kRefused, .notifies = false, .help = "", .unit = "", .limit = 0, .values = ""};
+  UriUse use = {.get = Effect::kRefused,
+                .set = Effect::kRefused,
+                .notifies = false,
+                .help = "",
+                .unit = "",
+                .limit = 0,
+                .values = ""};
   const Handler* const handler = tvc_handler(tvc_group(ui2_id));
   if (!handler) return use;
   const bool has_record = tv_ctrl_get_type_by_id(ui2_id) != TYPE_ACTION;  // a set brings one, except for an action

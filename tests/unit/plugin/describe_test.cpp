@@ -65,7 +65,7 @@ TEST_F(Describe, EveryRowOfTheRegistry) {
     const TV_CTRL_URI_ID_MAP_T& row = tvc_registry()[i];
     expect_members(uris_[i],
                    {"uri", "id", "group", "record", "type", "get", "set", "notify", "[without_effect]", "[help]",
-                    "[unit]", "[values]"},
+                    "[unit]", "[limit]", "[values]"},
                    row.s_uri);
     EXPECT_EQ(text_of(uris_[i], "uri"), row.s_uri);
     EXPECT_EQ(number_of(uris_[i], "id"), row.ui2_id);
@@ -99,6 +99,20 @@ TEST_F(Describe, NamesTheKeys) {
   EXPECT_EQ(names.front(), "POWER");
   EXPECT_EQ(names[31], "VOL+");
   EXPECT_EQ(names.back(), "BLUE");
+}
+
+// Of the codes of languages and of the country, three letters count.
+TEST_F(Describe, CodesHaveThreeLetters) {
+  std::set<std::string> limited;
+  for (const cJSON* const row : uris_) {
+    const cJSON* const limit = member(row, "limit");
+    if (!limit) continue;
+    EXPECT_EQ(limit->valueint, 3) << text_of(row, "uri");
+    limited.insert(text_of(row, "uri"));
+  }
+  const std::string folder = "/tv/menu/common_setting/";
+  EXPECT_EQ(limited, (std::set{folder + "gui_language", folder + "country", folder + "subtitle_lang",
+                               folder + "subtitle_2nd_lang"}));
 }
 
 // A value is a text, or a number with its meaning.

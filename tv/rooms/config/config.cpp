@@ -21,71 +21,10 @@
 #include "core/room.h"
 #include "core/store.h"
 #include "rooms/clock/clock.h"
+#include "rooms/config/entries.h"
 #include "rooms/tuner/tuner.h"
 
 namespace {
-
-enum class ValueKind : std::uint8_t { kBool, kNumber, kCode, kText, kAction };
-
-constexpr const char* kKindNames[] = {"bool", "number", "code", "text", "action"};
-
-struct Entry {
-  ValueKind kind;
-  const char* key;
-  UINT32 item;
-  INT32 minimum;
-  INT32 maximum;
-  INT32 factory;        // the value in a new set; 0 for texts
-  std::size_t longest;  // of a text, in bytes
-  const char* text;     // a text: its value in a new set; an action: the prefix of the keys that it resets
-  const char* help;
-  const char* names = "";  // of a number's values 0, 1, 2 and so on, with ", " between them; "" if they have none
-};
-
-constexpr std::string_view kNameEnd = ", ";
-
-// The greatest value of a choice with these names.
-constexpr INT32 last_of(std::string_view names) {
-  INT32 last = 0;
-  for (std::size_t at = names.find(kNameEnd); at != names.npos; at = names.find(kNameEnd, at + 1)) ++last;
-  return last;
-}
-
-constexpr INT32 code_of(std::string_view letters) {
-  INT32 code = 0;
-  for (const char letter : letters.substr(0, 3)) code = code << 8 | letter;
-  return code << 8;
-}
-
-// clang-format off
-#define TV_CFG_BOOL(key, item, value, help) Entry{ValueKind::kBool, key, item, 0, 1, value, 0, "", help},
-#define TV_CFG_NUMBER(key, item, least, most, value, help) Entry{ValueKind::kNumber, key, item, least, most, value, 0, "", help},
-#define TV_CFG_CHOICE(key, item, value, help, names) Entry{ValueKind::kNumber, key, item, 0, last_of(names), value, 0, "", help, names},
-#define TV_CFG_CODE(key, item, value, help) Entry{ValueKind::kCode, key, item, INT32_MIN, INT32_MAX, code_of(value), 0, "", help},
-#define TV_CFG_TEXT(key, item, most, value, help) Entry{ValueKind::kText, key, item, 0, 0, 0, most, value, help},
-#define TV_CFG_ACTION(key, item, prefix, help) Entry{ValueKind::kAction, key, item, 0, INT32_MAX, 0, 0, prefix, help},
-// clang-format on
-constexpr Entry kCatalogue[] = {
-#include "catalogue.def"
-};
-
-constexpr std::size_t kCount = std::size(kCatalogue);
-
-constexpr bool before(const Entry& left, const Entry& right) {
-  return std::string_view(left.key) < std::string_view(right.key);
-}
-
-constexpr bool items_differ() {
-  for (const Entry& one : kCatalogue)
-    for (const Entry& other : kCatalogue)
-      if (&one != &other && one.item != 0 && one.item == other.item) return false;
-  return true;
-}
-
-static_assert(std::adjacent_find(std::begin(kCatalogue), std::end(kCatalogue),
-                                 [](const Entry& a, const Entry& b) { return !before(a, b); }) == std::end(kCatalogue),
-              "the catalogue is in the order of its keys, without duplicates");
-static_assert(items_differ(), "two entries of the catalogue have the same item id");
 
 struct Value {
   INT32 number = 0;
@@ -94,51 +33,51 @@ struct Value {
 };
 
 struct Change {
-  const Entry* entry;
+  const ConfigEntry* entry;
   Value value;
 };
 
 struct State {
   std::mutex changing;  // serializes changes, including their writes to the disk; taken before the lock
   std::mutex lock;      // guards all members below; never held during a write to the disk, so that reads do not wait
-  std::array<Value, kCount> values;      // changed under both locks
-  std::array<UINT32, kCount> changes{};  // how often each has changed
-  std::array<bool, kCount> watched{};
+  std::array<Value, kConfigCount> values;      // changed under both locks
+  std::array<UINT32, kConfigCount> changes{};  // how often each has changed
+  std::array<bool, kConfigCount> watched{};
   a_vextvapi_config_nfy_fct callback = nullptr;
   void* callback_tag = nullptr;
 };
 
-Value factory_of(const Entry& entry) {
-  return {.number = entry.factory, .text = entry.kind == ValueKind::kText ? entry.text : ""};
+Value factory_of(const ConfigEntry& entry) {
+  return {.number = entry.factory, .text = entry.kind == ConfigKind::kText ? entry.text : ""};
 }
 
 // Never destroyed: other threads may still use it when the process exits.
 State& state = *[] {
   auto* const made = new State;
-  std::ranges::transform(kCatalogue, made->values.begin(), factory_of);
+  std::ranges::transform(kConfigEntries, made->values.begin(), factory_of);
   return made;
 }();
 
-std::size_t index_of(const Entry& entry) { return static_cast<std::size_t>(&entry - kCatalogue); }
+std::size_t index_of(const ConfigEntry& entry) { return static_cast<std::size_t>(&entry - kConfigEntries); }
 
-Value value_of(const Entry& entry) {
+Value value_of(const ConfigEntry& entry) {
   const std::lock_guard guard(state.lock);
   return state.values[index_of(entry)];
 }
 
-INT32 number_of(const Entry& entry) {
+INT32 number_of(const ConfigEntry& entry) {
   const std::lock_guard guard(state.lock);
   const Value& value = state.values[index_of(entry)];
-  if (entry.kind != ValueKind::kText) return value.number;
+  if (entry.kind != ConfigKind::kText) return value.number;
   INT32 number = 0;
   std::from_chars(value.text.data(), value.text.data() + value.text.size(), number);
   return number;
 }
 
 // The value as text: a code as its three letters, any other number in decimal.
-std::string text_of(const Entry& entry, const Value& value) {
-  if (entry.kind == ValueKind::kText) return value.text;
-  if (entry.kind != ValueKind::kCode) return std::to_string(value.number);
+std::string text_of(const ConfigEntry& entry, const Value& value) {
+  if (entry.kind == ConfigKind::kText) return value.text;
+  if (entry.kind != ConfigKind::kCode) return std::to_string(value.number);
   const auto bits = static_cast<UINT32>(value.number);
   return {static_cast<char>(bits >> 24), static_cast<char>(bits >> 16 & 0xFF), static_cast<char>(bits >> 8 & 0xFF)};
 }
@@ -151,13 +90,13 @@ std::string item_name(UINT32 item) {
   return text;
 }
 
-std::string what_it_takes(const Entry& entry) {
+std::string what_it_takes(const ConfigEntry& entry) {
   switch (entry.kind) {
-    case ValueKind::kBool:
+    case ConfigKind::kBool:
       return "0 or 1";
-    case ValueKind::kCode:
+    case ConfigKind::kCode:
       return "three letters";
-    case ValueKind::kText:
+    case ConfigKind::kText:
       return "a text of at most " + std::to_string(entry.longest) + " bytes in UTF-8";
     default:
       return "a number from " + std::to_string(entry.minimum) + " to " + std::to_string(entry.maximum);
@@ -166,53 +105,54 @@ std::string what_it_takes(const Entry& entry) {
 
 bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
-bool takes(const Entry& entry, const Value& value) {
-  if (entry.kind == ValueKind::kText) return value.text.size() <= entry.longest && store_is_text(value.text);
-  if (entry.kind == ValueKind::kCode && !std::ranges::all_of(text_of(entry, value), is_letter)) return false;
+bool takes(const ConfigEntry& entry, const Value& value) {
+  if (entry.kind == ConfigKind::kText) return value.text.size() <= entry.longest && store_is_text(value.text);
+  if (entry.kind == ConfigKind::kCode && !std::ranges::all_of(text_of(entry, value), is_letter)) return false;
   return value.number >= entry.minimum && value.number <= entry.maximum;
 }
 
-const Entry* entry_of(std::string_view key) {
-  const Entry* const found = std::lower_bound(std::begin(kCatalogue), std::end(kCatalogue), key,
-                                              [](const Entry& entry, std::string_view k) { return entry.key < k; });
-  return found != std::end(kCatalogue) && found->key == key ? found : nullptr;
+const ConfigEntry* entry_of(std::string_view key) {
+  const ConfigEntry* const found =
+      std::lower_bound(std::begin(kConfigEntries), std::end(kConfigEntries), key,
+                       [](const ConfigEntry& entry, std::string_view k) { return entry.key < k; });
+  return found != std::end(kConfigEntries) && found->key == key ? found : nullptr;
 }
 
-const Entry* entry_of(UINT32 item) {
-  const Entry* const found = std::ranges::find(kCatalogue, item, &Entry::item);
-  return item != 0 && found != std::end(kCatalogue) ? found : nullptr;
+const ConfigEntry* entry_of(UINT32 item) {
+  const ConfigEntry* const found = std::ranges::find(kConfigEntries, item, &ConfigEntry::item);
+  return item != 0 && found != std::end(kConfigEntries) ? found : nullptr;
 }
 
 // These return the entry that a call names. If there is none, they report that on stderr and return null.
-const Entry* find_or_refuse(const char* function, const char* key) {
-  const Entry* const found = key == nullptr ? nullptr : entry_of(key);
+const ConfigEntry* find_or_refuse(const char* function, const char* key) {
+  const ConfigEntry* const found = key == nullptr ? nullptr : entry_of(key);
   if (found == nullptr) refuse_call(function, "there is no key " + quoted(key == nullptr ? "" : key));
   return found;
 }
 
-const Entry* find_or_refuse(const char* function, INT32 input_group, const char* key) {
+const ConfigEntry* find_or_refuse(const char* function, INT32 input_group, const char* key) {
   if (input_group == VEXTVAPI_CONFIG_EVERY_INPUT) return find_or_refuse(function, key);
   refuse_call(function, "input " + std::to_string(input_group) + " has no values of its own; -1 is the set");
   return nullptr;
 }
 
-const Entry* find_or_refuse(const char* function, UINT32 item) {
-  const Entry* const found = entry_of(item);
+const ConfigEntry* find_or_refuse(const char* function, UINT32 item) {
+  const ConfigEntry* const found = entry_of(item);
   if (found == nullptr) refuse_call(function, "there is no item " + item_name(item));
   return found;
 }
 
-const Entry* find_or_refuse(const char* function, UINT32 item, ValueKind kind) {
-  const Entry* const found = find_or_refuse(function, item);
+const ConfigEntry* find_or_refuse(const char* function, UINT32 item, ConfigKind kind) {
+  const ConfigEntry* const found = find_or_refuse(function, item);
   if (found == nullptr || found->kind == kind) return found;
-  const auto name = [](ValueKind each) { return std::string(kKindNames[static_cast<int>(each)]); };
+  const auto name = [](ConfigKind each) { return std::string(kConfigKindNames[static_cast<int>(each)]); };
   refuse_call(function, std::string(found->key) + " is of kind " + name(found->kind) + ", not " + name(kind));
   return nullptr;
 }
 
 // ---- Changes ----
 
-void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* tag) {
+void post_change(const ConfigEntry& entry, a_vextvapi_config_nfy_fct callback, void* tag) {
   events_post([&entry, callback, tag] {
     VEXTVAPI_CFG_VAL_CHG_NFY_DATA_T change{};
     std::memcpy(change.s_cfg, entry.key, std::min(std::strlen(entry.key), sizeof change.s_cfg - 1));
@@ -221,13 +161,13 @@ void post_change(const Entry& entry, a_vextvapi_config_nfy_fct callback, void* t
 }
 
 // Whether local time depends on the value.
-bool is_of_the_zone(const Entry& entry) {
+bool is_of_the_zone(const ConfigEntry& entry) {
   const std::string_view key(entry.key);
   return key == "g_time__tz_name" || key == "g_time__dst";
 }
 
 // Whether the value decides what a viewer may see.
-bool is_of_the_locks(const Entry& entry) {
+bool is_of_the_locks(const ConfigEntry& entry) {
   const std::string_view key(entry.key);
   return key == "g_misc__parental_age" || key.starts_with("g_rating__");
 }
@@ -240,7 +180,7 @@ INT32 change(std::vector<Change> wanted) {
   std::vector<SettingValue> kept;
   for (const Change& each : wanted) {
     kept.push_back({.key = each.entry->key, .value = static_cast<std::int64_t>(each.value.number)});
-    if (each.entry->kind == ValueKind::kText) kept.back().value = std::string_view(each.value.text);
+    if (each.entry->kind == ConfigKind::kText) kept.back().value = std::string_view(each.value.text);
   }
   if (!store_write(kept)) return -1;
   const std::lock_guard guard(state.lock);
@@ -250,7 +190,7 @@ INT32 change(std::vector<Change> wanted) {
     ++state.changes[index];
     if (state.callback != nullptr && state.watched[index]) post_change(*each.entry, state.callback, state.callback_tag);
   }
-  const auto concerns = [&](bool (*is_of)(const Entry&)) {
+  const auto concerns = [&](bool (*is_of)(const ConfigEntry&)) {
     return std::ranges::any_of(wanted, [is_of](const Change& each) { return is_of(*each.entry); });
   };
   if (concerns(is_of_the_zone)) clock_zone_changed();
@@ -260,12 +200,12 @@ INT32 change(std::vector<Change> wanted) {
 
 std::vector<Change> defaults_of(std::string_view prefix) {
   std::vector<Change> changes;
-  for (const Entry& entry : kCatalogue)
+  for (const ConfigEntry& entry : kConfigEntries)
     if (std::string_view(entry.key).starts_with(prefix)) changes.push_back({&entry, factory_of(entry)});
   return changes;
 }
 
-INT32 trigger(const Entry& action) {
+INT32 trigger(const ConfigEntry& action) {
   const std::lock_guard guard(state.changing);
   std::vector<Change> changes;
   if (*action.text != '\0') changes = defaults_of(action.text);
@@ -275,10 +215,10 @@ INT32 trigger(const Entry& action) {
   return change(std::move(changes));
 }
 
-INT32 write(const char* function, const Entry& entry, Value value) {
-  if (entry.kind == ValueKind::kAction) return trigger(entry);
+INT32 write(const char* function, const ConfigEntry& entry, Value value) {
+  if (entry.kind == ConfigKind::kAction) return trigger(entry);
   if (!takes(entry, value)) {
-    const bool text = entry.kind == ValueKind::kText;
+    const bool text = entry.kind == ConfigKind::kText;
     return refuse_call(function,
                        std::string(entry.key) + " takes " + what_it_takes(entry) + ", not " +
                            (text ? "these " + std::to_string(value.text.size()) : std::to_string(value.number)));
@@ -287,21 +227,23 @@ INT32 write(const char* function, const Entry& entry, Value value) {
   return change({{&entry, std::move(value)}});
 }
 
-INT32 write_number(const char* function, const Entry& entry, INT32 number) {
-  if (entry.kind == ValueKind::kText) return refuse_call(function, std::string(entry.key) + " is a text, not a number");
+INT32 write_number(const char* function, const ConfigEntry& entry, INT32 number) {
+  if (entry.kind == ConfigKind::kText)
+    return refuse_call(function, std::string(entry.key) + " is a text, not a number");
   return write(function, entry, {.number = number, .text = ""});
 }
 
 // Fails without an entry, or without an address for the result.
 template <typename Number>
-INT32 read_number(const Entry* entry, Number* ret_value) {
+INT32 read_number(const ConfigEntry* entry, Number* ret_value) {
   if (entry == nullptr || ret_value == nullptr) return -1;
   *ret_value = static_cast<Number>(number_of(*entry));
   return 0;
 }
 
 // length: in, the buffer's size including the terminator; out, the text's length.
-INT32 give_text(const char* function, const Entry& entry, const std::string& text, UINT32* length, char* ret_value) {
+INT32 give_text(const char* function, const ConfigEntry& entry, const std::string& text, UINT32* length,
+                char* ret_value) {
   if (length == nullptr || ret_value == nullptr) return -1;
   if (text.size() >= *length) {
     return refuse_call(function, std::string(entry.key) + " has " + std::to_string(text.size()) +
@@ -316,15 +258,15 @@ INT32 look_up(const char* function, UINT32* length, char* value) {
   if (length == nullptr || value == nullptr) return -1;
   const std::string_view given(value, strnlen(value, *length));
   const std::string key(given.substr(0, given.find('\1')));
-  const Entry* const entry = find_or_refuse(function, key.c_str());
+  const ConfigEntry* const entry = find_or_refuse(function, key.c_str());
   return entry == nullptr ? -1 : give_text(function, *entry, text_of(*entry, value_of(*entry)), length, value);
 }
 
 // ---- The control command ----
 
-boost::json::value shown(const Entry& entry, const Value& value) {
-  if (entry.kind == ValueKind::kBool) return value.number != 0;
-  if (entry.kind == ValueKind::kCode || entry.kind == ValueKind::kText)
+boost::json::value shown(const ConfigEntry& entry, const Value& value) {
+  if (entry.kind == ConfigKind::kBool) return value.number != 0;
+  if (entry.kind == ConfigKind::kCode || entry.kind == ConfigKind::kText)
     return boost::json::value(text_of(entry, value));
   return value.number;
 }
@@ -332,33 +274,33 @@ boost::json::value shown(const Entry& entry, const Value& value) {
 boost::json::object list(std::string_view word) {
   boost::json::object answer;
   const std::lock_guard guard(state.lock);
-  for (const Entry& entry : kCatalogue)
+  for (const ConfigEntry& entry : kConfigEntries)
     if (contains_ignoring_case(entry.key, word) || contains_ignoring_case(entry.help, word) ||
         contains_ignoring_case(entry.names, word))
       answer[entry.key] = shown(entry, state.values[index_of(entry)]);
   return answer;
 }
 
-std::vector<std::string_view> names_of(const Entry& entry) {
+std::vector<std::string_view> names_of(const ConfigEntry& entry) {
   std::vector<std::string_view> names;
   for (std::string_view rest = entry.names; !rest.empty();) {
-    const std::size_t end = std::min(rest.find(kNameEnd), rest.size());
+    const std::size_t end = std::min(rest.find(kConfigNameEnd), rest.size());
     names.push_back(rest.substr(0, end));
-    rest.remove_prefix(std::min(end + kNameEnd.size(), rest.size()));
+    rest.remove_prefix(std::min(end + kConfigNameEnd.size(), rest.size()));
   }
   return names;
 }
 
-boost::json::object describe(const Entry& entry) {
+boost::json::object describe(const ConfigEntry& entry) {
   boost::json::object answer{{"key", entry.key},
                              {"item", entry.item == 0 ? "" : item_name(entry.item)},
-                             {"kind", kKindNames[static_cast<int>(entry.kind)]},
+                             {"kind", kConfigKindNames[static_cast<int>(entry.kind)]},
                              {"value", shown(entry, value_of(entry))},
                              {"default", shown(entry, factory_of(entry))}};
-  if (entry.kind == ValueKind::kNumber) {
+  if (entry.kind == ConfigKind::kNumber) {
     answer["minimum"] = entry.minimum;
     answer["maximum"] = entry.maximum;
-  } else if (entry.kind == ValueKind::kText) {
+  } else if (entry.kind == ConfigKind::kText) {
     answer["longest"] = entry.longest;
   }
   answer["help"] = entry.help;
@@ -370,37 +312,37 @@ boost::json::object describe(const Entry& entry) {
 }
 
 // Returns the entry that a viewer names by its key, or by its item id as 0x07...; null if there is none.
-const Entry* named(std::string_view name) {
+const ConfigEntry* named(std::string_view name) {
   const auto item = name.starts_with("0x") ? parse_number<UINT32>(name.substr(2), 16) : std::nullopt;
   return item ? entry_of(*item) : entry_of(name);
 }
 
-std::string viewer_words(const Entry& entry) {
-  if (entry.kind == ValueKind::kBool) return "on or off";
-  if (entry.kind == ValueKind::kAction) return "trigger";
+std::string viewer_words(const ConfigEntry& entry) {
+  if (entry.kind == ConfigKind::kBool) return "on or off";
+  if (entry.kind == ConfigKind::kAction) return "trigger";
   return what_it_takes(entry) + (*entry.names != '\0' ? std::string(" or one of: ") + entry.names : "");
 }
 
 // Parses the word that a viewer has entered for a value of the entry's kind.
-bool parse(const Entry& entry, std::string_view word, Value& ret_value) {
+bool parse(const ConfigEntry& entry, std::string_view word, Value& ret_value) {
   Value value;
   switch (entry.kind) {
-    case ValueKind::kBool:
+    case ConfigKind::kBool:
       value.number = word == "on" || word == "true" || word == "1" ? 1 : 0;
       if (value.number == 0 && word != "off" && word != "false" && word != "0") return false;
       break;
-    case ValueKind::kCode:
+    case ConfigKind::kCode:
       if (word.size() != 3 || !std::ranges::all_of(word, is_letter)) return false;
       for (const char letter : word) value.text += static_cast<char>(letter | 0x20);
       value = {.number = code_of(value.text), .text = ""};
       break;
-    case ValueKind::kText:
+    case ConfigKind::kText:
       value.text = word;
       break;
-    case ValueKind::kAction:
+    case ConfigKind::kAction:
       if (word != "trigger") return false;
       break;
-    case ValueKind::kNumber: {
+    case ConfigKind::kNumber: {
       const std::vector<std::string_view> names = names_of(entry);
       const auto name = std::ranges::find(names, word);
       const auto number = name == names.end() ? parse_number<INT32>(word) : static_cast<INT32>(name - names.begin());
@@ -434,30 +376,30 @@ INT32 a_vextvapi_config_get_value(INT32 input_group, const char* key, INT32* val
 }
 
 INT32 a_vextvapi_config_set_value(INT32 input_group, const char* key, INT32 value, INT32) {
-  const Entry* const entry = find_or_refuse(__func__, input_group, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, input_group, key);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 a_vextvapi_config_get_str_value(const char* key, char* value, UINT32* length) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
-  if (entry->kind != ValueKind::kText)
+  if (entry->kind != ConfigKind::kText)
     return refuse_call(__func__, std::string(entry->key) + " is a number, not a text");
   return give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 a_vextvapi_config_set_str_value(const char* key, const char* value) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr || value == nullptr) return -1;
-  if (entry->kind != ValueKind::kText)
+  if (entry->kind != ConfigKind::kText)
     return refuse_call(__func__, std::string(entry->key) + " is a number, not a text");
   return write(__func__, *entry, {.number = 0, .text = value});
 }
 
 INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT32* limits) {
-  const Entry* const entry = find_or_refuse(__func__, input_group, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, input_group, key);
   if (entry == nullptr || limits == nullptr) return -1;
-  const bool limited = entry->kind == ValueKind::kBool || entry->kind == ValueKind::kNumber;
+  const bool limited = entry->kind == ConfigKind::kBool || entry->kind == ConfigKind::kNumber;
   if (!limited || entry->minimum < INT16_MIN || entry->maximum > INT16_MAX) return 1;
   const auto half = [](INT32 number) { return static_cast<UINT32>(static_cast<UINT16>(number)); };
   *limits = static_cast<INT32>(half(entry->maximum) << 16 | half(entry->minimum));
@@ -465,7 +407,7 @@ INT32 a_vextvapi_config_get_minmaxvalue(INT32 input_group, const char* key, INT3
 }
 
 INT32 a_vextvapi_config_add_value_changed_callback(const char* key) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
   const std::lock_guard guard(state.lock);
   state.watched[index_of(*entry)] = true;
@@ -480,7 +422,7 @@ INT32 a_vextvapi_config_reg_callback(a_vextvapi_config_nfy_fct callback, void* t
 }
 
 INT32 getConfigValueBool(UINT32 item_id, UINT8* value) {
-  return read_number(find_or_refuse(__func__, item_id, ValueKind::kBool), value);
+  return read_number(find_or_refuse(__func__, item_id, ConfigKind::kBool), value);
 }
 
 INT32 getConfigValueInt32(UINT32 item_id, INT32* value) {
@@ -489,27 +431,27 @@ INT32 getConfigValueInt32(UINT32 item_id, INT32* value) {
 
 INT32 getConfigValueString(UINT32 item_id, UINT32* length, char* value) {
   if (item_id == VEXTVAPI_CONFIG_ITEM_LOOK_UP) return look_up(__func__, length, value);
-  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kText);
+  const ConfigEntry* const entry = find_or_refuse(__func__, item_id, ConfigKind::kText);
   return entry == nullptr ? -1 : give_text(__func__, *entry, value_of(*entry).text, length, value);
 }
 
 INT32 setConfigValue(UINT32 item_id) {
-  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kAction);
+  const ConfigEntry* const entry = find_or_refuse(__func__, item_id, ConfigKind::kAction);
   return entry == nullptr ? -1 : trigger(*entry);
 }
 
 INT32 setConfigValueBool(UINT32 item_id, UINT8 value) {
-  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kBool);
+  const ConfigEntry* const entry = find_or_refuse(__func__, item_id, ConfigKind::kBool);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 setConfigValueInt32(UINT32 item_id, INT32 value) {
-  const Entry* const entry = find_or_refuse(__func__, item_id);
+  const ConfigEntry* const entry = find_or_refuse(__func__, item_id);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 setConfigValueString(UINT32 item_id, const char* value) {
-  const Entry* const entry = find_or_refuse(__func__, item_id, ValueKind::kText);
+  const ConfigEntry* const entry = find_or_refuse(__func__, item_id, ConfigKind::kText);
   return entry == nullptr || value == nullptr ? -1 : write(__func__, *entry, {.number = 0, .text = value});
 }
 
@@ -528,28 +470,28 @@ INT32 setConfigValueStruct(UINT32 item_id, UINT32 length, const void* value) {
 }
 
 INT32 config_number(const char* key) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? 0 : number_of(*entry);
 }
 
 std::string config_text(const char* key) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? "" : text_of(*entry, value_of(*entry));
 }
 
 INT32 config_set(const char* key, INT32 value) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   return entry == nullptr ? -1 : write_number(__func__, *entry, value);
 }
 
 INT32 config_set(const char* key, std::string_view value) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   if (entry == nullptr) return -1;
   return write(__func__, *entry, {.number = 0, .text = std::string(value)});
 }
 
 UINT32 config_changes(const char* key) {
-  const Entry* const entry = find_or_refuse(__func__, key);
+  const ConfigEntry* const entry = find_or_refuse(__func__, key);
   const std::lock_guard guard(state.lock);
   return entry == nullptr ? 0 : state.changes[index_of(*entry)];
 }
@@ -558,14 +500,14 @@ namespace {
 
 void load() {
   const std::scoped_lock guard(state.changing, state.lock);
-  for (const Entry& entry : kCatalogue) {
+  for (const ConfigEntry& entry : kConfigEntries) {
     Value& value = state.values[index_of(entry)] = {};
-    if (entry.kind == ValueKind::kText) {
+    if (entry.kind == ConfigKind::kText) {
       value.text = store_read(TextSetting{entry.key, entry.text, entry.longest});
     } else {
       value.number = static_cast<INT32>(store_read(Setting{entry.key, entry.factory, entry.minimum, entry.maximum}));
     }
-    if (entry.kind != ValueKind::kCode || takes(entry, value)) continue;  // store_read has checked the other kinds
+    if (entry.kind != ConfigKind::kCode || takes(entry, value)) continue;  // store_read has checked the other kinds
     value = factory_of(entry);
     std::fprintf(stderr, "dtv_tv: the stored %s is not three letters; using %s\n", entry.key,
                  text_of(entry, value).c_str());
@@ -584,7 +526,7 @@ bool reset() {
 void report(boost::json::object& answer) {
   boost::json::object changed;
   const std::lock_guard guard(state.lock);
-  for (const Entry& entry : kCatalogue) {
+  for (const ConfigEntry& entry : kConfigEntries) {
     const Value& value = state.values[index_of(entry)];
     if (value != factory_of(entry)) changed[entry.key] = shown(entry, value);
   }
@@ -593,7 +535,7 @@ void report(boost::json::object& answer) {
 
 boost::json::object config_command(Arguments arguments) {
   const std::string_view name = arguments.empty() ? "" : arguments[0];
-  const Entry* const entry = named(name);
+  const ConfigEntry* const entry = named(name);
   if (entry == nullptr) {
     boost::json::object found = arguments.size() < 2 ? list(name) : boost::json::object();
     if (!found.empty()) return found;
