@@ -2,7 +2,7 @@ import { isObject, type Json, type JsonObject } from "../lib/json";
 import type { TapLine } from "../lib/tap-line";
 import { watchLiveness, type Liveness } from "./liveness";
 import type { Method, Params, Result } from "./protocol";
-import { label } from "./words";
+import { wordNow } from "./words";
 
 /** JSON-RPC 2.0 over WebSocket to dtv-host: calls, shared subscriptions and reconnection. */
 
@@ -120,7 +120,7 @@ export function createClient(options: ClientOptions): Client {
   function send(method: Method, params?: unknown, { timeoutMs = usualTimeoutMs, signal }: CallOptions = {}): Promise<Json> {
     return new Promise((resolve, reject) => {
       if (!socket || !isOpen()) {
-        reject(new ConnectionError(label("IDS_NOT_CONNECTED_HOST")));
+        reject(new ConnectionError(wordNow("IDS_NOT_CONNECTED_HOST")));
         return;
       }
       const id = ++lastId;
@@ -131,7 +131,7 @@ export function createClient(options: ClientOptions): Client {
         clearTimeout(call.timer);
         reject(reason);
       };
-      const late = new ConnectionError(label("IDS_NO_ANSWER_WITHIN", method, timeoutMs / 1000));
+      const late = new ConnectionError(wordNow("IDS_NO_ANSWER_WITHIN", method, timeoutMs / 1000));
       const timer = setTimeout(() => giveUp(late), timeoutMs);
       signal?.addEventListener("abort", () => giveUp(asError(signal.reason)), { once: true });
       pending.set(id, { method, resolve, reject, timer });
@@ -210,7 +210,7 @@ export function createClient(options: ClientOptions): Client {
     // The browser waits for the host's part of the closing, which may never come. Nothing listens to it any more.
     lost?.close();
     options.onSilent?.(false);
-    failPending(label("IDS_CONNECTION_LOST"));
+    failPending(wordNow("IDS_CONNECTION_LOST"));
     // The random part keeps many pages from reconnecting at the same moment.
     const wait = pause * (1 + Math.random() / 4);
     pause = Math.min(pause * 2, retry.longest);
@@ -279,7 +279,7 @@ export function createClient(options: ClientOptions): Client {
       clearTimeout(retryTimer);
       liveness?.stop();
       socket?.close();
-      failPending(label("IDS_CONNECTION_LOST"));
+      failPending(wordNow("IDS_CONNECTION_LOST"));
     },
   };
 }

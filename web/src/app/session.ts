@@ -8,7 +8,7 @@ import { tell } from "../ui/notice";
 import { groupRows } from "./catalogue";
 import type { Field, Kind, ListResult, SetResult } from "./protocol";
 import { ConnectionError, createClient, isForbidden, type ConnectionState } from "./rpc";
-import { label } from "./words";
+import { wordNow } from "./words";
 
 /** The page's one connection to the host, and the state that several features share. */
 
@@ -67,13 +67,13 @@ const client = createClient({
   },
   onSilent: (now) => (silent.value = now),
   onOverflow(dropped) {
-    notifications.add({ warning: dropped === 1 ? label("IDS_DROPPED_ONE") : label("IDS_DROPPED", dropped) });
+    notifications.add({ warning: dropped === 1 ? wordNow("IDS_DROPPED_ONE") : wordNow("IDS_DROPPED", dropped) });
   },
   onBrokenNotification: (uri, message) => notifications.add({ warning: `${uri}: ${message}` }),
   onTrace: (line) => calls.add(line),
   onSubscribeError(uri, error) {
     if (isForbidden(error)) return;
-    tell(label("IDS_CANNOT_SUBSCRIBE", uri, error.message));
+    tell(wordNow("IDS_CANNOT_SUBSCRIBE", uri, error.message));
     setWatched(uri, false);
   },
 });
@@ -91,7 +91,7 @@ let wasOpen = false;
 function logGap() {
   if (gapFrom !== null && wasOpen) {
     const to = Date.now();
-    const warning = label("IDS_GAP", clock(gapFrom), clock(to), ((to - gapFrom) / 1000).toFixed(1));
+    const warning = wordNow("IDS_GAP", clock(gapFrom), clock(to), ((to - gapFrom) / 1000).toFixed(1));
     if (watched.value.size > 0) notifications.add({ warning });
     if (tracing.value) calls.add({ warning });
   }
@@ -132,7 +132,7 @@ export const kindOf = (field: Field): Kind | undefined => kinds.value.get(field.
 
 /** What the "ret" of a response means. The platform has results that the plugin does not list. */
 const meaningOf = (ret: number): string =>
-  list.value?.results.find((row) => row.result === ret)?.help ?? label("IDS_RESULT_OF_PLATFORM");
+  list.value?.results.find((row) => row.result === ret)?.help ?? wordNow("IDS_RESULT_OF_PLATFORM");
 
 // ---- requests
 
@@ -146,7 +146,7 @@ export class RefusedError extends Error {
   readonly reason: string;
 
   constructor(uri: string, result: SetResult) {
-    super(label("IDS_REFUSED_URI", uri, reasonOf(result)));
+    super(wordNow("IDS_REFUSED_URI", uri, reasonOf(result)));
     this.name = "RefusedError";
     this.ret = result.ret;
     this.reason = reasonOf(result);

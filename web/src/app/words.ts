@@ -1,4 +1,4 @@
-import { signal } from "@preact/signals";
+import { signal, untracked } from "@preact/signals";
 
 /** The page's words in the language of the television's menus. app/language.ts reads them. */
 
@@ -65,3 +65,6 @@ export function words<Own extends Record<string, string>>(own: Own) {
 }
 
 export const label = words({});
+
+/** A word outside of components. An effect that leads here must not run again because the language has changed. */
+export const wordNow: typeof label = (...given) => untracked(() => label(...given));
