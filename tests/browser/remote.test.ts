@@ -71,6 +71,16 @@ test("keys change the set as a remote control does", async ({ host, open }) => {
   await expect(muteButton(other)).toHaveAttribute("aria-pressed", "false");
 });
 
+test("a key that does nothing now says so", async ({ open }) => {
+  const page = await open("/#remote");
+  await key(page, "FF").click();
+  await expect(panel(page).getByRole("status")).toHaveText("Not available: FF");
+  await key(page, "POWER").click();
+  await expect(panel(page).getByRole("status")).toHaveText("POWER was pressed.");
+  await key(page, "VOL+").click();
+  await expect(panel(page).getByRole("status")).toHaveText("Standby: No effect now: VOL+");
+});
+
 test("of two keys pressed quickly only the last one is lit, for a moment", async ({ host, open }) => {
   const page = await open();
   // With a controlled clock, the second press always comes while the first key is lit.

@@ -106,6 +106,8 @@ function LastPress() {
         <span class="bad">
           <b>{last.key}</b> {last.problem}
         </span>
+      ) : last.message ? (
+        <span>{last.message}</span>
       ) : (
         <span>
           <b>{last.key}</b> {label("IDS_KEY_PRESSED")}

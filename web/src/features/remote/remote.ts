@@ -1,5 +1,7 @@
 import { computed, signal } from "@preact/signals";
-import { list, RefusedError, setItem, textOf } from "../../app/session";
+import { controllable } from "../../app/commands";
+import { list, RefusedError, setItem, television, textOf } from "../../app/session";
+import { textOfMessage, type Message } from "../screen/menu";
 import { label } from "./words";
 
 type LabelId = Parameters<typeof label>[0];
@@ -70,6 +72,8 @@ export interface Press {
   key: string;
   /** Why the press failed; empty if it did not. */
   problem: string;
+  /** What the set says about it, such as that it has no effect now; empty if it says nothing. */
+  message: string;
   number: number;
 }
 
@@ -80,12 +84,21 @@ let presses = 0;
 export async function press(key: string) {
   const number = ++presses;
   let problem = "";
+  let message = "";
   try {
     await setItem(keyUri, { REQUEST: "MODIFY", VALUE: key });
+    message = await messageOfSet();
   } catch (reason) {
     problem = reason instanceof RefusedError ? whyRefused(reason) : textOf(reason);
   }
-  if (number === presses) lastPress.value = { key, problem, number };
+  if (number === presses) lastPress.value = { key, problem, message, number };
+}
+
+/** The message that the set shows. A page without the token, and a set that is no virtual television, have none. */
+async function messageOfSet(): Promise<string> {
+  if (!controllable.peek()) return "";
+  const { message } = await television("state").catch(() => ({ message: undefined }));
+  return message === undefined ? "" : textOfMessage(message as unknown as Message);
 }
 
 /** The plugin returns -1 for a key only if it cannot open the device, of which the host knows nothing. */

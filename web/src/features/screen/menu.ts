@@ -137,7 +137,7 @@ const messages: Readonly<Record<string, LabelId[]>> = {
   subtitles: ["IDS_SUBTITLES"],
   subtitles_off: ["IDS_SUBTITLES", "IDS_OFF"],
   subtitles_on: ["IDS_SUBTITLES", "IDS_ON"],
-  standby: ["IDS_STANDBY"],
+  standby: ["IDS_STANDBY", "IDS_NO_EFFECT_NOW"],
   wrong_pin: ["IDS_WRONG_PIN"],
   will_record: ["IDS_WILL_RECORD"],
 };

@@ -69,6 +69,7 @@ export const label = words({
   IDS_SOURCES: "Sources",
   IDS_SPORT: "Sport",
   IDS_STANDARD: "Standard",
+  IDS_NO_EFFECT_NOW: "No effect now",
   IDS_STANDBY: "Standby",
   IDS_STOP: "Stop",
   IDS_SUBTITLES: "Subtitles",
