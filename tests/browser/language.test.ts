@@ -1,7 +1,8 @@
 import type { Locator, Page } from "@playwright/test";
 import { connection, expect, languageMenu as menu, test } from "./fixtures";
 
-const tab = (page: Page, name: string): Locator => page.getByRole("navigation", { name: "Views" }).getByRole("button", { name });
+// The name of the tabs changes with the language.
+const tab = (page: Page, name: string): Locator => page.locator("nav.tabs").getByRole("button", { name });
 
 test.describe("the menu's language", () => {
   test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
