@@ -136,17 +136,17 @@ static char* tv_control(const char* command) {
   return strdup(take_chance(*input, 4) ? R"({"error":"no"})" : R"({"commands":[]})");
 }
 
-static constexpr Stack kStack = {.get = plugin_get,
-                                 .set = plugin_set,
-                                 .add_listener = plugin_add_listener,
-                                 .remove_listener = plugin_remove_listener,
-                                 .fetch = plugin_fetch,
-                                 .describe = nullptr,
-                                 .watch = nullptr,
-                                 .on_event = nullptr,
-                                 .fault = tap_fault,
-                                 .contract = tap_contract,
-                                 .tv_control = tv_control};
+static const Stack kStack = {.get = plugin_get,
+                             .set = plugin_set,
+                             .add_listener = plugin_add_listener,
+                             .remove_listener = plugin_remove_listener,
+                             .fetch = plugin_fetch,
+                             .describe = nullptr,
+                             .watch = nullptr,
+                             .on_event = nullptr,
+                             .fault = tap_fault,
+                             .contract = tap_contract,
+                             .tv_control = tv_control};
 
 static const Catalogue& catalogue() {
   static Catalogue known;
