@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "json_text.h"
+#include "base/text.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ TEST_P(Library, HasEveryText) {
     ASSERT_NE(text, nullptr) << message.id;
     EXPECT_STREQ(text, message.texts[GetParam().column]) << message.id;
     EXPECT_NE(*text, '\0') << message.id;
-    EXPECT_TRUE(json_is_whole('"' + std::string(text) + '"')) << message.id << " is not UTF-8: " << text;
+    EXPECT_TRUE(is_utf8(text)) << message.id << " is not UTF-8: " << text;
     EXPECT_EQ(get(message.id), text) << "a text stays where it is";
   }
   EXPECT_STREQ(get("IDS_VOLUME"), GetParam().volume);

@@ -252,7 +252,7 @@ TEST_F(TvVolume, ErrorsOfBadCommandsNameWhatIsAllowed) {
       {R"(["volume","99999999999999999999"])", {"99999999999999999999"}},
       {R"(["volume","up","up"])", {"one word too many", "[N|up|down]"}},
       {R"(["mute","maybe"])", {"maybe", "on", "off", "toggle"}},
-      {R"(["state","all"])", {"all", "usage: state"}},
+      {R"(["reset","all"])", {"all", "usage: reset"}},
       {R"(["dance"])", {"dance", "volume", "mute", "state", "reset", "help"}},
       {R"([])", {"JSON array of words"}},
       {R"({})", {"JSON array of words"}},
