@@ -41,6 +41,13 @@ constexpr std::size_t utf8_length(std::string_view text) {
   return overlong || surrogate || beyond ? 0 : length;
 }
 
+// The beginning of a UTF-8 text, at most this many bytes. No character is cut in two.
+constexpr std::string_view utf8_cut(std::string_view text, std::size_t bytes) {
+  if (text.size() <= bytes) return text;
+  while (bytes > 0 && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80) --bytes;
+  return text.substr(0, bytes);
+}
+
 constexpr bool is_utf8(std::string_view text) {
   while (!text.empty()) {
     const std::size_t length = utf8_length(text);

@@ -91,7 +91,11 @@ int run_program(const Options& options, ShellWords command, Failure& ret_failure
   sigset_t none;
   sigemptyset(&none);
   posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  sigset_t usual;  // the session ignores it
+  sigemptyset(&usual);
+  sigaddset(&usual, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &usual);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t child = 0;
   const int failure = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), variables.data());
   posix_spawnattr_destroy(&attributes);
@@ -125,15 +129,16 @@ int run_record(const Options& options, Session& session, ShellWords words, Failu
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   json::object status;
   if (!capture(session, "start", status, ret_failure)) return ret_failure.exit_code;
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // not during the calls of the host, which Ctrl-C ends
   int result = kExitOk;
   if (command.empty()) {
     if (!wait_for_end(options, session, signals, ret_failure)) return ret_failure.exit_code;
   } else {
     result = run_program(options, command, ret_failure);
   }
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
   Failure failure;
   if (!capture(session, "stop", status, failure) || !download(options, "/record.jsonl", file, failure)) {
     ret_failure = failure;

@@ -61,6 +61,7 @@ void explain(const Stack& stack, const Call& call, Outcome& outcome) {
           ? check_example(*call.row, call.uri, true)
           : std::string();
   const Evidence evidence{.ret = outcome.ret,
+                          .tapped = stack.take_failure != nullptr,
                           .failure = failed ? &failure : nullptr,
                           .log = outcome.log,
                           .findings = findings,
@@ -91,14 +92,16 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
     ret_outcome.departs = !ret_outcome.warnings.empty();
     if (ret_outcome.departs) return;
   }
-  if (stack.take_failure != nullptr) stack.take_failure(nullptr);  // forgets one of before
-  log_capture(&ret_outcome.log);
   const bool replays = tracer.replayer != nullptr && call.kind != CallKind::kControl;
   if (call.traced || replays) tracer_capture(tracer, &ret_outcome.lines);
   Replayed replayed;
   if (replays)
     replayed = replayer_begin(tracer.replayer, call.kind == CallKind::kGet ? StepKind::kGet : StepKind::kSet, call.uri,
                               param_of(call));
+  // A replay raises callbacks on this thread, before and after the call; what they print, or fail at, is not the
+  // call's.
+  if (stack.take_failure != nullptr) stack.take_failure(nullptr);  // forgets one of before
+  log_capture(&ret_outcome.log);
   switch (call.kind) {
     case CallKind::kGet:
       run_get(stack, tracer.recorder, call, ret_outcome);
@@ -111,11 +114,11 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
       ret_outcome.broken = !json_is_whole(ret_outcome.text);
       break;
   }
+  log_capture(nullptr);
+  if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
   if (replays) replayer_end(tracer.replayer, replayed, ret_outcome.ret, ret_outcome.text, ret_outcome.lines);
   if (call.traced || replays) tracer_capture(tracer, nullptr);
   if (!call.traced) ret_outcome.lines.clear();
-  log_capture(nullptr);
-  if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
   // Also when the call changed nothing: it may have seen an earlier change that is not yet on the disk.
   if (call.kind != CallKind::kGet && stack.last_change != nullptr) ret_outcome.change = stack.last_change();
 }

@@ -6,17 +6,12 @@
 #include <cmath>
 #include <span>
 
+#include "base/text.h"
 #include "nearest.h"
 
 namespace json = boost::json;
 
 namespace {
-
-// Whether two texts differ only in the case of their ASCII letters.
-bool same_letters(std::string_view a, std::string_view b) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return std::ranges::equal(a, b, {}, lower, lower);
-}
 
 // ---- reading the description ----
 
@@ -116,10 +111,7 @@ std::vector<CheckField> fields_of_set(const json::object& row, const CheckType& 
 constexpr std::size_t kQuoted = 60;
 
 std::string shown(std::string_view value) {
-  if (value.size() <= kQuoted) return std::string(value);
-  std::size_t end = kQuoted;
-  while ((value[end] & 0xc0) == 0x80) --end;  // does not cut a UTF-8 character
-  return std::string(value.substr(0, end)) + "...";
+  return std::string(utf8_cut(value, kQuoted)) + (value.size() > kQuoted ? "..." : "");
 }
 
 std::string_view kind_name(JsonKind kind) {
@@ -171,6 +163,8 @@ void add(Check& check, std::string text, bool refused = false) {
 double number(std::string_view text) {
   double value = 0;
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (failure == std::errc::result_out_of_range && text.find("e-") != text.npos) return 0;
+  if (failure == std::errc::result_out_of_range && text.find("E-") != text.npos) return 0;
   // Beyond every double: the sign says which end.
   if (failure == std::errc::result_out_of_range) return text.front() == '-' ? -HUGE_VAL : HUGE_VAL;
   return value;
@@ -212,15 +206,14 @@ void check_text(Check& check, const CheckField& field, std::string_view value) {
   const std::string text = json_string(value);
   if (text.size() > field.limit)
     add(check, field.key + " has " + std::to_string(text.size()) + " bytes; the set takes the first " +
-                   std::to_string(field.limit) + ", " +
-                   json_quote(std::string_view(text).substr(0, std::min(field.limit, kQuoted))));
+                   std::to_string(field.limit) + ", " + json_quote(shown(utf8_cut(text, field.limit))));
 }
 
 void check_values(Check& check, const CheckField& field, std::string_view value) {
   if (field.values.empty() || json_kind(value) != field.json) return;
   const auto same = [&](const CheckValue& known) {
     if (field.json == JsonKind::kNumber) return number(known.value) == std::trunc(number(value));
-    return same_letters(json_string(value), json_string(known.value));
+    return equal_ignoring_case(json_string(value), json_string(known.value));
   };
   if (std::ranges::any_of(field.values, same)) return;
   std::vector<std::string> names;
@@ -277,6 +270,7 @@ const CheckField* find_field(const Check& check, std::span<const CheckField> fie
 void check_members(Check& check, std::span<const CheckField> fields, std::string_view object, bool root) {
   std::vector<std::string> seen;
   while (const auto member = json_next_member(object)) {
+    if (check.findings.size() == kMostFindings) return;  // a search for the nearest name takes long
     const std::string key = json_string(member->key);
     if (root && key == "REQUEST") continue;
     if (std::ranges::find(seen, key) != seen.end()) {
@@ -291,7 +285,8 @@ void check_members(Check& check, std::span<const CheckField> fields, std::string
     std::vector<std::string> keys;
     for (const CheckField& known : fields)
       if (known.uri.empty() || known.uri == check.uri) keys.push_back(known.key);
-    const auto same = std::ranges::find_if(keys, [&](const std::string& known) { return same_letters(known, key); });
+    const auto same =
+        std::ranges::find_if(keys, [&](const std::string& known) { return equal_ignoring_case(known, key); });
     const std::vector<std::string> near = nearest(key, keys, 1);
     std::string text = shown(key) + " is no member of this request, and is ignored";
     if (same != keys.end())

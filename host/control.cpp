@@ -29,6 +29,7 @@ std::string control_run(const Stack& stack, Tracer& tracer, const std::string& c
       if (!recorder->on.load()) tracer_record(tracer, false);
       return stack_error(error);
     }
+    tracer_record(tracer, true);  // again: the end of the record before may have been handled meanwhile
   } else if (words[1] == "stop") {
     recorder_stop(*recorder);
     tracer_record(tracer, false);

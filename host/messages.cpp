@@ -267,5 +267,8 @@ void server_serve_inboxes(Server& server) {
   take_kept_reports(server);
   if (server.event.exchange(false)) subscriptions_fetch(server.subscriptions, on_notification, &server);
   if (server.tracing > 0) serve_traces(server);
-  if (server.record_ended.exchange(false)) tracer_record(server.tracer, false);
+  if (server.record_ended.exchange(false)) {
+    tracer_record(server.tracer, false);
+    if (server.recorder.on.load()) tracer_record(server.tracer, true);  // another record has begun meanwhile
+  }
 }

@@ -44,11 +44,12 @@ std::string platform_reason(const dtv_tap_failure_t& failure, std::string_view l
   const std::string returned = function + " returned " + std::to_string(failure.result);
   if (failure.by_fault != 0)
     return "a fault is set on the platform's " + function + ", which returned " + std::to_string(failure.result);
-  std::string_view sentence = last_line(log, kPlatformLine, function);
+  std::string_view sentence = last_line(log, std::string(kPlatformLine) + function + ": ", {});
+  // A line of no function's, such as that of a full disk. One of another function is about another call.
   if (sentence.empty()) sentence = last_line(log, kPlatformLine, {});
+  if (sentence.substr(0, sentence.find(": ")).find(' ') == std::string_view::npos) sentence = {};
   if (sentence.empty())
     return "the platform refused: " + returned + (failure.result == -1 ? "" : ", a code of the platform's own");
-  if (sentence.starts_with(function + ": ")) sentence.remove_prefix(function.size() + 2);
   return std::string(sentence) + " (" + returned + ")";
 }
 
@@ -66,6 +67,9 @@ std::string reason_of(const Evidence& evidence) {
   } else if (const auto* const known = std::ranges::find(kResults, evidence.ret, &ResultText::result);
              known != std::end(kResults)) {
     text = known->text;
+    // The tap notes results below 0. Any other code, or any without the tap, may be the platform's.
+    if (!evidence.tapped || evidence.ret > 0)
+      text = "the set answered " + std::to_string(evidence.ret) + "; as a code of the plugin it means: " + text;
   } else {
     text = "the set answered " + std::to_string(evidence.ret) + ", a code of the platform's own";
   }

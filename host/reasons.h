@@ -12,6 +12,7 @@
 // What is known after a call.
 struct Evidence {
   std::int32_t ret = 0;                        // not 0
+  bool tapped = true;                          // the tap would know of a failed call
   const dtv_tap_failure_t* failure = nullptr;  // the platform's last failed call; null: none, or no tap
   std::string_view log = {};                   // what the plugin and the platform printed during the call
   std::span<const Finding> findings = {};      // how the request departs from the description

@@ -49,7 +49,10 @@ void flush(Recorder& recorder) {
       // The last line may be torn. What was waiting began with a line.
       const std::string_view done(recorder.unwritten.data(), recorder.unwritten.size() - rest.size());
       recorder.bytes -= rest.size() + (done.size() - (done.rfind('\n') + 1));
-      if (recorder.on.load()) end_record(recorder, why);
+      if (recorder.on.load())
+        end_record(recorder, why);
+      else
+        recorder.reason = why;
       break;
     }
     rest.remove_prefix(static_cast<std::size_t>(written));
@@ -174,6 +177,13 @@ bool recorder_start(Recorder& recorder, std::string& ret_error) {
     ret_error = "a record is being made already; \"capture stop\" ends it";
     return false;
   }
+  {
+    const std::lock_guard start_lock(recorder.stack->start->lock);
+    if (recorder.stack->start->full) {
+      ret_error = "the plugin's start made more platform calls than are kept";
+      return false;
+    }
+  }
   const int file = make_file(recorder.folder, ret_error);
   if (file < 0) return false;
   if (recorder.file >= 0) close(recorder.file);
@@ -187,11 +197,6 @@ bool recorder_start(Recorder& recorder, std::string& ret_error) {
   add_line(recorder, json::serialize(json::object{{"record", 1}, {"device", access("/dev/cli", F_OK) == 0}}));
   {
     const std::lock_guard start_lock(recorder.stack->start->lock);
-    if (recorder.stack->start->full) {
-      ret_error = "the plugin's start made more platform calls than are kept";
-      end_record(recorder, {});
-      return false;
-    }
     std::string_view lines = recorder.stack->start->text;
     for (std::size_t end = 0; (end = lines.find('\n')) != std::string_view::npos; lines.remove_prefix(end + 1))
       add_line(recorder, lines.substr(0, end));
@@ -208,8 +213,8 @@ bool recorder_start(Recorder& recorder, std::string& ret_error) {
 void recorder_stop(Recorder& recorder) {
   const std::lock_guard lock(recorder.mutex);
   if (!recorder.on.load()) return;
-  end_record(recorder, {});
   flush(recorder);
+  if (recorder.on.load()) end_record(recorder, {});
 }
 
 std::string recorder_status(Recorder& recorder) {

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "base/text.h"
 #include "bounds.h"
 
 namespace json = boost::json;
@@ -47,6 +48,8 @@ void raise_next(Replayer& replayer) {
     note_report(replayer, record_step_name(step));
   }
 }
+
+constexpr std::size_t kShownBytes = 300;  // of a client's parameter, in a difference
 
 std::string name_of(StepKind kind, const char* uri) {
   return record_step_name({.kind = kind, .name = uri, .line = nullptr, .calls = {}});
@@ -134,7 +137,7 @@ Replayed replayer_begin(Replayer* replayer, StepKind kind, const char* uri, cons
     replayed.step = &*before;
     note(*replayer, name_of(kind, uri) + ": came once more than recorded; it is answered as the last time");
   } else {
-    note(*replayer, name_of(kind, uri) + (wanted ? " " + *wanted : "") +
+    note(*replayer, name_of(kind, uri) + (wanted ? " " + std::string(utf8_cut(*wanted, kShownBytes)) : "") +
                         ": is not in the record; its platform calls return 0 and write nothing");
   }
   if (request) give_answers(*replayer, replayed.step, name_of(kind, uri));

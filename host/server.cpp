@@ -242,7 +242,13 @@ Server* server_start(const ServerOptions& options, const Stack& stack, Replayer*
   if (stack.on_kept != nullptr) stack.on_kept(on_kept, server.get());
   if (options.record) {
     tracer_record(server->tracer, true);
-    if (!recorder_start(server->recorder, ret_error)) return nullptr;
+    if (!recorder_start(server->recorder, ret_error)) {
+      // None of these may call into a server that is gone.
+      tracer_record(server->tracer, false);
+      if (stack.on_event != nullptr) stack.on_event(nullptr, nullptr);
+      if (stack.on_kept != nullptr) stack.on_kept(nullptr, nullptr);
+      return nullptr;
+    }
   }
   return server.release();
 }

@@ -65,7 +65,7 @@ DTV_TAP_EXPORT int32_t dtv_tap_fault(const char* function, const dtv_tap_fault_t
  * the callback's parameter names | null, "fault": {...} | null}. */
 DTV_TAP_EXPORT char* dtv_tap_list(void);
 
-/* The last call on this thread whose result was negative. */
+/* The last call on this thread whose result was negative, or that a fault made fail. */
 typedef struct {
   const char* function; /* its name, valid for ever */
   int64_t result;       /* what it returned */

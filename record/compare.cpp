@@ -1,6 +1,7 @@
 // Compares what a replay gave with the record.
 #include <algorithm>
 
+#include "base/text.h"
 #include "record/record.h"
 
 namespace json = boost::json;
@@ -9,12 +10,9 @@ namespace {
 
 constexpr std::size_t kLongestShown = 300;  // bytes of a value in a message
 
-std::string shown(std::string text) {
+std::string shown(const std::string& text) {
   if (text.size() <= kLongestShown) return text;
-  const std::size_t bytes = text.size();
-  text.resize(kLongestShown);
-  while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0x80) != 0) text.pop_back();
-  return text + "... (" + std::to_string(bytes) + " bytes)";
+  return std::string(utf8_cut(text, kLongestShown)) + "... (" + std::to_string(text.size()) + " bytes)";
 }
 
 std::string difference(std::string_view place, const json::value& was, const json::value& is) {

@@ -54,6 +54,10 @@ bool read_item(const json::object& line, Item& ret_item, std::string& ret_error)
   if (line.contains("record") || line.contains("error")) return true;
   for (const auto& [key, kind] : kStepKeys) {
     if (!line.contains(key)) continue;
+    if (ret_item.line != nullptr) {
+      ret_error = "it has both \"" + ret_item.name + "\" and \"" + std::string(key) + "\"";
+      return false;
+    }
     if (!has_text(line, key)) {
       ret_error = "\"" + std::string(key) + "\" is not a text";
       return false;

@@ -208,7 +208,7 @@ void call(Function& function, void* ret, void* const* args, const std::size_t* s
     forward(function, ret, args, sizes);
   }
   if (signature.result->is_signed && signature.result->shape == Shape::kInteger) {
-    if (const Integer result = integer_load(*signature.result, ret); result.negative)
+    if (const Integer result = integer_load(*signature.result, ret); result.negative || fails)
       note_failure(function, static_cast<std::int64_t>(result.bits), fails);
   }
 

@@ -151,6 +151,9 @@ def check_document(project, document):
         for link in pattern.finditer(prose):
             fault = link_fault(project, document, link["inline"] or link["reference"])
             faults.append((prose.count("\n", 0, link.start()) + 1, fault))
+    for number, line in enumerate(text.splitlines(), 1):
+        if re.match(r"(<{7}|>{7}) ", line):
+            faults.append((number, "a merge was left open here"))
     for line, code in code_lines(text):
         faults += [(line, fault) for fault in code_faults(project, code)]
     return [f"{document}:{line}: {fault}" for line, fault in sorted({f for f in faults if f[1]})]
@@ -189,6 +192,7 @@ BASE = {"Makefile": "run: build\n\ttool $(ARGS)\ntest:\n\trun $(STAGE)\n",
         "src/tool.py": "", "src/part/tool.py": "", "src/part/entry.cpp": "", "src/part/items/media.cpp": ""}
 CASES = [
     ("[a](docs/a.md), [b](docs/a.md#one-two-three) ![c](docs/a.png) [d](https://a.b/c) [e](docs)", None),
+    ("<<<<<<< HEAD\none\n=======\ntwo\n", "a merge was left open"),
     ("[a](#here)\n## Here\n", None), ("[a](##here)\n## Here\n", "no such heading"),
     ("[a](docs/b.md)", "no docs/b.md"), ("[a]( docs/b.md \"b\" )", "no docs/b.md"),
     ("![a](docs/b.png)", "no docs/b.png"),

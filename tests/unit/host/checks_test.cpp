@@ -5,6 +5,7 @@
 
 #include <boost/json.hpp>
 
+#include "base/text.h"
 #include "reasons.h"
 
 namespace {
@@ -152,7 +153,9 @@ TEST(Checks, HugeRequestsGetFewAndShortFindings) {
   // A character is not cut in two.
   std::string text = "x";
   for (int i = 0; i < 100; ++i) text += "\u00e4";
-  EXPECT_TRUE(json_is_whole(json_quote(set("/level", R"({"REQUEST":"MODIFY","VALUE":")" + text + "\"}"))));
+  EXPECT_TRUE(is_utf8(set("/level", R"({"REQUEST":"MODIFY","VALUE":")" + text + "\"}")));
+  EXPECT_EQ(set("/code", "{\"REQUEST\":\"MODIFY\",\"VALUE\":\"\u00e4\u00e4\"}"),
+            "VALUE has 4 bytes; the set takes the first 3, \"\u00e4\"");
 }
 
 TEST(Reasons, ThePlatformsSentenceComesFirst) {
@@ -165,6 +168,9 @@ TEST(Reasons, ThePlatformsSentenceComesFirst) {
             "101 is too much (a_set_level returned -1)");
   EXPECT_EQ(reason_of({.ret = -1, .failure = &failure, .log = "dtv_tv: the set is off; nothing was changed\n"}),
             "the set is off; nothing was changed (a_set_level returned -1)");
+  // A line of another function is about another call.
+  EXPECT_EQ(reason_of({.ret = -1, .failure = &failure, .log = "dtv_tv: a_get_level: no such level\n"}),
+            "the platform refused: a_set_level returned -1");
   EXPECT_EQ(reason_of({.ret = -1, .failure = &failure}), "the platform refused: a_set_level returned -1");
 }
 
@@ -185,7 +191,11 @@ TEST(Reasons, WithoutAFailedCallTheRequestIsExplained) {
   EXPECT_EQ(reason_of({.ret = -2, .example = "{}"}), "an argument is wrong or missing; this URI takes {}");
   EXPECT_EQ(reason_of({.ret = -1, .log = "[TVC_API][decode][12] --> IDS type is NOT array!\r\n"}),
             "the plugin reports: IDS type is NOT array!");
-  EXPECT_EQ(reason_of({.ret = 13}), "the USB storage is still being scanned");
+  EXPECT_EQ(reason_of({.ret = 13}),
+            "the set answered 13; as a code of the plugin it means: the USB storage is still being scanned");
+  EXPECT_EQ(reason_of({.ret = -5, .tapped = false}),
+            "the set answered -5; as a code of the plugin it means: unknown URI");
+  EXPECT_EQ(reason_of({.ret = -5}), "unknown URI");
 }
 
 }  // namespace

@@ -247,7 +247,7 @@ export function createClient(options: ClientOptions): Client {
       if (typeof event.data === "string") receive(event.data);
     };
     opened.onclose = () => {
-      if (!closed && socket === opened) lose(Date.now());
+      if (!closed && socket === opened) lose(heardAt);
     };
   }
 

@@ -28,10 +28,11 @@ const same = (one: Request, other: Request): boolean =>
   one.uri === other.uri &&
   JSON.stringify(one.parameter) === JSON.stringify(other.parameter);
 
-/** Puts a request first. What could be a PIN is not kept. */
+/** Puts a request first. What could have a PIN or a password is not kept. */
 export function remember({ method, uri, parameter }: Request) {
   const request: Request = { method, uri, ...(parameter ? { parameter } : {}) };
-  if (/password|pin_code/.test(uri) || JSON.stringify(request).length > mostCharacters) return;
+  const text = JSON.stringify(request);
+  if (/password|pin/i.test(text) || text.length > mostCharacters) return;
   // Another tab may have added requests.
   history.value = [request, ...read().filter((each) => !same(each, request))].slice(0, mostRequests);
   store(storageKey, history.value);

@@ -102,11 +102,11 @@ const Source = ({ now: { source, sources } }: Props) => (
       <select
         class="select"
         aria-label={label("IDS_SOURCE")}
-        value={source}
+        value={String(sources.find(({ name }) => name === source)?.number ?? "")}
         onChange={(event) => void send("source", event.currentTarget.value)}
       >
         {sources.map(({ number, name, device, signal }) => (
-          <option key={number} value={name}>
+          <option key={number} value={String(number)}>
             {[name, device, signal ? label("IDS_SIGNAL") : undefined].filter(Boolean).join(" · ")}
           </option>
         ))}
