@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
 import { ctl, dtvctl, fakeHost, result, run, stateFolder } from './cli_support.mjs';
-import { sharedHost } from './host_support.mjs';
+import { sanitized, sharedHost } from './host_support.mjs';
 
 const volume = '/tv/cast/volume/volume';
 const mute = '/tv/cast/volume/mute';
@@ -53,7 +53,8 @@ test('every example is a line that dtvctl and the set understand', async (t) => 
   // The requests go to a host that only looks at them.
   const list = JSON.stringify({ ...(await description()), results: [] });
   const looking = await fakeHost(t, ({ id, method }, send) => send(result(id, method === 'list' ? list : '{"ret":0,"response":null}')));
-  const lines = examples.filter((line) => !line.startsWith('dtvctl watch'));
+  // A program takes long to start in a sanitizer's build, and all run the same code.
+  const lines = examples.filter((line) => !line.startsWith('dtvctl watch')).filter((_, index) => !sanitized || index % 6 === 0);
   const script = lines.map((line) => `${line} >/dev/null || echo "$? ${line.replaceAll('"', '')}"`).join('\n');
   const env = { DTV_HOST: looking.address, PATH: `${dtvctl.replace(/\/[^/]*$/, '')}:${process.env.PATH}`, HOME: folder };
   const { code, stdout, stderr } = await run('bash', ['-c', script], { env });
