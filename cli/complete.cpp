@@ -32,7 +32,7 @@ const OptionRow* find_option(std::string_view name) {
   return row == rows.end() ? nullptr : &*row;
 }
 
-// Whether options may stand here: "tv fault" has options of its own, and behind "--" there are none.
+// Whether the next word may be an option of dtvctl. "tv fault" has options of its own, and no option follows "--".
 bool has_options(const Line& line) {
   return !line.dashes && !(line.command == "tv" && !line.words.empty() && line.words[0] == "fault");
 }
@@ -158,7 +158,7 @@ Names members_of(Session& session, const json::value& description, const std::st
 
 // ---- The television's commands ----
 
-// Literal words are in lower case; a word in capitals stands for a value.
+// The user types a word in lower case literally, and a value in place of a word in capitals.
 bool is_literal(const std::string& word) {
   return std::ranges::none_of(word, [](unsigned char c) { return c >= 'A' && c <= 'Z'; });
 }

@@ -33,7 +33,7 @@ bool has(const json::object& row, std::string_view list, std::string_view word) 
          std::ranges::find(found->get_array(), json::value(word)) != found->get_array().end();
 }
 
-// What is shown of one URI.
+// The parts of the description that "describe" prints for one URI.
 struct Subject {
   const json::object* row = nullptr;
   std::string uri;
@@ -221,14 +221,14 @@ void print_use(const Subject& subject, std::string_view use) {
   const bool effect = is_on(*subject.row, use);
   print_line(paint(Paint::kTitle, use, output) + (effect ? "" : " (accepted, without effect)"));
   if (use == "get") {
-    print_members("may be asked with", member_rows(subject, member(subject.type, "query")));
+    print_members("takes", member_rows(subject, member(subject.type, "query")));
     print_members("answers", member_rows(subject, member(subject.type, "response")));
   } else if (use == "set") {
     const json::value* const set = member(subject.type, "set");
     print_members("takes", member_rows(subject, member(set, "fields")));
   } else {
     const json::value* const notify = member(subject.type, "notify");
-    print_members("tells", member_rows(subject, member(notify, "fields")));
+    print_members("sends", member_rows(subject, member(notify, "fields")));
   }
   print_line("example");
   print_line("  " + example(subject, use));

@@ -175,7 +175,7 @@ int run_describe(const Options& options, Session& session, ShellWords words, Fai
 // ---- complete.cpp ----
 
 // Prints what the last word may become, given the words before it, one per line: for the shell's Tab key. A line
-// "\tfiles" or "\tfolders" stands for the names in the file system.
+// "\tfiles" or "\tfolders" makes the shell complete names of files or folders.
 int run_complete(const Options& options, ShellWords words);
 
 // ---- screen.cpp ----

@@ -298,7 +298,7 @@ int main(int count, char** values) {
   if (const char* host = std::getenv("DTV_HOST"); host != nullptr && *host != '\0') invocation.options.host = host;
   if (const char* token = std::getenv("DTV_TOKEN"); token != nullptr) invocation.options.token = token;
   std::vector<std::string> arguments(values + 1, values + count);
-  if (!arguments.empty() && arguments[0] == "complete")  // for dtvctl.bash, so that it stands in no help
+  if (!arguments.empty() && arguments[0] == "complete")  // only dtvctl.bash calls it, so the help does not list it
     return run_complete(invocation.options, std::span(arguments).subspan(1));
   std::string wrong;
   switch (parse(arguments, invocation, wrong)) {

@@ -204,7 +204,7 @@ bool run_until(Connection& connection, std::optional<Clock::time_point> until, D
   return true;
 }
 
-// The same for what the host is to answer. On a terminal, the user is told once that the program waits.
+// Like run_until, for an answer of the host. On a terminal it prints once that the program waits.
 template <typename Done>
 bool run_patiently(Connection& connection, Clock::time_point until, Done done) {
   const Clock::time_point patience = Clock::now() + kPatience;

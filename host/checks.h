@@ -66,7 +66,7 @@ struct Finding {
   bool refused;      // the set refuses it; else it succeeds and does less or something else
 };
 
-// At most this many findings of one request are told.
+// The most findings that a reply has for one request.
 inline constexpr std::size_t kMostFindings = 8;
 
 // Each compares one request. parameter: JSON text of the object, empty for none.

@@ -17,7 +17,7 @@ const silent = new Set(
     "role rx scope src step stroke stroke-linecap stroke-linejoin stroke-width style tabIndex target tone transform type value " +
     "viewBox when width x y cx cy").split(" "),
 );
-// Elements whose content is typed or pressed as it stands, whatever the language.
+// Elements whose content the user types or presses literally, so it is the same in every language.
 const verbatim = new Set(["code", "kbd", "pre"]);
 // Functions whose argument is a selector.
 const selecting = new Set(["closest", "matches", "querySelector", "querySelectorAll"]);

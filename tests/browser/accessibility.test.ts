@@ -41,7 +41,7 @@ type Step = (page: Page, host: Host) => Promise<void>;
 /** A view asks the set when it opens. What comes later than this is not looked at. */
 const asItOpens: Step = (page) => page.waitForTimeout(600);
 
-/** By the view's identifier: what is opened in it, one thing after the other. Any other view is looked at as it opens. */
+/** Steps that fill a view before axe examines it, by the view's identifier. A view without steps is examined as it opens. */
 const inside: Record<string, Step[]> = {
   request: [
     asItOpens,

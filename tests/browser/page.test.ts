@@ -44,10 +44,10 @@ test.describe("after the host was killed", () => {
   });
 });
 
-test.describe("a host that was killed before it answered", () => {
+test.describe("when a host was killed before it answered", () => {
   test.use({ allowedErrors: [/WebSocket connection to .* failed/] });
 
-  test("is asked for the trace again by the next connection", async ({ host, open }) => {
+  test("the page requests the trace again after it has reconnected", async ({ host, open }) => {
     const page = await open();
     await page.getByRole("button", { name: "Calls" }).click();
     host.pause();

@@ -1,4 +1,4 @@
-// What dtvctl tells of URIs and commands, and why a request was refused.
+// What dtvctl prints about URIs and commands, and about a request that was refused.
 import assert from 'node:assert/strict';
 import { test } from 'node:test';
 
@@ -26,7 +26,7 @@ test('describe: help, values, members with ranges, and a line to copy for each r
   assert.match(text, /^ {2}dtvctl get \/tv\/cast\/volume\/mute$/m);
   assert.match(text, /^ {2}dtvctl set \/tv\/cast\/volume\/mute 0$/m);
   assert.match(await done('describe', '/tv/menu/common_setting/utc_time'), /^ {2}Unit: s$/m);
-  assert.match(await done('describe', volumeNotify), /^notify\ntells\n {2}volValue [^]*^ {2}dtvctl watch \/tv\/ws\/notify\/volume_ctrl$/m);
+  assert.match(await done('describe', volumeNotify), /^notify\nsends\n {2}volValue [^]*^ {2}dtvctl watch \/tv\/ws\/notify\/volume_ctrl$/m);
   // Of the members, those of other operations are named with their condition.
   assert.match(await done('describe', '/tv/cbrowser/playback_operator'), /^ {2}seek_time .*\(only with operator=timeSeek\)$/m);
   assert.match(await done('describe', '/tv/brdcast/chg_channel'), /^ {2}dtvctl set \/tv\/brdcast\/chg_channel CH_ID=1$/m);

@@ -13,7 +13,7 @@ function matches(query: string): ReadonlySignal<boolean> {
 const oneColumn = matches("(max-width: 759px)");
 const twoColumns = matches("(max-width: 1119px)");
 
-/** The view whose tab is the chosen one: what is shown, or the request for several columns together. */
+/** The view whose tab is marked as chosen: the visible view; the request where several columns are visible together. */
 export const shownTab = computed((): string => {
   if (onPage.value || oneColumn.value) return view.value;
   return twoColumns.value && view.value === "live" ? "live" : "request";

@@ -49,7 +49,7 @@ const shared = {
   IDS_VOLUME: "Volume",
 };
 
-/** By id: what is shown where the television has no text. */
+/** The English texts by id. The page shows them where the television has no text. */
 export const english: Record<string, string> = { ...shared };
 /** By id: the texts that the television has. */
 export const texts = signal<Readonly<Record<string, string>>>({});

@@ -27,7 +27,7 @@ export function ask(question: Question): Promise<boolean> {
   });
 }
 
-/** The dialog of `ask`. The safe answer has the focus, and is that of the Escape key. */
+/** The dialog of `ask`. The safe answer has the focus, and the Escape key gives it. */
 export function QuestionDialog({ cancel }: { cancel: string }) {
   const dialog = useRef<HTMLDialogElement>(null);
   const question = asked.value;

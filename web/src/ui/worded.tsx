@@ -1,7 +1,7 @@
 import { Fragment } from "preact";
 
 interface WordedProps {
-  /** What is between backquotes is typed or pressed as it stands: "press `Esc`". */
+  /** Text between backquotes is what the user types or presses literally: "press `Esc`". */
   text: string;
   as: "code" | "kbd";
 }

@@ -203,7 +203,7 @@ export function textOfValue({ names }: ConfigEntry, value: Json): string {
   return value === "" ? "“”" : (names?.[String(value)] ?? String(value));
 }
 
-/** Whether an action changes values, so that a viewer is asked before. */
+/** Whether an action changes values. The page asks the viewer before it sends such an action. */
 export const isDestructive = ({ kind, key }: ConfigEntry): boolean => kind === "action" && /__(reset|clear)_/.test(key);
 
 /** The value of a typed text, or why it cannot be sent. The television checks the limits. */
