@@ -299,7 +299,11 @@ int main(int count, char** values) {
   if (const char* token = std::getenv("DTV_TOKEN"); token != nullptr) invocation.options.token = token;
   std::vector<std::string> arguments(values + 1, values + count);
   if (!arguments.empty() && arguments[0] == "complete")  // only dtvctl.bash calls it, so the help does not list it
-    return run_complete(invocation.options, std::span(arguments).subspan(1));
+    try {
+      return run_complete(invocation.options, std::span(arguments).subspan(1));
+    } catch (const std::exception&) {  // an odd reply of a host: then there is nothing to offer
+      return kExitProtocol;
+    }
   std::string wrong;
   switch (parse(arguments, invocation, wrong)) {
     case Parsed::kHelp:

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::string_view kCaptureUsage = "usage: capture start | capture stop | capture status";
+constexpr std::string_view kCaptureUsage = "usage: capture start | capture stop | capture status | capture case";
 
 }  // namespace
 

@@ -2,7 +2,8 @@
 // the tap's platform calls and callbacks. record/record.h describes the lines.
 //
 // The lines go to a file without a name in the state folder, whose size is bounded. The latest record stays until the
-// next one begins. Every function may be called on any thread; while nothing is recorded, each costs one load.
+// next one begins. Every function may be called on any thread; while nothing is recorded, those for requests cost one
+// load, and the one for subscriptions takes the mutex.
 #pragma once
 
 #include <atomic>

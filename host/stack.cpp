@@ -122,7 +122,7 @@ constexpr struct {
   const char* arguments;
   const char* help;
 } kFaultHelp[] = {{"fault", "FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES]",
-                   "Makes a function of the TV API misbehave"},
+                   "Makes a function of the TV API misbehave; replaces its earlier fault"},
                   {"fault", "[FUNCTION] --clear", "Lets one function, or all, behave again"},
                   {"faults", "", "Lists the faults that are set"},
                   {"faults", "functions [TEXT...]", "Lists the functions that faults can be set on"}};

@@ -98,9 +98,11 @@ void stack_stop(Stack& stack);
 
 // Carries out one control command, a JSON array of words such as ["volume","up"], and returns a JSON object.
 // In addition to the virtual television's commands there are, through the tap:
-//   fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback]   sets a fault
+//   fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES]
+//                                                                     sets a fault, in place of an earlier one
 //   fault FUNCTION --clear | fault --clear                            clears one, or all
 //   faults                                                            lists them
+//   faults functions [TEXT...]                                        lists the functions
 std::string stack_control(const Stack& stack, const std::string& command);
 
 // What commands share: their words, {"error": text}, and a row in the reply to "help".

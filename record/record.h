@@ -1,4 +1,4 @@
-// Records of what happened at the plugin's two boundaries, as dtv-host writes them: JSON lines, in any order.
+// Records of what happened at the plugin's two boundaries, as dtv-host writes them: JSON lines. Their order counts.
 //
 //   {"record":1,"device":true}                                       the first line
 //   {"seq":1,"t":9,"thread":1,"start":"a_dtv_jsp_init","ret":0}      a start-up function

@@ -91,7 +91,7 @@ export async function download(path: string, name: string) {
   }
 }
 
-// The header shows what another page or a shell has begun. A page without a token may not ask.
+// When the page connects, the header learns what another page or a shell has begun. A page without a token may not ask.
 effect(() => {
   if (connection.value.name === "open" && token() !== null) readCapture().catch(() => undefined);
 });

@@ -33,8 +33,9 @@ export function remember({ method, uri, parameter }: Request) {
   const request: Request = { method, uri, ...(parameter ? { parameter } : {}) };
   const text = JSON.stringify(request);
   if (/password|pin/i.test(text) || text.length > mostCharacters) return;
-  // Another tab may have added requests.
-  history.value = [request, ...read().filter((each) => !same(each, request))].slice(0, mostRequests);
+  // Another tab may have added requests. A browser without storage keeps this page's own.
+  const known = read();
+  history.value = [request, ...(known.length > 0 ? known : history.peek()).filter((each) => !same(each, request))].slice(0, mostRequests);
   store(storageKey, history.value);
 }
 
