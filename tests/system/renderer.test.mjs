@@ -25,25 +25,39 @@ const host = sharedHost();
 
 // ---- A controller ----
 
-// Searches on the loopback for devices of a type. Resolves with the location of the first one, or with undefined after a
-// search without an answer.
-function search(type, { seconds = 20 } = {}) {
+// What the device at a location says about itself.
+async function describe(location) {
+  const text = await (await fetch(location)).text();
+  const element = (name) => new RegExp(`<${name}>(.*?)</${name}>`).exec(text)?.[1];
+  return { location, name: element('friendlyName'), udn: element('UDN') };
+}
+
+// Searches on the loopback for the renderer of this name: other tests' hosts have renderers there, too. Resolves with its
+// description, or with undefined after a search in which it did not answer.
+function search(name, { seconds = 20 } = {}) {
   return new Promise((resolve, reject) => {
     const socket = createSocket('udp4');
-    const message = ['M-SEARCH * HTTP/1.1', 'HOST: 239.255.255.250:1900', 'MAN: "ssdp:discover"', 'MX: 1', `ST: ${type}`, '', ''].join('\r\n');
+    const message = ['M-SEARCH * HTTP/1.1', 'HOST: 239.255.255.250:1900', 'MAN: "ssdp:discover"', 'MX: 1', `ST: ${renderers}`, '', ''].join('\r\n');
     const again = setInterval(() => socket.send(message, 1900, '239.255.255.250'), 500);
+    let ended = false;
     const end = (result) => {
+      if (ended) return;
+      ended = true;
       clearInterval(again);
       clearTimeout(limit);
       socket.close();
       resolve(result);
     };
     const limit = setTimeout(() => end(undefined), seconds * 1000);
+    const asked = new Set();
     socket.on('error', reject);
     socket.on('message', (answer) => {
       const text = answer.toString();
-      const location = /^LOCATION: *(\S+)/im.exec(text);
-      if (location && text.includes(type)) end(location[1]);
+      const location = /^LOCATION: *(\S+)/im.exec(text)?.[1];
+      if (!location || !text.includes(renderers) || asked.has(location)) return;
+      asked.add(location);
+      const forget = () => asked.delete(location); // another test's renderer may have gone before it was asked
+      describe(location).then((device) => device.name === name && end(device), forget);
     });
     socket.bind(0, '127.0.0.1', () => {
       socket.setMulticastInterface('127.0.0.1');
@@ -52,14 +66,15 @@ function search(type, { seconds = 20 } = {}) {
   });
 }
 
-// Collects the announcements on the loopback of a device's type.
-function announcements(t, type) {
+// Collects what renderers announce on the loopback: {udn, what}.
+function announcements(t) {
   const collected = [];
   const socket = createSocket({ type: 'udp4', reuseAddr: true });
   t.after(() => socket.close());
   socket.on('message', (message) => {
     const text = message.toString();
-    if (text.startsWith('NOTIFY') && text.includes(type)) collected.push(/^NTS: *(\S+)/im.exec(text)?.[1]);
+    if (!text.startsWith('NOTIFY') || !text.includes(renderers)) return;
+    collected.push({ udn: /^USN: *(uuid:[^:\s]+)/im.exec(text)?.[1], what: /^NTS: *(\S+)/im.exec(text)?.[1] });
   });
   return new Promise((resolve) => {
     socket.bind(1900, '239.255.255.250', () => {
@@ -67,6 +82,13 @@ function announcements(t, type) {
       resolve(collected);
     });
   });
+}
+
+// Gives the set a name that no other test's set has.
+async function nameTheSet(client) {
+  const unique = `set-${process.pid}`;
+  await client.tv(`config g_misc__tv_network_name ${unique}`);
+  return unique;
 }
 
 function controller(location) {
@@ -136,12 +158,13 @@ async function subscribe(t, location, service) {
 
 test('a controller drives an application, which tells it how it plays', async (t) => {
   const application = await viewer(t, host);
-  const heard = await announcements(t, renderers);
-  assert.equal(await search(renderers, { seconds: 3 }), undefined);
+  const heard = await announcements(t);
+  const name = await nameTheSet(application);
+  assert.equal(await search(name, { seconds: 3 }), undefined);
   await application.subscribe(notices);
   const { instance } = await application.item(uri('dmr_init'));
   assert.ok(instance > 0);
-  const location = await search(renderers);
+  const { location, udn } = await search(name);
   assert.match(location, /^http:\/\/127\.0\.0\.1:\d+\/description\.xml$/);
   const remote = controller(location);
   const transport = await subscribe(t, location, 'AVTransport');
@@ -184,8 +207,9 @@ test('a controller drives an application, which tells it how it plays', async (t
 
   await application.set(uri('dmr_deinit'), { instance });
   await application.refused(uri('dmr_sync_play_state'), { instance, playState: state.stopped, url: '', value: 0 });
-  await until(() => heard, (all) => all.includes('ssdp:byebye'), 'the announcement that the renderer has gone');
-  assert.ok(heard.includes('ssdp:alive'));
+  const announced = () => heard.filter((each) => each.udn === udn).map(({ what }) => what);
+  await until(announced, (all) => all.includes('ssdp:byebye'), 'the announcement that the renderer has gone');
+  assert.ok(announced().includes('ssdp:alive'));
   await assert.rejects(remote.getTransportInfo());
 });
 
@@ -225,15 +249,16 @@ before((t) => {
 
 async function renderer(t) {
   const client = await viewer(t, host);
+  const name = await nameTheSet(client);
   await client.tv('renderer on');
   const { description } = await until(() => client.tv('renderer'), (shown) => shown.description, 'the renderer');
-  return { client, location: description, remote: controller(description) };
+  return { client, name, location: description, remote: controller(description) };
 }
 
 test('the set plays what a controller sends, and the controller follows it', async (t) => {
   const film = await serve(t);
-  const { client, location, remote } = await renderer(t);
-  assert.equal(await search(renderers), location);
+  const { client, name, location, remote } = await renderer(t);
+  assert.equal((await search(name)).location, location);
   const transport = await subscribe(t, location, 'AVTransport');
   await remote.load(film('long.mp4'), { autoplay: true, contentType: 'video/mp4', metadata: { title: 'A test picture', type: 'video' } });
   await transport.is('TransportState', 'PLAYING');
