@@ -50,7 +50,5 @@ const NotLoaded = () => (
   </section>
 );
 
-/** Loads the code of all panels, one after the other, so that they are there at once when they are shown. */
-export async function loadPanels() {
-  for (const load of loads) await load();
-}
+/** Loads the code of all panels, so that they are there at once when they are shown. */
+export const loadPanels = () => Promise.all(loads.map((load) => load()));
