@@ -10,7 +10,7 @@ namespace {
 
 // The text compressed by gzip; empty when there is no memory for it.
 std::string gzip(std::string_view text) {
-  constexpr int kGzipWindow = 15 + 16;  // the largest window; 16 stands for gzip's header and trailer
+  constexpr int kGzipWindow = 15 + 16;  // the largest window; 16 adds gzip's header and trailer
   constexpr int kUsualMemory = 8;
   z_stream stream{};
   if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindow, kUsualMemory, Z_DEFAULT_STRATEGY) != Z_OK)
