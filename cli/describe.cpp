@@ -17,12 +17,6 @@ constexpr std::size_t kExampleMembers = 4;
 // Behind this, the help of a member names a value.
 constexpr std::string_view kSuchAs = "such as ";
 
-const json::value* member(const json::value* value, std::string_view key) {
-  const json::value* const found =
-      value != nullptr && value->is_object() ? value->get_object().if_contains(key) : nullptr;
-  return found == nullptr || found->is_null() ? nullptr : found;
-}
-
 std::string text_of(const json::value* value, std::string_view key) {
   return value != nullptr && value->is_object() ? cell(value->get_object(), key) : "";
 }
