@@ -49,6 +49,7 @@ int run_list(const Options& options, Session& session, ShellWords words, Failure
   }
   if (!rows.empty()) print_table({"URI", "TYPE", "CAN", "ID", "HELP"}, rows);
   if (!any) say_none("URI", words);
+  if (!words.empty() && options.can.empty()) say_configuration_keys(session, words);
   return kExitOk;
 }
 
@@ -156,6 +157,12 @@ std::string check_uris(ShellWords words) {
   return "";
 }
 
+std::string check_describe(ShellWords words) {
+  for (const std::string& word : words)
+    if (std::string wrong = is_configuration_key(word) ? "" : check_uri({&word, 1}); !wrong.empty()) return wrong;
+  return words.empty() ? check_uri(words) : "";
+}
+
 std::string check_watch(ShellWords words) {
   const ShellWords uris = split_command(words).before;
   if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
@@ -248,7 +255,7 @@ constexpr Command kCommands[] = {
          "lists the uses that have an effect: get, set, notify; --can shows only the URIs with one of them. With\n"
          "--json prints one object per line, as the set describes it; its \"without_effect\" lists the requests that\n"
          "the set accepts without doing anything. If none matches, a message goes to standard error, and the exit\n"
-         "code is 0.\n"
+         "code is 0. So do the keys of the configuration with every TEXT in their name or help, without --can.\n"
          "\n"
          "  dtvctl list volume\n"
          "  dtvctl list --can get subtitle\n"
@@ -256,17 +263,21 @@ constexpr Command kCommands[] = {
      .run = run_list,
      .check = check_nothing},
     {.name = "describe",
-     .arguments = "URI...",
+     .arguments = "URI|KEY...",
      .summary = "Explains URIs: their requests, values and units, with an example of each",
      .help =
          "Shows what the URI is, and for each request the members with their kinds, ranges and named values, and a\n"
          "command line that can be copied. With --json prints one object per URI: its row of the list, with its item\n"
          "type under \"of_type\" and the command lines under \"examples\".\n"
+         "A KEY of the configuration, such as g_video__brightness, is explained as \"tv config KEY\" has it; that "
+         "takes\n"
+         "the host's token.\n"
          "\n"
          "  dtvctl describe /tv/cast/volume/mute\n"
-         "  dtvctl describe /tv/config/value_string /tv/key/irrc\n",
+         "  dtvctl describe /tv/config/value_string /tv/key/irrc\n"
+         "  dtvctl describe g_video__brightness\n",
      .run = run_describe,
-     .check = check_uris},
+     .check = check_describe},
     {.name = "functions",
      .arguments = "[TEXT...]",
      .summary = "Lists the functions of the TV API",

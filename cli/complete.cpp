@@ -235,6 +235,8 @@ Names next_of(const Line& line, const std::string& current) {
   if (line.help) return {};
   if (line.command == "describe" || line.command == "watch") {
     Session session = session_of_help(line.options);
+    if (line.command == "describe" && is_configuration_key(current))
+      return texts_of(help_of(session, {"config"}), "names");
     return uris_of(description_of(session), line.command == "watch" ? "notify" : "");
   }
   if (line.command == "record" || line.command == "replay" || line.command == "case") return {std::string(kFiles)};

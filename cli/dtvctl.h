@@ -196,6 +196,20 @@ bool asks_tv_help(ShellWords words);
 
 int run_describe(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
 
+// A word of a command line, quoted where the shell needs it.
+std::string shell_word(const std::string& word);
+
+// ---- configuration.cpp ----
+
+bool is_configuration_key(std::string_view word);
+
+// Says on standard error which keys of the configuration have every word in their names or help.
+void say_configuration_keys(Session& session, ShellWords words);
+
+// follows: a blank line comes first, since other descriptions have been printed.
+bool describe_configuration_key(const Options& options, Session& session, const std::string& key, bool follows,
+                                Failure& ret_failure);
+
 // ---- complete.cpp ----
 
 // Prints what the last word may become, given the words before it, one per line: for the shell's Tab key. A line

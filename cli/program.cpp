@@ -68,8 +68,11 @@ bool is_inner_command(ShellWords command) {
 std::string check_split_command(ShellWords words) {
   const ShellWords command = split_command(words).command;
   if (command.empty()) return std::ranges::find(words, "--") == words.end() ? "" : "which command, after --?";
-  if (!is_inner_command(command)) return "";
-  return std::ranges::find(commands(), command[0], &Command::name)->check(command.subspan(1));
+  const auto own = std::ranges::find(commands(), command[0], &Command::name);
+  if (is_inner_command(command)) return own->check(command.subspan(1));
+  if (own == commands().end()) return "";
+  return "the command after -- must be get, set or tv, or a program; a program \"" + command[0] +
+         "\" is named with its path";
 }
 
 pid_t program_start(const Options& options, ShellWords command, bool to_stderr, Failure& ret_failure) {

@@ -114,7 +114,7 @@ bool asks_tv_help(ShellWords words) { return words[0] == "help" || (words.size()
 
 int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   if (words.size() == 2 && (words[1] == "--help" || words[0] == "help"))
-    return show_usage(options, session, words[words[0] == "help" ? 1 : 0], ret_failure);
+    return show_usage(options, session, words[words[1] == "--help" ? 0 : 1], ret_failure);
   if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
   const json::object params{{"words", television_words(session, words)}};
   std::string answer;
