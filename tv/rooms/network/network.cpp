@@ -52,6 +52,7 @@ struct Interface {
   std::string name;
   InterfaceKind kind = InterfaceKind::kOther;
   bool runs = false;                // up, with a carrier
+  bool idle = false;                // a virtual one that is switched off: shown only if it has an address
   std::set<std::string> addresses;  // as "192.0.2.5/24"
 };
 
@@ -97,6 +98,11 @@ InterfaceKind kind_of(std::string_view name, const sockaddr_ll& link) {
   return link.sll_hatype == ARPHRD_ETHER ? InterfaceKind::kEthernet : InterfaceKind::kOther;
 }
 
+// Whether the interface belongs to a device of the machine.
+bool is_real(const char* name) {
+  return access((std::string("/sys/class/net/") + name + "/device").c_str(), F_OK) == 0;
+}
+
 bool read_facts(Facts& ret_facts) {
   ifaddrs* first = nullptr;
   if (getifaddrs(&first) != 0) {
@@ -115,6 +121,7 @@ bool read_facts(Facts& ret_facts) {
     interface.name = each->ifa_name;
     interface.kind = kind_of(each->ifa_name, link);
     interface.runs = (each->ifa_flags & IFF_UP) != 0 && (each->ifa_flags & IFF_RUNNING) != 0;
+    interface.idle = (each->ifa_flags & IFF_UP) == 0 && !is_real(each->ifa_name);
     named[each->ifa_name] = &interface;
   }
   for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
@@ -295,8 +302,12 @@ boost::json::object network_command(Arguments arguments) {
   const std::lock_guard guard(state.lock);
   // The thread may be late. Updating here posts the events of all that the reply shows.
   if (!update_facts()) return reply_see_log("the network cannot be read");
+  // The kernel may have made virtual interfaces that nobody uses. They are shown only where there is nothing else.
+  const auto is_used = [](const auto& each) { return !each.second.idle || !each.second.addresses.empty(); };
+  const bool any = std::ranges::any_of(state.facts, is_used);
   boost::json::object interfaces;
-  for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
+  for (const auto& each : state.facts)
+    if (!any || is_used(each)) interfaces[each.second.name] = shown(each.first, each.second);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
 }
 

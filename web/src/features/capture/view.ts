@@ -1,5 +1,5 @@
 import type { View } from "../../app/view";
-import { RecordIcon } from "../../ui/icons";
+import { FaultIcon } from "../../ui/icons";
 import { CapturePanel } from "./capture-panel";
 import { label } from "./words";
 
@@ -7,6 +7,6 @@ export const view: View = {
   id: "capture",
   title: () => label("IDS_CAPTURE"),
   order: 32,
-  icon: RecordIcon,
+  icon: FaultIcon,
   component: CapturePanel,
 };

@@ -1,7 +1,7 @@
 import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals";
 import { isForbidden, RpcError } from "../../app/rpc";
 import { getItem, RefusedError, setItem, television, textOf } from "../../app/session";
-import type { Json, JsonObject } from "../../lib/json";
+import { compactJson, type Json, type JsonObject } from "../../lib/json";
 import { label } from "./words";
 
 /**
@@ -44,7 +44,7 @@ export interface ConfigRow {
 const changedMs = 2500;
 
 const numberOf = (value: Json | undefined): number | undefined => (typeof value === "number" ? value : undefined);
-const same = (one: Json, other: Json): boolean => JSON.stringify(one) === JSON.stringify(other);
+const same = (one: Json, other: Json): boolean => compactJson(one) === compactJson(other);
 
 // ---- reading an entry
 

@@ -1,7 +1,7 @@
 import { connection } from "../../app/session";
 import { IconButton } from "../../ui/icon-button";
 import { SendIcon } from "../../ui/icons";
-import { forgetAll, history, recall } from "./history";
+import { forgetAll, history, recall, textOf } from "./history";
 import { send, strict } from "./outcomes";
 import { label } from "./words";
 
@@ -19,7 +19,7 @@ export function HistoryList() {
           <li key={index}>
             <button type="button" class="history-entry" onClick={() => recall(request)}>
               <b>{request.method}</b> {request.uri}
-              {request.parameter && <span class="quiet"> {JSON.stringify(request.parameter)}</span>}
+              {request.parameter && <span class="quiet"> {textOf(request)}</span>}
             </button>
             <IconButton
               label={label("IDS_SEND_AGAIN")}
