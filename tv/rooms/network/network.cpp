@@ -8,14 +8,17 @@
 // Ethernet frames is Ethernet, including bridges and virtual interfaces.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <linux/ethtool.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netpacket/packet.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,6 +27,7 @@
 #include <boost/json.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -98,9 +102,19 @@ InterfaceKind kind_of(std::string_view name, const sockaddr_ll& link) {
   return link.sll_hatype == ARPHRD_ETHER ? InterfaceKind::kEthernet : InterfaceKind::kOther;
 }
 
-// Whether the interface belongs to a device of the machine.
+// Whether the interface belongs to a device of the machine, such as a network card. What the kernel says of it does not
+// depend on the file systems that are mounted.
 bool is_real(const char* name) {
-  return access((std::string("/sys/class/net/") + name + "/device").c_str(), F_OK) == 0;
+  const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ethtool_drvinfo about{};
+  about.cmd = ETHTOOL_GDRVINFO;
+  ifreq request{};
+  std::strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
+  request.ifr_data = reinterpret_cast<char*>(&about);
+  const bool told = any >= 0 && ioctl(any, SIOCETHTOOL, &request) == 0;
+  if (any >= 0) close(any);
+  const std::string_view bus(about.bus_info, strnlen(about.bus_info, sizeof about.bus_info));
+  return told && !bus.empty() && bus != "N/A";  // "N/A": a bridge
 }
 
 bool read_facts(Facts& ret_facts) {

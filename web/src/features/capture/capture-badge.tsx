@@ -1,6 +1,7 @@
 import { usePolling } from "../../app/commands";
 import { show, view } from "../../app/navigation";
 import { token } from "../../lib/token";
+import { FaultIcon } from "../../ui/icons";
 import { faultCount, readCapture, status } from "./capture";
 import { label } from "./words";
 import "./capture.css";
@@ -43,8 +44,9 @@ function Active() {
       )}
       {replays && <span>{label("IDS_CAPTURE_REPLAY")}</span>}
       {count > 0 && (
-        <span>
-          <span class="capture-word">{label("IDS_FAULTS")} </span>
+        <span class="capture-runs">
+          <FaultIcon />
+          <span class="capture-word">{label("IDS_FAULTS")}</span>
           {count}
         </span>
       )}

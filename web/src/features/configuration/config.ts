@@ -221,7 +221,6 @@ export function valueOf({ kind }: ConfigEntry, typed: string): { value: Json } |
 /** Writes a value and reads it back. Returns whether the television accepted it; the row shows why not. */
 export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean> {
   const entry = row.entry.peek();
-  const limits = limitsOf(entry);
   try {
     await setItem(...requestFor(entry, value));
     row.problem.value = "";
@@ -229,11 +228,8 @@ export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean>
     await (entry.kind === "action" ? refreshConfig() : refreshKey(row.key));
     return true;
   } catch (reason) {
-    if (!(reason instanceof RefusedError)) row.problem.value = textOf(reason);
-    else {
-      const why = reason.reason;
-      row.problem.value = limits ? label("IDS_REFUSED_LIMITS", why, limits) : label("IDS_REFUSED", why);
-    }
+    // The limits stand beside the value.
+    row.problem.value = reason instanceof RefusedError ? label("IDS_REFUSED", reason.reason) : textOf(reason);
     return false;
   }
 }

@@ -2,7 +2,7 @@ import { connection } from "../../app/session";
 import { IconButton } from "../../ui/icon-button";
 import { SendIcon } from "../../ui/icons";
 import { forgetAll, history, recall, textOf } from "./history";
-import { send, strict } from "./outcomes";
+import { send, strict, waiting } from "./outcomes";
 import { label } from "./words";
 
 /** The latest requests: each can be opened in the form of its URI, or sent again as it was. */
@@ -23,7 +23,7 @@ export function HistoryList() {
             </button>
             <IconButton
               label={label("IDS_SEND_AGAIN")}
-              disabled={connection.value.name !== "open"}
+              disabled={connection.value.name !== "open" || waiting.value.has(request.uri)}
               onClick={() => {
                 recall(request);
                 void send({ ...request, strict: strict.peek() });
