@@ -46,7 +46,7 @@ function Active() {
       {count > 0 && (
         <span class="capture-runs">
           <FaultIcon />
-          <span class="capture-word">{label("IDS_FAULTS")}</span>
+          <span class="capture-word">{label("IDS_FAULTS")} </span>
           {count}
         </span>
       )}
