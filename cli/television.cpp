@@ -43,6 +43,7 @@ struct PathWord {
 
 constexpr bool kOnStick = true;
 constexpr PathWord kPathWords[] = {{"stick", "insert", 2, PathIf::kAlways},
+                                   {"stick", "folders", 2, PathIf::kAlways},
                                    {"stick", "remove", 2, PathIf::kHasSlash},
                                    {"antenna", "", 1, PathIf::kExists},
                                    {"channels", "import", 2, PathIf::kExists},
