@@ -33,7 +33,7 @@ test("the set's state is shown, changes by itself, and each part has its control
   expect(await chosen()).toBe("Off");
   await sleep.selectOption({ label: "30 min" });
   await expect.poll(chosen).toBe("30 min");
-  // What is left is shown, even where it is none of the choices.
+  // The time that is left is shown, although the menu does not offer it.
   await host.dtvctl("tv", "clock", "sleep", "1000");
   await expect.poll(chosen).toBe("17 min");
   await sleep.selectOption({ label: "Off" });

@@ -228,7 +228,7 @@ export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean>
     await (entry.kind === "action" ? refreshConfig() : refreshKey(row.key));
     return true;
   } catch (reason) {
-    // The limits stand beside the value.
+    // The line of the value shows its limits already.
     row.problem.value = reason instanceof RefusedError ? label("IDS_REFUSED", reason.reason) : textOf(reason);
     return false;
   }

@@ -17,7 +17,7 @@ const message = (call: Call): JsonObject => ({ jsonrpc: "2.0", id: 1, method: ca
 /** A parameter on one line, as it was typed. */
 const parameterText = ({ params: { parameter }, typed }: Call): string => (typed ? minifyJson(typed) : compactJson(parameter!));
 
-/** The message on one line, if a JavaScript value cannot stand for what was typed, such as a number of 17 digits; else "". */
+/** The message on one line, if JSON.stringify could not write what was typed, such as a number of 17 digits; else "". */
 function exactMessage(call: Call): string {
   if (!call.typed) return "";
   const text = parameterText(call);

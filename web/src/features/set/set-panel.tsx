@@ -174,7 +174,7 @@ const sleepMinutes = [0, 15, 30, 60, 90, 120];
 
 const Sleep = ({ now: { clock } }: Props) => {
   const left = Math.ceil(clock.sleep_seconds / 60);
-  // The menu shows what is left, which is one of its choices only at the beginning.
+  // The menu also offers the time that is left, so that it can show it.
   const choices = [...new Set([...sleepMinutes, left])].sort((one, other) => one - other);
   return (
     <Part id="sleep" title={label("IDS_SLEEP_TIMER")} command="clock sleep 1800">
