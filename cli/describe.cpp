@@ -52,6 +52,15 @@ std::string values_text(const json::value* values) {
   return absl::StrJoin(texts, ", ");
 }
 
+// The range of a number: the member's own, the URI's for its VALUE, or the kind's. kind: its row.
+std::string range_text(const Subject& subject, const json::value& field, const json::value* kind) {
+  const json::value uri = text_of(&field, "key") == "VALUE" ? json::value(*subject.row) : json::value();
+  for (const json::value* const row : {&field, &uri, kind})
+    if (const std::string least = text_of(row, "minimum"); !least.empty())
+      return ", " + least + " to " + text_of(row, "maximum");
+  return "";
+}
+
 // The kind of a member with its range: "int32, -2147483648 to 2147483647", "text of at most 31 bytes".
 std::string kind_text(const Subject& subject, const json::value& field) {
   std::string kind = text_of(&field, "kind");
@@ -61,9 +70,34 @@ std::string kind_text(const Subject& subject, const json::value& field) {
     kind += " of at most " + limit + " bytes";
   else if (const std::string count = text_of(&field, "count"); is_array && !count.empty())
     kind += " of at most " + count;
-  else if (const std::string least = text_of(row, "minimum"); !least.empty() && kind != "double")
-    kind += ", " + least + " to " + text_of(row, "maximum");
+  else if (kind != "double")
+    kind += range_text(subject, field, row);
   return kind;
+}
+
+// Of each group of members, a request needs one.
+const json::array& needs_of(const Subject& subject, std::string_view use) {
+  static const json::array none;
+  const json::value* const needs = subject.row->if_contains(std::string(use) + "_needs");
+  return needs == nullptr || !needs->is_array() ? none : needs->get_array();
+}
+
+// What a request needs of a member: "needed", "needed without cfgItem"; empty: nothing.
+std::string need_text(const Subject& subject, std::string_view use, const std::string& key) {
+  for (const json::value& group : needs_of(subject, use)) {
+    if (!group.is_array()) continue;
+    bool named = false;
+    std::vector<std::string> others;
+    for (const json::value& other : group.get_array()) {
+      if (!other.is_string()) continue;
+      if (other.get_string() == key)
+        named = true;
+      else
+        others.emplace_back(other.get_string());
+    }
+    if (named) return others.empty() ? "needed" : "needed without " + absl::StrJoin(others, " and ");
+  }
+  return "";
 }
 
 // What a member is for, with its unit, its values and its condition. The URI's own unit and values are those of VALUE.
@@ -86,20 +120,24 @@ std::string help_text(const Subject& subject, const json::value& field) {
   return printable(text);
 }
 
-void add_members(const Subject& subject, const json::array& fields, const std::string& prefix, std::vector<Row>& rows) {
+// use: of the members of a request; empty for those of an answer.
+void add_members(const Subject& subject, std::string_view use, const json::array& fields, const std::string& prefix,
+                 std::vector<Row>& rows) {
   for (const json::value& field : fields) {
     const std::string key = prefix + text_of(&field, "key");
-    rows.push_back({"  " + printable(key), printable(kind_text(subject, field)), help_text(subject, field)});
+    const std::string need = need_text(subject, use, key);
+    rows.push_back({"  " + printable(key), printable(kind_text(subject, field)),
+                    (need.empty() ? "" : printable(need) + ": ") + help_text(subject, field)});
     if (const json::value* const inner = member(&field, "fields"); inner != nullptr && inner->is_array())
-      add_members(subject, inner->get_array(), key + ".", rows);
+      add_members(subject, use, inner->get_array(), key + ".", rows);
   }
 }
 
-// The members of a request as rows of a table.
-std::vector<Row> member_rows(const Subject& subject, const json::value* fields) {
+// The members of a request or of an answer as rows of a table.
+std::vector<Row> member_rows(const Subject& subject, const json::value* fields, std::string_view use = {}) {
   std::vector<Row> rows;
   if (fields != nullptr && fields->is_array())
-    add_members(subject, fields_of(fields->get_array(), subject.uri).get_array(), "", rows);
+    add_members(subject, use, fields_of(fields->get_array(), subject.uri).get_array(), "", rows);
   return rows;
 }
 
@@ -117,19 +155,23 @@ std::string shell_word(const std::string& word) {
   return quoted + "'";
 }
 
+// What a help names behind "such as"; empty: nothing.
+std::string named_in(const std::string& help) {
+  const std::size_t found = help.find(kSuchAs);
+  if (found == std::string::npos) return "";
+  const std::string named = help.substr(found + kSuchAs.size());
+  return named.substr(0, named.find_first_of(" ;,"));
+}
+
 // A value that the member takes: its first named one, one that its help names ("such as ..."), or one of its kind.
 std::string sample(const Subject& subject, const json::value& field) {
   const json::value* values = member(&field, "values");
   if (values == nullptr && text_of(&field, "key") == "VALUE") values = subject.row->if_contains("values");
   if (values != nullptr && values->is_array() && !values->get_array().empty())
     return text_of(&values->get_array()[0], "value");
-  const std::string help = text_of(&field, "help");
-  if (const std::size_t found = help.find(kSuchAs); found != std::string::npos) {
-    const std::string named = help.substr(found + kSuchAs.size());
-    return named.substr(0, named.find_first_of(" ;,"));
-  }
+  if (std::string named = named_in(text_of(&field, "help")); !named.empty()) return named;
   const std::string kind = json_kind(subject.kinds, &field);
-  return kind == "array" ? "[1]" : kind == "string" ? "text" : "1";
+  return kind == "array" ? "[1]" : kind == "object" ? "{}" : kind == "string" ? "text" : "1";
 }
 
 // Whether the help names the member as a word of its own.
@@ -152,8 +194,24 @@ bool fits(const json::value& field, const std::vector<std::string>& words) {
   return value == nullptr ? given == words.end() : given != words.end() && *given == key + text_of(when, "value");
 }
 
-// KEY=VALUE words: the members that the URI's help names, else the first ones.
-std::vector<std::string> example_words(const Subject& subject, const json::array& fields) {
+// KEY=VALUE words of the members that the request needs; of the first one, the value that the URI's help names.
+std::vector<std::string> needed_words(const Subject& subject, const json::array& fields, std::string_view use) {
+  std::vector<std::string> words;
+  for (const json::value& group : needs_of(subject, use)) {
+    if (!group.is_array() || group.get_array().empty() || !group.get_array()[0].is_string()) continue;
+    const std::string key(group.get_array()[0].get_string());
+    const auto field = std::ranges::find(fields, key, [](const json::value& each) { return text_of(&each, "key"); });
+    if (field == fields.end()) continue;
+    const std::string named = words.empty() ? named_in(cell(*subject.row, "help")) : "";
+    words.push_back(key + "=" + (named.empty() ? sample(subject, *field) : named));
+  }
+  return words;
+}
+
+// KEY=VALUE words: the members that the request needs; without such, those that the URI's help names; else the first
+// ones.
+std::vector<std::string> example_words(const Subject& subject, const json::array& fields, std::string_view use) {
+  if (std::vector<std::string> needed = needed_words(subject, fields, use); !needed.empty()) return needed;
   const std::string help = cell(*subject.row, "help");
   const bool named =
       std::ranges::any_of(fields, [&](const json::value& field) { return names(help, text_of(&field, "key")); });
@@ -182,12 +240,9 @@ std::string get_example(const Subject& subject) {
   const std::string help = cell(*subject.row, "help");
   const bool named = std::ranges::any_of(fields.get_array(),
                                          [&](const json::value& field) { return names(help, text_of(&field, "key")); });
-  if (!named && only_field(&fields) != nullptr) return line_of("get", subject.uri, {});
-  // A key whose help has an example is enough: the other members are answered, not asked for.
-  for (const json::value& field : fields.get_array())
-    if (text_of(&field, "help").find(kSuchAs) != std::string::npos)
-      return line_of("get", subject.uri, {text_of(&field, "key") + "=" + sample(subject, field)});
-  return line_of("get", subject.uri, example_words(subject, fields.get_array()));
+  if (!named && needs_of(subject, "get").empty() && only_field(&fields) != nullptr)
+    return line_of("get", subject.uri, {});
+  return line_of("get", subject.uri, example_words(subject, fields.get_array(), "get"));
 }
 
 std::string set_example(const Subject& subject) {
@@ -196,7 +251,7 @@ std::string set_example(const Subject& subject) {
   const json::value fields = fields_of(set->get_array(), subject.uri);
   if (const json::value* const only = only_field(&fields); only != nullptr)
     return line_of("set", subject.uri, {sample(subject, *only)});
-  return line_of("set", subject.uri, example_words(subject, fields.get_array()));
+  return line_of("set", subject.uri, example_words(subject, fields.get_array(), "set"));
 }
 
 std::string example(const Subject& subject, std::string_view use) {
@@ -221,11 +276,11 @@ void print_use(const Subject& subject, std::string_view use) {
   const bool effect = is_on(*subject.row, use);
   print_line(paint(Paint::kTitle, use, output) + (effect ? "" : " (accepted, without effect)"));
   if (use == "get") {
-    print_members("takes", member_rows(subject, member(subject.type, "query")));
+    print_members("takes", member_rows(subject, member(subject.type, "query"), use));
     print_members("answers", member_rows(subject, member(subject.type, "response")));
   } else if (use == "set") {
     const json::value* const set = member(subject.type, "set");
-    print_members("takes", member_rows(subject, member(set, "fields")));
+    print_members("takes", member_rows(subject, member(set, "fields"), use));
   } else {
     const json::value* const notify = member(subject.type, "notify");
     print_members("sends", member_rows(subject, member(notify, "fields")));

@@ -55,6 +55,12 @@ std::vector<CheckValue> read_values(const json::object& row) {
   return values;
 }
 
+// A row's own range, which is narrower than that of its kind.
+void read_range(const json::object& row, CheckField& field) {
+  if (std::string minimum = text_of(row, "minimum"); !minimum.empty()) field.minimum = std::move(minimum);
+  if (std::string maximum = text_of(row, "maximum"); !maximum.empty()) field.maximum = std::move(maximum);
+}
+
 std::vector<CheckField> read_fields(const json::value& list, const Kinds& kinds) {
   std::vector<CheckField> fields;
   for (const json::value& entry : list.as_array()) {
@@ -72,6 +78,7 @@ std::vector<CheckField> read_fields(const json::value& list, const Kinds& kinds)
                      .uri = text_of(row, "uri"),
                      .help = text_of(row, "help"),
                      .unit = text_of(row, "unit")};
+    read_range(row, field);
     if (const json::value* members = row.if_contains("fields")) field.fields = read_fields(*members, kinds);
     fields.push_back(std::move(field));
   }
@@ -101,8 +108,14 @@ std::vector<CheckField> fields_of_set(const json::object& row, const CheckType& 
     if (const std::size_t limit = number_of(row, "limit"); limit > 0) field.limit = limit;
     if (std::vector<CheckValue> values = read_values(row); !values.empty()) field.values = std::move(values);
     if (std::string unit = text_of(row, "unit"); !unit.empty()) field.unit = std::move(unit);
+    read_range(row, field);
   }
   return fields;
+}
+
+CheckNeeds read_needs(const json::object& row, std::string_view key) {
+  const json::value* needs = row.if_contains(key);
+  return needs == nullptr ? CheckNeeds() : json::value_to<CheckNeeds>(*needs);
 }
 
 // ---- comparing ----
@@ -160,13 +173,14 @@ void add(Check& check, std::string text, bool refused = false) {
   if (check.findings.size() < kMostFindings) check.findings.push_back({std::move(text), refused});
 }
 
-double number(std::string_view text) {
-  double value = 0;
+// 80 bits on a PC: each whole number of 64 bits is exact.
+long double number(std::string_view text) {
+  long double value = 0;
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (failure == std::errc::result_out_of_range && text.find("e-") != text.npos) return 0;
   if (failure == std::errc::result_out_of_range && text.find("E-") != text.npos) return 0;
   // Beyond every double: the sign says which end.
-  if (failure == std::errc::result_out_of_range) return text.front() == '-' ? -HUGE_VAL : HUGE_VAL;
+  if (failure == std::errc::result_out_of_range) return text.front() == '-' ? -HUGE_VALL : HUGE_VALL;
   return value;
 }
 
@@ -181,13 +195,14 @@ void check_number(Check& check, const CheckField& field, std::string_view value)
   const JsonKind kind = json_kind(value);
   if (kind != JsonKind::kNumber) {
     std::string text = field.key + " is " + given(value) + ", and must be a number";
-    if (kind == JsonKind::kString && !check.modifies)
+    const std::string digits = kind == JsonKind::kString ? json_string(value) : std::string();
+    if (!check.modifies && !digits.empty() && std::string_view("+-0123456789").find(digits.front()) != digits.npos)
       text += "; the set reads the digits that the text begins with";
     else if (kind != JsonKind::kBoolean)
       text += "; the set takes 0";
     return add(check, std::move(text));
   }
-  const double value_given = number(value);
+  const long double value_given = number(value);
   if (!field.minimum.empty() && (value_given < number(field.minimum) || value_given > number(field.maximum)))
     return add(check, field.key + " is " + shown(value) + ", which is not within " + field.minimum + " to " +
                           field.maximum + "; the set takes another number");
@@ -308,6 +323,22 @@ std::string_view member_of(std::string_view object, std::string_view key) {
   return {};
 }
 
+// Adds the members that the request needs and does not have.
+void check_needs(Check& check, const CheckNeeds& needs, std::span<const CheckField> fields, std::string_view object,
+                 const std::string& example) {
+  for (const std::vector<std::string>& group : needs) {
+    if (std::ranges::any_of(group, [&](const std::string& key) { return !member_of(object, key).empty(); })) continue;
+    std::string names;
+    for (const std::string& key : group) names.append(names.empty() ? "" : " or ").append(key);
+    const CheckField* const field = find_field(check, fields, group.front(), JsonKind::kNumber);
+    const std::string_view instead = field == nullptr || group.size() > 1 ? ""
+                                     : field->json == JsonKind::kNumber   ? "; the set takes 0"
+                                     : field->json == JsonKind::kString   ? "; the set takes an empty text"
+                                                                          : "";
+    add(check, names + " is missing" + std::string(instead) + "; this URI takes " + example);
+  }
+}
+
 // Why a request has no effect. verb: "read" or "set", other: what the URI can do instead.
 std::string unserved(const CheckUri& row, std::string_view verb, bool other) {
   if (row.notifies) return "this URI only notifies; subscribe to it";
@@ -339,8 +370,9 @@ CheckUris checks_read(const json::value& description) {
     CheckUri uri{.get = flag_of(row, "get"),
                  .set = flag_of(row, "set"),
                  .notifies = flag_of(row, "notify") || text_of(row, "group") == "WS_NFY",
-                 .help = text_of(row, "help")};
-
+                 .help = text_of(row, "help"),
+                 .get_needs = read_needs(row, "get_needs"),
+                 .set_needs = read_needs(row, "set_needs")};
     if (const json::value* accepted = row.if_contains("without_effect"))
       for (const json::value& request : accepted->as_array())
         (request.as_string() == "get" ? uri.get_accepted : uri.set_accepted) = true;
@@ -360,13 +392,17 @@ std::vector<Finding> check_get(const CheckUri& row, std::string_view uri, std::s
   if (row.get_accepted) add(check, "a get of this URI succeeds without effect");
   if (!row.get && !row.get_accepted) add(check, unserved(row, "read", row.set), true);
   if (row.type == nullptr) return std::move(check.findings);
-  if (queries && !row.type->query)
+  if (queries && !row.type->query) {
     add(check, "a get of this URI takes no parameter, and so no \"QUERY\"", true);
-  else if (queries)
+    return std::move(check.findings);
+  }
+  if (queries)
     check_members(check, *row.type->query, parameter, true);
   else if (!parameter.empty() && (!word.empty() || parameter.find('"') != std::string_view::npos))
     add(check, "REQUEST " + (word.empty() ? std::string("is missing") : "is " + shown(word)) +
                    "; a get reads its parameter only with \"QUERY\", and ignores it otherwise");
+  if (row.type->query && row.get)
+    check_needs(check, row.get_needs, *row.type->query, queries ? parameter : "{}", check_example(row, uri, true));
   return std::move(check.findings);
 }
 
@@ -402,14 +438,20 @@ std::vector<Finding> check_set(const CheckUri& row, std::string_view uri, std::s
   if (check.modifies && member_of(parameter, "VALUE").empty())
     add(check, "VALUE is missing; this URI takes " + check_example(row, uri, false), true);
   check_members(check, row.fields, parameter, true);
+  check_needs(check, row.set_needs, row.fields, parameter, check_example(row, uri, false));
   return std::move(check.findings);
 }
 
 std::string check_example(const CheckUri& row, std::string_view uri, bool get) {
   if (row.type == nullptr || (get ? !row.type->query : row.type->word.empty())) return {};
   std::string text = "{\"REQUEST\":\"" + (get ? std::string("QUERY") : row.type->word) + "\"";
+  // Of the members, those that the request needs; where the description names none, the first ones.
+  const CheckNeeds& needs = get ? row.get_needs : row.set_needs;
+  const auto is_shown = [&](const CheckField& field) {
+    return needs.empty() || std::ranges::any_of(needs, [&](const auto& group) { return group.front() == field.key; });
+  };
   for (const CheckField& field : get ? *row.type->query : row.fields) {
-    if (!field.uri.empty() && field.uri != uri) continue;
+    if ((!field.uri.empty() && field.uri != uri) || !is_shown(field)) continue;
     constexpr std::size_t kLongest = 200;
     if (text.size() > kLongest) return text + ",...}";
     text += ",\"" + field.key + "\":";

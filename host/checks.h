@@ -43,6 +43,9 @@ struct CheckType {
   std::vector<CheckField> fields;                // of a set
 };
 
+// Members that a request needs: of each inner list, one.
+using CheckNeeds = std::vector<std::vector<std::string>>;
+
 // What requests to a URI do, as "dtv_js_plugin.h" describes it.
 struct CheckUri {
   bool get = false;
@@ -53,6 +56,8 @@ struct CheckUri {
   std::string help = {};
   std::shared_ptr<const CheckType> type = {};  // null: the plugin describes none
   std::vector<CheckField> fields = {};         // of a set: the type's, with what the URI says of its value
+  CheckNeeds get_needs = {};
+  CheckNeeds set_needs = {};
 };
 
 using CheckUris = std::map<std::string, CheckUri, std::less<>>;

@@ -60,8 +60,8 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
 
 /* Describes every URI and item type, for tools that generate forms, documents or tests.
  * Returns a JSON text that the caller frees with free(), or null without memory:
- *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "help", "unit",
- *              "limit", "values"}, ...],
+ *   {"uris": [{"uri", "id", "group", "record", "type", "get", "set", "notify", "without_effect", "get_needs",
+ *              "set_needs", "help", "unit", "limit", "values", "minimum", "maximum"}, ...],
  *    "types": {"TYPE_VALUE": {"query": [field...] | null, "set": {"request", "fields": [field...]} | null,
  *                             "response": [field...] | null, "root": [field...],
  *                             "notify": {"form": "single" | "queued", "member", "bound", "fields"} | null}, ...},
@@ -69,18 +69,21 @@ TVC_EXPORT int32_t a_dtv_jsp_get_listener_buffer(const char* ps_uri, void* pv_bu
  *    "results": [{"result", "name", "help"}, ...]}
  * In a URI, "get" and "set" are true if the request has an effect, "notify" if a handler raises the event.
  * "without_effect" names those of "get" and "set" that succeed without effect; if there are none, it is left out.
- * "help" is a sentence; a URI that no handler serves has none. "unit", "limit" (bytes of a text that count) and
- * "values" describe the item's value and are left out if there is nothing to say. "root" describes the members of a
- * response that stand before "ITEMS"; a type without them has no "root". A field is {"key", "kind", "uri", "when",
- * "limit", "count", "unit", "values", "help", "value", "fields"}: "uri" is the only URI whose requests read the field;
- * "when", {"key", "value"}, names the member and its value without which the field is not there (null: the member is
- * not there, a number: no request can give it); "limit" is the length of the longest text in bytes, "count" the length
- * of an array, at most, "value" a constant text, "fields" the members of an object. Only "key", "kind" and "help" are
- * always there. A request has the fields without "uri" or "when" and those with its own; where that gives a key twice,
- * it is one member. A response may show a key in one of several kinds: then each kind is a field. "values" is an array
- * of {"value": text} or {"value": number, "help"}. "minimum" and "maximum" of a kind are decimal texts, since a double
- * cannot hold every 64-bit limit exactly; only kinds of numbers have them. A result that is not listed is the
- * platform's own. */
+ * "help" is a sentence; a URI that no handler serves has none. "get_needs" and "set_needs" name the members without
+ * which a request is refused or means something else: an array of arrays, each with the members of which one is needed.
+ * A "MODIFY" always needs "VALUE". "unit", "limit" (bytes of a text that count), "values", "minimum" and "maximum"
+ * describe the item's value and are left out if there is nothing to say. "root" describes the members of a response
+ * that stand before "ITEMS"; a type without them has no "root". A field is {"key", "kind", "uri", "when", "limit",
+ * "count", "unit", "values", "minimum", "maximum", "help", "value", "fields"}: "uri" is the only URI whose requests
+ * read the field; "when", {"key", "value"}, names the member and its value without which the field is not there (null:
+ * the member is not there, a number: no request can give it); "limit" is the length of the longest text in bytes,
+ * "count" the length of an array, at most, "value" a constant text, "fields" the members of an object. Only "key",
+ * "kind" and "help" are always there. A request has the fields without "uri" or "when" and those with its own; where
+ * that gives a key twice, it is one member. A response may show a key in one of several kinds: then each kind is a
+ * field. "values" is an array of {"value": text} or {"value": number, "help"}. "minimum" and "maximum" are decimal
+ * texts, since a double cannot hold every 64-bit limit exactly. Kinds of numbers have them; a field or a URI has its
+ * own where the platform receives fewer bits than the kind has: of a number beyond them, only the low bits arrive. A
+ * result that is not listed is the platform's own. */
 TVC_EXPORT char* a_dtv_jsp_describe(void);
 
 #ifdef __cplusplus

@@ -200,7 +200,8 @@ def run_stages(table, jobs, report):
             while waiting or running:
                 for stage in list(waiting):
                     turn(stage)
-                for done in wait(running, return_when=FIRST_COMPLETED).done:
+                # A signal that comes just before the thread waits does not wake it: the handler runs after the timeout.
+                for done in wait(running, timeout=1, return_when=FIRST_COMPLETED).done:
                     stage = running.pop(done)
                     if stage.prepares and not done.result().good:
                         failed.add(stage.name)

@@ -70,14 +70,15 @@ def with_environment(commands, more):
     return [(c[0], {**c[1], **more}) if isinstance(c, tuple) else (c, more) for c in commands]
 
 
-def sanitized(name, jobs, environment):
-    """The three stages of a sanitizer: the build, its test programs, its system tests."""
+def sanitized(name, jobs, environment, system_environment=None):
+    """The three stages of a sanitizer: the build, its test programs, its system tests, which may have an environment of
+    their own."""
     folder, built = f"build-{name}", (f"{name}-build",)
     return [
         Stage(f"{name}-build", build(name, jobs), prepares=True, background=True),
         Stage(name, with_environment([*unit(folder, PLUGIN_TESTS + DESK_TESTS), conformance(folder)], environment),
               after=built),
-        Stage(f"{name}-system", with_environment([system(folder)], environment), after=(*built, "web", "packages")),
+        Stage(f"{name}-system", with_environment([system(folder)], system_environment or environment), after=(*built, "web", "packages")),
     ]
 
 
@@ -90,6 +91,8 @@ def stages(jobs, only_check, race_seconds):
     # Debian's libraries are not instrumented; what they do between themselves is not looked at.
     # Tests that kill a set fork, and libraries' threads may be there then.
     tsan = {"TSAN_OPTIONS": "ignore_noninstrumented_modules=1 halt_on_error=0 exitcode=66 die_after_fork=0", **race}
+    # The system tests start thousands of programs, each of which would sleep for a second at its end.
+    tsan_system = {**tsan, "TSAN_OPTIONS": tsan["TSAN_OPTIONS"] + " atexit_sleep_ms=0"}
     return [
         Stage("build", build("release", jobs), prepares=True, background=True, check=True),
         Stage("rules", [check("run"), check("includes", "--selftest"), check("includes"), check("names", "--selftest"),
@@ -117,7 +120,7 @@ def stages(jobs, only_check, race_seconds):
         Stage("arm-build", build("arm", jobs), prepares=True, background=True),
         *sanitized("asan", jobs, asan),
         Stage("fuzz-corpus", with_environment([script("tests/fuzz/run.py", "replay")], asan), after=("asan-build",)),
-        *sanitized("tsan", jobs, tsan),
+        *sanitized("tsan", jobs, tsan, tsan_system),
         Stage("arm", [*unit("build-arm", PLUGIN_TESTS, EMULATOR), conformance("build-arm", EMULATOR),
                       *library("build-arm")], after=("arm-build",)),
         Stage("budgets", [script("bench/budgets.py", "--build", "build", "--arm", "build-arm", "--check")],

@@ -97,8 +97,14 @@ static void describe_value(JsonText& json, const char* text, bool by_name) {
   tvc_close_object(json);
 }
 
-// Describes allowed values: texts one after the other, each with its terminator, up to an empty one.
+// Describes allowed values: texts one after the other, each with its terminator, up to an empty one; or a range.
 static void describe_values(JsonText& json, const char* values, bool by_name = false) {
+  if (const char* const dots = strstr(values, "..")) {
+    tvc_write_key(json, "minimum");
+    tvc_write_text(json, values, static_cast<std::size_t>(dots - values));
+    write_text_member(json, "maximum", dots + 2);
+    return;
+  }
   tvc_write_key(json, "values");
   tvc_open_array(json);
   for (; *values; values += strlen(values) + 1) describe_value(json, values, by_name);
@@ -272,6 +278,26 @@ void tvc_describe_type(JsonText& json, const ItemType& item) {
   tvc_close_object(json);
 }
 
+// Describes the members that a request needs, written as "CH_ID NUMBER|NAME", as [["CH_ID"], ["NUMBER", "NAME"]].
+static void describe_needs(JsonText& json, const char* key, const char* needs) {
+  if (!*needs) return;
+  tvc_write_key(json, key);
+  tvc_open_array(json);
+  tvc_open_array(json);
+  while (true) {
+    const std::size_t length = strcspn(needs, " |");
+    tvc_write_text(json, needs, length);
+    if (!needs[length]) break;
+    if (needs[length] == ' ') {
+      tvc_close_array(json);
+      tvc_open_array(json);
+    }
+    needs += length + 1;
+  }
+  tvc_close_array(json);
+  tvc_close_array(json);
+}
+
 // Lists the requests to a URI that are accepted without effect.
 static void describe_without_effect(JsonText& json, bool get, bool set) {
   tvc_write_key(json, "without_effect");
@@ -297,6 +323,8 @@ static void describe_uri(JsonText& json, const TV_CTRL_URI_ID_MAP_T& row) {
   write_flag_member(json, "set", set == Effect::kServed);
   write_flag_member(json, "notify", use.notifies);
   if (get_accepted || set_accepted) describe_without_effect(json, get_accepted, set_accepted);
+  describe_needs(json, "get_needs", use.get_needs);
+  describe_needs(json, "set_needs", use.set_needs);
   if (*use.help) write_text_member(json, "help", use.help);
   if (*use.unit) write_text_member(json, "unit", use.unit);
   if (use.limit) write_number_member(json, "limit", use.limit);

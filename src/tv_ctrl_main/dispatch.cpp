@@ -40,6 +40,8 @@ UriUse tvc_uri_use(UINT16 ui2_id) {
   UriUse use = {.get = Effect::kRefused,
                 .set = Effect::kRefused,
                 .notifies = false,
+                .get_needs = "",
+                .set_needs = "",
                 .help = "",
                 .unit = "",
                 .limit = 0,
@@ -52,6 +54,8 @@ UriUse tvc_uri_use(UINT16 ui2_id) {
   if (const StoredRecord* const row = tvc_find_record(*handler, ui2_id)) {
     const char* const texts = handler->records.texts;
     use.notifies = handler->group == TV_CTRL_GRPID_WS_NFY;
+    use.get_needs = texts + row->get_needs;
+    use.set_needs = texts + row->set_needs;
     use.help = texts + row->help;
     use.unit = texts + row->unit;
     use.limit = row->limit;

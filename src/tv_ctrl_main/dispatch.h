@@ -7,11 +7,13 @@
 struct UriUse {
   Effect get;
   Effect set;
-  bool notifies;       // true: a handler raises the event
-  const char* help;    // one sentence
-  const char* unit;    // of the value
-  UINT8 limit;         // as RecordRow::limit
-  const char* values;  // allowed values, in the form of RecordRow::values
+  bool notifies;          // true: a handler raises the event
+  const char* get_needs;  // as RecordRow::get_needs
+  const char* set_needs;  // as RecordRow::set_needs
+  const char* help;       // one sentence
+  const char* unit;       // of the value
+  UINT8 limit;            // as RecordRow::limit
+  const char* values;     // as RecordRow::values
 };
 
 // Returns the use of an identifier's URI.

@@ -103,7 +103,8 @@ struct Field {
   FieldDecode decode = nullptr;                // custom decode of a single value, in place of the kind's
   FieldRender render = nullptr;                // custom rendering, in place of the kind's
   const char* unit = nullptr;                  // null: none. Unlike "", a null pointer needs no relocation
-  const char* values = nullptr;                // allowed values: texts "NONE\0" "ALL\0", or numbers "0=off\0" "1=on\0"
+  const char* values = nullptr;                // allowed values: texts "NONE\0" "ALL\0", numbers "0=off\0" "1=on\0",
+                                               // or a range of numbers "0..255\0"
   const char* help = nullptr;                  // a phrase for application developers
 };
 

@@ -30,12 +30,16 @@ struct RecordRow {
   std::optional<INT8> set_answer = {};  // result of a set without a set function; none: the handler's default
   const char* get_operation = "";       // name of the get in the log
   const char* set_operation = "";       // name of the set in the log
+  const char* get_needs = "";           // members without which a get does not do what it is for, as "CH_ID INDEX";
+                                        // "cfgId|cfgItem": one of them. Only described: the platform decides
+  const char* set_needs = "";           // the same of a set; a "MODIFY" always needs its value
   const char* key = "";                 // key in the configuration store
   const char* name = "";                // display name
   const char* help = "";                // one sentence for application developers
   const char* unit = "";                // unit of the value
   UINT8 limit = 0;                      // bytes of a text that count; 0: all that its type has room for
-  const char* values = "";              // allowed values: texts "POWER\0" "MUTE\0", or numbers "0=off\0" "1=on\0"
+  const char* values = "";  // allowed values: texts "POWER\0" "MUTE\0", numbers "0=off\0" "1=on\0", or a range
+                            // of numbers "0..255\0"
 };
 
 // A row as the plugin stores it. Texts are offsets into one string: as addresses they would need relocations.
@@ -44,6 +48,8 @@ struct StoredRecord {
   RecordFunction set;
   TextOffset get_operation;
   TextOffset set_operation;
+  TextOffset get_needs;
+  TextOffset set_needs;
   TextOffset key;
   TextOffset name;
   TextOffset help;
@@ -125,7 +131,8 @@ template <std::size_t Rows>
 constexpr std::size_t tvc_text_size(const RecordRow (&rows)[Rows]) {
   std::size_t size = 1;
   for (const RecordRow& row : rows) {
-    for (const char* const text : {row.get_operation, row.set_operation, row.key, row.name, row.help, row.unit})
+    for (const char* const text :
+         {row.get_operation, row.set_operation, row.get_needs, row.set_needs, row.key, row.name, row.help, row.unit})
       size += tvc_pool_size(text);
     size += tvc_pool_list_size(row.values);
   }
@@ -142,6 +149,8 @@ inline constexpr auto kStoredRecords = [] {
                .set = row.set,
                .get_operation = add(row.get_operation),
                .set_operation = add(row.set_operation),
+               .get_needs = add(row.get_needs),
+               .set_needs = add(row.set_needs),
                .key = add(row.key),
                .name = add(row.name),
                .help = add(row.help),

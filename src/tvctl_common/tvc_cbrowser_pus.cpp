@@ -69,11 +69,13 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_PUS_GET_FILE_INFO,
      .type = TYPE_PUS,
      .get = get_file_info,
+     .get_needs = "instance",
      .help = "The recording that a playback of the service plays."},
     {.record = TV_CTRL_RECID_PUS_SUBMIT_STATUS,
      .type = TYPE_PUS,
      .set = submit_status,
      .set_operation = "_tv_ctrl_pus_submit_status",
+     .set_needs = "instance state",
      .help = "Tells the service the state of a playback, in the service's numbers."},
 };
 

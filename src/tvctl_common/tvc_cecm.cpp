@@ -46,6 +46,7 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_CECM_CFG,
      .set = set_function,
      .set_operation = "_tvc_set_cecm_cfg_func",
+     .set_needs = "CECMFUNC",
      .help = "Switches HDMI-CEC on or off; after switching it on, the set looks for devices."},
 };
 

@@ -19,11 +19,15 @@ static constexpr RecordRow kRows[] = {
      .type = TYPE_PVR_REC_LIST_INFO,
      .get = read_item<VEXTVAPI_CONFIG_ITEM_PVR_RECORD_LIST, _Qt_RECLIST_INFO_T>,
      .set = write_item<VEXTVAPI_CONFIG_ITEM_PVR_RECORD_LIST, _Qt_RECLIST_INFO_T>,
+     .get_needs = "operation",
+     .set_needs = "operation",
      .help = "The list of recordings: a page of it, how many there are, or one recording's file."},
     {.record = TV_CTRL_RECID_REMINDER_EVENT,
      .type = TYPE_PVR_RMDR_EVENT,
      .get = read_item<VEXTVAPI_CONFIG_ITEM_PVR_REMINDER, _RmdrEventInfo_T>,
      .set = read_item<VEXTVAPI_CONFIG_ITEM_PVR_REMINDER, _RmdrEventInfo_T>,  // a set reads, too
+     .get_needs = "operation",
+     .set_needs = "operation",
      .help = "Reminders and timers: what the operation says is done, or asked for."},
     {.record = TV_CTRL_RECID_RECORD_PAIRED_DISK_INFO,
      .type = TYPE_PVR_REC_PAIRED_DISK_INFO,
@@ -37,6 +41,7 @@ static constexpr RecordRow kRows[] = {
     {.record = TV_CTRL_RECID_UI_STATUS,
      .type = TYPE_PVR_UI_STATUS,
      .set = write_item<VEXTVAPI_CONFIG_ITEM_PVR_UI_STATUS, _PvrUiStatus>,
+     .set_needs = "formId formState",
      .help = "Tells the recorder which of its forms the screen shows, and its state."},
 };
 

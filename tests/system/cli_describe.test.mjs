@@ -30,7 +30,12 @@ test('describe: help, values, members with ranges, and a line to copy for each r
   // Of the members, those of other operations are named with their condition.
   assert.match(await done('describe', '/tv/cbrowser/playback_operator'), /^ {2}seek_time .*\(only with operator=timeSeek\)$/m);
   assert.match(await done('describe', '/tv/brdcast/chg_channel'), /^ {2}dtvctl set \/tv\/brdcast\/chg_channel CH_ID=1$/m);
-  assert.match(await done('describe', '/tv/config/value_string'), /^ {2}dtvctl get \/tv\/config\/value_string cfgId=g_gui_lang__gui_language$/m);
+  assert.match(await done('describe', '/tv/config/value_string'), /^ {2}dtvctl get \/tv\/config\/value_string cfgId=g_misc__tv_network_name$/m);
+  // What a request needs, and the range of what the set receives.
+  assert.match(await done('describe', volume), /^set\ntakes\n {2}VALUE +int32, -32768 to 32767 /m);
+  const number = await done('describe', '/tv/config/value_number');
+  assert.match(number, /^set\ntakes\n {2}cfgId .* needed without cfgItem: .*\n {2}cfgItem .* needed without cfgId: .*\n {2}valueInt .* needed: /m);
+  assert.match(number, /^ {2}dtvctl set \/tv\/config\/value_number cfgId=g_video__brightness valueInt=1$/m);
   assert.match(await done('describe', '/tv/menu/common_setting/blue_mute'), /accepted, without effect/);
   assert.match(await done('describe', '/tv/menu/sys_info/device_name'), /Nothing serves this URI/);
 });

@@ -37,7 +37,7 @@ static constexpr Field kChannelInfoFields[] = {
     CHANNEL("CH_SEARCH_IDX", t_ch_param.index, kRequest, .help = "index in the list, from 0"),
     CHANNEL("IDX_FROM", t_ch_param.index_from, kRequest, .help = "index of what is moved"),
     CHANNEL("IDX_TO", t_ch_param.index_to, kRequest, .help = "index where it is put"),
-    CHANNEL("FAV_IDX", t_ch_param.fav_index, kRequest, .help = "number of the favourite list"),
+    CHANNEL("FAV_IDX", t_ch_param.fav_index, kRequest, .values = "0..255\0", .help = "number of the favourite list"),
     CHANNEL("CH_FROM", t_ch_param.ch_id_from, kRequest, .help = "first channel of a swap"),
     CHANNEL("CH_TO", t_ch_param.ch_id_to, kRequest, .help = "second channel of a swap"),
     CHANNEL("CH_FREQ", t_ch_param.ch_freq, kRequest, .help = "frequency of an analogue channel"),

@@ -13,7 +13,7 @@ static constexpr Field kConfigFields[] = {
      TVC_MEMBER(T_CONFIG, cfg_id),
      .use = kQuery | kSet | kResponse,
      .when = has_key,
-     .help = "key of the value, such as g_gui_lang__gui_language; without a key, cfgItem names the value"},
+     .help = "key of the value; without a key, cfgItem names the value"},
     {.key = "cfgItem",
      TVC_MEMBER(T_CONFIG, cfg_item),
      .use = kQuery | kSet | kResponse,

@@ -10,6 +10,7 @@ static constexpr Field kInputSrcFields[] = {
     {.key = "DEVICE_TYPE",
      TVC_MEMBER(T_INPUT_SRC, dev_type),
      .use = kQuery | kSet | kResponse,
+     .values = "0..255\0",
      .help = "label of what is connected, as an index"},
 };
 

@@ -140,7 +140,7 @@ static constexpr Field kImageFields[] = {
                "11=Zoom\0",
      .help = "what is done with the picture"},
     IMAGE("rotate", rotate, .use = kRequest, .help = "rotation, in the platform's numbers"),
-    IMAGE("zoom", zoom, .use = kRequest, .help = "zoom, in the platform's numbers; the low 16 bits count"),
+    IMAGE("zoom", zoom, .use = kRequest, .values = "0..65535\0", .help = "zoom, in the platform's numbers"),
     IMAGE("effect", effect, .use = kRequest, .help = "effect, in the platform's numbers"),
     IMAGE("width", width, .use = kRequest, .unit = "pixel", .help = "width of the thumbnail"),
     IMAGE("height", height, .use = kRequest, .unit = "pixel", .help = "height of the thumbnail"),

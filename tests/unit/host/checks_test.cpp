@@ -18,6 +18,10 @@ constexpr std::string_view kDescription = R"({
     {"uri": "/code", "group": "A", "type": "TEXT", "get": true, "set": true, "notify": false, "limit": 3},
     {"uri": "/key", "group": "A", "type": "TEXT", "get": false, "set": true, "notify": false,
      "values": [{"value": "POWER"}, {"value": "MUTE"}]},
+    {"uri": "/narrow", "group": "A", "type": "LEVEL", "get": true, "set": true, "notify": false,
+     "minimum": "-32768", "maximum": "32767"},
+    {"uri": "/store", "group": "A", "type": "STORE", "get": true, "set": true, "notify": false,
+     "get_needs": [["key", "item"]], "set_needs": [["key", "item"], ["number"], ["text"]]},
     {"uri": "/go", "group": "A", "type": "ACTION", "get": false, "set": true, "notify": false},
     {"uri": "/event", "group": "WS_NFY", "type": "LEVEL", "get": false, "set": false, "notify": true},
     {"uri": "/none", "group": "B", "type": "LEVEL", "get": false, "set": false, "notify": false},
@@ -30,6 +34,12 @@ constexpr std::string_view kDescription = R"({
     "TYPE_OPTION_LIST": {"query": null, "set": {"request": "MODIFY", "fields": [{"key": "VALUE", "kind": "int32"}]}},
     "TEXT": {"query": null, "set": {"request": "MODIFY", "fields": [{"key": "VALUE", "kind": "text", "limit": 1023}]}},
     "ACTION": {"query": null, "set": {"request": "ACTION", "fields": []}},
+    "STORE": {
+      "query": [{"key": "key", "kind": "text", "limit": 127}, {"key": "item", "kind": "uint32"}],
+      "set": {"request": "SET", "fields": [
+        {"key": "key", "kind": "text", "limit": 127}, {"key": "item", "kind": "uint32"},
+        {"key": "number", "kind": "int64"}, {"key": "share", "kind": "int32", "minimum": "0", "maximum": "255"},
+        {"key": "text", "kind": "text", "limit": 9}]}},
     "WINDOW": {
       "query": [{"key": "ID", "kind": "uint16"}, {"key": "ONLY", "kind": "int32", "uri": "/other"}],
       "set": {"request": "SET", "fields": [
@@ -42,6 +52,7 @@ constexpr std::string_view kDescription = R"({
     {"kind": "uint8", "json": "number", "minimum": "0", "maximum": "255"},
     {"kind": "uint16", "json": "number", "minimum": "0", "maximum": "65535"},
     {"kind": "uint32", "json": "number", "minimum": "0", "maximum": "4294967295"},
+    {"kind": "int64", "json": "number", "minimum": "-9223372036854775808", "maximum": "9223372036854775807"},
     {"kind": "text", "json": "string"}, {"kind": "array_of", "json": "array"}, {"kind": "object", "json": "object"}
   ]
 })";
@@ -142,6 +153,42 @@ TEST(Checks, Members) {
             "AT is a text, and must be an object; the set ignores it");
   EXPECT_EQ(set("/window", R"({"REQUEST":"SET","NAME":5})"),
             "NAME is a number, 5, and must be a text; the set ignores it");
+}
+
+// The range of a URI's value, or of a member, is that of what the platform receives.
+TEST(Checks, NarrowRanges) {
+  EXPECT_EQ(set("/narrow", R"({"REQUEST":"MODIFY","VALUE":-32768})"), "");
+  EXPECT_EQ(set("/narrow", R"({"REQUEST":"MODIFY","VALUE":65546})"),
+            "VALUE is 65546, which is not within -32768 to 32767; the set takes another number");
+  EXPECT_EQ(set("/store", R"({"REQUEST":"SET","key":"a","number":1,"text":"b","share":256})"),
+            "share is 256, which is not within 0 to 255; the set takes another number");
+}
+
+// Next to the ends of 64 bits, doubles are 1024 apart and more.
+TEST(Checks, NumbersOf64BitsAreComparedExactly) {
+  const auto number = [](const std::string& value) {
+    return set("/store", R"({"REQUEST":"SET","key":"a","text":"b","number":)" + value + "}");
+  };
+  for (const std::string value : {"9223372036854775807", "-9223372036854775808"}) EXPECT_EQ(number(value), "");
+  for (const std::string value : {"9223372036854775808", "-9223372036854775809"})
+    EXPECT_EQ(number(value), "number is " + value +
+                                 ", which is not within -9223372036854775808 to 9223372036854775807; the set takes "
+                                 "another number");
+}
+
+TEST(Checks, NeededMembers) {
+  EXPECT_EQ(get("/store", R"({"REQUEST":"QUERY","item":7})"), "");
+  EXPECT_EQ(get("/store", R"({"REQUEST":"QUERY"})"),
+            R"(key or item is missing; this URI takes {"REQUEST":"QUERY","key":"text"})");
+  EXPECT_EQ(get("/store", ""), R"(key or item is missing; this URI takes {"REQUEST":"QUERY","key":"text"})");
+  constexpr const char* right = R"(; this URI takes {"REQUEST":"SET","key":"text","number":0,"text":"text"})";
+  EXPECT_EQ(set("/store", R"({"REQUEST":"SET","key":"a"})"), std::string("number is missing; the set takes 0") + right +
+                                                                 "\ntext is missing; the set takes an empty text" +
+                                                                 right);
+  EXPECT_EQ(set("/store", R"({"REQUEST":"SET","text":"a","number":1})"), std::string("key or item is missing") + right);
+  // A text is no number when no digits are in it.
+  EXPECT_EQ(set("/store", R"({"REQUEST":"SET","key":"a","number":"x","text":""})"),
+            "number is a text, \"x\", and must be a number; the set takes 0");
 }
 
 TEST(Checks, HugeRequestsGetFewAndShortFindings) {

@@ -64,8 +64,8 @@ TEST_F(Describe, EveryRowOfTheRegistry) {
   for (std::size_t i = 0; i < uris_.size(); ++i) {
     const TV_CTRL_URI_ID_MAP_T& row = tvc_registry()[i];
     expect_members(uris_[i],
-                   {"uri", "id", "group", "record", "type", "get", "set", "notify", "[without_effect]", "[help]",
-                    "[unit]", "[limit]", "[values]"},
+                   {"uri", "id", "group", "record", "type", "get", "set", "notify", "[without_effect]", "[get_needs]",
+                    "[set_needs]", "[help]", "[unit]", "[limit]", "[values]", "[minimum]", "[maximum]"},
                    row.s_uri);
     EXPECT_EQ(text_of(uris_[i], "uri"), row.s_uri);
     EXPECT_EQ(number_of(uris_[i], "id"), row.ui2_id);
@@ -144,6 +144,60 @@ TEST_F(Describe, NamedValuesAreTextsOrNumbersWithAMeaning) {
   EXPECT_GT(texts, 0);
 }
 
+// The platform's functions receive the master volume as 16 bits with a sign, and the mode of the set as 8 bits.
+TEST_F(Describe, NarrowNumbersHaveARange) {
+  const auto range_of = [](const cJSON* row) { return text_of(row, "minimum") + ".." + text_of(row, "maximum"); };
+  std::map<std::string, std::string> ranges;
+  for (const cJSON* const row : uris_) {
+    EXPECT_EQ(member(row, "minimum") != nullptr, member(row, "maximum") != nullptr) << text_of(row, "uri");
+    EXPECT_FALSE(member(row, "minimum") && member(row, "values")) << text_of(row, "uri");
+    if (member(row, "minimum")) ranges.emplace(text_of(row, "uri"), range_of(row));
+  }
+  EXPECT_EQ(ranges, (std::map<std::string, std::string>{{"/tv/cast/volume/volume", "-32768..32767"},
+                                                        {"/tv/multiview/set_tv_mode", "0..255"},
+                                                        {"/tv/multiview/set_change_source", "0..255"}}));
+  std::map<std::string, std::string> of_fields;
+  for_each_field([&](const cJSON* field, const std::string& where) {
+    if (!member(field, "minimum")) return;
+    EXPECT_EQ(text_of(kind_row(text_of(field, "kind")), "json"), "number") << where;
+    EXPECT_EQ(member(field, "values"), nullptr) << where;
+    of_fields.emplace(text_of(field, "key"), range_of(field));
+  });
+  EXPECT_EQ(of_fields["FAV_IDX"], "0..255");
+  EXPECT_EQ(of_fields["DEVICE_TYPE"], "0..255");
+  EXPECT_EQ(of_fields["zoom"], "0..65535");
+  EXPECT_EQ(of_fields["setsubfontsizevalue"], "0..255");
+}
+
+// What a request needs are members that it can have, and a URI that cannot be read or set needs nothing.
+TEST_F(Describe, NeedsAreMembersOfTheRequest) {
+  std::map<std::string, std::string> needs;
+  for (const cJSON* const row : uris_) {
+    const std::string uri = text_of(row, "uri");
+    const cJSON* const type = member(member(root_.get(), "types"), text_of(row, "type").c_str());
+    for (const auto& [use, key] : {std::pair{"get", "get_needs"}, std::pair{"set", "set_needs"}}) {
+      const cJSON* const listed = member(row, key);
+      if (!listed) continue;
+      needs.emplace(uri + " " + use, print_json(listed));
+      EXPECT_TRUE(is_true(row, use)) << uri;
+      Keys keys;
+      const bool get = std::string_view(use) == "get";
+      for (const cJSON* const field : elements_of(get ? member(type, "query") : member(member(type, "set"), "fields")))
+        if (!member(field, "uri") || text_of(field, "uri") == uri) keys.push_back(text_of(field, "key"));
+      for (const cJSON* const group : elements_of(listed)) {
+        EXPECT_FALSE(elements_of(group).empty()) << uri;
+        for (const cJSON* const name : elements_of(group))
+          EXPECT_TRUE(std::ranges::count(keys, name->valuestring) > 0) << uri << " has no " << name->valuestring;
+      }
+    }
+  }
+  EXPECT_EQ(needs["/tv/config/value_number get"], R"([["cfgId","cfgItem"]])");
+  EXPECT_EQ(needs["/tv/config/value_number set"], R"([["cfgId","cfgItem"],["valueInt"]])");
+  EXPECT_EQ(needs["/tv/config/value_bool set"], R"([["cfgItem"],["valueInt"]])");
+  EXPECT_EQ(needs["/tv/channelinfo/sort_channel_info set"], R"([["CH_FROM"],["CH_TO"]])");
+  EXPECT_FALSE(needs.contains("/tv/cast/volume/volume set"));  // a "MODIFY"
+}
+
 TEST_F(Describe, EveryFieldHasHelpAndAKnownKind) {
   int fields = 0;
   for_each_field([&](const cJSON* field, const std::string& where) {
@@ -152,10 +206,10 @@ TEST_F(Describe, EveryFieldHasHelpAndAKnownKind) {
     ASSERT_NE(kind, nullptr) << where;
     const std::string name = text_of(kind, "kind");
     EXPECT_FALSE(text_of(field, "help") == "(no text)" || text_of(field, "help").empty()) << where;
-    expect_members(
-        field,
-        {"key", "kind", "[uri]", "[when]", "[limit]", "[count]", "[unit]", "[values]", "help", "[value]", "[fields]"},
-        where);
+    expect_members(field,
+                   {"key", "kind", "[uri]", "[when]", "[limit]", "[count]", "[unit]", "[values]", "[minimum]",
+                    "[maximum]", "help", "[value]", "[fields]"},
+                   where);
     EXPECT_EQ(member(field, "count") != nullptr, name.ends_with("_array")) << where;
     EXPECT_EQ(member(field, "value") != nullptr, name == "constant") << where;
     EXPECT_EQ(member(field, "fields") != nullptr, name == "object") << where;
