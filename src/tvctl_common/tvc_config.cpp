@@ -268,7 +268,8 @@ static constexpr RecordRow kRows[] = {
      .set_operation = "_tv_ctrl_config_set_value_number",
      .get_needs = "cfgId|cfgItem",
      .set_needs = "cfgId|cfgItem valueInt",
-     .help = "A number in the configuration store, named by its key, such as g_video__brightness, or item id."},
+     .help = "A number in the configuration store, for example the brightness, named by its key, such as "
+             "g_video__brightness, or item id."},
     {.record = TV_CTRL_RECID_CFG_VALUE_STRING,
      .type = TYPE_CONFIG,
      .get = get_string,

@@ -107,22 +107,34 @@ test("a number offers its named values, and the response shows the meaning", asy
   expect(offered).toEqual(["0", "1"]);
 });
 
-test("a field refuses what its kind cannot hold", async ({ open }) => {
+test("a field refuses what the set does not receive as it is", async ({ open }) => {
   const page = await open(`/#${volumeUri}`);
   await choose(page, "Set");
   const field = page.getByRole("textbox", { name: "VALUE" });
   const send = page.getByRole("form").getByRole("button", { name: "Set", exact: true });
   await expect(send).toBeDisabled();
-  for (const wrong of ["abc", "1.5", "2147483648", "-2147483649"]) {
+  for (const wrong of ["abc", "1.5", "32768", "-32769"]) {
     await field.fill(wrong);
     await expect(field).toHaveAttribute("aria-invalid", "true");
     await expect(send).toBeDisabled();
   }
-  await field.fill("2147483647");
+  await field.fill("32767");
   await expect(send).toBeEnabled();
   await field.fill("0x10");
   await expect(send).toBeEnabled();
   expect(await sample(page).innerText()).toContain('"VALUE": 16');
+});
+
+test("a form marks the members that the request needs", async ({ open }) => {
+  const page = await open("/#/tv/config/value_number");
+  await choose(page, "Set");
+  const field = (name: string) => page.getByRole("form").getByRole("textbox", { name, exact: true });
+  await expect(field("cfgId")).toHaveAccessibleDescription(/^needed without cfgItem · /);
+  await expect(field("cfgItem")).toHaveAccessibleDescription(/^needed without cfgId · /);
+  await expect(field("valueInt")).toHaveAccessibleDescription(/^needed · /);
+  await expect(field("valueString")).toHaveAccessibleDescription(/^text/);
+  await field("cfgId").fill("g_video__brightness");
+  await expect(field("cfgItem")).toHaveAccessibleDescription(/^numeric/);
 });
 
 test("a refused set shows the reason", async ({ open }) => {

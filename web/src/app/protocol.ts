@@ -48,6 +48,9 @@ export interface Field {
   count?: number | null;
   unit?: string | null;
   values?: NamedValue[] | null;
+  /** A number's own range, narrower than that of its kind, as texts. */
+  minimum?: string | undefined;
+  maximum?: string | undefined;
   help?: string | null;
   /** The value of a constant. */
   value?: string | null;
@@ -67,10 +70,16 @@ export interface UriRow {
   notify: boolean;
   /** Requests that are accepted but have no effect. */
   without_effect?: ("get" | "set")[];
+  /** The members without which a request is refused or means something else: of each inner list, one. */
+  get_needs?: string[][];
+  set_needs?: string[][];
   help?: string;
   /** The unit of the item's value. */
   unit?: string;
   values?: NamedValue[];
+  /** The range of the item's value. */
+  minimum?: string;
+  maximum?: string;
 }
 
 /** A kind of field. The limits are decimal numbers as texts. */

@@ -2,7 +2,7 @@ import type { Signal } from "@preact/signals";
 import type { Field } from "../../app/protocol";
 import { kindOf } from "../../app/session";
 import { isObject, type Json, type JsonObject } from "../../lib/json";
-import { describeKind, type Built, type FormValues } from "./form";
+import { describeKind, needOf, type Built, type FormValues } from "./form";
 import { label } from "./words";
 
 interface FieldsProps {
@@ -12,11 +12,13 @@ interface FieldsProps {
   built: Built;
   /** The item of the last response. Its members are the placeholders of empty fields. */
   current: JsonObject;
+  /** The members that the request needs, of the outermost object. */
+  needs?: string[][];
 }
 
 const asObject = (value: Json | undefined): JsonObject => (isObject(value) ? value : {});
 
-export function Fields({ list, prefix, values, built, current }: FieldsProps) {
+export function Fields({ list, prefix, values, built, current, needs = [] }: FieldsProps) {
   return (
     <div class="fields">
       {list.map((field) => {
@@ -26,7 +28,12 @@ export function Fields({ list, prefix, values, built, current }: FieldsProps) {
           return (
             <fieldset key={path}>
               <legend>{field.key}</legend>
-              {field.help && <p class="hint">{field.help}</p>}
+              {field.help && (
+                <p class="hint">
+                  <Need of={needOf(field.key, needs, values.value)} />
+                  {field.help}
+                </p>
+              )}
               <Fields
                 list={field.fields}
                 prefix={`${path}.`}
@@ -45,6 +52,7 @@ export function Fields({ list, prefix, values, built, current }: FieldsProps) {
             values={values}
             built={built}
             now={current[field.key]}
+            need={needOf(field.key, needs, values.value)}
           />
         );
       })}
@@ -52,15 +60,19 @@ export function Fields({ list, prefix, values, built, current }: FieldsProps) {
   );
 }
 
+/** Beside the help, so that the field's name stays its key. */
+const Need = ({ of }: { of: string }) => (of ? <span class="needed">{of} · </span> : null);
+
 interface FieldInputProps {
   field: Field;
   path: string;
   values: Signal<FormValues>;
   built: Built;
   now: Json | undefined;
+  need: string;
 }
 
-function FieldInput({ field, path, values, built, now }: FieldInputProps) {
+function FieldInput({ field, path, values, built, now, need }: FieldInputProps) {
   const kind = kindOf(field);
   const names = field.values;
   const typed = values.value[path] ?? "";
@@ -99,6 +111,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
           <span class={shown.level}>{shown.text}</span>
         ) : (
           <>
+            <Need of={need} />
             {field.help && `${field.help} · `}
             <span class="quiet">{describeKind(field, kind)}</span>
           </>

@@ -2,11 +2,30 @@ import type { Field, Kind, UriRow } from "../../app/protocol";
 import { isObject, type Json, type JsonObject } from "../../lib/json";
 import { label } from "./words";
 
-/** A field of a URI's item. If the type gives the value no unit or named values, those of the URI apply. */
+/** A field of a URI's item. If the type gives the value no unit, named values or range, those of the URI apply. */
 export const ofUri = (field: Field, row: UriRow): Field =>
   field.key !== "VALUE"
     ? field
-    : { ...field, unit: field.unit ?? row.unit ?? null, values: field.values ?? row.values ?? null };
+    : {
+        ...field,
+        unit: field.unit ?? row.unit ?? null,
+        values: field.values ?? row.values ?? null,
+        minimum: field.minimum ?? row.minimum,
+        maximum: field.maximum ?? row.maximum,
+      };
+
+/** The range of a field's numbers: its own, or that of its kind. */
+const rangeOf = (field: Field | undefined, kind: Kind | undefined) => ({
+  minimum: field?.minimum ?? kind?.minimum,
+  maximum: field?.maximum ?? kind?.maximum,
+});
+
+/** "needed" for a member without which the request is refused or means something else; "" once another takes its place. */
+export function needOf(key: string, needs: string[][], values: FormValues): string {
+  const others = needs.find((group) => group.includes(key))?.filter((other) => other !== key);
+  if (!others || others.some((other) => values[other])) return "";
+  return others.length > 0 ? label("IDS_NEEDED_WITHOUT", others.join(", ")) : label("IDS_NEEDED");
+}
 
 /** The text typed into each field, by the field's path ("DTG.YEAR"). */
 export type FormValues = Record<string, string>;
@@ -64,7 +83,7 @@ const bytesOf = (text: string): number => new TextEncoder().encode(text).length;
 /** "int32 · −2147483648 to 2147483647", "text · at most 1023 bytes" */
 export function describeKind(field: Field, kind: Kind | undefined): string {
   const parts: string[] = [field.kind];
-  const { minimum, maximum } = kind ?? {};
+  const { minimum, maximum } = rangeOf(field, kind);
   // The limits of a 64-bit number are too long to be of use.
   if (minimum !== undefined && maximum !== undefined) {
     if (maximum.length <= 10) parts.push(label("IDS_RANGE", minimum.replace("-", "−"), maximum));
@@ -76,12 +95,12 @@ export function describeKind(field: Field, kind: Kind | undefined): string {
   return parts.join(" · ");
 }
 
-function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Problem {
+function readNumber(field: Field | undefined, kind: Kind | undefined, typed: string): { value: Json } | Problem {
   if (!/^([+-]?\d+|0x[0-9a-f]+)$/i.test(typed)) {
     return { level: "bad", text: label("IDS_NEEDS_HEX") };
   }
   const value = BigInt(typed.startsWith("+") ? typed.slice(1) : typed);
-  const { minimum, maximum } = kind ?? {};
+  const { minimum, maximum } = rangeOf(field, kind);
   if (minimum !== undefined && maximum !== undefined && (value < BigInt(minimum) || value > BigInt(maximum))) {
     return { level: "bad", text: label("IDS_OUTSIDE", minimum, maximum) };
   }
@@ -94,7 +113,7 @@ function readNumber(kind: Kind | undefined, typed: string): { value: Json } | Pr
 function readNumbers(typed: string): { value: Json } | Problem {
   const numbers: Json[] = [];
   for (const word of typed.split(",")) {
-    const read = readNumber(undefined, word.trim());
+    const read = readNumber(undefined, undefined, word.trim());
     if ("level" in read) return { level: "bad", text: label("IDS_NEEDS_NUMBERS") };
     numbers.push(read.value);
   }
@@ -135,7 +154,7 @@ export function buildParameter(
         if (required) problems.set(path, { level: "bad", text: label("IDS_NEEDS_NUMBER") });
       } else {
         const kind = kindOf(field);
-        const read = kind?.json === "array" ? readNumbers(typed) : readNumber(kind, typed.trim());
+        const read = kind?.json === "array" ? readNumbers(typed) : readNumber(field, kind, typed.trim());
         if ("level" in read) problems.set(path, read);
         else ret[field.key] = read.value;
       }

@@ -31,6 +31,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
   const { uri } = row;
   const word = method === "get" ? "QUERY" : (type?.set?.request ?? "");
   const required = word === "MODIFY";
+  const needs = (method === "get" ? row.get_needs : row.set_needs) ?? [];
 
   function build(values: FormValues) {
     const fields = fieldsOf((method === "get" ? type?.query : type?.set?.fields) ?? [], row, values);
@@ -96,7 +97,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
       ) : (
         <>
           {fields.length > 0 && (
-            <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} />
+            <Fields list={fields} prefix="" values={values} built={built} current={currentItem(uri)} needs={needs} />
           )}
           {"fault" in read && <p class="hint note">{label("IDS_JSON_FAULT")}</p>}
           {lost.length > 0 && <p class="hint note">{label("IDS_JSON_ONLY", lost.join(", "))}</p>}

@@ -37,6 +37,8 @@ export const label = words({
   IDS_LOG_OF_REQUEST: "Log of this request",
   IDS_MAKE_REQUEST: "Make a request",
   IDS_MOST_ITEMS: "at most {0}, separated by commas",
+  IDS_NEEDED: "needed",
+  IDS_NEEDED_WITHOUT: "needed without {0}",
   IDS_NEEDS_HEX: "A whole number is needed, decimal or 0x…",
   IDS_NEEDS_NUMBER: "A number is needed",
   IDS_NEEDS_NUMBERS: "Whole numbers separated by commas are needed",
