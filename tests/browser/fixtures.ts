@@ -112,8 +112,9 @@ export const tooWide = (page: Page): Promise<string[]> =>
     const ret: string[] = [];
     if (document.documentElement.scrollWidth > innerWidth) ret.push("page");
     for (const element of document.querySelectorAll<HTMLElement>("#app *")) {
-      // On a narrow screen the choices of the player are one line, which scrolls.
+      // On a narrow screen the tabs are one line, which scrolls, and so are the choices of the player.
       if (!element.checkVisibility() || element.closest('[role="status"], .player-choices')) continue;
+      if (element.parentElement?.closest(".tabs")) continue;
       const { right, left, width } = element.getBoundingClientRect();
       if (width > 0 && (right > innerWidth + 0.5 || left < -0.5)) ret.push(`${element.tagName}.${element.className}`);
     }
