@@ -168,7 +168,7 @@ test.describe("a panel whose code does not arrive", () => {
     const page = await open("/#remote", {
       prepare: async (page) => void (await page.route(code, (route) => route.abort())),
     });
-    await expect(page.getByRole("alert")).toContainText("Not connected to the host.");
+    await expect(page.getByRole("alert")).toContainText("This view could not be loaded.");
     await page.unroute(code);
     await page.getByRole("alert").getByRole("button", { name: "Retry" }).click();
     await expect(page.getByRole("main").getByRole("button", { name: "VOL+" })).toBeVisible();

@@ -63,7 +63,9 @@ test("the search accepts several words in any order", async ({ open }) => {
   await expect(links(page)).toHaveAttribute("href", "#/tv/menu/common_setting/utc_time");
   await expect(links(page)).toContainText("The clock of the set");
   await search(page).fill("brightness");
-  await expect(links(page)).toHaveAttribute("href", "#/tv/config/value_number");
+  await expect(links(page)).toHaveCount(2);
+  for (const [at, uri] of ["value_number", "value_range"].entries())
+    await expect(links(page).nth(at)).toHaveAttribute("href", `#/tv/config/${uri}`);
   // A unit, the name of a value, and a member of a request.
   await search(page).fill("local_time ms");
   await expect(links(page)).toHaveCount(2);

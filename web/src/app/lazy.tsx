@@ -40,14 +40,12 @@ export function lazy(load: () => Promise<FunctionComponent>): FunctionComponent 
 
 /** A host that was replaced may have another page, so it is the page that is loaded again. */
 const NotLoaded = () => (
-  <section class="panel">
-    <p class="bad" role="alert">
-      {label("IDS_NOT_CONNECTED_HOST")}{" "}
-      <button type="button" class="link-button" onClick={() => location.reload()}>
-        {label("IDS_RETRY")}
-      </button>
-    </p>
-  </section>
+  <p class="access-notice" role="alert">
+    {label("IDS_NOT_LOADED")}{" "}
+    <button type="button" class="link-button" onClick={() => location.reload()}>
+      {label("IDS_RETRY")}
+    </button>
+  </p>
 );
 
 /** Loads the code of all panels, so that they are there at once when they are shown. */

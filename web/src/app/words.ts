@@ -27,6 +27,7 @@ const shared = {
   IDS_NOTIFICATIONS: "Notifications",
   IDS_NOT_ANSWERING: "Not answering",
   IDS_NOT_CONNECTED_HOST: "Not connected to the host.",
+  IDS_NOT_LOADED: "This view could not be loaded.",
   IDS_NOT_UNDONE: "This cannot be undone.",
   IDS_NO_ACCESS: "This page may not use the television: open the address that dtv-host printed (it ends with #token=...)",
   IDS_NO_ANSWER_WITHIN: "No answer to \"{0}\" within {1} s.",
