@@ -21,15 +21,13 @@ struct PathWord {
 };
 
 constexpr bool kOnStick = true;
-constexpr PathWord kPathWords[] = {{"stick", "insert", 2, PathIf::kAlways},
-                                   {"stick", "remove", 2, PathIf::kHasSlash},
-                                   {"antenna", "", 1, PathIf::kExists},
-                                   {"channels", "import", 2, PathIf::kExists},
-                                   {"guide", "import", 2, PathIf::kExists},
-                                   {"media", "list", 3, PathIf::kAlways, kOnStick},
-                                   {"media", "favourite", 2, PathIf::kAlways, kOnStick},
-                                   {"player", "play", 2, PathIf::kExists, kOnStick},
-                                   {"photo", "show", 2, PathIf::kAlways, kOnStick}};
+constexpr PathWord kPathWords[] = {
+    {"stick", "insert", 2, PathIf::kAlways},          {"stick", "folders", 2, PathIf::kAlways},
+    {"stick", "remove", 2, PathIf::kHasSlash},        {"antenna", "", 1, PathIf::kExists},
+    {"channels", "import", 2, PathIf::kExists},       {"guide", "import", 2, PathIf::kExists},
+    {"media", "list", 3, PathIf::kAlways, kOnStick},  {"media", "favourite", 2, PathIf::kAlways, kOnStick},
+    {"player", "play", 2, PathIf::kExists, kOnStick}, {"photo", "show", 2, PathIf::kAlways, kOnStick},
+};
 
 bool is_path(const std::string& word, PathIf path_if) {
   if (word.find("://") != std::string::npos) return false;

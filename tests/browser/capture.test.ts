@@ -60,6 +60,36 @@ test("what another client has begun is in the header of a page that is opened la
   await expect(page.getByRole("button", { name: "Stop recording" })).toBeVisible();
 });
 
+test("the header follows what another client begins and ends, while the page is visible", async ({ host, open }) => {
+  let polls = 0;
+  const page = await open("/", {
+    prepare: async (page) => {
+      page.on("websocket", (socket) =>
+        socket.on("framesent", ({ payload }) => {
+          if (String(payload).includes('"capture"')) polls++;
+        }),
+      );
+    },
+  });
+  await expect(badge(page)).toHaveCount(0);
+  await host.dtvctl("tv", "capture", "start");
+  await expect(badge(page)).toHaveText("Recording");
+  await host.dtvctl("tv", "capture", "stop");
+  await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_getVolume", "--delay", "1");
+  await expect(badge(page)).toHaveText("Faults 1");
+
+  // A hidden page asks nothing. One poll may be on its way.
+  const show = (state: string) =>
+    page.evaluate((value) => Object.defineProperty(document, "visibilityState", { value, configurable: true }), state);
+  await show("hidden");
+  const before = polls;
+  await page.waitForTimeout(8000);
+  expect(polls).toBeLessThanOrEqual(before + 1);
+  await show("visible");
+  await host.dtvctl("tv", "fault", "--clear");
+  await expect(badge(page)).toHaveCount(0);
+});
+
 test("faults are found by name or argument, set, listed and removed", async ({ host, open }) => {
   const page = await open("/#capture");
   const list = page.getByRole("list", { name: "Functions of the TV API" });

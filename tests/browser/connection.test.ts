@@ -122,13 +122,30 @@ test("a machine that slept does not reconnect for nothing", async ({ open }) => 
 
 test("a request that waits says so and can be given up; its late answer is dropped", async ({ host, open }) => {
   await host.write(volumeUri, 31);
-  const page = await open(`/#${volumeUri}`);
+  let gets = 0;
+  const page = await open(`/#${volumeUri}`, {
+    prepare: async (page) => {
+      page.on("websocket", (socket) =>
+        socket.on("framesent", ({ payload }) => {
+          const { method, params } = JSON.parse(String(payload));
+          if (method === "get" && params.uri === volumeUri && params.trace) gets++;
+        }),
+      );
+    },
+  });
   await host.dtvctl("tv", "fault", "a_vextvapi_volctrl_getVolume", "--delay", "6000");
   await getButton(page).click();
+  await expect(getButton(page)).toBeDisabled();
+  // Neither a second click nor Enter sends a second request.
+  await getButton(page).click({ force: true });
+  await getButton(page).press("Enter");
+  await expect(getButton(page)).toBeFocused();
   await expect(page.getByRole("form")).toContainText(/Waiting for the answer [1-9]\d* s/);
   await page.getByRole("form").getByRole("button", { name: "Cancel" }).click();
   await expect(response(page)).toContainText("You stopped waiting. The set may still carry the request out.");
   await expect(page.getByRole("form").getByRole("button", { name: "Cancel" })).toHaveCount(0);
+  await expect(getButton(page)).toBeEnabled();
+  expect(gets).toBe(1);
 
   // The host answers a client's requests in their order.
   await page.goto(`${host.origin}/#${muteUri}`);
@@ -141,4 +158,20 @@ test("a request that waits says so and can be given up; its late answer is dropp
   await host.dtvctl("tv", "fault", "--clear");
   await getButton(page).click();
   await expect(response(page)).toContainText("ret 0");
+});
+
+test.describe("a panel whose code does not arrive", () => {
+  test.use({ allowedErrors: [/Failed to load resource/] });
+
+  test("says so, and is there once the page is loaded again", async ({ open }) => {
+    const code = /\/remote-panel-[^/]*\.js$/;
+    const page = await open("/#remote", {
+      prepare: async (page) => void (await page.route(code, (route) => route.abort())),
+    });
+    await expect(page.getByRole("alert")).toContainText("Not connected to the host.");
+    await page.unroute(code);
+    await page.getByRole("alert").getByRole("button", { name: "Retry" }).click();
+    await expect(page.getByRole("main").getByRole("button", { name: "VOL+" })).toBeVisible();
+    await expect(page.getByRole("alert")).toHaveCount(0);
+  });
 });

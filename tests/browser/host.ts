@@ -10,7 +10,7 @@ import { createInterface } from "node:readline";
 
 const here = import.meta.dirname;
 export const bin = resolve(here, process.env["DTV_BUILD"] ?? "../../build", "bin");
-const web = resolve(here, "../../web/dist");
+export const web = resolve(here, "../../web/dist");
 
 export const volumeUri = "/tv/cast/volume/volume";
 export const muteUri = "/tv/cast/volume/mute";

@@ -283,8 +283,9 @@ const fakeMedia = (page: Page, fakes: Fakes): Promise<void> =>
     const server = socket.connectToServer();
     socket.onMessage((text) => {
       const { id, method, params } = JSON.parse(String(text)) as { id: number; method: string; params: { words: string[] } };
-      if (method !== "tv" || !faked.includes(params.words[0]!)) return server.send(text);
-      const command = params.words.join(" ");
+      const command = params?.words?.join(" ") ?? "";
+      // The folders to choose a stick from are the host's own.
+      if (method !== "tv" || !faked.includes(params.words[0]!) || command.startsWith("stick folders")) return server.send(text);
       fakes.commands.push(command);
       const refusal = [...fakes.refused].find(([begin]) => command.startsWith(begin))?.[1];
       const reply = refusal === undefined ? { result: answer(fakes, params.words) } : { error: { code: -32001, message: refusal } };

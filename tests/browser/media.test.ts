@@ -164,7 +164,7 @@ test("a stick is inserted, scanned and removed", async ({ open }) => {
   fakes.inserted = false;
   const page = await open("/#media", { prepare: fakes.prepare });
   await expect(media(page)).toContainText("No USB stick is inserted");
-  const folder = media(page).getByRole("textbox", { name: "Folder to insert as a USB stick" });
+  const folder = media(page).getByRole("combobox", { name: "Folder to insert as a USB stick" });
   fakes.refused.set("stick insert", 'the folder "/none" cannot be found');
   await folder.fill("/none");
   await folder.press("Enter");
@@ -365,7 +365,7 @@ test("a film and photos of a real stick, from its insertion to its removal", asy
   const page = await open("/#media");
   await page.getByText("Subscriptions").click();
   for (const name of ["usb_detect", "cbrowser_playback"]) await page.getByRole("checkbox", { name, exact: true }).check();
-  const path = media(page).getByRole("textbox", { name: "Folder to insert as a USB stick" });
+  const path = media(page).getByRole("combobox", { name: "Folder to insert as a USB stick" });
   await path.fill(folder);
   await path.press("Enter");
   await expect(media(page)).toContainText("Photos: 3");

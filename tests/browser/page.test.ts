@@ -79,6 +79,20 @@ for (const width of [360, 390]) {
         expect(await tooWide(page), what).toEqual([]);
       };
 
+      // Each view has a word and an icon of its own.
+      const words = await tabs.locator(".tab-text").allInnerTexts();
+      expect(words).toContain("Record and faults");
+      expect(new Set(words).size).toBe(words.length);
+      const icons = await tabs.locator("svg").evaluateAll((each) => each.map((icon) => icon.innerHTML));
+      expect(new Set(icons).size).toBe(icons.length);
+      for (const button of await tabs.getByRole("button").all()) {
+        const box = (await button.locator(".tab-text").boundingBox())!;
+        expect(box.width, await button.innerText()).toBeGreaterThan(15);
+        await button.click();
+        await expect(button).toBeInViewport({ ratio: 1 });
+      }
+      await tabs.getByRole("button", { name: "URIs" }).click();
+
       await fits("list");
       await page.getByRole("searchbox").fill("active_window_info cast");
       await fits("empty search");

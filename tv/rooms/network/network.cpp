@@ -8,14 +8,17 @@
 // Ethernet frames is Ethernet, including bridges and virtual interfaces.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
+#include <linux/ethtool.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <net/if_arp.h>
 #include <netpacket/packet.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -24,6 +27,7 @@
 #include <boost/json.hpp>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -52,6 +56,7 @@ struct Interface {
   std::string name;
   InterfaceKind kind = InterfaceKind::kOther;
   bool runs = false;                // up, with a carrier
+  bool idle = false;                // a virtual one that is switched off: shown only if it has an address
   std::set<std::string> addresses;  // as "192.0.2.5/24"
 };
 
@@ -97,6 +102,21 @@ InterfaceKind kind_of(std::string_view name, const sockaddr_ll& link) {
   return link.sll_hatype == ARPHRD_ETHER ? InterfaceKind::kEthernet : InterfaceKind::kOther;
 }
 
+// Whether the interface belongs to a device of the machine, such as a network card. What the kernel says of it does not
+// depend on the file systems that are mounted.
+bool is_real(const char* name) {
+  const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ethtool_drvinfo about{};
+  about.cmd = ETHTOOL_GDRVINFO;
+  ifreq request{};
+  std::strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
+  request.ifr_data = reinterpret_cast<char*>(&about);
+  const bool told = any >= 0 && ioctl(any, SIOCETHTOOL, &request) == 0;
+  if (any >= 0) close(any);
+  const std::string_view bus(about.bus_info, strnlen(about.bus_info, sizeof about.bus_info));
+  return told && !bus.empty() && bus != "N/A";  // "N/A": a bridge
+}
+
 bool read_facts(Facts& ret_facts) {
   ifaddrs* first = nullptr;
   if (getifaddrs(&first) != 0) {
@@ -115,6 +135,7 @@ bool read_facts(Facts& ret_facts) {
     interface.name = each->ifa_name;
     interface.kind = kind_of(each->ifa_name, link);
     interface.runs = (each->ifa_flags & IFF_UP) != 0 && (each->ifa_flags & IFF_RUNNING) != 0;
+    interface.idle = (each->ifa_flags & IFF_UP) == 0 && !is_real(each->ifa_name);
     named[each->ifa_name] = &interface;
   }
   for (const ifaddrs* each = first; each != nullptr; each = each->ifa_next) {
@@ -295,8 +316,12 @@ boost::json::object network_command(Arguments arguments) {
   const std::lock_guard guard(state.lock);
   // The thread may be late. Updating here posts the events of all that the reply shows.
   if (!update_facts()) return reply_see_log("the network cannot be read");
+  // The kernel may have made virtual interfaces that nobody uses. They are shown only where there is nothing else.
+  const auto is_used = [](const auto& each) { return !each.second.idle || !each.second.addresses.empty(); };
+  const bool any = std::ranges::any_of(state.facts, is_used);
   boost::json::object interfaces;
-  for (const auto& [index, interface] : state.facts) interfaces[interface.name] = shown(index, interface);
+  for (const auto& each : state.facts)
+    if (!any || is_used(each)) interfaces[each.second.name] = shown(each.first, each.second);
   return {{"cable", state.lost ? "pulled" : "as the machine has it"}, {"interfaces", std::move(interfaces)}};
 }
 

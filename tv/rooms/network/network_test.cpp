@@ -355,6 +355,18 @@ TEST_F(TvNetwork, SimulatedCableStaysPulledAfterARestart) {
   expect_has(network(), R"("cable":"as the machine has it")");
 }
 
+// A namespace's own interfaces are virtual: no device of the machine is in it.
+TEST_F(TvNetwork, ShowsUnusedVirtualInterfacesOnlyWhereThereIsNothingElse) {
+  expect_has(network(), R"("eth0":{)");
+  expect_has(network(), R"("wlan0":{)");
+  ip("link set eth0 up");
+  expect_has(network(), R"("eth0":{)");
+  EXPECT_EQ(network().find("wlan0"), std::string::npos);
+  ip("address add 198.51.100.20/24 dev wlan0");
+  expect_has(network(), R"("addresses":["198.51.100.20/24"])");
+  expect_has(network("lose"), R"("eth0":{)");
+}
+
 TEST_F(TvNetwork, ErrorsOfBadCommandsNameWhatIsAllowed) {
   expect_has(network("cut"), R"({"error":"network takes lose or restore, not \"cut\""})");
   expect_has(tv_control(R"(["network","lose","now"])"), "one word too many");

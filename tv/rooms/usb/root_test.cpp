@@ -181,4 +181,51 @@ TEST_F(TvUsbRoot, StoredSticksOutsideANewRootAreDropped) {
   EXPECT_EQ(devices(), "/dev/sdc1");
 }
 
+// ---- The folders to choose from ----
+
+std::string names(const std::vector<std::string>& paths) {
+  std::string text;
+  for (const std::string& path : paths) text += (text.empty() ? "\"" : ",\"") + path + '"';
+  return '[' + text + ']';
+}
+
+TEST_F(TvUsbRoot, ListsTheFoldersInTheRoot) {
+  const TvFolder elsewhere;
+  const std::string music = make("music"), films = make("films"), old = make("films/old"), hidden = make(".cache");
+  std::ofstream(world.path + "/file") << "x";
+  const std::string same = link("music", "the same");
+  link(elsewhere.path, "outside");
+  link(world.path + "/nowhere", "nowhere");
+  fs::create_directory(world.path + "/\xff");
+  const std::string root = R"({"root":")" + fs::canonical(world.path).string() + R"(","folders":)";
+  EXPECT_EQ(stick({"folders"}), root + names({films, music, same}) + "}");
+  EXPECT_EQ(stick({"folders", world.path + "/films/"}), root + names({old}) + "}");
+  EXPECT_EQ(stick({"folders", music}), root + "[]}");
+  EXPECT_EQ(devices(), "");
+}
+
+TEST_F(TvUsbRoot, ListsNoFolderOutsideTheRoot) {
+  const TvFolder elsewhere;
+  fs::create_directory(elsewhere.path + "/folder");
+  const std::string refused = R"({"error":"only a folder in )" + world.path + R"( can become a USB stick"})";
+  for (const std::string& path : {elsewhere.path, std::string("/"), world.path + "/..", link(elsewhere.path, "out"),
+                                  elsewhere.path + "/nowhere"}) {
+    EXPECT_EQ(stick({"folders", path}), refused) << path;
+  }
+  expect_error(stick({"folders", "music"}), {"not an absolute path"});
+  expect_error(stick({"folders", world.path + "/nowhere"}), {"cannot be found"});
+  std::ofstream(world.path + "/file") << "x";
+  expect_error(stick({"folders", world.path + "/file"}), {"cannot be read"});
+}
+
+TEST_F(TvUsbRoot, NamesABoundedNumberOfFolders) {
+  for (int i = 0; i < 201; ++i) make("folder " + std::to_string(1000 + i));
+  const std::string answer = stick({"folders"});
+  EXPECT_NE(answer.find("/folder 1199\""), std::string::npos);
+  EXPECT_EQ(answer.find("/folder 1200\""), std::string::npos);
+  EXPECT_NE(answer.find(R"("more":true)"), std::string::npos);
+  fs::remove(world.path + "/folder 1200");
+  EXPECT_EQ(stick({"folders"}).find("more"), std::string::npos);
+}
+
 }  // namespace

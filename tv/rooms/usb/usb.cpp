@@ -24,6 +24,7 @@
 #include "core/set.h"
 #include "core/store.h"
 #include "core/text.h"
+#include "folders.h"
 #include "rooms/library/library.h"
 #include "rooms/media_player/media_player.h"
 #include "rooms/menus/menus.h"
@@ -298,6 +299,25 @@ boost::json::object list_sticks() {
   return {{"sticks", std::move(sticks)}};
 }
 
+// The folders in a folder, by default in the root, so that a viewer can choose one.
+boost::json::object list_folders(Arguments names) {
+  const std::string root = usb_root();
+  const std::string_view given = names.empty() ? root : names[0];
+  if (root.empty()) return reply_error(outside());
+  if (!given.starts_with('/')) return reply_error("the folder " + quoted(given) + " is not an absolute path");
+  const UsbPlace place = usb_place(given);
+  const bool is_root = given == root;  // the root / is not inside itself
+  if (!place.inside && !is_root) return reply_error(outside());
+  if (place.inside && place.failed) return reply_error(not_found(given, place.failed));
+  UsbFolders found;
+  if (!usb_folders_in(is_root ? root : place.folder, found)) {
+    return reply_error("the folder " + quoted(given) + " cannot be read");
+  }
+  boost::json::object answer{{"root", root}, {"folders", boost::json::array(found.paths.begin(), found.paths.end())}};
+  if (found.more) answer["more"] = true;
+  return answer;
+}
+
 // ---- Descriptions ----
 
 // In decimal units: 1 kB is 1000 bytes.
@@ -469,12 +489,14 @@ boost::json::object stick_command(Arguments arguments) {
   if (action == "list" && arguments.size() <= 1) return list_sticks();
   if (action == "insert" && arguments.size() >= 2) return insert_stick(arguments[1], arguments.subspan(2));
   if (action == "remove" && arguments.size() == 2) return remove_sticks(arguments[1]);
-  return reply_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, or list");
+  if (action == "folders" && arguments.size() <= 2) return list_folders(arguments.subspan(1));
+  return reply_error("stick takes insert DIR [LABEL], remove DEV|LABEL|DIR|all, list, or folders [DIR]");
 }
 
 constexpr Command kCommands[] = {
-    {"stick", "[insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list]", 3,
-     "Inserts a folder as a USB stick, removes sticks, lists them; sticks stay inserted when the set is switched off",
+    {"stick", "[insert DIR [LABEL] | remove DEV|LABEL|DIR|all | list | folders [DIR]]", 3,
+     "Inserts a folder as a USB stick, removes sticks, lists them and the folders that can become one; sticks stay "
+     "inserted when the set is switched off",
      stick_command},
 };
 

@@ -1,10 +1,8 @@
 import { Fragment } from "preact";
-import type { Json, JsonObject } from "../lib/json";
+import { compactJson, type JsonObject } from "../lib/json";
 import type { TapLine } from "../lib/tap-line";
 import { label } from "./words";
 import "./call-list.css";
-
-const show = (value: Json): string => JSON.stringify(value);
 
 const Members = ({ members }: { members: JsonObject | undefined }) => (
   <>
@@ -12,7 +10,7 @@ const Members = ({ members }: { members: JsonObject | undefined }) => (
       <Fragment key={key}>
         {index > 0 && ", "}
         <span class="arg">
-          <span class="j-key">{key}</span>: <span class="j-number">{show(value)}</span>
+          <span class="j-key">{key}</span>: <span class="j-number">{compactJson(value)}</span>
         </span>
       </Fragment>
     ))}
@@ -30,7 +28,7 @@ export function CallLine({ line }: { line: TapLine }) {
         {line.ret !== undefined && (
           <>
             {" → "}
-            <span class="j-number">{show(line.ret)}</span>
+            <span class="j-number">{compactJson(line.ret)}</span>
           </>
         )}
       </div>

@@ -1,4 +1,4 @@
-import { isObject, type Json, type JsonObject } from "../lib/json";
+import { isObject, parseExactly, type Json, type JsonObject } from "../lib/json";
 import type { TapLine } from "../lib/tap-line";
 import { watchLiveness, type Liveness } from "./liveness";
 import type { Method, Params, Result } from "./protocol";
@@ -65,6 +65,8 @@ export interface CallOptions {
   timeoutMs?: number;
   /** Ends the wait with the signal's reason. A later answer is ignored. */
   signal?: AbortSignal;
+  /** A JSON text that is sent as the member "parameter", as it is, in place of that of the params. */
+  parameterJson?: string;
 }
 
 /** What follows the method's name in a call. */
@@ -93,6 +95,12 @@ interface PendingCall {
 
 const usualTimeoutMs = 20_000;
 
+function messageText(id: number, method: Method, params: unknown, parameterJson: string | undefined): string {
+  if (parameterJson === undefined) return JSON.stringify({ jsonrpc: "2.0", id, method, ...(params === undefined ? {} : { params }) });
+  const others = JSON.stringify({ ...(params as object), parameter: undefined });
+  return `{"jsonrpc":"2.0","id":${id},"method":"${method}","params":${others.slice(0, -1)},"parameter":${parameterJson}}}`;
+}
+
 const asError = (reason: unknown): Error => (reason instanceof Error ? reason : new Error(String(reason)));
 
 export function createClient(options: ClientOptions): Client {
@@ -117,7 +125,7 @@ export function createClient(options: ClientOptions): Client {
     pending.clear();
   }
 
-  function send(method: Method, params?: unknown, { timeoutMs = usualTimeoutMs, signal }: CallOptions = {}): Promise<Json> {
+  function send(method: Method, params?: unknown, { timeoutMs = usualTimeoutMs, signal, parameterJson }: CallOptions = {}): Promise<Json> {
     return new Promise((resolve, reject) => {
       if (!socket || !isOpen()) {
         reject(new ConnectionError(wordNow("IDS_NOT_CONNECTED_HOST")));
@@ -135,7 +143,7 @@ export function createClient(options: ClientOptions): Client {
       const timer = setTimeout(() => giveUp(late), timeoutMs);
       signal?.addEventListener("abort", () => giveUp(asError(signal.reason)), { once: true });
       pending.set(id, { method, resolve, reject, timer });
-      socket.send(JSON.stringify({ jsonrpc: "2.0", id, method, ...(params === undefined ? {} : { params }) }));
+      socket.send(messageText(id, method, params, parameterJson));
     });
   }
 
@@ -189,7 +197,7 @@ export function createClient(options: ClientOptions): Client {
   function receive(text: string) {
     let parsed: Json;
     try {
-      parsed = JSON.parse(text) as Json;
+      parsed = parseExactly(text);
     } catch {
       console.warn("The host sent a text that is not JSON:", text.slice(0, 200));
       return;

@@ -17,6 +17,7 @@ const shared = {
   IDS_DROPPED: "{0} messages were lost: the queue overflowed.",
   IDS_DROPPED_ONE: "1 message was lost: the queue overflowed.",
   IDS_GAP: "Not connected from {0} to {1} ({2} s).",
+  IDS_INSERT: "Insert",
   IDS_LANGUAGE_REFUSED: "The television did not accept the language “{0}”.",
   IDS_LOOK_ONLY:
     "This view needs the token: open the address that dtv-host printed (it ends with #token=...)",
@@ -38,6 +39,8 @@ const shared = {
   IDS_SEARCH: "Search",
   IDS_SOUND: "Sound",
   IDS_START_OF_PAGE: "dtv inspector, start",
+  IDS_STICK_FOLDER: "Folder to insert as a USB stick",
+  IDS_STICK_ROOT: "Folders in {0} can be inserted.",
   IDS_SUBSCRIBE: "Subscribe",
   IDS_THEME: "Colours of this page",
   IDS_THEME_DARK: "Dark",

@@ -1,4 +1,4 @@
-import type { Json } from "./json";
+import { parseExactly, type Json } from "./json";
 
 /** JSON that a person types: where it is wrong, and what is missing there. */
 
@@ -108,7 +108,7 @@ function findFault(json: string): Stop {
 
 export function parseJson(json: string): ParsedJson {
   try {
-    return { value: JSON.parse(json) as Json };
+    return { value: parseExactly(json) };
   } catch {
     const { at, kind, bracket } = findFault(json);
     const before = json.slice(0, at).split("\n");

@@ -1,4 +1,5 @@
 import { signal, type ReadonlySignal } from "@preact/signals";
+import { compactJson, type Json } from "./json";
 
 export interface Entry<T> {
   number: number;
@@ -81,7 +82,7 @@ export function createLog<T>(limits: LogLimits): Log<T> {
     paused,
     held,
     add(value) {
-      const size = JSON.stringify(value).length;
+      const size = compactJson(value as Json).length;
       waiting.push({ number: ++count, at: Date.now(), value, size });
       waitingCharacters += size;
       // A hidden page gets no frames, so the waiting entries are bounded too.

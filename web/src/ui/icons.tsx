@@ -53,6 +53,7 @@ export const ChannelsIcon = () => line(<><rect x="2.5" y="6" width="15" height="
 export const GuideIcon = () => line(<><rect x="3" y="4" width="14" height="13" rx="1.6" /><path d="M3 8h14M7 2.5V5M13 2.5V5M7 11h2.5M11.5 14H14" /></>);
 export const AntennaIcon = () => line(<path d="M10 9.5V17M7 17h6M6.8 12.7a4.5 4.5 0 0 1 0-6.4M13.2 6.3a4.5 4.5 0 0 1 0 6.4M4.3 15.2a8 8 0 0 1 0-11.4M15.7 3.8a8 8 0 0 1 0 11.4M10 9.5h.01" />);
 export const RecordIcon = () => line(<><circle cx="10" cy="10" r="7" /><circle cx="10" cy="10" r="3" fill="currentColor" /></>);
+export const FaultIcon = () => line(<><path d="M10 3 2.8 16h14.4z" /><path d="M10 8v4M10 14h.01" /></>);
 export const StopIcon = () => line(<rect x="5" y="5" width="10" height="10" rx="1" />);
 export const EditIcon = () => line(<path d="m4 16 .8-3.4 8.3-8.3 2.6 2.6-8.3 8.3zM11.5 5.9l2.6 2.6" />);
 export const StarIcon = ({ filled }: { filled: boolean }) =>

@@ -1,4 +1,5 @@
 import { useSignal } from "@preact/signals";
+import { useId } from "preact/hooks";
 
 interface LineFormProps {
   class: string;
@@ -11,13 +12,19 @@ interface LineFormProps {
   /** False: an empty text cannot be sent. */
   empty?: boolean;
   disabled?: boolean;
+  /** Texts to choose from. */
+  offered?: readonly string[];
+  /** Told what is typed so far. */
+  onText?: (text: string) => void;
   /** Returns whether the text was taken: the form closes then. */
   send: (text: string) => Promise<boolean>;
   close: () => void;
 }
 
 /** One line of text with a button. Escape closes the form. */
-export function LineForm({ class: name, label, text = "", placeholder, action, empty = true, disabled, send, close }: LineFormProps) {
+export function LineForm(props: LineFormProps) {
+  const { class: name, label, text = "", placeholder, action, empty = true, disabled, offered, onText, send, close } = props;
+  const list = useId();
   const draft = useSignal(text);
 
   async function submit(event: Event) {
@@ -43,8 +50,19 @@ export function LineForm({ class: name, label, text = "", placeholder, action, e
         autocomplete="off"
         spellcheck={false}
         value={draft.value}
-        onInput={(event) => (draft.value = event.currentTarget.value)}
+        {...(offered ? { list } : {})}
+        onInput={(event) => {
+          draft.value = event.currentTarget.value;
+          onText?.(draft.value);
+        }}
       />
+      {offered && (
+        <datalist id={list}>
+          {offered.map((each) => (
+            <option key={each} value={each} />
+          ))}
+        </datalist>
+      )}
       <button type="submit" class="button small" disabled={disabled || (!empty && draft.value.trim() === "")}>
         {action}
       </button>

@@ -1,10 +1,35 @@
-import { show } from "../../app/navigation";
-import { faultCount, status } from "./capture";
+import { usePolling } from "../../app/commands";
+import { show, view } from "../../app/navigation";
+import { token } from "../../lib/token";
+import { FaultIcon } from "../../ui/icons";
+import { faultCount, readCapture, status } from "./capture";
 import { label } from "./words";
 import "./capture.css";
 
-/** In the header: what is active, as a button that leads to the panel; nothing if nothing is active. */
-export function CaptureBadge() {
+const pauseMs = 3000;
+
+/** Learns what another page or a shell has begun or ended. The panel, while it is shown, reads more often. */
+function Watch() {
+  usePolling(
+    async () => {
+      if (view.peek() !== "capture") await readCapture();
+    },
+    () => pauseMs,
+  );
+  return null;
+}
+
+/** In the header, for a page with a token: what is active. */
+export const CaptureBadge = () =>
+  token() === null ? null : (
+    <>
+      <Watch />
+      <Active />
+    </>
+  );
+
+/** What is active, as a button that leads to the panel; nothing if nothing is active. */
+function Active() {
   const recording = status.value?.recording ?? false;
   const replays = status.value?.replay !== undefined;
   const count = faultCount.value;
@@ -19,7 +44,8 @@ export function CaptureBadge() {
       )}
       {replays && <span>{label("IDS_CAPTURE_REPLAY")}</span>}
       {count > 0 && (
-        <span>
+        <span class="capture-runs">
+          <FaultIcon />
           <span class="capture-word">{label("IDS_FAULTS")} </span>
           {count}
         </span>

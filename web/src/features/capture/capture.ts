@@ -1,6 +1,6 @@
-import { batch, computed, effect, signal } from "@preact/signals";
+import { batch, computed, signal } from "@preact/signals";
 import { attempt } from "../../app/commands";
-import { connection, television, textOf } from "../../app/session";
+import { television, textOf } from "../../app/session";
 import { token } from "../../lib/token";
 
 /** Records of the host, and faults of the platform's functions. */
@@ -90,8 +90,3 @@ export async function download(path: string, name: string) {
     captureProblem.value = textOf(reason);
   }
 }
-
-// When the page connects, the header learns what another page or a shell has begun. A page without a token may not ask.
-effect(() => {
-  if (connection.value.name === "open" && token() !== null) readCapture().catch(() => undefined);
-});

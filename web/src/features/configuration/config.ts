@@ -1,7 +1,7 @@
 import { batch, signal, type ReadonlySignal, type Signal } from "@preact/signals";
 import { isForbidden, RpcError } from "../../app/rpc";
 import { getItem, RefusedError, setItem, television, textOf } from "../../app/session";
-import type { Json, JsonObject } from "../../lib/json";
+import { compactJson, type Json, type JsonObject } from "../../lib/json";
 import { label } from "./words";
 
 /**
@@ -44,7 +44,7 @@ export interface ConfigRow {
 const changedMs = 2500;
 
 const numberOf = (value: Json | undefined): number | undefined => (typeof value === "number" ? value : undefined);
-const same = (one: Json, other: Json): boolean => JSON.stringify(one) === JSON.stringify(other);
+const same = (one: Json, other: Json): boolean => compactJson(one) === compactJson(other);
 
 // ---- reading an entry
 
@@ -221,7 +221,6 @@ export function valueOf({ kind }: ConfigEntry, typed: string): { value: Json } |
 /** Writes a value and reads it back. Returns whether the television accepted it; the row shows why not. */
 export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean> {
   const entry = row.entry.peek();
-  const limits = limitsOf(entry);
   try {
     await setItem(...requestFor(entry, value));
     row.problem.value = "";
@@ -229,11 +228,8 @@ export async function writeConfig(row: ConfigRow, value: Json): Promise<boolean>
     await (entry.kind === "action" ? refreshConfig() : refreshKey(row.key));
     return true;
   } catch (reason) {
-    if (!(reason instanceof RefusedError)) row.problem.value = textOf(reason);
-    else {
-      const why = reason.reason;
-      row.problem.value = limits ? label("IDS_REFUSED_LIMITS", why, limits) : label("IDS_REFUSED", why);
-    }
+    // The line of the value shows its limits already.
+    row.problem.value = reason instanceof RefusedError ? label("IDS_REFUSED", reason.reason) : textOf(reason);
     return false;
   }
 }

@@ -29,7 +29,6 @@ export const label = words({
   IDS_RANGE: "{0} to {1}",
   IDS_RECORDINGS: "Recordings",
   IDS_REFUSED: "Not accepted: {0}.",
-  IDS_REFUSED_LIMITS: "Not accepted: {0}. Allowed: {1}.",
   IDS_SEND: "Send",
   IDS_SEND_QUESTION: "Send {0}?",
   IDS_SUBTITLES: "Subtitles",

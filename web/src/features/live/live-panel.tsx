@@ -1,7 +1,7 @@
 import { signal, useSignal } from "@preact/signals";
 import type { ComponentChildren } from "preact";
 import { calls, list, notifications, setTracing, setWatched, tracing, watched, type LogValue } from "../../app/session";
-import { isObject } from "../../lib/json";
+import { compactJson, isObject, type Json } from "../../lib/json";
 import { clock, type Entry, type Log } from "../../lib/log";
 import { CallLine } from "../../app/call-list";
 import { ClearIcon, PauseIcon, PlayIcon } from "../../ui/icons";
@@ -90,8 +90,8 @@ function setOpened(entry: Entry<LogValue>, on: boolean) {
 /** Of a member's text, so much is shown in a line. The raw text has all of it. */
 const lineCharacters = 300;
 
-function lineText(value: unknown): string {
-  const text = JSON.stringify(value);
+function lineText(value: Json): string {
+  const text = compactJson(value);
   return text.length > lineCharacters ? `${text.slice(0, lineCharacters)}…` : text;
 }
 
@@ -127,7 +127,7 @@ function NotificationLine({ entry, tabIndex }: { entry: Entry<LogValue>; tabInde
           </span>
         ))}
       </summary>
-      {open && <pre class="code">{JSON.stringify(notification)}</pre>}
+      {open && <pre class="code">{compactJson(notification)}</pre>}
     </details>
   );
 }

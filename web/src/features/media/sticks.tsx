@@ -1,11 +1,10 @@
 import { useSignal } from "@preact/signals";
 import { useEffect } from "preact/hooks";
-import { controllable } from "../../app/commands";
+import { StickForm } from "../../app/stick-form";
 import { television } from "../../app/session";
 import { sizeText } from "../../lib/measures";
 import { IconButton } from "../../ui/icon-button";
 import { ClearIcon, PlusIcon, RefreshIcon, StickIcon } from "../../ui/icons";
-import { LineForm } from "../../ui/line-form";
 import { changeSticks, folder, openFolder, scans, stickOf, type Stick } from "./media";
 import { forgetThumbnails } from "./thumbnails";
 import { label } from "./words";
@@ -38,24 +37,15 @@ export function Sticks({ known }: { known: readonly Stick[] }) {
           </button>
         )}
       </div>
-      {open && <InsertForm close={() => (adding.value = false)} />}
+      {open && (
+        <StickForm
+          class="stick-insert"
+          send={(path) => changeSticks("stick", "insert", path)}
+          close={() => (adding.value = false)}
+        />
+      )}
       {chosen && <StickLine stick={chosen} />}
     </section>
-  );
-}
-
-function InsertForm({ close }: { close: () => void }) {
-  return (
-    <LineForm
-      class="stick-insert"
-      label={label("IDS_STICK_FOLDER")}
-      placeholder={label("IDS_STICK_FOLDER")}
-      action={label("IDS_INSERT")}
-      empty={false}
-      disabled={!controllable.value}
-      send={(path) => changeSticks("stick", "insert", path.trim())}
-      close={close}
-    />
   );
 }
 

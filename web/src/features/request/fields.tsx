@@ -81,7 +81,7 @@ function FieldInput({ field, path, values, built, now }: FieldInputProps) {
         inputMode={kind?.json === "number" ? "numeric" : "text"}
         autocomplete="off"
         spellcheck={false}
-        placeholder={typeof now === "string" || typeof now === "number" ? String(now) : ""}
+        placeholder={["string", "number", "bigint"].includes(typeof now) ? String(now) : ""}
         value={typed}
         aria-describedby={`${id}-about`}
         aria-invalid={shown?.level === "bad"}

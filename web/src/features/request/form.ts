@@ -17,7 +17,7 @@ export function valuesOf(parameter: JsonObject): FormValues {
   function add(members: JsonObject, prefix: string) {
     for (const [key, value] of Object.entries(members)) {
       const path = prefix + key;
-      if (typeof value === "string" || typeof value === "number") ret[path] = String(value);
+      if (["string", "number", "bigint"].includes(typeof value)) ret[path] = String(value);
       else if (Array.isArray(value)) ret[path] = value.map(String).join(", ");
       else if (isObject(value)) add(value, `${path}.`);
     }

@@ -1,8 +1,8 @@
 import { connection } from "../../app/session";
 import { IconButton } from "../../ui/icon-button";
 import { SendIcon } from "../../ui/icons";
-import { forgetAll, history, recall } from "./history";
-import { send, strict } from "./outcomes";
+import { forgetAll, history, recall, textOf } from "./history";
+import { send, strict, waiting } from "./outcomes";
 import { label } from "./words";
 
 /** The latest requests: each can be opened in the form of its URI, or sent again as it was. */
@@ -19,11 +19,11 @@ export function HistoryList() {
           <li key={index}>
             <button type="button" class="history-entry" onClick={() => recall(request)}>
               <b>{request.method}</b> {request.uri}
-              {request.parameter && <span class="quiet"> {JSON.stringify(request.parameter)}</span>}
+              {request.parameter && <span class="quiet"> {textOf(request)}</span>}
             </button>
             <IconButton
               label={label("IDS_SEND_AGAIN")}
-              disabled={connection.value.name !== "open"}
+              disabled={connection.value.name !== "open" || waiting.value.has(request.uri)}
               onClick={() => {
                 recall(request);
                 void send({ ...request, strict: strict.peek() });

@@ -1,7 +1,7 @@
 import { signal } from "@preact/signals";
 import type { GetResult, SetResult } from "../../app/protocol";
 import { call } from "../../app/session";
-import type { JsonObject } from "../../lib/json";
+import { compactJson, type JsonObject } from "../../lib/json";
 import { readStored, store } from "../../lib/stored";
 import { remember } from "./history";
 import { label } from "./words";
@@ -11,6 +11,8 @@ export interface Request {
   method: "get" | "set";
   uri: string;
   parameter?: JsonObject | undefined;
+  /** The parameter as the user typed it, if it was typed as JSON. It is sent as it is. */
+  typed?: string | undefined;
   strict?: boolean | undefined;
 }
 
@@ -60,20 +62,19 @@ let requests = 0;
 
 /** Sends a request, unless one of its URI is waiting. */
 export async function send(request: Request) {
-  const { method, uri, parameter, strict } = request;
+  const { method, uri, parameter, typed, strict } = request;
   if (waiting.peek().has(uri)) return;
   remember(request);
   const abort = new AbortController();
   const since = performance.now();
   waiting.value = new Map(waiting.peek()).set(uri, { request, since, cancel: () => abort.abort(new CancelledError()) });
-  const params = { uri, ...(parameter ? { parameter } : {}), ...(strict ? { strict } : {}), trace: true };
-  const options = { timeoutMs, signal: abort.signal };
+  const params = { uri, ...(strict ? { strict } : {}), trace: true };
+  const parameterJson = typed ?? (parameter && compactJson(parameter));
+  const options = { timeoutMs, signal: abort.signal, ...(parameterJson === undefined ? {} : { parameterJson }) };
   let answer: Outcome["answer"];
   try {
     answer =
-      method === "get"
-        ? await call("get", params, options)
-        : await call("set", { ...params, parameter: parameter ?? {} }, options);
+      method === "get" ? await call("get", params, options) : await call("set", { ...params, parameter: {} }, options);
   } catch (reason) {
     answer = { error: reason instanceof Error ? reason : new Error(String(reason)) };
   }

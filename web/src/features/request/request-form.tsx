@@ -1,11 +1,11 @@
 import { signal, useSignal } from "@preact/signals";
 import type { ItemType, UriRow } from "../../app/protocol";
 import { connection, kindOf } from "../../app/session";
-import { itemsOf, prettyJson, type JsonObject } from "../../lib/json";
+import { compactJson, itemsOf, prettyJson, type JsonObject } from "../../lib/json";
 import { Fields } from "./fields";
 import { buildParameter, fieldsOf, valuesOf, type FormValues } from "./form";
 import { JsonEditor, readParameter } from "./json-editor";
-import { outcomes, send, setStrict, strict, waiting } from "./outcomes";
+import { outcomes, send, setStrict, strict, waiting, type Request } from "./outcomes";
 import { Sample } from "./sample";
 import { WaitLine } from "./wait-line";
 import { label } from "./words";
@@ -17,8 +17,8 @@ interface FormProps {
   method: "get" | "set";
   row: UriRow;
   type: ItemType | null;
-  /** A remembered request's parameter, with which the form begins. */
-  recalled: { parameter: JsonObject | undefined } | undefined;
+  /** A remembered request, with which the form begins. */
+  recalled: Request | undefined;
 }
 
 const textOf = (parameter: JsonObject | undefined): string => (parameter ? prettyJson(parameter, 40) : "");
@@ -40,12 +40,13 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
 
   const values = useSignal<FormValues>(valuesOf(recalled?.parameter ?? {}));
   // The text as the user typed it, and the form's values at that time. A form that has changed since makes a new text.
-  const draft = useSignal({ text: textOf(recalled?.parameter), values: recalled ? values.peek() : null });
+  const draft = useSignal({ text: recalled?.typed ?? textOf(recalled?.parameter), values: recalled ? values.peek() : null });
 
   const { fields, built, parameter: fromForm } = build(values.value);
   const text = draft.value.values === values.value ? draft.value.text : textOf(fromForm);
   const read = readParameter(text, method === "set");
   const parameter = asJson.value ? ("fault" in read ? undefined : read.parameter) : fromForm;
+  const typed = asJson.value && parameter ? text : undefined;
   // What the text has and the form cannot show.
   const lost = draft.value.values === values.value ? missing("fault" in read ? undefined : read.parameter, fromForm) : [];
 
@@ -68,7 +69,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
 
   function submit(event: Event) {
     event.preventDefault();
-    if (!blocked) void send({ method, uri, parameter, strict: strict.peek() });
+    if (!blocked && !wait) void send({ method, uri, parameter, typed, strict: strict.peek() });
   }
 
   if (method === "set" && !type?.set) {
@@ -103,7 +104,7 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
         </>
       )}
       <div class="actions">
-        <button type="submit" class="button primary" disabled={blocked}>
+        <button type="submit" class="button primary" disabled={blocked} aria-disabled={wait !== undefined}>
           {name}
         </button>
         <label class="check" title={label("IDS_STRICT_ABOUT")}>
@@ -116,7 +117,8 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
         <Sample
           call={{
             method,
-            params: { uri, ...(parameter ? { parameter } : {}), ...(strict.value ? { strict: true } : {}) },
+            params: { uri, ...(strict.value ? { strict: true } : {}), ...(parameter ? { parameter } : {}) },
+            typed,
           }}
         />
       )}
@@ -127,8 +129,8 @@ export function RequestForm({ method, row, type, recalled }: FormProps) {
 /** The members that are absent from the form's parameter, or different there. */
 function missing(typed: JsonObject | undefined, form: JsonObject | undefined): string[] {
   return Object.entries(typed ?? {})
-    .filter(([key, value]) => JSON.stringify(value) !== JSON.stringify(form?.[key]))
-    .map(([key, value]) => `"${key}": ${JSON.stringify(value)}`);
+    .filter(([key, value]) => compactJson(value) !== (form && key in form ? compactJson(form[key]!) : ""))
+    .map(([key, value]) => `"${key}": ${compactJson(value)}`);
 }
 
 function Hint({ method, fields, required }: { method: "get" | "set"; fields: number; required: boolean }) {

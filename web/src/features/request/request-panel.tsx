@@ -123,7 +123,7 @@ function Selected({ row, type, recalled }: SelectedProps) {
                 method={chosen.value}
                 row={row}
                 type={type}
-                recalled={recalled?.method === chosen.value ? { parameter: recalled.parameter } : undefined}
+                recalled={recalled?.method === chosen.value ? recalled : undefined}
               />
             )}
             {chosen.value === "notify" && <NotifyForm row={row} type={type} />}

@@ -2,7 +2,7 @@ import { useEffect, useRef } from "preact/hooks";
 import type { Field, GetResult, SetResult, UriRow } from "../../app/protocol";
 import { RpcError } from "../../app/rpc";
 import { reasonOf } from "../../app/session";
-import { isObject, itemsOf, type Json, type JsonObject } from "../../lib/json";
+import { compactJson, isObject, itemsOf, type Json, type JsonObject } from "../../lib/json";
 import { CallList } from "../../app/call-list";
 import { JsonBlock } from "../../ui/json-view";
 import { ofUri } from "./form";
@@ -169,8 +169,8 @@ function ItemTable({ item, fields, title }: { item: JsonObject; fields: Field[];
             <th scope="row">{key}</th>
             <td>
               {value !== undefined && (
-                <span class={typeof value === "number" ? "value number" : "value"}>
-                  {typeof value === "string" ? value : JSON.stringify(value)}
+                <span class={typeof value === "number" || typeof value === "bigint" ? "value number" : "value"}>
+                  {typeof value === "string" ? value : compactJson(value)}
                   {field?.unit && <span class="unit"> {field.unit}</span>}
                 </span>
               )}

@@ -1,8 +1,11 @@
-import { prettyJson, type JsonObject } from "../../lib/json";
+import { compactJson, minifyJson, prettyJson, type JsonObject } from "../../lib/json";
 
 export interface Call {
   method: "get" | "set" | "subscribe";
+  /** "parameter" is the last one. */
   params: JsonObject;
+  /** The parameter as the user typed it. */
+  typed?: string | undefined;
 }
 
 export type SampleKind = "JSON-RPC" | "curl" | "JavaScript";
@@ -11,11 +14,22 @@ const shellQuote = (text: string): string => `'${text.replaceAll("'", `'\\''`)}'
 
 const message = (call: Call): JsonObject => ({ jsonrpc: "2.0", id: 1, method: call.method, params: call.params });
 
+/** A parameter on one line, as it was typed. */
+const parameterText = ({ params: { parameter }, typed }: Call): string => (typed ? minifyJson(typed) : compactJson(parameter!));
+
+/** The message on one line, if JSON.stringify could not write what was typed, such as a number of 17 digits; else "". */
+function exactMessage(call: Call): string {
+  if (!call.typed) return "";
+  const text = parameterText(call);
+  if (JSON.stringify(JSON.parse(text)) === text) return "";
+  const before = compactJson(message({ ...call, params: { ...call.params, parameter: null } }));
+  return `${before.slice(0, -"null}}".length)}${text}}}`;
+}
+
 function curl(call: Call, origin: string): string {
   const address = origin + String(call.params["uri"]);
-  const parameter = call.params["parameter"];
-  if (parameter === undefined) return `curl ${address}`;
-  const text = JSON.stringify(parameter);
+  if (call.params["parameter"] === undefined) return `curl ${address}`;
+  const text = parameterText(call);
   return call.method === "set"
     ? `curl -X PUT ${address} \\\n  -d ${shellQuote(text)}`
     : `curl -G ${address} \\\n  --data-urlencode ${shellQuote(`parameter=${text}`)}`;
@@ -29,11 +43,12 @@ function javascript(call: Call, origin: string, width: number): string {
       `socket.onopen = () => socket.send(JSON.stringify(${prettyJson(message(call), width)}));`,
     ].join("\n");
   }
+  const exact = exactMessage(call);
   return [
     `const reply = await fetch("${origin}/jsonrpc", {`,
     '  method: "POST",',
     '  headers: { "content-type": "application/json" },',
-    `  body: JSON.stringify(${prettyJson(message(call), width, "  ")}),`,
+    exact ? `  body: ${JSON.stringify(exact)},` : `  body: JSON.stringify(${prettyJson(message(call), width, "  ")}),`,
     "});",
     "console.log(await reply.json());",
   ].join("\n");
@@ -43,7 +58,7 @@ function javascript(call: Call, origin: string, width: number): string {
 export function sampleOf(kind: SampleKind, call: Call, origin: string, width: number): string {
   switch (kind) {
     case "JSON-RPC":
-      return prettyJson(message(call), width);
+      return exactMessage(call) || prettyJson(message(call), width);
     case "curl":
       return curl(call, origin);
     case "JavaScript":

@@ -71,7 +71,7 @@ export const label = words({
   IDS_SEND_AGAIN: "Send again",
   IDS_SHOW_REQUEST_AS: "Show the request as",
   IDS_START_ABOUT:
-    "Every setting, list and action of the set has a URI. Choose one on the left to read it, change it or listen to it; the page shows the request, the answer and the platform calls that it caused.",
+    "Every setting, list and action of the set has a URI. Choose one in the list to read it, change it or listen to it; the page shows the request, the answer and the platform calls that it caused.",
   IDS_START_KEYS: "Press `/` to search, `↓` and `↑` to move, `Enter` to open.",
   IDS_START_TITLE: "Talk to the television",
   IDS_START_WITH: "Start with",

@@ -2,9 +2,11 @@ import { useSignal } from "@preact/signals";
 import type { ComponentChildren } from "preact";
 import { AccessNotice } from "../../app/access-notice";
 import { usePolling } from "../../app/commands";
+import { show } from "../../app/navigation";
 import { access } from "../../app/session";
+import { StickForm } from "../../app/stick-form";
 import { IconButton } from "../../ui/icon-button";
-import { ClearIcon, DownIcon, MinusIcon, MutedIcon, PlusIcon, SpeakerIcon, UpIcon } from "../../ui/icons";
+import { AntennaIcon, ClearIcon, DownIcon, MinusIcon, MutedIcon, PlusIcon, SpeakerIcon, UpIcon } from "../../ui/icons";
 import { LineForm } from "../../ui/line-form";
 import { Problem } from "../../ui/problem";
 import { change, readState, state, type SetState } from "./set";
@@ -91,6 +93,12 @@ const Channel = ({ now: { channel, channel_name: name = "" } }: Props) => (
         <IconButton label={label("IDS_CHANNEL_NEXT")} onClick={() => void send("tune", "next")}>
           <UpIcon />
         </IconButton>
+        {channel === null && (
+          <button type="button" class="button small" onClick={() => show("scan")}>
+            <AntennaIcon />
+            {label("IDS_CHANNEL_SEARCH")}
+          </button>
+        )}
       </p>
     )}
   </Part>
@@ -162,31 +170,25 @@ const Clock = ({ now: { clock } }: Props) => (
   </Part>
 );
 
-const sleepMinutes = [15, 30, 60, 90, 120];
+const sleepMinutes = [0, 15, 30, 60, 90, 120];
 
 const Sleep = ({ now: { clock } }: Props) => {
   const left = Math.ceil(clock.sleep_seconds / 60);
+  // The menu also offers the time that is left, so that it can show it.
+  const choices = [...new Set([...sleepMinutes, left])].sort((one, other) => one - other);
   return (
     <Part id="sleep" title={label("IDS_SLEEP_TIMER")} command="clock sleep 1800">
       {(send) => (
         <p class="set-line">
-          <b>{left > 0 ? label("IDS_MINUTES", left) : label("IDS_OFF")}</b>
           <select
             class="select"
             aria-label={label("IDS_SLEEP_TIMER")}
-            value=""
-            onChange={(event) => {
-              void send("clock", "sleep", event.currentTarget.value);
-              event.currentTarget.value = "";
-            }}
+            value={String(left)}
+            onChange={(event) => void send("clock", "sleep", String(60 * Number(event.currentTarget.value)))}
           >
-            <option value="" disabled hidden>
-              …
-            </option>
-            <option value="0">{label("IDS_OFF")}</option>
-            {sleepMinutes.map((minutes) => (
-              <option key={minutes} value={String(minutes * 60)}>
-                {label("IDS_MINUTES", minutes)}
+            {choices.map((minutes) => (
+              <option key={minutes} value={String(minutes)}>
+                {minutes > 0 ? label("IDS_MINUTES", minutes) : label("IDS_OFF")}
               </option>
             ))}
           </select>
@@ -234,15 +236,7 @@ const Sticks = ({ now: { sticks } }: Props) => (
             </li>
           ))}
         </ul>
-        <LineForm
-          class="set-form"
-          label={label("IDS_STICK_FOLDER")}
-          placeholder={label("IDS_STICK_FOLDER")}
-          action={label("IDS_INSERT")}
-          empty={false}
-          send={(folder) => send("stick", "insert", folder.trim())}
-          close={() => undefined}
-        />
+        <StickForm class="set-form" send={(folder) => send("stick", "insert", folder)} close={() => undefined} />
       </>
     )}
   </Part>
@@ -255,13 +249,19 @@ const Network = ({ now: { network } }: Props) => {
       {(send) => (
         <>
           <ul>
-            {Object.entries(network.interfaces).map(([name, { state: plugged, addresses }]) => (
-              <li key={name} class="set-line" data-plugged={plugged === "plugged"}>
+            {Object.entries(network.interfaces).map(([name, { kind, state: plugged, addresses }]) => (
+              <li key={name} class="set-line">
                 <b>{name}</b>
-                <span class="quiet">{addresses.join(" ") || label("IDS_NONE")}</span>
+                {plugged === "plugged" ? (
+                  <span class="badge good">{label("IDS_CONNECTED")}</span>
+                ) : (
+                  <span class="badge bad">{label(pulled && kind === "ethernet" ? "IDS_CABLE_PULLED" : "IDS_DISCONNECTED")}</span>
+                )}
+                {addresses.length > 0 && <span class="quiet set-addresses">{addresses.join(" ")}</span>}
               </li>
             ))}
           </ul>
+          {pulled && Object.keys(network.interfaces).length === 0 && <p class="bad">{label("IDS_CABLE_PULLED")}</p>}
           <button
             type="button"
             class="button small"

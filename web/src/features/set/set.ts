@@ -19,7 +19,7 @@ export interface SetState {
   applications: { hbbtv: { enabled: boolean; uri: string }; portal: { mode: string }; native_app: string };
   sources: { number: number; name: string; blocked: boolean; connected: boolean; signal: boolean; device?: string }[];
   sticks: { device: string; label: string; folder: string }[];
-  network: { cable: string; interfaces: Record<string, { state: string; addresses: string[] }> };
+  network: { cable: string; interfaces: Record<string, { kind: string; state: string; addresses: string[] }> };
   cec: { device: string; name: string; address: string; plugged: boolean; power: string; active: boolean }[];
 }
 
