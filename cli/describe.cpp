@@ -71,9 +71,9 @@ std::string kind_text(const Subject& subject, const json::value& field) {
 
 // Of each group of members, a request needs one.
 const json::array& needs_of(const Subject& subject, std::string_view use) {
-  static const json::array none;
+  static const json::array kNone;
   const json::value* const needs = subject.row->if_contains(std::string(use) + "_needs");
-  return needs == nullptr || !needs->is_array() ? none : needs->get_array();
+  return needs == nullptr || !needs->is_array() ? kNone : needs->get_array();
 }
 
 // What a request needs of a member: "needed", "needed without cfgItem"; empty: nothing.

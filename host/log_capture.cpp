@@ -17,17 +17,21 @@ ssize_t pass_on(void* cookie, const char* bytes, std::size_t length) {
   return static_cast<ssize_t>(written);
 }
 
-bool replace(std::FILE*& stream, int buffering) {
+// Of the new stdout. stdio would allocate it on the thread that prints first, which the thread sanitizer takes for a
+// race with the others, since it does not see the stream's lock.
+char output_buffer[BUFSIZ];
+
+bool replace(std::FILE*& stream, char* buffer, int buffering) {
   std::FILE* const passing =
       fopencookie(stream, "w", {.read = nullptr, .write = pass_on, .seek = nullptr, .close = nullptr});
   if (passing == nullptr) return false;
-  std::setvbuf(passing, nullptr, buffering, BUFSIZ);
+  std::setvbuf(passing, buffer, buffering, BUFSIZ);
   stream = passing;
   return true;
 }
 
 }  // namespace
 
-bool log_capture_start() { return replace(stdout, _IOLBF) && replace(stderr, _IONBF); }
+bool log_capture_start() { return replace(stdout, output_buffer, _IOLBF) && replace(stderr, nullptr, _IONBF); }
 
 void log_capture(std::string* ret_lines) { captured = ret_lines; }
