@@ -49,6 +49,7 @@ int run_list(const Options& options, Session& session, ShellWords words, Failure
   }
   if (!rows.empty()) print_table({"URI", "TYPE", "CAN", "ID", "HELP"}, rows);
   if (!any) say_none("URI", words);
+  if (!words.empty() && options.can.empty()) say_configuration_keys(session, words);
   return kExitOk;
 }
 
@@ -85,26 +86,6 @@ int run_functions(const Options& options, Session&, ShellWords words, Failure& r
   if (!rows.empty()) print_table({"FUNCTION", "PARAMETERS", "CALLBACK"}, rows);
   if (!any) say_none("function", words);
   return kExitOk;
-}
-
-// The words before "--" and the command after it.
-struct Split {
-  ShellWords before;
-  ShellWords command;
-};
-
-Split split_command(ShellWords words) {
-  const auto dashes = static_cast<std::size_t>(std::ranges::find(words, "--") - words.begin());
-  return {words.first(dashes), dashes < words.size() ? words.subspan(dashes + 1) : ShellWords()};
-}
-
-std::string check_inner_command(ShellWords words) {
-  if (words.empty()) return "";
-  if (words[0] != "get" && words[0] != "set" && words[0] != "tv") {
-    return "the command after -- must be get, set or tv, not \"" + words[0] + "\"";
-  }
-  const auto command = std::ranges::find(commands(), words[0], &Command::name);
-  return command->check(words.subspan(1));
 }
 
 int run_watch(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
@@ -176,17 +157,23 @@ std::string check_uris(ShellWords words) {
   return "";
 }
 
+std::string check_describe(ShellWords words) {
+  for (const std::string& word : words)
+    if (std::string wrong = is_configuration_key(word) ? "" : check_uri({&word, 1}); !wrong.empty()) return wrong;
+  return words.empty() ? check_uri(words) : "";
+}
+
 std::string check_watch(ShellWords words) {
-  const auto [uris, command] = split_command(words);
+  const ShellWords uris = split_command(words).before;
   if (uris.empty()) return "which URI? \"dtvctl list --can notify\" shows those that notify";
   if (std::string wrong = check_uris(uris); !wrong.empty()) return wrong;
-  return check_inner_command(command);
+  return check_split_command(words);
 }
 
 std::string check_trace(ShellWords words) {
-  const auto [others, command] = split_command(words);
+  const ShellWords others = split_command(words).before;
   if (!others.empty()) return "trace takes only a command after --, not \"" + others[0] + "\"";
-  return check_inner_command(command);
+  return check_split_command(words);
 }
 
 std::string check_tv(ShellWords words) {
@@ -199,9 +186,9 @@ std::string check_tv(ShellWords words) {
 std::string check_nothing(ShellWords) { return ""; }
 
 std::string check_record(ShellWords words) {
-  const auto [files, command] = split_command(words);
+  const ShellWords files = split_command(words).before;
   if (files.size() != 1) return files.empty() ? "which file is to get the record?" : "one file; a command follows --";
-  return std::ranges::find(words, "--") != words.end() && command.empty() ? "which command, after --?" : "";
+  return check_split_command(words);
 }
 
 std::string check_replay(ShellWords words) {
@@ -247,7 +234,9 @@ constexpr Command kCommands[] = {
      .summary = "Prints notifications as they arrive",
      .help =
          "Each notification is one line, exactly as the set wrote it. Runs until Ctrl-C, --count or --for. A command\n"
-         "after -- (get, set or tv) runs once the subscription is made, and watch waits for its notifications.\n"
+         "after -- runs once the subscription is made, and watch prints the notifications until it has ended, and\n"
+         "0.2 s more. It is get, set or tv, or any program, which finds the host by DTV_HOST and DTV_TOKEN. What it\n"
+         "prints goes to standard error, and its exit code is passed on.\n"
          "\n"
          "When the host is gone, or has given no sign of life for 9 seconds, watch connects again and subscribes "
          "again.\n"
@@ -266,7 +255,7 @@ constexpr Command kCommands[] = {
          "lists the uses that have an effect: get, set, notify; --can shows only the URIs with one of them. With\n"
          "--json prints one object per line, as the set describes it; its \"without_effect\" lists the requests that\n"
          "the set accepts without doing anything. If none matches, a message goes to standard error, and the exit\n"
-         "code is 0.\n"
+         "code is 0. So do the keys of the configuration with every TEXT in their name or help, without --can.\n"
          "\n"
          "  dtvctl list volume\n"
          "  dtvctl list --can get subtitle\n"
@@ -274,17 +263,21 @@ constexpr Command kCommands[] = {
      .run = run_list,
      .check = check_nothing},
     {.name = "describe",
-     .arguments = "URI...",
+     .arguments = "URI|KEY...",
      .summary = "Explains URIs: their requests, values and units, with an example of each",
      .help =
          "Shows what the URI is, and for each request the members with their kinds, ranges and named values, and a\n"
          "command line that can be copied. With --json prints one object per URI: its row of the list, with its item\n"
          "type under \"of_type\" and the command lines under \"examples\".\n"
+         "A KEY of the configuration, such as g_video__brightness, is explained as \"tv config KEY\" has it; that "
+         "takes\n"
+         "the host's token.\n"
          "\n"
          "  dtvctl describe /tv/cast/volume/mute\n"
-         "  dtvctl describe /tv/config/value_string /tv/key/irrc\n",
+         "  dtvctl describe /tv/config/value_string /tv/key/irrc\n"
+         "  dtvctl describe g_video__brightness\n",
      .run = run_describe,
-     .check = check_uris},
+     .check = check_describe},
     {.name = "functions",
      .arguments = "[TEXT...]",
      .summary = "Lists the functions of the TV API",
@@ -303,13 +296,15 @@ constexpr Command kCommands[] = {
      .summary = "Shows the platform calls live",
      .help =
          "-> is a call of the TV API with its result, <- a callback of the platform. Runs until Ctrl-C, --count or\n"
-         "--for. With a command after -- (get, set or tv) it shows the calls that this command causes. Lines are in\n"
+         "--for. With a command after --, as watch takes it, it shows the calls until the command has ended. Lines are "
+         "in\n"
          "the order in which calls and callbacks began (their \"seq\"); a line waits up to 0.1 s for an earlier one.\n"
          "When the host is gone, trace connects again as watch does. The line for the gap begins with --; with --json\n"
          "it is the one of watch.\n"
          "\n"
          "  dtvctl trace\n"
-         "  dtvctl trace -- set /tv/cast/volume/volume 23\n",
+         "  dtvctl trace -- set /tv/cast/volume/volume 23\n"
+         "  dtvctl trace -- npm test\n",
      .run = run_trace,
      .check = check_trace},
     {.name = "record",
@@ -317,12 +312,14 @@ constexpr Command kCommands[] = {
      .summary = "Records requests, platform calls and notifications of the host",
      .help =
          "Records everything that all clients of the host do, until Ctrl-C, --for, or while COMMAND runs, and saves\n"
-         "it in FILE as JSON lines. COMMAND is any program; it finds the host by DTV_HOST and DTV_TOKEN, and its exit\n"
-         "code is passed on. The record begins with what the plugin did at its start. \"dtv-host --record\" records\n"
+         "it in FILE as JSON lines. COMMAND is get, set or tv, or any program, which finds the host by DTV_HOST and\n"
+         "DTV_TOKEN; its exit code is passed on. The record begins with what the plugin did at its start. \"dtv-host "
+         "--record\" records\n"
          "from the start on.\n"
          "\n"
          "  dtvctl record volume.jsonl\n"
-         "  dtvctl record volume.jsonl -- npm test\n"
+         "  dtvctl record volume.jsonl -- set /tv/cast/volume/volume 17\n"
+         "  dtvctl record tests.jsonl -- npm test\n"
          "  dtvctl replay volume.jsonl\n"
          "  dtvctl case volume.jsonl volume.json\n",
      .run = run_record,
@@ -333,7 +330,9 @@ constexpr Command kCommands[] = {
      .help =
          "Runs the plugin in this process, without a platform: its platform calls are answered from the record. The\n"
          "recorded requests are made again in their order, the recorded callbacks are called, and results, responses,\n"
-         "notifications and platform calls are compared. Exit code 1 if something differs.\n"
+         "notifications and platform calls are compared. Exit code 1 if something differs. With --json prints an "
+         "object\n"
+         "for each step that differs, and one with the counts.\n"
          "\n"
          "  dtvctl replay volume.jsonl\n"
          "  dtv-host --replay volume.jsonl         serves the record to an application\n",

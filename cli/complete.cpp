@@ -44,7 +44,7 @@ Line read_line(ShellWords words) {
       if (line.option->take != nullptr) line.option->take(word, line.options);
       line.option = nullptr;
     } else if (word == "--") {
-      const bool begins = line.command == "watch" || line.command == "trace";
+      const bool begins = line.command == "watch" || line.command == "trace" || line.command == "record";
       if (begins && !line.dashes) {
         line.command.clear();
         line.words.clear();
@@ -86,10 +86,6 @@ Names texts_of(const json::object& object, std::string_view key) {
   for (const json::value& each : array->get_array())
     if (each.is_string()) texts.emplace_back(each.get_string());
   return texts;
-}
-
-const json::value* member(const json::value* value, std::string_view key) {
-  return value != nullptr && value->is_object() ? value->get_object().if_contains(key) : nullptr;
 }
 
 // The set's reply to "help" with these words; empty: there is none.
@@ -239,9 +235,12 @@ Names next_of(const Line& line, const std::string& current) {
   if (line.help) return {};
   if (line.command == "describe" || line.command == "watch") {
     Session session = session_of_help(line.options);
+    if (line.command == "describe" && is_configuration_key(current))
+      return texts_of(help_of(session, {"config"}), "names");
     return uris_of(description_of(session), line.command == "watch" ? "notify" : "");
   }
   if (line.command == "record" || line.command == "replay" || line.command == "case") return {std::string(kFiles)};
+  if (line.inner && line.command != "get" && line.command != "set") return {std::string(kFiles)};  // of a program
   const bool sets = line.command == "set";
   if (!sets && line.command != "get") return {};
   Session session = session_of_help(line.options);

@@ -17,12 +17,6 @@ constexpr std::size_t kExampleMembers = 4;
 // Behind this, the help of a member names a value.
 constexpr std::string_view kSuchAs = "such as ";
 
-const json::value* member(const json::value* value, std::string_view key) {
-  const json::value* const found =
-      value != nullptr && value->is_object() ? value->get_object().if_contains(key) : nullptr;
-  return found == nullptr || found->is_null() ? nullptr : found;
-}
-
 std::string text_of(const json::value* value, std::string_view key) {
   return value != nullptr && value->is_object() ? cell(value->get_object(), key) : "";
 }
@@ -142,18 +136,6 @@ std::vector<Row> member_rows(const Subject& subject, const json::value* fields, 
 }
 
 // ---- Examples ----
-
-// A word of a command line, quoted where the shell needs it.
-std::string shell_word(const std::string& word) {
-  const auto plain = [](unsigned char c) {
-    return std::isalnum(c) != 0 ||
-           (c != 0 && std::string_view("_-+./=:,@%").find(static_cast<char>(c)) != std::string_view::npos);
-  };
-  if (!word.empty() && std::ranges::all_of(word, plain)) return word;
-  std::string quoted = "'";
-  for (const char c : word) quoted += c == '\'' ? "'\\''" : std::string(1, c);
-  return quoted + "'";
-}
 
 // What a help names behind "such as"; empty: nothing.
 std::string named_in(const std::string& help) {
@@ -318,12 +300,37 @@ void print_json(const Subject& subject) {
 
 }  // namespace
 
+std::string shell_word(const std::string& word) {
+  const auto plain = [](unsigned char c) {
+    return std::isalnum(c) != 0 ||
+           (c != 0 && std::string_view("_-+./=:,@%").find(static_cast<char>(c)) != std::string_view::npos);
+  };
+  if (!word.empty() && std::ranges::all_of(word, plain)) return word;
+  std::string quoted = "'";
+  for (const char c : word) quoted += c == '\'' ? "'\\''" : std::string(1, c);
+  return quoted + "'";
+}
+
 int run_describe(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
   json::value description;
   if (!describe(session, description, ret_failure)) return ret_failure.exit_code;
   bool any_unknown = false;
   bool first = true;
   for (const std::string& uri : words) {
+    if (is_configuration_key(uri)) {
+      Failure failure;
+      if (describe_configuration_key(options, session, uri, !first, failure)) {
+        first = false;
+        continue;
+      }
+      if (failure.exit_code != kExitRefused) {
+        ret_failure = failure;
+        return failure.exit_code;
+      }
+      any_unknown = true;
+      complain(failure);
+      continue;
+    }
     Subject subject{.row = find_uri(description, uri), .uri = uri, .kinds = member(&description, "kinds")};
     if (subject.row == nullptr) {
       any_unknown = true;

@@ -20,7 +20,7 @@ _dtvctl_words() {
 }
 
 _dtvctl() {
-  local -a words
+  local -a words files
   local i name current shown
   _dtvctl_words
   local program=${words[0]/#\~/$HOME}
@@ -33,8 +33,11 @@ _dtvctl() {
   COMPREPLY=()
   while IFS= read -r name; do
     case $name in
-      $'\tfolders') compopt -o filenames 2>/dev/null; COMPREPLY+=($(compgen -d -- "$current")) ;;
-      $'\tfiles') compopt -o filenames 2>/dev/null; COMPREPLY+=($(compgen -f -- "$current")) ;;
+      $'\tfolders' | $'\tfiles')  # bash itself puts the backslashes in such names
+        compopt -o filenames 2>/dev/null
+        if [[ $name == *folders ]]; then mapfile -t files < <(compgen -d -- "$current")
+        else mapfile -t files < <(compgen -f -- "$current"); fi
+        COMPREPLY+=("${files[@]}") ;;
       *)
         [[ $name == *= ]] && compopt -o nospace 2>/dev/null
         COMPREPLY+=("$(printf '%q' "${name#"$shown"}")") ;;

@@ -1,6 +1,8 @@
 // Shared by the files of dtvctl.
 #pragma once
 
+#include <sys/types.h>
+
 #include <boost/json/fwd.hpp>
 #include <chrono>
 #include <cstdint>
@@ -92,6 +94,28 @@ bool write_file(const std::string& file, std::string_view bytes, Failure& ret_fa
 // Writes what the host serves at a path to the file, which is overwritten. The token is sent with the request.
 bool download(const Options& options, const std::string& path, const std::string& file, Failure& ret_failure);
 
+// ---- program.cpp: the command behind "--" ----
+
+// The words before "--" and the command after it.
+struct Split {
+  ShellWords before;
+  ShellWords command;
+};
+Split split_command(ShellWords words);
+
+// Whether the command is one of dtvctl's own: get, set or tv. Any other one is a program.
+bool is_inner_command(ShellWords command);
+
+// Returns what is wrong with the words, or an empty text.
+std::string check_split_command(ShellWords words);
+
+// Starts the command, one of dtvctl's own too, as a process. It finds the host and the token by DTV_HOST and DTV_TOKEN.
+// to_stderr: what it prints leaves standard output alone. No process has the number 0.
+pid_t program_start(const Options& options, ShellWords command, bool to_stderr, Failure& ret_failure);
+
+// Its exit code, as shells say it; nullopt: it has not ended, and wait is false.
+std::optional<int> program_end(pid_t program, bool wait);
+
 // ---- record.cpp, replay.cpp ----
 
 int run_record(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
@@ -172,6 +196,20 @@ bool asks_tv_help(ShellWords words);
 
 int run_describe(const Options& options, Session& session, ShellWords words, Failure& ret_failure);
 
+// A word of a command line, quoted where the shell needs it.
+std::string shell_word(const std::string& word);
+
+// ---- configuration.cpp ----
+
+bool is_configuration_key(std::string_view word);
+
+// Says on standard error which keys of the configuration have every word in their names or help.
+void say_configuration_keys(Session& session, ShellWords words);
+
+// follows: a blank line comes first, since other descriptions have been printed.
+bool describe_configuration_key(const Options& options, Session& session, const std::string& key, bool follows,
+                                Failure& ret_failure);
+
 // ---- complete.cpp ----
 
 // Prints what the last word may become, given the words before it, one per line: for the shell's Tab key. A line
@@ -221,9 +259,10 @@ struct Followed {
   bool json = false;  // the printed lines are JSON
 };
 
-// Begins, runs the command after "--", then prints every notification of the method until the count or the time is
-// reached, or print returns false. Lines of a trace are printed in the order of their "seq"; Ctrl-C loses none.
-// Without a command it connects again to a host that is gone, and prints a line for the gap.
+// Begins, runs the command after "--", and prints every notification of the method until the count or the time is
+// reached, or print returns false. What the command prints goes to standard error. Lines of a trace are printed in the
+// order of their "seq"; Ctrl-C loses none. Without a command it connects again to a host that is gone, and prints a
+// line for the gap.
 int follow(const Options& options, Session& session, ShellWords command, const Followed& followed,
            Failure& ret_failure);
 
@@ -261,6 +300,10 @@ std::string unknown_uri(const boost::json::value& description, const std::string
 std::optional<std::string_view> json_member(std::string_view object, std::string_view key);
 
 bool json_parse(std::string_view text, boost::json::value& ret_value);
+
+// A member of an object; null if there is none, if it is JSON's null, or if the value is no object.
+const boost::json::value* member(const boost::json::value* value, std::string_view key);
+const boost::json::value* member(const boost::json::object& object, std::string_view key);
 
 // A text as a JSON string.
 std::string json_text(std::string_view text);

@@ -21,6 +21,9 @@ constexpr std::chrono::seconds kLongestPause{5};
 // How long the effects of a command after "--" are followed, without --for and --count.
 constexpr std::chrono::milliseconds kAftermath{200};
 
+// The time between two looks whether the program after "--" has ended.
+constexpr std::chrono::milliseconds kLook{50};
+
 // How long a line waits for one that began before it. A platform call that takes longer is shown when it returns, after
 // lines that began later, so that it does not hold up live output.
 constexpr std::chrono::milliseconds kPatience{100};
@@ -151,6 +154,10 @@ bool survive(Session& session, const Followed& followed, std::optional<Clock::ti
 
 int follow(const Options& options, Session& session, ShellWords command, const Followed& followed,
            Failure& ret_failure) {
+  if (options.local && !command.empty() && !is_inner_command(command)) {
+    ret_failure = {kExitUsage, "with --local, the command after -- must be get, set or tv, not \"" + command[0] + "\""};
+    return ret_failure.exit_code;
+  }
   if (!followed.begin(ret_failure)) return ret_failure.exit_code;
   if (session.keep_alive) session.keep_alive();
   const bool returns = options.reconnect && command.empty() && session.reopen;
@@ -160,7 +167,11 @@ int follow(const Options& options, Session& session, ShellWords command, const F
     until = Clock::now() + std::chrono::duration_cast<Clock::duration>(duration);
   };
   if (options.seconds) limit(std::chrono::duration<double>(*options.seconds));
-  if (!command.empty()) {
+  pid_t program = 0;  // while it runs
+  const auto limit_aftermath = [&] {
+    if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
+  };
+  if (is_inner_command(command)) {
     const auto inner = std::ranges::find(commands(), command[0], &Command::name);
     std::FILE* const lines = output;  // only the followed lines; the command's own answer goes to stderr
     output = stderr;
@@ -169,7 +180,10 @@ int follow(const Options& options, Session& session, ShellWords command, const F
     result = inner->run(once, session, command.subspan(1), ret_failure);
     output = lines;
     if (result > kExitRefused) return result;
-    if (!options.seconds) limit(options.count ? std::chrono::duration<double>(options.timeout) : kAftermath);
+    limit_aftermath();
+  } else if (!command.empty()) {
+    program = program_start(options, command, true, ret_failure);
+    if (program == 0) return ret_failure.exit_code;
   }
   Sorter sorter;
   int signal = 0;  // the signal that ends it
@@ -193,9 +207,14 @@ int follow(const Options& options, Session& session, ShellWords command, const F
       signal = set_held(!sorter.held.empty());
       if (signal != 0) until = Clock::now();
     }
+    if (const std::optional<int> code = program == 0 ? std::nullopt : program_end(program, false); code) {
+      result = *code;
+      program = 0;
+      limit_aftermath();
+    }
     std::optional<Clock::time_point> wake = until;
-    if (!sorter.arrivals.empty())
-      wake = std::min(until.value_or(Clock::time_point::max()), sorter.arrivals.front().due);
+    if (program != 0) wake = std::min(until.value_or(Clock::time_point::max()), Clock::now() + kLook);
+    if (!sorter.arrivals.empty()) wake = std::min(wake.value_or(Clock::time_point::max()), sorter.arrivals.front().due);
     Message message;
     const Waited waited = session.wait(wake, message, ret_failure);
     // Lines that have arrived by the end are still shown, but a set that never pauses must not delay the end.

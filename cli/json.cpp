@@ -21,4 +21,13 @@ bool json_parse(std::string_view text, boost::json::value& ret_value) {
   return true;
 }
 
+const boost::json::value* member(const boost::json::object& object, std::string_view key) {
+  const boost::json::value* const value = object.if_contains(key);
+  return value == nullptr || value->is_null() ? nullptr : value;
+}
+
+const boost::json::value* member(const boost::json::value* value, std::string_view key) {
+  return value != nullptr && value->is_object() ? member(value->get_object(), key) : nullptr;
+}
+
 std::string json_text(std::string_view text) { return boost::json::serialize(boost::json::string(text)); }

@@ -51,7 +51,7 @@ constexpr OptionRow kOptions[] = {
        options.state = argument;
        return !argument.empty();
      }},
-    {"--json", "", "get set watch list describe functions trace tv", "JSON lines instead of tables",
+    {"--json", "", "get set watch list describe functions trace record replay tv", "JSON lines instead of tables",
      [](const std::string&, Options& options) { return options.json = true; }},
     {"--strict", "", "get set", "Refuse a request that the set would bend or ignore in part, instead of a warning",
      [](const std::string&, Options& options) { return options.strict = true; }},

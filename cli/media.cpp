@@ -10,11 +10,6 @@ namespace json = boost::json;
 
 namespace {
 
-const json::value* member(const json::object& object, std::string_view key) {
-  const json::value* const value = object.if_contains(key);
-  return value == nullptr || value->is_null() ? nullptr : value;
-}
-
 std::string text(const json::object& object, std::string_view key) {
   const json::value* const value = member(object, key);
   return value != nullptr && value->is_string() ? printable(std::string(value->get_string())) : "";

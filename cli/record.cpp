@@ -1,12 +1,7 @@
 // "record": has the host record, and saves the record.
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <boost/json.hpp>
-#include <cerrno>
 #include <csignal>
-#include <system_error>
 
 #include "dtvctl.h"
 
@@ -52,63 +47,6 @@ bool wait_for_end(const Options& options, Session& session, const sigset_t& sign
   return true;
 }
 
-// The token that a host at this address may get from a program on this machine.
-Token token_for(const Options& options) {
-  std::string address;
-  int port = 0;
-  Failure ignored;
-  const bool known = split_host(options.host, address, port, ignored);
-  return token_find(options, known && (address == "localhost" || address == "::1" || address.starts_with("127.")));
-}
-
-// This process's environment with the host and its token. Another thread may read the environment, so it is not
-// changed.
-std::vector<std::string> program_environment(const Options& options) {
-  std::vector<std::string> variables{"DTV_HOST=" + options.host};
-  if (const Token token = token_for(options); !token.hex.empty()) variables.push_back("DTV_TOKEN=" + token.hex);
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    const std::string_view text = *variable;
-    if (!text.starts_with("DTV_HOST=") && !text.starts_with("DTV_TOKEN=")) variables.emplace_back(text);
-  }
-  return variables;
-}
-
-std::vector<char*> pointers_to(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-// Runs a program with the host and its token in the environment. Returns its exit code, or 127 with a failure.
-int run_program(const Options& options, ShellWords command, Failure& ret_failure) {
-  std::vector<std::string> texts(command.begin(), command.end());
-  const std::vector<char*> words = pointers_to(texts);
-  std::vector<std::string> environment = program_environment(options);
-  const std::vector<char*> variables = pointers_to(environment);
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t none;
-  sigemptyset(&none);
-  posix_spawnattr_setsigmask(&attributes, &none);
-  sigset_t usual;  // the session ignores it
-  sigemptyset(&usual);
-  sigaddset(&usual, SIGPIPE);
-  posix_spawnattr_setsigdefault(&attributes, &usual);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  pid_t child = 0;
-  const int failure = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), variables.data());
-  posix_spawnattr_destroy(&attributes);
-  if (failure != 0) {
-    ret_failure = {127, "cannot run " + texts[0] + ": " + std::generic_category().message(failure)};
-    return 127;
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  constexpr int kSignalled = 128;  // as shells say it
-  return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
-}
-
 std::string count_of(const json::object& status, std::string_view key) {
   const json::value* const value = status.if_contains(key);
   return value == nullptr ? "0" : json::serialize(*value);
@@ -122,7 +60,7 @@ int run_record(const Options& options, Session& session, ShellWords words, Failu
     return ret_failure.exit_code;
   }
   const std::string& file = words[0];
-  const ShellWords command = words.size() > 2 ? words.subspan(2) : ShellWords();
+  const ShellWords command = split_command(words).command;
   // Before the host records: a file that cannot be written is known now.
   if (!write_file(file, "", ret_failure)) return ret_failure.exit_code;
   sigset_t signals;
@@ -136,7 +74,8 @@ int run_record(const Options& options, Session& session, ShellWords words, Failu
   if (command.empty()) {
     if (!wait_for_end(options, session, signals, ret_failure)) return ret_failure.exit_code;
   } else {
-    result = run_program(options, command, ret_failure);
+    const pid_t program = program_start(options, command, false, ret_failure);
+    result = program == 0 ? ret_failure.exit_code : program_end(program, true).value_or(kExitOk);
   }
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
   Failure failure;

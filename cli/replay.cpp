@@ -137,7 +137,8 @@ std::vector<std::string> compare_start(const Stack& stack, const RecordStep& ste
   for (const RecordStep& started : came.steps) {
     if (started.name != step.name) continue;
     RecordOutcome outcome{.ret = started.line->at("ret").to_number<std::int32_t>(), .text = {}, .calls = {}};
-    for (const RecordCall& call : started.calls) outcome.calls.push_back(*call.line);
+    for (const RecordCall& call : started.calls)
+      if (call.own) outcome.calls.push_back(*call.line);
     return record_compare(step, outcome);
   }
   return {"was called, is not"};
@@ -187,6 +188,12 @@ int run_replay(const Options& options, Session&, ShellWords words, Failure& ret_
         is_first_start(step) ? compare_start(stack, step) : repeat(stack, lines, step);
     if (differences.empty()) continue;
     ++differing;
+    if (options.json) {
+      print_line(json::serialize(json::object{{"step", number},
+                                              {"name", record_step_name(step)},
+                                              {"differences", json::array(differences.begin(), differences.end())}}));
+      continue;
+    }
     print_line("step " + std::to_string(number) + ", " + printable(record_step_name(step)));
     for (const std::string& difference : differences) print_line("  " + printable(difference));
   }
@@ -196,10 +203,16 @@ int run_replay(const Options& options, Session&, ShellWords words, Failure& ret_
                               " calls, " + std::to_string(counts.notifications) + " notifications";
   if (record.left_over > 0)
     std::fprintf(stderr, "dtvctl: %zu calls of the record belong to requests that are not in it\n", record.left_over);
-  if (differing == 0) {
+  if (options.json)
+    print_line(json::serialize(json::object{{"requests", counts.requests},
+                                            {"calls", counts.calls},
+                                            {"notifications", counts.notifications},
+                                            {"left_over", record.left_over},
+                                            {"steps", record.steps.size()},
+                                            {"different", differing}}));
+  else if (differing == 0)
     print_line(counted + ": as recorded");
-    return kExitOk;
-  }
+  if (differing == 0) return kExitOk;
   ret_failure = {kExitRefused, counted + ": " + std::to_string(differing) + " of " +
                                    std::to_string(record.steps.size()) + " steps differ"};
   return ret_failure.exit_code;

@@ -10,10 +10,6 @@ namespace json = boost::json;
 
 namespace {
 
-const json::value* member(const json::value* value, std::string_view key) {
-  return value != nullptr && value->is_object() ? value->get_object().if_contains(key) : nullptr;
-}
-
 std::string text_of(const json::value* value) {
   return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
@@ -35,6 +31,13 @@ struct Target {
   json::value fields;
 };
 
+// Whether no get and no set of the URI is accepted.
+bool only_notifies(const json::object& row) {
+  const json::value* const accepted = row.if_contains("without_effect");
+  return is_on(row, "notify") && !is_on(row, "get") && !is_on(row, "set") &&
+         (accepted == nullptr || !accepted->is_array() || accepted->get_array().empty());
+}
+
 // Looks up the URI and its item type in the description.
 bool look_up(const std::string& uri, bool sets, const Describe& describe, Target& ret_target, Failure& ret_failure) {
   ret_target.uri = uri;
@@ -42,6 +45,10 @@ bool look_up(const std::string& uri, bool sets, const Describe& describe, Target
   const json::object* row = find_uri(ret_target.description, uri);
   if (row == nullptr) {
     ret_failure = {kExitRefused, unknown_uri(ret_target.description, uri)};
+    return false;
+  }
+  if (only_notifies(*row)) {
+    ret_failure = {kExitRefused, uri + " only notifies; \"dtvctl watch " + uri + "\" prints its notifications"};
     return false;
   }
   Form form;

@@ -1,5 +1,6 @@
 // "tv": the commands of the virtual television.
-#include <algorithm>
+#include <absl/strings/str_join.h>
+
 #include <boost/json.hpp>
 #include <filesystem>
 
@@ -8,28 +9,6 @@
 namespace json = boost::json;
 
 namespace {
-
-// When the television refuses a command that its help does not list, the message lists the commands of the help.
-void explain_unknown(Session& session, const std::string& name, Failure& failure) {
-  std::string answer;
-  Failure ignored;
-  json::value help;
-  if (!session.call("tv", R"({"words":["help"]})", answer, ignored) || !json_parse(answer, help)) return;
-  const json::value* const commands = help.is_object() ? help.get_object().if_contains("commands") : nullptr;
-  if (commands == nullptr || !commands->is_array()) return;
-  std::vector<std::string> names;
-  for (const json::value& row : commands->get_array()) {
-    const json::value* const listed = row.is_object() ? row.get_object().if_contains("name") : nullptr;
-    if (listed == nullptr || !listed->is_string()) return;
-    if (*listed == json::value(name)) return;
-    const std::string text(listed->get_string());
-    if (std::ranges::find(names, text) == names.end()) names.push_back(text);
-  }
-  if (std::ranges::find(names, "fault") == names.end())
-    return;  // without a tap the television's message has listed them
-  failure.text = "there is no command \"" + name + "\"; there are:";
-  for (const std::string& each : names) failure.text += (&each == &names.front() ? " " : ", ") + each;
-}
 
 // A word of a viewer's command that is a path. The set does not know the shell's folder, so it gets the whole path.
 enum class PathIf { kAlways, kHasSlash, kExists };
@@ -71,35 +50,60 @@ json::array television_words(Session& session, ShellWords words) {
   return sent;
 }
 
-// Prints the usage of one command from the list of all: the set's own help does not know the tap's.
+// Prints the usage of one command.
 int show_usage(const Options& options, Session& session, const std::string& name, Failure& ret_failure) {
   std::string answer;
-  json::value help;
-  if (!session.call("tv", R"({"words":["help"]})", answer, ret_failure)) return ret_failure.exit_code;
-  const json::value* rows =
-      json_parse(answer, help) && help.is_object() ? help.get_object().if_contains("commands") : nullptr;
-  if (rows == nullptr || !rows->is_array()) {
-    ret_failure = {kExitProtocol, "the set's help is not a list of commands"};
+  json::value row;
+  if (!session.call("tv", json::serialize(json::object{{"words", {"help", name}}}), answer, ret_failure))
+    return ret_failure.exit_code;
+  if (options.json) {
+    print_line(answer);
+    return kExitOk;
+  }
+  if (!json_parse(answer, row) || !row.is_object()) {
+    ret_failure = {kExitProtocol, "the set's help is not a JSON object"};
     return ret_failure.exit_code;
   }
-  bool any = false;
-  for (const json::value& row : rows->get_array()) {
-    if (!row.is_object() || cell(row.get_object(), "name") != name) continue;
-    if (options.json) {
-      print_line(json::serialize(row));
-    } else {
-      if (any) print_line("");
-      const std::string arguments = printable(cell(row.get_object(), "arguments"));
-      print_line("Usage: dtvctl tv " + printable(name) + (arguments.empty() ? "" : " ") + arguments);
-      print_line("");
-      print_line(printable(cell(row.get_object(), "help")));
-    }
-    any = true;
+  const std::string arguments = printable(cell(row.get_object(), "arguments"));
+  print_line("Usage: dtvctl tv " + printable(name) + (arguments.empty() ? "" : " ") + arguments);
+  print_line("");
+  print_line(printable(cell(row.get_object(), "help")));
+  return kExitOk;
+}
+
+// A fault as the words that set it.
+std::string fault_text(const json::object& fault) {
+  const auto number = [&fault](std::string_view key) {
+    const std::string text = cell(fault, key);
+    return text == "0" ? "" : text;
+  };
+  std::vector<std::string> words;
+  if (const std::string delay = number("delay_ms"); !delay.empty()) words.push_back("--delay " + delay);
+  if (!number("fails").empty()) words.push_back("--fail " + cell(fault, "result"));
+  if (!number("drop_callback").empty()) words.emplace_back("--drop-callback");
+  if (const std::string times = number("repeat_callback"); !times.empty())
+    words.push_back("--repeat-callback " + times);
+  return printable(absl::StrJoin(words, " "));
+}
+
+// Prints a reply about faults for people. False: it is none.
+bool print_faults(ShellWords words, const json::object& reply) {
+  if (words[0] == "fault") {
+    const json::value* const replaced = reply.if_contains("replaced");
+    if (replaced == nullptr || !replaced->is_object()) return false;
+    print_line("replaces the earlier fault of " + printable(words[1]) + ": " + fault_text(replaced->get_object()));
+    return true;
   }
-  if (any) return kExitOk;
-  ret_failure = {kExitRefused, "there is no command " + json_text(name)};
-  explain_unknown(session, name, ret_failure);
-  return ret_failure.exit_code;
+  const json::value* const faults = reply.if_contains("faults");
+  if (words.size() != 1 || words[0] != "faults" || faults == nullptr || !faults->is_object()) return false;
+  std::vector<Row> rows;
+  for (const auto& [function, fault] : faults->get_object())
+    if (fault.is_object()) rows.push_back({printable(function), fault_text(fault.get_object())});
+  if (rows.empty())
+    print_line("no faults");
+  else
+    print_table({"FUNCTION", "FAULT"}, rows);
+  return true;
 }
 
 }  // namespace
@@ -107,14 +111,12 @@ int show_usage(const Options& options, Session& session, const std::string& name
 bool asks_tv_help(ShellWords words) { return words[0] == "help" || (words.size() == 2 && words[1] == "--help"); }
 
 int run_tv(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
-  if (words.size() == 2 && words[1] == "--help") return show_usage(options, session, words[0], ret_failure);
+  if (words.size() == 2 && (words[1] == "--help" || words[0] == "help"))
+    return show_usage(options, session, words[words[1] == "--help" ? 0 : 1], ret_failure);
   if (words.size() == 2 && words[0] == "screen") return save_screen(options, session, words[1], ret_failure);
   const json::object params{{"words", television_words(session, words)}};
   std::string answer;
-  if (!session.call("tv", json::serialize(params), answer, ret_failure)) {
-    if (ret_failure.exit_code == kExitRefused) explain_unknown(session, words[0], ret_failure);
-    return ret_failure.exit_code;
-  }
+  if (!session.call("tv", json::serialize(params), answer, ret_failure)) return ret_failure.exit_code;
   json::value value;
   if (!json_parse(answer, value) || !value.is_object()) value = json::object();
   json::object& reply = value.get_object();
@@ -125,7 +127,7 @@ int run_tv(const Options& options, Session& session, ShellWords words, Failure& 
     print_line(answer);
   } else {
     reply.erase("watch");  // for programs
-    if (!print_media(words, reply)) print_object(reply);
+    if (!print_faults(words, reply) && !print_media(words, reply)) print_object(reply);
   }
   return kExitOk;
 }

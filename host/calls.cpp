@@ -116,6 +116,7 @@ void call_run(const Stack& stack, Tracer& tracer, const Call& call, Outcome& ret
   }
   log_capture(nullptr);
   if (call.kind != CallKind::kControl) explain(stack, call, ret_outcome);
+  if (!replayed.warning.empty()) ret_outcome.warnings.push_back(replayed.warning);
   if (replays) replayer_end(tracer.replayer, replayed, ret_outcome.ret, ret_outcome.text, ret_outcome.lines);
   if (call.traced || replays) tracer_capture(tracer, nullptr);
   if (!call.traced) ret_outcome.lines.clear();

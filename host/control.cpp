@@ -16,9 +16,6 @@ std::string control_run(const Stack& stack, Tracer& tracer, const std::string& c
   std::vector<std::string> words;
   Recorder* const recorder = tracer.recorder;
   if (recorder == nullptr || !stack_words(command, words) || words.empty()) return stack_control(stack, command);
-  if (words.size() == 1 && words[0] == "help")
-    return stack_add_help(stack_control(stack, command), "capture", "start|stop|status",
-                          "Records requests, platform calls and notifications; \"dtvctl record\" saves them");
   if (words[0] != "capture") return stack_control(stack, command);
   if (words.size() != 2) return stack_error(kCaptureUsage);
   std::string error;

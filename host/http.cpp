@@ -30,7 +30,7 @@ std::string_view http_needs_token(std::string_view path) {
 }
 
 bool http_is_page(std::string_view path, const Catalogue& catalogue) {
-  return path != "/jsonrpc" && http_needs_token(path).empty() && !path.starts_with("/tv/") &&
+  return path != "/jsonrpc" && path != kHttpListPath && http_needs_token(path).empty() && !path.starts_with("/tv/") &&
          catalogue_find(catalogue, path) == nullptr;
 }
 
@@ -42,8 +42,10 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     ret_answer.allow = "POST";
     return HttpRoute::kAnswer;
   }
-  if (!http_needs_token(request.path).empty()) {
+  const bool is_list = request.path == kHttpListPath;
+  if (is_list || !http_needs_token(request.path).empty()) {
     const bool fetches = request.method == "GET" || request.method == "HEAD";
+    if (fetches && is_list) return HttpRoute::kList;
     if (fetches && request.path == kHttpScreenPath) return HttpRoute::kScreen;
     if (fetches && request.path == kHttpRecordPath) return HttpRoute::kRecord;
     if (fetches) {

@@ -61,16 +61,19 @@ inline constexpr std::string_view kHttpScreenPath = "/screen.jpg";
 inline constexpr std::string_view kHttpRecordPath = "/record.jsonl";
 inline constexpr std::string_view kHttpCasePath = "/record.case.json";
 
+// What the method "list" returns; see listing.h.
+inline constexpr std::string_view kHttpListPath = "/list.json";
+
 // What a path that always requires the token serves, for a message; empty: it does not.
 std::string_view http_needs_token(std::string_view path);
 
-// Whether a path belongs to the page's files, not to a URI, to JSON-RPC, to the picture or to a record.
+// Whether a path belongs to the page's files, not to a URI, to JSON-RPC, to the list, to the picture or to a record.
 bool http_is_page(std::string_view path, const Catalogue& catalogue);
 
-enum class HttpRoute { kAnswer, kCall, kRpc, kScreen, kRecord };
+enum class HttpRoute { kAnswer, kCall, kRpc, kList, kScreen, kRecord };
 
 // Decides how a request is served: answered at once, by a call whose outcome http_outcome turns into the answer, as
-// JSON-RPC in its body, by screen_answer, or by recorder_answer.
+// JSON-RPC in its body, by listing_answer, by screen_answer, or by recorder_answer.
 HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, const std::string& web_folder,
                      HttpAnswer& ret_answer, Call& ret_call);
 

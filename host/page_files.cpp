@@ -97,30 +97,6 @@ std::string_view cut(std::string_view& rest, char separator) {
   return piece;
 }
 
-// Whether Accept-Encoding allows gzip, by its name or else by "*", with a weight other than 0. A malformed entry allows
-// nothing: every client can read the uncompressed file.
-bool takes_gzip(std::string_view accepted) {
-  std::optional<bool> named;
-  bool any = false;
-  while (!accepted.empty()) {
-    std::string_view entry = cut(accepted, ',');
-    const std::string_view coding = cut(entry, ';');
-    bool wanted = true;
-    while (!entry.empty()) {
-      std::string_view value = cut(entry, ';');
-      const std::string_view name = cut(value, '=');
-      if (equal_ignoring_case(name, "q"))
-        wanted = value.find_first_not_of("0123456789.") == std::string_view::npos &&
-                 value.find_first_of("123456789") != std::string_view::npos;
-    }
-    if (equal_ignoring_case(coding, "gzip") || equal_ignoring_case(coding, "x-gzip"))
-      named = wanted && named.value_or(true);
-    else if (coding == "*")
-      any = wanted;
-  }
-  return named.value_or(any);
-}
-
 std::string tag_of(const struct stat& status, bool compressed) {
   const auto changed = static_cast<long long>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec;
   return "\"" + std::to_string(status.st_size) + "-" + std::to_string(changed) + (compressed ? "-gz\"" : "\"");
@@ -144,6 +120,28 @@ bool is_hashed(std::string_view path) {
 
 }  // namespace
 
+bool page_takes_gzip(std::string_view accepted) {
+  std::optional<bool> named;
+  bool any = false;
+  while (!accepted.empty()) {
+    std::string_view entry = cut(accepted, ',');
+    const std::string_view coding = cut(entry, ';');
+    bool wanted = true;
+    while (!entry.empty()) {
+      std::string_view value = cut(entry, ';');
+      const std::string_view name = cut(value, '=');
+      if (equal_ignoring_case(name, "q"))
+        wanted = value.find_first_not_of("0123456789.") == std::string_view::npos &&
+                 value.find_first_of("123456789") != std::string_view::npos;
+    }
+    if (equal_ignoring_case(coding, "gzip") || equal_ignoring_case(coding, "x-gzip"))
+      named = wanted && named.value_or(true);
+    else if (coding == "*")
+      any = wanted;
+  }
+  return named.value_or(any);
+}
+
 bool page_names_tag(std::string_view tags, std::string_view tag) {
   std::string_view whole = tags;
   if (cut(whole, ',') == "*") return whole.empty();
@@ -166,7 +164,7 @@ HttpAnswer page_answer(const HttpRequest& request, const std::string& folder) {
   bool compressed = false;
   int reason = ENOENT;
   if (!file.empty()) {
-    compressed = takes_gzip(request.accept_encoding) && open_regular(file.string() + ".gz", opened, status) == 0;
+    compressed = page_takes_gzip(request.accept_encoding) && open_regular(file.string() + ".gz", opened, status) == 0;
     reason = compressed ? 0 : open_regular(file, opened, status);
   }
 

@@ -11,5 +11,9 @@
 // compressed form of FILE and is not served by its own name.
 HttpAnswer page_answer(const HttpRequest& request, const std::string& folder);
 
+// Whether Accept-Encoding allows gzip, by its name or else by "*", with a weight other than 0. A malformed entry allows
+// nothing: every client can read the uncompressed form.
+bool page_takes_gzip(std::string_view accepted);
+
 // Whether If-None-Match names the tag, which is in quotes. A weak tag counts like a strong one.
 bool page_names_tag(std::string_view tags, std::string_view tag);

@@ -104,6 +104,8 @@ void carry_out(Server& server, Client& client) {
     case HttpRoute::kRpc:
       client.line->state = State::kWaiting;
       return server_handle_message(server, client, std::exchange(client.request.body, {}));
+    case HttpRoute::kList:
+      return server_answer(server, client, listing_answer(client.request, server.listing));
     case HttpRoute::kScreen:
       return server_answer(server, client, screen_answer(client.request, *server.stack));
     case HttpRoute::kRecord:

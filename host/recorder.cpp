@@ -116,11 +116,16 @@ std::string error_object(std::string_view text) { return json::serialize(json::o
 
 }  // namespace
 
-void recorder_await_callbacks(const Recorder* recorder) {
+void recorder_await_callbacks(Recorder* recorder) {
   if (recorder == nullptr || !recorder->on.load()) return;
   const auto end = steady_clock::now() + kLimitCallbackWait;
-  for (dtv_tap_stamp_t stamp{}; recorder->stack->stamp(&stamp), stamp.callbacks > 0 && steady_clock::now() < end;)
+  dtv_tap_stamp_t stamp{};
+  while (recorder->stack->stamp(&stamp), stamp.callbacks > 0) {
+    if (recorder->callback_stuck.load()) return;
+    if (steady_clock::now() >= end) return recorder->callback_stuck.store(true);
     std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+  recorder->callback_stuck.store(false);
 }
 
 Begun recorder_begin(const Recorder* recorder) {

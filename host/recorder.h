@@ -26,6 +26,7 @@ struct Recorder {
   void* context = nullptr;
 
   std::atomic<bool> on{false};
+  std::atomic<bool> callback_stuck{false};
 
   std::mutex mutex;  // guards the following members
   int file = -1;     // of the latest record; -1: none
@@ -46,8 +47,8 @@ struct Begun {
 };
 
 // Waits, for a bounded time, until no callback is under way: what a subscription or a fetch finds would otherwise not
-// follow from the order of the lines.
-void recorder_await_callbacks(const Recorder* recorder);
+// follow from the order of the lines. After a wait in vain it waits again only once no callback has been under way.
+void recorder_await_callbacks(Recorder* recorder);
 
 Begun recorder_begin(const Recorder* recorder);
 

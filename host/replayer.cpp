@@ -17,7 +17,7 @@ namespace {
 
 void note(Replayer& replayer, const std::string& text) {
   ++replayer.different;
-  if (replayer.differences.size() >= kReplayDifferencesKept) return;
+  if (replayer.differences.size() >= kLimitReplayDifferences) return;
   replayer.differences.push_back(text);
   fprintf(stderr, "dtv-host: replay: %s\n", text.c_str());
 }
@@ -55,18 +55,72 @@ std::string name_of(StepKind kind, const char* uri) {
   return record_step_name({.kind = kind, .name = uri, .line = nullptr, .calls = {}});
 }
 
-// Goes on to a step after the next one. The callbacks between are called, so that the plugin learns of the changes.
+bool is_request(StepKind kind) { return kind == StepKind::kGet || kind == StepKind::kSet; }
+
+// Goes on to a step after the next one. The callbacks between are called, so that the plugin learns of the changes. A
+// subscription that is left out may still come: clients subscribe when they like.
 void skip_to(Replayer& replayer, std::size_t place) {
   std::size_t requests = 0;
   while (replayer.next < place) {
     raise_next(replayer);
     if (replayer.next >= place) break;
-    ++requests;
+    if (is_request(replayer.record.steps[replayer.next].kind))
+      ++requests;
+    else
+      replayer.early.insert(replayer.next);
     ++replayer.next;
   }
   if (requests > 0)
     note(replayer, "step " + std::to_string(place + 1) + ", " + record_step_name(replayer.record.steps[place]) +
                        ": came before " + std::to_string(requests) + " other recorded requests, which are left out");
+}
+
+// The step of a request or a subscription, which is done from now on; null: the record has none.
+const RecordStep* take_step(Replayer& replayer, StepKind kind, const char* uri,
+                            const std::optional<std::string>& param) {
+  const std::vector<RecordStep>& steps = replayer.record.steps;
+  const auto fits = [&](const RecordStep& step) {
+    return step.kind == kind && step.name == uri && record_param(step) == param;
+  };
+  const auto early = std::ranges::find_if(replayer.early, [&](std::size_t place) { return fits(steps[place]); });
+  if (early != replayer.early.end()) return &steps[replayer.early.extract(early).value()];
+  const auto now = steps.begin() + static_cast<std::ptrdiff_t>(replayer.next);
+  if (const auto later = std::find_if(now, steps.end(), fits); later != steps.end()) {
+    skip_to(replayer, static_cast<std::size_t>(later - steps.begin()));
+    ++replayer.next;
+    return &*later;
+  }
+  if (const auto before = std::find_if(std::reverse_iterator(now), steps.rend(), fits); before != steps.rend()) {
+    note(replayer, name_of(kind, uri) + ": came once more than recorded; it is answered as the last time");
+    return &*before;
+  }
+  note(replayer, name_of(kind, uri) + (param ? " " + std::string(utf8_cut(*param, kShownBytes)) : "") +
+                     ": is not in the record" +
+                     (is_request(kind) ? "; its platform calls return 0 and write nothing" : ""));
+  return nullptr;
+}
+
+bool has_late(Replayer& replayer) {
+  const std::lock_guard lock(replayer.late_mutex);
+  return !replayer.late.empty();
+}
+
+// Looks for the subscriptions that came while a request ran. Called without the mutex, after each of its holders and
+// after each such subscription, so that none stays: if another thread holds the mutex, that one calls this.
+void settle(Replayer& replayer) {
+  while (has_late(replayer)) {
+    const std::unique_lock lock(replayer.mutex, std::try_to_lock);
+    if (!lock.owns_lock()) return;
+    std::vector<std::pair<StepKind, std::string>> late;
+    {
+      const std::lock_guard late_lock(replayer.late_mutex);
+      late.swap(replayer.late);
+    }
+    for (const auto& [kind, uri] : late) {
+      take_step(replayer, kind, uri.c_str(), std::nullopt);
+      raise_next(replayer);
+    }
+  }
 }
 
 }  // namespace
@@ -118,35 +172,33 @@ void replayer_start(Replayer& replayer, const Stack& stack) {
 
 Replayed replayer_begin(Replayer* replayer, StepKind kind, const char* uri, const char* param) {
   if (replayer == nullptr) return {};
-  const bool request = kind == StepKind::kGet || kind == StepKind::kSet;
+  const bool request = is_request(kind);
+  Replayed replayed{.kind = kind, .uri = uri};
   // A subscription makes no platform calls, and the leader must not wait for a request that another thread runs.
-  Replayed replayed;
   replayed.lock = request ? std::unique_lock(replayer->mutex) : std::unique_lock(replayer->mutex, std::try_to_lock);
   if (!replayed.lock.owns_lock()) return replayed;
-  const std::optional<std::string> wanted = param == nullptr ? std::nullopt : std::optional(std::string(param));
-  const std::vector<RecordStep>& steps = replayer->record.steps;
-  const auto fits = [&](const RecordStep& step) {
-    return step.kind == kind && step.name == uri && record_param(step) == wanted;
-  };
-  const auto now = steps.begin() + static_cast<std::ptrdiff_t>(replayer->next);
-  if (const auto later = std::find_if(now, steps.end(), fits); later != steps.end()) {
-    skip_to(*replayer, static_cast<std::size_t>(later - steps.begin()));
-    replayed.step = &*later;
-    ++replayer->next;
-  } else if (const auto before = std::find_if(std::reverse_iterator(now), steps.rend(), fits); before != steps.rend()) {
-    replayed.step = &*before;
-    note(*replayer, name_of(kind, uri) + ": came once more than recorded; it is answered as the last time");
-  } else {
-    note(*replayer, name_of(kind, uri) + (wanted ? " " + std::string(utf8_cut(*wanted, kShownBytes)) : "") +
-                        ": is not in the record; its platform calls return 0 and write nothing");
-  }
-  if (request) give_answers(*replayer, replayed.step, name_of(kind, uri));
+  replayed.step = take_step(*replayer, kind, uri, param == nullptr ? std::nullopt : std::optional(std::string(param)));
+  if (!request) return replayed;
+  if (replayed.step == nullptr)
+    replayed.warning =
+        "the record has no such request: its platform calls were answered with 0 and wrote nothing, so this is not "
+        "what "
+        "the television would answer";
+  give_answers(*replayer, replayed.step, name_of(kind, uri));
   return replayed;
 }
 
 void replayer_end(Replayer* replayer, Replayed& replayed, std::int32_t ret, const std::string& text,
                   const std::string& tap_lines) {
-  if (replayer == nullptr || !replayed.lock.owns_lock()) return;
+  if (replayer == nullptr) return;
+  if (!replayed.lock.owns_lock()) {
+    {
+      const std::lock_guard lock(replayer->late_mutex);
+      if (replayer->late.size() < kLimitReplayLate) replayer->late.emplace_back(replayed.kind, replayed.uri);
+    }
+    settle(*replayer);
+    return;
+  }
   const std::string report = stack_replay_report(*replayer->stack);  // also waits for callbacks
   if (replayed.step != nullptr) {
     RecordOutcome outcome{.ret = ret, .text = text, .calls = {}};
@@ -160,6 +212,7 @@ void replayer_end(Replayer* replayer, Replayed& replayed, std::int32_t ret, cons
     raise_next(*replayer);
   }
   replayed.lock.unlock();
+  settle(*replayer);
 }
 
 std::string replayer_status(Replayer& replayer) {

@@ -227,6 +227,7 @@ Server* server_start(const ServerOptions& options, const Stack& stack, Replayer*
   std::string text = description != nullptr ? description : "";
   free(description);
   if (!catalogue_read(std::move(text), server->catalogue, ret_error)) return nullptr;
+  server->listing = listing_make(server->catalogue.description);
 
   server->network = {new Network, [](Network* network) { delete network; }};
   if (!listen_on(*server->network, server->options.policy, ret_error)) return nullptr;

@@ -12,6 +12,7 @@
 
 #include "catalogue.h"
 #include "http.h"
+#include "listing.h"
 #include "outbox.h"
 #include "recorder.h"
 #include "replayer.h"
@@ -63,6 +64,7 @@ struct Server {
   ServerOptions options;
   const Stack* stack;
   Catalogue catalogue;
+  Listing listing;
   Tracer tracer;
   Recorder recorder;
   Runner runner;

@@ -6,20 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <boost/json.hpp>
 #include <cerrno>
 #include <filesystem>
-#include <limits>
-#include <span>
 #include <string_view>
 #include <system_error>
-#include <vector>
 
-#include "base/text.h"
 #include "dtv_js_plugin.h"
 #include "dtv_tv.h"
-#include "nearest.h"
 
 namespace fs = std::filesystem;
 namespace json = boost::json;
@@ -107,123 +101,6 @@ void on_start_line(void* context, const char* line) {
   const std::string_view text = line;
   start.full = start.full || start.text.size() + text.size() >= kStartBytes;
   if (!start.full) start.text.append(text).push_back('\n');
-}
-
-json::array contract_list(const Stack& stack) { return json::parse(take_text(stack.contract())).as_array(); }
-
-std::string no_tap() { return stack_error("faults need the tap, and this process runs without it"); }
-
-constexpr const char* kFaultUsage =
-    "usage: fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES] | "
-    "fault FUNCTION --clear | fault --clear";
-
-constexpr struct {
-  const char* name;
-  const char* arguments;
-  const char* help;
-} kFaultHelp[] = {{"fault", "FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES]",
-                   "Makes a function of the TV API misbehave; replaces its earlier fault"},
-                  {"fault", "[FUNCTION] --clear", "Lets one function, or all, behave again"},
-                  {"faults", "", "Lists the faults that are set"},
-                  {"faults", "functions [TEXT...]", "Lists the functions that faults can be set on"}};
-
-// A callback that is repeated without end would keep the platform's thread for ever.
-constexpr std::int32_t kMostRepeats = 1000;
-
-// Reads the words after "fault FUNCTION". Returns what is wrong with them, or an empty text.
-std::string read_fault(std::span<const std::string> words, dtv_tap_fault_t& ret_fault) {
-  dtv_tap_fault_t fault{};
-  for (std::size_t i = 0; i < words.size(); ++i) {
-    const std::string_view value = i + 1 < words.size() ? words[i + 1] : std::string_view();
-    if (words[i] == "--delay") {
-      const auto delay = parse_number_within(value, 0, std::numeric_limits<std::int32_t>::max());
-      if (!delay) return "--delay wants milliseconds, 0 or more";
-      fault.delay_ms = *delay;
-      ++i;
-    } else if (words[i] == "--fail") {
-      fault.fails = 1;
-      const auto result = parse_number<std::int32_t>(value);
-      fault.result = result.value_or(-1);
-      if (result) ++i;
-    } else if (words[i] == "--drop-callback") {
-      fault.drop_callback = 1;
-    } else if (words[i] == "--repeat-callback") {
-      const auto times = parse_number_within(value, 2, kMostRepeats);
-      if (!times)
-        return "--repeat-callback wants how often a callback arrives, from 2 to " + std::to_string(kMostRepeats);
-      fault.repeat_callback = *times;
-      ++i;
-    } else {
-      return "\"" + words[i] + "\" is not a fault; " + kFaultUsage;
-    }
-  }
-  if (words.empty()) return std::string("no fault given; ") + kFaultUsage;
-  if (fault.drop_callback != 0 && fault.repeat_callback != 0) return "a callback that is dropped cannot be repeated";
-  ret_fault = fault;
-  return {};
-}
-
-std::string unknown_function(const json::array& contract, const std::string& name) {
-  std::vector<std::string> functions;
-  for (const json::value& function : contract) functions.emplace_back(function.at("name").as_string());
-  std::string text = "the TV API has no function \"" + name + "\"";
-  const std::vector<std::string> names = nearest(name, functions, 3);
-  if (!names.empty()) text += "; nearest:";
-  for (const std::string& near : names) text += " " + near;
-  return stack_error(text);
-}
-
-std::string control_fault(const Stack& stack, std::span<const std::string> words) {
-  if (stack.fault == nullptr) return no_tap();
-  if (words.size() == 1 && words[0] == "--clear") {
-    stack.fault(nullptr, nullptr);
-    return "{}";
-  }
-  if (words.empty() || words[0].starts_with("--")) return stack_error(kFaultUsage);
-
-  const std::string& function = words[0];
-  const bool clears = words.size() == 2 && words[1] == "--clear";
-  dtv_tap_fault_t fault{};
-  if (!clears)
-    if (std::string wrong = read_fault(words.subspan(1), fault); !wrong.empty()) return stack_error(std::move(wrong));
-  const json::array contract = contract_list(stack);
-  const auto row =
-      std::ranges::find_if(contract, [&](const json::value& each) { return each.at("name").as_string() == function; });
-  if (row == contract.end()) return unknown_function(contract, function);
-  if ((fault.drop_callback != 0 || fault.repeat_callback != 0) && row->at("callback").is_null())
-    return stack_error(function + " registers no callback; \"faults functions\" shows those that do");
-  stack.fault(function.c_str(), clears ? nullptr : &fault);
-  return "{}";
-}
-
-std::string list_faults(const Stack& stack) {
-  json::object faults;
-  for (const json::value& function : contract_list(stack))
-    if (const json::value& fault = function.at("fault"); !fault.is_null())
-      faults.emplace(function.at("name").as_string(), fault);
-  return json::serialize(json::object{{"faults", std::move(faults)}});
-}
-
-// The functions whose names contain every word, with their parameters and those of their callbacks.
-std::string list_functions(const Stack& stack, std::span<const std::string> words) {
-  json::array functions;
-  const json::array contract = contract_list(stack);
-  for (const json::value& function : contract) {
-    const std::string_view name = function.at("name").as_string();
-    if (!std::ranges::all_of(words, [&](const std::string& word) { return contains_ignoring_case(name, word); }))
-      continue;
-    functions.push_back(
-        json::object{{"name", name}, {"params", function.at("params")}, {"callback", function.at("callback")}});
-  }
-  if (functions.empty()) return unknown_function(contract, words[0]);
-  return json::serialize(json::object{{"functions", std::move(functions)}});
-}
-
-std::string control_faults(const Stack& stack, std::span<const std::string> words) {
-  if (stack.contract == nullptr) return no_tap();
-  if (words.empty()) return list_faults(stack);
-  if (words[0] == "functions") return list_functions(stack, words.subspan(1));
-  return stack_error("usage: faults | faults functions [TEXT...]");
 }
 
 }  // namespace
@@ -370,47 +247,4 @@ void stack_stop(Stack& stack) {
   if (stack.on_kept != nullptr) stack.on_kept(nullptr, nullptr);
   if (stack.tv_stop != nullptr) stack.tv_stop();
   stack.tv_stop = nullptr;
-}
-
-std::string stack_control(const Stack& stack, const std::string& command) {
-  std::vector<std::string> words;
-  if (!stack_words(command, words))
-    return stack_error("a command is a JSON array of words, such as [\"volume\",\"up\"]");
-  try {
-    const std::span<const std::string> arguments = std::span(words).subspan(words.empty() ? 0 : 1);
-    if (!words.empty() && words[0] == "fault") return control_fault(stack, arguments);
-    if (!words.empty() && words[0] == "faults") return control_faults(stack, arguments);
-  } catch (const std::exception& failure) {
-    return stack_error(std::string("the tap's list of functions cannot be read: ") + failure.what());
-  }
-  if (stack.tv_control == nullptr) return stack_error("this platform is not the virtual television");
-  std::string reply = take_text(stack.tv_control(command.c_str()));
-  const bool asks_help = words.size() == 1 && words[0] == "help";
-  if (!asks_help || stack.fault == nullptr) return reply;
-  for (const auto& [name, arguments, help] : kFaultHelp)
-    reply = stack_add_help(std::move(reply), name, arguments, help);
-  return reply;
-}
-
-bool stack_words(const std::string& command, std::vector<std::string>& ret_words) {
-  json::error_code failure;
-  const json::value parsed = json::parse(command, failure);
-  if (failure || !parsed.is_array()) return false;
-  for (const json::value& word : parsed.get_array()) {
-    if (!word.is_string()) return false;
-    ret_words.emplace_back(word.get_string());
-  }
-  return true;
-}
-
-std::string stack_error(std::string_view text) { return json::serialize(json::object{{"error", text}}); }
-
-std::string stack_add_help(std::string reply, const char* name, const char* arguments, const char* help) {
-  json::error_code failure;
-  json::value parsed = json::parse(reply, failure);
-  json::object* object = failure ? nullptr : parsed.if_object();
-  json::value* commands = object != nullptr ? object->if_contains("commands") : nullptr;
-  if (commands == nullptr || !commands->is_array()) return reply;
-  commands->get_array().push_back(json::object{{"name", name}, {"arguments", arguments}, {"help", help}});
-  return json::serialize(parsed);
 }

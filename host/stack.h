@@ -97,15 +97,10 @@ bool stack_raise(const Stack& stack, const std::string& function, const std::str
 void stack_stop(Stack& stack);
 
 // Carries out one control command, a JSON array of words such as ["volume","up"], and returns a JSON object.
-// In addition to the virtual television's commands there are, through the tap:
-//   fault FUNCTION [--delay MS] [--fail [RESULT]] [--drop-callback] [--repeat-callback TIMES]
-//                                                                     sets a fault, in place of an earlier one
-//   fault FUNCTION --clear | fault --clear                            clears one, or all
-//   faults                                                            lists them
-//   faults functions [TEXT...]                                        lists the functions
+// In addition to the virtual television's commands there are, through the tap, those of "faults.h". "help" lists all of
+// them, and "capture" of "control.h".
 std::string stack_control(const Stack& stack, const std::string& command);
 
-// What commands share: their words, {"error": text}, and a row in the reply to "help".
+// What commands share: their words, and {"error": text}.
 bool stack_words(const std::string& command, std::vector<std::string>& ret_words);
 std::string stack_error(std::string_view text);
-std::string stack_add_help(std::string reply, const char* name, const char* arguments, const char* help);

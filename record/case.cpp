@@ -89,6 +89,25 @@ void add_text_check(const json::object& line, const char* member, json::object& 
     step["absent"] = true;
 }
 
+// The files of logos that a response names: the plugin has looked whether they exist, and read none.
+void add_logos(const json::value& value, json::object& files) {
+  constexpr std::string_view kLogos = "/3rd_rw/ChLogo/";
+  if (const json::string* const text = value.if_string(); text != nullptr && text->starts_with(kLogos))
+    files[*text] = "";
+  else if (const json::array* const array = value.if_array(); array != nullptr)
+    for (const json::value& each : *array) add_logos(each, files);
+  else if (const json::object* const object = value.if_object(); object != nullptr)
+    for (const auto& [key, each] : *object) add_logos(each, files);
+}
+
+void add_logos_of(const RecordStep& step, json::object& files) {
+  const json::value* const response = step.kind == StepKind::kGet ? step.line->if_contains("response") : nullptr;
+  json::error_code failure;
+  const json::value parsed =
+      response != nullptr && response->is_string() ? json::parse(response->get_string(), failure) : json::value();
+  if (!failure) add_logos(parsed, files);
+}
+
 json::object step_of(const Contract& contract, const RecordStep& recorded) {
   const json::object& line = *recorded.line;
   json::object step;
@@ -128,15 +147,17 @@ json::array checks_of(const Contract& contract, const RecordStep& step) {
   return checks;
 }
 
-// Boost.JSON puts a text on one line; a case is read by people, so that each answer and each step gets a line.
-std::string lines_of(std::string_view indent, const json::array& list) {
+// Boost.JSON puts a text on one line; a case is read by people, so that each answer and each step gets a line. They are
+// written at once: as JSON values, those of a long record would take many times its size.
+struct Lines {
+  std::string_view indent;
   std::string text = "[";
-  for (const json::value& value : list) {
-    text += &value == list.begin() ? "\n" : ",\n";
-    text += indent;
-    text += json::serialize(value);
-  }
-  return text + "]";
+};
+
+void add(Lines& lines, const json::value& value) {
+  lines.text += lines.text.size() == 1 ? "\n" : ",\n";
+  lines.text += lines.indent;
+  lines.text += json::serialize(value);
 }
 
 }  // namespace
@@ -148,9 +169,10 @@ bool record_case(const Record& record, std::string_view contract_text, std::stri
     ret_error = "the tap's list of functions cannot be read";
     return false;
   }
-  json::array start_calls;
-  json::array answers;
-  json::array steps;
+  Lines start_calls{.indent = "   "};
+  Lines answers{.indent = "   "};
+  Lines steps{.indent = "   "};
+  json::object files;
   std::size_t started = 0;
   std::size_t language = 0;
   for (const RecordStep& step : record.steps) {
@@ -162,17 +184,18 @@ bool record_case(const Record& record, std::string_view contract_text, std::stri
       ++language;
       continue;
     }
-    for (const RecordCall& call : step.calls) answers.push_back(answer_of(contract, call));
+    for (const RecordCall& call : step.calls) add(answers, answer_of(contract, call));
     json::array checks = checks_of(contract, step);
     if (started < std::size(kStartedByRunner) && step.kind == StepKind::kStart &&
         step.name == kStartedByRunner[started]) {
       ++started;
-      start_calls.insert(start_calls.end(), checks.begin(), checks.end());
+      for (const json::value& check : checks) add(start_calls, check);
       continue;
     }
+    add_logos_of(step, files);
     json::object shown = step_of(contract, step);
     shown["calls"] = std::move(checks);
-    steps.push_back(std::move(shown));
+    add(steps, shown);
   }
   if (started < std::size(kStartedByRunner)) {
     ret_error = "the record does not begin with the plugin's start";
@@ -185,9 +208,18 @@ bool record_case(const Record& record, std::string_view contract_text, std::stri
   if (language > 0)
     ret_left_out.push_back(std::to_string(language) +
                            " requests for language strings, since a case has no language library");
-  ret_case = "{\"cases\":[\n {\"name\":" + json::serialize(json::string(name)) +
-             ",\n  \"device\":" + (record.device ? "true" : "false") +
-             ",\n  \"calls\":" + lines_of("   ", start_calls) + ",\n  \"platform\":" + lines_of("   ", answers) +
-             ",\n  \"steps\":" + lines_of("   ", steps) + "}]}\n";
+  Lines notes{.indent = "  "};
+  for (const std::string& each : ret_left_out) add(notes, json::value(each));
+  ret_case = "{";
+  if (!ret_left_out.empty()) ret_case += "\"notes\":" + notes.text + "],\n ";
+  ret_case += "\"cases\":[\n {\"name\":" + json::serialize(json::string(name)) + ",\n  \"device\":";
+  ret_case += record.device ? "true" : "false";
+  if (!files.empty()) ret_case += ",\n  \"files\":" + json::serialize(files);
+  for (const auto& [member, lines] : {std::pair("calls", &start_calls), {"platform", &answers}, {"steps", &steps}}) {
+    ret_case += std::string(",\n  \"") + member + "\":";
+    ret_case += lines->text;
+    ret_case += "]";
+  }
+  ret_case += "}]}\n";
   return true;
 }

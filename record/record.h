@@ -81,7 +81,7 @@ struct RecordOutcome {
 // How a step differs from the record, one text each: "ret: was 0, is -1".
 std::vector<std::string> record_compare(const RecordStep& step, const RecordOutcome& outcome);
 
-// A conformance case with this name. contract: the list of dtv_tap_list. ret_left_out: what could not be taken over,
-// one sentence each.
+// A conformance case with this name, as the text of a file. contract: the list of dtv_tap_list. ret_left_out: what
+// could not be taken over, one sentence each; the file has them as "notes".
 bool record_case(const Record& record, std::string_view contract, std::string_view name, std::string& ret_case,
                  std::vector<std::string>& ret_left_out, std::string& ret_error);

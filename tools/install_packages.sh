@@ -4,7 +4,7 @@ set -eu
 
 build="ca-certificates g++ cmake ninja-build ccache pkg-config libcjson-dev libboost1.81-dev libboost-json1.81-dev
        libsqlite3-dev libutf8proc-dev libabsl-dev libbitstream-dev libxml2-dev libmpv-dev libturbojpeg0-dev libavformat-dev
-       libavcodec-dev libavutil-dev libswscale-dev libexif-dev libgupnp-1.6-dev libgupnp-av-1.0-dev tzdata ffmpeg
+       libavcodec-dev libavutil-dev libswscale-dev libexif-dev libgupnp-1.6-dev libgupnp-av-1.0-dev zlib1g-dev tzdata ffmpeg
        libgtest-dev libgmock-dev"
 # A foreign library's own C library comes with it; the emulator needs the C++ runtime as well.
 arm="g++ cmake ninja-build ccache pkg-config g++-arm-linux-gnueabihf qemu-user libcjson-dev:armhf libstdc++6:armhf

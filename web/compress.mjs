@@ -1,5 +1,5 @@
 // The last step of the build: writes FILE.gz next to each file that is large enough to gain from compression. The host
-// sends it to browsers that accept gzip and compresses nothing itself.
+// sends it to browsers that accept gzip, and compresses no file itself.
 import { readdirSync, readFileSync, writeFileSync } from "node:fs";
 import { extname, join } from "node:path";
 import { constants, gzipSync } from "node:zlib";

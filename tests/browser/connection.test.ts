@@ -159,3 +159,19 @@ test("a request that waits says so and can be given up; its late answer is dropp
   await getButton(page).click();
   await expect(response(page)).toContainText("ret 0");
 });
+
+test.describe("a panel whose code does not arrive", () => {
+  test.use({ allowedErrors: [/Failed to load resource/] });
+
+  test("says so, and is there once the page is loaded again", async ({ open }) => {
+    const code = /\/remote-panel-[^/]*\.js$/;
+    const page = await open("/#remote", {
+      prepare: async (page) => void (await page.route(code, (route) => route.abort())),
+    });
+    await expect(page.getByRole("alert")).toContainText("Not connected to the host.");
+    await page.unroute(code);
+    await page.getByRole("alert").getByRole("button", { name: "Retry" }).click();
+    await expect(page.getByRole("main").getByRole("button", { name: "VOL+" })).toBeVisible();
+    await expect(page.getByRole("alert")).toHaveCount(0);
+  });
+});

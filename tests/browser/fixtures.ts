@@ -1,5 +1,7 @@
-import { expect, test as base, type Locator, type Page } from "@playwright/test";
-import { createHost, type Host } from "./host";
+import { expect, test as base, type Locator, type Page, type Request } from "@playwright/test";
+import { readdirSync } from "node:fs";
+import { join } from "node:path";
+import { createHost, web, type Host } from "./host";
 
 /** What every test uses: its own host, and pages whose console errors and requests to other origins fail the test. */
 
@@ -20,6 +22,10 @@ interface Fixtures {
   allowedErrors: RegExp[];
   open: (path?: string, opening?: Opening) => Promise<Page>;
 }
+
+const panels = readdirSync(join(web, "assets"))
+  .filter((name) => /-panel-.*\.js$/.test(name))
+  .map((name) => `/assets/${name}`);
 
 export const test = base.extend<Fixtures>({
   allowedErrors: [[], { option: true }],
@@ -53,11 +59,17 @@ export const test = base.extend<Fixtures>({
       };
       page.on("request", (request) => foreign(request.url()));
       page.on("websocket", (socket) => foreign(socket.url()));
+      const arrived = new Set<string>();
+      const arrive = (request: Request) => void arrived.add(new URL(request.url()).pathname);
+      page.on("requestfinished", arrive);
+      page.on("requestfailed", arrive);
       await prepare?.(page);
       await page.goto(host.origin + path);
       // These do not depend on the language of the page.
       await expect(connection(page)).toHaveAttribute("data-state", "open");
       await expect(page.locator(".volume input")).toBeEnabled({ enabled: usable });
+      // The page loads the code of all panels in advance. A test that then ends the host causes no failed requests.
+      if (usable) await expect.poll(() => panels.filter((file) => !arrived.has(file))).toEqual([]);
       return page;
     });
     for (const page of pages) await page.context().close();
@@ -73,6 +85,26 @@ export const question = (page: Page): Locator => page.getByRole("alertdialog");
 export const connection = (page: Page): Locator => page.locator(".connection");
 export const logRows = (page: Page, name: "Notifications" | "Calls"): Locator =>
   page.getByRole("list", { name, exact: true }).locator("> li:not(.empty)");
+
+interface ListedUris {
+  uris: { uri: string; values?: { value: string }[] }[];
+}
+
+/** Changes the list of URIs that pages loaded from now on get. */
+export async function changeList(page: Page, change: (list: ListedUris) => void) {
+  await page.route("**/list.json", async (route) => {
+    const list = (await (await route.fetch()).json()) as ListedUris;
+    change(list);
+    await route.fulfill({ json: list });
+  });
+}
+
+/** The list of URIs, as the host gives it to clients. */
+export async function readList(host: Host): Promise<ListedUris> {
+  const body = JSON.stringify({ jsonrpc: "2.0", id: 1, method: "list" });
+  const reply = await fetch(`${host.origin}/jsonrpc`, { method: "POST", body });
+  return ((await reply.json()) as { result: ListedUris }).result;
+}
 
 /** The visible elements that extend beyond the sides of the page. */
 export const tooWide = (page: Page): Promise<string[]> =>

@@ -60,6 +60,19 @@ test("a change at the television reaches the page without a reload", async ({ ho
   await expect(menu(page)).toHaveValue("nld");
 });
 
+test("the texts of panels that are loaded later are read, too", async ({ host, open }) => {
+  expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "deu")).code).toBe(0);
+  let sent = "";
+  const page = await open("/", {
+    prepare: async (page) => {
+      page.on("websocket", (socket) => socket.on("framesent", ({ payload }) => (sent += String(payload))));
+    },
+  });
+  await expect(connection(page)).toHaveText("Verbunden");
+  // The player's, which no view names.
+  expect(sent).toContain("IDS_SECONDS_BACK");
+});
+
 test("a text that the television lacks is shown in English", async ({ host, open }) => {
   expect((await host.dtvctl("tv", "config", "g_gui_lang__gui_language", "fra")).code).toBe(0);
   const page = await open();

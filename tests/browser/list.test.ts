@@ -1,5 +1,5 @@
 import type { Page } from "@playwright/test";
-import { expect, test } from "./fixtures";
+import { expect, readList, test } from "./fixtures";
 
 const links = (page: Page) => page.getByRole("navigation", { name: "URIs by group" }).getByRole("link");
 const search = (page: Page) => page.getByRole("searchbox", { name: "Search" });
@@ -38,16 +38,11 @@ const readWholeList = (page: Page): Promise<Link[]> =>
 
 test("every URI of the registry is listed, with type and abilities", async ({ host, open }) => {
   const page = await open();
-  const reply = await fetch(`${host.origin}/jsonrpc`, {
-    method: "POST",
-    headers: { "content-type": "application/json" },
-    body: JSON.stringify({ jsonrpc: "2.0", id: 1, method: "list" }),
-  });
-  const { result } = (await reply.json()) as { result: { uris: { uri: string }[] } };
-  expect(result.uris.length).toBeGreaterThan(400);
-  await expect(page.getByText(`${result.uris.length} URIs`, { exact: true })).toBeVisible();
+  const { uris } = await readList(host);
+  expect(uris.length).toBeGreaterThan(400);
+  await expect(page.getByText(`${uris.length} URIs`, { exact: true })).toBeVisible();
   const seen = await readWholeList(page);
-  expect(seen.map(({ address }) => address).sort()).toEqual(result.uris.map(({ uri }) => `#${uri}`).sort());
+  expect(seen.map(({ address }) => address).sort()).toEqual(uris.map(({ uri }) => `#${uri}`).sort());
   const names = seen.map(({ name }) => name);
   expect(names).toContain("/tv/cast/volume/volume, VALUE, get, set");
   expect(names).toContain("/tv/ws/notify/volume_ctrl, VOL_CTRL_NOTIFY, notify");
@@ -172,4 +167,20 @@ test("a URI with a mistake leads to the nearest ones", async ({ host, open }) =>
   await expect(page.getByText("The registry has no URI /tv/cast/volume/mutte.")).toBeVisible();
   await expect(nearest.first()).toHaveText("/tv/cast/volume/mute");
   await expect(page).toHaveURL(`${host.origin}/#/tv/cast/volume/mutte`);
+});
+
+test.describe("a host that does not serve the list by HTTP", () => {
+  test.use({ allowedErrors: [/404/] });
+
+  for (const [kind, answer] of Object.entries({
+    "has no such path": { status: 404, body: "Not found" },
+    "has a page there": { status: 200, contentType: "text/html", body: "<!doctype html>" },
+  })) {
+    test(`and ${kind} gives it over the connection`, async ({ host, open }) => {
+      const { uris } = await readList(host);
+      const prepare = async (page: Page) => void (await page.route("**/list.json", (route) => route.fulfill(answer)));
+      const page = await open("/", { prepare });
+      await expect(page.getByText(`${uris.length} URIs`, { exact: true })).toBeVisible();
+    });
+  }
 });

@@ -1,5 +1,5 @@
 import type { Locator, Page } from "@playwright/test";
-import { expect, logRows, test } from "./fixtures";
+import { changeList, expect, logRows, test } from "./fixtures";
 import { volumeNotifyUri } from "./host";
 
 /** Lists of 10,000 rows: few of them are rendered, and every one can be reached. */
@@ -13,18 +13,11 @@ const links = (page: Page): Locator => page.getByRole("navigation", { name: "URI
 
 /** Adds rows to the list of URIs that the host sends. */
 const addUris = (page: Page): Promise<void> =>
-  page.routeWebSocket("**/jsonrpc", (socket) => {
-    const server = socket.connectToServer();
-    server.onMessage((text) => {
-      const message = JSON.parse(String(text));
-      const uris = message.result?.uris;
-      const model = uris?.[0];
-      for (let index = 1; model && index <= many; index++) {
-        const added = { uri: `/tv/zz_many/row_${index}`, id: 0x10000 + index, group: "many", record: index };
-        uris.push({ ...model, ...added, get: true, set: false, notify: false });
-      }
-      socket.send(JSON.stringify(message));
-    });
+  changeList(page, ({ uris }) => {
+    for (let index = 1; index <= many; index++) {
+      const added = { uri: `/tv/zz_many/row_${index}`, id: 0x10000 + index, group: "many", record: index };
+      uris.push({ ...uris[0], ...added, get: true, set: false, notify: false } as (typeof uris)[0]);
+    }
   });
 
 test("a list of 10,000 more URIs renders few rows, scrolls to its end and works by keyboard", async ({ open }) => {

@@ -1,5 +1,5 @@
 import type { Locator, Page } from "@playwright/test";
-import { expect, muteButton, slider, test } from "./fixtures";
+import { changeList, expect, muteButton, readList, slider, test } from "./fixtures";
 import { muteUri, volumeUri, type Host } from "./host";
 
 const panel = (page: Page): Locator => page.getByRole("main", { name: "Remote control" });
@@ -7,13 +7,8 @@ const key = (page: Page, name: string): Locator => panel(page).getByRole("button
 
 /** The key names that the plugin reports. */
 async function keyNames(host: Host): Promise<string[]> {
-  const reply = await fetch(`${host.origin}/jsonrpc`, {
-    method: "POST",
-    headers: { "content-type": "application/json" },
-    body: JSON.stringify({ jsonrpc: "2.0", id: 1, method: "list" }),
-  });
-  const { result } = (await reply.json()) as { result: { uris: { uri: string; values?: { value: string }[] }[] } };
-  return (result.uris.find(({ uri }) => uri === "/tv/key/irrc")?.values ?? []).map(({ value }) => value);
+  const { uris } = await readList(host);
+  return (uris.find(({ uri }) => uri === "/tv/key/irrc")?.values ?? []).map(({ value }) => value);
 }
 
 test("all keys of the plugin's table are shown, each in a group", async ({ host, open }) => {
@@ -32,14 +27,7 @@ test("all keys of the plugin's table are shown, each in a group", async ({ host,
 
 test("a key that the page does not know is shown, and a failed press shows the reason", async ({ host, open }) => {
   const page = await open();
-  await page.routeWebSocket("**/jsonrpc", (socket) => {
-    const server = socket.connectToServer();
-    server.onMessage((text) => {
-      const message = JSON.parse(String(text));
-      for (const row of message.result?.uris ?? []) row.values?.push({ value: "NEW-KEY" });
-      socket.send(JSON.stringify(message));
-    });
-  });
+  await changeList(page, ({ uris }) => uris.forEach(({ values }) => values?.push({ value: "NEW-KEY" })));
   await page.goto(`${host.origin}/#remote`);
   await page.reload();
   await expect(panel(page).getByRole("button")).toHaveCount(59);

@@ -18,6 +18,7 @@
 #include "http.h"
 #include "json_text.h"
 #include "json_values.h"
+#include "listing.h"
 #include "outbox.h"
 #include "policy.h"
 #include "require.h"
@@ -335,6 +336,10 @@ static void http(Bytes& bytes) {
       return check_answer(answer);
     case HttpRoute::kRpc:
       return seed_reached("HTTP JSON-RPC");
+    case HttpRoute::kList: {
+      static const Listing listing = listing_make(catalogue().description);
+      return check_answer(listing_answer(request, listing));
+    }
     case HttpRoute::kScreen:
       return check_answer(screen_answer(request, kStack));
     case HttpRoute::kRecord:

@@ -67,7 +67,10 @@ test('wrong words: exit code 2 and what would be right', async () => {
     [['watch'], /which URI/],
     [['watch', '--count', '0', volumeNotify], /--count wants N, not "0"/],
     [['watch', '--for', 'ever', volumeNotify], /--for wants SECONDS, not "ever"/],
-    [['watch', volumeNotify, '--', 'list'], /get, set or tv/],
+    [['watch', volumeNotify, '--', 'list'], /get, set or tv, or a program/],
+    [['record', 'r.jsonl', '--', 'watch', volumeNotify], /get, set or tv, or a program/],
+    [['record', 'r.jsonl', '--', 'set', 'volume'], /slash/],
+    [['trace', '--'], /which command, after --/],
     [['trace', 'now'], /now/],
     [['tv'], /tv help/],
   ];
@@ -112,8 +115,14 @@ test('get and set: what the set refuses is exit code 1', async (t) => {
     [['get', '/tv/cast/volume/volum'], /there is no URI .*nearest: \/tv\/cast\/volume\/volume/],
     [['set', '/tv/cast/volume/volum', '3'], /there is no URI .*nearest: \/tv\/cast\/volume\/volume/],
     [['set', '/tv/cast/volume/volum', '{"REQUEST":"MODIFY","VALUE":3}'], /there is no URI/],
+    [['set', volumeNotify, '5'], /volume_ctrl only notifies; "dtvctl watch \/tv\/ws\/notify\/volume_ctrl"/],
+    [['set', volumeNotify], /only notifies/],
+    [['set', volumeNotify, 'VALUE=5'], /only notifies/],
+    [['get', volumeNotify, 'VALUE=5'], /only notifies/],
+    [['get', volumeNotify], /only notifies; subscribe to it \(the set answered -1\)/],
+    [['set', volumeNotify, '{"REQUEST":"MODIFY","VALUE":5}'], /only notifies; subscribe to it \(the set answered -1\)/],
     [['watch', '/tv/ws/notify/volume_ctr'], /there is no URI .*volume_ctrl/],
-    [['tv', 'dance'], /dance.*: (\w+, )*volume, mute, state, reset, help, fault, faults\n/], // as "tv help" lists them
+    [['tv', 'dance'], /dance.*: (\w+, )*volume, mute, state, reset, help, fault, faults, capture\n/], // as "tv help" lists them
     [['tv', 'volume', 'loud'], /up, down or a number from 0 to 100/],
     [['tv', 'fault', 'no_function', '--fail'], /no_function/],
   ];
@@ -308,7 +317,7 @@ test('tv: the words go to the virtual television unchanged', async (t) => {
   // Beside a table, the other members come first.
   assert.match(await done(local(folder, 'tv', 'source')), /^current +0\n\nsources\nnumber +name .*\n0 +TV /);
   assert.equal(await done(local(folder, 'tv', 'fault', 'a_vextvapi_volctrl_setVolume', '--fail', '-3')), 'ok\n');
-  assert.equal(await done(local(folder, 'tv', 'faults')), 'faults  none\n'); // another process, another set
+  assert.equal(await done(local(folder, 'tv', 'faults')), 'no faults\n'); // another process, another set
 });
 
 test('a set that does not start is exit code 3 and says why', async (t) => {

@@ -151,8 +151,14 @@ test('--help behind a command of the television explains it and does nothing', a
     assert.match(stdout, new RegExp(`^Usage: dtvctl tv ${words[0]} ?[^\n]*\n\n[A-Z]`));
     assert.deepEqual(readdirSync(here), [], `${words} writes no file`);
   }
-  const fault = await local(folder, 'tv', 'fault', '--help');
-  assert.equal(fault.stdout.match(/^Usage: dtvctl tv fault /gm).length, 2);
+  const { commands } = JSON.parse((await local(folder, '--json', 'tv', 'help')).stdout);
+  for (const name of ['volume', 'fault', 'faults', 'capture', 'help']) {
+    assert.equal(commands.filter((row) => row.name === name).length, 1, name);
+    const explained = await local(folder, 'tv', 'help', name);
+    assert.match(explained.stdout, new RegExp(`^Usage: dtvctl tv ${name} [^\n]*\n\n[A-Z]`), explained.stderr);
+    assert.equal((await local(folder, 'tv', name, '--help')).stdout, explained.stdout);
+  }
+  assert.match((await local(folder, 'tv', 'capture', 'start')).stderr, /a record is made by a host/);
   const unknown = await local(folder, 'tv', 'dance', '--help');
   assert.equal(unknown.code, 1);
   assert.match(unknown.stderr, /no command "dance"/);

@@ -1,6 +1,6 @@
 // What the Tab key offers in bash, with a host and without one.
 import assert from 'node:assert/strict';
-import { readdirSync } from 'node:fs';
+import { mkdirSync, readdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 
@@ -20,7 +20,7 @@ async function complete(line, { env = noHost, cwd } = {}) {
     COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
     $(complete -p dtvctl | sed 's/.*-F \\([^ ]*\\) .*/\\1/')
     printf '%s\\n' "\${COMPREPLY[@]}"`;
-  const words = line.split(' ').flatMap((word) => (word === '' ? [''] : word.match(/[:=]+|[^:=]+/g)));
+  const words = line.split(/(?<!\\) /).flatMap((word) => (word === '' ? [''] : word.match(/[:=]+|[^:=]+/g)));
   const { stdout, stderr } = await run('bash', ['--norc', '-c', script, 'bash', line, ...words], { env, cwd });
   assert.equal(stderr, '', line);
   return stdout.split('\n').filter(Boolean).sort();
@@ -40,10 +40,24 @@ test('commands, options and their values', async () => {
   assert.deepEqual(await after(`--state ${join(root, 'cl')}`), [join(root, 'cli')]);
 });
 
+test('files and folders whose names have blanks and other odd characters', async (t) => {
+  const folder = stateFolder(t);
+  for (const name of ['my photos', 'my films [2]']) mkdirSync(join(folder, name));
+  writeFileSync(join(folder, 'my record.jsonl'), '');
+  assert.deepEqual(await after('tv stick insert m', { cwd: folder, env: noHost }), ['my films [2]', 'my photos']);
+  assert.deepEqual(await after('tv stick insert my\\ p', { cwd: folder, env: noHost }), ['my photos']);
+  assert.deepEqual(await after('replay my\\ r', { cwd: folder, env: noHost }), ['my record.jsonl']);
+  // readline puts the backslashes.
+  const session = `{ printf 'source "${join(root, 'cli/dtvctl.bash')}"\\n'; sleep 1; printf '${dtvctl} replay my\\\\ r\\t'; sleep 3; printf '\\001printf "[%%s]" \\005\\nexit\\n'; } | script -qec 'bash --norc -i' /dev/null`;
+  const { stdout } = await run('bash', ['-c', session], { env: { ...noHost, TERM: 'dumb' }, cwd: folder });
+  assert.ok(stdout.includes('[replay][my record.jsonl]'), stdout);
+});
+
 test('URIs', async () => {
   assert.deepEqual(await after('get /tv/cast/volume/vol'), [volume, '/tv/cast/volume/volume_decrease', '/tv/cast/volume/volume_increase']);
   assert.deepEqual(await after(`get ${volume} /tv/cast/volume/m`), ['/tv/cast/volume/mute']);
   assert.deepEqual(await after(`describe ${volume} /tv/cast/volume/m`), ['/tv/cast/volume/mute']);
+  assert.deepEqual(await after('describe g_gui_lang'), ['g_gui_lang__gui_language']);
   assert.deepEqual(await after('--host 127.0.0.1:1 watch /tv/ws/notify/vol'), [volumeNotify]);
   assert.deepEqual(await after('--host=127.0.0.1:1 watch /tv/ws/notify/vol'), [volumeNotify]);
 });
@@ -68,6 +82,8 @@ test('named values, members and configuration keys', async () => {
 test('behind -- stands get, set or tv, and no option', async () => {
   assert.deepEqual(await after(`watch ${volumeNotify} -- `), ['get', 'set', 'tv']);
   assert.deepEqual(await after('trace --count 1 -- '), ['get', 'set', 'tv']);
+  assert.deepEqual(await after('record r.jsonl -- '), ['get', 'set', 'tv']);
+  assert.deepEqual(await after('record r.jsonl -- get /tv/cast/volume/m'), ['/tv/cast/volume/mute']);
   assert.deepEqual(await after('trace -- --j'), []);
   assert.deepEqual(await after('trace -- get /tv/cast/volume/m'), ['/tv/cast/volume/mute']);
   assert.deepEqual(await after('trace -- tv volume '), ['down', 'up']);
@@ -88,6 +104,8 @@ test('the commands of the television', async (t) => {
   assert.deepEqual(await after('tv fault a_vextvapi_volctrl_setV'), [setVolume]);
   assert.deepEqual(await after('trace -- tv fault a_vextvapi_volctrl_setV'), [setVolume]);
   assert.deepEqual(await after('tv fault --'), ['--clear']);
+  assert.deepEqual(await after('tv faults '), ['functions']);
+  assert.deepEqual(await after('tv capture '), ['case', 'start', 'status', 'stop']);
   assert.deepEqual(await after('tv fault f --d'), ['--delay', '--drop-callback']);
 });
 

@@ -125,6 +125,39 @@ test('warnings are on standard error; --strict refuses instead', async () => {
   assert.equal(await done('--strict', 'set', volume, '11'), 'ok\n');
 });
 
+test('list names the keys of the configuration, and describe explains one with lines that work', async () => {
+  const { code, stdout, stderr } = await at('list', 'brightness');
+  assert.equal(code, 0);
+  assert.match(stdout, /^\/tv\/config\/value_number /m);
+  assert.equal(stderr, 'dtvctl: configuration keys: g_video__brightness; see "dtvctl describe g_video__brightness"\n');
+  assert.match((await at('list', 'video')).stderr, /^dtvctl: configuration keys: (g_\w+, ){9}g_\w+ and \d+ more; see/m);
+  assert.doesNotMatch((await at('list', 'brightness', 'volume')).stderr, /configuration keys/);
+  const withoutToken = await ctl(['list', 'brightness'], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+  assert.deepEqual([withoutToken.code, withoutToken.stderr], [0, '']);
+
+  for (const [key, says, count] of [
+    ['g_video__brightness', /^ {2}Brightness\n {2}Values: 0 to 100\n {2}Now 50, of a new set 50$/m, 3],
+    ['g_audio__type', /^ {2}Values: 0: normal, 1: hearing impaired, 2: audio description$/m, 3],
+    ['g_audio__speakers', /^ {2}Now true, of a new set true$/m, 3],
+    ['g_misc__tv_network_name', /^ {2}Values: a text of at most 64 bytes$/m, 3],
+    ['g_gui_lang__gui_language', /^ {2}Language of the menus$/m, 2],
+  ]) {
+    const text = await done('describe', key);
+    assert.match(text, says);
+    const lines = text.match(/^ {2}dtvctl .*$/gm);
+    assert.equal(lines.length, count, text);
+    for (const line of lines) {
+      const ran = await run('bash', ['-c', line.replace('dtvctl', dtvctl)], { env: { DTV_HOST: `127.0.0.1:${host.port}`, DTV_TOKEN: host.token } });
+      assert.deepEqual([ran.code, ran.stderr], [0, ''], line);
+    }
+    assert.equal(JSON.parse(await done('--json', 'describe', key)).key, key);
+  }
+  const unknown = await at('describe', 'g_no_such__key', mute);
+  assert.equal(unknown.code, 1);
+  assert.match(unknown.stderr, /no.* key "?g_no_such__key/);
+  assert.match(unknown.stdout, /^\/tv\/cast\/volume\/mute /);
+});
+
 test('--trace shows the platform calls and the log of the request', async () => {
   const { code, stdout, stderr } = await at('--trace', 'set', volume, '101');
   assert.deepEqual([code, stdout], [1, '']);

@@ -113,8 +113,8 @@ test('faults: a failing, a slow and a silent platform', async (t) => {
   const refused = await set.ctl('set', volume, '40');
   assert.equal(refused.code, 1);
   assert.match(refused.stderr, /-3/);
-  assert.match(await done(set.ctl('tv', 'faults')), new RegExp(setVolume));
-  await done(set.ctl('tv', 'fault', setVolume, '--delay', '400'));
+  assert.match(await done(set.ctl('tv', 'faults')), new RegExp(`^FUNCTION +FAULT\\s*\n${setVolume} +--fail -3\n$`));
+  assert.equal(await done(set.ctl('tv', 'fault', setVolume, '--delay', '400')), `replaces the earlier fault of ${setVolume}: --fail -3\n`);
   const begun = Date.now();
   await done(set.ctl('set', volume, '40'));
   assert.ok(Date.now() - begun >= 400);
@@ -126,6 +126,24 @@ test('faults: a failing, a slow and a silent platform', async (t) => {
     (await set.ctl('watch', '--count', '1', volumeNotify, '--', 'tv', 'volume', 'up')).stdout,
     notifyText(42, 0) + '\n',
   );
+});
+
+test('trace and watch also run a program, which finds the host, until it has ended', async (t) => {
+  const set = await host(t);
+  const program = `"${dtvctl}" set ${volume} 27; sleep 0.7; "${dtvctl}" set ${volume} 28; exit 5`;
+  const traced = await set.ctl('--json', 'trace', '--', 'sh', '-c', program);
+  assert.equal(traced.code, 5, traced.stderr);
+  const calls = traced.stdout.trimEnd().split('\n').map((line) => JSON.parse(line));
+  assert.deepEqual(calls.filter(({ call }) => call).map(({ in: { volume: value } }) => value), [27, 28]);
+  assert.equal(traced.stderr, 'ok\nok\n'); // the program's own output
+  const watched = await set.ctl('watch', volumeNotify, '--', 'sh', '-c', program);
+  assert.deepEqual([watched.code, watched.stdout], [5, notifyText(27, 0) + '\n' + notifyText(28, 0) + '\n']);
+  const missing = await set.ctl('trace', '--', './no-such-program');
+  assert.equal(missing.code, 127);
+  assert.match(missing.stderr, /cannot run .\/no-such-program.*a program, or get, set or tv/);
+  const local = await ctl(['--local', '--state', stateFolder(t), 'trace', '--', 'ls']);
+  assert.equal(local.code, 2);
+  assert.match(local.stderr, /with --local, the command after -- must be get, set or tv/);
 });
 
 test('refusals are exit code 1', async (t) => {

@@ -95,6 +95,115 @@ const commands = {
   },
 };
 
+// A script for the page's console. It logs the replies to its requests, and notifications.
+async function requests(reader, text) {
+  const logged = [];
+  let sockets = 0;
+  const requests = [];
+  class PageSocket extends WebSocket {
+    constructor(url) {
+      super(url, { origin: reader.host.url });
+      sockets += 1;
+      reader.t.after(() => this.terminate());
+    }
+    send(message) {
+      requests.push(JSON.parse(message));
+      super.send(message);
+    }
+  }
+  assert.ok(text.includes(`ws://${reader.readmeAddress}/`), 'not the address of the host');
+  const ended = new Promise((resolve) => {
+    const log = (line) => {
+      logged.push(JSON.parse(line));
+      const replies = logged.filter((message) => 'id' in message).length;
+      if (requests.length > 0 && replies === requests.length && logged.length > replies) resolve();
+    };
+    vm.runInNewContext(reader.translated(text), { WebSocket: PageSocket, console: { log } });
+  });
+  await within(ended, 'replies and a notification');
+  assert.equal(sockets, 1);
+
+  // "`get` answers `{...}`, `set` `{...}`; notifications arrive as method `...` with `{...}`"
+  const promise = /`get` answers `{(?<get>.*?)}`, `set` `{(?<set>.*?)}`;\s+notifications\s+arrive\s+as\s+method\s+`(?<method>\w+)`\s+with\s+`{(?<notification>.*?)}`/.exec(readme);
+  assert.ok(promise, 'README.md says nothing about the answers');
+  const { method, notification } = promise.groups;
+  const shapes = { get: promise.groups.get.split(', '), set: promise.groups.set.split(', '), subscribe: [] };
+  for (const request of requests) {
+    const { result, error } = logged.find((message) => message.id === request.id);
+    assert.equal(error, undefined, JSON.stringify(request));
+    assert.ok(Object.hasOwn(shapes, request.method), `this test does not know the reply to ${request.method}`);
+    assert.deepEqual(Object.keys(result), shapes[request.method], JSON.stringify(result));
+    if ('ret' in result) assert.equal(result.ret, 0);
+  }
+  const { uri, parameter } = requests.find((request) => request.method === 'set').params;
+  const get = requests.find((request) => request.method === 'get');
+  assert.equal(get.params.uri, uri);
+  assert.equal(valueOf(logged.find((message) => message.id === get.id).result), parameter.VALUE);
+  assert.equal(valueOf(await read(reader, uri)), parameter.VALUE);
+  const told = logged.filter((message) => !('id' in message));
+  assert.deepEqual(told.map((message) => message.method), [method]);
+  assert.deepEqual(Object.keys(told[0].params), notification.split(', '));
+  assert.equal(told[0].params.notification.ITEMS[0].volValue, parameter.VALUE);
+}
+
+// A script that logs notifications, and connects again when its connection ends and when the host hangs. Its clock and its
+// timers are FASTER times as fast.
+async function keepsFollowing(reader, text) {
+  const FASTER = 10;
+  const logged = [];
+  const sockets = [];
+  const timers = [];
+  let over = false;
+  class PageSocket extends WebSocket {
+    constructor(url) {
+      super(url, { origin: reader.host.url });
+      sockets.push(this);
+    }
+  }
+  const end = () => {
+    over = true;
+    timers.forEach((timer) => clearInterval(timer));
+    sockets.forEach((socket) => socket.terminate());
+  };
+  const faster = (begin) => (run, time, ...words) => {
+    if (!over) timers.push(begin(run, time / FASTER, ...words));
+    return timers.at(-1);
+  };
+  reader.t.after(end);
+  assert.ok(text.includes(`ws://${reader.readmeAddress}/`), 'not the address of the host');
+  vm.runInNewContext(reader.translated(text), {
+    WebSocket: PageSocket,
+    Date: { now: () => Date.now() * FASTER },
+    setInterval: faster(setInterval),
+    setTimeout: faster(setTimeout),
+    clearInterval,
+    console: { log: (line) => logged.push(JSON.parse(line)) },
+  });
+  // Each change is another one, until one is logged.
+  let value = 0;
+  const notified = async () => {
+    for (const before = logged.length; logged.length === before; await sleep(50)) {
+      value = (value + 1) % 100;
+      await reader.client.call('tv', { words: ['volume', String(value)] });
+    }
+    assert.deepEqual(Object.keys(logged.at(-1).ITEMS[0]), ['volValue', 'muteStatus']);
+  };
+  const another = async (count) => {
+    while (sockets.length === count) await sleep(20);
+  };
+  await within(notified(), 'notification');
+  let count = sockets.length;
+  sockets.at(-1).terminate();
+  await within(another(count), 'new connection after an end');
+  await within(notified(), 'notification after an end');
+  count = sockets.length;
+  reader.host.child.kill('SIGSTOP');
+  await within(another(count), 'new connection while the host hangs');
+  reader.host.child.kill('SIGCONT');
+  await within(notified(), 'notification after the host has gone on');
+  end();
+}
+
 // By the language of a block.
 const languages = {
   sh: async (reader, text) => {
@@ -116,56 +225,7 @@ const languages = {
     reader.watching = null;
   },
 
-  // A script for the page's console. It logs the replies to its requests, and notifications.
-  js: async (reader, text) => {
-    const logged = [];
-    let sockets = 0;
-    const requests = [];
-    class PageSocket extends WebSocket {
-      constructor(url) {
-        super(url, { origin: reader.host.url });
-        sockets += 1;
-        reader.t.after(() => this.terminate());
-      }
-      send(message) {
-        requests.push(JSON.parse(message));
-        super.send(message);
-      }
-    }
-    assert.ok(text.includes(`ws://${reader.readmeAddress}/`), 'not the address of the host');
-    const ended = new Promise((resolve) => {
-      const log = (line) => {
-        logged.push(JSON.parse(line));
-        const replies = logged.filter((message) => 'id' in message).length;
-        if (requests.length > 0 && replies === requests.length && logged.length > replies) resolve();
-      };
-      vm.runInNewContext(reader.translated(text), { WebSocket: PageSocket, console: { log } });
-    });
-    await within(ended, 'replies and a notification');
-    assert.equal(sockets, 1);
-
-    // "`get` answers `{...}`, `set` `{...}`; notifications arrive as method `...` with `{...}`"
-    const promise = /`get` answers `{(?<get>.*?)}`, `set` `{(?<set>.*?)}`;\s+notifications\s+arrive\s+as\s+method\s+`(?<method>\w+)`\s+with\s+`{(?<notification>.*?)}`/.exec(readme);
-    assert.ok(promise, 'README.md says nothing about the answers');
-    const { method, notification } = promise.groups;
-    const shapes = { get: promise.groups.get.split(', '), set: promise.groups.set.split(', '), subscribe: [] };
-    for (const request of requests) {
-      const { result, error } = logged.find((message) => message.id === request.id);
-      assert.equal(error, undefined, JSON.stringify(request));
-      assert.ok(Object.hasOwn(shapes, request.method), `this test does not know the reply to ${request.method}`);
-      assert.deepEqual(Object.keys(result), shapes[request.method], JSON.stringify(result));
-      if ('ret' in result) assert.equal(result.ret, 0);
-    }
-    const { uri, parameter } = requests.find((request) => request.method === 'set').params;
-    const get = requests.find((request) => request.method === 'get');
-    assert.equal(get.params.uri, uri);
-    assert.equal(valueOf(logged.find((message) => message.id === get.id).result), parameter.VALUE);
-    assert.equal(valueOf(await read(reader, uri)), parameter.VALUE);
-    const told = logged.filter((message) => !('id' in message));
-    assert.deepEqual(told.map((message) => message.method), [method]);
-    assert.deepEqual(Object.keys(told[0].params), notification.split(', '));
-    assert.equal(told[0].params.notification.ITEMS[0].volValue, parameter.VALUE);
-  },
+  js: (reader, text) => (text.includes('"ping"') ? keepsFollowing : requests)(reader, text),
 };
 
 test('README.md does what it says', async (t) => {

@@ -1,11 +1,11 @@
 // Records: what a host writes down, its replay, and the conformance case made of it. A replay and a case must notice a
 // plugin that behaves differently; that plugin is the real one with a text of its tables changed in its file.
 import assert from 'node:assert/strict';
-import { readFileSync, writeFileSync } from 'node:fs';
+import { mkdirSync, readFileSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { ctl, run, shell, start } from './cli_support.mjs';
-import { build, connect, folder, modify, mute, request, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
+import { build, callRuns, connect, folder, modify, mute, request, slowCall, startHost, valueOf, volume, volumeEvents, within } from './host_support.mjs';
 
 const conformance = join(build, 'bin/conformance');
 const networkName = { REQUEST: 'QUERY', cfgId: 'g_misc__tv_network_name' };
@@ -99,6 +99,9 @@ test('a replay gives what was recorded, and names each thing that differs', asyn
   const same = await ctl(['replay', file]);
   assert.equal(same.code, 0, same.stdout + same.stderr);
   assert.match(same.stdout, /^6 requests, \d+ calls, 1 notifications: as recorded$/m);
+  const [sum, ...none] = linesOf((await ctl(['--json', 'replay', file])).stdout);
+  assert.deepEqual(none, []);
+  assert.deepEqual([sum.requests, sum.notifications, sum.left_over, sum.different], [6, 1, 0, 0]);
 
   // One member of one line is changed at a time.
   const changed = async (choose, change, expected) => {
@@ -110,6 +113,9 @@ test('a replay gives what was recorded, and names each thing that differs', asyn
     const { code, stdout, stderr } = await ctl(['replay', file]);
     assert.equal(code, 1, stdout + stderr);
     assert.match(stdout, expected);
+    const [step, ...rest] = linesOf((await ctl(['--json', 'replay', file])).stdout);
+    assert.ok(step.step > 0 && stdout.startsWith(`step ${step.step}, ${step.name}\n  ${step.differences[0]}\n`), stdout);
+    assert.equal(rest.at(-1).different, rest.length);
   };
   const other = (member, value) => (line) => (line[member] = line[member].replace(...value));
   const isSet = (line) => line.set === volume;
@@ -162,6 +168,34 @@ test('a record of a get of every URI replays, and passes as a case', async (t) =
   await replaysAndPasses(host, place);
 });
 
+test('a case has the files of logos, and says what it does not have', async (t) => {
+  const place = folder(t);
+  const state = folder(t);
+  mkdirSync(join(state, 'ChLogo/PreDef'), { recursive: true });
+  writeFileSync(join(state, 'ChLogo/PreDef/news "1".png'), Buffer.from('89504e470d0a1a0a0000', 'hex'));
+  const host = await startHost(t, ['--record'], { state });
+  const client = await connect(t, host);
+  for (const name of ['news "1"', 'none']) {
+    const { response } = await client.call('get', { uri: '/tv/channelinfo/get_channel_logo_path', parameter: { REQUEST: 'QUERY', VALUE: name } });
+    assert.equal(response.ITEMS[0].TEXT, name === 'none' ? '' : `/3rd_rw/ChLogo/PreDef/${name}.png`);
+  }
+  await client.call('get', { uri: '/tv/config/language_string', parameter: { REQUEST: 'QUERY', langId: 'IDS_VOLUME' } });
+  await capture(client, 'stop');
+  const record = join(place, 'r.jsonl');
+  writeFileSync(record, (await request(host, 'GET', '/record.jsonl', authorized(host))).text);
+  writeFileSync(join(place, 'case.json'), (await request(host, 'GET', '/record.case.json', authorized(host))).text);
+  const passed = await run(conformance, [join(place, 'case.json')]);
+  assert.equal(passed.code, 0, passed.stdout);
+  const replayed = await ctl(['--state', state, 'replay', record]); // a record has no files, a state folder does
+  assert.equal(replayed.code, 0, replayed.stdout);
+  const made = await capture(client, 'case');
+  assert.deepEqual(made.cases[0].files, { '/3rd_rw/ChLogo/PreDef/news "1".png': '' });
+  assert.deepEqual(made.notes, ['1 requests for language strings, since a case has no language library']);
+  const { stdout, stderr } = await ctl(['case', record]);
+  assert.equal(stderr, `dtvctl: left out: ${made.notes[0]}\n`);
+  assert.deepEqual(JSON.parse(stdout).notes, made.notes);
+});
+
 test('what is not a record is refused with its line', async (t) => {
   const file = join(folder(t), 'r.jsonl');
   for (const [text, reason] of [
@@ -193,6 +227,13 @@ test('dtvctl record saves what a program does, and passes its exit code on', asy
   assert.equal(JSON.parse(stdout).STATUS, 0);
   assert.match(stderr, /1 requests, 1 calls, 0 notifications/);
   assert.equal((await ctl(['replay', file])).code, 0);
+  // One of dtvctl's own commands: its output is alone on standard output, too.
+  const own = await shell(host).run('record', file, '--', 'set', volume, '17');
+  assert.deepEqual([own.code, own.stdout], [0, 'ok\n'], own.stderr);
+  assert.match(own.stderr, /1 requests, 1 calls, \d+ notifications/);
+  const refused = await shell(host).run('record', file, '--', 'tv', 'fault', '--drop', 'x');
+  assert.equal(refused.code, 1);
+  assert.match(refused.stderr, /the function comes first/);
   const missing = await shell(host).run('record', file, '--', './no-such-program');
   assert.equal(missing.code, 127);
   assert.match(missing.stderr, /cannot run .\/no-such-program/);
@@ -268,11 +309,66 @@ test('dtv-host --replay answers as recorded, raises the callbacks, and says what
   assert.match(output, /dtv-host: replay: .*is not in the record/);
 });
 
+// Serves these lines to a client, which does everything that was recorded. Nothing differs.
+async function replayWithoutDifference(t, lines, act) {
+  const file = join(folder(t), 'r.jsonl');
+  writeFileSync(file, lines.map((line) => JSON.stringify(line) + '\n').join(''));
+  const host = await startHost(t, ['--replay', file]);
+  const client = await connect(t, host);
+  await act(client, await connect(t, host));
+  const { replay } = await capture(client, 'status');
+  assert.deepEqual(replay.differences, []);
+  assert.equal(replay.step, replay.steps);
+}
+
+test('dtv-host --replay: clients subscribe when they like, also while a request runs', async (t) => {
+  const { text } = await makeRecord(t, join(folder(t), 'r.jsonl'));
+  const lines = linesOf(text);
+  const is = (line) => line.record || line.start || line.get === volume || line.subscribe || line.fetch || line.call === slowCall || (line.event && line.in.pv_arg1 === 32);
+  const { seq: first } = lines.find((line) => line.get === volume);
+  const recorded = lines.filter((line) => is(line) || line.seq < first); // with the whole start
+  const whileItRuns = async (client, other) => {
+    await client.call('tv', { words: ['fault', slowCall, '--delay', '1000'] });
+    const slow = other.call('get', { uri: volume });
+    await callRuns(client);
+    await client.call('subscribe', { uri: volumeEvents });
+    assert.equal(other.pending('notify'), 0);
+    assert.deepEqual(Object.keys(await slow), ['ret', 'response']);
+    const { notification } = await client.next('notify');
+    assert.equal(notification.ITEMS[0].volValue, 32);
+  };
+  await replayWithoutDifference(t, recorded, whileItRuns);
+  // The subscription was recorded before the get, so that the callback comes too early for the client.
+  const swapped = recorded.filter((line) => line.subscribe);
+  const gets = recorded.filter((line) => line.get === volume || (line.call === slowCall && line.seq > first));
+  const seqs = [...swapped, ...gets].map((line) => line.seq).sort((one, other) => one - other);
+  const order = [...swapped, ...gets.sort((one, other) => one.seq - other.seq)];
+  const moved = new Map(order.map((line, k) => [line, { ...line, seq: seqs[k] }]));
+  await replayWithoutDifference(t, recorded.map((line) => moved.get(line) ?? line), async (client) => {
+    await client.call('get', { uri: volume });
+    await client.call('subscribe', { uri: volumeEvents });
+  });
+});
+
+test('dtv-host --replay warns of a request that the record does not have', async (t) => {
+  const file = join(folder(t), 'r.jsonl');
+  await makeRecord(t, file);
+  const client = await connect(t, await startHost(t, ['--replay', file]));
+  assert.equal((await client.call('get', { uri: volume })).warnings, undefined);
+  const unknown = await client.call('get', { uri: '/tv/menu/common_setting/gui_language' });
+  assert.match(unknown.warnings[0], /^the record has no such request: its platform calls were answered with 0 and wrote nothing/);
+  const other = await client.call('set', { uri: volume, parameter: modify(77) });
+  assert.equal(other.ret, 0);
+  assert.match(other.warnings[0], /^the record has no such request/);
+});
+
 test('faults: a callback arrives as often as told, and functions are listed with their callbacks', async (t) => {
   const host = await startHost(t);
   const client = await connect(t, host);
   const tv = (...words) => client.call('tv', { words });
-  await tv('fault', 'a_vextvapi_volctrl_reg_callback', '--repeat-callback', '3');
+  assert.deepEqual(await tv('fault', 'a_vextvapi_volctrl_reg_callback', '--drop-callback'), {});
+  const { replaced } = await tv('fault', 'a_vextvapi_volctrl_reg_callback', '--repeat-callback', '3');
+  assert.deepEqual(replaced, { delay_ms: 0, fails: 0, result: 0, drop_callback: 1, repeat_callback: 0 });
   const { faults } = await tv('faults');
   assert.equal(faults.a_vextvapi_volctrl_reg_callback.repeat_callback, 3);
   await capture(client, 'start');
@@ -296,6 +392,16 @@ test('faults: a callback arrives as often as told, and functions are listed with
   ]);
   assert.match((await client.fail('tv', { words: ['faults', 'functions', 'volctrl_getvolumes'] })).message, /no function "volctrl_getvolumes"/);
   assert.match((await client.fail('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolum2', '--fail'] })).message, /nearest: a_vextvapi_volctrl_getVolume /);
-  assert.match((await client.fail('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolume', '--drop-callback'] })).message, /registers no callback/);
+  assert.match((await client.fail('tv', { words: ['fault', 'a_vextvapi_volctrl_getVolume', '--drop-callback'] })).message, /registers no callback, .*--delay and --fail.*; a_vextvapi_volctrl_reg_callback registers one$/);
+  const wrong = async (...words) => (await client.fail('tv', { words: ['fault', 'a_vextvapi_volctrl_reg_callback', ...words] })).message;
+  assert.match(await wrong('--delay'), /--delay wants milliseconds, 0 or more, such as --delay 500; nothing follows/);
+  assert.match(await wrong('--delay', 'soon'), /such as --delay 500, not "soon"/);
+  assert.match(await wrong('--fail', 'hard'), /--fail wants the result as a number, or nothing for -1, such as --fail -3, not "hard"/);
+  assert.match(await wrong('--drop-callback', '3'), /--drop-callback takes no value.*--repeat-callback takes a number/);
+  assert.match(await wrong('--drop-callbacks'), /did you mean --drop-callback\?/);
+  assert.match(await wrong('--drop-callback', '--repeat-callback', '3'), /--drop-callback or --repeat-callback, not both/);
+  assert.match(await wrong('--fail', '--clear'), /--clear stands alone/);
+  assert.match(await wrong(), /no fault given; usage: fault FUNCTION/);
+  assert.match((await client.fail('tv', { words: ['fault', '--fail'] })).message, /the function comes first; usage: fault FUNCTION/);
   assert.match((await client.fail('tv', { words: ['fault', 'a_vextvapi_volctrl_reg_callback', '--repeat-callback', '1001'] })).message, /from 2 to 1000/);
 });

@@ -269,12 +269,20 @@ std::string clean_path(std::string_view path) {
   return clean;
 }
 
-// {"tables": {...}, "values": {...}, "repeat": {...}, "cases": [...]}, where all but the cases can be left out.
+bool is_notes(std::string_view value) {
+  const auto is_text = [](const auto& child) { return child.second.starts_with('"'); };
+  return raw_is_array(value) && std::ranges::all_of(raw_children(value), is_text);
+}
+
+// {"notes": [...], "tables": {...}, "values": {...}, "repeat": {...}, "cases": [...]}, where all but the cases can be
+// left out.
 bool is_case_file(std::string_view json) {
   std::set<std::string_view> keys;
   for (const auto& [key, value] : raw_children(json)) {
     const bool good = key == "cases" ? raw_is_array(value) && !raw_children(value).empty()
-                                     : (key == "tables" || key == "values" || key == "repeat") && raw_is_object(value);
+                      : key == "notes"
+                          ? is_notes(value)
+                          : (key == "tables" || key == "values" || key == "repeat") && raw_is_object(value);
     if (!good || !keys.insert(key).second) return false;
   }
   return keys.contains("cases");
@@ -324,7 +332,7 @@ CaseFile read_case_file(const std::string& path) {
   if (!json) return file;
   if (!is_case_file(text)) {
     file.refusal =
-        R"(a file is {"cases": [case, ...]}, perhaps with "tables", "values" and "repeat", and nothing else in it)";
+        R"(a file is {"cases": [case, ...]}, perhaps with "notes", "tables", "values" and "repeat", and nothing else in it)";
     return file;
   }
   std::vector<PlainCase> cases;

@@ -2,9 +2,13 @@
 #include "recorder.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <fstream>
 #include <string>
+#include <string_view>
 
 #include "tracer.h"
 
@@ -143,6 +147,85 @@ TEST(Recorder, WaitsForCallbacksOnlyWhileItRecordsAndNotForEver) {
   const std::uint64_t seq = last_seq;
   recorder_await_callbacks(&bench.recorder);
   EXPECT_EQ(last_seq, seq);
+}
+
+TEST(Recorder, WaitsOnceForACallbackThatIsStuck) {
+  Bench bench;
+  std::string error;
+  ASSERT_TRUE(recorder_start(bench.recorder, error));
+  const auto looks = [&bench] {  // how often a wait looks whether the callbacks have ended
+    const std::uint64_t before = last_seq;
+    recorder_await_callbacks(&bench.recorder);
+    return last_seq - before;
+  };
+  callbacks_under_way = 1;
+  EXPECT_GT(looks(), 1U);
+  EXPECT_EQ(looks(), 1U);
+  EXPECT_EQ(looks(), 1U);
+  callbacks_under_way = 0;  // it has ended after all
+  EXPECT_EQ(looks(), 1U);
+  callbacks_under_way = 1;
+  EXPECT_GT(looks(), 1U);
+}
+
+// The memory of the process in bytes: the greatest since forget_peak, or that of now.
+std::size_t memory_of(std::string_view row) {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.starts_with(row)) return std::stoul(line.substr(row.size())) * kKib;
+  ADD_FAILURE() << "there is no " << row;
+  return 0;
+}
+
+void forget_peak() { std::ofstream("/proc/self/clear_refs") << "5"; }
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;  // memory is several times as much
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// The text of a call with many zeros takes the most memory: each is two bytes of text and a JSON value.
+TEST(Recorder, ACaseOfTheLongestRecordTakesNoMoreMemoryThanTheLimitsSay) {
+  std::string zeros = "0";
+  for (int i = 0; i < 50'000; ++i) zeros += ",0";
+  const std::string long_call =
+      R"({"seq":9,"t":0,"thread":1,"call":"a_vextvapi_x_read","in":{},"out":{"values":[)" + zeros + R"(]},"ret":0})";
+  const std::string short_call = R"({"seq":9,"t":0,"thread":1,"call":"a_vextvapi_x_read","in":{},"ret":0})";
+  for (const std::string& call : {long_call, short_call}) {
+    Bench bench;
+    bench.stack.start->text = R"({"seq":1,"thread":1,"start":"a_dtv_jsp_init_res","ret":0})"
+                              "\n"
+                              R"({"seq":2,"thread":1,"start":"a_dtv_jsp_init","ret":0})"
+                              "\n";
+    bench.stack.contract = [] {
+      return strdup(R"([{"name":"a_vextvapi_x_read","params":["values"],"callback":null,"fault":null}])");
+    };
+    std::string error;
+    ASSERT_TRUE(recorder_start(bench.recorder, error));
+    last_seq = 10;
+    while (bench.recorder.bytes + call.size() + 200 < kLimitCaseBytes) {
+      const Begun begun = recorder_begin(&bench.recorder);
+      recorder_line(&bench.recorder, call.c_str());
+      recorder_request(&bench.recorder, begun, true, "/tv/x", nullptr, 0, "{}");
+    }
+    ASSERT_GT(bench.recorder.bytes, kLimitCaseBytes - call.size() - 400);
+    malloc_trim(0);
+    forget_peak();
+    const std::size_t before = memory_of("VmRSS:");
+    const std::string made = recorder_case(bench.recorder);
+    const std::size_t peak = memory_of("VmHWM:");
+    EXPECT_TRUE(made.starts_with("{\"cases\":")) << made.substr(0, 200);
+    EXPECT_GT(peak, before + kLimitCaseBytes);  // else nothing has been measured
+    std::printf("a case of %zu bytes: %zu MiB\n", bench.recorder.bytes, (peak - before) / kMib);
+    EXPECT_TRUE(kSanitized || peak - before <= kLimitCaseMemory) << peak - before;
+  }
 }
 
 TEST(Recorder, ATextThatIsNotUtf8IsItsLength) {

@@ -1,6 +1,6 @@
 import { effect, signal } from "@preact/signals";
 import { tell } from "../ui/notice";
-import { access, configNotifyUri, connection, getItem, listen, setItem, tellError } from "./session";
+import { access, afterList, configNotifyUri, connection, getItem, listen, setItem, tellError } from "./session";
 import { english, label, texts } from "./words";
 
 export { label, words } from "./words";
@@ -44,14 +44,18 @@ let reads = 0;
 
 async function readAll() {
   const read = ++reads;
-  const [code, found] = await Promise.allSettled([readLanguage(), readTexts()]);
   // If the language has changed again or the connection was lost, the texts may be a mix of two languages. A page
   // without access keeps its words.
-  if (read !== reads || connection.value.name !== "open" || access.value === "none") return;
-  language.value = code.status === "fulfilled" ? code.value : "";
-  texts.value = found.status === "fulfilled" ? found.value : {};
-  const tag = languages.find((each) => each.code === language.value)?.tag;
-  document.documentElement.lang = found.status === "fulfilled" && tag ? tag : "en";
+  const isOver = () => read !== reads || connection.value.name !== "open" || access.value === "none";
+  const code = await readLanguage().catch(() => "");
+  // The English texts are in the page. Those of another language have 100 kB, which would delay the list.
+  if (code !== "eng") await afterList();
+  if (isOver()) return;
+  const found = code === "eng" ? {} : await readTexts().catch(() => null);
+  if (isOver()) return;
+  language.value = code;
+  texts.value = found ?? {};
+  document.documentElement.lang = (found && languages.find((each) => each.code === code)?.tag) || "en";
 }
 
 /** The television reports success even for a language that it does not take, so the language is read back. */

@@ -6,6 +6,7 @@ import type { TapLine } from "../lib/tap-line";
 import { dropToken, token } from "../lib/token";
 import { tell } from "../ui/notice";
 import { groupRows } from "./catalogue";
+import { fetchList, listTimeoutMs } from "./listed";
 import type { Field, Kind, ListResult, SetResult } from "./protocol";
 import { ConnectionError, createClient, isForbidden, type ConnectionState } from "./rpc";
 import { wordNow } from "./words";
@@ -99,25 +100,32 @@ function logGap() {
   wasOpen = true;
 }
 
-const listTimeoutMs = 60_000;
+// The first list is requested before the connection is there, which takes a line's delay several times.
+let early: Promise<ListResult | null> | undefined = fetchList();
+let listReads = 0;
 
-/**
- * The list has 190 kB: over a slow line it takes seconds. So the page asks for it when the host has answered the first
- * short requests, such as that of the volume.
- */
 async function readList() {
+  const read = ++listReads;
+  const fetching = early ?? fetchList();
+  early = undefined;
   try {
-    await client.call("ping").catch(() => undefined);
-    list.value = await client.call("list", undefined, { timeoutMs: listTimeoutMs });
+    const fetched = await fetching;
+    if (read !== listReads) return;
+    list.value = fetched ?? (await client.call("list", undefined, { timeoutMs: listTimeoutMs }));
   } catch (reason) {
     // After a lost connection the next one requests the list again.
     if (connection.peek().name === "open") tellError(reason);
   }
 }
 
+let listRead = Promise.resolve();
+
+/** Until the list of URIs is there, or has failed. What the first view can do without waits for it. */
+export const afterList = () => listRead;
+
 function onOpen() {
   logGap();
-  void readList();
+  listRead = readList();
   if (tracing.value) client.call("trace", { on: true }).catch(tellError);
 }
 

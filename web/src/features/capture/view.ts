@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { FaultIcon } from "../../ui/icons";
-import { CapturePanel } from "./capture-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_CAPTURE"),
   order: 32,
   icon: FaultIcon,
-  component: CapturePanel,
+  component: lazy(async () => (await import("./capture-panel")).CapturePanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { ChannelsIcon } from "../../ui/icons";
-import { ChannelsPanel } from "./channels-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_CHANNELS"),
   order: 22,
   icon: ChannelsIcon,
-  component: ChannelsPanel,
+  component: lazy(async () => (await import("./channels-panel")).ChannelsPanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { SlidersIcon } from "../../ui/icons";
-import { ConfigPanel } from "./config-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_CONFIGURATION"),
   order: 30,
   icon: SlidersIcon,
-  component: ConfigPanel,
+  component: lazy(async () => (await import("./config-panel")).ConfigPanel),
 };

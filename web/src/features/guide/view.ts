@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { GuideIcon } from "../../ui/icons";
-import { GuidePanel } from "./guide-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_GUIDE"),
   order: 24,
   icon: GuideIcon,
-  component: GuidePanel,
+  component: lazy(async () => (await import("./guide-panel")).GuidePanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { HomeNetworkIcon } from "../../ui/icons";
-import { HomeNetworkPanel } from "./home-network-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_HOME_NETWORK"),
   order: 28,
   icon: HomeNetworkIcon,
-  component: HomeNetworkPanel,
+  component: lazy(async () => (await import("./home-network-panel")).HomeNetworkPanel),
 };

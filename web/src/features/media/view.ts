@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { MediaIcon } from "../../ui/icons";
-import { MediaPanel } from "./media-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_MEDIA"),
   order: 27,
   icon: MediaIcon,
-  component: MediaPanel,
+  component: lazy(async () => (await import("./media-panel")).MediaPanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { RecordIcon } from "../../ui/icons";
-import { RecordingsPanel } from "./recordings-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_RECORDINGS"),
   order: 26,
   icon: RecordIcon,
-  component: RecordingsPanel,
+  component: lazy(async () => (await import("./recordings-panel")).RecordingsPanel),
 };

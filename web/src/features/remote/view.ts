@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { RemoteIcon } from "../../ui/icons";
-import { RemotePanel } from "./remote-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_REMOTE_CONTROL"),
   order: 40,
   icon: RemoteIcon,
-  component: RemotePanel,
+  component: lazy(async () => (await import("./remote-panel")).RemotePanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { AntennaIcon } from "../../ui/icons";
-import { ScanPanel } from "./scan-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_CHANNEL_SEARCH"),
   order: 29,
   icon: AntennaIcon,
-  component: ScanPanel,
+  component: lazy(async () => (await import("./scan-panel")).ScanPanel),
 };

@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { ScreenIcon } from "../../ui/icons";
-import { ScreenPanel } from "./screen-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_PICTURE"),
   order: 35,
   icon: ScreenIcon,
-  component: ScreenPanel,
+  component: lazy(async () => (await import("./screen-panel")).ScreenPanel),
 };

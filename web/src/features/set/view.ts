@@ -1,6 +1,6 @@
+import { lazy } from "../../app/lazy";
 import type { View } from "../../app/view";
 import { SetIcon } from "../../ui/icons";
-import { SetPanel } from "./set-panel";
 import { label } from "./words";
 
 export const view: View = {
@@ -8,5 +8,5 @@ export const view: View = {
   title: () => label("IDS_TELEVISION"),
   order: 21,
   icon: SetIcon,
-  component: SetPanel,
+  component: lazy(async () => (await import("./set-panel")).SetPanel),
 };
