@@ -204,3 +204,19 @@ for (const width of [360, 900]) {
     });
   });
 }
+
+test.describe("on a phone", () => {
+  test.use({ viewport: { width: 390, height: 740 } });
+
+  test("the menu is below the picture, and what the picture says stays over the picture", async ({ host, open }) => {
+    const page = await open("/#screen");
+    await host.dtvctl("tv", "key", "MENU");
+    const boxOf = async (selector: string) => (await page.locator(selector).boundingBox())!;
+    await expect(page.locator(".menu")).toBeVisible();
+    await expect(page.locator(".screen-message")).not.toBeEmpty();
+    const message = await boxOf(".screen-message");
+    const menu = await boxOf(".menu");
+    expect(message.y + message.height).toBeLessThanOrEqual(menu.y);
+    await page.screenshot({ path: test.info().outputPath("menu.png") });
+  });
+});
