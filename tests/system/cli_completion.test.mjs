@@ -96,7 +96,7 @@ test('the commands of the television', async (t) => {
   assert.deepEqual(await after('tv '), [...new Set(names)].sort());
   assert.deepEqual(await after('tv mute t'), ['toggle']);
   assert.deepEqual(await after('help tv vol'), ['volume']);
-  assert.deepEqual(await after('tv stick '), ['insert', 'list', 'remove']);
+  assert.deepEqual(await after('tv stick '), ['folders', 'insert', 'list', 'remove']);
   assert.deepEqual(await after('tv stick remove a'), ['all']);
   assert.deepEqual(await after(`tv stick insert ${join(root, 'cl')}`), [join(root, 'cli')]);
   assert.deepEqual(await after('tv dance '), []);
