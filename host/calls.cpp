@@ -47,8 +47,18 @@ std::string_view parameter_of(const Call& call) {
 
 std::vector<Finding> check(const Call& call) {
   if (call.kind == CallKind::kControl || call.row == nullptr) return {};
-  return call.kind == CallKind::kGet ? check_get(*call.row, call.uri, parameter_of(call))
-                                     : check_set(*call.row, call.uri, parameter_of(call));
+  const bool get = call.kind == CallKind::kGet;
+  std::vector<Finding> findings =
+      get ? check_get(*call.row, call.uri, parameter_of(call)) : check_set(*call.row, call.uri, parameter_of(call));
+  if (call.ignored.empty()) return findings;
+  constexpr std::size_t kQuoted = 60;
+  const std::string example = get ? check_example(*call.row, call.uri, true) : std::string();
+  std::string text = "the query's " + call.ignored.substr(0, kQuoted) + " is ignored; ";
+  text += !get              ? "a PUT takes its members in its body"
+          : example.empty() ? "a get of this URI takes no members"
+                            : "a get takes its members as ?parameter=" + example;
+  findings.insert(findings.begin(), {std::move(text), false});
+  return findings;
 }
 
 // Says why the call was refused, and what it ignored or changed.

@@ -18,6 +18,7 @@ struct Call {
   bool traced = false;            // whether the outcome includes the platform calls and the log
   bool strict = false;            // whether a request that departs from its URI's description is refused
   const CheckUri* row = nullptr;  // the URI's description, the catalogue's; null for control
+  std::string ignored = {};       // HTTP: an argument of the query that has no meaning
 };
 
 struct Outcome {

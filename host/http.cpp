@@ -74,6 +74,7 @@ HttpRoute http_route(const HttpRequest& request, const Catalogue& catalogue, con
     return HttpRoute::kAnswer;
   }
   Call call{.kind = puts ? CallKind::kSet : CallKind::kGet, .uri = row->uri, .row = row->check};
+  call.ignored = request.ignored;
   if (puts || request.has_parameter) {
     std::string wrong;
     const RpcError refused = rpc_plugin_text(puts ? request.body : request.parameter, call.text, wrong);

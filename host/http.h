@@ -17,6 +17,7 @@ struct HttpRequest {
   std::string target_host = {};  // from a target in absolute form; likewise checked
   bool has_parameter = false;
   std::string parameter = {};  // GET's ?parameter=, decoded
+  std::string ignored = {};    // name of the first argument of the query before "parameter"; it has no meaning
   std::string body = {};
   bool announces_body = false;  // whether or not it has arrived
   bool keeps_alive = false;     // the client wants to keep the connection open

@@ -173,7 +173,10 @@ std::string_view read_target(std::string_view target, HttpRequest& request) {
   while (!query.empty() && !request.has_parameter) {
     const std::string_view argument = query.substr(0, query.find('&'));
     query.remove_prefix(std::min(query.size(), argument.size() + 1));
-    if (!argument.starts_with(kName)) continue;
+    if (!argument.starts_with(kName)) {
+      if (request.ignored.empty()) request.ignored = argument.substr(0, argument.find('='));
+      continue;
+    }
     request.has_parameter = true;
     if (!decode(argument.substr(kName.size()), request.parameter)) return kEscapeFault;
   }

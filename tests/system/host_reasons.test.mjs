@@ -70,6 +70,18 @@ for (const { name, before, kind, uri, parameter, ret, reason, warning } of wrong
     assert.ok(strict.error.data.warnings.includes(strict.error.message));
   });
 
+test('an argument of the query that is no parameter is named', async (t) => {
+  const host = await startHost(t);
+  const refused = await request(host, 'GET', '/tv/config/value_number?cfgId=g_video__brightness');
+  assert.equal(refused.status, 422);
+  const said = [refused.json.reason, ...(refused.json.warnings ?? [])].join('\n');
+  assert.ok(said.includes(`the query's cfgId is ignored; a get takes its members as ?parameter={"REQUEST":"QUERY","cfgId":`), said);
+  const done = await request(host, 'GET', `${volume}?fresh=1`);
+  assert.equal(done.status, 200);
+  assert.equal(done.headers['dtv-warning'], "the query's fresh is ignored; a get of this URI takes no members");
+  assert.equal((await request(host, 'GET', volume)).headers['dtv-warning'], undefined);
+});
+
 test('a right request has neither reason nor warnings', async (t) => {
   const client = await connect(t, await startHost(t));
   assert.deepEqual(await client.call('set', { uri: volume, parameter: modify(30), strict: true }), { ret: 0 });
