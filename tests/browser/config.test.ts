@@ -179,7 +179,9 @@ test("an action that resets values asks first, with the safe answer focused", as
   await expect(question(page)).toHaveCount(0);
   expect(await bass()).toBe(61);
 
+  // The German texts are read after the choice. A question keeps the language in which it was asked.
   await languageMenu(page).selectOption("deu");
+  await expect(send).toHaveText("Senden");
   await send.click();
   await question(page).getByRole("button", { name: "Senden" }).click();
   await expect(question(page)).toHaveCount(0);

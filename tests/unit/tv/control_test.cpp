@@ -42,7 +42,7 @@ TEST_F(TvControl, HelpForACommandListsTheNextWords) {
   EXPECT_EQ(next(R"("mute","on")"), "");
   EXPECT_EQ(next(R"("volume")"), "N up down");
   EXPECT_EQ(next(R"("state")"), "all");
-  EXPECT_EQ(next(R"("stick")"), "insert remove list");
+  EXPECT_EQ(next(R"("stick")"), "insert remove list folders");
   EXPECT_EQ(next(R"("stick","insert")"), "DIR");
   EXPECT_EQ(next(R"("stick","insert","/media")"), "LABEL");
   EXPECT_EQ(next(R"("stick","insert","/media","Holiday")"), "");

@@ -145,27 +145,24 @@ void open_player(const SessionHandle& session, Engine& engine, const Wanted& wan
   if (session->handle == 0) viewer_changed();
 }
 
-bool is_locked(int age) {
+// Whether the file may be shown only after the PIN was entered. The caller holds no lock.
+bool is_rating_locked(const PlayerFacts& facts) {
+  const std::optional<int> age = media_rating(facts);
   const std::int64_t limit = config_number("g_misc__parental_age");
-  return limit > 0 && age >= limit;
+  return age && limit > 0 && *age >= limit;
 }
 
-// Reports that the file is open, and blocks it if its age rating is locked.
-void report_opened(const SessionHandle& session, Engine& engine, const PlayerFacts& facts) {
+// Reports that the file is open, and blocks it if its age rating is locked. The caller holds the session's lock and has
+// stored the facts: an application that has the event asks for them immediately.
+void report_opened(const SessionHandle& session, Engine& engine, const PlayerFacts& facts, bool locked) {
   engine.ready = true;
-  const std::optional<int> age = media_rating(facts);
-  const bool locked = age && is_locked(*age);
-  {
-    const std::lock_guard guard(session->lock);
-    if (session->opened != engine.opened) return;
-    session->stage = Stage::kReady;
-    session->blocked = locked && !session->unblocked;
-    session_post(session, PLAYER_EVENT_OPENED, media_type(facts), std::llround(facts.duration),
-                 std::ssize(media_tracks(facts, TrackKind::kAudio)),
-                 std::ssize(media_tracks(facts, TrackKind::kSubtitle)));
-    if (session->blocked) session_post(session, PLAYER_EVENT_RATING_BLOCKED, *age);
-  }
-  show_wake();
+  session->stage = Stage::kReady;
+  session->blocked = locked && !session->unblocked;
+  session_post(session, PLAYER_EVENT_OPENED, media_type(facts), std::llround(facts.duration),
+               std::ssize(media_tracks(facts, TrackKind::kAudio)),
+               std::ssize(media_tracks(facts, TrackKind::kSubtitle)));
+  if (session->blocked) session_post(session, PLAYER_EVENT_RATING_BLOCKED, *media_rating(facts));
+  session->woken = true;  // the player gets what was requested meanwhile
 }
 
 // ---- Setting what is wanted ----
@@ -350,15 +347,16 @@ void work(const SessionHandle& session, Engine& engine, const Wanted& wanted, bo
   step(*session, engine, seen && engine.ready, width, height);
   const PlayerFacts facts = player_facts(*engine.player);
   const bool opens = !engine.ready && facts.state == PlayerState::kPlaying;
-  if (opens) report_opened(session, engine, facts);
+  const bool locked = opens && is_rating_locked(facts);
   bool changed = opens;
   {
     const std::lock_guard guard(session->lock);
     if (session->opened != engine.opened) return;
     session->facts = facts;
+    if (opens) report_opened(session, engine, facts, locked);
     if (engine.ready) report(session, engine, facts, changed);
-    if (opens) session->woken = true;  // the player gets what was requested meanwhile
   }
+  if (opens) show_wake();
   if (facts.state == PlayerState::kEnded || facts.state == PlayerState::kFailed)
     return take_end(session, engine, facts);
   if (!engine.ready && steady_clock::now() > engine.begun + kOpenWithin)
