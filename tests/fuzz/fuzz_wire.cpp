@@ -386,8 +386,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
 }
 
 std::set<std::string> seed_goals() {
-  return {"HTTP 101",   "HTTP 200",   "HTTP 204",     "HTTP 400",         "HTTP 403", "HTTP 404",   "HTTP 405",
-          "HTTP 408",   "HTTP 413",   "HTTP 422",     "HTTP 426",         "HTTP 431", "HTTP 500",   "HTTP 502",
-          "continue",   "pong",       "batch",        "notify",           "trace",    "close 1000", "close 1002",
-          "close 1007", "close 1009", "checked HTTP", "checked WebSocket"};
+  return {"HTTP 101",   "HTTP 200",   "HTTP 204",   "HTTP 400",     "HTTP 403",         "HTTP 404", "HTTP 405",
+          "HTTP 408",   "HTTP 413",   "HTTP 422",   "HTTP 426",     "HTTP 431",         "HTTP 500", "HTTP 502",
+          "continue",   "gzip",       "pong",       "batch",        "notify",           "trace",    "close 1000",
+          "close 1002", "close 1007", "close 1009", "checked HTTP", "checked WebSocket"};
 }

@@ -198,6 +198,9 @@ void take_page(Maker& maker, Request& request) {
       {"DELETE", kWireUri, {405}},
       {"POST", "/", {405}},
       {"GET", "/jsonrpc", {405}},
+      {"GET", "/list.json", {200}},
+      {"HEAD", "/list.json", {200}},
+      {"POST", "/list.json", {405}},
       {"OPTIONS", "*", {204}},
       {"OPTIONS", kWireUri, {204}},
   };
@@ -269,6 +272,9 @@ void take_headers(Maker& maker, Request& request, bool decides) {
         break;
       case 4:
         request.headers.emplace_back("Accept-Encoding: gzip, br");
+        break;
+      case 5:
+        request.headers.emplace_back("If-None-Match: \"1-a\", W/\"2-b-gz\", \"unended");
         break;
       default:
         request.headers.emplace_back("Cache-Control: no-cache");

@@ -1,5 +1,7 @@
 #include "wire_received.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <boost/json.hpp>
 #include <charconv>
@@ -27,6 +29,24 @@ json::value parse(std::string_view text, const char* what) {
 }
 
 // --- HTTP ---
+
+// What a body compressed by gzip was made from.
+std::string expand(std::string body) {
+  constexpr int kGzipWindow = 15 + 16;
+  constexpr std::size_t kMostBytes = 1 << 22;
+  z_stream stream{};
+  require(inflateInit2(&stream, kGzipWindow) == Z_OK, "zlib starts");
+  std::string text(kMostBytes, '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(body.data());
+  stream.avail_in = static_cast<uInt>(body.size());
+  stream.next_out = reinterpret_cast<Bytef*>(text.data());
+  stream.avail_out = static_cast<uInt>(text.size());
+  const bool whole = inflate(&stream, Z_FINISH) == Z_STREAM_END && stream.avail_in == 0;
+  text.resize(stream.total_out);
+  inflateEnd(&stream);
+  require(whole, "a compressed body is whole");
+  return text;
+}
 
 struct Head {
   unsigned status = 0;
@@ -96,6 +116,11 @@ bool read_answer(Received& received, const Script& script) {
     seed_reached("continue");
     ++received.continues;
     return true;
+  }
+  if (const auto coding = head.headers.find("content-encoding"); coding != head.headers.end() && length > 0) {
+    require(coding->second == "gzip", "gzip is the only compression", coding->second);
+    body = expand(std::move(body));
+    seed_reached("gzip");
   }
   if (const auto type = head.headers.find("content-type"); type != head.headers.end() && length > 0) {
     if (type->second == "application/json") parse(body, "the body of an answer is whole JSON");
