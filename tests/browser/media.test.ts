@@ -145,6 +145,7 @@ test("search, kinds, the order and favourites", async ({ open }) => {
   await expect(rows(page)).toHaveCount(3);
 
   await kind(page, "Music").click();
+  await expect(rows(page)).toHaveCount(1);
   await expect(rows(page)).toContainText("The Example Band · Weather · 2019");
   await media(page).getByRole("combobox", { name: "Sort by" }).selectOption("size");
   await expect.poll(() => fakes.commands.some((each) => each.startsWith(`media list music ${stick} size 0 `))).toBe(true);
