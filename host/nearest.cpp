@@ -38,11 +38,14 @@ std::vector<std::string> nearest(std::string_view name, std::span<const std::str
   std::vector<Candidate> candidates;
   if (name.empty() || name.size() > kLongestCompared) return {};
   const std::size_t limit = std::max<std::size_t>(2, name.size() / 4);
+  const std::size_t slash = name.rfind('/');
+  const std::string_view last_part = slash == std::string_view::npos ? "" : name.substr(slash);
   for (const std::string& known : names) {
     const bool contains = name.size() >= 3 && known.find(name) != std::string::npos;
-    const std::size_t distance = contains                           ? 1
-                                 : known.size() <= kLongestCompared ? edit_distance(name, known, limit)
-                                                                    : limit + 1;
+    std::size_t distance = contains                           ? 1
+                           : known.size() <= kLongestCompared ? edit_distance(name, known, limit)
+                                                              : limit + 1;
+    if (last_part.size() > 3 && known.ends_with(last_part)) distance = std::min(distance, limit);
     if (distance <= limit) candidates.push_back({distance, &known});
   }
   std::ranges::stable_sort(candidates, {}, &Candidate::distance);

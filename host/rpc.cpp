@@ -421,7 +421,7 @@ std::string rpc_unknown_uri(std::span<const std::string> among, std::string_view
   }
   const std::string_view shown = uri.substr(0, 256);
   ret_message = "\"" + std::string(shown) + "\" is not registered" +
-                (known.empty() ? "; the method list returns all URIs" : "; did you mean " + known + "?");
+                (known.empty() ? "; \"list\" returns all URIs" : "; did you mean " + known + "?");
   return "{\"uri\":" + json_quote(shown) + ",\"nearest\":[" + known + "]}";
 }
 

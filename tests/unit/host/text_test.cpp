@@ -66,6 +66,9 @@ TEST(Nearest, FindsMistypedNames) {
   const std::string names[] = {"/tv/cast/volume/volume", "/tv/cast/volume/mute", "/tv/menu/video/brightness"};
   EXPECT_EQ(nearest("/tv/cast/volume/volme", names, 1), std::vector<std::string>{names[0]});
   EXPECT_EQ(nearest("brightness", names, 3), std::vector<std::string>{names[2]});
+  EXPECT_EQ(nearest("/tv/menu/sound/volume", names, 3), std::vector<std::string>{names[0]})
+      << "ends with the same part";
+  EXPECT_TRUE(nearest("/tv/menu/sound/tv", names, 3).empty()) << "no part of a path is tv";
   EXPECT_TRUE(nearest("", names, 3).empty());
   EXPECT_TRUE(nearest("quite something else altogether", names, 3).empty());
   EXPECT_TRUE(nearest(std::string(100000, 'a'), names, 3).empty());
