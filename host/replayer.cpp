@@ -182,8 +182,7 @@ Replayed replayer_begin(Replayer* replayer, StepKind kind, const char* uri, cons
   if (replayed.step == nullptr)
     replayed.warning =
         "the record has no such request: its platform calls were answered with 0 and wrote nothing, so this is not "
-        "what "
-        "the television would answer";
+        "what the television would answer";
   give_answers(*replayer, replayed.step, name_of(kind, uri));
   return replayed;
 }
