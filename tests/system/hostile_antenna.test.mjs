@@ -99,10 +99,11 @@ test(`${mutations} damaged multiplexes are scanned to the end`, async (t) => {
     assert.ok(multiplexes.length > mutations / 2, 'most are still multiplexes');
     assert.ok(ended.services > mutations, 'most still have services');
   });
-  // Names are valid, and numbers within their range; each channel can be tuned, whatever it carries.
+  // Names have no control characters, and numbers are within their range; each channel can be tuned, whatever it carries.
+  // What a damaged name does not have in its character set is U+FFFD; a reply that is not UTF-8 would end the connection.
   const { channels } = await client.tv('channels');
   assert.ok(channels.length > 0);
-  for (const { number, name } of channels) assert.ok(number >= 1 && number <= 16383 && !/[\u0000-\u001f\ufffd]/.test(name), `${number} ${name}`);
+  for (const { number, name } of channels) assert.ok(number >= 1 && number <= 16383 && !/[\u0000-\u001f]/.test(name), `${number} ${name}`);
   for (const { number } of channels.slice(0, 10)) {
     await client.tv(`tune ${number}`);
     await until(() => client.tv('tuner'), ({ result }) => result !== null, `the result of ${number}`);
