@@ -193,6 +193,17 @@ test("an action that resets values asks first, with the safe answer focused", as
   await expect(question(page)).toHaveCount(0);
 });
 
+test("a search finds the headings of groups, in the language of the menus", async ({ open }) => {
+  const page = await open("/#configuration");
+  await search(page).fill("picture");
+  await expect(line(page, "g_video__brightness")).toBeVisible();
+  await search(page).fill("Bild");
+  await expect(line(page, "g_video__brightness")).toHaveCount(0);
+  await languageMenu(page).selectOption("deu");
+  await expect(line(page, "g_video__brightness")).toBeVisible();
+  await expect(line(page, "g_audio__bass")).toHaveCount(0);
+});
+
 test("a refused value is shown with the reason, and Escape discards it", async ({ host, open }) => {
   const page = await open("/#configuration");
   const balance = line(page, "g_audio__balance");

@@ -40,7 +40,7 @@ const photoEntry = (index: number): Json => ({
   width: 4000,
   height: 3000,
   size: 3_400_000 + index,
-  date: "2026-08-01T10:30:00Z",
+  date: "2026-08-01T10:30:00",
   favourite: false,
 });
 
@@ -56,7 +56,7 @@ export const film: Json = {
   width: 1920,
   height: 1080,
   size: 1_900_000_000,
-  date: "2026-10-05T18:00:00Z",
+  date: "2026-10-05T18:00:00",
   favourite: false,
 };
 
@@ -71,7 +71,7 @@ const song: Json = {
   year: 2019,
   duration: 201,
   size: 4_800_000,
-  date: "2026-01-05T18:00:00Z",
+  date: "2026-01-05T18:00:00",
   favourite: false,
 };
 

@@ -37,6 +37,16 @@ test("a key that the page does not know is shown, and a failed press shows the r
   await expect(fresh).toHaveAttribute("data-failed", "true");
 });
 
+test("on a phone, what a key far below did is in view", async ({ open }) => {
+  const page = await open("/#remote");
+  await page.setViewportSize({ width: 390, height: 740 });
+  await key(page, "ANGLE").click();
+  const status = panel(page).getByRole("status");
+  await expect(status).toHaveText("Not available: ANGLE");
+  await expect(status).toBeInViewport({ ratio: 1 });
+  await expect(key(page, "ANGLE")).toBeInViewport();
+});
+
 test("keys change the set as a remote control does", async ({ host, open }) => {
   await host.write(volumeUri, 40);
   await host.write(muteUri, 0);

@@ -295,7 +295,7 @@ bool multiview_swap() {
 
 bool multiview_step_place() {
   const std::lock_guard guard(state.lock);
-  if (state.mode != VEXTVAPI_MULTIVIEW_PIP) return true;
+  if (state.mode != VEXTVAPI_MULTIVIEW_PIP) return false;
   state.corner = (state.corner + 1) % kCorners;
   state.sub = small_region();
   return true;
@@ -303,7 +303,7 @@ bool multiview_step_place() {
 
 bool multiview_step_size() {
   const std::lock_guard guard(state.lock);
-  if (state.mode != VEXTVAPI_MULTIVIEW_PIP) return true;
+  if (state.mode != VEXTVAPI_MULTIVIEW_PIP) return false;
   state.size = (state.size + 1) % kWidths.size();
   state.sub = small_region();
   return true;

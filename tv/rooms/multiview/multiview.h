@@ -40,9 +40,11 @@ void multiview_set_player(const TunerPlayer* player);
 // The caller holds no lock.
 bool multiview_give_up_tuner();
 
-// The keys PIP/POP (one picture, a small second one, side by side), SWAP, PIPPOS and PIPSIZE. False: not saved.
+// The keys PIP/POP (one picture, a small second one, side by side) and SWAP. False: not saved.
 bool multiview_step_mode();
 bool multiview_swap();
+
+// The keys PIPPOS and PIPSIZE. False: there is no small picture.
 bool multiview_step_place();
 bool multiview_step_size();
 

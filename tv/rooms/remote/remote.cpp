@@ -257,11 +257,11 @@ bool press_audio(int) {
 
 bool press_pip(int) { return multiview_step_mode(); }
 
-bool press_pip_place(int) { return multiview_step_place(); }
+bool press_pip_place(int) { return multiview_step_place() || not_available("PIPPOS"); }
 
-bool press_pip_size(int) { return multiview_step_size(); }
+bool press_pip_size(int) { return multiview_step_size() || not_available("PIPSIZE"); }
 
-bool press_swap(int) { return multiview_swap(); }
+bool press_swap(int) { return multiview_sub_source() < 0 ? not_available("SWAP") : multiview_swap(); }
 
 bool press_volume(int by) { return volume_press(by); }
 

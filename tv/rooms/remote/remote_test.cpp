@@ -224,8 +224,11 @@ TEST_F(TvRemote, KeysForTwoPictures) {
   EXPECT_NE(run({"multiview"}), before);
   press("PIP/POP");
   expect_words(run({"multiview"}), {R"("mode":"pop")"});
+  expect_words(run({"key", "PIPPOS"}), {"Not available: PIPPOS"});
   press("PIP/POP");
   expect_words(run({"multiview"}), {R"("mode":"normal")"});
+  for (const std::string key : {"PIPPOS", "PIPSIZE", "SWAP"})
+    expect_words(run({"key", key}), {"Not available: " + key});
 }
 
 TEST_F(TvRemote, AChoiceThatIsNotSavedChangesNothing) {

@@ -36,6 +36,15 @@ const formats = computed(() => {
   return {
     time: new Intl.DateTimeFormat(tag, { hour: "2-digit", minute: "2-digit", hourCycle: "h23", ...place }),
     day: new Intl.DateTimeFormat(tag, { weekday: "short", day: "numeric", month: "short", ...place }),
+    local: new Intl.DateTimeFormat(tag, {
+      day: "numeric",
+      month: "short",
+      year: "numeric",
+      hour: "2-digit",
+      minute: "2-digit",
+      hourCycle: "h23",
+      timeZone: "UTC",
+    }),
   };
 });
 
@@ -43,3 +52,12 @@ const formats = computed(() => {
 export const timeText = (seconds: number): string => formats.value.time.format(seconds * 1000);
 /** "Mon, 23 Nov", in the order that the language has. */
 export const dayText = (seconds: number): string => formats.value.day.format(seconds * 1000);
+
+/**
+ * "23 Mar 2026, 14:15" for "2026-03-23T14:15:00": the local time of a camera or a file, which names no zone and is shown
+ * as it is. A date that no calendar has is shown unchanged.
+ */
+export function localDateText(date: string): string {
+  const time = Date.parse(`${date}Z`);
+  return Number.isNaN(time) ? date : formats.value.local.format(time);
+}

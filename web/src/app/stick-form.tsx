@@ -48,7 +48,11 @@ export function StickForm({ class: name, send, close }: StickFormProps) {
         disabled={!controllable.value}
         offered={place.value?.folders ?? []}
         onText={(text) => (parent.value = text.slice(0, text.lastIndexOf("/")))}
-        send={(folder) => send(folder.trim())}
+        send={(text) => {
+          const folder = text.trim();
+          // A name alone is that of a folder in the root.
+          return send(folder.startsWith("/") || !place.value ? folder : `${place.value.root.replace(/\/$/, "")}/${folder}`);
+        }}
         close={close}
       />
       {place.value && <p class="hint">{label("IDS_STICK_ROOT", place.value.root)}</p>}

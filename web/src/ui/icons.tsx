@@ -49,6 +49,7 @@ export const CheckIcon = () => line(<path d="m4 10.5 4 4 8-9" />);
 export const PauseIcon = () => line(<path d="M7 5v10M13 5v10" />);
 export const PlayIcon = () => line(<path d="m6.5 4.5 9 5.5-9 5.5z" />);
 export const ClearIcon = () => line(<path d="M4 6h12M8 6V4h4v2m2.5 0-.7 10H6.2L5.5 6" />);
+export const EjectIcon = () => line(<path d="m10 4.5 5.5 6.5h-11zM4.5 15.5h11" />);
 export const ChannelsIcon = () => line(<><rect x="2.5" y="6" width="15" height="10" rx="1.6" /><path d="m6.5 2.5 3.5 3.5 3.5-3.5M5.5 9.5h5M5.5 12.5h3" /></>);
 export const GuideIcon = () => line(<><rect x="3" y="4" width="14" height="13" rx="1.6" /><path d="M3 8h14M7 2.5V5M13 2.5V5M7 11h2.5M11.5 14H14" /></>);
 export const AntennaIcon = () => line(<path d="M10 9.5V17M7 17h6M6.8 12.7a4.5 4.5 0 0 1 0-6.4M13.2 6.3a4.5 4.5 0 0 1 0 6.4M4.3 15.2a8 8 0 0 1 0-11.4M15.7 3.8a8 8 0 0 1 0 11.4M10 9.5h.01" />);

@@ -49,8 +49,8 @@ export function ConfigPanel() {
   const words = useComputed(() => searchWords(search.value));
   const shown = useComputed(() =>
     configRows.value.filter(
-      ({ haystack, entry }) =>
-        words.value.every((word) => haystack.includes(word)) &&
+      ({ haystack, group, entry }) =>
+        words.value.every((word) => haystack.includes(word) || groupName(group).toLowerCase().includes(word)) &&
         !(changedOnly.value && entry.value.value === entry.value.factory),
     ),
   );

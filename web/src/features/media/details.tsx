@@ -1,5 +1,5 @@
 import { lengthText, sizeText } from "../../lib/measures";
-import { dayText, secondsOf, timeText } from "../../app/set-clock";
+import { localDateText } from "../../app/set-clock";
 import { PlayIcon, StarIcon } from "../../ui/icons";
 import { kindNames, open, titleOf } from "./entry-list";
 import { chosen, toggleFavourite, type Entry } from "./media";
@@ -8,7 +8,6 @@ import { label } from "./words";
 /** Everything that the set knows of an entry. */
 export function Details({ entry }: { entry: Entry }) {
   const { path, kind, artist, album, genre, year, duration, width, height, size, date, favourite = false } = entry;
-  const day = date ? secondsOf(date) : 0;
   const facts = [
     ["IDS_KIND", label(kindNames[kind])],
     ["IDS_ARTIST", artist],
@@ -17,7 +16,7 @@ export function Details({ entry }: { entry: Entry }) {
     ["IDS_YEAR", year],
     ["IDS_DURATION", duration ? lengthText(duration) : ""],
     ["IDS_SIZE", [width && height ? `${width} × ${height}` : "", size ? sizeText(size) : ""].filter(Boolean).join(" · ")],
-    ["IDS_DATE", date ? `${dayText(day)} ${new Date(date).getUTCFullYear()}, ${timeText(day)}` : ""],
+    ["IDS_DATE", date ? localDateText(date) : ""],
   ] as const;
   return (
     <aside class="framed media-details" aria-label={label("IDS_DETAILS")}>

@@ -2,7 +2,7 @@ import { useSignal } from "@preact/signals";
 import type { FunctionComponent, RefObject } from "preact";
 import { useEffect, useMemo, useRef } from "preact/hooks";
 import { lengthText, sizeText } from "../../lib/measures";
-import { dayText, secondsOf, timeText } from "../../app/set-clock";
+import { localDateText } from "../../app/set-clock";
 import { FileIcon, FolderIcon, InfoIcon, MusicIcon, PhotoIcon, PlaylistIcon, StarIcon, VideoIcon } from "../../ui/icons";
 import { RowList, type RowListHandle } from "../../ui/row-list";
 import { sendPhoto, sendPlayer } from "../player/player";
@@ -43,7 +43,7 @@ export function open(entry: Entry) {
 /** What a viewer wants to know beside the title. */
 export function about({ kind, artist, album, year, width, height, date }: Entry): string {
   const size = width && height ? `${width} × ${height}` : "";
-  const day = date ? `${dayText(secondsOf(date))} ${new Date(date).getUTCFullYear()}, ${timeText(secondsOf(date))}` : "";
+  const day = date ? localDateText(date) : "";
   const facts = kind === "photo" ? [size, day] : kind === "video" ? [artist, size, year] : [artist, album, year];
   return facts.filter(Boolean).join(" · ");
 }

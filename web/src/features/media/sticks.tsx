@@ -4,7 +4,7 @@ import { StickForm } from "../../app/stick-form";
 import { television } from "../../app/session";
 import { sizeText } from "../../lib/measures";
 import { IconButton } from "../../ui/icon-button";
-import { ClearIcon, PlusIcon, RefreshIcon, StickIcon } from "../../ui/icons";
+import { EjectIcon, PlusIcon, RefreshIcon, StickIcon } from "../../ui/icons";
 import { changeSticks, folder, openFolder, scans, stickOf, type Stick } from "./media";
 import { forgetThumbnails } from "./thumbnails";
 import { label } from "./words";
@@ -81,7 +81,7 @@ function StickLine({ stick }: { stick: Stick }) {
           label={`${label("IDS_REMOVE")}: ${stick.label || device}`}
           onClick={() => void changeSticks("stick", "remove", device)}
         >
-          <ClearIcon />
+          <EjectIcon />
         </IconButton>
       </span>
       {!running && scan.left_out > 0 && <LeftOut device={device} count={scan.left_out} />}

@@ -6,7 +6,7 @@ import { show } from "../../app/navigation";
 import { access } from "../../app/session";
 import { StickForm } from "../../app/stick-form";
 import { IconButton } from "../../ui/icon-button";
-import { AntennaIcon, ClearIcon, DownIcon, MinusIcon, MutedIcon, PlusIcon, SpeakerIcon, UpIcon } from "../../ui/icons";
+import { AntennaIcon, DownIcon, EjectIcon, MinusIcon, MutedIcon, PlusIcon, SpeakerIcon, UpIcon } from "../../ui/icons";
 import { LineForm } from "../../ui/line-form";
 import { Problem } from "../../ui/problem";
 import { change, readState, state, type SetState } from "./set";
@@ -127,7 +127,7 @@ const Sound = ({ now: { volume, mute } }: Props) => (
   <Part id="sound" title={label("IDS_VOLUME")} command="volume up">
     {(send) => (
       <p class="set-line">
-        <b>{volume}</b>
+        <b>{mute ? <s class="bad">{volume}</s> : volume}</b>
         <IconButton label={label("IDS_SOFTER")} onClick={() => void send("volume", "down")}>
           <MinusIcon />
         </IconButton>
@@ -188,7 +188,9 @@ const Sleep = ({ now: { clock } }: Props) => {
           >
             {choices.map((minutes) => (
               <option key={minutes} value={String(minutes)}>
-                {minutes > 0 ? label("IDS_MINUTES", minutes) : label("IDS_OFF")}
+                {minutes === 0
+                  ? label("IDS_OFF")
+                  : label(sleepMinutes.includes(minutes) ? "IDS_MINUTES" : "IDS_MINUTES_LEFT", minutes)}
               </option>
             ))}
           </select>
@@ -231,7 +233,7 @@ const Sticks = ({ now: { sticks } }: Props) => (
                 {folder}
               </span>
               <IconButton label={`${label("IDS_REMOVE")}: ${name || device}`} onClick={() => void send("stick", "remove", device)}>
-                <ClearIcon />
+                <EjectIcon />
               </IconButton>
             </li>
           ))}

@@ -14,6 +14,7 @@ export const label = words({
   IDS_END_APPLICATION: "End it (EXIT)",
   IDS_LOUDER: "Louder",
   IDS_MINUTES: "{0} min",
+  IDS_MINUTES_LEFT: "{0} min left",
   IDS_MUTE: "Mute",
   IDS_NETWORK: "Network",
   IDS_NONE: "None",
