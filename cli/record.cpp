@@ -1,7 +1,11 @@
 // "record": has the host record, and saves the record.
 
 #include <boost/json.hpp>
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <memory>
+#include <system_error>
 
 #include "dtvctl.h"
 
@@ -52,6 +56,14 @@ std::string count_of(const json::object& status, std::string_view key) {
   return value == nullptr ? "0" : json::serialize(*value);
 }
 
+// Whether the file can be written. It is written at the end; what an earlier one has stays until then.
+bool is_writable(const std::string& file, Failure& ret_failure) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(std::fopen(file.c_str(), "ab"), std::fclose);
+  if (opened == nullptr)
+    ret_failure = {kExitOutput, "cannot write " + file + ": " + std::generic_category().message(errno)};
+  return opened != nullptr;
+}
+
 }  // namespace
 
 int run_record(const Options& options, Session& session, ShellWords words, Failure& ret_failure) {
@@ -62,27 +74,30 @@ int run_record(const Options& options, Session& session, ShellWords words, Failu
   const std::string& file = words[0];
   const ShellWords command = split_command(words).command;
   // Before the host records: a file that cannot be written is known now.
-  if (!write_file(file, "", ret_failure)) return ret_failure.exit_code;
+  if (!is_writable(file, ret_failure)) return ret_failure.exit_code;
+  const auto lost = [&](const Failure& failure) {
+    ret_failure = failure;
+    ret_failure.text += "; nothing was saved in " + file;
+    return failure.exit_code;
+  };
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
   sigaddset(&signals, SIGTERM);
   json::object status;
-  if (!capture(session, "start", status, ret_failure)) return ret_failure.exit_code;
+  Failure failure;
+  if (!capture(session, "start", status, failure)) return lost(failure);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // not during the calls of the host, which Ctrl-C ends
   int result = kExitOk;
   if (command.empty()) {
-    if (!wait_for_end(options, session, signals, ret_failure)) return ret_failure.exit_code;
+    if (!wait_for_end(options, session, signals, failure)) return lost(failure);
   } else {
     const pid_t program = program_start(options, command, false, ret_failure);
     result = program == 0 ? ret_failure.exit_code : program_end(program, true).value_or(kExitOk);
   }
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-  Failure failure;
-  if (!capture(session, "stop", status, failure) || !download(options, "/record.jsonl", file, failure)) {
-    ret_failure = failure;
-    return failure.exit_code;
-  }
+  if (!capture(session, "stop", status, failure) || !download(options, "/record.jsonl", file, failure))
+    return lost(failure);
   if (const json::value* const reason = status.if_contains("reason"); reason != nullptr && reason->is_string())
     std::fprintf(stderr, "dtvctl: %s\n", printable(reason->get_string()).c_str());
   // The program's own output stays alone on standard output.

@@ -221,9 +221,11 @@ Clock::time_point in_seconds(double seconds) {
   return Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
+constexpr const char* kWaysToAHost =
+    " Start one with \"make run\", name another with --host ADDR:PORT, or use --local.";
+
 Failure unreachable(const Connection& connection, const std::string& reason) {
-  return {kExitUnreachable, "no host at " + connection.options.host + " (" + reason +
-                                "). Start one with \"make run\", name another with --host ADDR:PORT, or use --local."};
+  return {kExitUnreachable, "no host at " + connection.options.host + " (" + reason + ")." + kWaysToAHost};
 }
 
 // Status and reason of the answer, with the error in the body of a dtv-host.
@@ -242,7 +244,9 @@ std::string refusal(const websocket::response_type& upgrade) {
 Failure not_open(const Connection& connection) {
   const Link& link = *connection.link;
   const error_code& failure = link.failure;
-  if (link.state != Link::kEnded) return unreachable(connection, "no answer within the --timeout");
+  if (link.state != Link::kEnded)
+    return {kExitUnreachable, "no answer within the --timeout from " + connection.options.host +
+                                  ": the host there hangs, or there is none." + kWaysToAHost};
   const bool closed = failure == http::error::end_of_stream || failure == http::error::partial_message;
   const bool answered = failure.category() == error_code(http::error::bad_version).category() ||
                         failure.category() == error_code(websocket::error::upgrade_declined).category();
@@ -293,7 +297,9 @@ Failure rpc_failure(const Connection& connection, const json::object& error) {
     return {kExitRefused,
             "the host at " + connection.options.host +
                 " wants its token for this; give its state folder with --state, or the token in DTV_TOKEN" +
-                (connection.link->token.trouble.empty() ? "" : " (" + connection.link->token.trouble + ")")};
+                (!connection.link->token.trouble.empty() ? " (" + connection.link->token.trouble + ")"
+                 : connection.link->token.hex.empty()    ? ""
+                                                         : " (the token that was found is another host's)")};
   }
   if (is(RpcError::kInvalidParams)) {
     if (const std::vector<std::string> warnings = warnings_of(error); !warnings.empty())

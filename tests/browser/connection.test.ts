@@ -69,6 +69,7 @@ test.describe("a host that is stopped", () => {
     host.resume();
     await expect(connection(page)).toContainText("Connected");
     await expect(logRows(page, "Notifications").filter({ hasText: gap })).toHaveCount(1);
+    await expect(logRows(page, "Notifications").filter({ hasText: gap })).not.toContainText("#");
     const states = (await statesOf(page)).map(({ state }) => state);
     expect(states.slice(0, 3)).toEqual(["open", "silent", "waiting"]);
     await host.write(volumeUri, 43);
@@ -91,6 +92,7 @@ test.describe("a host that was killed", () => {
     await expect(logRows(page, "Calls").filter({ hasText: gap })).toHaveCount(1);
     await page.getByRole("button", { name: "Notifications" }).first().click();
     await expect(logRows(page, "Notifications").filter({ hasText: gap })).toHaveCount(1);
+    await expect(logRows(page, "Notifications").filter({ hasText: gap })).not.toContainText("#");
   });
 });
 

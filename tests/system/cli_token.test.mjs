@@ -113,7 +113,7 @@ test('a token that is refused is no failure by itself', async (t) => {
   const { code, stderr } = await ctl(['--host', host.address, '--state', folder, 'get', volume]);
   assert.deepEqual([code, stderr], [0, '']);
   assert.deepEqual(host.shown, [other]);
-  await refused(host, ['--state', folder], {});
+  await refused(host, ['--state', folder], {}, " (the token that was found is another host's)");
 });
 
 test('a host that knows no tokens', async (t) => {

@@ -21,6 +21,10 @@ async function makeRecord(t, file) {
   await capture(client, 'start');
   await client.call('get', { uri: volume });
   await client.call('set', { uri: volume, parameter: modify(31) });
+  // Its callback comes from a thread of the television, and is no notification of the subscription below.
+  await within((async () => {
+    while ((await capture(client, 'status')).callbacks === 0);
+  })(), 'callback of the set');
   await client.call('get', { uri: mute });
   await client.call('get', { uri: '/tv/config/value_string', parameter: networkName });
   await client.call('get', { uri: '/tv/menu/misc/usb_mount_point_list' });
@@ -255,6 +259,22 @@ test('dtvctl record ends by Ctrl-C, and refuses a second record at the same time
   assert.equal(code, 0);
   assert.match(await recording.line(), /1 requests, 1 calls/);
   assert.equal((await capture(client, 'status')).recording, false);
+});
+
+test('a record that is not saved leaves an earlier file as it was, and says so', async (t) => {
+  const host = await startHost(t);
+  const client = await connect(t, host);
+  const file = join(folder(t), 'r.jsonl');
+  writeFileSync(file, 'an earlier record');
+  const recording = start(join(build, 'bin/dtvctl'), ['--state', host.state, 'record', file], { env: { DTV_HOST: `127.0.0.1:${host.port}` } });
+  await within((async () => {
+    while (!(await capture(client, 'status')).recording);
+  })(), 'record');
+  host.child.kill('SIGKILL');
+  const { code, stderr } = await within(recording.ended, 'end');
+  assert.equal(code, 3);
+  assert.ok(stderr.includes(`; nothing was saved in ${file}`), stderr);
+  assert.equal(readFileSync(file, 'utf8'), 'an earlier record');
 });
 
 test('a record needs the token and the tap, and has to have been made', async (t) => {

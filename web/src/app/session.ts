@@ -93,8 +93,8 @@ function logGap() {
   if (gapFrom !== null && wasOpen) {
     const to = Date.now();
     const warning = wordNow("IDS_GAP", clock(gapFrom), clock(to), ((to - gapFrom) / 1000).toFixed(1));
-    if (watched.value.size > 0) notifications.add({ warning });
-    if (tracing.value) calls.add({ warning });
+    if (watched.value.size > 0) notifications.add({ warning }, true);
+    if (tracing.value) calls.add({ warning }, true);
   }
   gapFrom = null;
   wasOpen = true;

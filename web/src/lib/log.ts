@@ -2,7 +2,9 @@ import { signal, type ReadonlySignal } from "@preact/signals";
 import { compactJson, type Json } from "./json";
 
 export interface Entry<T> {
-  number: number;
+  key: number;
+  /** Its place among the counted entries; null: a remark. */
+  number: number | null;
   /** A time of Date.now(). */
   at: number;
   value: T;
@@ -19,12 +21,13 @@ export interface LogLimits {
 export interface Log<T> {
   /** Newest first, bounded. */
   entries: ReadonlySignal<Entry<T>[]>;
-  /** How many entries were added since the log was cleared, including those that are no longer kept. */
+  /** How many entries were added since the log was cleared, without remarks, including those that are no longer kept. */
   total: ReadonlySignal<number>;
   paused: ReadonlySignal<boolean>;
   /** How many entries wait for the end of a pause. */
   held: ReadonlySignal<number>;
-  add(value: T): void;
+  /** remark: the entry is the page's own, such as a gap, and is not counted. */
+  add(value: T, remark?: boolean): void;
   setPaused(on: boolean): void;
   clear(): void;
 }
@@ -53,6 +56,7 @@ export function createLog<T>(limits: LogLimits): Log<T> {
   let scheduled = false;
   let shownAt = 0;
   let count = 0;
+  let added = 0;
 
   function schedule() {
     if (scheduled) return;
@@ -81,9 +85,10 @@ export function createLog<T>(limits: LogLimits): Log<T> {
     total,
     paused,
     held,
-    add(value) {
+    add(value, remark = false) {
       const size = compactJson(value as Json).length;
-      waiting.push({ number: ++count, at: Date.now(), value, size });
+      if (!remark) ++count;
+      waiting.push({ key: ++added, number: remark ? null : count, at: Date.now(), value, size });
       waitingCharacters += size;
       // A hidden page gets no frames, so the waiting entries are bounded too.
       while (waiting.length > limits.entries || waitingCharacters > limits.characters) {

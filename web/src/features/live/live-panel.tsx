@@ -194,7 +194,7 @@ function LogView<T>({ log, name, empty, title, estimate, render }: LogViewProps<
       </div>
       <RowList
         rows={log.entries.value}
-        keyOf={(entry) => entry.number}
+        keyOf={(entry) => entry.key}
         estimate={estimate}
         label={name}
         empty={empty}
@@ -203,7 +203,7 @@ function LogView<T>({ log, name, empty, title, estimate, render }: LogViewProps<
             <span class="when">
               <time>{clock(entry.at)}</time>
               <span class="source-name">{title(entry.value)}</span>
-              <span>#{entry.number}</span>
+              {entry.number !== null && <span>#{entry.number}</span>}
             </span>
             {render(entry, tabIndex)}
           </>
