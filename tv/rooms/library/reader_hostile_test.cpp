@@ -201,15 +201,16 @@ TEST(TakenOverReader, cannot_pass_wrong_pictures) {
   }
 }
 
-#ifndef DTV_UNCONFINED
 TEST(TakenOverReader, reaches_nothing_but_its_file) {
+#ifdef DTV_UNCONFINED
+  GTEST_SKIP() << "sanitizers need what a confined reader may not do";
+#endif
   const FalseReader reader_program;
   const MediaReaderHandle reader = media_reader_create();
   const ReadFacts read = facts_of(*reader, reader_program.folder.write("a", "escape"));
   ASSERT_EQ(read.result, ReadResult::kRead) << read.why;
   EXPECT_EQ(read.facts.title, "nothing");
 }
-#endif
 
 TEST(Reader, says_that_its_program_is_missing) {
   const MediaFolder folder;
