@@ -90,6 +90,9 @@ void finish(const SessionHandle& session, Engine& engine, Stage stage, INT32 err
     const std::lock_guard guard(session->lock);
     if (session->opened != engine.opened) return;  // another file was opened meanwhile
     if (stage == Stage::kEnded && session->leaving) stage = Stage::kStopped;
+    // A seek that was accepted meanwhile plays the file again.
+    const bool sought = session->wanted.seeks != engine.told.seeks || session->wanted.chapters != engine.told.chapters;
+    if (stage == Stage::kEnded && sought) return;
     position = session->facts.position;
     duration = session->facts.duration;
     session->stage = stage;

@@ -101,6 +101,35 @@ TEST_F(MediaSet, AnEndedFileIsNotSeenAnyMore) {
   EXPECT_LT(number(shown(), "position"), 3) << "it was seen to its end";
 }
 
+// The film may end between the acceptance of a seek and libmpv's turn to carry it out.
+TEST_F(MediaSet, AnAcceptedSeekAtTheEndPlaysOn) {
+  int accepted = 0;
+  for (int i = 0; i < 40 && accepted < 6; ++i) {
+    EXPECT_EQ(error({"player", "play", path("film.mp4"), "11"}), "");
+    ASSERT_TRUE(is("playing"));
+    EXPECT_EQ(error({"player", "pause"}), "");
+    EXPECT_EQ(error({"player", "seek", "12"}), "");
+    ASSERT_TRUE(until([] { return number(shown(), "position") > 11.8; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // libmpv comes to its last picture
+    EXPECT_EQ(error({"player", "resume"}), "");
+    std::this_thread::sleep_for(std::chrono::microseconds(100) * i);
+    const bool by_chapter = i % 2 == 1;
+    const std::vector<std::string> seek = by_chapter ? std::vector<std::string>{"player", "chapter", "2"}
+                                                     : std::vector<std::string>{"player", "seek", "25%"};
+    if (!error(seek).empty()) continue;  // it has ended already
+    ++accepted;
+    const double target = by_chapter ? 4 : 3;
+    EXPECT_TRUE(until([&] {
+      const boost::json::object now = shown();
+      const double position = number(now, "position");
+      return text(now, "state") == "playing" && position > target && position < target + 3;
+    })) << i
+        << " " << shown();
+    EXPECT_EQ(shown().at("chapters").as_array().size(), 3u);
+  }
+  EXPECT_GT(accepted, 0);
+}
+
 TEST_F(MediaSet, KeysControlThePlayer) {
   EXPECT_EQ(error({"player", "play", path("film.mp4")}), "");
   ASSERT_TRUE(is("playing"));

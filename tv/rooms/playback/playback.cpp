@@ -354,9 +354,10 @@ void playback_follow(std::uint32_t instance, std::uint64_t jumps, double positio
   state.session->since = timer_now();
 }
 
-void playback_player_ended(std::uint32_t instance, const std::string& why) {
+void playback_player_ended(std::uint32_t instance, std::uint64_t jumps, const std::string& why) {
   const std::lock_guard guard(state.lock);
   if (!is_going_on() || state.session->instance != instance) return;
+  if (why.empty() && state.session->jumps != jumps) return;
   if (why.empty()) state.session->position = length(*state.session);
   leave(why);
 }

@@ -45,6 +45,6 @@ void playback_leave_recording(int recording);
 void playback_end();
 
 // What the screen's player reports: its position after the given number of jumps, and that it has come to the end of
-// the file, or cannot play it. why: empty at the end.
+// the file after so many jumps, or cannot play it. why: empty at the end. A later jump plays the file again.
 void playback_follow(std::uint32_t instance, std::uint64_t jumps, double position);
-void playback_player_ended(std::uint32_t instance, const std::string& why);
+void playback_player_ended(std::uint32_t instance, std::uint64_t jumps, const std::string& why);

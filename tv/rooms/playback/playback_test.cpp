@@ -1,5 +1,7 @@
 // Playing recordings: commands, keys, what ends it, and the service that tells the application. Nobody looks at the
 // screen, so that the manual clock moves the position.
+#include "rooms/playback/playback.h"
+
 #include <sqlite3.h>
 
 #include <mutex>
@@ -159,6 +161,24 @@ TEST_F(PlaybackSet, SeeksWithinTheRecording) {
   EXPECT_EQ(number_in(shown(), "position_seconds"), 20);
   dtv_tv_advance(2500);
   EXPECT_FALSE(plays());
+}
+
+// The screen's player may end before it gets a jump that was accepted.
+TEST_F(PlaybackSet, TheEndBeforeAJumpEndsNothing) {
+  play(1);
+  const PlaybackShown before = playback_shown().value();
+  expect_done(run({"playback", "seek", "5"}));
+  playback_player_ended(before.instance, before.jumps, "");
+  EXPECT_EQ(number_in(shown(), "position_seconds"), 5);
+  playback_player_ended(before.instance, playback_shown()->jumps, "");
+  dtv_tv_advance(0);
+  EXPECT_FALSE(plays());
+  play(2);
+  const PlaybackShown broken = playback_shown().value();
+  expect_done(run({"playback", "seek", "5"}));
+  playback_player_ended(broken.instance, broken.jumps, "the file cannot be played");
+  dtv_tv_advance(0);
+  EXPECT_FALSE(plays()) << "a file that cannot be played cannot be sought in";
 }
 
 TEST_F(PlaybackSet, PlaysAtAnotherSpeed) {

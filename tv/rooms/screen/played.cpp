@@ -23,7 +23,7 @@ bool played_report(const Player& player, const PlaybackShown& told) {
   const PlayerFacts& facts = player_facts(player);
   const bool over = facts.state == PlayerState::kEnded || facts.state == PlayerState::kFailed;
   if (over && told.grows) return false;
-  if (over) playback_player_ended(told.instance, facts.reason);
+  if (over) playback_player_ended(told.instance, told.jumps, facts.reason);
   if (facts.state == PlayerState::kPlaying && !facts.seeking)
     playback_follow(told.instance, told.jumps, facts.position);
   return true;

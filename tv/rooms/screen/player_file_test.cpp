@@ -111,6 +111,27 @@ TEST_F(FilePlayer, SeeksWhilePlayingAndWhilePaused) {
   EXPECT_TRUE(shows(1));
 }
 
+TEST_F(FilePlayer, ASeekAfterTheEndPlaysAgain) {
+  write(colours());
+  start({.from = 9.5});
+  ASSERT_TRUE(ends(PlayerState::kEnded));
+  player_seek(*player, 2.5);
+  EXPECT_EQ(facts().position, 2.5);
+  EXPECT_TRUE(facts().seeking);
+  EXPECT_TRUE(shows(1));
+  EXPECT_TRUE(watch([this] { return !facts().seeking && facts().position > 2.6; })) << facts().position;
+  EXPECT_EQ(facts().state, PlayerState::kPlaying);
+  player_seek_percent(*player, 97);
+  ASSERT_TRUE(ends(PlayerState::kEnded));
+  player_pause(*player, true);
+  player_seek(*player, 1);
+  player_seek(*player, 0.5);  // while the file is being opened again
+  EXPECT_TRUE(shows(0));
+  EXPECT_TRUE(watch([this] { return !facts().seeking; }));
+  EXPECT_NEAR(facts().position, 0.5, 0.3);
+  EXPECT_EQ(facts().state, PlayerState::kPlaying);
+}
+
 TEST_F(FilePlayer, APausedFileStandsStill) {
   write(colours());
   start({.from = 1, .paused = true});

@@ -206,17 +206,6 @@ constexpr Property kProperties[] = {{"time-pos", MPV_FORMAT_DOUBLE, take_positio
                                     {"seekable", MPV_FORMAT_FLAG, take_seekable, Wanted::kMedia},
                                     {"file-size", MPV_FORMAT_INT64, take_size, Wanted::kMedia}};
 
-void take_end(Player& player, const mpv_event_end_file& end) {
-  PlayerFacts& facts = player.facts;
-  if (end.reason == MPV_END_FILE_REASON_STOP) return;
-  facts.state = PlayerState::kEnded;
-  facts.seeking = false;
-  facts.reason = stream_trouble(player);
-  if (facts.reason.empty() && end.reason == MPV_END_FILE_REASON_ERROR)
-    facts.reason = std::string("the file cannot be played: ") + mpv_library().mpv_error_string(end.error);
-  if (!facts.reason.empty()) facts.state = PlayerState::kFailed;
-}
-
 // Has the library play a track; 0: none of the kind.
 void ask_for(Player& player, TrackKind kind, int number) {
   const auto* const row = std::ranges::find(kKinds, kind, &KindRow::kind);
@@ -242,7 +231,22 @@ void set_text(Player& player, const char* name, const char* value) {
   set_property(player, name, MPV_FORMAT_STRING, &value);
 }
 
-void seek(Player& player, double place, const char* how) {
+// Plays the file again from the position of the latest seek. libmpv closes a file at its end, and refuses to seek then.
+void play_again(Player& player) {
+  const std::string start = std::to_string(player.facts.position);
+  set_text(player, "start", start.c_str());
+  const char* words[] = {"loadfile", kStreamAddress, "replace", nullptr};
+  player.plays_again = player.seek_taken = player.facts.seeking = true;
+  player.facts.state = PlayerState::kPlaying;
+  player.sought.reset();
+  player.seek_until = steady_clock::now() + kSeekTime;
+  mpv_library().mpv_command_async(player.handle, ++player.seek, words);
+}
+
+// how: libmpv's flags; position: the target in s.
+void seek(Player& player, double place, const char* how, double position) {
+  player.facts.position = position;
+  if (player.facts.state == PlayerState::kEnded || player.plays_again) return play_again(player);
   const std::string target = std::to_string(place);
   const char* words[] = {"seek", target.c_str(), how, nullptr};
   player.seek_taken = false;
@@ -250,6 +254,17 @@ void seek(Player& player, double place, const char* how) {
   player.seek_until = steady_clock::now() + kSeekTime;
   player.facts.seeking = true;
   mpv_library().mpv_command_async(player.handle, ++player.seek, words);
+}
+
+void take_end(Player& player, const mpv_event_end_file& end) {
+  PlayerFacts& facts = player.facts;
+  if (end.reason == MPV_END_FILE_REASON_STOP) return;
+  facts.reason = stream_trouble(player);
+  if (facts.reason.empty() && end.reason == MPV_END_FILE_REASON_ERROR)
+    facts.reason = std::string("the file cannot be played: ") + mpv_library().mpv_error_string(end.error);
+  if (facts.reason.empty() && facts.seeking && !player.seek_taken) return play_again(player);
+  facts.state = facts.reason.empty() ? PlayerState::kEnded : PlayerState::kFailed;
+  facts.seeking = player.plays_again = false;
 }
 
 // Adds the subtitle files beside the opened file to libmpv's tracks, without choosing one.
@@ -293,6 +308,8 @@ void facts_take(Player& player, const mpv_event& event) {
     case MPV_EVENT_PROPERTY_CHANGE: {
       const auto& changed = *static_cast<const mpv_event_property*>(event.data);
       if (event.reply_userdata >= std::size(kProperties)) return;
+      // Until the file is open again, its lists stay as they are.
+      if (player.plays_again && changed.format == MPV_FORMAT_NODE) return;
       const Property& property = kProperties[event.reply_userdata];
       if (changed.format == property.format) property.take(player, changed.data);
       return;
@@ -302,10 +319,12 @@ void facts_take(Player& player, const mpv_event& event) {
         --player.subtitles_expected;
       if (event.reply_userdata == kReloadsSubtitles) draw_again(player);
       if (player.seek == 0 || event.reply_userdata != player.seek) return;
-      player.seek_taken = true;
-      if (event.error < 0) facts.seeking = false;  // the file cannot be sought
+      player.seek_taken = event.error >= 0;
+      // libmpv also refuses while it closes a file at its end; then take_end plays the file again.
+      if (event.error < 0 && !facts.seekable) facts.seeking = false;
       return;
     case MPV_EVENT_FILE_LOADED:
+      player.plays_again = false;
       return add_subtitles(player);
     case MPV_EVENT_PLAYBACK_RESTART:
       player.begun = std::min(player.begun, steady_clock::now());
@@ -340,20 +359,18 @@ void player_pause(Player& player, bool paused) {
 
 void player_seek(Player& player, double position) {
   if (player.ring != nullptr || !is_time(position)) return;
-  seek(player, position, "absolute+exact");
-  player.facts.position = position;
+  seek(player, position, "absolute+exact", position);
 }
 
 void player_seek_fast(Player& player, double position) {
   if (player.ring != nullptr || !is_time(position)) return;
-  seek(player, position, "absolute+keyframes");
-  player.facts.position = position;
+  seek(player, position, "absolute+keyframes", position);
 }
 
 void player_seek_percent(Player& player, double percent) {
   if (player.ring != nullptr || !(percent >= 0 && percent <= 100)) return;
-  seek(player, percent, "absolute-percent+exact");
-  if (player.facts.duration > 0) player.facts.position = player.facts.duration * percent / 100;
+  const double duration = player.facts.duration;
+  seek(player, percent, "absolute-percent+exact", duration > 0 ? duration * percent / 100 : player.facts.position);
 }
 
 void player_step_picture(Player& player, bool back) {

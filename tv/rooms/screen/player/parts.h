@@ -63,6 +63,7 @@ struct Player {
   std::optional<double> sought = {};  // position that libmpv has reported since the latest seek began
   std::uint64_t seek = 0;             // number of the latest seek
   bool seek_taken = false;            // the latest seek has begun
+  bool plays_again = false;           // a seek has come at the file's end, and the file is being opened again
   bool draws_again = false;           // subtitles have changed since
   std::chrono::steady_clock::time_point seek_until = kNever;  // then its position counts in any case
 };

@@ -150,6 +150,7 @@ struct PlayerFacts {
 const PlayerFacts& player_facts(const Player& player);
 
 void player_pause(Player& player, bool paused);
+// A seek in a file that has ended, or ends before the seek begins, plays the file again.
 void player_seek(Player& player, double position);       // s from the beginning
 void player_seek_fast(Player& player, double position);  // to a key frame near the position, which is faster
 void player_seek_percent(Player& player, double percent);
