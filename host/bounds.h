@@ -76,8 +76,8 @@ inline constexpr std::size_t kLimitRecordBytes = 64 * kMib;
 inline constexpr std::size_t kLimitCaseBytes = 8 * kMib;
 // The memory that making a case takes at most; a test measures it.
 inline constexpr std::size_t kLimitCaseMemory = 200 * kMib;
-// How long a fetch waits, while a record is made, for callbacks that are under way.
-inline constexpr std::chrono::milliseconds kLimitCallbackWait{5};
+// How long a fetch or a subscription waits, while a record is made, for callbacks that are under way.
+inline constexpr std::chrono::milliseconds kLimitCallbackWait{50};
 // What a replay keeps: differences, and subscriptions that came while a request ran; see "replayer.h".
 inline constexpr std::size_t kLimitReplayDifferences = 100;
 inline constexpr std::size_t kLimitReplayLate = 1000;

@@ -116,16 +116,22 @@ std::string error_object(std::string_view text) { return json::serialize(json::o
 
 }  // namespace
 
-void recorder_await_callbacks(Recorder* recorder) {
+WithoutCallbacks::WithoutCallbacks(Recorder* recorder) {
   if (recorder == nullptr || !recorder->on.load()) return;
+  stack_ = recorder->stack;
+  stack_->hold_callbacks(1);
   const auto end = steady_clock::now() + kLimitCallbackWait;
   dtv_tap_stamp_t stamp{};
-  while (recorder->stack->stamp(&stamp), stamp.callbacks > 0) {
+  while (stack_->stamp(&stamp), stamp.callbacks > 0) {
+    if (steady_clock::now() >= end) recorder->callback_stuck.store(true);
     if (recorder->callback_stuck.load()) return;
-    if (steady_clock::now() >= end) return recorder->callback_stuck.store(true);
     std::this_thread::sleep_for(std::chrono::microseconds(50));
   }
   recorder->callback_stuck.store(false);
+}
+
+WithoutCallbacks::~WithoutCallbacks() {
+  if (stack_ != nullptr) stack_->hold_callbacks(0);
 }
 
 Begun recorder_begin(const Recorder* recorder) {

@@ -46,9 +46,20 @@ struct Begun {
   dtv_tap_stamp_t stamp{};
 };
 
-// Waits, for a bounded time, until no callback is under way: what a subscription or a fetch finds would otherwise not
-// follow from the order of the lines. After a wait in vain it waits again only once no callback has been under way.
-void recorder_await_callbacks(Recorder* recorder);
+// While one exists and a record is made, no callback is under way: what a subscription or a fetch finds would otherwise
+// not follow from the order of the lines. Both waits are bounded: that for the callbacks under way, by
+// kLimitCallbackWait, and that of a callback which is held, as "dtv_tap.h" says. After a wait in vain it waits again
+// only once no callback has been under way. recorder may be null.
+class WithoutCallbacks {
+ public:
+  explicit WithoutCallbacks(Recorder* recorder);
+  ~WithoutCallbacks();
+  WithoutCallbacks(const WithoutCallbacks&) = delete;
+  WithoutCallbacks& operator=(const WithoutCallbacks&) = delete;
+
+ private:
+  const Stack* stack_ = nullptr;  // null: nothing is recorded
+};
 
 Begun recorder_begin(const Recorder* recorder);
 

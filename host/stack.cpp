@@ -156,6 +156,7 @@ bool stack_start(const StackOptions& options, Stack& ret_stack, std::string& ret
         !find(tap, options.tap, "dtv_tap_watch", stack.watch, ret_error) ||
         !find(tap, options.tap, "dtv_tap_on_event", stack.on_event, ret_error) ||
         !find(tap, options.tap, "dtv_tap_stamp", stack.stamp, ret_error) ||
+        !find(tap, options.tap, "dtv_tap_hold_callbacks", stack.hold_callbacks, ret_error) ||
         !find(tap, options.tap, "dtv_tap_replay", stack.replay, ret_error) ||
         !find(tap, options.tap, "dtv_tap_replay_report", stack.replay_report, ret_error) ||
         !find(tap, options.tap, "dtv_tap_raise", stack.raise, ret_error) ||

@@ -57,6 +57,7 @@ struct Stack {
   void (*watch)(dtv_tap_line_fct fct, void* context);
   void (*on_event)(dtv_tap_event_fct fct, void* context);
   void (*stamp)(dtv_tap_stamp_t* ret_stamp);
+  void (*hold_callbacks)(std::int32_t hold);
   std::int32_t (*fault)(const char* function, const dtv_tap_fault_t* fault);
   char* (*contract)();
   std::int32_t (*replay)(const char* lines, char** ret_error);

@@ -12,7 +12,7 @@ constexpr std::size_t kLongestText = 256 * 1024;
 
 // Subscribes to the URI at the plugin, or ends the subscription; a record and a replay take note of it.
 void subscribe(Subscriptions& subscriptions, const char* uri, bool adds) {
-  recorder_await_callbacks(subscriptions.recorder);
+  const WithoutCallbacks without(subscriptions.recorder);
   const Begun begun = recorder_begin(subscriptions.recorder);
   Replayed replayed =
       replayer_begin(subscriptions.replayer, adds ? StepKind::kSubscribe : StepKind::kUnsubscribe, uri, nullptr);
@@ -40,8 +40,8 @@ void subscriptions_remove(Subscriptions& subscriptions, const char* uri, std::ui
 void subscriptions_fetch(Subscriptions& subscriptions, SubscriptionsDeliver deliver, void* context) {
   // The plugin writes no terminator, so the buffer is cleared after each text. Its last byte is never written.
   static thread_local std::vector<char> buffer(kLongestText + 1);
-  recorder_await_callbacks(subscriptions.recorder);
   for (const auto& [uri, clients] : subscriptions.clients) {
+    const WithoutCallbacks without(subscriptions.recorder);
     const Begun begun = recorder_begin(subscriptions.recorder);
     const std::int32_t ret = subscriptions.stack->fetch(uri, buffer.data(), kLongestText);
     const std::size_t length = strlen(buffer.data());

@@ -55,6 +55,8 @@ void dtv_tap_stamp(dtv_tap_stamp_t* ret_stamp) {
       .seq = start.seq, .t = start.t, .thread = tap::thread_number(), .callbacks = tap::callbacks_under_way()};
 }
 
+void dtv_tap_hold_callbacks(std::int32_t hold) { tap::hold_callbacks(hold != 0); }
+
 std::int32_t dtv_tap_fault(const char* name, const dtv_tap_fault_t* fault) {
   tap::Function* chosen = name == nullptr ? nullptr : tap::find_function(name);
   if (name != nullptr && chosen == nullptr) return -1;

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -125,6 +127,35 @@ void keep_callbacks(Function& function, void* const* args) {
 // Callbacks whose line is still to be written.
 std::atomic<int> unwritten_callbacks{0};
 
+constexpr std::chrono::milliseconds kLongestHold{100};  // then a held callback begins all the same
+
+// Threads that hold callbacks; see dtv_tap_hold_callbacks.
+struct Gate {
+  std::atomic<int> holders{0};
+  std::mutex lock;  // taken to wait, and to wake those that wait
+  std::condition_variable opened;
+};
+Gate& gate() {
+  static auto& only = *new Gate;
+  return only;
+}
+thread_local int holds_of_this_thread = 0;
+
+// Counts a callback as under way once no thread holds it. The callback is counted before it looks for a holder, and a
+// holder makes itself known before it looks at the count, so that one of the two always sees the other.
+void begin_callback() {
+  const auto end = std::chrono::steady_clock::now() + kLongestHold;
+  while (true) {
+    unwritten_callbacks.fetch_add(1);
+    if (gate().holders.load() == 0 || holds_of_this_thread > 0) return;
+    unwritten_callbacks.fetch_sub(1);
+    std::unique_lock guard(gate().lock);
+    if (gate().opened.wait_until(guard, end, [] { return gate().holders.load() == 0; })) continue;
+    unwritten_callbacks.fetch_add(1);
+    return;
+  }
+}
+
 bool fault_of(Function& function, dtv_tap_fault_t& ret_fault) {
   if ((g_active.load(std::memory_order_acquire) & kFaulty) == 0) return false;
   const std::lock_guard guard(state_lock());
@@ -232,7 +263,7 @@ void deliver_once(Registration& registration, std::size_t slot, void* ret, void*
   const Signature& callback = *registration.param.load(std::memory_order_acquire)->callback;
   const bool lines = (g_active.load(std::memory_order_acquire) & (kWatched | kRecorded)) != 0;
   // Before the callback gets its "seq", so that nobody who sees the number misses the callback.
-  if (lines) unwritten_callbacks.fetch_add(1, std::memory_order_acq_rel);
+  if (lines) begin_callback();
   const Start start = start_now();
   // Taken before the plugin runs, since the plugin may change what the arguments point at.
   Json in;
@@ -257,7 +288,13 @@ void deliver_once(Registration& registration, std::size_t slot, void* ret, void*
 
 }  // namespace
 
-int callbacks_under_way() { return unwritten_callbacks.load(std::memory_order_acquire); }
+int callbacks_under_way() { return unwritten_callbacks.load(); }
+
+void hold_callbacks(bool hold) {
+  holds_of_this_thread += hold ? 1 : -1;
+  const std::lock_guard guard(gate().lock);
+  if (gate().holders.fetch_add(hold ? 1 : -1) == 1 && !hold) gate().opened.notify_all();
+}
 
 void deliver(Registration& registration, std::size_t slot, void* ret, void* const* args, const std::size_t* sizes) {
   dtv_tap_fault_t fault{};

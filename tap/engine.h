@@ -146,7 +146,8 @@ std::size_t count_of(T value) {
 
 // --- For the other files of the tap ---
 
-int callbacks_under_way();  // that began with a watcher, and whose line is not yet written
+int callbacks_under_way();       // that began with a watcher, and whose line is not yet written
+void hold_callbacks(bool hold);  // see dtv_tap_hold_callbacks
 
 // Whether two JSON values are the same argument, as json_matches compares them; words are cut to the width of a
 // pointer.

@@ -17,6 +17,10 @@ namespace {
 std::uint64_t last_seq = 0;
 std::int32_t callbacks_under_way = 0;
 
+std::int32_t holds = 0;
+
+void hold_callbacks(std::int32_t hold) { holds += hold != 0 ? 1 : -1; }
+
 void stamp(dtv_tap_stamp_t* ret_stamp) {
   *ret_stamp = {.seq = ++last_seq, .t = 0, .thread = 1, .callbacks = callbacks_under_way};
 }
@@ -28,6 +32,7 @@ struct Bench {
 
   Bench() {
     stack.stamp = stamp;
+    stack.hold_callbacks = hold_callbacks;
     stack.start = std::make_shared<StartLines>();
     stack.start->text = R"({"seq":1,"thread":1,"start":"a_dtv_jsp_init","ret":0})"
                         "\n";
@@ -140,13 +145,18 @@ TEST(Recorder, WaitsForCallbacksOnlyWhileItRecordsAndNotForEver) {
   std::string error;
   ASSERT_TRUE(recorder_start(bench.recorder, error));
   const auto begun = std::chrono::steady_clock::now();
-  recorder_await_callbacks(&bench.recorder);
+  {
+    const WithoutCallbacks without(&bench.recorder);
+    EXPECT_EQ(holds, 1);
+  }
+  EXPECT_EQ(holds, 0);
   EXPECT_GE(std::chrono::steady_clock::now() - begun, kLimitCallbackWait);
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
   recorder_stop(bench.recorder);
   const std::uint64_t seq = last_seq;
-  recorder_await_callbacks(&bench.recorder);
+  const WithoutCallbacks without(&bench.recorder);
   EXPECT_EQ(last_seq, seq);
+  EXPECT_EQ(holds, 0);
 }
 
 TEST(Recorder, WaitsOnceForACallbackThatIsStuck) {
@@ -155,7 +165,7 @@ TEST(Recorder, WaitsOnceForACallbackThatIsStuck) {
   ASSERT_TRUE(recorder_start(bench.recorder, error));
   const auto looks = [&bench] {  // how often a wait looks whether the callbacks have ended
     const std::uint64_t before = last_seq;
-    recorder_await_callbacks(&bench.recorder);
+    const WithoutCallbacks without(&bench.recorder);
     return last_seq - before;
   };
   callbacks_under_way = 1;

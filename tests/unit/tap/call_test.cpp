@@ -1,6 +1,7 @@
 // Calls forwarded, recorded, faulted and replayed.
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -358,6 +359,64 @@ TEST_F(TapTest, a_stamp_has_its_place_between_calls_and_counts_callbacks_under_w
   EXPECT_NE(inside.thread, after.thread);
   dtv_tap_stamp(&after);
   EXPECT_EQ(after.callbacks, 0);
+}
+
+TEST_F(TapTest, a_held_callback_begins_when_it_is_released_and_not_much_later) {
+  use_platform();
+  watch();
+  static std::atomic<int> begun;
+  demo_register(
+      [](INT32, void*, void*, void*) -> INT32 {
+        ++begun;
+        return 0;
+      },
+      nullptr);
+  begun = 0;
+  using Clock = std::chrono::steady_clock;
+
+  dtv_tap_hold_callbacks(1);
+  dtv_tap_hold_callbacks(1);
+  const auto held = Clock::now();
+  std::thread other([] { EXPECT_EQ(raise("demo_register", "[1]"), 0); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  dtv_tap_hold_callbacks(0);  // it is held twice
+  const int before = begun;
+  dtv_tap_stamp_t stamp{};
+  dtv_tap_stamp(&stamp);
+  // A machine that is too busy has let the time of the hold pass.
+  if (Clock::now() - held < std::chrono::milliseconds(100)) {
+    EXPECT_EQ(before, 0);
+    EXPECT_EQ(stamp.callbacks, 0) << "a held callback is not under way";
+  }
+  dtv_tap_hold_callbacks(0);
+  other.join();
+  EXPECT_EQ(begun, 1);
+
+  // A callback that the platform cannot go on without is not held for ever.
+  dtv_tap_hold_callbacks(1);
+  const auto again = Clock::now();
+  EXPECT_EQ(raise("demo_register", "[1]"), 0);
+  EXPECT_GE(Clock::now() - again, std::chrono::milliseconds(100));
+  EXPECT_EQ(begun, 2);
+  dtv_tap_hold_callbacks(0);
+}
+
+// Callbacks of the holder's own thread do not wait, since they would wait for themselves.
+TEST_F(TapTest, a_callback_on_the_thread_that_holds_it_does_not_wait) {
+  use_platform();
+  watch();
+  dtv_tap_hold_callbacks(1);
+  auto shortest = std::chrono::steady_clock::duration::max();  // on a busy machine any one may take long
+  for (int i = 0; i < 10; ++i) {
+    const auto begun = std::chrono::steady_clock::now();
+    demo_register(ignore_change, nullptr);  // the platform calls back before it returns
+    shortest = std::min(shortest, std::chrono::steady_clock::now() - begun);
+  }
+  dtv_tap_hold_callbacks(0);
+  EXPECT_EQ(std::ranges::count_if(seen.lines,
+                                  [](const std::string& line) { return line.find("\"event\"") != std::string::npos; }),
+            10);
+  EXPECT_LT(shortest, std::chrono::milliseconds(100));
 }
 
 TEST_F(TapTest, order_thread_and_duration_stand_in_a_line) {
