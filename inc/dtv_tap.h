@@ -49,9 +49,9 @@ typedef struct {
 DTV_TAP_EXPORT void dtv_tap_stamp(dtv_tap_stamp_t* ret_stamp);
 
 /* Between hold 1 and hold 0, no callback that a watcher would see begins, so that what a host does meanwhile has one
- * place among them. Callbacks on other threads wait, each for 100 ms at most, since the platform may need them to go on;
- * those on this thread do not wait. Callbacks that are under way already are counted by the stamp. Several threads may
- * hold at once; each releases what it holds. */
+ * place among them. Callbacks on other threads wait, each for 100 ms at most, since the platform may need them to go
+ * on; those on this thread do not wait. Callbacks that are under way already are counted by the stamp. Several threads
+ * may hold at once; each releases what it holds. */
 DTV_TAP_EXPORT void dtv_tap_hold_callbacks(int32_t hold);
 
 /* A fault set on one contract function. */
