@@ -118,11 +118,11 @@ std::string error_object(std::string_view text) { return json::serialize(json::o
 
 WithoutCallbacks::WithoutCallbacks(Recorder* recorder) {
   if (recorder == nullptr || !recorder->on.load()) return;
-  stack_ = recorder->stack;
-  stack_->hold_callbacks(1);
+  stack = recorder->stack;
+  stack->hold_callbacks(1);
   const auto end = steady_clock::now() + kLimitCallbackWait;
   dtv_tap_stamp_t stamp{};
-  while (stack_->stamp(&stamp), stamp.callbacks > 0) {
+  while (stack->stamp(&stamp), stamp.callbacks > 0) {
     if (steady_clock::now() >= end) recorder->callback_stuck.store(true);
     if (recorder->callback_stuck.load()) return;
     std::this_thread::sleep_for(std::chrono::microseconds(50));
@@ -131,7 +131,7 @@ WithoutCallbacks::WithoutCallbacks(Recorder* recorder) {
 }
 
 WithoutCallbacks::~WithoutCallbacks() {
-  if (stack_ != nullptr) stack_->hold_callbacks(0);
+  if (stack != nullptr) stack->hold_callbacks(0);
 }
 
 Begun recorder_begin(const Recorder* recorder) {

@@ -58,7 +58,7 @@ class WithoutCallbacks {
   WithoutCallbacks& operator=(const WithoutCallbacks&) = delete;
 
  private:
-  const Stack* stack_ = nullptr;  // null: nothing is recorded
+  const Stack* stack = nullptr;  // null: nothing is recorded
 };
 
 Begun recorder_begin(const Recorder* recorder);

@@ -232,7 +232,7 @@ def run_table(table, jobs):
     counts = sum((result.counts for result in results), Counts())
     for difference in differing_runs(results):
         counts += Counts(failed=1)
-        print(difference)
+        print(f"failed: {difference}")
     for result in results:
         for command, lines in result.failures:
             print(f"failed in {result.name}: {command[:MOST_CHARACTERS]}", *lines, sep="\n  ")
